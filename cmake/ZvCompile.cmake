@@ -1,0 +1,34 @@
+# How everything here is compiled: one interface target, zv_compile, that every target of the project links.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+find_program(ZV_CCACHE ccache)
+if(ZV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${ZV_CCACHE})
+endif()
+
+find_package(Threads REQUIRED)
+
+add_library(zv_compile INTERFACE)
+target_compile_features(zv_compile INTERFACE cxx_std_20)
+target_compile_options(zv_compile INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wunused
+    $<$<BOOL:${ZV_WERROR}>:-Werror>
+    # Reports name files by their path from the project's root, whatever folder the build runs in.
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=../
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wexit-time-destructors>
+    $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
+if(ZV_SANITIZE)
+    target_compile_options(zv_compile INTERFACE -fsanitize=${ZV_SANITIZE} -fno-omit-frame-pointer
+        $<$<NOT:$<STREQUAL:${ZV_SANITIZE},thread>>:-fno-sanitize-recover=all>)
+    target_link_options(zv_compile INTERFACE -fsanitize=${ZV_SANITIZE})
+endif()

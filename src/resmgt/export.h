@@ -1,0 +1,12 @@
+// What libzvresmgt shows to others. Whatever is not marked stays inside.
+#pragma once
+
+#if defined(_WIN32)
+#if defined(ZVRESMGT_BUILDING)
+#define ZVRESMGT_EXPORT __declspec(dllexport)
+#else
+#define ZVRESMGT_EXPORT __declspec(dllimport)
+#endif
+#else
+#define ZVRESMGT_EXPORT __attribute__((visibility("default")))
+#endif
