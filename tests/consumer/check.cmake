@@ -1,0 +1,25 @@
+# cmake -D BUILD=<build folder> -D SOURCE=<this folder> -D CXX=<compiler> -P check.cmake
+#
+# Installs the build into a prefix of its own, moves that, and builds and runs the consumer against it.
+
+set(work ${BUILD}/consumer)
+file(REMOVE_RECURSE ${work})
+
+function(do)
+    execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+endfunction()
+
+do(${CMAKE_COMMAND} --install ${BUILD} --prefix ${work}/first)
+file(RENAME ${work}/first ${work}/prefix)
+file(GLOB_RECURSE packages ${work}/prefix/*/zvresmgt.pc)
+list(GET packages 0 package)
+get_filename_component(package_folder ${package} DIRECTORY)
+get_filename_component(library_folder ${package_folder} DIRECTORY)
+set(ENV{PKG_CONFIG_PATH} ${package_folder})
+set(ENV{LD_LIBRARY_PATH} ${library_folder})
+
+do(${CMAKE_COMMAND} -S ${SOURCE} -B ${work}/build -D CMAKE_PREFIX_PATH=${work}/prefix -D CMAKE_CXX_COMPILER=${CXX}
+    "-DCMAKE_CXX_FLAGS=${FLAGS}")
+do(${CMAKE_COMMAND} --build ${work}/build)
+do(${work}/build/by_package)
+do(${work}/build/by_pkg_config)
