@@ -1,0 +1,224 @@
+// The folders are the architecture: who may include whom, held against every include line of the sources.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Names = std::set<std::string>;
+
+fs::path const sourceFolder = ZV_SOURCE_FOLDER;
+
+/// What each package depends on, nearest first, as the packages themselves register it.
+std::map<std::string, Names> const dependencies = {
+    {"containers", {"smartPtrs"}},
+    {"deviceManager",
+     {"deviceProtocol", "threadExtensions", "threads", "containers", "literals", "smartPtrs",
+      "locks"}},
+    {"deviceProtocol",
+     {"threadExtensions", "threads", "containers", "literals", "smartPtrs", "locks"}},
+    {"dynamicAllocation", {}},
+    {"literals", {"smartPtrs"}},
+    {"locks", {}},
+    {"memoryBuffers", {"literals", "smartPtrs", "dynamicAllocation", "locks"}},
+    {"smartPtrs", {"locks"}},
+    {"syncEngine", {"threads", "literals", "locks", "smartPtrs"}},
+    {"threadExtensions", {"threads", "literals", "smartPtrs", "locks"}},
+    {"threads", {"literals", "smartPtrs", "locks"}},
+    {"xml", {"containers", "literals", "smartPtrs", "locks"}},
+};
+
+struct Exception
+{
+    char const *file;
+    char const *includes;
+    char const *reason;
+};
+
+/// The includes that the table does not allow, each with its reason.
+Exception const exceptions[] = {
+    {"", "", "none"},
+};
+
+/// Sources outside libzvbase that may name a service of the platform.
+std::regex const serviceUsers(
+    ".*(Windows|WinNT)(\\.private)?\\.(cpp|h)|.*/(liUuidUtil|mtUtil|lkUtil|lkThreadId)\\.cpp|"
+    ".*/da[A-Z][A-Za-z]*Allocator[A-Za-z]*\\.cpp");
+
+struct Source
+{
+    std::string name; // from src
+    std::vector<std::string> includes;
+};
+
+std::vector<Source> readSources()
+{
+    static std::regex const includeLine("^\\s*#\\s*include\\s*[\"<]([^\">]+)[\">].*");
+    std::vector<Source> sources;
+    for (auto const &entry : fs::recursive_directory_iterator(sourceFolder)) {
+        auto const extension = entry.path().extension();
+        if (extension != ".h" && extension != ".cpp")
+            continue;
+        Source source{fs::relative(entry.path(), sourceFolder).generic_string(), {}};
+        std::ifstream file(entry.path());
+        for (std::string line; std::getline(file, line);) {
+            std::smatch match;
+            if (std::regex_match(line, match, includeLine))
+                source.includes.push_back(match[1]);
+        }
+        sources.push_back(std::move(source));
+    }
+    return sources;
+}
+
+bool startsWith(std::string const &text, std::string const &prefix)
+{
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+/// The package of a file below resmgt; empty for those of resmgt itself.
+std::string packageOf(std::string const &name)
+{
+    if (!startsWith(name, "resmgt/"))
+        return "";
+    auto const slash = name.find('/', 7);
+    return slash == std::string::npos ? "" : name.substr(7, slash - 7);
+}
+
+Names reachable(std::string const &package)
+{
+    Names reached;
+    std::function<void(std::string const &)> const visit = [&](std::string const &from) {
+        for (auto const &to : dependencies.at(from))
+            if (reached.insert(to).second)
+                visit(to);
+    };
+    visit(package);
+    return reached;
+}
+
+bool isExcepted(std::string const &file, std::string const &included)
+{
+    for (auto const &exception : exceptions)
+        if (file == exception.file && included == exception.includes)
+            return true;
+    return false;
+}
+
+bool isOwn(std::string const &included)
+{
+    return startsWith(included, "resmgt/") || startsWith(included, "zvbase/") ||
+           startsWith(included, "platform/");
+}
+
+/// Why a file may not include another; empty when it may.
+std::string objection(std::string const &file, std::string const &included)
+{
+    if (startsWith(file, "platform/"))
+        return startsWith(included, "platform/") ? ""
+                                                 : "the platform stands on nothing of the library";
+    if (startsWith(included, "platform/linux/") || startsWith(included, "platform/simulated/"))
+        return "the services are reached through platform/services.h";
+    if (startsWith(file, "zvbase/"))
+        return startsWith(included, "resmgt/") ? "the base library stands on the platform alone"
+                                               : "";
+    if (included == "platform/services.h")
+        return std::regex_match(file, serviceUsers) ? "" : "this file does not name services";
+    std::string const from = packageOf(file);
+    std::string const to = packageOf(included);
+    if (from.empty() || to.empty() || from == to)
+        return "";
+    if (!dependencies.contains(from))
+        return "there is no package " + from;
+    return reachable(from).contains(to) ? "" : "package " + from + " does not depend on " + to;
+}
+
+TEST(Layering, EachIncludeFollowsTheTableOfPackages)
+{
+    std::size_t checked = 0;
+    for (auto const &source : readSources())
+        for (auto const &included : source.includes) {
+            if (!isOwn(included))
+                continue;
+            ++checked;
+            auto const why = objection(source.name, included);
+            EXPECT_TRUE(why.empty() || isExcepted(source.name, included))
+                << source.name << " includes " << included << ": " << why;
+        }
+    EXPECT_GT(checked, 100u) << "the sources were not found";
+}
+
+TEST(Layering, PublicHeadersIncludeNoPrivateOnesAndNoServices)
+{
+    for (auto const &source : readSources()) {
+        bool const isPublic = source.name.ends_with(".h") && !source.name.ends_with(".private.h") &&
+                              !startsWith(source.name, "platform/linux/") &&
+                              source.name != "platform/services.h";
+        if (!isPublic)
+            continue;
+        for (auto const &included : source.includes) {
+            EXPECT_FALSE(included.ends_with(".private.h"))
+                << source.name << " includes " << included;
+            EXPECT_NE(included, "platform/services.h") << source.name;
+        }
+    }
+}
+
+TEST(Layering, NoHeaderRunsInCircles)
+{
+    std::map<std::string, std::vector<std::string>> includes;
+    for (auto const &source : readSources())
+        includes[source.name] = source.includes;
+
+    enum class Mark
+    {
+        unseen,
+        open,
+        done
+    };
+    std::map<std::string, Mark> marks;
+    std::function<void(std::string const &)> const visit = [&](std::string const &name) {
+        marks[name] = Mark::open;
+        for (auto const &next : includes[name]) {
+            if (!includes.contains(next))
+                continue;
+            if (marks[next] == Mark::open)
+                ADD_FAILURE() << name << " reaches itself through " << next;
+            else if (marks[next] == Mark::unseen)
+                visit(next);
+        }
+        marks[name] = Mark::done;
+    };
+    for (auto const &source : readSources())
+        if (marks[source.name] == Mark::unseen)
+            visit(source.name);
+}
+
+TEST(Layering, ThreadsAndTimeBelongToThePlatform)
+{
+    static std::regex const forbidden(
+        "std::(mutex|recursive_mutex|shared_mutex|condition_variable|thread\\b|jthread|atomic|"
+        "counting_semaphore|this_thread)|pthread_|sleep_for|_clock::now");
+    for (auto const &source : readSources()) {
+        if (startsWith(source.name, "platform/"))
+            continue;
+        std::ifstream file(sourceFolder / source.name);
+        int number = 0;
+        for (std::string line; std::getline(file, line);) {
+            ++number;
+            EXPECT_FALSE(std::regex_search(line, forbidden))
+                << source.name << ":" << number << ": " << line;
+        }
+    }
+}
+
+} // namespace
