@@ -1,0 +1,20 @@
+// What the table and its builder share to write their lists.
+#pragma once
+
+#include "resmgt/literals/liString.h"
+#include "zvbase/containers.h"
+
+#include <ostream>
+
+namespace Zv::Detail {
+
+inline void writeNames(std::ostream &stream, Vector<LiString> const &names, char const *separator)
+{
+    char const *before = "";
+    for (LiString const &name : names) {
+        stream << before << name;
+        before = separator;
+    }
+}
+
+} // namespace Zv::Detail
