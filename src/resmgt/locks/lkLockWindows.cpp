@@ -1,0 +1,39 @@
+#include "resmgt/locks/lkLockWindows.h"
+
+#include "platform/services.h"
+
+#include <ostream>
+
+namespace Zv {
+
+using namespace ZvPlatform::Interlocked;
+
+LkLockWindows::LkLockWindows(char const *name) : _name(name), _isLocked(false)
+{
+    ::InitializeCriticalSection(&_section);
+}
+
+LkLockWindows::~LkLockWindows()
+{
+    ::DeleteCriticalSection(&_section);
+}
+
+bool LkLockWindows::lock() const
+{
+    ::EnterCriticalSection(&_section);
+    storeRelease(_isLocked, true);
+    return true;
+}
+
+void LkLockWindows::unlock() const
+{
+    storeRelease(_isLocked, false);
+    ::LeaveCriticalSection(&_section);
+}
+
+void LkLockWindows::dump(std::ostream &stream) const
+{
+    stream << "Critical section \"" << _name;
+}
+
+} // namespace Zv

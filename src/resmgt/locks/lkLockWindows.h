@@ -1,0 +1,34 @@
+// The platform form of LkLock.
+#pragma once
+
+#include "platform/interlocked.h"
+#include "platform/types.h"
+#include "resmgt/export.h"
+
+#include <iosfwd>
+
+namespace Zv {
+
+/// A critical section with a name and a flag. See LkLock.
+class ZVRESMGT_EXPORT LkLockWindows
+{
+public:
+    explicit LkLockWindows(char const *name);
+    LkLockWindows(LkLockWindows const &) = delete;
+    LkLockWindows &operator=(LkLockWindows const &) = delete;
+    ~LkLockWindows();
+
+    bool lock() const;
+    void unlock() const;
+    bool isLocked() const { return ZvPlatform::Interlocked::loadAcquire(_isLocked); }
+    bool isLockedByThread() const { return isLocked(); }
+    char const *getName() const noexcept { return _name; }
+    void dump(std::ostream &stream) const;
+
+private:
+    char const *_name;
+    ZvPlatform::CriticalSection mutable _section;
+    bool mutable _isLocked;
+};
+
+} // namespace Zv

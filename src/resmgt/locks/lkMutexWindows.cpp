@@ -1,0 +1,75 @@
+#include "resmgt/locks/lkMutexWindows.h"
+
+#include "platform/services.h"
+#include "resmgt/locks/lkEx.h"
+#include "zvbase/failures.h"
+
+#include <ostream>
+
+namespace Zv {
+
+LkMutexWindows::LkMutexWindows(char const *name)
+    : _name(name), _mutex(::CreateMutexA(NULL, FALSE, NULL)), _isLocked(false)
+{
+    ZV_SYS_ASSERT(_mutex != NULL);
+}
+
+LkMutexWindows::~LkMutexWindows() noexcept(false)
+{
+    try {
+        ZV_ASSERT_IN_DESTRUCTOR(!_isLocked);
+    } catch (...) {
+        ::CloseHandle(_mutex);
+        throw;
+    }
+    ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _mutex ));
+}
+
+bool LkMutexWindows::lock() const
+{
+    ZV_SYS_ASSERT(::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0);
+    updateLockingThreadId();
+    return true;
+}
+
+void LkMutexWindows::unlock() const
+{
+    clearLockedFlag();
+    ZV_SYS_ASSERT(::ReleaseMutex( _mutex ));
+}
+
+bool LkMutexWindows::tryLock() const
+{
+    if (::WaitForSingleObject(_mutex, 0) != WAIT_OBJECT_0)
+        return false;
+    if (isLocked()) {
+        ZV_SYS_ASSERT(::ReleaseMutex( _mutex ));
+        return false;
+    }
+    updateLockingThreadId();
+    return true;
+}
+
+bool LkMutexWindows::spinLock(unsigned tries) const
+{
+    bool isOurs;
+    do
+        isOurs = ::WaitForSingleObject(_mutex, 0) == WAIT_OBJECT_0;
+    while (--tries != 0 && !isOurs);
+
+    if (!isOurs)
+        return lock();
+    if (isLocked()) {
+        ZV_SYS_ASSERT(::ReleaseMutex( _mutex ));
+        ZV_THROW(LkEx::ExDeadLock, "LkMutexWindows", _name, 0, "self deadlock");
+    }
+    updateLockingThreadId();
+    return true;
+}
+
+void LkMutexWindows::dump(std::ostream &stream) const
+{
+    stream << _name;
+}
+
+} // namespace Zv

@@ -1,0 +1,44 @@
+// The platform form of LkMutex.
+#pragma once
+
+#include "platform/interlocked.h"
+#include "platform/types.h"
+#include "resmgt/export.h"
+
+#include <iosfwd>
+
+namespace Zv {
+
+/// A kernel mutex with a name and a flag. See LkMutex.
+///
+/// The wait objects release and take the handle on their own and keep the flag right with the last two operations.
+class ZVRESMGT_EXPORT LkMutexWindows
+{
+public:
+    explicit LkMutexWindows(char const *name);
+    LkMutexWindows(LkMutexWindows const &) = delete;
+    LkMutexWindows &operator=(LkMutexWindows const &) = delete;
+    ~LkMutexWindows() noexcept(false);
+
+    bool lock() const;
+    void unlock() const;
+    bool tryLock() const;
+    bool spinLock(unsigned tries) const;
+    bool isLocked() const { return ZvPlatform::Interlocked::loadAcquire(_isLocked); }
+    bool isLockedByThread() const { return isLocked(); }
+    char const *getName() const noexcept { return _name; }
+    void dump(std::ostream &stream) const;
+
+    ZvPlatform::Handle const &getMutex() const noexcept { return _mutex; }
+    /// The caller is about to release the mutex by its handle.
+    void clearLockedFlag() const { ZvPlatform::Interlocked::storeRelease(_isLocked, false); }
+    /// The caller has taken the mutex by its handle.
+    void updateLockingThreadId() const { ZvPlatform::Interlocked::storeRelease(_isLocked, true); }
+
+private:
+    char const *_name;
+    ZvPlatform::Handle _mutex;
+    bool mutable _isLocked;
+};
+
+} // namespace Zv

@@ -1,0 +1,34 @@
+// The platform form of LkRecLock.
+#pragma once
+
+#include "platform/types.h"
+#include "resmgt/export.h"
+
+#include <iosfwd>
+
+namespace Zv {
+
+/// A recursive critical section that knows its depth. See LkRecLock.
+class ZVRESMGT_EXPORT LkRecLockWindows
+{
+public:
+    explicit LkRecLockWindows(char const *name);
+    LkRecLockWindows(LkRecLockWindows const &) = delete;
+    LkRecLockWindows &operator=(LkRecLockWindows const &) = delete;
+    ~LkRecLockWindows();
+
+    bool lock() const;
+    void unlock() const;
+    bool isLocked() const;
+    bool isLockedByThread() const;
+    char const *getName() const noexcept { return _name; }
+    void dump(std::ostream &stream) const;
+
+private:
+    char const *_name;
+    ZvPlatform::CriticalSection mutable _section;
+    ZvPlatform::ThreadNumber mutable _holder; // a dump reads both without the lock
+    int mutable _count;
+};
+
+} // namespace Zv
