@@ -1,0 +1,50 @@
+// What happens when a request has been executed.
+#pragma once
+
+#include "resmgt/deviceProtocol/devAEO.h"
+#include "zvbase/objPtr.h"
+
+#include <concepts>
+#include <functional>
+#include <type_traits>
+#include <utility>
+
+namespace Zv {
+
+/// A completion. It is set into a `DevANO` and runs on the thread that executed the ANO, directly after it. One
+/// whose ANO is destroyed without having been executed is destroyed without running.
+class ZVRESMGT_EXPORT DevACO : public DevAEO
+{
+public:
+    DevACO() = default;
+    DevACO(DevACO const &) = default;
+    DevACO &operator=(DevACO const &) = default;
+    ~DevACO() override;
+};
+
+namespace Detail {
+
+template <class Function>
+class CallableACO final : public DevACO
+{
+public:
+    explicit CallableACO(Function function) : _function(std::move(function)) {}
+
+    void performExecute() override { std::invoke(_function); }
+
+private:
+    Function _function;
+};
+
+} // namespace Detail
+
+/// A completion that calls `function`, for use where a class of one's own would say no more.
+template <class Function>
+requires std::invocable < std::decay_t<Function>
+& > ObjPtrRet<DevACO> makeACO(Function &&function)
+{
+    return ObjPtrRet<DevACO>(
+        new Detail::CallableACO<std::decay_t<Function>>(std::forward<Function>(function)));
+}
+
+} // namespace Zv

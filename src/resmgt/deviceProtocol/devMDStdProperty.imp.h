@@ -1,0 +1,71 @@
+// Bodies of the standard properties. Included where they are instantiated.
+#pragma once
+
+#include "platform/interlocked.h"
+#include "resmgt/deviceProtocol/devMDStdProperty.h"
+#include "resmgt/deviceProtocol/devMDStdPropertyGetACO.h"
+#include "resmgt/deviceProtocol/devPrtclEx.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+template <class T>
+DevMDStdPropertyANOFactory<T>::~DevMDStdPropertyANOFactory() noexcept(false) = default;
+
+template <class T>
+DevMDStdProperty<T>::DevMDStdProperty(LiString const &name, LiString const &description,
+                                      unsigned int attributes,
+                                      ObjPtr<DevMDStdPropertyANOFactory<T>> anoFactory,
+                                      RCShdPtr<DevMDStdFifo> fifo)
+    : _uuid(LiUuid::CREATE),
+      _name(name),
+      _description(description),
+      _attributes(attributes),
+      _anoFactory(anoFactory),
+      _fifo(fifo)
+{}
+
+template <class T>
+DevMDStdProperty<T>::~DevMDStdProperty() = default;
+
+template <class T>
+unsigned int DevMDStdProperty<T>::getAttributes() const
+{
+    return ZvPlatform::Interlocked::loadAcquire(_attributes);
+}
+
+template <class T>
+void DevMDStdProperty<T>::setAttributes(unsigned int attributes)
+{
+    ZvPlatform::Interlocked::storeRelease(_attributes, attributes);
+}
+
+template <class T>
+void DevMDStdProperty<T>::setObserverAEO(ObjPtr<DevMDPropertyAEO> observer)
+{
+    _observerAEO.set(observer);
+}
+
+template <class T>
+void DevMDStdProperty<T>::performSet(T const &value)
+{
+    DevANOQueueEntry entry(_anoFactory->createSetANO(getUuid(), value));
+    _fifo->produce(entry);
+}
+
+template <class T>
+void DevMDStdProperty<T>::performGet(T &value)
+{
+    bool ok = true;
+    ObjPtr<DevMDStdANO> ano(_anoFactory->createGetANO(getUuid(), value, ok));
+    // Declared before the entry: what a failure destroys unrun still posts it.
+    LkUnnamedSema done("DevMDStdProperty::performGet", 0);
+    ano->setBaseACO(ObjPtr<DevACO>(new DevMDStdPropertyGetACO(done, ok)));
+    DevANOQueueEntry entry(ano);
+    _fifo->produce(entry);
+    done.wait();
+    if (!ok)
+        ZV_THROW(DevPrtclEx::ExMDStdPropertyGet, _name.getChars());
+}
+
+} // namespace Zv

@@ -1,0 +1,29 @@
+// How the reader of a property learns that its value is there.
+#pragma once
+
+#include "resmgt/deviceProtocol/devACO.h"
+#include "resmgt/locks/lkSema.h"
+
+namespace Zv {
+
+/// Posts the semaphore on which the reader of a property waits: when the request has been executed, and also when it
+/// is destroyed without having been executed, because the device closes. A reader waits in either case and once only.
+class ZVRESMGT_EXPORT DevMDStdPropertyGetACO : public DevACO
+{
+public:
+    explicit DevMDStdPropertyGetACO(LkUnnamedSema &done);
+    /// Sets `ok` to false, before it posts, when it is destroyed unrun. Both must live until the semaphore is posted.
+    DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok);
+    DevMDStdPropertyGetACO(DevMDStdPropertyGetACO const &) = delete;
+    DevMDStdPropertyGetACO &operator=(DevMDStdPropertyGetACO const &) = delete;
+    ~DevMDStdPropertyGetACO() override;
+
+    void performExecute() override;
+
+private:
+    LkUnnamedSema &_done;
+    bool *_ok = nullptr;
+    bool _posted = false;
+};
+
+} // namespace Zv

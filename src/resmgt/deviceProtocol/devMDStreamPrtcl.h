@@ -1,0 +1,21 @@
+// The streams of a device.
+#pragma once
+
+#include "resmgt/containers/iterator.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
+#include "resmgt/deviceProtocol/devMDStream.h"
+
+namespace Zv {
+
+/// The face of a device that has streams.
+class ZVRESMGT_EXPORT DevMDStreamPrtcl : public virtual DevMDPrtcl
+{
+public:
+    /// Over all streams of the device, from the first.
+    virtual ConstIterator<RCShdPtr<DevMDStream>> performGetStreams() = 0;
+
+protected:
+    ~DevMDStreamPrtcl() override;
+};
+
+} // namespace Zv
