@@ -1,0 +1,12 @@
+// Values: strings, identifiers, dates.
+#pragma once
+
+#include "resmgt/literals/liString.h"
+#include "resmgt/literals/liStringEx.h"
+#include "resmgt/literals/liStringParser.h"
+#include "resmgt/literals/liStringUtil.h"
+#include "resmgt/literals/liTimestamp.h"
+#include "resmgt/literals/liUuid.h"
+#include "resmgt/literals/liUuidEx.h"
+#include "resmgt/literals/liUuidTypes.h"
+#include "resmgt/literals/liUuidUtil.h"

@@ -1,0 +1,273 @@
+#include "resmgt/literals/liString.h"
+
+#include "platform/interlocked.h"
+#include "zvbase/failures.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <iomanip>
+#include <istream>
+#include <limits>
+#include <ostream>
+#include <stdexcept>
+
+namespace Zv {
+
+namespace {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+// One less than the largest number, so that the room for the terminator has a number as well.
+constexpr std::int64_t MAX_LENGTH = std::numeric_limits<std::int32_t>::max() - 1;
+
+// The one reference that keeps the empty body alive; never destroyed, since threads may outlive `main`.
+constinit RCShdPtr<LiStringImp> *emptyHolder = nullptr;
+
+std::int32_t checkedLength(std::int64_t length)
+{
+    if (length > MAX_LENGTH)
+        throw std::length_error("LiString");
+    return static_cast<std::int32_t>(length);
+}
+
+std::int32_t measure(char const *text)
+{
+    return checkedLength(static_cast<std::int64_t>(std::strlen(text)));
+}
+
+} // namespace
+
+LiStringImp::LiStringImp(std::int32_t length, std::int32_t capacity)
+    : _length(length),
+      _capacity(capacity),
+      _chars(new char[static_cast<std::size_t>(capacity) + 1]())
+{}
+
+LiStringImp::LiStringImp(char *chars, std::int32_t length) noexcept
+    : _length(length), _capacity(length), _chars(chars)
+{}
+
+LiStringImp::~LiStringImp() noexcept(false)
+{
+    delete[] _chars;
+}
+
+LiStringImp *LiString::getEmptyImp()
+{
+    RCShdPtr<LiStringImp> *holder = Interlocked::loadAcquire(emptyHolder);
+    if (!holder) [[unlikely]] {
+        ObjPtr<RCShdPtr<LiStringImp>> fresh(new RCShdPtr<LiStringImp>(new LiStringImp(0, 0)));
+        if (Interlocked::compareExchange(emptyHolder, holder, fresh.get()))
+            holder = fresh.release();
+    }
+    return holder->operator->();
+}
+
+LiString::LiString(LiStringImp *imp) : _imp(imp) {}
+
+LiString::LiString() : _imp(getEmptyImp()) {}
+
+LiString::LiString(char const *text) : LiString()
+{
+    *this = text;
+}
+
+LiString::LiString(LiString const &source, int start, int length) : LiString()
+{
+    if (length == 0)
+        return;
+    LiStringImp const &from = source.body();
+    checkBounds(start, from._length);
+    if (length < 0)
+        ZV_THROW(LiStringEx::ExOutOfBounds, length, 0, from._length);
+    checkBounds(std::int64_t{start} + length - 1, from._length);
+    RCShdPtr<LiStringImp> imp(new LiStringImp(length, length));
+    std::memcpy(imp->_chars, from._chars + start, static_cast<std::size_t>(length));
+    _imp = std::move(imp);
+}
+
+LiString::LiString(ArrayPtr<char> chars) : LiString()
+{
+    if (chars.isNull())
+        return;
+    _imp = RCShdPtr<LiStringImp>(new LiStringImp(chars.get(), measure(chars.get())));
+    static_cast<void>(chars.release());
+}
+
+LiString::LiString(std::ostringstream &stream) : LiString(stream.str().c_str()) {}
+
+LiString &LiString::operator=(char const *text)
+{
+    RCShdPtr<LiStringImp> imp(getEmptyImp());
+    if (text && *text) {
+        std::int32_t const length = measure(text);
+        imp = RCShdPtr<LiStringImp>(new LiStringImp(length, length));
+        std::memcpy(imp->_chars, text, static_cast<std::size_t>(length));
+    }
+    _imp = std::move(imp);
+    return *this;
+}
+
+LiString &LiString::operator+=(LiString const &tail)
+{
+    LiStringImp const &added = tail.body();
+    append(added._chars, added._length);
+    return *this;
+}
+
+LiString &LiString::operator+=(char const *tail)
+{
+    append(tail, tail ? measure(tail) : 0);
+    return *this;
+}
+
+LiString &LiString::operator+=(char tail)
+{
+    append(&tail, 1);
+    return *this;
+}
+
+// The bytes may be the string's own: they are copied before anything is given up.
+void LiString::append(char const *bytes, std::int64_t length)
+{
+    LiStringImp &present = body();
+    if (length == 0)
+        return;
+    std::int32_t const needed = checkedLength(present._length + length);
+    auto const oldSize = static_cast<std::size_t>(present._length);
+    auto const addedSize = static_cast<std::size_t>(length);
+    if (_imp.isUnique() && needed <= present._capacity) {
+        std::memmove(present._chars + oldSize, bytes, addedSize);
+        present._chars[needed] = '\0';
+        present._length = needed;
+        return;
+    }
+    // What is shared is split at its exact size before it grows.
+    std::int64_t const room = _imp.isUnique() ? present._capacity : present._length;
+    auto const capacity = static_cast<std::int32_t>(std::min(room + needed, MAX_LENGTH));
+    RCShdPtr<LiStringImp> grown(new LiStringImp(needed, capacity));
+    std::memcpy(grown->_chars, present._chars, oldSize);
+    std::memcpy(grown->_chars + oldSize, bytes, addedSize);
+    _imp = std::move(grown);
+}
+
+void LiString::makePrivate()
+{
+    if (_imp.isUnique())
+        return;
+    LiStringImp const &shared = body();
+    RCShdPtr<LiStringImp> copy(new LiStringImp(shared._length, shared._length));
+    std::memcpy(copy->_chars, shared._chars, static_cast<std::size_t>(shared._length));
+    _imp = std::move(copy);
+}
+
+void LiString::checkBounds(std::int64_t index, int length)
+{
+    if (index >= 0 && index < length)
+        return;
+    // A sum of two positions may be out of the reach of the report as well.
+    auto const shown =
+        static_cast<int>(std::min<std::int64_t>(index, std::numeric_limits<int>::max()));
+    ZV_THROW(LiStringEx::ExOutOfBounds, shown, 0, length);
+}
+
+void LiString::replace(int index, char c)
+{
+    checkBounds(index, getLength());
+    makePrivate();
+    body()._chars[index] = c;
+}
+
+void LiString::replace(int index, LiString const &part)
+{
+    LiString const source(part); // keeps the bytes where `part` is this string
+    if (source.isEmpty())
+        return;
+    checkBounds(std::int64_t{index} + source.getLength() - 1, getLength());
+    checkBounds(index, getLength());
+    makePrivate();
+    std::memcpy(body()._chars + index, source.getChars(),
+                static_cast<std::size_t>(source.getLength()));
+}
+
+char LiString::operator[](int index) const
+{
+    checkBounds(index, getLength());
+    return body()._chars[index];
+}
+
+int LiString::find(char const *text) const
+{
+    char const * const chars = getChars();
+    char const * const found = std::strstr(chars, text ? text : "");
+    return found ? static_cast<int>(found - chars) : -1;
+}
+
+int LiString::find(LiString const &text) const
+{
+    return find(text.getChars());
+}
+
+bool LiString::hasPrefix(LiString const &prefix) const
+{
+    return std::strncmp(getChars(), prefix.getChars(),
+                        static_cast<std::size_t>(prefix.getLength())) == 0;
+}
+
+std::uint64_t LiString::hash() const
+{
+    LiStringImp const &imp = body();
+    std::uint32_t h = 0;
+    for (char const *c = imp._chars; c != imp._chars + imp._length; ++c)
+        h = h * 5 + static_cast<std::uint32_t>(static_cast<signed char>(*c));
+    return h;
+}
+
+ArrayPtrRet<char> LiString::releaseChars()
+{
+    RCShdPtr<LiStringImp> empty(getEmptyImp());
+    makePrivate();
+    ArrayPtrRet<char> chars(std::exchange(body()._chars, nullptr));
+    _imp = std::move(empty);
+    return chars;
+}
+
+int LiString::compare(char const *left, char const *right)
+{
+    int const order = std::strcmp(left ? left : "", right ? right : "");
+    return (order > 0) - (order < 0);
+}
+
+bool LiString::equals(LiString const &other) const
+{
+    LiStringImp const &left = body();
+    LiStringImp const &right = other.body();
+    return left._length == right._length &&
+           std::memcmp(left._chars, right._chars, static_cast<std::size_t>(left._length)) == 0;
+}
+
+std::ostream &operator<<(std::ostream &stream, LiString const &string)
+{
+    return stream << string.getChars();
+}
+
+std::istream &operator>>(std::istream &stream, LiString &string)
+{
+    constexpr int PIECE = 257;
+    LiString word;
+    bool more = true;
+    while (more) {
+        char piece[PIECE] = {};
+        stream >> std::setw(PIECE) >> piece;
+        word += piece;
+        // The end of input ends a word as white space does, also right behind a full piece.
+        int const next = stream.good() ? stream.peek() : std::istream::traits_type::eof();
+        more = next != std::istream::traits_type::eof() && !std::isspace(next);
+    }
+    if (!stream.fail())
+        string = std::move(word);
+    return stream;
+}
+
+} // namespace Zv

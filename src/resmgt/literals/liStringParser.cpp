@@ -1,0 +1,24 @@
+#include "resmgt/literals/liStringParser.h"
+
+#include <istream>
+
+namespace Zv {
+
+LiString LiStringParser::readToken(std::istream &stream)
+{
+    LiString token;
+    char c = '\0';
+    stream >> c;
+    if (stream.fail())
+        return token;
+    if (c != '"') {
+        stream.putback(c);
+        stream >> token;
+        return token;
+    }
+    while (stream.get(c) && c != '"')
+        token += c;
+    return stream.fail() ? LiString() : token;
+}
+
+} // namespace Zv
