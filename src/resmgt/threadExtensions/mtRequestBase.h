@@ -1,0 +1,26 @@
+// The base of requests.
+#pragma once
+
+#include "resmgt/threadExtensions/mtRequestTag.h"
+
+namespace Zv {
+
+/// Something that is to be done elsewhere, counted under a tag. Whoever sends it counts it up in an `MtRequestMgr`, whoever
+/// has done it counts it down.
+class ZVRESMGT_EXPORT MtRequestBase
+{
+public:
+    MtRequestBase();
+    explicit MtRequestBase(MtRequestTag tag);
+    MtRequestBase(MtRequestBase const &);
+    MtRequestBase &operator=(MtRequestBase const &);
+    virtual ~MtRequestBase() noexcept(false);
+
+    MtRequestTag getTag() const { return _tag; }
+    void setTag(MtRequestTag tag) { _tag = tag; }
+
+private:
+    MtRequestTag _tag;
+};
+
+} // namespace Zv
