@@ -13,6 +13,7 @@
 #include "resmgt/deviceProtocol/devMDPropertyTypes.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/deviceProtocol/devMDStdANO.h"
+#include "resmgt/deviceProtocol/devMDStdANOFactories.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
 #include "resmgt/deviceProtocol/devMDStdProperty.h"

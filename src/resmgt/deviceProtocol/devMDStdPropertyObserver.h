@@ -4,7 +4,7 @@
 #include "resmgt/deviceProtocol/devMDPropertyAEO.h"
 #include "resmgt/export.h"
 #include "resmgt/locks/lkLock.h"
-#include "resmgt/smartPtrs/rcProxyShdPtr.h"
+#include "resmgt/smartPtrs/rcProxy.h"
 #include "zvbase/objPtr.h"
 #include "zvbase/threadAnnotations.h"
 
