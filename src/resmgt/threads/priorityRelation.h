@@ -1,0 +1,89 @@
+// A relation between two nodes of the priority graph.
+#pragma once
+
+#include "resmgt/export.h"
+#include "resmgt/literals/liString.h"
+#include "resmgt/threads/priorityTypes.h"
+#include "zvbase/containers.h"
+
+#include <iosfwd>
+
+namespace Zv {
+
+class Priority;
+class PriorityMgr;
+
+/// Says that the left-hand priority equals, lies below, or does not lie above the right-hand one. In force from
+/// constructor to destructor; both solve the graph. Both nodes belong to one manager and outlive the relation.
+///
+/// The operations only read. They may be called by any thread as long as both nodes live, and block as long as
+/// another thread changes the nodes.
+class ZVRESMGT_EXPORT PriorityRelation : public PriorityTypes
+{
+public:
+    enum Relation
+    {
+        EQUAL,     ///< ==
+        LESS,      ///< <
+        LESS_EQUAL ///< <=
+    };
+
+    /// Asserts "isValid()": the nodes belong to one manager, and the right-hand node does not lie below the left-hand
+    /// one already by order relations, nor is a node related to itself by one. Throws what the solving throws; the
+    /// graph is then solved again without the relation.
+    ///
+    /// An `==` between two nodes of one name passes bounds from left to right only.
+    PriorityRelation(LiString const &name, Priority &lhs, Relation relation, Priority &rhs);
+    PriorityRelation(PriorityRelation const &) = delete;
+    PriorityRelation &operator=(PriorityRelation const &) = delete;
+    /// While an exception is passing, what the solving throws is dropped.
+    ~PriorityRelation() noexcept(false);
+
+    LiString const &getName() const { return _name; }
+    Priority &getLhs() const { return *_lhs; }
+    Priority &getRhs() const { return *_rhs; }
+    Priority &get(Side side) const { return side == LEFT ? *_lhs : *_rhs; }
+    bool isRelation(Relation relation) const { return _relation == relation; }
+    bool uses(Priority const &priority) const { return _lhs == &priority || _rhs == &priority; }
+
+    /// The highest left-hand value beside this right-hand one.
+    int computeLhsPriority(int rhsPriority) const;
+    /// The lowest right-hand value beside this left-hand one.
+    int computeRhsPriority(int lhsPriority) const;
+    /// The bound on `side`, from the value of the opposite side.
+    int computePriority(Side side, int opposite) const;
+    /// Whether the current values satisfy the relation.
+    bool check() const;
+
+    /// "==", "< " or "<=". Any other value aborts the program.
+    static char const *relationToString(Relation relation);
+    /// One line, without its end.
+    void dump(std::ostream &) const;
+
+private:
+    friend class Priority;
+    friend class PriorityMgr;
+    friend class PrioritySolver;
+
+    bool isValid() const;
+    [[noreturn]] void throwRelationInvalid() const;
+
+    LiString _name;
+    Relation _relation;
+    Priority *_lhs;
+    Priority *_rhs;
+    PriorityMgr *_mgr;
+
+    // Where the relation stands, under the manager's lock.
+    struct Membership
+    {
+        List<PriorityRelation *>::iterator _position{};
+        List<PriorityRelation *>::iterator _sidePositions[2]{};
+        bool _isListed = false;   // in the manager's list
+        bool _isAttached = false; // in its nodes' lists
+        bool _isStray = false;    // attached, but not listed, or a node of it has not joined
+    };
+    Membership _membership;
+};
+
+} // namespace Zv
