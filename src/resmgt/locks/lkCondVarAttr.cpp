@@ -1,0 +1,28 @@
+#include "resmgt/locks/lkCondVarAttr.h"
+
+#include "resmgt/locks/lkSingleton.imp.h"
+
+namespace Zv {
+
+LkCondVarAttrWindows::~LkCondVarAttrWindows() noexcept(false) = default;
+
+LkCondVarAttr::~LkCondVarAttr() noexcept(false) = default;
+
+namespace {
+
+class DefaultLkCondVarAttr : public LkCondVarAttr
+{
+public:
+    DefaultLkCondVarAttr() : LkCondVarAttr("DefaultLkCondVarAttr") {}
+};
+
+} // namespace
+
+ZV_DEFINE_SINGLETON(DefaultLkCondVarAttr, DefaultLkCondVarAttr);
+
+LkCondVarAttr const &LkCondVarAttr::getDefaultAttr()
+{
+    return LkSingleton<DefaultLkCondVarAttr>::getInstance();
+}
+
+} // namespace Zv

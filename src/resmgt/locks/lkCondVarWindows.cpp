@@ -1,0 +1,156 @@
+#include "resmgt/locks/lkCondVarWindows.h"
+
+#include "platform/services.h"
+#include "resmgt/locks/lkMutex.h"
+#include "resmgt/locks/lkUtil.h"
+#include "zvbase/failures.h"
+
+#include <ostream>
+
+namespace Zv {
+
+namespace {
+
+class SectionGuard
+{
+public:
+    explicit SectionGuard(CRITICAL_SECTION &section) : _section(section)
+    {
+        ::EnterCriticalSection(&_section);
+    }
+    SectionGuard(SectionGuard const &) = delete;
+    SectionGuard &operator=(SectionGuard const &) = delete;
+    ~SectionGuard() { ::LeaveCriticalSection(&_section); }
+
+private:
+    CRITICAL_SECTION &_section;
+};
+
+} // namespace
+
+LkCondVarWindows::LkCondVarWindows(char const *name)
+    : _nbWaiters(0), _sema(NULL), _waitersDone(NULL), _wasBroadcast(false), _name(name)
+{
+    ZV_SYS_ASSERT(_sema = ::CreateSemaphore( NULL, 0, 0x7fffffff, NULL ));
+    try {
+        ZV_SYS_ASSERT(_waitersDone = ::CreateEvent( NULL, false, false, NULL ));
+    } catch (...) {
+        ::CloseHandle(_sema);
+        throw;
+    }
+    ::InitializeCriticalSection(&_waitersLock);
+    ::InitializeCriticalSection(&_broadcastLock);
+}
+
+LkCondVarWindows::~LkCondVarWindows() noexcept(false)
+{
+    ::DeleteCriticalSection(&_broadcastLock);
+    ::DeleteCriticalSection(&_waitersLock);
+    ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _sema ));
+    ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _waitersDone ));
+}
+
+void LkCondVarWindows::wait(LkMutex const &externalMutex) const
+{
+    waitInternal(externalMutex, INFINITE);
+}
+
+bool LkCondVarWindows::timedWait(LkMutex const &externalMutex, double seconds) const
+{
+    return waitInternal(externalMutex, LkUtil::toMilliseconds(seconds));
+}
+
+void LkCondVarWindows::signal() const
+{
+    bool hasWaiters;
+    {
+        SectionGuard const guard(_waitersLock);
+        // The waiters of a broadcast are on their way already.
+        hasWaiters = _nbWaiters > 0 && !_wasBroadcast;
+    }
+    if (hasWaiters)
+        ::ReleaseSemaphore(_sema, 1, 0);
+}
+
+void LkCondVarWindows::broadcast() const
+{
+    SectionGuard const broadcasting(_broadcastLock);
+    if (!releaseAll())
+        return;
+    ZV_SYS_ASSERT(::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0);
+    SectionGuard const guard(_waitersLock);
+    _wasBroadcast = false;
+}
+
+/// Wakes everybody who waits; whether there was anybody.
+bool LkCondVarWindows::releaseAll() const
+{
+    SectionGuard const guard(_waitersLock);
+    if (_nbWaiters <= 0)
+        return false;
+    ZV_SYS_ASSERT(::ReleaseSemaphore( _sema, _nbWaiters, 0 ));
+    _wasBroadcast = true;
+    return true;
+}
+
+void LkCondVarWindows::enter() const
+{
+    for (;;) {
+        {
+            SectionGuard const guard(_waitersLock);
+            if (!_wasBroadcast) {
+                ++_nbWaiters;
+                return;
+            }
+        }
+        // Its waiters need no mutex to leave: the broadcast ends, whoever holds what.
+        SectionGuard const untilBroadcastEnds(_broadcastLock);
+    }
+}
+
+/// Whether the caller is the last waiter of a broadcast, who has to tell the broadcaster.
+bool LkCondVarWindows::leave() const
+{
+    SectionGuard const guard(_waitersLock);
+    --_nbWaiters;
+    return _wasBroadcast && _nbWaiters == 0;
+}
+
+bool LkCondVarWindows::waitInternal(LkMutex const &externalMutex, DWORD milliseconds) const
+{
+    enter();
+    DWORD ret = WAIT_FAILED;
+    try {
+        externalMutex.getImp().clearLockedFlag();
+        ZV_SYS_ASSERT(::ReleaseMutex( externalMutex.getImp().getMutex() ));
+        ret = ::WaitForSingleObjectEx(_sema, milliseconds, FALSE);
+        ZV_SYS_ASSERT(ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT);
+    } catch (...) {
+        if (leave())
+            ::SetEvent(_waitersDone);
+        throw;
+    }
+
+    HANDLE const mutex = externalMutex.getImp().getMutex();
+    if (leave()) {
+        // Set and not pulsed: a pulse would be lost on a broadcaster that is not yet waiting for it.
+        if (!(::SetEvent(_waitersDone) &&
+              ::WaitForSingleObjectEx(mutex, INFINITE, FALSE) == WAIT_OBJECT_0))
+            Assertions::throwSysAssertionFailed(
+                __FILE__, __LINE__,
+                "::PulseEvent( _waitersDone ) && ::WaitForSingleObjectEx( "
+                "externalMutex.getImp().getMutex(), INFINITE, FALSE ) == WAIT_OBJECT_0",
+                static_cast<int>(::GetLastError()));
+    } else {
+        ZV_SYS_ASSERT(::WaitForSingleObject( externalMutex.getImp().getMutex(), INFINITE ) == WAIT_OBJECT_0);
+    }
+    externalMutex.getImp().updateLockingThreadId();
+    return ret != WAIT_TIMEOUT;
+}
+
+void LkCondVarWindows::dump(std::ostream &stream) const
+{
+    stream << _name;
+}
+
+} // namespace Zv

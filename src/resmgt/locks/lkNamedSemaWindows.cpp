@@ -1,0 +1,62 @@
+#include "resmgt/locks/lkNamedSemaWindows.h"
+
+#include "platform/services.h"
+#include "zvbase/failures.h"
+
+#include <algorithm>
+#include <string>
+
+namespace Zv {
+
+LkNamedSemaWindows::LkNamedSemaWindows(char const *systemName, unsigned count,
+                                       LkSemaTypes::CreateFlag flag, char const *label)
+    : _name(label ? label : systemName), _sema(reinterpret_cast<HANDLE>(-1)), _errno(0)
+{
+    std::string copy(systemName ? systemName : "");
+    // A kernel object's name has no backslash.
+    std::replace(copy.begin(), copy.end(), '\\', '/');
+    char const * const name = systemName ? copy.c_str() : NULL;
+
+    if (flag == LkSemaTypes::OPEN) {
+        _sema = ::OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name);
+    } else {
+        _sema = ::CreateSemaphoreA(NULL, static_cast<LONG>(count), 0x7fffffff, name);
+        if (_sema && flag == LkSemaTypes::CREATE_EXCLUSIVE &&
+            ::GetLastError() == ERROR_ALREADY_EXISTS) {
+            ::CloseHandle(_sema);
+            ::SetLastError(ERROR_ALREADY_EXISTS);
+            _sema = NULL;
+        }
+    }
+    if (!_sema)
+        _errno = static_cast<int>(::GetLastError());
+}
+
+LkNamedSemaWindows::~LkNamedSemaWindows() noexcept(false)
+{
+    if (_errno == 0)
+        ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _sema ));
+}
+
+void LkNamedSemaWindows::wait()
+{
+    ::WaitForSingleObject(_sema, INFINITE);
+}
+
+bool LkNamedSemaWindows::tryWait()
+{
+    DWORD const ret = ::WaitForSingleObject(_sema, 0);
+    ZV_SYS_ASSERT(ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT);
+    return ret == WAIT_OBJECT_0;
+}
+
+void LkNamedSemaWindows::post()
+{
+    ::ReleaseSemaphore(_sema, 1, NULL);
+}
+
+LkUnnamedSemaWindows::LkUnnamedSemaWindows(char const *label, unsigned count, LkSemaTypes::Shared)
+    : LkNamedSemaWindows(NULL, count, LkSemaTypes::CREATE, label)
+{}
+
+} // namespace Zv

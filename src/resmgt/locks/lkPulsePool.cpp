@@ -1,0 +1,30 @@
+#include "resmgt/locks/lkPulsePool.h"
+
+namespace Zv {
+
+LkPulsePool::LkPulsePool() : _lock("LkPulsePool_lock") {}
+
+LkPulsePool::~LkPulsePool() noexcept(false)
+{
+    for (LkPulse *pulse : _pulses)
+        delete pulse;
+}
+
+ObjPtrRet<LkPulse> LkPulsePool::getPulse()
+{
+    LkGuard<LkLock const> guard(_lock);
+    if (_pulses.empty())
+        return makeObj<LkPulse>("LkPulsePool_pulse", LkPulse::WAKE_ALL);
+    ObjPtrRet<LkPulse> pulse(_pulses.back());
+    _pulses.pop_back();
+    return pulse;
+}
+
+void LkPulsePool::recyclePulse(ObjPtr<LkPulse> &pulse)
+{
+    LkGuard<LkLock const> guard(_lock);
+    _pulses.push_back(pulse.get());
+    static_cast<void>(pulse.release());
+}
+
+} // namespace Zv

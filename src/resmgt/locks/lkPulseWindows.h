@@ -1,0 +1,47 @@
+// The platform form of LkPulse.
+#pragma once
+
+#include "platform/types.h"
+#include "resmgt/export.h"
+#include "resmgt/locks/lkCounter.h"
+
+#include <cstdint>
+#include <iosfwd>
+
+namespace Zv {
+
+class LkMutex;
+
+/// A wake-up over a manual-reset event. See LkPulse.
+class ZVRESMGT_EXPORT LkPulseWindows
+{
+public:
+    LkPulseWindows(char const *name, bool wakeAll);
+    LkPulseWindows(LkPulseWindows const &) = delete;
+    LkPulseWindows &operator=(LkPulseWindows const &) = delete;
+    ~LkPulseWindows() noexcept(false);
+
+    void pulse() const;
+    void wait(LkMutex const &externalMutex) const;
+    bool timedWait(LkMutex const &externalMutex, double seconds) const;
+    void waitNext(LkMutex const &externalMutex) const;
+    bool timedWaitNext(LkMutex const &externalMutex, double seconds) const;
+    char const *getName() const noexcept { return _name; }
+    void dump(std::ostream &stream) const;
+
+private:
+    bool wait_internal(LkMutex const &externalMutex, std::uint32_t milliseconds) const;
+    bool takePulse(std::uint32_t milliseconds) const;
+    bool waitNextInternal(LkMutex const &externalMutex, std::uint32_t milliseconds) const;
+    bool sleepUntilNext(std::uint32_t generation, std::uint32_t milliseconds) const;
+    bool withdraw(std::uint32_t generation) const;
+
+    ZvPlatform::Handle _event;
+    LkCounter<long> mutable _pulses;
+    bool _wakeAll;
+    char const *_name;
+    std::
+        uint64_t mutable _sleepers; // threads in waitNext, over the number of pulses that woke such
+};
+
+} // namespace Zv

@@ -1,0 +1,33 @@
+// Odds and ends of the locks.
+#pragma once
+
+#include "resmgt/export.h"
+
+#include <cstdint>
+
+namespace Zv {
+
+/// Static functions that the locks share. Any thread may call them.
+class ZVRESMGT_EXPORT LkUtil
+{
+public:
+    static int getMinSchedulingPriority() { return 0; }
+
+    /// Gives the processor away once where ZV_LOCK_YIELD asks for it: lock code that spins calls it.
+    static void yield();
+    /// Whether ZV_LOCK_YIELD is not 0.
+    static bool isYieldEnabled();
+    /// Set ZV_LOCK_YIELD in the process's environment to 1 or 0.
+    static void enableYield();
+    static void disableYield();
+    /// Gives the processor away once.
+    static void performYield();
+
+    /// How all timed waits read their time: `seconds * 1000.0 + 0.5`, truncated. Nothing below 0, and never so much
+    /// that it stands for an endless wait.
+    static std::uint32_t toMilliseconds(double seconds) noexcept;
+
+    LkUtil() = delete;
+};
+
+} // namespace Zv

@@ -1,0 +1,7 @@
+#include "resmgt/locks/lkWaitable.h"
+
+namespace Zv {
+
+LkWaitable::~LkWaitable() noexcept(false) = default;
+
+} // namespace Zv

@@ -1,0 +1,47 @@
+// What a thread can wait on with a mutex.
+#pragma once
+
+#include "resmgt/export.h"
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkMutex.h"
+
+namespace Zv {
+
+/// A wait object that lets the caller's mutex go while it waits: an `LkCondVar` or an `LkPulse`. Code that waits need
+/// not care which.
+///
+/// All waits are called with the mutex held once, and return with it held, whatever they answer. Wait in a loop
+/// around the condition. Times are in seconds, rounded to milliseconds.
+class ZVRESMGT_EXPORT LkWaitable
+{
+public:
+    LkWaitable() = default;
+    LkWaitable(LkWaitable const &) = delete;
+    LkWaitable &operator=(LkWaitable const &) = delete;
+    virtual ~LkWaitable() noexcept(false);
+
+    /// Blocks until woken.
+    void wait(LkMutex const &mutex) const ZV_REQUIRES(mutex) { performWait(mutex); }
+    /// Blocks until woken, which is true, or until the time is over, which is false.
+    bool timedWait(LkMutex const &mutex, double seconds) const ZV_REQUIRES(mutex)
+    {
+        return performTimedWait(mutex, seconds);
+    }
+    /// The same with the mutex that a guard holds.
+    template <class Mutex>
+    void wait(LkGuard<Mutex> const &guard) const
+    {
+        performWait(guard.getLock());
+    }
+    template <class Mutex>
+    bool timedWait(LkGuard<Mutex> const &guard, double seconds) const
+    {
+        return performTimedWait(guard.getLock(), seconds);
+    }
+
+protected:
+    virtual void performWait(LkMutex const &mutex) const = 0;
+    virtual bool performTimedWait(LkMutex const &mutex, double seconds) const = 0;
+};
+
+} // namespace Zv
