@@ -1,11 +1,13 @@
 // Locks, wait objects and the singleton.
 #pragma once
 
+#include "resmgt/locks/lkAsyncHandle.h"
 #include "resmgt/locks/lkCondVar.h"
 #include "resmgt/locks/lkCondVarAttr.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkEx.h"
+#include "resmgt/locks/lkGate.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/locks/lkMutex.h"
@@ -14,10 +16,12 @@
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/locks/lkPulsePool.h"
 #include "resmgt/locks/lkRecLock.h"
+#include "resmgt/locks/lkRwLock.h"
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/locks/lkSemaTypes.h"
 #include "resmgt/locks/lkSingleton.h"
 #include "resmgt/locks/lkThreadId.h"
+#include "resmgt/locks/lkTicket.h"
 #include "resmgt/locks/lkUnnamedSema.h"
 #include "resmgt/locks/lkUtil.h"
 #include "resmgt/locks/lkWaitable.h"

@@ -1,0 +1,117 @@
+#include "resmgt/locks/lkGate.h"
+
+#include "platform/interlocked.h"
+#include "zvbase/failures.h"
+
+#include <ostream>
+
+namespace Zv {
+
+using namespace ZvPlatform::Interlocked;
+
+namespace {
+
+// The test comes before the lock is taken, so it works on a copy.
+void checkRoom(int _numReady, int _numGatees)
+{
+    ZV_ASSERT(_numReady < _numGatees);
+}
+
+} // namespace
+
+LkGate::LkGate(char const *name, int numGatees, bool useGateKeeper)
+    : _useGateKeeper(useGateKeeper),
+      _numGatees(numGatees),
+      _numReady(0),
+      _lock(makeObj<LkMutex>("GateInternal")),
+      _gate(makeObj<LkPulse>("Gate", LkPulse::WAKE_ALL)),
+      _observers(makeObj<LkPulse>("GateObservers", LkPulse::WAKE_ALL)),
+      _gateKeeper(useGateKeeper ? new LkUnnamedSema("GateKeeper", 0) : nullptr),
+      _name(name)
+{
+    ZV_ASSERT(numGatees > 0);
+}
+
+LkGate::LkGate(LkGate &source)
+    : _useGateKeeper(source._useGateKeeper),
+      _numGatees(source._numGatees),
+      _numReady(source._numReady),
+      _lock(source._lock),
+      _gate(source._gate),
+      _observers(source._observers),
+      _gateKeeper(source._gateKeeper),
+      _name(source._name)
+{}
+
+LkGate::LkGate(LkGate &&source) : LkGate(source) {}
+
+void LkGate::ready()
+{
+    checkRoom(loadAcquire(_numReady), _numGatees);
+    LkGuard<LkMutex const> guard(*_lock);
+    storeRelease(_numReady, _numReady + 1);
+    if (_numReady == _numGatees) {
+        _observers->pulse();
+        if (!_useGateKeeper) {
+            storeRelease(_numReady, 0);
+            _gate->pulse();
+            return;
+        }
+        _gateKeeper->post();
+    }
+    _gate->wait(guard);
+}
+
+bool LkGate::isGateReady()
+{
+    bool const isReady = _gateKeeper->tryWait();
+    if (isReady)
+        _gateKeeper->post();
+    return isReady;
+}
+
+void LkGate::observeGateReady()
+{
+    LkGuard<LkMutex const> guard(*_lock);
+    while (_numReady != _numGatees)
+        _observers->waitNextPulse(guard);
+}
+
+void LkGate::waitGateReady()
+{
+    ZV_ASSERT(_useGateKeeper);
+    _gateKeeper->wait();
+    ZV_ASSERT((*_gateKeeper).tryWait() == false);
+    // All of them stand still until the gate is released.
+    ZV_ASSERT(_numReady == _numGatees);
+}
+
+void LkGate::releaseGate()
+{
+    ZV_ASSERT(_useGateKeeper);
+    LkGuard<LkMutex const> guard(*_lock);
+    storeRelease(_numReady, 0);
+    _gate->pulse();
+}
+
+void LkGate::dump(std::ostream &stream) const
+{
+    stream << _name << ": gatekeeper: " << (_useGateKeeper ? "yes" : "no")
+           << ", num gatees: " << _numGatees << '\n'
+           << "Current state: num ready: " << loadAcquire(_numReady) << '\n'
+           << "Internal lock: ";
+    _lock->dump(stream);
+    stream << "Gate cond var: ";
+    _gate->dump(stream);
+    stream << "Gatekeeper sema: ";
+    if (!_useGateKeeper) {
+        stream << "unused";
+        return;
+    }
+    bool const isSet = _gateKeeper->tryWait();
+    if (isSet)
+        _gateKeeper->post();
+    stream << (isSet ? "set" : "not set");
+}
+
+} // namespace Zv

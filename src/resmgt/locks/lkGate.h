@@ -1,0 +1,66 @@
+// The gate.
+#pragma once
+
+#include "resmgt/locks/lkMutex.h"
+#include "resmgt/locks/lkPulse.h"
+#include "resmgt/locks/lkUnnamedSema.h"
+#include "zvbase/objPtr.h"
+
+#include <iosfwd>
+
+namespace Zv {
+
+/// Where a fixed number of threads meet: each calls `ready`, and all go on when the last has come. With a keeper they
+/// go on only when he lets them: he acts while all of them stand at the gate, in the scope of an `LkGateKeeperGuard`.
+///
+/// A gate opens for good: from the second cycle on `ready` counts, but holds nobody. The name is not copied.
+class ZVRESMGT_EXPORT LkGate
+{
+public:
+    /// `numGatees` threads have to come; above 0.
+    LkGate(char const *name, int numGatees, bool useGateKeeper);
+    /// Takes the gate over. Nobody may stand at the source, and nobody uses it again.
+    LkGate(LkGate &source);
+    LkGate(LkGate &&source);
+    LkGate &operator=(LkGate const &) = delete;
+
+    /// Blocks until the gate opens. One arrival too many fails an assertion.
+    void ready();
+    /// Whether all stand at the gate and the keeper has not yet come. Only with a keeper; never blocks.
+    bool isGateReady();
+    /// Blocks until all stand at the gate. Only with a keeper: without, they are gone at the moment when they are all
+    /// there. An observer that comes to look when the keeper has let them go waits for the next cycle.
+    void observeGateReady();
+    char const *getName() const noexcept { return _name; }
+    void dump(std::ostream &stream) const;
+
+private:
+    friend class LkGateKeeperGuard;
+
+    void waitGateReady();
+    void releaseGate();
+
+    bool _useGateKeeper;
+    int _numGatees;
+    int _numReady; // written under _lock; an assertion and the dump read it without
+    ObjPtr<LkMutex> _lock;
+    ObjPtr<LkPulse> _gate;
+    ObjPtr<LkPulse> _observers;
+    ObjPtr<LkUnnamedSema> _gateKeeper;
+    char const *_name;
+};
+
+/// The keeper's scope: the constructor blocks until all stand at the gate, the destructor lets them go.
+class ZVRESMGT_EXPORT LkGateKeeperGuard
+{
+public:
+    explicit LkGateKeeperGuard(LkGate &gate) : _gate(gate) { _gate.waitGateReady(); }
+    LkGateKeeperGuard(LkGateKeeperGuard const &) = delete;
+    LkGateKeeperGuard &operator=(LkGateKeeperGuard const &) = delete;
+    ~LkGateKeeperGuard() noexcept(false) { _gate.releaseGate(); }
+
+private:
+    LkGate &_gate;
+};
+
+} // namespace Zv

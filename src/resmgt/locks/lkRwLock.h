@@ -1,0 +1,76 @@
+// The read-write lock.
+#pragma once
+
+#include "resmgt/locks/lkMutex.h"
+#include "resmgt/locks/lkPulse.h"
+#include "resmgt/locks/lkThreadId.h"
+
+#include <iosfwd>
+
+namespace Zv {
+
+/// Many readers or one writer. A writer that waits keeps new readers out.
+///
+/// The constness of the object chooses: `lock`, `tryLock` and `spinLock` of a non-const object write, those of a const
+/// object read, so `LkGuard<LkRwLock>` writes and `LkGuard<LkRwLock const>` reads. There is no recursion: who holds the
+/// lock for writing and asks for it again, for whatever, waits for ever. The name is not copied.
+class ZVRESMGT_EXPORT ZV_CAPABILITY("rwlock") LkRwLock
+{
+public:
+    explicit LkRwLock(char const *name);
+    LkRwLock(char const *name, LkMutexAttr const &attr);
+    LkRwLock(LkRwLock const &) = delete;
+    LkRwLock &operator=(LkRwLock const &) = delete;
+
+    bool lock() ZV_ACQUIRE() { return writeLock(); }
+    bool lock() const ZV_ACQUIRE_SHARED() { return readLock(); }
+    bool tryLock() ZV_TRY_ACQUIRE(true) { return tryWriteLock(); }
+    bool tryLock() const ZV_TRY_ACQUIRE_SHARED(true) { return tryReadLock(); }
+    bool spinLock(unsigned tries) ZV_ACQUIRE() { return spinWriteLock(tries); }
+    bool spinLock(unsigned tries) const ZV_ACQUIRE_SHARED() { return spinReadLock(tries); }
+
+    /// Blocks until no writer holds the lock and none waits for it. Always true.
+    bool readLock() const ZV_ACQUIRE_SHARED();
+    /// Blocks until nobody holds the lock. Always true.
+    bool writeLock() const ZV_ACQUIRE();
+    /// Never wait for another holder. A read lock is refused also where a writer waits.
+    bool tryReadLock() const ZV_TRY_ACQUIRE_SHARED(true);
+    bool tryWriteLock() const ZV_TRY_ACQUIRE(true);
+    /// Try up to `tries` times, 0 standing for 2^32, then block. Always true.
+    bool spinReadLock(unsigned tries) const ZV_ACQUIRE_SHARED();
+    bool spinWriteLock(unsigned tries) const ZV_ACQUIRE();
+    /// Lets go of either kind.
+    void unlock() const ZV_THREAD_ANNOTATION(release_generic_capability());
+
+    /// What some thread holds, for checks and reports: a write lock on a non-const object, a read lock on a const one.
+    bool isLocked() { return isWriteLock(); }
+    bool isLocked() const { return isReadLock(); }
+    /// The same: the lock has no owner.
+    bool isLockedByThread() { return isWriteLock(); }
+    bool isLockedByThread() const { return isReadLock(); }
+    bool isWriteLock() const;
+    bool isReadLock() const;
+    /// Whether anybody holds the lock, of either kind.
+    bool isLockedInline() const;
+    /// Whether a writer holds the lock or waits for it: new readers have to wait.
+    bool waitForWriters() const;
+
+    char const *getName() const noexcept { return _name; }
+    /// "name ", name, " rwLock ", the state (readers, -1 a writer, 0 free), " wr wait ", waiting writers, " rd wait ",
+    /// waiting readers.
+    void dump(std::ostream &stream) const;
+
+private:
+    char const *_name;
+    LkMutex _lock;
+    // Written under _lock; the questions read them without.
+    int mutable _rwLock;
+    LkPulse _readers;
+    unsigned mutable _waitingWriters;
+    unsigned mutable _waitingReaders;
+    LkPulse _writers;
+    LkThreadId mutable _writer;
+    bool mutable _isWriterCalled; // a pulse is on its way to a waiting writer
+};
+
+} // namespace Zv
