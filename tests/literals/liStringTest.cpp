@@ -1,0 +1,440 @@
+#include "resmgt/literals/liString.h"
+
+#include "zvbase/containers.h"
+#include "zvbase/rcEx.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+template <class Action>
+std::string outOfBoundsReason(Action action)
+{
+    try {
+        action();
+    } catch (std::range_error const &error) {
+        return error.what();
+    }
+    return "nothing thrown";
+}
+
+LiString text(std::string const &bytes)
+{
+    LiString string;
+    for (char c : bytes)
+        string += c;
+    return string;
+}
+
+TEST(LiString, AllKindsOfEmptyShareOneBody)
+{
+    char const * const none = nullptr;
+    LiString const fromDefault;
+    LiString const fromNull(none);
+    LiString const fromEmpty("");
+    LiString const fromRange(LiString("abc"), 1, 0);
+    char const * const chars = fromDefault.getChars();
+    EXPECT_EQ(chars, fromNull.getChars());
+    EXPECT_EQ(chars, fromEmpty.getChars());
+    EXPECT_EQ(chars, fromRange.getChars());
+    LiString assigned("abc");
+    assigned = "";
+    EXPECT_EQ(chars, assigned.getChars());
+    assigned = "abc";
+    assigned = none;
+    EXPECT_EQ(chars, assigned.getChars());
+    EXPECT_TRUE(fromNull.isEmpty());
+    EXPECT_EQ(0, fromNull.getLength());
+    EXPECT_STREQ("", fromNull.getChars());
+    EXPECT_EQ(LiString::getEmptyImp(), LiString::getEmptyImp());
+}
+
+TEST(LiString, AnEmptyStringIsNotTheEmptyBodyOnceItChanges)
+{
+    LiString changed;
+    changed += 'x';
+    EXPECT_STREQ("x", changed.getChars());
+    EXPECT_TRUE(LiString().isEmpty());
+    EXPECT_STREQ("", LiString().getChars());
+}
+
+TEST(LiString, HasTheSizeOfAPointer)
+{
+    EXPECT_EQ(sizeof(void *), sizeof(LiString));
+    EXPECT_TRUE(std::is_nothrow_move_constructible_v<LiString>);
+    EXPECT_TRUE(std::is_nothrow_move_assignable_v<LiString>);
+}
+
+TEST(LiString, ConvertsToNumbersExplicitlyOnly)
+{
+    EXPECT_FALSE((std::is_convertible_v<LiString, std::uint64_t>));
+    EXPECT_TRUE((std::is_constructible_v<std::uint64_t, LiString>));
+    EXPECT_EQ(LiString("abc").hash(), static_cast<std::uint64_t>(LiString("abc")));
+}
+
+TEST(LiString, CopiesShareUntilOneChanges)
+{
+    LiString b("name");
+    LiString a = b;
+    EXPECT_EQ(a.getChars(), b.getChars());
+    a += "x";
+    EXPECT_STREQ("namex", a.getChars());
+    EXPECT_STREQ("name", b.getChars());
+    LiString c = b;
+    c.replace(0, 'g');
+    EXPECT_STREQ("game", c.getChars());
+    EXPECT_STREQ("name", b.getChars());
+    c = b;
+    EXPECT_EQ(c.getChars(), b.getChars());
+    c = "other";
+    EXPECT_STREQ("name", b.getChars());
+    EXPECT_STREQ("other", c.getChars());
+}
+
+TEST(LiString, AssignsItself)
+{
+    LiString a("self");
+    LiString const &same = a;
+    a = same;
+    EXPECT_STREQ("self", a.getChars());
+    a = a.getChars() + 1;
+    EXPECT_STREQ("elf", a.getChars());
+}
+
+TEST(LiString, AMovedFromStringThrowsUntilItIsAssigned)
+{
+    LiString a("name");
+    LiString const b(std::move(a));
+    EXPECT_STREQ("name", b.getChars());
+    EXPECT_THROW(a.getChars(), RCEx::ExNullPtr);
+    EXPECT_THROW(a.getLength(), RCEx::ExNullPtr);
+    EXPECT_THROW(a.isEmpty(), RCEx::ExNullPtr);
+    EXPECT_THROW(a.hash(), RCEx::ExNullPtr);
+    EXPECT_THROW(a[0], RCEx::ExNullPtr);
+    EXPECT_THROW(a += "x", RCEx::ExNullPtr);
+    EXPECT_THROW(a += a, RCEx::ExNullPtr);
+    EXPECT_THROW(a.replace(0, 'x'), RCEx::ExNullPtr);
+    EXPECT_THROW(a.find("x"), RCEx::ExNullPtr);
+    EXPECT_THROW(static_cast<void>(a == b), RCEx::ExNullPtr);
+    EXPECT_THROW(a.releaseChars(), RCEx::ExNullPtr);
+    LiString copy(a);
+    EXPECT_THROW(copy.getChars(), RCEx::ExNullPtr);
+    a = "again";
+    EXPECT_STREQ("again", a.getChars());
+    copy = b;
+    EXPECT_STREQ("name", copy.getChars());
+}
+
+TEST(LiString, TakesARange)
+{
+    LiString const s("resource");
+    EXPECT_STREQ("source", LiString(s, 2, 6).getChars());
+    EXPECT_STREQ("e", LiString(s, 7, 1).getChars());
+    EXPECT_EQ(6, LiString(s, 2, 6).getLength());
+}
+
+TEST(LiString, ARangeOfLengthZeroIsEmptyWhereverItStarts)
+{
+    LiString const empty;
+    EXPECT_TRUE(LiString(empty, 0, 0).isEmpty());
+    EXPECT_TRUE(LiString(empty, -7, 0).isEmpty());
+    EXPECT_TRUE(LiString(LiString("abc"), 99, 0).isEmpty());
+    EXPECT_EQ("Index (0) is not in the proper range (0-0).",
+              outOfBoundsReason([&] { LiString(empty, 0, 1); }));
+}
+
+TEST(LiString, ARangeOutsideNamesTheFirstThingThatIsWrong)
+{
+    LiString const s("abc");
+    EXPECT_EQ("Index (3) is not in the proper range (0-3).",
+              outOfBoundsReason([&] { LiString(s, 3, 1); }));
+    EXPECT_EQ("Index (-1) is not in the proper range (0-3).",
+              outOfBoundsReason([&] { LiString(s, -1, -2); }));
+    EXPECT_EQ("Index (-2) is not in the proper range (0-3).",
+              outOfBoundsReason([&] { LiString(s, 1, -2); }));
+    EXPECT_EQ("Index (3) is not in the proper range (0-3).",
+              outOfBoundsReason([&] { LiString(s, 1, 3); }));
+    int const most = std::numeric_limits<int>::max();
+    EXPECT_EQ("Index (2147483647) is not in the proper range (0-3).",
+              outOfBoundsReason([&] { LiString(s, 2, most); }));
+}
+
+TEST(LiString, TakesAnArrayOverWithoutCopying)
+{
+    char * const chars = new char[8]{'a', 'b', '\0', 'x'};
+    ArrayPtr<char> owner(chars);
+    LiString s(std::move(owner));
+    EXPECT_EQ(chars, s.getChars());
+    EXPECT_EQ(2, s.getLength());
+    s += "c";
+    EXPECT_STREQ("abc", s.getChars());
+    EXPECT_TRUE(LiString(ArrayPtr<char>()).isEmpty());
+}
+
+TEST(LiString, HandsItsCharactersOut)
+{
+    LiString s("abc");
+    LiString const shared(s);
+    char const * const body = s.getChars();
+    ArrayPtr<char> fromShared(s.releaseChars());
+    EXPECT_NE(body, fromShared.get());
+    EXPECT_STREQ("abc", fromShared.get());
+    EXPECT_STREQ("abc", shared.getChars());
+    EXPECT_EQ(LiString().getChars(), s.getChars());
+
+    LiString sole("xyz");
+    char const * const own = sole.getChars();
+    ArrayPtr<char> fromSole(sole.releaseChars());
+    EXPECT_EQ(own, fromSole.get());
+    EXPECT_TRUE(sole.isEmpty());
+
+    ArrayPtr<char> fromEmpty(sole.releaseChars());
+    EXPECT_STREQ("", fromEmpty.get());
+    EXPECT_NE(sole.getChars(), fromEmpty.get());
+}
+
+TEST(LiString, CopiesAStreamsTextUpToTheFirstZeroByte)
+{
+    std::ostringstream stream;
+    stream << "ab" << 12 << '\0' << "rest";
+    LiString const s(stream);
+    EXPECT_STREQ("ab12", s.getChars());
+    EXPECT_EQ(4, s.getLength());
+}
+
+TEST(LiString, Appends)
+{
+    LiString s("a");
+    s += "bc";
+    s += LiString("de");
+    s += 'f';
+    char const * const none = nullptr;
+    s += none;
+    s += "";
+    s += LiString();
+    EXPECT_STREQ("abcdef", s.getChars());
+    EXPECT_EQ(6, s.getLength());
+}
+
+TEST(LiString, AppendsItself)
+{
+    LiString a("abc");
+    a += a;
+    EXPECT_STREQ("abcabc", a.getChars());
+    a += a; // has the room by now
+    EXPECT_STREQ("abcabcabcabc", a.getChars());
+    a += a.getChars() + 9;
+    EXPECT_STREQ("abcabcabcabcabc", a.getChars());
+    LiString const shared(a);
+    a += a.getChars() + 14;
+    EXPECT_STREQ("abcabcabcabcabcc", a.getChars());
+    EXPECT_STREQ("abcabcabcabcabc", shared.getChars());
+}
+
+TEST(LiString, GrowsByItsNeedAndStaysWhereItHasRoom)
+{
+    LiString s("abcd");
+    s += 'e'; // 4 + 5
+    char const * const chars = s.getChars();
+    s += "fghi";
+    EXPECT_EQ(chars, s.getChars());
+    s += 'j';
+    EXPECT_STREQ("abcdefghij", s.getChars());
+}
+
+TEST(LiString, KeepsZeroBytesThatWereAppended)
+{
+    LiString const s = text(std::string("a\0b", 3));
+    EXPECT_EQ(3, s.getLength());
+    EXPECT_FALSE(s == LiString("a"));
+    EXPECT_TRUE(s == "a");
+    EXPECT_FALSE(s < LiString("a"));
+    EXPECT_FALSE(s > LiString("a"));
+    LiString const tail(s, 2, 1);
+    EXPECT_STREQ("b", tail.getChars());
+}
+
+TEST(LiString, IndexesWithinItsLength)
+{
+    LiString const s("abc");
+    EXPECT_EQ('a', s[0]);
+    EXPECT_EQ('c', s[2]);
+    EXPECT_EQ("Index (3) is not in the proper range (0-3).",
+              outOfBoundsReason([&] { s[s.getLength()]; }));
+    EXPECT_EQ("Index (-1) is not in the proper range (0-3).", outOfBoundsReason([&] { s[-1]; }));
+    EXPECT_THROW(s[3], LiStringEx);
+    EXPECT_THROW(s[3], ExBase);
+}
+
+TEST(LiString, ReplacesOneByte)
+{
+    LiString s("abc");
+    s.replace(1, 'X');
+    EXPECT_STREQ("aXc", s.getChars());
+    LiString const shared(s);
+    EXPECT_EQ("Index (3) is not in the proper range (0-3).",
+              outOfBoundsReason([&] { s.replace(3, 'Y'); }));
+    EXPECT_EQ(shared.getChars(), s.getChars());
+}
+
+TEST(LiString, ReplacesARange)
+{
+    LiString s("abcdef");
+    s.replace(2, LiString("XY"));
+    EXPECT_STREQ("abXYef", s.getChars());
+    s.replace(0, s);
+    EXPECT_STREQ("abXYef", s.getChars());
+    s.replace(99, LiString());
+    EXPECT_STREQ("abXYef", s.getChars());
+    EXPECT_EQ("Index (6) is not in the proper range (0-6).",
+              outOfBoundsReason([&] { s.replace(5, LiString("PQ")); }));
+    EXPECT_EQ("Index (-1) is not in the proper range (0-6).",
+              outOfBoundsReason([&] { s.replace(-1, LiString("PQ")); }));
+    EXPECT_EQ("Index (2147483647) is not in the proper range (0-6).", outOfBoundsReason([&] {
+                  s.replace(std::numeric_limits<int>::max(), LiString("PQ"));
+              }));
+    EXPECT_STREQ("abXYef", s.getChars());
+}
+
+TEST(LiString, FindsTheFirstPosition)
+{
+    LiString const s("abcabc");
+    EXPECT_EQ(1, s.find("bc"));
+    EXPECT_EQ(2, s.find(LiString("ca")));
+    EXPECT_EQ(-1, s.find("x"));
+    EXPECT_EQ(0, s.find(""));
+    EXPECT_EQ(0, LiString().find(LiString()));
+    EXPECT_TRUE(s.has("cab"));
+    EXPECT_FALSE(s.has(LiString("cb")));
+    EXPECT_TRUE(s.has(""));
+    EXPECT_TRUE(s.hasPrefix(LiString("abc")));
+    EXPECT_TRUE(s.hasPrefix(LiString()));
+    EXPECT_FALSE(s.hasPrefix(LiString("abd")));
+    EXPECT_FALSE(s.hasPrefix(LiString("abcabcd")));
+}
+
+TEST(LiString, HashesSignedBytesTimesFive)
+{
+    EXPECT_EQ(0U, LiString().hash());
+    EXPECT_EQ((97U * 5 + 98) * 5 + 99, LiString("abc").hash());
+    EXPECT_EQ(static_cast<std::uint32_t>(-128), LiString("\x80").hash());
+    EXPECT_EQ(static_cast<std::uint32_t>(-1 * 5 + 1), LiString("\xff\x01").hash());
+    std::uint32_t h = 0;
+    for (int i = 0; i < 100; ++i)
+        h = h * 5 + 'z';
+    EXPECT_EQ(h, text(std::string(100, 'z')).hash());
+}
+
+TEST(LiString, ComparesUnsignedBytes)
+{
+    char const * const none = nullptr;
+    EXPECT_EQ(0, LiString::compare("a", "a"));
+    EXPECT_EQ(-1, LiString::compare("a", "c"));
+    EXPECT_EQ(1, LiString::compare("ab", "a"));
+    EXPECT_EQ(1, LiString::compare("\x80", "a"));
+    EXPECT_EQ(0, LiString::compare(none, ""));
+    EXPECT_EQ(0, LiString::compare(none, none));
+    EXPECT_EQ(-1, LiString::compare(none, "a"));
+    EXPECT_EQ(1, LiString::compare("a", none));
+}
+
+TEST(LiString, HasAllComparisonsOnBothSides)
+{
+    LiString const a("a");
+    LiString const b("b");
+    char const * const none = nullptr;
+    EXPECT_TRUE(a == LiString("a") && a != b && a < b && b > a && a <= b && b >= a);
+    EXPECT_TRUE(a == "a" && "a" == a && a != "b" && "b" != a);
+    EXPECT_TRUE(a < "b" && "a" < b && b > "a" && "b" > a);
+    EXPECT_TRUE(a <= "a" && "a" <= a && a >= "a" && "a" >= a);
+    EXPECT_TRUE(LiString() == none && a != none && a > none && none < a);
+    EXPECT_TRUE(LiString("\x80") > a);
+}
+
+TEST(LiString, Adds)
+{
+    LiString const a("a");
+    EXPECT_STREQ("ab", (a + LiString("b")).getChars());
+    EXPECT_STREQ("ab", (a + "b").getChars());
+    EXPECT_STREQ("ba", ("b" + a).getChars());
+    char const * const none = nullptr;
+    EXPECT_STREQ("a", (none + a).getChars());
+    EXPECT_STREQ("a", (a + none).getChars());
+    EXPECT_STREQ("a", a.getChars());
+}
+
+TEST(LiString, IsAKeyOfHashMaps)
+{
+    HashMap<LiString, int> map;
+    map["one"] = 1;
+    map[LiString("two")] = 2;
+    EXPECT_EQ(1, map.at("one"));
+    EXPECT_EQ(2, map.at("two"));
+    EXPECT_EQ(map.end(), map.find("three"));
+}
+
+TEST(LiString, WritesItsCharacters)
+{
+    std::ostringstream stream;
+    stream << LiString("ab") << LiString() << LiString("c");
+    EXPECT_EQ("abc", stream.str());
+}
+
+TEST(LiString, ReadsOneWord)
+{
+    std::istringstream stream("  one\ttwo \n");
+    LiString word("before");
+    ASSERT_TRUE(stream >> word);
+    EXPECT_STREQ("one", word.getChars());
+    ASSERT_TRUE(stream >> word);
+    EXPECT_STREQ("two", word.getChars());
+    EXPECT_FALSE(stream >> word);
+    EXPECT_STREQ("two", word.getChars());
+}
+
+TEST(LiString, ReadsAWordOfAnyLength)
+{
+    for (std::size_t length : {1U, 255U, 256U, 257U, 511U, 512U, 513U, 1000U}) {
+        std::string const expected(length, 'w');
+        for (char const *end : {"", " ", "\n next"}) {
+            std::istringstream stream(" " + expected + end);
+            LiString word;
+            EXPECT_TRUE(stream >> word) << length << '"' << end << '"';
+            EXPECT_EQ(expected, word.getChars());
+        }
+    }
+}
+
+TEST(LiString, ManyThreadsShareABody)
+{
+    LiString const shared("shared by all");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&shared] {
+            for (int round = 0; round < 500; ++round) {
+                LiString copy(shared);
+                LiString const other(copy);
+                copy += 'x';
+                EXPECT_EQ(shared.getLength() + 1, copy.getLength());
+                EXPECT_EQ(shared, other);
+                LiString empty;
+                empty += copy;
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_STREQ("shared by all", shared.getChars());
+    EXPECT_TRUE(LiString().isEmpty());
+}
+
+} // namespace
+} // namespace Zv

@@ -1,0 +1,75 @@
+#include "resmgt/literals/liStringParser.h"
+#include "resmgt/literals/liStringUtil.h"
+#include "resmgt/literals/liTimestamp.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace Zv {
+namespace {
+
+TEST(LiStringParser, ReadsWordsAndQuotedTexts)
+{
+    std::istringstream stream("  word \"two words\" \"\" x\"y\" \" keeps\tspace \"next");
+    LiStringParser parser;
+    EXPECT_STREQ("word", parser.readToken(stream).getChars());
+    EXPECT_STREQ("two words", parser.readToken(stream).getChars());
+    EXPECT_STREQ("", parser.readToken(stream).getChars());
+    EXPECT_TRUE(stream.good());
+    EXPECT_STREQ("x\"y\"", parser.readToken(stream).getChars());
+    EXPECT_STREQ(" keeps\tspace ", parser.readToken(stream).getChars());
+    EXPECT_STREQ("next", parser.readToken(stream).getChars());
+    EXPECT_FALSE(stream.fail());
+    EXPECT_TRUE(parser.readToken(stream).isEmpty());
+    EXPECT_TRUE(stream.fail());
+}
+
+TEST(LiStringParser, KnowsNoEscape)
+{
+    std::istringstream stream("\"a\\\"b");
+    LiStringParser parser;
+    EXPECT_STREQ("a\\", parser.readToken(stream).getChars());
+    EXPECT_STREQ("b", parser.readToken(stream).getChars());
+}
+
+TEST(LiStringParser, ATextThatDoesNotEndFails)
+{
+    std::istringstream stream("\"open");
+    LiStringParser parser;
+    EXPECT_TRUE(parser.readToken(stream).isEmpty());
+    EXPECT_TRUE(stream.fail());
+}
+
+TEST(LiStringParser, ReadsLongWords)
+{
+    std::string const expected(700, 'w');
+    std::istringstream stream(expected + " rest");
+    EXPECT_EQ(expected, LiStringParser().readToken(stream).getChars());
+}
+
+TEST(LiStringUtil, WritesNumbersAsStreamsDo)
+{
+    EXPECT_STREQ("-12", LiStringUtil::convertNb(-12).getChars());
+    EXPECT_STREQ("4294967295", LiStringUtil::convertNb(4294967295U).getChars());
+    EXPECT_STREQ("-5000000000", LiStringUtil::convertNb(-5000000000L).getChars());
+    EXPECT_STREQ("18446744073709551615",
+                 LiStringUtil::convertNb(18446744073709551615UL).getChars());
+    EXPECT_STREQ("1.5", LiStringUtil::convertNb(1.5F).getChars());
+    EXPECT_STREQ("0.333333", LiStringUtil::convertNb(1.0 / 3.0).getChars());
+    EXPECT_STREQ("1e+20", LiStringUtil::convertNb(1e20).getChars());
+}
+
+TEST(LiTimestamp, IsAValueOfSeconds)
+{
+    EXPECT_TRUE(LiTimestamp(1.5) < LiTimestamp(2.0));
+    EXPECT_FALSE(LiTimestamp(2.0) < LiTimestamp(1.5));
+    EXPECT_FALSE(LiTimestamp(2.0) < LiTimestamp(2.0));
+    EXPECT_TRUE(LiTimestamp(2.0) == LiTimestamp(2.0));
+    EXPECT_EQ(0.0, LiTimestamp().getSeconds());
+    EXPECT_EQ(2.5, LiTimestamp(2.5).getSeconds());
+}
+
+} // namespace
+} // namespace Zv

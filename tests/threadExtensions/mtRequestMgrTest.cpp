@@ -1,0 +1,185 @@
+#include "resmgt/threadExtensions/mtRequestMgr.h"
+
+#include "resmgt/threadExtensions/mtGroupCommand.h"
+#include "zvbase/assertions.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+template <class Action>
+std::string failedExpression(Action action)
+{
+    try {
+        action();
+    } catch (AssertionFailed const &failure) {
+        return failure.getExpression();
+    }
+    return "nothing failed";
+}
+
+TEST(MtRequestTag, IsInvalidUntilAcquired)
+{
+    MtRequestMgr mgr;
+    MtRequestTag const none;
+    EXPECT_FALSE(none.isValid());
+    EXPECT_TRUE(none == MtRequestTag());
+    MtRequestTag const tag = mgr.acquireTag();
+    EXPECT_TRUE(tag.isValid());
+    EXPECT_FALSE(tag == none);
+    MtRequestTag const copy(tag);
+    EXPECT_TRUE(copy == tag);
+    MtRequestTag const other = mgr.acquireTag();
+    EXPECT_TRUE(other != tag);
+}
+
+TEST(MtRequestMgr, CountsEachTagByItself)
+{
+    MtRequestMgr mgr;
+    MtRequestTag const a = mgr.acquireTag();
+    MtRequestTag const b = mgr.acquireTag();
+    mgr.incRequestCount(a);
+    mgr.incRequestCount(a);
+    mgr.incRequestCount(b);
+    EXPECT_EQ(2U, mgr.getRequestCount(a));
+    EXPECT_EQ(1U, mgr.getRequestCount(b));
+    mgr.decRequestCount(a);
+    EXPECT_EQ(1U, mgr.getRequestCount(a));
+}
+
+TEST(MtRequestMgr, RefusesInvalidTags)
+{
+    MtRequestMgr mgr;
+    MtRequestTag const none;
+    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.releaseTag(none); }));
+    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.getRequestCount(none); }));
+    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.incRequestCount(none); }));
+    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.decRequestCount(none); }));
+    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.waitRequestCountZero(none); }));
+    EXPECT_TRUE(mgr.acquireTag().isValid()); // the lock is free again
+}
+
+TEST(MtRequestMgr, DoesNotReleaseATagWithRequests)
+{
+    MtRequestMgr mgr;
+    MtRequestTag const tag = mgr.acquireTag();
+    mgr.incRequestCount(tag);
+    EXPECT_EQ("(*tag._id).first == 0", failedExpression([&] { mgr.releaseTag(tag); }));
+    mgr.decRequestCount(tag);
+    mgr.releaseTag(tag);
+}
+
+TEST(MtRequestMgr, WrapsAroundBelowZero)
+{
+    MtRequestMgr mgr;
+    MtRequestTag const tag = mgr.acquireTag();
+    mgr.decRequestCount(tag);
+    EXPECT_EQ(std::numeric_limits<unsigned>::max(), mgr.getRequestCount(tag));
+}
+
+TEST(MtRequestMgr, WaitingForACountOfZeroReturnsAtOnceAndLatchesNothing)
+{
+    MtRequestMgr mgr;
+    MtRequestTag const tag = mgr.acquireTag();
+    mgr.waitRequestCountZero(tag);
+    // Had that wait made a pulse, this turn to 0 would set it for good, and the wait below would not wait.
+    mgr.incRequestCount(tag);
+    mgr.decRequestCount(tag);
+    mgr.incRequestCount(tag);
+    bool done = false;
+    std::thread worker([&] {
+        done = true;
+        mgr.decRequestCount(tag);
+    });
+    mgr.waitRequestCountZero(tag);
+    EXPECT_TRUE(done);
+    worker.join();
+}
+
+TEST(MtRequestMgr, WaitsUntilAllAreDone)
+{
+    constexpr int ROUNDS = 50;
+    MtRequestMgr mgr;
+    for (int round = 0; round < ROUNDS; ++round) {
+        MtRequestTag const tag = mgr.acquireTag();
+        for (int i = 0; i < 4; ++i)
+            mgr.incRequestCount(tag);
+        std::vector<std::thread> workers;
+        for (int i = 0; i < 4; ++i)
+            workers.emplace_back([&] { mgr.decRequestCount(tag); });
+        mgr.waitRequestCountZero(tag);
+        EXPECT_EQ(0U, mgr.getRequestCount(tag));
+        for (std::thread &worker : workers)
+            worker.join();
+        mgr.releaseTag(tag);
+    }
+}
+
+TEST(MtRequestMgr, ATagThatHasBeenWaitedForNeverWaitsAgain)
+{
+    MtRequestMgr mgr;
+    MtRequestTag const tag = mgr.acquireTag();
+    mgr.incRequestCount(tag);
+    std::thread waiter([&] { mgr.waitRequestCountZero(tag); });
+    std::thread second([&] { mgr.waitRequestCountZero(tag); });
+    // The pulse is there as soon as one of them sleeps; until then a count of 0 lets it through as well.
+    mgr.decRequestCount(tag);
+    waiter.join();
+    second.join();
+    mgr.releaseTag(tag);
+
+    MtRequestTag const latched = mgr.acquireTag();
+    mgr.incRequestCount(latched);
+    bool sent = false;
+    std::thread worker([&] {
+        sent = true;
+        mgr.decRequestCount(latched);
+    });
+    mgr.waitRequestCountZero(latched);
+    EXPECT_TRUE(sent);
+    worker.join();
+}
+
+void addOne(void *argument)
+{
+    ++*static_cast<int *>(argument);
+}
+
+TEST(MtGroupCommand, CallsItsFunction)
+{
+    MtRequestMgr mgr;
+    int calls = 0;
+    MtRequestTag const tag = mgr.acquireTag();
+    MtGroupCommand command(tag, addOne, &calls);
+    command.execute();
+    EXPECT_EQ(1, calls);
+    EXPECT_TRUE(command.getTag() == tag);
+
+    MtGroupCommand copy(command);
+    EXPECT_TRUE(copy.getTag() == tag);
+    copy.execute();
+    MtGroupCommand assigned;
+    EXPECT_FALSE(assigned.getTag().isValid());
+    assigned = command;
+    EXPECT_TRUE(assigned.getTag() == tag);
+    assigned.execute();
+    EXPECT_EQ(3, calls);
+    assigned.setTag(MtRequestTag());
+    EXPECT_FALSE(assigned.getTag().isValid());
+    EXPECT_TRUE(command.getTag() == tag);
+}
+
+TEST(MtGroupCommand, WithoutAFunctionFailsAnAssertion)
+{
+    MtGroupCommand command;
+    EXPECT_EQ("_function != 0", failedExpression([&] { command.execute(); }));
+}
+
+} // namespace
+} // namespace Zv
