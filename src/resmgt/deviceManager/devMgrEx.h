@@ -8,8 +8,9 @@
 
 namespace Zv {
 
-/// Failures that a client of the device manager meets: in names, configuration strings, connections, and in the state
-/// machines of devices. All are programmer's or configuration errors, `std::logic_error`.
+/// Failures that a client of the device manager meets: in names, configuration strings,
+/// connections, and in the state machines of devices. All are programmer's or configuration errors,
+/// `std::logic_error`.
 ///
 /// `file` is `__FILE__` of the throwing source. Names and details are copied.
 class ZVRESMGT_EXPORT DevMgrEx : public ExBase
@@ -59,7 +60,8 @@ public:
     ZV_EXCEPTION_MEMBERS(NameNotFound)
 };
 
-/// A sequence or stream string is wrong: the detail, or for a null one "Configuration string Syntax error."
+/// A sequence or stream string is wrong: the detail, or for a null one "Configuration string Syntax
+/// error."
 class ZVRESMGT_EXPORT DevMgrEx::ConfigSyntaxError : public std::logic_error, public DevMgrEx
 {
 public:
@@ -142,8 +144,8 @@ public:
     ZV_EXCEPTION_MEMBERS(PropertySyntaxError)
 };
 
-/// A property was asked for with a type that is not its own. The misspelling of its text, "Illegal type converion of
-/// property ", is part of the interface; a null name reads "<unknown>".
+/// A property was asked for with a type that is not its own. The misspelling of its text, "Illegal
+/// type converion of property ", is part of the interface; a null name reads "<unknown>".
 class ZVRESMGT_EXPORT DevMgrEx::PropertyInvalidType : public std::logic_error, public DevMgrEx
 {
 public:

@@ -12,21 +12,24 @@
 
 namespace Zv {
 
-/// One finite state machine, as small numbers: what a `DevSMTableBuilder` makes, what any number of `DevSMExecutionEng`
-/// run. It knows nothing of what transitions do.
+/// One finite state machine, as small numbers: what a `DevSMTableBuilder` makes, what any number of
+/// `DevSMExecutionEng` run. It knows nothing of what transitions do.
 ///
-/// An event does not lead to a state: it selects a transition, and the transition, which is code that runs in between,
-/// selects the next state. So one transition can serve several states and lead elsewhere from each.
+/// An event does not lead to a state: it selects a transition, and the transition, which is code
+/// that runs in between, selects the next state. So one transition can serve several states and
+/// lead elsewhere from each.
 ///
-/// A number is an index into the list of states, events or transitions. The first ones of each list, the primary ones,
-/// are what the author of the machine declared, in that order, so that the author's own enumeration can be used here;
-/// behind them stands what the builder's expansion added.
+/// A number is an index into the list of states, events or transitions. The first ones of each
+/// list, the primary ones, are what the author of the machine declared, in that order, so that the
+/// author's own enumeration can be used here; behind them stands what the builder's expansion
+/// added.
 ///
 /// A table never changes: all threads may read it at once, and nothing blocks.
 class ZVRESMGT_EXPORT DevSMTable : public RCBase<LkCounter<long>>
 {
 public:
-    /// A transition that chooses: the i-th event selects the i-th transition. There are at least two.
+    /// A transition that chooses: the i-th event selects the i-th transition. There are at least
+    /// two.
     struct ConditionalTransitionDesc
     {
         LiString name;
@@ -37,8 +40,9 @@ public:
     /// One row for each state; -1 stands where there is no entry.
     using Matrix = Vector<Vector<std::int32_t>>;
 
-    /// Copies everything; for the builder. The primary transitions are those of `transitions` that neither a
-    /// description nor `auxiliaryTransitions` names. Asserts that each primary list is where its full list begins.
+    /// Copies everything; for the builder. The primary transitions are those of `transitions` that
+    /// neither a description nor `auxiliaryTransitions` names. Asserts that each primary list is
+    /// where its full list begins.
     DevSMTable(Vector<LiString> const &states, Vector<LiString> const &events,
                Vector<LiString> const &transitions, Matrix const &stateEventTable,
                Matrix const &stateTransitionTable,
@@ -60,16 +64,16 @@ public:
     bool isPrimaryEvent(std::int32_t i) const { return isIndex(i, _primaryEventVector); }
     bool isPrimaryTransition(std::int32_t i) const { return isIndex(i, _primaryTransitionVector); }
 
-    /// The transition that the event selects, -1 for none. Throws `DevMgrEx::SMDomainError` when there is no such state
-    /// or event.
+    /// The transition that the event selects, -1 for none. Throws `DevMgrEx::SMDomainError` when
+    /// there is no such state or event.
     std::int32_t getTransition(std::int32_t state, std::int32_t event) const
     {
         if (!isState(state) || !isEvent(event)) [[unlikely]]
             throwDomainError();
         return _stateEventTable[index(state, _e.size(), event)];
     }
-    /// The state that the transition leads to, -1 for none. Throws `DevMgrEx::SMDomainError` when there is no such state
-    /// or transition.
+    /// The state that the transition leads to, -1 for none. Throws `DevMgrEx::SMDomainError` when
+    /// there is no such state or transition.
     std::int32_t getState(std::int32_t state, std::int32_t transition) const
     {
         if (!isState(state) || !isTransition(transition)) [[unlikely]]
@@ -94,7 +98,8 @@ public:
         return _conditionalDescs;
     }
 
-    /// Lists, then matrices, as readable text. A list without names, which no builder makes, is an empty line.
+    /// Lists, then matrices, as readable text. A list without names, which no builder makes, is an
+    /// empty line.
     void dump(std::ostream &stream) const;
 
 protected:
@@ -119,7 +124,8 @@ private:
         Vector<std::int32_t> candidates; // numbers of primary transitions
         Vector<std::int32_t> events;
     };
-    /// What engines would look up by name, looked up once for all of them. -1 stands for a name that is not there.
+    /// What engines would look up by name, looked up once for all of them. -1 stands for a name
+    /// that is not there.
     struct Links
     {
         std::int32_t exception = -1;

@@ -12,23 +12,26 @@
 
 namespace Zv {
 
-/// Takes the declaration of a machine, expands it and makes its `DevSMTable`: declare, `expand`, `createTable`, discard.
+/// Takes the declaration of a machine, expands it and makes its `DevSMTable`: declare, `expand`,
+/// `createTable`, discard.
 ///
-/// The order of the declarations is part of the machine. That of states, events and transitions gives their numbers;
-/// that of the transitions declared for one state and event gives the order in which they are tried. Every pair of a
-/// state and a transition that can run there needs a next state: one that is forgotten silently leads to state 0.
+/// The order of the declarations is part of the machine. That of states, events and transitions
+/// gives their numbers; that of the transitions declared for one state and event gives the order in
+/// which they are tried. Every pair of a state and a transition that can run there needs a next
+/// state: one that is forgotten silently leads to state 0.
 ///
-/// Two or more transitions for one state and event are a choice: the first whose condition holds is taken, the last
-/// where none does. Names that begin with an underscore belong to the expansion. It makes ordinary states, events and
-/// transitions of choices and of failures:
+/// Two or more transitions for one state and event are a choice: the first whose condition holds is
+/// taken, the last where none does. Names that begin with an underscore belong to the expansion. It
+/// makes ordinary states, events and transitions of choices and of failures:
 ///
 ///     a --x--> t, b           runs t --> _exchk(a:x:t) --_noexc--> b
 ///                                                     --_exc----> _exc
 ///     a --x--> t1 or t2, b    runs _ct(a:x) --> _exchk(a:x:_ct(a:x)) --_noexc--> _cs(a:x)
 ///                             there _ce(t1) runs t1 --> _exchk(_cs(a:x):_ce(t1):t1) --_noexc--> b
 ///
-/// Each declared state and event without a transition gets the transition `_ill`, to the state `_ill`. Where several
-/// events fire one transition from one state, a checking state is made for each, but only that of the last is used.
+/// Each declared state and event without a transition gets the transition `_ill`, to the state
+/// `_ill`. Where several events fire one transition from one state, a checking state is made for
+/// each, but only that of the last is used.
 ///
 /// A builder is for one thread; nothing blocks.
 class ZVRESMGT_EXPORT DevSMTableBuilder
@@ -60,9 +63,9 @@ public:
     LiString replaceNextState(LiString const &state, LiString const &transition,
                               LiString const &next);
 
-    /// Makes the expanded machine, anew at each call; a declaration that follows waits for the next call. Throws
-    /// `DevMgrEx::NameNotUnique` where a generated name is taken, and asserts that no two declarations mean the same
-    /// pair; an expansion that fails leaves the builder as it was.
+    /// Makes the expanded machine, anew at each call; a declaration that follows waits for the next
+    /// call. Throws `DevMgrEx::NameNotUnique` where a generated name is taken, and asserts that no
+    /// two declarations mean the same pair; an expansion that fails leaves the builder as it was.
     void expand();
     /// The table of the machine as `expand` found it. Asserts that it ran.
     RCShdPtr<DevSMTable> createTable() const;

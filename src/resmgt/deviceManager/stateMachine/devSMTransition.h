@@ -8,8 +8,8 @@
 
 namespace Zv {
 
-/// What runs between two states of a machine. The author of a machine derives one class for each kind of transition; a
-/// `DevSMExecutionEng` gets its objects from a `DevSMTransitionFactory`.
+/// What runs between two states of a machine. The author of a machine derives one class for each
+/// kind of transition; a `DevSMExecutionEng` gets its objects from a `DevSMTransitionFactory`.
 class ZVRESMGT_EXPORT DevSMTransition : public RCBase<LkCounter<long>>
 {
 public:
@@ -21,17 +21,17 @@ protected:
     ~DevSMTransition() override;
 
 public:
-    /// Runs in the engine's `execute`, while the engine still has the state that it comes from. An `ExBase` leads the
-    /// machine to its state `_exc`; anything else that is thrown breaks the engine. It must not call `execute` of its
-    /// own engine.
+    /// Runs in the engine's `execute`, while the engine still has the state that it comes from. An
+    /// `ExBase` leads the machine to its state `_exc`; anything else that is thrown breaks the
+    /// engine. It must not call `execute` of its own engine.
     virtual void execute() = 0;
 
 private:
     LiString _name;
 };
 
-/// A transition that is taken only where its condition holds: each of those among which a machine chooses, the last one
-/// excepted, which is taken where no condition holds and is asked nothing.
+/// A transition that is taken only where its condition holds: each of those among which a machine
+/// chooses, the last one excepted, which is taken where no condition holds and is asked nothing.
 class ZVRESMGT_EXPORT DevSMConditionalTransition : public DevSMTransition
 {
 public:
@@ -41,8 +41,8 @@ protected:
     ~DevSMConditionalTransition() override;
 
 public:
-    /// Asked before `execute` of whichever transition is chosen, in declared order up to the first that holds. Fails as
-    /// `execute` does.
+    /// Asked before `execute` of whichever transition is chosen, in declared order up to the first
+    /// that holds. Fails as `execute` does.
     virtual bool condition() = 0;
 };
 
@@ -55,8 +55,8 @@ public:
     DevSMTransitionFactory &operator=(DevSMTransitionFactory const &) = delete;
     virtual ~DevSMTransitionFactory() noexcept(false);
 
-    /// The transition of that name, or null where there is none. Called once for each declared transition, while the
-    /// engine is made.
+    /// The transition of that name, or null where there is none. Called once for each declared
+    /// transition, while the engine is made.
     virtual RCShdPtr<DevSMTransition> create(LiString const &name) = 0;
 };
 

@@ -8,7 +8,8 @@
 
 namespace Zv {
 
-/// Internal events wait in a queue that gives its room back whenever it is empty, which it is after each `execute`.
+/// Internal events wait in a queue that gives its room back whenever it is empty, which it is after
+/// each `execute`.
 class DevSMPendingEvents
 {
 public:

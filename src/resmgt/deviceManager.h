@@ -1,0 +1,22 @@
+// The package `deviceManager`: the manager of devices, their sequences and state machines.
+#pragma once
+
+#include "resmgt/deviceManager/devMgrACO.h"
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrFifo.h"
+#include "resmgt/deviceManager/sequence/devSeqEv.h"
+#include "resmgt/deviceManager/sequence/devSeqEvPend.h"
+#include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
+#include "resmgt/deviceManager/sequence/devSeqSM.h"
+#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
+#include "resmgt/deviceManager/sequence/devSeqTransFactory.h"
+#include "resmgt/deviceManager/sequence/devSeqTree.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeLink.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
+#include "resmgt/deviceManager/sequence/noopedSyncSeqProtocol.h"
+#include "resmgt/deviceManager/sequence/seqANOFactory.h"
+#include "resmgt/deviceManager/stateMachine/devSMExecutionEng.h"
+#include "resmgt/deviceManager/stateMachine/devSMTable.h"
+#include "resmgt/deviceManager/stateMachine/devSMTableBuilder.h"
+#include "resmgt/deviceManager/stateMachine/devSMTransition.h"

@@ -1,0 +1,15 @@
+#include "resmgt/deviceManager/devMgrACO.h"
+
+namespace Zv {
+
+DevMgrACO::DevMgrACO(ObjPtr<DevANO> ano, RCShdPtr<DevMgrFifo> fifo) : _ano(ano), _fifo(fifo) {}
+
+DevMgrACO::~DevMgrACO() = default;
+
+void DevMgrACO::performExecute()
+{
+    DevANOQueueEntry entry(_ano);
+    _fifo->produce(entry);
+}
+
+} // namespace Zv

@@ -1,0 +1,124 @@
+#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
+
+#include "resmgt/deviceManager/sequence/devSeqEv.h"
+#include "resmgt/deviceManager/stateMachine/devSMTableBuilder.h"
+#include "resmgt/locks/lkSingleton.imp.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+namespace {
+
+/// From a state an event fires a transition, which leads to the next state. Several rows for one
+/// state and event are a choice, tried in this order.
+struct Row
+{
+    char const *state;
+    char const *event;
+    char const *transition;
+    char const *next;
+};
+
+constexpr char const *states[] = {"init", "start",   "wsr", "ready", "wml",   "sync",
+                                  "lock", "recover", "wss", "stop",  "abort", "final"};
+
+constexpr char const *transitions[] = {"start", "psready", "wsr",     "wsrret",  "ready",  "wml",
+                                       "sync",  "lock",    "recover", "wss",     "wssret", "stop",
+                                       "pstop", "stopped", "abort",   "aborted", "ignore"};
+
+constexpr Row rows[] = {
+    {"init", "start", "start", "start"},
+    {"start", "ready", "ready", "ready"},
+    {"start", "ready", "wsr", "wsr"},
+    {"start", "sready", "psready", "start"},
+    {"start", "stop", "pstop", "start"},
+    {"wsr", "sready", "wsrret", "wsr"},
+    {"wsr", "sready", "ready", "ready"},
+    {"wsr", "stop", "pstop", "wsr"},
+    {"ready", "proceed", "sync", "sync"},
+    {"ready", "proceed", "wml", "wml"},
+    {"ready", "stop", "pstop", "ready"},
+    {"wml", "mlock", "sync", "sync"},
+    {"wml", "stop", "pstop", "wml"},
+    {"sync", "lock", "lock", "lock"},
+    {"sync", "stop", "pstop", "sync"},
+    {"lock", "stop", "stop", "stop"},
+    {"lock", "stop", "wss", "wss"},
+    {"lock", "recover", "recover", "recover"},
+    {"lock", "sready", "lock", "lock"},
+    {"lock", "mlock", "ignore", "lock"},
+    {"recover", "ready", "ready", "ready"},
+    {"recover", "ready", "wsr", "wsr"},
+    {"recover", "sready", "psready", "recover"},
+    {"recover", "stop", "pstop", "recover"},
+    {"wss", "sstopped", "wssret", "wss"},
+    {"wss", "sstopped", "stop", "stop"},
+    {"stop", "stopped", "stopped", "final"},
+    {"abort", "aborted", "aborted", "final"},
+};
+
+constexpr char const *abortable[] = {"start", "wsr",     "ready", "wml", "sync",
+                                     "lock",  "recover", "wss",   "stop"};
+
+void declareEvents(DevSMTableBuilder &builder, DevSeqEv::Names const &e)
+{
+    for (char const *name : {e.start, e.ready, e.sready, e.proceed, e.lock, e.mlock, e.recover,
+                             e.stop, e.stopped, e.sstopped, e.abort, e.aborted})
+        builder.addEvent(name);
+}
+
+void declareRow(DevSMTableBuilder &builder, Row const &row)
+{
+    builder.addTransitionForEvent(row.state, row.event, row.transition);
+    builder.setNextState(row.state, row.transition, row.next);
+}
+
+void declareAbort(DevSMTableBuilder &builder, DevSeqEv::Names const &e)
+{
+    for (char const *state : abortable)
+        declareRow(builder, {state, e.abort, "abort", "abort"});
+    for (char const *ignored : {e.ready, e.sready, e.proceed, e.lock, e.mlock, e.recover, e.stop,
+                                e.stopped, e.sstopped, e.abort})
+        declareRow(builder, {"abort", ignored, "ignore", "abort"});
+}
+
+void verifyEvents(DevSMTable const *smtable, DevSeqEv::Names const *e)
+{
+    ZV_ASSERT(smtable->getEvent(e->start) == DevSeqEv::START);
+    ZV_ASSERT(smtable->getEvent(e->ready) == DevSeqEv::READY);
+    ZV_ASSERT(smtable->getEvent(e->sready) == DevSeqEv::SREADY);
+    ZV_ASSERT(smtable->getEvent(e->proceed) == DevSeqEv::PROCEED);
+    ZV_ASSERT(smtable->getEvent(e->lock) == DevSeqEv::LOCK);
+    ZV_ASSERT(smtable->getEvent(e->mlock) == DevSeqEv::MLOCK);
+    ZV_ASSERT(smtable->getEvent(e->recover) == DevSeqEv::RECOVER);
+    ZV_ASSERT(smtable->getEvent(e->stop) == DevSeqEv::STOP);
+    ZV_ASSERT(smtable->getEvent(e->stopped) == DevSeqEv::STOPPED);
+    ZV_ASSERT(smtable->getEvent(e->sstopped) == DevSeqEv::SSTOPPED);
+    ZV_ASSERT(smtable->getEvent(e->abort) == DevSeqEv::ABORT);
+    ZV_ASSERT(smtable->getEvent(e->aborted) == DevSeqEv::ABORTED);
+}
+
+} // namespace
+
+DevSeqSMTable::DevSeqSMTable()
+{
+    DevSeqEv::Names const &e = DevSeqEv::getNames();
+    DevSMTableBuilder builder;
+    for (char const *state : states)
+        builder.addState(state);
+    declareEvents(builder, e);
+    for (char const *transition : transitions)
+        builder.addTransition(transition);
+    for (Row const &row : rows)
+        declareRow(builder, row);
+    declareAbort(builder, e);
+    builder.expand();
+    _table = builder.createTable();
+    verifyEvents(_table.get(), &e);
+}
+
+DevSeqSMTable::~DevSeqSMTable() noexcept(false) = default;
+
+ZV_DEFINE_SINGLETON(DevSeqSMTable, DevSeqSMTable);
+
+} // namespace Zv

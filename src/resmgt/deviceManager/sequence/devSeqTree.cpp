@@ -1,0 +1,257 @@
+#include "resmgt/deviceManager/sequence/devSeqTree.h"
+
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/locks/lkGuard.h"
+#include "zvbase/failures.h"
+
+#include <ostream>
+#include <utility>
+
+namespace Zv {
+
+namespace {
+
+using Nodes = List<RCShdPtr<DevSeqTreeNode>>;
+
+std::string_view nameOf(LiString const &name)
+{
+    return {name.getChars(), static_cast<std::size_t>(name.getLength())};
+}
+
+} // namespace
+
+DevSeqTreeLink::DevSeqTreeLink(DevSeqTree *tree) : _lock("DevSeqTreeLink"), _tree(tree) {}
+
+DevSeqTreeLink::~DevSeqTreeLink() = default;
+
+void DevSeqTreeLink::processEvent(LiString const &name, std::int32_t event)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    if (_tree)
+        _tree->processEvent(name, event);
+}
+
+void DevSeqTreeLink::clear()
+{
+    LkGuard<LkLock const> const guard(_lock);
+    _tree = nullptr;
+}
+
+/// What is left of one event's delivery to one node: the events that the node's machine queued, for
+/// the node itself, then for its parent, then for its children.
+class DevSeqTree::Delivery
+{
+public:
+    struct Next
+    {
+        DevSeqTreeNode *node; // null: nothing is left
+        std::int32_t event;
+    };
+
+    explicit Delivery(DevSeqTreeNode &node) : _node(&node) {}
+
+    Next getNext()
+    {
+        for (;;) {
+            if (_event < _events.size()) {
+                if (Next const next = addressee(); next.node)
+                    return next;
+            } else if (_addressees == CHILDREN) {
+                return {nullptr, 0};
+            } else {
+                takeNextQueue();
+            }
+        }
+    }
+
+private:
+    enum Addressees
+    {
+        NOBODY,
+        SELF,
+        PARENT,
+        CHILDREN
+    };
+
+    Next addressee()
+    {
+        std::int32_t const event = _events[_event];
+        if (_addressees != CHILDREN) {
+            ++_event;
+            return {_addressees == SELF ? _node : &*_node->_parent, event};
+        }
+        if (_child != _node->_children.end())
+            return {(_child++)->get(), event};
+        ++_event;
+        _child = _node->_children.begin();
+        return {nullptr, 0};
+    }
+
+    void takeNextQueue()
+    {
+        _addressees = static_cast<Addressees>(_addressees + 1);
+        DevSeqTreeNodeUtil const &util = *_node->_util;
+        DevSeqEvPend &pend = _addressees == SELF     ? *util.getSelfPend()
+                             : _addressees == PARENT ? *util.getParentPend()
+                                                     : *util.getChildrenPend();
+        _event = 0;
+        _events.clear();
+        if (pend.isReleased())
+            _events = pend.take();
+        _child = _node->_children.begin();
+    }
+
+    DevSeqTreeNode *_node;
+    Addressees _addressees = NOBODY;
+    Vector<std::int32_t> _events;
+    std::size_t _event = 0;
+    Nodes::iterator _child;
+};
+
+DevSeqTree::DevSeqTree() : _lock("DevSeqTree"), _link(new DevSeqTreeLink(this)) {}
+
+// Parents and children hold each other.
+DevSeqTree::~DevSeqTree()
+{
+    _link->clear();
+    if (!_root.isNull())
+        walk(
+            *_root, [](DevSeqTreeNode &) {}, [](DevSeqTreeNode &node) { node._parent = nullptr; });
+}
+
+void DevSeqTree::setRoot(RCShdPtr<DevSeqTreeNode> const &node)
+{
+    if (!_root.isNull())
+        attach(node, _root);
+    _root = node;
+    _isIndexed = false;
+}
+
+void DevSeqTree::attach(RCShdPtr<DevSeqTreeNode> const &parent,
+                        RCShdPtr<DevSeqTreeNode> const &child)
+{
+    DevSeqTreeNode &upper = *parent;
+    DevSeqTreeNode &lower = *child;
+    lower._parent = parent;
+    lower._util->setHasParent(true);
+    upper.addChild(child);
+    _isIndexed = false;
+}
+
+void DevSeqTree::processEvent(std::int32_t event)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    deliver(*_root, event);
+}
+
+void DevSeqTree::processEvent(LiString const &name, std::int32_t event)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    deliver(find(name), event);
+}
+
+LiString DevSeqTree::getState(LiString const &name)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return find(name)._sm->getStateName();
+}
+
+void DevSeqTree::wait()
+{
+    walk(
+        *_root, [](DevSeqTreeNode &) {}, [](DevSeqTreeNode &node) { node._util->waitDone(); });
+}
+
+void DevSeqTree::write(std::ostream &stream) const
+{
+    DevSeqTreeNode &root = *_root;
+    stream << "( ";
+    walk(
+        root,
+        [&stream](DevSeqTreeNode &node) {
+            stream << node._name << (node._children.empty() ? " " : " ( ");
+        },
+        [&stream](DevSeqTreeNode &node) {
+            if (!node._children.empty())
+                stream << ") ";
+        });
+    stream << ")";
+}
+
+std::ostream &operator<<(std::ostream &stream, DevSeqTree const &tree)
+{
+    tree.write(stream);
+    return stream;
+}
+
+template <class Enter, class Leave>
+void DevSeqTree::walk(DevSeqTreeNode &root, Enter enter, Leave leave)
+{
+    struct Place
+    {
+        DevSeqTreeNode *node;
+        Nodes::iterator child;
+    };
+    Vector<Place> path;
+    enter(root);
+    path.push_back({&root, root._children.begin()});
+    while (!path.empty()) {
+        Place &place = path.back();
+        if (place.child == place.node->_children.end()) {
+            DevSeqTreeNode &finished = *place.node;
+            path.pop_back();
+            leave(finished);
+        } else {
+            DevSeqTreeNode &child = **place.child++;
+            enter(child);
+            path.push_back({&child, child._children.begin()});
+        }
+    }
+}
+
+void DevSeqTree::deliver(DevSeqTreeNode &node, std::int32_t event)
+{
+    Vector<Delivery> deliveries;
+    Delivery::Next next{&node, event};
+    for (;;) {
+        if (next.node) {
+            next.node->accept(next.event);
+            deliveries.emplace_back(*next.node);
+        } else {
+            deliveries.pop_back();
+            if (deliveries.empty())
+                return;
+        }
+        next = deliveries.back().getNext();
+    }
+}
+
+DevSeqTreeNode &DevSeqTree::find(LiString const &name)
+{
+    DevSeqTreeNode &root = *_root;
+    if (!_isIndexed)
+        index(root);
+    auto const found = _nodes.find(nameOf(name));
+    if (found == _nodes.end())
+        ZV_THROW(DevMgrEx::NameNotFound);
+    return *found->second;
+}
+
+// The first node of a name stays: this is the order in which the tree is searched.
+void DevSeqTree::index(DevSeqTreeNode &root)
+{
+    _nodes.clear();
+    _nodes.emplace(nameOf(root._name), &root);
+    Vector<DevSeqTreeNode *> toSearch{&root};
+    while (!toSearch.empty()) {
+        DevSeqTreeNode const &node = *toSearch.back();
+        toSearch.pop_back();
+        for (RCShdPtr<DevSeqTreeNode> const &child : node._children)
+            _nodes.emplace(nameOf(child->_name), child.get());
+        for (auto child = node._children.rbegin(); child != node._children.rend(); ++child)
+            toSearch.push_back(child->get());
+    }
+    _isIndexed = true;
+}
+
+} // namespace Zv

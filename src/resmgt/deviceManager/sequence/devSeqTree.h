@@ -1,0 +1,98 @@
+// Devices that start, lock and stop together.
+#pragma once
+
+#include "resmgt/deviceManager/sequence/devSeqTreeLink.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
+#include "resmgt/export.h"
+#include "resmgt/literals/liString.h"
+#include "resmgt/locks/lkCounter.h"
+#include "resmgt/locks/lkLock.h"
+#include "resmgt/smartPtrs/rcBase.h"
+#include "resmgt/smartPtrs/rcShdPtr.h"
+#include "zvbase/containers.h"
+#include "zvbase/threadAnnotations.h"
+
+#include <cstdint>
+#include <iosfwd>
+#include <string_view>
+
+namespace Zv {
+
+/// Synchronises devices. An edge says which device is master of which: the root decides the start
+/// with the largest latency of all, every other device locks to its parent's mark.
+///
+/// `START`, delivered to the root, starts all devices, parents first. Each device reports `READY`;
+/// readiness comes up from the leaves, the root is told to sync, and as one device after the other
+/// reports `LOCK`, its children are told to sync to its mark. `STOP`, delivered to the root, is
+/// kept where a device has not locked yet; devices then stop from the leaves up, the root last. A
+/// device that lost its lock falls back with its whole subtree and comes up again under its parent,
+/// which stays in lock. An abort is a device's own: it goes to no neighbour.
+///
+/// Build the tree, deliver, wait, destroy: it runs once. One lock makes all machines of a tree step
+/// one at a time. It is held for a whole delivery, also while devices' protocols are called: those
+/// hand a request over and return, and must not wait for the tree. The depth of a tree costs no
+/// stack.
+///
+/// A device that is given an illegal event stands in `_ill`, one whose protocol threw an `ExBase`
+/// in `_exc`: both silently, and the next event for it throws `DevMgrEx::SMExecutionError`. An
+/// exception that passes during a delivery abandons the events that were still to be delivered.
+class ZVRESMGT_EXPORT DevSeqTree : public RCBase<LkCounter<long>>
+{
+public:
+    /// An empty tree.
+    DevSeqTree();
+    DevSeqTree(DevSeqTree const &) = delete;
+    DevSeqTree &operator=(DevSeqTree const &) = delete;
+
+    /// A root that is there becomes the last child of `node`. Before the first delivery; no lock.
+    void setRoot(RCShdPtr<DevSeqTreeNode> const &node);
+    /// Makes `child` the last child of `parent`; both are nodes of this tree, or of none yet.
+    /// Before the first delivery; no lock. Throws `RCEx::ExNullPtr`.
+    void attach(RCShdPtr<DevSeqTreeNode> const &parent, RCShdPtr<DevSeqTreeNode> const &child);
+
+    /// Deliver an event, a `DevSeqEv` value, with all that follows from it, to the root or to a
+    /// node. Of several nodes of one name it is the root, or the first that is found by looking
+    /// through a node's children before their subtrees. Throw `DevMgrEx::NameNotFound`, for an
+    /// empty tree `RCEx::ExNullPtr`, and what `DevSMExecutionEng::execute` throws.
+    void processEvent(std::int32_t event) ZV_EXCLUDES(_lock);
+    void processEvent(LiString const &name, std::int32_t event) ZV_EXCLUDES(_lock);
+    /// The name of the state in which the device's machine is. Throws `DevMgrEx::NameNotFound`.
+    LiString getState(LiString const &name) ZV_EXCLUDES(_lock);
+
+    /// Blocks until every device has stopped or aborted; takes no lock. Once for a tree: each end
+    /// of a device ends one wait for it. By design it does not return where a machine ended in
+    /// `_ill` or `_exc` instead. Throws `RCEx::ExNullPtr` for an empty tree.
+    void wait();
+
+    /// How notifications reach this tree. Never null.
+    RCShdPtr<DevSeqTreeLink> const &getLink() const { return _link; }
+
+    /// `( R ( A B ) )`. Takes no lock; throws `RCEx::ExNullPtr` for an empty tree.
+    void write(std::ostream &stream) const;
+
+protected:
+    /// Waits for the report that is being delivered; later ones reach nobody.
+    ~DevSeqTree() override;
+
+private:
+    class Delivery;
+
+    template <class Enter, class Leave>
+    static void walk(DevSeqTreeNode &root, Enter enter, Leave leave);
+    static void deliver(DevSeqTreeNode &node, std::int32_t event);
+
+    DevSeqTreeNode &find(LiString const &name) ZV_REQUIRES(_lock);
+    void index(DevSeqTreeNode &root) ZV_REQUIRES(_lock);
+
+    LkLock _lock;
+    RCShdPtr<DevSeqTreeNode> _root;
+    RCShdPtr<DevSeqTreeLink> _link;
+    HashMap<std::string_view, DevSeqTreeNode *>
+        _nodes ZV_GUARDED_BY(_lock); // by name; the names are the nodes' own
+    bool _isIndexed = false;
+};
+
+/// The tree's text form, as `write` gives it.
+ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevSeqTree const &tree);
+
+} // namespace Zv

@@ -1,0 +1,51 @@
+// One device in a sequence tree.
+#pragma once
+
+#include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
+#include "resmgt/deviceManager/sequence/devSeqSM.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
+#include "resmgt/export.h"
+#include "resmgt/literals/liString.h"
+#include "resmgt/locks/lkCounter.h"
+#include "resmgt/smartPtrs/rcBase.h"
+#include "resmgt/smartPtrs/rcShdPtr.h"
+#include "zvbase/containers.h"
+#include "zvbase/objPtr.h"
+
+namespace Zv {
+
+/// A device with its sequence machine, and its place in a `DevSeqTree`. It runs once: a device that
+/// has to run again needs a new node.
+class ZVRESMGT_EXPORT DevSeqTreeNode : public RCBase<LkCounter<long>>
+{
+public:
+    static RCShdPtr<DevSeqTreeNode> create(LiString const &name,
+                                           RCShdPtr<DevSeqPrtclUtil> prtclUtil);
+    /// A node without a device: it reports nothing by itself.
+    static RCShdPtr<DevSeqTreeNode> createNoop(LiString const &name);
+
+    DevSeqTreeNode(DevSeqTreeNode const &) = delete;
+    DevSeqTreeNode &operator=(DevSeqTreeNode const &) = delete;
+
+    LiString const &getName() const { return _name; }
+
+protected:
+    /// Takes the subtree along, as deep as it may be.
+    ~DevSeqTreeNode() override;
+
+private:
+    friend class DevSeqTree;
+
+    DevSeqTreeNode(LiString const &name, ObjPtr<DevSeqSM> sm, RCShdPtr<DevSeqTreeNodeUtil> util);
+
+    void addChild(RCShdPtr<DevSeqTreeNode> const &child);
+    void accept(std::int32_t event);
+
+    LiString _name;
+    ObjPtr<DevSeqSM> _sm;
+    RCShdPtr<DevSeqTreeNodeUtil> _util;
+    RCShdPtr<DevSeqTreeNode> _parent;
+    List<RCShdPtr<DevSeqTreeNode>> _children;
+};
+
+} // namespace Zv

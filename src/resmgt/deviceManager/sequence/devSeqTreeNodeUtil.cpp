@@ -1,0 +1,42 @@
+#include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
+
+namespace Zv {
+
+namespace {
+
+void send(RCShdPtr<DevSeqEvPend> const &pend, std::int32_t event)
+{
+    pend->addEvent(event);
+    pend->release();
+}
+
+} // namespace
+
+DevSeqEvPend::~DevSeqEvPend() = default;
+
+DevSeqTreeNodeUtil::DevSeqTreeNodeUtil(LiString const &name)
+    : _name(name),
+      _selfPend(new DevSeqEvPend),
+      _parentPend(new DevSeqEvPend),
+      _childrenPend(new DevSeqEvPend),
+      _done(_name.getChars(), 0)
+{}
+
+DevSeqTreeNodeUtil::~DevSeqTreeNodeUtil() = default;
+
+void DevSeqTreeNodeUtil::sendToSelf(std::int32_t event)
+{
+    send(_selfPend, event);
+}
+
+void DevSeqTreeNodeUtil::sendToParent(std::int32_t event)
+{
+    send(_parentPend, event);
+}
+
+void DevSeqTreeNodeUtil::sendToChildren(std::int32_t event)
+{
+    send(_childrenPend, event);
+}
+
+} // namespace Zv

@@ -1,0 +1,153 @@
+#include "resmgt/deviceManager/stateMachine/devSMExecutionEngImp.private.h"
+
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/stateMachine/exEngTransitions.private.h"
+#include "zvbase/failures.h"
+
+#include <algorithm>
+
+namespace Zv {
+
+DevSMExecutionEng::~DevSMExecutionEng() noexcept(false) = default;
+
+ObjPtrRet<DevSMExecutionEng> DevSMExecutionEng::create(RCShdPtr<DevSMTable> table,
+                                                       std::int32_t initialState,
+                                                       ObjPtr<DevSMTransitionFactory> factory)
+{
+    return ObjPtrRet<DevSMExecutionEng>(new DevSMExecutionEngImp(table, initialState, factory));
+}
+
+DevSMExecutionEngImp::DevSMExecutionEngImp(RCShdPtr<DevSMTable> table, std::int32_t initialState,
+                                           ObjPtr<DevSMTransitionFactory> factory)
+    : _factory(factory), _smtable(table), _state(initialState), _status(HEALTHY)
+{
+    if (!_smtable->isPrimaryState(initialState))
+        ZV_THROW(DevMgrEx::SMDomainError);
+    _transVect.resize(static_cast<std::size_t>(_smtable->getNbTransitions()));
+    Transitions const primaries = createPrimaries();
+    wrapPrimaries(primaries);
+    addAuxiliaries();
+    addConditionals(primaries);
+    checkComplete();
+}
+
+DevSMExecutionEngImp::~DevSMExecutionEngImp() = default;
+
+void DevSMExecutionEngImp::execute(std::int32_t event)
+{
+    if (_status != HEALTHY)
+        ZV_THROW(DevMgrEx::SMExecutionError);
+    if (!_smtable->isPrimaryEvent(event))
+        ZV_THROW(DevMgrEx::SMDomainError);
+    if (_smtable->_links.isDeadEnd[static_cast<std::size_t>(_state)])
+        ZV_THROW(DevMgrEx::SMExecutionError);
+    step(event);
+    while (!_pending.isEmpty()) {
+        step(_pending.getFirst());
+        _pending.removeFirst();
+    }
+}
+
+DevSMExecutionEngImp::Transitions DevSMExecutionEngImp::createPrimaries()
+{
+    Transitions primaries(_transVect.size());
+    for (auto const &primary : _smtable->_links.primaryTransitions) {
+        RCShdPtr<DevSMTransition> const transition = _factory->create(primary.name);
+        if (transition.isNull())
+            ZV_THROW(DevMgrEx::SMBadTransitionImp);
+        primaries[_smtable->getTransition(primary)] = transition;
+    }
+    return primaries;
+}
+
+void DevSMExecutionEngImp::wrapPrimaries(Transitions const &primaries)
+{
+    auto const &links = _smtable->_links;
+    auto const &names = links.primaryTransitions;
+    for (auto iter = names.begin(); iter != names.end(); ++iter) {
+        if (links.exception < 0 || links.noException < 0)
+            ZV_THROW(DevMgrEx::SMDomainError);
+        ZV_ASSERT(_smtable->getTransition(*iter) < _transVect.size());
+        std::size_t const number = _smtable->getTransition(*iter);
+        _transVect[number] = RCShdPtr<DevSMTransition>(new ExEngPrimaryTrans(
+            iter->wrapperName, primaries[number], *this, links.exception, links.noException));
+    }
+}
+
+void DevSMExecutionEngImp::addAuxiliaries()
+{
+    auto const &names = _smtable->_links.auxiliaryTransitions;
+    for (auto iter = names.begin(); iter != names.end(); ++iter) {
+        ZV_ASSERT(_smtable->getTransition(*iter) < _transVect.size());
+        _transVect[_smtable->getTransition(*iter)] =
+            RCShdPtr<DevSMTransition>(new ExEngAuxTrans(iter->name));
+    }
+}
+
+void DevSMExecutionEngImp::addConditionals(Transitions const &primaries)
+{
+    auto const &links = _smtable->_links;
+    for (auto const &desc : links.conditionalTransitions) {
+        ExEngCondTrans::Candidates candidates;
+        for (std::size_t i = 0; i + 1 < desc.candidates.size(); ++i) {
+            std::int32_t const number = desc.candidates[i];
+            RCShdPtr<DevSMConditionalTransition> const candidate(
+                number < 0 ? nullptr
+                           : dynamic_cast<DevSMConditionalTransition *>(
+                                 primaries[static_cast<std::size_t>(number)].get()));
+            if (candidate.isNull())
+                ZV_THROW(DevMgrEx::SMBadTransitionImp);
+            candidates.push_back(candidate);
+        }
+        bool const areEventsKnown = std::all_of(desc.events.begin(), desc.events.end(),
+                                                [](std::int32_t e) { return e >= 0; });
+        if (!areEventsKnown || links.exception < 0 || links.noException < 0)
+            ZV_THROW(DevMgrEx::SMDomainError);
+        auto const &name = desc.transition;
+        ZV_ASSERT(_smtable->getTransition(name) < _transVect.size());
+        _transVect[_smtable->getTransition(name)] = RCShdPtr<DevSMTransition>(new ExEngCondTrans(
+            name.name, *this, candidates, desc.events, links.exception, links.noException));
+    }
+}
+
+void DevSMExecutionEngImp::checkComplete() const
+{
+    for (RCShdPtr<DevSMTransition> const &transition : _transVect)
+        if (transition.isNull())
+            ZV_THROW(DevMgrEx::SMBadImp);
+}
+
+void DevSMExecutionEngImp::step(std::int32_t event)
+{
+    DevSMTable const &table = *_smtable;
+    auto const attempt = [this](Status onFailure, auto operation) {
+        try {
+            return operation();
+        } catch (...) {
+            _status = onFailure;
+            throw;
+        }
+    };
+
+    if (!table.isEvent(event))
+        failInconsistent();
+    std::int32_t const t =
+        attempt(NO_TRANSITION, [&] { return table.getTransition(_state, event); });
+    if (!table.isTransition(t))
+        failInconsistent();
+    std::size_t const slot = static_cast<std::size_t>(t);
+    if (slot >= _transVect.size() || _transVect[slot].isNull())
+        failInconsistent();
+    attempt(TRANSITION_FAILED, [&] { _transVect[slot]->execute(); });
+    _state = attempt(NO_STATE, [&] { return table.getState(_state, t); });
+    if (!table.isState(_state))
+        failInconsistent();
+}
+
+void DevSMExecutionEngImp::failInconsistent()
+{
+    _status = INCONSISTENT;
+    ZV_THROW(DevMgrEx::SMBadImp);
+}
+
+} // namespace Zv
