@@ -1,5 +1,0 @@
-// Threads paced by beats.
-#pragma once
-
-#include "resmgt/syncEngine/seSourceClock.h"
-#include "resmgt/syncEngine/seSourceProtocol.h"
