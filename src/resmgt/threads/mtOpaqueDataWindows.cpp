@@ -1,4 +1,4 @@
-#include "resmgt/threads/mtOpaqueDataWindows.h"
+#include "resmgt/threads/mtOpaqueDataWindows.private.h"
 
 #include "platform/services.h"
 #include "zvbase/failures.h"

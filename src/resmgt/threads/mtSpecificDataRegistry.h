@@ -27,11 +27,15 @@ public:
     void addSpecificData(MtOpaqueData const *data);
     /// Destroys the calling thread's values, in the order in which they were made, those too that are made meanwhile.
     void removeSpecificData();
+    /// Drops what a former thread of the calling thread's number has left, which nobody can destroy any more. For a
+    /// thread that begins.
+    void forgetFormerThread();
     /// The calling thread has no value in `data` any more. For `MtOpaqueData`.
     void forgetSpecificData(MtOpaqueData const *data);
 
 private:
     friend class LkSingleton<MtSpecificDataRegistry>;
+    friend struct LkSingletonCreator<MtSpecificDataRegistry>;
     friend class MtSpecificDataRegistryTest;
 
     MtSpecificDataRegistry();
@@ -43,5 +47,7 @@ private:
     LkRecLock _lock;
     std::multimap<LkThreadId, MtOpaqueData const *> _entries ZV_GUARDED_BY(_lock);
 };
+
+ZV_DECLARE_SINGLETON(MtSpecificDataRegistry);
 
 } // namespace Zv

@@ -13,6 +13,12 @@ namespace Zv {
 
 class Priority;
 
+template <class Tag>
+class InInit;
+namespace ZvInit {
+struct threads;
+}
+
 /// A thread: it owns the operating system's thread with its name, priority and processor, and executes an
 /// `MtThreadProtocol`.
 ///
@@ -105,7 +111,8 @@ protected:
     void freeSpecificData();
 
 private:
-    friend class MtThreadsPackage;
+    friend class InInit<ZvInit::threads>;
+    friend class MtThreadTestAccess;
 
     /// From now on threads may start, for the rest of the process.
     static void allowStart();

@@ -47,4 +47,6 @@ protected:
     MtThreadFactory() = default;
 };
 
+ZV_DECLARE_SINGLETON(MtThreadFactory);
+
 } // namespace Zv

@@ -85,7 +85,12 @@ protected:
     static RealTimeParam _realTimeParam;
 };
 
+ZV_DECLARE_SINGLETON(MtThreadMgr);
+
 /// Calls `dump`.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &, MtThreadMgr const &);
+
+/// For the debugger: writes the manager's dump to the log.
+ZVRESMGT_EXPORT void printThreadMgr();
 
 } // namespace Zv

@@ -1,0 +1,48 @@
+// A list that finds its entries.
+#pragma once
+
+#include "zvbase/containers.h"
+
+#include <cstddef>
+#include <iterator>
+
+namespace Zv {
+
+/// Pointers in the order of their adding; each is found and removed in the same time however many there are.
+template <class T>
+class IndexedList
+{
+public:
+    using Entries = List<T *>;
+
+    /// Appends; an entry may be there more than once.
+    void add(T *entry)
+    {
+        _entries.push_back(entry);
+        try {
+            _places.emplace(entry, std::prev(_entries.end()));
+        } catch (...) {
+            _entries.pop_back();
+            throw;
+        }
+    }
+
+    /// Removes all entries that equal `entry`.
+    void remove(T *entry)
+    {
+        auto const [first, last] = _places.equal_range(entry);
+        for (auto place = first; place != last; ++place)
+            _entries.erase(place->second);
+        _places.erase(first, last);
+    }
+
+    bool contains(T *entry) const { return _places.find(entry) != _places.end(); }
+    std::size_t size() const { return _entries.size(); }
+    Entries const &entries() const { return _entries; }
+
+private:
+    Entries _entries;
+    std::unordered_multimap<T *, typename Entries::iterator> _places;
+};
+
+} // namespace Zv

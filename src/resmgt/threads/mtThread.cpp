@@ -1,0 +1,44 @@
+#include "resmgt/threads/mtThread.h"
+
+#include "platform/interlocked.h"
+#include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtSpecificDataRegistry.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+bool MtThread::_canStart = false;
+
+MtThread::~MtThread() noexcept(false) = default;
+
+bool MtThread::isProcessorPlaceable() const
+{
+    return false;
+}
+
+int MtThread::getProcessorNb() const
+{
+    return -1;
+}
+
+void MtThread::setProcessorNb(int)
+{
+    ZV_THROW(MtEx::ExNotImplemented, "MtThread::setProcessorNb");
+}
+
+bool MtThread::canStart() const
+{
+    return ZvPlatform::Interlocked::loadAcquire(_canStart);
+}
+
+void MtThread::freeSpecificData()
+{
+    MtSpecificDataRegistry::getInstance().removeSpecificData();
+}
+
+void MtThread::allowStart()
+{
+    ZvPlatform::Interlocked::storeRelease(_canStart, true);
+}
+
+} // namespace Zv
