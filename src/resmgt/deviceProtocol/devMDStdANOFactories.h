@@ -110,15 +110,18 @@ public:
     }
     ObjPtrRet<DevMDStdANO> createGetANO(LiUuid const &, T &value, bool &ok) override
     {
-        return makeANO([this, &value, &ok] {
-            if constexpr (std::is_same_v<std::invoke_result_t<Getter &, T &>, bool>)
-                ok = std::invoke(_getter, value);
-            else
-                std::invoke(_getter, value);
-        });
+        return makeANO([this, &value, &ok] { ok = get(value); });
     }
 
 private:
+    bool get(T &value)
+    {
+        if constexpr (std::is_same_v<std::invoke_result_t<Getter &, T &>, bool>)
+            return std::invoke(_getter, value);
+        else
+            return std::invoke(_getter, value), true;
+    }
+
     Setter _setter;
     Getter _getter;
 };

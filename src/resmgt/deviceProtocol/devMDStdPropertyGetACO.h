@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceProtocol/devACO.h"
-#include "resmgt/locks/lkSema.h"
+#include "resmgt/locks/lkUnnamedSema.h"
 
 namespace Zv {
 

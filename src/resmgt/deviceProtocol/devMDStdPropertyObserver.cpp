@@ -1,0 +1,43 @@
+#include "resmgt/deviceProtocol/devMDStdPropertyObserver.h"
+
+#include "platform/interlocked.h"
+#include "resmgt/locks/lkGuard.h"
+
+#include <utility>
+
+namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+DevMDStdPropertyObserver::DevMDStdPropertyObserver() : _lock("DevMDStdProperty observer") {}
+
+DevMDStdPropertyObserver::~DevMDStdPropertyObserver() noexcept(false) = default;
+
+void DevMDStdPropertyObserver::set(ObjPtr<DevMDPropertyAEO> observer)
+{
+    // An observer keeps its property and more alive: the former one goes when the lock is free again.
+    RCProxyShdPtr<DevMDPropertyAEO> latter(observer);
+    RCProxyShdPtr<DevMDPropertyAEO> former;
+    {
+        LkGuard<LkLock const> guard(_lock);
+        former = std::move(_observer);
+        Interlocked::storeRelease(_isSet, !latter.isNull());
+        _observer = std::move(latter);
+    }
+}
+
+void DevMDStdPropertyObserver::notify(unsigned int events)
+{
+    if (!Interlocked::loadAcquire(_isSet))
+        return;
+    // The observer may block on the manager's queue, whose server may be waiting to replace it: no lock is held.
+    RCProxyShdPtr<DevMDPropertyAEO> observer;
+    {
+        LkGuard<LkLock const> guard(_lock);
+        observer = _observer;
+    }
+    if (!observer.isNull())
+        observer->performNotify(events);
+}
+
+} // namespace Zv

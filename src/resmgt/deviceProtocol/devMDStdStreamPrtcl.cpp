@@ -1,0 +1,26 @@
+#include "resmgt/deviceProtocol/devMDStdStreamPrtcl.h"
+
+#include "resmgt/deviceProtocol/devMDStdIterator.private.h"
+#include "resmgt/deviceProtocol/devPrtclEx.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+DevMDStdStreamPrtcl::DevMDStdStreamPrtcl(LiString const &name) : _name(name) {}
+
+DevMDStdStreamPrtcl::~DevMDStdStreamPrtcl() = default;
+
+ConstIterator<RCShdPtr<DevMDStream>> DevMDStdStreamPrtcl::performGetStreams()
+{
+    _iterCreated = true;
+    return Detail::iteratorOver(_streams);
+}
+
+void DevMDStdStreamPrtcl::addStream(RCShdPtr<DevMDStream> const &stream)
+{
+    if (_iterCreated)
+        ZV_THROW(DevPrtclEx::ExMDStdAddStream);
+    _streams.push_back(stream);
+}
+
+} // namespace Zv
