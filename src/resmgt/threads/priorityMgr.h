@@ -85,7 +85,7 @@ protected:
     virtual void updateError(Error);
 
     /// The rule that all solving keeps to, from scratch. Under the lock.
-    void solveInFull() ZV_REQUIRES(_lock);
+    void solveInFull();
 
 private:
     friend class Priority;

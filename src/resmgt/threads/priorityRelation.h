@@ -80,7 +80,7 @@ private:
         List<PriorityRelation *>::iterator _position{};
         List<PriorityRelation *>::iterator _sidePositions[2]{};
         bool _isListed = false;   // in the manager's list
-        bool _isAttached = false; // in its nodes' lists
+        bool _isAttached[2] = {}; // in its nodes' lists, by side
         bool _isStray = false;    // attached, but not listed, or a node of it has not joined
     };
     Membership _membership;

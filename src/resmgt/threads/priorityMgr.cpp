@@ -1,0 +1,369 @@
+#include "resmgt/threads/priorityMgr.h"
+
+#include "platform/interlocked.h"
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/threads/priority.h"
+#include "resmgt/threads/priorityClients.private.h"
+#include "resmgt/threads/priorityEx.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/prioritySolver.private.h"
+#include "zvbase/failures.h"
+
+#include <ostream>
+
+namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+using Guard = LkGuard<LkRecLock const>;
+
+PriorityMgr::PriorityMgr(LiString const &name, int minimum, int maximum)
+    : _name(name),
+      _lock("PriorityMgr"),
+      _minimum(minimum),
+      _maximum(maximum),
+      _solver(new PrioritySolver(minimum, maximum)),
+      _clients(new PriorityClients)
+{}
+
+PriorityMgr::~PriorityMgr() noexcept(false) = default;
+
+void PriorityMgr::add(Priority &priority)
+{
+    Guard guard(_lock);
+    ZV_ASSERT(&priority.getMgr() == this);
+    Priority::Membership &membership = priority._membership;
+    if (membership._order)
+        return notifyNoLock(VALUE_CHANGED);
+    List<Priority *> joining{&priority};
+    List<Priority *> joiningFixed(priority.isPriorityFixed() ? 1 : 0, &priority);
+    membership._position = joining.begin();
+    membership._independantPosition = joiningFixed.begin();
+    _priorities.splice(_priorities.end(), joining);
+    _independant.splice(_independant.end(), joiningFixed);
+    membership._order = ++_nbJoined;
+    try {
+        if (!membership._isPresumedPlain)
+            _clients->enter(priority);
+        _solver->nodeAdded(priority);
+        _isDirty = true;
+        updateNoLock();
+        // A constructor of a derived class is still to run: a later solving finds what has become of the node.
+        if (membership._isPresumedPlain)
+            _clients->enter(priority);
+    } catch (...) {
+        takeOffNoLock(priority);
+        _solver->distrust();
+        throw;
+    }
+}
+
+void PriorityMgr::remove(Priority &priority)
+{
+    Guard guard(_lock);
+    removeRelationsNoLock(&priority);
+    if (takeOffNoLock(priority))
+        _solver->nodeRemoved();
+    else
+        _solver->distrust();
+    _isDirty = true;
+    updateNoLock();
+}
+
+void PriorityMgr::add(PriorityRelation &relation)
+{
+    Guard guard(_lock);
+    PriorityRelation::Membership &membership = relation._membership;
+    if (membership._isListed)
+        return notifyNoLock(VALUE_CHANGED);
+    try {
+        for (PriorityTypes::Side side : {PriorityTypes::LEFT, PriorityTypes::RIGHT}) {
+            if (!membership._isAttached[side])
+                relation.get(side).addRelation(relation, side);
+            membership._isAttached[side] = true;
+        }
+        membership._position = _relations.insert(_relations.end(), &relation);
+        membership._isListed = true;
+        setStrayNoLock(relation,
+                       !relation._lhs->_membership._order || !relation._rhs->_membership._order);
+        _solver->relationAdded(relation);
+        _isDirty = true;
+        updateNoLock();
+    } catch (...) {
+        takeOffNoLock(relation);
+        _solver->distrust();
+        throw;
+    }
+}
+
+void PriorityMgr::remove(PriorityRelation &relation)
+{
+    Guard guard(_lock);
+    if (relation._membership._isListed)
+        _solver->relationRemoved(relation);
+    else
+        _solver->distrust();
+    takeOffNoLock(relation);
+    _isDirty = true;
+    updateNoLock();
+}
+
+bool PriorityMgr::takeOffNoLock(Priority &priority)
+{
+    Priority::Membership &membership = priority._membership;
+    if (!membership._order)
+        return false;
+    _clients->withdraw(priority);
+    auto const position = findPriorityNoLock(_priorities, &priority);
+    auto const independant = findPriorityNoLock(_independant, &priority);
+    _priorities.erase(position);
+    if (independant != _independant.end())
+        _independant.erase(independant);
+    membership._order = 0;
+    return true;
+}
+
+void PriorityMgr::takeOffNoLock(PriorityRelation &relation)
+{
+    PriorityRelation::Membership &membership = relation._membership;
+    setStrayNoLock(relation, false);
+    for (PriorityTypes::Side side : {PriorityTypes::LEFT, PriorityTypes::RIGHT}) {
+        if (membership._isAttached[side])
+            relation.get(side).removeRelation(relation, side);
+        membership._isAttached[side] = false;
+    }
+    auto const position = findRelationNoLock(&relation);
+    if (position != _relations.end())
+        _relations.erase(position);
+    membership._isListed = false;
+}
+
+void PriorityMgr::setStrayNoLock(PriorityRelation &relation, bool isStray)
+{
+    PriorityRelation::Membership &membership = relation._membership;
+    if (membership._isStray == isStray)
+        return;
+    membership._isStray = isStray;
+    _nbStrays += isStray ? 1 : -1;
+}
+
+List<Priority *>::iterator PriorityMgr::findPriorityNoLock(List<Priority *> &priorities,
+                                                           Priority const *priority)
+{
+    // Nodes and relations remember where they stand: nothing is sought in a list.
+    Priority::Membership const &membership = priority->_membership;
+    if (!membership._order)
+        return priorities.end();
+    if (&priorities == &_priorities)
+        return membership._position;
+    return priority->isPriorityFixed() ? membership._independantPosition : priorities.end();
+}
+
+List<PriorityRelation *>::iterator PriorityMgr::findRelationNoLock(PriorityRelation const *relation)
+{
+    PriorityRelation::Membership const &membership = relation->_membership;
+    return membership._isListed ? membership._position : _relations.end();
+}
+
+unsigned PriorityMgr::removeRelationsNoLock(Priority *priority)
+{
+    Guard guard(priority->_lock);
+    unsigned nbRemoved = 0;
+    for (Priority::Relations const *relations :
+         {&priority->_dependants, &priority->_dependOns, &priority->_equals}) {
+        for (PriorityRelation *relation : *relations) {
+            setStrayNoLock(*relation, true);
+            if (!relation->_membership._isListed)
+                continue;
+            _relations.erase(findRelationNoLock(relation));
+            relation->_membership._isListed = false;
+            ++nbRemoved;
+        }
+    }
+    return nbRemoved;
+}
+
+void PriorityMgr::notify(NotifyType type)
+{
+    Guard guard(_lock);
+    notifyNoLock(type);
+}
+
+void PriorityMgr::notifyNoLock(NotifyType)
+{
+    _solver->distrust();
+    _isDirty = true;
+    updateNoLock();
+}
+
+void PriorityMgr::update()
+{
+    Guard guard(_lock);
+    updateNoLock();
+}
+
+void PriorityMgr::updateNoLock()
+{
+    try {
+        while (_isDirty) {
+            _isDirty = false;
+            _isVerified = false;
+            performUpdate();
+            Error const error = _isVerified ? NO_ERROR : checkNoLock();
+            if (error != NO_ERROR)
+                updateError(error);
+            if (!_isVerified || _clients->mustReviewAll())
+                _clients->reviewAll(getPriosNoLock());
+            notifyClientsNoLock();
+        }
+    } catch (...) {
+        _solver->distrust();
+        throw;
+    }
+}
+
+void PriorityMgr::performUpdate()
+{
+    Guard guard(_lock);
+    if (Interlocked::exchange(_isRenamed, false) || _nbStrays)
+        _solver->distrust();
+    if (!_nbStrays && _solver->solve(getPriosNoLock())) {
+        _invalidRelation = nullptr;
+        _invalidPriority = nullptr;
+        _clients->review(_solver->getTouched());
+        _isVerified = true;
+    } else
+        solveInFull();
+}
+
+void PriorityMgr::solveInFull()
+{
+    Guard guard(_lock);
+    for (Priority *priority : _priorities)
+        priority->reset(_minimum, _maximum);
+    for (Priority *priority : _independant) {
+        priority->set(PriorityTypes::LEFT);
+        priority->set(PriorityTypes::RIGHT);
+    }
+    for (Priority *priority : _priorities) {
+        if (priority->isIndependantButNotSet())
+            priority->set(PriorityTypes::LEFT);
+    }
+    for (Priority *priority : _priorities)
+        priority->updatePriorityFromTransient();
+}
+
+void PriorityMgr::notifyClientsNoLock()
+{
+    _clients->tell();
+}
+
+PriorityMgr::Error PriorityMgr::check() const
+{
+    Guard guard(_lock);
+    return checkNoLock();
+}
+
+PriorityMgr::Error PriorityMgr::checkNoLock() const
+{
+    _invalidRelation = nullptr;
+    _invalidPriority = checkTransientNoLock();
+    if (_invalidPriority)
+        return TRANSIENT_INVALID;
+    _invalidRelation = checkRelationsNoLock();
+    return _invalidRelation ? RELATION_INVALID : NO_ERROR;
+}
+
+Priority const *PriorityMgr::checkTransientNoLock() const
+{
+    for (Priority const *priority : _priorities) {
+        if (!priority->checkTransient())
+            return priority;
+    }
+    return nullptr;
+}
+
+PriorityRelation const *PriorityMgr::checkRelationsNoLock() const
+{
+    for (PriorityRelation const *relation : _relations) {
+        if (!relation->check())
+            return relation;
+    }
+    return nullptr;
+}
+
+void PriorityMgr::updateError(Error error)
+{
+    Guard guard(_lock);
+    switch (error) {
+    case TRANSIENT_INVALID:
+        _invalidPriority->throwTransientInvalid();
+    case RELATION_INVALID:
+        _invalidRelation->throwRelationInvalid();
+    default:
+        ZV_THROW(PriorityEx::ExError, errorToString(error));
+    }
+}
+
+char const *PriorityMgr::errorToString(Error error)
+{
+    switch (error) {
+    case TRANSIENT_INVALID:
+        return "TRANSIENT_INVALID";
+    case RELATION_INVALID:
+        return "RELATION_INVALID";
+    default:
+        ZV_ABORT_PROGRAM();
+    }
+}
+
+void PriorityMgr::enableTracing(bool isEnabled)
+{
+    Interlocked::storeRelaxed(_isTracing, isEnabled);
+}
+
+bool PriorityMgr::isTracingEnabled() const
+{
+    return Interlocked::loadRelaxed(_isTracing);
+}
+
+void PriorityMgr::renamed()
+{
+    Interlocked::storeRelease(_isRenamed, true);
+}
+
+std::uint64_t PriorityMgr::nextSearch()
+{
+    Guard guard(_lock);
+    return ++_nbSearches;
+}
+
+void PriorityMgr::dump(std::ostream &os) const
+{
+    Guard guard(_lock);
+    os << std::endl << _name.getChars() << ' ' << (_isDirty ? "NOT UP TO DATE" : "") << std::endl;
+    os << "Priorities:" << std::endl;
+    for (Priority const *priority : _priorities) {
+        os << '\t';
+        priority->dump(os, false);
+    }
+    os << "Independant: " << std::endl;
+    for (Priority const *priority : _independant) {
+        os << '\t';
+        priority->dump(os, false);
+    }
+    os << "Relations: " << std::endl;
+    for (PriorityRelation const *relation : _relations) {
+        os << '\t';
+        relation->dump(os);
+        os << std::endl;
+    }
+}
+
+std::ostream &operator<<(std::ostream &os, PriorityMgr const &mgr)
+{
+    mgr.dump(os);
+    return os;
+}
+
+} // namespace Zv
