@@ -1,0 +1,101 @@
+#include "resmgt/locks/lkCounter.h"
+#include "locks/lockTestUtil.h"
+#include "resmgt/locks/lkThreadId.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+
+namespace Zv {
+namespace {
+
+template <class T>
+class LkCounterOf : public testing::Test
+{};
+using Counted = testing::Types<long, int, unsigned long, double>;
+TYPED_TEST_SUITE(LkCounterOf, Counted);
+
+TYPED_TEST(LkCounterOf, PreFormsAnswerTheNewValueAndPostFormsTheOld)
+{
+    LkCounter<TypeParam> counter(5);
+    EXPECT_EQ(++counter, TypeParam(6));
+    EXPECT_EQ(counter++, TypeParam(6));
+    EXPECT_EQ(counter.getValue(), TypeParam(7));
+    EXPECT_EQ(--counter, TypeParam(6));
+    EXPECT_EQ(counter--, TypeParam(6));
+    EXPECT_EQ(counter += 10, TypeParam(15));
+    EXPECT_EQ(counter -= 5, TypeParam(10));
+    EXPECT_EQ(counter = 3, TypeParam(3));
+    EXPECT_EQ(counter.getValue(), TypeParam(3));
+}
+
+TYPED_TEST(LkCounterOf, LosesNoCountAmongThreads)
+{
+    LkCounter<TypeParam> counter;
+    auto const count = [&] {
+        for (int i = 0; i < 10000; ++i) {
+            ++counter;
+            counter += 2;
+            counter--;
+        }
+    };
+    {
+        Joined a(count), b(count);
+    }
+    EXPECT_EQ(counter.getValue(), TypeParam(40000));
+}
+
+TEST(LkCounter, OfLongHas32BitsAndWrapsAround)
+{
+    static_assert(sizeof(LkCounter<long>) == 4);
+    LkCounter<long> counter(std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(counter++, std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(counter.getValue(), std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(counter--, std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(++counter, std::numeric_limits<std::int32_t>::min());
+}
+
+TEST(LkThreadId, NullPrintsAsZeroAtTheRightEndOfSix)
+{
+    std::ostringstream stream;
+    stream << LkThreadId(LkThreadId::NULL_ID);
+    EXPECT_EQ(stream.str(), "0x     0");
+}
+
+TEST(LkThreadId, PrintsInHexadecimalWithTheStreamsFillAndLeavesTheBaseDecimal)
+{
+    std::ostringstream stream;
+    stream.fill('0');
+    stream << std::hex << LkThreadId(0xabcUL) << ' ' << 10;
+    EXPECT_EQ(stream.str(), "0x000abc 10");
+}
+
+TEST(LkThreadId, KnowsTheCallingThread)
+{
+    LkThreadId const here(LkThreadId::CURRENT_THREAD);
+    EXPECT_TRUE(here.isCurrentThread());
+    EXPECT_FALSE(here.isNull());
+    EXPECT_FALSE(elsewhere([&] { return here.isCurrentThread(); }));
+
+    LkThreadId id;
+    EXPECT_TRUE(id.isNull());
+    id.setCurrentThread();
+    EXPECT_EQ(id, here);
+    id.reset();
+    EXPECT_TRUE(id.isNull());
+    EXPECT_EQ(id, LkThreadId(0UL));
+    EXPECT_FALSE(id == here);
+}
+
+TEST(LkThreadId, OrdersByNumberOfThread)
+{
+    EXPECT_TRUE(LkThreadId(1UL) < LkThreadId(2UL));
+    EXPECT_FALSE(LkThreadId(2UL) < LkThreadId(2UL));
+    EXPECT_EQ(LkThreadId(7UL).getNumber(), 7UL);
+    LkThreadId const copy = LkThreadId(7UL);
+    EXPECT_EQ(copy, LkThreadId(7UL));
+}
+
+} // namespace
+} // namespace Zv

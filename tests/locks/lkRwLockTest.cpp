@@ -1,0 +1,250 @@
+#include "resmgt/locks/lkRwLock.h"
+
+#include "locks/lockTestUtil.h"
+#include "resmgt/locks/lkTicket.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <shared_mutex>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+static_assert(requires(LkRwLock & lock, LkRwLock const &reader) {
+    std::lock_guard<LkRwLock>(lock);
+    std::lock_guard<LkRwLock const>(reader);
+});
+
+LkRwLock const &reading(LkRwLock &lock)
+{
+    return lock;
+}
+
+TEST(LkRwLock, ConstnessChoosesTheKind)
+{
+    LkRwLock lock("l");
+    EXPECT_TRUE(lock.lock());
+    EXPECT_TRUE(lock.isWriteLock());
+    lock.unlock();
+    EXPECT_TRUE(reading(lock).lock());
+    EXPECT_TRUE(lock.isReadLock());
+    EXPECT_FALSE(lock.isWriteLock());
+    lock.unlock();
+    EXPECT_FALSE(lock.isLockedInline());
+    {
+        LkGuard<LkRwLock> writer(lock);
+        EXPECT_TRUE(lock.isWriteLock());
+    }
+    {
+        LkGuard<LkRwLock const> reader(lock);
+        EXPECT_TRUE(lock.isReadLock());
+        EXPECT_TRUE(lock.isLockedInline());
+    }
+}
+
+TEST(LkRwLock, IsLockedAnswersForItsKindOnly)
+{
+    LkRwLock lock("l");
+    lock.readLock();
+    EXPECT_FALSE(lock.isLocked());
+    EXPECT_FALSE(lock.isLockedByThread());
+    EXPECT_TRUE(reading(lock).isLocked());
+    EXPECT_TRUE(reading(lock).isLockedByThread());
+    lock.unlock();
+    lock.writeLock();
+    EXPECT_TRUE(lock.isLocked());
+    EXPECT_TRUE(lock.isLockedByThread());
+    EXPECT_FALSE(reading(lock).isLocked());
+    EXPECT_FALSE(reading(lock).isLockedByThread());
+    lock.unlock();
+}
+
+TEST(LkRwLock, ManyReadersOrOneWriter)
+{
+    LkRwLock lock("l", LkMutexAttr::getDefaultAttr());
+    EXPECT_TRUE(lock.tryReadLock());
+    EXPECT_TRUE(reading(lock).tryLock());
+    EXPECT_FALSE(lock.tryWriteLock());
+    lock.unlock();
+    EXPECT_FALSE(lock.tryLock());
+    lock.unlock();
+    EXPECT_TRUE(lock.tryLock());
+    EXPECT_FALSE(lock.tryReadLock());
+    EXPECT_FALSE(lock.tryWriteLock());
+    lock.unlock();
+}
+
+TEST(LkRwLock, AWaitingWriterKeepsNewReadersOut)
+{
+    LkRwLock lock("l");
+    lock.readLock();
+    Joined writer([&] {
+        lock.writeLock();
+        lock.unlock();
+    });
+    while (!lock.waitForWriters())
+        std::this_thread::yield();
+    EXPECT_FALSE(lock.tryReadLock());
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 1 wr wait 1 rd wait 0");
+    lock.unlock();
+    writer.join();
+    EXPECT_TRUE(lock.tryReadLock());
+    lock.unlock();
+}
+
+TEST(LkRwLock, DumpShowsItsState)
+{
+    LkRwLock lock("l");
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 0 wr wait 0 rd wait 0");
+    lock.writeLock();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 0 rd wait 0");
+    EXPECT_STREQ(lock.getName(), "l");
+    lock.unlock();
+}
+
+TEST(LkRwLock, SpinFormsTakeAFreeLockAndElseWait)
+{
+    LkRwLock lock("l");
+    EXPECT_TRUE(lock.spinLock(0));
+    EXPECT_TRUE(lock.isWriteLock());
+    bool isOurs = false;
+    Joined reader([&] {
+        isOurs = reading(lock).spinLock(2);
+        lock.unlock();
+    });
+    lock.unlock();
+    reader.join();
+    EXPECT_TRUE(isOurs);
+
+    EXPECT_TRUE(lock.spinReadLock(1));
+    EXPECT_TRUE(lock.isReadLock());
+    Joined writer([&] {
+        isOurs = lock.spinWriteLock(2);
+        lock.unlock();
+    });
+    lock.unlock();
+    writer.join();
+    EXPECT_FALSE(lock.isLockedInline());
+}
+
+TEST(LkRwLock, ReadersThatWaitedOnceStillWaitTheNextTime)
+{
+    LkRwLock lock("l");
+    for (int round = 0; round < 100; ++round) {
+        lock.writeLock();
+        std::atomic<bool> isReading = false;
+        auto const read = [&] {
+            LkGuard<LkRwLock const> guard(lock);
+            isReading = true;
+        };
+        Joined a(read), b(read);
+        EXPECT_FALSE(isReading);
+        lock.unlock();
+    }
+}
+
+TEST(LkRwLock, KeepsWritersApartFromEverybody)
+{
+    LkRwLock lock("l");
+    int a = 0;
+    int b = 0;
+    auto const write = [&] {
+        for (int i = 0; i < 2000; ++i) {
+            LkGuard<LkRwLock> guard(lock);
+            ++a;
+            ++b;
+        }
+    };
+    auto const read = [&] {
+        for (int i = 0; i < 2000; ++i) {
+            LkGuard<LkRwLock const> guard(lock);
+            EXPECT_EQ(a, b);
+        }
+    };
+    {
+        Joined w1(write), w2(write), r1(read), r2(read);
+    }
+    EXPECT_EQ(a, 4000);
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 0 wr wait 0 rd wait 0");
+}
+
+TEST(LkTicket, OwnTurnNeedsNoWait)
+{
+    LkTicket ticket("t");
+    EXPECT_FALSE(ticket.waitForTicket(0));
+    ticket.next();
+    EXPECT_FALSE(ticket.waitForTicket(1));
+}
+
+TEST(LkTicket, WaitsForItsTurn)
+{
+    LkTicket ticket("t");
+    bool hadToWait = false;
+    std::binary_semaphore isComing(0);
+    Joined waiter([&] {
+        isComing.release();
+        hadToWait = ticket.waitForTicket(3);
+        ticket.next();
+    });
+    isComing.acquire();
+    ticket.next();
+    ticket.next();
+    ticket.next();
+    ticket.waitForTicket(4);
+    waiter.join();
+    EXPECT_FALSE(ticket.waitForTicket(4));
+}
+
+TEST(LkTicket, ATurnThatIsOverFails)
+{
+    LkTicket ticket("t");
+    ticket.next();
+    EXPECT_EQ(assertionOf([&] { ticket.waitForTicket(0); }), "ticket >= _current");
+}
+
+TEST(LkTicket, GivesThreadsTheirTurnsInOrder)
+{
+    constexpr int TURNS = 500;
+    LkTicket ticket("t");
+    std::vector<int> order;
+    auto const take = [&](int parity) {
+        return [&, parity] {
+            for (int i = parity; i < TURNS; i += 2) {
+                ticket.waitForTicket(i);
+                order.push_back(i);
+                ticket.next();
+            }
+        };
+    };
+    {
+        Joined even(take(0)), odd(take(1));
+    }
+    ASSERT_EQ(order.size(), std::size_t{TURNS});
+    for (int i = 0; i < TURNS; ++i)
+        EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
+}
+
+TEST(LkTicket, ACounterOfOnesOwnFollowsTheTurns)
+{
+    LkTicket ticket("t");
+    long long mine = 0;
+    ticket.next();
+    EXPECT_FALSE(ticket.waitForNextTicket(mine));
+    EXPECT_EQ(mine, 1);
+    bool hadToWait = false;
+    std::binary_semaphore isComing(0);
+    Joined waiter([&] {
+        isComing.release();
+        hadToWait = ticket.waitForNextTicket(mine);
+    });
+    isComing.acquire();
+    ticket.next();
+    waiter.join();
+    EXPECT_EQ(mine, 2);
+}
+
+} // namespace
+} // namespace Zv

@@ -1,0 +1,233 @@
+#include "locks/lockTestUtil.h"
+#include "resmgt/locks/lkSingleton.imp.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+template <int Number>
+struct Single
+{
+    static Single &getInstance() { return LkSingleton<Single>::getInstance(); }
+    Single() { ++made; }
+    ~Single() { ++destroyed; }
+    static inline std::atomic<int> made = 0;
+    static inline std::atomic<int> destroyed = 0;
+};
+
+struct Interface
+{
+    static Interface &getInstance() { return LkSingleton<Interface>::getInstance(); }
+    virtual ~Interface() = default;
+    virtual std::string name() const = 0;
+};
+
+struct Implementation : Interface
+{
+    std::string name() const override { return "implementation"; }
+};
+
+struct Inner
+{
+    int value = 42;
+};
+
+struct Outer
+{
+    Outer() : value(LkSingleton<Inner>::getInstance().value + 1) {}
+    int value;
+};
+
+struct Failing
+{
+    Failing()
+    {
+        if (attempts++ == 0)
+            throw std::runtime_error("not yet");
+    }
+    static inline int attempts = 0;
+};
+
+/// Its constructor waits until the test lets it go on.
+struct Slow
+{
+    Slow()
+    {
+        ++made;
+        begun.release();
+        mayEnd.acquire();
+    }
+    static inline int made = 0;
+    static inline std::binary_semaphore begun{0};
+    static inline std::binary_semaphore mayEnd{0};
+};
+
+template <std::size_t Length>
+struct Named;
+using LongName = Named<1>;
+
+} // namespace
+
+ZV_DEFINE_SINGLETON(Single<1>, Single<1>);
+ZV_DEFINE_SINGLETON(Single<2>, Single<2>);
+ZV_DEFINE_SINGLETON(Single<3>, Single<3>);
+ZV_DEFINE_SINGLETON(Single<4>, Single<4>);
+ZV_DEFINE_SINGLETON(Interface, Implementation);
+ZV_DEFINE_SINGLETON(Inner, Inner);
+ZV_DEFINE_SINGLETON(Outer, Outer);
+ZV_DEFINE_SINGLETON(Failing, Failing);
+ZV_DEFINE_SINGLETON(Slow, Slow);
+
+namespace {
+
+TEST(LkSingleton, IsMadeAtFirstUse)
+{
+    using S = Single<1>;
+    EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::UNINITIALIZED);
+    LkSingleton<S>::checkState();
+    EXPECT_EQ(S::made, 0);
+    S &first = S::getInstance();
+    EXPECT_EQ(S::made, 1);
+    EXPECT_EQ(&S::getInstance(), &first);
+    EXPECT_EQ(S::made, 1);
+    EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::INITIALIZED);
+    LkSingleton<S>::checkState();
+    LkSingleton<S>::init();
+    EXPECT_EQ(S::made, 1) << "made again";
+}
+
+TEST(LkSingleton, DestroyedOneIsNeverMadeAgain)
+{
+    using S = Single<2>;
+    S::getInstance();
+    LkSingleton<S>::destroy();
+    EXPECT_EQ(S::destroyed, 1);
+    EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
+    LkSingleton<S>::checkState();
+    EXPECT_EQ(assertionOf([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
+    EXPECT_EQ(assertionOf([] { LkSingleton<S>::destroy(); }),
+              "LkSingleton<T>::_state != LkSingleton<T>::DESTROYED");
+    EXPECT_EQ(S::made, 1);
+    EXPECT_EQ(S::destroyed, 1);
+}
+
+TEST(LkSingleton, DestroyedBeforeItsFirstUseIsNeverMade)
+{
+    using S = Single<3>;
+    LkSingleton<S>::destroy();
+    EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
+    LkSingleton<S>::checkState();
+    EXPECT_EQ(assertionOf([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
+    EXPECT_EQ(S::made, 0);
+    EXPECT_EQ(S::destroyed, 0);
+}
+
+TEST(LkSingleton, IsOneObjectForAllThreadsThatRaceForIt)
+{
+    using S = Single<4>;
+    constexpr int THREADS = 8;
+    std::counting_semaphore<THREADS> start(0);
+    std::vector<S *> seen(THREADS);
+    {
+        std::vector<Joined> threads;
+        for (S *&mine : seen)
+            threads.emplace_back([&start, &mine] {
+                start.acquire();
+                mine = &S::getInstance();
+            });
+        start.release(THREADS);
+    }
+    EXPECT_EQ(S::made, 1);
+    for (S *mine : seen)
+        EXPECT_EQ(mine, seen.front());
+}
+
+TEST(LkSingleton, WhoLosesTheRaceWaitsAndFindsTheObjectMade)
+{
+    Slow *first = nullptr;
+    Slow *second = nullptr;
+    std::thread winner([&] { first = &LkSingleton<Slow>::getInstance(); });
+    Slow::begun.acquire();
+    EXPECT_EQ(LkSingleton<Slow>::getState(), LkSingleton<Slow>::UNINITIALIZED);
+    std::binary_semaphore isComing(0);
+    std::thread loser([&] {
+        isComing.release();
+        second = &LkSingleton<Slow>::getInstance();
+    });
+    isComing.acquire();
+    Slow::mayEnd.release();
+    winner.join();
+    loser.join();
+    EXPECT_EQ(Slow::made, 1);
+    EXPECT_EQ(first, second);
+}
+
+TEST(LkSingleton, CreatesWhatItsOwnerSays)
+{
+    EXPECT_EQ(Interface::getInstance().name(), "implementation");
+}
+
+TEST(LkSingleton, SingletonsNestInTheOrderOfConstruction)
+{
+    EXPECT_EQ(LkSingleton<Outer>::getInstance().value, 43);
+    EXPECT_EQ(LkSingleton<Inner>::getState(), LkSingleton<Inner>::INITIALIZED);
+}
+
+TEST(LkSingleton, AConstructorThatThrowsLeavesTheWayFreeForAnother)
+{
+    EXPECT_THROW(LkSingleton<Failing>::getInstance(), std::runtime_error);
+    EXPECT_EQ(LkSingleton<Failing>::getState(), LkSingleton<Failing>::UNINITIALIZED);
+    elsewhere([] { return &LkSingleton<Failing>::getInstance(); });
+    EXPECT_EQ(LkSingleton<Failing>::getState(), LkSingleton<Failing>::INITIALIZED);
+}
+
+TEST(LkSingleton, NamesItsStates)
+{
+    using S = LkSingleton<Inner>;
+    EXPECT_EQ(S::UNINITIALIZED, 0);
+    EXPECT_EQ(S::INITIALIZED, 1);
+    EXPECT_EQ(S::DESTROYED, 2);
+    EXPECT_STREQ(S::getText(S::UNINITIALIZED), "UNINITIALIZED");
+    EXPECT_STREQ(S::getText(S::INITIALIZED), "INITIALIZED");
+    EXPECT_STREQ(S::getText(S::DESTROYED), "DESTROYED");
+    int const volatile unknown = 3;
+    EXPECT_THROW(S::getText(static_cast<S::State>(unknown)), ProgramAborted);
+}
+
+TEST(LkInitMutexWindows, RefusesANameThatDoesNotFitBeforeItAsksTheSystem)
+{
+    std::string const fits(260 - 1 - 12 - 12 - 1,
+                           'x'); // base text, number, less than the longest less one
+    std::string const tooLong = fits + "x";
+    Detail::releaseInitMutex(Detail::acquireInitMutex(fits.c_str()));
+    EXPECT_EQ(
+        assertionOf([&] { Detail::acquireInitMutex(tooLong.c_str()); }),
+        "::strlen( MUTEX_BASE_NAME ) + PID_LEN + ::strlen( ZV_TYPE_NAME( Id ) ) < MAX_PATH - 1");
+}
+
+TEST(LkInitMutexWindows, ReplacesBackslashesInTheName)
+{
+    ZvPlatform::Handle const mutex = Detail::acquireInitMutex("a\\b");
+    std::binary_semaphore isComing(0);
+    bool isReleased = false;
+    std::thread other([&] {
+        isComing.release();
+        ZvPlatform::Handle const same = Detail::acquireInitMutex("a/b");
+        EXPECT_TRUE(isReleased);
+        Detail::releaseInitMutex(same);
+    });
+    isComing.acquire();
+    isReleased = true;
+    Detail::releaseInitMutex(mutex);
+    other.join();
+}
+
+} // namespace
+} // namespace Zv
