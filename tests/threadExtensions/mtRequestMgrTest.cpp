@@ -1,10 +1,12 @@
 #include "resmgt/threadExtensions/mtRequestMgr.h"
 
+#include "asleep.h"
 #include "resmgt/threadExtensions/mtGroupCommand.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <limits>
 #include <string>
 #include <thread>
@@ -126,24 +128,21 @@ TEST(MtRequestMgr, ATagThatHasBeenWaitedForNeverWaitsAgain)
     MtRequestMgr mgr;
     MtRequestTag const tag = mgr.acquireTag();
     mgr.incRequestCount(tag);
-    std::thread waiter([&] { mgr.waitRequestCountZero(tag); });
-    std::thread second([&] { mgr.waitRequestCountZero(tag); });
-    // The pulse is there as soon as one of them sleeps; until then a count of 0 lets it through as well.
+    std::atomic<long> number{0};
+    std::thread waiter([&] {
+        number = threadNumber();
+        mgr.waitRequestCountZero(tag);
+    });
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number);
     mgr.decRequestCount(tag);
     waiter.join();
-    second.join();
+    mgr.incRequestCount(tag);
+    mgr.waitRequestCountZero(tag); // would wait for ever
+    EXPECT_EQ(1U, mgr.getRequestCount(tag));
+    mgr.decRequestCount(tag);
     mgr.releaseTag(tag);
-
-    MtRequestTag const latched = mgr.acquireTag();
-    mgr.incRequestCount(latched);
-    bool sent = false;
-    std::thread worker([&] {
-        sent = true;
-        mgr.decRequestCount(latched);
-    });
-    mgr.waitRequestCountZero(latched);
-    EXPECT_TRUE(sent);
-    worker.join();
 }
 
 void addOne(void *argument)

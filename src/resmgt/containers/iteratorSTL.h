@@ -7,8 +7,7 @@
 
 #include <cstddef>
 #include <iterator>
-#include <memory>
-#include <utility>
+#include <type_traits>
 
 namespace Zv {
 
@@ -61,10 +60,11 @@ public:
 private:
     auto &container() const
     {
-        auto * const container = std::to_address(_holder);
-        if (!container)
-            RCExUtil::throwExNullPtr();
-        return *container;
+        if constexpr (std::is_pointer_v<ContainerHolder>) {
+            if (!_holder)
+                RCExUtil::throwExNullPtr();
+        }
+        return *_holder;
     }
 
     ContainerHolder _holder;

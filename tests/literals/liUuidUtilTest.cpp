@@ -1,0 +1,132 @@
+#include "resmgt/literals/liUuidUtil.h"
+
+#include "platform/services.h"
+#include "resmgt/literals/liUuidEx.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+// The linker leads the library's calls of the platform here, so that each of them can refuse.
+
+namespace {
+
+constexpr RPC_STATUS REFUSED = 1;
+
+/// The function that refuses.
+std::string refusing;
+int nbFreed = 0;
+
+bool refuses(char const *function)
+{
+    return refusing == function;
+}
+
+} // namespace
+
+#define ZV_WRAP(Result, Name, Symbol, Parameters, Arguments, Refuse)                               \
+    extern "C" Result __real_##Symbol Parameters;                                                  \
+    extern "C" Result __wrap_##Symbol Parameters                                                   \
+    {                                                                                              \
+        if (!refuses(#Name))                                                                       \
+            return __real_##Symbol Arguments;                                                      \
+        Refuse;                                                                                    \
+    }
+
+#define ZV_WRAP_STATUS(Name, Symbol, Parameters, Arguments)                                        \
+    ZV_WRAP(RPC_STATUS, Name, Symbol, Parameters, Arguments, return REFUSED)
+
+ZV_WRAP_STATUS(UuidCreate, _ZN10ZvPlatform10UuidCreateEPNS_4UUIDE, (::UUID * u), (u))
+ZV_WRAP_STATUS(UuidCreateNil, _ZN10ZvPlatform13UuidCreateNilEPNS_4UUIDE, (::UUID * u), (u))
+ZV_WRAP_STATUS(UuidFromStringA, _ZN10ZvPlatform15UuidFromStringAEPhPNS_4UUIDE,
+               (RPC_CSTR text, ::UUID *u), (text, u))
+ZV_WRAP_STATUS(UuidToStringA, _ZN10ZvPlatform13UuidToStringAEPKNS_4UUIDEPPh,
+               (::UUID const *u, RPC_CSTR *text), (u, text))
+ZV_WRAP(int, UuidIsNil, _ZN10ZvPlatform9UuidIsNilEPNS_4UUIDEPl, (::UUID * u, RPC_STATUS *s), (u, s),
+        *s = REFUSED;
+        return 0)
+ZV_WRAP(int, UuidEqual, _ZN10ZvPlatform9UuidEqualEPNS_4UUIDES1_Pl,
+        (::UUID * u, ::UUID *v, RPC_STATUS *s), (u, v, s), *s = REFUSED;
+        return 0)
+ZV_WRAP(int, UuidCompare, _ZN10ZvPlatform11UuidCompareEPNS_4UUIDES1_Pl,
+        (::UUID * u, ::UUID *v, RPC_STATUS *s), (u, v, s), *s = REFUSED;
+        return 0)
+ZV_WRAP(std::uint16_t, UuidHash, _ZN10ZvPlatform8UuidHashEPNS_4UUIDEPl, (::UUID * u, RPC_STATUS *s),
+        (u, s), *s = REFUSED;
+        return 0)
+
+extern "C" RPC_STATUS __real__ZN10ZvPlatform14RpcStringFreeAEPPh(RPC_CSTR *text);
+extern "C" RPC_STATUS __wrap__ZN10ZvPlatform14RpcStringFreeAEPPh(RPC_CSTR *text)
+{
+    ++nbFreed;
+    RPC_STATUS const status = __real__ZN10ZvPlatform14RpcStringFreeAEPPh(text);
+    return refuses("RpcStringFreeA") ? REFUSED : status;
+}
+
+namespace Zv {
+namespace {
+
+class LiUuidUtilTest : public testing::Test
+{
+protected:
+    ~LiUuidUtilTest() override { refusing.clear(); }
+
+    template <class Action>
+    static std::string reasonWhenRefused(char const *function, Action action)
+    {
+        refusing = function;
+        std::string reason = "nothing thrown";
+        try {
+            action();
+        } catch (LiUuidEx::ExInternalError const &error) {
+            reason = error.getReason();
+        }
+        refusing.clear();
+        return reason;
+    }
+
+    LiUuidUtil::Uuid _uuid{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
+};
+
+TEST_F(LiUuidUtilTest, NamesTheFunctionOfThePlatformThatRefused)
+{
+    EXPECT_EQ("Call to function UuidCreateNil() failed.",
+              reasonWhenRefused("UuidCreateNil", [&] { LiUuidUtil::clear(_uuid); }));
+    EXPECT_EQ("Call to function UuidCreate() failed.",
+              reasonWhenRefused("UuidCreate", [&] { LiUuidUtil::create(_uuid); }));
+    EXPECT_EQ("Call to function UuidIsNil() failed.",
+              reasonWhenRefused("UuidIsNil", [&] { LiUuidUtil::isNil(_uuid); }));
+    EXPECT_EQ("Call to function UuidEqual() failed.",
+              reasonWhenRefused("UuidEqual", [&] { LiUuidUtil::equal(_uuid, _uuid); }));
+    EXPECT_EQ("Call to function UuidCompare() failed.",
+              reasonWhenRefused("UuidCompare", [&] { LiUuidUtil::compare(_uuid, _uuid); }));
+    EXPECT_EQ("Call to function UuidHash() failed.",
+              reasonWhenRefused("UuidHash", [&] { LiUuidUtil::hash(_uuid); }));
+    EXPECT_EQ("Call to function UuidToStringA() failed.",
+              reasonWhenRefused("UuidToStringA", [&] { LiUuidUtil::toString(_uuid); }));
+    EXPECT_STREQ("00000001-0002-0003-0405-060708090a0b", LiUuidUtil::toString(_uuid).getChars());
+}
+
+TEST_F(LiUuidUtilTest, GivesThePlatformsStringBack)
+{
+    nbFreed = 0;
+    LiUuidUtil::toString(_uuid);
+    EXPECT_EQ(1, nbFreed);
+    EXPECT_EQ("Call to function RpcStringFreeA() failed.",
+              reasonWhenRefused("RpcStringFreeA", [&] { LiUuidUtil::toString(_uuid); }));
+    EXPECT_EQ(2, nbFreed);
+}
+
+TEST_F(LiUuidUtilTest, ARefusedTextIsTheTextsFault)
+{
+    refusing = "UuidFromStringA";
+    LiString const text("00000000-0000-0000-0000-000000000000");
+    EXPECT_THROW(LiUuidUtil::fromString(_uuid, text), LiUuidEx::ExInvalidUuidString);
+    refusing.clear();
+    EXPECT_EQ(1U, _uuid.data1);
+    LiUuidUtil::fromString(_uuid, text);
+    EXPECT_TRUE(LiUuidUtil::isNil(_uuid));
+}
+
+} // namespace
+} // namespace Zv
