@@ -40,10 +40,12 @@ TEST(LiString, AllKindsOfEmptyShareOneBody)
     char const * const none = nullptr;
     LiString const fromDefault;
     LiString const fromNull(none);
+    LiString const fromNullptr(nullptr);
     LiString const fromEmpty("");
     LiString const fromRange(LiString("abc"), 1, 0);
     char const * const chars = fromDefault.getChars();
     EXPECT_EQ(chars, fromNull.getChars());
+    EXPECT_EQ(chars, fromNullptr.getChars());
     EXPECT_EQ(chars, fromEmpty.getChars());
     EXPECT_EQ(chars, fromRange.getChars());
     LiString assigned("abc");

@@ -64,8 +64,6 @@ LiStringImp *LiString::getEmptyImp()
     return holder->operator->();
 }
 
-LiString::LiString(LiStringImp *imp) : _imp(imp) {}
-
 LiString::LiString() : _imp(getEmptyImp()) {}
 
 LiString::LiString(char const *text) : LiString()

@@ -120,8 +120,6 @@ public:
     }
 
 private:
-    explicit LiString(LiStringImp *imp);
-
     LiStringImp &body() const { return *_imp; }
     bool equals(LiString const &other) const;
     void append(char const *bytes, std::int64_t length);
