@@ -1,0 +1,46 @@
+// The lock of the base library itself.
+#pragma once
+
+#include "platform/interlocked.h"
+#include "platform/types.h"
+#include "zvbase/export.h"
+#include "zvbase/threadAnnotations.h"
+
+#include <cstdint>
+
+namespace Zv {
+
+/// A critical section that needs no construction at run time and no destruction, so that it serves statics at any
+/// moment of a process. Recursive: a thread may lock it again. Users of the library take the locks of the `locks`
+/// package instead, which have names and report deadlocks.
+class ZVBASE_EXPORT ZV_CAPABILITY("lock") BaseLock
+{
+public:
+    constexpr BaseLock() = default;
+    BaseLock(BaseLock const &) = delete;
+    BaseLock &operator=(BaseLock const &) = delete;
+
+    void lock() ZV_ACQUIRE();
+    void unlock() ZV_RELEASE();
+
+private:
+    void initialise();
+
+    ZvPlatform::CriticalSection _section = {};
+    std::uint32_t _state = 0;
+};
+
+/// Holds a `BaseLock` for its lifetime.
+class ZV_SCOPED_CAPABILITY BaseGuard
+{
+public:
+    explicit BaseGuard(BaseLock &lock) ZV_ACQUIRE(lock) : _lock(lock) { _lock.lock(); }
+    ~BaseGuard() ZV_RELEASE() { _lock.unlock(); }
+    BaseGuard(BaseGuard const &) = delete;
+    BaseGuard &operator=(BaseGuard const &) = delete;
+
+private:
+    BaseLock &_lock;
+};
+
+} // namespace Zv

@@ -1,0 +1,42 @@
+// Environment variables as switches.
+#pragma once
+
+#include "zvbase/export.h"
+
+#include <cstddef>
+
+namespace Zv {
+
+/// The environment of the process. Any thread may call; the library's own readings and `putEnv` exclude each other.
+class ZVBASE_EXPORT EnvVar
+{
+public:
+    /// Sets a variable: "NAME=value". "NAME=" sets it to the empty text. The text is copied. Fails the assertion
+    /// "separator" where there is no '=' behind a name.
+    static void putEnv(char const *assignment);
+
+    EnvVar() = delete;
+};
+
+/// A variable with a whole number, read when the object is built and at each `refresh`. It is usually a static, and
+/// has no destructor. A variable that is not set, or whose text is not one decimal number that fits an `int` (blanks
+/// around it are allowed), has the default value.
+class ZVBASE_EXPORT EnvIntVar
+{
+public:
+    /// `name` outlives the object.
+    EnvIntVar(char const *name, int defaultValue);
+
+    /// Reads the environment again. Any thread.
+    void refresh();
+    /// What the last reading gave. Any thread.
+    int getValue() const;
+    char const *getName() const { return _name; }
+
+private:
+    char const *_name;
+    int _defaultValue;
+    int _value;
+};
+
+} // namespace Zv
