@@ -1,6 +1,7 @@
 // Values: strings, identifiers, dates.
 #pragma once
 
+#include "resmgt/literals/liDate.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/literals/liStringEx.h"
 #include "resmgt/literals/liStringParser.h"

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 
 // The linker leads the library's calls of the platform here, so that each of them can refuse.
 
@@ -14,7 +15,7 @@ namespace {
 constexpr RPC_STATUS REFUSED = 1;
 
 /// The function that refuses.
-std::string refusing;
+std::string_view refusing;
 int nbFreed = 0;
 
 bool refuses(char const *function)
@@ -69,7 +70,7 @@ namespace {
 class LiUuidUtilTest : public testing::Test
 {
 protected:
-    ~LiUuidUtilTest() override { refusing.clear(); }
+    ~LiUuidUtilTest() override { refusing = {}; }
 
     template <class Action>
     static std::string reasonWhenRefused(char const *function, Action action)
@@ -81,7 +82,7 @@ protected:
         } catch (LiUuidEx::ExInternalError const &error) {
             reason = error.getReason();
         }
-        refusing.clear();
+        refusing = {};
         return reason;
     }
 
@@ -122,7 +123,7 @@ TEST_F(LiUuidUtilTest, ARefusedTextIsTheTextsFault)
     refusing = "UuidFromStringA";
     LiString const text("00000000-0000-0000-0000-000000000000");
     EXPECT_THROW(LiUuidUtil::fromString(_uuid, text), LiUuidEx::ExInvalidUuidString);
-    refusing.clear();
+    refusing = {};
     EXPECT_EQ(1U, _uuid.data1);
     LiUuidUtil::fromString(_uuid, text);
     EXPECT_TRUE(LiUuidUtil::isNil(_uuid));

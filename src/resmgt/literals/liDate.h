@@ -1,0 +1,62 @@
+// Calendar time.
+#pragma once
+
+#include "resmgt/literals/liString.h"
+#include "zvbase/osDate.h"
+
+#include <compare>
+#include <iosfwd>
+
+namespace Zv {
+
+/// A moment in calendar time. One object is for one thread at a time; nothing here blocks. The place's clock is the one
+/// that TZ names.
+class ZVRESMGT_EXPORT LiDate
+{
+public:
+    /// The beginning of 1970, universal time.
+    LiDate() = default;
+    explicit LiDate(OsDateTypes::DateRep const &rep) : _rep(rep) {}
+    /// Reads what `toString(TimeMode)` wrote, by universal time or by the clock of this place. Throws
+    /// `OsDateEx::ExInvalidDate` for anything else.
+    explicit LiDate(LiString const &text);
+    /// `month` and `day` from 1, `seconds` in [0, 60). Throws `OsDateEx::ExInvalidDate` where there is no such date.
+    LiDate(int year, int month, int day, int hour, int minute, double seconds,
+           OsDateTypes::TimeMode mode);
+
+    /// As the constructor; the date stays as it was where it throws.
+    void set(int year, int month, int day, int hour, int minute, double seconds,
+             OsDateTypes::TimeMode mode);
+    static LiDate now();
+    /// The date that a new object has.
+    static LiDate const &getEpoch();
+
+    LiDate &operator+=(double seconds);
+    LiDate &operator-=(double seconds);
+
+    /// -1, 0 or 1.
+    static int compare(LiDate const &left, LiDate const &right);
+
+    /// For instance "2006/02/20 17:04:05.250 UTC": milliseconds, cut, and the first three letters of the time zone.
+    LiString toString(OsDateTypes::TimeMode mode) const;
+    /// As `strftime` writes it, by the clock of this place. The text has to have 1 to 255 bytes, or an assertion fails.
+    LiString toString(char const *format) const;
+
+    OsDateTypes::DateRep const &getRep() const { return _rep; }
+
+    friend bool operator==(LiDate const &left, LiDate const &right)
+    {
+        return compare(left, right) == 0;
+    }
+    friend std::strong_ordering operator<=>(LiDate const &left, LiDate const &right)
+    {
+        return compare(left, right) <=> 0;
+    }
+
+private:
+    void readDate(std::istream &stream);
+
+    OsDateTypes::DateRep _rep;
+};
+
+} // namespace Zv

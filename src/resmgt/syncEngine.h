@@ -1,0 +1,5 @@
+// Threads paced by beats.
+#pragma once
+
+#include "resmgt/syncEngine/seSourceClock.h"
+#include "resmgt/syncEngine/seSourceProtocol.h"
