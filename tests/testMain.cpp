@@ -1,7 +1,18 @@
+#include "zvbase/inPackage.h"
+
 #include <gtest/gtest.h>
+
+#include <cstring>
+
+/// What a test program does as a process of its own: a test of the program starts it with "--child" and what else the
+/// child needs. It finds the libraries loaded and no package up. Where a test program defines it.
+int zvChildMain(int argc, char **argv) __attribute__((weak));
 
 int main(int argc, char **argv)
 {
+    if (zvChildMain && argc > 1 && std::strcmp(argv[1], "--child") == 0)
+        return zvChildMain(argc - 2, argv + 2);
     testing::InitGoogleTest(&argc, argv);
+    Zv::InPackageScope packages;
     return RUN_ALL_TESTS();
 }

@@ -1,0 +1,61 @@
+// All statics of the library that need construction, in the order in which they come to life while the library loads.
+// No thread runs yet, and nothing here is ever destroyed: threads may outlive `main`.
+
+#include "resmgt/literals/literalsStatics.private.h"
+#include "resmgt/locks/lkMutexAttr.h"
+#include "resmgt/memoryBuffers/memoryBuffersStatics.private.h"
+#include "resmgt/packages.private.h"
+#include "zvbase/trace.h"
+
+namespace Zv {
+
+namespace PackageStatics {
+Immortal<InInit<ZvInit::containers>> containers;
+Immortal<InInit<ZvInit::deviceManager>> deviceManager;
+Immortal<InInit<ZvInit::deviceProtocol>> deviceProtocol;
+Immortal<InInit<ZvInit::dynamicAllocation>> dynamicAllocation;
+} // namespace PackageStatics
+
+namespace {
+// Made now, while nobody can race for it.
+[[maybe_unused]] LiStringImp * const emptyBody = LiString::getEmptyImp();
+} // namespace
+
+namespace PackageStatics {
+Immortal<InInit<ZvInit::literals>> literals;
+}
+
+namespace LiteralsStatics {
+Immortal<LiDate> epoch;
+}
+
+namespace {
+// The first singleton of the process.
+[[maybe_unused]] LkMutexAttr const &defaultMutexAttr = LkMutexAttr::getDefaultAttr();
+} // namespace
+
+namespace PackageStatics {
+Immortal<InInit<ZvInit::locks>> locks;
+}
+
+namespace MemoryBuffersStatics {
+TraceLevel * const mbBuffersLevel = Trace::registerLevel("MbBuffers", __FILE__);
+}
+
+namespace PackageStatics {
+Immortal<InInit<ZvInit::memoryBuffers>> memoryBuffers;
+}
+
+namespace PackageStatics {
+Immortal<InInit<ZvInit::resmgt>> resmgt;
+Immortal<InInit<ZvInit::smartPtrs>> smartPtrs;
+Immortal<InInit<ZvInit::syncEngine>> syncEngine;
+Immortal<InInit<ZvInit::threadExtensions>> threadExtensions;
+} // namespace PackageStatics
+
+namespace PackageStatics {
+Immortal<InInit<ZvInit::threads>> threads;
+Immortal<InInit<ZvInit::xml>> xml;
+} // namespace PackageStatics
+
+} // namespace Zv
