@@ -147,11 +147,20 @@ void Priority::removeRelation(PriorityRelation &relation, Side side)
     getRelationsOf(relation, side).erase(relation._membership._sidePositions[side]);
 }
 
+Priority::Relations const &Priority::getOrders(Side side) const ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    return side == LEFT ? _dependants : _dependOns;
+}
+
+Priority::Relations const &Priority::getEquals() const ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    return _equals;
+}
+
 Priority const *Priority::findDependantRec(Priority const &target, std::uint64_t search) const
 {
-    Guard guard(_lock);
     _membership._search = search;
-    for (PriorityRelation const *relation : _dependants) {
+    for (PriorityRelation const *relation : getOrders(LEFT)) {
         Priority const &rhs = relation->getRhs();
         if (&rhs == &target)
             return &target;
@@ -171,31 +180,32 @@ void Priority::reset(int minimum, int maximum)
 
 void Priority::set(Side side)
 {
-    Guard guard(_lock);
     if (_isVisiting)
         return;
     Visit const visit(_isVisiting);
     Side const opposite = getOpposite(side);
-    for (PriorityRelation const *relation : side == LEFT ? _dependants : _dependOns)
-        pushBound(side, relation->get(opposite),
-                  relation->computePriority(opposite, transient(side)));
-    for (PriorityRelation const *relation : _equals) {
+    auto const push = [side](Priority &target, int bound) {
+        target.pushTransient(side, bound);
+        target.set(side);
+    };
+    for (PriorityRelation const *relation : getOrders(side))
+        push(relation->get(opposite), relation->computePriority(opposite, getTransient(side)));
+    for (PriorityRelation const *relation : getEquals()) {
         // By name: two nodes of one name send their bounds to the right-hand side alone.
-        if (_name == relation->getLhs().getName())
-            pushBound(side, relation->getRhs(), relation->computeRhsPriority(transient(side)));
+        if (getName() == relation->getLhs().getName())
+            push(relation->getRhs(), relation->computeRhsPriority(getTransient(side)));
         else
-            pushBound(side, relation->getLhs(), relation->computeLhsPriority(transient(side)));
+            push(relation->getLhs(), relation->computeLhsPriority(getTransient(side)));
     }
 }
 
-void Priority::pushBound(Side side, Priority &target, int bound) const
+void Priority::pushTransient(Side side, int bound)
 {
-    {
-        Guard guard(target._lock);
-        int &value = target.transient(side);
-        value = side == LEFT ? std::max(value, bound) : std::min(value, bound);
-    }
-    target.set(side);
+    Guard guard(_lock);
+    if (side == LEFT)
+        _lhsTransient = std::max(_lhsTransient, bound);
+    else
+        _rhsTransient = std::min(_rhsTransient, bound);
 }
 
 void Priority::updatePriorityFromTransient()
@@ -227,20 +237,25 @@ int Priority::getTransient(Side side) const
 
 void Priority::dump(std::ostream &os, bool withRelations) const
 {
-    // A relation's line reads its other node: only the manager's lock puts the locks of nodes in an order.
-    Guard mgrGuard(_mgr->getLock());
+    if (!withRelations)
+        return dumpLine(os);
+    // A relation's line reads its other node as well.
+    Guard guard(_mgr->getLock());
+    dumpLine(os);
+    dumpRelations(os, "Dependants: ", getOrders(LEFT));
+    dumpRelations(os, "DependOns: ", getOrders(RIGHT));
+    dumpRelations(os, "Equals: ", getEquals());
+}
+
+void Priority::dumpLine(std::ostream &os) const
+{
     Guard guard(_lock);
     os << std::setw(20) << _name.getChars() << " prio " << std::setw(8) << _priority << " fixed "
        << _isFixed << " lhs " << std::setw(8) << _lhsTransient << " rhs " << std::setw(8)
        << _rhsTransient << std::endl;
-    if (!withRelations)
-        return;
-    dumpRelations(os, "Dependants: ", _dependants);
-    dumpRelations(os, "DependOns: ", _dependOns);
-    dumpRelations(os, "Equals: ", _equals);
 }
 
-void Priority::dumpRelations(std::ostream &os, char const *title, Relations const &relations) const
+void Priority::dumpRelations(std::ostream &os, char const *title, Relations const &relations)
 {
     os << title << std::endl;
     for (PriorityRelation const *relation : relations) {

@@ -32,7 +32,7 @@ class ZVRESMGT_EXPORT Priority : public PriorityTypes
 {
 public:
     /// Stands for a value that a node has not got.
-    static int const NOT_SET = -1;
+    static constexpr int NOT_SET = -1;
 
     /// A node that is fixed at `priority`, or free where that is `NOT_SET`. `mgr` outlives the node.
     Priority(LiString const &name, PriorityMgr &mgr, int priority);
@@ -98,19 +98,20 @@ private:
     void addRelation(PriorityRelation &, Side);
     void removeRelation(PriorityRelation &, Side);
     Relations &getRelationsOf(PriorityRelation const &, Side) ZV_REQUIRES(_lock);
+    // The lists change under the manager's lock and the node's, and are read under either. The solving reads them under
+    // the manager's alone: it walks relations both ways, and would take the locks of nodes in both orders.
+    Relations const &getOrders(Side) const;
+    Relations const &getEquals() const;
     Priority const *findDependantRec(Priority const &target, std::uint64_t search) const;
     void reset(int minimum, int maximum);
     void set(Side);
-    void pushBound(Side, Priority &target, int bound) const;
     void updatePriorityFromTransient();
     bool checkTransient() const;
     [[noreturn]] void throwTransientInvalid() const;
     int getTransient(Side) const;
-    int &transient(Side side) ZV_REQUIRES(_lock)
-    {
-        return side == LEFT ? _lhsTransient : _rhsTransient;
-    }
-    void dumpRelations(std::ostream &, char const *title, Relations const &) const;
+    void pushTransient(Side, int bound);
+    void dumpLine(std::ostream &) const;
+    static void dumpRelations(std::ostream &, char const *title, Relations const &);
 
     LiString _name ZV_GUARDED_BY(_lock);
     LkRecLock _lock;
@@ -122,9 +123,9 @@ private:
     Relations _dependants ZV_GUARDED_BY(_lock);
     Relations _dependOns ZV_GUARDED_BY(_lock);
     Relations _equals ZV_GUARDED_BY(_lock);
-    bool _isVisiting ZV_GUARDED_BY(_lock) = false;
+    bool _isVisiting = false; // under the manager's lock, as all that follows
 
-    // What the manager and its helpers remember of the node, all of it under the manager's lock.
+    // What the manager and its helpers remember of the node.
     struct Membership
     {
         std::uint64_t _order = 0; // position among all that ever joined; 0 while outside

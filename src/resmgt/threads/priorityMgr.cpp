@@ -167,10 +167,10 @@ List<PriorityRelation *>::iterator PriorityMgr::findRelationNoLock(PriorityRelat
 
 unsigned PriorityMgr::removeRelationsNoLock(Priority *priority)
 {
-    Guard guard(priority->_lock);
     unsigned nbRemoved = 0;
     for (Priority::Relations const *relations :
-         {&priority->_dependants, &priority->_dependOns, &priority->_equals}) {
+         {&priority->getOrders(PriorityTypes::LEFT), &priority->getOrders(PriorityTypes::RIGHT),
+          &priority->getEquals()}) {
         for (PriorityRelation *relation : *relations) {
             setStrayNoLock(*relation, true);
             if (!relation->_membership._isListed)

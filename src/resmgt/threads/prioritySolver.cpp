@@ -145,9 +145,8 @@ bool PrioritySolver::finish()
         node->_priority = node->_lhsTransient;
     }
     // The one kind of relation that may not hold now; see connect().
-    for (Priority *node : _touched) {
-        Guard guard(node->_lock);
-        for (PriorityRelation const *relation : node->_equals) {
+    for (Priority const *node : _touched) {
+        for (PriorityRelation const *relation : node->getEquals()) {
             if (!relation->check())
                 return false;
         }
@@ -226,18 +225,17 @@ bool PrioritySolver::rederive(Side side)
 
 bool PrioritySolver::drawFromOthers(Side side, Priority &node)
 {
-    Guard guard(node._lock);
     auto const drawFrom = [&](PriorityRelation const &relation, Priority &source) {
         if (findTarget(side, relation, source) != &node ||
             (side == RIGHT && !source._membership._isBounded))
             return true;
         return improve(side, node, computeBound(side, relation, source.getTransient(side)));
     };
-    for (PriorityRelation const *relation : side == LEFT ? node._dependOns : node._dependants) {
+    for (PriorityRelation const *relation : node.getOrders(getOpposite(side))) {
         if (!drawFrom(*relation, relation->get(side)))
             return false;
     }
-    for (PriorityRelation const *relation : node._equals) {
+    for (PriorityRelation const *relation : node.getEquals()) {
         if (!drawFrom(*relation, relation->_lhs == &node ? *relation->_rhs : *relation->_lhs))
             return false;
     }
@@ -303,13 +301,12 @@ void PrioritySolver::enqueue(Priority &node)
 template <class Visitor>
 bool PrioritySolver::forEachTarget(Side side, Priority &node, Visitor const &visitor)
 {
-    Guard guard(node._lock);
-    int const value = node.transient(side);
-    for (PriorityRelation const *relation : side == LEFT ? node._dependants : node._dependOns) {
+    int const value = node.getTransient(side);
+    for (PriorityRelation const *relation : node.getOrders(side)) {
         if (!visitor(relation->get(getOpposite(side)), computeBound(side, *relation, value)))
             return false;
     }
-    for (PriorityRelation const *relation : node._equals) {
+    for (PriorityRelation const *relation : node.getEquals()) {
         Priority * const target = findTarget(side, *relation, node);
         if (target && !visitor(*target, value))
             return false;
@@ -336,8 +333,8 @@ int PrioritySolver::computeBound(Side side, PriorityRelation const &relation, in
 
 bool PrioritySolver::hasRelations(Priority const &node)
 {
-    Guard guard(node._lock);
-    return !node._dependants.empty() || !node._dependOns.empty() || !node._equals.empty();
+    return !node.getOrders(LEFT).empty() || !node.getOrders(RIGHT).empty() ||
+           !node.getEquals().empty();
 }
 
 } // namespace Zv

@@ -1,0 +1,109 @@
+// The graph under many threads.
+
+#include "resmgt/threads/priority.h"
+#include "resmgt/threads/priorityEx.h"
+#include "resmgt/threads/priorityMgr.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "zvbase/assertions.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+using namespace Zv;
+
+namespace {
+
+class Follower : public Priority
+{
+public:
+    explicit Follower(PriorityMgr &mgr) : Priority("follower", mgr, NOT_SET, WHEN_CHANGED)
+    {
+        join();
+    }
+    ~Follower() noexcept(false) override { leave(); }
+
+    void updatePriority(int priority) override { _told = priority; }
+
+    std::atomic<int> _told = NOT_SET;
+};
+
+TEST(PriorityThreads, ChangeReadAndDumpOneGraph)
+{
+    constexpr int NB_THREADS = 4;
+    constexpr int NB_ROUNDS = 200;
+    PriorityMgr mgr("mgr", 0, 6);
+    Priority floor("floor", mgr, 2);
+    Priority moving("moving", mgr, 3);
+    std::barrier<> start(NB_THREADS + 1);
+    std::vector<std::thread> threads;
+    for (int number = 0; number < NB_THREADS; ++number) {
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            for (int round = 0; round < NB_ROUNDS; ++round) {
+                Follower below(mgr);
+                Follower above(mgr);
+                PriorityRelation atFloor("r", floor, PriorityRelation::LESS_EQUAL, below);
+                PriorityRelation order("r", below, PriorityRelation::LESS, above);
+                EXPECT_GE(below._told, 2);
+                EXPECT_EQ(below.getPriority(), 2);
+                EXPECT_EQ(above.getPriority(), 3);
+                EXPECT_EQ(above._told, 3);
+                above.setName("renamed");
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        start.arrive_and_wait();
+        for (int round = 0; round < NB_ROUNDS; ++round) {
+            moving.setPriority(round % 7);
+            std::ostringstream os;
+            mgr.dump(os);
+            floor.dump(os, true);
+            moving.getPriorityNoCheck();
+        }
+    });
+    for (std::thread &thread : threads)
+        thread.join();
+    std::ostringstream os;
+    mgr.dump(os);
+    EXPECT_EQ(os.str(), "\nmgr \nPriorities:\n"
+                        "\t               floor prio        2 fixed 1 lhs        2 rhs        2\n"
+                        "\t              moving prio        3 fixed 1 lhs        3 rhs        3\n"
+                        "Independant: \n"
+                        "\t               floor prio        2 fixed 1 lhs        2 rhs        2\n"
+                        "\t              moving prio        3 fixed 1 lhs        3 rhs        3\n"
+                        "Relations: \n");
+}
+
+TEST(PriorityThreads, CannotCloseACycleBetweenThem)
+{
+    for (int round = 0; round < 100; ++round) {
+        PriorityMgr mgr("mgr", 0, 6);
+        Priority a("a", mgr, Priority::NOT_SET);
+        Priority b("b", mgr, Priority::NOT_SET);
+        std::barrier<> start(2);
+        std::barrier<> end(2);
+        std::atomic<int> nbRefused = 0;
+        auto const relate = [&](Priority &lhs, Priority &rhs) {
+            start.arrive_and_wait();
+            try {
+                PriorityRelation relation("r", lhs, PriorityRelation::LESS, rhs);
+                end.arrive_and_wait();
+            } catch (AssertionFailed const &) {
+                ++nbRefused;
+                end.arrive_and_wait();
+            }
+        };
+        std::thread other([&] { relate(a, b); });
+        relate(b, a);
+        other.join();
+        EXPECT_EQ(nbRefused, 1);
+    }
+}
+
+} // namespace
