@@ -1,0 +1,147 @@
+#include "resmgt/deviceManager/devMgrFifo.h"
+
+#include "recordingDevice.h"
+#include "resmgt/deviceManager/devMgrACO.h"
+#include "zvbase/assertions.h"
+#include "zvbase/rcEx.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <semaphore>
+#include <thread>
+
+namespace {
+
+using namespace Zv;
+using Testing::Log;
+
+class LoggingANO final : public DevANO
+{
+public:
+    LoggingANO(std::string name, Log &log) : _name(std::move(name)), _log(log) {}
+    ~LoggingANO() override { _log.push_back(_name + " gone"); }
+    void performExecute() override { _log.push_back(_name); }
+
+private:
+    std::string _name;
+    Log &_log;
+};
+
+void produce(DevMgrFifo &fifo, std::string const &name, Log &log)
+{
+    DevANOQueueEntry entry(makeObj<LoggingANO>(name, log));
+    fifo.produce(entry);
+    EXPECT_TRUE(entry.isNull());
+}
+
+void executeNext(DevMgrFifo &fifo)
+{
+    DevANOQueueEntry entry = fifo.consume();
+    ObjPtr<DevANO> const ano = entry.release();
+    ano->performExecute();
+}
+
+TEST(DevMgrFifoTest, isFirstInFirstOut)
+{
+    Log log;
+    RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
+    produce(*fifo, "a", log);
+    produce(*fifo, "b", log);
+    executeNext(*fifo);
+    executeNext(*fifo);
+    EXPECT_EQ(log, (Log{"a", "a gone", "b", "b gone"}));
+}
+
+TEST(DevMgrFifoTest, anEmptyOneLeavesTheEntryAsItWas)
+{
+    Log log;
+    RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
+    DevANOQueueEntry entry(makeObj<LoggingANO>("kept", log));
+    EXPECT_FALSE(fifo->tryConsume(entry));
+    EXPECT_FALSE(entry.isNull());
+    EXPECT_EQ(log, Log());
+}
+
+TEST(DevMgrFifoTest, aFullOneBlocksItsProducerUntilOneIsTaken)
+{
+    Log log;
+    RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
+    for (int i = 0; i < 25; ++i)
+        produce(*fifo, std::to_string(i), log);
+    std::binary_semaphore started(0);
+    std::atomic<bool> hasProduced = false;
+    std::thread producer([&] {
+        started.release();
+        produce(*fifo, "25", log);
+        hasProduced = true;
+    });
+    started.acquire();
+    EXPECT_FALSE(hasProduced);
+    executeNext(*fifo);
+    producer.join();
+    EXPECT_TRUE(hasProduced);
+    for (int i = 1; i <= 25; ++i)
+        executeNext(*fifo);
+    ASSERT_EQ(log.size(), 52u);
+    EXPECT_EQ(log[50], "25");
+}
+
+TEST(DevMgrFifoTest, aClosedOneDestroysWhatItHoldsAndIsGiven)
+{
+    Log log;
+    RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
+    produce(*fifo, "queued", log);
+    fifo->close();
+    EXPECT_EQ(log, (Log{"queued gone"}));
+    produce(*fifo, "late", log);
+    produce(*fifo, "later", log);
+    EXPECT_EQ(log, (Log{"queued gone", "late gone", "later gone"}));
+}
+
+TEST(DevMgrFifoTest, aBlockedProducerIsLetGoByClose)
+{
+    Log log;
+    RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
+    produce(*fifo, "queued", log);
+    std::binary_semaphore started(0);
+    std::thread producer([&] {
+        Log own;
+        started.release();
+        produce(*fifo, "blocked", own);
+        EXPECT_EQ(own, (Log{"blocked gone"}));
+    });
+    started.acquire();
+    fifo->close();
+    producer.join();
+}
+
+TEST(DevMgrACOTest, passesItsNotificationOnWithoutRunningIt)
+{
+    Log log;
+    RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
+    DevMgrACO aco(makeObj<LoggingANO>("report", log), fifo);
+    aco.performExecute();
+    EXPECT_EQ(log, Log());
+    executeNext(*fifo);
+    EXPECT_EQ(log, (Log{"report", "report gone"}));
+}
+
+TEST(DevMgrACOTest, takesANotificationThatIsNotRunWithIt)
+{
+    Log log;
+    {
+        RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
+        DevMgrACO const aco(makeObj<LoggingANO>("report", log), fifo);
+    }
+    EXPECT_EQ(log, (Log{"report gone"}));
+}
+
+TEST(DevMgrACOTest, withoutAFifoItIsANullPointer)
+{
+    Log log;
+    DevMgrACO aco(makeObj<LoggingANO>("report", log), nullptr);
+    EXPECT_THROW(aco.performExecute(), RCEx::ExNullPtr);
+}
+
+} // namespace

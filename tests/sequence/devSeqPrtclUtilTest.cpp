@@ -1,0 +1,158 @@
+#include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
+
+#include "recordingDevice.h"
+#include "resmgt/deviceManager/devMgrACO.h"
+#include "resmgt/deviceManager/sequence/noopedSyncSeqProtocol.h"
+#include "zvbase/rcEx.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Zv;
+using Testing::Log;
+using Testing::markAt;
+using Testing::RecordingProtocol;
+
+/// Writes its name down when it runs; clones are told from the prototype.
+class NamedANO final : public DevClonableANO
+{
+public:
+    NamedANO(std::string name, Log &log) : _name(std::move(name)), _log(log) {}
+
+    void performExecute() override { _log.push_back(_name); }
+    ObjPtrRet<DevClonableANO> clone() const override
+    {
+        return makeObj<NamedANO>(_name + " clone", _log);
+    }
+
+private:
+    std::string _name;
+    Log &_log;
+};
+
+struct Wrapped
+{
+    Wrapped()
+        : fifo(new DevMgrFifo(0)),
+          device(new RecordingProtocol("", calls)),
+          util(new DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl>(device), fifo, ano("ready"),
+                                   ano("lock"), ano("aborted"), ano("stopped"), ano("recover"),
+                                   ano("abort")))
+    {}
+
+    ObjPtr<DevClonableANO> ano(char const *name) { return makeObj<NamedANO>(name, ran); }
+
+    /// What came through the FIFO, executed.
+    Log reports()
+    {
+        for (DevANOQueueEntry entry; fifo->tryConsume(entry);) {
+            ObjPtr<DevANO> const report = entry.release();
+            report->performExecute();
+        }
+        return std::exchange(ran, {});
+    }
+
+    Log calls;
+    Log ran;
+    RCShdPtr<DevMgrFifo> fifo;
+    RCShdPtr<RecordingProtocol> device;
+    RCShdPtr<DevSeqPrtclUtil> util;
+};
+
+TEST(DevSeqPrtclUtilTest, eachStepReportsItsOwnEnd)
+{
+    Wrapped wrapped;
+    auto const endOf = [&](auto step) {
+        step(*wrapped.util);
+        wrapped.device->complete();
+        return wrapped.reports();
+    };
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.start(); }), (Log{"ready clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.sync(DtTime(2, Rational(1, 1))); }),
+              (Log{"lock clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.sync(markAt(8)); }), (Log{"lock clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.recover(); }), (Log{"ready clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.stop(); }), (Log{"stopped clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.abort(); }), (Log{"aborted clone"}));
+    EXPECT_EQ(wrapped.calls,
+              (Log{"start", "sync time 2", "sync mark 8", "recover", "stop", "abort"}));
+}
+
+TEST(DevSeqPrtclUtilTest, aReportDoesNotRunOnTheDevicesThread)
+{
+    Wrapped wrapped;
+    wrapped.util->start();
+    wrapped.device->complete();
+    EXPECT_EQ(wrapped.ran, Log());
+    EXPECT_EQ(wrapped.reports(), (Log{"ready clone"}));
+}
+
+TEST(DevSeqPrtclUtilTest, startGivesTheDeviceItsNotifications)
+{
+    Wrapped wrapped;
+    wrapped.util->start();
+    ObjPtr<DevANO> const recovery = wrapped.device->takeRecover();
+    ObjPtr<DevANO> const abortion = wrapped.device->takeAbort();
+    recovery->performExecute();
+    abortion->performExecute();
+    EXPECT_EQ(wrapped.ran, (Log{"recover clone", "abort clone"}));
+}
+
+TEST(DevSeqPrtclUtilTest, latencyAndMarkAreTheDevices)
+{
+    Wrapped wrapped;
+    wrapped.device->latency = DtTime(3, Rational(1, 1));
+    wrapped.device->mark = markAt(4);
+    EXPECT_EQ(wrapped.util->getLatency(), DtTime(3, Rational(1, 1)));
+    EXPECT_EQ(wrapped.util->getMark(), markAt(4));
+}
+
+TEST(DevSeqPrtclUtilTest, withoutNotificationsThereIsNoFifoEither)
+{
+    Log calls;
+    RCShdPtr<RecordingProtocol> const device(new RecordingProtocol("", calls));
+    RCShdPtr<DevSeqPrtclUtil> const util(new DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl>(device)));
+    util->start();
+    ObjPtr<DevANO> const recovery = device->takeRecover();
+    recovery->performExecute();
+    EXPECT_THROW(device->complete(), RCEx::ExNullPtr);
+}
+
+TEST(DevSeqPrtclUtilTest, aNullProtocolIsANullPointer)
+{
+    RCShdPtr<DevSeqPrtclUtil> const util(new DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl>()));
+    EXPECT_THROW(util->start(), RCEx::ExNullPtr);
+    EXPECT_THROW((void)util->getLatency(), RCEx::ExNullPtr);
+}
+
+/// Writes down that it was destroyed.
+class MortalACO final : public DevACO
+{
+public:
+    explicit MortalACO(Log &log) : _log(log) {}
+    ~MortalACO() override { _log.push_back("destroyed"); }
+    void performExecute() override { _log.push_back("executed"); }
+
+private:
+    Log &_log;
+};
+
+TEST(NoopedSyncSeqProtocolTest, destroysWhatItIsGiven)
+{
+    Log log;
+    RCShdPtr<DevMDSyncSeqPrtcl> const nobody(new NoopedSyncSeqProtocol);
+    auto const aco = [&] { return makeObj<MortalACO>(log); };
+    nobody->performStart(aco(), nullptr, nullptr);
+    nobody->performSync(aco(), DtTime());
+    nobody->performSync(aco(), DtTimeMark());
+    nobody->performRecover(aco());
+    nobody->performStop(aco());
+    nobody->performAbort(aco());
+    EXPECT_EQ(log, Log(6, "destroyed"));
+    EXPECT_EQ(nobody->getLatency(), DtTime());
+    EXPECT_EQ(nobody->getLatency().getRate(), Rational(1, 1));
+    EXPECT_EQ(nobody->getMark(), DtTimeMark());
+}
+
+} // namespace

@@ -1,0 +1,162 @@
+#include "resmgt/deviceManager/sequence/devSeqEv.h"
+#include "resmgt/deviceManager/sequence/devSeqTree.h"
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Zv;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t stackSize = 512 * 1024; // the sanitizers' own needs come on top
+#else
+constexpr std::size_t stackSize = 64 * 1024;
+#endif
+
+/// Runs `body` on a thread with a small stack.
+void runOnSmallStack(std::function<void()> body)
+{
+    pthread_attr_t attributes;
+    ASSERT_EQ(::pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(::pthread_attr_setstacksize(&attributes, stackSize), 0);
+    pthread_t thread;
+    auto const run = [](void *argument) -> void * {
+        (*static_cast<std::function<void()> *>(argument))();
+        return nullptr;
+    };
+    ASSERT_EQ(::pthread_create(&thread, &attributes, run, &body), 0);
+    ::pthread_join(thread, nullptr);
+    ::pthread_attr_destroy(&attributes);
+}
+
+LiString nameOf(int number)
+{
+    return std::to_string(number).c_str();
+}
+
+std::string textOf(DevSeqTree const &tree)
+{
+    std::ostringstream stream;
+    stream << tree;
+    return stream.str();
+}
+
+/// Every machine from `init` to `final`, with the devices' reports made by hand. Node 0 is the root
+/// and a node comes behind its parent.
+void runThrough(DevSeqTree &tree, int nbNodes)
+{
+    auto const expectAll = [&](char const *state) {
+        for (int i = 0; i < nbNodes; ++i)
+            ASSERT_EQ(tree.getState(nameOf(i)), state) << i;
+    };
+    tree.processEvent(DevSeqEv::START);
+    expectAll("start");
+    for (int i = 0; i < nbNodes; ++i)
+        tree.processEvent(nameOf(i), DevSeqEv::READY);
+    EXPECT_EQ(tree.getState(nameOf(0)), "sync");
+    for (int i = 0; i < nbNodes; ++i)
+        tree.processEvent(nameOf(i), DevSeqEv::LOCK);
+    expectAll("lock");
+    tree.processEvent(DevSeqEv::RECOVER);
+    expectAll("recover");
+    for (int i = 0; i < nbNodes; ++i)
+        tree.processEvent(nameOf(i), DevSeqEv::READY);
+    for (int i = 0; i < nbNodes; ++i)
+        tree.processEvent(nameOf(i), DevSeqEv::LOCK);
+    tree.processEvent(DevSeqEv::STOP);
+    for (int i = nbNodes; i-- > 0;)
+        tree.processEvent(nameOf(i), DevSeqEv::STOPPED);
+    expectAll("final");
+    tree.wait();
+}
+
+TEST(DevSeqTreeSizeTest, aTreeAsDeepAsAnyFitsOnASmallStack)
+{
+    runOnSmallStack([] {
+        int const nbLevels = 10000;
+        RCShdPtr<DevSeqTree> tree(new DevSeqTree);
+        RCShdPtr<DevSeqTreeNode> above;
+        for (int i = 0; i < nbLevels; ++i) {
+            RCShdPtr<DevSeqTreeNode> const node = DevSeqTreeNode::createNoop(nameOf(i));
+            if (above.isNull())
+                tree->setRoot(node);
+            else
+                tree->attach(above, node);
+            above = node;
+        }
+        above = nullptr;
+        runThrough(*tree, nbLevels);
+
+        std::string expected = "( ";
+        std::string closing;
+        for (int i = 0; i < nbLevels; ++i) {
+            expected += std::to_string(i) + (i + 1 < nbLevels ? " ( " : " ");
+            closing += i + 1 < nbLevels ? ") " : "";
+        }
+        EXPECT_EQ(textOf(*tree), expected + closing + ")");
+        tree = nullptr;
+    });
+}
+
+TEST(DevSeqTreeSizeTest, aTreeBuiltFromBelowIsTheSame)
+{
+    runOnSmallStack([] {
+        int const nbLevels = 10000;
+        RCShdPtr<DevSeqTree> tree(new DevSeqTree);
+        for (int i = nbLevels; i-- > 0;)
+            tree->setRoot(DevSeqTreeNode::createNoop(nameOf(i)));
+        tree->processEvent(DevSeqEv::START);
+        EXPECT_EQ(tree->getState(nameOf(nbLevels - 1)), "start");
+    });
+}
+
+TEST(DevSeqTreeSizeTest, aDeepSubtreeThatSomebodyHoldsDiesWithItsHolder)
+{
+    runOnSmallStack([] {
+        RCShdPtr<DevSeqTreeNode> held;
+        {
+            RCShdPtr<DevSeqTree> const tree(new DevSeqTree);
+            for (int i = 10000; i-- > 0;) {
+                RCShdPtr<DevSeqTreeNode> const node = DevSeqTreeNode::createNoop(nameOf(i));
+                tree->setRoot(node);
+                held = node;
+            }
+        }
+        held = nullptr;
+    });
+}
+
+TEST(DevSeqTreeSizeTest, aWideTreeRunsThrough)
+{
+    RCShdPtr<DevSeqTree> const tree(new DevSeqTree);
+    RCShdPtr<DevSeqTreeNode> const root = DevSeqTreeNode::createNoop(nameOf(0));
+    tree->setRoot(root);
+    int const nbNodes = 1000;
+    for (int i = 1; i < nbNodes; ++i)
+        tree->attach(root, DevSeqTreeNode::createNoop(nameOf(i)));
+    runThrough(*tree, nbNodes);
+}
+
+TEST(DevSeqTreeSizeTest, aBushyTreeRunsThrough)
+{
+    RCShdPtr<DevSeqTree> const tree(new DevSeqTree);
+    std::vector<RCShdPtr<DevSeqTreeNode>> nodes;
+    int const nbNodes = 1000;
+    for (int i = 0; i < nbNodes; ++i) {
+        nodes.push_back(DevSeqTreeNode::createNoop(nameOf(i)));
+        if (i == 0)
+            tree->setRoot(nodes[0]);
+        else
+            tree->attach(nodes[static_cast<std::size_t>((i - 1) / 3)], nodes.back());
+    }
+    runThrough(*tree, nbNodes);
+}
+
+} // namespace

@@ -1,0 +1,582 @@
+#include "resmgt/deviceManager/sequence/devSeqTree.h"
+
+#include "recordingDevice.h"
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "zvbase/failures.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <latch>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+using namespace Zv;
+using Testing::Log;
+using Testing::markAt;
+using Testing::World;
+
+std::string textOf(DevSeqTree const &tree)
+{
+    std::ostringstream stream;
+    stream << tree;
+    return stream.str();
+}
+
+class DevSeqTreeTest : public testing::Test
+{
+protected:
+    ~DevSeqTreeTest() noexcept override {}
+
+    /// Root R with children A and B, A with child C.
+    void build()
+    {
+        world.root("R");
+        world.child("R", "A");
+        world.child("R", "B");
+        world.child("A", "C");
+        double seconds = 1;
+        for (char const * const name : {"R", "A", "B", "C"}) {
+            world.devices[name]->mark = markAt(seconds);
+            world.devices[name]->latency =
+                DtTime(static_cast<DtTimeIndex>(seconds), Rational(10, 1));
+            seconds += 1;
+        }
+    }
+    void start()
+    {
+        world.tree->processEvent(DevSeqEv::START);
+        for (char const * const name : {"C", "B", "A", "R"})
+            world.complete(name);
+    }
+    void lock()
+    {
+        start();
+        for (char const * const name : {"R", "A", "B", "C"})
+            world.complete(name);
+        expectStates("lock", "lock", "lock", "lock");
+        (void)world.takeLog();
+    }
+    void expectStates(char const *r, char const *a, char const *b, char const *c)
+    {
+        EXPECT_EQ(world.state("R"), r);
+        EXPECT_EQ(world.state("A"), a);
+        EXPECT_EQ(world.state("B"), b);
+        EXPECT_EQ(world.state("C"), c);
+    }
+
+    World world;
+};
+
+TEST_F(DevSeqTreeTest, aSingleNodeRunsFromStartToEnd)
+{
+    world.root("R");
+    world.devices["R"]->latency = DtTime(3, Rational(2, 1));
+    EXPECT_EQ(world.state("R"), "init");
+    world.tree->processEvent(DevSeqEv::START);
+    EXPECT_EQ(world.state("R"), "start");
+    world.complete("R");
+    EXPECT_EQ(world.state("R"), "sync");
+    world.complete("R");
+    EXPECT_EQ(world.state("R"), "lock");
+    world.tree->processEvent(DevSeqEv::STOP);
+    EXPECT_EQ(world.state("R"), "stop");
+    world.complete("R");
+    EXPECT_EQ(world.state("R"), "final");
+    world.tree->wait();
+    EXPECT_EQ(world.log, (Log{"R start", "R sync time 1.5", "R stop"}));
+}
+
+TEST_F(DevSeqTreeTest, devicesStartParentsFirst)
+{
+    build();
+    world.tree->processEvent(DevSeqEv::START);
+    EXPECT_EQ(world.log, (Log{"R start", "A start", "C start", "B start"}));
+    expectStates("start", "start", "start", "start");
+}
+
+TEST_F(DevSeqTreeTest, readinessComesUpFromTheLeaves)
+{
+    build();
+    world.tree->processEvent(DevSeqEv::START);
+    (void)world.takeLog();
+    world.complete("C");
+    expectStates("start", "start", "start", "wml");
+    world.complete("R");
+    expectStates("wsr", "start", "start", "wml");
+    world.complete("A");
+    expectStates("wsr", "wml", "start", "wml");
+    EXPECT_EQ(world.log, Log());
+    world.complete("B");
+    expectStates("sync", "wml", "wml", "wml");
+    EXPECT_EQ(world.log, (Log{"R sync time 0.4"}));
+}
+
+TEST_F(DevSeqTreeTest, theRootSyncsWithTheLargestLatencyWhereverItSits)
+{
+    for (char const * const slowest : {"R", "A", "B", "C"}) {
+        World other;
+        other.root("R");
+        other.child("R", "A");
+        other.child("R", "B");
+        other.child("A", "C");
+        for (auto const &[name, device] : other.devices)
+            device->latency = DtTime(name == slowest ? 9 : 1, Rational(1, 1));
+        other.tree->processEvent(DevSeqEv::START);
+        for (char const * const name : {"A", "R", "C", "B"})
+            other.complete(name);
+        EXPECT_EQ(other.log.back(), "R sync time 9") << slowest;
+    }
+}
+
+TEST_F(DevSeqTreeTest, aChildThatIsReadyFirstIsCountedOnce)
+{
+    build();
+    world.tree->processEvent(DevSeqEv::START);
+    world.complete("B");
+    EXPECT_EQ(world.state("R"), "start");
+    world.complete("R");
+    EXPECT_EQ(world.state("R"), "wsr");
+    world.complete("C");
+    world.complete("A");
+    EXPECT_EQ(world.state("R"), "sync");
+}
+
+TEST_F(DevSeqTreeTest, lockGoesDownWithEachParentsMark)
+{
+    build();
+    start();
+    (void)world.takeLog();
+    world.complete("R");
+    expectStates("lock", "sync", "sync", "wml");
+    EXPECT_EQ(world.takeLog(), (Log{"A sync mark 1", "B sync mark 1"}));
+    world.complete("A");
+    expectStates("lock", "lock", "sync", "sync");
+    EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2"}));
+    world.complete("C");
+    world.complete("B");
+    expectStates("lock", "lock", "lock", "lock");
+    EXPECT_EQ(world.takeLog(), Log());
+}
+
+TEST_F(DevSeqTreeTest, devicesStopFromTheLeavesUp)
+{
+    build();
+    lock();
+    world.tree->processEvent(DevSeqEv::STOP);
+    expectStates("wss", "wss", "stop", "stop");
+    EXPECT_EQ(world.takeLog(), (Log{"C stop", "B stop"}));
+    world.complete("B");
+    expectStates("wss", "wss", "final", "stop");
+    EXPECT_EQ(world.takeLog(), Log());
+    world.complete("C");
+    expectStates("wss", "stop", "final", "final");
+    EXPECT_EQ(world.takeLog(), (Log{"A stop"}));
+    world.complete("A");
+    expectStates("stop", "final", "final", "final");
+    EXPECT_EQ(world.takeLog(), (Log{"R stop"}));
+    world.complete("R");
+    expectStates("final", "final", "final", "final");
+    world.tree->wait();
+}
+
+TEST_F(DevSeqTreeTest, aStopDuringSyncLetsTheChildrenSyncFirst)
+{
+    build();
+    start();
+    (void)world.takeLog();
+    world.tree->processEvent(DevSeqEv::STOP);
+    EXPECT_EQ(world.state("R"), "sync");
+    world.complete("R");
+    expectStates("wss", "sync", "sync", "wml");
+    EXPECT_EQ(world.takeLog(), (Log{"A sync mark 1", "B sync mark 1"}));
+    world.complete("A");
+    expectStates("wss", "wss", "sync", "sync");
+    world.complete("C");
+    world.complete("B");
+    expectStates("wss", "wss", "stop", "stop");
+    EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2", "C stop", "B stop"}));
+}
+
+TEST_F(DevSeqTreeTest, aLostLockIsFoundAgainUnderTheParent)
+{
+    build();
+    lock();
+    world.devices["R"]->mark = markAt(20);
+    world.recover("A");
+    expectStates("lock", "recover", "lock", "recover");
+    EXPECT_EQ(world.takeLog(), (Log{"A recover", "C recover"}));
+    world.complete("A");
+    expectStates("lock", "wsr", "lock", "recover");
+    world.complete("C");
+    // R stays in lock, reads a fresh mark, and B ignores what A syncs to.
+    expectStates("lock", "sync", "lock", "wml");
+    EXPECT_EQ(world.takeLog(), (Log{"A sync mark 20"}));
+    world.complete("A");
+    world.complete("C");
+    expectStates("lock", "lock", "lock", "lock");
+    EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2"}));
+}
+
+TEST_F(DevSeqTreeTest, theRootRecoversByItself)
+{
+    build();
+    lock();
+    world.recover("R");
+    expectStates("recover", "recover", "recover", "recover");
+    EXPECT_EQ(world.takeLog(), (Log{"R recover", "A recover", "C recover", "B recover"}));
+    for (char const * const name : {"R", "A", "B", "C"})
+        world.complete(name);
+    expectStates("sync", "wml", "wml", "wml");
+    EXPECT_EQ(world.takeLog(), (Log{"R sync time 0.4"}));
+}
+
+TEST_F(DevSeqTreeTest, aRecoveryAboveAChildThatHasNotLockedIsIllegalThere)
+{
+    build();
+    start();
+    world.complete("R");
+    expectStates("lock", "sync", "sync", "wml");
+    EXPECT_NO_THROW(world.recover("R"));
+    expectStates("recover", "_ill", "_ill", "wml");
+    EXPECT_THROW(world.tree->processEvent("A", DevSeqEv::LOCK), DevMgrEx::SMExecutionError);
+}
+
+TEST_F(DevSeqTreeTest, anAbortIsTheDevicesOwn)
+{
+    build();
+    lock();
+    world.abort("A");
+    expectStates("lock", "abort", "lock", "lock");
+    EXPECT_EQ(world.takeLog(), (Log{"A abort"}));
+    world.complete("A");
+    expectStates("lock", "final", "lock", "lock");
+}
+
+TEST_F(DevSeqTreeTest, waitReturnsWhenOneAbortedAndTheOthersStopped)
+{
+    build();
+    lock();
+    world.tree->processEvent(DevSeqEv::STOP);
+    world.abort("R");
+    for (char const * const name : {"C", "B", "A"})
+        world.complete(name);
+    expectStates("abort", "final", "final", "final");
+    std::thread waiter([this] { world.tree->wait(); });
+    world.complete("R");
+    waiter.join();
+    expectStates("final", "final", "final", "final");
+    EXPECT_EQ(world.log, (Log{"C stop", "B stop", "R abort", "A stop"}));
+}
+
+TEST_F(DevSeqTreeTest, waitEndsWithTheLastDevice)
+{
+    build();
+    lock();
+    world.tree->processEvent(DevSeqEv::STOP);
+    std::latch waiting(1);
+    std::string rootWhenDone;
+    std::thread waiter([&] {
+        waiting.count_down();
+        world.tree->wait();
+        rootWhenDone = world.state("R");
+    });
+    waiting.wait();
+    for (char const * const name : {"B", "C", "A", "R"})
+        world.complete(name);
+    waiter.join();
+    EXPECT_EQ(rootWhenDone, "final");
+}
+
+TEST_F(DevSeqTreeTest, anUnknownNameIsNotFoundAndChangesNothing)
+{
+    build();
+    lock();
+    try {
+        world.tree->processEvent("nobody", DevSeqEv::STOP);
+        FAIL();
+    } catch (DevMgrEx::NameNotFound const &failure) {
+        EXPECT_STREQ(failure.what(), "Named device not found.");
+    }
+    EXPECT_THROW((void)world.tree->getState("nobody"), DevMgrEx::NameNotFound);
+    expectStates("lock", "lock", "lock", "lock");
+    EXPECT_EQ(world.takeLog(), Log());
+}
+
+TEST_F(DevSeqTreeTest, anUnknownEventIsOutsideTheMachine)
+{
+    build();
+    EXPECT_THROW(world.tree->processEvent(12), DevMgrEx::SMDomainError);
+    EXPECT_THROW(world.tree->processEvent(-1), DevMgrEx::SMDomainError);
+    EXPECT_EQ(world.state("R"), "init");
+}
+
+TEST_F(DevSeqTreeTest, anEmptyTreeIsANullPointer)
+{
+    EXPECT_THROW(world.tree->processEvent(DevSeqEv::START), RCEx::ExNullPtr);
+    EXPECT_THROW(world.tree->processEvent("R", DevSeqEv::START), RCEx::ExNullPtr);
+    EXPECT_THROW((void)world.tree->getState("R"), RCEx::ExNullPtr);
+    EXPECT_THROW(world.tree->wait(), RCEx::ExNullPtr);
+    EXPECT_THROW((void)textOf(*world.tree), RCEx::ExNullPtr);
+}
+
+TEST_F(DevSeqTreeTest, attachingToNothingIsANullPointer)
+{
+    build();
+    auto const orphan = world.createNode("D");
+    EXPECT_THROW(world.tree->attach(nullptr, orphan), RCEx::ExNullPtr);
+    EXPECT_THROW(world.tree->attach(orphan, nullptr), RCEx::ExNullPtr);
+    EXPECT_EQ(textOf(*world.tree), "( R ( A ( C ) B ) )");
+}
+
+TEST_F(DevSeqTreeTest, hasATextForm)
+{
+    world.root("R");
+    EXPECT_EQ(textOf(*world.tree), "( R )");
+    world.child("R", "A");
+    world.child("R", "B");
+    EXPECT_EQ(textOf(*world.tree), "( R ( A B ) )");
+    world.child("A", "C");
+    world.child("C", "D");
+    EXPECT_EQ(textOf(*world.tree), "( R ( A ( C ( D ) ) B ) )");
+}
+
+TEST_F(DevSeqTreeTest, aNewRootTakesTheOldOneAsItsLastChild)
+{
+    build();
+    auto const top = world.createNode("T");
+    world.tree->attach(top, world.createNode("S"));
+    world.tree->setRoot(top);
+    EXPECT_EQ(textOf(*world.tree), "( T ( S R ( A ( C ) B ) ) )");
+    world.tree->processEvent(DevSeqEv::START);
+    EXPECT_EQ(world.log, (Log{"T start", "S start", "R start", "A start", "C start", "B start"}));
+    EXPECT_EQ(world.state("C"), "start");
+}
+
+TEST_F(DevSeqTreeTest, aSubtreeThatIsJoinedLaterIsFound)
+{
+    world.root("R");
+    EXPECT_EQ(world.state("R"), "init");
+    auto const a = world.createNode("A");
+    world.tree->attach(a, world.createNode("B"));
+    EXPECT_THROW((void)world.tree->getState("B"), DevMgrEx::NameNotFound);
+    world.tree->attach(world.nodes["R"], a);
+    EXPECT_EQ(world.state("B"), "init");
+}
+
+TEST_F(DevSeqTreeTest, ofEqualNamesTheFirstOneFoundIsMeant)
+{
+    auto const started = [&] {
+        world.tree->processEvent("same", DevSeqEv::START);
+        return world.takeLog();
+    };
+    auto const node = [&](std::string const &label) {
+        auto const device =
+            RCShdPtr<Testing::RecordingProtocol>(new Testing::RecordingProtocol(label, world.log));
+        return DevSeqTreeNode::create("same", RCShdPtr<DevSeqPrtclUtil>(new DevSeqPrtclUtil(
+                                                  RCShdPtr<DevMDSyncSeqPrtcl>(device))));
+    };
+    // R ( A ( same ) B ( D ( same ) ) same ): R's own children come before A's, A's before those
+    // deeper down.
+    world.root("R");
+    world.child("R", "A");
+    world.child("R", "B");
+    world.child("B", "D");
+    world.tree->attach(world.nodes["D"], node("under D"));
+    EXPECT_EQ(started(), (Log{"under D start"}));
+    world.tree->attach(world.nodes["A"], node("under A"));
+    EXPECT_EQ(started(), (Log{"under A start"}));
+    world.tree->attach(world.nodes["R"], node("under R"));
+    EXPECT_EQ(started(), (Log{"under R start"}));
+    auto const top = DevSeqTreeNode::createNoop("same");
+    world.tree->setRoot(top);
+    EXPECT_EQ(world.state("same"), "init");
+    world.tree->processEvent("same", DevSeqEv::START);
+    EXPECT_EQ(world.state("same"), "start");
+}
+
+TEST_F(DevSeqTreeTest, aFailingDeviceFallsOutSilently)
+{
+    build();
+    world.devices["A"]->onCall = [](std::string const &) {
+        ZV_THROW(DevMgrEx::StreamNotAvailable, "busy");
+    };
+    EXPECT_NO_THROW(world.tree->processEvent(DevSeqEv::START));
+    expectStates("start", "_exc", "start", "init");
+    EXPECT_THROW(world.tree->processEvent("A", DevSeqEv::READY), DevMgrEx::SMExecutionError);
+    // The lock was let go.
+    EXPECT_EQ(world.state("B"), "start");
+}
+
+TEST_F(DevSeqTreeTest, whatIsNoExBaseAbandonsTheDelivery)
+{
+    build();
+    world.devices["A"]->onCall = [](std::string const &) { ZV_ASSERT(1 > 2); };
+    EXPECT_THROW(world.tree->processEvent(DevSeqEv::START), AssertionFailed);
+    expectStates("start", "init", "init", "init");
+    EXPECT_EQ(world.takeLog(), (Log{"R start", "A start"}));
+    EXPECT_THROW(world.tree->processEvent("A", DevSeqEv::START), DevMgrEx::SMExecutionError);
+    // B lost the start that was on its way, but can be given one.
+    world.tree->processEvent("B", DevSeqEv::START);
+    EXPECT_EQ(world.state("B"), "start");
+}
+
+TEST_F(DevSeqTreeTest, aNodeThatEndedAndThenFellHasEnded)
+{
+    world.root("R");
+    world.tree->processEvent(DevSeqEv::START);
+    world.abort("R");
+    world.complete("R");
+    EXPECT_EQ(world.state("R"), "final");
+    world.tree->processEvent(DevSeqEv::START);
+    EXPECT_EQ(world.state("R"), "_ill");
+    world.tree->wait();
+}
+
+TEST_F(DevSeqTreeTest, aNodeWithoutADeviceReportsNothing)
+{
+    auto const node = DevSeqTreeNode::createNoop("nobody");
+    EXPECT_EQ(node->getName(), "nobody");
+    world.tree->setRoot(node);
+    world.tree->processEvent(DevSeqEv::START);
+    EXPECT_EQ(world.state("nobody"), "start");
+    for (auto const event : {DevSeqEv::READY, DevSeqEv::LOCK, DevSeqEv::STOP, DevSeqEv::STOPPED})
+        world.tree->processEvent("nobody", event);
+    EXPECT_EQ(world.state("nobody"), "final");
+    world.tree->wait();
+}
+
+TEST_F(DevSeqTreeTest, nodesDieAfterTheirChildren)
+{
+    build();
+    world.nodes.clear();
+    world.tree = nullptr;
+    EXPECT_EQ(world.log, (Log{"C gone", "A gone", "B gone", "R gone"}));
+}
+
+TEST_F(DevSeqTreeTest, aNodeThatSomebodyHoldsOutlivesItsTree)
+{
+    build();
+    auto const held = world.nodes["A"];
+    world.nodes.clear();
+    world.tree = nullptr;
+    EXPECT_EQ(world.log, (Log{"B gone", "R gone"}));
+}
+
+TEST_F(DevSeqTreeTest, whatADevicesDestructorThrowsComesOut)
+{
+    build();
+    world.devices["A"]->onDestruction = [] { ZV_ASSERT(3 < 2); };
+    world.nodes.clear();
+    EXPECT_THROW(world.tree = nullptr, AssertionFailed);
+    EXPECT_TRUE(world.tree.isNull());
+    Log gone = world.takeLog();
+    std::sort(gone.begin(), gone.end());
+    EXPECT_EQ(gone, (Log{"A gone", "B gone", "C gone", "R gone"}));
+}
+
+TEST_F(DevSeqTreeTest, aDeviceThatReportsLateReportsToNobody)
+{
+    build();
+    start();
+    ObjPtr<DevANO> const recovery = world.devices["A"]->takeRecover();
+    world.devices["R"]->complete(); // waits in the queue
+    world.nodes.clear();
+    world.tree = nullptr;
+    EXPECT_NO_THROW(world.deliverReports());
+    EXPECT_NO_THROW(recovery->performExecute());
+}
+
+TEST_F(DevSeqTreeTest, aNotificationDoesNotKeepItsTreeAlive)
+{
+    build();
+    ObjPtr<DevClonableANO> notification =
+        SeqANOFactory(world.tree).create("R", static_cast<unsigned int>(DevSeqEv::START));
+    ObjPtr<DevClonableANO> clone = notification->clone();
+    clone->performExecute();
+    EXPECT_EQ(world.state("R"), "start");
+    EXPECT_TRUE(world.tree.isUnique());
+    world.nodes.clear();
+    world.tree = nullptr;
+    EXPECT_EQ(std::count(world.log.begin(), world.log.end(), "R gone"), 1);
+    EXPECT_NO_THROW(notification->performExecute());
+}
+
+TEST_F(DevSeqTreeTest, aFactoryOfNotificationsKeepsItsTreeAlive)
+{
+    build();
+    SeqANOFactory const factory(world.tree);
+    world.nodes.clear();
+    world.tree = nullptr;
+    EXPECT_EQ(world.log, Log());
+    ObjPtr<DevClonableANO> const notification = factory.create("R", DevSeqEv::START);
+    notification->performExecute();
+    EXPECT_EQ(world.log.at(0), "R start");
+}
+
+TEST_F(DevSeqTreeTest, aNotificationOfNoTreeIsANullPointer)
+{
+    SeqANOFactory const factory(nullptr);
+    EXPECT_THROW((void)factory.create("R", DevSeqEv::START), RCEx::ExNullPtr);
+}
+
+TEST_F(DevSeqTreeTest, aTreeThatEndsWaitsForTheReportThatIsBeingDelivered)
+{
+    build();
+    start();
+    // R's report is delivered by another thread, which stands in R's getMark until the tree is
+    // about to end.
+    ObjPtr<DevClonableANO> const report = SeqANOFactory(world.tree).create("R", DevSeqEv::LOCK);
+    std::latch isInside(1);
+    std::latch mayLeave(1);
+    bool hasLeft = false;
+    world.devices["R"]->onMark = [&] {
+        isInside.count_down();
+        mayLeave.wait();
+        hasLeft = true;
+    };
+    world.nodes.clear();
+    std::thread reporter([&] { report->performExecute(); });
+    isInside.wait();
+    std::thread ender([&] {
+        mayLeave.count_down();
+        world.tree = nullptr;
+        EXPECT_TRUE(hasLeft);
+    });
+    reporter.join();
+    ender.join();
+}
+
+TEST_F(DevSeqTreeTest, deliveriesOfTwoThreadsTakeTurns)
+{
+    build();
+    lock();
+    // Each recovery of B runs to its end before any other event is delivered.
+    int inside = 0;
+    int most = 0;
+    auto const count = [&](std::string const &) {
+        most = std::max(most, ++inside);
+        --inside;
+    };
+    for (auto const &[name, device] : world.devices)
+        device->onCall = count;
+    std::thread other([&] {
+        for (int i = 0; i < 200; ++i) {
+            world.tree->processEvent("C", DevSeqEv::RECOVER);
+            world.tree->processEvent("C", DevSeqEv::READY);
+            world.tree->processEvent("C", DevSeqEv::LOCK);
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        world.tree->processEvent("B", DevSeqEv::RECOVER);
+        world.tree->processEvent("B", DevSeqEv::READY);
+        world.tree->processEvent("B", DevSeqEv::LOCK);
+    }
+    other.join();
+    expectStates("lock", "lock", "lock", "lock");
+    EXPECT_EQ(most, 1);
+}
+
+} // namespace

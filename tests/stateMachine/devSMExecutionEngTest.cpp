@@ -1,0 +1,482 @@
+#include "resmgt/deviceManager/stateMachine/devSMExecutionEng.h"
+
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/stateMachine/devSMTableBuilder.h"
+#include "zvbase/failures.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using namespace Zv;
+using Names = Vector<LiString>;
+using Log = std::vector<std::string>;
+
+class Plain final : public DevSMTransition
+{
+public:
+    Plain(LiString const &name, std::function<void()> body)
+        : DevSMTransition(name), _body(std::move(body))
+    {}
+
+    void execute() override { _body(); }
+
+private:
+    std::function<void()> _body;
+};
+
+class Conditional final : public DevSMConditionalTransition
+{
+public:
+    Conditional(LiString const &name, std::function<void()> body, std::function<bool()> condition)
+        : DevSMConditionalTransition(name), _body(std::move(body)), _condition(std::move(condition))
+    {}
+
+    void execute() override { _body(); }
+    bool condition() override { return _condition(); }
+
+private:
+    std::function<void()> _body;
+    std::function<bool()> _condition;
+};
+
+/// Transitions that write into a log, with bodies and conditions as a test wants them.
+struct Script
+{
+    Log log;
+    std::map<std::string, std::function<void()>> bodies;
+    std::map<std::string, std::function<bool()>> conditions;
+    std::string missing;
+    bool isFactoryAlive = false;
+
+    void run(std::string const &name)
+    {
+        log.push_back(name);
+        if (auto const body = bodies.find(name); body != bodies.end())
+            body->second();
+    }
+    bool ask(std::string const &name)
+    {
+        log.push_back(name + "?");
+        return conditions.at(name)();
+    }
+};
+
+class Factory final : public DevSMTransitionFactory
+{
+public:
+    explicit Factory(Script &script) : _script(script) { _script.isFactoryAlive = true; }
+    ~Factory() override { _script.isFactoryAlive = false; }
+
+    RCShdPtr<DevSMTransition> create(LiString const &name) override
+    {
+        std::string const key = name.getChars();
+        _script.log.push_back("create " + key);
+        if (key == _script.missing)
+            return nullptr;
+        auto const body = [&script = _script, key] { script.run(key); };
+        if (_script.conditions.contains(key))
+            return new Conditional(name, body,
+                                   [&script = _script, key] { return script.ask(key); });
+        return new Plain(name, body);
+    }
+
+private:
+    Script &_script;
+};
+
+ObjPtr<DevSMExecutionEng> createEngine(RCShdPtr<DevSMTable> const &table, Script &script,
+                                       std::int32_t initial = 0)
+{
+    return DevSMExecutionEng::create(table, initial, makeObj<Factory>(script));
+}
+
+/// a --x--> t, b; b --x--> t, a; a --y--> one of first, second and third, to b.
+RCShdPtr<DevSMTable> createTable()
+{
+    DevSMTableBuilder builder;
+    for (char const * const state : {"a", "b"})
+        builder.addState(state);
+    for (char const * const event : {"x", "y"})
+        builder.addEvent(event);
+    for (char const * const transition : {"t", "first", "second", "third"})
+        builder.addTransition(transition);
+    builder.addTransitionForEvent("a", "x", "t");
+    builder.setNextState("a", "t", "b");
+    builder.addTransitionForEvent("b", "x", "t");
+    builder.setNextState("b", "t", "a");
+    for (char const * const choice : {"first", "second", "third"}) {
+        builder.addTransitionForEvent("a", "y", choice);
+        builder.setNextState("a", choice, "b");
+    }
+    builder.expand();
+    return builder.createTable();
+}
+
+constexpr std::int32_t X = 0;
+constexpr std::int32_t Y = 1;
+
+class DevSMExecutionEngTest : public testing::Test
+{
+protected:
+    DevSMExecutionEngTest()
+    {
+        script.conditions["first"] = [] { return false; };
+        script.conditions["second"] = [] { return false; };
+        engine = createEngine(table, script);
+        script.log.clear();
+    }
+
+    ~DevSMExecutionEngTest() noexcept override {}
+
+    std::string stateName() const
+    {
+        return engine->getTable()->getStateName(engine->getState()).getChars();
+    }
+
+    RCShdPtr<DevSMTable> table = createTable();
+    Script script;
+    ObjPtr<DevSMExecutionEng> engine;
+};
+
+TEST_F(DevSMExecutionEngTest, asksTheFactoryForEachPrimaryTransitionInOrder)
+{
+    Script fresh;
+    fresh.conditions = script.conditions;
+    auto const other = createEngine(table, fresh);
+    EXPECT_EQ(fresh.log, (Log{"create t", "create first", "create second", "create third"}));
+}
+
+TEST_F(DevSMExecutionEngTest, keepsItsFactoryAndItsTable)
+{
+    EXPECT_TRUE(script.isFactoryAlive);
+    EXPECT_EQ(engine->getTable(), table);
+    engine = nullptr;
+    EXPECT_FALSE(script.isFactoryAlive);
+}
+
+TEST_F(DevSMExecutionEngTest, anEventRunsItsTransitionToTheNextState)
+{
+    EXPECT_EQ(stateName(), "a");
+    engine->execute(X);
+    EXPECT_EQ(stateName(), "b");
+    engine->execute(X);
+    EXPECT_EQ(stateName(), "a");
+    EXPECT_EQ(script.log, (Log{"t", "t"}));
+    EXPECT_EQ(engine->getStatus(), 0);
+    ObjPtr<ExBase> const none = engine->takeException();
+    EXPECT_TRUE(none.isNull());
+}
+
+TEST_F(DevSMExecutionEngTest, aRunningTransitionSeesTheOldState)
+{
+    std::int32_t seen = -1;
+    std::int32_t status = -1;
+    script.bodies["t"] = [&] {
+        seen = engine->getState();
+        status = engine->getStatus();
+    };
+    engine->execute(X);
+    EXPECT_EQ(seen, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(engine->getState(), 1);
+}
+
+TEST_F(DevSMExecutionEngTest, theFirstConditionThatHoldsWins)
+{
+    script.conditions["first"] = [] { return true; };
+    script.conditions["second"] = [] { return true; };
+    engine->execute(Y);
+    EXPECT_EQ(script.log, (Log{"first?", "first"}));
+    EXPECT_EQ(stateName(), "b");
+}
+
+TEST_F(DevSMExecutionEngTest, conditionsAreAskedOneByOne)
+{
+    script.conditions["second"] = [] { return true; };
+    engine->execute(Y);
+    EXPECT_EQ(script.log, (Log{"first?", "second?", "second"}));
+    EXPECT_EQ(stateName(), "b");
+}
+
+TEST_F(DevSMExecutionEngTest, theLastCandidateIsTakenWithoutAQuestion)
+{
+    engine->execute(Y);
+    EXPECT_EQ(script.log, (Log{"first?", "second?", "third"}));
+    EXPECT_EQ(stateName(), "b");
+}
+
+TEST_F(DevSMExecutionEngTest, theConditionOfALastCandidateIsNotAsked)
+{
+    Script asked;
+    asked.conditions = script.conditions;
+    asked.conditions["third"] = [] { return false; };
+    engine = createEngine(table, asked);
+    asked.log.clear();
+    engine->execute(Y);
+    EXPECT_EQ(asked.log, (Log{"first?", "second?", "third"}));
+}
+
+TEST_F(DevSMExecutionEngTest, aFailedTransitionLeadsToExc)
+{
+    script.bodies["t"] = [] { ZV_THROW(DevMgrEx::ConfigSyntaxError, "no disc"); };
+    EXPECT_NO_THROW(engine->execute(X));
+    EXPECT_EQ(stateName(), "_exc");
+    EXPECT_EQ(engine->getStatus(), 0);
+
+    ObjPtr<ExBase> const kept = engine->takeException();
+    ASSERT_FALSE(kept.isNull());
+    EXPECT_STREQ(kept->getReason(), "no disc");
+    EXPECT_NE(dynamic_cast<DevMgrEx::ConfigSyntaxError *>(kept.get()), nullptr);
+    ObjPtr<ExBase> const second = engine->takeException();
+    EXPECT_TRUE(second.isNull());
+
+    EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
+    EXPECT_EQ(engine->getStatus(), 0);
+    EXPECT_EQ(script.log, (Log{"t"}));
+}
+
+TEST_F(DevSMExecutionEngTest, aFailedConditionLeadsToExc)
+{
+    script.conditions["second"] = []() -> bool { ZV_THROW(DevMgrEx::NameNotFound); };
+    EXPECT_NO_THROW(engine->execute(Y));
+    EXPECT_EQ(stateName(), "_exc");
+    EXPECT_EQ(script.log, (Log{"first?", "second?"}));
+    ObjPtr<ExBase> const kept = engine->takeException();
+    EXPECT_STREQ(kept->getReason(), "Named device not found.");
+    EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
+}
+
+TEST_F(DevSMExecutionEngTest, aFailedChosenTransitionLeadsToExc)
+{
+    script.bodies["third"] = [] { ZV_THROW(DevMgrEx::NameNotFound); };
+    EXPECT_NO_THROW(engine->execute(Y));
+    EXPECT_EQ(stateName(), "_exc");
+}
+
+TEST_F(DevSMExecutionEngTest, whatIsNoExBaseBreaksTheEngine)
+{
+    script.bodies["t"] = [] { throw std::runtime_error("lost"); };
+    EXPECT_THROW(engine->execute(X), std::runtime_error);
+    EXPECT_EQ(engine->getStatus(), 2);
+    EXPECT_EQ(stateName(), "a");
+    ObjPtr<ExBase> const none = engine->takeException();
+    EXPECT_TRUE(none.isNull());
+    EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
+    EXPECT_EQ(script.log, (Log{"t"}));
+}
+
+TEST_F(DevSMExecutionEngTest, aFailedAssertionBreaksTheEngine)
+{
+    script.conditions["first"] = []() -> bool {
+        ZV_ASSERT(2 < 1);
+        return true;
+    };
+    EXPECT_THROW(engine->execute(Y), AssertionFailed);
+    EXPECT_EQ(engine->getStatus(), 2);
+    EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
+}
+
+TEST_F(DevSMExecutionEngTest, anIllegalEventTellsOnlyAtTheNextOne)
+{
+    engine->execute(X);
+    EXPECT_NO_THROW(engine->execute(Y));
+    EXPECT_EQ(stateName(), "_ill");
+    EXPECT_EQ(engine->getStatus(), 0);
+    EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
+    EXPECT_EQ(engine->getStatus(), 0);
+    EXPECT_EQ(script.log, (Log{"t"}));
+}
+
+TEST_F(DevSMExecutionEngTest, onlyPrimaryEventsAreAccepted)
+{
+    EXPECT_THROW(engine->execute(table->getEvent("_noexc")), DevMgrEx::SMDomainError);
+    EXPECT_THROW(engine->execute(table->getEvent("_exc")), DevMgrEx::SMDomainError);
+    EXPECT_THROW(engine->execute(table->getEvent("_ce(first)")), DevMgrEx::SMDomainError);
+    EXPECT_THROW(engine->execute(-1), DevMgrEx::SMDomainError);
+    EXPECT_THROW(engine->execute(1000), DevMgrEx::SMDomainError);
+    EXPECT_EQ(engine->getStatus(), 0);
+    engine->execute(X);
+    EXPECT_EQ(stateName(), "b");
+}
+
+TEST_F(DevSMExecutionEngTest, theInitialStateIsAPrimaryOne)
+{
+    EXPECT_THROW(createEngine(table, script, 2), DevMgrEx::SMDomainError);
+    EXPECT_THROW(createEngine(table, script, -1), DevMgrEx::SMDomainError);
+    EXPECT_EQ(createEngine(table, script, 1)->getState(), 1);
+}
+
+TEST_F(DevSMExecutionEngTest, aTransitionThatTheFactoryLacksIsBad)
+{
+    script.missing = "third";
+    EXPECT_THROW(createEngine(table, script), DevMgrEx::SMBadTransitionImp);
+}
+
+TEST_F(DevSMExecutionEngTest, allCandidatesButTheLastAreConditional)
+{
+    script.conditions.erase("second");
+    EXPECT_THROW(createEngine(table, script), DevMgrEx::SMBadTransitionImp);
+}
+
+/// A table of one state, one event and one transition, to be spoilt.
+struct Crafted
+{
+    Names states{"a", "_exc", "_ill"};
+    Names events{"x", "_noexc", "_exc"};
+    Names transitions{"t", "_exc", "_noexc", "_ill"};
+    DevSMTable::Matrix stateEvent{{0, 2, 1}, {-1, -1, -1}, {-1, -1, -1}};
+    DevSMTable::Matrix stateTransition{{0, 1, 0, -1}, {-1, -1, -1, -1}, {-1, -1, -1, -1}};
+    Vector<DevSMTable::ConditionalTransitionDesc> descs;
+    Names auxiliaries{"_exc", "_noexc", "_ill"};
+    Names primaryStates{"a"};
+    Names primaryEvents{"x"};
+    Script script;
+
+    ObjPtr<DevSMExecutionEng> create()
+    {
+        return createEngine(new DevSMTable(states, events, transitions, stateEvent, stateTransition,
+                                           descs, auxiliaries, primaryStates, primaryEvents),
+                            script);
+    }
+};
+
+TEST(DevSMExecutionEngTableTest, aTableThatFitsTogetherRuns)
+{
+    Crafted crafted;
+    auto const engine = crafted.create();
+    engine->execute(X);
+    EXPECT_EQ(engine->getState(), 0);
+    EXPECT_EQ(engine->getStatus(), 0);
+}
+
+void expectInconsistent(Crafted &crafted, std::int32_t state)
+{
+    auto const engine = crafted.create();
+    EXPECT_THROW(engine->execute(X), DevMgrEx::SMBadImp);
+    EXPECT_EQ(engine->getStatus(), 4);
+    EXPECT_EQ(engine->getState(), state);
+    EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
+}
+
+TEST(DevSMExecutionEngTableTest, anEventWithoutATransitionIsInconsistent)
+{
+    Crafted crafted;
+    crafted.stateEvent[0] = {-1, 2, 1};
+    expectInconsistent(crafted, 0);
+    EXPECT_EQ(crafted.script.log, (Log{"create t"}));
+}
+
+TEST(DevSMExecutionEngTableTest, anInternalEventWithoutATransitionIsInconsistent)
+{
+    Crafted crafted;
+    crafted.stateEvent[0] = {0, -1, 1};
+    expectInconsistent(crafted, 0);
+}
+
+TEST(DevSMExecutionEngTableTest, aTransitionBeyondTheListIsInconsistent)
+{
+    Crafted crafted;
+    crafted.stateEvent[0] = {4, 2, 1};
+    expectInconsistent(crafted, 0);
+}
+
+TEST(DevSMExecutionEngTableTest, aTransitionWithoutANextStateIsInconsistent)
+{
+    Crafted crafted;
+    crafted.stateTransition[0] = {-1, 1, 0, -1};
+    expectInconsistent(crafted, -1);
+    EXPECT_EQ(crafted.script.log, (Log{"create t", "t"}));
+}
+
+TEST(DevSMExecutionEngTableTest, aNextStateBeyondTheListIsInconsistent)
+{
+    Crafted crafted;
+    crafted.stateTransition[0] = {3, 1, 0, -1};
+    expectInconsistent(crafted, 3);
+}
+
+TEST(DevSMExecutionEngTableTest, deadEndsAreToldByTheirNames)
+{
+    for (char const * const name : {"_ill", "_exc"}) {
+        Crafted crafted;
+        crafted.states = {name, "b", "c"};
+        crafted.primaryStates = {name};
+        auto const engine = crafted.create();
+        EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError) << name;
+        EXPECT_EQ(engine->getStatus(), 0);
+        EXPECT_THROW(engine->execute(1), DevMgrEx::SMDomainError) << name;
+    }
+}
+
+TEST(DevSMExecutionEngTableTest, aTransitionWithoutAnObjectIsABadImplementation)
+{
+    Crafted crafted;
+    crafted.transitions = {"t", "t", "_exc", "_noexc", "_ill"};
+    EXPECT_THROW(crafted.create(), DevMgrEx::SMBadImp);
+}
+
+TEST(DevSMExecutionEngTableTest, namesThatTheTableLacksAreOutsideItsDomain)
+{
+    for (char const * const event : {"_noexc", "_exc"}) {
+        Crafted crafted;
+        for (LiString &name : crafted.events)
+            if (name == event)
+                name = "other";
+        EXPECT_THROW(crafted.create(), DevMgrEx::SMDomainError) << event;
+    }
+    Crafted auxiliary;
+    auxiliary.auxiliaries.push_back("other");
+    EXPECT_THROW(auxiliary.create(), DevMgrEx::SMDomainError);
+
+    Crafted selecting;
+    selecting.script.conditions["t"] = [] { return true; };
+    selecting.descs = {{"_ct", {"t", "t"}, {"_ce(t)", "x"}}};
+    EXPECT_THROW(selecting.create(), DevMgrEx::SMDomainError);
+
+    Crafted conditional;
+    conditional.script.conditions["t"] = [] { return true; };
+    conditional.descs = {{"_ct", {"t", "t"}, {"x", "x"}}};
+    EXPECT_THROW(conditional.create(), DevMgrEx::SMDomainError);
+}
+
+TEST(DevSMExecutionEngTableTest, aCandidateThatIsNoPrimaryTransitionIsBad)
+{
+    Crafted crafted;
+    crafted.descs = {{"_ct", {"_exc", "t"}, {"x", "x"}}};
+    EXPECT_THROW(crafted.create(), DevMgrEx::SMBadTransitionImp);
+}
+
+TEST(DevSMExecutionEngTableTest, aChoiceAfterAChoiceFindsItsOwnEvents)
+{
+    DevSMTableBuilder builder;
+    builder.addState("a");
+    builder.addState("b");
+    builder.addEvent("x");
+    for (char const * const name : {"no", "yes"}) {
+        builder.addTransition(name);
+        builder.addTransitionForEvent("a", "x", name);
+        builder.setNextState("a", name, "b");
+        builder.addTransitionForEvent("b", "x", name);
+        builder.setNextState("b", name, "a");
+    }
+    builder.expand();
+    Script script;
+    script.conditions["no"] = [] { return false; };
+    auto const engine = createEngine(builder.createTable(), script);
+    script.log.clear();
+    for (std::int32_t i = 0; i < 100; ++i) {
+        engine->execute(X);
+        ASSERT_EQ(engine->getState(), (i + 1) % 2);
+    }
+    EXPECT_EQ(script.log.size(), 200u);
+    EXPECT_EQ(engine->getStatus(), 0);
+}
+
+} // namespace
