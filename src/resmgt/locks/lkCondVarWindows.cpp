@@ -46,7 +46,12 @@ LkCondVarWindows::~LkCondVarWindows() noexcept(false)
 {
     ::DeleteCriticalSection(&_broadcastLock);
     ::DeleteCriticalSection(&_waitersLock);
-    ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _sema ));
+    try {
+        ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _sema ));
+    } catch (...) {
+        ::CloseHandle(_waitersDone);
+        throw;
+    }
     ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _waitersDone ));
 }
 
@@ -77,7 +82,17 @@ void LkCondVarWindows::broadcast() const
     SectionGuard const broadcasting(_broadcastLock);
     if (!releaseAll())
         return;
-    ZV_SYS_ASSERT(::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0);
+    try {
+        ZV_SYS_ASSERT(::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0);
+    } catch (...) {
+        endBroadcast();
+        throw;
+    }
+    endBroadcast();
+}
+
+void LkCondVarWindows::endBroadcast() const
+{
     SectionGuard const guard(_waitersLock);
     _wasBroadcast = false;
 }

@@ -35,6 +35,7 @@ private:
     void enter() const;
     bool leave() const;
     bool releaseAll() const;
+    void endBroadcast() const;
 
     int mutable _nbWaiters;
     ZvPlatform::CriticalSection mutable _waitersLock;
