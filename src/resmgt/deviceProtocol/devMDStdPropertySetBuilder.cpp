@@ -42,8 +42,9 @@ void DevMDStdPropertySetBuilder::pushSet(LiString const &name, LiString const &d
         return;
     }
     RCShdPtr<DevMDStdPropertySet> const set(new DevMDStdPropertySet(name, description));
-    level.push_back(set);
+    level.reserve(level.size() + 1); // neither of the two without the other
     _stack.push_back(set);
+    level.push_back(set);
 }
 
 void DevMDStdPropertySetBuilder::popSet()

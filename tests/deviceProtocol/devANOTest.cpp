@@ -1,0 +1,264 @@
+#include "recording.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <thread>
+#include <type_traits>
+
+namespace ZvTest {
+namespace {
+
+static_assert(std::is_copy_constructible_v<RecordingACO>);
+static_assert(!std::is_copy_constructible_v<RecordingANO>);
+static_assert(!std::is_copy_assignable_v<RecordingANO>);
+static_assert(std::is_constructible_v<DevANOQueueEntry, DevANOQueueEntry const &>);
+static_assert(std::has_virtual_destructor_v<DevAEO>);
+static_assert(!std::is_nothrow_destructible_v<DevAEO>);
+
+TEST(DevANO, NotifyWithoutAnACODoesNothing)
+{
+    Log log;
+    ObjPtr<DevANO> ano(recordingANO(log, "ano"));
+    ano->notify();
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST(DevANO, NotifyRunsAndDestroysTheACOOnce)
+{
+    Log log;
+    ObjPtr<DevANO> ano(recordingANO(log, "ano"));
+    ano->setACO(recordingACO(log, "aco"));
+    ano->notify();
+    EXPECT_EQ(log.lines(), (Lines{"aco", "~aco"}));
+    ano->notify();
+    EXPECT_EQ(log.lines(), (Lines{"aco", "~aco"}));
+}
+
+TEST(DevANO, SetACODestroysTheFormerOne)
+{
+    Log log;
+    ObjPtr<DevANO> ano(recordingANO(log, "ano"));
+    ano->setACO(recordingACO(log, "first"));
+    ano->setACO(recordingACO(log, "second"));
+    EXPECT_EQ(log.lines(), Lines{"~first"});
+    ano->setACO(nullptr);
+    EXPECT_EQ(log.lines(), (Lines{"~first", "~second"}));
+}
+
+TEST(DevANO, DestroysAnACOThatHasNotRun)
+{
+    Log log;
+    {
+        ObjPtr<DevANO> ano(recordingANO(log, "ano"));
+        ano->setACO(recordingACO(log, "aco"));
+    }
+    EXPECT_EQ(log.lines(), (Lines{"~ano", "~aco"}));
+}
+
+TEST(DevANO, ReleaseACOTwiceYieldsTheACOAndThenOneThatDoesNothing)
+{
+    Log log;
+    ObjPtr<DevANO> ano(recordingANO(log, "ano"));
+    ano->setACO(recordingACO(log, "aco"));
+    ObjPtr<DevACO> first(ano->releaseACO());
+    ObjPtr<DevACO> second(ano->releaseACO());
+    ASSERT_FALSE(second.isNull());
+    second->performExecute();
+    EXPECT_EQ(log.lines(), Lines{});
+    first->performExecute();
+    EXPECT_EQ(log.lines(), Lines{"aco"});
+    ano->notify(); // nothing is held any more
+    EXPECT_EQ(log.lines(), Lines{"aco"});
+}
+
+TEST(DevANO, AnACOThatThrowsIsDestroyedWithTheANO)
+{
+    Log log;
+    {
+        ObjPtr<DevANO> ano(recordingANO(log, "ano"));
+        struct Guard : RecordingACO
+        {
+            explicit Guard(Log &log) : RecordingACO(log, "aco") {}
+            void performExecute() override { throw std::runtime_error("aco"); }
+        };
+        ano->setACO(ObjPtr<DevACO>(new Guard(log)));
+        EXPECT_THROW(ano->notify(), std::runtime_error);
+    }
+    EXPECT_EQ(log.lines(), (Lines{"~ano", "~aco"}));
+}
+
+TEST(DevACO, MadeFromACallableRunsIt)
+{
+    Log log;
+    ObjPtr<DevMDStdANO> ano(recordingANO(log, "ano"));
+    ano->setACO(makeACO([&] { log.add("run"); }));
+    ano->notify();
+    EXPECT_EQ(log.lines(), Lines{"run"});
+}
+
+TEST(DevANO, MadeFromACallableOwnsWhatItHolds)
+{
+    Log log;
+    ObjPtr<DevACO> held(recordingACO(log, "held"));
+    ObjPtr<DevANO> ano(makeANO([held = std::move(held), &log] {
+        log.add("executed");
+        held->performExecute();
+    }));
+    ano->performExecute();
+    ano = nullptr;
+    EXPECT_EQ(log.lines(), (Lines{"executed", "held", "~held"}));
+}
+
+class CountingANO : public DevClonableANO
+{
+public:
+    explicit CountingANO(int &count) : _count(count) {}
+
+    void performExecute() override { ++_count; }
+    ObjPtrRet<DevClonableANO> clone() const override { return makeObj<CountingANO>(_count); }
+
+private:
+    int &_count;
+};
+
+TEST(DevClonableANO, AClonePassesTheSameRequestWithoutTheACO)
+{
+    Log log;
+    int count = 0;
+    ObjPtr<DevClonableANO> prototype(new CountingANO(count));
+    prototype->setACO(recordingACO(log, "aco"));
+    ObjPtr<DevANO> clone(prototype->clone());
+    EXPECT_NE(dynamic_cast<CountingANO *>(clone.get()), nullptr);
+    clone->performExecute();
+    clone->notify();
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST(DevANOQueueEntry, HoldsNothingAtFirst)
+{
+    DevANOQueueEntry entry;
+    EXPECT_TRUE(entry.isNull());
+    EXPECT_TRUE(ObjPtr<DevANO>(entry.release()).isNull());
+}
+
+TEST(DevANOQueueEntry, CopyingMovesAlsoFromAConstSource)
+{
+    Log log;
+    DevANOQueueEntry const source{ObjPtr<DevANO>(recordingANO(log, "ano"))};
+    DevANOQueueEntry copy(source);
+    EXPECT_TRUE(source.isNull());
+    ASSERT_FALSE(copy.isNull());
+    ObjPtr<DevANO>(copy.release())->performExecute();
+    EXPECT_TRUE(copy.isNull());
+    EXPECT_EQ(log.lines(), (Lines{"ano", "~ano"}));
+}
+
+TEST(DevANOQueueEntry, AssignmentDestroysWhatTheTargetHeldAndEmptiesTheSource)
+{
+    Log log;
+    DevANOQueueEntry target{ObjPtr<DevANO>(recordingANO(log, "target"))};
+    DevANOQueueEntry const source{ObjPtr<DevANO>(recordingANO(log, "source"))};
+    target = source;
+    EXPECT_TRUE(source.isNull());
+    EXPECT_EQ(log.lines(), Lines{"~target"});
+    ASSERT_FALSE(target.isNull());
+    ObjPtr<DevANO>(target.release())->performExecute();
+    EXPECT_EQ(log.lines(), (Lines{"~target", "source", "~source"}));
+}
+
+TEST(DevANOQueueEntry, SelfAssignmentKeepsTheANO)
+{
+    Log log;
+    DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "ano"))};
+    DevANOQueueEntry const &same = entry;
+    entry = same;
+    EXPECT_FALSE(entry.isNull());
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST(DevANOQueueEntry, DestroysTheANOThatItHolds)
+{
+    Log log;
+    {
+        DevANOQueueEntry const entry{ObjPtr<DevANO>(recordingANO(log, "ano"))};
+    }
+    EXPECT_EQ(log.lines(), Lines{"~ano"});
+}
+
+TEST(DevANOQueue, ACapacityOfZeroNeverBlocksAProducer)
+{
+    DevANOQueue queue("test", 0);
+    Log log;
+    for (int i = 0; i < 5000; ++i)
+        queue.produce(DevANOQueueEntry(ObjPtr<DevANO>(recordingANO(log, "ano"))));
+    EXPECT_EQ(queue.getSize(), 5000u);
+    DevANOQueueEntry entry;
+    while (queue.tryConsume(entry)) {
+    }
+}
+
+TEST(DevANOQueue, TryProduceLeavesTheEntryUntouchedWhereTheQueueIsFull)
+{
+    DevANOQueue queue("test", 1);
+    Log log;
+    DevANOQueueEntry first{ObjPtr<DevANO>(recordingANO(log, "first"))};
+    DevANOQueueEntry second{ObjPtr<DevANO>(recordingANO(log, "second"))};
+    EXPECT_TRUE(queue.tryProduce(first));
+    EXPECT_TRUE(first.isNull());
+    EXPECT_FALSE(queue.tryProduce(second));
+    EXPECT_FALSE(second.isNull());
+    EXPECT_TRUE(queue.tryConsume(first));
+}
+
+TEST(DevReceiverWait, APostBeforeTheWaitOfTheSenderIsRemembered)
+{
+    DevReceiverWait receiver("rendezvous");
+    DevSenderWait sender(receiver);
+    receiver.post();
+    sender.wait();
+    sender.post();
+    receiver.wait();
+}
+
+TEST(DevReceiverWait, ASenderThatComesFirstWaitsForTheReceiver)
+{
+    DevReceiverWait receiver("rendezvous");
+    DevSenderWait sender(receiver);
+    std::binary_semaphore coming{0};
+    bool stoodStill = false; // the rendezvous alone orders the accesses
+    std::thread serving([&] {
+        coming.acquire();
+        receiver.post();
+        receiver.wait();
+        EXPECT_TRUE(stoodStill);
+    });
+    coming.release();
+    sender.wait();
+    stoodStill = true;
+    sender.post();
+    serving.join();
+}
+
+TEST(DevReceiverWait, AReceiverThatComesFirstWaitsToBeLetGo)
+{
+    DevReceiverWait receiver("rendezvous");
+    DevSenderWait sender(receiver);
+    std::binary_semaphore arrived{0};
+    bool letGo = false;
+    std::thread serving([&] {
+        receiver.post();
+        arrived.release();
+        receiver.wait();
+        EXPECT_TRUE(letGo);
+    });
+    arrived.acquire();
+    sender.wait();
+    letGo = true;
+    sender.post();
+    serving.join();
+}
+
+} // namespace
+} // namespace ZvTest

@@ -1,0 +1,226 @@
+#include "recording.h"
+#include "threadExtensions/asleep.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace ZvTest {
+namespace {
+
+TEST(DevMDStdFifo, BlocksTheEleventhProduceUntilSomebodyConsumes)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    std::atomic<bool> consumed{false};
+    std::atomic<long> number{0};
+    std::binary_semaphore full{0};
+    std::thread producer([&] {
+        for (int i = 0; i < 10; ++i)
+            produce(*fifo, makeANO([] {}));
+        EXPECT_FALSE(consumed);
+        ObjPtr<DevANO> eleventh(makeANO([] {}));
+        number = threadNumber();
+        full.release();
+        produce(*fifo, eleventh);
+        EXPECT_TRUE(consumed);
+    });
+    full.acquire();
+    waitUntilAsleep(number);
+    consumed = true;
+    ObjPtr<DevANO>(fifo->consume().release());
+    producer.join();
+    fifo->close();
+}
+
+TEST(DevMDStdFifo, NeverHoldsMoreThanItsCapacity)
+{
+    constexpr int nbRequests = 500;
+    std::counting_semaphore<> produced{0};
+    RCShdPtr<DevMDStdFifo> const fifo(
+        new DevMDStdFifo(RCShdPtr<DevMDStdFifoObs>(new CountingObs(produced)), 3));
+    std::atomic<int> queued{0};
+    std::thread producer([&] {
+        for (int i = 0; i < nbRequests; ++i) {
+            produce(*fifo, makeANO([] {}));
+            ++queued;
+        }
+    });
+    for (int consumed = 0; consumed < nbRequests; ++consumed) {
+        produced.acquire();
+        EXPECT_LE(queued, consumed + 3);
+        ObjPtr<DevANO>(fifo->consume().release());
+    }
+    producer.join();
+}
+
+TEST(DevMDStdFifo, WithACapacityOfZeroNeverBlocks)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(0);
+    int executed = 0;
+    for (int i = 0; i < 3000; ++i)
+        produce(*fifo, makeANO([&] { ++executed; }));
+    drain(*fifo);
+    EXPECT_EQ(executed, 3000);
+}
+
+TEST(DevMDStdFifo, ProduceLeavesTheEntryEmptyAndConsumeKeepsTheOrder)
+{
+    RCShdPtr<DevMDStdFifo> const queue = makeShd<DevMDStdFifo>();
+    Log log;
+    DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "first"))};
+    queue->produce(entry);
+    EXPECT_TRUE(entry.isNull());
+    produce(*queue, recordingANO(log, "second"));
+    ObjPtr<DevANO>(queue->consume().release())->performExecute();
+    ObjPtr<DevANO>(queue->consume().release())->performExecute();
+    EXPECT_EQ(log.lines(), (Lines{"first", "~first", "second", "~second"}));
+}
+
+TEST(DevMDStdFifo, TryConsumeOnAnEmptyOneReturnsFalseAndLeavesTheEntryAsItWas)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Log log;
+    DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "held"))};
+    EXPECT_FALSE(fifo->tryConsume(entry));
+    EXPECT_FALSE(entry.isNull());
+    EXPECT_EQ(log.lines(), Lines{});
+
+    produce(*fifo, recordingANO(log, "queued"));
+    EXPECT_TRUE(fifo->tryConsume(entry));
+    EXPECT_EQ(log.lines(), Lines{"~held"});
+    ObjPtr<DevANO>(entry.release())->performExecute();
+    EXPECT_EQ(log.lines(), (Lines{"~held", "queued", "~queued"}));
+}
+
+TEST(DevMDStdFifo, ConsumeWaitsForAProducer)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    std::atomic<bool> produced{false};
+    std::atomic<long> number{0};
+    std::binary_semaphore coming{0};
+    std::thread consumer([&] {
+        number = threadNumber();
+        coming.release();
+        ObjPtr<DevANO>(fifo->consume().release());
+        EXPECT_TRUE(produced);
+    });
+    coming.acquire();
+    waitUntilAsleep(number);
+    produced = true;
+    produce(*fifo, makeANO([] {}));
+    consumer.join();
+}
+
+TEST(DevMDStdFifo, TellsItsObserverOfEachProductionWithTheEmptiedEntry)
+{
+    struct Obs : DevMDStdFifoObs
+    {
+        void performProduced(DevANOQueue &queue, DevANOQueueEntry const &entry) override
+        {
+            EXPECT_TRUE(entry.isNull());
+            sizes.push_back(queue.getSize()); // takes the queue's lock: nobody holds it
+        }
+        std::vector<std::uint64_t> sizes;
+    };
+    RCShdPtr<Obs> const obs = makeShd<Obs>();
+    RCShdPtr<DevMDStdFifo> fifo = makeShd<DevMDStdFifo>(RCShdPtr<DevMDStdFifoObs>(obs), 10);
+    produce(*fifo, makeANO([] {}));
+    produce(*fifo, makeANO([] {}));
+    drain(*fifo); // is no production
+    EXPECT_EQ(obs->sizes, (std::vector<std::uint64_t>{1, 2}));
+    EXPECT_FALSE(obs.isUnique());
+    fifo = nullptr;
+    EXPECT_TRUE(obs.isUnique());
+}
+
+TEST(DevMDStdFifo, ANullObserverIsANullPointerFailureOfEachProduction)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(RCShdPtr<DevMDStdFifoObs>(), 10);
+    EXPECT_THROW(produce(*fifo, makeANO([] {})), RCEx::ExNullPtr);
+    drain(*fifo);
+}
+
+TEST(DevMDStdFifo, DestroyedWithEntriesTripsTheAssertionThatItIsEmpty)
+{
+    Log log;
+    RCShdPtr<DevMDStdFifo> fifo = makeShd<DevMDStdFifo>();
+    produce(*fifo, recordingANO(log, "left"));
+    EXPECT_THROW(fifo = nullptr, AssertionFailed);
+    EXPECT_EQ(log.lines(), Lines{"~left"});
+}
+
+TEST(DevMDStdFifo, CloseDestroysWhatIsQueuedAndWhatStillComes)
+{
+    Log log;
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    produce(*fifo, recordingANO(log, "queued"));
+    fifo->close();
+    EXPECT_EQ(log.lines(), Lines{"~queued"});
+    produce(*fifo, recordingANO(log, "late"));
+    EXPECT_EQ(log.lines(), (Lines{"~queued", "~late"}));
+    DevANOQueueEntry entry;
+    EXPECT_FALSE(fifo->tryConsume(entry));
+
+    fifo->open();
+    produce(*fifo, recordingANO(log, "again"));
+    drain(*fifo);
+    EXPECT_EQ(log.lines().back(), "~again");
+    EXPECT_TRUE(log.has("again"));
+}
+
+TEST(DevMDStdFifo, CloseLetsBlockedProducersGo)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(1);
+    std::counting_semaphore<> coming{0};
+    std::atomic<int> destroyed{0};
+    struct Counted
+    {
+        explicit Counted(std::atomic<int> &count) : _count(&count) {}
+        Counted(Counted &&other) noexcept : _count(std::exchange(other._count, nullptr)) {}
+        ~Counted()
+        {
+            if (_count)
+                ++*_count;
+        }
+        void operator()() const { ADD_FAILURE() << "executed"; }
+        std::atomic<int> *_count;
+    };
+    std::vector<std::thread> producers;
+    for (int i = 0; i < 4; ++i) {
+        producers.emplace_back([&] {
+            coming.release();
+            for (int n = 0; n < 3; ++n)
+                produce(*fifo, makeANO(Counted(destroyed)));
+        });
+    }
+    for (int i = 0; i < 4; ++i)
+        coming.acquire();
+    fifo->close();
+    for (auto &producer : producers)
+        producer.join();
+    EXPECT_EQ(destroyed, 12);
+}
+
+TEST(DevMDStdFifo, ManyProducersLoseNothing)
+{
+    constexpr int nbProducers = 4;
+    constexpr int nbEach = 500;
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(2);
+    int executed = 0; // touched by the consumer only
+    std::vector<std::thread> producers;
+    for (int i = 0; i < nbProducers; ++i) {
+        producers.emplace_back([&] {
+            for (int n = 0; n < nbEach; ++n)
+                produce(*fifo, makeANO([&] { ++executed; }));
+        });
+    }
+    for (int n = 0; n < nbProducers * nbEach; ++n)
+        ObjPtr<DevANO>(fifo->consume().release())->performExecute();
+    for (auto &producer : producers)
+        producer.join();
+    EXPECT_EQ(executed, nbProducers * nbEach);
+}
+
+} // namespace
+} // namespace ZvTest

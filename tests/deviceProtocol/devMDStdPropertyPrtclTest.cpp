@@ -1,0 +1,228 @@
+#include "recording.h"
+
+#include <gtest/gtest.h>
+
+namespace ZvTest {
+namespace {
+
+class Device : public DevMDStdPropertyPrtcl
+{
+public:
+    Device() : DevMDStdPropertyPrtcl("camera") {}
+
+    using DevMDStdPropertyPrtcl::getPropertySetBuilder;
+};
+
+RCShdPtr<DevMDPropertyAny> property(LiString const &name)
+{
+    return RCShdPtr<DevMDPropertyAny>(new DevMDStdProperty<int>(
+        name, "", DevMDPropertyAny::READABLE, makePropertyANOFactory<int>([](int) {}, [](int &) {}),
+        makeShd<DevMDStdFifo>()));
+}
+
+template <class Element>
+Lines names(ConstIterator<RCShdPtr<Element>> iterator)
+{
+    Lines found;
+    for (; !iterator.atEnd(); ++iterator)
+        found.push_back((*iterator)->getName().getChars());
+    return found;
+}
+
+template <class Exception, class Function>
+std::string failure(Function function)
+{
+    try {
+        function();
+    } catch (Exception &caught) {
+        return caught.getReason();
+    }
+    return "no failure";
+}
+
+char const * const readUnavailable = " forbidden while property builders are active.";
+
+class DevMDStdPropertyPrtclTest : public testing::Test
+{
+protected:
+    ~DevMDStdPropertyPrtclTest() noexcept override {
+    } // the pointers' own may throw, a test's may not
+
+    RCShdPtr<Device> _device = makeShd<Device>();
+};
+
+TEST_F(DevMDStdPropertyPrtclTest, NoReadIsPossibleWhileABuilderLives)
+{
+    ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
+    using Unavailable = DevPrtclEx::ExMDStdPropertiesReadUnavail;
+    std::string const sets =
+        std::string("Read-only access to camera property sets") + readUnavailable;
+    std::string const properties =
+        std::string("Read-only access to camera properties") + readUnavailable;
+    EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertySetIter(); }), sets);
+    EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertySetIterEnd(); }), sets);
+    EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertyIter(); }), properties);
+    EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertyIterEnd(); }), properties);
+
+    // A refused read is none: building goes on.
+    ObjPtr<DevMDStdPropertySetBuilder> another(_device->getPropertySetBuilder());
+    EXPECT_FALSE(another.isNull());
+}
+
+TEST_F(DevMDStdPropertyPrtclTest, AReadAfterTheBuilderIsAllowedAndBuildersAreRefusedForEver)
+{
+    {
+        ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
+        builder->addProperty(property("gain"));
+    }
+    EXPECT_EQ(names(_device->getPropertyIter()), Lines{"gain"});
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(failure<DevPrtclEx::ExMDStdPropertiesWriteUnavail>([&] {
+                      ObjPtr<DevMDStdPropertySetBuilder>(_device->getPropertySetBuilder());
+                  }),
+                  "Read-write access to camera properties forbidden after read-only access has "
+                  "started.");
+    }
+    EXPECT_EQ(names(_device->getPropertyIter()), Lines{"gain"});
+}
+
+TEST_F(DevMDStdPropertyPrtclTest, EachOfTheFourReadsEndsTheTimeOfBuilding)
+{
+    using Read = void (*)(Device &);
+    Read const reads[] = {
+        [](Device &device) { device.getPropertySetIter(); },
+        [](Device &device) { device.getPropertySetIterEnd(); },
+        [](Device &device) { device.getPropertyIter(); },
+        [](Device &device) { device.getPropertyIterEnd(); },
+    };
+    for (Read const read : reads) {
+        RCShdPtr<Device> const device = makeShd<Device>();
+        read(*device);
+        EXPECT_THROW(ObjPtr<DevMDStdPropertySetBuilder>(device->getPropertySetBuilder()),
+                     DevPrtclEx::ExMDStdPropertiesWriteUnavail);
+    }
+}
+
+TEST_F(DevMDStdPropertyPrtclTest, ReadsAreRefusedUntilBothOfTwoBuildersAreGone)
+{
+    ObjPtr<DevMDStdPropertySetBuilder> first(_device->getPropertySetBuilder());
+    ObjPtr<DevMDStdPropertySetBuilder> second(_device->getPropertySetBuilder());
+    first->addProperty(property("gain"));
+    second->addProperty(property("focus"));
+    first = nullptr;
+    EXPECT_THROW(_device->getPropertyIter(), DevPrtclEx::ExMDStdPropertiesReadUnavail);
+    second = nullptr;
+    EXPECT_EQ(names(_device->getPropertyIter()), (Lines{"gain", "focus"}));
+}
+
+TEST_F(DevMDStdPropertyPrtclTest, PushingANameThatIsThereEntersTheSameSet)
+{
+    ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
+    builder->pushSet("lens", "The lens");
+    builder->addProperty(property("focus"));
+    builder->popSet();
+    builder->pushSet("lens", "Another text");
+    builder->addProperty(property("zoom"));
+    EXPECT_EQ(names(builder->getCurrentPropertyIter()), (Lines{"focus", "zoom"}));
+    builder = nullptr;
+
+    auto sets = _device->getPropertySetIter();
+    EXPECT_EQ(sets.getCardinality(), 1u);
+    EXPECT_EQ((*sets)->getDescription(), "The lens");
+    EXPECT_EQ(names((*sets)->getPropertyIter()), (Lines{"focus", "zoom"}));
+    EXPECT_EQ(names(_device->getPropertyIter()), Lines{});
+}
+
+TEST_F(DevMDStdPropertyPrtclTest, SetsNest)
+{
+    ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
+    builder->pushSet("lens", "");
+    builder->pushSet("motor", "");
+    EXPECT_EQ(builder->getCurrentSetName(), "motor");
+    builder->addProperty(property("speed"));
+    builder->popSet();
+    EXPECT_EQ(builder->getCurrentSetName(), "lens");
+    EXPECT_EQ(names(builder->getCurrentPropertySetIter()), Lines{"motor"});
+    EXPECT_EQ(names(builder->getCurrentPropertyIter()), Lines{});
+    builder = nullptr;
+
+    RCShdPtr<DevMDPropertySet> const lens = *_device->getPropertySetIter();
+    EXPECT_EQ(names(lens->getPropertySetIter()), Lines{"motor"});
+    RCShdPtr<DevMDPropertySet> const motor = *lens->getPropertySetIter();
+    EXPECT_EQ(names(motor->getPropertyIter()), Lines{"speed"});
+    EXPECT_TRUE(motor->getPropertySetIter().atEnd());
+    EXPECT_TRUE(motor->getPropertyIterEnd().atEnd());
+    EXPECT_TRUE(lens->getPropertySetIterEnd().atEnd());
+    EXPECT_TRUE(_device->getPropertySetIterEnd().atEnd());
+    EXPECT_TRUE(_device->getPropertyIterEnd().atEnd());
+}
+
+TEST_F(DevMDStdPropertyPrtclTest, PoppingAtTheRootThrowsAndTheStackStaysEmpty)
+{
+    ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(failure<DevPrtclEx::ExMDStdPropertySetBuilderPop>([&] { builder->popSet(); }),
+                  "Trying to pop the builder's property stack when it is empty.");
+        EXPECT_EQ(builder->getCurrentSetName(), "");
+    }
+    builder->addProperty(property("gain"));
+    EXPECT_EQ(names(builder->getCurrentPropertyIter()), Lines{"gain"});
+}
+
+TEST_F(DevMDStdPropertyPrtclTest, TheCurrentSetAtTheRootHasTheEmptyName)
+{
+    ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
+    EXPECT_EQ(builder->getCurrentSetName(), "");
+    EXPECT_EQ(builder->getCurrentSetName().getLength(), 0);
+}
+
+TEST_F(DevMDStdPropertyPrtclTest, APropertysNameIsUniqueInItsSetOnly)
+{
+    ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
+    builder->addProperty(property("gain"));
+    EXPECT_EQ(failure<DevPrtclEx::ExNameNotUnique>([&] { builder->addProperty(property("gain")); }),
+              "Not a unique name.");
+    EXPECT_EQ(names(builder->getCurrentPropertyIter()), Lines{"gain"});
+    builder->pushSet("lens", "");
+    builder->addProperty(property("gain"));
+    EXPECT_EQ(names(builder->getCurrentPropertyIter()), Lines{"gain"});
+}
+
+TEST(DevMDStdPropertySetBuilder, TakesItselfFromTheCountInItsDestructorAlone)
+{
+    Vector<RCShdPtr<DevMDPropertySet>> sets;
+    Vector<RCShdPtr<DevMDPropertyAny>> properties;
+    int count = 2;
+    {
+        DevMDStdPropertySetBuilder builder(sets, properties, count);
+        EXPECT_EQ(count, 2);
+        builder.pushSet("lens", "The lens");
+    }
+    EXPECT_EQ(count, 1);
+    ASSERT_EQ(sets.size(), 1u);
+    EXPECT_EQ(sets[0]->getName(), "lens");
+}
+
+class ForeignSet : public DevMDPropertySet
+{
+public:
+    LiString getName() override { return "lens"; }
+    LiString getDescription() override { return ""; }
+    ConstIterator<RCShdPtr<DevMDPropertyAny>> getPropertyIter() override { return {}; }
+    ConstIterator<RCShdPtr<DevMDPropertyAny>> getPropertyIterEnd() override { return {}; }
+    ConstIterator<RCShdPtr<DevMDPropertySet>> getPropertySetIter() override { return {}; }
+    ConstIterator<RCShdPtr<DevMDPropertySet>> getPropertySetIterEnd() override { return {}; }
+};
+
+TEST(DevMDStdPropertySetBuilder, DoesNotEnterASetThatIsNoStandardOne)
+{
+    Vector<RCShdPtr<DevMDPropertySet>> sets{RCShdPtr<DevMDPropertySet>(new ForeignSet)};
+    Vector<RCShdPtr<DevMDPropertyAny>> properties;
+    int count = 1;
+    DevMDStdPropertySetBuilder builder(sets, properties, count);
+    EXPECT_THROW(builder.pushSet("lens", ""), AssertionFailed);
+    EXPECT_EQ(builder.getCurrentSetName(), "");
+}
+
+} // namespace
+} // namespace ZvTest

@@ -1,0 +1,365 @@
+#include "recording.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <thread>
+
+namespace ZvTest {
+namespace {
+
+/// What a device's factory is asked for, by hand.
+class RecordingFactory : public DevMDStdPropertyANOFactory<int>
+{
+public:
+    explicit RecordingFactory(std::vector<LiUuid> &ids) : _ids(ids) {}
+
+    ObjPtrRet<DevMDStdANO> createSetANO(LiUuid const &id, int value) override
+    {
+        _ids.push_back(id);
+        return makeANO([this, value] { _value = value; });
+    }
+    ObjPtrRet<DevMDStdANO> createGetANO(LiUuid const &id, int &value, bool &ok) override
+    {
+        _ids.push_back(id);
+        return makeANO([this, &value, &ok] {
+            value = _value;
+            ok = _value >= 0;
+        });
+    }
+
+private:
+    std::vector<LiUuid> &_ids;
+    int _value = 0;
+};
+
+class Gain : public DevMDStdProperty<int>
+{
+public:
+    using DevMDStdProperty<int>::DevMDStdProperty;
+    using DevMDStdProperty<int>::notify;
+    using DevMDStdProperty<int>::setAttributes;
+};
+
+constexpr unsigned int both = DevMDPropertyAny::READABLE | DevMDPropertyAny::WRITABLE;
+
+class DevMDStdPropertyTest : public testing::Test
+{
+protected:
+    ~DevMDStdPropertyTest() noexcept override {} // the pointers' own may throw, a test's may not
+
+    RCShdPtr<Gain> makeGain()
+    {
+        return makeShd<Gain>("gain", "Amplification", both,
+                             ObjPtr<DevMDStdPropertyANOFactory<int>>(new RecordingFactory(_ids)),
+                             _fifo);
+    }
+
+    Log _log;
+    std::vector<LiUuid> _ids;
+    RCShdPtr<DevMDStdFifo> _fifo = makeShd<DevMDStdFifo>();
+    RCShdPtr<Gain> _gain = makeGain();
+};
+
+/// The device's thread: executes so many requests.
+class Server
+{
+public:
+    Server(DevMDStdFifo &fifo, int nbRequests)
+        : _thread([&fifo, nbRequests] {
+              for (int i = 0; i < nbRequests; ++i) {
+                  ObjPtr<DevANO> ano(fifo.consume().release());
+                  ano->performExecute();
+                  ano->notify();
+              }
+          })
+    {}
+    ~Server() { _thread.join(); }
+
+private:
+    std::thread _thread;
+};
+
+TEST_F(DevMDStdPropertyTest, KnowsItselfAndIsAlwaysAvailable)
+{
+    EXPECT_EQ(_gain->getName(), "gain");
+    EXPECT_EQ(_gain->getDescription(), "Amplification");
+    EXPECT_EQ(_gain->getAttributes(), 3u);
+    EXPECT_TRUE(_gain->isAvailable());
+    EXPECT_FALSE(_gain->getUuid().isNil());
+    EXPECT_EQ(_gain->getUuid(), _gain->getUuid());
+    EXPECT_NE(_gain->getUuid(), makeGain()->getUuid());
+}
+
+TEST_F(DevMDStdPropertyTest, TheDeviceChangesWhatCanBeDone)
+{
+    _gain->setAttributes(DevMDPropertyAny::READABLE);
+    EXPECT_EQ(_gain->getAttributes(), 1u);
+    EXPECT_THROW(_gain->set(1), DevPrtclEx::ExMDPropertyIllegalOp);
+    _gain->setAttributes(0);
+    int value = 0;
+    EXPECT_THROW(_gain->get(value), DevPrtclEx::ExMDPropertyIllegalOp);
+    EXPECT_TRUE(_ids.empty());
+}
+
+TEST_F(DevMDStdPropertyTest, SetDoesNotWaitForTheDevicesThread)
+{
+    _gain->set(5); // nobody serves the FIFO
+    EXPECT_EQ(_ids, std::vector<LiUuid>{_gain->getUuid()});
+    drain(*_fifo);
+    Server server(*_fifo, 1);
+    int value = 0;
+    _gain->get(value);
+    EXPECT_EQ(value, 5);
+}
+
+TEST_F(DevMDStdPropertyTest, GetReturnsTheValueOfTheDevicesThread)
+{
+    Server server(*_fifo, 4);
+    int value = 0;
+    _gain->set(17);
+    _gain->get(value);
+    EXPECT_EQ(value, 17);
+    _gain->set(18);
+    _gain->get(value);
+    EXPECT_EQ(value, 18);
+}
+
+TEST_F(DevMDStdPropertyTest, AGetThatTheDeviceCannotAnswerThrows)
+{
+    Server server(*_fifo, 2);
+    _gain->set(-1);
+    int value = 0;
+    try {
+        _gain->get(value);
+        FAIL();
+    } catch (DevPrtclEx::ExMDStdPropertyGet &failure) {
+        EXPECT_STREQ(failure.getReason(), "Error while getting the value for gain");
+    }
+}
+
+TEST_F(DevMDStdPropertyTest, AGetWhoseRequestIsDestroyedUnrunThrows)
+{
+    std::thread closing([&] { DevANOQueueEntry const unrun(_fifo->consume()); });
+    int value = 3;
+    try {
+        _gain->get(value);
+        FAIL();
+    } catch (DevPrtclEx::ExMDStdPropertyGet &failure) {
+        EXPECT_STREQ(failure.getReason(), "Error while getting the value for gain");
+    }
+    EXPECT_EQ(value, 3);
+    closing.join();
+}
+
+TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsIsReleased)
+{
+    RCShdPtr<Gain> const failing = makeShd<Gain>(
+        "failing", "", both,
+        makePropertyANOFactory<int>([](int) {}, [](int &) { throw std::runtime_error("get"); }),
+        _fifo);
+    std::thread device([&] {
+        ObjPtr<DevANO> ano(_fifo->consume().release());
+        EXPECT_THROW(ano->performExecute(), std::runtime_error);
+    });
+    int value = 0;
+    EXPECT_THROW(failing->get(value), DevPrtclEx::ExMDStdPropertyGet);
+    device.join();
+}
+
+TEST_F(DevMDStdPropertyTest, SetAndGetOnAClosedFifoDoNotWait)
+{
+    _fifo->close();
+    _gain->set(1);
+    int value = 0;
+    EXPECT_THROW(_gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
+}
+
+TEST_F(DevMDStdPropertyTest, NullFactoryAndNullFifoAreNullPointerFailures)
+{
+    RCShdPtr<Gain> const withoutFactory = makeShd<Gain>("gain", "", both, nullptr, _fifo);
+    int value = 0;
+    EXPECT_THROW(withoutFactory->set(1), RCEx::ExNullPtr);
+    EXPECT_THROW(withoutFactory->get(value), RCEx::ExNullPtr);
+    RCShdPtr<Gain> const withoutFifo = makeShd<Gain>(
+        "gain", "", both, makePropertyANOFactory<int>([](int) {}, [](int &) {}), nullptr);
+    EXPECT_THROW(withoutFifo->set(1), RCEx::ExNullPtr);
+    EXPECT_THROW(withoutFifo->get(value), RCEx::ExNullPtr);
+}
+
+TEST_F(DevMDStdPropertyTest, ManyThreadsSetAndGetAtOnce)
+{
+    constexpr int nbThreads = 4;
+    constexpr int nbRounds = 200;
+    Server server(*_fifo, nbThreads * nbRounds * 2);
+    std::vector<std::thread> clients;
+    std::atomic<int> nbGood{0};
+    // The factory records identifiers without a lock: here another one.
+    int held = 0;
+    RCShdPtr<Gain> const shared =
+        makeShd<Gain>("shared", "", both,
+                      makePropertyANOFactory<int>([&held](int value) { held = value; },
+                                                  [&held](int &value) { value = held; }),
+                      _fifo);
+    for (int i = 1; i <= nbThreads; ++i) {
+        clients.emplace_back([&, i] {
+            for (int round = 0; round < nbRounds; ++round) {
+                shared->set(i);
+                int value = 0;
+                shared->get(value);
+                nbGood += value >= 1 && value <= nbThreads;
+            }
+        });
+    }
+    for (auto &client : clients)
+        client.join();
+    EXPECT_EQ(nbGood, nbThreads * nbRounds);
+}
+
+TEST(DevMDStdPropertyVector, AVectorGoesThereAndBack)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Vector<double> held;
+    RCShdPtr<DevMDStdProperty<Vector<double>>> const curve(new DevMDStdProperty<Vector<double>>(
+        "curve", "", both,
+        makePropertyANOFactory<Vector<double>>(
+            [&](Vector<double> value) { held = std::move(value); },
+            [&](Vector<double> &value) {
+                value = held;
+                return !held.empty();
+            }),
+        fifo));
+    Server server(*fifo, 3);
+    Vector<double> value;
+    EXPECT_THROW(curve->get(value), DevPrtclEx::ExMDStdPropertyGet);
+    curve->set({0.0, 0.5, 1.0});
+    curve->get(value);
+    EXPECT_EQ(value, (Vector<double>{0.0, 0.5, 1.0}));
+}
+
+TEST(DevMDStdPropertyGetACO, PostsOnceWhetherItRunsOrNot)
+{
+    LkUnnamedSema done("done", 0);
+    bool ok = true;
+    {
+        DevMDStdPropertyGetACO aco(done, ok);
+        aco.performExecute();
+    }
+    EXPECT_TRUE(ok);
+    EXPECT_TRUE(done.tryWait());
+    EXPECT_FALSE(done.tryWait());
+    {
+        DevMDStdPropertyGetACO const aco(done, ok);
+    }
+    EXPECT_FALSE(ok);
+    EXPECT_TRUE(done.tryWait());
+    EXPECT_FALSE(done.tryWait());
+    {
+        DevMDStdPropertyGetACO const aco(done);
+    }
+    EXPECT_TRUE(done.tryWait());
+}
+
+class RecordingAEO : public DevMDPropertyAEO
+{
+public:
+    RecordingAEO(Log &log, std::string name, Turnstile *turnstile = nullptr)
+        : _log(log), _name(std::move(name)), _turnstile(turnstile)
+    {}
+    ~RecordingAEO() override { _log.add("~" + _name); }
+
+    void performNotify(unsigned int events) override
+    {
+        if (_turnstile)
+            _turnstile->pass();
+        _log.add(_name + " " + std::to_string(events));
+    }
+
+private:
+    Log &_log;
+    std::string _name;
+    Turnstile *_turnstile;
+};
+
+TEST_F(DevMDStdPropertyTest, NotifiesNobodyAtFirst)
+{
+    _gain->notify(1);
+}
+
+TEST_F(DevMDStdPropertyTest, NotifiesItsObserverUntilItIsReplaced)
+{
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "first")));
+    _gain->notify(5);
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "second")));
+    _gain->notify(6);
+    _gain->setObserverAEO(nullptr);
+    _gain->notify(7);
+    EXPECT_EQ(_log.lines(), (Lines{"first 5", "~first", "second 6", "~second"}));
+}
+
+TEST_F(DevMDStdPropertyTest, DestroysItsObserverWithItself)
+{
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "observer")));
+    _gain = nullptr;
+    EXPECT_EQ(_log.lines(), Lines{"~observer"});
+}
+
+TEST_F(DevMDStdPropertyTest, AnObserverThatIsBeingNotifiedMayBeReplacedAndEndsAfterwards)
+{
+    Turnstile turnstile;
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "slow", &turnstile)));
+    std::thread device([&] { _gain->notify(1); });
+    turnstile.waitForArrival();
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "next")));
+    EXPECT_EQ(_log.lines(), Lines{}); // set has not waited, nor destroyed what is in use
+    turnstile.open();
+    device.join();
+    EXPECT_EQ(_log.lines(), (Lines{"slow 1", "~slow"}));
+    _gain->notify(2);
+    EXPECT_EQ(_log.lines().back(), "next 2");
+}
+
+TEST_F(DevMDStdPropertyTest, AnObserverMayKeepItsPropertyAlive)
+{
+    struct Keeper : DevMDPropertyAEO
+    {
+        explicit Keeper(RCShdPtr<DevMDPropertyAny> const &property) : kept(property) {}
+        void performNotify(unsigned int) override {}
+        RCShdPtr<DevMDPropertyAny> kept;
+    };
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new Keeper(_gain)));
+    EXPECT_FALSE(_gain.isUnique());
+    DevMDPropertyAny * const last = _gain.get();
+    _gain = nullptr;
+    last->setObserverAEO(nullptr); // destroys the property as well, outside its lock
+}
+
+TEST_F(DevMDStdPropertyTest, ObserversComeAndGoWhileTheDeviceNotifies)
+{
+    struct CountingAEO : DevMDPropertyAEO
+    {
+        explicit CountingAEO(std::atomic<int> &living) : _living(living) { ++_living; }
+        ~CountingAEO() override { --_living; }
+        void performNotify(unsigned int) override { EXPECT_GT(_living, 0); }
+        std::atomic<int> &_living;
+    };
+    std::atomic<int> living{0};
+    std::atomic<bool> ended{false};
+    std::thread device([&] {
+        while (!ended)
+            _gain->notify(1);
+    });
+    for (int i = 0; i < 2000; ++i) {
+        _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new CountingAEO(living)));
+        if (i % 2)
+            _gain->setObserverAEO(nullptr);
+    }
+    ended = true;
+    device.join();
+    _gain->setObserverAEO(nullptr);
+    EXPECT_EQ(living, 0);
+}
+
+} // namespace
+} // namespace ZvTest

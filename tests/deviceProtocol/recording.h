@@ -1,0 +1,124 @@
+// What the tests of this folder share: a log that threads write to, requests that write to it, and a turnstile.
+#pragma once
+
+#include "resmgt/deviceProtocol.h"
+
+#include <algorithm>
+#include <mutex>
+#include <semaphore>
+#include <string>
+#include <vector>
+
+namespace ZvTest {
+
+using namespace Zv;
+
+class Log
+{
+public:
+    void add(std::string const &line)
+    {
+        std::lock_guard const guard(_mutex);
+        _lines.push_back(line);
+    }
+    std::vector<std::string> lines() const
+    {
+        std::lock_guard const guard(_mutex);
+        return _lines;
+    }
+    bool has(std::string const &line) const
+    {
+        auto const all = lines();
+        return std::find(all.begin(), all.end(), line) != all.end();
+    }
+
+private:
+    std::mutex mutable _mutex;
+    std::vector<std::string> _lines;
+};
+
+using Lines = std::vector<std::string>;
+
+/// Writes its name when it is executed, and when it is destroyed.
+class RecordingANO : public DevMDStdANO
+{
+public:
+    RecordingANO(Log &log, std::string name) : _log(log), _name(std::move(name)) {}
+    ~RecordingANO() override { _log.add("~" + _name); }
+
+    void performExecute() override { _log.add(_name); }
+
+private:
+    Log &_log;
+    std::string _name;
+};
+
+class RecordingACO : public DevACO
+{
+public:
+    RecordingACO(Log &log, std::string name) : _log(log), _name(std::move(name)) {}
+    ~RecordingACO() override { _log.add("~" + _name); }
+
+    void performExecute() override { _log.add(_name); }
+
+private:
+    Log &_log;
+    std::string _name;
+};
+
+inline ObjPtrRet<DevMDStdANO> recordingANO(Log &log, std::string const &name)
+{
+    return ObjPtrRet<DevMDStdANO>(new RecordingANO(log, name));
+}
+
+inline ObjPtrRet<DevACO> recordingACO(Log &log, std::string const &name)
+{
+    return ObjPtrRet<DevACO>(new RecordingACO(log, name));
+}
+
+inline void produce(DevMDStdFifo &fifo, ObjPtr<DevANO> ano)
+{
+    DevANOQueueEntry entry(ano);
+    fifo.produce(entry);
+}
+
+/// Executes what the FIFO holds, on this thread.
+inline void drain(DevMDStdFifo &fifo)
+{
+    for (DevANOQueueEntry entry; fifo.tryConsume(entry);) {
+        ObjPtr<DevANO> ano(entry.release());
+        ano->performExecute();
+        ano->notify();
+    }
+}
+
+/// One thread stops here, another one lets it go on.
+class Turnstile
+{
+public:
+    void pass()
+    {
+        _arrived.release();
+        _open.acquire();
+    }
+    void waitForArrival() { _arrived.acquire(); }
+    void open() { _open.release(); }
+
+private:
+    std::counting_semaphore<> _arrived{0};
+    std::counting_semaphore<> _open{0};
+};
+
+/// Posts a semaphore for each entry that was put into its FIFO.
+class CountingObs : public DevMDStdFifoObs
+{
+public:
+    explicit CountingObs(std::counting_semaphore<> &produced) : _produced(produced) {}
+
+    void performProduced(DevANOQueue &, DevANOQueueEntry const &) override { _produced.release(); }
+
+private:
+    std::counting_semaphore<> &_produced;
+};
+
+} // namespace ZvTest
