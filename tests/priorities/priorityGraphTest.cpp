@@ -118,13 +118,17 @@ TEST_F(PriorityGraph, AFreeNodeBoundedFromBothSidesOfOneFixedNodeHasNoValue)
 {
     Priority fixed("fixed", mgr, 3);
     Priority f("f", mgr, Priority::NOT_SET);
-    Relation below("f<fixed", f, Relation::LESS, fixed);
-    // The second relation alone would close a cycle of order relations; a third node takes its part.
-    Priority same("same", mgr, 3);
+    Relation below("fixed<f", fixed, Relation::LESS, f);
+    // Directly it would be a cycle of order relations; an equal of f takes its part.
+    EXPECT_EQ(failedAssertionOf([&] { Relation("f<fixed", f, Relation::LESS, fixed); }),
+              "isValid()");
+    Priority equal("equal", mgr, Priority::NOT_SET);
+    Relation same("f==equal", f, Relation::EQUAL, equal);
     EXPECT_EQ(reasonOf<PriorityEx::ExTransientInvalid>(
-                  [&] { Relation("same<f", same, Relation::LESS, f); }),
-              "Transient \"f\" invalid: 4 2");
-    EXPECT_EQ(f.getPriority(), 0);
+                  [&] { Relation("equal<fixed", equal, Relation::LESS, fixed); }),
+              "Transient \"f\" invalid: 6 2")
+        << "the bound goes round the ring once more before it ends";
+    EXPECT_EQ(f.getPriority(), 4);
 }
 
 TEST_F(PriorityGraph, ARingOfEqualRelationsEnds)

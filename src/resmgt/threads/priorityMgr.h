@@ -34,14 +34,14 @@ class PrioritySolver;
 class ZVRESMGT_EXPORT PriorityMgr
 {
 public:
-    enum Error
+    enum Error : int
     {
         NO_ERROR,
         TRANSIENT_INVALID,
         RELATION_INVALID
     };
     /// Why the graph has to be solved again. Makes no difference.
-    enum NotifyType
+    enum NotifyType : int
     {
         VALUE_CHANGED,
         RELATION_TAKEN_BACK

@@ -21,7 +21,7 @@ class PriorityMgr;
 class ZVRESMGT_EXPORT PriorityRelation : public PriorityTypes
 {
 public:
-    enum Relation
+    enum Relation : int
     {
         EQUAL,     ///< ==
         LESS,      ///< <

@@ -9,7 +9,7 @@ class ZVRESMGT_EXPORT PriorityTypes
 {
 public:
     /// In the solver the left-hand transient of a node is its lower bound, the right-hand one its upper bound.
-    enum Side
+    enum Side : int
     {
         LEFT,
         RIGHT
