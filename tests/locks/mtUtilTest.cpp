@@ -1,13 +1,52 @@
 #include "resmgt/locks/mtUtil.h"
 
+#include "platform/services.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgTrace.h"
+#include "zvbase/trace.h"
+
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <string>
+
 #include <sys/mman.h>
-#include <thread>
 #include <unistd.h>
 
 namespace Zv {
 namespace {
+
+/// The log's output, from here on.
+class LogOutput
+{
+public:
+    LogOutput()
+    {
+        LgLog::flush();
+        LgTrace::setOutput(&LogOutput::append, this);
+    }
+    ~LogOutput() { LgTrace::setOutput(nullptr, nullptr); }
+    std::string const &getText()
+    {
+        LgLog::flush();
+        return _text;
+    }
+
+private:
+    static void append(void *output, char const *text, std::size_t length)
+    {
+        static_cast<LogOutput *>(output)->_text.append(text, length);
+    }
+
+    std::string _text;
+};
+
+std::string line(char const *format, char const *name, auto value)
+{
+    char buffer[256];
+    std::snprintf(buffer, sizeof buffer, format, name, value);
+    return buffer;
+}
 
 TEST(MtUtil, AnswersWhatThePlatformGives)
 {
@@ -24,6 +63,58 @@ TEST(MtUtil, DefaultsCannotBeChanged)
     EXPECT_FALSE(MtUtil::isFifoScheduledDefault());
     MtUtil::setSystemScopeDefault(false);
     EXPECT_TRUE(MtUtil::isSystemScopeDefault());
+}
+
+TEST(MtUtil, LocksNoMemoryAndSaysSoAtItsLevelOnly)
+{
+    LogOutput output;
+    Trace::setEnabled("MtUtil", false);
+    MtUtil::lockProcessMemory();
+    EXPECT_EQ(output.getText(), "");
+
+    Trace::setEnabled("MtUtil", true);
+    MtUtil::lockProcessMemory();
+    Trace::setEnabled("MtUtil", false);
+    std::string const end = ": Process memory not locked, not available under NT4.0.\n";
+    std::string const text = output.getText();
+    ASSERT_GT(text.size(), end.size());
+    EXPECT_EQ(text.substr(text.size() - end.size()), end);
+    EXPECT_NE(text.find("../src/resmgt/locks/mtUtil.cpp("), std::string::npos) << text;
+}
+
+TEST(MtUtil, PrintsWhatTheSystemSaysOfItself)
+{
+    SYSTEM_INFO info;
+    ::GetSystemInfo(&info);
+    OSVERSIONINFOA version = {};
+    version.dwOSVersionInfoSize = sizeof version;
+    ::GetVersionExA(&version);
+    char const * const word = "%-40s %10d\n";
+    char const * const number = "%-40s %10ld\n";
+    char const * const address = "%-40s %p\n";
+    auto const asLong = [](auto value) { return static_cast<long>(value); };
+    std::string const expected =
+        "System Info\n" + line(word, "ProcessorArchitecture", int{info.wProcessorArchitecture}) +
+        line(number, "PageSize", asLong(info.dwPageSize)) +
+        line(address, "MinimumApplicationAddress", info.lpMinimumApplicationAddress) +
+        line(address, "MaximumApplicationAddress", info.lpMaximumApplicationAddress) +
+        line(number, "ActiveProcessorMask", asLong(info.dwActiveProcessorMask)) +
+        line(number, "NumberOfProcessors", asLong(info.dwNumberOfProcessors)) +
+        line(number, "ProcessorType", asLong(info.dwProcessorType)) +
+        line(number, "AllocationGranularity", asLong(info.dwAllocationGranularity)) +
+        line(word, "ProcessorLevel", int{info.wProcessorLevel}) +
+        line(word, "ProcessorRevision", int{info.wProcessorRevision}) + "OS Version\n" +
+        line(number, "dwMajorVersion", asLong(version.dwMajorVersion)) +
+        line(number, "dwMinorVersion", asLong(version.dwMinorVersion)) +
+        line(number, "dwBuildNumber", asLong(version.dwBuildNumber)) +
+        line(number, "dwPlatformId", asLong(version.dwPlatformId)) +
+        line("%-40s %s\n", "CSDVersion", version.szCSDVersion) + "Other Info\n" +
+        "TLS_MINIMUM_AVAILABLE                            64\n"
+        "CLOCKS_PER_SEC                                 1000\n";
+
+    LogOutput output;
+    MtUtil::printSysConf();
+    EXPECT_EQ(output.getText(), expected);
 }
 
 TEST(MtUtil, TellsMemoryThatCanBeReadFromMemoryThatCannot)

@@ -1,0 +1,376 @@
+// Every report of a system call that fails, provoked: the linker leads the library's calls of the platform here.
+
+#include "locks/lockTestUtil.h"
+#include "platform/services.h"
+#include "resmgt/locks.h"
+#include "resmgt/locks/lkSingleton.imp.h"
+#include "zvbase/exSysError.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string_view>
+#include <thread>
+
+namespace {
+
+constexpr DWORD REFUSED = 4711;
+
+/// What the calling thread's services refuse: the call of that name, after so many that work.
+thread_local std::string_view refusing;
+thread_local int nbBefore = 0;
+thread_local DWORD answer = WAIT_FAILED;
+thread_local int nbWakeCalls = 0;
+
+bool refuses(std::string_view service)
+{
+    if (refusing != service || nbBefore-- > 0)
+        return false;
+    refusing = {};
+    ::SetLastError(REFUSED);
+    return true;
+}
+
+/// Lets the `nb`-th call of a service fail, once, in this thread.
+void refuse(std::string_view service, int nb = 1, DWORD waitAnswer = WAIT_FAILED)
+{
+    refusing = service;
+    nbBefore = nb - 1;
+    answer = waitAnswer;
+}
+
+} // namespace
+
+#define ZV_WRAP(Result, Name, Symbol, Parameters, Arguments, Refused)                              \
+    extern "C" Result __real_##Symbol Parameters;                                                  \
+    extern "C" Result __wrap_##Symbol Parameters                                                   \
+    {                                                                                              \
+        if (!refuses(#Name))                                                                       \
+            return __real_##Symbol Arguments;                                                      \
+        return Refused;                                                                            \
+    }
+
+using Security = ZvPlatform::SECURITY_ATTRIBUTES;
+
+ZV_WRAP(HANDLE, CreateMutex, _ZN10ZvPlatform12CreateMutexAEPNS_19SECURITY_ATTRIBUTESEiPKc,
+        (Security * s, BOOL owned, char const *name), (s, owned, name), nullptr)
+ZV_WRAP(HANDLE, CreateEvent, _ZN10ZvPlatform12CreateEventAEPNS_19SECURITY_ATTRIBUTESEiiPKc,
+        (Security * s, BOOL manual, BOOL state, char const *name), (s, manual, state, name),
+        nullptr)
+ZV_WRAP(HANDLE, CreateSemaphore, _ZN10ZvPlatform16CreateSemaphoreAEPNS_19SECURITY_ATTRIBUTESEiiPKc,
+        (Security * s, LONG count, LONG maximum, char const *name), (s, count, maximum, name),
+        nullptr)
+ZV_WRAP(BOOL, ReleaseMutex, _ZN10ZvPlatform12ReleaseMutexEPv, (HANDLE h), (h), FALSE)
+ZV_WRAP(BOOL, ReleaseSemaphore, _ZN10ZvPlatform16ReleaseSemaphoreEPviPi,
+        (HANDLE h, LONG count, LONG *previous), (h, count, previous), FALSE)
+ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj,
+        (HANDLE h, DWORD milliseconds), (h, milliseconds), answer)
+ZV_WRAP(DWORD, WaitForSingleObjectEx, _ZN10ZvPlatform21WaitForSingleObjectExEPvji,
+        (HANDLE h, DWORD milliseconds, BOOL alertable), (h, milliseconds, alertable), answer)
+ZV_WRAP(BOOL, SetEvent, _ZN10ZvPlatform8SetEventEPv, (HANDLE h), (h),
+        (__real__ZN10ZvPlatform8SetEventEPv(h), FALSE))
+// What is closed is gone, whatever the answer.
+ZV_WRAP(BOOL, CloseHandle, _ZN10ZvPlatform11CloseHandleEPv, (HANDLE h), (h),
+        (__real__ZN10ZvPlatform11CloseHandleEPv(h), ::SetLastError(REFUSED), FALSE))
+
+extern "C" void __real__ZN10ZvPlatform16WakeByAddressAllEPv(void *address);
+extern "C" void __wrap__ZN10ZvPlatform16WakeByAddressAllEPv(void *address)
+{
+    ++nbWakeCalls;
+    __real__ZN10ZvPlatform16WakeByAddressAllEPv(address);
+}
+
+namespace Zv {
+namespace {
+
+class Refused : public testing::Test
+{
+protected:
+    void TearDown() override
+    {
+        EXPECT_EQ(refusing, "") << "was never called";
+        refusing = {};
+    }
+};
+
+/// The text of the system assertion that `action` fails.
+std::string systemAssertionOf(std::function<void()> const &action)
+{
+    try {
+        action();
+    } catch (AssertionFailed const &failure) {
+        EXPECT_TRUE(failure.hasSystemError());
+        EXPECT_EQ(failure.getSystemError(), int{REFUSED});
+        return failure.getExpression();
+    }
+    return "";
+}
+
+constexpr char const *RET = "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT";
+constexpr char const *RETAKE =
+    "::WaitForSingleObject( externalMutex.getImp().getMutex(), INFINITE ) == WAIT_OBJECT_0";
+
+TEST_F(Refused, MutexCannotBeMade)
+{
+    LkMutexAttr::getDefaultAttr();
+    refuse("CreateMutex");
+    EXPECT_EQ(systemAssertionOf([] { LkMutex mutex("m"); }), "_mutex != NULL");
+}
+
+TEST_F(Refused, MutexCannotBeClosed)
+{
+    EXPECT_EQ(systemAssertionOf([] {
+                  LkMutex mutex("m");
+                  refuse("CloseHandle");
+              }),
+              "::CloseHandle( _mutex )");
+}
+
+TEST_F(Refused, MutexCannotBeTaken)
+{
+    LkMutex const mutex("m");
+    refuse("WaitForSingleObject");
+    EXPECT_EQ(systemAssertionOf([&] { mutex.lock(); }),
+              "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0");
+    EXPECT_FALSE(mutex.isLocked());
+}
+
+TEST_F(Refused, MutexCannotBeReleased)
+{
+    LkMutex const mutex("m");
+    mutex.lock();
+    refuse("ReleaseMutex");
+    EXPECT_EQ(systemAssertionOf([&] { mutex.unlock(); }), "::ReleaseMutex( _mutex )");
+    EXPECT_FALSE(mutex.isLocked()) << "the flag goes first";
+    mutex.unlock();
+}
+
+TEST_F(Refused, MutexSpinsUntilItsTriesAreUsedUpAndThenWaits)
+{
+    LkMutex const mutex("m");
+    refuse("WaitForSingleObject", 1, WAIT_TIMEOUT);
+    EXPECT_TRUE(mutex.spinLock(1));
+    EXPECT_TRUE(mutex.isLocked());
+    mutex.unlock();
+}
+
+TEST_F(Refused, ConditionVariableCannotBeMade)
+{
+    LkCondVarAttr::getDefaultAttr();
+    refuse("CreateSemaphore");
+    EXPECT_EQ(systemAssertionOf([] { LkCondVar condVar("c"); }),
+              "_sema = ::CreateSemaphore( NULL, 0, 0x7fffffff, NULL )");
+    refuse("CreateEvent");
+    EXPECT_EQ(systemAssertionOf([] { LkCondVar condVar("c"); }),
+              "_waitersDone = ::CreateEvent( NULL, false, false, NULL )");
+}
+
+TEST_F(Refused, ConditionVariableCannotBeClosed)
+{
+    EXPECT_EQ(systemAssertionOf([] {
+                  LkCondVar condVar("c");
+                  refuse("CloseHandle");
+              }),
+              "::CloseHandle( _sema )");
+    EXPECT_EQ(systemAssertionOf([] {
+                  LkCondVar condVar("c");
+                  refuse("CloseHandle", 2);
+              }),
+              "::CloseHandle( _waitersDone )");
+}
+
+TEST_F(Refused, ConditionWaitFails)
+{
+    LkMutex const mutex("m");
+    LkCondVar const condVar("c");
+    mutex.lock();
+    refuse("WaitForSingleObjectEx");
+    EXPECT_EQ(systemAssertionOf([&] { condVar.wait(mutex); }), RET);
+    condVar.broadcast(); // counts nobody any more
+    mutex.lock();
+    mutex.unlock();
+}
+
+TEST_F(Refused, ConditionWaitCannotTakeTheMutexAgain)
+{
+    LkMutex const mutex("m");
+    LkCondVar const condVar("c");
+    mutex.lock();
+    refuse("WaitForSingleObject");
+    EXPECT_EQ(systemAssertionOf([&] { condVar.timedWait(mutex, 0.0); }), RETAKE);
+}
+
+/// A thread that waits on `condVar`, and whose `service` fails while it leaves.
+std::string refusedWaiter(std::string_view service, int nb)
+{
+    LkMutex const mutex("m");
+    LkCondVar const condVar("c");
+    std::binary_semaphore isHeld(0);
+    std::string text;
+    std::thread waiter([&] {
+        mutex.lock();
+        isHeld.release();
+        refuse(service, nb);
+        text = systemAssertionOf([&] { condVar.wait(mutex); });
+        EXPECT_EQ(refusing, "");
+    });
+    isHeld.acquire();
+    {
+        LkGuard<LkMutex const> untilItWaits(mutex);
+    }
+    condVar.broadcast();
+    waiter.join();
+    return text;
+}
+
+TEST_F(Refused, LastWaiterOfABroadcastCannotLeave)
+{
+    char const * const text = "::PulseEvent( _waitersDone ) && ::WaitForSingleObjectEx( "
+                              "externalMutex.getImp().getMutex(), "
+                              "INFINITE, FALSE ) == WAIT_OBJECT_0";
+    EXPECT_EQ(refusedWaiter("WaitForSingleObjectEx", 2), text);
+    EXPECT_EQ(refusedWaiter("SetEvent", 1), text);
+}
+
+TEST_F(Refused, BroadcastFails)
+{
+    LkMutex const mutex("m");
+    LkCondVar const condVar("c");
+    std::binary_semaphore isHeld(0);
+    Joined waiter([&] {
+        LkGuard<LkMutex const> guard(mutex);
+        isHeld.release();
+        condVar.wait(guard);
+    });
+    isHeld.acquire();
+    {
+        LkGuard<LkMutex const> untilItWaits(mutex);
+    }
+    refuse("ReleaseSemaphore");
+    EXPECT_EQ(systemAssertionOf([&] { condVar.broadcast(); }),
+              "::ReleaseSemaphore( _sema, _nbWaiters, 0 )");
+    refuse("WaitForSingleObject");
+    EXPECT_EQ(systemAssertionOf([&] { condVar.broadcast(); }),
+              "::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0");
+}
+
+TEST_F(Refused, EventFails)
+{
+    refuse("CreateEvent");
+    EXPECT_EQ(systemAssertionOf([] { LkEvent event("e", false); }), "_event!= NULL");
+    EXPECT_EQ(systemAssertionOf([] {
+                  LkEvent event("e", false);
+                  refuse("CloseHandle");
+              }),
+              "::CloseHandle( _event )");
+    LkEvent const event("e", true);
+    refuse("WaitForSingleObject");
+    EXPECT_EQ(systemAssertionOf([&] { event.wait(); }),
+              "::WaitForSingleObject( _event, INFINITE ) == WAIT_OBJECT_0");
+    refuse("WaitForSingleObject");
+    EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(event.timedWait(0.0)); }), RET);
+}
+
+TEST_F(Refused, PulseFails)
+{
+    refuse("CreateEvent");
+    EXPECT_EQ(systemAssertionOf([] { LkPulse pulse("p", LkPulse::WAKE_ONE); }), "_event!= NULL");
+    EXPECT_EQ(systemAssertionOf([] {
+                  LkPulse pulse("p", LkPulse::WAKE_ONE);
+                  refuse("CloseHandle");
+              }),
+              "::CloseHandle( _event )");
+}
+
+TEST_F(Refused, PulseWaitFailsAndTheGuardStillHasItsMutex)
+{
+    LkMutex const mutex("m");
+    LkPulse const pulse("p", LkPulse::WAKE_ALL);
+    {
+        LkGuard<LkMutex const> guard(mutex);
+        refuse("WaitForSingleObjectEx");
+        EXPECT_EQ(systemAssertionOf([&] { pulse.wait(guard); }), RET);
+        refuse("ReleaseMutex");
+        EXPECT_EQ(systemAssertionOf([&] { pulse.wait(guard); }),
+                  "::ReleaseMutex( externalMutex.getImp().getMutex() )");
+    }
+    mutex.lock();
+    pulse.pulse();
+    refuse("WaitForSingleObject");
+    EXPECT_EQ(systemAssertionOf([&] { pulse.wait(mutex); }), RETAKE);
+    mutex.lock(); // nobody has it, but its flag is still set
+    mutex.unlock();
+}
+
+TEST_F(Refused, PulseWaitWithoutALimitCannotTimeOut)
+{
+    LkMutex const mutex("m");
+    LkPulse const pulse("p", LkPulse::WAKE_ALL);
+    LkGuard<LkMutex const> guard(mutex);
+    refuse("WaitForSingleObjectEx", 1, WAIT_TIMEOUT);
+    EXPECT_EQ(assertionOf([&] { pulse.wait(guard); }), "wait_internal( externalMutex, INFINITE )");
+}
+
+TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
+{
+    EXPECT_EQ(systemAssertionOf([] {
+                  LkUnnamedSema sema("s", 0);
+                  refuse("CloseHandle");
+              }),
+              "::CloseHandle( _sema )");
+    LkUnnamedSema sema("s", 1);
+    refuse("WaitForSingleObject");
+    EXPECT_EQ(systemAssertionOf([&] { sema.tryWait(); }), RET);
+    refuse("CreateSemaphore");
+    LkNamedSema const failed("zvRefused", 0, LkSemaTypes::CREATE, nullptr);
+    EXPECT_EQ(failed.getErrno(), int{REFUSED});
+}
+
+struct Single
+{};
+
+} // namespace
+
+ZV_DEFINE_SINGLETON(Single, Single);
+
+namespace {
+
+TEST_F(Refused, CreationLockOfASingletonFails)
+{
+    for (char const *service :
+         {"CreateMutex", "WaitForSingleObject", "ReleaseMutex", "CloseHandle"}) {
+        refuse(service);
+        EXPECT_THROW(LkSingleton<Single>::init(), ExSysErrorWindows) << service;
+        EXPECT_NO_THROW(LkSingleton<Single>::init()) << "the lock was kept after " << service;
+    }
+}
+
+TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
+{
+    LkMutex const mutex("m");
+    LkPulse const pulse("p", LkPulse::WAKE_ALL);
+    nbWakeCalls = 0;
+    {
+        LkGuard<LkMutex const> guard(mutex);
+        pulse.pulse();
+        pulse.wait(guard);
+        EXPECT_FALSE(pulse.timedWaitNextPulse(guard, 0.0));
+        pulse.pulse();
+        EXPECT_EQ(nbWakeCalls, 0);
+    }
+    std::binary_semaphore isHeld(0);
+    Joined sleeper([&] {
+        LkGuard<LkMutex const> guard(mutex);
+        isHeld.release();
+        pulse.waitNextPulse(guard);
+    });
+    isHeld.acquire();
+    {
+        LkGuard<LkMutex const> untilItWaits(mutex);
+    }
+    pulse.pulse();
+    EXPECT_EQ(nbWakeCalls, 1);
+}
+
+} // namespace
+} // namespace Zv
