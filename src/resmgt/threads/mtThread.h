@@ -120,4 +120,7 @@ private:
     static bool _canStart;
 };
 
+/// For the debugger: writes to the trace, at level "MtThread", where the calling thread's stack lies.
+ZVRESMGT_EXPORT void printThreadStack();
+
 } // namespace Zv

@@ -1,0 +1,233 @@
+#include "resmgt/threads/mtLogger.private.h"
+
+#include "platform/interlocked.h"
+#include "resmgt/locks/lkEvent.h"
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkThreadId.h"
+#include "resmgt/threads/mtThread.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/rtPriorities.h"
+#include "resmgt/threads/threadsStatics.private.h"
+#include "zvbase/failures.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgReader.h"
+
+#include <cassert>
+#include <cstdint>
+#include <utility>
+
+namespace Zv {
+
+namespace {
+
+using Guard = LkGuard<LkLock const>;
+
+/// The reader thread's own queue, which outlives that thread.
+LgQueue *loggerThreadQueue = nullptr;
+
+} // namespace
+
+// ---- MtLogger
+
+/// Destroyed from the end.
+struct MtLogger::State
+{
+    ObjPtr<LgRegistry> formerRegistry;
+    LkEvent stopped{"Log_Reader_Stop", false};
+    ObjPtr<LgReader> reader;
+    ObjPtr<MtThread> thread;
+    ObjPtr<PriorityRelation> loggerPriority;
+};
+
+MtLogger::State *MtLogger::_state = nullptr;
+bool MtLogger::_running = false;
+unsigned MtLogger::_nbRuns = 0;
+unsigned MtLogger::_run = 0;
+
+LgQueue *MtLogger::getThreadQueue()
+{
+    return ThreadsStatics::logQueue->getPointee()->getQueue();
+}
+
+void MtLogger::startLogger()
+{
+    ZV_ASSERT(!LgLog::isLoggerActive());
+    ZvPlatform::Interlocked::storeRelease(_running, true);
+    ObjPtr<LgRegistry> registry(new Registry);
+    _state = new State;
+    _state->formerRegistry = LgLog::setRegistry(registry);
+    LgLog::setQueueFunction(&getThreadQueue);
+    ZvPlatform::Interlocked::storeRelease(_run, ++_nbRuns);
+    try {
+        _state->reader.reset(new LgReader);
+        _state->thread = MtThreadFactory::getInstance().createThread(
+            "Log_Reader_Thread", ObjPtr<MtThreadProtocol>(new ReaderThread), true, 0);
+        _state->loggerPriority.reset(new PriorityRelation(
+            "LoggerPriority", RtPriorities::getInstance().getBaseLinePriority(),
+            PriorityRelation::EQUAL, _state->thread->getPriority()));
+        _state->thread->start();
+        LgLog::setLoggerActive(true);
+        enterThread();
+    } catch (...) {
+        LgLog::setLoggerActive(false);
+        dismantle();
+        throw;
+    }
+}
+
+void MtLogger::stopLogger()
+{
+    ZV_ASSERT(LgLog::isLoggerActive());
+    LgLog::setLoggerActive(false);
+    dismantle();
+}
+
+void MtLogger::dismantle()
+{
+    if (!_state->thread.isNull()) {
+        _state->thread->stop();
+        _state->thread->join();
+    }
+    _state->loggerPriority.reset();
+    _state->thread.reset();
+    _state->reader.reset();
+    ZvPlatform::Interlocked::storeRelease(_run, 0u);
+    LgLog::setQueueFunction(nullptr);
+    exitThread();
+    LgLog::setRegistry(_state->formerRegistry).isNull();
+    delete std::exchange(loggerThreadQueue, nullptr);
+    delete std::exchange(_state, nullptr);
+}
+
+unsigned MtLogger::enterThread()
+{
+    unsigned const run = getRun();
+    if (run)
+        LgLog::registerQueue(LgLog::getQueue());
+    return run;
+}
+
+unsigned MtLogger::getRun()
+{
+    return ZvPlatform::Interlocked::loadAcquire(_run);
+}
+
+void MtLogger::exitThread()
+{
+    ThreadsStatics::logQueue->performDelete();
+}
+
+// ---- QueueAdapter
+
+MtLogger::QueueAdapter::QueueAdapter() : _queue(nullptr)
+{
+    ObjPtr<LgQueue> queue(new LgQueue(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber()));
+    queue->changeObserver(ObjPtr<LgQueue::Observer>(new QueueObserver));
+    _queue = queue.release();
+}
+
+MtLogger::QueueAdapter::~QueueAdapter()
+{
+    if (_queue)
+        _queue->creatorExit();
+}
+
+LgQueue *MtLogger::QueueAdapter::releaseQueue()
+{
+    return std::exchange(_queue, nullptr);
+}
+
+// ---- QueueObserver
+
+MtLogger::QueueObserver::QueueObserver() : _lock("Queue_Observer_Lock"), _waitForChars(0) {}
+
+MtLogger::QueueObserver::~QueueObserver() noexcept = default;
+
+// Also where blocking trace has been switched off: a writer may still wait.
+void MtLogger::QueueObserver::notify(LgQueue &queue)
+{
+    Guard const guard(_lock);
+    if (_waitForChars == 0 || queue.isFull())
+        return;
+    assert(!_sema.isNull());
+    if (queue.getStream().getNumCharacters() >= _waitForChars) {
+        _waitForChars = 0;
+        _sema->post();
+    }
+}
+
+void MtLogger::QueueObserver::wait(LgQueue &queue, unsigned n)
+{
+    {
+        Guard const guard(_lock);
+        if (!queue.isFull() && queue.getStream().getNumCharacters() >= n)
+            return;
+        if (_sema.isNull())
+            _sema.reset(new LkSema("Queue_Lock", 0));
+        _waitForChars = n;
+    }
+    _sema->wait();
+}
+
+// ---- Registry
+
+MtLogger::Registry::Registry() : _lock("LogRegistry_Lock") {}
+
+MtLogger::Registry::~Registry() = default;
+
+void MtLogger::Registry::addQueue(LgQueue *queue)
+{
+    Guard const guard(_lock);
+    if (queue)
+        _queues.add(queue);
+}
+
+void MtLogger::Registry::removeQueue(LgQueue *queue)
+{
+    Guard const guard(_lock);
+    _queues.remove(queue);
+}
+
+List<LgQueue *> MtLogger::Registry::getQueues()
+{
+    Guard const guard(_lock);
+    return _queues.entries();
+}
+
+// ---- ReaderThread
+
+void MtLogger::ReaderThread::performExecute(MtThread *)
+{
+    LgReader &reader = *_state->reader;
+    LgQueue * const queue = LgLog::getQueue();
+    {
+        LgQueue::SuppressGuard const suppressOwnLines(*queue);
+        std::uint8_t idle = 0;
+        while (ZvPlatform::Interlocked::loadAcquire(_running)) {
+            if (reader.flushEarliest()) {
+                while (reader.flushEarliest()) {
+                }
+                idle = 0;
+            }
+            // A sleep that the end of the logger cuts short.
+            _state->stopped.timedWait(static_cast<float>(idle) * 0.016f);
+            if (idle < 20)
+                ++idle;
+        }
+        while (reader.flushEarliest()) {
+        }
+    }
+    LgLog::getRegistry().removeQueue(queue);
+    ZV_ASSERT(loggerThreadQueue == 0);
+    loggerThreadQueue = ThreadsStatics::logQueue->getPointee()->releaseQueue();
+    exitThread();
+}
+
+void MtLogger::ReaderThread::performStop(MtThread *)
+{
+    ZvPlatform::Interlocked::storeRelease(_running, false);
+    _state->stopped.set();
+}
+
+} // namespace Zv

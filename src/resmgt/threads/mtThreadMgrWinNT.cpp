@@ -1,0 +1,47 @@
+#include "resmgt/threads/mtThreadMgrWinNT.private.h"
+
+#include "platform/services.h"
+#include "resmgt/locks/mtUtil.h"
+#include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtPriorityMgr.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "zvbase/failures.h"
+
+#include <ostream>
+
+namespace Zv {
+
+MtThreadMgrWinNT::MtThreadMgrWinNT() : MtThreadMgrImp(MtThreadFactory::getInstance())
+{
+    setNbProcessors(static_cast<unsigned>(MtUtil::getNbProcessors()));
+    ZV_SYS_ASSERT((_processHandle = ::GetCurrentProcess()) != NULL);
+}
+
+MtThreadMgrWinNT::~MtThreadMgrWinNT() noexcept(false) = default;
+
+void MtThreadMgrWinNT::updateGroups(unsigned) {}
+
+void MtThreadMgrWinNT::enableRealTime()
+{
+    if (::SetPriorityClass(_processHandle, REALTIME_PRIORITY_CLASS))
+        return;
+    if (::GetLastError() == ERROR_PRIVILEGE_NOT_HELD)
+        ZV_THROW(MtEx::ExRealTimeNotEnabled,
+                 "the system refuses real-time scheduling to this process; the capability "
+                 "CAP_SYS_NICE or a limit RLIMIT_RTPRIO of 31 would allow it");
+    // Nobody can make up for any other failure: the second try is for the report.
+    ZV_SYS_ASSERT(::SetPriorityClass( _processHandle, REALTIME_PRIORITY_CLASS ));
+}
+
+void MtThreadMgrWinNT::disableRealTime()
+{
+    ZV_SYS_ASSERT(::SetPriorityClass( _processHandle, NORMAL_PRIORITY_CLASS ));
+}
+
+void MtThreadMgrWinNT::dump(std::ostream &os) const
+{
+    MtThreadMgrImp::dump(os);
+    MtPriorityMgr::getInstance().dump(os);
+}
+
+} // namespace Zv

@@ -1,0 +1,28 @@
+// The thread manager of the platform's services.
+#pragma once
+
+#include "platform/types.h"
+#include "resmgt/threads/mtThreadMgrImp.private.h"
+
+namespace Zv {
+
+class MtThreadMgrWinNT final : public MtThreadMgrImp
+{
+public:
+    MtThreadMgrWinNT();
+
+    void dump(std::ostream &) const override;
+
+protected:
+    ~MtThreadMgrWinNT() noexcept(false) override;
+    friend class LkSingleton<MtThreadMgr>;
+
+    void updateGroups(unsigned nbProcessors) override;
+    void enableRealTime() override;
+    void disableRealTime() override;
+
+private:
+    ZvPlatform::Handle _processHandle;
+};
+
+} // namespace Zv

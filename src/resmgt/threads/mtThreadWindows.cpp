@@ -1,0 +1,468 @@
+#include "resmgt/threads/mtThreadWindows.private.h"
+
+#include "platform/services.h"
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtLogger.private.h"
+#include "resmgt/threads/mtPriorityLevels.private.h"
+#include "resmgt/threads/mtSpecificDataRegistry.h"
+#include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/mtTraceMgr.private.h"
+#include "resmgt/threads/threadsStatics.private.h"
+#include "zvbase/failures.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/trace.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <iomanip>
+#include <ostream>
+
+namespace Zv {
+
+namespace {
+
+using RecGuard = LkGuard<LkRecLock const>;
+using StateGuard = LkGuard<LkLock const>;
+
+/// The wait of `join` has a handle of its own: another `join` may close the thread's meanwhile.
+class OwnHandle
+{
+public:
+    explicit OwnHandle(HANDLE handle)
+    {
+        HANDLE const process = ::GetCurrentProcess();
+        ZV_SYS_ASSERT(::DuplicateHandle( process, handle, process, &_handle, 0, FALSE, DUPLICATE_SAME_ACCESS ));
+    }
+    OwnHandle(OwnHandle const &) = delete;
+    OwnHandle &operator=(OwnHandle const &) = delete;
+    ~OwnHandle() { ::CloseHandle(_handle); }
+
+    HANDLE get() const { return _handle; }
+
+private:
+    HANDLE _handle = nullptr;
+};
+
+/// Posts when it goes: the new thread goes on, whatever happens to the one that starts it.
+class PostAtEnd
+{
+public:
+    explicit PostAtEnd(LkUnnamedSema &sema) : _sema(sema) {}
+    PostAtEnd(PostAtEnd const &) = delete;
+    PostAtEnd &operator=(PostAtEnd const &) = delete;
+    ~PostAtEnd() { _sema.post(); }
+
+private:
+    LkUnnamedSema &_sema;
+};
+
+void describeCallingThread(LiString const &name)
+{
+    static constexpr std::size_t LENGTH = 15; // what the system keeps
+    wchar_t description[LENGTH + 1];
+    char const * const text = name.getChars();
+    std::size_t length = 0;
+    for (; length != LENGTH && text[length]; ++length)
+        description[length] = static_cast<unsigned char>(text[length]);
+    description[length] = L'\0';
+    ::SetThreadDescription(::GetCurrentThread(), description);
+}
+
+} // namespace
+
+MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> protocol,
+                                 MtThreadMgr &threadMgr, bool isNewThread,
+                                 bool terminateOnUnhandled, unsigned stackSize)
+    : _threadMgr(&threadMgr),
+      _threadHandle(nullptr),
+      _threadId(0),
+      _priorityValue(0),
+      _processorNb(-1),
+      _stackSize(stackSize ? stackSize : DEFAULT_STACK_SIZE),
+      _isRunning(false),
+      _cancelable(false),
+      _terminateOnUnhandled(terminateOnUnhandled),
+      _isNewThread(isNewThread),
+      _runNb(0),
+      _loggerRun(0),
+      _lock("MtThreadWindows"),
+      _stateLock("MtThreadWindows::state"),
+      _started("MtThreadWindows::started", 0, LkSemaTypes::PRIVATE),
+      _created("MtThreadWindows::created", 0, LkSemaTypes::PRIVATE),
+      _priority(name, this),
+      _protocol(protocol)
+{
+    if (!isNewThread)
+        adoptCallingThread();
+    // Nothing of the object is missing when others come to see it.
+    _threadMgr->addThread(this);
+    try {
+        _threadMgr->threadIdChanged(this, getThreadId());
+        if (MtThreadProtocol * const attached = getProtocol())
+            attached->performAttach(this);
+    } catch (...) {
+        _threadMgr->removeThread(this);
+        throw;
+    }
+}
+
+MtThreadWindows::~MtThreadWindows() noexcept(false)
+{
+    bool const isUnwinding = std::uncaught_exceptions() != 0;
+    std::exception_ptr failure;
+    try {
+        finish();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    _threadMgr->removeThread(this);
+    if (failure && !isUnwinding)
+        std::rethrow_exception(failure);
+}
+
+void MtThreadWindows::finish()
+{
+    stop();
+    // The main thread is not waited for: its object merely lets it go.
+    if (_isNewThread)
+        join();
+    else
+        static_cast<void>(leaveRunning(getRun()).release());
+    ZV_ASSERT_IN_DESTRUCTOR(!isRunning());
+    if (MtThreadProtocol * const protocol = getProtocol())
+        protocol->performDetach(this);
+}
+
+void MtThreadWindows::adoptCallingThread()
+{
+    static bool isFirst = true;
+    bool const first = ZvPlatform::Interlocked::exchange(isFirst, false);
+    ZV_ASSERT(first);
+
+    HANDLE const threadHandle = ::GetCurrentThread();
+    ZV_SYS_ASSERT(threadHandle);
+    HANDLE const processHandle = ::GetCurrentProcess();
+    ZV_SYS_ASSERT(processHandle);
+    StateGuard const state(_stateLock);
+    ZV_SYS_ASSERT(::DuplicateHandle( processHandle, threadHandle, processHandle, &_threadHandle, 0, FALSE, DUPLICATE_SAME_ACCESS ));
+    _threadId = ::GetCurrentThreadId();
+    _isRunning = true;
+}
+
+void MtThreadWindows::start()
+{
+    RecGuard const guard(_lock);
+    ZV_ASSERT(!isRunningNoLock());
+    ZV_ASSERT(canStart());
+    DWORD threadId = 0;
+    HANDLE const threadHandle = ::CreateThread(nullptr, _stackSize, execute, this, 0, &threadId);
+    ZV_SYS_ASSERT(threadHandle != NULL);
+    _started.wait();
+    PostAtEnd const goOn(_created);
+    enterRunning(threadHandle, threadId);
+}
+
+void MtThreadWindows::enterRunning(HANDLE threadHandle, ZvPlatform::ThreadNumber threadId)
+{
+    {
+        StateGuard const state(_stateLock);
+        _threadHandle = threadHandle;
+        _threadId = threadId;
+        _isRunning = true;
+        ++_runNb;
+        ZV_SYS_ASSERT(::SetThreadPriority( _threadHandle, _priorityValue ));
+    }
+    _threadMgr->threadIdChanged(this, LkThreadId(threadId));
+}
+
+MtThreadWindows::Run MtThreadWindows::getRun() const
+{
+    StateGuard const state(_stateLock);
+    return {_isRunning ? _threadHandle : nullptr, _runNb};
+}
+
+ObjPtrRet<ExBase> MtThreadWindows::leaveRunning(Run const &run)
+{
+    ObjPtr<ExBase> exception;
+    {
+        StateGuard const state(_stateLock);
+        if (!_isRunning || _runNb != run.number)
+            return nullptr;
+        _isRunning = false;
+        _threadHandle = nullptr;
+        _threadId = 0;
+        exception.swap(_exception);
+    }
+    ::CloseHandle(run.handle);
+    _threadMgr->threadIdChanged(this, LkThreadId());
+    return exception;
+}
+
+std::uint32_t MtThreadWindows::execute(void *data)
+{
+    ZV_ASSERT(data);
+    static_cast<MtThreadWindows *>(data)->run();
+    return 0;
+}
+
+// The meeting in `start` orders the reading of the protocol.
+void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    setCancelable(false, false);
+    describeCallingThread(_priority.getName());
+    MtSpecificDataRegistry::getInstance().forgetFormerThread();
+    _loggerRun = MtLogger::enterThread();
+    _started.post();
+    _created.wait();
+
+    MtTraceMgr::prepareThread();
+    applyProcessorNb();
+    if (!_protocol.isNull())
+        _protocol->performExecute(this);
+    threadEnded();
+    MtLogger::exitThread();
+    freeSpecificData();
+    abortOnException();
+}
+
+void MtThreadWindows::abortOnException() const
+{
+    StateGuard const state(_stateLock);
+    if (!_exception.isNull() && _terminateOnUnhandled) {
+        ZV_TRACE(*ThreadsStatics::threadLevel, "Terminating on unhandled exception.");
+        LgLog::flush();
+        std::abort();
+    }
+}
+
+void MtThreadWindows::stop()
+{
+    RecGuard const guard(_lock);
+    if (!_protocol.isNull())
+        _protocol->performStop(this);
+}
+
+void MtThreadWindows::join()
+{
+    ObjPtr<ExBase> exception(waitForEnd());
+    if (!exception.isNull()) {
+        MtEx::ExThrownException const thrown(__FILE__, __LINE__, exception.release());
+        Trace::printException(thrown, __FILE__, __LINE__);
+        throw MtEx::ExThrownException(thrown);
+    }
+}
+
+ObjPtrRet<ExBase> MtThreadWindows::waitForEnd()
+{
+    RecGuard guard(_lock);
+    Run const run = getRun();
+    if (!run.handle)
+        return nullptr;
+    OwnHandle const threadHandle(run.handle);
+    guard.unlock();
+    DWORD const waitResult = ::WaitForSingleObject(threadHandle.get(), INFINITE);
+    guard.relock();
+    ZV_SYS_ASSERT(waitResult == WAIT_OBJECT_0);
+    return leaveRunning(run);
+}
+
+void MtThreadWindows::cancel()
+{
+    ZV_TRACE_ENTRY(*ThreadsStatics::threadLevel, "MtThreadWindows::cancel");
+    RecGuard const guard(_lock);
+    if (!isRunningNoLock()) {
+        ZV_TRACE(*ThreadsStatics::threadLevel, "isRunningNoLock() returned FALSE!!!");
+        return;
+    }
+    if (!terminate()) {
+        ZV_TRACE(*ThreadsStatics::threadLevel, "_cancelable is FALSE!!!");
+        return;
+    }
+    if (!_protocol.isNull())
+        _protocol->performCanceled(this);
+    bool const found = LgLog::creatorExit(getThreadId().getNumber()) || isWithoutLogQueue();
+    ZV_ASSERT(found);
+}
+
+// A thread has no queue where it was started without a logger, or under one that has been stopped since.
+bool MtThreadWindows::isWithoutLogQueue() const
+{
+    return _loggerRun == 0 || _loggerRun != MtLogger::getRun();
+}
+
+// Under the lock that `disableCancel` takes: a thread that has come back from there is not killed.
+bool MtThreadWindows::terminate()
+{
+    StateGuard const state(_stateLock);
+    if (!_cancelable)
+        return false;
+    ZV_SYS_ASSERT(::TerminateThread( _threadHandle, 0 ));
+    return true;
+}
+
+void MtThreadWindows::testCancel() {}
+
+bool MtThreadWindows::isProcessorPlaceable() const
+{
+    return true;
+}
+
+int MtThreadWindows::getProcessorNb() const
+{
+    StateGuard const state(_stateLock);
+    return _processorNb;
+}
+
+void MtThreadWindows::setProcessorNb(int processorNb)
+{
+    RecGuard const guard(_lock);
+    setProcessorNbNoLock(processorNb);
+}
+
+bool MtThreadWindows::isRunning() const
+{
+    return isRunningNoLock();
+}
+
+bool MtThreadWindows::isRunningNoLock() const
+{
+    StateGuard const state(_stateLock);
+    return _isRunning;
+}
+
+bool MtThreadWindows::isCancelable() const
+{
+    ZV_ASSERT(isRunning());
+    StateGuard const state(_stateLock);
+    return _cancelable;
+}
+
+LiString MtThreadWindows::getName() const
+{
+    return _priority.getName();
+}
+
+Priority &MtThreadWindows::getPriority()
+{
+    return _priority;
+}
+
+MtThreadProtocol *MtThreadWindows::getProtocol() const
+{
+    RecGuard const guard(_lock);
+    return _protocol.get();
+}
+
+MtThreadProtocol *MtThreadWindows::getProtocolNoLock() const
+{
+    RecGuard const guard(_lock);
+    return _protocol.get();
+}
+
+ObjPtrRet<MtThreadProtocol> MtThreadWindows::detachProtocol()
+{
+    if (MtThreadProtocol * const protocol = getProtocol())
+        protocol->performDetach(this);
+    RecGuard const guard(_lock);
+    return _protocol;
+}
+
+LkThreadId MtThreadWindows::getThreadId() const
+{
+    StateGuard const state(_stateLock);
+    return LkThreadId(_threadId);
+}
+
+bool MtThreadWindows::enableCancel()
+{
+    return setCancelable(true, true);
+}
+
+bool MtThreadWindows::disableCancel()
+{
+    return setCancelable(false, true);
+}
+
+bool MtThreadWindows::setCancelable(bool cancelable, bool check)
+{
+    ZV_ASSERT(!check || isRunningNoLock());
+    StateGuard const state(_stateLock);
+    return std::exchange(_cancelable, cancelable) != cancelable;
+}
+
+void MtThreadWindows::setPriorityValue(int level)
+{
+    int const priorityValue = MtPriorityLevels::toSystemValue(level);
+    StateGuard const state(_stateLock);
+    if (priorityValue == _priorityValue)
+        return;
+    _priorityValue = priorityValue;
+    if (_isRunning)
+        ZV_SYS_ASSERT(::SetThreadPriority( _threadHandle, _priorityValue ));
+}
+
+void MtThreadWindows::applyProcessorNb()
+{
+    StateGuard const state(_stateLock);
+    if (_processorNb > -1 && ThreadsStatics::runOn.getValue() != 0)
+        place(_processorNb);
+}
+
+void MtThreadWindows::threadEnded() {}
+
+void MtThreadWindows::setProcessorNbNoLock(int processorNb)
+{
+    StateGuard const state(_stateLock);
+    place(processorNb);
+}
+
+void MtThreadWindows::place(int processorNb)
+{
+    if (isProcessorPlaceable() && _isRunning) {
+        DWORD_PTR mask = DWORD_PTR{1} << (processorNb & 31);
+        if (processorNb < 0) {
+            HANDLE const processHandle = ::GetCurrentProcess();
+            DWORD_PTR threadAffinity = 0;
+            DWORD_PTR systemAffinity = 0;
+            ZV_SYS_ASSERT(::GetProcessAffinityMask( processHandle, &threadAffinity, &systemAffinity ));
+            mask = threadAffinity;
+        }
+        ZV_SYS_ASSERT(::SetThreadAffinityMask( _threadHandle, mask ));
+    }
+    _processorNb = processorNb;
+}
+
+void MtThreadWindows::dump(std::ostream &os) const
+{
+    LiString const name = getName();
+    StateGuard const state(_stateLock);
+    int const level = MtPriorityLevels::fromSystemValue(
+        _isRunning ? ::GetThreadPriority(_threadHandle) : _priorityValue);
+    os << LkThreadId(_threadId) << std::setw(20) << name.getChars() << " prio " << std::setw(3)
+       << level << " NTprio " << std::setw(3)
+       << MtPriorityLevels::getBasePriority(::GetPriorityClass(::GetCurrentProcess()), level)
+       << " pol "
+       << "RR SYSTEM"
+       << " ex? " << (_exception.isNull() ? "no exception" : _exception->getReason()) << " runon "
+       << std::setw(2) << _processorNb;
+}
+
+// The stack is the system's: it has no protection page of the library's own to tell of.
+void printThreadStack()
+{
+    int volatile valueOnStack1 = 0;
+    int volatile valueOnStack2 = 0;
+    auto const address = [](int const volatile &value) { return const_cast<int const *>(&value); };
+    ZV_TRACE(*ThreadsStatics::threadLevel,
+             "&valueOnStack1 " << '[' << static_cast<void const *>(address(valueOnStack1)) << "] "
+                               << "&valueOnStack2 " << '['
+                               << static_cast<void const *>(address(valueOnStack2)) << "] "
+                               << "allocAddr "
+                               << "N/A"
+                               << " frontProtectAddr "
+                               << "N/A");
+}
+
+} // namespace Zv

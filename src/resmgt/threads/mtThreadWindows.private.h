@@ -1,0 +1,106 @@
+// The thread of the platform's services.
+#pragma once
+
+#include "platform/types.h"
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkLock.h"
+#include "resmgt/locks/lkRecLock.h"
+#include "resmgt/locks/lkUnnamedSema.h"
+#include "resmgt/threads/mtThread.h"
+#include "resmgt/threads/mtThreadPriority.h"
+#include "zvbase/exBase.h"
+#include "zvbase/threadAnnotations.h"
+
+namespace Zv {
+
+class MtThreadMgr;
+
+/// Two locks: `_lock` is held for a whole operation and during the protocol's callbacks; `_stateLock` is a leaf, for
+/// the fields, under which nothing but the system is called. The solver of priorities, `MtThreadMgr` and the thread
+/// itself take the leaf alone, so that a callback may turn to any of them.
+class MtThreadWindows final : public MtThread
+{
+public:
+    /// `isNewThread` false: stands for the calling thread, the main one.
+    MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> protocol, MtThreadMgr &threadMgr,
+                    bool isNewThread, bool terminateOnUnhandled, unsigned stackSize);
+
+    void start() override;
+    void stop() override;
+    void join() override;
+    void cancel() override;
+    void testCancel() override;
+    bool isProcessorPlaceable() const override;
+    int getProcessorNb() const override;
+    void setProcessorNb(int processorNb) override;
+    bool isRunning() const override;
+    bool isCancelable() const override;
+    LiString getName() const override;
+    Priority &getPriority() override;
+    MtThreadProtocol *getProtocol() const override;
+    MtThreadProtocol *getProtocolNoLock() const override;
+    ObjPtrRet<MtThreadProtocol> detachProtocol() override;
+    LkThreadId getThreadId() const override;
+    void dump(std::ostream &) const override;
+    ~MtThreadWindows() noexcept(false) override;
+    bool enableCancel() override;
+    bool disableCancel() override;
+
+protected:
+    void setPriorityValue(int level) override;
+    void applyProcessorNb() override;
+    void threadEnded() override;
+    void setProcessorNbNoLock(int processorNb) override;
+
+private:
+    friend class MtThreadWindowsTest;
+
+    static constexpr unsigned DEFAULT_STACK_SIZE = 0x10000;
+
+    static std::uint32_t execute(void *data);
+    void run() noexcept;
+
+    /// One start and what came of it.
+    struct Run
+    {
+        ZvPlatform::Handle handle; // null where the thread does not run
+        unsigned number;
+    };
+
+    void adoptCallingThread();
+    void enterRunning(ZvPlatform::Handle threadHandle, ZvPlatform::ThreadNumber threadId);
+    Run getRun() const;
+    ObjPtrRet<ExBase> waitForEnd();
+    /// Gives the exception of a run that has ended; does nothing where another `join` was first.
+    ObjPtrRet<ExBase> leaveRunning(Run const &run);
+    /// Brings the thread to its end, for the destructor.
+    void finish();
+    bool terminate();
+    bool isWithoutLogQueue() const;
+    void abortOnException() const;
+    bool setCancelable(bool cancelable, bool check);
+    bool isRunningNoLock() const;
+    void place(int processorNb) ZV_REQUIRES(_stateLock);
+
+    MtThreadMgr *_threadMgr;
+    ZvPlatform::Handle _threadHandle ZV_GUARDED_BY(_stateLock);
+    ZvPlatform::ThreadNumber _threadId ZV_GUARDED_BY(_stateLock);
+    int _priorityValue ZV_GUARDED_BY(_stateLock);
+    int _processorNb ZV_GUARDED_BY(_stateLock);
+    unsigned _stackSize;
+    bool _isRunning ZV_GUARDED_BY(_stateLock); // changes under both locks
+    bool _cancelable ZV_GUARDED_BY(_stateLock);
+    bool _terminateOnUnhandled;
+    bool _isNewThread;
+    unsigned _runNb ZV_GUARDED_BY(_stateLock); // counts the starts
+    unsigned _loggerRun; // written by the thread before the meeting in `start`
+    ObjPtr<ExBase> _exception ZV_GUARDED_BY(_stateLock);
+    LkRecLock _lock;
+    LkLock _stateLock;
+    LkUnnamedSema _started;
+    LkUnnamedSema _created;
+    MtThreadPriority _priority;
+    ObjPtr<MtThreadProtocol> _protocol ZV_GUARDED_BY(_lock);
+};
+
+} // namespace Zv

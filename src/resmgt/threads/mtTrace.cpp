@@ -1,0 +1,26 @@
+#include "resmgt/threads/mtTrace.private.h"
+
+#include "resmgt/threads/mtThreadMgr.h"
+
+#include <cstring>
+#include <iomanip>
+#include <ostream>
+
+namespace Zv {
+
+MtTrace::MtTrace()
+{
+    MtThread const * const thread = MtThreadMgr::findCurrentThread();
+    LiString const name = thread ? thread->getName() : LiString("unknown");
+    std::strncpy(_name, name.getChars(), sizeof(_name) - 1);
+    _name[sizeof(_name) - 1] = '\0';
+}
+
+MtTrace::~MtTrace() = default;
+
+void MtTrace::writeTag(std::ostream &stream) const
+{
+    stream << std::setiosflags(std::ios_base::left) << std::setw(15) << _name << ' ';
+}
+
+} // namespace Zv

@@ -1,0 +1,244 @@
+#include "resmgt/threads/mtSpecificData.h"
+
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/threads/mtEx.h"
+#include "threads/threadTesting.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+namespace Zv {
+
+/// Looks into the registry.
+class MtSpecificDataRegistryTest : public testing::Test
+{
+protected:
+    static std::size_t countEntries(MtOpaqueData const *data)
+    {
+        MtSpecificDataRegistry &registry = MtSpecificDataRegistry::getInstance();
+        LkGuard<LkRecLock const> const guard(registry._lock);
+        std::size_t count = 0;
+        for (auto const &entry : registry._entries)
+            count += entry.second == data;
+        return count;
+    }
+};
+
+namespace {
+
+int nbMade = 0;
+int nbDeleted = 0;
+
+struct Counted
+{
+    Counted() { ++nbMade; }
+    ~Counted() { ++nbDeleted; }
+    int value = 0;
+};
+
+class EmptyData : public MtOpaqueData
+{
+public:
+    EmptyData() : MtOpaqueData("name", [](void *) {}) {}
+
+protected:
+    void *performCreate() const override { return nullptr; }
+};
+
+class MtSpecificDataTest : public MtSpecificDataRegistryTest
+{
+protected:
+    void SetUp() override { nbMade = nbDeleted = 0; }
+};
+
+TEST_F(MtSpecificDataTest, SecondUseInAThreadGivesTheSameObjectAndMakesNothing)
+{
+    MtSpecificData<Counted> const data("data");
+    EXPECT_STREQ("data", data.getName());
+    EXPECT_TRUE(data.isNull());
+    Counted * const first = data.getPointee();
+    EXPECT_FALSE(data.isNull());
+    EXPECT_EQ(first, data.getPointee());
+    EXPECT_EQ(first, &*data);
+    data->value = 7;
+    EXPECT_EQ(7, first->value);
+    EXPECT_EQ(1, nbMade);
+    EXPECT_EQ(1u, countEntries(&data));
+}
+
+TEST_F(MtSpecificDataTest, TwoThreadsHaveTwoValuesAndTwoEntries)
+{
+    MtSpecificData<Counted> const data("data");
+    Counted * const mine = data.getPointee();
+    std::thread([&] {
+        EXPECT_TRUE(data.isNull());
+        EXPECT_NE(mine, data.getPointee());
+        EXPECT_EQ(2u, countEntries(&data));
+        MtSpecificDataRegistry::getInstance().removeSpecificData();
+        EXPECT_TRUE(data.isNull());
+        EXPECT_EQ(1, nbDeleted);
+        EXPECT_EQ(1u, countEntries(&data));
+    }).join();
+    EXPECT_EQ(mine, data.getPointee());
+    EXPECT_EQ(2, nbMade);
+}
+
+TEST_F(MtSpecificDataTest, RemovalWithoutEntriesDoesNothing)
+{
+    std::thread([] { MtSpecificDataRegistry::getInstance().removeSpecificData(); }).join();
+    EXPECT_EQ(0, nbDeleted);
+}
+
+TEST_F(MtSpecificDataTest, UseAfterRemovalMakesANewValue)
+{
+    std::thread([] {
+        MtSpecificData<Counted> const data("data");
+        data->value = 3;
+        MtSpecificDataRegistry::getInstance().removeSpecificData();
+        EXPECT_TRUE(data.isNull());
+        EXPECT_EQ(0, data->value);
+        EXPECT_EQ(2, nbMade);
+        EXPECT_EQ(1, nbDeleted);
+    }).join();
+    EXPECT_EQ(2, nbDeleted);
+}
+
+TEST_F(MtSpecificDataTest, NothingMadeIsNoContent)
+{
+    EmptyData const data;
+    try {
+        data.getPointee();
+        FAIL();
+    } catch (MtEx::ExNoContent const &failure) {
+        EXPECT_STREQ("MtOpaqueData(\"name\") has no content", failure.getReason());
+    }
+    EXPECT_TRUE(data.isNull());
+}
+
+TEST_F(MtSpecificDataTest, DeletionTakesTheEntryAlong)
+{
+    MtSpecificData<Counted> const data("data");
+    data.performDelete();
+    EXPECT_EQ(0, nbDeleted);
+    data.getPointee();
+    data.performDelete();
+    EXPECT_TRUE(data.isNull());
+    EXPECT_EQ(1, nbDeleted);
+    EXPECT_EQ(0u, countEntries(&data));
+    data.getPointee();
+    EXPECT_EQ(1u, countEntries(&data));
+}
+
+TEST_F(MtSpecificDataTest, DestructionDeletesTheCallersValueAndKeepsTheEntriesOfOthers)
+{
+    auto * const data = new MtSpecificData<Counted>("data");
+    data->getPointee();
+    std::thread([&] { data->getPointee(); }).join();
+    EXPECT_EQ(2u, countEntries(data));
+    delete data;
+    EXPECT_EQ(1, nbDeleted);
+    EXPECT_EQ(1u, countEntries(data));
+}
+
+TEST_F(MtSpecificDataTest, AddingNothingFailsTheAssertion)
+{
+    EXPECT_EQ("data", failedAssertion(
+                          [] { MtSpecificDataRegistry::getInstance().addSpecificData(nullptr); }));
+}
+
+TEST_F(MtSpecificDataTest, AnEntryWithoutValueFailsTheAssertion)
+{
+    std::thread([] {
+        MtSpecificData<Counted> const data("data");
+        MtSpecificDataRegistry::getInstance().addSpecificData(&data);
+        EXPECT_EQ("!data->isNull()", failedAssertion([] {
+                      MtSpecificDataRegistry::getInstance().removeSpecificData();
+                  }));
+    }).join();
+}
+
+/// Uses other data while it is deleted.
+struct Reviving
+{
+    ~Reviving()
+    {
+        if (next)
+            next->getPointee();
+    }
+    MtSpecificData<Counted> const *next = nullptr;
+};
+
+TEST_F(MtSpecificDataTest, ValuesThatADeleterMakesAreRemovedToo)
+{
+    std::thread([] {
+        MtSpecificData<Counted> const late("late");
+        MtSpecificData<Reviving> const data("data");
+        data->next = &late;
+        MtSpecificDataRegistry::getInstance().removeSpecificData();
+        EXPECT_TRUE(data.isNull());
+        EXPECT_TRUE(late.isNull());
+        EXPECT_EQ(1, nbMade);
+        EXPECT_EQ(1, nbDeleted);
+    }).join();
+}
+
+struct Failing
+{
+    Failing() { throw MtEx::ExNotImplemented("f", 1, "Failing"); }
+};
+
+TEST_F(MtSpecificDataTest, AValueThatCannotBeMadeLeavesNothing)
+{
+    MtSpecificData<Failing> const data("data");
+    EXPECT_THROW(data.getPointee(), MtEx::ExNotImplemented);
+    EXPECT_TRUE(data.isNull());
+    EXPECT_EQ(0u, countEntries(&data));
+}
+
+std::vector<int> deleted;
+
+template <int N>
+struct Ordered
+{
+    ~Ordered() { deleted.push_back(N); }
+};
+
+TEST_F(MtSpecificDataTest, ValuesGoInTheOrderOfTheirMaking)
+{
+    deleted.clear();
+    std::thread([] {
+        MtSpecificData<Ordered<1>> const first("first");
+        MtSpecificData<Ordered<2>> const second("second");
+        second.getPointee();
+        first.getPointee();
+        MtSpecificDataRegistry::getInstance().removeSpecificData();
+    }).join();
+    EXPECT_EQ((std::vector<int>{2, 1}), deleted);
+}
+
+class MtSpecificDataThreadTest : public MtSpecificDataTest
+{
+protected:
+    void SetUp() override
+    {
+        MtSpecificDataTest::SetUp();
+        MtThreadTestAccess::setCanStart(true);
+    }
+};
+
+TEST_F(MtSpecificDataThreadTest, AThreadThatEndsFreesItsValues)
+{
+    MtSpecificData<Counted> const data("data");
+    ObjPtr<MtThread> const thread =
+        makeThread("user", [&](TestProtocol &, MtThread *) { data->value = 1; });
+    thread->start();
+    thread->join();
+    EXPECT_EQ(1, nbMade);
+    EXPECT_EQ(1, nbDeleted);
+    EXPECT_EQ(0u, countEntries(&data));
+}
+
+} // namespace
+} // namespace Zv

@@ -1,0 +1,420 @@
+#include "resmgt/threads/mtThreadMgr.h"
+
+#include "resmgt/locks/mtUtil.h"
+#include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtPriorityMgr.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/mtThreadGroup.h"
+#include "resmgt/threads/mtThreadMgrImp.private.h"
+#include "resmgt/threads/threadsStatics.private.h"
+#include "threads/threadTesting.h"
+#include "zvbase/envVar.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+/// A thread that is a number.
+class NumberThread : public MtThread
+{
+public:
+    explicit NumberThread(unsigned long number) : _number(number) {}
+    ~NumberThread() noexcept(false) override = default;
+    void start() override {}
+    void stop() override {}
+    void join() override {}
+    void cancel() override {}
+    void testCancel() override {}
+    bool isRunning() const override { return false; }
+    bool isCancelable() const override { return false; }
+    LiString getName() const override { return "number"; }
+    Priority &getPriority() override { throw 1; }
+    MtThreadProtocol *getProtocol() const override { return nullptr; }
+    MtThreadProtocol *getProtocolNoLock() const override { return nullptr; }
+    ObjPtrRet<MtThreadProtocol> detachProtocol() override { return nullptr; }
+    LkThreadId getThreadId() const override { return LkThreadId(_number); }
+    void dump(std::ostream &os) const override { os << "thread " << _number; }
+    bool enableCancel() override { return false; }
+    bool disableCancel() override { return false; }
+
+protected:
+    void setPriorityValue(int) override {}
+    void applyProcessorNb() override {}
+    void threadEnded() override {}
+    void setProcessorNbNoLock(int) override {}
+
+private:
+    unsigned long _number;
+};
+
+/// Makes main threads that nobody registers.
+class NumberFactory : public MtThreadFactory
+{
+public:
+    ObjPtrRet<MtThread> createThread(LiString const &, ObjPtr<MtThreadProtocol>, bool,
+                                     unsigned) override
+    {
+        return nullptr;
+    }
+    int getMinPriority() const override { return 0; }
+    int getMaxPriority() const override { return 6; }
+    ~NumberFactory() override = default;
+
+    std::vector<LiString> mainThreads;
+
+protected:
+    ObjPtrRet<MtThread> createMainThread(LiString const &name, MtThreadMgr &) override
+    {
+        mainThreads.push_back(name);
+        return ObjPtrRet<MtThread>(new NumberThread(1));
+    }
+};
+
+/// The portable manager, with a real-time operation that can be refused.
+class TestMgr : public MtThreadMgrImp
+{
+public:
+    explicit TestMgr(MtThreadFactory &factory) : MtThreadMgrImp(factory) {}
+    ~TestMgr() noexcept(false) override = default;
+
+    void enableRealTime() override
+    {
+        ++nbEnabled;
+        if (isRefused)
+            throw MtEx::ExRealTimeNotEnabled("f", 1, "refused");
+        if (isBroken)
+            throw AssertionFailed("f", 1, "broken");
+        MtThreadMgrImp::enableRealTime();
+    }
+    void disableRealTime() override
+    {
+        ++nbDisabled;
+        MtThreadMgrImp::disableRealTime();
+    }
+    static void setParam(RealTimeParam param) { _realTimeParam = param; }
+    ObjPtrRet<MtThread> makeMainThread(MtThreadFactory &factory)
+    {
+        return createMainThread(factory);
+    }
+
+    int nbEnabled = 0;
+    int nbDisabled = 0;
+    bool isRefused = false;
+    bool isBroken = false;
+};
+
+class TestGroup : public MtThreadGroup
+{
+public:
+    explicit TestGroup(std::vector<std::pair<int, unsigned>> &calls, int id)
+        : _calls(calls), _id(id)
+    {}
+    void processorsChanged(unsigned nbProcessors) override
+    {
+        _calls.emplace_back(_id, nbProcessors);
+        if (leaving)
+            leaving->removeGroup(this);
+    }
+    MtThreadMgr *leaving = nullptr;
+
+private:
+    std::vector<std::pair<int, unsigned>> &_calls;
+    int _id;
+};
+
+class NoRealTimeGuard
+{
+public:
+    explicit NoRealTimeGuard(char const *assignment) { EnvVar::putEnv(assignment); }
+    ~NoRealTimeGuard()
+    {
+        EnvVar::putEnv("ZV_THREAD_NO_REALTIME=");
+        ThreadsStatics::noRealTime.refresh();
+    }
+};
+
+class MtThreadMgrTest : public ThreadTest
+{
+protected:
+    MtThreadMgrTest() : _param(MtThreadMgr::getRealTimeParam()) {}
+    ~MtThreadMgrTest() override { TestMgr::setParam(_param); }
+
+    NumberFactory factory;
+
+private:
+    std::unique_ptr<TestMgr> const _manager{new TestMgr(factory)};
+
+protected:
+    TestMgr &manager{*_manager};
+
+private:
+    MtThreadMgr::RealTimeParam _param;
+};
+
+// ---- registration
+
+TEST_F(MtThreadMgrTest, MakesTheMainThreadByTheFactory)
+{
+    EXPECT_EQ(std::vector<LiString>{"main"}, factory.mainThreads);
+    EXPECT_EQ(0u, manager.getNbThreads());
+    EXPECT_EQ(~0u, manager.getNbProcessors());
+    EXPECT_FALSE(manager.isRealTime());
+}
+
+TEST_F(MtThreadMgrTest, TheProcessHasOneMainThread)
+{
+    MtThreadMgr::getInstance();
+    EXPECT_EQ("first", failedAssertion([&] {
+                  manager.makeMainThread(MtThreadFactory::getInstance()).isNull();
+              }));
+    EXPECT_EQ(0u, manager.getNbThreads());
+}
+
+TEST_F(MtThreadMgrTest, AddingAThreadTwiceFailsTheAssertion)
+{
+    NumberThread thread(5);
+    manager.addThread(&thread);
+    EXPECT_EQ("findNoLock( thread ) == 0", failedAssertion([&] { manager.addThread(&thread); }));
+    EXPECT_EQ(1u, manager.getNbThreads());
+    manager.removeThread(&thread);
+    EXPECT_EQ("findNoLock( thread ) == thread",
+              failedAssertion([&] { manager.removeThread(&thread); }));
+}
+
+TEST_F(MtThreadMgrTest, AddingAGroupTwiceFailsTheAssertion)
+{
+    std::vector<std::pair<int, unsigned>> calls;
+    TestGroup group(calls, 1);
+    manager.addGroup(&group);
+    EXPECT_EQ("findNoLock( group ) == 0", failedAssertion([&] { manager.addGroup(&group); }));
+    manager.removeGroup(&group);
+    EXPECT_EQ("findNoLock( group ) == group",
+              failedAssertion([&] { manager.removeGroup(&group); }));
+}
+
+TEST_F(MtThreadMgrTest, NothingMayBeAddedAndRemovedAnyNumberOfTimes)
+{
+    manager.removeThread(nullptr);
+    manager.addThread(nullptr);
+    std::ostringstream os;
+    manager.MtThreadMgrImp::dump(os);
+    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(77)));
+    manager.removeThread(nullptr);
+    manager.removeGroup(nullptr);
+    EXPECT_EQ(0u, manager.getNbThreads());
+}
+
+TEST_F(MtThreadMgrTest, FirstThreadOfANumberIsFound)
+{
+    NumberThread a(5), b(7), c(7);
+    manager.addThread(&a);
+    manager.addThread(&b);
+    manager.addThread(&c);
+    EXPECT_EQ(&a, manager.findThread(LkThreadId(5)));
+    EXPECT_EQ(&b, manager.findThread(LkThreadId(7)));
+    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(6)));
+    manager.removeThread(&b);
+    EXPECT_EQ(&c, manager.findThread(LkThreadId(7)));
+    manager.removeThread(&a);
+    manager.removeThread(&c);
+}
+
+TEST_F(MtThreadMgrTest, ThreadsAreFoundByTheNumbersThatTheyReport)
+{
+    NumberThread a(0), b(0);
+    manager.threadIdChanged(&a, LkThreadId(9)); // not registered
+    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(9)));
+    manager.addThread(&a);
+    manager.addThread(&b);
+    manager.threadIdChanged(&b, LkThreadId(9));
+    EXPECT_EQ(&b, manager.findThread(LkThreadId(9)));
+    manager.threadIdChanged(&a, LkThreadId(9));
+    EXPECT_EQ(&a, manager.findThread(LkThreadId(9))); // registered first
+    manager.threadIdChanged(&a, LkThreadId());
+    EXPECT_EQ(&b, manager.findThread(LkThreadId(9)));
+    EXPECT_EQ(&a, manager.findThread(LkThreadId())); // the first that does not run
+    manager.removeThread(&b);
+    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(9)));
+    manager.removeThread(&a);
+}
+
+TEST_F(MtThreadMgrTest, DumpHasEachThreadOnALineInOrder)
+{
+    NumberThread a(5), b(7);
+    manager.addThread(&b);
+    manager.addThread(&a);
+    std::ostringstream os;
+    os << static_cast<MtThreadMgr const &>(manager);
+    EXPECT_EQ("\nthread 7\nthread 5", os.str());
+    manager.removeThread(&a);
+    manager.removeThread(&b);
+}
+
+TEST_F(MtThreadMgrTest, DumpOfTheProcessEndsWithThePriorities)
+{
+    std::ostringstream os, priorities;
+    os << MtThreadMgr::getInstance();
+    MtPriorityMgr::getInstance().dump(priorities);
+    EXPECT_TRUE(os.str().ends_with(priorities.str()));
+    EXPECT_TRUE(os.str().starts_with("\n0x")) << os.str();
+    EXPECT_NE(std::string::npos,
+              os.str().find("                main prio   0 NTprio   1 pol RR SYSTEM"))
+        << os.str();
+}
+
+TEST_F(MtThreadMgrTest, DestructionWithAThreadFailsTheAssertion)
+{
+    NumberThread thread(5);
+    auto * const other = new TestMgr(factory);
+    other->addThread(&thread);
+    EXPECT_EQ("_threads.size() == 0", failedAssertion([&] { delete other; }));
+}
+
+TEST_F(MtThreadMgrTest, DestructionWithAGroupFailsTheAssertion)
+{
+    std::vector<std::pair<int, unsigned>> calls;
+    TestGroup group(calls, 1);
+    auto * const other = new TestMgr(factory);
+    other->addGroup(&group);
+    EXPECT_EQ("_groups.size() == 0", failedAssertion([&] { delete other; }));
+}
+
+TEST_F(MtThreadMgrTest, AThreadThatTheLibraryDidNotMakeIsNobody)
+{
+    MtThread *found = &*ObjPtr<MtThread>(makeWaitingThread()); // anything but null
+    std::thread([&] { found = MtThreadMgr::findCurrentThread(); }).join();
+    EXPECT_EQ(nullptr, found);
+}
+
+TEST_F(MtThreadMgrTest, TheMainThreadRunsAndIsFound)
+{
+    MtThread * const main = MtThreadMgr::findCurrentThread();
+    ASSERT_NE(nullptr, main);
+    EXPECT_EQ("main", main->getName());
+    EXPECT_TRUE(main->isRunning());
+    EXPECT_TRUE(main->getThreadId().isCurrentThread());
+    EXPECT_EQ(nullptr, main->getProtocol());
+    main->stop();
+    EXPECT_FALSE(main->isCancelable());
+    main->cancel();
+}
+
+// ---- processors
+
+TEST_F(MtThreadMgrTest, GroupsHearOfANewNumberOfProcessorsOnce)
+{
+    std::vector<std::pair<int, unsigned>> calls;
+    TestGroup a(calls, 1), b(calls, 2);
+    manager.addGroup(&b);
+    manager.addGroup(&a);
+    manager.setNbProcessors(4);
+    EXPECT_EQ((std::vector<std::pair<int, unsigned>>{{2, 4}, {1, 4}}), calls);
+    EXPECT_EQ(4u, manager.getNbProcessors());
+    manager.setNbProcessors(4);
+    EXPECT_EQ(2u, calls.size());
+    b.leaving = &manager;
+    manager.setNbProcessors(3);
+    manager.setNbProcessors(2);
+    EXPECT_EQ((std::vector<std::pair<int, unsigned>>{{2, 4}, {1, 4}, {2, 3}, {1, 3}, {1, 2}}),
+              calls);
+    manager.removeGroup(&a);
+}
+
+TEST_F(MtThreadMgrTest, TheManagerOfTheProcessKnowsItsProcessorsAndTellsNoGroup)
+{
+    MtThreadMgr &process = MtThreadMgr::getInstance();
+    unsigned const nbProcessors = process.getNbProcessors();
+    EXPECT_EQ(static_cast<unsigned>(MtUtil::getNbProcessors()), nbProcessors);
+    std::vector<std::pair<int, unsigned>> calls;
+    TestGroup group(calls, 1);
+    process.addGroup(&group);
+    process.setNbProcessors(nbProcessors + 1);
+    EXPECT_EQ(nbProcessors + 1, process.getNbProcessors());
+    process.setNbProcessors(nbProcessors);
+    process.removeGroup(&group);
+    EXPECT_TRUE(calls.empty());
+}
+
+// ---- real time
+
+TEST_F(MtThreadMgrTest, ApplicationSaysWhatItWants)
+{
+    TestMgr::setParam(MtThreadMgr::REAL_TIME_NOT_STATED);
+    MtThreadMgr::indicateAppIsRealTime(false);
+    EXPECT_EQ(1, MtThreadMgr::getRealTimeParam());
+    MtThreadMgr::indicateAppIsRealTime(true);
+    EXPECT_EQ(2, MtThreadMgr::getRealTimeParam());
+}
+
+TEST_F(MtThreadMgrTest, RealTimeIsEnabledOnceAndDisabledOnce)
+{
+    manager.setRealTime(false);
+    EXPECT_EQ(0, manager.nbDisabled);
+    manager.setRealTime(true);
+    manager.setRealTime(true);
+    EXPECT_EQ(1, manager.nbEnabled);
+    EXPECT_TRUE(manager.isRealTime());
+    manager.setRealTime(false);
+    manager.setRealTime(false);
+    EXPECT_EQ(1, manager.nbDisabled);
+    EXPECT_FALSE(manager.isRealTime());
+}
+
+TEST_F(MtThreadMgrTest, ARefusalIsDroppedWhereRealTimeIsMerelyWanted)
+{
+    TestMgr::setParam(MtThreadMgr::REAL_TIME_WANTED);
+    manager.isRefused = true;
+    manager.setRealTime(true);
+    EXPECT_FALSE(manager.isRealTime());
+    manager.setRealTime(true);
+    EXPECT_EQ(2, manager.nbEnabled);
+}
+
+TEST_F(MtThreadMgrTest, ARefusalIsThrownWhereRealTimeIsRequired)
+{
+    TestMgr::setParam(MtThreadMgr::REAL_TIME_REQUIRED);
+    manager.isRefused = true;
+    try {
+        manager.setRealTime(true);
+        FAIL();
+    } catch (MtEx::ExRealTimeNotEnabled const &refusal) {
+        EXPECT_STREQ("Failure to enable real-time: refused.", refusal.getReason());
+    }
+    EXPECT_FALSE(manager.isRealTime());
+}
+
+TEST_F(MtThreadMgrTest, AnyOtherFailureIsThrown)
+{
+    manager.isBroken = true;
+    EXPECT_EQ("broken", failedAssertion([&] { manager.setRealTime(true); }));
+    EXPECT_FALSE(manager.isRealTime());
+}
+
+TEST_F(MtThreadMgrTest, TheEnvironmentSwitchesBothWaysOff)
+{
+    manager.setRealTime(true);
+    NoRealTimeGuard const off("ZV_THREAD_NO_REALTIME=1");
+    manager.setRealTime(false);
+    EXPECT_TRUE(manager.isRealTime());
+    EXPECT_EQ(0, manager.nbDisabled);
+}
+
+TEST_F(MtThreadMgrTest, AChangeOfTheEnvironmentCountsFromTheNextSwitch)
+{
+    NoRealTimeGuard const off("ZV_THREAD_NO_REALTIME=-1");
+    manager.setRealTime(true);
+    EXPECT_FALSE(manager.isRealTime());
+    EnvVar::putEnv("ZV_THREAD_NO_REALTIME=0");
+    manager.setRealTime(true);
+    EXPECT_TRUE(manager.isRealTime());
+}
+
+} // namespace
+} // namespace Zv

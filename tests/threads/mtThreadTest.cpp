@@ -1,0 +1,759 @@
+#include "resmgt/threads/mtThread.h"
+
+#include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/mtThreadWindows.private.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/rtPriorities.h"
+#include "resmgt/threads/threadsStatics.private.h"
+#include "threads/threadTesting.h"
+#include "zvbase/envVar.h"
+
+#include <gtest/gtest.h>
+
+#include <sched.h>
+#include <sys/prctl.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <latch>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace Zv {
+
+/// Looks into the thread of the platform.
+class MtThreadWindowsTest : public ThreadTest
+{
+protected:
+    static MtThreadWindows &imp(MtThread &thread)
+    {
+        return dynamic_cast<MtThreadWindows &>(thread);
+    }
+    static unsigned getStackSize(MtThread &thread) { return imp(thread)._stackSize; }
+    static void execute(void *data) { MtThreadWindows::execute(data); }
+    static void setException(MtThread &thread, ExBase *exception)
+    {
+        LkGuard<LkLock const> const state(imp(thread)._stateLock);
+        imp(thread)._exception.reset(exception);
+    }
+    static int getPriorityValue(MtThread &thread)
+    {
+        LkGuard<LkLock const> const state(imp(thread)._stateLock);
+        return imp(thread)._priorityValue;
+    }
+    static void setPriorityValue(MtThread &thread, int level)
+    {
+        imp(thread).setPriorityValue(level);
+    }
+};
+
+namespace {
+
+using MtThreadTest = MtThreadWindowsTest;
+using MtThreadDeathTest = MtThreadWindowsTest;
+
+std::set<int> processorsOfCaller()
+{
+    cpu_set_t mask;
+    CPU_ZERO(&mask);
+    sched_getaffinity(0, sizeof(mask), &mask);
+    std::set<int> processors;
+    for (int i = 0; i != CPU_SETSIZE; ++i)
+        if (CPU_ISSET(i, &mask))
+            processors.insert(i);
+    return processors;
+}
+
+/// A thread that answers questions about itself until it is stopped.
+class AskedThread
+{
+public:
+    AskedThread()
+        : _thread(makeThread("asked", [this](TestProtocol &, MtThread *) {
+              for (;;) {
+                  _asked.acquire();
+                  if (!_question)
+                      return;
+                  _question();
+                  _answered.release();
+              }
+          }))
+    {}
+    ~AskedThread()
+    {
+        if (_thread->isRunning())
+            end();
+    }
+
+    MtThread &operator*() { return *_thread; }
+    MtThread *operator->() { return _thread.get(); }
+    void ask(std::function<void()> question)
+    {
+        _question = std::move(question);
+        _asked.release();
+        if (_question)
+            _answered.acquire();
+    }
+    void end()
+    {
+        _question = nullptr;
+        _asked.release();
+        _thread->join();
+    }
+    std::set<int> getProcessors()
+    {
+        std::set<int> processors;
+        ask([&] { processors = processorsOfCaller(); });
+        return processors;
+    }
+
+private:
+    std::function<void()> _question;
+    std::binary_semaphore _asked{0};
+    std::binary_semaphore _answered{0};
+    ObjPtr<MtThread> _thread;
+};
+
+TEST_F(MtThreadTest, RunsItsBodyAndEndsWithIt)
+{
+    LkThreadId id;
+    MtThread *current = nullptr;
+    MtThread *given = nullptr;
+    ObjPtr<MtThread> const thread = makeThread("body", [&](TestProtocol &, MtThread *self) {
+        id.setCurrentThread();
+        current = MtThreadMgr::findCurrentThread();
+        given = self;
+        EXPECT_TRUE(self->isRunning());
+        EXPECT_EQ(id, self->getThreadId());
+    });
+    EXPECT_FALSE(thread->isRunning());
+    EXPECT_TRUE(thread->getThreadId().isNull());
+    EXPECT_EQ("body", thread->getName());
+    thread->start();
+    thread->join();
+    EXPECT_FALSE(thread->isRunning());
+    EXPECT_TRUE(thread->getThreadId().isNull());
+    EXPECT_FALSE(id.isCurrentThread());
+    EXPECT_EQ(thread.get(), current);
+    EXPECT_EQ(thread.get(), given);
+}
+
+TEST_F(MtThreadTest, StartBeforeThreadsAreAllowedFailsTheAssertion)
+{
+    ObjPtr<MtThread> const thread = makeThread("early", [](TestProtocol &, MtThread *) {});
+    MtThreadTestAccess::setCanStart(false);
+    EXPECT_EQ("canStart()", failedAssertion([&] { thread->start(); }));
+    EXPECT_FALSE(thread->isRunning());
+    MtThreadTestAccess::setCanStart(true);
+    thread->start();
+    thread->join();
+}
+
+TEST_F(MtThreadTest, SecondStartWithoutJoinFailsTheAssertion)
+{
+    int nbRuns = 0;
+    ObjPtr<MtThread> const thread =
+        makeThread("twice", [&](TestProtocol &, MtThread *) { ++nbRuns; });
+    thread->start();
+    EXPECT_EQ("!isRunningNoLock()", failedAssertion([&] { thread->start(); }));
+    thread->join();
+    thread->start();
+    thread->join();
+    EXPECT_EQ(2, nbRuns);
+}
+
+TEST_F(MtThreadTest, SecondJoinReturnsAtOnce)
+{
+    ObjPtr<MtThread> const thread = makeThread("joined", [](TestProtocol &, MtThread *) {});
+    thread->join(); // never ran
+    thread->start();
+    thread->join();
+    thread->join();
+    EXPECT_FALSE(thread->isRunning());
+}
+
+TEST_F(MtThreadTest, ManyMayJoinOneThread)
+{
+    for (int round = 0; round != 20; ++round) {
+        ObjPtr<MtThread> const thread = makeWaitingThread();
+        thread->start();
+        std::latch ready(4);
+        std::vector<std::thread> joiners;
+        for (int i = 0; i != 3; ++i)
+            joiners.emplace_back([&] {
+                ready.arrive_and_wait();
+                thread->join();
+                EXPECT_FALSE(thread->isRunning());
+            });
+        ready.arrive_and_wait();
+        thread->stop();
+        for (std::thread &joiner : joiners)
+            joiner.join();
+    }
+}
+
+TEST_F(MtThreadTest, AJoinThatComesLateLeavesTheNextRunAlone)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    std::atomic<bool> isOver = false;
+    thread->start();
+    std::thread joiner([&] {
+        while (!isOver)
+            thread->join();
+    });
+    for (int round = 0; round != 50; ++round) {
+        thread->stop();
+        thread->join();
+        thread->start();
+        EXPECT_TRUE(thread->isRunning());
+        EXPECT_FALSE(thread->getThreadId().isNull());
+    }
+    isOver = true;
+    thread->stop();
+    joiner.join();
+}
+
+TEST_F(MtThreadTest, StackSizeOfZeroIs65536Bytes)
+{
+    std::size_t nbWritten = 0;
+    ObjPtr<MtThread> const thread = makeThread("stack", [&](TestProtocol &, MtThread *) {
+        std::array<unsigned char volatile, 56 * 1024> block;
+        for (std::size_t i = 0; i != block.size(); i += 512, ++nbWritten)
+            block[i] = 1;
+    });
+    EXPECT_EQ(65536u, getStackSize(*thread));
+    thread->start();
+    thread->join();
+    EXPECT_EQ(112u, nbWritten);
+}
+
+TEST_F(MtThreadTest, StackSizeIsTheCallersToChoose)
+{
+    std::size_t nbWritten = 0;
+    ObjPtr<MtThread> const thread = makeThread(
+        "stack",
+        [&](TestProtocol &, MtThread *) {
+            std::array<unsigned char volatile, 900 * 1024> block;
+            for (std::size_t i = 0; i != block.size(); i += 1024, ++nbWritten)
+                block[i] = 1;
+        },
+        1024 * 1024);
+    EXPECT_EQ(1024u * 1024u, getStackSize(*thread));
+    thread->start();
+    thread->join();
+    EXPECT_EQ(900u, nbWritten);
+}
+
+TEST_F(MtThreadTest, FirstFifteenBytesOfTheNameReachTheSystem)
+{
+    std::array<char, 16> name{};
+    ObjPtr<MtThread> const thread =
+        makeThread("a name that is too long",
+                   [&](TestProtocol &, MtThread *) { prctl(PR_GET_NAME, name.data()); });
+    thread->start();
+    thread->join();
+    EXPECT_STREQ("a name that is ", name.data());
+}
+
+TEST_F(MtThreadTest, ExecutionWithoutThreadFailsTheAssertion)
+{
+    EXPECT_EQ("data", failedAssertion([] { execute(nullptr); }));
+}
+
+// ---- cancelling
+
+TEST_F(MtThreadTest, CancelOfAThreadThatDidNotEnableItDoesNothing)
+{
+    AskedThread thread;
+    thread->cancel(); // not running
+    thread->start();
+    EXPECT_FALSE(thread->isCancelable());
+    thread->cancel();
+    bool isAlive = false;
+    thread.ask([&] { isAlive = true; });
+    EXPECT_TRUE(isAlive);
+    thread.ask([&] {
+        EXPECT_TRUE(thread->enableCancel());
+        EXPECT_FALSE(thread->enableCancel());
+        EXPECT_TRUE(thread->isCancelable());
+        EXPECT_TRUE(thread->disableCancel());
+        EXPECT_FALSE(thread->disableCancel());
+    });
+    thread->cancel();
+    isAlive = false;
+    thread.ask([&] { isAlive = true; });
+    EXPECT_TRUE(isAlive);
+}
+
+TEST_F(MtThreadTest, QuestionsAboutCancellingNeedARunningThread)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    EXPECT_EQ("isRunning()", failedAssertion([&] { thread->isCancelable(); }));
+    EXPECT_EQ("!check || isRunningNoLock()", failedAssertion([&] { thread->enableCancel(); }));
+    EXPECT_EQ("!check || isRunningNoLock()", failedAssertion([&] { thread->disableCancel(); }));
+    thread->testCancel();
+}
+
+class CanceledProtocol : public MtThreadProtocol
+{
+public:
+    explicit CanceledProtocol(std::vector<std::string> &calls) : _calls(calls) {}
+
+    void performAttach(MtThread *) override { _calls.push_back("attach"); }
+    void performDetach(MtThread *) override { _calls.push_back("detach"); }
+    void performExecute(MtThread *thread) override
+    {
+        thread->enableCancel();
+        ready.release();
+        for (;;)
+            never.acquire();
+    }
+    void performCanceled(MtThread *) override { _calls.push_back("canceled"); }
+    void performStop(MtThread *) override { _calls.push_back("stop"); }
+
+    std::binary_semaphore ready{0};
+    std::binary_semaphore never{0};
+
+private:
+    std::vector<std::string> &_calls;
+};
+
+TEST_F(MtThreadTest, CancelKillsAThreadThatEnabledItAndTellsTheProtocol)
+{
+    std::vector<std::string> calls;
+    auto * const protocol = new CanceledProtocol(calls);
+    {
+        ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
+            "killed", ObjPtr<MtThreadProtocol>(protocol), true, 0);
+        for (int round = 0; round != 3; ++round) {
+            thread->start();
+            protocol->ready.acquire();
+            EXPECT_TRUE(thread->isCancelable());
+            thread->cancel();
+            EXPECT_TRUE(thread->isRunning());
+            thread->join();
+            EXPECT_FALSE(thread->isRunning());
+        }
+        EXPECT_EQ((std::vector<std::string>{"attach", "canceled", "canceled", "canceled"}), calls);
+        calls.clear();
+    }
+    EXPECT_EQ((std::vector<std::string>{"stop", "detach"}), calls);
+}
+
+// ---- protocol
+
+TEST_F(MtThreadTest, ThreadGivesItsProtocolAwayAfterDetaching)
+{
+    std::vector<std::string> calls;
+    auto * const protocol = new CanceledProtocol(calls);
+    ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
+        "detached", ObjPtr<MtThreadProtocol>(protocol), true, 0);
+    EXPECT_EQ(protocol, thread->getProtocol());
+    EXPECT_EQ(protocol, thread->getProtocolNoLock());
+    ObjPtr<MtThreadProtocol> const taken(thread->detachProtocol());
+    EXPECT_EQ(protocol, taken.get());
+    EXPECT_EQ(nullptr, thread->getProtocol());
+    EXPECT_EQ((std::vector<std::string>{"attach", "detach"}), calls);
+    thread->stop();
+    thread->start();
+    thread->join();
+    thread.reset();
+    EXPECT_EQ((std::vector<std::string>{"attach", "detach"}), calls);
+}
+
+class FailingAttach : public TestProtocol
+{
+public:
+    FailingAttach() : TestProtocol([](TestProtocol &, MtThread *) {}) {}
+    void performAttach(MtThread *) override { throw std::runtime_error("no"); }
+};
+
+TEST_F(MtThreadTest, ThreadWhoseProtocolDoesNotAttachIsNeitherMadeNorRegistered)
+{
+    unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    EXPECT_THROW(MtThreadFactory::getInstance()
+                     .createThread("failing", ObjPtr<MtThreadProtocol>(new FailingAttach), true, 0)
+                     .isNull(),
+                 std::runtime_error);
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+}
+
+class DetachFailing : public TestProtocol
+{
+public:
+    DetachFailing() : TestProtocol([](TestProtocol &, MtThread *) {}) {}
+    void performDetach(MtThread *) override { throw std::runtime_error("no"); }
+};
+
+TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToDetachIsUnregisteredAllTheSame)
+{
+    unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
+        "failing", ObjPtr<MtThreadProtocol>(new DetachFailing), true, 0);
+    EXPECT_THROW(thread.reset(), std::runtime_error);
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    try {
+        ObjPtr<MtThread> const unwound = MtThreadFactory::getInstance().createThread(
+            "failing", ObjPtr<MtThreadProtocol>(new DetachFailing), true, 0);
+        throw 1;
+    } catch (int) {
+    }
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+}
+
+TEST_F(MtThreadTest, DestructionStopsAndJoins)
+{
+    std::atomic<bool> hasEnded = false;
+    {
+        ObjPtr<MtThread> const thread =
+            makeThread("destroyed", [&](TestProtocol &protocol, MtThread *) {
+                protocol.waitForStop();
+                hasEnded = true;
+            });
+        thread->start();
+    }
+    EXPECT_TRUE(hasEnded);
+}
+
+class ReenteringProtocol : public MtThreadProtocol
+{
+public:
+    void performExecute(MtThread *) override { _stop.acquire(); }
+    void performStop(MtThread *thread) override
+    {
+        _isRunning = thread->isRunning();
+        thread->setProcessorNb(thread->getProcessorNb());
+        _stop.release();
+    }
+    void performDetach(MtThread *thread) override
+    {
+        // Another thread gets at the thread's lock meanwhile.
+        std::thread([thread] { thread->getProtocol(); }).join();
+    }
+    bool _isRunning = false;
+
+private:
+    std::counting_semaphore<> _stop{0};
+};
+
+TEST_F(MtThreadTest, CallbacksMayCallBackAndDetachingHoldsNoLock)
+{
+    auto * const protocol = new ReenteringProtocol;
+    ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
+        "reentering", ObjPtr<MtThreadProtocol>(protocol), true, 0);
+    thread->start();
+    thread->stop();
+    EXPECT_TRUE(protocol->_isRunning);
+    thread->join();
+}
+
+// ---- priority
+
+TEST_F(MtThreadTest, LevelIsKeptAndAppliedAtTheStart)
+{
+    AskedThread thread;
+    EXPECT_EQ(-15, getPriorityValue(*thread)); // a free node has the lowest value
+    PriorityRelation const relation("interrupt", RtPriorities::getInstance().getInterruptPriority(),
+                                    PriorityRelation::EQUAL, thread->getPriority());
+    EXPECT_EQ(15, getPriorityValue(*thread));
+    thread->start();
+    std::ostringstream os;
+    thread->dump(os);
+    EXPECT_NE(std::string::npos, os.str().find(" prio   6 NTprio ")) << os.str();
+    thread.end();
+}
+
+TEST_F(MtThreadTest, EachLevelHasItsSystemValue)
+{
+    AskedThread thread;
+    thread->start();
+    int const values[] = {-15, -2, -1, 0, 1, 2, 15};
+    for (int level = 0; level != 7; ++level) {
+        setPriorityValue(*thread, level);
+        EXPECT_EQ(values[level], getPriorityValue(*thread));
+        std::ostringstream os;
+        thread->dump(os);
+        EXPECT_NE(std::string::npos, os.str().find(" prio   " + std::to_string(level))) << os.str();
+    }
+    EXPECT_THROW(setPriorityValue(*thread, 7), ProgramAborted);
+    EXPECT_THROW(setPriorityValue(*thread, -1), ProgramAborted);
+    thread.end();
+}
+
+/// Destroys a relation of its thread while the thread's lock is held.
+class RelatingProtocol : public TestProtocol
+{
+public:
+    RelatingProtocol()
+        : TestProtocol([](TestProtocol &protocol, MtThread *) { protocol.waitForStop(); })
+    {}
+    void performAttach(MtThread *thread) override
+    {
+        _relation.reset(new PriorityRelation("relating",
+                                             RtPriorities::getInstance().getRealTimePriority(),
+                                             PriorityRelation::LESS_EQUAL, thread->getPriority()));
+    }
+    void performStop(MtThread *thread) override
+    {
+        _relation.reset();
+        TestProtocol::performStop(thread);
+    }
+
+private:
+    ObjPtr<PriorityRelation> _relation;
+};
+
+TEST_F(MtThreadTest, CallbacksMayChangeThePrioritiesWhileOthersSolveThem)
+{
+    std::atomic<bool> isOver = false;
+    ObjPtr<MtThread> const other = makeWaitingThread("other");
+    std::thread solver([&] {
+        while (!isOver) {
+            PriorityRelation const relation("solver",
+                                            RtPriorities::getInstance().getBaseLinePriority(),
+                                            PriorityRelation::LESS_EQUAL, other->getPriority());
+            std::ostringstream os;
+            os << MtThreadMgr::getInstance();
+        }
+    });
+    for (int round = 0; round != 30; ++round) {
+        ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
+            "relating", ObjPtr<MtThreadProtocol>(new RelatingProtocol), true, 0);
+        thread->start();
+        thread->stop();
+        thread->join();
+    }
+    isOver = true;
+    solver.join();
+}
+
+// ---- processors
+
+TEST_F(MtThreadTest, ProcessorNumberIsRememberedAndAppliedAtTheStart)
+{
+    AskedThread thread;
+    EXPECT_TRUE(thread->isProcessorPlaceable());
+    EXPECT_EQ(-1, thread->getProcessorNb());
+    int const processor = *processorsOfCaller().begin();
+    thread->setProcessorNb(processor);
+    EXPECT_EQ(processor, thread->getProcessorNb());
+    thread->start();
+    EXPECT_EQ(std::set<int>{processor}, thread.getProcessors());
+}
+
+class RunOnGuard
+{
+public:
+    explicit RunOnGuard(char const *assignment)
+    {
+        EnvVar::putEnv(assignment);
+        ThreadsStatics::runOn.refresh();
+    }
+    ~RunOnGuard()
+    {
+        EnvVar::putEnv("ZV_RUNON=");
+        ThreadsStatics::runOn.refresh();
+    }
+};
+
+TEST_F(MtThreadTest, PlacingAtTheStartCanBeSwitchedOffAndPlacingOfARunningThreadCannot)
+{
+    RunOnGuard const off("ZV_RUNON=0");
+    std::set<int> const all = processorsOfCaller();
+    AskedThread thread;
+    int const processor = *all.begin();
+    thread->setProcessorNb(processor);
+    thread->start();
+    EXPECT_EQ(all, thread.getProcessors());
+    EXPECT_EQ(processor, thread->getProcessorNb());
+    thread->setProcessorNb(processor);
+    EXPECT_EQ(std::set<int>{processor}, thread.getProcessors());
+}
+
+TEST_F(MtThreadTest, ProcessorNumbersCountModulo32AndMinusOneIsAllOfTheProcess)
+{
+    std::set<int> const all = processorsOfCaller();
+    if (!all.contains(1))
+        GTEST_SKIP() << "the process may not use processor 1 of this machine";
+    AskedThread thread;
+    thread->start();
+    thread->setProcessorNb(33);
+    EXPECT_EQ(33, thread->getProcessorNb());
+    EXPECT_EQ(std::set<int>{1}, thread.getProcessors());
+    thread->setProcessorNb(-1);
+    EXPECT_EQ(-1, thread->getProcessorNb());
+    EXPECT_EQ(all, thread.getProcessors());
+}
+
+TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered)
+{
+    if (processorsOfCaller().contains(31))
+        GTEST_SKIP() << "this machine has a processor 31";
+    AskedThread thread;
+    thread->start();
+    EXPECT_EQ("::SetThreadAffinityMask( _threadHandle, mask )",
+              failedAssertion([&] { thread->setProcessorNb(31); }));
+    EXPECT_EQ(-1, thread->getProcessorNb());
+}
+
+class PlainThread : public MtThread
+{
+public:
+    ~PlainThread() noexcept(false) override = default;
+    void start() override {}
+    void stop() override {}
+    void join() override {}
+    void cancel() override {}
+    void testCancel() override {}
+    bool isRunning() const override { return false; }
+    bool isCancelable() const override { return false; }
+    LiString getName() const override { return "plain"; }
+    Priority &getPriority() override { throw 1; }
+    MtThreadProtocol *getProtocol() const override { return nullptr; }
+    MtThreadProtocol *getProtocolNoLock() const override { return nullptr; }
+    ObjPtrRet<MtThreadProtocol> detachProtocol() override { return nullptr; }
+    LkThreadId getThreadId() const override { return LkThreadId(); }
+    void dump(std::ostream &) const override {}
+    bool enableCancel() override { return false; }
+    bool disableCancel() override { return false; }
+
+protected:
+    void setPriorityValue(int) override {}
+    void applyProcessorNb() override {}
+    void threadEnded() override {}
+    void setProcessorNbNoLock(int) override {}
+};
+
+TEST_F(MtThreadTest, AThreadOfAnotherKindCannotBePlacedByDefault)
+{
+    PlainThread thread;
+    EXPECT_FALSE(thread.isProcessorPlaceable());
+    EXPECT_EQ(-1, thread.getProcessorNb());
+    try {
+        thread.setProcessorNb(0);
+        FAIL();
+    } catch (MtEx::ExNotImplemented const &failure) {
+        EXPECT_STREQ("Feature not implemented: MtThread::setProcessorNb", failure.getReason());
+    }
+}
+
+// ---- stored exceptions, dump
+
+TEST_F(MtThreadTest, JoinRethrowsAStoredExceptionOnce)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    thread->start();
+    setException(*thread, new MtEx::ExNotImplemented("f", 1, "body"));
+    std::ostringstream os;
+    thread->dump(os);
+    EXPECT_NE(std::string::npos, os.str().find(" ex? Feature not implemented: body runon -1"))
+        << os.str();
+    // The thread ends the process where the exception is still there at its end.
+    ExBase * const exception = new MtEx::ExNotImplemented("f", 1, "body");
+    setException(*thread, nullptr);
+    ObjPtr<MtThread> const tolerant = MtThreadFactory::getInstance().createThread(
+        "tolerant",
+        ObjPtr<MtThreadProtocol>(
+            new TestProtocol([](TestProtocol &protocol, MtThread *) { protocol.waitForStop(); })),
+        false, 0);
+    tolerant->start();
+    setException(*tolerant, exception);
+    tolerant->stop();
+    try {
+        tolerant->join();
+        FAIL();
+    } catch (MtEx::ExThrownException const &failure) {
+        EXPECT_STREQ("Feature not implemented: body", failure.getReason());
+    }
+    EXPECT_FALSE(tolerant->isRunning());
+    tolerant->join();
+}
+
+TEST_F(MtThreadTest, DumpIsOneLineOfFixedFields)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread("dumped");
+    thread->setProcessorNb(0);
+    std::ostringstream os;
+    thread->dump(os);
+    EXPECT_EQ(
+        "0x     0              dumped prio   0 NTprio   1 pol RR SYSTEM ex? no exception runon  0",
+        os.str());
+}
+
+TEST_F(MtThreadTest, DumpOfARunningThreadHasItsNumber)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread("a name of more than twenty bytes");
+    thread->start();
+    std::ostringstream os, expected;
+    thread->dump(os);
+    expected << thread->getThreadId()
+             << "a name of more than twenty bytes prio   0 NTprio   1 pol RR SYSTEM ex? no "
+                "exception runon -1";
+    EXPECT_EQ(expected.str(), os.str());
+}
+
+// ---- the ends of the process
+
+class ThreadEnds : public MtThreadWindowsTest
+{
+protected:
+    void SetUp() override
+    {
+        MtThreadWindowsTest::SetUp();
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+    }
+};
+
+using ThreadEndsDeathTest = ThreadEnds;
+
+TEST_F(ThreadEndsDeathTest, AnExceptionThatLeavesTheBodyEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            ObjPtr<MtThread> const thread = makeThread(
+                "failing", [](TestProtocol &, MtThread *) { throw std::runtime_error("lost"); });
+            thread->start();
+            thread->join();
+            std::_Exit(0);
+        },
+        testing::KilledBySignal(SIGABRT), "lost");
+}
+
+TEST_F(ThreadEndsDeathTest, AStoredExceptionEndsTheProcessWhereTheThreadSaysSo)
+{
+    EXPECT_EXIT(
+        {
+            ObjPtr<MtThread> const thread = makeWaitingThread();
+            thread->start();
+            setException(*thread, new MtEx::ExNotImplemented("f", 1, "x"));
+            thread->stop();
+            thread->join();
+            std::_Exit(0);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(MtThreadTest, ThousandThreadsComeAndGo)
+{
+    MtThreadMgr &manager = MtThreadMgr::getInstance();
+    unsigned const nbThreads = manager.getNbThreads();
+    {
+        std::vector<ObjPtr<MtThread>> threads;
+        for (int i = 0; i != 1000; ++i) {
+            threads.emplace_back(makeWaitingThread());
+            threads.back()->start();
+        }
+        EXPECT_EQ(nbThreads + 1000, manager.getNbThreads());
+        for (ObjPtr<MtThread> const &thread : threads)
+            EXPECT_EQ(thread.get(), manager.findThread(thread->getThreadId()));
+    }
+    EXPECT_EQ(nbThreads, manager.getNbThreads());
+}
+
+} // namespace
+} // namespace Zv

@@ -1,0 +1,73 @@
+// What the tests of threads have in common.
+#pragma once
+
+#include "resmgt/threads/mtThread.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/mtThreadProtocol.h"
+#include "zvbase/assertions.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <semaphore>
+#include <string>
+#include <utility>
+
+namespace Zv {
+
+/// Reaches what only the package reaches.
+class MtThreadTestAccess
+{
+public:
+    static void setCanStart(bool canStart) { MtThread::_canStart = canStart; }
+};
+
+/// A body out of a callable; `performStop` lets `waitForStop` go.
+class TestProtocol : public MtThreadProtocol
+{
+public:
+    using Body = std::function<void(TestProtocol &, MtThread *)>;
+
+    explicit TestProtocol(Body body) : _body(std::move(body)) {}
+
+    void performExecute(MtThread *thread) override { _body(*this, thread); }
+    void performStop(MtThread *) override { _stop.release(); }
+    void waitForStop() { _stop.acquire(); }
+
+private:
+    Body _body;
+    std::counting_semaphore<> _stop{0};
+};
+
+inline ObjPtrRet<MtThread> makeThread(char const *name, TestProtocol::Body body,
+                                      unsigned stackSize = 0)
+{
+    return MtThreadFactory::getInstance().createThread(
+        name, ObjPtr<MtThreadProtocol>(new TestProtocol(std::move(body))), true, stackSize);
+}
+
+/// A thread that waits until it is stopped.
+inline ObjPtrRet<MtThread> makeWaitingThread(char const *name = "waiting")
+{
+    return makeThread(name, [](TestProtocol &protocol, MtThread *) { protocol.waitForStop(); });
+}
+
+/// The expression of the assertion that `action` fails; empty where it fails none.
+inline std::string failedAssertion(std::function<void()> const &action)
+{
+    try {
+        action();
+    } catch (AssertionFailed const &failure) {
+        return failure.getExpression();
+    }
+    return {};
+}
+
+/// Threads may start during a test, whether or not the packages are up.
+class ThreadTest : public testing::Test
+{
+protected:
+    void SetUp() override { MtThreadTestAccess::setCanStart(true); }
+};
+
+} // namespace Zv
