@@ -1,0 +1,460 @@
+#include "resmgt/threads/mtLogger.private.h"
+
+#include "resmgt/locks/lkThreadId.h"
+#include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/mtTraceMgr.private.h"
+#include "resmgt/threads/priority.h"
+#include "resmgt/threads/threadsStatics.private.h"
+#include "threads/allocationCount.h"
+#include "threads/threadTesting.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgTrace.h"
+#include "zvbase/trace.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <mutex>
+#include <optional>
+#include <regex>
+#include <semaphore>
+#include <thread>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+TraceLevel * const testLevel = Trace::registerLevel("mtLoggerTest", __FILE__);
+
+/// The log's output, kept line by line.
+class Output
+{
+public:
+    Output() { LgTrace::setOutput(&write, this); }
+    ~Output() { LgTrace::setOutput(nullptr, nullptr); }
+    Output(Output const &) = delete;
+    Output &operator=(Output const &) = delete;
+
+    std::vector<std::string> getLines()
+    {
+        std::lock_guard const guard(_mutex);
+        return _lines;
+    }
+    /// The lines with a text, cut to what begins with it.
+    std::vector<std::string> find(std::string const &text)
+    {
+        std::vector<std::string> found;
+        for (std::string const &line : getLines())
+            if (auto const position = line.find(text); position != std::string::npos)
+                found.push_back(line.substr(position, line.find('\n', position) - position));
+        return found;
+    }
+    /// The next line holds the output up, until `release`.
+    void hold() { _isHeld = true; }
+    void waitUntilHeld() { _held.acquire(); }
+    void release() { _released.release(); }
+
+private:
+    static void write(void *context, char const *text, std::size_t length)
+    {
+        Output &self = *static_cast<Output *>(context);
+        if (self._isHeld.exchange(false)) {
+            self._held.release();
+            self._released.acquire();
+        }
+        std::lock_guard const guard(self._mutex);
+        self._lines.emplace_back(text, length);
+    }
+
+    std::mutex _mutex;
+    std::vector<std::string> _lines;
+    std::atomic<bool> _isHeld = false;
+    std::binary_semaphore _held{0};
+    std::binary_semaphore _released{0};
+};
+
+/// A logger of the test's own, whether or not the packages are up.
+class MtLoggerTest : public ThreadTest
+{
+protected:
+    void SetUp() override
+    {
+        ThreadTest::SetUp();
+        testLevel->setEnabled(true);
+        _wasActive = LgLog::isLoggerActive();
+        if (_wasActive)
+            MtLogger::stopLogger();
+        output.emplace();
+        manager.emplace(1);
+    }
+    void TearDown() override
+    {
+        MtThreadTestAccess::setCanStart(true);
+        if (LgLog::isLoggerActive())
+            MtLogger::stopLogger();
+        LgLog::setBlockingTrace(false);
+        manager.reset();
+        output.reset();
+        if (_wasActive)
+            MtLogger::startLogger();
+    }
+
+    std::optional<Output> output;
+    std::optional<MtTraceMgr> manager;
+
+private:
+    bool _wasActive = false;
+};
+
+std::vector<std::string> numbered(char const *text, int count)
+{
+    std::vector<std::string> lines;
+    for (int i = 0; i != count; ++i)
+        lines.push_back(text + std::to_string(i));
+    return lines;
+}
+
+TEST_F(MtLoggerTest, SecondStartFailsTheAssertion)
+{
+    MtLogger::startLogger();
+    EXPECT_TRUE(LgLog::isLoggerActive());
+    EXPECT_EQ("!LgLog::isLoggerActive()", failedAssertion([] { MtLogger::startLogger(); }));
+    EXPECT_TRUE(LgLog::isLoggerActive());
+    MtLogger::stopLogger();
+    EXPECT_FALSE(LgLog::isLoggerActive());
+}
+
+TEST_F(MtLoggerTest, StopWithoutStartFailsTheAssertion)
+{
+    EXPECT_EQ("LgLog::isLoggerActive()", failedAssertion([] { MtLogger::stopLogger(); }));
+}
+
+TEST_F(MtLoggerTest, StartThatFailsLeavesNothing)
+{
+    unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    MtThreadTestAccess::setCanStart(false);
+    EXPECT_EQ("canStart()", failedAssertion([] { MtLogger::startLogger(); }));
+    EXPECT_FALSE(LgLog::isLoggerActive());
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    MtThreadTestAccess::setCanStart(true);
+    MtLogger::startLogger();
+    ZV_TRACE(*testLevel, "after");
+    MtLogger::stopLogger();
+    EXPECT_EQ(1u, output->find("after").size());
+}
+
+TEST_F(MtLoggerTest, ReaderIsAThreadOfTheLowestPriority)
+{
+    unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    MtLogger::startLogger();
+    EXPECT_EQ(nbThreads + 1, MtThreadMgr::getInstance().getNbThreads());
+    std::ostringstream os;
+    os << MtThreadMgr::getInstance();
+    EXPECT_NE(std::string::npos, os.str().find("   Log_Reader_Thread prio   0 NTprio   1"))
+        << os.str();
+    EXPECT_NE(std::string::npos, os.str().find("\"LoggerPriority\"")) << os.str();
+    MtLogger::stopLogger();
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+}
+
+TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
+{
+    for (int run = 0; run != 5; ++run) {
+        MtLogger::startLogger();
+        for (int i = 0; i != 20; ++i)
+            ZV_TRACE(*testLevel, "run" << run << "line" << i);
+        MtLogger::stopLogger();
+        EXPECT_EQ(numbered(("run" + std::to_string(run) + "line").c_str(), 20),
+                  output->find("run" + std::to_string(run)));
+    }
+}
+
+TEST_F(MtLoggerTest, WithoutALoggerTextComesOutAtOnce)
+{
+    ZV_TRACE(*testLevel, "before");
+    EXPECT_EQ(1u, output->find("before").size());
+    MtLogger::startLogger();
+    MtLogger::stopLogger();
+    ZV_TRACE(*testLevel, "afterwards");
+    EXPECT_EQ(1u, output->find("afterwards").size());
+}
+
+TEST_F(MtLoggerTest, LinesOfAllThreadsComeOutInTimeOrder)
+{
+    constexpr int NB_THREADS = 4;
+    constexpr int NB_LINES = 50;
+    MtLogger::startLogger();
+    std::mutex mutex;
+    int count = 0;
+    std::vector<ObjPtr<MtThread>> threads;
+    for (int t = 0; t != NB_THREADS; ++t) {
+        threads.emplace_back(makeThread("writer", [&](TestProtocol &, MtThread *) {
+            for (int i = 0; i != NB_LINES; ++i) {
+                std::lock_guard const guard(mutex);
+                ZV_TRACE(*testLevel, "count" << count++);
+            }
+        }));
+        threads.back()->start();
+    }
+    for (ObjPtr<MtThread> const &thread : threads)
+        thread->join();
+    MtLogger::stopLogger();
+    EXPECT_EQ(numbered("count", NB_THREADS * NB_LINES), output->find("count"));
+}
+
+TEST_F(MtLoggerTest, TextOfThreadsThatEndOrAreKilledIsNotLost)
+{
+    MtLogger::startLogger();
+    for (int i = 0; i != 10; ++i) {
+        ObjPtr<MtThread> const thread = makeThread(
+            "ending", [&](TestProtocol &, MtThread *) { ZV_TRACE(*testLevel, "ending" << i); });
+        thread->start();
+    }
+    for (int i = 0; i != 5; ++i) {
+        std::binary_semaphore written{0}, never{0};
+        ObjPtr<MtThread> const thread = makeThread("killed", [&](TestProtocol &, MtThread *self) {
+            ZV_TRACE(*testLevel, "killed" << i);
+            self->enableCancel();
+            written.release();
+            never.acquire();
+        });
+        thread->start();
+        written.acquire();
+        thread->cancel();
+        thread->join();
+    }
+    MtLogger::stopLogger();
+    EXPECT_EQ(numbered("ending", 10), output->find("ending"));
+    EXPECT_EQ(numbered("killed", 5), output->find("killed"));
+}
+
+TEST_F(MtLoggerTest, AThreadThatOutlivesTheLoggerWritesOn)
+{
+    MtLogger::startLogger();
+    std::binary_semaphore go{0}, gone{0};
+    ObjPtr<MtThread> const thread = makeThread("outliving", [&](TestProtocol &, MtThread *) {
+        for (int i = 0; i != 3; ++i) {
+            go.acquire();
+            ZV_TRACE(*testLevel, "outliving" << i);
+            gone.release();
+        }
+    });
+    thread->start();
+    auto const write = [&] {
+        go.release();
+        gone.acquire();
+    };
+    write();
+    MtLogger::stopLogger();
+    write();
+    MtLogger::startLogger();
+    write();
+    thread->join();
+    MtLogger::stopLogger();
+    EXPECT_EQ(numbered("outliving", 3), output->find("outliving"));
+}
+
+TEST_F(MtLoggerTest, AKilledThreadThatTheLoggerForgotIsNoFailure)
+{
+    MtLogger::startLogger();
+    std::binary_semaphore ready{0}, never{0};
+    ObjPtr<MtThread> const thread = makeThread("killed", [&](TestProtocol &, MtThread *self) {
+        self->enableCancel();
+        ready.release();
+        never.acquire();
+    });
+    thread->start();
+    ready.acquire();
+    MtLogger::stopLogger();
+    MtLogger::startLogger();
+    EXPECT_NO_THROW(thread->cancel());
+    thread->join();
+}
+
+TEST_F(MtLoggerTest, AFullQueueDropsTheNewestAndTheLogSaysHowMuch)
+{
+    MtLogger::startLogger();
+    output->hold();
+    ZV_TRACE(*testLevel, "holding");
+    output->waitUntilHeld();
+    constexpr int NB_LINES = 2000;
+    std::string const filling(80, 'x');
+    for (int i = 0; i != NB_LINES; ++i)
+        ZV_TRACE(*testLevel, "line" << i << ' ' << filling); // never waits, or this would not end
+    output->release();
+    MtLogger::stopLogger();
+
+    std::vector<std::string> const lines = output->find("line");
+    std::regex const note(
+        "([0-9]+) lines \\([0-9]+ characters\\) lost: the queue of thread [0-9]+ was full\\.");
+    int nbLost = 0, nbWritten = 0;
+    for (std::string const &line : output->getLines()) {
+        std::smatch match;
+        if (std::regex_search(line, match, note))
+            nbLost += std::stoi(match[1]);
+        else if (line.find("line" + std::to_string(nbWritten) + ' ') != std::string::npos)
+            ++nbWritten; // the oldest, in order
+    }
+    EXPECT_GT(nbLost, 0);
+    EXPECT_GT(nbWritten, 100);
+    EXPECT_EQ(NB_LINES, nbLost + nbWritten);
+}
+
+TEST_F(MtLoggerTest, WithBlockingTraceNothingIsLost)
+{
+    MtLogger::startLogger();
+    LgLog::setBlockingTrace(true);
+    constexpr int NB_LINES = 2000;
+    std::string const filling(80, 'x');
+    ObjPtr<MtThread> const thread = makeThread("blocking", [&](TestProtocol &, MtThread *) {
+        for (int i = 0; i != NB_LINES; ++i)
+            ZV_TRACE(*testLevel, filling << "line" << i);
+    });
+    thread->start();
+    thread->join();
+    MtLogger::stopLogger();
+    EXPECT_EQ(numbered("line", NB_LINES), output->find("line"));
+}
+
+TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
+{
+    MtLogger::startLogger();
+    std::size_t nbAllocations = 1;
+    ObjPtr<MtThread> const thread = makeThread("frugal", [&](TestProtocol &, MtThread *) {
+        AllocationCount const count;
+        for (int i = 0; i != 20; ++i)
+            ZV_TRACE(*testLevel, "frugal" << i << ' ' << 1.5);
+        nbAllocations = count.get();
+    });
+    thread->start();
+    thread->join();
+    MtLogger::stopLogger();
+    EXPECT_EQ(0u, nbAllocations);
+    EXPECT_EQ(20u, output->find("frugal0").size() + output->find("frugal").size() - 1);
+}
+
+// ---- tags
+
+TEST_F(MtLoggerTest, LinesBearTheNameOfTheirThreadCutTo15Characters)
+{
+    MtLogger::startLogger();
+    ObjPtr<MtThread> const thread =
+        makeThread("a name that is too long",
+                   [](TestProtocol &, MtThread *) { ZV_TRACE(*testLevel, "tagged"); });
+    thread->start();
+    thread->join();
+    ObjPtr<MtThread> const brief =
+        makeThread("brief", [](TestProtocol &, MtThread *) { ZV_TRACE(*testLevel, "tagged"); });
+    brief->start();
+    brief->join();
+    MtLogger::stopLogger();
+    std::vector<std::string> lines = output->find("a name");
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_TRUE(lines[0].starts_with("a name that is  ")) << lines[0];
+    lines = output->find("brief");
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_TRUE(lines[0].starts_with("brief           ")) << lines[0];
+}
+
+TEST_F(MtLoggerTest, LinesOfAStrangerBearUnknown)
+{
+    MtLogger::startLogger();
+    std::thread([] {
+        ZV_TRACE(*testLevel, "stranger");
+        MtSpecificDataRegistry::getInstance().removeSpecificData();
+    }).join();
+    MtLogger::stopLogger();
+    std::vector<std::string> const lines = output->find("unknown");
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_TRUE(lines[0].starts_with("unknown         ")) << lines[0];
+    EXPECT_NE(std::string::npos, lines[0].find("stranger"));
+}
+
+TEST_F(MtLoggerTest, ManagerGivesEachThreadItsTraceAndPrintsToTheLog)
+{
+    MtTraceMgr other(0);
+    EXPECT_EQ(&*manager, TraceManager::getInstance());
+    Trace * const mine = other.getTrace();
+    EXPECT_EQ(mine, other.getTrace());
+    std::ostringstream os;
+    mine->writeTag(os);
+    EXPECT_EQ("main            ", os.str());
+    std::thread([&] {
+        EXPECT_NE(mine, other.getTrace());
+        MtSpecificDataRegistry::getInstance().removeSpecificData();
+    }).join();
+    other.print("printed\n");
+    EXPECT_EQ(std::vector<std::string>{"printed"}, output->find("printed"));
+}
+
+// ---- what threads and their manager say
+
+TEST_F(MtLoggerTest, CancelTracesWhyItDoesNothing)
+{
+    ThreadsStatics::threadLevel->setEnabled(true);
+    {
+        ObjPtr<MtThread> const thread = makeWaitingThread();
+        thread->cancel();
+        EXPECT_EQ(1u, output->find("isRunningNoLock() returned FALSE!!!").size());
+        thread->start();
+        thread->cancel();
+        EXPECT_EQ(1u, output->find("_cancelable is FALSE!!!").size());
+        EXPECT_EQ(
+            (std::vector<std::string>{"> MtThreadWindows::cancel", "> MtThreadWindows::cancel"}),
+            output->find("> MtThreadWindows::cancel"));
+    }
+    ThreadsStatics::threadLevel->setEnabled(false);
+}
+
+TEST_F(MtLoggerTest, StackReportTellsWhereTheStackLies)
+{
+    printThreadStack();
+    EXPECT_TRUE(output->find("valueOnStack").empty());
+    ThreadsStatics::threadLevel->setEnabled(true);
+    printThreadStack();
+    ThreadsStatics::threadLevel->setEnabled(false);
+    std::vector<std::string> const lines = output->find("&valueOnStack1 ");
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_TRUE(std::regex_match(
+        lines[0],
+        std::regex(
+            "&valueOnStack1 \\[0x[0-9a-f]+\\] &valueOnStack2 \\[0x[0-9a-f]+\\] allocAddr N/A "
+            "frontProtectAddr N/A")))
+        << lines[0];
+}
+
+TEST_F(MtLoggerTest, ManagerIsPrintedForTheDebugger)
+{
+    printThreadMgr();
+    EXPECT_EQ(1u, output->find("                main prio").size());
+}
+
+// ---- the parts
+
+TEST_F(MtLoggerTest, RegistryKeepsQueuesInOrderAndRemovesAllThatEqual)
+{
+    MtLogger::Registry registry;
+    LgQueue a(1), b(2);
+    registry.addQueue(nullptr);
+    registry.addQueue(&b);
+    registry.addQueue(&a);
+    registry.addQueue(&b);
+    EXPECT_EQ((List<LgQueue *>{&b, &a, &b}), registry.getQueues());
+    registry.removeQueue(&b);
+    EXPECT_EQ((List<LgQueue *>{&a}), registry.getQueues());
+    registry.removeQueue(&b);
+    registry.removeQueue(&a);
+    EXPECT_TRUE(registry.getQueues().empty());
+}
+
+TEST_F(MtLoggerTest, ObserverLetsAWriterWithRoomPass)
+{
+    MtLogger::QueueObserver observer;
+    LgQueue queue(1);
+    observer.wait(queue, 100);
+    observer.notify(queue);
+}
+
+} // namespace
+} // namespace Zv
