@@ -217,9 +217,9 @@ TEST_F(DevSMExecutionEngTest, theConditionOfALastCandidateIsNotAsked)
     Script asked;
     asked.conditions = script.conditions;
     asked.conditions["third"] = [] { return false; };
-    engine = createEngine(table, asked);
+    auto const other = createEngine(table, asked);
     asked.log.clear();
-    engine->execute(Y);
+    other->execute(Y);
     EXPECT_EQ(asked.log, (Log{"first?", "second?", "third"}));
 }
 
@@ -400,6 +400,21 @@ TEST(DevSMExecutionEngTableTest, aNextStateBeyondTheListIsInconsistent)
     Crafted crafted;
     crafted.stateTransition[0] = {3, 1, 0, -1};
     expectInconsistent(crafted, 3);
+}
+
+TEST(DevSMExecutionEngTableTest, aTransitionInPlaceOfACheckIsRun)
+{
+    Crafted crafted;
+    crafted.states = {"a", "b"};
+    crafted.transitions = {"t", "u", "_exc", "_noexc", "_ill"};
+    crafted.stateEvent = {{0, 3, 2}, {-1, 1, 2}};
+    crafted.stateTransition = {{1, -1, 0, 0, -1}, {-1, 0, 0, -1, -1}};
+    auto const engine = crafted.create();
+    crafted.script.log.clear();
+    engine->execute(X);
+    EXPECT_EQ(crafted.script.log, (Log{"t", "u"}));
+    EXPECT_EQ(engine->getState(), 0);
+    EXPECT_EQ(engine->getStatus(), 0);
 }
 
 TEST(DevSMExecutionEngTableTest, deadEndsAreToldByTheirNames)

@@ -37,10 +37,19 @@ void DevSMExecutionEngImp::execute(std::int32_t event)
 {
     if (_status != HEALTHY)
         ZV_THROW(DevMgrEx::SMExecutionError);
-    if (!_smtable->isPrimaryEvent(event))
+    DevSMTable const &table = *_smtable;
+    if (!table.isPrimaryEvent(event))
         ZV_THROW(DevMgrEx::SMDomainError);
-    if (_smtable->_links.isDeadEnd[static_cast<std::size_t>(_state)])
+    if (table._links.isDeadEnd[static_cast<std::size_t>(_state)])
         ZV_THROW(DevMgrEx::SMExecutionError);
+
+    // The steps of a plain transition lead where the table says already: its check runs nothing
+    // that could differ.
+    DevSMTable::Shortcut const &shortcut = table.getShortcut(_state, event);
+    if (shortcut.transition >= 0) {
+        takeShortcut(shortcut);
+        return;
+    }
     step(event);
     while (!_pending.isEmpty()) {
         step(_pending.getFirst());
@@ -117,18 +126,28 @@ void DevSMExecutionEngImp::checkComplete() const
             ZV_THROW(DevMgrEx::SMBadImp);
 }
 
+template <class Operation>
+auto DevSMExecutionEngImp::attempt(Status onFailure, Operation operation)
+{
+    try {
+        return operation();
+    } catch (...) {
+        _status = onFailure;
+        throw;
+    }
+}
+
+void DevSMExecutionEngImp::takeShortcut(DevSMTable::Shortcut const &shortcut)
+{
+    auto &transition = static_cast<ExEngPrimaryTrans &>(
+        *_transVect[static_cast<std::size_t>(shortcut.transition)]);
+    bool const hasSucceeded = attempt(TRANSITION_FAILED, [&] { return transition.run(); });
+    _state = hasSucceeded ? shortcut.onSuccess : shortcut.onFailure;
+}
+
 void DevSMExecutionEngImp::step(std::int32_t event)
 {
     DevSMTable const &table = *_smtable;
-    auto const attempt = [this](Status onFailure, auto operation) {
-        try {
-            return operation();
-        } catch (...) {
-            _status = onFailure;
-            throw;
-        }
-    };
-
     if (!table.isEvent(event))
         failInconsistent();
     std::int32_t const t =

@@ -66,6 +66,9 @@ private:
     void addConditionals(Transitions const &primaries);
     void checkComplete() const;
 
+    template <class Operation>
+    auto attempt(Status onFailure, Operation operation);
+    void takeShortcut(DevSMTable::Shortcut const &shortcut);
     void step(std::int32_t event);
     [[noreturn]] void failInconsistent();
 

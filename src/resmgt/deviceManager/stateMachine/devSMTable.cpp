@@ -13,6 +13,11 @@ namespace {
 
 using Detail::writeNames;
 
+std::int32_t count(Vector<LiString> const &names)
+{
+    return static_cast<std::int32_t>(names.size());
+}
+
 bool verifyPrimary(Vector<LiString> const &primary, Vector<LiString> const &all)
 {
     return primary.size() <= all.size() && std::equal(primary.begin(), primary.end(), all.begin());
@@ -81,7 +86,13 @@ DevSMTable::DevSMTable(Vector<LiString> const &states, Vector<LiString> const &e
       _conditionalDescs(conditionalDescs),
       _auxiliaryVector(auxiliaryTransitions),
       _primaryStateVector(primaryStates),
-      _primaryEventVector(primaryEvents)
+      _primaryEventVector(primaryEvents),
+      _nbStates(count(states)),
+      _nbEvents(count(events)),
+      _nbTransitions(count(transitions)),
+      _nbPrimaryStates(count(primaryStates)),
+      _nbPrimaryEvents(count(primaryEvents)),
+      _nbPrimaryTransitions(0)
 {
     auto const isConditional = [this](LiString const &name) {
         return std::any_of(_conditionalDescs.begin(), _conditionalDescs.end(),
@@ -91,10 +102,13 @@ DevSMTable::DevSMTable(Vector<LiString> const &states, Vector<LiString> const &e
         if (!isConditional(name) && !isMember(name, _auxiliaryVector))
             _primaryTransitionVector.push_back(name);
 
+    _nbPrimaryTransitions = count(_primaryTransitionVector);
+
     ZV_ASSERT(verifyPrimary( _primaryStateVector, _s ));
     ZV_ASSERT(verifyPrimary( _primaryEventVector, _e ));
     ZV_ASSERT(verifyPrimary( _primaryTransitionVector, _t ));
     linkNames();
+    linkShortcuts();
 }
 
 DevSMTable::~DevSMTable() = default;
@@ -202,6 +216,38 @@ void DevSMTable::linkNames()
         _links.conditionalTransitions.push_back(link(desc));
     for (LiString const &name : _s)
         _links.isDeadEnd.push_back(name == "_ill" || name == "_exc");
+}
+
+void DevSMTable::linkShortcuts()
+{
+    _links.shortcuts.resize(_stateEventTable.size());
+    for (std::int32_t state = 0; state < _nbStates; ++state)
+        for (std::int32_t event = 0; event < _nbEvents; ++event)
+            _links.shortcuts[index(state, _nbEvents, event)] = findShortcut(state, event);
+}
+
+DevSMTable::Shortcut DevSMTable::findShortcut(std::int32_t state, std::int32_t event) const
+{
+    std::int32_t const transition = getTransition(state, event);
+    if (!isPrimaryTransition(transition))
+        return {};
+    std::int32_t const checkState = getState(state, transition);
+    std::int32_t const onSuccess = passCheck(checkState, _links.noException);
+    std::int32_t const onFailure = passCheck(checkState, _links.exception);
+    if (!isState(onSuccess) || !isState(onFailure))
+        return {};
+    return {transition, onSuccess, onFailure};
+}
+
+// Only where nothing runs but an auxiliary transition, which does nothing.
+std::int32_t DevSMTable::passCheck(std::int32_t checkState, std::int32_t event) const
+{
+    if (!isState(checkState) || !isEvent(event))
+        return -1;
+    std::int32_t const transition = getTransition(checkState, event);
+    if (!isTransition(transition) || !isMember(getTransitionName(transition), _auxiliaryVector))
+        return -1;
+    return getState(checkState, transition);
 }
 
 std::ostream &operator<<(std::ostream &stream, DevSMTable const &table)

@@ -52,17 +52,17 @@ public:
     DevSMTable(DevSMTable const &) = delete;
     DevSMTable &operator=(DevSMTable const &) = delete;
 
-    std::int32_t getNbStates() const { return count(_s); }
-    std::int32_t getNbEvents() const { return count(_e); }
-    std::int32_t getNbTransitions() const { return count(_t); }
+    std::int32_t getNbStates() const { return _nbStates; }
+    std::int32_t getNbEvents() const { return _nbEvents; }
+    std::int32_t getNbTransitions() const { return _nbTransitions; }
 
     /// A negative number is outside every domain.
-    bool isState(std::int32_t i) const { return isIndex(i, _s); }
-    bool isEvent(std::int32_t i) const { return isIndex(i, _e); }
-    bool isTransition(std::int32_t i) const { return isIndex(i, _t); }
-    bool isPrimaryState(std::int32_t i) const { return isIndex(i, _primaryStateVector); }
-    bool isPrimaryEvent(std::int32_t i) const { return isIndex(i, _primaryEventVector); }
-    bool isPrimaryTransition(std::int32_t i) const { return isIndex(i, _primaryTransitionVector); }
+    bool isState(std::int32_t i) const { return isIndex(i, _nbStates); }
+    bool isEvent(std::int32_t i) const { return isIndex(i, _nbEvents); }
+    bool isTransition(std::int32_t i) const { return isIndex(i, _nbTransitions); }
+    bool isPrimaryState(std::int32_t i) const { return isIndex(i, _nbPrimaryStates); }
+    bool isPrimaryEvent(std::int32_t i) const { return isIndex(i, _nbPrimaryEvents); }
+    bool isPrimaryTransition(std::int32_t i) const { return isIndex(i, _nbPrimaryTransitions); }
 
     /// The transition that the event selects, -1 for none. Throws `DevMgrEx::SMDomainError` when
     /// there is no such state or event.
@@ -70,7 +70,7 @@ public:
     {
         if (!isState(state) || !isEvent(event)) [[unlikely]]
             throwDomainError();
-        return _stateEventTable[index(state, _e.size(), event)];
+        return _stateEventTable[index(state, _nbEvents, event)];
     }
     /// The state that the transition leads to, -1 for none. Throws `DevMgrEx::SMDomainError` when
     /// there is no such state or transition.
@@ -78,7 +78,7 @@ public:
     {
         if (!isState(state) || !isTransition(transition)) [[unlikely]]
             throwDomainError();
-        return _stateTransitionTable[index(state, _t.size(), transition)];
+        return _stateTransitionTable[index(state, _nbTransitions, transition)];
     }
 
     /// Throw `DevMgrEx::SMDomainError` for a number that the list lacks.
@@ -124,6 +124,13 @@ private:
         Vector<std::int32_t> candidates; // numbers of primary transitions
         Vector<std::int32_t> events;
     };
+    /// Where a state and event lead when a plain transition runs between them, its check included.
+    struct Shortcut
+    {
+        std::int32_t transition = -1; // -1: go step by step
+        std::int32_t onSuccess = -1;
+        std::int32_t onFailure = -1;
+    };
     /// What engines would look up by name, looked up once for all of them. -1 stands for a name
     /// that is not there.
     struct Links
@@ -133,27 +140,32 @@ private:
         Vector<PrimaryTransition> primaryTransitions;
         Vector<NamedTransition> auxiliaryTransitions;
         Vector<ConditionalLinks> conditionalTransitions;
+        Vector<Shortcut> shortcuts;      // as the state-event matrix
         Vector<unsigned char> isDeadEnd; // for each state: its name is "_ill" or "_exc"
     };
 
-    static std::int32_t count(Vector<LiString> const &list)
+    static bool isIndex(std::int32_t i, std::int32_t count)
     {
-        return static_cast<std::int32_t>(list.size());
+        return static_cast<std::uint32_t>(i) < static_cast<std::uint32_t>(count);
     }
-    static bool isIndex(std::int32_t i, Vector<LiString> const &list)
+    static std::size_t index(std::int32_t row, std::int32_t columns, std::int32_t column)
     {
-        return static_cast<std::uint32_t>(i) < list.size();
-    }
-    static std::size_t index(std::int32_t row, std::size_t columns, std::int32_t column)
-    {
-        return static_cast<std::size_t>(row) * columns + static_cast<std::size_t>(column);
+        return static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) +
+               static_cast<std::size_t>(column);
     }
     [[noreturn]] static void throwDomainError();
 
     std::size_t getTransition(NamedTransition const &transition) const;
     NamedTransition nameTransition(LiString const &name) const;
     ConditionalLinks link(ConditionalTransitionDesc const &desc) const;
+    Shortcut const &getShortcut(std::int32_t state, std::int32_t event) const
+    {
+        return _links.shortcuts[index(state, _nbEvents, event)];
+    }
     void linkNames();
+    void linkShortcuts();
+    Shortcut findShortcut(std::int32_t state, std::int32_t event) const;
+    std::int32_t passCheck(std::int32_t checkState, std::int32_t event) const;
 
     Vector<LiString> _s;
     Vector<LiString> _e;
@@ -166,6 +178,13 @@ private:
     Vector<LiString> _primaryEventVector;
     Vector<LiString> _primaryTransitionVector;
     Links _links;
+    // The sizes of the lists, where engines find them at once.
+    std::int32_t _nbStates;
+    std::int32_t _nbEvents;
+    std::int32_t _nbTransitions;
+    std::int32_t _nbPrimaryStates;
+    std::int32_t _nbPrimaryEvents;
+    std::int32_t _nbPrimaryTransitions;
 };
 
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevSMTable const &table);

@@ -67,8 +67,8 @@ public:
     /// call. Throws `DevMgrEx::NameNotUnique` where a generated name is taken, and asserts that no
     /// two declarations mean the same pair; an expansion that fails leaves the builder as it was.
     void expand();
-    /// The table of the machine as `expand` found it. Asserts that it ran, and that no state or event
-    /// was declared since.
+    /// The table of the machine as `expand` found it. Asserts that it ran, and that no state or
+    /// event was declared since.
     RCShdPtr<DevSMTable> createTable() const;
 
     /// The declaration, and the expanded machine behind it once there is one, as readable text.

@@ -17,14 +17,18 @@ ExEngPrimaryTrans::ExEngPrimaryTrans(LiString const &name,
 
 void ExEngPrimaryTrans::execute()
 {
+    _engine.pend(run() ? _noException : _exception);
+}
+
+bool ExEngPrimaryTrans::run()
+{
     try {
         _transition->execute();
     } catch (ExBase const &exception) {
         _engine.keepException(exception);
-        _engine.pend(_exception);
-        return;
+        return false;
     }
-    _engine.pend(_noException);
+    return true;
 }
 
 ExEngCondTrans::ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine,

@@ -20,6 +20,8 @@ public:
                       std::int32_t noException);
 
     void execute() override;
+    /// Whether the factory's transition succeeded. The exception of one that failed is kept.
+    bool run();
 
 private:
     RCShdPtr<DevSMTransition> _transition;
