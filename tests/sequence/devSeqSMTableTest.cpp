@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <map>
 #include <set>
 #include <string>
@@ -21,14 +22,13 @@ struct Target
 };
 using Machine = std::map<std::pair<std::string, std::string>, std::vector<Target>>;
 
-std::vector<std::string> const states{"init", "start",   "wsr", "ready", "wml",   "sync",
-                                      "lock", "recover", "wss", "stop",  "abort", "final"};
-std::vector<std::string> const events{"start",   "ready",    "sready",  "proceed",
-                                      "lock",    "mlock",    "recover", "stop",
-                                      "stopped", "sstopped", "abort",   "aborted"};
-std::vector<std::string> const transitions{
-    "start", "psready", "wsr",  "wsrret", "ready",   "wml",   "sync",    "lock",  "recover",
-    "wss",   "wssret",  "stop", "pstop",  "stopped", "abort", "aborted", "ignore"};
+constexpr std::array states{"init", "start",   "wsr", "ready", "wml",   "sync",
+                            "lock", "recover", "wss", "stop",  "abort", "final"};
+constexpr std::array events{"start",   "ready", "sready",  "proceed",  "lock",  "mlock",
+                            "recover", "stop",  "stopped", "sstopped", "abort", "aborted"};
+constexpr std::array transitions{"start", "psready", "wsr",     "wsrret",  "ready",  "wml",
+                                 "sync",  "lock",    "recover", "wss",     "wssret", "stop",
+                                 "pstop", "stopped", "abort",   "aborted", "ignore"};
 
 /// What a sequence does, row by row.
 Machine machine()
@@ -188,8 +188,8 @@ TEST_F(DevSeqSMTableTest, describesItsSixChoices)
 TEST_F(DevSeqSMTableTest, everyStateAndEventDoesWhatTheMachineSays)
 {
     Machine const rows = machine();
-    for (std::string const &s : states)
-        for (std::string const &e : events) {
+    for (std::string const s : states)
+        for (std::string const e : events) {
             SCOPED_TRACE(s + ", " + e);
             auto const row = rows.find({s, e});
             if (row == rows.end()) {
