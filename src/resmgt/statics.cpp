@@ -2,9 +2,10 @@
 // No thread runs yet, and nothing here is ever destroyed: threads may outlive `main`.
 
 #include "resmgt/literals/literalsStatics.private.h"
-#include "resmgt/locks/lkMutexAttr.h"
+#include "resmgt/locks/lockStatics.h"
 #include "resmgt/memoryBuffers/memoryBuffersStatics.private.h"
 #include "resmgt/packages.private.h"
+#include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/trace.h"
 
 namespace Zv {
@@ -29,10 +30,8 @@ namespace LiteralsStatics {
 Immortal<LiDate> epoch;
 }
 
-namespace {
-// The first singleton of the process.
-[[maybe_unused]] LkMutexAttr const &defaultMutexAttr = LkMutexAttr::getDefaultAttr();
-} // namespace
+LkMutexAttr const &lockDefaultMutexAttr = LkMutexAttr::getDefaultAttr();
+EnvIntVar lockYieldVar("ZV_LOCK_YIELD", 0);
 
 namespace PackageStatics {
 Immortal<InInit<ZvInit::locks>> locks;
@@ -46,12 +45,26 @@ namespace PackageStatics {
 Immortal<InInit<ZvInit::memoryBuffers>> memoryBuffers;
 }
 
+namespace ThreadsStatics {
+Immortal<MtSpecificData<MtLogger::QueueAdapter>> logQueue("Log_Queue");
+Immortal<MtSpecificData<MtTrace>> traces("MtTraceMgr");
+EnvIntVar noRealTime("ZV_THREAD_NO_REALTIME", 0);
+EnvIntVar runOn("ZV_RUNON", 1);
+TraceLevel * const threadLevel = Trace::registerLevel("MtThread", __FILE__);
+} // namespace ThreadsStatics
+
+TraceLevel const &lockUtilTraceLevel = *Trace::registerLevel("MtUtil", __FILE__);
+
 namespace PackageStatics {
 Immortal<InInit<ZvInit::resmgt>> resmgt;
 Immortal<InInit<ZvInit::smartPtrs>> smartPtrs;
 Immortal<InInit<ZvInit::syncEngine>> syncEngine;
 Immortal<InInit<ZvInit::threadExtensions>> threadExtensions;
 } // namespace PackageStatics
+
+namespace ThreadsStatics {
+EnvIntVar forceRealTime("ZV_THREAD_FORCE_REALTIME", 0);
+}
 
 namespace PackageStatics {
 Immortal<InInit<ZvInit::threads>> threads;
