@@ -2,7 +2,7 @@
 // No thread runs yet, and nothing here is ever destroyed: threads may outlive `main`.
 
 #include "resmgt/literals/literalsStatics.private.h"
-#include "resmgt/locks/lockStatics.h"
+#include "resmgt/locks/locksStatics.private.h"
 #include "resmgt/memoryBuffers/memoryBuffersStatics.private.h"
 #include "resmgt/packages.private.h"
 #include "resmgt/threads/threadsStatics.private.h"

@@ -1,7 +1,7 @@
 #include "resmgt/locks/lkUtil.h"
 
 #include "platform/services.h"
-#include "resmgt/locks/lockStatics.h"
+#include "resmgt/locks/locksStatics.private.h"
 #include "resmgt/locks/mtUtil.h"
 
 namespace Zv {

@@ -1,7 +1,7 @@
 #include "resmgt/locks/mtUtil.h"
 
 #include "platform/services.h"
-#include "resmgt/locks/lockStatics.h"
+#include "resmgt/locks/locksStatics.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgTrace.h"
 #include "zvbase/trace.h"
