@@ -1,9 +1,17 @@
-// The package `deviceManager`: the manager of devices, their sequences and state machines.
+// The package `deviceManager`: registry, manager, access objects, state machines and sequences.
 #pragma once
 
+#include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
+#include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
+#include "resmgt/deviceManager/access/devMgrPropertyUtil.h"
+#include "resmgt/deviceManager/access/devMgrStreamAcc.h"
+#include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
+#include "resmgt/deviceManager/devMgr.h"
 #include "resmgt/deviceManager/devMgrACO.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
+#include "resmgt/deviceManager/devMgrMediator.h"
+#include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqEvPend.h"
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"

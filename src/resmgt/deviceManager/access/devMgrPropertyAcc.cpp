@@ -1,0 +1,94 @@
+#include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
+
+#include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
+#include "resmgt/deviceManager/access/propertyConfigParser.private.h"
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrMediator.h"
+#include "resmgt/deviceManager/devRegistry.h"
+#include "resmgt/deviceProtocol/devMDPropertyPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPropertySet.h"
+#include "resmgt/locks/lkGuard.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+namespace {
+
+/// The element of a range that bears the name.
+template <class Iter>
+auto findByName(Iter iter, Iter const &end, LiString const &name)
+{
+    for (; iter != end; ++iter)
+        if ((*iter)->getName() == name)
+            return *iter;
+    ZV_THROW(DevMgrEx::NameNotRegistered);
+}
+
+class DevMgrPropertyAccImp : public DevMgrPropertyAcc
+{
+public:
+    explicit DevMgrPropertyAccImp(RCShdPtr<DevMgrMediator> const &mediator)
+        : _mediator(mediator), _observerEng(new DevMgrPropertyObserverEng(*mediator))
+    {}
+
+    ~DevMgrPropertyAccImp() noexcept(false) override { _observerEng->detachAll(); }
+
+    RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) override
+    {
+        PropertyConfigParser const parser(config);
+        RCShdPtr<DevMDPropertyPrtcl> const device = getDevice(parser.getDeviceName());
+        auto sets = device->getPropertySetIter();
+        auto setsEnd = device->getPropertySetIterEnd();
+        auto properties = device->getPropertyIter();
+        auto propertiesEnd = device->getPropertyIterEnd();
+        for (auto const &name : parser.getSetNames()) {
+            RCShdPtr<DevMDPropertySet> const set = findByName(sets, setsEnd, name);
+            sets = set->getPropertySetIter();
+            setsEnd = set->getPropertySetIterEnd();
+            properties = set->getPropertyIter();
+            propertiesEnd = set->getPropertyIterEnd();
+        }
+        return findByName(properties, propertiesEnd, parser.getPropertyName());
+    }
+
+    void attachObserver(RCShdPtr<DevMDPropertyAny> property,
+                        RCShdPtr<DevMgrPropertyObserver> observer) override
+    {
+        _observerEng->attach(property, observer);
+    }
+
+    void detachObserver(RCShdPtr<DevMDPropertyAny> property,
+                        RCShdPtr<DevMgrPropertyObserver> observer) override
+    {
+        _observerEng->detach(property, observer);
+    }
+
+private:
+    RCShdPtr<DevMDPropertyPrtcl> getDevice(LiString const &name)
+    {
+        if (!DevRegistry::getInstance().isRegistered(name))
+            ZV_THROW(DevMgrEx::NameNotFound);
+        {
+            LkGuard<LkLock const> const guard(_mediator->getLock());
+            _mediator->createPrtcl(name);
+        }
+        auto const device = rcDynamicCast<DevMDPropertyPrtcl>(_mediator->getPrtcl(name));
+        if (device.isNull())
+            ZV_THROW(DevMgrEx::BadMDPrtclImp);
+        return device;
+    }
+
+    RCShdPtr<DevMgrMediator> _mediator;
+    RCShdPtr<DevMgrPropertyObserverEng> _observerEng;
+};
+
+} // namespace
+
+DevMgrPropertyAcc::~DevMgrPropertyAcc() noexcept(false) = default;
+
+ObjPtrRet<DevMgrPropertyAcc> DevMgrPropertyAcc::create(RCShdPtr<DevMgrMediator> const &mediator)
+{
+    return makeObj<DevMgrPropertyAccImp>(mediator);
+}
+
+} // namespace Zv

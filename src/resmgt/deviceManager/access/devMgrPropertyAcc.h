@@ -1,0 +1,44 @@
+// Reading, writing and observing the properties of devices.
+#pragma once
+
+#include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
+#include "resmgt/deviceProtocol/devMDPropertyAny.h"
+#include "resmgt/export.h"
+#include "resmgt/literals/liString.h"
+#include "zvbase/objPtr.h"
+
+namespace Zv {
+
+class DevMgrMediator;
+
+/// Finds properties by a property string, `device : set : set : property` with any number of sets: `camera:lens:focus`.
+/// Typed reading and writing stand in `DevMgrPropertyValueUtil`, attaching by string in `DevMgrPropertyObserverUtil`.
+///
+/// Changes are reported on the manager's thread "DevMgr ANO", never on a device's. The object's destruction detaches
+/// all its observers; a notification that is under way then reaches nobody. A property has one property access that
+/// observes it at a time.
+///
+/// All operations may be called by any thread but those of devices and "DevMgr ANO".
+class ZVRESMGT_EXPORT DevMgrPropertyAcc : public RCBase<LkCounter<long>>
+{
+public:
+    static ObjPtrRet<DevMgrPropertyAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
+
+    ~DevMgrPropertyAcc() noexcept(false) override;
+
+    /// The property that the string names. Its device is created and opened at its first mention.
+    /// `DevMgrEx::PropertySyntaxError` with all that was accepted and the fault; `NameNotFound` for an unknown device;
+    /// `BadMDPrtclImp` for one without properties; `NameNotRegistered` for an unknown set or property.
+    virtual RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) = 0;
+    /// Attaching an observer again changes nothing, nor does detaching one that is not attached. After `detachObserver`
+    /// has returned, the observer is not called any more.
+    virtual void attachObserver(RCShdPtr<DevMDPropertyAny> property,
+                                RCShdPtr<DevMgrPropertyObserver> observer) = 0;
+    virtual void detachObserver(RCShdPtr<DevMDPropertyAny> property,
+                                RCShdPtr<DevMgrPropertyObserver> observer) = 0;
+
+protected:
+    DevMgrPropertyAcc() = default;
+};
+
+} // namespace Zv

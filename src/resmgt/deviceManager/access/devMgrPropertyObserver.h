@@ -1,0 +1,37 @@
+// Being told of changes of a property.
+#pragma once
+
+#include "resmgt/deviceProtocol/devMDPropertyAny.h"
+#include "resmgt/export.h"
+
+namespace Zv {
+
+/// Which property changed, and the device's word for how. It carries no value.
+class ZVRESMGT_EXPORT DevMgrPropertyObserverHint
+{
+public:
+    DevMgrPropertyObserverHint(RCShdPtr<DevMDPropertyAny> const &property, unsigned int event)
+        : _property(property), _event(event)
+    {}
+
+    RCShdPtr<DevMDPropertyAny> getProperty() const { return _property; }
+    unsigned int getEvent() const { return _event; }
+
+private:
+    RCShdPtr<DevMDPropertyAny> _property;
+    unsigned int _event;
+};
+
+/// Written by a client that wants to know of changes.
+class ZVRESMGT_EXPORT DevMgrPropertyObserver : public RCBase<LkCounter<long>>
+{
+public:
+    /// Called on the manager's thread "DevMgr ANO", which serves all notifications of the manager: it marks, and the
+    /// client's own thread reads. It must not wait for a device, attach or detach, nor throw: a device that waits for
+    /// this thread would wait for ever, and what is thrown ends the process.
+    virtual void update(DevMgrPropertyObserverHint const &hint) = 0;
+
+    ~DevMgrPropertyObserver() noexcept(false) override;
+};
+
+} // namespace Zv

@@ -1,0 +1,64 @@
+// Connecting a stream of one device to a stream of another.
+#pragma once
+
+#include "resmgt/deviceProtocol/devMDStream.h"
+#include "resmgt/export.h"
+#include "resmgt/literals/liString.h"
+#include "zvbase/objPtr.h"
+
+namespace Zv {
+
+class DevMgrMediator;
+
+/// Connects streams by a stream string, starts them, and stops them all when it is destroyed: the active end of the
+/// latest connection first.
+///
+/// The string is `[source-device] : source-stream verb [sink-device] : sink-stream`, where the verb is `push` or
+/// `pull` and stands between white space: `camera:out push recorder:in`. A device is left out for a stream that was
+/// registered under a bare name. In a push the source is active and pushes into a passive sink; in a pull the sink is
+/// active and pulls from a passive source. The passive end starts first.
+///
+/// All operations may be called by any thread but those of devices and "DevMgr ANO".
+class ZVRESMGT_EXPORT DevMgrStreamAcc
+{
+public:
+    /// The canonical name of a stream, without white space: `device:stream`, or `:stream` for a bare one.
+    class ZVRESMGT_EXPORT StreamId
+    {
+    public:
+        StreamId() = default;
+        StreamId(LiString const &stream);
+        StreamId(LiString const &device, LiString const &stream);
+
+        LiString getId() const { return _id; }
+
+    private:
+        LiString _id;
+    };
+
+    static ObjPtrRet<DevMgrStreamAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
+
+    virtual ~DevMgrStreamAcc() noexcept(false);
+
+    /// Throws `DevMgrEx::ConfigSyntaxError` on a bad string, with all that was accepted and the fault. Changes
+    /// nothing.
+    virtual void parseConfig(LiString const &config) = 0;
+    /// Connects two streams and starts them. Devices are created and opened at their first mention.
+    /// `DevMgrEx::ConfigSyntaxError`; `NameNotRegistered` for an unknown bare name; `NameNotFound` for a stream that
+    /// its device has not; `StreamNotAvailable` where either end is in use (the reason names the source);
+    /// `StreamsNotCompatible`; `BadMDPrtclImp` for a device without streams or ends that do not fit the verb;
+    /// `DevPrtclEx::ExNameNotRegistered` for an unknown device. What a stream throws passes, and streams started
+    /// before that are stopped with this object.
+    virtual void connect(LiString const &config) = 0;
+    /// Makes a stream known by an id. `DevMgrEx::NameNotUnique` where the id is taken.
+    virtual void registerStream(StreamId const &id, RCShdPtr<DevMDStream> stream) = 0;
+    virtual bool isRegistered(StreamId const &id) = 0;
+    /// The forms for a caller that holds the manager's configuration lock.
+    virtual void registerNoGuard(StreamId const &id, RCShdPtr<DevMDStream> stream) = 0;
+    virtual bool isRegisteredNoGuard(StreamId const &id) = 0;
+
+protected:
+    DevMgrStreamAcc() = default;
+};
+
+} // namespace Zv

@@ -1,0 +1,104 @@
+#include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
+
+#include "resmgt/deviceManager/access/seqConfigParser.private.h"
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrMediator.h"
+#include "resmgt/deviceManager/sequence/devSeqEv.h"
+#include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
+#include "resmgt/deviceManager/sequence/devSeqTree.h"
+#include "resmgt/deviceManager/sequence/seqANO.h"
+#include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
+#include "resmgt/locks/lkGuard.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+namespace {
+
+class DevMgrSyncSeqAccImp : public DevMgrSyncSeqAcc
+{
+public:
+    explicit DevMgrSyncSeqAccImp(RCShdPtr<DevMgrMediator> const &mediator)
+        : _tree(new DevSeqTree), _mediator(mediator)
+    {
+        _anoFactory = makeObj<SeqANOFactory>(_tree);
+    }
+
+    Vector<Vector<LiString>> parseConfig(LiString const &config) override
+    {
+        return SeqConfigParser(config).getEdges();
+    }
+
+    void configure(LiString const &config) override
+    {
+        LkGuard<LkLock const> const guard(_mediator->getLock());
+        Vector<Vector<LiString>> const edges = SeqConfigParser(config).getEdges();
+        for (auto const &edge : edges) {
+            LiString const &name = edge[1];
+            _mediator->createPrtcl(name);
+            auto const seqPrtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(_mediator->getPrtcl(name));
+            if (seqPrtcl.isNull())
+                ZV_THROW(DevMgrEx::BadMDPrtclImp);
+            makeNode(name, seqPrtcl);
+        }
+        buildTree(edges);
+    }
+
+    void start() override { _tree->processEvent(DevSeqEv::START); }
+    void stop() override { _tree->processEvent(DevSeqEv::STOP); }
+    void wait() override { _tree->wait(); }
+    LiString getState(LiString const &name) override { return _tree->getState(name); }
+
+private:
+    void makeNode(LiString const &name, RCShdPtr<DevMDSyncSeqPrtcl> const &seqPrtcl)
+    {
+        auto const iter = _seqTreeNodeMap.find(name);
+        ZV_ASSERT(iter == _seqTreeNodeMap.end());
+        ZV_ASSERT(_mediator->isPrtclCreated( name ));
+        ZV_ASSERT(!seqPrtcl.isNull());
+        RCShdPtr<DevSeqPrtclUtil> const util(new DevSeqPrtclUtil(
+            seqPrtcl, _mediator->getFifo(), prototype(name, DevSeqEv::READY),
+            prototype(name, DevSeqEv::LOCK), prototype(name, DevSeqEv::ABORTED),
+            prototype(name, DevSeqEv::STOPPED), prototype(name, DevSeqEv::RECOVER),
+            prototype(name, DevSeqEv::ABORT)));
+        _seqTreeNodeMap.emplace(name, DevSeqTreeNode::create(name, util));
+    }
+
+    ObjPtr<DevClonableANO> prototype(LiString const &name, unsigned event)
+    {
+        return _anoFactory->create(name, event);
+    }
+
+    void buildTree(Vector<Vector<LiString>> const &edges)
+    {
+        LiString const null;
+        auto iter = edges.begin();
+        ZV_ASSERT((*iter)[0] == null);
+        _tree->setRoot(findNode((*iter)[1]));
+        while (++iter != edges.end())
+            _tree->attach(findNode((*iter)[0]), findNode((*iter)[1]));
+    }
+
+    /// Null for a name without node: the root has no sibling.
+    RCShdPtr<DevSeqTreeNode> findNode(LiString const &name) const
+    {
+        auto const entry = _seqTreeNodeMap.find(name);
+        return entry == _seqTreeNodeMap.end() ? RCShdPtr<DevSeqTreeNode>() : entry->second;
+    }
+
+    HashMap<LiString, RCShdPtr<DevSeqTreeNode>> _seqTreeNodeMap;
+    ObjPtr<SeqANOFactory> _anoFactory;
+    RCShdPtr<DevSeqTree> _tree;
+    RCShdPtr<DevMgrMediator> _mediator;
+};
+
+} // namespace
+
+DevMgrSyncSeqAcc::~DevMgrSyncSeqAcc() noexcept(false) = default;
+
+ObjPtrRet<DevMgrSyncSeqAcc> DevMgrSyncSeqAcc::create(RCShdPtr<DevMgrMediator> const &mediator)
+{
+    return makeObj<DevMgrSyncSeqAccImp>(mediator);
+}
+
+} // namespace Zv

@@ -1,0 +1,69 @@
+#include "resmgt/deviceManager/devMgrMediator.h"
+
+#include "resmgt/deviceManager/completeAll.private.h"
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrThread.private.h"
+#include "resmgt/deviceManager/devRegistry.h"
+#include "resmgt/locks/lkGuard.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+namespace {
+
+constexpr int FIFO_CAPACITY = 25;
+
+} // namespace
+
+DevMgrMediator::DevMgrMediator()
+    : _configLock("DevMgrMediator ConfigLock"),
+      _prtclMapLock("DevMgrMediator MapLock"),
+      _fifo(new DevMgrFifo(FIFO_CAPACITY))
+{
+    _thread = makeObj<DevMgrThread>(_fifo);
+}
+
+DevMgrMediator::~DevMgrMediator() noexcept(false)
+    ZV_NO_THREAD_SAFETY_ANALYSIS // no other owner remains
+{
+    completeAll([this] { return !_opened.empty(); },
+                [this] {
+                    RCShdPtr<DevMDAccessPrtcl> const device = _opened.back();
+                    _opened.pop_back();
+                    device->performClose();
+                });
+}
+
+bool DevMgrMediator::isPrtclCreated(LiString const &name) const
+{
+    LkGuard<LkLock const> const guard(_prtclMapLock);
+    return _prtclMap.contains(name);
+}
+
+RCShdPtr<DevMDPrtcl> DevMgrMediator::getPrtcl(LiString const &name) const
+{
+    LkGuard<LkLock const> const guard(_prtclMapLock);
+    auto const entry = _prtclMap.find(name);
+    if (entry == _prtclMap.end())
+        ZV_THROW(DevMgrEx::NameNotFound);
+    return entry->second;
+}
+
+void DevMgrMediator::createPrtcl(LiString const &name)
+{
+    if (isPrtclCreated(name))
+        return;
+    RCShdPtr<DevMDPrtcl> const created = DevRegistry::getInstance().createPrtcl(name);
+    {
+        LkGuard<LkLock const> const guard(_prtclMapLock);
+        _prtclMap.emplace(name, created);
+    }
+    RCShdPtr<DevMDPrtcl> const prtcl = getPrtcl(name);
+    ZV_ASSERT(!prtcl.isNull());
+    if (auto const access = rcDynamicCast<DevMDAccessPrtcl>(prtcl); !access.isNull()) {
+        access->performOpen();
+        _opened.push_back(access);
+    }
+}
+
+} // namespace Zv

@@ -1,0 +1,86 @@
+#include "resmgt/deviceManager/devMgrThread.private.h"
+
+#include "platform/interlocked.h"
+#include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
+#include "resmgt/deviceProtocol/devReceiverWait.h"
+#include "resmgt/deviceProtocol/devSenderWait.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+namespace {
+
+/// Executes one entry of the queue after the other until it is told to stop.
+class ANOThreadProtocol : public MtThreadProtocol
+{
+public:
+    explicit ANOThreadProtocol(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo) {}
+
+    /// An object lives on until the next one has arrived.
+    void performExecute(MtThread *) override
+    {
+        ObjPtr<DevANO> ano;
+        while (!Interlocked::loadAcquire(_stop)) {
+            ano = _fifo->consume().release();
+            ano->performExecute();
+            ano->notify();
+        }
+    }
+
+    void performStop(MtThread *) override { Interlocked::storeRelease(_stop, true); }
+
+private:
+    RCShdPtr<DevMgrFifo> _fifo;
+    bool _stop = false;
+};
+
+/// Stops the thread where everything queued before has been executed.
+class SynchronizedCloseANO : public DevANO
+{
+public:
+    SynchronizedCloseANO() : _wait("DevMgr SynchronizedCloseANO") {}
+
+    void performExecute() override
+    {
+        _wait.post();
+        _wait.wait();
+    }
+
+    /// There is one for each closing.
+    virtual ObjPtrRet<DevANO> clone() const { ZV_ABORT_PROGRAM(); }
+
+    DevReceiverWait &getWait() { return _wait; }
+
+private:
+    DevReceiverWait _wait;
+};
+
+} // namespace
+
+DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo)
+    : _fifo(fifo), _protocol(new ANOThreadProtocol(fifo))
+{
+    _thread = MtThreadFactory::getInstance().createThread("DevMgr ANO", _protocol, true, 0);
+    _relation = makeObj<PriorityRelation>("DevMgr ANO", DevMDStdAccessPrtcl::getPriority(),
+                                          PriorityRelation::EQUAL, _thread->getPriority());
+    _thread->start();
+}
+
+DevMgrThread::~DevMgrThread() noexcept(false)
+{
+    auto * const close = new SynchronizedCloseANO;
+    ObjPtr<DevANO> ano(close);
+    DevSenderWait sender(close->getWait());
+    DevANOQueueEntry entry(ano);
+    _fifo->produce(entry);
+    sender.wait();
+    _thread->stop();
+    sender.post();
+    _thread->join();
+    _fifo->clear();
+}
+
+} // namespace Zv

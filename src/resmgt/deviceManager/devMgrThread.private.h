@@ -1,0 +1,29 @@
+// The owner of a manager's thread, "DevMgr ANO".
+#pragma once
+
+#include "resmgt/deviceManager/devMgrFifo.h"
+#include "resmgt/threads/mtThread.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "zvbase/objPtr.h"
+
+namespace Zv {
+
+/// Runs the thread that executes what arrives in a manager's queue, from its constructor to its destructor. The
+/// destructor lets everything that was queued before it run, and drops what comes later without executing it.
+class DevMgrThread
+{
+public:
+    explicit DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo);
+    ~DevMgrThread() noexcept(false);
+
+    DevMgrThread(DevMgrThread const &) = delete;
+    DevMgrThread &operator=(DevMgrThread const &) = delete;
+
+private:
+    RCShdPtr<DevMgrFifo> _fifo;
+    ObjPtr<MtThread> _thread;
+    ObjPtr<PriorityRelation> _relation;
+    ObjPtr<MtThreadProtocol> _protocol; // until the thread has it
+};
+
+} // namespace Zv

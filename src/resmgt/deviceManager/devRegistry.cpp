@@ -1,0 +1,72 @@
+#include "resmgt/deviceManager/devRegistry.h"
+
+#include "resmgt/deviceProtocol/devPrtclEx.h"
+#include "resmgt/locks/lkSingleton.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+namespace {
+
+/// Owns its entries, but does not outlive the process's need of them: what is still in it is left alone.
+class DevRegistryImp : public DevRegistry, private HashMap<LiString, DevRegistryEntry *>
+{
+public:
+    void add(ObjPtr<DevRegistryEntry> entry) override
+    {
+        if (!try_emplace(entry->getName(), entry.get()).second)
+            ZV_THROW(DevPrtclEx::ExNameNotUnique);
+        static_cast<void>(entry.release());
+    }
+
+    bool isRegistered(LiString const &name) override { return contains(name); }
+
+    int getCount() override { return static_cast<int>(size()); }
+
+    ObjPtrRet<Vector<LiString>> getNames() override
+    {
+        auto names = makeObj<Vector<LiString>>();
+        ObjPtr<Vector<LiString>> result(std::move(names));
+        for (auto const &[name, entry] : *this)
+            result->push_back(name);
+        return result;
+    }
+
+    LiString getDescription(LiString const &name) override { return get(name).getDescription(); }
+
+    void remove(LiString const &name) override
+    {
+        ObjPtr<DevRegistryEntry> const entry(&get(name));
+        erase(name);
+    }
+
+    RCShdPtr<DevMDPrtcl> createPrtcl(LiString const &name) override
+    {
+        return get(name).createPrtcl();
+    }
+
+private:
+    DevRegistryEntry &get(LiString const &name)
+    {
+        if (!isRegistered(name))
+            ZV_THROW(DevPrtclEx::ExNameNotRegistered);
+        return *find(name)->second;
+    }
+};
+
+} // namespace
+
+DevRegistryEntry::DevRegistryEntry(LiString const &name, LiString const &description)
+    : _name(name), _description(description)
+{}
+
+DevRegistryEntry::~DevRegistryEntry() noexcept(false) = default;
+
+DevRegistry::~DevRegistry() noexcept(false) = default;
+
+DevRegistry &DevRegistry::getInstance()
+{
+    return LkSingleton<DevRegistryImp>::getInstance();
+}
+
+} // namespace Zv

@@ -1,0 +1,349 @@
+#include "fakeDevices.h"
+
+#include "resmgt/deviceProtocol/devMDStdPropertyPrtcl.h"
+#include "resmgt/deviceProtocol/devMDStdPropertySetBuilder.h"
+#include "resmgt/locks/lkSema.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace Test;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+/// A property whose value lies in itself.
+template <class T>
+class PlainProperty : public DevMDProperty<T>
+{
+public:
+    PlainProperty(LiString name, T initial, Journal &journal)
+        : value(initial), _uuid(LiUuid::CreateEnum()), _name(std::move(name)), _journal(journal)
+    {
+        _uuid.create();
+    }
+
+    LiUuid getUuid() override { return _uuid; }
+    LiString getName() override { return _name; }
+    LiString getDescription() override { return "a property of the tests"; }
+    unsigned int getAttributes() const override { return 3; }
+    bool isAvailable() const override { return true; }
+    void setObserverAEO(ObjPtr<DevMDPropertyAEO> observer) override
+    {
+        _journal.add((observer.isNull() ? "cleared " : "observed ") + std::string(_name.getChars()));
+        _observer = observer;
+    }
+
+    void notify(unsigned events)
+    {
+        if (!_observer.isNull())
+            _observer->performNotify(events);
+    }
+
+    T value;
+
+protected:
+    void performSet(T const &newValue) override { value = newValue; }
+    void performGet(T &result) override { result = value; }
+
+private:
+    LiUuid _uuid;
+    LiString const _name;
+    Journal &_journal;
+    ObjPtr<DevMDPropertyAEO> _observer;
+};
+
+/// cam : x, cam : lens : focus, cam : lens : motor : speed.
+class PropertyDevice : public DevMDStdPropertyPrtcl
+{
+public:
+    explicit PropertyDevice(Journal &journal)
+        : DevMDStdPropertyPrtcl("cam"), x(new PlainProperty<int>("x", 1, journal)),
+          focus(new PlainProperty<double>("focus", 2.5, journal)),
+          speed(new PlainProperty<Vector<short>>("speed", {3, 4}, journal))
+    {
+        ObjPtr<DevMDStdPropertySetBuilder> builder = getPropertySetBuilder();
+        builder->addProperty(x);
+        builder->pushSet("lens", "the lens");
+        builder->addProperty(focus);
+        builder->pushSet("motor", "its motor");
+        builder->addProperty(speed);
+    }
+
+    RCShdPtr<PlainProperty<int>> x;
+    RCShdPtr<PlainProperty<double>> focus;
+    RCShdPtr<PlainProperty<Vector<short>>> speed;
+};
+
+class RecordingObserver : public DevMgrPropertyObserver
+{
+public:
+    RecordingObserver(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
+
+    void update(DevMgrPropertyObserverHint const &hint) override
+    {
+        _journal.add(_name + " " + hint.getProperty()->getName().getChars() + " " +
+                     std::to_string(hint.getEvent()));
+        _thread = std::this_thread::get_id();
+    }
+
+    std::thread::id getThread() const { return _thread; }
+
+private:
+    std::string const _name;
+    Journal &_journal;
+    std::thread::id _thread;
+};
+
+class PropertyAccess : public testing::Test
+{
+protected:
+    PropertyAccess()
+        : cam("cam", [this] { return RCShdPtr<DevMDPrtcl>(_device = new PropertyDevice(journal)); })
+    {
+    }
+
+    PropertyDevice &device()
+    {
+        manager->getPrtcl("cam");
+        return *_device;
+    }
+
+    template <class Failure>
+    std::string refusal(char const *config)
+    {
+        try {
+            access->getProperty(config);
+        } catch (Failure const &failure) {
+            return failure.getReason();
+        }
+        return "no failure";
+    }
+
+    /// Returns when the manager's thread has done all that was queued before.
+    void settle()
+    {
+        LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
+        class Post : public DevMgrPropertyObserver
+        {
+        public:
+            explicit Post(LkUnnamedSema &sema) : _sema(sema) {}
+            void update(DevMgrPropertyObserverHint const &) override { _sema.post(); }
+
+        private:
+            LkUnnamedSema &_sema;
+        };
+        RCShdPtr<PlainProperty<int>> const fence(new PlainProperty<int>("fence", 0, ignored));
+        RCShdPtr<DevMgrPropertyObserver> const post(new Post(done));
+        access->attachObserver(fence, post);
+        fence->notify(0);
+        done.wait();
+        access->detachObserver(fence, post);
+    }
+
+    Journal journal;
+    Journal ignored;
+    Registered const cam;
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    ObjPtr<DevMgrPropertyAcc> access = manager->createPropertyAcc();
+
+private:
+    PropertyDevice *_device = nullptr;
+};
+
+TEST_F(PropertyAccess, BadStringsAreExplained)
+{
+    using Failure = DevMgrEx::PropertySyntaxError;
+    EXPECT_EQ(refusal<Failure>(""), "[ unexpected end of tokens ]");
+    EXPECT_EQ(refusal<Failure>(" \t"), "[ unexpected end of tokens ]");
+    EXPECT_EQ(refusal<Failure>(":x"), "[ expected device name ]");
+    EXPECT_EQ(refusal<Failure>("a b"), "a [ expected colon after device name ]");
+    EXPECT_EQ(refusal<Failure>("a"), "a [ unexpected end of tokens ]");
+    EXPECT_EQ(refusal<Failure>("a:"), "a : [ unexpected end of tokens ]");
+    EXPECT_EQ(refusal<Failure>("a:b c"), "a : b [ expected colon after property set name ]");
+    EXPECT_EQ(refusal<Failure>("a:b:"), "a : b : [ unexpected end of tokens ]");
+}
+
+TEST_F(PropertyAccess, ColonCanBeAName)
+{
+    EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam::"), "Not a registered object.");
+    EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:::x"), "Not a registered object.");
+}
+
+TEST_F(PropertyAccess, UnknownDeviceIsNotFoundBeforeItsSetsMatter)
+{
+    EXPECT_EQ(refusal<DevMgrEx::NameNotFound>("nobody:x"), "Named device not found.");
+    EXPECT_EQ(refusal<DevMgrEx::NameNotFound>("nobody:no:such:set"), "Named device not found.");
+}
+
+TEST_F(PropertyAccess, DeviceWithoutPropertiesIsRefused)
+{
+    Registered const plain("plain",
+                           [this] { return RCShdPtr<DevMDPrtcl>(new RecordingAccess("plain", journal)); });
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("plain:x"), "Managed device protocol not implemented.");
+}
+
+TEST_F(PropertyAccess, UnknownSetsAndPropertiesAreNotRegistered)
+{
+    char const *const reason = "Not a registered object.";
+    EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:y"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:lens"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:x:x"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:lens:x"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:motor:speed"), reason);
+}
+
+TEST_F(PropertyAccess, FindsPropertiesAtEveryDepth)
+{
+    EXPECT_TRUE(access->getProperty("cam:x") == device().x);
+    EXPECT_TRUE(access->getProperty(" cam : lens : focus ") == device().focus);
+    EXPECT_TRUE(access->getProperty("cam:lens:motor:speed") == device().speed);
+}
+
+TEST_F(PropertyAccess, ReadsAndWritesTypedValues)
+{
+    double focus = 0;
+    DevMgrPropertyValueUtil<double>::getValue(*access, "cam:lens:focus", focus);
+    EXPECT_EQ(focus, 2.5);
+    DevMgrPropertyValueUtil<Vector<short>>::setValue(*access, "cam:lens:motor:speed", {7, 8, 9});
+    EXPECT_EQ(device().speed->value, (Vector<short>{7, 8, 9}));
+}
+
+TEST_F(PropertyAccess, AnotherTypeIsNoConversion)
+{
+    int value = 0;
+    try {
+        DevMgrPropertyValueUtil<int>::getValue(*access, "cam:lens:focus", value);
+        FAIL() << "a double was read as an int";
+    } catch (DevMgrEx::PropertyInvalidType const &failure) {
+        EXPECT_STREQ(failure.getReason(), "Illegal type converion of property focus");
+    }
+    EXPECT_THROW(DevMgrPropertyValueUtil<float>::setValue(*access, "cam:lens:focus", 1.0F),
+                 DevMgrEx::PropertyInvalidType);
+    EXPECT_EQ(device().focus->value, 2.5);
+}
+
+TEST_F(PropertyAccess, FirstObserverIsSetAndTheLastOneClears)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    RCShdPtr<DevMgrPropertyObserver> const two(new RecordingObserver("two", journal));
+    DevMgrPropertyObserverUtil::attachObserver(*access, "cam:x", one);
+    EXPECT_EQ(journal.take(), (Lines{"observed x"}));
+    DevMgrPropertyObserverUtil::attachObserver(*access, "cam:x", two);
+    DevMgrPropertyObserverUtil::attachObserver(*access, "cam:x", two);
+    DevMgrPropertyObserverUtil::detachObserver(*access, "cam:x", one);
+    EXPECT_EQ(journal.take(), Lines{});
+    DevMgrPropertyObserverUtil::detachObserver(*access, "cam:x", two);
+    EXPECT_EQ(journal.take(), (Lines{"cleared x"}));
+    DevMgrPropertyObserverUtil::attachObserver(*access, "cam:x", one);
+    EXPECT_EQ(journal.take(), (Lines{"observed x"}));
+}
+
+TEST_F(PropertyAccess, DetachingAStrangerChangesNothing)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    RCShdPtr<DevMgrPropertyObserver> const two(new RecordingObserver("two", journal));
+    access->detachObserver(device().x, one);
+    access->attachObserver(device().x, one);
+    access->detachObserver(device().x, two);
+    EXPECT_EQ(journal.take(), (Lines{"observed x"}));
+}
+
+TEST_F(PropertyAccess, ChangesReachAllObserversOnTheManagersThread)
+{
+    auto *const recording = new RecordingObserver("one", journal);
+    RCShdPtr<DevMgrPropertyObserver> const one(recording);
+    RCShdPtr<DevMgrPropertyObserver> const two(new RecordingObserver("two", journal));
+    access->attachObserver(device().x, one);
+    access->attachObserver(device().x, two);
+    journal.take();
+    device().x->notify(5);
+    settle();
+    Lines const inOrder = one < two ? Lines{"one x 5", "two x 5"} : Lines{"two x 5", "one x 5"};
+    EXPECT_EQ(journal.take(), inOrder);
+    EXPECT_NE(recording->getThread(), std::this_thread::get_id());
+}
+
+/// Holds the manager's thread in an update until it is let go.
+class HoldingObserver : public DevMgrPropertyObserver
+{
+public:
+    HoldingObserver()
+        : arrived("arrived", 0, LkSemaTypes::Shared()), released("released", 0, LkSemaTypes::Shared())
+    {
+    }
+    void update(DevMgrPropertyObserverHint const &) override
+    {
+        arrived.post();
+        released.wait();
+    }
+
+    LkUnnamedSema arrived;
+    LkUnnamedSema released;
+};
+
+TEST_F(PropertyAccess, NotificationUnderWayReachesNobodyOnceTheLastObserverHasGone)
+{
+    ObjPtr<DevMgrPropertyAcc> other = manager->createPropertyAcc();
+    RCShdPtr<PlainProperty<int>> const gate(new PlainProperty<int>("gate", 0, ignored));
+    auto *const holding = new HoldingObserver;
+    other->attachObserver(gate, RCShdPtr<DevMgrPropertyObserver>(holding));
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    access->attachObserver(device().x, one);
+    gate->notify(0);
+    holding->arrived.wait();
+    device().x->notify(1);
+    access->detachObserver(device().x, one);
+    journal.take();
+    holding->released.post();
+    settle();
+    EXPECT_EQ(journal.take(), Lines{});
+
+    access->attachObserver(device().x, one);
+    device().x->notify(2);
+    settle();
+    EXPECT_EQ(journal.take(), (Lines{"observed x", "one x 2"}));
+}
+
+TEST_F(PropertyAccess, DestructionDetachesAllObservers)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    access->attachObserver(device().x, one);
+    access->attachObserver(device().focus, one);
+    journal.take();
+    access = nullptr;
+    auto lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"cleared focus", "cleared x"}));
+}
+
+TEST_F(PropertyAccess, NullPointersAreRefused)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    EXPECT_THROW(access->attachObserver(RCShdPtr<DevMDPropertyAny>(), one), RCEx::ExNullPtr);
+    EXPECT_THROW(DevMgrPropertyAcc::create(RCShdPtr<DevMgrMediator>()), RCEx::ExNullPtr);
+}
+
+TEST_F(PropertyAccess, ObserversComeAndGoWhileChangesArrive)
+{
+    std::atomic<bool> stop = false;
+    auto const property = device().x;
+    RCShdPtr<DevMgrPropertyObserver> const lasting(new RecordingObserver("lasting", ignored));
+    access->attachObserver(property, lasting);
+    std::thread notifier([&] {
+        while (!stop)
+            property->notify(1);
+    });
+    for (int i = 0; i < 500; ++i) {
+        RCShdPtr<DevMgrPropertyObserver> const observer(new RecordingObserver("passing", ignored));
+        access->attachObserver(property, observer);
+        access->detachObserver(property, observer);
+    }
+    stop = true;
+    notifier.join();
+    settle();
+}
+
+} // namespace

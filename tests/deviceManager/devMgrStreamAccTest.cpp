@@ -1,0 +1,345 @@
+#include "fakeDevices.h"
+
+#include "resmgt/deviceProtocol/devMDStdStream.h"
+#include "resmgt/deviceProtocol/devMDStdStreamPrtcl.h"
+
+#include <gtest/gtest.h>
+
+using namespace Test;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+class Format : public DevMDStreamFormat
+{
+public:
+    explicit Format(int rate) : rate(rate) {}
+    int const rate;
+};
+
+/// A standard stream that writes what happens to it.
+template <class Base>
+class Recorded : public Base
+{
+public:
+    Recorded(std::string name, Journal &journal)
+        : Base(name.c_str(), "a stream"), journal(journal), name(std::move(name))
+    {
+    }
+    int getKind() override { return 0; }
+    void start() override
+    {
+        journal.add("start " + name);
+        if (failsToStart)
+            throw std::runtime_error("stuck");
+        Base::start();
+    }
+    void stop() override
+    {
+        journal.add("stop " + name);
+        Base::stop();
+    }
+
+    Journal &journal;
+    std::string const name;
+    int rate = 48000;
+    bool failsToStart = false;
+};
+
+template <class Base>
+class Source : public Recorded<Base>
+{
+public:
+    using Recorded<Base>::Recorded;
+    RCShdPtr<DevMDStreamFormat> getFormat() override
+    {
+        return RCShdPtr<DevMDStreamFormat>(new Format(this->rate));
+    }
+};
+
+template <class Base>
+class Sink : public Recorded<Base>
+{
+public:
+    using Recorded<Base>::Recorded;
+    bool isCompatible(RCShdPtr<DevMDStreamFormat> const &format) override
+    {
+        return rcDynamicCast<Format>(format)->rate == this->rate;
+    }
+};
+
+class ActiveSource : public Source<DevMDStdStreamActiveSource>
+{
+public:
+    using Source::Source;
+    void connect(RCShdPtr<DevMDStreamPassiveSink> sink) override
+    {
+        journal.add("connect " + name + " to " + sink->getName().getChars());
+    }
+};
+
+class PassiveSource : public Source<DevMDStdStreamPassiveSource>
+{
+public:
+    using Source::Source;
+    ObjPtrRet<DevMDStreamElem> pull() override { return nullptr; }
+};
+
+class ActiveSink : public Sink<DevMDStdStreamActiveSink>
+{
+public:
+    using Sink::Sink;
+    void connect(RCShdPtr<DevMDStreamPassiveSource> source) override
+    {
+        journal.add("connect " + name + " to " + source->getName().getChars());
+    }
+};
+
+class PassiveSinkBase : public DevMDStdStreamPassiveSink
+{
+public:
+    PassiveSinkBase(LiString name, LiString description)
+        : DevMDStdStreamPassiveSink(name, description, RCShdPtr<DevMDStdFifo>(), nullptr)
+    {
+    }
+};
+
+using PassiveSink = Sink<PassiveSinkBase>;
+
+/// A device with one stream of each kind: out (active source), lend (passive source), fetch (active sink), in
+/// (passive sink).
+class StreamDevice : public DevMDStdStreamPrtcl
+{
+public:
+    StreamDevice(std::string const &name, Journal &journal) : DevMDStdStreamPrtcl(name.c_str())
+    {
+        out = add<ActiveSource>(name + ".out", journal);
+        lend = add<PassiveSource>(name + ".lend", journal);
+        fetch = add<ActiveSink>(name + ".fetch", journal);
+        in = add<PassiveSink>(name + ".in", journal);
+    }
+
+    ActiveSource *out;
+    PassiveSource *lend;
+    ActiveSink *fetch;
+    PassiveSink *in;
+
+private:
+    template <class Stream>
+    Stream *add(std::string const &name, Journal &journal)
+    {
+        auto *const stream = new Stream(name, journal);
+        addStream(RCShdPtr<DevMDStream>(stream));
+        return stream;
+    }
+};
+
+class StreamAccess : public testing::Test
+{
+protected:
+    StreamAccess()
+        : a("a", [this] { return RCShdPtr<DevMDPrtcl>(_a = new StreamDevice("a", journal)); }),
+          b("b", [this] { return RCShdPtr<DevMDPrtcl>(_b = new StreamDevice("b", journal)); })
+    {
+    }
+
+    StreamDevice &deviceA()
+    {
+        manager->getPrtcl("a");
+        return *_a;
+    }
+    StreamDevice &deviceB()
+    {
+        manager->getPrtcl("b");
+        return *_b;
+    }
+
+    /// The reason of the failure that `connect` ends with.
+    template <class Failure>
+    std::string refusal(char const *config)
+    {
+        try {
+            access->connect(config);
+        } catch (Failure const &failure) {
+            return failure.getReason();
+        }
+        return "no failure";
+    }
+
+    std::string syntaxError(char const *config)
+    {
+        try {
+            access->parseConfig(config);
+        } catch (DevMgrEx::ConfigSyntaxError const &failure) {
+            return failure.getReason();
+        }
+        return "no failure";
+    }
+
+    Journal journal;
+    Registered const a;
+    Registered const b;
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    ObjPtr<DevMgrStreamAcc> access = manager->createStreamAcc();
+
+private:
+    StreamDevice *_a = nullptr;
+    StreamDevice *_b = nullptr;
+};
+
+TEST_F(StreamAccess, BadStringsAreExplained)
+{
+    EXPECT_EQ(syntaxError(""), "[ unexpected end of tokens ]");
+    EXPECT_EQ(syntaxError("a"), "a [ unexpected end of tokens ]");
+    EXPECT_EQ(syntaxError("a:x"), "a : x [ unexpected end of tokens ]");
+    EXPECT_EQ(syntaxError("a:x push b"), "a : x push b [ unexpected end of tokens ]");
+    EXPECT_EQ(syntaxError("a:x push b:"), "a : x push b : [ unexpected end of tokens ]");
+    EXPECT_EQ(syntaxError("a x"), "a [ expected first colon ]");
+    EXPECT_EQ(syntaxError("a:x shove b:y"), "a : x [ expected pull/push verb ]");
+    EXPECT_EQ(syntaxError("a:x:push b:y"), "a : x [ expected pull/push verb ]");
+    EXPECT_EQ(syntaxError("a:x push b y"), "a : x push b [ expected second colon ]");
+    EXPECT_EQ(syntaxError("a:x push b:y z"), "a : x push b : y [ more tokens than expected ]");
+    EXPECT_EQ(syntaxError("a:x push b:y:"), "a : x push b : y [ more tokens than expected ]");
+    EXPECT_EQ(syntaxError(":x pushb:y"), ": x [ expected pull/push verb ]");
+}
+
+TEST_F(StreamAccess, GoodStringsParse)
+{
+    for (char const *config : {"a:x push b:y", " a : x\tpull\nb : y ", ":x push :y", "a:: push b::",
+                               "a:push push push:pull"})
+        EXPECT_EQ(syntaxError(config), "no failure") << config;
+    EXPECT_EQ(journal.take(), Lines{});
+}
+
+TEST_F(StreamAccess, LongNamesAreCutInTheReasonNotOverrun)
+{
+    std::string const longName(5000, 'n');
+    std::string const reason = syntaxError((longName + " x").c_str());
+    EXPECT_EQ(reason, longName.substr(0, ExBase::REASON_CAPACITY));
+}
+
+TEST_F(StreamAccess, PushJoinsAnActiveSourceWithAPassiveSink)
+{
+    access->connect("a:a.out push b:b.in");
+    EXPECT_EQ(journal.take(), (Lines{"connect a.out to b.in", "start b.in", "start a.out"}));
+    EXPECT_FALSE(deviceA().out->isAvailable());
+    EXPECT_FALSE(deviceB().in->isAvailable());
+}
+
+TEST_F(StreamAccess, PullJoinsAnActiveSinkWithAPassiveSource)
+{
+    access->connect("a:a.lend pull b:b.fetch");
+    EXPECT_EQ(journal.take(), (Lines{"connect b.fetch to a.lend", "start a.lend", "start b.fetch"}));
+}
+
+TEST_F(StreamAccess, DestructionStopsInReverseOrder)
+{
+    access->connect("a:a.out push b:b.in");
+    access->connect("b:b.lend pull a:a.fetch");
+    journal.take();
+    access = nullptr;
+    EXPECT_EQ(journal.take(), (Lines{"stop a.fetch", "stop b.lend", "stop a.out", "stop b.in"}));
+    EXPECT_TRUE(deviceA().out->isAvailable());
+}
+
+TEST_F(StreamAccess, StreamOfAnUnknownNameIsNotFound)
+{
+    EXPECT_EQ(refusal<DevMgrEx::NameNotFound>("a:x push b:b.in"), "Named device not found.");
+}
+
+TEST_F(StreamAccess, BareNameMustBeRegistered)
+{
+    EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>(":x push :y"), "Not a registered object.");
+}
+
+TEST_F(StreamAccess, BareNamesConnectOnceRegistered)
+{
+    using Id = DevMgrStreamAcc::StreamId;
+    access->registerStream(Id("x"), RCShdPtr<DevMDStream>(deviceA().out));
+    access->registerStream(Id("y"), RCShdPtr<DevMDStream>(deviceB().in));
+    EXPECT_TRUE(access->isRegistered(Id("x")));
+    EXPECT_FALSE(access->isRegistered(Id("z")));
+    access->connect(":x push :y");
+    EXPECT_EQ(journal.take(), (Lines{"connect a.out to b.in", "start b.in", "start a.out"}));
+}
+
+TEST_F(StreamAccess, TakenIdIsRefused)
+{
+    DevMgrStreamAcc::StreamId const id("x");
+    access->registerStream(id, RCShdPtr<DevMDStream>(deviceA().out));
+    try {
+        access->registerStream(id, RCShdPtr<DevMDStream>(deviceA().in));
+        FAIL() << "the id was taken twice";
+    } catch (DevMgrEx::NameNotUnique const &failure) {
+        EXPECT_STREQ(failure.getReason(), "Not a unique name.");
+    }
+}
+
+TEST_F(StreamAccess, StreamInUseIsNotAvailable)
+{
+    access->connect("a:a.out push b:b.in");
+    EXPECT_EQ(refusal<DevMgrEx::StreamNotAvailable>("a:a.out push b:b.in"), "a:a.out");
+}
+
+TEST_F(StreamAccess, SinkInUseIsReportedByTheSourcesName)
+{
+    access->connect("a:a.out push b:b.in");
+    EXPECT_EQ(refusal<DevMgrEx::StreamNotAvailable>("b:b.out push b:b.in"), "b:b.out");
+}
+
+TEST_F(StreamAccess, IncompatibleStreamsAreReportedWithTheWholeString)
+{
+    deviceA().out->rate = 44100;
+    EXPECT_EQ(refusal<DevMgrEx::StreamsNotCompatible>("a:a.out  push b:b.in"), "a:a.out  push b:b.in");
+    EXPECT_EQ(journal.take(), Lines{});
+}
+
+TEST_F(StreamAccess, EndsThatDoNotFitTheVerbAreRefused)
+{
+    char const *const reason = "Managed device protocol not implemented.";
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.lend push b:b.in"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.out push b:b.fetch"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.out pull b:b.fetch"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.lend pull b:b.in"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.in push b:b.in"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.out push b:b.out"), reason);
+    EXPECT_EQ(journal.take(), Lines{});
+}
+
+TEST_F(StreamAccess, DeviceWithoutStreamsIsRefused)
+{
+    Registered const c("c", [this] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("c", journal)); });
+    EXPECT_THROW(access->connect("c:x push b:b.in"), DevMgrEx::BadMDPrtclImp);
+}
+
+TEST_F(StreamAccess, UnknownDeviceIsRefused)
+{
+    EXPECT_THROW(access->connect("nobody:x push b:b.in"), DevPrtclEx::ExNameNotRegistered);
+}
+
+TEST_F(StreamAccess, RegistrationsSurviveAFailedConnection)
+{
+    EXPECT_THROW(access->connect("a:a.out push b:x"), DevMgrEx::NameNotFound);
+    EXPECT_TRUE(access->isRegistered({"a", "a.out"}));
+    EXPECT_TRUE(deviceA().out->isAvailable());
+}
+
+TEST_F(StreamAccess, StreamStartedBeforeAFailureIsStoppedAtTheEnd)
+{
+    deviceA().out->failsToStart = true;
+    EXPECT_THROW(access->connect("a:a.out push b:b.in"), std::runtime_error);
+    journal.take();
+    access = nullptr;
+    EXPECT_EQ(journal.take(), (Lines{"stop b.in"}));
+}
+
+TEST_F(StreamAccess, IdsAreCanonical)
+{
+    using Id = DevMgrStreamAcc::StreamId;
+    EXPECT_EQ(Id().getId(), "");
+    EXPECT_EQ(Id("c").getId(), ":c");
+    EXPECT_EQ(Id("a b", "c").getId(), "ab:c");
+    EXPECT_EQ(Id(" a\t", "\nc ").getId(), "a:c");
+}
+
+} // namespace

@@ -1,0 +1,133 @@
+#include "fakeDevices.h"
+
+#include "resmgt/locks/lkSema.h"
+
+#include <gtest/gtest.h>
+
+using namespace Test;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+class SequenceAccess : public testing::Test
+{
+protected:
+    Registered device(char const *name)
+    {
+        return Registered(name, [this, name] {
+            journal.add(std::string("create ") + name);
+            return RCShdPtr<DevMDPrtcl>(new PromptSequence(name, journal));
+        });
+    }
+
+    Journal journal;
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    ObjPtr<DevMgrSyncSeqAcc> access = manager->createSyncSeqAcc();
+};
+
+TEST_F(SequenceAccess, CreatesDevicesInTheOrderOfTheString)
+{
+    Registered const a = device("a");
+    Registered const b = device("b");
+    Registered const c = device("c");
+    access->configure("( c ( a b ) )");
+    EXPECT_EQ(journal.take(), (Lines{"create c", "create a", "create b"}));
+    EXPECT_EQ(access->getState("b"), "init");
+}
+
+TEST_F(SequenceAccess, ParsingTouchesNoDevice)
+{
+    Registered const a = device("a");
+    access->parseConfig("( a )");
+    EXPECT_EQ(journal.take(), Lines{});
+}
+
+TEST_F(SequenceAccess, WholeTreeStartsLocksAndStops)
+{
+    Registered const a = device("a");
+    Registered const b = device("b");
+    Registered const c = device("c");
+    access->configure("( a ( b ( c ) ) )");
+    journal.take();
+    access->start();
+    access->stop();
+    access->wait();
+    auto const lines = journal.take();
+    EXPECT_EQ(lines, (Lines{"start a", "start b", "start c", "sync to time a", "sync to mark b",
+                            "sync to mark c", "stop c", "stop b", "stop a"}));
+    for (char const *name : {"a", "b", "c"})
+        EXPECT_EQ(access->getState(name), "final");
+}
+
+TEST_F(SequenceAccess, NameBehindTheRootsGroupIsANullPointer)
+{
+    Registered const a = device("a");
+    Registered const b = device("b");
+    Registered const c = device("c");
+    EXPECT_THROW(access->configure("( a ( b ) c )"), RCEx::ExNullPtr);
+}
+
+TEST_F(SequenceAccess, DeviceThatStandsTwiceFailsItsAssertion)
+{
+    Registered const a = device("a");
+    try {
+        access->configure("( a ( a ) )");
+        FAIL() << "a device got two nodes";
+    } catch (AssertionFailed const &failure) {
+        EXPECT_STREQ(failure.getExpression(), "iter == _seqTreeNodeMap.end()");
+    }
+}
+
+TEST_F(SequenceAccess, SecondConfigurationWithAKnownDeviceFailsItsAssertion)
+{
+    Registered const a = device("a");
+    access->configure("( a )");
+    EXPECT_THROW(access->configure("( a )"), AssertionFailed);
+}
+
+TEST_F(SequenceAccess, UnknownDeviceIsRefused)
+{
+    EXPECT_THROW(access->configure("( nobody )"), DevPrtclEx::ExNameNotRegistered);
+}
+
+TEST_F(SequenceAccess, DeviceWithoutTheSequenceFaceIsRefused)
+{
+    Registered const a("a", [this] { return RCShdPtr<DevMDPrtcl>(new RecordingAccess("a", journal)); });
+    try {
+        access->configure("( a )");
+        FAIL() << "the device was accepted";
+    } catch (DevMgrEx::BadMDPrtclImp const &failure) {
+        EXPECT_STREQ(failure.getReason(), "Managed device protocol not implemented.");
+    }
+    EXPECT_EQ(journal.take(), (Lines{"open a"}));
+}
+
+TEST_F(SequenceAccess, UnknownNameHasNoState)
+{
+    Registered const a = device("a");
+    access->configure("( a )");
+    EXPECT_THROW(access->getState("b"), DevMgrEx::NameNotFound);
+}
+
+TEST_F(SequenceAccess, EmptyTreeIsANullPointer)
+{
+    EXPECT_THROW(access->start(), RCEx::ExNullPtr);
+    EXPECT_THROW(access->stop(), RCEx::ExNullPtr);
+    EXPECT_THROW(access->wait(), RCEx::ExNullPtr);
+    EXPECT_THROW(access->getState("a"), RCEx::ExNullPtr);
+}
+
+TEST_F(SequenceAccess, BadStringCreatesNothing)
+{
+    Registered const a = device("a");
+    EXPECT_THROW(access->configure("( a b )"), DevMgrEx::ConfigSyntaxError);
+    EXPECT_EQ(journal.take(), Lines{});
+}
+
+TEST_F(SequenceAccess, NullMediatorIsANullPointer)
+{
+    ObjPtr<DevMgrSyncSeqAcc> orphan = DevMgrSyncSeqAcc::create(RCShdPtr<DevMgrMediator>());
+    EXPECT_THROW(orphan->configure("( a )"), RCEx::ExNullPtr);
+}
+
+} // namespace

@@ -1,0 +1,279 @@
+#include "fakeDevices.h"
+
+#include "resmgt/deviceManager/devMgrMediator.h"
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkSema.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <thread>
+
+using namespace Test;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+class CallANO : public DevANO
+{
+public:
+    explicit CallANO(std::function<void()> function) : _function(std::move(function)) {}
+    void performExecute() override { _function(); }
+
+private:
+    std::function<void()> _function;
+};
+
+void produce(DevMgrFifo &fifo, std::function<void()> function)
+{
+    ObjPtr<DevANO> ano(new CallANO(std::move(function)));
+    DevANOQueueEntry entry(ano);
+    fifo.produce(entry);
+}
+
+RCShdPtr<DevMDPrtcl> recordingDevice(std::string const &name, Journal &journal)
+{
+    journal.add("create " + name);
+    return RCShdPtr<DevMDPrtcl>(new RecordingAccess(name, journal));
+}
+
+TEST(Manager, CreatesAndOpensADeviceOnceAndClosesItAtTheEnd)
+{
+    Journal journal;
+    Registered const a("a", [&] { return recordingDevice("a", journal); });
+    {
+        ObjPtr<DevMgr> manager = DevMgr::create();
+        auto const first = manager->getPrtcl("a");
+        auto const second = manager->getPrtcl("a");
+        EXPECT_TRUE(first == second);
+        EXPECT_EQ(journal.take(), (Lines{"create a", "open a"}));
+    }
+    EXPECT_EQ(journal.take(), (Lines{"close a"}));
+}
+
+TEST(Manager, ManagersShareKindsButNotDevices)
+{
+    Journal journal;
+    Registered const a("a", [&] { return recordingDevice("a", journal); });
+    ObjPtr<DevMgr> one = DevMgr::create();
+    ObjPtr<DevMgr> other = DevMgr::create();
+    EXPECT_FALSE(one->getPrtcl("a") == other->getPrtcl("a"));
+}
+
+TEST(Manager, ClosesTheNewestDeviceFirst)
+{
+    Journal journal;
+    Registered const a("a", [&] { return recordingDevice("a", journal); });
+    Registered const b("b", [&] { return recordingDevice("b", journal); });
+    Registered const c("c", [&] { return recordingDevice("c", journal); });
+    {
+        ObjPtr<DevMgr> manager = DevMgr::create();
+        manager->getPrtcl("b");
+        manager->getPrtcl("a");
+        manager->getPrtcl("c");
+        journal.take();
+    }
+    EXPECT_EQ(journal.take(), (Lines{"close c", "close a", "close b"}));
+}
+
+TEST(Manager, AccessObjectsKeepDevicesOpen)
+{
+    Journal journal;
+    Registered const a("a", [&] { return recordingDevice("a", journal); });
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    ObjPtr<DevMgrSyncSeqAcc> access = manager->createSyncSeqAcc();
+    manager->getPrtcl("a");
+    manager = nullptr;
+    EXPECT_EQ(journal.take(), (Lines{"create a", "open a"}));
+    access = nullptr;
+    EXPECT_EQ(journal.take(), (Lines{"close a"}));
+}
+
+TEST(Manager, UnknownDeviceIsRefused)
+{
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    EXPECT_THROW(manager->getPrtcl("nobody"), DevPrtclEx::ExNameNotRegistered);
+}
+
+TEST(Manager, DeviceWithoutAccessIsNeitherOpenedNorClosed)
+{
+    Journal journal;
+    Registered const a("a",
+                       [&] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("a", journal)); });
+    {
+        ObjPtr<DevMgr> manager = DevMgr::create();
+        EXPECT_FALSE(manager->getPrtcl("a").isNull());
+    }
+    EXPECT_EQ(journal.take(), Lines{});
+}
+
+class FailsToOpen : public RecordingAccess
+{
+public:
+    using RecordingAccess::RecordingAccess;
+
+    void performOpen() override
+    {
+        RecordingAccess::performOpen();
+        throw std::runtime_error("no lens");
+    }
+};
+
+TEST(Manager, DeviceThatFailsToOpenStaysAndIsNeitherOpenedAgainNorClosed)
+{
+    Journal journal;
+    Registered const a("a", [&] { return RCShdPtr<DevMDPrtcl>(new FailsToOpen("a", journal)); });
+    {
+        ObjPtr<DevMgr> manager = DevMgr::create();
+        EXPECT_THROW(manager->getPrtcl("a"), std::runtime_error);
+        EXPECT_FALSE(manager->getPrtcl("a").isNull());
+    }
+    EXPECT_EQ(journal.take(), (Lines{"open a"}));
+}
+
+class FailsToClose : public RecordingAccess
+{
+public:
+    using RecordingAccess::RecordingAccess;
+
+    void performClose() override
+    {
+        RecordingAccess::performClose();
+        throw std::runtime_error("still warm");
+    }
+};
+
+TEST(Manager, DeviceThatFailsToCloseDoesNotKeepTheOthersOpen)
+{
+    Journal journal;
+    Registered const a("a", [&] { return recordingDevice("a", journal); });
+    Registered const b("b", [&] { return RCShdPtr<DevMDPrtcl>(new FailsToClose("b", journal)); });
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    manager->getPrtcl("a");
+    manager->getPrtcl("b");
+    journal.take();
+    EXPECT_THROW(manager = nullptr, std::runtime_error);
+    EXPECT_EQ(journal.take(), (Lines{"close b", "close a"}));
+}
+
+TEST(Manager, NullDeviceFailsItsAssertion)
+{
+    Registered const a("a", [] { return RCShdPtr<DevMDPrtcl>(); });
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    try {
+        manager->getPrtcl("a");
+        FAIL() << "a null device was accepted";
+    } catch (AssertionFailed const &failure) {
+        EXPECT_STREQ(failure.getExpression(), "!prtcl.isNull()");
+        EXPECT_STREQ(failure.getFile(), "../src/resmgt/deviceManager/devMgrMediator.cpp");
+    }
+}
+
+TEST(Manager, ConfigurationLockIsFreeAfterAFailure)
+{
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    EXPECT_THROW(manager->getPrtcl("nobody"), DevPrtclEx::ExNameNotRegistered);
+    bool refused = false;
+    std::thread other([&] {
+        try {
+            manager->getPrtcl("nobody");
+        } catch (DevPrtclEx::ExNameNotRegistered const &) {
+            refused = true;
+        }
+    });
+    other.join();
+    EXPECT_TRUE(refused);
+}
+
+TEST(Mediator, UnknownDeviceIsNotFound)
+{
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    EXPECT_FALSE(mediator->isPrtclCreated("a"));
+    try {
+        mediator->getPrtcl("a");
+        FAIL() << "an unknown device was found";
+    } catch (DevMgrEx::NameNotFound const &failure) {
+        EXPECT_STREQ(failure.getReason(), "Named device not found.");
+    }
+}
+
+TEST(Mediator, ExecutesWhatIsProducedInOrderOnItsOwnThread)
+{
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    Journal journal;
+    LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
+    std::thread::id executor;
+    for (int i = 0; i < 100; ++i)
+        produce(*mediator->getFifo(), [&journal, i] { journal.add(std::to_string(i)); });
+    produce(*mediator->getFifo(), [&] {
+        executor = std::this_thread::get_id();
+        done.post();
+    });
+    done.wait();
+    auto const lines = journal.take();
+    ASSERT_EQ(lines.size(), 100u);
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(lines[i], std::to_string(i));
+    EXPECT_NE(executor, std::this_thread::get_id());
+}
+
+/// Holds the manager's thread in one request.
+class Stopper
+{
+public:
+    explicit Stopper(DevMgrFifo &fifo)
+        : _arrived("arrived", 0, LkSemaTypes::Shared()), _released("released", 0, LkSemaTypes::Shared())
+    {
+        produce(fifo, [this] {
+            _arrived.post();
+            _released.wait();
+        });
+        _arrived.wait();
+    }
+    void release() { _released.post(); }
+
+private:
+    LkUnnamedSema _arrived;
+    LkUnnamedSema _released;
+};
+
+TEST(Mediator, TwentySixthRequestWaitsUntilOneHasBeenTaken)
+{
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    Stopper stopper(*mediator->getFifo());
+    for (int i = 0; i < 25; ++i)
+        produce(*mediator->getFifo(), [] {});
+
+    LkUnnamedSema first("first", 0, LkSemaTypes::Shared());
+    bool executedBefore = false;
+    bool released = false;
+    std::thread producer([&] {
+        produce(*mediator->getFifo(), [] {});
+        executedBefore = released; // it can have come through only after the thread went on
+        first.post();
+    });
+    EXPECT_FALSE(first.tryWait());
+    released = true;
+    stopper.release();
+    first.wait();
+    producer.join();
+    EXPECT_TRUE(executedBefore);
+}
+
+TEST(Mediator, DestructionExecutesWhatWasQueuedBeforeIt)
+{
+    Journal journal;
+    RCShdPtr<DevMgrMediator> mediator(new DevMgrMediator);
+    Stopper stopper(*mediator->getFifo());
+    for (int i = 0; i < 24; ++i)
+        produce(*mediator->getFifo(), [&journal] { journal.add("executed"); });
+    produce(*mediator->getFifo(), [&journal] { journal.add("last"); });
+    std::thread destroyer([&] { mediator = RCShdPtr<DevMgrMediator>(); });
+    stopper.release();
+    destroyer.join();
+    auto const lines = journal.take();
+    ASSERT_EQ(lines.size(), 25u);
+    EXPECT_EQ(lines.back(), "last");
+}
+
+} // namespace

@@ -1,0 +1,108 @@
+// Devices that do nothing but remember, and a registry that forgets them with the test.
+#pragma once
+
+#include "resmgt/deviceManager.h"
+#include "resmgt/deviceProtocol.h"
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Test {
+
+using namespace Zv;
+
+/// What happened, in its order. Shared by threads.
+class Journal
+{
+public:
+    void add(std::string const &line)
+    {
+        std::lock_guard const guard(_mutex);
+        _lines.push_back(line);
+    }
+
+    std::vector<std::string> take()
+    {
+        std::lock_guard const guard(_mutex);
+        return std::move(_lines);
+    }
+
+private:
+    std::mutex _mutex;
+    std::vector<std::string> _lines;
+};
+
+/// An entry that calls a function for each device, and is taken out of the registry with the test.
+class Registered
+{
+public:
+    using Maker = std::function<RCShdPtr<DevMDPrtcl>()>;
+
+    Registered(LiString const &name, Maker maker) : _name(name)
+    {
+        DevRegistry::getInstance().add(ObjPtr<DevRegistryEntry>(new Entry(name, std::move(maker))));
+    }
+    ~Registered() { DevRegistry::getInstance().remove(_name); }
+    Registered(Registered const &) = delete;
+    Registered &operator=(Registered const &) = delete;
+
+private:
+    class Entry : public DevRegistryEntry
+    {
+    public:
+        Entry(LiString const &name, Maker maker)
+            : DevRegistryEntry(name, "a device of the tests"), _maker(std::move(maker))
+        {
+        }
+        RCShdPtr<DevMDPrtcl> createPrtcl() override { return _maker(); }
+
+    private:
+        Maker _maker;
+    };
+
+    LiString _name;
+};
+
+/// The access face: writes "open NAME" and "close NAME".
+class RecordingAccess : public DevMDAccessPrtcl
+{
+public:
+    RecordingAccess(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
+
+    void performOpen() override { _journal.add("open " + _name); }
+    void performClose() override { _journal.add("close " + _name); }
+
+protected:
+    std::string const _name;
+    Journal &_journal;
+};
+
+/// The sequence face of a device that completes each step at once, on the caller's thread.
+class PromptSequence : public DevMDSyncSeqPrtcl
+{
+public:
+    PromptSequence(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
+
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override { done("start", aco); }
+    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { done("sync to mark", aco); }
+    void performSync(ObjPtr<DevACO> aco, DtTime const &) override { done("sync to time", aco); }
+    void performRecover(ObjPtr<DevACO> aco) override { done("recover", aco); }
+    void performStop(ObjPtr<DevACO> aco) override { done("stop", aco); }
+    void performAbort(ObjPtr<DevACO> aco) override { done("abort", aco); }
+    DtTime getLatency() override { return DtTime(); }
+    DtTimeMark getMark() override { return DtTimeMark(); }
+
+private:
+    void done(char const *step, ObjPtr<DevACO> const &aco)
+    {
+        _journal.add(step + (" " + _name));
+        aco->performExecute();
+    }
+
+    std::string const _name;
+    Journal &_journal;
+};
+
+} // namespace Test
