@@ -32,7 +32,8 @@ public:
     bool isAvailable() const override { return true; }
     void setObserverAEO(ObjPtr<DevMDPropertyAEO> observer) override
     {
-        _journal.add((observer.isNull() ? "cleared " : "observed ") + std::string(_name.getChars()));
+        _journal.add((observer.isNull() ? "cleared " : "observed ") +
+                     std::string(_name.getChars()));
         _observer = observer;
     }
 
@@ -60,7 +61,8 @@ class PropertyDevice : public DevMDStdPropertyPrtcl
 {
 public:
     explicit PropertyDevice(Journal &journal)
-        : DevMDStdPropertyPrtcl("cam"), x(new PlainProperty<int>("x", 1, journal)),
+        : DevMDStdPropertyPrtcl("cam"),
+          x(new PlainProperty<int>("x", 1, journal)),
           focus(new PlainProperty<double>("focus", 2.5, journal)),
           speed(new PlainProperty<Vector<short>>("speed", {3, 4}, journal))
     {
@@ -80,7 +82,9 @@ public:
 class RecordingObserver : public DevMgrPropertyObserver
 {
 public:
-    RecordingObserver(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
+    RecordingObserver(std::string name, Journal &journal)
+        : _name(std::move(name)), _journal(journal)
+    {}
 
     void update(DevMgrPropertyObserverHint const &hint) override
     {
@@ -102,8 +106,9 @@ class PropertyAccess : public testing::Test
 protected:
     PropertyAccess()
         : cam("cam", [this] { return RCShdPtr<DevMDPrtcl>(_device = new PropertyDevice(journal)); })
-    {
-    }
+    {}
+
+    ~PropertyAccess() noexcept override {}
 
     PropertyDevice &device()
     {
@@ -180,14 +185,15 @@ TEST_F(PropertyAccess, UnknownDeviceIsNotFoundBeforeItsSetsMatter)
 
 TEST_F(PropertyAccess, DeviceWithoutPropertiesIsRefused)
 {
-    Registered const plain("plain",
-                           [this] { return RCShdPtr<DevMDPrtcl>(new RecordingAccess("plain", journal)); });
-    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("plain:x"), "Managed device protocol not implemented.");
+    Registered const plain(
+        "plain", [this] { return RCShdPtr<DevMDPrtcl>(new RecordingAccess("plain", journal)); });
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("plain:x"),
+              "Managed device protocol not implemented.");
 }
 
 TEST_F(PropertyAccess, UnknownSetsAndPropertiesAreNotRegistered)
 {
-    char const *const reason = "Not a registered object.";
+    char const * const reason = "Not a registered object.";
     EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:y"), reason);
     EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:lens"), reason);
     EXPECT_EQ(refusal<DevMgrEx::NameNotRegistered>("cam:x:x"), reason);
@@ -253,7 +259,7 @@ TEST_F(PropertyAccess, DetachingAStrangerChangesNothing)
 
 TEST_F(PropertyAccess, ChangesReachAllObserversOnTheManagersThread)
 {
-    auto *const recording = new RecordingObserver("one", journal);
+    auto * const recording = new RecordingObserver("one", journal);
     RCShdPtr<DevMgrPropertyObserver> const one(recording);
     RCShdPtr<DevMgrPropertyObserver> const two(new RecordingObserver("two", journal));
     access->attachObserver(device().x, one);
@@ -271,9 +277,9 @@ class HoldingObserver : public DevMgrPropertyObserver
 {
 public:
     HoldingObserver()
-        : arrived("arrived", 0, LkSemaTypes::Shared()), released("released", 0, LkSemaTypes::Shared())
-    {
-    }
+        : arrived("arrived", 0, LkSemaTypes::Shared()),
+          released("released", 0, LkSemaTypes::Shared())
+    {}
     void update(DevMgrPropertyObserverHint const &) override
     {
         arrived.post();
@@ -288,7 +294,7 @@ TEST_F(PropertyAccess, NotificationUnderWayReachesNobodyOnceTheLastObserverHasGo
 {
     ObjPtr<DevMgrPropertyAcc> other = manager->createPropertyAcc();
     RCShdPtr<PlainProperty<int>> const gate(new PlainProperty<int>("gate", 0, ignored));
-    auto *const holding = new HoldingObserver;
+    auto * const holding = new HoldingObserver;
     other->attachObserver(gate, RCShdPtr<DevMgrPropertyObserver>(holding));
     RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
     access->attachObserver(device().x, one);

@@ -13,7 +13,7 @@ namespace {
 class Format : public DevMDStreamFormat
 {
 public:
-    explicit Format(int rate) : rate(rate) {}
+    explicit Format(int samplesPerSecond) : rate(samplesPerSecond) {}
     int const rate;
 };
 
@@ -22,10 +22,9 @@ template <class Base>
 class Recorded : public Base
 {
 public:
-    Recorded(std::string name, Journal &journal)
-        : Base(name.c_str(), "a stream"), journal(journal), name(std::move(name))
-    {
-    }
+    Recorded(std::string streamName, Journal &lines)
+        : Base(streamName.c_str(), "a stream"), journal(lines), name(std::move(streamName))
+    {}
     int getKind() override { return 0; }
     void start() override
     {
@@ -100,8 +99,7 @@ class PassiveSinkBase : public DevMDStdStreamPassiveSink
 public:
     PassiveSinkBase(LiString name, LiString description)
         : DevMDStdStreamPassiveSink(name, description, RCShdPtr<DevMDStdFifo>(), nullptr)
-    {
-    }
+    {}
 };
 
 using PassiveSink = Sink<PassiveSinkBase>;
@@ -128,7 +126,7 @@ private:
     template <class Stream>
     Stream *add(std::string const &name, Journal &journal)
     {
-        auto *const stream = new Stream(name, journal);
+        auto * const stream = new Stream(name, journal);
         addStream(RCShdPtr<DevMDStream>(stream));
         return stream;
     }
@@ -140,8 +138,9 @@ protected:
     StreamAccess()
         : a("a", [this] { return RCShdPtr<DevMDPrtcl>(_a = new StreamDevice("a", journal)); }),
           b("b", [this] { return RCShdPtr<DevMDPrtcl>(_b = new StreamDevice("b", journal)); })
-    {
-    }
+    {}
+
+    ~StreamAccess() noexcept override {}
 
     StreamDevice &deviceA()
     {
@@ -205,8 +204,8 @@ TEST_F(StreamAccess, BadStringsAreExplained)
 
 TEST_F(StreamAccess, GoodStringsParse)
 {
-    for (char const *config : {"a:x push b:y", " a : x\tpull\nb : y ", ":x push :y", "a:: push b::",
-                               "a:push push push:pull"})
+    for (char const *config : {"a:x push b:y", " a : x\tpull\nb : y ", ":x push :y",
+                               "a:: push b::", "a:push push push:pull"})
         EXPECT_EQ(syntaxError(config), "no failure") << config;
     EXPECT_EQ(journal.take(), Lines{});
 }
@@ -229,7 +228,8 @@ TEST_F(StreamAccess, PushJoinsAnActiveSourceWithAPassiveSink)
 TEST_F(StreamAccess, PullJoinsAnActiveSinkWithAPassiveSource)
 {
     access->connect("a:a.lend pull b:b.fetch");
-    EXPECT_EQ(journal.take(), (Lines{"connect b.fetch to a.lend", "start a.lend", "start b.fetch"}));
+    EXPECT_EQ(journal.take(),
+              (Lines{"connect b.fetch to a.lend", "start a.lend", "start b.fetch"}));
 }
 
 TEST_F(StreamAccess, DestructionStopsInReverseOrder)
@@ -290,13 +290,14 @@ TEST_F(StreamAccess, SinkInUseIsReportedByTheSourcesName)
 TEST_F(StreamAccess, IncompatibleStreamsAreReportedWithTheWholeString)
 {
     deviceA().out->rate = 44100;
-    EXPECT_EQ(refusal<DevMgrEx::StreamsNotCompatible>("a:a.out  push b:b.in"), "a:a.out  push b:b.in");
+    EXPECT_EQ(refusal<DevMgrEx::StreamsNotCompatible>("a:a.out  push b:b.in"),
+              "a:a.out  push b:b.in");
     EXPECT_EQ(journal.take(), Lines{});
 }
 
 TEST_F(StreamAccess, EndsThatDoNotFitTheVerbAreRefused)
 {
-    char const *const reason = "Managed device protocol not implemented.";
+    char const * const reason = "Managed device protocol not implemented.";
     EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.lend push b:b.in"), reason);
     EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.out push b:b.fetch"), reason);
     EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.out pull b:b.fetch"), reason);
@@ -308,7 +309,8 @@ TEST_F(StreamAccess, EndsThatDoNotFitTheVerbAreRefused)
 
 TEST_F(StreamAccess, DeviceWithoutStreamsIsRefused)
 {
-    Registered const c("c", [this] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("c", journal)); });
+    Registered const c("c",
+                       [this] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("c", journal)); });
     EXPECT_THROW(access->connect("c:x push b:b.in"), DevMgrEx::BadMDPrtclImp);
 }
 

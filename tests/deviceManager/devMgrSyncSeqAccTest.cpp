@@ -12,6 +12,8 @@ namespace {
 class SequenceAccess : public testing::Test
 {
 protected:
+    ~SequenceAccess() noexcept override {}
+
     Registered device(char const *name)
     {
         return Registered(name, [this, name] {
@@ -92,7 +94,8 @@ TEST_F(SequenceAccess, UnknownDeviceIsRefused)
 
 TEST_F(SequenceAccess, DeviceWithoutTheSequenceFaceIsRefused)
 {
-    Registered const a("a", [this] { return RCShdPtr<DevMDPrtcl>(new RecordingAccess("a", journal)); });
+    Registered const a("a",
+                       [this] { return RCShdPtr<DevMDPrtcl>(new RecordingAccess("a", journal)); });
     try {
         access->configure("( a )");
         FAIL() << "the device was accepted";

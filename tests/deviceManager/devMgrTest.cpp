@@ -98,8 +98,7 @@ TEST(Manager, UnknownDeviceIsRefused)
 TEST(Manager, DeviceWithoutAccessIsNeitherOpenedNorClosed)
 {
     Journal journal;
-    Registered const a("a",
-                       [&] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("a", journal)); });
+    Registered const a("a", [&] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("a", journal)); });
     {
         ObjPtr<DevMgr> manager = DevMgr::create();
         EXPECT_FALSE(manager->getPrtcl("a").isNull());
@@ -222,7 +221,8 @@ class Stopper
 {
 public:
     explicit Stopper(DevMgrFifo &fifo)
-        : _arrived("arrived", 0, LkSemaTypes::Shared()), _released("released", 0, LkSemaTypes::Shared())
+        : _arrived("arrived", 0, LkSemaTypes::Shared()),
+          _released("released", 0, LkSemaTypes::Shared())
     {
         produce(fifo, [this] {
             _arrived.post();

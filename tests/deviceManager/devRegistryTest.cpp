@@ -13,8 +13,7 @@ class CountedEntry : public DevRegistryEntry
 public:
     CountedEntry(char const *name, char const *description, int &destroyed)
         : DevRegistryEntry(name, description), _destroyed(destroyed)
-    {
-    }
+    {}
     ~CountedEntry() override { ++_destroyed; }
 
     RCShdPtr<DevMDPrtcl> createPrtcl() override { return RCShdPtr<DevMDPrtcl>(); }

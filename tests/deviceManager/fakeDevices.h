@@ -54,8 +54,7 @@ private:
     public:
         Entry(LiString const &name, Maker maker)
             : DevRegistryEntry(name, "a device of the tests"), _maker(std::move(maker))
-        {
-        }
+        {}
         RCShdPtr<DevMDPrtcl> createPrtcl() override { return _maker(); }
 
     private:
@@ -69,7 +68,8 @@ private:
 class RecordingAccess : public DevMDAccessPrtcl
 {
 public:
-    RecordingAccess(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
+    RecordingAccess(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal)
+    {}
 
     void performOpen() override { _journal.add("open " + _name); }
     void performClose() override { _journal.add("close " + _name); }
@@ -83,9 +83,13 @@ protected:
 class PromptSequence : public DevMDSyncSeqPrtcl
 {
 public:
-    PromptSequence(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
+    PromptSequence(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal)
+    {}
 
-    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override { done("start", aco); }
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override
+    {
+        done("start", aco);
+    }
     void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { done("sync to mark", aco); }
     void performSync(ObjPtr<DevACO> aco, DtTime const &) override { done("sync to time", aco); }
     void performRecover(ObjPtr<DevACO> aco) override { done("recover", aco); }

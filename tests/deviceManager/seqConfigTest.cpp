@@ -17,7 +17,8 @@ using Edges = std::vector<std::pair<std::string, std::string>>;
 std::optional<Edges> parse(std::string const &config)
 {
     static ObjPtr<DevMgr> &manager = *new ObjPtr<DevMgr>(DevMgr::create());
-    static ObjPtr<DevMgrSyncSeqAcc> &access = *new ObjPtr<DevMgrSyncSeqAcc>(manager->createSyncSeqAcc());
+    static ObjPtr<DevMgrSyncSeqAcc> &access =
+        *new ObjPtr<DevMgrSyncSeqAcc>(manager->createSyncSeqAcc());
     try {
         Edges edges;
         for (auto const &edge : access->parseConfig(LiString(config.c_str()))) {
@@ -34,7 +35,12 @@ std::optional<Edges> parse(std::string const &config)
 /// The grammar as a table of (state, kind of token), written down a second time.
 std::optional<Edges> parseByTable(std::vector<std::string> const &tokens)
 {
-    enum Kind { OPEN, CLOSE, NAME };
+    enum Kind
+    {
+        OPEN,
+        CLOSE,
+        NAME
+    };
     Edges edges;
     std::vector<std::string> stack;
     std::string last;
@@ -55,7 +61,8 @@ std::optional<Edges> parseByTable(std::vector<std::string> const &tokens)
             stack.push_back(last);
         if (state == 5)
             stack.pop_back();
-        static int const next[6][3] = {{1, 6, 6}, {6, 6, 2}, {3, 5, 6}, {6, 6, 4}, {3, 5, 4}, {6, 5, 4}};
+        static int const next[6][3] = {{1, 6, 6}, {6, 6, 2}, {3, 5, 6},
+                                       {6, 6, 4}, {3, 5, 4}, {6, 5, 4}};
         state = next[state][kind];
         if (kind == NAME)
             last = token;
@@ -82,7 +89,8 @@ TEST(SequenceString, SingleDeviceIsRootOnly)
 TEST(SequenceString, GroupsNestInOrder)
 {
     EXPECT_EQ(parse("( a ( b c ( d ) ) )"), (Edges{{"", "a"}, {"a", "b"}, {"a", "c"}, {"c", "d"}}));
-    EXPECT_EQ(parse("(a(b(c)d(e)))"), (Edges{{"", "a"}, {"a", "b"}, {"b", "c"}, {"a", "d"}, {"d", "e"}}));
+    EXPECT_EQ(parse("(a(b(c)d(e)))"),
+              (Edges{{"", "a"}, {"a", "b"}, {"b", "c"}, {"a", "d"}, {"d", "e"}}));
 }
 
 TEST(SequenceString, RootHasNoSibling)

@@ -96,7 +96,25 @@ TEST(DevSeqPrtclUtilTest, startGivesTheDeviceItsNotifications)
     ObjPtr<DevANO> const abortion = wrapped.device->takeAbort();
     recovery->performExecute();
     abortion->performExecute();
-    EXPECT_EQ(wrapped.ran, (Log{"recover clone", "abort clone"}));
+    EXPECT_EQ(wrapped.ran, Log());
+    EXPECT_EQ(wrapped.reports(), (Log{"recover clone clone", "abort clone clone"}));
+}
+
+TEST(DevSeqPrtclUtilTest, eachWayToUseANotificationMakesOneReport)
+{
+    Wrapped wrapped;
+    wrapped.util->start();
+    ObjPtr<DevANO> const recovery = wrapped.device->takeRecover();
+    recovery->performExecute(); // as one that comes out of the device's own queue
+    recovery->notify();
+    EXPECT_EQ(wrapped.reports().size(), 1u);
+    recovery->performExecute();
+    EXPECT_EQ(wrapped.reports().size(), 1u);
+
+    ObjPtr<DevANO> const abortion = wrapped.device->takeAbort();
+    abortion->notify();
+    abortion->notify();
+    EXPECT_EQ(wrapped.reports().size(), 1u);
 }
 
 TEST(DevSeqPrtclUtilTest, latencyAndMarkAreTheDevices)

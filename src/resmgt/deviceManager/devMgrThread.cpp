@@ -80,7 +80,7 @@ DevMgrThread::~DevMgrThread() noexcept(false)
     _thread->stop();
     sender.post();
     _thread->join();
-    _fifo->clear();
+    _fifo->close();
 }
 
 } // namespace Zv

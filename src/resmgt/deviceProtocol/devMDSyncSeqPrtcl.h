@@ -14,8 +14,8 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevMDSyncSeqPrtcl : public virtual DevMDPrtcl
 {
 public:
-    /// `recover` and `abort` are for the device to keep: it executes one of them, on its own initiative, when it wants
-    /// a recovery or has to abort.
+    /// `recover` and `abort` are for the device to keep: it executes one of them, from any thread and as often as it
+    /// happens, when it wants a recovery or has to abort. That queues the report for the manager's thread.
     virtual void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) = 0;
     /// Lock to the mark of the parent device.
     virtual void performSync(ObjPtr<DevACO> aco, DtTimeMark const &mark) = 0;

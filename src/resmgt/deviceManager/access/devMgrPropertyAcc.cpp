@@ -6,7 +6,6 @@
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/deviceProtocol/devMDPropertyPrtcl.h"
-#include "resmgt/deviceProtocol/devMDPropertySet.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
-#include "resmgt/deviceProtocol/devMDPropertyAny.h"
+#include "resmgt/deviceProtocol/devMDProperty.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "zvbase/objPtr.h"

@@ -1,7 +1,7 @@
 // Being told of changes of a property.
 #pragma once
 
-#include "resmgt/deviceProtocol/devMDPropertyAny.h"
+#include "resmgt/deviceProtocol/devMDProperty.h"
 #include "resmgt/export.h"
 
 namespace Zv {

@@ -98,8 +98,10 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint)
     auto const entry = _observerMap.find(hint.getProperty()->getUuid());
     if (entry == _observerMap.end())
         return;
-    for (RCShdPtr<DevMgrPropertyObserver> const observer : entry->second.observers)
+    for (auto const &attached : entry->second.observers) {
+        RCShdPtr<DevMgrPropertyObserver> const observer = attached;
         observer->update(hint);
+    }
 }
 
 } // namespace Zv

@@ -13,6 +13,32 @@ public:
     ObjPtrRet<DevClonableANO> clone() const override { return makeObj<NullANO>(); }
 };
 
+/// What a device keeps to report on its own initiative. The report never runs on the device's thread, which would wait
+/// there for the tree's lock while the tree may wait for the device's queue. Whichever way the device goes, executing
+/// it as often as it likes, notifying it, or sending it to itself, each of them makes one report.
+class ReportANO final : public DevANO
+{
+public:
+    ReportANO(ObjPtr<DevClonableANO> prototype, RCShdPtr<DevMgrFifo> const &fifo)
+        : _prototype(prototype), _fifo(fifo)
+    {
+        setACO(makeReport());
+    }
+
+    void performExecute() override
+    {
+        ObjPtr<DevACO> const spent = releaseACO();
+        ObjPtr<DevACO> const report = makeReport();
+        report->performExecute();
+    }
+
+private:
+    ObjPtrRet<DevACO> makeReport() const { return makeObj<DevMgrACO>(_prototype->clone(), _fifo); }
+
+    ObjPtr<DevClonableANO> _prototype;
+    RCShdPtr<DevMgrFifo> _fifo;
+};
+
 } // namespace
 
 DevSeqPrtclUtil::DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl> prtcl)
@@ -39,8 +65,8 @@ DevSeqPrtclUtil::~DevSeqPrtclUtil() = default;
 void DevSeqPrtclUtil::start()
 {
     ObjPtr<DevACO> aco = complete(_readyANO);
-    ObjPtr<DevANO> recovery = _recoverANO->clone();
-    ObjPtr<DevANO> abortion = _abortANO->clone();
+    ObjPtr<DevANO> recovery = keep(_recoverANO);
+    ObjPtr<DevANO> abortion = keep(_abortANO);
     _prtcl->performStart(aco, recovery, abortion);
 }
 
@@ -82,6 +108,13 @@ DtTimeMark DevSeqPrtclUtil::getMark()
 ObjPtrRet<DevACO> DevSeqPrtclUtil::complete(ObjPtr<DevClonableANO> const &prototype) const
 {
     return makeObj<DevMgrACO>(prototype->clone(), _fifo);
+}
+
+ObjPtrRet<DevANO> DevSeqPrtclUtil::keep(ObjPtr<DevClonableANO> const &prototype) const
+{
+    if (_fifo.isNull())
+        return prototype->clone();
+    return makeObj<ReportANO>(prototype->clone(), _fifo);
 }
 
 } // namespace Zv

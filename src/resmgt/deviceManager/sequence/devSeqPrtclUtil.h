@@ -50,6 +50,7 @@ protected:
 
 private:
     ObjPtrRet<DevACO> complete(ObjPtr<DevClonableANO> const &prototype) const;
+    ObjPtrRet<DevANO> keep(ObjPtr<DevClonableANO> const &prototype) const;
 
     RCShdPtr<DevMDSyncSeqPrtcl> _prtcl;
     RCShdPtr<DevMgrFifo> _fifo;
