@@ -4,6 +4,7 @@
 #include "zvbase/export.h"
 
 #include <cstddef>
+#include <string>
 
 namespace Zv {
 
@@ -12,8 +13,10 @@ class ZVBASE_EXPORT EnvVar
 {
 public:
     /// Sets a variable: "NAME=value". "NAME=" sets it to the empty text. The text is copied. Fails the assertion
-    /// "separator" where there is no '=' behind a name.
+    /// "separator && separator != assignment" where there is no '=' behind a name.
     static void putEnv(char const *assignment);
+    /// The text of a variable; empty where it is not set.
+    static std::string getEnv(char const *name);
 
     EnvVar() = delete;
 };

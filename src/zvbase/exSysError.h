@@ -21,12 +21,15 @@ public:
     char const *what() const noexcept override;
     int getSystemError() const noexcept { return _systemError; }
 
+    /// What a code says, in a sentence; null for a code that is not known here.
+    static char const *getMeaning(int systemError) noexcept;
+
 private:
     int _systemError;
 };
 
 /// The error that the calling thread's last failed service left; built right after the call. The text reads
-/// "System error 6: The handle is invalid." or, for a code without a text here, "System error 4711."
+/// "System error 6: The handle is invalid." or, for a code without a meaning here, "System error 4711."
 class ZVBASE_EXPORT ExSysErrorWindows : public ExSysError
 {
 public:

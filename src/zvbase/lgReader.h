@@ -42,7 +42,7 @@ private:
     LgReader(LgRegistry *registry, LgQueue *extra);
 
     void flushAll();
-    void refresh();
+    void refresh(); // this and what follows: under the log's reading lock
     LgQueueImp *findEarliest() const;
     LgQueueImp *findLoss() const;
     void write(LgQueueImp &queue);

@@ -1,0 +1,66 @@
+#include "zvbase/dbgBuildInfo.h"
+
+#include "zvbase/baseLock.private.h"
+
+#include <cstring>
+#include <vector>
+
+namespace Zv {
+
+namespace {
+
+constinit BaseLock infosLock;
+// On the heap and never freed, so that it serves at any moment of the process.
+std::vector<DbgBuildInfo *> *infos ZV_GUARDED_BY(infosLock) = nullptr;
+
+void describe(std::ostream &stream, DbgBuildInfo const &info)
+{
+    stream << info.getLibraryName() << ' ' << info.getMajorVersion() << '.'
+           << info.getMinorVersion() << ' ' << info.getStatusName() << ", " << info.getProductName()
+           << '\n'
+           << "    tag " << info.getBuildTag(true) << " (" << info.getBuildTag(false) << ")\n"
+           << "    built " << info.getBuildDate() << " by " << info.getBuilder() << ", "
+           << info.getBuildConfiguration() << '\n'
+           << "    " << info.getExtraInformation() << '\n';
+}
+
+} // namespace
+
+DbgBuildInfo::DbgBuildInfo() = default;
+DbgBuildInfo::DbgBuildInfo(DbgBuildInfo const &) = default;
+DbgBuildInfo &DbgBuildInfo::operator=(DbgBuildInfo const &) = default;
+DbgBuildInfo::~DbgBuildInfo() = default;
+
+void DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo> info)
+{
+    ObjPtr<DbgBuildInfo> former;
+    BaseGuard const guard(infosLock);
+    if (!infos)
+        infos = new std::vector<DbgBuildInfo *>;
+    for (DbgBuildInfo *&known : *infos) {
+        if (std::strcmp(known->getLibraryName(), info->getLibraryName()) == 0) {
+            former.reset(known);
+            known = info.release();
+            return;
+        }
+    }
+    infos->push_back(info.get());
+    static_cast<void>(info.release());
+}
+
+std::size_t DbgBuildInfoUtil::getNbInfos()
+{
+    BaseGuard const guard(infosLock);
+    return infos ? infos->size() : 0;
+}
+
+void DbgBuildInfoUtil::list(std::ostream &stream)
+{
+    BaseGuard const guard(infosLock);
+    if (!infos)
+        return;
+    for (DbgBuildInfo const *info : *infos)
+        describe(stream, *info);
+}
+
+} // namespace Zv

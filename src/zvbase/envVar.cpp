@@ -1,0 +1,82 @@
+#include "zvbase/envVar.h"
+
+#include "platform/interlocked.h"
+#include "zvbase/baseLock.private.h"
+#include "zvbase/failures.h"
+
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+namespace {
+
+// The system's environment is not protected against a change while it is read.
+constinit BaseLock environmentLock;
+
+std::string_view withoutBlanks(std::string_view text)
+{
+    constexpr char BLANKS[] = " \t\r\n";
+    std::size_t const first = text.find_first_not_of(BLANKS);
+    if (first == text.npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
+}
+
+int toInt(std::string_view text, int defaultValue)
+{
+    text = withoutBlanks(text);
+    if (text.starts_with('+') && !text.starts_with("+-"))
+        text.remove_prefix(1);
+    int value = 0;
+    char const * const end = text.data() + text.size();
+    auto const [stop, error] = std::from_chars(text.data(), end, value);
+    return error == std::errc() && stop == end ? value : defaultValue;
+}
+
+} // namespace
+
+void EnvVar::putEnv(char const *assignment)
+{
+    char const * const separator = std::strchr(assignment, '=');
+    ZV_ASSERT(separator && separator != assignment);
+    std::string const name(assignment, separator);
+    BaseGuard const guard(environmentLock);
+#ifdef _WIN32
+    ZV_ASSERT(::_putenv_s(name.c_str(), separator + 1) == 0);
+#else
+    ZV_ASSERT(::setenv(name.c_str(), separator + 1, 1) == 0);
+#endif
+}
+
+std::string EnvVar::getEnv(char const *name)
+{
+    BaseGuard const guard(environmentLock);
+    char const * const text = std::getenv(name);
+    return text ? text : "";
+}
+
+EnvIntVar::EnvIntVar(char const *name, int defaultValue)
+    : _name(name), _defaultValue(defaultValue), _value(defaultValue)
+{
+    refresh();
+}
+
+void EnvIntVar::refresh()
+{
+    BaseGuard const guard(environmentLock);
+    char const * const text = std::getenv(_name);
+    Interlocked::storeRelease(_value, text ? toInt(text, _defaultValue) : _defaultValue);
+}
+
+int EnvIntVar::getValue() const
+{
+    return Interlocked::loadAcquire(_value);
+}
+
+} // namespace Zv

@@ -1,0 +1,162 @@
+#include "zvbase/lgLine.h"
+
+#include "platform/interlocked.h"
+#include "zvbase/lgLogImp.private.h"
+#include "zvbase/lgQueueImp.private.h"
+#include "zvbase/lgReader.h"
+#include "zvbase/traceTags.private.h"
+
+#include <charconv>
+#include <cstring>
+#include <locale>
+#include <sstream>
+
+namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+namespace {
+
+constexpr char NO_TAG[] = "unknown         ";
+
+/// A stream's buffer over a fixed piece of memory; what does not fit is cut.
+class FixedBuffer : public std::streambuf
+{
+public:
+    FixedBuffer(char *memory, std::size_t capacity) { setp(memory, memory + capacity); }
+    std::size_t getLength() const { return static_cast<std::size_t>(pptr() - pbase()); }
+};
+
+/// Asks once for each manager; the thread's lines take the tag from its queue.
+void renewTag(LgQueueImp &queue, unsigned generation)
+{
+    // First, in case that finding the tag is itself traced.
+    queue._tagGeneration = generation;
+    queue._tagLength = sizeof NO_TAG - 1;
+    std::memcpy(queue._tag, NO_TAG, queue._tagLength);
+
+    char tag[LgQueueImp::TAG_CAPACITY];
+    FixedBuffer buffer(tag, sizeof tag);
+    std::ostream stream(&buffer);
+    TraceTags::write(stream);
+    queue._tagLength = buffer.getLength();
+    std::memcpy(queue._tag, tag, queue._tagLength);
+}
+
+void writePlace(std::streambuf &buffer, char const *file, int line)
+{
+    buffer.sputn(file, static_cast<std::streamsize>(std::strlen(file)));
+    char number[24] = "(";
+    char * const end = std::to_chars(number + 1, number + 16, line).ptr;
+    std::memcpy(end, "): ", 3);
+    buffer.sputn(number, end + 3 - number);
+}
+
+} // namespace
+
+LgLine::LgLine(Kind kind) : _kind(kind)
+{
+    if (!useQueue()) {
+        auto * const stream = new std::ostringstream;
+        stream->imbue(std::locale::classic());
+        _stream = stream;
+    }
+}
+
+LgLine::~LgLine()
+{
+    if (_queue)
+        endInQueue();
+    else
+        endDirectly();
+}
+
+bool LgLine::useQueue() noexcept
+{
+    if (!LgLog::isLoggerActive())
+        return false;
+    try {
+        LgQueue * const queue = LgLog::getQueue();
+        if (!queue)
+            return false;
+        if (Interlocked::loadRelaxed(queue->_imp->_registration) !=
+            Interlocked::loadRelaxed(LgLogImp::_registration)) [[unlikely]]
+            LgLog::registerQueue(queue);
+        _queue = queue->_imp.get();
+    } catch (...) {
+        return false; // without memory for a queue the line goes the other way
+    }
+    LgStream &stream = _queue->_stream;
+    _queue->_buffer.begin(_outer);
+    if (_outer.exists) [[unlikely]] {
+        _outer.flags = stream.flags();
+        _outer.width = stream.width();
+        _outer.precision = stream.precision();
+        _outer.fill = stream.fill();
+    }
+    stream.clear();
+    stream.flags(std::ios_base::skipws | std::ios_base::dec);
+    stream.width(0);
+    stream.precision(6);
+    stream.fill(' ');
+    _stream = &stream;
+    return true;
+}
+
+std::ostream &LgLine::begin(char const *file, int line)
+{
+    if (_queue) {
+        unsigned const generation = TraceTags::getGeneration();
+        if (_queue->_tagGeneration != generation) [[unlikely]]
+            renewTag(*_queue, generation);
+        _stream->rdbuf()->sputn(_queue->_tag, static_cast<std::streamsize>(_queue->_tagLength));
+    } else {
+        TraceTags::write(*_stream);
+    }
+    writePlace(*_stream->rdbuf(), file, line);
+    return *_stream;
+}
+
+void LgLine::endInQueue() noexcept
+{
+    bool const isServed = _queue->_buffer.end(_outer, _kind);
+    if (_outer.exists) [[unlikely]] {
+        _stream->flags(_outer.flags);
+        _stream->width(_outer.width);
+        _stream->precision(_outer.precision);
+        _stream->fill(_outer.fill);
+        return;
+    }
+    if (isServed) [[likely]]
+        return;
+    // The logger has stopped since this line was begun: nobody else is bound to find it.
+    try {
+        LgReader(nullptr, &_queue->_owner).flushAll();
+    } catch (...) {
+    }
+}
+
+void LgLine::endDirectly() noexcept
+{
+    auto * const stream = static_cast<std::ostringstream *>(_stream);
+    try {
+        std::string const text = stream->str();
+        BaseGuard const guard(LgLogImp::_readingLock);
+        if (!LgOutput::isBusy()) {
+            LgReader(nullptr, nullptr).flushAll();
+            std::string line;
+            if (_kind == LINE)
+                LgOutput::appendStamp(line, LgRing::getNow());
+            line += text;
+            if (!text.ends_with('\n'))
+                line += '\n';
+            LgOutput::write(line.data(), line.size());
+            LgOutput::flush();
+        }
+    } catch (...) {
+        // Nowhere is left to report it.
+    }
+    delete stream;
+}
+
+} // namespace Zv

@@ -1,0 +1,179 @@
+#include "zvbase/lgReader.h"
+
+#include "platform/services.h"
+#include "zvbase/lgLogImp.private.h"
+#include "zvbase/lgQueueImp.private.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+namespace {
+
+/// Ending a line takes less than a microsecond, unless the thread loses its processor in the middle of it.
+constexpr int LOOKS_WITHOUT_SLEEP = 16;
+/// After a second the thread is taken for one that is stopped, in a debugger for instance: the log goes on, and a
+/// line that this thread ends may come too late.
+constexpr int LOOKS = 1000;
+
+// No local variable: a compiler may do without an operation that nobody else can see.
+constinit std::uint32_t barrier = 0;
+
+void waitForAnnounced(LgQueueImp const &queue)
+{
+    std::uint32_t const announcement = queue._ring.getAnnouncement();
+    if (announcement % 2 == 0)
+        return;
+    for (int look = 0; look < LOOKS; ++look) {
+        // A thread that was killed ends no line any more.
+        if (queue._ring.getAnnouncement() != announcement ||
+            Interlocked::loadAcquire(queue._hasExited))
+            return;
+        ::Sleep(look < LOOKS_WITHOUT_SLEEP ? 0 : 1);
+    }
+}
+
+} // namespace
+
+LgReader::LgReader() = default;
+
+LgReader::LgReader(LgRegistry *registry, LgQueue *extra) : _registry(registry), _extra(extra) {}
+
+LgReader::~LgReader() = default;
+
+bool LgReader::flushEarliest()
+{
+    BaseGuard const guard(LgLogImp::_readingLock);
+    if (LgOutput::isBusy())
+        return false;
+    if (_generation != LgLogImp::_generation) {
+        _generation = LgLogImp::_generation;
+        _queues.clear();
+    }
+    LgQueueImp *earliest = findEarliest();
+    while (!earliest) {
+        refresh();
+        earliest = findEarliest();
+        // A line that was ended after the reader's look at the clock is due at the next one.
+        if (!earliest && std::all_of(_queues.begin(), _queues.end(),
+                                     [](LgQueue const *queue) { return queue->isEmpty(); }))
+            break;
+    }
+    if (earliest) {
+        write(*earliest);
+        return true;
+    }
+    if (LgQueueImp * const poor = findLoss()) {
+        writeLoss(*poor, _horizon, poor->_ring.getNbLostLines(), poor->_ring.getNbLostCharacters());
+        return true;
+    }
+    reap();
+    LgOutput::flush();
+    return false;
+}
+
+void LgReader::flushAll()
+{
+    while (flushEarliest()) {
+    }
+}
+
+void LgReader::refresh()
+{
+    std::uint64_t const now = LgRing::getNow();
+    Interlocked::increment(barrier);
+    List<LgQueue *> queues;
+    {
+        BaseGuard const guard(LgLogImp::_registryLock);
+        queues = (_registry ? *_registry : LgLogImp::getRegistryInForce()).getQueues();
+    }
+    _queues.assign(queues.begin(), queues.end());
+    if (_extra)
+        _queues.push_back(_extra);
+    // A registry may list a queue twice.
+    std::sort(_queues.begin(), _queues.end());
+    _queues.erase(std::unique(_queues.begin(), _queues.end()), _queues.end());
+    for (LgQueue const *queue : _queues)
+        waitForAnnounced(*queue->_imp);
+    _horizon = now;
+}
+
+LgQueueImp *LgReader::findEarliest() const
+{
+    LgQueueImp *earliest = nullptr;
+    std::uint64_t stamp = _horizon;
+    for (LgQueue const *queue : _queues) {
+        LgRing::Header const * const front = queue->_imp->_ring.getFront();
+        if (front && (front->stamp < stamp || (!earliest && front->stamp == stamp))) {
+            earliest = queue->_imp.get();
+            stamp = front->stamp;
+        }
+    }
+    return earliest;
+}
+
+LgQueueImp *LgReader::findLoss() const
+{
+    for (LgQueue const *queue : _queues) {
+        if (queue->_imp->_ring.getNbLostLines() > queue->_imp->_toldLines)
+            return queue->_imp.get();
+    }
+    return nullptr;
+}
+
+// The lock that the callers hold is not in sight of the header.
+void LgReader::write(LgQueueImp &queue) ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    LgRing::Header const header = *queue._ring.getFront();
+    if (header.lostLines > queue._toldLines)
+        writeLoss(queue, header.stamp, header.lostLines, header.lostCharacters);
+    _text.clear();
+    if (header.kind == LgLine::LINE)
+        LgOutput::appendStamp(_text, header.stamp);
+    queue._ring.readFront(_text);
+    queue._ring.pop();
+    LgOutput::write(_text.data(), _text.size());
+    if (!queue._observer.isNull())
+        queue._observer->notify(queue._owner);
+}
+
+void LgReader::writeLoss(LgQueueImp &queue, std::uint64_t stamp, std::uint64_t lines,
+                         std::uint64_t characters) ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    char note[160];
+    std::snprintf(
+        note, sizeof note, "%llu lines (%llu characters) lost: the queue of thread %lu was full.\n",
+        static_cast<unsigned long long>(lines - queue._toldLines),
+        static_cast<unsigned long long>(characters - queue._toldCharacters), queue._threadId);
+    queue._toldLines = lines;
+    queue._toldCharacters = characters;
+    _text.clear();
+    LgOutput::appendStamp(_text, stamp);
+    _text += note;
+    LgOutput::write(_text.data(), _text.size());
+}
+
+void LgReader::reap()
+{
+    LgRegistry *registry = _registry;
+    if (!registry) {
+        BaseGuard const guard(LgLogImp::_registryLock);
+        registry = &LgLogImp::getRegistryInForce();
+    }
+    std::vector<LgQueue *> const queues = _queues;
+    for (LgQueue *queue : queues) {
+        LgQueueImp const &imp = *queue->_imp;
+        bool const isOver = Interlocked::loadAcquire(imp._hasExited) && imp._ring.isEmpty() &&
+                            imp._ring.getNbLostLines() == imp._toldLines;
+        if (isOver) {
+            registry->removeQueue(queue);
+            delete queue;
+        }
+    }
+    _queues.clear();
+}
+
+} // namespace Zv

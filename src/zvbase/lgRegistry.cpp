@@ -1,0 +1,8 @@
+#include "zvbase/lgRegistry.h"
+
+namespace Zv {
+
+LgRegistry::LgRegistry() = default;
+LgRegistry::~LgRegistry() = default;
+
+} // namespace Zv

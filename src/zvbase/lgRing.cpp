@@ -1,0 +1,103 @@
+#include "zvbase/lgRing.private.h"
+
+#include "platform/services.h"
+#include "zvbase/lgLog.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+// The memory is filled, so that its pages are there when the writer comes to them.
+LgRing::LgRing(std::size_t capacity) : _memory(new char[capacity]()), _capacity(capacity) {}
+
+std::uint64_t LgRing::getNow()
+{
+    LARGE_INTEGER now;
+    ::QueryPerformanceCounter(&now);
+    return static_cast<std::uint64_t>(now.QuadPart);
+}
+
+double LgRing::toSeconds(std::uint64_t stamp)
+{
+    LARGE_INTEGER frequency;
+    ::QueryPerformanceFrequency(&frequency);
+    return static_cast<double>(stamp) / static_cast<double>(frequency.QuadPart);
+}
+
+bool LgRing::publish(std::uint64_t end, std::uint32_t kind)
+{
+    Interlocked::exchange(_announcement, _announcement + 1);
+    bool const isServed = LgLog::isLoggerActive();
+    Header const header = {getNow(), static_cast<std::uint32_t>(end - _tail - UNIT), kind,
+                           _lostLines, _lostCharacters};
+    std::memcpy(at(_tail), &header, sizeof header);
+    std::uint64_t const next = roundUp(end);
+    Interlocked::storeRelaxed(_reserved, next + UNIT);
+    Interlocked::storeRelease(_tail, next);
+    Interlocked::storeRelease(_announcement, _announcement + 1);
+    return isServed;
+}
+
+void LgRing::countLoss(std::uint64_t characters)
+{
+    Interlocked::storeRelease(_lostCharacters, _lostCharacters + characters);
+    Interlocked::storeRelease(_lostLines, _lostLines + 1);
+}
+
+void LgRing::reverse(std::uint64_t first, std::uint64_t last)
+{
+    for (; first + UNIT < last; first += UNIT) {
+        last -= UNIT;
+        std::swap_ranges(at(first), at(first) + UNIT, at(last));
+    }
+}
+
+void LgRing::rotate(std::uint64_t first, std::uint64_t middle, std::uint64_t last)
+{
+    reverse(first, middle);
+    reverse(middle, last);
+    reverse(first, last);
+}
+
+std::uint64_t LgRing::getNbFree() const
+{
+    // In this order: a place that was reserved is never beyond the end of what was free then.
+    std::uint64_t const reserved = Interlocked::loadAcquire(_reserved);
+    std::uint64_t const limit = getLimit();
+    return limit > reserved ? limit - reserved : 0;
+}
+
+bool LgRing::isEmpty() const
+{
+    return Interlocked::loadAcquire(_tail) == Interlocked::loadAcquire(_head);
+}
+
+LgRing::Header const *LgRing::getFront() const
+{
+    if (Interlocked::loadAcquire(_tail) == _head)
+        return nullptr;
+    char const * const place = _memory.get() + (_head & (_capacity - 1));
+    return std::launder(reinterpret_cast<Header const *>(place));
+}
+
+void LgRing::readFront(std::string &text) const
+{
+    std::size_t const length = getFront()->length;
+    std::uint64_t const start = _head + UNIT;
+    std::size_t const first = std::min<std::size_t>(length, getSeam(start) - start);
+    text.append(_memory.get() + (start & (_capacity - 1)), first);
+    text.append(_memory.get(), length - first);
+}
+
+void LgRing::pop()
+{
+    std::uint64_t const next = _head + UNIT + roundUp(getFront()->length);
+    Interlocked::storeRelease(_head, next);
+}
+
+} // namespace Zv

@@ -1,0 +1,121 @@
+#include "zvbase/lgTrace.h"
+
+#include "zvbase/lgLine.h"
+#include "zvbase/lgLogImp.private.h"
+#include "zvbase/lgQueue.h"
+#include "zvbase/lgReader.h"
+#include "zvbase/lgRing.private.h"
+
+#include <cstdio>
+#include <string_view>
+
+namespace Zv {
+
+namespace {
+
+/// A text is brought to the queue in pieces no longer than this, so that a long one needs not find the queue empty.
+constexpr std::size_t LONGEST_PIECE = LgQueue::CAPACITY / 4;
+
+constinit LgTrace::Output output ZV_GUARDED_BY(LgLogImp::_readingLock) = nullptr;
+constinit void *outputContext ZV_GUARDED_BY(LgLogImp::_readingLock) = nullptr;
+constinit std::FILE *file ZV_GUARDED_BY(LgLogImp::_readingLock) = nullptr;
+constinit bool hasFailed ZV_GUARDED_BY(LgLogImp::_readingLock) = false;
+constinit bool isWriting ZV_GUARDED_BY(LgLogImp::_readingLock) = false;
+
+bool closeNoLock() ZV_REQUIRES(LgLogImp::_readingLock)
+{
+    if (!file)
+        return false;
+    bool const isClosed = std::fclose(file) == 0;
+    file = nullptr;
+    return isClosed && !hasFailed;
+}
+
+/// What was ended before the change goes where it was meant to go.
+void flushNoLock() ZV_REQUIRES(LgLogImp::_readingLock)
+{
+    LgLog::flush();
+    LgOutput::flush();
+}
+
+/// The end of the piece that comes first: behind its last line end, if it has one.
+std::size_t measurePiece(std::string_view text)
+{
+    if (text.size() <= LONGEST_PIECE)
+        return text.size();
+    std::size_t const lineEnd = text.rfind('\n', LONGEST_PIECE - 1);
+    return lineEnd == text.npos ? LONGEST_PIECE : lineEnd + 1;
+}
+
+} // namespace
+
+bool LgOutput::isBusy()
+{
+    return isWriting;
+}
+
+void LgOutput::write(char const *text, std::size_t length)
+{
+    isWriting = true;
+    if (output)
+        output(outputContext, text, length);
+    else if (std::fwrite(text, 1, length, file ? file : stderr) != length && file)
+        hasFailed = true;
+    isWriting = false;
+}
+
+void LgOutput::flush()
+{
+    if (file && std::fflush(file) != 0)
+        hasFailed = true;
+}
+
+void LgOutput::appendStamp(std::string &text, std::uint64_t stamp)
+{
+    char digits[64];
+    std::snprintf(digits, sizeof digits, "%12.6f ", LgRing::toSeconds(stamp));
+    text += digits;
+}
+
+void LgTrace::print(char const *text)
+{
+    std::string_view rest = text;
+    do {
+        std::size_t const length = measurePiece(rest);
+        LgLine piece(LgLine::PLAIN);
+        piece.getStream().write(rest.data(), static_cast<std::streamsize>(length));
+        rest.remove_prefix(length);
+    } while (!rest.empty());
+}
+
+void LgTrace::setOutput(Output newOutput, void *context)
+{
+    BaseGuard const guard(LgLogImp::_readingLock);
+    flushNoLock();
+    closeNoLock();
+    output = newOutput;
+    outputContext = context;
+}
+
+bool LgTrace::openFile(char const *path)
+{
+    BaseGuard const guard(LgLogImp::_readingLock);
+    std::FILE * const opened = std::fopen(path, "wb");
+    if (!opened)
+        return false;
+    flushNoLock();
+    closeNoLock();
+    output = nullptr;
+    file = opened;
+    hasFailed = false;
+    return true;
+}
+
+bool LgTrace::closeFile()
+{
+    BaseGuard const guard(LgLogImp::_readingLock);
+    flushNoLock();
+    return closeNoLock();
+}
+
+} // namespace Zv
