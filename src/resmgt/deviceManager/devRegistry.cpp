@@ -1,7 +1,7 @@
 #include "resmgt/deviceManager/devRegistry.h"
 
 #include "resmgt/deviceProtocol/devPrtclEx.h"
-#include "resmgt/locks/lkSingleton.h"
+#include "resmgt/locks/lkSingleton.imp.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
@@ -55,6 +55,8 @@ private:
 };
 
 } // namespace
+
+ZV_DEFINE_SINGLETON(DevRegistryImp, DevRegistryImp);
 
 DevRegistryEntry::DevRegistryEntry(LiString const &name, LiString const &description)
     : _name(name), _description(description)
