@@ -6,8 +6,6 @@
 
 namespace Zv {
 
-namespace {
-
 /// Owns its entries, but does not outlive the process's need of them: what is still in it is left alone.
 class DevRegistryImp : public DevRegistry, private HashMap<LiString, DevRegistryEntry *>
 {
@@ -53,8 +51,6 @@ private:
         return *find(name)->second;
     }
 };
-
-} // namespace
 
 ZV_DEFINE_SINGLETON(DevRegistryImp, DevRegistryImp);
 

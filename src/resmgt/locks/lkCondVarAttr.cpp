@@ -8,15 +8,11 @@ LkCondVarAttrWindows::~LkCondVarAttrWindows() noexcept(false) = default;
 
 LkCondVarAttr::~LkCondVarAttr() noexcept(false) = default;
 
-namespace {
-
 class DefaultLkCondVarAttr : public LkCondVarAttr
 {
 public:
     DefaultLkCondVarAttr() : LkCondVarAttr("DefaultLkCondVarAttr") {}
 };
-
-} // namespace
 
 ZV_DEFINE_SINGLETON(DefaultLkCondVarAttr, DefaultLkCondVarAttr);
 

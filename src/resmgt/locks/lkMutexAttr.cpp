@@ -36,8 +36,6 @@ void LkMutexAttrWindows::dump(std::ostream &stream) const
 
 LkMutexAttr::~LkMutexAttr() noexcept(false) = default;
 
-namespace {
-
 class DefaultLkMutexAttr : public LkMutexAttr
 {
 public:
@@ -47,8 +45,6 @@ public:
             setPrioProtocol(LkMutexAttrTypes::INHERIT, 0);
     }
 };
-
-} // namespace
 
 ZV_DEFINE_SINGLETON(DefaultLkMutexAttr, DefaultLkMutexAttr);
 

@@ -56,13 +56,13 @@ public:
     /// Makes the object unless it is there. Fails an assertion once it has been destroyed.
     static void init();
     /// Destroys the object, or sees to it that none is ever made. For tests; fails an assertion the second time.
-    [[maybe_unused]] static void destroy();
+    static void destroy();
 
     static State getState() { return ZvPlatform::Interlocked::loadAcquire(_state); }
     /// The state's name. Any other value is `ProgramAborted`.
-    [[maybe_unused]] static char const *getText(State state);
+    static char const *getText(State state);
     /// Asserts that state and object agree.
-    [[maybe_unused]] static void checkState();
+    static void checkState();
 
 private:
     static T *_pointee;
