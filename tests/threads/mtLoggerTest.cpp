@@ -208,12 +208,12 @@ TEST_F(MtLoggerTest, TextOfThreadsThatEndOrAreKilledIsNotLost)
     MtLogger::startLogger();
     for (int i = 0; i != 10; ++i) {
         ObjPtr<MtThread> const thread = makeThread(
-            "ending", [&](TestProtocol &, MtThread *) { ZV_TRACE(*testLevel, "ending" << i); });
+            "ender", [&](TestProtocol &, MtThread *) { ZV_TRACE(*testLevel, "ending" << i); });
         thread->start();
     }
     for (int i = 0; i != 5; ++i) {
         std::binary_semaphore written{0}, never{0};
-        ObjPtr<MtThread> const thread = makeThread("killed", [&](TestProtocol &, MtThread *self) {
+        ObjPtr<MtThread> const thread = makeThread("victim", [&](TestProtocol &, MtThread *self) {
             ZV_TRACE(*testLevel, "killed" << i);
             self->enableCancel();
             written.release();
@@ -233,7 +233,7 @@ TEST_F(MtLoggerTest, AThreadThatOutlivesTheLoggerWritesOn)
 {
     MtLogger::startLogger();
     std::binary_semaphore go{0}, gone{0};
-    ObjPtr<MtThread> const thread = makeThread("outliving", [&](TestProtocol &, MtThread *) {
+    ObjPtr<MtThread> const thread = makeThread("outliver", [&](TestProtocol &, MtThread *) {
         for (int i = 0; i != 3; ++i) {
             go.acquire();
             ZV_TRACE(*testLevel, "outliving" << i);
@@ -324,14 +324,14 @@ TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
     ObjPtr<MtThread> const thread = makeThread("frugal", [&](TestProtocol &, MtThread *) {
         AllocationCount const count;
         for (int i = 0; i != 20; ++i)
-            ZV_TRACE(*testLevel, "frugal" << i << ' ' << 1.5);
+            ZV_TRACE(*testLevel, "item" << i << ' ' << 1.5);
         nbAllocations = count.get();
     });
     thread->start();
     thread->join();
     MtLogger::stopLogger();
     EXPECT_EQ(0u, nbAllocations);
-    EXPECT_EQ(20u, output->find("frugal0").size() + output->find("frugal").size() - 1);
+    EXPECT_EQ(20u, output->find("item").size());
 }
 
 // ---- tags

@@ -133,13 +133,15 @@ TEST_F(MtSpecificDataTest, DeletionTakesTheEntryAlong)
 
 TEST_F(MtSpecificDataTest, DestructionDeletesTheCallersValueAndKeepsTheEntriesOfOthers)
 {
-    auto * const data = new MtSpecificData<Counted>("data");
+    ObjPtr<MtSpecificData<Counted>> data(new MtSpecificData<Counted>("data"));
+    MtOpaqueData const * const place = data.get();
+    std::size_t const nbLeft = countEntries(place); // by a former one at the same place
     data->getPointee();
     std::thread([&] { data->getPointee(); }).join();
-    EXPECT_EQ(2u, countEntries(data));
-    delete data;
+    EXPECT_EQ(nbLeft + 2, countEntries(place));
+    data.reset();
     EXPECT_EQ(1, nbDeleted);
-    EXPECT_EQ(1u, countEntries(data));
+    EXPECT_EQ(nbLeft + 1, countEntries(place));
 }
 
 TEST_F(MtSpecificDataTest, AddingNothingFailsTheAssertion)

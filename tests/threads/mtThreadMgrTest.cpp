@@ -265,7 +265,7 @@ TEST_F(MtThreadMgrTest, DumpOfTheProcessEndsWithThePriorities)
     EXPECT_TRUE(os.str().ends_with(priorities.str()));
     EXPECT_TRUE(os.str().starts_with("\n0x")) << os.str();
     EXPECT_NE(std::string::npos,
-              os.str().find("                main prio   0 NTprio   1 pol RR SYSTEM"))
+              os.str().find("                main prio   3 NTprio   8 pol RR SYSTEM"))
         << os.str();
 }
 

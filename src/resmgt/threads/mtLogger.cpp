@@ -33,11 +33,11 @@ LgQueue *loggerThreadQueue = nullptr;
 /// Destroyed from the end.
 struct MtLogger::State
 {
-    ObjPtr<LgRegistry> formerRegistry;
-    LkEvent stopped{"Log_Reader_Stop", false};
-    ObjPtr<LgReader> reader;
-    ObjPtr<MtThread> thread;
-    ObjPtr<PriorityRelation> loggerPriority;
+    ObjPtr<LgRegistry> _formerRegistry;
+    LkEvent _stopped{"Log_Reader_Stop", false};
+    ObjPtr<LgReader> _reader;
+    ObjPtr<MtThread> _thread;
+    ObjPtr<PriorityRelation> _loggerPriority;
 };
 
 MtLogger::State *MtLogger::_state = nullptr;
@@ -56,17 +56,17 @@ void MtLogger::startLogger()
     ZvPlatform::Interlocked::storeRelease(_running, true);
     ObjPtr<LgRegistry> registry(new Registry);
     _state = new State;
-    _state->formerRegistry = LgLog::setRegistry(registry);
+    _state->_formerRegistry = LgLog::setRegistry(registry);
     LgLog::setQueueFunction(&getThreadQueue);
     ZvPlatform::Interlocked::storeRelease(_run, ++_nbRuns);
     try {
-        _state->reader.reset(new LgReader);
-        _state->thread = MtThreadFactory::getInstance().createThread(
+        _state->_reader.reset(new LgReader);
+        _state->_thread = MtThreadFactory::getInstance().createThread(
             "Log_Reader_Thread", ObjPtr<MtThreadProtocol>(new ReaderThread), true, 0);
-        _state->loggerPriority.reset(new PriorityRelation(
+        _state->_loggerPriority.reset(new PriorityRelation(
             "LoggerPriority", RtPriorities::getInstance().getBaseLinePriority(),
-            PriorityRelation::EQUAL, _state->thread->getPriority()));
-        _state->thread->start();
+            PriorityRelation::EQUAL, _state->_thread->getPriority()));
+        _state->_thread->start();
         LgLog::setLoggerActive(true);
         enterThread();
     } catch (...) {
@@ -85,17 +85,18 @@ void MtLogger::stopLogger()
 
 void MtLogger::dismantle()
 {
-    if (!_state->thread.isNull()) {
-        _state->thread->stop();
-        _state->thread->join();
+    if (!_state->_thread.isNull()) {
+        _state->_thread->stop();
+        _state->_thread->join();
     }
-    _state->loggerPriority.reset();
-    _state->thread.reset();
-    _state->reader.reset();
+    _state->_loggerPriority.reset();
+    _state->_thread.reset();
+    _state->_reader.reset();
     ZvPlatform::Interlocked::storeRelease(_run, 0u);
     LgLog::setQueueFunction(nullptr);
     exitThread();
-    LgLog::setRegistry(_state->formerRegistry).isNull();
+    ObjPtr<LgRegistry> registry(LgLog::setRegistry(_state->_formerRegistry));
+    registry.reset();
     delete std::exchange(loggerThreadQueue, nullptr);
     delete std::exchange(_state, nullptr);
 }
@@ -199,7 +200,7 @@ List<LgQueue *> MtLogger::Registry::getQueues()
 
 void MtLogger::ReaderThread::performExecute(MtThread *)
 {
-    LgReader &reader = *_state->reader;
+    LgReader &reader = *_state->_reader;
     LgQueue * const queue = LgLog::getQueue();
     {
         LgQueue::SuppressGuard const suppressOwnLines(*queue);
@@ -211,7 +212,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
                 idle = 0;
             }
             // A sleep that the end of the logger cuts short.
-            _state->stopped.timedWait(static_cast<float>(idle) * 0.016f);
+            _state->_stopped.timedWait(static_cast<float>(idle) * 0.016f);
             if (idle < 20)
                 ++idle;
         }
@@ -227,7 +228,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
 void MtLogger::ReaderThread::performStop(MtThread *)
 {
     ZvPlatform::Interlocked::storeRelease(_running, false);
-    _state->stopped.set();
+    _state->_stopped.set();
 }
 
 } // namespace Zv
