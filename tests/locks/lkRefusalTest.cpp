@@ -326,12 +326,13 @@ TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
     EXPECT_EQ(failed.getErrno(), int{REFUSED});
 }
 
-struct Single
-{};
-
 } // namespace
 
-ZV_DEFINE_SINGLETON(Single, Single);
+struct RefusedSingleton
+{
+};
+
+ZV_DEFINE_SINGLETON(RefusedSingleton, RefusedSingleton);
 
 namespace {
 
@@ -340,8 +341,8 @@ TEST_F(Refused, CreationLockOfASingletonFails)
     for (char const *service :
          {"CreateMutex", "WaitForSingleObject", "ReleaseMutex", "CloseHandle"}) {
         refuse(service);
-        EXPECT_THROW(LkSingleton<Single>::init(), ExSysErrorWindows) << service;
-        EXPECT_NO_THROW(LkSingleton<Single>::init()) << "the lock was kept after " << service;
+        EXPECT_THROW(LkSingleton<RefusedSingleton>::init(), ExSysErrorWindows) << service;
+        EXPECT_NO_THROW(LkSingleton<RefusedSingleton>::init()) << "the lock was kept after " << service;
     }
 }
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 namespace Zv {
-namespace {
+inline namespace SingletonTest {
 
 template <int Number>
 struct Single
@@ -69,7 +69,7 @@ struct Slow
     static inline std::binary_semaphore mayEnd{0};
 };
 
-} // namespace
+} // namespace SingletonTest
 
 template <int Number>
 struct LkSingletonCreator<Single<Number>>

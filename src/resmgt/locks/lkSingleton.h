@@ -31,7 +31,8 @@ struct LkSingletonCreator
 ///     ZV_DEFINE_SINGLETON(MtThreadMgr, MtThreadMgrWinNT);   // in the source: the class, and what is created
 ///
 /// The instance is then one across shared libraries, visible as `T` is, and `T::getInstance()` is inline. A class that
-/// is private to its source needs the second line only and calls `LkSingleton<T>::getInstance()`.
+/// is private to its source needs the second line only and calls `LkSingleton<T>::getInstance()`; it stands in no
+/// unnamed namespace.
 ///
 /// The constructor of `T` may ask for other singletons: they nest in the order of construction. Two constructors
 /// that ask for each other deadlock, and a constructor must not ask for its own.
