@@ -44,11 +44,13 @@ inline constexpr DWORD TLS_OUT_OF_INDEXES = 0xFFFFFFFF;
 
 inline constexpr DWORD ERROR_SUCCESS = 0;
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
+inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
 inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
 inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
 inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
 inline constexpr DWORD ERROR_NOT_SUPPORTED = 50;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
@@ -59,7 +61,7 @@ inline constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
 inline constexpr DWORD ERROR_TIMEOUT = 1460;
 
 /// The code that the calling thread's last failed service left. A service that succeeds leaves it alone, except
-/// where it creates a named object: then it is 0 or ERROR_ALREADY_EXISTS.
+/// where it makes an object that can have a name: then it is 0 or ERROR_ALREADY_EXISTS. TlsGetValue clears it, too.
 DWORD GetLastError();
 void SetLastError(DWORD code);
 
@@ -81,7 +83,9 @@ void WakeByAddressAll(void *address);
 
 BOOL CloseHandle(HANDLE object);
 
+inline constexpr DWORD DUPLICATE_CLOSE_SOURCE = 1;
 inline constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
+/// Makes a handle of what stands for the current thread; of another handle, one more that is closed by itself.
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE *target,
                      DWORD access, BOOL inherit, DWORD options);
 
@@ -149,8 +153,10 @@ inline constexpr DWORD REALTIME_PRIORITY_CLASS = 256;
 
 inline constexpr DWORD STILL_ACTIVE = 259;
 
+inline constexpr DWORD STACK_SIZE_PARAM_IS_A_RESERVATION = 0x10000;
+
 /// `stackSize` bytes are the thread's own frames' to use: thread-local storage, guard page and what a sanitizer
-/// needs come on top.
+/// needs come on top. 0 gives a mebibyte. The only flag that is served is the one above, which changes nothing here.
 HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function, void *argument,
                     DWORD flags, DWORD *threadId);
 /// Ends a thread wherever it is, waiting or computing. Its mutexes become abandoned, its handle is signalled;
@@ -247,6 +253,7 @@ using RPC_STATUS = long;
 using RPC_CSTR = unsigned char *;
 
 inline constexpr RPC_STATUS RPC_S_OK = 0;
+inline constexpr RPC_STATUS RPC_S_OUT_OF_MEMORY = 14;
 inline constexpr RPC_STATUS RPC_S_INVALID_STRING_UUID = 1705;
 
 struct UUID

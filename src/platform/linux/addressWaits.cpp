@@ -1,0 +1,139 @@
+// Waiting until the bytes at an address change. The waiters of an address stand in the queue of a bucket, in the order
+// in which they came; a bucket serves many addresses.
+#include "platform/linux/object.h"
+
+#include <cstring>
+
+namespace ZvPlatform::Linux {
+
+namespace {
+
+struct alignas(64) Bucket
+{
+    Lock lock;
+    std::atomic<std::uint32_t> waiters{0};
+    Waiter *first = nullptr;
+    Waiter *last = nullptr;
+};
+
+constinit Bucket buckets[256];
+
+Bucket &bucketOf(void const volatile *address)
+{
+    auto const bits = reinterpret_cast<std::uintptr_t>(address);
+    return buckets[(bits >> 3 ^ bits >> 11 ^ bits >> 19) % 256];
+}
+
+bool equal(void const volatile *address, void const *compare, SIZE_T size)
+{
+    auto const same = [&](auto number) {
+        using Number = decltype(number);
+        ::memcpy(&number, compare, sizeof number);
+        return __atomic_load_n(static_cast<Number const volatile *>(address), __ATOMIC_SEQ_CST) ==
+               number;
+    };
+    switch (size) {
+    case 1:
+        return same(std::uint8_t{});
+    case 2:
+        return same(std::uint16_t{});
+    case 4:
+        return same(std::uint32_t{});
+    default:
+        return same(std::uint64_t{});
+    }
+}
+
+void append(Bucket &bucket, Waiter &waiter)
+{
+    waiter.queued = true;
+    waiter.next = nullptr;
+    waiter.previous = bucket.last;
+    (bucket.last ? bucket.last->next : bucket.first) = &waiter;
+    bucket.last = &waiter;
+}
+
+void remove(Bucket &bucket, Waiter &waiter)
+{
+    waiter.queued = false;
+    (waiter.previous ? waiter.previous->next : bucket.first) = waiter.next;
+    (waiter.next ? waiter.next->previous : bucket.last) = waiter.previous;
+    bucket.waiters.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void wake(void *address, bool all)
+{
+    Bucket &bucket = bucketOf(address);
+    // Orders the caller's change before the look at the waiters: who comes later sees the change.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (bucket.waiters.load(std::memory_order_seq_cst) == 0)
+        return;
+    Service service;
+    WakeList wakes;
+    Locked locked(bucket.lock);
+    for (Waiter *waiter = bucket.first; waiter;) {
+        Waiter * const next = waiter->next;
+        if (waiter->address == address) {
+            remove(bucket, *waiter);
+            wakes.grant(waiter, WAIT_OBJECT_0);
+            if (!all)
+                return;
+        }
+        waiter = next;
+    }
+}
+
+} // namespace
+
+} // namespace ZvPlatform::Linux
+
+namespace ZvPlatform {
+
+using namespace Linux;
+
+BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds)
+{
+    if (!address || !compare || (size != 1 && size != 2 && size != 4 && size != 8) ||
+        reinterpret_cast<std::uintptr_t>(address) % size != 0)
+        return fail(ERROR_INVALID_PARAMETER);
+    Service service;
+    Instant const deadline = deadlineAfter(milliseconds);
+    Bucket &bucket = bucketOf(address);
+    Waiter &me = service.thread().waiter;
+    {
+        Locked locked(bucket.lock);
+        bucket.waiters.fetch_add(1, std::memory_order_seq_cst);
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        if (!equal(address, compare, size)) {
+            bucket.waiters.fetch_sub(1, std::memory_order_relaxed);
+            return TRUE;
+        }
+        me.address = const_cast<void const *>(address);
+        me.park.store(0, std::memory_order_relaxed);
+        me.woken = me.granted = false;
+        append(bucket, me);
+    }
+    bool const inTime = park(me, deadline);
+    {
+        Locked locked(bucket.lock);
+        if (me.queued) {
+            remove(bucket, me);
+            // A stray wake-up is allowed, and is no failure.
+            return inTime ? TRUE : fail(ERROR_TIMEOUT);
+        }
+    }
+    awaitGrant(me);
+    return TRUE;
+}
+
+void WakeByAddressSingle(void *address)
+{
+    wake(address, false);
+}
+
+void WakeByAddressAll(void *address)
+{
+    wake(address, true);
+}
+
+} // namespace ZvPlatform

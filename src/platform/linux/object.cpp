@@ -1,0 +1,359 @@
+#include "platform/linux/object.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace ZvPlatform::Linux {
+
+constinit Objects objects;
+constinit Lock namesLock;
+
+static_assert(std::endian::native == std::endian::little,
+              "the futex of a word is its lower half, at the word's own address");
+
+// ---- queues ---------------------------------------------------------------------------------------------
+
+Queue::Queue(Object *object, Word type, Access access) : _object(object)
+{
+    int looks = 0;
+    bool slept = false;
+    Word seen = object ? object->word.load(std::memory_order_relaxed) : Word{DEAD};
+    for (;;) {
+        bool const wanted = (seen & TYPE) == type || type == ANY_TYPE;
+        if ((seen & TYPE) == DEAD || !wanted || (access == BY_HANDLE && (seen & CLOSED))) {
+            // The wake-up that came here is for the next sleeper.
+            if (slept)
+                futexWake(&object->word, INT_MAX);
+            _good = false;
+            return;
+        }
+        if (!(seen & QUEUE)) {
+            // Whoever has slept cannot know whether others still do, and wakes one more when it leaves.
+            Word const mine = seen | QUEUE | (slept ? Word{QUEUE_SLEEP} : 0);
+            if (object->word.compare_exchange_weak(seen, mine, std::memory_order_acquire)) {
+                word = seen & ~Word{QUEUE_SLEEP};
+                _good = true;
+                return;
+            }
+        } else if (looks < 20) {
+            ++looks;
+            pause();
+            seen = object->word.load(std::memory_order_relaxed);
+        } else if (seen & QUEUE_SLEEP || object->word.compare_exchange_weak(
+                                             seen, seen | QUEUE_SLEEP, std::memory_order_relaxed)) {
+            futexWait(&object->word, static_cast<std::uint32_t>(seen | QUEUE_SLEEP), NEVER);
+            slept = true;
+            seen = object->word.load(std::memory_order_relaxed);
+        }
+    }
+}
+
+Queue::~Queue()
+{
+    if (!_good)
+        return;
+    word = _object->first ? word | WAITERS : word & ~Word{WAITERS | HAND_OVER};
+    bool const owned = (word & TYPE) == MUTEX && valueOf(word) != 0;
+    bool const dead = _object->handles == 0 && _object->pins == 0 && !owned;
+    Word const former = _object->word.exchange(dead ? Word{DEAD} : word, std::memory_order_acq_rel);
+    if (former & QUEUE_SLEEP)
+        futexWake(&_object->word, dead ? INT_MAX : 1);
+    if (dead) {
+        if ((word & TYPE) == SHARED_SEMAPHORE)
+            leaveShared(_object->shared);
+        objects.give(_object);
+    }
+}
+
+void Queue::insert(Waiter &waiter)
+{
+    waiter.queued = true;
+    if (Waiter *first = _object->first) {
+        waiter.next = first;
+        waiter.previous = first->previous;
+        first->previous->next = &waiter;
+        first->previous = &waiter;
+    } else {
+        waiter.next = waiter.previous = &waiter;
+        _object->first = &waiter;
+    }
+}
+
+void Queue::append(Waiter &waiter)
+{
+    insert(waiter);
+}
+
+void Queue::prepend(Waiter &waiter)
+{
+    insert(waiter);
+    _object->first = &waiter;
+}
+
+void Queue::remove(Waiter &waiter)
+{
+    waiter.queued = false;
+    if (waiter.next == &waiter) {
+        _object->first = nullptr;
+        return;
+    }
+    waiter.next->previous = waiter.previous;
+    waiter.previous->next = waiter.next;
+    if (_object->first == &waiter)
+        _object->first = waiter.next;
+}
+
+Waiter *Queue::pop()
+{
+    Waiter *waiter = _object->first;
+    if (waiter)
+        remove(*waiter);
+    return waiter;
+}
+
+bool Queue::consume()
+{
+    if ((word & TYPE) == SEMAPHORE) {
+        if (valueOf(word) == 0)
+            return false;
+        word -= ONE;
+        return true;
+    }
+    if (!(word & SIGNALLED))
+        return false;
+    if (!(word & MANUAL))
+        word &= ~Word{SIGNALLED};
+    return true;
+}
+
+void Queue::serve(WakeList &wakes)
+{
+    while (_object->first && consume()) {
+        --_object->pins;
+        wakes.grant(pop(), WAIT_OBJECT_0);
+    }
+}
+
+void WakeList::add(Waiter *waiter, std::uint32_t bit)
+{
+    waiter->granted = bit == Waiter::GRANTED;
+    waiter->next = nullptr;
+    (_last ? _last->next : _first) = waiter;
+    _last = waiter;
+    _bit = bit;
+}
+
+WakeList::~WakeList()
+{
+    // A waiter that has been woken may be in another queue already, hence the link is read first.
+    while (Waiter *waiter = _first) {
+        _first = waiter->next;
+        unpark(*waiter, _bit);
+    }
+}
+
+// ---- parking --------------------------------------------------------------------------------------------
+
+void unpark(Waiter &waiter, std::uint32_t bit)
+{
+    if (waiter.park.fetch_or(bit, std::memory_order_acq_rel) & Waiter::SLEEPING)
+        futexWake(&waiter.park, 1);
+}
+
+bool park(Waiter &waiter, Instant deadline)
+{
+    std::uint32_t seen = waiter.park.load(std::memory_order_acquire);
+    for (;;) {
+        if (seen & ~std::uint32_t{Waiter::SLEEPING})
+            return true;
+        if (!(seen & Waiter::SLEEPING)) {
+            waiter.park.compare_exchange_strong(seen, Waiter::SLEEPING, std::memory_order_acq_rel,
+                                                std::memory_order_acquire);
+            if (seen != 0)
+                continue;
+        }
+        int const error = futexWait(&waiter.park, Waiter::SLEEPING, deadline);
+        seen = waiter.park.load(std::memory_order_acquire);
+        if (error == ETIMEDOUT && seen == Waiter::SLEEPING)
+            return false;
+    }
+}
+
+void awaitGrant(Waiter &waiter)
+{
+    for (;;) {
+        std::uint32_t const seen =
+            waiter.park.fetch_or(Waiter::SLEEPING, std::memory_order_acq_rel) | Waiter::SLEEPING;
+        if (seen & Waiter::GRANTED)
+            return;
+        futexWait(&waiter.park, seen, NEVER);
+    }
+}
+
+// ---- objects and their names ----------------------------------------------------------------------------
+
+Object *newObject()
+{
+    Object *object = objects.take();
+    if (!object) {
+        fail(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    object->handles = 0;
+    object->pins = 0;
+    object->first = nullptr;
+    object->name = nullptr;
+    object->mutex = {};
+    object->spin = {};
+    return object;
+}
+
+HANDLE publish(Object *object, Word word)
+{
+    object->handles = 1;
+    object->word.store(word, std::memory_order_release);
+    return object;
+}
+
+void discard(Object *object)
+{
+    objects.give(object);
+}
+
+struct Name
+{
+    Name *next;
+    Object *object;
+    char text[1];
+};
+
+namespace {
+
+constexpr unsigned NAME_CHAINS = 64;
+constinit Name *names[NAME_CHAINS] = {};
+
+Name *&chainOf(char const *text)
+{
+    std::uint32_t hash = 2166136261;
+    for (; *text; ++text)
+        hash = (hash ^ static_cast<unsigned char>(*text)) * 16777619;
+    return names[hash % NAME_CHAINS];
+}
+
+} // namespace
+
+bool isGoodName(char const *name)
+{
+    if (::strlen(name) >= MAX_PATH)
+        return fail(ERROR_FILENAME_EXCED_RANGE);
+    if (::strchr(name, '\\'))
+        return fail(ERROR_PATH_NOT_FOUND);
+    return true;
+}
+
+Object *findName(char const *text)
+{
+    for (Name *name = chainOf(text); name; name = name->next)
+        if (::strcmp(name->text, text) == 0)
+            return name->object;
+    return nullptr;
+}
+
+bool addName(Object *object, char const *text)
+{
+    std::size_t const length = ::strlen(text);
+    Name *name = static_cast<Name *>(::malloc(sizeof(Name) + length));
+    if (!name)
+        return fail(ERROR_NOT_ENOUGH_MEMORY);
+    Name *&chain = chainOf(text);
+    name->next = chain;
+    name->object = object;
+    ::memcpy(name->text, text, length + 1);
+    chain = name;
+    object->name = name;
+    return true;
+}
+
+void removeName(Object *object)
+{
+    Name *name = object->name;
+    Name **link = &chainOf(name->text);
+    while (*link != name)
+        link = &(*link)->next;
+    *link = name->next;
+    object->name = nullptr;
+    ::free(name);
+}
+
+HANDLE openExisting(Object *object, Word type)
+{
+    Queue queue(object, type);
+    if (!queue) {
+        fail(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    ++object->handles;
+    return object;
+}
+
+} // namespace ZvPlatform::Linux
+
+namespace ZvPlatform {
+
+using namespace Linux;
+
+namespace {
+
+enum class Closing
+{
+    DONE,
+    NAMED,
+    BAD
+};
+
+/// Drops a handle. The last one of an object with a name goes under `namesLock` only, so that nobody finds by its name
+/// what is being buried.
+Closing closeHandle(Object *object, bool locked)
+{
+    Queue queue(object, ANY_TYPE);
+    if (!queue)
+        return Closing::BAD;
+    if (object->handles > 1) {
+        --object->handles;
+        return Closing::DONE;
+    }
+    if (object->name && !locked)
+        return Closing::NAMED;
+    if (object->name)
+        removeName(object);
+    object->handles = 0;
+    queue.word |= CLOSED;
+    // A mutex that nobody waits for dies in its owner's hands; one that is held elsewhere lives until it is let go.
+    if ((queue.word & TYPE) == MUTEX && object->pins == 0 && valueOf(queue.word) == local.number) {
+        forget(object);
+        queue.word = withValue(queue.word, 0);
+    }
+    return Closing::DONE;
+}
+
+} // namespace
+
+BOOL CloseHandle(HANDLE handle)
+{
+    // What stands for the current process and thread need not be closed.
+    if (handle == CURRENT_PROCESS || handle == CURRENT_THREAD)
+        return TRUE;
+    Service service;
+    Object *object = objectOf(handle);
+    Closing result = closeHandle(object, false);
+    if (result == Closing::NAMED) {
+        Locked locked(namesLock);
+        result = closeHandle(object, true);
+    }
+    return result == Closing::DONE ? TRUE : fail(ERROR_INVALID_HANDLE);
+}
+
+} // namespace ZvPlatform

@@ -1,0 +1,377 @@
+#include "platform/linux/scheduling.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace ZvPlatform::Linux {
+
+constinit Lock schedulingLock;
+
+namespace {
+
+constinit std::atomic<DWORD> processClass{NORMAL_PRIORITY_CLASS};
+/// Moves with every change that a new thread could inherit.
+constinit std::atomic<std::uint32_t> generation{0};
+/// The processors of the process, kept from before its main thread, which stands for it, was placed.
+constinit std::atomic<DWORD_PTR> maskBefore{0};
+
+constexpr int LEVELS[] = {THREAD_PRIORITY_IDLE,         THREAD_PRIORITY_LOWEST,
+                          THREAD_PRIORITY_BELOW_NORMAL, THREAD_PRIORITY_NORMAL,
+                          THREAD_PRIORITY_ABOVE_NORMAL, THREAD_PRIORITY_HIGHEST,
+                          THREAD_PRIORITY_TIME_CRITICAL};
+
+constexpr int BASE_PRIORITIES[][std::size(LEVELS)] = {{1, 2, 3, 4, 5, 6, 15},
+                                                      {1, 6, 7, 8, 9, 10, 15},
+                                                      {1, 11, 12, 13, 14, 15, 15},
+                                                      {16, 22, 23, 24, 25, 26, 31}};
+constexpr int HIGHEST_BASE = 31;
+constexpr int NORMAL_BASE = 8;
+
+int rowOf(DWORD priorityClass)
+{
+    switch (priorityClass) {
+    case IDLE_PRIORITY_CLASS:
+        return 0;
+    case NORMAL_PRIORITY_CLASS:
+        return 1;
+    case HIGH_PRIORITY_CLASS:
+        return 2;
+    case REALTIME_PRIORITY_CLASS:
+        return 3;
+    default:
+        return -1;
+    }
+}
+
+bool isLevel(int level)
+{
+    return std::find(std::begin(LEVELS), std::end(LEVELS), level) != std::end(LEVELS);
+}
+
+int basePriority(DWORD priorityClass, int level)
+{
+    auto const column = std::find(std::begin(LEVELS), std::end(LEVELS), level) - LEVELS;
+    return BASE_PRIORITIES[rowOf(priorityClass)][column];
+}
+
+bool setPolicy(std::uint32_t kernelId, int policy, int priority)
+{
+    sched_param parameter{};
+    parameter.sched_priority = priority;
+    return ::sched_setscheduler(static_cast<pid_t>(kernelId), policy, &parameter) == 0;
+}
+
+bool setNice(std::uint32_t kernelId, int nice)
+{
+    return ::setpriority(PRIO_PROCESS, kernelId, nice) == 0;
+}
+
+int lowestNiceAllowed()
+{
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NICE, &limit);
+    return 20 - static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 40));
+}
+
+/// As near to the wanted value as the process may come, and no further down than it could come up again.
+void changeNice(Thread &thread, std::uint32_t kernelId, int nice)
+{
+    if (nice == thread.askedNice)
+        return;
+    thread.askedNice = nice;
+    if (nice > thread.nice) {
+        // Whether a thread may be raised is known to the kernel alone: capabilities count in the first user namespace.
+        bool const canRaise = lowestNiceAllowed() <= thread.nice || thread.nice == -20 ||
+                              setNice(kernelId, thread.nice - 1);
+        if (canRaise && setNice(kernelId, nice))
+            thread.nice = nice;
+    } else if (nice < thread.nice) {
+        int const nearest = std::max(nice, lowestNiceAllowed());
+        if (setNice(kernelId, nice))
+            thread.nice = nice;
+        else if (nearest < thread.nice && setNice(kernelId, nearest))
+            thread.nice = nearest;
+    }
+}
+
+/// Tells the system what class and level ask for. False when real-time operation is refused.
+bool apply(Thread &thread, DWORD priorityClass, int level)
+{
+    std::uint32_t const kernelId = thread.kernelId.load(std::memory_order_relaxed);
+    int const base = basePriority(priorityClass, level);
+    int const realTime = priorityClass == REALTIME_PRIORITY_CLASS ? base : 0;
+    int const nice = std::clamp(2 * (NORMAL_BASE - base), -20, 19);
+    if (realTime == thread.realTime && (realTime || nice == thread.askedNice))
+        return true;
+    generation.fetch_add(1, std::memory_order_relaxed);
+    if (realTime != thread.realTime) {
+        if (!setPolicy(kernelId, realTime ? SCHED_RR : SCHED_OTHER, realTime))
+            return false;
+        thread.realTime = realTime;
+    }
+    if (!realTime)
+        changeNice(thread, kernelId, nice);
+    return true;
+}
+
+/// Whether the process may have the highest real-time priority. Tried by a thread of its own, for its sake alone.
+bool mayRunRealTime()
+{
+    bool may = false;
+    auto const tryIt = [](void *result) -> void * {
+        *static_cast<bool *>(result) = setPolicy(0, SCHED_RR, HIGHEST_BASE);
+        return nullptr;
+    };
+    pthread_t probe;
+    if (::pthread_create(&probe, nullptr, tryIt, &may) != 0)
+        return false;
+    ::pthread_join(probe, nullptr);
+    return may;
+}
+
+bool applyToAll(DWORD priorityClass)
+{
+    bool good = true;
+    for (std::size_t i = 0; i < threads.size() && good; ++i) {
+        Thread &thread = threads[i];
+        if (thread.created && thread.kernelId.load(std::memory_order_seq_cst))
+            good = apply(thread, priorityClass, thread.level.load(std::memory_order_seq_cst));
+    }
+    return good;
+}
+
+DWORD_PTR maskOf(pid_t kernelId)
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (::sched_getaffinity(kernelId, sizeof set, &set) != 0)
+        return 0;
+    DWORD_PTR mask = 0;
+    for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
+        if (CPU_ISSET(i, &set))
+            mask |= DWORD_PTR{1} << i;
+    return mask;
+}
+
+DWORD_PTR processMask()
+{
+    DWORD_PTR const before = maskBefore.load(std::memory_order_relaxed);
+    return before ? before : maskOf(::getpid());
+}
+
+/// Calls `what` with the thread behind a handle, or with null when it has ended. False for a bad handle.
+template <class What>
+bool withThread(Service &service, HANDLE handle, What what)
+{
+    if (handle == CURRENT_THREAD) {
+        what(&service.thread(), nullptr);
+        return true;
+    }
+    Queue queue(objectOf(handle), THREAD);
+    if (!queue)
+        return fail(ERROR_INVALID_HANDLE);
+    // It cannot end meanwhile: for its end it needs the queue.
+    what(queue.object().thread.thread, &queue.object());
+    return true;
+}
+
+/// A thread that has been made and has not begun yet soon has its number. Asleep one does not keep it from beginning.
+pid_t kernelIdOf(Thread &thread)
+{
+    std::uint32_t id;
+    while (!(id = thread.kernelId.load(std::memory_order_acquire)))
+        futexWait(&thread.kernelId, 0, now() + MILLISECOND);
+    return static_cast<pid_t>(id);
+}
+
+} // namespace
+
+void inheritScheduling(Thread &child, Thread const &parent)
+{
+    Locked locked(schedulingLock);
+    child.generation = generation.load(std::memory_order_relaxed);
+    child.realTime = parent.realTime;
+    child.nice = child.askedNice = parent.nice;
+}
+
+void beginScheduling(Thread &thread)
+{
+    thread.kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)),
+                          std::memory_order_seq_cst);
+    auto const isAsMade = [&] {
+        return processClass.load(std::memory_order_seq_cst) == NORMAL_PRIORITY_CLASS &&
+               thread.level.load(std::memory_order_seq_cst) == THREAD_PRIORITY_NORMAL &&
+               generation.load(std::memory_order_seq_cst) == thread.generation;
+    };
+    if (isAsMade() && !thread.realTime && !thread.nice)
+        return;
+    Locked locked(schedulingLock);
+    if (generation.load(std::memory_order_relaxed) != thread.generation) {
+        // Something changed since the parent was looked at, so ask what came of it.
+        sched_param parameter{};
+        ::sched_getparam(0, &parameter);
+        thread.realTime = parameter.sched_priority;
+        errno = 0;
+        thread.nice = thread.askedNice = ::getpriority(PRIO_PROCESS, 0);
+    }
+    apply(thread, processClass.load(std::memory_order_relaxed),
+          thread.level.load(std::memory_order_relaxed));
+}
+
+void endScheduling(Thread &thread)
+{
+    Locked locked(schedulingLock);
+    thread.kernelId.store(0, std::memory_order_relaxed);
+}
+
+} // namespace ZvPlatform::Linux
+
+namespace ZvPlatform {
+
+using namespace Linux;
+
+BOOL SetThreadPriority(HANDLE handle, int priority)
+{
+    Service service;
+    BOOL result = TRUE;
+    bool const good = withThread(service, handle, [&](Thread *thread, Object *object) {
+        if (!isLevel(priority)) {
+            result = fail(ERROR_INVALID_PARAMETER);
+            return;
+        }
+        if (!thread) {
+            object->thread.level = priority;
+            return;
+        }
+        int const before = thread->level.exchange(priority, std::memory_order_seq_cst);
+        // One that has not begun yet applies its level when it does.
+        if (before == priority || !thread->created ||
+            !thread->kernelId.load(std::memory_order_seq_cst))
+            return;
+        Locked locked(schedulingLock);
+        if (thread->kernelId.load(std::memory_order_relaxed) &&
+            !apply(*thread, processClass.load(std::memory_order_relaxed), priority)) {
+            thread->level.store(before, std::memory_order_relaxed);
+            result = fail(ERROR_PRIVILEGE_NOT_HELD);
+        }
+    });
+    return good && result;
+}
+
+int GetThreadPriority(HANDLE handle)
+{
+    Service service;
+    int level = THREAD_PRIORITY_ERROR_RETURN;
+    withThread(service, handle, [&](Thread *thread, Object *object) {
+        level = thread ? thread->level.load(std::memory_order_relaxed) : object->thread.level;
+    });
+    return level;
+}
+
+BOOL SetPriorityClass(HANDLE process, DWORD priorityClass)
+{
+    Service service;
+    if (process != CURRENT_PROCESS)
+        return fail(ERROR_INVALID_HANDLE);
+    if (rowOf(priorityClass) < 0)
+        return fail(ERROR_INVALID_PARAMETER);
+    if (priorityClass == processClass.load(std::memory_order_relaxed))
+        return TRUE;
+    if (priorityClass == REALTIME_PRIORITY_CLASS && !mayRunRealTime())
+        return fail(ERROR_PRIVILEGE_NOT_HELD);
+    Locked locked(schedulingLock);
+    DWORD const before = processClass.load(std::memory_order_relaxed);
+    processClass.store(priorityClass, std::memory_order_seq_cst);
+    generation.fetch_add(1, std::memory_order_seq_cst);
+    if (applyToAll(priorityClass))
+        return TRUE;
+    processClass.store(before, std::memory_order_seq_cst);
+    applyToAll(before);
+    return fail(ERROR_PRIVILEGE_NOT_HELD);
+}
+
+DWORD GetPriorityClass(HANDLE process)
+{
+    if (process != CURRENT_PROCESS) {
+        fail(ERROR_INVALID_HANDLE);
+        return 0;
+    }
+    return processClass.load(std::memory_order_relaxed);
+}
+
+BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *process_, DWORD_PTR *system)
+{
+    if (process != CURRENT_PROCESS)
+        return fail(ERROR_INVALID_HANDLE);
+    if (!process_ || !system)
+        return fail(ERROR_INVALID_PARAMETER);
+    long const processors = ::sysconf(_SC_NPROCESSORS_CONF);
+    *process_ = processMask();
+    *system = *process_ | (processors >= 64 ? ~DWORD_PTR{0} : (DWORD_PTR{1} << processors) - 1);
+    return TRUE;
+}
+
+DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
+{
+    Service service;
+    DWORD_PTR before = 0;
+    withThread(service, handle, [&](Thread *thread, Object *) {
+        DWORD_PTR const allowed = processMask();
+        if (!thread || mask == 0 || mask & ~allowed) {
+            fail(ERROR_INVALID_PARAMETER);
+            return;
+        }
+        pid_t const kernelId = kernelIdOf(*thread);
+        if (kernelId == ::getpid())
+            maskBefore.store(allowed, std::memory_order_relaxed);
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
+            if (mask >> i & 1)
+                CPU_SET(i, &set);
+        DWORD_PTR const former = maskOf(kernelId);
+        if (::sched_setaffinity(kernelId, sizeof set, &set) == 0)
+            before = former;
+        else
+            fail(ERROR_INVALID_PARAMETER);
+    });
+    return before;
+}
+
+long SetThreadDescription(HANDLE handle, wchar_t const *name)
+{
+    constexpr long INVALID_HANDLE = static_cast<std::int32_t>(0x80070006);
+    constexpr long INVALID_ARGUMENT = static_cast<std::int32_t>(0x80070057);
+    if (!name)
+        return INVALID_ARGUMENT;
+    char text[16] = {};
+    std::size_t length = 0;
+    for (; *name; ++name) {
+        auto const code = static_cast<std::uint32_t>(*name);
+        std::size_t const size = code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+        if (length + size > 15)
+            break;
+        if (size == 1) {
+            text[length++] = static_cast<char>(code);
+            continue;
+        }
+        text[length++] = static_cast<char>(0xF00 >> size | code >> 6 * (size - 1));
+        for (std::size_t i = size - 1; i-- > 0;)
+            text[length++] = static_cast<char>(0x80 | (code >> 6 * i & 0x3F));
+    }
+    Service service;
+    bool const good = withThread(service, handle, [&](Thread *thread, Object *) {
+        if (!thread)
+            return;
+        kernelIdOf(*thread);
+        ::pthread_setname_np(thread->pthread, text);
+    });
+    return good ? 0 : INVALID_HANDLE;
+}
+
+} // namespace ZvPlatform

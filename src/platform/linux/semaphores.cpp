@@ -1,0 +1,76 @@
+#include "platform/linux/object.h"
+
+#include "platform/linux/sharedSemaphore.h"
+
+namespace ZvPlatform {
+
+using namespace Linux;
+
+HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCount,
+                        char const *name)
+{
+    if (initialCount < 0 || maximumCount <= 0 || initialCount > maximumCount) {
+        fail(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    // A name makes it known to other processes.
+    if (name && *name)
+        return createShared(name, initialCount, maximumCount);
+    return createObject(nullptr, SEMAPHORE, [&](Object &object) {
+        object.semaphore.maximum = static_cast<std::uint32_t>(maximumCount);
+        return withValue(SEMAPHORE, static_cast<std::uint32_t>(initialCount));
+    });
+}
+
+HANDLE OpenSemaphoreA(DWORD, BOOL, char const *name)
+{
+    if (!name) {
+        fail(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (!*name) {
+        fail(ERROR_INVALID_NAME);
+        return nullptr;
+    }
+    return openShared(name);
+}
+
+BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG *previousCount)
+{
+    Object *object = objectOf(semaphore);
+    if (!object)
+        return fail(ERROR_INVALID_HANDLE);
+    if (count <= 0)
+        return fail(ERROR_INVALID_PARAMETER);
+    auto const amount = static_cast<std::uint32_t>(count);
+    Word word = object->word.load(std::memory_order_relaxed);
+    while ((word & FLAGS) == SEMAPHORE) {
+        std::uint32_t const maximum = __atomic_load_n(&object->semaphore.maximum, __ATOMIC_RELAXED);
+        // Not a sum: it may not fit.
+        if (amount > maximum - valueOf(word))
+            return fail(ERROR_TOO_MANY_POSTS);
+        if (object->word.compare_exchange_weak(word, word + amount * ONE, std::memory_order_release,
+                                               std::memory_order_relaxed)) {
+            if (previousCount)
+                *previousCount = static_cast<LONG>(valueOf(word));
+            return TRUE;
+        }
+    }
+    Service service;
+    if ((word & TYPE) == SHARED_SEMAPHORE)
+        return releaseShared(object, amount, previousCount);
+    WakeList wakes;
+    Queue queue(object, SEMAPHORE);
+    if (!queue)
+        return fail(ERROR_INVALID_HANDLE);
+    std::uint32_t const before = valueOf(queue.word);
+    if (amount > object->semaphore.maximum - before)
+        return fail(ERROR_TOO_MANY_POSTS);
+    if (previousCount)
+        *previousCount = static_cast<LONG>(before);
+    queue.word += amount * ONE;
+    queue.serve(wakes);
+    return TRUE;
+}
+
+} // namespace ZvPlatform

@@ -1,0 +1,337 @@
+#include "platform/linux/sharedSemaphore.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ZvPlatform::Linux {
+
+/// What the processes share. All zero bits would be no semaphore: the maximum is never 0.
+struct SharedSegment
+{
+    /// The count in the lower half, those who sleep in the upper one, so that a post knows them with the same access
+    /// that frees them.
+    std::atomic<std::uint64_t> state;
+    std::uint32_t maximum;
+    char file[256];
+};
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+namespace {
+
+constexpr std::uint64_t ONE_WAITER = std::uint64_t{1} << 32;
+
+std::uint32_t countOf(std::uint64_t state)
+{
+    return static_cast<std::uint32_t>(state);
+}
+
+DWORD errorOf(int error)
+{
+    switch (error) {
+    case EACCES:
+    case EPERM:
+    case ELOOP:
+        return ERROR_ACCESS_DENIED;
+    case ENOENT:
+        return ERROR_FILE_NOT_FOUND;
+    case ENOSYS:
+    case EINVAL:
+        return ERROR_NOT_SUPPORTED;
+    default:
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+}
+
+int lockFile(int file, int operation)
+{
+    int result;
+    do
+        result = ::flock(file, operation);
+    while (result != 0 && errno == EINTR);
+    return result;
+}
+
+/// The user's folder, locked while the object lives.
+class Folder
+{
+public:
+    Folder()
+    {
+        char path[64];
+        std::snprintf(path, sizeof path, "/dev/shm/zvresmgt-%u", unsigned{::geteuid()});
+        if (::mkdir(path, 0700) != 0 && errno != EEXIST)
+            return;
+        int const folder = ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (folder < 0)
+            return;
+        // Anybody can make a folder under that name; only one's own may be trusted.
+        struct stat status;
+        bool const own = ::fstat(folder, &status) == 0 && status.st_uid == ::geteuid() &&
+                         (status.st_mode & 022) == 0;
+        if (!own)
+            errno = EACCES;
+        if (own && lockFile(folder, LOCK_EX) == 0)
+            _folder = folder;
+        else
+            ::close(folder);
+    }
+    ~Folder()
+    {
+        if (_folder >= 0)
+            ::close(_folder);
+    }
+
+    Folder(Folder const &) = delete;
+    Folder &operator=(Folder const &) = delete;
+
+    explicit operator bool() const { return _folder >= 0; }
+    int get() const { return _folder; }
+
+private:
+    int _folder = -1;
+};
+
+/// A file name for a name with any bytes in it. A long one keeps its beginning, and a digest of the whole.
+void makeFileName(char const *name, char (&file)[256])
+{
+    std::size_t length = 0;
+    std::uint64_t digest = 14695981039346656037u;
+    for (char const *c = name; *c; ++c) {
+        auto const byte = static_cast<unsigned char>(*c);
+        digest = (digest ^ byte) * 1099511628211u;
+        bool const plain = (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'z') ||
+                           (byte >= 'A' && byte <= 'Z') || byte == '-' || byte == '_';
+        if (length < 200)
+            length += static_cast<std::size_t>(
+                std::snprintf(file + length, 4, plain ? "%c" : "%%%02X", byte));
+    }
+    std::snprintf(file + length, sizeof file - length, ".%016llx",
+                  static_cast<unsigned long long>(digest));
+}
+
+/// One process's way to a semaphore.
+struct Opened
+{
+    int file = -1;
+    SharedSegment *segment = nullptr;
+    bool existed = false;
+    int error = 0;
+};
+
+enum class Mode
+{
+    CREATE,
+    OPEN
+};
+
+Opened openFile(Folder const &folder, char const *name, Mode mode)
+{
+    Opened opened;
+    char file[256];
+    makeFileName(name, file);
+    int const flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | (mode == Mode::CREATE ? O_CREAT : 0);
+    opened.file = ::openat(folder.get(), file, flags, 0600);
+    if (opened.file < 0) {
+        opened.error = errno;
+        return opened;
+    }
+    // Nobody holds it: it is new, or was left by processes that died.
+    bool const deserted = lockFile(opened.file, LOCK_EX | LOCK_NB) == 0;
+    if (deserted && mode == Mode::OPEN) {
+        ::unlinkat(folder.get(), file, 0);
+        opened.error = ENOENT;
+    } else if (deserted && (::ftruncate(opened.file, 0) != 0 ||
+                            ::ftruncate(opened.file, sizeof(SharedSegment)) != 0)) {
+        opened.error = errno;
+    } else if (lockFile(opened.file, LOCK_SH) != 0) {
+        opened.error = errno;
+    } else {
+        void *memory = ::mmap(nullptr, sizeof(SharedSegment), PROT_READ | PROT_WRITE, MAP_SHARED,
+                              opened.file, 0);
+        if (memory == MAP_FAILED)
+            opened.error = errno;
+        else
+            opened.segment = static_cast<SharedSegment *>(memory);
+    }
+    opened.existed = !deserted;
+    if (!opened.segment) {
+        ::close(opened.file);
+        return opened;
+    }
+    if (deserted)
+        std::snprintf(opened.segment->file, sizeof opened.segment->file, "%s", file);
+    return opened;
+}
+
+HANDLE makeShared(char const *name, Opened const &opened)
+{
+    Object *object = newObject();
+    if (object && !addName(object, name)) {
+        discard(object);
+        object = nullptr;
+    }
+    if (!object) {
+        leaveShared({opened.segment, opened.file});
+        return nullptr;
+    }
+    object->shared = {opened.segment, opened.file};
+    return publish(object, SHARED_SEMAPHORE);
+}
+
+HANDLE failWith(int error)
+{
+    fail(errorOf(error));
+    return nullptr;
+}
+
+bool take(SharedSegment *segment)
+{
+    std::uint64_t state = segment->state.load(std::memory_order_relaxed);
+    while (countOf(state))
+        if (segment->state.compare_exchange_weak(state, state - 1, std::memory_order_acquire,
+                                                 std::memory_order_relaxed))
+            return true;
+    return false;
+}
+
+/// Keeps the mapping while its user is inside, whoever closes the handle meanwhile.
+class Pin
+{
+public:
+    explicit Pin(Object *object) : _object(object)
+    {
+        Queue queue(object, SHARED_SEMAPHORE);
+        if (!queue)
+            return;
+        ++object->pins;
+        _segment = object->shared.segment;
+    }
+    ~Pin()
+    {
+        if (!_segment)
+            return;
+        Queue queue(_object, SHARED_SEMAPHORE, Queue::CLOSED_TOO);
+        --_object->pins;
+    }
+
+    Pin(Pin const &) = delete;
+    Pin &operator=(Pin const &) = delete;
+
+    SharedSegment *segment() const { return _segment; }
+
+private:
+    Object *_object;
+    SharedSegment *_segment = nullptr;
+};
+
+} // namespace
+
+HANDLE createShared(char const *name, LONG initialCount, LONG maximumCount)
+{
+    Service service;
+    if (!isGoodName(name))
+        return nullptr;
+    Locked locked(namesLock);
+    if (Object *existing = findName(name)) {
+        HANDLE handle = openExisting(existing, SHARED_SEMAPHORE);
+        if (handle)
+            local.lastError = ERROR_ALREADY_EXISTS;
+        return handle;
+    }
+    Folder const folder;
+    if (!folder)
+        return failWith(errno);
+    Opened const opened = openFile(folder, name, Mode::CREATE);
+    if (opened.error)
+        return failWith(opened.error);
+    if (!opened.existed) {
+        opened.segment->maximum = static_cast<std::uint32_t>(maximumCount);
+        opened.segment->state.store(static_cast<std::uint32_t>(initialCount),
+                                    std::memory_order_release);
+    }
+    HANDLE handle = makeShared(name, opened);
+    if (handle)
+        local.lastError = opened.existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
+    return handle;
+}
+
+HANDLE openShared(char const *name)
+{
+    Service service;
+    if (!isGoodName(name))
+        return nullptr;
+    Locked locked(namesLock);
+    if (Object *existing = findName(name))
+        return openExisting(existing, SHARED_SEMAPHORE);
+    Folder const folder;
+    if (!folder)
+        return failWith(errno);
+    Opened const opened = openFile(folder, name, Mode::OPEN);
+    return opened.error ? failWith(opened.error) : makeShared(name, opened);
+}
+
+BOOL releaseShared(Object *object, std::uint32_t count, LONG *previousCount)
+{
+    Pin const pin(object);
+    SharedSegment *segment = pin.segment();
+    if (!segment)
+        return fail(ERROR_INVALID_HANDLE);
+    std::uint64_t state = segment->state.load(std::memory_order_relaxed);
+    do {
+        if (count > segment->maximum - countOf(state))
+            return fail(ERROR_TOO_MANY_POSTS);
+    } while (!segment->state.compare_exchange_weak(state, state + count, std::memory_order_release,
+                                                   std::memory_order_relaxed));
+    if (state >= ONE_WAITER)
+        futexWake(&segment->state, static_cast<int>(count), Scope::SHARED);
+    if (previousCount)
+        *previousCount = static_cast<LONG>(countOf(state));
+    return TRUE;
+}
+
+DWORD waitShared(Service &service, Object *object, DWORD milliseconds)
+{
+    Pin const pin(object);
+    SharedSegment *segment = pin.segment();
+    if (!segment) {
+        fail(ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
+    }
+    if (take(segment))
+        return WAIT_OBJECT_0;
+    if (milliseconds == 0)
+        return WAIT_TIMEOUT;
+    Instant const deadline = deadlineAfter(milliseconds);
+    segment->state.fetch_add(ONE_WAITER, std::memory_order_relaxed);
+    DWORD result = WAIT_OBJECT_0;
+    while (!take(segment)) {
+        if (service.killed() || (deadline != NEVER && now() >= deadline)) {
+            result = WAIT_TIMEOUT;
+            break;
+        }
+        futexWait(&segment->state, 0, deadline, Scope::SHARED);
+    }
+    segment->state.fetch_sub(ONE_WAITER, std::memory_order_relaxed);
+    // A thread that is killed may have been the one that a post has woken.
+    if (service.killed())
+        futexWake(&segment->state, 1, Scope::SHARED);
+    return result;
+}
+
+void leaveShared(Object::SharedState shared)
+{
+    Folder const folder;
+    // The last one takes the file along; without the folder it is left to whoever finds it without a holder.
+    if (folder && lockFile(shared.file, LOCK_EX | LOCK_NB) == 0)
+        ::unlinkat(folder.get(), shared.segment->file, 0);
+    ::munmap(shared.segment, sizeof(SharedSegment));
+    ::close(shared.file);
+}
+
+} // namespace ZvPlatform::Linux

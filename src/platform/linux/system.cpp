@@ -1,0 +1,80 @@
+#include "platform/linux/thread.h"
+
+#include <cstdio>
+#include <cstring>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
+
+namespace ZvPlatform {
+
+using namespace Linux;
+
+namespace {
+
+#if defined(__x86_64__)
+constexpr WORD ARCHITECTURE = 9;
+constexpr DWORD PROCESSOR_TYPE = 8664;
+#elif defined(__aarch64__)
+constexpr WORD ARCHITECTURE = 12;
+constexpr DWORD PROCESSOR_TYPE = 0;
+#else
+constexpr WORD ARCHITECTURE = 0xFFFF; // unknown
+constexpr DWORD PROCESSOR_TYPE = 0;
+#endif
+
+void describeProcessor([[maybe_unused]] SYSTEM_INFO &info)
+{
+#if defined(__x86_64__) || defined(__i386__)
+    unsigned signature = 0, b = 0, c = 0, d = 0;
+    if (!__get_cpuid(1, &signature, &b, &c, &d))
+        return;
+    unsigned const family = signature >> 8 & 0xF;
+    unsigned const model = (signature >> 4 & 0xF) | (signature >> 12 & 0xF0);
+    info.wProcessorLevel =
+        static_cast<WORD>(family == 15 ? family + (signature >> 20 & 0xFF) : family);
+    info.wProcessorRevision = static_cast<WORD>(model << 8 | (signature & 0xF));
+#endif
+}
+
+} // namespace
+
+void GetSystemInfo(SYSTEM_INFO *info)
+{
+    *info = {};
+    info->wProcessorArchitecture = ARCHITECTURE;
+    info->dwProcessorType = PROCESSOR_TYPE;
+    info->dwPageSize = static_cast<DWORD>(::sysconf(_SC_PAGESIZE));
+    info->dwAllocationGranularity = info->dwPageSize;
+    info->lpMinimumApplicationAddress = reinterpret_cast<void *>(std::uintptr_t{0x10000});
+    info->lpMaximumApplicationAddress = reinterpret_cast<void *>(
+        (std::uintptr_t{1} << (sizeof(void *) == 8 ? 47 : 31)) - info->dwPageSize - 1);
+    info->dwNumberOfProcessors = static_cast<DWORD>(::sysconf(_SC_NPROCESSORS_ONLN));
+    DWORD_PTR process;
+    GetProcessAffinityMask(GetCurrentProcess(), &process, &info->dwActiveProcessorMask);
+    describeProcessor(*info);
+}
+
+BOOL GetVersionExA(OSVERSIONINFOA *version)
+{
+    if (version->dwOSVersionInfoSize != sizeof *version)
+        return fail(ERROR_INSUFFICIENT_BUFFER);
+    utsname name;
+    if (::uname(&name) != 0)
+        return fail(ERROR_NOT_SUPPORTED);
+    constexpr DWORD PLATFORM_UNIX = 10;
+    unsigned numbers[3] = {};
+    std::sscanf(name.release, "%u.%u.%u", &numbers[0], &numbers[1], &numbers[2]);
+    version->dwMajorVersion = numbers[0];
+    version->dwMinorVersion = numbers[1];
+    version->dwBuildNumber = numbers[2];
+    version->dwPlatformId = PLATFORM_UNIX;
+    std::snprintf(version->szCSDVersion, sizeof version->szCSDVersion, "%.*s",
+                  int{sizeof version->szCSDVersion} - 1, name.version);
+    return TRUE;
+}
+
+} // namespace ZvPlatform

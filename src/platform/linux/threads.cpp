@@ -1,0 +1,440 @@
+#include "platform/linux/scheduling.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <sys/auxv.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ZV_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define ZV_SANITIZED
+#endif
+#endif
+
+// What the C library keeps on a new thread's stack for itself.
+extern "C" std::size_t __pthread_get_minstack(pthread_attr_t const *) __attribute__((weak));
+
+namespace ZvPlatform::Linux {
+
+constinit Threads threads;
+constinit thread_local Local local __attribute__((tls_model("initial-exec"))) = {};
+
+namespace {
+
+constexpr std::size_t DEFAULT_STACK = 1024 * 1024;
+
+constinit Lock setUpLock;
+constinit std::atomic<bool> isSetUp{false};
+pthread_key_t endKey;
+int killSignal;
+std::size_t stackOverhead;
+
+/// Threads that were killed, whose stacks the C library still takes for used.
+constinit Lock deadThreadsLock;
+constinit Thread *deadThreads = nullptr;
+
+void onThreadEnd(void *);
+
+extern "C" void zvPlatformOnKill(int)
+{
+    int const error = errno;
+    Thread *thread = local.thread;
+    if (thread && thread->dying.load(std::memory_order_relaxed)) {
+        if (local.depth == 0)
+            die();
+        // Inside a service it ends with the service, which may have to be woken for it.
+        thread->waiter.park.fetch_or(Waiter::KILLED, std::memory_order_relaxed);
+    }
+    errno = error;
+}
+
+/// A real-time signal that nobody handles so far.
+void chooseSignal()
+{
+    for (killSignal = SIGRTMAX - 1; killSignal > SIGRTMIN; --killSignal) {
+        struct sigaction present;
+        if (::sigaction(killSignal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
+            break;
+    }
+    struct sigaction action = {};
+    action.sa_handler = zvPlatformOnKill;
+    ::sigemptyset(&action.sa_mask);
+    // Waits are to end with it, hence no SA_RESTART.
+    ::sigaction(killSignal, &action, nullptr);
+}
+
+std::size_t measureOverhead()
+{
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    std::size_t overhead =
+        __pthread_get_minstack ? __pthread_get_minstack(&attributes) : std::size_t{64 * 1024};
+    ::pthread_attr_destroy(&attributes);
+    // The frame of the signal that kills, and what the thread has done before its function begins.
+#ifdef AT_MINSIGSTKSZ
+    overhead += ::getauxval(AT_MINSIGSTKSZ);
+#endif
+    return overhead + 16 * 1024;
+}
+
+void setUp()
+{
+    if (isSetUp.load(std::memory_order_acquire))
+        return;
+    Locked locked(setUpLock);
+    if (isSetUp.load(std::memory_order_relaxed))
+        return;
+    if (::pthread_key_create(&endKey, onThreadEnd) != 0) {
+        std::fputs("no thread-specific key is left\n", stderr);
+        std::abort();
+    }
+    chooseSignal();
+    stackOverhead = measureOverhead();
+    isSetUp.store(true, std::memory_order_release);
+}
+
+/// A thread's block in the state of a new thread's; null when there are too many.
+Thread *newThread()
+{
+    Thread *thread = threads.take();
+    if (!thread)
+        return nullptr;
+    thread->number = static_cast<ThreadNumber>(threads.indexOf(thread) + 1) * 4;
+    thread->waiter.number = thread->number;
+    thread->object = nullptr;
+    thread->exitCode = 0;
+    thread->dying.store(0, std::memory_order_relaxed);
+    thread->level.store(THREAD_PRIORITY_NORMAL, std::memory_order_relaxed);
+    for (DWORD i = 0; i < thread->usedSlots; ++i)
+        (i < TLS_MINIMUM_AVAILABLE ? thread->slots[i]
+                                   : thread->moreSlots[i - TLS_MINIMUM_AVAILABLE]) = {};
+    thread->usedSlots = 0;
+    return thread;
+}
+
+/// The end of the calling thread, as others see it.
+void end(Thread &thread, DWORD exitCode)
+{
+    abandonMutexes();
+    if (Object *object = thread.object) {
+        WakeList wakes;
+        Queue queue(object, THREAD, Queue::CLOSED_TOO);
+        object->thread = {nullptr, exitCode, thread.level.load(std::memory_order_relaxed)};
+        queue.word |= SIGNALLED;
+        --object->pins;
+        queue.serve(wakes);
+    }
+    // Not earlier: whoever is at the handle's queue waits for a thread that has not begun to get its number.
+    endScheduling(thread);
+}
+
+/// Runs when the thread's own storage has been destroyed: what others see as its end is the last that it does.
+void onThreadEnd(void *data)
+{
+    Thread &thread = *static_cast<Thread *>(data);
+    // A service's guard would try to die here.
+    ++local.depth;
+    end(thread, thread.exitCode);
+    if (thread.created)
+        ::pthread_detach(::pthread_self());
+    local = {};
+    threads.give(&thread);
+}
+
+void *run(void *data)
+{
+    Thread &thread = *static_cast<Thread *>(data);
+    local.thread = &thread;
+    local.number = thread.number;
+    ++local.depth;
+    thread.pthread = ::pthread_self();
+    ::pthread_setspecific(endKey, &thread);
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, killSignal);
+    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    beginScheduling(thread);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    --local.depth;
+    {
+        // Dies here if it was killed already.
+        Service service;
+    }
+    thread.exitCode = thread.function(thread.argument);
+    return nullptr;
+}
+
+/// Gives back what killed threads have left.
+void bury()
+{
+    Thread *thread;
+    {
+        Locked locked(deadThreadsLock);
+        thread = deadThreads;
+        deadThreads = nullptr;
+    }
+    while (thread) {
+        Thread *next = thread->nextFree;
+        // A sanitizer takes a thread that ended without its knowledge for running, and would wait for ever.
+#ifndef ZV_SANITIZED
+        ::pthread_join(thread->pthread, nullptr);
+#endif
+        threads.give(thread);
+        thread = next;
+    }
+}
+
+std::size_t stackFor(SIZE_T wanted)
+{
+    std::size_t size = wanted ? wanted : DEFAULT_STACK;
+    if (size > SIZE_MAX / 8)
+        return 0;
+#ifdef ZV_SANITIZED
+    // Frames are several times as large.
+    size = size * 4 + 256 * 1024;
+#endif
+    std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    return (size + stackOverhead + page - 1) / page * page;
+}
+
+bool createPthread(Thread *thread, SIZE_T stackSize)
+{
+    std::size_t const stack = stackFor(stackSize);
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    pthread_t created;
+    bool const good = stack && ::pthread_attr_setstacksize(&attributes, stack) == 0 &&
+                      ::pthread_create(&created, &attributes, run, thread) == 0;
+    ::pthread_attr_destroy(&attributes);
+    return good;
+}
+
+} // namespace
+
+void attach()
+{
+    setUp();
+    ++local.depth;
+    Thread *thread = newThread();
+    if (!thread) {
+        std::fputs("too many threads\n", stderr);
+        std::abort();
+    }
+    thread->created = false;
+    thread->pthread = ::pthread_self();
+    thread->realTime = thread->nice = thread->askedNice = 0;
+    thread->kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)),
+                           std::memory_order_release);
+    local.thread = thread;
+    local.number = thread->number;
+    ::pthread_setspecific(endKey, thread);
+    --local.depth;
+}
+
+void die()
+{
+    Thread &thread = *local.thread;
+    // No second time, should the signal come again.
+    local.depth = 1;
+    bool const created = thread.created;
+    end(thread, static_cast<DWORD>(thread.dying.load(std::memory_order_relaxed)));
+    if (created) {
+        Locked locked(deadThreadsLock);
+        thread.nextFree = deadThreads;
+        deadThreads = &thread;
+    } else {
+        threads.give(&thread);
+    }
+    // The thread alone, past everything that would unwind its stack.
+    for (;;)
+        ::syscall(SYS_exit, 0);
+}
+
+} // namespace ZvPlatform::Linux
+
+namespace ZvPlatform {
+
+using namespace Linux;
+
+DWORD GetLastError()
+{
+    return local.lastError;
+}
+
+void SetLastError(DWORD code)
+{
+    local.lastError = code;
+}
+
+HANDLE GetCurrentThread()
+{
+    return CURRENT_THREAD;
+}
+
+HANDLE GetCurrentProcess()
+{
+    return CURRENT_PROCESS;
+}
+
+DWORD GetCurrentThreadId()
+{
+    return currentNumber();
+}
+
+DWORD GetCurrentProcessId()
+{
+    return static_cast<DWORD>(::getpid());
+}
+
+HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function,
+                    void *argument, DWORD flags, DWORD *threadId)
+{
+    if (!function || flags & ~DWORD{STACK_SIZE_PARAM_IS_A_RESERVATION}) {
+        fail(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    Service service;
+    setUp();
+    bury();
+    Object *object = newObject();
+    if (!object)
+        return nullptr;
+    Thread *thread = newThread();
+    if (!thread) {
+        discard(object);
+        fail(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    thread->created = true;
+    thread->function = function;
+    thread->argument = argument;
+    thread->object = object;
+    inheritScheduling(*thread, service.thread());
+    object->thread = {thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
+    object->pins = 1;
+    // From its beginning the thread is free to end, and to take its block along.
+    DWORD const number = thread->number;
+    publish(object, THREAD | MANUAL);
+    if (!createPthread(thread, stackSize)) {
+        object->word.store(DEAD, std::memory_order_relaxed);
+        discard(object);
+        threads.give(thread);
+        fail(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    if (threadId)
+        *threadId = number;
+    return object;
+}
+
+BOOL TerminateThread(HANDLE handle, DWORD exitCode)
+{
+    Service service;
+    std::uint64_t const sentence = SENTENCED | exitCode;
+    if (handle == CURRENT_THREAD) {
+        service.thread().dying.store(sentence, std::memory_order_relaxed);
+        return TRUE;
+    }
+    Object *object = objectOf(handle);
+    for (DWORD pause = 1;; pause = pause < 32 ? 2 * pause : pause) {
+        {
+            Queue queue(object, THREAD, pause == 1 ? Queue::BY_HANDLE : Queue::CLOSED_TOO);
+            if (!queue)
+                return fail(ERROR_INVALID_HANDLE);
+            if (pause == 1)
+                ++object->pins;
+            Thread *thread = object->thread.thread;
+            if (!thread || service.killed()) {
+                --object->pins;
+                break;
+            }
+            std::uint64_t living = 0;
+            thread->dying.compare_exchange_strong(living, sentence, std::memory_order_relaxed);
+            // One that has not begun yet looks for itself when it does.
+            if (std::uint32_t const id = thread->kernelId.load(std::memory_order_acquire))
+                ::syscall(SYS_tgkill, ::getpid(), id, killSignal);
+            if (thread == &service.thread()) {
+                --object->pins;
+                return TRUE;
+            }
+        }
+        // A signal can come between a look and a sleep, so it is sent until it has worked.
+        waitSlowly(service, object, pause, Queue::CLOSED_TOO);
+    }
+    bury();
+    return TRUE;
+}
+
+BOOL GetExitCodeThread(HANDLE handle, DWORD *exitCode)
+{
+    if (!exitCode)
+        return fail(ERROR_INVALID_PARAMETER);
+    if (handle == CURRENT_THREAD) {
+        *exitCode = STILL_ACTIVE;
+        return TRUE;
+    }
+    Service service;
+    Queue queue(objectOf(handle), THREAD);
+    if (!queue)
+        return fail(ERROR_INVALID_HANDLE);
+    *exitCode = queue.object().thread.exitCode;
+    return TRUE;
+}
+
+namespace {
+
+/// A handle of the calling thread.
+HANDLE ownHandle(Thread &thread)
+{
+    if (!thread.object) {
+        Object *object = newObject();
+        if (!object)
+            return nullptr;
+        object->thread = {&thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
+        object->pins = 1;
+        thread.object = object;
+        return publish(object, THREAD | MANUAL);
+    }
+    Queue queue(thread.object, THREAD, Queue::CLOSED_TOO);
+    ++thread.object->handles;
+    queue.word &= ~Word{CLOSED};
+    return thread.object;
+}
+
+HANDLE moreHandle(Object *object)
+{
+    Queue queue(object, ANY_TYPE);
+    if (!queue) {
+        fail(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    ++object->handles;
+    return object;
+}
+
+} // namespace
+
+BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE *target,
+                     DWORD, BOOL, DWORD options)
+{
+    if (sourceProcess != CURRENT_PROCESS || targetProcess != CURRENT_PROCESS)
+        return fail(ERROR_INVALID_HANDLE);
+    if (source == CURRENT_PROCESS)
+        return fail(ERROR_NOT_SUPPORTED);
+    if (!target)
+        return fail(ERROR_INVALID_PARAMETER);
+    Service service;
+    HANDLE handle =
+        source == CURRENT_THREAD ? ownHandle(service.thread()) : moreHandle(objectOf(source));
+    if (!handle)
+        return FALSE;
+    *target = handle;
+    return options & DUPLICATE_CLOSE_SOURCE ? CloseHandle(source) : TRUE;
+}
+
+} // namespace ZvPlatform

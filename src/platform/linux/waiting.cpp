@@ -1,0 +1,272 @@
+#include "platform/linux/object.h"
+
+#include <algorithm>
+#include <sched.h>
+
+namespace ZvPlatform::Linux {
+
+namespace {
+
+/// Who has waited this long for a mutex, and lost it to a thread that came later, gets it next.
+constexpr Instant PATIENCE = MILLISECOND;
+
+/// An attempt without the queue. True when `result` is there.
+bool tryNow(Object *object, DWORD &result)
+{
+    Word word = object->word.load(std::memory_order_relaxed);
+    if ((word & TYPE) == MUTEX) {
+        if (valueOf(word) || word & (QUEUE | CLOSED | HAND_OVER))
+            return false;
+        Word const mine = withValue(word & ~Word{ABANDONED}, local.number);
+        if (!object->word.compare_exchange_strong(word, mine, std::memory_order_acquire))
+            return false;
+        claim(object);
+        result = word & ABANDONED ? WAIT_ABANDONED : WAIT_OBJECT_0;
+        return true;
+    }
+    if ((word & FLAGS) != SEMAPHORE || valueOf(word) == 0)
+        return false;
+    result = WAIT_OBJECT_0;
+    return object->word.compare_exchange_strong(word, word - ONE, std::memory_order_acquire);
+}
+
+/// The same at the queue.
+bool tryQueued(Queue &queue, DWORD &result)
+{
+    result = WAIT_OBJECT_0;
+    if ((queue.word & TYPE) != MUTEX)
+        return queue.consume();
+    Object &object = queue.object();
+    if (valueOf(queue.word) == local.number) {
+        ++object.mutex.recursion;
+        return true;
+    }
+    if (valueOf(queue.word))
+        return false;
+    if (queue.word & ABANDONED)
+        result = WAIT_ABANDONED;
+    queue.word = withValue(queue.word & ~Word{ABANDONED}, local.number);
+    claim(&object);
+    return true;
+}
+
+DWORD badHandle()
+{
+    fail(ERROR_INVALID_HANDLE);
+    return WAIT_FAILED;
+}
+
+/// The thread stands in the queue.
+class Sleep
+{
+public:
+    Sleep(Service &service, Object *object, Word type, Instant deadline)
+        : _service(service),
+          _object(object),
+          _type(type),
+          _deadline(deadline),
+          _since(type == MUTEX ? now() : 0),
+          _me(service.thread().waiter)
+    {}
+
+    DWORD run(Instant due)
+    {
+        // A pulse is for those in the queue, so whoever waits for an event looks again from there.
+        if (_type == EVENT)
+            spin(_object->spin, [&] { return _me.park.load(std::memory_order_relaxed) != 0; });
+        for (DWORD result = 0;;) {
+            park(_me, std::min(_deadline, due));
+            if (_me.park.load(std::memory_order_acquire) & Waiter::GRANTED)
+                return granted();
+            Progress const progress = look(due, result);
+            if (progress == GRANTED)
+                return granted();
+            if (progress == DONE)
+                return result;
+        }
+    }
+
+private:
+    enum Progress
+    {
+        AGAIN,
+        GRANTED,
+        DONE
+    };
+
+    Progress look(Instant &due, DWORD &result)
+    {
+        WakeList wakes;
+        Queue queue(_object, _type, Queue::CLOSED_TOO);
+        if (_me.granted)
+            return GRANTED;
+        _me.park.store(0, std::memory_order_relaxed);
+        if (_me.woken) {
+            _me.woken = false;
+            queue.word &= ~Word{WAKING};
+        }
+        if (_type == TIMER)
+            due = updateTimer(queue);
+        if (_type == TIMER || _type == MUTEX) {
+            // The first come first, where there is no mutex to be quick about.
+            if (_type == TIMER)
+                queue.serve(wakes);
+            if (_me.granted)
+                return GRANTED;
+            if (!_service.killed() && tryQueued(queue, result)) {
+                leave(queue);
+                return DONE;
+            }
+        }
+        if (_service.killed() || (_deadline != NEVER && now() >= _deadline)) {
+            leave(queue);
+            if (_type == MUTEX && valueOf(queue.word) == 0)
+                passOn(queue, wakes);
+            result = WAIT_TIMEOUT;
+            return DONE;
+        }
+        if (!_me.queued) {
+            queue.prepend(_me);
+            if (now() - _since > PATIENCE)
+                queue.word |= HAND_OVER;
+        }
+        return AGAIN;
+    }
+
+    DWORD granted()
+    {
+        awaitGrant(_me);
+        if (_type == MUTEX)
+            claim(_object);
+        return _me.result;
+    }
+
+    void leave(Queue &queue)
+    {
+        if (_me.queued)
+            queue.remove(_me);
+        --_object->pins;
+    }
+
+    Service &_service;
+    Object *_object;
+    Word _type;
+    Instant _deadline;
+    Instant _since;
+    Waiter &_me;
+};
+
+} // namespace
+
+DWORD waitSlowly(Service &service, Object *object, DWORD milliseconds, Queue::Access access)
+{
+    DWORD result;
+    Word const word = object->word.load(std::memory_order_relaxed);
+    Word const type = word & TYPE;
+    if (type == SHARED_SEMAPHORE)
+        return waitShared(service, object, milliseconds);
+    if ((type == MUTEX && valueOf(word) != service.thread().number) || type == SEMAPHORE) {
+        if (tryNow(object, result))
+            return result;
+        if (milliseconds && spin(object->spin, [&] { return tryNow(object, result); }))
+            return result;
+    }
+    Instant const deadline = milliseconds ? deadlineAfter(milliseconds) : 0;
+    Instant due = NEVER;
+    {
+        WakeList wakes;
+        Queue queue(object, ANY_TYPE, access);
+        if (!queue || (queue.word & TYPE) != type)
+            return badHandle();
+        if (type == TIMER) {
+            due = updateTimer(queue);
+            queue.serve(wakes);
+        }
+        if (tryQueued(queue, result))
+            return result;
+        if (milliseconds == 0)
+            return WAIT_TIMEOUT;
+        Waiter &me = service.thread().waiter;
+        me.park.store(0, std::memory_order_relaxed);
+        me.woken = me.granted = false;
+        queue.append(me);
+        ++object->pins;
+    }
+    return Sleep(service, object, type, deadline).run(due);
+}
+
+namespace {
+
+/// The handles that are no objects, and the objects that take longer.
+DWORD waitOther(HANDLE handle, DWORD milliseconds)
+{
+    Object *object = objectOf(handle);
+    if (object) {
+        Service service;
+        return waitSlowly(service, object, milliseconds);
+    }
+    if (handle != CURRENT_THREAD)
+        return badHandle();
+    // A thread that waits for its own end.
+    ZvPlatform::Sleep(milliseconds);
+    return WAIT_TIMEOUT;
+}
+
+} // namespace
+
+} // namespace ZvPlatform::Linux
+
+namespace ZvPlatform {
+
+using namespace Linux;
+
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
+{
+    Object *object = objectOf(handle);
+    if (!object) [[unlikely]]
+        return waitOther(handle, milliseconds);
+    Word word = object->word.load(std::memory_order_acquire);
+    switch (word & FLAGS) {
+    case MUTEX:
+        if (ThreadNumber const me = local.number) [[likely]] {
+            if (valueOf(word) == 0) {
+                local.pending = object;
+                std::atomic_signal_fence(std::memory_order_seq_cst);
+                if (object->word.compare_exchange_strong(word, withValue(MUTEX, me),
+                                                         std::memory_order_acquire,
+                                                         std::memory_order_relaxed)) [[likely]] {
+                    claim(object);
+                    return WAIT_OBJECT_0;
+                }
+            } else if (valueOf(word) == me) {
+                ++object->mutex.recursion;
+                return WAIT_OBJECT_0;
+            }
+        }
+        break;
+    case SEMAPHORE:
+        while (valueOf(word) && (word & FLAGS) == SEMAPHORE)
+            if (object->word.compare_exchange_weak(word, word - ONE, std::memory_order_acquire,
+                                                   std::memory_order_relaxed))
+                return WAIT_OBJECT_0;
+        break;
+    case EVENT | SIGNALLED:
+        if (object->word.compare_exchange_strong(word, EVENT, std::memory_order_acquire,
+                                                 std::memory_order_relaxed))
+            return WAIT_OBJECT_0;
+        break;
+    case EVENT | SIGNALLED | MANUAL:
+    case THREAD | SIGNALLED | MANUAL:
+        return WAIT_OBJECT_0;
+    default:
+        break;
+    }
+    return waitOther(handle, milliseconds);
+}
+
+DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds, BOOL)
+{
+    return WaitForSingleObject(handle, milliseconds);
+}
+
+} // namespace ZvPlatform
