@@ -116,7 +116,8 @@ bool PriorityMgr::takeOffNoLock(Priority &priority)
     _clients->withdraw(priority);
     auto const position = findPriorityNoLock(_priorities, &priority);
     auto const independant = findPriorityNoLock(_independant, &priority);
-    _priorities.erase(position);
+    if (position != _priorities.end())
+        _priorities.erase(position);
     if (independant != _independant.end())
         _independant.erase(independant);
     membership._order = 0;

@@ -1,0 +1,208 @@
+// A round trip between two threads: a request to a device's thread, and its completion back.
+//
+// Each subject runs with both threads on one processor, and with each on its own. The peers make the same number of
+// thread switches: two for a round trip. The futex peer always sleeps, so that it is the price of the switches alone.
+
+#include "threads.h"
+
+#include "resmgt/deviceManager.h"
+#include "resmgt/deviceProtocol.h"
+
+#include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <climits>
+#include <linux/futex.h>
+#include <semaphore>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace Zv;
+using namespace ZvBench;
+
+enum Placement
+{
+    SAME_CORE,
+    TWO_CORES
+};
+
+long switches()
+{
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_nvcsw + usage.ru_nivcsw;
+}
+
+/// `Pair` has a constructor that takes the processor of its other thread, and `roundTrip`.
+template <class Pair, Placement placement>
+void hop(benchmark::State &state)
+{
+    int const other = processor(placement == SAME_CORE ? 0 : 1);
+    if (other < 0) {
+        state.SkipWithError("the process may run on one processor only");
+        return;
+    }
+    Pinned const here(processor(0));
+    Pair pair(other);
+    for (int i = 0; i < 100; ++i)
+        pair.roundTrip();
+    long const before = switches();
+    for (auto _ : state)
+        pair.roundTrip();
+    state.counters["switches"] =
+        benchmark::Counter(double(switches() - before), benchmark::Counter::kAvgIterations);
+}
+
+/// A standard device that does nothing of its own.
+class Device : public DevMDStdAccessPrtcl
+{
+public:
+    explicit Device(RCShdPtr<DevMDStdFifo> const &fifo)
+        : DevMDStdAccessPrtcl("bench", fifo, makeObj<DevMDStdLoopThreadProtocol>(fifo),
+                              makeAccessANOFactory(*this))
+    {}
+    void open() {}
+    void close() {}
+};
+
+/// The ANO goes through the device's FIFO to its thread, the ACO sends the answer through the manager's FIFO, and the
+/// caller stands for the manager's thread.
+class ANOPair
+{
+public:
+    explicit ANOPair(int cpu)
+    {
+        _device->performOpen();
+        std::binary_semaphore isPinned(0);
+        send(makeANO([&, cpu] {
+            // The device's thread ends with the pair, and has no use for the processors that it had before.
+            _pinned.reset(new Pinned(cpu));
+            isPinned.release();
+        }));
+        isPinned.acquire();
+        receive();
+    }
+    ~ANOPair()
+    {
+        send(makeANO([this] { _pinned.reset(); }));
+        receive();
+        _device->performClose();
+    }
+
+    void roundTrip()
+    {
+        send(makeANO([this] { ++_nbRequests; }));
+        receive();
+    }
+
+private:
+    void send(ObjPtr<DevANO> ano)
+    {
+        ano->setACO(makeObj<DevMgrACO>(makeANO([this] { ++_nbAnswers; }), _managerFifo));
+        DevANOQueueEntry entry(ano);
+        _deviceFifo->produce(entry);
+    }
+    void receive()
+    {
+        ObjPtr<DevANO> answer(_managerFifo->consume().release());
+        answer->performExecute();
+        answer->notify();
+    }
+
+    RCShdPtr<DevMgrFifo> _managerFifo{new DevMgrFifo(25)};
+    RCShdPtr<DevMDStdFifo> _deviceFifo{new DevMDStdFifo};
+    RCShdPtr<Device> _device{new Device(_deviceFifo)};
+    ObjPtr<Pinned> _pinned;
+    long _nbRequests = 0;
+    long _nbAnswers = 0;
+};
+
+/// A word that one thread waits on, always asleep.
+class Futex
+{
+public:
+    void post()
+    {
+        _word.store(1, std::memory_order_release);
+        ::syscall(SYS_futex, &_word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    }
+    void wait()
+    {
+        while (_word.load(std::memory_order_acquire) == 0)
+            ::syscall(SYS_futex, &_word, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
+        _word.store(0, std::memory_order_relaxed);
+    }
+
+private:
+    std::atomic<int> _word{0};
+};
+
+class FutexPair
+{
+public:
+    explicit FutexPair(int cpu)
+        : _thread([this, cpu] {
+              Pinned const here(cpu);
+              for (;;) {
+                  _there.wait();
+                  if (_isOver)
+                      return;
+                  _back.post();
+              }
+          })
+    {}
+    ~FutexPair()
+    {
+        _isOver = true;
+        _there.post();
+    }
+
+    void roundTrip()
+    {
+        _there.post();
+        _back.wait();
+    }
+
+private:
+    Futex _there;
+    Futex _back;
+    bool _isOver = false;
+    std::jthread _thread;
+};
+
+class QueuePair
+{
+public:
+    explicit QueuePair(int cpu)
+        : _thread([this, cpu] {
+              Pinned const here(cpu);
+              while (int const request = _there.take())
+                  _back.put(request);
+          })
+    {}
+    ~QueuePair() { _there.put(0); }
+
+    void roundTrip()
+    {
+        _there.put(1);
+        benchmark::DoNotOptimize(_back.take());
+    }
+
+private:
+    Queue<int> _there;
+    Queue<int> _back;
+    std::jthread _thread;
+};
+
+BENCHMARK(hop<ANOPair, SAME_CORE>)->Name("hop1/ANO and ACO")->UseRealTime();
+BENCHMARK(hop<FutexPair, SAME_CORE>)->Name("hop1/futex")->UseRealTime();
+BENCHMARK(hop<QueuePair, SAME_CORE>)->Name("hop1/condition variables")->UseRealTime();
+BENCHMARK(hop<ANOPair, TWO_CORES>)->Name("hop2/ANO and ACO")->UseRealTime();
+BENCHMARK(hop<FutexPair, TWO_CORES>)->Name("hop2/futex")->UseRealTime();
+BENCHMARK(hop<QueuePair, TWO_CORES>)->Name("hop2/condition variables")->UseRealTime();
+
+} // namespace

@@ -1,0 +1,160 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks and prints one table: ours, the peer's, the ratio, and what it should be.
+
+Each row names two benchmarks of one program; NAME#COUNTER stands for a counter in microseconds instead of the time.
+Figures are medians of repetitions that were run in random order. Times of a shared machine vary from run to run; the
+ratios are what counts."""
+
+import argparse
+import fnmatch
+import json
+import os
+import pathlib
+import statistics
+import subprocess
+import sys
+
+
+class Row:
+    def __init__(self, title, ours, peer, aim=None, limit=None):
+        """`aim` is the largest good ratio, `limit` the largest good time of ours in microseconds."""
+        self.title, self.ours, self.peer, self.aim, self.limit = title, ours, peer, aim, limit
+
+
+def tree_rows():
+    rows = []
+    for size in (10, 100, 1000):
+        ours, peer = (f"tree/{kind}/{size}/manual_time#" for kind in ("devices", "pthreads"))
+        for phase in ("open", "start", "lock", "stop", "close"):
+            rows.append(Row(f"{size} devices, each: {phase}", ours + phase, peer + phase))
+        rows.append(Row(f"{size} devices, each: whole", ours + "whole", peer + "whole", limit=60))
+    rows.append(Row("each of 1000 devices / each of 10", "tree/devices/1000/manual_time#whole",
+                    "tree/devices/10/manual_time#whole", aim=1.5))
+    return rows
+
+
+def hop_rows():
+    rows = []
+    for where, title in (("hop1", "one core"), ("hop2", "two cores")):
+        ours = f"{where}/ANO and ACO/real_time"
+        rows.append(Row(f"round trip, {title}: ANO, ACO / futex", ours, f"{where}/futex/real_time", 1.3))
+        rows.append(Row(f"round trip, {title}: ANO, ACO / condition variables", ours,
+                        f"{where}/condition variables/real_time"))
+    return rows
+
+
+PROGRAMS = {
+    "lockBench": [
+        Row("lock: LkMutex / std::recursive_mutex", "lock/LkMutex", "lock/std::recursive_mutex", 0.9),
+        Row("lock: LkLock / std::recursive_mutex", "lock/LkLock", "lock/std::recursive_mutex", 0.9),
+        Row("lock: LkRecLock / std::recursive_mutex", "lock/LkRecLock", "lock/std::recursive_mutex", 0.9),
+        Row("lock: LkMutex / std::mutex", "lock/LkMutex", "lock/std::mutex"),
+        Row("lock: LkLock / std::mutex", "lock/LkLock", "lock/std::mutex"),
+        Row("lock: LkRecLock / std::mutex", "lock/LkRecLock", "lock/std::mutex"),
+        Row("lock again: LkMutex / std::recursive_mutex", "lockAgain/LkMutex", "lockAgain/std::recursive_mutex"),
+        Row("lock again: LkLock / std::recursive_mutex", "lockAgain/LkLock", "lockAgain/std::recursive_mutex"),
+        Row("lock again: LkRecLock / std::recursive_mutex", "lockAgain/LkRecLock",
+            "lockAgain/std::recursive_mutex"),
+        Row("read: LkRwLock / std::shared_mutex", "read/LkRwLock", "read/std::shared_mutex"),
+        Row("write: LkRwLock / std::shared_mutex", "write/LkRwLock", "write/std::shared_mutex"),
+        Row("post, wait: LkUnnamedSema / sem_t", "sema/LkUnnamedSema", "sema/sem_t", 1.0),
+        Row("post, wait: LkUnnamedSema / std::counting_semaphore", "sema/LkUnnamedSema",
+            "sema/std::counting_semaphore"),
+        Row("post, wait: LkSema / std::counting_semaphore", "sema/LkSema", "sema/std::counting_semaphore"),
+        Row("post, wait: LkSema / sem_t", "sema/LkSema", "sema/sem_t"),
+    ],
+    "hopBench": hop_rows(),
+    "engineBench": [
+        Row("event: DevSMExecutionEng / by hand", "event/DevSMExecutionEng", "event/by hand", 3.0),
+        Row("event with a choice: DevSMExecutionEng / by hand", "choice/DevSMExecutionEng", "choice/by hand"),
+    ],
+    "valueBench": [
+        Row("copy 8 bytes: LiString / std::string", "shortText/LiString", "shortText/std::string"),
+        Row("copy 71 bytes: LiString / std::string", "longText/LiString", "longText/std::string"),
+        Row("copy: RCShdPtr / std::shared_ptr", "pointer/RCShdPtr", "pointer/std::shared_ptr"),
+    ],
+    "treeBench": tree_rows(),
+}
+
+UNITS = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}  # in microseconds
+
+
+def measure(program, options):
+    """The figures of each benchmark and counter in microseconds, one for each repetition."""
+    command = [program, f"--benchmark_repetitions={options.repetitions}",
+               "--benchmark_enable_random_interleaving=true", f"--benchmark_min_time={options.min_time}",
+               "--benchmark_format=json", *options.rest]
+    done = subprocess.run(command, stdout=subprocess.PIPE)
+    if done.returncode != 0:
+        sys.exit(f"{program} failed: {done.returncode}")
+    figures = {}
+    for run in json.loads(done.stdout)["benchmarks"]:
+        if run["run_type"] != "iteration" or run.get("error_occurred"):
+            continue
+        name = run["run_name"].split("/repeats:")[0]
+        figures.setdefault(name, []).append(run["real_time"] * UNITS[run["time_unit"]])
+        for counter in ("open", "start", "lock", "stop", "close", "whole"):
+            if counter in run:
+                figures.setdefault(f"{name}#{counter}", []).append(run[counter])
+    return figures
+
+
+def time_text(microseconds):
+    if microseconds < 1:
+        return f"{microseconds * 1000:.1f} ns"
+    return f"{microseconds:.1f} us"
+
+
+def cells(row, figures):
+    if row.ours not in figures or row.peer not in figures:
+        return [row.title, "-", "-", "-", "", "not measured"]
+    ours, peer = (statistics.median(figures[name]) for name in (row.ours, row.peer))
+    ratio = ours / peer
+    aim, misses = "", False
+    if row.aim is not None:
+        aim, misses = f"<= {row.aim:g}", ratio > row.aim
+    elif row.limit is not None:
+        aim, misses = f"< {row.limit:g} us", ours >= row.limit
+    return [row.title, time_text(ours), time_text(peer), f"{ratio:.2f}", aim, "missed" if misses else ""]
+
+
+def processor_name():
+    for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
+        if line.startswith("model name"):
+            return line.split(":", 1)[1].strip()
+    return os.uname().machine
+
+
+def print_table(rows):
+    heads = ["row (ours / peer)", "ours", "peer", "ratio", "aim", ""]
+    widths = [max(len(row[i]) for row in [heads, *rows]) for i in range(len(heads))]
+    for row in [heads, ["-" * width for width in widths], *rows]:
+        print("  ".join(cell.ljust(width) if i in (0, 4, 5) else cell.rjust(width)
+                        for i, (cell, width) in enumerate(zip(row, widths))).rstrip())
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Runs the benchmarks and prints one table of ratios.")
+    parser.add_argument("folder", type=pathlib.Path, help="where the programs stand")
+    parser.add_argument("--quick", action="store_true", help="3 short repetitions: for a first look")
+    parser.add_argument("--repetitions", type=int, help="default 7")
+    parser.add_argument("--only", metavar="PATTERN", default="*", help="programs to run, such as lock*")
+    parser.add_argument("rest", nargs="*", help="options for the programs, after --")
+    options = parser.parse_args()
+    options.repetitions = options.repetitions or (3 if options.quick else 7)
+    options.min_time = 0.02 if options.quick else 0.1
+
+    load = os.getloadavg()[0]
+    print(f"{len(os.sched_getaffinity(0))} of {os.cpu_count()} processors, {processor_name()}, load {load:.1f}; "
+          f"medians of {options.repetitions}\n", flush=True)
+    rows = []
+    for program, program_rows in PROGRAMS.items():
+        if fnmatch.fnmatch(program, options.only):
+            print(f"running {program}", file=sys.stderr)
+            figures = measure(options.folder / program, options)
+            rows += [cells(row, figures) for row in program_rows]
+    print_table(rows)
+
+
+if __name__ == "__main__":
+    main()
