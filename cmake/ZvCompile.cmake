@@ -28,7 +28,9 @@ target_compile_options(zv_compile INTERFACE
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wexit-time-destructors>
     $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 if(ZV_SANITIZE)
-    target_compile_options(zv_compile INTERFACE -fsanitize=${ZV_SANITIZE} -fno-omit-frame-pointer
-        $<$<NOT:$<STREQUAL:${ZV_SANITIZE},thread>>:-fno-sanitize-recover=all>)
+    target_compile_options(zv_compile INTERFACE -fsanitize=${ZV_SANITIZE} -fno-omit-frame-pointer)
+    if(NOT ZV_SANITIZE STREQUAL "thread")
+        target_compile_options(zv_compile INTERFACE -fno-sanitize-recover=all)
+    endif()
     target_link_options(zv_compile INTERFACE -fsanitize=${ZV_SANITIZE})
 endif()
