@@ -2,6 +2,7 @@
 #pragma once
 
 #include "resmgt/threadExtensions/mtContainer.h"
+#include "resmgt/threadExtensions/mtContainer.imp.h"
 #include "resmgt/threadExtensions/mtContainerObserver.h"
 #include "resmgt/threadExtensions/mtGroupCommand.h"
 #include "resmgt/threadExtensions/mtRequestBase.h"

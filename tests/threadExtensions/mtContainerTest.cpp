@@ -1,4 +1,4 @@
-#include "resmgt/threadExtensions/mtContainer.h"
+#include "resmgt/threadExtensions/mtContainer.imp.h"
 
 #include "asleep.h"
 #include "zvbase/assertions.h"

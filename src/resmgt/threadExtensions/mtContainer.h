@@ -8,6 +8,7 @@
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>
+#include <utility>
 
 namespace Zv {
 
@@ -28,7 +29,7 @@ public:
 
 /// A container with a lock, two wake-ups and at most one observer; as a rule a `std::queue`. Threads put elements in
 /// and take them out; a full container blocks who produces, an empty one who consumes. Elements are handed over one by
-/// one and in the order of the container.
+/// one and in the order of the container. Whoever instantiates it for elements of its own includes mtContainer.imp.h.
 ///
 /// Any thread may call any operation, but for the destructor: nobody uses the container any more. The observer is
 /// called after the lock was let go, so that it may use the container.
@@ -93,5 +94,3 @@ private:
 };
 
 } // namespace Zv
-
-#include "resmgt/threadExtensions/mtContainer.imp.h"

@@ -1,3 +1,4 @@
+// The bodies of the queue. Included where it is instantiated.
 #pragma once
 
 #include "resmgt/literals/liTimestamp.h"
