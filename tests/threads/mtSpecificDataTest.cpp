@@ -131,17 +131,32 @@ TEST_F(MtSpecificDataTest, DeletionTakesTheEntryAlong)
     EXPECT_EQ(1u, countEntries(&data));
 }
 
-TEST_F(MtSpecificDataTest, DestructionDeletesTheCallersValueAndKeepsTheEntriesOfOthers)
+TEST_F(MtSpecificDataTest, DestructionDeletesTheCallersValueAndLeavesThoseOfOthers)
 {
     ObjPtr<MtSpecificData<Counted>> data(new MtSpecificData<Counted>("data"));
     MtOpaqueData const * const place = data.get();
-    std::size_t const nbLeft = countEntries(place); // by a former one at the same place
     data->getPointee();
-    std::thread([&] { data->getPointee(); }).join();
-    EXPECT_EQ(nbLeft + 2, countEntries(place));
+    ObjPtr<Counted> others;
+    std::thread([&] { others.reset(data->getPointee()); }).join();
+    EXPECT_EQ(2u, countEntries(place));
     data.reset();
     EXPECT_EQ(1, nbDeleted);
-    EXPECT_EQ(nbLeft + 1, countEntries(place));
+    EXPECT_EQ(0u, countEntries(place)); // nobody comes upon an object that is gone
+}
+
+TEST_F(MtSpecificDataTest, AThreadIsNotTakenForAFormerOneOfItsNumber)
+{
+    MtSpecificData<Counted> const data("data");
+    std::vector<ObjPtr<Counted>> left(20);
+    for (ObjPtr<Counted> &value : left) // each thread may well get the number of the one before
+        std::thread([&] { value.reset(data.getPointee()); }).join();
+    for (int i = 0; i != 20; ++i)
+        std::thread([&] {
+            if (i % 2)
+                data.getPointee();
+            MtSpecificDataRegistry::getInstance().removeSpecificData();
+        }).join();
+    EXPECT_EQ(10, nbDeleted);
 }
 
 TEST_F(MtSpecificDataTest, AddingNothingFailsTheAssertion)

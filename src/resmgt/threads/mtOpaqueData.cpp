@@ -17,6 +17,7 @@ MtOpaqueData::MtOpaqueData(char const *name, void (*deleter)(void *))
 MtOpaqueData::~MtOpaqueData() noexcept(false)
 {
     ObjPtr<MtOpaqueDataImp> const imp(_imp); // goes last, and also when a deleter throws
+    MtSpecificDataRegistry::getInstance().forgetAll(this);
     performDelete();
 }
 

@@ -18,7 +18,7 @@ public:
     MtOpaqueData(char const *name, void (*deleter)(void *));
     MtOpaqueData(MtOpaqueData const &) = delete;
     MtOpaqueData &operator=(MtOpaqueData const &) = delete;
-    /// Destroys the calling thread's value; those of other threads stay.
+    /// Destroys the calling thread's value. Those of other threads stay, and nobody destroys them any more.
     virtual ~MtOpaqueData() noexcept(false);
 
 protected:

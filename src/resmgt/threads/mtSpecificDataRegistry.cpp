@@ -15,10 +15,21 @@ MtSpecificDataRegistry::MtSpecificDataRegistry() : _lock("MtSpecificDataRegistry
 
 MtSpecificDataRegistry::~MtSpecificDataRegistry() = default;
 
+// A thread that does not free its values leaves its entries, and its number to a thread to come.
+void MtSpecificDataRegistry::forgetFormerThread()
+{
+    static thread_local bool isKnown = false;
+    if (!isKnown) {
+        isKnown = true;
+        _entries.erase(LkThreadId(LkThreadId::CURRENT_THREAD));
+    }
+}
+
 void MtSpecificDataRegistry::addSpecificData(MtOpaqueData const *data)
 {
     ZV_ASSERT(data);
     LkGuard<LkRecLock const> const guard(_lock);
+    forgetFormerThread();
     _entries.emplace(LkThreadId(LkThreadId::CURRENT_THREAD), data);
 }
 
@@ -37,21 +48,23 @@ void MtSpecificDataRegistry::removeSpecificData()
 void MtSpecificDataRegistry::forgetSpecificData(MtOpaqueData const *data)
 {
     LkGuard<LkRecLock const> const guard(_lock);
+    forgetFormerThread();
     auto [entry, end] = _entries.equal_range(LkThreadId(LkThreadId::CURRENT_THREAD));
     while (entry != end)
         entry = entry->second == data ? _entries.erase(entry) : std::next(entry);
 }
 
-void MtSpecificDataRegistry::forgetFormerThread()
+void MtSpecificDataRegistry::forgetAll(MtOpaqueData const *data)
 {
     LkGuard<LkRecLock const> const guard(_lock);
-    _entries.erase(LkThreadId(LkThreadId::CURRENT_THREAD));
+    std::erase_if(_entries, [data](auto const &entry) { return entry.second == data; });
 }
 
 bool MtSpecificDataRegistry::takeFirst(MtOpaqueData const *&data)
 {
     LkThreadId const self(LkThreadId::CURRENT_THREAD);
     LkGuard<LkRecLock const> const guard(_lock);
+    forgetFormerThread();
     auto const first = _entries.lower_bound(self);
     if (first == _entries.end() || !(first->first == self))
         return false;

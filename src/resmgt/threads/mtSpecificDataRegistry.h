@@ -27,11 +27,10 @@ public:
     void addSpecificData(MtOpaqueData const *data);
     /// Destroys the calling thread's values, in the order in which they were made, those too that are made meanwhile.
     void removeSpecificData();
-    /// Drops what a former thread of the calling thread's number has left, which nobody can destroy any more. For a
-    /// thread that begins.
-    void forgetFormerThread();
     /// The calling thread has no value in `data` any more. For `MtOpaqueData`.
     void forgetSpecificData(MtOpaqueData const *data);
+    /// `data` is being destroyed; whatever values other threads have in it are lost. For `MtOpaqueData`.
+    void forgetAll(MtOpaqueData const *data);
 
 private:
     friend class LkSingleton<MtSpecificDataRegistry>;
@@ -41,6 +40,7 @@ private:
     MtSpecificDataRegistry();
     ~MtSpecificDataRegistry();
 
+    void forgetFormerThread() ZV_REQUIRES(_lock);
     /// Takes the calling thread's first entry out; false where there is none.
     bool takeFirst(MtOpaqueData const *&data);
 

@@ -5,7 +5,6 @@
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtLogger.private.h"
 #include "resmgt/threads/mtPriorityLevels.private.h"
-#include "resmgt/threads/mtSpecificDataRegistry.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtTraceMgr.private.h"
 #include "resmgt/threads/threadsStatics.private.h"
@@ -212,7 +211,6 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     setCancelable(false, false);
     describeCallingThread(_priority.getName());
-    MtSpecificDataRegistry::getInstance().forgetFormerThread();
     _loggerRun = MtLogger::enterThread();
     _started.post();
     _created.wait();
