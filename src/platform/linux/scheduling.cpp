@@ -56,7 +56,8 @@ bool isLevel(int level)
 int basePriority(DWORD priorityClass, int level)
 {
     auto const column = std::find(std::begin(LEVELS), std::end(LEVELS), level) - LEVELS;
-    return BASE_PRIORITIES[rowOf(priorityClass)][column];
+    int const row = rowOf(priorityClass);
+    return BASE_PRIORITIES[row < 0 ? rowOf(NORMAL_PRIORITY_CLASS) : row][column];
 }
 
 bool setPolicy(std::uint32_t kernelId, int policy, int priority)
