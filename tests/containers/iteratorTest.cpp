@@ -181,7 +181,7 @@ TYPED_TEST(IteratorTest, ServesTheAlgorithms)
     EXPECT_EQ(2, *std::find(begin, end, 2));
     EXPECT_TRUE(std::find(begin, end, 9) == end);
     EXPECT_EQ(this->_numbers, Numbers(begin, end));
-    EXPECT_EQ(3, std::ranges::count_if(std::ranges::subrange(begin, std::default_sentinel),
+    EXPECT_EQ(3, std::ranges::count_if(begin, std::default_sentinel,
                                        [](int number) { return number > 0; }));
 }
 
