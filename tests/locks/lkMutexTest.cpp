@@ -146,22 +146,25 @@ TEST(LkMutex, DestroyedWhileHeldIsSilentWhileAnExceptionPasses)
 TEST(LkMutex, UnlockByAnotherThreadFailsWithTheSystemsError)
 {
     LkMutex const mutex("m");
-    mutex.lock();
-    elsewhere([&] {
-        try {
-            mutex.unlock();
-            ADD_FAILURE() << "unlocked";
-        } catch (AssertionFailed const &failure) {
-            EXPECT_STREQ(failure.getExpression(), "::ReleaseMutex( _mutex )");
-            EXPECT_TRUE(failure.hasSystemError());
-            EXPECT_EQ(failure.getSystemError(), 288);
-        }
-        return 0;
+    std::binary_semaphore isHeld(0);
+    std::binary_semaphore mayEnd(0);
+    Joined holder([&] {
+        mutex.lock();
+        isHeld.release();
+        mayEnd.acquire();
+        mutex.unlock();
     });
-    mutex.lock(); // sets the flag again
-    mutex.unlock();
-    mutex.getImp().updateLockingThreadId();
-    mutex.unlock();
+    isHeld.acquire();
+    try {
+        mutex.unlock();
+        ADD_FAILURE() << "unlocked";
+    } catch (AssertionFailed const &failure) {
+        EXPECT_STREQ(failure.getExpression(), "::ReleaseMutex( _mutex )");
+        EXPECT_TRUE(failure.hasSystemError());
+        EXPECT_EQ(failure.getSystemError(), 288);
+    }
+    EXPECT_FALSE(isFreeForOthers(mutex));
+    mayEnd.release();
 }
 
 TEST(LkMutex, AnAbandonedMutexFailsTheWaitsAssertion)

@@ -200,27 +200,20 @@ TEST_F(Refused, ConditionWaitCannotTakeTheMutexAgain)
     EXPECT_EQ(systemAssertionOf([&] { condVar.timedWait(mutex, 0.0); }), RETAKE);
 }
 
-/// A thread that waits on `condVar`, and whose `service` fails while it leaves.
+/// Waits for a broadcast, and has a service refused on its way out.
 std::string refusedWaiter(std::string_view service, int nb)
 {
     LkMutex const mutex("m");
     LkCondVar const condVar("c");
-    std::binary_semaphore isHeld(0);
-    std::string text;
-    std::thread waiter([&] {
-        mutex.lock();
-        isHeld.release();
-        refuse(service, nb);
-        text = systemAssertionOf([&] { condVar.wait(mutex); });
-        EXPECT_EQ(refusing, "");
+    mutex.lock();
+    Joined broadcaster([&] {
+        {
+            LkGuard<LkMutex const> untilSomebodyWaits(mutex);
+        }
+        condVar.broadcast();
     });
-    isHeld.acquire();
-    {
-        LkGuard<LkMutex const> untilItWaits(mutex);
-    }
-    condVar.broadcast();
-    waiter.join();
-    return text;
+    refuse(service, nb);
+    return systemAssertionOf([&] { condVar.wait(mutex); });
 }
 
 TEST_F(Refused, LastWaiterOfABroadcastCannotLeave)
@@ -329,8 +322,7 @@ TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
 } // namespace
 
 struct RefusedSingleton
-{
-};
+{};
 
 ZV_DEFINE_SINGLETON(RefusedSingleton, RefusedSingleton);
 
@@ -342,7 +334,8 @@ TEST_F(Refused, CreationLockOfASingletonFails)
          {"CreateMutex", "WaitForSingleObject", "ReleaseMutex", "CloseHandle"}) {
         refuse(service);
         EXPECT_THROW(LkSingleton<RefusedSingleton>::init(), ExSysErrorWindows) << service;
-        EXPECT_NO_THROW(LkSingleton<RefusedSingleton>::init()) << "the lock was kept after " << service;
+        EXPECT_NO_THROW(LkSingleton<RefusedSingleton>::init())
+            << "the lock was kept after " << service;
     }
 }
 
