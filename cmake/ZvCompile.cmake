@@ -18,6 +18,9 @@ endif()
 
 find_package(Threads REQUIRED)
 
+# A compiler cache may hand the compiler paths relative to the build folder.
+file(RELATIVE_PATH zv_root_from_build ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+
 add_library(zv_compile INTERFACE)
 target_compile_features(zv_compile INTERFACE cxx_std_20)
 target_compile_options(zv_compile INTERFACE
@@ -25,6 +28,7 @@ target_compile_options(zv_compile INTERFACE
     $<$<BOOL:${ZV_WERROR}>:-Werror>
     # Reports name files by their path from the project's root, whatever folder the build runs in.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=../
+    -ffile-prefix-map=${zv_root_from_build}=../
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wexit-time-destructors>
     $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 if(ZV_SANITIZE)

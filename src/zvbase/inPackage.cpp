@@ -5,6 +5,8 @@
 #include "zvbase/failures.h"
 #include "zvbase/immortal.h"
 #include "zvbase/inInit.h"
+#include "zvbase/inPackageRun.private.h"
+#include "zvbase/objPtr.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -24,7 +26,8 @@ namespace {
 /// Guards the list and the count of scopes, and is held while the packages are run: who opens a second scope waits
 /// until all are up.
 constinit BaseLock packagesLock;
-constinit InPackageInit *firstPackage = nullptr;
+constinit InPackageInit *firstPackage ZV_GUARDED_BY(packagesLock) = nullptr;
+constinit InPackageRun *run ZV_GUARDED_BY(packagesLock) = nullptr;
 constinit unsigned scopes = 0; // read without the lock
 
 /// A package that nobody registered has no other name than its type's.
@@ -45,36 +48,9 @@ std::string nameType(std::type_info const &type)
 
 // ---- the run
 
-/// Brings the packages into an order and runs them.
-class InPackageRun
-{
-public:
-    static void bringUp() ZV_REQUIRES(packagesLock);
-    static void takeDown() ZV_REQUIRES(packagesLock);
+namespace {
 
-private:
-    using Packages = std::vector<InPackageInit *>;
-
-    /// What `visit` knows so far.
-    struct Plan
-    {
-        Packages registered;
-        Packages order;
-        Packages path; // from the package asked for down to the one being visited
-    };
-
-    static Packages getOrder() ZV_REQUIRES(packagesLock);
-    static void visit(Plan &plan, InPackageInit *package);
-    static InPackageInit *find(Packages const &packages, std::type_info const &type);
-    static std::string nameCircle(Packages const &path, InPackageInit const *package);
-    static std::exception_ptr takeDown(InPackageInit &package) noexcept;
-
-    static Packages *_up; // in the order in which they came up
-};
-
-InPackageRun::Packages *InPackageRun::_up = nullptr;
-
-InPackageInit *InPackageRun::find(Packages const &packages, std::type_info const &type)
+InPackageInit *find(InPackageRun::Packages const &packages, std::type_info const &type)
 {
     auto const found = std::find_if(packages.begin(), packages.end(), [&](InPackageInit *package) {
         InPackageInit const &object = *package;
@@ -83,7 +59,12 @@ InPackageInit *InPackageRun::find(Packages const &packages, std::type_info const
     return found == packages.end() ? nullptr : *found;
 }
 
-std::string InPackageRun::nameCircle(Packages const &path, InPackageInit const *package)
+bool contains(InPackageRun::Packages const &packages, InPackageInit const *package)
+{
+    return std::find(packages.begin(), packages.end(), package) != packages.end();
+}
+
+std::string nameCircle(InPackageRun::Packages const &path, InPackageInit const *package)
 {
     std::string text = "Packages need each other in a circle: ";
     for (auto step = std::find(path.begin(), path.end(), package); step != path.end(); ++step)
@@ -91,11 +72,44 @@ std::string InPackageRun::nameCircle(Packages const &path, InPackageInit const *
     return text + package->getName() + ".";
 }
 
+/// Goes on behind a failure, and keeps the first one.
+class Attempts
+{
+public:
+    template <class Step>
+    void attempt(Step const &step) noexcept
+    {
+        try {
+            step();
+        } catch (...) {
+            if (!_failure)
+                _failure = std::current_exception();
+        }
+    }
+    void rethrow() const
+    {
+        if (_failure)
+            std::rethrow_exception(_failure);
+    }
+
+private:
+    std::exception_ptr _failure;
+};
+
+} // namespace
+
+InPackageRun::InPackageRun(Packages const &packages)
+{
+    Plan plan = {packages, {}};
+    for (InPackageInit *package : packages)
+        visit(plan, package);
+}
+
 void InPackageRun::visit(Plan &plan, InPackageInit *package)
 {
-    if (std::find(plan.order.begin(), plan.order.end(), package) != plan.order.end())
+    if (contains(_order, package))
         return;
-    if (std::find(plan.path.begin(), plan.path.end(), package) != plan.path.end())
+    if (contains(plan.path, package))
         throw InPackageError(nameCircle(plan.path, package));
     plan.path.push_back(package);
     for (std::type_info const *needed : package->getDependencies()) {
@@ -107,62 +121,29 @@ void InPackageRun::visit(Plan &plan, InPackageInit *package)
         visit(plan, other);
     }
     plan.path.pop_back();
-    plan.order.push_back(package);
-}
-
-InPackageRun::Packages InPackageRun::getOrder()
-{
-    Plan plan;
-    for (InPackageInit *package = firstPackage; package; package = package->_next)
-        plan.registered.push_back(package);
-    for (InPackageInit *package : plan.registered)
-        visit(plan, package);
-    return plan.order;
+    _order.push_back(package);
 }
 
 void InPackageRun::bringUp()
 {
-    Packages const order = getOrder();
-    if (!_up)
-        _up = new Packages;
-    _up->reserve(order.size());
-    for (InPackageInit *package : order) {
-        try {
-            package->bringUp();
-        } catch (...) {
-            std::exception_ptr const failure = std::current_exception();
-            try {
-                takeDown();
-            } catch (...) {
-                // The first failure is the one to tell.
-            }
-            std::rethrow_exception(failure);
-        }
-        _up->push_back(package);
-    }
-}
-
-std::exception_ptr InPackageRun::takeDown(InPackageInit &package) noexcept
-{
-    try {
-        package.takeDown();
-    } catch (...) {
-        return std::current_exception();
-    }
-    return nullptr;
+    Attempts attempts;
+    attempts.attempt([&] {
+        for (; _nbUp < _order.size(); ++_nbUp)
+            _order[_nbUp]->bringUp();
+    });
+    if (_nbUp < _order.size())
+        attempts.attempt([&] { takeDown(); });
+    attempts.rethrow();
 }
 
 void InPackageRun::takeDown()
 {
-    std::exception_ptr failure;
-    while (!_up->empty()) {
-        InPackageInit &package = *_up->back();
-        _up->pop_back();
-        if (std::exception_ptr const another = takeDown(package); another && !failure)
-            failure = another;
+    Attempts attempts;
+    while (_nbUp > 0) {
+        --_nbUp;
+        attempts.attempt([&] { _order[_nbUp]->takeDown(); });
     }
-    if (failure)
-        std::rethrow_exception(failure);
+    attempts.rethrow();
 }
 
 // ---- packages
@@ -230,37 +211,30 @@ void InPackageInit::bringUp()
 {
     initPackage();
     std::size_t nbUp = 0;
-    try {
+    Attempts attempts;
+    attempts.attempt([&] {
         for (; nbUp < _variables.size(); ++nbUp)
             _variables[nbUp]->initVariable();
         setInitialized(true);
         _isUp = true;
-    } catch (...) {
+    });
+    if (!_isUp) {
         while (nbUp > 0)
-            _variables[--nbUp]->cleanupVariable();
-        cleanupPackage();
-        throw;
+            attempts.attempt([&] { _variables[--nbUp]->cleanupVariable(); });
+        attempts.attempt([&] { cleanupPackage(); });
     }
+    attempts.rethrow();
 }
 
 void InPackageInit::takeDown()
 {
     _isUp = false;
-    std::exception_ptr failure;
-    auto const attempt = [&](auto step) {
-        try {
-            step();
-        } catch (...) {
-            if (!failure)
-                failure = std::current_exception();
-        }
-    };
+    Attempts attempts;
     for (auto variable = _variables.rbegin(); variable != _variables.rend(); ++variable)
-        attempt([&] { (*variable)->cleanupVariable(); });
-    attempt([&] { cleanupPackage(); });
-    attempt([&] { setInitialized(false); });
-    if (failure)
-        std::rethrow_exception(failure);
+        attempts.attempt([&] { (*variable)->cleanupVariable(); });
+    attempts.attempt([&] { cleanupPackage(); });
+    attempts.attempt([&] { setInitialized(false); });
+    attempts.rethrow();
 }
 
 InPackageError::InPackageError(std::string const &what) : std::logic_error(what) {}
@@ -271,8 +245,14 @@ InPackageError::~InPackageError() = default;
 InPackageScope::InPackageScope() : _exceptionsAtStart(std::uncaught_exceptions())
 {
     BaseGuard const guard(packagesLock);
-    if (scopes == 0)
-        InPackageRun::bringUp();
+    if (scopes == 0) {
+        InPackageRun::Packages packages;
+        for (InPackageInit *package = firstPackage; package; package = package->_next)
+            packages.push_back(package);
+        ObjPtr<InPackageRun> made(new InPackageRun(packages));
+        made->bringUp();
+        run = made.release();
+    }
     Interlocked::storeRelease(scopes, scopes + 1);
 }
 
@@ -282,8 +262,9 @@ InPackageScope::~InPackageScope() noexcept(false)
     Interlocked::storeRelease(scopes, scopes - 1);
     if (scopes > 0)
         return;
+    ObjPtr<InPackageRun> const finished(std::exchange(run, nullptr));
     try {
-        InPackageRun::takeDown();
+        finished->takeDown();
     } catch (...) {
         // A scope that an exception ends cannot throw another.
         if (std::uncaught_exceptions() <= _exceptionsAtStart)

@@ -76,6 +76,7 @@ public:
 
 private:
     friend class InPackageRun;
+    friend class InPackageScope;
 
     void bringUp();
     void takeDown();

@@ -1,0 +1,432 @@
+#include "zvbase/inPackage.h"
+
+#include "zvbase/inInit.h"
+#include "zvbase/inPackageRun.private.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+using Steps = std::vector<std::string>;
+
+Steps steps;
+std::string failing; // the step that throws
+
+void record(std::string const &step)
+{
+    steps.push_back(step);
+    if (step == failing)
+        throw std::runtime_error(step);
+}
+
+/// A package by hand; each number is a type.
+template <int Number>
+class Package : public InPackageInit
+{
+public:
+    explicit Package(char const *name) : InPackageInit(name) {}
+
+    void initPackage() override { record(std::string("+") + getName()); }
+    void cleanupPackage() override { record(std::string("-") + getName()); }
+    void setInitialized(bool initialized) override
+    {
+        record(std::string(initialized ? "up " : "down ") + getName());
+    }
+
+    template <int Other>
+    Package &needs()
+    {
+        addDependency(&typeid(Package<Other>));
+        return *this;
+    }
+};
+
+class Variable : public InVariableBase
+{
+public:
+    explicit Variable(std::string name) : _name(std::move(name)) {}
+    void initVariable() override { record("+" + _name); }
+    void cleanupVariable() override { record("-" + _name); }
+
+private:
+    std::string _name;
+};
+
+class InPackage : public testing::Test
+{
+protected:
+    InPackage()
+    {
+        steps.clear();
+        failing.clear();
+    }
+
+    InPackageRun::Packages all() { return {&_a, &_b, &_c}; }
+
+    Package<1> _a{"a"};
+    Package<2> _b{"b"};
+    Package<3> _c{"c"};
+};
+
+TEST_F(InPackage, comesUpAfterWhatItNeedsAndGoesDownBefore)
+{
+    _a.needs<3>().needs<2>();
+    _b.needs<3>();
+    InPackageRun run(all());
+    run.bringUp();
+    EXPECT_EQ(steps, (Steps{"+c", "up c", "+b", "up b", "+a", "up a"}));
+    steps.clear();
+    run.takeDown();
+    EXPECT_EQ(steps, (Steps{"-a", "down a", "-b", "down b", "-c", "down c"}));
+}
+
+TEST_F(InPackage, keepsTheOrderOfRegistrationWhereNothingElseIsSaid)
+{
+    InPackageRun run(all());
+    EXPECT_EQ(run.getOrder(), all());
+}
+
+TEST_F(InPackage, entersItsDependenciesInTheOrderOfTheCalls)
+{
+    _a.needs<3>().needs<2>();
+    EXPECT_EQ(_a.getDependencies(),
+              (std::vector<std::type_info const *>{&typeid(Package<3>), &typeid(Package<2>)}));
+    EXPECT_EQ(InPackageRun(all()).getOrder(), (InPackageRun::Packages{&_c, &_b, &_a}));
+}
+
+std::string getFailure(InPackageRun::Packages const &packages)
+{
+    try {
+        InPackageRun const run(packages);
+    } catch (InPackageError const &error) {
+        return error.what();
+    }
+    return "none";
+}
+
+TEST_F(InPackage, aCircleIsNamed)
+{
+    _a.needs<2>();
+    _b.needs<3>();
+    _c.needs<2>();
+    EXPECT_EQ(getFailure(all()), "Packages need each other in a circle: b -> c -> b.");
+}
+
+TEST_F(InPackage, aPackageThatNeedsItselfIsACircle)
+{
+    _b.needs<2>();
+    EXPECT_EQ(getFailure(all()), "Packages need each other in a circle: b -> b.");
+}
+
+TEST_F(InPackage, aMissingPackageIsNamed)
+{
+    _b.needs<4>();
+    EXPECT_EQ(getFailure(all()), "Package \"b\" needs a package that is not registered: "
+                                 "Zv::(anonymous namespace)::Package<4>.");
+}
+
+TEST_F(InPackage, whatWasUpGoesDownWhenOneFails)
+{
+    failing = "+c";
+    InPackageRun run(all());
+    EXPECT_THROW(run.bringUp(), std::runtime_error);
+    EXPECT_EQ(steps, (Steps{"+a", "up a", "+b", "up b", "+c", "-b", "down b", "-a", "down a"}));
+}
+
+TEST_F(InPackage, theFirstFailureIsTheOneToTell)
+{
+    class Failing : public Package<2>
+    {
+    public:
+        using Package<2>::Package;
+        void cleanupPackage() override { throw std::logic_error("going down"); }
+    } failingToo("b");
+    failing = "+c";
+    InPackageRun run({&_a, &failingToo, &_c});
+    EXPECT_THROW(run.bringUp(), std::runtime_error);
+    EXPECT_EQ(steps.back(), "down a");
+}
+
+TEST_F(InPackage, aFailureOnTheWayDownStopsNobody)
+{
+    InPackageRun run(all());
+    run.bringUp();
+    steps.clear();
+    failing = "-b";
+    EXPECT_THROW(run.takeDown(), std::runtime_error);
+    EXPECT_EQ(steps, (Steps{"-c", "down c", "-b", "down b", "-a", "down a"}));
+    steps.clear();
+    run.takeDown();
+    EXPECT_TRUE(steps.empty()) << "nothing is up any more";
+}
+
+TEST_F(InPackage, comesUpAgain)
+{
+    InPackageRun run({&_a});
+    run.bringUp();
+    run.takeDown();
+    steps.clear();
+    run.bringUp();
+    EXPECT_EQ(steps, (Steps{"+a", "up a"}));
+    run.takeDown();
+}
+
+TEST_F(InPackage, variablesLiveWithinTheirPackage)
+{
+    Variable x("x");
+    Variable y("y");
+    _a.addDependency(&x);
+    _a.addDependency(&y);
+    InPackageRun run({&_a});
+    run.bringUp();
+    EXPECT_EQ(steps, (Steps{"+a", "+x", "+y", "up a"}));
+    steps.clear();
+    run.takeDown();
+    EXPECT_EQ(steps, (Steps{"-y", "-x", "-a", "down a"}));
+}
+
+TEST_F(InPackage, aVariableJoinsAndLeavesAPackageThatIsUp)
+{
+    Variable x("x");
+    InPackageRun run({&_a});
+    run.bringUp();
+    steps.clear();
+    _a.addDependency(&x);
+    EXPECT_EQ(steps, (Steps{"+x"}));
+    _a.removeDependency(&x);
+    EXPECT_EQ(steps, (Steps{"+x", "-x"}));
+    _a.removeDependency(&x);
+    run.takeDown();
+    EXPECT_EQ(steps, (Steps{"+x", "-x", "-a", "down a"}));
+}
+
+TEST_F(InPackage, aVariableThatFailsTakesItsPackageDown)
+{
+    Variable x("x");
+    Variable y("y");
+    _b.addDependency(&x);
+    _b.addDependency(&y);
+    failing = "+y";
+    InPackageRun run(all());
+    EXPECT_THROW(run.bringUp(), std::runtime_error);
+    EXPECT_EQ(steps, (Steps{"+a", "up a", "+b", "+x", "+y", "-x", "-b", "-a", "down a"}));
+}
+
+} // namespace
+
+// ---- tags
+
+namespace ZvInit {
+
+struct TestUpper;
+
+struct TestLower
+{
+    static constexpr char const *NAME = "lower";
+    using DependsOn = InDependencies<base>;
+};
+
+struct TestUpper
+{
+    static constexpr char const *NAME = "upper";
+    using DependsOn = InDependencies<TestLower, base>;
+};
+
+} // namespace ZvInit
+
+template <>
+void InInit<ZvInit::TestUpper>::initPackage()
+{
+    record("upper comes");
+}
+
+template <>
+void InInit<ZvInit::TestUpper>::cleanupPackage()
+{
+    record("upper goes");
+}
+
+namespace {
+
+TEST(InInit, takesNameAndDependenciesFromItsTag)
+{
+    InInit<ZvInit::TestUpper> const upper;
+    EXPECT_STREQ(upper.getName(), "upper");
+    EXPECT_EQ(upper.getDependencies(),
+              (std::vector<std::type_info const *>{&InInit<ZvInit::TestLower>::getType(),
+                                                   &InInit<ZvInit::base>::getType()}));
+    EXPECT_EQ(InInit<ZvInit::TestUpper>::getType(), typeid(upper));
+}
+
+TEST(InInit, knowsWhetherItIsUp)
+{
+    steps.clear();
+    failing.clear();
+    InInit<ZvInit::TestUpper> upper;
+    InInit<ZvInit::TestLower> lower;
+    InInit<ZvInit::base> base;
+    InPackageRun run({&upper, &lower, &base});
+    EXPECT_FALSE(InInit<ZvInit::TestUpper>::isInitialized());
+    run.bringUp();
+    EXPECT_TRUE(InInit<ZvInit::TestUpper>::isInitialized());
+    EXPECT_TRUE(InInit<ZvInit::TestLower>::isInitialized());
+    run.takeDown();
+    EXPECT_FALSE(InInit<ZvInit::TestUpper>::isInitialized());
+    EXPECT_EQ(steps, (Steps{"upper comes", "upper goes"}));
+    base.setInitialized(true); // as the process has it
+}
+
+// ---- scopes
+
+TEST(InPackageScope, theProgramsOwnScopeIsOpen)
+{
+    EXPECT_TRUE(InPackageScope::isOpen());
+    EXPECT_TRUE(InInit<ZvInit::base>::isInitialized());
+}
+
+TEST(InPackageScope, aNestedScopeRunsNothing)
+{
+    steps.clear();
+    Package<1> late("late");
+    late.registerPackage();
+    {
+        InPackageScope const nested;
+        EXPECT_TRUE(InPackageScope::isOpen());
+    }
+    EXPECT_TRUE(InPackageScope::isOpen());
+    EXPECT_TRUE(steps.empty());
+}
+
+} // namespace
+
+// ---- a process of its own
+
+namespace {
+
+/// Runs this program with "--child" and returns what it wrote and, in brackets, how it ended.
+std::string runChild(std::string const &arguments)
+{
+    std::string const program = std::filesystem::read_symlink("/proc/self/exe");
+    std::string const command = "'" + program + "' --child " + arguments + " 2>&1";
+    std::FILE * const pipe = ::popen(command.c_str(), "r");
+    if (!pipe)
+        return "no child";
+    std::string text;
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
+        text += static_cast<char>(c);
+    return text + "(" + std::to_string(::pclose(pipe)) + ")";
+}
+
+TEST(InPackageScope, theOutermostRunsThePackagesUpAndDown)
+{
+    EXPECT_EQ(runChild("scopes"), "base is down\n"
+                                  "+late\nup late\n"
+                                  "base is up\n"
+                                  "-late\ndown late\n"
+                                  "base is down\n"
+                                  "+late\nup late\n"
+                                  "-late\ndown late\n"
+                                  "(0)");
+}
+
+TEST(InPackageScope, aFailingPackageLeavesNoScope)
+{
+    EXPECT_EQ(runChild("failing"), "+late\nfailed: +late\nno scope\n(0)");
+}
+
+TEST(InPackageScope, aPackageThatFailsGoingDownEndsInAnException)
+{
+    EXPECT_EQ(runChild("down"), "+late\nup late\n-late\ndown late\nfailed: -late\nno scope\n"
+                                "+late\nup late\n-late\ndown late\nfailed: something else\n(0)");
+}
+
+} // namespace
+} // namespace Zv
+
+namespace {
+
+void tell(char const *text)
+{
+    std::puts(text);
+}
+
+class Talking : public Zv::Package<5>
+{
+public:
+    using Package<5>::Package;
+    void initPackage() override { say(std::string("+") + getName()); }
+    void cleanupPackage() override { say(std::string("-") + getName()); }
+    void setInitialized(bool up) override { say(std::string(up ? "up " : "down ") + getName()); }
+
+private:
+    static void say(std::string const &step)
+    {
+        tell(step.c_str());
+        if (step == Zv::failing)
+            throw std::runtime_error(step);
+    }
+};
+
+void tellOfBase()
+{
+    tell(Zv::InInit<Zv::ZvInit::base>::isInitialized() ? "base is up" : "base is down");
+}
+
+void tellOfScope()
+{
+    tell(Zv::InPackageScope::isOpen() ? "a scope" : "no scope");
+}
+
+void runScopes()
+{
+    tellOfBase();
+    {
+        Zv::InPackageScope const outer;
+        {
+            Zv::InPackageScope const inner;
+        }
+        tellOfBase();
+    }
+    tellOfBase();
+    Zv::InPackageScope const again;
+}
+
+void runFailing(bool fails)
+{
+    try {
+        Zv::InPackageScope const scope;
+        if (fails)
+            throw std::runtime_error("something else");
+    } catch (std::exception const &exception) {
+        tell((std::string("failed: ") + exception.what()).c_str());
+    }
+}
+
+} // namespace
+
+int zvChildMain(int argc, char **argv)
+{
+    Talking late("late");
+    late.registerPackage();
+    std::string const what = argc > 0 ? argv[0] : "";
+    if (what == "scopes") {
+        runScopes();
+    } else if (what == "failing") {
+        Zv::failing = "+late";
+        runFailing(false);
+        tellOfScope();
+    } else if (what == "down") {
+        Zv::failing = "-late";
+        runFailing(false);
+        tellOfScope();
+        runFailing(true);
+    }
+    return 0;
+}

@@ -1,0 +1,385 @@
+#include "zvbase/lgQueue.h"
+
+#include "zvbase/logTestUtil.h"
+#include "zvbase/trace.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <semaphore>
+#include <thread>
+
+namespace {
+
+/// Allocations by the calling thread.
+thread_local long nbAllocations = 0;
+
+} // namespace
+
+void *operator new(std::size_t size)
+{
+    ++nbAllocations;
+    if (void * const memory = std::malloc(size ? size : 1))
+        return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void *memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void *memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+namespace Zv {
+namespace {
+
+using LogTest::CapturedLog;
+using LogTest::fillQueue;
+using LogTest::TestLogger;
+using Lines = std::vector<std::string>;
+
+TEST(LgQueue, isEmptyAndRoomyWhenNew)
+{
+    LgQueue queue(7);
+    EXPECT_EQ(queue.getThreadId(), 7U);
+    EXPECT_TRUE(queue.isEmpty());
+    EXPECT_FALSE(queue.isFull());
+    EXPECT_EQ(queue.getNbLostLines(), 0U);
+    EXPECT_EQ(queue.getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
+}
+
+TEST(LgQueue, freeCharactersAreWhatOneLineMayHave)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    LgTrace::print("first");
+    LgQueue &queue = *TestLogger::getThreadQueue();
+    std::size_t const room = queue.getStream().getNumCharacters();
+    {
+        LgLine line(LgLine::PLAIN);
+        line.getStream() << std::string(room - 1, 'y'); // and the line end
+    }
+    EXPECT_TRUE(queue.isFull());
+    EXPECT_EQ(queue.getStream().getNumCharacters(), 0U);
+    EXPECT_EQ(queue.getNbLostLines(), 0U);
+    EXPECT_EQ(logger.flush(), 2);
+    EXPECT_EQ(log.getLines(), (Lines{"first\n", std::string(room - 1, 'y') + "\n"}));
+    EXPECT_FALSE(queue.isFull());
+}
+
+TEST(LgQueue, aLineOfOneCharacterTooManyIsDroppedAsAWhole)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    LgTrace::print("first");
+    std::size_t const room = TestLogger::getThreadQueue()->getStream().getNumCharacters();
+    {
+        LgLine line(LgLine::PLAIN);
+        line.getStream() << std::string(room, 'y');
+    }
+    EXPECT_EQ(TestLogger::getThreadQueue()->getNbLostLines(), 1U);
+    logger.flush();
+    Lines const lines = log.getLines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0], "first\n");
+    EXPECT_NE(lines[1].find("1 lines (" + std::to_string(room + 1) + " characters) lost"),
+              std::string::npos);
+}
+
+TEST(LgQueue, textsSurviveTheSeamOfTheRing)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    Lines written;
+    // Lengths that share no factor with the ring's: every place becomes the seam's.
+    for (int i = 0; i < 5000; ++i) {
+        std::string const text =
+            std::to_string(i) + std::string(static_cast<unsigned>(i) % 61, 'z');
+        LgTrace::print(text.c_str());
+        written.push_back(text + "\n");
+        if (i % 97 == 0)
+            logger.flush();
+    }
+    logger.flush();
+    EXPECT_EQ(TestLogger::getThreadQueue()->getNbLostLines(), 0U);
+    EXPECT_EQ(log.getLines(), written);
+}
+
+TEST(LgQueue, aFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    int const kept = fillQueue();
+    LgTrace::print("lost");
+    LgTrace::print("lost too");
+    EXPECT_EQ(logger.flush(), kept + 1); // the note is a line
+    LgTrace::print("later");
+    logger.flush();
+
+    Lines const lines = log.getLines();
+    ASSERT_EQ(lines.size(), static_cast<std::size_t>(kept) + 2);
+    for (int i = 0; i < kept; ++i)
+        EXPECT_EQ(lines[static_cast<std::size_t>(i)], "x\n");
+    std::string const note = lines[lines.size() - 2];
+    unsigned long const number = TestLogger::getThreadQueue()->getThreadId();
+    EXPECT_EQ(note.substr(13), "2 lines (12 characters) lost: the queue of thread " +
+                                   std::to_string(number) + " was full.\n");
+    EXPECT_EQ(lines.back(), "later\n");
+}
+
+TEST(LgQueue, aLossIsToldBeforeTheLineThatFollowsIt)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    int const kept = fillQueue();
+    LgTrace::print("lost");
+    logger.getReader().flushEarliest(); // room for one line
+    LgTrace::print("y");
+    logger.flush();
+    Lines const lines = log.getLines();
+    ASSERT_EQ(lines.size(), static_cast<std::size_t>(kept) + 2);
+    EXPECT_NE(lines[lines.size() - 2].find("1 lines (4 characters) lost"), std::string::npos);
+    EXPECT_EQ(lines.back(), "y\n");
+}
+
+TEST(LgQueue, writingAllocatesNothing)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    static TraceLevel &level = *Trace::registerLevel("LgQueueTest", __FILE__);
+    level.setEnabled(true);
+    ZV_TRACE(level, "the first line of a thread makes its queue");
+    long const before = nbAllocations;
+    for (int i = 0; i < 100; ++i)
+        ZV_TRACE(level, "number " << i << " of " << 1.5 << " things " << &level);
+    EXPECT_EQ(nbAllocations, before);
+    EXPECT_EQ(logger.flush(), 101);
+}
+
+TEST(LgQueue, aSuppressedQueueTakesNothingAndCountsNothing)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    LgTrace::print("before");
+    {
+        LgQueue::SuppressGuard const outer(*TestLogger::getThreadQueue());
+        {
+            LgQueue::SuppressGuard const inner(*TestLogger::getThreadQueue());
+            LgTrace::print("hidden");
+        }
+        LgTrace::print("hidden as well");
+    }
+    LgTrace::print("after");
+    logger.flush();
+    EXPECT_EQ(log.getLines(), (Lines{"before\n", "after\n"}));
+    EXPECT_EQ(TestLogger::getThreadQueue()->getNbLostLines(), 0U);
+}
+
+TEST(LgQueue, textOutsideALineIsLost)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    TestLogger::getThreadQueue()->getStream() << "nobody's " << 12;
+    EXPECT_TRUE(TestLogger::getThreadQueue()->getStream().good());
+    LgTrace::print("a line");
+    logger.flush();
+    EXPECT_EQ(log.getLines(), (Lines{"a line\n"}));
+}
+
+TEST(LgQueue, theReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    std::thread([] {
+        LgTrace::print("last words");
+        TestLogger::endThread();
+    }).join();
+    EXPECT_EQ(logger.getNbQueues(), 1U);
+    EXPECT_TRUE(logger.getReader().flushEarliest());
+    EXPECT_EQ(logger.getNbQueues(), 1U);
+    EXPECT_FALSE(logger.getReader().flushEarliest());
+    EXPECT_EQ(logger.getNbQueues(), 0U);
+    EXPECT_EQ(log.getLines(), (Lines{"last words\n"}));
+}
+
+TEST(LgQueue, theLossesOfAnEndedThreadAreTold)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    int kept = 0;
+    std::thread([&] {
+        kept = fillQueue();
+        LgTrace::print("lost");
+        TestLogger::endThread();
+    }).join();
+    EXPECT_EQ(logger.flush(), kept + 1);
+    EXPECT_EQ(logger.getNbQueues(), 0U);
+    EXPECT_NE(log.getLines().back().find("1 lines (4 characters) lost"), std::string::npos);
+}
+
+TEST(LgQueue, aKillerEndsTheQueueOfItsVictim)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    unsigned long number = 0;
+    std::thread([&] {
+        LgTrace::print("interrupted");
+        number = LogTest::threadQueue->getThreadId();
+        LogTest::threadQueue = nullptr; // as one that was killed
+    }).join();
+    EXPECT_TRUE(LgLog::creatorExit(number));
+    EXPECT_FALSE(LgLog::creatorExit(number)) << "it has ended already";
+    EXPECT_EQ(logger.flush(), 1);
+    EXPECT_EQ(logger.getNbQueues(), 0U);
+    EXPECT_EQ(log.getLines(), (Lines{"interrupted\n"}));
+}
+
+TEST(LgQueue, aVictimThatIsKilledInsideALineLosesThatLineOnly)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    unsigned long number = 0;
+    std::thread([&] {
+        LgTrace::print("whole");
+        number = LogTest::threadQueue->getThreadId();
+        // Never ended: the thread is gone in the middle of it.
+        alignas(LgLine) static std::byte room[sizeof(LgLine)];
+        auto * const line = ::new (static_cast<void *>(room)) LgLine(LgLine::PLAIN);
+        line->getStream() << "half a li";
+        LogTest::threadQueue = nullptr;
+    }).join();
+    EXPECT_TRUE(LgLog::creatorExit(number));
+    logger.flush();
+    EXPECT_EQ(logger.getNbQueues(), 0U);
+    EXPECT_EQ(log.getLines(), (Lines{"whole\n"}));
+}
+
+TEST(LgQueue, withoutALoggerAnEndingThreadWritesAndDeletesItsQueue)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    std::binary_semaphore written(0);
+    std::binary_semaphore stopped(0);
+    std::thread thread([&] {
+        {
+            LgLine line(LgLine::PLAIN);
+            line.getStream() << "begun under the logger";
+            written.release();
+            stopped.acquire();
+        }
+        TestLogger::endThread();
+    });
+    written.acquire();
+    logger.stop();
+    EXPECT_TRUE(log.getLines().empty());
+    stopped.release();
+    thread.join();
+    EXPECT_EQ(log.getLines(), (Lines{"begun under the logger\n"}));
+}
+
+// ---- blocking trace
+
+/// Takes the reader's part while the writer waits.
+class ReadingObserver : public LgQueue::Observer
+{
+public:
+    explicit ReadingObserver(TestLogger &logger) : _logger(logger) {}
+
+    void notify(LgQueue &queue) override
+    {
+        ++nbNotified;
+        lastRoom = queue.getStream().getNumCharacters();
+    }
+    void wait(LgQueue &queue, unsigned n) override
+    {
+        ++nbWaits;
+        EXPECT_LT(queue.getStream().getNumCharacters(), n);
+        _logger.flush();
+        EXPECT_GE(queue.getStream().getNumCharacters(), n) << "more than an emptied queue has";
+    }
+
+    static inline int nbWaits = 0;
+    static inline int nbNotified = 0;
+    static inline std::size_t lastRoom = 0;
+
+private:
+    TestLogger &_logger;
+};
+
+class BlockingTrace : public testing::Test
+{
+protected:
+    BlockingTrace()
+    {
+        ReadingObserver::nbWaits = ReadingObserver::nbNotified = 0;
+        TestLogger::getThreadQueue()->changeObserver(
+            ObjPtr<LgQueue::Observer>(new ReadingObserver(_logger)));
+        LgLog::setBlockingTrace(true);
+    }
+    ~BlockingTrace() override { LgLog::setBlockingTrace(false); }
+
+    CapturedLog _log;
+    TestLogger _logger;
+};
+
+TEST_F(BlockingTrace, aWriterWaitsForRoomAndLosesNothing)
+{
+    Lines written;
+    for (int i = 0; i < 2000; ++i) {
+        LgTrace::print(std::to_string(i).c_str());
+        written.push_back(std::to_string(i) + "\n");
+    }
+    EXPECT_GT(ReadingObserver::nbWaits, 0);
+    _logger.flush();
+    EXPECT_EQ(_log.getLines(), written);
+    EXPECT_EQ(TestLogger::getThreadQueue()->getNbLostLines(), 0U);
+    EXPECT_EQ(ReadingObserver::nbNotified, 2000);
+    EXPECT_EQ(ReadingObserver::lastRoom, LgQueue::CAPACITY - 32);
+}
+
+TEST_F(BlockingTrace, aLongLineWaitsInTheMiddle)
+{
+    LgTrace::print("first");
+    std::string const text(LgQueue::CAPACITY - 33, 'y');
+    {
+        LgLine line(LgLine::PLAIN);
+        line.getStream() << text;
+    }
+    _logger.flush();
+    EXPECT_EQ(_log.getLines(), (Lines{"first\n", text + "\n"}));
+    EXPECT_EQ(ReadingObserver::nbWaits, 1);
+}
+
+TEST_F(BlockingTrace, aLineThatFitsNoQueueIsDroppedWithoutWaiting)
+{
+    {
+        LgLine line(LgLine::PLAIN);
+        line.getStream() << std::string(LgQueue::CAPACITY, 'y');
+    }
+    EXPECT_EQ(ReadingObserver::nbWaits, 0);
+    EXPECT_EQ(TestLogger::getThreadQueue()->getNbLostLines(), 1U);
+    EXPECT_EQ(TestLogger::getThreadQueue()->getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
+}
+
+TEST_F(BlockingTrace, nobodyWaitsOnceTheLoggerIsStopping)
+{
+    fillQueue();
+    LgLog::setLoggerActive(false);
+    {
+        // A line that was begun while the logger ran.
+        LgLog::setLoggerActive(true);
+        LgLine line(LgLine::PLAIN);
+        LgLog::setLoggerActive(false);
+        line.getStream() << "lost";
+    }
+    EXPECT_EQ(ReadingObserver::nbWaits, 0);
+    EXPECT_NE(_log.getLines().back().find("1 lines (4 characters) lost"), std::string::npos);
+}
+
+} // namespace
+} // namespace Zv

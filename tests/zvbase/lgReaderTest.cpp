@@ -1,0 +1,292 @@
+#include "zvbase/lgReader.h"
+
+#include "zvbase/logTestUtil.h"
+#include "zvbase/trace.h"
+
+#include <gtest/gtest.h>
+
+#include <barrier>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <semaphore>
+#include <thread>
+
+namespace Zv {
+namespace {
+
+using LogTest::CapturedLog;
+using LogTest::TestLogger;
+using Lines = std::vector<std::string>;
+
+TraceLevel &getLevel()
+{
+    static TraceLevel &level = *Trace::registerLevel("LgReaderTest", __FILE__);
+    level.setEnabled(true);
+    return level;
+}
+
+double getMoment(std::string const &line)
+{
+    return std::strtod(line.c_str(), nullptr);
+}
+
+/// A thread that does one thing at a time, when the test tells it to.
+class Servant
+{
+public:
+    Servant()
+        : _thread([this] {
+              for (;;) {
+                  _ordered.acquire();
+                  if (!_order)
+                      break;
+                  _order();
+                  _done.release();
+              }
+              if (LogTest::threadQueue)
+                  TestLogger::endThread();
+          })
+    {}
+    ~Servant()
+    {
+        _order = nullptr;
+        _ordered.release();
+        _thread.join();
+    }
+
+    void perform(std::function<void()> order)
+    {
+        _order = std::move(order);
+        _ordered.release();
+        _done.acquire();
+    }
+
+private:
+    std::function<void()> _order;
+    std::binary_semaphore _ordered{0};
+    std::binary_semaphore _done{0};
+    std::thread _thread;
+};
+
+TEST(LgReader, withoutLinesNothingIsWritten)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    EXPECT_FALSE(logger.getReader().flushEarliest());
+    LgTrace::print("x");
+    EXPECT_TRUE(logger.getReader().flushEarliest());
+    EXPECT_FALSE(logger.getReader().flushEarliest());
+    EXPECT_EQ(log.getLines(), (Lines{"x\n"}));
+}
+
+TEST(LgReader, eachCallWritesTheEarliestLineOfAllQueues)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    Servant anna;
+    Servant bert;
+    anna.perform([] { LgTrace::print("1 anna"); });
+    bert.perform([] { LgTrace::print("2 bert"); });
+    LgTrace::print("3 main");
+    bert.perform([] { LgTrace::print("4 bert"); });
+    anna.perform([] { LgTrace::print("5 anna"); });
+    for (std::size_t n = 1; n <= 5; ++n) {
+        EXPECT_TRUE(logger.getReader().flushEarliest());
+        EXPECT_EQ(log.getLines().size(), n);
+    }
+    EXPECT_FALSE(logger.getReader().flushEarliest());
+    EXPECT_EQ(log.getLines(), (Lines{"1 anna\n", "2 bert\n", "3 main\n", "4 bert\n", "5 anna\n"}));
+}
+
+TEST(LgReader, aLineCountsFromItsEnd)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    Servant other;
+    {
+        LgLine line(LgLine::PLAIN);
+        line.getStream() << "begun first";
+        other.perform([] { LgTrace::print("ended first"); });
+        EXPECT_EQ(logger.flush(), 1) << "a line that is not ended holds nobody up";
+    }
+    logger.flush();
+    EXPECT_EQ(log.getLines(), (Lines{"ended first\n", "begun first\n"}));
+}
+
+TEST(LgReader, aQueueThatIsRegisteredTwiceIsReadOnce)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    LgLog::registerQueue(TestLogger::getThreadQueue());
+    LgLog::registerQueue(TestLogger::getThreadQueue());
+    EXPECT_EQ(logger.getNbQueues(), 1U);
+    logger.getRegistry().addQueue(TestLogger::getThreadQueue());
+    LgTrace::print("x");
+    EXPECT_EQ(logger.flush(), 1);
+}
+
+TEST(LgReader, threadsThatLiveOnEnterTheirQueuesWithTheNextLogger)
+{
+    CapturedLog const log;
+    Servant servant;
+    {
+        TestLogger logger;
+        servant.perform([] { LgTrace::print("first life"); });
+    }
+    servant.perform([] { LgTrace::print("nobody's"); });
+    {
+        TestLogger logger;
+        EXPECT_EQ(logger.getNbQueues(), 0U);
+        servant.perform([] { LgTrace::print("second life"); });
+        EXPECT_EQ(logger.getNbQueues(), 1U);
+    }
+    EXPECT_EQ(log.getLines(), (Lines{"first life\n", "nobody's\n", "second life\n"}));
+}
+
+TEST(LgReader, stoppingWritesWhatIsLeft)
+{
+    CapturedLog const log;
+    {
+        TestLogger logger;
+        LgTrace::print("just before");
+    }
+    EXPECT_EQ(log.getLines(), (Lines{"just before\n"}));
+}
+
+TEST(LgReader, flushWritesInTheCallingThread)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    LgTrace::print("x");
+    LgLog::flush();
+    EXPECT_EQ(log.getLines(), (Lines{"x\n"}));
+    EXPECT_EQ(logger.flush(), 0);
+}
+
+TEST(LgReader, severalReadersShareTheWork)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    LgReader other;
+    Lines written;
+    for (int i = 0; i < 10; ++i) {
+        LgTrace::print(std::to_string(i).c_str());
+        written.push_back(std::to_string(i) + "\n");
+    }
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_TRUE(other.flushEarliest());
+        EXPECT_TRUE(logger.getReader().flushEarliest());
+    }
+    EXPECT_FALSE(other.flushEarliest());
+    EXPECT_EQ(log.getLines(), written);
+}
+
+TEST(LgReader, aReaderForgetsAQueueThatAnotherOneDeleted)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    std::thread([] {
+        LgTrace::print("1");
+        LgTrace::print("2");
+        TestLogger::endThread();
+    }).join();
+    EXPECT_TRUE(logger.getReader().flushEarliest()); // remembers the queue
+    LgLog::flush();                                  // empties and deletes it
+    EXPECT_EQ(logger.getNbQueues(), 0U);
+    EXPECT_FALSE(logger.getReader().flushEarliest());
+}
+
+/// Threads write numbered lines as fast as they can while a reader reads; all of it has to come out in order.
+class Flood
+{
+public:
+    static constexpr int THREADS = 4;
+    static constexpr int LINES = 2000;
+
+    void write(int thread)
+    {
+        _start.arrive_and_wait();
+        for (int i = 0; i < LINES; ++i) {
+            // Room is waited for here, so that nothing is lost.
+            while (TestLogger::getThreadQueue()->getStream().getNumCharacters() < 1000)
+                std::this_thread::yield();
+            ZV_TRACE(getLevel(), thread << ' ' << i);
+        }
+        TestLogger::endThread();
+        --_running;
+    }
+
+    void run(TestLogger &logger)
+    {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < THREADS; ++i)
+            threads.emplace_back([this, i] { write(i); });
+        while (_running > 0)
+            logger.getReader().flushEarliest();
+        for (std::thread &thread : threads)
+            thread.join();
+        logger.flush();
+    }
+
+private:
+    std::barrier<> _start{THREADS};
+    std::atomic<int> _running = THREADS;
+};
+
+TEST(LgReader, underLoadThreadsKeepTheirOrderAndTheLogItsTime)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    Flood().run(logger);
+    EXPECT_EQ(logger.getNbQueues(), 0U);
+
+    Lines const lines = log.getLines();
+    ASSERT_EQ(lines.size(), static_cast<std::size_t>(Flood::THREADS * Flood::LINES));
+    std::map<int, int> next;
+    double moment = 0;
+    for (std::string const &line : lines) {
+        EXPECT_GE(getMoment(line), moment) << line;
+        moment = getMoment(line);
+        int thread = 0;
+        int number = 0;
+        ASSERT_EQ(std::sscanf(line.c_str() + line.find("): ") + 3, "%d %d", &thread, &number), 2);
+        EXPECT_EQ(number, next[thread]++);
+    }
+}
+
+TEST(LgReader, nothingIsLostWhenTheLoggerStopsInTheMiddle)
+{
+    constexpr int LINES = 200; // that many fit a queue
+    for (int round = 0; round < 20; ++round) {
+        CapturedLog const log;
+        std::vector<std::thread> threads;
+        std::barrier start(3);
+        {
+            TestLogger logger;
+            for (int thread = 0; thread < 2; ++thread) {
+                threads.emplace_back([&, thread] {
+                    LgLog::registerQueue(TestLogger::getThreadQueue());
+                    start.arrive_and_wait();
+                    for (int i = 0; i < LINES; ++i)
+                        ZV_TRACE(getLevel(), thread << ' ' << i);
+                    TestLogger::endThread();
+                });
+            }
+            start.arrive_and_wait();
+            for (int i = 0; i < round * 10; ++i)
+                logger.getReader().flushEarliest();
+        }
+        for (std::thread &thread : threads)
+            thread.join();
+        std::map<std::string, int> next;
+        for (std::string const &text : log.getTexts())
+            EXPECT_EQ(text, text.substr(0, 2) + std::to_string(next[text.substr(0, 2)]++) + "\n");
+        EXPECT_EQ(next["0 "], LINES);
+        EXPECT_EQ(next["1 "], LINES);
+    }
+}
+
+} // namespace
+} // namespace Zv

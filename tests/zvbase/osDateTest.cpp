@@ -1,0 +1,229 @@
+#include "zvbase/osDate.h"
+
+#include "zvbase/envVar.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+using Types = OsDateTypes;
+
+/// The process stands at a place while this lives.
+class At
+{
+public:
+    explicit At(char const *zone)
+    {
+        EnvVar::putEnv((std::string("TZ=") + zone).c_str());
+        ::tzset();
+    }
+    ~At()
+    {
+        ::unsetenv("TZ");
+        ::tzset();
+    }
+};
+
+// Rules in full, so that no list of zones need be installed.
+constexpr char BERLIN[] = "CET-1CEST,M3.5.0,M10.5.0/3";
+
+std::int64_t toSeconds(int year, int month, int day, int hour, int minute, double seconds,
+                       Types::TimeMode mode = Types::UNIVERSAL)
+{
+    Types::DateRep date;
+    EXPECT_TRUE(OsDateUtil::makeTime(date, year, month, day, hour, minute, seconds, mode));
+    return date.microseconds / 1'000'000;
+}
+
+bool isDate(int year, int month, int day, int hour = 0, int minute = 0, double seconds = 0,
+            Types::TimeMode mode = Types::UNIVERSAL)
+{
+    Types::DateRep date = {42};
+    bool const made = OsDateUtil::makeTime(date, year, month, day, hour, minute, seconds, mode);
+    EXPECT_TRUE(made || date.microseconds == 42) << "a failure leaves the date alone";
+    return made;
+}
+
+TEST(OsDate, countsFrom1970)
+{
+    EXPECT_EQ(toSeconds(1970, 1, 1, 0, 0, 0), 0);
+    EXPECT_EQ(toSeconds(2000, 3, 1, 0, 0, 0), 951868800);
+    EXPECT_EQ(toSeconds(2006, 2, 20, 12, 30, 15), 1140438615);
+    EXPECT_EQ(toSeconds(1969, 12, 31, 23, 59, 59), -1);
+    EXPECT_EQ(toSeconds(0, 1, 1, 0, 0, 0), -62167219200);
+    EXPECT_EQ(toSeconds(9999, 12, 31, 23, 59, 59), 253402300799);
+}
+
+TEST(OsDate, keepsFractionsOfASecond)
+{
+    Types::DateRep date;
+    ASSERT_TRUE(OsDateUtil::makeTime(date, 1970, 1, 1, 0, 0, 12.345678, Types::UNIVERSAL));
+    EXPECT_EQ(date.microseconds, 12345678);
+    for (int millisecond = 0; millisecond < 1000; ++millisecond) {
+        ASSERT_TRUE(OsDateUtil::makeTime(date, 2006, 2, 20, 1, 2, 59 + millisecond / 1000.0,
+                                         Types::UNIVERSAL));
+        EXPECT_EQ(OsDateUtil::convertToDateStruct(date, Types::UNIVERSAL).milliseconds,
+                  millisecond);
+    }
+}
+
+TEST(OsDate, refusesWhatIsNoDate)
+{
+    EXPECT_FALSE(isDate(2006, 0, 1));
+    EXPECT_FALSE(isDate(2006, 13, 1));
+    EXPECT_FALSE(isDate(2006, 1, 0));
+    EXPECT_FALSE(isDate(2006, 1, 32));
+    EXPECT_FALSE(isDate(2006, 4, 31));
+    EXPECT_FALSE(isDate(2006, 12, 32));
+    EXPECT_FALSE(isDate(-1, 1, 1));
+    EXPECT_FALSE(isDate(10000, 1, 1));
+    EXPECT_FALSE(isDate(2006, 1, 1, 24));
+    EXPECT_FALSE(isDate(2006, 1, 1, -1));
+    EXPECT_FALSE(isDate(2006, 1, 1, 0, 60));
+    EXPECT_FALSE(isDate(2006, 1, 1, 0, -1));
+    EXPECT_FALSE(isDate(2006, 1, 1, 0, 0, 60));
+    EXPECT_FALSE(isDate(2006, 1, 1, 0, 0, -0.001));
+    EXPECT_FALSE(isDate(2006, 1, 1, 0, 0, std::numeric_limits<double>::quiet_NaN()));
+    EXPECT_TRUE(isDate(2006, 12, 31, 23, 59, 59.999));
+}
+
+TEST(OsDate, knowsLeapYears)
+{
+    EXPECT_TRUE(isDate(2004, 2, 29));
+    EXPECT_TRUE(isDate(2000, 2, 29));
+    EXPECT_FALSE(isDate(1900, 2, 29));
+    EXPECT_FALSE(isDate(2006, 2, 29));
+    EXPECT_FALSE(isDate(2004, 2, 30));
+}
+
+TEST(OsDate, agreesWithTheStandardLibraryOnEveryDay)
+{
+    for (std::int64_t day = -200'000; day < 200'000; day += 17) {
+        std::time_t const seconds = day * 86'400 + 45'296;
+        std::tm expected = {};
+        ASSERT_NE(::gmtime_r(&seconds, &expected), nullptr);
+        Types::DateStruct const date =
+            OsDateUtil::convertToDateStruct({seconds * 1'000'000 + 5000}, Types::UNIVERSAL);
+        ASSERT_EQ(date.tm.tm_year, expected.tm_year) << day;
+        ASSERT_EQ(date.tm.tm_mon, expected.tm_mon) << day;
+        ASSERT_EQ(date.tm.tm_mday, expected.tm_mday) << day;
+        ASSERT_EQ(date.tm.tm_hour, expected.tm_hour);
+        ASSERT_EQ(date.tm.tm_min, expected.tm_min);
+        ASSERT_EQ(date.tm.tm_sec, expected.tm_sec);
+        ASSERT_EQ(date.tm.tm_wday, expected.tm_wday) << day;
+        ASSERT_EQ(date.tm.tm_yday, expected.tm_yday) << day;
+        ASSERT_EQ(date.milliseconds, 5);
+        ASSERT_STREQ(date.zone, "UTC");
+        ASSERT_EQ(
+            toSeconds(date.tm.tm_year + 1900, date.tm.tm_mon + 1, date.tm.tm_mday, 12, 34, 56),
+            seconds);
+    }
+}
+
+TEST(OsDate, localTimeIsThatOfThePlace)
+{
+    At const place(BERLIN);
+    EXPECT_EQ(toSeconds(2006, 2, 20, 13, 0, 0, Types::LOCAL), toSeconds(2006, 2, 20, 12, 0, 0));
+    EXPECT_EQ(toSeconds(2006, 7, 20, 14, 0, 0, Types::LOCAL), toSeconds(2006, 7, 20, 12, 0, 0));
+    Types::DateRep date = {toSeconds(2006, 7, 20, 22, 30, 5) * 1'000'000};
+    Types::DateStruct const local = OsDateUtil::convertToDateStruct(date, Types::LOCAL);
+    EXPECT_EQ(local.tm.tm_mday, 21);
+    EXPECT_EQ(local.tm.tm_hour, 0);
+    EXPECT_EQ(local.tm.tm_min, 30);
+    EXPECT_STREQ(local.zone, "CEST");
+    date = {toSeconds(2006, 1, 20, 22, 30, 5) * 1'000'000};
+    EXPECT_STREQ(OsDateUtil::convertToDateStruct(date, Types::LOCAL).zone, "CET");
+    EXPECT_STREQ(OsDateUtil::convertToDateStruct(date, Types::UNIVERSAL).zone, "UTC");
+}
+
+TEST(OsDate, refusesTheHourThatThePlacesClockSkips)
+{
+    At const place(BERLIN);
+    EXPECT_TRUE(isDate(2006, 3, 26, 1, 59, 59, Types::LOCAL));
+    EXPECT_FALSE(isDate(2006, 3, 26, 2, 30, 0, Types::LOCAL));
+    EXPECT_TRUE(isDate(2006, 3, 26, 3, 0, 0, Types::LOCAL));
+    EXPECT_TRUE(isDate(2006, 3, 26, 2, 30, 0, Types::UNIVERSAL));
+    EXPECT_TRUE(isDate(2006, 10, 29, 2, 30, 0, Types::LOCAL)) << "this one comes twice";
+}
+
+TEST(OsDate, millisecondsBefore1970AreCutDownwards)
+{
+    Types::DateStruct const date = OsDateUtil::convertToDateStruct({-1}, Types::UNIVERSAL);
+    EXPECT_EQ(date.tm.tm_sec, 59);
+    EXPECT_EQ(date.milliseconds, 999);
+    EXPECT_EQ(date.tm.tm_year, 69);
+}
+
+TEST(OsDate, addsSecondsAndStaysInRange)
+{
+    using Limits = std::numeric_limits<std::int64_t>;
+    EXPECT_EQ(OsDateUtil::add({5}, 1.5).microseconds, 1'500'005);
+    EXPECT_EQ(OsDateUtil::add({5}, -1.5).microseconds, -1'499'995);
+    EXPECT_EQ(OsDateUtil::add({5}, 0.0000004).microseconds, 5);
+    EXPECT_EQ(OsDateUtil::add({5}, 1e300).microseconds, Limits::max());
+    EXPECT_EQ(OsDateUtil::add({5}, -1e300).microseconds, Limits::min());
+    EXPECT_EQ(OsDateUtil::add({Limits::max()}, 1).microseconds, Limits::max());
+    EXPECT_EQ(OsDateUtil::add({Limits::min()}, -1).microseconds, Limits::min());
+    EXPECT_EQ(OsDateUtil::add({5}, std::numeric_limits<double>::quiet_NaN()).microseconds, 5);
+}
+
+TEST(OsDate, datesCompare)
+{
+    EXPECT_LT(Types::DateRep{1}, Types::DateRep{2});
+    EXPECT_EQ(Types::DateRep{}, Types::DateRep{0});
+}
+
+TEST(OsDate, nowIsBetweenTwoReadingsOfTheSystemsClock)
+{
+    std::time_t const before = std::time(nullptr);
+    std::int64_t const now = OsDateUtil::now().microseconds;
+    std::time_t const after = std::time(nullptr);
+    // The coarse clock may lag behind by a tick.
+    EXPECT_GE(now, before * 1'000'000LL);
+    EXPECT_LT(now, (after + 2) * 1'000'000LL);
+}
+
+TEST(OsDate, anyThreadTakesDatesApart)
+{
+    At const place(BERLIN);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([i] {
+            for (std::int64_t day = i; day < 2000; day += 4) {
+                Types::DateRep const date = {day * 86'400'000'000};
+                Types::DateStruct const local = OsDateUtil::convertToDateStruct(date, Types::LOCAL);
+                EXPECT_EQ(toSeconds(local.tm.tm_year + 1900, local.tm.tm_mon + 1, local.tm.tm_mday,
+                                    local.tm.tm_hour, 0, 0, Types::LOCAL),
+                          day * 86'400);
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+}
+
+TEST(OsDateEx, anInvalidDateSaysSo)
+{
+    OsDateEx::ExInvalidDate const failure("a.cpp", 3);
+    EXPECT_STREQ(failure.getReason(), "Invalid date.");
+    EXPECT_STREQ(failure.what(), "Invalid date.");
+    EXPECT_STREQ(failure.getDetailedReason(), "a.cpp(3): Invalid date.");
+    auto const fail = [] { throw OsDateEx::ExInvalidDate("a.cpp", 3); };
+    EXPECT_THROW(fail(), std::invalid_argument);
+    EXPECT_THROW(fail(), OsDateEx);
+    EXPECT_THROW(fail(), ExBase);
+    ExBase * const clone = failure.clone();
+    EXPECT_STREQ(clone->getReason(), "Invalid date.");
+    delete clone;
+}
+
+} // namespace
+} // namespace Zv
