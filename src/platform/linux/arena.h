@@ -10,6 +10,10 @@
 #include <new>
 #include <sys/mman.h>
 
+/// There in programs that are searched for leaks.
+extern "C" void __lsan_register_root_region(void const *begin, std::size_t size)
+    __attribute__((weak));
+
 namespace ZvPlatform::Linux {
 
 /// `T` has a member `T *nextFree`. Used inside a `Service`.
@@ -84,6 +88,9 @@ private:
         if (_usable + STEP > RESERVED ||
             ::mprotect(reinterpret_cast<void *>(base + _usable), STEP, PROT_READ | PROT_WRITE) != 0)
             return false;
+        // What only a thread's slots or a handle lead to is no leak.
+        if (__lsan_register_root_region)
+            __lsan_register_root_region(reinterpret_cast<void *>(base + _usable), STEP);
         _usable += STEP;
         return true;
     }
