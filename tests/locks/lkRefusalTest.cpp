@@ -267,12 +267,15 @@ TEST_F(Refused, EventFails)
 TEST_F(Refused, PulseFails)
 {
     refuse("CreateEvent");
+    EXPECT_EQ(systemAssertionOf([] { LkPulse pulse("p", LkPulse::WAKE_ALL); }), "_event!= NULL");
+    refuse("CreateSemaphore");
     EXPECT_EQ(systemAssertionOf([] { LkPulse pulse("p", LkPulse::WAKE_ONE); }), "_event!= NULL");
-    EXPECT_EQ(systemAssertionOf([] {
-                  LkPulse pulse("p", LkPulse::WAKE_ONE);
-                  refuse("CloseHandle");
-              }),
-              "::CloseHandle( _event )");
+    for (auto const type : {LkPulse::WAKE_ONE, LkPulse::WAKE_ALL})
+        EXPECT_EQ(systemAssertionOf([type] {
+                      LkPulse pulse("p", type);
+                      refuse("CloseHandle");
+                  }),
+                  "::CloseHandle( _event )");
 }
 
 TEST_F(Refused, PulseWaitFailsAndTheGuardStillHasItsMutex)

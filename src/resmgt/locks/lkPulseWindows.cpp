@@ -14,6 +14,7 @@ using namespace ZvPlatform::Interlocked;
 
 namespace {
 
+constexpr LONG MAX_PULSES = 0x7fffffff;
 constexpr std::uint64_t ONE_SLEEPER = std::uint64_t{1} << 32;
 
 DWORD generationOf(std::uint64_t sleepers)
@@ -52,8 +53,9 @@ bool waitAndReacquire(LkMutex const &externalMutex, Wait wait)
 } // namespace
 
 LkPulseWindows::LkPulseWindows(char const *name, bool wakeAll)
-    : _event(::CreateEventA(NULL, TRUE, FALSE, NULL)),
-      _pulses(0),
+    // An event would wake all who wait for each of the pulses.
+    : _event(wakeAll ? ::CreateEventA(NULL, TRUE, FALSE, NULL)
+                     : ::CreateSemaphoreA(NULL, 0, MAX_PULSES, NULL)),
       _wakeAll(wakeAll),
       _name(name),
       _sleepers(0)
@@ -68,10 +70,12 @@ LkPulseWindows::~LkPulseWindows() noexcept(false)
 
 void LkPulseWindows::pulse() const
 {
-    _pulses++;
-    // Asked before the event is set: a thread that it wakes may destroy this object, unless somebody sleeps here.
+    // Asked before the pulse is sent: a thread that it wakes may destroy this object, unless somebody sleeps here.
     bool const hasSleepers = loadAcquire(_sleepers) >= ONE_SLEEPER;
-    ::SetEvent(_event);
+    if (_wakeAll)
+        ::SetEvent(_event);
+    else
+        ::ReleaseSemaphore(_event, 1, NULL);
     if (!hasSleepers)
         return;
 
@@ -102,22 +106,9 @@ bool LkPulseWindows::wait_internal(LkMutex const &externalMutex, DWORD milliseco
 
 bool LkPulseWindows::takePulse(DWORD milliseconds) const
 {
-    DWORD const start = ::timeGetTime();
-    for (;;) {
-        DWORD const ret = ::WaitForSingleObjectEx(_event, milliseconds, FALSE);
-        ZV_SYS_ASSERT(ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT);
-        if (ret == WAIT_TIMEOUT)
-            return false;
-        if (_wakeAll || _pulses-- > 0)
-            return true;
-
-        // Nothing was left. A pulse that came between the two counts has had its event reset: set it again.
-        ::ResetEvent(_event);
-        if (_pulses++ >= 0)
-            ::SetEvent(_event);
-        if (milliseconds != INFINITE && ::timeGetTime() - start > milliseconds)
-            return false;
-    }
+    DWORD const ret = ::WaitForSingleObjectEx(_event, milliseconds, FALSE);
+    ZV_SYS_ASSERT(ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT);
+    return ret == WAIT_OBJECT_0;
 }
 
 void LkPulseWindows::waitNext(LkMutex const &externalMutex) const

@@ -3,7 +3,6 @@
 
 #include "platform/types.h"
 #include "resmgt/export.h"
-#include "resmgt/locks/lkCounter.h"
 
 #include <cstdint>
 #include <iosfwd>
@@ -12,7 +11,7 @@ namespace Zv {
 
 class LkMutex;
 
-/// A wake-up over a manual-reset event. See LkPulse.
+/// A wake-up: over a semaphore where pulses count, over a manual-reset event where one latches. See LkPulse.
 class ZVRESMGT_EXPORT LkPulseWindows
 {
 public:
@@ -37,11 +36,10 @@ private:
     bool withdraw(std::uint32_t generation) const;
 
     ZvPlatform::Handle _event;
-    LkCounter<long> mutable _pulses;
     bool _wakeAll;
     char const *_name;
-    std::
-        uint64_t mutable _sleepers; // threads in waitNext, over the number of pulses that woke such
+    // Threads in waitNext, over the number of pulses that woke such.
+    std::uint64_t mutable _sleepers;
 };
 
 } // namespace Zv

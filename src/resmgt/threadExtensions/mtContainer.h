@@ -77,8 +77,8 @@ private:
     template <class Source>
     bool performTryProduce(Source &&element);
     template <class Source>
-    Observer *addNoLock(Source &&element) ZV_REQUIRES(_lock);
-    Element takeNoLock() ZV_REQUIRES(_lock);
+    Observer *addNoLock(Source &&element, bool &wakes) ZV_REQUIRES(_lock);
+    Element takeNoLock(bool &wakes) ZV_REQUIRES(_lock);
     bool waitNonEmptyNoLock(double seconds) ZV_REQUIRES(_lock);
 
     Adapter _container ZV_GUARDED_BY(_lock);

@@ -42,14 +42,17 @@ template <class Source>
 void MtContainer<Container, Adapter>::performProduce(Source &&element)
 {
     Observer *observer = nullptr;
+    bool wakes = false;
     {
         LkGuard<LkMutex const> guard(_lock);
         while (_container.size() >= _capacity) {
             ++_nbProducersToWake;
             _nonFull.wait(_lock);
         }
-        observer = addNoLock(std::forward<Source>(element));
+        observer = addNoLock(std::forward<Source>(element), wakes);
     }
+    if (wakes)
+        _nonEmpty.pulse();
     if (observer)
         observer->performProduced(*this, element);
 }
@@ -59,39 +62,43 @@ template <class Source>
 bool MtContainer<Container, Adapter>::performTryProduce(Source &&element)
 {
     Observer *observer = nullptr;
+    bool wakes = false;
     {
         LkGuard<LkMutex const> guard(_lock);
         if (_container.size() >= _capacity)
             return false;
-        observer = addNoLock(std::forward<Source>(element));
+        observer = addNoLock(std::forward<Source>(element), wakes);
     }
+    if (wakes)
+        _nonEmpty.pulse();
     if (observer)
         observer->performProduced(*this, element);
     return true;
 }
 
+// A pulse is sent when the lock is free: a thread that it wakes wants the lock, and where it comes to the processor at
+// once it would only go back to sleep for it.
+//
 // The observer stays for the container's life: once set, it may be called without the lock.
 template <class Container, class Adapter>
 template <class Source>
-auto MtContainer<Container, Adapter>::addNoLock(Source &&element) -> Observer *
+auto MtContainer<Container, Adapter>::addNoLock(Source &&element, bool &wakes) -> Observer *
 {
     _container.push(std::forward<Source>(element));
-    if (_nbConsumersToWake > 0) {
+    wakes = _nbConsumersToWake > 0;
+    if (wakes)
         --_nbConsumersToWake;
-        _nonEmpty.pulse();
-    }
     return _observer.isNull() ? nullptr : &*_observer;
 }
 
 template <class Container, class Adapter>
-auto MtContainer<Container, Adapter>::takeNoLock() -> Element
+auto MtContainer<Container, Adapter>::takeNoLock(bool &wakes) -> Element
 {
     Element element(std::move(_container.getNext()));
     _container.pop();
-    if (_nbProducersToWake > 0) {
+    wakes = _nbProducersToWake > 0;
+    if (wakes)
         --_nbProducersToWake;
-        _nonFull.pulse();
-    }
     return element;
 }
 
@@ -103,9 +110,12 @@ auto MtContainer<Container, Adapter>::consume() -> Element
         ++_nbConsumersToWake;
         _nonEmpty.wait(_lock);
     }
-    Element element(takeNoLock());
+    bool wakes = false;
+    Element element(takeNoLock(wakes));
     Observer * const observer = _observer.isNull() ? nullptr : &*_observer;
     guard.unlock();
+    if (wakes)
+        _nonFull.pulse();
     if (observer)
         observer->performConsumed(*this, element);
     return element;
@@ -140,13 +150,16 @@ template <class Container, class Adapter>
 bool MtContainer<Container, Adapter>::timedConsume(Element &element, double seconds)
 {
     Observer *observer = nullptr;
+    bool wakes = false;
     {
         LkGuard<LkMutex const> guard(_lock);
         if (!waitNonEmptyNoLock(seconds))
             return false;
-        element = takeNoLock();
+        element = takeNoLock(wakes);
         observer = _observer.isNull() ? nullptr : &*_observer;
     }
+    if (wakes)
+        _nonFull.pulse();
     if (observer)
         observer->performConsumed(*this, element);
     return true;
