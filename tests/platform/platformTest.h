@@ -38,9 +38,18 @@ private:
     HANDLE _handle = nullptr;
 };
 
-inline Owned mutex(char const *name = nullptr) { return Owned(CreateMutexA(nullptr, FALSE, name)); }
-inline Owned manualEvent(bool set = false) { return Owned(CreateEventA(nullptr, TRUE, set, nullptr)); }
-inline Owned autoEvent(bool set = false) { return Owned(CreateEventA(nullptr, FALSE, set, nullptr)); }
+inline Owned mutex(char const *name = nullptr)
+{
+    return Owned(CreateMutexA(nullptr, FALSE, name));
+}
+inline Owned manualEvent(bool set = false)
+{
+    return Owned(CreateEventA(nullptr, TRUE, set, nullptr));
+}
+inline Owned autoEvent(bool set = false)
+{
+    return Owned(CreateEventA(nullptr, FALSE, set, nullptr));
+}
 inline Owned semaphore(LONG count = 0, LONG maximum = 0x7FFFFFFF)
 {
     return Owned(CreateSemaphoreA(nullptr, count, maximum, nullptr));
@@ -54,10 +63,8 @@ class Runner
 {
 public:
     explicit Runner(std::function<DWORD()> body, SIZE_T stackSize = 0x10000)
-        : _body(std::move(body)),
-          _thread(CreateThread(nullptr, stackSize, run, this, 0, &_number))
-    {
-    }
+        : _body(std::move(body)), _thread(CreateThread(nullptr, stackSize, run, this, 0, &_number))
+    {}
     ~Runner() { join(); }
 
     Runner(Runner const &) = delete;

@@ -1,0 +1,124 @@
+#include "platform/platformTest.h"
+
+using namespace ZvTest;
+
+namespace {
+
+constexpr DWORD MOST = 1088;
+
+struct Slot
+{
+    Slot() { EXPECT_NE(index, TLS_OUT_OF_INDEXES); }
+    ~Slot() { EXPECT_TRUE(TlsFree(index)); }
+    Slot(Slot const &) = delete;
+    Slot &operator=(Slot const &) = delete;
+
+    DWORD index = TlsAlloc();
+};
+
+int values[2];
+
+} // namespace
+
+TEST(PlatformTls, ANewSlotIsEmptyAndKeepsWhatIsStored)
+{
+    Slot slot;
+    EXPECT_EQ(TlsGetValue(slot.index), nullptr);
+    EXPECT_SUCCEEDS(TlsSetValue(slot.index, &values[0]));
+    EXPECT_EQ(TlsGetValue(slot.index), &values[0]);
+    EXPECT_TRUE(TlsSetValue(slot.index, nullptr));
+    EXPECT_EQ(TlsGetValue(slot.index), nullptr);
+}
+
+TEST(PlatformTls, ReadingClearsTheLastError)
+{
+    // Null is a good value, so this is how a caller tells it from a failure.
+    Slot slot;
+    SetLastError(UNTOUCHED);
+    EXPECT_EQ(TlsGetValue(slot.index), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+}
+
+TEST(PlatformTls, EachThreadHasItsOwnValue)
+{
+    Slot slot;
+    EXPECT_TRUE(TlsSetValue(slot.index, &values[0]));
+    for (int round = 0; round < 3; ++round) {
+        Runner other([&] {
+            EXPECT_EQ(TlsGetValue(slot.index), nullptr);
+            EXPECT_TRUE(TlsSetValue(slot.index, &values[1]));
+            EXPECT_EQ(TlsGetValue(slot.index), &values[1]);
+            return 0;
+        });
+    }
+    EXPECT_EQ(TlsGetValue(slot.index), &values[0]);
+}
+
+TEST(PlatformTls, ASlotThatIsGivenOutAnewIsEmptyInEveryThread)
+{
+    DWORD index = TlsAlloc();
+    EXPECT_TRUE(TlsSetValue(index, &values[0]));
+    Owned const stored = manualEvent(), renewed = manualEvent();
+    Runner other([&] {
+        EXPECT_TRUE(TlsSetValue(index, &values[1]));
+        SetEvent(stored);
+        WaitForSingleObject(renewed, INFINITE);
+        EXPECT_EQ(TlsGetValue(index), nullptr);
+        return 0;
+    });
+    WaitForSingleObject(stored, INFINITE);
+    EXPECT_TRUE(TlsFree(index));
+    ASSERT_EQ(TlsAlloc(), index);
+    EXPECT_EQ(TlsGetValue(index), nullptr);
+    SetEvent(renewed);
+    other.join();
+    EXPECT_TRUE(TlsFree(index));
+}
+
+TEST(PlatformTls, SlotsRunOutInTheEnd)
+{
+    std::vector<DWORD> slots;
+    SetLastError(UNTOUCHED);
+    for (;;) {
+        DWORD const index = TlsAlloc();
+        if (index == TLS_OUT_OF_INDEXES)
+            break;
+        slots.push_back(index);
+        ASSERT_LE(slots.size(), MOST);
+        EXPECT_TRUE(TlsSetValue(index, &slots));
+    }
+    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_GE(slots.size(), TLS_MINIMUM_AVAILABLE);
+    Runner other([&] {
+        for (DWORD index : slots) {
+            EXPECT_EQ(TlsGetValue(index), nullptr);
+            EXPECT_TRUE(TlsSetValue(index, &index));
+        }
+        return 0;
+    });
+    other.join();
+    // Threads that come after another one find nothing of it.
+    Runner next([&] {
+        for (DWORD index : slots)
+            EXPECT_EQ(TlsGetValue(index), nullptr);
+        return 0;
+    });
+    next.join();
+    for (DWORD index : slots) {
+        EXPECT_EQ(TlsGetValue(index), &slots);
+        EXPECT_TRUE(TlsFree(index));
+    }
+    Slot again;
+}
+
+TEST(PlatformTls, WrongIndexesFail)
+{
+    for (DWORD bad : {MOST, MOST + 1, TLS_OUT_OF_INDEXES}) {
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, TlsGetValue(bad));
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, TlsSetValue(bad, &values[0]));
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, TlsFree(bad));
+    }
+    DWORD const index = TlsAlloc();
+    EXPECT_TRUE(TlsFree(index));
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, TlsFree(index));
+}
