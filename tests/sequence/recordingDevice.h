@@ -144,11 +144,13 @@ public:
     {
         Zv::ObjPtr<Zv::DevANO> const ano = devices.at(name)->takeRecover();
         ano->performExecute();
+        deliverReports();
     }
     void abort(std::string const &name)
     {
         Zv::ObjPtr<Zv::DevANO> const ano = devices.at(name)->takeAbort();
         ano->performExecute();
+        deliverReports();
     }
     void deliverReports()
     {
