@@ -64,9 +64,8 @@ void remove(Bucket &bucket, Waiter &waiter)
 void wake(void *address, bool all)
 {
     Bucket &bucket = bucketOf(address);
-    // Orders the caller's change before the look at the waiters: who comes later sees the change.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (bucket.waiters.load(std::memory_order_seq_cst) == 0)
+    // A look that writes: who counts himself in later has it before him, and with it the caller's change.
+    if (bucket.waiters.fetch_add(0, std::memory_order_acq_rel) == 0)
         return;
     Service service;
     WakeList wakes;
@@ -102,8 +101,7 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
     Waiter &me = service.thread().waiter;
     {
         Locked locked(bucket.lock);
-        bucket.waiters.fetch_add(1, std::memory_order_seq_cst);
-        std::atomic_thread_fence(std::memory_order_seq_cst);
+        bucket.waiters.fetch_add(1, std::memory_order_acq_rel);
         if (!equal(address, compare, size)) {
             bucket.waiters.fetch_sub(1, std::memory_order_relaxed);
             return TRUE;
