@@ -75,14 +75,29 @@ bool isSameTime(std::tm const &left, std::tm const &right)
            left.tm_min == right.tm_min && left.tm_sec == right.tm_sec;
 }
 
+/// Whether the place's clock shows `wanted` at that moment.
+bool isShownAt(std::int64_t seconds, std::tm const &wanted)
+{
+    std::tm shown = {};
+    return toLocal(seconds, shown) && isSameTime(shown, wanted);
+}
+
 /// False for an hour that the place's clock skips: the system would move it.
 bool fromLocal(std::tm const &wanted, std::int64_t &seconds)
 {
     std::tm tm = wanted;
     tm.tm_isdst = -1;
     seconds = std::mktime(&tm);
-    std::tm back = {};
-    return toLocal(seconds, back) && isSameTime(back, wanted);
+    if (!isShownAt(seconds, wanted))
+        return false;
+    // Of an hour that the clock repeats the system picks one by what it was asked before.
+    for (std::int64_t const shift : {1800, 3600, 7200}) {
+        if (isShownAt(seconds - shift, wanted)) {
+            seconds -= shift;
+            break;
+        }
+    }
+    return true;
 }
 
 void nameZone(OsDateTypes::DateStruct &date, OsDateTypes::TimeMode mode)

@@ -17,7 +17,8 @@ thread_local long nbAllocations = 0;
 
 } // namespace
 
-void *operator new(std::size_t size)
+// Not inline: the compiler would see that the one is not made for the other.
+[[gnu::noinline]] void *operator new(std::size_t size)
 {
     ++nbAllocations;
     if (void * const memory = std::malloc(size ? size : 1))
@@ -25,12 +26,12 @@ void *operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
-void operator delete(void *memory) noexcept
+[[gnu::noinline]] void operator delete(void *memory) noexcept
 {
     std::free(memory);
 }
 
-void operator delete(void *memory, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void *memory, std::size_t) noexcept
 {
     std::free(memory);
 }

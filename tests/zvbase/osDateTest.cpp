@@ -154,6 +154,18 @@ TEST(OsDate, refusesTheHourThatThePlacesClockSkips)
     EXPECT_TRUE(isDate(2006, 10, 29, 2, 30, 0, Types::LOCAL)) << "this one comes twice";
 }
 
+TEST(OsDate, ofAnHourThatThePlacesClockRepeatsTheFirstIsMeant)
+{
+    At const place(BERLIN);
+    std::int64_t const first = toSeconds(2006, 10, 29, 0, 30, 0);
+    toSeconds(2006, 1, 1, 12, 0, 0, Types::LOCAL);
+    EXPECT_EQ(toSeconds(2006, 10, 29, 2, 30, 0, Types::LOCAL), first);
+    toSeconds(2006, 7, 1, 12, 0, 0, Types::LOCAL);
+    EXPECT_EQ(toSeconds(2006, 10, 29, 2, 30, 0, Types::LOCAL), first);
+    At const other("LHST-10:30LHDT-11,M10.1.0,M4.1.0"); // half an hour
+    EXPECT_EQ(toSeconds(2006, 4, 2, 1, 45, 0, Types::LOCAL), toSeconds(2006, 4, 1, 14, 45, 0));
+}
+
 TEST(OsDate, millisecondsBefore1970AreCutDownwards)
 {
     Types::DateStruct const date = OsDateUtil::convertToDateStruct({-1}, Types::UNIVERSAL);
