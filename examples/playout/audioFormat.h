@@ -1,0 +1,32 @@
+// What a recording is like.
+#pragma once
+
+#include <sndfile.h>
+
+#include <cstdint>
+
+struct AudioFormat
+{
+    int channels = 0;
+    int rate = 0;            // frames per second
+    int encoding = 0;        // of the file that it comes from: a subtype of libsndfile
+    std::int64_t frames = 0; // 0 where nobody knows
+
+    /// Bits of a sample where the encoding is PCM; 0 for all others.
+    static int getPcmBits(int encoding)
+    {
+        switch (encoding) {
+        case SF_FORMAT_PCM_S8:
+        case SF_FORMAT_PCM_U8:
+            return 8;
+        case SF_FORMAT_PCM_16:
+            return 16;
+        case SF_FORMAT_PCM_24:
+            return 24;
+        case SF_FORMAT_PCM_32:
+            return 32;
+        default:
+            return 0;
+        }
+    }
+};

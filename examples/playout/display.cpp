@@ -1,0 +1,86 @@
+#include "display.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <iostream>
+
+namespace {
+
+constexpr int BAR_WIDTH = 40;
+constexpr double UNKNOWN_LENGTH_STEP = 10; // seconds a line
+
+} // namespace
+
+std::string format(char const *text, ...)
+{
+    char buffer[512];
+    va_list arguments;
+    va_start(arguments, text);
+    std::vsnprintf(buffer, sizeof buffer, text, arguments);
+    va_end(arguments);
+    return buffer;
+}
+
+bool Display::isTerminal()
+{
+    return ::isatty(STDOUT_FILENO);
+}
+
+void Display::line(std::string const &text)
+{
+    if (std::exchange(_isBarShown, false))
+        std::cout << "\r\033[K";
+    std::cout << text << std::endl;
+}
+
+std::string Display::toDecibels(double level)
+{
+    return level > 0 ? format("%.1f dB", 20 * std::log10(level)) : "-inf dB";
+}
+
+void Display::progress(double position, double peak)
+{
+    std::string const figures = format("%8.2f s", position) +
+                                (peak < 0 ? "" : format("   peak %s", toDecibels(peak).c_str()));
+    double const share = _length > 0 ? std::min(position / _length, 1.0) : 0;
+    int const percent = static_cast<int>(share * 100);
+    if (_isTerminal) {
+        auto const filled = static_cast<std::size_t>(share * BAR_WIDTH);
+        std::cout << "\r\033[K  [" << std::string(filled, '#')
+                  << std::string(BAR_WIDTH - filled, '.') << "] " << format("%3d %%", percent)
+                  << figures << std::flush;
+        _isBarShown = true;
+        return;
+    }
+    int const tenth = static_cast<int>(_length > 0 ? share * 10 : position / UNKNOWN_LENGTH_STEP);
+    if (tenth < _nextTenth)
+        return;
+    _nextTenth = tenth + 1;
+    line(_length > 0 ? format("  %3d %%", tenth * 10) + figures : "       " + figures);
+}
+
+void Display::endProgress()
+{
+    if (std::exchange(_isBarShown, false))
+        std::cout << std::endl;
+}
+
+void Display::statistics(std::string const &name, PlayoutDevice::Statistics const *figures,
+                         double startedAt, double stoppedAt)
+{
+    if (!figures) {
+        line(format("  %-10s %8s %17s %17s %17s", name.c_str(), "blocks", "longest wait",
+                    "START to lock", "STOP to final"));
+        return;
+    }
+    auto const lapse = [](double from, double to) {
+        return from > 0 && to >= from ? format("%.3f ms", (to - from) * 1000) : std::string("-");
+    };
+    line(format("  %-10s %8ld %14.3f ms %17s %17s", name.c_str(), figures->blocks,
+                figures->longestWait * 1000, lapse(startedAt, figures->lockedAt).c_str(),
+                lapse(stoppedAt, figures->endedAt).c_str()));
+}

@@ -1,0 +1,40 @@
+// What the user sees.
+#pragma once
+
+#include "playoutDevice.h"
+
+#include <string>
+
+/// Writes to the standard output: lines, and below them a progress bar where that is a terminal; elsewhere the progress
+/// is lines, too, one for each tenth.
+class Display
+{
+public:
+    /// `length` in seconds, 0 where it is not known.
+    void setLength(double length) { _length = length; }
+    /// How often progress is worth showing, in seconds.
+    double getInterval() const { return _isTerminal ? 0.04 : 0.001; }
+
+    void line(std::string const &text);
+    /// `position` in seconds, `peak` in full scale 1.0, negative where nobody measures it.
+    void progress(double position, double peak);
+    /// The bar stays as it is.
+    void endProgress();
+    /// `name`, and the figures of a device; null for the head of the table. `startedAt` and `stoppedAt` are moments, 0
+    /// for never.
+    void statistics(std::string const &name, PlayoutDevice::Statistics const *figures,
+                    double startedAt, double stoppedAt);
+
+    static std::string toDecibels(double level);
+
+private:
+    bool const _isTerminal = isTerminal();
+    bool _isBarShown = false;
+    double _length = 0;
+    int _nextTenth = 1;
+
+    static bool isTerminal();
+};
+
+/// As `printf` writes it.
+[[gnu::format(printf, 1, 2)]] std::string format(char const *text, ...);

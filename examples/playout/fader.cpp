@@ -1,0 +1,46 @@
+#include "fader.h"
+
+#include "playoutEx.h"
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Zv;
+
+Fader::Fader(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDevice(name, job)
+{
+    addIn("What is faded");
+    addOut("The same at another level", [this] {
+        // Connected from the player on, so that each device knows the format when it is its turn.
+        if (!getIn().isConnected())
+            ZV_THROW(PlayoutEx::NotConnected, "fader", "in");
+        return getIn().getFormat();
+    });
+    _shownPeak = makeShd<Reading>("peak", "The largest sample so far, after the gain", getFifo());
+    ObjPtr<DevMDStdPropertySetBuilder> const builder(getPropertySetBuilder());
+    builder->pushSet("levels", "How loud it is");
+    builder->addProperty(makeShd<DevMDStdProperty<double>>(
+        "gain", "The factor on every sample",
+        DevMDPropertyAny::READABLE | DevMDPropertyAny::WRITABLE,
+        makePropertyANOFactory<double>([this](double gain) { _gain = gain; },
+                                       [this](double &gain) { gain = _gain; }),
+        getFifo()));
+    builder->addProperty(_shownPeak);
+}
+
+Fader::~Fader() = default;
+
+void Fader::performTake(RCShdPtr<AudioBlock> const &block)
+{
+    for (double &sample : block->samples) {
+        sample *= _gain;
+        _peak = std::max(_peak, std::abs(sample));
+    }
+    send(block);
+    _shownPeak->show(_peak);
+}
+
+void Fader::performTakeEnd()
+{
+    sendEnd();
+}

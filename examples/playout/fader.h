@@ -1,0 +1,24 @@
+// The device in between.
+#pragma once
+
+#include "playoutDevice.h"
+#include "reading.h"
+
+/// Passes on what comes in at `in`, multiplied, to what is connected to `out`. Properties: `levels:gain`, a factor, and
+/// `levels:peak`, the largest sample so far, after the gain, in full scale 1.0.
+class Fader : public PlayoutDevice
+{
+public:
+    Fader(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
+
+protected:
+    ~Fader() override;
+
+    void performTake(Zv::RCShdPtr<AudioBlock> const &block) override;
+    void performTakeEnd() override;
+
+private:
+    double _gain = 1;
+    double _peak = 0;
+    Zv::RCShdPtr<Reading> _shownPeak;
+};

@@ -1,0 +1,114 @@
+#include "options.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace {
+
+constexpr int MAX_BLOCK_FRAMES = 1 << 20;
+
+double takeNumber(std::string const &option, std::string const &text)
+{
+    if (auto const number = parseNumber(text))
+        return *number;
+    throw Options::Error(option + " takes a number, not \"" + text + "\"");
+}
+
+int takeBlockFrames(std::string const &option, std::string const &text)
+{
+    double const frames = takeNumber(option, text);
+    if (frames < 1 || frames > MAX_BLOCK_FRAMES || frames != std::floor(frames))
+        throw Options::Error(option + " takes a whole number from 1 to " +
+                             std::to_string(MAX_BLOCK_FRAMES) + ", not \"" + text + "\"");
+    return static_cast<int>(frames);
+}
+
+} // namespace
+
+std::optional<double> parseNumber(std::string const &text)
+{
+    double number = 0;
+    auto const end = text.data() + text.size();
+    auto const [last, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || last != end || !std::isfinite(number))
+        return std::nullopt;
+    return number;
+}
+
+Options Options::parse(int argc, char const * const *argv)
+{
+    Options options;
+    std::vector<std::string> files;
+    bool isOption = true;
+    for (int i = 1; i < argc; ++i) {
+        std::string name = argv[i];
+        if (!isOption || name.size() < 2 || name[0] != '-') {
+            files.push_back(name);
+            continue;
+        }
+        if (name == "--") {
+            isOption = false;
+            continue;
+        }
+        if (name == "--help" || name == "-h") {
+            options.help = true;
+            return options;
+        }
+        std::optional<std::string> attached;
+        if (auto const equals = name.find('='); equals != name.npos) {
+            attached = name.substr(equals + 1);
+            name.resize(equals);
+        }
+        auto const value = [&]() -> std::string {
+            if (attached)
+                return *attached;
+            if (++i >= argc)
+                throw Error(name + " takes a value");
+            return argv[i];
+        };
+        if (name == "--gain")
+            options.gain = takeNumber(name, value());
+        else if (name == "--sequence")
+            options.sequence = value();
+        else if (name == "--stream")
+            options.streams.push_back(value());
+        else if (name == "--property")
+            options.properties.push_back(value());
+        else if (name == "--trace")
+            options.trace = value();
+        else if (name == "--block")
+            options.blockFrames = takeBlockFrames(name, value());
+        else
+            throw Error("unknown option " + name);
+    }
+    if (files.size() != 2)
+        throw Error("an INPUT and an OUTPUT are needed");
+    options.input = files[0];
+    options.output = files[1];
+    if (options.streams.empty())
+        options.streams = {"player:out push fader:in", "fader:out push recorder:in"};
+    return options;
+}
+
+char const *Options::getHelp()
+{
+    return R"help(usage: zvplayout [options] INPUT OUTPUT
+
+Plays a sound file through a tree of three devices into another one: `player` reads it, `fader` applies a gain and
+measures the peak, `recorder` writes it. OUTPUT's extension chooses its kind: .wav, .aiff, .flac or .ogg.
+
+  --gain X            the factor on every sample, in place of 1
+  --sequence STRING   the tree, in place of "( recorder ( fader ( player ) ) )" --stream STRING a
+        connection;
+    given once or more often,
+        in place of "player:out push fader:in" and "fader:out push recorder:in",
+        source before sink-- property STRING a property and its value,
+        such as "fader:levels:gain=0.5"; may be given more often
+  --block FRAMES      frames in a block, in place of 1024
+  --trace FILE        keep what the library and the devices trace
+  --help              this text
+
+Exit status: 0 when the recording has gone through, 1 for a failure, 2 for a wrong command line, and 128 with the
+signal's number added when a signal has stopped it. OUTPUT appears only when it is complete.
+)help";
+}

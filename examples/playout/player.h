@@ -1,0 +1,34 @@
+// The device that reads.
+#pragma once
+
+#include "audioReader.h"
+#include "playoutDevice.h"
+#include "reading.h"
+
+#include <memory>
+
+/// Reads the recording and pushes it, block by block, into what is connected to `out`, as fast as that takes it: from
+/// the moment that it has locked to the end of the file. Properties: `transport:position` and `transport:length`, in
+/// seconds; a length of 0 is not known.
+class Player : public PlayoutDevice
+{
+public:
+    Player(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
+
+    /// Opens the file. Throws `PlayoutEx::Input`.
+    void performOpen() override;
+
+protected:
+    ~Player() override;
+
+    void performLock() override;
+    bool performWork() override;
+    void performEnd() override;
+
+private:
+    std::unique_ptr<AudioReader> _reader;
+    Zv::RCShdPtr<Reading> _position;
+    Zv::RCShdPtr<Reading> _length;
+    bool _isPlaying = false;
+    std::int64_t _framesSent = 0;
+};

@@ -1,0 +1,68 @@
+// Failures of the playout: a family of its own beside those of the library.
+#pragma once
+
+#include <zvbase/zvbase.h>
+
+#include <stdexcept>
+
+/// Caught as `Zv::ExBase`, like every failure of the library, and as `std::runtime_error`.
+class PlayoutEx : public Zv::ExBase
+{
+public:
+    class Input;
+    class Output;
+    class NotConnected;
+    class NotStarted;
+    class NeighbourFailed;
+    class Client;
+
+    using ExBase::ExBase;
+};
+
+/// "cannot read in.wav: No such file or directory"
+class PlayoutEx::Input : public std::runtime_error, public PlayoutEx
+{
+public:
+    Input(char const *file, int line, char const *path, char const *reason);
+    ZV_EXCEPTION_MEMBERS(Input)
+};
+
+/// "cannot write out.wav: No space left on device"
+class PlayoutEx::Output : public std::runtime_error, public PlayoutEx
+{
+public:
+    Output(char const *file, int line, char const *path, char const *reason);
+    ZV_EXCEPTION_MEMBERS(Output)
+};
+
+/// "player:out is not connected"
+class PlayoutEx::NotConnected : public std::runtime_error, public PlayoutEx
+{
+public:
+    NotConnected(char const *file, int line, char const *device, char const *stream);
+    ZV_EXCEPTION_MEMBERS(NotConnected)
+};
+
+/// "fader was pushed into, but not started: it is not in the sequence"
+class PlayoutEx::NotStarted : public std::runtime_error, public PlayoutEx
+{
+public:
+    NotStarted(char const *file, int line, char const *device);
+    ZV_EXCEPTION_MEMBERS(NotStarted)
+};
+
+/// "fader gave up: a device at its streams has failed"
+class PlayoutEx::NeighbourFailed : public std::runtime_error, public PlayoutEx
+{
+public:
+    NeighbourFailed(char const *file, int line, char const *device);
+    ZV_EXCEPTION_MEMBERS(NeighbourFailed)
+};
+
+/// What the client itself finds wrong: the text.
+class PlayoutEx::Client : public std::runtime_error, public PlayoutEx
+{
+public:
+    Client(char const *file, int line, char const *text);
+    ZV_EXCEPTION_MEMBERS(Client)
+};

@@ -1,0 +1,53 @@
+#include "playoutJob.h"
+
+using namespace Zv;
+
+PlayoutJob::PlayoutJob(std::string inputPath, std::string outputPath, int framesPerBlock)
+    : input(std::move(inputPath)), output(std::move(outputPath)), blockFrames(framesPerBlock)
+{}
+
+void PlayoutJob::complete()
+{
+    {
+        LkGuard<LkLock const> const guard(_lock);
+        _isComplete = !_hasFailed;
+    }
+    wake();
+}
+
+void PlayoutJob::fail(char const *reason)
+{
+    {
+        LkGuard<LkLock const> const guard(_lock);
+        if (_isComplete || _hasFailed)
+            return;
+        _hasFailed = true;
+        _failure = reason;
+    }
+    wake();
+}
+
+bool PlayoutJob::isComplete() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return _isComplete;
+}
+
+bool PlayoutJob::hasFailed() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return _hasFailed;
+}
+
+std::string PlayoutJob::getFailure() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return _failure;
+}
+
+void PlayoutJob::wait(double seconds)
+{
+    // What wakes from here on is seen by the next call.
+    if (_changed.timedWait(seconds))
+        _changed.reset();
+}

@@ -1,0 +1,38 @@
+// What the client and its devices share: the files, and how the recording went.
+#pragma once
+
+#include <resmgt/deviceManager.h>
+#include <resmgt/locks.h>
+
+#include <string>
+
+/// One recording on its way. Any thread may call anything; nothing blocks but `wait`.
+class PlayoutJob : public Zv::RCBase<Zv::LkCounter<long>>
+{
+public:
+    PlayoutJob(std::string inputPath, std::string outputPath, int framesPerBlock);
+
+    std::string const input;
+    std::string const output;
+    int const blockFrames;
+
+    /// The recording has gone through. Comes too late after a failure.
+    void complete();
+    /// A device has failed. The first reason stays; none comes after the completion.
+    void fail(char const *reason);
+    bool isComplete() const;
+    bool hasFailed() const;
+    std::string getFailure() const;
+
+    /// Something has changed: wakes the client.
+    void wake() { _changed.set(); }
+    /// For the client: returns after `wake`, or after that many seconds.
+    void wait(double seconds);
+
+private:
+    Zv::LkLock mutable _lock{"PlayoutJob"};
+    Zv::LkEvent _changed{"PlayoutJob", false};
+    bool _isComplete = false;
+    bool _hasFailed = false;
+    std::string _failure;
+};

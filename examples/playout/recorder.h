@@ -1,0 +1,26 @@
+// The device that writes.
+#pragma once
+
+#include "audioWriter.h"
+#include "playoutDevice.h"
+
+#include <memory>
+
+/// Writes what comes in at `in` to the output file, from START on, when the format is known. When everything has come
+/// in it puts the file in its place and tells the client; a recorder that is stopped before that leaves no file.
+class Recorder : public PlayoutDevice
+{
+public:
+    Recorder(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
+
+protected:
+    ~Recorder() override;
+
+    void performBegin() override;
+    void performTake(Zv::RCShdPtr<AudioBlock> const &block) override;
+    void performTakeEnd() override;
+    void performEnd() override;
+
+private:
+    std::unique_ptr<AudioWriter> _writer;
+};
