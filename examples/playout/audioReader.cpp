@@ -3,6 +3,8 @@
 #include "playoutEx.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
@@ -14,6 +16,11 @@ AudioReader::AudioReader(std::string const &path) : _path(path), _file(nullptr, 
     int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0)
         ZV_THROW(PlayoutEx::Input, path.c_str(), std::strerror(errno));
+    struct stat status = {};
+    if (::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
+        ::close(descriptor);
+        ZV_THROW(PlayoutEx::Input, path.c_str(), std::strerror(EISDIR));
+    }
     SF_INFO info = {};
     _file.reset(sf_open_fd(descriptor, SFM_READ, &info, SF_TRUE));
     if (!_file)

@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <initializer_list>
 #include <limits>
+#include <set>
+#include <stdexcept>
 
 using namespace Zv;
 
@@ -56,6 +58,19 @@ std::string toTree(Vector<Vector<LiString>> const &edges, LiString const &parent
     return text.empty() ? text : "( " + text + ") ";
 }
 
+/// What `configure` takes for a programmer's mistake may be a user's here.
+void checkEdges(Vector<Vector<LiString>> const &edges)
+{
+    std::set<std::string> names;
+    for (auto const &edge : edges) {
+        std::string const name = edge[1].getChars();
+        if (edge[0].isEmpty() && !names.empty())
+            throw std::invalid_argument(name + " stands behind the root's group");
+        if (!names.insert(name).second)
+            throw std::invalid_argument(name + " stands in it twice");
+    }
+}
+
 /// Sets a property that holds a `T` from a text; false for another one.
 template <class T>
 bool setNumber(RCShdPtr<DevMDPropertyAny> const &any, std::string const &text)
@@ -69,7 +84,7 @@ bool setNumber(RCShdPtr<DevMDPropertyAny> const &any, std::string const &text)
         value = static_cast<T>(std::clamp(*number, double(std::numeric_limits<T>::lowest()),
                                           double(std::numeric_limits<T>::max())));
     if (!number || static_cast<double>(value) != *number)
-        ZV_THROW(PlayoutEx::Client, ("\"" + text + "\" is no value for it").c_str());
+        throw std::invalid_argument("\"" + text + "\" is no value for it");
     property->set(value);
     return true;
 }
@@ -148,12 +163,14 @@ void Client::configure()
 
     inContext("sequence \"" + _options.sequence + "\"", [&] {
         auto const edges = _sequence->parseConfig(_options.sequence.c_str());
+        checkEdges(edges);
         _sequence->configure(_options.sequence.c_str());
         for (auto const &edge : edges) {
             auto const device = rcDynamicCast<PlayoutDevice>(_manager->getPrtcl(edge[1]));
             _devices.emplace_back(edge[1].getChars(), device);
         }
-        _display.line(toTree(edges, LiString()));
+        std::string const tree = toTree(edges, LiString());
+        _display.line(tree.substr(0, tree.size() - 1));
     });
     for (char const * const needed : {"player", "recorder"})
         if (!isInSequence(needed))
@@ -234,35 +251,46 @@ void Client::play()
                 failedAt = now();
             tellFailure(failedAt);
         } else if ((_job->isComplete() || Signals::getCaught()) && !_stoppedAt && isRootRunning()) {
+            if (_job->isComplete())
+                showProgress(true);
+            _display.endProgress();
             movedAt = _stoppedAt = now();
             _sequence->stop();
             continue;
         }
-        showProgress(false);
-        if (now() - movedAt < CLOSE_LOOK && !haveAll("lock"))
+        bool const isPlaying = haveAll("lock") && !_stoppedAt;
+        if (!isPlaying && now() - movedAt < CLOSE_LOOK) {
             Sleeper::getInstance().sleep(0);
-        else
-            _job->wait(haveAll("lock") && !_stoppedAt ? SIGNAL_INTERVAL : POLL_INTERVAL);
+            continue;
+        }
+        showMoves();
+        if (isPlaying)
+            showProgress(false);
+        _job->wait(isPlaying ? SIGNAL_INTERVAL : POLL_INTERVAL);
     }
+    showMoves();
     if (haveAll("final"))
         _sequence->wait();
-    if (_job->isComplete())
-        showProgress(true);
-    _display.endProgress();
 }
 
 void Client::pollStates()
 {
     for (auto const &[name, device] : _devices) {
         std::string const state = _sequence->getState(name.c_str()).getChars();
-        std::string &shown = _states[name];
-        if (state == shown)
+        std::string &known = _states[name];
+        if (state == known)
             continue;
-        if (!shown.empty())
-            _display.line(format("  %8.3f ms  %-10s %s -> %s", (now() - _startedAt) * 1000,
-                                 name.c_str(), shown.c_str(), state.c_str()));
-        shown = state;
+        if (!known.empty())
+            _moves.push_back(format("  %8.3f ms  %-10s %s -> %s", (now() - _startedAt) * 1000,
+                                    name.c_str(), known.c_str(), state.c_str()));
+        known = state;
     }
+}
+
+void Client::showMoves()
+{
+    for (auto const &move : std::exchange(_moves, {}))
+        _display.line(move);
 }
 
 bool Client::haveAll(char const *state) const

@@ -36,6 +36,7 @@ private:
     void observe();
     void play();
     void pollStates();
+    void showMoves();
     bool haveAll(char const *state) const;
     bool hasEnded() const;
     bool isRootRunning() const;
@@ -60,6 +61,7 @@ private:
     Zv::RCShdPtr<Observer> _observer;
 
     std::map<std::string, std::string> _states; // by device
+    std::vector<std::string> _moves;            // that were seen and not shown yet
     double _startedAt = 0;                      // moments of the monotonic clock
     double _stoppedAt = 0;
     double _shownAt = 0;

@@ -1,5 +1,7 @@
 #include "fifoClock.h"
 
+#include <zvbase/zvbase.h>
+
 #include <algorithm>
 
 using namespace Zv;

@@ -98,12 +98,10 @@ Plays a sound file through a tree of three devices into another one: `player` re
 measures the peak, `recorder` writes it. OUTPUT's extension chooses its kind: .wav, .aiff, .flac or .ogg.
 
   --gain X            the factor on every sample, in place of 1
-  --sequence STRING   the tree, in place of "( recorder ( fader ( player ) ) )" --stream STRING a
-        connection;
-    given once or more often,
-        in place of "player:out push fader:in" and "fader:out push recorder:in",
-        source before sink-- property STRING a property and its value,
-        such as "fader:levels:gain=0.5"; may be given more often
+  --sequence STRING   the tree, in place of "( recorder ( fader ( player ) ) )"
+  --stream STRING     a connection; given once or more often, in place of
+                      "player:out push fader:in" and "fader:out push recorder:in", source before sink
+  --property STRING   a property and its value, such as "fader:levels:gain=0.5"; may be given more often
   --block FRAMES      frames in a block, in place of 1024
   --trace FILE        keep what the library and the devices trace
   --help              this text

@@ -188,7 +188,7 @@ bool PlayoutDevice::start(ObjPtr<DevANO> abort)
 {
     ZV_TRACE(traceLevel, _name << " starts");
     if (_hasFailed) { // with a neighbour that was faster
-        abort->notify();
+        abort->performExecute();
         return false;
     }
     _abort = abort;
@@ -278,10 +278,10 @@ void PlayoutDevice::fail(char const *reason)
     _hasFailed = true;
     _job->fail(reason);
     performEnd();
-
-    // sequence, whose holder may be waiting to get a request into this device's FIFO.
+    // Executed on this thread, the notification only queues ABORT for the manager's: the lock of the sequence is not
+    // taken here, whose holder may be waiting to get a request into this device's FIFO.
     if (_abort)
-        _abort->notify();
+        _abort->performExecute();
     if (!_in.isNull())
         _in->breakUp();
     if (!_out.isNull() && _out->isConnected())
