@@ -1,0 +1,176 @@
+#include "playoutTest.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <utility>
+
+namespace ZvTest {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr unsigned PATIENCE = 300; // seconds, until a process counts as hanging
+
+/// False at the end.
+bool readOn(int descriptor, std::string &text)
+{
+    char buffer[4096];
+    auto const count = descriptor < 0 ? 0 : ::read(descriptor, buffer, sizeof buffer);
+    if (count > 0)
+        text.append(buffer, static_cast<std::size_t>(count));
+    return count > 0;
+}
+
+} // namespace
+
+Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroundings)
+{
+    int out[2] = {-1, -1};
+    int error[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
+    EXPECT_EQ(::pipe2(error, O_CLOEXEC), 0);
+    ::fcntl(error[1], F_SETPIPE_SZ, 1 << 20); // it is read in the end
+    std::vector<char const *> argv{ZVPLAYOUT};
+    for (auto const &argument : arguments)
+        argv.push_back(argument.c_str());
+    argv.push_back(nullptr);
+    if (surroundings.closedOutput)
+        ::close(std::exchange(out[0], -1));
+
+    _process = ::fork();
+    if (_process == 0) {
+        ::dup2(out[1], STDOUT_FILENO);
+        ::dup2(error[1], STDERR_FILENO);
+        for (int const number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ})
+            ::signal(number, SIG_DFL); // whatever the tests run under
+        if (surroundings.largestFile) {
+            rlimit const limit{*surroundings.largestFile, *surroundings.largestFile};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+        }
+        ::alarm(PATIENCE);
+        ::execv(argv[0], const_cast<char * const *>(argv.data()));
+        ::_exit(127);
+    }
+    ::close(out[1]);
+    ::close(error[1]);
+    _out = out[0];
+    _error = error[0];
+}
+
+Playout::~Playout()
+{
+    if (_process > 0) {
+        ::kill(_process, SIGKILL);
+        ::waitpid(_process, nullptr, 0);
+    }
+    for (int const descriptor : {_out, _error})
+        if (descriptor >= 0)
+            ::close(descriptor);
+}
+
+bool Playout::waitFor(std::string const &text)
+{
+    while (_text.find(text) == _text.npos)
+        if (!readOn(_out, _text))
+            return false;
+    return true;
+}
+
+void Playout::signal(int number)
+{
+    ASSERT_EQ(::kill(_process, number), 0);
+}
+
+Outcome Playout::finish()
+{
+    Outcome outcome;
+    while (readOn(_out, _text)) {
+    }
+    while (readOn(_error, outcome.err)) {
+    }
+    int status = 0;
+    ::waitpid(std::exchange(_process, -1), &status, 0);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    outcome.out = _text;
+    return outcome;
+}
+
+PlayoutTest::PlayoutTest()
+{
+    char folder[] = "/tmp/zvplayoutXXXXXX";
+    EXPECT_NE(::mkdtemp(folder), nullptr);
+    _folder = folder;
+}
+
+PlayoutTest::~PlayoutTest()
+{
+    fs::remove_all(_folder);
+}
+
+std::set<std::string> PlayoutTest::files() const
+{
+    std::set<std::string> names;
+    for (auto const &entry : fs::directory_iterator(_folder))
+        names.insert(entry.path().filename());
+    return names;
+}
+
+void PlayoutTest::write(std::string const &name, Sound const &sound) const
+{
+    SF_INFO info = {};
+    info.format = sound.format;
+    info.channels = sound.channels;
+    info.samplerate = sound.rate;
+    SNDFILE * const file = sf_open(path(name).c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    auto const count = static_cast<sf_count_t>(sound.samples.size());
+    EXPECT_EQ(sf_write_int(file, sound.samples.data(), count), count);
+    EXPECT_EQ(sf_close(file), 0);
+}
+
+Sound PlayoutTest::make(std::string const &name, int format, int channels, int rate,
+                        sf_count_t frames) const
+{
+    Sound sound{format, channels, rate, {}};
+    sound.samples.resize(static_cast<std::size_t>(frames) * static_cast<std::size_t>(channels));
+    std::mt19937 random(static_cast<unsigned>(frames + channels));
+    std::generate(sound.samples.begin(), sound.samples.end(),
+                  [&] { return static_cast<int>(random()); });
+    write(name, sound);
+    return read(name);
+}
+
+Sound PlayoutTest::read(std::string const &name) const
+{
+    SF_INFO info = {};
+    SNDFILE * const file = sf_open(path(name).c_str(), SFM_READ, &info);
+    EXPECT_NE(file, nullptr) << name << ": " << sf_strerror(nullptr);
+    if (!file)
+        return {};
+    Sound sound{
+        info.format & (SF_FORMAT_TYPEMASK | SF_FORMAT_SUBMASK), info.channels, info.samplerate, {}};
+    sound.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
+    auto const count = static_cast<sf_count_t>(sound.samples.size());
+    EXPECT_EQ(sf_read_int(file, sound.samples.data(), count), count);
+    sf_close(file);
+    return sound;
+}
+
+Outcome PlayoutTest::play(std::string const &input, std::string const &output,
+                          std::vector<std::string> options,
+                          Playout::Surroundings surroundings) const
+{
+    options.push_back(path(input));
+    options.push_back(path(output));
+    return Playout(options, surroundings).finish();
+}
+
+} // namespace ZvTest

@@ -1,0 +1,87 @@
+// Runs the program as its users do: as a process, on files.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+#include <sys/resource.h>
+#include <sys/types.h>
+
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace ZvTest {
+
+struct Outcome
+{
+    int status = -1; // of exit; -1 where a signal has killed the process
+    std::string out;
+    std::string err;
+};
+
+/// The program on its way.
+class Playout
+{
+public:
+    struct Surroundings
+    {
+        std::optional<rlim_t> largestFile; // bytes
+        bool closedOutput = false;         // nobody reads its standard output
+    };
+
+    Playout(std::vector<std::string> const &arguments, Surroundings surroundings);
+    explicit Playout(std::vector<std::string> const &arguments) : Playout(arguments, Surroundings())
+    {}
+    Playout(Playout const &) = delete;
+    Playout &operator=(Playout const &) = delete;
+    ~Playout();
+
+    /// Reads its standard output until a text has come; false where it ends before.
+    bool waitFor(std::string const &text);
+    void signal(int number);
+    Outcome finish();
+
+private:
+    pid_t _process = -1;
+    int _out = -1;
+    int _error = -1;
+    std::string _text;
+};
+
+/// A sound file's frames as numbers of 32 bits.
+struct Sound
+{
+    int format = 0; // of libsndfile
+    int channels = 0;
+    int rate = 0;
+    std::vector<int> samples;
+};
+
+/// A folder of its own for each test.
+class PlayoutTest : public testing::Test
+{
+protected:
+    PlayoutTest();
+    ~PlayoutTest() override;
+
+    std::string path(std::string const &name) const { return _folder + "/" + name; }
+    /// The names that stand in the folder.
+    std::set<std::string> files() const;
+
+    /// Makes a sound file of noise.
+    Sound make(std::string const &name, int format, int channels, int rate,
+               sf_count_t frames) const;
+    Sound read(std::string const &name) const;
+    void write(std::string const &name, Sound const &sound) const;
+
+    /// With the folder's files as INPUT and OUTPUT.
+    Outcome play(std::string const &input, std::string const &output,
+                 std::vector<std::string> options = {},
+                 Playout::Surroundings surroundings = Playout::Surroundings()) const;
+
+private:
+    std::string _folder;
+};
+
+} // namespace ZvTest

@@ -1,0 +1,116 @@
+// What the user sees, and may choose.
+
+#include "playoutTest.h"
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+
+namespace ZvTest {
+namespace {
+
+class ShowTest : public PlayoutTest
+{
+protected:
+    ShowTest() : _sound(make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000, 8000)) {}
+
+    Sound const _sound;
+};
+
+TEST_F(ShowTest, theTreeItsStreamsAndWhatEachDeviceTook)
+{
+    Outcome const outcome = play("in.wav", "out.wav", {"--block", "1000"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out.find("( recorder ( fader ( player ) ) )\n"
+                               "  player:out push fader:in\n"
+                               "  fader:out push recorder:in\n"),
+              0u)
+        << outcome.out;
+    EXPECT_NE(outcome.out.find("  100 %    1.00 s   peak "), std::string::npos) << outcome.out;
+    for (std::string const device : {"recorder", "fader", "player"}) {
+        EXPECT_TRUE(std::regex_search(outcome.out, std::regex("ms  " + device + " +init -> ")));
+        EXPECT_TRUE(std::regex_search(outcome.out, std::regex("ms  " + device + ".* -> lock")));
+        EXPECT_TRUE(std::regex_search(outcome.out, std::regex("ms  " + device + ".* -> final")));
+        std::string const time = " +[0-9]+\\.[0-9]{3} ms";
+        EXPECT_TRUE(std::regex_search(
+            outcome.out, std::regex("\n  " + device + " +8" + time + time + time + "\n")))
+            << outcome.out;
+    }
+}
+
+TEST_F(ShowTest, everyDeviceGoesThroughItsStatesInOrder)
+{
+    // A state that lasts shorter than a look may be missing, none may come out of turn.
+    Outcome const outcome = play("in.wav", "out.wav", {"--block", "1000"});
+    std::vector<std::string> const order{"init", "start", "wsr", "ready", "wml",
+                                         "sync", "lock",  "wss", "stop",  "final"};
+    std::istringstream lines(outcome.out);
+    std::map<std::string, std::string> states;
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch move;
+        if (!std::regex_match(line, move, std::regex(" +[0-9.]+ ms  (\\w+) +(\\w+) -> (\\w+)")))
+            continue;
+        std::string &state = states.try_emplace(move[1], "init").first->second;
+        EXPECT_EQ(move[2], state) << line;
+        EXPECT_LT(std::find(order.begin(), order.end(), state),
+                  std::find(order.begin(), order.end(), move[3]))
+            << line;
+        state = move[3];
+    }
+    EXPECT_EQ(states, (std::map<std::string, std::string>{
+                          {"recorder", "final"}, {"fader", "final"}, {"player", "final"}}));
+}
+
+TEST_F(ShowTest, otherTreesAndConnectionsWork)
+{
+    std::string const direct = "player:out push recorder:in";
+    for (auto const &options : {
+             std::vector<std::string>{"--sequence", "( recorder ( player ) )", "--stream", direct},
+             std::vector<std::string>{"--sequence", "(player(recorder))", "--stream", direct},
+             std::vector<std::string>{"--sequence", "( player ( fader ( recorder ) ) )"},
+             std::vector<std::string>{"--sequence", "( fader ( player recorder ) )"},
+         }) {
+        Outcome const outcome = play("in.wav", "out.wav", options);
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_EQ(read("out.wav").samples, _sound.samples);
+    }
+}
+
+TEST_F(ShowTest, theTraceIsKept)
+{
+    Outcome const outcome =
+        play("in.wav", "out.wav", {"--block", "1000", "--trace", path("trace")});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    std::ostringstream trace;
+    trace << std::ifstream(path("trace")).rdbuf();
+    for (std::string const device : {"recorder", "fader", "player"})
+        for (std::string const what : {" starts", " locks", " ends after 8 blocks"})
+            EXPECT_TRUE(std::regex_search(
+                trace.str(),
+                std::regex("(^|\n) *[0-9]+\\.[0-9]{6} " + device + " .*: " + device + what + "\n")))
+                << trace.str();
+}
+
+TEST_F(ShowTest, helpTellsOfEveryOption)
+{
+    Outcome const outcome = Playout({"--help"}).finish();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    for (char const * const option :
+         {"--gain", "--sequence", "--stream", "--property", "--block", "--trace", "--help"})
+        EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
+}
+
+TEST_F(ShowTest, aReaderThatGoesAwayDoesNotHarmTheRecording)
+{
+    Playout::Surroundings surroundings;
+    surroundings.closedOutput = true;
+    EXPECT_EQ(play("in.wav", "out.wav", {}, surroundings).status, 0);
+    EXPECT_EQ(read("out.wav").samples, _sound.samples);
+}
+
+} // namespace
+} // namespace ZvTest
