@@ -28,6 +28,7 @@ def tree_rows():
         for phase in ("open", "start", "lock", "stop", "close"):
             rows.append(Row(f"{size} devices, each: {phase}", ours + phase, peer + phase))
         rows.append(Row(f"{size} devices, each: whole", ours + "whole", peer + "whole", limit=60))
+        rows.append(Row(f"{size} devices, each: processor time", ours + "processor", peer + "processor"))
     rows.append(Row("each of 1000 devices / each of 10", "tree/devices/1000/manual_time#whole",
                     "tree/devices/10/manual_time#whole", aim=1.5))
     return rows
@@ -93,7 +94,7 @@ def measure(program, options):
             continue
         name = run["run_name"].split("/repeats:")[0]
         figures.setdefault(name, []).append(run["real_time"] * UNITS[run["time_unit"]])
-        for counter in ("open", "start", "lock", "stop", "close", "whole"):
+        for counter in ("open", "start", "lock", "stop", "close", "whole", "processor"):
             if counter in run:
                 figures.setdefault(f"{name}#{counter}", []).append(run[counter])
     return figures

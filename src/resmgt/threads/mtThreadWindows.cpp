@@ -44,19 +44,6 @@ private:
     HANDLE _handle = nullptr;
 };
 
-/// Posts when it goes: the new thread goes on, whatever happens to the one that starts it.
-class PostAtEnd
-{
-public:
-    explicit PostAtEnd(LkUnnamedSema &sema) : _sema(sema) {}
-    PostAtEnd(PostAtEnd const &) = delete;
-    PostAtEnd &operator=(PostAtEnd const &) = delete;
-    ~PostAtEnd() { _sema.post(); }
-
-private:
-    LkUnnamedSema &_sema;
-};
-
 void describeCallingThread(LiString const &name)
 {
     static constexpr std::size_t LENGTH = 15; // what the system keeps
@@ -158,9 +145,20 @@ void MtThreadWindows::start()
     DWORD threadId = 0;
     HANDLE const threadHandle = ::CreateThread(nullptr, _stackSize, execute, this, 0, &threadId);
     ZV_SYS_ASSERT(threadHandle != NULL);
+    try {
+        enterRunning(threadHandle, threadId);
+    } catch (...) {
+        meetNewThread();
+        throw;
+    }
+    meetNewThread();
+}
+
+// Its way is free before it comes here: of the two, only this thread ever sleeps.
+void MtThreadWindows::meetNewThread()
+{
+    _created.post();
     _started.wait();
-    PostAtEnd const goOn(_created);
-    enterRunning(threadHandle, threadId);
 }
 
 void MtThreadWindows::enterRunning(HANDLE threadHandle, ZvPlatform::ThreadNumber threadId)

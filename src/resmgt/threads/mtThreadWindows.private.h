@@ -69,6 +69,7 @@ private:
 
     void adoptCallingThread();
     void enterRunning(ZvPlatform::Handle threadHandle, ZvPlatform::ThreadNumber threadId);
+    void meetNewThread();
     Run getRun() const;
     ObjPtrRet<ExBase> waitForEnd();
     /// Gives the exception of a run that has ended; does nothing where another `join` was first.
