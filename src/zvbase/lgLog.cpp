@@ -5,7 +5,6 @@
 #include "zvbase/lgQueueImp.private.h"
 #include "zvbase/lgReader.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace Zv {
@@ -70,12 +69,6 @@ LgRegistry &LgLogImp::getRegistryInForce()
     return *ownRegistry;
 }
 
-bool LgLogImp::contains(LgRegistry &registry, LgQueue const *queue)
-{
-    List<LgQueue *> const queues = registry.getQueues();
-    return std::find(queues.begin(), queues.end(), queue) != queues.end();
-}
-
 LgQueue *LgLog::getQueue()
 {
     QueueFunction const function = Interlocked::loadAcquire(queueFunction);
@@ -116,7 +109,7 @@ void LgLog::registerQueue(LgQueue *queue)
         return;
     BaseGuard const guard(LgLogImp::_registryLock);
     LgRegistry &registry = LgLogImp::getRegistryInForce();
-    if (!LgLogImp::contains(registry, queue))
+    if (!registry.hasQueue(queue))
         registry.addQueue(queue);
     Interlocked::storeRelaxed(queue->_imp->_registration,
                               Interlocked::loadRelaxed(LgLogImp::_registration));

@@ -27,7 +27,6 @@ public:
 
     static LgRegistry &getRegistryInForce() ZV_REQUIRES(_registryLock);
     static bool isOwnRegistryInForce() ZV_REQUIRES(_registryLock);
-    static bool contains(LgRegistry &registry, LgQueue const *queue);
 };
 
 /// The device that `LgTrace` chooses.

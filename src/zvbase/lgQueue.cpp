@@ -61,7 +61,7 @@ void LgQueue::creatorExit()
     {
         BaseGuard const guard(LgLogImp::_registryLock);
         LgRegistry &registry = LgLogImp::getRegistryInForce();
-        if (!LgLogImp::isOwnRegistryInForce() && LgLogImp::contains(registry, this)) {
+        if (!LgLogImp::isOwnRegistryInForce() && registry.hasQueue(this)) {
             // The reader may delete the queue from here on.
             Interlocked::storeRelease(_imp->_hasExited, true);
             return;

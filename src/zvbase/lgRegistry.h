@@ -24,6 +24,9 @@ public:
     /// A copy of the list. Queues of ended threads die as the reader empties them: whoever looks into the queues
     /// holds a `LgLog::QueuesGuard` from before this call.
     virtual List<LgQueue *> getQueues() = 0;
+    /// Whether a queue is entered; asked when a thread begins and ends. Walks through `getQueues` where a registry has
+    /// no better way.
+    virtual bool hasQueue(LgQueue *queue);
 
 protected:
     LgRegistry();

@@ -441,7 +441,9 @@ TEST_F(MtLoggerTest, RegistryKeepsQueuesInOrderAndRemovesAllThatEqual)
     registry.addQueue(&a);
     registry.addQueue(&b);
     EXPECT_EQ((List<LgQueue *>{&b, &a, &b}), registry.getQueues());
+    EXPECT_TRUE(registry.hasQueue(&b));
     registry.removeQueue(&b);
+    EXPECT_FALSE(registry.hasQueue(&b));
     EXPECT_EQ((List<LgQueue *>{&a}), registry.getQueues());
     registry.removeQueue(&b);
     registry.removeQueue(&a);

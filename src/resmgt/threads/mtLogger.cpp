@@ -196,6 +196,12 @@ List<LgQueue *> MtLogger::Registry::getQueues()
     return _queues.entries();
 }
 
+bool MtLogger::Registry::hasQueue(LgQueue *queue)
+{
+    Guard const guard(_lock);
+    return _queues.contains(queue);
+}
+
 // ---- ReaderThread
 
 void MtLogger::ReaderThread::performExecute(MtThread *)

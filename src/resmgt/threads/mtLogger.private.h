@@ -93,6 +93,7 @@ public:
     void addQueue(LgQueue *queue) override;
     void removeQueue(LgQueue *queue) override;
     List<LgQueue *> getQueues() override;
+    bool hasQueue(LgQueue *queue) override;
 
 private:
     IndexedList<LgQueue> _queues ZV_GUARDED_BY(_lock);
