@@ -1,0 +1,279 @@
+// Every report of a service that fails, provoked: the linker leads the library's calls of the platform here.
+
+#include "platform/services.h"
+#include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtSpecificData.h"
+#include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/rtPriorities.h"
+#include "threads/threadTesting.h"
+#include "zvbase/lgLog.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string_view>
+
+namespace {
+
+constexpr DWORD REFUSED = 4711;
+
+/// What the calling thread's services refuse, how often, and with which error.
+thread_local std::string_view refusing;
+thread_local int nbRefusals = 0;
+thread_local DWORD error = REFUSED;
+thread_local int nbCalls = 0; // of the service above
+thread_local BOOL pretending = FALSE;
+
+bool refuses(std::string_view service)
+{
+    if (refusing != service)
+        return false;
+    ++nbCalls;
+    if (nbRefusals == 0)
+        return false;
+    --nbRefusals;
+    ::SetLastError(error);
+    return true;
+}
+
+/// Lets the next calls of a service fail, in this thread.
+void refuse(std::string_view service, int count = 1, DWORD code = REFUSED)
+{
+    refusing = service;
+    nbRefusals = count;
+    error = code;
+    nbCalls = 0;
+    pretending = FALSE;
+}
+
+/// Lets the next call of a service do nothing and answer that it worked.
+void pretend(std::string_view service)
+{
+    refuse(service);
+    pretending = TRUE;
+}
+
+} // namespace
+
+#define ZV_WRAP(Result, Name, Symbol, Parameters, Arguments, Refused)                              \
+    extern "C" Result __real_##Symbol Parameters;                                                  \
+    extern "C" Result __wrap_##Symbol Parameters                                                   \
+    {                                                                                              \
+        if (!refuses(#Name))                                                                       \
+            return __real_##Symbol Arguments;                                                      \
+        return Refused;                                                                            \
+    }
+
+using Security = ZvPlatform::SECURITY_ATTRIBUTES;
+
+ZV_WRAP(HANDLE, CreateThread, _ZN10ZvPlatform12CreateThreadEPNS_19SECURITY_ATTRIBUTESEmPFjPvES2_jPj,
+        (Security * s, SIZE_T size, LPTHREAD_START_ROUTINE f, void *argument, DWORD flags,
+         DWORD *id),
+        (s, size, f, argument, flags, id), nullptr)
+ZV_WRAP(BOOL, DuplicateHandle, _ZN10ZvPlatform15DuplicateHandleEPvS0_S0_PS0_jij,
+        (HANDLE p, HANDLE h, HANDLE q, HANDLE *t, DWORD access, BOOL inherit, DWORD options),
+        (p, h, q, t, access, inherit, options), FALSE)
+ZV_WRAP(BOOL, TerminateThread, _ZN10ZvPlatform15TerminateThreadEPvj, (HANDLE h, DWORD code),
+        (h, code), FALSE)
+ZV_WRAP(BOOL, SetPriorityClass, _ZN10ZvPlatform16SetPriorityClassEPvj, (HANDLE h, DWORD c), (h, c),
+        pretending)
+ZV_WRAP(BOOL, SetThreadPriority, _ZN10ZvPlatform17SetThreadPriorityEPvi, (HANDLE h, int level),
+        (h, level), FALSE)
+ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj, (HANDLE h, DWORD ms),
+        (h, ms), WAIT_FAILED)
+ZV_WRAP(DWORD_PTR, SetThreadAffinityMask, _ZN10ZvPlatform21SetThreadAffinityMaskEPvm,
+        (HANDLE h, DWORD_PTR m), (h, m), 0)
+ZV_WRAP(BOOL, GetProcessAffinityMask, _ZN10ZvPlatform22GetProcessAffinityMaskEPvPmS1_,
+        (HANDLE h, DWORD_PTR *p, DWORD_PTR *s), (h, p, s), FALSE)
+// What is freed is gone, whatever the answer.
+ZV_WRAP(BOOL, TlsFree, _ZN10ZvPlatform7TlsFreeEj, (DWORD i), (i),
+        (__real__ZN10ZvPlatform7TlsFreeEj(i), ::SetLastError(REFUSED), FALSE))
+ZV_WRAP(DWORD, TlsAlloc, _ZN10ZvPlatform8TlsAllocEv, (), (), TLS_OUT_OF_INDEXES)
+ZV_WRAP(BOOL, TlsSetValue, _ZN10ZvPlatform11TlsSetValueEjPv, (DWORD i, void *value), (i, value),
+        FALSE)
+
+namespace Zv {
+namespace {
+
+class ThreadRefused : public ThreadTest
+{
+protected:
+    void TearDown() override
+    {
+        EXPECT_EQ(0, nbRefusals) << refusing << " was never called";
+        refusing = {};
+    }
+};
+
+/// The text of the system assertion that `action` fails.
+std::string systemAssertionOf(std::function<void()> const &action)
+{
+    try {
+        action();
+    } catch (AssertionFailed const &failure) {
+        EXPECT_TRUE(failure.hasSystemError());
+        EXPECT_EQ(int{REFUSED}, failure.getSystemError());
+        return failure.getExpression();
+    }
+    return "";
+}
+
+TEST_F(ThreadRefused, ThreadThatCannotBeMadeIsNotRunningAndCanStartLater)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    refuse("CreateThread");
+    EXPECT_EQ("threadHandle != NULL", systemAssertionOf([&] { thread->start(); }));
+    EXPECT_FALSE(thread->isRunning());
+    thread->start();
+    EXPECT_TRUE(thread->isRunning());
+}
+
+TEST_F(ThreadRefused, ThreadWhoseLevelCannotBeSetRunsAllTheSame)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    refuse("SetThreadPriority");
+    EXPECT_EQ("::SetThreadPriority( _threadHandle, _priorityValue )",
+              systemAssertionOf([&] { thread->start(); }));
+    EXPECT_TRUE(thread->isRunning());
+    thread->stop();
+    thread->join();
+    EXPECT_FALSE(thread->isRunning());
+}
+
+TEST_F(ThreadRefused, LevelOfARunningThreadCannotBeSet)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    thread->start();
+    refuse("SetThreadPriority");
+    EXPECT_EQ("::SetThreadPriority( _threadHandle, _priorityValue )", systemAssertionOf([&] {
+                  PriorityRelation const relation(
+                      "level", RtPriorities::getInstance().getInterruptPriority(),
+                      PriorityRelation::EQUAL, thread->getPriority());
+              }));
+}
+
+TEST_F(ThreadRefused, LevelThatDoesNotChangeMakesNoCall)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    Priority &baseLine = RtPriorities::getInstance().getBaseLinePriority();
+    thread->start();
+    refuse("SetThreadPriority", 0);
+    {
+        PriorityRelation const relation("level", baseLine, PriorityRelation::EQUAL,
+                                        thread->getPriority());
+        EXPECT_EQ(0, nbCalls);
+    }
+    {
+        PriorityRelation const relation("level", baseLine, PriorityRelation::LESS,
+                                        thread->getPriority());
+        EXPECT_EQ(1, nbCalls);
+    }
+    EXPECT_EQ(2, nbCalls);
+}
+
+TEST_F(ThreadRefused, WaitForTheEndFailsAndTheThreadCanBeJoinedLater)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    thread->start();
+    thread->stop();
+    refuse("WaitForSingleObject");
+    EXPECT_EQ("waitResult == WAIT_OBJECT_0", systemAssertionOf([&] { thread->join(); }));
+    EXPECT_TRUE(thread->isRunning());
+    refuse("DuplicateHandle");
+    EXPECT_EQ(
+        "::DuplicateHandle( process, handle, process, &_handle, 0, FALSE, DUPLICATE_SAME_ACCESS )",
+        systemAssertionOf([&] { thread->join(); }));
+    thread->join();
+    EXPECT_FALSE(thread->isRunning());
+}
+
+TEST_F(ThreadRefused, ThreadThatCannotBeKilledRunsOn)
+{
+    std::binary_semaphore ready{0};
+    ObjPtr<MtThread> const thread =
+        makeThread("tough", [&](TestProtocol &protocol, MtThread *self) {
+            self->enableCancel();
+            ready.release();
+            protocol.waitForStop();
+        });
+    thread->start();
+    ready.acquire();
+    refuse("TerminateThread");
+    EXPECT_EQ("::TerminateThread( _threadHandle, 0 )",
+              systemAssertionOf([&] { thread->cancel(); }));
+    EXPECT_TRUE(thread->isRunning());
+}
+
+TEST_F(ThreadRefused, ThreadCannotBePlaced)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    thread->start();
+    refuse("SetThreadAffinityMask");
+    EXPECT_EQ("::SetThreadAffinityMask( _threadHandle, mask )",
+              systemAssertionOf([&] { thread->setProcessorNb(0); }));
+    refuse("GetProcessAffinityMask");
+    EXPECT_EQ("::GetProcessAffinityMask( processHandle, &threadAffinity, &systemAffinity )",
+              systemAssertionOf([&] { thread->setProcessorNb(-1); }));
+    EXPECT_EQ(-1, thread->getProcessorNb());
+}
+
+TEST_F(ThreadRefused, RealTimeThatFailsForAnotherReasonThanPrivilegeIsAnAssertion)
+{
+    MtThreadMgr &manager = MtThreadMgr::getInstance();
+    refuse("SetPriorityClass", 2);
+    EXPECT_EQ("::SetPriorityClass( _processHandle, REALTIME_PRIORITY_CLASS )",
+              systemAssertionOf([&] { manager.setRealTime(true); }));
+    EXPECT_FALSE(manager.isRealTime());
+}
+
+TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsDroppedWhereItIsNotRequired)
+{
+    MtThreadMgr &manager = MtThreadMgr::getInstance();
+    refuse("SetPriorityClass", 1, ERROR_PRIVILEGE_NOT_HELD);
+    EXPECT_NO_THROW(manager.setRealTime(true));
+    EXPECT_FALSE(manager.isRealTime());
+}
+
+TEST_F(ThreadRefused, RealTimeThatCannotBeLeftStaysOn)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            MtThreadMgr &manager = MtThreadMgr::getInstance();
+            pretend("SetPriorityClass"); // whether or not the process may
+            manager.setRealTime(true);
+            refuse("SetPriorityClass");
+            std::string const failed = systemAssertionOf([&] { manager.setRealTime(false); });
+            bool const isGood =
+                failed == "::SetPriorityClass( _processHandle, NORMAL_PRIORITY_CLASS )" &&
+                manager.isRealTime();
+            std::_Exit(isGood ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+struct Value
+{
+    int value = 0;
+};
+
+TEST_F(ThreadRefused, ThreadLocalStorageThatIsRefusedFailsAnAssertion)
+{
+    refuse("TlsAlloc");
+    EXPECT_EQ("_tlsIndex != 0xFFFFFFFF",
+              systemAssertionOf([] { MtSpecificData<Value> const data("data"); }));
+    EXPECT_EQ("::TlsFree( _tlsIndex ) == TRUE", systemAssertionOf([] {
+                  MtSpecificData<Value> const data("data");
+                  refuse("TlsFree");
+              }));
+    MtSpecificData<Value> const data("data");
+    refuse("TlsSetValue");
+    EXPECT_EQ("::TlsSetValue( _tlsIndex, data ) != 0",
+              systemAssertionOf([&] { data.getPointee(); }));
+    EXPECT_TRUE(data.isNull());
+    EXPECT_EQ(0, data->value);
+}
+
+} // namespace
+} // namespace Zv
