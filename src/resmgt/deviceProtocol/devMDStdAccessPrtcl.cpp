@@ -1,6 +1,7 @@
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 
 #include "resmgt/deviceProtocol/devSenderWait.h"
+#include "resmgt/locks/lkUnnamedSema.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/priorityRelation.h"
@@ -11,7 +12,7 @@ namespace Zv {
 
 namespace {
 
-/// Holds the device's thread, after the request that it rides in, until its sender lets go.
+/// Holds the device's thread, after its last request, until it has been told to stop.
 class SynchronizeACO final : public DevACO
 {
 public:
@@ -57,7 +58,11 @@ void DevMDStdAccessPrtcl::performOpen()
         _relation = makeObj<PriorityRelation>("std-device", getPriority(),
                                               PriorityRelation::LESS_EQUAL, _thread->getPriority());
         _thread->start();
-        if (auto const failure = execute(_anoFactory->createOpenANO(), false))
+        LkUnnamedSema executed(_name.getChars(), 0);
+        auto const failure =
+            send(_anoFactory->createOpenANO(), makeACO([&executed] { executed.post(); }));
+        executed.wait();
+        if (failure)
             std::rethrow_exception(failure);
     } catch (...) {
         rollBackOpen();
@@ -76,20 +81,25 @@ Priority &DevMDStdAccessPrtcl::getPriority()
     return RtPriorities::getInstance().getRealTimePriority();
 }
 
-std::exception_ptr DevMDStdAccessPrtcl::execute(ObjPtr<DevMDStdANO> ano, bool andStop)
+std::exception_ptr DevMDStdAccessPrtcl::send(ObjPtr<DevMDStdANO> ano, ObjPtr<DevACO> aco)
 {
-    ObjPtr<SynchronizeACO> aco(new SynchronizeACO(_name));
-    ObjPtr<DevSenderWait> sender(aco->createSender());
     ano->setBaseACO(aco);
     DevANOQueueEntry entry(ano);
-    std::exception_ptr failure;
     try {
         _fifo->produce(entry);
     } catch (...) {
         if (!entry.isNull())
             throw;
-        failure = std::current_exception();
+        return std::current_exception();
     }
+    return nullptr;
+}
+
+std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last)
+{
+    ObjPtr<SynchronizeACO> aco(new SynchronizeACO(_name));
+    ObjPtr<DevSenderWait> sender(aco->createSender());
+    std::exception_ptr const failure = send(last, aco);
 
     // The device's thread goes on in any case: it stands still on an object that is destroyed with it.
     struct Release
@@ -99,14 +109,13 @@ std::exception_ptr DevMDStdAccessPrtcl::execute(ObjPtr<DevMDStdANO> ano, bool an
     };
     sender->wait();
     Release release{*sender};
-    if (andStop)
-        _thread->stop();
+    _thread->stop();
     return failure;
 }
 
 void DevMDStdAccessPrtcl::endThread(ObjPtr<DevMDStdANO> last)
 {
-    auto const failure = execute(last, true);
+    std::exception_ptr const failure = stopAfter(last);
     _thread->join();
     _fifo->close();
     if (failure)

@@ -57,9 +57,10 @@ protected:
     ~DevMDStdAccessPrtcl() override;
 
 private:
-    /// Returns when the device's thread has executed `ano`, after it was told to stop where `andStop` is set. Hands out
-    /// what the FIFO's observer has thrown: the request was on its way all the same.
-    std::exception_ptr execute(ObjPtr<DevMDStdANO> ano, bool andStop);
+    /// Hands out what the FIFO's observer has thrown: the request is on its way all the same.
+    std::exception_ptr send(ObjPtr<DevMDStdANO> ano, ObjPtr<DevACO> aco);
+    /// The same; returns when the device's thread has executed the request, and has been told to stop.
+    std::exception_ptr stopAfter(ObjPtr<DevMDStdANO> last);
     void endThread(ObjPtr<DevMDStdANO> last);
     void rollBackOpen();
 
