@@ -207,7 +207,7 @@ Object *newObject()
     object->first = nullptr;
     object->name = nullptr;
     object->mutex = {};
-    object->spin = {};
+    object->spin = newSpinCredit();
     return object;
 }
 

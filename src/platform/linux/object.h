@@ -286,6 +286,8 @@ void leaveShared(Object::SharedState);
 
 /// How many pauses may be spent now; 0 on one processor, in real-time operation, and where it did not pay.
 std::uint32_t spinBudget(SpinCredit &);
+/// What an object begins with.
+SpinCredit newSpinCredit();
 void spinPaid(SpinCredit &, std::uint32_t used);
 void spinFailed(SpinCredit &);
 

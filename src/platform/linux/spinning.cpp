@@ -18,6 +18,35 @@ constexpr std::uint8_t REFUSALS = 64;
 // 0: not measured yet; 1: never, there is one processor.
 constinit std::atomic<std::uint32_t> longestSpin{0};
 
+// What the waits of all objects have lately come to: where an object begins that has no waits of its own.
+constinit SpinCredit lately{};
+
+void set(SpinCredit &credit, std::uint32_t pauses)
+{
+    __atomic_store_n(&credit.pauses, static_cast<std::uint16_t>(pauses), __ATOMIC_RELAXED);
+}
+
+std::uint8_t refuse(SpinCredit &credit)
+{
+    std::uint8_t const refusals = __atomic_load_n(&credit.refusals, __ATOMIC_RELAXED);
+    __atomic_store_n(&credit.refusals, static_cast<std::uint8_t>((refusals + 1) % REFUSALS),
+                     __ATOMIC_RELAXED);
+    return refusals;
+}
+
+void paid(SpinCredit &credit, std::uint32_t used)
+{
+    std::uint32_t const longest = longestSpin.load(std::memory_order_relaxed);
+    std::uint32_t const pauses = __atomic_load_n(&credit.pauses, __ATOMIC_RELAXED);
+    std::uint32_t const wanted = std::min(longest, 2 * used + 2 * SHORTEST);
+    set(credit, pauses < wanted ? wanted : pauses - (pauses - wanted) / 8);
+}
+
+void failed(SpinCredit &credit)
+{
+    set(credit, __atomic_load_n(&credit.pauses, __ATOMIC_RELAXED) / 2);
+}
+
 std::uint32_t measure()
 {
     cpu_set_t usable;
@@ -54,25 +83,26 @@ std::uint32_t spinBudget(SpinCredit &credit)
     if (pauses >= SHORTEST)
         return std::min<std::uint32_t>(pauses, longest);
     // Tried in vain lately: times may have changed, so one wait in many tries again.
-    std::uint8_t const refusals = __atomic_load_n(&credit.refusals, __ATOMIC_RELAXED);
-    __atomic_store_n(&credit.refusals, static_cast<std::uint8_t>((refusals + 1) % REFUSALS),
-                     __ATOMIC_RELAXED);
-    return refusals == 0 ? longest : 0;
+    refuse(lately);
+    return refuse(credit) == 0 ? longest : 0;
+}
+
+SpinCredit newSpinCredit()
+{
+    return {__atomic_load_n(&lately.pauses, __ATOMIC_RELAXED),
+            __atomic_load_n(&lately.refusals, __ATOMIC_RELAXED)};
 }
 
 void spinPaid(SpinCredit &credit, std::uint32_t used)
 {
-    std::uint32_t const longest = longestSpin.load(std::memory_order_relaxed);
-    std::uint32_t const pauses = __atomic_load_n(&credit.pauses, __ATOMIC_RELAXED);
-    std::uint32_t const wanted = std::min(longest, 2 * used + 2 * SHORTEST);
-    std::uint32_t const next = pauses < wanted ? wanted : pauses - (pauses - wanted) / 8;
-    __atomic_store_n(&credit.pauses, static_cast<std::uint16_t>(next), __ATOMIC_RELAXED);
+    paid(credit, used);
+    paid(lately, used);
 }
 
 void spinFailed(SpinCredit &credit)
 {
-    std::uint16_t const pauses = __atomic_load_n(&credit.pauses, __ATOMIC_RELAXED);
-    __atomic_store_n(&credit.pauses, static_cast<std::uint16_t>(pauses / 2), __ATOMIC_RELAXED);
+    failed(credit);
+    failed(lately);
 }
 
 } // namespace ZvPlatform::Linux
