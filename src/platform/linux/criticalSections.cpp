@@ -29,7 +29,8 @@ bool take(Section &section, std::uint32_t mine)
                                                 std::memory_order_relaxed);
 }
 
-void enterSlowly(Section &section)
+// Out of line, so that the fast way saves no registers for it.
+[[gnu::noinline]] void enterSlowly(Section &section)
 {
     Service service;
     ThreadNumber const me = service.thread().number;

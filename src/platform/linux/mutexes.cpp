@@ -32,7 +32,8 @@ bool isHeld(Object const *object)
     return false;
 }
 
-BOOL releaseSlowly(Object *object)
+// Out of line, so that the fast way saves no registers for it.
+[[gnu::noinline]] BOOL releaseSlowly(Object *object)
 {
     Service service;
     WakeList wakes;

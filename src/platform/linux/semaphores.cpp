@@ -6,6 +6,31 @@ namespace ZvPlatform {
 
 using namespace Linux;
 
+namespace {
+
+// Out of line, so that the fast way saves no registers for it.
+[[gnu::noinline]] BOOL releaseSlowly(Object *object, std::uint32_t amount, LONG *previousCount)
+{
+    Service service;
+    Word const word = object->word.load(std::memory_order_relaxed);
+    if ((word & TYPE) == SHARED_SEMAPHORE)
+        return releaseShared(object, amount, previousCount);
+    WakeList wakes;
+    Queue queue(object, SEMAPHORE);
+    if (!queue)
+        return fail(ERROR_INVALID_HANDLE);
+    std::uint32_t const before = valueOf(queue.word);
+    if (amount > object->semaphore.maximum - before)
+        return fail(ERROR_TOO_MANY_POSTS);
+    if (previousCount)
+        *previousCount = static_cast<LONG>(before);
+    queue.word += amount * ONE;
+    queue.serve(wakes);
+    return TRUE;
+}
+
+} // namespace
+
 HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCount,
                         char const *name)
 {
@@ -56,21 +81,7 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG *previousCount)
             return TRUE;
         }
     }
-    Service service;
-    if ((word & TYPE) == SHARED_SEMAPHORE)
-        return releaseShared(object, amount, previousCount);
-    WakeList wakes;
-    Queue queue(object, SEMAPHORE);
-    if (!queue)
-        return fail(ERROR_INVALID_HANDLE);
-    std::uint32_t const before = valueOf(queue.word);
-    if (amount > object->semaphore.maximum - before)
-        return fail(ERROR_TOO_MANY_POSTS);
-    if (previousCount)
-        *previousCount = static_cast<LONG>(before);
-    queue.word += amount * ONE;
-    queue.serve(wakes);
-    return TRUE;
+    return releaseSlowly(object, amount, previousCount);
 }
 
 } // namespace ZvPlatform
