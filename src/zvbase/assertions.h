@@ -52,10 +52,11 @@ class ZVBASE_EXPORT Assertions
 {
 public:
     /// Throws `AssertionFailed`. `expression` is the source text of the condition and outlives the exception.
-    [[noreturn]] static void throwAssertionFailed(char const *file, int line, char const *expression);
+    [[noreturn]] static void throwAssertionFailed(char const *file, int line,
+                                                  char const *expression);
     /// The same for a system call that failed; `lastError` is the system's code, read right after the call.
-    [[noreturn]] static void throwSysAssertionFailed(char const *file, int line, char const *expression,
-                                                     int lastError);
+    [[noreturn]] static void throwSysAssertionFailed(char const *file, int line,
+                                                     char const *expression, int lastError);
     /// Throws `ProgramAborted`.
     [[noreturn]] static void throwProgramAborted(char const *file, int line);
 

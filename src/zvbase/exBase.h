@@ -56,6 +56,12 @@ private:
 } // namespace Zv
 
 /// The two members that the classes of all families have alike.
-#define ZV_EXCEPTION_MEMBERS(Class)                                                                                    \
-    Class *clone() const override { return new Class(*this); }                                                         \
-    char const *what() const noexcept override { return getReason(); }
+#define ZV_EXCEPTION_MEMBERS(Class)                                                                \
+    Class *clone() const override                                                                  \
+    {                                                                                              \
+        return new Class(*this);                                                                   \
+    }                                                                                              \
+    char const *what() const noexcept override                                                     \
+    {                                                                                              \
+        return getReason();                                                                        \
+    }

@@ -26,8 +26,9 @@ struct ArrayOfObjects
 
 /// An owner of a U may give its object up to an owner of a T: a single object of a derived class.
 template <class FromDisposal, class U, class ToDisposal, class T>
-concept GivesUp = !std::same_as<U, T> && std::convertible_to<U *, T *> &&
-                  std::same_as<FromDisposal, SingleObject<U>> && std::same_as<ToDisposal, SingleObject<T>>;
+concept GivesUp =
+    !std::same_as<U, T> && std::convertible_to<U *, T *> &&
+    std::same_as<FromDisposal, SingleObject<U>> && std::same_as<ToDisposal, SingleObject<T>>;
 
 } // namespace Detail
 
@@ -53,21 +54,15 @@ public:
     BasicObjPtr(BasicObjPtrRet<T, Disposal> &&source) noexcept : _object(source.release()) {}
 
     /// From an owner of a derived class.
-    template <class U, class D>
-        requires Detail::GivesUp<D, U, Disposal, T>
+    template <class U, Detail::GivesUp<U, Disposal, T> D>
     BasicObjPtr(BasicObjPtr<U, D> &source) noexcept : _object(source.release())
-    {
-    }
-    template <class U, class D>
-        requires Detail::GivesUp<D, U, Disposal, T>
+    {}
+    template <class U, Detail::GivesUp<U, Disposal, T> D>
     BasicObjPtr(BasicObjPtr<U, D> &&source) noexcept : _object(source.release())
-    {
-    }
-    template <class U, class D>
-        requires Detail::GivesUp<D, U, Disposal, T>
+    {}
+    template <class U, Detail::GivesUp<U, Disposal, T> D>
     BasicObjPtr(BasicObjPtrRet<U, D> &&source) noexcept : _object(source.release())
-    {
-    }
+    {}
 
     ~BasicObjPtr() noexcept(false)
     {
@@ -113,7 +108,7 @@ public:
     /// Destroys the object held and takes over `object`. An owner that is given its own object keeps it.
     void reset(T *object = nullptr)
     {
-        T *const former = std::exchange(_object, object);
+        T * const former = std::exchange(_object, object);
         if (former && former != object)
             Disposal::dispose(former);
     }
@@ -143,21 +138,15 @@ public:
     BasicObjPtrRet(BasicObjPtr<T, Disposal> &&source) noexcept : _object(source.release()) {}
 
     /// From an owner of a derived class.
-    template <class U, class D>
-        requires Detail::GivesUp<D, U, Disposal, T>
+    template <class U, Detail::GivesUp<U, Disposal, T> D>
     BasicObjPtrRet(BasicObjPtrRet<U, D> &&source) noexcept : _object(source.release())
-    {
-    }
-    template <class U, class D>
-        requires Detail::GivesUp<D, U, Disposal, T>
+    {}
+    template <class U, Detail::GivesUp<U, Disposal, T> D>
     BasicObjPtrRet(BasicObjPtr<U, D> &source) noexcept : _object(source.release())
-    {
-    }
-    template <class U, class D>
-        requires Detail::GivesUp<D, U, Disposal, T>
+    {}
+    template <class U, Detail::GivesUp<U, Disposal, T> D>
     BasicObjPtrRet(BasicObjPtr<U, D> &&source) noexcept : _object(source.release())
-    {
-    }
+    {}
 
     ~BasicObjPtrRet() noexcept(false)
     {

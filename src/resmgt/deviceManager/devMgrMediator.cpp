@@ -26,10 +26,11 @@ DevMgrMediator::DevMgrMediator()
 DevMgrMediator::~DevMgrMediator() noexcept(false)
     ZV_NO_THREAD_SAFETY_ANALYSIS // no other owner remains
 {
-    completeAll([this] { return !_opened.empty(); },
-                [this] {
-                    RCShdPtr<DevMDAccessPrtcl> const device = _opened.back();
-                    _opened.pop_back();
+    Vector<RCShdPtr<DevMDAccessPrtcl>> opened = std::move(_opened);
+    completeAll([&] { return !opened.empty(); },
+                [&] {
+                    RCShdPtr<DevMDAccessPrtcl> const device = opened.back();
+                    opened.pop_back();
                     device->performClose();
                 });
 }

@@ -6,6 +6,6 @@
 namespace Zv::MemoryBuffersStatics {
 
 /// "MbBuffers"
-extern TraceLevel *const mbBuffersLevel;
+extern TraceLevel * const mbBuffersLevel;
 
 } // namespace Zv::MemoryBuffersStatics

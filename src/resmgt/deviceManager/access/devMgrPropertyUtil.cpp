@@ -1,6 +1,10 @@
-#include "resmgt/deviceManager/access/devMgrPropertyUtil.h"
+#include "resmgt/deviceManager/access/devMgrPropertyUtil.imp.h"
 
 namespace Zv {
+
+#define ZV_INSTANTIATE_PROPERTY_UTIL(T) template class DevMgrPropertyValueUtil<T>;
+ZV_FOR_EACH_PROPERTY_TYPE(ZV_INSTANTIATE_PROPERTY_UTIL)
+#undef ZV_INSTANTIATE_PROPERTY_UTIL
 
 void DevMgrPropertyObserverUtil::attachObserver(DevMgrPropertyAcc &access, LiString const &config,
                                                 RCShdPtr<DevMgrPropertyObserver> observer)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
+#include "resmgt/deviceProtocol/devMDPropertyTypes.h"
 #include "resmgt/export.h"
 
 namespace Zv {
@@ -10,7 +11,7 @@ namespace Zv {
 /// type is a `DevMgrEx::PropertyInvalidType` with the property's name. Beside that, what `getProperty` throws and what
 /// the property throws.
 template <class T>
-class DevMgrPropertyValueUtil
+class ZVRESMGT_EXPORT DevMgrPropertyValueUtil
 {
 public:
     /// Waits for the device's thread: not to be called on it, nor in an observer's `update`.
@@ -33,6 +34,8 @@ public:
     DevMgrPropertyObserverUtil() = delete;
 };
 
-} // namespace Zv
+#define ZV_EXTERN_PROPERTY_UTIL(T) extern template class DevMgrPropertyValueUtil<T>;
+ZV_FOR_EACH_PROPERTY_TYPE(ZV_EXTERN_PROPERTY_UTIL)
+#undef ZV_EXTERN_PROPERTY_UTIL
 
-#include "resmgt/deviceManager/access/devMgrPropertyUtil.imp.h"
+} // namespace Zv

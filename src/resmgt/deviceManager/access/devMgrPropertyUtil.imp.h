@@ -1,5 +1,7 @@
+// The bodies of the property utilities, for the source that instantiates them.
 #pragma once
 
+#include "resmgt/deviceManager/access/devMgrPropertyUtil.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceProtocol/devMDProperty.h"
 #include "zvbase/failures.h"

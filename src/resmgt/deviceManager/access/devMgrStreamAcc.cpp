@@ -104,6 +104,7 @@ public:
 
 private:
     void ensureRegistered(LiString const &device, LiString const &stream, StreamId const &id)
+        ZV_REQUIRES(_mediator->getLock())
     {
         if (isRegisteredNoGuard(id))
             return;
@@ -113,6 +114,7 @@ private:
     }
 
     RCShdPtr<DevMDStream> findStream(LiString const &device, LiString const &stream)
+        ZV_REQUIRES(_mediator->getLock())
     {
         _mediator->createPrtcl(device);
         auto const prtcl = rcDynamicCast<DevMDStreamPrtcl>(_mediator->getPrtcl(device));
