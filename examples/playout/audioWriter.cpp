@@ -66,7 +66,7 @@ AudioWriter::AudioWriter(std::string const &path, AudioFormat const &format)
     _part = std::make_unique<PartFile>(path);
     SF_VIRTUAL_IO calls = PartFile::getCalls();
     _file.reset(sf_open_virtual(&calls, SFM_WRITE, &info, _part.get()));
-    if (!_file)
+    if (!_file || _part->getSystemError())
         fail(sf_strerror(nullptr));
     sf_command(_file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }

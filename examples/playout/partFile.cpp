@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -61,17 +62,14 @@ SF_VIRTUAL_IO PartFile::getCalls()
     };
     calls.write = [](void const *data, sf_count_t count, void *context) -> sf_count_t {
         PartFile &file = of(context);
-        sf_count_t written = 0;
-        while (written < count) {
+        for (sf_count_t written = 0; written < count && !file._systemError;) {
             auto const result = ::write(file._descriptor, static_cast<char const *>(data) + written,
                                         static_cast<std::size_t>(count - written));
             if (result < 0 && errno == EINTR)
                 continue;
-            if (file.noted(result) < 0)
-                break;
-            written += result;
+            written += std::max<sf_count_t>(file.noted(result), 0);
         }
-        return written;
+        return count; // libsndfile's encoders leak when they are told of a failure
     };
     return calls;
 }

@@ -19,8 +19,8 @@ public:
 
     /// The calls by which libsndfile writes; their context is this object.
     static SF_VIRTUAL_IO getCalls();
-    /// The first failure of the system, as errno says it; 0 while there is none. libsndfile keeps silent about some,
-    /// those while it closes for one.
+    /// The first failure of the system, as errno says it; 0 while there is none. libsndfile is not told of it and goes
+    /// on; what it writes from then on goes nowhere.
     int getSystemError() const { return _systemError; }
     /// Closes the file and puts it in its place. Throws `PlayoutEx::Output`; then the part is removed with this object.
     void commit();

@@ -103,7 +103,7 @@ TEST_F(FailureTest, aFullDiskLeavesWhatStoodThereBefore)
                  SF_FORMAT_PCM_16,
              1, 8000, 100);
         auto const before = std::filesystem::file_size(path(output));
-        for (rlim_t const limit : {0, 1, 100, 5000}) {
+        for (rlim_t const limit : {1, 100, 5000}) {
             SCOPED_TRACE(output + " " + std::to_string(limit));
             Playout::Surroundings surroundings;
             surroundings.largestFile = limit;
