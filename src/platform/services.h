@@ -19,266 +19,268 @@
 #else
 
 // Exported, for libzvresmgt, under private names: the namespace is no part of any interface.
-namespace ZvPlatform __attribute__((visibility("default")))
-{
+#pragma GCC visibility push(default)
 
-    using BOOL = int;
-    using BYTE = std::uint8_t;
-    using WORD = std::uint16_t;
-    using DWORD = std::uint32_t;
-    using LONG = std::int32_t;
-    using LONGLONG = std::int64_t;
-    using UINT = unsigned;
-    using SIZE_T = std::size_t;
-    using DWORD_PTR = std::uintptr_t;
-    using HANDLE = Handle;
-    using CRITICAL_SECTION = CriticalSection;
+namespace ZvPlatform {
 
-    inline constexpr BOOL FALSE = 0;
-    inline constexpr BOOL TRUE = 1;
-    inline constexpr DWORD INFINITE = 0xFFFFFFFF;
-    inline constexpr DWORD MAX_PATH = 260;
-    inline constexpr DWORD TLS_MINIMUM_AVAILABLE = 64;
-    inline constexpr DWORD TLS_OUT_OF_INDEXES = 0xFFFFFFFF;
+using BOOL = int;
+using BYTE = std::uint8_t;
+using WORD = std::uint16_t;
+using DWORD = std::uint32_t;
+using LONG = std::int32_t;
+using LONGLONG = std::int64_t;
+using UINT = unsigned;
+using SIZE_T = std::size_t;
+using DWORD_PTR = std::uintptr_t;
+using HANDLE = Handle;
+using CRITICAL_SECTION = CriticalSection;
 
-    // ---- last error -----------------------------------------------------------------------------------------
+inline constexpr BOOL FALSE = 0;
+inline constexpr BOOL TRUE = 1;
+inline constexpr DWORD INFINITE = 0xFFFFFFFF;
+inline constexpr DWORD MAX_PATH = 260;
+inline constexpr DWORD TLS_MINIMUM_AVAILABLE = 64;
+inline constexpr DWORD TLS_OUT_OF_INDEXES = 0xFFFFFFFF;
 
-    inline constexpr DWORD ERROR_SUCCESS = 0;
-    inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
-    inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
-    inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
-    inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
-    inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
-    inline constexpr DWORD ERROR_NOT_SUPPORTED = 50;
-    inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
-    inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
-    inline constexpr DWORD ERROR_INVALID_NAME = 123;
-    inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
-    inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
-    inline constexpr DWORD ERROR_NOT_OWNER = 288;
-    inline constexpr DWORD ERROR_TOO_MANY_POSTS = 298;
-    inline constexpr DWORD ERROR_INVALID_ADDRESS = 487;
-    inline constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
-    inline constexpr DWORD ERROR_TIMEOUT = 1460;
+// ---- last error -----------------------------------------------------------------------------------------
 
-    /// The code that the calling thread's last failed service left. A service that succeeds leaves it alone, except
-    /// where it makes an object that can have a name: then it is 0 or ERROR_ALREADY_EXISTS. TlsGetValue clears it, too.
-    DWORD GetLastError();
-    void SetLastError(DWORD code);
+inline constexpr DWORD ERROR_SUCCESS = 0;
+inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
+inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
+inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
+inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
+inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
+inline constexpr DWORD ERROR_NOT_SUPPORTED = 50;
+inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+inline constexpr DWORD ERROR_INVALID_NAME = 123;
+inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
+inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
+inline constexpr DWORD ERROR_NOT_OWNER = 288;
+inline constexpr DWORD ERROR_TOO_MANY_POSTS = 298;
+inline constexpr DWORD ERROR_INVALID_ADDRESS = 487;
+inline constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
+inline constexpr DWORD ERROR_TIMEOUT = 1460;
 
-    // ---- waiting --------------------------------------------------------------------------------------------
+/// The code that the calling thread's last failed service left. A service that succeeds leaves it alone, except
+/// where it makes an object that can have a name: then it is 0 or ERROR_ALREADY_EXISTS. TlsGetValue clears it, too.
+DWORD GetLastError();
+void SetLastError(DWORD code);
 
-    inline constexpr DWORD WAIT_OBJECT_0 = 0;
-    inline constexpr DWORD WAIT_ABANDONED = 0x80;
-    inline constexpr DWORD WAIT_TIMEOUT = 258;
-    inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
+// ---- waiting --------------------------------------------------------------------------------------------
 
-    /// Waits for a mutex, semaphore, event, timer or thread. Milliseconds; INFINITE waits for ever, 0 only tries.
-    DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
-    DWORD WaitForSingleObjectEx(HANDLE object, DWORD milliseconds, BOOL alertable);
+inline constexpr DWORD WAIT_OBJECT_0 = 0;
+inline constexpr DWORD WAIT_ABANDONED = 0x80;
+inline constexpr DWORD WAIT_TIMEOUT = 258;
+inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
-    /// Sleeps while the `size` bytes (1, 2, 4 or 8) at `address` equal those at `compare`. May wake without a cause.
-    BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds);
-    void WakeByAddressSingle(void *address);
-    void WakeByAddressAll(void *address);
+/// Waits for a mutex, semaphore, event, timer or thread. Milliseconds; INFINITE waits for ever, 0 only tries.
+DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
+DWORD WaitForSingleObjectEx(HANDLE object, DWORD milliseconds, BOOL alertable);
 
-    BOOL CloseHandle(HANDLE object);
+/// Sleeps while the `size` bytes (1, 2, 4 or 8) at `address` equal those at `compare`. May wake without a cause.
+BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds);
+void WakeByAddressSingle(void *address);
+void WakeByAddressAll(void *address);
 
-    inline constexpr DWORD DUPLICATE_CLOSE_SOURCE = 1;
-    inline constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
-    /// Makes a handle of what stands for the current thread; of another handle, one more that is closed by itself.
-    BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE * target,
-                         DWORD access, BOOL inherit, DWORD options);
+BOOL CloseHandle(HANDLE object);
 
-    // ---- mutexes, events, semaphores, timers ----------------------------------------------------------------
+inline constexpr DWORD DUPLICATE_CLOSE_SOURCE = 1;
+inline constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
+/// Makes a handle of what stands for the current thread; of another handle, one more that is closed by itself.
+BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE *target,
+                     DWORD access, BOOL inherit, DWORD options);
 
-    struct SECURITY_ATTRIBUTES;
+// ---- mutexes, events, semaphores, timers ----------------------------------------------------------------
 
-    inline constexpr DWORD SEMAPHORE_ALL_ACCESS = 0x1F0003;
+struct SECURITY_ATTRIBUTES;
 
-    HANDLE CreateMutexA(SECURITY_ATTRIBUTES *, BOOL initiallyOwned, char const *name);
-    BOOL ReleaseMutex(HANDLE mutex);
+inline constexpr DWORD SEMAPHORE_ALL_ACCESS = 0x1F0003;
 
-    HANDLE CreateEventA(SECURITY_ATTRIBUTES *, BOOL manualReset, BOOL initialState,
+HANDLE CreateMutexA(SECURITY_ATTRIBUTES *, BOOL initiallyOwned, char const *name);
+BOOL ReleaseMutex(HANDLE mutex);
+
+HANDLE CreateEventA(SECURITY_ATTRIBUTES *, BOOL manualReset, BOOL initialState, char const *name);
+BOOL SetEvent(HANDLE event);
+BOOL ResetEvent(HANDLE event);
+/// Releases those who wait at this moment, all or one, and leaves the event unset.
+BOOL PulseEvent(HANDLE event);
+
+HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCount,
                         char const *name);
-    BOOL SetEvent(HANDLE event);
-    BOOL ResetEvent(HANDLE event);
-    /// Releases those who wait at this moment, all or one, and leaves the event unset.
-    BOOL PulseEvent(HANDLE event);
+HANDLE OpenSemaphoreA(DWORD access, BOOL inherit, char const *name);
+BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG *previousCount);
 
-    HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCount,
-                            char const *name);
-    HANDLE OpenSemaphoreA(DWORD access, BOOL inherit, char const *name);
-    BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG * previousCount);
+union LARGE_INTEGER
+{
+    LONGLONG QuadPart;
+};
 
-    union LARGE_INTEGER
-    {
-        LONGLONG QuadPart;
-    };
-
-    /// A timer to wait for. A negative due time counts from now, in units of 100 ns; `period` is in milliseconds.
-    /// Completion routines are not served.
-    HANDLE CreateWaitableTimerA(SECURITY_ATTRIBUTES *, BOOL manualReset, char const *name);
-    BOOL SetWaitableTimer(HANDLE timer, LARGE_INTEGER const *dueTime, LONG period, void *routine,
-                          void *argument, BOOL resume);
-    BOOL CancelWaitableTimer(HANDLE timer);
+/// A timer to wait for. A negative due time counts from now, in units of 100 ns; `period` is in milliseconds.
+/// Completion routines are not served.
+HANDLE CreateWaitableTimerA(SECURITY_ATTRIBUTES *, BOOL manualReset, char const *name);
+BOOL SetWaitableTimer(HANDLE timer, LARGE_INTEGER const *dueTime, LONG period, void *routine,
+                      void *argument, BOOL resume);
+BOOL CancelWaitableTimer(HANDLE timer);
 
 // The names that the system's headers map to the forms above.
 #define CreateMutex CreateMutexA
 #define CreateEvent CreateEventA
 #define CreateSemaphore CreateSemaphoreA
 
-    // ---- critical sections ----------------------------------------------------------------------------------
+// ---- critical sections ----------------------------------------------------------------------------------
 
-    void InitializeCriticalSection(CRITICAL_SECTION *);
-    void EnterCriticalSection(CRITICAL_SECTION *);
-    BOOL TryEnterCriticalSection(CRITICAL_SECTION *);
-    void LeaveCriticalSection(CRITICAL_SECTION *);
-    void DeleteCriticalSection(CRITICAL_SECTION *);
+void InitializeCriticalSection(CRITICAL_SECTION *);
+void EnterCriticalSection(CRITICAL_SECTION *);
+BOOL TryEnterCriticalSection(CRITICAL_SECTION *);
+void LeaveCriticalSection(CRITICAL_SECTION *);
+void DeleteCriticalSection(CRITICAL_SECTION *);
 
-    // ---- threads and processes ------------------------------------------------------------------------------
+// ---- threads and processes ------------------------------------------------------------------------------
 
-    using LPTHREAD_START_ROUTINE = DWORD (*)(void *);
+using LPTHREAD_START_ROUTINE = DWORD (*)(void *);
 
-    inline constexpr int THREAD_PRIORITY_IDLE = -15;
-    inline constexpr int THREAD_PRIORITY_LOWEST = -2;
-    inline constexpr int THREAD_PRIORITY_BELOW_NORMAL = -1;
-    inline constexpr int THREAD_PRIORITY_NORMAL = 0;
-    inline constexpr int THREAD_PRIORITY_ABOVE_NORMAL = 1;
-    inline constexpr int THREAD_PRIORITY_HIGHEST = 2;
-    inline constexpr int THREAD_PRIORITY_TIME_CRITICAL = 15;
-    inline constexpr int THREAD_PRIORITY_ERROR_RETURN = 0x7FFFFFFF;
+inline constexpr int THREAD_PRIORITY_IDLE = -15;
+inline constexpr int THREAD_PRIORITY_LOWEST = -2;
+inline constexpr int THREAD_PRIORITY_BELOW_NORMAL = -1;
+inline constexpr int THREAD_PRIORITY_NORMAL = 0;
+inline constexpr int THREAD_PRIORITY_ABOVE_NORMAL = 1;
+inline constexpr int THREAD_PRIORITY_HIGHEST = 2;
+inline constexpr int THREAD_PRIORITY_TIME_CRITICAL = 15;
+inline constexpr int THREAD_PRIORITY_ERROR_RETURN = 0x7FFFFFFF;
 
-    inline constexpr DWORD NORMAL_PRIORITY_CLASS = 32;
-    inline constexpr DWORD IDLE_PRIORITY_CLASS = 64;
-    inline constexpr DWORD HIGH_PRIORITY_CLASS = 128;
-    inline constexpr DWORD REALTIME_PRIORITY_CLASS = 256;
+inline constexpr DWORD NORMAL_PRIORITY_CLASS = 32;
+inline constexpr DWORD IDLE_PRIORITY_CLASS = 64;
+inline constexpr DWORD HIGH_PRIORITY_CLASS = 128;
+inline constexpr DWORD REALTIME_PRIORITY_CLASS = 256;
 
-    inline constexpr DWORD STILL_ACTIVE = 259;
+inline constexpr DWORD STILL_ACTIVE = 259;
 
-    inline constexpr DWORD STACK_SIZE_PARAM_IS_A_RESERVATION = 0x10000;
+inline constexpr DWORD STACK_SIZE_PARAM_IS_A_RESERVATION = 0x10000;
 
-    /// `stackSize` bytes are the thread's own frames' to use: thread-local storage, guard page and what a sanitizer
-    /// needs come on top. 0 gives a mebibyte. The only flag that is served is the one above, which changes nothing here.
-    HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function,
-                        void *argument, DWORD flags, DWORD *threadId);
-    /// Ends a thread wherever it is, waiting or computing. Its mutexes become abandoned, its handle is signalled;
-    /// nothing of its stack is unwound. One that is killed inside the allocator may leave it locked.
-    BOOL TerminateThread(HANDLE thread, DWORD exitCode);
-    BOOL GetExitCodeThread(HANDLE thread, DWORD * exitCode);
-    /// The first 15 bytes reach the system.
-    long SetThreadDescription(HANDLE thread, wchar_t const *name);
+/// `stackSize` bytes are the thread's own frames' to use: thread-local storage, guard page and what a sanitizer
+/// needs come on top. 0 gives a mebibyte. The only flag that is served is the one above, which changes nothing here.
+HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function,
+                    void *argument, DWORD flags, DWORD *threadId);
+/// Ends a thread wherever it is, waiting or computing. Its mutexes become abandoned, its handle is signalled;
+/// nothing of its stack is unwound. One that is killed inside the allocator may leave it locked.
+BOOL TerminateThread(HANDLE thread, DWORD exitCode);
+BOOL GetExitCodeThread(HANDLE thread, DWORD *exitCode);
+/// The first 15 bytes reach the system.
+long SetThreadDescription(HANDLE thread, wchar_t const *name);
 
-    /// Only threads that CreateThread made change their scheduling; for any other the level is merely remembered.
-    BOOL SetThreadPriority(HANDLE thread, int priority);
-    int GetThreadPriority(HANDLE thread);
-    /// REALTIME_PRIORITY_CLASS fails with ERROR_PRIVILEGE_NOT_HELD where the process may not have it.
-    BOOL SetPriorityClass(HANDLE process, DWORD priorityClass);
-    DWORD GetPriorityClass(HANDLE process);
+/// Only threads that CreateThread made change their scheduling; for any other the level is merely remembered.
+BOOL SetThreadPriority(HANDLE thread, int priority);
+int GetThreadPriority(HANDLE thread);
+/// REALTIME_PRIORITY_CLASS fails with ERROR_PRIVILEGE_NOT_HELD where the process may not have it.
+BOOL SetPriorityClass(HANDLE process, DWORD priorityClass);
+DWORD GetPriorityClass(HANDLE process);
 
-    HANDLE GetCurrentThread();
-    HANDLE GetCurrentProcess();
-    DWORD GetCurrentThreadId();
-    DWORD GetCurrentProcessId();
+HANDLE GetCurrentThread();
+HANDLE GetCurrentProcess();
+DWORD GetCurrentThreadId();
+DWORD GetCurrentProcessId();
 
-    BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR * processMask, DWORD_PTR * systemMask);
-    DWORD_PTR SetThreadAffinityMask(HANDLE thread, DWORD_PTR mask);
+BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *processMask, DWORD_PTR *systemMask);
+DWORD_PTR SetThreadAffinityMask(HANDLE thread, DWORD_PTR mask);
 
-    DWORD TlsAlloc();
-    BOOL TlsFree(DWORD index);
-    void *TlsGetValue(DWORD index);
-    BOOL TlsSetValue(DWORD index, void *value);
+DWORD TlsAlloc();
+BOOL TlsFree(DWORD index);
+void *TlsGetValue(DWORD index);
+BOOL TlsSetValue(DWORD index, void *value);
 
-    // ---- memory ---------------------------------------------------------------------------------------------
+// ---- memory ---------------------------------------------------------------------------------------------
 
-    inline constexpr DWORD MEM_COMMIT = 0x1000;
-    inline constexpr DWORD MEM_RESERVE = 0x2000;
-    inline constexpr DWORD MEM_DECOMMIT = 0x4000;
-    inline constexpr DWORD MEM_RELEASE = 0x8000;
-    inline constexpr DWORD PAGE_NOACCESS = 0x01;
-    inline constexpr DWORD PAGE_READONLY = 0x02;
-    inline constexpr DWORD PAGE_READWRITE = 0x04;
+inline constexpr DWORD MEM_COMMIT = 0x1000;
+inline constexpr DWORD MEM_RESERVE = 0x2000;
+inline constexpr DWORD MEM_DECOMMIT = 0x4000;
+inline constexpr DWORD MEM_RELEASE = 0x8000;
+inline constexpr DWORD PAGE_NOACCESS = 0x01;
+inline constexpr DWORD PAGE_READONLY = 0x02;
+inline constexpr DWORD PAGE_READWRITE = 0x04;
 
-    void *VirtualAlloc(void *address, SIZE_T size, DWORD type, DWORD protection);
-    BOOL VirtualFree(void *address, SIZE_T size, DWORD type);
+void *VirtualAlloc(void *address, SIZE_T size, DWORD type, DWORD protection);
+BOOL VirtualFree(void *address, SIZE_T size, DWORD type);
 
-    // ---- system ---------------------------------------------------------------------------------------------
+// ---- system ---------------------------------------------------------------------------------------------
 
-    struct SYSTEM_INFO
-    {
-        WORD wProcessorArchitecture;
-        WORD wReserved;
-        DWORD dwPageSize;
-        void *lpMinimumApplicationAddress;
-        void *lpMaximumApplicationAddress;
-        DWORD_PTR dwActiveProcessorMask;
-        DWORD dwNumberOfProcessors;
-        DWORD dwProcessorType;
-        DWORD dwAllocationGranularity;
-        WORD wProcessorLevel;
-        WORD wProcessorRevision;
-    };
+struct SYSTEM_INFO
+{
+    WORD wProcessorArchitecture;
+    WORD wReserved;
+    DWORD dwPageSize;
+    void *lpMinimumApplicationAddress;
+    void *lpMaximumApplicationAddress;
+    DWORD_PTR dwActiveProcessorMask;
+    DWORD dwNumberOfProcessors;
+    DWORD dwProcessorType;
+    DWORD dwAllocationGranularity;
+    WORD wProcessorLevel;
+    WORD wProcessorRevision;
+};
 
-    struct OSVERSIONINFOA
-    {
-        DWORD dwOSVersionInfoSize;
-        DWORD dwMajorVersion;
-        DWORD dwMinorVersion;
-        DWORD dwBuildNumber;
-        DWORD dwPlatformId;
-        char szCSDVersion[128];
-    };
+struct OSVERSIONINFOA
+{
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    char szCSDVersion[128];
+};
 
-    void GetSystemInfo(SYSTEM_INFO *);
-    BOOL GetVersionExA(OSVERSIONINFOA *);
+void GetSystemInfo(SYSTEM_INFO *);
+BOOL GetVersionExA(OSVERSIONINFOA *);
 
-    // ---- time -----------------------------------------------------------------------------------------------
+// ---- time -----------------------------------------------------------------------------------------------
 
-    struct FILETIME
-    {
-        DWORD dwLowDateTime;
-        DWORD dwHighDateTime;
-    };
+struct FILETIME
+{
+    DWORD dwLowDateTime;
+    DWORD dwHighDateTime;
+};
 
-    /// Milliseconds of a monotonic clock; wraps after 49.7 days.
-    DWORD timeGetTime();
-    /// A monotonic clock of QueryPerformanceFrequency ticks a second.
-    BOOL QueryPerformanceCounter(LARGE_INTEGER *);
-    BOOL QueryPerformanceFrequency(LARGE_INTEGER *);
-    /// Universal time, in units of 100 ns since the first of January 1601.
-    void GetSystemTimePreciseAsFileTime(FILETIME *);
-    /// Milliseconds; 0 gives the processor away once.
-    void Sleep(DWORD milliseconds);
+/// Milliseconds of a monotonic clock; wraps after 49.7 days.
+DWORD timeGetTime();
+/// A monotonic clock of QueryPerformanceFrequency ticks a second.
+BOOL QueryPerformanceCounter(LARGE_INTEGER *);
+BOOL QueryPerformanceFrequency(LARGE_INTEGER *);
+/// Universal time, in units of 100 ns since the first of January 1601.
+void GetSystemTimePreciseAsFileTime(FILETIME *);
+/// Milliseconds; 0 gives the processor away once.
+void Sleep(DWORD milliseconds);
 
-    // ---- identifiers ----------------------------------------------------------------------------------------
+// ---- identifiers ----------------------------------------------------------------------------------------
 
-    using RPC_STATUS = long;
-    using RPC_CSTR = unsigned char *;
+using RPC_STATUS = long;
+using RPC_CSTR = unsigned char *;
 
-    inline constexpr RPC_STATUS RPC_S_OK = 0;
-    inline constexpr RPC_STATUS RPC_S_OUT_OF_MEMORY = 14;
-    inline constexpr RPC_STATUS RPC_S_INVALID_STRING_UUID = 1705;
+inline constexpr RPC_STATUS RPC_S_OK = 0;
+inline constexpr RPC_STATUS RPC_S_OUT_OF_MEMORY = 14;
+inline constexpr RPC_STATUS RPC_S_INVALID_STRING_UUID = 1705;
 
-    struct UUID
-    {
-        std::uint32_t Data1;
-        std::uint16_t Data2;
-        std::uint16_t Data3;
-        std::uint8_t Data4[8];
-    };
+struct UUID
+{
+    std::uint32_t Data1;
+    std::uint16_t Data2;
+    std::uint16_t Data3;
+    std::uint8_t Data4[8];
+};
 
-    RPC_STATUS UuidCreate(UUID *);
-    RPC_STATUS UuidCreateNil(UUID *);
-    int UuidIsNil(UUID *, RPC_STATUS *);
-    int UuidEqual(UUID *, UUID *, RPC_STATUS *);
-    /// -1, 0 or 1, field by field as unsigned numbers.
-    int UuidCompare(UUID *, UUID *, RPC_STATUS *);
-    std::uint16_t UuidHash(UUID *, RPC_STATUS *);
-    RPC_STATUS UuidFromStringA(RPC_CSTR text, UUID *);
-    RPC_STATUS UuidToStringA(UUID const *, RPC_CSTR *text);
-    RPC_STATUS RpcStringFreeA(RPC_CSTR * text);
+RPC_STATUS UuidCreate(UUID *);
+RPC_STATUS UuidCreateNil(UUID *);
+int UuidIsNil(UUID *, RPC_STATUS *);
+int UuidEqual(UUID *, UUID *, RPC_STATUS *);
+/// -1, 0 or 1, field by field as unsigned numbers.
+int UuidCompare(UUID *, UUID *, RPC_STATUS *);
+std::uint16_t UuidHash(UUID *, RPC_STATUS *);
+RPC_STATUS UuidFromStringA(RPC_CSTR text, UUID *);
+RPC_STATUS UuidToStringA(UUID const *, RPC_CSTR *text);
+RPC_STATUS RpcStringFreeA(RPC_CSTR *text);
 
-} // namespace )
+} // namespace ZvPlatform
+
+#pragma GCC visibility pop
 
 using namespace ZvPlatform;
 
