@@ -2,6 +2,8 @@
 
 #include "playoutTest.h"
 
+#include <gmock/gmock.h>
+
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
@@ -162,7 +164,12 @@ TEST_F(FailureTest, aStreamThatIsNone)
 
 TEST_F(FailureTest, aStreamThatIsNotConnected)
 {
-    expectFailure("recorder:in is not connected", {"--stream", "player:out push fader:in"});
+    // Two devices find their end loose; whoever is first says so.
+    Outcome const outcome = play("in.wav", "out.wav", {"--stream", "player:out push fader:in"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, testing::AnyOf("zvplayout: fader:out is not connected\n",
+                                            "zvplayout: recorder:in is not connected\n"));
+    EXPECT_EQ(files(), (std::set<std::string>{"in.wav"}));
     expectFailure("fader:in is not connected", {"--stream", "player:out push recorder:in"});
     expectFailure("fader:in is not connected", {"--stream", "fader:out push recorder:in",
                                                 "--stream", "player:out push fader:in"});
