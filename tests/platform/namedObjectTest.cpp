@@ -4,11 +4,6 @@
 #include <csignal>
 #include <string>
 
-#ifndef _WIN32
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
-
 using namespace ZvTest;
 
 namespace {
@@ -262,23 +257,11 @@ constexpr char const *NAME = "ZV_CONFORMANCE_NAME";
 
 pid_t startProcess(char const *role, std::string const &name)
 {
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::setenv(ROLE, role, 1);
-        ::setenv(NAME, name.c_str(), 1);
-        ::execl("/proc/self/exe", "conformance",
-                "--gtest_filter=PlatformNames.DISABLED_OtherProcess",
-                "--gtest_also_run_disabled_tests", "--gtest_brief=1", nullptr);
-        ::_exit(126);
-    }
+    ::setenv(ROLE, role, 1);
+    ::setenv(NAME, name.c_str(), 1);
+    pid_t const child = startElsewhere("PlatformNames.DISABLED_OtherProcess");
+    ::unsetenv(ROLE);
     return child;
-}
-
-int statusOf(pid_t child)
-{
-    int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return status;
 }
 
 bool is(char const *role)

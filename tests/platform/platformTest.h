@@ -10,6 +10,12 @@
 #include <utility>
 #include <vector>
 
+#ifndef _WIN32
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
 namespace ZvTest {
 
 inline HANDLE const INVALID = reinterpret_cast<HANDLE>(std::intptr_t{-1});
@@ -99,6 +105,30 @@ inline DWORD waitElsewhere(HANDLE handle, DWORD milliseconds)
     runner.join();
     return result;
 }
+
+#ifndef _WIN32
+
+/// Starts this program anew for one test alone, which is disabled otherwise: what is done there is another process's.
+inline pid_t startElsewhere(char const *test)
+{
+    std::string const filter = std::string("--gtest_filter=") + test;
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::execl("/proc/self/exe", "conformance", filter.c_str(), "--gtest_also_run_disabled_tests",
+                "--gtest_brief=1", nullptr);
+        ::_exit(126);
+    }
+    return child;
+}
+
+inline int statusOf(pid_t child)
+{
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return status;
+}
+
+#endif
 
 #define EXPECT_FAILS(code, ...)                                                                    \
     do {                                                                                           \

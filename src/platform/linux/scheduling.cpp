@@ -202,14 +202,13 @@ void inheritScheduling(Thread &child, Thread const &parent)
 
 void beginScheduling(Thread &thread)
 {
+    bool const inheritedNothing = !thread.realTime && !thread.nice;
+    // From here on others may apply what they change; what they changed before is found below.
     thread.kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)),
                           std::memory_order_seq_cst);
-    auto const isAsMade = [&] {
-        return processClass.load(std::memory_order_seq_cst) == NORMAL_PRIORITY_CLASS &&
-               thread.level.load(std::memory_order_seq_cst) == THREAD_PRIORITY_NORMAL &&
-               generation.load(std::memory_order_seq_cst) == thread.generation;
-    };
-    if (isAsMade() && !thread.realTime && !thread.nice)
+    if (inheritedNothing && processClass.load(std::memory_order_seq_cst) == NORMAL_PRIORITY_CLASS &&
+        thread.level.load(std::memory_order_seq_cst) == THREAD_PRIORITY_NORMAL &&
+        generation.load(std::memory_order_seq_cst) == thread.generation)
         return;
     Locked locked(schedulingLock);
     if (generation.load(std::memory_order_relaxed) != thread.generation) {

@@ -1,7 +1,5 @@
-#include "platform/linux/futex.h"
-#include "platform/services.h"
+#include "platform/linux/object.h"
 
-#include <cerrno>
 #include <ctime>
 #include <sched.h>
 
@@ -45,11 +43,14 @@ void Sleep(DWORD milliseconds)
         ::sched_yield();
         return;
     }
-    // A signal that kills does so here; any other ends no sleep.
-    Instant const deadline = milliseconds == INFINITE ? INT64_MAX / 2 : deadlineAfter(milliseconds);
-    timespec const limit = {static_cast<time_t>(deadline / 1'000'000'000),
-                            static_cast<long>(deadline % 1'000'000'000)};
-    while (::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &limit, nullptr) == EINTR) {
+    Service service;
+    Waiter &me = service.thread().waiter;
+    Instant const deadline = deadlineAfter(milliseconds);
+    bool early = true;
+    // A wake-up that was for an earlier wait ends no sleep.
+    while (early && !service.killed()) {
+        me.park.store(0, std::memory_order_relaxed);
+        early = !service.killed() && park(me, deadline);
     }
 }
 
