@@ -18,8 +18,6 @@ using namespace Zv;
 
 namespace {
 
-constexpr double POLL_INTERVAL = 0.001;  // seconds, while the sequence moves
-constexpr double CLOSE_LOOK = 0.02;      // seconds, for which it is polled without a pause
 constexpr double SIGNAL_INTERVAL = 0.05; // seconds, in which a signal is noticed
 constexpr double GRACE = 0.25;           // seconds, in which a failure travels along streams
 
@@ -109,10 +107,37 @@ private:
     std::atomic<bool> _isMarked = false;
 };
 
+/// Runs under the lock of the sequence: it takes a note, and the client's own thread shows it.
+class Client::StateObserver final : public DevSeqObserver
+{
+public:
+    explicit StateObserver(RCShdPtr<PlayoutJob> const &job) : _job(job) {}
+
+    void stateChanged(LiString const &device, LiString const &state) override
+    {
+        {
+            LkGuard<LkLock const> const guard(_lock);
+            _moves.push_back({now(), device.getChars(), state.getChars()});
+        }
+        _job->wake();
+    }
+    std::vector<Move> takeMoves()
+    {
+        LkGuard<LkLock const> const guard(_lock);
+        return std::exchange(_moves, {});
+    }
+
+private:
+    RCShdPtr<PlayoutJob> _job;
+    LkLock _lock{"StateObserver"};
+    std::vector<Move> _moves;
+};
+
 Client::Client(Options const &options)
     : _options(options),
       _job(makeShd<PlayoutJob>(options.input, options.output, options.blockFrames)),
-      _observer(makeShd<Observer>(_job))
+      _observer(makeShd<Observer>(_job)),
+      _stateObserver(makeShd<StateObserver>(_job))
 {
     auto &registry = DevRegistry::getInstance();
     registry.add(makeObj<Entry<Player>>("player", "Reads a sound file", _job));
@@ -242,10 +267,12 @@ void Client::observe()
 void Client::play()
 {
     double failedAt = 0;
-    double movedAt = _startedAt = now();
-    pollStates();
+    for (auto const &[name, device] : _devices)
+        _states[name] = _sequence->getState(name.c_str()).getChars();
+    _sequence->setObserver(_stateObserver);
+    _startedAt = now();
     _sequence->start();
-    for (pollStates(); !hasEnded(); pollStates()) {
+    for (followStates(); !hasEnded(); followStates()) {
         if (_job->hasFailed()) {
             if (!failedAt)
                 failedAt = now();
@@ -254,43 +281,26 @@ void Client::play()
             if (_job->isComplete())
                 showProgress(true);
             _display.endProgress();
-            movedAt = _stoppedAt = now();
+            _stoppedAt = now();
             _sequence->stop();
             continue;
         }
-        bool const isPlaying = haveAll("lock") && !_stoppedAt;
-        if (!isPlaying && now() - movedAt < CLOSE_LOOK) {
-            Sleeper::getInstance().sleep(0);
-            continue;
-        }
-        showMoves();
-        if (isPlaying)
+        if (haveAll("lock") && !_stoppedAt)
             showProgress(false);
-        _job->wait(isPlaying ? SIGNAL_INTERVAL : POLL_INTERVAL);
+        _job->wait(SIGNAL_INTERVAL);
     }
-    showMoves();
     if (haveAll("final"))
         _sequence->wait();
 }
 
-void Client::pollStates()
+void Client::followStates()
 {
-    for (auto const &[name, device] : _devices) {
-        std::string const state = _sequence->getState(name.c_str()).getChars();
-        std::string &known = _states[name];
-        if (state == known)
-            continue;
-        if (!known.empty())
-            _moves.push_back(format("  %8.3f ms  %-10s %s -> %s", (now() - _startedAt) * 1000,
-                                    name.c_str(), known.c_str(), state.c_str()));
-        known = state;
+    for (auto const &move : _stateObserver->takeMoves()) {
+        std::string &known = _states[move.device];
+        _display.line(format("  %8.3f ms  %-10s %s -> %s", (move.time - _startedAt) * 1000,
+                             move.device.c_str(), known.c_str(), move.state.c_str()));
+        known = move.state;
     }
-}
-
-void Client::showMoves()
-{
-    for (auto const &move : std::exchange(_moves, {}))
-        _display.line(move);
 }
 
 bool Client::haveAll(char const *state) const
@@ -309,7 +319,7 @@ bool Client::hasEnded() const
 
 bool Client::isRootRunning() const
 {
-    return isOneOf(_states.at(_devices.front().first),
+    return isOneOf(_sequence->getState(_devices.front().first.c_str()).getChars(),
                    {"start", "wsr", "ready", "wml", "sync", "lock", "recover"});
 }
 

@@ -29,14 +29,22 @@ public:
 
 private:
     class Observer;
+    class StateObserver;
+
+    /// A device has come to a state.
+    struct Move
+    {
+        double time;
+        std::string device;
+        std::string state;
+    };
 
     void checkFiles() const;
     void configure();
     void setProperties();
     void observe();
     void play();
-    void pollStates();
-    void showMoves();
+    void followStates();
     bool haveAll(char const *state) const;
     bool hasEnded() const;
     bool isRootRunning() const;
@@ -59,9 +67,9 @@ private:
     Zv::ObjPtr<Zv::DevMgrStreamAcc> _streams;
     Zv::ObjPtr<Zv::DevMgrPropertyAcc> _properties;
     Zv::RCShdPtr<Observer> _observer;
+    Zv::RCShdPtr<StateObserver> _stateObserver;
 
     std::map<std::string, std::string> _states; // by device
-    std::vector<std::string> _moves;            // that were seen and not shown yet
     double _startedAt = 0;                      // moments of the monotonic clock
     double _stoppedAt = 0;
     double _shownAt = 0;

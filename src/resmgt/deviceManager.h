@@ -14,6 +14,7 @@
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqEvPend.h"
+#include "resmgt/deviceManager/sequence/devSeqObserver.h"
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
 #include "resmgt/deviceManager/sequence/devSeqSM.h"
 #include "resmgt/deviceManager/sequence/devSeqSMTable.h"

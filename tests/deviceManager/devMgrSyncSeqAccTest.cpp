@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 using namespace Test;
 using Lines = std::vector<std::string>;
 
@@ -59,6 +61,36 @@ TEST_F(SequenceAccess, WholeTreeStartsLocksAndStops)
                             "sync to mark c", "stop c", "stop b", "stop a"}));
     for (char const *name : {"a", "b", "c"})
         EXPECT_EQ(access->getState(name), "final");
+}
+
+class StateObserver : public DevSeqObserver
+{
+public:
+    explicit StateObserver(Journal &journal) : _journal(journal) {}
+    void stateChanged(LiString const &device, LiString const &state) override
+    {
+        _journal.add((device + " " + state).getChars());
+    }
+
+private:
+    Journal &_journal;
+};
+
+TEST_F(SequenceAccess, ObserverIsToldOfEveryState)
+{
+    Registered const a("a",
+                       [this] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("a", journal)); });
+    Journal states;
+    access->configure("( a )");
+    access->setObserver(makeShd<StateObserver>(states));
+    access->start();
+    while (access->getState("a") != "lock")
+        std::this_thread::yield();
+    EXPECT_EQ(states.take(), (Lines{"a start", "a ready", "a sync", "a lock"}));
+    access->setObserver(nullptr);
+    access->stop();
+    access->wait();
+    EXPECT_EQ(states.take(), Lines{});
 }
 
 TEST_F(SequenceAccess, NameBehindTheRootsGroupIsANullPointer)

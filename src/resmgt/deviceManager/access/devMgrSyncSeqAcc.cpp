@@ -49,6 +49,7 @@ public:
     void stop() override { _tree->processEvent(DevSeqEv::STOP); }
     void wait() override { _tree->wait(); }
     LiString getState(LiString const &name) override { return _tree->getState(name); }
+    void setObserver(RCShdPtr<DevSeqObserver> observer) override { _tree->setObserver(observer); }
 
 private:
     void makeNode(LiString const &name, RCShdPtr<DevMDSyncSeqPrtcl> const &seqPrtcl)

@@ -1,6 +1,7 @@
 // A client's handle on one tree of devices that start, lock and stop in order.
 #pragma once
 
+#include "resmgt/deviceManager/sequence/devSeqObserver.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
@@ -46,6 +47,8 @@ public:
     virtual void wait() = 0;
     /// The name of the state in which the device's sequence machine stands. `DevMgrEx::NameNotFound`.
     virtual LiString getState(LiString const &name) = 0;
+    /// Who is told of every state that a device's machine comes to; null for nobody.
+    virtual void setObserver(RCShdPtr<DevSeqObserver> observer) = 0;
 
 protected:
     DevMgrSyncSeqAcc() = default;

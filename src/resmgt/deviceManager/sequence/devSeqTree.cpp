@@ -20,6 +20,8 @@ std::string_view nameOf(LiString const &name)
 
 } // namespace
 
+DevSeqObserver::~DevSeqObserver() = default;
+
 DevSeqTreeLink::DevSeqTreeLink(DevSeqTree *tree) : _lock("DevSeqTreeLink"), _tree(tree) {}
 
 DevSeqTreeLink::~DevSeqTreeLink() = default;
@@ -156,6 +158,12 @@ LiString DevSeqTree::getState(LiString const &name)
     return find(name)._sm->getStateName();
 }
 
+void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    _observer = observer;
+}
+
 void DevSeqTree::wait()
 {
     walk(
@@ -215,7 +223,7 @@ void DevSeqTree::deliver(DevSeqTreeNode &node, std::int32_t event)
     Delivery::Next next{&node, event};
     for (;;) {
         if (next.node) {
-            next.node->accept(next.event);
+            accept(*next.node, next.event);
             deliveries.emplace_back(*next.node);
         } else {
             deliveries.pop_back();
@@ -224,6 +232,17 @@ void DevSeqTree::deliver(DevSeqTreeNode &node, std::int32_t event)
         }
         next = deliveries.back().getNext();
     }
+}
+
+void DevSeqTree::accept(DevSeqTreeNode &node, std::int32_t event)
+{
+    if (_observer.isNull())
+        return node.accept(event);
+    LiString const former = node._sm->getStateName();
+    node.accept(event);
+    LiString const state = node._sm->getStateName();
+    if (state != former)
+        _observer->stateChanged(node._name, state);
 }
 
 DevSeqTreeNode &DevSeqTree::find(LiString const &name)

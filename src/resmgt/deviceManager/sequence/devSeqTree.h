@@ -1,6 +1,7 @@
 // Devices that start, lock and stop together.
 #pragma once
 
+#include "resmgt/deviceManager/sequence/devSeqObserver.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeLink.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/export.h"
@@ -59,6 +60,9 @@ public:
     /// The name of the state in which the device's machine is. Throws `DevMgrEx::NameNotFound`.
     LiString getState(LiString const &name) ZV_EXCLUDES(_lock);
 
+    /// Is told from now on of every state that a machine comes to; null for nobody.
+    void setObserver(RCShdPtr<DevSeqObserver> const &observer) ZV_EXCLUDES(_lock);
+
     /// Blocks until every device has stopped or aborted; takes no lock. Once for a tree: each end
     /// of a device ends one wait for it. By design it does not return where a machine ended in
     /// `_ill` or `_exc` instead. Throws `RCEx::ExNullPtr` for an empty tree.
@@ -79,7 +83,8 @@ private:
 
     template <class Enter, class Leave>
     static void walk(DevSeqTreeNode &root, Enter enter, Leave leave);
-    static void deliver(DevSeqTreeNode &node, std::int32_t event);
+    void deliver(DevSeqTreeNode &node, std::int32_t event) ZV_REQUIRES(_lock);
+    void accept(DevSeqTreeNode &node, std::int32_t event) ZV_REQUIRES(_lock);
 
     DevSeqTreeNode &find(LiString const &name) ZV_REQUIRES(_lock);
     void index(DevSeqTreeNode &root) ZV_REQUIRES(_lock);
@@ -90,6 +95,7 @@ private:
     HashMap<std::string_view, DevSeqTreeNode *>
         _nodes ZV_GUARDED_BY(_lock); // by name; the names are the nodes' own
     bool _isIndexed = false;
+    RCShdPtr<DevSeqObserver> _observer ZV_GUARDED_BY(_lock);
 };
 
 /// The tree's text form, as `write` gives it.
