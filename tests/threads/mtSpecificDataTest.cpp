@@ -167,13 +167,13 @@ TEST_F(MtSpecificDataTest, AddingNothingFailsTheAssertion)
 
 TEST_F(MtSpecificDataTest, AnEntryWithoutValueFailsTheAssertion)
 {
-    std::thread([] {
+    runStranger([] {
         MtSpecificData<Counted> const data("data");
         MtSpecificDataRegistry::getInstance().addSpecificData(&data);
         EXPECT_EQ("!data->isNull()", failedAssertion([] {
                       MtSpecificDataRegistry::getInstance().removeSpecificData();
                   }));
-    }).join();
+    });
 }
 
 /// Uses other data while it is deleted.

@@ -299,6 +299,21 @@ TEST_F(MtThreadTest, QuestionsAboutCancellingNeedARunningThread)
     thread->testCancel();
 }
 
+TEST_F(MtThreadTest, AThreadWhoseBodyHasEndedIsNotCancelable)
+{
+    ObjPtr<MtThread> const thread =
+        makeThread("ended", [](TestProtocol &, MtThread *self) { self->enableCancel(); });
+    thread->start();
+    std::thread([&] { thread->join(); }).join();
+    thread->cancel();
+    EXPECT_FALSE(thread->isRunning());
+    for (int round = 0; round != 20; ++round) {
+        thread->start();
+        thread->cancel(); // in its body, behind it, or ended
+        thread->join();
+    }
+}
+
 class CanceledProtocol : public MtThreadProtocol
 {
 public:

@@ -1,6 +1,7 @@
 // What the tests of threads have in common.
 #pragma once
 
+#include "resmgt/threads/mtSpecificDataRegistry.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadProtocol.h"
@@ -11,6 +12,7 @@
 #include <functional>
 #include <semaphore>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace Zv {
@@ -50,6 +52,15 @@ inline ObjPtrRet<MtThread> makeThread(char const *name, TestProtocol::Body body,
 inline ObjPtrRet<MtThread> makeWaitingThread(char const *name = "waiting")
 {
     return makeThread(name, [](TestProtocol &protocol, MtThread *) { protocol.waitForStop(); });
+}
+
+/// Runs `body` in a thread that the library did not make, and frees what it left there.
+inline void runStranger(std::function<void()> const &body)
+{
+    std::thread([&body] {
+        body();
+        MtSpecificDataRegistry::getInstance().removeSpecificData();
+    }).join();
 }
 
 /// The expression of the assertion that `action` fails; empty where it fails none.

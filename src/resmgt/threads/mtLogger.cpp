@@ -101,12 +101,11 @@ void MtLogger::dismantle()
     delete std::exchange(_state, nullptr);
 }
 
-unsigned MtLogger::enterThread()
+LgQueue *MtLogger::enterThread()
 {
-    unsigned const run = getRun();
-    if (run)
-        LgLog::registerQueue(LgLog::getQueue());
-    return run;
+    LgQueue * const queue = LgLog::getQueue();
+    LgLog::registerQueue(queue);
+    return queue;
 }
 
 unsigned MtLogger::getRun()

@@ -29,9 +29,8 @@ public:
     /// thread that started the logger.
     static void stopLogger();
 
-    /// For a thread that begins: makes and registers its queue. Returns the run of the logger; without one it does
-    /// nothing and returns 0.
-    static unsigned enterThread();
+    /// For a thread that begins: makes and registers its queue, and returns it; null without a logger.
+    static LgQueue *enterThread();
     /// The run of the logger, counted from 1; 0 while there is none.
     static unsigned getRun();
     /// For a thread that ends: gives its queue to the reader.

@@ -10,6 +10,7 @@
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgLog.h"
+#include "zvbase/lgQueue.h"
 #include "zvbase/trace.h"
 
 #include <algorithm>
@@ -73,6 +74,7 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
       _isNewThread(isNewThread),
       _runNb(0),
       _loggerRun(0),
+      _logQueue(nullptr),
       _lock("MtThreadWindows"),
       _stateLock("MtThreadWindows::state"),
       _started("MtThreadWindows::started", 0, LkSemaTypes::PRIVATE),
@@ -209,7 +211,8 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     setCancelable(false, false);
     describeCallingThread(_priority.getName());
-    _loggerRun = MtLogger::enterThread();
+    _loggerRun = MtLogger::getRun();
+    _logQueue = MtLogger::enterThread();
     _started.post();
     _created.wait();
 
@@ -217,6 +220,7 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
     applyProcessorNb();
     if (!_protocol.isNull())
         _protocol->performExecute(this);
+    setCancelable(false, false); // who is killed in what follows keeps others' locks
     threadEnded();
     MtLogger::exitThread();
     freeSpecificData();
@@ -278,14 +282,16 @@ void MtThreadWindows::cancel()
     }
     if (!_protocol.isNull())
         _protocol->performCanceled(this);
-    bool const found = LgLog::creatorExit(getThreadId().getNumber()) || isWithoutLogQueue();
-    ZV_ASSERT(found);
+    exitLogQueue();
 }
 
-// A thread has no queue where it was started without a logger, or under one that has been stopped since.
-bool MtThreadWindows::isWithoutLogQueue() const
+void MtThreadWindows::exitLogQueue()
 {
-    return _loggerRun == 0 || _loggerRun != MtLogger::getRun();
+    bool const found = LgLog::creatorExit(getThreadId().getNumber());
+    if (_logQueue && _loggerRun == MtLogger::getRun())
+        ZV_ASSERT(found);
+    else if (_logQueue && !found)
+        _logQueue->creatorExit(); // its logger has been stopped since
 }
 
 // Under the lock that `disableCancel` takes: a thread that has come back from there is not killed.

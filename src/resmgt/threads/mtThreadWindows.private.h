@@ -13,6 +13,7 @@
 
 namespace Zv {
 
+class LgQueue;
 class MtThreadMgr;
 
 /// Two locks: `_lock` is held for a whole operation and during the protocol's callbacks; `_stateLock` is a leaf, for
@@ -77,7 +78,7 @@ private:
     /// Brings the thread to its end, for the destructor.
     void finish();
     bool terminate();
-    bool isWithoutLogQueue() const;
+    void exitLogQueue();
     void abortOnException() const;
     bool setCancelable(bool cancelable, bool check);
     bool isRunningNoLock() const;
@@ -94,7 +95,8 @@ private:
     bool _terminateOnUnhandled;
     bool _isNewThread;
     unsigned _runNb ZV_GUARDED_BY(_stateLock); // counts the starts
-    unsigned _loggerRun; // written by the thread before the meeting in `start`
+    unsigned _loggerRun; // these two are written by the thread before the meeting in `start`
+    LgQueue *_logQueue;
     ObjPtr<ExBase> _exception ZV_GUARDED_BY(_stateLock);
     LkRecLock _lock;
     LkLock _stateLock;
