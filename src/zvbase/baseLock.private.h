@@ -3,7 +3,6 @@
 
 #include "platform/interlocked.h"
 #include "platform/types.h"
-#include "zvbase/export.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>
@@ -13,7 +12,7 @@ namespace Zv {
 /// A critical section that needs no construction at run time and no destruction, so that it serves statics at any
 /// moment of a process. Recursive: a thread may lock it again. Users of the library take the locks of the `locks`
 /// package instead, which have names and report deadlocks.
-class ZVBASE_EXPORT ZV_CAPABILITY("lock") BaseLock
+class ZV_CAPABILITY("lock") BaseLock
 {
 public:
     constexpr BaseLock() = default;

@@ -16,8 +16,8 @@ namespace {
 
 using Steps = std::vector<std::string>;
 
-Steps steps;
-std::string failing; // the step that throws
+Steps &steps = *new Steps;
+std::string &failing = *new std::string; // the step that throws
 
 void record(std::string const &step)
 {

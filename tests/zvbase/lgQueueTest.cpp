@@ -367,6 +367,28 @@ TEST_F(BlockingTrace, aLineThatFitsNoQueueIsDroppedWithoutWaiting)
     EXPECT_EQ(TestLogger::getThreadQueue()->getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
+/// Leaves it at having been asked.
+class IdleObserver : public LgQueue::Observer
+{
+public:
+    void notify(LgQueue &) override {}
+    void wait(LgQueue &, unsigned) override {}
+};
+
+TEST_F(BlockingTrace, aLineIsDroppedWhereWaitingMadeNoRoom)
+{
+    LgTrace::print("first");
+    LgQueue &queue = *TestLogger::getThreadQueue();
+    queue.changeObserver(ObjPtr<LgQueue::Observer>(new IdleObserver));
+    {
+        LgLine line(LgLine::PLAIN);
+        line.getStream() << std::string(LgQueue::CAPACITY - 33, 'y');
+    }
+    EXPECT_EQ(queue.getNbLostLines(), 1U);
+    _logger.flush();
+    EXPECT_EQ(queue.getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
+}
+
 TEST_F(BlockingTrace, nobodyWaitsOnceTheLoggerIsStopping)
 {
     fillQueue();

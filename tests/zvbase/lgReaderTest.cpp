@@ -155,6 +155,21 @@ TEST(LgReader, stoppingWritesWhatIsLeft)
     EXPECT_EQ(log.getLines(), (Lines{"just before\n"}));
 }
 
+TEST(LgReader, aRegistryThatIsPutAsideIsEmptiedFirst)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    std::thread([] {
+        LgTrace::print("from a thread that has ended");
+        TestLogger::endThread();
+    }).join();
+    EXPECT_EQ(logger.getNbQueues(), 1U);
+    ObjPtr<LgRegistry> registry(LgLog::setRegistry(nullptr));
+    EXPECT_EQ(log.getLines(), (Lines{"from a thread that has ended\n"}));
+    EXPECT_EQ(logger.getNbQueues(), 0U);
+    static_cast<void>(LgLog::setRegistry(registry));
+}
+
 TEST(LgReader, flushWritesInTheCallingThread)
 {
     CapturedLog const log;

@@ -203,19 +203,23 @@ void writeNestedLines()
     ZV_TRACE(getLevel(), "outer " << traced("a") << ' ' << tracedTwice("b") << " end");
 }
 
-Lines const nestedLines = {"inner a\n", "inner b\n", "middle b\n", "outer a b end\n"};
+Lines getNestedLines()
+{
+    return {"inner a\n", "inner b\n", "middle b\n", "outer a b end\n"};
+}
 
 TEST(Trace, aTextThatTracesComesAfterWhatItTraced)
 {
     CapturedLog const log;
     writeNestedLines();
-    EXPECT_EQ(log.getTexts(), nestedLines);
+    EXPECT_EQ(log.getTexts(), getNestedLines());
 }
 
 TEST(Trace, linesNestAtEveryPlaceOfTheQueue)
 {
     CapturedLog const log;
     TestLogger logger;
+    Lines const nestedLines = getNestedLines();
     Lines expected;
     for (int i = 0; i < 1000; ++i) {
         writeNestedLines();

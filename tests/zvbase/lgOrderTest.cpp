@@ -1,0 +1,171 @@
+// The time order of the log under schedules that are hard to meet by chance.
+
+#include "zvbase/logTestUtil.h"
+#include "zvbase/services.h"
+
+#include <gtest/gtest.h>
+
+#include <semaphore>
+
+namespace Zv {
+namespace {
+
+using LogTest::CapturedLog;
+using LogTest::TestLogger;
+using ServiceTest::Hooked;
+using Lines = std::vector<std::string>;
+
+/// A thread that stands still in the middle of ending a line: it has read the clock and has not published the line.
+class SlowWriter
+{
+public:
+    SlowWriter()
+    {
+        _hooked->readsClock = [](LONGLONG &) {
+            if (standsStillAtClock) {
+                standsStillAtClock = false;
+                atClock.release();
+                ::WaitForSingleObject(goOn, INFINITE);
+            }
+            return false;
+        };
+        _thread = ::CreateThread(nullptr, 64 * 1024, write, nullptr, 0, nullptr);
+        atClock.acquire();
+    }
+    ~SlowWriter()
+    {
+        ::SetEvent(goOn);
+        ::WaitForSingleObject(_thread, INFINITE);
+        ::CloseHandle(_thread);
+        ::CloseHandle(goOn);
+        goOn = nullptr;
+    }
+
+    Hooked &getHooks() { return _hooked; }
+    static void letGoOn() { ::SetEvent(goOn); }
+    void waitForEnd() { ::WaitForSingleObject(_thread, INFINITE); }
+    void kill()
+    {
+        ::TerminateThread(_thread, 0);
+        waitForEnd();
+    }
+    static unsigned long getNumber() { return number; }
+
+private:
+    static DWORD write(void *)
+    {
+        LgLog::registerQueue(TestLogger::getThreadQueue());
+        number = TestLogger::getThreadQueue()->getThreadId();
+        standsStillAtClock = true;
+        LgTrace::print("first");
+        TestLogger::endThread();
+        return 0;
+    }
+
+    static inline thread_local bool standsStillAtClock = false;
+    static inline std::binary_semaphore atClock{0};
+    static inline HANDLE goOn = nullptr;
+    static inline unsigned long number = 0;
+
+    Hooked _hooked;
+    HANDLE _event = goOn = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE _thread = nullptr;
+};
+
+TEST(LogOrder, aLaterLineWaitsForTheOneThatIsBeingEnded)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    SlowWriter writer;
+    LgTrace::print("second");
+    int nbLooks = 0;
+    writer.getHooks()->sleeps = [&](DWORD) {
+        if (++nbLooks == 5) {
+            EXPECT_TRUE(log.getLines().empty());
+            SlowWriter::letGoOn();
+            writer.waitForEnd();
+        }
+        return true;
+    };
+    logger.flush();
+    EXPECT_EQ(nbLooks, 5);
+    EXPECT_EQ(log.getLines(), (Lines{"first\n", "second\n"}));
+}
+
+TEST(LogOrder, aThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    SlowWriter writer;
+    LgTrace::print("second");
+    int nbLooks = 0;
+    writer.getHooks()->sleeps = [&](DWORD) {
+        if (++nbLooks == 5) {
+            writer.kill();
+            EXPECT_TRUE(LgLog::creatorExit(SlowWriter::getNumber()));
+        }
+        return true;
+    };
+    logger.flush();
+    EXPECT_EQ(nbLooks, 5);
+    EXPECT_EQ(log.getLines(), (Lines{"second\n"}));
+    EXPECT_EQ(logger.getNbQueues(), 1U) << "only the main thread's";
+}
+
+TEST(LogOrder, aThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    SlowWriter writer;
+    LgTrace::print("second");
+    double slept = 0;
+    writer.getHooks()->sleeps = [&](DWORD milliseconds) {
+        slept += milliseconds / 1000.0;
+        return true;
+    };
+    logger.flush();
+    EXPECT_EQ(log.getLines(), (Lines{"second\n"}));
+    EXPECT_GT(slept, 0.5);
+    SlowWriter::letGoOn();
+    writer.waitForEnd();
+    logger.flush();
+    EXPECT_EQ(log.getLines(), (Lines{"second\n", "first\n"}));
+}
+
+TEST(LogOrder, aLineThatIsBeingEndedWhenTheLoggerStopsComesOut)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    SlowWriter writer;
+    writer.getHooks()->sleeps = [&](DWORD) {
+        SlowWriter::letGoOn();
+        writer.waitForEnd();
+        return true;
+    };
+    LgLog::setLoggerActive(false);
+    logger.flush();
+    EXPECT_EQ(log.getLines(), (Lines{"first\n"}));
+}
+
+TEST(LogOrder, aLineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    LgLog::registerQueue(TestLogger::getThreadQueue());
+    Hooked hooked;
+    bool isDone = false;
+    // The reader's first look at the clock: the line comes right after it.
+    hooked->readsClock = [&](LONGLONG &ticks) {
+        if (isDone)
+            return false;
+        isDone = true;
+        LgTrace::print("just after");
+        --ticks;
+        return true;
+    };
+    EXPECT_TRUE(logger.getReader().flushEarliest());
+    EXPECT_EQ(log.getLines(), (Lines{"just after\n"}));
+}
+
+} // namespace
+} // namespace Zv

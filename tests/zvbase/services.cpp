@@ -1,0 +1,85 @@
+#include "zvbase/services.h"
+
+namespace Zv::ServiceTest {
+
+Hooks &getHooks()
+{
+    static Hooks &hooks = *new Hooks;
+    return hooks;
+}
+
+} // namespace Zv::ServiceTest
+
+using Zv::ServiceTest::getHooks;
+
+#define ZV_WRAP(name) __asm__("__wrap_" name)
+#define ZV_REAL(name) __asm__("__real_" name)
+
+BOOL realCloseHandle(HANDLE) ZV_REAL("_ZN10ZvPlatform11CloseHandleEPv");
+BOOL wrapCloseHandle(HANDLE) ZV_WRAP("_ZN10ZvPlatform11CloseHandleEPv");
+BOOL wrapCloseHandle(HANDLE object)
+{
+    if (getHooks().refusesToClose && getHooks().refusesToClose()) {
+        realCloseHandle(object);
+        ::SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    return realCloseHandle(object);
+}
+
+BOOL realSetTimer(HANDLE, LARGE_INTEGER const *, LONG, void *, void *, BOOL)
+    ZV_REAL("_ZN10ZvPlatform16SetWaitableTimerEPvPKNS_13LARGE_INTEGEREiS0_S0_i");
+BOOL wrapSetTimer(HANDLE, LARGE_INTEGER const *, LONG, void *, void *, BOOL)
+    ZV_WRAP("_ZN10ZvPlatform16SetWaitableTimerEPvPKNS_13LARGE_INTEGEREiS0_S0_i");
+BOOL wrapSetTimer(HANDLE timer, LARGE_INTEGER const *dueTime, LONG period, void *routine,
+                  void *argument, BOOL resume)
+{
+    if (getHooks().refusesToSetTimer && getHooks().refusesToSetTimer()) {
+        ::SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    return realSetTimer(timer, dueTime, period, routine, argument, resume);
+}
+
+DWORD realWait(HANDLE, DWORD) ZV_REAL("_ZN10ZvPlatform19WaitForSingleObjectEPvj");
+DWORD wrapWait(HANDLE, DWORD) ZV_WRAP("_ZN10ZvPlatform19WaitForSingleObjectEPvj");
+DWORD wrapWait(HANDLE object, DWORD milliseconds)
+{
+    if (getHooks().beforeWait)
+        getHooks().beforeWait(object, milliseconds);
+    return realWait(object, milliseconds);
+}
+
+HANDLE realCreateTimer(SECURITY_ATTRIBUTES *, BOOL, char const *)
+    ZV_REAL("_ZN10ZvPlatform20CreateWaitableTimerAEPNS_19SECURITY_ATTRIBUTESEiPKc");
+HANDLE wrapCreateTimer(SECURITY_ATTRIBUTES *, BOOL, char const *)
+    ZV_WRAP("_ZN10ZvPlatform20CreateWaitableTimerAEPNS_19SECURITY_ATTRIBUTESEiPKc");
+HANDLE wrapCreateTimer(SECURITY_ATTRIBUTES *security, BOOL manualReset, char const *name)
+{
+    if (getHooks().refusesToCreateTimer && getHooks().refusesToCreateTimer()) {
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    return realCreateTimer(security, manualReset, name);
+}
+
+BOOL realReadClock(LARGE_INTEGER *)
+    ZV_REAL("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
+BOOL wrapReadClock(LARGE_INTEGER *)
+    ZV_WRAP("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
+BOOL wrapReadClock(LARGE_INTEGER *now)
+{
+    BOOL const isRead = realReadClock(now);
+    LONGLONG ticks = now->QuadPart;
+    if (getHooks().readsClock && getHooks().readsClock(ticks))
+        now->QuadPart = ticks;
+    return isRead;
+}
+
+void realSleep(DWORD) ZV_REAL("_ZN10ZvPlatform5SleepEj");
+void wrapSleep(DWORD) ZV_WRAP("_ZN10ZvPlatform5SleepEj");
+void wrapSleep(DWORD milliseconds)
+{
+    if (!getHooks().sleeps || !getHooks().sleeps(milliseconds))
+        realSleep(milliseconds);
+}
