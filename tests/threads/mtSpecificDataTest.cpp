@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <thread>
 #include <vector>
 
@@ -214,17 +215,18 @@ TEST_F(MtSpecificDataTest, AValueThatCannotBeMadeLeavesNothing)
     EXPECT_EQ(0u, countEntries(&data));
 }
 
-std::vector<int> deleted;
+std::array<int, 2> deleted;
+std::size_t nbOrdered = 0;
 
 template <int N>
 struct Ordered
 {
-    ~Ordered() { deleted.push_back(N); }
+    ~Ordered() { deleted.at(nbOrdered++) = N; }
 };
 
 TEST_F(MtSpecificDataTest, ValuesGoInTheOrderOfTheirMaking)
 {
-    deleted.clear();
+    nbOrdered = 0;
     std::thread([] {
         MtSpecificData<Ordered<1>> const first("first");
         MtSpecificData<Ordered<2>> const second("second");
@@ -232,7 +234,7 @@ TEST_F(MtSpecificDataTest, ValuesGoInTheOrderOfTheirMaking)
         first.getPointee();
         MtSpecificDataRegistry::getInstance().removeSpecificData();
     }).join();
-    EXPECT_EQ((std::vector<int>{2, 1}), deleted);
+    EXPECT_EQ((std::array{2, 1}), deleted);
 }
 
 class MtSpecificDataThreadTest : public MtSpecificDataTest
