@@ -52,11 +52,12 @@ inline Word withValue(Word word, std::uint32_t value)
     return (word & FLAGS) | Word{value} << VALUE_SHIFT;
 }
 
-/// How long it paid to look again before sleeping, in pauses of the processor.
+/// What looking again before sleeping has come to, in the waits for one object.
 struct SpinCredit
 {
-    std::uint16_t pauses;
-    std::uint8_t refusals;
+    std::uint16_t pauses;   ///< that may be spent on the next wait
+    std::uint16_t refusals; ///< waits that sleep at once before it is tried again
+    std::uint8_t failures;  ///< tries in a row that came to nothing
 };
 
 struct Name;
@@ -288,7 +289,7 @@ void leaveShared(Object::SharedState);
 std::uint32_t spinBudget(SpinCredit &);
 /// What an object begins with.
 SpinCredit newSpinCredit();
-void spinPaid(SpinCredit &, std::uint32_t used);
+void spinPaid(SpinCredit &);
 void spinFailed(SpinCredit &);
 
 inline void pause()
@@ -309,7 +310,7 @@ bool spin(SpinCredit &credit, Try tryIt)
     std::uint32_t const budget = spinBudget(credit);
     for (std::uint32_t i = 0; i < budget; ++i) {
         if (tryIt()) {
-            spinPaid(credit, i);
+            spinPaid(credit);
             return true;
         }
         pause();

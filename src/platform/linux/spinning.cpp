@@ -1,58 +1,62 @@
 // Looking again for a moment before sleeping, where that pays.
 //
 // A sleep and the wake-up from it cost some microseconds; a hand-over from a thread that runs on another processor
-// costs a fraction of one. Each object learns for itself how long its waits last.
+// costs a fraction of one. Each object learns for itself: a success gives it the longest time, a failure halves it.
+// Between two threads it pays only if both are awake, so a try, after waits that slept at once, is one for the next few
+// waits of the whole process. Tries that fail, as those of threads on one processor do, become ever rarer.
 #include "platform/linux/object.h"
 
 #include <algorithm>
 #include <sched.h>
+#include <unistd.h>
 
 namespace ZvPlatform::Linux {
 
 namespace {
 
 constexpr Instant LONGEST_SPIN = 5000; // nanoseconds, about what a sleep and a wake-up cost
-constexpr std::uint32_t SHORTEST = 16;
-constexpr std::uint8_t REFUSALS = 64;
+constexpr std::uint16_t SHORTEST = 16; // pauses
+constexpr std::uint32_t TRIES = 16;
+constexpr std::uint16_t REFUSALS = 64;
+constexpr std::uint8_t MOST_FAILURES = 8;
 
-// 0: not measured yet; 1: never, there is one processor.
+/// Pauses; 0: not known yet.
 constinit std::atomic<std::uint32_t> longestSpin{0};
 
-// What the waits of all objects have lately come to: where an object begins that has no waits of its own.
+/// Waits that are still part of the present try.
+constinit std::atomic<std::uint32_t> triesLeft{0};
+
+/// What the waits for all objects have lately come to: where an object begins that has no waits of its own.
 constinit SpinCredit lately{};
 
-void set(SpinCredit &credit, std::uint32_t pauses)
+template <class T>
+T get(T const &value)
 {
-    __atomic_store_n(&credit.pauses, static_cast<std::uint16_t>(pauses), __ATOMIC_RELAXED);
+    return __atomic_load_n(&value, __ATOMIC_RELAXED);
 }
 
-std::uint8_t refuse(SpinCredit &credit)
+template <class T>
+void set(T &value, T wanted)
 {
-    std::uint8_t const refusals = __atomic_load_n(&credit.refusals, __ATOMIC_RELAXED);
-    __atomic_store_n(&credit.refusals, static_cast<std::uint8_t>((refusals + 1) % REFUSALS),
-                     __ATOMIC_RELAXED);
-    return refusals;
+    // What is shared by all waits is not written without need.
+    if (get(value) != wanted)
+        __atomic_store_n(&value, wanted, __ATOMIC_RELAXED);
 }
 
-void paid(SpinCredit &credit, std::uint32_t used)
+/// The processors that this thread and the main one may use: a thread that is tied to one of them tells little.
+int usableProcessors()
 {
-    std::uint32_t const longest = longestSpin.load(std::memory_order_relaxed);
-    std::uint32_t const pauses = __atomic_load_n(&credit.pauses, __ATOMIC_RELAXED);
-    std::uint32_t const wanted = std::min(longest, 2 * used + 2 * SHORTEST);
-    set(credit, pauses < wanted ? wanted : pauses - (pauses - wanted) / 8);
-}
-
-void failed(SpinCredit &credit)
-{
-    set(credit, __atomic_load_n(&credit.pauses, __ATOMIC_RELAXED) / 2);
+    cpu_set_t mine, main;
+    CPU_ZERO(&mine);
+    CPU_ZERO(&main);
+    ::sched_getaffinity(0, sizeof mine, &mine);
+    ::sched_getaffinity(::getpid(), sizeof main, &main);
+    CPU_OR(&mine, &mine, &main);
+    return CPU_COUNT(&mine);
 }
 
 std::uint32_t measure()
 {
-    cpu_set_t usable;
-    CPU_ZERO(&usable);
-    if (::sched_getaffinity(0, sizeof usable, &usable) == 0 && CPU_COUNT(&usable) < 2)
-        return 1;
     // The fastest of a few short runs: the others were interrupted.
     constexpr std::uint32_t PAUSES = 64;
     Instant best = NEVER;
@@ -66,43 +70,66 @@ std::uint32_t measure()
     return static_cast<std::uint32_t>(std::clamp<Instant>(pauses, SHORTEST, 4000));
 }
 
+/// Whether a wait without credit is to try all the same.
+bool tries(SpinCredit &credit)
+{
+    std::uint32_t left = triesLeft.load(std::memory_order_relaxed);
+    if (left) {
+        triesLeft.compare_exchange_strong(left, left - 1, std::memory_order_relaxed);
+        return true;
+    }
+    if (std::uint16_t const refusals = get(credit.refusals)) {
+        set<std::uint16_t>(credit.refusals, refusals - 1);
+        return false;
+    }
+    std::uint8_t const failures = get(credit.failures);
+    set<std::uint16_t>(credit.refusals, REFUSALS << failures);
+    set<std::uint8_t>(credit.failures, std::min<std::uint8_t>(failures + 1, MOST_FAILURES));
+    set(lately.refusals, get(credit.refusals));
+    set(lately.failures, get(credit.failures));
+    if (usableProcessors() < 2)
+        return false;
+    triesLeft.store(TRIES, std::memory_order_relaxed);
+    return true;
+}
+
 } // namespace
 
 std::uint32_t spinBudget(SpinCredit &credit)
 {
     if (GetPriorityClass(CURRENT_PROCESS) == REALTIME_PRIORITY_CLASS)
         return 0;
+    std::uint16_t const pauses = get(credit.pauses);
+    if (pauses >= SHORTEST)
+        return pauses;
+    if (!tries(credit))
+        return 0;
     std::uint32_t longest = longestSpin.load(std::memory_order_relaxed);
     if (!longest) {
         longest = measure();
         longestSpin.store(longest, std::memory_order_relaxed);
     }
-    if (longest == 1)
-        return 0;
-    std::uint16_t const pauses = __atomic_load_n(&credit.pauses, __ATOMIC_RELAXED);
-    if (pauses >= SHORTEST)
-        return std::min<std::uint32_t>(pauses, longest);
-    // Tried in vain lately: times may have changed, so one wait in many tries again.
-    refuse(lately);
-    return refuse(credit) == 0 ? longest : 0;
+    return longest;
 }
 
 SpinCredit newSpinCredit()
 {
-    return {__atomic_load_n(&lately.pauses, __ATOMIC_RELAXED),
-            __atomic_load_n(&lately.refusals, __ATOMIC_RELAXED)};
+    return {get(lately.pauses), get(lately.refusals), get(lately.failures)};
 }
 
-void spinPaid(SpinCredit &credit, std::uint32_t used)
+void spinPaid(SpinCredit &credit)
 {
-    paid(credit, used);
-    paid(lately, used);
+    auto const longest = static_cast<std::uint16_t>(longestSpin.load(std::memory_order_relaxed));
+    for (SpinCredit *each : {&credit, &lately}) {
+        set(each->pauses, longest);
+        set<std::uint8_t>(each->failures, 0);
+    }
 }
 
 void spinFailed(SpinCredit &credit)
 {
-    failed(credit);
-    failed(lately);
+    for (SpinCredit *each : {&credit, &lately})
+        set<std::uint16_t>(each->pauses, get(each->pauses) / 2);
 }
 
 } // namespace ZvPlatform::Linux
