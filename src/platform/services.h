@@ -164,6 +164,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
                     void *argument, DWORD flags, DWORD *threadId);
 /// Ends a thread wherever it is, waiting or computing. Its mutexes become abandoned, its handle is signalled;
 /// nothing of its stack is unwound. One that is killed inside the allocator may leave it locked.
+/// Returns when the thread is gone.
 BOOL TerminateThread(HANDLE thread, DWORD exitCode);
 BOOL GetExitCodeThread(HANDLE thread, DWORD *exitCode);
 /// The first 15 bytes reach the system.

@@ -214,6 +214,31 @@ TEST(PlatformMutex, ExcludesUnderContention)
     EXPECT_TRUE(ReleaseMutex(m));
 }
 
+TEST(PlatformMutex, AThreadThatTakesItAgainAndAgainStarvesNobody)
+{
+    Owned const m = mutex();
+    std::atomic<bool> done{false};
+    Runner greedy([&] {
+        while (!done) {
+            EXPECT_EQ(WaitForSingleObject(m, LONG_TIME), WAIT_OBJECT_0);
+            EXPECT_TRUE(ReleaseMutex(m));
+        }
+        return 0;
+    });
+    std::vector<std::unique_ptr<Runner>> patient;
+    for (int i = 0; i < 3; ++i)
+        patient.push_back(std::make_unique<Runner>([&] {
+            for (int round = 0; round < 20; ++round) {
+                EXPECT_EQ(WaitForSingleObject(m, LONG_TIME), WAIT_OBJECT_0);
+                Sleep(0);
+                EXPECT_TRUE(ReleaseMutex(m));
+            }
+            return 0;
+        }));
+    patient.clear();
+    done = true;
+}
+
 TEST(PlatformMutex, WhoeverGetsItMayCloseIt)
 {
     for (int round = 0; round < 300; ++round) {

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <sys/auxv.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,9 +16,6 @@
 #define ZV_SANITIZED
 #endif
 #endif
-
-// What the C library keeps on a new thread's stack for itself.
-extern "C" std::size_t __pthread_get_minstack(pthread_attr_t const *) __attribute__((weak));
 
 namespace ZvPlatform::Linux {
 
@@ -72,8 +70,11 @@ std::size_t measureOverhead()
 {
     pthread_attr_t attributes;
     ::pthread_attr_init(&attributes);
-    std::size_t overhead =
-        __pthread_get_minstack ? __pthread_get_minstack(&attributes) : std::size_t{64 * 1024};
+    // What the C library keeps on a new thread's stack for itself. The function is not one of its public ones.
+    using GetMinStack = std::size_t (*)(pthread_attr_t const *);
+    auto const getMinStack =
+        reinterpret_cast<GetMinStack>(::dlsym(RTLD_DEFAULT, "__pthread_get_minstack"));
+    std::size_t overhead = getMinStack ? getMinStack(&attributes) : std::size_t{64 * 1024};
     ::pthread_attr_destroy(&attributes);
     // The frame of the signal that kills, and what the thread has done before its function begins.
 #ifdef AT_MINSIGSTKSZ
