@@ -56,13 +56,14 @@ TEST(IdleProcess, WaitersOnPulsesThatHaveLatchedTakeNoProcessorTime)
     LkTicket ticket("ticket");
     LkGate gate("gate", 2, true);
     LkUnnamedSema latched("latched", 0);
+    LkUnnamedSema again("again", 0);
     // Each of them waits once and is woken, so that its pulse has latched, and then waits again.
     lock.writeLock();
     std::thread reader([&] {
         lock.readLock();
         lock.unlock();
         latched.post();
-        latched.wait();
+        again.wait();
         lock.readLock();
         lock.unlock();
     });
@@ -75,7 +76,7 @@ TEST(IdleProcess, WaitersOnPulsesThatHaveLatchedTakeNoProcessorTime)
     latched.wait();
     ticket.next();
     lock.writeLock();
-    latched.post();
+    again.post();
     EXPECT_LT(idleSeconds(), GENEROUS);
 
     lock.unlock();
