@@ -105,15 +105,15 @@ TEST(DevMgrFifoTest, aBlockedProducerIsLetGoByClose)
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
     produce(*fifo, "queued", log);
     std::binary_semaphore started(0);
+    Log own; // written by whichever of the two threads discards the entry
     std::thread producer([&] {
-        Log own;
         started.release();
         produce(*fifo, "blocked", own);
-        EXPECT_EQ(own, (Log{"blocked gone"}));
     });
     started.acquire();
     fifo->close();
     producer.join();
+    EXPECT_EQ(own, (Log{"blocked gone"}));
 }
 
 TEST(DevMgrACOTest, passesItsNotificationOnWithoutRunningIt)
