@@ -277,7 +277,7 @@ void Client::play()
             if (!failedAt)
                 failedAt = now();
             tellFailure(failedAt);
-        } else if ((_job->isComplete() || Signals::getCaught()) && !_stoppedAt && isRootRunning()) {
+        } else if (!_stoppedAt && mayStop() && isRootRunning()) {
             if (_job->isComplete())
                 showProgress(true);
             _display.endProgress();
@@ -315,6 +315,15 @@ bool Client::hasEnded() const
     return std::all_of(_states.begin(), _states.end(), [](auto const &entry) {
         return isOneOf(entry.second, {"final", "_ill", "_exc"});
     });
+}
+
+/// A short recording may have gone through before the last device has heard that it is in lock.
+bool Client::mayStop() const
+{
+    bool const isStarting = std::any_of(_states.begin(), _states.end(), [](auto const &entry) {
+        return isOneOf(entry.second, {"init", "start", "wsr", "ready", "wml", "sync"});
+    });
+    return Signals::getCaught() || (_job->isComplete() && !isStarting);
 }
 
 bool Client::isRootRunning() const

@@ -47,6 +47,7 @@ private:
     void followStates();
     bool haveAll(char const *state) const;
     bool hasEnded() const;
+    bool mayStop() const;
     bool isRootRunning() const;
     void tellFailure(double failedAt);
     void showProgress(bool isLast);
