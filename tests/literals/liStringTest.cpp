@@ -439,4 +439,51 @@ TEST(LiString, ManyThreadsShareABody)
 }
 
 } // namespace
+TEST(LiString, BytesAreTakenAsTheyAre)
+{
+    LiString const zero("a\0b", 3);
+    EXPECT_EQ(3, zero.getLength());
+    EXPECT_EQ('\0', zero[1]);
+    EXPECT_EQ('b', zero[2]);
+    EXPECT_EQ('\0', zero.getChars()[3]);
+    EXPECT_EQ(LiString().getChars(), LiString("abc", 0).getChars());
+    EXPECT_EQ(LiString().getChars(), LiString(nullptr, 0).getChars());
+    EXPECT_STREQ("ab", LiString("abc", 2).getChars());
+    char const byte = 'a';
+    EXPECT_THROW(LiString(&byte, std::size_t{1} << 31), std::length_error);
+}
+
+TEST(LiString, AssignedBytesUseTheBodyAgainWhereNobodySharesIt)
+{
+    LiString s("abcdef");
+    char const * const body = s.getChars();
+    s.assign("xyz", 3);
+    EXPECT_EQ(body, s.getChars());
+    EXPECT_STREQ("xyz", s.getChars());
+    EXPECT_EQ(3, s.getLength());
+    s.assign(s.getChars() + 1, 2);
+    EXPECT_STREQ("yz", s.getChars());
+
+    LiString const shared(s);
+    s.assign("123", 3);
+    EXPECT_STREQ("yz", shared.getChars());
+    EXPECT_STREQ("123", s.getChars());
+    s.assign(s.getChars() + 1, 2);
+    EXPECT_STREQ("23", s.getChars());
+
+    s.assign("no room for so much", 19);
+    EXPECT_STREQ("no room for so much", s.getChars());
+    s.assign("", 0);
+    EXPECT_EQ(LiString().getChars(), s.getChars());
+}
+
+TEST(LiString, AShortTextDoesNotKeepTheRoomOfALongOne)
+{
+    LiString s(std::string(10000, 'x').c_str());
+    char const * const longBody = s.getChars();
+    s.assign("short", 5);
+    EXPECT_NE(longBody, s.getChars());
+    EXPECT_STREQ("short", s.getChars());
+}
+
 } // namespace Zv

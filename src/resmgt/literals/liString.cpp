@@ -24,6 +24,9 @@ constexpr std::int64_t MAX_LENGTH = std::numeric_limits<std::int32_t>::max() - 1
 // The one reference that keeps the empty body alive; never destroyed, since threads may outlive `main`.
 constinit RCShdPtr<LiStringImp> *emptyHolder = nullptr;
 
+// What a body may have unused and still be filled again.
+constexpr std::size_t SPARE_ROOM = 64;
+
 std::int32_t checkedLength(std::int64_t length)
 {
     if (length > MAX_LENGTH)
@@ -38,26 +41,44 @@ std::int32_t measure(char const *text)
 
 } // namespace
 
-LiStringImp::LiStringImp(std::int32_t length, std::int32_t capacity)
-    : _length(length),
-      _capacity(capacity),
-      _chars(new char[static_cast<std::size_t>(capacity) + 1]())
+LiStringImp::LiStringImp(char *chars, std::int32_t length, std::int32_t capacity,
+                         bool inArray) noexcept
+    : _length(length), _capacity(capacity), _inArray(inArray), _chars(chars)
 {}
 
-LiStringImp::LiStringImp(char *chars, std::int32_t length) noexcept
-    : _length(length), _capacity(length), _chars(chars)
-{}
+LiStringImp::~LiStringImp() noexcept(false) = default;
 
-LiStringImp::~LiStringImp() noexcept(false)
+LiStringImp *LiStringImp::make(std::int32_t length, std::int32_t capacity)
 {
-    delete[] _chars;
+    constexpr std::size_t ALIGNMENT = alignof(LiStringImp);
+    static_assert(ALIGNMENT <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+    std::size_t const room =
+        (static_cast<std::size_t>(capacity) + ALIGNMENT) / ALIGNMENT * ALIGNMENT;
+    char * const chars = new char[room + sizeof(LiStringImp)];
+    chars[length] = '\0';
+    return ::new (static_cast<void *>(chars + room)) LiStringImp(chars, length, capacity, true);
+}
+
+LiStringImp *LiStringImp::adopt(char *chars, std::int32_t length)
+{
+    return ::new LiStringImp(chars, length, length, false);
+}
+
+void LiStringImp::operator delete(LiStringImp *imp, std::destroying_delete_t)
+{
+    char * const chars = imp->_chars;
+    bool const inArray = imp->_inArray;
+    imp->~LiStringImp();
+    if (!inArray)
+        ::operator delete(imp);
+    delete[] chars;
 }
 
 LiStringImp *LiString::getEmptyImp()
 {
     RCShdPtr<LiStringImp> *holder = Interlocked::loadAcquire(emptyHolder);
     if (!holder) [[unlikely]] {
-        ObjPtr<RCShdPtr<LiStringImp>> fresh(new RCShdPtr<LiStringImp>(new LiStringImp(0, 0)));
+        ObjPtr<RCShdPtr<LiStringImp>> fresh(new RCShdPtr<LiStringImp>(LiStringImp::make(0, 0)));
         if (Interlocked::compareExchange(emptyHolder, holder, fresh.get()))
             holder = fresh.release();
     }
@@ -71,6 +92,11 @@ LiString::LiString(char const *text) : LiString()
     *this = text;
 }
 
+LiString::LiString(char const *bytes, std::size_t length) : LiString()
+{
+    assign(bytes, length);
+}
+
 LiString::LiString(LiString const &source, int start, int length) : LiString()
 {
     if (length == 0)
@@ -80,7 +106,7 @@ LiString::LiString(LiString const &source, int start, int length) : LiString()
     if (length < 0)
         ZV_THROW(LiStringEx::ExOutOfBounds, length, 0, from._length);
     checkBounds(std::int64_t{start} + length - 1, from._length);
-    RCShdPtr<LiStringImp> imp(new LiStringImp(length, length));
+    RCShdPtr<LiStringImp> imp(LiStringImp::make(length, length));
     std::memcpy(imp->_chars, from._chars + start, static_cast<std::size_t>(length));
     _imp = std::move(imp);
 }
@@ -89,7 +115,7 @@ LiString::LiString(ArrayPtr<char> chars) : LiString()
 {
     if (chars.isNull())
         return;
-    _imp = RCShdPtr<LiStringImp>(new LiStringImp(chars.get(), measure(chars.get())));
+    _imp = RCShdPtr<LiStringImp>(LiStringImp::adopt(chars.get(), measure(chars.get())));
     static_cast<void>(chars.release());
 }
 
@@ -100,11 +126,32 @@ LiString &LiString::operator=(char const *text)
     RCShdPtr<LiStringImp> imp(getEmptyImp());
     if (text && *text) {
         std::int32_t const length = measure(text);
-        imp = RCShdPtr<LiStringImp>(new LiStringImp(length, length));
+        imp = RCShdPtr<LiStringImp>(LiStringImp::make(length, length));
         std::memcpy(imp->_chars, text, static_cast<std::size_t>(length));
     }
     _imp = std::move(imp);
     return *this;
+}
+
+void LiString::assign(char const *bytes, std::size_t length)
+{
+    LiStringImp &present = body();
+    auto const room = static_cast<std::size_t>(present._capacity);
+    if (length != 0 && length <= room && room - length <= length + SPARE_ROOM && _imp.isUnique()) {
+        std::memmove(present._chars, bytes, length);
+        present._chars[length] = '\0';
+        present._length = static_cast<std::int32_t>(length);
+        return;
+    }
+    RCShdPtr<LiStringImp> imp(getEmptyImp());
+    if (length != 0) {
+        if (length > static_cast<std::size_t>(MAX_LENGTH))
+            throw std::length_error("LiString");
+        auto const size = static_cast<std::int32_t>(length);
+        imp = RCShdPtr<LiStringImp>(LiStringImp::make(size, size));
+        std::memcpy(imp->_chars, bytes, length);
+    }
+    _imp = std::move(imp);
 }
 
 LiString &LiString::operator+=(LiString const &tail)
@@ -144,7 +191,7 @@ void LiString::append(char const *bytes, std::int64_t length)
     // What is shared is split at its exact size before it grows.
     std::int64_t const room = _imp.isUnique() ? present._capacity : present._length;
     auto const capacity = static_cast<std::int32_t>(std::min(room + needed, MAX_LENGTH));
-    RCShdPtr<LiStringImp> grown(new LiStringImp(needed, capacity));
+    RCShdPtr<LiStringImp> grown(LiStringImp::make(needed, capacity));
     std::memcpy(grown->_chars, present._chars, oldSize);
     std::memcpy(grown->_chars + oldSize, bytes, addedSize);
     _imp = std::move(grown);
@@ -155,7 +202,7 @@ void LiString::makePrivate()
     if (_imp.isUnique())
         return;
     LiStringImp const &shared = body();
-    RCShdPtr<LiStringImp> copy(new LiStringImp(shared._length, shared._length));
+    RCShdPtr<LiStringImp> copy(LiStringImp::make(shared._length, shared._length));
     std::memcpy(copy->_chars, shared._chars, static_cast<std::size_t>(shared._length));
     _imp = std::move(copy);
 }
@@ -226,7 +273,7 @@ ArrayPtrRet<char> LiString::releaseChars()
 {
     RCShdPtr<LiStringImp> empty(getEmptyImp());
     makePrivate();
-    ArrayPtrRet<char> chars(std::exchange(body()._chars, nullptr));
+    ArrayPtrRet<char> chars(body().releaseArray());
     _imp = std::move(empty);
     return chars;
 }

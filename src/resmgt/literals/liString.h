@@ -7,6 +7,7 @@
 #include "zvbase/objPtr.h"
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
@@ -31,6 +32,8 @@ public:
     LiString();
     /// A copy of the text up to its zero byte.
     LiString(char const *text);
+    /// A copy of `length` bytes, zero bytes among them. Null for none.
+    LiString(char const *bytes, std::size_t length);
     LiString(LiString const &) = default;
     LiString(LiString &&) noexcept = default;
     /// The `length` bytes of `source` from `start`. Throws `LiStringEx::ExOutOfBounds` where they do not lie in
@@ -45,6 +48,10 @@ public:
     LiString &operator=(LiString const &) = default;
     LiString &operator=(LiString &&) noexcept = default;
     LiString &operator=(char const *text);
+
+    /// Takes on a copy of `length` bytes, zero bytes among them; they may be the string's own. Uses its body again
+    /// where nobody shares it and its room is about right: for a string that is filled over and over.
+    void assign(char const *bytes, std::size_t length);
 
     LiString &operator+=(LiString const &tail);
     /// A null pointer adds nothing.
