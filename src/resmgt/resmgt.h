@@ -11,3 +11,4 @@
 #include "resmgt/syncEngine.h"
 #include "resmgt/threadExtensions.h"
 #include "resmgt/threads.h"
+#include "resmgt/xml.h"

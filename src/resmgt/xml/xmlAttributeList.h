@@ -1,0 +1,58 @@
+// The attributes of one element as they were read.
+#pragma once
+
+#include "resmgt/export.h"
+#include "resmgt/literals/liString.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace Zv {
+
+/// A list of names and values in the order of the text, for those who are told of elements. A name that comes twice
+/// stands in it twice; it is found at its first place. Positions count from 0.
+///
+/// A value type, for one thread at a time. The references that it hands out are valid until it changes.
+class ZVRESMGT_EXPORT XmlAttributeList
+{
+public:
+    void addAttribute(LiString const &name, LiString const &value);
+    /// Removes the first attribute of this name; without one it does nothing.
+    void removeAttribute(LiString const &name);
+    void clear();
+
+    int getLength() const;
+    /// The position of a name, or -1.
+    int index(LiString const &name) const;
+    bool exists(LiString const &name) const;
+    /// Throws `XmlEx::ExNonExistentAttribute` where there is no such position.
+    LiString const &getName(int index) const;
+    LiString const &getValue(int index) const;
+    /// Throws `XmlEx::ExNonExistentAttribute`.
+    LiString const &getValue(LiString const &name) const;
+
+    /// The number at the start of a value, read as a stream reads it: white space before it is skipped and what stands
+    /// behind it is not looked at. The forms for 8 bits read a number too. Throw `XmlEx::ExNonExistentAttribute`, and
+    /// `XmlEx::ExConversionError` where there is no number or it does not fit.
+    int getInt(LiString const &name) const;
+    long getLong(LiString const &name) const;
+    std::int8_t getInt8(LiString const &name) const;
+    std::uint8_t getUInt8(LiString const &name) const;
+    std::int16_t getInt16(LiString const &name) const;
+    std::uint16_t getUInt16(LiString const &name) const;
+    std::int32_t getInt32(LiString const &name) const;
+    std::uint32_t getUInt32(LiString const &name) const;
+
+private:
+    struct Attribute
+    {
+        LiString name;
+        LiString value;
+    };
+
+    Attribute const &at(int index) const;
+
+    std::vector<Attribute> _attributes;
+};
+
+} // namespace Zv

@@ -1,0 +1,99 @@
+// An element of a document.
+#pragma once
+
+#include "resmgt/containers/iterator.h"
+#include "resmgt/smartPtrs/unownedObjPtr.h"
+#include "resmgt/xml/xmlAttribute.h"
+#include "resmgt/xml/xmlNode.h"
+#include "zvbase/objPtr.h"
+
+#include <cstddef>
+#include <vector>
+
+namespace Zv {
+
+class XmlElementChildren;
+
+/// An element: a name, attributes, children, one text value. It owns its attributes and children; a child that is
+/// removed is destroyed. No depth of nesting is too deep for any operation.
+///
+/// The data is the last piece of text or CDATA section that was read between the tags: `<a>x&amp;y</a>` has the data
+/// "y". Data is not written by `operator<<` and `streamToOutput`.
+///
+/// One thread at a time works on a document. Iterators are valid until a child of the element is added or removed.
+class ZVRESMGT_EXPORT XmlElement : public XmlNode
+{
+public:
+    explicit XmlElement(LiString const &name);
+    XmlElement(XmlElement const &) = delete;
+    XmlElement &operator=(XmlElement const &) = delete;
+    ~XmlElement() noexcept(false) override;
+
+    LiString getData() const { return _data; }
+    void setData(LiString const &data) { _data = data; }
+
+    /// The value of an attribute. Throws `XmlEx::ExNonExistentAttribute`, as the forms below do.
+    LiString getAttribute(LiString const &name) const;
+    /// The number at the start of the value, as `atoi` reads it; 0 where there is none.
+    void getAttribute(LiString const &name, int &value) const;
+    void getAttribute(LiString const &name, unsigned int &value) const;
+    void getAttribute(LiString const &name, double &value) const;
+    /// Adds an attribute or replaces its value. Numbers are formatted as a stream formats them. Attributes are written
+    /// in no promised order.
+    void setAttribute(LiString const &name, LiString const &value);
+    void setAttribute(LiString const &name, int value);
+    void setAttribute(LiString const &name, unsigned int value);
+    void setAttribute(LiString const &name, double value);
+    /// Does nothing where there is none.
+    void removeAttribute(LiString const &name);
+
+    Iterator<UnownedObjPtr<XmlElement>> getChildren() const;
+    /// This element and those below it that have this name, each before its children; "*" stands for every name. The
+    /// iterator holds a list made now.
+    Iterator<UnownedObjPtr<XmlElement>> getElementsByTagName(LiString const &tag);
+
+    /// Adds a child at the end. A null child throws `RCEx::ExNullPtr`, also below.
+    void appendChild(ObjPtr<XmlElement> child);
+    /// These throw `XmlEx::ExChildNotFound` where the reference is no child of this element; nothing is changed then,
+    /// and the new child is destroyed.
+    void insertBefore(ObjPtr<XmlElement> child, UnownedObjPtr<XmlElement> reference);
+    /// Destroys the reference and puts the child in its place.
+    void replaceChild(ObjPtr<XmlElement> child, UnownedObjPtr<XmlElement> reference);
+    /// Destroys the reference.
+    void removeChild(UnownedObjPtr<XmlElement> reference);
+
+    /// Writes the element as the root of a document.
+    void streamToOutput(XmlStreamer &streamer) const;
+
+private:
+    friend class XmlElementChildren;
+
+    void streamToOutput(XmlStreamer::ElementGuard &parent) const;
+    void streamChildren(XmlStreamer::ElementGuard &guard) const;
+    void streamAttributes(XmlStreamer::ElementGuard &guard) const;
+
+    /// The attribute, or null.
+    XmlAttribute *findAttribute(LiString const &name);
+    XmlAttribute const &attribute(LiString const &name) const;
+    /// Throws unless it is a child of this element.
+    XmlElement &childOf(UnownedObjPtr<XmlElement> reference) const;
+    /// Puts a child before `next`, or at the end for null.
+    void link(XmlElement &child, XmlElement *next) noexcept;
+    void unlink(XmlElement &child) noexcept;
+    void destroyChildren();
+
+    std::vector<XmlAttribute> _attributes;
+
+    // Children form a list through themselves.
+    XmlElement *_firstChild = nullptr;
+    XmlElement *_lastChild = nullptr;
+    std::size_t _nbChildren = 0;
+
+    LiString _data;
+
+    XmlElement *_parent = nullptr;
+    XmlElement *_previous = nullptr;
+    XmlElement *_next = nullptr;
+};
+
+} // namespace Zv

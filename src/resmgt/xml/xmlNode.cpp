@@ -1,0 +1,7 @@
+#include "resmgt/xml/xmlNode.h"
+
+namespace Zv {
+
+XmlNode::~XmlNode() noexcept(false) = default;
+
+} // namespace Zv
