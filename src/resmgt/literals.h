@@ -1,4 +1,4 @@
-// Values: strings, identifiers, dates.
+// Values: strings, timecode, identifiers, dates.
 #pragma once
 
 #include "resmgt/literals/liDate.h"
@@ -6,6 +6,7 @@
 #include "resmgt/literals/liStringEx.h"
 #include "resmgt/literals/liStringParser.h"
 #include "resmgt/literals/liStringUtil.h"
+#include "resmgt/literals/liTimeCode.h"
 #include "resmgt/literals/liTimestamp.h"
 #include "resmgt/literals/liUuid.h"
 #include "resmgt/literals/liUuidEx.h"

@@ -1,0 +1,155 @@
+#include "resmgt/literals/liTimeCode.h"
+
+#include <charconv>
+#include <cstddef>
+#include <limits>
+#include <string>
+
+namespace Zv {
+
+namespace {
+
+constexpr DtTimeIndex SECONDS_PER_DAY = 86400;
+
+// Drop-frame NTSC: 30 labels a second, without two in each of nine minutes out of ten.
+constexpr DtTimeIndex DROPPED = 2;
+constexpr DtTimeIndex FRAMES_PER_SHORT_MINUTE = 30 * 60 - DROPPED;
+constexpr DtTimeIndex FRAMES_PER_TEN_MINUTES = 30 * 600 - 9 * DROPPED;
+constexpr DtTimeIndex DROP_FRAMES_PER_24H = 24 * 6 * FRAMES_PER_TEN_MINUTES;
+static_assert(FRAMES_PER_SHORT_MINUTE == 1798);
+static_assert(FRAMES_PER_TEN_MINUTES == 17982);
+static_assert(DROP_FRAMES_PER_24H == 2589408);
+
+// No stream: its digits would be grouped where the program has chosen a locale that does so.
+void append(std::string &text, DtTimeIndex number, int width, char fill)
+{
+    char digits[std::numeric_limits<DtTimeIndex>::digits10 + 2];
+    std::size_t const length = static_cast<std::size_t>(
+        std::to_chars(digits, digits + sizeof digits, number).ptr - digits);
+    if (width > 0 && static_cast<std::size_t>(width) > length)
+        text.append(static_cast<std::size_t>(width) - length, fill);
+    text.append(digits, length);
+}
+
+} // namespace
+
+// ---- LiTimeCode
+
+LiTimeCode::LiTimeCode(LiString const &fullName, LiString const &shortName,
+                       Rational const &editRate, bool dropFlag, DtTimeIndex framesPerTCSecond)
+    : _fullName(fullName),
+      _shortName(shortName),
+      _editRate(editRate),
+      _dropFlag(dropFlag),
+      _framesPerTCSecond(framesPerTCSecond)
+{}
+
+LiTimeCode::~LiTimeCode() noexcept(false) = default;
+
+LiString LiTimeCode::getTimecode(DtTimeIndex const &index) const
+{
+    return getGenericTimecode(wrap(index), ':', ':', ':', 2, '0');
+}
+
+DtTimeIndex LiTimeCode::getFramesPerTC24h() const
+{
+    return _framesPerTCSecond * SECONDS_PER_DAY;
+}
+
+DtTimeIndex LiTimeCode::getDay(DtTimeIndex const &index) const
+{
+    DtTimeIndex const frames = getFramesPerTC24h();
+    return index < 0 ? (index + 1) / frames - 1 : index / frames;
+}
+
+DtTimeIndex LiTimeCode::wrap(DtTimeIndex index) const
+{
+    DtTimeIndex const frames = getFramesPerTC24h();
+    DtTimeIndex const rest = index % frames;
+    return rest < 0 ? rest + frames : rest;
+}
+
+LiString LiTimeCode::getGenericTimecode(DtTimeIndex const &frame, char sep1, char sep2, char sep3,
+                                        int width, char fill) const
+{
+    DtTimeIndex const perSecond = _framesPerTCSecond;
+    DtTimeIndex const perMinute = perSecond * 60;
+    DtTimeIndex const perHour = perSecond * 3600;
+    std::string text;
+    append(text, frame / perHour, width, fill);
+    text += sep1;
+    append(text, frame % perHour / perMinute, width, fill);
+    text += sep2;
+    append(text, frame % perMinute / perSecond, width, fill);
+    text += sep3;
+    append(text, frame % perSecond, width, fill);
+    return LiString(text.c_str());
+}
+
+// ---- LiTimeCodeNtscNd
+
+LiTimeCodeNtscNd::LiTimeCodeNtscNd()
+    : LiTimeCode("NTSC Non-Drop Frame 29.97 FPS", "NTSC ND", Rational(2997, 100), false, 30)
+{}
+
+LiTimeCodeNtscNd::~LiTimeCodeNtscNd() noexcept(false) = default;
+
+RCShdPtr<LiTimeCodeNtscNd> LiTimeCodeNtscNd::create()
+{
+    return new LiTimeCodeNtscNd;
+}
+
+// ---- LiTimeCodeNtscDf
+
+LiTimeCodeNtscDf::LiTimeCodeNtscDf()
+    : LiTimeCode("NTSC Drop Frame 29.97 FPS", "NTSC DF", Rational(2997, 100), true, 30)
+{}
+
+LiTimeCodeNtscDf::~LiTimeCodeNtscDf() noexcept(false) = default;
+
+RCShdPtr<LiTimeCodeNtscDf> LiTimeCodeNtscDf::create()
+{
+    return new LiTimeCodeNtscDf;
+}
+
+LiString LiTimeCodeNtscDf::getTimecode(DtTimeIndex const &index) const
+{
+    DtTimeIndex const frame = wrap(index);
+    DtTimeIndex const tens = frame / FRAMES_PER_TEN_MINUTES;
+    DtTimeIndex const rest = frame % FRAMES_PER_TEN_MINUTES;
+    // The tenth minute is longer by the two frames that are taken off here; both of them come to 0.
+    DtTimeIndex const drops = (rest - DROPPED) / FRAMES_PER_SHORT_MINUTE;
+    DtTimeIndex const label = frame + DROPPED * (drops + 9 * tens);
+    return getGenericTimecode(label, ';', ';', ';', 2, '0');
+}
+
+DtTimeIndex LiTimeCodeNtscDf::getFramesPerTC24h() const
+{
+    return DROP_FRAMES_PER_24H;
+}
+
+// ---- LiTimeCodePal
+
+LiTimeCodePal::LiTimeCodePal() : LiTimeCode("PAL 25 FPS", "PAL", Rational(25, 1), false, 25) {}
+
+LiTimeCodePal::~LiTimeCodePal() noexcept(false) = default;
+
+RCShdPtr<LiTimeCodePal> LiTimeCodePal::create()
+{
+    return new LiTimeCodePal;
+}
+
+// ---- LiTimeCodeFilm24
+
+LiTimeCodeFilm24::LiTimeCodeFilm24()
+    : LiTimeCode("Film 24 FPS", "Film24", Rational(24, 1), false, 24)
+{}
+
+LiTimeCodeFilm24::~LiTimeCodeFilm24() noexcept(false) = default;
+
+RCShdPtr<LiTimeCodeFilm24> LiTimeCodeFilm24::create()
+{
+    return new LiTimeCodeFilm24;
+}
+
+} // namespace Zv

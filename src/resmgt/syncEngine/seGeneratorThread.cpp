@@ -1,0 +1,181 @@
+#include "resmgt/syncEngine/seGeneratorThread.private.h"
+
+#include "resmgt/syncEngine/seSourceProtocol.h"
+#include "resmgt/threads/mtThread.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/rtPriorities.h"
+#include "zvbase/failures.h"
+
+#include <algorithm>
+#include <ostream>
+
+namespace Zv {
+
+SeGeneratorThread::SeGeneratorThread(SeSourceProtocol &source)
+    : _source(&source),
+      _mutex("SeGeneratorThread"),
+      _beat("SeGeneratorThread", LkPulse::WAKE_ALL),
+      _stateChanged("SourceStateChanged", LkPulse::WAKE_ALL)
+{}
+
+SeGeneratorThread::~SeGeneratorThread() noexcept(false)
+{
+    Guard const guard(_mutex);
+    ZV_ASSERT_IN_DESTRUCTOR(_sourceState == STARTING || _sourceState == STOPPED);
+}
+
+void SeGeneratorThread::performAttach(MtThread *thread)
+{
+    _priority = &thread->getPriority();
+    _rtRelation.reset(new PriorityRelation("rt<sync-gen",
+                                           RtPriorities::getInstance().getRealTimePriority(),
+                                           PriorityRelation::LESS, *_priority));
+}
+
+void SeGeneratorThread::performDetach(MtThread *)
+{
+    _rtRelation.reset();
+    _priority = nullptr;
+}
+
+void SeGeneratorThread::performExecute(MtThread *)
+{
+    Guard guard(_mutex);
+    _source->start();
+    guard.unlock();
+    std::uint32_t const last = _source->waitSync();
+    ZV_ASSERT(last != 0);
+    guard.relock();
+    _count = last;
+    setState(BEATING);
+    // Clients that are past their rounds of grace already, after somebody's removal, take this beat as well.
+    if (_hasPulsed)
+        pulse();
+    while (_sourceState != STOPPING && _sourceState != STOPPED) {
+        guard.unlock();
+        std::uint32_t const count = _source->waitSync();
+        guard.relock();
+        _count = count;
+        if (_sourceState == BEATING)
+            pulse();
+    }
+    _source->stop();
+}
+
+void SeGeneratorThread::performStop(MtThread *thread)
+{
+    Guard guard(_mutex);
+    // A thread that was never started brings no beat.
+    while (_sourceState == STARTING && thread->isRunning())
+        _stateChanged.waitNextPulse(_mutex);
+    if (_sourceState == STOPPING || _sourceState == STOPPED)
+        return;
+    setState(STOPPING);
+    for (MtThread * const client : _clients)
+        client->stop();
+    pulse();
+    while (!_clients.empty()) {
+        ObjPtr<MtThread> client(_clients.front());
+        _clients.pop_front();
+        guard.unlock();
+        client->join();
+        guard.relock();
+        client.reset();
+    }
+    setState(STOPPED);
+}
+
+void SeGeneratorThread::dump(std::ostream &stream) const
+{
+    Guard const guard(_mutex);
+    stream << "Source: " << *_source;
+    for (MtThread const * const client : _clients) {
+        stream << '\n';
+        client->dump(stream);
+    }
+}
+
+void SeGeneratorThread::addClient(LiString const &name, ObjPtr<SeClientThread> &client,
+                                  std::int32_t divisor, MtThreadFactory &factory)
+{
+    Guard guard(_mutex);
+    ZV_ASSERT(_sourceState != STOPPING && _sourceState != STOPPED);
+    SeClientThread &added = *client;
+    auto const clientThreadIter = find(&added);
+    ZV_ASSERT(clientThreadIter == _clients.end());
+    ObjPtr<MtThreadProtocol> protocol(client);
+    ObjPtr<MtThread> thread(factory.createThread(name, protocol, true, 0));
+    _clients.push_back(thread.get());
+    try {
+        added.setupNoLock(_priority, &_mutex, &_beat, &_count, divisor);
+        thread->start();
+    } catch (...) {
+        _clients.pop_back();
+        thread->stop();
+        pulse();
+        guard.unlock(); // which the client needs to come to its end
+        throw;
+    }
+    static_cast<void>(thread.release());
+}
+
+ObjPtrRet<SeClientThread> SeGeneratorThread::removeClient(SeClientThread *client)
+{
+    Guard guard(_mutex);
+    ZV_ASSERT(_sourceState != STOPPING && _sourceState != STOPPED);
+    auto const clientThreadIter = find(client);
+    ZV_ASSERT(clientThreadIter != _clients.end());
+    MtThread * const thread = *clientThreadIter;
+    thread->stop();
+    if (_sourceState != BEATING)
+        pulse();
+    guard.unlock();
+    thread->join();
+    client->setupNoLock(nullptr, nullptr, nullptr, nullptr, 0);
+    guard.relock();
+    _clients.erase(clientThreadIter);
+    ObjPtr<MtThread> const removed(thread);
+    return ObjPtrRet<SeClientThread>(
+        static_cast<SeClientThread *>(thread->detachProtocol().release()));
+}
+
+bool SeGeneratorThread::hasClient(SeClientThread const *client) const
+{
+    Guard const guard(_mutex);
+    return find(client) != _clients.end();
+}
+
+bool SeGeneratorThread::isState(SourceState state) const
+{
+    Guard const guard(_mutex);
+    return _sourceState == state;
+}
+
+void SeGeneratorThread::waitState(SourceState state) const
+{
+    Guard const guard(_mutex);
+    while (_sourceState < state)
+        _stateChanged.waitNextPulse(_mutex);
+}
+
+void SeGeneratorThread::setState(SourceState state)
+{
+    _sourceState = state;
+    _stateChanged.pulse();
+}
+
+void SeGeneratorThread::pulse()
+{
+    _hasPulsed = true;
+    _beat.pulse();
+}
+
+SeGeneratorThread::Clients::const_iterator
+SeGeneratorThread::find(SeClientThread const *client) const
+{
+    return std::find_if(_clients.begin(), _clients.end(), [client](MtThread const *thread) {
+        return thread->getProtocol() == client;
+    });
+}
+
+} // namespace Zv

@@ -1,0 +1,193 @@
+#include "resmgt/threadExtensions/mtAlarmHandle.h"
+
+#include "resmgt/locks/lkGuard.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+namespace {
+
+using Guard = LkGuard<LkLock const>;
+
+} // namespace
+
+// ---- MtAlarmHandle
+
+MtAlarmHandle::MtAlarmHandle() : _lock("MtAlarmHandle") {}
+
+MtAlarmHandle::~MtAlarmHandle() noexcept(false) = default;
+
+RCShdPtr<MtAlarmHandle> MtAlarmHandle::create()
+{
+    return new MtAlarmHandle;
+}
+
+void MtAlarmHandle::setCallback(Callback *callback)
+{
+    ZV_ASSERT(callback);
+    Guard const guard(_lock);
+    if (!_registered)
+        _callback = callback;
+}
+
+void MtAlarmHandle::setAlarmTime(double alarmTime)
+{
+    Guard const guard(_lock);
+    if (_registered)
+        return;
+    _alarmTime = alarmTime;
+    _useDuration = false;
+}
+
+void MtAlarmHandle::setDuration(double duration)
+{
+    Guard const guard(_lock);
+    if (_registered)
+        return;
+    _duration = duration;
+    _useDuration = true;
+}
+
+void MtAlarmHandle::setRepeatDuration(double repeatDuration)
+{
+    Guard const guard(_lock);
+    if (!_registered)
+        _repeatDuration = repeatDuration;
+}
+
+void MtAlarmHandle::setRequestedRepeats(unsigned requestedRepeats)
+{
+    Guard const guard(_lock);
+    if (!_registered)
+        _requestedRepeats = requestedRepeats;
+}
+
+double MtAlarmHandle::getTimeRegistered() const
+{
+    Guard const guard(_lock);
+    return _timeRegistered;
+}
+
+double MtAlarmHandle::getAlarmTime() const
+{
+    Guard const guard(_lock);
+    return _alarmTime;
+}
+
+double MtAlarmHandle::getDuration() const
+{
+    Guard const guard(_lock);
+    return _duration;
+}
+
+double MtAlarmHandle::getRepeatDuration() const
+{
+    Guard const guard(_lock);
+    return _repeatDuration;
+}
+
+unsigned MtAlarmHandle::getRequestedRepeats() const
+{
+    Guard const guard(_lock);
+    return _requestedRepeats;
+}
+
+unsigned MtAlarmHandle::getRepeatCount() const
+{
+    Guard const guard(_lock);
+    return _repeatCount;
+}
+
+bool MtAlarmHandle::hasOccurred() const
+{
+    Guard const guard(_lock);
+    return _occurred;
+}
+
+bool MtAlarmHandle::isRegistered() const
+{
+    Guard const guard(_lock);
+    return _registered;
+}
+
+void MtAlarmHandle::setRegistered(bool registered)
+{
+    Guard const guard(_lock);
+    _registered = registered;
+}
+
+void MtAlarmHandle::setRegisteredAlarmTime(double alarmTime)
+{
+    Guard const guard(_lock);
+    _alarmTime = alarmTime;
+}
+
+void MtAlarmHandle::callCallback(bool goingAway)
+{
+    Callback *callback;
+    {
+        Guard const guard(_lock);
+        ZV_ASSERT(_callback);
+        if (_occurred)
+            ++_repeatCount;
+        else
+            _occurred = true;
+        callback = _callback;
+    }
+    callback->performAlarm(RCShdPtr<MtAlarmHandle>(this), goingAway);
+}
+
+bool MtAlarmHandle::prepareForRegistration(double now)
+{
+    Guard const guard(_lock);
+    if (_registered || !_callback)
+        return false;
+    _timeRegistered = now;
+    _registered = true;
+    _occurred = false;
+    if (_useDuration)
+        _alarmTime = now + _duration;
+    else
+        _duration = _alarmTime - now;
+    return true;
+}
+
+// ---- MtAlarmHandle::Callback
+
+MtAlarmHandle::Callback::~Callback() noexcept(false) = default;
+
+// ---- MtAlarmHandleManipulator
+
+MtAlarmHandleManipulator::~MtAlarmHandleManipulator() noexcept(false) = default;
+
+RCShdPtr<MtAlarmHandle> MtAlarmHandleManipulator::createHandle()
+{
+    return MtAlarmHandle::create();
+}
+
+void MtAlarmHandleManipulator::setRegistered(MtAlarmHandle &handle, bool registered)
+{
+    handle.setRegistered(registered);
+}
+
+void MtAlarmHandleManipulator::setRegisteredAlarmTime(MtAlarmHandle &handle, double alarmTime)
+{
+    handle.setRegisteredAlarmTime(alarmTime);
+}
+
+void MtAlarmHandleManipulator::callCallback(MtAlarmHandle &handle, bool goingAway)
+{
+    handle.callCallback(goingAway);
+}
+
+bool MtAlarmHandleManipulator::prepareForRegistration(MtAlarmHandle &handle, double now)
+{
+    return handle.prepareForRegistration(now);
+}
+
+unsigned &MtAlarmHandleManipulator::getNbDeregistering(MtAlarmHandle &handle)
+{
+    return handle._nbDeregistering;
+}
+
+} // namespace Zv

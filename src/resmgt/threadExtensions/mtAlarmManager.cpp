@@ -1,0 +1,252 @@
+#include "resmgt/threadExtensions/mtAlarmManager.h"
+
+#include "resmgt/locks/lkSingleton.imp.h"
+#include "resmgt/threadExtensions/mtAlarmManagerImp.private.h"
+#include "resmgt/threads/mtPriorityMgr.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/mtThreadProtocol.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "zvbase/failures.h"
+#include "zvbase/sleeper.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace Zv {
+
+namespace {
+
+/// Where so little is left, waiting does not pay.
+constexpr double NEGLIGIBLE = 0.0000001;
+/// Waits are timed in milliseconds: a shorter one would come back at once, and the thread would run round.
+constexpr double SHORTEST_WAIT = 0.001;
+
+double getTime()
+{
+    return Sleeper::getInstance().getTime();
+}
+
+} // namespace
+
+ZV_DEFINE_SINGLETON(MtAlarmManager, MtAlarmManagerImp);
+
+MtAlarmManager::~MtAlarmManager() noexcept(false) = default;
+
+// ---- MtAlarmManagerImp::MtAlarmThread
+
+class MtAlarmManagerImp::MtAlarmThread final : public MtThreadProtocol
+{
+public:
+    explicit MtAlarmThread(MtAlarmManagerImp &manager) : _manager(manager) {}
+
+    void performAttach(MtThread *thread) override
+    {
+        _relation.reset(new PriorityRelation("equalToAlarmManager", thread->getPriority(),
+                                             PriorityRelation::EQUAL, _manager._priority));
+    }
+    void performDetach(MtThread *) override { _relation.reset(); }
+    void performExecute(MtThread *) override { _manager.run(); }
+    void performStop(MtThread *) override { _manager.stop(); }
+
+private:
+    MtAlarmManagerImp &_manager;
+    ObjPtr<PriorityRelation> _relation;
+};
+
+// ---- MtAlarmManagerImp
+
+MtAlarmManagerImp::MtAlarmManagerImp()
+    : _waitPulse("MtAlarmMangerImp waitCv", LkPulse::WAKE_ALL),
+      _deregPulse("MtAlarmMangerImp deregCv", LkPulse::WAKE_ALL),
+      _lock("MtAlarmManagerImp"),
+      _priority("AlarmManagerImp", MtPriorityMgr::getInstance(), Priority::NOT_SET)
+{
+    try {
+        ObjPtr<MtThreadProtocol> protocol(new MtAlarmThread(*this));
+        _thread = MtThreadFactory::getInstance().createThread("MtAlarmThread", protocol, true, 0);
+        ZV_ASSERT(_thread);
+        _thread->start();
+    } catch (...) {
+        _thread.reset(); // its relation goes before the node
+        throw;
+    }
+}
+
+MtAlarmManagerImp::~MtAlarmManagerImp() noexcept(false)
+{
+    _thread.reset(); // stops it and waits for it
+    dismissAlarms();
+}
+
+Priority &MtAlarmManagerImp::getPriority()
+{
+    return _priority;
+}
+
+RCShdPtr<MtAlarmHandle> MtAlarmManagerImp::createHandle()
+{
+    return MtAlarmHandleManipulator::createHandle();
+}
+
+void MtAlarmManagerImp::registerAlarm(RCShdPtr<MtAlarmHandle> handle)
+{
+    MtAlarmHandle &alarm = *handle;
+    Guard const guard(_lock);
+    _alarms.reserve(2); // one is for the next repeat of the alarm whose callback runs
+    if (prepareForRegistration(alarm, getTime()))
+        insert(std::move(handle));
+}
+
+void MtAlarmManagerImp::deregisterAlarm(RCShdPtr<MtAlarmHandle> handle)
+{
+    MtAlarmHandle &alarm = *handle;
+    Guard const guard(_lock);
+    if (_current == handle) {
+        if (_threadId.isCurrentThread())
+            setRegistered(alarm, false);
+        else
+            waitForEndOfCall(alarm);
+    }
+    remove(alarm);
+}
+
+double MtAlarmManagerImp::getResolution() const
+{
+    Guard const guard(_lock);
+    return _resolution;
+}
+
+void MtAlarmManagerImp::setResolution(double resolution)
+{
+    Guard const guard(_lock);
+    _resolution = resolution;
+}
+
+void MtAlarmManagerImp::insert(RCShdPtr<MtAlarmHandle> alarm)
+{
+    double const time = alarm->getAlarmTime();
+    MtAlarmHandle const &inserted = *alarm;
+    _alarms.add(std::move(alarm), time);
+    if (&_alarms.getFront() == &inserted && !_threadId.isCurrentThread())
+        _waitPulse.pulse();
+}
+
+void MtAlarmManagerImp::remove(MtAlarmHandle &alarm)
+{
+    if (RCShdPtr<MtAlarmHandle> const removed = _alarms.take(alarm))
+        setRegistered(alarm, false);
+}
+
+// The thread drops an alarm that somebody waits for here, or one that is always due might be called for ever.
+void MtAlarmManagerImp::waitForEndOfCall(MtAlarmHandle &alarm)
+{
+    struct Counted
+    {
+        explicit Counted(unsigned &counter) : nb(counter) { ++nb; }
+        ~Counted() { --nb; }
+        unsigned &nb;
+    };
+    Counted const counted(getNbDeregistering(alarm));
+    while (_current.get() == &alarm)
+        _deregPulse.waitNextPulse(_lock);
+}
+
+void MtAlarmManagerImp::run()
+{
+    Guard guard(_lock);
+    _threadId.setCurrentThread();
+    while (!_stop) {
+        _now = getTime();
+        while (RCShdPtr<MtAlarmHandle> const alarm = takeDueAlarm()) {
+            _current = alarm;
+            guard.unlock();
+            callCallback(*alarm, false);
+            guard.relock();
+            endCall(alarm);
+            _now = getTime();
+        }
+        waitForAlarm();
+    }
+}
+
+void MtAlarmManagerImp::stop()
+{
+    Guard const guard(_lock);
+    _stop = true;
+    _waitPulse.pulse();
+}
+
+RCShdPtr<MtAlarmHandle> MtAlarmManagerImp::takeDueAlarm()
+{
+    while (!_alarms.isEmpty() && !(_now < _alarms.getFrontTime())) {
+        RCShdPtr<MtAlarmHandle> alarm(_alarms.takeFront());
+        if (!alarm.isUnique())
+            return alarm;
+        setRegistered(*alarm, false);
+        _now = getTime();
+    }
+    return nullptr;
+}
+
+void MtAlarmManagerImp::endCall(RCShdPtr<MtAlarmHandle> const &alarm)
+{
+    _current = _noHandle;
+    _deregPulse.pulse();
+    if (getNbDeregistering(*alarm) != 0) {
+        remove(*alarm);
+        setRegistered(*alarm, false);
+        return;
+    }
+    // The callback may have ended the repeats, and may have registered the alarm anew.
+    if (!alarm->isRegistered() || _alarms.contains(*alarm))
+        return;
+    unsigned const nbRepeats = alarm->getRepeatCount();
+    if (alarm->getRequestedRepeats() <= nbRepeats) {
+        setRegistered(*alarm, false);
+        return;
+    }
+    // Counted from the registration, so that a late call delays no other.
+    setRegisteredAlarmTime(*alarm, alarm->getTimeRegistered() + alarm->getDuration() +
+                                       nbRepeats * alarm->getRepeatDuration());
+    insert(alarm);
+}
+
+void MtAlarmManagerImp::waitForAlarm()
+{
+    if (_stop)
+        return;
+    if (_alarms.isEmpty()) {
+        _waitPulse.waitNextPulse(_lock);
+        return;
+    }
+    double const remaining = _alarms.getFrontTime() - getTime();
+    if (!(NEGLIGIBLE > remaining))
+        _waitPulse.timedWaitNextPulse(_lock, std::max(remaining, SHORTEST_WAIT));
+}
+
+void MtAlarmManagerImp::dismissAlarms()
+{
+    bool const isUnwinding = std::uncaught_exceptions() != 0;
+    std::exception_ptr failure;
+    for (;;) {
+        RCShdPtr<MtAlarmHandle> alarm;
+        {
+            Guard const guard(_lock);
+            if (_alarms.isEmpty())
+                break;
+            alarm = _alarms.takeFront();
+        }
+        try {
+            callCallback(*alarm, true);
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
+        setRegistered(*alarm, false);
+    }
+    if (failure && !isUnwinding)
+        std::rethrow_exception(failure);
+}
+
+} // namespace Zv

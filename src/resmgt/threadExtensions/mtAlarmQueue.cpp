@@ -1,0 +1,108 @@
+#include "resmgt/threadExtensions/mtAlarmQueue.private.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace Zv {
+
+namespace {
+
+constexpr std::size_t NB_CHILDREN = 4;
+
+} // namespace
+
+bool MtAlarmQueue::Entry::isBefore(Entry const &other) const
+{
+    if (time < other.time)
+        return true;
+    if (time > other.time)
+        return false;
+    if (time != other.time && std::isnan(time) != std::isnan(other.time))
+        return std::isnan(other.time);
+    return number > other.number;
+}
+
+bool MtAlarmQueue::contains(MtAlarmHandle const &handle) const
+{
+    return handle._position < _entries.size() && _entries[handle._position].handle.get() == &handle;
+}
+
+void MtAlarmQueue::reserve(std::size_t nb)
+{
+    if (_entries.capacity() - _entries.size() < nb)
+        _entries.reserve(std::max(2 * _entries.capacity(), _entries.size() + nb));
+}
+
+void MtAlarmQueue::add(RCShdPtr<MtAlarmHandle> handle, double time)
+{
+    std::size_t const last = _entries.size();
+    _entries.emplace_back();
+    settle(last, Entry{time, ++_nbAdded, std::move(handle)});
+}
+
+RCShdPtr<MtAlarmHandle> MtAlarmQueue::takeFront()
+{
+    return take(getFront());
+}
+
+RCShdPtr<MtAlarmHandle> MtAlarmQueue::take(MtAlarmHandle const &handle)
+{
+    if (!contains(handle))
+        return nullptr;
+    std::size_t const hole = handle._position;
+    RCShdPtr<MtAlarmHandle> taken(std::move(_entries[hole].handle));
+    taken->_position = MtAlarmHandle::NOWHERE;
+    Entry last(std::move(_entries.back()));
+    _entries.pop_back();
+    if (hole < _entries.size())
+        settle(hole, std::move(last));
+    return taken;
+}
+
+/// Puts an entry where it belongs, starting from a free place: up, or else down.
+void MtAlarmQueue::settle(std::size_t free, Entry entry)
+{
+    std::size_t const place = rise(free, entry);
+    put(place == free ? sink(free, entry) : place, std::move(entry));
+}
+
+/// Moves those down that stand above the free place and come later. Returns the place that is free then.
+std::size_t MtAlarmQueue::rise(std::size_t free, Entry const &entry)
+{
+    while (free > 0) {
+        std::size_t const parent = (free - 1) / NB_CHILDREN;
+        if (!entry.isBefore(_entries[parent]))
+            break;
+        put(free, std::move(_entries[parent]));
+        free = parent;
+    }
+    return free;
+}
+
+/// Moves those up that stand below the free place and come earlier. Returns the place that is free then.
+std::size_t MtAlarmQueue::sink(std::size_t free, Entry const &entry)
+{
+    for (;;) {
+        std::size_t const first = NB_CHILDREN * free + 1;
+        if (first >= _entries.size())
+            return free;
+        std::size_t const end = std::min(first + NB_CHILDREN, _entries.size());
+        std::size_t earliest = first;
+        for (std::size_t child = first + 1; child < end; ++child)
+            if (_entries[child].isBefore(_entries[earliest]))
+                earliest = child;
+        if (!_entries[earliest].isBefore(entry))
+            return free;
+        put(free, std::move(_entries[earliest]));
+        free = earliest;
+    }
+}
+
+void MtAlarmQueue::put(std::size_t place, Entry entry)
+{
+    entry.handle->_position = place;
+    _entries[place] = std::move(entry);
+}
+
+} // namespace Zv

@@ -1,0 +1,117 @@
+#include "resmgt/threadExtensions/mtThreadPool.h"
+
+#include "platform/interlocked.h"
+#include "resmgt/threads/mtPriorityMgr.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/mtThreadProtocol.h"
+#include "resmgt/threads/priorityRelation.h"
+
+#include <cstdio>
+#include <exception>
+
+namespace Zv {
+
+// ---- MtThreadPool::PoolWorker
+
+class MtThreadPool::PoolWorker final : public MtThreadProtocol
+{
+public:
+    PoolWorker(MtThreadPool &pool, unsigned index) : _pool(pool), _index(index) {}
+
+    void performAttach(MtThread *thread) override
+    {
+        _relation.reset(new PriorityRelation("equalGroup", thread->getPriority(),
+                                             PriorityRelation::EQUAL, _pool));
+    }
+    void performDetach(MtThread *) override { _relation.reset(); }
+    void performExecute(MtThread *) override
+    {
+        do {
+            _pool.obtainTask(_index);
+            _pool.executeTask(_index);
+            _pool.doneTask(_index);
+        } while (_pool.isRunning());
+    }
+    void performStop(MtThread *) override {}
+
+private:
+    MtThreadPool &_pool;
+    unsigned _index;
+    ObjPtr<PriorityRelation> _relation;
+};
+
+// ---- MtThreadPool
+
+namespace {
+
+LiString makeWorkerName(LiString const &pool, unsigned index)
+{
+    char number[16];
+    std::snprintf(number, sizeof number, "%2u", index);
+    return pool + number;
+}
+
+} // namespace
+
+MtThreadPool::MtThreadPool(LiString const &name, unsigned nbThreads, bool placeThreads,
+                           unsigned stackSize)
+    : Priority(name, MtPriorityMgr::getInstance(), NOT_SET),
+      _nbThreads(nbThreads),
+      _threads(new ObjPtr<MtThread>[nbThreads]),
+      _placeThreads(placeThreads),
+      _isRunning(false)
+{
+    for (unsigned i = 0; i != _nbThreads; ++i) {
+        ObjPtr<MtThreadProtocol> worker(new PoolWorker(*this, i));
+        _threads[i] = MtThreadFactory::getInstance().createThread(makeWorkerName(name, i), worker,
+                                                                  true, stackSize);
+    }
+}
+
+MtThreadPool::~MtThreadPool() noexcept(false)
+{
+    bool const isUnwinding = std::uncaught_exceptions() != 0;
+    try {
+        MtThreadPool::stop();
+    } catch (...) {
+        // The threads are waited for once more when they are destroyed.
+        if (!isUnwinding)
+            throw;
+    }
+}
+
+void MtThreadPool::doneTask(unsigned) {}
+
+void MtThreadPool::obtainTask(unsigned) {}
+
+void MtThreadPool::stopThreads() {}
+
+void MtThreadPool::start()
+{
+    if (isRunning())
+        return;
+    ZvPlatform::Interlocked::storeRelease(_isRunning, true);
+    for (unsigned i = 0; i != _nbThreads; ++i) {
+        MtThread &thread = *_threads[i];
+        if (_placeThreads && thread.isProcessorPlaceable())
+            thread.setProcessorNb(static_cast<int>(i));
+        thread.start();
+    }
+}
+
+void MtThreadPool::stop()
+{
+    if (!isRunning())
+        return;
+    ZvPlatform::Interlocked::storeRelease(_isRunning, false);
+    stopThreads();
+    for (unsigned i = 0; i != _nbThreads; ++i)
+        _threads[i]->join();
+}
+
+bool MtThreadPool::isRunning() const
+{
+    return ZvPlatform::Interlocked::loadAcquire(_isRunning);
+}
+
+} // namespace Zv

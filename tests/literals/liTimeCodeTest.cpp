@@ -1,0 +1,246 @@
+#include "resmgt/literals/liTimeCode.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <locale>
+#include <string>
+#include <vector>
+
+namespace Zv {
+namespace {
+
+/// Counts labels as an editor does: after the last frame of a second comes the next second, and a minute begins with
+/// label 2 unless it is a tenth one.
+class DropFrameCounter
+{
+public:
+    std::string getLabel() const
+    {
+        char text[48];
+        std::snprintf(text, sizeof text, "%02d;%02d;%02d;%02d", _hours, _minutes, _seconds,
+                      _frames);
+        return text;
+    }
+    void next()
+    {
+        if (++_frames != 30)
+            return;
+        _frames = 0;
+        if (++_seconds != 60)
+            return;
+        _seconds = 0;
+        if (++_minutes == 60) {
+            _minutes = 0;
+            _hours = (_hours + 1) % 24;
+        }
+        if (_minutes % 10 != 0)
+            _frames = 2;
+    }
+
+private:
+    int _hours = 0;
+    int _minutes = 0;
+    int _seconds = 0;
+    int _frames = 0;
+};
+
+std::string text(LiString const &string)
+{
+    return string.getChars();
+}
+
+struct Rate
+{
+    RCShdPtr<LiTimeCode> timeCode;
+    char const *fullName;
+    char const *shortName;
+    Rational editRate;
+    bool isDrop;
+    DtTimeIndex perSecond;
+    DtTimeIndex perDay;
+};
+
+std::vector<Rate> makeRates()
+{
+    return {
+        {LiTimeCodeNtscNd::create(), "NTSC Non-Drop Frame 29.97 FPS", "NTSC ND",
+         Rational(2997, 100), false, 30, 2592000},
+        {LiTimeCodeNtscDf::create(), "NTSC Drop Frame 29.97 FPS", "NTSC DF", Rational(2997, 100),
+         true, 30, 2589408},
+        {LiTimeCodePal::create(), "PAL 25 FPS", "PAL", Rational(25, 1), false, 25, 2160000},
+        {LiTimeCodeFilm24::create(), "Film 24 FPS", "Film24", Rational(24, 1), false, 24, 2073600},
+    };
+}
+
+TEST(LiTimeCode, EachRateTellsWhatItIs)
+{
+    for (Rate const &rate : makeRates()) {
+        LiTimeCode const &timeCode = *rate.timeCode;
+        EXPECT_EQ(rate.fullName, text(timeCode.getFullName()));
+        EXPECT_EQ(rate.shortName, text(timeCode.getShortName()));
+        EXPECT_EQ(rate.editRate, timeCode.getEditRate());
+        EXPECT_EQ(rate.isDrop, timeCode.getDropFlag());
+        EXPECT_EQ(rate.perSecond, timeCode.getFramesPerTCSecond());
+        EXPECT_EQ(rate.perDay, timeCode.getFramesPerTC24h());
+    }
+}
+
+TEST(LiTimeCode, EachCallMakesAnObjectOfItsOwn)
+{
+    RCShdPtr<LiTimeCodePal> const one(LiTimeCodePal::create());
+    RCShdPtr<LiTimeCodePal> const other(LiTimeCodePal::create());
+    EXPECT_NE(one, other);
+    EXPECT_TRUE(one.isUnique());
+}
+
+TEST(LiTimeCode, AllLabelsOfADropFrameDayAreThoseOfTheCounter)
+{
+    RCShdPtr<LiTimeCode> const timeCode(LiTimeCodeNtscDf::create());
+    DropFrameCounter counter;
+    for (DtTimeIndex frame = 0; frame != 2589408; ++frame, counter.next())
+        ASSERT_EQ(counter.getLabel(), text(timeCode->getTimecode(frame))) << frame;
+    EXPECT_EQ("00;00;00;00", counter.getLabel());
+}
+
+TEST(LiTimeCode, ADropFrameLabelNeverShowsADroppedFrame)
+{
+    RCShdPtr<LiTimeCode> const timeCode(LiTimeCodeNtscDf::create());
+    for (int minute = 0; minute != 24 * 60; ++minute) {
+        DtTimeIndex const first = minute * DtTimeIndex{1798} + (minute + 9) / 10 * 2;
+        bool const isTenth = minute % 10 == 0;
+        std::string const label = text(timeCode->getTimecode(first));
+        EXPECT_EQ(isTenth ? ";00;00" : ";00;02", label.substr(5)) << label;
+        EXPECT_EQ(minute, std::stoi(label) * 60 + std::stoi(label.substr(3))) << label;
+        EXPECT_EQ(";59;29", text(timeCode->getTimecode(first - 1)).substr(5)) << label;
+    }
+}
+
+TEST(LiTimeCode, KnownDropFrameLabels)
+{
+    RCShdPtr<LiTimeCode> const timeCode(LiTimeCodeNtscDf::create());
+    EXPECT_EQ("00;00;00;00", text(timeCode->getTimecode(0)));
+    EXPECT_EQ("00;00;00;01", text(timeCode->getTimecode(1)));
+    EXPECT_EQ("00;00;59;29", text(timeCode->getTimecode(1799)));
+    EXPECT_EQ("00;01;00;02", text(timeCode->getTimecode(1800)));
+    EXPECT_EQ("00;10;00;00", text(timeCode->getTimecode(17982)));
+    EXPECT_EQ("23;59;59;29", text(timeCode->getTimecode(2589407)));
+    EXPECT_EQ("00;00;00;00", text(timeCode->getTimecode(2589408)));
+    EXPECT_EQ("23;59;59;29", text(timeCode->getTimecode(-1)));
+    EXPECT_EQ("00;00;00;00", text(timeCode->getTimecode(-2589408)));
+}
+
+TEST(LiTimeCode, AllLabelsOfADayWithoutDropping)
+{
+    for (Rate const &rate : makeRates()) {
+        if (rate.isDrop)
+            continue;
+        DtTimeIndex frame = 0;
+        for (int second = 0; second != 86400; ++second)
+            for (int inSecond = 0; inSecond != rate.perSecond; ++inSecond, ++frame) {
+                if (frame % 7 != 0 && inSecond != 0 && inSecond != rate.perSecond - 1)
+                    continue;
+                char label[48];
+                std::snprintf(label, sizeof label, "%02d:%02d:%02d:%02d", second / 3600,
+                              second / 60 % 60, second % 60, inSecond);
+                ASSERT_STREQ(label, rate.timeCode->getTimecode(frame).getChars()) << frame;
+            }
+        EXPECT_EQ(rate.perDay, frame);
+    }
+}
+
+TEST(LiTimeCode, FrameZeroAndTheFrameBeforeIt)
+{
+    EXPECT_EQ("00:00:00:00", text(LiTimeCodePal::create()->getTimecode(0)));
+    EXPECT_EQ("00:00:00:00", text(LiTimeCodeFilm24::create()->getTimecode(0)));
+    EXPECT_EQ("00:00:00:00", text(LiTimeCodeNtscNd::create()->getTimecode(0)));
+    EXPECT_EQ("23:59:59:24", text(LiTimeCodePal::create()->getTimecode(-1)));
+    EXPECT_EQ("23:59:59:23", text(LiTimeCodeFilm24::create()->getTimecode(-1)));
+    EXPECT_EQ("23:59:59:29", text(LiTimeCodeNtscNd::create()->getTimecode(-1)));
+}
+
+TEST(LiTimeCode, LabelsStartAgainEachDay)
+{
+    for (Rate const &rate : makeRates())
+        for (DtTimeIndex const frame : {0, 1, 1799, 1800, 17981, 17982, 2073599})
+            for (DtTimeIndex const day : {-3, -1, 1, 1000000})
+                EXPECT_EQ(rate.timeCode->getTimecode(frame),
+                          rate.timeCode->getTimecode(frame + day * rate.perDay))
+                    << rate.fullName << ' ' << frame << ' ' << day;
+}
+
+TEST(LiTimeCode, TheDayIsRoundedTowardsThePast)
+{
+    for (Rate const &rate : makeRates()) {
+        LiTimeCode const &timeCode = *rate.timeCode;
+        EXPECT_EQ(0, timeCode.getDay(0));
+        EXPECT_EQ(-1, timeCode.getDay(-1));
+        EXPECT_EQ(0, timeCode.getDay(rate.perDay - 1));
+        EXPECT_EQ(1, timeCode.getDay(rate.perDay));
+        EXPECT_EQ(-1, timeCode.getDay(-rate.perDay));
+        EXPECT_EQ(-2, timeCode.getDay(-rate.perDay - 1));
+    }
+}
+
+TEST(LiTimeCode, TheEndsOfTheRangeHaveDaysAndLabels)
+{
+    constexpr DtTimeIndex FIRST = std::numeric_limits<DtTimeIndex>::min();
+    constexpr DtTimeIndex LAST = std::numeric_limits<DtTimeIndex>::max();
+    for (Rate const &rate : makeRates()) {
+        DtTimeIndex const first = rate.timeCode->getDay(FIRST);
+        EXPECT_EQ(FIRST / rate.perDay - (FIRST % rate.perDay ? 1 : 0), first);
+        EXPECT_EQ(LAST / rate.perDay, rate.timeCode->getDay(LAST));
+        EXPECT_EQ(rate.timeCode->getTimecode(LAST % rate.perDay), rate.timeCode->getTimecode(LAST));
+        EXPECT_EQ(rate.timeCode->getTimecode(FIRST % rate.perDay + rate.perDay),
+                  rate.timeCode->getTimecode(FIRST));
+    }
+}
+
+TEST(LiTimeCode, FieldsArePaddedAsAsked)
+{
+    RCShdPtr<LiTimeCode> const pal(LiTimeCodePal::create());
+    EXPECT_EQ("  1:  2:  3:  4",
+              text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 4, ':', ':', ':', 3, ' ')));
+    EXPECT_EQ("1-2/3.24",
+              text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 24, '-', '/', '.', 0, '0')));
+    EXPECT_EQ("1-2/3.24",
+              text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 24, '-', '/', '.', -5, '0')));
+}
+
+TEST(LiTimeCode, AGenericLabelNeitherWrapsNorDrops)
+{
+    RCShdPtr<LiTimeCode> const drop(LiTimeCodeNtscDf::create());
+    EXPECT_EQ("00:01:00:00", text(drop->getGenericTimecode(1800, ':', ':', ':', 2, '0')));
+    EXPECT_EQ("1234:00:00:29",
+              text(drop->getGenericTimecode(1234 * 108000 + 29, ':', ':', ':', 2, '0')));
+    EXPECT_EQ("-1:-1:-1:-1",
+              text(drop->getGenericTimecode(-108000 - 1800 - 30 - 1, ':', ':', ':', 2, '0')));
+    EXPECT_EQ("0-5", text(drop->getGenericTimecode(-5, ':', ':', ':', 3, '0')).substr(12));
+}
+
+TEST(LiTimeCode, AZeroByteEndsTheText)
+{
+    RCShdPtr<LiTimeCode> const pal(LiTimeCodePal::create());
+    EXPECT_EQ("00:00", text(pal->getGenericTimecode(0, ':', '\0', ':', 2, '0')));
+    EXPECT_EQ(5, pal->getGenericTimecode(0, ':', '\0', ':', 2, '0').getLength());
+    EXPECT_EQ("", text(pal->getGenericTimecode(0, ':', ':', ':', 2, '\0')));
+}
+
+TEST(LiTimeCode, TheProgramsLocaleGroupsNoDigits)
+{
+    struct Grouping : std::numpunct<char>
+    {
+        char do_thousands_sep() const override { return '\''; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    std::locale const former = std::locale::global(std::locale(std::locale(), new Grouping));
+    std::string const label =
+        text(LiTimeCodePal::create()->getGenericTimecode(1234 * 90000, ':', ':', ':', 2, '0'));
+    std::locale::global(former);
+    EXPECT_EQ("1234:00:00:00", label);
+}
+
+} // namespace
+} // namespace Zv
