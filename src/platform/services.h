@@ -16,6 +16,24 @@
 #include <timeapi.h>
 #include <windows.h>
 
+namespace ZvPlatform {
+
+/// Whether it could be done without the service.
+inline bool takeMutexAtOnce(Handle)
+{
+    return false;
+}
+inline bool releaseMutexAtOnce(Handle)
+{
+    return false;
+}
+inline bool enterAtOnce(CriticalSection *)
+{
+    return false;
+}
+
+} // namespace ZvPlatform
+
 #else
 
 // Exported, for libzvresmgt, under private names: the namespace is no part of any interface.
@@ -133,7 +151,7 @@ BOOL CancelWaitableTimer(HANDLE timer);
 void InitializeCriticalSection(CRITICAL_SECTION *);
 void EnterCriticalSection(CRITICAL_SECTION *);
 BOOL TryEnterCriticalSection(CRITICAL_SECTION *);
-void LeaveCriticalSection(CRITICAL_SECTION *);
+inline void LeaveCriticalSection(CRITICAL_SECTION *);
 void DeleteCriticalSection(CRITICAL_SECTION *);
 
 // ---- threads and processes ------------------------------------------------------------------------------
@@ -179,7 +197,7 @@ DWORD GetPriorityClass(HANDLE process);
 
 HANDLE GetCurrentThread();
 HANDLE GetCurrentProcess();
-DWORD GetCurrentThreadId();
+inline DWORD GetCurrentThreadId();
 DWORD GetCurrentProcessId();
 
 BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *processMask, DWORD_PTR *systemMask);
@@ -282,6 +300,8 @@ RPC_STATUS RpcStringFreeA(RPC_CSTR *text);
 } // namespace ZvPlatform
 
 #pragma GCC visibility pop
+
+#include "platform/linux/fastWays.h"
 
 using namespace ZvPlatform;
 

@@ -126,21 +126,35 @@ TEST_F(Refused, MutexCannotBeClosed)
               "::CloseHandle( _mutex )");
 }
 
+// The services of a mutex are asked where another thread holds it.
 TEST_F(Refused, MutexCannotBeTaken)
 {
     LkMutex const mutex("m");
-    refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { mutex.lock(); }),
-              "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0");
-    EXPECT_FALSE(mutex.isLocked());
+    std::binary_semaphore isHeld(0), mayGo(0);
+    {
+        Joined holder([&] {
+            ::WaitForSingleObject(mutex.getImp().getMutex(), INFINITE);
+            isHeld.release();
+            mayGo.acquire();
+            ::ReleaseMutex(mutex.getImp().getMutex());
+        });
+        isHeld.acquire();
+        refuse("WaitForSingleObject");
+        EXPECT_EQ(systemAssertionOf([&] { mutex.lock(); }),
+                  "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0");
+        EXPECT_FALSE(mutex.isLocked());
+        mayGo.release();
+    }
 }
 
 TEST_F(Refused, MutexCannotBeReleased)
 {
     LkMutex const mutex("m");
     mutex.lock();
-    refuse("ReleaseMutex");
-    EXPECT_EQ(systemAssertionOf([&] { mutex.unlock(); }), "::ReleaseMutex( _mutex )");
+    Joined([&] {
+        refuse("ReleaseMutex");
+        EXPECT_EQ(systemAssertionOf([&] { mutex.unlock(); }), "::ReleaseMutex( _mutex )");
+    });
     EXPECT_FALSE(mutex.isLocked()) << "the flag goes first";
     mutex.unlock();
 }

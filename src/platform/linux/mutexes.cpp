@@ -24,14 +24,6 @@ void passOn(Queue &queue, WakeList &wakes)
 
 namespace {
 
-bool isHeld(Object const *object)
-{
-    for (Object const *held = local.held; held; held = held->mutex.nextHeld)
-        if (held == object)
-            return true;
-    return false;
-}
-
 // Out of line, so that the fast way saves no registers for it.
 [[gnu::noinline]] BOOL releaseSlowly(Object *object)
 {
@@ -42,11 +34,11 @@ bool isHeld(Object const *object)
         return fail(ERROR_INVALID_HANDLE);
     if (valueOf(queue.word) != service.thread().number)
         return fail(queue.word & CLOSED ? ERROR_INVALID_HANDLE : ERROR_NOT_OWNER);
-    if (object->mutex.recursion > 1) {
-        --object->mutex.recursion;
+    if (object->again) {
+        --object->again;
         return TRUE;
     }
-    forget(object);
+    --local.held;
     passOn(queue, wakes);
     return TRUE;
 }
@@ -55,21 +47,17 @@ bool isHeld(Object const *object)
 
 void abandonMutexes()
 {
-    // A thread that was killed between taking a mutex and entering it in its list, or the other way round.
-    if (Object *pending = local.pending) {
-        Word const word = pending->word.load(std::memory_order_relaxed);
-        if ((word & TYPE) == MUTEX && valueOf(word) == local.number && !isHeld(pending))
-            claim(pending);
-        local.pending = nullptr;
-    }
-    while (Object *object = local.held) {
-        local.held = object->mutex.nextHeld;
-        WakeList wakes;
-        Queue queue(object, MUTEX, Queue::CLOSED_TOO);
-        if (!queue || valueOf(queue.word) != local.number)
+    // Nearly every thread ends without one. The others pay for it, and not who locks.
+    for (std::size_t i = 0; local.held && i < objects.size(); ++i) {
+        Word const word = objects[i].word.load(std::memory_order_relaxed);
+        if ((word & TYPE) != MUTEX || valueOf(word) != local.number)
             continue;
+        WakeList wakes;
+        Queue queue(&objects[i], MUTEX, Queue::CLOSED_TOO);
+        objects[i].again = 0;
         queue.word |= ABANDONED;
         passOn(queue, wakes);
+        --local.held;
     }
 }
 
@@ -81,10 +69,10 @@ using namespace Linux;
 
 HANDLE CreateMutexA(SECURITY_ATTRIBUTES *, BOOL initiallyOwned, char const *name)
 {
-    return createObject(name, MUTEX, [&](Object &object) -> Word {
+    return createObject(name, MUTEX, [&](Object &) -> Word {
         if (!initiallyOwned)
             return MUTEX;
-        claim(&object);
+        ++local.held;
         return withValue(MUTEX, local.number);
     });
 }
@@ -97,18 +85,18 @@ BOOL ReleaseMutex(HANDLE mutex)
     Word word = object->word.load(std::memory_order_relaxed);
     // A free mutex has the owner 0, a thread that the layer does not know the number 0: the slow path tells.
     if ((word & TYPE) == MUTEX && valueOf(word) == local.number && local.number) [[likely]] {
-        if (object->mutex.recursion > 1) {
-            --object->mutex.recursion;
+        if (object->again) {
+            --object->again;
             return TRUE;
         }
         Word const flags = word & FLAGS;
         if (flags == MUTEX || flags == (MUTEX | WAKING) || flags == (MUTEX | WAKING | WAITERS)) {
-            local.pending = object;
-            std::atomic_signal_fence(std::memory_order_seq_cst);
-            forget(object);
             if (object->word.compare_exchange_strong(word, flags, std::memory_order_release,
-                                                     std::memory_order_relaxed)) [[likely]]
+                                                     std::memory_order_relaxed)) [[likely]] {
+                std::atomic_signal_fence(std::memory_order_seq_cst);
+                --local.held;
                 return TRUE;
+            }
         }
     }
     return releaseSlowly(object);

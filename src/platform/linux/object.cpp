@@ -206,7 +206,8 @@ Object *newObject()
     object->pins = 0;
     object->first = nullptr;
     object->name = nullptr;
-    object->mutex = {};
+    object->semaphore = {};
+    object->again = 0;
     object->spin = newSpinCredit();
     return object;
 }
@@ -333,7 +334,7 @@ Closing closeHandle(Object *object, bool locked)
     queue.word |= CLOSED;
     // A mutex that nobody waits for dies in its owner's hands; one that is held elsewhere lives until it is let go.
     if ((queue.word & TYPE) == MUTEX && object->pins == 0 && valueOf(queue.word) == local.number) {
-        forget(object);
+        --local.held;
         queue.word = withValue(queue.word, 0);
     }
     return Closing::DONE;

@@ -12,9 +12,6 @@
 
 namespace ZvPlatform::Linux {
 
-/// The lower half of a word holds its type and flags, the upper half the owner of a mutex or the count of a semaphore.
-using Word = std::uint64_t;
-
 enum : Word
 {
     TYPE = 7,
@@ -40,7 +37,8 @@ enum : Word
     FLAGS = 0xFFFFFFFF
 };
 
-inline constexpr int VALUE_SHIFT = 32;
+static_assert(MUTEX == FREE_MUTEX);
+
 inline constexpr Word ONE = Word{1} << VALUE_SHIFT;
 
 inline std::uint32_t valueOf(Word word)
@@ -52,24 +50,11 @@ inline Word withValue(Word word, std::uint32_t value)
     return (word & FLAGS) | Word{value} << VALUE_SHIFT;
 }
 
-/// What looking again before sleeping has come to, in the waits for one object.
-struct SpinCredit
-{
-    std::uint16_t pauses;   ///< that may be spent on the next wait
-    std::uint16_t refusals; ///< waits that sleep at once before it is tried again
-    std::uint8_t failures;  ///< tries in a row that came to nothing
-};
-
 struct Name;
 struct SharedSegment;
 
-struct alignas(64) Object
+struct alignas(64) Object : ObjectHead
 {
-    struct MutexState
-    {
-        Object *nextHeld;
-        std::uint32_t recursion;
-    };
     struct SemaphoreState
     {
         std::uint32_t maximum;
@@ -91,8 +76,7 @@ struct alignas(64) Object
         int file;
     };
 
-    std::atomic<Word> word{DEAD};
-    // The rest is guarded by the queue; what the owner of a mutex alone touches, by ownership.
+    // The queue guards what follows.
     std::uint32_t handles = 0;
     std::uint32_t pins = 0; ///< waiters, and the running thread
     union
@@ -103,8 +87,7 @@ struct alignas(64) Object
     Name *name = nullptr;
     union
     {
-        MutexState mutex{};
-        SemaphoreState semaphore;
+        SemaphoreState semaphore{};
         TimerState timer;
         ThreadState thread;
         SharedState shared;
@@ -253,28 +236,10 @@ DWORD waitSlowly(Service &, Object *, DWORD milliseconds, Queue::Access = Queue:
 
 // ---- what the parts have of each other ------------------------------------------------------------------
 
-/// Gives the mutex to the next, at the queue and by its owner. Held lists are the caller's business.
+/// Gives the mutex to the next, at the queue and by its owner. The count of what it holds is the caller's business.
 void passOn(Queue &, WakeList &);
 /// Ends the calling thread's ownership of all its mutexes.
 void abandonMutexes();
-
-/// Enters a mutex that the calling thread has just come to own among those that it holds.
-inline void claim(Object *object)
-{
-    object->mutex.recursion = 1;
-    object->mutex.nextHeld = local.held;
-    local.held = object;
-}
-
-inline void forget(Object *object)
-{
-    // Nearly always the first: locks are released in the reverse of their order.
-    for (Object **link = &local.held; *link; link = &(*link)->mutex.nextHeld)
-        if (*link == object) {
-            *link = object->mutex.nextHeld;
-            return;
-        }
-}
 
 /// Brings a timer's state up to the clock. Returns when it will change next.
 Instant updateTimer(Queue &);

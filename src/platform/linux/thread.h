@@ -83,29 +83,6 @@ struct alignas(64) Thread
 using Threads = Arena<Thread, 1 << 17>;
 extern constinit Threads threads;
 
-/// The part that only the thread itself touches.
-struct Local
-{
-    ThreadNumber number; ///< 0: not yet known to the layer
-    DWORD lastError;
-    Object *held;    ///< the mutexes that the thread owns
-    Object *pending; ///< a mutex that it is just taking or releasing
-    Thread *thread;
-    std::uint32_t depth; ///< services that it is inside of
-};
-
-extern constinit thread_local Local local __attribute__((tls_model("initial-exec")));
-
-/// Makes the calling thread known.
-void attach();
-
-inline ThreadNumber currentNumber()
-{
-    if (!local.number) [[unlikely]]
-        attach();
-    return local.number;
-}
-
 inline Thread &currentThread()
 {
     if (!local.number) [[unlikely]]

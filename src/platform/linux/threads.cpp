@@ -282,11 +282,6 @@ HANDLE GetCurrentProcess()
     return CURRENT_PROCESS;
 }
 
-DWORD GetCurrentThreadId()
-{
-    return currentNumber();
-}
-
 DWORD GetCurrentProcessId()
 {
     return static_cast<DWORD>(::getpid());

@@ -20,7 +20,7 @@ bool tryNow(Object *object, DWORD &result)
         Word const mine = withValue(word & ~Word{ABANDONED}, local.number);
         if (!object->word.compare_exchange_strong(word, mine, std::memory_order_acquire))
             return false;
-        claim(object);
+        ++local.held;
         result = word & ABANDONED ? WAIT_ABANDONED : WAIT_OBJECT_0;
         return true;
     }
@@ -38,7 +38,7 @@ bool tryQueued(Queue &queue, DWORD &result)
         return queue.consume();
     Object &object = queue.object();
     if (valueOf(queue.word) == local.number) {
-        ++object.mutex.recursion;
+        ++object.again;
         return true;
     }
     if (valueOf(queue.word))
@@ -46,7 +46,7 @@ bool tryQueued(Queue &queue, DWORD &result)
     if (queue.word & ABANDONED)
         result = WAIT_ABANDONED;
     queue.word = withValue(queue.word & ~Word{ABANDONED}, local.number);
-    claim(&object);
+    ++local.held;
     return true;
 }
 
@@ -137,7 +137,7 @@ private:
     {
         awaitGrant(_me);
         if (_type == MUTEX)
-            claim(_object);
+            ++local.held;
         return _me.result;
     }
 
@@ -230,16 +230,10 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
     case MUTEX:
         if (ThreadNumber const me = local.number) [[likely]] {
             if (valueOf(word) == 0) {
-                local.pending = object;
-                std::atomic_signal_fence(std::memory_order_seq_cst);
-                if (object->word.compare_exchange_strong(word, withValue(MUTEX, me),
-                                                         std::memory_order_acquire,
-                                                         std::memory_order_relaxed)) [[likely]] {
-                    claim(object);
+                if (takeFree(*object, me)) [[likely]]
                     return WAIT_OBJECT_0;
-                }
             } else if (valueOf(word) == me) {
-                ++object->mutex.recursion;
+                ++object->again;
                 return WAIT_OBJECT_0;
             }
         }

@@ -20,6 +20,14 @@ LkLockWindows::~LkLockWindows()
 
 bool LkLockWindows::lock() const
 {
+    if (!ZvPlatform::enterAtOnce(&_section)) [[unlikely]]
+        return lockSlowly();
+    storeRelease(_isLocked, true);
+    return true;
+}
+
+bool LkLockWindows::lockSlowly() const
+{
     ::EnterCriticalSection(&_section);
     storeRelease(_isLocked, true);
     return true;

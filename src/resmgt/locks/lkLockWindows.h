@@ -26,6 +26,9 @@ public:
     void dump(std::ostream &stream) const;
 
 private:
+    // Out of line, so that the way of a lock that is free saves no registers for it.
+    [[gnu::noinline]] bool lockSlowly() const;
+
     char const *_name;
     ZvPlatform::CriticalSection mutable _section;
     bool mutable _isLocked;

@@ -27,6 +27,14 @@ LkMutexWindows::~LkMutexWindows() noexcept(false)
 
 bool LkMutexWindows::lock() const
 {
+    if (!ZvPlatform::takeMutexAtOnce(_mutex)) [[unlikely]]
+        return lockSlowly();
+    updateLockingThreadId();
+    return true;
+}
+
+bool LkMutexWindows::lockSlowly() const
+{
     ZV_SYS_ASSERT(::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0);
     updateLockingThreadId();
     return true;
@@ -35,6 +43,12 @@ bool LkMutexWindows::lock() const
 void LkMutexWindows::unlock() const
 {
     clearLockedFlag();
+    if (!ZvPlatform::releaseMutexAtOnce(_mutex)) [[unlikely]]
+        unlockSlowly();
+}
+
+void LkMutexWindows::unlockSlowly() const
+{
     ZV_SYS_ASSERT(::ReleaseMutex( _mutex ));
 }
 

@@ -36,6 +36,10 @@ public:
     void updateLockingThreadId() const { ZvPlatform::Interlocked::storeRelease(_isLocked, true); }
 
 private:
+    // Out of line, so that the way without the service saves no registers for them.
+    [[gnu::noinline]] bool lockSlowly() const;
+    [[gnu::noinline]] void unlockSlowly() const;
+
     char const *_name;
     ZvPlatform::Handle _mutex;
     bool mutable _isLocked;

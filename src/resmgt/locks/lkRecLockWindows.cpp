@@ -22,7 +22,19 @@ LkRecLockWindows::~LkRecLockWindows()
 
 bool LkRecLockWindows::lock() const
 {
+    if (!ZvPlatform::enterAtOnce(&_section)) [[unlikely]]
+        return lockSlowly();
+    return counted();
+}
+
+bool LkRecLockWindows::lockSlowly() const
+{
     ::EnterCriticalSection(&_section);
+    return counted();
+}
+
+bool LkRecLockWindows::counted() const
+{
     storeRelease(_count, _count + 1);
     storeRelease(_holder, ZvPlatform::ThreadNumber{::GetCurrentThreadId()});
     return true;

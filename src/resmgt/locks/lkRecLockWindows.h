@@ -25,6 +25,10 @@ public:
     void dump(std::ostream &stream) const;
 
 private:
+    // Out of line, so that the way of a lock that is free saves no registers for it.
+    [[gnu::noinline]] bool lockSlowly() const;
+    bool counted() const;
+
     char const *_name;
     ZvPlatform::CriticalSection mutable _section;
     ZvPlatform::ThreadNumber mutable _holder; // a dump reads both without the lock

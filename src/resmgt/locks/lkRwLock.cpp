@@ -13,7 +13,7 @@ LkRwLock::LkRwLock(char const *name) : LkRwLock(name, LkMutexAttr::getDefaultAtt
 LkRwLock::LkRwLock(char const *name, LkMutexAttr const &attr)
     : _name(name),
       _lock(name, attr),
-      _rwLock(0),
+      _word(0),
       _readers(name, LkPulse::WAKE_ALL),
       _waitingWriters(0),
       _waitingReaders(0),
@@ -22,47 +22,108 @@ LkRwLock::LkRwLock(char const *name, LkMutexAttr const &attr)
       _isWriterCalled(false)
 {}
 
+namespace {
+
+using Word = unsigned long long;
+
+constexpr Word STATE = 0xFFFFFFFF;
+constexpr Word WRITERS_WAIT = STATE + 1;
+constexpr Word READERS_WAIT = WRITERS_WAIT << 1;
+
+int stateOf(Word word)
+{
+    return static_cast<int>(static_cast<unsigned>(word));
+}
+
+Word withState(Word word, int state)
+{
+    return (word & ~STATE) | static_cast<unsigned>(state);
+}
+
+Word withFlag(Word word, Word flag, bool isSet)
+{
+    return isSet ? word | flag : word & ~flag;
+}
+
+bool isOpenToReaders(Word word)
+{
+    return stateOf(word) >= 0 && !(word & WRITERS_WAIT);
+}
+
+Word unlocked(Word word)
+{
+    int const state = stateOf(word);
+    return withState(word, state >= 0 ? state - 1 : 0);
+}
+
+} // namespace
+
 bool LkRwLock::readLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    LkGuard<LkMutex const> guard(_lock);
-    while (waitForWriters()) {
-        storeRelease(_waitingReaders, _waitingReaders + 1);
-        _readers.waitNextPulse(guard);
-        storeRelease(_waitingReaders, _waitingReaders - 1);
-    }
-    storeRelease(_rwLock, _rwLock + 1);
-    return true;
+    return tryReadLock() || readLockSlowly();
 }
 
 bool LkRwLock::writeLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    LkGuard<LkMutex const> guard(_lock);
-    while (_rwLock != 0) {
-        storeRelease(_waitingWriters, _waitingWriters + 1);
-        _writers.wait(guard);
-        storeRelease(_waitingWriters, _waitingWriters - 1);
-        _isWriterCalled = false;
-    }
-    storeRelease(_rwLock, -1);
-    _writer.setCurrentThread();
-    return true;
+    return tryWriteLock() || writeLockSlowly();
 }
 
 bool LkRwLock::tryReadLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    LkGuard<LkMutex const> guard(_lock);
-    if (_rwLock < 0 || _waitingWriters != 0)
-        return false;
-    storeRelease(_rwLock, _rwLock + 1);
-    return true;
+    Word word = loadRelaxed(_word);
+    while (isOpenToReaders(word))
+        if (compareExchange(_word, word, word + 1))
+            return true;
+    return false;
 }
 
 bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
+    Word word = loadRelaxed(_word);
+    while (stateOf(word) == 0)
+        if (compareExchange(_word, word, withState(word, -1))) {
+            _writer.setCurrentThread();
+            return true;
+        }
+    return false;
+}
+
+bool LkRwLock::readLockSlowly() const
+{
     LkGuard<LkMutex const> guard(_lock);
-    if (_rwLock != 0)
-        return false;
-    storeRelease(_rwLock, -1);
+    Word word = loadRelaxed(_word);
+    for (;;) {
+        if (isOpenToReaders(word)) {
+            // The flag goes, or stays for the others, in the moment in which the lock is taken.
+            if (compareExchange(_word, word,
+                                withFlag(word + 1, READERS_WAIT, _waitingReaders != 0)))
+                return true;
+        } else if (word & READERS_WAIT || compareExchange(_word, word, word | READERS_WAIT)) {
+            storeRelease(_waitingReaders, _waitingReaders + 1);
+            _readers.waitNextPulse(guard);
+            storeRelease(_waitingReaders, _waitingReaders - 1);
+            word = loadRelaxed(_word);
+        }
+    }
+}
+
+bool LkRwLock::writeLockSlowly() const
+{
+    LkGuard<LkMutex const> guard(_lock);
+    Word word = loadRelaxed(_word);
+    for (;;) {
+        if (stateOf(word) == 0) {
+            if (compareExchange(_word, word,
+                                withFlag(withState(word, -1), WRITERS_WAIT, _waitingWriters != 0)))
+                break;
+        } else if (word & WRITERS_WAIT || compareExchange(_word, word, word | WRITERS_WAIT)) {
+            storeRelease(_waitingWriters, _waitingWriters + 1);
+            _writers.wait(guard);
+            storeRelease(_waitingWriters, _waitingWriters - 1);
+            _isWriterCalled = false;
+            word = loadRelaxed(_word);
+        }
+    }
     _writer.setCurrentThread();
     return true;
 }
@@ -87,16 +148,27 @@ bool LkRwLock::spinWriteLock(unsigned tries) const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 void LkRwLock::unlock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
+    Word word = loadRelaxed(_word);
+    if (stateOf(word) < 0)
+        _writer.reset();
+    while (!(word & (WRITERS_WAIT | READERS_WAIT)))
+        if (compareExchange(_word, word, unlocked(word)))
+            return;
+    unlockSlowly();
+}
+
+void LkRwLock::unlockSlowly() const
+{
     bool callsWriter = false;
     bool callsReaders = false;
     {
         LkGuard<LkMutex const> guard(_lock);
-        if (_rwLock < 0)
-            _writer.reset();
-        storeRelease(_rwLock, _rwLock >= 0 ? _rwLock - 1 : 0);
+        Word word = loadRelaxed(_word);
+        while (!compareExchange(_word, word, unlocked(word))) {
+        }
         if (_waitingWriters != 0) {
             // Once is enough until one of them has come: pulses that pile up would wake later waits for nothing.
-            callsWriter = _rwLock == 0 && !_isWriterCalled;
+            callsWriter = stateOf(unlocked(word)) == 0 && !_isWriterCalled;
             _isWriterCalled = _isWriterCalled || callsWriter;
         } else {
             callsReaders = _waitingReaders != 0;
@@ -108,29 +180,34 @@ void LkRwLock::unlock() const ZV_NO_THREAD_SAFETY_ANALYSIS
         _readers.pulse();
 }
 
+int LkRwLock::getState() const
+{
+    return stateOf(loadAcquire(_word));
+}
+
 bool LkRwLock::isWriteLock() const
 {
-    return loadAcquire(_rwLock) < 0;
+    return getState() < 0;
 }
 
 bool LkRwLock::isReadLock() const
 {
-    return loadAcquire(_rwLock) > 0;
+    return getState() > 0;
 }
 
 bool LkRwLock::isLockedInline() const
 {
-    return loadAcquire(_rwLock) != 0;
+    return getState() != 0;
 }
 
 bool LkRwLock::waitForWriters() const
 {
-    return loadAcquire(_rwLock) < 0 || loadAcquire(_waitingWriters) != 0;
+    return getState() < 0 || loadAcquire(_waitingWriters) != 0;
 }
 
 void LkRwLock::dump(std::ostream &stream) const
 {
-    stream << "name " << _name << " rwLock " << loadAcquire(_rwLock) << " wr wait "
+    stream << "name " << _name << " rwLock " << getState() << " wr wait "
            << loadAcquire(_waitingWriters) << " rd wait " << loadAcquire(_waitingReaders);
 }
 

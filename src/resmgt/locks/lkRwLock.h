@@ -63,9 +63,16 @@ public:
 private:
     char const *_name;
     LkMutex _lock;
-    // Written under _lock; the questions read them without.
-    int mutable _rwLock;
+    bool readLockSlowly() const;
+    bool writeLockSlowly() const;
+    void unlockSlowly() const;
+    int getState() const;
+
+    // The state: readers, -1 a writer, 0 free; and above it a flag for each kind of those who wait. The flags change
+    // under _lock alone, the state without it where no flag is in the way.
+    unsigned long long mutable _word;
     LkPulse _readers;
+    // Written under _lock; the questions read them without.
     unsigned mutable _waitingWriters;
     unsigned mutable _waitingReaders;
     LkPulse _writers;
