@@ -6,6 +6,7 @@
 #include "resmgt/deviceProtocol.h"
 #include "resmgt/literals.h"
 #include "resmgt/locks.h"
+#include "resmgt/memoryBuffers.h"
 #include "resmgt/packages.h"
 #include "resmgt/smartPtrs.h"
 #include "resmgt/syncEngine.h"

@@ -28,6 +28,8 @@ public:
     /// Null throws `RCEx::ExNullPtr`, "Dereferencing a null pointer".
     T *operator->() const { return this->checked(); }
     T &operator*() const { return *this->checked(); }
+    /// Whether this is the only reference. False for null.
+    bool isUnique() const { return !this->isNull() && this->getReferenceCount() == 1; }
 };
 
 } // namespace Zv

@@ -1,0 +1,71 @@
+// The handle of a buffer.
+#pragma once
+
+#include "resmgt/memoryBuffers/mbBufferImp.h"
+#include "resmgt/smartPtrs/rcShdEngPtr.h"
+
+namespace Zv {
+
+/// A named block of memory whose contents belong to a client's protocol and whose memory belongs to a manager. It may
+/// lose its memory whenever nobody holds a lock on it, and has it back, possibly elsewhere, when it is locked again: the
+/// guards `MbBufferRdGuardImp` and `MbBufferWrGuardImp` are the only way to it.
+///
+///     RCShdPtr<MbManager> manager(new MbHeapManager("frames", 64 << 20, makeObj<MbUnloadLRU>(0)));
+///     MbBufferSimpleFactory factory(MbStateMachine::getInstance(false).getInitialState(), manager);
+///     MbBuffer frame = factory.create("frame 1", makeObj<FrameProtocol>(file), frameSize, MbAlignment(4095, 0, 0));
+///     ...
+///     MbBufferRdGuardImp guard(frame);
+///     show(guard.getMemory());
+///
+/// A small value: copies share the buffer, and none of them keeps its memory in place. The last handle or guard to go
+/// ends the buffer: it waits until no other thread runs a transition of it and no asynchronous operation is under way,
+/// calls the protocol's `free` where there are contents that were not synched, and gives its memory back; what fails
+/// then comes out of the handle's destructor or assignment.
+///
+/// Any thread may use a buffer at any time, by a handle of its own. A null handle throws `RCEx::ExNullPtr` at all that is
+/// asked of it but `isNull` and `isUniqueOwner`.
+class ZVRESMGT_EXPORT MbBuffer
+{
+public:
+    /// Null.
+    MbBuffer() noexcept;
+    explicit MbBuffer(RCShdEngPtr<MbBufferImp> imp);
+    MbBuffer(MbBuffer const &);
+    MbBuffer(MbBuffer &&) noexcept;
+    MbBuffer const &operator=(MbBuffer const &);
+    MbBuffer const &operator=(MbBuffer &&);
+    ~MbBuffer() noexcept(false);
+
+    bool isNull() const noexcept { return _imp.isNull(); }
+    /// Whether there is no other handle and no guard. False for null.
+    bool isUniqueOwner() const { return _imp.isUnique(); }
+
+    /// Valid as long as the buffer.
+    char const *getName() const;
+    /// Bytes.
+    int getSize() const { return _imp->getSize(); }
+    MbAlignment const &getAlignment() const { return _imp->getAlignment(); }
+    /// Whether a guard is had without loading: true at the moment of the asking, and never during a transition.
+    bool isLoaded() const;
+
+    /// Begins to load a buffer that is not loaded, on the protocol's terms: `asyncLoad` or `asyncReload`. Blocks for
+    /// memory only. On a buffer that is loaded, it makes it the one used last.
+    void prefetch();
+    /// Writes the contents back and returns when that is done; nothing where there is nothing to write. Waits for guards
+    /// to go, those of the calling thread among them.
+    void sync();
+    /// Begins to write the contents back. While the buffer is locked, it takes effect when the last guard is gone. May
+    /// wait for another thread's transition.
+    void asyncSync();
+    /// Gives the contents up: the next guard loads anew. While the buffer is locked, it takes effect when the last guard
+    /// is gone. May wait for another thread's transition.
+    void free();
+
+    /// For whoever builds on the buffer itself.
+    RCShdEngPtr<MbBufferImp> const &getImp() const noexcept { return _imp; }
+
+private:
+    RCShdEngPtr<MbBufferImp> _imp;
+};
+
+} // namespace Zv

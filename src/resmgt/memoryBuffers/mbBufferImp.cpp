@@ -1,0 +1,245 @@
+#include "resmgt/memoryBuffers/mbBufferImp.h"
+
+#include "resmgt/memoryBuffers/mbManager.h"
+#include "resmgt/memoryBuffers/mbProtocol.h"
+#include "resmgt/memoryBuffers/mbState.h"
+#include "zvbase/failures.h"
+#include "zvbase/trace.h"
+
+#include <bit>
+#include <exception>
+#include <utility>
+
+namespace Zv {
+
+MbBufferImp::MbBufferImp(LiString const &name, MbState const *initialState,
+                         RCShdPtr<MbManager> const &manager, ObjPtr<MbProtocol> protocol, int size,
+                         MbAlignment const &alignment)
+    // The locks keep a pointer to the characters, which this buffer's copy of the name keeps alive.
+    : _mutex(name.getChars()),
+      _pulse(name.getChars(), LkPulse::WAKE_ALL),
+      _keepAlive(1),
+      _name(name),
+      _size(size),
+      _alignment(alignment),
+      _regionStart(0),
+      _dataStart(0),
+      _dataEnd(0),
+      _regionEnd(0),
+      _state(initialState),
+      _lockCount(0),
+      _pending(0),
+      _manager(manager),
+      _protocol(protocol),
+      _waiters(0),
+      _isAgain(false),
+      _isAbandoned(false)
+{
+    ZV_ASSERT(size >= 0);
+    LkGuard<LkMutex const> guard(_mutex);
+    _state->entering(this);
+}
+
+MbBufferImp::~MbBufferImp() noexcept(false)
+{
+    _protocol.reset();
+}
+
+void MbBufferImp::receive(MbEvent event)
+{
+    LkGuard<LkMutex const> guard(_mutex);
+    try {
+        deliver(event);
+    } catch (...) {
+        endIfAbandoned(guard);
+        throw;
+    }
+    endIfAbandoned(guard);
+}
+
+void MbBufferImp::performSucceeded()
+{
+    receive(MbEvent::ASYNC_OP_SUCCEEDED);
+}
+
+void MbBufferImp::performFailed()
+{
+    receive(MbEvent::ASYNC_OP_FAILED);
+}
+
+bool MbBufferImp::isLoaded() const
+{
+    LkGuard<LkMutex const> guard(_mutex);
+    return _state->isLoaded();
+}
+
+LiString MbBufferImp::copyName() const
+{
+    LkGuard<LkMutex const> guard(_mutex);
+    return _name;
+}
+
+void MbBufferImp::setRegion(std::uint64_t start, std::uint64_t size)
+{
+    _dataStart = _alignment.roundUpToAlignment(start);
+    _dataEnd = _dataStart + static_cast<std::uint64_t>(_size);
+    _regionStart = start;
+    _regionEnd = start + size;
+}
+
+void MbBufferImp::clearRegion() noexcept
+{
+    _regionStart = _dataStart = _dataEnd = _regionEnd = 0;
+}
+
+void MbBufferImp::releaseKeepAlive()
+{
+    if (--_keepAlive == 0)
+        delete this;
+}
+
+void MbBufferImp::changeState(MbState const *next)
+{
+    LkThreadId const formerOwner = _transientStateOwner;
+    MbState const * const former = _state;
+    _transientStateOwner.setCurrentThread();
+    try {
+        while (next) {
+            _state->leaving(this);
+            _state = next;
+            next = _state->entering(this);
+        }
+    } catch (...) {
+        fallBack(former, formerOwner);
+        throw;
+    }
+    _transientStateOwner = formerOwner;
+
+    if (_pending != 0) {
+        try {
+            deliverEvents(std::exchange(_pending, 0));
+        } catch (...) {
+            announceChange();
+            throw;
+        }
+    }
+    announceChange();
+}
+
+/// Nobody may go on waiting for a transition that has failed, whatever else fails here.
+void MbBufferImp::fallBack(MbState const *former, LkThreadId formerOwner)
+{
+    auto const end = [&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
+        _transientStateOwner = formerOwner;
+        announceChange();
+    };
+    try {
+        _state->leaving(this);
+        _state = former;
+        ZV_ASSERT(_state->entering( this ) == 0);
+    } catch (...) {
+        _state = former;
+        end();
+        throw;
+    }
+    end();
+}
+
+/// Waiters are counted, so that a pulse is sent only for somebody. It wakes them all.
+void MbBufferImp::announceChange()
+{
+    if (std::exchange(_waiters, 0) != 0)
+        _pulse.pulse();
+}
+
+void MbBufferImp::sleepUntilChange()
+{
+    ++_waiters;
+    _pulse.waitNextPulse(_mutex);
+}
+
+void MbBufferImp::waitForChange()
+{
+    ZV_ASSERT(! _transientStateOwner.isCurrentThread());
+    sleepUntilChange();
+    _isAgain = true;
+}
+
+void MbBufferImp::deliver(MbEvent event)
+{
+    do {
+        _isAgain = false;
+        dispatch(event);
+    } while (_isAgain);
+}
+
+void MbBufferImp::deliverEvents(std::uint32_t mask)
+{
+    for (; mask != 0; mask &= mask - 1)
+        deliver(static_cast<MbEvent>(std::uint32_t{1} << std::countr_zero(mask)));
+}
+
+void MbBufferImp::dispatch(MbEvent event)
+{
+    switch (event) {
+    case MbEvent::RDLOCK:
+        return _state->rdlock(this);
+    case MbEvent::WRLOCK:
+        return _state->wrlock(this);
+    case MbEvent::WRDUP:
+        return _state->wrdup(this);
+    case MbEvent::PREFETCH:
+        return _state->prefetch(this);
+    case MbEvent::ASYNC_SYNC:
+        return _state->asyncSync(this);
+    case MbEvent::SYNC:
+        return _state->sync(this);
+    case MbEvent::UNLOCK:
+        return _state->unlock(this);
+    case MbEvent::UNLOAD:
+        return _state->unload(this);
+    case MbEvent::FREE:
+        return _state->free(this);
+    case MbEvent::DESTROY:
+        return _state->destroy(this);
+    case MbEvent::ASYNC_OP_SUCCEEDED:
+        return _state->asyncOpSucceeded(this);
+    case MbEvent::ASYNC_OP_FAILED:
+        return _state->asyncOpFailed(this);
+    }
+}
+
+void MbBufferImp::destroy()
+{
+    try {
+        {
+            LkGuard<LkMutex const> guard(_mutex);
+            // A protocol call of this thread still stands on the object: it ends the buffer on its way back.
+            if (_transientStateOwner.isCurrentThread()) {
+                _isAbandoned = true;
+                return;
+            }
+            while (!_transientStateOwner.isNull())
+                sleepUntilChange();
+            deliver(MbEvent::DESTROY);
+        }
+        releaseKeepAlive();
+    } catch (ExBase const &failure) {
+        if (!std::uncaught_exceptions())
+            throw;
+        Trace::printException(failure, __FILE__, __LINE__);
+    } catch (...) {
+        if (!std::uncaught_exceptions())
+            throw;
+    }
+}
+
+void MbBufferImp::endIfAbandoned(LkGuard<LkMutex const> &guard)
+{
+    if (!std::exchange(_isAbandoned, false)) [[likely]]
+        return;
+    guard.unlock();
+    destroy();
+}
+
+} // namespace Zv

@@ -1,0 +1,58 @@
+// The manager that unloads buffers where memory is short.
+#pragma once
+
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkMutex.h"
+#include "resmgt/locks/lkPulse.h"
+#include "resmgt/memoryBuffers/mbManager.h"
+#include "resmgt/memoryBuffers/mbUnloadStrategy.h"
+#include "zvbase/objPtr.h"
+
+namespace Zv {
+
+/// A manager with a budget. When the budget is used up, the thread that needs memory unloads the buffers that its
+/// strategy names, one after the other, until there is room. Where none can be unloaded it waits, without limit, until
+/// one can or memory comes back: a request for more than what the locked buffers leave blocks until they are unlocked.
+///
+/// When the protocol of a victim throws, the exception goes to the thread that needed the memory; its load fails with
+/// it, and the victim stays loaded.
+///
+/// A derived class says what the memory is.
+class ZVRESMGT_EXPORT MbPoolManager : public MbManager
+{
+public:
+    MbPoolManager(LiString const &name, ObjPtr<MbUnloadStrategy> strategy);
+    ~MbPoolManager() noexcept(false) override;
+
+    LiString const &getName() const override;
+    void allocateRegion(MbBufferImp *buffer) override;
+    void deallocateRegion(MbBufferImp *buffer) override;
+    void bufferNotUnloadable(MbBufferImp *buffer) override;
+    void bufferUnloadable(MbBufferImp *buffer) override;
+    /// "Name = " and the name, then "Unload strategy = " and what the strategy writes.
+    void dump(std::ostream &stream) const override;
+
+protected:
+    /// Guards the budget and the strategy; the protocols of buffers are never called under it. A buffer's mutex is
+    /// taken before it, never after.
+    LkMutex const &getMutex() const ZV_RETURN_CAPABILITY(_mutex) { return _mutex; }
+
+private:
+    /// Gives the buffer its region where the budget allows it; false where it is used up. Throws where unloading cannot
+    /// help. Called under the mutex.
+    virtual bool performAllocate(MbBufferImp *buffer) ZV_REQUIRES(getMutex()) = 0;
+    /// Takes the region back. Called under the mutex.
+    virtual void performDeallocate(MbBufferImp *buffer) ZV_REQUIRES(getMutex()) = 0;
+
+    void unloadVictim(LkGuard<LkMutex const> &guard) ZV_REQUIRES(_mutex);
+    void waitForMemory(LkGuard<LkMutex const> &guard, MbBufferImp &buffer) ZV_REQUIRES(_mutex);
+    void announceMemory() ZV_REQUIRES(_mutex);
+
+    LkMutex _mutex;
+    LkPulse _pulse;
+    LiString _name;
+    ObjPtr<MbUnloadStrategy> _strategy ZV_PT_GUARDED_BY(_mutex);
+    int _waiters ZV_GUARDED_BY(_mutex);
+};
+
+} // namespace Zv

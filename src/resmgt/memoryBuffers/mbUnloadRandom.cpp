@@ -1,0 +1,77 @@
+#include "resmgt/memoryBuffers/mbUnloadRandom.h"
+
+#include "resmgt/memoryBuffers/mbBufferImp.h"
+
+#include <iomanip>
+#include <ostream>
+
+namespace Zv {
+
+std::size_t MbUnloadRandom::Hash::operator()(MbBufferImp const *buffer) const noexcept
+{
+    return reinterpret_cast<std::uintptr_t>(buffer) / sizeof(MbBufferImp);
+}
+
+MbUnloadRandom::MbUnloadRandom(int capacity)
+{
+    if (capacity > 0)
+        _container.reserve(static_cast<std::size_t>(capacity));
+}
+
+MbUnloadRandom::MbUnloadRandom(MbUnloadRandom const &) = default;
+MbUnloadRandom &MbUnloadRandom::operator=(MbUnloadRandom const &) = default;
+MbUnloadRandom::~MbUnloadRandom() noexcept(false) = default;
+
+char const *MbUnloadRandom::getName() const
+{
+    return "MbUnloadRandom";
+}
+
+void MbUnloadRandom::insertBuffer(MbBufferImp *buffer)
+{
+    _container.push_back(buffer);
+    try {
+        _index.try_emplace(buffer, _container.size() - 1);
+    } catch (...) {
+        _container.pop_back();
+        throw;
+    }
+}
+
+void MbUnloadRandom::removeBuffer(MbBufferImp *buffer)
+{
+    auto const found = _index.find(buffer);
+    if (found == _index.end())
+        return;
+    std::uint64_t const position = found->second;
+    MbBufferImp * const moved = _container.back();
+    _container[position] = moved;
+    _index.find(moved)->second = position;
+    _container.pop_back();
+    _index.erase(found);
+}
+
+MbBufferImp *MbUnloadRandom::selectVictim() const
+{
+    auto const number = static_cast<std::uint64_t>(_generator.eval() * 2147483647.0);
+    return _container[number % _container.size()];
+}
+
+bool MbUnloadRandom::isEmpty() const
+{
+    return _container.empty();
+}
+
+void MbUnloadRandom::dump(std::ostream &stream) const
+{
+    MbUnloadStrategy::dump(stream);
+    stream << '\n' << "Nb loaded and unlocked buffers  = " << _container.size() << "\n\n";
+    stream << "Random buffer container: \n";
+    for (std::size_t i = 0; i < _container.size(); ++i)
+        stream << std::setw(5) << i << " = " << _container[i]->getName() << '\n';
+    stream << "\nPair associative indexes : \n";
+    for (auto const &[buffer, position] : _index)
+        stream << std::setw(20) << buffer->getName().getChars() << " = " << position << '\n';
+}
+
+} // namespace Zv

@@ -1,0 +1,222 @@
+#include "resmgt/memoryBuffers/mbAlignment.h"
+#include "resmgt/memoryBuffers/mbEx.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Zv;
+
+constexpr std::uint64_t TOP = ~std::uint64_t{0};
+
+template <class Ex, class Function>
+std::string reasonOf(Function function)
+{
+    try {
+        function();
+    } catch (Ex const &failure) {
+        return failure.getReason();
+    }
+    return "nothing was thrown";
+}
+
+char const notAPowerMinus1[] = "Invalid argument: Argument is not a power of 2 minus 1.";
+
+TEST(MbAlignment, MaskOf127AsksForMultiplesOf128)
+{
+    MbAlignment const alignment(127, 0, 0);
+    EXPECT_EQ(128u, alignment.roundUpToAlignment(1));
+    EXPECT_EQ(128u, alignment.roundUpToAlignment(128));
+    EXPECT_EQ(0u, alignment.roundUpToAlignment(0));
+    EXPECT_EQ(127u, alignment.getRoundUpMax(1));
+    EXPECT_EQ(0u, alignment.getRoundUpMax(128));
+    EXPECT_EQ(64u, alignment.getRoundUpMax(64));
+    EXPECT_EQ(0u, alignment.roundDownToAlignment(127));
+    EXPECT_EQ(127u, alignment.getRoundDownMax(1));
+}
+
+TEST(MbAlignment, WithoutMasksEveryAddressIsAligned)
+{
+    MbAlignment const alignment(0, 0, 0);
+    for (std::uint64_t const address :
+         {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{77}, TOP}) {
+        EXPECT_TRUE(alignment.isAligned(address));
+        EXPECT_EQ(address, alignment.roundUpToAlignment(address));
+        EXPECT_EQ(address, alignment.roundDownToAlignment(address));
+    }
+    EXPECT_EQ(0u, alignment.getRoundUpMax(1));
+    EXPECT_EQ(0u, alignment.getRoundDownMax(1));
+}
+
+TEST(MbAlignment, PatternPlacesTheDataBehindABoundary)
+{
+    MbAlignment const alignment(0, 255, 16);
+    EXPECT_EQ(272u, alignment.roundUpToAlignment(17));
+    EXPECT_EQ(16u, alignment.roundUpToAlignment(16));
+    EXPECT_EQ(16u, alignment.roundUpToAlignment(0));
+    EXPECT_EQ(16u, alignment.roundDownToAlignment(271));
+    EXPECT_TRUE(alignment.isAligned(16 + 1024));
+    EXPECT_FALSE(alignment.isAligned(1024));
+}
+
+TEST(MbAlignment, AlignmentMaskOverrulesThePattern)
+{
+    // Of the pattern 0x3f, the three low bits must be 0.
+    MbAlignment const alignment(7, 63, 0x3f);
+    EXPECT_TRUE(alignment.isAligned(0x38));
+    EXPECT_FALSE(alignment.isAligned(0x3f));
+    EXPECT_EQ(0x38u + 64, alignment.roundUpToAlignment(0x39));
+}
+
+TEST(MbAlignment, RoundingIsTheNearestAlignedAddress)
+{
+    std::vector<MbAlignment> const alignments{{0, 0, 0},  {1, 0, 0},    {7, 0, 0},     {0, 7, 5},
+                                              {3, 15, 9}, {3, 15, 12},  {15, 3, 2},    {0, 31, 31},
+                                              {7, 31, 0}, {31, 31, 17}, {1, 63, 0x2a}, {63, 0, 9}};
+    for (MbAlignment const &alignment : alignments) {
+        for (std::uint64_t address = 128; address < 512; ++address) {
+            std::uint64_t up = address;
+            while (!alignment.isAligned(up))
+                ++up;
+            std::uint64_t down = address;
+            while (!alignment.isAligned(down))
+                --down;
+            ASSERT_EQ(up, alignment.roundUpToAlignment(address)) << address;
+            ASSERT_EQ(down, alignment.roundDownToAlignment(address)) << address;
+        }
+    }
+}
+
+TEST(MbAlignment, GreatestDistancesAreNeverExceededAndReachedFromAnyAddress)
+{
+    std::vector<MbAlignment> const alignments{{0, 0, 0},  {7, 0, 0},      {0, 15, 5},
+                                              {3, 31, 4}, {15, 63, 0x30}, {127, 0, 0}};
+    for (MbAlignment const &alignment : alignments) {
+        for (std::uint64_t multiple = 1; multiple <= 256; multiple *= 2) {
+            std::uint64_t up = 0;
+            std::uint64_t down = 0;
+            for (std::uint64_t address = 1024; address < 2048; address += multiple) {
+                up = std::max(up, alignment.roundUpToAlignment(address) - address);
+                down = std::max(down, address - alignment.roundDownToAlignment(address));
+            }
+            EXPECT_LE(up, alignment.getRoundUpMax(multiple));
+            EXPECT_LE(down, alignment.getRoundDownMax(multiple));
+            if (multiple == 1 && alignment.getOffsetMask() == 0) {
+                EXPECT_EQ(up, alignment.getRoundUpMax(multiple));
+                EXPECT_EQ(down, alignment.getRoundDownMax(multiple));
+            }
+        }
+    }
+}
+
+TEST(MbAlignment, DistancesFollowTheirFormulas)
+{
+    MbAlignment const alignment(3, 63, 0x14);
+    EXPECT_EQ(63u, alignment.getRoundUpMax(1));
+    EXPECT_EQ(0x34u, alignment.getRoundUpMax(32));
+    EXPECT_EQ(0x14u, alignment.getRoundUpMax(64));
+    EXPECT_EQ(63u, alignment.getRoundDownMax(1));
+    EXPECT_EQ(0x2cu, alignment.getRoundDownMax(64));
+    EXPECT_EQ(0x3cu, alignment.getRoundDownMax(16));
+}
+
+TEST(MbAlignment, DistancesAreAskedForPowersOfTwoOnly)
+{
+    MbAlignment const alignment(127, 0, 0);
+    char const zero[] = "Invalid argument: Zero is not a power of two.";
+    EXPECT_EQ(zero, reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundUpMax(0); }));
+    EXPECT_EQ(zero, reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundDownMax(0); }));
+    EXPECT_EQ(notAPowerMinus1,
+              reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundUpMax(3); }));
+    EXPECT_EQ(notAPowerMinus1,
+              reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundDownMax(96); }));
+}
+
+TEST(MbAlignment, NoRoundingWrapsAround)
+{
+    MbAlignment const alignment(127, 0, 0);
+    EXPECT_EQ(TOP - 127, alignment.roundUpToAlignment(TOP - 127));
+    EXPECT_EQ("Out of range: Can't roundUpToAlignment() because of wrap-around.",
+              reasonOf<MbEx::ExRangeError>([&] { alignment.roundUpToAlignment(TOP - 126); }));
+
+    MbAlignment const offset(0, 255, 16);
+    EXPECT_EQ(16u, offset.roundDownToAlignment(16));
+    EXPECT_EQ("Out of range: Can't roundDownToAlignment() because of wrap-around.",
+              reasonOf<MbEx::ExRangeError>([&] { offset.roundDownToAlignment(15); }));
+}
+
+TEST(MbAlignment, MasksAreAPowerOfTwoMinusOne)
+{
+    EXPECT_NO_THROW(MbAlignment::checkPow2Minus1(0));
+    EXPECT_NO_THROW(MbAlignment::checkPow2Minus1(1));
+    EXPECT_NO_THROW(MbAlignment::checkPow2Minus1(TOP));
+    for (std::uint64_t const value :
+         {std::uint64_t{2}, std::uint64_t{5}, std::uint64_t{6}, TOP - 1})
+        EXPECT_EQ(notAPowerMinus1,
+                  reasonOf<MbEx::ExInvalidArgument>([&] { MbAlignment::checkPow2Minus1(value); }));
+    EXPECT_EQ(notAPowerMinus1, reasonOf<MbEx::ExInvalidArgument>([] { MbAlignment(5, 0, 0); }));
+    EXPECT_EQ(notAPowerMinus1, reasonOf<MbEx::ExInvalidArgument>([] { MbAlignment(0, 5, 0); }));
+}
+
+TEST(MbAlignment, SettersTestBeforeTheyStore)
+{
+    MbAlignment alignment(7, 63, 8);
+    EXPECT_EQ(notAPowerMinus1,
+              reasonOf<MbEx::ExInvalidArgument>([&] { alignment.setAlignmentMask(10); }));
+    EXPECT_EQ(notAPowerMinus1,
+              reasonOf<MbEx::ExInvalidArgument>([&] { alignment.setOffsetMask(12); }));
+    EXPECT_EQ(7u, alignment.getAlignmentMask());
+    EXPECT_EQ(63u, alignment.getOffsetMask());
+
+    alignment.setAlignmentMask(15);
+    alignment.setOffsetMask(127);
+    alignment.setOffsetPattern(TOP);
+    EXPECT_EQ(15u, alignment.getAlignmentMask());
+    EXPECT_EQ(127u, alignment.getOffsetMask());
+    EXPECT_EQ(TOP, alignment.getOffsetPattern());
+    EXPECT_TRUE(alignment.isAligned(0x70));
+}
+
+TEST(MbAlignment, CompoundAsksForBoth)
+{
+    MbAlignment alignment(7, 0, 0);
+    alignment.compound(MbAlignment(0, 63, 40));
+    EXPECT_EQ(7u, alignment.getAlignmentMask());
+    EXPECT_EQ(63u, alignment.getOffsetMask());
+    EXPECT_EQ(40u, alignment.getOffsetPattern());
+
+    MbAlignment wide(0, 255, 0xd4);
+    wide.compound(MbAlignment(3, 15, 4));
+    EXPECT_EQ(3u, wide.getAlignmentMask());
+    EXPECT_EQ(255u, wide.getOffsetMask());
+    EXPECT_EQ(0xd4u, wide.getOffsetPattern());
+
+    // Of two masks that are equal, the other's pattern is taken.
+    MbAlignment equal(0, 15, 0x105);
+    equal.compound(MbAlignment(0, 15, 0x205));
+    EXPECT_EQ(0x205u, equal.getOffsetPattern());
+}
+
+TEST(MbAlignment, CompoundForgivesADifferenceBelowTheNewAlignment)
+{
+    MbAlignment alignment(0, 15, 9);
+    alignment.compound(MbAlignment(7, 15, 8));
+    EXPECT_EQ(7u, alignment.getAlignmentMask());
+    EXPECT_TRUE(alignment.isAligned(8));
+}
+
+TEST(MbAlignment, CompoundThatContradictsChangesNothing)
+{
+    MbAlignment alignment(0, 15, 8);
+    EXPECT_EQ("Out of range: Incompatible offsets..",
+              reasonOf<MbEx::ExRangeError>([&] { alignment.compound(MbAlignment(3, 31, 4)); }));
+    EXPECT_EQ(0u, alignment.getAlignmentMask());
+    EXPECT_EQ(15u, alignment.getOffsetMask());
+    EXPECT_EQ(8u, alignment.getOffsetPattern());
+}
+
+} // namespace

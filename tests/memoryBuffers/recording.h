@@ -1,0 +1,193 @@
+// What the tests of buffers share: a log, and a protocol and a manager that write to it.
+#pragma once
+
+#include "resmgt/memoryBuffers.h"
+#include "resmgt/memoryBuffers/mbStates.private.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Zv {
+
+/// A buffer from inside. All but `lock` is for whoever holds the mutex.
+struct MbBufferProbe
+{
+    explicit MbBufferProbe(MbBufferImp &buffer) : imp(buffer) {}
+    explicit MbBufferProbe(MbBuffer const &buffer) : imp(*buffer.getImp()) {}
+
+    LkMutex const &mutex() const { return imp._mutex; }
+    MbState const *state() const { return imp._state; }
+    std::string stateName() const
+    {
+        return static_cast<MbStateImp const *>(state())->getTypeName();
+    }
+    void setState(MbState const *state) { imp._state = state; }
+    int lockCount() const { return imp._lockCount; }
+    void setLockCount(int count) { imp._lockCount = count; }
+    std::uint32_t pending() const { return imp._pending; }
+    void setPending(std::uint32_t mask) { imp._pending = mask; }
+    LkThreadId owner() const { return imp._transientStateOwner; }
+    void setOwner(LkThreadId owner) { imp._transientStateOwner = owner; }
+    int waiters() const { return imp._waiters; }
+    void announceChange() { imp.announceChange(); }
+    long keepAlive() const { return imp._keepAlive.getValue(); }
+
+    MbBufferImp &imp;
+};
+
+} // namespace Zv
+
+namespace ZvTest {
+
+using namespace Zv;
+
+class Log
+{
+public:
+    void add(std::string line)
+    {
+        std::lock_guard const guard(_mutex);
+        _lines.push_back(std::move(line));
+    }
+    /// The lines since the last asking.
+    std::vector<std::string> take()
+    {
+        std::lock_guard const guard(_mutex);
+        return std::exchange(_lines, {});
+    }
+
+private:
+    std::mutex _mutex;
+    std::vector<std::string> _lines;
+};
+
+using Lines = std::vector<std::string>;
+
+/// Writes its calls to the log, and does then what a test has asked for.
+class RecordingProtocol : public MbProtocol
+{
+public:
+    using Hook = std::function<void()>;
+
+    struct Control
+    {
+        Log log;
+        std::map<std::string, Hook> hooks;
+        std::function<void(std::string const &)> hook; // at each call
+        void *memory = nullptr;
+        std::uint64_t size = 0;
+        LkAsyncHandle *handle = nullptr;
+    };
+
+    explicit RecordingProtocol(std::shared_ptr<Control> control) : _control(std::move(control)) {}
+    ~RecordingProtocol() noexcept(false) override { _control->log.add("~protocol"); }
+
+    void load(void *memory, std::uint64_t size) override { call("load", memory, size); }
+    void asyncLoad(void *memory, std::uint64_t size, LkAsyncHandle *handle) override
+    {
+        begin("asyncLoad", memory, size, handle);
+    }
+    void asyncLoadSucceeded() override { tell("asyncLoadSucceeded"); }
+    void asyncLoadFailed() override { tell("asyncLoadFailed"); }
+    void reload(void *memory, std::uint64_t size) override { call("reload", memory, size); }
+    void asyncReload(void *memory, std::uint64_t size, LkAsyncHandle *handle) override
+    {
+        begin("asyncReload", memory, size, handle);
+    }
+    void asyncReloadSucceeded() override { tell("asyncReloadSucceeded"); }
+    void asyncReloadFailed() override { tell("asyncReloadFailed"); }
+    void unlocked(void *memory, std::uint64_t size) override { call("unlocked", memory, size); }
+    void sync(void *memory, std::uint64_t size) override { call("sync", memory, size); }
+    void asyncSync(void *memory, std::uint64_t size, LkAsyncHandle *handle) override
+    {
+        begin("asyncSync", memory, size, handle);
+    }
+    void asyncSyncSucceeded() override { tell("asyncSyncSucceeded"); }
+    void asyncSyncFailed() override { tell("asyncSyncFailed"); }
+    void unload(void *memory, std::uint64_t size) override { call("unload", memory, size); }
+    void free(void *memory, std::uint64_t size) override { call("free", memory, size); }
+    void markDirty(void *memory, std::uint64_t size) override { call("markDirty", memory, size); }
+
+private:
+    void tell(char const *name)
+    {
+        _control->log.add(name);
+        if (_control->hook)
+            _control->hook(name);
+        auto const hook = _control->hooks.find(name);
+        if (hook != _control->hooks.end() && hook->second)
+            hook->second();
+    }
+    void call(char const *name, void *memory, std::uint64_t size)
+    {
+        _control->memory = memory;
+        _control->size = size;
+        tell(name);
+    }
+    void begin(char const *name, void *memory, std::uint64_t size, LkAsyncHandle *handle)
+    {
+        _control->handle = handle;
+        call(name, memory, size);
+    }
+
+    std::shared_ptr<Control> _control;
+};
+
+/// Gives every buffer memory, without limit, and writes what it is asked for to the log.
+class RecordingManager : public MbManager
+{
+public:
+    explicit RecordingManager(Log &log) : _log(log), _name("recording") {}
+
+    LiString const &getName() const override { return _name; }
+    void allocateRegion(MbBufferImp *buffer) override
+    {
+        say("allocateRegion");
+        auto const total =
+            static_cast<std::uint64_t>(buffer->getSize()) + buffer->getAlignment().getRoundUpMax(1);
+        buffer->setRegion(reinterpret_cast<std::uintptr_t>(new char[total]), total);
+    }
+    void deallocateRegion(MbBufferImp *buffer) override
+    {
+        say("deallocateRegion");
+        delete[] reinterpret_cast<char *>(buffer->getRegionStart());
+        buffer->clearRegion();
+    }
+    void bufferNotUnloadable(MbBufferImp *) override { say("bufferNotUnloadable"); }
+    void bufferUnloadable(MbBufferImp *) override { say("bufferUnloadable"); }
+    void dump(std::ostream &) const override {}
+
+    /// Called at each turn; may throw.
+    std::function<void(std::string const &)> hook;
+
+private:
+    void say(char const *what)
+    {
+        _log.add(what);
+        if (hook)
+            hook(what);
+    }
+
+    Log &_log;
+    LiString _name;
+};
+
+/// What a protocol throws that fails.
+struct Failure : std::runtime_error
+{
+    explicit Failure(std::string const &what) : std::runtime_error(what) {}
+};
+
+inline MbState const *initialState(bool trace = false)
+{
+    return MbStateMachine::getInstance(trace).getInitialState();
+}
+
+} // namespace ZvTest
