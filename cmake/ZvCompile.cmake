@@ -31,6 +31,10 @@ target_compile_options(zv_compile INTERFACE
     -ffile-prefix-map=${zv_root_from_build}=../
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wexit-time-destructors>
     $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
+# Interlocked operations are inline: the simulated form of all that uses them is a build of its own.
+if(ZV_PLATFORM STREQUAL simulated)
+    target_compile_definitions(zv_compile INTERFACE ZV_PLATFORM_SIMULATED)
+endif()
 if(ZV_SANITIZE)
     target_compile_options(zv_compile INTERFACE -fsanitize=${ZV_SANITIZE} -fno-omit-frame-pointer)
     if(NOT ZV_SANITIZE STREQUAL "thread")

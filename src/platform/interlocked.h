@@ -10,7 +10,7 @@ namespace ZvPlatform::Interlocked {
 
 #ifdef ZV_PLATFORM_SIMULATED
 /// The scheduler's chance to let another thread go on.
-void schedulingPoint();
+__attribute__((visibility("default"))) void schedulingPoint();
 #else
 inline void schedulingPoint() {}
 #endif

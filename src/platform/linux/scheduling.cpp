@@ -1,5 +1,7 @@
 #include "platform/linux/scheduling.h"
 
+#include "platform/common/threadName.h"
+
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -349,21 +351,8 @@ long SetThreadDescription(HANDLE handle, wchar_t const *name)
     constexpr long INVALID_ARGUMENT = static_cast<std::int32_t>(0x80070057);
     if (!name)
         return INVALID_ARGUMENT;
-    char text[16] = {};
-    std::size_t length = 0;
-    for (; *name; ++name) {
-        auto const code = static_cast<std::uint32_t>(*name);
-        std::size_t const size = code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
-        if (length + size > 15)
-            break;
-        if (size == 1) {
-            text[length++] = static_cast<char>(code);
-            continue;
-        }
-        text[length++] = static_cast<char>(0xF00 >> size | code >> 6 * (size - 1));
-        for (std::size_t i = size - 1; i-- > 0;)
-            text[length++] = static_cast<char>(0x80 | (code >> 6 * i & 0x3F));
-    }
+    char text[16];
+    narrow(name, text);
     Service service;
     bool const good = withThread(service, handle, [&](Thread *thread, Object *) {
         if (!thread)

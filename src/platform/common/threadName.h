@@ -1,0 +1,29 @@
+// Thread names as the system keeps them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace ZvPlatform {
+
+/// The beginning of a name in UTF-8, as many whole characters as fit.
+inline void narrow(wchar_t const *name, char (&text)[16])
+{
+    std::size_t length = 0;
+    for (; *name; ++name) {
+        auto const code = static_cast<std::uint32_t>(*name);
+        std::size_t const size = code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+        if (length + size > 15)
+            break;
+        if (size == 1) {
+            text[length++] = static_cast<char>(code);
+            continue;
+        }
+        text[length++] = static_cast<char>(0xF00 >> size | code >> 6 * (size - 1));
+        for (std::size_t i = size - 1; i-- > 0;)
+            text[length++] = static_cast<char>(0x80 | (code >> 6 * i & 0x3F));
+    }
+    text[length] = '\0';
+}
+
+} // namespace ZvPlatform

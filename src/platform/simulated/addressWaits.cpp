@@ -1,0 +1,70 @@
+#include "platform/simulated/scheduler.h"
+
+#include <cstring>
+
+namespace ZvPlatform {
+
+using namespace Simulated;
+
+namespace {
+
+// In the order in which they came, whatever they wait for.
+constinit Simulated::Queue sleepers;
+
+void wake(void *address, bool all)
+{
+    for (Thread *thread = sleepers.first(); thread;) {
+        Thread * const next = thread->next;
+        if (thread->address == address) {
+            sleepers.remove(*thread);
+            grant(*thread, WAIT_OBJECT_0);
+            if (!all)
+                return;
+        }
+        thread = next;
+    }
+}
+
+} // namespace
+
+void Simulated::leaveAddress(Thread &thread)
+{
+    sleepers.remove(thread);
+}
+
+BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds)
+{
+    enter("WaitOnAddress", const_cast<void *>(address));
+    if (!address || !compare || (size != 1 && size != 2 && size != 4 && size != 8) ||
+        reinterpret_cast<std::uintptr_t>(address) % size != 0)
+        return fail(ERROR_INVALID_PARAMETER);
+    bool const isEqual = std::memcmp(const_cast<void *>(address), compare, size) == 0;
+    scheduler.note(isEqual);
+    if (!isEqual)
+        return TRUE;
+    Thread &me = currentThread();
+    me.kind = Thread::ADDRESS;
+    me.address = const_cast<void *>(address);
+    me.granted = false;
+    me.deadline = scheduler.deadlineAfter(milliseconds);
+    sleepers.append(me);
+    scheduler.wait();
+    if (me.granted)
+        return TRUE;
+    sleepers.remove(me);
+    return me.isStray ? TRUE : fail(ERROR_TIMEOUT);
+}
+
+void WakeByAddressSingle(void *address)
+{
+    enter("WakeByAddressSingle", address);
+    wake(address, false);
+}
+
+void WakeByAddressAll(void *address)
+{
+    enter("WakeByAddressAll", address);
+    wake(address, true);
+}
+
+} // namespace ZvPlatform

@@ -1,0 +1,229 @@
+#include "platform/simulated/scheduler.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <sys/mman.h>
+
+namespace ZvPlatform::Simulated {
+
+namespace {
+
+constexpr std::size_t MAX_OBJECTS = 1 << 14;
+
+constinit Object *objects = nullptr;
+constinit std::size_t used = 0;
+constinit Object *freeObjects = nullptr;
+constinit std::uint32_t serial = 0;
+
+struct GivenName
+{
+    void const *object;
+    std::uint32_t serial; ///< of a handle's object, which may be another one later
+    char const *name;
+};
+constinit GivenName givenNames[256] = {};
+constinit unsigned nbGivenNames = 0;
+
+bool holds(void const *address)
+{
+    std::uintptr_t const offset =
+        reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(objects);
+    return objects && offset < used * sizeof(Object) && offset % sizeof(Object) == 0;
+}
+
+char const *typeName(Object::Type type)
+{
+    static char const * const names[] = {"closed handle", "mutex", "event",
+                                         "semaphore",     "timer", "handle of thread"};
+    return names[type];
+}
+
+} // namespace
+
+void Queue::append(Thread &thread)
+{
+    thread.next = nullptr;
+    thread.previous = _last;
+    (_last ? _last->next : _first) = &thread;
+    _last = &thread;
+}
+
+void Queue::remove(Thread &thread)
+{
+    (thread.previous ? thread.previous->next : _first) = thread.next;
+    (thread.next ? thread.next->previous : _last) = thread.previous;
+}
+
+Object *objectOf(HANDLE handle)
+{
+    Object *object = holds(handle) ? static_cast<Object *>(handle) : nullptr;
+    if (object && object->type != Object::DEAD && !object->closed)
+        return object;
+    fail(ERROR_INVALID_HANDLE);
+    return nullptr;
+}
+
+Object *objectOf(HANDLE handle, Object::Type type)
+{
+    Object *object = objectOf(handle);
+    if (object && object->type == type)
+        return object;
+    fail(ERROR_INVALID_HANDLE);
+    return nullptr;
+}
+
+Object *newObject(Object::Type type)
+{
+    if (!objects) {
+        void *memory = ::mmap(nullptr, MAX_OBJECTS * sizeof(Object), PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        objects = memory == MAP_FAILED ? nullptr : static_cast<Object *>(memory);
+    }
+    Object *object = freeObjects;
+    if (object)
+        freeObjects = object->nextFree;
+    else if (objects && used < MAX_OBJECTS)
+        object = &objects[used++];
+    if (!object) {
+        fail(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    *object = {};
+    object->type = type;
+    object->handles = 1;
+    object->serial = ++serial;
+    if (scheduler.isTracing())
+        scheduler.mark(object->made);
+    return object;
+}
+
+void release(Object &object)
+{
+    bool const isOwned = object.type == Object::MUTEX && object.owner;
+    if (object.handles || object.pins || isOwned)
+        return;
+    object.type = Object::DEAD;
+    object.nextFree = freeObjects;
+    freeObjects = &object;
+}
+
+// ---- names ----------------------------------------------------------------------------------------------
+
+bool isGoodName(char const *name)
+{
+    if (std::strlen(name) >= MAX_PATH)
+        return fail(ERROR_FILENAME_EXCED_RANGE);
+    if (std::strchr(name, '\\'))
+        return fail(ERROR_PATH_NOT_FOUND);
+    return true;
+}
+
+Object *findName(char const *name)
+{
+    for (std::size_t i = 0; i < used; ++i)
+        if (objects[i].type != Object::DEAD && objects[i].name &&
+            std::strcmp(objects[i].name, name) == 0)
+            return &objects[i];
+    return nullptr;
+}
+
+bool addName(Object &object, char const *name)
+{
+    object.name = static_cast<char *>(std::malloc(std::strlen(name) + 1));
+    if (!object.name)
+        return fail(ERROR_NOT_ENOUGH_MEMORY);
+    std::strcpy(object.name, name);
+    return true;
+}
+
+// ---- for reports ----------------------------------------------------------------------------------------
+
+void setName(void const *object, char const *name)
+{
+    if (nbGivenNames == sizeof givenNames / sizeof givenNames[0])
+        return;
+    std::uint32_t const number = holds(object) ? static_cast<Object const *>(object)->serial : 0;
+    givenNames[nbGivenNames++] = {object, number, name};
+}
+
+char const *nameOf(void const *object)
+{
+    std::uint32_t const number = holds(object) ? static_cast<Object const *>(object)->serial : 0;
+    for (unsigned i = nbGivenNames; i-- > 0;)
+        if (givenNames[i].object == object && givenNames[i].serial == number)
+            return givenNames[i].name;
+    if (!holds(object))
+        return "";
+    char const *name = static_cast<Object const *>(object)->name;
+    return name ? name : "";
+}
+
+void describe(void const *address, char *&text, char *end)
+{
+    if (!holds(address)) {
+        append(text, end, "%p %s", address, nameOf(address));
+        return;
+    }
+    Object const &object = *static_cast<Object const *>(address);
+    append(text, end, "%s %u", typeName(object.type), object.serial);
+    if (char const *name = nameOf(&object); *name)
+        append(text, end, " \"%s\"", name);
+    if (object.type == Object::THREAD && object.thread)
+        append(text, end, " (%s)", object.thread->name);
+    if (object.type == Object::MUTEX)
+        append(text, end, ", held by %s", object.owner ? object.owner->name : "nobody");
+}
+
+std::uint32_t countObjects()
+{
+    std::uint32_t count = 0;
+    for (std::size_t i = 0; i < used; ++i)
+        count += objects[i].type != Object::DEAD;
+    return count;
+}
+
+void listObjects(std::uint32_t since, char *&text, char *end)
+{
+    for (std::size_t i = 0; i < used; ++i) {
+        if (objects[i].type == Object::DEAD || objects[i].serial <= since)
+            continue;
+        append(text, end, "  ");
+        describe(&objects[i], text, end);
+        append(text, end, objects[i].made);
+        append(text, end, "\n");
+    }
+}
+
+std::uint32_t latestObject()
+{
+    return serial;
+}
+
+} // namespace ZvPlatform::Simulated
+
+namespace ZvPlatform {
+
+using namespace Simulated;
+
+BOOL CloseHandle(HANDLE handle)
+{
+    // What stands for the current process and thread need not be closed.
+    if (handle == CURRENT_PROCESS || handle == CURRENT_THREAD)
+        return TRUE;
+    enter("CloseHandle", handle);
+    Object *object = objectOf(handle);
+    if (!object)
+        return FALSE;
+    if (--object->handles)
+        return TRUE;
+    object->closed = true;
+    std::free(object->name);
+    object->name = nullptr;
+    // A mutex that nobody waits for dies in its owner's hands; one that is held elsewhere lives until it is let go.
+    if (object->type == Object::MUTEX && object->pins == 0 && object->owner == &currentThread())
+        disclaim(*object);
+    release(*object);
+    return TRUE;
+}
+
+} // namespace ZvPlatform

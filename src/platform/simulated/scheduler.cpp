@@ -1,0 +1,550 @@
+#include "platform/simulated/scheduler.h"
+
+#include "platform/interlocked.h"
+
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <execinfo.h>
+#include <linux/futex.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <utility>
+
+// There in programs that the thread sanitizer watches. Its eyes are closed where the baton changes hands.
+extern "C" {
+void AnnotateIgnoreSyncBegin(char const *file, int line) __attribute__((weak));
+void AnnotateIgnoreSyncEnd(char const *file, int line) __attribute__((weak));
+void __tsan_acquire(void *) __attribute__((weak));
+void __tsan_release(void *) __attribute__((weak));
+}
+
+namespace ZvPlatform::Simulated {
+
+constinit Scheduler scheduler;
+
+namespace {
+
+/// A thread that takes so many steps on end while others could is passed over.
+constexpr std::uint32_t PATIENCE = 500;
+/// So many calls of Sleep(0) without anything else to do: they wait for time to pass.
+constexpr std::uint32_t YIELDS = 50;
+/// Time that has moved so often while a thread waited for what it says is there: it waits for ever.
+constexpr std::uint32_t MOVES = 200;
+
+std::uint64_t mix(std::uint64_t digest, std::uint64_t value)
+{
+    return (digest ^ value) * 0x9E3779B97F4A7C15 + (digest >> 29);
+}
+
+std::uint64_t mix(std::uint64_t digest, char const *text)
+{
+    std::uint64_t word = 0;
+    for (; *text; ++text)
+        word = word * 31 + static_cast<unsigned char>(*text);
+    return mix(digest, word);
+}
+
+void sleepUntilBaton(std::uint32_t &baton)
+{
+    while (__atomic_exchange_n(&baton, 0, __ATOMIC_RELAXED) == 0)
+        ::syscall(SYS_futex, &baton, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
+    __atomic_thread_fence(__ATOMIC_SEQ_CST);
+}
+
+void giveBaton(std::uint32_t &baton)
+{
+    __atomic_thread_fence(__ATOMIC_SEQ_CST);
+    __atomic_store_n(&baton, 1, __ATOMIC_RELAXED);
+    ::syscall(SYS_futex, &baton, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+}
+
+} // namespace
+
+void synchroniseRelease(void const *place)
+{
+    if (__tsan_release)
+        __tsan_release(const_cast<void *>(place));
+}
+
+void synchroniseAcquire(void const *place)
+{
+    if (__tsan_acquire)
+        __tsan_acquire(const_cast<void *>(place));
+}
+
+// ---- the baton ------------------------------------------------------------------------------------------
+
+void Scheduler::receive()
+{
+    // Not before the thread that has ended is gone for good: what the C library does at its end would mix with ours.
+    Thread * const ended = std::exchange(_ended, nullptr);
+    if (!ended)
+        return;
+    if (AnnotateIgnoreSyncBegin)
+        AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
+    ::pthread_join(ended->pthread, nullptr);
+    if (AnnotateIgnoreSyncEnd)
+        AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
+    give(*ended);
+}
+
+void Scheduler::handOver(Thread &to)
+{
+    Thread &from = *self;
+    if (&to == &from)
+        return;
+    ++_record->switches;
+    self = &to;
+    giveBaton(to.baton);
+    if (from.state == Thread::ENDED)
+        return;
+    sleepUntilBaton(from.baton);
+    receive();
+}
+
+void Scheduler::arrive(Thread &thread)
+{
+    sleepUntilBaton(thread.baton);
+    receive();
+}
+
+void Scheduler::leave()
+{
+    _ended = self;
+    self->state = Thread::ENDED;
+    pick(false);
+}
+
+void Scheduler::abandon()
+{
+    self->state = Thread::ENDED;
+    pick(false);
+    for (;;)
+        ::pause();
+}
+
+// ---- who goes on ----------------------------------------------------------------------------------------
+
+bool Scheduler::isEnabled(Thread const &thread) const
+{
+    if (thread.state != Thread::WAITING)
+        return thread.state == Thread::RUNNABLE;
+    if (thread.granted || thread.deadline <= _now)
+        return true;
+    if (thread.kind == Thread::OBJECT)
+        return thread.awaited && thread.awaited->type == Object::MUTEX && !thread.awaited->owner;
+    return thread.kind == Thread::SECTION && !thread.section->owner;
+}
+
+void Scheduler::collect(Candidates &candidates, bool hasYielded)
+{
+    if (isEnabled(*self)) {
+        candidates.add(Option::RUN, self);
+        candidates.isCurrentFirst = true;
+    }
+    // In a ring from the running thread on, so that who always takes the next one comes to all.
+    unsigned const current = static_cast<unsigned>(self - _threads);
+    for (unsigned i = 1; i < _used; ++i) {
+        Thread &thread = _threads[(current + i) % _used];
+        if (isEnabled(thread))
+            candidates.add(Option::RUN, &thread);
+    }
+    _spinning = candidates.isCurrentFirst && candidates.count > 1 ? _spinning : 0;
+    candidates.hasYielded = candidates.isCurrentFirst && (hasYielded || ++_spinning > PATIENCE);
+    if (candidates.hasYielded)
+        _spinning = 0;
+    if (_options.stray)
+        forEach([&](Thread &thread) {
+            if (thread.kind == Thread::ADDRESS && !isEnabled(thread) &&
+                thread.state == Thread::WAITING)
+                candidates.add(Option::STRAY, &thread);
+        });
+    if (_options.hasty && candidates.count && nextDeadline() != NEVER)
+        candidates.add(Option::CLOCK, nullptr);
+}
+
+void Scheduler::pick(bool hasYielded)
+{
+    if (hasYielded && ++_yields > YIELDS && nextDeadline() != NEVER)
+        advance();
+    for (;;) {
+        Candidates candidates;
+        collect(candidates, hasYielded);
+        // Where nobody can go on but by a wake-up without a cause, nobody can.
+        if (candidates.count == 0 || candidates.option[0].what != Option::RUN) {
+            advance();
+            continue;
+        }
+        unsigned chosen = 0;
+        if (candidates.count > 1) {
+            chosen = _strategy->choose(candidates, *_record);
+            if (_record->decisions < Record::DECISIONS)
+                _record->decision[_record->decisions] = {
+                    static_cast<std::uint8_t>(chosen), static_cast<std::uint8_t>(candidates.count),
+                    candidates.isCurrentFirst && !candidates.hasYielded};
+            ++_record->decisions;
+        }
+        Option const option = candidates.option[chosen];
+        if (option.what == Option::CLOCK) {
+            advance();
+            continue;
+        }
+        if (option.thread != self)
+            _spinning = 0;
+        option.thread->isStray = option.what == Option::STRAY;
+        option.thread->state = Thread::RUNNABLE;
+        handOver(*option.thread);
+        return;
+    }
+}
+
+void Scheduler::point(Step const &step, bool hasYielded)
+{
+    Thread &thread = currentThread();
+    thread.doing = step.what;
+    if (isTracing())
+        mark(thread.place);
+    if (++_record->steps > _options.bound)
+        report("no progress", "the schedule takes more steps than it may");
+    pick(hasYielded);
+    if (!hasYielded)
+        _yields = 0;
+    _record->digest = mix(mix(_record->digest, thread.serial), step.what);
+    if (!isTracing())
+        return;
+    char *text = _line;
+    char * const end = _line + sizeof _line - 2;
+    append(text, end, "%6u %12.6f  %-15s %s", _record->steps, static_cast<double>(_now) / 1e9,
+           thread.name, step.what);
+    if (step.object) {
+        append(text, end, " ");
+        describe(step.object, text, end);
+    }
+    append(text, end, thread.place);
+    *text++ = '\n';
+    if (::write(_options.trace, _line, static_cast<std::size_t>(text - _line)) < 0)
+        ::_exit(1);
+}
+
+void Scheduler::wait()
+{
+    Thread &thread = *self;
+    if (!isRunning())
+        report("deadlock", "the only thread waits");
+    if (isTracing()) {
+        mark(thread.place);
+        trace("%35s waits\n", thread.name);
+    }
+    thread.state = Thread::WAITING;
+    pick(false);
+    _yields = 0;
+    if (isTracing())
+        trace("%35s goes on\n", thread.name);
+}
+
+void Scheduler::note(std::uint64_t result)
+{
+    if (!isRunning())
+        return;
+    _record->digest = mix(_record->digest, result);
+    if (isTracing())
+        trace("%35s gets %llu\n", self->name, static_cast<unsigned long long>(result));
+}
+
+// ---- the clock ------------------------------------------------------------------------------------------
+
+Instant Scheduler::deadlineAfter(DWORD milliseconds) const
+{
+    return milliseconds == INFINITE ? NEVER : _now + Instant{milliseconds} * MILLISECOND;
+}
+
+Instant Scheduler::nextDeadline()
+{
+    Instant next = NEVER;
+    auto const consider = [&](Instant instant) {
+        if (instant > _now && instant < next)
+            next = instant;
+    };
+    forEach([&](Thread &thread) {
+        if (thread.state != Thread::WAITING || thread.granted)
+            return;
+        consider(thread.deadline);
+        if (thread.kind == Thread::OBJECT && thread.awaited &&
+            thread.awaited->type == Object::TIMER)
+            consider(thread.awaited->due);
+    });
+    return next;
+}
+
+void Scheduler::advance()
+{
+    Instant const next = nextDeadline();
+    judgeStated();
+    if (next == NEVER)
+        report("deadlock", "nobody can go on, and nothing is due");
+    _now = next;
+    _yields = 0;
+    _record->time = next;
+    if (++_record->steps > _options.bound)
+        report("no progress", "the schedule takes more steps than it may");
+    _record->digest = mix(_record->digest, static_cast<std::uint64_t>(next));
+    if (isTracing())
+        trace("%6u %12.6f  time moves\n", _record->steps, static_cast<double>(_now) / 1e9);
+    forEach([&](Thread &thread) {
+        if (thread.state == Thread::WAITING && thread.kind == Thread::OBJECT && thread.awaited &&
+            thread.awaited->type == Object::TIMER) {
+            updateTimer(*thread.awaited);
+            serve(*thread.awaited);
+        }
+    });
+}
+
+/// Whether somebody waits for ever for what is there.
+void Scheduler::judgeStated()
+{
+    bool const isLast = nextDeadline() == NEVER;
+    forEach([&](Thread &thread) {
+        if (thread.state != Thread::WAITING || thread.deadline != NEVER)
+            return;
+        for (WaitingFor *stated = thread.stated; stated; stated = stated->_outer) {
+            stated->_held = stated->_condition(stated->_data) ? stated->_held + 1 : 0;
+            if (stated->_held > MOVES || (stated->_held && isLast)) {
+                static char text[256];
+                std::snprintf(text, sizeof text, "%s waits although this holds: %s", thread.name,
+                              stated->_what);
+                report("waits for ever", text);
+            }
+        }
+    });
+}
+
+// ---- threads --------------------------------------------------------------------------------------------
+
+Thread *Scheduler::newThread()
+{
+    if (!_threads) {
+        void *memory = ::mmap(nullptr, MAX_THREADS * sizeof(Thread), PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory == MAP_FAILED)
+            std::abort();
+        _threads = static_cast<Thread *>(memory);
+    }
+    Thread *thread = _free;
+    if (thread)
+        _free = thread->nextFree;
+    else if (_used < MAX_THREADS)
+        thread = &_threads[_used++];
+    else
+        return nullptr;
+    // The slots of a thread that was stay; their generations tell that they are old.
+    TlsSlot(&slots)[TLS_SLOTS] = thread->slots;
+    for (TlsSlot &slot : slots)
+        if (slot.generation)
+            slot = {};
+    ThreadNumber const number = static_cast<ThreadNumber>(thread - _threads + 1) * 4;
+    thread->number = number;
+    thread->serial = ++_serial;
+    thread->state = Thread::RUNNABLE;
+    thread->created = false;
+    thread->object = nullptr;
+    thread->exitCode = 0;
+    thread->lastError = 0;
+    thread->level = THREAD_PRIORITY_NORMAL;
+    thread->mask = 0;
+    thread->awaited = nullptr;
+    thread->held = nullptr;
+    thread->sections = 0;
+    thread->stated = nullptr;
+    thread->doing = "beginning";
+    thread->place.count = 0;
+    std::snprintf(thread->name, sizeof thread->name, "thread %u", thread->serial);
+    if (_strategy)
+        _strategy->started(*thread);
+    return thread;
+}
+
+void Scheduler::give(Thread &thread)
+{
+    thread.state = Thread::UNUSED;
+    thread.nextFree = _free;
+    _free = &thread;
+}
+
+// ---- beginning and end ----------------------------------------------------------------------------------
+
+void Scheduler::begin(Options const &options, Record &record)
+{
+    Thread &first = currentThread();
+    std::snprintf(first.name, sizeof first.name, "main");
+    _options = options;
+    _strategy = &strategyFor(options.choice);
+    _strategy->begin(options, record);
+    _strategy->started(first);
+    _identifiers = Random(~options.seed);
+    _objects = countObjects();
+    _latestObject = latestObject();
+    record.steps = record.switches = record.decisions = record.failable = record.threads = 0;
+    record.digest = options.seed ? 1 : 0;
+    record.time = 0;
+    record.isDone = false;
+    record.finding[0] = record.report[0] = '\0';
+    _record = &record;
+}
+
+void Scheduler::end(LeftOver const &leftOver)
+{
+    point({"end"});
+    unsigned alive = 0;
+    char const *locked = nullptr;
+    forEach([&](Thread &thread) {
+        alive += thread.state != Thread::ENDED && &thread != self;
+        if (thread.held)
+            locked = "a mutex is held";
+        if (thread.sections)
+            locked = "a critical section is held";
+    });
+    if (locked)
+        report("left locked", locked);
+    if (alive > leftOver.threads)
+        report("left alive", "threads have not ended");
+    if (countObjects() > _objects + leftOver.objects)
+        report("left over", "objects have not been closed");
+    _record->isDone = true;
+    _record = nullptr;
+}
+
+bool Scheduler::isRefused(Resource resource)
+{
+    if (!_record || !(_options.resources & resource))
+        return false;
+    ++_record->failable;
+    bool const isIt = _record->failable == _options.failing;
+    if (isIt && isTracing())
+        trace("%35s is refused\n", self->name);
+    return isIt;
+}
+
+// ---- reports --------------------------------------------------------------------------------------------
+
+void Scheduler::mark(Place &place) const
+{
+    place.count = static_cast<unsigned>(::backtrace(place.frames, FRAMES));
+}
+
+void Scheduler::trace(char const *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    int const length = std::vsnprintf(_line, sizeof _line, format, arguments);
+    va_end(arguments);
+    if (length > 0 && ::write(_options.trace, _line, static_cast<std::size_t>(length)) < 0)
+        ::_exit(1);
+}
+
+void append(char *&text, char *end, char const *format, ...)
+{
+    if (text >= end)
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    int const length =
+        std::vsnprintf(text, static_cast<std::size_t>(end - text), format, arguments);
+    va_end(arguments);
+    text = length < 0 || length >= end - text ? end - 1 : text + length;
+}
+
+void append(char *&text, char *end, Place const &place)
+{
+    if (place.count == 0)
+        return;
+    append(text, end, " @");
+    for (unsigned i = 0; i < place.count; ++i)
+        append(text, end, " %p", place.frames[i]);
+}
+
+namespace {
+
+void describeThread(Thread &thread, char *&text, char *end)
+{
+    append(text, end, "  %s: ", thread.name);
+    switch (thread.state) {
+    case Thread::ENDED:
+        append(text, end, "has ended");
+        break;
+    case Thread::RUNNABLE:
+        append(text, end, "can run, at %s", thread.doing);
+        break;
+    default:
+        if (thread.kind == Thread::SLEEP)
+            append(text, end, "sleeps");
+        if (thread.kind == Thread::ADDRESS)
+            append(text, end, "waits for the address %p %s", thread.address,
+                   nameOf(thread.address));
+        if (thread.kind == Thread::SECTION)
+            append(text, end, "waits for critical section %u %s, held by %s",
+                   thread.section->serial, nameOf(thread.section),
+                   thread.section->owner ? thread.section->owner->name : "nobody");
+        if (thread.kind == Thread::OBJECT && thread.awaited) {
+            append(text, end, "waits for ");
+            describe(thread.awaited, text, end);
+        }
+        if (thread.deadline != NEVER)
+            append(text, end, " until %.6f", static_cast<double>(thread.deadline) / 1e9);
+        break;
+    }
+    if (thread.state != Thread::ENDED)
+        append(text, end, thread.place);
+    append(text, end, "\n");
+    if (thread.state == Thread::WAITING && thread.kind == Thread::OBJECT && thread.awaited &&
+        thread.awaited->made.count) {
+        append(text, end, "    which was made");
+        append(text, end, thread.awaited->made);
+        append(text, end, "\n");
+    }
+    for (Object *held = thread.held; held; held = held->nextHeld) {
+        append(text, end, "    holds ");
+        describe(held, text, end);
+        append(text, end, held->made);
+        append(text, end, "\n");
+    }
+    for (WaitingFor *stated = thread.stated; stated; stated = stated->_outer)
+        append(text, end, "    says that it waits for: %s\n", stated->_what);
+}
+
+} // namespace
+
+void Scheduler::report(char const *finding, char const *what)
+{
+    static char outside[sizeof(Record::report)];
+    char *text = _record ? _record->report : outside;
+    char * const end = text + sizeof outside;
+    if (_record && self && isTracing())
+        mark(self->place);
+    append(text, end, "%s, at step %u, %.6f s: %s\n", finding, _record ? _record->steps : 0,
+           static_cast<double>(_now) / 1e9, what);
+    forEach([&](Thread &thread) { describeThread(thread, text, end); });
+    if (std::strcmp(finding, "left over") == 0)
+        listObjects(_latestObject, text, end);
+    if (!_record) {
+        std::fputs(outside, stderr);
+        std::abort();
+    }
+    std::snprintf(_record->finding, sizeof _record->finding, "%s", finding);
+    ::_exit(3);
+}
+
+} // namespace ZvPlatform::Simulated
+
+namespace ZvPlatform {
+
+void Interlocked::schedulingPoint()
+{
+    if (Simulated::scheduler.isRunning())
+        Simulated::scheduler.point({"interlocked"});
+}
+
+} // namespace ZvPlatform

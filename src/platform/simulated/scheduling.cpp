@@ -1,0 +1,137 @@
+// Priority classes, levels and processors are remembered and change nothing: all orders come about anyway.
+#include "platform/common/threadName.h"
+#include "platform/simulated/scheduler.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace ZvPlatform {
+
+using namespace Simulated;
+
+namespace {
+
+constexpr int LEVELS[] = {THREAD_PRIORITY_IDLE,         THREAD_PRIORITY_LOWEST,
+                          THREAD_PRIORITY_BELOW_NORMAL, THREAD_PRIORITY_NORMAL,
+                          THREAD_PRIORITY_ABOVE_NORMAL, THREAD_PRIORITY_HIGHEST,
+                          THREAD_PRIORITY_TIME_CRITICAL};
+constexpr DWORD CLASSES[] = {NORMAL_PRIORITY_CLASS, IDLE_PRIORITY_CLASS, HIGH_PRIORITY_CLASS,
+                             REALTIME_PRIORITY_CLASS};
+constexpr DWORD_PTR PROCESSORS = 0xF;
+
+constinit DWORD processClass = NORMAL_PRIORITY_CLASS;
+
+template <class Values, class Value>
+bool isOneOf(Values const &values, Value value)
+{
+    return std::find(std::begin(values), std::end(values), value) != std::end(values);
+}
+
+/// Calls `what` with the thread behind a handle, or with null when it has ended. False for a bad handle.
+template <class What>
+bool withThread(HANDLE handle, What what)
+{
+    if (handle == CURRENT_THREAD) {
+        what(&currentThread(), nullptr);
+        return true;
+    }
+    Object *object = objectOf(handle, Object::THREAD);
+    if (!object)
+        return false;
+    what(object->thread, object);
+    return true;
+}
+
+} // namespace
+
+BOOL SetThreadPriority(HANDLE handle, int priority)
+{
+    enter("SetThreadPriority", handle);
+    BOOL result = TRUE;
+    bool const good = withThread(handle, [&](Thread *thread, Object *object) {
+        if (!isOneOf(LEVELS, priority))
+            result = fail(ERROR_INVALID_PARAMETER);
+        else if (isRefused(PRIORITIES))
+            result = fail(ERROR_PRIVILEGE_NOT_HELD);
+        else
+            (thread ? thread->level : object->level) = priority;
+    });
+    return good && result;
+}
+
+int GetThreadPriority(HANDLE handle)
+{
+    enter("GetThreadPriority", handle);
+    int level = THREAD_PRIORITY_ERROR_RETURN;
+    withThread(handle, [&](Thread *thread, Object *object) {
+        level = thread ? thread->level : object->level;
+    });
+    scheduler.note(static_cast<std::uint64_t>(level));
+    return level;
+}
+
+BOOL SetPriorityClass(HANDLE process, DWORD priorityClass)
+{
+    enter("SetPriorityClass");
+    if (process != CURRENT_PROCESS)
+        return fail(ERROR_INVALID_HANDLE);
+    if (!isOneOf(CLASSES, priorityClass))
+        return fail(ERROR_INVALID_PARAMETER);
+    if (priorityClass == processClass)
+        return TRUE;
+    bool const mayChange = priorityClass != REALTIME_PRIORITY_CLASS || scheduler.isPrivileged();
+    if (!mayChange || isRefused(PRIORITIES))
+        return fail(ERROR_PRIVILEGE_NOT_HELD);
+    processClass = priorityClass;
+    return TRUE;
+}
+
+DWORD GetPriorityClass(HANDLE process)
+{
+    enter("GetPriorityClass");
+    if (process == CURRENT_PROCESS)
+        return processClass;
+    fail(ERROR_INVALID_HANDLE);
+    return 0;
+}
+
+BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *processMask, DWORD_PTR *systemMask)
+{
+    if (process != CURRENT_PROCESS)
+        return fail(ERROR_INVALID_HANDLE);
+    if (!processMask || !systemMask)
+        return fail(ERROR_INVALID_PARAMETER);
+    *processMask = *systemMask = PROCESSORS;
+    return TRUE;
+}
+
+DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
+{
+    enter("SetThreadAffinityMask", handle);
+    DWORD_PTR before = 0;
+    withThread(handle, [&](Thread *thread, Object *) {
+        if (!thread || mask == 0 || mask & ~PROCESSORS) {
+            fail(ERROR_INVALID_PARAMETER);
+            return;
+        }
+        before = thread->mask ? thread->mask : PROCESSORS;
+        thread->mask = mask;
+    });
+    return before;
+}
+
+long SetThreadDescription(HANDLE handle, wchar_t const *name)
+{
+    enter("SetThreadDescription", handle);
+    constexpr long INVALID_HANDLE = static_cast<std::int32_t>(0x80070006);
+    constexpr long INVALID_ARGUMENT = static_cast<std::int32_t>(0x80070057);
+    if (!name)
+        return INVALID_ARGUMENT;
+    bool const good = withThread(handle, [&](Thread *thread, Object *) {
+        if (thread)
+            narrow(name, thread->name);
+    });
+    return good ? 0 : INVALID_HANDLE;
+}
+
+} // namespace ZvPlatform

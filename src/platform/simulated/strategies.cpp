@@ -1,0 +1,156 @@
+#include "platform/simulated/strategies.h"
+
+namespace ZvPlatform::Simulated {
+
+std::uint64_t Random::next()
+{
+    // Sebastiano Vigna's splitmix64.
+    _state += 0x9E3779B97F4A7C15;
+    std::uint64_t z = _state;
+    z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9;
+    z = (z ^ z >> 27) * 0x94D049BB133111EB;
+    return z ^ z >> 31;
+}
+
+std::uint32_t Random::below(std::uint32_t bound)
+{
+    return static_cast<std::uint32_t>((next() >> 32) * bound >> 32);
+}
+
+void Candidates::add(Option::What what, Thread *thread)
+{
+    if (count < MAX_OPTIONS)
+        option[count++] = {what, thread};
+}
+
+namespace {
+
+/// A thread that has asked to be passed over is, as long as another can run.
+unsigned firstAllowed(Candidates const &candidates)
+{
+    return candidates.hasYielded && candidates.count > 1 ? 1 : 0;
+}
+
+class RandomChoice final : public Strategy
+{
+public:
+    void begin(Options const &options, Record &) override { _random = Random(options.seed); }
+
+    unsigned choose(Candidates const &candidates, Record &) override
+    {
+        // Threads that run are the rule; a clock that hurries and a wake-up without a cause the exception.
+        std::uint32_t weight = 0;
+        unsigned const first = firstAllowed(candidates);
+        for (unsigned i = first; i < candidates.count; ++i)
+            weight += weightOf(candidates.option[i]);
+        std::uint32_t draw = _random.below(weight);
+        unsigned chosen = first;
+        while (draw >= weightOf(candidates.option[chosen]))
+            draw -= weightOf(candidates.option[chosen++]);
+        return chosen;
+    }
+
+private:
+    static std::uint32_t weightOf(Option const &option)
+    {
+        return option.what == Option::RUN ? 8 : 1;
+    }
+
+    Random _random;
+};
+
+/// Burckhardt, Kothari, Musuvathi and Nagarakatte, "A randomized scheduler with probabilistic guarantees of finding
+/// bugs", 2010. A fault that needs d orderings is found with a chance of at least one in n * k^(d-1), n threads, k steps.
+class PriorityChoice final : public Strategy
+{
+public:
+    void begin(Options const &options, Record &) override
+    {
+        _random = Random(options.seed);
+        _changes = options.depth > MAX_DEPTH ? MAX_DEPTH : options.depth ? options.depth - 1 : 0;
+        for (unsigned i = 0; i < _changes; ++i)
+            _change[i] = 1 + _random.below(options.length ? options.length : 1);
+        _clock = draw();
+        _lowest = 0;
+    }
+
+    void started(Thread &thread) override { thread.priority = draw(); }
+
+    unsigned choose(Candidates const &candidates, Record &record) override
+    {
+        Thread *current = candidates.isCurrentFirst ? candidates.option[0].thread : nullptr;
+        bool isTired = current && candidates.hasYielded;
+        for (unsigned i = 0; i < _changes; ++i)
+            if (_change[i] <= record.steps) {
+                isTired = isTired || current;
+                _change[i] = UINT32_MAX;
+            }
+        if (isTired)
+            current->priority = --_lowest;
+        unsigned best = 0;
+        for (unsigned i = 1; i < candidates.count; ++i)
+            if (priorityOf(candidates.option[i]) > priorityOf(candidates.option[best]))
+                best = i;
+        // Neither the clock nor a stray wake-up keeps its turn.
+        if (candidates.option[best].what != Option::RUN)
+            _clock = --_lowest;
+        if (_random.below(CLOCK_RISES) == 0)
+            _clock = draw();
+        return best;
+    }
+
+private:
+    static constexpr unsigned MAX_DEPTH = 16;
+    static constexpr std::uint32_t CLOCK_RISES = 64;
+
+    std::int64_t draw() { return static_cast<std::int64_t>(_random.next() >> 2); }
+
+    std::int64_t priorityOf(Option const &option) const
+    {
+        return option.what == Option::RUN ? option.thread->priority : _clock;
+    }
+
+    Random _random;
+    std::uint32_t _change[MAX_DEPTH] = {};
+    unsigned _changes = 0;
+    std::int64_t _clock = 0;
+    std::int64_t _lowest = 0;
+};
+
+/// What an exhaustive search has laid down, then the running thread as long as it can.
+class ScriptedChoice final : public Strategy
+{
+public:
+    unsigned choose(Candidates const &candidates, Record &record) override
+    {
+        std::uint32_t const position = record.decisions;
+        if (position < record.scripted) {
+            unsigned const chosen = record.decision[position].chosen;
+            if (chosen >= candidates.count)
+                find("script", "decision %u of the script is %u of %u", position, chosen,
+                     candidates.count);
+            return chosen;
+        }
+        return firstAllowed(candidates);
+    }
+};
+
+constinit RandomChoice randomChoice;
+constinit PriorityChoice priorityChoice;
+constinit ScriptedChoice scriptedChoice;
+
+} // namespace
+
+Strategy &strategyFor(Choice choice)
+{
+    switch (choice) {
+    case Choice::PRIORITY:
+        return priorityChoice;
+    case Choice::SCRIPT:
+        return scriptedChoice;
+    default:
+        return randomChoice;
+    }
+}
+
+} // namespace ZvPlatform::Simulated

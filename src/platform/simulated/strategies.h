@@ -1,0 +1,65 @@
+// Who goes on.
+#pragma once
+
+#include "platform/simulated/thread.h"
+
+namespace ZvPlatform::Simulated {
+
+/// A small generator of random numbers whose sequence is the same everywhere.
+class Random
+{
+public:
+    constexpr explicit Random(std::uint64_t seed = 0) : _state(seed) {}
+
+    std::uint64_t next();
+    /// Below `bound`.
+    std::uint32_t below(std::uint32_t bound);
+
+private:
+    std::uint64_t _state;
+};
+
+/// One of the things that can happen next.
+struct Option
+{
+    enum What : std::uint8_t
+    {
+        RUN,
+        STRAY, ///< a wait ends without a cause
+        CLOCK  ///< time moves
+    };
+
+    What what;
+    Thread *thread;
+};
+
+inline constexpr unsigned MAX_OPTIONS = 250;
+
+/// All that can happen next. The running thread is the first, if it can run.
+struct Candidates
+{
+    Option option[MAX_OPTIONS];
+    unsigned count = 0;
+    bool isCurrentFirst = false;
+    /// The running thread wants others to go on before it.
+    bool hasYielded = false;
+
+    void add(Option::What, Thread *);
+};
+
+class Strategy
+{
+public:
+    constexpr Strategy() = default;
+
+    virtual void begin(Options const &, Record &) {}
+    virtual unsigned choose(Candidates const &, Record &) = 0;
+    virtual void started(Thread &) {}
+
+protected:
+    ~Strategy() = default;
+};
+
+Strategy &strategyFor(Choice);
+
+} // namespace ZvPlatform::Simulated

@@ -1,0 +1,341 @@
+#include "platform/simulated/scheduler.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <unistd.h>
+
+namespace ZvPlatform::Simulated {
+
+constinit Thread *self = nullptr;
+
+namespace {
+
+constexpr std::size_t DEFAULT_STACK = 1024 * 1024;
+/// What the C library, a sanitizer and the scheduler itself need.
+constexpr std::size_t STACK_OVERHEAD = 512 * 1024;
+
+constinit thread_local Thread *mine __attribute__((tls_model("initial-exec"))) = nullptr;
+constinit bool hasFirst = false;
+
+void adopt()
+{
+    // The one that loads the program, until there are more.
+    if (hasFirst) {
+        if (scheduler.isRunning())
+            find("foreign thread", "a thread that the layer has not made calls a service");
+        std::fputs("a thread that the layer has not made calls a service\n", stderr);
+        std::abort();
+    }
+    hasFirst = true;
+    mine = self = scheduler.newThread();
+    mine->pthread = ::pthread_self();
+}
+
+[[noreturn]] void findException(char const *finding)
+{
+    try {
+        std::rethrow_exception(std::current_exception());
+    } catch (std::exception const &exception) {
+        find(finding, "%s ends with an exception: %s", self->name, exception.what());
+    } catch (...) {
+        find(finding, "%s ends with an exception", self->name);
+    }
+}
+
+[[noreturn]] void onTerminate()
+{
+    if (std::current_exception())
+        findException("terminate");
+    find("terminate", "%s ends the program", self ? self->name : "nobody");
+}
+
+/// The end of a thread, as others see it.
+void end(Thread &thread, DWORD exitCode)
+{
+    abandonMutexes(thread);
+    Object *object = thread.object;
+    if (!object)
+        return;
+    thread.object = nullptr;
+    object->thread = nullptr;
+    object->exitCode = exitCode;
+    object->level = thread.level;
+    object->signalled = true;
+    synchroniseRelease(object);
+    serve(*object);
+    --object->pins;
+    release(*object);
+}
+
+void *run(void *data)
+{
+    Thread &thread = *static_cast<Thread *>(data);
+    mine = &thread;
+    scheduler.arrive(thread);
+    DWORD exitCode;
+    try {
+        exitCode = thread.function(thread.argument);
+    } catch (...) {
+        findException("exception");
+    }
+    enter("end");
+    end(thread, exitCode);
+    scheduler.leave();
+    return nullptr;
+}
+
+} // namespace
+
+Thread &currentThread()
+{
+    if (!mine) [[unlikely]]
+        adopt();
+    return *mine;
+}
+
+bool Scheduler::start(Thread &thread, SIZE_T stackSize)
+{
+    SIZE_T const wanted = stackSize ? stackSize : DEFAULT_STACK;
+    if (wanted > SIZE_MAX / 8)
+        return false;
+    if (!isRunning()) {
+        // A program that knows nothing of simulations: one schedule, the first of the seeds.
+        static Record record;
+        begin({}, record);
+    }
+    std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    bool const good = ::pthread_attr_setstacksize(
+                          &attributes, (wanted + STACK_OVERHEAD + page - 1) / page * page) == 0 &&
+                      ::pthread_create(&thread.pthread, &attributes, run, &thread) == 0;
+    ::pthread_attr_destroy(&attributes);
+    if (good && _record)
+        ++_record->threads;
+    return good;
+}
+
+void begin(Options const &options, Record &record)
+{
+    // It takes over from the one that has loaded the program, if that is another.
+    if (hasFirst) {
+        mine = self;
+        mine->pthread = ::pthread_self();
+    }
+    scheduler.begin(options, record);
+    std::set_terminate(onTerminate);
+}
+
+void end(LeftOver leftOver)
+{
+    scheduler.end(leftOver);
+}
+
+bool isRunning()
+{
+    return scheduler.isRunning();
+}
+
+bool isRefused(Resource resource)
+{
+    return scheduler.isRefused(resource);
+}
+
+void step(char const *what)
+{
+    enter(what);
+}
+
+void find(char const *finding, char const *format, ...)
+{
+    static char text[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    scheduler.report(finding, text);
+}
+
+WaitingFor::WaitingFor(char const *what, Condition condition, void const *data)
+    : _what(what), _condition(condition), _data(data), _outer(currentThread().stated)
+{
+    currentThread().stated = this;
+}
+
+WaitingFor::~WaitingFor()
+{
+    currentThread().stated = _outer;
+}
+
+} // namespace ZvPlatform::Simulated
+
+namespace ZvPlatform {
+
+using namespace Simulated;
+
+// What belongs to the calling thread alone is no point of the schedule.
+
+DWORD GetLastError()
+{
+    return currentThread().lastError;
+}
+
+void SetLastError(DWORD code)
+{
+    currentThread().lastError = code;
+}
+
+HANDLE GetCurrentThread()
+{
+    return CURRENT_THREAD;
+}
+
+HANDLE GetCurrentProcess()
+{
+    return CURRENT_PROCESS;
+}
+
+DWORD GetCurrentThreadId()
+{
+    return currentThread().number;
+}
+
+DWORD GetCurrentProcessId()
+{
+    return 1000;
+}
+
+HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function,
+                    void *argument, DWORD flags, DWORD *threadId)
+{
+    enter("CreateThread");
+    if (!function || flags & ~DWORD{STACK_SIZE_PARAM_IS_A_RESERVATION}) {
+        fail(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    Thread *thread = isRefused(THREADS) ? nullptr : scheduler.newThread();
+    Object *object = thread ? newObject(Object::THREAD) : nullptr;
+    if (object) {
+        object->manual = true;
+        object->exitCode = STILL_ACTIVE;
+        object->pins = 1;
+        object->thread = thread;
+        thread->created = true;
+        thread->function = function;
+        thread->argument = argument;
+        thread->object = object;
+    }
+    if (!object || !scheduler.start(*thread, stackSize)) {
+        if (object) {
+            object->handles = object->pins = 0;
+            release(*object);
+        }
+        if (thread)
+            scheduler.give(*thread);
+        fail(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    if (threadId)
+        *threadId = thread->number;
+    // Also after it: the new thread may do all of its work before the caller goes on.
+    enter("CreateThread, done", object);
+    return object;
+}
+
+BOOL TerminateThread(HANDLE handle, DWORD exitCode)
+{
+    enter("TerminateThread", handle);
+    Thread *thread = &currentThread();
+    if (handle != CURRENT_THREAD) {
+        Object *object = objectOf(handle, Object::THREAD);
+        if (!object)
+            return FALSE;
+        thread = object->thread;
+    }
+    if (!thread)
+        return TRUE;
+    if (thread->state == Thread::WAITING && !thread->granted) {
+        if (thread->kind == Thread::OBJECT) {
+            thread->awaited->queue.remove(*thread);
+            --thread->awaited->pins;
+            release(*thread->awaited);
+        } else if (thread->kind == Thread::SECTION) {
+            --thread->section->waiters;
+        } else if (thread->kind == Thread::ADDRESS) {
+            leaveAddress(*thread);
+        }
+    }
+    end(*thread, exitCode);
+    // The block stays with it, and so do its stack and the sections that it is in.
+    if (thread == &currentThread())
+        scheduler.abandon();
+    thread->state = Thread::ENDED;
+    return TRUE;
+}
+
+BOOL GetExitCodeThread(HANDLE handle, DWORD *exitCode)
+{
+    enter("GetExitCodeThread", handle);
+    if (!exitCode)
+        return fail(ERROR_INVALID_PARAMETER);
+    *exitCode = STILL_ACTIVE;
+    if (handle == CURRENT_THREAD)
+        return TRUE;
+    Object *object = objectOf(handle, Object::THREAD);
+    if (!object)
+        return FALSE;
+    *exitCode = object->exitCode;
+    return TRUE;
+}
+
+namespace {
+
+/// A handle of the calling thread.
+HANDLE ownHandle(Thread &thread)
+{
+    if (Object *object = thread.object) {
+        ++object->handles;
+        object->closed = false;
+        return object;
+    }
+    Object *object = newObject(Object::THREAD);
+    if (!object)
+        return nullptr;
+    object->manual = true;
+    object->exitCode = STILL_ACTIVE;
+    object->pins = 1;
+    object->thread = &thread;
+    thread.object = object;
+    return object;
+}
+
+} // namespace
+
+BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE *target,
+                     DWORD, BOOL, DWORD options)
+{
+    enter("DuplicateHandle", source);
+    if (sourceProcess != CURRENT_PROCESS || targetProcess != CURRENT_PROCESS)
+        return fail(ERROR_INVALID_HANDLE);
+    if (source == CURRENT_PROCESS)
+        return fail(ERROR_NOT_SUPPORTED);
+    if (!target)
+        return fail(ERROR_INVALID_PARAMETER);
+    HANDLE handle;
+    if (source == CURRENT_THREAD) {
+        handle = ownHandle(currentThread());
+    } else {
+        Object *object = objectOf(source);
+        if (object)
+            ++object->handles;
+        handle = object;
+    }
+    if (!handle)
+        return FALSE;
+    *target = handle;
+    return options & DUPLICATE_CLOSE_SOURCE ? CloseHandle(source) : TRUE;
+}
+
+} // namespace ZvPlatform

@@ -1,0 +1,70 @@
+#include "platform/simulated/scheduler.h"
+
+namespace ZvPlatform::Simulated {
+
+namespace {
+
+/// The clocks begin an hour after the machine has started, on the first of January 2026.
+constexpr Instant UPTIME = 3'600'000 * MILLISECOND;
+constexpr LONGLONG BEGINNING = 155'228ll * 24 * 60 * 60 * 10'000'000;
+
+} // namespace
+
+LONGLONG getSystemTime()
+{
+    return BEGINNING + scheduler.now() / 100;
+}
+
+std::int64_t getTime()
+{
+    return scheduler.now();
+}
+
+} // namespace ZvPlatform::Simulated
+
+namespace ZvPlatform {
+
+using namespace Simulated;
+
+DWORD timeGetTime()
+{
+    enter("timeGetTime");
+    return static_cast<DWORD>((UPTIME + scheduler.now()) / MILLISECOND);
+}
+
+BOOL QueryPerformanceCounter(LARGE_INTEGER *counter)
+{
+    enter("QueryPerformanceCounter");
+    counter->QuadPart = UPTIME + scheduler.now();
+    return TRUE;
+}
+
+BOOL QueryPerformanceFrequency(LARGE_INTEGER *frequency)
+{
+    frequency->QuadPart = 1'000'000'000;
+    return TRUE;
+}
+
+void GetSystemTimePreciseAsFileTime(FILETIME *file)
+{
+    enter("GetSystemTimePreciseAsFileTime");
+    auto const units = static_cast<std::uint64_t>(getSystemTime());
+    file->dwLowDateTime = static_cast<DWORD>(units);
+    file->dwHighDateTime = static_cast<DWORD>(units >> 32);
+}
+
+void Sleep(DWORD milliseconds)
+{
+    if (!scheduler.isRunning())
+        return;
+    scheduler.point({"Sleep"}, milliseconds == 0);
+    if (milliseconds == 0)
+        return;
+    Thread &me = currentThread();
+    me.kind = Thread::SLEEP;
+    me.granted = false;
+    me.deadline = scheduler.deadlineAfter(milliseconds);
+    scheduler.wait();
+}
+
+} // namespace ZvPlatform

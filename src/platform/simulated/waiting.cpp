@@ -1,0 +1,127 @@
+#include "platform/simulated/scheduler.h"
+
+namespace ZvPlatform::Simulated {
+
+bool consume(Object &object)
+{
+    if (object.type == Object::SEMAPHORE) {
+        if (object.count == 0)
+            return false;
+        --object.count;
+        return true;
+    }
+    if (!object.signalled)
+        return false;
+    if (!object.manual)
+        object.signalled = false;
+    return true;
+}
+
+void grant(Thread &thread, DWORD result)
+{
+    thread.granted = true;
+    thread.result = result;
+}
+
+void serve(Object &object)
+{
+    while (Thread *first = object.queue.first()) {
+        if (!consume(object))
+            return;
+        object.queue.remove(*first);
+        --object.pins;
+        grant(*first, WAIT_OBJECT_0);
+    }
+}
+
+namespace {
+
+/// Takes what the object has now. True when `result` is there.
+bool take(Object &object, DWORD &result)
+{
+    result = WAIT_OBJECT_0;
+    if (object.type != Object::MUTEX)
+        return consume(object);
+    Thread &me = currentThread();
+    if (object.owner == &me) {
+        ++object.recursion;
+        return true;
+    }
+    if (object.owner)
+        return false;
+    if (object.abandoned)
+        result = WAIT_ABANDONED;
+    object.abandoned = false;
+    claim(object, me);
+    return true;
+}
+
+DWORD waitInQueue(Object &object, DWORD milliseconds)
+{
+    Thread &me = currentThread();
+    me.kind = Thread::OBJECT;
+    me.awaited = &object;
+    me.granted = false;
+    me.deadline = scheduler.deadlineAfter(milliseconds);
+    object.queue.append(me);
+    ++object.pins;
+    scheduler.wait();
+    DWORD result = me.result;
+    if (!me.granted) {
+        object.queue.remove(me);
+        --object.pins;
+        // Nobody ran between the look that found the mutex free and this.
+        if (object.type != Object::MUTEX || !take(object, result))
+            result = WAIT_TIMEOUT;
+    }
+    me.awaited = nullptr;
+    if (object.type == Object::THREAD && result == WAIT_OBJECT_0)
+        synchroniseAcquire(&object);
+    release(object);
+    return result;
+}
+
+DWORD waitFor(HANDLE handle, DWORD milliseconds)
+{
+    if (handle == CURRENT_THREAD) {
+        // A thread that waits for its own end.
+        ZvPlatform::Sleep(milliseconds);
+        return WAIT_TIMEOUT;
+    }
+    enter("WaitForSingleObject", handle);
+    Object *object = objectOf(handle);
+    if (!object)
+        return WAIT_FAILED;
+    if (object->type == Object::TIMER) {
+        updateTimer(*object);
+        serve(*object);
+    }
+    DWORD result;
+    if (!take(*object, result))
+        result = milliseconds ? waitInQueue(*object, milliseconds) : WAIT_TIMEOUT;
+    if (result != WAIT_TIMEOUT)
+        synchroniseAcquire(object);
+    return result;
+}
+
+} // namespace
+
+} // namespace ZvPlatform::Simulated
+
+namespace ZvPlatform {
+
+using namespace Simulated;
+
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
+{
+    DWORD const result = waitFor(handle, milliseconds);
+    scheduler.note(result);
+    return result;
+}
+
+DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds, BOOL)
+{
+    return WaitForSingleObject(handle, milliseconds);
+}
+
+} // namespace ZvPlatform

@@ -1,0 +1,283 @@
+#include "simulated/explorer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace Zv::Simulated {
+
+namespace {
+
+class Watch
+{
+public:
+    explicit Watch(Tally &tally) : _tally(tally) {}
+    ~Watch()
+    {
+        std::chrono::duration<double> const passed = std::chrono::steady_clock::now() - _start;
+        _tally.seconds += passed.count();
+    }
+
+private:
+    Tally &_tally;
+    std::chrono::steady_clock::time_point const _start = std::chrono::steady_clock::now();
+};
+
+Options optionsFor(Settings const &settings, Choice choice, std::uint64_t seed)
+{
+    Options options;
+    options.choice = choice;
+    options.seed = seed;
+    options.depth = 2 + static_cast<std::uint32_t>(seed / 4 % 4);
+    options.bound = settings.bound;
+    options.hasty = settings.hasty && seed % 4 >= 2;
+    options.stray = settings.stray && seed % 2;
+    options.resources = settings.refusals;
+    return options;
+}
+
+/// The script that comes after the one that has just run, or none.
+std::optional<std::vector<std::uint8_t>> nextScript(Record const &record, int preemptions)
+{
+    std::uint32_t const length = std::min(record.decisions, Record::DECISIONS);
+    std::vector<int> spent(length + 1, 0);
+    for (std::uint32_t i = 0; i < length; ++i) {
+        Decision const &decision = record.decision[i];
+        spent[i + 1] = spent[i] + (decision.isPreemption && decision.chosen != 0);
+    }
+    for (std::uint32_t i = length; i-- > 0;) {
+        Decision const &decision = record.decision[i];
+        // The running thread comes last in the ring only where it asked to be passed over; then it is not taken.
+        if (decision.chosen + 1 >= decision.count ||
+            spent[i] + (decision.isPreemption ? 1 : 0) > preemptions)
+            continue;
+        std::vector<std::uint8_t> script(i + 1);
+        for (std::uint32_t j = 0; j < i; ++j)
+            script[j] = record.decision[j].chosen;
+        script[i] = static_cast<std::uint8_t>(decision.chosen + 1);
+        return script;
+    }
+    return std::nullopt;
+}
+
+std::string describeStatus(int status)
+{
+    if (WIFSIGNALED(status))
+        return WTERMSIG(status) == SIGXCPU ? "computes for ever"
+                                           : "signal " + std::to_string(WTERMSIG(status));
+    return "exit " + std::to_string(WEXITSTATUS(status));
+}
+
+} // namespace
+
+// ---- schedules in words ---------------------------------------------------------------------------------
+
+std::string Schedule::toText() const
+{
+    std::ostringstream text;
+    text << getScenarios()[scenario].name;
+    switch (options.choice) {
+    case Choice::RANDOM:
+        text << ":random:seed=" << options.seed;
+        break;
+    case Choice::PRIORITY:
+        text << ":priority:seed=" << options.seed << ":depth=" << options.depth
+             << ":length=" << options.length;
+        break;
+    case Choice::SCRIPT:
+        text << ":script=";
+        // "3*0." stands for three zeros.
+        for (std::size_t i = 0; i < script.size();) {
+            std::size_t same = i;
+            while (same < script.size() && script[same] == script[i])
+                ++same;
+            if (same - i > 1)
+                text << same - i << '*';
+            text << unsigned{script[i]} << '.';
+            i = same;
+        }
+        break;
+    }
+    if (options.hasty)
+        text << ":hasty";
+    if (options.stray)
+        text << ":stray";
+    if (options.failing)
+        text << ":failing=" << options.failing;
+    return text.str();
+}
+
+std::optional<Schedule> Schedule::fromText(std::string const &text)
+{
+    std::istringstream stream(text);
+    std::string field;
+    std::getline(stream, field, ':');
+    Schedule schedule;
+    auto const &scenarios = getScenarios();
+    auto const found = std::find_if(scenarios.begin(), scenarios.end(),
+                                    [&](Scenario const &one) { return one.name == field; });
+    if (found == scenarios.end())
+        return std::nullopt;
+    schedule.scenario = static_cast<unsigned>(found - scenarios.begin());
+    Options &options = schedule.options;
+    options.bound = found->settings.bound;
+    options.resources = found->settings.refusals;
+    while (std::getline(stream, field, ':')) {
+        auto const equals = field.find('=');
+        std::string const name = field.substr(0, equals);
+        std::string const value = equals == field.npos ? "" : field.substr(equals + 1);
+        auto const number = std::strtoull(value.c_str(), nullptr, 10);
+        if (name == "random") {
+            options.choice = Choice::RANDOM;
+        } else if (name == "priority") {
+            options.choice = Choice::PRIORITY;
+        } else if (name == "seed") {
+            options.seed = number;
+        } else if (name == "depth") {
+            options.depth = static_cast<std::uint32_t>(number);
+        } else if (name == "length") {
+            options.length = static_cast<std::uint32_t>(number);
+        } else if (name == "failing") {
+            options.failing = static_cast<std::uint32_t>(number);
+        } else if (name == "hasty") {
+            options.hasty = true;
+        } else if (name == "stray") {
+            options.stray = true;
+        } else if (name == "script") {
+            options.choice = Choice::SCRIPT;
+            std::istringstream items(value);
+            std::string item;
+            while (std::getline(items, item, '.')) {
+                auto const star = item.find('*');
+                std::size_t const count = star == item.npos ? 1 : std::stoul(item);
+                std::string const chosen = star == item.npos ? item : item.substr(star + 1);
+                schedule.script.insert(schedule.script.end(), count,
+                                       static_cast<std::uint8_t>(std::stoul(chosen)));
+            }
+        } else {
+            return std::nullopt;
+        }
+    }
+    return schedule;
+}
+
+// ---- running --------------------------------------------------------------------------------------------
+
+std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, bool isTraced)
+{
+    Run &run = _nursery.getRun();
+    run.scenario = schedule.scenario;
+    run.options = schedule.options;
+    run.options.trace = isTraced ? 0 : -1;
+    Record &record = run.record;
+    record.isDone = false;
+    record.finding[0] = record.report[0] = '\0';
+    record.steps = record.decisions = 0;
+    record.scripted = static_cast<std::uint32_t>(schedule.script.size());
+    for (std::uint32_t i = 0; i < record.scripted; ++i)
+        record.decision[i] = {schedule.script[i], 0, false};
+    _nursery.run();
+    ++tally.schedules;
+    tally.steps += record.steps;
+    tally.switches += record.switches;
+    tally.digests.insert(record.digest);
+    if (record.finding[0])
+        return Finding{schedule, record.finding, record.report};
+    if (!record.isDone || run.status != 0)
+        return Finding{schedule, describeStatus(run.status), "the process ended\n"};
+    return std::nullopt;
+}
+
+void Explorer::byChance(Tally &tally, unsigned scenario, Choice choice, unsigned schedules,
+                        std::uint64_t seed)
+{
+    Watch const watch(tally);
+    Settings const &settings = getScenarios()[scenario].settings;
+    std::uint32_t length = 10;
+    for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
+        Schedule schedule{scenario, optionsFor(settings, choice, seed + i), {}};
+        schedule.options.length = length;
+        tally.finding = run(tally, schedule);
+        length = std::max(length, _nursery.getRun().record.steps);
+    }
+}
+
+void Explorer::byExhaustion(Tally &tally, unsigned scenario, int preemptions, unsigned schedules)
+{
+    Watch const watch(tally);
+    Settings const &settings = getScenarios()[scenario].settings;
+    Schedule schedule{scenario, optionsFor(settings, Choice::SCRIPT, 0), {}};
+    for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
+        tally.finding = run(tally, schedule);
+        auto next = nextScript(_nursery.getRun().record, preemptions);
+        if (!next) {
+            tally.isComplete = true;
+            return;
+        }
+        schedule.script = std::move(*next);
+    }
+}
+
+void Explorer::byRefusal(Tally &tally, unsigned scenario, unsigned schedules, std::uint64_t seed)
+{
+    Watch const watch(tally);
+    Settings const &settings = getScenarios()[scenario].settings;
+    bool wasRefused = true;
+    for (std::uint32_t failing = 1; wasRefused && !tally.finding; ++failing) {
+        wasRefused = false;
+        for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
+            Schedule schedule{scenario, optionsFor(settings, Choice::RANDOM, seed + i), {}};
+            schedule.options.failing = failing;
+            tally.finding = run(tally, schedule);
+            wasRefused = wasRefused || _nursery.getRun().record.failable >= failing;
+        }
+    }
+}
+
+void Explorer::byRepetition(Tally &tally, unsigned scenario, unsigned schedules, std::uint64_t seed)
+{
+    Watch const watch(tally);
+    Settings const &settings = getScenarios()[scenario].settings;
+    for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
+        Schedule const schedule{scenario, optionsFor(settings, Choice::RANDOM, seed + i), {}};
+        Record const &record = _nursery.getRun().record;
+        auto const first = run(tally, schedule);
+        auto const digest = record.digest;
+        auto const steps = record.steps;
+        auto const second = run(tally, schedule, i % 2);
+        if (digest != record.digest || steps != record.steps ||
+            first.has_value() != second.has_value())
+            tally.finding = Finding{schedule, "not deterministic",
+                                    "two runs of one seed differ: " + std::to_string(steps) +
+                                        " and " + std::to_string(record.steps) + " steps\n"};
+    }
+}
+
+// ---- telling --------------------------------------------------------------------------------------------
+
+std::string Explorer::replay(Schedule const &schedule)
+{
+    Tally tally;
+    auto const finding = run(tally, schedule, true);
+    std::string text = _nursery.getTrace();
+    text += finding ? finding->kind + "\n" + finding->report : "nothing was found\n";
+    return withSymbols(text);
+}
+
+std::string Explorer::tell(Finding const &finding)
+{
+    constexpr std::size_t LAST_LINES = 40;
+    std::string const text = replay(finding.schedule);
+    std::string const report = text.substr(std::min(text.size(), text.rfind(finding.kind + "\n")));
+    std::size_t start = text.size() - report.size();
+    for (std::size_t lines = 0; lines <= LAST_LINES && start != 0; ++lines)
+        start = text.rfind('\n', start - 1) == text.npos ? 0 : text.rfind('\n', start - 1);
+    return finding.kind + " in " + finding.schedule.toText() +
+           "\nagain, step by step: ./run explore --replay '" + finding.schedule.toText() + "'\n" +
+           text.substr(start);
+}
+
+} // namespace Zv::Simulated

@@ -1,0 +1,124 @@
+#include "simulated/nursery.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Zv::Simulated {
+
+namespace {
+
+void check(bool good, char const *what)
+{
+    if (good)
+        return;
+    std::perror(what);
+    std::exit(1);
+}
+
+void *runBody(void *data)
+{
+    Run &run = *static_cast<Run *>(data);
+    Scenario const &scenario = getScenarios()[run.scenario];
+    begin(run.options, run.record);
+    long const allocated = getNbAllocations();
+    try {
+        scenario.body();
+    } catch (std::exception const &exception) {
+        find("exception", "main ends with an exception: %s", exception.what());
+    } catch (...) {
+        find("exception", "main ends with an exception");
+    }
+    long const left = getNbAllocations() - allocated;
+    if (scenario.settings.leaks && left != 0)
+        find("leak", "%ld allocations have not been given back", left);
+    end(scenario.settings.leftOver);
+    ::_exit(0);
+}
+
+/// The process of one schedule. Its first thread has a stack whose place the environment has no part in.
+[[noreturn]] void runSchedule(Run &run, int trace)
+{
+    // A thread that computes for ever comes to no step.
+    rlimit const limit = {20, 25};
+    ::setrlimit(RLIMIT_CPU, &limit);
+    int const output = run.options.trace >= 0 ? trace : ::open("/dev/null", O_WRONLY);
+    ::dup2(output, STDOUT_FILENO);
+    ::dup2(output, STDERR_FILENO);
+    pthread_t thread;
+    check(::pthread_create(&thread, nullptr, runBody, &run) == 0, "pthread_create");
+    for (;;)
+        ::pause();
+}
+
+} // namespace
+
+Nursery::Nursery()
+{
+    void *memory =
+        ::mmap(nullptr, sizeof(Run), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    check(memory != MAP_FAILED, "mmap");
+    _run = static_cast<Run *>(memory);
+    _trace = ::memfd_create("trace", 0);
+    check(_trace >= 0, "memfd_create");
+    check(::pipe(_toNursery) == 0 && ::pipe(_fromNursery) == 0, "pipe");
+    _process = ::fork();
+    check(_process >= 0, "fork");
+    if (_process == 0)
+        serve();
+    ::close(_toNursery[0]);
+    ::close(_fromNursery[1]);
+}
+
+Nursery::~Nursery()
+{
+    ::close(_toNursery[1]);
+    ::waitpid(_process, nullptr, 0);
+    ::close(_fromNursery[0]);
+    ::close(_trace);
+    ::munmap(_run, sizeof(Run));
+}
+
+void Nursery::serve()
+{
+    ::close(_toNursery[1]);
+    ::close(_fromNursery[0]);
+    char byte = 0;
+    while (::read(_toNursery[0], &byte, 1) == 1) {
+        pid_t const child = ::fork();
+        if (child == 0)
+            runSchedule(*_run, _trace);
+        check(child > 0 && ::waitpid(child, &_run->status, 0) == child, "waitpid");
+        check(::write(_fromNursery[1], &byte, 1) == 1, "write");
+    }
+    ::_exit(0);
+}
+
+void Nursery::run()
+{
+    check(::ftruncate(_trace, 0) == 0 && ::lseek(_trace, 0, SEEK_SET) == 0, "trace");
+    _run->options.trace = _run->options.trace >= 0 ? _trace : -1;
+    char byte = 0;
+    check(::write(_toNursery[1], &byte, 1) == 1, "write");
+    check(::read(_fromNursery[0], &byte, 1) == 1, "read");
+}
+
+std::string Nursery::getTrace() const
+{
+    std::string text(static_cast<std::size_t>(::lseek(_trace, 0, SEEK_END)), '\0');
+    for (std::size_t done = 0; done < text.size();) {
+        ssize_t const count =
+            ::pread(_trace, text.data() + done, text.size() - done, static_cast<off_t>(done));
+        check(count > 0, "pread");
+        done += static_cast<std::size_t>(count);
+    }
+    return text;
+}
+
+} // namespace Zv::Simulated
