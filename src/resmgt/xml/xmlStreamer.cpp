@@ -45,7 +45,7 @@ public:
 private:
     std::ostream &_stream;
     std::size_t _used = 0;
-    std::array<char, 256> _bytes;
+    std::array<char, 256> _bytes{};
 };
 
 constexpr bool isSpecial(char c)
