@@ -2,78 +2,14 @@
 
 #include "recording.h"
 
+#include "allocations.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <thread>
-
-namespace {
-
-/// Allocations of this thread that still succeed before one fails; negative for all.
-thread_local long allocationsLeft = -1;
-
-void *allocate(std::size_t size)
-{
-    if (allocationsLeft >= 0 && allocationsLeft-- == 0)
-        throw std::bad_alloc();
-    if (void * const memory = std::malloc(size ? size : 1))
-        return memory;
-    throw std::bad_alloc();
-}
-
-} // namespace
-
-void *operator new(std::size_t size)
-{
-    return allocate(size);
-}
-
-void *operator new[](std::size_t size)
-{
-    return allocate(size);
-}
-
-void operator delete(void *memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete[](void *memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void *memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete[](void *memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 namespace ZvTest {
 namespace {
-
-/// Calls `function` with the first allocation failing, then the second and so on, until it succeeds. Returns the number
-/// of failures. `afterwards` is called after each failure.
-template <class Function, class Afterwards>
-int failEachAllocation(Function function, Afterwards afterwards)
-{
-    for (int turn = 0;; ++turn) {
-        try {
-            allocationsLeft = turn;
-            function();
-            allocationsLeft = -1;
-            return turn;
-        } catch (std::bad_alloc &) {
-            allocationsLeft = -1;
-            afterwards();
-        }
-    }
-}
 
 struct Quiet
 {

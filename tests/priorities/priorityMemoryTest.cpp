@@ -1,62 +1,15 @@
 // The graph when memory runs out.
 
+#include "allocations.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/priorityRelation.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <optional>
 #include <sstream>
 #include <string>
-
-namespace {
-
-// Counts down; the allocation that reaches 0 fails.
-thread_local int allocationsLeft = -1;
-
-void *allocate(std::size_t size)
-{
-    if (allocationsLeft >= 0 && allocationsLeft-- == 0)
-        throw std::bad_alloc();
-    if (void * const memory = std::malloc(size ? size : 1))
-        return memory;
-    throw std::bad_alloc();
-}
-
-} // namespace
-
-void *operator new(std::size_t size)
-{
-    return allocate(size);
-}
-
-void *operator new[](std::size_t size)
-{
-    return allocate(size);
-}
-
-void operator delete(void *memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete[](void *memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void *memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete[](void *memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 using namespace Zv;
 
@@ -83,24 +36,13 @@ std::string dumpOf(PriorityMgr const &mgr)
     return os.str();
 }
 
-/// Makes each allocation of the action fail in turn, until it gets through. The number of failures.
+/// Checks also where nothing has failed.
 template <class Action, class Check>
 int failEachAllocation(Action const &action, Check const &check)
 {
-    for (int turn = 0;; ++turn) {
-        bool failed = false;
-        allocationsLeft = turn;
-        try {
-            action();
-        } catch (std::bad_alloc const &) {
-            failed = true;
-        }
-        bool const ranOut = allocationsLeft < 0;
-        allocationsLeft = -1;
-        check();
-        if (!failed && !ranOut)
-            return turn;
-    }
+    int const nbFailures = ZvTest::failEachAllocation(action, check);
+    check();
+    return nbFailures;
 }
 
 TEST(PriorityMemory, ANodeThatFailsToJoinLeavesTheGraphAsItWas)

@@ -1,11 +1,11 @@
 #include "resmgt/threads/mtLogger.private.h"
 
+#include "allocations.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtTraceMgr.private.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/threadsStatics.private.h"
-#include "threads/allocationCount.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -322,7 +322,7 @@ TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
     MtLogger::startLogger();
     std::size_t nbAllocations = 1;
     ObjPtr<MtThread> const thread = makeThread("frugal", [&](TestProtocol &, MtThread *) {
-        AllocationCount const count;
+        ZvTest::AllocationCount const count;
         for (int i = 0; i != 20; ++i)
             ZV_TRACE(*testLevel, "item" << i << ' ' << 1.5);
         nbAllocations = count.get();

@@ -1,15 +1,17 @@
-#include "threads/allocationCount.h"
+#include "allocations.h"
 
 #include <cstdlib>
-#include <new>
 
 namespace {
 
 thread_local std::size_t nbAllocations = 0;
+thread_local long nbStillGood = -1; // negative: all
 
 void *allocate(std::size_t size)
 {
     ++nbAllocations;
+    if (nbStillGood >= 0 && nbStillGood-- == 0)
+        throw std::bad_alloc();
     if (void * const memory = std::malloc(size ? size : 1))
         return memory;
     throw std::bad_alloc();
@@ -47,7 +49,7 @@ void operator delete[](void *memory, std::size_t) noexcept
     std::free(memory);
 }
 
-namespace Zv {
+namespace ZvTest {
 
 AllocationCount::AllocationCount() : _start(nbAllocations) {}
 
@@ -56,10 +58,19 @@ std::size_t AllocationCount::get() const
     return nbAllocations - _start;
 }
 
-} // namespace Zv
-
-// What a killed thread has of its own is nobody's any more.
-extern "C" __attribute__((visibility("default"))) char const *__lsan_default_suppressions()
+FailingAllocation::FailingAllocation(long nbGood)
 {
-    return "leak:Zv::MtLogger::enterThread\nleak:Zv::MtTraceMgr::prepareThread\n";
+    nbStillGood = nbGood;
 }
+
+FailingAllocation::~FailingAllocation()
+{
+    nbStillGood = -1;
+}
+
+bool FailingAllocation::hasFailed() const
+{
+    return nbStillGood < 0;
+}
+
+} // namespace ZvTest

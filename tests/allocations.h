@@ -1,0 +1,50 @@
+// What the calling thread allocates, counted, and made to fail. For the folders that tests/CMakeLists.txt names.
+#pragma once
+
+#include <cstddef>
+#include <new>
+
+namespace ZvTest {
+
+/// Allocations by the calling thread since this was built.
+class AllocationCount
+{
+public:
+    AllocationCount();
+    std::size_t get() const;
+
+private:
+    std::size_t _start;
+};
+
+/// While it lives, that many allocations of the calling thread succeed, and the one after them fails.
+class FailingAllocation
+{
+public:
+    explicit FailingAllocation(long nbGood);
+    ~FailingAllocation();
+    bool hasFailed() const;
+    FailingAllocation(FailingAllocation const &) = delete;
+    FailingAllocation &operator=(FailingAllocation const &) = delete;
+};
+
+/// Calls `function` with the first allocation failing, then the second and so on, until none fails. Returns the number
+/// of failures. `afterwards` is called after each failure.
+template <class Function, class Afterwards>
+int failEachAllocation(Function function, Afterwards afterwards)
+{
+    for (int turn = 0;; ++turn) {
+        {
+            FailingAllocation const failing(turn);
+            try {
+                function();
+            } catch (std::bad_alloc &) {
+            }
+            if (!failing.hasFailed())
+                return turn;
+        }
+        afterwards();
+    }
+}
+
+} // namespace ZvTest
