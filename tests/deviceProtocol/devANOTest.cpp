@@ -110,6 +110,20 @@ TEST(DevANO, MadeFromACallableOwnsWhatItHolds)
     EXPECT_EQ(log.lines(), (Lines{"executed", "held", "~held"}));
 }
 
+TEST(DevANO, MadeFromACallableThatTakesItsRequestItMayKeepTheCompletion)
+{
+    Log log;
+    ObjPtr<DevACO> kept;
+    ObjPtr<DevANO> ano(makeANO([&](DevMDStdANO &request) { kept = request.releaseACO(); }));
+    ano->setACO(recordingACO(log, "aco"));
+    ano->performExecute();
+    ano->notify();
+    ano = nullptr;
+    EXPECT_EQ(log.lines(), Lines{});
+    kept->performExecute();
+    EXPECT_EQ(log.lines(), Lines{"aco"});
+}
+
 class CountingANO : public DevClonableANO
 {
 public:

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <exception>
+#include <stdexcept>
 #include <thread>
 
 namespace ZvTest {
@@ -167,6 +169,65 @@ TEST(DevMDStdFifo, CloseDestroysWhatIsQueuedAndWhatStillComes)
     drain(*fifo);
     EXPECT_EQ(log.lines().back(), "~again");
     EXPECT_TRUE(log.has("again"));
+}
+
+struct FailingObs : DevMDStdFifoObs
+{
+    void performProduced(DevANOQueue &, DevANOQueueEntry const &) override
+    {
+        throw std::runtime_error("observer");
+    }
+};
+
+TEST(DevMDStdFifo, AClosedOneDestroysWhatComesAlsoWhereItsObserverFails)
+{
+    Log log;
+    RCShdPtr<DevMDStdFifo> const fifo =
+        makeShd<DevMDStdFifo>(RCShdPtr<DevMDStdFifoObs>(new FailingObs));
+    fifo->close();
+    EXPECT_THROW(produce(*fifo, recordingANO(log, "late")), std::runtime_error);
+    EXPECT_EQ(log.lines(), Lines{"~late"});
+    DevANOQueueEntry entry;
+    EXPECT_FALSE(fifo->tryConsume(entry));
+}
+
+TEST(DevMDStdFifo, AnEntryWithoutAnANOIsANullPointerFailureOfItsProducer)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    DevANOQueueEntry entry;
+    EXPECT_THROW(fifo->produce(entry), RCEx::ExNullPtr);
+    EXPECT_FALSE(fifo->tryConsume(entry));
+}
+
+TEST(DevMDStdFifo, SendHandsOutWhatTheObserverThrowsAndThrowsWhatKeepsTheANO)
+{
+    Log log;
+    RCShdPtr<DevMDStdFifo> const plain = makeShd<DevMDStdFifo>();
+    EXPECT_EQ(plain->send(recordingANO(log, "sent")), nullptr);
+    EXPECT_THROW((void)plain->send(nullptr), RCEx::ExNullPtr);
+    drain(*plain);
+    EXPECT_EQ(log.lines(), (Lines{"sent", "~sent"}));
+
+    RCShdPtr<DevMDStdFifo> const failing =
+        makeShd<DevMDStdFifo>(RCShdPtr<DevMDStdFifoObs>(new FailingObs));
+    std::exception_ptr const failure = failing->send(makeANO([] {}));
+    ASSERT_NE(failure, nullptr);
+    EXPECT_THROW(std::rethrow_exception(failure), std::runtime_error);
+    drain(*failing);
+}
+
+TEST(DevMDStdFifo, TimedConsumeWaitsForAProducerOrForItsTime)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Log log;
+    DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "held"))};
+    EXPECT_FALSE(fifo->timedConsume(entry, 0.001));
+    EXPECT_FALSE(entry.isNull());
+    EXPECT_EQ(log.lines(), Lines{});
+    std::thread producer([&] { produce(*fifo, recordingANO(log, "queued")); });
+    EXPECT_TRUE(fifo->timedConsume(entry, 3600));
+    producer.join();
+    EXPECT_EQ(log.lines(), Lines{"~held"});
 }
 
 TEST(DevMDStdFifo, CloseLetsBlockedProducersGo)

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 namespace ZvTest {
 namespace {
 
@@ -101,6 +103,21 @@ TEST_F(DevMDStdPropertyPrtclTest, EachOfTheFourReadsEndsTheTimeOfBuilding)
         EXPECT_THROW(ObjPtr<DevMDStdPropertySetBuilder>(device->getPropertySetBuilder()),
                      DevPrtclEx::ExMDStdPropertiesWriteUnavail);
     }
+}
+
+// Each reader says that reading has started: a race where it is said in a plain flag.
+TEST_F(DevMDStdPropertyPrtclTest, AnyThreadReadsATreeThatIsBuilt)
+{
+    ObjPtr<DevMDStdPropertySetBuilder>(_device->getPropertySetBuilder())
+        ->addProperty(property("gain"));
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i)
+        readers.emplace_back([this] {
+            for (int n = 0; n < 100; ++n)
+                EXPECT_EQ(names(_device->getPropertyIter()), Lines{"gain"});
+        });
+    for (auto &reader : readers)
+        reader.join();
 }
 
 TEST_F(DevMDStdPropertyPrtclTest, ReadsAreRefusedUntilBothOfTwoBuildersAreGone)

@@ -1,9 +1,12 @@
 #include "recording.h"
 
+#include "threadExtensions/asleep.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdint>
+#include <stdexcept>
 #include <thread>
 
 namespace ZvTest {
@@ -168,6 +171,44 @@ TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsIsReleased)
     device.join();
 }
 
+// The request writes to the reader's stack: a reader that went on would leave it nothing to write to.
+TEST_F(DevMDStdPropertyTest, AGetWaitsForItsRequestAlsoWhereTheFifosObserverFails)
+{
+    struct Obs : DevMDStdFifoObs
+    {
+        explicit Obs(std::binary_semaphore &s) : produced(s) {}
+        void performProduced(DevANOQueue &, DevANOQueueEntry const &) override
+        {
+            produced.release();
+            throw std::runtime_error("observer");
+        }
+        std::binary_semaphore &produced;
+    };
+    std::binary_semaphore produced{0};
+    RCShdPtr<DevMDStdFifo> const fifo =
+        makeShd<DevMDStdFifo>(RCShdPtr<DevMDStdFifoObs>(new Obs(produced)));
+    auto const gain = makeProperty<int>("gain", "", fifo, [](int &value) { value = 17; });
+    std::atomic<bool> hasReturned{false};
+    std::atomic<long> const reader{threadNumber()};
+    bool hasWaited = false;
+    std::thread device([&] {
+        produced.acquire();
+        while (!hasReturned && !isAsleep(reader))
+            std::this_thread::yield();
+        hasWaited = !hasReturned;
+        if (hasWaited)
+            drain(*fifo);
+        else
+            fifo->close();
+    });
+    int value = 0;
+    EXPECT_THROW(gain->get(value), std::runtime_error);
+    hasReturned = true;
+    device.join();
+    EXPECT_TRUE(hasWaited);
+    EXPECT_EQ(value, 17);
+}
+
 TEST_F(DevMDStdPropertyTest, SetAndGetOnAClosedFifoDoNotWait)
 {
     _fifo->close();
@@ -303,6 +344,126 @@ TEST_F(DevMDStdPropertyTest, DestroysItsObserverWithItself)
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "observer")));
     _gain = nullptr;
     EXPECT_EQ(_log.lines(), Lines{"~observer"});
+}
+
+TEST_F(DevMDStdPropertyTest, AChangeIsToldOnceUntilTheValueHasBeenRead)
+{
+    _gain->changed(); // to nobody
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
+    _gain->changed();
+    _gain->changed();
+    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
+    {
+        Server server(*_fifo, 1);
+        int value = 0;
+        _gain->get(value);
+    }
+    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
+    _gain->changed();
+    _gain->changed();
+    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 4294967295"}));
+}
+
+TEST_F(DevMDStdPropertyTest, AGetWithoutAValueLeavesAChangeUnread)
+{
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
+    _gain->changed();
+    {
+        Server server(*_fifo, 2);
+        _gain->set(-1);
+        int value = 0;
+        EXPECT_THROW(_gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
+    }
+    _gain->changed();
+    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
+}
+
+TEST_F(DevMDStdPropertyTest, ANewObserverHasNothingUnread)
+{
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "first")));
+    _gain->changed();
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "second")));
+    _gain->changed();
+    _gain->changed();
+    EXPECT_EQ(_log.lines(), (Lines{"first 4294967295", "~first", "second 4294967295"}));
+}
+
+TEST_F(DevMDStdPropertyTest, AChangeThatCouldNotBeToldIsToldAgain)
+{
+    struct Failing : DevMDPropertyAEO
+    {
+        explicit Failing(int &n) : nbCalls(n) {}
+        void performNotify(unsigned int) override
+        {
+            if (++nbCalls == 1)
+                throw std::runtime_error("full");
+        }
+        int &nbCalls;
+    };
+    int nbCalls = 0;
+    _gain->setObserverAEO(makeObj<Failing>(nbCalls));
+    EXPECT_THROW(_gain->changed(), std::runtime_error);
+    _gain->changed();
+    _gain->changed();
+    EXPECT_EQ(nbCalls, 2);
+}
+
+TEST_F(DevMDStdPropertyTest, EveryEventOfItsOwnIsTold)
+{
+    _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
+    _gain->changed();
+    _gain->notify(1);
+    _gain->notify(1);
+    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 1", "told 1"}));
+}
+
+TEST_F(DevMDStdPropertyTest, AReadingShowsEachNewValueAndCannotBeSet)
+{
+    auto const position = makeShd<DevMDStdReading<double>>("position", "In seconds", _fifo, 0.5);
+    position->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
+    EXPECT_EQ(position->getAttributes(), DevMDPropertyAny::READABLE);
+    EXPECT_EQ(position->getDescription(), "In seconds");
+    EXPECT_THROW(position->set(1), DevPrtclEx::ExMDPropertyIllegalOp);
+    position->show(0.5); // not new
+    EXPECT_EQ(_log.lines(), Lines{});
+    position->show(1);
+    position->show(2);
+    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
+    double value = 0;
+    {
+        Server server(*_fifo, 1);
+        position->get(value);
+    }
+    EXPECT_EQ(value, 2);
+    position->show(3);
+    EXPECT_EQ(_log.lines().size(), 2u);
+}
+
+TEST_F(DevMDStdPropertyTest, MadeFromFunctionsItCanBeSetWhereThereIsASetter)
+{
+    int held = 3;
+    auto const read = makeProperty<int>("read", "r", _fifo, [&](int &value) { value = held; });
+    auto const written = makeProperty<int>(
+        "written", "b", _fifo, [&](int &value) { value = held; }, [&](int value) { held = value; });
+    EXPECT_EQ(read->getName(), "read");
+    EXPECT_EQ(read->getDescription(), "r");
+    EXPECT_EQ(read->getAttributes(), 1u);
+    EXPECT_EQ(written->getAttributes(), 3u);
+    written->set(4);
+    drain(*_fifo);
+    Server server(*_fifo, 1);
+    int value = 0;
+    read->get(value);
+    EXPECT_EQ(value, 4);
+}
+
+TEST_F(DevMDStdPropertyTest, ASetWithoutASetterFailsWhereItIsSet)
+{
+    auto const gain =
+        makeShd<Gain>("gain", "", both, makePropertyANOFactory<int>([](int &) {}), _fifo);
+    EXPECT_THROW(gain->set(1), RCEx::ExNullPtr);
+    DevANOQueueEntry entry;
+    EXPECT_FALSE(_fifo->tryConsume(entry));
 }
 
 TEST_F(DevMDStdPropertyTest, AnObserverThatIsBeingNotifiedMayBeReplacedAndEndsAfterwards)

@@ -92,6 +92,36 @@ TEST(DevMDStdStream, IsAvailableUntilStartedAndAgainAfterStop)
     }
 }
 
+// A connection lets its streams go without a lock: a race where the flag is a plain one.
+TEST(DevMDStdStream, AnyThreadAsksWhetherItIsAvailable)
+{
+    for (auto const &stream : allKinds()) {
+        std::thread connection([&] {
+            for (int i = 0; i < 100; ++i) {
+                stream->start();
+                stream->stop();
+            }
+        });
+        for (int i = 0; i < 100; ++i)
+            (void)stream->isAvailable();
+        connection.join();
+        EXPECT_TRUE(stream->isAvailable());
+    }
+}
+
+TEST(DevMDStdStreamPrtcl, AnyThreadAsksForTheStreams)
+{
+    RCShdPtr<Device> const device = makeShd<Device>();
+    device->addStream(makeShd<ActiveSource>("video", ""));
+    std::thread other([&] {
+        for (int i = 0; i < 100; ++i)
+            EXPECT_FALSE(device->performGetStreams().atEnd());
+    });
+    for (int i = 0; i < 100; ++i)
+        EXPECT_FALSE(device->performGetStreams().atEnd());
+    other.join();
+}
+
 TEST(DevMDStdStream, KnowsNameAndDescription)
 {
     for (auto const &stream : allKinds()) {

@@ -137,6 +137,18 @@ TEST(DevMgrACOTest, takesANotificationThatIsNotRunWithIt)
     EXPECT_EQ(log, (Log{"report gone"}));
 }
 
+TEST(DevMgrACOTest, runASecondTimeItIsANullPointerOfWhoRunsIt)
+{
+    Log log;
+    RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
+    DevMgrACO aco(makeObj<LoggingANO>("report", log), fifo);
+    aco.performExecute();
+    EXPECT_THROW(aco.performExecute(), RCEx::ExNullPtr);
+    executeNext(*fifo);
+    DevANOQueueEntry entry;
+    EXPECT_FALSE(fifo->tryConsume(entry));
+}
+
 TEST(DevMgrACOTest, withoutAFifoItIsANullPointer)
 {
     Log log;

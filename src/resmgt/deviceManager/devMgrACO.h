@@ -20,7 +20,7 @@ public:
     DevMgrACO &operator=(DevMgrACO const &) = delete;
     ~DevMgrACO() override;
 
-    /// Passes the ANO on, once: it is gone then.
+    /// Passes the ANO on, once: it is gone then, and a second call throws `RCEx::ExNullPtr`.
     void performExecute() override;
 
 private:

@@ -24,6 +24,10 @@ public:
 
 namespace Detail {
 
+/// A function as the object that keeps it calls it.
+template <class Function>
+using Stored = std::decay_t<Function> &;
+
 template <class Function>
 class CallableACO final : public DevACO
 {
@@ -38,10 +42,13 @@ private:
 
 } // namespace Detail
 
-/// A completion that calls `function`, for use where a class of one's own would say no more.
+/// What a completion can call: a function without arguments.
 template <class Function>
-requires std::invocable < std::decay_t<Function>
-& > ObjPtrRet<DevACO> makeACO(Function &&function)
+concept DevCompletionFunction = std::invocable<Detail::Stored<Function>>;
+
+/// A completion that calls `function`, for use where a class of one's own would say no more.
+template <DevCompletionFunction Function>
+ObjPtrRet<DevACO> makeACO(Function &&function)
 {
     return ObjPtrRet<DevACO>(
         new Detail::CallableACO<std::decay_t<Function>>(std::forward<Function>(function)));

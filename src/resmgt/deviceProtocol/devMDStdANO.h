@@ -31,6 +31,11 @@ private:
     void setBaseACO(ObjPtr<DevACO> aco) { setACO(aco); }
 };
 
+/// What a request can call: a function without arguments, or one that takes the request itself.
+template <class Function>
+concept DevMDRequestFunction = std::invocable<Detail::Stored<Function>> ||
+    std::invocable<Detail::Stored<Function>, DevMDStdANO &>;
+
 namespace Detail {
 
 template <class Function>
@@ -39,7 +44,13 @@ class CallableANO final : public DevMDStdANO
 public:
     explicit CallableANO(Function function) : _function(std::move(function)) {}
 
-    void performExecute() override { std::invoke(_function); }
+    void performExecute() override
+    {
+        if constexpr (std::invocable<Function &>)
+            std::invoke(_function);
+        else
+            std::invoke(_function, static_cast<DevMDStdANO &>(*this));
+    }
 
 private:
     Function _function;
@@ -51,10 +62,13 @@ private:
 ///
 ///     return makeANO([this] { _shutter.open(); });
 ///
+/// A function that needs its request takes it as argument, to take out the completion for instance and run it later:
+///
+///     return makeANO([this](DevMDStdANO &request) { _whenOpen = request.releaseACO(); });
+///
 /// What the function holds is moved into the request and destroyed with it, executed or not.
-template <class Function>
-requires std::invocable < std::decay_t<Function>
-& > ObjPtrRet<DevMDStdANO> makeANO(Function &&function)
+template <DevMDRequestFunction Function>
+ObjPtrRet<DevMDStdANO> makeANO(Function &&function)
 {
     return ObjPtrRet<DevMDStdANO>(
         new Detail::CallableANO<std::decay_t<Function>>(std::forward<Function>(function)));

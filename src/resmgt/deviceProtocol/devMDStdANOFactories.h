@@ -25,7 +25,8 @@ concept DevMDAccessHandler = requires(Handler &handler)
     handler.close();
 };
 
-/// What a device does at each step of a sequence.
+/// What a device does at each step of a sequence. A step is finished when its function returns: a device that takes
+/// longer derives from `DevMDStdDevice`, or makes its requests with `makeANO`.
 template <class Handler>
 concept DevMDSyncSeqHandler = requires(Handler &handler, ObjPtr<DevANO> ano, DtTimeMark const &mark,
                                        DtTime const &latency)
@@ -95,19 +96,14 @@ private:
     Handler &_handler;
 };
 
-template <class T, class Setter, class Getter>
-class CallablePropertyANOFactory final : public DevMDStdPropertyANOFactory<T>
+/// For a property without setter: the request to set it is null, and so a failure of whoever sets it.
+template <class T, class Getter>
+class ReadOnlyPropertyANOFactory : public DevMDStdPropertyANOFactory<T>
 {
 public:
-    CallablePropertyANOFactory(Setter setter, Getter getter)
-        : _setter(std::move(setter)), _getter(std::move(getter))
-    {}
+    explicit ReadOnlyPropertyANOFactory(Getter getter) : _getter(std::move(getter)) {}
 
-    ObjPtrRet<DevMDStdANO> createSetANO(LiUuid const &, T value) override
-    {
-        return makeANO(
-            [this, value = std::move(value)]() mutable { std::invoke(_setter, std::move(value)); });
-    }
+    ObjPtrRet<DevMDStdANO> createSetANO(LiUuid const &, T) override { return nullptr; }
     ObjPtrRet<DevMDStdANO> createGetANO(LiUuid const &, T &value, bool &ok) override
     {
         return makeANO([this, &value, &ok] { ok = get(value); });
@@ -122,8 +118,25 @@ private:
             return std::invoke(_getter, value), true;
     }
 
-    Setter _setter;
     Getter _getter;
+};
+
+template <class T, class Setter, class Getter>
+class CallablePropertyANOFactory final : public ReadOnlyPropertyANOFactory<T, Getter>
+{
+public:
+    CallablePropertyANOFactory(Setter setter, Getter getter)
+        : ReadOnlyPropertyANOFactory<T, Getter>(std::move(getter)), _setter(std::move(setter))
+    {}
+
+    ObjPtrRet<DevMDStdANO> createSetANO(LiUuid const &, T value) override
+    {
+        return makeANO(
+            [this, value = std::move(value)]() mutable { std::invoke(_setter, std::move(value)); });
+    }
+
+private:
+    Setter _setter;
 };
 
 template <class Function>
@@ -158,28 +171,68 @@ ObjPtrRet<DevMDStdSyncSeqANOFactory> makeSyncSeqANOFactory(Handler &handler)
     return makeObj<Detail::HandlerSyncSeqANOFactory<Handler>>(handler);
 }
 
-/// Requests that call `setter(T)` and `getter(T &)`. A getter that returns a `bool` says with it whether there is a
-/// value. The property must outlive its requests, as the properties of a device's tree do.
-///
-///     new DevMDStdProperty<double>("focus", "Distance in metres", DevMDPropertyAny::READABLE | DevMDPropertyAny::WRITABLE,
-///                                  makePropertyANOFactory<double>([this](double metres) { _focus = metres; },
-///                                                                 [this](double &metres) { metres = _focus; }),
-///                                  fifo);
-template <DevMDPropertyValue T, class Setter, class Getter>
-requires std::invocable < std::decay_t<Setter>
-&, T > &&std::invocable<std::decay_t<Getter> &, T &> ObjPtrRet<DevMDStdPropertyANOFactory<T>>
-       makePropertyANOFactory(Setter &&setter, Getter &&getter)
+/// Takes a property's value to be stored.
+template <class Function, class T>
+concept DevMDPropertySetter = std::invocable < std::decay_t<Function>
+&, T > ;
+
+/// Writes a property's value into its argument. One that returns a `bool` says with it whether there is a value.
+template <class Function, class T>
+concept DevMDPropertyGetter = std::invocable < std::decay_t<Function>
+&, T & > ;
+
+/// Takes up what is pushed into a sink.
+template <class Function>
+concept DevMDElementTaker = std::invocable < std::decay_t<Function>
+&, ObjPtr<DevMDStreamElem> & > ;
+
+/// Requests that call `setter(T)` and `getter(T &)`. The property must outlive its requests, as the properties of a
+/// device's tree do.
+template <DevMDPropertyValue T, DevMDPropertySetter<T> Setter, DevMDPropertyGetter<T> Getter>
+ObjPtrRet<DevMDStdPropertyANOFactory<T>> makePropertyANOFactory(Setter &&setter, Getter &&getter)
 {
     return makeObj<
         Detail::CallablePropertyANOFactory<T, std::decay_t<Setter>, std::decay_t<Getter>>>(
         std::forward<Setter>(setter), std::forward<Getter>(getter));
 }
 
+/// The same for a property that is only read.
+template <DevMDPropertyValue T, DevMDPropertyGetter<T> Getter>
+ObjPtrRet<DevMDStdPropertyANOFactory<T>> makePropertyANOFactory(Getter &&getter)
+{
+    return makeObj<Detail::ReadOnlyPropertyANOFactory<T, std::decay_t<Getter>>>(
+        std::forward<Getter>(getter));
+}
+
+/// A property that can be read and set:
+///
+///     makeProperty<double>("focus", "Distance in metres", fifo,
+///                          [this](double &metres) { metres = _focus; },
+///                          [this](double metres) { _focus = metres; });
+template <DevMDPropertyValue T, DevMDPropertyGetter<T> Getter, DevMDPropertySetter<T> Setter>
+RCShdPtr<DevMDStdProperty<T>> makeProperty(LiString const &name, LiString const &description,
+                                           RCShdPtr<DevMDStdFifo> const &fifo, Getter &&getter,
+                                           Setter &&setter)
+{
+    return makeShd<DevMDStdProperty<T>>(
+        name, description, DevMDPropertyAny::READABLE | DevMDPropertyAny::WRITABLE,
+        makePropertyANOFactory<T>(std::forward<Setter>(setter), std::forward<Getter>(getter)),
+        fifo);
+}
+
+/// The same without `setter`: a property that is only read.
+template <DevMDPropertyValue T, DevMDPropertyGetter<T> Getter>
+RCShdPtr<DevMDStdProperty<T>> makeProperty(LiString const &name, LiString const &description,
+                                           RCShdPtr<DevMDStdFifo> const &fifo, Getter &&getter)
+{
+    return makeShd<DevMDStdProperty<T>>(name, description, DevMDPropertyAny::READABLE,
+                                        makePropertyANOFactory<T>(std::forward<Getter>(getter)),
+                                        fifo);
+}
+
 /// Requests that call `function(ObjPtr<DevMDStreamElem>)`. The sink must outlive its requests.
-template <class Function>
-requires std::invocable < std::decay_t<Function>
-&, ObjPtr<DevMDStreamElem> & >
-       ObjPtrRet<DevMDStdStreamPassiveSinkANOFactory> makePushANOFactory(Function &&function)
+template <DevMDElementTaker Function>
+ObjPtrRet<DevMDStdStreamPassiveSinkANOFactory> makePushANOFactory(Function &&function)
 {
     return makeObj<Detail::CallablePushANOFactory<std::decay_t<Function>>>(
         std::forward<Function>(function));

@@ -84,15 +84,7 @@ Priority &DevMDStdAccessPrtcl::getPriority()
 std::exception_ptr DevMDStdAccessPrtcl::send(ObjPtr<DevMDStdANO> ano, ObjPtr<DevACO> aco)
 {
     ano->setBaseACO(aco);
-    DevANOQueueEntry entry(ano);
-    try {
-        _fifo->produce(entry);
-    } catch (...) {
-        if (!entry.isNull())
-            throw;
-        return std::current_exception();
-    }
-    return nullptr;
+    return _fifo->send(ano);
 }
 
 std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last)

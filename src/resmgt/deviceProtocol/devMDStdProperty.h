@@ -49,6 +49,12 @@ public:
     bool isAvailable() const override { return true; }
     void setObserverAEO(ObjPtr<DevMDPropertyAEO> observer) override;
 
+    /// The value is another one: tells the observer, unless it has been told so and nobody has got the value since. A
+    /// notification carries no value, so one that is unread says all that there is to say, and a client that does not
+    /// keep up cannot fill the manager's queue, nor the device be held there. An observer gets the value once when it
+    /// has been attached, and after each notification. The device calls it, from its own thread.
+    void changed() { _observerAEO.notifyUnread(); }
+
 protected:
     ~DevMDStdProperty() override;
 
@@ -56,8 +62,9 @@ protected:
     void performGet(T &value) override;
     /// What can be done with the property from now on. By any thread.
     virtual void setAttributes(unsigned int attributes);
-    /// Tells the observer, if there is one, that something has changed. The device calls it, from its own thread; it
-    /// may block while the observer's queue is full.
+    /// Tells the observer, if there is one, each time, for events with a meaning of their own; `changed` is for those
+    /// that only say that there is a new value. The device calls it, from its own thread; it may block while the
+    /// observer's queue is full, and a device that waits there serves nobody.
     void notify(unsigned int events) { _observerAEO.notify(events); }
 
 private:

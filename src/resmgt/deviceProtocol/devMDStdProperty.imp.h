@@ -7,6 +7,8 @@
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
 
+#include <exception>
+
 namespace Zv {
 
 template <class T>
@@ -57,13 +59,14 @@ template <class T>
 void DevMDStdProperty<T>::performGet(T &value)
 {
     bool ok = true;
-    ObjPtr<DevMDStdANO> ano(_anoFactory->createGetANO(getUuid(), value, ok));
-    // Declared before the entry: what a failure destroys unrun still posts it.
+    // Declared before the request: what destroys that unrun still posts it.
     LkUnnamedSema done("DevMDStdProperty::performGet", 0);
-    ano->setBaseACO(ObjPtr<DevACO>(new DevMDStdPropertyGetACO(done, ok)));
-    DevANOQueueEntry entry(ano);
-    _fifo->produce(entry);
+    ObjPtr<DevMDStdANO> ano(_anoFactory->createGetANO(getUuid(), value, ok));
+    ano->setBaseACO(ObjPtr<DevACO>(new DevMDStdPropertyGetACO(done, ok, _observerAEO)));
+    std::exception_ptr const failure = _fifo->send(ano);
     done.wait();
+    if (failure)
+        std::rethrow_exception(failure);
     if (!ok)
         ZV_THROW(DevPrtclEx::ExMDStdPropertyGet, _name.getChars());
 }

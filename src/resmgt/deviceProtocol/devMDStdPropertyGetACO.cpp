@@ -1,11 +1,18 @@
 #include "resmgt/deviceProtocol/devMDStdPropertyGetACO.h"
 
+#include "resmgt/deviceProtocol/devMDStdPropertyObserver.h"
+
 namespace Zv {
 
 DevMDStdPropertyGetACO::DevMDStdPropertyGetACO(LkUnnamedSema &done) : _done(done) {}
 
 DevMDStdPropertyGetACO::DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok)
     : _done(done), _ok(&ok)
+{}
+
+DevMDStdPropertyGetACO::DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok,
+                                               DevMDStdPropertyObserver &observer)
+    : _done(done), _ok(&ok), _observer(&observer)
 {}
 
 DevMDStdPropertyGetACO::~DevMDStdPropertyGetACO()
@@ -19,6 +26,8 @@ DevMDStdPropertyGetACO::~DevMDStdPropertyGetACO()
 
 void DevMDStdPropertyGetACO::performExecute()
 {
+    if (_observer && *_ok)
+        _observer->setRead();
     _posted = true;
     _done.post();
 }

@@ -6,6 +6,8 @@
 
 namespace Zv {
 
+class DevMDStdPropertyObserver;
+
 /// Posts the semaphore on which the reader of a property waits: when the request has been executed, and also when it
 /// is destroyed without having been executed, because the device closes. A reader waits in either case and once only.
 class ZVRESMGT_EXPORT DevMDStdPropertyGetACO : public DevACO
@@ -14,6 +16,8 @@ public:
     explicit DevMDStdPropertyGetACO(LkUnnamedSema &done);
     /// Sets `ok` to false, before it posts, when it is destroyed unrun. Both must live until the semaphore is posted.
     DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok);
+    /// The same; when it runs, and `ok` still says that there is a value, it tells the observer that this was read.
+    DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok, DevMDStdPropertyObserver &observer);
     DevMDStdPropertyGetACO(DevMDStdPropertyGetACO const &) = delete;
     DevMDStdPropertyGetACO &operator=(DevMDStdPropertyGetACO const &) = delete;
     ~DevMDStdPropertyGetACO() override;
@@ -23,6 +27,7 @@ public:
 private:
     LkUnnamedSema &_done;
     bool *_ok = nullptr;
+    DevMDStdPropertyObserver *_observer = nullptr;
     bool _posted = false;
 };
 

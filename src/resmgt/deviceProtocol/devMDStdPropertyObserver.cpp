@@ -23,6 +23,7 @@ void DevMDStdPropertyObserver::set(ObjPtr<DevMDPropertyAEO> observer)
         former = std::move(_observer);
         Interlocked::storeRelease(_isSet, !latter.isNull());
         _observer = std::move(latter);
+        _isUnread = false;
     }
 }
 
@@ -38,6 +39,32 @@ void DevMDStdPropertyObserver::notify(unsigned int events)
     }
     if (!observer.isNull())
         observer->performNotify(events);
+}
+
+void DevMDStdPropertyObserver::notifyUnread()
+{
+    if (!Interlocked::loadAcquire(_isSet))
+        return;
+    {
+        LkGuard<LkLock const> guard(_lock);
+        if (_isUnread)
+            return;
+        _isUnread = true;
+    }
+    try {
+        notify(DevMDPropertyAEO::ALL_EVENTS);
+    } catch (...) {
+        setRead(); // nobody was told
+        throw;
+    }
+}
+
+void DevMDStdPropertyObserver::setRead()
+{
+    if (!Interlocked::loadAcquire(_isSet))
+        return;
+    LkGuard<LkLock const> guard(_lock);
+    _isUnread = false;
 }
 
 } // namespace Zv

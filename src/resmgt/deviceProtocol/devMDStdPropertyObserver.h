@@ -11,7 +11,7 @@
 namespace Zv {
 
 /// Holds the observer of one property, which the manager sets while the device's thread may be notifying it. Any
-/// thread may call both operations.
+/// thread may call all operations.
 class ZVRESMGT_EXPORT DevMDStdPropertyObserver
 {
 public:
@@ -25,10 +25,14 @@ public:
     void set(ObjPtr<DevMDPropertyAEO> observer);
     /// Calls the observer, if there is one, without a lock: it may block, and it may be replaced meanwhile.
     void notify(unsigned int events);
+    /// The same with all events, unless this observer was called so before and `setRead` not since.
+    void notifyUnread();
+    void setRead();
 
 private:
     LkLock mutable _lock;
     RCProxyShdPtr<DevMDPropertyAEO> _observer ZV_GUARDED_BY(_lock);
+    bool _isUnread ZV_GUARDED_BY(_lock) = false;
     bool _isSet = false; // read without the lock, so that nobody's notification costs one test
 };
 

@@ -1,10 +1,13 @@
 #include "resmgt/deviceProtocol/devMDStdPropertyPrtcl.h"
 
+#include "platform/interlocked.h"
 #include "resmgt/deviceProtocol/devMDStdIterator.private.h"
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
 
 DevMDStdPropertyPrtcl::DevMDStdPropertyPrtcl(LiString const &name) : _name(name) {}
 
@@ -12,7 +15,7 @@ DevMDStdPropertyPrtcl::~DevMDStdPropertyPrtcl() = default;
 
 ObjPtrRet<DevMDStdPropertySetBuilder> DevMDStdPropertyPrtcl::getPropertySetBuilder()
 {
-    if (_readStarted)
+    if (Interlocked::loadAcquire(_readStarted))
         ZV_THROW(DevPrtclEx::ExMDStdPropertiesWriteUnavail, _name.getChars());
     auto builder = makeObj<DevMDStdPropertySetBuilder>(_sets, _properties, _builderCount);
     ++_builderCount;
@@ -47,7 +50,7 @@ void DevMDStdPropertyPrtcl::startReading(char const *subject)
 {
     if (_builderCount >= 1)
         ZV_THROW(DevPrtclEx::ExMDStdPropertiesReadUnavail, _name.getChars(), subject);
-    _readStarted = true;
+    Interlocked::storeRelease(_readStarted, true);
 }
 
 } // namespace Zv

@@ -13,7 +13,7 @@ namespace Zv {
 ///     builder->addProperty(RCShdPtr<DevMDPropertyAny>(new DevMDStdProperty<double>("focus", ...)));
 ///
 /// The tree has a time of writing and then a time of reading: it cannot be read while a builder lives, and not be
-/// built any more once it has been read. It has no lock.
+/// built any more once it has been read. It has no lock: any thread may read.
 class ZVRESMGT_EXPORT DevMDStdPropertyPrtcl : public DevMDPropertyPrtcl
 {
 public:
@@ -39,7 +39,7 @@ private:
     Vector<RCShdPtr<DevMDPropertySet>> _sets;
     Vector<RCShdPtr<DevMDPropertyAny>> _properties;
     int _builderCount = 0;
-    bool _readStarted = false;
+    bool _readStarted = false; // set by each reader
 };
 
 } // namespace Zv

@@ -1,23 +1,58 @@
 #include "resmgt/deviceProtocol/devMDStdStream.h"
 
+#include "platform/interlocked.h"
+
 namespace Zv {
 
-DevMDStdStreamActiveSink::DevMDStdStreamActiveSink(LiString name, LiString description)
+namespace Interlocked = ZvPlatform::Interlocked;
+
+template <class Kind>
+DevMDStdStream<Kind>::DevMDStdStream(LiString const &name, LiString const &description)
     : _name(name), _description(description)
+{}
+
+template <class Kind>
+DevMDStdStream<Kind>::~DevMDStdStream() = default;
+
+template <class Kind>
+bool DevMDStdStream<Kind>::isAvailable()
+{
+    return Interlocked::loadAcquire(_available);
+}
+
+template <class Kind>
+void DevMDStdStream<Kind>::start()
+{
+    Interlocked::storeRelease(_available, false);
+}
+
+template <class Kind>
+void DevMDStdStream<Kind>::stop()
+{
+    Interlocked::storeRelease(_available, true);
+}
+
+template class DevMDStdStream<DevMDStreamActiveSink>;
+template class DevMDStdStream<DevMDStreamActiveSource>;
+template class DevMDStdStream<DevMDStreamPassiveSource>;
+template class DevMDStdStream<DevMDStreamPassiveSink>;
+
+DevMDStdStreamActiveSink::DevMDStdStreamActiveSink(LiString name, LiString description)
+    : DevMDStdStream(name, description)
 {}
 
 DevMDStdStreamActiveSink::~DevMDStdStreamActiveSink() = default;
 
 DevMDStdStreamActiveSource::DevMDStdStreamActiveSource(LiString const &name,
                                                        LiString const &description)
-    : _name(name), _description(description)
+    : DevMDStdStream(name, description)
 {}
 
 DevMDStdStreamActiveSource::~DevMDStdStreamActiveSource() = default;
 
 DevMDStdStreamPassiveSource::DevMDStdStreamPassiveSource(LiString const &name,
                                                          LiString const &description)
-    : _name(name), _description(description)
+    : DevMDStdStream(name, description)
 {}
 
 DevMDStdStreamPassiveSource::~DevMDStdStreamPassiveSource() = default;
@@ -28,7 +63,7 @@ DevMDStdStreamPassiveSinkANOFactory::~DevMDStdStreamPassiveSinkANOFactory() noex
 DevMDStdStreamPassiveSink::DevMDStdStreamPassiveSink(
     LiString name, LiString description, RCShdPtr<DevMDStdFifo> fifo,
     ObjPtr<DevMDStdStreamPassiveSinkANOFactory> anoFactory)
-    : _name(name), _description(description), _fifo(fifo), _anoFactory(anoFactory)
+    : DevMDStdStream(name, description), _fifo(fifo), _anoFactory(anoFactory)
 {}
 
 DevMDStdStreamPassiveSink::DevMDStdStreamPassiveSink(DevMDStdStreamPassiveSink &source) = default;

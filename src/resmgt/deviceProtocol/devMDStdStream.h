@@ -8,75 +8,68 @@
 
 namespace Zv {
 
-/// An active sink with name, description and availability. A device derives from it and adds `getKind`,
-/// `isCompatible` and `connect`.
+/// What the four standard streams have in common: name, description and availability, for a stream that is a `Kind`.
 ///
-/// The availability of all four kinds is a plain flag, changed and read under the manager's configuration lock.
-class ZVRESMGT_EXPORT DevMDStdStreamActiveSink : public DevMDStreamActiveSink
+/// A connection takes an available stream under the manager's configuration lock, and may let it go without: any
+/// thread may ask.
+template <class Kind>
+class ZVRESMGT_EXPORT DevMDStdStream : public Kind
+{
+public:
+    LiString getName() override { return _name; }
+    LiString getDescription() override { return _description; }
+    /// True at first, and whenever no connection has taken the stream.
+    bool isAvailable() override;
+    void start() override;
+    void stop() override;
+
+protected:
+    DevMDStdStream(LiString const &name, LiString const &description);
+    ~DevMDStdStream() override;
+
+private:
+    LiString _name;
+    LiString _description;
+    bool _available = true;
+};
+
+extern template class DevMDStdStream<DevMDStreamActiveSink>;
+extern template class DevMDStdStream<DevMDStreamActiveSource>;
+extern template class DevMDStdStream<DevMDStreamPassiveSource>;
+extern template class DevMDStdStream<DevMDStreamPassiveSink>;
+
+/// An active sink. A device derives from it and adds `getKind`, `isCompatible` and `connect`.
+class ZVRESMGT_EXPORT DevMDStdStreamActiveSink : public DevMDStdStream<DevMDStreamActiveSink>
 {
 public:
     DevMDStdStreamActiveSink(LiString name, LiString description);
 
-    LiString getName() override { return _name; }
-    LiString getDescription() override { return _description; }
-    bool isAvailable() override { return _available; }
-    void start() override { _available = false; }
-    void stop() override { _available = true; }
-
 protected:
     ~DevMDStdStreamActiveSink() override;
-
-private:
-    LiString _name;
-    LiString _description;
-    bool _available = true;
 };
 
-/// An active source with name, description and availability. A device derives from it and adds `getKind`, `getFormat`
-/// and `connect`.
-class ZVRESMGT_EXPORT DevMDStdStreamActiveSource : public DevMDStreamActiveSource
+/// An active source. A device derives from it and adds `getKind`, `getFormat` and `connect`.
+class ZVRESMGT_EXPORT DevMDStdStreamActiveSource : public DevMDStdStream<DevMDStreamActiveSource>
 {
 public:
     DevMDStdStreamActiveSource(LiString const &name, LiString const &description);
 
-    LiString getName() override { return _name; }
-    LiString getDescription() override { return _description; }
-    bool isAvailable() override { return _available; }
-    void start() override { _available = false; }
-    void stop() override { _available = true; }
-
 protected:
     ~DevMDStdStreamActiveSource() override;
-
-private:
-    LiString _name;
-    LiString _description;
-    bool _available = true;
 };
 
-/// A passive source with name, description and availability. A device derives from it and adds `getKind`, `getFormat`
-/// and `pull`.
-class ZVRESMGT_EXPORT DevMDStdStreamPassiveSource : public DevMDStreamPassiveSource
+/// A passive source. A device derives from it and adds `getKind`, `getFormat` and `pull`.
+class ZVRESMGT_EXPORT DevMDStdStreamPassiveSource : public DevMDStdStream<DevMDStreamPassiveSource>
 {
 public:
     DevMDStdStreamPassiveSource(LiString const &name, LiString const &description);
 
-    LiString getName() override { return _name; }
-    LiString getDescription() override { return _description; }
-    bool isAvailable() override { return _available; }
-    void start() override { _available = false; }
-    void stop() override { _available = true; }
-
 protected:
     ~DevMDStdStreamPassiveSource() override;
-
-private:
-    LiString _name;
-    LiString _description;
-    bool _available = true;
 };
 
-/// Makes the requests of a passive sink. Written by the device; called on the pusher's thread.
+/// Makes the requests of a passive sink. Written by the device, or made by `makePushANOFactory`; called on the pusher's
+/// thread.
 class ZVRESMGT_EXPORT DevMDStdStreamPassiveSinkANOFactory
 {
 public:
@@ -88,7 +81,7 @@ public:
 
 /// A passive sink whose elements become requests on the device's thread. A device derives from it and adds `getKind`
 /// and `isCompatible`.
-class ZVRESMGT_EXPORT DevMDStdStreamPassiveSink : public DevMDStreamPassiveSink
+class ZVRESMGT_EXPORT DevMDStdStreamPassiveSink : public DevMDStdStream<DevMDStreamPassiveSink>
 {
 public:
     DevMDStdStreamPassiveSink(LiString name, LiString description, RCShdPtr<DevMDStdFifo> fifo,
@@ -97,11 +90,6 @@ public:
     DevMDStdStreamPassiveSink(DevMDStdStreamPassiveSink &source);
     DevMDStdStreamPassiveSink &operator=(DevMDStdStreamPassiveSink &source);
 
-    LiString getName() override { return _name; }
-    LiString getDescription() override { return _description; }
-    bool isAvailable() override { return _available; }
-    void start() override { _available = false; }
-    void stop() override { _available = true; }
     /// Returns when the request is queued. Blocks while the FIFO is full: the flow control of a connection.
     void push(ObjPtr<DevMDStreamElem> elem) override;
 
@@ -109,9 +97,6 @@ protected:
     ~DevMDStdStreamPassiveSink() override;
 
 private:
-    LiString _name;
-    LiString _description;
-    bool _available = true;
     RCShdPtr<DevMDStdFifo> _fifo;
     ObjPtr<DevMDStdStreamPassiveSinkANOFactory> _anoFactory;
 };

@@ -1,10 +1,13 @@
 #include "resmgt/deviceProtocol/devMDStdStreamPrtcl.h"
 
+#include "platform/interlocked.h"
 #include "resmgt/deviceProtocol/devMDStdIterator.private.h"
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
 
 DevMDStdStreamPrtcl::DevMDStdStreamPrtcl(LiString const &name) : _name(name) {}
 
@@ -12,13 +15,13 @@ DevMDStdStreamPrtcl::~DevMDStdStreamPrtcl() = default;
 
 ConstIterator<RCShdPtr<DevMDStream>> DevMDStdStreamPrtcl::performGetStreams()
 {
-    _iterCreated = true;
+    Interlocked::storeRelease(_iterCreated, true);
     return Detail::iteratorOver(_streams);
 }
 
 void DevMDStdStreamPrtcl::addStream(RCShdPtr<DevMDStream> const &stream)
 {
-    if (_iterCreated)
+    if (Interlocked::loadAcquire(_iterCreated))
         ZV_THROW(DevPrtclEx::ExMDStdAddStream);
     _streams.push_back(stream);
 }

@@ -26,7 +26,7 @@ protected:
 private:
     LiString _name;
     Vector<RCShdPtr<DevMDStream>> _streams;
-    bool _iterCreated = false;
+    bool _iterCreated = false; // set by each reader
 };
 
 } // namespace Zv

@@ -3,11 +3,15 @@
 #include "platform/interlocked.h"
 #include "zvbase/exBase.h"
 
+#include <algorithm>
+
 namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
+
+constexpr double LONGEST_WAIT = 3600; // seconds: work may be asked for too early, but not too late
 
 void execute(ObjPtr<DevANO> ano)
 {
@@ -35,23 +39,40 @@ bool DevMDStdThreadProtocol::tryConsume()
     return true;
 }
 
+bool DevMDStdThreadProtocol::timedConsume(double seconds)
+{
+    DevANOQueueEntry entry;
+    if (!_fifo->timedConsume(entry, seconds))
+        return false;
+    execute(entry.release());
+    return true;
+}
+
 DevMDStdLoopThreadProtocol::DevMDStdLoopThreadProtocol(RCShdPtr<DevMDStdFifo> const &fifo)
     : DevMDStdThreadProtocol(fifo)
 {}
 
 DevMDStdLoopThreadProtocol::~DevMDStdLoopThreadProtocol() = default;
 
+// No clause for everything: an exception that ends the thread from outside must pass.
+template <class Action>
+void DevMDStdLoopThreadProtocol::attempt(Action action)
+{
+    try {
+        action();
+    } catch (ExBase const &) {
+        performFailed(std::current_exception());
+    } catch (std::exception const &) {
+        performFailed(std::current_exception());
+    }
+}
+
 void DevMDStdLoopThreadProtocol::performExecute(MtThread *)
 {
     while (!Interlocked::loadAcquire(_stopRequested)) {
-        // No clause for everything: an exception that ends the thread from outside must pass.
-        try {
-            consume();
-        } catch (ExBase const &) {
-            performFailed(std::current_exception());
-        } catch (std::exception const &) {
-            performFailed(std::current_exception());
-        }
+        double seconds = NO_WORK; // also after a failure: a request comes to its turn
+        attempt([&] { seconds = performWork(); });
+        attempt([&] { serve(seconds); });
     }
 }
 
@@ -60,9 +81,24 @@ void DevMDStdLoopThreadProtocol::performStop(MtThread *)
     Interlocked::storeRelease(_stopRequested, true);
 }
 
+double DevMDStdLoopThreadProtocol::performWork()
+{
+    return NO_WORK;
+}
+
 void DevMDStdLoopThreadProtocol::performFailed(std::exception_ptr const &failure)
 {
     std::rethrow_exception(failure);
+}
+
+void DevMDStdLoopThreadProtocol::serve(double seconds)
+{
+    if (seconds == NO_WORK)
+        consume();
+    else if (seconds > 0)
+        timedConsume(std::min(seconds, LONGEST_WAIT));
+    else
+        tryConsume();
 }
 
 } // namespace Zv

@@ -1,0 +1,177 @@
+#include "resmgt/deviceProtocol/devMDStdDevice.h"
+
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+class DevMDStdDevice::AccessANOFactory final : public DevMDStdAccessANOFactory
+{
+public:
+    explicit AccessANOFactory(DevMDStdDevice &device) : _device(device) {}
+
+    ObjPtrRet<DevMDStdANO> createOpenANO() override
+    {
+        return makeANO([&device = _device] { device.open(); });
+    }
+    ObjPtrRet<DevMDStdANO> createCloseANO() override
+    {
+        return makeANO([&device = _device] { device.close(); });
+    }
+
+private:
+    DevMDStdDevice &_device;
+};
+
+template <class Step>
+ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
+{
+    struct Current
+    {
+        DevMDStdANO *&request;
+        ~Current() { request = nullptr; }
+    };
+    return makeANO([this, step = std::move(step)](DevMDStdANO &request) mutable {
+        _request = &request;
+        Current const current{_request};
+        step();
+    });
+}
+
+class DevMDStdDevice::SyncSeqANOFactory final : public DevMDStdSyncSeqANOFactory
+{
+public:
+    explicit SyncSeqANOFactory(DevMDStdDevice &device) : _device(device) {}
+
+    ObjPtrRet<DevMDStdANO> createStartANO(ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
+    {
+        return _device.makeStep(
+            [&device = _device, recover = std::move(recover), abort = std::move(abort)]() mutable {
+                device._recover = recover;
+                device._abort = abort;
+                device.start();
+            });
+    }
+    ObjPtrRet<DevMDStdANO> createSyncANO(DtTimeMark const &mark) override
+    {
+        return _device.makeStep([&device = _device, mark] { device.syncToMark(mark); });
+    }
+    ObjPtrRet<DevMDStdANO> createSyncANO(DtTime const &latency) override
+    {
+        return _device.makeStep([&device = _device, latency] { device.syncWithLatency(latency); });
+    }
+    ObjPtrRet<DevMDStdANO> createRecoverANO() override
+    {
+        return _device.makeStep([&device = _device] { device.recover(); });
+    }
+    ObjPtrRet<DevMDStdANO> createStopANO() override
+    {
+        return _device.makeStep([&device = _device] { device.stop(); });
+    }
+    ObjPtrRet<DevMDStdANO> createAbortANO() override
+    {
+        return _device.makeStep([&device = _device] { device.abort(); });
+    }
+
+private:
+    DevMDStdDevice &_device;
+};
+
+class DevMDStdDevice::Body final : public DevMDStdLoopThreadProtocol
+{
+public:
+    Body(RCShdPtr<DevMDStdFifo> const &fifo, DevMDStdDevice &device)
+        : DevMDStdLoopThreadProtocol(fifo), _device(device)
+    {}
+
+protected:
+    double performWork() override { return _device.performWork(); }
+    void performFailed(std::exception_ptr const &failure) override
+    {
+        _device.performFailed(failure);
+    }
+
+private:
+    DevMDStdDevice &_device;
+};
+
+DevMDStdDevice::DevMDStdDevice(LiString const &name) : DevMDStdDevice(name, makeShd<DevMDStdFifo>())
+{}
+
+DevMDStdDevice::DevMDStdDevice(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo)
+    : DevMDStdDevice(name, fifo, makeObj<Body>(fifo, *this))
+{}
+
+DevMDStdDevice::DevMDStdDevice(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo,
+                               ObjPtr<DevMDStdThreadProtocol> body)
+    : DevMDStdAccessPrtcl(name, fifo, body, makeObj<AccessANOFactory>(*this)),
+      DevMDStdSyncSeqPrtcl(name, fifo, makeObj<SyncSeqANOFactory>(*this)),
+      DevMDStdStreamPrtcl(name),
+      DevMDStdPropertyPrtcl(name),
+      _fifo(fifo)
+{}
+
+DevMDStdDevice::~DevMDStdDevice() = default;
+
+DtTime DevMDStdDevice::getLatency()
+{
+    return DtTime();
+}
+
+DtTimeMark DevMDStdDevice::getMark()
+{
+    return DtTimeMark();
+}
+
+void DevMDStdDevice::open() {}
+
+void DevMDStdDevice::close() {}
+
+void DevMDStdDevice::start() {}
+
+void DevMDStdDevice::syncToMark(DtTimeMark const &)
+{
+    sync();
+}
+
+void DevMDStdDevice::syncWithLatency(DtTime const &)
+{
+    sync();
+}
+
+void DevMDStdDevice::sync() {}
+
+void DevMDStdDevice::recover() {}
+
+void DevMDStdDevice::stop() {}
+
+void DevMDStdDevice::abort() {}
+
+double DevMDStdDevice::performWork()
+{
+    return DevMDStdLoopThreadProtocol::NO_WORK;
+}
+
+void DevMDStdDevice::performFailed(std::exception_ptr const &failure)
+{
+    std::rethrow_exception(failure);
+}
+
+ObjPtrRet<DevACO> DevMDStdDevice::takeCompletion()
+{
+    ZV_ASSERT(_request != nullptr);
+    return _request->releaseACO();
+}
+
+void DevMDStdDevice::reportRecover()
+{
+    if (_recover)
+        _recover->performExecute();
+}
+
+void DevMDStdDevice::reportAbort()
+{
+    if (_abort)
+        _abort->performExecute();
+}
+
+} // namespace Zv

@@ -1,0 +1,231 @@
+// The base of devices: its steps, completions that are taken, reports, work and failures.
+
+#include "recording.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <thread>
+
+namespace ZvTest {
+namespace {
+
+class Device : public DevMDStdDevice
+{
+public:
+    explicit Device(Log &log) : DevMDStdDevice("camera"), _log(log) {}
+    Device(Log &log, RCShdPtr<DevMDStdFifo> const &fifo, ObjPtr<DevMDStdThreadProtocol> body)
+        : DevMDStdDevice("camera", fifo, body), _log(log)
+    {}
+
+    using DevMDStdDevice::getFifo;
+    using DevMDStdDevice::reportAbort;
+    using DevMDStdDevice::reportRecover;
+    using DevMDStdDevice::takeCompletion;
+
+    ObjPtr<DevACO> taken; // of START, where `isSlow`
+    bool isSlow = false;
+    bool isBusy = false;
+
+protected:
+    void open() override
+    {
+        _thread = std::this_thread::get_id();
+        note("open");
+    }
+    void close() override { note("close"); }
+    void start() override
+    {
+        note("start");
+        if (isSlow)
+            taken = takeCompletion();
+    }
+    void sync() override { note("sync"); }
+    void recover() override { note("recover"); }
+    void stop() override { note("stop"); }
+    void abort() override
+    {
+        note("abort");
+        throw std::runtime_error("abort");
+    }
+    double performWork() override
+    {
+        if (!isBusy)
+            return DevMDStdDevice::performWork();
+        isBusy = false;
+        note("work");
+        return 0;
+    }
+    void performFailed(std::exception_ptr const &failure) override
+    {
+        EXPECT_THROW(DevMDStdDevice::performFailed(failure), std::runtime_error);
+        note("failed");
+    }
+
+private:
+    void note(std::string const &what)
+    {
+        _log.add(std::this_thread::get_id() == _thread ? what : what + " on a foreign thread");
+    }
+
+    Log &_log;
+    std::thread::id _thread;
+};
+
+class StandardDevice : public testing::Test
+{
+protected:
+    ~StandardDevice() noexcept override {} // the pointers' own may throw, a test's may not
+
+    Log _log;
+    RCShdPtr<Device> _device = makeShd<Device>(_log);
+};
+
+TEST_F(StandardDevice, MakesEachStepOnItsOwnThreadAndThenItsCompletion)
+{
+    _device->performOpen();
+    _device->performStart(recordingACO(_log, "started"), nullptr, nullptr);
+    _device->performSync(recordingACO(_log, "locked"), DtTimeMark());
+    _device->performSync(recordingACO(_log, "locked too"), DtTime());
+    _device->performRecover(recordingACO(_log, "recovered"));
+    _device->performStop(recordingACO(_log, "stopped"));
+    _device->performClose();
+    EXPECT_EQ(_log.lines(),
+              (Lines{"open", "start", "started", "~started", "sync", "locked", "~locked", "sync",
+                     "locked too", "~locked too", "recover", "recovered", "~recovered", "stop",
+                     "stopped", "~stopped", "close"}));
+}
+
+TEST_F(StandardDevice, TellsAMarkFromALatencyWhereItWantsTo)
+{
+    class Precise : public Device
+    {
+    public:
+        explicit Precise(Log &log) : Device(log), _log(log) {}
+
+    protected:
+        void syncToMark(DtTimeMark const &mark) override
+        {
+            _log.add("mark " + std::to_string(mark.getPosition().getCount()));
+        }
+        void syncWithLatency(DtTime const &latency) override
+        {
+            _log.add("latency " + std::to_string(latency.getCount()));
+        }
+
+    private:
+        Log &_log;
+    };
+    RCShdPtr<Precise> const device = makeShd<Precise>(_log);
+    device->performOpen();
+    device->performSync(nullptr, DtTimeMark(DtTime(7, Rational(1, 1)), 0));
+    device->performSync(nullptr, DtTime(8, Rational(1, 1)));
+    device->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"open", "mark 7", "latency 8", "close"}));
+}
+
+TEST_F(StandardDevice, AStepWhoseCompletionIsTakenIsFinishedWhenThatIsExecuted)
+{
+    _device->isSlow = true;
+    _device->performOpen();
+    _device->performStart(recordingACO(_log, "started"), nullptr, nullptr);
+    produce(*_device->getFifo(), makeANO([this] { _device->taken->performExecute(); }));
+    _device->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "started", "close"}));
+}
+
+TEST_F(StandardDevice, NoCompletionIsTakenOutsideOfAStep)
+{
+    auto const refused = [this] {
+        try {
+            ObjPtr<DevACO>(_device->takeCompletion());
+        } catch (AssertionFailed const &failure) {
+            return std::string(failure.getExpression());
+        }
+        return std::string();
+    };
+    EXPECT_EQ(refused(), "_request != nullptr");
+    _device->performOpen();
+    _device->performAbort(nullptr); // a step that throws is over, too
+    std::string afterwards;
+    produce(*_device->getFifo(), makeANO([&] { afterwards = refused(); }));
+    _device->performClose();
+    EXPECT_EQ(afterwards, "_request != nullptr");
+}
+
+TEST_F(StandardDevice, ReportsFromStartOnAsOftenAsItLikes)
+{
+    _device->reportRecover(); // to nobody
+    _device->reportAbort();
+    _device->performOpen();
+    _device->performStart(nullptr, recordingANO(_log, "lost"), recordingANO(_log, "given up"));
+    produce(*_device->getFifo(), makeANO([this] {
+        _device->reportRecover();
+        _device->reportRecover();
+        _device->reportAbort();
+    }));
+    _device->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "lost", "lost", "given up", "close"}));
+}
+
+TEST_F(StandardDevice, WorksBetweenRequestsAndHandlesItsFailures)
+{
+    _device->isBusy = true; // before there is a thread: the work comes before the open request
+    _device->performOpen();
+    _device->performAbort(recordingACO(_log, "aborted"));
+    _device->performClose();
+    EXPECT_EQ(_log.lines(),
+              (Lines{"work on a foreign thread", "open", "abort", "~aborted", "failed", "close"}));
+}
+
+TEST_F(StandardDevice, TakesABodyOfItsOwn)
+{
+    class Body : public DevMDStdLoopThreadProtocol
+    {
+    public:
+        Body(RCShdPtr<DevMDStdFifo> const &fifo, Log &log)
+            : DevMDStdLoopThreadProtocol(fifo), _log(log)
+        {}
+        void performStop(MtThread *thread) override
+        {
+            _log.add("stop asked");
+            DevMDStdLoopThreadProtocol::performStop(thread);
+        }
+
+    private:
+        Log &_log;
+    };
+    auto const fifo = makeShd<DevMDStdFifo>(1);
+    RCShdPtr<Device> const device =
+        makeShd<Device>(_log, fifo, ObjPtr<DevMDStdThreadProtocol>(new Body(fifo, _log)));
+    EXPECT_EQ(device->getFifo(), fifo);
+    device->performOpen();
+    device->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"open", "close", "stop asked"}));
+}
+
+TEST_F(StandardDevice, OfItselfDoesNothingAndHasNoLatency)
+{
+    class Idle : public DevMDStdDevice
+    {
+    public:
+        Idle() : DevMDStdDevice("idle") {}
+    };
+    RCShdPtr<Idle> const idle = makeShd<Idle>();
+    EXPECT_EQ(idle->getLatency(), DtTime());
+    EXPECT_EQ(idle->getMark(), DtTimeMark());
+    EXPECT_TRUE(idle->performGetStreams().atEnd());
+    EXPECT_TRUE(idle->getPropertyIter().atEnd());
+    idle->performOpen();
+    idle->performStart(recordingACO(_log, "started"), nullptr, nullptr);
+    idle->performSync(recordingACO(_log, "locked"), DtTime());
+    idle->performRecover(recordingACO(_log, "recovered"));
+    idle->performAbort(recordingACO(_log, "aborted"));
+    idle->performStop(recordingACO(_log, "stopped"));
+    idle->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"started", "~started", "locked", "~locked", "recovered",
+                                   "~recovered", "aborted", "~aborted", "stopped", "~stopped"}));
+}
+
+} // namespace
+} // namespace ZvTest
