@@ -1,12 +1,17 @@
 #include "fakeDevices.h"
 
+#include "allocations.h"
+#include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
+#include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devMDStdPropertyPrtcl.h"
 #include "resmgt/deviceProtocol/devMDStdPropertySetBuilder.h"
 #include "resmgt/locks/lkSema.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <stdexcept>
 #include <thread>
 
 using namespace Test;
@@ -34,6 +39,8 @@ public:
     {
         _journal.add((observer.isNull() ? "cleared " : "observed ") +
                      std::string(_name.getChars()));
+        if (failsToSetObserver)
+            throw std::runtime_error("no observers today");
         _observer = observer;
     }
 
@@ -44,6 +51,7 @@ public:
     }
 
     T value;
+    bool failsToSetObserver = false;
 
 protected:
     void performSet(T const &newValue) override { value = newValue; }
@@ -330,6 +338,85 @@ TEST_F(PropertyAccess, NullPointersAreRefused)
     RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
     EXPECT_THROW(access->attachObserver(RCShdPtr<DevMDPropertyAny>(), one), RCEx::ExNullPtr);
     EXPECT_THROW(DevMgrPropertyAcc::create(RCShdPtr<DevMgrMediator>()), RCEx::ExNullPtr);
+    EXPECT_THROW(access->attachObserver(device().x, RCShdPtr<DevMgrPropertyObserver>()),
+                 RCEx::ExNullPtr);
+    EXPECT_THROW(access->detachObserver(RCShdPtr<DevMDPropertyAny>(), one), RCEx::ExNullPtr);
+    EXPECT_EQ(journal.take(), Lines{});
+}
+
+TEST_F(PropertyAccess, AttachingThatFailsCanBeTriedAgain)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    device().x->failsToSetObserver = true;
+    EXPECT_THROW(access->attachObserver(device().x, one), std::runtime_error);
+    EXPECT_EQ(journal.take(), (Lines{"observed x"}));
+    device().x->failsToSetObserver = false;
+    access->attachObserver(device().x, one);
+    EXPECT_EQ(journal.take(), (Lines{"observed x"}));
+    device().x->notify(1);
+    settle();
+    EXPECT_EQ(journal.take(), (Lines{"one x 1"}));
+}
+
+TEST_F(PropertyAccess, AttachingThatRunsOutOfMemoryCanBeTriedAgain)
+{
+    auto const x = device().x;
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    int const nbFailures =
+        ZvTest::failEachAllocation([&] { access->attachObserver(x, one); }, [] {});
+    EXPECT_GT(nbFailures, 2);
+    journal.take();
+    x->notify(1);
+    settle();
+    EXPECT_EQ(journal.take(), (Lines{"one x 1"}));
+}
+
+TEST_F(PropertyAccess, DestructionDetachesTheOthersWhereOneFails)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    auto const x = device().x;
+    auto const focus = device().focus;
+    access->attachObserver(x, one);
+    access->attachObserver(focus, one);
+    x->failsToSetObserver = true;
+    focus->failsToSetObserver = true;
+    journal.take();
+    EXPECT_THROW(access = nullptr, std::runtime_error);
+    auto lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"cleared focus", "cleared x"}));
+    x->failsToSetObserver = false;
+    focus->failsToSetObserver = false;
+    x->setObserverAEO(nullptr); // the one that stayed keeps its property
+    focus->setObserverAEO(nullptr);
+}
+
+/// Attaches another observer when it ends.
+class RestlessObserver : public RecordingObserver
+{
+public:
+    RestlessObserver(Journal &journal, std::function<void()> atEnd)
+        : RecordingObserver("restless", journal), _atEnd(std::move(atEnd))
+    {}
+    ~RestlessObserver() noexcept(false) override { _atEnd(); }
+
+private:
+    std::function<void()> _atEnd;
+};
+
+TEST_F(PropertyAccess, ObserversEndWithoutTheLockOfTheAccess)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    auto const x = device().x;
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    RCShdPtr<DevMgrPropertyObserverEng> const engine(new DevMgrPropertyObserverEng(*mediator));
+    bool hasEnded = false;
+    engine->attach(x, RCShdPtr<DevMgrPropertyObserver>(new RestlessObserver(journal, [&] {
+                       engine->detach(x, one); // takes the lock
+                       hasEnded = true;
+                   })));
+    engine->detachAll();
+    EXPECT_TRUE(hasEnded);
 }
 
 TEST_F(PropertyAccess, ObserversComeAndGoWhileChangesArrive)

@@ -1,5 +1,6 @@
 #include "fakeDevices.h"
 
+#include "allocations.h"
 #include "resmgt/deviceProtocol/devMDStdStream.h"
 #include "resmgt/deviceProtocol/devMDStdStreamPrtcl.h"
 
@@ -302,6 +303,7 @@ TEST_F(StreamAccess, EndsThatDoNotFitTheVerbAreRefused)
     EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.out push b:b.fetch"), reason);
     EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.out pull b:b.fetch"), reason);
     EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.lend pull b:b.in"), reason);
+    EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.lend pull b:b.out"), reason);
     EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.in push b:b.in"), reason);
     EXPECT_EQ(refusal<DevMgrEx::BadMDPrtclImp>("a:a.out push b:b.out"), reason);
     EXPECT_EQ(journal.take(), Lines{});
@@ -333,6 +335,22 @@ TEST_F(StreamAccess, StreamStartedBeforeAFailureIsStoppedAtTheEnd)
     journal.take();
     access = nullptr;
     EXPECT_EQ(journal.take(), (Lines{"stop b.in"}));
+}
+
+TEST_F(StreamAccess, StreamThatWasStartedIsStoppedWhateverAllocationFails)
+{
+    auto &out = *deviceA().out;
+    auto &in = *deviceB().in;
+    LiString const config("a:a.out push b:b.in");
+    int const nbFailures = ZvTest::failEachAllocation([&] { access->connect(config); },
+                                                      [&] {
+                                                          access = nullptr;
+                                                          EXPECT_TRUE(out.isAvailable());
+                                                          EXPECT_TRUE(in.isAvailable());
+                                                          access = manager->createStreamAcc();
+                                                      });
+    EXPECT_GT(nbFailures, 5);
+    EXPECT_FALSE(out.isAvailable());
 }
 
 TEST_F(StreamAccess, IdsAreCanonical)

@@ -1,11 +1,14 @@
 #include "fakeDevices.h"
 
+#include "allocations.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkSema.h"
+#include "threadExtensions/asleep.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <stdexcept>
 #include <thread>
 
@@ -155,6 +158,39 @@ TEST(Manager, DeviceThatFailsToCloseDoesNotKeepTheOthersOpen)
     EXPECT_EQ(journal.take(), (Lines{"close b", "close a"}));
 }
 
+class CountedDevice : public DevMDAccessPrtcl
+{
+public:
+    CountedDevice(int &opened, int &closed) : _opened(opened), _closed(closed) {}
+
+    void performOpen() override { ++_opened; }
+    void performClose() override { ++_closed; }
+
+private:
+    int &_opened;
+    int &_closed;
+};
+
+TEST(Manager, DeviceThatWasOpenedIsClosedWhateverAllocationFails)
+{
+    int opened = 0;
+    int closed = 0;
+    Registered const a("a",
+                       [&] { return RCShdPtr<DevMDPrtcl>(new CountedDevice(opened, closed)); });
+    LiString const name("a");
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    int const nbFailures = ZvTest::failEachAllocation([&] { manager->getPrtcl(name); },
+                                                      [&] {
+                                                          manager = nullptr;
+                                                          EXPECT_EQ(closed, opened);
+                                                          manager = DevMgr::create();
+                                                      });
+    EXPECT_GT(nbFailures, 2);
+    manager = nullptr;
+    EXPECT_EQ(closed, opened);
+    EXPECT_GE(opened, 1);
+}
+
 TEST(Manager, NullDeviceFailsItsAssertion)
 {
     Registered const a("a", [] { return RCShdPtr<DevMDPrtcl>(); });
@@ -246,12 +282,17 @@ TEST(Mediator, TwentySixthRequestWaitsUntilOneHasBeenTaken)
 
     LkUnnamedSema first("first", 0, LkSemaTypes::Shared());
     bool executedBefore = false;
-    bool released = false;
+    std::atomic<bool> released{false};
+    std::atomic<long> number{0};
     std::thread producer([&] {
+        number = threadNumber();
         produce(*mediator->getFifo(), [] {});
         executedBefore = released; // it can have come through only after the thread went on
         first.post();
     });
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number);
     EXPECT_FALSE(first.tryWait());
     released = true;
     stopper.release();
@@ -268,7 +309,15 @@ TEST(Mediator, DestructionExecutesWhatWasQueuedBeforeIt)
     for (int i = 0; i < 24; ++i)
         produce(*mediator->getFifo(), [&journal] { journal.add("executed"); });
     produce(*mediator->getFifo(), [&journal] { journal.add("last"); });
-    std::thread destroyer([&] { mediator = RCShdPtr<DevMgrMediator>(); });
+    std::atomic<long> number{0};
+    std::thread destroyer([&] {
+        number = threadNumber();
+        mediator = RCShdPtr<DevMgrMediator>();
+    });
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number); // at the full queue
+    EXPECT_EQ(journal.take(), Lines{});
     stopper.release();
     destroyer.join();
     auto const lines = journal.take();

@@ -62,6 +62,7 @@ void DevMgrMediator::createPrtcl(LiString const &name)
     RCShdPtr<DevMDPrtcl> const prtcl = getPrtcl(name);
     ZV_ASSERT(!prtcl.isNull());
     if (auto const access = rcDynamicCast<DevMDAccessPrtcl>(prtcl); !access.isNull()) {
+        _opened.reserve(_opened.size() + 1); // a device that is open will be closed
         access->performOpen();
         _opened.push_back(access);
     }

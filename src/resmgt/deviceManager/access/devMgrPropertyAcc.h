@@ -30,7 +30,7 @@ public:
     /// `DevMgrEx::PropertySyntaxError` with all that was accepted and the fault; `NameNotFound` for an unknown device;
     /// `BadMDPrtclImp` for one without properties; `NameNotRegistered` for an unknown set or property.
     virtual RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) = 0;
-    /// Attaching an observer again changes nothing, nor does detaching one that is not attached. After `detachObserver`
+    /// Null pointers throw `RCEx::ExNullPtr`. Attaching an observer again changes nothing, nor does detaching one that is not attached. After `detachObserver`
     /// has returned, the observer is not called any more.
     virtual void attachObserver(RCShdPtr<DevMDPropertyAny> property,
                                 RCShdPtr<DevMgrPropertyObserver> observer) = 0;

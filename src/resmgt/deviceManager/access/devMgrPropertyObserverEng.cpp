@@ -1,5 +1,6 @@
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 
+#include "resmgt/deviceManager/completeAll.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devANOQueueEntry.h"
@@ -61,13 +62,23 @@ DevMgrPropertyObserverEng::DevMgrPropertyObserverEng(DevMgrMediator &mediator)
 void DevMgrPropertyObserverEng::attach(RCShdPtr<DevMDPropertyAny> property,
                                        RCShdPtr<DevMgrPropertyObserver> observer)
 {
+    if (observer.isNull())
+        RCExUtil::throwExNullPtr(); // here, and not on the manager's thread
     LkGuard<LkLock const> const guard(_lock);
-    auto const [entry, isFirst] =
-        _observerMap.try_emplace(property->getUuid(), Observed{property, {}});
-    entry->second.observers.insert(observer);
-    if (isFirst)
-        property->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new DevMgrPropertyAEO(
-            property, RCShdPtr<DevMgrPropertyObserverEng>(this), _mediator.getFifo())));
+    LiUuid const uuid = property->getUuid();
+    if (auto const entry = _observerMap.find(uuid); entry != _observerMap.end()) {
+        entry->second.observers.insert(observer);
+        return;
+    }
+    ObjPtr<DevMDPropertyAEO> aeo(new DevMgrPropertyAEO(
+        property, RCShdPtr<DevMgrPropertyObserverEng>(this), _mediator.getFifo()));
+    auto const entry = _observerMap.try_emplace(uuid, Observed{property, {observer}}).first;
+    try {
+        property->setObserverAEO(aeo);
+    } catch (...) { // the next one to come is the first again
+        _observerMap.erase(entry);
+        throw;
+    }
 }
 
 void DevMgrPropertyObserverEng::detach(RCShdPtr<DevMDPropertyAny> property,
@@ -86,10 +97,17 @@ void DevMgrPropertyObserverEng::detach(RCShdPtr<DevMDPropertyAny> property,
 
 void DevMgrPropertyObserverEng::detachAll()
 {
-    LkGuard<LkLock const> const guard(_lock);
-    for (auto &[uuid, observed] : _observerMap)
-        observed.property->setObserverAEO(nullptr);
-    _observerMap.clear();
+    HashMap<LiUuid, Observed> detached; // without the lock: properties and observers may end here
+    {
+        LkGuard<LkLock const> const guard(_lock);
+        detached.swap(_observerMap);
+    }
+    completeAll([&] { return !detached.empty(); },
+                [&] {
+                    RCShdPtr<DevMDPropertyAny> const property = detached.begin()->second.property;
+                    detached.erase(detached.begin());
+                    property->setObserverAEO(nullptr);
+                });
 }
 
 void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint)

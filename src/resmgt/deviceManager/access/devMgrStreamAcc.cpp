@@ -137,8 +137,13 @@ private:
 
     void startStream(RCShdPtr<DevMDStream> const &stream)
     {
-        stream->start();
-        _started.push_front(stream);
+        _started.push_front(stream); // before it runs: one that runs will be stopped
+        try {
+            stream->start();
+        } catch (...) {
+            _started.pop_front();
+            throw;
+        }
     }
 
     RCShdPtr<DevMgrMediator> _mediator;

@@ -33,7 +33,7 @@ public:
     virtual Vector<Vector<LiString>> parseConfig(LiString const &config) = 0;
     /// Creates and opens the devices and builds the tree; to be called once. `DevMgrEx::ConfigSyntaxError`;
     /// `DevPrtclEx::ExNameNotRegistered` for an unknown device; `DevMgrEx::BadMDPrtclImp` for one without the
-    /// sequence protocol; a device that stands twice, or a second call, fails an assertion. A further name behind
+    /// sequence protocol; a device that stands twice, or that an earlier call has named, fails an assertion. A further name behind
     /// the root's closed group passes `parseConfig` and is an `RCEx::ExNullPtr` here. After a failure the devices
     /// that were created stay open.
     virtual void configure(LiString const &config) = 0;
