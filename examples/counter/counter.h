@@ -4,61 +4,32 @@
 #include <resmgt/deviceManager.h>
 #include <resmgt/deviceProtocol.h>
 
-/// Its own thread calls the operations from `open` to `abort` and those of its properties, so that nothing here needs a
-/// lock. `getLatency` and `getMark` run on other threads and read nothing that changes.
-class Counter : public Zv::DevMDStdAccessPrtcl,
-                public Zv::DevMDStdSyncSeqPrtcl,
-                public Zv::DevMDStdPropertyPrtcl
+/// What it overrides and the functions of its property run on its own thread, so that nothing here needs a lock.
+class Counter : public Zv::DevMDStdDevice
 {
 public:
-    Counter(Zv::LiString const &name, Zv::RCShdPtr<Zv::DevMDStdFifo> fifo)
-        : DevMDStdAccessPrtcl(name, fifo, Zv::makeObj<Zv::DevMDStdLoopThreadProtocol>(fifo),
-                              Zv::makeAccessANOFactory(*this)),
-          DevMDStdSyncSeqPrtcl(name, fifo, Zv::makeSyncSeqANOFactory(*this)),
-          DevMDStdPropertyPrtcl(name)
+    explicit Counter(Zv::LiString const &name) : DevMDStdDevice(name)
     {
-        using namespace Zv;
-        ObjPtr<DevMDStdPropertySetBuilder> builder = getPropertySetBuilder();
-        builder->addProperty(makeShd<DevMDStdProperty<int>>(
-            "count", "Counts by one at each reading; can be set",
-            DevMDPropertyAny::READABLE | DevMDPropertyAny::WRITABLE,
-            makePropertyANOFactory<int>(
-                [this](int count) { _count = count; },
-                [this](int &count) { count = _isRunning ? ++_count : _count; }),
-            fifo));
+        Zv::ObjPtr<Zv::DevMDStdPropertySetBuilder> builder = getPropertySetBuilder();
+        builder->addProperty(Zv::makeProperty<int>(
+            "count", "Counts by one at each reading; can be set", getFifo(),
+            [this](int &count) { count = _isRunning ? ++_count : _count; },
+            [this](int count) { _count = count; }));
     }
 
-    void open() {}
-    void close() {}
-    void start(Zv::ObjPtr<Zv::DevANO> recover, Zv::ObjPtr<Zv::DevANO> abort)
-    {
-        _recover = recover; // to be executed by a device that has lost its lock
-        _abort = abort;     // to be executed by a device that cannot go on
-    }
-    void sync(Zv::DtTime const &) { _isRunning = true; }
-    void sync(Zv::DtTimeMark const &) { _isRunning = true; }
-    void recover() {}
-    void stop() { _isRunning = false; }
-    void abort() { _isRunning = false; }
-
-    Zv::DtTime getLatency() override { return Zv::DtTime(); }
-    Zv::DtTimeMark getMark() override { return Zv::DtTimeMark(); }
+protected:
+    void sync() override { _isRunning = true; }
+    void stop() override { _isRunning = false; }
+    void abort() override { _isRunning = false; }
 
 private:
     bool _isRunning = false;
     int _count = 0;
-    Zv::ObjPtr<Zv::DevANO> _recover;
-    Zv::ObjPtr<Zv::DevANO> _abort;
 };
 
-/// How the manager comes by one.
-class CounterEntry : public Zv::DevRegistryEntry
+/// How a manager comes by one.
+inline Zv::ObjPtrRet<Zv::DevRegistryEntry> makeCounterEntry(Zv::LiString const &name)
 {
-public:
-    explicit CounterEntry(Zv::LiString const &name) : DevRegistryEntry(name, "counts") {}
-
-    Zv::RCShdPtr<Zv::DevMDPrtcl> createPrtcl() override
-    {
-        return Zv::makeShd<Counter>(getName(), Zv::makeShd<Zv::DevMDStdFifo>());
-    }
-};
+    return Zv::makeRegistryEntry(
+        name, "counts", [](Zv::LiString const &device) { return Zv::makeShd<Counter>(device); });
+}

@@ -12,8 +12,8 @@ int main()
     using namespace Zv;
     InPackageScope packages; // first in every application
     try {
-        DevRegistry::getInstance().add(makeObj<CounterEntry>("master"));
-        DevRegistry::getInstance().add(makeObj<CounterEntry>("slave"));
+        DevRegistry::getInstance().add(makeCounterEntry("master"));
+        DevRegistry::getInstance().add(makeCounterEntry("slave"));
 
         ObjPtr<DevMgr> manager = DevMgr::create();
         ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();

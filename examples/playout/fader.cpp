@@ -16,15 +16,13 @@ Fader::Fader(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDev
             ZV_THROW(PlayoutEx::NotConnected, "fader", "in");
         return getIn().getFormat();
     });
-    _shownPeak = makeShd<Reading>("peak", "The largest sample so far, after the gain", getFifo());
+    _shownPeak = makeShd<DevMDStdReading<double>>(
+        "peak", "The largest sample so far, after the gain", getFifo());
     ObjPtr<DevMDStdPropertySetBuilder> const builder(getPropertySetBuilder());
     builder->pushSet("levels", "How loud it is");
-    builder->addProperty(makeShd<DevMDStdProperty<double>>(
-        "gain", "The factor on every sample",
-        DevMDPropertyAny::READABLE | DevMDPropertyAny::WRITABLE,
-        makePropertyANOFactory<double>([this](double gain) { _gain = gain; },
-                                       [this](double &gain) { gain = _gain; }),
-        getFifo()));
+    builder->addProperty(makeProperty<double>(
+        "gain", "The factor on every sample", getFifo(), [this](double &gain) { gain = _gain; },
+        [this](double gain) { _gain = gain; }));
     builder->addProperty(_shownPeak);
 }
 

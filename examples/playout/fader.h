@@ -2,7 +2,6 @@
 #pragma once
 
 #include "playoutDevice.h"
-#include "reading.h"
 
 /// Passes on what comes in at `in`, multiplied, to what is connected to `out`. Properties: `levels:gain`, a factor, and
 /// `levels:peak`, the largest sample so far, after the gain, in full scale 1.0.
@@ -20,5 +19,5 @@ protected:
 private:
     double _gain = 1;
     double _peak = 0;
-    Zv::RCShdPtr<Reading> _shownPeak;
+    Zv::RCShdPtr<Zv::DevMDStdReading<double>> _shownPeak;
 };

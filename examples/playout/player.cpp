@@ -5,10 +5,10 @@ using namespace Zv;
 Player::Player(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDevice(name, job)
 {
     addOut("The recording", [this] { return _reader->getFormat(); });
-    _position = makeShd<Reading>("position", "How far the recording has been played, in seconds",
-                                 getFifo());
-    _length = makeShd<Reading>("length", "How long the recording is, in seconds; 0 for unknown",
-                               getFifo());
+    _position = makeShd<DevMDStdReading<double>>(
+        "position", "How far the recording has been played, in seconds", getFifo());
+    _length = makeShd<DevMDStdReading<double>>(
+        "length", "How long the recording is, in seconds; 0 for unknown", getFifo());
     ObjPtr<DevMDStdPropertySetBuilder> const builder(getPropertySetBuilder());
     builder->pushSet("transport", "Where the player is");
     builder->addProperty(_position);
@@ -31,7 +31,7 @@ void Player::performLock()
     _isPlaying = true;
 }
 
-bool Player::performWork()
+bool Player::performPiece()
 {
     if (!_isPlaying)
         return false;

@@ -3,7 +3,6 @@
 
 #include "audioReader.h"
 #include "playoutDevice.h"
-#include "reading.h"
 
 #include <memory>
 
@@ -22,13 +21,13 @@ protected:
     ~Player() override;
 
     void performLock() override;
-    bool performWork() override;
+    bool performPiece() override;
     void performEnd() override;
 
 private:
     std::unique_ptr<AudioReader> _reader;
-    Zv::RCShdPtr<Reading> _position;
-    Zv::RCShdPtr<Reading> _length;
+    Zv::RCShdPtr<Zv::DevMDStdReading<double>> _position;
+    Zv::RCShdPtr<Zv::DevMDStdReading<double>> _length;
     bool _isPlaying = false;
     std::int64_t _framesSent = 0;
 };

@@ -2,8 +2,6 @@
 
 #include "playoutEx.h"
 
-#include <atomic>
-
 using namespace Zv;
 
 namespace {
@@ -12,90 +10,14 @@ TraceLevel const &traceLevel = *Trace::registerLevel("playout", __FILE__);
 
 } // namespace
 
-/// Files are opened by the devices' own `performOpen`, so that a missing one is a failure of `configure`.
-class PlayoutDevice::AccessANOFactory final : public DevMDStdAccessANOFactory
+/// Tells the clock of each request that leaves the FIFO.
+class PlayoutDevice::Body final : public DevMDStdLoopThreadProtocol
 {
 public:
-    ObjPtrRet<DevMDStdANO> createOpenANO() override
-    {
-        return makeANO([] {});
-    }
-    ObjPtrRet<DevMDStdANO> createCloseANO() override
-    {
-        return makeANO([] {});
-    }
-};
-
-/// `makeSyncSeqANOFactory` would do, but for START: a device that cannot start does not report that it is ready. It
-/// takes the report out of the request.
-class PlayoutDevice::SyncSeqANOFactory final : public DevMDStdSyncSeqANOFactory
-{
-public:
-    explicit SyncSeqANOFactory(PlayoutDevice &device) : _device(device) {}
-
-    ObjPtrRet<DevMDStdANO> createStartANO(ObjPtr<DevANO>, ObjPtr<DevANO> abort) override
-    {
-        return makeObj<StartANO>(_device, abort);
-    }
-    ObjPtrRet<DevMDStdANO> createSyncANO(DtTimeMark const &) override
-    {
-        return makeANO([&device = _device] { device.sync(); });
-    }
-    ObjPtrRet<DevMDStdANO> createSyncANO(DtTime const &) override
-    {
-        return makeANO([&device = _device] { device.sync(); });
-    }
-    ObjPtrRet<DevMDStdANO> createRecoverANO() override
-    {
-        return makeANO([] {});
-    }
-    ObjPtrRet<DevMDStdANO> createStopANO() override
-    {
-        return makeANO([&device = _device] { device.end(); });
-    }
-    ObjPtrRet<DevMDStdANO> createAbortANO() override
-    {
-        return makeANO([&device = _device] { device.end(); });
-    }
-
-private:
-    class StartANO final : public DevMDStdANO
-    {
-    public:
-        StartANO(PlayoutDevice &device, ObjPtr<DevANO> abort) : _device(device), _abort(abort) {}
-
-        void performExecute() override
-        {
-            if (!_device.start(_abort))
-                ObjPtr<DevACO> const dropped(releaseACO());
-        }
-
-    private:
-        PlayoutDevice &_device;
-        ObjPtr<DevANO> _abort;
-    };
-
-    PlayoutDevice &_device;
-};
-
-/// Works as long as there is work, and serves the FIFO in between; sleeps in the FIFO otherwise.
-class PlayoutDevice::Thread final : public DevMDStdThreadProtocol
-{
-public:
-    Thread(PlayoutDevice &device, RCShdPtr<DevMDStdFifo> const &fifo,
-           RCShdPtr<FifoClock> const &clock)
-        : DevMDStdThreadProtocol(fifo), _device(device), _fifo(fifo), _clock(clock)
+    Body(PlayoutDevice &device, RCShdPtr<DevMDStdFifo> const &fifo,
+         RCShdPtr<FifoClock> const &clock)
+        : DevMDStdLoopThreadProtocol(fifo), _device(device), _fifo(fifo), _clock(clock)
     {}
-
-    void performExecute(MtThread *) override
-    {
-        while (!_stopRequested)
-            if (_device.work())
-                tryConsume();
-            else
-                consume();
-    }
-    void performStop(MtThread *) override { _stopRequested = true; }
 
     void consume() override { execute(_fifo->consume()); }
     bool tryConsume() override
@@ -103,6 +25,9 @@ public:
         DevANOQueueEntry entry;
         return _fifo->tryConsume(entry) && (execute(entry), true);
     }
+
+protected:
+    double performWork() override { return _device.work() ? 0 : NO_WORK; }
 
 private:
     void execute(DevANOQueueEntry entry)
@@ -116,7 +41,6 @@ private:
     PlayoutDevice &_device;
     RCShdPtr<DevMDStdFifo> _fifo;
     RCShdPtr<FifoClock> _clock;
-    std::atomic<bool> _stopRequested = false;
 };
 
 PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &job)
@@ -130,15 +54,10 @@ PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &j
 
 PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &job,
                              RCShdPtr<FifoClock> const &clock, RCShdPtr<DevMDStdFifo> const &fifo)
-    : DevMDStdAccessPrtcl(name, fifo, makeObj<Thread>(*this, fifo, clock),
-                          makeObj<AccessANOFactory>()),
-      DevMDStdSyncSeqPrtcl(name, fifo, makeObj<SyncSeqANOFactory>(*this)),
-      DevMDStdStreamPrtcl(name),
-      DevMDStdPropertyPrtcl(name),
+    : DevMDStdDevice(name, fifo, makeObj<Body>(*this, fifo, clock)),
       _name(name),
       _job(job),
-      _clock(clock),
-      _fifo(fifo)
+      _clock(clock)
 {}
 
 PlayoutDevice::~PlayoutDevice() = default;
@@ -153,20 +72,20 @@ PlayoutDevice::Statistics PlayoutDevice::getStatistics() const
 void PlayoutDevice::giveUp()
 {
     DevANOQueueEntry entry(makeANO([this] { failWithNeighbour(); }));
-    _fifo->produce(entry);
+    getFifo()->produce(entry);
 }
 
 void PlayoutDevice::addIn(char const *description)
 {
     _in =
-        makeShd<AudioIn>("in", description, _fifo,
+        makeShd<AudioIn>("in", description, getFifo(),
                          makePushANOFactory([this](ObjPtr<DevMDStreamElem> elem) { take(*elem); }));
     addStream(_in);
 }
 
 void PlayoutDevice::addOut(char const *description, std::function<AudioFormat()> getFormat)
 {
-    _out = makeShd<AudioOut>("out", description, _fifo, std::move(getFormat),
+    _out = makeShd<AudioOut>("out", description, getFifo(), std::move(getFormat),
                              [this] { failWithNeighbour(); });
     addStream(_out);
 }
@@ -184,19 +103,22 @@ void PlayoutDevice::sendEnd()
         ZV_THROW(PlayoutEx::NeighbourFailed, _name.getChars());
 }
 
-bool PlayoutDevice::start(ObjPtr<DevANO> abort)
+void PlayoutDevice::start()
 {
     ZV_TRACE(traceLevel, _name << " starts");
     if (_hasFailed) { // with a neighbour that was faster
-        abort->performExecute();
-        return false;
+        reportAbort();
+    } else {
+        _state = State::running;
+        bool const hasBegun = attempt([this] {
+            requireStreams();
+            performBegin();
+        });
+        if (hasBegun)
+            return;
     }
-    _abort = abort;
-    _state = State::running;
-    return attempt([this] {
-        requireStreams();
-        performBegin();
-    });
+    // A device that cannot start does not report that it is ready.
+    ObjPtr<DevACO> const dropped(takeCompletion());
 }
 
 void PlayoutDevice::sync()
@@ -237,7 +159,7 @@ void PlayoutDevice::take(DevMDStreamElem const &elem)
 bool PlayoutDevice::work()
 {
     bool isMore = false;
-    return _state == State::running && !_hasFailed && attempt([&] { isMore = performWork(); }) &&
+    return _state == State::running && !_hasFailed && attempt([&] { isMore = performPiece(); }) &&
            isMore;
 }
 
@@ -278,10 +200,7 @@ void PlayoutDevice::fail(char const *reason)
     _hasFailed = true;
     _job->fail(reason);
     performEnd();
-    // Executed on this thread, the notification only queues ABORT for the manager's: the lock of the sequence is not
-    // taken here, whose holder may be waiting to get a request into this device's FIFO.
-    if (_abort)
-        _abort->performExecute();
+    reportAbort();
     if (!_in.isNull())
         _in->breakUp();
     if (!_out.isNull() && _out->isConnected())

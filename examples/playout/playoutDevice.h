@@ -8,17 +8,13 @@
 #include <resmgt/deviceManager.h>
 #include <resmgt/deviceProtocol.h>
 
-/// A device with one thread and one FIFO, whose four faces are the library's standard ones. A derived class adds its
-/// streams and properties in its constructor and says what it does at each step; all of that runs on the device's
-/// thread, so that it needs no lock.
+/// A derived class adds its streams and properties in its constructor and says what it does with the recording; all of
+/// that runs on the device's thread, so that it needs no lock.
 ///
 /// A device that fails aborts its own node of the sequence and no other. It tells the client why, fires its abort
 /// notification, and passes the failure along its streams in both directions, so that each neighbour aborts itself
 /// in the same way. Then it goes on serving its FIFO: others may be waiting to get something in.
-class PlayoutDevice : public Zv::DevMDStdAccessPrtcl,
-                      public Zv::DevMDStdSyncSeqPrtcl,
-                      public Zv::DevMDStdStreamPrtcl,
-                      public Zv::DevMDStdPropertyPrtcl
+class PlayoutDevice : public Zv::DevMDStdDevice
 {
 public:
     struct Statistics
@@ -34,9 +30,6 @@ public:
     /// Makes the device abort itself, for a client that has seen a failure which no stream brings here. Any thread.
     void giveUp();
 
-    Zv::DtTime getLatency() override { return Zv::DtTime(); }
-    Zv::DtTimeMark getMark() override { return Zv::DtTimeMark(); }
-
 protected:
     PlayoutDevice(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
     ~PlayoutDevice() override;
@@ -50,7 +43,7 @@ protected:
     /// All blocks have come.
     virtual void performTakeEnd() {}
     /// Called again and again while the device runs, between requests, for as long as it returns true.
-    virtual bool performWork() { return false; }
+    virtual bool performPiece() { return false; }
     /// STOP, or a failure: let go of everything. Throws nothing.
     virtual void performEnd() {}
 
@@ -59,16 +52,13 @@ protected:
     void addOut(char const *description, std::function<AudioFormat()> getFormat);
     AudioIn &getIn() const { return *_in; }
     PlayoutJob &getJob() const { return *_job; }
-    Zv::RCShdPtr<Zv::DevMDStdFifo> const &getFifo() const { return _fifo; }
     /// Pushes a block downstream and counts it.
     void send(Zv::RCShdPtr<AudioBlock> const &block);
     void sendEnd();
     void count() { ++_statistics.blocks; }
 
 private:
-    class AccessANOFactory;
-    class SyncSeqANOFactory;
-    class Thread;
+    class Body;
     enum class State
     {
         idle,
@@ -81,8 +71,10 @@ private:
     PlayoutDevice(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job,
                   Zv::RCShdPtr<FifoClock> const &clock, Zv::RCShdPtr<Zv::DevMDStdFifo> const &fifo);
 
-    bool start(Zv::ObjPtr<Zv::DevANO> abort);
-    void sync();
+    void start() final;
+    void sync() final;
+    void stop() final { end(); }
+    void abort() final { end(); }
     void end();
     void take(Zv::DevMDStreamElem const &elem);
     bool work();
@@ -96,11 +88,9 @@ private:
     Zv::LiString _name;
     Zv::RCShdPtr<PlayoutJob> _job;
     Zv::RCShdPtr<FifoClock> _clock;
-    Zv::RCShdPtr<Zv::DevMDStdFifo> _fifo;
     Zv::RCShdPtr<AudioIn> _in;   // null for a device that has none
     Zv::RCShdPtr<AudioOut> _out; // null for a device that has none
     State _state = State::idle;
     bool _hasFailed = false;
-    Zv::ObjPtr<Zv::DevANO> _abort; // from START on, until it is fired
     Statistics _statistics;
 };

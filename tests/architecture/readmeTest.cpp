@@ -21,7 +21,7 @@ TEST(Readme, ShowsTheExampleDeviceAsItStands)
     std::string const device = read("examples/counter/counter.h");
     std::string const client = read("examples/counter/main.cpp");
     std::string const readme = read("README.md");
-    EXPECT_NE(readme.find(device.substr(device.find("/// Its own thread"))), std::string::npos);
+    EXPECT_NE(readme.find(device.substr(device.find("/// What it overrides"))), std::string::npos);
     EXPECT_NE(readme.find(client.substr(client.find("int main()"))), std::string::npos);
 }
 

@@ -71,6 +71,24 @@ TEST(Registry, SecondEntryUnderANameIsDestroyedAndTheFirstStays)
     registry.remove("name");
 }
 
+TEST(Registry, EntryMadeFromAFunctionCallsItWithItsName)
+{
+    auto &registry = DevRegistry::getInstance();
+    std::vector<std::string> made;
+    Journal journal;
+    registry.add(makeRegistryEntry("camera", "takes pictures", [&](LiString const &name) {
+        made.push_back(name.getChars());
+        return RCShdPtr<RecordingAccess>(new RecordingAccess("a", journal));
+    }));
+    EXPECT_EQ(registry.getDescription("camera"), "takes pictures");
+    EXPECT_TRUE(made.empty());
+    RCShdPtr<DevMDPrtcl> const one = registry.createPrtcl("camera");
+    RCShdPtr<DevMDPrtcl> const other = registry.createPrtcl("camera");
+    EXPECT_FALSE(one == other);
+    EXPECT_EQ(made, (std::vector<std::string>{"camera", "camera"}));
+    registry.remove("camera");
+}
+
 TEST(Registry, UnknownNamesAreRefused)
 {
     auto &registry = DevRegistry::getInstance();

@@ -34,7 +34,7 @@ TEST(IdleProcess, AnOpenTreeInLockTakesNoProcessorTime)
 {
     auto &registry = DevRegistry::getInstance();
     for (char const *name : {"root", "middle", "leaf"})
-        registry.add(makeObj<CounterEntry>(name));
+        registry.add(makeCounterEntry(name));
     {
         ObjPtr<DevMgr> manager = DevMgr::create();
         ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();

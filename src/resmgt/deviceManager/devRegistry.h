@@ -7,6 +7,10 @@
 #include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
 
+#include <concepts>
+#include <functional>
+#include <utility>
+
 namespace Zv {
 
 /// One kind of device: a name, a description, and the making of the device's protocol object. The device writer
@@ -28,6 +32,30 @@ private:
     LiString _name;
     LiString _description;
 };
+
+/// An entry that makes its devices by calling `maker` with its name:
+///
+///     DevRegistry::getInstance().add(makeRegistryEntry("camera", "Takes pictures", [](LiString const &name) {
+///         return makeShd<Camera>(name);
+///     }));
+template <std::invocable<LiString const &> Maker>
+ObjPtrRet<DevRegistryEntry> makeRegistryEntry(LiString const &name, LiString const &description,
+                                              Maker maker)
+{
+    class Entry final : public DevRegistryEntry
+    {
+    public:
+        Entry(LiString const &name, LiString const &description, Maker &&maker)
+            : DevRegistryEntry(name, description), _maker(std::move(maker))
+        {}
+
+        RCShdPtr<DevMDPrtcl> createPrtcl() override { return std::invoke(_maker, getName()); }
+
+    private:
+        Maker _maker;
+    };
+    return makeObj<Entry>(name, description, std::move(maker));
+}
 
 /// The process-wide catalogue of device kinds, by unique names. All managers share it.
 ///
