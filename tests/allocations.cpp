@@ -1,14 +1,18 @@
 #include "allocations.h"
 
+#include <atomic>
 #include <cstdlib>
 
 namespace {
 
 thread_local std::size_t nbAllocations = 0;
 thread_local long nbStillGood = -1; // negative: all
+std::atomic<bool> isPoor = false;
 
 void *allocate(std::size_t size)
 {
+    if (nbAllocations == 0 && isPoor)
+        throw std::bad_alloc();
     ++nbAllocations;
     if (nbStillGood >= 0 && nbStillGood-- == 0)
         throw std::bad_alloc();
@@ -56,6 +60,16 @@ AllocationCount::AllocationCount() : _start(nbAllocations) {}
 std::size_t AllocationCount::get() const
 {
     return nbAllocations - _start;
+}
+
+NewThreadsHaveNoMemory::NewThreadsHaveNoMemory()
+{
+    isPoor = true;
+}
+
+NewThreadsHaveNoMemory::~NewThreadsHaveNoMemory()
+{
+    isPoor = false;
 }
 
 FailingAllocation::FailingAllocation(long nbGood)

@@ -28,6 +28,16 @@ public:
     FailingAllocation &operator=(FailingAllocation const &) = delete;
 };
 
+/// While it lives, threads that have not allocated before it cannot.
+class NewThreadsHaveNoMemory
+{
+public:
+    NewThreadsHaveNoMemory();
+    ~NewThreadsHaveNoMemory();
+    NewThreadsHaveNoMemory(NewThreadsHaveNoMemory const &) = delete;
+    NewThreadsHaveNoMemory &operator=(NewThreadsHaveNoMemory const &) = delete;
+};
+
 /// Calls `function` with the first allocation failing, then the second and so on, until none fails. Returns the number
 /// of failures. `afterwards` is called after each failure.
 template <class Function, class Afterwards>

@@ -59,6 +59,7 @@ inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 inline constexpr DWORD MAX_PATH = 260;
 inline constexpr DWORD TLS_MINIMUM_AVAILABLE = 64;
 inline constexpr DWORD TLS_OUT_OF_INDEXES = 0xFFFFFFFF;
+inline constexpr DWORD FLS_OUT_OF_INDEXES = 0xFFFFFFFF;
 
 // ---- last error -----------------------------------------------------------------------------------------
 
@@ -207,6 +208,12 @@ DWORD TlsAlloc();
 BOOL TlsFree(DWORD index);
 void *TlsGetValue(DWORD index);
 BOOL TlsSetValue(DWORD index, void *value);
+
+using PFLS_CALLBACK_FUNCTION = void (*)(void *);
+/// A slot whose value, where it is not null, goes to `callback` when its thread ends, whoever made that; not when it is
+/// killed. In the thread itself, which is still served.
+DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback);
+BOOL FlsSetValue(DWORD index, void *value);
 
 // ---- memory ---------------------------------------------------------------------------------------------
 

@@ -48,6 +48,7 @@ Immortal<InInit<ZvInit::memoryBuffers>> memoryBuffers;
 namespace ThreadsStatics {
 Immortal<MtSpecificData<MtLogger::QueueAdapter>> logQueue("Log_Queue");
 Immortal<MtSpecificData<MtTrace>> traces("MtTraceMgr");
+Immortal<MtThreadEndWindows> threadEnd(MtLogger::forgetThread);
 EnvIntVar noRealTime("ZV_THREAD_NO_REALTIME", 0);
 EnvIntVar runOn("ZV_RUNON", 1);
 TraceLevel * const threadLevel = Trace::registerLevel("MtThread", __FILE__);

@@ -12,8 +12,14 @@ namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
-// The memory is filled, so that its pages are there when the writer comes to them.
-LgRing::LgRing(std::size_t capacity) : _memory(new char[capacity]()), _capacity(capacity) {}
+// In real-time operation the memory is filled, so that its pages are there when the writer comes to them. Elsewhere
+// they come as they are used: many threads never write a line.
+LgRing::LgRing(std::size_t capacity)
+    : _memory(std::make_unique_for_overwrite<char[]>(capacity)), _capacity(capacity)
+{
+    if (::GetPriorityClass(::GetCurrentProcess()) == REALTIME_PRIORITY_CLASS)
+        std::memset(_memory.get(), 0, capacity);
+}
 
 std::uint64_t LgRing::getNow()
 {

@@ -8,6 +8,11 @@
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <thread>
 #endif
 
 using namespace ZvTest;
@@ -94,6 +99,70 @@ TEST(PlatformPriority, ClassesAreReadBackAndOthersRefused)
 
 #ifndef _WIN32
 
+// The linker leads the layer's calls of these two here. A process that may not raise its limits cannot have one that
+// lets it raise its threads half way, so such a kernel is played.
+
+extern "C" int __real_getrlimit(__rlimit_resource_t, rlimit *);
+extern "C" int __real_setpriority(__priority_which_t, id_t, int);
+
+namespace {
+
+/// Keeps to the kernel's rule: a nice value may rise, and may fall as far as the limit.
+class PlayedKernel
+{
+public:
+    explicit PlayedKernel(int lowestNice) : _lowest(lowestNice) { present = this; }
+    ~PlayedKernel() { present = nullptr; }
+    PlayedKernel(PlayedKernel const &) = delete;
+    PlayedKernel &operator=(PlayedKernel const &) = delete;
+
+    rlim_t getLimit() const { return static_cast<rlim_t>(20 - _lowest); }
+    int setNice(id_t thread, int nice)
+    {
+        std::lock_guard const guard(_mutex);
+        if (nice < _values[thread] && nice < _lowest) {
+            errno = EACCES;
+            return -1;
+        }
+        _values[thread] = nice;
+        return 0;
+    }
+    int getNice(id_t thread)
+    {
+        std::lock_guard const guard(_mutex);
+        return _values[thread];
+    }
+
+    static std::atomic<PlayedKernel *> present;
+
+private:
+    int const _lowest;
+    std::mutex _mutex;
+    std::map<id_t, int> _values;
+};
+
+std::atomic<PlayedKernel *> PlayedKernel::present{nullptr};
+std::atomic<int> nbNiceCalls{0};
+
+} // namespace
+
+extern "C" int __wrap_getrlimit(__rlimit_resource_t resource, rlimit *limit)
+{
+    PlayedKernel * const kernel = PlayedKernel::present;
+    if (!kernel || resource != RLIMIT_NICE)
+        return __real_getrlimit(resource, limit);
+    ++nbNiceCalls;
+    *limit = {kernel->getLimit(), kernel->getLimit()};
+    return 0;
+}
+
+extern "C" int __wrap_setpriority(__priority_which_t which, id_t who, int nice)
+{
+    ++nbNiceCalls;
+    PlayedKernel * const kernel = PlayedKernel::present;
+    return kernel ? kernel->setNice(who, nice) : __real_setpriority(which, who, nice);
+}
+
 namespace {
 
 struct Scheduling
@@ -169,25 +238,16 @@ bool isPrivileged()
     return may;
 }
 
-bool isCapable(unsigned capability)
-{
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct data[2]{};
-    return ::syscall(SYS_capget, &header, data) == 0 &&
-           data[capability / 32].effective >> capability % 32 & 1;
-}
-
 constexpr int NICE[][7] = {
     {14, 12, 10, 8, 6, 4, -14}, {14, 4, 2, 0, -2, -4, -14}, {14, -6, -8, -10, -12, -14, -14}};
 constexpr DWORD CLASSES[] = {IDLE_PRIORITY_CLASS, NORMAL_PRIORITY_CLASS, HIGH_PRIORITY_CLASS};
 constexpr int REAL_TIME[] = {16, 22, 23, 24, 25, 26, 31};
 
-/// Gives up every privilege but nice values down to 20 - `niceLimit`. False when that limit cannot be set.
-bool dropPrivileges(rlim_t niceLimit)
+bool dropPrivileges()
 {
-    rlimit const none{0, 0}, nice{niceLimit, niceLimit};
+    rlimit const none{0, 0};
     bool const limited =
-        ::setrlimit(RLIMIT_RTPRIO, &none) == 0 && ::setrlimit(RLIMIT_NICE, &nice) == 0;
+        ::setrlimit(RLIMIT_RTPRIO, &none) == 0 && ::setrlimit(RLIMIT_NICE, &none) == 0;
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct data[2]{};
     return ::syscall(SYS_capset, &header, data) == 0 && limited;
@@ -294,7 +354,7 @@ TEST(PlatformPriority, ThreadsThatOthersMadeOnlyRememberTheirLevel)
 
 TEST(PlatformPriority, DISABLED_RealTimeIsRefusedAndNothingHasChanged)
 {
-    ASSERT_TRUE(dropPrivileges(0));
+    ASSERT_TRUE(dropPrivileges());
     Informant t;
     Scheduling const before = t.ask();
     EXPECT_FAILS(ERROR_PRIVILEGE_NOT_HELD,
@@ -310,7 +370,7 @@ TEST(PlatformPriority, WithoutPrivilegeRealTimeIsRefusedAndNothingHasChanged)
 
 TEST(PlatformPriority, DISABLED_EveryLevelIsAcceptedAndNoneChangesAThread)
 {
-    ASSERT_TRUE(dropPrivileges(0));
+    ASSERT_TRUE(dropPrivileges());
     Informant t;
     for (DWORD priorityClass : CLASSES) {
         EXPECT_SUCCEEDS(SetPriorityClass(GetCurrentProcess(), priorityClass));
@@ -328,29 +388,100 @@ TEST(PlatformPriority, WithoutPrivilegeEveryLevelIsAcceptedAndNoneChangesAThread
     passesElsewhere("PlatformPriority.DISABLED_EveryLevelIsAcceptedAndNoneChangesAThread");
 }
 
-TEST(PlatformPriority, DISABLED_TheNearestLevelIsKept)
+namespace {
+
+/// A thread that stays, on a kernel that is played.
+struct Subject
 {
-    // Nice values from -5 on are allowed.
-    ASSERT_TRUE(dropPrivileges(25));
-    Informant t;
-    EXPECT_TRUE(SetThreadPriority(t.handle(), THREAD_PRIORITY_ABOVE_NORMAL));
-    EXPECT_EQ(t.ask().nice, -2);
-    EXPECT_TRUE(SetThreadPriority(t.handle(), THREAD_PRIORITY_TIME_CRITICAL));
-    EXPECT_EQ(t.ask().nice, -5);
-    EXPECT_EQ(GetThreadPriority(t.handle()), THREAD_PRIORITY_TIME_CRITICAL);
-    EXPECT_TRUE(SetThreadPriority(t.handle(), THREAD_PRIORITY_IDLE));
-    EXPECT_EQ(t.ask().nice, 14);
-    EXPECT_TRUE(SetThreadPriority(t.handle(), THREAD_PRIORITY_NORMAL));
-    EXPECT_EQ(t.ask().nice, 0);
-}
+    explicit Subject(int lowestNice) : kernel(lowestNice)
+    {
+        WaitForSingleObject(begun, INFINITE);
+        nbNiceCalls = 0;
+    }
+    ~Subject() { SetEvent(go); }
+
+    int niceAt(int level)
+    {
+        EXPECT_SUCCEEDS(SetThreadPriority(runner.handle(), level));
+        EXPECT_EQ(GetThreadPriority(runner.handle()), level);
+        return kernel.getNice(id);
+    }
+
+    PlayedKernel kernel;
+    id_t id = 0;
+    Owned go = manualEvent(), begun = manualEvent();
+    Runner runner{[this] {
+        id = static_cast<id_t>(::syscall(SYS_gettid));
+        SetEvent(begun);
+        return WaitForSingleObject(go, LONG_TIME);
+    }};
+};
+
+} // namespace
 
 TEST(PlatformPriority, WithALimitTheNearestLevelIsKept)
 {
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NICE, &limit);
-    if (limit.rlim_max < 25 && !isCapable(CAP_SYS_RESOURCE))
-        GTEST_SKIP() << "needs the right to raise the limit of nice values";
-    passesElsewhere("PlatformPriority.DISABLED_TheNearestLevelIsKept");
+    Subject t(-5);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_ABOVE_NORMAL), -2);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_TIME_CRITICAL), -5);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_IDLE), 14);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_NORMAL), 0);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_TIME_CRITICAL), -5);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_HIGHEST), -4);
+}
+
+TEST(PlatformPriority, WithALimitThatJustLetsItComeBackAThreadIsLowered)
+{
+    Subject t(0);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_IDLE), 14);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_LOWEST), 4);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_NORMAL), 0);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_HIGHEST), 0);
+}
+
+TEST(PlatformPriority, AThreadThatCouldNotComeBackIsNotLowered)
+{
+    Subject t(1);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_IDLE), 0);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_TIME_CRITICAL), 0);
+}
+
+TEST(PlatformPriority, ALevelThatDoesNotChangeMakesNoSystemCall)
+{
+    Subject t(-20);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_NORMAL), 0);
+    EXPECT_EQ(nbNiceCalls, 0);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_IDLE), 14);
+    EXPECT_EQ(nbNiceCalls, 2); // one to see whether it can come back
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_IDLE), 14);
+    EXPECT_EQ(nbNiceCalls, 2);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_NORMAL), 0);
+    EXPECT_EQ(nbNiceCalls, 3);
+    Runner child([] { return 0; });
+    child.join();
+    EXPECT_EQ(nbNiceCalls, 3);
+}
+
+TEST(PlatformPriority, ThreadsOfOthersThatComeAndGoMeanwhileDoNotChange)
+{
+    Scheduling const mine = ownScheduling();
+    std::atomic<bool> isOver{false};
+    std::thread strangers([&] {
+        while (!isOver)
+            std::thread([&mine] {
+                EXPECT_NE(GetCurrentThreadId(), 0u);
+                EXPECT_EQ(ownScheduling(), mine);
+            }).join();
+    });
+    for (int round = 0; round < 100; ++round) {
+        for (DWORD priorityClass : {IDLE_PRIORITY_CLASS, HIGH_PRIORITY_CLASS}) {
+            EXPECT_TRUE(SetPriorityClass(GetCurrentProcess(), priorityClass));
+            Runner t([] { return 0; });
+        }
+    }
+    EXPECT_TRUE(SetPriorityClass(GetCurrentProcess(), NORMAL_PRIORITY_CLASS));
+    isOver = true;
+    strangers.join();
 }
 
 #endif

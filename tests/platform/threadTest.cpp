@@ -73,6 +73,42 @@ TEST(PlatformThread, NumbersOfRunningThreadsDiffer)
     SetEvent(go);
 }
 
+TEST(PlatformThread, ANumberIsNotGivenOutAnewWhileAHandleIsOpen)
+{
+    // Also when the thread has ended, or was killed: whoever has the handle may know the thread by its number.
+    Owned const never = manualEvent();
+    std::vector<std::unique_ptr<Runner>> ended;
+    std::set<DWORD> numbers{GetCurrentThreadId()};
+    for (int i = 0; i < 20; ++i) {
+        bool const isKilled = i % 4 == 3;
+        ended.push_back(std::make_unique<Runner>(
+            [&never, isKilled] { return isKilled ? WaitForSingleObject(never, INFINITE) : 0; }));
+        if (isKilled) {
+            EXPECT_TRUE(TerminateThread(ended.back()->handle(), 0));
+        }
+        ended.back()->join();
+        EXPECT_TRUE(numbers.insert(ended.back()->number()).second) << i;
+    }
+}
+
+TEST(PlatformThread, NumbersComeRoundAgain)
+{
+    // What a thread has of the layer is given back, however the thread ends: else the numbers would run out.
+    Owned const never = manualEvent();
+    std::set<DWORD> numbers;
+    for (int i = 0; i < 400; ++i) {
+        bool const isKilled = i % 2;
+        Runner t(
+            [&never, isKilled] { return isKilled ? WaitForSingleObject(never, INFINITE) : 0; });
+        if (isKilled) {
+            EXPECT_TRUE(TerminateThread(t.handle(), 0));
+        }
+        t.join();
+        numbers.insert(t.number());
+    }
+    EXPECT_LT(numbers.size(), 200u);
+}
+
 TEST(PlatformThread, AHandleMayBeClosedWhileTheThreadRuns)
 {
     Owned const go = manualEvent(), done = manualEvent();
@@ -181,6 +217,9 @@ TEST(PlatformThread, PseudoHandles)
     EXPECT_EQ(code, STILL_ACTIVE);
     EXPECT_EQ(WaitForSingleObject(GetCurrentThread(), 0), WAIT_TIMEOUT);
     EXPECT_EQ(WaitForSingleObject(GetCurrentThread(), 1), WAIT_TIMEOUT);
+    // A process that waits for its own end.
+    EXPECT_EQ(WaitForSingleObject(GetCurrentProcess(), 0), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForSingleObject(GetCurrentProcess(), 1), WAIT_TIMEOUT);
     EXPECT_SUCCEEDS(CloseHandle(GetCurrentThread()));
     EXPECT_SUCCEEDS(CloseHandle(GetCurrentProcess()));
     EXPECT_EQ(GetCurrentThread(), reinterpret_cast<HANDLE>(std::intptr_t{-2}));

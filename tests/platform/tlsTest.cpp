@@ -1,5 +1,8 @@
 #include "platform/platformTest.h"
 
+#include <atomic>
+#include <thread>
+
 using namespace ZvTest;
 
 namespace {
@@ -110,6 +113,99 @@ TEST(PlatformTls, SlotsRunOutInTheEnd)
     }
     Slot again;
 }
+
+namespace {
+
+/// What the callback of a slot was called with, and by which threads.
+struct Called
+{
+    std::atomic<int> count{0};
+    void *value = nullptr;
+    DWORD thread = 0;
+    DWORD inTls = 0;
+};
+
+Called called;
+DWORD tlsOfEnding;
+
+void onEnd(void *value)
+{
+    called.value = value;
+    called.thread = GetCurrentThreadId();
+    called.inTls = TlsGetValue(tlsOfEnding) != nullptr; // the thread is still served
+    ++called.count;
+}
+
+} // namespace
+
+TEST(PlatformFls, AThreadThatEndsCallsBackWithItsValue)
+{
+    Slot tls;
+    tlsOfEnding = tls.index;
+    DWORD const index = FlsAlloc(onEnd);
+    ASSERT_NE(index, FLS_OUT_OF_INDEXES);
+    called.count = 0;
+    DWORD number = 0;
+    {
+        Runner t([&] {
+            EXPECT_TRUE(TlsSetValue(tls.index, &values[1]));
+            EXPECT_SUCCEEDS(FlsSetValue(index, &values[0]));
+            EXPECT_EQ(called.count, 0);
+            return 0;
+        });
+        number = t.number();
+    }
+    EXPECT_EQ(called.count, 1);
+    EXPECT_EQ(called.value, &values[0]);
+    EXPECT_EQ(called.thread, number);
+    EXPECT_TRUE(called.inTls);
+    {
+        Runner indifferent([] { return 0; });
+        Runner changing([&] {
+            EXPECT_TRUE(FlsSetValue(index, &values[0]));
+            EXPECT_TRUE(FlsSetValue(index, nullptr));
+            return 0;
+        });
+    }
+    EXPECT_EQ(called.count, 1);
+    for (DWORD bad : {MOST, FLS_OUT_OF_INDEXES})
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, FlsSetValue(bad, &values[0]));
+}
+
+TEST(PlatformFls, AThreadThatIsKilledDoesNotCallBack)
+{
+    DWORD const index = FlsAlloc(onEnd);
+    Owned const begun = manualEvent();
+    called.count = 0;
+    Runner t([&] {
+        EXPECT_TRUE(FlsSetValue(index, &values[0]));
+        SetEvent(begun);
+        return WaitForSingleObject(GetCurrentThread(), INFINITE);
+    });
+    WaitForSingleObject(begun, INFINITE);
+    EXPECT_TRUE(TerminateThread(t.handle(), 0));
+    EXPECT_EQ(called.count, 0);
+}
+
+#ifndef _WIN32
+
+TEST(PlatformFls, AThreadThatOthersMadeCallsBackToo)
+{
+    Slot tls;
+    tlsOfEnding = tls.index;
+    DWORD const index = FlsAlloc(onEnd);
+    called.count = 0;
+    DWORD number = 0;
+    std::thread([&] {
+        number = GetCurrentThreadId();
+        EXPECT_TRUE(FlsSetValue(index, &values[1]));
+    }).join();
+    EXPECT_EQ(called.count, 1);
+    EXPECT_EQ(called.value, &values[1]);
+    EXPECT_EQ(called.thread, number);
+}
+
+#endif
 
 TEST(PlatformTls, WrongIndexesFail)
 {

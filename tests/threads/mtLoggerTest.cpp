@@ -75,12 +75,12 @@ private:
 };
 
 /// A logger of the test's own, whether or not the packages are up.
-class MtLoggerTest : public ThreadTest
+class MtLoggerTest : public MtSpecificDataRegistryTest
 {
 protected:
     void SetUp() override
     {
-        ThreadTest::SetUp();
+        MtThreadTestAccess::setCanStart(true);
         testLevel->setEnabled(true);
         _wasActive = LgLog::isLoggerActive();
         if (_wasActive)
@@ -255,6 +255,28 @@ TEST_F(MtLoggerTest, AThreadThatOutlivesTheLoggerWritesOn)
     EXPECT_EQ(numbered("outliving", 3), output->find("outliving"));
 }
 
+TEST_F(MtLoggerTest, AStrangerThatEndsLeavesNothing)
+{
+    for (bool withLogger : {true, false}) {
+        if (withLogger)
+            MtLogger::startLogger();
+        for (int i = 0; i != 3; ++i) {
+            std::size_t nbQueues = 0, nbTraces = 0;
+            std::thread([&] {
+                ZV_TRACE(*testLevel, "passing" << i);
+                nbQueues = countEntries(&*ThreadsStatics::logQueue);
+                nbTraces = countEntries(&*ThreadsStatics::traces);
+            }).join();
+            EXPECT_EQ(nbQueues, countEntries(&*ThreadsStatics::logQueue) + withLogger);
+            EXPECT_EQ(nbTraces, countEntries(&*ThreadsStatics::traces) + 1);
+        }
+        if (withLogger) {
+            MtLogger::stopLogger();
+            EXPECT_EQ(numbered("passing", 3), output->find("passing"));
+        }
+    }
+}
+
 TEST_F(MtLoggerTest, AKilledThreadThatTheLoggerForgotIsNoFailure)
 {
     MtLogger::startLogger();
@@ -315,6 +337,23 @@ TEST_F(MtLoggerTest, WithBlockingTraceNothingIsLost)
     thread->join();
     MtLogger::stopLogger();
     EXPECT_EQ(numbered("line", NB_LINES), output->find("line"));
+}
+
+TEST_F(MtLoggerTest, AThreadStartsWithoutMemoryForItsQueue)
+{
+    MtLogger::startLogger();
+    ObjPtr<MtThread> const thread = makeThread("poor", [](TestProtocol &protocol, MtThread *) {
+        protocol.waitForStop();
+        ZV_TRACE(*testLevel, "written by the poor");
+    });
+    {
+        ZvTest::NewThreadsHaveNoMemory const poverty;
+        thread->start();
+    }
+    thread->stop();
+    thread->join();
+    MtLogger::stopLogger();
+    EXPECT_EQ(1u, output->find("written by the poor").size());
 }
 
 TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
@@ -399,6 +438,22 @@ TEST_F(MtLoggerTest, CancelTracesWhyItDoesNothing)
             output->find("> MtThreadWindows::cancel"));
     }
     ThreadsStatics::threadLevel->setEnabled(false);
+}
+
+TEST_F(MtLoggerTest, AReportAboutAThreadIsMadeWithoutItsLock)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    thread->start();
+    output->hold();
+    std::thread stranger([&] {
+        EXPECT_EQ("::SetThreadAffinityMask( _threadHandle, mask )",
+                  failedAssertion([&] { thread->setProcessorNb(31); }));
+    });
+    output->waitUntilHeld();
+    EXPECT_TRUE(thread->isRunning()); // else it would wait for the report
+    EXPECT_FALSE(thread->getThreadId().isNull());
+    output->release();
+    stranger.join();
 }
 
 TEST_F(MtLoggerTest, StackReportTellsWhereTheStackLies)

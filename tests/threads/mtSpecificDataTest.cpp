@@ -1,6 +1,5 @@
 #include "resmgt/threads/mtSpecificData.h"
 
-#include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtEx.h"
 #include "threads/threadTesting.h"
 
@@ -11,21 +10,6 @@
 #include <vector>
 
 namespace Zv {
-
-/// Looks into the registry.
-class MtSpecificDataRegistryTest : public testing::Test
-{
-protected:
-    static std::size_t countEntries(MtOpaqueData const *data)
-    {
-        MtSpecificDataRegistry &registry = MtSpecificDataRegistry::getInstance();
-        LkGuard<LkRecLock const> const guard(registry._lock);
-        std::size_t count = 0;
-        for (auto const &entry : registry._entries)
-            count += entry.second == data;
-        return count;
-    }
-};
 
 namespace {
 

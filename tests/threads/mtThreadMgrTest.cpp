@@ -277,6 +277,46 @@ TEST_F(MtThreadMgrTest, DestructionWithAThreadFailsTheAssertion)
     EXPECT_EQ("_threads.size() == 0", failedAssertion([&] { delete other; }));
 }
 
+/// As the main thread of the platform, registered as long as it lives.
+class RegisteredThread : public NumberThread
+{
+public:
+    explicit RegisteredThread(MtThreadMgr &manager) : NumberThread(77), _manager(manager)
+    {
+        _manager.addThread(this);
+        _manager.threadIdChanged(this, getThreadId());
+    }
+    ~RegisteredThread() noexcept(false) override
+    {
+        nbFound = _manager.getNbThreads();
+        _manager.threadIdChanged(this, LkThreadId());
+        _manager.removeThread(this);
+    }
+    static unsigned nbFound;
+
+private:
+    MtThreadMgr &_manager;
+};
+
+unsigned RegisteredThread::nbFound = 0;
+
+class RegisteringFactory : public NumberFactory
+{
+protected:
+    ObjPtrRet<MtThread> createMainThread(LiString const &, MtThreadMgr &manager) override
+    {
+        return ObjPtrRet<MtThread>(new RegisteredThread(manager));
+    }
+};
+
+TEST_F(MtThreadMgrTest, DestructionWithItsMainThreadFailsTheAssertionAndLetsItGo)
+{
+    RegisteringFactory registering;
+    auto * const other = new TestMgr(registering);
+    EXPECT_EQ("_threads.size() == 0", failedAssertion([&] { delete other; }));
+    EXPECT_EQ(1u, RegisteredThread::nbFound);
+}
+
 TEST_F(MtThreadMgrTest, DestructionWithAGroupFailsTheAssertion)
 {
     std::vector<std::pair<int, unsigned>> calls;

@@ -1,5 +1,6 @@
 #include "resmgt/threads/mtThread.h"
 
+#include "platform/services.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtThreadWindows.private.h"
@@ -45,6 +46,16 @@ protected:
     {
         LkGuard<LkLock const> const state(imp(thread)._stateLock);
         return imp(thread)._priorityValue;
+    }
+    /// Returns when the thread has ended, and leaves it unjoined.
+    static void awaitEnd(MtThread &thread)
+    {
+        ZvPlatform::Handle handle;
+        {
+            LkGuard<LkLock const> const state(imp(thread)._stateLock);
+            handle = imp(thread)._threadHandle;
+        }
+        ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(handle, INFINITE));
     }
     static void setPriorityValue(MtThread &thread, int level)
     {
@@ -218,6 +229,22 @@ TEST_F(MtThreadTest, AJoinThatComesLateLeavesTheNextRunAlone)
     joiner.join();
 }
 
+TEST_F(MtThreadTest, AThreadIsNotTakenForOneThatHasEndedAndWasNotJoined)
+{
+    std::vector<ObjPtr<MtThread>> threads;
+    for (int i = 0; i != 5; ++i) {
+        MtThread *found = nullptr;
+        threads.emplace_back(makeThread("ended", [&found](TestProtocol &, MtThread *) {
+            found = MtThreadMgr::findCurrentThread();
+        }));
+        threads.back()->start();
+        awaitEnd(*threads.back());
+        EXPECT_EQ(threads.back().get(), found);
+        std::thread([&] { found = MtThreadMgr::findCurrentThread(); }).join();
+        EXPECT_EQ(nullptr, found);
+    }
+}
+
 TEST_F(MtThreadTest, StackSizeOfZeroIs65536Bytes)
 {
     std::size_t nbWritten = 0;
@@ -360,6 +387,21 @@ TEST_F(MtThreadTest, CancelKillsAThreadThatEnabledItAndTellsTheProtocol)
     EXPECT_EQ((std::vector<std::string>{"stop", "detach"}), calls);
 }
 
+TEST_F(MtThreadTest, AThreadIsKilledOnce)
+{
+    std::vector<std::string> calls;
+    auto * const protocol = new CanceledProtocol(calls);
+    ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
+        "killed", ObjPtr<MtThreadProtocol>(protocol), true, 0);
+    thread->start();
+    protocol->ready.acquire();
+    thread->cancel();
+    EXPECT_FALSE(thread->isCancelable());
+    thread->cancel();
+    EXPECT_EQ((std::vector<std::string>{"attach", "canceled"}), calls);
+    thread->join();
+}
+
 // ---- protocol
 
 TEST_F(MtThreadTest, ThreadGivesItsProtocolAwayAfterDetaching)
@@ -419,6 +461,56 @@ TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToDetachIsUnregisteredAllTheSame)
     } catch (int) {
     }
     EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+}
+
+/// Fails to stop, though the body ends; notes what comes after it.
+class StopFailing : public TestProtocol
+{
+public:
+    StopFailing(bool &hasEnded, bool &isDetached)
+        : TestProtocol([&](TestProtocol &protocol, MtThread *) {
+              protocol.waitForStop();
+              hasEnded = true;
+          }),
+          _hasEnded(hasEnded),
+          _isDetached(isDetached)
+    {}
+    void performStop(MtThread *thread) override
+    {
+        TestProtocol::performStop(thread);
+        throw std::runtime_error("no");
+    }
+    void performDetach(MtThread *) override { _isDetached = _hasEnded; }
+
+private:
+    bool &_hasEnded;
+    bool &_isDetached;
+};
+
+TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToStopIsWaitedForAllTheSame)
+{
+    unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    bool hasEnded = false, isDetached = false;
+    ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
+        "failing", ObjPtr<MtThreadProtocol>(new StopFailing(hasEnded, isDetached)), true, 0);
+    thread->start();
+    EXPECT_THROW(thread.reset(), std::runtime_error);
+    EXPECT_TRUE(isDetached);
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+}
+
+TEST_F(MtThreadTest, DestructionRethrowsAStoredExceptionAfterDetaching)
+{
+    std::vector<std::string> calls;
+    auto * const protocol = new CanceledProtocol(calls);
+    ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
+        "stored", ObjPtr<MtThreadProtocol>(protocol), false, 0);
+    thread->start();
+    protocol->ready.acquire();
+    thread->cancel();
+    setException(*thread, new MtEx::ExNotImplemented("f", 1, "body"));
+    EXPECT_THROW(thread.reset(), MtEx::ExThrownException);
+    EXPECT_EQ((std::vector<std::string>{"attach", "canceled", "stop", "detach"}), calls);
 }
 
 TEST_F(MtThreadTest, DestructionStopsAndJoins)

@@ -8,11 +8,15 @@
 #include "resmgt/threads/rtPriorities.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
+#include "zvbase/lgTrace.h"
+#include "zvbase/trace.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string_view>
+#include <thread>
+#include <utility>
 
 namespace {
 
@@ -24,6 +28,7 @@ thread_local int nbRefusals = 0;
 thread_local DWORD error = REFUSED;
 thread_local int nbCalls = 0; // of the service above
 thread_local BOOL pretending = FALSE;
+thread_local std::uint64_t asked = 0; // the number that the last refused call was given
 
 bool refuses(std::string_view service)
 {
@@ -70,7 +75,7 @@ using Security = ZvPlatform::SECURITY_ATTRIBUTES;
 ZV_WRAP(HANDLE, CreateThread, _ZN10ZvPlatform12CreateThreadEPNS_19SECURITY_ATTRIBUTESEmPFjPvES2_jPj,
         (Security * s, SIZE_T size, LPTHREAD_START_ROUTINE f, void *argument, DWORD flags,
          DWORD *id),
-        (s, size, f, argument, flags, id), nullptr)
+        (s, size, f, argument, flags, id), (asked = size, nullptr))
 ZV_WRAP(BOOL, DuplicateHandle, _ZN10ZvPlatform15DuplicateHandleEPvS0_S0_PS0_jij,
         (HANDLE p, HANDLE h, HANDLE q, HANDLE *t, DWORD access, BOOL inherit, DWORD options),
         (p, h, q, t, access, inherit, options), FALSE)
@@ -83,7 +88,7 @@ ZV_WRAP(BOOL, SetThreadPriority, _ZN10ZvPlatform17SetThreadPriorityEPvi, (HANDLE
 ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj, (HANDLE h, DWORD ms),
         (h, ms), WAIT_FAILED)
 ZV_WRAP(DWORD_PTR, SetThreadAffinityMask, _ZN10ZvPlatform21SetThreadAffinityMaskEPvm,
-        (HANDLE h, DWORD_PTR m), (h, m), 0)
+        (HANDLE h, DWORD_PTR m), (h, m), (asked = m, pretending ? DWORD_PTR{1} : DWORD_PTR{0}))
 ZV_WRAP(BOOL, GetProcessAffinityMask, _ZN10ZvPlatform22GetProcessAffinityMaskEPvPmS1_,
         (HANDLE h, DWORD_PTR *p, DWORD_PTR *s), (h, p, s), FALSE)
 // What is freed is gone, whatever the answer.
@@ -127,6 +132,34 @@ TEST_F(ThreadRefused, ThreadThatCannotBeMadeIsNotRunningAndCanStartLater)
     EXPECT_FALSE(thread->isRunning());
     thread->start();
     EXPECT_TRUE(thread->isRunning());
+}
+
+TEST_F(ThreadRefused, TheSystemIsAskedForTheStackThatWasAskedFor)
+{
+    for (unsigned size : {0u, 4096u, 0x10001u}) {
+        ObjPtr<MtThread> const thread = makeThread(
+            "stack", [](TestProtocol &, MtThread *) {}, size);
+        refuse("CreateThread");
+        EXPECT_EQ("threadHandle != NULL", systemAssertionOf([&] { thread->start(); }));
+        EXPECT_EQ(size ? size : 65536u, asked);
+    }
+}
+
+TEST_F(ThreadRefused, ProcessorNumbersShiftABitModulo32)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    thread->start();
+    for (auto [number, mask] : {std::pair(0, 1u), std::pair(31, 1u << 31), std::pair(33, 2u)}) {
+        pretend("SetThreadAffinityMask");
+        thread->setProcessorNb(number);
+        EXPECT_EQ(mask, asked);
+        EXPECT_EQ(number, thread->getProcessorNb());
+    }
+    DWORD_PTR process = 0, system = 0;
+    ASSERT_TRUE(::GetProcessAffinityMask(::GetCurrentProcess(), &process, &system));
+    pretend("SetThreadAffinityMask");
+    thread->setProcessorNb(-1);
+    EXPECT_EQ(process, asked);
 }
 
 TEST_F(ThreadRefused, ThreadWhoseLevelCannotBeSetRunsAllTheSame)
@@ -273,6 +306,24 @@ TEST_F(ThreadRefused, ThreadLocalStorageThatIsRefusedFailsAnAssertion)
               systemAssertionOf([&] { data.getPointee(); }));
     EXPECT_TRUE(data.isNull());
     EXPECT_EQ(0, data->value);
+}
+
+TEST_F(ThreadRefused, ALineAboutTheFailureToMakeItsQueueOrTagIsWrittenWithoutThem)
+{
+    static int nbLines;
+    nbLines = 0;
+    LgTrace::setOutput([](void *, char const *, std::size_t) { ++nbLines; }, nullptr);
+    std::thread([] {
+        refuse("TlsSetValue", 100000); // as often as it is tried
+        LgTrace::print("line");
+        ZV_TRACE(*Trace::MainTraceLevel, "line");
+        EXPECT_GT(nbCalls, 0);
+        EXPECT_LT(nbCalls, 20);
+        refusing = {};
+    }).join();
+    LgLog::flush();
+    LgTrace::setOutput(nullptr, nullptr);
+    EXPECT_GE(nbLines, 2);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // What the tests of threads have in common.
 #pragma once
 
+#include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtSpecificDataRegistry.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
@@ -22,6 +23,21 @@ class MtThreadTestAccess
 {
 public:
     static void setCanStart(bool canStart) { MtThread::_canStart = canStart; }
+};
+
+/// Looks into the registry.
+class MtSpecificDataRegistryTest : public testing::Test
+{
+protected:
+    static std::size_t countEntries(MtOpaqueData const *data)
+    {
+        MtSpecificDataRegistry &registry = MtSpecificDataRegistry::getInstance();
+        LkGuard<LkRecLock const> const guard(registry._lock);
+        std::size_t count = 0;
+        for (auto const &entry : registry._entries)
+            count += entry.second == data;
+        return count;
+    }
 };
 
 /// A body out of a callable; `performStop` lets `waitForStop` go.

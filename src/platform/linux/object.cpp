@@ -64,6 +64,8 @@ Queue::~Queue()
     if (dead) {
         if ((word & TYPE) == SHARED_SEMAPHORE)
             leaveShared(_object->shared);
+        else if ((word & TYPE) == THREAD)
+            release(*_object->thread.thread);
         objects.give(_object);
     }
 }

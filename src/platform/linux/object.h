@@ -66,7 +66,7 @@ struct alignas(64) Object : ObjectHead
     };
     struct ThreadState
     {
-        Thread *thread; ///< null once it has ended
+        Thread *thread; ///< also when it has ended
         DWORD exitCode;
         int level;
     };
@@ -178,6 +178,13 @@ private:
 };
 
 inline constexpr Word ANY_TYPE = TYPE;
+
+/// The thread behind its object, at the queue; null once it has ended. It cannot end meanwhile: for that it needs the
+/// queue.
+inline Thread *livingThread(Queue &queue)
+{
+    return queue.word & SIGNALLED ? nullptr : queue.object().thread.thread;
+}
 
 /// A new object, with no handle yet and unknown to others; null with the last error set.
 Object *newObject();

@@ -89,15 +89,18 @@ void changeNice(Thread &thread, std::uint32_t kernelId, int nice)
     thread.askedNice = nice;
     if (nice > thread.nice) {
         // Whether a thread may be raised is known to the kernel alone: capabilities count in the first user namespace.
-        bool const canRaise = lowestNiceAllowed() <= thread.nice || thread.nice == -20 ||
-                              setNice(kernelId, thread.nice - 1);
+        bool const canRaise = thread.nice == -20 || setNice(kernelId, thread.nice - 1) ||
+                              lowestNiceAllowed() <= thread.nice;
         if (canRaise && setNice(kernelId, nice))
             thread.nice = nice;
     } else if (nice < thread.nice) {
-        int const nearest = std::max(nice, lowestNiceAllowed());
-        if (setNice(kernelId, nice))
-            thread.nice = nice;
-        else if (nearest < thread.nice && setNice(kernelId, nearest))
+        int nearest = nice;
+        bool isSet = setNice(kernelId, nearest);
+        if (!isSet) {
+            nearest = std::max(nice, lowestNiceAllowed());
+            isSet = nearest < thread.nice && setNice(kernelId, nearest);
+        }
+        if (isSet)
             thread.nice = nearest;
     }
 }
@@ -142,7 +145,8 @@ bool applyToAll(DWORD priorityClass)
     bool good = true;
     for (std::size_t i = 0; i < threads.size() && good; ++i) {
         Thread &thread = threads[i];
-        if (thread.created && thread.kernelId.load(std::memory_order_seq_cst))
+        // In this order: only what bears a number stays the same thread's.
+        if (thread.kernelId.load(std::memory_order_seq_cst) && thread.created)
             good = apply(thread, priorityClass, thread.level.load(std::memory_order_seq_cst));
     }
     return good;
@@ -178,8 +182,7 @@ bool withThread(Service &service, HANDLE handle, What what)
     Queue queue(objectOf(handle), THREAD);
     if (!queue)
         return fail(ERROR_INVALID_HANDLE);
-    // It cannot end meanwhile: for its end it needs the queue.
-    what(queue.object().thread.thread, &queue.object());
+    what(livingThread(queue), &queue.object());
     return true;
 }
 

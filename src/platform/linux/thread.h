@@ -51,6 +51,8 @@ inline constexpr DWORD TLS_SLOTS = 1088;
 struct alignas(64) Thread
 {
     Thread *nextFree = nullptr;
+    /// The thread until it has ended, and its object: a number is not given out anew while a handle is open.
+    std::atomic<std::uint32_t> holders{0};
     Waiter waiter;
     ThreadNumber number = 0;
     /// The kernel's number; 0 before the thread has begun and once it ends. Goes to 0 under `schedulingLock`.
@@ -82,6 +84,12 @@ struct alignas(64) Thread
 
 using Threads = Arena<Thread, 1 << 17>;
 extern constinit Threads threads;
+
+/// One of the holders has done with the block.
+void release(Thread &);
+
+/// Calls those who want to know that the calling thread ends.
+void callBack(Thread &);
 
 inline Thread &currentThread()
 {

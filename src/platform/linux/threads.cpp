@@ -107,6 +107,7 @@ Thread *newThread()
         return nullptr;
     thread->number = static_cast<ThreadNumber>(threads.indexOf(thread) + 1) * 4;
     thread->waiter.number = thread->number;
+    thread->holders.store(1, std::memory_order_relaxed);
     thread->object = nullptr;
     thread->exitCode = 0;
     thread->dying.store(0, std::memory_order_relaxed);
@@ -125,7 +126,7 @@ void end(Thread &thread, DWORD exitCode)
     if (Object *object = thread.object) {
         WakeList wakes;
         Queue queue(object, THREAD, Queue::CLOSED_TOO);
-        object->thread = {nullptr, exitCode, thread.level.load(std::memory_order_relaxed)};
+        object->thread = {&thread, exitCode, thread.level.load(std::memory_order_relaxed)};
         queue.word |= SIGNALLED;
         --object->pins;
         queue.serve(wakes);
@@ -138,13 +139,14 @@ void end(Thread &thread, DWORD exitCode)
 void onThreadEnd(void *data)
 {
     Thread &thread = *static_cast<Thread *>(data);
+    callBack(thread);
     // A service's guard would try to die here.
     ++local.depth;
     end(thread, thread.exitCode);
     if (thread.created)
         ::pthread_detach(::pthread_self());
     local = {};
-    threads.give(&thread);
+    release(thread);
 }
 
 void *run(void *data)
@@ -185,7 +187,7 @@ void bury()
 #ifndef ZV_SANITIZED
         ::pthread_join(thread->pthread, nullptr);
 #endif
-        threads.give(thread);
+        release(*thread);
         thread = next;
     }
 }
@@ -237,6 +239,12 @@ void attach()
     --local.depth;
 }
 
+void release(Thread &thread)
+{
+    if (thread.holders.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        threads.give(&thread);
+}
+
 void die()
 {
     Thread &thread = *local.thread;
@@ -249,7 +257,7 @@ void die()
         thread.nextFree = deadThreads;
         deadThreads = &thread;
     } else {
-        threads.give(&thread);
+        release(thread);
     }
     // The thread alone, past everything that would unwind its stack.
     for (;;)
@@ -310,6 +318,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
     thread->function = function;
     thread->argument = argument;
     thread->object = object;
+    thread->holders.store(2, std::memory_order_relaxed);
     inheritScheduling(*thread, service.thread());
     object->thread = {thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
     object->pins = 1;
@@ -344,7 +353,7 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
                 return fail(ERROR_INVALID_HANDLE);
             if (pause == 1)
                 ++object->pins;
-            Thread *thread = object->thread.thread;
+            Thread *thread = livingThread(queue);
             if (!thread || service.killed()) {
                 --object->pins;
                 break;
@@ -394,6 +403,7 @@ HANDLE ownHandle(Thread &thread)
         object->thread = {&thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
         object->pins = 1;
         thread.object = object;
+        thread.holders.fetch_add(1, std::memory_order_relaxed);
         return publish(object, THREAD | MANUAL);
     }
     Queue queue(thread.object, THREAD, Queue::CLOSED_TOO);

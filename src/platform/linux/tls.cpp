@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace ZvPlatform::Linux {
 
@@ -10,6 +11,8 @@ namespace {
 /// Odd while the slot is allocated. A thread's value counts only if it was stored under the present generation, so that
 /// a slot is empty in all threads when it is given out anew.
 constinit std::atomic<std::uint32_t> generations[TLS_SLOTS] = {};
+/// Of the slots that FlsAlloc gave out.
+constinit std::atomic<PFLS_CALLBACK_FUNCTION> callbacks[TLS_SLOTS] = {};
 constinit Lock slotsLock;
 
 TlsSlot *slotOf(Thread &thread, DWORD index)
@@ -20,6 +23,20 @@ TlsSlot *slotOf(Thread &thread, DWORD index)
 }
 
 } // namespace
+
+void callBack(Thread &thread)
+{
+    for (DWORD index = 0; index < thread.usedSlots; ++index) {
+        PFLS_CALLBACK_FUNCTION const callback = callbacks[index].load(std::memory_order_acquire);
+        if (!callback)
+            continue;
+        TlsSlot &slot = *slotOf(thread, index);
+        if (slot.generation != generations[index].load(std::memory_order_relaxed))
+            continue;
+        if (void * const value = std::exchange(slot.value, nullptr))
+            callback(value);
+    }
+}
 
 } // namespace ZvPlatform::Linux
 
@@ -46,6 +63,7 @@ BOOL TlsFree(DWORD index)
     Locked locked(slotsLock);
     if (index >= TLS_SLOTS || generations[index].load(std::memory_order_relaxed) % 2 == 0)
         return fail(ERROR_INVALID_PARAMETER);
+    callbacks[index].store(nullptr, std::memory_order_relaxed);
     generations[index].fetch_add(1, std::memory_order_release);
     return TRUE;
 }
@@ -79,6 +97,20 @@ BOOL TlsSetValue(DWORD index, void *value)
         thread.usedSlots = index + 1;
     *slotOf(thread, index) = {value, generations[index].load(std::memory_order_relaxed)};
     return TRUE;
+}
+
+// One of the slots above, with a callback.
+DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback)
+{
+    DWORD const index = TlsAlloc();
+    if (index != TLS_OUT_OF_INDEXES)
+        callbacks[index].store(callback, std::memory_order_release);
+    return index;
+}
+
+BOOL FlsSetValue(DWORD index, void *value)
+{
+    return TlsSetValue(index, value);
 }
 
 } // namespace ZvPlatform

@@ -205,7 +205,7 @@ DWORD waitOther(HANDLE handle, DWORD milliseconds)
         Service service;
         return waitSlowly(service, object, milliseconds);
     }
-    if (handle != CURRENT_THREAD)
+    if (handle != CURRENT_THREAD && handle != CURRENT_PROCESS)
         return badHandle();
     // A thread that waits for its own end.
     ZvPlatform::Sleep(milliseconds);

@@ -222,6 +222,9 @@ void claim(Object &, Thread &);
 void disclaim(Object &);
 void abandonMutexes(Thread &);
 
+/// Calls those who want to know that the calling thread ends.
+void callBack(Thread &);
+
 /// Brings a timer's state up to the clock.
 void updateTimer(Object &);
 

@@ -77,6 +77,7 @@ void *run(void *data)
     DWORD exitCode;
     try {
         exitCode = thread.function(thread.argument);
+        callBack(thread);
     } catch (...) {
         findException("exception");
     }

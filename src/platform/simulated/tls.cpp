@@ -1,5 +1,7 @@
 #include "platform/simulated/scheduler.h"
 
+#include <utility>
+
 namespace ZvPlatform {
 
 using namespace Simulated;
@@ -8,8 +10,21 @@ namespace {
 
 /// Odd while the slot is allocated. A thread's value counts only if it was stored under the present generation.
 constinit std::uint32_t generations[TLS_SLOTS] = {};
+/// Of the slots that FlsAlloc gave out.
+constinit PFLS_CALLBACK_FUNCTION callbacks[TLS_SLOTS] = {};
 
 } // namespace
+
+void Simulated::callBack(Thread &thread)
+{
+    for (DWORD index = 0; index < TLS_SLOTS; ++index) {
+        TlsSlot &slot = thread.slots[index];
+        if (!callbacks[index] || slot.generation != generations[index])
+            continue;
+        if (void * const value = std::exchange(slot.value, nullptr))
+            callbacks[index](value);
+    }
+}
 
 DWORD TlsAlloc()
 {
@@ -29,7 +44,17 @@ BOOL TlsFree(DWORD index)
     if (index >= TLS_SLOTS || generations[index] % 2 == 0)
         return fail(ERROR_INVALID_PARAMETER);
     ++generations[index];
+    callbacks[index] = nullptr;
     return TRUE;
+}
+
+// One of the slots above, with a callback.
+DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback)
+{
+    DWORD const index = TlsAlloc();
+    if (index != TLS_OUT_OF_INDEXES)
+        callbacks[index] = callback;
+    return index;
 }
 
 // What belongs to the calling thread alone is no point of the schedule.
@@ -52,6 +77,11 @@ BOOL TlsSetValue(DWORD index, void *value)
         return fail(ERROR_INVALID_PARAMETER);
     currentThread().slots[index] = {value, generations[index]};
     return TRUE;
+}
+
+BOOL FlsSetValue(DWORD index, void *value)
+{
+    return TlsSetValue(index, value);
 }
 
 } // namespace ZvPlatform

@@ -4,6 +4,7 @@
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkThreadId.h"
+#include "resmgt/threads/making.private.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/priorityRelation.h"
@@ -47,6 +48,10 @@ unsigned MtLogger::_run = 0;
 
 LgQueue *MtLogger::getThreadQueue()
 {
+    static thread_local bool isMaking = false;
+    if (isMaking)
+        return nullptr;
+    Making const making(isMaking);
     return ThreadsStatics::logQueue->getPointee()->getQueue();
 }
 
@@ -118,10 +123,17 @@ void MtLogger::exitThread()
     ThreadsStatics::logQueue->performDelete();
 }
 
+void MtLogger::forgetThread()
+{
+    exitThread();
+    ThreadsStatics::traces->performDelete();
+}
+
 // ---- QueueAdapter
 
 MtLogger::QueueAdapter::QueueAdapter() : _queue(nullptr)
 {
+    ThreadsStatics::threadEnd->ask();
     ObjPtr<LgQueue> queue(new LgQueue(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber()));
     queue->changeObserver(ObjPtr<LgQueue::Observer>(new QueueObserver));
     _queue = queue.release();

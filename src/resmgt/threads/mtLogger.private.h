@@ -35,6 +35,8 @@ public:
     static unsigned getRun();
     /// For a thread that ends: gives its queue to the reader.
     static void exitThread();
+    /// For a thread of others' that ends: the same, and its trace.
+    static void forgetThread();
 
     MtLogger() = delete;
 

@@ -24,7 +24,7 @@ struct threads;
 ///
 /// Threads come from `MtThreadFactory` and are registered with `MtThreadMgr` as long as they exist. Their owner
 /// holds them in an `ObjPtr`, which alone can destroy them. Destroying a thread stops it and waits for its end; a
-/// thread must not be destroyed, nor joined, by itself.
+/// thread must not be destroyed, joined or cancelled by itself.
 ///
 /// A thread is started, joined, started again, any number of times. Where nothing else is said, all operations may
 /// be called by any thread and block only as long as another operation of the same thread object does. A failed
@@ -44,8 +44,8 @@ public:
     /// Waits for the end of a thread that was started; returns at once where there is none. Rethrows a stored
     /// exception of the body as `MtEx::ExThrownException`, once.
     virtual void join() = 0;
-    /// Kills the thread if it runs and is cancelable, else does nothing. It has to be joined all the same. Nothing of
-    /// its stack is unwound and its specific data stays; mutexes that it held become abandoned, and one that is
+    /// Kills the thread if it runs and is cancelable, else does nothing: a second call does nothing. It has to be joined
+    /// all the same. Nothing of its stack is unwound and its specific data stays; mutexes that it held become abandoned, and one that is
     /// killed inside the allocator may leave that locked: a body enables cancelling only where it merely waits or
     /// computes.
     virtual void cancel() = 0;

@@ -58,7 +58,6 @@ private:
     IndexedList<MtThreadGroup> _groups ZV_GUARDED_BY(_lock);
     unsigned _nbProcessors ZV_GUARDED_BY(_lock);
     bool _isRealTime ZV_GUARDED_BY(_lock);
-    ObjPtr<MtThread> _mainThread;
 
     /// A thread's number, and which registration it was: the first of two threads of one number comes first.
     using Number = std::pair<LkThreadId, std::uint64_t>;
@@ -68,6 +67,8 @@ private:
     HashMap<MtThread *, Number> _numbers ZV_GUARDED_BY(_numbersLock);
     std::map<Number, MtThread *>
         _numbered ZV_GUARDED_BY(_numbersLock); // without those whose number is null
+
+    ObjPtr<MtThread> _mainThread; // goes first: it takes itself out of all of the above
 };
 
 } // namespace Zv

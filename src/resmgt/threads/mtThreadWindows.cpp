@@ -8,6 +8,7 @@
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtTraceMgr.private.h"
 #include "resmgt/threads/threadsStatics.private.h"
+#include "zvbase/assertions.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgQueue.h"
@@ -17,6 +18,7 @@
 #include <cstdlib>
 #include <exception>
 #include <iomanip>
+#include <new>
 #include <ostream>
 
 namespace Zv {
@@ -44,6 +46,31 @@ public:
 private:
     HANDLE _handle = nullptr;
 };
+
+/// A report looks for the calling thread among all threads, under the manager's lock, which comes before a thread's
+/// own: it is made without that.
+#define ZV_SYS_ASSERT_UNLOCKING(guard, ...)                                                        \
+    (static_cast<bool>(__VA_ARGS__)                                                                \
+         ? static_cast<void>(0)                                                                    \
+         : Assertions::throwSysAssertionFailed(__FILE__, __LINE__, #__VA_ARGS__,                   \
+                                               unlockAfterFailure(guard)))
+
+int unlockAfterFailure(StateGuard &guard) ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    DWORD const error = ::GetLastError();
+    guard.unlock();
+    return static_cast<int>(error);
+}
+
+/// What a thread makes ahead of its first line. Where that fails, the line makes it, or goes straight to the output.
+template <class Step>
+void asMemoryAllows(Step const &step)
+{
+    try {
+        step();
+    } catch (std::bad_alloc const &) {
+    }
+}
 
 void describeCallingThread(LiString const &name)
 {
@@ -100,27 +127,34 @@ MtThreadWindows::~MtThreadWindows() noexcept(false)
 {
     bool const isUnwinding = std::uncaught_exceptions() != 0;
     std::exception_ptr failure;
-    try {
-        finish();
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    _threadMgr->removeThread(this);
+    // Whatever fails, nothing of the object may be left with others when it is gone.
+    auto const attempt = [&failure](auto const &step) {
+        try {
+            step();
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
+    };
+    attempt([this] { stop(); });
+    attempt([this] { finish(); });
+    attempt([this] {
+        if (MtThreadProtocol * const protocol = getProtocol())
+            protocol->performDetach(this);
+    });
+    attempt([this] { _threadMgr->removeThread(this); });
     if (failure && !isUnwinding)
         std::rethrow_exception(failure);
 }
 
 void MtThreadWindows::finish()
 {
-    stop();
     // The main thread is not waited for: its object merely lets it go.
     if (_isNewThread)
         join();
     else
         static_cast<void>(leaveRunning(getRun()).release());
-    ZV_ASSERT_IN_DESTRUCTOR(!isRunning());
-    if (MtThreadProtocol * const protocol = getProtocol())
-        protocol->performDetach(this);
+    ZV_ASSERT(!isRunning());
 }
 
 void MtThreadWindows::adoptCallingThread()
@@ -166,12 +200,12 @@ void MtThreadWindows::meetNewThread()
 void MtThreadWindows::enterRunning(HANDLE threadHandle, ZvPlatform::ThreadNumber threadId)
 {
     {
-        StateGuard const state(_stateLock);
+        StateGuard state(_stateLock);
         _threadHandle = threadHandle;
         _threadId = threadId;
         _isRunning = true;
         ++_runNb;
-        ZV_SYS_ASSERT(::SetThreadPriority( _threadHandle, _priorityValue ));
+        ZV_SYS_ASSERT_UNLOCKING(state, ::SetThreadPriority( _threadHandle, _priorityValue ));
     }
     _threadMgr->threadIdChanged(this, LkThreadId(threadId));
 }
@@ -212,11 +246,12 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
     setCancelable(false, false);
     describeCallingThread(_priority.getName());
     _loggerRun = MtLogger::getRun();
-    _logQueue = MtLogger::enterThread();
+    _logQueue = nullptr;
+    asMemoryAllows([this] { _logQueue = MtLogger::enterThread(); });
     _started.post();
     _created.wait();
 
-    MtTraceMgr::prepareThread();
+    asMemoryAllows([] { MtTraceMgr::prepareThread(); });
     applyProcessorNb();
     if (!_protocol.isNull())
         _protocol->performExecute(this);
@@ -229,8 +264,12 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
 
 void MtThreadWindows::abortOnException() const
 {
-    StateGuard const state(_stateLock);
-    if (!_exception.isNull() && _terminateOnUnhandled) {
+    bool isToAbort;
+    {
+        StateGuard const state(_stateLock);
+        isToAbort = !_exception.isNull() && _terminateOnUnhandled;
+    }
+    if (isToAbort) {
         ZV_TRACE(*ThreadsStatics::threadLevel, "Terminating on unhandled exception.");
         LgLog::flush();
         std::abort();
@@ -297,10 +336,11 @@ void MtThreadWindows::exitLogQueue()
 // Under the lock that `disableCancel` takes: a thread that has come back from there is not killed.
 bool MtThreadWindows::terminate()
 {
-    StateGuard const state(_stateLock);
+    StateGuard state(_stateLock);
     if (!_cancelable)
         return false;
-    ZV_SYS_ASSERT(::TerminateThread( _threadHandle, 0 ));
+    ZV_SYS_ASSERT_UNLOCKING(state, ::TerminateThread( _threadHandle, 0 ));
+    _cancelable = false; // nobody dies twice
     return true;
 }
 
@@ -397,30 +437,30 @@ bool MtThreadWindows::setCancelable(bool cancelable, bool check)
 void MtThreadWindows::setPriorityValue(int level)
 {
     int const priorityValue = MtPriorityLevels::toSystemValue(level);
-    StateGuard const state(_stateLock);
+    StateGuard state(_stateLock);
     if (priorityValue == _priorityValue)
         return;
     _priorityValue = priorityValue;
     if (_isRunning)
-        ZV_SYS_ASSERT(::SetThreadPriority( _threadHandle, _priorityValue ));
+        ZV_SYS_ASSERT_UNLOCKING(state, ::SetThreadPriority( _threadHandle, _priorityValue ));
 }
 
 void MtThreadWindows::applyProcessorNb()
 {
-    StateGuard const state(_stateLock);
+    StateGuard state(_stateLock);
     if (_processorNb > -1 && ThreadsStatics::runOn.getValue() != 0)
-        place(_processorNb);
+        place(_processorNb, state);
 }
 
 void MtThreadWindows::threadEnded() {}
 
 void MtThreadWindows::setProcessorNbNoLock(int processorNb)
 {
-    StateGuard const state(_stateLock);
-    place(processorNb);
+    StateGuard state(_stateLock);
+    place(processorNb, state);
 }
 
-void MtThreadWindows::place(int processorNb)
+void MtThreadWindows::place(int processorNb, StateGuard &state)
 {
     if (isProcessorPlaceable() && _isRunning) {
         DWORD_PTR mask = DWORD_PTR{1} << (processorNb & 31);
@@ -428,10 +468,11 @@ void MtThreadWindows::place(int processorNb)
             HANDLE const processHandle = ::GetCurrentProcess();
             DWORD_PTR threadAffinity = 0;
             DWORD_PTR systemAffinity = 0;
-            ZV_SYS_ASSERT(::GetProcessAffinityMask( processHandle, &threadAffinity, &systemAffinity ));
+            ZV_SYS_ASSERT_UNLOCKING(
+                state, ::GetProcessAffinityMask( processHandle, &threadAffinity, &systemAffinity ));
             mask = threadAffinity;
         }
-        ZV_SYS_ASSERT(::SetThreadAffinityMask( _threadHandle, mask ));
+        ZV_SYS_ASSERT_UNLOCKING(state, ::SetThreadAffinityMask( _threadHandle, mask ));
     }
     _processorNb = processorNb;
 }

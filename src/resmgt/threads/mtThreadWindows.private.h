@@ -75,14 +75,15 @@ private:
     ObjPtrRet<ExBase> waitForEnd();
     /// Gives the exception of a run that has ended; does nothing where another `join` was first.
     ObjPtrRet<ExBase> leaveRunning(Run const &run);
-    /// Brings the thread to its end, for the destructor.
+    /// Waits for the thread's end, for the destructor.
     void finish();
     bool terminate();
     void exitLogQueue();
     void abortOnException() const;
     bool setCancelable(bool cancelable, bool check);
     bool isRunningNoLock() const;
-    void place(int processorNb) ZV_REQUIRES(_stateLock);
+    /// Lets go of `_stateLock` where it fails.
+    void place(int processorNb, LkGuard<LkLock const> &state) ZV_REQUIRES(_stateLock);
 
     MtThreadMgr *_threadMgr;
     ZvPlatform::Handle _threadHandle ZV_GUARDED_BY(_stateLock);

@@ -1,6 +1,7 @@
 #include "resmgt/threads/mtTrace.private.h"
 
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/threadsStatics.private.h"
 
 #include <cstring>
 #include <iomanip>
@@ -10,6 +11,7 @@ namespace Zv {
 
 MtTrace::MtTrace()
 {
+    ThreadsStatics::threadEnd->ask();
     MtThread const * const thread = MtThreadMgr::findCurrentThread();
     LiString const name = thread ? thread->getName() : LiString("unknown");
     std::strncpy(_name, name.getChars(), sizeof(_name) - 1);

@@ -1,5 +1,6 @@
 #include "resmgt/threads/mtTraceMgr.private.h"
 
+#include "resmgt/threads/making.private.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/lgTrace.h"
 
@@ -18,7 +19,15 @@ MtTraceMgr::~MtTraceMgr()
 
 Trace *MtTraceMgr::getTrace()
 {
-    return ThreadsStatics::traces->getPointee();
+    static thread_local bool isMaking = false;
+    if (isMaking)
+        return &_nobodys;
+    Making const making(isMaking);
+    try {
+        return ThreadsStatics::traces->getPointee();
+    } catch (...) {
+        return &_nobodys; // no line is lost for want of a name
+    }
 }
 
 void MtTraceMgr::print(char const *text)

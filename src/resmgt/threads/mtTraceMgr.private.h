@@ -1,6 +1,7 @@
 // The traces of all threads.
 #pragma once
 
+#include "zvbase/trace.h"
 #include "zvbase/traceManager.h"
 
 namespace Zv {
@@ -19,6 +20,9 @@ public:
 
     /// Makes the calling thread's trace ahead of its first line, so that this allocates nothing.
     static void prepareThread();
+
+private:
+    Trace _nobodys; // for lines about the making of a trace
 };
 
 } // namespace Zv

@@ -3,6 +3,7 @@
 
 #include "resmgt/threads/mtLogger.private.h"
 #include "resmgt/threads/mtSpecificData.h"
+#include "resmgt/threads/mtThreadEndWindows.private.h"
 #include "resmgt/threads/mtTrace.private.h"
 #include "zvbase/envVar.h"
 #include "zvbase/immortal.h"
@@ -14,6 +15,8 @@ namespace Zv::ThreadsStatics {
 extern Immortal<MtSpecificData<MtLogger::QueueAdapter>> logQueue;
 /// What each thread has of `MtTraceMgr`: "MtTraceMgr". It outlives the manager, as threads may.
 extern Immortal<MtSpecificData<MtTrace>> traces;
+/// Frees both in threads that the library did not make; in its own they are gone by then.
+extern Immortal<MtThreadEndWindows> threadEnd;
 /// ZV_THREAD_NO_REALTIME, 0: read at each `MtThreadMgr::setRealTime`.
 extern EnvIntVar noRealTime;
 /// ZV_RUNON, 1: whether threads are placed on processors when they start.
