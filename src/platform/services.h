@@ -12,9 +12,45 @@
 
 #ifdef _WIN32
 
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+
 #include <rpc.h>
 #include <timeapi.h>
-#include <windows.h>
+
+#undef NO_ERROR // a name of the priority manager's
+
+#ifdef __MINGW32__ // has it in its libraries, but in no header
+extern "C" __declspec(dllimport) HRESULT
+    __stdcall SetThreadDescription(HANDLE thread, PCWSTR description);
+#endif
+
+// Public classes hold a critical section without the system's header: these give its functions what they hold.
+
+static_assert(sizeof(CRITICAL_SECTION) <= sizeof(ZvPlatform::CriticalSection));
+
+inline void InitializeCriticalSection(ZvPlatform::CriticalSection *section)
+{
+    InitializeCriticalSection(reinterpret_cast<CRITICAL_SECTION *>(section));
+}
+inline void EnterCriticalSection(ZvPlatform::CriticalSection *section)
+{
+    EnterCriticalSection(reinterpret_cast<CRITICAL_SECTION *>(section));
+}
+inline BOOL TryEnterCriticalSection(ZvPlatform::CriticalSection *section)
+{
+    return TryEnterCriticalSection(reinterpret_cast<CRITICAL_SECTION *>(section));
+}
+inline void LeaveCriticalSection(ZvPlatform::CriticalSection *section)
+{
+    LeaveCriticalSection(reinterpret_cast<CRITICAL_SECTION *>(section));
+}
+inline void DeleteCriticalSection(ZvPlatform::CriticalSection *section)
+{
+    DeleteCriticalSection(reinterpret_cast<CRITICAL_SECTION *>(section));
+}
 
 namespace ZvPlatform {
 

@@ -12,6 +12,13 @@ using Handle = void *;
 /// A thread's number, unique among the running threads of the process; 0 is no thread.
 using ThreadNumber = std::uint32_t;
 
+/// What a thread's function returns: 32 bits on every platform.
+#ifdef _WIN32
+using ThreadResult = unsigned long;
+#else
+using ThreadResult = std::uint32_t;
+#endif
+
 /// Room for a critical section of any platform. Used in place: it is neither copied nor moved.
 struct alignas(std::max_align_t) CriticalSection
 {

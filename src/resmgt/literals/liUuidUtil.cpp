@@ -105,7 +105,7 @@ void LiUuidUtil::fromString(Uuid &uuid, LiString const &text)
 
 LiString LiUuidUtil::toString(Uuid const &uuid)
 {
-    ::UUID const copy = plain(uuid);
+    ::UUID copy = plain(uuid);
     RpcString string;
     check(::UuidToStringA(&copy, &string.chars), "UuidToStringA");
     LiString text(reinterpret_cast<char const *>(string.chars));

@@ -14,7 +14,7 @@ namespace {
 class SectionGuard
 {
 public:
-    explicit SectionGuard(CRITICAL_SECTION &section) : _section(section)
+    explicit SectionGuard(ZvPlatform::CriticalSection &section) : _section(section)
     {
         ::EnterCriticalSection(&_section);
     }
@@ -23,7 +23,7 @@ public:
     ~SectionGuard() { ::LeaveCriticalSection(&_section); }
 
 private:
-    CRITICAL_SECTION &_section;
+    ZvPlatform::CriticalSection &_section;
 };
 
 } // namespace
@@ -131,7 +131,7 @@ bool LkCondVarWindows::leave() const
     return _wasBroadcast && _nbWaiters == 0;
 }
 
-bool LkCondVarWindows::waitInternal(LkMutex const &externalMutex, DWORD milliseconds) const
+bool LkCondVarWindows::waitInternal(LkMutex const &externalMutex, std::uint32_t milliseconds) const
 {
     enter();
     DWORD ret = WAIT_FAILED;

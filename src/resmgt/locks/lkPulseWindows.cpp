@@ -98,13 +98,13 @@ bool LkPulseWindows::timedWait(LkMutex const &externalMutex, double seconds) con
     return wait_internal(externalMutex, LkUtil::toMilliseconds(seconds));
 }
 
-bool LkPulseWindows::wait_internal(LkMutex const &externalMutex, DWORD milliseconds) const
+bool LkPulseWindows::wait_internal(LkMutex const &externalMutex, std::uint32_t milliseconds) const
 {
     ZV_SYS_ASSERT(::ReleaseMutex( externalMutex.getImp().getMutex() ));
     return waitAndReacquire(externalMutex, [&] { return takePulse(milliseconds); });
 }
 
-bool LkPulseWindows::takePulse(DWORD milliseconds) const
+bool LkPulseWindows::takePulse(std::uint32_t milliseconds) const
 {
     DWORD const ret = ::WaitForSingleObjectEx(_event, milliseconds, FALSE);
     ZV_SYS_ASSERT(ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT);
@@ -121,7 +121,7 @@ bool LkPulseWindows::timedWaitNext(LkMutex const &externalMutex, double seconds)
     return waitNextInternal(externalMutex, LkUtil::toMilliseconds(seconds));
 }
 
-bool LkPulseWindows::waitNextInternal(LkMutex const &externalMutex, DWORD milliseconds) const
+bool LkPulseWindows::waitNextInternal(LkMutex const &externalMutex, std::uint32_t milliseconds) const
 {
     // Counted in before the mutex goes: whoever pulses after that finds a sleeper.
     DWORD const generation = generationOf(add(_sleepers, ONE_SLEEPER));
@@ -135,7 +135,7 @@ bool LkPulseWindows::waitNextInternal(LkMutex const &externalMutex, DWORD millis
                             [&] { return sleepUntilNext(generation, milliseconds); });
 }
 
-bool LkPulseWindows::sleepUntilNext(DWORD generation, DWORD milliseconds) const
+bool LkPulseWindows::sleepUntilNext(std::uint32_t generation, std::uint32_t milliseconds) const
 {
     DWORD const start = milliseconds == INFINITE ? 0 : ::timeGetTime();
     DWORD rest = milliseconds;
@@ -153,7 +153,7 @@ bool LkPulseWindows::sleepUntilNext(DWORD generation, DWORD milliseconds) const
 }
 
 /// Counts the caller out again. False where a pulse has done so already.
-bool LkPulseWindows::withdraw(DWORD generation) const
+bool LkPulseWindows::withdraw(std::uint32_t generation) const
 {
     std::uint64_t sleepers = loadAcquire(_sleepers);
     while (generationOf(sleepers) == generation)

@@ -233,7 +233,7 @@ ObjPtrRet<ExBase> MtThreadWindows::leaveRunning(Run const &run)
     return exception;
 }
 
-std::uint32_t MtThreadWindows::execute(void *data)
+ZvPlatform::ThreadResult MtThreadWindows::execute(void *data)
 {
     ZV_ASSERT(data);
     static_cast<MtThreadWindows *>(data)->run();

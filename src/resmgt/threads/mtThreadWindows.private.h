@@ -58,7 +58,7 @@ private:
 
     static constexpr unsigned DEFAULT_STACK_SIZE = 0x10000;
 
-    static std::uint32_t execute(void *data);
+    static ZvPlatform::ThreadResult execute(void *data);
     void run() noexcept;
 
     /// One start and what came of it.
