@@ -1,7 +1,10 @@
 // What libzvbase shows to others. Whatever is not marked stays inside.
+//
+// A class template is marked by the form of its own: on Windows each instance says for itself whose it is.
 #pragma once
 
 #if defined(_WIN32)
+#define ZVBASE_TEMPLATE_EXPORT
 #if defined(ZVBASE_BUILDING)
 #define ZVBASE_EXPORT __declspec(dllexport)
 #else
@@ -9,4 +12,5 @@
 #endif
 #else
 #define ZVBASE_EXPORT __attribute__((visibility("default")))
+#define ZVBASE_TEMPLATE_EXPORT ZVBASE_EXPORT
 #endif

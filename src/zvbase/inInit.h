@@ -34,7 +34,7 @@ struct InDependencies
 ///
 /// A package that has something to do specialises `initPackage` and `cleanupPackage` ahead of the instantiation.
 template <class Tag>
-class ZVBASE_EXPORT InInit : public InPackageInit
+class ZVBASE_TEMPLATE_EXPORT InInit : public InPackageInit
 {
 public:
     /// Enters the package, then its dependencies.
