@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <iterator>
+#include <type_traits>
 
 namespace Zv {
 
@@ -20,28 +21,28 @@ namespace Zv {
 /// All operations of a handle without an engine throw `RCEx::ExNullPtr`.
 ///
 /// Its destructor does not throw: the algorithms forbid it.
-template <class T>
-class ConstIterator
+template <class Element>
+class BasicIterator
 {
 public:
     using iterator_category = std::input_iterator_tag;
-    using value_type = T;
+    using value_type = std::remove_const_t<Element>;
     using difference_type = std::ptrdiff_t;
-    using pointer = T *;
-    using reference = T &;
+    using pointer = value_type *;
+    using reference = value_type &;
 
     /// Of no container.
-    ConstIterator() = default;
+    BasicIterator() = default;
     /// Shares the engine: a new one, as a rule.
-    explicit ConstIterator(ConstIteratorImp<T> *imp) : _imp(imp) {}
-    ConstIterator(ConstIterator const &) = default;
-    ConstIterator(ConstIterator &&) noexcept = default;
-    ConstIterator &operator=(ConstIterator const &) = default;
-    ConstIterator &operator=(ConstIterator &&) noexcept = default;
+    explicit BasicIterator(BasicIteratorImp<Element> *imp) : _imp(imp) {}
+    BasicIterator(BasicIterator const &) = default;
+    BasicIterator(BasicIterator &&) noexcept = default;
+    BasicIterator &operator=(BasicIterator const &) = default;
+    BasicIterator &operator=(BasicIterator &&) noexcept = default;
 
     /// The element. Behind the last one: throws `IteratorEx::ExOutOfRange`.
-    virtual T const &operator*() const { return item(); }
-    virtual T const &item() const { return read().item(); }
+    virtual Element &operator*() const { return item(); }
+    virtual Element &item() const { return read().item(); }
     /// Goes to the first element; in an empty container to the end.
     virtual void first() { write().first(); }
     /// Goes to the last element; in an empty container to the end.
@@ -51,127 +52,63 @@ public:
     virtual bool atEnd() const { return read().atEnd(); }
     virtual bool atBegin() const { return read().atBegin(); }
     /// Throws `IteratorEx::ExOutOfRange` at the end.
-    virtual ConstIterator &next()
+    virtual BasicIterator &next()
     {
         write().next();
         return *this;
     }
     /// Throws `IteratorEx::ExOutOfRange` at the beginning.
-    virtual ConstIterator &previous()
+    virtual BasicIterator &previous()
     {
         write().previous();
         return *this;
     }
     /// The number of elements in the container.
     virtual std::size_t getCardinality() const { return read().getCardinality(); }
-    virtual ConstIterator &operator++() { return next(); }
-    virtual ConstIterator operator++(int)
+    virtual BasicIterator &operator++() { return next(); }
+    virtual BasicIterator operator++(int)
     {
-        ConstIterator former(*this);
+        BasicIterator former(*this);
         next();
         return former;
     }
-    virtual ConstIterator &operator--() { return previous(); }
-    virtual ConstIterator operator--(int)
+    virtual BasicIterator &operator--() { return previous(); }
+    virtual BasicIterator operator--(int)
     {
-        ConstIterator former(*this);
+        BasicIterator former(*this);
         previous();
         return former;
     }
-    virtual ~ConstIterator() noexcept = default;
+    virtual ~BasicIterator() noexcept = default;
 
-    T const *operator->() const { return &item(); }
+    Element *operator->() const { return &item(); }
 
     /// At the same position of the same container. Unlike all other operations they take handles without an engine.
-    friend bool operator==(ConstIterator const &left, ConstIterator const &right)
+    friend bool operator==(BasicIterator const &left, BasicIterator const &right)
     {
         if (left._imp.isNull() || right._imp.isNull())
             return left._imp.isNull() && right._imp.isNull();
         return left.read().isAt(right.read());
     }
-    friend bool operator==(ConstIterator const &iterator, std::default_sentinel_t)
+    friend bool operator==(BasicIterator const &iterator, std::default_sentinel_t)
     {
         return iterator.atEnd();
     }
 
 private:
-    ConstIteratorImp<T> const &read() const { return *_imp; }
+    BasicIteratorImp<Element> const &read() const { return *_imp; }
     /// The engine of this handle alone.
-    ConstIteratorImp<T> &write() { return _imp.write(); }
+    BasicIteratorImp<Element> &write() { return _imp.write(); }
 
-    RCPvtEngPtr<ConstIteratorImp<T>> _imp;
+    RCPvtEngPtr<BasicIteratorImp<Element>> _imp;
 };
 
-/// The same for elements that may be changed.
+/// Walks through elements that stay as they are.
 template <class T>
-class Iterator
-{
-public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = T;
-    using difference_type = std::ptrdiff_t;
-    using pointer = T *;
-    using reference = T &;
+using ConstIterator = BasicIterator<T const>;
 
-    Iterator() = default;
-    explicit Iterator(IteratorImp<T> *imp) : _imp(imp) {}
-    Iterator(Iterator const &) = default;
-    Iterator(Iterator &&) noexcept = default;
-    Iterator &operator=(Iterator const &) = default;
-    Iterator &operator=(Iterator &&) noexcept = default;
-
-    virtual T &operator*() const { return item(); }
-    virtual T &item() const { return read().item(); }
-    virtual void first() { write().first(); }
-    virtual void last() { write().last(); }
-    virtual void end() { write().end(); }
-    virtual bool atEnd() const { return read().atEnd(); }
-    virtual bool atBegin() const { return read().atBegin(); }
-    virtual Iterator &next()
-    {
-        write().next();
-        return *this;
-    }
-    virtual Iterator &previous()
-    {
-        write().previous();
-        return *this;
-    }
-    virtual std::size_t getCardinality() const { return read().getCardinality(); }
-    virtual Iterator &operator++() { return next(); }
-    virtual Iterator operator++(int)
-    {
-        Iterator former(*this);
-        next();
-        return former;
-    }
-    virtual Iterator &operator--() { return previous(); }
-    virtual Iterator operator--(int)
-    {
-        Iterator former(*this);
-        previous();
-        return former;
-    }
-    virtual ~Iterator() noexcept = default;
-
-    T *operator->() const { return &item(); }
-
-    friend bool operator==(Iterator const &left, Iterator const &right)
-    {
-        if (left._imp.isNull() || right._imp.isNull())
-            return left._imp.isNull() && right._imp.isNull();
-        return left.read().isAt(right.read());
-    }
-    friend bool operator==(Iterator const &iterator, std::default_sentinel_t)
-    {
-        return iterator.atEnd();
-    }
-
-private:
-    IteratorImp<T> const &read() const { return *_imp; }
-    IteratorImp<T> &write() { return _imp.write(); }
-
-    RCPvtEngPtr<IteratorImp<T>> _imp;
-};
+/// Walks through elements that may be changed.
+template <class T>
+using Iterator = BasicIterator<T>;
 
 } // namespace Zv

@@ -7,14 +7,14 @@
 
 namespace Zv {
 
-/// What moves behind a `ConstIterator`: a position in some container. Copies of the handle share it until one of them
-/// moves, which clones it first. Derive from it to hand out the elements of a container of another kind.
-template <class T>
-class ConstIteratorImp : public RCBase<LkCounter<long>>
+/// What moves behind an iterator: a position in some container. Copies of the handle share it until one of them moves,
+/// which clones it first. Derive from it to hand out the elements of a container of another kind.
+template <class Element>
+class BasicIteratorImp : public RCBase<LkCounter<long>>
 {
 public:
     /// The element at the position. At the end there is none: throws `IteratorEx::ExOutOfRange`.
-    virtual T const &item() const = 0;
+    virtual Element &item() const = 0;
     /// Goes to the first element; in an empty container to the end.
     virtual void first() = 0;
     /// Goes to the last element; in an empty container to the end.
@@ -30,39 +30,23 @@ public:
     /// The number of elements.
     virtual std::size_t getCardinality() const = 0;
     /// True for the same position in the same container.
-    virtual bool isAt(ConstIteratorImp const &other) const = 0;
+    virtual bool isAt(BasicIteratorImp const &other) const = 0;
     /// A new engine at the same position.
-    virtual ConstIteratorImp *clone() const = 0;
+    virtual BasicIteratorImp *clone() const = 0;
 
 protected:
-    ConstIteratorImp() = default;
-    ConstIteratorImp(ConstIteratorImp const &) = default;
-    ConstIteratorImp &operator=(ConstIteratorImp const &) = delete;
-    ~ConstIteratorImp() noexcept(false) override = default;
+    BasicIteratorImp() = default;
+    BasicIteratorImp(BasicIteratorImp const &) = default;
+    BasicIteratorImp &operator=(BasicIteratorImp const &) = delete;
+    ~BasicIteratorImp() noexcept(false) override = default;
 };
 
-/// The same behind an `Iterator`, whose elements may be changed.
+/// Behind a `ConstIterator`.
 template <class T>
-class IteratorImp : public RCBase<LkCounter<long>>
-{
-public:
-    virtual T &item() const = 0;
-    virtual void first() = 0;
-    virtual void last() = 0;
-    virtual void end() = 0;
-    virtual bool atEnd() const = 0;
-    virtual bool atBegin() const = 0;
-    virtual void next() = 0;
-    virtual void previous() = 0;
-    virtual std::size_t getCardinality() const = 0;
-    virtual bool isAt(IteratorImp const &other) const = 0;
-    virtual IteratorImp *clone() const = 0;
+using ConstIteratorImp = BasicIteratorImp<T const>;
 
-protected:
-    IteratorImp() = default;
-    IteratorImp(IteratorImp const &) = default;
-    IteratorImp &operator=(IteratorImp const &) = delete;
-    ~IteratorImp() noexcept(false) override = default;
-};
+/// Behind an `Iterator`, whose elements may be changed.
+template <class T>
+using IteratorImp = BasicIteratorImp<T>;
 
 } // namespace Zv
