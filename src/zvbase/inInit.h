@@ -1,6 +1,7 @@
 // A package and its place among the others, written down as a tag.
 #pragma once
 
+#include "platform/interlocked.h"
 #include "zvbase/inPackage.h"
 
 namespace Zv {
@@ -47,7 +48,7 @@ public:
 
     /// Names the package, also before its object exists.
     static std::type_info const &getType();
-    /// Whether the package is up. Changes only while the packages are run.
+    /// Whether the package is up. Any thread; it changes only while the packages are run.
     static bool isInitialized();
 
 private:
@@ -78,7 +79,7 @@ void InInit<Tag>::cleanupPackage()
 template <class Tag>
 void InInit<Tag>::setInitialized(bool initialized)
 {
-    _initialized = initialized;
+    ZvPlatform::Interlocked::storeRelease(_initialized, initialized);
 }
 
 template <class Tag>
@@ -90,7 +91,7 @@ std::type_info const &InInit<Tag>::getType()
 template <class Tag>
 bool InInit<Tag>::isInitialized()
 {
-    return _initialized;
+    return ZvPlatform::Interlocked::loadAcquire(_initialized);
 }
 
 namespace ZvInit {

@@ -52,8 +52,7 @@ public:
 
     /// Puts a date together: `month` and `day` from 1, `seconds` in [0, 60). Returns false and leaves `date` alone
     /// where there is no such date: numbers out of their range, the 30th of February, an hour that the place's clock
-    /// skips. Years run from 0 to 9999. Of an hour that the clock repeats the
-    /// first one is meant.
+    /// skips. Years run from 0 to 9999. Of an hour that the clock repeats the first one is meant.
     [[nodiscard]] static bool makeTime(OsDateTypes::DateRep &date, int year, int month, int day,
                                        int hour, int minute, double seconds, OsDateTypes::TimeMode);
 

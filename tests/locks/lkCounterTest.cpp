@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <latch>
 #include <limits>
 
 namespace Zv {
@@ -32,18 +33,29 @@ TYPED_TEST(LkCounterOf, PreFormsAnswerTheNewValueAndPostFormsTheOld)
 
 TYPED_TEST(LkCounterOf, LosesNoCountAmongThreads)
 {
+    constexpr int COUNTS = 20000;
     LkCounter<TypeParam> counter;
+    std::latch both(2);
+    // One kind of operation at a time, while the other thread does the same.
     auto const count = [&] {
-        for (int i = 0; i < 10000; ++i) {
+        both.arrive_and_wait();
+        for (int i = 0; i < COUNTS; ++i)
             ++counter;
-            counter += 2;
+        for (int i = 0; i < COUNTS; ++i)
+            counter++;
+        for (int i = 0; i < COUNTS; ++i)
+            --counter;
+        for (int i = 0; i < COUNTS; ++i)
+            counter += 3;
+        for (int i = 0; i < COUNTS; ++i)
+            counter -= 1;
+        for (int i = 0; i < COUNTS; ++i)
             counter--;
-        }
     };
     {
         Joined a(count), b(count);
     }
-    EXPECT_EQ(counter.getValue(), TypeParam(40000));
+    EXPECT_EQ(counter.getValue(), TypeParam(2 * 2 * COUNTS));
 }
 
 TEST(LkCounter, OfLongHas32BitsAndWrapsAround)
@@ -54,6 +66,20 @@ TEST(LkCounter, OfLongHas32BitsAndWrapsAround)
     EXPECT_EQ(counter.getValue(), std::numeric_limits<std::int32_t>::min());
     EXPECT_EQ(counter--, std::numeric_limits<std::int32_t>::min());
     EXPECT_EQ(++counter, std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(counter -= 1, std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(counter += 1, std::numeric_limits<std::int32_t>::min());
+}
+
+TEST(LkCounter, OfLongTakesTheLower32BitsOfAnyAmount)
+{
+    constexpr long FAR = (1L << 40) + 7;
+    LkCounter<long> counter(FAR);
+    EXPECT_EQ(counter.getValue(), 7);
+    EXPECT_EQ(counter = FAR + 1, 8) << "answers what it holds";
+    EXPECT_EQ(counter.getValue(), 8);
+    EXPECT_EQ(counter += FAR, 15);
+    EXPECT_EQ(counter -= FAR, 8);
+    EXPECT_EQ(counter -= std::numeric_limits<long>::min(), 8) << "its lower half is zero";
 }
 
 TEST(LkThreadId, NullPrintsAsZeroAtTheRightEndOfSix)

@@ -75,24 +75,24 @@ public:
     LkCounter &operator=(LkCounter const &) = delete;
 
     long operator++() { return _imp.increment(); }
-    long operator++(int) { return previous(_imp.increment(), 1); }
+    long operator++(int) { return minus(_imp.increment(), 1); }
     long operator--() { return _imp.decrement(); }
-    long operator--(int) { return previous(_imp.decrement(), -1); }
+    long operator--(int) { return minus(_imp.decrement(), -1); }
     long operator+=(long amount) { return _imp.add(amount); }
-    long operator-=(long amount) { return _imp.add(-amount); }
+    long operator-=(long amount) { return _imp.add(minus(0, amount)); }
     long operator=(long value)
     {
         _imp.set(value);
-        return value;
+        return minus(value, 0);
     }
     long getValue() const { return _imp.getValue(); }
 
 private:
-    /// What stood there before; the subtraction wraps around as the counter does.
-    static long previous(long value, long step)
+    /// The difference, which wraps around as the counter does.
+    static long minus(long left, long right)
     {
-        return static_cast<std::int32_t>(static_cast<std::uint32_t>(value) -
-                                         static_cast<std::uint32_t>(step));
+        return static_cast<std::int32_t>(static_cast<std::uint32_t>(left) -
+                                         static_cast<std::uint32_t>(right));
     }
 
     LkCounterWindows<long> _imp;
