@@ -10,6 +10,9 @@ namespace Zv {
 /// A condition variable: a signal that nobody waits for is lost. Where it shall be kept, take an `LkPulse`.
 ///
 /// While a thread waits, `isLocked` of the mutex is false as long as nobody else takes it. The name is not copied.
+///
+/// A thread that is killed inside a wait (`MtThread::cancel`) stays counted among the waiters: the next `broadcast`
+/// waits for it for ever, and each `signal` may be kept for it. Such a thread waits on an `LkPulse`.
 class ZVRESMGT_EXPORT LkCondVar : public LkWaitable
 {
 public:

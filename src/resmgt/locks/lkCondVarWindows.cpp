@@ -133,20 +133,26 @@ bool LkCondVarWindows::leave() const
 
 bool LkCondVarWindows::waitInternal(LkMutex const &externalMutex, std::uint32_t milliseconds) const
 {
+    HANDLE const mutex = externalMutex.getImp().getMutex();
     enter();
+    bool wasReleased = false;
     DWORD ret = WAIT_FAILED;
     try {
         externalMutex.getImp().clearLockedFlag();
         ZV_SYS_ASSERT(::ReleaseMutex( externalMutex.getImp().getMutex() ));
+        wasReleased = true;
         ret = ::WaitForSingleObjectEx(_sema, milliseconds, FALSE);
         ZV_SYS_ASSERT(ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT);
     } catch (...) {
         if (leave())
             ::SetEvent(_waitersDone);
+        if (wasReleased) { // The caller's guard is going to release it.
+            ::WaitForSingleObject(mutex, INFINITE);
+            externalMutex.getImp().updateLockingThreadId();
+        }
         throw;
     }
 
-    HANDLE const mutex = externalMutex.getImp().getMutex();
     if (leave()) {
         // Set and not pulsed: a pulse would be lost on a broadcaster that is not yet waiting for it.
         if (!(::SetEvent(_waitersDone) &&

@@ -29,6 +29,8 @@ LkGate::LkGate(char const *name, int numGatees, bool useGateKeeper)
       _gateKeeper(useGateKeeper ? new LkUnnamedSema("GateKeeper", 0) : nullptr),
       _name(name)
 {
+    // It would let the keeper through before anybody has come.
+    ZV_ASSERT(!useGateKeeper || _gateKeeper->getErrno() == 0);
     ZV_ASSERT(numGatees > 0);
 }
 

@@ -17,7 +17,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT LkGate
 {
 public:
-    /// `numGatees` threads have to come; above 0.
+    /// `numGatees` threads have to come; above 0, or an assertion fails.
     LkGate(char const *name, int numGatees, bool useGateKeeper);
     /// Takes the gate over. Nobody may stand at the source, and nobody uses it again.
     LkGate(LkGate &source);
@@ -26,12 +26,14 @@ public:
 
     /// Blocks until the gate opens. One arrival too many fails an assertion.
     void ready();
-    /// Whether all stand at the gate and the keeper has not yet come. Only with a keeper; never blocks.
+    /// Whether all stand at the gate and the keeper has not yet come. Never blocks. Only with a keeper: without, throws
+    /// `RCEx::ExNullPtr`.
     bool isGateReady();
     /// Blocks until all stand at the gate. Only with a keeper: without, they are gone at the moment when they are all
     /// there. An observer that comes to look when the keeper has let them go waits for the next cycle.
     void observeGateReady();
     char const *getName() const noexcept { return _name; }
+    /// The gate's make, then its state, in three lines.
     void dump(std::ostream &stream) const;
 
 private:
@@ -50,7 +52,8 @@ private:
     char const *_name;
 };
 
-/// The keeper's scope: the constructor blocks until all stand at the gate, the destructor lets them go.
+/// The keeper's scope: the constructor blocks until all stand at the gate, the destructor lets them go. On a gate
+/// without a keeper the constructor fails an assertion. One keeper at a time.
 class ZVRESMGT_EXPORT LkGateKeeperGuard
 {
 public:

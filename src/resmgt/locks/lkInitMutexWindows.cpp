@@ -36,7 +36,8 @@ ZvPlatform::Handle acquireInitMutex(char const *Id)
         ZV_THROW(ExSysErrorWindows);
     if (::WaitForSingleObject(mutex, INFINITE) != WAIT_OBJECT_0) {
         ExSysErrorWindows const failure(__FILE__, __LINE__);
-        ::CloseHandle(mutex);
+        // One whose holder was killed is the caller's now: others shall get it.
+        abandonInitMutex(mutex);
         throw failure;
     }
     return mutex;

@@ -44,6 +44,7 @@ bool waitAndReacquire(LkMutex const &externalMutex, Wait wait)
         wasWoken = wait();
     } catch (...) {
         ::WaitForSingleObject(externalMutex.getImp().getMutex(), INFINITE);
+        externalMutex.getImp().updateLockingThreadId();
         throw;
     }
     reacquire(externalMutex);

@@ -13,7 +13,9 @@ namespace Zv {
 ///
 /// The constness of the object chooses: `lock`, `tryLock` and `spinLock` of a non-const object write, those of a const
 /// object read, so `LkGuard<LkRwLock>` writes and `LkGuard<LkRwLock const>` reads. There is no recursion: who holds the
-/// lock for writing and asks for it again, for whatever, waits for ever. The name is not copied.
+/// lock for writing and asks for it again, for whatever, waits for ever; so does a reader who asks again while a writer
+/// waits. The lock has no owner and tests none: who unlocks it without holding it breaks it. A thread that is killed
+/// while it waits stays counted, a writer so that no reader comes in again. The name is not copied.
 class ZVRESMGT_EXPORT ZV_CAPABILITY("rwlock") LkRwLock
 {
 public:
@@ -39,7 +41,7 @@ public:
     /// Try up to `tries` times, 0 standing for 2^32, then block. Always true.
     bool spinReadLock(unsigned tries) const ZV_ACQUIRE_SHARED();
     bool spinWriteLock(unsigned tries) const ZV_ACQUIRE();
-    /// Lets go of either kind.
+    /// Lets go of either kind. Only for who holds it: a free lock would be locked for writing by it.
     void unlock() const ZV_THREAD_ANNOTATION(release_generic_capability());
 
     /// What some thread holds, for checks and reports: a write lock on a non-const object, a read lock on a const one.

@@ -7,7 +7,7 @@
 namespace Zv {
 
 /// A counting semaphore over a mutex and a condition variable. Any thread may call anything; the name is not copied.
-/// Without a time-out, `LkUnnamedSema` is cheaper.
+/// Without a time-out, `LkUnnamedSema` is cheaper, and stands a waiter that is killed, as this one does not.
 class ZVRESMGT_EXPORT LkSema
 {
 public:

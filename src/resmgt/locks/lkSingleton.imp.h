@@ -31,13 +31,18 @@ void LkSingleton<T>::destroy()
 {
     LkInitMutexWindows<LkSingleton<T>> creationLock;
     ZV_ASSERT(LkSingleton<T>::_state != LkSingleton<T>::DESTROYED);
-    if (_state == INITIALIZED) {
-        T * const object = _pointee;
-        _pointee = nullptr;
-        ZvPlatform::Interlocked::storeRelease(_state, DESTROYED);
-        delete object;
+    {
+        // The object finds itself until its end, which may throw.
+        struct Mark
+        {
+            ~Mark()
+            {
+                _pointee = nullptr;
+                ZvPlatform::Interlocked::storeRelease(_state, DESTROYED);
+            }
+        } const mark;
+        delete _pointee;
     }
-    ZvPlatform::Interlocked::storeRelease(_state, DESTROYED);
     creationLock.release();
 }
 

@@ -8,6 +8,12 @@ namespace Zv {
 
 /// Lets threads wait for their turn by a running number, which begins at 0. Any thread may call anything; the name is
 /// not copied.
+///
+///     ticket.waitForTicket(mine);
+///     ...                     // nobody else's turn
+///     ticket.next();
+///
+/// Only whoever has the turn calls `next`: a thread that still waits when its turn has gone by waits for ever.
 class ZVRESMGT_EXPORT LkTicket
 {
 public:

@@ -11,7 +11,9 @@ namespace Zv {
 /// not care which.
 ///
 /// All waits are called with the mutex held once, and return with it held, whatever they answer. Wait in a loop
-/// around the condition. Times are in seconds, rounded to milliseconds.
+/// around the condition: a wait may also end for a wake-up that another thread was too late to take. Times are in
+/// seconds, rounded to milliseconds; 0 and less only ask. What the system refuses is a failed assertion; the mutex is
+/// held then as well, unless it is the mutex that the system refuses.
 class ZVRESMGT_EXPORT LkWaitable
 {
 public:

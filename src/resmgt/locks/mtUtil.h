@@ -9,18 +9,23 @@ namespace Zv {
 class ZVRESMGT_EXPORT MtUtil
 {
 public:
+    /// Those of the machine that are in use, whichever of them this process may run on.
     static int getNbProcessors();
     /// Gives the processor away once.
     static void yield();
     /// Always false: new threads are not scheduled first in, first out by default.
     static bool isFifoScheduledDefault() { return false; }
+    /// No effect.
     static void setFifoScheduledDefault(bool) {}
     /// Always true: threads compete with all threads of the system.
     static bool isSystemScopeDefault() { return true; }
+    /// No effect.
     static void setSystemScopeDefault(bool) {}
+    /// Always true, whoever runs the process.
     static bool isRoot() { return true; }
     /// Locks nothing and says so at trace level "MtUtil".
     static void lockProcessMemory();
+    /// No effect.
     static void unlockProcessMemory() {}
     /// Writes what the system says about itself to the trace, one line a value.
     static void printSysConf();
