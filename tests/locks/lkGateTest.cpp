@@ -29,7 +29,9 @@ TEST(LkGate, HoldsEverybodyUntilTheLastHasCome)
         ++nbThrough;
         through.release();
     };
-    Joined a(come), b(come);
+    Watched a(come), b(come);
+    a.waitUntilAsleep();
+    b.waitUntilAsleep();
     EXPECT_EQ(nbThrough, 0);
     gate.ready();
     through.acquire();
@@ -56,9 +58,11 @@ TEST(LkGate, TheKeeperActsWhileAllStandAtTheGate)
         gate.ready();
         ++nbThrough;
     };
-    Joined a(come), b(come);
+    Watched a(come), b(come);
     {
         LkGateKeeperGuard keeper(gate);
+        a.waitUntilAsleep();
+        b.waitUntilAsleep();
         EXPECT_EQ(nbThrough, 0);
         EXPECT_FALSE(gate.isGateReady()) << "the keeper has come";
         EXPECT_NE(dumpOf(gate).find("num ready: 2\n"), std::string::npos);
@@ -72,11 +76,12 @@ TEST(LkGate, LastArrivalWaitsForTheKeeper)
 {
     LkGate gate("g", 1, true);
     std::atomic<bool> isThrough = false;
-    Joined last([&] {
+    Watched last([&] {
         gate.ready();
         isThrough = true;
     });
     gate.observeGateReady();
+    last.waitUntilAsleep();
     EXPECT_FALSE(isThrough);
     {
         LkGateKeeperGuard keeper(gate);
@@ -108,6 +113,42 @@ TEST(LkGate, ObserversSeeAllStandAtTheGate)
     });
     Joined a([&] { gate.ready(); });
     Joined b([&] { gate.ready(); });
+}
+
+TEST(LkGate, AnObserverSleepsUntilTheLastHasCome)
+{
+    LkGate gate("g", 2, true);
+    std::atomic<bool> hasSeen = false;
+    Watched observer([&] {
+        gate.observeGateReady();
+        hasSeen = true;
+    });
+    Joined a([&] { gate.ready(); });
+    observer.waitUntilAsleep();
+    EXPECT_FALSE(hasSeen);
+    EXPECT_FALSE(gate.isGateReady());
+    Joined b([&] { gate.ready(); });
+    observer.join();
+    LkGateKeeperGuard keeper(gate);
+}
+
+TEST(LkGate, TheKeeperSleepsUntilTheLastHasCome)
+{
+    LkGate gate("g", 1, true);
+    std::atomic<bool> hasCome = false;
+    Watched keeper([&] {
+        LkGateKeeperGuard const guard(gate);
+        EXPECT_TRUE(hasCome);
+    });
+    keeper.waitUntilAsleep();
+    hasCome = true;
+    gate.ready();
+}
+
+TEST(LkGate, WithoutAKeeperThereIsNobodyToAskFor)
+{
+    LkGate gate("g", 1, false);
+    EXPECT_THROW(gate.isGateReady(), RCEx::ExNullPtr);
 }
 
 TEST(LkGate, OneArrivalTooManyFails)

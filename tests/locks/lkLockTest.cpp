@@ -108,12 +108,16 @@ TEST(LkGuard, HoldsForItsScope)
 TEST(LkGuard, LetsGoForAWhile)
 {
     LkRecLock const lock("r");
-    LkGuard<LkRecLock const> guard(lock);
-    guard.unlock();
-    EXPECT_FALSE(guard.isLocked());
-    EXPECT_FALSE(lock.isLocked());
-    guard.relock();
-    EXPECT_TRUE(lock.isLockedByThread());
+    {
+        LkGuard<LkRecLock const> guard(lock);
+        guard.unlock();
+        EXPECT_FALSE(guard.isLocked());
+        EXPECT_FALSE(lock.isLocked());
+        guard.relock();
+        EXPECT_TRUE(guard.isLocked());
+        EXPECT_TRUE(lock.isLockedByThread());
+    }
+    EXPECT_FALSE(lock.isLocked()) << "not let go a second time";
 }
 
 TEST(LkGuard, UnlockedOnceOnly)

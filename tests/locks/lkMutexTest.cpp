@@ -215,11 +215,16 @@ TEST(LkMutexAttr, HasNoPriorityProtocolHere)
 TEST(LkMutexAttr, NamesItsProtocols)
 {
     EXPECT_EQ(LkMutexAttrTypes::UNIMPLEMENTED, 0);
+    EXPECT_EQ(LkMutexAttrTypes::NONE, 1);
+    EXPECT_EQ(LkMutexAttrTypes::INHERIT, 2);
     EXPECT_EQ(LkMutexAttrTypes::PROTECT, 3);
     EXPECT_STREQ(LkMutexAttrTypes::getText(LkMutexAttrTypes::UNIMPLEMENTED), "UNIMPLEMENTED");
     EXPECT_STREQ(LkMutexAttrTypes::getText(LkMutexAttrTypes::NONE), "NONE");
     EXPECT_STREQ(LkMutexAttrTypes::getText(LkMutexAttrTypes::INHERIT), "INHERIT");
     EXPECT_STREQ(LkMutexAttrTypes::getText(LkMutexAttrTypes::PROTECT), "PROTECT");
+    int const volatile unknown = 4;
+    EXPECT_THROW(LkMutexAttrTypes::getText(static_cast<LkMutexAttrTypes::PrioProtocol>(unknown)),
+                 ProgramAborted);
 }
 
 TEST(LkEx, ADeadlockIsCaughtInAllItsForms)

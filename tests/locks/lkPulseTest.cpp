@@ -46,19 +46,15 @@ TEST(LkPulse, TwoCountedPulsesServeTwoWaitsAndTheThirdBlocks)
     EXPECT_TRUE(pulse.timedWait(mutex, 1000.0));
     EXPECT_FALSE(pulse.timedWait(mutex, 0.001));
 
-    std::binary_semaphore isWaiting(0);
-    bool isDone = false;
+    std::atomic<bool> isDone = false;
     guard.unlock();
-    std::thread third([&] {
+    Watched third([&] {
         LkGuard<LkMutex const> mine(mutex);
-        isWaiting.release();
         pulse.wait(mine);
         isDone = true;
     });
-    isWaiting.acquire();
-    guard.relock();
+    third.waitUntilAsleep();
     EXPECT_FALSE(isDone);
-    guard.unlock();
     pulse.pulse();
     third.join();
     EXPECT_TRUE(isDone);
@@ -336,8 +332,19 @@ TEST(LkEvent, StaysSetUntilItIsReset)
 TEST(LkEvent, WakesAllWhoWait)
 {
     LkEvent event("e", false);
-    Joined a([&] { event.wait(); });
-    Joined b([&] { EXPECT_TRUE(event.timedWait(1000.0)); });
+    EXPECT_STREQ(event.getName(), "e");
+    std::atomic<bool> isSet = false;
+    Watched a([&] {
+        event.wait();
+        EXPECT_TRUE(isSet);
+    });
+    Watched b([&] {
+        EXPECT_TRUE(event.timedWait(1000.0));
+        EXPECT_TRUE(isSet);
+    });
+    a.waitUntilAsleep();
+    b.waitUntilAsleep();
+    isSet = true;
     event.set();
 }
 

@@ -11,6 +11,7 @@
 #include <functional>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -20,13 +21,20 @@ constexpr DWORD REFUSED = 4711;
 thread_local std::string_view refusing;
 thread_local int nbBefore = 0;
 thread_local DWORD answer = WAIT_FAILED;
+/// Happens at the refusal.
+thread_local std::function<void()> whenRefused;
 thread_local int nbWakeCalls = 0;
+thread_local int nbSleepCalls = 0;
+/// The limit of the calling thread's last wait that may have one.
+thread_local DWORD lastLimit = INFINITE;
 
 bool refuses(std::string_view service)
 {
     if (refusing != service || nbBefore-- > 0)
         return false;
     refusing = {};
+    if (auto const happen = std::exchange(whenRefused, nullptr))
+        happen();
     ::SetLastError(REFUSED);
     return true;
 }
@@ -37,6 +45,13 @@ void refuse(std::string_view service, int nb = 1, DWORD waitAnswer = WAIT_FAILED
     refusing = service;
     nbBefore = nb - 1;
     answer = waitAnswer;
+}
+
+DWORD noted(DWORD milliseconds)
+{
+    if (milliseconds != INFINITE)
+        lastLimit = milliseconds;
+    return milliseconds;
 }
 
 } // namespace
@@ -64,9 +79,9 @@ ZV_WRAP(BOOL, ReleaseMutex, _ZN10ZvPlatform12ReleaseMutexEPv, (HANDLE h), (h), F
 ZV_WRAP(BOOL, ReleaseSemaphore, _ZN10ZvPlatform16ReleaseSemaphoreEPviPi,
         (HANDLE h, LONG count, LONG *previous), (h, count, previous), FALSE)
 ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj,
-        (HANDLE h, DWORD milliseconds), (h, milliseconds), answer)
+        (HANDLE h, DWORD milliseconds), (h, noted(milliseconds)), answer)
 ZV_WRAP(DWORD, WaitForSingleObjectEx, _ZN10ZvPlatform21WaitForSingleObjectExEPvji,
-        (HANDLE h, DWORD milliseconds, BOOL alertable), (h, milliseconds, alertable), answer)
+        (HANDLE h, DWORD milliseconds, BOOL alertable), (h, noted(milliseconds), alertable), answer)
 ZV_WRAP(BOOL, SetEvent, _ZN10ZvPlatform8SetEventEPv, (HANDLE h), (h),
         (__real__ZN10ZvPlatform8SetEventEPv(h), FALSE))
 // What is closed is gone, whatever the answer.
@@ -78,6 +93,14 @@ extern "C" void __wrap__ZN10ZvPlatform16WakeByAddressAllEPv(void *address)
 {
     ++nbWakeCalls;
     __real__ZN10ZvPlatform16WakeByAddressAllEPv(address);
+}
+
+extern "C" void __real__ZN10ZvPlatform5SleepEj(DWORD milliseconds);
+extern "C" void __wrap__ZN10ZvPlatform5SleepEj(DWORD milliseconds)
+{
+    EXPECT_EQ(milliseconds, 0u);
+    ++nbSleepCalls;
+    __real__ZN10ZvPlatform5SleepEj(milliseconds);
 }
 
 namespace Zv {
@@ -197,12 +220,15 @@ TEST_F(Refused, ConditionWaitFails)
 {
     LkMutex const mutex("m");
     LkCondVar const condVar("c");
-    mutex.lock();
-    refuse("WaitForSingleObjectEx");
-    EXPECT_EQ(systemAssertionOf([&] { condVar.wait(mutex); }), RET);
+    {
+        LkGuard<LkMutex const> guard(mutex);
+        refuse("WaitForSingleObjectEx");
+        EXPECT_EQ(systemAssertionOf([&] { condVar.wait(guard); }), RET);
+        EXPECT_TRUE(mutex.isLocked()) << "the guard has it still";
+        EXPECT_FALSE(elsewhere([&] { return mutex.tryLock(); }));
+    }
     condVar.broadcast(); // counts nobody any more
-    mutex.lock();
-    mutex.unlock();
+    EXPECT_TRUE(elsewhere([&] { return mutex.tryLock() && (mutex.unlock(), true); }));
 }
 
 TEST_F(Refused, ConditionWaitCannotTakeTheMutexAgain)
@@ -299,7 +325,9 @@ TEST_F(Refused, PulseWaitFailsAndTheGuardStillHasItsMutex)
     {
         LkGuard<LkMutex const> guard(mutex);
         refuse("WaitForSingleObjectEx");
+        whenRefused = [&] { elsewhere([&] { return mutex.lock() && (mutex.unlock(), true); }); };
         EXPECT_EQ(systemAssertionOf([&] { pulse.wait(guard); }), RET);
+        EXPECT_TRUE(mutex.isLocked());
         refuse("ReleaseMutex");
         EXPECT_EQ(systemAssertionOf([&] { pulse.wait(guard); }),
                   "::ReleaseMutex( externalMutex.getImp().getMutex() )");
@@ -321,6 +349,13 @@ TEST_F(Refused, PulseWaitWithoutALimitCannotTimeOut)
     EXPECT_EQ(assertionOf([&] { pulse.wait(guard); }), "wait_internal( externalMutex, INFINITE )");
 }
 
+TEST_F(Refused, KeeperOfAGateCannotBeMade)
+{
+    refuse("CreateSemaphore");
+    EXPECT_EQ(assertionOf([] { LkGate gate("g", 1, true); }),
+              "!useGateKeeper || _gateKeeper->getErrno() == 0");
+}
+
 TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
 {
     EXPECT_EQ(systemAssertionOf([] {
@@ -334,6 +369,9 @@ TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
     refuse("CreateSemaphore");
     LkNamedSema const failed("zvRefused", 0, LkSemaTypes::CREATE, nullptr);
     EXPECT_EQ(failed.getErrno(), int{REFUSED});
+    refuse("CreateSemaphore");
+    LkUnnamedSema const unnamed("s", 0);
+    EXPECT_EQ(unnamed.getErrno(), int{REFUSED});
 }
 
 } // namespace
@@ -354,6 +392,51 @@ TEST_F(Refused, CreationLockOfASingletonFails)
         EXPECT_NO_THROW(LkSingleton<RefusedSingleton>::init())
             << "the lock was kept after " << service;
     }
+}
+
+TEST(TimedWait, HandsItsSecondsOnAsRoundedMilliseconds)
+{
+    LkMutex const mutex("m");
+    LkCondVar const condVar("c");
+    LkPulse const counted("p", LkPulse::WAKE_ONE);
+    LkPulse const latched("p", LkPulse::WAKE_ALL);
+    LkEvent const event("e", false);
+    LkSema sema("s", 0);
+    LkGuard<LkMutex const> guard(mutex);
+    struct
+    {
+        double seconds;
+        DWORD milliseconds;
+    } const limits[] = {{0.0004, 0}, {0.0005, 1}, {0.0014, 1}, {0.0015, 2}, {-1.0, 0}};
+    for (auto const &limit : limits) {
+        auto const limitOf = [&](auto wait) {
+            lastLimit = INFINITE;
+            EXPECT_FALSE(wait());
+            return lastLimit;
+        };
+        double const seconds = limit.seconds;
+        EXPECT_EQ(limitOf([&] { return condVar.timedWait(guard, seconds); }), limit.milliseconds);
+        EXPECT_EQ(limitOf([&] { return counted.timedWait(guard, seconds); }), limit.milliseconds);
+        EXPECT_EQ(limitOf([&] { return latched.timedWait(mutex, seconds); }), limit.milliseconds);
+        EXPECT_EQ(limitOf([&] { return event.timedWait(seconds); }), limit.milliseconds);
+        EXPECT_EQ(limitOf([&] { return sema.timedWait(seconds); }), limit.milliseconds);
+    }
+}
+
+TEST(LkUtil, YieldsWhereTheEnvironmentAsksForIt)
+{
+    auto const countOf = [](void (*yield)()) {
+        nbSleepCalls = 0;
+        yield();
+        return nbSleepCalls;
+    };
+    EXPECT_EQ(countOf(&MtUtil::yield), 1);
+    EXPECT_EQ(countOf(&LkUtil::performYield), 1);
+    LkUtil::disableYield();
+    EXPECT_EQ(countOf(&LkUtil::yield), 0);
+    LkUtil::enableYield();
+    EXPECT_EQ(countOf(&LkUtil::yield), 1);
+    LkUtil::disableYield();
 }
 
 TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)

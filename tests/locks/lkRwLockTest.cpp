@@ -81,17 +81,101 @@ TEST(LkRwLock, AWaitingWriterKeepsNewReadersOut)
 {
     LkRwLock lock("l");
     lock.readLock();
-    Joined writer([&] {
+    Watched writer([&] {
         lock.writeLock();
         lock.unlock();
     });
-    while (!lock.waitForWriters())
-        std::this_thread::yield();
+    writer.waitUntilAsleep();
+    EXPECT_TRUE(lock.waitForWriters());
     EXPECT_FALSE(lock.tryReadLock());
     EXPECT_EQ(dumpOf(lock), "name l rwLock 1 wr wait 1 rd wait 0");
     lock.unlock();
     writer.join();
     EXPECT_TRUE(lock.tryReadLock());
+    lock.unlock();
+}
+
+TEST(LkRwLock, WritersComeBeforeReadersThatWaited)
+{
+    LkRwLock lock("l");
+    std::string order;
+    lock.writeLock();
+    Watched reader([&] {
+        LkGuard<LkRwLock const> const guard(lock);
+        order += 'r';
+    });
+    reader.waitUntilAsleep();
+    Watched writer([&] {
+        LkGuard<LkRwLock> const guard(lock);
+        order += 'w';
+    });
+    writer.waitUntilAsleep();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 1 rd wait 1");
+    lock.unlock();
+    writer.join();
+    reader.join();
+    EXPECT_EQ(order, "wr");
+}
+
+TEST(LkRwLock, AllReadersThatWaitedComeInTogether)
+{
+    LkRwLock lock("l");
+    std::counting_semaphore<> areIn(0);
+    std::counting_semaphore<> mayLeave(0);
+    lock.writeLock();
+    auto const read = [&] {
+        LkGuard<LkRwLock const> const guard(lock);
+        areIn.release();
+        mayLeave.acquire();
+    };
+    Watched a(read);
+    a.waitUntilAsleep();
+    Watched b(read);
+    b.waitUntilAsleep();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 0 rd wait 2");
+    lock.unlock();
+    areIn.acquire();
+    areIn.acquire();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 2 wr wait 0 rd wait 0");
+    EXPECT_FALSE(lock.waitForWriters());
+    mayLeave.release(2);
+}
+
+TEST(LkRwLock, TheLastReaderCallsTheWriter)
+{
+    LkRwLock lock("l");
+    lock.readLock();
+    lock.readLock();
+    std::atomic<bool> isWriting = false;
+    Watched writer([&] {
+        LkGuard<LkRwLock> const guard(lock);
+        isWriting = true;
+    });
+    writer.waitUntilAsleep();
+    lock.unlock();
+    writer.waitUntilAsleep();
+    EXPECT_FALSE(isWriting);
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 1 wr wait 1 rd wait 0");
+    lock.unlock();
+}
+
+TEST(LkRwLock, SpinnersSleepOnceTheirTriesAreUsedUp)
+{
+    LkRwLock lock("l");
+    lock.writeLock();
+    Watched reader([&] {
+        EXPECT_TRUE(lock.spinReadLock(1));
+        lock.unlock();
+    });
+    reader.waitUntilAsleep();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 0 rd wait 1");
+    Watched writer([&] {
+        EXPECT_TRUE(lock.spinWriteLock(3));
+        EXPECT_TRUE(lock.isWriteLock());
+        lock.unlock();
+    });
+    writer.waitUntilAsleep();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 1 rd wait 1");
     lock.unlock();
 }
 
@@ -183,18 +267,20 @@ TEST(LkTicket, WaitsForItsTurn)
 {
     LkTicket ticket("t");
     bool hadToWait = false;
-    std::binary_semaphore isComing(0);
-    Joined waiter([&] {
-        isComing.release();
+    std::atomic<bool> isOver = false;
+    Watched waiter([&] {
         hadToWait = ticket.waitForTicket(3);
+        isOver = true;
         ticket.next();
     });
-    isComing.acquire();
-    ticket.next();
-    ticket.next();
-    ticket.next();
+    for (int turn = 0; turn < 3; ++turn) {
+        waiter.waitUntilAsleep();
+        EXPECT_FALSE(isOver) << turn;
+        ticket.next();
+    }
     ticket.waitForTicket(4);
     waiter.join();
+    EXPECT_TRUE(hadToWait);
     EXPECT_FALSE(ticket.waitForTicket(4));
 }
 
@@ -235,14 +321,11 @@ TEST(LkTicket, ACounterOfOnesOwnFollowsTheTurns)
     EXPECT_FALSE(ticket.waitForNextTicket(mine));
     EXPECT_EQ(mine, 1);
     bool hadToWait = false;
-    std::binary_semaphore isComing(0);
-    Joined waiter([&] {
-        isComing.release();
-        hadToWait = ticket.waitForNextTicket(mine);
-    });
-    isComing.acquire();
+    Watched waiter([&] { hadToWait = ticket.waitForNextTicket(mine); });
+    waiter.waitUntilAsleep();
     ticket.next();
     waiter.join();
+    EXPECT_TRUE(hadToWait);
     EXPECT_EQ(mine, 2);
 }
 

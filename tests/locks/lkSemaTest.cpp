@@ -1,5 +1,6 @@
 #include "resmgt/locks/lkSema.h"
 #include "locks/lockTestUtil.h"
+#include "platform/services.h"
 #include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/locks/lkUnnamedSema.h"
 
@@ -82,6 +83,37 @@ TEST(LkSema, TryWaitAtZeroFailsAndTheCountIsSaidToBeNonZero)
     EXPECT_FALSE(sema.isCountNonZero());
 }
 
+TEST(LkSema, TimedWaitSleepsUntilAPost)
+{
+    LkSema sema("s", 0);
+    bool isOurs = false;
+    Watched waiter([&] { isOurs = sema.timedWait(1000.0); });
+    waiter.waitUntilAsleep();
+    sema.post();
+    waiter.join();
+    EXPECT_TRUE(isOurs);
+    EXPECT_TRUE(sema.isCountNonZero());
+}
+
+TEST(LkSema, EachPostWakesOneOfThoseWhoSleep)
+{
+    LkSema sema("s", 0);
+    std::counting_semaphore<> through(0);
+    auto const wait = [&] {
+        sema.wait();
+        through.release();
+    };
+    Watched a(wait), b(wait);
+    a.waitUntilAsleep();
+    b.waitUntilAsleep();
+    sema.post();
+    through.acquire();
+    EXPECT_FALSE(sema.tryWait());
+    EXPECT_FALSE(through.try_acquire());
+    sema.post();
+    through.acquire();
+}
+
 TEST(LkSema, TimedWaitEndsWithTheTimeOrAPost)
 {
     LkSema sema("s", 0);
@@ -131,6 +163,15 @@ TEST(LkNamedSema, ExclusiveCreationOfAnExistingNameFails)
     EXPECT_EQ(second.getImp().getErrno(), 183);
 }
 
+TEST(LkNamedSema, ExclusiveCreationAsksForItsOwnNameOnly)
+{
+    std::string const name = uniqueName("fresh");
+    ::SetLastError(ERROR_ALREADY_EXISTS);
+    LkNamedSema sema(name.c_str(), 1, LkSemaTypes::CREATE_EXCLUSIVE, nullptr);
+    EXPECT_EQ(sema.getErrno(), 0);
+    EXPECT_TRUE(sema.tryWait());
+}
+
 TEST(LkNamedSema, OpeningAnUnknownNameFailsAndWaitsReturnAtOnce)
 {
     std::string const name = uniqueName("unknown");
@@ -148,6 +189,23 @@ TEST(LkNamedSema, BearsItsLabelOrItsSystemName)
     EXPECT_STREQ(labelled.getName(), "label");
     LkNamedSema const plain(name.c_str(), 0, LkSemaTypes::CREATE, nullptr);
     EXPECT_EQ(plain.getName(), name.c_str());
+}
+
+TEST(LkSemaTypes, HaveTheirValues)
+{
+    EXPECT_EQ(LkSemaTypes::OPEN, 0);
+    EXPECT_EQ(LkSemaTypes::CREATE, 1);
+    EXPECT_EQ(LkSemaTypes::CREATE_EXCLUSIVE, 2);
+}
+
+TEST(LkUnnamedSema, SaysThatItCouldNotBeHad)
+{
+    EXPECT_EQ(LkUnnamedSema("s", 0).getErrno(), 0);
+    LkUnnamedSema sema("s", 0x80000000U); // more than a semaphore counts
+    EXPECT_EQ(sema.getErrno(), 87);
+    sema.wait();
+    sema.post();
+    EXPECT_EQ(assertionOf([&] { sema.tryWait(); }), "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT");
 }
 
 TEST(LkUnnamedSema, IsANewOneEachTime)

@@ -1,10 +1,13 @@
 #include "locks/lockTestUtil.h"
+#include "platform/services.h"
 #include "resmgt/locks/lkSingleton.imp.h"
+#include "zvbase/exSysError.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -55,6 +58,18 @@ struct Failing
     static inline int attempts = 0;
 };
 
+/// Looks for itself at its end, which throws.
+struct Clinging
+{
+    static Clinging &getInstance() { return LkSingleton<Clinging>::getInstance(); }
+    ~Clinging() noexcept(false)
+    {
+        foundItself = &getInstance() == this;
+        throw std::runtime_error("stays");
+    }
+    static inline bool foundItself = false;
+};
+
 /// Its constructor waits until the test lets it go on.
 struct Slow
 {
@@ -82,6 +97,7 @@ ZV_DEFINE_SINGLETON(Inner, Inner);
 ZV_DEFINE_SINGLETON(Outer, Outer);
 ZV_DEFINE_SINGLETON(Failing, Failing);
 ZV_DEFINE_SINGLETON(Slow, Slow);
+ZV_DEFINE_SINGLETON(Clinging, Clinging);
 
 namespace {
 
@@ -124,6 +140,19 @@ TEST(LkSingleton, DestroyedOneIsNeverMadeAgain)
     EXPECT_EQ(S::destroyed, 1);
 }
 
+TEST(LkSingleton, FindsItselfUntilItsEndWhichMayThrow)
+{
+    ONCE_IN_A_PROCESS();
+    Clinging::getInstance();
+    EXPECT_THROW(LkSingleton<Clinging>::destroy(), std::runtime_error);
+    EXPECT_TRUE(Clinging::foundItself);
+    EXPECT_EQ(LkSingleton<Clinging>::getState(), LkSingleton<Clinging>::DESTROYED);
+    LkSingleton<Clinging>::checkState();
+    EXPECT_EQ(elsewhere([] { return assertionOf([] { LkSingleton<Clinging>::destroy(); }); }),
+              "LkSingleton<T>::_state != LkSingleton<T>::DESTROYED")
+        << "the creation lock was kept";
+}
+
 TEST(LkSingleton, DestroyedBeforeItsFirstUseIsNeverMade)
 {
     ONCE_IN_A_PROCESS();
@@ -132,6 +161,10 @@ TEST(LkSingleton, DestroyedBeforeItsFirstUseIsNeverMade)
     EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
     LkSingleton<S>::checkState();
     EXPECT_EQ(assertionOf([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
+#ifndef __SANITIZE_ADDRESS__ // comes with the sanitizer that, rightly, minds a null reference
+    EXPECT_NO_THROW(static_cast<void>(S::getInstance()));
+    EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
+#endif
     EXPECT_EQ(S::made, 0);
     EXPECT_EQ(S::destroyed, 0);
 }
@@ -231,6 +264,37 @@ TEST(LkInitMutexWindows, RefusesANameThatDoesNotFitBeforeItAsksTheSystem)
     EXPECT_EQ(
         assertionOf([&] { Detail::acquireInitMutex(tooLong.c_str()); }),
         "::strlen( MUTEX_BASE_NAME ) + PID_LEN + ::strlen( ZV_TYPE_NAME( Id ) ) < MAX_PATH - 1");
+}
+
+TEST(LkInitMutexWindows, IsKnownToTheSystemByTheTypeAndTheProcess)
+{
+    ZvPlatform::Handle const mutex = Detail::acquireInitMutex("named");
+    char name[260];
+    std::snprintf(name, sizeof name, "LkSingleton named%12ld",
+                  static_cast<long>(::GetCurrentProcessId()));
+    HANDLE const same = ::CreateMutexA(NULL, FALSE, name);
+    EXPECT_EQ(::GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    EXPECT_EQ(elsewhere([&] { return ::WaitForSingleObject(same, 0); }), DWORD{WAIT_TIMEOUT});
+    Detail::releaseInitMutex(mutex);
+    EXPECT_TRUE(::CloseHandle(same));
+}
+
+TEST(LkInitMutexWindows, OneWhoseHolderWasLostIsReportedOnceAndGoesOnToOthers)
+{
+    std::thread([] { static_cast<void>(Detail::acquireInitMutex("lost")); }).join();
+    EXPECT_THROW(Detail::acquireInitMutex("lost"), ExSysErrorWindows);
+    char name[260];
+    std::snprintf(name, sizeof name, "LkSingleton lost%12ld",
+                  static_cast<long>(::GetCurrentProcessId()));
+    HANDLE const same = ::CreateMutexA(NULL, FALSE, name);
+    EXPECT_EQ(elsewhere([&] {
+                  DWORD const answer = ::WaitForSingleObject(same, 0);
+                  if (answer == WAIT_OBJECT_0)
+                      ::ReleaseMutex(same);
+                  return answer;
+              }),
+              DWORD{WAIT_OBJECT_0});
+    EXPECT_TRUE(::CloseHandle(same));
 }
 
 TEST(LkInitMutexWindows, ReplacesBackslashesInTheName)

@@ -1,8 +1,10 @@
 // What the tests of the locks share.
 #pragma once
 
+#include "threadExtensions/asleep.h"
 #include "zvbase/assertions.h"
 
+#include <atomic>
 #include <semaphore>
 #include <sstream>
 #include <string>
@@ -63,6 +65,31 @@ public:
 
 private:
     std::thread _thread;
+};
+
+/// A thread that is joined where its scope ends, and of which the test can know that it sleeps.
+class Watched
+{
+public:
+    template <class Body>
+    explicit Watched(Body body)
+        : _thread([this, body = std::move(body)] {
+              _number = threadNumber();
+              body();
+          })
+    {}
+    /// Returns once the thread sleeps: it does so where the test wants it and nowhere else.
+    void waitUntilAsleep() const
+    {
+        while (!_number)
+            std::this_thread::yield();
+        Zv::waitUntilAsleep(_number);
+    }
+    void join() { _thread.join(); }
+
+private:
+    std::atomic<long> _number = 0;
+    Joined _thread;
 };
 
 } // namespace Zv

@@ -7,10 +7,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
 #include <string>
 
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace Zv {
@@ -130,6 +136,64 @@ TEST(MtUtil, TellsMemoryThatCanBeReadFromMemoryThatCannot)
     EXPECT_EQ(MtUtil::testWritable(two, 2 * page), 0) << "only the first page is there";
     ASSERT_EQ(::munmap(two, static_cast<std::size_t>(page)), 0);
     EXPECT_EQ(MtUtil::testWritable(two, page), 0);
+}
+
+/// Another value of an environment variable for the length of a test.
+class WithVariable
+{
+public:
+    WithVariable(char const *name, char const *value) : _name(name)
+    {
+        if (char const *former = std::getenv(name))
+            _former = former;
+        ::setenv(name, value, 1);
+    }
+    ~WithVariable()
+    {
+        if (_former)
+            ::setenv(_name, _former->c_str(), 1);
+        else
+            ::unsetenv(_name);
+    }
+
+private:
+    char const *_name;
+    std::optional<std::string> _former;
+};
+
+TEST(MtUtil, WhereNoScratchFileCanBeMadeNothingIsWritable)
+{
+    WithVariable const nowhere("TMPDIR", "/no such folder");
+    char const byte = 0;
+    EXPECT_EQ(MtUtil::testWritable(&byte, 1), 0);
+}
+
+TEST(MtUtil, AFailureThatIsNotTheMemorysIsReported)
+{
+    // The process may write no file at all; standard error goes to a pipe, which is none.
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    int const standardError = ::dup(STDERR_FILENO);
+    ::dup2(ends[1], STDERR_FILENO);
+    ::close(ends[1]);
+    auto const handler = ::signal(SIGXFSZ, SIG_IGN);
+    rlimit former;
+    ::getrlimit(RLIMIT_FSIZE, &former);
+    rlimit const none = {0, former.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &none);
+
+    char const byte = 0;
+    int const result = MtUtil::testWritable(&byte, 1);
+
+    ::setrlimit(RLIMIT_FSIZE, &former);
+    ::signal(SIGXFSZ, handler);
+    ::dup2(standardError, STDERR_FILENO);
+    ::close(standardError);
+    char text[256] = {};
+    EXPECT_GT(::read(ends[0], text, sizeof text - 1), 0);
+    ::close(ends[0]);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(std::string(text), std::string("testWritable: ") + std::strerror(EFBIG) + "\n");
 }
 
 } // namespace

@@ -241,6 +241,29 @@ TEST(RCShdPtr, AnAssignmentTakesItsValueThoughTheOldObjectsEndThrows)
     EXPECT_TRUE(good.isUnique());
 }
 
+/// Looks at its last pointer when it goes.
+struct Looking : RCBase<LkCounter<long>>
+{
+    ~Looking() noexcept(false) override { seen = pointer->get(); }
+    RCShdPtr<Looking> const *pointer = nullptr;
+    static inline Looking const *seen = nullptr;
+};
+
+TEST(RCShdPtr, AnAssignmentLetsGoOfTheOldObjectBeforeItTakesTheNewOne)
+{
+    Looking * const first = new Looking;
+    Looking * const second = new Looking;
+    RCShdPtr<Looking> pointer(first);
+    first->pointer = &pointer;
+    second->pointer = &pointer;
+    {
+        RCShdPtr<Looking> const other(second);
+        pointer = other;
+    }
+    EXPECT_EQ(Looking::seen, first) << "while the old object goes it is still the value";
+    EXPECT_TRUE(pointer.isUnique());
+}
+
 TEST(RCShdPtr, APointersEndPassesOnWhatTheObjectsEndThrows)
 {
     EXPECT_THROW({ RCShdPtr<Failing> pointer(new Failing); }, std::runtime_error);
@@ -346,6 +369,15 @@ TEST(RCPvtEngPtr, WritingAPrivateEngineCopiesNothing)
     mine.write().text = "after";
     EXPECT_EQ(mine.get(), engine);
     EXPECT_EQ((*mine).text, "after");
+}
+
+TEST(RCPvtEngPtr, ReadingASharedEngineSeparatesNothing)
+{
+    RCPvtEngPtr<TextEngine> const mine(new TextEngine("text"));
+    RCPvtEngPtr<TextEngine> const others = mine;
+    EXPECT_EQ(mine->text, (*others).text);
+    EXPECT_EQ(mine, others);
+    EXPECT_FALSE(mine.isUnique());
 }
 
 TEST(RCPvtEngPtr, NullPointersAndNullClonesThrow)

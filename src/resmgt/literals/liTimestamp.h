@@ -3,7 +3,8 @@
 
 namespace Zv {
 
-/// A time in seconds, counted from whatever its maker counts from: two of them are compared and subtracted.
+/// A time in seconds, counted from whatever its maker counts from: two of them
+/// compare, and their `getSeconds` subtract.
 class LiTimestamp
 {
 public:
