@@ -52,24 +52,6 @@ inline void DeleteCriticalSection(ZvPlatform::CriticalSection *section)
     DeleteCriticalSection(reinterpret_cast<CRITICAL_SECTION *>(section));
 }
 
-namespace ZvPlatform {
-
-/// Whether it could be done without the service.
-inline bool takeMutexAtOnce(Handle)
-{
-    return false;
-}
-inline bool releaseMutexAtOnce(Handle)
-{
-    return false;
-}
-inline bool enterAtOnce(CriticalSection *)
-{
-    return false;
-}
-
-} // namespace ZvPlatform
-
 #else
 
 // Exported, for libzvresmgt, under private names: the namespace is no part of any interface.
@@ -188,7 +170,7 @@ BOOL CancelWaitableTimer(HANDLE timer);
 void InitializeCriticalSection(CRITICAL_SECTION *);
 void EnterCriticalSection(CRITICAL_SECTION *);
 BOOL TryEnterCriticalSection(CRITICAL_SECTION *);
-inline void LeaveCriticalSection(CRITICAL_SECTION *);
+void LeaveCriticalSection(CRITICAL_SECTION *);
 void DeleteCriticalSection(CRITICAL_SECTION *);
 
 // ---- threads and processes ------------------------------------------------------------------------------
@@ -234,7 +216,7 @@ DWORD GetPriorityClass(HANDLE process);
 
 HANDLE GetCurrentThread();
 HANDLE GetCurrentProcess();
-inline DWORD GetCurrentThreadId();
+DWORD GetCurrentThreadId();
 DWORD GetCurrentProcessId();
 
 BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *processMask, DWORD_PTR *systemMask);
@@ -344,8 +326,32 @@ RPC_STATUS RpcStringFreeA(RPC_CSTR *text);
 
 #pragma GCC visibility pop
 
-#include "platform/linux/fastWays.h"
-
 using namespace ZvPlatform;
+
+#endif
+
+#if defined(_WIN32) || defined(ZV_PLATFORM_SIMULATED)
+
+namespace ZvPlatform {
+
+/// What linux/fastWays.h has is the service's alone here.
+inline bool takeMutexAtOnce(Handle)
+{
+    return false;
+}
+inline bool releaseMutexAtOnce(Handle)
+{
+    return false;
+}
+inline bool enterAtOnce(CriticalSection *)
+{
+    return false;
+}
+
+} // namespace ZvPlatform
+
+#else
+
+#include "platform/linux/fastWays.h"
 
 #endif
