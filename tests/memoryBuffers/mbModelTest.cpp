@@ -1,0 +1,265 @@
+// The machine against its model, on long random sequences of events from several threads.
+//
+// At each step one thread does one thing: it delivers an event, or the call of the protocol that it is in delivers one,
+// returns or throws. Then everybody comes to rest, and the buffer has to be where the model says. Threads that wait are
+// woken as the machine sees fit; where several are, the model allows every order, but nobody may be forgotten.
+
+#include "scene.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <semaphore>
+#include <thread>
+
+namespace {
+
+using namespace ZvTest;
+using Model::Status;
+
+constexpr int WORKERS = 4;
+
+class Worker
+{
+public:
+    enum Command
+    {
+        EVENT,
+        RETURN,
+        THROW,
+        QUIT
+    };
+
+    explicit Worker(Scene &scene) : _scene(scene), _thread([this] { run(); }) { _ready.acquire(); }
+    ~Worker()
+    {
+        send(QUIT);
+        _thread.join();
+    }
+
+    void send(Command command, int event = 0)
+    {
+        _command = command;
+        _event = event;
+        outcome.clear();
+        status = Status::RUNNABLE;
+        _commands.release();
+    }
+    /// A call of the protocol, on this worker's thread.
+    void callOfProtocol()
+    {
+        for (;;) {
+            status = Status::IN_PROTOCOL;
+            _commands.acquire();
+            if (_command == RETURN)
+                return;
+            if (_command == THROW)
+                throw Failure("asked for");
+            deliver();
+        }
+    }
+
+    static Worker *&current()
+    {
+        static thread_local Worker *worker = nullptr;
+        return worker;
+    }
+
+    std::atomic<Status> status{Status::IDLE};
+    std::string outcome;
+    LkThreadId id;
+
+private:
+    void run()
+    {
+        current() = this;
+        id.setCurrentThread();
+        _ready.release();
+        for (;;) {
+            _commands.acquire();
+            if (_command == QUIT)
+                return;
+            deliver();
+            status = Status::IDLE;
+        }
+    }
+    void deliver()
+    {
+        std::string const what = _scene.deliver(_event);
+        outcome = what.substr(0, what.rfind("illegal", 0) == 0 ? what.size() : what.find(' '));
+    }
+
+    Scene &_scene;
+    std::binary_semaphore _ready{0};
+    std::counting_semaphore<> _commands{0};
+    Command _command = EVENT;
+    int _event = 0;
+    std::thread _thread;
+};
+
+class Walk
+{
+public:
+    Walk(unsigned seed, bool isTracing) : _random(seed), _scene(isTracing, "Freed")
+    {
+        LkGuard<LkMutex const> const guard(_scene.probe.mutex());
+        _scene.manager->deallocateRegion(&_scene.probe.imp);
+        _scene.control->log.take();
+        _scene.control->hook = [](std::string const &) { Worker::current()->callOfProtocol(); };
+        for (int i = 0; i < WORKERS; ++i)
+            _workers.push_back(std::make_unique<Worker>(_scene));
+        _configs.resize(1);
+        _configs.front().threads.resize(WORKERS);
+    }
+    ~Walk()
+    {
+        for (int i = 0; i < WORKERS; ++i)
+            while (_workers[i]->status == Status::IN_PROTOCOL) {
+                _workers[i]->send(Worker::RETURN);
+                rest();
+            }
+        {
+            LkGuard<LkMutex const> const guard(_scene.probe.mutex());
+            _scene.probe.setState(stateOf(false, "Destroyed"));
+            _scene.probe.announceChange();
+        }
+        for (auto const &worker : _workers)
+            while (worker->status != Status::IDLE)
+                std::this_thread::yield();
+        _workers.clear();
+    }
+
+    /// False where there is nothing left to do.
+    bool step()
+    {
+        for (int tries = 0; tries < 50 && !testing::Test::HasFailure(); ++tries) {
+            int const worker = pick(WORKERS);
+            Status const status = _configs.front().threads[worker].status;
+            if (status == Status::IDLE && tryEvent(worker, Worker::EVENT))
+                return true;
+            if (status != Status::IN_PROTOCOL)
+                continue;
+            int const what = pick(10);
+            if (tryEvent(worker, what < 4   ? Worker::EVENT
+                                 : what < 9 ? Worker::RETURN
+                                            : Worker::THROW))
+                return true;
+        }
+        return false;
+    }
+
+private:
+    int pick(int choices) { return static_cast<int>(_random() % static_cast<unsigned>(choices)); }
+    int pickEvent()
+    {
+        // Some of them would otherwise end the walk too soon, or never come to pass.
+        static constexpr int events[] = {0, 0, 0, 1, 1, 2, 3, 3,  4,  4,  5,
+                                         6, 6, 6, 7, 7, 8, 8, 10, 10, 11, 11};
+        return pick(60) == 0 ? 9 : events[pick(std::size(events))];
+    }
+
+    bool tryEvent(int worker, Worker::Command command)
+    {
+        int const event = pickEvent();
+        std::map<std::string, Model::Config> results;
+        for (Model::Config next : _configs) {
+            next.log.clear();
+            next.trace.clear();
+            Model::Interpreter interpreter(next);
+            if (command == Worker::EVENT)
+                interpreter.begin(worker, event);
+            else if (command == Worker::RETURN)
+                interpreter.returnFromProtocol(worker);
+            else
+                interpreter.throwFromProtocol(worker);
+            Model::settle(next, results);
+        }
+        // Somebody has to be left who can wake the others.
+        for (auto const &result : results)
+            if (std::all_of(result.second.threads.begin(), result.second.threads.end(),
+                            [](auto const &thread) { return thread.status == Status::WAITING; }))
+                return false;
+
+        _history += std::to_string(worker) + ' ' +
+                    (command == Worker::EVENT    ? Model::eventNames[event]
+                     : command == Worker::RETURN ? "returns"
+                                                 : "throws") +
+                    '\n';
+        _workers[worker]->send(command, event);
+        std::string const real = rest();
+        std::string allowed;
+        _configs.clear();
+        for (auto const &result : results) {
+            if (result.second.toString() == real)
+                _configs.push_back(result.second);
+            allowed += result.second.toString() + '\n';
+        }
+        if (_configs.empty())
+            ADD_FAILURE() << "after\n"
+                          << _history << "the buffer is\n"
+                          << real << "\nand not\n"
+                          << allowed;
+        return !_configs.empty();
+    }
+
+    /// Waits until everybody is idle, waits, or stands in a call of the protocol; then says how things are.
+    std::string rest()
+    {
+        for (;; std::this_thread::yield()) {
+            LkGuard<LkMutex const> const guard(_scene.probe.mutex());
+            int resting = _scene.probe.waiters();
+            for (auto const &worker : _workers)
+                resting += worker->status != Status::RUNNABLE;
+            if (resting == WORKERS)
+                return describe();
+        }
+    }
+    std::string describe()
+    {
+        Model::Config real;
+        real.state = _scene.probe.stateName();
+        real.lockCount = _scene.probe.lockCount();
+        real.pending = _scene.probe.pending();
+        real.log = _scene.control->log.take();
+        for (int i = 0; i < WORKERS; ++i) {
+            Worker const &worker = *_workers[i];
+            if (_scene.probe.owner() == worker.id)
+                real.owner = i;
+            Status const status = worker.status;
+            bool const waits = status == Status::RUNNABLE;
+            real.threads.push_back(
+                {waits ? Status::WAITING : status, waits ? std::string() : worker.outcome, {}});
+        }
+        return real.toString();
+    }
+
+    std::mt19937 _random;
+    Scene _scene;
+    std::vector<std::unique_ptr<Worker>> _workers;
+    /// All that the buffer and its threads may be, as far as it shows.
+    std::vector<Model::Config> _configs;
+    std::string _history;
+};
+
+void walk(unsigned seed, bool isTracing, int steps)
+{
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Walk walk(seed, isTracing);
+    while (steps-- > 0 && walk.step()) {
+    }
+}
+
+TEST(MbModel, RandomWalksOfFourThreadsAreThoseOfTheModel)
+{
+    for (unsigned seed = 1; seed <= 150 && !testing::Test::HasFailure(); ++seed)
+        walk(seed, false, 150);
+}
+
+TEST(MbModel, TracingMachineWalksTheSameWay)
+{
+    for (unsigned seed = 1; seed <= 30 && !testing::Test::HasFailure(); ++seed)
+        walk(seed, true, 150);
+}
+
+} // namespace

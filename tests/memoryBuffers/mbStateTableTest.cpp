@@ -1,0 +1,305 @@
+// Each cell of the table, in both machines, and each way in which a state can fail when it is entered.
+
+#include "scene.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgTrace.h"
+#include "zvbase/trace.h"
+
+#include <gtest/gtest.h>
+
+#include <semaphore>
+#include <thread>
+#include <tuple>
+
+namespace {
+
+using namespace ZvTest;
+using Model::eventNames;
+using Model::EVENTS;
+
+/// The lines of the trace at the level "MbBuffers", from the text on that all of them begin with.
+class TraceCapture
+{
+public:
+    TraceCapture()
+    {
+        LgLog::flush();
+        LgTrace::setOutput(&write, this);
+        Trace::setEnabled("MbBuffers", true);
+    }
+    ~TraceCapture()
+    {
+        Trace::setEnabled("MbBuffers", false);
+        LgLog::flush();
+        LgTrace::setOutput(nullptr, nullptr);
+    }
+    Lines take()
+    {
+        LgLog::flush();
+        std::lock_guard const guard(_mutex);
+        return std::exchange(_lines, {});
+    }
+
+private:
+    static void write(void *context, char const *text, std::size_t length)
+    {
+        TraceCapture &self = *static_cast<TraceCapture *>(context);
+        std::string const line(text, length);
+        auto const start = line.find("MbBuffer : ");
+        std::lock_guard const guard(self._mutex);
+        if (start != std::string::npos)
+            self._lines.push_back(line.substr(start, line.find('\n') - start));
+    }
+
+    std::mutex _mutex;
+    Lines _lines;
+};
+
+enum class Owner
+{
+    NOBODY,
+    SELF,
+    OTHER
+};
+
+class Cells : public testing::TestWithParam<std::tuple<bool, Owner>>
+{
+protected:
+    bool const isTracing = std::get<0>(GetParam());
+    Owner const owner = std::get<1>(GetParam());
+    TraceCapture capture;
+
+    LkThreadId ownerId() const
+    {
+        if (owner == Owner::NOBODY)
+            return LkThreadId();
+        return owner == Owner::SELF ? LkThreadId(LkThreadId::CURRENT_THREAD) : LkThreadId(1ul);
+    }
+    Model::Config configOf(std::string const &state, int lockCount) const
+    {
+        Model::Config config;
+        config.state = state;
+        config.lockCount = lockCount;
+        config.owner = owner == Owner::NOBODY ? Model::NOBODY : owner == Owner::SELF ? 0 : 1;
+        config.threads.resize(2);
+        return config;
+    }
+    /// The event from thread 0, all calls of the protocol succeeding.
+    static Model::Config expected(Model::Config config, int event)
+    {
+        Model::Interpreter interpreter(config);
+        interpreter.begin(0, event);
+        interpreter.run(0);
+        while (config.threads[0].status == Model::Status::IN_PROTOCOL) {
+            interpreter.returnFromProtocol(0);
+            interpreter.run(0);
+        }
+        return config;
+    }
+    Lines traceOf(Model::Config const &config) const
+    {
+        Lines lines;
+        if (isTracing)
+            for (std::string const &line : config.trace)
+                lines.push_back("MbBuffer : b" + line);
+        return lines;
+    }
+
+    void check(std::string const &state, int event, int lockCount);
+    void checkWait(Scene &scene, Model::Config const &config, int event);
+};
+
+/// The event waits; when the buffer has become Destroyed, it is delivered to that state.
+void Cells::checkWait(Scene &scene, Model::Config const &config, int event)
+{
+    ASSERT_NE(Owner::SELF, owner);
+    std::binary_semaphore hasMutex(0);
+    std::string outcome;
+    std::thread thread([&] {
+        LkGuard<LkMutex const> const guard(scene.probe.mutex());
+        hasMutex.release();
+        outcome = scene.deliverLocked(event);
+    });
+    hasMutex.acquire();
+    {
+        // The thread lets go of the mutex when it waits or when it is done.
+        LkGuard<LkMutex const> const guard(scene.probe.mutex());
+        EXPECT_EQ(1, scene.probe.waiters());
+        EXPECT_EQ(config.state, scene.probe.stateName());
+        EXPECT_EQ(config.lockCount, scene.probe.lockCount());
+        EXPECT_EQ(0u, scene.probe.pending());
+        EXPECT_EQ(Lines(), scene.control->log.take());
+        EXPECT_EQ(traceOf(config), capture.take());
+        scene.probe.setState(stateOf(isTracing, "Destroyed"));
+        scene.probe.announceChange();
+    }
+    thread.join();
+    EXPECT_EQ(std::string("illegal ") + eventNames[event] + "() Destroyed", outcome);
+}
+
+void Cells::check(std::string const &state, int event, int lockCount)
+{
+    SCOPED_TRACE(state + " " + eventNames[event] + " with lock count " + std::to_string(lockCount));
+    Scene scene(isTracing, state, lockCount);
+    capture.take();
+    {
+        LkGuard<LkMutex const> const guard(scene.probe.mutex());
+        scene.probe.setOwner(ownerId());
+    }
+    Model::Config const config = expected(configOf(state, lockCount), event);
+    if (config.threads[0].status == Model::Status::WAITING)
+        return checkWait(scene, config, event);
+
+    std::string outcome = scene.deliver(event);
+    if (outcome == "assertion ! _transientStateOwner.isCurrentThread()")
+        outcome = "assertion";
+    EXPECT_EQ(config.threads[0].outcome, outcome);
+    EXPECT_EQ(config.state, scene.probe.stateName());
+    EXPECT_EQ(config.lockCount, scene.probe.lockCount());
+    EXPECT_EQ(config.pending, scene.probe.pending());
+    EXPECT_TRUE(ownerId() == scene.probe.owner());
+    EXPECT_EQ(config.log, scene.control->log.take());
+    EXPECT_EQ(traceOf(config), capture.take());
+}
+
+TEST_P(Cells, AreAsTheTableSays)
+{
+    for (Model::Row const &row : Model::table) {
+        for (int event = 0; event < EVENTS; ++event) {
+            check(row.state, event, 1);
+            if (std::string(row.state).find("Locked") != std::string::npos)
+                check(row.state, event, 2);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothMachines, Cells,
+    testing::Combine(testing::Bool(), testing::Values(Owner::NOBODY, Owner::SELF, Owner::OTHER)));
+
+TEST(MbStates, AreThirtyWithTheirNamesInBothMachines)
+{
+    EXPECT_EQ(30u, std::size(Model::table));
+    auto const silent = statesOf<false>();
+    auto const tracing = statesOf<true>();
+    EXPECT_EQ(30u, silent.size());
+    EXPECT_EQ(30u, tracing.size());
+    for (Model::Row const &row : Model::table) {
+        ASSERT_TRUE(silent.count(row.state)) << row.state;
+        ASSERT_TRUE(tracing.count(row.state)) << row.state;
+        EXPECT_NE(silent.at(row.state), tracing.at(row.state));
+    }
+}
+
+TEST(MbStates, SixOfThemAreLoaded)
+{
+    for (auto const &states : {statesOf<false>(), statesOf<true>()}) {
+        std::string loaded;
+        for (auto const &[name, state] : states)
+            if (state->isLoaded())
+                loaded += name + ' ';
+        EXPECT_EQ("Loaded RdLocked RdLockedFreed Synched WrLocked WrLockedFreed ", loaded);
+    }
+}
+
+TEST(MbStateMachine, ThereAreTwoEachWithItsFreedState)
+{
+    EXPECT_EQ(&MbStateMachine::getInstance(false), &MbStateMachine::getInstance(false));
+    EXPECT_EQ(&MbStateMachine::getInstance(true), &MbStateMachine::getInstance(true));
+    EXPECT_NE(&MbStateMachine::getInstance(false), &MbStateMachine::getInstance(true));
+    EXPECT_EQ(stateOf(false, "Freed"), MbStateMachine::getInstance(false).getInitialState());
+    EXPECT_EQ(stateOf(true, "Freed"), MbStateMachine::getInstance(true).getInitialState());
+}
+
+TEST(MbStateMachine, TracingMachineIsSilentWhileItsLevelIsOff)
+{
+    TraceCapture capture;
+    Trace::setEnabled("MbBuffers", false);
+    Scene scene(true, "Loaded");
+    EXPECT_EQ("", scene.deliver(0));
+    EXPECT_EQ(Lines(), capture.take());
+}
+
+// ---- a protocol that throws
+
+/// A state, and the event that leads into a run of which one call of the protocol fails.
+struct FailingRun
+{
+    char const *state;
+    int event;
+};
+
+/// All runs that begin with a cell of the table.
+std::vector<FailingRun> runs()
+{
+    std::vector<FailingRun> found;
+    for (Model::Row const &row : Model::table)
+        for (int event = 0; event < EVENTS; ++event) {
+            std::string cell = row.cells[event];
+            auto const blank = cell.rfind(' ');
+            cell = blank == std::string::npos ? cell : cell.substr(blank + 1);
+            if (cell.size() > 2 && cell != "touch")
+                found.push_back({row.state, event});
+        }
+    return found;
+}
+
+class Failures : public testing::TestWithParam<bool>
+{};
+
+TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
+{
+    bool const isTracing = GetParam();
+    TraceCapture capture;
+    int failures = 0;
+    for (FailingRun const &run : runs()) {
+        // The first, the second … call of the protocol fails, until there are no more.
+        for (int failing = 0;; ++failing) {
+            SCOPED_TRACE(std::string(run.state) + " " + eventNames[run.event] + ", call " +
+                         std::to_string(failing));
+            Model::Config config;
+            config.state = run.state;
+            config.lockCount = 1;
+            config.threads.resize(1);
+            Model::Interpreter interpreter(config);
+            interpreter.begin(0, run.event);
+            interpreter.run(0);
+            bool hasFailed = false;
+            for (int call = 0; config.threads[0].status == Model::Status::IN_PROTOCOL; ++call) {
+                hasFailed = hasFailed || call == failing;
+                if (call == failing)
+                    interpreter.throwFromProtocol(0);
+                else
+                    interpreter.returnFromProtocol(0);
+                interpreter.run(0);
+            }
+            if (!hasFailed)
+                break;
+            ++failures;
+
+            Scene scene(isTracing, run.state, 1);
+            capture.take();
+            int call = 0;
+            scene.control->hook = [&](std::string const &) {
+                if (call++ == failing)
+                    throw Failure("asked for");
+            };
+            EXPECT_EQ("failure asked for", scene.deliver(run.event));
+            EXPECT_EQ(config.state, scene.probe.stateName());
+            EXPECT_EQ(std::string(run.state), scene.probe.stateName());
+            EXPECT_EQ(config.lockCount, scene.probe.lockCount());
+            EXPECT_EQ(0u, scene.probe.pending());
+            EXPECT_TRUE(scene.probe.owner().isNull());
+            EXPECT_EQ(config.log, scene.control->log.take());
+            Lines expectedTrace;
+            for (std::string const &line : config.trace)
+                expectedTrace.push_back("MbBuffer : b" + line);
+            EXPECT_EQ(isTracing ? expectedTrace : Lines(), capture.take());
+        }
+    }
+    EXPECT_EQ(25, failures);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothMachines, Failures, testing::Bool());
+
+} // namespace
