@@ -337,7 +337,7 @@ TEST_F(PropertyAccess, NullPointersAreRefused)
 {
     RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
     EXPECT_THROW(access->attachObserver(RCShdPtr<DevMDPropertyAny>(), one), RCEx::ExNullPtr);
-    EXPECT_THROW(DevMgrPropertyAcc::create(RCShdPtr<DevMgrMediator>()), RCEx::ExNullPtr);
+    EXPECT_THROW((void)DevMgrPropertyAcc::create(RCShdPtr<DevMgrMediator>()), RCEx::ExNullPtr);
     EXPECT_THROW(access->attachObserver(device().x, RCShdPtr<DevMgrPropertyObserver>()),
                  RCEx::ExNullPtr);
     EXPECT_THROW(access->detachObserver(RCShdPtr<DevMDPropertyAny>(), one), RCEx::ExNullPtr);

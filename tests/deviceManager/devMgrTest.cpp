@@ -2,13 +2,17 @@
 
 #include "allocations.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
+#include "resmgt/deviceProtocol/devACO.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkSema.h"
+#include "resmgt/threads/mtPriorityMgr.h"
 #include "threadExtensions/asleep.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -252,6 +256,142 @@ TEST(Mediator, ExecutesWhatIsProducedInOrderOnItsOwnThread)
     EXPECT_NE(executor, std::this_thread::get_id());
 }
 
+class LoggedANO : public CallANO
+{
+public:
+    LoggedANO(std::function<void()> function, Journal &journal)
+        : CallANO(std::move(function)), _journal(journal)
+    {}
+    ~LoggedANO() override { _journal.add("gone"); }
+
+private:
+    Journal &_journal;
+};
+
+TEST(Mediator, ARequestIsNotifiedAndLivesOnUntilTheNextHasArrived)
+{
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    Journal journal;
+    std::atomic<long> number{0};
+    ObjPtr<DevANO> ano(new LoggedANO(
+        [&] {
+            journal.add("executed");
+            number = threadNumber();
+        },
+        journal));
+    ano->setACO(makeACO([&] { journal.add("notified"); }));
+    DevANOQueueEntry entry(ano);
+    mediator->getFifo()->produce(entry);
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number); // in the queue, which is empty
+    EXPECT_EQ(journal.take(), (Lines{"executed", "notified"}));
+
+    LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
+    produce(*mediator->getFifo(), [&] {
+        journal.add("next");
+        done.post();
+    });
+    done.wait();
+    EXPECT_EQ(journal.take(), (Lines{"gone", "next"}));
+}
+
+TEST(Mediator, WhatComesWhenItHasGoneIsDestroyedUnrun)
+{
+    RCShdPtr<DevMgrMediator> mediator(new DevMgrMediator);
+    RCShdPtr<DevMgrFifo> const fifo = mediator->getFifo();
+    mediator = nullptr;
+    Journal journal;
+    for (int i = 0; i < 30; ++i) { // more than the queue holds
+        ObjPtr<DevANO> ano(new LoggedANO([] { ADD_FAILURE() << "executed"; }, journal));
+        DevANOQueueEntry entry(ano);
+        fifo->produce(entry);
+    }
+    EXPECT_EQ(journal.take(), Lines(30, "gone"));
+}
+
+/// Takes its time to open, until a test lets it.
+class SlowDevice : public DevMDAccessPrtcl
+{
+public:
+    SlowDevice(LkUnnamedSema &arrived, LkUnnamedSema &released)
+        : _arrived(arrived), _released(released)
+    {}
+
+    void performOpen() override
+    {
+        _arrived.post();
+        _released.wait();
+    }
+    void performClose() override {}
+
+private:
+    LkUnnamedSema &_arrived;
+    LkUnnamedSema &_released;
+};
+
+TEST(Manager, ConfigurationWaitsForConfiguration)
+{
+    using Id = DevMgrStreamAcc::StreamId;
+    LkUnnamedSema arrived("arrived", 0, LkSemaTypes::Shared());
+    LkUnnamedSema released("released", 0, LkSemaTypes::Shared());
+    Registered const slow("slow",
+                          [&] { return RCShdPtr<DevMDPrtcl>(new SlowDevice(arrived, released)); });
+    Registered const other("other", [] { return RCShdPtr<DevMDPrtcl>(); });
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    ObjPtr<DevMgrStreamAcc> const streams = manager->createStreamAcc();
+    ObjPtr<DevMgrPropertyAcc> const properties = manager->createPropertyAcc();
+    ObjPtr<DevMgrSyncSeqAcc> const sequence = manager->createSyncSeqAcc();
+    std::vector<std::function<void()>> const operations = {
+        [&] { manager->getPrtcl("other"); },
+        [&] { ObjPtr<DevMgrStreamAcc>(manager->createStreamAcc()); },
+        [&] { ObjPtr<DevMgrPropertyAcc>(manager->createPropertyAcc()); },
+        [&] { ObjPtr<DevMgrSyncSeqAcc>(manager->createSyncSeqAcc()); },
+        [&] { streams->connect("nonsense"); },
+        [&] { streams->registerStream(Id("x"), RCShdPtr<DevMDStream>()); },
+        [&] { streams->isRegistered(Id("x")); },
+        [&] { properties->getProperty("other:x"); },
+        [&] { sequence->configure("nonsense"); },
+    };
+    std::thread opener([&] { manager->getPrtcl("slow"); });
+    arrived.wait();
+    std::atomic<int> nbDone{0};
+    std::vector<std::thread> threads;
+    for (auto const &operation : operations) {
+        std::atomic<long> number{0};
+        threads.emplace_back([&nbDone, &number, &operation] {
+            number = threadNumber();
+            try {
+                operation();
+            } catch (std::exception const &) { // how it goes is not the question
+            }
+            ++nbDone;
+        });
+        while (!number)
+            std::this_thread::yield();
+        long const thread = number;
+        while (!nbDone && !isAsleep(thread))
+            std::this_thread::yield();
+    }
+    EXPECT_EQ(nbDone, 0);
+    released.post();
+    opener.join();
+    for (auto &thread : threads)
+        thread.join();
+}
+
+TEST(Mediator, ItsThreadRunsAtTheRealTimeLandmark)
+{
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    std::ostringstream dump;
+    MtPriorityMgr::getInstance().dump(dump);
+    std::regex const numbers(" \\( +[0-9]+ \\)");
+    EXPECT_NE(std::regex_replace(dump.str(), numbers, "")
+                  .find("\"DevMgr ANO\" : RealTime == DevMgr ANO valid\n"),
+              std::string::npos)
+        << dump.str();
+}
+
 /// Holds the manager's thread in one request.
 class Stopper
 {
@@ -292,8 +432,12 @@ TEST(Mediator, TwentySixthRequestWaitsUntilOneHasBeenTaken)
     });
     while (!number)
         std::this_thread::yield();
-    waitUntilAsleep(number);
-    EXPECT_FALSE(first.tryWait());
+    bool hasPassed = false;
+    while (!hasPassed && !isAsleep(number))
+        hasPassed = first.tryWait();
+    EXPECT_FALSE(hasPassed);
+    if (hasPassed)
+        first.post();
     released = true;
     stopper.release();
     first.wait();

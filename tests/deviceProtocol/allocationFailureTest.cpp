@@ -84,13 +84,16 @@ TEST(AllocationFailure, ASetThatCannotBePushedChangesNothing)
     int count = 1;
     DevMDStdPropertySetBuilder builder(sets, properties, count);
     LiString const name("lens");
-    failEachAllocation([&] { builder.pushSet(name, name); },
-                       [&] {
-                           EXPECT_TRUE(sets.empty());
-                           EXPECT_EQ(builder.getCurrentSetName(), "");
-                       });
+    for (int depth = 0; depth < 100; ++depth) { // where the cursor's own memory has grown as well
+        LiString const current = builder.getCurrentSetName();
+        failEachAllocation([&] { builder.pushSet(name + std::to_string(depth).c_str(), name); },
+                           [&] {
+                               EXPECT_TRUE(builder.getCurrentPropertySetIter().atEnd());
+                               EXPECT_EQ(builder.getCurrentSetName(), current);
+                           });
+        EXPECT_NE(builder.getCurrentSetName(), current);
+    }
     EXPECT_EQ(sets.size(), 1u);
-    EXPECT_EQ(builder.getCurrentSetName(), "lens");
 }
 
 } // namespace

@@ -2,14 +2,18 @@
 
 #include "recording.h"
 
+#include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
+#include "threadExtensions/asleep.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -418,6 +422,29 @@ TEST_F(DevMDStdDeviceTest, DestroyedOpenItEndsItsThreadWithoutTheCloseRequest)
     EXPECT_EQ(_log.lines().back(), "~body");
 }
 
+TEST_F(DevMDStdDeviceTest, DestroyedOpenItDestroysWhatIsQueuedUnrun)
+{
+    _device->performOpen();
+    Turnstile busy;
+    produce(*_fifo, makeANO([&] { busy.pass(); }));
+    busy.waitForArrival();
+    produce(*_fifo, recordingANO(_log, "queued"));
+    std::atomic<long> number{0};
+    std::thread destroyer([&] {
+        number = threadNumber();
+        _device = nullptr;
+    });
+    while (!number)
+        std::this_thread::yield();
+    for (int nbAsleep = 0; !_log.has("~queued") && nbAsleep < 1000; nbAsleep += isAsleep(number))
+        std::this_thread::yield();
+    EXPECT_TRUE(_log.has("~queued"));
+    busy.open();
+    destroyer.join();
+    EXPECT_FALSE(_log.has("queued"));
+    EXPECT_TRUE(_log.has("body ended"));
+}
+
 TEST_F(DevMDStdDeviceTest, ItsThreadRunsAtOrAboveTheRealTimeLandmark)
 {
     EXPECT_EQ(&DevMDStdAccessPrtcl::getPriority(),
@@ -439,6 +466,13 @@ TEST_F(DevMDStdDeviceTest, ItsThreadRunsAtOrAboveTheRealTimeLandmark)
                                                     makeAccessANOFactory(_handler));
     device->performOpen();
     EXPECT_GE(body->value, 1);
+    std::ostringstream dump;
+    MtPriorityMgr::getInstance().dump(dump);
+    std::regex const numbers(" \\( +[0-9]+ \\)");
+    EXPECT_NE(std::regex_replace(dump.str(), numbers, "")
+                  .find("\"std-device\" : RealTime <= camera valid\n"),
+              std::string::npos)
+        << dump.str();
     device->performClose();
 }
 

@@ -1,9 +1,11 @@
 // The loop of a device's thread, by hand: what it serves and when it works.
 
 #include "recording.h"
+#include "threadExtensions/asleep.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <stdexcept>
 #include <thread>
@@ -118,6 +120,29 @@ TEST_F(DevMDStdLoopTest, WorkThatFailsIsTheDevicesToHandleAndKeepsNoRequestWaiti
     stopBehind(body);
     body.performExecute(nullptr);
     EXPECT_EQ(_log.lines(), (Lines{"failed: work", "one", "~one", "failed: work"}));
+}
+
+TEST_F(DevMDStdLoopTest, WorkThatFailsIsNotAskedForAgainBeforeTheNextRequest)
+{
+    std::atomic<int> nbFailures{0};
+    std::atomic<bool> hasEnded{false};
+    std::atomic<long> number{0};
+    Working body(_fifo, _log, [&](Working &self) -> double {
+        if (++nbFailures == 2)
+            self.performStop(nullptr);
+        throw std::runtime_error("work");
+    });
+    std::thread device([&] {
+        number = threadNumber();
+        body.performExecute(nullptr);
+        hasEnded = true;
+    });
+    while (!hasEnded && (!nbFailures || !isAsleep(number)))
+        std::this_thread::yield();
+    EXPECT_EQ(nbFailures, 1);
+    stopBehind(body);
+    device.join();
+    drain(*_fifo);
 }
 
 TEST_F(DevMDStdLoopTest, TimedConsumeExecutesOneRequestOrNone)

@@ -3,15 +3,11 @@
 #include "platform/interlocked.h"
 #include "zvbase/exBase.h"
 
-#include <algorithm>
-
 namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
-
-constexpr double LONGEST_WAIT = 3600; // seconds: work may be asked for too early, but not too late
 
 void execute(ObjPtr<DevANO> ano)
 {
@@ -96,7 +92,7 @@ void DevMDStdLoopThreadProtocol::serve(double seconds)
     if (seconds == NO_WORK)
         consume();
     else if (seconds > 0)
-        timedConsume(std::min(seconds, LONGEST_WAIT));
+        timedConsume(seconds);
     else
         tryConsume();
 }

@@ -17,14 +17,13 @@ public:
 
     LiString getName() const { return _name; }
 
-protected:
-    ~DevSMTransition() override;
-
-public:
     /// Runs in the engine's `execute`, while the engine still has the state that it comes from. An
     /// `ExBase` leads the machine to its state `_exc`; anything else that is thrown breaks the
     /// engine. It must not call `execute` of its own engine.
     virtual void execute() = 0;
+
+protected:
+    ~DevSMTransition() override;
 
 private:
     LiString _name;
@@ -37,13 +36,12 @@ class ZVRESMGT_EXPORT DevSMConditionalTransition : public DevSMTransition
 public:
     using DevSMTransition::DevSMTransition;
 
-protected:
-    ~DevSMConditionalTransition() override;
-
-public:
     /// Asked before `execute` of whichever transition is chosen, in declared order up to the first
     /// that holds. Fails as `execute` does.
     virtual bool condition() = 0;
+
+protected:
+    ~DevSMConditionalTransition() override;
 };
 
 /// Makes an engine's transitions.
