@@ -201,7 +201,7 @@ void Explorer::byChance(Tally &tally, unsigned scenario, Choice choice, unsigned
         Schedule schedule{scenario, optionsFor(settings, choice, seed + i), {}};
         schedule.options.length = length;
         tally.finding = run(tally, schedule);
-        length = std::max(length, _nursery.getRun().record.steps);
+        length = std::max(length, _nursery.getRun().record.decisions);
     }
 }
 

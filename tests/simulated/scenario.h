@@ -93,15 +93,17 @@ long getNbAllocations();
 
 #define SIMULATED(NAME, ...)                                                                       \
     static void run##NAME();                                                                       \
-    static Zv::Simulated::Enter const enter##NAME("Simulated", {#NAME, __VA_ARGS__, run##NAME},    \
-                                                  __FILE__, __LINE__);                             \
+    static Zv::Simulated::Enter const enter##NAME(                                                 \
+        "Simulated", {#NAME, Zv::Simulated::Settings(__VA_ARGS__), run##NAME}, __FILE__,           \
+        __LINE__);                                                                                 \
     static void run##NAME()
 
 /// A program with a known fault, for tests of the scheduler itself.
 #define KNOWN_FAULT(NAME, FAULT, ...)                                                              \
     static void run##NAME();                                                                       \
     static Zv::Simulated::Enter const enter##NAME(                                                 \
-        "KnownFaults", {#NAME, __VA_ARGS__, run##NAME, FAULT}, __FILE__, __LINE__);                \
+        "KnownFaults", {#NAME, Zv::Simulated::Settings(__VA_ARGS__), run##NAME, FAULT}, __FILE__,  \
+        __LINE__);                                                                                 \
     static void run##NAME()
 
 #define HOLDS(CONDITION)                                                                           \

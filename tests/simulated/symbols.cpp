@@ -43,10 +43,26 @@ bool isInner(std::string const &path)
            path.find("tests/simulated/scenario") != path.npos;
 }
 
-std::string withoutArguments(std::string const &function)
+/// A function's name without its arguments, those of templates among them.
+std::string shortName(std::string const &function)
 {
-    std::string const name = function.substr(0, function.find('('));
-    return name.empty() ? function : name;
+    std::string name;
+    int depth = 0;
+    for (std::size_t i = 0; i < function.size(); ++i) {
+        if (function.compare(i, 21, "(anonymous namespace)") == 0)
+            i += 21 + 2;
+        char const c = i < function.size() ? function[i] : ' ';
+        if (c == '(' && depth == 0)
+            break;
+        depth += c == '<';
+        if (depth == 0)
+            name += c;
+        depth -= c == '>';
+    }
+    // A function of a template bears its result.
+    auto const blank = name.rfind(' ');
+    std::string const last = blank == name.npos ? name : name.substr(blank + 1);
+    return last.starts_with("Zv::") ? last.substr(4) : last;
 }
 
 std::map<unsigned long long, std::string> lookUp(std::set<unsigned long long> const &addresses)
@@ -79,8 +95,8 @@ std::map<unsigned long long, std::string> lookUp(std::set<unsigned long long> co
         } else {
             std::string const path = shortPath(text.substr(0, text.find(' ')));
             if (!isInner(path))
-                places[address] += (places[address].empty() ? "" : " < ") +
-                                   withoutArguments(function) + " " + path;
+                places[address] +=
+                    (places[address].empty() ? "" : " < ") + shortName(function) + " " + path;
             function.clear();
         }
     }

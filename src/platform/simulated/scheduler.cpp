@@ -98,9 +98,11 @@ void Scheduler::handOver(Thread &to)
     if (&to == &from)
         return;
     ++_record->switches;
+    // Asked while the baton is here: the next thread may end this one.
+    bool const isOver = from.state == Thread::ENDED;
     self = &to;
     giveBaton(to.baton);
-    if (from.state == Thread::ENDED)
+    if (isOver)
         return;
     sleepUntilBaton(from.baton);
     receive();

@@ -22,7 +22,7 @@ namespace ZvPlatform::Simulated {
 enum class Choice : std::uint32_t
 {
     RANDOM, ///< any one that can run, all with the same chance
-    PRIORITY, ///< the one of the highest of random priorities, which change at `depth - 1` random steps
+    PRIORITY, ///< the one of the highest of random priorities, which change at `depth - 1` random decisions
     SCRIPT ///< as the record says; where it says nothing the running thread goes on
 };
 
@@ -44,7 +44,7 @@ struct Options
     Choice choice = Choice::RANDOM;
     std::uint64_t seed = 1;
     std::uint32_t depth = 3;
-    /// Steps among which the changes of priority are spread.
+    /// Decisions among which the changes of priority are spread.
     std::uint32_t length = 1000;
     /// A run that takes more steps makes no progress.
     std::uint32_t bound = 50'000;

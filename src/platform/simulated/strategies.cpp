@@ -81,7 +81,7 @@ public:
         Thread *current = candidates.isCurrentFirst ? candidates.option[0].thread : nullptr;
         bool isTired = current && candidates.hasYielded;
         for (unsigned i = 0; i < _changes; ++i)
-            if (_change[i] <= record.steps) {
+            if (_change[i] <= record.decisions) {
                 isTired = isTired || current;
                 _change[i] = UINT32_MAX;
             }

@@ -1,0 +1,289 @@
+// Threads of the library: started, stopped, joined and killed by several at once.
+#include "simulated/scenario.h"
+
+#include "resmgt/locks.h"
+#include "resmgt/threads.h"
+#include "zvbase/inPackage.h"
+#include "zvbase/lgLine.h"
+#include "zvbase/lgLog.h"
+
+#include <sstream>
+
+using namespace Zv;
+using namespace Zv::Simulated;
+
+namespace {
+
+/// Singletons and what they hold stay for the rest of the process.
+constexpr LeftOver SINGLETONS = {64, 0};
+constexpr Settings WITH_PACKAGES = {.schedules = 150, .leftOver = SINGLETONS};
+
+/// Runs until it is stopped.
+class Loop : public MtThreadProtocol
+{
+public:
+    explicit Loop(int &runs) : _runs(runs), _stop("stop", false) {}
+    ~Loop() noexcept(false) override = default;
+
+    void performExecute(MtThread *thread) override
+    {
+        HOLDS(MtThreadMgr::findCurrentThread() == thread);
+        HOLDS(thread->isRunning());
+        ++_runs;
+        _stop.wait();
+        _stop.reset();
+    }
+    void performStop(MtThread *) override { _stop.set(); }
+
+private:
+    int &_runs;
+    LkEvent _stop;
+};
+
+class Once : public MtThreadProtocol
+{
+public:
+    explicit Once(int &runs) : _runs(runs) {}
+    ~Once() noexcept(false) override = default;
+    void performExecute(MtThread *) override { ++_runs; }
+
+private:
+    int &_runs;
+};
+
+ObjPtrRet<MtThread> makeThread(char const *name, MtThreadProtocol *protocol)
+{
+    return MtThreadFactory::getInstance().createThread(name, ObjPtr<MtThreadProtocol>(protocol),
+                                                       true, 0);
+}
+
+} // namespace
+
+SIMULATED(PackagesUpAndDown, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+}
+
+SIMULATED(ThreadStartsAndEnds, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    int runs = 0;
+    ObjPtr<MtThread> thread(makeThread("once", new Once(runs)));
+    for (int i = 1; i <= 2; ++i) {
+        thread->start();
+        thread->join();
+        HOLDS(runs == i && !thread->isRunning());
+    }
+}
+
+SIMULATED(ThreadStoppedFromElsewhere, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    int runs = 0;
+    ObjPtr<MtThread> thread(makeThread("loop", new Loop(runs)));
+    thread->start();
+    Worker stopper("stopper", [&] { thread->stop(); });
+    thread->join();
+    stopper.join();
+    HOLDS(runs == 1);
+}
+
+SIMULATED(ThreadDestroyedWhileItRuns, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    int runs = 0;
+    {
+        ObjPtr<MtThread> thread(makeThread("loop", new Loop(runs)));
+        thread->start();
+    }
+    HOLDS(runs <= 1);
+}
+
+SIMULATED(ThreadJoinedByTwo, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    int runs = 0;
+    ObjPtr<MtThread> thread(makeThread("once", new Once(runs)));
+    thread->start();
+    Worker first("first", [&] { thread->join(); });
+    Worker second("second", [&] { thread->join(); });
+    first.join();
+    second.join();
+    HOLDS(!thread->isRunning() && runs == 1);
+    thread->start();
+    thread->join();
+    HOLDS(runs == 2);
+}
+
+namespace {
+
+/// Waits for ever, and may be killed there.
+class Victim : public MtThreadProtocol
+{
+public:
+    Victim(LkUnnamedSema &ready, int &cancelled) : _ready(ready), _cancelled(cancelled) {}
+    ~Victim() noexcept(false) override = default;
+
+    void performExecute(MtThread *thread) override
+    {
+        thread->enableCancel();
+        _ready.post();
+        for (;;)
+            ::Sleep(1000);
+    }
+    void performCanceled(MtThread *) override { ++_cancelled; }
+
+private:
+    LkUnnamedSema &_ready;
+    int &_cancelled;
+};
+
+/// May be killed in the first half of its body only.
+class Candidate : public MtThreadProtocol
+{
+public:
+    explicit Candidate(int &ended) : _ended(ended) {}
+    ~Candidate() noexcept(false) override = default;
+
+    void performExecute(MtThread *thread) override
+    {
+        thread->enableCancel();
+        step("may be killed");
+        thread->disableCancel();
+        LkGuard<LkLock> const guard(_lock);
+        step("may not be killed");
+        ++_ended;
+    }
+    void performCanceled(MtThread *) override { wasCancelled = true; }
+    bool wasCancelled = false;
+
+private:
+    int &_ended;
+    LkLock _lock{"lock"};
+};
+
+} // namespace
+
+SIMULATED(ThreadCancelled, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    LkUnnamedSema ready("ready", 0);
+    int cancelled = 0;
+    ObjPtr<MtThread> thread(makeThread("victim", new Victim(ready, cancelled)));
+    thread->start();
+    ready.wait();
+    thread->cancel();
+    thread->join();
+    HOLDS(cancelled == 1 && !thread->isRunning());
+}
+
+SIMULATED(ThreadCancelledOrNot, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    int ended = 0;
+    auto * const protocol = new Candidate(ended);
+    ObjPtr<MtThread> thread(makeThread("candidate", protocol));
+    thread->start();
+    Worker killer("killer", [&] { thread->cancel(); });
+    thread->join();
+    killer.join();
+    HOLDS(ended + protocol->wasCancelled == 1);
+}
+
+SIMULATED(ThreadManagerAskedWhileThreadsComeAndGo, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    MtThreadMgr &mgr = MtThreadMgr::getInstance();
+    unsigned const before = mgr.getNbThreads();
+    auto const comeAndGo = [](char const *name) {
+        int runs = 0;
+        ObjPtr<MtThread> thread(makeThread(name, new Once(runs)));
+        thread->start();
+        thread->join();
+        HOLDS(runs == 1);
+    };
+    Worker first("first", [&] { comeAndGo("a"); });
+    Worker second("second", [&] { comeAndGo("b"); });
+    for (int i = 0; i < 2; ++i) {
+        std::ostringstream text;
+        mgr.dump(text);
+        HOLDS(mgr.getNbThreads() >= before);
+    }
+    first.join();
+    second.join();
+    HOLDS(mgr.getNbThreads() == before);
+}
+
+SIMULATED(ThreadsWriteToTheLog, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    auto const write = [] {
+        LgLine line;
+        line.begin(__FILE__, __LINE__) << "a line";
+    };
+    Worker first("first", write);
+    write();
+    LgLog::flush();
+}
+
+// ---- priorities -----------------------------------------------------------------------------------------
+
+namespace {
+
+class Follower : public Priority
+{
+public:
+    explicit Follower(PriorityMgr &mgr) : Priority("follower", mgr, NOT_SET, WHEN_CHANGED)
+    {
+        join();
+    }
+    ~Follower() noexcept(false) override { leave(); }
+    void updatePriority(int priority) override { _told = priority; }
+
+    int _told = NOT_SET;
+};
+
+} // namespace
+
+SIMULATED(PriorityGraphChangedByThree, {.schedules = 200, .leaks = true})
+{
+    PriorityMgr mgr("mgr", 0, 6);
+    Priority floor("floor", mgr, 2);
+    Priority moving("moving", mgr, 3);
+    auto const change = [&] {
+        Follower below(mgr);
+        Follower above(mgr);
+        PriorityRelation const atFloor("r", floor, PriorityRelation::LESS_EQUAL, below);
+        PriorityRelation const order("r", below, PriorityRelation::LESS, above);
+        HOLDS(below.getPriority() == 2 && above.getPriority() == 3);
+        HOLDS(below._told == 2 && above._told == 3);
+    };
+    Worker first("first", change);
+    Worker second("second", change);
+    for (int value : {1, 5}) {
+        moving.setPriority(value);
+        std::ostringstream text;
+        mgr.dump(text);
+        HOLDS(moving.getPriority() == value);
+    }
+    first.join();
+    second.join();
+    HOLDS(mgr.check() == PriorityMgr::NO_ERROR);
+}
+
+SIMULATED(ThreadStartsWhileItsPriorityMoves, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    int runs = 0;
+    Priority level("level", MtPriorityMgr::getInstance(), 2);
+    ObjPtr<MtThread> thread(makeThread("once", new Once(runs)));
+    Worker mover("mover", [&] {
+        PriorityRelation const bound("bound", level, PriorityRelation::LESS, thread->getPriority());
+        level.setPriority(3);
+        HOLDS(thread->getPriority().getPriority() == 4);
+    });
+    thread->start();
+    thread->join();
+    mover.join();
+    HOLDS(runs == 1);
+}
