@@ -7,6 +7,7 @@
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/rtPrioritiesWinNT.private.h"
+#include "threads/threadTesting.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -21,36 +22,17 @@ using namespace Zv;
 namespace {
 
 /// A thread that only notes the levels that it is given.
-class NotingThread : public MtThread
+class NotingThread : public StubThread
 {
 public:
     NotingThread() : _priority("noting", this) {}
-    ~NotingThread() noexcept(false) override = default;
-
-    void start() override {}
-    void stop() override {}
-    void join() override {}
-    void cancel() override {}
-    void testCancel() override {}
-    bool isRunning() const override { return false; }
-    bool isCancelable() const override { return false; }
     LiString getName() const override { return _priority.getName(); }
     Priority &getPriority() override { return _priority; }
-    MtThreadProtocol *getProtocol() const override { return nullptr; }
-    MtThreadProtocol *getProtocolNoLock() const override { return nullptr; }
-    ObjPtrRet<MtThreadProtocol> detachProtocol() override { return nullptr; }
-    LkThreadId getThreadId() const override { return LkThreadId(LkThreadId::ReservedId(0)); }
-    void dump(std::ostream &) const override {}
-    bool enableCancel() override { return false; }
-    bool disableCancel() override { return false; }
 
     std::vector<int> _levels;
 
 protected:
     void setPriorityValue(int level) override { _levels.push_back(level); }
-    void applyProcessorNb() override {}
-    void threadEnded() override {}
-    void setProcessorNbNoLock(int) override {}
 
 private:
     MtThreadPriority _priority; // last: it tells the thread its level at once

@@ -50,6 +50,8 @@ public:
                 found.push_back(line.substr(position, line.find('\n', position) - position));
         return found;
     }
+    /// Lines that the thread has written itself that made this.
+    int getNbOwn() const { return _nbOwn; }
     /// The next line holds the output up, until `release`.
     void hold() { _isHeld = true; }
     void waitUntilHeld() { _held.acquire(); }
@@ -63,10 +65,14 @@ private:
             self._held.release();
             self._released.acquire();
         }
+        if (std::this_thread::get_id() == self._owner)
+            ++self._nbOwn;
         std::lock_guard const guard(self._mutex);
         self._lines.emplace_back(text, length);
     }
 
+    std::thread::id const _owner = std::this_thread::get_id();
+    std::atomic<int> _nbOwn = 0;
     std::mutex _mutex;
     std::vector<std::string> _lines;
     std::atomic<bool> _isHeld = false;
@@ -168,6 +174,7 @@ TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
         EXPECT_EQ(numbered(("run" + std::to_string(run) + "line").c_str(), 20),
                   output->find("run" + std::to_string(run)));
     }
+    EXPECT_EQ(0, output->getNbOwn()); // the reader writes it, also what it finds only at its end
 }
 
 TEST_F(MtLoggerTest, WithoutALoggerTextComesOutAtOnce)
@@ -378,9 +385,8 @@ TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
 TEST_F(MtLoggerTest, LinesBearTheNameOfTheirThreadCutTo15Characters)
 {
     MtLogger::startLogger();
-    ObjPtr<MtThread> const thread =
-        makeThread("a name that is too long",
-                   [](TestProtocol &, MtThread *) { ZV_TRACE(*testLevel, "tagged"); });
+    ObjPtr<MtThread> const thread = makeThread(
+        "a name that goes on", [](TestProtocol &, MtThread *) { ZV_TRACE(*testLevel, "tagged"); });
     thread->start();
     thread->join();
     ObjPtr<MtThread> const brief =
@@ -388,9 +394,9 @@ TEST_F(MtLoggerTest, LinesBearTheNameOfTheirThreadCutTo15Characters)
     brief->start();
     brief->join();
     MtLogger::stopLogger();
-    std::vector<std::string> lines = output->find("a name");
+    std::vector<std::string> lines = output->find("a name that");
     ASSERT_EQ(1u, lines.size());
-    EXPECT_TRUE(lines[0].starts_with("a name that is  ")) << lines[0];
+    EXPECT_TRUE(lines[0].starts_with("a name that goe ")) << lines[0];
     lines = output->find("brief");
     ASSERT_EQ(1u, lines.size());
     EXPECT_TRUE(lines[0].starts_with("brief           ")) << lines[0];

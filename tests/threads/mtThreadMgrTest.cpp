@@ -22,33 +22,12 @@ namespace Zv {
 namespace {
 
 /// A thread that is a number.
-class NumberThread : public MtThread
+class NumberThread : public StubThread
 {
 public:
     explicit NumberThread(unsigned long number) : _number(number) {}
-    ~NumberThread() noexcept(false) override = default;
-    void start() override {}
-    void stop() override {}
-    void join() override {}
-    void cancel() override {}
-    void testCancel() override {}
-    bool isRunning() const override { return false; }
-    bool isCancelable() const override { return false; }
-    LiString getName() const override { return "number"; }
-    Priority &getPriority() override { throw 1; }
-    MtThreadProtocol *getProtocol() const override { return nullptr; }
-    MtThreadProtocol *getProtocolNoLock() const override { return nullptr; }
-    ObjPtrRet<MtThreadProtocol> detachProtocol() override { return nullptr; }
     LkThreadId getThreadId() const override { return LkThreadId(_number); }
     void dump(std::ostream &os) const override { os << "thread " << _number; }
-    bool enableCancel() override { return false; }
-    bool disableCancel() override { return false; }
-
-protected:
-    void setPriorityValue(int) override {}
-    void applyProcessorNb() override {}
-    void threadEnded() override {}
-    void setProcessorNbNoLock(int) override {}
 
 private:
     unsigned long _number;

@@ -7,6 +7,7 @@
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
+#include "threadExtensions/asleep.h"
 #include "threads/threadTesting.h"
 #include "zvbase/envVar.h"
 
@@ -227,6 +228,44 @@ TEST_F(MtThreadTest, AJoinThatComesLateLeavesTheNextRunAlone)
     isOver = true;
     thread->stop();
     joiner.join();
+}
+
+/// Lets the test say what stopping is.
+class StopCalling : public MtThreadProtocol
+{
+public:
+    void performExecute(MtThread *) override { go.acquire(); }
+    void performStop(MtThread *thread) override { onStop(thread); }
+
+    std::counting_semaphore<> go{0};
+    std::function<void(MtThread *)> onStop = [this](MtThread *) { go.release(); };
+};
+
+TEST_F(MtThreadTest, AJoinThatComesBackAfterARestartLeavesTheNewRunAlone)
+{
+    auto * const protocol = new StopCalling;
+    ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
+        "restarted", ObjPtr<MtThreadProtocol>(protocol), true, 0);
+    thread->start();
+    std::atomic<long> number{0};
+    std::thread joiner([&] {
+        number = threadNumber();
+        thread->join();
+    });
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number);
+    auto const usual = protocol->onStop;
+    protocol->onStop = [protocol](MtThread *self) { // all under the thread's lock
+        protocol->go.release();
+        self->join();
+        self->start();
+    };
+    thread->stop();
+    joiner.join();
+    EXPECT_TRUE(thread->isRunning());
+    EXPECT_FALSE(thread->getThreadId().isNull());
+    protocol->onStop = usual;
 }
 
 TEST_F(MtThreadTest, AThreadIsNotTakenForOneThatHasEndedAndWasNotJoined)
@@ -708,37 +747,9 @@ TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered
     EXPECT_EQ(-1, thread->getProcessorNb());
 }
 
-class PlainThread : public MtThread
-{
-public:
-    ~PlainThread() noexcept(false) override = default;
-    void start() override {}
-    void stop() override {}
-    void join() override {}
-    void cancel() override {}
-    void testCancel() override {}
-    bool isRunning() const override { return false; }
-    bool isCancelable() const override { return false; }
-    LiString getName() const override { return "plain"; }
-    Priority &getPriority() override { throw 1; }
-    MtThreadProtocol *getProtocol() const override { return nullptr; }
-    MtThreadProtocol *getProtocolNoLock() const override { return nullptr; }
-    ObjPtrRet<MtThreadProtocol> detachProtocol() override { return nullptr; }
-    LkThreadId getThreadId() const override { return LkThreadId(); }
-    void dump(std::ostream &) const override {}
-    bool enableCancel() override { return false; }
-    bool disableCancel() override { return false; }
-
-protected:
-    void setPriorityValue(int) override {}
-    void applyProcessorNb() override {}
-    void threadEnded() override {}
-    void setProcessorNbNoLock(int) override {}
-};
-
 TEST_F(MtThreadTest, AThreadOfAnotherKindCannotBePlacedByDefault)
 {
-    PlainThread thread;
+    StubThread thread;
     EXPECT_FALSE(thread.isProcessorPlaceable());
     EXPECT_EQ(-1, thread.getProcessorNb());
     try {

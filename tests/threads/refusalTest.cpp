@@ -2,8 +2,10 @@
 
 #include "platform/services.h"
 #include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "threads/threadTesting.h"
@@ -203,6 +205,36 @@ TEST_F(ThreadRefused, LevelThatDoesNotChangeMakesNoCall)
         EXPECT_EQ(1, nbCalls);
     }
     EXPECT_EQ(2, nbCalls);
+}
+
+/// Fails to be told, once.
+class DeafPriority : public Priority
+{
+public:
+    DeafPriority() : Priority("deaf", MtPriorityMgr::getInstance(), NOT_SET, AT_EACH_SOLVING)
+    {
+        join();
+    }
+    ~DeafPriority() noexcept(false) override { leave(); }
+    void updatePriority(int) override
+    {
+        if (std::exchange(isDeaf, false))
+            throw MtEx::ExNotImplemented("f", 1, "hearing");
+    }
+    bool isDeaf = false;
+};
+
+TEST_F(ThreadRefused, LevelThatIsToldOnceMoreMakesNoCall)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    thread->start();
+    DeafPriority deaf;
+    deaf.isDeaf = true;
+    PriorityMgr &mgr = MtPriorityMgr::getInstance();
+    EXPECT_THROW(mgr.notify(PriorityMgr::VALUE_CHANGED), MtEx::ExNotImplemented);
+    refuse("SetThreadPriority", 0);
+    mgr.notify(PriorityMgr::VALUE_CHANGED); // makes up for it: tells everybody
+    EXPECT_EQ(0, nbCalls);
 }
 
 TEST_F(ThreadRefused, WaitForTheEndFailsAndTheThreadCanBeJoinedLater)

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <ostream>
 #include <semaphore>
 #include <string>
 #include <thread>
@@ -38,6 +39,35 @@ protected:
             count += entry.second == data;
         return count;
     }
+};
+
+/// A thread that does nothing.
+class StubThread : public MtThread
+{
+public:
+    ~StubThread() noexcept(false) override = default;
+    void start() override {}
+    void stop() override {}
+    void join() override {}
+    void cancel() override {}
+    void testCancel() override {}
+    bool isRunning() const override { return false; }
+    bool isCancelable() const override { return false; }
+    LiString getName() const override { return "stub"; }
+    Priority &getPriority() override { throw 1; }
+    MtThreadProtocol *getProtocol() const override { return nullptr; }
+    MtThreadProtocol *getProtocolNoLock() const override { return nullptr; }
+    ObjPtrRet<MtThreadProtocol> detachProtocol() override { return nullptr; }
+    LkThreadId getThreadId() const override { return LkThreadId(); }
+    void dump(std::ostream &) const override {}
+    bool enableCancel() override { return false; }
+    bool disableCancel() override { return false; }
+
+protected:
+    void setPriorityValue(int) override {}
+    void applyProcessorNb() override {}
+    void threadEnded() override {}
+    void setProcessorNbNoLock(int) override {}
 };
 
 /// A body out of a callable; `performStop` lets `waitForStop` go.
