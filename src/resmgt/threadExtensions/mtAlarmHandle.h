@@ -34,8 +34,8 @@ public:
     void setDuration(double duration);
     /// The seconds between two calls.
     void setRepeatDuration(double repeatDuration);
-    /// How many calls follow the first. Repeat n falls n repeat durations after the first call's moment, however late
-    /// a call was.
+    /// How many calls follow the first. Repeat n is due n - 1 repeat durations after the first call's moment, however
+    /// late a call was: by design, the first repeat is due together with the first call.
     void setRequestedRepeats(unsigned requestedRepeats);
 
     double getTimeRegistered() const;

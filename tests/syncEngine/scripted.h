@@ -1,0 +1,184 @@
+// Sources and clients that do what a test says.
+#pragma once
+
+#include "resmgt/syncEngine/seClientThread.h"
+#include "resmgt/syncEngine/seSourceProtocol.h"
+#include "threadExtensions/asleep.h"
+#include "zvbase/assertions.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include <unistd.h>
+
+namespace Zv {
+
+/// What happened, in order. Any thread.
+class Record
+{
+public:
+    void note(std::string const &what)
+    {
+        std::lock_guard const guard(_mutex);
+        _text += what + ';';
+        _changed.notify_all();
+    }
+    std::string get() const
+    {
+        std::lock_guard const guard(_mutex);
+        return _text;
+    }
+    std::string take()
+    {
+        std::lock_guard const guard(_mutex);
+        return std::exchange(_text, {});
+    }
+    /// Blocks until exactly this has happened; a record that goes another way is waited for in vain.
+    void await(std::string const &text) const
+    {
+        std::unique_lock guard(_mutex);
+        _changed.wait(guard, [&] { return _text == text; });
+    }
+
+private:
+    mutable std::mutex _mutex;
+    mutable std::condition_variable _changed;
+    std::string _text;
+};
+
+/// Beats when the test says so.
+class ScriptedSource : public SeSourceProtocol
+{
+public:
+    explicit ScriptedSource(char const *name = "scripted") : _name(name) {}
+
+    void start() override { record.note("start"); }
+    void stop() override { record.note("stop"); }
+    std::uint32_t waitSync() override
+    {
+        std::unique_lock guard(_mutex);
+        _thread = ::gettid();
+        ++_nbWaits;
+        _changed.notify_all();
+        _changed.wait(guard, [this] { return _isFree || !_counts.empty(); });
+        if (_counts.empty())
+            return ++_last;
+        _last = _counts.front();
+        _counts.pop_front();
+        return _last;
+    }
+    double getRate() override { return 25.0; }
+    char const *getName() override { return _name; }
+    std::ostream &dump(std::ostream &stream) override { return stream << _name << " source"; }
+
+    /// One beat, with the next count or another.
+    void beat() { beat(getLast() + 1); }
+    void beat(std::uint32_t count)
+    {
+        std::lock_guard const guard(_mutex);
+        _counts.push_back(count);
+        _changed.notify_all();
+    }
+    /// From now on it beats as fast as somebody waits.
+    void runFree()
+    {
+        std::lock_guard const guard(_mutex);
+        _isFree = true;
+        _changed.notify_all();
+    }
+    /// Blocks until so many waits have begun; the beats before the last one have been worked off then.
+    void awaitWaits(int nb)
+    {
+        std::unique_lock guard(_mutex);
+        _changed.wait(guard, [&] { return _nbWaits >= nb; });
+    }
+    int getNbWaits()
+    {
+        std::lock_guard const guard(_mutex);
+        return _nbWaits;
+    }
+    /// The thread that waited last.
+    long getThread()
+    {
+        std::lock_guard const guard(_mutex);
+        return _thread;
+    }
+
+    Record record;
+
+private:
+    std::uint32_t getLast()
+    {
+        std::lock_guard const guard(_mutex);
+        return _counts.empty() ? _last : _counts.back();
+    }
+
+    char const *_name;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    std::deque<std::uint32_t> _counts;
+    std::uint32_t _last = 0;
+    int _nbWaits = 0;
+    bool _isFree = false;
+    long _thread = 0;
+};
+
+/// Writes down its runs, "count late".
+class ScriptedClient : public SeClientThread
+{
+public:
+    ScriptedClient() = default;
+    ~ScriptedClient() noexcept(false) override
+    {
+        if (nbDestroyed)
+            ++*nbDestroyed;
+    }
+
+    /// Blocks until the client sleeps: it waits for a beat then.
+    void awaitAsleep() const
+    {
+        while (!_thread)
+            std::this_thread::yield();
+        waitUntilAsleep(_thread);
+    }
+
+    Record record;
+    std::function<bool(std::uint32_t, int)> onSync;
+    int *nbDestroyed = nullptr;
+
+protected:
+    void performStart() override
+    {
+        record.note("start");
+        _thread = threadNumber();
+    }
+    bool performSync(std::uint32_t count, int late) override
+    {
+        record.note(std::to_string(count) + ' ' + std::to_string(late));
+        return onSync && onSync(count, late);
+    }
+    void performEnd() override { record.note("end"); }
+
+private:
+    std::atomic<long> _thread = 0;
+};
+
+inline std::string failedExpression(std::function<void()> const &action)
+{
+    try {
+        action();
+    } catch (AssertionFailed const &failure) {
+        return failure.getExpression();
+    }
+    return "nothing failed";
+}
+
+} // namespace Zv

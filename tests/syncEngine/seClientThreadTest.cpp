@@ -1,0 +1,332 @@
+// The pacing of a client, in one thread: each wait of the client is a step of the test's script.
+
+#include "resmgt/syncEngine/seClientThread.h"
+
+#include "resmgt/locks/lkPulse.h"
+#include "resmgt/threads/mtPriorityMgr.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "scripted.h"
+#include "zvbase/assertions.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Zv {
+
+namespace {
+
+/// What a client waits for where the test writes the script.
+enum Wait
+{
+    LATCHED, ///< Any pulse ever sent.
+    NEXT     ///< The next one.
+};
+
+thread_local std::function<void(Wait)> onWait;
+
+} // namespace
+
+} // namespace Zv
+
+// The linker leads the library's waits here.
+extern "C" void __real__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(Zv::LkPulseWindows const *,
+                                                                   Zv::LkMutex const &);
+extern "C" void __wrap__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(Zv::LkPulseWindows const *pulse,
+                                                                   Zv::LkMutex const &mutex)
+{
+    if (Zv::onWait)
+        Zv::onWait(Zv::LATCHED);
+    else
+        __real__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(pulse, mutex);
+}
+extern "C" void __real__ZNK2Zv14LkPulseWindows8waitNextERKNS_7LkMutexE(Zv::LkPulseWindows const *,
+                                                                       Zv::LkMutex const &);
+extern "C" void
+__wrap__ZNK2Zv14LkPulseWindows8waitNextERKNS_7LkMutexE(Zv::LkPulseWindows const *pulse,
+                                                       Zv::LkMutex const &mutex)
+{
+    if (Zv::onWait)
+        Zv::onWait(Zv::NEXT);
+    else
+        __real__ZNK2Zv14LkPulseWindows8waitNextERKNS_7LkMutexE(pulse, mutex);
+}
+
+namespace Zv {
+
+/// A client without a generator: the test has the count, and each wait lets it jump.
+class SeClientThreadTest : public testing::Test
+{
+protected:
+    SeClientThreadTest()
+        : _thread(MtThreadFactory::getInstance().createThread("client", own(), true, 0))
+    {
+        onWait = [this](Wait wait) { takeStep(wait); };
+    }
+    ~SeClientThreadTest() noexcept override { onWait = nullptr; }
+
+    class Client : public ScriptedClient
+    {
+    public:
+        using ScriptedClient::getDivisorNoLock;
+    };
+
+    void setUp(std::int32_t divisor)
+    {
+        _client->setupNoLock(&_generator, &_mutex, &_pulse, &_count, divisor);
+    }
+    void clear() { _client->setupNoLock(nullptr, nullptr, nullptr, nullptr, 0); }
+    /// Runs the client through its jumps, then stops it while it waits.
+    std::string run(std::int32_t divisor, std::vector<std::uint32_t> jumps)
+    {
+        setUp(divisor);
+        _jumps = std::move(jumps);
+        _client->performExecute(_thread.get());
+        EXPECT_TRUE(_jumps.empty());
+        clear();
+        return _client->record.take();
+    }
+    void setupWith(Priority *generator, LkMutex *lock, LkPulse *condition, std::uint32_t *count)
+    {
+        _client->setupNoLock(generator, lock, condition, count, 1);
+    }
+    /// Blocks for good where the lock is held.
+    void takeLockElsewhere()
+    {
+        std::thread([this] { LkGuard<LkMutex const> const guard(_mutex); }).join();
+    }
+    /// The client's wait: lets the count jump, or asks for the end.
+    void takeStep(Wait wait)
+    {
+        _waits += wait == LATCHED ? 'l' : 'n';
+        EXPECT_TRUE(_mutex.isLocked());
+        if (_jumps.empty()) {
+            _client->performStop(_thread.get());
+            return;
+        }
+        _count += _jumps.front();
+        _jumps.erase(_jumps.begin());
+    }
+
+    ObjPtr<MtThreadProtocol> own() { return ObjPtr<MtThreadProtocol>(_client); }
+
+    LkMutex _mutex{"test"};
+    LkPulse _pulse{"test", LkPulse::WAKE_ALL};
+    std::uint32_t _count = 1000;
+    Priority _generator{"generator", MtPriorityMgr::getInstance(), 5};
+    Client *_client = new Client;
+    std::vector<std::uint32_t> _jumps;
+    std::string _waits;
+    ObjPtr<MtThread> _thread;
+};
+
+TEST_F(SeClientThreadTest, RunsAtEachBeatInTime)
+{
+    EXPECT_EQ("start;1001 0;1002 0;1003 0;1004 0;1005 0;end;", run(1, {1, 1, 1, 1, 1}));
+}
+
+TEST_F(SeClientThreadTest, ASkippedBeatMakesItLate)
+{
+    EXPECT_EQ("start;1001 0;1002 0;1004 1;1005 0;1015 9;1016 0;end;", run(1, {1, 1, 2, 1, 10, 1}));
+}
+
+TEST_F(SeClientThreadTest, RunsAtEachFourthBeat)
+{
+    EXPECT_EQ("start;1004 0;1008 0;1012 0;end;", run(4, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1}));
+}
+
+TEST_F(SeClientThreadTest, LateBeatsAreNotCarriedIntoTheNextPeriod)
+{
+    // One beat of the period is over, 3 remain, and 6 come at once; then 4 are needed.
+    EXPECT_EQ("start;1004 0;1011 3;1015 0;end;", run(4, {1, 1, 1, 1, 1, 6, 1, 1, 1, 1}));
+    _count = 0;
+    EXPECT_EQ("start;4 0;8 0;end;", run(4, {1, 1, 2, 3, 1}));
+}
+
+TEST_F(SeClientThreadTest, ItsFirstTwoWakeUpsCountAsOneBeatEach)
+{
+    EXPECT_EQ("start;1100 0;1200 0;1300 99;end;", run(1, {100, 100, 100}));
+    _count = 0;
+    EXPECT_EQ("start;201 0;end;", run(3, {100, 100, 1}));
+    _count = 0;
+    EXPECT_EQ("start;0 0;0 0;1 0;end;", run(1, {0, 0, 1})); // without a beat as well
+}
+
+TEST_F(SeClientThreadTest, AWakeUpWithoutABeatChangesNothing)
+{
+    EXPECT_EQ("start;1001 0;1002 0;1003 0;end;", run(1, {1, 1, 0, 0, 0, 1}));
+    _count = 0;
+    EXPECT_EQ("start;3 0;6 0;end;", run(3, {1, 1, 0, 1, 0, 1, 0, 2, 0}));
+}
+
+TEST_F(SeClientThreadTest, TheLatchedWaitIsTakenInTheFirstTwoRoundsOnly)
+{
+    run(2, {1, 1, 1, 1, 1});
+    EXPECT_EQ("llnnnn", _waits);
+}
+
+TEST_F(SeClientThreadTest, BeatsThatComeDuringTheWorkAreNotSleptThrough)
+{
+    _client->onSync = [this](std::uint32_t count, int) {
+        if (count == 1003)
+            _count += 2;
+        return false;
+    };
+    EXPECT_EQ("start;1001 0;1002 0;1003 0;1005 1;1006 0;end;", run(1, {1, 1, 1, 1}));
+    EXPECT_EQ("llnnn", _waits);
+}
+
+TEST_F(SeClientThreadTest, TheCountGoesRound)
+{
+    _count = 0xFFFFFFFD;
+    EXPECT_EQ("start;4294967294 0;4294967295 0;0 0;1 0;3 1;end;", run(1, {1, 1, 1, 1, 2}));
+    _count = 0xFFFFFFFF;
+    EXPECT_EQ("start;3 0;end;", run(4, {1, 1, 1, 1}));
+}
+
+TEST_F(SeClientThreadTest, ACountThatStartsAgainDelaysAndDoesNoHarm)
+{
+    // 50 beats back: as if the next 51 were over already.
+    EXPECT_EQ("start;1001 0;1002 0;1003 0;end;", run(1, {1, 1, std::uint32_t(-50), 50, 1}));
+    // As far as the count can jump.
+    _count = 0;
+    EXPECT_EQ("start;1 0;2 0;2147483650 2147483647;end;", run(1, {1, 1, 0x80000000u}));
+    _count = 0;
+    EXPECT_EQ("start;1 0;2 0;end;", run(1, {1, 1, 0x80000002u}));
+}
+
+TEST_F(SeClientThreadTest, TheSmallestDivisorsRunAtEachWakeUp)
+{
+    EXPECT_EQ("start;1001 1;1002 1;1003 1;end;", run(0, {1, 1, 1}));
+    _count = 0;
+    EXPECT_EQ("start;1 3;end;", run(-2, {1}));
+}
+
+TEST_F(SeClientThreadTest, TheLockIsFreeDuringTheWork)
+{
+    _client->onSync = [this](std::uint32_t, int) {
+        takeLockElsewhere();
+        return false;
+    };
+    run(1, {1, 1, 1});
+}
+
+TEST_F(SeClientThreadTest, EndsByItself)
+{
+    _client->onSync = [](std::uint32_t count, int) { return count == 1002; };
+    setUp(1);
+    _jumps = {1, 1, 1, 1};
+    _client->performExecute(_thread.get());
+    EXPECT_EQ("start;1001 0;1002 0;end;", _client->record.get());
+    EXPECT_EQ(2U, _jumps.size());
+    takeLockElsewhere();
+    clear();
+}
+
+TEST_F(SeClientThreadTest, AStopThatComesDuringTheWorkIsTheEnd)
+{
+    _client->onSync = [this](std::uint32_t, int) {
+        _client->performStop(_thread.get());
+        return false;
+    };
+    setUp(1);
+    _jumps = {1, 1, 1};
+    _client->performExecute(_thread.get());
+    EXPECT_EQ("start;1001 0;end;", _client->record.get());
+    EXPECT_EQ("l", _waits);
+    clear();
+}
+
+TEST_F(SeClientThreadTest, AStopThatCameBeforeTheFirstWaitIsTheEnd)
+{
+    setUp(1);
+    _client->performStop(_thread.get());
+    _client->performExecute(_thread.get());
+    EXPECT_EQ("start;end;", _client->record.take());
+    EXPECT_EQ("", _waits);
+    clear();
+    EXPECT_EQ("start;1001 0;end;", run(1, {1})); // set up anew, it is forgotten
+}
+
+TEST_F(SeClientThreadTest, WhatTheWorkThrowsComesOutWithoutTheLock)
+{
+    _client->onSync = [](std::uint32_t, int) -> bool { throw std::runtime_error("no picture"); };
+    setUp(1);
+    _jumps = {1};
+    EXPECT_THROW(_client->performExecute(_thread.get()), std::runtime_error);
+    takeLockElsewhere();
+    EXPECT_EQ("start;1001 0;", _client->record.get());
+    clear();
+}
+
+TEST_F(SeClientThreadTest, IsSetUpWhenItIsFreeAndClearedWhenItIsNot)
+{
+    std::string const expected = "generator ? ( _lock == 0 && _condition == 0 && _count == 0 ) : ( "
+                                 "_lock != 0 && _condition != 0 && _count != 0 )";
+    EXPECT_EQ(expected, failedExpression([&] { clear(); }));
+    setUp(3);
+    EXPECT_EQ(3, _client->getDivisorNoLock());
+    EXPECT_EQ(expected, failedExpression([&] { setUp(4); }));
+    EXPECT_EQ(3, _client->getDivisorNoLock());
+    clear();
+    EXPECT_EQ(0, _client->getDivisorNoLock());
+    EXPECT_EQ(expected, failedExpression([&] { clear(); }));
+    // Each of the three counts.
+    for (int missing = 0; missing != 3; ++missing) {
+        setupWith(&_generator, missing == 0 ? nullptr : &_mutex, missing == 1 ? nullptr : &_pulse,
+                  missing == 2 ? nullptr : &_count);
+        EXPECT_EQ(expected, failedExpression([&] { clear(); })) << missing;
+        EXPECT_EQ(expected, failedExpression([&] { setUp(1); })) << missing;
+        EXPECT_EQ("_lock && _condition && _count",
+                  failedExpression([&] { _client->performExecute(_thread.get()); }))
+            << missing;
+        _thread.reset();
+        _client = new Client;
+        _thread = MtThreadFactory::getInstance().createThread("client", own(), true, 0);
+    }
+}
+
+TEST_F(SeClientThreadTest, DoesNotRunWithoutAGenerator)
+{
+    EXPECT_EQ("_lock && _condition && _count",
+              failedExpression([&] { _client->performExecute(_thread.get()); }));
+    EXPECT_EQ("start;", _client->record.get());
+}
+
+TEST_F(SeClientThreadTest, StaysBelowItsGenerator)
+{
+    Priority &priority = _client->getPriorityNoLock();
+    EXPECT_EQ("syncClient", priority.getName());
+    EXPECT_FALSE(priority.isPriorityFixed());
+    PriorityRelation const high("test", _generator, PriorityRelation::LESS_EQUAL, priority);
+    EXPECT_EQ(5, priority.getPriority());
+    EXPECT_EQ(5, _thread->getPriority().getPriority());
+    EXPECT_THROW(setUp(1), ExBase); // as high as its generator already
+    EXPECT_EQ(0, _client->getDivisorNoLock());
+}
+
+TEST_F(SeClientThreadTest, TheNamesOfItsRelations)
+{
+    auto const dump = [&] {
+        std::ostringstream stream;
+        _thread->getPriority().dump(stream, true);
+        return stream.str();
+    };
+    EXPECT_NE(std::string::npos, dump().find("syncClient=SeClientThread")) << dump();
+    EXPECT_EQ(std::string::npos, dump().find("client<generator"));
+    setUp(1);
+    EXPECT_NE(std::string::npos, dump().find("client<generator")) << dump();
+    clear();
+    EXPECT_EQ(std::string::npos, dump().find("client<generator"));
+    ObjPtr<MtThreadProtocol> const client(_thread->detachProtocol());
+    EXPECT_EQ(std::string::npos, dump().find("syncClient=SeClientThread"));
+}
+
+} // namespace Zv

@@ -1,0 +1,730 @@
+#include "resmgt/syncEngine/seSyncEngine.h"
+
+#include "resmgt/syncEngine/seGeneratorThread.private.h"
+#include "resmgt/syncEngine/seSourceClock.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/rtPriorities.h"
+#include "scripted.h"
+#include "threadExtensions/asleep.h"
+#include "threadExtensions/refusedThreads.h"
+#include "zvbase/rcEx.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <memory>
+#include <semaphore>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace Zv {
+
+/// Makes engines of the test's own, beside the one of the process.
+class SeSyncEngineTest : public testing::Test
+{
+protected:
+    static void destroyEngine(SeSyncEngine *engine) { delete engine; }
+    static SeSyncEngine *makeEngine() { return new SeSyncEngine; }
+};
+
+namespace {
+
+unsigned getNbThreads()
+{
+    return MtThreadMgr::getInstance().getNbThreads();
+}
+
+std::string dump(Priority &priority)
+{
+    std::ostringstream stream;
+    priority.dump(stream, true);
+    return stream.str();
+}
+
+// ---- generators
+
+/// A generator on a thread of its own, with a source that the test plays.
+class SeGeneratorThreadTest : public testing::Test
+{
+protected:
+    SeGeneratorThreadTest()
+        : _generator(new SeGeneratorThread(_source)),
+          _thread(MtThreadFactory::getInstance().createThread(
+              "generator", ObjPtr<MtThreadProtocol>(_generator), true, 0))
+    {}
+    ~SeGeneratorThreadTest() noexcept override
+    {
+        _source.runFree();
+        _thread.reset();
+    }
+
+    ScriptedClient *add(std::int32_t divisor, char const *name = "client")
+    {
+        ObjPtr<SeClientThread> client(new ScriptedClient);
+        auto * const added = static_cast<ScriptedClient *>(client.get());
+        addAgain(client, divisor, name);
+        added->awaitAsleep();
+        return added;
+    }
+    void addAgain(ObjPtr<SeClientThread> &client, std::int32_t divisor, char const *name = "client")
+    {
+        _generator->addClient(name, client, divisor, MtThreadFactory::getInstance());
+    }
+    void start() { _thread->start(); }
+    /// One beat, worked off by the generator.
+    void beat()
+    {
+        int const nbWaits = _source.getNbWaits();
+        _source.beat();
+        _source.awaitWaits(nbWaits + 1);
+    }
+    /// Starts the generator and lets the source beat for the first time.
+    void startBeating()
+    {
+        start();
+        _source.awaitWaits(1);
+        beat();
+    }
+    bool isState(SeGeneratorThread::SourceState state) const { return _generator->isState(state); }
+
+    ScriptedSource _source;
+    SeGeneratorThread *_generator;
+    ObjPtr<MtThread> _thread;
+};
+
+TEST_F(SeGeneratorThreadTest, StartsTheSourceBeforeTheFirstBeatAndStopsItAfterTheLast)
+{
+    EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
+    start();
+    _source.awaitWaits(1);
+    EXPECT_EQ("start;", _source.record.get());
+    EXPECT_NE(threadNumber(), _source.getThread());
+    EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
+    beat();
+    EXPECT_TRUE(isState(SeGeneratorThread::BEATING));
+    beat();
+    EXPECT_EQ("start;", _source.record.get());
+    _thread->stop();
+    EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
+    _source.beat(); // to see it
+    _thread->join();
+    EXPECT_EQ("start;stop;", _source.record.get());
+    EXPECT_EQ(4 - 1, _source.getNbWaits());
+}
+
+TEST_F(SeGeneratorThreadTest, TheFirstBeatReachesNobody)
+{
+    ScriptedClient * const client = add(1);
+    startBeating();
+    EXPECT_TRUE(isState(SeGeneratorThread::BEATING));
+    beat();
+    client->record.await("start;2 0;2 0;"); // the rounds of grace, from the first pulse on
+    beat();
+    client->record.await("start;2 0;2 0;3 0;");
+    beat();
+    client->record.await("start;2 0;2 0;3 0;4 0;");
+}
+
+TEST_F(SeGeneratorThreadTest, AFirstCountOfZeroIsAFault)
+{
+    ScriptedSource source;
+    source.beat(0);
+    SeGeneratorThread generator(source);
+    EXPECT_EQ("last != 0", failedExpression([&] { generator.performExecute(_thread.get()); }));
+    EXPECT_EQ("start;", source.record.get());
+}
+
+TEST_F(SeGeneratorThreadTest, EachClientHasItsDivisor)
+{
+    ScriptedClient * const each = add(1);
+    ScriptedClient * const third = add(3);
+    startBeating();
+    beat();
+    each->record.await("start;2 0;2 0;");
+    third->awaitAsleep();
+    std::string expected = "start;2 0;2 0;";
+    for (int count = 3; count != 9; ++count) {
+        beat();
+        expected += std::to_string(count) + " 0;";
+        each->record.await(expected);
+        third->awaitAsleep();
+    }
+    third->record.await("start;3 0;6 0;");
+}
+
+TEST_F(SeGeneratorThreadTest, AClientOfABeatingGeneratorIsGivenItsRoundsOfGraceAtOnce)
+{
+    ScriptedClient * const first = add(1);
+    startBeating();
+    beat();
+    first->record.await("start;2 0;2 0;");
+    ScriptedClient * const second = add(1);
+    second->record.await("start;2 0;2 0;");
+    beat();
+    second->record.await("start;2 0;2 0;3 0;");
+}
+
+TEST_F(SeGeneratorThreadTest, AClientThatIsBusyIsLate)
+{
+    ObjPtr<SeClientThread> owned(new ScriptedClient);
+    auto * const client = static_cast<ScriptedClient *>(owned.get());
+    std::binary_semaphore begun(0);
+    std::binary_semaphore go(0);
+    client->onSync = [&](std::uint32_t count, int) {
+        if (count == 3) {
+            begun.release();
+            go.acquire();
+        }
+        return false;
+    };
+    addAgain(owned, 1);
+    EXPECT_TRUE(owned.isNull());
+    client->awaitAsleep();
+    startBeating();
+    beat();
+    client->record.await("start;2 0;2 0;");
+    beat();
+    begun.acquire();
+    for (int i = 0; i != 4; ++i)
+        beat();
+    go.release();
+    client->record.await("start;2 0;2 0;3 0;7 3;");
+    beat();
+    client->record.await("start;2 0;2 0;3 0;7 3;8 0;");
+}
+
+TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAndCanBeAddedAgain)
+{
+    ScriptedClient * const client = add(1);
+    startBeating();
+    beat();
+    client->record.await("start;2 0;2 0;");
+    unsigned const nbThreads = getNbThreads();
+    _source.runFree(); // the next beat ends it
+    ObjPtr<SeClientThread> back(_generator->removeClient(client));
+    EXPECT_EQ(client, back.get());
+    EXPECT_EQ(nbThreads - 1, getNbThreads());
+    EXPECT_FALSE(_generator->hasClient(client));
+    std::string const record = client->record.take();
+    EXPECT_EQ("end;", record.substr(record.size() - 4));
+    EXPECT_EQ(std::string::npos, dump(client->getPriorityNoLock()).find("syncClient=SeClient"));
+    addAgain(back, 1);
+    EXPECT_TRUE(back.isNull());
+    EXPECT_TRUE(_generator->hasClient(client));
+    while (client->record.get().size() < 100)
+        std::this_thread::yield();
+}
+
+TEST_F(SeGeneratorThreadTest, AClientIsReleasedFromAGeneratorThatIsStillStarting)
+{
+    start();
+    _source.awaitWaits(1);
+    ScriptedClient * const client = add(4);
+    client->record.await("start;");
+    ObjPtr<SeClientThread> const back(_generator->removeClient(client));
+    EXPECT_EQ("start;end;", client->record.get());
+    EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
+    EXPECT_EQ(1, _source.getNbWaits());
+}
+
+TEST_F(SeGeneratorThreadTest, ARemovalDuringTheStartUsesUpTheOthersGraceAndNothingElse)
+{
+    start();
+    _source.awaitWaits(1);
+    ScriptedClient * const other = add(1);
+    ScriptedClient * const client = add(1);
+    ObjPtr<SeClientThread> const back(_generator->removeClient(client));
+    other->record.await("start;0 0;0 0;");
+    beat(); // which reaches it, though it is the first
+    other->record.await("start;0 0;0 0;1 0;");
+    beat();
+    other->record.await("start;0 0;0 0;1 0;2 0;");
+}
+
+TEST_F(SeGeneratorThreadTest, AClientThatHasEndedByItselfIsRemovedLikeAnyOther)
+{
+    ObjPtr<SeClientThread> owned(new ScriptedClient);
+    auto * const client = static_cast<ScriptedClient *>(owned.get());
+    client->onSync = [](std::uint32_t, int) { return true; };
+    addAgain(owned, 1);
+    client->awaitAsleep();
+    startBeating();
+    beat();
+    client->record.await("start;2 0;end;");
+    ObjPtr<SeClientThread> const back(_generator->removeClient(client));
+    EXPECT_EQ(client, back.get());
+    EXPECT_EQ("start;2 0;end;", client->record.get());
+}
+
+TEST_F(SeGeneratorThreadTest, AStopEndsAllClientsAndDestroysThem)
+{
+    int nbDestroyed = 0;
+    for (int i = 0; i != 5; ++i)
+        add(1 + i)->nbDestroyed = &nbDestroyed;
+    startBeating();
+    unsigned const nbThreads = getNbThreads();
+    _thread->stop();
+    EXPECT_EQ(5, nbDestroyed);
+    EXPECT_EQ(nbThreads - 5, getNbThreads());
+    EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
+    EXPECT_TRUE(_thread->isRunning()); // it waits for a beat
+    _thread->stop();                   // and this does nothing more
+    _source.beat();
+    _thread->join();
+    _thread->stop();
+    EXPECT_EQ("start;stop;", _source.record.get());
+}
+
+TEST_F(SeGeneratorThreadTest, IsNotStoppedBeforeItHasBeaten)
+{
+    ScriptedClient * const client = add(1);
+    start();
+    _source.awaitWaits(1);
+    client->record.await("start;");
+    std::atomic<long> stopper = 0;
+    std::atomic<bool> isOver = false;
+    std::thread thread([&] {
+        stopper = threadNumber();
+        _thread->stop();
+        isOver = true;
+    });
+    while (!stopper)
+        std::this_thread::yield();
+    waitUntilAsleep(stopper);
+    EXPECT_FALSE(isOver);
+    EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
+    _source.runFree();
+    thread.join();
+    EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
+}
+
+TEST_F(SeGeneratorThreadTest, IsDestroyedWithoutABeatWhereItWasNeverStarted)
+{
+    int nbDestroyed = 0;
+    add(1)->nbDestroyed = &nbDestroyed;
+    _thread.reset();
+    EXPECT_EQ(1, nbDestroyed);
+    EXPECT_EQ("", _source.record.get());
+}
+
+TEST_F(SeGeneratorThreadTest, IsNotUsedAgainAfterAStop)
+{
+    ScriptedClient * const client = add(1);
+    startBeating();
+    _thread->stop();
+    ObjPtr<SeClientThread> other(new ScriptedClient);
+    std::string const expected = "_sourceState != STOPPING && _sourceState != STOPPED";
+    EXPECT_EQ(expected, failedExpression([&] { addAgain(other, 1); }));
+    EXPECT_FALSE(other.isNull());
+    EXPECT_EQ(expected,
+              failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }));
+}
+
+TEST_F(SeGeneratorThreadTest, AClientIsAddedOnce)
+{
+    ScriptedClient * const client = add(1);
+    ObjPtr<SeClientThread> again(client);
+    EXPECT_EQ("clientThreadIter == _clients.end()", failedExpression([&] { addAgain(again, 1); }));
+    EXPECT_EQ(client, again.release());
+}
+
+TEST_F(SeGeneratorThreadTest, AClientIsRemovedOnce)
+{
+    ScriptedClient * const client = add(1);
+    ObjPtr<SeClientThread> const back(_generator->removeClient(client));
+    EXPECT_EQ("clientThreadIter != _clients.end()",
+              failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }));
+}
+
+TEST_F(SeGeneratorThreadTest, IsNotDestroyedWhileItBeats)
+{
+    class Failing : public ScriptedSource
+    {
+    public:
+        std::uint32_t waitSync() override
+        {
+            if (++_nbBeats == 2)
+                throw std::runtime_error("no cable");
+            return _nbBeats;
+        }
+
+    private:
+        std::uint32_t _nbBeats = 0;
+    };
+    Failing source;
+    auto * const generator = new SeGeneratorThread(source);
+    EXPECT_THROW(generator->performExecute(_thread.get()), std::runtime_error);
+    EXPECT_TRUE(generator->isState(SeGeneratorThread::BEATING));
+    EXPECT_EQ("_sourceState == STARTING || _sourceState == STOPPED",
+              failedExpression([&] { delete generator; }));
+}
+
+TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
+{
+    int nbDestroyed = 0;
+    ScriptedClient * const other = add(1);
+    other->record.await("start;");
+    ObjPtr<SeClientThread> owned(new ScriptedClient);
+    static_cast<ScriptedClient *>(owned.get())->nbDestroyed = &nbDestroyed;
+    unsigned const nbThreads = getNbThreads();
+    refuseThread(1);
+    EXPECT_EQ("threadHandle != NULL", failedExpression([&] { addAgain(owned, 1); }));
+    EXPECT_TRUE(owned.isNull());
+    EXPECT_EQ(1, nbDestroyed);
+    EXPECT_EQ(nbThreads, getNbThreads());
+    startBeating();
+    _source.runFree();
+    ObjPtr<SeClientThread> const back(_generator->removeClient(other));
+}
+
+TEST_F(SeGeneratorThreadTest, StandsAboveRealTimeWorkAndAboveItsClients)
+{
+    Priority &mine = _thread->getPriority();
+    EXPECT_EQ(RtPriorities::getInstance().getRealTimePriority().getPriority() + 1,
+              mine.getPriority());
+    EXPECT_NE(std::string::npos, dump(mine).find("rt<sync-gen")) << dump(mine);
+    ScriptedClient * const client = add(1);
+    EXPECT_NE(std::string::npos, dump(mine).find("client<generator")) << dump(mine);
+    {
+        PriorityRelation const high("test", RtPriorities::getInstance().getRealTimePriority(),
+                                    PriorityRelation::LESS, client->getPriorityNoLock());
+        EXPECT_EQ(2, client->getPriorityNoLock().getPriority());
+        EXPECT_EQ(3, mine.getPriority());
+    }
+    ObjPtr<SeClientThread> const back(_generator->removeClient(client));
+    EXPECT_EQ(std::string::npos, dump(mine).find("client<generator"));
+    ObjPtr<MtThreadProtocol> const generator(_thread->detachProtocol());
+    EXPECT_EQ(std::string::npos, dump(mine).find("rt<sync-gen"));
+    _thread.reset();
+}
+
+TEST_F(SeGeneratorThreadTest, WritesItsSourceAndItsClients)
+{
+    std::ostringstream empty;
+    _generator->dump(empty);
+    EXPECT_EQ("Source: scripted source", empty.str());
+    ScriptedClient * const one = add(1, "one");
+    ScriptedClient * const two = add(1, "two");
+    one->record.await("start;");
+    two->record.await("start;");
+    std::ostringstream stream;
+    _generator->dump(stream);
+    std::istringstream lines(stream.str());
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ("Source: scripted source", line);
+    for (char const * const name : {"one", "two"}) {
+        std::getline(lines, line);
+        EXPECT_NE(std::string::npos, line.find(std::string(17, ' ') + name + " prio   0"))
+            << stream.str();
+    }
+    EXPECT_FALSE(std::getline(lines, line));
+    EXPECT_NE('\n', stream.str().back());
+}
+
+TEST_F(SeGeneratorThreadTest, AStateThatIsPastNeedsNoWaiting)
+{
+    startBeating();
+    _generator->waitState(SeGeneratorThread::STARTING);
+    _generator->waitState(SeGeneratorThread::BEATING);
+    _thread->stop();
+    _generator->waitState(SeGeneratorThread::BEATING);
+    _generator->waitState(SeGeneratorThread::STOPPED);
+}
+
+// ---- the engine
+
+class SeSyncEngineOfTest : public SeSyncEngineTest
+{
+protected:
+    ~SeSyncEngineOfTest() noexcept override
+    {
+        for (ScriptedSource * const source : {&_source, &_other})
+            source->runFree();
+        destroyEngine(_engine);
+    }
+
+    ScriptedClient *add(ScriptedSource &source, std::int32_t divisor = 1)
+    {
+        ObjPtr<SeClientThread> client(new ScriptedClient);
+        auto * const added = static_cast<ScriptedClient *>(client.get());
+        _engine->addClient("client", client, source, divisor);
+        EXPECT_TRUE(client.isNull());
+        added->awaitAsleep();
+        return added;
+    }
+    int getNbGenerators() const
+    {
+        std::string const text = getDump();
+        EXPECT_EQ("generators:\n", text.substr(0, 12));
+        return static_cast<int>(text.size() == 12 ? 0 : std::count(text.begin(), text.end(), '\n'));
+    }
+    std::string getDump() const
+    {
+        std::ostringstream stream;
+        stream << *_engine;
+        return stream.str();
+    }
+    std::string removalFailure(SeClientThread *client)
+    {
+        return failedExpression([&] { static_cast<void>(_engine->removeClient(client)); });
+    }
+
+    SeSyncEngine *_engine = makeEngine();
+    ScriptedSource _source;
+    ScriptedSource _other;
+};
+
+TEST_F(SeSyncEngineOfTest, IsOneForTheProcess)
+{
+    EXPECT_EQ(&SeSyncEngine::getInstance(), &SeSyncEngine::getInstance());
+    SeSyncEngine::getInstance().stop(); // with nothing to stop
+}
+
+TEST_F(SeSyncEngineOfTest, MakesOneGeneratorForEachSource)
+{
+    unsigned const nbThreads = getNbThreads();
+    EXPECT_EQ(0, getNbGenerators());
+    add(_source);
+    EXPECT_EQ(1, getNbGenerators());
+    add(_source);
+    EXPECT_EQ(1, getNbGenerators());
+    add(_other); // equal, but another object
+    EXPECT_EQ(2, getNbGenerators());
+    EXPECT_EQ(nbThreads + 5, getNbThreads());
+}
+
+TEST_F(SeSyncEngineOfTest, ClientsRunWithTheirSource)
+{
+    ScriptedClient * const client = add(_source);
+    ScriptedClient * const stranger = add(_other);
+    _source.beat();
+    _source.awaitWaits(2);
+    _source.beat();
+    client->record.await("start;2 0;2 0;");
+    stranger->record.await("start;");
+}
+
+TEST_F(SeSyncEngineOfTest, AskingWhetherASourceBeatsStartsItsGenerator)
+{
+    EXPECT_FALSE(_engine->isSyncGenBeating(_source));
+    EXPECT_EQ(1, getNbGenerators());
+    _source.awaitWaits(1);
+    EXPECT_FALSE(_engine->isSyncGenBeating(_source));
+    EXPECT_EQ(1, getNbGenerators());
+    _source.beat();
+    _source.awaitWaits(2);
+    EXPECT_TRUE(_engine->isSyncGenBeating(_source));
+    EXPECT_EQ("start;", _source.record.get());
+}
+
+TEST_F(SeSyncEngineOfTest, WaitsUntilASourceBeats)
+{
+    std::atomic<long> waiter = 0;
+    std::atomic<bool> isOver = false;
+    std::thread thread([&] {
+        waiter = threadNumber();
+        _engine->waitSyncGenBeating(_source);
+        isOver = true;
+    });
+    _source.awaitWaits(1);
+    waitUntilAsleep(waiter);
+    EXPECT_FALSE(isOver);
+    _source.beat();
+    thread.join();
+    EXPECT_TRUE(_engine->isSyncGenBeating(_source));
+    _engine->waitSyncGenBeating(_source);
+}
+
+TEST_F(SeSyncEngineOfTest, GivesARemovedClientBack)
+{
+    ScriptedClient * const client = add(_source);
+    _source.runFree();
+    ObjPtr<SeClientThread> back(_engine->removeClient(client));
+    EXPECT_EQ(client, back.get());
+    EXPECT_EQ("clientThreadIter != _clients.end()", removalFailure(client));
+    _engine->addClient("again", back, _other, 2);
+    EXPECT_TRUE(back.isNull());
+}
+
+TEST_F(SeSyncEngineOfTest, AClientThatIsNotThereCannotBeRemoved)
+{
+    ScriptedClient client;
+    EXPECT_EQ("foundOverall", removalFailure(&client));
+    static_cast<void>(_engine->isSyncGenBeating(_source));
+    EXPECT_EQ("clientThreadIter != _clients.end()", removalFailure(&client));
+}
+
+TEST_F(SeSyncEngineOfTest, OnlyClientsOfTheFirstGeneratorCanBeRemoved)
+{
+    ScriptedClient * const first = add(_source);
+    ScriptedClient * const second = add(_other);
+    _source.runFree();
+    _other.runFree();
+    EXPECT_EQ("clientThreadIter != _clients.end()", removalFailure(second));
+    ObjPtr<SeClientThread> const back(_engine->removeClient(first));
+    EXPECT_EQ(first, back.get());
+    EXPECT_EQ(2, getNbGenerators());
+    while (second->record.get().size() < 100) // it goes on
+        std::this_thread::yield();
+}
+
+TEST_F(SeSyncEngineOfTest, AClientIsAddedOnce)
+{
+    ScriptedClient * const client = add(_source);
+    ObjPtr<SeClientThread> again(client);
+    EXPECT_EQ("clientThreadIter == _clients.end()",
+              failedExpression([&] { _engine->addClient("again", again, _source, 1); }));
+    EXPECT_EQ(client, again.release());
+}
+
+TEST_F(SeSyncEngineOfTest, ANullClientIsRefusedBeforeAGeneratorIsMade)
+{
+    ObjPtr<SeClientThread> client;
+    EXPECT_THROW(_engine->addClient("null", client, _source, 1), RCEx::ExNullPtr);
+    EXPECT_EQ(0, getNbGenerators());
+}
+
+TEST_F(SeSyncEngineOfTest, AStopEndsAllGeneratorsAndLeavesTheEngineUsable)
+{
+    int nbDestroyed = 0;
+    unsigned const nbThreads = getNbThreads();
+    add(_source)->nbDestroyed = &nbDestroyed;
+    add(_source)->nbDestroyed = &nbDestroyed;
+    add(_other)->nbDestroyed = &nbDestroyed;
+    _source.runFree();
+    _other.runFree();
+    _engine->stop();
+    EXPECT_EQ("generators:\n", getDump());
+    EXPECT_EQ(3, nbDestroyed);
+    EXPECT_EQ(nbThreads, getNbThreads());
+    EXPECT_EQ("start;stop;", _source.record.get());
+    EXPECT_EQ("start;stop;", _other.record.get());
+    _engine->stop();
+    add(_source);
+    EXPECT_EQ(1, getNbGenerators());
+    _engine->waitSyncGenBeating(_source);
+}
+
+TEST_F(SeSyncEngineOfTest, ItsEndStopsAllGenerators)
+{
+    SeSyncEngine * const engine = makeEngine();
+    int nbDestroyed = 0;
+    ObjPtr<SeClientThread> client(new ScriptedClient);
+    static_cast<ScriptedClient *>(client.get())->nbDestroyed = &nbDestroyed;
+    engine->addClient("client", client, _source, 1);
+    _source.runFree();
+    destroyEngine(engine);
+    EXPECT_EQ(1, nbDestroyed);
+    EXPECT_EQ("start;stop;", _source.record.get());
+}
+
+TEST_F(SeSyncEngineOfTest, AGeneratorWhoseThreadCannotBeStartedIsNone)
+{
+    refuseThread(1);
+    EXPECT_EQ("threadHandle != NULL",
+              failedExpression([&] { static_cast<void>(_engine->isSyncGenBeating(_source)); }));
+    EXPECT_EQ(0, getNbGenerators());
+    _source.runFree();
+    _engine->waitSyncGenBeating(_source);
+    EXPECT_EQ(1, getNbGenerators());
+}
+
+TEST_F(SeSyncEngineOfTest, WritesALineForEachGenerator)
+{
+    ScriptedSource left("left");
+    ScriptedSource right("right");
+    static_cast<void>(_engine->isSyncGenBeating(left));
+    static_cast<void>(_engine->isSyncGenBeating(right));
+    std::istringstream lines(getDump());
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ("generators:", line);
+    std::getline(lines, line);
+    EXPECT_NE(std::string::npos, line.find(std::string(16, ' ') + "left prio   2")) << line;
+    std::getline(lines, line);
+    EXPECT_NE(std::string::npos, line.find(std::string(15, ' ') + "right prio   2")) << line;
+    EXPECT_FALSE(std::getline(lines, line));
+    left.runFree();
+    right.runFree();
+    _engine->stop();
+}
+
+TEST_F(SeSyncEngineOfTest, NoBeatIsLostHoweverBusyTheMachineIs)
+{
+    struct Client
+    {
+        std::int32_t divisor;
+        std::atomic<int> nbRuns = 0;
+        std::atomic<int> nbFaults = 0;
+        std::uint32_t last = 0;
+    };
+    std::vector<std::unique_ptr<Client>> clients;
+    for (std::int32_t const divisor : {1, 1, 2, 3, 5, 7, 10, 100}) {
+        Client &client = *clients.emplace_back(new Client{divisor});
+        ObjPtr<SeClientThread> owned(new ScriptedClient);
+        static_cast<ScriptedClient *>(owned.get())->onSync = [&client](std::uint32_t count,
+                                                                       int late) {
+            // Between two runs lie a period and the lateness of the second, once the rounds of grace are over.
+            if (client.nbRuns > 2 &&
+                count - client.last != static_cast<std::uint32_t>(client.divisor + late))
+                ++client.nbFaults;
+            client.last = count;
+            ++client.nbRuns;
+            return false;
+        };
+        _engine->addClient("busy", owned, _source, divisor);
+    }
+    _source.runFree();
+    for (auto const &client : clients) {
+        while (client->nbRuns < 50)
+            std::this_thread::yield();
+        EXPECT_EQ(0, client->nbFaults);
+    }
+    _engine->stop();
+}
+
+TEST_F(SeSyncEngineOfTest, TheClockPacesItsClients)
+{
+    SeSourceClock &clock = SeSourceClock::getInstance();
+    clock.setInterval(0.001);
+    std::counting_semaphore<> runs(0);
+    ObjPtr<SeClientThread> client(new ScriptedClient);
+    static_cast<ScriptedClient *>(client.get())->onSync = [&](std::uint32_t count, int late) {
+        EXPECT_GT(count, 0U);
+        EXPECT_GE(late, 0);
+        runs.release();
+        return false;
+    };
+    _engine->addClient("paced", client, clock, 2);
+    for (int i = 0; i != 10; ++i)
+        runs.acquire();
+    EXPECT_TRUE(_engine->isSyncGenBeating(clock));
+    _engine->stop();
+    clock.setInterval(SeSourceClock::getDefaultInterval());
+}
+
+using SeSyncEngineDeathTest = SeSyncEngineOfTest;
+
+TEST_F(SeSyncEngineDeathTest, AFailureOfTheWorkEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            ObjPtr<SeClientThread> client(new ScriptedClient);
+            static_cast<ScriptedClient *>(client.get())->onSync = [](std::uint32_t, int) -> bool {
+                throw std::runtime_error("no picture");
+            };
+            _engine->addClient("failing", client, _source, 1);
+            _source.runFree();
+            ::pause();
+        },
+        testing::KilledBySignal(SIGABRT), "no picture");
+}
+
+} // namespace
+} // namespace Zv

@@ -1,0 +1,641 @@
+#include "resmgt/threadExtensions/mtThreadPool.h"
+
+#include "asleep.h"
+#include "refusedThreads.h"
+#include "resmgt/threadExtensions/mtRequestMgr.h"
+#include "resmgt/threadExtensions/mtTask.h"
+#include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/rtPriorities.h"
+#include "zvbase/assertions.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <csignal>
+#include <cstdlib>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <semaphore>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <sched.h>
+#include <sys/resource.h>
+
+namespace Zv {
+namespace {
+
+/// Does something, and tells when it is destroyed.
+class Work : public MtTaskImp
+{
+public:
+    explicit Work(std::function<void()> action, int *nbDestroyed = nullptr)
+        : _action(std::move(action)), _nbDestroyed(nbDestroyed)
+    {}
+    ~Work() noexcept(false) override
+    {
+        if (_nbDestroyed)
+            ++*_nbDestroyed;
+    }
+    void execute() override { _action(); }
+
+private:
+    std::function<void()> _action;
+    int *_nbDestroyed;
+};
+
+/// A pool with a queue of tasks, as a user writes one. Writes down what its workers do.
+class QueuePool : public MtThreadPool
+{
+public:
+    explicit QueuePool(unsigned nbThreads, char const *name = "Disk", bool placeThreads = false,
+                       unsigned stackSize = 0)
+        : MtThreadPool(name, nbThreads, placeThreads, stackSize), _taken(nbThreads)
+    {}
+    ~QueuePool() noexcept(false) override { stop(); }
+
+    void add(MtTask const &task)
+    {
+        if (task.getTag().isValid())
+            _requests.incRequestCount(task.getTag());
+        std::lock_guard const guard(_mutex);
+        _tasks.push_back(task);
+        _filled.notify_one();
+    }
+    void add(std::function<void()> action)
+    {
+        add(MtTask(MtRequestTag(), RCShdPtr<MtTaskImp>(new Work(std::move(action)))));
+    }
+    /// Takes a task back that no worker has taken.
+    bool cancel(MtRequestTag tag)
+    {
+        std::lock_guard const guard(_mutex);
+        for (auto i = _tasks.begin(); i != _tasks.end(); ++i)
+            if (i->getTag() == tag) {
+                _tasks.erase(i);
+                _requests.decRequestCount(tag);
+                return true;
+            }
+        return false;
+    }
+    std::size_t getNbTasks()
+    {
+        std::lock_guard const guard(_mutex);
+        return _tasks.size();
+    }
+    MtRequestMgr &getRequests() { return _requests; }
+    int getNbStops() const { return _nbStops; }
+    /// What a worker has done: obtained, executed, done, each by its first letter.
+    std::string getRounds(unsigned worker)
+    {
+        std::lock_guard const guard(_mutex);
+        return _rounds[worker];
+    }
+
+protected:
+    void obtainTask(unsigned worker) override
+    {
+        std::unique_lock guard(_mutex);
+        _rounds[worker] += 'o';
+        _filled.wait(guard, [this] { return !isRunning() || !_tasks.empty(); });
+        if (isRunning() && !_tasks.empty()) {
+            _taken[worker] = _tasks.front();
+            _tasks.pop_front();
+        }
+    }
+    void executeTask(unsigned worker) override
+    {
+        note(worker, 'e');
+        _taken[worker].execute();
+    }
+    void doneTask(unsigned worker) override
+    {
+        note(worker, 'd');
+        if (_taken[worker].getTag().isValid())
+            _requests.decRequestCount(_taken[worker].getTag());
+        _taken[worker] = MtTask();
+    }
+    void stopThreads() override
+    {
+        EXPECT_FALSE(isRunning());
+        ++_nbStops;
+        std::lock_guard const guard(_mutex);
+        _filled.notify_all();
+    }
+
+private:
+    void note(unsigned worker, char what)
+    {
+        std::lock_guard const guard(_mutex);
+        _rounds[worker] += what;
+    }
+
+    std::mutex _mutex;
+    std::condition_variable _filled;
+    std::deque<MtTask> _tasks;
+    std::vector<MtTask> _taken;
+    std::map<unsigned, std::string> _rounds;
+    MtRequestMgr _requests;
+    std::atomic<int> _nbStops{0};
+};
+
+/// What the manager knows of its threads.
+std::string dumpThreads()
+{
+    std::ostringstream stream;
+    MtThreadMgr::getInstance().dump(stream);
+    return stream.str();
+}
+
+bool isThread(std::string const &name)
+{
+    return dumpThreads().find(' ' + name + " prio ") != std::string::npos;
+}
+
+/// Lets a number of threads in and holds them there until it is opened.
+class Gate
+{
+public:
+    void pass()
+    {
+        _arrived.release();
+        _open.acquire();
+    }
+    void awaitArrivals(int number)
+    {
+        for (int i = 0; i != number; ++i)
+            _arrived.acquire();
+    }
+    void open(int number) { _open.release(number); }
+
+private:
+    std::counting_semaphore<> _arrived{0};
+    std::counting_semaphore<> _open{0};
+};
+
+// ---- the pool
+
+TEST(MtThreadPool, NoThreadsMakeNoCalls)
+{
+    QueuePool pool(0);
+    EXPECT_EQ(0U, pool.getNbThreads());
+    pool.start();
+    EXPECT_TRUE(pool.isRunning());
+    pool.add([] { FAIL(); });
+    pool.stop();
+    EXPECT_FALSE(pool.isRunning());
+    EXPECT_EQ(1, pool.getNbStops());
+    EXPECT_EQ("", pool.getRounds(0));
+}
+
+TEST(MtThreadPool, NobodyRunsBeforeTheStart)
+{
+    unsigned const nbBefore = MtThreadMgr::getInstance().getNbThreads();
+    {
+        QueuePool pool(3);
+        EXPECT_EQ(3U, pool.getNbThreads());
+        EXPECT_EQ(nbBefore + 3, MtThreadMgr::getInstance().getNbThreads());
+        EXPECT_FALSE(pool.isRunning());
+        pool.add([] { FAIL(); });
+    }
+    EXPECT_EQ(nbBefore, MtThreadMgr::getInstance().getNbThreads());
+}
+
+TEST(MtThreadPool, EachWorkerGoesRoundAndRoundAndOnceMoreAfterTheStop)
+{
+    QueuePool pool(1);
+    pool.start();
+    std::binary_semaphore done(0);
+    pool.add([&] { done.release(); });
+    done.acquire();
+    pool.add([&] { done.release(); });
+    done.acquire();
+    while (pool.getRounds(0) != "oedoedo")
+        std::this_thread::yield();
+    pool.stop();
+    EXPECT_EQ("oedoedoed", pool.getRounds(0));
+    EXPECT_EQ(1, pool.getNbStops());
+}
+
+TEST(MtThreadPool, AllWorkersWorkAtOnce)
+{
+    QueuePool pool(5);
+    Gate gate;
+    std::mutex mutex;
+    std::set<LkThreadId> threads;
+    pool.start();
+    for (int i = 0; i != 5; ++i)
+        pool.add([&] {
+            {
+                std::lock_guard const guard(mutex);
+                threads.insert(LkThreadId(LkThreadId::CURRENT_THREAD));
+            }
+            gate.pass();
+        });
+    gate.awaitArrivals(5);
+    EXPECT_EQ(5U, threads.size());
+    gate.open(5);
+}
+
+TEST(MtThreadPool, ASecondStartMakesNoSecondSetOfThreads)
+{
+    QueuePool pool(2);
+    Gate gate;
+    unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    pool.start();
+    pool.add([&] { gate.pass(); });
+    gate.awaitArrivals(1);
+    pool.start();
+    EXPECT_TRUE(pool.isRunning());
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    gate.open(1);
+    pool.stop();
+    EXPECT_EQ(1, pool.getNbStops());
+}
+
+TEST(MtThreadPool, AStopOfAPoolThatDoesNotRunWakesNobody)
+{
+    QueuePool pool(2);
+    pool.stop();
+    EXPECT_EQ(0, pool.getNbStops());
+    pool.start();
+    pool.stop();
+    pool.stop();
+    EXPECT_EQ(1, pool.getNbStops());
+}
+
+TEST(MtThreadPool, RunsAgainAfterAStop)
+{
+    QueuePool pool(2);
+    std::counting_semaphore<> done(0);
+    for (int round = 0; round != 3; ++round) {
+        pool.start();
+        pool.add([&] { done.release(); });
+        done.acquire();
+        pool.stop();
+    }
+    EXPECT_EQ(3, pool.getNbStops());
+}
+
+TEST(MtThreadPool, AWorkersIndexTakesTwoColumnsOfItsName)
+{
+    QueuePool const pool(101, "Disk");
+    EXPECT_TRUE(isThread("Disk 0"));
+    EXPECT_TRUE(isThread("Disk 9"));
+    EXPECT_TRUE(isThread("Disk10"));
+    EXPECT_TRUE(isThread("Disk99"));
+    EXPECT_TRUE(isThread("Disk100"));
+    EXPECT_FALSE(isThread("Disk 10"));
+    EXPECT_FALSE(isThread("Disk0"));
+}
+
+TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
+{
+    QueuePool pool(2);
+    EXPECT_EQ("Disk", pool.getName());
+    EXPECT_FALSE(pool.isPriorityFixed());
+    EXPECT_EQ(0, pool.getPriority());
+    PriorityRelation const above("test", RtPriorities::getInstance().getRealTimePriority(),
+                                 PriorityRelation::LESS, pool);
+    EXPECT_EQ(2, pool.getPriority());
+    std::counting_semaphore<> done(0);
+    std::array<std::atomic<int>, 2> levels{-1, -1};
+    Gate gate;
+    pool.start();
+    for (auto &level : levels)
+        pool.add([&gate, &level] {
+            LkThreadId const id(LkThreadId::CURRENT_THREAD);
+            level = MtThreadMgr::getInstance().findThread(id)->getPriority().getPriority();
+            gate.pass();
+        });
+    gate.awaitArrivals(2);
+    EXPECT_EQ(2, levels[0]);
+    EXPECT_EQ(2, levels[1]);
+    std::ostringstream relations;
+    pool.dump(relations, true);
+    EXPECT_NE(std::string::npos, relations.str().find("equalGroup")) << relations.str();
+    gate.open(2);
+}
+
+TEST(MtThreadPool, AWorkerStandsOnTheProcessorOfItsIndex)
+{
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    ASSERT_EQ(0, ::sched_getaffinity(0, sizeof allowed, &allowed));
+    if (!CPU_ISSET(0, &allowed))
+        GTEST_SKIP() << "processor 0 is not ours";
+    int processor = -1;
+    int nbProcessors = 0;
+    {
+        QueuePool pool(1, "placed", true);
+        std::binary_semaphore done(0);
+        pool.add([&] {
+            LkThreadId const id(LkThreadId::CURRENT_THREAD);
+            processor = MtThreadMgr::getInstance().findThread(id)->getProcessorNb();
+            cpu_set_t mine;
+            CPU_ZERO(&mine);
+            ::sched_getaffinity(0, sizeof mine, &mine);
+            nbProcessors = CPU_ISSET(0, &mine) ? CPU_COUNT(&mine) : 0;
+            done.release();
+        });
+        pool.start();
+        done.acquire();
+    }
+    EXPECT_EQ(0, processor);
+    EXPECT_EQ(1, nbProcessors);
+}
+
+TEST(MtThreadPool, AWorkerIsNotPlacedWithoutNeed)
+{
+    int processor = -2;
+    QueuePool pool(1, "free", false);
+    std::binary_semaphore done(0);
+    pool.add([&] {
+        LkThreadId const id(LkThreadId::CURRENT_THREAD);
+        processor = MtThreadMgr::getInstance().findThread(id)->getProcessorNb();
+        done.release();
+    });
+    pool.start();
+    done.acquire();
+    EXPECT_EQ(-1, processor);
+}
+
+TEST(MtThreadPool, WorkersHaveTheStackThatWasAskedFor)
+{
+    QueuePool pool(1, "deep", false, 4 * 1024 * 1024);
+    std::binary_semaphore done(0);
+    pool.add([&] {
+        char volatile frame[3 * 1024 * 1024];
+        for (std::size_t i = 0; i < sizeof frame; i += 4096)
+            frame[i] = 1;
+        done.release();
+    });
+    pool.start();
+    done.acquire();
+}
+
+TEST(MtThreadPool, TasksThatAreLeftAreDestroyedUnexecuted)
+{
+    int nbDestroyed = 0;
+    int nbExecuted = 0;
+    Gate gate;
+    {
+        QueuePool pool(1);
+        pool.start();
+        pool.add([&] { gate.pass(); });
+        gate.awaitArrivals(1);
+        for (int i = 0; i != 10; ++i)
+            pool.add(MtTask(MtRequestTag(), new Work([&] { ++nbExecuted; }, &nbDestroyed)));
+        std::thread stopper([&] { pool.stop(); });
+        while (pool.isRunning())
+            std::this_thread::yield();
+        gate.open(1);
+        stopper.join();
+        EXPECT_EQ(10U, pool.getNbTasks());
+        EXPECT_EQ(0, nbDestroyed);
+    }
+    EXPECT_EQ(0, nbExecuted);
+    EXPECT_EQ(10, nbDestroyed);
+}
+
+TEST(MtThreadPool, TheDestructorWaitsForATaskUnderWay)
+{
+    Gate gate;
+    std::atomic<bool> isOver = false;
+    auto pool = std::make_unique<QueuePool>(2);
+    pool->start();
+    pool->add([&] {
+        gate.pass();
+        isOver = true;
+    });
+    gate.awaitArrivals(1);
+    std::atomic<long> destroyer = 0;
+    std::thread thread([&] {
+        destroyer = threadNumber();
+        pool.reset();
+        EXPECT_TRUE(isOver);
+    });
+    while (!destroyer)
+        std::this_thread::yield();
+    waitUntilAsleep(destroyer);
+    gate.open(1);
+    thread.join();
+}
+
+/// Stops nowhere, which is forgiven where there are no workers.
+class ForgetfulPool : public MtThreadPool
+{
+public:
+    explicit ForgetfulPool(bool &wasAsked)
+        : MtThreadPool("forgetful", 0, false, 0), _wasAsked(wasAsked)
+    {}
+
+protected:
+    void executeTask(unsigned) override {}
+    void stopThreads() override { _wasAsked = true; }
+
+private:
+    bool &_wasAsked;
+};
+
+TEST(MtThreadPool, TheBasesDestructorCallsNothingOfTheDerivedClass)
+{
+    bool wasAsked = false;
+    {
+        ForgetfulPool pool(wasAsked);
+        pool.start();
+    }
+    EXPECT_FALSE(wasAsked);
+    {
+        ForgetfulPool pool(wasAsked);
+        pool.start();
+        pool.stop();
+        EXPECT_TRUE(wasAsked);
+    }
+}
+
+/// Does nothing more than it has to.
+class BarePool : public MtThreadPool
+{
+public:
+    BarePool() : MtThreadPool("bare", 2, false, 0) {}
+    ~BarePool() noexcept(false) override { stop(); }
+    std::counting_semaphore<> _rounds{0};
+
+protected:
+    void executeTask(unsigned worker) override
+    {
+        EXPECT_LT(worker, 2U);
+        _rounds.release();
+        std::this_thread::yield();
+    }
+};
+
+TEST(MtThreadPool, OnlyTheWorkHasToBeGiven)
+{
+    BarePool pool;
+    pool.start();
+    for (int i = 0; i != 100; ++i)
+        pool._rounds.acquire();
+    pool.stop();
+}
+
+TEST(MtThreadPool, AWorkerThatCannotBeStartedLeavesTheOthersToTheStop)
+{
+    QueuePool pool(3);
+    std::binary_semaphore done(0);
+    pool.add([&] { done.release(); });
+    refuseThread(2);
+    try {
+        pool.start();
+        ADD_FAILURE() << "the second worker was started";
+    } catch (AssertionFailed const &failure) {
+        EXPECT_STREQ("threadHandle != NULL", failure.getExpression());
+    }
+    done.acquire(); // by the first one
+    EXPECT_TRUE(pool.isRunning());
+    pool.stop();
+    EXPECT_EQ("", pool.getRounds(1));
+    EXPECT_EQ("", pool.getRounds(2));
+    pool.add([&] { done.release(); });
+    pool.start();
+    done.acquire();
+}
+
+TEST(MtThreadPoolDeathTest, ATaskThatThrowsEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            QueuePool pool(1);
+            pool.add([] { throw std::runtime_error("disk is full"); });
+            pool.start();
+            pause();
+        },
+        testing::KilledBySignal(SIGABRT), "disk is full");
+}
+
+// ---- tasks
+
+TEST(MtTask, ANewOneHasNothingToDo)
+{
+    MtTask task;
+    EXPECT_FALSE(task.getTag().isValid());
+    task.execute();
+    MtTask const copy(task);
+    EXPECT_FALSE(copy.getTag().isValid());
+}
+
+TEST(MtTask, CopiesShareTheWork)
+{
+    MtRequestMgr requests;
+    MtRequestTag const tag = requests.acquireTag();
+    int nbExecuted = 0;
+    int nbDestroyed = 0;
+    {
+        MtTask task(tag, new Work([&] { ++nbExecuted; }, &nbDestroyed));
+        MtTask copy(task);
+        EXPECT_EQ(tag, copy.getTag());
+        MtTask assigned;
+        assigned = copy;
+        EXPECT_EQ(tag, assigned.getTag());
+        task.execute();
+        copy.execute();
+        assigned.execute();
+        task = MtTask();
+        copy = MtTask();
+        EXPECT_EQ(0, nbDestroyed);
+        task.execute();
+        EXPECT_FALSE(task.getTag().isValid());
+    }
+    EXPECT_EQ(3, nbExecuted);
+    EXPECT_EQ(1, nbDestroyed);
+    requests.releaseTag(tag);
+}
+
+TEST(MtTask, ANullEngineIsNoFailure)
+{
+    MtRequestMgr requests;
+    MtRequestTag const tag = requests.acquireTag();
+    MtTask task(tag, nullptr);
+    task.execute();
+    EXPECT_EQ(tag, task.getTag());
+    requests.releaseTag(tag);
+}
+
+TEST(MtTask, IsARequest)
+{
+    MtTask task;
+    MtRequestMgr requests;
+    MtRequestTag const tag = requests.acquireTag();
+    MtRequestBase &request = task;
+    request.setTag(tag);
+    EXPECT_EQ(tag, task.getTag());
+    requests.releaseTag(tag);
+}
+
+TEST(MtTask, MayBeGivenUpWhileItExecutes)
+{
+    int nbDestroyed = 0;
+    MtTask task;
+    task = MtTask(MtRequestTag(), new Work(
+                                      [&] {
+                                          task = MtTask();
+                                          EXPECT_EQ(0, nbDestroyed);
+                                      },
+                                      &nbDestroyed));
+    task.execute();
+    EXPECT_EQ(1, nbDestroyed);
+}
+
+TEST(MtTask, WhatTheWorkThrowsComesOut)
+{
+    MtTask task(MtRequestTag(), new Work([] { throw std::runtime_error("disk is full"); }));
+    EXPECT_THROW(task.execute(), std::runtime_error);
+}
+
+TEST(MtTask, AClientWaitsForAllTasksOfATag)
+{
+    QueuePool pool(3);
+    MtRequestMgr &requests = pool.getRequests();
+    MtRequestTag const tag = requests.acquireTag();
+    std::atomic<int> nbExecuted = 0;
+    for (int i = 0; i != 100; ++i)
+        pool.add(MtTask(tag, new Work([&] { ++nbExecuted; })));
+    pool.start();
+    requests.waitRequestCountZero(tag);
+    EXPECT_EQ(100, nbExecuted);
+    pool.stop();
+    requests.releaseTag(tag);
+}
+
+TEST(MtTask, ACancelledOneIsNeitherExecutedNorWaitedFor)
+{
+    QueuePool pool(1);
+    MtRequestMgr &requests = pool.getRequests();
+    MtRequestTag const tag = requests.acquireTag();
+    Gate gate;
+    int nbDestroyed = 0;
+    pool.start();
+    pool.add([&] { gate.pass(); });
+    gate.awaitArrivals(1);
+    pool.add(MtTask(tag, new Work([] { FAIL(); }, &nbDestroyed)));
+    EXPECT_EQ(1U, requests.getRequestCount(tag));
+    EXPECT_TRUE(pool.cancel(tag));
+    EXPECT_EQ(1, nbDestroyed);
+    EXPECT_FALSE(pool.cancel(tag));
+    requests.waitRequestCountZero(tag);
+    gate.open(1);
+    pool.stop();
+    requests.releaseTag(tag);
+}
+
+} // namespace
+} // namespace Zv

@@ -1,0 +1,173 @@
+#include "virtualTime.h"
+
+#include "platform/services.h"
+
+#include <algorithm>
+#include <cmath>
+#include <condition_variable>
+#include <cstdint>
+#include <limits>
+#include <list>
+#include <mutex>
+
+namespace Zv {
+
+namespace {
+
+constexpr LONGLONG NEVER = std::numeric_limits<LONGLONG>::max();
+constexpr LONGLONG MILLISECOND = 1'000'000;
+
+struct Sleeper
+{
+    void volatile *address;
+    std::uint32_t value;
+    LONGLONG deadline;
+
+    bool hasReason(LONGLONG now) const
+    {
+        return now >= deadline || __atomic_load_n(static_cast<std::uint32_t volatile *>(address),
+                                                  __ATOMIC_ACQUIRE) != value;
+    }
+};
+
+struct State
+{
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::list<Sleeper> sleepers;
+    LONGLONG now = 1'000 * 1'000 * MILLISECOND;
+    int nbSleeps = 0;
+};
+
+State &getState()
+{
+    static State &state = *new State;
+    return state;
+}
+
+bool isVirtual = false; // changes while nobody else looks at the clock
+
+bool getIsVirtual()
+{
+    return __atomic_load_n(&isVirtual, __ATOMIC_ACQUIRE);
+}
+
+} // namespace
+
+VirtualTime::VirtualTime()
+{
+    __atomic_store_n(&isVirtual, true, __ATOMIC_RELEASE);
+}
+
+VirtualTime::~VirtualTime()
+{
+    __atomic_store_n(&isVirtual, false, __ATOMIC_RELEASE);
+}
+
+double VirtualTime::getTime()
+{
+    std::lock_guard const guard(getState().mutex);
+    return static_cast<double>(getState().now) / 1e9;
+}
+
+void VirtualTime::pass(double seconds)
+{
+    passTo(getTime() + seconds);
+}
+
+void VirtualTime::passTo(double time)
+{
+    std::lock_guard const guard(getState().mutex);
+    getState().now = std::max(getState().now, static_cast<LONGLONG>(std::ceil(time * 1e9)));
+    getState().changed.notify_all();
+}
+
+void VirtualTime::awaitAsleep(int nb)
+{
+    State &state = getState();
+    std::unique_lock guard(state.mutex);
+    state.changed.wait(guard, [&] {
+        return std::count_if(
+                   state.sleepers.begin(), state.sleepers.end(),
+                   [&](Sleeper const &sleeper) { return !sleeper.hasReason(state.now); }) == nb;
+    });
+}
+
+double VirtualTime::getFirstDeadline()
+{
+    State &state = getState();
+    std::lock_guard const guard(state.mutex);
+    LONGLONG first = NEVER;
+    for (Sleeper const &sleeper : state.sleepers)
+        first = std::min(first, sleeper.deadline);
+    return first == NEVER ? std::numeric_limits<double>::infinity()
+                          : static_cast<double>(first) / 1e9;
+}
+
+int VirtualTime::getNbSleeps()
+{
+    std::lock_guard const guard(getState().mutex);
+    return getState().nbSleeps;
+}
+
+} // namespace Zv
+
+#define ZV_WRAP(name) __asm__("__wrap_" name)
+#define ZV_REAL(name) __asm__("__real_" name)
+
+BOOL realReadClock(LARGE_INTEGER *)
+    ZV_REAL("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
+BOOL wrapReadClock(LARGE_INTEGER *)
+    ZV_WRAP("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
+BOOL wrapReadClock(LARGE_INTEGER *now)
+{
+    if (!Zv::getIsVirtual())
+        return realReadClock(now);
+    std::lock_guard const guard(Zv::getState().mutex);
+    now->QuadPart = Zv::getState().now;
+    return TRUE;
+}
+
+DWORD realGetTime() ZV_REAL("_ZN10ZvPlatform11timeGetTimeEv");
+DWORD wrapGetTime() ZV_WRAP("_ZN10ZvPlatform11timeGetTimeEv");
+DWORD wrapGetTime()
+{
+    if (!Zv::getIsVirtual())
+        return realGetTime();
+    std::lock_guard const guard(Zv::getState().mutex);
+    return static_cast<DWORD>(Zv::getState().now / Zv::MILLISECOND);
+}
+
+BOOL realWait(void volatile *, void *, SIZE_T, DWORD)
+    ZV_REAL("_ZN10ZvPlatform13WaitOnAddressEPVvPvmj");
+BOOL wrapWait(void volatile *, void *, SIZE_T, DWORD)
+    ZV_WRAP("_ZN10ZvPlatform13WaitOnAddressEPVvPvmj");
+BOOL wrapWait(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds)
+{
+    if (!Zv::getIsVirtual() || size != sizeof(std::uint32_t))
+        return realWait(address, compare, size, milliseconds);
+    Zv::State &state = Zv::getState();
+    std::unique_lock guard(state.mutex);
+    LONGLONG const deadline =
+        milliseconds == INFINITE ? Zv::NEVER : state.now + LONGLONG{milliseconds} * Zv::MILLISECOND;
+    auto const me = state.sleepers.insert(
+        state.sleepers.end(), {address, *static_cast<std::uint32_t *>(compare), deadline});
+    ++state.nbSleeps;
+    state.changed.notify_all();
+    state.changed.wait(guard, [&] { return me->hasReason(state.now); });
+    bool const isLate = state.now >= deadline;
+    state.sleepers.erase(me);
+    state.changed.notify_all();
+    if (isLate)
+        ::SetLastError(ERROR_TIMEOUT);
+    return isLate ? FALSE : TRUE;
+}
+
+void realWake(void *) ZV_REAL("_ZN10ZvPlatform16WakeByAddressAllEPv");
+void wrapWake(void *) ZV_WRAP("_ZN10ZvPlatform16WakeByAddressAllEPv");
+void wrapWake(void *address)
+{
+    realWake(address);
+    std::lock_guard const guard(Zv::getState().mutex);
+    Zv::getState().changed.notify_all();
+}
