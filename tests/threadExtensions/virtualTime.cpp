@@ -17,6 +17,8 @@ namespace {
 constexpr LONGLONG NEVER = std::numeric_limits<LONGLONG>::max();
 constexpr LONGLONG MILLISECOND = 1'000'000;
 
+constexpr LONGLONG START = 1'000'000 * MILLISECOND;
+
 struct Sleeper
 {
     void volatile *address;
@@ -35,7 +37,7 @@ struct State
     std::mutex mutex;
     std::condition_variable changed;
     std::list<Sleeper> sleepers;
-    LONGLONG now = 1'000 * 1'000 * MILLISECOND;
+    LONGLONG now = START;
     int nbSleeps = 0;
 };
 
@@ -56,6 +58,7 @@ bool getIsVirtual()
 
 VirtualTime::VirtualTime()
 {
+    getState().now = START;
     __atomic_store_n(&isVirtual, true, __ATOMIC_RELEASE);
 }
 
