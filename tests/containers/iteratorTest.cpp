@@ -163,6 +163,8 @@ TYPED_TEST(IteratorTest, IsEqualAtTheSamePlaceOnly)
     EXPECT_TRUE(i != j);
     Numbers others{1, 2, 3};
     EXPECT_FALSE(i == this->over(others));
+    Numbers alsoNone;
+    EXPECT_FALSE(this->over(this->_none) == this->over(alsoNone));
     using Handle = typename TypeParam::Handle;
     EXPECT_FALSE(i == Handle());
     EXPECT_TRUE(Handle() == Handle());

@@ -70,6 +70,7 @@ TEST(LkGate, TheKeeperActsWhileAllStandAtTheGate)
     a.join();
     b.join();
     EXPECT_EQ(nbThrough, 2);
+    EXPECT_NE(dumpOf(gate).find("num ready: 0\n"), std::string::npos);
 }
 
 TEST(LkGate, LastArrivalWaitsForTheKeeper)

@@ -449,6 +449,9 @@ TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
         pulse.pulse();
         pulse.wait(guard);
         EXPECT_FALSE(pulse.timedWaitNextPulse(guard, 0.0));
+        refuse("ReleaseMutex");
+        EXPECT_EQ(systemAssertionOf([&] { pulse.waitNextPulse(guard); }),
+                  "::ReleaseMutex( externalMutex.getImp().getMutex() )");
         pulse.pulse();
         EXPECT_EQ(nbWakeCalls, 0);
     }
@@ -464,6 +467,9 @@ TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
     }
     pulse.pulse();
     EXPECT_EQ(nbWakeCalls, 1);
+    sleeper.join();
+    pulse.pulse();
+    EXPECT_EQ(nbWakeCalls, 1) << "who was woken is counted still";
 }
 
 } // namespace

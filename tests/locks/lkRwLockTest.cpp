@@ -141,6 +141,22 @@ TEST(LkRwLock, AllReadersThatWaitedComeInTogether)
     mayLeave.release(2);
 }
 
+TEST(LkRwLock, EachOfTheWritersThatWaitIsCalled)
+{
+    LkRwLock lock("l");
+    auto const write = [&] { LkGuard<LkRwLock> const guard(lock); };
+    for (int round = 0; round < 3; ++round) {
+        lock.writeLock();
+        Watched a(write);
+        a.waitUntilAsleep();
+        Watched b(write);
+        b.waitUntilAsleep();
+        EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 2 rd wait 0");
+        lock.unlock();
+    }
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 0 wr wait 0 rd wait 0");
+}
+
 TEST(LkRwLock, TheLastReaderCallsTheWriter)
 {
     LkRwLock lock("l");
