@@ -93,6 +93,51 @@ TEST_F(SequenceAccess, ObserverIsToldOfEveryState)
     EXPECT_EQ(states.take(), Lines{});
 }
 
+/// Keeps the two notifications that a device reports with.
+class ReportingSequence : public PromptSequence
+{
+public:
+    using PromptSequence::PromptSequence;
+
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
+    {
+        recoverReport = recover;
+        abortReport = abort;
+        PromptSequence::performStart(aco, nullptr, nullptr);
+    }
+
+    ObjPtr<DevANO> recoverReport;
+    ObjPtr<DevANO> abortReport;
+};
+
+TEST_F(SequenceAccess, ReportsOfADeviceComeAsWhatTheyAre)
+{
+    ReportingSequence *device = nullptr;
+    Registered const a("a", [&] {
+        device = new ReportingSequence("a", journal);
+        return RCShdPtr<DevMDPrtcl>(device);
+    });
+    Journal states;
+    access->configure("( a )");
+    access->start();
+    while (access->getState("a") != "lock")
+        std::this_thread::yield();
+    access->setObserver(makeShd<StateObserver>(states));
+    journal.take();
+    device->recoverReport->performExecute();
+    Lines moves;
+    while (moves.empty() || moves.back() == "a recover")
+        if (auto const more = states.take(); !more.empty())
+            moves.insert(moves.end(), more.begin(), more.end());
+    EXPECT_EQ(moves.front(), "a recover");
+    EXPECT_EQ(journal.take().front(), "recover a");
+    device->abortReport->performExecute();
+    access->wait();
+    EXPECT_EQ(journal.take().back(), "abort a");
+    device->recoverReport = nullptr;
+    device->abortReport = nullptr;
+}
+
 TEST_F(SequenceAccess, NameBehindTheRootsGroupIsANullPointer)
 {
     Registered const a = device("a");
