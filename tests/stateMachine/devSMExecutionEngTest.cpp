@@ -380,6 +380,14 @@ TEST(DevSMExecutionEngTableTest, anInternalEventWithoutATransitionIsInconsistent
     expectInconsistent(crafted, 0);
 }
 
+TEST(DevSMExecutionEngTableTest, aFailureWithoutATransitionIsInconsistent)
+{
+    Crafted crafted;
+    crafted.stateEvent[0] = {0, 2, -1};
+    crafted.script.bodies["t"] = [] { ZV_THROW(DevMgrEx::NameNotFound); };
+    expectInconsistent(crafted, 0);
+}
+
 TEST(DevSMExecutionEngTableTest, aTransitionBeyondTheListIsInconsistent)
 {
     Crafted crafted;
