@@ -62,7 +62,9 @@ void DevMgrMediator::createPrtcl(LiString const &name)
     RCShdPtr<DevMDPrtcl> const prtcl = getPrtcl(name);
     ZV_ASSERT(!prtcl.isNull());
     if (auto const access = rcDynamicCast<DevMDAccessPrtcl>(prtcl); !access.isNull()) {
-        _opened.reserve(_opened.size() + 1); // a device that is open will be closed
+        // A device that is open will be closed. Room for one alone would move all of them each time.
+        if (_opened.size() == _opened.capacity())
+            _opened.reserve(2 * _opened.size() + 1);
         access->performOpen();
         _opened.push_back(access);
     }
