@@ -77,6 +77,12 @@ PROGRAMS = {
         Row("copy: RCShdPtr / std::shared_ptr", "pointer/RCShdPtr", "pointer/std::shared_ptr", 1.0),
     ],
     "treeBench": tree_rows(),
+    "xmlBench": [
+        Row("XML as it passes: XmlParserProtocolSax / expat", "xmlPass/ours", "xmlPass/expat", 0.34),
+        Row("XML into a document: XmlDocument / tinyxml2", "xmlRead/ours", "xmlRead/tinyxml2", 0.34),
+        Row("XML into a document: XmlDocument / pugixml", "xmlRead/ours", "xmlRead/pugixml"),
+        Row("XML from a document: XmlDocument / pugixml", "xmlWrite/ours", "xmlWrite/pugixml", 1.0),
+    ],
 }
 
 UNITS = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}  # in microseconds

@@ -6,6 +6,7 @@
 #include "resmgt/memoryBuffers/memoryBuffersStatics.private.h"
 #include "resmgt/packages.private.h"
 #include "resmgt/threads/threadsStatics.private.h"
+#include "resmgt/xml/xmlStatics.private.h"
 #include "zvbase/trace.h"
 
 namespace Zv {
@@ -71,5 +72,9 @@ namespace PackageStatics {
 Immortal<InInit<ZvInit::threads>> threads;
 Immortal<InInit<ZvInit::xml>> xml;
 } // namespace PackageStatics
+
+namespace XmlStatics {
+Immortal<LiString> const indentStep("    ");
+}
 
 } // namespace Zv

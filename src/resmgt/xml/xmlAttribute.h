@@ -18,7 +18,6 @@ public:
 
     LiString const &getValue() const { return _value; }
     void setValue(LiString const &value) { _value = value; }
-    bool isNamed(LiString const &name) const { return XmlNode::name() == name; }
     /// Writes itself into the start tag that is open.
     void streamToOutput(XmlStreamer::ElementGuard &guard) const;
 

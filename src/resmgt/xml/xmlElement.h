@@ -67,8 +67,8 @@ public:
 
 private:
     friend class XmlElementChildren;
+    class AttributeIndex;
 
-    void streamToOutput(XmlStreamer::ElementGuard &parent) const;
     void streamChildren(XmlStreamer::ElementGuard &guard) const;
     void streamAttributes(XmlStreamer::ElementGuard &guard) const;
 
@@ -80,9 +80,9 @@ private:
     /// Puts a child before `next`, or at the end for null.
     void link(XmlElement &child, XmlElement *next) noexcept;
     void unlink(XmlElement &child) noexcept;
-    void destroyChildren();
 
     std::vector<XmlAttribute> _attributes;
+    ObjPtr<AttributeIndex> _attributeIndex; // where there are many
 
     // Children form a list through themselves.
     XmlElement *_firstChild = nullptr;

@@ -12,6 +12,8 @@ class ZVRESMGT_EXPORT XmlNode
 public:
     virtual ~XmlNode() noexcept(false);
     LiString getNodeName() const { return _name; }
+    /// Whether this is its name.
+    bool isNamed(LiString const &name) const { return _name == name; }
 
 protected:
     explicit XmlNode(LiString const &name) : _name(name) {}

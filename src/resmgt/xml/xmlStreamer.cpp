@@ -38,7 +38,8 @@ public:
     void add(LiString const &text) { add(text.getChars(), std::strlen(text.getChars())); }
     void write()
     {
-        _stream.write(_bytes.data(), static_cast<std::streamsize>(_used));
+        if (_used != 0)
+            _stream.write(_bytes.data(), static_cast<std::streamsize>(_used));
         _used = 0;
     }
 

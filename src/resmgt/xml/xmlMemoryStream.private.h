@@ -1,0 +1,30 @@
+// A stream over bytes in memory, without a copy of them.
+#pragma once
+
+#include <cstddef>
+#include <istream>
+#include <streambuf>
+
+namespace Zv {
+
+class XmlMemoryBuffer : public std::streambuf
+{
+public:
+    /// The bytes outlive the buffer; nothing writes to them.
+    XmlMemoryBuffer(char const *bytes, std::size_t length)
+    {
+        char * const begin = const_cast<char *>(bytes);
+        setg(begin, begin, begin + length);
+    }
+};
+
+/// The bytes outlive the stream.
+class XmlMemoryStream : private XmlMemoryBuffer, public std::istream
+{
+public:
+    XmlMemoryStream(char const *bytes, std::size_t length)
+        : XmlMemoryBuffer(bytes, length), std::istream(static_cast<XmlMemoryBuffer *>(this))
+    {}
+};
+
+} // namespace Zv

@@ -1,0 +1,535 @@
+#include "resmgt/xml/xmlScanner.private.h"
+
+#include "resmgt/xml/xmlEx.h"
+#include "zvbase/failures.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace Zv {
+
+namespace {
+
+constexpr int END_OF_INPUT = -1;
+
+enum : unsigned char
+{
+    WHITE = 1,
+    NAME_START = 2,
+    NAME = 4,
+    TEXT = 8,   // goes on with a text without a further look
+    VALUE = 16, // goes on with a value of an attribute
+    VERSION = 32,
+};
+
+constexpr bool isLetter(int c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+constexpr bool isDigit(int c)
+{
+    return c >= '0' && c <= '9';
+}
+
+constexpr unsigned char classOf(int c)
+{
+    bool const white = c == '\t' || c == '\n' || c == '\r' || c == ' ';
+    bool const nameStart =
+        isLetter(c) || c == '_' || c == ':' || (c >= 0xC0 && c != 0xD7 && c != 0xF7);
+    bool const name = nameStart || isDigit(c) || c == '-' || c == '.' || c == 0xB7;
+    bool const text = c != '<' && c != '&' && c != ']' && c != 0;
+    bool const value = c != '"' && c != '\'' && c != '&' && c != '<' && c != '>' && c != 0;
+    bool const version = isLetter(c) || isDigit(c) || c == '-' || c == '.' || c == ':' || c == '_';
+    return static_cast<unsigned char>((white ? WHITE : 0) | (nameStart ? NAME_START : 0) |
+                                      (name ? NAME : 0) | (text ? TEXT : 0) | (value ? VALUE : 0) |
+                                      (version ? VERSION : 0));
+}
+
+constexpr auto CLASSES = [] {
+    std::array<unsigned char, 256> table{};
+    for (int c = 0; c < 256; ++c)
+        table[static_cast<std::size_t>(c)] = classOf(c);
+    return table;
+}();
+
+inline bool is(char c, unsigned char kind)
+{
+    return CLASSES[static_cast<unsigned char>(c)] & kind;
+}
+
+/// The first byte that is not of the kind; zero bytes are of none, so that it stops at the end of the window.
+inline char const *skip(char const *position, unsigned char kind)
+{
+    for (;; position += 4) {
+        if (!is(position[0], kind))
+            return position;
+        if (!is(position[1], kind))
+            return position + 1;
+        if (!is(position[2], kind))
+            return position + 2;
+        if (!is(position[3], kind))
+            return position + 3;
+    }
+}
+
+inline std::uint64_t load(char const *bytes)
+{
+    std::uint64_t word;
+    std::memcpy(&word, bytes, sizeof(word));
+    return word;
+}
+
+/// Of a name in the window, behind whose end `XmlInput::MARGIN` bytes may be read.
+inline std::size_t hashOf(char const *bytes, std::size_t length)
+{
+    constexpr std::uint64_t MIX = 0x9E3779B97F4A7C15;
+    std::uint64_t word = length < 8 ? load(bytes) & ((std::uint64_t{1} << (8 * length)) - 1)
+                                    : load(bytes) ^ (load(bytes + length - 8) * MIX);
+    word = (word + length) * MIX;
+    return static_cast<std::size_t>(word >> 56);
+}
+
+} // namespace
+
+XmlScanner::XmlScanner(std::istream &stream)
+    : _input(stream), _cursor(_input.begin()), _token(_cursor), _names(NAMES)
+{}
+
+bool XmlScanner::more()
+{
+    char const *kept = _cursor = _input.limit();
+    bool const read = _input.more(kept);
+    _cursor = kept;
+    return read;
+}
+
+bool XmlScanner::more(char const *&position)
+{
+    std::ptrdiff_t const scanned = position - _token;
+    bool const read = _input.more(_token);
+    position = _token + scanned;
+    return read;
+}
+
+int XmlScanner::peek()
+{
+    if (_cursor == _input.limit() && !more())
+        return END_OF_INPUT;
+    return static_cast<unsigned char>(*_cursor);
+}
+
+bool XmlScanner::take(std::string_view text)
+{
+    for (char const c : text) {
+        if (peek() != static_cast<unsigned char>(c))
+            return false;
+        ++_cursor;
+    }
+    return true;
+}
+
+bool XmlScanner::skipSpace()
+{
+    bool skipped = false;
+    for (;;) {
+        char const * const end = skip(_cursor, WHITE);
+        skipped |= end != _cursor;
+        _cursor = end;
+        if (_cursor != _input.limit() || !more())
+            return skipped;
+    }
+}
+
+void XmlScanner::setName(char const *bytes, std::size_t length)
+{
+    std::optional<LiString> &slot = _names[hashOf(bytes, length)];
+    if (!slot || static_cast<std::size_t>(slot->getLength()) != length ||
+        std::memcmp(slot->getChars(), bytes, length) != 0)
+        slot.emplace(bytes, length);
+    _name = &*slot;
+}
+
+void XmlScanner::setValue(char const *bytes, std::size_t length)
+{
+    _turn = (_turn + 1) % VALUES;
+    _values[_turn].assign(bytes, length);
+}
+
+XmlToken XmlScanner::next()
+{
+    switch (_condition) {
+    case Condition::tag:
+        return nextInTag();
+    case Condition::declaration:
+        return nextInDeclaration();
+    case Condition::cdata:
+        return scanCdata();
+    case Condition::malformed:
+        ZV_THROW(XmlEx::ExLexicalError);
+    default:
+        return nextInContent();
+    }
+}
+
+XmlToken XmlScanner::nextInContent()
+{
+    for (;;) {
+        switch (peek()) {
+        case END_OF_INPUT:
+            return XmlToken::end;
+        case '<': {
+            XmlToken const token = scanMarkup();
+            if (token != XmlToken::space)
+                return token;
+            break; // a comment
+        }
+        case '&':
+            return scanReference();
+        default:
+            return scanText();
+        }
+    }
+}
+
+/// What begins with `<`; `space` for a comment.
+XmlToken XmlScanner::scanMarkup()
+{
+    ++_cursor;
+    _condition = Condition::tag;
+    switch (peek()) {
+    case '/':
+        ++_cursor;
+        return XmlToken::endTag;
+    case '!':
+        ++_cursor;
+        return scanExclamation();
+    case '?':
+        return scanDeclarationStart();
+    default:
+        return XmlToken::startTag;
+    }
+}
+
+/// A `<` that begins none of the longer tokens is the start of a tag, and what stands behind it can be none.
+XmlToken XmlScanner::startOfNothing()
+{
+    _condition = Condition::malformed;
+    return XmlToken::startTag;
+}
+
+XmlToken XmlScanner::scanExclamation()
+{
+    switch (peek()) {
+    case '-':
+        if (!take("--") || !skipComment())
+            return startOfNothing();
+        _condition = Condition::initial;
+        return XmlToken::space;
+    case '[':
+        if (!take("[CDATA["))
+            return startOfNothing();
+        _condition = Condition::cdata;
+        return XmlToken::cdataStart;
+    default:
+        return take("DOCTYPE") && skipSpace() ? XmlToken::doctypeStart : startOfNothing();
+    }
+}
+
+XmlToken XmlScanner::scanDeclarationStart()
+{
+    if (!take("?xml") || !skipSpace() || !take("version"))
+        return startOfNothing();
+    skipSpace();
+    if (!take("="))
+        return startOfNothing();
+    skipSpace();
+    _condition = Condition::declaration;
+    return XmlToken::declarationStart;
+}
+
+/// Behind `<!--`: the first `--` has to be that of the end.
+bool XmlScanner::skipComment()
+{
+    for (;;) {
+        auto const rest = static_cast<std::size_t>(_input.limit() - _cursor);
+        auto const * const dash = static_cast<char const *>(std::memchr(_cursor, '-', rest));
+        if (!dash) {
+            if (!more())
+                return false;
+            continue;
+        }
+        _cursor = dash + 1;
+        if (peek() == '-') {
+            ++_cursor;
+            return take(">");
+        }
+        if (_cursor == _input.limit())
+            return false;
+    }
+}
+
+XmlToken XmlScanner::scanText()
+{
+    _token = _cursor;
+    char const *position = _cursor;
+    while (*(position = skip(position, WHITE)) == '\0' && position == _input.limit())
+        if (!more(position))
+            break;
+    if (position != _token &&
+        (*position == '<' || *position == '&' || position == _input.limit())) {
+        _cursor = position;
+        return XmlToken::space;
+    }
+    for (;;) {
+        position = skip(position, TEXT);
+        if (*position == ']') {
+            while (_input.limit() - position < 3 && more(position)) {
+            }
+            if (std::memcmp(position, "]]>", 3) == 0) {
+                if (position == _token) {
+                    _cursor = position + 3;
+                    return XmlToken::cdataEnd;
+                }
+                position +=
+                    2; // what ends a CDATA section does not stand in a text: it is cut in two
+                break;
+            }
+            ++position;
+        } else if (*position != '\0') {
+            break;
+        } else if (position != _input.limit()) {
+            ++position; // a zero byte of the text's own
+        } else if (!more(position)) {
+            break;
+        }
+    }
+    _cursor = position;
+    setValue(_token, static_cast<std::size_t>(position - _token));
+    return XmlToken::text;
+}
+
+XmlToken XmlScanner::scanReference()
+{
+    ++_cursor;
+    char const byte = takeReference();
+    setValue(&byte, 1);
+    return XmlToken::text;
+}
+
+/// Behind the `&`: the byte that the reference stands for.
+char XmlScanner::takeReference()
+{
+    switch (peek()) {
+    case 'l':
+        if (take("lt;"))
+            return '<';
+        break;
+    case 'g':
+        if (take("gt;"))
+            return '>';
+        break;
+    case 'q':
+        if (take("quot;"))
+            return '"';
+        break;
+    case 'a':
+        ++_cursor;
+        if (peek() == 'm') {
+            if (take("mp;"))
+                return '&';
+        } else if (take("pos;")) {
+            return '\'';
+        }
+        break;
+    case '#':
+        ++_cursor;
+        if (peek() != 'x')
+            return takeNumber(10);
+        ++_cursor;
+        return takeNumber(16);
+    default:
+        break;
+    }
+    ZV_THROW(XmlEx::ExLexicalError);
+}
+
+char XmlScanner::takeNumber(unsigned base)
+{
+    constexpr unsigned LARGEST = 255;
+    unsigned number = 0;
+    bool hasDigits = false;
+    for (;; ++_cursor) {
+        int const c = peek();
+        unsigned digit = base;
+        if (isDigit(c))
+            digit = static_cast<unsigned>(c - '0');
+        else if ((c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'))
+            digit = static_cast<unsigned>((c & ~0x20) - 'A') + 10;
+        if (digit >= base)
+            break;
+        hasDigits = true;
+        number = number * base + digit;
+        if (number > LARGEST)
+            ZV_THROW(XmlEx::ExLexicalError);
+    }
+    if (!hasDigits || !take(";"))
+        ZV_THROW(XmlEx::ExLexicalError);
+    return static_cast<char>(number);
+}
+
+XmlToken XmlScanner::scanCdata()
+{
+    _condition = Condition::initial;
+    _token = _cursor;
+    if (peek() == END_OF_INPUT)
+        return XmlToken::end;
+    _token = _cursor;
+    char const *position = _cursor;
+    for (;;) {
+        auto const rest = static_cast<std::size_t>(_input.limit() - position);
+        auto const * const bracket = static_cast<char const *>(std::memchr(position, ']', rest));
+        position = bracket ? bracket : _input.limit();
+        while (_input.limit() - position < 3)
+            if (!more(position))
+                ZV_THROW(XmlEx::ExLexicalError);
+        if (std::memcmp(position, "]]>", 3) == 0)
+            break;
+        position += *position == ']';
+    }
+    _cursor = position;
+    setValue(_token, static_cast<std::size_t>(position - _token));
+    return XmlToken::cdataContent;
+}
+
+XmlToken XmlScanner::nextInTag()
+{
+    if (is(*_cursor, NAME_START))
+        return scanName();
+    bool const spaceBefore = skipSpace();
+    return afterSpaceInTag(spaceBefore);
+}
+
+/// White space belongs to a `>`, a `/>` or a `=` behind it; else it is a token of its own.
+XmlToken XmlScanner::afterSpaceInTag(bool spaceBefore)
+{
+    switch (int const c = peek()) {
+    case '>':
+        ++_cursor;
+        _condition = Condition::initial;
+        return XmlToken::tagClose;
+    case '=':
+        ++_cursor;
+        skipSpace();
+        return XmlToken::equals;
+    case '/':
+        ++_cursor;
+        if (peek() != '>') {
+            if (!spaceBefore)
+                ZV_THROW(XmlEx::ExLexicalError);
+            _condition = Condition::malformed;
+            return XmlToken::space;
+        }
+        ++_cursor;
+        _condition = Condition::initial;
+        return XmlToken::emptyClose;
+    default:
+        if (spaceBefore)
+            return XmlToken::space;
+        if (c == END_OF_INPUT)
+            return XmlToken::end;
+        if (c == '"' || c == '\'')
+            return scanAttributeValue(static_cast<char>(c));
+        if (is(static_cast<char>(c), NAME_START))
+            return scanName();
+        ZV_THROW(XmlEx::ExLexicalError);
+    }
+}
+
+XmlToken XmlScanner::scanName()
+{
+    _token = _cursor;
+    char const *position = _cursor;
+    while ((position = skip(position, NAME)) == _input.limit())
+        if (!more(position))
+            break;
+    _cursor = position;
+    setName(_token, static_cast<std::size_t>(position - _token));
+    return XmlToken::name;
+}
+
+XmlToken XmlScanner::scanAttributeValue(char quote)
+{
+    ++_cursor;
+    bool hasPieces = false;
+    for (;;) {
+        _token = _cursor;
+        char const *position = _cursor;
+        while (*(position = skip(position, VALUE)) == '\0') {
+            if (position != _input.limit())
+                ++position; // a zero byte of the value's own
+            else if (!more(position))
+                return XmlToken::end;
+        }
+        _cursor = position;
+        auto const length = static_cast<std::size_t>(position - _token);
+        if (*position == quote && !hasPieces) {
+            ++_cursor;
+            setValue(_token, length);
+            return XmlToken::attributeValue;
+        }
+        if (!hasPieces)
+            _pieces.clear();
+        hasPieces = true;
+        _pieces.append(_token, length);
+        if (*position == quote) {
+            ++_cursor;
+            setValue(_pieces.data(), _pieces.size());
+            return XmlToken::attributeValue;
+        }
+        if (*position != '&')
+            ZV_THROW(XmlEx::ExLexicalError);
+        ++_cursor;
+        _pieces += takeReference();
+    }
+}
+
+XmlToken XmlScanner::nextInDeclaration()
+{
+    bool const spaceBefore = skipSpace();
+    int const c = peek();
+    if (c == '?') {
+        ++_cursor;
+        if (peek() == '>') {
+            ++_cursor;
+            _condition = Condition::initial;
+            return XmlToken::declarationEnd;
+        }
+    }
+    if (spaceBefore) {
+        _condition = Condition::malformed;
+        return XmlToken::space;
+    }
+    if (c == END_OF_INPUT)
+        return XmlToken::end;
+    if (c == '"' || c == '\'')
+        return scanVersionValue(static_cast<char>(c));
+    ZV_THROW(XmlEx::ExLexicalError);
+}
+
+XmlToken XmlScanner::scanVersionValue(char quote)
+{
+    ++_cursor;
+    _token = _cursor;
+    char const *position = _cursor;
+    while ((position = skip(position, VERSION)) == _input.limit())
+        if (!more(position))
+            break;
+    if (position == _token || *position != quote)
+        ZV_THROW(XmlEx::ExLexicalError);
+    _cursor = position + 1;
+    setValue(_token, static_cast<std::size_t>(position - _token));
+    return XmlToken::versionValue;
+}
+
+} // namespace Zv

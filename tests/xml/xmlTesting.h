@@ -1,0 +1,117 @@
+// What the tests of XML share.
+#pragma once
+
+#include "resmgt/xml.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <pthread.h>
+#include <sstream>
+#include <string>
+
+namespace ZvTest {
+
+using namespace Zv;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t SMALL_STACK = 256 * 1024; // the sanitizers' own needs come on top
+#else
+constexpr std::size_t SMALL_STACK = 64 * 1024;
+#endif
+
+inline void runOnSmallStack(std::function<void()> body)
+{
+    pthread_attr_t attributes;
+    ASSERT_EQ(::pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(::pthread_attr_setstacksize(&attributes, SMALL_STACK), 0);
+    pthread_t thread;
+    auto const run = [](void *argument) -> void * {
+        (*static_cast<std::function<void()> *>(argument))();
+        return nullptr;
+    };
+    ASSERT_EQ(::pthread_create(&thread, &attributes, run, &body), 0);
+    ::pthread_join(thread, nullptr);
+    ::pthread_attr_destroy(&attributes);
+}
+
+/// All bytes, zero bytes among them.
+inline std::string bytesOf(LiString const &string)
+{
+    return std::string(string.getChars(), static_cast<std::size_t>(string.getLength()));
+}
+
+/// Writes down what the parser tells.
+class Recorder : public XmlParserProtocol
+{
+public:
+    void createXmlDeclaration(LiString const &version) override { add("declaration", version); }
+    void createDocumentType(LiString const &name) override { add("type", name); }
+    void notifyBeginElement(LiString const &name) override { add("begin", name); }
+    void notifyEmptyElementEnd() override { told += "emptyEnd "; }
+    void notifyStartTagEnd() override { told += "tagEnd "; }
+    void notifyClosingElement(LiString const &name) override { add("close", name); }
+    void pushAttribute(LiString const &name, LiString const &value) override
+    {
+        told += bytesOf(name) + "=[" + bytesOf(value) + "] ";
+    }
+    void notifyTextData(LiString const &data) override { add("text", data); }
+    void notifyCharacterData(LiString const &data) override { add("cdata", data); }
+
+    std::string told;
+
+private:
+    void add(char const *what, LiString const &text)
+    {
+        told += std::string(what) + "[" + bytesOf(text) + "] ";
+    }
+};
+
+/// What the parser tells of a text, with the reason of the failure at the end.
+inline std::string toldOf(std::istream &input)
+{
+    Recorder recorder;
+    try {
+        XmlParser::parse(recorder, input);
+    } catch (XmlEx const &error) {
+        return recorder.told + error.getReason();
+    }
+    return recorder.told;
+}
+
+inline std::string toldOf(std::string const &text)
+{
+    std::istringstream input(text);
+    return toldOf(input);
+}
+
+/// The reason of the failure of an action.
+template <class Exception, class Action>
+std::string reasonOf(Action const &action)
+{
+    try {
+        action();
+    } catch (Exception const &error) {
+        return error.getReason();
+    }
+    return "no failure";
+}
+
+template <class Action>
+std::string reasonOf(Action const &action)
+{
+    return reasonOf<XmlEx>(action);
+}
+
+/// Elements within elements, as many as asked for.
+inline std::string nested(int levels)
+{
+    std::string text;
+    for (int i = 0; i < levels; ++i)
+        text += "<a>";
+    for (int i = 0; i < levels; ++i)
+        text += "</a>";
+    return text;
+}
+
+} // namespace ZvTest
