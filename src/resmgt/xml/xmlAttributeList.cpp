@@ -3,18 +3,17 @@
 #include "resmgt/xml/xmlEx.h"
 #include "zvbase/failures.h"
 
+#include <cstring>
 #include <limits>
 #include <sstream>
 
 namespace Zv {
 
-namespace {
-
 /// `Read` is what the stream reads as a number, `T` what it has to fit.
-template <class T, class Read = T>
-T convert(LiString const &value)
+template <class T, class Read>
+T XmlAttributeList::convert(LiString const &name) const
 {
-    std::istringstream stream(value.getChars());
+    std::istringstream stream(getValue(name).getChars());
     Read number{};
     stream >> number;
     if (stream.fail() || number < std::numeric_limits<T>::min() ||
@@ -23,11 +22,19 @@ T convert(LiString const &value)
     return static_cast<T>(number);
 }
 
-} // namespace
-
 void XmlAttributeList::addAttribute(LiString const &name, LiString const &value)
 {
-    _attributes.push_back({name, value});
+    auto const nameLength = static_cast<std::size_t>(name.getLength());
+    auto const valueLength = static_cast<std::size_t>(value.getLength());
+    std::size_t const start = _bytes.size();
+    _attributes.push_back({start, nameLength, valueLength});
+    try {
+        _bytes.insert(_bytes.end(), name.getChars(), name.getChars() + nameLength);
+        _bytes.insert(_bytes.end(), value.getChars(), value.getChars() + valueLength);
+    } catch (...) {
+        _attributes.pop_back();
+        throw;
+    }
 }
 
 void XmlAttributeList::removeAttribute(LiString const &name)
@@ -40,6 +47,7 @@ void XmlAttributeList::removeAttribute(LiString const &name)
 void XmlAttributeList::clear()
 {
     _attributes.clear();
+    _bytes.clear();
 }
 
 int XmlAttributeList::getLength() const
@@ -49,8 +57,10 @@ int XmlAttributeList::getLength() const
 
 int XmlAttributeList::index(LiString const &name) const
 {
+    auto const length = static_cast<std::size_t>(name.getLength());
     for (std::size_t i = 0; i != _attributes.size(); ++i)
-        if (_attributes[i].name == name)
+        if (_attributes[i].nameLength == length &&
+            std::memcmp(_bytes.data() + _attributes[i].start, name.getChars(), length) == 0)
             return static_cast<int>(i);
     return -1;
 }
@@ -67,59 +77,61 @@ XmlAttributeList::Attribute const &XmlAttributeList::at(int index) const
     return _attributes[static_cast<std::size_t>(index)];
 }
 
-LiString const &XmlAttributeList::getName(int index) const
+LiString XmlAttributeList::getName(int index) const
 {
-    return at(index).name;
+    Attribute const &attribute = at(index);
+    return LiString(_bytes.data() + attribute.start, attribute.nameLength);
 }
 
-LiString const &XmlAttributeList::getValue(int index) const
+LiString XmlAttributeList::getValue(int index) const
 {
-    return at(index).value;
+    Attribute const &attribute = at(index);
+    return LiString(_bytes.data() + attribute.start + attribute.nameLength, attribute.valueLength);
 }
 
-LiString const &XmlAttributeList::getValue(LiString const &name) const
+LiString XmlAttributeList::getValue(LiString const &name) const
 {
-    return at(index(name)).value;
+    return getValue(index(name));
 }
 
 int XmlAttributeList::getInt(LiString const &name) const
 {
-    return convert<int>(getValue(name));
+    return convert<int>(name);
 }
 
 long XmlAttributeList::getLong(LiString const &name) const
 {
-    return convert<long>(getValue(name));
+    return convert<long>(name);
 }
 
 std::int8_t XmlAttributeList::getInt8(LiString const &name) const
 {
-    return convert<std::int8_t, int>(getValue(name));
+    return convert<std::int8_t, int>(name);
 }
 
 std::uint8_t XmlAttributeList::getUInt8(LiString const &name) const
 {
-    return convert<std::uint8_t, int>(getValue(name));
+    return convert<std::uint8_t, int>(name);
 }
 
 std::int16_t XmlAttributeList::getInt16(LiString const &name) const
 {
-    return convert<std::int16_t>(getValue(name));
+    return convert<std::int16_t>(name);
 }
 
 std::uint16_t XmlAttributeList::getUInt16(LiString const &name) const
 {
-    return convert<std::uint16_t>(getValue(name));
+    return convert<std::uint16_t>(name);
 }
 
 std::int32_t XmlAttributeList::getInt32(LiString const &name) const
 {
-    return convert<std::int32_t>(getValue(name));
+    return convert<std::int32_t>(name);
 }
 
 std::uint32_t XmlAttributeList::getUInt32(LiString const &name) const
 {
-    return convert<std::uint32_t>(getValue(name));
+    return convert<std::uint32_t>(name);
 }
 
 } // namespace Zv

@@ -4,6 +4,7 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -12,7 +13,7 @@ namespace Zv {
 /// A list of names and values in the order of the text, for those who are told of elements. A name that comes twice
 /// stands in it twice; it is found at its first place. Positions count from 0.
 ///
-/// A value type, for one thread at a time. The references that it hands out are valid until it changes.
+/// A value type, for one thread at a time. It keeps bytes and hands out strings of their own.
 class ZVRESMGT_EXPORT XmlAttributeList
 {
 public:
@@ -26,10 +27,10 @@ public:
     int index(LiString const &name) const;
     bool exists(LiString const &name) const;
     /// Throws `XmlEx::ExNonExistentAttribute` where there is no such position.
-    LiString const &getName(int index) const;
-    LiString const &getValue(int index) const;
+    LiString getName(int index) const;
+    LiString getValue(int index) const;
     /// Throws `XmlEx::ExNonExistentAttribute`.
-    LiString const &getValue(LiString const &name) const;
+    LiString getValue(LiString const &name) const;
 
     /// The number at the start of a value, read as a stream reads it: white space before it is skipped and what stands
     /// behind it is not looked at. The forms for 8 bits read a number too. Throw `XmlEx::ExNonExistentAttribute`, and
@@ -44,15 +45,20 @@ public:
     std::uint32_t getUInt32(LiString const &name) const;
 
 private:
+    /// Where a name and, right behind it, a value stand among the bytes.
     struct Attribute
     {
-        LiString name;
-        LiString value;
+        std::size_t start;
+        std::size_t nameLength;
+        std::size_t valueLength;
     };
 
     Attribute const &at(int index) const;
+    template <class T, class Read = T>
+    T convert(LiString const &name) const;
 
     std::vector<Attribute> _attributes;
+    std::vector<char> _bytes;
 };
 
 } // namespace Zv

@@ -1,13 +1,14 @@
 #include "resmgt/xml/xmlDocumentBuilder.h"
 
 #include "resmgt/smartPtrs/unownedObjPtr.h"
+#include "resmgt/xml/xmlBlocks.private.h"
 #include "resmgt/xml/xmlDocument.h"
 #include "resmgt/xml/xmlEx.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
 
-XmlDocumentBuilder::XmlDocumentBuilder() = default;
+XmlDocumentBuilder::XmlDocumentBuilder() : _blocks(new XmlBlocks) {}
 
 XmlDocumentBuilder::~XmlDocumentBuilder() noexcept(false)
 {
@@ -21,6 +22,7 @@ void XmlDocumentBuilder::destroyUnattached()
         _openElements.pop_back();
     }
     _root.reset();
+    _blocks->retire();
 }
 
 void XmlDocumentBuilder::setDocument(XmlDocument *document)
@@ -63,7 +65,7 @@ void XmlDocumentBuilder::createDocumentType(LiString const &name)
 
 void XmlDocumentBuilder::notifyBeginElement(LiString const &name)
 {
-    ObjPtr<XmlElement> element(new XmlElement(name));
+    ObjPtr<XmlElement> element(new (_blocks.get()) XmlElement(name));
     if (_root.isNull()) {
         _root = element;
         return;
@@ -74,17 +76,17 @@ void XmlDocumentBuilder::notifyBeginElement(LiString const &name)
 
 void XmlDocumentBuilder::pushAttribute(LiString const &name, LiString const &value)
 {
-    current().setAttribute(name, value);
+    current().setAttribute(name, value, _blocks.get());
 }
 
 void XmlDocumentBuilder::notifyTextData(LiString const &data)
 {
-    current().setData(data);
+    current()._data.assign(data, _blocks.get());
 }
 
 void XmlDocumentBuilder::notifyCharacterData(LiString const &data)
 {
-    current().setData(data);
+    current()._data.assign(data, _blocks.get());
 }
 
 void XmlDocumentBuilder::notifyEmptyElementEnd()
@@ -104,6 +106,7 @@ void XmlDocumentBuilder::endElement()
 {
     if (_openElements.empty()) {
         document().setRoot(_root);
+        _blocks->retire(); // the document may go to another thread now
         return;
     }
     ObjPtr<XmlElement> element(_openElements.back());

@@ -9,6 +9,7 @@
 
 namespace Zv {
 
+class XmlBlocks;
 class XmlDocument;
 
 /// Fills a document. Derive from it to see what is read on its way into the document, or to leave something out.
@@ -51,6 +52,7 @@ private:
     XmlDocument *_document = nullptr;
     std::vector<XmlElement *> _openElements; // owned until attached
     ObjPtr<XmlElement> _root;
+    ObjPtr<XmlBlocks> _blocks; // what the document is made of
 };
 
 } // namespace Zv

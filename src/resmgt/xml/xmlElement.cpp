@@ -3,6 +3,7 @@
 #include "resmgt/containers/iteratorEx.h"
 #include "resmgt/containers/iteratorSTL.h"
 #include "resmgt/smartPtrs/rcProxy.h"
+#include "resmgt/xml/xmlBlocks.private.h"
 #include "resmgt/xml/xmlEx.h"
 #include "zvbase/containers.h"
 #include "zvbase/failures.h"
@@ -12,6 +13,7 @@
 #include <new>
 #include <sstream>
 #include <utility>
+#include <vector>
 
 namespace Zv {
 
@@ -19,8 +21,6 @@ namespace {
 
 using Elements = std::vector<UnownedObjPtr<XmlElement>>;
 
-/// What most elements have at most.
-constexpr std::size_t FEW_ATTRIBUTES = 4;
 /// More than these are not looked through one by one.
 constexpr std::size_t MANY_ATTRIBUTES = 16;
 
@@ -109,7 +109,7 @@ public:
         _child = atEnd() ? _element._lastChild : _child->_previous;
     }
     std::size_t getCardinality() const override { return _element._nbChildren; }
-    bool isAt(IteratorImp const &other) const override
+    bool isAt(IteratorImp<UnownedObjPtr<XmlElement>> const &other) const override
     {
         auto const * const same = dynamic_cast<XmlElementChildren const *>(&other);
         return same && &_element == &same->_element && _child == same->_child;
@@ -125,25 +125,25 @@ private:
     UnownedObjPtr<XmlElement> mutable _child; // handed out by reference
 };
 
-/// Where the attributes of an element stand that has too many to look through.
+/// The attributes of an element that has too many to look through.
 class XmlElement::AttributeIndex
 {
 public:
-    explicit AttributeIndex(std::vector<XmlAttribute> const &attributes)
+    explicit AttributeIndex(XmlAttribute *first)
     {
-        for (std::size_t i = 0; i != attributes.size(); ++i)
-            add(attributes[i].getNodeName(), i);
+        for (XmlAttribute *attribute = first; attribute; attribute = attribute->_next)
+            add(*attribute);
     }
 
-    void add(LiString const &name, std::size_t position) { _positions.emplace(name, position); }
-    XmlAttribute *find(LiString const &name, std::vector<XmlAttribute> &attributes) const
+    void add(XmlAttribute &attribute) { _attributes.emplace(attribute.getNodeName(), &attribute); }
+    XmlAttribute *find(LiString const &name) const
     {
-        auto const found = _positions.find(name);
-        return found == _positions.end() ? nullptr : &attributes[found->second];
+        auto const found = _attributes.find(name);
+        return found == _attributes.end() ? nullptr : found->second;
     }
 
 private:
-    HashMap<LiString, std::size_t> _positions;
+    HashMap<LiString, XmlAttribute *> _attributes;
 };
 
 XmlElement::XmlElement(LiString const &name) : XmlNode(name) {}
@@ -161,24 +161,48 @@ XmlElement::~XmlElement() noexcept(false)
         }
         delete child;
     }
+    while (XmlAttribute * const attribute = _firstAttribute) {
+        _firstAttribute = attribute->_next;
+        delete attribute;
+    }
 }
 
-XmlAttribute *XmlElement::findAttribute(LiString const &name)
+void *XmlElement::operator new(std::size_t size)
 {
-    if (_attributes.size() > MANY_ATTRIBUTES) {
+    return XmlBlocks::allocateAlone(size);
+}
+
+void *XmlElement::operator new(std::size_t size, XmlBlocks *blocks)
+{
+    return blocks ? blocks->allocate(size) : XmlBlocks::allocateAlone(size);
+}
+
+void XmlElement::operator delete(void *memory)
+{
+    XmlBlocks::release(memory);
+}
+
+void XmlElement::operator delete(void *memory, XmlBlocks *)
+{
+    XmlBlocks::release(memory);
+}
+
+XmlAttribute *XmlElement::findAttribute(LiString const &name) const
+{
+    if (_nbAttributes > MANY_ATTRIBUTES) {
         if (_attributeIndex.isNull())
-            _attributeIndex.reset(new AttributeIndex(_attributes));
-        return _attributeIndex->find(name, _attributes);
+            _attributeIndex.reset(new AttributeIndex(_firstAttribute));
+        return _attributeIndex->find(name);
     }
-    for (XmlAttribute &attribute : _attributes)
-        if (attribute.isNamed(name))
-            return &attribute;
+    for (XmlAttribute *attribute = _firstAttribute; attribute; attribute = attribute->_next)
+        if (attribute->isNamed(name))
+            return attribute;
     return nullptr;
 }
 
 XmlAttribute const &XmlElement::attribute(LiString const &name) const
 {
-    XmlAttribute const * const found = const_cast<XmlElement *>(this)->findAttribute(name);
+    XmlAttribute const * const found = findAttribute(name);
     if (!found)
         ZV_THROW(XmlEx::ExNonExistentAttribute);
     return *found;
@@ -191,33 +215,36 @@ LiString XmlElement::getAttribute(LiString const &name) const
 
 void XmlElement::getAttribute(LiString const &name, int &value) const
 {
-    value = static_cast<int>(std::strtol(attribute(name).getValue().getChars(), nullptr, 10));
+    value = static_cast<int>(std::strtol(attribute(name)._value.getChars(), nullptr, 10));
 }
 
 void XmlElement::getAttribute(LiString const &name, unsigned int &value) const
 {
-    value =
-        static_cast<unsigned int>(std::strtoul(attribute(name).getValue().getChars(), nullptr, 10));
+    value = static_cast<unsigned int>(std::strtoul(attribute(name)._value.getChars(), nullptr, 10));
 }
 
 void XmlElement::getAttribute(LiString const &name, double &value) const
 {
-    value = std::strtod(attribute(name).getValue().getChars(), nullptr);
+    value = std::strtod(attribute(name)._value.getChars(), nullptr);
 }
 
 void XmlElement::setAttribute(LiString const &name, LiString const &value)
 {
+    setAttribute(name, value, nullptr);
+}
+
+void XmlElement::setAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks)
+{
     if (XmlAttribute * const present = findAttribute(name)) {
-        present->setValue(value);
+        present->_value.assign(value, blocks);
         return;
     }
-    // Room first: the index must not know of what is not there.
-    std::size_t const position = _attributes.size();
-    if (position == _attributes.capacity())
-        _attributes.reserve(position == 0 ? FEW_ATTRIBUTES : 2 * position);
+    ObjPtr<XmlAttribute> attribute(new (blocks) XmlAttribute(name, value, blocks));
     if (!_attributeIndex.isNull())
-        _attributeIndex->add(name, position);
-    _attributes.emplace_back(name, value);
+        _attributeIndex->add(*attribute);
+    (_lastAttribute ? _lastAttribute->_next : _firstAttribute) = attribute.get();
+    _lastAttribute = attribute.release();
+    ++_nbAttributes;
 }
 
 void XmlElement::setAttribute(LiString const &name, int value)
@@ -237,10 +264,20 @@ void XmlElement::setAttribute(LiString const &name, double value)
 
 void XmlElement::removeAttribute(LiString const &name)
 {
-    if (XmlAttribute const * const present = findAttribute(name)) {
-        _attributes.erase(_attributes.begin() + (present - _attributes.data()));
-        _attributeIndex.reset();
+    XmlAttribute *previous = nullptr;
+    XmlAttribute *attribute = _firstAttribute;
+    while (attribute && !attribute->isNamed(name)) {
+        previous = attribute;
+        attribute = attribute->_next;
     }
+    if (!attribute)
+        return;
+    _attributeIndex.reset();
+    (previous ? previous->_next : _firstAttribute) = attribute->_next;
+    if (attribute == _lastAttribute)
+        _lastAttribute = previous;
+    --_nbAttributes;
+    delete attribute;
 }
 
 Iterator<UnownedObjPtr<XmlElement>> XmlElement::getChildren() const
@@ -330,8 +367,8 @@ void XmlElement::streamToOutput(XmlStreamer &streamer) const
 
 void XmlElement::streamAttributes(XmlStreamer::ElementGuard &guard) const
 {
-    for (XmlAttribute const &attribute : _attributes)
-        attribute.streamToOutput(guard);
+    for (XmlAttribute const *attribute = _firstAttribute; attribute; attribute = attribute->_next)
+        attribute->streamToOutput(guard);
 }
 
 void XmlElement::streamChildren(XmlStreamer::ElementGuard &guard) const

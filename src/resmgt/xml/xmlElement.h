@@ -5,13 +5,14 @@
 #include "resmgt/smartPtrs/unownedObjPtr.h"
 #include "resmgt/xml/xmlAttribute.h"
 #include "resmgt/xml/xmlNode.h"
+#include "resmgt/xml/xmlText.h"
 #include "zvbase/objPtr.h"
 
 #include <cstddef>
-#include <vector>
 
 namespace Zv {
 
+class XmlBlocks;
 class XmlElementChildren;
 
 /// An element: a name, attributes, children, one text value. It owns its attributes and children; a child that is
@@ -29,8 +30,8 @@ public:
     XmlElement &operator=(XmlElement const &) = delete;
     ~XmlElement() noexcept(false) override;
 
-    LiString getData() const { return _data; }
-    void setData(LiString const &data) { _data = data; }
+    LiString getData() const { return _data.get(); }
+    void setData(LiString const &data) { _data.assign(data); }
 
     /// The value of an attribute. Throws `XmlEx::ExNonExistentAttribute`, as the forms below do.
     LiString getAttribute(LiString const &name) const;
@@ -65,15 +66,22 @@ public:
     /// Writes the element as the root of a document.
     void streamToOutput(XmlStreamer &streamer) const;
 
+    static void *operator new(std::size_t size);
+    static void *operator new(std::size_t size, XmlBlocks *blocks);
+    static void operator delete(void *memory);
+    static void operator delete(void *memory, XmlBlocks *blocks);
+
 private:
+    friend class XmlDocumentBuilder;
     friend class XmlElementChildren;
     class AttributeIndex;
 
     void streamChildren(XmlStreamer::ElementGuard &guard) const;
     void streamAttributes(XmlStreamer::ElementGuard &guard) const;
 
+    void setAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks);
     /// The attribute, or null.
-    XmlAttribute *findAttribute(LiString const &name);
+    XmlAttribute *findAttribute(LiString const &name) const;
     XmlAttribute const &attribute(LiString const &name) const;
     /// Throws unless it is a child of this element.
     XmlElement &childOf(UnownedObjPtr<XmlElement> reference) const;
@@ -81,15 +89,18 @@ private:
     void link(XmlElement &child, XmlElement *next) noexcept;
     void unlink(XmlElement &child) noexcept;
 
-    std::vector<XmlAttribute> _attributes;
-    ObjPtr<AttributeIndex> _attributeIndex; // where there are many
+    // Attributes form a list, and have an index where there are many.
+    XmlAttribute *_firstAttribute = nullptr;
+    XmlAttribute *_lastAttribute = nullptr;
+    std::size_t _nbAttributes = 0;
+    ObjPtr<AttributeIndex> mutable _attributeIndex;
 
     // Children form a list through themselves.
     XmlElement *_firstChild = nullptr;
     XmlElement *_lastChild = nullptr;
     std::size_t _nbChildren = 0;
 
-    LiString _data;
+    XmlText _data;
 
     XmlElement *_parent = nullptr;
     XmlElement *_previous = nullptr;

@@ -3,6 +3,7 @@
 #include "resmgt/xml/xmlEx.h"
 #include "zvbase/failures.h"
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -80,20 +81,32 @@ inline std::uint64_t load(char const *bytes)
     return word;
 }
 
-/// Of a name in the window, behind whose end `XmlInput::MARGIN` bytes may be read.
-inline std::size_t hashOf(char const *bytes, std::size_t length)
+/// The first bytes of a name in the window, behind whose end `XmlInput::MARGIN` bytes may be read.
+inline std::uint64_t headOf(char const *bytes, std::size_t length)
+{
+    constexpr std::uint64_t ALL = ~std::uint64_t{0};
+    std::uint64_t const word = load(bytes);
+    if (length >= sizeof(word))
+        return word;
+    if constexpr (std::endian::native == std::endian::little)
+        return word & ~(ALL << (8 * length));
+    else
+        return word & ~(ALL >> (8 * length));
+}
+
+inline std::size_t placeOf(std::uint64_t head, char const *bytes, std::size_t length)
 {
     constexpr std::uint64_t MIX = 0x9E3779B97F4A7C15;
-    std::uint64_t word = length < 8 ? load(bytes) & ((std::uint64_t{1} << (8 * length)) - 1)
-                                    : load(bytes) ^ (load(bytes + length - 8) * MIX);
-    word = (word + length) * MIX;
-    return static_cast<std::size_t>(word >> 56);
+    std::uint64_t word = head + length;
+    if (length > sizeof(word))
+        word ^= load(bytes + length - sizeof(word)) * MIX;
+    return static_cast<std::size_t>(word * MIX >> 56);
 }
 
 } // namespace
 
 XmlScanner::XmlScanner(std::istream &stream)
-    : _input(stream), _cursor(_input.begin()), _token(_cursor), _names(NAMES)
+    : _input(stream), _cursor(_input.begin()), _token(_cursor), _names(NAMES + NEAR)
 {}
 
 bool XmlScanner::more()
@@ -143,11 +156,26 @@ bool XmlScanner::skipSpace()
 
 void XmlScanner::setName(char const *bytes, std::size_t length)
 {
-    std::optional<LiString> &slot = _names[hashOf(bytes, length)];
-    if (!slot || static_cast<std::size_t>(slot->getLength()) != length ||
-        std::memcmp(slot->getChars(), bytes, length) != 0)
-        slot.emplace(bytes, length);
-    _name = &*slot;
+    std::uint64_t const head = headOf(bytes, length);
+    std::size_t const place = placeOf(head, bytes, length);
+    KnownName *free = &_names[place];
+    for (std::size_t i = 0; i != NEAR; ++i) {
+        KnownName &known = _names[place + i];
+        if (known.head == head && known.length == length &&
+            (length <= sizeof(head) || std::memcmp(known.name->getChars(), bytes, length) == 0)) {
+            _name = &*known.name;
+            return;
+        }
+        if (known.length == 0) {
+            free = &known;
+            break;
+        }
+    }
+    free->length = 0; // for good if there is no memory
+    free->name.emplace(bytes, length);
+    free->head = head;
+    free->length = length;
+    _name = &*free->name;
 }
 
 void XmlScanner::setValue(char const *bytes, std::size_t length)
@@ -404,8 +432,26 @@ XmlToken XmlScanner::scanCdata()
 
 XmlToken XmlScanner::nextInTag()
 {
-    if (is(*_cursor, NAME_START))
-        return scanName();
+    // What most tags are made of.
+    switch (char const c = *_cursor) {
+    case ' ':
+        if (is(_cursor[1], NAME_START)) {
+            ++_cursor;
+            return XmlToken::space;
+        }
+        break;
+    case '=':
+        if (_cursor[1] == '"') {
+            ++_cursor;
+            return XmlToken::equals;
+        }
+        break;
+    case '"':
+        return scanAttributeValue(c);
+    default:
+        if (is(c, NAME_START))
+            return scanName();
+    }
     bool const spaceBefore = skipSpace();
     return afterSpaceInTag(spaceBefore);
 }

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -59,8 +60,17 @@ private:
         malformed, // behind the start of what is no tag, no comment and no declaration
     };
 
-    /// The same few names come again and again: each of them is made once.
+    /// The same few names come again and again: each of them is made once, and kept near the place that its bytes
+    /// give.
+    struct KnownName
+    {
+        std::uint64_t head = 0; // the first bytes
+        std::size_t length = 0; // 0 for none
+        std::optional<LiString> name;
+    };
     static constexpr std::size_t NAMES = 256;
+    static constexpr std::size_t NEAR = 4;
+
     /// A handler that keeps the last few values lets the ones before be used again.
     static constexpr std::size_t VALUES = 8;
 
@@ -102,7 +112,7 @@ private:
     std::size_t _turn = 0;
     std::array<LiString, VALUES> _values;
     std::string _pieces; // of a value with references
-    std::vector<std::optional<LiString>> _names;
+    std::vector<KnownName> _names;
 };
 
 } // namespace Zv

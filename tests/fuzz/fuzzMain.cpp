@@ -1,0 +1,26 @@
+// Hands libFuzzer the one target of the program.
+
+#include "fuzzing.h"
+
+#include "zvbase/inPackage.h"
+
+std::map<std::string, ZvFuzz::Body> &ZvFuzz::targets()
+{
+    static auto &all = *new std::map<std::string, Body>;
+    return all;
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***);
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size);
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    static auto const * const packages = new Zv::InPackageScope;
+    return packages ? 0 : 1;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
+{
+    ZvFuzz::targets().begin()->second(data, size);
+    return 0;
+}

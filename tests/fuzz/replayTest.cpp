@@ -1,0 +1,53 @@
+// Replays the texts that fuzzing has found worth keeping.
+
+#include "fuzzing.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+std::map<std::string, ZvFuzz::Body> &ZvFuzz::targets()
+{
+    static auto &all = *new std::map<std::string, Body>;
+    return all;
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Replay : public testing::TestWithParam<std::string>
+{};
+
+TEST_P(Replay, NothingOfTheCorpusDoesAnyHarm)
+{
+    std::size_t replayed = 0;
+    for (auto const &entry : fs::directory_iterator(fs::path(ZV_FUZZ_CORPUS) / GetParam())) {
+        std::ifstream file(entry.path(), std::ios_base::binary);
+        std::string const text{std::istreambuf_iterator<char>(file), {}};
+        SCOPED_TRACE(entry.path().filename().string());
+        ZvFuzz::targets().at(GetParam())(reinterpret_cast<std::uint8_t const *>(text.data()),
+                                         text.size());
+        ++replayed;
+    }
+    EXPECT_GT(replayed, 0u);
+}
+
+TEST(ReplayTargets, EachHasACorpusAndEachCorpusATarget)
+{
+    std::size_t folders = 0;
+    for (auto const &entry : fs::directory_iterator(ZV_FUZZ_CORPUS)) {
+        EXPECT_TRUE(ZvFuzz::targets().contains(entry.path().filename().string())) << entry.path();
+        ++folders;
+    }
+    EXPECT_EQ(folders, ZvFuzz::targets().size());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Replay,
+                         testing::Values("date", "property", "sequence", "stream", "token", "uuid",
+                                         "xml"),
+                         [](auto const &target) { return target.param; });
+
+} // namespace

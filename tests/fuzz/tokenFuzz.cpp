@@ -1,0 +1,30 @@
+#include "fuzzing.h"
+
+#include "resmgt/literals.h"
+
+#include <sstream>
+#include <string>
+
+using namespace Zv;
+
+ZV_FUZZ(token)
+{
+    std::istringstream stream(std::string(reinterpret_cast<char const *>(data), size));
+    std::size_t taken = 0;
+    while (stream) {
+        LiString const token = LiStringParser().readToken(stream);
+        taken += static_cast<std::size_t>(token.getLength());
+        ZV_FUZZ_CHECK(!stream.fail() || token.isEmpty());
+    }
+    ZV_FUZZ_CHECK(taken <= size);
+
+    // A word is read whole, and what is behind it stays.
+    std::istringstream words(std::string(reinterpret_cast<char const *>(data), size));
+    std::istringstream same(words.str());
+    LiString word;
+    std::string expected;
+    words >> word;
+    same >> expected;
+    ZV_FUZZ_CHECK(words.fail() == same.fail());
+    ZV_FUZZ_CHECK(words.tellg() == same.tellg());
+}

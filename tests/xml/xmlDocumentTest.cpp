@@ -1,0 +1,578 @@
+#include "xmlTesting.h"
+
+#include "resmgt/containers.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ZvTest {
+namespace {
+
+ObjPtr<XmlElement> element(char const *name)
+{
+    return ObjPtr<XmlElement>(new XmlElement(name));
+}
+
+/// The names of the elements that an iterator walks over.
+std::string namesOf(Iterator<UnownedObjPtr<XmlElement>> elements)
+{
+    std::string names;
+    for (; !elements.atEnd(); ++elements)
+        names += bytesOf((*elements)->getNodeName()) + " ";
+    return names;
+}
+
+std::string textOf(XmlDocument const &document)
+{
+    std::ostringstream stream;
+    stream << document;
+    return stream.str();
+}
+
+/// An element that counts how many of its kind live.
+class Counted : public XmlElement
+{
+public:
+    explicit Counted(char const *name) : XmlElement(name) { ++living; }
+    ~Counted() noexcept(false) override { --living; }
+    static inline int living = 0;
+};
+
+// Attributes
+
+TEST(XmlElement, AMissingAttributeThrows)
+{
+    XmlElement a("a");
+    a.setAttribute("there", LiString("x"));
+    EXPECT_EQ("Non existent attribute.", reasonOf([&] { a.getAttribute("missing"); }));
+    int number = 5;
+    unsigned positive = 6;
+    double real = 7;
+    EXPECT_EQ("Non existent attribute.", reasonOf([&] { a.getAttribute("missing", number); }));
+    EXPECT_EQ("Non existent attribute.", reasonOf([&] { a.getAttribute("missing", positive); }));
+    EXPECT_EQ("Non existent attribute.", reasonOf([&] { a.getAttribute("missing", real); }));
+    EXPECT_EQ(5, number);
+    EXPECT_EQ(6u, positive);
+    EXPECT_EQ(7.0, real);
+}
+
+TEST(XmlElement, AnAttributeThatIsNoNumberIsZero)
+{
+    XmlElement a("a");
+    a.setAttribute("b", LiString("abc"));
+    a.setAttribute("empty", LiString());
+    for (char const *name : {"b", "empty"}) {
+        int number = 5;
+        unsigned positive = 6;
+        double real = 7;
+        a.getAttribute(name, number);
+        a.getAttribute(name, positive);
+        a.getAttribute(name, real);
+        EXPECT_EQ(0, number);
+        EXPECT_EQ(0u, positive);
+        EXPECT_EQ(0.0, real);
+    }
+}
+
+TEST(XmlElement, NumbersAreReadFromTheStartOfAValue)
+{
+    XmlElement a("a");
+    a.setAttribute("b", LiString(" -12.5x"));
+    int number = 0;
+    double real = 0;
+    a.getAttribute("b", number);
+    a.getAttribute("b", real);
+    EXPECT_EQ(-12, number);
+    EXPECT_EQ(-12.5, real);
+    a.setAttribute("b", LiString("4294967295"));
+    unsigned positive = 0;
+    a.getAttribute("b", positive);
+    EXPECT_EQ(4294967295u, positive);
+}
+
+TEST(XmlElement, NumbersAreSetAsAStreamFormatsThem)
+{
+    XmlElement a("a");
+    a.setAttribute("int", -3);
+    a.setAttribute("unsigned", 4294967295u);
+    a.setAttribute("double", 1234567.25);
+    EXPECT_EQ("-3", bytesOf(a.getAttribute("int")));
+    EXPECT_EQ("4294967295", bytesOf(a.getAttribute("unsigned")));
+    EXPECT_EQ("1.23457e+06", bytesOf(a.getAttribute("double")));
+}
+
+TEST(XmlElement, AnAttributeSetTwiceHasItsLaterValue)
+{
+    XmlDocument document(false);
+    ObjPtr<XmlElement> a(element("a"));
+    a->setAttribute("x", LiString("first and longer"));
+    a->setAttribute("x", LiString("second"));
+    EXPECT_EQ("second", bytesOf(a->getAttribute("x")));
+    document.setRoot(a);
+    EXPECT_EQ("<!DOCTYPE a>\n<a x=\"second\" />\n", textOf(document));
+}
+
+TEST(XmlElement, AttributesAreRemoved)
+{
+    XmlElement a("a");
+    for (char const *name : {"x", "y", "z"})
+        a.setAttribute(name, LiString(name));
+    a.removeAttribute("missing");
+    a.removeAttribute("z");
+    EXPECT_THROW(a.getAttribute("z"), XmlEx::ExNonExistentAttribute);
+    a.setAttribute("w", LiString("w"));
+    a.removeAttribute("x");
+    a.removeAttribute("x");
+    EXPECT_THROW(a.getAttribute("x"), XmlEx::ExNonExistentAttribute);
+    EXPECT_EQ("y", bytesOf(a.getAttribute("y")));
+    EXPECT_EQ("w", bytesOf(a.getAttribute("w")));
+    a.removeAttribute("y");
+    a.removeAttribute("w");
+    a.setAttribute("x", LiString("again"));
+    EXPECT_EQ("again", bytesOf(a.getAttribute("x")));
+}
+
+TEST(XmlElement, AnElementMayHaveManyAttributes)
+{
+    XmlElement a("a");
+    auto const name = [](int i) { return LiString(("n" + std::to_string(i)).c_str()); };
+    for (int turn = 0; turn < 2; ++turn)
+        for (int i = 0; i < 200; ++i)
+            a.setAttribute(name(i), i + turn);
+    a.removeAttribute(name(7));
+    a.removeAttribute(name(199));
+    a.setAttribute(name(7), 70);
+    for (int i = 0; i < 199; ++i) {
+        int value = -1;
+        a.getAttribute(name(i), value);
+        EXPECT_EQ(i == 7 ? 70 : i + 1, value);
+    }
+    EXPECT_THROW(a.getAttribute(name(199)), XmlEx::ExNonExistentAttribute);
+    for (int i = 0; i < 199; ++i)
+        a.removeAttribute(name(i));
+    EXPECT_THROW(a.getAttribute(name(0)), XmlEx::ExNonExistentAttribute);
+}
+
+TEST(XmlElement, AnAttributeMayGetAValueThatIsItsOwn)
+{
+    XmlElement a("a");
+    a.setAttribute("x", LiString("value"));
+    a.setAttribute("x", a.getAttribute("x"));
+    EXPECT_EQ("value", bytesOf(a.getAttribute("x")));
+}
+
+TEST(XmlElement, DataIsReplaced)
+{
+    XmlElement a("a");
+    EXPECT_TRUE(a.getData().isEmpty());
+    a.setData("one");
+    a.setData(LiString("t\0o", 3));
+    EXPECT_EQ(std::string("t\0o", 3), bytesOf(a.getData()));
+    a.setData(LiString());
+    EXPECT_TRUE(a.getData().isEmpty());
+}
+
+TEST(XmlAttribute, HasANameAndAValue)
+{
+    XmlAttribute attribute("name", "value");
+    EXPECT_EQ("name", bytesOf(attribute.getNodeName()));
+    EXPECT_EQ("value", bytesOf(attribute.getValue()));
+    std::ostringstream stream;
+    {
+        XmlStreamer streamer(stream, false, LiString());
+        XmlStreamer::ElementGuard guard(streamer, "a");
+        attribute.streamToOutput(guard);
+    }
+    EXPECT_EQ("<a name=\"value\" />\n", stream.str());
+}
+
+// Children
+
+TEST(XmlElement, ChildrenStandInTheOrderOfTheDocument)
+{
+    XmlElement a("a");
+    EXPECT_TRUE(a.getChildren().atEnd());
+    EXPECT_EQ(0u, a.getChildren().getCardinality());
+    a.appendChild(element("b"));
+    a.appendChild(element("d"));
+    Iterator<UnownedObjPtr<XmlElement>> children = a.getChildren();
+    a.insertBefore(element("first"), *children);
+    ++children;
+    a.insertBefore(element("c"), *children);
+    EXPECT_EQ("first b c d ", namesOf(a.getChildren()));
+    EXPECT_EQ(4u, a.getChildren().getCardinality());
+    a.replaceChild(element("x"), *children);
+    EXPECT_EQ("first b c x ", namesOf(a.getChildren()));
+    a.removeChild(*a.getChildren());
+    EXPECT_EQ("b c x ", namesOf(a.getChildren()));
+    a.replaceChild(element("y"), *a.getChildren());
+    EXPECT_EQ("y c x ", namesOf(a.getChildren()));
+    while (!a.getChildren().atEnd())
+        a.removeChild(*a.getChildren());
+    EXPECT_EQ(0u, a.getChildren().getCardinality());
+    a.appendChild(element("z"));
+    EXPECT_EQ("z ", namesOf(a.getChildren()));
+}
+
+TEST(XmlElement, AForeignReferenceThrowsAndNothingIsChanged)
+{
+    char const reason[] = "The reference element is not a child of this element.";
+    XmlElement a("a");
+    a.appendChild(element("b"));
+    (*a.getChildren())->appendChild(element("grandchild"));
+    UnownedObjPtr<XmlElement> const grandchild = *(*a.getChildren())->getChildren();
+    XmlElement other("other");
+    for (UnownedObjPtr<XmlElement> const reference :
+         {UnownedObjPtr<XmlElement>(&other), UnownedObjPtr<XmlElement>(&a), grandchild,
+          UnownedObjPtr<XmlElement>()}) {
+        EXPECT_EQ(reason, reasonOf<XmlEx::ExChildNotFound>([&] {
+                      a.insertBefore(ObjPtr<XmlElement>(new Counted("c")), reference);
+                  }));
+        EXPECT_EQ(reason, reasonOf<XmlEx::ExChildNotFound>([&] {
+                      a.replaceChild(ObjPtr<XmlElement>(new Counted("c")), reference);
+                  }));
+        EXPECT_EQ(reason, reasonOf<XmlEx::ExChildNotFound>([&] { a.removeChild(reference); }));
+    }
+    EXPECT_EQ(0, Counted::living);
+    EXPECT_EQ("a b grandchild ", namesOf(a.getElementsByTagName("*")));
+}
+
+TEST(XmlElement, ANullChildThrows)
+{
+    XmlElement a("a");
+    a.appendChild(element("b"));
+    EXPECT_THROW(a.appendChild(nullptr), RCEx::ExNullPtr);
+    EXPECT_THROW(a.insertBefore(nullptr, *a.getChildren()), RCEx::ExNullPtr);
+    EXPECT_THROW(a.replaceChild(nullptr, *a.getChildren()), RCEx::ExNullPtr);
+    EXPECT_EQ("b ", namesOf(a.getChildren()));
+}
+
+TEST(XmlElement, RemovedElementsAreDestroyedWithWhatIsBelowThem)
+{
+    ObjPtr<XmlElement> a(new Counted("a"));
+    ObjPtr<XmlElement> b(new Counted("b"));
+    b->appendChild(ObjPtr<XmlElement>(new Counted("c")));
+    b->appendChild(ObjPtr<XmlElement>(new Counted("d")));
+    a->appendChild(b);
+    EXPECT_TRUE(b.isNull()) << "the child is taken over";
+    a->appendChild(ObjPtr<XmlElement>(new Counted("e")));
+    EXPECT_EQ(5, Counted::living);
+    a->removeChild(*a->getChildren());
+    EXPECT_EQ(2, Counted::living);
+    a->replaceChild(ObjPtr<XmlElement>(new Counted("f")), *a->getChildren());
+    EXPECT_EQ(2, Counted::living);
+    a.reset();
+    EXPECT_EQ(0, Counted::living);
+}
+
+TEST(XmlElement, ChildrenAreWalkedInBothDirections)
+{
+    XmlElement a("a");
+    Iterator<UnownedObjPtr<XmlElement>> empty = a.getChildren();
+    EXPECT_TRUE(empty.atBegin());
+    EXPECT_THROW(++empty, IteratorEx::ExOutOfRange);
+    EXPECT_THROW(--empty, IteratorEx::ExOutOfRange);
+    EXPECT_THROW(*empty, IteratorEx::ExOutOfRange);
+
+    for (char const *name : {"b", "c", "d"})
+        a.appendChild(element(name));
+    Iterator<UnownedObjPtr<XmlElement>> i = a.getChildren();
+    EXPECT_TRUE(i.atBegin());
+    Iterator<UnownedObjPtr<XmlElement>> const first = i;
+    EXPECT_TRUE(first == i);
+    ++i;
+    EXPECT_FALSE(first == i);
+    EXPECT_EQ("b", bytesOf((*first)->getNodeName())) << "a copy keeps its place";
+    EXPECT_EQ("c", bytesOf((*i)->getNodeName()));
+    i.last();
+    EXPECT_EQ("d", bytesOf((*i)->getNodeName()));
+    ++i;
+    EXPECT_TRUE(i.atEnd());
+    EXPECT_THROW(++i, IteratorEx::ExOutOfRange);
+    EXPECT_THROW(*i, IteratorEx::ExOutOfRange);
+    --i;
+    EXPECT_EQ("d", bytesOf((*i)->getNodeName()));
+    --i;
+    --i;
+    EXPECT_TRUE(i == first);
+    EXPECT_THROW(--i, IteratorEx::ExOutOfRange);
+    i.end();
+    EXPECT_TRUE(i.atEnd());
+    i.first();
+    EXPECT_TRUE(i == first);
+
+    XmlElement other("other");
+    other.appendChild(element("b"));
+    EXPECT_FALSE(i == other.getChildren());
+    i.end();
+    Iterator<UnownedObjPtr<XmlElement>> otherEnd = other.getChildren();
+    otherEnd.end();
+    EXPECT_FALSE(i == otherEnd);
+    EXPECT_EQ(3, std::distance(a.getChildren(), i));
+}
+
+TEST(XmlElement, ElementsAreFoundByTheirTagDepthFirst)
+{
+    XmlDocument const document("<a><b><a/><c><b/></c></b><a><b/></a></a>");
+    EXPECT_EQ("a b a c b a b ", namesOf(document.getElementsByTagName("*")));
+    EXPECT_EQ(7u, document.getElementsByTagName("*").getCardinality());
+    EXPECT_EQ(document.getRoot(), *document.getElementsByTagName("*"));
+    EXPECT_EQ("a a a ", namesOf(document.getElementsByTagName("a")));
+    EXPECT_EQ("b b b ", namesOf(document.getRoot()->getElementsByTagName("b")));
+    EXPECT_TRUE(document.getElementsByTagName("d").atEnd());
+    UnownedObjPtr<XmlElement> const b = *document.getElementsByTagName("b");
+    EXPECT_EQ("b a c b ", namesOf(b->getElementsByTagName("*"))) << "not beyond the element";
+    EXPECT_TRUE(XmlDocument(false).getElementsByTagName("*").atEnd());
+    EXPECT_EQ(0u, XmlDocument(false).getElementsByTagName("*").getCardinality());
+}
+
+// Documents
+
+TEST(XmlDocument, AnEmptyOneHasNothingButItsDeclaration)
+{
+    XmlDocument document(true);
+    EXPECT_TRUE(document.getRoot().isNull());
+    EXPECT_TRUE(document.getDocumentType().isNull());
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n", textOf(document));
+    document.disableXmlDecl();
+    EXPECT_EQ("", textOf(document));
+    document.enableXmlDecl();
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n", textOf(document));
+    EXPECT_EQ("", textOf(XmlDocument(false)));
+}
+
+TEST(XmlDocument, IsReadFromAStreamAndFromATextAlike)
+{
+    char const text[] = "<?xml version='1.0'?><!DOCTYPE t><a b='&lt;1'>x<c/>y</a>";
+    std::istringstream stream(text);
+    std::istringstream streamForBuilder(text);
+    XmlDocumentBuilder builder;
+    XmlDocument const fromStream(stream);
+    XmlDocument const fromBuilder(streamForBuilder, builder);
+    XmlDocument const fromChars(text);
+    XmlDocument const fromString((LiString(text)));
+    EXPECT_EQ(&fromBuilder, builder.getDocument());
+    for (XmlDocument const *document : {&fromStream, &fromBuilder, &fromChars, &fromString}) {
+        EXPECT_EQ("t", bytesOf(document->getDocumentType()->getNodeName()));
+        EXPECT_EQ("a", bytesOf(document->getRoot()->getNodeName()));
+        EXPECT_EQ("<1", bytesOf(document->getRoot()->getAttribute("b")));
+        EXPECT_EQ("y", bytesOf(document->getRoot()->getData()));
+        EXPECT_EQ("<?xml version=\"1.0\"?>\n<!DOCTYPE a>\n<a b=\"&lt;1\" >\n<c />\n</a>\n",
+                  textOf(*document));
+    }
+}
+
+TEST(XmlDocument, HasNoDeclarationWhereItsTextHasNone)
+{
+    EXPECT_EQ("<!DOCTYPE a>\n<a />\n", textOf(XmlDocument("<a/>")));
+    EXPECT_FALSE(XmlDocument("<a/>").hasXmlDecl());
+    EXPECT_TRUE(XmlDocument("<a/>").getDocumentType().isNull());
+}
+
+TEST(XmlDocument, TakesRootAndTypeOver)
+{
+    XmlDocument document(false);
+    for (int turn = 0; turn < 2; ++turn) {
+        ObjPtr<XmlElement> root(new Counted("a"));
+        UnownedObjPtr<XmlElement> const address(root.get());
+        document.setRoot(root);
+        EXPECT_TRUE(root.isNull());
+        EXPECT_EQ(address, document.getRoot());
+        EXPECT_EQ(1, Counted::living);
+        ObjPtr<XmlDocumentType> type(new XmlDocumentType("t"));
+        document.setDocumentType(type);
+        EXPECT_TRUE(type.isNull());
+        EXPECT_EQ("t", bytesOf(document.getDocumentType()->getNodeName()));
+    }
+    ObjPtr<XmlElement> none;
+    document.setRoot(none);
+    EXPECT_TRUE(document.getRoot().isNull());
+    EXPECT_EQ(0, Counted::living);
+}
+
+TEST(XmlDocument, WhatIsWrittenIsReadAgain)
+{
+    std::string const text =
+        "<?xml version=\"1.0\"?>\n<!DOCTYPE a>\n<a x=\"&quot;&amp;&apos;&lt;&gt;\xFF\" >\n"
+        "<b />\n<c y=\"\" >\n<d />\n</c>\n</a>\n";
+    EXPECT_EQ(text, textOf(XmlDocument(text.c_str())));
+}
+
+TEST(XmlDocument, LosesTextsWhenItIsWritten)
+{
+    EXPECT_EQ("<!DOCTYPE a>\n<a >\n<b />\n</a>\n", textOf(XmlDocument("<a>x<b>y</b></a>")));
+}
+
+// The builder
+
+TEST(XmlDocumentBuilder, AnotherVersionIsNotSupported)
+{
+    for (char const *version : {"1.1", "1", "1.00", "2.0"})
+        EXPECT_EQ("XML version not supported.", reasonOf<XmlEx::ExXmlVersionNotSupported>([&] {
+                      XmlDocument(("<?xml version='" + std::string(version) + "'?><a/>").c_str());
+                  }));
+}
+
+TEST(XmlDocumentBuilder, TagsMatch)
+{
+    EXPECT_EQ("Syntax error.",
+              reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a><b></c></a>"); }));
+    EXPECT_EQ("Syntax error.", reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a></b>"); }));
+    EXPECT_EQ("Syntax error.",
+              reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a><b></a></b>"); }));
+    EXPECT_EQ("no failure", reasonOf([] { XmlDocument("<a><a></a></a>"); }));
+}
+
+TEST(XmlDocumentBuilder, ADoubleAttributeHasItsLaterValue)
+{
+    EXPECT_EQ("<!DOCTYPE a>\n<a x=\"2\" />\n", textOf(XmlDocument("<a x=\"1\" x=\"2\"/>")));
+}
+
+TEST(XmlDocumentBuilder, DataIsTheLastPieceOfText)
+{
+    auto const data = [](char const *text) {
+        return bytesOf(XmlDocument(text).getRoot()->getData());
+    };
+    EXPECT_EQ("y", data("<a>x&amp;y</a>"));
+    EXPECT_EQ("&", data("<a>x&amp;</a>"));
+    EXPECT_EQ("x", data("<a>x<b>z</b> </a>"));
+    EXPECT_EQ("<z>", data("<a>x<![CDATA[<z>]]></a>"));
+    EXPECT_EQ("x", data("<a><![CDATA[<z>]]>x</a>"));
+    EXPECT_EQ("", data("<a>x<![CDATA[]]></a>"));
+    EXPECT_EQ("", data("<a/>"));
+    EXPECT_EQ("y",
+              bytesOf((*XmlDocument("<a>x<b>y</b></a>").getElementsByTagName("b"))->getData()));
+}
+
+TEST(XmlDocumentBuilder, AttributesAndTextWithoutAnElementAreSyntaxErrors)
+{
+    XmlDocument document(false);
+    XmlDocumentBuilder builder;
+    builder.setDocument(&document);
+    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.pushAttribute("a", "b"); }));
+    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.notifyTextData("a"); }));
+    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.notifyCharacterData("a"); }));
+    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.notifyEmptyElementEnd(); }));
+    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.notifyClosingElement("a"); }));
+    EXPECT_TRUE(document.getRoot().isNull());
+}
+
+TEST(XmlDocumentBuilder, WithoutADocumentItThrows)
+{
+    XmlDocumentBuilder builder;
+    EXPECT_EQ(nullptr, builder.getDocument());
+    std::istringstream input("<a/>");
+    EXPECT_THROW(XmlParser::parse(builder, input), RCEx::ExNullPtr);
+}
+
+TEST(XmlDocumentBuilder, AFailedParseLeavesWhatWasAttachedBefore)
+{
+    XmlDocument document(false);
+    XmlDocumentBuilder builder;
+    builder.setDocument(&document);
+    std::istringstream input("<?xml version='1.0'?><!DOCTYPE t><a><b></b>&");
+    EXPECT_THROW(XmlParser::parse(builder, input), XmlEx::ExLexicalError);
+    EXPECT_TRUE(document.hasXmlDecl());
+    EXPECT_EQ("t", bytesOf(document.getDocumentType()->getNodeName()));
+    EXPECT_TRUE(document.getRoot().isNull());
+
+    XmlDocument second(false);
+    builder.setDocument(&second);
+    std::istringstream behindTheRoot("<a/><b/>");
+    EXPECT_THROW(XmlParser::parse(builder, behindTheRoot), XmlEx::ExSyntaxError);
+    EXPECT_EQ("a", bytesOf(second.getRoot()->getNodeName()));
+}
+
+TEST(XmlDocumentBuilder, ServesAgainAfterAFailure)
+{
+    XmlDocumentBuilder builder;
+    std::istringstream broken("<a><b><c x='1'>");
+    EXPECT_THROW(XmlDocument(broken, builder), XmlEx::ExSyntaxError);
+    for (int turn = 0; turn < 2; ++turn) {
+        std::istringstream whole("<d><e/></d>");
+        XmlDocument const document(whole, builder);
+        EXPECT_EQ("d e ", namesOf(document.getElementsByTagName("*")));
+    }
+}
+
+TEST(XmlDocumentBuilder, AClientMayLeaveElementsOut)
+{
+    struct WithoutTexts : XmlDocumentBuilder
+    {
+        void notifyTextData(LiString const &) override {}
+    } builder;
+    std::istringstream input("<a>x<![CDATA[y]]>z</a>");
+    EXPECT_EQ("y", bytesOf(XmlDocument(input, builder).getRoot()->getData()));
+}
+
+TEST(XmlDocumentBuilder, ADocumentLivesOnWithoutItsBuilderAndInAnotherThread)
+{
+    std::string text = "<r>";
+    for (int i = 0; i < 2000; ++i)
+        text += "<e a='" + std::to_string(i) + "'>" +
+                std::string(static_cast<std::size_t>(i), 'x') + "</e>";
+    std::istringstream input(text + "</r>");
+    ObjPtr<XmlDocumentBuilder> builder(new XmlDocumentBuilder);
+    ObjPtr<XmlDocument> document(new XmlDocument(input, *builder));
+    std::jthread destroys([&] { document.reset(); });
+    std::istringstream again("<a b='c'/>");
+    XmlDocument const other(again, *builder);
+    builder.reset();
+    EXPECT_EQ("c", bytesOf(other.getRoot()->getAttribute("b")));
+    destroys.join();
+}
+
+TEST(XmlDocument, ElementsOfATextMayBeChangedAndRemoved)
+{
+    XmlDocument document("<a x='1'><b y='2'>t</b><c/></a>");
+    XmlElement &root = *document.getRoot();
+    root.setAttribute("x", LiString("a longer value"));
+    root.setAttribute("z", 3);
+    root.removeChild(*root.getChildren());
+    root.appendChild(element("d"));
+    EXPECT_EQ("<!DOCTYPE a>\n<a x=\"a longer value\" z=\"3\" >\n<c />\n<d />\n</a>\n",
+              textOf(document));
+}
+
+// Depth
+
+TEST(XmlDocument, TheDeepestNestingFitsOnASmallStack)
+{
+    runOnSmallStack([] {
+        std::string const text = nested(2000);
+        XmlDocument const document(text.c_str());
+        EXPECT_EQ(2000u, document.getElementsByTagName("*").getCardinality());
+        std::ostringstream stream;
+        stream << document;
+        XmlDocument const again(stream.str().c_str());
+        EXPECT_EQ(2000u, again.getElementsByTagName("a").getCardinality());
+        EXPECT_THROW(XmlDocument(nested(2001).c_str()), XmlEx::ExSyntaxError);
+        EXPECT_THROW(XmlDocument(nested(2000).substr(0, 6000).c_str()), XmlEx::ExSyntaxError);
+    });
+}
+
+TEST(XmlDocument, NoTreeIsTooDeepForASmallStack)
+{
+    constexpr int LEVELS = 100000;
+    runOnSmallStack([] {
+        ObjPtr<XmlElement> root(element("a"));
+        for (int i = 1; i < LEVELS; ++i) {
+            ObjPtr<XmlElement> above(element("a"));
+            above->appendChild(root);
+            above->appendChild(element("b"));
+            root = above;
+        }
+        EXPECT_EQ(unsigned{2 * LEVELS - 1}, root->getElementsByTagName("*").getCardinality());
+        std::ostringstream stream;
+        XmlStreamer streamer(stream, false, LiString());
+        root->streamToOutput(streamer);
+        EXPECT_TRUE(stream.str().starts_with("<a >\n<a >\n"));
+        EXPECT_TRUE(stream.str().ends_with("<b />\n</a>\n<b />\n</a>\n"));
+    });
+}
+
+} // namespace
+} // namespace ZvTest

@@ -1,0 +1,299 @@
+#include "xmlTesting.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace ZvTest {
+namespace {
+
+// XmlParserProtocolSax
+
+class Sax : public XmlParserProtocolSax
+{
+public:
+    void startElement(LiString const &name, XmlAttributeList const &attributes) override
+    {
+        told += "start[" + bytesOf(name) + "] ";
+        for (int i = 0; i < attributes.getLength(); ++i)
+            told += bytesOf(attributes.getName(i)) + "=[" + bytesOf(attributes.getValue(i)) + "] ";
+    }
+    void endElement(LiString const &name) override { told += "end[" + bytesOf(name) + "] "; }
+    using XmlParserProtocolSax::reset;
+
+    std::string told;
+};
+
+std::string saxOf(std::string const &text)
+{
+    Sax sax;
+    std::istringstream input(text);
+    XmlParser::parse(sax, input);
+    return sax.told;
+}
+
+TEST(XmlParserProtocolSax, EachElementStartsAndEnds)
+{
+    EXPECT_EQ("start[a] end[a] ", saxOf("<a/>"));
+    EXPECT_EQ("start[a] end[a] ", saxOf("<a></a>"));
+    EXPECT_EQ("start[a] x=[1] y=[2] end[a] ", saxOf("<a x='1' y='2'/>"));
+    EXPECT_EQ("start[a] x=[1] end[a] ", saxOf("<a x='1'></a>"));
+    EXPECT_EQ("start[a] x=[1] x=[2] end[a] ", saxOf("<a x='1' x='2'/>")) << "both of a name";
+}
+
+TEST(XmlParserProtocolSax, EachElementHasItsOwnAttributes)
+{
+    EXPECT_EQ("start[a] x=[1] start[b] y=[2] start[c] z=[3] end[c] end[b] start[d] end[d] start[e] "
+              "w=[4] end[e] end[a] ",
+              saxOf("<a x='1'><b y='2'><c z='3'/></b><d/><e w='4'></e></a>"));
+}
+
+TEST(XmlParserProtocolSax, ElementsOfOneNameNest)
+{
+    EXPECT_EQ("start[a] x=[1] start[a] x=[2] start[a] end[a] end[a] end[a] ",
+              saxOf("<a x='1'><a x='2'><a/></a></a>"));
+    EXPECT_EQ("start[a] start[a] end[a] end[a] ", saxOf("<a><a></a></a>"));
+}
+
+TEST(XmlParserProtocolSax, DeclarationTypeAndTextsAreNotTold)
+{
+    EXPECT_EQ("start[a] end[a] ",
+              saxOf("<?xml version='7'?><!DOCTYPE t><a>x&amp;<![CDATA[y]]></a>"));
+}
+
+TEST(XmlParserProtocolSax, ClosingTagsAreNotCompared)
+{
+    EXPECT_EQ("end[b] ", saxOf("<a x='1'></b>"));
+    EXPECT_EQ("start[a] start[b] end[b] end[c] ", saxOf("<a><b/></c>"));
+}
+
+TEST(XmlParserProtocolSax, AnEmptyEndWithoutAnElementIsASyntaxError)
+{
+    Sax sax;
+    EXPECT_EQ("Syntax error.", reasonOf([&] { sax.notifyEmptyElementEnd(); }));
+}
+
+TEST(XmlParserProtocolSax, ForgetsAFailedParse)
+{
+    Sax sax;
+    std::istringstream broken("<a x='1'&");
+    EXPECT_THROW(XmlParser::parse(sax, broken), XmlEx::ExLexicalError);
+    sax.reset();
+    std::istringstream whole("<b/>");
+    XmlParser::parse(sax, whole);
+    EXPECT_EQ("start[b] end[b] ", sax.told);
+}
+
+// XmlReader
+
+/// An element that writes down what happens to it, and owns its children.
+class Item : public XmlTopElement
+{
+public:
+    Item(LiString const &tag, std::string &log) : _tag(tag), _log(log) { ++living; }
+    ~Item() noexcept(false) override { --living; }
+
+    XmlBaseElement *createElement(XmlReader &reader, LiString const &name,
+                                  XmlAttributeList const &attributes) override
+    {
+        _log += bytesOf(_tag) + " makes " + bytesOf(name) + "/" +
+                std::to_string(attributes.getLength()) + "; ";
+        if (name == "none")
+            return nullptr;
+        if (name == "refused")
+            refuse();
+        if (name == "inner") {
+            ObjPtr<XmlBaseElement> const inner(reader.buildElement("<r><s x='1'/></r>"));
+            EXPECT_EQ("r", bytesOf(inner->getTagName()));
+        }
+        _children.push_back(std::make_unique<Item>(name, _log));
+        return _children.back().get();
+    }
+    LiString getTagName() const override { return _tag; }
+    void performWrite(XmlWriter &writer) override
+    {
+        for (int i = 0; i < _attributes.getLength(); ++i)
+            writer.writeAttribute(_attributes.getName(i), _attributes.getValue(i));
+        for (auto const &child : _children)
+            writer.writeElement(*child);
+    }
+    void performRead(XmlAttributeList const &attributes) override
+    {
+        _attributes = attributes;
+        _log += bytesOf(_tag) + " reads " + std::to_string(attributes.getLength()) + "; ";
+    }
+    void performReadEnd() override { _log += bytesOf(_tag) + " ends; "; }
+
+    static inline int living = 0;
+
+private:
+    [[noreturn]] static void refuse()
+    {
+        throw XmlEx::ExSaxParsingError(__FILE__, __LINE__, "refused");
+    }
+
+    LiString _tag;
+    std::string &_log;
+    XmlAttributeList _attributes;
+    std::vector<std::unique_ptr<Item>> _children;
+};
+
+class RootBuilder : public XmlBaseElementBuilder
+{
+public:
+    XmlBaseElement *createElement(XmlReader &, LiString const &name,
+                                  XmlAttributeList const &attributes) override
+    {
+        log +=
+            "builder makes " + bytesOf(name) + "/" + std::to_string(attributes.getLength()) + "; ";
+        return name == "none" ? nullptr : new Item(name, log);
+    }
+    std::string log;
+};
+
+struct XmlReaderTest : testing::Test
+{
+    ~XmlReaderTest() override { EXPECT_EQ(0, Item::living); }
+
+    // Their destructors may throw, that of a test may not.
+    std::unique_ptr<RootBuilder> ownBuilder = std::make_unique<RootBuilder>();
+    std::unique_ptr<XmlReader> ownReader = std::make_unique<XmlReader>(*ownBuilder);
+    RootBuilder &builder = *ownBuilder;
+    XmlReader &reader = *ownReader;
+};
+
+TEST_F(XmlReaderTest, EachElementMakesItsChildren)
+{
+    EXPECT_EQ(&builder, &reader.getElementBuilder());
+    ObjPtr<XmlBaseElement> const root(reader.buildElement(
+        "<?xml version='1.0'?><!DOCTYPE t><a x='1'>t<b y='2' z='3'><c/></b><d/></a>"));
+    EXPECT_EQ(
+        "builder makes a/1; a reads 1; a makes b/2; b reads 2; b makes c/0; c reads 0; c ends; "
+        "b ends; a makes d/0; d reads 0; d ends; a ends; ",
+        builder.log);
+    EXPECT_EQ("a", bytesOf(root->getTagName()));
+    EXPECT_EQ(4, Item::living);
+}
+
+TEST_F(XmlReaderTest, ReadsStreamsAndFiles)
+{
+    std::istringstream input("<a/>");
+    EXPECT_FALSE(reader.buildElement(input).isNull());
+    std::string const name =
+        (std::filesystem::temp_directory_path() / ("reader" + std::to_string(::getpid()) + ".xml"))
+            .string();
+    std::ofstream(name) << "<fromFile/>";
+    EXPECT_EQ(
+        "fromFile",
+        bytesOf(ObjPtr<XmlBaseElement>(reader.buildElementFromFile(name.c_str()))->getTagName()));
+    std::remove(name.c_str());
+    EXPECT_EQ("Syntax error.",
+              reasonOf([&] { auto const a = reader.buildElementFromFile(name.c_str()); }))
+        << "a file that is not there is read as an empty one";
+}
+
+TEST_F(XmlReaderTest, AFailureDestroysWhatWasBuilt)
+{
+    EXPECT_THROW(auto const a = reader.buildElement("<a><b><c>"), XmlEx::ExSyntaxError);
+    EXPECT_EQ(0, Item::living);
+    EXPECT_THROW(auto const a = reader.buildElement("<a><refused/></a>"), XmlEx::ExSaxParsingError);
+    EXPECT_EQ(0, Item::living);
+    builder.log.clear();
+    EXPECT_FALSE(reader.buildElement("<d/>").isNull()) << "nothing is left behind";
+    EXPECT_EQ("builder makes d/0; d reads 0; d ends; ", builder.log);
+}
+
+TEST_F(XmlReaderTest, ANullElementThrows)
+{
+    EXPECT_THROW(auto const a = reader.buildElement("<none/>"), RCEx::ExNullPtr);
+    EXPECT_THROW(auto const a = reader.buildElement("<a><none/></a>"), RCEx::ExNullPtr);
+}
+
+TEST_F(XmlReaderTest, AnEndWithoutAStartIsASyntaxError)
+{
+    EXPECT_EQ("Syntax error.", reasonOf([&] { auto const a = reader.buildElement("<a></b>"); }));
+    EXPECT_EQ("Syntax error.", reasonOf([&] { reader.endElement("a"); }));
+    EXPECT_EQ("Syntax error.",
+              reasonOf([&] { auto const a = reader.buildElement("<a><b></c></a>"); }));
+}
+
+TEST_F(XmlReaderTest, TheResultIsTheLastRoot)
+{
+    // The first closing tag has another name, and ends the root; what comes then is a root again.
+    ObjPtr<XmlBaseElement> const root(reader.buildElement("<a><b></c><d/></a>"));
+    EXPECT_EQ("builder makes a/0; a reads 0; a ends; builder makes b/0; b reads 0; b makes d/0; d "
+              "reads 0; d ends; b ends; ",
+              builder.log);
+    EXPECT_EQ("b", bytesOf(root->getTagName()));
+    EXPECT_EQ(2, Item::living);
+}
+
+TEST_F(XmlReaderTest, AnElementMayBuildFromAnotherTextWithTheSameReader)
+{
+    ObjPtr<XmlBaseElement> const root(reader.buildElement("<a><inner y='2'><b/></inner></a>"));
+    EXPECT_EQ(
+        "builder makes a/0; a reads 0; a makes inner/1; builder makes r/0; r reads 0; r makes "
+        "s/1; s reads 1; s ends; r ends; inner reads 1; inner makes b/0; b reads 0; b ends; "
+        "inner ends; a ends; ",
+        builder.log);
+}
+
+TEST_F(XmlReaderTest, ServesSeveralThreads)
+{
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([this] {
+            for (int turn = 0; turn < 20; ++turn)
+                EXPECT_FALSE(reader.buildElement("<a x='1'><b><c/></b></a>").isNull());
+        });
+}
+
+TEST_F(XmlReaderTest, WhatAWriterWritesIsReadAgain)
+{
+    XmlWriter writer;
+    ObjPtr<XmlBaseElement> const root(reader.buildElement("<a x='1'><b y='2' z='3'/></a>"));
+    LiString const text(writer.toXmlDocument(dynamic_cast<XmlTopElement &>(*root)));
+    ObjPtr<XmlBaseElement> const again(reader.buildElement(text));
+    EXPECT_EQ(bytesOf(text), bytesOf(writer.toXmlDocument(dynamic_cast<XmlTopElement &>(*again))));
+}
+
+TEST_F(XmlReaderTest, TheDeepestNestingFitsOnASmallStack)
+{
+    struct Flat : XmlBaseElement
+    {
+        XmlBaseElement *createElement(XmlReader &, LiString const &,
+                                      XmlAttributeList const &) override
+        {
+            ++made;
+            return this;
+        }
+        LiString getTagName() const override { return "a"; }
+        void performWrite(XmlWriter &) override {}
+        void performRead(XmlAttributeList const &) override {}
+        void performReadEnd() override { ++ended; }
+        int made = 1;
+        int ended = 0;
+    };
+    struct FlatBuilder : XmlBaseElementBuilder
+    {
+        XmlBaseElement *createElement(XmlReader &, LiString const &,
+                                      XmlAttributeList const &) override
+        {
+            return new Flat;
+        }
+    };
+    runOnSmallStack([] {
+        FlatBuilder flatBuilder;
+        XmlReader flatReader(flatBuilder);
+        ObjPtr<XmlBaseElement> const root(flatReader.buildElement(nested(2000).c_str()));
+        EXPECT_EQ(2000, dynamic_cast<Flat &>(*root).made);
+        EXPECT_EQ(2000, dynamic_cast<Flat &>(*root).ended);
+    });
+}
+
+} // namespace
+} // namespace ZvTest
