@@ -7,16 +7,23 @@ namespace {
 
 thread_local std::size_t nbAllocations = 0;
 thread_local long nbStillGood = -1; // negative: all
+thread_local ZvTest::Allocations failing = ZvTest::Allocations::ALL;
 std::atomic<bool> isPoor = false;
 
-void *allocate(std::size_t size)
+void *allocate(std::size_t size, ZvTest::Allocations kind) noexcept
 {
     if (nbAllocations == 0 && isPoor)
-        throw std::bad_alloc();
+        return nullptr;
     ++nbAllocations;
-    if (nbStillGood >= 0 && nbStillGood-- == 0)
-        throw std::bad_alloc();
-    if (void * const memory = std::malloc(size ? size : 1))
+    bool const mayFail = failing == ZvTest::Allocations::ALL || failing == kind;
+    if (mayFail && nbStillGood >= 0 && nbStillGood-- == 0)
+        return nullptr;
+    return std::malloc(size ? size : 1);
+}
+
+void *allocateOrThrow(std::size_t size)
+{
+    if (void * const memory = allocate(size, ZvTest::Allocations::THROWING))
         return memory;
     throw std::bad_alloc();
 }
@@ -25,12 +32,17 @@ void *allocate(std::size_t size)
 
 void *operator new(std::size_t size)
 {
-    return allocate(size);
+    return allocateOrThrow(size);
 }
 
 void *operator new[](std::size_t size)
 {
-    return allocate(size);
+    return allocateOrThrow(size);
+}
+
+void *operator new[](std::size_t size, std::nothrow_t const &) noexcept
+{
+    return allocate(size, ZvTest::Allocations::ANSWERING_NULL);
 }
 
 void operator delete(void *memory) noexcept
@@ -72,8 +84,9 @@ NewThreadsHaveNoMemory::~NewThreadsHaveNoMemory()
     isPoor = false;
 }
 
-FailingAllocation::FailingAllocation(long nbGood)
+FailingAllocation::FailingAllocation(long nbGood, Allocations kind)
 {
+    failing = kind;
     nbStillGood = nbGood;
 }
 

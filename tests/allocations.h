@@ -17,11 +17,20 @@ private:
     std::size_t _start;
 };
 
-/// While it lives, that many allocations of the calling thread succeed, and the one after them fails.
+/// What tells of a failure: an exception, or null.
+enum class Allocations
+{
+    ALL,
+    THROWING,
+    ANSWERING_NULL, // arrays
+};
+
+/// While it lives, that many allocations of the calling thread succeed, and the one after them fails. Those of another
+/// kind succeed and do not count.
 class FailingAllocation
 {
 public:
-    explicit FailingAllocation(long nbGood);
+    explicit FailingAllocation(long nbGood, Allocations kind = Allocations::ALL);
     ~FailingAllocation();
     bool hasFailed() const;
     FailingAllocation(FailingAllocation const &) = delete;
@@ -41,11 +50,12 @@ public:
 /// Calls `function` with the first allocation failing, then the second and so on, until none fails. Returns the number
 /// of failures. `afterwards` is called after each failure.
 template <class Function, class Afterwards>
-int failEachAllocation(Function function, Afterwards afterwards)
+int failEachAllocation(Function function, Afterwards afterwards,
+                       Allocations kind = Allocations::ALL)
 {
     for (int turn = 0;; ++turn) {
         {
-            FailingAllocation const failing(turn);
+            FailingAllocation const failing(turn, kind);
             try {
                 function();
             } catch (std::bad_alloc &) {

@@ -5,12 +5,11 @@
 #include "resmgt/smartPtrs/rcProxy.h"
 #include "resmgt/xml/xmlBlocks.private.h"
 #include "resmgt/xml/xmlEx.h"
+#include "resmgt/xml/xmlPiece.private.h"
 #include "zvbase/containers.h"
 #include "zvbase/failures.h"
 
 #include <cstdlib>
-#include <deque>
-#include <new>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -31,54 +30,6 @@ LiString format(X value)
     stream << value;
     return LiString(stream);
 }
-
-/// The guards of the elements that are being written, the innermost last. They go in the reverse order, and what the
-/// stream throws then passes through.
-class OpenGuards
-{
-public:
-    using Guard = XmlStreamer::ElementGuard;
-
-    OpenGuards() = default;
-    OpenGuards(OpenGuards const &) = delete;
-    OpenGuards &operator=(OpenGuards const &) = delete;
-    ~OpenGuards() noexcept(false)
-    {
-        while (!_guards.empty())
-            close();
-    }
-
-    Guard &open(Guard &parent, LiString const &name)
-    {
-        Guard &around = _guards.empty() ? parent : *innermost();
-        _guards.emplace_back();
-        try {
-            return *::new (static_cast<void *>(_guards.back().memory)) Guard(around, name);
-        } catch (...) {
-            _guards.pop_back();
-            throw;
-        }
-    }
-    void close()
-    {
-        struct Pop
-        {
-            std::deque<Room> &guards;
-            ~Pop() { guards.pop_back(); }
-        } const pop{_guards};
-        innermost()->~Guard();
-    }
-
-private:
-    struct Room
-    {
-        alignas(Guard) std::byte memory[sizeof(Guard)];
-    };
-
-    Guard *innermost() { return std::launder(reinterpret_cast<Guard *>(_guards.back().memory)); }
-
-    std::deque<Room> _guards; // which stay where they are
-};
 
 } // namespace
 
@@ -358,35 +309,30 @@ void XmlElement::removeChild(UnownedObjPtr<XmlElement> reference)
     delete &former;
 }
 
+// What nested guards would write, in large pieces and without a call for each level.
 void XmlElement::streamToOutput(XmlStreamer &streamer) const
 {
-    XmlStreamer::ElementGuard guard(streamer, name());
-    streamAttributes(guard);
-    streamChildren(guard);
-}
-
-void XmlElement::streamAttributes(XmlStreamer::ElementGuard &guard) const
-{
-    for (XmlAttribute const *attribute = _firstAttribute; attribute; attribute = attribute->_next)
-        attribute->streamToOutput(guard);
-}
-
-void XmlElement::streamChildren(XmlStreamer::ElementGuard &guard) const
-{
-    OpenGuards guards;
-    for (XmlElement const *element = _firstChild; element;) {
-        element->streamAttributes(guards.open(guard, element->name()));
+    XmlStreamer::NodeGuard &document = streamer.getDocument();
+    document.setContent();
+    using Output = XmlPiece<4096>;
+    Output output(document.getOutput());
+    for (XmlElement const *element = this; element;) {
+        output.addStart(element->name());
+        for (XmlAttribute const *a = element->_firstAttribute; a; a = a->_next)
+            output.addAttribute(Output::bytesOf(a->name()), a->_value.getChars());
         if (element->_firstChild) {
+            output.addContent();
             element = element->_firstChild;
             continue;
         }
-        guards.close();
-        while (!element->_next && element->_parent != this) {
+        output.addEmptyEnd();
+        while (element != this && !element->_next) {
             element = element->_parent;
-            guards.close();
+            output.addEnd(element->name());
         }
-        element = element->_next;
+        element = element == this ? nullptr : element->_next;
     }
+    output.write();
 }
 
 } // namespace Zv

@@ -76,9 +76,6 @@ private:
     friend class XmlElementChildren;
     class AttributeIndex;
 
-    void streamChildren(XmlStreamer::ElementGuard &guard) const;
-    void streamAttributes(XmlStreamer::ElementGuard &guard) const;
-
     void setAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks);
     /// The attribute, or null.
     XmlAttribute *findAttribute(LiString const &name) const;

@@ -1,94 +1,23 @@
 #include "resmgt/xml/xmlStreamer.h"
 
 #include "resmgt/xml/xmlEx.h"
+#include "resmgt/xml/xmlPiece.private.h"
 #include "zvbase/failures.h"
 
-#include <array>
-#include <cstring>
 #include <exception>
 #include <ostream>
+#include <string_view>
+#include <utility>
 
 namespace Zv {
 
 namespace {
 
-/// A few bytes on their way to the stream, which gets them in one call.
-class Piece
+using Piece = XmlPiece<256>;
+
+std::string_view orEmpty(char const *text)
 {
-public:
-    explicit Piece(std::ostream &stream) : _stream(stream) {}
-
-    void add(char const *bytes, std::size_t count)
-    {
-        if (count > _bytes.size() - _used) {
-            write();
-            if (count > _bytes.size()) {
-                _stream.write(bytes, static_cast<std::streamsize>(count));
-                return;
-            }
-        }
-        std::memcpy(_bytes.data() + _used, bytes, count);
-        _used += count;
-    }
-    template <std::size_t N>
-    void add(char const (&text)[N])
-    {
-        add(text, N - 1);
-    }
-    void add(LiString const &text) { add(text.getChars(), std::strlen(text.getChars())); }
-    void write()
-    {
-        if (_used != 0)
-            _stream.write(_bytes.data(), static_cast<std::streamsize>(_used));
-        _used = 0;
-    }
-
-private:
-    std::ostream &_stream;
-    std::size_t _used = 0;
-    std::array<char, 256> _bytes{};
-};
-
-constexpr bool isSpecial(char c)
-{
-    return c == '"' || c == '&' || c == '\'' || c == '<' || c == '>' || c == '\0';
-}
-
-constexpr auto SPECIAL = [] {
-    std::array<bool, 256> table{};
-    for (int c = 0; c < 256; ++c)
-        table[static_cast<std::size_t>(c)] = isSpecial(static_cast<char>(c));
-    return table;
-}();
-
-void addEscaped(Piece &piece, char const *text)
-{
-    for (;;) {
-        char const *end = text;
-        while (!SPECIAL[static_cast<unsigned char>(*end)])
-            ++end;
-        piece.add(text, static_cast<std::size_t>(end - text));
-        switch (*end) {
-        case '"':
-            piece.add("&quot;");
-            break;
-        case '&':
-            piece.add("&amp;");
-            break;
-        case '\'':
-            piece.add("&apos;");
-            break;
-        case '<':
-            piece.add("&lt;");
-            break;
-        case '>':
-            piece.add("&gt;");
-            break;
-        default:
-            return;
-        }
-        text = end + 1;
-    }
+    return text ? text : "";
 }
 
 } // namespace
@@ -114,7 +43,7 @@ XmlStreamer::XmlStreamer(std::ostream &output, bool writeDeclaration, LiString c
         prolog.add("<?xml version=\"1.0\"?>\n");
     if (!documentType.isEmpty()) {
         prolog.add("<!DOCTYPE ");
-        prolog.add(documentType);
+        prolog.add(Piece::bytesOf(documentType));
         prolog.add(">\n");
     }
     prolog.write();
@@ -148,9 +77,7 @@ XmlStreamer::ElementGuard::ElementGuard(NodeGuard &parent, LiString const &name,
 {
     parent.setContent();
     Piece start(output);
-    start.add("<");
-    start.add(_name);
-    start.add(" ");
+    start.addStart(_name);
     start.write();
 }
 
@@ -167,13 +94,10 @@ XmlStreamer::ElementGuard::~ElementGuard() noexcept(false)
 void XmlStreamer::ElementGuard::close()
 {
     Piece end(getOutput());
-    if (hasContent()) {
-        end.add("</");
-        end.add(_name);
-        end.add(">\n");
-    } else {
-        end.add("/>\n");
-    }
+    if (hasContent())
+        end.addEnd(_name);
+    else
+        end.addEmptyEnd();
     end.write();
 }
 
@@ -193,9 +117,7 @@ std::ostream &XmlStreamer::ElementGuard::addAttribute(char const *name)
 {
     checkAttributesMayCome();
     Piece start(getOutput());
-    if (name)
-        start.add(name, std::strlen(name));
-    start.add("=\"");
+    start.addStartOfAttribute(orEmpty(name));
     start.write();
     return getOutput();
 }
@@ -204,11 +126,7 @@ void XmlStreamer::ElementGuard::addAttribute(char const *name, char const *value
 {
     checkAttributesMayCome();
     Piece attribute(getOutput());
-    if (name)
-        attribute.add(name, std::strlen(name));
-    attribute.add("=\"");
-    addEscaped(attribute, value ? value : "");
-    attribute.add("\" ");
+    attribute.addAttribute(orEmpty(name), value ? value : "");
     attribute.write();
 }
 
@@ -225,8 +143,8 @@ void XmlStreamer::ElementGuard::addAttribute(char const *name, double value)
 void XmlStreamer::ElementGuard::addTextData(char const *text)
 {
     setContent();
-    if (text)
-        getOutput().write(text, static_cast<std::streamsize>(std::strlen(text)));
+    std::string_view const bytes = orEmpty(text);
+    getOutput().write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 void XmlStreamer::ElementGuard::addCharacterData(char const *text)
@@ -234,8 +152,7 @@ void XmlStreamer::ElementGuard::addCharacterData(char const *text)
     setContent();
     Piece section(getOutput());
     section.add("<![CDATA[");
-    if (text)
-        section.add(text, std::strlen(text));
+    section.add(orEmpty(text));
     section.add("]]");
     section.write();
 }
