@@ -86,7 +86,7 @@ std::uint64_t PeriodicTimerImp::getBeats(double elapsed) const
 {
     auto beats = static_cast<std::uint64_t>(std::max(elapsed / _interval, 0.0));
     // The quotient is rounded: the products decide.
-    while (static_cast<double>(beats) * _interval > elapsed)
+    while (beats > 0 && static_cast<double>(beats) * _interval > elapsed)
         --beats;
     while (static_cast<double>(beats + 1) * _interval <= elapsed)
         ++beats;

@@ -1,9 +1,11 @@
 #include "resmgt/literals/liTimeCode.h"
 
-#include <charconv>
+#include "zvbase/objPtr.h"
+
+#include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <limits>
-#include <string>
 
 namespace Zv {
 
@@ -20,15 +22,23 @@ static_assert(FRAMES_PER_SHORT_MINUTE == 1798);
 static_assert(FRAMES_PER_TEN_MINUTES == 17982);
 static_assert(DROP_FRAMES_PER_24H == 2589408);
 
+constexpr int LONGEST_NUMBER = std::numeric_limits<DtTimeIndex>::digits10 + 2; // with its sign
+
+/// Writes a number in front of a text, and returns where the text begins then.
 // No stream: its digits would be grouped where the program has chosen a locale that does so.
-void append(std::string &text, DtTimeIndex number, int width, char fill)
+char *prepend(char * const text, DtTimeIndex number, int width, char fill)
 {
-    char digits[std::numeric_limits<DtTimeIndex>::digits10 + 2];
-    std::size_t const length = static_cast<std::size_t>(
-        std::to_chars(digits, digits + sizeof digits, number).ptr - digits);
-    if (width > 0 && static_cast<std::size_t>(width) > length)
-        text.append(static_cast<std::size_t>(width) - length, fill);
-    text.append(digits, length);
+    char *first = text;
+    DtTimeIndex rest = number;
+    do {
+        *--first = static_cast<char>('0' + std::abs(rest % 10));
+        rest /= 10;
+    } while (rest != 0);
+    if (number < 0)
+        *--first = '-';
+    while (text - first < width)
+        *--first = fill;
+    return first;
 }
 
 } // namespace
@@ -75,15 +85,19 @@ LiString LiTimeCode::getGenericTimecode(DtTimeIndex const &frame, char sep1, cha
     DtTimeIndex const perSecond = _framesPerTCSecond;
     DtTimeIndex const perMinute = perSecond * 60;
     DtTimeIndex const perHour = perSecond * 3600;
-    std::string text;
-    append(text, frame / perHour, width, fill);
-    text += sep1;
-    append(text, frame % perHour / perMinute, width, fill);
-    text += sep2;
-    append(text, frame % perMinute / perSecond, width, fill);
-    text += sep3;
-    append(text, frame % perSecond, width, fill);
-    return LiString(text.c_str());
+    std::size_t const size = 4 * static_cast<std::size_t>(std::max(width, LONGEST_NUMBER)) + 4;
+    char local[4 * LONGEST_NUMBER + 4];
+    ArrayPtr<char> const wide(size > sizeof local ? new char[size] : nullptr);
+    char *text = (wide ? wide.get() : local) + size;
+    *--text = '\0';
+    text = prepend(text, frame % perSecond, width, fill);
+    *--text = sep3;
+    text = prepend(text, frame % perMinute / perSecond, width, fill);
+    *--text = sep2;
+    text = prepend(text, frame % perHour / perMinute, width, fill);
+    *--text = sep1;
+    text = prepend(text, frame / perHour, width, fill);
+    return LiString(text);
 }
 
 // ---- LiTimeCodeNtscNd

@@ -1,0 +1,222 @@
+// Hours of beats on a clock that passes as soon as somebody waits.
+
+#include "platform/services.h"
+#include "resmgt/syncEngine/seSourceClock.h"
+#include "zvbase/periodicTimer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+
+namespace Zv {
+namespace {
+
+/// The clock of the calling thread, in nanoseconds. A wait for a timer takes as long as the timer was set to, or what
+/// the test makes of that.
+class VirtualClock
+{
+public:
+    VirtualClock() { current = this; }
+    ~VirtualClock() { current = nullptr; }
+    VirtualClock(VirtualClock const &) = delete;
+    VirtualClock &operator=(VirtualClock const &) = delete;
+
+    static thread_local VirtualClock *current;
+
+    LONGLONG now = START;
+    LONGLONG due = 0;
+    int nbWaits = 0;
+    std::function<LONGLONG(LONGLONG)> sleep = [](LONGLONG duration) { return duration; };
+
+    static constexpr LONGLONG START = 12'345'678'901;
+};
+
+thread_local VirtualClock *VirtualClock::current = nullptr;
+
+} // namespace
+} // namespace Zv
+
+using Zv::VirtualClock;
+
+#define ZV_WRAP(name) __asm__("__wrap_" name)
+#define ZV_REAL(name) __asm__("__real_" name)
+
+BOOL realReadClock(LARGE_INTEGER *)
+    ZV_REAL("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
+BOOL wrapReadClock(LARGE_INTEGER *)
+    ZV_WRAP("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
+BOOL wrapReadClock(LARGE_INTEGER *now)
+{
+    if (!VirtualClock::current)
+        return realReadClock(now);
+    now->QuadPart = VirtualClock::current->now;
+    return TRUE;
+}
+
+BOOL realSetTimer(HANDLE, LARGE_INTEGER const *, LONG, void *, void *, BOOL)
+    ZV_REAL("_ZN10ZvPlatform16SetWaitableTimerEPvPKNS_13LARGE_INTEGEREiS0_S0_i");
+BOOL wrapSetTimer(HANDLE, LARGE_INTEGER const *, LONG, void *, void *, BOOL)
+    ZV_WRAP("_ZN10ZvPlatform16SetWaitableTimerEPvPKNS_13LARGE_INTEGEREiS0_S0_i");
+BOOL wrapSetTimer(HANDLE timer, LARGE_INTEGER const *dueTime, LONG period, void *routine,
+                  void *argument, BOOL resume)
+{
+    if (!VirtualClock::current)
+        return realSetTimer(timer, dueTime, period, routine, argument, resume);
+    EXPECT_LT(dueTime->QuadPart, 0);
+    VirtualClock::current->due = -dueTime->QuadPart * 100;
+    return TRUE;
+}
+
+DWORD realWait(HANDLE, DWORD) ZV_REAL("_ZN10ZvPlatform19WaitForSingleObjectEPvj");
+DWORD wrapWait(HANDLE, DWORD) ZV_WRAP("_ZN10ZvPlatform19WaitForSingleObjectEPvj");
+DWORD wrapWait(HANDLE object, DWORD milliseconds)
+{
+    VirtualClock * const clock = VirtualClock::current;
+    if (!clock || clock->due == 0)
+        return realWait(object, milliseconds);
+    ++clock->nbWaits;
+    clock->now += clock->sleep(clock->due);
+    clock->due = 0;
+    return WAIT_OBJECT_0;
+}
+
+namespace Zv {
+namespace {
+
+class VirtualBeats : public testing::Test
+{
+protected:
+    double getElapsed() const
+    {
+        return static_cast<double>(_clock.now - VirtualClock::START) / 1e9;
+    }
+    bool isIn(std::uint32_t beat) const
+    {
+        double const elapsed = getElapsed();
+        return beat * 0.01 <= elapsed && elapsed < (beat + 1) * 0.01;
+    }
+    /// Within the unit that timers of the system are set in.
+    bool isAt(std::uint32_t beat) const
+    {
+        return isIn(beat) && getElapsed() < beat * 0.01 + 1.1e-7;
+    }
+    ObjPtr<PeriodicTimer> make(double interval)
+    {
+        ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(interval));
+        EXPECT_EQ(VirtualClock::START, _clock.now);
+        return timer;
+    }
+
+    static constexpr std::uint32_t TEN_HOURS = 3'600'000; // of beats, each hundredth of a second
+
+    VirtualClock _clock;
+};
+
+TEST_F(VirtualBeats, TenHoursOfBeatsInTimeNoneEarlyNoneLost)
+{
+    ObjPtr<PeriodicTimer> const timer(make(0.01));
+    for (std::uint32_t beat = 1; beat <= TEN_HOURS; ++beat) {
+        std::uint32_t const count = static_cast<std::uint32_t>(timer->wait());
+        ASSERT_TRUE(count == beat && isAt(beat)) << beat;
+    }
+    EXPECT_NEAR(36000.0, getElapsed(), 1e-6);
+    EXPECT_EQ(static_cast<int>(TEN_HOURS), _clock.nbWaits);
+}
+
+TEST_F(VirtualBeats, TenHoursOfTheSourceClock)
+{
+    SeSourceClock &source = SeSourceClock::getInstance();
+    source.setInterval(SeSourceClock::getDefaultInterval());
+    source.start();
+    LONGLONG const start = _clock.now;
+    for (std::uint32_t beat = 1; beat <= TEN_HOURS; ++beat)
+        ASSERT_EQ(beat, source.waitSync());
+    EXPECT_NEAR(36000.0, static_cast<double>(_clock.now - start) / 1e9, 1e-6);
+    source.stop();
+}
+
+TEST_F(VirtualBeats, TenHoursOfBeatsThatAreTakenLateStayOnTheGrid)
+{
+    ObjPtr<PeriodicTimer> const timer(make(0.01));
+    std::uint32_t random = 1;
+    _clock.sleep = [&](LONGLONG duration) {
+        random = random * 1664525 + 1013904223;
+        return duration + random % 37 * 1'000'000; // up to three beats and a half too long
+    };
+    std::uint32_t last = 0;
+    while (last < TEN_HOURS) {
+        std::uint32_t const count = static_cast<std::uint32_t>(timer->wait());
+        ASSERT_TRUE(last < count && count <= last + 4 && isIn(count)) << last;
+        last = count;
+    }
+}
+
+TEST_F(VirtualBeats, ATimerThatFiresEarlyBringsNoBeatEarly)
+{
+    ObjPtr<PeriodicTimer> const timer(make(0.01));
+    std::uint32_t random = 1;
+    _clock.sleep = [&](LONGLONG duration) {
+        random = random * 1664525 + 1013904223;
+        return duration - duration * (random % 3) / 2; // at once, half-way, or in time
+    };
+    for (std::uint32_t beat = 1; beat <= 100'000; ++beat) {
+        ASSERT_EQ(beat, timer->wait());
+        ASSERT_TRUE(isAt(beat)) << beat;
+    }
+    EXPECT_GT(_clock.nbWaits, 150'000);
+}
+
+TEST_F(VirtualBeats, RoundedQuotientsShiftNoBeat)
+{
+    // 0.35 divided by 0.01 gives 35, though 35 times 0.01 is more than 0.35.
+    ObjPtr<PeriodicTimer> const timer(make(0.01));
+    _clock.now = VirtualClock::START + 350'000'000;
+    EXPECT_EQ(34U, timer->getCurrentCount());
+    EXPECT_GT(timer->getTimeToNextBeat(), 0.0);
+    EXPECT_LT(timer->getTimeToNextBeat(), 1e-9);
+    _clock.now += 1;
+    EXPECT_EQ(35U, timer->getCurrentCount());
+    // 0.29 divided by 0.01 gives less than 29, though 29 times 0.01 is 0.29.
+    _clock.now = VirtualClock::START + 290'000'000;
+    EXPECT_EQ(29U, timer->getCurrentCount());
+    EXPECT_GT(timer->getTimeToNextBeat(), 0.009);
+    _clock.now -= 1;
+    EXPECT_EQ(28U, timer->getCurrentCount());
+}
+
+TEST_F(VirtualBeats, AClockThatIsSetBackBringsNoBeat)
+{
+    ObjPtr<PeriodicTimer> const timer(make(0.01));
+    _clock.now -= 25'000'000;
+    EXPECT_EQ(0U, timer->getCurrentCount());
+    EXPECT_EQ(1U, timer->wait());
+    EXPECT_NEAR(0.01, getElapsed(), 1e-6);
+}
+
+TEST_F(VirtualBeats, EveryTickAroundEveryBeatIsOnItsSide)
+{
+    int nbQuotientsTooHigh = 0;
+    int nbQuotientsTooLow = 0;
+    for (double const interval : {0.01, 0.02, 0.04, 1001 / 30000.0, 0.0107, 0.001}) {
+        ObjPtr<PeriodicTimer> const timer(make(interval));
+        for (std::uint32_t beat = 1; beat < TEN_HOURS; beat += 11) {
+            LONGLONG const tick = static_cast<LONGLONG>(beat * interval * 1e9);
+            for (LONGLONG const offset : {-1, 0, 1}) {
+                _clock.now = VirtualClock::START + tick + offset;
+                std::uint32_t const expected = beat * interval <= getElapsed() ? beat : beat - 1;
+                ASSERT_TRUE(timer->getCurrentCount() == expected) << interval << ' ' << beat;
+                std::uint32_t const quotient = static_cast<std::uint32_t>(getElapsed() / interval);
+                nbQuotientsTooHigh += quotient > expected;
+                nbQuotientsTooLow += quotient < expected;
+            }
+        }
+        _clock.now = VirtualClock::START;
+    }
+    // The quotient alone would have been wrong both ways.
+    EXPECT_GT(nbQuotientsTooHigh, 0);
+    EXPECT_GT(nbQuotientsTooLow, 0);
+}
+
+} // namespace
+} // namespace Zv
