@@ -2,6 +2,7 @@
 #pragma once
 
 #include "resmgt/memoryBuffers/mbAlignment.h"
+#include "resmgt/memoryBuffers/mbArenaManager.h"
 #include "resmgt/memoryBuffers/mbBuffer.h"
 #include "resmgt/memoryBuffers/mbBufferFactory.h"
 #include "resmgt/memoryBuffers/mbBufferGuard.h"

@@ -4,6 +4,7 @@
 #include "resmgt/containers.h"
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
+#include "resmgt/dynamicAllocation.h"
 #include "resmgt/literals.h"
 #include "resmgt/locks.h"
 #include "resmgt/memoryBuffers.h"

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 #include <semaphore>
@@ -114,11 +115,16 @@ public:
     }
     ~Walk()
     {
-        for (int i = 0; i < WORKERS; ++i)
-            while (_workers[i]->status == Status::IN_PROTOCOL) {
-                _workers[i]->send(Worker::RETURN);
-                rest();
-            }
+        // Who returns may wake another one, which calls the protocol then.
+        auto const isInProtocol = [](auto const &worker) {
+            return worker->status == Status::IN_PROTOCOL;
+        };
+        for (auto worker = _workers.begin();
+             (worker = std::find_if(_workers.begin(), _workers.end(), isInProtocol)) !=
+             _workers.end();) {
+            (*worker)->send(Worker::RETURN);
+            rest();
+        }
         {
             LkGuard<LkMutex const> const guard(_scene.probe.mutex());
             _scene.probe.setState(stateOf(false, "Destroyed"));

@@ -1,0 +1,7 @@
+// Arena pools and the allocators below them.
+#pragma once
+
+#include "resmgt/dynamicAllocation/daArenaAllocator.h"
+#include "resmgt/dynamicAllocation/daArenaPool.h"
+#include "resmgt/dynamicAllocation/daMallocAllocator.h"
+#include "resmgt/dynamicAllocation/daMemoryMapAllocator.h"

@@ -1,0 +1,8 @@
+#include "resmgt/dynamicAllocation/daArenaAllocator.h"
+
+namespace Zv {
+
+DaArenaAllocator::DaArenaAllocator() = default;
+DaArenaAllocator::~DaArenaAllocator() noexcept(false) = default;
+
+} // namespace Zv

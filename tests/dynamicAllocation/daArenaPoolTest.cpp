@@ -1,0 +1,348 @@
+#include "resmgt/dynamicAllocation.h"
+#include "resmgt/dynamicAllocation/daFirstFitArena.private.h"
+#include "zvbase/exSysError.h"
+#include "zvbase/failures.h"
+#include "zvbase/objPtr.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Zv;
+
+constexpr std::uint64_t BASE = 0x10000;
+
+std::string freeBlocks(DaFirstFitArena const &arena)
+{
+    std::ostringstream text;
+    arena.dump(text);
+    return text.str();
+}
+
+template <class Function>
+std::string assertionOf(Function function)
+{
+    try {
+        function();
+    } catch (AssertionFailed const &failure) {
+        return failure.getExpression();
+    }
+    return "no assertion failed";
+}
+
+TEST(DaFirstFitArena, OneByteTakesEight)
+{
+    DaFirstFitArena arena(BASE, 64);
+    EXPECT_EQ(BASE, arena.allocate(1, 0));
+    EXPECT_EQ(BASE + 8, arena.allocate(8, 0));
+    EXPECT_EQ(BASE + 16, arena.allocate(9, 0));
+    EXPECT_EQ("  free block map:\n          32        32\n", freeBlocks(arena));
+}
+
+TEST(DaFirstFitArena, NoBytesTakeAnAddressOfTheirOwn)
+{
+    DaFirstFitArena arena(BASE, 16);
+    EXPECT_EQ(BASE, arena.allocate(0, 0));
+    EXPECT_EQ(BASE + 8, arena.allocate(0, 0));
+    EXPECT_EQ(0u, arena.allocate(0, 0));
+    arena.deallocate(BASE + 8);
+    arena.deallocate(BASE);
+    EXPECT_EQ("  free block map:\n           0        16\n", freeBlocks(arena));
+}
+
+TEST(DaFirstFitArena, SizeIsRoundedDownToMultiplesOfEight)
+{
+    DaFirstFitArena arena(BASE, 23);
+    EXPECT_EQ(0u, arena.allocate(17, 0));
+    EXPECT_EQ(BASE, arena.allocate(16, 0));
+    EXPECT_EQ(0u, arena.allocate(1, 0));
+    DaFirstFitArena empty(BASE, 7);
+    EXPECT_EQ(0u, empty.allocate(1, 0));
+}
+
+TEST(DaFirstFitArena, ThreeNeighboursFreedInAnyOrderBecomeOneBlock)
+{
+    std::vector<std::uint64_t> order{BASE, BASE + 16, BASE + 32};
+    do {
+        DaFirstFitArena arena(BASE, 48);
+        for (std::uint64_t const address : order) {
+            static_cast<void>(address);
+            ASSERT_NE(0u, arena.allocate(16, 0));
+        }
+        EXPECT_EQ("  free block map:\n", freeBlocks(arena));
+        for (std::uint64_t const address : order)
+            arena.deallocate(address);
+        EXPECT_EQ("  free block map:\n           0        48\n", freeBlocks(arena));
+    } while (std::next_permutation(order.begin(), order.end()));
+}
+
+TEST(DaFirstFitArena, BlocksThatDoNotTouchStayApart)
+{
+    DaFirstFitArena arena(BASE, 40);
+    for (int i = 0; i < 5; ++i)
+        arena.allocate(8, 0);
+    arena.deallocate(BASE);
+    arena.deallocate(BASE + 32);
+    arena.deallocate(BASE + 16);
+    EXPECT_EQ("  free block map:\n           0         8\n          16         8\n          32     "
+              "    8\n",
+              freeBlocks(arena));
+}
+
+TEST(DaFirstFitArena, AlignmentLeavesItsGapAsAFreeBlock)
+{
+    DaFirstFitArena arena(BASE + 8, 256);
+    EXPECT_EQ(BASE + 64, arena.allocate(16, 64));
+    EXPECT_EQ("  free block map:\n           0        56\n          72       184\n",
+              freeBlocks(arena));
+    // The gap is used where it fits, up to its last byte.
+    EXPECT_EQ(BASE + 8, arena.allocate(56, 8));
+    EXPECT_EQ("  free block map:\n          72       184\n", freeBlocks(arena));
+    // The rest behind an aligned block may be nothing.
+    EXPECT_EQ(BASE + 128, arena.allocate(136, 64));
+    EXPECT_EQ("  free block map:\n          72        48\n", freeBlocks(arena));
+}
+
+TEST(DaFirstFitArena, TheFirstBlockThatFitsIsTaken)
+{
+    DaFirstFitArena arena(BASE, 128);
+    std::uint64_t const a = arena.allocate(32, 0);
+    arena.allocate(8, 0);
+    std::uint64_t const b = arena.allocate(16, 0);
+    arena.allocate(8, 0);
+    arena.deallocate(a);
+    arena.deallocate(b);
+    // The block at b fits more closely, the one at a comes first.
+    EXPECT_EQ(a, arena.allocate(16, 0));
+    EXPECT_EQ(a + 16, arena.allocate(16, 0));
+    EXPECT_EQ(b, arena.allocate(16, 0));
+}
+
+TEST(DaFirstFitArena, ABlockTooSmallForItsAlignmentIsPassedOver)
+{
+    DaFirstFitArena arena(BASE, 256);
+    arena.allocate(8, 0);
+    std::uint64_t const small = arena.allocate(24, 0);
+    arena.allocate(32, 0);
+    arena.deallocate(small);
+    EXPECT_EQ(BASE + 64, arena.allocate(16, 32));
+    EXPECT_EQ(BASE + 8, arena.allocate(24, 8));
+}
+
+TEST(DaFirstFitArena, SizesThatCannotBeRoundedUpDoNotFit)
+{
+    DaFirstFitArena arena(BASE, 64);
+    EXPECT_EQ(0u, arena.allocate(~std::uint64_t{0}, 0));
+    EXPECT_EQ(0u, arena.allocate(~std::uint64_t{0} - 6, 16));
+    EXPECT_EQ(0u, arena.allocate(8, std::uint64_t{1} << 63));
+    DaFirstFitArena atTheTop(~std::uint64_t{0} - 63, 56);
+    EXPECT_EQ(0u, atTheTop.allocate(8, std::uint64_t{1} << 63));
+}
+
+TEST(DaFirstFitArena, OnlyABlockThatWasGivenOutComesBack)
+{
+    DaFirstFitArena arena(BASE, 64);
+    std::uint64_t const block = arena.allocate(16, 0);
+    char const expected[] = "blockEntry != _allocatedBlocks.end()";
+    EXPECT_EQ(expected, assertionOf([&] { arena.deallocate(block + 8); }));
+    arena.deallocate(block);
+    EXPECT_EQ(expected, assertionOf([&] { arena.deallocate(block); }));
+}
+
+TEST(DaFirstFitArena, DumpsSaySizeCountAndFreeBlocks)
+{
+    DaFirstFitArena arena(BASE, 1000004, "frames");
+    arena.allocate(8, 0);
+    arena.allocate(100, 0);
+    std::ostringstream summary;
+    arena.dumpSummary(summary);
+    EXPECT_EQ("Arena: frames\n"
+              "  alignment    : 8 bytes\n"
+              "  size         : 1000000 bytes\n"
+              "  nb alloc blk : 2\n",
+              summary.str());
+    EXPECT_EQ("  free block map:\n         112    999888\n", freeBlocks(arena));
+
+    DaFirstFitArena unnamed(BASE, 8);
+    std::ostringstream other;
+    unnamed.dumpSummary(other);
+    EXPECT_EQ("Arena: <Unnamed arena>\n"
+              "  alignment    : 8 bytes\n"
+              "  size         : 8 bytes\n"
+              "  nb alloc blk : 0\n",
+              other.str());
+}
+
+/// Every block lies where it was asked for and no two overlap; in the end all is one free block again.
+TEST(DaFirstFitArena, RandomBlocksNeverOverlapAndLeaveNothingBehind)
+{
+    std::mt19937 random(7);
+    DaFirstFitArena arena(BASE + 24, 1 << 16);
+    std::map<std::uint64_t, std::uint64_t> blocks;
+    for (int i = 0; i < 20000; ++i) {
+        if (random() % 2 == 0 || blocks.empty()) {
+            std::uint64_t const size = random() % 700;
+            std::uint64_t const alignment =
+                random() % 4 == 0 ? 0 : std::uint64_t{1} << random() % 9;
+            std::uint64_t const start = arena.allocate(size, alignment);
+            if (start == 0)
+                continue;
+            ASSERT_GE(start, BASE + 24);
+            ASSERT_LE(start + size, BASE + 24 + (1 << 16));
+            if (alignment != 0) {
+                ASSERT_EQ(0u, start % alignment);
+            }
+            auto const next = blocks.lower_bound(start);
+            ASSERT_TRUE(next == blocks.end() || start + size <= next->first);
+            ASSERT_TRUE(next == blocks.begin() ||
+                        std::prev(next)->first + std::prev(next)->second <= start);
+            blocks.emplace(start, std::max<std::uint64_t>(size, 1));
+        } else {
+            auto const victim = std::next(blocks.begin(), random() % blocks.size());
+            arena.deallocate(victim->first);
+            blocks.erase(victim);
+        }
+    }
+    for (auto const &block : blocks)
+        arena.deallocate(block.first);
+    EXPECT_EQ("  free block map:\n           0     65536\n", freeBlocks(arena));
+}
+
+// ---- pools and allocators
+
+struct Calls
+{
+    std::string text;
+    bool isEmpty = false;
+};
+
+class RecordingAllocator : public DaArenaAllocator
+{
+public:
+    explicit RecordingAllocator(Calls &calls) : _calls(calls) {}
+    ~RecordingAllocator() noexcept(false) override { _calls.text += "~"; }
+
+    void *allocate(std::uint64_t size) override
+    {
+        _calls.text += "+" + std::to_string(size);
+        return _calls.isEmpty ? nullptr : ::operator new(size);
+    }
+    void deallocate(void *memory, std::uint64_t size) override
+    {
+        _calls.text += "-" + std::to_string(size);
+        ::operator delete(memory);
+    }
+
+private:
+    Calls &_calls;
+};
+
+TEST(DaArenaPool, TakesItsMemoryAtOnceAndGivesItBackInTheEnd)
+{
+    Calls calls;
+    {
+        auto * const allocator = new RecordingAllocator(calls);
+        ObjPtr<DaArenaPool> pool(DaArenaPool::create(allocator, 100));
+        EXPECT_EQ("+100", calls.text);
+        EXPECT_EQ(allocator, pool->getAllocator());
+        EXPECT_EQ(100u, pool->getSize());
+        void * const a = pool->allocate(40);
+        void * const b = pool->allocate(40, 16);
+        ASSERT_NE(nullptr, a);
+        ASSERT_NE(nullptr, b);
+        EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(b) % 16);
+        std::memset(a, 1, 40);
+        std::memset(b, 2, 40);
+        EXPECT_EQ(nullptr, pool->allocate(40));
+        pool->deallocate(a);
+        pool->deallocate(b);
+        EXPECT_EQ("+100", calls.text);
+    }
+    EXPECT_EQ("+100-100~", calls.text);
+}
+
+TEST(DaArenaPool, ALiveBlockFailsTheDestructorAfterTheMemoryWentBack)
+{
+    Calls calls;
+    DaArenaPool * const pool = DaArenaPool::create(new RecordingAllocator(calls), 64);
+    ASSERT_NE(nullptr, pool->allocate(8));
+    EXPECT_EQ("_nbAllocated == 0", assertionOf([&] { delete pool; }));
+    EXPECT_EQ("+64-64~", calls.text);
+}
+
+TEST(DaArenaPool, AFailedAllocationIsNoLiveBlock)
+{
+    Calls calls;
+    DaArenaPool * const pool = DaArenaPool::create(new RecordingAllocator(calls), 64);
+    EXPECT_EQ(nullptr, pool->allocate(65));
+    EXPECT_EQ("blockEntry != _allocatedBlocks.end()",
+              assertionOf([&] { pool->deallocate(nullptr); }));
+    EXPECT_EQ("no assertion failed", assertionOf([&] { delete pool; }));
+}
+
+TEST(DaArenaPool, WithoutMemoryThereIsNoPool)
+{
+    Calls calls;
+    calls.isEmpty = true;
+    EXPECT_EQ("_buffer != NULL",
+              assertionOf([&] { DaArenaPool::create(new RecordingAllocator(calls), 64); }));
+    EXPECT_EQ("+64~", calls.text);
+}
+
+TEST(DaMallocAllocator, GivesAndTakesMemory)
+{
+    ObjPtr<DaMallocAllocator> allocator(DaMallocAllocator::create());
+    void * const memory = allocator->allocate(1000);
+    ASSERT_NE(nullptr, memory);
+    std::memset(memory, 0x55, 1000);
+    allocator->deallocate(memory, 1000);
+}
+
+TEST(DaMemoryMapAllocator, GivesPagesOfZeroes)
+{
+    ObjPtr<DaMemoryMapAllocator> allocator(DaMemoryMapAllocator::create("pages"));
+    EXPECT_STREQ("pages", allocator->getName());
+    auto * const memory = static_cast<unsigned char *>(allocator->allocate(10000));
+    ASSERT_NE(nullptr, memory);
+    EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(memory) % 4096);
+    EXPECT_EQ(10000, std::count(memory, memory + 10000, 0));
+    std::memset(memory, 1, 10000);
+    allocator->deallocate(memory, 10000);
+}
+
+TEST(DaMemoryMapAllocator, FailuresCarryTheSystemsError)
+{
+    ObjPtr<DaMemoryMapAllocator> allocator(DaMemoryMapAllocator::create("pages"));
+    auto const errorOf = [&](auto function) {
+        try {
+            function();
+        } catch (ExSysError const &failure) {
+            return failure.getSystemError();
+        }
+        return 0;
+    };
+    EXPECT_EQ(8, errorOf([&] { allocator->allocate(std::uint64_t{1} << 62); }));
+    EXPECT_EQ(87, errorOf([&] { allocator->allocate(0); }));
+    int onTheStack = 0;
+    EXPECT_EQ(487, errorOf([&] { allocator->deallocate(&onTheStack, 4); }));
+}
+
+TEST(DaMemoryMapAllocator, CarriesAPool)
+{
+    ObjPtr<DaArenaPool> pool(DaArenaPool::create(DaMemoryMapAllocator::create("pages"), 1 << 20));
+    void * const memory = pool->allocate(1 << 19, 4096);
+    ASSERT_NE(nullptr, memory);
+    std::memset(memory, 1, 1 << 19);
+    pool->deallocate(memory);
+}
+
+} // namespace

@@ -1,0 +1,330 @@
+#include "recording.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <optional>
+#include <random>
+#include <set>
+#include <sstream>
+
+namespace {
+
+using namespace ZvTest;
+
+class UnloadStrategies : public testing::Test
+{
+protected:
+    ~UnloadStrategies() noexcept override {}
+
+    MbBufferImp *make(char const *name)
+    {
+        buffers.push_back(MbBufferSimpleFactory(initialState(), manager).create(name, 8));
+        return buffers.back().getImp().get();
+    }
+    static std::string dumpOf(MbUnloadStrategy const &strategy)
+    {
+        std::ostringstream text;
+        strategy.dump(text);
+        return text.str();
+    }
+    /// The victims in their order, each of which leaves the set.
+    static std::string drain(MbUnloadStrategy &strategy)
+    {
+        std::string order;
+        while (!strategy.isEmpty()) {
+            MbBufferImp * const victim = strategy.selectVictim();
+            order += victim->getName().getChars();
+            strategy.removeBuffer(victim);
+        }
+        return order;
+    }
+
+    Log log;
+    RCShdPtr<RecordingManager> manager{new RecordingManager(log)};
+    std::vector<MbBuffer> buffers;
+    MbBufferImp * const a = make("a");
+    MbBufferImp * const b = make("b");
+    MbBufferImp * const c = make("c");
+    MbBufferImp * const d = make("d");
+};
+
+using LRU = UnloadStrategies;
+using Random = UnloadStrategies;
+
+TEST_F(LRU, SelectsTheOneThatJoinedFirst)
+{
+    MbUnloadLRU strategy(0);
+    EXPECT_STREQ("MbUnloadLRU", strategy.getName());
+    EXPECT_TRUE(strategy.isEmpty());
+    strategy.insertBuffer(a);
+    EXPECT_FALSE(strategy.isEmpty());
+    strategy.insertBuffer(b);
+    strategy.insertBuffer(c);
+    EXPECT_EQ(a, strategy.selectVictim());
+    strategy.removeBuffer(a);
+    strategy.insertBuffer(a);
+    EXPECT_EQ(b, strategy.selectVictim());
+    strategy.removeBuffer(c);
+    EXPECT_EQ("ba", drain(strategy));
+}
+
+TEST_F(LRU, AskedTwiceSelectsTheSame)
+{
+    MbUnloadLRU strategy(4);
+    strategy.insertBuffer(c);
+    strategy.insertBuffer(a);
+    EXPECT_EQ(c, strategy.selectVictim());
+    EXPECT_EQ(c, strategy.selectVictim());
+}
+
+TEST_F(LRU, DumpIsItsName)
+{
+    MbUnloadLRU strategy(4);
+    strategy.insertBuffer(a);
+    EXPECT_EQ("MbUnloadLRU", dumpOf(strategy));
+}
+
+TEST_F(LRU, CopiesGoTheirOwnWays)
+{
+    MbUnloadLRU strategy(0);
+    for (MbBufferImp * const buffer : {a, b, c, d})
+        strategy.insertBuffer(buffer);
+    strategy.removeBuffer(d);
+    MbUnloadLRU copy(strategy);
+    copy.removeBuffer(b);
+    copy.insertBuffer(d);
+    EXPECT_EQ("abc", drain(strategy));
+    EXPECT_EQ("acd", drain(copy));
+    strategy.insertBuffer(b);
+    copy.insertBuffer(a);
+    strategy = copy;
+    strategy.insertBuffer(c);
+    EXPECT_EQ("ac", drain(strategy));
+    EXPECT_EQ("a", drain(copy));
+    MbUnloadLRU &self = strategy;
+    strategy.insertBuffer(a);
+    strategy = self;
+    EXPECT_EQ("a", drain(strategy));
+}
+
+TEST_F(LRU, ABufferThatJoinsTwiceIsFoundAtItsNewPlace)
+{
+    MbUnloadLRU strategy(0);
+    strategy.insertBuffer(b);
+    strategy.insertBuffer(a);
+    strategy.removeBuffer(b); // leaves a spare node and entry
+    strategy.insertBuffer(a);
+    strategy.insertBuffer(c);
+    strategy.removeBuffer(a);
+    // Its older place stays behind.
+    EXPECT_EQ(a, strategy.selectVictim());
+    strategy.insertBuffer(d);
+    strategy.removeBuffer(c);
+    strategy.removeBuffer(d);
+    EXPECT_EQ(a, strategy.selectVictim());
+}
+
+TEST_F(LRU, AStrangerLeavesNothingBehind)
+{
+    MbUnloadLRU strategy(0);
+    strategy.removeBuffer(a);
+    strategy.insertBuffer(b);
+    strategy.removeBuffer(a);
+    EXPECT_EQ("b", drain(strategy));
+}
+
+TEST_F(LRU, KeepsTheOrderThroughALongLife)
+{
+    std::mt19937 random(3);
+    std::vector<MbBufferImp *> all;
+    for (int i = 0; i < 100; ++i)
+        all.push_back(make(std::to_string(i).c_str()));
+    MbUnloadLRU strategy(0);
+    std::vector<MbBufferImp *> order;
+    for (int i = 0; i < 20000; ++i) {
+        MbBufferImp * const buffer = all[random() % all.size()];
+        auto const place = std::find(order.begin(), order.end(), buffer);
+        if (place == order.end()) {
+            strategy.insertBuffer(buffer);
+            order.push_back(buffer);
+        } else {
+            strategy.removeBuffer(buffer);
+            order.erase(place);
+        }
+        ASSERT_EQ(order.empty(), strategy.isEmpty());
+        if (!order.empty()) {
+            ASSERT_EQ(order.front(), strategy.selectVictim());
+        }
+    }
+}
+
+TEST_F(LRU, ThroughAManagerUnlockAndPrefetchCountAsUse)
+{
+    RCShdPtr<MbManager> heap(new MbHeapManager("heap", 3 * 8, makeObj<MbUnloadLRU>(0)));
+    MbBufferSimpleFactory factory(initialState(), heap);
+    auto const make8 = [&](char const *name) {
+        return factory.create(name, 8, MbAlignment(0, 0, 0));
+    };
+    MbBuffer first = make8("first");
+    MbBuffer second = make8("second");
+    MbBuffer third = make8("third");
+    MbBuffer fourth = make8("fourth");
+    for (MbBuffer const &buffer : {first, second, third})
+        MbBufferRdGuardImp const guard(buffer);
+    {
+        MbBufferRdGuardImp const guard(fourth);
+        EXPECT_FALSE(first.isLoaded());
+    }
+    // In their order of use: second, third, fourth; a prefetch makes second the last.
+    second.prefetch();
+    MbBufferRdGuardImp const guard(first);
+    EXPECT_FALSE(third.isLoaded());
+    EXPECT_TRUE(second.isLoaded());
+    EXPECT_TRUE(fourth.isLoaded());
+}
+
+TEST_F(Random, WorksWithoutReservedRoom)
+{
+    MbUnloadRandom strategy(0);
+    EXPECT_STREQ("MbUnloadRandom", strategy.getName());
+    EXPECT_TRUE(strategy.isEmpty());
+    for (MbBufferImp * const buffer : {a, b, c, d})
+        strategy.insertBuffer(buffer);
+    EXPECT_FALSE(strategy.isEmpty());
+    std::string order = drain(strategy);
+    std::sort(order.begin(), order.end());
+    EXPECT_EQ("abcd", order);
+    MbUnloadRandom(-1).insertBuffer(a);
+}
+
+/// The order in the container, as the dump has it.
+std::string containerOf(MbUnloadRandom const &strategy)
+{
+    std::ostringstream dump;
+    strategy.dump(dump);
+    std::istringstream lines(dump.str());
+    std::string order;
+    bool isContainer = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (isContainer && line.empty())
+            break;
+        if (isContainer)
+            order += line.back();
+        isContainer = isContainer || line == "Random buffer container: ";
+    }
+    return order;
+}
+
+TEST_F(Random, RemovingTheLastLeavesTheOthersAndRemovingAnotherMovesOne)
+{
+    MbUnloadRandom strategy(10);
+    for (MbBufferImp * const buffer : {a, b, c, d})
+        strategy.insertBuffer(buffer);
+    EXPECT_EQ("abcd", containerOf(strategy));
+    strategy.removeBuffer(d);
+    EXPECT_EQ("abc", containerOf(strategy));
+    strategy.insertBuffer(d);
+    strategy.removeBuffer(b);
+    EXPECT_EQ("adc", containerOf(strategy));
+    strategy.removeBuffer(d);
+    EXPECT_EQ("ac", containerOf(strategy));
+    strategy.removeBuffer(b); // a stranger
+    strategy.removeBuffer(a);
+    strategy.removeBuffer(c);
+    EXPECT_TRUE(strategy.isEmpty());
+}
+
+TEST_F(Random, DumpShowsTheContainerAndItsIndex)
+{
+    MbUnloadRandom strategy(10);
+    EXPECT_EQ("MbUnloadRandom\n"
+              "Nb loaded and unlocked buffers  = 0\n"
+              "\n"
+              "Random buffer container: \n"
+              "\n"
+              "Pair associative indexes : \n",
+              dumpOf(strategy));
+    strategy.insertBuffer(make("first"));
+    std::string const front = "MbUnloadRandom\n"
+                              "Nb loaded and unlocked buffers  = 1\n"
+                              "\n"
+                              "Random buffer container: \n"
+                              "    0 = first\n"
+                              "\n"
+                              "Pair associative indexes : \n"
+                              "               first = 0\n";
+    EXPECT_EQ(front, dumpOf(strategy));
+    strategy.insertBuffer(make("second"));
+    std::string const twoFront = "MbUnloadRandom\n"
+                                 "Nb loaded and unlocked buffers  = 2\n"
+                                 "\n"
+                                 "Random buffer container: \n"
+                                 "    0 = first\n"
+                                 "    1 = second\n"
+                                 "\n"
+                                 "Pair associative indexes : \n";
+    std::string const first = "               first = 0\n";
+    std::string const second = "              second = 1\n";
+    std::string const dump = dumpOf(strategy);
+    EXPECT_TRUE(dump == twoFront + first + second || dump == twoFront + second + first) << dump;
+}
+
+TEST_F(Random, SelectsAllOfThemAboutEquallyOften)
+{
+    MbUnloadRandom strategy(4);
+    for (MbBufferImp * const buffer : {a, b, c, d})
+        strategy.insertBuffer(buffer);
+    std::map<MbBufferImp *, int> counts;
+    for (int i = 0; i < 4000; ++i)
+        ++counts[strategy.selectVictim()];
+    for (MbBufferImp * const buffer : {a, b, c, d}) {
+        EXPECT_GT(counts[buffer], 800);
+        EXPECT_LT(counts[buffer], 1200);
+    }
+}
+
+/// 2147483647 times the number, whole, modulo the count.
+TEST_F(Random, SelectsByTheGeneratorsNumbers)
+{
+    MbUnloadRandom strategy(3);
+    std::vector<MbBufferImp *> const container{a, b, c};
+    for (MbBufferImp * const buffer : container)
+        strategy.insertBuffer(buffer);
+    RnNumRecUniformRng generator;
+    for (int i = 0; i < 100; ++i) {
+        auto const number = static_cast<std::uint64_t>(generator.eval() * 2147483647.0);
+        ASSERT_EQ(container[number % 3], strategy.selectVictim());
+    }
+}
+
+TEST_F(Random, ACopyGoesOnWithTheSameNumbers)
+{
+    MbUnloadRandom strategy(4);
+    for (MbBufferImp * const buffer : {a, b, c, d})
+        strategy.insertBuffer(buffer);
+    strategy.selectVictim();
+    MbUnloadRandom copy(strategy);
+    MbUnloadRandom assigned(0);
+    assigned = strategy;
+    for (int i = 0; i < 20; ++i) {
+        MbBufferImp * const victim = strategy.selectVictim();
+        EXPECT_EQ(victim, copy.selectVictim());
+        EXPECT_EQ(victim, assigned.selectVictim());
+    }
+    copy.removeBuffer(a);
+    EXPECT_EQ("abcd", containerOf(strategy));
+}
+
+TEST_F(Random, ABufferThatJoinsTwiceKeepsItsFirstIndex)
+{
+    MbUnloadRandom strategy(4);
+    strategy.insertBuffer(a);
+    strategy.insertBuffer(b);
+    strategy.insertBuffer(a);
+    EXPECT_EQ("aba", containerOf(strategy));
+    strategy.removeBuffer(b);
+    EXPECT_EQ("aa", containerOf(strategy));
+}
+
+} // namespace
