@@ -143,14 +143,16 @@ void LiString::assign(char const *bytes, std::size_t length)
         present._length = static_cast<std::int32_t>(length);
         return;
     }
-    RCShdPtr<LiStringImp> imp(getEmptyImp());
-    if (length != 0) {
-        if (length > static_cast<std::size_t>(MAX_LENGTH))
-            throw std::length_error("LiString");
-        auto const size = static_cast<std::int32_t>(length);
-        imp = RCShdPtr<LiStringImp>(LiStringImp::make(size, size));
-        std::memcpy(imp->_chars, bytes, length);
+    if (length == 0) {
+        _imp = RCShdPtr<LiStringImp>(getEmptyImp());
+        return;
     }
+    if (length > static_cast<std::size_t>(MAX_LENGTH))
+        throw std::length_error("LiString");
+    std::size_t const newRoom = std::max(length, SPARE_ROOM / 2);
+    RCShdPtr<LiStringImp> imp(
+        LiStringImp::make(static_cast<std::int32_t>(length), static_cast<std::int32_t>(newRoom)));
+    std::memcpy(imp->_chars, bytes, length);
     _imp = std::move(imp);
 }
 
@@ -288,8 +290,9 @@ bool LiString::equals(LiString const &other) const
 {
     LiStringImp const &left = body();
     LiStringImp const &right = other.body();
-    return left._length == right._length &&
-           std::memcmp(left._chars, right._chars, static_cast<std::size_t>(left._length)) == 0;
+    return &left == &right ||
+           (left._length == right._length &&
+            std::memcmp(left._chars, right._chars, static_cast<std::size_t>(left._length)) == 0);
 }
 
 std::ostream &operator<<(std::ostream &stream, LiString const &string)

@@ -2,16 +2,27 @@
 
 #include "resmgt/xml/xmlBlocks.private.h"
 
+#include <new>
+
 namespace Zv {
 
-XmlAttribute::XmlAttribute(LiString const &name, LiString const &value)
-    : XmlAttribute(name, value, nullptr)
+XmlAttribute::XmlAttribute(LiString const &name, LiString const &value) : XmlNode(name)
+{
+    _value.assign(value);
+}
+
+XmlAttribute::XmlAttribute(LiString const &name, LiString const &value, char *room)
+    : XmlNode(name), _value(value, room)
 {}
 
-XmlAttribute::XmlAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks)
-    : XmlNode(name)
+ObjPtrRet<XmlAttribute> XmlAttribute::make(LiString const &name, LiString const &value,
+                                           XmlBlocks *blocks)
 {
-    _value.assign(value, blocks);
+    std::size_t const size = sizeof(XmlAttribute) + static_cast<std::size_t>(value.getLength()) + 1;
+    void * const memory = blocks ? blocks->allocate(size) : XmlBlocks::allocateAlone(size);
+    char * const room = static_cast<char *>(memory) + sizeof(XmlAttribute);
+    return ObjPtrRet<XmlAttribute>(::new (memory)
+                                       XmlAttribute(name, value, room)); // does not throw
 }
 
 XmlAttribute::~XmlAttribute() noexcept(false) = default;
@@ -26,17 +37,7 @@ void *XmlAttribute::operator new(std::size_t size)
     return XmlBlocks::allocateAlone(size);
 }
 
-void *XmlAttribute::operator new(std::size_t size, XmlBlocks *blocks)
-{
-    return blocks ? blocks->allocate(size) : XmlBlocks::allocateAlone(size);
-}
-
 void XmlAttribute::operator delete(void *memory)
-{
-    XmlBlocks::release(memory);
-}
-
-void XmlAttribute::operator delete(void *memory, XmlBlocks *)
 {
     XmlBlocks::release(memory);
 }

@@ -4,6 +4,7 @@
 #include "resmgt/xml/xmlNode.h"
 #include "resmgt/xml/xmlStreamer.h"
 #include "resmgt/xml/xmlText.h"
+#include "zvbase/objPtr.h"
 
 #include <cstddef>
 
@@ -24,14 +25,15 @@ public:
     void streamToOutput(XmlStreamer::ElementGuard &guard) const;
 
     static void *operator new(std::size_t size);
-    static void *operator new(std::size_t size, XmlBlocks *blocks);
     static void operator delete(void *memory);
-    static void operator delete(void *memory, XmlBlocks *blocks);
 
 private:
     friend class XmlElement;
 
-    XmlAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks);
+    /// The attribute with its value behind it, in one piece of `blocks` or, for null, by themselves.
+    static ObjPtrRet<XmlAttribute> make(LiString const &name, LiString const &value,
+                                        XmlBlocks *blocks);
+    XmlAttribute(LiString const &name, LiString const &value, char *room);
 
     XmlText _value;
     XmlAttribute *_next = nullptr; // of the same element

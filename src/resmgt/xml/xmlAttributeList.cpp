@@ -29,8 +29,8 @@ void XmlAttributeList::addAttribute(LiString const &name, LiString const &value)
     std::size_t const start = _bytes.size();
     _attributes.push_back({start, nameLength, valueLength});
     try {
-        _bytes.insert(_bytes.end(), name.getChars(), name.getChars() + nameLength);
-        _bytes.insert(_bytes.end(), value.getChars(), value.getChars() + valueLength);
+        _bytes.append(name.getChars(), nameLength);
+        _bytes.append(value.getChars(), valueLength);
     } catch (...) {
         _attributes.pop_back();
         throw;

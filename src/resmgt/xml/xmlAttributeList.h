@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace Zv {
@@ -58,7 +59,7 @@ private:
     T convert(LiString const &name) const;
 
     std::vector<Attribute> _attributes;
-    std::vector<char> _bytes;
+    std::string _bytes;
 };
 
 } // namespace Zv

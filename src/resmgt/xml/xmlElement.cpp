@@ -190,7 +190,7 @@ void XmlElement::setAttribute(LiString const &name, LiString const &value, XmlBl
         present->_value.assign(value, blocks);
         return;
     }
-    ObjPtr<XmlAttribute> attribute(new (blocks) XmlAttribute(name, value, blocks));
+    ObjPtr<XmlAttribute> attribute(XmlAttribute::make(name, value, blocks));
     if (!_attributeIndex.isNull())
         _attributeIndex->add(*attribute);
     (_lastAttribute ? _lastAttribute->_next : _firstAttribute) = attribute.get();

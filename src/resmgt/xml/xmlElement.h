@@ -9,6 +9,7 @@
 #include "zvbase/objPtr.h"
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Zv {
 
@@ -89,15 +90,16 @@ private:
     // Attributes form a list, and have an index where there are many.
     XmlAttribute *_firstAttribute = nullptr;
     XmlAttribute *_lastAttribute = nullptr;
-    std::size_t _nbAttributes = 0;
     ObjPtr<AttributeIndex> mutable _attributeIndex;
 
     // Children form a list through themselves.
     XmlElement *_firstChild = nullptr;
     XmlElement *_lastChild = nullptr;
-    std::size_t _nbChildren = 0;
 
     XmlText _data;
+
+    std::uint32_t _nbAttributes = 0;
+    std::uint32_t _nbChildren = 0;
 
     XmlElement *_parent = nullptr;
     XmlElement *_previous = nullptr;

@@ -57,6 +57,7 @@ private:
     void prolog();
     void content();
     void startTag();
+    bool attribute();
     void closingTag();
     void cdata();
 
@@ -116,12 +117,8 @@ void Parser::startTag()
         ZV_THROW(XmlEx::ExSyntaxError);
     expect(XmlToken::name);
     _protocol.notifyBeginElement(_scanner->name());
-    for (advance(); _token == XmlToken::space; advance()) {
-        expect(XmlToken::name);
-        expect(XmlToken::equals);
-        expect(XmlToken::attributeValue);
+    while (attribute())
         _protocol.pushAttribute(_scanner->name(), _scanner->value());
-    }
     if (_token == XmlToken::emptyClose) {
         _protocol.notifyEmptyElementEnd();
         return;
@@ -129,6 +126,20 @@ void Parser::startTag()
     require(XmlToken::tagClose);
     ++_openElements;
     _protocol.notifyStartTagEnd();
+}
+
+/// Whether there is one; if not, what ends the tag is in `_token`.
+bool Parser::attribute()
+{
+    if (_scanner->takePlainAttribute())
+        return true;
+    advance();
+    if (_token != XmlToken::space)
+        return false;
+    expect(XmlToken::name);
+    expect(XmlToken::equals);
+    expect(XmlToken::attributeValue);
+    return true;
 }
 
 void Parser::closingTag()

@@ -430,28 +430,28 @@ XmlToken XmlScanner::scanCdata()
     return XmlToken::cdataContent;
 }
 
+bool XmlScanner::takePlainAttribute()
+{
+    if (_cursor[0] != ' ' || !is(_cursor[1], NAME_START))
+        return false;
+    char const * const name = _cursor + 1;
+    char const * const nameEnd = skip(name, NAME);
+    if (nameEnd[0] != '=' || nameEnd[1] != '"')
+        return false;
+    char const * const value = nameEnd + 2;
+    char const * const valueEnd = skip(value, VALUE);
+    if (*valueEnd != '"') // which the end of the window is not
+        return false;
+    setName(name, static_cast<std::size_t>(nameEnd - name));
+    setValue(value, static_cast<std::size_t>(valueEnd - value));
+    _cursor = valueEnd + 1;
+    return true;
+}
+
 XmlToken XmlScanner::nextInTag()
 {
-    // What most tags are made of.
-    switch (char const c = *_cursor) {
-    case ' ':
-        if (is(_cursor[1], NAME_START)) {
-            ++_cursor;
-            return XmlToken::space;
-        }
-        break;
-    case '=':
-        if (_cursor[1] == '"') {
-            ++_cursor;
-            return XmlToken::equals;
-        }
-        break;
-    case '"':
-        return scanAttributeValue(c);
-    default:
-        if (is(c, NAME_START))
-            return scanName();
-    }
+    if (is(*_cursor, NAME_START))
+        return scanName();
     bool const spaceBefore = skipSpace();
     return afterSpaceInTag(spaceBefore);
 }

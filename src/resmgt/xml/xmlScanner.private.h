@@ -43,6 +43,9 @@ public:
     explicit XmlScanner(std::istream &stream);
 
     XmlToken next();
+    /// In a tag: takes a whole attribute, with the `space` before it, where it is written as most are: a blank, a name,
+    /// a `=`, a value without references between double quotes. Where it is not, this takes nothing and answers false.
+    bool takePlainAttribute();
     /// The text of the last `name`. Valid until the next one.
     LiString const &name() const { return *_name; }
     /// The text of the last `attributeValue`, `versionValue`, `text` or `cdataContent`. Valid until the next one of

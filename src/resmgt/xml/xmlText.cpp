@@ -6,23 +6,51 @@
 
 namespace Zv {
 
+namespace {
+
+/// A string is not longer than 31 bits say.
+std::uint32_t lengthOf(LiString const &text)
+{
+    return static_cast<std::uint32_t>(text.getLength()) & 0x7FFFFFFF;
+}
+
+} // namespace
+
+XmlText::XmlText(LiString const &text, char *room) : _chars(room), _room(lengthOf(text))
+{
+    copy(text);
+}
+
 XmlText::~XmlText()
 {
-    XmlBlocks::release(_chars);
+    release();
 }
 
 void XmlText::assign(LiString const &text, XmlBlocks *blocks)
 {
-    auto const length = static_cast<std::size_t>(text.getLength());
-    char *chars = nullptr;
-    if (length != 0) {
-        chars = static_cast<char *>(blocks ? blocks->allocate(length + 1)
-                                           : XmlBlocks::allocateAlone(length + 1));
-        std::memcpy(chars, text.getChars(), length + 1);
+    std::uint32_t const length = lengthOf(text);
+    if (length > _room) {
+        std::size_t const size = std::size_t{length} + 1;
+        void * const room = blocks ? blocks->allocate(size) : XmlBlocks::allocateAlone(size);
+        release();
+        _chars = static_cast<char *>(room);
+        _room = length & 0x7FFFFFFF;
+        _ownsRoom = true;
     }
-    XmlBlocks::release(_chars);
-    _chars = chars;
-    _length = length;
+    copy(text);
+}
+
+void XmlText::copy(LiString const &text)
+{
+    _length = lengthOf(text);
+    if (_chars)
+        std::memcpy(_chars, text.getChars(), std::size_t{_length} + 1);
+}
+
+void XmlText::release() noexcept
+{
+    if (_ownsRoom)
+        XmlBlocks::release(_chars);
 }
 
 } // namespace Zv

@@ -4,7 +4,7 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 
-#include <cstddef>
+#include <cstdint>
 
 namespace Zv {
 
@@ -16,19 +16,28 @@ class ZVRESMGT_EXPORT XmlText
 {
 public:
     XmlText() = default;
+    /// A copy of the string in `room`, which has one byte more than the string and outlives the text.
+    XmlText(LiString const &text, char *room);
     XmlText(XmlText const &) = delete;
     XmlText &operator=(XmlText const &) = delete;
     ~XmlText();
 
-    /// Copies the bytes of the string, into a piece of `blocks` or, for null, by themselves.
+    /// Copies the bytes of the string, to where the present ones are if they fit, else into a piece of `blocks` or, for
+    /// null, by themselves.
     void assign(LiString const &text, XmlBlocks *blocks = nullptr);
     LiString get() const { return LiString(_chars, _length); }
     /// Terminated; valid until the next `assign`.
     char const *getChars() const { return _chars ? _chars : ""; }
 
 private:
+    /// To where there is room.
+    void copy(LiString const &text);
+    void release() noexcept;
+
     char *_chars = nullptr;
-    std::size_t _length = 0;
+    std::uint32_t _length = 0;
+    std::uint32_t _room : 31 = 0; // for bytes before the terminator
+    bool _ownsRoom : 1 = false;
 };
 
 } // namespace Zv
