@@ -3,7 +3,6 @@
 #include "platform/interlocked.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/deviceProtocol/devReceiverWait.h"
-#include "resmgt/deviceProtocol/devSenderWait.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "zvbase/failures.h"
 
@@ -63,22 +62,34 @@ private:
 DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo)
     : _fifo(fifo), _protocol(new ANOThreadProtocol(fifo))
 {
+    auto * const close = new SynchronizedCloseANO;
+    _close = ObjPtr<DevANO>(close);
+    _closer = makeObj<DevSenderWait>(close->getWait());
     _thread = MtThreadFactory::getInstance().createThread("DevMgr ANO", _protocol, true, 0);
     _relation = makeObj<PriorityRelation>("DevMgr ANO", DevMDStdAccessPrtcl::getPriority(),
                                           PriorityRelation::EQUAL, _thread->getPriority());
-    _thread->start();
+    try {
+        _thread->start();
+    } catch (...) {
+        // What has failed may have come after the thread's beginning.
+        if (_thread->isRunning())
+            end();
+        throw;
+    }
 }
 
 DevMgrThread::~DevMgrThread() noexcept(false)
 {
-    auto * const close = new SynchronizedCloseANO;
-    ObjPtr<DevANO> ano(close);
-    DevSenderWait sender(close->getWait());
-    DevANOQueueEntry entry(ano);
+    end();
+}
+
+void DevMgrThread::end()
+{
+    DevANOQueueEntry entry(_close);
     _fifo->produce(entry);
-    sender.wait();
+    _closer->wait();
     _thread->stop();
-    sender.post();
+    _closer->post();
     _thread->join();
     _fifo->close();
 }

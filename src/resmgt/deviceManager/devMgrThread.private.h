@@ -2,6 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFifo.h"
+#include "resmgt/deviceProtocol/devSenderWait.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/objPtr.h"
@@ -20,10 +21,14 @@ public:
     DevMgrThread &operator=(DevMgrThread const &) = delete;
 
 private:
+    void end();
+
     RCShdPtr<DevMgrFifo> _fifo;
     ObjPtr<MtThread> _thread;
     ObjPtr<PriorityRelation> _relation;
     ObjPtr<MtThreadProtocol> _protocol; // until the thread has it
+    ObjPtr<DevANO> _close;              // had from the beginning: the thread can always be ended
+    ObjPtr<DevSenderWait> _closer;
 };
 
 } // namespace Zv

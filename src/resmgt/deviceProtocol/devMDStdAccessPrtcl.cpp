@@ -59,6 +59,7 @@ void DevMDStdAccessPrtcl::performOpen()
                                               PriorityRelation::LESS_EQUAL, _thread->getPriority());
         _thread->start();
         LkUnnamedSema executed(_name.getChars(), 0);
+        ZV_ASSERT(executed.getErrno() == 0);
         auto const failure =
             send(_anoFactory->createOpenANO(), makeACO([&executed] { executed.post(); }));
         executed.wait();

@@ -61,6 +61,7 @@ void DevMDStdProperty<T>::performGet(T &value)
     bool ok = true;
     // Declared before the request: what destroys that unrun still posts it.
     LkUnnamedSema done("DevMDStdProperty::performGet", 0);
+    ZV_ASSERT(done.getErrno() == 0);
     ObjPtr<DevMDStdANO> ano(_anoFactory->createGetANO(getUuid(), value, ok));
     ano->setBaseACO(ObjPtr<DevACO>(new DevMDStdPropertyGetACO(done, ok, _observerAEO)));
     std::exception_ptr const failure = _fifo->send(ano);

@@ -1,10 +1,15 @@
 #include "resmgt/deviceProtocol/devSenderWait.h"
 
+#include "zvbase/failures.h"
+
 namespace Zv {
 
 DevReceiverWait::DevReceiverWait(LiString const &name)
     : _name(name), _arrived(_name.getChars(), 0), _released(_name.getChars(), 0)
-{}
+{
+    // Without them neither side would wait for the other.
+    ZV_ASSERT(_arrived.getErrno() == 0 && _released.getErrno() == 0);
+}
 
 void DevReceiverWait::post()
 {

@@ -109,6 +109,7 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
       _priority(name, this),
       _protocol(protocol)
 {
+    ZV_ASSERT(_started.getErrno() == 0 && _created.getErrno() == 0);
     if (!isNewThread)
         adoptCallingThread();
     // Nothing of the object is missing when others come to see it.

@@ -1,5 +1,7 @@
 #include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
 
+#include "zvbase/failures.h"
+
 namespace Zv {
 
 namespace {
@@ -20,7 +22,9 @@ DevSeqTreeNodeUtil::DevSeqTreeNodeUtil(LiString const &name)
       _parentPend(new DevSeqEvPend),
       _childrenPend(new DevSeqEvPend),
       _done(_name.getChars(), 0)
-{}
+{
+    ZV_ASSERT(_done.getErrno() == 0);
+}
 
 DevSeqTreeNodeUtil::~DevSeqTreeNodeUtil() = default;
 
