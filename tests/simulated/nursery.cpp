@@ -51,6 +51,8 @@ void *runBody(void *data)
     int const output = run.options.trace >= 0 ? trace : ::open("/dev/null", O_WRONLY);
     ::dup2(output, STDOUT_FILENO);
     ::dup2(output, STDERR_FILENO);
+    if (auto * const prepare = getScenarios()[run.scenario].settings.prepare)
+        prepare();
     pthread_t thread;
     check(::pthread_create(&thread, nullptr, runBody, &run) == 0, "pthread_create");
     for (;;)

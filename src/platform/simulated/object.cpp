@@ -102,6 +102,8 @@ void release(Object &object)
     bool const isOwned = object.type == Object::MUTEX && object.owner;
     if (object.handles || object.pins || isOwned)
         return;
+    if (object.block)
+        scheduler.release(*object.block);
     object.type = Object::DEAD;
     object.nextFree = freeObjects;
     freeObjects = &object;

@@ -32,8 +32,8 @@ namespace {
 constexpr std::uint32_t PATIENCE = 500;
 /// So many calls of Sleep(0) without anything else to do: they wait for time to pass.
 constexpr std::uint32_t YIELDS = 50;
-/// Time that has moved so often while a thread waited for what it says is there: it waits for ever.
-constexpr std::uint32_t MOVES = 200;
+/// Time that has moved so often while the first thread waited, or another for what it says is there: for ever.
+constexpr std::uint32_t MOVES = 1000;
 
 std::uint64_t mix(std::uint64_t digest, std::uint64_t value)
 {
@@ -89,7 +89,7 @@ void Scheduler::receive()
     ::pthread_join(ended->pthread, nullptr);
     if (AnnotateIgnoreSyncEnd)
         AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
-    give(*ended);
+    release(*ended);
 }
 
 void Scheduler::handOver(Thread &to)
@@ -242,6 +242,8 @@ void Scheduler::wait()
         trace("%35s waits\n", thread.name);
     }
     thread.state = Thread::WAITING;
+    thread.moves = 0;
+    thread.since = _record->steps;
     pick(false);
     _yields = 0;
     if (isTracing())
@@ -288,6 +290,14 @@ void Scheduler::advance()
     judgeStated();
     if (next == NEVER)
         report("deadlock", "nobody can go on, and nothing is due");
+    // What runs by timers alone keeps no program alive.
+    bool const waits = _threads->state == Thread::WAITING && _threads->deadline == NEVER;
+    if (waits && ++_threads->moves > MOVES) {
+        static char text[80];
+        std::snprintf(text, sizeof text, "time goes by, and the first thread waits since step %u",
+                      _threads->since);
+        report("deadlock", text);
+    }
     _now = next;
     _yields = 0;
     _record->time = next;
@@ -349,6 +359,7 @@ Thread *Scheduler::newThread()
             slot = {};
     ThreadNumber const number = static_cast<ThreadNumber>(thread - _threads + 1) * 4;
     thread->number = number;
+    thread->holders = 1;
     thread->serial = ++_serial;
     thread->state = Thread::RUNNABLE;
     thread->created = false;
@@ -369,8 +380,10 @@ Thread *Scheduler::newThread()
     return thread;
 }
 
-void Scheduler::give(Thread &thread)
+void Scheduler::release(Thread &thread)
 {
+    if (--thread.holders)
+        return;
     thread.state = Thread::UNUSED;
     thread.nextFree = _free;
     _free = &thread;
@@ -421,7 +434,7 @@ void Scheduler::end(LeftOver const &leftOver)
 
 bool Scheduler::isRefused(Resource resource)
 {
-    if (!_record || !(_options.resources & resource))
+    if (!_record || _refusals == 0 || !(_options.resources & resource))
         return false;
     ++_record->failable;
     bool const isIt = _record->failable == _options.failing;

@@ -33,7 +33,8 @@ public:
     /// A block for a new thread, null when there are too many; `start` makes it take part.
     Thread *newThread();
     bool start(Thread &, SIZE_T stackSize);
-    void give(Thread &);
+    /// One of the holders of a block has done with it.
+    void release(Thread &);
     /// The calling thread, made by `start`, has the baton for the first time.
     void arrive(Thread &);
     /// It has ended: the baton goes on, and whoever gets it waits for the real thread's end.
@@ -45,6 +46,7 @@ public:
     Instant deadlineAfter(DWORD milliseconds) const;
 
     bool isRefused(Resource);
+    void allowRefusals(int change) { _refusals += change; }
     bool isPrivileged() const { return !_record || _options.privileged; }
     std::uint64_t random() { return _identifiers.next(); }
     void mark(Place &) const;
@@ -83,6 +85,7 @@ private:
     std::uint32_t _serial = 0;
     std::uint32_t _spinning = 0;
     std::uint32_t _yields = 0;
+    int _refusals = 0;               ///< scopes in which calls may be refused
     std::uint32_t _objects = 0;      ///< at the beginning
     std::uint32_t _latestObject = 0; ///< likewise
     Thread *_ended = nullptr;        ///< has handed the baton on and not yet been waited for

@@ -119,6 +119,16 @@ void step(char const *what);
 /// A name for a handle, a critical section or an address in reports. The text must stay.
 void setName(void const *object, char const *name);
 
+/// Calls are made to fail only while one of these lives, whichever thread makes them.
+class MayBeRefused
+{
+public:
+    MayBeRefused();
+    ~MayBeRefused();
+    MayBeRefused(MayBeRefused const &) = delete;
+    MayBeRefused &operator=(MayBeRefused const &) = delete;
+};
+
 /// Counts a call that may be made to fail, and says whether it is to.
 bool isRefused(Resource);
 

@@ -53,7 +53,7 @@ public:
 private:
     static std::uint32_t weightOf(Option const &option)
     {
-        return option.what == Option::RUN ? 8 : 1;
+        return option.what == Option::RUN ? 32 : option.what == Option::STRAY ? 4 : 1;
     }
 
     Random _random;

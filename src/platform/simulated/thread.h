@@ -69,6 +69,8 @@ struct Thread
     };
 
     Thread *nextFree = nullptr;
+    /// The thread until it is gone, and its object: a number is not given out anew while a handle is open.
+    std::uint32_t holders = 0;
     std::uint32_t baton = 0;
     ThreadNumber number = 0;
     std::uint32_t serial = 0; ///< unlike the number it never comes again
@@ -91,6 +93,8 @@ struct Thread
     bool hasYielded = false;
     DWORD result = 0;
     Instant deadline = NEVER;
+    std::uint32_t since = 0; ///< the step
+    std::uint32_t moves = 0; ///< of the clock, while it has waited
     Object *awaited = nullptr;
     Section *section = nullptr;
     void const *address = nullptr;
@@ -135,6 +139,7 @@ struct Object
     Instant due = NEVER;
     Instant period = 0;
     Thread *thread = nullptr; ///< null once it has ended
+    Thread *block = nullptr;  ///< also when it has ended
     DWORD exitCode = 0;
     int level = 0;
     Queue queue;

@@ -144,6 +144,16 @@ bool isRefused(Resource resource)
     return scheduler.isRefused(resource);
 }
 
+MayBeRefused::MayBeRefused()
+{
+    scheduler.allowRefusals(1);
+}
+
+MayBeRefused::~MayBeRefused()
+{
+    scheduler.allowRefusals(-1);
+}
+
 void step(char const *what)
 {
     enter(what);
@@ -222,7 +232,8 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
         object->manual = true;
         object->exitCode = STILL_ACTIVE;
         object->pins = 1;
-        object->thread = thread;
+        object->thread = object->block = thread;
+        ++thread->holders;
         thread->created = true;
         thread->function = function;
         thread->argument = argument;
@@ -234,7 +245,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
             release(*object);
         }
         if (thread)
-            scheduler.give(*thread);
+            scheduler.release(*thread);
         fail(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
@@ -307,7 +318,8 @@ HANDLE ownHandle(Thread &thread)
     object->manual = true;
     object->exitCode = STILL_ACTIVE;
     object->pins = 1;
-    object->thread = &thread;
+    object->thread = object->block = &thread;
+    ++thread.holders;
     thread.object = object;
     return object;
 }

@@ -1,0 +1,592 @@
+// Devices and their manager: rendezvous, opening and closing, properties, streams, and sequences whose devices answer
+// in any order.
+#include "simulated/scenario.h"
+
+#include "resmgt/deviceManager.h"
+#include "resmgt/deviceProtocol.h"
+#include "resmgt/locks.h"
+#include "zvbase/inPackage.h"
+
+#include <cstring>
+#include <memory>
+
+using namespace Zv;
+using namespace Zv::Simulated;
+
+namespace {
+
+constexpr Settings WITH_PACKAGES = {.schedules = 60, .bound = 100'000, .leftOver = {64, 0}};
+
+struct Samples : DevMDStreamBuf
+{
+    explicit Samples(int v) : value(v) {}
+    int value;
+};
+
+struct Format : DevMDStreamFormat
+{};
+
+class Sink : public DevMDStdStreamPassiveSink
+{
+public:
+    using DevMDStdStreamPassiveSink::DevMDStdStreamPassiveSink;
+    int getKind() override { return 0; }
+    bool isCompatible(RCShdPtr<DevMDStreamFormat> const &) override { return true; }
+};
+
+class Source : public DevMDStdStreamActiveSource
+{
+public:
+    using DevMDStdStreamActiveSource::DevMDStdStreamActiveSource;
+    int getKind() override { return 0; }
+    RCShdPtr<DevMDStreamFormat> getFormat() override { return makeShd<Format>(); }
+    void connect(RCShdPtr<DevMDStreamPassiveSink> sink) override { _sink = sink; }
+    void push(int value)
+    {
+        _sink->push(makeObj<DevMDStreamElem>(makeShd<Samples>(value), DevMDStreamElem::Ev{}));
+    }
+
+private:
+    RCShdPtr<DevMDStreamPassiveSink> _sink;
+};
+
+/// A device with all four faces. What it does is done on its own thread, which each function checks.
+class Probe : public DevMDStdAccessPrtcl,
+              public DevMDStdSyncSeqPrtcl,
+              public DevMDStdStreamPrtcl,
+              public DevMDStdPropertyPrtcl
+{
+public:
+    struct Level : DevMDStdProperty<int>
+    {
+        using DevMDStdProperty<int>::DevMDStdProperty;
+    };
+    /// What else a device does.
+    struct Wishes
+    {
+        /// The step at which it aborts.
+        char const *abortsAt = "";
+    };
+
+    Probe(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo, Wishes wishes)
+        : DevMDStdAccessPrtcl(name, fifo, makeObj<DevMDStdLoopThreadProtocol>(fifo),
+                              makeAccessANOFactory(*this)),
+          DevMDStdSyncSeqPrtcl(name, fifo, makeSyncSeqANOFactory(*this)),
+          DevMDStdStreamPrtcl(name),
+          DevMDStdPropertyPrtcl(name),
+          out(makeShd<Source>("out", "What it makes")),
+          _queue(fifo),
+          _wishes(wishes)
+    {
+        addStream(makeShd<Sink>("in", "What it takes", fifo,
+                                makePushANOFactory([this](ObjPtr<DevMDStreamElem> elem) {
+                                    checkThread();
+                                    sum += rcDynamicCast<Samples>(elem->getBuf())->value;
+                                })));
+        addStream(out);
+        ObjPtr<DevMDStdPropertySetBuilder> builder(getPropertySetBuilder());
+        level = makeShd<Level>("level", "A number", 3u,
+                               makePropertyANOFactory<int>(
+                                   [this](int value) {
+                                       checkThread();
+                                       _level = value;
+                                       level->changed();
+                                   },
+                                   [this](int &value) {
+                                       checkThread();
+                                       value = _level;
+                                   }),
+                               fifo);
+        builder->addProperty(level);
+    }
+
+    // On the device's thread.
+    void open()
+    {
+        _thread = ::GetCurrentThreadId();
+        HOLDS(!isOpen);
+        isOpen = true;
+    }
+    void close()
+    {
+        checkThread();
+        isOpen = false;
+    }
+    void start(ObjPtr<DevANO> recover, ObjPtr<DevANO> abort)
+    {
+        _recover = recover;
+        _abort = abort;
+        isStarted = true;
+        take("start");
+        if (_isBroken)
+            _abort->performExecute();
+    }
+    void sync(DtTimeMark const &) { take("sync"); }
+    void sync(DtTime const &) { take("sync"); }
+    void recover() { take("recover"); }
+    void stop()
+    {
+        take("stop");
+        isStopped = true;
+    }
+    void abort()
+    {
+        take("abort");
+        isStopped = true;
+    }
+    void breakDown()
+    {
+        checkThread();
+        _isBroken = true;
+        if (isStarted && !isStopped)
+            _abort->performExecute();
+    }
+    void loseLock()
+    {
+        checkThread();
+        _recover->performExecute();
+    }
+
+    // On other threads.
+    DtTime getLatency() override { return DtTime(); }
+    DtTimeMark getMark() override
+    {
+        locked.post();
+        return DtTimeMark();
+    }
+    template <class Function>
+    void ask(Function function)
+    {
+        DevANOQueueEntry entry(makeANO(function));
+        _queue->produce(entry);
+    }
+
+    /// Is posted each time that the device has locked and its machine knows.
+    LkUnnamedSema locked{"locked", 0};
+    bool isOpen = false;
+    bool isStarted = false;
+    bool isStopped = false;
+    int sum = 0;
+    RCShdPtr<Source> out;
+    RCShdPtr<Level> level;
+
+private:
+    void checkThread() const { HOLDS(_thread == ::GetCurrentThreadId()); }
+    void take(char const *what)
+    {
+        checkThread();
+        step(what);
+        if (std::strcmp(_wishes.abortsAt, what) == 0)
+            _abort->performExecute();
+    }
+
+    RCShdPtr<DevMDStdFifo> _queue;
+    Wishes _wishes;
+    bool _isBroken = false;
+    DWORD _thread = 0;
+    int _level = 0;
+    ObjPtr<DevANO> _recover;
+    ObjPtr<DevANO> _abort;
+};
+
+using ProbePtr = RCShdPtr<Probe>;
+
+ProbePtr makeProbe(char const *name, int capacity = 1)
+{
+    return makeShd<Probe>(name, makeShd<DevMDStdFifo>(capacity), Probe::Wishes{});
+}
+
+/// A kind of device that the registry knows; the device stays here to be looked at.
+ProbePtr &enterProbe(char const *name, Probe::Wishes const &wishes = {})
+{
+    auto &device = *new ProbePtr;
+    DevRegistry::getInstance().add(
+        makeRegistryEntry(name, "a probe", [&device, wishes](LiString const &kind) {
+            HOLDS(device.isNull());
+            device = makeShd<Probe>(kind, makeShd<DevMDStdFifo>(2), wishes);
+            return RCShdPtr<DevMDPrtcl>(device.get());
+        }));
+    return device;
+}
+
+} // namespace
+
+SIMULATED(Rendezvous, {.schedules = 300, .preemptions = 2, .leaks = true})
+{
+    auto receiver = std::make_unique<DevReceiverWait>("rendezvous");
+    DevSenderWait sender(*receiver);
+    bool isStill = false;
+    Worker serving("serving", [&] {
+        receiver->post();
+        receiver->wait();
+        HOLDS(isStill);
+        receiver.reset();
+    });
+    sender.wait();
+    isStill = true;
+    sender.post();
+}
+
+SIMULATED(DeviceOpensAndCloses, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    ProbePtr const device = makeProbe("probe");
+    device->performOpen();
+    HOLDS(device->isOpen);
+    device->level->set(5);
+    int level = 0;
+    device->level->get(level);
+    HOLDS(level == 5);
+    device->performClose();
+    HOLDS(!device->isOpen);
+}
+
+SIMULATED(DeviceClosedWhileRequestsArrive, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    ProbePtr const device = makeProbe("probe");
+    auto const ask = [&device] {
+        try {
+            int level = 0;
+            device->level->set(1);
+            device->level->get(level);
+            HOLDS(level == 1);
+        } catch (DevPrtclEx::ExMDStdPropertyGet const &) {
+            // It was closed before.
+        }
+    };
+    device->performOpen();
+    Worker first("first", ask);
+    Worker second("second", ask);
+    device->performClose();
+    first.join();
+    second.join();
+    HOLDS(!device->isOpen);
+}
+
+SIMULATED(DeviceDestroyedUnclosed, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    ProbePtr const device = makeProbe("probe");
+    device->performOpen();
+    Worker setter("setter", [&] { device->level->set(1); });
+}
+
+// ---- the manager ----------------------------------------------------------------------------------------
+
+SIMULATED(ManagerAskedForOneDeviceByThree, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    ProbePtr &probe = enterProbe("probe");
+    {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        auto const ask = [&] {
+            RCShdPtr<DevMDPrtcl> const device = manager->getPrtcl("probe");
+            HOLDS(device == rcDynamicCast<DevMDPrtcl>(probe) && probe->isOpen);
+        };
+        Worker first("first", ask);
+        Worker second("second", ask);
+        ask();
+    }
+    HOLDS(!probe->isOpen);
+    probe = nullptr;
+}
+
+SIMULATED(MediatorComesAndGoes, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    RCShdPtr<DevMgrMediator> mediator(new DevMgrMediator);
+    int executed = 0;
+    Worker reporter("reporter", [fifo = mediator->getFifo(), &executed] {
+        for (int i = 0; i < 2; ++i) {
+            DevANOQueueEntry entry(makeANO([&executed] { ++executed; }));
+            fifo->produce(entry);
+        }
+    });
+    mediator = nullptr;
+    reporter.join();
+    HOLDS(executed <= 2);
+}
+
+// ---- properties -----------------------------------------------------------------------------------------
+
+namespace {
+
+class Observer : public DevMgrPropertyObserver
+{
+public:
+    void update(DevMgrPropertyObserverHint const &hint) override
+    {
+        HOLDS(!isDetached && !hint.getProperty().isNull());
+        ++updates;
+    }
+    bool isDetached = false;
+    int updates = 0;
+};
+
+} // namespace
+
+SIMULATED(PropertyObserversComeAndGoWhileItChanges, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    ProbePtr &probe = enterProbe("probe");
+    {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        ObjPtr<DevMgrPropertyAcc> access(manager->createPropertyAcc());
+        RCShdPtr<DevMDPropertyAny> const level = access->getProperty("probe:level");
+        Worker changer("changer", [&] {
+            for (int i = 1; i <= 2; ++i)
+                probe->level->set(i);
+        });
+        auto const observe = [&] {
+            RCShdPtr<Observer> const observer = makeShd<Observer>();
+            access->attachObserver(level, observer);
+            step("observing");
+            access->detachObserver(level, observer);
+            observer->isDetached = true;
+        };
+        Worker other("other", observe);
+        observe();
+    }
+    probe = nullptr;
+}
+
+SIMULATED(PropertyAccessGoesWhileTheDeviceReports, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    ProbePtr &probe = enterProbe("probe");
+    {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        RCShdPtr<Observer> const observer = makeShd<Observer>();
+        ObjPtr<DevMgrPropertyAcc> access(manager->createPropertyAcc());
+        RCShdPtr<DevMDPropertyAny> const level = access->getProperty("probe:level");
+        access->attachObserver(level, observer);
+        Worker changer("changer", [&] { probe->level->set(1); });
+        access.reset();
+        observer->isDetached = true;
+    }
+    probe = nullptr;
+}
+
+// ---- streams --------------------------------------------------------------------------------------------
+
+SIMULATED(StreamsConnectedByTwo, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    ProbePtr &from = enterProbe("from");
+    ProbePtr &to = enterProbe("to");
+    {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        int connected = 0;
+        auto const connect = [&](DevMgrStreamAcc &access) {
+            try {
+                access.connect("from:out push to:in");
+                ++connected;
+            } catch (DevMgrEx::StreamNotAvailable const &) {
+                return;
+            }
+            from->out->push(3);
+            from->out->push(4);
+        };
+        ObjPtr<DevMgrStreamAcc> mine(manager->createStreamAcc());
+        ObjPtr<DevMgrStreamAcc> others(manager->createStreamAcc());
+        Worker other("other", [&] { connect(*others); });
+        connect(*mine);
+        other.join();
+        HOLDS(connected == 1);
+    }
+    HOLDS(to->sum == 7);
+    from = nullptr;
+    to = nullptr;
+}
+
+// ---- sequences ------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Three devices in a tree, from its configuration until all have ended.
+class Sequence
+{
+public:
+    explicit Sequence(char const *config, Probe::Wishes const &ofRoot = {})
+        : root(enterProbe("root", ofRoot)),
+          child(enterProbe("child")),
+          other(enterProbe("other")),
+          _manager(DevMgr::create()),
+          _access(_manager->createSyncSeqAcc())
+    {
+        _access->configure(config);
+    }
+    ~Sequence()
+    {
+        _access.reset();
+        _manager.reset();
+        root = child = other = nullptr;
+    }
+
+    void start() { _access->start(); }
+    void stop() { _access->stop(); }
+    void waitForLock()
+    {
+        for (ProbePtr const &probe : {root, child, other})
+            probe->locked.wait();
+        expectAll("lock");
+    }
+    void waitForEnd()
+    {
+        {
+            WaitingFor const stopped("all devices have stopped", [this] {
+                return root->isStopped && child->isStopped && other->isStopped;
+            });
+            _access->wait();
+        }
+        HOLDS(root->isStopped && child->isStopped && other->isStopped);
+    }
+    void expectAll(char const *state)
+    {
+        for (char const *name : {"root", "child", "other"})
+            HOLDS(_access->getState(name) == state);
+    }
+
+    ProbePtr &root;
+    ProbePtr &child;
+    ProbePtr &other;
+
+private:
+    ObjPtr<DevMgr> _manager;
+    ObjPtr<DevMgrSyncSeqAcc> _access;
+};
+
+void breakDown(ProbePtr const &probe)
+{
+    probe->ask([device = probe.get()] { device->breakDown(); });
+}
+
+/// Stopped by another thread at whatever point they have come to.
+void stopSomewhere(char const *config, Probe::Wishes const &ofRoot = {})
+{
+    Sequence sequence(config, ofRoot);
+    sequence.start();
+    Worker stopper("stopper", [&] { sequence.stop(); });
+    sequence.waitForEnd();
+    stopper.join();
+    sequence.expectAll("final");
+}
+
+} // namespace
+
+/// The table of the machines takes tens of thousands of steps, and no thread but its maker sees it before it stands.
+constexpr Settings WITH_TABLE = {.schedules = 60,
+                                 .bound = 100'000,
+                                 .leftOver = {64, 0},
+                                 .prepare = [] { DevSeqSMTable::getInstance(); }};
+
+SIMULATED(SequenceStoppedAtAnyPoint, WITH_TABLE)
+{
+    InPackageScope const packages;
+    stopSomewhere("( root ( child other ) )");
+}
+
+SIMULATED(SequenceInALineStoppedAtAnyPoint, WITH_TABLE)
+{
+    InPackageScope const packages;
+    stopSomewhere("( root ( child ( other ) ) )");
+}
+
+/// An abort is the device's own affair: its neighbours are not told, so all of them break down, each at its own point.
+/// What a neighbour reports or orders behind a machine's end is illegal there, and changes nothing for the devices.
+SIMULATED(SequenceInALineBreaksAtAnyPoint, WITH_TABLE)
+{
+    InPackageScope const packages;
+    Sequence sequence("( root ( child ( other ) ) )");
+    Worker breaker("breaker", [&] {
+        for (ProbePtr const &probe : {sequence.child, sequence.root, sequence.other})
+            breakDown(probe);
+    });
+    sequence.start();
+    sequence.waitForEnd();
+    breaker.join();
+}
+
+SIMULATED(SequenceBreaksWhenItHasLocked, WITH_TABLE)
+{
+    InPackageScope const packages;
+    Sequence sequence("( root ( child other ) )");
+    sequence.start();
+    sequence.waitForLock();
+    Worker breaker("breaker", [&] {
+        breakDown(sequence.child);
+        breakDown(sequence.root);
+    });
+    breakDown(sequence.other);
+    sequence.waitForEnd();
+    breaker.join();
+    sequence.expectAll("final");
+}
+
+SIMULATED(SequenceAbortedByItsRootAsItStops, WITH_TABLE)
+{
+    InPackageScope const packages;
+    stopSomewhere("( root ( child other ) )", {.abortsAt = "stop"});
+}
+
+/// A device that loses its lock takes those below it along; all lock again, and stop as ever.
+SIMULATED(SequenceLosesItsLock, WITH_TABLE)
+{
+    InPackageScope const packages;
+    Sequence sequence("( root ( child ( other ) ) )");
+    sequence.start();
+    sequence.waitForLock();
+    sequence.child->ask([device = sequence.child.get()] { device->loseLock(); });
+    // The root reads its mark anew when all below it are ready.
+    sequence.waitForLock();
+    sequence.stop();
+    sequence.waitForEnd();
+    sequence.expectAll("final");
+}
+
+SIMULATED(SequenceRootLosesItsLock, WITH_TABLE)
+{
+    InPackageScope const packages;
+    Sequence sequence("( root ( child other ) )");
+    sequence.start();
+    sequence.waitForLock();
+    sequence.root->ask([device = sequence.root.get()] { device->loseLock(); });
+    sequence.waitForLock();
+    sequence.stop();
+    sequence.waitForEnd();
+    sequence.expectAll("final");
+}
+
+SIMULATED(SequenceTreeGoesUnstopped, WITH_TABLE)
+{
+    InPackageScope const packages;
+    ProbePtr &root = enterProbe("root");
+    ProbePtr &child = enterProbe("child");
+    {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        ObjPtr<DevMgrSyncSeqAcc> access(manager->createSyncSeqAcc());
+        access->configure("( root ( child ) )");
+        access->start();
+    }
+    HOLDS(!root->isOpen && !child->isOpen);
+    root = nullptr;
+    child = nullptr;
+}
+
+SIMULATED(SequencesOfTwoManagers, WITH_TABLE)
+{
+    InPackageScope const packages;
+    enterProbe("a");
+    enterProbe("b");
+    auto const run = [](char const *config) {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        ObjPtr<DevMgrSyncSeqAcc> access(manager->createSyncSeqAcc());
+        access->configure(config);
+        access->start();
+        access->stop();
+        access->wait();
+    };
+    Worker other("other", [&] { run("( b )"); });
+    run("( a )");
+}
