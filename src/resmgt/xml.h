@@ -15,4 +15,5 @@
 #include "resmgt/xml/xmlParserProtocolSax.h"
 #include "resmgt/xml/xmlReader.h"
 #include "resmgt/xml/xmlStreamer.h"
+#include "resmgt/xml/xmlText.h"
 #include "resmgt/xml/xmlWriter.h"

@@ -491,6 +491,7 @@ TEST(XmlDocumentBuilder, ServesAgainAfterAFailure)
     XmlDocumentBuilder builder;
     std::istringstream broken("<a><b><c x='1'>");
     EXPECT_THROW(XmlDocument(broken, builder), XmlEx::ExSyntaxError);
+    EXPECT_EQ(nullptr, builder.getDocument()) << "it has gone";
     for (int turn = 0; turn < 2; ++turn) {
         std::istringstream whole("<d><e/></d>");
         XmlDocument const document(whole, builder);

@@ -33,7 +33,12 @@ XmlDocument::XmlDocument(char const *text) : XmlDocument(false)
 XmlDocument::XmlDocument(std::istream &input, XmlDocumentBuilder &builder) : XmlDocument(false)
 {
     builder.setDocument(this);
-    XmlParser::parse(builder, input);
+    try {
+        XmlParser::parse(builder, input);
+    } catch (...) {
+        builder.setDocument(nullptr); // there is no document now
+        throw;
+    }
 }
 
 XmlDocument::~XmlDocument() noexcept(false) = default;

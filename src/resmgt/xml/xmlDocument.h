@@ -30,7 +30,8 @@ public:
     explicit XmlDocument(std::istream &input);
     explicit XmlDocument(LiString const &text);
     explicit XmlDocument(char const *text);
-    /// With a builder of the caller's, which is given this document and points to it afterwards.
+    /// With a builder of the caller's, which is given this document and points to it afterwards, or to none after a
+    /// failure.
     XmlDocument(std::istream &input, XmlDocumentBuilder &builder);
     XmlDocument(XmlDocument const &) = delete;
     XmlDocument &operator=(XmlDocument const &) = delete;
