@@ -31,8 +31,11 @@ AudioReader::AudioReader(std::string const &path) : _path(path), _file(nullptr, 
     _format.frames = info.frames < SF_COUNT_MAX ? info.frames : 0;
 }
 
-std::vector<double> AudioReader::read(int frames)
+std::vector<double> AudioReader::read(std::int64_t position, int frames)
 {
+    // Who reads on from where he was needs no file that can be wound.
+    if (position != _position && sf_seek(_file.get(), position, SEEK_SET) != position)
+        ZV_THROW(PlayoutEx::Input, _path.c_str(), sf_strerror(_file.get()));
     auto const channels = static_cast<std::size_t>(_format.channels);
     std::vector<double> samples(static_cast<std::size_t>(frames) * channels);
     sf_count_t count = 0;
@@ -46,8 +49,8 @@ std::vector<double> AudioReader::read(int frames)
     }
     if (sf_error(_file.get()))
         ZV_THROW(PlayoutEx::Input, _path.c_str(), sf_strerror(_file.get()));
-    _framesRead += count;
-    if (count == 0 && _framesRead < _format.frames)
+    _position = position + count;
+    if (count == 0 && _position < _format.frames)
         ZV_THROW(PlayoutEx::Input, _path.c_str(), "the file ends before its last frame");
     samples.resize(static_cast<std::size_t>(count) * channels);
     return samples;

@@ -1,7 +1,7 @@
 // Reading a sound file.
 #pragma once
 
-#include "audioFormat.h"
+#include "clip.h"
 
 #include <sndfile.h>
 
@@ -9,23 +9,20 @@
 #include <string>
 #include <vector>
 
-/// An open sound file. Samples are in full scale 1.0 whatever the file's encoding, and exact: PCM goes through whole
-/// numbers of 32 bits. One thread at a time.
-class AudioReader
+/// An open sound file, read as it comes. Samples are exact: PCM goes through whole numbers of 32 bits.
+class AudioReader : public Clip
 {
 public:
     /// Throws `PlayoutEx::Input`.
     explicit AudioReader(std::string const &path);
 
-    AudioFormat const &getFormat() const { return _format; }
-    /// The next `frames` frames, interleaved; fewer at the end of the file, and none behind it. Throws
-    /// `PlayoutEx::Input`, also for a file that ends before its time.
-    std::vector<double> read(int frames);
+    AudioFormat const &getFormat() const override { return _format; }
+    std::vector<double> read(std::int64_t position, int frames) override;
 
 private:
     std::string _path;
     std::unique_ptr<SNDFILE, int (*)(SNDFILE *)> _file;
     AudioFormat _format;
-    std::int64_t _framesRead = 0;
+    std::int64_t _position = 0;
     std::vector<int> _numbers; // of one block, for PCM
 };

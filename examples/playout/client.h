@@ -2,45 +2,31 @@
 #pragma once
 
 #include "display.h"
+#include "observers.h"
 #include "options.h"
-#include "playoutDevice.h"
-#include "playoutJob.h"
+#include "stage.h"
 
-#include <resmgt/deviceManager.h>
-
-#include <atomic>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
-/// Builds the tree, runs it once, and takes it down. For one thread.
+/// Plays a show once, and tells of it. For one thread.
 class Client
 {
 public:
-    explicit Client(Options const &options);
+    /// Both outlive the client. Throws `PlayoutEx`.
+    Client(Options const &options, Show const &show);
     Client(Client const &) = delete;
     Client &operator=(Client const &) = delete;
-    ~Client() noexcept(false);
 
     /// Returns when the recording has gone through and everything is closed. Throws what went wrong, when everything is
     /// closed as well; returns false where a signal has stopped it.
     bool run();
+    std::string const &getOutput() const { return _job->output; }
 
 private:
-    class Observer;
-    class StateObserver;
-
-    /// A device has come to a state.
-    struct Move
-    {
-        double time;
-        std::string device;
-        std::string state;
-    };
-
     void checkFiles() const;
-    void configure();
+    void show();
     void setProperties();
     void observe();
     void play();
@@ -52,22 +38,14 @@ private:
     void tellFailure(double failedAt);
     void showProgress(bool isLast);
     void showResult();
-    void close();
-    bool isInSequence(char const *device) const;
-    /// Runs a step; what the library finds wrong in it bears the step's name.
-    template <class Step>
-    void inContext(std::string const &context, Step step);
 
-    Options const _options;
+    Options const &_options;
     Zv::RCShdPtr<PlayoutJob> _job;
     Display _display;
-    // Closed in the reverse order, the devices with the manager; their objects live on for their figures.
-    std::vector<std::pair<std::string, Zv::RCShdPtr<PlayoutDevice>>> _devices; // root first
-    Zv::ObjPtr<Zv::DevMgr> _manager;
-    Zv::ObjPtr<Zv::DevMgrSyncSeqAcc> _sequence;
-    Zv::ObjPtr<Zv::DevMgrStreamAcc> _streams;
-    Zv::ObjPtr<Zv::DevMgrPropertyAcc> _properties;
-    Zv::RCShdPtr<Observer> _observer;
+    Stage _stage;
+    std::string _player;              // by name
+    std::vector<std::string> _faders; // the first one's peak is shown
+    Zv::RCShdPtr<PropertyObserver> _observer;
     Zv::RCShdPtr<StateObserver> _stateObserver;
 
     std::map<std::string, std::string> _states; // by device

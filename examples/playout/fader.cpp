@@ -10,10 +10,10 @@ using namespace Zv;
 Fader::Fader(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDevice(name, job)
 {
     addIn("What is faded");
-    addOut("The same at another level", [this] {
+    addOut("The same at another level", [this, name] {
         // Connected from the player on, so that each device knows the format when it is its turn.
         if (!getIn().isConnected())
-            ZV_THROW(PlayoutEx::NotConnected, "fader", "in");
+            ZV_THROW(PlayoutEx::NotConnected, name.getChars(), "in");
         return getIn().getFormat();
     });
     _shownPeak = makeShd<DevMDStdReading<double>>(

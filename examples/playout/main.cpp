@@ -1,4 +1,4 @@
-// zvplayout: a recording through a tree of managed devices.
+// zvplayout: recordings through a tree of managed devices.
 
 #include "client.h"
 #include "options.h"
@@ -61,20 +61,33 @@ int report(char const *reason)
     return FAILED;
 }
 
+int dump(Show &show)
+{
+    std::cout << Zv::XmlWriter().toXmlDocument(show).getChars() << std::flush;
+    if (!std::cout)
+        ZV_THROW(PlayoutEx::Output, "the show", std::strerror(errno));
+    return DONE;
+}
+
 int playOut(Options const &options)
 {
     try {
         TraceFile trace(options.trace);
         bool isComplete = false;
+        std::string output;
         {
             Zv::InPackageScope packages;
-            Client client(options);
+            auto const show = options.makeShow();
+            if (options.dumpShow)
+                return dump(*show);
+            Client client(options, *show);
+            output = client.getOutput();
             isComplete = client.run();
         }
         trace.close();
         if (isComplete)
             return DONE;
-        report(("interrupted: " + options.output + " was not written").c_str());
+        report(("interrupted: " + output + " was not written").c_str());
         return SIGNALLED + Signals::getCaught();
     } catch (Zv::ExBase const &failure) {
         return report(failure.getReason());

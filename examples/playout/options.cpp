@@ -1,6 +1,10 @@
 #include "options.h"
 
-#include <charconv>
+#include "propertyText.h"
+#include "showReader.h"
+
+#include <zvbase/zvbase.h>
+
 #include <cmath>
 
 namespace {
@@ -25,16 +29,6 @@ int takeBlockFrames(std::string const &option, std::string const &text)
 
 } // namespace
 
-std::optional<double> parseNumber(std::string const &text)
-{
-    double number = 0;
-    auto const end = text.data() + text.size();
-    auto const [last, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || last != end || !std::isfinite(number))
-        return std::nullopt;
-    return number;
-}
-
 Options Options::parse(int argc, char const * const *argv)
 {
     Options options;
@@ -53,6 +47,10 @@ Options Options::parse(int argc, char const * const *argv)
         if (name == "--help" || name == "-h") {
             options.help = true;
             return options;
+        }
+        if (bool * const flag = options.findFlag(name)) {
+            *flag = true;
+            continue;
         }
         std::optional<std::string> attached;
         if (auto const equals = name.find('='); equals != name.npos) {
@@ -81,28 +79,69 @@ Options Options::parse(int argc, char const * const *argv)
         else
             throw Error("unknown option " + name);
     }
-    if (files.size() != 2)
+    if (!files.empty())
+        options.input = files[0];
+    if (files.size() == 2)
+        options.output = files[1];
+    else if (files.size() != 1 || !options.isShow())
         throw Error("an INPUT and an OUTPUT are needed");
-    options.input = files[0];
-    options.output = files[1];
-    if (options.streams.empty())
-        options.streams = {"player:out push fader:in", "fader:out push recorder:in"};
+    if (options.isShow() && options.blockFrames)
+        throw Error("--block: the blocks of a show are the frames of its clock");
+    if (options.dumpShow && (options.gain || !options.properties.empty()))
+        throw Error("--dump-show: a show has properties of its own");
     return options;
+}
+
+bool Options::isShow() const
+{
+    return Zv::OsFilePath(input).getExtension() == ".xml";
+}
+
+bool *Options::findFlag(std::string const &name)
+{
+    return name == "--dump-show" ? &dumpShow : nullptr;
+}
+
+std::unique_ptr<Show> Options::makeShow() const
+{
+    std::unique_ptr<Show> show;
+    if (isShow()) {
+        show = ShowReader(input).read();
+    } else {
+        show = std::make_unique<Show>();
+        show->clips.push_back(std::make_unique<ShowClip>(input));
+        show->complete(dumpShow);
+    }
+    if (!output.empty())
+        show->output = output;
+    if (sequence)
+        show->sequence = std::make_unique<ShowSequence>(*sequence);
+    if (!streams.empty())
+        show->connections.clear();
+    for (auto const &stream : streams)
+        show->connections.push_back(std::make_unique<ShowConnection>(stream));
+    return show;
 }
 
 char const *Options::getHelp()
 {
     return R"help(usage: zvplayout [options] INPUT OUTPUT
+       zvplayout [options] SHOW.xml [OUTPUT]
 
 Plays a sound file through a tree of three devices into another one: `player` reads it, `fader` applies a gain and
 measures the peak, `recorder` writes it. OUTPUT's extension chooses its kind: .wav, .aiff, .flac or .ogg.
+
+A show names all that, and more: its clips, its devices and their properties, how they are connected, the clock that
+paces them, the memory that clips may take, and events at timecodes. Its files are looked for beside it. OUTPUT goes
+before the show's own.
 
   --gain X            the factor on every sample, in place of 1
   --sequence STRING   the tree, in place of "( recorder ( fader ( player ) ) )"
   --stream STRING     a connection; given once or more often, in place of
                       "player:out push fader:in" and "fader:out push recorder:in", source before sink
   --property STRING   a property and its value, such as "fader:levels:gain=0.5"; may be given more often
-  --block FRAMES      frames in a block, in place of 1024
+  --block FRAMES      frames in a block, in place of 1024; not for shows
+  --dump-show         write the show, or the one that the command line amounts to, and play nothing
   --trace FILE        keep what the library and the devices trace
   --help              this text
 

@@ -1,6 +1,9 @@
 // The command line.
 #pragma once
 
+#include "show.h"
+
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -18,16 +21,22 @@ struct Options
     static Options parse(int argc, char const * const *argv);
     static char const *getHelp();
 
+    /// Whether the input is a show: by its extension.
+    bool isShow() const;
+    /// The show of the document, or of the one file, with what the options say in its place. Throws `PlayoutEx`.
+    std::unique_ptr<Show> makeShow() const;
+
     bool help = false;
     std::string input;
-    std::string output;
+    std::string output; ///< may be empty for a show
     std::optional<double> gain;
-    std::string sequence = "( recorder ( fader ( player ) ) )";
-    std::vector<std::string> streams; ///< the default ones where none is given
+    std::optional<std::string> sequence;
+    std::vector<std::string> streams;
     std::vector<std::string> properties;
     std::string trace; ///< empty for none
-    int blockFrames = 1024;
-};
+    std::optional<int> blockFrames;
+    bool dumpShow = false;
 
-/// The whole text as a number, or nothing. Infinities are none.
-std::optional<double> parseNumber(std::string const &text);
+private:
+    bool *findFlag(std::string const &name);
+};

@@ -1,10 +1,12 @@
 #include "player.h"
 
+#include "audioReader.h"
+
 using namespace Zv;
 
 Player::Player(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDevice(name, job)
 {
-    addOut("The recording", [this] { return _reader->getFormat(); });
+    addOut("The recording", [this] { return _reel.getFormat(); });
     _position = makeShd<DevMDStdReading<double>>(
         "position", "How far the recording has been played, in seconds", getFifo());
     _length = makeShd<DevMDStdReading<double>>(
@@ -20,8 +22,11 @@ Player::~Player() = default;
 void Player::performOpen()
 {
     // On the client's thread: the device's does not run yet.
-    _reader = std::make_unique<AudioReader>(getJob().input);
-    auto const &format = _reader->getFormat();
+    for (auto const &clip : getJob().show.clips) {
+        std::string const path = getJob().show.resolve(clip->file);
+        _reel.add(std::make_unique<AudioReader>(path), path);
+    }
+    auto const &format = _reel.getFormat();
     _length->show(static_cast<double>(format.frames) / format.rate);
     PlayoutDevice::performOpen();
 }
@@ -35,8 +40,8 @@ bool Player::performPiece()
 {
     if (!_isPlaying)
         return false;
-    auto const &format = _reader->getFormat();
-    auto const block = makeShd<AudioBlock>(_reader->read(getJob().blockFrames));
+    auto const &format = _reel.getFormat();
+    auto const block = makeShd<AudioBlock>(_reel.read(_framesSent, getJob().blockFrames));
     if (block->samples.empty()) {
         _isPlaying = false;
         sendEnd();

@@ -1,20 +1,18 @@
 // The device that reads.
 #pragma once
 
-#include "audioReader.h"
 #include "playoutDevice.h"
+#include "reel.h"
 
-#include <memory>
-
-/// Reads the recording and pushes it, block by block, into what is connected to `out`, as fast as that takes it: from
-/// the moment that it has locked to the end of the file. Properties: `transport:position` and `transport:length`, in
+/// Reads the clips and pushes them, block by block, into what is connected to `out`, as fast as that takes it: from
+/// the moment that it has locked to the end of the last one. Properties: `transport:position` and `transport:length`, in
 /// seconds; a length of 0 is not known.
 class Player : public PlayoutDevice
 {
 public:
     Player(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
 
-    /// Opens the file. Throws `PlayoutEx::Input`.
+    /// Opens the files. Throws `PlayoutEx::Input`.
     void performOpen() override;
 
 protected:
@@ -25,7 +23,7 @@ protected:
     void performEnd() override;
 
 private:
-    std::unique_ptr<AudioReader> _reader;
+    Reel _reel;
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _position;
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _length;
     bool _isPlaying = false;

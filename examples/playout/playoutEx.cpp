@@ -36,3 +36,10 @@ PlayoutEx::Client::Client(char const *file, int line, char const *text)
 {
     setReason(text);
 }
+
+PlayoutEx::Show::Show(char const *file, int line, char const *path, int lineOfShow,
+                      char const *reason)
+    : std::runtime_error(""), PlayoutEx(file, line)
+{
+    formatReason("%s:%d: %s", path, lineOfShow, reason);
+}

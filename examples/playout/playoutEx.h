@@ -15,6 +15,7 @@ public:
     class NotStarted;
     class NeighbourFailed;
     class Client;
+    class Show;
 
     using ExBase::ExBase;
 };
@@ -65,4 +66,12 @@ class PlayoutEx::Client : public std::runtime_error, public PlayoutEx
 public:
     Client(char const *file, int line, char const *text);
     ZV_EXCEPTION_MEMBERS(Client)
+};
+
+/// "show.xml:12: Syntax error."
+class PlayoutEx::Show : public std::runtime_error, public PlayoutEx
+{
+public:
+    Show(char const *file, int line, char const *path, int lineOfShow, char const *reason);
+    ZV_EXCEPTION_MEMBERS(Show)
 };

@@ -2,8 +2,8 @@
 
 using namespace Zv;
 
-PlayoutJob::PlayoutJob(std::string inputPath, std::string outputPath, int framesPerBlock)
-    : input(std::move(inputPath)), output(std::move(outputPath)), blockFrames(framesPerBlock)
+PlayoutJob::PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock)
+    : show(playedShow), output(std::move(outputPath)), blockFrames(framesPerBlock)
 {}
 
 void PlayoutJob::complete()

@@ -1,5 +1,7 @@
-// What the client and its devices share: the files, and how the recording went.
+// What the client and its devices share: the show, and how the recording went.
 #pragma once
+
+#include "show.h"
 
 #include <resmgt/deviceManager.h>
 #include <resmgt/locks.h>
@@ -10,9 +12,10 @@
 class PlayoutJob : public Zv::RCBase<Zv::LkCounter<long>>
 {
 public:
-    PlayoutJob(std::string inputPath, std::string outputPath, int framesPerBlock);
+    /// The show outlives the job.
+    PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock);
 
-    std::string const input;
+    Show const &show;
     std::string const output;
     int const blockFrames;
 

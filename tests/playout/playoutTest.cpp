@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <utility>
 
@@ -134,6 +135,19 @@ void PlayoutTest::write(std::string const &name, Sound const &sound) const
     auto const count = static_cast<sf_count_t>(sound.samples.size());
     EXPECT_EQ(sf_write_int(file, sound.samples.data(), count), count);
     EXPECT_EQ(sf_close(file), 0);
+}
+
+void PlayoutTest::writeText(std::string const &name, std::string const &text) const
+{
+    std::ofstream(path(name), std::ios::binary) << text;
+}
+
+std::string PlayoutTest::withoutFolder(std::string text) const
+{
+    std::string const folder = path("");
+    for (auto i = text.find(folder); i != text.npos; i = text.find(folder))
+        text.replace(i, folder.size(), "%");
+    return text;
 }
 
 Sound PlayoutTest::make(std::string const &name, int format, int channels, int rate,

@@ -74,6 +74,9 @@ protected:
                sf_count_t frames) const;
     Sound read(std::string const &name) const;
     void write(std::string const &name, Sound const &sound) const;
+    void writeText(std::string const &name, std::string const &text) const;
+    /// A message, with the folder's path as "%".
+    std::string withoutFolder(std::string text) const;
 
     /// With the folder's files as INPUT and OUTPUT.
     Outcome play(std::string const &input, std::string const &output,

@@ -100,8 +100,8 @@ TEST_F(ShowTest, helpTellsOfEveryOption)
     Outcome const outcome = Playout({"--help"}).finish();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
-    for (char const * const option :
-         {"--gain", "--sequence", "--stream", "--property", "--block", "--trace", "--help"})
+    for (char const * const option : {"--gain", "--sequence", "--stream", "--property", "--block",
+                                      "--dump-show", "--trace", "--help"})
         EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
 }
 

@@ -1,0 +1,132 @@
+#include "show.h"
+
+#include "playoutEx.h"
+
+#include <filesystem>
+
+void ShowClip::performAttributes(ShowAttributes &attributes)
+{
+    attributes.text("file", file);
+}
+
+void ShowProperty::performAttributes(ShowAttributes &attributes)
+{
+    attributes.text("name", name);
+    attributes.text("value", value);
+}
+
+void ShowDevice::performAttributes(ShowAttributes &attributes)
+{
+    attributes.text("name", name);
+    attributes.optional("kind", kind);
+    if (kind.empty())
+        kind = name;
+    if (kind != "player" && kind != "fader" && kind != "recorder")
+        ZV_THROW(PlayoutEx::Client,
+                 ("\"" + kind + "\" is none of player, fader, recorder").c_str());
+}
+
+ShowElement *ShowDevice::makeChild(std::string const &tag)
+{
+    return tag == "property" ? make(properties) : nullptr;
+}
+
+void ShowDevice::forEachChild(std::function<void(ShowElement &)> const &visit)
+{
+    for (auto const &property : properties)
+        visit(*property);
+}
+
+void ShowSequence::performAttributes(ShowAttributes &attributes)
+{
+    attributes.text("tree", tree);
+}
+
+void ShowConnection::performAttributes(ShowAttributes &attributes)
+{
+    attributes.text("stream", stream);
+}
+
+void ShowClock::performAttributes(ShowAttributes &attributes)
+{
+    attributes.choice("rate", rate, {"PAL", "Film24", "NTSC ND", "NTSC DF"});
+}
+
+void ShowMemory::performAttributes(ShowAttributes &attributes)
+{
+    attributes.choice("manager", manager, {"heap", "arena"});
+    attributes.choice("strategy", strategy, {"LRU", "random"});
+    attributes.number("budget", budget, 1, std::int64_t{1} << 40);
+    attributes.number("page", page, 64, std::int64_t{1} << 30);
+    attributes.number("ahead", ahead, 0, 1000);
+}
+
+void ShowEvent::performAttributes(ShowAttributes &attributes)
+{
+    attributes.text("at", at);
+    attributes.choice("action", action, {"gain", "mute", "jump"});
+    attributes.text("value", value);
+}
+
+std::string Show::resolve(std::string const &file) const
+{
+    return std::filesystem::path(_path).replace_filename(file);
+}
+
+void Show::complete(bool isPaced)
+{
+    if (isPaced && !clock)
+        clock = std::make_unique<ShowClock>();
+    if (isPaced && !memory)
+        memory = std::make_unique<ShowMemory>();
+    if (devices.empty())
+        for (char const * const kind : {"player", "fader", "recorder"})
+            devices.push_back(std::make_unique<ShowDevice>(kind));
+    if (!sequence)
+        sequence = std::make_unique<ShowSequence>("( recorder ( fader ( player ) ) )");
+    if (connections.empty())
+        for (char const * const stream : {"player:out push fader:in", "fader:out push recorder:in"})
+            connections.push_back(std::make_unique<ShowConnection>(stream));
+}
+
+void Show::performReadEnd()
+{
+    if (clips.empty())
+        ZV_THROW(PlayoutEx::Client, "a show needs a clip");
+    complete(true);
+}
+
+void Show::performAttributes(ShowAttributes &attributes)
+{
+    attributes.optional("output", output);
+}
+
+ShowElement *Show::makeChild(std::string const &tag)
+{
+    return tag == "clock"        ? make(clock)
+           : tag == "memory"     ? make(memory)
+           : tag == "device"     ? make(devices)
+           : tag == "clip"       ? make(clips)
+           : tag == "sequence"   ? make(sequence)
+           : tag == "connection" ? make(connections)
+           : tag == "event"      ? make(events)
+                                 : static_cast<ShowElement *>(nullptr);
+}
+
+void Show::forEachChild(std::function<void(ShowElement &)> const &visit)
+{
+    auto const visitAll = [&](auto const &children) {
+        for (auto const &child : children)
+            visit(*child);
+    };
+    if (clock)
+        visit(*clock);
+    if (memory)
+        visit(*memory);
+    visitAll(devices);
+    visitAll(clips);
+    if (sequence)
+        visit(*sequence);
+    visitAll(connections);
+    visitAll(events);
+}
