@@ -1,3 +1,4 @@
+#include "allocations.h"
 #include "resmgt/dynamicAllocation.h"
 #include "resmgt/dynamicAllocation/daFirstFitArena.private.h"
 #include "zvbase/exSysError.h"
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iomanip>
 #include <map>
 #include <random>
 #include <sstream>
@@ -182,39 +184,136 @@ TEST(DaFirstFitArena, DumpsSaySizeCountAndFreeBlocks)
               other.str());
 }
 
-/// Every block lies where it was asked for and no two overlap; in the end all is one free block again.
-TEST(DaFirstFitArena, RandomBlocksNeverOverlapAndLeaveNothingBehind)
+/// First fit by looking at every unit of the range, from its beginning.
+class Model
 {
-    std::mt19937 random(7);
-    DaFirstFitArena arena(BASE + 24, 1 << 16);
-    std::map<std::uint64_t, std::uint64_t> blocks;
-    for (int i = 0; i < 20000; ++i) {
-        if (random() % 2 == 0 || blocks.empty()) {
-            std::uint64_t const size = random() % 700;
-            std::uint64_t const alignment =
-                random() % 4 == 0 ? 0 : std::uint64_t{1} << random() % 9;
-            std::uint64_t const start = arena.allocate(size, alignment);
-            if (start == 0)
-                continue;
-            ASSERT_GE(start, BASE + 24);
-            ASSERT_LE(start + size, BASE + 24 + (1 << 16));
-            if (alignment != 0) {
-                ASSERT_EQ(0u, start % alignment);
+public:
+    Model(std::uint64_t base, std::uint64_t size) : _base(base), _isTaken(size / UNIT, false) {}
+
+    std::uint64_t allocate(std::uint64_t size, std::uint64_t alignment)
+    {
+        std::size_t const nbUnits = std::max<std::uint64_t>(1, (size + UNIT - 1) / UNIT);
+        std::size_t nbFree = 0; // units from `start`
+        std::size_t start = 0;
+        for (std::size_t unit = 0; unit < _isTaken.size(); ++unit) {
+            bool const canStart = alignment == 0 || (_base + unit * UNIT) % alignment == 0;
+            if (_isTaken[unit])
+                nbFree = 0;
+            else if (nbFree != 0)
+                ++nbFree;
+            else if (canStart) {
+                start = unit;
+                nbFree = 1;
             }
-            auto const next = blocks.lower_bound(start);
-            ASSERT_TRUE(next == blocks.end() || start + size <= next->first);
-            ASSERT_TRUE(next == blocks.begin() ||
-                        std::prev(next)->first + std::prev(next)->second <= start);
-            blocks.emplace(start, std::max<std::uint64_t>(size, 1));
+            if (nbFree == nbUnits) {
+                std::fill_n(_isTaken.begin() + static_cast<long>(start), nbUnits, true);
+                _lengths[_base + start * UNIT] = nbUnits;
+                return _base + start * UNIT;
+            }
+        }
+        return 0;
+    }
+    void deallocate(std::uint64_t address)
+    {
+        std::fill_n(_isTaken.begin() + static_cast<long>((address - _base) / UNIT),
+                    _lengths.at(address), false);
+        _lengths.erase(address);
+    }
+    std::uint64_t pick(unsigned number) const
+    {
+        return std::next(_lengths.begin(), number % _lengths.size())->first;
+    }
+    std::size_t getNbBlocks() const { return _lengths.size(); }
+    std::string freeBlocks() const
+    {
+        std::ostringstream text;
+        text << "  free block map:\n";
+        for (std::size_t unit = 0; unit < _isTaken.size();) {
+            std::size_t const start = unit;
+            while (unit < _isTaken.size() && !_isTaken[unit])
+                ++unit;
+            if (unit != start)
+                text << "    " << std::setw(8) << start * UNIT << "  " << std::setw(8)
+                     << (unit - start) * UNIT << '\n';
+            else
+                ++unit;
+        }
+        return text.str();
+    }
+
+private:
+    static constexpr std::uint64_t UNIT = 8;
+
+    std::uint64_t _base;
+    std::vector<bool> _isTaken;
+    std::map<std::uint64_t, std::size_t> _lengths;
+};
+
+/// Where each block lies, and so that none overlaps another and each has its alignment, and what stays free.
+void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsigned nbSteps)
+{
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    DaFirstFitArena arena(BASE + 24, size);
+    Model model(BASE + 24, size);
+    int nbRefused = 0;
+    for (unsigned step = 0; step < nbSteps; ++step) {
+        // Full and empty by turns.
+        if (model.getNbBlocks() == 0 || random() % 8 < (step / 500 % 2 == 0 ? 5 : 3)) {
+            std::uint64_t const length = random() % largest;
+            std::uint64_t const alignment =
+                random() % 4 == 0 ? 0 : std::uint64_t{1} << random() % 10;
+            std::uint64_t const expected = model.allocate(length, alignment);
+            ASSERT_EQ(expected, arena.allocate(length, alignment)) << length << ", " << alignment;
+            nbRefused += expected == 0;
         } else {
-            auto const victim = std::next(blocks.begin(), random() % blocks.size());
-            arena.deallocate(victim->first);
-            blocks.erase(victim);
+            std::uint64_t const address = model.pick(random());
+            model.deallocate(address);
+            arena.deallocate(address);
+        }
+        if (step % 16 == 0) {
+            ASSERT_EQ(model.freeBlocks(), freeBlocks(arena));
         }
     }
-    for (auto const &block : blocks)
-        arena.deallocate(block.first);
-    EXPECT_EQ("  free block map:\n           0     65536\n", freeBlocks(arena));
+    EXPECT_NE(0, nbRefused);
+    while (model.getNbBlocks() != 0) {
+        std::uint64_t const address = model.pick(random());
+        model.deallocate(address);
+        arena.deallocate(address);
+        ASSERT_EQ(model.freeBlocks(), freeBlocks(arena));
+    }
+}
+
+TEST(DaFirstFitArena, RandomBlocksLieWhereTheModelHasThem)
+{
+    for (unsigned seed = 1; seed <= 10; ++seed)
+        compareWithModel(seed, 1 << 13, 300, 3000);
+    compareWithModel(11, 1 << 11, 20, 5000);
+    compareWithModel(12, 1 << 14, 3000, 5000);
+}
+
+TEST(DaFirstFitArena, AnAllocationThatThrowsChangesNothingAndAReleaseNeverDoes)
+{
+    std::mt19937 random(5);
+    DaFirstFitArena arena(BASE, 1 << 14);
+    std::vector<std::uint64_t> blocks;
+    int nbFailures = 0;
+    for (int i = 0; i < 300; ++i) {
+        std::string const before = freeBlocks(arena);
+        std::uint64_t block = 0;
+        nbFailures += ZvTest::failEachAllocation([&] { block = arena.allocate(8, 16); },
+                                                 [&] { ASSERT_EQ(before, freeBlocks(arena)); });
+        ASSERT_NE(0u, block);
+        blocks.push_back(block);
+    }
+    EXPECT_GT(nbFailures, 300);
+    std::shuffle(blocks.begin(), blocks.end(), random);
+    {
+        ZvTest::FailingAllocation const none(0);
+        for (std::uint64_t const block : blocks)
+            arena.deallocate(block);
+    }
+    EXPECT_EQ("  free block map:\n           0     16384\n", freeBlocks(arena));
 }
 
 // ---- pools and allocators
@@ -296,6 +395,26 @@ TEST(DaArenaPool, WithoutMemoryThereIsNoPool)
     EXPECT_EQ("_buffer != NULL",
               assertionOf([&] { DaArenaPool::create(new RecordingAllocator(calls), 64); }));
     EXPECT_EQ("+64~", calls.text);
+}
+
+TEST(DaArenaPool, WhateverFailsTheAllocatorGoesWithThePool)
+{
+    for (int turn = 0;; ++turn) {
+        Calls calls;
+        DaArenaAllocator * const allocator = new RecordingAllocator(calls);
+        ZvTest::FailingAllocation const failing(turn);
+        try {
+            delete DaArenaPool::create(allocator, 64);
+        } catch (std::bad_alloc &) {
+        }
+        // Nothing taken, the memory refused, or taken and given back.
+        ASSERT_TRUE(calls.text == "~" || calls.text == "+64~" || calls.text == "+64-64~")
+            << calls.text;
+        if (!failing.hasFailed()) {
+            EXPECT_GE(turn, 3);
+            return;
+        }
+    }
 }
 
 TEST(DaMallocAllocator, GivesAndTakesMemory)

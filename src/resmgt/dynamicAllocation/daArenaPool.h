@@ -10,8 +10,8 @@
 namespace Zv {
 
 /// Memory that is taken from an allocator once and given out by first fit, in multiples of 8 bytes. Blocks that come back
-/// are merged with their free neighbours. A search is linear in the number of free blocks, all else takes constant or
-/// logarithmic time.
+/// are merged with their free neighbours. A search takes logarithmic time in the number of free blocks, as long as it is
+/// not the alignment that long blocks fail by, and giving a block back does as well; only taking one can fail.
 ///
 /// A pool has no lock: one thread at a time. All blocks are back before it is destroyed, or its destructor fails an
 /// assertion, after it has given its memory back.

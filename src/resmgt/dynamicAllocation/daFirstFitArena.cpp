@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <iomanip>
-#include <iterator>
 #include <ostream>
-#include <utility>
 
 namespace Zv {
 
@@ -14,7 +12,7 @@ DaFirstFitArena::DaFirstFitArena(std::uint64_t base, std::uint64_t size, char co
     : _name(name), _base(base), _size(size & ~(ALIGNMENT - 1))
 {
     if (_size != 0)
-        _freeBlocks.emplace(_base, _size);
+        _freeBlocks.insert(_base, _size);
 }
 
 std::uint64_t DaFirstFitArena::allocate(std::uint64_t size, std::uint64_t alignment)
@@ -24,11 +22,12 @@ std::uint64_t DaFirstFitArena::allocate(std::uint64_t size, std::uint64_t alignm
         return 0;
     std::uint64_t const rounded =
         (std::max(size, std::uint64_t{1}) + ALIGNMENT - 1) & ~(ALIGNMENT - 1);
-    for (auto block = _freeBlocks.begin(); block != _freeBlocks.end(); ++block) {
-        auto const [address, length] = *block;
+    for (auto block = _freeBlocks.first(rounded); block != 0;
+         block = _freeBlocks.next(block, rounded)) {
+        std::uint64_t const address = _freeBlocks.getAddress(block);
         std::uint64_t const start = alignment == 0 ? address : roundUp(address, alignment);
         // Rounding wraps around at the end of the address space.
-        if (start < address || start - address > length || rounded > length - (start - address))
+        if (start < address || start - address > _freeBlocks.getLength(block) - rounded)
             continue;
         take(block, start, rounded);
         return start;
@@ -36,30 +35,25 @@ std::uint64_t DaFirstFitArena::allocate(std::uint64_t size, std::uint64_t alignm
     return 0;
 }
 
-/// What may throw comes first.
-void DaFirstFitArena::take(FreeBlocks::iterator block, std::uint64_t start, std::uint64_t size)
+void DaFirstFitArena::take(DaFreeBlocks::Position block, std::uint64_t start, std::uint64_t size)
 {
-    std::uint64_t const front = start - block->first;
-    std::uint64_t const rest = block->second - front - size;
-    auto const entry = _allocatedBlocks.emplace(start, size).first;
-    if (front == 0) {
-        auto node = _freeBlocks.extract(block);
-        if (rest != 0) {
-            node.key() = start + size;
-            node.mapped() = rest;
-            _freeBlocks.insert(std::move(node));
-        }
-        return;
+    // What may throw comes first, also what this block needs when it comes back: there is at most one free block behind
+    // each that is given out, and one before them all.
+    _freeBlocks.reserve(_allocatedBlocks.size() + 2);
+    _allocatedBlocks.emplace(start, size);
+
+    std::uint64_t const address = _freeBlocks.getAddress(block);
+    std::uint64_t const front = start - address;
+    std::uint64_t const rest = _freeBlocks.getLength(block) - front - size;
+    if (front == 0 && rest == 0) {
+        _freeBlocks.erase(block);
+    } else if (front == 0) {
+        _freeBlocks.change(block, start + size, rest);
+    } else {
+        _freeBlocks.change(block, address, front);
+        if (rest != 0)
+            _freeBlocks.insert(start + size, rest);
     }
-    if (rest != 0) {
-        try {
-            _freeBlocks.emplace_hint(std::next(block), start + size, rest);
-        } catch (...) {
-            _allocatedBlocks.erase(entry);
-            throw;
-        }
-    }
-    block->second = front;
 }
 
 void DaFirstFitArena::deallocate(std::uint64_t address)
@@ -68,20 +62,22 @@ void DaFirstFitArena::deallocate(std::uint64_t address)
     ZV_ASSERT(blockEntry != _allocatedBlocks.end());
     std::uint64_t const size = blockEntry->second;
 
-    auto const after = _freeBlocks.lower_bound(address);
-    auto block = after;
-    bool const joinsBefore = after != _freeBlocks.begin() &&
-                             std::prev(after)->first + std::prev(after)->second == address;
-    if (joinsBefore) {
-        block = std::prev(after);
-        block->second += size;
-    } else {
-        block = _freeBlocks.emplace_hint(after, address, size);
-    }
-    if (after != _freeBlocks.end() && after->first == block->first + block->second) {
-        block->second += after->second;
+    auto const before = _freeBlocks.before(address);
+    auto const after =
+        before != 0 ? _freeBlocks.next(before, ALIGNMENT) : _freeBlocks.first(ALIGNMENT);
+    bool const joinsBefore =
+        before != 0 && _freeBlocks.getAddress(before) + _freeBlocks.getLength(before) == address;
+    bool const joinsAfter = after != 0 && _freeBlocks.getAddress(after) == address + size;
+
+    std::uint64_t const start = joinsBefore ? _freeBlocks.getAddress(before) : address;
+    std::uint64_t const length = (joinsBefore ? _freeBlocks.getLength(before) : 0) + size +
+                                 (joinsAfter ? _freeBlocks.getLength(after) : 0);
+    if (joinsBefore && joinsAfter)
         _freeBlocks.erase(after);
-    }
+    if (joinsBefore || joinsAfter)
+        _freeBlocks.change(joinsBefore ? before : after, start, length);
+    else
+        _freeBlocks.insert(start, length);
     _allocatedBlocks.erase(blockEntry);
 }
 
@@ -102,9 +98,10 @@ void DaFirstFitArena::dumpSummary(std::ostream &stream) const
 void DaFirstFitArena::dump(std::ostream &stream) const
 {
     stream << "  free block map:\n";
-    for (auto const &[address, length] : _freeBlocks)
-        stream << "    " << std::setw(8) << address - _base << "  " << std::setw(8) << length
-               << '\n';
+    for (auto block = _freeBlocks.first(ALIGNMENT); block != 0;
+         block = _freeBlocks.next(block, ALIGNMENT))
+        stream << "    " << std::setw(8) << _freeBlocks.getAddress(block) - _base << "  "
+               << std::setw(8) << _freeBlocks.getLength(block) << '\n';
 }
 
 } // namespace Zv

@@ -1,12 +1,12 @@
 // The arena of a pool.
 #pragma once
 
+#include "resmgt/dynamicAllocation/daFreeBlocks.private.h"
 #include "zvbase/containers.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
-#include <map>
 
 namespace Zv {
 
@@ -21,6 +21,7 @@ public:
 
     /// The address of a block, or 0. An allocation that throws changes nothing.
     std::uint64_t allocate(std::uint64_t size, std::uint64_t alignment);
+    /// Asserts that the block was given out; else it does not fail.
     void deallocate(std::uint64_t address);
 
     /// Name, sizes and counts, in four lines.
@@ -33,15 +34,14 @@ private:
     {
         std::size_t operator()(std::uint64_t address) const noexcept { return address; }
     };
-    using FreeBlocks = std::map<std::uint64_t, std::uint64_t>;
 
     static std::uint64_t roundUp(std::uint64_t address, std::uint64_t alignment);
-    void take(FreeBlocks::iterator block, std::uint64_t start, std::uint64_t size);
+    void take(DaFreeBlocks::Position block, std::uint64_t start, std::uint64_t size);
 
     char const *_name;
     std::uint64_t _base;
     std::uint64_t _size;
-    FreeBlocks _freeBlocks; // length by address; no two of them touch
+    DaFreeBlocks _freeBlocks; // no two of them touch
     HashMap<std::uint64_t, std::uint64_t, Hash> _allocatedBlocks;
 };
 

@@ -149,5 +149,3 @@ private:
 };
 
 } // namespace Zv
-
-#include "resmgt/memoryBuffers/mbBufferImp.inline.h"

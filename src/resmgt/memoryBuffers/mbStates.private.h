@@ -1,7 +1,7 @@
 // The 30 states, family by family.
 #pragma once
 
-#include "resmgt/memoryBuffers/mbBufferImp.h"
+#include "resmgt/memoryBuffers/mbBufferImp.inline.h"
 #include "resmgt/memoryBuffers/mbManager.h"
 #include "resmgt/memoryBuffers/mbProtocol.h"
 #include "resmgt/memoryBuffers/mbStateImp.private.h"
