@@ -46,6 +46,25 @@ def hop_rows():
     return rows
 
 
+def memory_rows():
+    rows = [
+        Row("hold a loaded buffer: MbBufferRdGuardImp / std::shared_mutex, std::shared_ptr",
+            "hold/MbBufferRdGuardImp", "hold/std::shared_mutex", limit=0.07),
+        Row("hold a locked buffer: MbBufferRdGuardImp / std::shared_mutex, std::shared_ptr",
+            "holdAgain/MbBufferRdGuardImp", "holdAgain/std::shared_mutex", limit=0.07),
+    ]
+    for manager in ("MbHeapManager", "MbArenaManager"):
+        for peer in ("std::map", "std::unordered_map"):
+            rows.append(Row(f"load under pressure: {manager} / {peer}, std::list, std::mutex", f"load/{manager}",
+                            f"load/{peer}"))
+    for size in (10, 100, 1000, 10000, 100000):
+        ours = f"arena/DaArenaPool/{size}"
+        rows.append(Row(f"exchange one of {size} blocks: DaArenaPool / rbtree_best_fit", ours,
+                        f"arena/rbtree_best_fit/{size}", 1.0))
+        rows.append(Row(f"exchange one of {size} blocks: DaArenaPool / malloc", ours, f"arena/malloc/{size}"))
+    return rows
+
+
 PROGRAMS = {
     "lockBench": [
         Row("lock: LkMutex / std::recursive_mutex", "lock/LkMutex", "lock/std::recursive_mutex", 0.9),
@@ -77,6 +96,7 @@ PROGRAMS = {
         Row("copy: RCShdPtr / std::shared_ptr", "pointer/RCShdPtr", "pointer/std::shared_ptr", 1.0),
     ],
     "treeBench": tree_rows(),
+    "memoryBench": memory_rows(),
     "xmlBench": [
         Row("XML as it passes: XmlParserProtocolSax / expat", "xmlPass/ours", "xmlPass/expat", 0.34),
         Row("XML into a document: XmlDocument / tinyxml2", "xmlRead/ours", "xmlRead/tinyxml2", 0.34),

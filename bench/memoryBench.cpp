@@ -1,0 +1,303 @@
+// Memory: a hold on a loaded buffer, loading where memory is short, the arena.
+
+#include "resmgt/dynamicAllocation.h"
+#include "resmgt/memoryBuffers.h"
+
+#include <benchmark/benchmark.h>
+#include <boost/interprocess/managed_external_buffer.hpp>
+#include <boost/interprocess/mem_algo/rbtree_best_fit.hpp>
+#include <boost/interprocess/sync/mutex_family.hpp>
+
+#include <cstdlib>
+#include <cstring>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+using namespace Zv;
+
+ObjPtr<MbUnloadStrategy> newStrategy()
+{
+    return ObjPtr<MbUnloadStrategy>(new MbUnloadLRU(0));
+}
+
+// ---- a hold on a buffer that is loaded
+
+class LoadedBuffer
+{
+public:
+    LoadedBuffer()
+        : _manager(new MbHeapManager("bench", 1 << 20, newStrategy())),
+          buffer(
+              MbBufferSimpleFactory(MbStateMachine::getInstance(false).getInitialState(), _manager)
+                  .create("bench", 4096))
+    {
+        MbBufferRdGuardImp const load(buffer);
+    }
+
+private:
+    RCShdPtr<MbManager> _manager;
+
+public:
+    MbBuffer buffer;
+};
+
+void firstHold(benchmark::State &state)
+{
+    LoadedBuffer loaded;
+    for (auto _ : state) {
+        MbBufferRdGuardImp const guard(loaded.buffer);
+        benchmark::DoNotOptimize(guard.getMemory());
+    }
+}
+
+void anotherHold(benchmark::State &state)
+{
+    LoadedBuffer loaded;
+    MbBufferRdGuardImp const first(loaded.buffer);
+    for (auto _ : state) {
+        MbBufferRdGuardImp const guard(loaded.buffer);
+        benchmark::DoNotOptimize(guard.getMemory());
+    }
+}
+
+/// What a program writes that has neither: the memory is counted, the lock keeps it in step.
+struct SharedMemory
+{
+    std::shared_mutex lock;
+    std::shared_ptr<std::vector<char>> memory = std::make_shared<std::vector<char>>(4096);
+};
+
+struct SharedHold
+{
+    explicit SharedHold(SharedMemory &shared) : guard(shared.lock), memory(shared.memory) {}
+
+    std::shared_lock<std::shared_mutex> guard;
+    std::shared_ptr<std::vector<char>> memory;
+};
+
+void firstHoldPeer(benchmark::State &state)
+{
+    SharedMemory shared;
+    for (auto _ : state) {
+        SharedHold const hold(shared);
+        benchmark::DoNotOptimize(hold.memory->data());
+    }
+}
+
+void anotherHoldPeer(benchmark::State &state)
+{
+    SharedMemory shared;
+    SharedHold const first(shared);
+    for (auto _ : state) {
+        SharedHold const hold(shared);
+        benchmark::DoNotOptimize(hold.memory->data());
+    }
+}
+
+BENCHMARK(firstHold)->Name("hold/MbBufferRdGuardImp");
+BENCHMARK(firstHoldPeer)->Name("hold/std::shared_mutex");
+BENCHMARK(anotherHold)->Name("holdAgain/MbBufferRdGuardImp");
+BENCHMARK(anotherHoldPeer)->Name("holdAgain/std::shared_mutex");
+
+// ---- pages of which a part has room, one read after the other: each is loaded, and another one goes
+
+constexpr int PAGE = 4096;
+constexpr int PAGES = 1024;
+
+class PageProtocol : public MbProtocol
+{
+public:
+    explicit PageProtocol(int page) : _page(page) {}
+    void reload(void *memory, std::uint64_t size) override { std::memset(memory, _page, size); }
+
+private:
+    int _page;
+};
+
+template <class Manager>
+class Pages
+{
+public:
+    Pages()
+    {
+        RCShdPtr<MbManager> const manager(newManager(static_cast<Manager *>(nullptr)));
+        MbBufferSimpleFactory factory(MbStateMachine::getInstance(false).getInitialState(),
+                                      manager);
+        for (int i = 0; i < PAGES; ++i)
+            _pages.push_back(factory.create("page", ObjPtr<MbProtocol>(new PageProtocol(i)), PAGE,
+                                            MbAlignment(15, 0, 0)));
+    }
+    char read(int page) const
+    {
+        MbBufferRdGuardImp const guard(_pages[static_cast<std::size_t>(page)]);
+        return *static_cast<char const *>(guard.getMemory());
+    }
+
+private:
+    static MbManager *newManager(MbHeapManager *)
+    {
+        return new MbHeapManager("bench", (PAGE + 15) * PAGES / 2, newStrategy());
+    }
+    static MbManager *newManager(MbArenaManager *)
+    {
+        return new MbArenaManager(
+            "bench",
+            ObjPtr<DaArenaPool>(DaArenaPool::create(DaMallocAllocator::create(), PAGE * PAGES / 2)),
+            newStrategy());
+    }
+
+    std::vector<MbBuffer> _pages;
+};
+
+/// A map and a list under a mutex. Who reads holds a page by its count, so that the mutex is free meanwhile.
+template <template <class...> class Map>
+class PageCache
+{
+public:
+    using Page = std::shared_ptr<std::unique_ptr<char[]>>;
+
+    char read(int page)
+    {
+        Page const held = get(page);
+        return (*held)[0];
+    }
+
+private:
+    struct Entry
+    {
+        int number;
+        Page page;
+    };
+
+    Page get(int page)
+    {
+        std::lock_guard const guard(_mutex);
+        auto const found = _pages.find(page);
+        if (found != _pages.end()) {
+            _used.splice(_used.end(), _used, found->second);
+            return found->second->page;
+        }
+        while (_pages.size() >= PAGES / 2) {
+            _pages.erase(_used.front().number);
+            _used.pop_front();
+        }
+        auto memory = std::make_shared<std::unique_ptr<char[]>>(new char[PAGE]);
+        std::memset(memory->get(), page, PAGE);
+        _used.push_back({page, memory});
+        _pages.emplace(page, std::prev(_used.end()));
+        return memory;
+    }
+
+    std::mutex _mutex;
+    std::list<Entry> _used;
+    Map<int, typename std::list<Entry>::iterator> _pages;
+};
+
+template <class Cache>
+void loadUnderPressure(benchmark::State &state)
+{
+    Cache cache;
+    // In a circle, so that the page wanted next is always one that has gone.
+    int page = 0;
+    for (; page < PAGES; ++page)
+        cache.read(page);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(cache.read(page % PAGES));
+        ++page;
+    }
+}
+
+template <class... Arguments>
+using Tree = std::map<Arguments...>;
+template <class... Arguments>
+using Hash = std::unordered_map<Arguments...>;
+
+BENCHMARK(loadUnderPressure<Pages<MbHeapManager>>)->Name("load/MbHeapManager");
+BENCHMARK(loadUnderPressure<Pages<MbArenaManager>>)->Name("load/MbArenaManager");
+BENCHMARK(loadUnderPressure<PageCache<Tree>>)->Name("load/std::map");
+BENCHMARK(loadUnderPressure<PageCache<Hash>>)->Name("load/std::unordered_map");
+
+// ---- the arena: a block of any size comes and another one goes, so many being out
+
+constexpr std::size_t ARENA = std::size_t{1} << 28;
+
+class Arena
+{
+public:
+    void *allocate(std::size_t size) { return _pool->allocate(size); }
+    void deallocate(void *memory) { _pool->deallocate(memory); }
+
+private:
+    ObjPtr<DaArenaPool> _pool{DaArenaPool::create(DaMemoryMapAllocator::create("bench"), ARENA)};
+};
+
+class Heap
+{
+public:
+    void *allocate(std::size_t size) { return std::malloc(size); }
+    void deallocate(void *memory) { std::free(memory); }
+};
+
+/// Boost's, which like ours leaves locking to others.
+class BestFit
+{
+    using Algorithm = boost::interprocess::rbtree_best_fit<boost::interprocess::null_mutex_family>;
+
+public:
+    BestFit() : _memory(static_cast<char *>(std::aligned_alloc(4096, ARENA)))
+    {
+        _arena = new (_memory) Algorithm(ARENA, 0);
+    }
+    ~BestFit()
+    {
+        _arena->~Algorithm();
+        std::free(_memory);
+    }
+    void *allocate(std::size_t size) { return _arena->allocate(size); }
+    void deallocate(void *memory) { _arena->deallocate(memory); }
+
+private:
+    char *_memory;
+    Algorithm *_arena;
+};
+
+template <class Allocator>
+void exchangeBlocks(benchmark::State &state)
+{
+    Allocator allocator;
+    std::mt19937 random(1);
+    auto const size = [&] { return 16 + random() % 4096; };
+    std::vector<void *> blocks(static_cast<std::size_t>(state.range(0)));
+    for (void *&block : blocks)
+        block = allocator.allocate(size());
+    auto const exchange = [&] {
+        void *&block = blocks[random() % blocks.size()];
+        allocator.deallocate(block);
+        block = allocator.allocate(size());
+    };
+    // The free memory has fallen to pieces as it does in a long life.
+    for (std::size_t i = 0; i < 20 * blocks.size(); ++i)
+        exchange();
+    for (auto _ : state)
+        exchange();
+    for (void * const block : blocks)
+        allocator.deallocate(block);
+}
+
+BENCHMARK(exchangeBlocks<Arena>)->Name("arena/DaArenaPool")->RangeMultiplier(10)->Range(10, 100000);
+BENCHMARK(exchangeBlocks<Heap>)->Name("arena/malloc")->RangeMultiplier(10)->Range(10, 100000);
+BENCHMARK(exchangeBlocks<BestFit>)
+    ->Name("arena/rbtree_best_fit")
+    ->RangeMultiplier(10)
+    ->Range(10, 100000);
+
+} // namespace
