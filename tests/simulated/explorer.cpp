@@ -242,12 +242,14 @@ void Explorer::byRepetition(Tally &tally, unsigned scenario, unsigned schedules,
     Watch const watch(tally);
     Settings const &settings = getScenarios()[scenario].settings;
     for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
-        Schedule const schedule{scenario, optionsFor(settings, Choice::RANDOM, seed + i), {}};
+        Choice const choice = i % 2 ? Choice::PRIORITY : Choice::RANDOM;
+        Schedule const schedule{scenario, optionsFor(settings, choice, seed + i), {}};
         Record const &record = _nursery.getRun().record;
         auto const first = run(tally, schedule);
         auto const digest = record.digest;
         auto const steps = record.steps;
-        auto const second = run(tally, schedule, i % 2);
+        // Also where each step is written down.
+        auto const second = run(tally, schedule, i % 4 < 2);
         if (digest != record.digest || steps != record.steps ||
             first.has_value() != second.has_value())
             tally.finding = Finding{schedule, "not deterministic",

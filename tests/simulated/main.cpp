@@ -95,18 +95,23 @@ struct Wishes
     std::uint64_t seed = FIRST_SEED;
     std::string replay;
     bool isExploring = false;
+    bool isChecking = false;
 };
 
 void exploreOne(Explorer &explorer, unsigned index, Wishes const &wishes, unsigned &found)
 {
     Scenario const &scenario = getScenarios()[index];
     Tally tally;
-    explorer.byChance(tally, index, Choice::RANDOM, wishes.schedules, wishes.seed);
-    explorer.byChance(tally, index, Choice::PRIORITY, wishes.schedules, wishes.seed);
-    if (scenario.settings.preemptions >= 0)
-        explorer.byExhaustion(tally, index, scenario.settings.preemptions, wishes.schedules);
-    if (scenario.settings.refusals)
-        explorer.byRefusal(tally, index, SCHEDULES_FOR_EACH_REFUSAL, wishes.seed);
+    if (wishes.isChecking) {
+        explorer.byRepetition(tally, index, wishes.schedules, wishes.seed);
+    } else {
+        explorer.byChance(tally, index, Choice::RANDOM, wishes.schedules, wishes.seed);
+        explorer.byChance(tally, index, Choice::PRIORITY, wishes.schedules, wishes.seed);
+        if (scenario.settings.preemptions >= 0)
+            explorer.byExhaustion(tally, index, scenario.settings.preemptions, wishes.schedules);
+        if (scenario.settings.refusals)
+            explorer.byRefusal(tally, index, SCHEDULES_FOR_EACH_REFUSAL, wishes.seed);
+    }
     std::printf("%-44s %9llu %9zu %11llu %8.0f  %s\n", scenario.name,
                 static_cast<unsigned long long>(tally.schedules), tally.getNbDistinct(),
                 static_cast<unsigned long long>(tally.steps),
@@ -156,6 +161,8 @@ Wishes parse(int argc, char **argv)
         char const * const value = i + 1 < argc ? argv[i + 1] : "";
         if (argument == "--explore")
             wishes.isExploring = true;
+        else if (argument == "--check")
+            wishes.isChecking = true;
         else if (argument == "--schedules")
             wishes.schedules = static_cast<unsigned>(std::strtoul(value, nullptr, 10));
         else if (argument == "--test")

@@ -416,7 +416,11 @@ void Scheduler::end(LeftOver const &leftOver)
     unsigned alive = 0;
     char const *locked = nullptr;
     forEach([&](Thread &thread) {
-        alive += thread.state != Thread::ENDED && &thread != self;
+        bool const isAlive = thread.state != Thread::ENDED && &thread != self;
+        alive += isAlive;
+        // One that may stay may be anywhere.
+        if (isAlive)
+            return;
         if (thread.held)
             locked = "a mutex is held";
         if (thread.sections)

@@ -1,0 +1,315 @@
+// Buffers that are shared, compete for memory, and are loaded and written back by others.
+#include "simulated/scenario.h"
+
+#include "resmgt/locks.h"
+#include "resmgt/memoryBuffers.h"
+#include "zvbase/inPackage.h"
+
+#include <cstdint>
+#include <functional>
+
+using namespace Zv;
+using namespace Zv::Simulated;
+
+namespace {
+
+constexpr int SIZE = sizeof(std::int64_t);
+MbAlignment const ALIGNMENT(7, 0, 0);
+
+constexpr Settings WITH_BUFFERS = {
+    .schedules = 200, .leftOver = {64, 0}, .prepare = [] { MbStateMachine::getInstance(false); }};
+
+/// Where the contents of a buffer are while it is unloaded, and who looks after it.
+struct Storage
+{
+    std::int64_t value = 0;
+    int unloads = 0;
+    bool isGone = false;
+    bool isBusy = false;
+    /// Takes over what is asynchronous; without it that is done here and now.
+    std::function<void(std::function<void()>)> defer;
+    bool fails = false;
+};
+
+class Contents : public MbProtocol
+{
+public:
+    explicit Contents(Storage &storage) : _storage(storage) {}
+    ~Contents() noexcept(false) override { _storage.isGone = true; }
+
+    void reload(void *memory, std::uint64_t size) override
+    {
+        Busy const busy(_storage);
+        HOLDS(size == SIZE);
+        *static_cast<std::int64_t *>(memory) = _storage.value;
+    }
+    void asyncReload(void *memory, std::uint64_t size, LkAsyncHandle *handle) override
+    {
+        begin([this, memory, size] { reload(memory, size); }, handle);
+    }
+    void unload(void *memory, std::uint64_t) override
+    {
+        Busy const busy(_storage);
+        _storage.value = *static_cast<std::int64_t *>(memory);
+        ++_storage.unloads;
+    }
+    void asyncSync(void *memory, std::uint64_t size, LkAsyncHandle *handle) override
+    {
+        begin([this, memory, size] { unload(memory, size); }, handle);
+    }
+    void free(void *memory, std::uint64_t size) override { unload(memory, size); }
+
+private:
+    /// Two calls for one buffer never meet.
+    class Busy
+    {
+    public:
+        explicit Busy(Storage &storage) : _storage(storage)
+        {
+            HOLDS(!_storage.isBusy && !_storage.isGone);
+            _storage.isBusy = true;
+            step("moving contents");
+        }
+        ~Busy() { _storage.isBusy = false; }
+
+    private:
+        Storage &_storage;
+    };
+
+    void begin(std::function<void()> work, LkAsyncHandle *handle)
+    {
+        auto const whole = [this, work, handle] {
+            if (_storage.fails) {
+                handle->performFailed();
+            } else {
+                work();
+                handle->performSucceeded();
+            }
+        };
+        if (_storage.defer)
+            _storage.defer(whole);
+        else
+            whole();
+    }
+
+    Storage &_storage;
+};
+
+/// Does one thing for a buffer, on a thread of its own.
+class Servant
+{
+public:
+    explicit Servant(Storage &storage)
+        : _worker("servant", [this] {
+              _given.wait();
+              if (_work)
+                  _work();
+          })
+    {
+        storage.defer = [this](std::function<void()> work) {
+            HOLDS(!_work);
+            _work = std::move(work);
+            _given.post();
+        };
+    }
+    /// Nothing has been asked for.
+    void dismiss() { _given.post(); }
+    void join() { _worker.join(); }
+
+private:
+    LkUnnamedSema _given{"given", 0};
+    std::function<void()> _work;
+    Worker _worker;
+};
+
+MbBuffer makeBuffer(char const *name, Storage &storage, RCShdPtr<MbManager> const &manager)
+{
+    MbBufferSimpleFactory factory(MbStateMachine::getInstance(false).getInitialState(), manager);
+    return factory.create(name, makeObj<Contents>(storage), SIZE, ALIGNMENT);
+}
+
+/// With room for so many of these buffers.
+RCShdPtr<MbManager> makeManager(unsigned nbBuffers)
+{
+    std::uint64_t const each = SIZE + ALIGNMENT.getRoundUpMax(1);
+    return RCShdPtr<MbManager>(
+        new MbHeapManager("manager", nbBuffers * each, makeObj<MbUnloadLRU>(0)));
+}
+
+void increment(MbBuffer const &buffer)
+{
+    MbBufferWrGuardImp const guard(buffer);
+    auto &value = *static_cast<std::int64_t *>(guard.getMemory());
+    std::int64_t const old = value;
+    step("writing");
+    HOLDS(value == old);
+    value = old + 1;
+}
+
+std::int64_t read(MbBuffer const &buffer)
+{
+    MbBufferRdGuardImp const guard(buffer);
+    auto const &value = *static_cast<std::int64_t const *>(guard.getMemory());
+    std::int64_t const old = value;
+    step("reading");
+    HOLDS(value == old);
+    return old;
+}
+
+} // namespace
+
+SIMULATED(BufferReadAndWritten, WITH_BUFFERS)
+{
+    Storage storage;
+    MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+    Worker first("first", [buffer] { increment(buffer); });
+    Worker second("second", [buffer] { increment(buffer); });
+    Worker reader("reader", [buffer] { HOLDS(read(buffer) <= read(buffer)); });
+    first.join();
+    second.join();
+    HOLDS(read(buffer) == 2);
+    reader.join();
+}
+
+SIMULATED(BuffersCompeteForMemory, WITH_BUFFERS)
+{
+    Storage storages[3];
+    RCShdPtr<MbManager> const manager = makeManager(1);
+    MbBuffer buffers[3];
+    for (int i = 0; i < 3; ++i)
+        buffers[i] = makeBuffer("buffer", storages[i], manager);
+    auto const work = [&](MbBuffer const &mine, MbBuffer const &shared) {
+        increment(mine);
+        increment(shared);
+        HOLDS(read(mine) == 1);
+    };
+    Worker other("other", [&] { work(buffers[1], buffers[2]); });
+    work(buffers[0], buffers[2]);
+    other.join();
+    HOLDS(read(buffers[2]) == 2);
+}
+
+SIMULATED(BuffersCompeteForTheLastPlace, WITH_BUFFERS)
+{
+    Storage storages[3];
+    RCShdPtr<MbManager> const manager = makeManager(2);
+    MbBuffer buffers[3];
+    for (int i = 0; i < 3; ++i)
+        buffers[i] = makeBuffer("buffer", storages[i], manager);
+    Worker first("first", [&] { increment(buffers[0]); });
+    Worker second("second", [&] { increment(buffers[1]); });
+    increment(buffers[2]);
+    first.join();
+    second.join();
+    for (MbBuffer const &buffer : buffers)
+        HOLDS(read(buffer) == 1);
+}
+
+SIMULATED(BufferLoadedByAnother, WITH_BUFFERS)
+{
+    Storage storage;
+    storage.value = 7;
+    MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+    Servant servant(storage);
+    Worker other("other", [buffer] { HOLDS(read(buffer) == 7); });
+    buffer.prefetch();
+    HOLDS(read(buffer) == 7);
+    other.join();
+    servant.dismiss(); // the other thread may have loaded it before
+    servant.join();
+}
+
+SIMULATED(BufferCannotBeLoadedByAnother, WITH_BUFFERS)
+{
+    Storage storage;
+    storage.value = 7;
+    MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+    storage.fails = true;
+    Servant servant(storage);
+    buffer.prefetch();
+    // Who wants it loads it then.
+    Worker other("other", [buffer] { HOLDS(read(buffer) == 7); });
+    HOLDS(read(buffer) == 7);
+    other.join();
+    servant.join();
+}
+
+SIMULATED(BufferWrittenBackByAnotherAsItGoes, WITH_BUFFERS)
+{
+    Storage storage;
+    {
+        MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+        Servant servant(storage);
+        increment(buffer);
+        buffer.asyncSync();
+        buffer = MbBuffer();
+        HOLDS(storage.isGone);
+        servant.join();
+    }
+    HOLDS(storage.value == 1);
+}
+
+SIMULATED(BufferWrittenBackWhileItIsUsed, WITH_BUFFERS)
+{
+    Storage storage;
+    MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+    Worker writer("writer", [buffer]() mutable {
+        increment(buffer);
+        buffer.sync();
+    });
+    Worker other("other", [buffer]() mutable { buffer.asyncSync(); });
+    increment(buffer);
+    buffer.asyncSync();
+    writer.join();
+    other.join();
+    HOLDS(read(buffer) == 2);
+    buffer.sync();
+    HOLDS(storage.value == 2);
+}
+
+SIMULATED(BufferGivenUpWhileItIsUsed, WITH_BUFFERS)
+{
+    Storage storage;
+    MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+    Worker writer("writer", [buffer] { increment(buffer); });
+    Worker other("other", [buffer]() mutable { buffer.free(); });
+    increment(buffer);
+    writer.join();
+    other.join();
+    HOLDS(read(buffer) == 2);
+}
+
+SIMULATED(BufferGoesWithItsLastGuard, WITH_BUFFERS)
+{
+    Storage storage;
+    {
+        MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+        Worker reader("reader", [guard = MbBufferRdGuardImp(buffer)]() mutable {
+            HOLDS(*static_cast<std::int64_t const *>(guard.getMemory()) == 0);
+            guard = MbBufferRdGuardImp();
+        });
+        buffer = MbBuffer();
+    }
+    HOLDS(storage.isGone);
+}
+
+SIMULATED(BufferOfTwoOthers, WITH_BUFFERS)
+{
+    Storage storages[2];
+    storages[0].value = 1;
+    storages[1].value = 2;
+    RCShdPtr<MbManager> const manager = makeManager(4);
+    MbBuffer first = makeBuffer("first", storages[0], manager);
+    MbBuffer second = makeBuffer("second", storages[1], manager);
+    MbDualBufferFactory factory(MbStateMachine::getInstance(false).getInitialState(), manager);
+    MbBuffer const both = factory.create(first, 0, SIZE, second, 0, SIZE);
+    Worker writer("writer", [second] { increment(second); });
+    Worker freer("freer", [first]() mutable { first.free(); });
+    {
+        MbBufferRdGuardImp const guard(both);
+        auto const * const values = static_cast<std::int64_t const *>(guard.getMemory());
+        HOLDS(values[0] == 1 && (values[1] == 2 || values[1] == 3));
+    }
+    writer.join();
+    freer.join();
+}
