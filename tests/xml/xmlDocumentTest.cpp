@@ -164,6 +164,23 @@ TEST(XmlElement, AnAttributeMayGetAValueThatIsItsOwn)
     EXPECT_EQ("value", bytesOf(a.getAttribute("x")));
 }
 
+TEST(XmlElement, ValuesGrowAndShrink)
+{
+    XmlDocument const document("<a x='' y='12345678'>12345678</a>");
+    UnownedObjPtr<XmlElement> const parsed = document.getRoot();
+    XmlElement made("a");
+    for (XmlElement * const a : {parsed.get(), &made})
+        for (std::size_t const length : {8u, 9u, 3u, 0u, 7u, 10u, 5000u, 5001u, 1u, 10000u}) {
+            std::string const value(length, 'v');
+            for (char const * const name : {"x", "y", "z"}) {
+                a->setAttribute(name, value.c_str());
+                EXPECT_EQ(value, bytesOf(a->getAttribute(name)));
+            }
+            a->setData(value.c_str());
+            EXPECT_EQ(value, bytesOf(a->getData()));
+        }
+}
+
 TEST(XmlElement, DataIsReplaced)
 {
     XmlElement a("a");
@@ -399,6 +416,31 @@ TEST(XmlDocument, WhatIsWrittenIsReadAgain)
         "<?xml version=\"1.0\"?>\n<!DOCTYPE a>\n<a x=\"&quot;&amp;&apos;&lt;&gt;\xFF\" >\n"
         "<b />\n<c y=\"\" >\n<d />\n</c>\n</a>\n";
     EXPECT_EQ(text, textOf(XmlDocument(text.c_str())));
+}
+
+TEST(XmlElement, IsWrittenAloneWhereverItStands)
+{
+    XmlDocument const document("<a><b x='1'><c/><d><e/></d></b><f/></a>");
+    auto const written = [&](char const *tag) {
+        std::ostringstream stream;
+        XmlStreamer streamer(stream, false, LiString());
+        (*document.getElementsByTagName(tag))->streamToOutput(streamer);
+        return stream.str();
+    };
+    EXPECT_EQ("<b x=\"1\" >\n<c />\n<d >\n<e />\n</d>\n</b>\n", written("b"));
+    EXPECT_EQ("<c />\n", written("c"));
+    EXPECT_EQ("<d >\n<e />\n</d>\n", written("d"));
+    EXPECT_EQ("<f />\n", written("f"));
+}
+
+TEST(XmlElement, TwoRootsOfOneDocumentAreASyntaxError)
+{
+    XmlElement const a("a");
+    std::ostringstream stream;
+    XmlStreamer streamer(stream, false, LiString());
+    a.streamToOutput(streamer);
+    EXPECT_EQ("Syntax error.", reasonOf([&] { a.streamToOutput(streamer); }));
+    EXPECT_EQ("<a />\n", stream.str());
 }
 
 TEST(XmlDocument, LosesTextsWhenItIsWritten)

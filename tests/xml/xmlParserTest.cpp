@@ -202,6 +202,10 @@ TEST(XmlParser, AByteThatHasNoPlaceInATagIsALexicalError)
          {"<", "&", "!", "?", "]", "-", ".", "1", "#", "/", "/ >", "\x01", "\xB7"})
         EXPECT_EQ("begin[a] Lexical error.", toldOf("<a " + std::string(rest))) << rest;
     EXPECT_EQ("begin[a] Lexical error.", toldOf(std::string("<a \0/>", 6)));
+    for (char const *name : {"1b", "-b", "\xB7", "\xD7", "/"})
+        EXPECT_EQ("begin[a] c=[2] Lexical error.",
+                  toldOf("<a c=\"2\" " + std::string(name) + "=\"1\"/>"))
+            << name;
     EXPECT_EQ("begin[a] Lexical error.", toldOf("<a/"));
     EXPECT_EQ("begin[a] b=[1] Lexical error.", toldOf("<a b='1' /b='2'/>"));
     EXPECT_EQ(LEXICAL, toldOf("<1/>"));

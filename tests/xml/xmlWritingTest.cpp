@@ -207,6 +207,27 @@ TEST(XmlStreamer, WhatTheStreamThrowsPassesThroughWhereverItComes)
     }
 }
 
+TEST(XmlStreamer, AGuardThatCannotEndItsElementLetsAFailureThatIsOnItsWayPass)
+{
+    auto const write = [](std::ostream &stream) {
+        XmlStreamer streamer(stream, false, LiString());
+        XmlStreamer::ElementGuard a(streamer, "a");
+        a.addAttribute("x", "y");
+        XmlStreamer::ElementGuard b(a, "b");
+        b.addTextData("z");
+    };
+    std::ostringstream whole;
+    write(whole);
+    EXPECT_EQ("<a x=\"y\" >\n<b >\nz</b>\n</a>\n", whole.str());
+    for (std::size_t room = 0; room < whole.str().size(); ++room) {
+        FullBuffer buffer(room);
+        std::ostream stream(&buffer);
+        stream.exceptions(std::ios_base::badbit);
+        EXPECT_THROW(write(stream), std::ios_base::failure) << room;
+        EXPECT_EQ(whole.str().substr(0, room), buffer.text);
+    }
+}
+
 // XmlWriter
 
 /// An element with an attribute and children.

@@ -11,8 +11,8 @@ XmlWriter::~XmlWriter() noexcept(false) = default;
 void XmlWriter::initialize()
 {
     _text.reset(new std::ostringstream);
-    _text->exceptions(
-        std::ios_base::badbit); // else it would keep it to itself that there is no memory
+    // Else it would keep it to itself that there is no memory.
+    _text->exceptions(std::ios_base::badbit);
     _indentation = LiString();
     _openTags.reset(new std::vector<bool>);
     _depth = -1;

@@ -38,7 +38,7 @@ bool ConfigTokens::isColonNext() const
 LiString ConfigTokens::take()
 {
     LiString const &token = _tokens[_next++];
-    _echo += token;
+    _echo += token.getChars(); // up to a zero byte, which would end the report as well
     _echo += ' ';
     return token;
 }
