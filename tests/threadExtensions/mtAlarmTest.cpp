@@ -285,6 +285,33 @@ TEST_F(MtAlarmManagerTest, AnAlarmComesAtItsTimeAndNotBefore)
     EXPECT_TRUE(alarm.isUnique());
 }
 
+TEST_F(MtAlarmManagerTest, AnAlarmThatIsPutOffAgainAndAgainWakesNobodyBeforeItsFirstMoment)
+{
+    Named callback(_record, "bite");
+    Alarm const watchdog = make(callback);
+    watchdog->setDuration(5.0);
+    manager().registerAlarm(watchdog);
+    VirtualTime::awaitAsleep();
+    int const nbSleeps = VirtualTime::getNbSleeps();
+    for (double now = 0.5; now < 5.0; now += 0.5) {
+        passTo(now);
+        manager().deregisterAlarm(watchdog);
+        manager().registerAlarm(watchdog);
+    }
+    VirtualTime::awaitAsleep();
+    EXPECT_EQ(nbSleeps, VirtualTime::getNbSleeps());
+    EXPECT_NEAR(_start + 5.0, VirtualTime::getFirstDeadline(), 0.001);
+    passTo(5.001); // woken for nothing
+    EXPECT_EQ(nbSleeps + 1, VirtualTime::getNbSleeps());
+    EXPECT_NEAR(_start + 9.5, VirtualTime::getFirstDeadline(), 0.001);
+
+    manager().deregisterAlarm(watchdog);
+    watchdog->setDuration(1.0); // sooner than anybody wakes by himself
+    manager().registerAlarm(watchdog);
+    passTo(6.002);
+    EXPECT_EQ("bite;", _record.get());
+}
+
 TEST_F(MtAlarmManagerTest, AnAlarmInThePastComesAtOnce)
 {
     passTo(10.0);

@@ -1,5 +1,6 @@
 #include "resmgt/threadExtensions/mtAlarmHandle.h"
 
+#include "platform/interlocked.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 
@@ -26,14 +27,14 @@ void MtAlarmHandle::setCallback(Callback *callback)
 {
     ZV_ASSERT(callback);
     Guard const guard(_lock);
-    if (!_registered)
+    if (!isRegistered())
         _callback = callback;
 }
 
 void MtAlarmHandle::setAlarmTime(double alarmTime)
 {
     Guard const guard(_lock);
-    if (_registered)
+    if (isRegistered())
         return;
     _alarmTime = alarmTime;
     _useDuration = false;
@@ -42,7 +43,7 @@ void MtAlarmHandle::setAlarmTime(double alarmTime)
 void MtAlarmHandle::setDuration(double duration)
 {
     Guard const guard(_lock);
-    if (_registered)
+    if (isRegistered())
         return;
     _duration = duration;
     _useDuration = true;
@@ -51,14 +52,14 @@ void MtAlarmHandle::setDuration(double duration)
 void MtAlarmHandle::setRepeatDuration(double repeatDuration)
 {
     Guard const guard(_lock);
-    if (!_registered)
+    if (!isRegistered())
         _repeatDuration = repeatDuration;
 }
 
 void MtAlarmHandle::setRequestedRepeats(unsigned requestedRepeats)
 {
     Guard const guard(_lock);
-    if (!_registered)
+    if (!isRegistered())
         _requestedRepeats = requestedRepeats;
 }
 
@@ -106,14 +107,12 @@ bool MtAlarmHandle::hasOccurred() const
 
 bool MtAlarmHandle::isRegistered() const
 {
-    Guard const guard(_lock);
-    return _registered;
+    return ZvPlatform::Interlocked::loadAcquire(_registered);
 }
 
 void MtAlarmHandle::setRegistered(bool registered)
 {
-    Guard const guard(_lock);
-    _registered = registered;
+    ZvPlatform::Interlocked::storeRelease(_registered, registered);
 }
 
 void MtAlarmHandle::setRegisteredAlarmTime(double alarmTime)
@@ -137,19 +136,19 @@ void MtAlarmHandle::callCallback(bool goingAway)
     callback->performAlarm(RCShdPtr<MtAlarmHandle>(this), goingAway);
 }
 
-bool MtAlarmHandle::prepareForRegistration(double now)
+std::optional<double> MtAlarmHandle::prepareForRegistration(double now)
 {
     Guard const guard(_lock);
-    if (_registered || !_callback)
-        return false;
+    if (isRegistered() || !_callback)
+        return std::nullopt;
     _timeRegistered = now;
-    _registered = true;
+    setRegistered(true);
     _occurred = false;
     if (_useDuration)
         _alarmTime = now + _duration;
     else
         _duration = _alarmTime - now;
-    return true;
+    return _alarmTime;
 }
 
 // ---- MtAlarmHandle::Callback
@@ -180,7 +179,8 @@ void MtAlarmHandleManipulator::callCallback(MtAlarmHandle &handle, bool goingAwa
     handle.callCallback(goingAway);
 }
 
-bool MtAlarmHandleManipulator::prepareForRegistration(MtAlarmHandle &handle, double now)
+std::optional<double> MtAlarmHandleManipulator::prepareForRegistration(MtAlarmHandle &handle,
+                                                                       double now)
 {
     return handle.prepareForRegistration(now);
 }

@@ -9,6 +9,7 @@
 #include "zvbase/threadAnnotations.h"
 
 #include <cstddef>
+#include <optional>
 
 namespace Zv {
 
@@ -66,7 +67,7 @@ private:
     void setRegistered(bool registered);
     void setRegisteredAlarmTime(double alarmTime);
     void callCallback(bool goingAway);
-    bool prepareForRegistration(double now);
+    std::optional<double> prepareForRegistration(double now);
 
     double _timeRegistered ZV_GUARDED_BY(_lock) = 0;
     double _alarmTime ZV_GUARDED_BY(_lock) = 0;
@@ -75,7 +76,7 @@ private:
     unsigned _requestedRepeats ZV_GUARDED_BY(_lock) = 0;
     unsigned _repeatCount ZV_GUARDED_BY(_lock) = 0;
     Callback *_callback ZV_GUARDED_BY(_lock) = nullptr;
-    bool _registered ZV_GUARDED_BY(_lock) = false;
+    bool _registered = false; // set under the lock; the manager clears it without
     bool _occurred ZV_GUARDED_BY(_lock) = false;
     bool _useDuration ZV_GUARDED_BY(_lock) = false;
     LkLock _lock;
@@ -115,8 +116,9 @@ protected:
     static void setRegisteredAlarmTime(MtAlarmHandle &handle, double alarmTime);
     /// Asserts that there is a callback, and calls it with no lock held.
     static void callCallback(MtAlarmHandle &handle, bool goingAway);
-    /// False, and nothing changes, where the handle is registered or has no callback.
-    static bool prepareForRegistration(MtAlarmHandle &handle, double now);
+    /// Registers the handle and returns its alarm time. Nothing, and nothing changes, where it is registered or has no
+    /// callback.
+    static std::optional<double> prepareForRegistration(MtAlarmHandle &handle, double now);
 
     /// Threads that wait to deregister the handle. Under the manager's lock.
     static unsigned &getNbDeregistering(MtAlarmHandle &handle);

@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <limits>
+#include <optional>
 #include <utility>
 
 namespace Zv {
@@ -94,8 +96,8 @@ void MtAlarmManagerImp::registerAlarm(RCShdPtr<MtAlarmHandle> handle)
     MtAlarmHandle &alarm = *handle;
     Guard const guard(_lock);
     _alarms.reserve(2); // one is for the next repeat of the alarm whose callback runs
-    if (prepareForRegistration(alarm, getTime()))
-        insert(std::move(handle));
+    if (std::optional<double> const time = prepareForRegistration(alarm, getTime()))
+        insert(std::move(handle), *time);
 }
 
 void MtAlarmManagerImp::deregisterAlarm(RCShdPtr<MtAlarmHandle> handle)
@@ -123,13 +125,13 @@ void MtAlarmManagerImp::setResolution(double resolution)
     _resolution = resolution;
 }
 
-void MtAlarmManagerImp::insert(RCShdPtr<MtAlarmHandle> alarm)
+void MtAlarmManagerImp::insert(RCShdPtr<MtAlarmHandle> alarm, double time)
 {
-    double const time = alarm->getAlarmTime();
-    MtAlarmHandle const &inserted = *alarm;
     _alarms.add(std::move(alarm), time);
-    if (&_alarms.getFront() == &inserted && !_threadId.isCurrentThread())
-        _waitPulse.pulse();
+    if (time >= _wakeTime)
+        return; // the thread looks again before that
+    _wakeTime = AWAKE;
+    _waitPulse.pulse();
 }
 
 void MtAlarmManagerImp::remove(MtAlarmHandle &alarm)
@@ -207,9 +209,10 @@ void MtAlarmManagerImp::endCall(RCShdPtr<MtAlarmHandle> const &alarm)
         return;
     }
     // Counted from the registration, so that a late call delays no other.
-    setRegisteredAlarmTime(*alarm, alarm->getTimeRegistered() + alarm->getDuration() +
-                                       nbRepeats * alarm->getRepeatDuration());
-    insert(alarm);
+    double const next =
+        alarm->getTimeRegistered() + alarm->getDuration() + nbRepeats * alarm->getRepeatDuration();
+    setRegisteredAlarmTime(*alarm, next);
+    insert(alarm, next);
 }
 
 void MtAlarmManagerImp::waitForAlarm()
@@ -217,12 +220,15 @@ void MtAlarmManagerImp::waitForAlarm()
     if (_stop)
         return;
     if (_alarms.isEmpty()) {
+        _wakeTime = std::numeric_limits<double>::infinity();
         _waitPulse.waitNextPulse(_lock);
-        return;
+    } else {
+        _wakeTime = _alarms.getFrontTime();
+        double const remaining = _wakeTime - getTime();
+        if (!(NEGLIGIBLE > remaining))
+            _waitPulse.timedWaitNextPulse(_lock, std::max(remaining, SHORTEST_WAIT));
     }
-    double const remaining = _alarms.getFrontTime() - getTime();
-    if (!(NEGLIGIBLE > remaining))
-        _waitPulse.timedWaitNextPulse(_lock, std::max(remaining, SHORTEST_WAIT));
+    _wakeTime = AWAKE;
 }
 
 void MtAlarmManagerImp::dismissAlarms()

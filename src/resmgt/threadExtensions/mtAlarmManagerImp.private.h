@@ -13,6 +13,8 @@
 #include "zvbase/objPtr.h"
 #include "zvbase/threadAnnotations.h"
 
+#include <limits>
+
 namespace Zv {
 
 /// The lock comes before the locks of handles. It is not held during a callback.
@@ -35,6 +37,8 @@ private:
     class MtAlarmThread;
     using Guard = LkGuard<LkMutex const>;
 
+    static constexpr double AWAKE = -std::numeric_limits<double>::infinity();
+
     /// The thread's body.
     void run();
     void stop();
@@ -44,13 +48,14 @@ private:
     void endCall(RCShdPtr<MtAlarmHandle> const &alarm) ZV_REQUIRES(_lock);
     void waitForAlarm() ZV_REQUIRES(_lock);
     void waitForEndOfCall(MtAlarmHandle &alarm) ZV_REQUIRES(_lock);
-    void insert(RCShdPtr<MtAlarmHandle> alarm) ZV_REQUIRES(_lock);
+    void insert(RCShdPtr<MtAlarmHandle> alarm, double time) ZV_REQUIRES(_lock);
     void remove(MtAlarmHandle &alarm) ZV_REQUIRES(_lock);
     /// Tells all alarms that the manager is going away.
     void dismissAlarms();
 
     MtAlarmQueue _alarms ZV_GUARDED_BY(_lock);
-    double _now = 0; // the thread's alone
+    double _now = 0;                               // the thread's alone
+    double _wakeTime ZV_GUARDED_BY(_lock) = AWAKE; // the thread's, whatever comes meanwhile
     LkPulse _waitPulse;
     LkPulse _deregPulse;
     LkMutex _lock;
