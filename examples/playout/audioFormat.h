@@ -10,7 +10,9 @@ struct AudioFormat
     int channels = 0;
     int rate = 0;            // frames per second
     int encoding = 0;        // of the file that it comes from: a subtype of libsndfile
-    std::int64_t frames = 0; // 0 where nobody knows
+    std::int64_t frames = 0; // or UNKNOWN
+
+    static constexpr std::int64_t UNKNOWN = -1;
 
     /// Bits of a sample where the encoding is PCM; 0 for all others.
     static int getPcmBits(int encoding)

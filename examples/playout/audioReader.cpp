@@ -28,7 +28,7 @@ AudioReader::AudioReader(std::string const &path) : _path(path), _file(nullptr, 
     _format.channels = info.channels;
     _format.rate = info.samplerate;
     _format.encoding = info.format & SF_FORMAT_SUBMASK;
-    _format.frames = info.frames < SF_COUNT_MAX ? info.frames : 0;
+    _format.frames = info.frames < SF_COUNT_MAX ? info.frames : AudioFormat::UNKNOWN;
 }
 
 std::vector<double> AudioReader::read(std::int64_t position, int frames)

@@ -209,5 +209,7 @@ void Client::showResult()
         auto const figures = device->getStatistics();
         _display.statistics(name, &figures, _startedAt, _stoppedAt);
     }
+    if (_job->show.memory)
+        _display.memory(*_job->show.memory, _job->memoryFigures.get());
     _display.line(format("recorded %.2f s in %s", _position, _job->output.c_str()));
 }

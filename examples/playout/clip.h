@@ -10,7 +10,7 @@
 class Clip
 {
 public:
-    virtual ~Clip() = default;
+    virtual ~Clip() noexcept(false) = default;
 
     virtual AudioFormat const &getFormat() const = 0;
     /// Up to `frames` frames from `position` on, interleaved, in full scale 1.0 whatever the file's encoding: fewer at

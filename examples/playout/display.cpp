@@ -69,6 +69,18 @@ void Display::endProgress()
         std::cout << std::endl;
 }
 
+void Display::memory(ShowMemory const &show, MemoryFigures::Figures const &figures)
+{
+    line(format("  %-14s %9s %9s %9s %20s %14s", "memory", "loads", "reloads", "unloads",
+                "prefetch hits", "peak"));
+    std::string const hits = format("%ld of %ld", figures.hits, figures.visits);
+    std::string const peak = format("%lld of %lld", static_cast<long long>(figures.peak),
+                                    static_cast<long long>(show.budget));
+    line(format("  %-14s %9ld %9ld %9ld %20s   %s bytes",
+                (show.manager + ", " + show.strategy).c_str(), figures.loads, figures.reloads,
+                figures.unloads, hits.c_str(), peak.c_str()));
+}
+
 void Display::statistics(std::string const &name, PlayoutDevice::Statistics const *figures,
                          double startedAt, double stoppedAt)
 {

@@ -25,6 +25,9 @@ public:
     void statistics(std::string const &name, PlayoutDevice::Statistics const *figures,
                     double startedAt, double stoppedAt);
 
+    /// What became of the pages of the clips.
+    void memory(ShowMemory const &show, MemoryFigures::Figures const &figures);
+
     static std::string toDecibels(double level);
 
 private:

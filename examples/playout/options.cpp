@@ -99,7 +99,7 @@ bool Options::isShow() const
 
 bool *Options::findFlag(std::string const &name)
 {
-    return name == "--dump-show" ? &dumpShow : nullptr;
+    return name == "--dump-show" ? &dumpShow : name == "--fast" ? &fast : nullptr;
 }
 
 std::unique_ptr<Show> Options::makeShow() const
@@ -141,6 +141,7 @@ before the show's own.
                       "player:out push fader:in" and "fader:out push recorder:in", source before sink
   --property STRING   a property and its value, such as "fader:levels:gain=0.5"; may be given more often
   --block FRAMES      frames in a block, in place of 1024; not for shows
+  --fast              a show goes through as fast as it can, not by its clock
   --dump-show         write the show, or the one that the command line amounts to, and play nothing
   --trace FILE        keep what the library and the devices trace
   --help              this text

@@ -36,6 +36,7 @@ struct Options
     std::string trace; ///< empty for none
     std::optional<int> blockFrames;
     bool dumpShow = false;
+    bool fast = false;
 
 private:
     bool *findFlag(std::string const &name);

@@ -1,8 +1,11 @@
 // The device that reads.
 #pragma once
 
+#include "clip.h"
+#include "clipMemory.h"
 #include "playoutDevice.h"
-#include "reel.h"
+
+#include <memory>
 
 /// Reads the clips and pushes them, block by block, into what is connected to `out`, as fast as that takes it: from
 /// the moment that it has locked to the end of the last one. Properties: `transport:position` and `transport:length`, in
@@ -14,6 +17,7 @@ public:
 
     /// Opens the files. Throws `PlayoutEx::Input`.
     void performOpen() override;
+    void performClose() override;
 
 protected:
     ~Player() override;
@@ -23,7 +27,11 @@ protected:
     void performEnd() override;
 
 private:
-    Reel _reel;
+    template <class Step>
+    void attemptWithMemory(Step step) const;
+
+    std::unique_ptr<ClipMemory> _memory; // null where clips are read as they come
+    std::unique_ptr<Clip> _clip;         // all of them, as one
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _position;
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _length;
     bool _isPlaying = false;

@@ -1,6 +1,7 @@
 // What the client and its devices share: the show, and how the recording went.
 #pragma once
 
+#include "memoryFigures.h"
 #include "show.h"
 
 #include <resmgt/deviceManager.h>
@@ -18,6 +19,7 @@ public:
     Show const &show;
     std::string const output;
     int const blockFrames;
+    MemoryFigures memoryFigures;
 
     /// The recording has gone through. Comes too late after a failure.
     void complete();

@@ -4,12 +4,6 @@
 
 #include <algorithm>
 
-namespace {
-
-constexpr std::int64_t UNKNOWN = -1;
-
-} // namespace
-
 void Reel::add(std::unique_ptr<Clip> clip, std::string const &path)
 {
     AudioFormat const &format = clip->getFormat();
@@ -24,9 +18,10 @@ void Reel::add(std::unique_ptr<Clip> clip, std::string const &path)
         int const others = AudioFormat::getPcmBits(format.encoding);
         if (bits && (!others || others > bits))
             _format.encoding = format.encoding;
-        _format.frames = _format.frames && format.frames ? _format.frames + format.frames : 0;
+        bool const isKnown = std::min(_format.frames, format.frames) != AudioFormat::UNKNOWN;
+        _format.frames = isKnown ? _format.frames + format.frames : AudioFormat::UNKNOWN;
     }
-    auto const frames = format.frames ? format.frames : UNKNOWN;
+    auto const frames = format.frames; // before the clip goes
     _parts.push_back({std::move(clip), frames});
 }
 
@@ -34,7 +29,7 @@ std::vector<double> Reel::read(std::int64_t position, int frames)
 {
     std::vector<double> samples;
     for (auto &[clip, length] : _parts) {
-        while (frames > 0 && (length == UNKNOWN || position < length)) {
+        while (frames > 0 && (length == AudioFormat::UNKNOWN || position < length)) {
             auto const piece = clip->read(position, frames);
             if (piece.empty()) {
                 length = position;

@@ -23,7 +23,7 @@ private:
     struct Part
     {
         std::unique_ptr<Clip> clip;
-        std::int64_t frames; // UNKNOWN until its end has been met
+        std::int64_t frames; // may be UNKNOWN until its end has been met
     };
 
     std::vector<Part> _parts;

@@ -98,7 +98,9 @@ Outcome Playout::finish()
     while (readOn(_error, outcome.err)) {
     }
     int status = 0;
-    ::waitpid(std::exchange(_process, -1), &status, 0);
+    rusage usage = {};
+    ::wait4(std::exchange(_process, -1), &status, 0, &usage);
+    outcome.largestMemory = usage.ru_maxrss * 1024;
     outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     outcome.out = _text;
     return outcome;

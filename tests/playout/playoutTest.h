@@ -18,6 +18,7 @@ struct Outcome
     int status = -1; // of exit; -1 where a signal has killed the process
     std::string out;
     std::string err;
+    long largestMemory = 0; // bytes that were resident
 };
 
 /// The program on its way.

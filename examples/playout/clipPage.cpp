@@ -1,0 +1,53 @@
+#include "clipPage.h"
+
+using namespace Zv;
+
+ClipPage::ClipPage(Fill fill, TaskPool &loader, MemoryFigures &figures)
+    : _fill(std::move(fill)), _loader(loader), _figures(figures)
+{}
+
+void ClipPage::asyncLoad(void *memory, std::uint64_t size, LkAsyncHandle *handle)
+{
+    fillLater(memory, size, false, handle);
+}
+
+void ClipPage::asyncReload(void *memory, std::uint64_t size, LkAsyncHandle *handle)
+{
+    fillLater(memory, size, true, handle);
+}
+
+void ClipPage::unload(void *, std::uint64_t size)
+{
+    _isPrefetched = false;
+    _figures.given(size, true);
+}
+
+void ClipPage::free(void *, std::uint64_t size)
+{
+    _figures.given(size, false);
+}
+
+void ClipPage::fill(void *memory, std::uint64_t size, bool isReload)
+{
+    _figures.taken(size, isReload);
+    try {
+        _fill(memory, size);
+    } catch (...) {
+        _figures.given(size, false);
+        throw;
+    }
+}
+
+void ClipPage::fillLater(void *memory, std::uint64_t size, bool isReload, LkAsyncHandle *handle)
+{
+    _loader.add([=, this] {
+        bool isFilled = true;
+        try {
+            fill(memory, size, isReload);
+        } catch (std::exception const &) {
+            isFilled = false; // whoever comes to the page will try again, and hear of it
+        }
+        _isPrefetched = isFilled;
+        isFilled ? handle->performSucceeded() : handle->performFailed();
+    });
+}
