@@ -78,6 +78,9 @@ ZV_WRAP(HANDLE, CreateThread, _ZN10ZvPlatform12CreateThreadEPNS_19SECURITY_ATTRI
         (Security * s, SIZE_T size, LPTHREAD_START_ROUTINE f, void *argument, DWORD flags,
          DWORD *id),
         (s, size, f, argument, flags, id), (asked = size, nullptr))
+ZV_WRAP(HANDLE, CreateSemaphoreA, _ZN10ZvPlatform16CreateSemaphoreAEPNS_19SECURITY_ATTRIBUTESEiiPKc,
+        (Security * s, LONG initial, LONG maximum, char const *name), (s, initial, maximum, name),
+        nullptr)
 ZV_WRAP(BOOL, DuplicateHandle, _ZN10ZvPlatform15DuplicateHandleEPvS0_S0_PS0_jij,
         (HANDLE p, HANDLE h, HANDLE q, HANDLE *t, DWORD access, BOOL inherit, DWORD options),
         (p, h, q, t, access, inherit, options), FALSE)
@@ -134,6 +137,15 @@ TEST_F(ThreadRefused, ThreadThatCannotBeMadeIsNotRunningAndCanStartLater)
     EXPECT_FALSE(thread->isRunning());
     thread->start();
     EXPECT_TRUE(thread->isRunning());
+}
+
+TEST_F(ThreadRefused, ThreadWithoutItsSemaphoresIsNotMade)
+{
+    auto const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    refuse("CreateSemaphoreA");
+    EXPECT_EQ("_started.getErrno() == 0 && _created.getErrno() == 0",
+              failedAssertion([&] { ObjPtr<MtThread> const thread = makeWaitingThread(); }));
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
 }
 
 TEST_F(ThreadRefused, TheSystemIsAskedForTheStackThatWasAskedFor)

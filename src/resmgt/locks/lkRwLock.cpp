@@ -13,7 +13,7 @@ LkRwLock::LkRwLock(char const *name) : LkRwLock(name, LkMutexAttr::getDefaultAtt
 LkRwLock::LkRwLock(char const *name, LkMutexAttr const &attr)
     : _name(name),
       _lock(name, attr),
-      _word(0),
+      _rwLock(0),
       _readers(name, LkPulse::WAKE_ALL),
       _waitingWriters(0),
       _waitingReaders(0),
@@ -70,18 +70,18 @@ bool LkRwLock::writeLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 bool LkRwLock::tryReadLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = loadRelaxed(_word);
+    Word word = loadRelaxed(_rwLock);
     while (isOpenToReaders(word))
-        if (compareExchange(_word, word, word + 1))
+        if (compareExchange(_rwLock, word, word + 1))
             return true;
     return false;
 }
 
 bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = loadRelaxed(_word);
+    Word word = loadRelaxed(_rwLock);
     while (stateOf(word) == 0)
-        if (compareExchange(_word, word, withState(word, -1))) {
+        if (compareExchange(_rwLock, word, withState(word, -1))) {
             _writer.setCurrentThread();
             return true;
         }
@@ -91,18 +91,18 @@ bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 bool LkRwLock::readLockSlowly() const
 {
     LkGuard<LkMutex const> guard(_lock);
-    Word word = loadRelaxed(_word);
+    Word word = loadRelaxed(_rwLock);
     for (;;) {
         if (isOpenToReaders(word)) {
             // The flag goes, or stays for the others, in the moment in which the lock is taken.
-            if (compareExchange(_word, word,
+            if (compareExchange(_rwLock, word,
                                 withFlag(word + 1, READERS_WAIT, _waitingReaders != 0)))
                 return true;
-        } else if (word & READERS_WAIT || compareExchange(_word, word, word | READERS_WAIT)) {
+        } else if (word & READERS_WAIT || compareExchange(_rwLock, word, word | READERS_WAIT)) {
             storeRelease(_waitingReaders, _waitingReaders + 1);
             _readers.waitNextPulse(guard);
             storeRelease(_waitingReaders, _waitingReaders - 1);
-            word = loadRelaxed(_word);
+            word = loadRelaxed(_rwLock);
         }
     }
 }
@@ -110,18 +110,18 @@ bool LkRwLock::readLockSlowly() const
 bool LkRwLock::writeLockSlowly() const
 {
     LkGuard<LkMutex const> guard(_lock);
-    Word word = loadRelaxed(_word);
+    Word word = loadRelaxed(_rwLock);
     for (;;) {
         if (stateOf(word) == 0) {
-            if (compareExchange(_word, word,
+            if (compareExchange(_rwLock, word,
                                 withFlag(withState(word, -1), WRITERS_WAIT, _waitingWriters != 0)))
                 break;
-        } else if (word & WRITERS_WAIT || compareExchange(_word, word, word | WRITERS_WAIT)) {
+        } else if (word & WRITERS_WAIT || compareExchange(_rwLock, word, word | WRITERS_WAIT)) {
             storeRelease(_waitingWriters, _waitingWriters + 1);
             _writers.wait(guard);
             storeRelease(_waitingWriters, _waitingWriters - 1);
             _isWriterCalled = false;
-            word = loadRelaxed(_word);
+            word = loadRelaxed(_rwLock);
         }
     }
     _writer.setCurrentThread();
@@ -148,11 +148,11 @@ bool LkRwLock::spinWriteLock(unsigned tries) const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 void LkRwLock::unlock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = loadRelaxed(_word);
+    Word word = loadRelaxed(_rwLock);
     if (stateOf(word) < 0)
         _writer.reset();
     while (!(word & (WRITERS_WAIT | READERS_WAIT)))
-        if (compareExchange(_word, word, unlocked(word)))
+        if (compareExchange(_rwLock, word, unlocked(word)))
             return;
     unlockSlowly();
 }
@@ -163,8 +163,8 @@ void LkRwLock::unlockSlowly() const
     bool callsReaders = false;
     {
         LkGuard<LkMutex const> guard(_lock);
-        Word word = loadRelaxed(_word);
-        while (!compareExchange(_word, word, unlocked(word))) {
+        Word word = loadRelaxed(_rwLock);
+        while (!compareExchange(_rwLock, word, unlocked(word))) {
         }
         if (_waitingWriters != 0) {
             // Once is enough until one of them has come: pulses that pile up would wake later waits for nothing.
@@ -182,7 +182,7 @@ void LkRwLock::unlockSlowly() const
 
 int LkRwLock::getState() const
 {
-    return stateOf(loadAcquire(_word));
+    return stateOf(loadAcquire(_rwLock));
 }
 
 bool LkRwLock::isWriteLock() const

@@ -72,7 +72,7 @@ private:
 
     // The state: readers, -1 a writer, 0 free; and above it a flag for each kind of those who wait. The flags change
     // under _lock alone, the state without it where no flag is in the way.
-    unsigned long long mutable _word;
+    unsigned long long mutable _rwLock;
     LkPulse _readers;
     // Written under _lock; the questions read them without.
     unsigned mutable _waitingWriters;
