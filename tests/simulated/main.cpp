@@ -64,6 +64,7 @@ private:
             ASSERT_TRUE(tally.finding) << how << ": not found in " << tally.schedules;
             EXPECT_EQ(fault.finding, tally.finding->kind) << how << ": " << tally.finding->report;
             RecordProperty(how, static_cast<int>(tally.schedules));
+            expectAgain(explorer, *tally.finding);
         };
         if (fault.byRandom) {
             Tally tally;
@@ -81,6 +82,35 @@ private:
                                   fault.byExhaustion);
             expect("exhaustion", tally);
         }
+        if (fault.byRefusal) {
+            Tally tally;
+            explorer.byRefusal(tally, _scenario, fault.byRefusal, FIRST_SEED);
+            expect("refusal", tally);
+        }
+        if (fault.byRepetition) {
+            Tally tally;
+            explorer.byRepetition(tally, _scenario, fault.byRepetition, FIRST_SEED);
+            expect("repetition", tally);
+        }
+    }
+
+    /// The words of a failure are enough to have it again.
+    static void expectAgain(Explorer &explorer, Finding const &finding)
+    {
+        if (finding.kind == "not deterministic")
+            return;
+        std::string const text = explorer.tell(finding);
+        std::string const command = "./run explore --replay '";
+        std::size_t const begin = text.find(command) + command.size();
+        ASSERT_NE(std::string::npos, text.find(command)) << text;
+        auto const schedule =
+            Schedule::fromText(text.substr(begin, text.find('\'', begin) - begin));
+        ASSERT_TRUE(schedule) << text;
+        Tally tally;
+        auto const again = explorer.run(tally, *schedule);
+        ASSERT_TRUE(again) << text;
+        EXPECT_EQ(finding.kind, again->kind);
+        EXPECT_EQ(finding.report, again->report);
     }
 
     unsigned _scenario;

@@ -45,13 +45,16 @@ struct Settings
     bool leaks = false;
 };
 
-/// A program that has a fault which must be found within `schedules` schedules, or `schedules` of the exhaustive search.
+/// A program that has a fault, which must be found within so many schedules of each kind; 0 stands for a way that is not
+/// to find it.
 struct Fault
 {
     char const *finding = nullptr;
     unsigned byRandom = 0;
     unsigned byPriority = 0;
     unsigned byExhaustion = 0;
+    unsigned byRefusal = 0; ///< for each call
+    unsigned byRepetition = 0;
 };
 
 struct Scenario
