@@ -21,8 +21,8 @@ ObjPtrRet<XmlAttribute> XmlAttribute::make(LiString const &name, LiString const 
     std::size_t const size = sizeof(XmlAttribute) + static_cast<std::size_t>(value.getLength()) + 1;
     void * const memory = blocks ? blocks->allocate(size) : XmlBlocks::allocateAlone(size);
     char * const room = static_cast<char *>(memory) + sizeof(XmlAttribute);
-    return ObjPtrRet<XmlAttribute>(::new (memory)
-                                       XmlAttribute(name, value, room)); // does not throw
+    auto * const attribute = ::new (memory) XmlAttribute(name, value, room); // which does not throw
+    return ObjPtrRet<XmlAttribute>(attribute);
 }
 
 XmlAttribute::~XmlAttribute() noexcept(false) = default;

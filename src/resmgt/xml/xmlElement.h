@@ -67,6 +67,8 @@ public:
     /// Writes the element as the root of a document.
     void streamToOutput(XmlStreamer &streamer) const;
 
+    /// The elements of a text lie together in blocks, which go when the last of them goes; those that a client makes
+    /// stand alone.
     static void *operator new(std::size_t size);
     static void *operator new(std::size_t size, XmlBlocks *blocks);
     static void operator delete(void *memory);
