@@ -10,6 +10,7 @@ import fnmatch
 import json
 import os
 import pathlib
+import re
 import statistics
 import subprocess
 import sys
@@ -65,6 +66,34 @@ def memory_rows():
     return rows
 
 
+def alarm_rows():
+    rows = []
+    for size in (10, 1000, 100000):
+        ours = f"alarm/MtAlarmManager/{size}"
+        rows.append(Row(f"alarm beside {size}: MtAlarmManager / libuv", ours, f"alarm/libuv/{size}", 1.0))
+        rows.append(Row(f"alarm beside {size}: MtAlarmManager / libuv, lock and clock", ours,
+                        f"alarm/libuv, lock and clock/{size}"))
+    return rows
+
+
+def trace_rows():
+    rows = []
+    for pace in ("burst", "steady"):
+        for counter, title, limit in (("median", "median", 0.1), ("p999", "99.9 %", 1.0)):
+            rows.append(Row(f"trace line, {pace}, {title}: Trace / spdlog", f"trace {pace}/ours/real_time#{counter}",
+                            f"trace {pace}/spdlog/real_time#{counter}", limit=limit))
+    return rows
+
+
+def pacing_rows():
+    rows = []
+    for where in ("beat in real time", "beat"):
+        for counter, title, aim in (("median", "median", 2.4), ("p99", "99 %", None)):
+            rows.append(Row(f"late after a {where}, {title}: client / cyclictest", f"{where}/client/real_time#{counter}",
+                            f"{where}/cyclictest/real_time#{counter}", aim))
+    return rows
+
+
 PROGRAMS = {
     "lockBench": [
         Row("lock: LkMutex / std::recursive_mutex", "lock/LkMutex", "lock/std::recursive_mutex", 0.9),
@@ -97,6 +126,9 @@ PROGRAMS = {
     ],
     "treeBench": tree_rows(),
     "memoryBench": memory_rows(),
+    "alarmBench": alarm_rows(),
+    "traceBench": trace_rows(),
+    "pacingBench": pacing_rows(),
     "xmlBench": [
         Row("XML as it passes: XmlParserProtocolSax / expat", "xmlPass/ours", "xmlPass/expat", 0.34),
         Row("XML into a document: XmlDocument / tinyxml2", "xmlRead/ours", "xmlRead/tinyxml2", 0.34),
@@ -120,11 +152,12 @@ def measure(program, options):
     for run in json.loads(done.stdout)["benchmarks"]:
         if run["run_type"] != "iteration" or run.get("error_occurred"):
             continue
-        name = run["run_name"].split("/repeats:")[0]
+        name = re.sub("/(iterations|repeats):[0-9]+", "", run["run_name"])
         # One thread alone is measured by its processor time, which others who use the machine hardly change.
         clock = "real_time" if name.endswith(("/real_time", "/manual_time")) else "cpu_time"
         figures.setdefault(name, []).append(run[clock] * UNITS[run["time_unit"]])
-        for counter in ("open", "start", "lock", "stop", "close", "whole", "processor"):
+        for counter in ("open", "start", "lock", "stop", "close", "whole", "processor", "median", "p99",
+                        "p999"):
             if counter in run:
                 figures.setdefault(f"{name}#{counter}", []).append(run[counter])
     return figures

@@ -1,0 +1,163 @@
+// What one line of the trace costs the thread that writes it. Text and output are the same on both sides: a file of
+// the system that swallows everything.
+//
+// In a burst the lines come one after the other, as many as the queues of both hold; between two bursts the readers
+// empty them. At a steady pace one line comes every tenth of a millisecond, and the reader has gone to sleep again.
+
+#include "resmgt/threads.h"
+#include "zvbase/failures.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgTrace.h"
+#include "zvbase/trace.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <spdlog/async.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace Zv;
+using Clock = std::chrono::steady_clock;
+
+constexpr int LINES_IN_A_BURST = 200;
+constexpr int NB_BURSTS = 100;
+constexpr int NB_STEADY_LINES = 5000;
+constexpr char NOWHERE[] = "/dev/null";
+
+/// The trace as a program with threads has it.
+class OurTrace
+{
+public:
+    OurTrace() : _level(*Trace::registerLevel("Bench", __FILE__))
+    {
+        // Also brings the library of threads into the process, and its logger with it.
+        MtThreadMgr::getInstance();
+        ZV_ASSERT(LgLog::isLoggerActive());
+        _level.setEnabled(true);
+        LgTrace::openFile(NOWHERE);
+    }
+    ~OurTrace() { LgTrace::closeFile(); }
+    void write(int number)
+    {
+        ZV_TRACE(_level, "block " << number << " of "
+                                  << "recorder");
+    }
+    void empty() { LgLog::flush(); }
+
+private:
+    TraceLevel &_level;
+};
+
+/// With a queue that never makes the writer wait, as ours.
+class Spdlog
+{
+public:
+    Spdlog()
+        : _pool(std::make_shared<spdlog::details::thread_pool>(8192, 1)),
+          _sink(std::make_shared<spdlog::sinks::basic_file_sink_mt>(NOWHERE)),
+          _logger(std::make_shared<spdlog::async_logger>(
+              "bench", _sink, _pool, spdlog::async_overflow_policy::overrun_oldest))
+    {}
+    void write(int number) { SPDLOG_LOGGER_INFO(_logger, "block {} of {}", number, "recorder"); }
+    void empty()
+    {
+        while (_pool->queue_size() != 0)
+            std::this_thread::yield();
+    }
+
+private:
+    std::shared_ptr<spdlog::details::thread_pool> _pool;
+    std::shared_ptr<spdlog::sinks::basic_file_sink_mt> _sink;
+    std::shared_ptr<spdlog::async_logger> _logger;
+};
+
+/// What the measuring itself takes.
+double getCostOfTheClock()
+{
+    std::vector<double> costs;
+    for (int i = 0; i < 1000; ++i) {
+        Clock::time_point const start = Clock::now();
+        costs.push_back(std::chrono::duration<double, std::nano>(Clock::now() - start).count());
+    }
+    std::nth_element(costs.begin(), costs.begin() + 500, costs.end());
+    return costs[500];
+}
+
+class Costs
+{
+public:
+    explicit Costs(std::size_t nb) { _nanoseconds.reserve(nb); }
+
+    template <class Logger>
+    void take(Logger &logger, int number)
+    {
+        Clock::time_point const start = Clock::now();
+        logger.write(number);
+        Clock::time_point const end = Clock::now();
+        _nanoseconds.push_back(std::chrono::duration<double, std::nano>(end - start).count() -
+                               _clock);
+    }
+    void report(benchmark::State &state)
+    {
+        std::sort(_nanoseconds.begin(), _nanoseconds.end());
+        state.counters["median"] = at(0.5) / 1000;
+        state.counters["p999"] = at(0.999) / 1000;
+    }
+
+private:
+    double at(double part) const
+    {
+        return _nanoseconds[static_cast<std::size_t>(part *
+                                                     static_cast<double>(_nanoseconds.size()))];
+    }
+
+    double _clock = getCostOfTheClock();
+    std::vector<double> _nanoseconds;
+};
+
+template <class Logger>
+void burst(benchmark::State &state)
+{
+    Logger logger;
+    logger.write(0); // what the thread needs is made now
+    Costs costs(NB_BURSTS * LINES_IN_A_BURST);
+    for (auto _ : state) {
+        for (int i = 0; i < NB_BURSTS; ++i) {
+            logger.empty();
+            for (int line = 0; line < LINES_IN_A_BURST; ++line)
+                costs.take(logger, line);
+        }
+    }
+    logger.empty();
+    costs.report(state);
+}
+
+template <class Logger>
+void steady(benchmark::State &state)
+{
+    Logger logger;
+    logger.write(0);
+    Costs costs(NB_STEADY_LINES);
+    for (auto _ : state) {
+        for (int line = 0; line < NB_STEADY_LINES; ++line) {
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+            costs.take(logger, line);
+        }
+    }
+    logger.empty();
+    costs.report(state);
+}
+
+BENCHMARK(burst<OurTrace>)->Name("trace burst/ours")->Iterations(1)->UseRealTime();
+BENCHMARK(burst<Spdlog>)->Name("trace burst/spdlog")->Iterations(1)->UseRealTime();
+BENCHMARK(steady<OurTrace>)->Name("trace steady/ours")->Iterations(1)->UseRealTime();
+BENCHMARK(steady<Spdlog>)->Name("trace steady/spdlog")->Iterations(1)->UseRealTime();
+
+} // namespace
