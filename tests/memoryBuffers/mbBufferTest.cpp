@@ -1,6 +1,14 @@
+// Buffers as their clients see them.
+
 #include "recording.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <optional>
+#include <semaphore>
 
 namespace {
 
@@ -24,6 +32,7 @@ TEST_F(MbBufferTest, LivesFromLoadToFree)
     {
         MbBufferRdGuardImp const guard(buffer);
         EXPECT_EQ(control->memory, guard.getMemory());
+        EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 64);
         EXPECT_EQ(100u, control->size);
         EXPECT_TRUE(buffer.isLoaded());
     }
@@ -32,6 +41,393 @@ TEST_F(MbBufferTest, LivesFromLoadToFree)
     buffer = MbBuffer();
     EXPECT_EQ((Lines{"bufferNotUnloadable", "free", "deallocateRegion", "~protocol"}),
               control->log.take());
+}
+
+TEST_F(MbBufferTest, WithoutEverHavingBeenUsedEndsWithoutACall)
+{
+    buffer = MbBuffer();
+    EXPECT_EQ(Lines{"~protocol"}, control->log.take());
+}
+
+TEST_F(MbBufferTest, SynchedEndsWithoutFree)
+{
+    {
+        MbBufferRdGuardImp const guard(buffer);
+    }
+    buffer.sync();
+    control->log.take();
+    buffer = MbBuffer();
+    EXPECT_EQ((Lines{"deallocateRegion", "bufferNotUnloadable", "~protocol"}), control->log.take());
+}
+
+TEST_F(MbBufferTest, WritersMarkItDirtyOnlyWhereTheyLoad)
+{
+    {
+        MbBufferWrGuardImp const guard(buffer);
+        static_cast<char *>(guard.getMemory())[99] = 1;
+    }
+    EXPECT_EQ((Lines{"allocateRegion", "load", "markDirty", "unlocked", "bufferUnloadable"}),
+              control->log.take());
+    {
+        MbBufferWrGuardImp const guard(buffer);
+    }
+    buffer.sync();
+    {
+        MbBufferWrGuardImp const guard(buffer);
+    }
+    Lines const lines = control->log.take();
+    EXPECT_EQ(0, std::count(lines.begin(), lines.end(), "markDirty"));
+}
+
+TEST_F(MbBufferTest, FreedWhileLockedIsLoadedAnewAfterTheLastGuard)
+{
+    {
+        MbBufferRdGuardImp const guard(buffer);
+        buffer.free();
+        MbBufferRdGuardImp const second(buffer);
+        EXPECT_TRUE(buffer.isLoaded());
+        EXPECT_EQ((Lines{"allocateRegion", "load"}), control->log.take());
+    }
+    EXPECT_EQ((Lines{"free", "deallocateRegion"}), control->log.take());
+    MbBufferRdGuardImp const guard(buffer);
+    EXPECT_EQ((Lines{"allocateRegion", "load"}), control->log.take());
+}
+
+TEST_F(MbBufferTest, TwoReadersShareItsMemoryAndAWriterWaitsForBoth)
+{
+    std::optional<MbBufferRdGuardImp> first(buffer);
+    void const *memory = nullptr;
+    std::optional<MbBufferRdGuardImp> second;
+    std::thread([&] {
+        second.emplace(buffer);
+        memory = second->getMemory();
+    }).join();
+    EXPECT_NE(nullptr, memory);
+    EXPECT_EQ(first->getMemory(), memory);
+
+    std::atomic<bool> isLocked = false;
+    std::thread writer([&] {
+        MbBufferWrGuardImp const guard(buffer);
+        isLocked = true;
+        EXPECT_EQ("WrLocked", stateOf(buffer));
+    });
+    waitForWaiters(buffer, 1);
+    first.reset();
+    EXPECT_EQ("RdLocked", stateOf(buffer));
+    waitForWaiters(buffer, 1);
+    EXPECT_FALSE(isLocked);
+    second.reset();
+    writer.join();
+    EXPECT_TRUE(isLocked);
+    EXPECT_EQ("Loaded", stateOf(buffer));
+}
+
+TEST_F(MbBufferTest, ReadersWaitForTheLastWriteGuard)
+{
+    std::optional<MbBufferWrGuardImp> writer(buffer);
+    std::optional<MbBufferWrGuardImp> copy(*writer);
+    std::thread reader([&] { MbBufferRdGuardImp const guard(buffer); });
+    waitForWaiters(buffer, 1);
+    writer.reset();
+    waitForWaiters(buffer, 1);
+    EXPECT_EQ("WrLocked", stateOf(buffer));
+    copy.reset();
+    reader.join();
+}
+
+TEST_F(MbBufferTest, WhoComesWhileItIsLoadedWaitsForTheLoad)
+{
+    std::binary_semaphore isLoading(0);
+    std::binary_semaphore mayLoad(0);
+    control->hooks["load"] = [&] {
+        isLoading.release();
+        mayLoad.acquire();
+    };
+    std::thread loader([&] { MbBufferRdGuardImp const guard(buffer); });
+    isLoading.acquire();
+    EXPECT_FALSE(buffer.isLoaded());
+    std::thread reader([&] { MbBufferRdGuardImp const guard(buffer); });
+    waitForWaiters(buffer, 1);
+    mayLoad.release();
+    loader.join();
+    reader.join();
+    Lines const lines = control->log.take();
+    EXPECT_EQ(1, std::count(lines.begin(), lines.end(), "load"));
+}
+
+TEST_F(MbBufferTest, ALoadThatFailsLeavesItFreedAndWhoWaitsTriesAnew)
+{
+    std::binary_semaphore isLoading(0);
+    std::binary_semaphore mayFail(0);
+    std::atomic<int> nbLoads = 0;
+    control->hooks["load"] = [&] {
+        if (++nbLoads == 1) {
+            isLoading.release();
+            mayFail.acquire();
+            throw Failure("load");
+        }
+    };
+    std::string failure;
+    std::thread loader(
+        [&] { failure = reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }); });
+    isLoading.acquire();
+    std::thread reader([&] { MbBufferRdGuardImp const guard(buffer); });
+    waitForWaiters(buffer, 1);
+    mayFail.release();
+    loader.join();
+    reader.join();
+    EXPECT_EQ("load", failure);
+    EXPECT_EQ(2, nbLoads);
+    EXPECT_EQ((Lines{"allocateRegion", "load", "deallocateRegion", "allocateRegion", "load",
+                     "unlocked", "bufferUnloadable"}),
+              control->log.take());
+}
+
+TEST_F(MbBufferTest, AsyncLoadEndsOnWhateverThreadSaysSo)
+{
+    buffer.prefetch();
+    EXPECT_EQ("WaitAsyncLoaded", stateOf(buffer));
+    EXPECT_FALSE(buffer.isLoaded());
+    std::thread reader([&] { MbBufferRdGuardImp const guard(buffer); });
+    waitForWaiters(buffer, 1);
+    std::thread([&] { control->handle->performSucceeded(); }).join();
+    reader.join();
+    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable",
+                     "bufferNotUnloadable", "unlocked", "bufferUnloadable"}),
+              control->log.take());
+}
+
+TEST_F(MbBufferTest, AsyncLoadMayEndBeforeItsCallReturns)
+{
+    std::thread::id teller;
+    control->hooks["asyncLoad"] = [&] {
+        std::thread([&] { control->handle->performSucceeded(); }).join();
+        EXPECT_EQ("BeingAsyncLoaded", stateOf(buffer));
+    };
+    control->hooks["asyncLoadSucceeded"] = [&] { teller = std::this_thread::get_id(); };
+    buffer.prefetch();
+    EXPECT_EQ(std::this_thread::get_id(), teller);
+    EXPECT_EQ("Loaded", stateOf(buffer));
+}
+
+TEST_F(MbBufferTest, AsyncLoadThatFailsGivesTheMemoryBack)
+{
+    control->hooks["asyncLoad"] = [&] { control->handle->performFailed(); };
+    buffer.prefetch();
+    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "deallocateRegion", "asyncLoadFailed"}),
+              control->log.take());
+}
+
+TEST_F(MbBufferTest, AsyncSyncOfALockedBufferBeginsWithTheLastUnlock)
+{
+    {
+        MbBufferWrGuardImp const guard(buffer);
+        buffer.asyncSync();
+        EXPECT_EQ((Lines{"allocateRegion", "load", "markDirty"}), control->log.take());
+    }
+    EXPECT_EQ((Lines{"unlocked", "bufferUnloadable", "bufferNotUnloadable", "asyncSync"}),
+              control->log.take());
+    control->handle->performSucceeded();
+    EXPECT_EQ("Synched", stateOf(buffer));
+}
+
+TEST_F(MbBufferTest, SyncThatFailsLeavesItLoadedAndUnloadable)
+{
+    {
+        MbBufferRdGuardImp const guard(buffer);
+    }
+    control->hooks["sync"] = [] { throw Failure("sync"); };
+    control->log.take();
+    EXPECT_EQ("sync", reasonOf<Failure>([&] { buffer.sync(); }));
+    EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ((Lines{"bufferNotUnloadable", "sync", "bufferUnloadable"}), control->log.take());
+}
+
+TEST_F(MbBufferTest, TheLastHandleWaitsForAnAsynchronousOperation)
+{
+    buffer.prefetch();
+    LkAsyncHandle * const handle = control->handle;
+    MbBufferImp &imp = *buffer.getImp();
+    std::thread last([&] { buffer = MbBuffer(); });
+    MbBufferProbe const probe(imp);
+    waitUntil([&] {
+        LkGuard<LkMutex const> const guard(probe.mutex());
+        return probe.waiters() == 1;
+    });
+    control->log.take();
+    // A count of its own keeps the object until its operation is over.
+    imp.addKeepAlive();
+    handle->performSucceeded();
+    last.join();
+    EXPECT_EQ((Lines{"asyncLoadSucceeded", "bufferUnloadable", "bufferNotUnloadable", "free",
+                     "deallocateRegion"}),
+              control->log.take());
+    imp.releaseKeepAlive();
+    EXPECT_EQ(Lines{"~protocol"}, control->log.take());
+}
+
+TEST_F(MbBufferTest, TheLastHandleMayGoInsideACallOfTheProtocol)
+{
+    {
+        MbBufferRdGuardImp guard(buffer);
+        control->hooks["unlocked"] = [&] { buffer = MbBuffer(); };
+        control->log.take();
+    }
+    EXPECT_EQ((Lines{"unlocked", "bufferUnloadable", "bufferNotUnloadable", "free",
+                     "deallocateRegion", "~protocol"}),
+              control->log.take());
+}
+
+TEST_F(MbBufferTest, OfAPlainProtocolHasItsContentsWhileItIsLoaded)
+{
+    RCShdPtr<MbManager> heap(new MbHeapManager("heap", 2 * 1127 - 1, makeObj<MbUnloadLRU>(0)));
+    MbBufferSimpleFactory plain(initialState(), heap);
+    MbBuffer first = plain.create("first", 1000);
+    MbBuffer second = plain.create("second", 1000);
+    EXPECT_EQ(127u, first.getAlignment().getAlignmentMask());
+    EXPECT_EQ(0u, first.getAlignment().getOffsetMask());
+    EXPECT_EQ(0u, first.getAlignment().getOffsetPattern());
+    {
+        MbBufferWrGuardImp const guard(first);
+        EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 128);
+        std::memset(guard.getMemory(), 'x', 1000);
+    }
+    {
+        MbBufferRdGuardImp const guard(first);
+        EXPECT_EQ('x', static_cast<char const *>(guard.getMemory())[999]);
+    }
+    {
+        MbBufferWrGuardImp const guard(second);
+        std::memset(guard.getMemory(), 'y', 1000);
+    }
+    EXPECT_EQ("Unloaded", stateOf(first));
+    // Nobody has brought them back: what is there is not said.
+    MbBufferWrGuardImp const guard(first);
+    EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 128);
+    std::memset(guard.getMemory(), 'z', 1000);
+}
+
+TEST_F(MbBufferTest, RegionHasRoomForTheAlignment)
+{
+    MbBuffer plain = factory.create("plain", 1000);
+    MbBufferRdGuardImp const guard(plain);
+    MbBufferImp const &imp = *plain.getImp();
+    EXPECT_EQ(1127u, imp.getRegionEnd() - imp.getRegionStart());
+    EXPECT_EQ(1000u, imp.getDataEnd() - imp.getDataStart());
+    EXPECT_EQ(0u, imp.getDataStart() % 128);
+    EXPECT_LE(imp.getRegionStart(), imp.getDataStart());
+    EXPECT_LE(imp.getDataEnd(), imp.getRegionEnd());
+    EXPECT_EQ(guard.getMemory(), reinterpret_cast<void const *>(imp.getDataStart()));
+}
+
+// ---- the protocol's defaults
+
+class Chain : public MbProtocol
+{
+public:
+    explicit Chain(Log &log) : _log(log) {}
+    void reload(void *, std::uint64_t size) override { tell("reload", size); }
+    void unload(void *, std::uint64_t size) override { tell("unload", size); }
+    void asyncReloadSucceeded() override { _log.add("asyncReloadSucceeded"); }
+    void asyncReloadFailed() override { _log.add("asyncReloadFailed"); }
+
+    bool fails = false;
+
+private:
+    void tell(char const *what, std::uint64_t size)
+    {
+        _log.add(what + std::string(" ") + std::to_string(size));
+        if (fails)
+            throw 1; // no exception of anybody's family
+    }
+
+    Log &_log;
+};
+
+struct RecordingHandle : LkAsyncHandle
+{
+    explicit RecordingHandle(Log &log) : _log(log) {}
+    void performSucceeded() override { _log.add("succeeded"); }
+    void performFailed() override { _log.add("failed"); }
+
+private:
+    Log &_log;
+};
+
+TEST(MbProtocol, LoadsByReloadingAndSynchsByUnloading)
+{
+    Log log;
+    Chain protocol(log);
+    RecordingHandle handle(log);
+    protocol.load(nullptr, 1);
+    protocol.asyncLoad(nullptr, 2, &handle);
+    protocol.asyncReload(nullptr, 3, &handle);
+    protocol.sync(nullptr, 4);
+    protocol.asyncSync(nullptr, 5, &handle);
+    protocol.asyncLoadSucceeded();
+    protocol.asyncLoadFailed();
+    EXPECT_EQ((Lines{"reload 1", "reload 2", "succeeded", "reload 3", "succeeded", "unload 4",
+                     "unload 5", "succeeded", "asyncReloadSucceeded", "asyncReloadFailed"}),
+              log.take());
+}
+
+TEST(MbProtocol, TellsTheHandleOfAFailureAndSwallowsIt)
+{
+    Log log;
+    Chain protocol(log);
+    protocol.fails = true;
+    RecordingHandle handle(log);
+    protocol.asyncLoad(nullptr, 2, &handle);
+    protocol.asyncReload(nullptr, 3, &handle);
+    protocol.asyncSync(nullptr, 5, &handle);
+    EXPECT_EQ((Lines{"reload 2", "failed", "reload 3", "failed", "unload 5", "failed"}),
+              log.take());
+    EXPECT_THROW(protocol.load(nullptr, 1), int);
+    EXPECT_THROW(protocol.sync(nullptr, 1), int);
+}
+
+TEST(MbProtocol, DoesNothingElseByItself)
+{
+    Log log;
+    MbProtocol protocol;
+    RecordingHandle handle(log);
+    protocol.load(nullptr, 0);
+    protocol.reload(nullptr, 0);
+    protocol.unload(nullptr, 0);
+    protocol.free(nullptr, 0);
+    protocol.unlocked(nullptr, 0);
+    protocol.markDirty(nullptr, 0);
+    protocol.sync(nullptr, 0);
+    protocol.asyncSyncSucceeded();
+    protocol.asyncSyncFailed();
+    protocol.asyncReloadSucceeded();
+    protocol.asyncReloadFailed();
+    protocol.asyncLoad(nullptr, 0, &handle);
+    protocol.asyncSync(nullptr, 0, &handle);
+    EXPECT_EQ((Lines{"succeeded", "succeeded"}), log.take());
+}
+
+// ---- texts of the failures
+
+TEST(MbEx, HasItsTexts)
+{
+    MbEx::ExIllegalTransition const transition("f", 1, "b", "unlock()", "Loaded");
+    EXPECT_STREQ("Illegal transition: buffer b received event unlock() from state Loaded.",
+                 transition.what());
+    MbEx::ExInvalidArgument const argument("f", 1, "x");
+    EXPECT_STREQ("Invalid argument: x.", argument.what());
+    MbEx::ExRangeError const range("f", 1, "x");
+    EXPECT_STREQ("Out of range: x.", range.what());
+    MbEx::ExNotEnoughMemory const memory("f", 1, "x.");
+    EXPECT_STREQ("Not enough memory: x..", memory.what());
+    static_assert(std::is_base_of_v<std::logic_error, MbEx::ExIllegalTransition>);
+    static_assert(std::is_base_of_v<std::invalid_argument, MbEx::ExInvalidArgument>);
+    static_assert(std::is_base_of_v<std::range_error, MbEx::ExRangeError>);
+    static_assert(std::is_base_of_v<std::range_error, MbEx::ExNotEnoughMemory>);
+    // A name of any length neither overruns nor loses the beginning.
+    MbEx::ExIllegalTransition const longName("f", 1, std::string(100000, 'n').c_str(), "e", "s");
+    EXPECT_EQ(0u, std::string(longName.what()).find("Illegal transition: buffer nnn"));
 }
 
 } // namespace

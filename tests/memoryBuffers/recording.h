@@ -11,6 +11,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -40,6 +41,23 @@ struct MbBufferProbe
     long keepAlive() const { return imp._keepAlive.getValue(); }
 
     MbBufferImp &imp;
+};
+
+/// A manager from inside.
+struct MbManagerProbe
+{
+    /// Threads that wait for memory.
+    static int waiters(MbPoolManager const &manager)
+    {
+        LkGuard<LkMutex const> const guard(manager._mutex);
+        return manager._waiters;
+    }
+    /// Nobody waits while there is a victim.
+    static bool isFair(MbPoolManager const &manager)
+    {
+        LkGuard<LkMutex const> const guard(manager._mutex);
+        return manager._waiters == 0 || manager._strategy->isEmpty();
+    }
 };
 
 } // namespace Zv
@@ -184,6 +202,47 @@ struct Failure : std::runtime_error
 {
     explicit Failure(std::string const &what) : std::runtime_error(what) {}
 };
+
+/// Comes back when it is so.
+template <class Condition>
+void waitUntil(Condition condition)
+{
+    while (!condition())
+        std::this_thread::yield();
+}
+
+/// Threads that wait for a change of the buffer, once there are so many.
+inline void waitForWaiters(MbBuffer const &buffer, int count)
+{
+    MbBufferProbe const probe(buffer);
+    waitUntil([&] {
+        LkGuard<LkMutex const> const guard(probe.mutex());
+        return probe.waiters() == count;
+    });
+}
+
+inline void waitForWaiters(MbPoolManager const &manager, int count)
+{
+    waitUntil([&] { return MbManagerProbe::waiters(manager) == count; });
+}
+
+inline std::string stateOf(MbBuffer const &buffer)
+{
+    MbBufferProbe const probe(buffer);
+    LkGuard<LkMutex const> const guard(probe.mutex());
+    return probe.stateName();
+}
+
+template <class Exception, class Function>
+std::string reasonOf(Function function)
+{
+    try {
+        function();
+    } catch (Exception const &failure) {
+        return failure.what();
+    }
+    return "nothing was thrown";
+}
 
 inline MbState const *initialState(bool trace = false)
 {

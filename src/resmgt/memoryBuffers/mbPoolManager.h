@@ -38,6 +38,8 @@ protected:
     LkMutex const &getMutex() const ZV_RETURN_CAPABILITY(_mutex) { return _mutex; }
 
 private:
+    friend struct MbManagerProbe; // how tests look at a manager
+
     /// Gives the buffer its region where the budget allows it; false where it is used up. Throws where unloading cannot
     /// help. Called under the mutex.
     virtual bool performAllocate(MbBufferImp *buffer) ZV_REQUIRES(getMutex()) = 0;

@@ -1,0 +1,440 @@
+// Budgets, one step at a time.
+
+#include "allocations.h"
+#include "recording.h"
+#include "resmgt/dynamicAllocation.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <optional>
+#include <sstream>
+
+namespace {
+
+using namespace ZvTest;
+
+using Control = RecordingProtocol::Control;
+
+constexpr int UNIT = 100;
+MbAlignment const UNALIGNED(0, 0, 0);
+
+std::uint64_t lengthOf(MbBuffer const &buffer)
+{
+    MbBufferImp const &imp = *buffer.getImp();
+    return imp.getRegionEnd() - imp.getRegionStart();
+}
+
+class HeapManager : public testing::Test
+{
+protected:
+    ~HeapManager() noexcept override {}
+
+    MbBuffer make(char const *name, int size = UNIT)
+    {
+        return factory.create(name, size, UNALIGNED);
+    }
+    MbBuffer make(char const *name, std::shared_ptr<Control> const &control, int size = UNIT)
+    {
+        return factory.create(name, makeObj<RecordingProtocol>(control), size, UNALIGNED);
+    }
+    static void load(MbBuffer const &buffer) { MbBufferRdGuardImp const guard(buffer); }
+
+    RCShdPtr<MbHeapManager> manager{new MbHeapManager("heap", 4 * UNIT, makeObj<MbUnloadLRU>(0))};
+    MbBufferSimpleFactory factory{initialState(), manager};
+};
+
+TEST_F(HeapManager, HasANameABudgetAndADump)
+{
+    EXPECT_STREQ("heap", manager->getName().getChars());
+    EXPECT_EQ(4u * UNIT, manager->getMaximum());
+    EXPECT_EQ(0u, manager->getAllocated());
+    load(make("a"));
+    std::ostringstream text;
+    manager->dump(text);
+    EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU", text.str());
+}
+
+TEST_F(HeapManager, TakesItsStrategyOver)
+{
+    ObjPtr<MbUnloadStrategy> strategy(new MbUnloadLRU(0));
+    MbHeapManager const other("other", 1, strategy);
+    EXPECT_TRUE(strategy.isNull());
+}
+
+TEST_F(HeapManager, UnloadsAllOthersForABufferAsLargeAsTheBudget)
+{
+    std::vector<MbBuffer> others{make("a"), make("b"), make("c")};
+    for (MbBuffer const &other : others)
+        load(other);
+    MbBuffer const large = factory.create("large", 4 * UNIT - 63, MbAlignment(63, 0, 0));
+    load(large);
+    EXPECT_EQ(4u * UNIT, manager->getAllocated());
+    EXPECT_TRUE(large.isLoaded());
+    for (MbBuffer const &other : others)
+        EXPECT_EQ("Unloaded", stateOf(other));
+}
+
+TEST_F(HeapManager, RefusesOneByteMoreThanTheBudgetAtOnceAndUnloadsNothing)
+{
+    MbBuffer const other = make("a");
+    load(other);
+    MbBuffer const large = factory.create("large", 4 * UNIT - 62, MbAlignment(63, 0, 0));
+    EXPECT_EQ("Not enough memory: Buffer size larger then maximum allocated bytes..",
+              reasonOf<MbEx::ExNotEnoughMemory>([&] { load(large); }));
+    EXPECT_EQ("Freed", stateOf(large));
+    EXPECT_TRUE(other.isLoaded());
+    EXPECT_EQ(std::uint64_t{UNIT}, manager->getAllocated());
+
+    // A distance by which any sum would wrap around.
+    MbBuffer const wide = factory.create("wide", UNIT, MbAlignment(~std::uint64_t{0}, 0, 0));
+    EXPECT_THROW(load(wide), MbEx::ExNotEnoughMemory);
+}
+
+TEST_F(HeapManager, WithoutAHeapSaysSo)
+{
+    MbBuffer const buffer = make("a");
+    {
+        FailingAllocation const failing(0, Allocations::ANSWERING_NULL);
+        EXPECT_EQ("Not enough memory: Unable to allocate memory..",
+                  reasonOf<MbEx::ExNotEnoughMemory>([&] { load(buffer); }));
+        EXPECT_TRUE(failing.hasFailed());
+    }
+    EXPECT_EQ(0u, manager->getAllocated());
+    load(buffer);
+    EXPECT_TRUE(buffer.isLoaded());
+}
+
+TEST_F(HeapManager, CountsTheDistanceThatTheAlignmentMayTake)
+{
+    RCShdPtr<MbHeapManager> const wide(new MbHeapManager("wide", 10000, makeObj<MbUnloadLRU>(0)));
+    MbBuffer const buffer = MbBufferSimpleFactory(initialState(), wide).create("a", 1000);
+    load(buffer);
+    EXPECT_EQ(1127u, wide->getAllocated());
+    EXPECT_EQ(1127u, lengthOf(buffer));
+}
+
+TEST_F(HeapManager, HasItsBytesBackAfterUnloadFreeAndDestroy)
+{
+    MbBuffer a = make("a");
+    MbBuffer b = make("b");
+    MbBuffer c = make("c", 4 * UNIT);
+    load(a);
+    load(b);
+    EXPECT_EQ(2u * UNIT, manager->getAllocated());
+    a.free();
+    EXPECT_EQ(1u * UNIT, manager->getAllocated());
+    EXPECT_EQ(0u, a.getImp()->getRegionStart());
+    EXPECT_EQ(0u, a.getImp()->getDataStart());
+    EXPECT_EQ(0u, a.getImp()->getDataEnd());
+    EXPECT_EQ(0u, a.getImp()->getRegionEnd());
+    b = MbBuffer();
+    EXPECT_EQ(0u, manager->getAllocated());
+    load(a);
+    load(c);
+    EXPECT_EQ("Unloaded", stateOf(a));
+    EXPECT_EQ(4u * UNIT, manager->getAllocated());
+    c.sync();
+    c = MbBuffer();
+    EXPECT_EQ(0u, manager->getAllocated());
+}
+
+TEST_F(HeapManager, OutlivesItsClientsForTheSakeOfItsBuffers)
+{
+    MbBuffer const buffer = make("a");
+    factory = MbBufferSimpleFactory(initialState(), RCShdPtr<MbManager>());
+    manager = RCShdPtr<MbHeapManager>();
+    load(buffer);
+    EXPECT_TRUE(buffer.isLoaded());
+}
+
+TEST_F(HeapManager, WhoWaitsIsWokenByAnUnlock)
+{
+    MbBuffer const small = make("small");
+    MbBuffer const large = make("large", 4 * UNIT);
+    std::optional<MbBufferRdGuardImp> guard(small);
+    std::thread loader([&] { load(large); });
+    waitForWaiters(*manager, 1);
+    guard.reset();
+    loader.join();
+    EXPECT_EQ("Unloaded", stateOf(small));
+    EXPECT_TRUE(large.isLoaded());
+}
+
+TEST_F(HeapManager, WhoWaitsIsWokenByAFree)
+{
+    auto const control = std::make_shared<Control>();
+    // Under way, and so no victim.
+    MbBuffer other = make("other", control);
+    other.prefetch();
+    MbBuffer const large = make("large", 4 * UNIT);
+    std::thread loader([&] { load(large); });
+    waitForWaiters(*manager, 1);
+    control->handle->performFailed();
+    loader.join();
+    EXPECT_EQ("Freed", stateOf(other));
+
+    // Freed while it was locked.
+    std::optional<MbBufferRdGuardImp> guard(large);
+    MbBuffer const small = make("small");
+    std::thread second([&] { load(small); });
+    waitForWaiters(*manager, 1);
+    large.getImp()->receive(MbEvent::FREE);
+    guard.reset();
+    second.join();
+    EXPECT_EQ("Freed", stateOf(large));
+}
+
+TEST_F(HeapManager, WhoWaitsIsWokenByTheEndOfABuffer)
+{
+    std::optional<MbBufferRdGuardImp> guard;
+    {
+        MbBuffer const temporary = make("temporary", 4 * UNIT);
+        guard.emplace(temporary);
+    }
+    MbBuffer const buffer = make("a");
+    std::thread loader([&] { load(buffer); });
+    waitForWaiters(*manager, 1);
+    guard.reset();
+    loader.join();
+    EXPECT_TRUE(buffer.isLoaded());
+}
+
+TEST_F(HeapManager, AVictimThatFailsFailsTheLoadAndStaysLoaded)
+{
+    auto const victimControl = std::make_shared<Control>();
+    auto const loaderControl = std::make_shared<Control>();
+    MbBuffer const victim = make("victim", victimControl, 4 * UNIT);
+    MbBuffer const buffer = make("a", loaderControl);
+    load(victim);
+    victimControl->hooks["unload"] = [] { throw Failure("unload of the victim"); };
+    EXPECT_EQ("unload of the victim", reasonOf<Failure>([&] { load(buffer); }));
+    EXPECT_EQ("Loaded", stateOf(victim));
+    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ(4u * UNIT, manager->getAllocated());
+    EXPECT_EQ(Lines{}, loaderControl->log.take());
+    EXPECT_EQ(1, MbBufferProbe(victim).keepAlive());
+    // It is a victim still.
+    victimControl->hooks.clear();
+    load(buffer);
+    EXPECT_EQ("Unloaded", stateOf(victim));
+    EXPECT_EQ(std::uint64_t{UNIT}, manager->getAllocated());
+}
+
+TEST_F(HeapManager, AVictimThatIsLockedInBetweenIsPassedOver)
+{
+    MbBuffer const victim = make("victim", 3 * UNIT);
+    MbBuffer const second = make("second");
+    MbBuffer const buffer = make("a");
+    load(victim);
+    load(second);
+    MbBufferProbe const probe(victim);
+    std::optional<MbBufferRdGuardImp> guard;
+    std::thread loader;
+    {
+        LkGuard<LkMutex const> const lock(probe.mutex());
+        loader = std::thread([&] { load(buffer); });
+        waitUntil([&] { return probe.keepAlive() == 2; });
+        guard.emplace(victim);
+    }
+    loader.join();
+    EXPECT_EQ("RdLocked", stateOf(victim));
+    EXPECT_EQ("Unloaded", stateOf(second));
+}
+
+TEST_F(HeapManager, AVictimThatEndsInBetweenIsLeftToWhoHasChosenIt)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer victim = make("victim", control, 4 * UNIT);
+    MbBuffer const buffer = make("a");
+    load(victim);
+    control->log.take();
+    MbBufferProbe const probe(victim);
+    probe.mutex().lock();
+    std::thread loader([&] { load(buffer); });
+    waitUntil([&] { return probe.keepAlive() == 2; });
+    victim = MbBuffer();
+    EXPECT_EQ((Lines{"free"}), control->log.take());
+    EXPECT_EQ("Destroyed", probe.stateName());
+    probe.mutex().unlock();
+    loader.join();
+    EXPECT_EQ(Lines{"~protocol"}, control->log.take());
+    EXPECT_TRUE(buffer.isLoaded());
+}
+
+TEST_F(HeapManager, AVictimMayLoseItsLastHandleWhileItIsUnloaded)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer victim = make("victim", control, 4 * UNIT);
+    MbBufferImp &imp = *victim.getImp();
+    MbBuffer const buffer = make("a");
+    load(victim);
+    control->log.take();
+    std::thread last;
+    control->hooks["unload"] = [&] {
+        last = std::thread([&] { victim = MbBuffer(); });
+        MbBufferProbe const probe(imp);
+        waitUntil([&] {
+            LkGuard<LkMutex const> const guard(probe.mutex());
+            return probe.waiters() == 1;
+        });
+    };
+    load(buffer);
+    last.join();
+    EXPECT_EQ((Lines{"unload", "~protocol"}), control->log.take());
+    EXPECT_EQ(std::uint64_t{UNIT}, manager->getAllocated());
+}
+
+/// Who has chosen a victim comes to its mutex while the victim, loaded anew, waits for memory itself.
+TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
+{
+    for (int turn = 0; turn < 30; ++turn) {
+        MbBuffer const a = make("a");
+        MbBuffer const y = make("y");
+        MbBuffer const x = make("x");
+        MbBuffer v = make("v", 2 * UNIT);
+        MbBuffer const f = make("f", 2 * UNIT);
+        load(v);
+        MbBufferProbe const probe(v);
+        std::optional<MbBufferRdGuardImp> holdsA(a);
+        std::optional<MbBufferRdGuardImp> holdsF;
+        std::atomic<bool> isBegun = false;
+        std::thread again;
+        std::thread loader;
+        {
+            LkGuard<LkMutex const> const lock(probe.mutex());
+            again = std::thread([&] {
+                isBegun = true;
+                load(v);
+            });
+            waitUntil([&] { return isBegun.load(); });
+            loader = std::thread([&] {
+                MbBufferRdGuardImp const holdsY(y);
+                load(x);
+            });
+            waitUntil([&] { return probe.keepAlive() == 2; });
+            v.free();
+            holdsF.emplace(f);
+        }
+        // One needs a part, which may come, the other two, which come after it.
+        waitForWaiters(*manager, 2);
+        holdsA.reset();
+        loader.join();
+        again.join();
+        EXPECT_TRUE(v.isLoaded());
+    }
+    EXPECT_EQ(0u, manager->getAllocated());
+}
+
+class ArenaManager : public testing::Test
+{
+protected:
+    ~ArenaManager() noexcept override {}
+
+    static MbManager *newManager(std::uint64_t size)
+    {
+        // Pages, so that the pool begins at a multiple of every alignment that is asked for here.
+        return new MbArenaManager(
+            "arena",
+            ObjPtr<DaArenaPool>(DaArenaPool::create(DaMemoryMapAllocator::create("pages"), size)),
+            makeObj<MbUnloadLRU>(0));
+    }
+    static void load(MbBuffer const &buffer) { MbBufferRdGuardImp const guard(buffer); }
+
+    RCShdPtr<MbManager> manager{newManager(1024)};
+    MbBufferSimpleFactory factory{initialState(), manager};
+};
+
+TEST_F(ArenaManager, TakesPoolAndStrategyOver)
+{
+    ObjPtr<DaArenaPool> pool(DaArenaPool::create(DaMallocAllocator::create(), 8));
+    ObjPtr<MbUnloadStrategy> strategy(new MbUnloadRandom(0));
+    {
+        MbArenaManager const other("other", pool, strategy);
+        EXPECT_STREQ("other", other.getName().getChars());
+    }
+    EXPECT_TRUE(pool.isNull());
+    EXPECT_TRUE(strategy.isNull());
+}
+
+TEST_F(ArenaManager, TakesNoMoreThanTheSizeFromAnAlignedPlace)
+{
+    // As many as there is room for, without an allowance.
+    std::vector<MbBuffer> buffers;
+    for (int i = 0; i < 8; ++i) {
+        buffers.push_back(factory.create("a", 128));
+        load(buffers.back());
+        EXPECT_EQ(128u, lengthOf(buffers.back()));
+        EXPECT_EQ(0u, buffers.back().getImp()->getDataStart() % 128);
+    }
+    for (MbBuffer const &buffer : buffers)
+        EXPECT_TRUE(buffer.isLoaded());
+    load(factory.create("b", 128));
+    EXPECT_EQ("Unloaded", stateOf(buffers.front()));
+    EXPECT_TRUE(buffers.back().isLoaded());
+}
+
+TEST_F(ArenaManager, TakesMoreForAnOffset)
+{
+    MbBuffer const buffer = factory.create("a", 100, MbAlignment(15, 63, 32));
+    load(buffer);
+    EXPECT_EQ(100u + MbAlignment(15, 63, 32).getRoundUpMax(16), lengthOf(buffer));
+    EXPECT_EQ(32u, buffer.getImp()->getDataStart() % 64);
+    EXPECT_EQ(0u, buffer.getImp()->getRegionStart() % 16);
+}
+
+TEST_F(ArenaManager, UnloadsAllOthersForABufferAsLargeAsThePool)
+{
+    MbBuffer const a = factory.create("a", 500);
+    MbBuffer const b = factory.create("b", 500);
+    load(a);
+    load(b);
+    MbBuffer const large = factory.create("large", 1024);
+    load(large);
+    EXPECT_TRUE(large.isLoaded());
+    EXPECT_EQ("Unloaded", stateOf(a));
+    EXPECT_EQ("Unloaded", stateOf(b));
+    MbBuffer const larger = factory.create("larger", 1025);
+    EXPECT_EQ("Not enough memory: Buffer size larger then total arena pool size..",
+              reasonOf<MbEx::ExNotEnoughMemory>([&] { load(larger); }));
+    EXPECT_TRUE(large.isLoaded());
+}
+
+TEST_F(ArenaManager, TakesPiecesThatAreTooSmallForNoMemoryAtAll)
+{
+    std::vector<MbBuffer> buffers;
+    for (int i = 0; i < 8; ++i) {
+        buffers.push_back(factory.create("a", 128));
+        load(buffers.back());
+    }
+    for (std::size_t i = 0; i < 8; i += 2)
+        buffers[i].free();
+    // Half of the pool is free, a quarter in one piece is not: the one between the first two goes.
+    MbBuffer const large = factory.create("large", 256);
+    load(large);
+    EXPECT_EQ("Unloaded", stateOf(buffers[1]));
+    EXPECT_TRUE(buffers[3].isLoaded());
+    EXPECT_TRUE(buffers[5].isLoaded());
+    EXPECT_TRUE(buffers[7].isLoaded());
+}
+
+TEST_F(ArenaManager, WaitsWhereAllThatIsThereIsLocked)
+{
+    MbBuffer const a = factory.create("a", 1024);
+    MbBuffer const b = factory.create("b", 8);
+    std::optional<MbBufferRdGuardImp> guard(a);
+    std::thread loader([&] { load(b); });
+    waitForWaiters(static_cast<MbPoolManager const &>(*manager), 1);
+    guard.reset();
+    loader.join();
+    EXPECT_EQ("Unloaded", stateOf(a));
+}
+
+TEST_F(ArenaManager, Dumps)
+{
+    std::ostringstream text;
+    manager->dump(text);
+    EXPECT_EQ("Name = arena\nUnload strategy = MbUnloadLRU", text.str());
+}
+
+} // namespace
