@@ -39,25 +39,31 @@ void BufferedClip::fill(double *samples, std::int64_t position, int frames)
 
 std::vector<double> BufferedClip::read(std::int64_t position, int frames)
 {
-    if (position >= getFormat().frames)
-        return {};
-    auto const index = static_cast<std::size_t>(position / _framesPerPage);
-    auto const channels = static_cast<std::size_t>(getFormat().channels);
-    auto const first = static_cast<std::size_t>(position % _framesPerPage) * channels;
-    bool const isNew = index != std::exchange(_current, index);
-    if (isNew)
-        _memory.getFigures().visited(_pages[index].protocol->takePrefetched());
     std::vector<double> samples;
-    {
-        MbBufferRdGuardImp const guard(_pages[index].buffer);
-        auto const page = static_cast<double const *>(guard.getMemory());
-        auto const size = static_cast<std::size_t>(_pages[index].buffer.getSize()) / sizeof *page;
-        auto const end = std::min(first + static_cast<std::size_t>(frames) * channels, size);
-        samples.assign(page + first, page + end);
+    auto const end = std::min(position + frames, getFormat().frames);
+    while (position < end) {
+        auto const index = static_cast<std::size_t>(position / _framesPerPage);
+        auto const next = std::min((position / _framesPerPage + 1) * _framesPerPage, end);
+        bool const isNew = index != std::exchange(_current, index);
+        if (isNew)
+            _memory.getFigures().visited(_pages[index].protocol->takePrefetched());
+        append(samples, index, position, next);
+        if (isNew)
+            loadBehind(index);
+        position = next;
     }
-    if (isNew)
-        loadBehind(index);
     return samples;
+}
+
+void BufferedClip::append(std::vector<double> &samples, std::size_t index, std::int64_t position,
+                          std::int64_t end) const
+{
+    MbBufferRdGuardImp const guard(_pages[index].buffer);
+    auto const first = static_cast<std::int64_t>(index) * _framesPerPage;
+    auto const page = static_cast<double const *>(guard.getMemory());
+    auto const channels = getFormat().channels;
+    samples.insert(samples.end(), page + (position - first) * channels,
+                   page + (end - first) * channels);
 }
 
 /// Without a guard: this may wait for memory.

@@ -30,6 +30,8 @@ private:
 
     void addPage(int frames);
     void fill(double *samples, std::int64_t position, int frames);
+    void append(std::vector<double> &samples, std::size_t index, std::int64_t position,
+                std::int64_t end) const;
     void loadBehind(std::size_t index);
 
     ClipMemory &_memory;

@@ -1,5 +1,6 @@
 #include "client.h"
 
+#include "cueSheet.h"
 #include "playoutEx.h"
 #include "signals.h"
 
@@ -40,7 +41,7 @@ std::string chooseOutput(Options const &options, Show const &show)
 Client::Client(Options const &options, Show const &show)
     : _options(options),
       _job(makeShd<PlayoutJob>(show, chooseOutput(options, show),
-                               options.blockFrames.value_or(BLOCK_FRAMES))),
+                               options.blockFrames.value_or(BLOCK_FRAMES), options.fast)),
       _stage(_job),
       _observer(makeShd<PropertyObserver>(_job)),
       _stateObserver(makeShd<StateObserver>(_job))
@@ -50,6 +51,7 @@ bool Client::run()
 {
     checkFiles();
     _stage.build();
+    setCues(_stage, *_job);
     show();
     setProperties();
     observe();
@@ -80,6 +82,10 @@ void Client::show()
     _display.line(_stage.getTree());
     for (auto const &connection : _job->show.connections)
         _display.line("  " + connection->stream);
+    if (_job->timeline)
+        _display.line(format("  %s, %.6g frames a second%s", _job->timeline->getName().c_str(),
+                             1 / _job->timeline->getInterval(),
+                             _job->isPaced ? "" : ", as fast as it goes"));
     _player = _stage.findAll("player").front();
     _faders = _stage.findAll("fader");
 }
@@ -104,6 +110,7 @@ void Client::observe()
     DevMgrPropertyValueUtil<double>::getValue(_stage.properties(),
                                               (_player + ":transport:length").c_str(), length);
     _display.setLength(length);
+    _display.setTimeline(_job->timeline.get());
     Properties::attachObserver(_stage.properties(), (_player + ":transport:position").c_str(),
                                _observer);
     if (!_faders.empty())
@@ -120,6 +127,7 @@ void Client::play()
     _startedAt = now();
     _stage.sequence().start();
     for (followStates(); !hasEnded(); followStates()) {
+        followCues();
         if (_job->hasFailed()) {
             if (!failedAt)
                 failedAt = now();
@@ -148,6 +156,12 @@ void Client::followStates()
                              move.device.c_str(), known.c_str(), move.state.c_str()));
         known = move.state;
     }
+}
+
+void Client::followCues()
+{
+    for (auto const &cue : _job->cues.takeHappened())
+        _display.line("  " + _job->timeline->getTimecode(cue.frame) + "  " + cue.text);
 }
 
 bool Client::haveAll(char const *state) const
@@ -198,8 +212,11 @@ void Client::showProgress(bool isLast)
     Value::getValue(_stage.properties(), (_player + ":transport:position").c_str(), _position);
     if (!_faders.empty())
         Value::getValue(_stage.properties(), (_faders.front() + ":levels:peak").c_str(), _peak);
+    double place = _position;
+    if (_job->timeline)
+        Value::getValue(_stage.properties(), (_player + ":transport:cue").c_str(), place);
     _shownAt = now();
-    _display.progress(_position, _peak);
+    _display.progress(_position, place, _peak);
 }
 
 void Client::showResult()
@@ -209,7 +226,18 @@ void Client::showResult()
         auto const figures = device->getStatistics();
         _display.statistics(name, &figures, _startedAt, _stoppedAt);
     }
+    if (_job->isPaced)
+        _display.beats("clock", nullptr);
+    for (auto const &[name, device] : _stage.getDevices())
+        if (auto const &metronome = device->getMetronome(); metronome.isUsed()) {
+            auto const figures = metronome.getFigures();
+            _display.beats(name, &figures);
+        }
     if (_job->show.memory)
         _display.memory(*_job->show.memory, _job->memoryFigures.get());
-    _display.line(format("recorded %.2f s in %s", _position, _job->output.c_str()));
+    followCues();
+    for (auto const &cue : _job->cues.getOthers())
+        _display.line("  " + _job->timeline->getTimecode(cue.frame) + "  " + cue.text +
+                      " was not reached");
+    _display.line("recorded " + _display.toPosition(_position) + " in " + _job->output);
 }

@@ -31,6 +31,7 @@ private:
     void observe();
     void play();
     void followStates();
+    void followCues();
     bool haveAll(char const *state) const;
     bool hasEnded() const;
     bool mayStop() const;

@@ -42,11 +42,17 @@ std::string Display::toDecibels(double level)
     return level > 0 ? format("%.1f dB", 20 * std::log10(level)) : "-inf dB";
 }
 
-void Display::progress(double position, double peak)
+std::string Display::toPosition(double seconds) const
 {
-    std::string const figures = format("%8.2f s", position) +
+    return _timeline ? _timeline->getTimecode(_timeline->getFrameAt(seconds))
+                     : format("%.2f s", seconds);
+}
+
+void Display::progress(double position, double place, double peak)
+{
+    std::string const figures = format(_timeline ? "  %s" : "%10s", toPosition(position).c_str()) +
                                 (peak < 0 ? "" : format("   peak %s", toDecibels(peak).c_str()));
-    double const share = _length > 0 ? std::min(position / _length, 1.0) : 0;
+    double const share = _length > 0 ? std::min(place / _length, 1.0) : 0;
     int const percent = static_cast<int>(share * 100);
     if (_isTerminal) {
         auto const filled = static_cast<std::size_t>(share * BAR_WIDTH);
@@ -67,6 +73,14 @@ void Display::endProgress()
 {
     if (std::exchange(_isBarShown, false))
         std::cout << std::endl;
+}
+
+void Display::beats(std::string const &name, Metronome::Figures const *figures)
+{
+    if (figures)
+        line(format("  %-10s %8ld %17ld", name.c_str(), figures->beats, figures->late));
+    else
+        line(format("  %-10s %8s %17s", name.c_str(), "beats", "late beats"));
 }
 
 void Display::memory(ShowMemory const &show, MemoryFigures::Figures const &figures)

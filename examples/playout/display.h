@@ -12,12 +12,15 @@ class Display
 public:
     /// `length` in seconds, 0 where it is not known.
     void setLength(double length) { _length = length; }
+    /// For positions, from now on; outlives the display.
+    void setTimeline(Timeline const *timeline) { _timeline = timeline; }
     /// How often progress is worth showing, in seconds.
     double getInterval() const { return _isTerminal ? 0.04 : 0.001; }
 
     void line(std::string const &text);
-    /// `position` in seconds, `peak` in full scale 1.0, negative where nobody measures it.
-    void progress(double position, double peak);
+    /// `position`, how much has been played, and `place`, where in the clips that is, in seconds; `peak` in full scale
+    /// 1.0, negative where nobody measures it.
+    void progress(double position, double place, double peak);
     /// The bar stays as it is.
     void endProgress();
     /// `name`, and the figures of a device; null for the head of the table. `startedAt` and `stoppedAt` are moments, 0
@@ -25,15 +28,20 @@ public:
     void statistics(std::string const &name, PlayoutDevice::Statistics const *figures,
                     double startedAt, double stoppedAt);
 
+    /// The same for the beats of a device.
+    void beats(std::string const &name, Metronome::Figures const *figures);
     /// What became of the pages of the clips.
     void memory(ShowMemory const &show, MemoryFigures::Figures const &figures);
 
+    /// Seconds as timecode where there is a timeline.
+    std::string toPosition(double seconds) const;
     static std::string toDecibels(double level);
 
 private:
     bool const _isTerminal = isTerminal();
     bool _isBarShown = false;
     double _length = 0;
+    Timeline const *_timeline = nullptr;
     int _nextTenth = 1;
 
     static bool isTerminal();

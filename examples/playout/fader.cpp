@@ -23,6 +23,9 @@ Fader::Fader(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDev
     builder->addProperty(makeProperty<double>(
         "gain", "The factor on every sample", getFifo(), [this](double &gain) { gain = _gain; },
         [this](double gain) { _gain = gain; }));
+    builder->addProperty(makeProperty<int>(
+        "mute", "1 for silence, 0 for none", getFifo(), [this](int &mute) { mute = _mute; },
+        [this](int mute) { _mute = mute; }));
     builder->addProperty(_shownPeak);
 }
 
@@ -31,7 +34,7 @@ Fader::~Fader() = default;
 void Fader::performTake(RCShdPtr<AudioBlock> const &block)
 {
     for (double &sample : block->samples) {
-        sample *= _gain;
+        sample *= _mute ? 0 : _gain;
         _peak = std::max(_peak, std::abs(sample));
     }
     send(block);

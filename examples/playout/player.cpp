@@ -6,19 +6,30 @@
 #include "reel.h"
 
 #include <algorithm>
+#include <cmath>
+#include <utility>
 
 using namespace Zv;
 
 Player::Player(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDevice(name, job)
 {
     addOut("The recording", [this] { return _clip->getFormat(); });
-    _position = makeShd<DevMDStdReading<double>>(
-        "position", "How far the recording has been played, in seconds", getFifo());
+    _position = makeShd<DevMDStdReading<double>>("position", "How much has been played, in seconds",
+                                                 getFifo());
     _length = makeShd<DevMDStdReading<double>>(
         "length", "How long the recording is, in seconds; 0 for unknown", getFifo());
+    addBeats();
     ObjPtr<DevMDStdPropertySetBuilder> const builder(getPropertySetBuilder());
     builder->pushSet("transport", "Where the player is");
     builder->addProperty(_position);
+    builder->addProperty(makeProperty<double>(
+        "cue", "The place in the clips from which it goes on, in seconds", getFifo(),
+        [this](double &seconds) {
+            seconds = static_cast<double>(_place) / _clip->getFormat().rate;
+        },
+        [this](double seconds) {
+            _place = std::llround(std::max(seconds, 0.0) * _clip->getFormat().rate);
+        }));
     builder->addProperty(_length);
 }
 
@@ -67,23 +78,50 @@ void Player::performLock()
     _isPlaying = true;
 }
 
-bool Player::performPiece()
+void Player::performBeats(std::int64_t beats)
 {
     if (!_isPlaying)
+        return;
+    if (!std::exchange(_hasBegun, true)) {
+        beats = 1;
+        getJob().cues.start(Sleeper::getInstance().getTime(), getJob().timeline->getInterval());
+    }
+    _nbDue += beats;
+}
+
+bool Player::performPiece()
+{
+    if (!_isPlaying || (isPaced() && _nbDue == 0) || getJob().cues.isHeld(_block))
         return false;
+    int const frames = getBlockFrames();
+    --_nbDue;
+    ++_block;
+    if (frames == 0)
+        return true; // in a file of very few samples a second
     auto const &format = _clip->getFormat();
     std::vector<double> samples;
-    attemptWithMemory([&] { samples = _clip->read(_framesSent, getJob().blockFrames); });
-    auto const block = makeShd<AudioBlock>(std::move(samples));
-    if (block->samples.empty()) {
+    attemptWithMemory([&] { samples = _clip->read(_place, frames); });
+    if (samples.empty()) {
         _isPlaying = false;
         sendEnd();
         return false;
     }
-    _framesSent += static_cast<std::int64_t>(block->samples.size()) / format.channels;
-    send(block);
+    auto const count = static_cast<std::int64_t>(samples.size()) / format.channels;
+    _place += count;
+    _framesSent += count;
+    send(makeShd<AudioBlock>(std::move(samples)));
     _position->show(static_cast<double>(_framesSent) / format.rate);
     return true;
+}
+
+int Player::getBlockFrames() const
+{
+    auto const &timeline = getJob().timeline;
+    if (!timeline)
+        return getJob().blockFrames;
+    int const rate = _clip->getFormat().rate;
+    return static_cast<int>(timeline->getSample(_block + 1, rate) -
+                            timeline->getSample(_block, rate));
 }
 
 void Player::performEnd()

@@ -75,6 +75,27 @@ void PlayoutDevice::giveUp()
     getFifo()->produce(entry);
 }
 
+void PlayoutDevice::nudge()
+{
+    DevANOQueueEntry entry(makeANO([] {}));
+    getFifo()->produce(entry);
+}
+
+void PlayoutDevice::performOpen()
+{
+    DevMDStdDevice::performOpen();
+    if (_isPaced)
+        _metronome.start((std::string(_name.getChars()) + " beats").c_str(), getFifo(),
+                         [this](std::int64_t beats) { take(beats); });
+}
+
+// The metronome may be waiting for the device, which may not wait for it.
+void PlayoutDevice::performClose()
+{
+    _metronome.stop();
+    DevMDStdDevice::performClose();
+}
+
 void PlayoutDevice::addIn(char const *description)
 {
     _in =
@@ -154,6 +175,12 @@ void PlayoutDevice::take(DevMDStreamElem const &elem)
         else
             ZV_THROW(PlayoutEx::NeighbourFailed, _name.getChars());
     });
+}
+
+void PlayoutDevice::take(std::int64_t beats)
+{
+    if (_state == State::running && !_hasFailed)
+        attempt([&] { performBeats(beats); });
 }
 
 bool PlayoutDevice::work()

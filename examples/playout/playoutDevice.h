@@ -3,6 +3,7 @@
 
 #include "audioStream.h"
 #include "fifoClock.h"
+#include "metronome.h"
 #include "playoutJob.h"
 
 #include <resmgt/deviceManager.h>
@@ -29,6 +30,12 @@ public:
     Statistics getStatistics() const;
     /// Makes the device abort itself, for a client that has seen a failure which no stream brings here. Any thread.
     void giveUp();
+    /// Makes the device look for something to do. Any thread.
+    void nudge();
+    Metronome const &getMetronome() const { return _metronome; }
+
+    void performOpen() override;
+    void performClose() override;
 
 protected:
     PlayoutDevice(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
@@ -44,12 +51,17 @@ protected:
     virtual void performTakeEnd() {}
     /// Called again and again while the device runs, between requests, for as long as it returns true.
     virtual bool performPiece() { return false; }
+    /// So many beats of the clock have come: for a device that is paced, from START on.
+    virtual void performBeats(std::int64_t) {}
     /// STOP, or a failure: let go of everything. Throws nothing.
     virtual void performEnd() {}
 
     void addIn(char const *description);
     /// `getFormat` is called where the stream is connected.
     void addOut(char const *description, std::function<AudioFormat()> getFormat);
+    /// Has the clock pace the device, where it paces the show. In its constructor.
+    void addBeats() { _isPaced = _job->isPaced; }
+    bool isPaced() const { return _isPaced; }
     AudioIn &getIn() const { return *_in; }
     PlayoutJob &getJob() const { return *_job; }
     /// Pushes a block downstream and counts it.
@@ -77,6 +89,7 @@ private:
     void abort() final { end(); }
     void end();
     void take(Zv::DevMDStreamElem const &elem);
+    void take(std::int64_t beats);
     bool work();
     void requireStreams() const;
     /// Whether it went well. The device has failed otherwise.
@@ -90,6 +103,8 @@ private:
     Zv::RCShdPtr<FifoClock> _clock;
     Zv::RCShdPtr<AudioIn> _in;   // null for a device that has none
     Zv::RCShdPtr<AudioOut> _out; // null for a device that has none
+    Metronome _metronome;
+    bool _isPaced = false;
     State _state = State::idle;
     bool _hasFailed = false;
     Statistics _statistics;

@@ -2,8 +2,13 @@
 
 using namespace Zv;
 
-PlayoutJob::PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock)
-    : show(playedShow), output(std::move(outputPath)), blockFrames(framesPerBlock)
+PlayoutJob::PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock,
+                       bool isFast)
+    : show(playedShow),
+      output(std::move(outputPath)),
+      blockFrames(framesPerBlock),
+      timeline(show.clock ? new Timeline(show.clock->rate) : nullptr),
+      isPaced(timeline && !isFast)
 {}
 
 void PlayoutJob::complete()

@@ -1,24 +1,30 @@
 // What the client and its devices share: the show, and how the recording went.
 #pragma once
 
+#include "cues.h"
 #include "memoryFigures.h"
 #include "show.h"
+#include "timeline.h"
 
 #include <resmgt/deviceManager.h>
 #include <resmgt/locks.h>
 
+#include <memory>
 #include <string>
 
 /// One recording on its way. Any thread may call anything; nothing blocks but `wait`.
 class PlayoutJob : public Zv::RCBase<Zv::LkCounter<long>>
 {
 public:
-    /// The show outlives the job.
-    PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock);
+    /// The show outlives the job. `isFast`: its clock does not pace it.
+    PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock, bool isFast);
 
     Show const &show;
     std::string const output;
-    int const blockFrames;
+    int const blockFrames;                          ///< where there is no timeline
+    std::unique_ptr<Timeline const> const timeline; ///< null for a show without a clock
+    bool const isPaced;
+    Cues cues;
     MemoryFigures memoryFigures;
 
     /// The recording has gone through. Comes too late after a failure.

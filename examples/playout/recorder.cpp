@@ -5,6 +5,7 @@ using namespace Zv;
 Recorder::Recorder(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDevice(name, job)
 {
     addIn("What is recorded");
+    addBeats();
 }
 
 Recorder::~Recorder() = default;
@@ -16,11 +17,30 @@ void Recorder::performBegin()
 
 void Recorder::performTake(RCShdPtr<AudioBlock> const &block)
 {
-    _writer->write(block->samples);
-    count();
+    _waiting.push_back(block);
+    if (!isPaced())
+        performBeats(1);
 }
 
 void Recorder::performTakeEnd()
+{
+    _hasAll = true;
+    if (!isPaced())
+        finish();
+}
+
+void Recorder::performBeats(std::int64_t)
+{
+    for (auto const &block : _waiting) {
+        _writer->write(block->samples);
+        count();
+    }
+    _waiting.clear();
+    if (_hasAll && _writer)
+        finish();
+}
+
+void Recorder::finish()
 {
     _writer->finish();
     _writer.reset();
@@ -29,5 +49,6 @@ void Recorder::performTakeEnd()
 
 void Recorder::performEnd()
 {
+    _waiting.clear();
     _writer.reset();
 }

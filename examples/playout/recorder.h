@@ -6,7 +6,8 @@
 
 #include <memory>
 
-/// Writes what comes in at `in` to the output file, from START on, when the format is known. When everything has come
+/// Writes what comes in at `in` to the output file, from START on, when the format is known, at the beats of the clock
+/// where that paces it. When everything has come
 /// in it puts the file in its place and tells the client; a recorder that is stopped before that leaves no file.
 class Recorder : public PlayoutDevice
 {
@@ -19,8 +20,13 @@ protected:
     void performBegin() override;
     void performTake(Zv::RCShdPtr<AudioBlock> const &block) override;
     void performTakeEnd() override;
+    void performBeats(std::int64_t beats) override;
     void performEnd() override;
 
 private:
+    void finish();
+
     std::unique_ptr<AudioWriter> _writer;
+    Zv::Vector<Zv::RCShdPtr<AudioBlock>> _waiting; // for the next beat
+    bool _hasAll = false;
 };

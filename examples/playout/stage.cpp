@@ -1,6 +1,6 @@
 #include "stage.h"
 
-#include "playoutEx.h"
+#include "inContext.h"
 #include "propertyText.h"
 
 #include <set>
@@ -33,21 +33,6 @@ void checkEdges(Vector<Vector<LiString>> const &edges)
     }
 }
 
-/// Runs a step; what the library finds wrong in it bears the step's name.
-template <class Step>
-void inContext(std::string const &context, Step step)
-{
-    try {
-        step();
-    } catch (PlayoutEx const &) {
-        throw; // says all by itself
-    } catch (ExBase const &failure) {
-        ZV_THROW(PlayoutEx::Client, (context + ": " + failure.getReason()).c_str());
-    } catch (std::exception const &failure) {
-        ZV_THROW(PlayoutEx::Client, (context + ": " + failure.what()).c_str());
-    }
-}
-
 } // namespace
 
 Stage::Stage(RCShdPtr<PlayoutJob> const &job) : _job(job)
@@ -63,6 +48,8 @@ Stage::~Stage() noexcept(false)
 
 void Stage::build()
 {
+    if (_job->isPaced)
+        SeSourceClock::getInstance().setInterval(_job->timeline->getInterval());
     _manager = DevMgr::create();
     _sequence = _manager->createSyncSeqAcc();
     _streams = _manager->createStreamAcc();
@@ -127,8 +114,11 @@ std::vector<std::string> Stage::findAll(std::string const &kind) const
 
 void Stage::close()
 {
+    _job->cues.stop(); // they wait for devices
     _properties.reset();
     _streams.reset();
     _sequence.reset();
     _manager.reset();
+    if (_job->isPaced)
+        SeSyncEngine::getInstance().stop();
 }

@@ -24,7 +24,7 @@ public:
     Stage &operator=(Stage const &) = delete;
     ~Stage() noexcept(false);
 
-    /// Opens the devices, connects their streams and sets their properties.
+    /// Sets the clock, opens the devices, connects their streams and sets their properties.
     void build();
     /// `setting` is "fader:levels:gain=0.5"; `where` stands before each reason.
     void setProperty(std::string const &where, std::string const &setting);

@@ -1,0 +1,74 @@
+#include "cueSheet.h"
+
+#include "display.h"
+#include "inContext.h"
+#include "propertyText.h"
+
+#include <stdexcept>
+#include <utility>
+
+using namespace Zv;
+
+namespace {
+
+std::string toNumber(double number)
+{
+    return format("%.17g", number);
+}
+
+/// The property that an event sets, and the value.
+std::pair<std::string, std::string> toSetting(ShowEvent const &event, Stage const &stage,
+                                              Timeline const &timeline)
+{
+    if (event.action == "jump") {
+        double const seconds =
+            static_cast<double>(timeline.getFrame(event.value)) * timeline.getInterval();
+        return {stage.findAll("player").front() + ":transport:cue", toNumber(seconds)};
+    }
+    auto const faders = stage.findAll("fader");
+    if (faders.empty())
+        throw std::invalid_argument("the sequence has no fader");
+    if (event.action == "gain") {
+        if (!parseNumber(event.value))
+            throw std::invalid_argument("\"" + event.value + "\" is no number");
+        return {faders.front() + ":levels:gain", event.value};
+    }
+    if (event.value != "on" && event.value != "off")
+        throw std::invalid_argument("\"" + event.value + "\" is none of on, off");
+    return {faders.front() + ":levels:mute", event.value == "on" ? "1" : "0"};
+}
+
+/// Runs on the alarm manager's thread, and waits there for the device.
+void set(RCShdPtr<DevMDPropertyAny> const &property, std::string const &value, PlayoutJob &job)
+{
+    try {
+        setPropertyText(property, value);
+    } catch (std::exception const &failure) {
+        job.fail(failure.what());
+    }
+}
+
+} // namespace
+
+void setCues(Stage const &stage, PlayoutJob &job)
+{
+    std::vector<Cues::Cue> cues;
+    for (auto const &event : job.show.events) {
+        std::string const text = event->action + " " + event->value;
+        inContext(event->getWhere() + "event " + text, [&] {
+            auto const frame = job.timeline->getFrame(event->at);
+            auto const [name, value] = toSetting(*event, stage, *job.timeline);
+            auto const property = stage.properties().getProperty(name.c_str());
+            cues.push_back(
+                {frame, text, [property, value = value, &job] { set(property, value, job); }});
+        });
+    }
+    PlayoutDevice *player = nullptr;
+    for (auto const &[name, device] : stage.getDevices())
+        if (name == stage.findAll("player").front())
+            player = device.get();
+    job.cues.set(std::move(cues), [player, &job] {
+        player->nudge();
+        job.wake();
+    });
+}

@@ -1,0 +1,58 @@
+// The events of a show, on their way.
+#pragma once
+
+#include "timeline.h"
+
+#include <resmgt/locks.h>
+#include <resmgt/threadExtensions.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// Lets things happen at their frames, on the thread of the alarm manager. By the clock each has its moment; without
+/// one it has it when the player gets there. In both cases the player holds until it has happened, so that it happens
+/// between the right two frames.
+class Cues : private Zv::MtAlarmHandle::Callback
+{
+public:
+    struct Cue
+    {
+        std::int64_t frame;
+        std::string text;             // for the user
+        std::function<void()> action; // throws nothing
+    };
+
+    Cues() = default;
+    Cues(Cues const &) = delete;
+    Cues &operator=(Cues const &) = delete;
+    ~Cues() noexcept(false) override;
+
+    /// All cues, before the player begins. `onDone` is called after each, on the alarm manager's thread.
+    void set(std::vector<Cue> cues, std::function<void()> onDone);
+    /// Frame 0 is played at `moment`, and each frame an interval later.
+    void start(double moment, double interval);
+    /// For the player, before each frame: whether it has to wait for what happens at this one.
+    bool isHeld(std::int64_t frame);
+    /// Nothing happens any more from here on. The devices still run.
+    void stop();
+
+    /// Those that have happened since the last call.
+    std::vector<Cue> takeHappened();
+    std::vector<Cue> getOthers() const;
+
+private:
+    void performAlarm(Zv::RCShdPtr<Zv::MtAlarmHandle> handle, bool goingAway) override;
+    void schedule(std::size_t index, double moment);
+
+    Zv::LkLock mutable _lock{"Cues"};
+    std::vector<Cue> _cues; // by frame; unchanged from `set` on
+    std::function<void()> _onDone;
+    std::vector<Zv::RCShdPtr<Zv::MtAlarmHandle>> _alarms; // of the cues in the same order
+    bool _isByClock = false;
+    bool _isStopped = false;
+    std::size_t _nbScheduled = 0; // without a clock
+    std::size_t _nbHappened = 0;
+    std::size_t _nbTaken = 0;
+};

@@ -1,0 +1,62 @@
+#include "metronome.h"
+
+#include <algorithm>
+#include <utility>
+
+using namespace Zv;
+
+class Metronome::Client final : public SeClientThread
+{
+public:
+    Client(Metronome &metronome, RCShdPtr<DevMDStdFifo> const &fifo, OnBeats onBeats)
+        : _metronome(metronome), _fifo(fifo), _onBeats(std::move(onBeats))
+    {}
+
+protected:
+    /// The two first calls may come at once, for one beat: what counts is the count.
+    bool performSync(std::uint32_t count, int late) override
+    {
+        std::uint32_t const beats = count - std::exchange(_count, count);
+        if (!std::exchange(_hasBegun, true))
+            return false;
+        {
+            LkGuard<LkLock const> const guard(_metronome._lock);
+            _metronome._figures.beats += beats;
+            _metronome._figures.late += std::max(late, 0);
+        }
+        DevANOQueueEntry entry(makeANO([this, beats] { _onBeats(beats); }));
+        _fifo->produce(entry);
+        return false;
+    }
+
+private:
+    Metronome &_metronome;
+    RCShdPtr<DevMDStdFifo> _fifo;
+    OnBeats _onBeats;
+    std::uint32_t _count = 0;
+    bool _hasBegun = false;
+};
+
+Metronome::~Metronome() noexcept(false)
+{
+    stop();
+}
+
+void Metronome::start(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo, OnBeats onBeats)
+{
+    ObjPtr<SeClientThread> client(_client = new Client(*this, fifo, std::move(onBeats)));
+    SeSyncEngine::getInstance().addClient(name, client, SeSourceClock::getInstance(), 1);
+    _isUsed = true;
+}
+
+void Metronome::stop()
+{
+    if (Client * const client = std::exchange(_client, nullptr))
+        ObjPtr<SeClientThread> const back(SeSyncEngine::getInstance().removeClient(client));
+}
+
+Metronome::Figures Metronome::getFigures() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return _figures;
+}
