@@ -108,10 +108,12 @@ TEST_F(HeapManager, WithoutAHeapSaysSo)
 TEST_F(HeapManager, CountsTheDistanceThatTheAlignmentMayTake)
 {
     RCShdPtr<MbHeapManager> const wide(new MbHeapManager("wide", 10000, makeObj<MbUnloadLRU>(0)));
-    MbBuffer const buffer = MbBufferSimpleFactory(initialState(), wide).create("a", 1000);
+    MbBuffer buffer = MbBufferSimpleFactory(initialState(), wide).create("a", 1000);
     load(buffer);
     EXPECT_EQ(1127u, wide->getAllocated());
     EXPECT_EQ(1127u, lengthOf(buffer));
+    buffer.free();
+    EXPECT_EQ(0u, wide->getAllocated());
 }
 
 TEST_F(HeapManager, HasItsBytesBackAfterUnloadFreeAndDestroy)
@@ -372,6 +374,17 @@ TEST_F(ArenaManager, TakesNoMoreThanTheSizeFromAnAlignedPlace)
     load(factory.create("b", 128));
     EXPECT_EQ("Unloaded", stateOf(buffers.front()));
     EXPECT_TRUE(buffers.back().isLoaded());
+}
+
+TEST_F(ArenaManager, AsksThePoolForTheAlignment)
+{
+    MbBuffer const small = factory.create("small", 8, MbAlignment(0, 0, 0));
+    load(small);
+    MbBuffer const aligned = factory.create("aligned", 128);
+    load(aligned);
+    EXPECT_EQ(0u, aligned.getImp()->getRegionStart() % 128);
+    EXPECT_EQ(128u, lengthOf(aligned));
+    EXPECT_NE(small.getImp()->getRegionStart(), aligned.getImp()->getRegionStart());
 }
 
 TEST_F(ArenaManager, TakesMoreForAnOffset)
