@@ -104,4 +104,31 @@ TEST(PriorityMemory, ASolvingThatRunsOutIsMadeUpForByTheNext)
               0);
 }
 
+TEST(PriorityMemory, WhatGoesHasGoneThoughTheSolvingRunsOut)
+{
+    PriorityMgr mgr("mgr", 0, 6);
+    Priority fixed("fixed", mgr, 3);
+    Follower follower(mgr);
+    std::string const before = dumpOf(mgr);
+    std::optional<PriorityRelation> relation;
+    std::optional<Follower> between;
+    auto const make = [&] {
+        between.emplace(mgr);
+        relation.emplace("r", fixed, PriorityRelation::LESS, follower);
+    };
+    make();
+    EXPECT_GT(failEachAllocation(
+                  [&] {
+                      EXPECT_NO_THROW(relation.reset());
+                      EXPECT_NO_THROW(between.reset());
+                  },
+                  [&] {
+                      EXPECT_EQ(follower.getPriority(), 0);
+                      EXPECT_EQ(follower._told, 0);
+                      EXPECT_EQ(dumpOf(mgr), before);
+                      make();
+                  }),
+              0);
+}
+
 } // namespace

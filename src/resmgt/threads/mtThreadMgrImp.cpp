@@ -63,11 +63,14 @@ void MtThreadMgrImp::addThread(MtThread *thread)
 {
     Guard const guard(_lock);
     ZV_ASSERT(findNoLock( thread ) == 0);
-    {
+    _threads.add(thread);
+    try {
         NumbersGuard const numbers(_numbersLock);
         _numbers.insert_or_assign(thread, Number(LkThreadId(), ++_nbRegistrations));
+    } catch (...) {
+        _threads.remove(thread);
+        throw;
     }
-    _threads.add(thread);
 }
 
 void MtThreadMgrImp::removeThread(MtThread *thread)

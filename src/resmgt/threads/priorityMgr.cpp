@@ -9,6 +9,7 @@
 #include "resmgt/threads/prioritySolver.private.h"
 #include "zvbase/failures.h"
 
+#include <new>
 #include <ostream>
 
 namespace Zv {
@@ -67,7 +68,11 @@ void PriorityMgr::remove(Priority &priority)
     else
         _solver->distrust();
     _isDirty = true;
-    updateNoLock();
+    try {
+        updateNoLock();
+    } catch (std::bad_alloc const &) { // what goes has gone; the next solving makes up for this one
+        _isDirty = true;
+    }
 }
 
 void PriorityMgr::add(PriorityRelation &relation)
@@ -105,7 +110,11 @@ void PriorityMgr::remove(PriorityRelation &relation)
         _solver->distrust();
     takeOffNoLock(relation);
     _isDirty = true;
-    updateNoLock();
+    try {
+        updateNoLock();
+    } catch (std::bad_alloc const &) { // what goes has gone; the next solving makes up for this one
+        _isDirty = true;
+    }
 }
 
 bool PriorityMgr::takeOffNoLock(Priority &priority)
