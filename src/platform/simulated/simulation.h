@@ -132,6 +132,9 @@ public:
 /// Counts a call that may be made to fail, and says whether it is to.
 bool isRefused(Resource);
 
+/// What handles stand for: events, threads and the like that have not been closed.
+std::uint32_t getNbObjects();
+
 /// Virtual nanoseconds since the beginning.
 std::int64_t getTime();
 

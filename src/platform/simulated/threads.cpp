@@ -144,6 +144,11 @@ bool isRefused(Resource resource)
     return scheduler.isRefused(resource);
 }
 
+std::uint32_t getNbObjects()
+{
+    return countObjects();
+}
+
 MayBeRefused::MayBeRefused()
 {
     scheduler.allowRefusals(1);
