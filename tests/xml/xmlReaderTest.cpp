@@ -1,5 +1,6 @@
 #include "xmlTesting.h"
 
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -128,7 +129,7 @@ public:
     }
     void performReadEnd() override { _log += bytesOf(_tag) + " ends; "; }
 
-    static inline int living = 0;
+    static inline std::atomic<int> living = 0; // several threads build
 
 private:
     [[noreturn]] static void refuse()
