@@ -151,10 +151,16 @@ protected:
         manager().registerAlarm(alarm);
         return alarm;
     }
-    /// Lets time pass to so many seconds after the test's start, and the alarms come that are due.
+    /// Lets time pass to so many seconds after the test's start, and returns at once.
+    void beginToPassTo(double seconds)
+    {
+        VirtualTime::awaitAsleep(); // or the thread would measure its wait from the new time on
+        VirtualTime::passTo(_start + seconds);
+    }
+    /// The same, and the alarms come that are due.
     void passTo(double seconds)
     {
-        VirtualTime::passTo(_start + seconds);
+        beginToPassTo(seconds);
         VirtualTime::awaitAsleep();
     }
 
@@ -534,11 +540,12 @@ TEST_F(MtAlarmManagerTest, ARestThatIsNegligibleIsNotSleptThrough)
     Alarm const first = add(call, 1.0);
     VirtualTime::awaitAsleep();
     int const nbSleeps = VirtualTime::getNbSleeps();
-    VirtualTime::passTo(_start + 1.0);
+    beginToPassTo(1.0);
     while (_record.get() != "first;")
         std::this_thread::yield();
     EXPECT_EQ(nbSleeps, VirtualTime::getNbSleeps()); // it looks at the clock
-    passTo(1.00000005);
+    VirtualTime::passTo(_start + 1.00000005);
+    VirtualTime::awaitAsleep();
     EXPECT_EQ("first;second;", _record.get());
     EXPECT_EQ(nbSleeps + 1, VirtualTime::getNbSleeps());
 }
@@ -773,7 +780,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationWaitsForACallThatIsUnderWay)
     alarm->setRepeatDuration(0.0);
     alarm->setRequestedRepeats(1000000);
     manager().registerAlarm(alarm);
-    VirtualTime::passTo(_start + 1.0);
+    beginToPassTo(1.0);
     held._begun.acquire();
     std::atomic<int> nbReturned = 0;
     auto const deregister = [&] {
@@ -800,7 +807,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationDoesNotWaitForOthersCalls)
     Alarm const alarm = add(held._call, 1.0);
     Alarm const other = add("other", 1.0);
     Alarm const later = add("later", 2.0);
-    VirtualTime::passTo(_start + 1.0);
+    beginToPassTo(1.0);
     held._begun.acquire();
     EXPECT_EQ("other;", _record.get());
     manager().deregisterAlarm(other);
@@ -826,7 +833,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationReturnsThoughOthersAreAlwaysDue)
     manager().registerAlarm(busy);
     HeldCall held;
     Alarm const alarm = add(held._call, 1.0);
-    VirtualTime::passTo(_start + 1.0);
+    beginToPassTo(1.0);
     held._begun.acquire();
     std::thread thread([&] { manager().deregisterAlarm(alarm); });
     VirtualTime::awaitAsleep();
@@ -848,7 +855,7 @@ TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAnewIsEndedFromOutsideA
         held._go.acquire();
     });
     Alarm const alarm = add(call, 1.0);
-    VirtualTime::passTo(_start + 1.0);
+    beginToPassTo(1.0);
     held._begun.acquire();
     std::thread thread([&] { manager().deregisterAlarm(alarm); });
     VirtualTime::awaitAsleep();
@@ -926,7 +933,7 @@ TEST_F(MtAlarmManagerTest, AManagerThatIsDestroyedWhileItCallsLetsTheCallEnd)
     HeldCall held;
     Alarm const alarm = add(held._call, 1.0);
     Alarm const later = add("later", 2.0);
-    VirtualTime::passTo(_start + 1.0);
+    beginToPassTo(1.0);
     held._begun.acquire();
     std::atomic<long> number = 0;
     std::thread thread([&] {
