@@ -2,6 +2,7 @@
 
 #include "cueSheet.h"
 #include "playoutEx.h"
+#include "realTime.h"
 #include "signals.h"
 
 #include <algorithm>
@@ -72,13 +73,16 @@ void Client::checkFiles() const
     namespace fs = std::filesystem;
     std::error_code ignored; // a file that is missing is no other file
     for (auto const &clip : _job->show.clips)
-        for (auto const &path : {_job->output, _job->output + ".part"})
+        for (auto const &path :
+             {_job->output, _job->output + ".part", _job->picture, _job->picture + ".part"})
             if (fs::equivalent(_job->show.resolve(clip->file), path, ignored))
                 ZV_THROW(PlayoutEx::Output, path.c_str(), "it is the input");
 }
 
 void Client::show()
 {
+    if (_options.realTime)
+        _display.line(RealTime::getOutcome());
     _display.line(_stage.getTree());
     for (auto const &connection : _job->show.connections)
         _display.line("  " + connection->stream);
@@ -240,4 +244,6 @@ void Client::showResult()
         _display.line("  " + _job->timeline->getTimecode(cue.frame) + "  " + cue.text +
                       " was not reached");
     _display.line("recorded " + _display.toPosition(_position) + " in " + _job->output);
+    if (!_job->picture.empty())
+        _display.line("its waveform is " + _job->picture);
 }

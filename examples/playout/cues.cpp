@@ -65,6 +65,12 @@ std::vector<Cues::Cue> Cues::takeHappened()
             begin + static_cast<std::ptrdiff_t>(_nbTaken)};
 }
 
+std::vector<Cues::Cue> Cues::getHappened() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return {_cues.begin(), _cues.begin() + static_cast<std::ptrdiff_t>(_nbHappened)};
+}
+
 std::vector<Cues::Cue> Cues::getOthers() const
 {
     LkGuard<LkLock const> const guard(_lock);

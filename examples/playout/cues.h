@@ -40,6 +40,7 @@ public:
 
     /// Those that have happened since the last call.
     std::vector<Cue> takeHappened();
+    std::vector<Cue> getHappened() const;
     std::vector<Cue> getOthers() const;
 
 private:

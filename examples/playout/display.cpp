@@ -63,6 +63,7 @@ void Display::progress(double position, double place, double peak)
         return;
     }
     int const tenth = static_cast<int>(_length > 0 ? share * 10 : position / UNKNOWN_LENGTH_STEP);
+    _nextTenth = std::min(_nextTenth, tenth + 1); // after a jump back
     if (tenth < _nextTenth)
         return;
     _nextTenth = tenth + 1;

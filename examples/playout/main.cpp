@@ -3,6 +3,7 @@
 #include "client.h"
 #include "options.h"
 #include "playoutEx.h"
+#include "realTime.h"
 #include "signals.h"
 
 #include <zvbase/zvbase.h>
@@ -76,6 +77,8 @@ int playOut(Options const &options)
         bool isComplete = false;
         std::string output;
         {
+            if (options.realTime)
+                RealTime::request();
             Zv::InPackageScope packages;
             auto const show = options.makeShow();
             if (options.dumpShow)

@@ -99,7 +99,10 @@ bool Options::isShow() const
 
 bool *Options::findFlag(std::string const &name)
 {
-    return name == "--dump-show" ? &dumpShow : name == "--fast" ? &fast : nullptr;
+    return name == "--dump-show"  ? &dumpShow
+           : name == "--fast"     ? &fast
+           : name == "--realtime" ? &realTime
+                                  : nullptr;
 }
 
 std::unique_ptr<Show> Options::makeShow() const
@@ -133,7 +136,7 @@ measures the peak, `recorder` writes it. OUTPUT's extension chooses its kind: .w
 
 A show names all that, and more: its clips, its devices and their properties, how they are connected, the clock that
 paces them, the memory that clips may take, and events at timecodes. Its files are looked for beside it. OUTPUT goes
-before the show's own.
+before the show's own, and a picture of the waveform with the events stands beside it, named .svg.
 
   --gain X            the factor on every sample, in place of 1
   --sequence STRING   the tree, in place of "( recorder ( fader ( player ) ) )"
@@ -142,6 +145,7 @@ before the show's own.
   --property STRING   a property and its value, such as "fader:levels:gain=0.5"; may be given more often
   --block FRAMES      frames in a block, in place of 1024; not for shows
   --fast              a show goes through as fast as it can, not by its clock
+  --realtime          ask the system for real-time scheduling, and say what came of it
   --dump-show         write the show, or the one that the command line amounts to, and play nothing
   --trace FILE        keep what the library and the devices trace
   --help              this text

@@ -37,6 +37,7 @@ struct Options
     std::optional<int> blockFrames;
     bool dumpShow = false;
     bool fast = false;
+    bool realTime = false;
 
 private:
     bool *findFlag(std::string const &name);

@@ -74,11 +74,22 @@ SF_VIRTUAL_IO PartFile::getCalls()
     return calls;
 }
 
+void PartFile::write(std::string const &text)
+{
+    getCalls().write(text.data(), static_cast<sf_count_t>(text.size()), this);
+    throwIfFailed();
+}
+
 void PartFile::commit()
 {
     noted(::close(std::exchange(_descriptor, -1)));
     if (!_systemError && noted(std::rename(_partPath.c_str(), _path.c_str())) == 0)
         _partPath.clear();
+    throwIfFailed();
+}
+
+void PartFile::throwIfFailed() const
+{
     if (_systemError)
         ZV_THROW(PlayoutEx::Output, _path.c_str(), std::strerror(_systemError));
 }

@@ -22,12 +22,15 @@ public:
     /// The first failure of the system, as errno says it; 0 while there is none. libsndfile is not told of it and goes
     /// on; what it writes from then on goes nowhere.
     int getSystemError() const { return _systemError; }
+    /// Appends text. Throws `PlayoutEx::Output`.
+    void write(std::string const &text);
     /// Closes the file and puts it in its place. Throws `PlayoutEx::Output`; then the part is removed with this object.
     void commit();
 
 private:
     template <class Result>
     Result noted(Result result);
+    void throwIfFailed() const;
 
     std::string _path;
     std::string _partPath;

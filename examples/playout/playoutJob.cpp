@@ -1,5 +1,7 @@
 #include "playoutJob.h"
 
+#include <filesystem>
+
 using namespace Zv;
 
 PlayoutJob::PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock,
@@ -8,6 +10,7 @@ PlayoutJob::PlayoutJob(Show const &playedShow, std::string outputPath, int frame
       output(std::move(outputPath)),
       blockFrames(framesPerBlock),
       timeline(show.clock ? new Timeline(show.clock->rate) : nullptr),
+      picture(timeline ? std::filesystem::path(output).replace_extension(".svg").string() : ""),
       isPaced(timeline && !isFast)
 {}
 

@@ -23,6 +23,7 @@ public:
     std::string const output;
     int const blockFrames;                          ///< where there is no timeline
     std::unique_ptr<Timeline const> const timeline; ///< null for a show without a clock
+    std::string const picture; ///< of the waveform, beside the output; empty without a timeline
     bool const isPaced;
     Cues cues;
     MemoryFigures memoryFigures;

@@ -13,6 +13,10 @@ Recorder::~Recorder() = default;
 void Recorder::performBegin()
 {
     _writer = std::make_unique<AudioWriter>(getJob().output, getIn().getFormat());
+    if (!getJob().picture.empty()) {
+        _picture = std::make_unique<PartFile>(getJob().picture);
+        _waveform = std::make_unique<Waveform>(getIn().getFormat());
+    }
 }
 
 void Recorder::performTake(RCShdPtr<AudioBlock> const &block)
@@ -33,6 +37,8 @@ void Recorder::performBeats(std::int64_t)
 {
     for (auto const &block : _waiting) {
         _writer->write(block->samples);
+        if (_waveform)
+            _waveform->add(block);
         count();
     }
     _waiting.clear();
@@ -42,8 +48,12 @@ void Recorder::performBeats(std::int64_t)
 
 void Recorder::finish()
 {
+    if (_waveform)
+        _picture->write(_waveform->draw(*getJob().timeline, getJob().cues.getHappened()));
     _writer->finish();
     _writer.reset();
+    if (_picture)
+        _picture->commit();
     getJob().complete();
 }
 
@@ -51,4 +61,6 @@ void Recorder::performEnd()
 {
     _waiting.clear();
     _writer.reset();
+    _waveform.reset();
+    _picture.reset();
 }

@@ -5,6 +5,7 @@ using namespace Zv;
 namespace {
 
 constexpr unsigned STACK = 1 << 20; // bytes: decoders want some
+constexpr int CAPACITY = 256;
 
 class Work final : public MtTaskImp
 {
@@ -37,6 +38,8 @@ void TaskPool::add(std::function<void()> work)
 {
     {
         LkGuard<LkMutex const> const guard(_lock);
+        while (_nbUnfinished == CAPACITY)
+            _done.waitNextPulse(guard);
         _tasks.emplace_back(MtRequestTag(), RCShdPtr<MtTaskImp>(new Work(std::move(work))));
         ++_nbUnfinished;
     }
@@ -67,8 +70,8 @@ void TaskPool::executeTask(unsigned)
     }
     task.execute();
     LkGuard<LkMutex const> const guard(_lock);
-    if (--_nbUnfinished == 0)
-        _done.pulse();
+    --_nbUnfinished;
+    _done.pulse();
 }
 
 void TaskPool::stopThreads()

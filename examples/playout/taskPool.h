@@ -14,6 +14,7 @@ public:
     /// Drops what nobody has begun.
     ~TaskPool() noexcept(false) override;
 
+    /// Blocks while very much is waiting.
     void add(std::function<void()> work);
     /// Blocks until all that has been added is done.
     void finish();

@@ -72,7 +72,7 @@ TEST_F(MemoryTest, everySampleComesThroughWhateverTheMemory)
                 EXPECT_LE(figures.peak, figures.budget);
                 EXPECT_LE(figures.hits, figures.visits);
             }
-    EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "out.wav", "show.xml"}));
+    EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "out.svg", "out.wav", "show.xml"}));
 }
 
 TEST_F(MemoryTest, pagesThatHaveRoomStay)

@@ -1,6 +1,8 @@
 #include "playoutTest.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -56,6 +58,14 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
             rlimit const limit{*surroundings.largestFile, *surroundings.largestFile};
             ::setrlimit(RLIMIT_FSIZE, &limit);
         }
+        if (surroundings.unprivileged) {
+            rlimit const none{0, 0};
+            ::setrlimit(RLIMIT_RTPRIO, &none);
+            ::prctl(PR_CAPBSET_DROP, CAP_SYS_NICE); // refused to those who have it not
+        }
+        ::unsetenv("ZV_THREAD_NO_REALTIME");
+        if (!surroundings.noRealTime.empty())
+            ::setenv("ZV_THREAD_NO_REALTIME", surroundings.noRealTime.c_str(), 1);
         ::alarm(PATIENCE);
         ::execv(argv[0], const_cast<char * const *>(argv.data()));
         ::_exit(127);

@@ -29,6 +29,8 @@ public:
     {
         std::optional<rlim_t> largestFile; // bytes
         bool closedOutput = false;         // nobody reads its standard output
+        bool unprivileged = false;         // as far as real time goes
+        std::string noRealTime;            // a value of ZV_THREAD_NO_REALTIME
     };
 
     Playout(std::vector<std::string> const &arguments, Surroundings surroundings);

@@ -101,7 +101,7 @@ TEST_F(ShowTest, helpTellsOfEveryOption)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
     for (char const * const option : {"--gain", "--sequence", "--stream", "--property", "--block",
-                                      "--dump-show", "--trace", "--help"})
+                                      "--fast", "--realtime", "--dump-show", "--trace", "--help"})
         EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
 }
 
