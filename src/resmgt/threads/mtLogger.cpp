@@ -16,6 +16,7 @@
 
 #include <cassert>
 #include <cstdint>
+#include <new>
 #include <utility>
 
 namespace Zv {
@@ -23,6 +24,16 @@ namespace Zv {
 namespace {
 
 using Guard = LkGuard<LkLock const>;
+
+/// What memory does not allow is written later.
+bool flushEarliest(LgReader &reader)
+{
+    try {
+        return reader.flushEarliest();
+    } catch (std::bad_alloc const &) {
+        return false;
+    }
+}
 
 /// The reader thread's own queue, which outlives that thread.
 LgQueue *loggerThreadQueue = nullptr;
@@ -100,10 +111,10 @@ void MtLogger::dismantle()
     ZvPlatform::Interlocked::storeRelease(_run, 0u);
     LgLog::setQueueFunction(nullptr);
     exitThread();
-    ObjPtr<LgRegistry> registry(LgLog::setRegistry(_state->_formerRegistry));
-    registry.reset();
-    delete std::exchange(loggerThreadQueue, nullptr);
-    delete std::exchange(_state, nullptr);
+    // Gone at the end, also where memory is too short to write what is left.
+    ObjPtr<State> const state(std::exchange(_state, nullptr));
+    ObjPtr<LgQueue> const readersQueue(std::exchange(loggerThreadQueue, nullptr));
+    ObjPtr<LgRegistry> const registry(LgLog::setRegistry(state->_formerRegistry));
 }
 
 LgQueue *MtLogger::enterThread()
@@ -223,8 +234,8 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
         LgQueue::SuppressGuard const suppressOwnLines(*queue);
         std::uint8_t idle = 0;
         while (ZvPlatform::Interlocked::loadAcquire(_running)) {
-            if (reader.flushEarliest()) {
-                while (reader.flushEarliest()) {
+            if (flushEarliest(reader)) {
+                while (flushEarliest(reader)) {
                 }
                 idle = 0;
             }
@@ -233,7 +244,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
             if (idle < 20)
                 ++idle;
         }
-        while (reader.flushEarliest()) {
+        while (flushEarliest(reader)) {
         }
     }
     LgLog::getRegistry().removeQueue(queue);

@@ -28,6 +28,9 @@ namespace {
 using RecGuard = LkGuard<LkRecLock const>;
 using StateGuard = LkGuard<LkLock const>;
 
+/// There is one object for a thread that the library has not made.
+bool isFirst = true;
+
 /// The wait of `join` has a handle of its own: another `join` may close the thread's meanwhile.
 class OwnHandle
 {
@@ -112,14 +115,19 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
     ZV_ASSERT(_started.getErrno() == 0 && _created.getErrno() == 0);
     if (!isNewThread)
         adoptCallingThread();
-    // Nothing of the object is missing when others come to see it.
-    _threadMgr->addThread(this);
+    bool isAdded = false;
     try {
+        // Nothing of the object is missing when others come to see it.
+        _threadMgr->addThread(this);
+        isAdded = true;
         _threadMgr->threadIdChanged(this, getThreadId());
         if (MtThreadProtocol * const attached = getProtocol())
             attached->performAttach(this);
     } catch (...) {
-        _threadMgr->removeThread(this);
+        if (isAdded)
+            _threadMgr->removeThread(this);
+        if (!isNewThread)
+            disownCallingThread();
         throw;
     }
 }
@@ -160,7 +168,6 @@ void MtThreadWindows::finish()
 
 void MtThreadWindows::adoptCallingThread()
 {
-    static bool isFirst = true;
     bool const first = ZvPlatform::Interlocked::exchange(isFirst, false);
     ZV_ASSERT(first);
 
@@ -172,6 +179,14 @@ void MtThreadWindows::adoptCallingThread()
     ZV_SYS_ASSERT(::DuplicateHandle( processHandle, threadHandle, processHandle, &_threadHandle, 0, FALSE, DUPLICATE_SAME_ACCESS ));
     _threadId = ::GetCurrentThreadId();
     _isRunning = true;
+}
+
+// The object could not be made, and may be tried again.
+void MtThreadWindows::disownCallingThread()
+{
+    StateGuard const state(_stateLock);
+    ::CloseHandle(_threadHandle);
+    ZvPlatform::Interlocked::exchange(isFirst, true);
 }
 
 void MtThreadWindows::start()

@@ -69,6 +69,7 @@ private:
     };
 
     void adoptCallingThread();
+    void disownCallingThread();
     void enterRunning(ZvPlatform::Handle threadHandle, ZvPlatform::ThreadNumber threadId);
     void meetNewThread();
     Run getRun() const;
