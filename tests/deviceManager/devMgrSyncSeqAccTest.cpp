@@ -133,6 +133,7 @@ TEST_F(SequenceAccess, ReportsOfADeviceComeAsWhatTheyAre)
     EXPECT_EQ(journal.take().front(), "recover a");
     device->abortReport->performExecute();
     access->wait();
+    access->setObserver(nullptr);
     EXPECT_EQ(journal.take().back(), "abort a");
     device->recoverReport = nullptr;
     device->abortReport = nullptr;
