@@ -168,6 +168,8 @@ public:
     void allocateRegion(MbBufferImp *buffer) override
     {
         say("allocateRegion");
+        // Scenes give a region to every state, also to those that have none.
+        delete[] reinterpret_cast<char *>(buffer->getRegionStart());
         auto const total =
             static_cast<std::uint64_t>(buffer->getSize()) + buffer->getAlignment().getRoundUpMax(1);
         buffer->setRegion(reinterpret_cast<std::uintptr_t>(new char[total]), total);

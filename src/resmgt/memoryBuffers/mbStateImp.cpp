@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <typeinfo>
 
-#ifndef _WIN32
+#if __has_include(<cxxabi.h>)
 #include <cxxabi.h>
 #endif
 
@@ -98,13 +98,13 @@ void MbStateImp::leaving(MbBufferImp *) const {}
 
 std::string MbStateImp::getTypeName() const
 {
-#ifdef _WIN32
-    std::string name = typeid(*this).name();
-#else
+#if __has_include(<cxxabi.h>)
     int status = 0;
     char * const readable = abi::__cxa_demangle(typeid(*this).name(), nullptr, nullptr, &status);
     std::string name = readable ? readable : typeid(*this).name();
     std::free(readable);
+#else
+    std::string name = typeid(*this).name();
 #endif
     static constexpr char marker[] = ">::";
     auto const scope = name.find(marker);
