@@ -25,20 +25,21 @@ std::pair<std::string, std::string> toSetting(ShowEvent const &event, Stage cons
             static_cast<double>(timeline.getFrame(event.value)) * timeline.getInterval();
         return {stage.findAll("player").front() + ":transport:cue", toNumber(seconds)};
     }
-    auto const faders = stage.findAll("fader");
-    if (faders.empty())
-        throw std::invalid_argument("the sequence has no fader");
+    // The player's own neighbour: what lies between them is on its way when the player holds.
+    auto const fader = stage.findNext(stage.findAll("player").front());
+    if (!stage.isA("fader", fader))
+        throw std::invalid_argument("the player is connected to no fader");
     if (event.action == "gain") {
         if (!parseNumber(event.value))
             throw std::invalid_argument("\"" + event.value + "\" is no number");
-        return {faders.front() + ":levels:gain", event.value};
+        return {fader + ":levels:gain", event.value};
     }
     if (event.value != "on" && event.value != "off")
         throw std::invalid_argument("\"" + event.value + "\" is none of on, off");
-    return {faders.front() + ":levels:mute", event.value == "on" ? "1" : "0"};
+    return {fader + ":levels:mute", event.value == "on" ? "1" : "0"};
 }
 
-/// Runs on the alarm manager's thread, and waits there for the device.
+/// Runs on the alarm manager's thread. The device does it when it comes to it.
 void set(RCShdPtr<DevMDPropertyAny> const &property, std::string const &value, PlayoutJob &job)
 {
     try {
@@ -68,7 +69,10 @@ void setCues(Stage const &stage, PlayoutJob &job)
         if (name == stage.findAll("player").front())
             player = device.get();
     job.cues.set(std::move(cues), [player, &job] {
-        player->nudge();
-        job.wake();
+        // Behind the jump that may still be in its FIFO.
+        player->post([&job] {
+            job.cues.countHappened();
+            job.wake();
+        });
     });
 }

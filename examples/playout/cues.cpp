@@ -46,6 +46,12 @@ bool Cues::isHeld(std::int64_t frame)
     return true;
 }
 
+void Cues::countHappened()
+{
+    LkGuard<LkLock const> const guard(_lock);
+    ++_nbHappened;
+}
+
 void Cues::stop()
 {
     {
@@ -83,10 +89,6 @@ void Cues::performAlarm(RCShdPtr<MtAlarmHandle> handle, bool goingAway)
         return;
     auto const index = std::find(_alarms.begin(), _alarms.end(), handle) - _alarms.begin();
     _cues[static_cast<std::size_t>(index)].action();
-    {
-        LkGuard<LkLock const> const guard(_lock);
-        ++_nbHappened;
-    }
     _onDone();
 }
 

@@ -29,12 +29,15 @@ public:
     Cues &operator=(Cues const &) = delete;
     ~Cues() noexcept(false) override;
 
-    /// All cues, before the player begins. `onDone` is called after each, on the alarm manager's thread.
+    /// All cues, before the player begins. `onDone` is called when the action of one has returned, on the alarm manager's
+    /// thread: it sees to it that `countHappened` is called when what the action has asked for is done.
     void set(std::vector<Cue> cues, std::function<void()> onDone);
     /// Frame 0 is played at `moment`, and each frame an interval later.
     void start(double moment, double interval);
     /// For the player, before each frame: whether it has to wait for what happens at this one.
     bool isHeld(std::int64_t frame);
+    /// The next one has happened. Any thread.
+    void countHappened();
     /// Nothing happens any more from here on. The devices still run.
     void stop();
 

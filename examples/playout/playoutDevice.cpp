@@ -71,13 +71,12 @@ PlayoutDevice::Statistics PlayoutDevice::getStatistics() const
 
 void PlayoutDevice::giveUp()
 {
-    DevANOQueueEntry entry(makeANO([this] { failWithNeighbour(); }));
-    getFifo()->produce(entry);
+    post([this] { failWithNeighbour(); });
 }
 
-void PlayoutDevice::nudge()
+void PlayoutDevice::post(std::function<void()> function)
 {
-    DevANOQueueEntry entry(makeANO([] {}));
+    DevANOQueueEntry entry(makeANO(std::move(function)));
     getFifo()->produce(entry);
 }
 

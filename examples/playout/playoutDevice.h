@@ -30,8 +30,8 @@ public:
     Statistics getStatistics() const;
     /// Makes the device abort itself, for a client that has seen a failure which no stream brings here. Any thread.
     void giveUp();
-    /// Makes the device look for something to do. Any thread.
-    void nudge();
+    /// Has the device call a function, then look for something to do. Any thread.
+    void post(std::function<void()> function);
     Metronome const &getMetronome() const { return _metronome; }
 
     void performOpen() override;

@@ -3,7 +3,9 @@
 #include "inContext.h"
 #include "propertyText.h"
 
+#include <algorithm>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 
 using namespace Zv;
@@ -106,10 +108,30 @@ std::vector<std::string> Stage::findAll(std::string const &kind) const
 {
     std::vector<std::string> names;
     for (auto const &[name, device] : _devices)
-        for (auto const &show : _job->show.devices)
-            if (show->name == name && show->kind == kind)
-                names.push_back(name);
+        if (isA(kind, name))
+            names.push_back(name);
     return names;
+}
+
+std::string Stage::findNext(std::string const &device) const
+{
+    for (auto const &connection : _job->show.connections) {
+        std::string text = connection->stream; // "player:out push fader:in"
+        std::replace(text.begin(), text.end(), ':', ' ');
+        std::istringstream words(text);
+        std::string source, out, verb, sink;
+        if (words >> source >> out >> verb >> sink && source == device)
+            return sink;
+    }
+    return "";
+}
+
+bool Stage::isA(std::string const &kind, std::string const &device) const
+{
+    auto const &devices = _job->show.devices;
+    return std::any_of(devices.begin(), devices.end(), [&](auto const &show) {
+        return show->name == device && show->kind == kind;
+    });
 }
 
 void Stage::close()

@@ -37,6 +37,10 @@ public:
     Devices const &getDevices() const { return _devices; }
     /// The names of the devices of a kind, in the same order.
     std::vector<std::string> findAll(std::string const &kind) const;
+    /// The device that a device's first stream goes to; empty where there is none.
+    std::string findNext(std::string const &device) const;
+    /// Whether a device is of a kind.
+    bool isA(std::string const &kind, std::string const &device) const;
     /// "( recorder ( fader ( player ) ) )"
     std::string const &getTree() const { return _tree; }
 

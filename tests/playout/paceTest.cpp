@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -118,7 +120,7 @@ TEST_F(PaceTest, aJumpBehindTheEndEndsTheRecording)
     EXPECT_EQ(read("out.wav").samples, _expected);
 }
 
-TEST_F(PaceTest, theFaderNextToTheRootTakesTheGain)
+TEST_F(PaceTest, theFaderNextToThePlayerTakesTheGain)
 {
     makeFrames(3);
     expect(0, 1);
@@ -128,14 +130,14 @@ TEST_F(PaceTest, theFaderNextToTheRootTakesTheGain)
              "<connection stream='player:out push a:in'/><connection stream='a:out push b:in'/>"
              "<connection stream='b:out push recorder:in'/>" +
                  event("00:00:00:01", "gain", "0.5"),
-             {"--fast", "--property", "b:levels:gain=1"});
+             {"--fast", "--property", "a:levels:gain=1"});
     EXPECT_EQ(read("out.wav").samples, _expected);
     playWell("<device name='player'/><device name='recorder'/><device name='a' kind='fader'/>"
              "<device name='b' kind='fader'/><sequence tree='( recorder ( b ( a ( player ) ) ) )'/>"
              "<connection stream='player:out push a:in'/><connection stream='a:out push b:in'/>"
              "<connection stream='b:out push recorder:in'/>" +
                  event("00:00:00:01", "mute", "on"),
-             {"--fast", "--property", "a:levels:mute=1"});
+             {"--fast", "--property", "b:levels:mute=1"});
     EXPECT_EQ(read("out.wav").samples, std::vector<int>(3 * FRAME, 0));
 }
 
@@ -162,6 +164,32 @@ TEST_F(PaceTest, aShowTakesItsTime)
         EXPECT_EQ(name, device);
         EXPECT_GE(beats, 20);
         EXPECT_GE(nbLate, 0);
+    }
+}
+
+TEST_F(PaceTest, whoIsHeldUpCatchesUpAndSaysSo)
+{
+    makeFrames(100);
+    writeText("show.xml", show(event("00:00:02:00", "mute", "on")));
+    Playout playout({path("show.xml")});
+    ASSERT_TRUE(playout.waitFor("   10 %"));
+    playout.signal(SIGSTOP);
+    ::usleep(10 * 40000); // ten beats pass
+    playout.signal(SIGCONT);
+    Outcome const outcome = playout.finish();
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    expect(0, 50);
+    expect(50, 100, 0);
+    EXPECT_EQ(read("out.wav").samples, _expected);
+    std::istringstream table(outcome.out.substr(outcome.out.find("late beats") + 10));
+    for (std::string const device : {"recorder", "player"}) {
+        std::string name;
+        long beats = 0;
+        long nbLate = 0;
+        table >> name >> beats >> nbLate;
+        EXPECT_EQ(name, device);
+        EXPECT_GE(beats, 100);
+        EXPECT_GE(nbLate, 5) << outcome.out;
     }
 }
 
@@ -255,7 +283,7 @@ TEST_F(PaceTest, anEventThatIsNoneIsRefusedWithItsLine)
     for (std::string const at : {"00;01;00;00", "00;09;00;01", "00:01:00:02"})
         fails("3: event mute on: \"" + at + "\" is no timecode of NTSC Drop Frame 29.97 FPS",
               "<clock rate='NTSC DF'/>\n" + event(at, "mute", "on"));
-    fails("4: event mute on: the sequence has no fader",
+    fails("4: event mute on: the player is connected to no fader",
           "<sequence tree='( recorder ( player ) )'/>\n"
           "<connection stream='player:out push recorder:in'/>\n" +
               event("00:00:00:00", "mute", "on"));
