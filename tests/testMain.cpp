@@ -12,6 +12,7 @@ int main(int argc, char **argv)
 {
     if (zvChildMain && argc > 1 && std::strcmp(argv[1], "--child") == 0)
         return zvChildMain(argc - 2, argv + 2);
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the children make threads
     testing::InitGoogleTest(&argc, argv);
     Zv::InPackageScope packages;
     return RUN_ALL_TESTS();

@@ -817,17 +817,7 @@ TEST_F(MtThreadTest, DumpOfARunningThreadHasItsNumber)
 
 // ---- the ends of the process
 
-class ThreadEnds : public MtThreadWindowsTest
-{
-protected:
-    void SetUp() override
-    {
-        MtThreadWindowsTest::SetUp();
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-    }
-};
-
-using ThreadEndsDeathTest = ThreadEnds;
+using ThreadEndsDeathTest = MtThreadWindowsTest;
 
 TEST_F(ThreadEndsDeathTest, AnExceptionThatLeavesTheBodyEndsTheProcess)
 {

@@ -77,15 +77,7 @@ Scheduling getSchedulingOfThread(Priority *level)
     return scheduling;
 }
 
-class RealTimeDeathTest : public ThreadTest
-{
-protected:
-    void SetUp() override
-    {
-        ThreadTest::SetUp();
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-    }
-};
+using RealTimeDeathTest = ThreadTest;
 
 TEST_F(RealTimeDeathTest, WithoutThePrivilegeTheReasonSaysWhatWouldAllowIt)
 {

@@ -314,7 +314,6 @@ TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsDroppedWhereItIsNotRequired)
 
 TEST_F(ThreadRefused, RealTimeThatCannotBeLeftStaysOn)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             MtThreadMgr &manager = MtThreadMgr::getInstance();
