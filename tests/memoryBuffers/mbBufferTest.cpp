@@ -1,6 +1,7 @@
 // Buffers as their clients see them.
 
 #include "recording.h"
+#include "zvbase/failures.h"
 
 #include <gtest/gtest.h>
 
@@ -217,6 +218,114 @@ TEST_F(MbBufferTest, AsyncLoadThatFailsGivesTheMemoryBack)
     EXPECT_EQ("Freed", stateOf(buffer));
     EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "deallocateRegion", "asyncLoadFailed"}),
               control->log.take());
+}
+
+TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessComesFirstAndTheFailureIsRefused)
+{
+    control->hooks["asyncLoad"] = [&] {
+        control->handle->performFailed();
+        control->handle->performSucceeded();
+    };
+    EXPECT_EQ("Illegal transition: buffer b received event asyncOpFailed() from state Loaded.",
+              reasonOf<MbEx::ExIllegalTransition>([&] { buffer.prefetch(); }));
+    EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable"}),
+              control->log.take());
+}
+
+TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
+{
+    control->hooks["asyncLoad"] = [&] {
+        control->handle->performSucceeded();
+        throw Failure("asyncLoad");
+    };
+    EXPECT_EQ("asyncLoad", reasonOf<Failure>([&] { buffer.prefetch(); }));
+    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "deallocateRegion"}), control->log.take());
+    // The next run that succeeds delivers it, wherever that ends.
+    EXPECT_EQ("Illegal transition: buffer b received event asyncOpSucceeded() from state RdLocked.",
+              reasonOf<MbEx::ExIllegalTransition>([&] { MbBufferRdGuardImp const guard(buffer); }));
+    // The lock was had before, and nobody holds it now.
+    EXPECT_EQ("RdLocked", stateOf(buffer));
+    buffer.getImp()->receive(MbEvent::UNLOCK);
+    EXPECT_EQ("Loaded", stateOf(buffer));
+}
+
+TEST_F(MbBufferTest, WithoutARegionThereIsNothingToGiveBack)
+{
+    manager->hook = [](std::string const &what) {
+        if (what == "allocateRegion")
+            throw Failure("no region");
+    };
+    EXPECT_EQ("no region", reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }));
+    EXPECT_EQ("no region", reasonOf<Failure>([&] { buffer.prefetch(); }));
+    EXPECT_EQ((Lines{"allocateRegion", "allocateRegion"}), control->log.take());
+    EXPECT_EQ("Freed", stateOf(buffer));
+}
+
+TEST_F(MbBufferTest, ItsProtocolCannotWaitForItself)
+{
+    std::string assertions;
+    control->hooks["load"] = [&] {
+        auto const note = [&](auto function) {
+            try {
+                function();
+            } catch (AssertionFailed const &failure) {
+                assertions += failure.getExpression() + std::string(";");
+            }
+        };
+        note([&] { MbBufferRdGuardImp const guard(buffer); });
+        note([&] { MbBufferWrGuardImp const guard(buffer); });
+        note([&] { buffer.sync(); });
+        // These are put off.
+        buffer.asyncSync();
+        buffer.free();
+    };
+    {
+        MbBufferRdGuardImp const guard(buffer);
+        EXPECT_EQ("RdLockedFreed", stateOf(buffer));
+    }
+    EXPECT_EQ("! _transientStateOwner.isCurrentThread();"
+              "! _transientStateOwner.isCurrentThread();"
+              "! _transientStateOwner.isCurrentThread();",
+              assertions);
+    EXPECT_EQ((Lines{"allocateRegion", "load", "free", "deallocateRegion"}), control->log.take());
+}
+
+/// Is not stable when a failure leads back to it.
+class Unsteady : public MbStateImp
+{
+public:
+    void rdlock(MbBufferImp *buffer) const override { buffer->changeState(next); }
+    void destroy(MbBufferImp *) const override {}
+    MbState const *entering(MbBufferImp *) const override { return next; }
+
+    MbState const *next = nullptr;
+};
+
+class Refusing : public MbStateImp
+{
+public:
+    MbState const *entering(MbBufferImp *) const override { throw Failure("refused"); }
+};
+
+TEST_F(MbBufferTest, AssertsThatTheStateItFallsBackToIsStable)
+{
+    Unsteady unsteady;
+    Refusing const refusing;
+    MbBuffer const other = MbBufferSimpleFactory(&unsteady, manager).create("other", 8);
+    unsteady.next = &refusing;
+    std::string expression;
+    try {
+        MbBufferRdGuardImp const guard(other);
+    } catch (AssertionFailed const &failure) {
+        expression = failure.getExpression();
+    }
+    EXPECT_EQ("_state->entering( this ) == 0", expression);
+    MbBufferProbe const probe(other);
+    LkGuard<LkMutex const> const guard(probe.mutex());
+    EXPECT_EQ(&unsteady, probe.state());
+    EXPECT_TRUE(probe.owner().isNull());
 }
 
 TEST_F(MbBufferTest, AsyncSyncOfALockedBufferBeginsWithTheLastUnlock)
