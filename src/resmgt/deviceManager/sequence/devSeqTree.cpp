@@ -112,13 +112,25 @@ private:
 
 DevSeqTree::DevSeqTree() : _lock("DevSeqTree"), _link(new DevSeqTreeLink(this)) {}
 
-// Parents and children hold each other.
+// Parents and children hold each other. They let go without memory: the way back is what is taken away, and a child
+// that has been there stands at the end, until all have and stand in their order again.
 DevSeqTree::~DevSeqTree()
 {
     _link->clear();
-    if (!_root.isNull())
-        walk(
-            *_root, [](DevSeqTreeNode &) {}, [](DevSeqTreeNode &node) { node._parent = nullptr; });
+    for (RCShdPtr<DevSeqTreeNode> node = _root; !node.isNull();) {
+        Nodes &children = node->_children;
+        if (!children.empty() && !children.front()->_parent.isNull()) {
+            node = children.front();
+        } else {
+            RCShdPtr<DevSeqTreeNode> parent;
+            parent.swap(node->_parent);
+            if (node == _root)
+                break;
+            parent->_children.splice(parent->_children.end(), parent->_children,
+                                     parent->_children.begin());
+            node = parent;
+        }
+    }
 }
 
 void DevSeqTree::setRoot(RCShdPtr<DevSeqTreeNode> const &node)

@@ -29,26 +29,19 @@ DevSeqTreeNode::DevSeqTreeNode(LiString const &name, ObjPtr<DevSeqSM> sm,
     : _name(name), _sm(sm), _util(util)
 {}
 
-// Left to themselves, the destructors of a deep tree would nest as deep as the tree. The order is
-// theirs all the same: every node after its children. What a destructor throws has to pass, which
-// it can not through a container.
+// Left to themselves, the destructors of a deep tree would nest as deep as the tree. The order is theirs all the same:
+// every node after its children, which take their place before it.
 DevSeqTreeNode::~DevSeqTreeNode()
 {
-    Vector<RCShdPtr<DevSeqTreeNode>> path;
-    List<RCShdPtr<DevSeqTreeNode>> *children = &_children;
-    while (!children->empty() || !path.empty()) {
-        if (!children->empty()) {
-            path.push_back(std::move(children->front()));
-            children->pop_front();
+    while (!_children.empty()) {
+        RCShdPtr<DevSeqTreeNode> &first = _children.front();
+        if (first.isUnique() && !first->_children.empty()) {
+            _children.splice(_children.begin(), first->_children);
         } else {
-            RCShdPtr<DevSeqTreeNode> const finished = std::move(path.back());
-            path.pop_back();
+            RCShdPtr<DevSeqTreeNode> finished;
+            finished.swap(first);
+            _children.pop_front();
         }
-        while (!path.empty() && !path.back().isUnique()) {
-            RCShdPtr<DevSeqTreeNode> const shared = std::move(path.back());
-            path.pop_back();
-        }
-        children = path.empty() ? &_children : &path.back()->_children;
     }
 }
 
