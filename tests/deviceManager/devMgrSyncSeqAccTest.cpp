@@ -135,6 +135,7 @@ TEST_F(SequenceAccess, ReportsOfADeviceComeAsWhatTheyAre)
     access->wait();
     access->setObserver(nullptr);
     EXPECT_EQ(journal.take().back(), "abort a");
+    access->setObserver(nullptr); // who waits is let go before the observer is told of the end
     device->recoverReport = nullptr;
     device->abortReport = nullptr;
 }
