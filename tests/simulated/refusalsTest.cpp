@@ -385,3 +385,136 @@ SIMULATED(BuffersAreRefused, {.schedules = 20,
         buffers[1].free();
     });
 }
+
+// ---- what the manager gives -----------------------------------------------------------------------------
+
+namespace {
+
+struct Format : DevMDStreamFormat
+{};
+
+class Sink : public DevMDStdStreamPassiveSink
+{
+public:
+    using DevMDStdStreamPassiveSink::DevMDStdStreamPassiveSink;
+    int getKind() override { return 0; }
+    bool isCompatible(RCShdPtr<DevMDStreamFormat> const &) override { return true; }
+};
+
+class Source : public DevMDStdStreamActiveSource
+{
+public:
+    using DevMDStdStreamActiveSource::DevMDStdStreamActiveSource;
+    int getKind() override { return 0; }
+    RCShdPtr<DevMDStreamFormat> getFormat() override { return makeShd<Format>(); }
+    void connect(RCShdPtr<DevMDStreamPassiveSink>) override {}
+};
+
+/// A device with all four faces that does nothing.
+class Full : public DevMDStdAccessPrtcl,
+             public DevMDStdSyncSeqPrtcl,
+             public DevMDStdStreamPrtcl,
+             public DevMDStdPropertyPrtcl
+{
+public:
+    struct Level : DevMDStdProperty<int>
+    {
+        using DevMDStdProperty<int>::DevMDStdProperty;
+    };
+
+    Full(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo)
+        : DevMDStdAccessPrtcl(name, fifo, makeObj<DevMDStdLoopThreadProtocol>(fifo),
+                              makeAccessANOFactory(*this)),
+          DevMDStdSyncSeqPrtcl(name, fifo, makeSyncSeqANOFactory(*this)),
+          DevMDStdStreamPrtcl(name),
+          DevMDStdPropertyPrtcl(name)
+    {
+        addStream(makeShd<Sink>("in", "What it takes", fifo,
+                                makePushANOFactory([](ObjPtr<DevMDStreamElem>) {})));
+        addStream(makeShd<Source>("out", "What it makes"));
+        ObjPtr<DevMDStdPropertySetBuilder> builder(getPropertySetBuilder());
+        builder->addProperty(
+            makeShd<Level>("level", "A number", 3u,
+                           makePropertyANOFactory<int>([this](int value) { _level = value; },
+                                                       [this](int &value) { value = _level; }),
+                           fifo));
+    }
+
+    void open() {}
+    void close() {}
+    void start(ObjPtr<DevANO>, ObjPtr<DevANO>) {}
+    void sync(DtTimeMark const &) {}
+    void sync(DtTime const &) {}
+    void recover() {}
+    void stop() {}
+    void abort() {}
+    DtTime getLatency() override { return DtTime(); }
+    DtTimeMark getMark() override { return DtTimeMark(); }
+
+private:
+    int _level = 0;
+};
+
+void enterFull(char const *name)
+{
+    DevRegistry::getInstance().add(makeRegistryEntry(name, "a device", [](LiString const &kind) {
+        return RCShdPtr<DevMDPrtcl>(makeShd<Full>(kind, makeShd<DevMDStdFifo>()).get());
+    }));
+}
+
+struct Watcher : DevMgrPropertyObserver
+{
+    void update(DevMgrPropertyObserverHint const &) override {}
+};
+
+constexpr Settings WITH_DEVICES = {.schedules = 20,
+                                   .bound = 100'000,
+                                   .hasty = false,
+                                   .leftOver = {64, 0},
+                                   .prepare = [] { DevSeqSMTable::getInstance(); },
+                                   .refusals = ALL_RESOURCES};
+
+} // namespace
+
+SIMULATED(PropertiesAreRefused, WITH_DEVICES)
+{
+    InPackageScope const packages;
+    enterFull("full");
+    attemptWithoutLeak([] {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        ObjPtr<DevMgrPropertyAcc> access(manager->createPropertyAcc());
+        RCShdPtr<DevMDPropertyAny> const level = access->getProperty("full:level");
+        RCShdPtr<Watcher> const watcher = makeShd<Watcher>();
+        access->attachObserver(level, watcher);
+        auto const property = rcDynamicCast<DevMDProperty<int>>(level);
+        property->set(4);
+        int value = 0;
+        property->get(value);
+        HOLDS(value == 4);
+        access->detachObserver(level, watcher);
+    });
+}
+
+SIMULATED(StreamsAreRefused, WITH_DEVICES)
+{
+    InPackageScope const packages;
+    enterFull("from");
+    enterFull("to");
+    attemptWithoutLeak([] {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        ObjPtr<DevMgrStreamAcc> access(manager->createStreamAcc());
+        access->connect("from:out push to:in");
+    });
+}
+
+SIMULATED(SequenceIsRefused, WITH_DEVICES)
+{
+    InPackageScope const packages;
+    enterFull("root");
+    enterFull("child");
+    attemptWithoutLeak([] {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        ObjPtr<DevMgrSyncSeqAcc> access(manager->createSyncSeqAcc());
+        access->configure("( root ( child ) )");
+    });
+}
