@@ -1,6 +1,7 @@
 // Buffers that are shared, compete for memory, and are loaded and written back by others.
 #include "simulated/scenario.h"
 
+#include "resmgt/dynamicAllocation.h"
 #include "resmgt/locks.h"
 #include "resmgt/memoryBuffers.h"
 #include "zvbase/inPackage.h"
@@ -203,6 +204,27 @@ SIMULATED(BuffersCompeteForTheLastPlace, WITH_BUFFERS)
     second.join();
     for (MbBuffer const &buffer : buffers)
         HOLDS(read(buffer) == 1);
+}
+
+SIMULATED(BuffersCompeteForAnArena, WITH_BUFFERS)
+{
+    Storage storages[3];
+    RCShdPtr<MbManager> const manager(new MbArenaManager(
+        "arena",
+        ObjPtr<DaArenaPool>(DaArenaPool::create(DaMemoryMapAllocator::create("pages"), 2 * SIZE)),
+        makeObj<MbUnloadLRU>(0)));
+    MbBuffer buffers[3];
+    for (int i = 0; i < 3; ++i)
+        buffers[i] = makeBuffer("buffer", storages[i], manager);
+    auto const work = [&](MbBuffer const &mine, MbBuffer const &shared) {
+        increment(shared);
+        increment(mine);
+        HOLDS(read(mine) == 1);
+    };
+    Worker other("other", [&] { work(buffers[1], buffers[2]); });
+    work(buffers[0], buffers[2]);
+    other.join();
+    HOLDS(read(buffers[2]) == 2);
 }
 
 SIMULATED(BufferLoadedByAnother, WITH_BUFFERS)

@@ -5,10 +5,12 @@
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
 #include "resmgt/locks.h"
+#include "resmgt/threadExtensions.h"
 #include "zvbase/inPackage.h"
 
 #include <cstring>
 #include <memory>
+#include <queue>
 
 using namespace Zv;
 using namespace Zv::Simulated;
@@ -572,6 +574,70 @@ SIMULATED(SequenceTreeGoesUnstopped, WITH_TABLE)
     HOLDS(!root->isOpen && !child->isOpen);
     root = nullptr;
     child = nullptr;
+}
+
+namespace {
+
+/// A device whose steps are finished by another thread, whenever that comes to it.
+class Answered : public DevMDStdDevice
+{
+public:
+    using Answers = MtContainer<std::queue<RCShdPtr<Answered>>>;
+
+    Answered(LiString const &name, Answers &answers) : DevMDStdDevice(name), _answers(answers) {}
+
+    /// On any thread: the device's own finishes the step.
+    void answer()
+    {
+        DevANOQueueEntry entry(makeANO([this] {
+            ObjPtr<DevACO> const completion(_completion);
+            completion->performExecute();
+        }));
+        getFifo()->produce(entry);
+    }
+
+private:
+    void start() override { ask(); }
+    void sync() override { ask(); }
+    void stop() override { ask(); }
+    void ask()
+    {
+        _completion = takeCompletion();
+        _answers.produce(RCShdPtr<Answered>(this));
+    }
+
+    Answers &_answers;
+    ObjPtr<DevACO> _completion;
+};
+
+} // namespace
+
+SIMULATED(SequenceAnsweredByOthers, WITH_TABLE)
+{
+    InPackageScope const packages;
+    Answered::Answers answers("answers", 0);
+    for (char const *name : {"root", "child", "other"})
+        DevRegistry::getInstance().add(
+            makeRegistryEntry(name, "answered by others", [&answers](LiString const &kind) {
+                return RCShdPtr<DevMDPrtcl>(new Answered(kind, answers));
+            }));
+    ObjPtr<DevMgr> manager(DevMgr::create());
+    ObjPtr<DevMgrSyncSeqAcc> access(manager->createSyncSeqAcc());
+    access->configure("( root ( child other ) )");
+    access->start();
+    // Each device starts, locks and stops.
+    constexpr int STEPS = 3 * 3;
+    LkCounter<long> taken(STEPS);
+    auto const answer = [&] {
+        while (--taken >= 0)
+            answers.consume()->answer();
+    };
+    Worker first("first", answer);
+    Worker second("second", answer);
+    access->stop();
+    access->wait();
+    for (char const *name : {"root", "child", "other"})
+        HOLDS(access->getState(name) == "final");
 }
 
 SIMULATED(SequencesOfTwoManagers, WITH_TABLE)
