@@ -16,15 +16,14 @@ void Cues::set(std::vector<Cue> cues, std::function<void()> onDone)
                      [](Cue const &left, Cue const &right) { return left.frame < right.frame; });
     _cues = std::move(cues);
     _onDone = std::move(onDone);
-    for (std::size_t i = 0; i < _cues.size(); ++i) {
-        _alarms.push_back(MtAlarmManager::getInstance().createHandle());
-        _alarms.back()->setCallback(this);
-    }
+    LkGuard<LkLock const> const guard(_lock);
+    _isDue.assign(_cues.size(), true);
 }
 
 void Cues::start(double moment, double interval)
 {
-    _isByClock = true;
+    LkGuard<LkLock const> const guard(_lock);
+    _isDue.assign(_cues.size(), false);
     // Of alarms for the same moment, the manager calls first the one that was registered last.
     for (std::size_t i = _cues.size(); i-- > 0;)
         schedule(i, moment + static_cast<double>(_cues[i].frame) * interval);
@@ -32,16 +31,13 @@ void Cues::start(double moment, double interval)
 
 bool Cues::isHeld(std::int64_t frame)
 {
-    std::size_t next = 0;
-    {
-        LkGuard<LkLock const> const guard(_lock);
-        next = _nbHappened;
-    }
-    if (next == _cues.size() || _cues[next].frame > frame)
+    LkGuard<LkLock const> const guard(_lock);
+    _reached = frame;
+    if (_nbHappened == _cues.size() || _cues[_nbHappened].frame > frame)
         return false;
-    if (!_isByClock && next == _nbScheduled) {
-        ++_nbScheduled;
-        schedule(next, 0);
+    if (_isDue[_nbHappened]) {
+        _isDue[_nbHappened] = false;
+        schedule(_nbHappened, 0);
     }
     return true;
 }
@@ -54,12 +50,15 @@ void Cues::countHappened()
 
 void Cues::stop()
 {
+    std::vector<Alarm> alarms;
     {
         LkGuard<LkLock const> const guard(_lock);
         _isStopped = true;
+        alarms = _alarms;
     }
-    for (auto const &alarm : _alarms)
-        MtAlarmManager::getInstance().deregisterAlarm(alarm);
+    // Waits for one that is under way, which needs the lock.
+    for (Alarm const &alarm : alarms)
+        MtAlarmManager::getInstance().deregisterAlarm(alarm.handle);
 }
 
 std::vector<Cues::Cue> Cues::takeHappened()
@@ -85,18 +84,36 @@ std::vector<Cues::Cue> Cues::getOthers() const
 
 void Cues::performAlarm(RCShdPtr<MtAlarmHandle> handle, bool goingAway)
 {
-    if (goingAway)
+    std::size_t index = 0;
+    if (goingAway || !mayHappen(*handle, index))
         return;
-    auto const index = std::find(_alarms.begin(), _alarms.end(), handle) - _alarms.begin();
-    _cues[static_cast<std::size_t>(index)].action();
+    _cues[index].action();
     _onDone();
+}
+
+/// Otherwise it is due, and waits for the player, or for the cue before it.
+bool Cues::mayHappen(MtAlarmHandle &handle, std::size_t &index)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    auto const alarm = std::find_if(_alarms.begin(), _alarms.end(), [&](Alarm const &other) {
+        return other.handle.get() == &handle;
+    });
+    index = alarm->index;
+    bool const may = !_isStopped && index == _nbBegun && _cues[index].frame <= _reached;
+    if (may)
+        ++_nbBegun;
+    else
+        _isDue[index] = true;
+    return may;
 }
 
 void Cues::schedule(std::size_t index, double moment)
 {
-    LkGuard<LkLock const> const guard(_lock);
     if (_isStopped)
         return;
-    _alarms[index]->setAlarmTime(moment);
-    MtAlarmManager::getInstance().registerAlarm(_alarms[index]);
+    auto const handle = MtAlarmManager::getInstance().createHandle();
+    handle->setCallback(this);
+    handle->setAlarmTime(moment);
+    MtAlarmManager::getInstance().registerAlarm(handle);
+    _alarms.push_back({handle, index});
 }

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-/// Lets things happen at their frames, on the thread of the alarm manager. By the clock each has its moment; without
-/// one it has it when the player gets there. In both cases the player holds until it has happened, so that it happens
-/// between the right two frames.
+/// Lets things happen at their frames, on the thread of the alarm manager. By the clock each has its moment; where the
+/// player is late, or there is no clock, it has it when the player gets there. The player holds until it has happened,
+/// so that it happens between the right two frames.
 class Cues : private Zv::MtAlarmHandle::Callback
 {
 public:
@@ -47,16 +47,24 @@ public:
     std::vector<Cue> getOthers() const;
 
 private:
+    struct Alarm
+    {
+        Zv::RCShdPtr<Zv::MtAlarmHandle> handle;
+        std::size_t index; // of its cue
+    };
+
     void performAlarm(Zv::RCShdPtr<Zv::MtAlarmHandle> handle, bool goingAway) override;
-    void schedule(std::size_t index, double moment);
+    bool mayHappen(Zv::MtAlarmHandle &handle, std::size_t &index);
+    void schedule(std::size_t index, double moment) ZV_REQUIRES(_lock);
 
     Zv::LkLock mutable _lock{"Cues"};
-    std::vector<Cue> _cues; // by frame; unchanged from `set` on
+    std::vector<Cue> _cues; // by frame; unchanged from `set` on, as is what follows
     std::function<void()> _onDone;
-    std::vector<Zv::RCShdPtr<Zv::MtAlarmHandle>> _alarms; // of the cues in the same order
-    bool _isByClock = false;
-    bool _isStopped = false;
-    std::size_t _nbScheduled = 0; // without a clock
-    std::size_t _nbHappened = 0;
-    std::size_t _nbTaken = 0;
+    std::vector<Alarm> _alarms ZV_GUARDED_BY(_lock);
+    std::vector<bool> _isDue ZV_GUARDED_BY(_lock); // its moment has come, and the player has not
+    std::int64_t _reached ZV_GUARDED_BY(_lock) = -1;
+    std::size_t _nbBegun ZV_GUARDED_BY(_lock) = 0;
+    std::size_t _nbHappened ZV_GUARDED_BY(_lock) = 0;
+    std::size_t _nbTaken ZV_GUARDED_BY(_lock) = 0;
+    bool _isStopped ZV_GUARDED_BY(_lock) = false;
 };
