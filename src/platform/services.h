@@ -93,6 +93,7 @@ inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
+inline constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
 inline constexpr DWORD ERROR_NOT_OWNER = 288;
 inline constexpr DWORD ERROR_TOO_MANY_POSTS = 298;
 inline constexpr DWORD ERROR_INVALID_ADDRESS = 487;
@@ -129,6 +130,9 @@ BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, 
                      DWORD access, BOOL inherit, DWORD options);
 
 // ---- mutexes, events, semaphores, timers ----------------------------------------------------------------
+
+// A name has less than MAX_PATH bytes, and no backslash but that of a prefix: "Local\" changes nothing, "Global\" makes
+// it another name.
 
 struct SECURITY_ATTRIBUTES;
 
@@ -204,7 +208,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
 /// Returns when the thread is gone.
 BOOL TerminateThread(HANDLE thread, DWORD exitCode);
 BOOL GetExitCodeThread(HANDLE thread, DWORD *exitCode);
-/// The first 15 bytes reach the system.
+/// The first 15 bytes reach the system. What fails is told by the result, not by the last error.
 long SetThreadDescription(HANDLE thread, wchar_t const *name);
 
 /// Only threads that CreateThread made change their scheduling; for any other the level is merely remembered.

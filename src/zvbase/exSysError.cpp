@@ -45,6 +45,8 @@ char const *ExSysError::getMeaning(int systemError) noexcept
         return "An object of that name exists already.";
     case ERROR_FILENAME_EXCED_RANGE:
         return "The name is too long.";
+    case ERROR_NO_MORE_ITEMS:
+        return "There are no more of them.";
     case ERROR_NOT_OWNER:
         return "The mutex belongs to another thread.";
     case ERROR_TOO_MANY_POSTS:

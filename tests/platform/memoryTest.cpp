@@ -97,7 +97,7 @@ TEST(PlatformMemory, MisuseFails)
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualFree(memory, 0, MEM_RELEASE | MEM_DECOMMIT));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualFree(memory, 0, 0));
     EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(memory + size, 0, MEM_RELEASE));
-    EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(memory + 3 * size, 2 * size, MEM_DECOMMIT));
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualFree(memory + 3 * size, 2 * size, MEM_DECOMMIT));
     EXPECT_TRUE(VirtualFree(memory, 0, MEM_RELEASE));
     int onStack = 0;
     EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(&onStack, 0, MEM_RELEASE));

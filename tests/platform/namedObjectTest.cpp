@@ -121,6 +121,27 @@ TEST(PlatformNames, NamesThatCannotBe)
     }
 }
 
+TEST(PlatformNames, APrefixNamesTheSessionOrTheMachine)
+{
+    for (int kind = 0; kind < KINDS; ++kind) {
+        std::string const name = nameFor("prefix");
+        Owned const plain(create(kind, name.c_str()));
+        Owned const local(create(kind, ("Local\\" + name).c_str()));
+        EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+        Owned const global(create(kind, ("Global\\" + name).c_str()));
+        EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+        Owned const again(create(kind, ("Global\\" + name).c_str()));
+        EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+        for (char const *bad : {"Local\\", "Global\\", "Local\\a\\b", "Global\\a\\b", "local\\a"})
+            EXPECT_FAILS(ERROR_PATH_NOT_FOUND, create(kind, bad));
+    }
+    std::string const name = nameFor("prefix");
+    Owned const made(create(2, ("Local\\" + name).c_str()));
+    Owned const found(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name.c_str()));
+    EXPECT_TRUE(ReleaseSemaphore(found, 1, nullptr));
+    EXPECT_EQ(WaitForSingleObject(made, 0), WAIT_OBJECT_0);
+}
+
 TEST(PlatformNames, AnEmptyNameIsNone)
 {
     for (int kind = 0; kind < KINDS; ++kind) {
@@ -194,7 +215,7 @@ TEST(PlatformNames, OpeningASemaphoreThatIsNotThereFails)
     std::string const name = nameFor("absent");
     EXPECT_FAILS(ERROR_FILE_NOT_FOUND, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name.c_str()));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, nullptr));
-    EXPECT_FAILS(ERROR_INVALID_NAME, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, ""));
+    EXPECT_FAILS(ERROR_INVALID_HANDLE, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, ""));
     EXPECT_FAILS(ERROR_PATH_NOT_FOUND, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, "a\\b"));
 }
 

@@ -304,8 +304,10 @@ TEST(PlatformThread, NamesAreTakenAndWrongHandlesRefused)
     Runner t([&] { return WaitForSingleObject(go, LONG_TIME); });
     EXPECT_GE(SetThreadDescription(t.handle(), L"short"), 0);
     EXPECT_GE(SetThreadDescription(GetCurrentThread(), L"test"), 0);
+    SetLastError(UNTOUCHED);
     EXPECT_LT(SetThreadDescription(nullptr, L"name"), 0);
     EXPECT_LT(SetThreadDescription(e, L"name"), 0);
+    EXPECT_EQ(GetLastError(), UNTOUCHED);
     SetEvent(go);
 }
 

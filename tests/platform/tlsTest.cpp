@@ -90,7 +90,7 @@ TEST(PlatformTls, SlotsRunOutInTheEnd)
         ASSERT_LE(slots.size(), MOST);
         EXPECT_TRUE(TlsSetValue(index, &slots));
     }
-    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(GetLastError(), ERROR_NO_MORE_ITEMS);
     EXPECT_GE(slots.size(), TLS_MINIMUM_AVAILABLE);
     Runner other([&] {
         for (DWORD index : slots) {

@@ -187,7 +187,7 @@ TEST(ExSysError, hasATextForAnyCode)
     ::SetLastError(4711);
     EXPECT_STREQ(ExSysErrorWindows("a.cpp", 1).what(), "System error 4711.");
     EXPECT_EQ(ExSysError::getMeaning(4711), nullptr);
-    for (int code : {0, 2, 5, 6, 8, 50, 87, 123, 183, 206, 288, 298, 487, 1314, 1460})
+    for (int code : {0, 2, 5, 6, 8, 50, 87, 123, 183, 206, 259, 288, 298, 487, 1314, 1460})
         EXPECT_NE(ExSysError::getMeaning(code), nullptr) << code;
 }
 

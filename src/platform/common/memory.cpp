@@ -152,7 +152,7 @@ BOOL free(void *address, SIZE_T size, DWORD type)
     if (size == 0)
         pages.size = region->size;
     if (!isInside(pages, *region))
-        return fail(ERROR_INVALID_ADDRESS);
+        return fail(ERROR_INVALID_PARAMETER);
     // New pages over the old ones: what is committed again is zero again.
     int const flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED;
     return ::mmap(pages.start(), pages.size, PROT_NONE, flags, -1, 0) != MAP_FAILED

@@ -1,5 +1,7 @@
 #include "platform/linux/object.h"
 
+#include "platform/common/objectName.h"
+
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -248,13 +250,10 @@ Name *&chainOf(char const *text)
 
 } // namespace
 
-bool isGoodName(char const *name)
+bool isGoodName(char const *&name)
 {
-    if (::strlen(name) >= MAX_PATH)
-        return fail(ERROR_FILENAME_EXCED_RANGE);
-    if (::strchr(name, '\\'))
-        return fail(ERROR_PATH_NOT_FOUND);
-    return true;
+    DWORD const error = resolveName(name);
+    return error == ERROR_SUCCESS || fail(error);
 }
 
 Object *findName(char const *text)

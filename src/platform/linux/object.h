@@ -196,8 +196,8 @@ void discard(Object *);
 
 extern constinit Lock namesLock;
 
-/// Sets the last error when a name cannot be one.
-bool isGoodName(char const *);
+/// Sets the last error when a name cannot be one. Leads past a prefix that changes nothing.
+bool isGoodName(char const *&);
 /// Under `namesLock`.
 Object *findName(char const *);
 /// False with the last error set when there is no memory.

@@ -357,12 +357,14 @@ long SetThreadDescription(HANDLE handle, wchar_t const *name)
     char text[16];
     narrow(name, text);
     Service service;
+    DWORD const lastError = local.lastError;
     bool const good = withThread(service, handle, [&](Thread *thread, Object *) {
         if (!thread)
             return;
         kernelIdOf(*thread);
         ::pthread_setname_np(thread->pthread, text);
     });
+    local.lastError = lastError;
     return good ? 0 : INVALID_HANDLE;
 }
 

@@ -49,12 +49,8 @@ HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCo
 
 HANDLE OpenSemaphoreA(DWORD, BOOL, char const *name)
 {
-    if (!name) {
-        fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    if (!*name) {
-        fail(ERROR_INVALID_NAME);
+    if (!name || !*name) {
+        fail(name ? ERROR_INVALID_HANDLE : ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     return openShared(name);

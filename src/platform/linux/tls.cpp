@@ -53,7 +53,7 @@ DWORD TlsAlloc()
             generations[index].fetch_add(1, std::memory_order_release);
             return index;
         }
-    fail(ERROR_NOT_ENOUGH_MEMORY);
+    fail(ERROR_NO_MORE_ITEMS);
     return TLS_OUT_OF_INDEXES;
 }
 

@@ -1,3 +1,4 @@
+#include "platform/common/objectName.h"
 #include "platform/simulated/scheduler.h"
 
 #include <cstdlib>
@@ -111,13 +112,10 @@ void release(Object &object)
 
 // ---- names ----------------------------------------------------------------------------------------------
 
-bool isGoodName(char const *name)
+bool isGoodName(char const *&name)
 {
-    if (std::strlen(name) >= MAX_PATH)
-        return fail(ERROR_FILENAME_EXCED_RANGE);
-    if (std::strchr(name, '\\'))
-        return fail(ERROR_PATH_NOT_FOUND);
-    return true;
+    DWORD const error = resolveName(name);
+    return error == ERROR_SUCCESS || fail(error);
 }
 
 Object *findName(char const *name)

@@ -127,10 +127,12 @@ long SetThreadDescription(HANDLE handle, wchar_t const *name)
     constexpr long INVALID_ARGUMENT = static_cast<std::int32_t>(0x80070057);
     if (!name)
         return INVALID_ARGUMENT;
+    DWORD const lastError = GetLastError();
     bool const good = withThread(handle, [&](Thread *thread, Object *) {
         if (thread)
             narrow(name, thread->name);
     });
+    SetLastError(lastError);
     return good ? 0 : INVALID_HANDLE;
 }
 

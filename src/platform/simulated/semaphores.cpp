@@ -22,7 +22,7 @@ HANDLE OpenSemaphoreA(DWORD, BOOL, char const *name)
 {
     enter("OpenSemaphore");
     if (!name || !*name) {
-        fail(name ? ERROR_INVALID_NAME : ERROR_INVALID_PARAMETER);
+        fail(name ? ERROR_INVALID_HANDLE : ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     if (!isGoodName(name))

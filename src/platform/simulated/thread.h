@@ -179,7 +179,7 @@ template <class Make>
 HANDLE createObject(char const *name, Object::Type type, Resource resource, Make make);
 
 Object *findName(char const *);
-bool isGoodName(char const *);
+bool isGoodName(char const *&);
 bool addName(Object &, char const *);
 
 template <class Make>

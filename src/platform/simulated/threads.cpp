@@ -297,13 +297,10 @@ BOOL GetExitCodeThread(HANDLE handle, DWORD *exitCode)
     enter("GetExitCodeThread", handle);
     if (!exitCode)
         return fail(ERROR_INVALID_PARAMETER);
-    *exitCode = STILL_ACTIVE;
-    if (handle == CURRENT_THREAD)
-        return TRUE;
-    Object *object = objectOf(handle, Object::THREAD);
-    if (!object)
+    Object *object = handle == CURRENT_THREAD ? nullptr : objectOf(handle, Object::THREAD);
+    if (!object && handle != CURRENT_THREAD)
         return FALSE;
-    *exitCode = object->exitCode;
+    *exitCode = object ? object->exitCode : STILL_ACTIVE;
     return TRUE;
 }
 

@@ -34,7 +34,7 @@ DWORD TlsAlloc()
             ++generations[index];
             return index;
         }
-    fail(ERROR_NOT_ENOUGH_MEMORY);
+    fail(ERROR_NO_MORE_ITEMS);
     return TLS_OUT_OF_INDEXES;
 }
 

@@ -83,8 +83,8 @@ DWORD waitInQueue(Object &object, DWORD milliseconds)
 
 DWORD waitFor(HANDLE handle, DWORD milliseconds)
 {
-    if (handle == CURRENT_THREAD) {
-        // A thread that waits for its own end.
+    if (handle == CURRENT_THREAD || handle == CURRENT_PROCESS) {
+        // A thread that waits for its own end, or for its process's.
         ZvPlatform::Sleep(milliseconds);
         return WAIT_TIMEOUT;
     }

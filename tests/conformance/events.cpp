@@ -1,0 +1,206 @@
+#include "conformance/conformance.h"
+#include "platform/interlocked.h"
+
+namespace Conformance {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+namespace {
+
+void showStates()
+{
+    scene("manual");
+    Owned const m(MADE(CreateEventA(nullptr, TRUE, FALSE, nullptr)));
+    WAIT(WaitForSingleObject(m, 0));
+    WAIT(WaitForSingleObject(m, 1));
+    TRUTH(SetEvent(m));
+    WAIT(WaitForSingleObject(m, 0));
+    WAIT(WaitForSingleObject(m, 1));
+    WAIT(WaitForSingleObject(m, INFINITE));
+    TRUTH(SetEvent(m));
+    TRUTH(ResetEvent(m));
+    WAIT(WaitForSingleObject(m, 0));
+    TRUTH(ResetEvent(m));
+    WAIT(WaitForSingleObjectEx(m, 1, FALSE));
+
+    scene("automatic");
+    Owned const a(MADE(CreateEventA(nullptr, FALSE, FALSE, nullptr)));
+    WAIT(WaitForSingleObject(a, 0));
+    TRUTH(SetEvent(a));
+    TRUTH(SetEvent(a));
+    WAIT(WaitForSingleObject(a, INFINITE));
+    WAIT(WaitForSingleObject(a, 0));
+    WAIT(WaitForSingleObject(a, 1));
+    TRUTH(SetEvent(a));
+    TRUTH(ResetEvent(a));
+    WAIT(WaitForSingleObject(a, 0));
+
+    scene("set from the beginning");
+    Owned const setManual(MADE(CreateEventA(nullptr, TRUE, TRUE, nullptr)));
+    Owned const setAutomatic(MADE(CreateEventA(nullptr, FALSE, TRUE, nullptr)));
+    WAIT(WaitForSingleObject(setManual, 0));
+    WAIT(WaitForSingleObject(setManual, 0));
+    WAIT(WaitForSingleObject(setAutomatic, 0));
+    WAIT(WaitForSingleObject(setAutomatic, 0));
+}
+
+void showBadHandles()
+{
+    scene("handles of anything else");
+    Owned const m(CreateMutexA(nullptr, FALSE, nullptr));
+    Owned const s(CreateSemaphoreA(nullptr, 1, 1, nullptr));
+    Owned const t(CreateWaitableTimerA(nullptr, TRUE, nullptr));
+    TRUTH(SetEvent(nullptr));
+    TRUTH(SetEvent(badHandle()));
+    TRUTH(SetEvent(GetCurrentThread()));
+    TRUTH(SetEvent(m));
+    TRUTH(SetEvent(s));
+    TRUTH(SetEvent(t));
+    TRUTH(ResetEvent(nullptr));
+    TRUTH(ResetEvent(badHandle()));
+    TRUTH(ResetEvent(m));
+    TRUTH(PulseEvent(nullptr));
+    TRUTH(PulseEvent(badHandle()));
+    TRUTH(PulseEvent(s));
+
+    scene("a closed handle");
+    HANDLE const closed = CreateEventA(nullptr, TRUE, TRUE, nullptr);
+    TRUTH(CloseHandle(closed));
+    TRUTH(SetEvent(closed));
+    TRUTH(ResetEvent(closed));
+    TRUTH(PulseEvent(closed));
+    WAIT(WaitForSingleObject(closed, 0));
+    TRUTH(CloseHandle(closed));
+}
+
+/// Threads that wait for an event. Nobody outside can see whether a thread waits already, so that a pulse is sent
+/// again until it has had its effect.
+class Waiters
+{
+public:
+    Waiters(HANDLE event, int count)
+    {
+        for (int i = 0; i < count; ++i)
+            _runners.push_back(std::make_unique<Runner>([this, event] {
+                if (WaitForSingleObject(event, LONG_TIME) == WAIT_OBJECT_0)
+                    Interlocked::increment(_released);
+                Interlocked::increment(_returned);
+                return DWORD{0};
+            }));
+    }
+
+    int released() const { return Interlocked::loadAcquire(_released); }
+    bool haveAllReturned() const
+    {
+        return Interlocked::loadAcquire(_returned) == static_cast<int>(_runners.size());
+    }
+
+private:
+    int _released = 0, _returned = 0;
+    std::vector<std::unique_ptr<Runner>> _runners;
+};
+
+void showPulses(char const *kind, HANDLE e)
+{
+    scene(std::string("pulses of ") + kind + " one that nobody waits for");
+    TRUTH(PulseEvent(e));
+    WAIT(WaitForSingleObject(e, 0));
+    WAIT(WaitForSingleObject(e, 1));
+    TRUTH(SetEvent(e));
+    TRUTH(PulseEvent(e));
+    WAIT(WaitForSingleObject(e, 0));
+
+    for (int count : {1, 4}) {
+        scene(std::string("pulses of ") + kind + " one that is awaited by " +
+              std::to_string(count));
+        int pulses = 0, good = 0;
+        bool isOneEach = true;
+        {
+            Waiters waiters(e, count);
+            while (!waiters.haveAllReturned()) {
+                ++pulses;
+                good += PulseEvent(e) ? 1 : 0;
+                isOneEach = isOneEach && waiters.released() <= pulses;
+                Sleep(1);
+            }
+            showCount("released", waiters.released());
+        }
+        showText("all pulses succeed", pulses == good ? "yes" : "no");
+        if (kind == std::string("an automatic"))
+            showText("each releases one at most", isOneEach ? "yes" : "no");
+        WAIT(WaitForSingleObject(e, 0));
+    }
+}
+
+void showSettings()
+{
+    scene("a manual one set while four wait");
+    Owned const m(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    {
+        Waiters waiters(m, 4);
+        TRUTH(SetEvent(m));
+        while (!waiters.haveAllReturned())
+            Sleep(1);
+        showCount("released", waiters.released());
+    }
+    WAIT(WaitForSingleObject(m, 0));
+
+    scene("an automatic one set while four wait");
+    Owned const a(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    {
+        Waiters waiters(a, 4);
+        for (int i = 1; i <= 4; ++i) {
+            SetEvent(a);
+            while (waiters.released() < i)
+                Sleep(1);
+            showCount("released by setting " + std::to_string(i), waiters.released());
+        }
+    }
+    WAIT(WaitForSingleObject(a, 0));
+
+    scene("there and back between two threads");
+    constexpr int ROUNDS = 100;
+    Owned const there(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    Owned const back(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    long shared = 0;
+    {
+        Runner other([&] {
+            for (int i = 0; i < ROUNDS; ++i) {
+                await(there);
+                ++shared;
+                SetEvent(back);
+            }
+            return DWORD{0};
+        });
+        for (int i = 0; i < ROUNDS; ++i) {
+            SetEvent(there);
+            await(back);
+        }
+    }
+    showCount("rounds", shared);
+
+    scene("closed by whom it releases");
+    HANDLE const closed = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    Runner other([&] {
+        WAIT(WaitForSingleObject(closed, LONG_TIME));
+        TRUTH(CloseHandle(closed));
+        return DWORD{0};
+    });
+    SetEvent(closed);
+}
+
+} // namespace
+
+void showEvents()
+{
+    table("event");
+    showStates();
+    showBadHandles();
+    Owned const m(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    Owned const a(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    showPulses("a manual", m);
+    showPulses("an automatic", a);
+    showSettings();
+}
+
+} // namespace Conformance

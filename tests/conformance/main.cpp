@@ -1,0 +1,7 @@
+#include "conformance/conformance.h"
+
+int main()
+{
+    Conformance::show();
+    return 0;
+}
