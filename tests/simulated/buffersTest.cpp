@@ -206,6 +206,24 @@ SIMULATED(BuffersCompeteForTheLastPlace, WITH_BUFFERS)
         HOLDS(read(buffer) == 1);
 }
 
+/// What goes for good gives its memory to whoever waits.
+SIMULATED(BufferGoesWhileAnotherWaits, WITH_BUFFERS)
+{
+    Storage storages[3];
+    RCShdPtr<MbManager> const manager = makeManager(1);
+    auto const work = [&](Storage &storage) {
+        MbBuffer const buffer = makeBuffer("buffer", storage, manager);
+        increment(buffer);
+    };
+    Worker first("first", [&] { work(storages[0]); });
+    Worker second("second", [&] { work(storages[1]); });
+    work(storages[2]);
+    first.join();
+    second.join();
+    for (Storage const &storage : storages)
+        HOLDS(storage.isGone && storage.value == 1);
+}
+
 SIMULATED(BuffersCompeteForAnArena, WITH_BUFFERS)
 {
     Storage storages[3];
