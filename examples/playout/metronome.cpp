@@ -24,7 +24,8 @@ protected:
             _metronome._figures.beats += beats;
             _metronome._figures.late += std::max(late, 0);
         }
-        DevANOQueueEntry entry(makeANO([this, beats] { _onBeats(beats); }));
+        // The request may outlive the client.
+        DevANOQueueEntry entry(makeANO([onBeats = _onBeats, beats] { onBeats(beats); }));
         _fifo->produce(entry);
         return false;
     }
