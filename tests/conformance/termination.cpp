@@ -198,6 +198,7 @@ void showComputing()
     {
         Victim victim(computeForEver);
         victim.kill(0xFFFFFFFF);
+        scene("killed again");
         TRUTH(TerminateThread(victim.handle(), 8));
         DWORD code = 0;
         TRUTH(GetExitCodeThread(victim.handle(), &code));
