@@ -18,6 +18,10 @@
 extern "C" {
 void AnnotateIgnoreSyncBegin(char const *file, int line) __attribute__((weak));
 void AnnotateIgnoreSyncEnd(char const *file, int line) __attribute__((weak));
+void AnnotateIgnoreReadsBegin(char const *file, int line) __attribute__((weak));
+void AnnotateIgnoreReadsEnd(char const *file, int line) __attribute__((weak));
+void AnnotateIgnoreWritesBegin(char const *file, int line) __attribute__((weak));
+void AnnotateIgnoreWritesEnd(char const *file, int line) __attribute__((weak));
 void __tsan_acquire(void *) __attribute__((weak));
 void __tsan_release(void *) __attribute__((weak));
 }
@@ -34,6 +38,29 @@ constexpr std::uint32_t PATIENCE = 500;
 constexpr std::uint32_t YIELDS = 50;
 /// Time that has moved so often while the first thread waited, or another for what it says is there: for ever.
 constexpr std::uint32_t MOVES = 1000;
+
+/// What the scheduler itself writes down is its own affair: the sanitizer sees calls of the C library where it does not
+/// see the scheduler's code.
+class Unseen
+{
+public:
+    Unseen()
+    {
+        if (!AnnotateIgnoreReadsBegin || !AnnotateIgnoreWritesBegin)
+            return;
+        AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+        AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
+    }
+    ~Unseen()
+    {
+        if (!AnnotateIgnoreReadsEnd || !AnnotateIgnoreWritesEnd)
+            return;
+        AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
+        AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+    }
+    Unseen(Unseen const &) = delete;
+    Unseen &operator=(Unseen const &) = delete;
+};
 
 std::uint64_t mix(std::uint64_t digest, std::uint64_t value)
 {
@@ -218,6 +245,7 @@ void Scheduler::point(Step const &step, bool hasYielded)
     _record->digest = mix(mix(_record->digest, thread.serial), step.what);
     if (!isTracing())
         return;
+    Unseen const unseen;
     char *text = _line;
     char * const end = _line + sizeof _line - 2;
     append(text, end, "%6u %12.6f  %-15s %s", _record->steps, static_cast<double>(_now) / 1e9,
@@ -456,6 +484,7 @@ void Scheduler::mark(Place &place) const
 
 void Scheduler::trace(char const *format, ...)
 {
+    Unseen const unseen;
     va_list arguments;
     va_start(arguments, format);
     int const length = std::vsnprintf(_line, sizeof _line, format, arguments);
@@ -468,6 +497,7 @@ void append(char *&text, char *end, char const *format, ...)
 {
     if (text >= end)
         return;
+    Unseen const unseen;
     va_list arguments;
     va_start(arguments, format);
     int const length =
@@ -538,6 +568,7 @@ void describeThread(Thread &thread, char *&text, char *end)
 
 void Scheduler::report(char const *finding, char const *what)
 {
+    Unseen const unseen;
     static char outside[sizeof(Record::report)];
     char *text = _record ? _record->report : outside;
     char * const end = text + sizeof outside;
