@@ -173,7 +173,6 @@ void show()
     showNames();
     showHandles();
     showThreads();
-    showTermination();
     showPriorities();
     showSlots();
     showSections();
@@ -181,6 +180,7 @@ void show()
     showMemory();
     showIdentifiers();
     showSystem();
+    showTermination();
 }
 
 } // namespace Conformance

@@ -49,7 +49,9 @@ void showLives(int kind)
     Owned const upper(MADE(create(kind, nameFor("CASE"))));
 
     scene("names that cannot be" + of);
-    std::string const longest(MAX_PATH - 1, 'n'), tooLong(MAX_PATH, 'n');
+    std::string const stem = nameFor("long");
+    std::string const longest = stem + std::string(MAX_PATH - 1 - stem.size(), 'n');
+    std::string const tooLong = longest + 'n';
     Owned const good(MADE(create(kind, longest)));
     Owned const again(MADE(create(kind, longest)));
     MADE(create(kind, tooLong));
