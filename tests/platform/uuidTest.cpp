@@ -12,7 +12,7 @@ RPC_STATUS parse(std::string text, UUID &uuid)
     return UuidFromStringA(reinterpret_cast<RPC_CSTR>(text.data()), &uuid);
 }
 
-std::string textOf(UUID const &uuid)
+std::string textOf(UUID uuid)
 {
     RPC_CSTR text = nullptr;
     EXPECT_EQ(UuidToStringA(&uuid, &text), RPC_S_OK);
