@@ -1,4 +1,5 @@
-# cmake -D BUILD=<build folder> -D SOURCE=<this folder> -D CXX=<compiler> -P check.cmake
+# cmake -D BUILD=<build folder> -D SOURCE=<this folder> -D CXX=<compiler> -D GENERATOR=<generator>
+#     -P check.cmake
 #
 # Installs the build into a prefix of its own, moves that, and builds and runs the consumer against it.
 
@@ -18,8 +19,8 @@ get_filename_component(library_folder ${package_folder} DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${package_folder})
 set(ENV{LD_LIBRARY_PATH} ${library_folder})
 
-do(${CMAKE_COMMAND} -S ${SOURCE} -B ${work}/build -D CMAKE_PREFIX_PATH=${work}/prefix -D CMAKE_CXX_COMPILER=${CXX}
-    "-DCMAKE_CXX_FLAGS=${FLAGS}")
+do(${CMAKE_COMMAND} -S ${SOURCE} -B ${work}/build -G ${GENERATOR} -D CMAKE_PREFIX_PATH=${work}/prefix
+    -D CMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${FLAGS}")
 do(${CMAKE_COMMAND} --build ${work}/build)
 do(${work}/build/by_package)
 do(${work}/build/by_pkg_config)
