@@ -13,8 +13,7 @@ inline void refuseThread(int which)
     attemptsUntilRefusal = which;
 }
 
-#define ZV_CREATE_THREAD                                                                           \
-    "_ZN10ZvPlatform12CreateThreadEPNS_19SECURITY_ATTRIBUTESEmPFjPvES2_jPj"
+#define ZV_CREATE_THREAD "_ZN10ZvPlatform12CreateThreadEPNS_19SECURITY_ATTRIBUTESEmPFjPvES2_jPj"
 
 HANDLE realCreateThread(SECURITY_ATTRIBUTES *, SIZE_T, LPTHREAD_START_ROUTINE, void *, DWORD,
                         DWORD *) __asm__("__real_" ZV_CREATE_THREAD);

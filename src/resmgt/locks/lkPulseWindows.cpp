@@ -122,7 +122,8 @@ bool LkPulseWindows::timedWaitNext(LkMutex const &externalMutex, double seconds)
     return waitNextInternal(externalMutex, LkUtil::toMilliseconds(seconds));
 }
 
-bool LkPulseWindows::waitNextInternal(LkMutex const &externalMutex, std::uint32_t milliseconds) const
+bool LkPulseWindows::waitNextInternal(LkMutex const &externalMutex,
+                                      std::uint32_t milliseconds) const
 {
     // Counted in before the mutex goes: whoever pulses after that finds a sleeper.
     DWORD const generation = generationOf(add(_sleepers, ONE_SLEEPER));
