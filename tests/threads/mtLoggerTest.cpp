@@ -268,14 +268,15 @@ TEST_F(MtLoggerTest, AStrangerThatEndsLeavesNothing)
         if (withLogger)
             MtLogger::startLogger();
         for (int i = 0; i != 3; ++i) {
-            std::size_t nbQueues = 0, nbTraces = 0;
+            LkThreadId stranger(LkThreadId::NULL_ID);
             std::thread([&] {
+                stranger.setCurrentThread();
                 ZV_TRACE(*testLevel, "passing" << i);
-                nbQueues = countEntries(&*ThreadsStatics::logQueue);
-                nbTraces = countEntries(&*ThreadsStatics::traces);
+                EXPECT_EQ(withLogger, hasEntry(&*ThreadsStatics::logQueue, stranger));
+                EXPECT_TRUE(hasEntry(&*ThreadsStatics::traces, stranger));
             }).join();
-            EXPECT_EQ(nbQueues, countEntries(&*ThreadsStatics::logQueue) + withLogger);
-            EXPECT_EQ(nbTraces, countEntries(&*ThreadsStatics::traces) + 1);
+            EXPECT_FALSE(hasEntry(&*ThreadsStatics::logQueue, stranger));
+            EXPECT_FALSE(hasEntry(&*ThreadsStatics::traces, stranger));
         }
         if (withLogger) {
             MtLogger::stopLogger();

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <ostream>
 #include <semaphore>
@@ -38,6 +39,13 @@ protected:
         for (auto const &entry : registry._entries)
             count += entry.second == data;
         return count;
+    }
+    static bool hasEntry(MtOpaqueData const *data, LkThreadId thread)
+    {
+        MtSpecificDataRegistry &registry = MtSpecificDataRegistry::getInstance();
+        LkGuard<LkRecLock const> const guard(registry._lock);
+        auto const [first, end] = registry._entries.equal_range(thread);
+        return std::any_of(first, end, [data](auto const &entry) { return entry.second == data; });
     }
 };
 
