@@ -161,8 +161,13 @@ TEST_F(ThreadRefused, TheSystemIsAskedForTheStackThatWasAskedFor)
 
 TEST_F(ThreadRefused, ProcessorNumbersShiftABitModulo32)
 {
-    ObjPtr<MtThread> const thread = makeWaitingThread();
+    std::binary_semaphore ready{0};
+    ObjPtr<MtThread> const thread = makeThread("placed", [&](TestProtocol &protocol, MtThread *) {
+        ready.release(); // it has placed itself
+        protocol.waitForStop();
+    });
     thread->start();
+    ready.acquire();
     for (auto [number, mask] : {std::pair(0, 1u), std::pair(31, 1u << 31), std::pair(33, 2u)}) {
         pretend("SetThreadAffinityMask");
         thread->setProcessorNb(number);
