@@ -1,11 +1,9 @@
 #include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
+#include "smallStack.h"
 
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
-#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,28 +11,6 @@
 namespace {
 
 using namespace Zv;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t stackSize = 512 * 1024; // the sanitizers' own needs come on top
-#else
-constexpr std::size_t stackSize = 64 * 1024;
-#endif
-
-/// Runs `body` on a thread with a small stack.
-void runOnSmallStack(std::function<void()> body)
-{
-    pthread_attr_t attributes;
-    ASSERT_EQ(::pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(::pthread_attr_setstacksize(&attributes, stackSize), 0);
-    pthread_t thread;
-    auto const run = [](void *argument) -> void * {
-        (*static_cast<std::function<void()> *>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(::pthread_create(&thread, &attributes, run, &body), 0);
-    ::pthread_join(thread, nullptr);
-    ::pthread_attr_destroy(&attributes);
-}
 
 LiString nameOf(int number)
 {

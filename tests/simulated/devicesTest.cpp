@@ -1,6 +1,7 @@
 // Devices and their manager: rendezvous, opening and closing, properties, streams, and sequences whose devices answer
 // in any order.
 #include "simulated/scenario.h"
+#include "simulated/streams.h"
 
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
@@ -18,39 +19,6 @@ using namespace Zv::Simulated;
 namespace {
 
 constexpr Settings WITH_PACKAGES = {.schedules = 60, .bound = 100'000, .leftOver = {64, 0}};
-
-struct Samples : DevMDStreamBuf
-{
-    explicit Samples(int v) : value(v) {}
-    int value;
-};
-
-struct Format : DevMDStreamFormat
-{};
-
-class Sink : public DevMDStdStreamPassiveSink
-{
-public:
-    using DevMDStdStreamPassiveSink::DevMDStdStreamPassiveSink;
-    int getKind() override { return 0; }
-    bool isCompatible(RCShdPtr<DevMDStreamFormat> const &) override { return true; }
-};
-
-class Source : public DevMDStdStreamActiveSource
-{
-public:
-    using DevMDStdStreamActiveSource::DevMDStdStreamActiveSource;
-    int getKind() override { return 0; }
-    RCShdPtr<DevMDStreamFormat> getFormat() override { return makeShd<Format>(); }
-    void connect(RCShdPtr<DevMDStreamPassiveSink> sink) override { _sink = sink; }
-    void push(int value)
-    {
-        _sink->push(makeObj<DevMDStreamElem>(makeShd<Samples>(value), DevMDStreamElem::Ev{}));
-    }
-
-private:
-    RCShdPtr<DevMDStreamPassiveSink> _sink;
-};
 
 /// A device with all four faces. What it does is done on its own thread, which each function checks.
 class Probe : public DevMDStdAccessPrtcl,

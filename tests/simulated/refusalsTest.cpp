@@ -1,5 +1,6 @@
 // What is left when the system refuses: each call that may fail does, one after the other, until all goes well.
 #include "simulated/scenario.h"
+#include "simulated/streams.h"
 
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
@@ -389,26 +390,6 @@ SIMULATED(BuffersAreRefused, {.schedules = 20,
 // ---- what the manager gives -----------------------------------------------------------------------------
 
 namespace {
-
-struct Format : DevMDStreamFormat
-{};
-
-class Sink : public DevMDStdStreamPassiveSink
-{
-public:
-    using DevMDStdStreamPassiveSink::DevMDStdStreamPassiveSink;
-    int getKind() override { return 0; }
-    bool isCompatible(RCShdPtr<DevMDStreamFormat> const &) override { return true; }
-};
-
-class Source : public DevMDStdStreamActiveSource
-{
-public:
-    using DevMDStdStreamActiveSource::DevMDStdStreamActiveSource;
-    int getKind() override { return 0; }
-    RCShdPtr<DevMDStreamFormat> getFormat() override { return makeShd<Format>(); }
-    void connect(RCShdPtr<DevMDStreamPassiveSink>) override {}
-};
 
 /// A device with all four faces that does nothing.
 class Full : public DevMDStdAccessPrtcl,

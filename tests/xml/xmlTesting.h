@@ -2,38 +2,16 @@
 #pragma once
 
 #include "resmgt/xml.h"
+#include "smallStack.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <pthread.h>
 #include <sstream>
 #include <string>
 
 namespace ZvTest {
 
 using namespace Zv;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t SMALL_STACK = 256 * 1024; // the sanitizers' own needs come on top
-#else
-constexpr std::size_t SMALL_STACK = 64 * 1024;
-#endif
-
-inline void runOnSmallStack(std::function<void()> body)
-{
-    pthread_attr_t attributes;
-    ASSERT_EQ(::pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(::pthread_attr_setstacksize(&attributes, SMALL_STACK), 0);
-    pthread_t thread;
-    auto const run = [](void *argument) -> void * {
-        (*static_cast<std::function<void()> *>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(::pthread_create(&thread, &attributes, run, &body), 0);
-    ::pthread_join(thread, nullptr);
-    ::pthread_attr_destroy(&attributes);
-}
 
 /// All bytes, zero bytes among them.
 inline std::string bytesOf(LiString const &string)

@@ -1,0 +1,31 @@
+// Threads with the stack that the library gives its own.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <cstddef>
+#include <functional>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t SMALL_STACK = 512 * 1024; // the sanitizers' own needs come on top
+#else
+constexpr std::size_t SMALL_STACK = 64 * 1024;
+#endif
+
+/// Runs `body` on a thread with a small stack.
+inline void runOnSmallStack(std::function<void()> body)
+{
+    pthread_attr_t attributes;
+    ASSERT_EQ(::pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(::pthread_attr_setstacksize(&attributes, SMALL_STACK), 0);
+    pthread_t thread;
+    auto const run = [](void *argument) -> void * {
+        (*static_cast<std::function<void()> *>(argument))();
+        return nullptr;
+    };
+    ASSERT_EQ(::pthread_create(&thread, &attributes, run, &body), 0);
+    ::pthread_join(thread, nullptr);
+    ::pthread_attr_destroy(&attributes);
+}
