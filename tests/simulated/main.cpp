@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -162,8 +163,12 @@ int explore(Wishes const &wishes)
     unsigned matching = 0;
     std::printf("%-44s %9s %9s %11s %8s  %s\n", "program", "schedules", "distinct", "steps",
                 "steps/s", "found");
-    for (unsigned i = 0; i < getScenarios().size(); ++i)
-        if (std::strstr(getScenarios()[i].name, wishes.test.c_str())) {
+    auto const &scenarios = getScenarios();
+    bool const isWhole = std::any_of(scenarios.begin(), scenarios.end(),
+                                     [&](Scenario const &one) { return one.name == wishes.test; });
+    for (unsigned i = 0; i < scenarios.size(); ++i)
+        if (isWhole ? scenarios[i].name == wishes.test
+                    : std::strstr(scenarios[i].name, wishes.test.c_str()) != nullptr) {
             ++matching;
             exploreOne(explorer, i, wishes, found);
         }

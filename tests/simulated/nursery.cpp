@@ -14,6 +14,9 @@ namespace Zv::Simulated {
 
 namespace {
 
+/// The status of a process that was asked for a program that is not its own.
+constexpr int ANOTHER = 10;
+
 void check(bool good, char const *what)
 {
     if (good)
@@ -51,8 +54,6 @@ void *runBody(void *data)
     int const output = run.options.trace >= 0 ? trace : ::open("/dev/null", O_WRONLY);
     ::dup2(output, STDOUT_FILENO);
     ::dup2(output, STDERR_FILENO);
-    if (auto * const prepare = getScenarios()[run.scenario].settings.prepare)
-        prepare();
     pthread_t thread;
     check(::pthread_create(&thread, nullptr, runBody, &run) == 0, "pthread_create");
     for (;;)
@@ -87,19 +88,45 @@ Nursery::~Nursery()
     ::munmap(_run, sizeof(Run));
 }
 
+bool Nursery::isAsked()
+{
+    char byte;
+    return ::read(_toNursery[0], &byte, 1) == 1;
+}
+
 void Nursery::serve()
 {
     ::close(_toNursery[1]);
     ::close(_fromNursery[0]);
-    char byte = 0;
-    while (::read(_toNursery[0], &byte, 1) == 1) {
+    bool asked = isAsked();
+    while (asked) {
+        pid_t const child = ::fork();
+        if (child == 0)
+            serveScenario();
+        int status;
+        check(child > 0 && ::waitpid(child, &status, 0) == child, "waitpid");
+        asked = WIFEXITED(status) && WEXITSTATUS(status) == ANOTHER;
+    }
+    ::_exit(0);
+}
+
+/// Until another program is asked for, or nothing any more.
+void Nursery::serveScenario()
+{
+    unsigned const scenario = _run->scenario;
+    if (auto * const prepare = getScenarios()[scenario].settings.prepare)
+        prepare();
+    do {
         pid_t const child = ::fork();
         if (child == 0)
             runSchedule(*_run, _trace);
         check(child > 0 && ::waitpid(child, &_run->status, 0) == child, "waitpid");
+        char const byte = 0;
         check(::write(_fromNursery[1], &byte, 1) == 1, "write");
-    }
-    ::_exit(0);
+        if (!isAsked())
+            ::_exit(0);
+    } while (_run->scenario == scenario);
+    ::_exit(ANOTHER);
 }
 
 void Nursery::run()

@@ -17,8 +17,9 @@ struct Run
     Record record;
 };
 
-/// A process that is forked before the program has done anything, and forks one more for each schedule: all of them
-/// find the very same memory, whatever the program has done in the meantime.
+/// A process that is forked before the program has done anything. It forks one for each program, which prepares it
+/// once, and that forks one for each schedule: all schedules of a program find the very same memory, whatever has been
+/// done in the meantime.
 class Nursery
 {
 public:
@@ -35,7 +36,9 @@ public:
     int getTraceFile() const { return _trace; }
 
 private:
+    bool isAsked();
     [[noreturn]] void serve();
+    [[noreturn]] void serveScenario();
 
     Run *_run;
     int _trace;

@@ -37,7 +37,7 @@ struct Settings
     bool stray = true;
     /// What stays by design.
     LeftOver leftOver = {};
-    /// Is called before the schedule begins: makes what takes many steps and is not looked at here.
+    /// Is called once, before the first schedule: makes what takes many steps and is not looked at here.
     void (*prepare)() = nullptr;
     /// Calls of these kinds fail, the first in the first schedules, then the second, until there is none left.
     std::uint32_t refusals = 0;

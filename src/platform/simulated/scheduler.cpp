@@ -211,7 +211,7 @@ void Scheduler::pick(bool hasYielded)
         unsigned chosen = 0;
         if (candidates.count > 1) {
             chosen = _strategy->choose(candidates, *_record);
-            if (_record->decisions < Record::DECISIONS)
+            if (_options.choice == Choice::SCRIPT && _record->decisions < Record::DECISIONS)
                 _record->decision[_record->decisions] = {
                     static_cast<std::uint8_t>(chosen), static_cast<std::uint8_t>(candidates.count),
                     candidates.isCurrentFirst && !candidates.hasYielded};
@@ -380,11 +380,7 @@ Thread *Scheduler::newThread()
         thread = &_threads[_used++];
     else
         return nullptr;
-    // The slots of a thread that was stay; their generations tell that they are old.
-    TlsSlot(&slots)[TLS_SLOTS] = thread->slots;
-    for (TlsSlot &slot : slots)
-        if (slot.generation)
-            slot = {};
+    forgetSlots(*thread);
     ThreadNumber const number = static_cast<ThreadNumber>(thread - _threads + 1) * 4;
     thread->number = number;
     thread->holders = 1;

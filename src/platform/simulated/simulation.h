@@ -78,7 +78,7 @@ struct Record
     std::uint32_t steps;
     std::uint32_t switches;
     std::uint32_t decisions;
-    /// Decisions that are laid down; also what SCRIPT reads.
+    /// Decisions that are laid down.
     std::uint32_t scripted;
     /// Calls so far that could have been made to fail.
     std::uint32_t failable;
@@ -90,6 +90,7 @@ struct Record
     /// Empty, or what was found: "deadlock" and the like.
     char finding[32];
     char report[16'000];
+    /// Of SCRIPT alone: what is laid down, and then what was chosen.
     Decision decision[DECISIONS];
 };
 

@@ -229,6 +229,8 @@ void abandonMutexes(Thread &);
 
 /// Calls those who want to know that the calling thread ends.
 void callBack(Thread &);
+/// The block's former thread has left its slots filled.
+void forgetSlots(Thread &);
 
 /// Brings a timer's state up to the clock.
 void updateTimer(Object &);

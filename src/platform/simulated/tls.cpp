@@ -1,5 +1,6 @@
 #include "platform/simulated/scheduler.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace ZvPlatform {
@@ -12,12 +13,20 @@ namespace {
 constinit std::uint32_t generations[TLS_SLOTS] = {};
 /// Of the slots that FlsAlloc gave out.
 constinit PFLS_CALLBACK_FUNCTION callbacks[TLS_SLOTS] = {};
+/// Above the highest slot that was ever allocated: the rest of these tables is not even looked at.
+constinit DWORD bound = 0;
 
 } // namespace
 
+void Simulated::forgetSlots(Thread &thread)
+{
+    for (DWORD index = 0; index < bound; ++index)
+        thread.slots[index] = {};
+}
+
 void Simulated::callBack(Thread &thread)
 {
-    for (DWORD index = 0; index < TLS_SLOTS; ++index) {
+    for (DWORD index = 0; index < bound; ++index) {
         TlsSlot &slot = thread.slots[index];
         if (!callbacks[index] || slot.generation != generations[index])
             continue;
@@ -32,6 +41,7 @@ DWORD TlsAlloc()
     for (DWORD index = 0; index < TLS_SLOTS && !isRefused(SLOTS); ++index)
         if (generations[index] % 2 == 0) {
             ++generations[index];
+            bound = std::max(bound, index + 1);
             return index;
         }
     fail(ERROR_NO_MORE_ITEMS);
