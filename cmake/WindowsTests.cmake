@@ -1,0 +1,69 @@
+# What the test programs need that are built for Windows, and run under Wine.
+
+# GoogleTest comes as sources: Debian's package googletest has them here.
+set(ZV_GOOGLETEST /usr/src/googletest CACHE PATH "GoogleTest's sources")
+if(NOT EXISTS ${ZV_GOOGLETEST}/googletest/src/gtest-all.cc)
+    message(FATAL_ERROR "GoogleTest's sources are not in ${ZV_GOOGLETEST}")
+endif()
+foreach(part IN ITEMS gtest:googletest gmock:googlemock)
+    string(REGEX REPLACE ":.*" "" library ${part})
+    string(REGEX REPLACE ".*:" "" folder ${part})
+    add_library(zv_${library} STATIC ${ZV_GOOGLETEST}/${folder}/src/${library}-all.cc)
+    add_library(GTest::${library} ALIAS zv_${library})
+    target_include_directories(zv_${library} SYSTEM PUBLIC ${ZV_GOOGLETEST}/${folder}/include)
+    target_include_directories(zv_${library} PRIVATE ${ZV_GOOGLETEST}/${folder})
+    target_compile_options(zv_${library} PRIVATE -w)
+endforeach()
+target_link_libraries(zv_gmock PUBLIC zv_gtest)
+
+# What a folder's wine.txt says: LEFT_OUT becomes the sources that are not built.
+function(zv_read_wine_list file left_out)
+    set(sources "")
+    if(EXISTS ${file})
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+        file(STRINGS ${file} sources REGEX "^[^#].*\\.cpp$")
+        get_filename_component(folder ${file} DIRECTORY)
+        foreach(source IN LISTS sources)
+            if(NOT EXISTS ${folder}/${source})
+                message(FATAL_ERROR "${file}: there is no ${source}")
+            endif()
+        endforeach()
+        list(TRANSFORM sources PREPEND ${folder}/)
+    endif()
+    set(${left_out} "${sources}" PARENT_SCOPE)
+endfunction()
+
+# The system's services are imported: a call goes through the pointer __imp_X. Those of the services that are to be
+# wrapped are renamed in the archive PARTS, so that nobody else's calls are met, the C library's own least of all; the
+# source that comes out has the pointers, and the __real_ functions, under the names that they have elsewhere.
+function(zv_wrap_services parts wrapped source)
+    set(text "// Generated: calls of services, on their way to the tests.\n")
+    set(renamed "")
+    foreach(symbol IN LISTS wrapped)
+        if(NOT symbol MATCHES "^_ZN10ZvPlatform([0-9]+)(.*)$")
+            continue()
+        endif()
+        string(SUBSTRING ${CMAKE_MATCH_2} 0 ${CMAKE_MATCH_1} service)
+        string(APPEND renamed "__imp_${service} __wrapped_imp_${service}\n")
+        string(APPEND text
+            "__asm__(\".data\\n.globl __wrapped_imp_${service}\\n.balign 8\\n\"\n"
+            "        \"__wrapped_imp_${service}: .quad __wrap_${symbol}\\n\"\n"
+            "        \".text\\n.globl __real_${symbol}\\n\"\n"
+            "        \"__real_${symbol}: jmp *__imp_${service}(%rip)\\n\");\n")
+    endforeach()
+    set(names ${CMAKE_CURRENT_BINARY_DIR}/${parts}.names)
+    file(CONFIGURE OUTPUT ${names} CONTENT "${renamed}" @ONLY)
+    file(CONFIGURE OUTPUT ${source} CONTENT "${text}" @ONLY)
+    add_custom_command(TARGET ${parts} POST_BUILD VERBATIM
+        COMMAND ${CMAKE_OBJCOPY} --redefine-syms=${names} $<TARGET_FILE:${parts}>)
+    set_property(TARGET ${parts} APPEND PROPERTY LINK_DEPENDS ${names})
+endfunction()
+
+# The objects of libzvresmgt import what they use of libzvbase. In a test program they stand beside it.
+set(zv_imports ${CMAKE_CURRENT_BINARY_DIR}/imports.cpp)
+file(GENERATE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/importing.txt CONTENT
+    "$<JOIN:$<TARGET_OBJECTS:zvresmgt_objects>,\n>\n")
+add_custom_command(OUTPUT ${zv_imports} DEPENDS zvresmgt_objects $<TARGET_OBJECTS:zvresmgt_objects> VERBATIM
+    COMMAND ${CMAKE_COMMAND} -D NM=${CMAKE_NM} -D OBJECTS=${CMAKE_CURRENT_BINARY_DIR}/importing.txt
+        -D OUTPUT=${zv_imports} -P ${PROJECT_SOURCE_DIR}/cmake/imports.cmake)
+add_library(zv_test_imports OBJECT ${zv_imports})
