@@ -20,6 +20,7 @@
 #include "resmgt/memoryBuffers/mbProtocol.h"
 #include "resmgt/memoryBuffers/mbState.h"
 #include "resmgt/memoryBuffers/mbStateMachine.h"
+#include "resmgt/memoryBuffers/mbUnloadIndex.h"
 #include "resmgt/memoryBuffers/mbUnloadLRU.h"
 #include "resmgt/memoryBuffers/mbUnloadRandom.h"
 #include "resmgt/memoryBuffers/mbUnloadStrategy.h"

@@ -3,6 +3,9 @@
 #include "allocations.h"
 #include "recording.h"
 #include "resmgt/dynamicAllocation.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgTrace.h"
+#include "zvbase/trace.h"
 
 #include <gtest/gtest.h>
 
@@ -327,6 +330,101 @@ TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
     }
     EXPECT_EQ(0u, manager->getAllocated());
 }
+
+// ---- without memory for the books
+
+/// A manager of either strategy, whose budget is no matter.
+class BuffersWithoutMemory : public testing::TestWithParam<bool>
+{
+protected:
+    ~BuffersWithoutMemory() noexcept override {}
+
+    static ObjPtrRet<MbUnloadStrategy> makeStrategy()
+    {
+        return ObjPtrRet<MbUnloadStrategy>(GetParam()
+                                               ? static_cast<MbUnloadStrategy *>(new MbUnloadLRU(0))
+                                               : new MbUnloadRandom(0));
+    }
+    std::vector<MbBuffer> makeBuffers(bool isTracing)
+    {
+        MbBufferSimpleFactory factory(initialState(isTracing), manager);
+        std::vector<MbBuffer> buffers;
+        for (int i = 0; i < 50; ++i)
+            buffers.push_back(factory.create("a", UNIT, UNALIGNED));
+        return buffers;
+    }
+
+    RCShdPtr<MbHeapManager> manager{
+        new MbHeapManager("heap", 100 * UNIT, ObjPtr<MbUnloadStrategy>(makeStrategy()))};
+};
+
+/// Whatever order they are locked and unlocked in, for the first time or again.
+void unlockWithoutMemory(std::vector<MbBuffer> const &buffers)
+{
+    for (int round = 0; round < 3; ++round) {
+        std::vector<std::optional<MbBufferRdGuardImp>> guards(buffers.size());
+        for (std::size_t i = 0; i < buffers.size(); ++i)
+            guards[(i + static_cast<std::size_t>(round) * 7) % guards.size()].emplace(buffers[i]);
+        for (std::optional<MbBufferRdGuardImp> &guard : guards) {
+            FailingAllocation const failing(0);
+            guard.reset();
+        }
+    }
+    for (MbBuffer const &buffer : buffers)
+        EXPECT_EQ("Loaded", stateOf(buffer));
+}
+
+TEST_P(BuffersWithoutMemory, AreUnlocked)
+{
+    AllocationCount const allocations;
+    unlockWithoutMemory(makeBuffers(false));
+    EXPECT_LT(0u, allocations.get());
+}
+
+TEST_P(BuffersWithoutMemory, AreUnlockedAlsoWhereItCannotBeTraced)
+{
+    LgLog::flush();
+    LgTrace::setOutput([](void *, char const *, std::size_t) {}, nullptr);
+    Trace::setEnabled("MbBuffers", true);
+    unlockWithoutMemory(makeBuffers(true));
+    Trace::setEnabled("MbBuffers", false);
+    LgLog::flush();
+    LgTrace::setOutput(nullptr, nullptr);
+}
+
+TEST_P(BuffersWithoutMemory, FailToLoadAndHaveNothing)
+{
+    std::vector<MbBuffer> const buffers = makeBuffers(false);
+    std::size_t loaded = 0;
+    int const failures = failEachAllocation(
+        [&] {
+            for (; loaded < buffers.size(); ++loaded)
+                MbBufferRdGuardImp const guard(buffers[loaded]);
+        },
+        [&] {
+            EXPECT_EQ("Freed", stateOf(buffers[loaded]));
+            EXPECT_EQ(loaded * UNIT, manager->getAllocated());
+        },
+        Allocations::THROWING);
+    EXPECT_LT(4, failures);
+    EXPECT_EQ(buffers.size() * UNIT, manager->getAllocated());
+}
+
+TEST_P(BuffersWithoutMemory, FailToBePrefetchedAndHaveNothing)
+{
+    MbBuffer buffer = makeBuffers(false).front();
+    {
+        FailingAllocation const failing(0, Allocations::THROWING);
+        EXPECT_THROW(buffer.prefetch(), std::bad_alloc);
+    }
+    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ(0u, manager->getAllocated());
+    buffer.prefetch();
+    EXPECT_EQ("Loaded", stateOf(buffer));
+}
+
+INSTANTIATE_TEST_SUITE_P(Strategies, BuffersWithoutMemory, testing::Bool(),
+                         [](auto const &strategy) { return strategy.param ? "LRU" : "Random"; });
 
 class ArenaManager : public testing::Test
 {

@@ -1,3 +1,4 @@
+#include "allocations.h"
 #include "recording.h"
 
 #include <gtest/gtest.h>
@@ -48,6 +49,82 @@ protected:
     MbBufferImp * const c = make("c");
     MbBufferImp * const d = make("d");
 };
+
+/// Buffers come and go in a set for which there is room for so many.
+void expectNothingIsAllocated(MbUnloadStrategy &strategy, std::vector<MbBufferImp *> const &buffers)
+{
+    AllocationCount const allocations;
+    for (int round = 0; round < 3; ++round) {
+        for (MbBufferImp * const buffer : buffers)
+            strategy.insertBuffer(buffer);
+        for (MbBufferImp * const buffer : buffers)
+            strategy.removeBuffer(buffer);
+    }
+    EXPECT_EQ(0u, allocations.get());
+    EXPECT_TRUE(strategy.isEmpty());
+}
+
+/// As many as there is room for, however the room has come about.
+template <class Strategy>
+void expectRoom(MbBufferImp *stranger, std::vector<MbBufferImp *> const &buffers)
+{
+    Strategy atOnce(0);
+    atOnce.reserve(buffers.size());
+    expectNothingIsAllocated(atOnce, buffers);
+
+    Strategy oneByOne(0);
+    for (std::size_t i = 1; i <= buffers.size(); ++i)
+        oneByOne.reserve(i);
+    oneByOne.reserve(1);
+    expectNothingIsAllocated(oneByOne, buffers);
+
+    Strategy used(0);
+    used.insertBuffer(stranger);
+    used.reserve(buffers.size());
+    used.removeBuffer(stranger);
+    expectNothingIsAllocated(used, buffers);
+
+    Strategy interrupted(0);
+    EXPECT_LT(4, failEachAllocation([&] { interrupted.reserve(buffers.size()); }, [] {}));
+    expectNothingIsAllocated(interrupted, buffers);
+
+    Strategy full(0);
+    for (MbBufferImp * const buffer : buffers)
+        full.insertBuffer(buffer);
+    Strategy copy(full);
+    {
+        FailingAllocation const failing(0);
+        for (MbBufferImp * const buffer : buffers)
+            copy.removeBuffer(buffer);
+    }
+    copy.reserve(buffers.size());
+    expectNothingIsAllocated(copy, buffers);
+    copy = full;
+    for (MbBufferImp * const buffer : buffers)
+        copy.removeBuffer(buffer);
+    copy.reserve(buffers.size());
+    expectNothingIsAllocated(copy, buffers);
+}
+
+/// What does not join for want of memory leaves no trace.
+template <class Strategy>
+void expectRefusalsLeaveNothing(std::vector<MbBufferImp *> const &buffers)
+{
+    Strategy strategy(0);
+    std::size_t joined = 0;
+    EXPECT_LT(4, failEachAllocation(
+                     [&] {
+                         for (; joined < buffers.size(); ++joined)
+                             strategy.insertBuffer(buffers[joined]);
+                     },
+                     [&] {
+                         for (std::size_t i = 0; i < buffers.size(); ++i)
+                             strategy.removeBuffer(buffers[i]);
+                         EXPECT_TRUE(strategy.isEmpty());
+                         for (std::size_t i = 0; i < joined; ++i)
+                             strategy.insertBuffer(buffers[i]);
+                     }));
+}
 
 using LRU = UnloadStrategies;
 using Random = UnloadStrategies;
@@ -134,6 +211,15 @@ TEST_F(LRU, AStrangerLeavesNothingBehind)
     EXPECT_EQ("b", drain(strategy));
 }
 
+TEST_F(LRU, AllocatesNothingWhereThereIsRoom)
+{
+    std::vector<MbBufferImp *> many;
+    for (int i = 0; i < 100; ++i)
+        many.push_back(make("many"));
+    expectRoom<MbUnloadLRU>(a, many);
+    expectRefusalsLeaveNothing<MbUnloadLRU>(many);
+}
+
 TEST_F(LRU, KeepsTheOrderThroughALongLife)
 {
     std::mt19937 random(3);
@@ -196,6 +282,15 @@ TEST_F(Random, WorksWithoutReservedRoom)
     std::sort(order.begin(), order.end());
     EXPECT_EQ("abcd", order);
     MbUnloadRandom(-1).insertBuffer(a);
+}
+
+TEST_F(Random, AllocatesNothingWhereThereIsRoom)
+{
+    std::vector<MbBufferImp *> many;
+    for (int i = 0; i < 100; ++i)
+        many.push_back(make("many"));
+    expectRoom<MbUnloadRandom>(a, many);
+    expectRefusalsLeaveNothing<MbUnloadRandom>(many);
 }
 
 /// The order in the container, as the dump has it.

@@ -359,17 +359,16 @@ struct Numbers : MbProtocol
 
 } // namespace
 
-/// A buffer that finds no memory for its place among the unloadable ones stays locked, and so in use.
-SIMULATED(BuffersAreRefused, {.schedules = 20,
-                              .leftOver = {64, 0},
-                              .refusals = ALL_RESOURCES & ~std::uint32_t{MEMORY}})
+namespace {
+
+template <class Strategy>
+void refuseBuffers()
 {
     attemptWithoutLeak([] {
         int storages[2] = {1, 2};
         MbAlignment const alignment(7, 0, 0);
         std::uint64_t const each = sizeof(int) + alignment.getRoundUpMax(1);
-        RCShdPtr<MbManager> const manager(
-            new MbHeapManager("manager", each, makeObj<MbUnloadLRU>(0)));
+        RCShdPtr<MbManager> const manager(new MbHeapManager("manager", each, makeObj<Strategy>(0)));
         MbBufferSimpleFactory factory(MbStateMachine::getInstance(false).getInitialState(),
                                       manager);
         MbBuffer buffers[2];
@@ -385,6 +384,19 @@ SIMULATED(BuffersAreRefused, {.schedules = 20,
         buffers[0].sync();
         buffers[1].free();
     });
+}
+
+} // namespace
+
+SIMULATED(BuffersAreRefused, {.schedules = 20, .leftOver = {64, 0}, .refusals = ALL_RESOURCES})
+{
+    refuseBuffers<MbUnloadLRU>();
+}
+
+SIMULATED(BuffersOfAnyOrderAreRefused,
+          {.schedules = 20, .leftOver = {64, 0}, .refusals = ALL_RESOURCES})
+{
+    refuseBuffers<MbUnloadRandom>();
 }
 
 // ---- what the manager gives -----------------------------------------------------------------------------

@@ -14,7 +14,8 @@ MbPoolManager::MbPoolManager(LiString const &name, ObjPtr<MbUnloadStrategy> stra
       _pulse(name.getChars(), LkPulse::WAKE_ALL),
       _name(name),
       _strategy(strategy),
-      _waiters(0)
+      _waiters(0),
+      _nbRegions(0)
 {}
 
 MbPoolManager::~MbPoolManager() noexcept(false) = default;
@@ -27,7 +28,7 @@ LiString const &MbPoolManager::getName() const
 void MbPoolManager::allocateRegion(MbBufferImp *buffer)
 {
     LkGuard<LkMutex const> guard(_mutex);
-    while (!performAllocate(buffer)) {
+    while (!tryAllocate(buffer)) {
         if (_strategy->isEmpty())
             waitForMemory(guard, *buffer);
         else
@@ -39,6 +40,7 @@ void MbPoolManager::deallocateRegion(MbBufferImp *buffer)
 {
     LkGuard<LkMutex const> guard(_mutex);
     performDeallocate(buffer);
+    --_nbRegions;
     announceMemory();
 }
 
@@ -60,6 +62,16 @@ void MbPoolManager::dump(std::ostream &stream) const
     LkGuard<LkMutex const> guard(_mutex);
     stream << "Name = " << _name << '\n' << "Unload strategy = ";
     _strategy->dump(stream);
+}
+
+/// Who gets memory here can be unlocked: the place among those to unload is his before he has it.
+bool MbPoolManager::tryAllocate(MbBufferImp *buffer)
+{
+    _strategy->reserve(_nbRegions + 1);
+    if (!performAllocate(buffer))
+        return false;
+    ++_nbRegions;
+    return true;
 }
 
 /// The victim is free to go on with its life as soon as `_mutex` is: it may be locked, which makes it pass over the

@@ -8,6 +8,8 @@
 #include "resmgt/memoryBuffers/mbUnloadStrategy.h"
 #include "zvbase/objPtr.h"
 
+#include <cstddef>
+
 namespace Zv {
 
 /// A manager with a budget. When the budget is used up, the thread that needs memory unloads the buffers that its
@@ -16,6 +18,9 @@ namespace Zv {
 ///
 /// When the protocol of a victim throws, the exception goes to the thread that needed the memory; its load fails with
 /// it, and the victim stays loaded.
+///
+/// Together with its memory a buffer is given its place among those that can be unloaded. Where there is no memory for
+/// that, the load throws `std::bad_alloc`; an unlock has nothing to fail at.
 ///
 /// A derived class says what the memory is.
 class ZVRESMGT_EXPORT MbPoolManager : public MbManager
@@ -46,6 +51,7 @@ private:
     /// Takes the region back. Called under the mutex.
     virtual void performDeallocate(MbBufferImp *buffer) ZV_REQUIRES(getMutex()) = 0;
 
+    bool tryAllocate(MbBufferImp *buffer) ZV_REQUIRES(_mutex);
     void unloadVictim(LkGuard<LkMutex const> &guard) ZV_REQUIRES(_mutex);
     void waitForMemory(LkGuard<LkMutex const> &guard, MbBufferImp &buffer) ZV_REQUIRES(_mutex);
     void announceMemory() ZV_REQUIRES(_mutex);
@@ -55,6 +61,8 @@ private:
     LiString _name;
     ObjPtr<MbUnloadStrategy> _strategy ZV_PT_GUARDED_BY(_mutex);
     int _waiters ZV_GUARDED_BY(_mutex);
+    /// Buffers that have memory.
+    std::size_t _nbRegions ZV_GUARDED_BY(_mutex);
 };
 
 } // namespace Zv

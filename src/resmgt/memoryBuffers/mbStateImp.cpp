@@ -8,6 +8,7 @@
 
 #include <bit>
 #include <cstdlib>
+#include <new>
 #include <typeinfo>
 
 #if __has_include(<cxxabi.h>)
@@ -113,9 +114,13 @@ std::string MbStateImp::getTypeName() const
 
 void MbStateImp::write(MbBufferImp const &buffer, char const *what) const
 {
-    ZV_TRACE(*MemoryBuffersStatics::mbBuffersLevel,
-             "MbBuffer : " << buffer.getName() << " [ Lock count = " << buffer.getLockCount()
-                           << " ] -->  " << getTypeName() << "::" << what);
+    try {
+        ZV_TRACE(*MemoryBuffersStatics::mbBuffersLevel,
+                 "MbBuffer : " << buffer.getName() << " [ Lock count = " << buffer.getLockCount()
+                               << " ] -->  " << getTypeName() << "::" << what);
+    } catch (std::bad_alloc const &) {
+        // What happens to the buffer must not depend on whether it can be told.
+    }
 }
 
 void MbStateImp::refuse(MbBufferImp const &buffer, MbEvent event) const

@@ -1,24 +1,15 @@
 #include "resmgt/memoryBuffers/mbUnloadLRU.h"
 
-#include "resmgt/memoryBuffers/mbBufferImp.h"
-
 #include <iterator>
-#include <utility>
 
 namespace Zv {
-
-std::size_t MbUnloadLRU::Hash::operator()(MbBufferImp const *buffer) const noexcept
-{
-    return reinterpret_cast<std::uintptr_t>(buffer) / sizeof(MbBufferImp);
-}
 
 MbUnloadLRU::MbUnloadLRU(int) {}
 
 MbUnloadLRU::MbUnloadLRU(MbUnloadLRU const &other) : MbUnloadStrategy(other), _queue(other._queue)
 {
     for (auto position = _queue.begin(); position != _queue.end(); ++position)
-        _index[*position] = position;
-    _spareEntries.reserve(_index.size());
+        _index.insert(*position, position).first->second = position;
 }
 
 MbUnloadLRU &MbUnloadLRU::operator=(MbUnloadLRU const &other)
@@ -26,8 +17,7 @@ MbUnloadLRU &MbUnloadLRU::operator=(MbUnloadLRU const &other)
     MbUnloadLRU copy(other);
     _queue.swap(copy._queue);
     _index.swap(copy._index);
-    _spareNodes.swap(copy._spareNodes);
-    _spareEntries.swap(copy._spareEntries);
+    _spares.swap(copy._spares);
     return *this;
 }
 
@@ -40,29 +30,11 @@ char const *MbUnloadLRU::getName() const
 
 void MbUnloadLRU::insertBuffer(MbBufferImp *buffer)
 {
-    if (_spareNodes.empty())
-        _spareNodes.push_front(buffer);
-    _spareNodes.front() = buffer;
-    auto const node = _spareNodes.begin();
-
-    if (_spareEntries.empty()) {
-        // Room for the entries of all buffers, should they be locked at once.
-        if (_spareEntries.capacity() <= _index.size())
-            _spareEntries.reserve(2 * _index.size() + 1);
-        _index.insert_or_assign(buffer, node);
-    } else {
-        Index::node_type &spare = _spareEntries.back();
-        spare.key() = buffer;
-        spare.mapped() = node;
-        auto inserted = _index.insert(std::move(spare));
-        if (inserted.inserted) {
-            _spareEntries.pop_back();
-        } else {
-            inserted.position->second = node;
-            spare = std::move(inserted.node);
-        }
-    }
-    _queue.splice(_queue.end(), _spareNodes, node);
+    reserve(_queue.size() + 1);
+    _spares.front() = buffer;
+    _queue.splice(_queue.end(), _spares, _spares.begin());
+    Queue::iterator const position = std::prev(_queue.end());
+    _index.insert(buffer, position).first->second = position;
 }
 
 void MbUnloadLRU::removeBuffer(MbBufferImp *buffer)
@@ -70,8 +42,8 @@ void MbUnloadLRU::removeBuffer(MbBufferImp *buffer)
     auto const found = _index.find(buffer);
     if (found == _index.end())
         return;
-    _spareNodes.splice(_spareNodes.begin(), _queue, found->second);
-    _spareEntries.push_back(_index.extract(found));
+    _spares.splice(_spares.begin(), _queue, found->second);
+    _index.erase(found);
 }
 
 MbBufferImp *MbUnloadLRU::selectVictim() const
@@ -82,6 +54,13 @@ MbBufferImp *MbUnloadLRU::selectVictim() const
 bool MbUnloadLRU::isEmpty() const
 {
     return _queue.empty();
+}
+
+void MbUnloadLRU::reserve(std::size_t nbBuffers)
+{
+    _index.reserve(nbBuffers);
+    while (_queue.size() + _spares.size() < nbBuffers)
+        _spares.push_back(nullptr);
 }
 
 } // namespace Zv

@@ -1,10 +1,8 @@
 // The buffer that was used least recently goes first.
 #pragma once
 
+#include "resmgt/memoryBuffers/mbUnloadIndex.h"
 #include "resmgt/memoryBuffers/mbUnloadStrategy.h"
-#include "zvbase/containers.h"
-
-#include <cstddef>
 
 namespace Zv {
 
@@ -27,20 +25,14 @@ public:
     void removeBuffer(MbBufferImp *buffer) override;
     MbBufferImp *selectVictim() const override;
     bool isEmpty() const override;
+    void reserve(std::size_t nbBuffers) override;
 
 private:
-    struct Hash
-    {
-        std::size_t operator()(MbBufferImp const *buffer) const noexcept;
-    };
     using Queue = List<MbBufferImp *>;
-    using Index = HashMap<MbBufferImp *, Queue::iterator, Hash>;
 
     Queue _queue; // the oldest first
-    Index _index;
-    // What a buffer leaves behind that is locked: it comes back without allocating, and so without failing.
-    Queue _spareNodes;
-    Vector<Index::node_type> _spareEntries;
+    MbUnloadIndex<Queue::iterator> _index;
+    Queue _spares; // for those that come
 };
 
 } // namespace Zv

@@ -2,15 +2,11 @@
 
 #include "resmgt/memoryBuffers/mbBufferImp.h"
 
+#include <algorithm>
 #include <iomanip>
 #include <ostream>
 
 namespace Zv {
-
-std::size_t MbUnloadRandom::Hash::operator()(MbBufferImp const *buffer) const noexcept
-{
-    return reinterpret_cast<std::uintptr_t>(buffer) / sizeof(MbBufferImp);
-}
 
 MbUnloadRandom::MbUnloadRandom(int capacity)
 {
@@ -19,7 +15,16 @@ MbUnloadRandom::MbUnloadRandom(int capacity)
 }
 
 MbUnloadRandom::MbUnloadRandom(MbUnloadRandom const &) = default;
-MbUnloadRandom &MbUnloadRandom::operator=(MbUnloadRandom const &) = default;
+
+MbUnloadRandom &MbUnloadRandom::operator=(MbUnloadRandom const &other)
+{
+    MbUnloadRandom copy(other);
+    _container.swap(copy._container);
+    _index.swap(copy._index);
+    _generator = copy._generator;
+    return *this;
+}
+
 MbUnloadRandom::~MbUnloadRandom() noexcept(false) = default;
 
 char const *MbUnloadRandom::getName() const
@@ -29,13 +34,9 @@ char const *MbUnloadRandom::getName() const
 
 void MbUnloadRandom::insertBuffer(MbBufferImp *buffer)
 {
+    reserve(_container.size() + 1);
     _container.push_back(buffer);
-    try {
-        _index.try_emplace(buffer, _container.size() - 1);
-    } catch (...) {
-        _container.pop_back();
-        throw;
-    }
+    _index.insert(buffer, _container.size() - 1);
 }
 
 void MbUnloadRandom::removeBuffer(MbBufferImp *buffer)
@@ -60,6 +61,13 @@ MbBufferImp *MbUnloadRandom::selectVictim() const
 bool MbUnloadRandom::isEmpty() const
 {
     return _container.empty();
+}
+
+void MbUnloadRandom::reserve(std::size_t nbBuffers)
+{
+    _index.reserve(nbBuffers);
+    if (_container.capacity() < nbBuffers)
+        _container.reserve(std::max(nbBuffers, 2 * _container.capacity()));
 }
 
 void MbUnloadRandom::dump(std::ostream &stream) const

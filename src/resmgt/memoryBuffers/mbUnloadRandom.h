@@ -1,11 +1,10 @@
 // Any buffer goes.
 #pragma once
 
+#include "resmgt/memoryBuffers/mbUnloadIndex.h"
 #include "resmgt/memoryBuffers/mbUnloadStrategy.h"
-#include "zvbase/containers.h"
 #include "zvbase/rnNumRecUniformRng.h"
 
-#include <cstddef>
 #include <cstdint>
 
 namespace Zv {
@@ -31,16 +30,11 @@ public:
     bool isEmpty() const override;
     /// The name, then the buffers by their positions, then the positions by their buffers.
     void dump(std::ostream &stream) const override;
+    void reserve(std::size_t nbBuffers) override;
 
 private:
-    struct Hash
-    {
-        std::size_t operator()(MbBufferImp const *buffer) const noexcept;
-    };
-    using Index = HashMap<MbBufferImp *, std::uint64_t, Hash>;
-
     Vector<MbBufferImp *> _container;
-    Index _index;
+    MbUnloadIndex<std::uint64_t> _index;
     RnNumRecUniformRng mutable _generator;
 };
 

@@ -14,4 +14,6 @@ void MbUnloadStrategy::dump(std::ostream &stream) const
     stream << getName();
 }
 
+void MbUnloadStrategy::reserve(std::size_t) {}
+
 } // namespace Zv

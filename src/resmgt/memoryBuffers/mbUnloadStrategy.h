@@ -3,6 +3,7 @@
 
 #include "resmgt/export.h"
 
+#include <cstddef>
 #include <iosfwd>
 
 namespace Zv {
@@ -18,7 +19,7 @@ public:
     virtual ~MbUnloadStrategy() noexcept(false);
 
     virtual char const *getName() const = 0;
-    /// The buffer, which is not in the set, joins it.
+    /// The buffer, which is not in the set, joins it. Does not fail where there is room.
     virtual void insertBuffer(MbBufferImp *buffer) = 0;
     /// The buffer, which is in the set, leaves it. Does not fail.
     virtual void removeBuffer(MbBufferImp *buffer) = 0;
@@ -27,6 +28,9 @@ public:
     virtual bool isEmpty() const = 0;
     /// For debugging: the name.
     virtual void dump(std::ostream &stream) const;
+    /// Makes room for so many buffers in all; throws `std::bad_alloc`. The manager calls it before it gives a buffer its
+    /// memory, so that the unlock that follows has nothing to fail at. The base class does nothing.
+    virtual void reserve(std::size_t nbBuffers);
 
 protected:
     MbUnloadStrategy();
