@@ -23,7 +23,7 @@ public:
     using DevMDStdDevice::reportRecover;
     using DevMDStdDevice::takeCompletion;
 
-    ObjPtr<DevACO> taken; // of START, where `isSlow`
+    ObjPtr<DevACO> taken; // of a start or stop, where `isSlow`
     bool isSlow = false;
     bool isBusy = false;
 
@@ -42,7 +42,12 @@ protected:
     }
     void sync() override { note("sync"); }
     void recover() override { note("recover"); }
-    void stop() override { note("stop"); }
+    void stop() override
+    {
+        note("stop");
+        if (isSlow)
+            taken = takeCompletion();
+    }
     void abort() override
     {
         note("abort");
@@ -166,6 +171,42 @@ TEST_F(StandardDevice, ReportsFromStartOnAsOftenAsItLikes)
     }));
     _device->performClose();
     EXPECT_EQ(_log.lines(), (Lines{"open", "start", "lost", "lost", "given up", "close"}));
+}
+
+TEST_F(StandardDevice, ReportsNothingOnceItHasStoppedOrAborted)
+{
+    auto const report = [this] {
+        produce(*_device->getFifo(), makeANO([this] {
+            _device->reportRecover();
+            _device->reportAbort();
+        }));
+    };
+    auto const start = [this] {
+        _device->performStart(nullptr, recordingANO(_log, "lost"), recordingANO(_log, "given up"));
+    };
+    _device->performOpen();
+    start();
+    _device->performStop(recordingACO(_log, "stopped"));
+    report();
+    start(); // in another sequence
+    report();
+    _device->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "stop", "~lost", "~given up", "stopped",
+                                   "~stopped", "start", "lost", "given up", "close"}));
+}
+
+TEST_F(StandardDevice, ReportsUntilAStepThatIsFinishedLaterIsFinished)
+{
+    _device->isSlow = true;
+    _device->performOpen();
+    _device->performStart(nullptr, nullptr, recordingANO(_log, "given up"));
+    _device->performStop(recordingACO(_log, "stopped"));
+    produce(*_device->getFifo(), makeANO([this] {
+        _device->reportAbort();
+        _device->taken->performExecute();
+    }));
+    _device->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "stop", "given up", "stopped", "close"}));
 }
 
 TEST_F(StandardDevice, WorksBetweenRequestsAndHandlesItsFailures)

@@ -333,6 +333,61 @@ SIMULATED(BufferGoesWithItsLastGuard, WITH_BUFFERS)
     HOLDS(storage.isGone);
 }
 
+/// A buffer that is chosen to be unloaded is given up and loaded again before that comes to it. It waits for memory that
+/// only he has who has chosen it.
+SIMULATED(BufferLoadedAgainWhileItIsChosen,
+          {.schedules = 300, .preemptions = 1, .leftOver = {64, 0}, .prepare = [] {
+               MbStateMachine::getInstance(false);
+           }})
+{
+    constexpr int UNIT = 16;
+    RCShdPtr<MbManager> const manager(
+        new MbHeapManager("manager", 3 * UNIT, makeObj<MbUnloadLRU>(0)));
+    MbBufferSimpleFactory factory(MbStateMachine::getInstance(false).getInitialState(), manager);
+    auto const make = [&](char const *name, int units) {
+        return factory.create(name, units * UNIT, MbAlignment(0, 0, 0));
+    };
+    MbBuffer const held = make("held", 1);
+    MbBuffer const wanted = make("wanted", 1);
+    MbBuffer const other = make("other", 1);
+    MbBuffer chosen = make("chosen", 2);
+    {
+        MbBufferRdGuardImp const first(held);
+        MbBufferRdGuardImp const second(chosen);
+    }
+    Worker again("again", [&] {
+        chosen.free();
+        MbBufferRdGuardImp const first(other);
+        MbBufferRdGuardImp const second(chosen);
+    });
+    {
+        MbBufferRdGuardImp const first(held);
+        MbBufferRdGuardImp const second(wanted);
+    }
+    again.join();
+}
+
+/// One hold for writing in two hands.
+SIMULATED(BufferWrittenUnderASharedHold, WITH_BUFFERS)
+{
+    Storage storage;
+    MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+    LkCounter<long> isOver;
+    {
+        MbBufferWrGuardImp mine(buffer);
+        Worker sharing("sharing", [guard = MbBufferWrGuardImp(mine), &isOver]() mutable {
+            MbBufferWrGuardImp const copy(guard);
+            guard = MbBufferWrGuardImp();
+            step("the last that holds it");
+            ++*static_cast<std::int64_t *>(copy.getMemory());
+            ++isOver;
+        });
+        Worker reader("reader", [&] { HOLDS(read(buffer) == 1 && isOver.getValue() == 1); });
+        mine = MbBufferWrGuardImp();
+        sharing.join();
+    }
+}
+
 SIMULATED(BufferOfTwoOthers, WITH_BUFFERS)
 {
     Storage storages[2];

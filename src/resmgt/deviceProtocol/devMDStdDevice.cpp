@@ -32,6 +32,7 @@ ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
     };
     return makeANO([this, step = std::move(step)](DevMDStdANO &request) mutable {
         _request = &request;
+        _isTaken = false;
         Current const current{_request};
         step();
     });
@@ -65,11 +66,17 @@ public:
     }
     ObjPtrRet<DevMDStdANO> createStopANO() override
     {
-        return _device.makeStep([&device = _device] { device.stop(); });
+        return _device.makeStep([&device = _device] {
+            device.stop();
+            device.endReports();
+        });
     }
     ObjPtrRet<DevMDStdANO> createAbortANO() override
     {
-        return _device.makeStep([&device = _device] { device.abort(); });
+        return _device.makeStep([&device = _device] {
+            device.abort();
+            device.endReports();
+        });
     }
 
 private:
@@ -159,7 +166,17 @@ void DevMDStdDevice::performFailed(std::exception_ptr const &failure)
 ObjPtrRet<DevACO> DevMDStdDevice::takeCompletion()
 {
     ZV_ASSERT(_request != nullptr);
+    _isTaken = true;
     return _request->releaseACO();
+}
+
+// A machine that has come to its end takes no report: the second one would end the manager's thread.
+void DevMDStdDevice::endReports()
+{
+    if (_isTaken)
+        return;
+    _recover = nullptr;
+    _abort = nullptr;
 }
 
 void DevMDStdDevice::reportRecover()

@@ -74,7 +74,11 @@ protected:
     /// executes what it gets here. Fails an assertion outside of a step.
     ObjPtrRet<DevACO> takeCompletion();
     /// For a device that has lost its lock, or that cannot go on: tells the sequence so. On the device's thread, from
-    /// `start` on; before that it does nothing.
+    /// `start` on until `stop` or `abort` is finished; before and behind that it does nothing. A device that finishes
+    /// one of these two later than they return reports nothing any more when it has.
+    ///
+    /// A recovery is legal only while the device is in lock: by design, one that meets a stop on its way is an illegal
+    /// event, and the sequence does not come to its end.
     void reportRecover();
     void reportAbort();
 
@@ -85,9 +89,11 @@ private:
 
     template <class Step>
     ObjPtrRet<DevMDStdANO> makeStep(Step step);
+    void endReports();
 
     RCShdPtr<DevMDStdFifo> _fifo;
     DevMDStdANO *_request = nullptr; // of the step that is being made
+    bool _isTaken = false;           // its completion
     ObjPtr<DevANO> _recover;
     ObjPtr<DevANO> _abort;
 };

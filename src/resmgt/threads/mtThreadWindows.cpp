@@ -53,16 +53,27 @@ private:
 /// A report looks for the calling thread among all threads, under the manager's lock, which comes before a thread's
 /// own: it is made without that.
 #define ZV_SYS_ASSERT_UNLOCKING(guard, ...)                                                        \
-    (static_cast<bool>(__VA_ARGS__)                                                                \
-         ? static_cast<void>(0)                                                                    \
-         : Assertions::throwSysAssertionFailed(__FILE__, __LINE__, #__VA_ARGS__,                   \
-                                               unlockAfterFailure(guard)))
+    (static_cast<bool>(__VA_ARGS__) ? static_cast<void>(0)                                         \
+                                    : failUnlocking(guard, __FILE__, __LINE__, #__VA_ARGS__))
 
-int unlockAfterFailure(StateGuard &guard) ZV_NO_THREAD_SAFETY_ANALYSIS
+/// The same, where a failure may be no matter.
+#define ZV_SYS_ASSERT_UNLOCKING_OR(excuse, guard, ...)                                             \
+    (static_cast<bool>(__VA_ARGS__) || (excuse)                                                    \
+         ? static_cast<void>(0)                                                                    \
+         : failUnlocking(guard, __FILE__, __LINE__, #__VA_ARGS__))
+
+[[noreturn]] void failUnlocking(StateGuard &guard, char const *file, int line,
+                                char const *expression) ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     DWORD const error = ::GetLastError();
     guard.unlock();
-    return static_cast<int>(error);
+    Assertions::throwSysAssertionFailed(file, line, expression, static_cast<int>(error));
+}
+
+/// Until it is joined, a thread counts as running that has ended.
+bool hasEnded(HANDLE thread)
+{
+    return ::WaitForSingleObject(thread, 0) == WAIT_OBJECT_0;
 }
 
 /// What a thread makes ahead of its first line. Where that fails, the line makes it, or goes straight to the output.
@@ -488,7 +499,7 @@ void MtThreadWindows::place(int processorNb, StateGuard &state)
                 state, ::GetProcessAffinityMask( processHandle, &threadAffinity, &systemAffinity ));
             mask = threadAffinity;
         }
-        ZV_SYS_ASSERT_UNLOCKING(state, ::SetThreadAffinityMask( _threadHandle, mask ));
+        ZV_SYS_ASSERT_UNLOCKING_OR(hasEnded(_threadHandle), state, ::SetThreadAffinityMask( _threadHandle, mask ));
     }
     _processorNb = processorNb;
 }

@@ -1,0 +1,470 @@
+// What devices say of their own accord: reports from their own threads, while requests arrive, while they are stopped
+// and while they close.
+#include "simulated/scenario.h"
+
+#include "resmgt/deviceManager.h"
+#include "resmgt/deviceProtocol.h"
+#include "resmgt/locks.h"
+#include "zvbase/inPackage.h"
+
+#include <functional>
+#include <memory>
+
+using namespace Zv;
+using namespace Zv::Simulated;
+
+namespace {
+
+constexpr Settings WITH_PACKAGES = {.schedules = 100, .bound = 100'000, .leftOver = {64, 0}};
+constexpr Settings WITH_TABLE = {.schedules = 60,
+                                 .bound = 100'000,
+                                 .leftOver = {64, 0},
+                                 .prepare = [] { DevSeqSMTable::getInstance(); }};
+
+/// A device with work of its own.
+class Reporter : public DevMDStdDevice
+{
+public:
+    using Work = std::function<double(Reporter &)>;
+    struct Level : DevMDStdProperty<int>
+    {
+        using DevMDStdProperty<int>::DevMDStdProperty;
+    };
+
+    Reporter(LiString const &name, Work work, int capacity = DevMDStdFifo::DEFAULT_CAPACITY)
+        : DevMDStdDevice(name, makeShd<DevMDStdFifo>(capacity)), _work(std::move(work))
+    {
+        ObjPtr<DevMDStdPropertySetBuilder> builder(getPropertySetBuilder());
+        level = makeShd<Level>("level", "A number", 3u,
+                               makePropertyANOFactory<int>(
+                                   [this](int value) {
+                                       Inside const inside(*this);
+                                       _level = value;
+                                   },
+                                   [this](int &value) {
+                                       Inside const inside(*this);
+                                       value = _level;
+                                   }),
+                               getFifo());
+        builder->addProperty(level);
+    }
+    using DevMDStdDevice::reportAbort;
+    using DevMDStdDevice::reportRecover;
+    using DevMDStdDevice::takeCompletion;
+
+    bool isOnThread() const { return _thread == ::GetCurrentThreadId(); }
+    DtTimeMark getMark() override
+    {
+        hasLocked.post();
+        locked.post();
+        return DtTimeMark();
+    }
+
+    /// Each time that it has locked, for its own work and for whoever looks on.
+    LkUnnamedSema hasLocked{"hasLocked", 0};
+    LkUnnamedSema locked{"locked", 0};
+    RCShdPtr<Level> level;
+    bool isOpen = false;
+    bool isStarted = false;
+    bool isEnded = false; // stopped or aborted
+    int nbSteps = 0;
+    int nbReports = 0;
+    std::function<void()> onStart;
+
+private:
+    /// What a device does is done on its thread, one thing at a time, while it is open.
+    class Inside
+    {
+    public:
+        explicit Inside(Reporter &device) : _device(device)
+        {
+            HOLDS(_device.isOnThread() && _device.isOpen && !_device._isBusy);
+            _device._isBusy = true;
+            step("at work");
+        }
+        ~Inside() { _device._isBusy = false; }
+
+    private:
+        Reporter &_device;
+    };
+
+    void open() override
+    {
+        HOLDS(!isOpen);
+        _thread = ::GetCurrentThreadId();
+        isOpen = true;
+    }
+    void close() override
+    {
+        {
+            Inside const inside(*this);
+        }
+        isOpen = false;
+    }
+    void start() override
+    {
+        isStarted = true;
+        isEnded = false;
+        take();
+        if (onStart)
+            onStart();
+    }
+    void sync() override { take(); }
+    void recover() override { take(); }
+    void stop() override
+    {
+        take();
+        isEnded = true;
+    }
+    void abort() override
+    {
+        take();
+        isEnded = true;
+    }
+    void take()
+    {
+        Inside const inside(*this);
+        ++nbSteps;
+    }
+    double performWork() override
+    {
+        if (!isOpen)
+            return NO_WORK;
+        Inside const inside(*this);
+        return _work ? _work(*this) : NO_WORK;
+    }
+
+    static constexpr double NO_WORK = DevMDStdLoopThreadProtocol::NO_WORK;
+
+    Work _work;
+    DWORD _thread = 0;
+    bool _isBusy = false;
+    int _level = 0;
+};
+
+using ReporterPtr = RCShdPtr<Reporter>;
+
+/// A millisecond after the other, whatever the device has come to.
+Reporter::Work abortTimes(int count)
+{
+    return [count](Reporter &device) {
+        if (!device.isStarted || device.nbReports == count)
+            return DevMDStdLoopThreadProtocol::NO_WORK;
+        ++device.nbReports;
+        device.reportAbort();
+        return 0.001;
+    };
+}
+
+/// A kind of device that the registry knows; the device stays here to be looked at.
+ReporterPtr &enterReporter(char const *name, Reporter::Work const &work)
+{
+    auto &device = *new ReporterPtr;
+    DevRegistry::getInstance().add(
+        makeRegistryEntry(name, "reports", [&device, work](LiString const &kind) {
+            device = makeShd<Reporter>(kind, work);
+            return RCShdPtr<DevMDPrtcl>(device.get());
+        }));
+    return device;
+}
+
+/// A device may have been closed when it is asked.
+void ask(Reporter &device)
+{
+    try {
+        int level = 0;
+        device.level->set(1);
+        device.level->get(level);
+        HOLDS(level == 1);
+    } catch (DevPrtclEx::ExMDStdPropertyGet const &) {
+    }
+}
+
+/// A sequence and what it consists of.
+class Sequence
+{
+public:
+    explicit Sequence(char const *config)
+        : _manager(DevMgr::create()), _access(_manager->createSyncSeqAcc())
+    {
+        _access->configure(config);
+    }
+    DevMgrSyncSeqAcc *operator->() const { return _access.get(); }
+    bool isIn(char const *device, char const *state) const
+    {
+        return _access->getState(device) == state;
+    }
+
+private:
+    ObjPtr<DevMgr> _manager;
+    ObjPtr<DevMgrSyncSeqAcc> _access; // goes first
+};
+
+} // namespace
+
+/// Without a manager: reports are made on the device's thread, from the start on until the stop.
+SIMULATED(DeviceReportsWhileItIsAskedAndCloses, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    auto const device = makeShd<Reporter>("device", [](Reporter &self) {
+        self.reportRecover();
+        self.reportAbort();
+        self.nbReports += self.isStarted;
+        return self.nbReports < 4 ? 0.001 : DevMDStdLoopThreadProtocol::NO_WORK;
+    });
+    int recovers = 0;
+    int aborts = 0;
+    int completed = 0;
+    auto const count = [&device = *device](int &number) {
+        return [&device, &number] {
+            HOLDS(device.isOnThread() && device.isOpen && device.isStarted && !device.isEnded);
+            ++number;
+        };
+    };
+    device->performOpen();
+    {
+        Worker sequence("sequence", [&] {
+            auto const completion = [&] { return makeACO([&completed] { ++completed; }); };
+            device->performStart(completion(), makeANO(count(recovers)), makeANO(count(aborts)));
+            device->performSync(completion(), DtTime());
+            device->performRecover(completion());
+            device->performStop(completion());
+        });
+        Worker asking("asking", [&] { ask(*device); });
+        device->performClose();
+    }
+    HOLDS(!device->isOpen);
+    // What it has done is complete, and the rest was destroyed.
+    HOLDS(completed == device->nbSteps);
+    HOLDS(recovers == aborts && aborts <= device->nbReports);
+}
+
+/// A report that meets the stop is made or not, but never behind the device's end.
+SIMULATED(DeviceAbortsOfItselfWhileItIsStopped, WITH_TABLE)
+{
+    InPackageScope const packages;
+    ReporterPtr &root = enterReporter("root", abortTimes(3));
+    {
+        Sequence const sequence("( root )");
+        sequence->start();
+        Worker stopper("stopper", [&] { sequence->stop(); });
+        Worker asking("asking", [&] { ask(*root); });
+        sequence->wait();
+        stopper.join();
+        HOLDS(root->isEnded);
+        // The stop comes too late for a machine that has ended before.
+        HOLDS(sequence.isIn("root", "final") || sequence.isIn("root", "_ill"));
+    }
+    HOLDS(!root->isOpen);
+    root = nullptr;
+}
+
+SIMULATED(DevicesAbortOfThemselvesInALine, WITH_TABLE)
+{
+    InPackageScope const packages;
+    ReporterPtr &root = enterReporter("root", abortTimes(2));
+    ReporterPtr &child = enterReporter("child", abortTimes(2));
+    {
+        Sequence const sequence("( root ( child ) )");
+        sequence->start();
+        sequence->wait();
+        HOLDS(root->isEnded && child->isEnded);
+    }
+    root = child = nullptr;
+}
+
+/// A burst that the manager's queue does not hold, while the manager goes.
+SIMULATED(ManagerGoesWhileItsDevicesReport, WITH_TABLE)
+{
+    InPackageScope const packages;
+    Reporter::Work const burst = [](Reporter &self) {
+        if (!self.isStarted)
+            return DevMDStdLoopThreadProtocol::NO_WORK;
+        for (int i = 0; i < 14; ++i)
+            self.reportAbort();
+        return ++self.nbReports < 3 ? 0 : DevMDStdLoopThreadProtocol::NO_WORK;
+    };
+    ReporterPtr &root = enterReporter("root", burst);
+    ReporterPtr &child = enterReporter("child", burst);
+    {
+        Sequence const sequence("( root ( child ) )");
+        sequence->start();
+    }
+    HOLDS(!root->isOpen && !child->isOpen);
+    root = child = nullptr;
+}
+
+/// Its own work finds the lock lost, twice; it is asked for its property meanwhile.
+SIMULATED(DeviceLosesItsLockAgainAndAgain, WITH_TABLE)
+{
+    InPackageScope const packages;
+    constexpr int TIMES = 2;
+    ReporterPtr &root = enterReporter("root", nullptr);
+    ReporterPtr &child = enterReporter("child", [](Reporter &self) {
+        if (self.nbReports < TIMES && self.hasLocked.tryWait()) {
+            ++self.nbReports;
+            self.reportRecover();
+        }
+        return self.nbReports < TIMES ? 0.001 : DevMDStdLoopThreadProtocol::NO_WORK;
+    });
+    {
+        Sequence const sequence("( root ( child ) )");
+        Worker asking("asking", [&] { ask(*child); });
+        sequence->start();
+        for (int i = 0; i <= TIMES; ++i)
+            child->locked.wait();
+        sequence->stop();
+        sequence->wait();
+        HOLDS(sequence.isIn("root", "final") && sequence.isIn("child", "final"));
+        // Start, lock and stop, and for each loss a recovery and another lock.
+        HOLDS(child->nbReports == TIMES && child->nbSteps == 3 + 2 * TIMES);
+        HOLDS(root->nbSteps == 3);
+    }
+    root = child = nullptr;
+}
+
+/// A step that somebody finishes when there may be nobody left to be told.
+SIMULATED(CompletionOutlivesItsSequence, WITH_TABLE)
+{
+    InPackageScope const packages;
+    ReporterPtr &root = enterReporter("root", nullptr);
+    LkUnnamedSema taken("taken", 0);
+    ObjPtr<DevACO> completion;
+    {
+        auto sequence = std::make_unique<Sequence>("( root )");
+        root->onStart = [&] {
+            completion = root->takeCompletion();
+            taken.post();
+        };
+        sequence->operator->()->start();
+        taken.wait();
+        Worker finishing("finishing", [&] { completion->performExecute(); });
+        sequence.reset();
+    }
+    HOLDS(!root->isOpen);
+    root->onStart = nullptr;
+    root = nullptr;
+    completion = nullptr;
+}
+
+// ---- who looks on -----------------------------------------------------------------------------------------
+
+namespace {
+
+class Onlooker : public DevSeqObserver
+{
+public:
+    void stateChanged(LiString const &, LiString const &state) override
+    {
+        HOLDS(!isGone && !_isBeingTold);
+        _isBeingTold = true;
+        step("being told of a state");
+        HOLDS(!isGone);
+        _isBeingTold = false;
+        last = state;
+        ++nbTold;
+    }
+    bool isGone = false;
+    int nbTold = 0;
+    LiString last;
+
+private:
+    bool _isBeingTold = false;
+};
+
+} // namespace
+
+SIMULATED(SequenceObservedByOneAfterTheOther, WITH_TABLE)
+{
+    InPackageScope const packages;
+    ReporterPtr &root = enterReporter("root", nullptr);
+    {
+        Sequence const sequence("( root )");
+        auto const first = makeShd<Onlooker>();
+        auto const second = makeShd<Onlooker>();
+        sequence->setObserver(first);
+        sequence->start();
+        Worker stopper("stopper", [&] { sequence->stop(); });
+        sequence->setObserver(second);
+        first->isGone = true;
+        HOLDS(first->nbTold > 0);
+        sequence->wait();
+        sequence->setObserver(nullptr);
+        second->isGone = true;
+        HOLDS((second->nbTold ? second : first)->last == "final");
+    }
+    root = nullptr;
+}
+
+namespace {
+
+/// A body that waits for something else than its queue, and is woken for that.
+class Woken : public DevMDStdThreadProtocol
+{
+public:
+    struct Alarm : DevMDStdFifoObs
+    {
+        void performProduced(DevANOQueue &, DevANOQueueEntry const &entry) override
+        {
+            HOLDS(entry.isNull());
+            ++told;
+            bell.post();
+        }
+        LkUnnamedSema bell{"bell", 0};
+        LkCounter<long> told;
+    };
+
+    Woken(RCShdPtr<DevMDStdFifo> const &fifo, RCShdPtr<Alarm> const &alarm)
+        : DevMDStdThreadProtocol(fifo), _alarm(alarm), _isStopped(false)
+    {}
+    void performExecute(MtThread *) override
+    {
+        while (!_isStopped) {
+            _alarm->bell.wait();
+            tryConsume();
+        }
+    }
+    /// The device's thread stands still in its last request.
+    void performStop(MtThread *) override { _isStopped = true; }
+
+private:
+    RCShdPtr<Alarm> _alarm;
+    bool _isStopped;
+};
+
+class WokenDevice : public DevMDStdDevice
+{
+public:
+    WokenDevice(RCShdPtr<DevMDStdFifo> const &fifo, RCShdPtr<Woken::Alarm> const &alarm)
+        : DevMDStdDevice("woken", fifo, makeObj<Woken>(fifo, alarm))
+    {}
+    RCShdPtr<DevMDStdFifo> const &getQueue() const { return getFifo(); }
+};
+
+} // namespace
+
+SIMULATED(DeviceIsWokenByTheObserverOfItsQueue, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    auto const alarm = makeShd<Woken::Alarm>();
+    {
+        auto const device = makeShd<WokenDevice>(makeShd<DevMDStdFifo>(alarm, 1), alarm);
+        LkCounter<long> done;
+        LkCounter<long> brought;
+        auto const bring = [&] {
+            for (int i = 0; i < 2; ++i) {
+                DevANOQueueEntry entry(makeANO([&done] { ++done; }));
+                device->getQueue()->produce(entry);
+                ++brought;
+            }
+        };
+        device->performOpen();
+        {
+            Worker first("first", bring);
+            Worker second("second", bring);
+            device->performClose();
+        }
+        HOLDS(brought.getValue() == 4 && done.getValue() <= 4);
+    }
+    HOLDS(alarm->told.getValue() == 6); // with the opening and the closing
+}
