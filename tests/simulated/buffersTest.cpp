@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <sstream>
 
 using namespace Zv;
 using namespace Zv::Simulated;
@@ -204,6 +205,40 @@ SIMULATED(BuffersCompeteForTheLastPlace, WITH_BUFFERS)
     second.join();
     for (MbBuffer const &buffer : buffers)
         HOLDS(read(buffer) == 1);
+}
+
+/// Any of them may have to go, and somebody looks at them meanwhile.
+SIMULATED(BuffersOfAnyOrderCompete, WITH_BUFFERS)
+{
+    Storage storages[4];
+    std::uint64_t const each = SIZE + ALIGNMENT.getRoundUpMax(1);
+    RCShdPtr<MbManager> const manager(
+        new MbHeapManager("manager", 2 * each, makeObj<MbUnloadRandom>(0)));
+    MbBuffer buffers[4];
+    for (int i = 0; i < 4; ++i)
+        buffers[i] = makeBuffer("buffer", storages[i], manager);
+    auto const work = [&](int mine) {
+        increment(buffers[mine]);
+        increment(buffers[3]);
+        HOLDS(read(buffers[mine]) == 1);
+    };
+    Worker first("first", [&] { work(0); });
+    Worker second("second", [&] {
+        work(1);
+        buffers[1] = MbBuffer();
+        HOLDS(storages[1].value == 1);
+    });
+    Worker looking("looking", [&] {
+        std::ostringstream text;
+        manager->dump(text);
+        static_cast<void>(buffers[0].isLoaded());
+    });
+    work(2);
+    first.join();
+    second.join();
+    // Whoever had chosen it to be unloaded may have been the last to let go.
+    HOLDS(storages[1].isGone);
+    HOLDS(read(buffers[3]) == 3);
 }
 
 /// What goes for good gives its memory to whoever waits.

@@ -12,9 +12,11 @@
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgRegistry.h"
 #include "zvbase/lgTrace.h"
+#include "zvbase/trace.h"
 
 #include <algorithm>
 #include <functional>
+#include <queue>
 #include <sstream>
 #include <string_view>
 
@@ -552,4 +554,100 @@ SIMULATED(LinesWrittenWhileTheLoggerComesAndGoes, WITH_PACKAGES)
     writer.join();
     HOLDS(nbLines.getValue() == 3);
     LgTrace::setOutput(nullptr, nullptr);
+}
+
+SIMULATED(TraceLevelSwitchedWhileOthersWrite, WITH_PACKAGES)
+{
+    LgTrace::setOutput(countLine, nullptr);
+    {
+        InPackageScope const packages;
+        auto const write = [] {
+            // Whoever comes first makes the level.
+            TraceLevel const &level = *Trace::registerLevel("a level of ours", __FILE__);
+            for (int i = 0; i < 2; ++i)
+                ZV_TRACE(level, "one of ours");
+        };
+        Worker first("first", write);
+        Worker second("second", write);
+        Trace::setEnabled("a level of ours", true);
+        TraceLevel const &level = *Trace::registerLevel("a level of ours", __FILE__);
+        HOLDS(Trace::isEnabled(level));
+        ZV_TRACE(level, "one of ours");
+        first.join();
+        second.join();
+        Trace::setEnabled("a level of ours", false);
+        ZV_TRACE(level, "one of ours");
+    }
+    HOLDS(nbLines.getValue() >= 1 && nbLines.getValue() <= 5);
+    LgTrace::setOutput(nullptr, nullptr);
+}
+
+// ---- a group that works off commands --------------------------------------------------------------------------
+
+SIMULATED(CommandsOfAGroup, {.schedules = 300, .leaks = true})
+{
+    MtRequestMgr requests;
+    MtContainer<std::queue<MtGroupCommand>> commands("commands", 1);
+    auto const serve = [&] {
+        for (;;) {
+            MtGroupCommand command = commands.consume();
+            if (!command.getTag().isValid())
+                return;
+            command.execute();
+            requests.decRequestCount(command.getTag());
+        }
+    };
+    Worker first("first", serve);
+    Worker second("second", serve);
+    auto const batch = [&] {
+        MtRequestTag const tag = requests.acquireTag();
+        LkCounter<long> done;
+        for (int i = 0; i < 2; ++i) {
+            requests.incRequestCount(tag);
+            commands.produce(MtGroupCommand(
+                tag, [](void *counter) { ++*static_cast<LkCounter<long> *>(counter); }, &done));
+        }
+        requests.waitRequestCountZero(tag);
+        HOLDS(done.getValue() == 2 && requests.getRequestCount(tag) == 0);
+        requests.releaseTag(tag);
+    };
+    Worker other("other", batch);
+    batch();
+    other.join();
+    for (int i = 0; i < 2; ++i)
+        commands.produce(MtGroupCommand());
+}
+
+// ---- the whole process ----------------------------------------------------------------------------------------
+
+/// Real-time operation, and the priority that many follow, move while threads start.
+SIMULATED(ProcessMovesWhileItsThreadsStart, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    MtThreadMgr &mgr = MtThreadMgr::getInstance();
+    RtPriorities &landmarks = RtPriorities::getInstance();
+    Priority mine("mine", MtPriorityMgr::getInstance(), 2);
+    Priority others("others", MtPriorityMgr::getInstance(), 3);
+    int runs = 0;
+    ObjPtr<MtThread> thread(makeThread("once", new Once([&] { ++runs; })));
+    {
+        PriorityRelation const scope("scope", landmarks.getProcessScopePriority(),
+                                     PriorityRelation::EQUAL, thread->getPriority());
+        Worker switching("switching", [&] {
+            mgr.setRealTime(true);
+            mgr.setRealTime(false);
+        });
+        Worker moving("moving", [&] { landmarks.setProcessScope(others); });
+        landmarks.setProcessScope(mine);
+        thread->start();
+        thread->join();
+        moving.join();
+        switching.join();
+        int const level = thread->getPriority().getPriority();
+        HOLDS(level == 2 || level == 3);
+        HOLDS(level == landmarks.getProcessScopePriority().getPriority());
+        landmarks.setProcessScope(landmarks.getBaseLinePriority());
+        HOLDS(thread->getPriority().getPriority() == 0);
+    }
+    HOLDS(runs == 1 && !mgr.isRealTime());
 }

@@ -347,6 +347,31 @@ SIMULATED(CompletionOutlivesItsSequence, WITH_TABLE)
     completion = nullptr;
 }
 
+/// Two trees of one manager, whose one thread brings the reports of both.
+SIMULATED(SequencesOfOneManager, WITH_TABLE)
+{
+    InPackageScope const packages;
+    ReporterPtr &a = enterReporter("a", abortTimes(1));
+    ReporterPtr &b = enterReporter("b", nullptr);
+    {
+        ObjPtr<DevMgr> const manager(DevMgr::create());
+        auto const run = [&](char const *name) {
+            ObjPtr<DevMgrSyncSeqAcc> const access(manager->createSyncSeqAcc());
+            access->configure(LiString("( ") + name + " )");
+            access->start();
+            access->stop();
+            access->wait();
+            LiString const state = access->getState(name);
+            HOLDS(state == "final" || (state == "_ill" && LiString("a") == name));
+        };
+        Worker other("other", [&] { run("a"); });
+        run("b");
+        other.join();
+        HOLDS(a->isEnded && b->isEnded);
+    }
+    a = b = nullptr;
+}
+
 // ---- who looks on -----------------------------------------------------------------------------------------
 
 namespace {
@@ -467,4 +492,70 @@ SIMULATED(DeviceIsWokenByTheObserverOfItsQueue, WITH_PACKAGES)
         HOLDS(brought.getValue() == 4 && done.getValue() <= 4);
     }
     HOLDS(alarm->told.getValue() == 6); // with the opening and the closing
+}
+
+// ---- what devices show ------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int LAST = 3;
+
+/// Shows one value after the other.
+class Meter : public DevMDStdDevice
+{
+public:
+    explicit Meter(LiString const &name) : DevMDStdDevice(name)
+    {
+        _position = makeShd<DevMDStdReading<int>>("position", "A number", getFifo());
+        ObjPtr<DevMDStdPropertySetBuilder> builder(getPropertySetBuilder());
+        builder->addProperty(_position);
+    }
+
+private:
+    double performWork() override
+    {
+        if (_shown == LAST)
+            return DevMDStdLoopThreadProtocol::NO_WORK;
+        _position->show(++_shown);
+        return _shown % 2 == 0 ? 0 : 0.001;
+    }
+
+    RCShdPtr<DevMDStdReading<int>> _position;
+    int _shown = 0;
+};
+
+struct Notice : DevMgrPropertyObserver
+{
+    void update(DevMgrPropertyObserverHint const &) override { given.post(); }
+    LkUnnamedSema given{"given", 0};
+};
+
+} // namespace
+
+/// Notices are few, but nobody who reads at each of them misses the last value.
+SIMULATED(LastReadingIsSeenByAll, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    DevRegistry::getInstance().add(makeRegistryEntry("meter", "shows", [](LiString const &name) {
+        return RCShdPtr<DevMDPrtcl>(makeShd<Meter>(name).get());
+    }));
+    ObjPtr<DevMgr> const manager(DevMgr::create());
+    ObjPtr<DevMgrPropertyAcc> const access(manager->createPropertyAcc());
+    RCShdPtr<DevMDPropertyAny> const any = access->getProperty("meter:position");
+    auto const position = rcDynamicCast<DevMDProperty<int>>(any);
+    auto const readAll = [&] {
+        RCShdPtr<Notice> const notice = makeShd<Notice>();
+        access->attachObserver(any, notice);
+        int value = 0;
+        int former = 0;
+        for (position->get(value); value != LAST; position->get(value)) {
+            HOLDS(value >= former);
+            former = value;
+            notice->given.wait();
+        }
+        access->detachObserver(any, notice);
+    };
+    Worker other("other", readAll);
+    readAll();
+    other.join();
 }
