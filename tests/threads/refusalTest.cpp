@@ -30,6 +30,7 @@ thread_local int nbRefusals = 0;
 thread_local DWORD error = REFUSED;
 thread_local int nbCalls = 0; // of the service above
 thread_local BOOL pretending = FALSE;
+thread_local DWORD given = REALTIME_PRIORITY_CLASS; // where SetPriorityClass pretends
 thread_local std::uint64_t asked = 0; // the number that the last refused call was given
 
 bool refuses(std::string_view service)
@@ -72,7 +73,7 @@ void pretend(std::string_view service)
         return Refused;                                                                            \
     }
 
-using Security = ZvPlatform::SECURITY_ATTRIBUTES;
+using Security = SECURITY_ATTRIBUTES;
 
 ZV_WRAP(HANDLE, CreateThread, _ZN10ZvPlatform12CreateThreadEPNS_19SECURITY_ATTRIBUTESEmPFjPvES2_jPj,
         (Security * s, SIZE_T size, LPTHREAD_START_ROUTINE f, void *argument, DWORD flags,
@@ -88,6 +89,13 @@ ZV_WRAP(BOOL, TerminateThread, _ZN10ZvPlatform15TerminateThreadEPvj, (HANDLE h, 
         (h, code), FALSE)
 ZV_WRAP(BOOL, SetPriorityClass, _ZN10ZvPlatform16SetPriorityClassEPvj, (HANDLE h, DWORD c), (h, c),
         pretending)
+extern "C" DWORD __real__ZN10ZvPlatform16GetPriorityClassEPv(HANDLE process);
+extern "C" DWORD __wrap__ZN10ZvPlatform16GetPriorityClassEPv(HANDLE process)
+{
+    return pretending && refusing == "SetPriorityClass"
+               ? given
+               : __real__ZN10ZvPlatform16GetPriorityClassEPv(process);
+}
 ZV_WRAP(BOOL, SetThreadPriority, _ZN10ZvPlatform17SetThreadPriorityEPvi, (HANDLE h, int level),
         (h, level), FALSE)
 ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj, (HANDLE h, DWORD ms),
@@ -314,6 +322,16 @@ TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsDroppedWhereItIsNotRequired)
     MtThreadMgr &manager = MtThreadMgr::getInstance();
     refuse("SetPriorityClass", 1, ERROR_PRIVILEGE_NOT_HELD);
     EXPECT_NO_THROW(manager.setRealTime(true));
+    EXPECT_FALSE(manager.isRealTime());
+}
+
+TEST_F(ThreadRefused, RealTimeOfWhichTheSystemGivesLessIsNone)
+{
+    MtThreadMgr &manager = MtThreadMgr::getInstance();
+    pretend("SetPriorityClass");
+    given = HIGH_PRIORITY_CLASS;
+    EXPECT_NO_THROW(manager.setRealTime(true));
+    given = REALTIME_PRIORITY_CLASS;
     EXPECT_FALSE(manager.isRealTime());
 }
 

@@ -11,6 +11,18 @@
 
 namespace Zv {
 
+namespace {
+
+constexpr char const *REFUSAL = "the system refuses real-time scheduling to this process; "
+#ifdef _WIN32
+                                "the privilege SeIncreaseBasePriorityPrivilege would allow it";
+#else
+                                "the capability CAP_SYS_NICE or a limit RLIMIT_RTPRIO of 31 would "
+                                "allow it";
+#endif
+
+} // namespace
+
 MtThreadMgrWinNT::MtThreadMgrWinNT() : MtThreadMgrImp(MtThreadFactory::getInstance())
 {
     setNbProcessors(static_cast<unsigned>(MtUtil::getNbProcessors()));
@@ -23,12 +35,15 @@ void MtThreadMgrWinNT::updateGroups(unsigned) {}
 
 void MtThreadMgrWinNT::enableRealTime()
 {
-    if (::SetPriorityClass(_processHandle, REALTIME_PRIORITY_CLASS))
-        return;
+    if (::SetPriorityClass(_processHandle, REALTIME_PRIORITY_CLASS)) {
+        if (::GetPriorityClass(_processHandle) == REALTIME_PRIORITY_CLASS)
+            return;
+        // Windows gives a process that may not have it the next lower class, and says nothing.
+        ::SetPriorityClass(_processHandle, NORMAL_PRIORITY_CLASS);
+        ::SetLastError(ERROR_PRIVILEGE_NOT_HELD);
+    }
     if (::GetLastError() == ERROR_PRIVILEGE_NOT_HELD)
-        ZV_THROW(MtEx::ExRealTimeNotEnabled,
-                 "the system refuses real-time scheduling to this process; the capability "
-                 "CAP_SYS_NICE or a limit RLIMIT_RTPRIO of 31 would allow it");
+        ZV_THROW(MtEx::ExRealTimeNotEnabled, REFUSAL);
     // Nobody can make up for any other failure: the second try is for the report.
     ZV_SYS_ASSERT(::SetPriorityClass( _processHandle, REALTIME_PRIORITY_CLASS ));
 }
