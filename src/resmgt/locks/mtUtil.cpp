@@ -82,8 +82,24 @@ void reportVersion(SysConfReport &report)
 
 std::string scratchFileName()
 {
-    char const * const folder = std::getenv("TMPDIR");
+    char const *folder = std::getenv("TMPDIR");
+#ifdef _WIN32
+    if (!folder || !*folder)
+        folder = std::getenv("TEMP");
+#endif
     return std::string(folder && *folder ? folder : "/tmp") + "/blaXXXXXX";
+}
+
+/// Whether the last write failed for what it was to read.
+bool wasUnreadable()
+{
+#ifdef _WIN32
+    // The C library has no number of its own for this.
+    DWORD const error = ::GetLastError();
+    if (error == ERROR_INVALID_USER_BUFFER || error == ERROR_NOACCESS)
+        return true;
+#endif
+    return errno == EFAULT;
 }
 
 /// Whether all bytes went to the file: 1, 0 where they cannot be read, -1 where something else failed.
@@ -94,7 +110,7 @@ int writeAll(int file, char const *from, int size)
         if (written >= 0) {
             from += written;
             size -= static_cast<int>(written);
-        } else if (errno == EFAULT) {
+        } else if (wasUnreadable()) {
             return 0;
         } else if (errno != EINTR) {
             std::perror("testWritable");
