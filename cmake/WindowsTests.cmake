@@ -44,7 +44,8 @@ function(zv_wrap_services parts wrapped source)
             continue()
         endif()
         string(SUBSTRING ${CMAKE_MATCH_2} 0 ${CMAKE_MATCH_1} service)
-        string(APPEND renamed "__imp_${service} __wrapped_imp_${service}\n")
+        # mingw-w64's headers leave some to be called by their names, without the pointer.
+        string(APPEND renamed "__imp_${service} __wrapped_imp_${service}\n" "${service} __wrap_${symbol}\n")
         string(APPEND text
             "__asm__(\".data\\n.globl __wrapped_imp_${service}\\n.balign 8\\n\"\n"
             "        \"__wrapped_imp_${service}: .quad __wrap_${symbol}\\n\"\n"
@@ -67,3 +68,11 @@ add_custom_command(OUTPUT ${zv_imports} DEPENDS zvresmgt_objects $<TARGET_OBJECT
     COMMAND ${CMAKE_COMMAND} -D NM=${CMAKE_NM} -D OBJECTS=${CMAKE_CURRENT_BINARY_DIR}/importing.txt
         -D OUTPUT=${zv_imports} -P ${PROJECT_SOURCE_DIR}/cmake/imports.cmake)
 add_library(zv_test_imports OBJECT ${zv_imports})
+
+# The waits of all that stands in a test program, on their way to those who ask whether a thread sleeps.
+set(zv_test_waits WaitForSingleObject WaitForSingleObjectEx WaitForMultipleObjects WaitOnAddress EnterCriticalSection)
+list(TRANSFORM zv_test_waits PREPEND __imp_)
+list(APPEND zv_test_waits WaitOnAddress)
+add_library(zv_test_waits OBJECT waits.cpp)
+target_link_libraries(zv_test_waits PRIVATE zv_compile)
+target_include_directories(zv_test_waits PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})

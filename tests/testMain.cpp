@@ -19,7 +19,6 @@ int main(int argc, char **argv)
     // What goes wrong is written and ends the process: nobody sits there to answer a window.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     ::_set_error_mode(_OUT_TO_STDERR);
-    ::_set_abort_behavior(0, _CALL_REPORTFAULT);
 #endif
     if (zvChildMain && argc > 1 && std::strcmp(argv[1], "--child") == 0)
         return zvChildMain(argc - 2, argv + 2);

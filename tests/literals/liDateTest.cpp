@@ -1,5 +1,6 @@
 #include "resmgt/literals/liDate.h"
 
+#include "childProcess.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -19,15 +20,12 @@ public:
     {
         if (char const *former = std::getenv("TZ"))
             _former = former;
-        ::setenv("TZ", zone, 1);
+        ZvTest::setVariable("TZ", zone);
         ::tzset();
     }
     ~AtPlace()
     {
-        if (_former.empty())
-            ::unsetenv("TZ");
-        else
-            ::setenv("TZ", _former.c_str(), 1);
+        ZvTest::setVariable("TZ", _former.empty() ? nullptr : _former.c_str());
         ::tzset();
     }
     AtPlace(AtPlace const &) = delete;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <sstream>
 #include <string>
 
@@ -53,9 +54,10 @@ TEST(LiStringUtil, WritesNumbersAsStreamsDo)
 {
     EXPECT_STREQ("-12", LiStringUtil::convertNb(-12).getChars());
     EXPECT_STREQ("4294967295", LiStringUtil::convertNb(4294967295U).getChars());
-    EXPECT_STREQ("-5000000000", LiStringUtil::convertNb(-5000000000L).getChars());
-    EXPECT_STREQ("18446744073709551615",
-                 LiStringUtil::convertNb(18446744073709551615UL).getChars());
+    constexpr long LONG_LEAST = std::numeric_limits<long>::min();
+    constexpr unsigned long LONG_GREATEST = std::numeric_limits<unsigned long>::max();
+    EXPECT_EQ(std::to_string(LONG_LEAST), LiStringUtil::convertNb(LONG_LEAST).getChars());
+    EXPECT_EQ(std::to_string(LONG_GREATEST), LiStringUtil::convertNb(LONG_GREATEST).getChars());
     EXPECT_STREQ("1.5", LiStringUtil::convertNb(1.5F).getChars());
     EXPECT_STREQ("0.333333", LiStringUtil::convertNb(1.0 / 3.0).getChars());
     EXPECT_STREQ("1e+20", LiStringUtil::convertNb(1e20).getChars());

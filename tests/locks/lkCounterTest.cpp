@@ -1,11 +1,11 @@
 #include "resmgt/locks/lkCounter.h"
 #include "locks/lockTestUtil.h"
+#include "meeting.h"
 #include "resmgt/locks/lkThreadId.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <latch>
 #include <limits>
 
 namespace Zv {
@@ -35,7 +35,7 @@ TYPED_TEST(LkCounterOf, LosesNoCountAmongThreads)
 {
     constexpr int COUNTS = 20000;
     LkCounter<TypeParam> counter;
-    std::latch both(2);
+    ZvTest::Latch both(2);
     // One kind of operation at a time, while the other thread does the same.
     auto const count = [&] {
         both.arrive_and_wait();
@@ -72,14 +72,16 @@ TEST(LkCounter, OfLongHas32BitsAndWrapsAround)
 
 TEST(LkCounter, OfLongTakesTheLower32BitsOfAnyAmount)
 {
-    constexpr long FAR = (1L << 40) + 7;
+    // Where a long has no more than those, it has 7 from the beginning.
+    constexpr long FAR = static_cast<long>((std::int64_t{1} << 40) + 7);
     LkCounter<long> counter(FAR);
     EXPECT_EQ(counter.getValue(), 7);
     EXPECT_EQ(counter = FAR + 1, 8) << "answers what it holds";
     EXPECT_EQ(counter.getValue(), 8);
     EXPECT_EQ(counter += FAR, 15);
     EXPECT_EQ(counter -= FAR, 8);
-    EXPECT_EQ(counter -= std::numeric_limits<long>::min(), 8) << "its lower half is zero";
+    constexpr long FARTHEST = static_cast<long>(std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(counter -= FARTHEST, 8) << "its lower half is zero";
 }
 
 TEST(LkThreadId, NullPrintsAsZeroAtTheRightEndOfSix)

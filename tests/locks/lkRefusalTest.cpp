@@ -65,7 +65,7 @@ DWORD noted(DWORD milliseconds)
         return Refused;                                                                            \
     }
 
-using Security = ZvPlatform::SECURITY_ATTRIBUTES;
+using Security = SECURITY_ATTRIBUTES;
 
 ZV_WRAP(HANDLE, CreateMutex, _ZN10ZvPlatform12CreateMutexAEPNS_19SECURITY_ATTRIBUTESEiPKc,
         (Security * s, BOOL owned, char const *name), (s, owned, name), nullptr)

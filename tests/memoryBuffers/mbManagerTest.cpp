@@ -20,7 +20,7 @@ using namespace ZvTest;
 using Control = RecordingProtocol::Control;
 
 constexpr int UNIT = 100;
-MbAlignment const UNALIGNED(0, 0, 0);
+MbAlignment const ANYWHERE(0, 0, 0);
 
 std::uint64_t lengthOf(MbBuffer const &buffer)
 {
@@ -35,11 +35,11 @@ protected:
 
     MbBuffer make(char const *name, int size = UNIT)
     {
-        return factory.create(name, size, UNALIGNED);
+        return factory.create(name, size, ANYWHERE);
     }
     MbBuffer make(char const *name, std::shared_ptr<Control> const &control, int size = UNIT)
     {
-        return factory.create(name, makeObj<RecordingProtocol>(control), size, UNALIGNED);
+        return factory.create(name, makeObj<RecordingProtocol>(control), size, ANYWHERE);
     }
     static void load(MbBuffer const &buffer) { MbBufferRdGuardImp const guard(buffer); }
 
@@ -350,7 +350,7 @@ protected:
         MbBufferSimpleFactory factory(initialState(isTracing), manager);
         std::vector<MbBuffer> buffers;
         for (int i = 0; i < 50; ++i)
-            buffers.push_back(factory.create("a", UNIT, UNALIGNED));
+            buffers.push_back(factory.create("a", UNIT, ANYWHERE));
         return buffers;
     }
 

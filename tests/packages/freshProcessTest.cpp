@@ -1,5 +1,6 @@
 // What happens before, during and after the run of the packages, each time in a process of its own.
 
+#include "childProcess.h"
 #include "resmgt/packages.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThread.h"
@@ -20,9 +21,12 @@
 #include <iostream>
 #include <string>
 
+#ifdef _WIN32
+#include "platform/services.h"
+#else
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 namespace Zv {
 namespace {
@@ -54,12 +58,25 @@ void tryThread()
 
 void giveUpPrivileges()
 {
+#ifdef _WIN32
+    HANDLE token = nullptr;
+    TOKEN_PRIVILEGES privileges = {};
+    privileges.PrivilegeCount = 1;
+    privileges.Privileges[0].Attributes = SE_PRIVILEGE_REMOVED;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token) ||
+        !::LookupPrivilegeValueA(nullptr, "SeIncreaseBasePriorityPrivilege",
+                                 &privileges.Privileges[0].Luid) ||
+        !::AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr))
+        std::cout << "still privileged" << std::endl;
+    ::CloseHandle(token);
+#else
     rlimit const none = {0, 0};
     ::setrlimit(RLIMIT_RTPRIO, &none);
     rlimit const lowest = {20, 20};
     ::setrlimit(RLIMIT_NICE, &lowest);
     if (::geteuid() == 0 && ::setuid(65534) != 0)
         std::cout << "still root" << std::endl;
+#endif
 }
 
 void describe()
@@ -90,7 +107,7 @@ void upAndDown()
 void unasked()
 {
     // `setRealTime` reads this variable again, whatever else it does.
-    ::setenv("ZV_THREAD_NO_REALTIME", "7", 1);
+    ZvTest::setVariable("ZV_THREAD_NO_REALTIME", "7");
     {
         InPackageScope const packages;
     }
@@ -145,24 +162,16 @@ Scene const scenes[] = {
     {"startEarly", startEarly}, {"upAndDown", upAndDown}, {"unasked", unasked}, {"wanted", wanted},
     {"required", required},     {"startLate", startLate}, {"twice", twice}};
 
-/// What a new process printed while it played a scene, and its end.
-std::string play(std::string const &scene, std::string const &environment = "")
+/// What a new process printed while it played a scene, and its end. The wishes for real-time operation are variables of
+/// its environment.
+std::string play(char const *scene, char const *force = nullptr, char const *no = nullptr)
 {
-    char self[4096] = {};
-    if (::readlink("/proc/self/exe", self, sizeof(self) - 1) <= 0)
-        return "no program";
-    std::string const command = "env -u ZV_THREAD_FORCE_REALTIME -u ZV_THREAD_NO_REALTIME " +
-                                environment + " '" + self + "' --child " + scene + " 2>&1";
-    std::FILE * const pipe = ::popen(command.c_str(), "r");
-    if (!pipe)
-        return "no process";
-    std::string output;
-    for (int c; (c = std::fgetc(pipe)) != EOF;)
-        output += static_cast<char>(c);
-    int const status = ::pclose(pipe);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        output += "status " + std::to_string(status) + "\n";
-    return output;
+    ZvTest::setVariable("ZV_THREAD_FORCE_REALTIME", force);
+    ZvTest::setVariable("ZV_THREAD_NO_REALTIME", no);
+    auto const end = ZvTest::ChildProcess({"--child", scene}).await();
+    if (end.code != 0)
+        return end.output + "status " + std::to_string(end.code) + "\n";
+    return end.output;
 }
 
 using testing::HasSubstr;
@@ -191,13 +200,12 @@ TEST(FreshProcess, NothingIsSaidOrDoneAboutRealTimeUnasked)
 TEST(FreshProcess, ZeroAndNegativeWishesAreNone)
 {
     for (char const *wish : {"0", "-1", "-20"})
-        EXPECT_EQ(DOWN UP DOWN, play("upAndDown", std::string("ZV_THREAD_FORCE_REALTIME=") + wish));
+        EXPECT_EQ(DOWN UP DOWN, play("upAndDown", wish));
 }
 
 TEST(FreshProcess, AWishIsNotGrantedWhereRealTimeIsSwitchedOff)
 {
-    std::string const output =
-        play("upAndDown", "ZV_THREAD_FORCE_REALTIME=1 ZV_THREAD_NO_REALTIME=1");
+    std::string const output = play("upAndDown", "1", "1");
     EXPECT_THAT(output, HasSubstr("Real-time not enabled."));
     EXPECT_THAT(output, HasSubstr("threadsInit.cpp("));
     EXPECT_THAT(output, HasSubstr("param 1 realtime 0 logger 1 threads 1 resmgt 1\n"));
@@ -205,7 +213,7 @@ TEST(FreshProcess, AWishIsNotGrantedWhereRealTimeIsSwitchedOff)
 
 TEST(FreshProcess, AWishIsReportedAsItWasMet)
 {
-    std::string const output = play("upAndDown", "ZV_THREAD_FORCE_REALTIME=1");
+    std::string const output = play("upAndDown", "1");
     bool const met = output.find("Real-time enabled.") != std::string::npos;
     EXPECT_THAT(output, HasSubstr(met ? "param 1 realtime 1 logger 1 threads 1 resmgt 1\n"
                                       : "param 1 realtime 0 logger 1 threads 1 resmgt 1\n"));

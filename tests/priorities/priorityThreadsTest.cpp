@@ -1,5 +1,6 @@
 // The graph under many threads.
 
+#include "meeting.h"
 #include "resmgt/threads/mtSpecificDataRegistry.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
@@ -10,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -40,7 +40,7 @@ TEST(PriorityThreads, ChangeReadAndDumpOneGraph)
     PriorityMgr mgr("mgr", 0, 6);
     Priority floor("floor", mgr, 2);
     Priority moving("moving", mgr, 3);
-    std::barrier<> start(NB_THREADS + 1);
+    ZvTest::Barrier start(NB_THREADS + 1);
     std::vector<std::thread> threads;
     for (int number = 0; number < NB_THREADS; ++number) {
         threads.emplace_back([&] {
@@ -87,8 +87,8 @@ TEST(PriorityThreads, CannotCloseACycleBetweenThem)
         PriorityMgr mgr("mgr", 0, 6);
         Priority a("a", mgr, Priority::NOT_SET);
         Priority b("b", mgr, Priority::NOT_SET);
-        std::barrier<> start(2);
-        std::barrier<> end(2);
+        ZvTest::Barrier start(2);
+        ZvTest::Barrier end(2);
         std::atomic<int> nbRefused = 0;
         auto const relate = [&](Priority &lhs, Priority &rhs) {
             start.arrive_and_wait();

@@ -1,4 +1,5 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
+#include "meeting.h"
 
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
@@ -7,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <latch>
 #include <sstream>
 #include <thread>
 
@@ -276,7 +276,7 @@ TEST_F(DevSeqTreeTest, waitEndsWithTheLastDevice)
     build();
     lock();
     world.tree->processEvent(DevSeqEv::STOP);
-    std::latch waiting(1);
+    ZvTest::Latch waiting(1);
     std::string rootWhenDone;
     std::thread waiter([&] {
         waiting.count_down();
@@ -529,8 +529,8 @@ TEST_F(DevSeqTreeTest, aTreeThatEndsWaitsForTheReportThatIsBeingDelivered)
     // R's report is delivered by another thread, which stands in R's getMark until the tree is
     // about to end.
     ObjPtr<DevClonableANO> const report = SeqANOFactory(world.tree).create("R", DevSeqEv::LOCK);
-    std::latch isInside(1);
-    std::latch mayLeave(1);
+    ZvTest::Latch isInside(1);
+    ZvTest::Latch mayLeave(1);
     bool hasLeft = false;
     world.devices["R"]->onMark = [&] {
         isInside.count_down();

@@ -17,8 +17,6 @@
 #include <thread>
 #include <utility>
 
-#include <unistd.h>
-
 namespace Zv {
 
 /// What happened, in order. Any thread.
@@ -65,7 +63,7 @@ public:
     std::uint32_t waitSync() override
     {
         std::unique_lock guard(_mutex);
-        _thread = ::gettid();
+        _thread = threadNumber();
         ++_nbWaits;
         _changed.notify_all();
         _changed.wait(guard, [this] { return _isFree || !_counts.empty(); });

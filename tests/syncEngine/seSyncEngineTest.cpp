@@ -1,5 +1,6 @@
 #include "resmgt/syncEngine/seSyncEngine.h"
 
+#include "aborted.h"
 #include "resmgt/syncEngine/seGeneratorThread.private.h"
 #include "resmgt/syncEngine/seSourceClock.h"
 #include "resmgt/threads/mtThreadFactory.h"
@@ -14,7 +15,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <memory>
 #include <semaphore>
 #include <sstream>
@@ -721,9 +721,9 @@ TEST_F(SeSyncEngineDeathTest, AFailureOfTheWorkEndsTheProcess)
             };
             _engine->addClient("failing", client, _source, 1);
             _source.runFree();
-            ::pause();
+            std::binary_semaphore(0).acquire();
         },
-        testing::KilledBySignal(SIGABRT), "no picture");
+        ZvTest::aborted(), "no picture");
 }
 
 } // namespace

@@ -1,13 +1,26 @@
 // Waits until another thread of this process sleeps, so that a test knows where it stands.
 #pragma once
 
+#include <thread>
+
+#ifndef _WIN32
+
 #include <fstream>
 #include <string>
-#include <thread>
 
 #include <unistd.h>
 
+#endif
+
 namespace Zv {
+
+#ifdef _WIN32
+
+// In tests/waits.cpp, which all waits of a test program pass.
+long threadNumber();
+bool isAsleep(long number);
+
+#else
 
 inline long threadNumber()
 {
@@ -23,6 +36,8 @@ inline bool isAsleep(long number)
     auto const state = line.rfind(')');
     return state != std::string::npos && line.at(state + 2) == 'S';
 }
+
+#endif
 
 /// Returns once the thread sleeps in the system. It is to sleep where the test wants it and nowhere else.
 inline void waitUntilAsleep(long number)

@@ -1,5 +1,6 @@
 #include "resmgt/threadExtensions/mtAlarmManager.h"
 
+#include "aborted.h"
 #include "asleep.h"
 #include "refusedThreads.h"
 #include "resmgt/locks/lkThreadId.h"
@@ -15,7 +16,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <csignal>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -27,8 +27,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <unistd.h>
 
 namespace Zv {
 namespace {
@@ -468,7 +466,7 @@ TEST_F(MtAlarmManagerTest, ASecondRegistrationDoesNothing)
 TEST_F(MtAlarmManagerTest, AnAlarmFarAwayComesAllTheSame)
 {
     constexpr double DAY = 86400.0;
-    Alarm const far = add("far", 100 * DAY);
+    Alarm const distant = add("far", 100 * DAY);
     VirtualTime::awaitAsleep();
     EXPECT_LT(VirtualTime::getFirstDeadline(), _start + 50 * DAY); // what one wait can do
     passTo(99 * DAY);
@@ -632,9 +630,9 @@ TEST(MtAlarmManagerDeathTest, ACallbackThatThrowsEndsTheProcess)
             Alarm const alarm = manager.createHandle();
             alarm->setCallback(&call);
             manager.registerAlarm(alarm);
-            ::pause();
+            std::binary_semaphore(0).acquire();
         },
-        testing::KilledBySignal(SIGABRT), "no alarm");
+        ZvTest::aborted(), "no alarm");
 }
 
 // ---- deregistration

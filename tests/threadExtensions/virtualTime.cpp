@@ -1,17 +1,15 @@
 #include "virtualTime.h"
 
+#include "callingThread.h"
 #include "platform/services.h"
 
 #include <algorithm>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <list>
 #include <mutex>
-
-#include <sys/prctl.h>
 
 namespace Zv {
 
@@ -57,9 +55,7 @@ bool isLogReader()
 {
     static thread_local int isReader = -1;
     if (isReader < 0) {
-        char name[16] = {};
-        ::prctl(PR_GET_NAME, name);
-        isReader = std::strncmp(name, "Log_Reader", 10) == 0;
+        isReader = ZvTest::getName().starts_with("Log_Reader");
     }
     return isReader;
 }

@@ -15,7 +15,6 @@
 
 #include <atomic>
 #include <cstdio>
-#include <latch>
 #include <mutex>
 #include <optional>
 #include <semaphore>

@@ -1,12 +1,11 @@
 // What happens when memory runs out: each allocation of the calling thread fails in its turn.
 
 #include "allocations.h"
+#include "childProcess.h"
 #include "xmlTesting.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <sys/wait.h>
-#include <unistd.h>
 
 /// Reads a text with so many buffers to be had.
 int zvChildMain(int argc, char **argv);
@@ -122,15 +121,8 @@ TEST(XmlMemory, AWriterThatFindsNoneServesAgain)
 /// What a process of this program prints that has so many buffers for a text of this size, and its exit code.
 std::string childSays(std::string const &buffers, std::string const &size)
 {
-    char self[4096] = {};
-    EXPECT_GT(::readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
-    std::string const command =
-        std::string("'") + self + "' --child " + buffers + " " + size + " 2>&1";
-    std::FILE * const pipe = ::popen(command.c_str(), "r");
-    std::string said;
-    for (int c; (c = std::fgetc(pipe)) != EOF;)
-        said += static_cast<char>(c);
-    return said + std::to_string(WEXITSTATUS(::pclose(pipe)));
+    auto const end = ChildProcess({"--child", buffers, size}).await();
+    return end.output + std::to_string(end.code);
 }
 
 TEST(XmlMemory, AProcessThatHasNoneToReadIntoEndsWithCodeTwo)

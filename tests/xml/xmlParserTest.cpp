@@ -1,9 +1,9 @@
+#include "meeting.h"
 #include "xmlTesting.h"
 
 #include "resmgt/xml/xmlInput.private.h"
 
 #include <atomic>
-#include <barrier>
 #include <memory>
 #include <streambuf>
 #include <thread>
@@ -611,7 +611,7 @@ TEST(XmlParser, AProtocolMayParseAnotherStream)
 TEST(XmlParser, ThreadsParseAtOnce)
 {
     constexpr int THREADS = 4;
-    std::barrier start(THREADS);
+    ZvTest::Barrier start(THREADS);
     std::atomic<int> right = 0;
     std::vector<std::jthread> threads;
     for (int i = 0; i < THREADS; ++i)
@@ -633,15 +633,15 @@ TEST(XmlParser, ThreadsThatAreInTheMidstOfATextDoNotMeet)
     // Each thread stops in its first call until the other one is in its own.
     struct Meeting : Recorder
     {
-        explicit Meeting(std::barrier<> &met) : both(met) {}
+        explicit Meeting(ZvTest::Barrier &met) : both(met) {}
         void notifyBeginElement(LiString const &name) override
         {
             Recorder::notifyBeginElement(name);
             both.arrive_and_wait();
         }
-        std::barrier<> &both;
+        ZvTest::Barrier &both;
     };
-    std::barrier met(2);
+    ZvTest::Barrier met(2);
     Meeting first(met), second(met);
     std::jthread const other([&] {
         std::istringstream input("<x y='z'>t</x>");

@@ -1,11 +1,11 @@
 #include "zvbase/lgReader.h"
+#include "meeting.h"
 
 #include "zvbase/logTestUtil.h"
 #include "zvbase/trace.h"
 
 #include <gtest/gtest.h>
 
-#include <barrier>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -246,7 +246,7 @@ public:
     }
 
 private:
-    std::barrier<> _start{THREADS};
+    ZvTest::Barrier _start{THREADS};
     std::atomic<int> _running = THREADS;
 };
 
@@ -277,7 +277,7 @@ TEST(LgReader, nothingIsLostWhenTheLoggerStopsInTheMiddle)
     for (int round = 0; round < 20; ++round) {
         CapturedLog const log;
         std::vector<std::thread> threads;
-        std::barrier start(3);
+        ZvTest::Barrier start(3);
         {
             TestLogger logger;
             for (int thread = 0; thread < 2; ++thread) {

@@ -1,0 +1,20 @@
+// How a process ends that the library ends: by abort.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace ZvTest {
+
+/// For EXPECT_EXIT.
+inline auto aborted()
+{
+#ifdef _WIN32
+    return testing::ExitedWithCode(3);
+#else
+    return testing::KilledBySignal(SIGABRT);
+#endif
+}
+
+} // namespace ZvTest

@@ -1,0 +1,120 @@
+// Whether a thread sleeps, for Windows, which does not tell it everywhere: the waits of a whole program, those of the
+// C++ library too, come here. What can be had at once is had without a wait.
+
+#include "threadExtensions/asleep.h"
+
+#include <windows.h>
+
+#include <atomic>
+
+namespace {
+
+constinit std::atomic<bool> areAsleep[0x10000];
+
+std::atomic<bool> &getIsAsleep(DWORD thread)
+{
+    return areAsleep[thread / 4 % 0x10000]; // numbers are multiples of four
+}
+
+/// While it lives, the calling thread is said to sleep.
+class Asleep
+{
+public:
+    Asleep() { getIsAsleep(::GetCurrentThreadId()) = true; }
+    ~Asleep() { getIsAsleep(::GetCurrentThreadId()) = false; }
+    Asleep(Asleep const &) = delete;
+    Asleep &operator=(Asleep const &) = delete;
+};
+
+} // namespace
+
+// The pointers by which a service is called: the linker gives all objects of the program the second one.
+#define ZV_WAIT(Name)                                                                              \
+    extern decltype(&Name) real##Name __asm__("__real___imp_" #Name);                              \
+    extern decltype(&Name) wrap##Name __asm__("__wrap___imp_" #Name)
+
+ZV_WAIT(WaitForSingleObject);
+ZV_WAIT(WaitForSingleObjectEx);
+ZV_WAIT(WaitForMultipleObjects);
+ZV_WAIT(WaitOnAddress);
+ZV_WAIT(EnterCriticalSection);
+
+BOOL WINAPI callWaitOnAddress(void volatile *address, void *compare, SIZE_T size,
+                              DWORD milliseconds) __asm__("__wrap_WaitOnAddress");
+
+namespace {
+
+DWORD WINAPI waitForSingle(HANDLE object, DWORD milliseconds)
+{
+    DWORD const answer = realWaitForSingleObject(object, 0);
+    if (answer != WAIT_TIMEOUT || milliseconds == 0)
+        return answer;
+    Asleep const asleep;
+    return realWaitForSingleObject(object, milliseconds);
+}
+
+DWORD WINAPI waitForSingleEx(HANDLE object, DWORD milliseconds, BOOL alertable)
+{
+    DWORD const answer = realWaitForSingleObjectEx(object, 0, alertable);
+    if (answer != WAIT_TIMEOUT || milliseconds == 0)
+        return answer;
+    Asleep const asleep;
+    return realWaitForSingleObjectEx(object, milliseconds, alertable);
+}
+
+DWORD WINAPI waitForMultiple(DWORD count, HANDLE const *objects, BOOL all, DWORD milliseconds)
+{
+    DWORD const answer = realWaitForMultipleObjects(count, objects, all, 0);
+    if (answer != WAIT_TIMEOUT || milliseconds == 0)
+        return answer;
+    Asleep const asleep;
+    return realWaitForMultipleObjects(count, objects, all, milliseconds);
+}
+
+BOOL WINAPI waitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds)
+{
+    BOOL const answer = realWaitOnAddress(address, compare, size, 0);
+    if (answer || milliseconds == 0)
+        return answer;
+    Asleep const asleep;
+    return realWaitOnAddress(address, compare, size, milliseconds);
+}
+
+void WINAPI enter(CRITICAL_SECTION *section)
+{
+    if (::TryEnterCriticalSection(section))
+        return;
+    Asleep const asleep;
+    realEnterCriticalSection(section);
+}
+
+} // namespace
+
+// mingw-w64's header does not say that it is imported: it is called by its name.
+BOOL WINAPI callWaitOnAddress(void volatile *address, void *compare, SIZE_T size,
+                              DWORD milliseconds)
+{
+    return waitOnAddress(address, compare, size, milliseconds);
+}
+
+constinit decltype(&WaitForSingleObject) wrapWaitForSingleObject = waitForSingle;
+constinit decltype(&WaitForSingleObjectEx) wrapWaitForSingleObjectEx = waitForSingleEx;
+constinit decltype(&WaitForMultipleObjects) wrapWaitForMultipleObjects = waitForMultiple;
+constinit decltype(&WaitOnAddress) wrapWaitOnAddress = waitOnAddress;
+constinit decltype(&EnterCriticalSection) wrapEnterCriticalSection = enter;
+
+namespace Zv {
+
+long threadNumber()
+{
+    DWORD const number = ::GetCurrentThreadId();
+    getIsAsleep(number) = false; // one of the same number may have been killed in a wait
+    return static_cast<long>(number);
+}
+
+bool isAsleep(long number)
+{
+    return getIsAsleep(static_cast<DWORD>(number));
+}
+
+} // namespace Zv
