@@ -179,6 +179,59 @@ SIMULATED(ThreadIsRefused, WITH_PACKAGES)
 
 namespace {
 
+struct Group : MtThreadGroup
+{
+    void processorsChanged(unsigned) override {}
+};
+
+} // namespace
+
+SIMULATED(GroupsAreRefused, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    attemptWithoutLeak([] {
+        MtThreadMgr &mgr = MtThreadMgr::getInstance();
+        Group groups[2];
+        mgr.addGroup(&groups[0]);
+        try {
+            mgr.addGroup(&groups[1]);
+            mgr.removeGroup(&groups[1]);
+        } catch (std::bad_alloc const &) {
+        }
+        mgr.removeGroup(&groups[0]);
+    });
+}
+
+SIMULATED(SpecificDataIsRefused, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    attemptWithoutLeak([] {
+        MtSpecificData<int> data("data");
+        int runs = 0;
+        struct User : MtThreadProtocol
+        {
+            User(MtSpecificData<int> &shared, int &count) : data(shared), runs(count) {}
+            void performExecute(MtThread *) override
+            {
+                for (int i = 0; i < 2; ++i)
+                    try {
+                        *data = ++runs;
+                    } catch (std::bad_alloc const &) {
+                    }
+            }
+            MtSpecificData<int> &data;
+            int &runs;
+        };
+        ObjPtr<MtThread> thread(MtThreadFactory::getInstance().createThread(
+            "user", ObjPtr<MtThreadProtocol>(new User(data, runs)), true, 0));
+        thread->start();
+        thread->join();
+        HOLDS(runs >= 1);
+    });
+}
+
+namespace {
+
 /// A device that only opens and closes.
 class Plain : public DevMDStdAccessPrtcl
 {
@@ -206,6 +259,62 @@ SIMULATED(DeviceIsRefused, WITH_PACKAGES)
         HOLDS(!device->isOpen);
     });
     HOLDS(MtThreadMgr::getInstance().getNbThreads() == before);
+}
+
+namespace {
+
+/// Reports from its steps, and goes on when one of them fails.
+class Reporting : public DevMDStdDevice
+{
+public:
+    Reporting() : DevMDStdDevice("reporting") {}
+
+private:
+    void start() override { reportRecover(); }
+    void sync() override { _completion = takeCompletion(); }
+    void stop() override
+    {
+        if (_completion) {
+            _completion->performExecute();
+            _completion = nullptr;
+        }
+        reportAbort();
+    }
+    void performFailed(std::exception_ptr const &) override {}
+
+    ObjPtr<DevACO> _completion;
+};
+
+} // namespace
+
+SIMULATED(ReportsAreRefused, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    attemptWithoutLeak([] {
+        LkCounter<long> completed;
+        LkCounter<long> reported;
+        auto const count = [](LkCounter<long> &number) { return [&number] { ++number; }; };
+        RCShdPtr<Reporting> const device = makeShd<Reporting>();
+        device->performOpen();
+        auto const close = [&device] {
+            try {
+                device->performClose();
+            } catch (...) {
+                device->performClose();
+            }
+        };
+        try {
+            device->performStart(makeACO(count(completed)), makeANO(count(reported)),
+                                 makeANO(count(reported)));
+            device->performSync(makeACO(count(completed)), DtTime());
+            device->performStop(makeACO(count(completed)));
+        } catch (...) {
+            close();
+            throw;
+        }
+        close();
+        HOLDS(completed.getValue() == 3 && reported.getValue() == 2);
+    });
 }
 
 SIMULATED(ManagerIsRefused, WITH_PACKAGES)

@@ -30,7 +30,8 @@ namespace Zv {
 ///     };
 ///
 /// What it overrides, and the functions of its properties and sinks, run on its own thread, one at a time, so that the
-/// device needs no lock. A device that is to lack a face derives from the standard protocols of the others instead.
+/// device needs no lock. It is closed before it is destroyed: its thread would go on in what is gone already. A device
+/// that is to lack a face derives from the standard protocols of the others instead.
 class ZVRESMGT_EXPORT DevMDStdDevice : public DevMDStdAccessPrtcl,
                                        public DevMDStdSyncSeqPrtcl,
                                        public DevMDStdStreamPrtcl,
