@@ -273,7 +273,11 @@ SIMULATED(MediatorComesAndGoes, WITH_PACKAGES)
             fifo->produce(entry);
         }
     });
+    bool isMineExecuted = false;
+    DevANOQueueEntry mine(makeANO([&isMineExecuted] { isMineExecuted = true; }));
+    mediator->getFifo()->produce(mine);
     mediator = nullptr;
+    HOLDS(isMineExecuted);
     reporter.join();
     HOLDS(executed <= 2);
 }

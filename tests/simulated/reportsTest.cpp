@@ -157,12 +157,13 @@ Reporter::Work abortTimes(int count)
 }
 
 /// A kind of device that the registry knows; the device stays here to be looked at.
-ReporterPtr &enterReporter(char const *name, Reporter::Work const &work)
+ReporterPtr &enterReporter(char const *name, Reporter::Work const &work,
+                           int capacity = DevMDStdFifo::DEFAULT_CAPACITY)
 {
     auto &device = *new ReporterPtr;
     DevRegistry::getInstance().add(
-        makeRegistryEntry(name, "reports", [&device, work](LiString const &kind) {
-            device = makeShd<Reporter>(kind, work);
+        makeRegistryEntry(name, "reports", [&device, work, capacity](LiString const &kind) {
+            device = makeShd<Reporter>(kind, work, capacity);
             return RCShdPtr<DevMDPrtcl>(device.get());
         }));
     return device;
@@ -239,11 +240,12 @@ SIMULATED(DeviceReportsWhileItIsAskedAndCloses, WITH_PACKAGES)
     HOLDS(recovers == aborts && aborts <= device->nbReports);
 }
 
-/// A report that meets the stop is made or not, but never behind the device's end.
+/// A report that meets the stop is made or not, but never behind the device's end. Whoever asks may be in the way of
+/// the stop, and the tree then in the way of everybody but the one who reports.
 SIMULATED(DeviceAbortsOfItselfWhileItIsStopped, WITH_TABLE)
 {
     InPackageScope const packages;
-    ReporterPtr &root = enterReporter("root", abortTimes(3));
+    ReporterPtr &root = enterReporter("root", abortTimes(3), 1);
     {
         Sequence const sequence("( root )");
         sequence->start();
@@ -511,15 +513,13 @@ public:
         builder->addProperty(_position);
     }
 
-private:
-    double performWork() override
+    void showNext()
     {
-        if (_shown == LAST)
-            return DevMDStdLoopThreadProtocol::NO_WORK;
-        _position->show(++_shown);
-        return _shown % 2 == 0 ? 0 : 0.001;
+        DevANOQueueEntry entry(makeANO([this] { _position->show(++_shown); }));
+        getFifo()->produce(entry);
     }
 
+private:
     RCShdPtr<DevMDStdReading<int>> _position;
     int _shown = 0;
 };
@@ -536,9 +536,12 @@ struct Notice : DevMgrPropertyObserver
 SIMULATED(LastReadingIsSeenByAll, WITH_PACKAGES)
 {
     InPackageScope const packages;
-    DevRegistry::getInstance().add(makeRegistryEntry("meter", "shows", [](LiString const &name) {
-        return RCShdPtr<DevMDPrtcl>(makeShd<Meter>(name).get());
-    }));
+    RCShdPtr<Meter> meter;
+    DevRegistry::getInstance().add(
+        makeRegistryEntry("meter", "shows", [&meter](LiString const &name) {
+            meter = makeShd<Meter>(name);
+            return RCShdPtr<DevMDPrtcl>(meter.get());
+        }));
     ObjPtr<DevMgr> const manager(DevMgr::create());
     ObjPtr<DevMgrPropertyAcc> const access(manager->createPropertyAcc());
     RCShdPtr<DevMDPropertyAny> const any = access->getProperty("meter:position");
@@ -555,6 +558,10 @@ SIMULATED(LastReadingIsSeenByAll, WITH_PACKAGES)
         }
         access->detachObserver(any, notice);
     };
+    Worker showing("showing", [&] {
+        for (int i = 0; i < LAST; ++i)
+            meter->showNext();
+    });
     Worker other("other", readAll);
     readAll();
     other.join();
