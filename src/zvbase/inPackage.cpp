@@ -7,15 +7,11 @@
 #include "zvbase/inInit.h"
 #include "zvbase/inPackageRun.private.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/typeName.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
 #include <utility>
-
-#ifndef _WIN32
-#include <cxxabi.h>
-#endif
 
 namespace Zv {
 
@@ -29,20 +25,6 @@ constinit BaseLock packagesLock;
 constinit InPackageInit *firstPackage ZV_GUARDED_BY(packagesLock) = nullptr;
 constinit InPackageRun *run ZV_GUARDED_BY(packagesLock) = nullptr;
 constinit unsigned scopes = 0; // read without the lock
-
-/// A package that nobody registered has no other name than its type's.
-std::string nameType(std::type_info const &type)
-{
-#ifdef _WIN32
-    return type.name();
-#else
-    int status = 0;
-    char * const readable = abi::__cxa_demangle(type.name(), nullptr, nullptr, &status);
-    std::string const name = readable ? readable : type.name();
-    std::free(readable);
-    return name;
-#endif
-}
 
 } // namespace
 

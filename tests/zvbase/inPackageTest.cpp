@@ -1,12 +1,12 @@
 #include "zvbase/inPackage.h"
 
+#include "childProcess.h"
 #include "zvbase/inInit.h"
 #include "zvbase/inPackageRun.private.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -310,18 +310,12 @@ TEST(InPackageScope, aNestedScopeRunsNothing)
 
 namespace {
 
-/// Runs this program with "--child" and returns what it wrote and, in brackets, how it ended.
-std::string runChild(std::string const &arguments)
+/// What a process of its own writes at a scene, and in brackets how it ends.
+std::string runChild(std::string const &scene)
 {
-    std::string const program = std::filesystem::read_symlink("/proc/self/exe");
-    std::string const command = "'" + program + "' --child " + arguments + " 2>&1";
-    std::FILE * const pipe = ::popen(command.c_str(), "r");
-    if (!pipe)
-        return "no child";
-    std::string text;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
-        text += static_cast<char>(c);
-    return text + "(" + std::to_string(::pclose(pipe)) + ")";
+    ZvTest::ChildProcess child({"--child", scene});
+    ZvTest::ChildProcess::End const end = child.await();
+    return end.output + "(" + std::to_string(end.code) + ")";
 }
 
 TEST(InPackageScope, theOutermostRunsThePackagesUpAndDown)

@@ -5,15 +5,11 @@
 #include "resmgt/memoryBuffers/memoryBuffersStatics.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/trace.h"
+#include "zvbase/typeName.h"
 
 #include <bit>
-#include <cstdlib>
 #include <new>
 #include <typeinfo>
-
-#if __has_include(<cxxabi.h>)
-#include <cxxabi.h>
-#endif
 
 namespace Zv {
 
@@ -99,14 +95,7 @@ void MbStateImp::leaving(MbBufferImp *) const {}
 
 std::string MbStateImp::getTypeName() const
 {
-#if __has_include(<cxxabi.h>)
-    int status = 0;
-    char * const readable = abi::__cxa_demangle(typeid(*this).name(), nullptr, nullptr, &status);
-    std::string name = readable ? readable : typeid(*this).name();
-    std::free(readable);
-#else
-    std::string name = typeid(*this).name();
-#endif
+    std::string const name = nameType(typeid(*this));
     static constexpr char marker[] = ">::";
     auto const scope = name.find(marker);
     return scope == std::string::npos ? name : name.substr(scope + sizeof marker - 1);
