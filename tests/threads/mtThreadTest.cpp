@@ -732,6 +732,26 @@ TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered
     EXPECT_EQ(-1, thread->getProcessorNb());
 }
 
+TEST_F(MtThreadTest, AThreadThatHasEndedOnlyRemembersItsProcessor)
+{
+    std::binary_semaphore known(0);
+    HANDLE self = nullptr;
+    ObjPtr<MtThread> const thread = makeThread("ended", [&](TestProtocol &, MtThread *) {
+        HANDLE const process = ::GetCurrentProcess();
+        EXPECT_TRUE(::DuplicateHandle(process, ::GetCurrentThread(), process, &self, 0, FALSE,
+                                      DUPLICATE_SAME_ACCESS));
+        known.release();
+    });
+    thread->start();
+    known.acquire();
+    ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(self, INFINITE));
+    ::CloseHandle(self);
+    EXPECT_TRUE(thread->isRunning()); // it is not joined
+    thread->setProcessorNb(0);
+    EXPECT_EQ(0, thread->getProcessorNb());
+    thread->join();
+}
+
 TEST_F(MtThreadTest, AThreadOfAnotherKindCannotBePlacedByDefault)
 {
     StubThread thread;
