@@ -5,6 +5,7 @@
 #include "zvbase/failures.h"
 #include "zvbase/objPtr.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -449,7 +450,9 @@ TEST(DaMemoryMapAllocator, FailuresCarryTheSystemsError)
         }
         return 0;
     };
-    EXPECT_EQ(8, errorOf([&] { allocator->allocate(std::uint64_t{1} << 62); }));
+    // There is not so much memory, or no such size at all.
+    EXPECT_THAT(errorOf([&] { allocator->allocate(std::uint64_t{1} << 62); }),
+                testing::AnyOf(8, 87));
     EXPECT_EQ(87, errorOf([&] { allocator->allocate(0); }));
     int onTheStack = 0;
     EXPECT_EQ(487, errorOf([&] { allocator->deallocate(&onTheStack, 4); }));

@@ -12,6 +12,8 @@
 namespace Zv {
 namespace {
 
+constexpr LONGLONG NANOSECONDS = 1'000'000'000;
+
 /// The clock of the calling thread, in nanoseconds. A wait for a timer takes as long as the timer was set to, or what
 /// the test makes of that.
 class VirtualClock
@@ -42,6 +44,33 @@ using Zv::VirtualClock;
 #define ZV_WRAP(name) __asm__("__wrap_" name)
 #define ZV_REAL(name) __asm__("__real_" name)
 
+// The clock's unit is the nanosecond, whatever the system's is.
+
+BOOL realGetFrequency(LARGE_INTEGER *)
+    ZV_REAL("_ZN10ZvPlatform25QueryPerformanceFrequencyEPNS_13LARGE_INTEGERE");
+BOOL wrapGetFrequency(LARGE_INTEGER *)
+    ZV_WRAP("_ZN10ZvPlatform25QueryPerformanceFrequencyEPNS_13LARGE_INTEGERE");
+BOOL wrapGetFrequency(LARGE_INTEGER *frequency)
+{
+    frequency->QuadPart = Zv::NANOSECONDS;
+    return TRUE;
+}
+
+namespace Zv {
+namespace {
+
+bool toNanoseconds(LARGE_INTEGER *ticks)
+{
+    LARGE_INTEGER frequency;
+    realGetFrequency(&frequency);
+    LONGLONG const f = frequency.QuadPart;
+    ticks->QuadPart = ticks->QuadPart / f * NANOSECONDS + ticks->QuadPart % f * NANOSECONDS / f;
+    return true;
+}
+
+} // namespace
+} // namespace Zv
+
 BOOL realReadClock(LARGE_INTEGER *)
     ZV_REAL("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
 BOOL wrapReadClock(LARGE_INTEGER *)
@@ -49,7 +78,7 @@ BOOL wrapReadClock(LARGE_INTEGER *)
 BOOL wrapReadClock(LARGE_INTEGER *now)
 {
     if (!VirtualClock::current)
-        return realReadClock(now);
+        return realReadClock(now) && Zv::toNanoseconds(now);
     now->QuadPart = VirtualClock::current->now;
     return TRUE;
 }
