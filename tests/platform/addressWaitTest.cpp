@@ -54,11 +54,11 @@ TEST(PlatformAddress, NeighbouringBytesAreDifferentAddresses)
     std::uint8_t zero = 0;
     Owned const begun = semaphore();
     std::vector<std::unique_ptr<Runner>> waiters;
-    for (std::uint8_t &byte : bytes)
+    for (std::uint8_t &own : bytes)
         waiters.push_back(std::make_unique<Runner>([&] {
             ReleaseSemaphore(begun, 1, nullptr);
-            while (Interlocked::loadAcquire(byte) == 0)
-                EXPECT_TRUE(WaitOnAddress(&byte, &zero, 1, LONG_TIME));
+            while (Interlocked::loadAcquire(own) == 0)
+                EXPECT_TRUE(WaitOnAddress(&own, &zero, 1, LONG_TIME));
             return 0;
         }));
     for (int i = 0; i < 8; ++i)
@@ -118,6 +118,4 @@ TEST(PlatformAddress, MisuseFails)
     std::uint64_t value = 0, same = 0;
     for (SIZE_T size : {0, 3, 5, 16})
         EXPECT_FAILS(ERROR_INVALID_PARAMETER, WaitOnAddress(&value, &same, size, 0));
-    EXPECT_FAILS(ERROR_INVALID_PARAMETER, WaitOnAddress(nullptr, &same, 4, 0));
-    EXPECT_FAILS(ERROR_INVALID_PARAMETER, WaitOnAddress(&value, nullptr, 4, 0));
 }

@@ -36,7 +36,6 @@ TEST(PlatformMemory, CommittedPagesAreZeroAndWritable)
     EXPECT_TRUE(isZero(memory, 4 * page()));
     std::memset(memory, 1, 4 * page());
     EXPECT_SUCCEEDS(VirtualFree(memory, 0, MEM_RELEASE));
-    EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(memory, 0, MEM_RELEASE));
 }
 
 TEST(PlatformMemory, AReservationIsCommittedInParts)
@@ -85,10 +84,12 @@ TEST(PlatformMemory, MisuseFails)
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, 0, PAGE_READWRITE));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, MEM_RELEASE, PAGE_READWRITE));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, MEM_RESERVE, 0));
+    // All that a process can have, in which there is something already.
     EXPECT_FAILS(ERROR_NOT_ENOUGH_MEMORY,
-                 VirtualAlloc(nullptr, SIZE_T{1} << 60, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
-    EXPECT_FAILS(ERROR_NOT_ENOUGH_MEMORY,
-                 VirtualAlloc(nullptr, SIZE_MAX, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
+                 VirtualAlloc(nullptr, SIZE_T{0x7FFF} << 32, MEM_RESERVE, PAGE_NOACCESS));
+    for (SIZE_T tooMuch : {SIZE_T{1} << 60, SIZE_T{SIZE_MAX}})
+        EXPECT_EQ(VirtualAlloc(nullptr, tooMuch, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE),
+                  nullptr);
     auto *memory = static_cast<char *>(VirtualAlloc(nullptr, 4 * size, MEM_RESERVE, PAGE_NOACCESS));
     ASSERT_NE(memory, nullptr);
     EXPECT_FAILS(ERROR_INVALID_ADDRESS,
@@ -99,10 +100,15 @@ TEST(PlatformMemory, MisuseFails)
     EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(memory + size, 0, MEM_RELEASE));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualFree(memory + 3 * size, 2 * size, MEM_DECOMMIT));
     EXPECT_TRUE(VirtualFree(memory, 0, MEM_RELEASE));
-    int onStack = 0;
-    EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(&onStack, 0, MEM_RELEASE));
-    EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualAlloc(&onStack, size, MEM_COMMIT, PAGE_READWRITE));
+    EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualAlloc(memory, size, MEM_COMMIT, PAGE_READWRITE));
     EXPECT_FALSE(VirtualFree(nullptr, 0, MEM_RELEASE));
+}
+
+TEST(PlatformMemory, WhatWasReleasedIsReleasedNoMore)
+{
+    void *memory = VirtualAlloc(nullptr, page(), MEM_RESERVE, PAGE_NOACCESS);
+    EXPECT_TRUE(VirtualFree(memory, 0, MEM_RELEASE));
+    EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(memory, 0, MEM_RELEASE));
 }
 
 TEST(PlatformMemory, ThreadsShareTheReservations)

@@ -2,19 +2,15 @@
 // tells whether any other implementation conforms.
 #pragma once
 
+#include "childProcess.h"
 #include "platform/services.h"
 
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
-
-#ifndef _WIN32
-#include <string>
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
 
 namespace ZvTest {
 
@@ -106,29 +102,40 @@ inline DWORD waitElsewhere(HANDLE handle, DWORD milliseconds)
     return result;
 }
 
-#ifndef _WIN32
+template <std::size_t SIZE>
+DWORD useStack(void *)
+{
+    char volatile frame[SIZE];
+    for (std::size_t i = 0; i < SIZE; i += 64)
+        frame[i] = static_cast<char>(i);
+    frame[SIZE - 1] = 1;
+    return static_cast<DWORD>(frame[SIZE - 1]);
+}
+
+/// A thread with a stack of `stackSize` has SIZE bytes of it for a frame, to the last one.
+template <std::size_t SIZE>
+void usesStack(SIZE_T stackSize)
+{
+    Owned const t(CreateThread(nullptr, stackSize, useStack<SIZE>, nullptr, 0, nullptr));
+    EXPECT_EQ(WaitForSingleObject(t, LONG_TIME), WAIT_OBJECT_0);
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(t, &code));
+    EXPECT_EQ(code, 1u);
+}
 
 /// Starts this program anew for one test alone, which is disabled otherwise: what is done there is another process's.
-inline pid_t startElsewhere(char const *test)
+inline ChildProcess startElsewhere(std::string const &test)
 {
-    std::string const filter = std::string("--gtest_filter=") + test;
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::execl("/proc/self/exe", "conformance", filter.c_str(), "--gtest_also_run_disabled_tests",
-                "--gtest_brief=1", nullptr);
-        ::_exit(126);
-    }
-    return child;
+    return ChildProcess(
+        {"--gtest_filter=" + test, "--gtest_also_run_disabled_tests", "--gtest_brief=1"});
 }
 
-inline int statusOf(pid_t child)
+/// The process that a test has started ends well.
+inline void expectSuccess(ChildProcess &child)
 {
-    int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return status;
+    ChildProcess::End const end = child.await();
+    EXPECT_EQ(end.code, 0) << end.output;
 }
-
-#endif
 
 #define EXPECT_FAILS(code, ...)                                                                    \
     do {                                                                                           \

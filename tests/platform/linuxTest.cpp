@@ -1,0 +1,212 @@
+// What the services here do beyond, or instead of, what the system of their names does.
+#include "platform/platformTest.h"
+
+#include <pthread.h>
+#include <set>
+#include <string>
+
+using namespace ZvTest;
+
+TEST(PlatformThread, TheFirst15BytesOfANameReachTheSystem)
+{
+    std::string seen[3];
+    wchar_t const * const names[] = {L"short", L"a name of more than fifteen bytes",
+                                     L"fourteen bytes\u00E9"};
+    for (int i = 0; i < 3; ++i) {
+        Runner t([&] {
+            SetThreadDescription(GetCurrentThread(), names[i]);
+            char text[16];
+            ::pthread_getname_np(::pthread_self(), text, sizeof text);
+            seen[i] = text;
+            return 0;
+        });
+    }
+    EXPECT_EQ(seen[0], "short");
+    EXPECT_EQ(seen[1], "a name of more ");
+    // A character is never cut in two.
+    EXPECT_EQ(seen[2], "fourteen bytes");
+}
+
+TEST(PlatformThread, AThreadMayEndByPthreadExit)
+{
+    Owned const m = mutex();
+    Runner t([&]() -> DWORD {
+        EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_OBJECT_0);
+        ::pthread_exit(nullptr);
+    });
+    t.join();
+    EXPECT_EQ(t.exitCode(), 0u);
+    EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_ABANDONED);
+    EXPECT_TRUE(ReleaseMutex(m));
+}
+
+TEST(PlatformThread, NumbersComeRoundAgain)
+{
+    // What a thread has of the layer is given back, however the thread ends: else the numbers would run out.
+    Owned const never = manualEvent();
+    std::set<DWORD> numbers;
+    for (int i = 0; i < 400; ++i) {
+        bool const isKilled = i % 2;
+        Runner t(
+            [&never, isKilled] { return isKilled ? WaitForSingleObject(never, INFINITE) : 0; });
+        if (isKilled) {
+            EXPECT_TRUE(TerminateThread(t.handle(), 0));
+        }
+        t.join();
+        numbers.insert(t.number());
+    }
+    EXPECT_LT(numbers.size(), 200u);
+}
+
+TEST(PlatformThread, AFunctionIsNeeded)
+{
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, CreateThread(nullptr, 0, nullptr, nullptr, 0, nullptr));
+}
+
+TEST(PlatformThread, TheWholeStackThatWasAskedForIsItsOwn)
+{
+    usesStack<0x1000000 - 0x100>(0x1000000);
+}
+
+TEST(PlatformTermination, IsOverWhenItReturns)
+{
+    for (int round = 0; round < 20; ++round) {
+        Owned const begun = manualEvent();
+        Runner t([&] {
+            SetEvent(begun);
+            return WaitForSingleObject(GetCurrentThread(), INFINITE);
+        });
+        WaitForSingleObject(begun, INFINITE);
+        EXPECT_TRUE(TerminateThread(t.handle(), 0));
+        EXPECT_EQ(WaitForSingleObject(t.handle(), 0), WAIT_OBJECT_0);
+    }
+}
+
+TEST(PlatformTermination, OneThatHasHardlyBegun)
+{
+    Owned const never = manualEvent();
+    for (int round = 0; round < 100; ++round) {
+        Owned const t(CreateThread(
+            nullptr, 0x10000,
+            [](void *data) -> DWORD {
+                WaitForSingleObject(data, INFINITE);
+                return 1;
+            },
+            HANDLE{never}, 0, nullptr));
+        EXPECT_TRUE(TerminateThread(t, 2));
+        DWORD code = 0;
+        EXPECT_TRUE(GetExitCodeThread(t, &code));
+        EXPECT_EQ(code, 2u);
+    }
+}
+
+TEST(PlatformTermination, RacesWithTheThreadsOwnEnd)
+{
+    for (int round = 0; round < 200; ++round) {
+        Owned const t(CreateThread(
+            nullptr, 0x10000, [](void *) -> DWORD { return 1; }, nullptr, 0, nullptr));
+        EXPECT_TRUE(TerminateThread(t, 2));
+        EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_OBJECT_0);
+        DWORD code = 0;
+        EXPECT_TRUE(GetExitCodeThread(t, &code));
+        EXPECT_TRUE(code == 1 || code == 2);
+    }
+}
+
+TEST(PlatformTermination, ASectionsWaitersAreNotForgotten)
+{
+    struct Scene
+    {
+        HANDLE begun;
+        CRITICAL_SECTION section;
+    };
+    for (int round = 0; round < 50; ++round) {
+        Owned const victimBegun = manualEvent(), begun = manualEvent();
+        Scene scene = {victimBegun, {}};
+        InitializeCriticalSection(&scene.section);
+        EnterCriticalSection(&scene.section);
+        Owned const victim(CreateThread(
+            nullptr, 0x10000,
+            [](void *data) -> DWORD {
+                auto &own = *static_cast<Scene *>(data);
+                SetEvent(own.begun);
+                EnterCriticalSection(&own.section);
+                LeaveCriticalSection(&own.section);
+                return 0;
+            },
+            &scene, 0, nullptr));
+        WaitForSingleObject(victimBegun, INFINITE);
+        // A victim that is killed inside keeps the section, so it is killed while the section is ours.
+        Runner behind([&] {
+            SetEvent(begun);
+            EnterCriticalSection(&scene.section);
+            LeaveCriticalSection(&scene.section);
+            return 0;
+        });
+        WaitForSingleObject(begun, INFINITE);
+        EXPECT_TRUE(TerminateThread(victim, 0));
+        LeaveCriticalSection(&scene.section);
+    }
+}
+
+TEST(PlatformAddress, NoAddressIsRefused)
+{
+    long value = 0, same = 0;
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, WaitOnAddress(nullptr, &same, sizeof value, 0));
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, WaitOnAddress(&value, nullptr, sizeof value, 0));
+}
+
+TEST(PlatformFls, ItsIndexesAreThoseOfTls)
+{
+    int value = 0;
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, FlsSetValue(1088, &value));
+}
+
+TEST(PlatformUuid, AStatusMayBeLeftOut)
+{
+    UUID one{}, two{};
+    two.Data1 = 1;
+    EXPECT_TRUE(UuidIsNil(&one, nullptr));
+    EXPECT_TRUE(UuidEqual(&one, &one, nullptr));
+    EXPECT_EQ(UuidCompare(&one, &two, nullptr), -1);
+    EXPECT_EQ(UuidHash(&one, nullptr), UuidHash(&one, nullptr));
+}
+
+TEST(PlatformNames, APrefixAloneIsAPathToNothing)
+{
+    for (char const *nothing : {"Local\\", "Global\\"}) {
+        EXPECT_FAILS(ERROR_PATH_NOT_FOUND, CreateMutexA(nullptr, FALSE, nothing));
+        EXPECT_FAILS(ERROR_PATH_NOT_FOUND, CreateEventA(nullptr, TRUE, FALSE, nothing));
+        EXPECT_FAILS(ERROR_PATH_NOT_FOUND, CreateSemaphoreA(nullptr, 0, 1, nothing));
+        EXPECT_FAILS(ERROR_PATH_NOT_FOUND, CreateWaitableTimerA(nullptr, TRUE, nothing));
+    }
+}
+
+TEST(PlatformTimer, ADueTimeIsNeeded)
+{
+    Owned const t(CreateWaitableTimerA(nullptr, TRUE, nullptr));
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, SetWaitableTimer(t, nullptr, 0, nullptr, nullptr, FALSE));
+}
+
+TEST(PlatformTimer, CompletionRoutinesAreNotServed)
+{
+    Owned const t(CreateWaitableTimerA(nullptr, TRUE, nullptr));
+    LARGE_INTEGER due;
+    due.QuadPart = 0;
+    int routine = 0;
+    EXPECT_FAILS(ERROR_NOT_SUPPORTED, SetWaitableTimer(t, &due, 0, &routine, nullptr, FALSE));
+}
+
+TEST(PlatformMemory, MoreThanThereIsOfAddressesIsTooMuchMemory)
+{
+    for (SIZE_T tooMuch : {SIZE_T{1} << 60, SIZE_T{SIZE_MAX}})
+        EXPECT_FAILS(ERROR_NOT_ENOUGH_MEMORY,
+                     VirtualAlloc(nullptr, tooMuch, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
+}
+
+TEST(PlatformMemory, AStackIsNoReservation)
+{
+    int onStack = 0;
+    EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(&onStack, 0, MEM_RELEASE));
+    EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualAlloc(&onStack, 1, MEM_COMMIT, PAGE_READWRITE));
+}
