@@ -82,6 +82,52 @@ TEST(PlatformTermination, IsOverWhenItReturns)
     }
 }
 
+namespace {
+
+/// The C library keeps a large stack, and what it knows of the thread with it, for the next that wants as much.
+constexpr SIZE_T LARGE = 0x1000000;
+
+void killOneWithALargeStack()
+{
+    Owned const begun = manualEvent();
+    Runner victim(
+        [&] {
+            SetEvent(begun);
+            return WaitForSingleObject(GetCurrentThread(), INFINITE);
+        },
+        LARGE);
+    WaitForSingleObject(begun, INFINITE);
+    EXPECT_TRUE(TerminateThread(victim.handle(), 0));
+}
+
+void runAStrangerOnALargeStack()
+{
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_setstacksize(&attributes, LARGE);
+    pthread_t stranger;
+    int const error = ::pthread_create(
+        &stranger, &attributes, [](void *) -> void * { return nullptr; }, nullptr);
+    ::pthread_attr_destroy(&attributes);
+    ASSERT_EQ(error, 0);
+    ::pthread_join(stranger, nullptr);
+}
+
+} // namespace
+
+TEST(PlatformTermination, AThreadThatOthersMakeInItsPlaceIsNotTakenForIt)
+{
+    for (int round = 0; round < 50; ++round) {
+        killOneWithALargeStack();
+        Owned const go = manualEvent();
+        // It has the victim's place among our threads, where the stranger might have it among theirs.
+        Runner successor([&] { return WaitForSingleObject(go, LONG_TIME); });
+        runAStrangerOnALargeStack();
+        EXPECT_EQ(WaitForSingleObject(successor.handle(), 0), WAIT_TIMEOUT);
+        SetEvent(go);
+    }
+}
+
 TEST(PlatformTermination, OneThatHasHardlyBegun)
 {
     Owned const never = manualEvent();

@@ -252,6 +252,8 @@ void die()
     local.depth = 1;
     bool const created = thread.created;
     end(thread, static_cast<DWORD>(thread.dying.load(std::memory_order_relaxed)));
+    // The C library forgets nothing of a thread that ends past it, and would call the next one's end ours.
+    ::pthread_setspecific(endKey, nullptr);
     if (created) {
         Locked locked(deadThreadsLock);
         thread.nextFree = deadThreads;
