@@ -227,10 +227,10 @@ TEST(MtThreadPool, EachWorkerGoesRoundAndRoundAndOnceMoreAfterTheStop)
 
 TEST(MtThreadPool, AllWorkersWorkAtOnce)
 {
-    QueuePool pool(5);
     Gate gate;
     std::mutex mutex;
     std::set<LkThreadId> threads;
+    QueuePool pool(5);
     pool.start();
     for (int i = 0; i != 5; ++i)
         pool.add([&] {
@@ -247,8 +247,8 @@ TEST(MtThreadPool, AllWorkersWorkAtOnce)
 
 TEST(MtThreadPool, ASecondStartMakesNoSecondSetOfThreads)
 {
-    QueuePool pool(2);
     Gate gate;
+    QueuePool pool(2);
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     pool.start();
     pool.add([&] { gate.pass(); });
@@ -274,8 +274,8 @@ TEST(MtThreadPool, AStopOfAPoolThatDoesNotRunWakesNobody)
 
 TEST(MtThreadPool, RunsAgainAfterAStop)
 {
-    QueuePool pool(2);
     std::counting_semaphore<> done(0);
+    QueuePool pool(2);
     for (int round = 0; round != 3; ++round) {
         pool.start();
         pool.add([&] { done.release(); });
@@ -299,6 +299,8 @@ TEST(MtThreadPool, AWorkersIndexTakesTwoColumnsOfItsName)
 
 TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
 {
+    std::array<std::atomic<int>, 2> levels{-1, -1};
+    Gate gate;
     QueuePool pool(2);
     EXPECT_EQ("Disk", pool.getName());
     EXPECT_FALSE(pool.isPriorityFixed());
@@ -306,9 +308,6 @@ TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
     PriorityRelation const above("test", RtPriorities::getInstance().getRealTimePriority(),
                                  PriorityRelation::LESS, pool);
     EXPECT_EQ(2, pool.getPriority());
-    std::counting_semaphore<> done(0);
-    std::array<std::atomic<int>, 2> levels{-1, -1};
-    Gate gate;
     pool.start();
     for (auto &level : levels)
         pool.add([&gate, &level] {
@@ -332,8 +331,8 @@ TEST(MtThreadPool, AWorkerStandsOnTheProcessorOfItsIndex)
     int processor = -1;
     std::set<int> mine;
     {
-        QueuePool pool(1, "placed", true);
         std::binary_semaphore done(0);
+        QueuePool pool(1, "placed", true);
         pool.add([&] {
             LkThreadId const id(LkThreadId::CURRENT_THREAD);
             processor = MtThreadMgr::getInstance().findThread(id)->getProcessorNb();
@@ -350,8 +349,8 @@ TEST(MtThreadPool, AWorkerStandsOnTheProcessorOfItsIndex)
 TEST(MtThreadPool, AWorkerIsNotPlacedWithoutNeed)
 {
     int processor = -2;
-    QueuePool pool(1, "free", false);
     std::binary_semaphore done(0);
+    QueuePool pool(1, "free", false);
     pool.add([&] {
         LkThreadId const id(LkThreadId::CURRENT_THREAD);
         processor = MtThreadMgr::getInstance().findThread(id)->getProcessorNb();
@@ -364,8 +363,8 @@ TEST(MtThreadPool, AWorkerIsNotPlacedWithoutNeed)
 
 TEST(MtThreadPool, WorkersHaveTheStackThatWasAskedFor)
 {
-    QueuePool pool(1, "deep", false, 4 * 1024 * 1024);
     std::binary_semaphore done(0);
+    QueuePool pool(1, "deep", false, 4 * 1024 * 1024);
     pool.add([&] {
         char volatile frame[3 * 1024 * 1024];
         for (std::size_t i = 0; i < sizeof frame; i += 4096)
@@ -484,8 +483,8 @@ TEST(MtThreadPool, OnlyTheWorkHasToBeGiven)
 
 TEST(MtThreadPool, AWorkerThatCannotBeStartedLeavesTheOthersToTheStop)
 {
-    QueuePool pool(3);
     std::binary_semaphore done(0);
+    QueuePool pool(3);
     pool.add([&] { done.release(); });
     refuseThread(2);
     try {
