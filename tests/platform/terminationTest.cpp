@@ -288,6 +288,7 @@ TEST(PlatformTermination, TwoMayKillEachOther)
     struct Pair
     {
         std::atomic<HANDLE> first{nullptr}, second{nullptr};
+        std::atomic<int> nbBegun{0};
     };
     for (int round = 0; round < 50; ++round) {
         Pair pair;
@@ -302,6 +303,7 @@ TEST(PlatformTermination, TwoMayKillEachOther)
         HANDLE const a = CreateThread(
             nullptr, 0x10000,
             [](void *data) -> DWORD {
+                ++static_cast<Pair *>(data)->nbBegun;
                 killer(static_cast<Pair *>(data)->second);
                 return 0;
             },
@@ -309,10 +311,13 @@ TEST(PlatformTermination, TwoMayKillEachOther)
         HANDLE const b = CreateThread(
             nullptr, 0x10000,
             [](void *data) -> DWORD {
+                ++static_cast<Pair *>(data)->nbBegun;
                 killer(static_cast<Pair *>(data)->first);
                 return 0;
             },
             &pair, 0, nullptr);
+        while (pair.nbBegun < 2)
+            Sleep(0);
         pair.first = a;
         pair.second = b;
         EXPECT_EQ(WaitForSingleObject(a, LONG_TIME), WAIT_OBJECT_0);
