@@ -1,6 +1,6 @@
 // Groups: those that the thread manager tells of processors, threads that several start and stop together, pools; and
 // what each thread of a group has for itself.
-#include "simulated/scenario.h"
+#include "simulated/threadProtocols.h"
 
 #include "resmgt/locks.h"
 #include "resmgt/threadExtensions.h"
@@ -193,68 +193,6 @@ SIMULATED(RealTimeSwitchedByThree, {.schedules = 300, .preemptions = 1})
 }
 
 // ---- threads that are started, stopped and joined by others -----------------------------------------------
-
-namespace {
-
-/// Runs until it is stopped, be it before it has begun.
-class Loop : public MtThreadProtocol
-{
-public:
-    explicit Loop(int &runs) : _runs(runs) {}
-    ~Loop() noexcept(false) override = default;
-
-    void performExecute(MtThread *thread) override
-    {
-        HOLDS(MtThreadMgr::findCurrentThread() == thread && thread->isRunning());
-        ++_runs;
-        _stop.wait();
-        _stop.reset();
-    }
-    void performStop(MtThread *) override { _stop.set(); }
-
-private:
-    int &_runs;
-    LkEvent _stop{"stop", false};
-};
-
-class Once : public MtThreadProtocol
-{
-public:
-    explicit Once(std::function<void()> what) : _what(std::move(what)) {}
-    ~Once() noexcept(false) override = default;
-    void performExecute(MtThread *) override { _what(); }
-
-private:
-    std::function<void()> _what;
-};
-
-class Victim : public MtThreadProtocol
-{
-public:
-    Victim(LkUnnamedSema &ready, int &cancelled) : _ready(ready), _cancelled(cancelled) {}
-    ~Victim() noexcept(false) override = default;
-
-    void performExecute(MtThread *thread) override
-    {
-        thread->enableCancel();
-        _ready.post();
-        for (;;)
-            ::Sleep(1000);
-    }
-    void performCanceled(MtThread *) override { ++_cancelled; }
-
-private:
-    LkUnnamedSema &_ready;
-    int &_cancelled;
-};
-
-ObjPtrRet<MtThread> makeThread(char const *name, MtThreadProtocol *protocol)
-{
-    return MtThreadFactory::getInstance().createThread(name, ObjPtr<MtThreadProtocol>(protocol),
-                                                       true, 0);
-}
-
-} // namespace
 
 SIMULATED(ThreadsStartedStoppedAndJoinedByOthers, WITH_PACKAGES)
 {

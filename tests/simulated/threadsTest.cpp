@@ -1,5 +1,5 @@
 // Threads of the library: started, stopped, joined and killed by several at once.
-#include "simulated/scenario.h"
+#include "simulated/threadProtocols.h"
 
 #include "resmgt/locks.h"
 #include "resmgt/threads.h"
@@ -18,45 +18,6 @@ namespace {
 constexpr LeftOver SINGLETONS = {64, 0};
 constexpr Settings WITH_PACKAGES = {.schedules = 150, .leftOver = SINGLETONS};
 
-/// Runs until it is stopped.
-class Loop : public MtThreadProtocol
-{
-public:
-    explicit Loop(int &runs) : _runs(runs), _stop("stop", false) {}
-    ~Loop() noexcept(false) override = default;
-
-    void performExecute(MtThread *thread) override
-    {
-        HOLDS(MtThreadMgr::findCurrentThread() == thread);
-        HOLDS(thread->isRunning());
-        ++_runs;
-        _stop.wait();
-        _stop.reset();
-    }
-    void performStop(MtThread *) override { _stop.set(); }
-
-private:
-    int &_runs;
-    LkEvent _stop;
-};
-
-class Once : public MtThreadProtocol
-{
-public:
-    explicit Once(int &runs) : _runs(runs) {}
-    ~Once() noexcept(false) override = default;
-    void performExecute(MtThread *) override { ++_runs; }
-
-private:
-    int &_runs;
-};
-
-ObjPtrRet<MtThread> makeThread(char const *name, MtThreadProtocol *protocol)
-{
-    return MtThreadFactory::getInstance().createThread(name, ObjPtr<MtThreadProtocol>(protocol),
-                                                       true, 0);
-}
-
 } // namespace
 
 SIMULATED(PackagesUpAndDown, WITH_PACKAGES)
@@ -68,7 +29,7 @@ SIMULATED(ThreadStartsAndEnds, WITH_PACKAGES)
 {
     InPackageScope const packages;
     int runs = 0;
-    ObjPtr<MtThread> thread(makeThread("once", new Once(runs)));
+    ObjPtr<MtThread> thread(makeThread("once", new Once([&runs] { ++runs; })));
     for (int i = 1; i <= 2; ++i) {
         thread->start();
         thread->join();
@@ -103,7 +64,7 @@ SIMULATED(ThreadJoinedByTwo, WITH_PACKAGES)
 {
     InPackageScope const packages;
     int runs = 0;
-    ObjPtr<MtThread> thread(makeThread("once", new Once(runs)));
+    ObjPtr<MtThread> thread(makeThread("once", new Once([&runs] { ++runs; })));
     thread->start();
     Worker first("first", [&] { thread->join(); });
     Worker second("second", [&] { thread->join(); });
@@ -116,27 +77,6 @@ SIMULATED(ThreadJoinedByTwo, WITH_PACKAGES)
 }
 
 namespace {
-
-/// Waits for ever, and may be killed there.
-class Victim : public MtThreadProtocol
-{
-public:
-    Victim(LkUnnamedSema &ready, int &cancelled) : _ready(ready), _cancelled(cancelled) {}
-    ~Victim() noexcept(false) override = default;
-
-    void performExecute(MtThread *thread) override
-    {
-        thread->enableCancel();
-        _ready.post();
-        for (;;)
-            ::Sleep(1000);
-    }
-    void performCanceled(MtThread *) override { ++_cancelled; }
-
-private:
-    LkUnnamedSema &_ready;
-    int &_cancelled;
-};
 
 /// May be killed in the first half of its body only.
 class Candidate : public MtThreadProtocol
@@ -197,7 +137,7 @@ SIMULATED(ThreadManagerAskedWhileThreadsComeAndGo, WITH_PACKAGES)
     unsigned const before = mgr.getNbThreads();
     auto const comeAndGo = [](char const *name) {
         int runs = 0;
-        ObjPtr<MtThread> thread(makeThread(name, new Once(runs)));
+        ObjPtr<MtThread> thread(makeThread(name, new Once([&runs] { ++runs; })));
         thread->start();
         thread->join();
         HOLDS(runs == 1);
@@ -276,7 +216,7 @@ SIMULATED(ThreadStartsWhileItsPriorityMoves, WITH_PACKAGES)
     InPackageScope const packages;
     int runs = 0;
     Priority level("level", MtPriorityMgr::getInstance(), 2);
-    ObjPtr<MtThread> thread(makeThread("once", new Once(runs)));
+    ObjPtr<MtThread> thread(makeThread("once", new Once([&runs] { ++runs; })));
     Worker mover("mover", [&] {
         PriorityRelation const bound("bound", level, PriorityRelation::LESS, thread->getPriority());
         level.setPriority(3);

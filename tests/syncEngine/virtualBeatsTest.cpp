@@ -1,6 +1,6 @@
 // Hours of beats on a clock that passes as soon as somebody waits.
 
-#include "platform/services.h"
+#include "nanosecondClock.h"
 #include "resmgt/syncEngine/seSourceClock.h"
 #include "zvbase/periodicTimer.h"
 
@@ -11,8 +11,6 @@
 
 namespace Zv {
 namespace {
-
-constexpr LONGLONG NANOSECONDS = 1'000'000'000;
 
 /// The clock of the calling thread, in nanoseconds. A wait for a timer takes as long as the timer was set to, or what
 /// the test makes of that.
@@ -41,45 +39,9 @@ thread_local VirtualClock *VirtualClock::current = nullptr;
 
 using Zv::VirtualClock;
 
-#define ZV_WRAP(name) __asm__("__wrap_" name)
-#define ZV_REAL(name) __asm__("__real_" name)
-
-// The clock's unit is the nanosecond, whatever the system's is.
-
-BOOL realGetFrequency(LARGE_INTEGER *)
-    ZV_REAL("_ZN10ZvPlatform25QueryPerformanceFrequencyEPNS_13LARGE_INTEGERE");
-BOOL wrapGetFrequency(LARGE_INTEGER *)
-    ZV_WRAP("_ZN10ZvPlatform25QueryPerformanceFrequencyEPNS_13LARGE_INTEGERE");
-BOOL wrapGetFrequency(LARGE_INTEGER *frequency)
-{
-    frequency->QuadPart = Zv::NANOSECONDS;
-    return TRUE;
-}
-
-namespace Zv {
-namespace {
-
-bool toNanoseconds(LARGE_INTEGER *ticks)
-{
-    LARGE_INTEGER frequency;
-    realGetFrequency(&frequency);
-    LONGLONG const f = frequency.QuadPart;
-    ticks->QuadPart = ticks->QuadPart / f * NANOSECONDS + ticks->QuadPart % f * NANOSECONDS / f;
-    return true;
-}
-
-} // namespace
-} // namespace Zv
-
-BOOL realReadClock(LARGE_INTEGER *)
-    ZV_REAL("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
-BOOL wrapReadClock(LARGE_INTEGER *)
-    ZV_WRAP("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
 BOOL wrapReadClock(LARGE_INTEGER *now)
 {
-    if (!VirtualClock::current)
-        return realReadClock(now) && Zv::toNanoseconds(now);
-    now->QuadPart = VirtualClock::current->now;
+    now->QuadPart = VirtualClock::current ? VirtualClock::current->now : Zv::readRealClock();
     return TRUE;
 }
 

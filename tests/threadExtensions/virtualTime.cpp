@@ -1,7 +1,7 @@
 #include "virtualTime.h"
 
 #include "callingThread.h"
-#include "platform/services.h"
+#include "nanosecondClock.h"
 
 #include <algorithm>
 #include <cmath>
@@ -17,7 +17,6 @@ namespace {
 
 constexpr LONGLONG NEVER = std::numeric_limits<LONGLONG>::max();
 constexpr LONGLONG MILLISECOND = 1'000'000;
-constexpr LONGLONG NANOSECONDS = 1'000'000'000;
 
 constexpr LONGLONG START = 1'000'000 * MILLISECOND;
 
@@ -127,44 +126,12 @@ int VirtualTime::getNbSleeps()
 
 } // namespace Zv
 
-#define ZV_WRAP(name) __asm__("__wrap_" name)
-#define ZV_REAL(name) __asm__("__real_" name)
-
-// The clock's unit is the nanosecond, whatever the system's is.
-
-BOOL realGetFrequency(LARGE_INTEGER *)
-    ZV_REAL("_ZN10ZvPlatform25QueryPerformanceFrequencyEPNS_13LARGE_INTEGERE");
-BOOL wrapGetFrequency(LARGE_INTEGER *)
-    ZV_WRAP("_ZN10ZvPlatform25QueryPerformanceFrequencyEPNS_13LARGE_INTEGERE");
-BOOL wrapGetFrequency(LARGE_INTEGER *frequency)
-{
-    frequency->QuadPart = Zv::NANOSECONDS;
-    return TRUE;
-}
-
-namespace Zv {
-namespace {
-
-bool toNanoseconds(LARGE_INTEGER *ticks)
-{
-    LARGE_INTEGER frequency;
-    realGetFrequency(&frequency);
-    LONGLONG const f = frequency.QuadPart;
-    ticks->QuadPart = ticks->QuadPart / f * NANOSECONDS + ticks->QuadPart % f * NANOSECONDS / f;
-    return true;
-}
-
-} // namespace
-} // namespace Zv
-
-BOOL realReadClock(LARGE_INTEGER *)
-    ZV_REAL("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
-BOOL wrapReadClock(LARGE_INTEGER *)
-    ZV_WRAP("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
 BOOL wrapReadClock(LARGE_INTEGER *now)
 {
-    if (!Zv::getIsVirtual())
-        return realReadClock(now) && Zv::toNanoseconds(now);
+    if (!Zv::getIsVirtual()) {
+        now->QuadPart = Zv::readRealClock();
+        return TRUE;
+    }
     std::lock_guard const guard(Zv::getState().mutex);
     now->QuadPart = Zv::getState().now;
     return TRUE;

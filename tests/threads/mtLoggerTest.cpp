@@ -1,6 +1,7 @@
 #include "resmgt/threads/mtLogger.private.h"
 
 #include "allocations.h"
+#include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtTraceMgr.private.h"
@@ -218,15 +219,16 @@ TEST_F(MtLoggerTest, TextOfThreadsThatEndOrAreKilledIsNotLost)
         thread->start();
     }
     for (int i = 0; i != 5; ++i) {
-        std::binary_semaphore written{0}, never{0};
+        // Who is killed at an event of the system leaves nothing behind.
+        LkEvent written{"written", false}, never{"never", false};
         ObjPtr<MtThread> const thread = makeThread("victim", [&](TestProtocol &, MtThread *self) {
             ZV_TRACE(*testLevel, "killed" << i);
             self->enableCancel();
-            written.release();
-            never.acquire();
+            written.set();
+            never.wait();
         });
         thread->start();
-        written.acquire();
+        written.wait();
         thread->cancel();
         thread->join();
     }
@@ -287,14 +289,14 @@ TEST_F(MtLoggerTest, AStrangerThatEndsLeavesNothing)
 TEST_F(MtLoggerTest, AKilledThreadThatTheLoggerForgotIsNoFailure)
 {
     MtLogger::startLogger();
-    std::binary_semaphore ready{0}, never{0};
+    LkEvent ready{"ready", false}, never{"never", false};
     ObjPtr<MtThread> const thread = makeThread("killed", [&](TestProtocol &, MtThread *self) {
         self->enableCancel();
-        ready.release();
-        never.acquire();
+        ready.set();
+        never.wait();
     });
     thread->start();
-    ready.acquire();
+    ready.wait();
     MtLogger::stopLogger();
     MtLogger::startLogger();
     EXPECT_NO_THROW(thread->cancel());

@@ -376,14 +376,15 @@ public:
     void performExecute(MtThread *thread) override
     {
         thread->enableCancel();
-        ready.release();
+        ready.set();
         never.wait();
     }
     void performCanceled(MtThread *) override { _calls.push_back("canceled"); }
     void performStop(MtThread *) override { _calls.push_back("stop"); }
 
-    std::binary_semaphore ready{0};
-    LkEvent never{"never", false}; // one who is killed there leaves nothing behind
+    // Who is killed at an event of the system leaves nothing behind.
+    LkEvent ready{"ready", false};
+    LkEvent never{"never", false};
 
 private:
     std::vector<std::string> &_calls;
@@ -398,7 +399,8 @@ TEST_F(MtThreadTest, CancelKillsAThreadThatEnabledItAndTellsTheProtocol)
             "killed", ObjPtr<MtThreadProtocol>(protocol), true, 0);
         for (int round = 0; round != 3; ++round) {
             thread->start();
-            protocol->ready.acquire();
+            protocol->ready.wait();
+            protocol->ready.reset();
             EXPECT_TRUE(thread->isCancelable());
             thread->cancel();
             EXPECT_TRUE(thread->isRunning());
@@ -418,7 +420,7 @@ TEST_F(MtThreadTest, AThreadIsKilledOnce)
     ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
         "killed", ObjPtr<MtThreadProtocol>(protocol), true, 0);
     thread->start();
-    protocol->ready.acquire();
+    protocol->ready.wait();
     thread->cancel();
     EXPECT_FALSE(thread->isCancelable());
     thread->cancel();
@@ -530,7 +532,7 @@ TEST_F(MtThreadTest, DestructionRethrowsAStoredExceptionAfterDetaching)
     ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
         "stored", ObjPtr<MtThreadProtocol>(protocol), false, 0);
     thread->start();
-    protocol->ready.acquire();
+    protocol->ready.wait();
     thread->cancel();
     setException(*thread, new MtEx::ExNotImplemented("f", 1, "body"));
     EXPECT_THROW(thread.reset(), MtEx::ExThrownException);

@@ -1,0 +1,39 @@
+// A clock in nanoseconds, whatever unit the system's has, for one source of a program whose tests pretend other times.
+// The folder's wrapped.txt has both of the calls.
+#pragma once
+
+#include "platform/services.h"
+
+#define ZV_WRAP(name) __asm__("__wrap_" name)
+#define ZV_REAL(name) __asm__("__real_" name)
+
+BOOL realGetFrequency(LARGE_INTEGER *)
+    ZV_REAL("_ZN10ZvPlatform25QueryPerformanceFrequencyEPNS_13LARGE_INTEGERE");
+BOOL wrapGetFrequency(LARGE_INTEGER *)
+    ZV_WRAP("_ZN10ZvPlatform25QueryPerformanceFrequencyEPNS_13LARGE_INTEGERE");
+BOOL realReadClock(LARGE_INTEGER *)
+    ZV_REAL("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
+BOOL wrapReadClock(LARGE_INTEGER *)
+    ZV_WRAP("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
+
+namespace Zv {
+
+inline constexpr LONGLONG NANOSECONDS = 1'000'000'000;
+
+/// What the system's own clock shows.
+inline LONGLONG readRealClock()
+{
+    LARGE_INTEGER ticks, frequency;
+    realReadClock(&ticks);
+    realGetFrequency(&frequency);
+    LONGLONG const f = frequency.QuadPart;
+    return ticks.QuadPart / f * NANOSECONDS + ticks.QuadPart % f * NANOSECONDS / f;
+}
+
+} // namespace Zv
+
+BOOL wrapGetFrequency(LARGE_INTEGER *frequency)
+{
+    frequency->QuadPart = Zv::NANOSECONDS;
+    return TRUE;
+}
