@@ -44,10 +44,10 @@ public:
     /// Waits for the end of a thread that was started; returns at once where there is none. Rethrows a stored
     /// exception of the body as `MtEx::ExThrownException`, once.
     virtual void join() = 0;
-    /// Kills the thread if it runs and is cancelable, else does nothing: a second call does nothing. It has to be joined
-    /// all the same. Nothing of its stack is unwound and its specific data stays; mutexes that it held become abandoned, and one that is
-    /// killed inside the allocator may leave that locked: a body enables cancelling only where it merely waits or
-    /// computes.
+    /// Kills the thread if it runs and is cancelable, else does nothing: a second call does nothing. It has to be
+    /// joined all the same. Nothing of its stack is unwound and its specific data stays; mutexes that it held become
+    /// abandoned, and one that is killed inside the allocator, the loader or a standard semaphore may leave that
+    /// locked: a body enables cancelling only where it merely computes, or waits for an event.
     virtual void cancel() = 0;
     /// A point at which a thread may be cancelled, on platforms that need one.
     virtual void testCancel() = 0;
