@@ -26,6 +26,7 @@ constexpr int LEVELS[] = {-15, -2, -1, 0, 1, 2, 15};
 // lets it raise its threads half way, so such a kernel is played.
 
 extern "C" int __real_getrlimit(__rlimit_resource_t, rlimit *);
+extern "C" int __real_getpriority(__priority_which_t, id_t);
 extern "C" int __real_setpriority(__priority_which_t, id_t, int);
 
 namespace {
@@ -77,6 +78,13 @@ extern "C" int __wrap_getrlimit(__rlimit_resource_t resource, rlimit *limit)
     ++nbNiceCalls;
     *limit = {kernel->getLimit(), kernel->getLimit()};
     return 0;
+}
+
+extern "C" int __wrap_getpriority(__priority_which_t which, id_t who)
+{
+    PlayedKernel * const kernel = PlayedKernel::present;
+    return kernel ? kernel->getNice(who ? who : static_cast<id_t>(::gettid()))
+                  : __real_getpriority(which, who);
 }
 
 extern "C" int __wrap_setpriority(__priority_which_t which, id_t who, int nice)
@@ -295,12 +303,13 @@ TEST(PlatformPriority, DISABLED_EveryLevelIsAcceptedAndNoneChangesAThread)
 {
     ASSERT_TRUE(dropPrivileges());
     Informant t;
+    Scheduling const before = t.ask();
     for (DWORD priorityClass : CLASSES) {
         EXPECT_SUCCEEDS(SetPriorityClass(GetCurrentProcess(), priorityClass));
         for (int level : LEVELS) {
             EXPECT_SUCCEEDS(SetThreadPriority(t.handle(), level));
             EXPECT_EQ(GetThreadPriority(t.handle()), level);
-            EXPECT_EQ(t.ask(), (Scheduling{SCHED_OTHER, 0, 0}));
+            EXPECT_EQ(t.ask(), before);
         }
     }
 }
@@ -309,6 +318,94 @@ TEST(PlatformPriority, WithoutPrivilegeEveryLevelIsAcceptedAndNoneChangesAThread
 {
     // It may not be raised, and is not lowered because it could not be raised again.
     passesElsewhere("PlatformPriority.DISABLED_EveryLevelIsAcceptedAndNoneChangesAThread");
+}
+
+TEST(PlatformPriority, DISABLED_AThreadOfANicedProcessRunsAtItsLevel)
+{
+    ASSERT_EQ(::setpriority(PRIO_PROCESS, 0, 5), 0);
+    Scheduling const mine = ownScheduling();
+    Informant t;
+    EXPECT_EQ(t.ask(), (Scheduling{SCHED_OTHER, 0, 0}));
+    EXPECT_SUCCEEDS(SetThreadPriority(t.handle(), THREAD_PRIORITY_LOWEST));
+    EXPECT_EQ(t.ask(), (Scheduling{SCHED_OTHER, 0, 4}));
+    Runner parent([] {
+        Informant child;
+        EXPECT_EQ(child.ask(), (Scheduling{SCHED_OTHER, 0, 0}));
+        return 0;
+    });
+    parent.join();
+    EXPECT_EQ(ownScheduling(), mine);
+    EXPECT_EQ(mine.nice, 5);
+}
+
+TEST(PlatformPriority, AThreadOfANicedProcessRunsAtItsLevel)
+{
+    if (!isPrivileged())
+        GTEST_SKIP() << "needs the right to raise priorities";
+    passesElsewhere("PlatformPriority.DISABLED_AThreadOfANicedProcessRunsAtItsLevel");
+}
+
+TEST(PlatformPriority, DISABLED_AThreadOfANicedProcessStays)
+{
+    ASSERT_TRUE(dropPrivileges());
+    int const nice = std::min(ownScheduling().nice + 5, 19);
+    ASSERT_EQ(::setpriority(PRIO_PROCESS, 0, nice), 0);
+    Informant t;
+    Scheduling const before = t.ask();
+    EXPECT_EQ(before.nice, nice);
+    for (int level : LEVELS) {
+        EXPECT_SUCCEEDS(SetThreadPriority(t.handle(), level));
+        EXPECT_EQ(t.ask(), before) << level;
+    }
+}
+
+TEST(PlatformPriority, WithoutPrivilegeAThreadOfANicedProcessStays)
+{
+    passesElsewhere("PlatformPriority.DISABLED_AThreadOfANicedProcessStays");
+}
+
+TEST(PlatformPriority, DISABLED_AThreadDoesNotInheritThePolicyOfTheApplication)
+{
+    for (int policy : {SCHED_FIFO, SCHED_RR, SCHED_BATCH, SCHED_IDLE}) {
+        sched_param parameter{};
+        parameter.sched_priority = ::sched_get_priority_min(policy);
+        ASSERT_EQ(::sched_setscheduler(0, policy, &parameter), 0) << policy;
+        Informant t;
+        EXPECT_EQ(t.ask(), (Scheduling{SCHED_OTHER, 0, 0})) << policy;
+        EXPECT_SUCCEEDS(SetPriorityClass(GetCurrentProcess(), REALTIME_PRIORITY_CLASS));
+        EXPECT_EQ(t.ask().policy, SCHED_RR);
+        EXPECT_EQ(t.ask().priority, 24);
+        EXPECT_SUCCEEDS(SetPriorityClass(GetCurrentProcess(), NORMAL_PRIORITY_CLASS));
+        EXPECT_EQ(::sched_getscheduler(0), policy);
+    }
+}
+
+TEST(PlatformPriority, AThreadDoesNotInheritThePolicyOfTheApplication)
+{
+    if (!isPrivileged())
+        GTEST_SKIP() << "needs the right to run in real time";
+    passesElsewhere("PlatformPriority.DISABLED_AThreadDoesNotInheritThePolicyOfTheApplication");
+}
+
+TEST(PlatformPriority, DISABLED_APolicyThatCannotBeLeftIsKept)
+{
+    sched_param const parameter{};
+    ASSERT_EQ(::sched_setscheduler(0, SCHED_IDLE, &parameter), 0);
+    ASSERT_TRUE(dropPrivileges());
+    Informant t;
+    Scheduling const before = t.ask();
+    EXPECT_EQ(before.policy, SCHED_IDLE);
+    for (DWORD priorityClass : CLASSES) {
+        EXPECT_SUCCEEDS(SetPriorityClass(GetCurrentProcess(), priorityClass));
+        EXPECT_SUCCEEDS(SetThreadPriority(t.handle(), THREAD_PRIORITY_HIGHEST));
+        EXPECT_EQ(t.ask(), before);
+        EXPECT_SUCCEEDS(SetThreadPriority(t.handle(), THREAD_PRIORITY_NORMAL));
+    }
+}
+
+TEST(PlatformPriority, WithoutPrivilegeAPolicyThatCannotBeLeftIsKept)
+{
+    passesElsewhere("PlatformPriority.DISABLED_APolicyThatCannotBeLeftIsKept");
 }
 
 namespace {

@@ -32,6 +32,8 @@ constexpr int BASE_PRIORITIES[][std::size(LEVELS)] = {{1, 2, 3, 4, 5, 6, 15},
                                                       {1, 11, 12, 13, 14, 15, 15},
                                                       {16, 22, 23, 24, 25, 26, 31}};
 constexpr int HIGHEST_BASE = 31;
+/// In place of a real-time priority: the application's threads run as it likes, and those that they make inherit it.
+constexpr int FOREIGN = -1;
 constexpr int NORMAL_BASE = 8;
 
 int rowOf(DWORD priorityClass)
@@ -116,9 +118,10 @@ bool apply(Thread &thread, DWORD priorityClass, int level)
         return true;
     generation.fetch_add(1, std::memory_order_relaxed);
     if (realTime != thread.realTime) {
-        if (!setPolicy(kernelId, realTime ? SCHED_RR : SCHED_OTHER, realTime))
+        if (setPolicy(kernelId, realTime ? SCHED_RR : SCHED_OTHER, realTime))
+            thread.realTime = realTime;
+        else if (realTime)
             return false;
-        thread.realTime = realTime;
     }
     if (!realTime)
         changeNice(thread, kernelId, nice);
@@ -138,6 +141,17 @@ bool mayRunRealTime()
         return false;
     ::pthread_join(probe, nullptr);
     return may;
+}
+
+/// Of the calling thread, which has just begun.
+void askWhatWasInherited(Thread &thread)
+{
+    int const policy = ::sched_getscheduler(0);
+    sched_param parameter{};
+    ::sched_getparam(0, &parameter);
+    bool const isOurs = policy == SCHED_RR || policy == SCHED_OTHER;
+    thread.realTime = isOurs ? parameter.sched_priority : FOREIGN;
+    thread.nice = thread.askedNice = ::getpriority(PRIO_PROCESS, 0);
 }
 
 bool applyToAll(DWORD priorityClass)
@@ -201,7 +215,7 @@ void inheritScheduling(Thread &child, Thread const &parent)
 {
     Locked locked(schedulingLock);
     child.generation = generation.load(std::memory_order_relaxed);
-    child.realTime = parent.realTime;
+    child.realTime = parent.created ? parent.realTime : FOREIGN;
     child.nice = child.askedNice = parent.nice;
 }
 
@@ -216,14 +230,10 @@ void beginScheduling(Thread &thread)
         generation.load(std::memory_order_seq_cst) == thread.generation)
         return;
     Locked locked(schedulingLock);
-    if (generation.load(std::memory_order_relaxed) != thread.generation) {
-        // Something changed since the parent was looked at, so ask what came of it.
-        sched_param parameter{};
-        ::sched_getparam(0, &parameter);
-        thread.realTime = parameter.sched_priority;
-        errno = 0;
-        thread.nice = thread.askedNice = ::getpriority(PRIO_PROCESS, 0);
-    }
+    // Where something changed since the parent was looked at, the system says what came of it.
+    if (thread.realTime == FOREIGN ||
+        generation.load(std::memory_order_relaxed) != thread.generation)
+        askWhatWasInherited(thread);
     apply(thread, processClass.load(std::memory_order_relaxed),
           thread.level.load(std::memory_order_relaxed));
 }
