@@ -69,10 +69,10 @@ struct alignas(64) Thread
     void *argument = nullptr;
 
     std::atomic<int> level{THREAD_PRIORITY_NORMAL};
-    /// `schedulingGeneration` when the thread was made; what it inherited is known as long as that has not moved.
+    /// Of the scheduling when the thread was made; what it inherited is known as long as that has not moved.
     std::uint32_t generation = 0;
-    /// What the system was last told, under `schedulingLock`: a real-time priority or 0 (below it: neither is known), a
-    /// nice value, and the latter as it was asked for.
+    /// What the system was last told, under `schedulingLock`: a real-time priority, 0, or less where the application's
+    /// own policy was inherited; a nice value, and the latter as it was asked for.
     int realTime = 0;
     int nice = 0;
     int askedNice = 0;

@@ -32,6 +32,11 @@ public:
                                              ObjPtr<MtThreadProtocol> protocol,
                                              bool terminateOnUnhandled, unsigned stackSize) = 0;
     /// The range of the levels of a thread's priority, from 0, the idle level, to 6, the time-critical one.
+    ///
+    /// On Linux these are nice values 14, 4, 2, 0, -2, -4 and -14 under `SCHED_OTHER`, and the priorities 16, 22 to 26
+    /// and 31 under `SCHED_RR` in real-time operation, whatever the process was started with. A thread that may not
+    /// come to its level stays as near to it as it may, and is not lowered where it could not be raised again. Threads
+    /// that the application made itself never change.
     virtual int getMinPriority() const = 0;
     virtual int getMaxPriority() const = 0;
 
