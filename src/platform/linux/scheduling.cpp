@@ -32,9 +32,9 @@ constexpr int BASE_PRIORITIES[][std::size(LEVELS)] = {{1, 2, 3, 4, 5, 6, 15},
                                                       {1, 11, 12, 13, 14, 15, 15},
                                                       {16, 22, 23, 24, 25, 26, 31}};
 constexpr int HIGHEST_BASE = 31;
+constexpr int NORMAL_BASE = 8;
 /// In place of a real-time priority: the application's threads run as it likes, and those that they make inherit it.
 constexpr int FOREIGN = -1;
-constexpr int NORMAL_BASE = 8;
 
 int rowOf(DWORD priorityClass)
 {
@@ -230,7 +230,7 @@ void beginScheduling(Thread &thread)
         generation.load(std::memory_order_seq_cst) == thread.generation)
         return;
     Locked locked(schedulingLock);
-    // Where something changed since the parent was looked at, the system says what came of it.
+    // What is not known, or has changed since the parent was looked at, the system says.
     if (thread.realTime == FOREIGN ||
         generation.load(std::memory_order_relaxed) != thread.generation)
         askWhatWasInherited(thread);
