@@ -213,6 +213,39 @@ TEST(PlatformMutex, ExcludesUnderContention)
     EXPECT_TRUE(ReleaseMutex(m));
 }
 
+TEST(PlatformMutex, ATimeMayBeUpWhileTheWakeUpIsOnItsWay)
+{
+    // So many time-outs and wake-ups that some cross.
+    constexpr int THREADS = 16, ROUNDS = 1000;
+    Owned const m = mutex();
+    LARGE_INTEGER frequency;
+    QueryPerformanceFrequency(&frequency);
+    long count = 0;
+    std::atomic<long> taken{0};
+    {
+        std::vector<std::unique_ptr<Runner>> runners;
+        for (int i = 0; i < THREADS; ++i)
+            runners.push_back(std::make_unique<Runner>([&] {
+                for (int round = 0; round < ROUNDS; ++round) {
+                    if (WaitForSingleObject(m, 1) != WAIT_OBJECT_0)
+                        continue;
+                    ++count;
+                    ++taken;
+                    LARGE_INTEGER now;
+                    QueryPerformanceCounter(&now);
+                    LONGLONG const due = now.QuadPart + frequency.QuadPart / 50000;
+                    while (now.QuadPart < due)
+                        QueryPerformanceCounter(&now);
+                    EXPECT_TRUE(ReleaseMutex(m));
+                }
+                return 0;
+            }));
+    }
+    EXPECT_EQ(count, taken);
+    EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseMutex(m));
+}
+
 TEST(PlatformMutex, AThreadThatTakesItAgainAndAgainStarvesNobody)
 {
     Owned const m = mutex();

@@ -141,13 +141,13 @@ void Queue::serve(WakeList &wakes)
     }
 }
 
-void WakeList::add(Waiter *waiter, std::uint32_t bit)
+void WakeList::grant(Waiter *waiter, DWORD result)
 {
-    waiter->granted = bit == Waiter::GRANTED;
+    waiter->result = result;
+    waiter->granted = true;
     waiter->next = nullptr;
     (_last ? _last->next : _first) = waiter;
     _last = waiter;
-    _bit = bit;
 }
 
 WakeList::~WakeList()
@@ -155,8 +155,10 @@ WakeList::~WakeList()
     // A waiter that has been woken may be in another queue already, hence the link is read first.
     while (Waiter *waiter = _first) {
         _first = waiter->next;
-        unpark(*waiter, _bit);
+        unpark(*waiter, Waiter::GRANTED);
     }
+    if (_looking)
+        unpark(*_looking, Waiter::LOOK);
 }
 
 // ---- parking --------------------------------------------------------------------------------------------

@@ -118,19 +118,15 @@ public:
     /// Wakes them all, the first first.
     ~WakeList();
 
-    void grant(Waiter *waiter, DWORD result)
-    {
-        waiter->result = result;
-        add(waiter, Waiter::GRANTED);
-    }
-    void look(Waiter *waiter) { add(waiter, Waiter::LOOK); }
+    void grant(Waiter *, DWORD result);
+    /// For one that was taken off the queue to try again; at most one in a list. Its time may be up before the wake-up
+    /// comes, and its links be another queue's by then, so none of this list's leads to it.
+    void look(Waiter *waiter) { _looking = waiter; }
 
 private:
-    void add(Waiter *, std::uint32_t bit);
-
     Waiter *_first = nullptr;
     Waiter *_last = nullptr;
-    std::uint32_t _bit = 0;
+    Waiter *_looking = nullptr;
 };
 
 /// Lets the waiter's thread go on.
