@@ -14,6 +14,14 @@
 #include <sys/personality.h>
 #include <unistd.h>
 
+/// Under the thread sanitizer a process would wait a second at its end for threads that are still there, as the abandoned
+/// ones are.
+extern "C" __attribute__((visibility("default"))) char const *__tsan_default_options();
+char const *__tsan_default_options()
+{
+    return "atexit_sleep_ms=0";
+}
+
 namespace Zv::Simulated {
 
 std::vector<Scenario> &getScenarios()
