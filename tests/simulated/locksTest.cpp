@@ -3,6 +3,7 @@
 
 #include "resmgt/locks.h"
 
+#include <atomic>
 #include <memory>
 
 using namespace Zv;
@@ -125,7 +126,7 @@ public:
     int getValue() const { return _value; }
 
 private:
-    int _readers = 0;
+    std::atomic<int> _readers = 0;
     int _writers = 0;
     int _value = 0;
 };

@@ -118,8 +118,12 @@ bool isGoodName(char const *&name)
     return error == ERROR_SUCCESS || fail(error);
 }
 
+// To the thread sanitizer the names are a table behind a lock: whoever finds one gone has seen what came before.
+
 Object *findName(char const *name)
 {
+    synchroniseAcquire(&objects);
+    Unseen const unseen;
     for (std::size_t i = 0; i < used; ++i)
         if (objects[i].type != Object::DEAD && objects[i].name &&
             std::strcmp(objects[i].name, name) == 0)
@@ -129,11 +133,22 @@ Object *findName(char const *name)
 
 bool addName(Object &object, char const *name)
 {
+    Unseen const unseen;
     object.name = static_cast<char *>(std::malloc(std::strlen(name) + 1));
     if (!object.name)
         return fail(ERROR_NOT_ENOUGH_MEMORY);
     std::strcpy(object.name, name);
     return true;
+}
+
+void removeName(Object &object)
+{
+    if (!object.name)
+        return;
+    synchroniseRelease(&objects);
+    Unseen const unseen;
+    std::free(object.name);
+    object.name = nullptr;
 }
 
 // ---- for reports ----------------------------------------------------------------------------------------
@@ -217,8 +232,7 @@ BOOL CloseHandle(HANDLE handle)
     if (--object->handles)
         return TRUE;
     object->closed = true;
-    std::free(object->name);
-    object->name = nullptr;
+    removeName(*object);
     // A mutex that nobody waits for dies in its owner's hands; one that is held elsewhere lives until it is let go.
     if (object->type == Object::MUTEX && object->pins == 0 && object->owner == &currentThread())
         disclaim(*object);

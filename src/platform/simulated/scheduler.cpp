@@ -39,29 +39,6 @@ constexpr std::uint32_t YIELDS = 50;
 /// Time that has moved so often while the first thread waited, or another for what it says is there: for ever.
 constexpr std::uint32_t MOVES = 1000;
 
-/// What the scheduler itself writes down is its own affair: the sanitizer sees calls of the C library where it does not
-/// see the scheduler's code.
-class Unseen
-{
-public:
-    Unseen()
-    {
-        if (!AnnotateIgnoreReadsBegin || !AnnotateIgnoreWritesBegin)
-            return;
-        AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
-        AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
-    }
-    ~Unseen()
-    {
-        if (!AnnotateIgnoreReadsEnd || !AnnotateIgnoreWritesEnd)
-            return;
-        AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
-        AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
-    }
-    Unseen(Unseen const &) = delete;
-    Unseen &operator=(Unseen const &) = delete;
-};
-
 std::uint64_t mix(std::uint64_t digest, std::uint64_t value)
 {
     return (digest ^ value) * 0x9E3779B97F4A7C15 + (digest >> 29);
@@ -90,6 +67,22 @@ void giveBaton(std::uint32_t &baton)
 }
 
 } // namespace
+
+Unseen::Unseen()
+{
+    if (!AnnotateIgnoreReadsBegin || !AnnotateIgnoreWritesBegin)
+        return;
+    AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+    AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
+}
+
+Unseen::~Unseen()
+{
+    if (!AnnotateIgnoreReadsEnd || !AnnotateIgnoreWritesEnd)
+        return;
+    AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
+    AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+}
 
 void synchroniseRelease(void const *place)
 {
@@ -128,6 +121,8 @@ void Scheduler::handOver(Thread &to)
     // Asked while the baton is here: the next thread may end this one.
     bool const isOver = from.state == Thread::ENDED;
     self = &to;
+    // Whoever kills it where it stands has seen it come so far.
+    synchroniseRelease(&from);
     giveBaton(to.baton);
     if (isOver)
         return;
@@ -346,6 +341,7 @@ void Scheduler::advance()
 /// Whether somebody waits for ever for what is there.
 void Scheduler::judgeStated()
 {
+    Unseen const unseen;
     bool const isLast = nextDeadline() == NEVER;
     forEach([&](Thread &thread) {
         if (thread.state != Thread::WAITING || thread.deadline != NEVER)
@@ -366,6 +362,7 @@ void Scheduler::judgeStated()
 
 Thread *Scheduler::newThread()
 {
+    Unseen const unseen;
     if (!_threads) {
         void *memory = ::mmap(nullptr, MAX_THREADS * sizeof(Thread), PROT_READ | PROT_WRITE,
                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -475,6 +472,7 @@ bool Scheduler::isRefused(Resource resource)
 
 void Scheduler::mark(Place &place) const
 {
+    Unseen const unseen;
     place.count = static_cast<unsigned>(::backtrace(place.frames, FRAMES));
 }
 

@@ -181,6 +181,7 @@ HANDLE createObject(char const *name, Object::Type type, Resource resource, Make
 Object *findName(char const *);
 bool isGoodName(char const *&);
 bool addName(Object &, char const *);
+void removeName(Object &);
 
 template <class Make>
 HANDLE createObject(char const *name, Object::Type type, Resource resource, Make make)
@@ -248,5 +249,16 @@ static_assert(sizeof(Section) <= sizeof(CRITICAL_SECTION));
 // What the thread sanitizer is told: what was done before a release is seen after the acquire that follows.
 void synchroniseRelease(void const *);
 void synchroniseAcquire(void const *);
+
+/// While it lives the thread sanitizer takes no notice of the thread. What the simulation writes down is its own affair:
+/// where the simulation's code is not seen, calls of the C library still are, and what a program has handed over.
+class Unseen
+{
+public:
+    Unseen();
+    ~Unseen();
+    Unseen(Unseen const &) = delete;
+    Unseen &operator=(Unseen const &) = delete;
+};
 
 } // namespace ZvPlatform::Simulated

@@ -284,6 +284,7 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
             leaveAddress(*thread);
         }
     }
+    synchroniseAcquire(thread);
     end(*thread, exitCode);
     // The block stays with it, and so do its stack and the sections that it is in.
     if (thread == &currentThread())
