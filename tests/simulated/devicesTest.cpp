@@ -237,9 +237,18 @@ SIMULATED(DeviceClosedWhileRequestsArrive, WITH_PACKAGES)
 SIMULATED(DeviceDestroyedUnclosed, WITH_PACKAGES)
 {
     InPackageScope const packages;
-    ProbePtr const device = makeProbe("probe");
-    device->performOpen();
-    Worker setter("setter", [&] { device->level->set(1); });
+    auto const fifo = makeShd<DevMDStdFifo>(1);
+    int executed = 0;
+    {
+        auto const device = makeShd<Probe>("probe", fifo, Probe::Wishes{});
+        device->performOpen();
+        // Nothing of the device's: it is gone when its thread ends.
+        Worker asker("asker", [&] {
+            for (int i = 0; i < 2; ++i)
+                HOLDS(!fifo->send(makeANO([&executed] { ++executed; })));
+        });
+    }
+    HOLDS(executed <= 2);
 }
 
 // ---- the manager ----------------------------------------------------------------------------------------
