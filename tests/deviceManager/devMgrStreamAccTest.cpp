@@ -33,17 +33,23 @@ public:
         if (failsToStart)
             throw std::runtime_error("stuck");
         Base::start();
+        if (whenStarted)
+            whenStarted();
     }
     void stop() override
     {
         journal.add("stop " + name);
         Base::stop();
+        if (failsToStop)
+            throw std::runtime_error("runs on: " + name);
     }
 
     Journal &journal;
     std::string const name;
     int rate = 48000;
     bool failsToStart = false;
+    bool failsToStop = false;
+    std::function<void()> whenStarted;
 };
 
 template <class Base>
@@ -75,7 +81,10 @@ public:
     void connect(RCShdPtr<DevMDStreamPassiveSink> sink) override
     {
         journal.add("connect " + name + " to " + sink->getName().getChars());
+        if (failsToConnect)
+            throw std::runtime_error("no contact");
     }
+    bool failsToConnect = false;
 };
 
 class PassiveSource : public Source<DevMDStdStreamPassiveSource>
@@ -154,6 +163,8 @@ protected:
         return *_b;
     }
 
+    bool isDeviceMade() const { return _a || _b; }
+
     /// The reason of the failure that `connect` ends with.
     template <class Failure>
     std::string refusal(char const *config)
@@ -208,7 +219,10 @@ TEST_F(StreamAccess, GoodStringsParse)
     for (char const *config : {"a:x push b:y", " a : x\tpull\nb : y ", ":x push :y",
                                "a:: push b::", "a:push push push:pull"})
         EXPECT_EQ(syntaxError(config), "no failure") << config;
-    EXPECT_EQ(journal.take(), Lines{});
+    // Only connecting makes devices.
+    EXPECT_FALSE(isDeviceMade());
+    access->connect("a:a.out push b:b.in");
+    EXPECT_TRUE(isDeviceMade());
 }
 
 TEST_F(StreamAccess, LongNamesAreCutInTheReasonNotOverrun)
@@ -328,13 +342,100 @@ TEST_F(StreamAccess, RegistrationsSurviveAFailedConnection)
     EXPECT_TRUE(deviceA().out->isAvailable());
 }
 
+TEST_F(StreamAccess, StreamInUseComesBeforeEndsThatDoNotFit)
+{
+    access->connect("a:a.out push b:b.in");
+    EXPECT_EQ(refusal<DevMgrEx::StreamNotAvailable>("a:a.out push b:b.out"), "a:a.out");
+}
+
+TEST_F(StreamAccess, IncompatibleStreamsComeBeforeTheVerb)
+{
+    deviceA().lend->rate = 44100;
+    EXPECT_EQ(refusal<DevMgrEx::StreamsNotCompatible>("a:a.lend push b:b.in"),
+              "a:a.lend push b:b.in");
+}
+
+TEST_F(StreamAccess, NothingStartsWhereConnectingFails)
+{
+    deviceA().out->failsToConnect = true;
+    EXPECT_THROW(access->connect("a:a.out push b:b.in"), std::runtime_error);
+    access = nullptr;
+    EXPECT_EQ(journal.take(), (Lines{"connect a.out to b.in"}));
+}
+
+TEST_F(StreamAccess, StreamThatFailsToStartIsNotStopped)
+{
+    deviceB().in->failsToStart = true;
+    EXPECT_THROW(access->connect("a:a.out push b:b.in"), std::runtime_error);
+    access = nullptr;
+    EXPECT_EQ(journal.take(), (Lines{"connect a.out to b.in", "start b.in"}));
+}
+
 TEST_F(StreamAccess, StreamStartedBeforeAFailureIsStoppedAtTheEnd)
 {
     deviceA().out->failsToStart = true;
+    deviceB().fetch->failsToStart = true;
     EXPECT_THROW(access->connect("a:a.out push b:b.in"), std::runtime_error);
+    EXPECT_THROW(access->connect("a:a.lend pull b:b.fetch"), std::runtime_error);
     journal.take();
     access = nullptr;
-    EXPECT_EQ(journal.take(), (Lines{"stop b.in"}));
+    EXPECT_EQ(journal.take(), (Lines{"stop a.lend", "stop b.in"}));
+}
+
+TEST_F(StreamAccess, StreamThatFailsToStopDoesNotKeepTheOthersRunning)
+{
+    access->connect("a:a.out push b:b.in");
+    access->connect("b:b.lend pull a:a.fetch");
+    deviceB().lend->failsToStop = deviceB().in->failsToStop = true;
+    journal.take();
+    try {
+        access = nullptr;
+        FAIL() << "nothing was said of it";
+    } catch (std::runtime_error const &failure) {
+        EXPECT_STREQ(failure.what(), "runs on: b.lend");
+    }
+    EXPECT_EQ(journal.take(), (Lines{"stop a.fetch", "stop b.lend", "stop a.out", "stop b.in"}));
+}
+
+TEST_F(StreamAccess, StreamStartedByAnotherOnesStartIsStoppedAfterIt)
+{
+    StreamDevice &deviceOfIn = deviceB();
+    deviceOfIn.in->whenStarted = [&] { access->connect("b:b.lend pull a:a.fetch"); };
+    access->connect("a:a.out push b:b.in");
+    journal.take();
+    access = nullptr;
+    EXPECT_EQ(journal.take(), (Lines{"stop a.out", "stop b.in", "stop a.fetch", "stop b.lend"}));
+}
+
+TEST_F(StreamAccess, NullStreamIsFoundOutWhenItIsConnected)
+{
+    access->registerStream({"x"}, RCShdPtr<DevMDStream>());
+    EXPECT_THROW(access->connect(":x push b:b.in"), RCEx::ExNullPtr);
+}
+
+TEST(StreamAccessByItself, NeedsAMediator)
+{
+    ObjPtr<DevMgrStreamAcc> const orphan = DevMgrStreamAcc::create(RCShdPtr<DevMgrMediator>());
+    EXPECT_THROW(orphan->connect("a:x push b:y"), RCEx::ExNullPtr);
+    EXPECT_THROW(orphan->isRegistered({"x"}), RCEx::ExNullPtr);
+}
+
+TEST(StreamAccessByItself, TakesNoLockInTheNoGuardFormsNorWhenItGoes)
+{
+    Journal journal;
+    auto * const stream = new ActiveSource("x", journal);
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    ObjPtr<DevMgrStreamAcc> access = DevMgrStreamAcc::create(mediator);
+    LkGuard<LkLock const> const guard(mediator->getLock());
+    // As if this thread had handed its lock on to the other one, which would wait for it for ever.
+    std::thread([&] {
+        access->registerNoGuard({"x"}, RCShdPtr<DevMDStream>(stream));
+        EXPECT_TRUE(access->isRegisteredNoGuard({"x"}));
+        EXPECT_FALSE(access->isRegisteredNoGuard({"y"}));
+        EXPECT_THROW(access->registerNoGuard({"x"}, RCShdPtr<DevMDStream>(stream)),
+                     DevMgrEx::NameNotUnique);
+        access = nullptr;
+    }).join();
 }
 
 TEST_F(StreamAccess, StreamThatWasStartedIsStoppedWhateverAllocationFails)

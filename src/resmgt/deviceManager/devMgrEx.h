@@ -51,7 +51,7 @@ public:
     ZV_EXCEPTION_MEMBERS(NameNotRegistered)
 };
 
-/// No device has this name. "Named device not found."
+/// A device has no stream of this name. "Named device not found."
 class ZVRESMGT_EXPORT DevMgrEx::NameNotFound : public std::logic_error, public DevMgrEx
 {
 public:
@@ -117,7 +117,7 @@ public:
     ZV_EXCEPTION_MEMBERS(SMBadTransitionImp)
 };
 
-/// A stream is missing or in use: the detail.
+/// A stream is in use: the detail.
 class ZVRESMGT_EXPORT DevMgrEx::StreamNotAvailable : public std::logic_error, public DevMgrEx
 {
 public:

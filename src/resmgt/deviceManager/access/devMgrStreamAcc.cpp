@@ -137,18 +137,15 @@ private:
 
     void startStream(RCShdPtr<DevMDStream> const &stream)
     {
-        _started.push_front(stream); // before it runs: one that runs will be stopped
-        try {
-            stream->start();
-        } catch (...) {
-            _started.pop_front();
-            throw;
-        }
+        List<RCShdPtr<DevMDStream>> started{
+            stream}; // a stream that runs does not want for memory to be stopped
+        stream->start();
+        _started.splice(_started.begin(), started);
     }
 
     RCShdPtr<DevMgrMediator> _mediator;
     HashMap<LiString, RCShdPtr<DevMDStream>> _streamMap;
-    Deque<RCShdPtr<DevMDStream>> _started;
+    List<RCShdPtr<DevMDStream>> _started; ///< the latest first
     LiString const _nullString;
 };
 

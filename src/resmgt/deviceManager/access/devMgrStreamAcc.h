@@ -36,8 +36,12 @@ public:
         LiString _id;
     };
 
+    /// For the devices of a mediator; `DevMgr::createStreamAcc` makes one for those of a manager. A null mediator ends
+    /// the first operation that asks for it in `RCEx::ExNullPtr`.
     static ObjPtrRet<DevMgrStreamAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
 
+    /// Stops what it started, without taking the configuration lock. One that fails to stop does not keep the others
+    /// running; throws the first failure when all is done.
     virtual ~DevMgrStreamAcc() noexcept(false);
 
     /// Throws `DevMgrEx::ConfigSyntaxError` on a bad string, with all that was accepted and the fault. Changes
@@ -50,10 +54,11 @@ public:
     /// `DevPrtclEx::ExNameNotRegistered` for an unknown device. What a stream throws passes, and streams started
     /// before that are stopped with this object.
     virtual void connect(LiString const &config) = 0;
-    /// Makes a stream known by an id. `DevMgrEx::NameNotUnique` where the id is taken.
+    /// Makes a stream known by an id. `DevMgrEx::NameNotUnique` where the id is taken. A null stream is found out when
+    /// it is connected, by `RCEx::ExNullPtr`.
     virtual void registerStream(StreamId const &id, RCShdPtr<DevMDStream> stream) = 0;
     virtual bool isRegistered(StreamId const &id) = 0;
-    /// The forms for a caller that holds the manager's configuration lock.
+    /// The forms for a caller that holds the configuration lock, `DevMgrMediator::getLock`.
     virtual void registerNoGuard(StreamId const &id, RCShdPtr<DevMDStream> stream) = 0;
     virtual bool isRegisteredNoGuard(StreamId const &id) = 0;
 
