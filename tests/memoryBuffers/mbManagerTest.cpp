@@ -28,6 +28,18 @@ std::uint64_t lengthOf(MbBuffer const &buffer)
     return imp.getRegionEnd() - imp.getRegionStart();
 }
 
+/// A prefetch fails, and so does what is told of it, again and again.
+void failToTell(MbBuffer &buffer, Control &control, int times)
+{
+    control.hooks["asyncLoadFailed"] = [] { throw std::runtime_error("not now"); };
+    buffer.prefetch();
+    for (int i = 0; i < times; ++i)
+        EXPECT_THROW(control.handle->performFailed(), std::runtime_error);
+    control.hooks.clear();
+    control.handle->performFailed();
+    EXPECT_EQ("Freed", stateOf(buffer));
+}
+
 class HeapManager : public testing::Test
 {
 protected:
@@ -142,6 +154,17 @@ TEST_F(HeapManager, HasItsBytesBackAfterUnloadFreeAndDestroy)
     c.sync();
     c = MbBuffer();
     EXPECT_EQ(0u, manager->getAllocated());
+}
+
+TEST_F(HeapManager, HasItsBytesBackOnceHoweverOftenAFailureIsTold)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer buffer = make("a", control);
+    failToTell(buffer, *control, 2);
+    EXPECT_EQ(0u, manager->getAllocated());
+    MbBuffer const large = make("large", 4 * UNIT);
+    load(large);
+    EXPECT_TRUE(large.isLoaded());
 }
 
 TEST_F(HeapManager, OutlivesItsClientsForTheSakeOfItsBuffers)
@@ -472,6 +495,16 @@ TEST_F(ArenaManager, TakesNoMoreThanTheSizeFromAnAlignedPlace)
     load(factory.create("b", 128));
     EXPECT_EQ("Unloaded", stateOf(buffers.front()));
     EXPECT_TRUE(buffers.back().isLoaded());
+}
+
+TEST_F(ArenaManager, HasItsMemoryBackOnceHoweverOftenAFailureIsTold)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer buffer = factory.create("a", makeObj<RecordingProtocol>(control), 128, ANYWHERE);
+    failToTell(buffer, *control, 1);
+    MbBuffer const large = factory.create("large", 1024, ANYWHERE);
+    load(large);
+    EXPECT_TRUE(large.isLoaded());
 }
 
 TEST_F(ArenaManager, AsksThePoolForTheAlignment)

@@ -107,7 +107,8 @@ public:
     bool removeLock() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS { return --_lockCount == 0; }
 
     MbManager &getManager() const { return *_manager; }
-    /// Calls the protocol with the mutex free: `operation( protocol, memory, size )`.
+    /// Calls the protocol with the mutex free: `operation( protocol, memory, size )`. The body is in
+    /// `mbBufferImp.inline.h`.
     template <class Operation>
     void callProtocol(Operation operation) ZV_NO_THREAD_SAFETY_ANALYSIS;
 

@@ -36,8 +36,11 @@ void MbPoolManager::allocateRegion(MbBufferImp *buffer)
     }
 }
 
+/// A buffer may come again without a region: where the result of an operation throws, it waits for another one.
 void MbPoolManager::deallocateRegion(MbBufferImp *buffer)
 {
+    if (!buffer->getRegionStart())
+        return;
     LkGuard<LkMutex const> guard(_mutex);
     performDeallocate(buffer);
     --_nbRegions;

@@ -20,7 +20,8 @@ class LkAsyncHandle;
 /// needs memory: `unload`), without any lock of the library. They may use other buffers. The memory is the buffer's data
 /// and its size in bytes; it is valid during the call, for asynchronous operations until their completion. Nobody else
 /// reaches the buffer meanwhile: who wants it waits. A call that locks or syncs this very buffer from here fails an
-/// assertion; `asyncSync`, `free` and, in `unload` and `free`, `prefetch` take effect when the operation is over.
+/// assertion; `asyncSync`, `free` and, in `unload` and `free`, `prefetch` take effect when the operation is over. In
+/// `free` the first two find nothing left to do, and in that of the last reference none of them is possible.
 ///
 /// An exception takes the buffer back to the state in which it was, and goes on to whoever caused the operation. One
 /// from `unlocked` therefore leaves the buffer locked, one from the four results of loading and reloading leaves it
