@@ -126,7 +126,6 @@ private:
 
     void address()
     {
-        std::uint32_t seen = _mixture.word;
         switch (below(3)) {
         case 0:
             ++_mixture.word;
@@ -137,6 +136,7 @@ private:
             WakeByAddressAll(&_mixture.word);
             break;
         default:
+            std::uint32_t seen = _mixture.word;
             if (!WaitOnAddress(&_mixture.word, &seen, sizeof seen, below(3))) {
                 EXPECT_EQ(GetLastError(), ERROR_TIMEOUT);
             }

@@ -238,17 +238,19 @@ SIMULATED(DeviceDestroyedUnclosed, WITH_PACKAGES)
 {
     InPackageScope const packages;
     auto const fifo = makeShd<DevMDStdFifo>(1);
-    int executed = 0;
+    bool isGone = false;
+    // Of nothing that is the device's: it is destroyed before its thread ends.
+    auto const request = [&isGone] { return makeANO([&isGone] { HOLDS(!isGone); }); };
     {
         auto const device = makeShd<Probe>("probe", fifo, Probe::Wishes{});
         device->performOpen();
-        // Nothing of the device's: it is gone when its thread ends.
         Worker asker("asker", [&] {
             for (int i = 0; i < 2; ++i)
-                HOLDS(!fifo->send(makeANO([&executed] { ++executed; })));
+                HOLDS(!fifo->send(request()));
         });
     }
-    HOLDS(executed <= 2);
+    isGone = true;
+    HOLDS(!fifo->send(request()));
 }
 
 // ---- the manager ----------------------------------------------------------------------------------------
