@@ -41,12 +41,22 @@ int toInt(std::string_view text, int defaultValue)
 
 } // namespace
 
+EnvVar::Guard::Guard() ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    environmentLock.lock();
+}
+
+EnvVar::Guard::~Guard() ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    environmentLock.unlock();
+}
+
 void EnvVar::putEnv(char const *assignment)
 {
     char const * const separator = std::strchr(assignment, '=');
     ZV_ASSERT(separator && separator != assignment);
     std::string const name(assignment, separator);
-    BaseGuard const guard(environmentLock);
+    Guard const guard;
 #ifdef _WIN32
     ZV_ASSERT(::_putenv_s(name.c_str(), separator + 1) == 0);
 #else
@@ -56,7 +66,7 @@ void EnvVar::putEnv(char const *assignment)
 
 std::string EnvVar::getEnv(char const *name)
 {
-    BaseGuard const guard(environmentLock);
+    Guard const guard;
     char const * const text = std::getenv(name);
     return text ? text : "";
 }
@@ -69,7 +79,7 @@ EnvIntVar::EnvIntVar(char const *name, int defaultValue)
 
 void EnvIntVar::refresh()
 {
-    BaseGuard const guard(environmentLock);
+    EnvVar::Guard const guard;
     char const * const text = std::getenv(_name);
     Interlocked::storeRelease(_value, text ? toInt(text, _defaultValue) : _defaultValue);
 }

@@ -8,10 +8,31 @@
 
 namespace Zv {
 
-/// The environment of the process. Any thread may call; the library's own readings and `putEnv` exclude each other.
+/// The environment of the process. Any thread may call.
+///
+/// `putEnv` and everything in the libraries that reads the environment exclude each other. Dates by local time read it
+/// too: the system's time zone is the variable TZ. The libraries know nothing of an application that calls `getenv`,
+/// `setenv`, `localtime` or `strftime` itself. If another thread may call `putEnv` meanwhile, the application must hold
+/// an `EnvVar::Guard`:
+///
+///     {
+///         EnvVar::Guard const guard;
+///         ::localtime_r(&seconds, &fields);
+///     }
 class ZVBASE_EXPORT EnvVar
 {
 public:
+    /// Keeps the environment as it is while it lives. Its constructor blocks while another thread reads or changes the
+    /// environment. A thread that holds one may make another one, and may call `putEnv`.
+    class ZVBASE_EXPORT Guard
+    {
+    public:
+        Guard();
+        ~Guard();
+        Guard(Guard const &) = delete;
+        Guard &operator=(Guard const &) = delete;
+    };
+
     /// Sets a variable: "NAME=value". "NAME=" sets it to the empty text. The text is copied. Fails the assertion
     /// "separator && separator != assignment" where there is no '=' behind a name.
     static void putEnv(char const *assignment);

@@ -1,10 +1,15 @@
 #include "zvbase/osDate.h"
 
 #include "platform/services.h"
+#include "zvbase/envVar.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
+#include <string_view>
 
 namespace Zv {
 
@@ -12,6 +17,7 @@ namespace {
 
 constexpr std::int64_t MICROSECONDS = 1'000'000;
 constexpr std::int64_t SECONDS_OF_DAY = 86'400;
+constexpr std::string_view UNIVERSAL_ZONE = "UTC";
 /// From 1601, where the system's clock begins, to 1970, in units of 100 ns.
 constexpr std::int64_t BEGINNING_OF_1970 = 116'444'736'000'000'000;
 
@@ -58,6 +64,17 @@ bool isDate(int year, int month, int day)
     return day <= length;
 }
 
+/// Makes what follows go by the present TZ. The caller must hold an `EnvVar::Guard`, also for what follows.
+void readZone()
+{
+#ifdef _WIN32
+    ::_tzset();
+#else
+    ::tzset();
+#endif
+}
+
+/// The caller must hold an `EnvVar::Guard` and have called `readZone`.
 bool toLocal(std::int64_t seconds, std::tm &tm)
 {
     std::time_t const time = seconds;
@@ -68,44 +85,81 @@ bool toLocal(std::int64_t seconds, std::tm &tm)
 #endif
 }
 
-bool isSameTime(std::tm const &left, std::tm const &right)
+/// What the place's clock shows, counted as if it were universal time.
+std::int64_t toClockSeconds(std::tm const &tm)
 {
-    return left.tm_year == right.tm_year && left.tm_mon == right.tm_mon &&
-           left.tm_mday == right.tm_mday && left.tm_hour == right.tm_hour &&
-           left.tm_min == right.tm_min && left.tm_sec == right.tm_sec;
+    return daysFromCivil(tm.tm_year + std::int64_t{1900}, tm.tm_mon + 1, tm.tm_mday) *
+               SECONDS_OF_DAY +
+           tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec;
 }
 
-/// Whether the place's clock shows `wanted` at that moment.
-bool isShownAt(std::int64_t seconds, std::tm const &wanted)
+/// Finds the moment at which the place's clock shows `shown`, the first one or a later repetition. False if there is
+/// none.
+//
+// The system's own function is no help: it picks one of several moments by what it was asked before, and moves a time
+// that the clock skips. The zone's distance from universal time is looked up around the day instead. No zone keeps a
+// distance for less than a step.
+bool fromLocal(std::int64_t shown, int repetition, std::int64_t &seconds)
 {
-    std::tm shown = {};
-    return toLocal(seconds, shown) && isSameTime(shown, wanted);
-}
-
-/// False for an hour that the place's clock skips: the system would move it.
-bool fromLocal(std::tm const &wanted, std::int64_t &seconds)
-{
-    std::tm tm = wanted;
-    tm.tm_isdst = -1;
-    seconds = std::mktime(&tm);
-    if (!isShownAt(seconds, wanted))
-        return false;
-    // Of an hour that the clock repeats the system picks one by what it was asked before.
-    for (std::int64_t const shift : {1800, 3600, 7200}) {
-        if (isShownAt(seconds - shift, wanted)) {
-            seconds -= shift;
-            break;
-        }
+    constexpr std::int64_t STEP = 3 * 3600;
+    constexpr int NB_STEPS = 9; // further than any zone is away from universal time
+    std::array<std::int64_t, 2 * NB_STEPS + 1> moments;
+    std::size_t nbMoments = 0;
+    EnvVar::Guard const guard;
+    readZone();
+    for (int step = -NB_STEPS; step <= NB_STEPS; ++step) {
+        std::int64_t const sample = shown + step * STEP;
+        std::tm tm = {};
+        if (!toLocal(sample, tm))
+            continue;
+        std::int64_t const moment = shown - (toClockSeconds(tm) - sample);
+        auto * const end = moments.data() + nbMoments;
+        if (std::find(moments.data(), end, moment) == end && toLocal(moment, tm) &&
+            toClockSeconds(tm) == shown)
+            moments[nbMoments++] = moment;
     }
+    if (repetition < 0 || static_cast<std::size_t>(repetition) >= nbMoments)
+        return false;
+    std::sort(moments.data(), moments.data() + nbMoments);
+    seconds = moments[static_cast<std::size_t>(repetition)];
     return true;
 }
 
-void nameZone(OsDateTypes::DateStruct &date, OsDateTypes::TimeMode mode)
+/// A zone that calls itself "UTC" and is not gets its distance for a name, so that nobody takes its time for universal
+/// time.
+void nameByDistance(char (&name)[32], std::int64_t distance)
 {
-    if (mode == OsDateTypes::UNIVERSAL)
-        std::snprintf(date.zone, sizeof date.zone, "UTC");
+    int const minutes = static_cast<int>(std::abs(distance) / 60);
+    char const sign = distance < 0 ? '-' : '+';
+    if (minutes % 60 == 0)
+        std::snprintf(name, sizeof name, "%c%02d", sign, minutes / 60);
     else
-        std::strftime(date.zone, sizeof date.zone, "%Z", &date.tm);
+        std::snprintf(name, sizeof name, "%c%02d%02d", sign, minutes / 60, minutes % 60);
+}
+
+/// The fields by the clock of the place. False if the system cannot tell.
+bool takeApartByLocalTime(std::int64_t seconds, OsDateTypes::DateStruct &date)
+{
+    EnvVar::Guard const guard;
+    readZone();
+    if (!toLocal(seconds, date.tm))
+        return false;
+    std::strftime(date.zone, sizeof date.zone, "%Z", &date.tm);
+    std::int64_t const distance = toClockSeconds(date.tm) - seconds;
+    if (distance != 0 && std::string_view(date.zone).starts_with(UNIVERSAL_ZONE))
+        nameByDistance(date.zone, distance);
+    return true;
+}
+
+void takeApartByUniversalTime(std::int64_t seconds, OsDateTypes::DateStruct &date)
+{
+    std::int64_t const days = floorDivide(seconds, SECONDS_OF_DAY);
+    std::int64_t const rest = seconds - days * SECONDS_OF_DAY;
+    civilFromDays(days, date.tm);
+    date.tm.tm_hour = static_cast<int>(rest / 3600);
+    date.tm.tm_min = static_cast<int>(rest / 60 % 60);
+    date.tm.tm_sec = static_cast<int>(rest % 60);
+    UNIVERSAL_ZONE.copy(date.zone, sizeof date.zone - 1);
 }
 
 } // namespace
@@ -120,7 +174,7 @@ OsDateTypes::DateRep OsDateUtil::now()
 }
 
 bool OsDateUtil::makeTime(OsDateTypes::DateRep &date, int year, int month, int day, int hour,
-                          int minute, double seconds, OsDateTypes::TimeMode mode)
+                          int minute, double seconds, OsDateTypes::TimeMode mode, int repetition)
 {
     bool const isTime =
         hour >= 0 && hour < 24 && minute >= 0 && minute < 60 && seconds >= 0 && seconds < 60;
@@ -129,16 +183,8 @@ bool OsDateUtil::makeTime(OsDateTypes::DateRep &date, int year, int month, int d
 
     std::int64_t start =
         daysFromCivil(year, month, day) * SECONDS_OF_DAY + hour * 3600 + minute * 60;
-    if (mode == OsDateTypes::LOCAL) {
-        std::tm tm = {};
-        tm.tm_year = year - 1900;
-        tm.tm_mon = month - 1;
-        tm.tm_mday = day;
-        tm.tm_hour = hour;
-        tm.tm_min = minute;
-        if (!fromLocal(tm, start))
-            return false;
-    }
+    if (mode == OsDateTypes::LOCAL ? !fromLocal(start, repetition, start) : repetition != 0)
+        return false;
     date.microseconds =
         start * MICROSECONDS + std::llround(seconds * static_cast<double>(MICROSECONDS));
     return true;
@@ -150,16 +196,8 @@ OsDateTypes::DateStruct OsDateUtil::convertToDateStruct(OsDateTypes::DateRep con
     std::int64_t const seconds = floorDivide(date.microseconds, MICROSECONDS);
     OsDateTypes::DateStruct result;
     result.milliseconds = static_cast<int>((date.microseconds - seconds * MICROSECONDS) / 1000);
-    if (mode == OsDateTypes::UNIVERSAL || !toLocal(seconds, result.tm)) {
-        std::int64_t const days = floorDivide(seconds, SECONDS_OF_DAY);
-        std::int64_t const rest = seconds - days * SECONDS_OF_DAY;
-        civilFromDays(days, result.tm);
-        result.tm.tm_hour = static_cast<int>(rest / 3600);
-        result.tm.tm_min = static_cast<int>(rest / 60 % 60);
-        result.tm.tm_sec = static_cast<int>(rest % 60);
-        mode = OsDateTypes::UNIVERSAL;
-    }
-    nameZone(result, mode);
+    if (mode == OsDateTypes::UNIVERSAL || !takeApartByLocalTime(seconds, result))
+        takeApartByUniversalTime(seconds, result);
     return result;
 }
 

@@ -36,14 +36,16 @@ public:
         /// As the standard library has it: years from 1900, months from 0. `tm_zone` is not to be used.
         std::tm tm = {};
         int milliseconds = 0;
-        /// The time zone's name, "UTC" for universal time; cut where it is longer.
+        /// The time zone's name, "UTC" for universal time. It is cut if it is longer. "UTC" never means anything
+        /// else: if a local zone of that name differs from universal time, its distance stands here, as "+03".
         char zone[32] = {};
     };
 
     OsDateTypes() = delete;
 };
 
-/// Operations on dates. Any thread; the zone of the process is the one that TZ names.
+/// Operations on dates. Any thread. Local time is that of the zone that TZ names at the time of the call. The
+/// operations by local time exclude `EnvVar::putEnv`.
 class ZVBASE_EXPORT OsDateUtil
 {
 public:
@@ -52,9 +54,13 @@ public:
 
     /// Puts a date together: `month` and `day` from 1, `seconds` in [0, 60). Returns false and leaves `date` alone
     /// where there is no such date: numbers out of their range, the 30th of February, an hour that the place's clock
-    /// skips. Years run from 0 to 9999. Of an hour that the clock repeats the first one is meant.
+    /// skips. Years run from 0 to 9999.
+    ///
+    /// If the place's clock shows a time more than once, `repetition` says which one is meant: 0 the first, 1 the
+    /// second. Returns false if the clock does not show the time that often.
     [[nodiscard]] static bool makeTime(OsDateTypes::DateRep &date, int year, int month, int day,
-                                       int hour, int minute, double seconds, OsDateTypes::TimeMode);
+                                       int hour, int minute, double seconds, OsDateTypes::TimeMode,
+                                       int repetition = 0);
 
     /// Takes a date apart. Milliseconds are cut, not rounded.
     static OsDateTypes::DateStruct convertToDateStruct(OsDateTypes::DateRep const &date,

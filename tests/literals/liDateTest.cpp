@@ -1,12 +1,12 @@
 #include "resmgt/literals/liDate.h"
 
 #include "childProcess.h"
+#include "environmentHeld.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <ctime>
 #include <string>
 
 namespace Zv {
@@ -21,13 +21,8 @@ public:
         if (char const *former = std::getenv("TZ"))
             _former = former;
         ZvTest::setVariable("TZ", zone);
-        ::tzset();
     }
-    ~AtPlace()
-    {
-        ZvTest::setVariable("TZ", _former.empty() ? nullptr : _former.c_str());
-        ::tzset();
-    }
+    ~AtPlace() { ZvTest::setVariable("TZ", _former.empty() ? nullptr : _former.c_str()); }
     AtPlace(AtPlace const &) = delete;
     AtPlace &operator=(AtPlace const &) = delete;
 
@@ -86,6 +81,93 @@ TEST(LiDate, TellsTheTwoHoursApartThatTheClockRepeats)
     EXPECT_STREQ("2006/10/29 02:30:00.000 CET", second.toString(OsDateTypes::LOCAL).getChars());
     EXPECT_EQ(first, LiDate(first.toString(OsDateTypes::LOCAL)));
     EXPECT_EQ(second, LiDate(second.toString(OsDateTypes::LOCAL)));
+}
+
+/// Texts over a year, in steps of 25 minutes, that do not give their date again.
+int countTextsThatAreReadAsAnotherDate(char const *zone)
+{
+    AtPlace const place(zone);
+    int nb = 0;
+    LiDate const end = universal(2027, 1, 1, 0, 0, 0);
+    for (LiDate date = universal(2026, 1, 1, 0, 0, 0.123); date < end; date += 1500) {
+        try {
+            nb += LiDate(date.toString(OsDateTypes::LOCAL)) != date;
+        } catch (OsDateEx::ExInvalidDate const &) {
+            ++nb;
+        }
+    }
+    return nb;
+}
+
+TEST(LiDate, ComesBackFromALocalTextWhateverTheZonesDistanceAndShift)
+{
+    for (char const *zone :
+         {"UTC0", CENTRAL_EUROPE, "GMT0BST,M3.5.0/1,M10.5.0", "IST-1GMT0,M10.5.0,M3.5.0/1",
+          "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0", "<+00>0<+02>-2,M3.5.0/1,M10.5.0/3",
+          "<+1245>-12:45<+1345>,M9.5.0/2:45,M4.1.0/3:45", "<-02>2<-01>,M3.5.0/-1,M10.5.0/0",
+          "<+08>-8<+11>-11,M10.1.0,M3.1.0/3", "UTC-3", "UTC+11:30", "UTC-1UTCX-2,M3.5.0,M10.5.0"})
+        EXPECT_EQ(countTextsThatAreReadAsAnotherDate(zone), 0) << zone;
+}
+
+TEST(LiDate, OfTwoTimesWithTheSameThreeLettersTheFirstIsMeant)
+{
+    AtPlace const place("ABCW1ABCS,M3.2.0,M11.1.0");
+    LiDate const first = universal(2026, 11, 1, 1, 30, 0);
+    LiDate const second = universal(2026, 11, 1, 2, 30, 0);
+    ASSERT_EQ(first.toString(OsDateTypes::LOCAL), second.toString(OsDateTypes::LOCAL));
+    EXPECT_EQ(LiDate(second.toString(OsDateTypes::LOCAL)), first);
+}
+
+TEST(LiDate, ATextInUniversalTimeIsReadAsSuchEvenIfTheZoneCallsItselfSo)
+{
+    LiDate const date = universal(2026, 1, 1, 12, 0, 0);
+    AtPlace const place("UTC-3");
+    EXPECT_STREQ(date.toString(OsDateTypes::LOCAL).getChars(), "2026/01/01 15:00:00.000 +03");
+    EXPECT_EQ(LiDate("2026/01/01 12:00:00.000 UTC"), date);
+}
+
+TEST(LiDate, GoesByTheZoneThatTZNamesNow)
+{
+    LiDate const date = universal(2026, 1, 1, 12, 0, 0);
+    AtPlace const place("UTC0");
+    EXPECT_STREQ(date.toString(OsDateTypes::LOCAL).getChars(), "2026/01/01 12:00:00.000 UTC");
+    EnvVar::putEnv("TZ=JST-9");
+    EXPECT_STREQ(date.toString(OsDateTypes::LOCAL).getChars(), "2026/01/01 21:00:00.000 JST");
+    EXPECT_STREQ(date.toString("%H %Z").getChars(), "21 JST");
+    EnvVar::putEnv("TZ=XYZ5");
+    EXPECT_EQ(LiDate(2026, 1, 1, 7, 0, 0, OsDateTypes::LOCAL), date);
+    EXPECT_EQ(LiDate("2026/01/01 07:00:00.000 XYZ"), date);
+}
+
+TEST(LiDate, WaitsForTheEnvironmentByLocalTime)
+{
+    EXPECT_TRUE(
+        ZvTest::waitsForTheEnvironment([] { LiDate(2026, 1, 1, 12, 0, 0, OsDateTypes::LOCAL); }));
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::LOCAL); }));
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { LiDate().toString("%Z"); }));
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(
+        [] { EXPECT_THROW(LiDate("2026/01/01 12:00:00.000 !!!"), OsDateEx::ExInvalidDate); }));
+    EXPECT_FALSE(ZvTest::waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::UNIVERSAL); }));
+}
+
+TEST(LiDate, RefusesWhatStandsBehindTheZone)
+{
+    using namespace std::string_literals;
+    for (std::string const &text :
+         {"2006/02/20 17:04:05.250 UTC\n"s, "2006/02/20 17:04:05.250 UTC\nrubbish"s,
+          "2006/02/20 17:04:05.250 UTC "s, "2006/02/20 17:04:05.250 UTC\0"s,
+          "2006/02/20 17:04:05.250 UTC\0rubbish"s, "2006/02/20 17:04:05.250 UT\0"s})
+        EXPECT_THROW(LiDate(LiString(text.data(), text.size())), OsDateEx::ExInvalidDate) << text;
+}
+
+TEST(LiDate, ADateBehindTheYear9999IsWrittenButNotRead)
+{
+    LiDate date = universal(9999, 12, 31, 23, 59, 59);
+    EXPECT_EQ(LiDate(date.toString(OsDateTypes::UNIVERSAL)), date);
+    date += 1;
+    LiString const text = date.toString(OsDateTypes::UNIVERSAL);
+    EXPECT_STREQ(text.getChars(), "10000/01/01 00:00:00.000 UTC");
+    EXPECT_THROW(LiDate{text}, OsDateEx::ExInvalidDate);
 }
 
 TEST(LiDate, RefusesATextThatDoesNotFit)

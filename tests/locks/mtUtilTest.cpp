@@ -1,6 +1,7 @@
 #include "resmgt/locks/mtUtil.h"
 
 #include "childProcess.h"
+#include "environmentHeld.h"
 #include "platform/services.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -12,6 +13,8 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+
+#include <unistd.h>
 
 namespace Zv {
 namespace {
@@ -157,6 +160,23 @@ TEST(MtUtil, WhereNoScratchFileCanBeMadeNothingIsWritable)
     WithVariable const nowhere("TMPDIR", "/no such folder");
     char const byte = 0;
     EXPECT_EQ(MtUtil::testWritable(&byte, 1), 0);
+}
+
+TEST(MtUtil, ItsScratchFileMayHaveTheFirstNumberThereIs)
+{
+    char const byte = 'x';
+    int const input = ::dup(0);
+    ASSERT_EQ(::close(0), 0);
+    int const answer = MtUtil::testWritable(&byte, 1);
+    ASSERT_EQ(::dup2(input, 0), 0);
+    ASSERT_EQ(::close(input), 0);
+    EXPECT_EQ(answer, 1);
+}
+
+TEST(MtUtil, FindsItsFolderWhenNobodyChangesTheEnvironment)
+{
+    char const byte = 'x';
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([&] { MtUtil::testWritable(&byte, 1); }));
 }
 
 } // namespace

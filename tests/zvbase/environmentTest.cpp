@@ -1,4 +1,5 @@
 #include "childProcess.h"
+#include "environmentHeld.h"
 #include "zvbase/dbgBuildInfo.h"
 #include "zvbase/envVar.h"
 #include "zvbase/failures.h"
@@ -93,6 +94,21 @@ TEST(EnvVar, refusesATextThatAssignsNothing)
     EXPECT_THROW(EnvVar::putEnv("=x"), AssertionFailed);
     EXPECT_THROW(EnvVar::putEnv(""), AssertionFailed);
     EXPECT_EQ(log.getTexts().at(0), "Assertion \"separator && separator != assignment\" failed\n");
+}
+
+TEST(EnvVar, itsGuardKeepsTheEnvironmentFromOtherThreads)
+{
+    EnvIntVar variable("ZV_TEST_VARIABLE", 0);
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { EnvVar::putEnv("ZV_TEST_VARIABLE=1"); }));
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { EnvVar::getEnv("ZV_TEST_VARIABLE"); }));
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([&] { variable.refresh(); }));
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { EnvVar::Guard const guard; }));
+    EXPECT_FALSE(ZvTest::waitsForTheEnvironment([&] { variable.getValue(); }));
+    EXPECT_EQ(variable.getValue(), 1);
+    EnvVar::Guard const guard;
+    EnvVar::Guard const another;
+    EnvVar::putEnv("ZV_TEST_VARIABLE=2");
+    EXPECT_EQ(EnvVar::getEnv("ZV_TEST_VARIABLE"), "2");
 }
 
 // ---- build information

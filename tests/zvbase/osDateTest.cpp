@@ -1,6 +1,7 @@
 #include "zvbase/osDate.h"
 
 #include "childProcess.h"
+#include "environmentHeld.h"
 #include "zvbase/envVar.h"
 
 #include <gtest/gtest.h>
@@ -21,16 +22,8 @@ using Types = OsDateTypes;
 class At
 {
 public:
-    explicit At(char const *zone)
-    {
-        EnvVar::putEnv((std::string("TZ=") + zone).c_str());
-        ::tzset();
-    }
-    ~At()
-    {
-        ZvTest::setVariable("TZ", nullptr);
-        ::tzset();
-    }
+    explicit At(char const *zone) { EnvVar::putEnv((std::string("TZ=") + zone).c_str()); }
+    ~At() { ZvTest::setVariable("TZ", nullptr); }
 };
 
 // Rules in full, so that no list of zones need be installed.
@@ -171,8 +164,78 @@ TEST(OsDate, ofAnHourThatThePlacesClockRepeatsTheFirstIsMeant)
     EXPECT_EQ(toSeconds(2006, 10, 29, 2, 30, 0, Types::LOCAL), first);
     toSeconds(2006, 7, 1, 12, 0, 0, Types::LOCAL);
     EXPECT_EQ(toSeconds(2006, 10, 29, 2, 30, 0, Types::LOCAL), first);
-    At const other("LHST-10:30LHDT-11,M10.1.0,M4.1.0"); // half an hour
-    EXPECT_EQ(toSeconds(2006, 4, 2, 1, 45, 0, Types::LOCAL), toSeconds(2006, 4, 1, 14, 45, 0));
+}
+
+TEST(OsDate, aTimeThatTheClockRepeatsHasTwoMomentsWhateverTheShift)
+{
+    struct Place
+    {
+        char const *zone;
+        int day, hour, minute; // of April 2006, which the clock shows twice
+        std::int64_t first;
+        std::int64_t shift;
+    };
+    for (Place const &place :
+         {Place{"LHST-10:30LHDT-11,M10.1.0,M4.1.0", 2, 1, 45, toSeconds(2006, 4, 1, 14, 45, 0),
+                1800},
+          Place{"<+00>0<+02>-2,M10.1.0,M4.1.0/3", 2, 2, 0, toSeconds(2006, 4, 2, 0, 0, 0), 7200},
+          Place{"AAA-8BBB-11,M10.1.0,M4.1.0/3", 2, 0, 30, toSeconds(2006, 4, 1, 13, 30, 0), 10800},
+          Place{"AAA4BBB3:40,M10.1.0,M4.1.0/1", 2, 0, 50, toSeconds(2006, 4, 2, 4, 30, 0), 1200}}) {
+        At const there(place.zone);
+        auto const find = [&place](int repetition) {
+            Types::DateRep date;
+            return OsDateUtil::makeTime(date, 2006, 4, place.day, place.hour, place.minute, 0,
+                                        Types::LOCAL, repetition)
+                       ? date.microseconds / 1'000'000
+                       : -1;
+        };
+        EXPECT_EQ(find(0), place.first) << place.zone;
+        EXPECT_EQ(find(1), place.first + place.shift) << place.zone;
+        EXPECT_EQ(find(2), -1) << place.zone;
+        EXPECT_EQ(find(-1), -1) << place.zone;
+    }
+    Types::DateRep date;
+    EXPECT_FALSE(OsDateUtil::makeTime(date, 2006, 4, 2, 1, 45, 0, Types::UNIVERSAL, 1));
+}
+
+TEST(OsDate, goesByTheZoneThatTZNamesNow)
+{
+    Types::DateRep const date = {toSeconds(2006, 1, 1, 12, 0, 0) * 1'000'000};
+    for (int turn = 0; turn < 2; ++turn) {
+        At const japan("JST-9");
+        EXPECT_EQ(OsDateUtil::convertToDateStruct(date, Types::LOCAL).tm.tm_hour, 21);
+        EnvVar::putEnv("TZ=XYZ5");
+        EXPECT_EQ(toSeconds(2006, 1, 1, 7, 0, 0, Types::LOCAL), date.microseconds / 1'000'000);
+        EnvVar::putEnv("TZ=JST-9");
+        EXPECT_STREQ(OsDateUtil::convertToDateStruct(date, Types::LOCAL).zone, "JST");
+    }
+}
+
+TEST(OsDate, aZoneThatWronglyCallsItselfUniversalTimeIsNamedByItsDistance)
+{
+    auto const zoneAt = [](char const *zone) {
+        At const there(zone);
+        return std::string(OsDateUtil::convertToDateStruct({}, Types::LOCAL).zone);
+    };
+    EXPECT_EQ(zoneAt("UTC0"), "UTC");
+    EXPECT_EQ(zoneAt("UTC-3"), "+03");
+    EXPECT_EQ(zoneAt("UTC11"), "-11");
+    EXPECT_EQ(zoneAt("UTCX-5:30"), "+0530");
+    EXPECT_EQ(zoneAt("UTD-3"), "UTD");
+}
+
+TEST(OsDate, waitsForTheEnvironmentByLocalTimeOnly)
+{
+    auto const make = [](Types::TimeMode mode) {
+        return [mode] { isDate(2006, 7, 1, 12, 0, 0, mode); };
+    };
+    auto const takeApart = [](Types::TimeMode mode) {
+        return [mode] { OsDateUtil::convertToDateStruct({}, mode); };
+    };
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(make(Types::LOCAL)));
+    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(takeApart(Types::LOCAL)));
+    EXPECT_FALSE(ZvTest::waitsForTheEnvironment(make(Types::UNIVERSAL)));
+    EXPECT_FALSE(ZvTest::waitsForTheEnvironment(takeApart(Types::UNIVERSAL)));
 }
 
 TEST(OsDate, millisecondsBefore1970AreCutDownwards)

@@ -1,15 +1,16 @@
 #include "resmgt/literals/liDate.h"
 
 #include "resmgt/literals/literalsStatics.private.h"
+#include "zvbase/envVar.h"
 #include "zvbase/failures.h"
 
-#include <cctype>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <istream>
+#include <iterator>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 namespace Zv {
 
@@ -23,7 +24,7 @@ int readField(std::istream &stream, int digits, char end)
     int value = 0;
     for (int i = 0; i < digits; ++i) {
         int const c = stream.get();
-        if (c == std::istream::traits_type::eof() || !std::isdigit(c))
+        if (c < '0' || c > '9')
             ZV_THROW(OsDateEx::ExInvalidDate);
         value = value * 10 + (c - '0');
     }
@@ -32,20 +33,15 @@ int readField(std::istream &stream, int digits, char end)
     return value;
 }
 
-bool isInZone(LiDate const &date, OsDateTypes::TimeMode mode, std::string const &zone)
+/// The zone as it stands in a text of that mode.
+std::string_view zoneOf(OsDateTypes::DateStruct const &date)
 {
-    OsDateTypes::DateStruct const fields = OsDateUtil::convertToDateStruct(date.getRep(), mode);
-    return std::strncmp(fields.zone, zone.c_str(), ZONE_LETTERS) == 0;
+    return std::string_view(date.zone).substr(0, ZONE_LETTERS);
 }
 
-bool isSameClockTime(LiDate const &left, LiDate const &right)
+bool isInZone(LiDate const &date, OsDateTypes::TimeMode mode, std::string_view zone)
 {
-    OsDateTypes::DateStruct const l =
-        OsDateUtil::convertToDateStruct(left.getRep(), OsDateTypes::LOCAL);
-    OsDateTypes::DateStruct const r =
-        OsDateUtil::convertToDateStruct(right.getRep(), OsDateTypes::LOCAL);
-    return l.tm.tm_mday == r.tm.tm_mday && l.tm.tm_hour == r.tm.tm_hour &&
-           l.tm.tm_min == r.tm.tm_min;
+    return zoneOf(OsDateUtil::convertToDateStruct(date.getRep(), mode)) == zone;
 }
 
 /// The zone's name goes where `strftime` looks for it, where it does.
@@ -60,7 +56,8 @@ void nameZone(Tm &tm, [[maybe_unused]] char *zone)
 
 LiDate::LiDate(LiString const &text)
 {
-    std::istringstream stream(text.getChars());
+    std::istringstream stream(
+        std::string(text.getChars(), static_cast<std::size_t>(text.getLength())));
     readDate(stream);
 }
 
@@ -119,6 +116,7 @@ LiString LiDate::toString(char const *format) const
     std::tm tm = date.tm;
     nameZone(tm, date.zone);
     char dateBuf[256];
+    EnvVar::Guard const guard; // the system looks at TZ once more
     ZV_ASSERT(::strftime( dateBuf, sizeof(dateBuf), format, &tm ));
     return LiString(dateBuf);
 }
@@ -132,10 +130,8 @@ void LiDate::readDate(std::istream &stream)
     int const minute = readField(stream, 2, ':');
     int const second = readField(stream, 2, '.');
     int const millisecond = readField(stream, 3, ' ');
-    std::string zone;
-    std::getline(stream, zone);
-    if (zone.size() > ZONE_LETTERS)
-        ZV_THROW(OsDateEx::ExInvalidDate);
+    // All that is left, so that nothing goes unseen behind the zone.
+    std::string const zone(std::istreambuf_iterator<char>(stream), {});
 
     double const seconds = second + millisecond / 1000.0;
     LiDate const universal(year, month, day, hour, minute, seconds, OsDateTypes::UNIVERSAL);
@@ -143,13 +139,13 @@ void LiDate::readDate(std::istream &stream)
         *this = universal;
         return;
     }
-    LiDate const local(year, month, day, hour, minute, seconds, OsDateTypes::LOCAL);
-    // Of an hour that the clock repeats either can be meant: the zone tells which.
-    for (double const shift : {0.0, 3600.0, -3600.0}) {
-        LiDate date(local);
-        date += shift;
-        if (isSameClockTime(date, local) && isInZone(date, OsDateTypes::LOCAL, zone)) {
-            *this = date;
+    // Of a time that the clock repeats each can be meant: the zone tells which.
+    LiDate local;
+    for (int repetition = 0; OsDateUtil::makeTime(local._rep, year, month, day, hour, minute,
+                                                  seconds, OsDateTypes::LOCAL, repetition);
+         ++repetition) {
+        if (isInZone(local, OsDateTypes::LOCAL, zone)) {
+            *this = local;
             return;
         }
     }

@@ -9,8 +9,8 @@
 
 namespace Zv {
 
-/// A moment in calendar time. One object is for one thread at a time; nothing here blocks. The place's clock is the one
-/// that TZ names.
+/// A moment in calendar time. One object is for one thread at a time. The place's clock is the one that TZ names at the
+/// time of the call. What goes by it waits for an `EnvVar::putEnv` of another thread; nothing else here blocks.
 class ZVRESMGT_EXPORT LiDate
 {
 public:
@@ -18,7 +18,8 @@ public:
     LiDate() = default;
     explicit LiDate(OsDateTypes::DateRep const &rep) : _rep(rep) {}
     /// Reads what `toString(TimeMode)` wrote, by universal time or by the clock of this place. Throws
-    /// `OsDateEx::ExInvalidDate` for anything else.
+    /// `OsDateEx::ExInvalidDate` for anything else, also if there is more behind the zone. If the place's clock shows
+    /// the time twice, the zone decides; if that has the same three letters both times, the first is meant.
     explicit LiDate(LiString const &text);
     /// `month` and `day` from 1, `seconds` in [0, 60). Throws `OsDateEx::ExInvalidDate` where there is no such date.
     LiDate(int year, int month, int day, int hour, int minute, double seconds,
@@ -38,6 +39,8 @@ public:
     static int compare(LiDate const &left, LiDate const &right);
 
     /// For instance "2006/02/20 17:04:05.250 UTC": milliseconds, cut, and the first three letters of the time zone.
+    /// "UTC" always is universal time: a local zone of that name that differs from it is written by its distance, "+03".
+    /// A date before the year 0 or behind the year 9999 is written with more than four digits, and cannot be read back.
     LiString toString(OsDateTypes::TimeMode mode) const;
     /// As `strftime` writes it, by the clock of this place. The text has to have 1 to 255 bytes, or an assertion fails.
     LiString toString(char const *format) const;

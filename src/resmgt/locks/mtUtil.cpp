@@ -2,6 +2,7 @@
 
 #include "platform/services.h"
 #include "resmgt/locks/locksStatics.private.h"
+#include "zvbase/envVar.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgTrace.h"
 #include "zvbase/trace.h"
@@ -82,12 +83,12 @@ void reportVersion(SysConfReport &report)
 
 std::string scratchFileName()
 {
-    char const *folder = std::getenv("TMPDIR");
+    std::string folder = EnvVar::getEnv("TMPDIR");
 #ifdef _WIN32
-    if (!folder || !*folder)
-        folder = std::getenv("TEMP");
+    if (folder.empty())
+        folder = EnvVar::getEnv("TEMP");
 #endif
-    return std::string(folder && *folder ? folder : "/tmp") + "/blaXXXXXX";
+    return (folder.empty() ? "/tmp" : folder) + "/blaXXXXXX";
 }
 
 /// Whether the last write failed for what it was to read.
