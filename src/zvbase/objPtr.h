@@ -5,30 +5,41 @@
 
 #include <concepts>
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 namespace Zv {
 
 namespace Detail {
 
-/// How an owner gets rid of its object.
+/// How an owner gets rid of its object. A class that is only declared has no destructor to call.
 template <class T>
 struct SingleObject
 {
-    static void dispose(T *object) { delete object; }
+    static void dispose(T *object)
+    {
+        static_assert(sizeof(T) != 0, "the owner's destructor needs the definition of the class");
+        delete object;
+    }
 };
 
 template <class T>
 struct ArrayOfObjects
 {
-    static void dispose(T *first) { delete[] first; }
+    static void dispose(T *first)
+    {
+        static_assert(sizeof(T) != 0, "the owner's destructor needs the definition of the class");
+        delete[] first;
+    }
 };
 
-/// An owner of a U may give its object up to an owner of a T: a single object of a derived class.
+/// An owner of a U may give its object up to an owner of a T: a single object of the same class or of a derived one,
+/// which the T's destructor destroys as well.
 template <class FromDisposal, class U, class ToDisposal, class T>
 concept GivesUp =
     !std::same_as<U, T> && std::convertible_to<U *, T *> &&
-    std::same_as<FromDisposal, SingleObject<U>> && std::same_as<ToDisposal, SingleObject<T>>;
+    std::same_as<FromDisposal, SingleObject<U>> && std::same_as<ToDisposal, SingleObject<T>> &&
+    (std::same_as<std::remove_cv_t<U>, std::remove_cv_t<T>> || std::has_virtual_destructor_v<T>);
 
 } // namespace Detail
 
@@ -39,7 +50,8 @@ class BasicObjPtrRet;
 /// an lvalue. Never name one owner twice in an argument list.
 ///
 /// An owner is not protected: one thread at a time uses it. Its destructor throws what the object's destructor
-/// throws.
+/// throws. It does not compile if the class of the object is declared only. An owner of a derived class becomes one of a
+/// base class if that has a virtual destructor.
 template <class T, class Disposal>
 class BasicObjPtr
 {

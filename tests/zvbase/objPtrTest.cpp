@@ -90,6 +90,23 @@ TEST_F(ObjPtrTest, anOwnerOfADerivedObjectGivesItUp)
     static_assert(!std::is_convertible_v<Thing *, ObjPtr<Thing>>);
 }
 
+struct PlainBase
+{};
+struct PlainDerived : PlainBase
+{};
+
+TEST_F(ObjPtrTest, anObjectIsGivenUpToABaseOnlyIfThatDestroysAllOfIt)
+{
+    static_assert(!std::is_constructible_v<ObjPtr<PlainBase>, ObjPtr<PlainDerived> &>);
+    static_assert(!std::is_constructible_v<ObjPtr<PlainBase>, ObjPtrRet<PlainDerived>>);
+    static_assert(!std::is_constructible_v<ObjPtrRet<PlainBase>, ObjPtr<PlainDerived>>);
+    static_assert(!std::is_constructible_v<ObjPtrRet<PlainBase>, ObjPtrRet<PlainDerived>>);
+    static_assert(std::is_constructible_v<ObjPtr<Thing>, ObjPtr<SpecialThing> &>);
+    ObjPtr<PlainBase> owner(new PlainBase);
+    ObjPtr<PlainBase const> const constant = owner;
+    EXPECT_TRUE(owner.isNull());
+}
+
 TEST_F(ObjPtrTest, aReturnedObjectFindsItsOwner)
 {
     ObjPtr<Thing> const thing(make(5));
