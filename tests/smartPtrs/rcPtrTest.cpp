@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <set>
@@ -249,19 +251,73 @@ struct Looking : RCBase<LkCounter<long>>
     static inline Looking const *seen = nullptr;
 };
 
-TEST(RCShdPtr, AnAssignmentLetsGoOfTheOldObjectBeforeItTakesTheNewOne)
+/// What the old object finds in its pointer while `assign` puts another value there.
+template <class Assign>
+void expectThatTheOldObjectFindsItself(Assign const &assign)
 {
-    Looking * const first = new Looking;
-    Looking * const second = new Looking;
-    RCShdPtr<Looking> pointer(first);
-    first->pointer = &pointer;
-    second->pointer = &pointer;
-    {
-        RCShdPtr<Looking> const other(second);
+    Looking * const old = new Looking;
+    RCShdPtr<Looking> pointer(old);
+    old->pointer = &pointer;
+    Looking::seen = nullptr;
+    assign(pointer);
+    EXPECT_EQ(Looking::seen, old);
+    EXPECT_NE(pointer.get(), old);
+    EXPECT_TRUE(pointer.isNull() || pointer.isUnique());
+    if (pointer)
+        pointer->pointer = &pointer;
+}
+
+TEST(RCShdPtr, EveryAssignmentLetsGoOfTheOldObjectBeforeItTakesTheNewOne)
+{
+    expectThatTheOldObjectFindsItself([](RCShdPtr<Looking> &pointer) {
+        RCShdPtr<Looking> other(new Looking);
+        other->pointer = &other;
         pointer = other;
-    }
-    EXPECT_EQ(Looking::seen, first) << "while the old object goes it is still the value";
-    EXPECT_TRUE(pointer.isUnique());
+        pointer->pointer = &pointer;
+        Looking const * const seen = Looking::seen;
+        other = nullptr;
+        EXPECT_EQ(Looking::seen, seen) << "the new object lives on";
+    });
+    expectThatTheOldObjectFindsItself([](RCShdPtr<Looking> &pointer) { pointer = new Looking; });
+    expectThatTheOldObjectFindsItself([](RCShdPtr<Looking> &pointer) { pointer = nullptr; });
+    expectThatTheOldObjectFindsItself(
+        [](RCShdPtr<Looking> &pointer) { pointer = makeShd<Looking>(); });
+    expectThatTheOldObjectFindsItself([](RCShdPtr<Looking> &pointer) {
+        RCShdPtr<Looking> other(new Looking);
+        pointer = std::move(other);
+        EXPECT_TRUE(other.isNull());
+    });
+}
+
+struct Link : RCBase<LkCounter<long>>
+{
+    RCShdPtr<Link> next;
+};
+
+TEST(RCShdPtr, WhatLivesOnlyThroughTheOldObjectIsMovedToThePointer)
+{
+    RCShdPtr<Link> first(new Link);
+    first->next = makeShd<Link>();
+    Link * const second = first->next.get();
+    first = std::move(first->next);
+    EXPECT_EQ(first.get(), second);
+    EXPECT_TRUE(first.isUnique());
+}
+
+TEST(RCShdPtr, GoesToAStandardThreadInAFunction)
+{
+    Log log;
+    RCShdPtr<Shared> const shared(new Shared(log, 3));
+    int sum = 0;
+    std::thread thread(std::function<void()>([shared, &sum] { sum += shared->value; }));
+    thread.join();
+    auto answer =
+        std::async(std::launch::async, std::function<int()>([shared] { return shared->value; }));
+    sum += answer.get();
+    std::packaged_task<int()> task(std::function<int()>([shared] { return shared->value; }));
+    task();
+    sum += task.get_future().get();
+    EXPECT_EQ(sum, 9);
 }
 
 TEST(RCShdPtr, APointersEndPassesOnWhatTheObjectsEndThrows)
@@ -342,12 +398,41 @@ TEST(RCShdEngPtr, DestroyDeletesByDefault)
     EXPECT_THROW(static_cast<void>(*null), RCEx::ExNullPtr);
 }
 
+TEST(RCShdEngPtr, TellsWhetherItIsTheOnlyOne)
+{
+    Log log;
+    RCShdEngPtr<PlainEngine<int>> null;
+    EXPECT_FALSE(null.isUnique());
+    RCShdEngPtr<PlainEngine<int>> first(new PlainEngine<int>(log));
+    EXPECT_TRUE(first.isUnique());
+    null = first;
+    EXPECT_FALSE(first.isUnique());
+}
+
+TEST(RCShdEngPtr, ACopiedEngineStartsWithoutReferences)
+{
+    Log log;
+    RCShdEngPtr<PlainEngine<int>> const first(new PlainEngine<int>(log));
+    RCShdEngPtr<PlainEngine<int>> const second = first;
+    {
+        RCShdEngPtr<PlainEngine<int>> const copy(new PlainEngine<int>(*first));
+        EXPECT_TRUE(copy.isUnique());
+    }
+    EXPECT_EQ(log.destroyed, 1);
+}
+
 struct TextEngine : RCBase<LkCounter<long>>
 {
     explicit TextEngine(std::string t) : text(std::move(t)) {}
-    TextEngine *clone() const { return isClonable ? new TextEngine(*this) : nullptr; }
+    TextEngine *clone() const
+    {
+        if (failsToClone)
+            throw std::runtime_error("clone");
+        return isClonable ? new TextEngine(*this) : nullptr;
+    }
     std::string text;
     bool isClonable = true;
+    bool failsToClone = false;
 };
 
 TEST(RCPvtEngPtr, WritingASharedEngineSeparatesIt)
@@ -390,6 +475,19 @@ TEST(RCPvtEngPtr, NullPointersAndNullClonesThrow)
     RCPvtEngPtr<TextEngine> const others = mine;
     EXPECT_THROW(mine.write(), RCEx::ExNullPtr);
     EXPECT_EQ(mine, others) << "a failed write changed something";
+}
+
+TEST(RCPvtEngPtr, ACloneThatThrowsChangesNothing)
+{
+    RCPvtEngPtr<TextEngine> mine(new TextEngine("a"));
+    mine.write().failsToClone = true;
+    {
+        RCPvtEngPtr<TextEngine> const others = mine;
+        EXPECT_THROW(mine.write(), std::runtime_error);
+        EXPECT_EQ(mine, others);
+        EXPECT_EQ(mine->text, "a");
+    }
+    EXPECT_TRUE(mine.isUnique());
 }
 
 // ---- proxies and unowned pointers
@@ -447,9 +545,14 @@ TEST(UnownedObjPtr, DeletesNothingAndComparesByAddress)
         EXPECT_EQ(a->value, 3);
         EXPECT_EQ(&*a, &object);
         EXPECT_EQ((std::unordered_set<UnownedObjPtr<Plain>>{a, b, c}.size()), 2u);
+        std::hash<UnownedObjPtr<Plain>> const hash;
+        EXPECT_EQ(hash(a), hash(b));
+        EXPECT_NE(hash(a), hash(c)) << "addresses differ in their hashes, too";
+        EXPECT_TRUE(a);
     }
     EXPECT_EQ(log.destroyed, 0);
     UnownedObjPtr<Plain> const null;
+    EXPECT_FALSE(null);
     EXPECT_EQ(null, nullptr);
     EXPECT_THROW(static_cast<void>(*null), RCEx::ExNullPtr);
 }

@@ -17,8 +17,15 @@ namespace Zv {
 /// move none. Letting go of the last reference destroys the object there and then; what its destructor throws comes
 /// out of the assignment or the destructor that let go, and an assignment has taken its new value all the same.
 ///
-/// An assignment lets go of the old object before it takes the new one. Where the new one lives only through the old
-/// one, as in `p = p->next`, move it or copy it first.
+/// An assignment lets go of the old object before it takes the new one, whether it copies, moves, or takes a raw
+/// pointer or null: the old object's destructor still finds its address in the pointer, and must not copy or change it.
+/// If the new object lives only through the old one, as in `p = p->next`, move it or copy it first.
+///
+/// Standard threads: the destructors of the counted pointers, and of all handles that consist of one, may throw.
+/// `std::thread`, `std::jthread`, `std::async` and `std::packaged_task` therefore do not compile with a lambda that
+/// captures one by value. Give them a `std::function`:
+///
+///     std::thread thread(std::function<void()>([fifo] { fifo->flush(); }));
 template <class T>
 class RCBasePtr
 {
@@ -71,29 +78,19 @@ protected:
     }
     RCBasePtr &operator=(RCBasePtr &&other)
     {
-        if (this != &other) {
-            T * const former = std::exchange(_pointee, other.giveUp());
-            if (former)
-                former->decReferenceCount();
-        }
+        if (this != &other)
+            replace(other.giveUp());
         return *this;
     }
 
-    /// The one place where a value changes: lets go of the old object, then takes the new one, also where the old
-    /// one's end throws.
+    /// Lets go of the old object, then takes the new one, even if the old one's end throws.
     void assign(T *newValue)
     {
-        if (newValue == _pointee)
-            return;
-        if (_pointee) {
-            try {
-                _pointee->decReferenceCount();
-            } catch (...) {
-                take(newValue);
-                throw;
-            }
-        }
-        take(newValue);
+        if (newValue != _pointee)
+            replace(newValue, [newValue] {
+                if (newValue)
+                    newValue->incReferenceCount();
+            });
     }
 
     /// The pointer, or `RCEx::ExNullPtr`.
@@ -112,11 +109,25 @@ private:
     friend class RCBasePtr;
 
     T *giveUp() noexcept { return std::exchange(_pointee, nullptr); }
-    void take(T *newValue)
+    /// The one place where a value changes. `count` makes the new object's reference, unless somebody gave one up.
+    template <class Count>
+    void replace(T *newValue, Count const &count)
     {
+        if (_pointee) {
+            try {
+                _pointee->decReferenceCount();
+            } catch (...) {
+                _pointee = newValue;
+                count();
+                throw;
+            }
+        }
         _pointee = newValue;
-        if (_pointee)
-            _pointee->incReferenceCount();
+        count();
+    }
+    void replace(T *newValue)
+    {
+        replace(newValue, [] {});
     }
 
     T *_pointee;
