@@ -3,6 +3,8 @@
 #include "zvbase/baseLock.private.h"
 
 #include <cstring>
+#include <locale>
+#include <sstream>
 #include <vector>
 
 namespace Zv {
@@ -33,12 +35,13 @@ DbgBuildInfo::~DbgBuildInfo() = default;
 
 void DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo> info)
 {
+    DbgBuildInfo const &added = *info;
     ObjPtr<DbgBuildInfo> former;
     BaseGuard const guard(infosLock);
     if (!infos)
         infos = new std::vector<DbgBuildInfo *>;
     for (DbgBuildInfo *&known : *infos) {
-        if (std::strcmp(known->getLibraryName(), info->getLibraryName()) == 0) {
+        if (std::strcmp(known->getLibraryName(), added.getLibraryName()) == 0) {
             former.reset(known);
             known = info.release();
             return;
@@ -56,11 +59,17 @@ std::size_t DbgBuildInfoUtil::getNbInfos()
 
 void DbgBuildInfoUtil::list(std::ostream &stream)
 {
-    BaseGuard const guard(infosLock);
-    if (!infos)
-        return;
-    for (DbgBuildInfo const *info : *infos)
-        describe(stream, *info);
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    {
+        BaseGuard const guard(infosLock);
+        if (!infos)
+            return;
+        for (DbgBuildInfo const *info : *infos)
+            describe(text, *info);
+    }
+    // The stream is the caller's: what it does and how long it takes is no matter of the lock.
+    stream << text.str();
 }
 
 } // namespace Zv

@@ -35,7 +35,8 @@ protected:
 class ZVBASE_EXPORT DbgBuildInfoUtil
 {
 public:
-    /// Keeps the record for the rest of the process. A record of a library that is listed already takes its place.
+    /// Keeps the record for the rest of the process. If a record of the same library is listed already, the new record
+    /// takes its place and the old one is destroyed. Throws `RCEx::ExNullPtr` if the owner is null.
     static void registerInfo(ObjPtr<DbgBuildInfo> info);
     static std::size_t getNbInfos();
     /// One paragraph for each record, in the order of registration.

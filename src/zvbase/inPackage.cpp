@@ -23,8 +23,11 @@ namespace {
 /// until all are up.
 constinit BaseLock packagesLock;
 constinit InPackageInit *firstPackage ZV_GUARDED_BY(packagesLock) = nullptr;
-constinit InPackageRun *run ZV_GUARDED_BY(packagesLock) = nullptr;
-constinit unsigned scopes = 0; // read without the lock
+constinit InPackageRun *
+    run ZV_GUARDED_BY(packagesLock) = nullptr; // null unless the packages are up
+constinit bool
+    isRunning ZV_GUARDED_BY(packagesLock) = false; // on their way up or down, in this thread
+constinit unsigned scopes = 0;                     // read without the lock
 
 } // namespace
 
@@ -152,9 +155,18 @@ InPackageInit::~InPackageInit()
 void InPackageInit::addDependency(InVariableBase *variable)
 {
     BaseGuard const guard(packagesLock);
-    if (_isUp)
-        variable->initVariable();
-    _variables.push_back(variable);
+    if (!_isUp) {
+        _variables.push_back(variable);
+        return;
+    }
+    variable->initVariable();
+    try {
+        _variables.push_back(variable);
+    } catch (...) {
+        variable->cleanupVariable();
+        throw;
+    }
+    ++_nbVariablesUp;
 }
 
 void InPackageInit::removeDependency(InVariableBase *variable)
@@ -163,9 +175,30 @@ void InPackageInit::removeDependency(InVariableBase *variable)
     auto const found = std::find(_variables.begin(), _variables.end(), variable);
     if (found == _variables.end())
         return;
+    bool const isUp = found - _variables.begin() < static_cast<std::ptrdiff_t>(_nbVariablesUp);
     _variables.erase(found);
-    if (_isUp)
+    if (isUp) {
+        --_nbVariablesUp;
         variable->cleanupVariable();
+    }
+}
+
+/// A variable that comes up may add and remove others, and itself.
+void InPackageInit::bringVariablesUp()
+{
+    while (_nbVariablesUp < _variables.size()) {
+        InVariableBase * const variable = _variables[_nbVariablesUp];
+        variable->initVariable();
+        if (_nbVariablesUp < _variables.size() && _variables[_nbVariablesUp] == variable)
+            ++_nbVariablesUp;
+    }
+}
+
+/// The latest one that is up. It may remove others, and itself.
+void InPackageInit::takeVariableDown()
+{
+    --_nbVariablesUp;
+    _variables[_nbVariablesUp]->cleanupVariable();
 }
 
 char const *InPackageInit::getName() const
@@ -192,17 +225,15 @@ void InPackageInit::registerPackage()
 void InPackageInit::bringUp()
 {
     initPackage();
-    std::size_t nbUp = 0;
     Attempts attempts;
     attempts.attempt([&] {
-        for (; nbUp < _variables.size(); ++nbUp)
-            _variables[nbUp]->initVariable();
+        bringVariablesUp();
         setInitialized(true);
         _isUp = true;
     });
     if (!_isUp) {
-        while (nbUp > 0)
-            attempts.attempt([&] { _variables[--nbUp]->cleanupVariable(); });
+        while (_nbVariablesUp > 0)
+            attempts.attempt([&] { takeVariableDown(); });
         attempts.attempt([&] { cleanupPackage(); });
     }
     attempts.rethrow();
@@ -212,8 +243,8 @@ void InPackageInit::takeDown()
 {
     _isUp = false;
     Attempts attempts;
-    for (auto variable = _variables.rbegin(); variable != _variables.rend(); ++variable)
-        attempts.attempt([&] { (*variable)->cleanupVariable(); });
+    while (_nbVariablesUp > 0)
+        attempts.attempt([&] { takeVariableDown(); });
     attempts.attempt([&] { cleanupPackage(); });
     attempts.attempt([&] { setInitialized(false); });
     attempts.rethrow();
@@ -224,10 +255,25 @@ InPackageError::~InPackageError() = default;
 
 // ---- scopes
 
+namespace {
+
+/// Scopes that are opened or closed meanwhile, by a step of a package, only count.
+class Running
+{
+public:
+    Running() ZV_REQUIRES(packagesLock) { isRunning = true; }
+    ~Running() ZV_REQUIRES(packagesLock) { isRunning = false; }
+    Running(Running const &) = delete;
+    Running &operator=(Running const &) = delete;
+};
+
+} // namespace
+
 InPackageScope::InPackageScope() : _exceptionsAtStart(std::uncaught_exceptions())
 {
     BaseGuard const guard(packagesLock);
-    if (scopes == 0) {
+    if (!run && !isRunning) {
+        Running const running;
         InPackageRun::Packages packages;
         for (InPackageInit *package = firstPackage; package; package = package->_next)
             packages.push_back(package);
@@ -242,8 +288,9 @@ InPackageScope::~InPackageScope() noexcept(false)
 {
     BaseGuard const guard(packagesLock);
     Interlocked::storeRelease(scopes, scopes - 1);
-    if (scopes > 0)
+    if (scopes > 0 || isRunning || !run)
         return;
+    Running const running;
     ObjPtr<InPackageRun> const finished(std::exchange(run, nullptr));
     try {
         finished->takeDown();

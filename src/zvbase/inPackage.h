@@ -15,8 +15,11 @@ namespace Zv {
 class InPackageInit;
 
 /// Something that exists only while a package is up: the package builds it right after its own `initPackage`, and
-/// takes it down right before its own `cleanupPackage`. Neither the package nor the variable owns the other; a
-/// variable is removed before it dies.
+/// takes it down right before its own `cleanupPackage`, the latest first. Neither the package nor the variable owns the
+/// other; a variable is removed before it dies.
+///
+/// Both operations may add and remove variables, also the one that they are called on. They run under the lock of all
+/// packages: they must not wait for another thread that adds a variable or opens a scope.
 class ZVBASE_EXPORT InVariableBase
 {
 public:
@@ -61,9 +64,10 @@ public:
     /// Takes the package out of the list. Not while it is up.
     ~InPackageInit() override;
 
-    /// The variable comes up with this package from its next start on; one that is up already brings it up at once.
+    /// The variable comes up with this package from its next start on; one that is up already brings it up at once. A
+    /// variable whose `initVariable` throws here is not entered.
     void addDependency(InVariableBase *variable) override;
-    /// A variable that is up goes down at once. One that is not entered is no mistake.
+    /// A variable that is up goes down at once. Does nothing if the variable is not entered.
     void removeDependency(InVariableBase *variable) override;
     char const *getName() const override;
 
@@ -80,10 +84,13 @@ private:
 
     void bringUp();
     void takeDown();
+    void bringVariablesUp();
+    void takeVariableDown();
 
     char const *_name;
     std::vector<std::type_info const *> _dependencies;
     std::vector<InVariableBase *> _variables;
+    std::size_t _nbVariablesUp = 0; // the first ones
     InPackageInit *_next = nullptr;
     bool _isRegistered = false;
     bool _isUp = false;
@@ -110,6 +117,9 @@ public:
 /// the reverse order; its thread is the main thread of the libraries. What a package's step throws leaves the
 /// constructor, after the packages that were up already have been taken down. The destructor throws what a
 /// `cleanupPackage` throws, after all the others have had their turn.
+///
+/// While the packages are run up or down, another thread that opens or closes a scope waits. A step of a package may
+/// open scopes of its own: they are counted, but run nothing.
 class ZVBASE_EXPORT InPackageScope
 {
 public:

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <type_traits>
 
 namespace Zv {
@@ -152,6 +153,44 @@ TEST(DbgBuildInfo, isListedAndReplacedByTheNextOfItsLibrary)
                "    nothing else\n";
     };
     EXPECT_TRUE(list.str().ends_with(paragraph("libA", 3) + paragraph("libB", 2))) << list.str();
+}
+
+TEST(DbgBuildInfo, anOwnerOfNothingIsRefusedWhateverIsListed)
+{
+    EXPECT_THROW(DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>()), RCEx::ExNullPtr);
+    DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libC", 1)));
+    std::size_t const before = DbgBuildInfoUtil::getNbInfos();
+    EXPECT_THROW(DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>()), RCEx::ExNullPtr);
+    EXPECT_EQ(DbgBuildInfoUtil::getNbInfos(), before);
+}
+
+TEST(DbgBuildInfo, aProcessWithoutRecordsRefusesAnOwnerOfNothing)
+{
+    ZvTest::ChildProcess child({"--child", "nullInfo"});
+    EXPECT_EQ(child.await().output, "refused, 0 records\n");
+}
+
+/// While it is written to, another thread lists and registers.
+class Visited : public std::stringbuf
+{
+protected:
+    std::streamsize xsputn(char const *text, std::streamsize length) override
+    {
+        std::thread([] {
+            DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libD", 1)));
+            DbgBuildInfoUtil::getNbInfos();
+        }).join();
+        return std::stringbuf::xsputn(text, length);
+    }
+};
+
+TEST(DbgBuildInfo, isNotKeptFromOtherThreadsWhileItsListIsWritten)
+{
+    DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libD", 1)));
+    Visited buffer;
+    std::ostream stream(&buffer);
+    DbgBuildInfoUtil::list(stream);
+    EXPECT_NE(buffer.str().find("libD 3.1 alpha"), std::string::npos) << buffer.str();
 }
 
 // ---- heap

@@ -1,8 +1,10 @@
 #include "zvbase/inPackage.h"
 
 #include "childProcess.h"
+#include "zvbase/dbgBuildInfo.h"
 #include "zvbase/inInit.h"
 #include "zvbase/inPackageRun.private.h"
+#include "zvbase/rcEx.h"
 
 #include <gtest/gtest.h>
 
@@ -219,6 +221,106 @@ TEST_F(InPackage, aVariableThatFailsTakesItsPackageDown)
     EXPECT_EQ(steps, (Steps{"+a", "up a", "+b", "+x", "+y", "-x", "-b", "-a", "down a"}));
 }
 
+/// Adds and removes others, or itself, in its steps.
+class Restless : public InVariableBase
+{
+public:
+    Restless(std::string name, InPackageInit &package) : _name(std::move(name)), _package(package)
+    {}
+
+    void initVariable() override
+    {
+        record("+" + _name);
+        if (addsWhenItComes)
+            _package.addDependency(addsWhenItComes);
+        if (removesWhenItComes)
+            _package.removeDependency(removesWhenItComes);
+    }
+    void cleanupVariable() override
+    {
+        record("-" + _name);
+        if (removesWhenItGoes)
+            _package.removeDependency(removesWhenItGoes);
+    }
+
+    InVariableBase *addsWhenItComes = nullptr;
+    InVariableBase *removesWhenItComes = nullptr;
+    InVariableBase *removesWhenItGoes = nullptr;
+
+private:
+    std::string _name;
+    InPackageInit &_package;
+};
+
+TEST_F(InPackage, aVariableThatGoesMayRemoveOthersAndItself)
+{
+    Restless x("x", _a);
+    Restless y("y", _a);
+    Restless z("z", _a);
+    for (Restless *variable : {&x, &y, &z})
+        _a.addDependency(variable);
+    z.removesWhenItGoes = &x;
+    y.removesWhenItGoes = &y;
+    InPackageRun run({&_a});
+    run.bringUp();
+    steps.clear();
+    run.takeDown();
+    EXPECT_EQ(steps, (Steps{"-z", "-x", "-y", "-a", "down a"})) << "each goes once";
+    steps.clear();
+    run.bringUp();
+    EXPECT_EQ(steps, (Steps{"+a", "+z", "up a"}));
+    z.removesWhenItGoes = nullptr;
+    run.takeDown();
+}
+
+TEST_F(InPackage, aVariableThatComesMayAddAndRemoveOthersAndItself)
+{
+    Restless x("x", _a);
+    Restless y("y", _a);
+    Restless z("z", _a);
+    Variable added("added");
+    for (Restless *variable : {&x, &y, &z})
+        _a.addDependency(variable);
+    x.addsWhenItComes = &added;
+    y.removesWhenItComes = &x;
+    z.removesWhenItComes = &z;
+    InPackageRun run({&_a});
+    run.bringUp();
+    EXPECT_EQ(steps, (Steps{"+a", "+x", "+y", "-x", "+z", "+added", "up a"}));
+    steps.clear();
+    run.takeDown();
+    EXPECT_EQ(steps, (Steps{"-added", "-y", "-a", "down a"}));
+}
+
+TEST_F(InPackage, aVariableAddedToAPackageThatIsUpMayAddAnother)
+{
+    Restless x("x", _a);
+    Variable added("added");
+    x.addsWhenItComes = &added;
+    InPackageRun run({&_a});
+    run.bringUp();
+    steps.clear();
+    _a.addDependency(&x);
+    run.takeDown();
+    EXPECT_EQ(steps, (Steps{"+x", "+added", "-x", "-added", "-a", "down a"}));
+}
+
+TEST_F(InPackage, aVariableThatFailsToJoinAPackageThatIsUpIsNotEntered)
+{
+    Variable x("x");
+    InPackageRun run({&_a});
+    run.bringUp();
+    failing = "+x";
+    EXPECT_THROW(_a.addDependency(&x), std::runtime_error);
+    steps.clear();
+    failing.clear();
+    run.takeDown();
+    EXPECT_EQ(steps, (Steps{"-a", "down a"}));
+    run.bringUp();
+    EXPECT_EQ(steps, (Steps{"-a", "down a", "+a", "up a"}));
+    run.takeDown();
+}
+
 } // namespace
 
 // ---- tags
@@ -330,6 +432,35 @@ TEST(InPackageScope, theOutermostRunsThePackagesUpAndDown)
                                   "(0)");
 }
 
+TEST(InPackageScope, aScopeWithinAStepOfAPackageRunsNothing)
+{
+    EXPECT_EQ(runChild("within"), "+late\na scope\nno scope\nup late\n"
+                                  "base is up\n"
+                                  "-late\na scope\nno scope\ndown late\n"
+                                  "base is down\n"
+                                  "(0)");
+}
+
+TEST(InPackageScope, aScopeThatAStepLeavesOpenKeepsThePackagesUp)
+{
+    EXPECT_EQ(runChild("left"), "+late\nup late\n"
+                                "the outer scope is closed\n"
+                                "base is up\n"
+                                "-late\ndown late\n"
+                                "base is down\n"
+                                "(0)");
+}
+
+TEST(InPackageScope, aScopeThatAFailedRunLeavesOpenRunsNothingWhenItIsClosed)
+{
+    EXPECT_EQ(runChild("leftByFailure"), "+late\nfailed: +late\n"
+                                         "a scope\n"
+                                         "no scope\n"
+                                         "+late\nup late\n"
+                                         "-late\ndown late\n"
+                                         "(0)");
+}
+
 TEST(InPackageScope, aFailingPackageLeavesNoScope)
 {
     EXPECT_EQ(runChild("failing"), "+late\nfailed: +late\nno scope\n(0)");
@@ -351,15 +482,44 @@ void tell(char const *text)
     std::puts(text);
 }
 
+void tellOfScope()
+{
+    tell(Zv::InPackageScope::isOpen() ? "a scope" : "no scope");
+}
+
 class Talking : public Zv::Package<5>
 {
 public:
     using Package<5>::Package;
-    void initPackage() override { say(std::string("+") + getName()); }
-    void cleanupPackage() override { say(std::string("-") + getName()); }
+    void initPackage() override
+    {
+        if (leavesScope)
+            left = new Zv::InPackageScope;
+        say(std::string("+") + getName());
+        openScope();
+    }
+    void cleanupPackage() override
+    {
+        say(std::string("-") + getName());
+        openScope();
+    }
     void setInitialized(bool up) override { say(std::string(up ? "up " : "down ") + getName()); }
 
+    bool opensScopes = false;
+    bool leavesScope = false;
+    Zv::InPackageScope *left = nullptr;
+
 private:
+    void openScope() const
+    {
+        if (!opensScopes)
+            return;
+        {
+            Zv::InPackageScope const scope;
+            tellOfScope();
+        }
+        tellOfScope();
+    }
     static void say(std::string const &step)
     {
         tell(step.c_str());
@@ -371,11 +531,6 @@ private:
 void tellOfBase()
 {
     tell(Zv::InInit<Zv::ZvInit::base>::isInitialized() ? "base is up" : "base is down");
-}
-
-void tellOfScope()
-{
-    tell(Zv::InPackageScope::isOpen() ? "a scope" : "no scope");
 }
 
 void runScopes()
@@ -421,6 +576,39 @@ int zvChildMain(int argc, char **argv)
         runFailing(false);
         tellOfScope();
         runFailing(true);
+    } else if (what == "nullInfo") {
+        try {
+            Zv::DbgBuildInfoUtil::registerInfo(Zv::ObjPtr<Zv::DbgBuildInfo>());
+            tell("taken");
+        } catch (Zv::RCEx::ExNullPtr const &) {
+            std::printf("refused, %zu records\n", Zv::DbgBuildInfoUtil::getNbInfos());
+        }
+    } else if (what == "within") {
+        late.opensScopes = true;
+        {
+            Zv::InPackageScope const scope;
+            tellOfBase();
+        }
+        tellOfBase();
+    } else if (what == "left") {
+        late.leavesScope = true;
+        {
+            Zv::InPackageScope const scope;
+        }
+        tell("the outer scope is closed");
+        tellOfBase();
+        delete late.left;
+        tellOfBase();
+    } else if (what == "leftByFailure") {
+        late.leavesScope = true;
+        Zv::failing = "+late";
+        runFailing(false);
+        tellOfScope();
+        delete late.left;
+        tellOfScope();
+        late.leavesScope = false;
+        Zv::failing.clear();
+        Zv::InPackageScope const scope;
     }
     return 0;
 }
