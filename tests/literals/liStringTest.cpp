@@ -13,6 +13,11 @@
 #include <type_traits>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
 namespace Zv {
 namespace {
 
@@ -111,6 +116,82 @@ TEST(LiString, AssignsItself)
     a = a.getChars() + 1;
     EXPECT_STREQ("elf", a.getChars());
 }
+
+LiString movedFrom()
+{
+    LiString string("name");
+    LiString const other(std::move(string));
+    return string;
+}
+
+TEST(LiString, AMovedFromStringTakesANewValueInAnyWay)
+{
+    LiString const value("value");
+    LiString string(movedFrom());
+    string = value;
+    EXPECT_EQ(string, value);
+    string = movedFrom();
+    string = "value";
+    EXPECT_EQ(string, value);
+    string = movedFrom();
+    string.assign("value", 5);
+    EXPECT_EQ(string, value);
+    string = movedFrom();
+    string.assign(nullptr, 0);
+    EXPECT_TRUE(string.isEmpty());
+    string = movedFrom();
+    std::istringstream stream("value");
+    stream >> string;
+    EXPECT_EQ(string, value);
+}
+
+#ifndef _WIN32
+
+/// A text that is as long as it says, of one piece of memory that is mapped again and again.
+class LongText
+{
+public:
+    explicit LongText(std::size_t length) : _size((length / PIECE + 1) * PIECE)
+    {
+        int const file = ::memfd_create("text", 0);
+        std::string const piece(PIECE, 'x');
+        EXPECT_EQ(::write(file, piece.data(), PIECE), static_cast<ssize_t>(PIECE));
+        _memory =
+            ::mmap(nullptr, _size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        for (std::size_t place = 0; place != _size; place += PIECE)
+            EXPECT_NE(::mmap(static_cast<char *>(_memory) + place, PIECE, PROT_READ | PROT_WRITE,
+                             MAP_PRIVATE | MAP_FIXED, file, 0),
+                      MAP_FAILED);
+        ::close(file);
+        static_cast<char *>(_memory)[length] = '\0';
+    }
+    ~LongText() { ::munmap(_memory, _size); }
+    LongText(LongText const &) = delete;
+    LongText &operator=(LongText const &) = delete;
+    char const *get() const { return static_cast<char const *>(_memory); }
+
+private:
+    static constexpr std::size_t PIECE = std::size_t{1} << 24;
+
+    std::size_t _size;
+    void *_memory;
+};
+
+TEST(LiString, RefusesATextWhoseLengthHasNoNumber)
+{
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the sanitizer notes each byte that is looked at";
+#else
+    LongText const text((std::size_t{1} << 31) - 1);
+    LiString string("kept");
+    EXPECT_THROW(string = text.get(), std::length_error);
+    EXPECT_THROW(string += text.get(), std::length_error);
+    EXPECT_THROW(LiString{text.get()}, std::length_error);
+    EXPECT_STREQ(string.getChars(), "kept");
+#endif
+}
+
+#endif
 
 TEST(LiString, AMovedFromStringThrowsUntilItIsAssigned)
 {

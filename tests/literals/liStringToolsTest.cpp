@@ -2,6 +2,8 @@
 #include "resmgt/literals/liStringUtil.h"
 #include "resmgt/literals/liTimestamp.h"
 
+#include "groupingLocale.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -48,6 +50,40 @@ TEST(LiStringParser, ReadsLongWords)
     std::string const expected(700, 'w');
     std::istringstream stream(expected + " rest");
     EXPECT_EQ(expected, LiStringParser().readToken(stream).getChars());
+}
+
+TEST(LiStringParser, SkipsWhiteSpaceHoweverTheStreamIsSet)
+{
+    std::istringstream stream("  word \t\"two words\"  ");
+    stream >> std::noskipws;
+    LiStringParser parser;
+    EXPECT_STREQ("word", parser.readToken(stream).getChars());
+    EXPECT_STREQ("two words", parser.readToken(stream).getChars());
+    EXPECT_TRUE(stream.good());
+    EXPECT_TRUE(parser.readToken(stream).isEmpty());
+    EXPECT_TRUE(stream.fail());
+    EXPECT_TRUE(stream.eof());
+}
+
+TEST(LiStringParser, AZeroByteIsPartOfAToken)
+{
+    std::istringstream stream(std::string("a\0b \"c\0 d\" \0", 12));
+    LiStringParser parser;
+    auto const next = [&] {
+        LiString const token = parser.readToken(stream);
+        return std::string(token.getChars(), static_cast<std::size_t>(token.getLength()));
+    };
+    EXPECT_EQ(std::string("a\0b", 3), next());
+    EXPECT_EQ(std::string("c\0 d", 4), next());
+    EXPECT_EQ(std::string("\0", 1), next());
+}
+
+TEST(LiStringUtil, WritesNumbersWhateverLocaleTheProgramHas)
+{
+    ZvTest::GroupingLocale const locale;
+    EXPECT_STREQ("-1234567", LiStringUtil::convertNb(-1234567).getChars());
+    EXPECT_STREQ("1234567", LiStringUtil::convertNb(1234567UL).getChars());
+    EXPECT_STREQ("12345.5", LiStringUtil::convertNb(12345.5).getChars());
 }
 
 TEST(LiStringUtil, WritesNumbersAsStreamsDo)

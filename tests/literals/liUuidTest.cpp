@@ -76,6 +76,14 @@ TEST(LiUuid, RefusesATextThatIsNone)
         EXPECT_THROW(LiUuid{LiString(text)}, LiUuidEx::ExInvalidUuidString) << text;
 }
 
+TEST(LiUuid, RefusesATextWithSomethingBehindAZeroByte)
+{
+    char const text[] = "6ba7b810-9dad-11d1-80b4-00c04fd430c8\0junk";
+    EXPECT_NO_THROW(LiUuid(LiString(text, 36)));
+    EXPECT_THROW(LiUuid(LiString(text, 37)), LiUuidEx::ExInvalidUuidString);
+    EXPECT_THROW(LiUuid(LiString(text, sizeof text - 1)), LiUuidEx::ExInvalidUuidString);
+}
+
 TEST(LiUuid, StaysWhatItWasWhenATextIsRefused)
 {
     LiUuid uuid(LiUuid::CREATE);

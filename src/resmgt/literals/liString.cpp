@@ -4,13 +4,12 @@
 #include "zvbase/failures.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
-#include <iomanip>
 #include <istream>
 #include <limits>
 #include <ostream>
 #include <stdexcept>
+#include <string>
 
 namespace Zv {
 
@@ -135,13 +134,15 @@ LiString &LiString::operator=(char const *text)
 
 void LiString::assign(char const *bytes, std::size_t length)
 {
-    LiStringImp &present = body();
-    auto const room = static_cast<std::size_t>(present._capacity);
-    if (length != 0 && length <= room && room - length <= length + SPARE_ROOM && _imp.isUnique()) {
-        std::memmove(present._chars, bytes, length);
-        present._chars[length] = '\0';
-        present._length = static_cast<std::int32_t>(length);
-        return;
+    if (length != 0 && _imp.isUnique()) {
+        LiStringImp &present = body();
+        auto const room = static_cast<std::size_t>(present._capacity);
+        if (length <= room && room - length <= length + SPARE_ROOM) {
+            std::memmove(present._chars, bytes, length);
+            present._chars[length] = '\0';
+            present._length = static_cast<std::int32_t>(length);
+            return;
+        }
     }
     if (length == 0) {
         _imp = RCShdPtr<LiStringImp>(getEmptyImp());
@@ -302,19 +303,10 @@ std::ostream &operator<<(std::ostream &stream, LiString const &string)
 
 std::istream &operator>>(std::istream &stream, LiString &string)
 {
-    constexpr int PIECE = 257;
-    LiString word;
-    bool more = true;
-    while (more) {
-        char piece[PIECE] = {};
-        stream >> std::setw(PIECE) >> piece;
-        word += piece;
-        // The end of input ends a word as white space does, also right behind a full piece.
-        int const next = stream.good() ? stream.peek() : std::istream::traits_type::eof();
-        more = next != std::istream::traits_type::eof() && !std::isspace(next);
-    }
-    if (!stream.fail())
-        string = std::move(word);
+    std::string word;
+    stream.width(0); // no word is too long
+    if (stream >> word)
+        string = LiString(word.data(), word.size());
     return stream;
 }
 

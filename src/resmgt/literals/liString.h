@@ -21,8 +21,9 @@ namespace Zv {
 /// The contents are bytes with a zero byte behind them; no encoding is implied. Positions and lengths are bytes.
 ///
 /// Strings that share a body may be used by different threads; one string object is for one thread at a time. Nothing
-/// here blocks. A string that was moved from can be assigned and destroyed; each other use of it throws
-/// `RCEx::ExNullPtr`. An operation that throws changes nothing. A string of 2^31 - 1 bytes or more is refused with
+/// here blocks. A string that was moved from can be destroyed, copied, and given a new value by any form of `=`, by
+/// `assign` or by `>>`. A copy of it is like it. Each other use throws `RCEx::ExNullPtr`. An operation that throws
+/// changes nothing. A string of 2^31 - 1 bytes or more is refused with
 /// `std::length_error`.
 class ZVRESMGT_EXPORT LiString
 {
@@ -139,7 +140,8 @@ private:
 
 /// Writes the characters up to the first zero byte.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, LiString const &string);
-/// Reads one word of any length; white space before it is skipped. `string` keeps its value where nothing was read.
+/// Reads one word of any length. White space before it is skipped, a zero byte is part of it. `string` keeps its value
+/// if nothing was read.
 ZVRESMGT_EXPORT std::istream &operator>>(std::istream &stream, LiString &string);
 
 } // namespace Zv

@@ -8,8 +8,8 @@ LiString LiStringParser::readToken(std::istream &stream)
 {
     LiString token;
     char c = '\0';
-    stream >> c;
-    if (stream.fail())
+    // Also on a stream that does not skip white space by itself.
+    if (!(stream >> std::ws).get(c))
         return token;
     if (c != '"') {
         stream.putback(c);

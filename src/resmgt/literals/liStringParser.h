@@ -11,8 +11,9 @@ namespace Zv {
 class ZVRESMGT_EXPORT LiStringParser
 {
 public:
-    /// The next word, or, where a double quote comes next, everything up to the double quote that ends it, without
-    /// the two. There is no escape. Where the stream ends first, the result is empty and the stream's fail bit set.
+    /// The next word or, if a double quote comes next, everything up to the double quote that ends it, without the
+    /// two. White space before it is skipped, however the stream is set. There is no escape. If the stream ends first,
+    /// the result is empty and the stream's fail bit is set.
     LiString readToken(std::istream &stream);
 };
 

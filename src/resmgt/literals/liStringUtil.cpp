@@ -1,5 +1,6 @@
 #include "resmgt/literals/liStringUtil.h"
 
+#include <locale>
 #include <sstream>
 
 namespace Zv {
@@ -10,6 +11,7 @@ template <class Number>
 LiString convert(Number number)
 {
     std::ostringstream stream;
+    stream.imbue(std::locale::classic());
     stream << number;
     return LiString(stream);
 }

@@ -5,7 +5,7 @@
 
 namespace Zv {
 
-/// Writes numbers the way that a new `std::ostringstream` does.
+/// Writes numbers as a new `std::ostringstream` does in the "C" locale, whatever locale the program has chosen.
 class ZVRESMGT_EXPORT LiStringUtil
 {
 public:

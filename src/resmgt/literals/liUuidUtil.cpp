@@ -96,9 +96,10 @@ std::uint64_t LiUuidUtil::hash(Uuid const &uuid)
 void LiUuidUtil::fromString(Uuid &uuid, LiString const &text)
 {
     LiString copy(text.getChars()); // the platform takes a text that it may write to
+    bool const isWhole = copy.getLength() == text.getLength(); // no zero byte in it
     ArrayPtr<char> chars(copy.releaseChars());
     ::UUID parsed{};
-    if (::UuidFromStringA(reinterpret_cast<RPC_CSTR>(chars.get()), &parsed) != RPC_S_OK)
+    if (!isWhole || ::UuidFromStringA(reinterpret_cast<RPC_CSTR>(chars.get()), &parsed) != RPC_S_OK)
         ZV_THROW(LiUuidEx::ExInvalidUuidString, text);
     uuid = std::bit_cast<Uuid>(parsed);
 }
