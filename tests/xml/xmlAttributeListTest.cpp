@@ -1,3 +1,4 @@
+#include "groupingLocale.h"
 #include "xmlTesting.h"
 
 #include <limits>
@@ -107,6 +108,27 @@ TEST(XmlAttributeList, ReadsNumbersAsAStreamDoes)
     EXPECT_EQ(65535, listOf("65535").getUInt16("x"));
     EXPECT_EQ(-2147483648, listOf("-2147483648").getInt32("x"));
     EXPECT_EQ(4294967295u, listOf("4294967295").getUInt32("x"));
+}
+
+TEST(XmlAttributeList, AnUnsignedNumberIsNotNegative)
+{
+    char const reason[] = "Conversion error.";
+    for (char const *value : {"-1", "-65535", "-4294967295", "-9223372036854775808"}) {
+        XmlAttributeList const list = listOf(value);
+        EXPECT_EQ(reason, reasonOf([&] { list.getUInt8("x"); })) << value;
+        EXPECT_EQ(reason, reasonOf([&] { list.getUInt16("x"); })) << value;
+        EXPECT_EQ(reason, reasonOf([&] { list.getUInt32("x"); })) << value;
+    }
+    EXPECT_EQ(0, listOf("-0").getUInt8("x"));
+    EXPECT_EQ(0, listOf("-0").getUInt16("x"));
+    EXPECT_EQ(0u, listOf("-0").getUInt32("x"));
+}
+
+TEST(XmlAttributeList, ReadsNumbersWhateverLocaleTheProgramHas)
+{
+    GroupingLocale const locale;
+    EXPECT_EQ(1234567, listOf("1234567").getInt("x"));
+    EXPECT_EQ(1, listOf("1.234.567").getInt("x"));
 }
 
 TEST(XmlAttributeList, WhatIsNoNumberOrDoesNotFitIsAConversionError)

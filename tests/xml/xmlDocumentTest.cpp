@@ -1,9 +1,12 @@
+#include "groupingLocale.h"
 #include "xmlTesting.h"
 
 #include "resmgt/containers.h"
 
 #include <algorithm>
+#include <ctime>
 #include <iterator>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -93,6 +96,56 @@ TEST(XmlElement, NumbersAreReadFromTheStartOfAValue)
     EXPECT_EQ(4294967295u, positive);
 }
 
+template <class T>
+T numberOf(char const *value)
+{
+    XmlElement a("a");
+    a.setAttribute("b", LiString(value));
+    T number = 5;
+    a.getAttribute("b", number);
+    return number;
+}
+
+TEST(XmlElement, ANumberThatDoesNotFitIsTheNearestOneThatDoes)
+{
+    EXPECT_EQ(2147483647, numberOf<int>("4294967297"));
+    EXPECT_EQ(-2147483647 - 1, numberOf<int>("-4294967297"));
+    EXPECT_EQ(2147483647, numberOf<int>("99999999999999999999"));
+    EXPECT_EQ(-2147483647 - 1, numberOf<int>("-99999999999999999999"));
+    EXPECT_EQ(4294967295u, numberOf<unsigned>("4294967296"));
+    EXPECT_EQ(4294967295u, numberOf<unsigned>("99999999999999999999"));
+    EXPECT_EQ(0u, numberOf<unsigned>("-1"));
+    EXPECT_EQ(std::numeric_limits<double>::max(), numberOf<double>("1e999"));
+    EXPECT_EQ(std::numeric_limits<double>::lowest(), numberOf<double>(" -1e999x"));
+    EXPECT_EQ(0.0, numberOf<double>("1e-999"));
+}
+
+TEST(XmlElement, ANumberMayHaveASignAndSpaceBeforeIt)
+{
+    EXPECT_EQ(12, numberOf<int>("\t +12"));
+    EXPECT_EQ(12u, numberOf<unsigned>(" +12"));
+    EXPECT_EQ(1.5, numberOf<double>("\n +1.5em"));
+    EXPECT_EQ(-1.5, numberOf<double>("-1.5,5"));
+    EXPECT_EQ(0.5, numberOf<double>(".5"));
+    EXPECT_EQ(0.0, numberOf<double>("+-1"));
+    EXPECT_EQ(0, numberOf<int>("+-1"));
+}
+
+TEST(XmlElement, NumbersAreWrittenAndReadWhateverLocaleTheProgramHas)
+{
+    GroupingLocale const locale;
+    XmlElement a("a");
+    a.setAttribute("int", 1234567);
+    a.setAttribute("unsigned", 4294967295u);
+    a.setAttribute("double", 12345.5);
+    EXPECT_EQ("1234567", bytesOf(a.getAttribute("int")));
+    EXPECT_EQ("4294967295", bytesOf(a.getAttribute("unsigned")));
+    EXPECT_EQ("12345.5", bytesOf(a.getAttribute("double")));
+    EXPECT_EQ(1234567, numberOf<int>("1234567"));
+    EXPECT_EQ(12345.5, numberOf<double>("12345.5"));
+    EXPECT_EQ(std::numeric_limits<double>::max(), numberOf<double>("1e999"));
+}
+
 TEST(XmlElement, NumbersAreSetAsAStreamFormatsThem)
 {
     XmlElement a("a");
@@ -113,6 +166,73 @@ TEST(XmlElement, AnAttributeSetTwiceHasItsLaterValue)
     EXPECT_EQ("second", bytesOf(a->getAttribute("x")));
     document.setRoot(a);
     EXPECT_EQ("<!DOCTYPE a>\n<a x=\"second\" />\n", textOf(document));
+}
+
+TEST(XmlElement, AZeroByteInAValueIsWritten)
+{
+    XmlDocument document(false);
+    ObjPtr<XmlElement> a(element("a"));
+    a->setAttribute("x", LiString("1\0<", 3));
+    a->setAttribute("y", LiString("\0", 1));
+    document.setRoot(a);
+    std::string const written = textOf(document);
+    EXPECT_EQ(std::string("<!DOCTYPE a>\n<a x=\"1\0&lt;\" y=\"\0\" />\n", 36), written);
+    XmlDocument const again(LiString(written.data(), written.size()));
+    EXPECT_EQ(std::string("1\0<", 3), bytesOf(again.getRoot()->getAttribute("x")));
+}
+
+TEST(XmlElement, AssigningToWhatAnIteratorRefersToChangesNothing)
+{
+    XmlElement a("a");
+    for (char const *name : {"b", "c", "d"})
+        a.appendChild(element(name));
+    Iterator<UnownedObjPtr<XmlElement>> children = a.getChildren();
+    Iterator<UnownedObjPtr<XmlElement>> const copy = children;
+    *children = nullptr;
+    EXPECT_FALSE(children.atEnd());
+    EXPECT_FALSE(copy.atEnd());
+    EXPECT_EQ("b", bytesOf((*copy)->getNodeName()));
+    *children = &a;
+    ++children;
+    EXPECT_EQ("c", bytesOf((*children)->getNodeName()));
+    EXPECT_EQ("b c d ", namesOf(copy));
+    EXPECT_EQ("b c d ", namesOf(a.getChildren()));
+}
+
+/// An element of many attributes, whose names are made of two pieces.
+std::string withManyAttributes(char const *zero, char const *one)
+{
+    constexpr int BITS = 14;
+    std::string text = "<a";
+    for (int number = 0; number < 1 << BITS; ++number) {
+        text += ' ';
+        for (int bit = 0; bit < BITS; ++bit)
+            text += number >> bit & 1 ? one : zero;
+        text += "=''";
+    }
+    return text + "/>";
+}
+
+/// What the processor has to do for it.
+double workFor(std::string const &text)
+{
+    std::clock_t const start = std::clock();
+    XmlDocument const document(LiString(text.data(), text.size()));
+    return static_cast<double>(std::clock() - start + 1);
+}
+
+TEST(XmlElement, AttributesWhoseNamesHaveOneHashAreNoMoreWorkThanOthers)
+{
+    ASSERT_EQ(LiString("af").hash(), LiString("ba").hash());
+    ASSERT_NE(LiString("ag").hash(), LiString("ba").hash());
+    std::string const ordinary = withManyAttributes("ba", "ag");
+    std::string const colliding = withManyAttributes("ba", "af");
+    workFor(ordinary); // what is done once only
+    EXPECT_LT(workFor(colliding), 25 * workFor(ordinary)) << "it is a hundred times with a hash";
+    XmlDocument const document(LiString(colliding.data(), colliding.size()));
+    EXPECT_EQ("", bytesOf(document.getRoot()->getAttribute("afbaafbaafbaafbaafbaafbaafba")));
+    EXPECT_EQ("Non existent attribute.",
+              reasonOf([&] { document.getRoot()->getAttribute("afbaafbaafbaafbaafbaafbaafb"); }));
 }
 
 TEST(XmlElement, AttributesAreRemoved)

@@ -2,6 +2,7 @@
 
 #include "allocations.h"
 #include "childProcess.h"
+#include "resmgt/xml/xmlBlocks.private.h"
 #include "xmlTesting.h"
 
 #include <cstdio>
@@ -116,6 +117,24 @@ TEST(XmlMemory, AWriterThatFindsNoneServesAgain)
         LiString const xml(writer.toXml(item));
         EXPECT_STREQ("\n<a\n    x=\"1\">\n</a>\n", xml.getChars());
     });
+}
+
+TEST(XmlMemory, TheElementsAndValuesOfATextLieTogether)
+{
+    std::string many = "<a>";
+    for (int i = 0; i < 2000; ++i)
+        many += "<b x='a value of some length'>a text of some length</b>";
+    many += "</a>";
+    AllocationCount const count;
+    XmlDocument const document(LiString(many.data(), many.size()));
+    EXPECT_LT(count.get(), 200u);
+}
+
+TEST(XmlMemory, APieceOfNothingIsReleased)
+{
+    XmlBlocks::release(nullptr);
+    XmlElement *none = nullptr;
+    delete none;
 }
 
 /// What a process of this program prints that has so many buffers for a text of this size, and its exit code.

@@ -212,6 +212,13 @@ TEST(XmlParser, AByteThatHasNoPlaceInATagIsALexicalError)
     EXPECT_EQ(LEXICAL, toldOf("<<a/>"));
 }
 
+TEST(XmlParser, ASlashInAClosingTagIsALexicalErrorAndSpaceBeforeItASyntaxError)
+{
+    EXPECT_EQ("begin[a] tagEnd Lexical error.", toldOf("<a></a/b>"));
+    EXPECT_EQ("begin[a] tagEnd Syntax error.", toldOf("<a></a /b>"));
+    EXPECT_EQ("begin[a] tagEnd Syntax error.", toldOf("<a></a/>"));
+}
+
 TEST(XmlParser, ATokenOutOfPlaceInATagIsASyntaxError)
 {
     EXPECT_EQ(SYNTAX, toldOf("<>"));
@@ -334,6 +341,15 @@ TEST(XmlParser, ACdataEndWhereATokenStartsIsASyntaxError)
     EXPECT_EQ("begin[a] tagEnd Syntax error.", toldOf("<a>]]></a>"));
     EXPECT_EQ("begin[a] tagEnd begin[b] emptyEnd Syntax error.", toldOf("<a><b/>]]></a>"));
     EXPECT_EQ("begin[a] tagEnd text[&] Syntax error.", toldOf("<a>&amp;]]></a>"));
+}
+
+TEST(XmlParser, AReferenceThatBeginsLikeOneAndEndsLikeAnotherIsALexicalError)
+{
+    for (char const *reference : {"&lgt;", "&gquot;", "&qxmp;", "&qxpos;", "&amx65;", "&amxx41;",
+                                  "&apx65;", "&llt;", "&l#65;"}) {
+        EXPECT_EQ("begin[a] tagEnd Lexical error.", toldOf("<a>" + std::string(reference)));
+        EXPECT_EQ("begin[a] Lexical error.", toldOf("<a b='" + std::string(reference) + "'/>"));
+    }
 }
 
 TEST(XmlParser, NumericReferencesReachTo255)

@@ -1,12 +1,15 @@
+#include "threadExtensions/asleep.h"
 #include "xmlTesting.h"
 
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace ZvTest {
@@ -107,6 +110,8 @@ public:
             return nullptr;
         if (name == "refused")
             refuse();
+        if (auto const act = std::exchange(whenItMakes, nullptr))
+            act();
         if (name == "inner") {
             ObjPtr<XmlBaseElement> const inner(reader.buildElement("<r><s x='1'/></r>"));
             EXPECT_EQ("r", bytesOf(inner->getTagName()));
@@ -130,6 +135,7 @@ public:
     void performReadEnd() override { _log += bytesOf(_tag) + " ends; "; }
 
     static inline std::atomic<int> living = 0; // several threads build
+    static inline std::function<void()> whenItMakes;
 
 private:
     [[noreturn]] static void refuse()
@@ -251,6 +257,31 @@ TEST_F(XmlReaderTest, ServesSeveralThreads)
             for (int turn = 0; turn < 20; ++turn)
                 EXPECT_FALSE(reader.buildElement("<a x='1'><b><c/></b></a>").isNull());
         });
+}
+
+TEST_F(XmlReaderTest, AThreadWaitsUntilTheOtherHasBuilt)
+{
+    bool hasWaited = false;
+    std::thread other;
+    Item::whenItMakes = [&] {
+        std::atomic<long> number = 0;
+        std::atomic<bool> hasBuilt = false;
+        other = std::thread([&, this] {
+            number = threadNumber();
+            ObjPtr<XmlBaseElement> const built(reader.buildElement("<other/>"));
+            hasBuilt = true;
+        });
+        while (!hasBuilt && !hasWaited) {
+            std::this_thread::yield();
+            hasWaited = number != 0 && isAsleep(number) && !hasBuilt;
+        }
+    };
+    ObjPtr<XmlBaseElement> const root(reader.buildElement("<a><b/></a>"));
+    other.join();
+    EXPECT_TRUE(hasWaited);
+    EXPECT_EQ("builder makes a/0; a reads 0; a makes b/0; b reads 0; b ends; a ends; "
+              "builder makes other/0; other reads 0; other ends; ",
+              builder.log);
 }
 
 TEST_F(XmlReaderTest, WhatAWriterWritesIsReadAgain)

@@ -1,3 +1,4 @@
+#include "groupingLocale.h"
 #include "xmlTesting.h"
 
 #include <iomanip>
@@ -103,6 +104,21 @@ TEST_F(XmlStreamerTest, NumbersHaveTheFormatOfTheStream)
     a.addAttribute("i", 255);
     a.addAttribute("d", 2.0 / 3);
     EXPECT_EQ("i=\"ff\" d=\"0.667\" ", written());
+}
+
+TEST_F(XmlStreamerTest, NumbersAreWrittenWhateverLocaleTheStreamHas)
+{
+    GroupingLocale const locale;
+    stream.imbue(std::locale());
+    Guard a(streamer, "a");
+    written();
+    stream.width(9);
+    stream.fill('0');
+    a.addAttribute("i", 1234567);
+    a.addAttribute("d", 12345.5);
+    EXPECT_EQ("i=\"001234567\" d=\"12345.5\" ", written());
+    stream << 1234567;
+    EXPECT_EQ("1.234.567", written()) << "the stream is as it was";
 }
 
 TEST_F(XmlStreamerTest, AnAttributeBehindContentIsASyntaxError)
@@ -324,6 +340,16 @@ TEST(XmlWriter, WritesNumbersOfAllKinds)
     EXPECT_EQ("\n<a\n    i=\"-2147483647\"\n    s=\"-7\"\n    c=\"-65\"\n    uc=\"65\"\n    "
               "u=\"4294967295\"\n    us=\"65535\"\n    empty=\"\"",
               bytesOf(writer.getXml()));
+}
+
+TEST(XmlWriter, WritesNumbersWhateverLocaleTheProgramHas)
+{
+    GroupingLocale const locale;
+    XmlWriter writer;
+    writer.startElement("a");
+    writer.writeAttribute("i", 1234567);
+    writer.writeAttribute("us", static_cast<unsigned short>(65535));
+    EXPECT_EQ("\n<a\n    i=\"1234567\"\n    us=\"65535\"", bytesOf(writer.getXml()));
 }
 
 TEST(XmlWriter, AValueWithAQuoteGivesATextThatIsRejected)

@@ -4,20 +4,22 @@
 #include "zvbase/failures.h"
 
 #include <cstring>
-#include <limits>
+#include <locale>
 #include <sstream>
+#include <utility>
 
 namespace Zv {
 
-/// `Read` is what the stream reads as a number, `T` what it has to fit.
-template <class T, class Read>
+// A narrow or an unsigned type would not do for the reading: the stream wraps a negative number round, and reads a
+// character for a number of 8 bits.
+template <class T>
 T XmlAttributeList::convert(LiString const &name) const
 {
     std::istringstream stream(getValue(name).getChars());
-    Read number{};
+    stream.imbue(std::locale::classic());
+    long long number = 0;
     stream >> number;
-    if (stream.fail() || number < std::numeric_limits<T>::min() ||
-        number > std::numeric_limits<T>::max())
+    if (stream.fail() || !std::in_range<T>(number))
         ZV_THROW(XmlEx::ExConversionError);
     return static_cast<T>(number);
 }
@@ -106,12 +108,12 @@ long XmlAttributeList::getLong(LiString const &name) const
 
 std::int8_t XmlAttributeList::getInt8(LiString const &name) const
 {
-    return convert<std::int8_t, int>(name);
+    return convert<std::int8_t>(name);
 }
 
 std::uint8_t XmlAttributeList::getUInt8(LiString const &name) const
 {
-    return convert<std::uint8_t, int>(name);
+    return convert<std::uint8_t>(name);
 }
 
 std::int16_t XmlAttributeList::getInt16(LiString const &name) const

@@ -33,9 +33,10 @@ public:
     /// Throws `XmlEx::ExNonExistentAttribute`.
     LiString getValue(LiString const &name) const;
 
-    /// The number at the start of a value, read as a stream reads it: white space before it is skipped and what stands
-    /// behind it is not looked at. The forms for 8 bits read a number too. Throw `XmlEx::ExNonExistentAttribute`, and
-    /// `XmlEx::ExConversionError` where there is no number or it does not fit.
+    /// The number at the start of a value, read as a stream reads it in the "C" locale: white space before it is
+    /// skipped and what stands behind it is not looked at. The forms for 8 bits read a number too. They throw
+    /// `XmlEx::ExNonExistentAttribute`, and `XmlEx::ExConversionError` if there is no number or it does not fit. A
+    /// negative number does not fit an unsigned type.
     int getInt(LiString const &name) const;
     long getLong(LiString const &name) const;
     std::int8_t getInt8(LiString const &name) const;
@@ -55,7 +56,7 @@ private:
     };
 
     Attribute const &at(int index) const;
-    template <class T, class Read = T>
+    template <class T>
     T convert(LiString const &name) const;
 
     std::vector<Attribute> _attributes;

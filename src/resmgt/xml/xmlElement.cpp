@@ -2,15 +2,24 @@
 
 #include "resmgt/containers/iteratorEx.h"
 #include "resmgt/containers/iteratorSTL.h"
+#include "resmgt/literals/liStringUtil.h"
 #include "resmgt/smartPtrs/rcProxy.h"
 #include "resmgt/xml/xmlBlocks.private.h"
 #include "resmgt/xml/xmlEx.h"
 #include "resmgt/xml/xmlPiece.private.h"
-#include "zvbase/containers.h"
 #include "zvbase/failures.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <locale>
+#include <map>
 #include <sstream>
+#include <string>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -23,12 +32,38 @@ using Elements = std::vector<UnownedObjPtr<XmlElement>>;
 /// More than these are not looked through one by one.
 constexpr std::size_t MANY_ATTRIBUTES = 16;
 
-template <class X>
-LiString format(X value)
+/// What `atoi` and its like skip before a number.
+char const *skipSpace(char const *text)
 {
-    std::ostringstream stream;
-    stream << value;
-    return LiString(stream);
+    while (*text == ' ' || (*text >= '\t' && *text <= '\r'))
+        ++text;
+    return text;
+}
+
+/// The nearest number that fits.
+template <class T>
+T readInteger(char const *text)
+{
+    long long const number = std::strtoll(skipSpace(text), nullptr, 10);
+    return static_cast<T>(std::clamp<long long>(number, std::numeric_limits<T>::min(),
+                                                std::numeric_limits<T>::max()));
+}
+
+// `strtod` goes by the program's locale.
+double readDouble(char const *text)
+{
+    text = skipSpace(text);
+    if (text[0] == '+' && text[1] != '-')
+        ++text;
+    double number = 0;
+    auto const [end, error] = std::from_chars(text, text + std::strlen(text), number);
+    if (error == std::errc::result_out_of_range) {
+        // The stream gives the nearest number that fits.
+        std::istringstream stream(std::string(text, end));
+        stream.imbue(std::locale::classic());
+        stream >> number;
+    }
+    return number;
 }
 
 } // namespace
@@ -45,7 +80,8 @@ public:
     {
         if (atEnd())
             IteratorExUtil::throwExOutOfRange();
-        return _child;
+        _item = _child;
+        return _item;
     }
     void first() override { _child = _element._firstChild; }
     void last() override { _child = _element._lastChild; }
@@ -73,10 +109,12 @@ protected:
 
 private:
     XmlElement const &_element;
-    UnownedObjPtr<XmlElement> mutable _child; // handed out by reference
+    UnownedObjPtr<XmlElement> _child;
+    UnownedObjPtr<XmlElement> mutable _item; // handed out by reference, whatever becomes of it
 };
 
-/// The attributes of an element that has too many to look through.
+/// The attributes of an element that has too many to look through. They are sorted: whoever writes a text can choose
+/// names whose hashes are all the same.
 class XmlElement::AttributeIndex
 {
 public:
@@ -86,15 +124,23 @@ public:
             add(*attribute);
     }
 
-    void add(XmlAttribute &attribute) { _attributes.emplace(attribute.getNodeName(), &attribute); }
+    void add(XmlAttribute &attribute)
+    {
+        _attributes.emplace(bytesOf(attribute.name()), &attribute);
+    }
     XmlAttribute *find(LiString const &name) const
     {
-        auto const found = _attributes.find(name);
+        auto const found = _attributes.find(bytesOf(name));
         return found == _attributes.end() ? nullptr : found->second;
     }
 
 private:
-    HashMap<LiString, XmlAttribute *> _attributes;
+    static std::string_view bytesOf(LiString const &name)
+    {
+        return {name.getChars(), static_cast<std::size_t>(name.getLength())};
+    }
+
+    std::map<std::string_view, XmlAttribute *> _attributes; // by the attributes' own names
 };
 
 XmlElement::XmlElement(LiString const &name) : XmlNode(name) {}
@@ -166,17 +212,17 @@ LiString XmlElement::getAttribute(LiString const &name) const
 
 void XmlElement::getAttribute(LiString const &name, int &value) const
 {
-    value = static_cast<int>(std::strtol(attribute(name)._value.getChars(), nullptr, 10));
+    value = readInteger<int>(attribute(name)._value.getChars());
 }
 
 void XmlElement::getAttribute(LiString const &name, unsigned int &value) const
 {
-    value = static_cast<unsigned int>(std::strtoul(attribute(name)._value.getChars(), nullptr, 10));
+    value = readInteger<unsigned int>(attribute(name)._value.getChars());
 }
 
 void XmlElement::getAttribute(LiString const &name, double &value) const
 {
-    value = std::strtod(attribute(name)._value.getChars(), nullptr);
+    value = readDouble(attribute(name)._value.getChars());
 }
 
 void XmlElement::setAttribute(LiString const &name, LiString const &value)
@@ -200,17 +246,17 @@ void XmlElement::setAttribute(LiString const &name, LiString const &value, XmlBl
 
 void XmlElement::setAttribute(LiString const &name, int value)
 {
-    setAttribute(name, format(value));
+    setAttribute(name, LiStringUtil::convertNb(value));
 }
 
 void XmlElement::setAttribute(LiString const &name, unsigned int value)
 {
-    setAttribute(name, format(value));
+    setAttribute(name, LiStringUtil::convertNb(value));
 }
 
 void XmlElement::setAttribute(LiString const &name, double value)
 {
-    setAttribute(name, format(value));
+    setAttribute(name, LiStringUtil::convertNb(value));
 }
 
 void XmlElement::removeAttribute(LiString const &name)
@@ -319,7 +365,7 @@ void XmlElement::streamToOutput(XmlStreamer &streamer) const
     for (XmlElement const *element = this; element;) {
         output.addStart(element->name());
         for (XmlAttribute const *a = element->_firstAttribute; a; a = a->_next)
-            output.addAttribute(Output::bytesOf(a->name()), a->_value.getChars());
+            output.addAttribute(Output::bytesOf(a->name()), a->_value.getBytes());
         if (element->_firstChild) {
             output.addContent();
             element = element->_firstChild;

@@ -36,12 +36,13 @@ public:
 
     /// The value of an attribute. Throws `XmlEx::ExNonExistentAttribute`, as the forms below do.
     LiString getAttribute(LiString const &name) const;
-    /// The number at the start of the value, as `atoi` reads it; 0 where there is none.
+    /// The number at the start of the value, as `atoi` reads it in the "C" locale. 0 if there is none, and the nearest
+    /// number that fits if it does not fit: 0 for a negative number that is read as an unsigned one.
     void getAttribute(LiString const &name, int &value) const;
     void getAttribute(LiString const &name, unsigned int &value) const;
     void getAttribute(LiString const &name, double &value) const;
-    /// Adds an attribute or replaces its value. Numbers are formatted as a stream formats them. Attributes are written
-    /// in no promised order.
+    /// Adds an attribute or replaces its value. Numbers are formatted as a stream formats them in the "C" locale.
+    /// Attributes are written in no promised order.
     void setAttribute(LiString const &name, LiString const &value);
     void setAttribute(LiString const &name, int value);
     void setAttribute(LiString const &name, unsigned int value);
@@ -49,6 +50,8 @@ public:
     /// Does nothing where there is none.
     void removeAttribute(LiString const &name);
 
+    /// The children in their order. What the iterator refers to is its own copy of the pointer: it is valid until the
+    /// iterator moves, and assigning to it changes neither the children nor the iterator.
     Iterator<UnownedObjPtr<XmlElement>> getChildren() const;
     /// This element and those below it that have this name, each before its children; "*" stands for every name. The
     /// iterator holds a list made now.
@@ -70,14 +73,15 @@ public:
     /// The elements of a text lie together in blocks, which go when the last of them goes; those that a client makes
     /// stand alone.
     static void *operator new(std::size_t size);
-    static void *operator new(std::size_t size, XmlBlocks *blocks);
     static void operator delete(void *memory);
-    static void operator delete(void *memory, XmlBlocks *blocks);
 
 private:
     friend class XmlDocumentBuilder;
     friend class XmlElementChildren;
     class AttributeIndex;
+
+    static void *operator new(std::size_t size, XmlBlocks *blocks);
+    static void operator delete(void *memory, XmlBlocks *blocks);
 
     void setAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks);
     /// The attribute, or null.

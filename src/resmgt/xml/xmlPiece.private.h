@@ -3,6 +3,7 @@
 
 #include "resmgt/literals/liString.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -44,7 +45,7 @@ public:
         add(bytesOf(name));
         add(" ");
     }
-    void addAttribute(std::string_view name, char const *value)
+    void addAttribute(std::string_view name, std::string_view value)
     {
         addStartOfAttribute(name);
         addEscaped(value);
@@ -77,23 +78,23 @@ public:
 private:
     static constexpr auto SPECIAL = [] {
         std::array<bool, 256> table{};
-        for (unsigned char const c : {'"', '&', '\'', '<', '>', '\0'})
+        for (unsigned char const c : {'"', '&', '\'', '<', '>'})
             table[c] = true;
         return table;
     }();
 
     /// With the five special bytes as references.
-    void addEscaped(char const *text)
+    void addEscaped(std::string_view text)
     {
+        auto const isSpecial = [](char c) { return SPECIAL[static_cast<unsigned char>(c)]; };
         for (;;) {
-            char const *end = text;
-            while (!SPECIAL[static_cast<unsigned char>(*end)])
-                ++end;
-            add({text, static_cast<std::size_t>(end - text)});
-            if (!*end)
+            auto const special = std::find_if(text.begin(), text.end(), isSpecial);
+            auto const length = static_cast<std::size_t>(special - text.begin());
+            add(text.substr(0, length));
+            if (length == text.size())
                 return;
-            addReference(*end);
-            text = end + 1;
+            addReference(*special);
+            text.remove_prefix(length + 1);
         }
     }
     void addReference(char c)

@@ -5,7 +5,10 @@
 #include "zvbase/failures.h"
 
 #include <exception>
+#include <locale>
 #include <ostream>
+#include <sstream>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -18,6 +21,22 @@ using Piece = XmlPiece<256>;
 std::string_view orEmpty(char const *text)
 {
     return text ? text : "";
+}
+
+/// Writes the number in the stream's format and the end of its attribute. Whoever reads it does not know the stream's
+/// locale.
+template <class Number>
+void addNumber(std::ostream &output, Number number)
+{
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text.flags(output.flags());
+    text.precision(output.precision());
+    text.fill(output.fill());
+    text.width(output.width(0));
+    text << number << "\" ";
+    std::string const bytes = text.str();
+    output.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 } // namespace
@@ -126,18 +145,18 @@ void XmlStreamer::ElementGuard::addAttribute(char const *name, char const *value
 {
     checkAttributesMayCome();
     Piece attribute(getOutput());
-    attribute.addAttribute(orEmpty(name), value ? value : "");
+    attribute.addAttribute(orEmpty(name), orEmpty(value));
     attribute.write();
 }
 
 void XmlStreamer::ElementGuard::addAttribute(char const *name, int value)
 {
-    addAttribute(name) << value << "\" ";
+    addNumber(addAttribute(name), value);
 }
 
 void XmlStreamer::ElementGuard::addAttribute(char const *name, double value)
 {
-    addAttribute(name) << value << "\" ";
+    addNumber(addAttribute(name), value);
 }
 
 void XmlStreamer::ElementGuard::addTextData(char const *text)

@@ -84,7 +84,7 @@ public:
     void setContent() override;
 
     /// Writes an attribute: a text with the five special bytes written as references, null as an empty one, a number
-    /// in the stream's format. Throw `XmlEx::ExSyntaxError` after the first content.
+    /// in the stream's format but in the "C" locale. They throw `XmlEx::ExSyntaxError` after the first content.
     void addAttribute(char const *name, char const *value);
     void addAttribute(char const *name, int value);
     void addAttribute(char const *name, double value);

@@ -5,6 +5,7 @@
 #include "resmgt/literals/liString.h"
 
 #include <cstdint>
+#include <string_view>
 
 namespace Zv {
 
@@ -16,8 +17,6 @@ class ZVRESMGT_EXPORT XmlText
 {
 public:
     XmlText() = default;
-    /// A copy of the string in `room`, which has one byte more than the string and outlives the text.
-    XmlText(LiString const &text, char *room);
     XmlText(XmlText const &) = delete;
     XmlText &operator=(XmlText const &) = delete;
     ~XmlText();
@@ -28,8 +27,14 @@ public:
     LiString get() const { return LiString(_chars, _length); }
     /// Terminated; valid until the next `assign`.
     char const *getChars() const { return _chars ? _chars : ""; }
+    /// All bytes, zero bytes among them; valid until the next `assign`.
+    std::string_view getBytes() const { return {getChars(), _length}; }
 
 private:
+    friend class XmlAttribute;
+
+    /// A copy of the string in `room`, which has one byte more than the string and outlives the text.
+    XmlText(LiString const &text, char *room);
     /// To where there is room.
     void copy(LiString const &text);
     void release() noexcept;

@@ -3,6 +3,8 @@
 #include "resmgt/xml/xmlBaseElement.h"
 #include "resmgt/xml/xmlStatics.private.h"
 
+#include <locale>
+
 namespace Zv {
 
 XmlWriter::XmlWriter() = default;
@@ -11,6 +13,7 @@ XmlWriter::~XmlWriter() noexcept(false) = default;
 void XmlWriter::initialize()
 {
     _text.reset(new std::ostringstream);
+    _text->imbue(std::locale::classic());
     // Else it would keep it to itself that there is no memory.
     _text->exceptions(std::ios_base::badbit);
     _indentation = LiString();

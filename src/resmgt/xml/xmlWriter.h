@@ -32,7 +32,8 @@ public:
     /// An empty text again.
     void reset();
     void startElement(LiString const &name);
-    /// Between the start of an element and its first child. The forms for single bytes write a number.
+    /// Between the start of an element and its first child. Numbers are written in the "C" locale, and the forms for
+    /// single bytes write a number.
     void writeAttribute(LiString const &name, LiString const &value);
     void writeAttribute(LiString const &name, int value);
     void writeAttribute(LiString const &name, short value);
