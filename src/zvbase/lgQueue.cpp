@@ -20,9 +20,9 @@ LgQueue::LgQueue(unsigned long threadId) : _imp(new LgQueueImp(*this, threadId))
 
 LgQueue::~LgQueue()
 {
+    // Whoever reads it now has ended before; nobody reads it afterwards.
     BaseGuard const guard(LgLogImp::_readingLock);
     ++LgLogImp::_generation;
-    _imp.reset();
 }
 
 unsigned long LgQueue::getThreadId() const noexcept
@@ -52,7 +52,9 @@ std::uint64_t LgQueue::getNbLostLines() const noexcept
 
 void LgQueue::changeObserver(ObjPtr<Observer> observer)
 {
+    ObjPtr<Observer> former;
     BaseGuard const guard(LgLogImp::_readingLock);
+    former.swap(_imp->_observer);
     _imp->_observer = observer;
 }
 

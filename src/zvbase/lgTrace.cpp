@@ -6,6 +6,7 @@
 #include "zvbase/lgReader.h"
 #include "zvbase/lgRing.private.h"
 
+#include <charconv>
 #include <cstdio>
 #include <string_view>
 
@@ -21,6 +22,16 @@ constinit void *outputContext ZV_GUARDED_BY(LgLogImp::_readingLock) = nullptr;
 constinit std::FILE *file ZV_GUARDED_BY(LgLogImp::_readingLock) = nullptr;
 constinit bool hasFailed ZV_GUARDED_BY(LgLogImp::_readingLock) = false;
 constinit bool isWriting ZV_GUARDED_BY(LgLogImp::_readingLock) = false;
+
+/// The output is at work: it may throw.
+class Writing
+{
+public:
+    Writing() ZV_REQUIRES(LgLogImp::_readingLock) { isWriting = true; }
+    ~Writing() ZV_REQUIRES(LgLogImp::_readingLock) { isWriting = false; }
+    Writing(Writing const &) = delete;
+    Writing &operator=(Writing const &) = delete;
+};
 
 bool closeNoLock() ZV_REQUIRES(LgLogImp::_readingLock)
 {
@@ -56,12 +67,11 @@ bool LgOutput::isBusy()
 
 void LgOutput::write(char const *text, std::size_t length)
 {
-    isWriting = true;
+    Writing const writing;
     if (output)
         output(outputContext, text, length);
     else if (std::fwrite(text, 1, length, file ? file : stderr) != length && file)
         hasFailed = true;
-    isWriting = false;
 }
 
 void LgOutput::flush()
@@ -72,9 +82,14 @@ void LgOutput::flush()
 
 void LgOutput::appendStamp(std::string &text, std::uint64_t stamp)
 {
+    // As "%12.6f " in the "C" locale.
+    constexpr std::size_t WIDTH = 12;
     char digits[64];
-    std::snprintf(digits, sizeof digits, "%12.6f ", LgRing::toSeconds(stamp));
-    text += digits;
+    char const * const end = std::to_chars(digits, digits + sizeof digits, LgRing::toSeconds(stamp),
+                                           std::chars_format::fixed, 6)
+                                 .ptr;
+    auto const length = static_cast<std::size_t>(end - digits);
+    text.append(length < WIDTH ? WIDTH - length : 0, ' ').append(digits, length) += ' ';
 }
 
 void LgTrace::print(char const *text)

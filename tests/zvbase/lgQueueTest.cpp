@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 #include <semaphore>
@@ -131,6 +132,67 @@ TEST(LgQueue, aFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
     EXPECT_EQ(note.substr(13), "2 lines (12 characters) lost: the queue of thread " +
                                    std::to_string(number) + " was full.\n");
     EXPECT_EQ(lines.back(), "later\n");
+}
+
+TEST(LgQueue, eachLossIsToldOnce)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    for (int turn = 0; turn < 2; ++turn) {
+        fillQueue();
+        LgTrace::print("lost");
+        logger.flush();
+        EXPECT_EQ(log.getLines().back().substr(13, 28), "1 lines (4 characters) lost:") << turn;
+    }
+}
+
+TEST(LgQueue, anEmptyTextIsALineWhateverStoodInItsPlaceBefore)
+{
+    CapturedLog const log;
+    TestLogger logger;
+    std::size_t const room = 1000;
+    for (std::size_t written = 0; written < 2 * LgQueue::CAPACITY; written += room) {
+        LgTrace::print(std::string(room, '\n').c_str());
+        logger.flush();
+    }
+    std::size_t const before = log.getLines().size();
+    for (std::size_t written = 0; written < LgQueue::CAPACITY; written += 32) {
+        LgTrace::print("");
+        logger.flush();
+    }
+    Lines const lines = log.getLines();
+    EXPECT_GT(lines.size(), before);
+    EXPECT_EQ(std::count(lines.begin() + static_cast<std::ptrdiff_t>(before), lines.end(), "\n"),
+              static_cast<std::ptrdiff_t>(lines.size() - before));
+}
+
+/// Says when it goes, and whether another thread may read the log then.
+class Going : public LgQueue::Observer
+{
+public:
+    explicit Going(int &nbGone) : _nbGone(nbGone) {}
+    ~Going() override
+    {
+        std::thread([] { LgLog::flush(); }).join();
+        ++_nbGone;
+    }
+    void notify(LgQueue &) override {}
+    void wait(LgQueue &, unsigned) override {}
+
+private:
+    int &_nbGone;
+};
+
+TEST(LgQueue, anObserverGoesWhileOthersMayRead)
+{
+    int nbGone = 0;
+    {
+        LgQueue queue(7);
+        queue.changeObserver(ObjPtr<LgQueue::Observer>(new Going(nbGone)));
+        queue.changeObserver(ObjPtr<LgQueue::Observer>(new Going(nbGone)));
+        EXPECT_EQ(nbGone, 1);
+    }
+    EXPECT_EQ(nbGone, 2);
 }
 
 TEST(LgQueue, aLossIsToldBeforeTheLineThatFollowsIt)

@@ -11,7 +11,9 @@
 #include <functional>
 #include <map>
 #include <semaphore>
+#include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace Zv {
 namespace {
@@ -178,6 +180,58 @@ TEST(LgReader, flushWritesInTheCallingThread)
     LgLog::flush();
     EXPECT_EQ(log.getLines(), (Lines{"x\n"}));
     EXPECT_EQ(logger.flush(), 0);
+}
+
+/// An output of the log that does something else for each line.
+class ActingLog
+{
+public:
+    explicit ActingLog(std::function<void()> act) : _act(std::move(act))
+    {
+        LgTrace::setOutput(take, this);
+    }
+    ~ActingLog() { LgTrace::setOutput(nullptr, nullptr); }
+    ActingLog(ActingLog const &) = delete;
+    ActingLog &operator=(ActingLog const &) = delete;
+
+    std::string text;
+
+private:
+    static void take(void *context, char const *text, std::size_t length)
+    {
+        auto * const log = static_cast<ActingLog *>(context);
+        log->_act();
+        log->text.append(text, length);
+    }
+
+    std::function<void()> _act;
+};
+
+TEST(LgReader, anOutputThatReadsTheLogReadsNothing)
+{
+    TestLogger logger;
+    int nbRead = 0;
+    ActingLog const log([&] { nbRead += logger.getReader().flushEarliest(); });
+    LgTrace::print("first");
+    LgTrace::print("second");
+    EXPECT_EQ(logger.flush(), 2);
+    EXPECT_EQ(nbRead, 0);
+    EXPECT_EQ(log.text, "first\nsecond\n");
+}
+
+TEST(LgReader, anOutputThatThrowsGetsTheNextLine)
+{
+    TestLogger logger;
+    bool fails = true;
+    ActingLog const log([&] {
+        if (std::exchange(fails, false))
+            throw std::runtime_error("no room");
+    });
+    LgTrace::print("lost");
+    LgTrace::print("written");
+    EXPECT_THROW(logger.flush(), std::runtime_error);
+    EXPECT_EQ(logger.flush(), 1);
+    EXPECT_EQ(log.text, "written\n");
 }
 
 TEST(LgReader, severalReadersShareTheWork)
