@@ -56,18 +56,18 @@ private:
     }
 
     mutable BaseLock _lock;
-    HANDLE _timer;
     LONGLONG _origin ZV_GUARDED_BY(_lock);
     double _interval ZV_GUARDED_BY(_lock);
+    HANDLE _timer;                                    // behind the clock, whose failure leaves none
     std::uint64_t _base ZV_GUARDED_BY(_lock) = 0;     // beats of earlier grids
     std::uint64_t _returned ZV_GUARDED_BY(_lock) = 0; // by the latest wait
     bool _isAwaited ZV_GUARDED_BY(_lock) = false;
 };
 
 PeriodicTimerImp::PeriodicTimerImp(double interval)
-    : _timer(::CreateWaitableTimerA(nullptr, FALSE, nullptr)),
-      _origin(getNow()),
-      _interval(adjust(interval))
+    : _origin(getNow()),
+      _interval(adjust(interval)),
+      _timer(::CreateWaitableTimerA(nullptr, FALSE, nullptr))
 {
     ZV_SYS_ASSERT(_timer != 0);
 }

@@ -286,6 +286,10 @@ TEST(ExBase, copiesKeepTheirText)
     EXPECT_EQ(assigned.getLine(), 7);
     copy.setReason(" on");
     EXPECT_STREQ(copy.getReason(), "first on");
+    assigned.setReason(" goes on");
+    EXPECT_STREQ(assigned.getReason(), "first goes on");
+    copy = assigned;
+    EXPECT_STREQ(copy.getDetailedReason(), "x.cpp(7): first goes on") << "from a longer one";
 }
 
 } // namespace

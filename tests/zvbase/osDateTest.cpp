@@ -180,6 +180,7 @@ TEST(OsDate, aTimeThatTheClockRepeatsHasTwoMomentsWhateverTheShift)
                 1800},
           Place{"<+00>0<+02>-2,M10.1.0,M4.1.0/3", 2, 2, 0, toSeconds(2006, 4, 2, 0, 0, 0), 7200},
           Place{"AAA-8BBB-11,M10.1.0,M4.1.0/3", 2, 0, 30, toSeconds(2006, 4, 1, 13, 30, 0), 10800},
+          Place{"AAA-1BBB-2,J100/2,J101/2", 11, 1, 30, toSeconds(2006, 4, 10, 23, 30, 0), 3600},
           Place{"AAA4BBB3:40,M10.1.0,M4.1.0/1", 2, 0, 50, toSeconds(2006, 4, 2, 4, 30, 0), 1200}}) {
         At const there(place.zone);
         auto const find = [&place](int repetition) {

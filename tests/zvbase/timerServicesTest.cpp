@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <vector>
 
 namespace Zv {
@@ -134,6 +135,23 @@ TEST_F(Grid, aCountGoesRoundAfter32Bits)
     EXPECT_EQ(timer->getCurrentCount(), 4294967295U);
     setTime(4294967.2975);
     EXPECT_EQ(timer->getCurrentCount(), 1U);
+}
+
+TEST(TimerServices, aClockThatCannotBeReadLeavesNoTimerBehind)
+{
+    Hooked hooks;
+    int nbTimers = 0;
+    hooks->refusesToCreateTimer = [&] {
+        ++nbTimers;
+        return false;
+    };
+    hooks->refusesToClose = [&] {
+        --nbTimers;
+        return false;
+    };
+    hooks->readsClock = [](LONGLONG &) -> bool { throw std::runtime_error("no clock"); };
+    EXPECT_THROW(ObjPtr<PeriodicTimer> const timer(PeriodicTimer::create(1.0)), std::runtime_error);
+    EXPECT_EQ(nbTimers, 0);
 }
 
 TEST(TimerServices, aRefusalIsASystemAssertion)
