@@ -6,8 +6,32 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstddef>
 #include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <list>
 #include <string>
+#include <thread>
+
+namespace {
+
+/// Done at each call of `strftime`, which reads TZ.
+std::function<void()> atFormatting;
+
+} // namespace
+
+// The linker leads the library's calls here.
+extern "C" std::size_t __real_strftime(char *text, std::size_t size, char const *format,
+                                       std::tm const *tm);
+extern "C" std::size_t __wrap_strftime(char *text, std::size_t size, char const *format,
+                                       std::tm const *tm)
+{
+    if (atFormatting)
+        atFormatting();
+    return __real_strftime(text, size, format, tm);
+}
 
 namespace Zv {
 namespace {
@@ -148,6 +172,37 @@ TEST(LiDate, WaitsForTheEnvironmentByLocalTime)
     EXPECT_TRUE(ZvTest::waitsForTheEnvironment(
         [] { EXPECT_THROW(LiDate("2026/01/01 12:00:00.000 !!!"), OsDateEx::ExInvalidDate); }));
     EXPECT_FALSE(ZvTest::waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::UNIVERSAL); }));
+}
+
+TEST(LiDate, KeepsTheEnvironmentAsItIsWhileItFormats)
+{
+    struct Probe
+    {
+        std::atomic<long> number = 0;
+        std::atomic<bool> hasEntered = false;
+        std::thread thread;
+    };
+    std::list<Probe> probes;
+    int nbHeld = 0;
+    atFormatting = [&] {
+        Probe &probe = probes.emplace_back();
+        probe.thread = std::thread([&probe] {
+            probe.number = threadNumber();
+            EnvVar::Guard const guard;
+            probe.hasEntered = true;
+        });
+        bool isHeld = false;
+        while (!isHeld && !probe.hasEntered) {
+            std::this_thread::yield();
+            isHeld = probe.number != 0 && isAsleep(probe.number) && !probe.hasEntered;
+        }
+        nbHeld += isHeld;
+    };
+    LiDate().toString("%Z");
+    atFormatting = nullptr;
+    for (Probe &probe : probes)
+        probe.thread.join();
+    EXPECT_EQ(nbHeld, 2) << "for the zone's name, and for the text";
 }
 
 TEST(LiDate, RefusesWhatStandsBehindTheZone)
