@@ -83,6 +83,15 @@ private:
 
 } // namespace
 
+InPackageRun::Packages InPackageRun::getRegistered()
+{
+    BaseGuard const guard(packagesLock);
+    Packages packages;
+    for (InPackageInit *package = firstPackage; package; package = package->_next)
+        packages.push_back(package);
+    return packages;
+}
+
 InPackageRun::InPackageRun(Packages const &packages)
 {
     Plan plan = {packages, {}};
@@ -274,10 +283,7 @@ InPackageScope::InPackageScope() : _exceptionsAtStart(std::uncaught_exceptions()
     BaseGuard const guard(packagesLock);
     if (!run && !isRunning) {
         Running const running;
-        InPackageRun::Packages packages;
-        for (InPackageInit *package = firstPackage; package; package = package->_next)
-            packages.push_back(package);
-        ObjPtr<InPackageRun> made(new InPackageRun(packages));
+        ObjPtr<InPackageRun> made(new InPackageRun(InPackageRun::getRegistered()));
         made->bringUp();
         run = made.release();
     }

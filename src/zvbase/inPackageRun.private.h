@@ -17,6 +17,9 @@ class InPackageRun
 public:
     using Packages = std::vector<InPackageInit *>;
 
+    /// The packages of the process in the order in which they were entered.
+    static Packages getRegistered();
+
     /// Packages without a dependency between them keep the order given. Throws `InPackageError`.
     explicit InPackageRun(Packages const &packages);
 

@@ -1,15 +1,24 @@
 // What happens before, during and after the run of the packages, each time in a process of its own.
 
 #include "childProcess.h"
-#include "resmgt/packages.h"
+#include "platform/services.h"
+#include "resmgt/locks/locksStatics.private.h"
+#include "resmgt/packages.private.h"
+#include "resmgt/syncEngine/seSyncEngine.h"
+#include "resmgt/threadExtensions/mtAlarmManager.h"
 #include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtLogger.private.h"
+#include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtThreadProtocol.h"
+#include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/assertions.h"
 #include "zvbase/dbgBuildInfo.h"
+#include "zvbase/hmHeapMgr.h"
+#include "zvbase/inPackageRun.private.h"
 #include "zvbase/lgLog.h"
 
 #include <gmock/gmock.h>
@@ -21,12 +30,34 @@
 #include <iostream>
 #include <string>
 
-#ifdef _WIN32
-#include "platform/services.h"
-#else
+#ifndef _WIN32
 #include <sys/resource.h>
 #include <unistd.h>
 #endif
+
+namespace {
+
+/// Whether the process says which priority class it gets, and whether the logger runs then; it does not get it.
+bool tellsOfClasses = false;
+
+} // namespace
+
+extern "C" BOOL __real__ZN10ZvPlatform16SetPriorityClassEPvj(HANDLE process, DWORD priorityClass);
+extern "C" BOOL __wrap__ZN10ZvPlatform16SetPriorityClassEPvj(HANDLE process, DWORD priorityClass)
+{
+    if (!tellsOfClasses)
+        return __real__ZN10ZvPlatform16SetPriorityClassEPvj(process, priorityClass);
+    std::cout << (priorityClass == REALTIME_PRIORITY_CLASS ? "real-time" : "normal")
+              << " class, logger " << Zv::LgLog::isLoggerActive() << std::endl;
+    return 1;
+}
+
+extern "C" DWORD __real__ZN10ZvPlatform16GetPriorityClassEPv(HANDLE process);
+extern "C" DWORD __wrap__ZN10ZvPlatform16GetPriorityClassEPv(HANDLE process)
+{
+    return tellsOfClasses ? REALTIME_PRIORITY_CLASS
+                          : __real__ZN10ZvPlatform16GetPriorityClassEPv(process);
+}
 
 namespace Zv {
 namespace {
@@ -153,14 +184,87 @@ void twice()
     DbgBuildInfoUtil::list(std::cout);
 }
 
+void warmUps()
+{
+    HmHeapMgr &heap = HmHeapMgr::getInstance();
+    std::cout << heap.getNbWarmUps();
+    InPackageScope const packages;
+    std::cout << ' ' << heap.getNbWarmUps() << std::endl;
+}
+
+void requiredAndAgain()
+{
+    required();
+    MtThreadMgr::indicateAppIsRealTime(false);
+    {
+        InPackageScope const packages;
+        describe();
+        tryThread();
+    }
+    describe();
+}
+
+void leaveRealTime()
+{
+    tellsOfClasses = true;
+    MtThreadMgr::indicateAppIsRealTime(true);
+    InPackageScope const packages;
+    describe();
+}
+
+/// The trace manager has gone with the end of the packages.
+void endTwice()
+{
+    {
+        InPackageScope const packages;
+    }
+    MtLogger::startLogger();
+    try {
+        PackageStatics::threads->cleanupPackage();
+    } catch (AssertionFailed const &failure) {
+        std::cout << "failed " << failure.getExpression() << std::endl;
+    }
+}
+
+template <class T>
+void tellOfSingleton(char const *name)
+{
+    if (LkSingleton<T>::getState() != LkSingleton<T>::UNINITIALIZED)
+        std::cout << name << " is there" << std::endl;
+}
+
+/// What the load has left behind.
+void load()
+{
+    for (InPackageInit const *package : InPackageRun::getRegistered())
+        if (typeid(*package) != InInit<ZvInit::base>::getType())
+            std::cout << package->getName() << std::endl;
+    std::cout << (&lockDefaultMutexAttr == &LkMutexAttr::getDefaultAttr()) << std::endl;
+    tellOfSingleton<MtThreadMgr>("MtThreadMgr");
+    tellOfSingleton<MtPriorityMgr>("MtPriorityMgr");
+    tellOfSingleton<MtThreadFactory>("MtThreadFactory");
+    tellOfSingleton<RtPriorities>("RtPriorities");
+    tellOfSingleton<MtAlarmManager>("MtAlarmManager");
+    tellOfSingleton<SeSyncEngine>("SeSyncEngine");
+}
+
 struct Scene
 {
     char const *name;
     void (*play)();
 };
-Scene const scenes[] = {
-    {"startEarly", startEarly}, {"upAndDown", upAndDown}, {"unasked", unasked}, {"wanted", wanted},
-    {"required", required},     {"startLate", startLate}, {"twice", twice}};
+Scene const scenes[] = {{"startEarly", startEarly},
+                        {"upAndDown", upAndDown},
+                        {"unasked", unasked},
+                        {"wanted", wanted},
+                        {"required", required},
+                        {"startLate", startLate},
+                        {"twice", twice},
+                        {"warmUps", warmUps},
+                        {"requiredAndAgain", requiredAndAgain},
+                        {"leaveRealTime", leaveRealTime},
+                        {"endTwice", endTwice},
+                        {"load", load}};
 
 /// What a new process printed while it played a scene, and its end. The wishes for real-time operation are variables of
 /// its environment.
@@ -246,6 +350,40 @@ TEST(FreshProcess, PackagesComeUpAgainAndAreListedOnce)
     EXPECT_THAT(output, HasSubstr(" (P. 187)\n    built Feb 20 2006 by "));
     EXPECT_THAT(output, HasSubstr("\n    [Information not available]\n"));
     EXPECT_EQ(output.find("libZVresmgt"), output.rfind("libZVresmgt"));
+}
+
+TEST(FreshProcess, TheHeapIsWarmedUpOnce)
+{
+    EXPECT_EQ("0 1\n", play("warmUps"));
+}
+
+TEST(FreshProcess, ThePackagesComeUpAfterADemandThatWasRefused)
+{
+    std::string const output = play("requiredAndAgain");
+    EXPECT_THAT(output, HasSubstr("refused\n"));
+    EXPECT_THAT(output, HasSubstr("param 1 realtime 0 logger 1 threads 1 resmgt 1\n"));
+    EXPECT_THAT(output, HasSubstr("\nran\n"));
+    EXPECT_THAT(output, testing::EndsWith("param 1 realtime 0 logger 0 threads 0 resmgt 0\n"));
+}
+
+TEST(FreshProcess, RealTimeIsLeftBeforeTheLoggerStops)
+{
+    std::string const output = play("leaveRealTime");
+    EXPECT_THAT(output, testing::StartsWith("real-time class, logger 0\n"));
+    EXPECT_THAT(output, HasSubstr("param 2 realtime 1 logger 1 threads 1 resmgt 1\n"));
+    EXPECT_THAT(output, testing::EndsWith("normal class, logger 1\n"));
+}
+
+TEST(FreshProcess, AnEndWithoutAStartFailsAnAssertion)
+{
+    EXPECT_THAT(play("endTwice"), HasSubstr("failed traceManager\n"));
+}
+
+TEST(FreshProcess, TheLoadEntersThePackagesInOrderAndMakesNoThreadOrManager)
+{
+    EXPECT_EQ("containers\ndeviceManager\ndeviceProtocol\ndynamicAllocation\nliterals\nlocks\n"
+              "memoryBuffers\nresmgt\nsmartPtrs\nsyncEngine\nthreadExtensions\nthreads\nxml\n1\n",
+              play("load"));
 }
 
 } // namespace
