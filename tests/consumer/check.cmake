@@ -24,3 +24,5 @@ do(${CMAKE_COMMAND} -S ${SOURCE} -B ${work}/build -G ${GENERATOR} -D CMAKE_PREFI
 do(${CMAKE_COMMAND} --build ${work}/build)
 do(${work}/build/by_package)
 do(${work}/build/by_pkg_config)
+unset(ENV{LD_LIBRARY_PATH})
+do(${work}/build/by_run_path)
