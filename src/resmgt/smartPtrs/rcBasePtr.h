@@ -21,11 +21,11 @@ namespace Zv {
 /// pointer or null: the old object's destructor still finds its address in the pointer, and must not copy or change it.
 /// If the new object lives only through the old one, as in `p = p->next`, move it or copy it first.
 ///
-/// Standard threads: the destructors of the counted pointers, and of all handles that consist of one, may throw.
-/// `std::thread`, `std::jthread`, `std::async` and `std::packaged_task` therefore do not compile with a lambda that
+/// Standard threads: the destructors of the counted pointers, and of all handles that consist of one, may throw. The
+/// standard library's `thread`, `jthread`, `async` and `packaged_task` therefore do not compile with a lambda that
 /// captures one by value. Give them a `std::function`:
 ///
-///     std::thread thread(std::function<void()>([fifo] { fifo->flush(); }));
+///     thread(std::function<void()>([fifo] { fifo->flush(); }));
 template <class T>
 class RCBasePtr
 {
