@@ -167,13 +167,35 @@ TEST(LkMutex, UnlockByAnotherThreadFailsWithTheSystemsError)
     mayEnd.release();
 }
 
-TEST(LkMutex, AnAbandonedMutexFailsTheWaitsAssertion)
+/// A thread has ended while it held the mutex. `action` is refused it, and then others can have it.
+template <class Action>
+void expectRefusedOnce(Action action)
 {
     LkMutex const mutex("m");
     std::thread([&] { mutex.lock(); }).join();
-    EXPECT_EQ(assertionOf([&] { mutex.lock(); }),
-              "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0");
-    mutex.unlock();
+    action(mutex);
+    EXPECT_FALSE(mutex.isLocked());
+    EXPECT_TRUE(isFreeForOthers(mutex));
+    EXPECT_TRUE(elsewhere([&] { return mutex.tryLock() && (mutex.unlock(), true); }));
+}
+
+TEST(LkMutex, AnAbandonedMutexFailsTheWaitsAssertionAndIsFree)
+{
+    char const * const text = "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0";
+    expectRefusedOnce(
+        [&](LkMutex const &mutex) { EXPECT_EQ(assertionOf([&] { mutex.lock(); }), text); });
+    expectRefusedOnce([&](LkMutex const &mutex) {
+        EXPECT_EQ(assertionOf([&] { LkGuard<LkMutex const> guard(mutex); }), text);
+    });
+    for (unsigned tries : {0u, 1u, 10u})
+        expectRefusedOnce([&](LkMutex const &mutex) {
+            EXPECT_EQ(assertionOf([&] { mutex.spinLock(tries); }), text);
+        });
+}
+
+TEST(LkMutex, TryLockIsRefusedAnAbandonedMutexOnce)
+{
+    expectRefusedOnce([](LkMutex const &mutex) { EXPECT_FALSE(mutex.tryLock()); });
 }
 
 TEST(LkMutex, ExcludesOthers)

@@ -13,6 +13,9 @@ namespace Zv {
 /// `LkGuard<LkMutex const>`, or any guard of the standard library. Any unexpected answer of the system is a failed
 /// assertion; so is the destruction of a mutex that is held.
 ///
+/// A thread that ends while it holds the mutex abandons it: what the mutex guards may be half changed. The next thread
+/// that wants the mutex is refused, and the mutex is free after that.
+///
 /// `lock` is recursive without saying so; `tryLock` and `spinLock` refuse recursion. The "locked" flag behind
 /// `isLocked` is no count and has no owner: the first `unlock` of a nested pair clears it. During a wait on an
 /// `LkPulse` it stays set, though the mutex is free: `tryLock` then answers false and `spinLock` reports a deadlock.
@@ -25,16 +28,19 @@ public:
     LkMutex(LkMutex const &) = delete;
     LkMutex &operator=(LkMutex const &) = delete;
 
-    /// Blocks until the mutex is the caller's; at once where it is already. Always true.
+    /// Blocks until the mutex is the caller's. Returns at once if the caller holds it already. Always true. Throws
+    /// `AssertionFailed` if the mutex was abandoned; the caller does not hold it then.
     bool lock() const ZV_ACQUIRE() ZV_NO_THREAD_SAFETY_ANALYSIS { return _imp.lock(); }
     void unlock() const ZV_RELEASE() ZV_NO_THREAD_SAFETY_ANALYSIS { _imp.unlock(); }
-    /// Takes the mutex where it is free. Never blocks; false also where the caller holds it already.
+    /// Takes the mutex if it is free. Never blocks. Returns false if another thread or the caller holds the mutex, and
+    /// if it was abandoned.
     bool tryLock() const ZV_TRY_ACQUIRE(true) ZV_NO_THREAD_SAFETY_ANALYSIS
     {
         return _imp.tryLock();
     }
-    /// Tries `tries` times, 0 standing for 2^32, then blocks. Always true. Throws `LkEx::ExDeadLock` where the caller
-    /// holds the mutex already, and leaves it as it was.
+    /// Tries `tries` times, 0 standing for 2^32, then blocks. Always true. Throws `LkEx::ExDeadLock` if the caller holds
+    /// the mutex already, and leaves it as it was. Throws `AssertionFailed` if the mutex was abandoned; the caller does
+    /// not hold it then.
     bool spinLock(unsigned tries) const ZV_ACQUIRE() ZV_NO_THREAD_SAFETY_ANALYSIS
     {
         return _imp.spinLock(tries);

@@ -35,9 +35,28 @@ bool LkMutexWindows::lock() const
 
 bool LkMutexWindows::lockSlowly() const
 {
-    ZV_SYS_ASSERT(::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0);
+    if (waitFor(INFINITE) != WAIT_OBJECT_0)
+        failLock();
     updateLockingThreadId();
     return true;
+}
+
+/// Waits for the mutex. If it was abandoned, the caller owns it now and has to fail: others must be able to have it.
+std::uint32_t LkMutexWindows::waitFor(std::uint32_t milliseconds) const
+{
+    DWORD const ret = ::WaitForSingleObject(_mutex, milliseconds);
+    if (ret == WAIT_ABANDONED) {
+        clearLockedFlag();
+        ::ReleaseMutex(_mutex);
+    }
+    return ret;
+}
+
+void LkMutexWindows::failLock() const
+{
+    Assertions::throwSysAssertionFailed(
+        __FILE__, __LINE__, "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0",
+        static_cast<int>(::GetLastError()));
 }
 
 void LkMutexWindows::unlock() const
@@ -54,7 +73,7 @@ void LkMutexWindows::unlockSlowly() const
 
 bool LkMutexWindows::tryLock() const
 {
-    if (::WaitForSingleObject(_mutex, 0) != WAIT_OBJECT_0)
+    if (waitFor(0) != WAIT_OBJECT_0)
         return false;
     if (isLocked()) {
         ZV_SYS_ASSERT(::ReleaseMutex( _mutex ));
@@ -66,12 +85,14 @@ bool LkMutexWindows::tryLock() const
 
 bool LkMutexWindows::spinLock(unsigned tries) const
 {
-    bool isOurs;
-    do
-        isOurs = ::WaitForSingleObject(_mutex, 0) == WAIT_OBJECT_0;
-    while (--tries != 0 && !isOurs);
+    DWORD ret;
+    do {
+        ret = waitFor(0);
+        if (ret == WAIT_ABANDONED)
+            failLock();
+    } while (--tries != 0 && ret != WAIT_OBJECT_0);
 
-    if (!isOurs)
+    if (ret != WAIT_OBJECT_0)
         return lock();
     if (isLocked()) {
         ZV_SYS_ASSERT(::ReleaseMutex( _mutex ));

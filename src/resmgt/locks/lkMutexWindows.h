@@ -5,6 +5,7 @@
 #include "platform/types.h"
 #include "resmgt/export.h"
 
+#include <cstdint>
 #include <iosfwd>
 
 namespace Zv {
@@ -39,6 +40,8 @@ private:
     // Out of line, so that the way without the service saves no registers for them.
     [[gnu::noinline]] bool lockSlowly() const;
     [[gnu::noinline]] void unlockSlowly() const;
+    std::uint32_t waitFor(std::uint32_t milliseconds) const;
+    [[noreturn]] void failLock() const;
 
     char const *_name;
     ZvPlatform::Handle _mutex;

@@ -13,7 +13,8 @@ namespace Zv {
 /// All waits are called with the mutex held once, and return with it held, whatever they answer. Wait in a loop
 /// around the condition: a wait may also end for a wake-up that another thread was too late to take. Times are in
 /// seconds, rounded to milliseconds; 0 and less only ask. What the system refuses is a failed assertion; the mutex is
-/// held then as well, unless it is the mutex that the system refuses.
+/// held then as well, unless it is the mutex that the system refuses. It is also a failed assertion, with the mutex
+/// held, if a thread has ended while it held the mutex. A wait that fails may have used up a wake-up.
 class ZVRESMGT_EXPORT LkWaitable
 {
 public:
