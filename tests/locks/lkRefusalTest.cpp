@@ -9,9 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string_view>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -23,7 +25,13 @@ thread_local int nbBefore = 0;
 thread_local DWORD answer = WAIT_FAILED;
 /// Happens at the refusal.
 thread_local std::function<void()> whenRefused;
+/// Happens when the calling thread's next sleep has ended.
+thread_local std::function<void()> whenWoken;
+/// Happens before the calling thread's next release of a mutex.
+thread_local std::function<void()> whenReleasing;
 thread_local int nbWakeCalls = 0;
+thread_local int nbSignals = 0;
+thread_local int nbCloseCalls = 0;
 thread_local int nbSleepCalls = 0;
 /// The limit of the calling thread's last wait that may have one.
 thread_local DWORD lastLimit = INFINITE;
@@ -47,6 +55,35 @@ void refuse(std::string_view service, int nb = 1, DWORD waitAnswer = WAIT_FAILED
     answer = waitAnswer;
 }
 
+/// Lets the calling thread's next wait fail when it was woken: the mutex cannot be had again.
+void refuseMutexWhenWoken()
+{
+    whenWoken = [] { refuse("WaitForSingleObject", 1, WAIT_ABANDONED); };
+}
+
+/// What the calling thread's wait for an event or a semaphore is followed by.
+template <class Result>
+Result after(std::string_view service, Result result)
+{
+    if (service == "WaitForSingleObjectEx")
+        if (auto const happen = std::exchange(whenWoken, nullptr))
+            happen();
+    return result;
+}
+
+HANDLE releasing(HANDLE mutex)
+{
+    if (auto const happen = std::exchange(whenReleasing, nullptr))
+        happen();
+    return mutex;
+}
+
+HANDLE closing(HANDLE handle)
+{
+    ++nbCloseCalls;
+    return handle;
+}
+
 DWORD noted(DWORD milliseconds)
 {
     if (milliseconds != INFINITE)
@@ -61,7 +98,7 @@ DWORD noted(DWORD milliseconds)
     extern "C" Result __wrap_##Symbol Parameters                                                   \
     {                                                                                              \
         if (!refuses(#Name))                                                                       \
-            return __real_##Symbol Arguments;                                                      \
+            return after(#Name, __real_##Symbol Arguments);                                        \
         return Refused;                                                                            \
     }
 
@@ -75,7 +112,7 @@ ZV_WRAP(HANDLE, CreateEvent, _ZN10ZvPlatform12CreateEventAEPNS_19SECURITY_ATTRIB
 ZV_WRAP(HANDLE, CreateSemaphore, _ZN10ZvPlatform16CreateSemaphoreAEPNS_19SECURITY_ATTRIBUTESEiiPKc,
         (Security * s, LONG count, LONG maximum, char const *name), (s, count, maximum, name),
         nullptr)
-ZV_WRAP(BOOL, ReleaseMutex, _ZN10ZvPlatform12ReleaseMutexEPv, (HANDLE h), (h), FALSE)
+ZV_WRAP(BOOL, ReleaseMutex, _ZN10ZvPlatform12ReleaseMutexEPv, (HANDLE h), (releasing(h)), FALSE)
 ZV_WRAP(BOOL, ReleaseSemaphore, _ZN10ZvPlatform16ReleaseSemaphoreEPviPi,
         (HANDLE h, LONG count, LONG *previous), (h, count, previous), FALSE)
 ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj,
@@ -85,14 +122,21 @@ ZV_WRAP(DWORD, WaitForSingleObjectEx, _ZN10ZvPlatform21WaitForSingleObjectExEPvj
 ZV_WRAP(BOOL, SetEvent, _ZN10ZvPlatform8SetEventEPv, (HANDLE h), (h),
         (__real__ZN10ZvPlatform8SetEventEPv(h), FALSE))
 // What is closed is gone, whatever the answer.
-ZV_WRAP(BOOL, CloseHandle, _ZN10ZvPlatform11CloseHandleEPv, (HANDLE h), (h),
-        (__real__ZN10ZvPlatform11CloseHandleEPv(h), ::SetLastError(REFUSED), FALSE))
+ZV_WRAP(BOOL, CloseHandle, _ZN10ZvPlatform11CloseHandleEPv, (HANDLE h), (closing(h)),
+        (__real__ZN10ZvPlatform11CloseHandleEPv(closing(h)), ::SetLastError(REFUSED), FALSE))
 
 extern "C" void __real__ZN10ZvPlatform16WakeByAddressAllEPv(void *address);
 extern "C" void __wrap__ZN10ZvPlatform16WakeByAddressAllEPv(void *address)
 {
     ++nbWakeCalls;
     __real__ZN10ZvPlatform16WakeByAddressAllEPv(address);
+}
+
+extern "C" void __real__ZNK2Zv16LkCondVarWindows6signalEv(Zv::LkCondVarWindows const *condVar);
+extern "C" void __wrap__ZNK2Zv16LkCondVarWindows6signalEv(Zv::LkCondVarWindows const *condVar)
+{
+    ++nbSignals;
+    __real__ZNK2Zv16LkCondVarWindows6signalEv(condVar);
 }
 
 extern "C" void __real__ZN10ZvPlatform5SleepEj(DWORD milliseconds);
@@ -347,6 +391,229 @@ TEST_F(Refused, PulseWaitWithoutALimitCannotTimeOut)
     LkGuard<LkMutex const> guard(mutex);
     refuse("WaitForSingleObjectEx", 1, WAIT_TIMEOUT);
     EXPECT_EQ(assertionOf([&] { pulse.wait(guard); }), "wait_internal( externalMutex, INFINITE )");
+}
+
+/// Another thread takes the mutex and ends with it.
+void abandon(LkMutex const &mutex)
+{
+    std::thread([&] { mutex.lock(); }).join();
+}
+
+TEST_F(Refused, WaitThatFindsItsMutexAbandonedFailsAndTheGuardReleasesIt)
+{
+    LkMutex const mutex("m");
+    LkCondVar const condVar("c");
+    LkPulse const pulse("p", LkPulse::WAKE_ONE);
+    LkWaitable const * const waitables[] = {&condVar, &pulse};
+    for (LkWaitable const *waitable : waitables) {
+        {
+            LkGuard<LkMutex const> guard(mutex);
+            refuse("WaitForSingleObjectEx", 1, WAIT_OBJECT_0);
+            whenRefused = [&] { abandon(mutex); };
+            EXPECT_EQ(assertionOf([&] { waitable->wait(guard); }), RETAKE);
+            EXPECT_FALSE(elsewhere([&] { return mutex.tryLock(); }));
+        }
+        EXPECT_TRUE(elsewhere([&] { return mutex.tryLock() && (mutex.unlock(), true); }));
+    }
+}
+
+TEST_F(Refused, WriterThatCannotWaitKeepsNobodyOut)
+{
+    LkRwLock lock("l");
+    lock.readLock();
+    refuse("WaitForSingleObjectEx");
+    EXPECT_EQ(systemAssertionOf([&] { lock.writeLock(); }), RET);
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 1 wr wait 0 rd wait 0");
+    EXPECT_TRUE(lock.tryReadLock());
+    lock.unlock();
+    lock.unlock();
+    EXPECT_TRUE(lock.tryWriteLock());
+    lock.unlock();
+}
+
+TEST_F(Refused, WriterThatCannotWaitCallsTheReadersThatItKeptOut)
+{
+    LkRwLock lock("l");
+    lock.readLock();
+    std::unique_ptr<Watched> reader;
+    refuse("WaitForSingleObjectEx");
+    whenRefused = [&] {
+        reader = std::make_unique<Watched>([&] {
+            lock.readLock();
+            lock.unlock();
+        });
+        reader->waitUntilAsleep();
+        EXPECT_EQ(dumpOf(lock), "name l rwLock 1 wr wait 1 rd wait 1");
+    };
+    EXPECT_EQ(systemAssertionOf([&] { lock.writeLock(); }), RET);
+    reader->join();
+    lock.unlock();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 0 wr wait 0 rd wait 0");
+}
+
+TEST_F(Refused, WriterThatFailsAfterItsCallCallsTheNext)
+{
+    LkRwLock lock("l");
+    lock.readLock();
+    Watched failing([&] {
+        refuseMutexWhenWoken();
+        EXPECT_EQ(systemAssertionOf([&] { lock.writeLock(); }), RETAKE);
+    });
+    failing.waitUntilAsleep();
+    Watched next([&] {
+        lock.writeLock();
+        lock.unlock();
+    });
+    next.waitUntilAsleep();
+    lock.unlock();
+    failing.join();
+    next.join();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock 0 wr wait 0 rd wait 0");
+}
+
+TEST_F(Refused, ReaderThatCannotWaitIsCountedNoMore)
+{
+    LkRwLock lock("l");
+    lock.writeLock();
+    refuse("ReleaseMutex");
+    EXPECT_EQ(systemAssertionOf([&] { lock.readLock(); }),
+              "::ReleaseMutex( externalMutex.getImp().getMutex() )");
+    EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 0 rd wait 0");
+    lock.unlock();
+    EXPECT_TRUE(lock.tryWriteLock());
+    lock.unlock();
+}
+
+TEST_F(Refused, TicketWhoseHolderCannotWaitIsStillToCome)
+{
+    LkTicket ticket("t");
+    long long mine = 0;
+    refuse("ReleaseMutex");
+    EXPECT_EQ(systemAssertionOf([&] { ticket.waitForNextTicket(mine); }),
+              "::ReleaseMutex( externalMutex.getImp().getMutex() )");
+    EXPECT_EQ(mine, 0);
+    ticket.next();
+    EXPECT_FALSE(ticket.waitForNextTicket(mine));
+}
+
+TEST_F(Refused, SemaphoreWhoseWaiterFailsHasNobodyToSignal)
+{
+    LkSema sema("s", 0);
+    nbSignals = 0;
+    sema.post();
+    EXPECT_TRUE(sema.tryWait());
+    for (int i = 0; i < 2; ++i) {
+        refuse("WaitForSingleObjectEx");
+        EXPECT_EQ(
+            systemAssertionOf([&] { i ? sema.wait() : static_cast<void>(sema.timedWait(1)); }),
+            RET);
+        sema.post();
+        EXPECT_TRUE(sema.tryWait());
+    }
+    EXPECT_EQ(nbSignals, 0);
+}
+
+TEST_F(Refused, SemaphoreWaiterThatFailsAfterItsSignalSignalsTheNext)
+{
+    LkSema sema("s", 0);
+    Watched failing([&] {
+        refuseMutexWhenWoken();
+        EXPECT_EQ(systemAssertionOf([&] { sema.wait(); }), RETAKE);
+    });
+    failing.waitUntilAsleep();
+    Watched next([&] { sema.wait(); });
+    next.waitUntilAsleep();
+    sema.post();
+}
+
+TEST_F(Refused, SemaphoreWokenInVainWaitsTheWholeTimeAgain)
+{
+    LkSema sema("s", 0);
+    refuse("WaitForSingleObjectEx", 1, WAIT_OBJECT_0);
+    lastLimit = INFINITE;
+    EXPECT_FALSE(sema.timedWait(0.002));
+    EXPECT_EQ(lastLimit, 2u);
+}
+
+TEST_F(Refused, GateTakesBackAnArrivalThatCannotWait)
+{
+    LkGate gate("g", 2, false);
+    refuse("WaitForSingleObjectEx");
+    EXPECT_EQ(systemAssertionOf([&] { gate.ready(); }), RET);
+    EXPECT_NE(dumpOf(gate).find("num ready: 0\n"), std::string::npos);
+    Watched first([&] { gate.ready(); });
+    first.waitUntilAsleep();
+    gate.ready();
+}
+
+TEST_F(Refused, GateTakesItsKeepersCallBackWithTheLastArrival)
+{
+    LkGate gate("g", 1, true);
+    refuse("WaitForSingleObjectEx");
+    EXPECT_EQ(systemAssertionOf([&] { gate.ready(); }), RET);
+    EXPECT_FALSE(gate.isGateReady());
+    Joined gatee([&] { gate.ready(); });
+    LkGateKeeperGuard const keeper(gate);
+    EXPECT_NE(dumpOf(gate).find("num ready: 1\n"), std::string::npos);
+}
+
+TEST_F(Refused, GateThatHasOpenedTakesNoArrivalBack)
+{
+    LkGate gate("g", 2, false);
+    Watched first([&] {
+        refuseMutexWhenWoken();
+        EXPECT_EQ(systemAssertionOf([&] { gate.ready(); }), RETAKE);
+    });
+    first.waitUntilAsleep();
+    gate.ready();
+    first.join();
+    EXPECT_NE(dumpOf(gate).find("num ready: 0\n"), std::string::npos);
+}
+
+TEST_F(Refused, KeeperThatComesUncalledFails)
+{
+    LkGate gate("g", 1, true);
+    refuse("WaitForSingleObjectEx", 1, WAIT_OBJECT_0);
+    gate.ready();
+    refuse("WaitForSingleObject", 1, WAIT_OBJECT_0);
+    EXPECT_EQ(assertionOf([&] { LkGateKeeperGuard keeper(gate); }),
+              "(*_gateKeeper).tryWait() == false");
+}
+
+// Two threads look for room at the gate before either of them has counted itself.
+TEST_F(Refused, KeeperOfAnOvercrowdedGateFails)
+{
+    LkGate gate("g", 2, true);
+    auto const comeAndGo = [&] {
+        refuse("WaitForSingleObjectEx", 1, WAIT_OBJECT_0);
+        gate.ready();
+    };
+    std::vector<std::unique_ptr<Watched>> others;
+    whenReleasing = [&] {
+        for (int i = 0; i < 2; ++i) {
+            others.push_back(std::make_unique<Watched>(comeAndGo));
+            others.back()->waitUntilAsleep();
+        }
+    };
+    comeAndGo();
+    others.clear();
+    EXPECT_EQ(assertionOf([&] { LkGateKeeperGuard keeper(gate); }), "_numReady == _numGatees");
+}
+
+TEST_F(Refused, PulsePoolDestroysAllPulsesEvenIfOneFails)
+{
+    EXPECT_EQ(systemAssertionOf([&] {
+                  LkPulsePool pool;
+                  ObjPtr<LkPulse> pulses[3];
+                  for (ObjPtr<LkPulse> &pulse : pulses)
+                      pulse = pool.getPulse();
+                  for (ObjPtr<LkPulse> &pulse : pulses)
+                      pool.recyclePulse(pulse);
+                  nbCloseCalls = 0;
+                  refuse("CloseHandle", 2);
+              }),
+              "::CloseHandle( _event )");
+    EXPECT_EQ(nbCloseCalls, 3);
 }
 
 TEST_F(Refused, KeeperOfAGateCannotBeMade)

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <ctime>
 #include <mutex>
 #include <shared_mutex>
 #include <vector>
@@ -192,6 +193,31 @@ TEST(LkRwLock, SpinnersSleepOnceTheirTriesAreUsedUp)
     });
     writer.waitUntilAsleep();
     EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 1 rd wait 1");
+    lock.unlock();
+}
+
+TEST(LkRwLock, SpinnersDoNotSleepAsLongAsTheyHaveTries)
+{
+    LkRwLock lock("l");
+    lock.writeLock();
+    std::counting_semaphore<> begin(0);
+    Joined reader([&] {
+        begin.release();
+        lock.spinReadLock(0);
+        lock.unlock();
+    });
+    Joined writer([&] {
+        begin.release();
+        lock.spinWriteLock(0);
+        lock.unlock();
+    });
+    begin.acquire();
+    begin.acquire();
+    // Long enough for threads that would go to sleep, and short beside 2^32 tries.
+    std::clock_t const start = std::clock();
+    while (std::clock() - start < CLOCKS_PER_SEC / 20)
+        std::this_thread::yield();
+    EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 0 rd wait 0");
     lock.unlock();
 }
 

@@ -23,6 +23,7 @@ LkGate::LkGate(char const *name, int numGatees, bool useGateKeeper)
     : _useGateKeeper(useGateKeeper),
       _numGatees(numGatees),
       _numReady(0),
+      _nbOpenings(0),
       _lock(makeObj<LkMutex>("GateInternal")),
       _gate(makeObj<LkPulse>("Gate", LkPulse::WAKE_ALL)),
       _observers(makeObj<LkPulse>("GateObservers", LkPulse::WAKE_ALL)),
@@ -38,6 +39,7 @@ LkGate::LkGate(LkGate &source)
     : _useGateKeeper(source._useGateKeeper),
       _numGatees(source._numGatees),
       _numReady(source._numReady),
+      _nbOpenings(source._nbOpenings),
       _lock(source._lock),
       _gate(source._gate),
       _observers(source._observers),
@@ -55,13 +57,35 @@ void LkGate::ready()
     if (_numReady == _numGatees) {
         _observers->pulse();
         if (!_useGateKeeper) {
-            storeRelease(_numReady, 0);
-            _gate->pulse();
+            open();
             return;
         }
         _gateKeeper->post();
     }
-    _gate->wait(guard);
+    unsigned const nbOpenings = _nbOpenings;
+    try {
+        _gate->wait(guard);
+    } catch (...) {
+        if (nbOpenings == _nbOpenings)
+            withdraw();
+        throw;
+    }
+}
+
+/// The arrivals of this cycle go on.
+void LkGate::open()
+{
+    storeRelease(_numReady, 0);
+    ++_nbOpenings;
+    _gate->pulse();
+}
+
+/// Takes back an arrival that is still counted. If the keeper has come, it is too late: the gate is about to open.
+void LkGate::withdraw()
+{
+    bool const isKeeperCalled = _numReady == _numGatees;
+    if (!isKeeperCalled || _gateKeeper->tryWait())
+        storeRelease(_numReady, _numReady - 1);
 }
 
 bool LkGate::isGateReady()
@@ -92,8 +116,7 @@ void LkGate::releaseGate()
 {
     ZV_ASSERT(_useGateKeeper);
     LkGuard<LkMutex const> guard(*_lock);
-    storeRelease(_numReady, 0);
-    _gate->pulse();
+    open();
 }
 
 void LkGate::dump(std::ostream &stream) const

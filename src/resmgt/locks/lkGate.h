@@ -14,6 +14,10 @@ namespace Zv {
 /// go on only when he lets them: he acts while all of them stand at the gate, in the scope of an `LkGateKeeperGuard`.
 ///
 /// A gate opens for good: from the second cycle on `ready` counts, but holds nobody. The name is not copied.
+///
+/// A gate may be destroyed only after every call of `ready`, `observeGateReady` and `isGateReady` has returned, and
+/// every `LkGateKeeperGuard` has been destroyed. That one thread has come through is not enough: the others still use
+/// the gate when `ready` of the last arrival returns. Join them first.
 class ZVRESMGT_EXPORT LkGate
 {
 public:
@@ -24,7 +28,8 @@ public:
     LkGate(LkGate &&source);
     LkGate &operator=(LkGate const &) = delete;
 
-    /// Blocks until the gate opens. One arrival too many fails an assertion.
+    /// Blocks until the gate opens. One arrival too many fails an assertion. If the wait itself fails, which is a failed
+    /// assertion too, the arrival does not count any more, unless the keeper has come already.
     void ready();
     /// Whether all stand at the gate and the keeper has not yet come. Never blocks. Only with a keeper: without, throws
     /// `RCEx::ExNullPtr`.
@@ -41,10 +46,13 @@ private:
 
     void waitGateReady();
     void releaseGate();
+    void open();
+    void withdraw();
 
     bool _useGateKeeper;
     int _numGatees;
-    int _numReady; // written under _lock; an assertion and the dump read it without
+    int _numReady;        // written under _lock; an assertion and the dump read it without
+    unsigned _nbOpenings; // under _lock
     ObjPtr<LkMutex> _lock;
     ObjPtr<LkPulse> _gate;
     ObjPtr<LkPulse> _observers;

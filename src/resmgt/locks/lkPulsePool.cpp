@@ -1,13 +1,23 @@
 #include "resmgt/locks/lkPulsePool.h"
 
+#include <exception>
+
 namespace Zv {
 
 LkPulsePool::LkPulsePool() : _lock("LkPulsePool_lock") {}
 
 LkPulsePool::~LkPulsePool() noexcept(false)
 {
+    // The failure of one leaves the others to be destroyed still.
+    std::exception_ptr failure;
     for (LkPulse *pulse : _pulses)
-        delete pulse;
+        try {
+            delete pulse;
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    if (failure && !std::uncaught_exceptions())
+        std::rethrow_exception(failure);
 }
 
 ObjPtrRet<LkPulse> LkPulsePool::getPulse()

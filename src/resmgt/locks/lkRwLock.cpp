@@ -100,7 +100,12 @@ bool LkRwLock::readLockSlowly() const
                 return true;
         } else if (word & READERS_WAIT || compareExchange(_rwLock, word, word | READERS_WAIT)) {
             storeRelease(_waitingReaders, _waitingReaders + 1);
-            _readers.waitNextPulse(guard);
+            try {
+                _readers.waitNextPulse(guard);
+            } catch (...) {
+                withdrawReader();
+                throw;
+            }
             storeRelease(_waitingReaders, _waitingReaders - 1);
             word = loadRelaxed(_rwLock);
         }
@@ -118,7 +123,12 @@ bool LkRwLock::writeLockSlowly() const
                 break;
         } else if (word & WRITERS_WAIT || compareExchange(_rwLock, word, word | WRITERS_WAIT)) {
             storeRelease(_waitingWriters, _waitingWriters + 1);
-            _writers.wait(guard);
+            try {
+                _writers.wait(guard);
+            } catch (...) {
+                withdrawWriter();
+                throw;
+            }
             storeRelease(_waitingWriters, _waitingWriters - 1);
             _isWriterCalled = false;
             word = loadRelaxed(_rwLock);
@@ -128,9 +138,39 @@ bool LkRwLock::writeLockSlowly() const
     return true;
 }
 
+/// Takes back what a reader has counted and flagged whose wait fails.
+void LkRwLock::withdrawReader() const
+{
+    storeRelease(_waitingReaders, _waitingReaders - 1);
+    if (_waitingReaders == 0)
+        clearFlag(READERS_WAIT);
+}
+
+/// The same for a writer. It may have used up the pulse that called it, and was perhaps all that kept readers out.
+void LkRwLock::withdrawWriter() const
+{
+    storeRelease(_waitingWriters, _waitingWriters - 1);
+    _isWriterCalled = false;
+    if (_waitingWriters == 0) {
+        clearFlag(WRITERS_WAIT);
+        if (_waitingReaders != 0 && getState() >= 0)
+            _readers.pulse();
+    } else if (getState() == 0) {
+        _isWriterCalled = true;
+        _writers.pulse();
+    }
+}
+
+void LkRwLock::clearFlag(unsigned long long flag) const
+{
+    Word word = loadRelaxed(_rwLock);
+    while (!compareExchange(_rwLock, word, word & ~flag)) {
+    }
+}
+
 bool LkRwLock::spinReadLock(unsigned tries) const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    bool isOurs;
+    bool isOurs = false;
     do
         isOurs = tryReadLock();
     while (--tries != 0 && !isOurs);
@@ -139,7 +179,7 @@ bool LkRwLock::spinReadLock(unsigned tries) const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 bool LkRwLock::spinWriteLock(unsigned tries) const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    bool isOurs;
+    bool isOurs = false;
     do
         isOurs = tryWriteLock();
     while (--tries != 0 && !isOurs);

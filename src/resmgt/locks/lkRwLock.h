@@ -15,7 +15,8 @@ namespace Zv {
 /// object read, so `LkGuard<LkRwLock>` writes and `LkGuard<LkRwLock const>` reads. There is no recursion: who holds the
 /// lock for writing and asks for it again, for whatever, waits for ever; so does a reader who asks again while a writer
 /// waits. The lock has no owner and tests none: who unlocks it without holding it breaks it. A thread that is killed
-/// while it waits stays counted, a writer so that no reader comes in again. The name is not copied.
+/// while it waits stays counted, a writer so that no reader comes in again. A wait that fails is a failed assertion; it
+/// is not counted any more, and keeps no other thread out. The name is not copied.
 class ZVRESMGT_EXPORT ZV_CAPABILITY("rwlock") LkRwLock
 {
 public:
@@ -68,6 +69,9 @@ private:
     bool readLockSlowly() const;
     bool writeLockSlowly() const;
     void unlockSlowly() const;
+    void withdrawReader() const;
+    void withdrawWriter() const;
+    void clearFlag(unsigned long long flag) const;
     int getState() const;
 
     // The state: readers, -1 a writer, 0 free; and above it a flag for each kind of those who wait. The flags change

@@ -15,27 +15,44 @@ LkSema::LkSema(char const *name, unsigned count, LkMutexAttr const &mutexAttr,
       _nbWaiters(0)
 {}
 
+/// Counts the caller among those who wait. If its wait fails, the signal that it may have used up goes to another.
+template <class Wait>
+bool LkSema::waitCounted(Wait wait)
+{
+    bool wasWoken;
+    ++_nbWaiters;
+    try {
+        wasWoken = wait();
+    } catch (...) {
+        --_nbWaiters;
+        if (_count != 0)
+            signalNoLock();
+        throw;
+    }
+    --_nbWaiters;
+    return wasWoken;
+}
+
+void LkSema::signalNoLock()
+{
+    if (_nbWaiters != 0)
+        _nonZero.signal();
+}
+
 void LkSema::wait()
 {
     LkGuard<LkMutex const> guard(_lock);
-    while (_count == 0) {
-        ++_nbWaiters;
-        _nonZero.wait(guard);
-        --_nbWaiters;
-    }
+    while (_count == 0)
+        waitCounted([&] { return _nonZero.wait(guard), true; });
     storeRelease(_count, _count - 1);
 }
 
 bool LkSema::timedWait(double seconds)
 {
     LkGuard<LkMutex const> guard(_lock);
-    while (_count == 0) {
-        ++_nbWaiters;
-        bool const wasWoken = _nonZero.timedWait(guard, seconds);
-        --_nbWaiters;
-        if (!wasWoken)
+    while (_count == 0)
+        if (!waitCounted([&] { return _nonZero.timedWait(guard, seconds); }))
             return false;
-    }
     storeRelease(_count, _count - 1);
     return true;
 }
@@ -53,8 +70,8 @@ void LkSema::post()
 {
     LkGuard<LkMutex const> guard(_lock);
     storeRelease(_count, _count + 1);
-    if (_count != 0 && _nbWaiters != 0)
-        _nonZero.signal();
+    if (_count != 0)
+        signalNoLock();
 }
 
 bool LkSema::isCountNonZero() const

@@ -30,6 +30,10 @@ public:
     char const *getName() const noexcept { return _name; }
 
 private:
+    template <class Wait>
+    bool waitCounted(Wait wait) ZV_REQUIRES(_lock);
+    void signalNoLock() ZV_REQUIRES(_lock);
+
     char const *_name;
     unsigned _count; // written under _lock, read without
     LkMutex _lock;

@@ -25,7 +25,9 @@ bool LkTicket::waitForTicket(long long ticket) const
 
 bool LkTicket::waitForNextTicket(long long &counter) const
 {
-    return waitForTicket(++counter);
+    bool const hadToWait = waitForTicket(counter + 1);
+    ++counter;
+    return hadToWait;
 }
 
 } // namespace Zv

@@ -25,7 +25,8 @@ public:
     void next();
     /// Blocks until it is this number's turn; whether it had to wait. A number whose turn is over fails an assertion.
     bool waitForTicket(long long ticket) const;
-    /// Adds 1 to the caller's own counter and waits for the number that it gives.
+    /// Adds 1 to the caller's own counter and waits for the number that it gives. If the wait fails, the counter is as
+    /// before.
     bool waitForNextTicket(long long &counter) const;
 
 private:
