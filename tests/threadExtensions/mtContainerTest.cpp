@@ -1,15 +1,20 @@
 #include "resmgt/threadExtensions/mtContainer.imp.h"
 
 #include "asleep.h"
+#include "platform/services.h"
+#include "virtualTime.h"
 #include "zvbase/assertions.h"
 #include "zvbase/containers.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <exception>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <queue>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,6 +28,20 @@ extern "C" void __wrap__ZNK2Zv14LkPulseWindows5pulseEv(Zv::LkPulseWindows const 
 {
     ++nbPulses;
     __real__ZNK2Zv14LkPulseWindows5pulseEv(pulse);
+}
+
+// And its waits with a time-out, which a test answers in place of the system.
+
+static thread_local std::function<DWORD(DWORD milliseconds)> answerWait;
+
+extern "C" DWORD __real__ZN10ZvPlatform21WaitForSingleObjectExEPvji(HANDLE, DWORD, BOOL);
+extern "C" DWORD __wrap__ZN10ZvPlatform21WaitForSingleObjectExEPvji(HANDLE handle,
+                                                                    DWORD milliseconds,
+                                                                    BOOL alertable)
+{
+    if (answerWait)
+        return answerWait(milliseconds);
+    return __real__ZN10ZvPlatform21WaitForSingleObjectExEPvji(handle, milliseconds, alertable);
 }
 
 namespace Zv {
@@ -221,6 +240,25 @@ TEST(MtContainer, DestroyedWithElementsFailsAnAssertion)
     EXPECT_EQ("destroyed;gone;", record);
 }
 
+TEST(MtContainer, LetsItsObserverGoBeforeItsAssertionFails)
+{
+    static int nbPassing = 0;
+    struct Witness : Queue::Observer
+    {
+        ~Witness() noexcept(false) override { nbPassing = std::uncaught_exceptions(); }
+        void performDestroyed(Queue &) override {}
+        void performProduced(Queue &, int const &) override {}
+        void performConsumed(Queue &, int const &) override {}
+    };
+    nbPassing = -1;
+    EXPECT_EQ("_container.empty()", failedExpression([&] {
+                  Queue queue("queue");
+                  queue.setObserver(RCShdPtr<Queue::Observer>(new Witness));
+                  queue.produce(1);
+              }));
+    EXPECT_EQ(nbPassing, 0);
+}
+
 TEST(MtContainer, AConsumerWaitsForAnElement)
 {
     Queue queue("queue");
@@ -335,6 +373,240 @@ TEST(MtContainer, NothingIsLostBetweenThreadsOfAllKinds)
         thread.join();
     EXPECT_EQ(long{PRODUCERS} * EACH * (EACH + 1) / 2, sum);
     EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST(MtContainer, ATimedConsumerThatIsWokenInVainEndsInTime)
+{
+    VirtualTime const time;
+    Queue queue("queue");
+    std::vector<DWORD> limits;
+    answerWait = [&](DWORD milliseconds) {
+        limits.push_back(milliseconds);
+        VirtualTime::pass(0.25);
+        return WAIT_OBJECT_0;
+    };
+    int element = 0;
+    EXPECT_FALSE(queue.timedConsume(element, 1.0));
+    answerWait = nullptr;
+    EXPECT_EQ(limits, (std::vector<DWORD>{1000, 750, 500, 250}));
+}
+
+// ---- elements that throw --------------------------------------------------------------------------------
+
+/// Lets the next copy, or the next move, of such an element throw.
+struct Fragile
+{
+    static inline std::atomic<bool> copyThrows{false};
+    static inline std::atomic<bool> moveThrows{false};
+
+    explicit Fragile(int number = 0) : value(number) {}
+    Fragile(Fragile const &other) : value(other.value)
+    {
+        if (copyThrows.exchange(false))
+            throw std::runtime_error("the copy");
+    }
+    Fragile(Fragile &&other) : value(other.value)
+    {
+        if (moveThrows.exchange(false))
+            throw std::runtime_error("the move");
+    }
+    Fragile &operator=(Fragile const &) = default;
+
+    int value;
+};
+
+using FragileQueue = MtContainer<std::queue<Fragile>>;
+
+/// What `action` throws, or "".
+template <class Action>
+std::string failureOf(Action action)
+{
+    try {
+        action();
+    } catch (std::exception const &failure) {
+        return failure.what();
+    }
+    return "";
+}
+
+/// Two threads that both wait in the queue, for the same, one of which is going to fail.
+class TwoWaiters
+{
+public:
+    template <class Action>
+    explicit TwoWaiters(Action action)
+        : _first([this, action] { _failures[0] = failureOf(action); }),
+          _second([this, action] { _failures[1] = failureOf(action); })
+    {
+        _first.waitUntilAsleep();
+        _second.waitUntilAsleep();
+    }
+    /// What they have thrown.
+    std::string join()
+    {
+        _first.join();
+        _second.join();
+        return _failures[0] + _failures[1];
+    }
+
+private:
+    std::string _failures[2];
+    Runner _first;
+    Runner _second;
+};
+
+TEST(MtContainer, AWokenProducerWhoseElementThrowsPassesItsWakeUpOn)
+{
+    FragileQueue queue("queue", 1);
+    queue.produce(Fragile(1));
+    Fragile const two(2);
+    TwoWaiters producers([&] { queue.produce(two); });
+    Fragile::copyThrows = true;
+    EXPECT_EQ(queue.consume().value, 1);
+    EXPECT_EQ(producers.join(), "the copy");
+    EXPECT_EQ(queue.consume().value, 2);
+}
+
+TEST(MtContainer, AWokenConsumerWhoseElementThrowsPassesItsWakeUpOn)
+{
+    FragileQueue queue("queue");
+    std::atomic<int> sum{0};
+    TwoWaiters consumers([&] { sum += queue.consume().value; });
+    Fragile const seven(7);
+    Fragile::moveThrows = true;
+    queue.produce(seven);
+    EXPECT_EQ(consumers.join(), "the move");
+    EXPECT_EQ(sum, 7);
+    EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST(MtContainer, AWokenTimedConsumerWhoseElementThrowsPassesItsWakeUpOn)
+{
+    FragileQueue queue("queue");
+    std::atomic<int> sum{0};
+    TwoWaiters consumers([&] {
+        Fragile element;
+        if (queue.timedConsume(element, 3600.0))
+            sum += element.value;
+    });
+    Fragile const seven(7);
+    Fragile::moveThrows = true;
+    queue.produce(seven);
+    EXPECT_EQ(consumers.join(), "the move");
+    EXPECT_EQ(sum, 7);
+}
+
+TEST(MtContainer, AnElementThatCannotBeMovedOutStays)
+{
+    FragileQueue queue("queue", 1);
+    Fragile const seven(7);
+    queue.produce(seven);
+    Fragile::moveThrows = true;
+    EXPECT_EQ(failureOf([&] { static_cast<void>(queue.consume()); }), "the move");
+    EXPECT_EQ(queue.consume().value, 7);
+    Fragile::copyThrows = true;
+    EXPECT_EQ(failureOf([&] { queue.tryProduce(seven); }), "the copy");
+    EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST(MtContainer, AWaitThatFailsIsCountedNoMore)
+{
+    Queue queue("queue", 1);
+    answerWait = [](DWORD) { return WAIT_FAILED; };
+    int element = 0;
+    char const * const text = "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT";
+    EXPECT_EQ(failedExpression([&] { static_cast<void>(queue.consume()); }), text);
+    EXPECT_EQ(failedExpression([&] { queue.timedConsume(element, 1.0); }), text);
+    queue.produce(1);
+    EXPECT_EQ(failedExpression([&] { queue.produce(2); }), text);
+    answerWait = nullptr;
+    nbPulses = 0;
+    EXPECT_EQ(queue.consume(), 1);
+    queue.produce(3);
+    EXPECT_EQ(queue.consume(), 3);
+    EXPECT_EQ(nbPulses, 0);
+}
+
+/// Ends with a call of its own, which may throw.
+class Ending
+{
+public:
+    explicit Ending(std::function<void()> atTheEnd = nullptr) : _atTheEnd(std::move(atTheEnd)) {}
+    Ending(Ending &&other) noexcept : _atTheEnd(std::exchange(other._atTheEnd, nullptr)) {}
+    Ending &operator=(Ending &&other)
+    {
+        std::function<void()> const former(
+            std::exchange(_atTheEnd, std::exchange(other._atTheEnd, nullptr)));
+        if (former)
+            former();
+        return *this;
+    }
+    ~Ending() noexcept(false)
+    {
+        if (_atTheEnd)
+            _atTheEnd();
+    }
+    bool isNull() const { return !_atTheEnd; }
+
+private:
+    std::function<void()> _atTheEnd;
+};
+
+using EndingQueue = MtContainer<std::queue<Ending, Deque<Ending>>>;
+
+TEST(MtContainer, TheConsumersOldElementEndsWithoutTheLock)
+{
+    EndingQueue queue("queue");
+    std::uint64_t sizeAtTheEnd = 7;
+    queue.produce(Ending([] {}));
+    Ending element([&] { std::thread([&] { sizeAtTheEnd = queue.getSize(); }).join(); });
+    EXPECT_TRUE(queue.tryConsume(element));
+    EXPECT_EQ(sizeAtTheEnd, 0U);
+}
+
+TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
+{
+    std::string record;
+    struct Witness : EndingQueue::Observer
+    {
+        explicit Witness(std::string &text) : _text(text) {}
+        ~Witness() noexcept(false) override = default;
+        void performDestroyed(EndingQueue &) override {}
+        void performProduced(EndingQueue &, Ending const &) override {}
+        void performConsumed(EndingQueue &, Ending const &element) override
+        {
+            _text += element.isNull() ? "nothing;" : "consumed;";
+        }
+        std::string &_text;
+    };
+    EndingQueue queue("queue", 1);
+    queue.setObserver(RCShdPtr<EndingQueue::Observer>(new Witness(record)));
+    queue.produce(Ending([&] { record += "first ends;"; }));
+    Runner producer([&] { queue.produce(Ending([&] { record += "second ends;"; })); });
+    producer.waitUntilAsleep();
+    {
+        Ending element([] { throw std::runtime_error("the end of the old one"); });
+        EXPECT_EQ(failureOf([&] { queue.tryConsume(element); }), "the end of the old one");
+        EXPECT_FALSE(element.isNull());
+        EXPECT_EQ(record, "consumed;");
+    }
+    producer.join();
+    EXPECT_TRUE(!queue.consume().isNull());
+    EXPECT_EQ(record, "consumed;first ends;consumed;second ends;");
+}
+
+TEST(MtContainer, DestroyedWithElementsThatThrowFailsAnAssertion)
+{
+    int nbEnded = 0;
+    EXPECT_EQ("_container.empty()", failedExpression([&] {
+                  EndingQueue queue("queue");
+                  for (int i = 0; i < 2; ++i)
+                      queue.produce(Ending([&] {
+                          ++nbEnded;
+                          throw std::runtime_error("the end");
+                      }));
+              }));
+    EXPECT_EQ(nbEnded, 2);
 }
 
 } // namespace

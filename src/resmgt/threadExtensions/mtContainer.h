@@ -27,12 +27,19 @@ public:
     }
 };
 
-/// A container with a lock, two wake-ups and at most one observer; as a rule a `std::queue`. Threads put elements in
-/// and take them out; a full container blocks who produces, an empty one who consumes. Elements are handed over one by
-/// one and in the order of the container. Whoever instantiates it for elements of its own includes mtContainer.imp.h.
+/// A queue between threads: a container with a lock, two wake-ups and at most one observer. As a rule it is a
+/// `std::queue`. A thread that produces waits while the container is full, a thread that consumes waits while it is
+/// empty. Elements leave one by one, in the order of the container. To use it for elements of your own, include
+/// mtContainer.imp.h.
 ///
-/// Any thread may call any operation, but for the destructor: nobody uses the container any more. The observer is
-/// called after the lock was let go, so that it may use the container.
+/// **Threads**: any thread may call any operation, except the destructor. No thread may be inside an operation when
+/// the container is destroyed. The observer is called without the lock, so it may use the container.
+///
+/// **Throws**: what the copy or the move of an element throws. An element that fails is not added, or stays in the
+/// container, and another thread that waits is woken in place of the one that fails. Elements are copied and moved
+/// under the lock, so their copies and moves must not call the container. A failed wait of the system is a failed
+/// assertion and leaves the container as it was. What an observer throws leaves the operation, which has been carried
+/// out: the element of such a `consume` is lost.
 template <class Container, class Adapter = MtAdapterContainer<Container>>
 class MtContainer
 {
@@ -43,7 +50,7 @@ public:
     /// `name` is the lock's name and outlives the container. `capacity` is the number of elements that fit; 0 means no
     /// limit.
     explicit MtContainer(char const *name, std::uint64_t capacity = 0);
-    /// Tells the observer and lets it go. Asserts that the container is empty.
+    /// Tells the observer and lets it go. Asserts that the container is empty. If it is not, what is left is destroyed.
     ~MtContainer() noexcept(false);
     MtContainer(MtContainer const &) = delete;
     MtContainer &operator=(MtContainer const &) = delete;
@@ -51,7 +58,8 @@ public:
     /// Installs the observer, which stays for the container's life: asserts that there is none yet.
     void setObserver(RCShdPtr<Observer> const &observer);
 
-    /// Adds the element; waits while the container is full. An element that moves when it is copied is left empty.
+    /// Adds the element. Blocks while the container is full. An element that moves when it is copied is left empty. If
+    /// the call throws before the element is in, the argument is as its copy or move has left it.
     void produce(Element const &element) { performProduce(element); }
     void produce(Element &&element) { performProduce(std::move(element)); }
     /// The same without waiting: false, with `element` untouched, when the container is full.
@@ -60,8 +68,11 @@ public:
 
     /// Takes the next element; waits while there is none.
     [[nodiscard]] Element consume();
-    /// The same for `seconds` at most; with 0 or less it does not wait. False when there was nothing: `element` is as
-    /// before.
+    /// Takes the next element into `element`, and waits for one for `seconds` at most; if they are 0 or less, it does not
+    /// wait. Returns false if there was none: `element` is as before.
+    ///
+    /// What `element` held before ends last, without the lock. If its end throws, the new element is in `element` and
+    /// everything else is done.
     bool timedConsume(Element &element, double seconds);
     bool tryConsume(Element &element) { return timedConsume(element, 0.0); }
 
@@ -72,6 +83,32 @@ public:
     std::uint64_t getCapacity() const { return _capacity; }
 
 private:
+    /// The threads that wait for one of the two: for an element, or for room. The container's lock guards it.
+    ///
+    /// A pulse is sent only for a thread that waits and was not called yet. A pulse that nobody waits for would be
+    /// kept, and such pulses would pile up.
+    class Waiters
+    {
+    public:
+        explicit Waiters(char const *name) : _pulse(name, LkPulse::WAKE_ONE) {}
+
+        void wait(LkMutex const &lock);
+        /// False if the time is over and the thread was not called.
+        bool timedWait(LkMutex const &lock, double seconds);
+        /// Calls one of them. Returns whether `pulse` has to follow, with the lock or without it.
+        [[nodiscard]] bool call();
+        void pulse() const { _pulse.pulse(); }
+
+    private:
+        void leave();
+
+        LkPulse _pulse;
+        std::uint64_t _nbWaiting = 0;
+        std::uint64_t _nbCalled = 0; // of those who wait
+    };
+    /// Destroys what is left in the container. The standard container's own destructor must not throw.
+    struct Emptied;
+
     template <class Source>
     void performProduce(Source &&element);
     template <class Source>
@@ -79,18 +116,17 @@ private:
     template <class Source>
     Observer *addNoLock(Source &&element, bool &wakes) ZV_REQUIRES(_lock);
     Element takeNoLock(bool &wakes) ZV_REQUIRES(_lock);
+    Element moveNextNoLock() ZV_REQUIRES(_lock);
+    void waitNoLock(Waiters &waiters) ZV_REQUIRES(_lock);
     bool waitNonEmptyNoLock(double seconds) ZV_REQUIRES(_lock);
+    void passOnNoLock() ZV_REQUIRES(_lock);
 
     Adapter _container ZV_GUARDED_BY(_lock);
     LkMutex _lock;
-    LkPulse _nonEmpty;
-    LkPulse _nonFull;
+    Waiters _nonEmpty;
+    Waiters _nonFull;
     RCShdPtr<Observer> _observer ZV_GUARDED_BY(_lock);
     std::uint64_t const _capacity;
-    // Threads that wait and were sent no pulse yet. A pulse that nobody waits for would be kept, and such pulses would
-    // pile up.
-    std::uint64_t _nbConsumersToWake ZV_GUARDED_BY(_lock) = 0;
-    std::uint64_t _nbProducersToWake ZV_GUARDED_BY(_lock) = 0;
 };
 
 } // namespace Zv

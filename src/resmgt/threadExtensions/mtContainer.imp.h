@@ -13,16 +13,86 @@
 namespace Zv {
 
 template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::Waiters::wait(LkMutex const &lock)
+{
+    ++_nbWaiting;
+    try {
+        _pulse.wait(lock);
+    } catch (...) {
+        leave();
+        throw;
+    }
+    leave();
+}
+
+template <class Container, class Adapter>
+bool MtContainer<Container, Adapter>::Waiters::timedWait(LkMutex const &lock, double seconds)
+{
+    ++_nbWaiting;
+    try {
+        if (!_pulse.timedWait(lock, seconds)) {
+            if (_nbCalled < _nbWaiting) {
+                --_nbWaiting;
+                return false;
+            }
+            // The pulse meant for this thread came too late, but came. It is taken, or it would wake another in vain.
+            _pulse.wait(lock);
+        }
+    } catch (...) {
+        leave();
+        throw;
+    }
+    leave();
+    return true;
+}
+
+template <class Container, class Adapter>
+bool MtContainer<Container, Adapter>::Waiters::call()
+{
+    if (_nbCalled == _nbWaiting)
+        return false;
+    ++_nbCalled;
+    return true;
+}
+
+/// Counts out a thread that was woken. One whose wait failed counts as woken as well, because nobody knows whether it
+/// has taken a pulse: a thread may then be woken in vain, but none is forgotten.
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::Waiters::leave()
+{
+    --_nbWaiting;
+    if (_nbCalled > 0)
+        --_nbCalled;
+}
+
+template <class Container, class Adapter>
+struct MtContainer<Container, Adapter>::Emptied
+{
+    Adapter &container;
+
+    ~Emptied()
+    {
+        for (auto rest = container.size(); rest > 0; --rest)
+            try {
+                [[maybe_unused]] Element const element(std::move(container.getNext()));
+                container.pop();
+            } catch (...) { // the failed assertion tells of what was left
+            }
+    }
+};
+
+template <class Container, class Adapter>
 MtContainer<Container, Adapter>::MtContainer(char const *name, std::uint64_t capacity)
     : _lock(name),
-      _nonEmpty("Non-Empty Pulse", LkPulse::WAKE_ONE),
-      _nonFull("Non-Full Pulse", LkPulse::WAKE_ONE),
+      _nonEmpty("Non-Empty Pulse"),
+      _nonFull("Non-Full Pulse"),
       _capacity(capacity ? capacity : std::numeric_limits<std::uint64_t>::max())
 {}
 
 template <class Container, class Adapter>
 MtContainer<Container, Adapter>::~MtContainer() noexcept(false)
 {
+    Emptied const atTheEnd{_container};
     if (!_observer.isNull())
         _observer->performDestroyed(*this);
     _observer = RCShdPtr<Observer>();
@@ -45,10 +115,8 @@ void MtContainer<Container, Adapter>::performProduce(Source &&element)
     bool wakes = false;
     {
         LkGuard<LkMutex const> guard(_lock);
-        while (_container.size() >= _capacity) {
-            ++_nbProducersToWake;
-            _nonFull.wait(_lock);
-        }
+        while (_container.size() >= _capacity)
+            waitNoLock(_nonFull);
         observer = addNoLock(std::forward<Source>(element), wakes);
     }
     if (wakes)
@@ -84,32 +152,63 @@ template <class Container, class Adapter>
 template <class Source>
 auto MtContainer<Container, Adapter>::addNoLock(Source &&element, bool &wakes) -> Observer *
 {
-    _container.push(std::forward<Source>(element));
-    wakes = _nbConsumersToWake > 0;
-    if (wakes)
-        --_nbConsumersToWake;
+    try {
+        _container.push(std::forward<Source>(element));
+    } catch (...) {
+        passOnNoLock();
+        throw;
+    }
+    wakes = _nonEmpty.call();
     return _observer.isNull() ? nullptr : &*_observer;
 }
 
 template <class Container, class Adapter>
 auto MtContainer<Container, Adapter>::takeNoLock(bool &wakes) -> Element
 {
-    Element element(std::move(_container.getNext()));
+    Element element(moveNextNoLock());
     _container.pop();
-    wakes = _nbProducersToWake > 0;
-    if (wakes)
-        --_nbProducersToWake;
+    wakes = _nonFull.call();
     return element;
+}
+
+template <class Container, class Adapter>
+auto MtContainer<Container, Adapter>::moveNextNoLock() -> Element
+{
+    try {
+        return Element(std::move(_container.getNext()));
+    } catch (...) {
+        passOnNoLock();
+        throw;
+    }
+}
+
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::waitNoLock(Waiters &waiters)
+{
+    try {
+        waiters.wait(_lock);
+    } catch (...) {
+        passOnNoLock();
+        throw;
+    }
+}
+
+/// Called by a thread that fails. What it was woken for is still there, and another has to be woken for it.
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::passOnNoLock()
+{
+    if (!_container.empty() && _nonEmpty.call())
+        _nonEmpty.pulse();
+    if (_container.size() < _capacity && _nonFull.call())
+        _nonFull.pulse();
 }
 
 template <class Container, class Adapter>
 auto MtContainer<Container, Adapter>::consume() -> Element
 {
     LkGuard<LkMutex const> guard(_lock);
-    while (_container.empty()) {
-        ++_nbConsumersToWake;
-        _nonEmpty.wait(_lock);
-    }
+    while (_container.empty())
+        waitNoLock(_nonEmpty);
     bool wakes = false;
     Element element(takeNoLock(wakes));
     Observer * const observer = _observer.isNull() ? nullptr : &*_observer;
@@ -121,7 +220,6 @@ auto MtContainer<Container, Adapter>::consume() -> Element
     return element;
 }
 
-// Each thread in the wait either stands in the count or has a pulse on its way, never both.
 template <class Container, class Adapter>
 bool MtContainer<Container, Adapter>::waitNonEmptyNoLock(double seconds)
 {
@@ -129,16 +227,12 @@ bool MtContainer<Container, Adapter>::waitNonEmptyNoLock(double seconds)
         if (!(seconds > 0.0))
             return false;
         LiTimestamp const before(Sleeper::getInstance().getTime());
-        ++_nbConsumersToWake;
-        if (!_nonEmpty.timedWait(_lock, seconds)) {
-            if (_nbConsumersToWake > 0) {
-                --_nbConsumersToWake;
+        try {
+            if (!_nonEmpty.timedWait(_lock, seconds))
                 return false;
-            }
-            // The pulse meant for this thread came too late, but came: it is taken, or it would wake another in vain.
-            _nonEmpty.wait(_lock);
-            seconds = 0.0;
-            continue;
+        } catch (...) {
+            passOnNoLock();
+            throw;
         }
         LiTimestamp const after(Sleeper::getInstance().getTime());
         seconds -= after.getSeconds() - before.getSeconds();
@@ -149,17 +243,17 @@ bool MtContainer<Container, Adapter>::waitNonEmptyNoLock(double seconds)
 template <class Container, class Adapter>
 bool MtContainer<Container, Adapter>::timedConsume(Element &element, double seconds)
 {
-    Observer *observer = nullptr;
+    LkGuard<LkMutex const> guard(_lock);
+    if (!waitNonEmptyNoLock(seconds))
+        return false;
     bool wakes = false;
-    {
-        LkGuard<LkMutex const> guard(_lock);
-        if (!waitNonEmptyNoLock(seconds))
-            return false;
-        element = takeNoLock(wakes);
-        observer = _observer.isNull() ? nullptr : &*_observer;
-    }
+    Element taken(takeNoLock(wakes));
+    Observer * const observer = _observer.isNull() ? nullptr : &*_observer;
+    guard.unlock();
     if (wakes)
         _nonFull.pulse();
+    // What the caller's element held ends last. Its end may throw, or call the container.
+    [[maybe_unused]] Element const former(std::exchange(element, std::move(taken)));
     if (observer)
         observer->performConsumed(*this, element);
     return true;
