@@ -1,4 +1,5 @@
 #include "resmgt/locks/lkSema.h"
+#include "allocations.h"
 #include "locks/lockTestUtil.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkNamedSema.h"
@@ -6,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -180,6 +182,26 @@ TEST(LkNamedSema, OpeningAnUnknownNameFailsAndWaitsReturnAtOnce)
     sema.wait();
     sema.post();
     EXPECT_EQ(assertionOf([&] { sema.tryWait(); }), "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT");
+}
+
+TEST(LkNamedSema, NeedsNoMemoryForItsName)
+{
+    std::string const name = uniqueName("name\\that\\is\\too\\long\\for\\a\\string's\\own\\bytes");
+    std::string slashes = name;
+    std::replace(slashes.begin(), slashes.end(), '\\', '/');
+    LkNamedSema const first(slashes.c_str(), 0, LkSemaTypes::CREATE, nullptr);
+    ASSERT_EQ(first.getErrno(), 0);
+    ZvTest::FailingAllocation const noMemory(0);
+    LkNamedSema const second(name.c_str(), 0, LkSemaTypes::OPEN, nullptr);
+    EXPECT_EQ(second.getErrno(), 0);
+}
+
+TEST(LkNamedSema, RefusesANameThatIsTooLong)
+{
+    LkNamedSema const sema(std::string(10000, 'n').c_str(), 0, LkSemaTypes::CREATE, nullptr);
+    EXPECT_EQ(sema.getErrno(), int{ERROR_FILENAME_EXCED_RANGE});
+    LkNamedSema const shortest(std::string(MAX_PATH, 'n').c_str(), 0, LkSemaTypes::CREATE, nullptr);
+    EXPECT_EQ(shortest.getErrno(), int{ERROR_FILENAME_EXCED_RANGE});
 }
 
 TEST(LkNamedSema, BearsItsLabelOrItsSystemName)

@@ -4,7 +4,8 @@
 #include "zvbase/failures.h"
 
 #include <algorithm>
-#include <string>
+#include <cstddef>
+#include <cstring>
 
 namespace Zv {
 
@@ -12,10 +13,13 @@ LkNamedSemaWindows::LkNamedSemaWindows(char const *systemName, unsigned count,
                                        LkSemaTypes::CreateFlag flag, char const *label)
     : _name(label ? label : systemName), _sema(reinterpret_cast<HANDLE>(-1)), _errno(0)
 {
-    std::string copy(systemName ? systemName : "");
-    // A kernel object's name has no backslash.
-    std::replace(copy.begin(), copy.end(), '\\', '/');
-    char const * const name = systemName ? copy.c_str() : NULL;
+    // A kernel object's name has no backslash. One that is cut here is too long for the service as well, which says so.
+    char copy[MAX_PATH + 1] = {};
+    if (systemName)
+        std::replace_copy(systemName,
+                          systemName + std::min<std::size_t>(std::strlen(systemName), MAX_PATH),
+                          copy, '\\', '/');
+    char const * const name = systemName ? copy : NULL;
 
     if (flag == LkSemaTypes::OPEN) {
         _sema = ::OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name);
