@@ -316,3 +316,37 @@ TEST(LkInitMutexWindows, ReplacesBackslashesInTheName)
 
 } // namespace
 } // namespace Zv
+
+// A class in a namespace that knows nothing of the library.
+
+namespace studio {
+
+class Clock
+{
+public:
+    static Clock &getInstance();
+    virtual ~Clock() = default;
+    virtual char const *getKind() const = 0;
+};
+
+} // namespace studio
+
+ZV_DECLARE_SINGLETON(studio::Clock);
+
+namespace studio {
+
+class QuartzClock : public Clock
+{
+public:
+    char const *getKind() const override { return "quartz"; }
+};
+
+TEST(LkSingleton, ServesAClassInANamespaceOfItsOwn)
+{
+    EXPECT_STREQ(Clock::getInstance().getKind(), "quartz");
+    EXPECT_EQ(&Clock::getInstance(), &Zv::LkSingleton<Clock>::getInstance());
+}
+
+} // namespace studio
+
+ZV_DEFINE_SINGLETON(studio::Clock, studio::QuartzClock);

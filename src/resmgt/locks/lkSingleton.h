@@ -30,6 +30,11 @@ struct LkSingletonCreator
 ///
 ///     ZV_DEFINE_SINGLETON(MtThreadMgr, MtThreadMgrWinNT);   // in the source: the class, and what is created
 ///
+/// For a class in a namespace of its own both lines are written outside of that, at global scope:
+///
+///     ZV_DECLARE_SINGLETON(studio::Clock);
+///     ZV_DEFINE_SINGLETON(studio::Clock, studio::QuartzClock);
+///
 /// The instance is then one across shared libraries, visible as `T` is, and `T::getInstance()` is inline. A class that
 /// is private to its source needs the second line only and calls `LkSingleton<T>::getInstance()`; it stands in no
 /// unnamed namespace.
@@ -72,7 +77,8 @@ private:
 
 } // namespace Zv
 
-/// Stands behind the class, in its namespace: the instance is defined elsewhere, and `T::getInstance()` leads to it.
+/// Declares the singleton of `T`, behind the class: the instance is defined elsewhere, and `T::getInstance()` leads to
+/// it. To be written in namespace Zv for a class of that namespace, else at global scope.
 #define ZV_DECLARE_SINGLETON(T)                                                                    \
     extern template class ::Zv::LkSingleton<T>;                                                    \
     inline T &T::getInstance()                                                                     \

@@ -81,11 +81,12 @@ void LkSingleton<T>::checkState()
 
 } // namespace Zv
 
-/// Stands in the source that owns the singleton of `T`, in namespace Zv: `Created`, a `T`, is what it makes.
+/// Defines the singleton of `T`, in the source that owns it: `Created`, a `T`, is what it makes. To be written in
+/// namespace Zv or at global scope.
 #define ZV_DEFINE_SINGLETON(T, Created)                                                            \
     template <>                                                                                    \
-    T *LkSingletonCreator<T>::create()                                                             \
+    T * ::Zv::LkSingletonCreator<T>::create()                                                      \
     {                                                                                              \
         return new Created;                                                                        \
     }                                                                                              \
-    template class LkSingleton<T>
+    template class ::Zv::LkSingleton<T>
