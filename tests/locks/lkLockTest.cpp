@@ -26,6 +26,22 @@ TEST(LkLock, ReportsWhetherSomeThreadHoldsIt)
     EXPECT_FALSE(lock.isLocked());
 }
 
+TEST(LkLock, ReportsThatAThreadHoldsItWhichHadToWait)
+{
+    LkLock const lock("l");
+    bool isLocked = false;
+    lock.lock();
+    Watched waiter([&] {
+        lock.lock();
+        isLocked = lock.isLocked();
+        lock.unlock();
+    });
+    waiter.waitUntilAsleep();
+    lock.unlock();
+    waiter.join();
+    EXPECT_TRUE(isLocked);
+}
+
 TEST(LkLock, FirstUnlockOfANestedPairClearsTheFlag)
 {
     LkLock const lock("l");

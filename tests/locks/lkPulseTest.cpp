@@ -189,6 +189,28 @@ TEST(LkPulseNext, EarlierPulsesDoNotCount)
     }
 }
 
+TEST(LkPulseNext, EndsATimedWaitInEachOfItsForms)
+{
+    LkMutex const mutex("m");
+    LkPulse const pulse("p", LkPulse::WAKE_ALL);
+    bool wasWoken[2] = {};
+    Watched withMutex([&] {
+        LkGuard<LkMutex const> guard(mutex);
+        wasWoken[0] = pulse.timedWaitNextPulse(mutex, 1000.0);
+    });
+    Watched withGuard([&] {
+        LkGuard<LkMutex const> guard(mutex);
+        wasWoken[1] = pulse.timedWaitNextPulse(guard, 1000.0);
+    });
+    withMutex.waitUntilAsleep();
+    withGuard.waitUntilAsleep();
+    pulse.pulse();
+    withMutex.join();
+    withGuard.join();
+    EXPECT_TRUE(wasWoken[0]);
+    EXPECT_TRUE(wasWoken[1]);
+}
+
 TEST(LkPulseNext, PulseSentAfterTheMutexWasLetGoIsNotLost)
 {
     LkMutex const mutex("m");

@@ -13,7 +13,8 @@ class ZVRESMGT_EXPORT LkUtil
 public:
     static int getMinSchedulingPriority() { return 0; }
 
-    /// Gives the processor away once where ZV_LOCK_YIELD asks for it: lock code that spins calls it.
+    /// Gives the processor away once if ZV_LOCK_YIELD asks for it. For code of your own that spins; the locks of the
+    /// library do not call it.
     static void yield();
     /// Whether ZV_LOCK_YIELD is not 0.
     static bool isYieldEnabled();
