@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -32,6 +33,7 @@ thread_local std::function<void()> whenReleasing;
 thread_local int nbWakeCalls = 0;
 thread_local int nbSignals = 0;
 thread_local int nbCloseCalls = 0;
+thread_local int nbSemaphoreReleases = 0;
 thread_local int nbSleepCalls = 0;
 /// The limit of the calling thread's last wait that may have one.
 thread_local DWORD lastLimit = INFINITE;
@@ -78,6 +80,12 @@ HANDLE releasing(HANDLE mutex)
     return mutex;
 }
 
+HANDLE releasingSemaphore(HANDLE semaphore)
+{
+    ++nbSemaphoreReleases;
+    return semaphore;
+}
+
 HANDLE closing(HANDLE handle)
 {
     ++nbCloseCalls;
@@ -114,7 +122,7 @@ ZV_WRAP(HANDLE, CreateSemaphore, _ZN10ZvPlatform16CreateSemaphoreAEPNS_19SECURIT
         nullptr)
 ZV_WRAP(BOOL, ReleaseMutex, _ZN10ZvPlatform12ReleaseMutexEPv, (HANDLE h), (releasing(h)), FALSE)
 ZV_WRAP(BOOL, ReleaseSemaphore, _ZN10ZvPlatform16ReleaseSemaphoreEPviPi,
-        (HANDLE h, LONG count, LONG *previous), (h, count, previous), FALSE)
+        (HANDLE h, LONG count, LONG *previous), (releasingSemaphore(h), count, previous), FALSE)
 ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj,
         (HANDLE h, DWORD milliseconds), (h, noted(milliseconds)), answer)
 ZV_WRAP(DWORD, WaitForSingleObjectEx, _ZN10ZvPlatform21WaitForSingleObjectExEPvji,
@@ -329,6 +337,99 @@ TEST_F(Refused, BroadcastFails)
     refuse("WaitForSingleObject");
     EXPECT_EQ(systemAssertionOf([&] { condVar.broadcast(); }),
               "::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0");
+}
+
+/// A broadcast in its middle: its waiter was woken and is kept from leaving.
+class HeldBroadcast
+{
+public:
+    /// `before` happens to the condition variable first.
+    explicit HeldBroadcast(
+        std::function<void(LkMutex const &, LkCondVar const &)> const &before = nullptr)
+    {
+        if (before)
+            before(mutex, condVar);
+        _waiter = std::make_unique<Watched>([this] {
+            LkGuard<LkMutex const> guard(mutex);
+            whenWoken = [this] {
+                _isWoken.release();
+                _mayLeave.acquire();
+            };
+            condVar.wait(guard);
+        });
+        _waiter->waitUntilAsleep();
+        _broadcaster = std::make_unique<Watched>([this] {
+            condVar.broadcast();
+            hasReturned = true;
+            _mayEnd.acquire();
+        });
+        _isWoken.acquire();
+        _broadcaster->waitUntilAsleep();
+    }
+    ~HeldBroadcast() { end(); }
+    void end()
+    {
+        if (!_waiter)
+            return;
+        _mayLeave.release();
+        _mayEnd.release();
+        _broadcaster.reset();
+        _waiter.reset();
+    }
+
+    LkMutex const mutex{"m"};
+    LkCondVar const condVar{"c"};
+    std::atomic<bool> hasReturned = false;
+
+private:
+    std::binary_semaphore _isWoken{0};
+    std::binary_semaphore _mayLeave{0};
+    std::binary_semaphore _mayEnd{0};
+    std::unique_ptr<Watched> _waiter;
+    std::unique_ptr<Watched> _broadcaster;
+};
+
+TEST(LkCondVarBroadcast, ReturnsWhenItsWaitersHaveLeft)
+{
+    HeldBroadcast broadcast;
+    EXPECT_FALSE(broadcast.hasReturned);
+}
+
+TEST(LkCondVarBroadcast, IsNotDisturbedByASignal)
+{
+    HeldBroadcast broadcast;
+    nbSemaphoreReleases = 0;
+    broadcast.condVar.signal();
+    EXPECT_EQ(nbSemaphoreReleases, 0) << "a newcomer would take it";
+}
+
+TEST(LkCondVarBroadcast, KeepsNewcomersOutside)
+{
+    HeldBroadcast broadcast;
+    Watched newcomer([&] {
+        LkGuard<LkMutex const> guard(broadcast.mutex);
+        broadcast.condVar.timedWait(guard, 0.0);
+    });
+    newcomer.waitUntilAsleep();
+    EXPECT_FALSE(elsewhere([&] { return broadcast.mutex.tryLock(); })) << "it waits already";
+    broadcast.end();
+    newcomer.join();
+}
+
+TEST_F(Refused, BroadcastThatFailedDoesNotEndTheNext)
+{
+    HeldBroadcast broadcast([](LkMutex const &mutex, LkCondVar const &condVar) {
+        Watched waiter([&] {
+            LkGuard<LkMutex const> guard(mutex);
+            condVar.wait(guard);
+        });
+        waiter.waitUntilAsleep();
+        refuse("WaitForSingleObject");
+        whenRefused = [&] { waiter.join(); };
+        EXPECT_EQ(systemAssertionOf([&] { condVar.broadcast(); }),
+                  "::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0");
+    });
+    EXPECT_FALSE(broadcast.hasReturned);
 }
 
 TEST_F(Refused, EventFails)

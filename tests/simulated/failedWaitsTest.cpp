@@ -10,6 +10,11 @@
 #include <stdexcept>
 #include <utility>
 
+// Mutexes are left locked here on purpose.
+#ifdef __clang__
+#pragma clang diagnostic ignored "-Wthread-safety-analysis"
+#endif
+
 using namespace Zv;
 using namespace Zv::Simulated;
 using enum FailingWait;

@@ -103,6 +103,8 @@ bool LkCondVarWindows::releaseAll() const
     SectionGuard const guard(_waitersLock);
     if (_nbWaiters <= 0)
         return false;
+    // A broadcast whose own wait failed has left its waiters to set this.
+    ::ResetEvent(_waitersDone);
     ZV_SYS_ASSERT(::ReleaseSemaphore( _sema, _nbWaiters, 0 ));
     _wasBroadcast = true;
     return true;

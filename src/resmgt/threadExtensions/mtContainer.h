@@ -92,9 +92,9 @@ private:
     public:
         explicit Waiters(char const *name) : _pulse(name, LkPulse::WAKE_ONE) {}
 
-        void wait(LkMutex const &lock);
+        void wait(LkMutex const &lock) ZV_REQUIRES(lock);
         /// False if the time is over and the thread was not called.
-        bool timedWait(LkMutex const &lock, double seconds);
+        bool timedWait(LkMutex const &lock, double seconds) ZV_REQUIRES(lock);
         /// Calls one of them. Returns whether `pulse` has to follow, with the lock or without it.
         [[nodiscard]] bool call();
         void pulse() const { _pulse.pulse(); }
