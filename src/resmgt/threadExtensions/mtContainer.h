@@ -72,7 +72,7 @@ public:
     /// wait. Returns false if there was none: `element` is as before.
     ///
     /// What `element` held before ends last, without the lock. If its end throws, the new element is in `element` and
-    /// everything else is done.
+    /// everything else is done. If `element` cannot be assigned to, the new element is lost.
     bool timedConsume(Element &element, double seconds);
     bool tryConsume(Element &element) { return timedConsume(element, 0.0); }
 
