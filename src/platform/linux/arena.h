@@ -2,10 +2,14 @@
 //
 // What an arena once gave out stays mapped and stays a `T`, so that a late reader finds a dead object rather than a
 // hole: a handle that was closed a moment ago is refused, and a wake-up that comes late wakes nobody.
+//
+// An arena grows by segments, each twice as large as the one before, so that a process has no more address space taken
+// than about twice what it uses.
 #pragma once
 
 #include "platform/linux/futex.h"
 
+#include <bit>
 #include <cstddef>
 #include <new>
 #include <sys/mman.h>
@@ -16,7 +20,7 @@ extern "C" void __lsan_register_root_region(void const *begin, std::size_t size)
 
 namespace ZvPlatform::Linux {
 
-/// `T` has a member `T *nextFree`. Used inside a `Service`.
+/// `T` has a member `T *nextFree`. Used inside a `Service`. About CAPACITY of them: as many as whole segments hold.
 template <class T, std::size_t CAPACITY>
 class Arena
 {
@@ -32,11 +36,12 @@ public:
             _free = element->nextFree;
             return element;
         }
-        std::size_t const used = _used.load(std::memory_order_relaxed);
-        if (used + sizeof(T) > _usable && !grow())
+        std::size_t const index = _used.load(std::memory_order_relaxed);
+        Place const place = placeOf(index);
+        if (place.segment == SEGMENTS || (place.index == 0 && !map(place.segment)))
             return nullptr;
-        T *element = new (reinterpret_cast<void *>(_base.load(std::memory_order_relaxed) + used)) T;
-        _used.store(used + sizeof(T), std::memory_order_release);
+        T *element = new (addressOf(place)) T;
+        _used.store(index + 1, std::memory_order_release);
         return element;
     }
 
@@ -50,54 +55,86 @@ public:
     /// Whether an address is that of an element, whatever its state.
     bool holds(void const *address) const
     {
-        std::size_t const used = _used.load(std::memory_order_acquire);
-        std::uintptr_t const offset =
-            reinterpret_cast<std::uintptr_t>(address) - _base.load(std::memory_order_relaxed);
-        return offset < used && offset % sizeof(T) == 0;
+        std::size_t left = _used.load(std::memory_order_acquire);
+        for (std::size_t segment = 0; left; ++segment) {
+            std::size_t const here = left < sizeOf(segment) ? left : sizeOf(segment);
+            std::uintptr_t const offset = offsetIn(segment, address);
+            if (offset < here * sizeof(T))
+                return offset % sizeof(T) == 0;
+            left -= here;
+        }
+        return false;
     }
 
-    std::size_t size() const { return _used.load(std::memory_order_acquire) / sizeof(T); }
+    std::size_t size() const { return _used.load(std::memory_order_acquire); }
 
     T &operator[](std::size_t index)
     {
-        return *std::launder(reinterpret_cast<T *>(_base.load(std::memory_order_relaxed)) + index);
+        return *std::launder(static_cast<T *>(addressOf(placeOf(index))));
     }
 
     std::size_t indexOf(T const *element) const
     {
-        return (reinterpret_cast<std::uintptr_t>(element) - _base.load(std::memory_order_relaxed)) /
-               sizeof(T);
+        std::size_t first = 0;
+        for (std::size_t segment = 0;; first += sizeOf(segment), ++segment) {
+            std::uintptr_t const offset = offsetIn(segment, element);
+            if (offset < sizeOf(segment) * sizeof(T))
+                return first + offset / sizeof(T);
+        }
     }
 
-private:
-    static constexpr std::size_t STEP = 64 * 1024;
-    static constexpr std::size_t RESERVED = (CAPACITY * sizeof(T) + STEP - 1) / STEP * STEP;
+    /// For a fork, which needs the arena to be at rest.
+    constexpr Lock &lock() { return _lock; }
 
-    // Only what is in use is accessible, so that a process that locks its memory does not lock the whole reserve.
-    bool grow()
+private:
+    static constexpr std::size_t FIRST = std::bit_ceil(32 * 1024 / sizeof(T)); ///< elements
+    static constexpr std::size_t SEGMENTS =
+        static_cast<std::size_t>(std::bit_width((CAPACITY - 1) / FIRST));
+
+    struct Place
     {
-        std::uintptr_t base = _base.load(std::memory_order_relaxed);
-        if (!base) {
-            void *reserve = ::mmap(nullptr, RESERVED, PROT_NONE,
-                                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-            if (reserve == MAP_FAILED)
-                return false;
-            base = reinterpret_cast<std::uintptr_t>(reserve);
-            _base.store(base, std::memory_order_relaxed);
-        }
-        if (_usable + STEP > RESERVED ||
-            ::mprotect(reinterpret_cast<void *>(base + _usable), STEP, PROT_READ | PROT_WRITE) != 0)
+        std::size_t segment;
+        std::size_t index;
+    };
+
+    static constexpr std::size_t sizeOf(std::size_t segment) { return FIRST << segment; }
+
+    static constexpr Place placeOf(std::size_t index)
+    {
+        // The segments before segment s have FIRST * (2^s - 1) elements.
+        auto const segment = static_cast<std::size_t>(std::bit_width(index / FIRST + 1)) - 1;
+        return {segment, index - FIRST * ((std::size_t{1} << segment) - 1)};
+    }
+
+    void *addressOf(Place place) const
+    {
+        return reinterpret_cast<void *>(_segments[place.segment].load(std::memory_order_relaxed) +
+                                        place.index * sizeof(T));
+    }
+
+    std::uintptr_t offsetIn(std::size_t segment, void const *address) const
+    {
+        return reinterpret_cast<std::uintptr_t>(address) -
+               _segments[segment].load(std::memory_order_relaxed);
+    }
+
+    bool map(std::size_t segment)
+    {
+        std::size_t const size = sizeOf(segment) * sizeof(T);
+        void *memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory == MAP_FAILED)
             return false;
         // What only a thread's slots or a handle lead to is no leak.
         if (__lsan_register_root_region)
-            __lsan_register_root_region(reinterpret_cast<void *>(base + _usable), STEP);
-        _usable += STEP;
+            __lsan_register_root_region(memory, size);
+        _segments[segment].store(reinterpret_cast<std::uintptr_t>(memory),
+                                 std::memory_order_relaxed);
         return true;
     }
 
-    std::atomic<std::uintptr_t> _base{0};
+    std::atomic<std::uintptr_t> _segments[SEGMENTS] = {};
     std::atomic<std::size_t> _used{0};
-    std::size_t _usable = 0;
     T *_free = nullptr;
     Lock _lock;
 };
