@@ -91,6 +91,7 @@ inline constexpr DWORD ERROR_NOT_SUPPORTED = 50;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
+inline constexpr DWORD ERROR_MAX_THRDS_REACHED = 164;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
 inline constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
@@ -205,7 +206,8 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
                     void *argument, DWORD flags, DWORD *threadId);
 /// Ends a thread wherever it is, waiting or computing. Its mutexes become abandoned, its handle is signalled;
 /// nothing of its stack is unwound. One that is killed inside the allocator may leave it locked.
-/// Returns when the thread is gone.
+/// Returns when the thread is gone. On Linux a thread that computes is reached by a signal (linux/killing.h): one that
+/// has blocked it past the C library is gone at its next service.
 BOOL TerminateThread(HANDLE thread, DWORD exitCode);
 BOOL GetExitCodeThread(HANDLE thread, DWORD *exitCode);
 /// The first 15 bytes reach the system. What fails is told by the result, not by the last error.

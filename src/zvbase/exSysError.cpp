@@ -41,6 +41,8 @@ char const *ExSysError::getMeaning(int systemError) noexcept
         return "A parameter is wrong.";
     case ERROR_INVALID_NAME:
         return "The name is not valid.";
+    case ERROR_MAX_THRDS_REACHED:
+        return "No more threads can be made.";
     case ERROR_ALREADY_EXISTS:
         return "An object of that name exists already.";
     case ERROR_FILENAME_EXCED_RANGE:

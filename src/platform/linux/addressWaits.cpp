@@ -84,6 +84,26 @@ void wake(void *address, bool all)
 
 } // namespace
 
+void lockAddresses()
+{
+    for (Bucket &bucket : buckets)
+        bucket.lock.lock();
+}
+
+void unlockAddresses()
+{
+    for (Bucket &bucket : buckets)
+        bucket.lock.unlock();
+}
+
+void forgetAddressWaits()
+{
+    for (Bucket &bucket : buckets) {
+        bucket.waiters.store(0, std::memory_order_relaxed);
+        bucket.first = bucket.last = nullptr;
+    }
+}
+
 } // namespace ZvPlatform::Linux
 
 namespace ZvPlatform {

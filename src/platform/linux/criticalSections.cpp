@@ -13,23 +13,25 @@ void enterSlowly(Section &section)
     auto const tryIt = [&] {
         return section.word.load(std::memory_order_relaxed) == 0 && take(section, me);
     };
-    if (spin(section.spin, tryIt))
-        return;
+    bool isTaken = spin(section.spin, tryIt);
     // Having slept, one cannot know whether others still do, and takes the section with the bit set.
-    while (!take(section, me | Section::SLEEPERS)) {
+    while (!isTaken && !(isTaken = take(section, me | Section::SLEEPERS))) {
         std::uint32_t seen = section.word.load(std::memory_order_relaxed);
         if (seen == 0)
             continue;
         if (seen & Section::SLEEPERS ||
             section.word.compare_exchange_strong(seen, seen | Section::SLEEPERS,
                                                  std::memory_order_relaxed))
-            futexWait(&section.word, seen | Section::SLEEPERS, NEVER);
+            sleepOn(service, &section.word, seen | Section::SLEEPERS, NEVER);
         if (service.killed()) {
             // This may have been the one that was woken.
             futexWake(&section.word, 1);
             return;
         }
     }
+    // A thread that is killed in here does not take the section along.
+    if (service.killed() && section.word.exchange(0, std::memory_order_release) & Section::SLEEPERS)
+        wakeSleeper(section);
 }
 
 } // namespace

@@ -74,6 +74,7 @@ struct alignas(64) Object : ObjectHead
     {
         SharedSegment *segment;
         int file;
+        int childFile; ///< during a fork, the child's
     };
 
     // The queue guards what follows.
@@ -244,10 +245,20 @@ void passOn(Queue &, WakeList &);
 /// Ends the calling thread's ownership of all its mutexes.
 void abandonMutexes();
 
+/// For a fork.
+void lockAddresses();
+void unlockAddresses();
+/// In its child, where no other thread waits.
+void forgetAddressWaits();
+
 /// Brings a timer's state up to the clock. Returns when it will change next.
 Instant updateTimer(Queue &);
 
 DWORD waitShared(Service &, Object *, DWORD milliseconds);
+/// A child of a fork has file locks of its own. Called under `namesLock`, the first two by the parent.
+void prepareSharedForFork();
+void leaveSharedToChild();
+void takeSharedFromParent();
 /// The object's last user has gone.
 void leaveShared(Object::SharedState);
 

@@ -20,7 +20,8 @@ constinit std::atomic<DWORD> processClass{NORMAL_PRIORITY_CLASS};
 /// Moves with every change that a new thread could inherit.
 constinit std::atomic<std::uint32_t> generation{0};
 /// The processors of the process, kept from before its main thread, which stands for it, was placed.
-constinit std::atomic<DWORD_PTR> maskBefore{0};
+constinit cpu_set_t setBefore{};
+constinit std::atomic<bool> isMainPlaced{false};
 
 constexpr int LEVELS[] = {THREAD_PRIORITY_IDLE,         THREAD_PRIORITY_LOWEST,
                           THREAD_PRIORITY_BELOW_NORMAL, THREAD_PRIORITY_NORMAL,
@@ -166,12 +167,24 @@ bool applyToAll(DWORD priorityClass)
     return good;
 }
 
-DWORD_PTR maskOf(pid_t kernelId)
+/// Empty if the system does not tell.
+cpu_set_t setOf(pid_t kernelId)
 {
     cpu_set_t set;
     CPU_ZERO(&set);
     if (::sched_getaffinity(kernelId, sizeof set, &set) != 0)
-        return 0;
+        CPU_ZERO(&set);
+    return set;
+}
+
+cpu_set_t processSet()
+{
+    return isMainPlaced.load(std::memory_order_acquire) ? setBefore : setOf(::getpid());
+}
+
+/// A mask knows the first 64 processors.
+DWORD_PTR maskOf(cpu_set_t const &set)
+{
     DWORD_PTR mask = 0;
     for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
         if (CPU_ISSET(i, &set))
@@ -179,10 +192,14 @@ DWORD_PTR maskOf(pid_t kernelId)
     return mask;
 }
 
-DWORD_PTR processMask()
+cpu_set_t setFrom(DWORD_PTR mask)
 {
-    DWORD_PTR const before = maskBefore.load(std::memory_order_relaxed);
-    return before ? before : maskOf(::getpid());
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
+        if (mask >> i & 1)
+            CPU_SET(i, &set);
+    return set;
 }
 
 /// Calls `what` with the thread behind a handle, or with null when it has ended. False for a bad handle.
@@ -217,6 +234,14 @@ void inheritScheduling(Thread &child, Thread const &parent)
     child.generation = generation.load(std::memory_order_relaxed);
     child.realTime = parent.created ? parent.realTime : FOREIGN;
     child.nice = child.askedNice = parent.nice;
+}
+
+void giveProcessors(pthread_attr_t &attributes)
+{
+    cpu_set_t const mine = setOf(0);
+    cpu_set_t const all = processSet();
+    if (CPU_COUNT(&all) != 0 && !CPU_EQUAL(&mine, &all))
+        ::pthread_attr_setaffinity_np(&attributes, sizeof all, &all);
 }
 
 void beginScheduling(Thread &thread)
@@ -326,7 +351,7 @@ BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *process_, DWORD_PTR *syst
     if (!process_ || !system)
         return fail(ERROR_INVALID_PARAMETER);
     long const processors = ::sysconf(_SC_NPROCESSORS_CONF);
-    *process_ = processMask();
+    *process_ = maskOf(processSet());
     *system = *process_ | (processors >= 64 ? ~DWORD_PTR{0} : (DWORD_PTR{1} << processors) - 1);
     return TRUE;
 }
@@ -336,22 +361,25 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
     Service service;
     DWORD_PTR before = 0;
     withThread(service, handle, [&](Thread *thread, Object *) {
-        DWORD_PTR const allowed = processMask();
-        if (!thread || mask == 0 || mask & ~allowed) {
+        cpu_set_t const all = processSet();
+        DWORD_PTR const allowed = maskOf(all);
+        if (!thread || (mask == 0 && allowed != 0) || mask & ~allowed) {
             fail(ERROR_INVALID_PARAMETER);
             return;
         }
         pid_t const kernelId = kernelIdOf(*thread);
-        if (kernelId == ::getpid())
-            maskBefore.store(allowed, std::memory_order_relaxed);
-        cpu_set_t set;
-        CPU_ZERO(&set);
-        for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
-            if (mask >> i & 1)
-                CPU_SET(i, &set);
-        DWORD_PTR const former = maskOf(kernelId);
+        if (kernelId == ::getpid() && !isMainPlaced.load(std::memory_order_acquire)) {
+            Locked locked(schedulingLock);
+            if (!isMainPlaced.load(std::memory_order_relaxed)) {
+                setBefore = all;
+                isMainPlaced.store(true, std::memory_order_release);
+            }
+        }
+        // The mask of the process stands for all of its processors, also for those that no mask knows.
+        cpu_set_t const set = mask == allowed ? all : setFrom(mask);
+        DWORD_PTR const former = maskOf(setOf(kernelId));
         if (::sched_setaffinity(kernelId, sizeof set, &set) == 0)
-            before = former;
+            before = former ? former : ~DWORD_PTR{0}; // 0 would be a failure
         else
             fail(ERROR_INVALID_PARAMETER);
     });

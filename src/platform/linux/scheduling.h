@@ -11,6 +11,9 @@ extern constinit Lock schedulingLock;
 /// The thread that is being made will inherit the scheduling of the calling one.
 void inheritScheduling(Thread &child, Thread const &parent);
 
+/// A thread with these attributes will have the processors of the process, and not those of the calling thread.
+void giveProcessors(pthread_attr_t &);
+
 /// The calling thread, made by CreateThread, begins: from here on others may change its scheduling.
 void beginScheduling(Thread &);
 /// It ends: from here on nobody may.

@@ -3,11 +3,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace ZvPlatform::Linux {
 
@@ -65,7 +67,9 @@ public:
     {
         char path[64];
         std::snprintf(path, sizeof path, "/dev/shm/zvresmgt-%u", unsigned{::geteuid()});
-        if (::mkdir(path, 0700) != 0 && errno != EEXIST)
+        if (::mkdir(path, 0700) == 0 || (errno == EEXIST && isBarred(path)))
+            ::chmod(path, 0700); // whatever the mask of the process takes away
+        else if (errno != EEXIST)
             return;
         int const folder = ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         if (folder < 0)
@@ -83,8 +87,11 @@ public:
     }
     ~Folder()
     {
-        if (_folder >= 0)
-            ::close(_folder);
+        if (_folder < 0)
+            return;
+        // A child that was forked meanwhile has the same lock, and keeps it when this descriptor is closed.
+        lockFile(_folder, LOCK_UN);
+        ::close(_folder);
     }
 
     Folder(Folder const &) = delete;
@@ -94,8 +101,44 @@ public:
     int get() const { return _folder; }
 
 private:
+    /// Whether it is the user's own and yet closed to its owner, by a process that ended before it could open it.
+    static bool isBarred(char const *path)
+    {
+        struct stat status;
+        bool const barred = ::lstat(path, &status) == 0 && S_ISDIR(status.st_mode) &&
+                            status.st_uid == ::geteuid() && (status.st_mode & 0777) < 0700;
+        errno = EEXIST;
+        return barred;
+    }
+
     int _folder = -1;
 };
+
+/// Removes what processes that ended without closing have left. Once in a process: that bounds what can gather.
+void sweep(Folder const &folder)
+{
+    static constinit bool isDone = false; // under `namesLock`
+    if (std::exchange(isDone, true))
+        return;
+    int const copy = ::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR *entries = copy < 0 ? nullptr : ::fdopendir(copy);
+    if (!entries) {
+        if (copy >= 0)
+            ::close(copy);
+        return;
+    }
+    while (dirent const *entry = ::readdir(entries)) {
+        if (entry->d_name[0] == '.')
+            continue;
+        int const file = ::openat(folder.get(), entry->d_name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+        if (file < 0)
+            continue;
+        if (lockFile(file, LOCK_EX | LOCK_NB) == 0)
+            ::unlinkat(folder.get(), entry->d_name, 0);
+        ::close(file);
+    }
+    ::closedir(entries);
+}
 
 /// A file name for a name with any bytes in it. A long one keeps its beginning, and a digest of the whole.
 void makeFileName(char const *name, char (&file)[256])
@@ -137,10 +180,15 @@ Opened openFile(Folder const &folder, char const *name, Mode mode)
     makeFileName(name, file);
     int const flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | (mode == Mode::CREATE ? O_CREAT : 0);
     opened.file = ::openat(folder.get(), file, flags, 0600);
+    // What its maker's mask has taken away, its owner gives back.
+    if (opened.file < 0 && errno == EACCES && ::fchmodat(folder.get(), file, 0600, 0) == 0)
+        opened.file = ::openat(folder.get(), file, flags, 0600);
     if (opened.file < 0) {
         opened.error = errno;
         return opened;
     }
+    if (mode == Mode::CREATE)
+        ::fchmod(opened.file, 0600);
     // Nobody holds it: it is new, or was left by processes that died.
     bool const deserted = lockFile(opened.file, LOCK_EX | LOCK_NB) == 0;
     if (deserted && mode == Mode::OPEN) {
@@ -177,10 +225,10 @@ HANDLE makeShared(char const *name, Opened const &opened)
         object = nullptr;
     }
     if (!object) {
-        leaveShared({opened.segment, opened.file});
+        leaveShared({opened.segment, opened.file, -1});
         return nullptr;
     }
-    object->shared = {opened.segment, opened.file};
+    object->shared = {opened.segment, opened.file, -1};
     return publish(object, SHARED_SEMAPHORE);
 }
 
@@ -247,6 +295,7 @@ HANDLE createShared(char const *name, LONG initialCount, LONG maximumCount)
     Folder const folder;
     if (!folder)
         return failWith(errno);
+    sweep(folder);
     Opened const opened = openFile(folder, name, Mode::CREATE);
     if (opened.error)
         return failWith(opened.error);
@@ -288,8 +337,9 @@ BOOL releaseShared(Object *object, std::uint32_t count, LONG *previousCount)
             return fail(ERROR_TOO_MANY_POSTS);
     } while (!segment->state.compare_exchange_weak(state, state + count, std::memory_order_release,
                                                    std::memory_order_relaxed));
+    // All of them look. One that is chosen may be of a process that is stopped, or dies before it has taken its unit.
     if (state >= ONE_WAITER)
-        futexWake(&segment->state, static_cast<int>(count), Scope::SHARED);
+        futexWake(&segment->state, INT_MAX, Scope::SHARED);
     if (previousCount)
         *previousCount = static_cast<LONG>(countOf(state));
     return TRUE;
@@ -310,17 +360,14 @@ DWORD waitShared(Service &service, Object *object, DWORD milliseconds)
     Instant const deadline = deadlineAfter(milliseconds);
     segment->state.fetch_add(ONE_WAITER, std::memory_order_relaxed);
     DWORD result = WAIT_OBJECT_0;
-    while (!take(segment)) {
+    while (service.killed() || !take(segment)) {
         if (service.killed() || (deadline != NEVER && now() >= deadline)) {
             result = WAIT_TIMEOUT;
             break;
         }
-        futexWait(&segment->state, 0, deadline, Scope::SHARED);
+        sleepOn(service, &segment->state, 0, deadline, Scope::SHARED);
     }
     segment->state.fetch_sub(ONE_WAITER, std::memory_order_relaxed);
-    // A thread that is killed may have been the one that a post has woken.
-    if (service.killed())
-        futexWake(&segment->state, 1, Scope::SHARED);
     return result;
 }
 
@@ -332,6 +379,55 @@ void leaveShared(Object::SharedState shared)
         ::unlinkat(folder.get(), shared.segment->file, 0);
     ::munmap(shared.segment, sizeof(SharedSegment));
     ::close(shared.file);
+}
+
+namespace {
+
+template <class What>
+void forEachShared(What what)
+{
+    for (std::size_t i = 0; i < objects.size(); ++i)
+        if ((objects[i].word.load(std::memory_order_relaxed) & TYPE) == SHARED_SEMAPHORE)
+            what(objects[i]);
+}
+
+} // namespace
+
+void prepareSharedForFork()
+{
+    forEachShared([](Object &object) {
+        Queue queue(&object, SHARED_SEMAPHORE, Queue::CLOSED_TOO);
+        if (!queue)
+            return;
+        ++object.pins; // until the fork is over
+        char path[32];
+        std::snprintf(path, sizeof path, "/proc/self/fd/%d", object.shared.file);
+        // A file lock belongs to what `open` makes. A child that shared the parent's would unlock for both.
+        int const file = ::open(path, O_RDWR | O_CLOEXEC);
+        if (file >= 0)
+            lockFile(file, LOCK_SH);
+        object.shared.childFile = file;
+    });
+}
+
+void leaveSharedToChild()
+{
+    forEachShared([](Object &object) {
+        Queue queue(&object, SHARED_SEMAPHORE, Queue::CLOSED_TOO);
+        if (!queue)
+            return;
+        --object.pins;
+        if (object.shared.childFile >= 0)
+            ::close(std::exchange(object.shared.childFile, -1));
+    });
+}
+
+void takeSharedFromParent()
+{
+    forEachShared([](Object &object) {
+        if (object.shared.childFile >= 0)
+            ::close(std::exchange(object.shared.file, std::exchange(object.shared.childFile, -1)));
+    });
 }
 
 } // namespace ZvPlatform::Linux

@@ -5,7 +5,8 @@
 // semaphore has died, however its last user ended. All opening and closing is serialised by a lock on the folder.
 //
 // The reach of a name is the user and the machine's (or container's) /dev/shm. Waiters of several processes are not
-// served in the order in which they came. A fork without exec keeps the parent's semaphores alive.
+// served in the order in which they came: a post wakes them all, and one of them takes the unit. A child of a fork is a
+// user of its own of each semaphore that its parent has open, as long as /proc is there.
 #pragma once
 
 #include "platform/linux/object.h"

@@ -35,6 +35,8 @@ struct Waiter
     /// Taken off a queue for good: the bit GRANTED is there or is about to come.
     bool granted = false;
     void const *address = nullptr;
+    /// The word of another kind that the thread sleeps on, or is about to: a killer wakes it there.
+    std::atomic<void const *> sleepsOn{nullptr};
 };
 
 struct TlsSlot
@@ -88,6 +90,14 @@ extern constinit Threads threads;
 /// One of the holders has done with the block.
 void release(Thread &);
 
+/// Guards the threads that were killed and not given back yet.
+extern constinit Lock deadThreadsLock;
+/// In the child of a fork, where the C library has taken their stacks back.
+void forgetDeadThreads();
+
+/// Guards the slots' generations.
+extern constinit Lock slotsLock;
+
 /// Calls those who want to know that the calling thread ends.
 void callBack(Thread &);
 
@@ -127,6 +137,17 @@ public:
 private:
     Thread &_thread;
 };
+
+/// `futexWait` inside a service that ends when the thread is killed. The caller looks for that afterwards.
+inline void sleepOn(Service &service, void const *word, std::uint32_t value, Instant deadline,
+                    Scope scope = Scope::PRIVATE)
+{
+    std::atomic<void const *> &place = service.thread().waiter.sleepsOn;
+    place.store(word, std::memory_order_seq_cst);
+    if (!service.killed())
+        futexWait(word, value, deadline, scope);
+    place.store(nullptr, std::memory_order_relaxed);
+}
 
 inline BOOL fail(DWORD code)
 {

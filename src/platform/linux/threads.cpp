@@ -1,11 +1,13 @@
+#include "platform/linux/fork.h"
+#include "platform/linux/killing.h"
 #include "platform/linux/scheduling.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <sys/auxv.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -20,6 +22,7 @@
 namespace ZvPlatform::Linux {
 
 constinit Threads threads;
+constinit Lock deadThreadsLock;
 constinit thread_local Local local __attribute__((tls_model("initial-exec"))) = {};
 
 namespace {
@@ -29,42 +32,12 @@ constexpr std::size_t DEFAULT_STACK = 1024 * 1024;
 constinit Lock setUpLock;
 constinit std::atomic<bool> isSetUp{false};
 pthread_key_t endKey;
-int killSignal;
 std::size_t stackOverhead;
 
 /// Threads that were killed, whose stacks the C library still takes for used.
-constinit Lock deadThreadsLock;
 constinit Thread *deadThreads = nullptr;
 
 void onThreadEnd(void *);
-
-extern "C" void zvPlatformOnKill(int)
-{
-    int const error = errno;
-    Thread *thread = local.thread;
-    if (thread && thread->dying.load(std::memory_order_relaxed)) {
-        if (local.depth == 0)
-            die();
-        // Inside a service it ends with the service, which may have to be woken for it.
-        thread->waiter.park.fetch_or(Waiter::KILLED, std::memory_order_relaxed);
-    }
-    errno = error;
-}
-
-/// A real-time signal that nobody handles so far.
-void chooseSignal()
-{
-    for (killSignal = SIGRTMAX - 1; killSignal > SIGRTMIN; --killSignal) {
-        struct sigaction present;
-        if (::sigaction(killSignal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
-            break;
-    }
-    struct sigaction action = {};
-    action.sa_handler = zvPlatformOnKill;
-    ::sigemptyset(&action.sa_mask);
-    // Waits are to end with it, hence no SA_RESTART.
-    ::sigaction(killSignal, &action, nullptr);
-}
 
 std::size_t measureOverhead()
 {
@@ -94,7 +67,7 @@ void setUp()
         std::fputs("no thread-specific key is left\n", stderr);
         std::abort();
     }
-    chooseSignal();
+    prepareForForks();
     stackOverhead = measureOverhead();
     isSetUp.store(true, std::memory_order_release);
 }
@@ -157,17 +130,13 @@ void *run(void *data)
     ++local.depth;
     thread.pthread = ::pthread_self();
     ::pthread_setspecific(endKey, &thread);
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    ::sigaddset(&signals, killSignal);
-    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    acceptKilling();
     beginScheduling(thread);
     std::atomic_signal_fence(std::memory_order_seq_cst);
     --local.depth;
-    {
-        // Dies here if it was killed already.
-        Service service;
-    }
+    // Killed before it had a number to send a signal to.
+    if (thread.dying.load(std::memory_order_seq_cst))
+        die();
     thread.exitCode = thread.function(thread.argument);
     return nullptr;
 }
@@ -205,16 +174,42 @@ std::size_t stackFor(SIZE_T wanted)
     return (size + stackOverhead + page - 1) / page * page;
 }
 
-bool createPthread(Thread *thread, SIZE_T stackSize)
+/// What is the matter when a thread of that stack cannot be made: the C library does not tell.
+DWORD refusalOf(std::size_t stack)
 {
-    std::size_t const stack = stackFor(stackSize);
+    void *memory =
+        ::mmap(nullptr, stack, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED)
+        return ERROR_NOT_ENOUGH_MEMORY;
+    ::munmap(memory, stack);
+    return ERROR_MAX_THRDS_REACHED;
+}
+
+int makePthread(Thread *thread, std::size_t stack, bool isPlaced)
+{
     pthread_attr_t attributes;
     ::pthread_attr_init(&attributes);
-    pthread_t created;
-    bool const good = stack && ::pthread_attr_setstacksize(&attributes, stack) == 0 &&
-                      ::pthread_create(&created, &attributes, run, thread) == 0;
+    if (isPlaced)
+        giveProcessors(attributes);
+    pthread_t made;
+    int const error = stack && ::pthread_attr_setstacksize(&attributes, stack) == 0
+                          ? ::pthread_create(&made, &attributes, run, thread)
+                          : ENOMEM;
     ::pthread_attr_destroy(&attributes);
-    return good;
+    return error;
+}
+
+/// ERROR_SUCCESS, or why there is no thread.
+DWORD createPthread(Thread *thread, SIZE_T stackSize)
+{
+    std::size_t const stack = stackFor(stackSize);
+    int error = makePthread(thread, stack, true);
+    // The processors that were the process's may be taken away meanwhile: then the thread has its starter's.
+    if (error == EINVAL)
+        error = makePthread(thread, stack, false);
+    if (!error)
+        return ERROR_SUCCESS;
+    return error == EAGAIN ? refusalOf(stack) : ERROR_NOT_ENOUGH_MEMORY;
 }
 
 } // namespace
@@ -225,7 +220,7 @@ void attach()
     ++local.depth;
     Thread *thread = newThread();
     if (!thread) {
-        std::fputs("too many threads\n", stderr);
+        std::fputs("there is no memory for what belongs to a thread\n", stderr);
         std::abort();
     }
     thread->created = false;
@@ -237,6 +232,11 @@ void attach()
     local.number = thread->number;
     ::pthread_setspecific(endKey, thread);
     --local.depth;
+}
+
+void forgetDeadThreads()
+{
+    deadThreads = nullptr;
 }
 
 void release(Thread &thread)
@@ -327,11 +327,11 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
     // From its beginning the thread is free to end, and to take its block along.
     DWORD const number = thread->number;
     publish(object, THREAD | MANUAL);
-    if (!createPthread(thread, stackSize)) {
+    if (DWORD const refusal = createPthread(thread, stackSize)) {
         object->word.store(DEAD, std::memory_order_relaxed);
         discard(object);
         threads.give(thread);
-        fail(ERROR_NOT_ENOUGH_MEMORY);
+        fail(refusal);
         return nullptr;
     }
     if (threadId)
@@ -348,6 +348,7 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
         return TRUE;
     }
     Object *object = objectOf(handle);
+    bool isSent = false;
     for (DWORD pause = 1;; pause = pause < 32 ? 2 * pause : pause) {
         {
             Queue queue(object, THREAD, pause == 1 ? Queue::BY_HANDLE : Queue::CLOSED_TOO);
@@ -361,16 +362,18 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
                 break;
             }
             std::uint64_t living = 0;
-            thread->dying.compare_exchange_strong(living, sentence, std::memory_order_relaxed);
-            // One that has not begun yet looks for itself when it does.
-            if (std::uint32_t const id = thread->kernelId.load(std::memory_order_acquire))
-                ::syscall(SYS_tgkill, ::getpid(), id, killSignal);
+            thread->dying.compare_exchange_strong(living, sentence, std::memory_order_seq_cst);
             if (thread == &service.thread()) {
                 --object->pins;
                 return TRUE;
             }
+            // One that has not begun yet looks for itself when it does.
+            if (std::uint32_t const id = thread->kernelId.load(std::memory_order_seq_cst)) {
+                isSent = isSent || sendKill(id);
+                wakeVictim(*thread);
+            }
         }
-        // A signal can come between a look and a sleep, so it is sent until it has worked.
+        // A wake-up can come between a look and a sleep, so there are more until the thread has ended.
         waitSlowly(service, object, pause, Queue::CLOSED_TOO);
     }
     bury();

@@ -6,6 +6,8 @@
 
 namespace ZvPlatform::Linux {
 
+constinit Lock slotsLock;
+
 namespace {
 
 /// Odd while the slot is allocated. A thread's value counts only if it was stored under the present generation, so that
@@ -13,8 +15,6 @@ namespace {
 constinit std::atomic<std::uint32_t> generations[TLS_SLOTS] = {};
 /// Of the slots that FlsAlloc gave out.
 constinit std::atomic<PFLS_CALLBACK_FUNCTION> callbacks[TLS_SLOTS] = {};
-constinit Lock slotsLock;
-
 TlsSlot *slotOf(Thread &thread, DWORD index)
 {
     if (index < TLS_MINIMUM_AVAILABLE)

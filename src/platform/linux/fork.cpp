@@ -1,0 +1,97 @@
+#include "platform/linux/fork.h"
+
+#include "platform/linux/killing.h"
+#include "platform/linux/scheduling.h"
+
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace ZvPlatform::Linux {
+
+namespace {
+
+/// In the order in which they are taken. `namesLock` comes before them.
+constinit Lock * const LOCKS[] = {&slotsLock,  &deadThreadsLock, &schedulingLock,
+                                  &signalLock, &objects.lock(),  &threads.lock()};
+
+void lockAll()
+{
+    namesLock.lock();
+    prepareSharedForFork();
+    lockAddresses();
+    for (Lock * const lock : LOCKS)
+        lock->lock();
+}
+
+void unlockAll()
+{
+    for (Lock * const lock : LOCKS)
+        lock->unlock();
+    unlockAddresses();
+}
+
+/// Nothing of the layer is half done while the process is copied. The thread cannot be killed until it is.
+void prepare()
+{
+    currentThread();
+    ++local.depth;
+    lockAll();
+}
+
+void goOnInParent()
+{
+    unlockAll();
+    leaveSharedToChild();
+    namesLock.unlock();
+    --local.depth;
+    Service service; // ends here if it was killed meanwhile
+}
+
+/// Of an object that others may have been busy with.
+void leaveBehind(Object &object, Thread const &me)
+{
+    Word word = object.word.load(std::memory_order_relaxed);
+    if ((word & TYPE) == DEAD)
+        return;
+    word &= ~Word{QUEUE | QUEUE_SLEEP | WAITERS | WAKING | HAND_OVER};
+    object.first = nullptr;
+    object.pins = 0;
+    if ((word & TYPE) == THREAD) {
+        if (object.thread.thread == &me)
+            object.pins = 1;
+        else
+            word |= SIGNALLED;
+    } else if ((word & TYPE) == MUTEX && valueOf(word) != 0 && valueOf(word) != me.number) {
+        word = withValue(word | ABANDONED, 0);
+        object.again = 0;
+    }
+    object.word.store(word, std::memory_order_relaxed);
+}
+
+void goOnInChild()
+{
+    Thread &me = *local.thread;
+    for (std::size_t i = 0; i < objects.size(); ++i)
+        leaveBehind(objects[i], me);
+    // Their numbers are those of the parent's threads.
+    for (std::size_t i = 0; i < threads.size(); ++i)
+        threads[i].kernelId.store(0, std::memory_order_relaxed);
+    me.kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)), std::memory_order_relaxed);
+    me.dying.store(0, std::memory_order_relaxed); // that was said to the parent's
+    forgetDeadThreads();
+    forgetAddressWaits();
+    takeSharedFromParent();
+    unlockAll();
+    namesLock.unlock();
+    --local.depth;
+}
+
+} // namespace
+
+void prepareForForks()
+{
+    ::pthread_atfork(prepare, goOnInParent, goOnInChild);
+}
+
+} // namespace ZvPlatform::Linux

@@ -1,0 +1,307 @@
+// What the child of a fork may do with the services.
+#include "platform/platformTest.h"
+
+#include "platform/interlocked.h"
+#include "threadExtensions/asleep.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <dirent.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace ZvTest;
+namespace Interlocked = ZvPlatform::Interlocked;
+
+namespace {
+
+/// Forks. The child ends with what `body` returns, and by a signal if that takes too long.
+template <class Body>
+pid_t startChild(Body const &body)
+{
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::alarm(LONG_TIME / 1000);
+        ::_exit(body());
+    }
+    EXPECT_GT(child, 0);
+    return child;
+}
+
+void expectEnd(pid_t child)
+{
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+/// The line of the child's first failed check is its exit code.
+#define ZV_CHECK(...)                                                                              \
+    do {                                                                                           \
+        if (!(__VA_ARGS__))                                                                        \
+            return __LINE__ & 0xFF ? __LINE__ & 0xFF : 1;                                          \
+    } while (false)
+
+std::string nameFor(char const *what)
+{
+    return std::string("zvfork-") + what + '-' + std::to_string(GetCurrentProcessId());
+}
+
+constexpr char const *NAME = "ZV_FORK_NAME";
+
+/// A process that knows nothing of this one but the name.
+int whatAStrangerSees(char const *test, std::string const &name)
+{
+    setVariable(NAME, name.c_str());
+    ChildProcess child = startElsewhere(std::string("PlatformFork.DISABLED_") + test);
+    setVariable(NAME, nullptr);
+    return child.await().code;
+}
+
+constexpr int SEEN = 10, NOT_SEEN = 11;
+
+} // namespace
+
+/// No test: a process that looks for a semaphore.
+TEST(PlatformFork, DISABLED_Stranger)
+{
+    if (char const *name = std::getenv(NAME))
+        std::_Exit(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name) ? SEEN : NOT_SEEN);
+}
+
+/// No test: a process that ends with a semaphore open.
+TEST(PlatformFork, DISABLED_Careless)
+{
+    if (char const *name = std::getenv(NAME))
+        std::_Exit(CreateSemaphoreA(nullptr, 0, 1, name) ? SEEN : NOT_SEEN);
+}
+
+TEST(PlatformFork, AChildMakesObjectsWhateverOthersWereDoing)
+{
+    std::atomic<bool> isOver{false};
+    std::vector<std::unique_ptr<Runner>> busy;
+    for (int i = 0; i < 2; ++i)
+        busy.push_back(std::make_unique<Runner>([&] {
+            std::string const name = nameFor("busy");
+            long value = 0, compare = 0;
+            while (!isOver) {
+                Owned const m = mutex(), e = manualEvent(), n = mutex(name.c_str());
+                TlsFree(TlsAlloc());
+                WaitOnAddress(&value, &compare, sizeof value, 0);
+                SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_NORMAL);
+            }
+            return 0;
+        }));
+    for (int round = 0; round < 100; ++round)
+        expectEnd(startChild([] {
+            HANDLE const m = CreateMutexA(nullptr, TRUE, nullptr);
+            ZV_CHECK(m && ReleaseMutex(m) && CloseHandle(m));
+            HANDLE const n = CreateMutexA(nullptr, FALSE, nameFor("child").c_str());
+            ZV_CHECK(n && CloseHandle(n));
+            HANDLE const s = CreateSemaphoreA(nullptr, 1, 1, nullptr);
+            ZV_CHECK(WaitForSingleObject(s, INFINITE) == WAIT_OBJECT_0);
+            ZV_CHECK(WaitForSingleObject(s, 1) == WAIT_TIMEOUT);
+            DWORD const slot = TlsAlloc();
+            ZV_CHECK(slot != TLS_OUT_OF_INDEXES && TlsFree(slot));
+            long value = 0, compare = 0;
+            WaitOnAddress(&value, &compare, sizeof value, 1);
+            ZV_CHECK(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_NORMAL));
+            return 0;
+        }));
+    isOver = true;
+}
+
+TEST(PlatformFork, OtherThreadsHaveEndedForTheChild)
+{
+    Owned const held = mutex(), s = semaphore(), has = manualEvent(), go = manualEvent();
+    Runner other([&] {
+        EXPECT_EQ(WaitForSingleObject(held, 0), WAIT_OBJECT_0);
+        SetEvent(has);
+        WaitForSingleObject(s, LONG_TIME);
+        WaitForSingleObject(go, LONG_TIME);
+        EXPECT_TRUE(ReleaseMutex(held));
+        return 0;
+    });
+    WaitForSingleObject(has, INFINITE);
+    expectEnd(startChild([&] {
+        ZV_CHECK(WaitForSingleObject(other.handle(), INFINITE) == WAIT_OBJECT_0);
+        ZV_CHECK(TerminateThread(other.handle(), 0));
+        ZV_CHECK(WaitForSingleObject(held, INFINITE) == WAIT_ABANDONED);
+        ZV_CHECK(ReleaseMutex(held));
+        // It waits for nothing any more: the unit is the child's.
+        ZV_CHECK(ReleaseSemaphore(s, 1, nullptr));
+        ZV_CHECK(WaitForSingleObject(s, 0) == WAIT_OBJECT_0);
+        ZV_CHECK(SetEvent(go));
+        return 0;
+    }));
+    // Nothing of that has happened here.
+    EXPECT_EQ(WaitForSingleObject(other.handle(), 0), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForSingleObject(held, 0), WAIT_TIMEOUT);
+    EXPECT_TRUE(ReleaseSemaphore(s, 1, nullptr));
+    EXPECT_TRUE(SetEvent(go));
+}
+
+TEST(PlatformFork, AChildChangesNoPriorityOfItsParents)
+{
+    std::atomic<int> kernelId{0};
+    Owned const go = manualEvent();
+    Runner other([&] {
+        kernelId = ::gettid();
+        return WaitForSingleObject(go, LONG_TIME);
+    });
+    while (!kernelId)
+        Sleep(0);
+    auto const id = static_cast<id_t>(kernelId.load());
+    int const before = ::getpriority(PRIO_PROCESS, id);
+    expectEnd(startChild([&] {
+        ZV_CHECK(SetThreadPriority(other.handle(), THREAD_PRIORITY_ABOVE_NORMAL));
+        ZV_CHECK(SetPriorityClass(GetCurrentProcess(), HIGH_PRIORITY_CLASS));
+        return 0;
+    }));
+    EXPECT_EQ(::getpriority(PRIO_PROCESS, id), before);
+    EXPECT_TRUE(SetEvent(go));
+}
+
+TEST(PlatformFork, AChildThatClosesItsSemaphoreLeavesTheName)
+{
+    std::string const name = nameFor("closing");
+    Owned const s(CreateSemaphoreA(nullptr, 0, 1, name.c_str()));
+    expectEnd(startChild([&] { return CloseHandle(s) ? 0 : 1; }));
+    EXPECT_EQ(whatAStrangerSees("Stranger", name), SEEN);
+}
+
+TEST(PlatformFork, AChildKeepsASemaphoreThatItsParentCloses)
+{
+    std::string const name = nameFor("keeping");
+    Owned s(CreateSemaphoreA(nullptr, 0, 1, name.c_str()));
+    Owned const end(CreateSemaphoreA(nullptr, 0, 1, nameFor("end").c_str()));
+    pid_t const child =
+        startChild([&] { return WaitForSingleObject(end, INFINITE) == WAIT_OBJECT_0 ? 0 : 1; });
+    s.close();
+    EXPECT_EQ(whatAStrangerSees("Stranger", name), SEEN);
+    EXPECT_TRUE(ReleaseSemaphore(end, 1, nullptr));
+    expectEnd(child);
+    EXPECT_EQ(whatAStrangerSees("Stranger", name), NOT_SEEN);
+}
+
+TEST(PlatformFork, AForkLeavesNoDescriptorBehind)
+{
+    Owned const s(CreateSemaphoreA(nullptr, 0, 1, nameFor("descriptors").c_str()));
+    auto const count = [] {
+        DIR *descriptors = ::opendir("/proc/self/fd");
+        int number = 0;
+        while (::readdir(descriptors))
+            ++number;
+        ::closedir(descriptors);
+        return number;
+    };
+    int const before = count();
+    for (int round = 0; round < 10; ++round)
+        expectEnd(startChild([&] { return count() == before ? 0 : 1; }));
+    EXPECT_EQ(count(), before);
+}
+
+TEST(PlatformNames, APostReachesAWaiterBehindOneThatIsStopped)
+{
+    Owned const s(CreateSemaphoreA(nullptr, 0, 1, nameFor("stopped").c_str()));
+    Owned const ready(CreateSemaphoreA(nullptr, 0, 1, nameFor("ready").c_str()));
+    pid_t const stopped = startChild([&] {
+        ReleaseSemaphore(ready, 1, nullptr);
+        WaitForSingleObject(s, INFINITE);
+        return 0;
+    });
+    EXPECT_EQ(WaitForSingleObject(ready, LONG_TIME), WAIT_OBJECT_0);
+    std::string const state = "/proc/" + std::to_string(stopped) + "/stat";
+    for (char seen = 0; seen != 'S';) {
+        std::ifstream file(state);
+        std::string line;
+        std::getline(file, line);
+        seen = line.at(line.rfind(')') + 2);
+    }
+    EXPECT_EQ(::kill(stopped, SIGSTOP), 0);
+    int status = 0;
+    EXPECT_EQ(::waitpid(stopped, &status, WUNTRACED), stopped);
+
+    std::atomic<long> number{0};
+    DWORD result = WAIT_FAILED;
+    Runner behind([&] {
+        number = Zv::threadNumber();
+        result = WaitForSingleObject(s, LONG_TIME / 2);
+        return 0;
+    });
+    while (!number)
+        Sleep(0);
+    Zv::waitUntilAsleep(number);
+    EXPECT_TRUE(ReleaseSemaphore(s, 1, nullptr));
+    behind.join();
+    EXPECT_EQ(result, WAIT_OBJECT_0);
+    EXPECT_EQ(::kill(stopped, SIGKILL), 0);
+    EXPECT_EQ(::waitpid(stopped, &status, 0), stopped);
+}
+
+namespace {
+
+/// Whether a file of the semaphore is in a folder of `user`.
+bool hasFile(uid_t user, std::string const &name)
+{
+    DIR *folder = ::opendir(("/dev/shm/zvresmgt-" + std::to_string(user)).c_str());
+    bool found = false;
+    while (dirent const *entry = folder ? ::readdir(folder) : nullptr)
+        found = found || std::string(entry->d_name).starts_with(name + '.');
+    if (folder)
+        ::closedir(folder);
+    return found;
+}
+
+} // namespace
+
+TEST(PlatformNames, WhatACarelessProcessLeavesTheNextOneRemoves)
+{
+    std::string const name = nameFor("careless");
+    EXPECT_EQ(whatAStrangerSees("Careless", name), SEEN);
+    EXPECT_EQ(whatAStrangerSees("Careless", nameFor("next")), SEEN);
+    EXPECT_FALSE(hasFile(::geteuid(), name));
+}
+
+TEST(PlatformNames, TheMaskOfAProcessBarsNobody)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only the superuser can become a user that has no folder yet";
+    uid_t const user = 1'000'000'000 + GetCurrentProcessId();
+    std::string const folder = "/dev/shm/zvresmgt-" + std::to_string(user);
+    for (mode_t mask : {0177, 0777}) {
+        expectEnd(startChild([&] {
+            ZV_CHECK(::setresuid(user, user, user) == 0);
+            ::umask(mask);
+            std::string const name = nameFor("masked");
+            HANDLE const s = CreateSemaphoreA(nullptr, 0, 1, name.c_str());
+            ZV_CHECK(s && GetLastError() == ERROR_SUCCESS);
+            // Another process of that user, with another mask.
+            pid_t const other = ::fork();
+            if (other == 0) {
+                ::umask(022);
+                CloseHandle(s);
+                HANDLE const found = OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name.c_str());
+                HANDLE const own = CreateSemaphoreA(nullptr, 0, 1, nameFor("own").c_str());
+                ::_exit(found && own && CloseHandle(found) && CloseHandle(own) ? 0 : 1);
+            }
+            int status = -1;
+            ZV_CHECK(::waitpid(other, &status, 0) == other && status == 0);
+            ZV_CHECK(CloseHandle(s));
+            return 0;
+        }));
+        EXPECT_EQ(::rmdir(folder.c_str()), 0);
+    }
+    // What one left that ended before it could put its folder right.
+    EXPECT_EQ(::mkdir(folder.c_str(), 0), 0);
+    EXPECT_EQ(::chown(folder.c_str(), user, user), 0);
+    expectEnd(startChild([&] {
+        ZV_CHECK(::setresuid(user, user, user) == 0);
+        HANDLE const s = CreateSemaphoreA(nullptr, 0, 1, nameFor("barred").c_str());
+        ZV_CHECK(s && CloseHandle(s));
+        return 0;
+    }));
+    EXPECT_EQ(::rmdir(folder.c_str()), 0);
+}
