@@ -6,6 +6,8 @@
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadGroup.h"
 #include "resmgt/threads/mtThreadMgrImp.private.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "threads/threadTesting.h"
 #include "zvbase/envVar.h"
@@ -254,6 +256,54 @@ TEST_F(MtThreadMgrTest, DestructionWithAThreadFailsTheAssertion)
     auto * const other = new TestMgr(factory);
     other->addThread(&thread);
     EXPECT_EQ("_threads.size() == 0", failedAssertion([&] { delete other; }));
+}
+
+/// Counts how often it is asked for its number.
+class AskedNumberThread : public NumberThread
+{
+public:
+    using NumberThread::NumberThread;
+    LkThreadId getThreadId() const override
+    {
+        ++nbQuestions;
+        return NumberThread::getThreadId();
+    }
+    mutable int nbQuestions = 0;
+};
+
+TEST_F(MtThreadMgrTest, AStrangerIsLookedForAmongThreadsThatReportNothing)
+{
+    AskedNumberThread reporting(5), silent(7);
+    manager.addThread(&reporting);
+    manager.threadIdChanged(&reporting, LkThreadId(5));
+    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(7)));
+    EXPECT_EQ(0, reporting.nbQuestions); // however many there are
+    manager.addThread(&silent);
+    EXPECT_EQ(&silent, manager.findThread(LkThreadId(7)));
+    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(8)));
+    manager.removeThread(&silent);
+    reporting.nbQuestions = 0;
+    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(7)));
+    EXPECT_EQ(0, reporting.nbQuestions);
+    manager.removeThread(&reporting);
+}
+
+TEST_F(MtThreadMgrTest, TheMainThreadHasItsOwnLevelBackWhenNothingIsAskedOfIt)
+{
+    MtThread &main = *MtThreadMgr::findCurrentThread();
+    auto const dump = [&main] {
+        std::ostringstream os;
+        main.dump(os);
+        return os.str();
+    };
+    std::string const before = dump();
+    EXPECT_NE(std::string::npos, before.find("main prio   3 NTprio   8 ")) << before;
+    {
+        PriorityRelation const relation("main", RtPriorities::getInstance().getInterruptPriority(),
+                                        PriorityRelation::EQUAL, main.getPriority());
+        EXPECT_NE(std::string::npos, dump().find("main prio   6 NTprio  15 ")) << dump();
+    }
+    EXPECT_EQ(before, dump());
 }
 
 /// As the main thread of the platform, registered as long as it lives.

@@ -14,12 +14,14 @@
 #include "threadExtensions/asleep.h"
 #include "threads/threadTesting.h"
 #include "zvbase/envVar.h"
+#include "zvbase/trace.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -56,6 +58,11 @@ protected:
             handle = imp(thread)._threadHandle;
         }
         ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(handle, INFINITE));
+    }
+    static bool hasEnded(MtThread &thread)
+    {
+        LkGuard<LkLock const> const state(imp(thread)._stateLock);
+        return ::WaitForSingleObject(imp(thread)._threadHandle, 0) == WAIT_OBJECT_0;
     }
     static void setPriorityValue(MtThread &thread, int level)
     {
@@ -312,6 +319,44 @@ TEST_F(MtThreadTest, FirstFifteenBytesOfTheNameReachTheSystem)
     EXPECT_EQ("a name that is ", name.substr(0, 15)); // some systems keep more
 }
 
+std::string getNameOfThread(std::string const &given)
+{
+    std::string name;
+    ObjPtr<MtThread> const thread =
+        makeThread(given.c_str(), [&](TestProtocol &, MtThread *) { name = ZvTest::getName(); });
+    thread->start();
+    thread->join();
+    return name;
+}
+
+#ifndef _WIN32
+TEST_F(MtThreadTest, TheBytesOfANameReachTheSystemUnchanged)
+{
+    for (std::string const given : {"gr\xC3\xB6\xC3\x9F"
+                                    "e",
+                                    "\xE2\x82\xAC 5", "\xF0\x9F\x8E\xAC film",
+                                    "Gr\xF6\xDF"
+                                    "e",
+                                    "\xC3",
+                                    "a\x80\xBF"
+                                    "b",
+                                    "\xED\xA0\x80", "\xF5\x80\x80\x80", "\xC0\xAF"})
+        EXPECT_EQ(given, getNameOfThread(given));
+    // A character is not cut in two.
+    EXPECT_EQ("fourteen bytes", getNameOfThread("fourteen bytes\xC3\xB6"));
+    EXPECT_EQ("eleven byte\xF0\x9F\x8E\xAC",
+              getNameOfThread("eleven byte\xF0\x9F\x8E\xAC and more"));
+}
+#else
+TEST_F(MtThreadTest, ANameReachesTheSystemAsText)
+{
+    EXPECT_EQ("gr\xF6\xDF"
+              "e",
+              getNameOfThread("gr\xC3\xB6\xC3\x9F"
+                              "e")); // its characters are below 256
+}
+#endif
+
 TEST_F(MtThreadTest, ExecutionWithoutThreadFailsTheAssertion)
 {
     EXPECT_EQ("data", failedAssertion([] { execute(nullptr); }));
@@ -426,6 +471,103 @@ TEST_F(MtThreadTest, AThreadIsKilledOnce)
     thread->cancel();
     EXPECT_EQ((std::vector<std::string>{"attach", "canceled"}), calls);
     thread->join();
+}
+
+TEST_F(MtThreadTest, AThreadThatHasComeBackFromDisablingIsNotKilled)
+{
+    for (int round = 0; round != 20; ++round) {
+        std::atomic<bool> isBegun{false}, isProtected{false};
+        ObjPtr<MtThread> const thread = makeThread("toggling", [&](TestProtocol &, MtThread *self) {
+            for (;;) {
+                self->enableCancel();
+                isBegun = true;
+                self->disableCancel();
+                isProtected = true;
+                isProtected = false;
+            }
+        });
+        // At the lowest level it would hardly run beside other work.
+        PriorityRelation const relation("toggling",
+                                        RtPriorities::getInstance().getInterruptPriority(),
+                                        PriorityRelation::EQUAL, thread->getPriority());
+        thread->start();
+        while (!isBegun)
+            std::this_thread::yield();
+        do
+            thread->cancel();
+        while (!hasEnded(*thread));
+        thread->join();
+        EXPECT_FALSE(isProtected);
+    }
+}
+
+// ---- callbacks and the thread's lock
+
+/// Whether `action` waits for a lock that the calling thread holds. It ends in the thread that is returned.
+class Blocked
+{
+public:
+    explicit Blocked(std::function<void()> action)
+        : _thread([this, action = std::move(action)] {
+              _number = threadNumber();
+              action();
+              _isOver = true;
+          })
+    {
+        while (!_number)
+            std::this_thread::yield();
+        while (!_isOver && !isAsleep(_number))
+            std::this_thread::yield();
+        _wasBlocked = !_isOver;
+    }
+    ~Blocked() { _thread.join(); }
+    bool wasBlocked() const { return _wasBlocked; }
+
+private:
+    std::atomic<long> _number{0};
+    std::atomic<bool> _isOver{false};
+    bool _wasBlocked = false;
+    std::thread _thread;
+};
+
+class LockedProtocol : public MtThreadProtocol
+{
+public:
+    void performExecute(MtThread *thread) override
+    {
+        thread->enableCancel();
+        ready.set();
+        never.wait();
+    }
+    void performCanceled(MtThread *thread) override { look(thread); }
+    void performStop(MtThread *thread) override { look(thread); }
+
+    LkEvent ready{"ready", false};
+    LkEvent never{"never", false};
+    std::vector<std::unique_ptr<Blocked>> looks;
+
+private:
+    void look(MtThread *thread)
+    {
+        looks.push_back(std::make_unique<Blocked>([thread] { thread->getProtocol(); }));
+    }
+};
+
+TEST_F(MtThreadTest, StoppingAndCancelingAreToldUnderTheThreadsLock)
+{
+    auto * const protocol = new LockedProtocol;
+    ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
+        "locked", ObjPtr<MtThreadProtocol>(protocol), true, 0);
+    thread->start();
+    protocol->ready.wait();
+    thread->stop();
+    thread->cancel();
+    ASSERT_EQ(2u, protocol->looks.size());
+    for (auto const &look : protocol->looks)
+        EXPECT_TRUE(look->wasBlocked());
+    thread->join();
+    protocol->looks.clear(); // the destructor of the thread stops it once more
+    ObjPtr<MtThreadProtocol> const taken(thread->detachProtocol());
 }
 
 // ---- protocol
@@ -734,6 +876,39 @@ TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered
     EXPECT_EQ(-1, thread->getProcessorNb());
 }
 
+TEST_F(MtThreadTest, AThreadHasTheProcessorsOfTheProcessAndNotOfItsStarter)
+{
+    std::set<int> const all = ZvTest::getProcessors();
+    AskedThread starter, child;
+    starter->setProcessorNb(*all.begin());
+    starter->start();
+    starter.ask([&] { child->start(); });
+    EXPECT_EQ(-1, child->getProcessorNb());
+    EXPECT_EQ(all, child.getProcessors());
+}
+
+TEST_F(MtThreadTest, AThreadThatCannotBePlacedFailsItsStartAndRunsNoBody)
+{
+    if (ZvTest::getProcessors().contains(31))
+        GTEST_SKIP() << "this machine has a processor 31";
+    int nbRuns = 0;
+    ObjPtr<MtThread> const thread =
+        makeThread("displaced", [&](TestProtocol &, MtThread *) { ++nbRuns; });
+    thread->setProcessorNb(31);
+    for (int round = 0; round != 3; ++round) {
+        EXPECT_EQ("::SetThreadAffinityMask( _threadHandle, mask )",
+                  failedAssertion([&] { thread->start(); }));
+        EXPECT_FALSE(thread->isRunning());
+        EXPECT_TRUE(thread->getThreadId().isNull());
+        EXPECT_EQ(31, thread->getProcessorNb());
+    }
+    // Its lock is free for others, and it can run after all.
+    std::thread([&] { thread->setProcessorNb(-1); }).join();
+    thread->start();
+    thread->join();
+    EXPECT_EQ(1, nbRuns);
+}
+
 TEST_F(MtThreadTest, AThreadThatHasEndedOnlyRemembersItsProcessor)
 {
     std::binary_semaphore known(0);
@@ -851,6 +1026,36 @@ TEST_F(ThreadEndsDeathTest, AStoredExceptionEndsTheProcessWhereTheThreadSaysSo)
             std::_Exit(0);
         },
         ZvTest::aborted(), "");
+}
+
+TEST_F(ThreadEndsDeathTest, TheTraceTellsOfAStoredException)
+{
+    EXPECT_EXIT(
+        {
+            ThreadsStatics::threadLevel->setEnabled(true);
+            ObjPtr<MtThread> const thread = makeWaitingThread();
+            thread->start();
+            setException(*thread, new MtEx::ExNotImplemented("f", 1, "x"));
+            thread->stop();
+            thread->join();
+            std::_Exit(0);
+        },
+        ZvTest::aborted(), "Terminating on unhandled exception\\.\n");
+}
+
+TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsComeOut)
+{
+    EXPECT_EXIT(
+        {
+            ObjPtr<MtThread> const thread = makeThread("failing", [](TestProtocol &, MtThread *) {
+                ZV_TRACE(*Trace::MainTraceLevel, "LAST WORDS");
+                throw std::runtime_error("lost");
+            });
+            thread->start();
+            thread->join();
+            std::_Exit(0);
+        },
+        ZvTest::aborted(), "LAST WORDS");
 }
 
 TEST_F(MtThreadTest, ThousandThreadsComeAndGo)

@@ -8,6 +8,7 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
+#include "threadExtensions/asleep.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -15,7 +16,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
+#include <sstream>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -75,10 +78,13 @@ void pretend(std::string_view service)
 
 using Security = SECURITY_ATTRIBUTES;
 
+thread_local std::function<void()> duringCreateThread;
+
 ZV_WRAP(HANDLE, CreateThread, _ZN10ZvPlatform12CreateThreadEPNS_19SECURITY_ATTRIBUTESEmPFjPvES2_jPj,
         (Security * s, SIZE_T size, LPTHREAD_START_ROUTINE f, void *argument, DWORD flags,
          DWORD *id),
-        (s, size, f, argument, flags, id), (asked = size, nullptr))
+        ((duringCreateThread ? duringCreateThread() : void(), s), size, f, argument, flags, id),
+        (asked = size, nullptr))
 ZV_WRAP(HANDLE, CreateSemaphoreA, _ZN10ZvPlatform16CreateSemaphoreAEPNS_19SECURITY_ATTRIBUTESEiiPKc,
         (Security * s, LONG initial, LONG maximum, char const *name), (s, initial, maximum, name),
         nullptr)
@@ -211,6 +217,71 @@ TEST_F(ThreadRefused, LevelOfARunningThreadCannotBeSet)
                       "level", RtPriorities::getInstance().getInterruptPriority(),
                       PriorityRelation::EQUAL, thread->getPriority());
               }));
+}
+
+TEST_F(ThreadRefused, LevelThatWasRefusedIsAskedForAgain)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    thread->start();
+    Priority node("moved", MtPriorityMgr::getInstance(), 0);
+    PriorityRelation const relation("moved", node, PriorityRelation::EQUAL, thread->getPriority());
+    auto const isAtItsLevel = [&] {
+        std::ostringstream os;
+        thread->dump(os);
+        return os.str().find(" prio   6 ") != std::string::npos;
+    };
+    refuse("SetThreadPriority");
+    EXPECT_EQ("::SetThreadPriority( _threadHandle, _priorityValue )",
+              systemAssertionOf([&] { node.setPriority(6); }));
+    EXPECT_FALSE(isAtItsLevel());
+    MtPriorityMgr::getInstance().notify(PriorityMgr::VALUE_CHANGED);
+    EXPECT_TRUE(isAtItsLevel());
+}
+
+TEST_F(ThreadRefused, LevelThatWasRefusedAtTheStartIsAskedForAgain)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    Priority node("moved", MtPriorityMgr::getInstance(), 6);
+    PriorityRelation const relation("moved", node, PriorityRelation::EQUAL, thread->getPriority());
+    refuse("SetThreadPriority", 1);
+    EXPECT_EQ("::SetThreadPriority( _threadHandle, _priorityValue )",
+              systemAssertionOf([&] { thread->start(); }));
+    nbCalls = 0;
+    node.setPriority(5);
+    EXPECT_EQ(1, nbCalls);
+}
+
+TEST_F(ThreadRefused, AThreadThatCannotBeMadeLeavesItsLockToOthers)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    refuse("CreateThread");
+    EXPECT_EQ("threadHandle != NULL", systemAssertionOf([&] { thread->start(); }));
+    std::thread([&] { thread->getProtocol(); }).join();
+}
+
+TEST_F(ThreadRefused, StartHoldsTheThreadsLock)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread();
+    std::atomic<long> number{0};
+    std::atomic<bool> isOver{false};
+    bool wasBlocked = false;
+    std::thread other;
+    duringCreateThread = [&] {
+        other = std::thread([&] {
+            number = threadNumber();
+            thread->getProtocol();
+            isOver = true;
+        });
+        while (!number)
+            std::this_thread::yield();
+        while (!isOver && !isAsleep(number))
+            std::this_thread::yield();
+        wasBlocked = !isOver;
+    };
+    thread->start();
+    duringCreateThread = nullptr;
+    other.join();
+    EXPECT_TRUE(wasBlocked);
 }
 
 TEST_F(ThreadRefused, LevelThatDoesNotChangeMakesNoCall)

@@ -6,17 +6,22 @@
 
 namespace ZvPlatform {
 
-/// The beginning of a name in UTF-8, as many whole characters as fit.
+/// The beginning of a name in UTF-8, as many whole characters as fit. A lone surrogate from 0xDC80 to 0xDCFF stands for
+/// a byte that is part of no character.
 inline void narrow(wchar_t const *name, char (&text)[16])
 {
     std::size_t length = 0;
     for (; *name; ++name) {
         auto const code = static_cast<std::uint32_t>(*name);
-        std::size_t const size = code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+        bool const isByte = code >= 0xDC80 && code <= 0xDCFF;
+        std::size_t const size = code < 0x80 || isByte ? 1
+                                 : code < 0x800        ? 2
+                                 : code < 0x10000      ? 3
+                                                       : 4;
         if (length + size > 15)
             break;
         if (size == 1) {
-            text[length++] = static_cast<char>(code);
+            text[length++] = static_cast<char>(code & 0xFF);
             continue;
         }
         text[length++] = static_cast<char>(0xF00 >> size | code >> 6 * (size - 1));

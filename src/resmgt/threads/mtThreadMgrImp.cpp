@@ -8,6 +8,7 @@
 #include "zvbase/failures.h"
 
 #include <ostream>
+#include <utility>
 
 namespace Zv {
 
@@ -23,7 +24,8 @@ MtThreadMgrImp::MtThreadMgrImp(MtThreadFactory &factory)
       _nbProcessors(NO_PROCESSORS),
       _isRealTime(false),
       _numbersLock("MtThreadMgrImp numbers"),
-      _nbRegistrations(0)
+      _nbRegistrations(0),
+      _nbSilent(0)
 {
     _mainThread = createMainThread(factory);
 }
@@ -66,7 +68,9 @@ void MtThreadMgrImp::addThread(MtThread *thread)
     _threads.add(thread);
     try {
         NumbersGuard const numbers(_numbersLock);
-        _numbers.insert_or_assign(thread, Number(LkThreadId(), ++_nbRegistrations));
+        Number const none(LkThreadId(), ++_nbRegistrations);
+        if (_numbers.insert_or_assign(thread, Report{none, !thread}).second && thread)
+            ++_nbSilent;
     } catch (...) {
         _threads.remove(thread);
         throw;
@@ -81,7 +85,8 @@ void MtThreadMgrImp::removeThread(MtThread *thread)
     NumbersGuard const numbers(_numbersLock);
     auto const number = _numbers.find(thread);
     if (number != _numbers.end()) {
-        _numbered.erase(number->second);
+        _numbered.erase(number->second.number);
+        _nbSilent -= !number->second.isMade;
         _numbers.erase(number);
     }
 }
@@ -89,27 +94,32 @@ void MtThreadMgrImp::removeThread(MtThread *thread)
 void MtThreadMgrImp::threadIdChanged(MtThread *thread, LkThreadId const &id)
 {
     NumbersGuard const numbers(_numbersLock);
-    auto const number = _numbers.find(thread);
-    if (number == _numbers.end())
+    auto const entry = _numbers.find(thread);
+    if (entry == _numbers.end())
         return;
-    _numbered.erase(number->second);
-    number->second.first = id;
+    auto &[number, isMade] = entry->second;
+    _numbered.erase(number);
+    number.first = id;
     if (!id.isNull())
-        _numbered.emplace(number->second, thread);
+        _numbered.emplace(number, thread);
+    _nbSilent -= !std::exchange(isMade, true);
 }
 
-MtThread *MtThreadMgrImp::findByNumber(LkThreadId const &id) const
+MtThread *MtThreadMgrImp::findByNumber(LkThreadId const &id, bool &isSure) const
 {
     NumbersGuard const numbers(_numbersLock);
     auto const first = _numbered.lower_bound(Number(id, 0));
-    return first != _numbered.end() && first->first.first == id ? first->second : nullptr;
+    bool const isFound = first != _numbered.end() && first->first.first == id;
+    isSure = isFound || (!id.isNull() && _nbSilent == 0);
+    return isFound ? first->second : nullptr;
 }
 
 MtThread *MtThreadMgrImp::findThread(LkThreadId const &id)
 {
-    if (MtThread * const thread = findByNumber(id))
+    bool isSure = false;
+    if (MtThread * const thread = findByNumber(id, isSure); isSure)
         return thread;
-    // A thread that does not run is asked for, or one whose class does not report its number, or a stranger.
+    // A thread that does not run is asked for, or there is one whose class does not report its number.
     Guard const guard(_lock);
     for (MtThread * const thread : _threads.entries())
         if (thread && thread->getThreadId() == id)

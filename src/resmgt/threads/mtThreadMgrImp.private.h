@@ -49,7 +49,8 @@ public:
 private:
     static constexpr unsigned NO_PROCESSORS = ~0u;
 
-    MtThread *findByNumber(LkThreadId const &id) const;
+    /// The answer is not sure as long as there may be a thread that has not reported its number.
+    MtThread *findByNumber(LkThreadId const &id, bool &isSure) const;
     MtThread *findNoLock(MtThread *thread) const ZV_REQUIRES(_lock);
     MtThreadGroup *findNoLock(MtThreadGroup *group) const ZV_REQUIRES(_lock);
 
@@ -62,9 +63,17 @@ private:
     /// A thread's number, and which registration it was: the first of two threads of one number comes first.
     using Number = std::pair<LkThreadId, std::uint64_t>;
 
+    struct Report
+    {
+        Number number;
+        bool isMade;
+    };
+
     LkLock _numbersLock;
     std::uint64_t _nbRegistrations ZV_GUARDED_BY(_numbersLock);
-    HashMap<MtThread *, Number> _numbers ZV_GUARDED_BY(_numbersLock);
+    /// Of those that have made no report yet.
+    std::size_t _nbSilent ZV_GUARDED_BY(_numbersLock);
+    HashMap<MtThread *, Report> _numbers ZV_GUARDED_BY(_numbersLock);
     std::map<Number, MtThread *>
         _numbered ZV_GUARDED_BY(_numbersLock); // without those whose number is null
 

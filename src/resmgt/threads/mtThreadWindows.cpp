@@ -1,5 +1,6 @@
 #include "resmgt/threads/mtThreadWindows.private.h"
 
+#include "platform/interlocked.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtEx.h"
@@ -12,10 +13,13 @@
 #include "zvbase/failures.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgQueue.h"
+#include "zvbase/lgTrace.h"
 #include "zvbase/trace.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <iomanip>
 #include <new>
@@ -24,6 +28,8 @@
 namespace Zv {
 
 namespace {
+
+namespace Interlocked = ZvPlatform::Interlocked;
 
 using RecGuard = LkGuard<LkRecLock const>;
 using StateGuard = LkGuard<LkLock const>;
@@ -76,6 +82,27 @@ bool hasEnded(HANDLE thread)
     return ::WaitForSingleObject(thread, 0) == WAIT_OBJECT_0;
 }
 
+/// Looks at the character that begins at `text`, of at most `length` bytes. Returns its size; 1 and the code of a lone
+/// surrogate if it is no UTF-8, from which the layer makes the byte again.
+std::size_t decode(unsigned char const *text, std::size_t length, std::uint32_t &code)
+{
+    code = text[0];
+    if (code < 0x80)
+        return 1;
+    std::size_t const size = code >= 0xF0 ? 4 : code >= 0xE0 ? 3 : 2;
+    std::uint32_t value = code & (0xFF >> (size + 1));
+    bool isGood = code >= 0xC2 && code < 0xF5 && size <= length;
+    for (std::size_t i = 1; isGood && i != size; ++i) {
+        isGood = (text[i] & 0xC0) == 0x80;
+        value = value << 6 | (text[i] & 0x3F);
+    }
+    constexpr std::uint32_t FIRST_OF_SIZE[] = {0, 0, 0x80, 0x800, 0x10000};
+    isGood = isGood && value >= FIRST_OF_SIZE[size] && value < 0x110000 &&
+             (value < 0xD800 || value >= 0xE000);
+    code = isGood ? value : 0xDC00 | code;
+    return isGood ? size : 1;
+}
+
 /// What a thread makes ahead of its first line. Where that fails, the line makes it, or goes straight to the output.
 template <class Step>
 void asMemoryAllows(Step const &step)
@@ -89,12 +116,21 @@ void asMemoryAllows(Step const &step)
 void describeCallingThread(LiString const &name)
 {
     static constexpr std::size_t LENGTH = 15; // what the system keeps
-    wchar_t description[LENGTH + 1];
-    char const * const text = name.getChars();
-    std::size_t length = 0;
-    for (; length != LENGTH && text[length]; ++length)
-        description[length] = static_cast<unsigned char>(text[length]);
-    description[length] = L'\0';
+    wchar_t description[2 * LENGTH + 1];
+    auto const *text = reinterpret_cast<unsigned char const *>(name.getChars());
+    std::size_t left = std::min(std::strlen(name.getChars()), LENGTH + 3), size = 0;
+    for (std::size_t read = 0; left && read < LENGTH;) {
+        std::uint32_t code = 0;
+        std::size_t const step = decode(text + read, left, code);
+        read += step;
+        left -= step;
+        if (sizeof(wchar_t) == 2 && code > 0xFFFF) {
+            description[size++] = static_cast<wchar_t>(0xD7C0 + (code >> 10));
+            code = 0xDC00 | (code & 0x3FF);
+        }
+        description[size++] = static_cast<wchar_t>(code);
+    }
+    description[size] = L'\0';
     ::SetThreadDescription(::GetCurrentThread(), description);
 }
 
@@ -107,10 +143,12 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
       _threadHandle(nullptr),
       _threadId(0),
       _priorityValue(0),
+      _ownPriorityValue(0),
+      _isLevelRefused(false),
       _processorNb(-1),
       _stackSize(stackSize ? stackSize : DEFAULT_STACK_SIZE),
       _isRunning(false),
-      _cancelable(false),
+      _cancelling(Cancelling::FORBIDDEN),
       _terminateOnUnhandled(terminateOnUnhandled),
       _isNewThread(isNewThread),
       _runNb(0),
@@ -179,7 +217,7 @@ void MtThreadWindows::finish()
 
 void MtThreadWindows::adoptCallingThread()
 {
-    bool const first = ZvPlatform::Interlocked::exchange(isFirst, false);
+    bool const first = Interlocked::exchange(isFirst, false);
     ZV_ASSERT(first);
 
     HANDLE const threadHandle = ::GetCurrentThread();
@@ -189,7 +227,8 @@ void MtThreadWindows::adoptCallingThread()
     StateGuard const state(_stateLock);
     ZV_SYS_ASSERT(::DuplicateHandle( processHandle, threadHandle, processHandle, &_threadHandle, 0, FALSE, DUPLICATE_SAME_ACCESS ));
     _threadId = ::GetCurrentThreadId();
-    _isRunning = true;
+    _priorityValue = _ownPriorityValue = ::GetThreadPriority(_threadHandle);
+    Interlocked::storeRelease(_isRunning, true);
 }
 
 // The object could not be made, and may be tried again.
@@ -197,7 +236,7 @@ void MtThreadWindows::disownCallingThread()
 {
     StateGuard const state(_stateLock);
     ::CloseHandle(_threadHandle);
-    ZvPlatform::Interlocked::exchange(isFirst, true);
+    Interlocked::exchange(isFirst, true);
 }
 
 void MtThreadWindows::start()
@@ -205,6 +244,7 @@ void MtThreadWindows::start()
     RecGuard const guard(_lock);
     ZV_ASSERT(!isRunningNoLock());
     ZV_ASSERT(canStart());
+    _placingFailure = nullptr;
     DWORD threadId = 0;
     HANDLE const threadHandle = ::CreateThread(nullptr, _stackSize, execute, this, 0, &threadId);
     ZV_SYS_ASSERT(threadHandle != NULL);
@@ -215,9 +255,20 @@ void MtThreadWindows::start()
         throw;
     }
     meetNewThread();
+    if (_placingFailure)
+        failStart();
 }
 
-// Its way is free before it comes here: of the two, only this thread ever sleeps.
+// The new thread comes to its end without any of this thread's locks but the leaf.
+void MtThreadWindows::failStart()
+{
+    Run const run = getRun();
+    DWORD const waitResult = ::WaitForSingleObject(run.handle, INFINITE);
+    ZV_SYS_ASSERT(waitResult == WAIT_OBJECT_0);
+    ObjPtr<ExBase> const exception(leaveRunning(run));
+    std::rethrow_exception(std::exchange(_placingFailure, nullptr));
+}
+
 void MtThreadWindows::meetNewThread()
 {
     _created.post();
@@ -230,9 +281,9 @@ void MtThreadWindows::enterRunning(HANDLE threadHandle, ZvPlatform::ThreadNumber
         StateGuard state(_stateLock);
         _threadHandle = threadHandle;
         _threadId = threadId;
-        _isRunning = true;
+        Interlocked::storeRelease(_isRunning, true);
         ++_runNb;
-        ZV_SYS_ASSERT_UNLOCKING(state, ::SetThreadPriority( _threadHandle, _priorityValue ));
+        applyPriorityValue(state);
     }
     _threadMgr->threadIdChanged(this, LkThreadId(threadId));
 }
@@ -240,7 +291,7 @@ void MtThreadWindows::enterRunning(HANDLE threadHandle, ZvPlatform::ThreadNumber
 MtThreadWindows::Run MtThreadWindows::getRun() const
 {
     StateGuard const state(_stateLock);
-    return {_isRunning ? _threadHandle : nullptr, _runNb};
+    return {isRunningNoLock() ? _threadHandle : nullptr, _runNb};
 }
 
 ObjPtrRet<ExBase> MtThreadWindows::leaveRunning(Run const &run)
@@ -248,9 +299,9 @@ ObjPtrRet<ExBase> MtThreadWindows::leaveRunning(Run const &run)
     ObjPtr<ExBase> exception;
     {
         StateGuard const state(_stateLock);
-        if (!_isRunning || _runNb != run.number)
+        if (!isRunningNoLock() || _runNb != run.number)
             return nullptr;
-        _isRunning = false;
+        Interlocked::storeRelease(_isRunning, false);
         _threadHandle = nullptr;
         _threadId = 0;
         exception.swap(_exception);
@@ -275,18 +326,36 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
     _loggerRun = MtLogger::getRun();
     _logQueue = nullptr;
     asMemoryAllows([this] { _logQueue = MtLogger::enterThread(); });
-    _started.post();
     _created.wait();
+    try {
+        applyProcessorNb();
+    } catch (...) {
+        _placingFailure = std::current_exception(); // for the thread that starts this one
+    }
+    bool const isToExecute = !_placingFailure && !_protocol.isNull();
+    _started.post();
 
     asMemoryAllows([] { MtTraceMgr::prepareThread(); });
-    applyProcessorNb();
-    if (!_protocol.isNull())
-        _protocol->performExecute(this);
+    if (isToExecute)
+        executeProtocol();
     setCancelable(false, false); // who is killed in what follows keeps others' locks
     threadEnded();
     MtLogger::exitThread();
     freeSpecificData();
     abortOnException();
+}
+
+// Nothing catches what leaves the body: the process ends, after the last lines are out.
+void MtThreadWindows::executeProtocol() ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    try {
+        _protocol->performExecute(this);
+    } catch (...) {
+        if (!std::current_exception())
+            LgTrace::print("A thread's body ends by pthread_exit or pthread_cancel. It must not.");
+        LgLog::flush();
+        throw;
+    }
 }
 
 void MtThreadWindows::abortOnException() const
@@ -360,14 +429,19 @@ void MtThreadWindows::exitLogQueue()
         _logQueue->creatorExit(); // its logger has been stopped since
 }
 
-// Under the lock that `disableCancel` takes: a thread that has come back from there is not killed.
+// Without `_stateLock`, for it can last: until the thread comes to where it can be killed. The caller's `_lock` keeps
+// the handle open.
 bool MtThreadWindows::terminate()
 {
-    StateGuard state(_stateLock);
-    if (!_cancelable)
+    Cancelling expected = Cancelling::ALLOWED;
+    if (!Interlocked::compareExchange(_cancelling, expected, Cancelling::BEGUN))
         return false;
-    ZV_SYS_ASSERT_UNLOCKING(state, ::TerminateThread( _threadHandle, 0 ));
-    _cancelable = false; // nobody dies twice
+    bool const isKilled = ::TerminateThread(getRun().handle, 0);
+    int const error = static_cast<int>(::GetLastError());
+    Interlocked::storeRelease(_cancelling, isKilled ? Cancelling::FORBIDDEN : Cancelling::ALLOWED);
+    if (!isKilled)
+        Assertions::throwSysAssertionFailed(__FILE__, __LINE__,
+                                            "::TerminateThread( _threadHandle, 0 )", error);
     return true;
 }
 
@@ -397,15 +471,13 @@ bool MtThreadWindows::isRunning() const
 
 bool MtThreadWindows::isRunningNoLock() const
 {
-    StateGuard const state(_stateLock);
-    return _isRunning;
+    return Interlocked::loadAcquire(_isRunning);
 }
 
 bool MtThreadWindows::isCancelable() const
 {
     ZV_ASSERT(isRunning());
-    StateGuard const state(_stateLock);
-    return _cancelable;
+    return Interlocked::loadAcquire(_cancelling) == Cancelling::ALLOWED;
 }
 
 LiString MtThreadWindows::getName() const
@@ -457,19 +529,38 @@ bool MtThreadWindows::disableCancel()
 bool MtThreadWindows::setCancelable(bool cancelable, bool check)
 {
     ZV_ASSERT(!check || isRunningNoLock());
-    StateGuard const state(_stateLock);
-    return std::exchange(_cancelable, cancelable) != cancelable;
+    Cancelling expected = cancelable ? Cancelling::FORBIDDEN : Cancelling::ALLOWED;
+    Cancelling const desired = cancelable ? Cancelling::ALLOWED : Cancelling::FORBIDDEN;
+    Cancelling const former = expected;
+    while (!Interlocked::compareExchange(_cancelling, expected, desired)) {
+        if (expected != Cancelling::BEGUN)
+            return false;
+        // A thread that has come back from here is not killed: it waits for its end, or for the system's refusal.
+        ::WaitForSingleObject(::GetCurrentThread(), 1);
+        expected = former;
+    }
+    return true;
 }
 
 void MtThreadWindows::setPriorityValue(int level)
 {
-    int const priorityValue = MtPriorityLevels::toSystemValue(level);
+    int priorityValue = MtPriorityLevels::toSystemValue(level);
     StateGuard state(_stateLock);
-    if (priorityValue == _priorityValue)
+    // A thread of the application's own keeps its level as long as nothing is asked of it.
+    if (!_isNewThread && level == MtPriorityLevels::MINIMUM)
+        priorityValue = _ownPriorityValue;
+    if (priorityValue == _priorityValue && !_isLevelRefused)
         return;
     _priorityValue = priorityValue;
-    if (_isRunning)
-        ZV_SYS_ASSERT_UNLOCKING(state, ::SetThreadPriority( _threadHandle, _priorityValue ));
+    if (isRunningNoLock())
+        applyPriorityValue(state);
+}
+
+void MtThreadWindows::applyPriorityValue(StateGuard &state)
+{
+    _isLevelRefused = true; // it is asked for again if this fails
+    ZV_SYS_ASSERT_UNLOCKING(state, ::SetThreadPriority( _threadHandle, _priorityValue ));
+    _isLevelRefused = false;
 }
 
 void MtThreadWindows::applyProcessorNb()
@@ -489,7 +580,7 @@ void MtThreadWindows::setProcessorNbNoLock(int processorNb)
 
 void MtThreadWindows::place(int processorNb, StateGuard &state)
 {
-    if (isProcessorPlaceable() && _isRunning) {
+    if (isProcessorPlaceable() && isRunningNoLock()) {
         DWORD_PTR mask = DWORD_PTR{1} << (processorNb & 31);
         if (processorNb < 0) {
             HANDLE const processHandle = ::GetCurrentProcess();
@@ -509,7 +600,7 @@ void MtThreadWindows::dump(std::ostream &os) const
     LiString const name = getName();
     StateGuard const state(_stateLock);
     int const level = MtPriorityLevels::fromSystemValue(
-        _isRunning ? ::GetThreadPriority(_threadHandle) : _priorityValue);
+        isRunningNoLock() ? ::GetThreadPriority(_threadHandle) : _priorityValue);
     os << LkThreadId(_threadId) << std::setw(20) << name.getChars() << " prio " << std::setw(3)
        << level << " NTprio " << std::setw(3)
        << MtPriorityLevels::getBasePriority(::GetPriorityClass(::GetCurrentProcess()), level)

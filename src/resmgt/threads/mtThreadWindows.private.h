@@ -11,14 +11,16 @@
 #include "zvbase/exBase.h"
 #include "zvbase/threadAnnotations.h"
 
+#include <exception>
+
 namespace Zv {
 
 class LgQueue;
 class MtThreadMgr;
 
 /// Two locks: `_lock` is held for a whole operation and during the protocol's callbacks; `_stateLock` is a leaf, for
-/// the fields, under which nothing but the system is called. The solver of priorities, `MtThreadMgr` and the thread
-/// itself take the leaf alone, so that a callback may turn to any of them.
+/// the fields, under which nothing but the system is called, and nothing that waits. The solver of priorities,
+/// `MtThreadMgr` and the thread itself take the leaf alone, so that a callback may turn to any of them.
 class MtThreadWindows final : public MtThread
 {
 public:
@@ -58,8 +60,17 @@ private:
 
     static constexpr unsigned DEFAULT_STACK_SIZE = 0x10000;
 
+    /// Changes without a lock: a thread that may be killed must not hold one.
+    enum class Cancelling : unsigned
+    {
+        FORBIDDEN,
+        ALLOWED,
+        BEGUN ///< the thread is being killed
+    };
+
     static ZvPlatform::ThreadResult execute(void *data);
     void run() noexcept;
+    void executeProtocol();
 
     /// One start and what came of it.
     struct Run
@@ -83,6 +94,10 @@ private:
     void abortOnException() const;
     bool setCancelable(bool cancelable, bool check);
     bool isRunningNoLock() const;
+    /// Ends a start whose thread could not be placed: it has not run its body.
+    void failStart();
+    /// Tells the system `_priorityValue`. Lets go of `_stateLock` where it fails.
+    void applyPriorityValue(LkGuard<LkLock const> &state) ZV_REQUIRES(_stateLock);
     /// Lets go of `_stateLock` where it fails.
     void place(int processorNb, LkGuard<LkLock const> &state) ZV_REQUIRES(_stateLock);
 
@@ -90,16 +105,19 @@ private:
     ZvPlatform::Handle _threadHandle ZV_GUARDED_BY(_stateLock);
     ZvPlatform::ThreadNumber _threadId ZV_GUARDED_BY(_stateLock);
     int _priorityValue ZV_GUARDED_BY(_stateLock);
+    int _ownPriorityValue ZV_GUARDED_BY(_stateLock); // of a thread that the library has not made
+    bool _isLevelRefused ZV_GUARDED_BY(_stateLock);
     int _processorNb ZV_GUARDED_BY(_stateLock);
     unsigned _stackSize;
-    bool _isRunning ZV_GUARDED_BY(_stateLock); // changes under both locks
-    bool _cancelable ZV_GUARDED_BY(_stateLock);
+    bool _isRunning;        // interlocked; changes under both locks
+    Cancelling _cancelling; // interlocked
     bool _terminateOnUnhandled;
     bool _isNewThread;
     unsigned _runNb ZV_GUARDED_BY(_stateLock); // counts the starts
     unsigned _loggerRun; // these two are written by the thread before the meeting in `start`
     LgQueue *_logQueue;
     ObjPtr<ExBase> _exception ZV_GUARDED_BY(_stateLock);
+    std::exception_ptr _placingFailure; // written by the thread before the meeting in `start`
     LkRecLock _lock;
     LkLock _stateLock;
     LkUnnamedSema _started;

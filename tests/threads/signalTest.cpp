@@ -1,0 +1,123 @@
+// Threads that have blocked signals, and bodies that POSIX ends.
+#include "aborted.h"
+#include "resmgt/locks/lkEvent.h"
+#include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/rtPriorities.h"
+#include "threads/threadTesting.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
+
+namespace Zv {
+namespace {
+
+void blockAllSignals()
+{
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+}
+
+/// Also those that the C library keeps for itself.
+void blockAllSignalsPastTheLibrary()
+{
+    std::uint64_t const all = ~std::uint64_t{0};
+    syscall(SYS_rt_sigprocmask, SIG_SETMASK, &all, nullptr, sizeof all);
+}
+
+using ThreadSignals = ThreadTest;
+
+TEST_F(ThreadSignals, CancelKillsAWaitingThreadThatHasBlockedThemAll)
+{
+    LkEvent ready("ready", false), never("never", false);
+    ObjPtr<MtThread> const thread = makeThread("masked", [&](TestProtocol &, MtThread *self) {
+        blockAllSignals();
+        self->enableCancel();
+        ready.set();
+        never.wait();
+    });
+    thread->start();
+    ready.wait();
+    thread->cancel();
+    thread->join();
+    EXPECT_FALSE(thread->isRunning());
+}
+
+TEST_F(ThreadSignals, CancelOfAThreadThatCannotBeReachedHoldsUpNoOther)
+{
+    LkEvent ready("ready", false);
+    std::atomic<bool> isToGoOn{false}, isCanceled{false};
+    ObjPtr<MtThread> const thread = makeThread("deaf", [&](TestProtocol &, MtThread *self) {
+        blockAllSignalsPastTheLibrary();
+        self->enableCancel();
+        ready.set();
+        while (!isToGoOn) {
+        }
+        LkEvent("never", false).wait();
+    });
+    thread->start();
+    ready.wait();
+    std::thread canceller([&] {
+        thread->cancel();
+        isCanceled = true;
+    });
+    while (thread->isCancelable())
+        std::this_thread::yield(); // until it is being cancelled
+
+    std::ostringstream os;
+    os << MtThreadMgr::getInstance();
+    EXPECT_NE(std::string::npos, os.str().find("deaf"));
+    EXPECT_FALSE(thread->getThreadId().isNull());
+    ObjPtr<MtThread> const other = makeWaitingThread();
+    other->start();
+    PriorityRelation const relation("deaf", RtPriorities::getInstance().getRealTimePriority(),
+                                    PriorityRelation::EQUAL, thread->getPriority());
+    EXPECT_FALSE(isCanceled);
+
+    isToGoOn = true;
+    canceller.join();
+    thread->join();
+}
+
+using ThreadEndsByPosixDeathTest = ThreadTest;
+
+TEST_F(ThreadEndsByPosixDeathTest, PthreadExitInABodyEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            ObjPtr<MtThread> const thread =
+                makeThread("exiting", [](TestProtocol &, MtThread *) { pthread_exit(nullptr); });
+            thread->start();
+            thread->join();
+            std::_Exit(0);
+        },
+        ZvTest::aborted(), "A thread's body ends by pthread_exit or pthread_cancel");
+}
+
+TEST_F(ThreadEndsByPosixDeathTest, PthreadCancelOfABodyEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            ObjPtr<MtThread> const thread = makeThread("canceled", [](TestProtocol &, MtThread *) {
+                pthread_cancel(pthread_self());
+                pthread_testcancel();
+            });
+            thread->start();
+            thread->join();
+            std::_Exit(0);
+        },
+        ZvTest::aborted(), "A thread's body ends by pthread_exit or pthread_cancel");
+}
+
+} // namespace
+} // namespace Zv
