@@ -160,6 +160,18 @@ void showAffinity()
     TRUTH(GetProcessAffinityMask(nullptr, &now, &system));
     TRUTH(GetProcessAffinityMask(go, &now, &system));
     SetEvent(go);
+
+    scene("processors of a thread whose starter has only one");
+    DWORD_PTR ofChild = 0;
+    elsewhere([&] {
+        SetThreadAffinityMask(GetCurrentThread(), lowest);
+        Runner child([&] {
+            ofChild = SetThreadAffinityMask(GetCurrentThread(), process);
+            return DWORD{0};
+        });
+        child.join();
+    });
+    showText("it has", ofChild == process ? "those of the process" : "others");
 }
 
 void showMany()

@@ -1,18 +1,149 @@
 // What the services here do beyond, or instead of, what the system of their names does.
 #include "platform/platformTest.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <pthread.h>
+#include <sched.h>
 #include <set>
 #include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace ZvTest;
 
+// The linker leads the layer's calls of these here.
+
+extern "C" int __real_sched_getaffinity(pid_t, std::size_t, cpu_set_t *);
+extern "C" int __real_sched_setaffinity(pid_t, std::size_t, cpu_set_t const *);
+extern "C" int __real_pthread_create(pthread_t *, pthread_attr_t const *, void *(*)(void *),
+                                     void *);
+
+namespace {
+
+/// What every thread may run on while it is not empty: a machine that this one is not.
+cpu_set_t playedProcessors{};
+cpu_set_t lastSet{};
+thread_local int refusal = 0; // of the next thread
+
+bool isPlayed()
+{
+    return CPU_COUNT(&playedProcessors) != 0;
+}
+
+} // namespace
+
+extern "C" int __wrap_sched_getaffinity(pid_t thread, std::size_t size, cpu_set_t *set)
+{
+    if (!isPlayed())
+        return __real_sched_getaffinity(thread, size, set);
+    *set = playedProcessors;
+    return 0;
+}
+
+extern "C" int __wrap_sched_setaffinity(pid_t thread, std::size_t size, cpu_set_t const *set)
+{
+    if (!isPlayed())
+        return __real_sched_setaffinity(thread, size, set);
+    lastSet = *set;
+    return 0;
+}
+
+extern "C" int __wrap_pthread_create(pthread_t *thread, pthread_attr_t const *attributes,
+                                     void *(*function)(void *), void *argument)
+{
+    return refusal ? std::exchange(refusal, 0)
+                   : __real_pthread_create(thread, attributes, function, argument);
+}
+
+TEST(PlatformThread, TheMaskOfTheProcessStandsForAllItsProcessors)
+{
+    Owned const go = manualEvent();
+    Runner t([&] { return WaitForSingleObject(go, LONG_TIME); });
+    for (int first : {0, 60, 64, 100}) {
+        cpu_set_t all;
+        CPU_ZERO(&all);
+        for (int i = first; i != first + 8; ++i)
+            CPU_SET(i, &all);
+        playedProcessors = all;
+        DWORD_PTR process = 0, system = 0;
+        EXPECT_SUCCEEDS(GetProcessAffinityMask(GetCurrentProcess(), &process, &system));
+        EXPECT_EQ(process, first < 64 ? DWORD_PTR{0xFF} << first : 0);
+        CPU_ZERO(&lastSet);
+        EXPECT_NE(SetThreadAffinityMask(t.handle(), process), 0u);
+        EXPECT_TRUE(CPU_EQUAL(&lastSet, &all)) << first;
+        CPU_ZERO(&playedProcessors);
+    }
+    EXPECT_TRUE(SetEvent(go));
+}
+
+TEST(PlatformThread, ARefusalSaysWhetherThereIsMemory)
+{
+    refusal = EAGAIN;
+    EXPECT_FAILS(ERROR_MAX_THRDS_REACHED,
+                 CreateThread(
+                     nullptr, 0x10000, [](void *) -> DWORD { return 0; }, nullptr, 0, nullptr));
+    refusal = EAGAIN;
+    EXPECT_FAILS(
+        ERROR_NOT_ENOUGH_MEMORY,
+        CreateThread(
+            nullptr, SIZE_T{1} << 47, [](void *) -> DWORD { return 0; }, nullptr, 0, nullptr));
+}
+
+TEST(PlatformThread, IsMadeAlsoIfItsProcessorsAreGone)
+{
+    // The first attempt fails, and the second one asks for no processors.
+    refusal = EINVAL;
+    Runner t([] { return DWORD{3}; });
+    t.join();
+    EXPECT_EQ(t.exitCode(), 3u);
+}
+
+/// No test: the process of the test below.
+TEST(PlatformMemory, DISABLED_LittleAddressSpaceIsEnough)
+{
+    Owned const go = manualEvent();
+    std::vector<std::unique_ptr<Runner>> runners;
+    std::vector<Owned> objects;
+    for (int i = 0; i < 30; ++i)
+        runners.push_back(
+            std::make_unique<Runner>([&] { return WaitForSingleObject(go, LONG_TIME); }));
+    for (int i = 0; i < 20000; ++i)
+        objects.push_back(mutex());
+    for (Owned const &each : objects)
+        EXPECT_EQ(WaitForSingleObject(each, 0), WAIT_OBJECT_0);
+    for (Owned const &each : objects)
+        EXPECT_TRUE(ReleaseMutex(each));
+    EXPECT_FAILS(ERROR_INVALID_HANDLE,
+                 ReleaseMutex(static_cast<char *>(HANDLE{objects.back()}) + 1));
+    EXPECT_TRUE(SetEvent(go));
+}
+
+TEST(PlatformMemory, LittleAddressSpaceIsEnough)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer takes more address space than any limit allows";
+#endif
+    pid_t const child = ::fork();
+    if (child == 0) {
+        rlimit const limit = {rlim_t{64} << 20, rlim_t{64} << 20};
+        ::setrlimit(RLIMIT_AS, &limit);
+        ::execl("/proc/self/exe", "test", "--gtest_filter=PlatformMemory.DISABLED_Little*",
+                "--gtest_also_run_disabled_tests", "--gtest_brief=1", nullptr);
+        ::_exit(127);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
 TEST(PlatformThread, TheFirst15BytesOfANameReachTheSystem)
 {
-    std::string seen[3];
+    std::string seen[4];
     wchar_t const * const names[] = {L"short", L"a name of more than fifteen bytes",
-                                     L"fourteen bytes\u00E9"};
-    for (int i = 0; i < 3; ++i) {
+                                     L"fourteen bytes\u00E9", L"\xDCF6\xDC80"};
+    for (int i = 0; i < 4; ++i) {
         Runner t([&] {
             SetThreadDescription(GetCurrentThread(), names[i]);
             char text[16];
@@ -25,6 +156,8 @@ TEST(PlatformThread, TheFirst15BytesOfANameReachTheSystem)
     EXPECT_EQ(seen[1], "a name of more ");
     // A character is never cut in two.
     EXPECT_EQ(seen[2], "fourteen bytes");
+    // A byte of no character.
+    EXPECT_EQ(seen[3], "\xF6\x80");
 }
 
 TEST(PlatformThread, AThreadMayEndByPthreadExit)

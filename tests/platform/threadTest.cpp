@@ -301,6 +301,25 @@ TEST(PlatformThread, AffinityIsSetWithinTheProcessesAndReadBack)
     SetEvent(go);
 }
 
+TEST(PlatformThread, ANewOneHasTheProcessorsOfTheProcessAndNotOfItsStarter)
+{
+    DWORD_PTR process = 0, system = 0;
+    ASSERT_TRUE(GetProcessAffinityMask(GetCurrentProcess(), &process, &system));
+    DWORD_PTR const lowest = process & (~process + 1);
+    DWORD_PTR ofChild = 0;
+    Runner starter([&] {
+        EXPECT_EQ(SetThreadAffinityMask(GetCurrentThread(), lowest), process);
+        Runner child([&] {
+            ofChild = SetThreadAffinityMask(GetCurrentThread(), process);
+            return 0;
+        });
+        child.join();
+        return 0;
+    });
+    starter.join();
+    EXPECT_EQ(ofChild, process);
+}
+
 TEST(PlatformThread, AThreadThatOthersMadeIsServedToo)
 {
     Owned const m = mutex();

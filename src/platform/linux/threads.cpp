@@ -177,8 +177,8 @@ std::size_t stackFor(SIZE_T wanted)
 /// What is the matter when a thread of that stack cannot be made: the C library does not tell.
 DWORD refusalOf(std::size_t stack)
 {
-    void *memory =
-        ::mmap(nullptr, stack, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void *memory = ::mmap(nullptr, stack, PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
     if (memory == MAP_FAILED)
         return ERROR_NOT_ENOUGH_MEMORY;
     ::munmap(memory, stack);
