@@ -35,9 +35,20 @@ public:
     MtThread(MtThread const &) = delete;
     MtThread &operator=(MtThread const &) = delete;
 
-    /// Makes the operating system's thread and returns when it runs, with its log queue registered and its priority
-    /// set. Asserts "!isRunningNoLock()": a thread is joined before it is started again, also where its body has
-    /// come to its end; and "canStart()": no thread starts before the package `threads` is up.
+    /// Makes the operating system's thread and returns when it runs, with its log queue registered, its priority set and
+    /// its processor chosen. Without a chosen processor it has those of the process, not those of the calling thread.
+    /// It begins with the calling thread's signal mask.
+    ///
+    /// Fails an assertion if
+    /// - the thread was not joined since its last start, even if its body has ended: "!isRunningNoLock()";
+    /// - the package `threads` is not up yet: "canStart()";
+    /// - the system refuses a thread: "threadHandle != NULL";
+    /// - the system refuses the level: "::SetThreadPriority( _threadHandle, _priorityValue )". The thread runs all the
+    ///   same, and the level is asked for again when the priorities are solved the next time;
+    /// - the process may not use the chosen processor: "::SetThreadAffinityMask( _threadHandle, mask )". The body is not
+    ///   executed.
+    ///
+    /// Except after the refused level, the thread does not run after a failure, and may be started again.
     virtual void start() = 0;
     /// Asks the protocol to bring the body to its end. Does not wait for it.
     virtual void stop() = 0;
@@ -45,9 +56,17 @@ public:
     /// exception of the body as `MtEx::ExThrownException`, once.
     virtual void join() = 0;
     /// Kills the thread if it runs and is cancelable, else does nothing: a second call does nothing. It has to be
-    /// joined all the same. Nothing of its stack is unwound and its specific data stays; mutexes that it held become
-    /// abandoned, and one that is killed inside the allocator, the loader or a standard semaphore may leave that
-    /// locked: a body enables cancelling only where it merely computes, or waits for an event.
+    /// joined all the same. Nothing of its stack is unwound and its specific data stays. Each mutex (`LkMutex`) that it
+    /// held becomes abandoned. Each `LkLock` and `LkRecLock` that it held stays locked for ever, and so may the
+    /// allocator, the loader or a standard semaphore if the thread is killed inside it. A body must enable cancelling
+    /// only while it merely computes, or waits for an event, and holds no lock.
+    ///
+    /// **Blocks** until the thread is gone, and other operations of the thread block meanwhile. A thread that waits or
+    /// computes is killed at once, whatever signals it has blocked. The one exception, on Linux, is a thread that has
+    /// blocked them by a system call of its own, and computes: it is killed when it waits or calls the library the next
+    /// time. See docs/processes-and-signals.md.
+    ///
+    /// Fails the assertion "::TerminateThread( _threadHandle, 0 )" if the system refuses. The thread then runs on.
     virtual void cancel() = 0;
     /// A point at which a thread may be cancelled, on platforms that need one.
     virtual void testCancel() = 0;
@@ -58,7 +77,9 @@ public:
     virtual int getProcessorNb() const;
     /// Places the thread on processor `processorNb` (modulo 32), or with -1 on all those of the process. A thread that
     /// does not run remembers the number until it starts, and takes it then unless `ZV_RUNON` is 0. Throws
-    /// `MtEx::ExNotImplemented` where threads cannot be placed.
+    /// `MtEx::ExNotImplemented` if threads cannot be placed. Fails the assertion
+    /// "::SetThreadAffinityMask( _threadHandle, mask )" if the process may not use the processor: here if the thread
+    /// runs, else in `start`. The processors of a process may be fewer than `MtThreadMgr::getNbProcessors` says.
     virtual void setProcessorNb(int processorNb);
 
     /// From `start` to `join`: a thread whose body has ended counts as running until it is joined.
@@ -67,7 +88,8 @@ public:
     virtual bool isCancelable() const = 0;
     virtual LiString getName() const = 0;
     /// The thread's node in the graph of `MtPriorityMgr`. It gets its value through relations, and the thread its
-    /// level through it; without a relation that is the lowest. Lives as long as the thread.
+    /// level through it; without a relation that is the lowest. Lives as long as the thread. The main thread has its own
+    /// level whenever its node has the lowest value.
     virtual Priority &getPriority() = 0;
     /// Null for a thread without protocol. The thread keeps it.
     virtual MtThreadProtocol *getProtocol() const = 0;
@@ -83,8 +105,8 @@ protected:
     virtual ~MtThread() noexcept(false);
 
 public:
-    /// Allows `cancel`; called by the running thread itself. It starts out forbidden at each start. Returns whether
-    /// this was a change. Asserts "!check || isRunningNoLock()".
+    /// Allows `cancel`; called by the running thread itself. At each start it is forbidden. Returns whether this was a
+    /// change. Asserts "!check || isRunningNoLock()".
     virtual bool enableCancel() = 0;
     /// Forbids `cancel`: once this has returned, the thread is not killed. The rest as for `enableCancel`.
     virtual bool disableCancel() = 0;
@@ -95,8 +117,8 @@ protected:
     friend struct Detail::SingleObject; // an ObjPtr destroys threads
 
     /// A level from `MtThreadFactory::getMinPriority` to `getMaxPriority`, for the running thread or for the next
-    /// start. Called by the thread's priority under the priority manager's lock: takes no lock under which anybody
-    /// calls out.
+    /// start. The thread's priority calls it under the priority manager's lock, so an implementation must not take a
+    /// lock that it holds while it calls a protocol.
     virtual void setPriorityValue(int level) = 0;
     /// Run by the thread itself before its body.
     virtual void applyProcessorNb() = 0;

@@ -25,8 +25,8 @@ public:
     MtThreadFactory(MtThreadFactory const &) = delete;
     MtThreadFactory &operator=(MtThreadFactory const &) = delete;
 
-    /// A thread that is registered with `MtThreadMgr` and not started. The first 15 bytes of its name also reach the
-    /// operating system. `terminateOnUnhandled`: a stored exception of the body ends the process. `stackSize` is in
+    /// A thread that is registered with `MtThreadMgr` and not started. The beginning of its name also reaches the
+    /// operating system, unchanged: the whole UTF-8 characters of its first 15 bytes. `terminateOnUnhandled`: a stored exception of the body ends the process. `stackSize` is in
     /// bytes, all of them for the frames of the body; 0 stands for 65536.
     virtual ObjPtrRet<MtThread> createThread(LiString const &name,
                                              ObjPtr<MtThreadProtocol> protocol,
@@ -34,9 +34,9 @@ public:
     /// The range of the levels of a thread's priority, from 0, the idle level, to 6, the time-critical one.
     ///
     /// On Linux these are nice values 14, 4, 2, 0, -2, -4 and -14 under `SCHED_OTHER`, and the priorities 16, 22 to 26
-    /// and 31 under `SCHED_RR` in real-time operation, whatever the process was started with. A thread that may not
-    /// come to its level stays as near to it as it may, and is not lowered where it could not be raised again. Threads
-    /// that the application made itself never change.
+    /// and 31 under `SCHED_RR` in real-time operation, whatever the process was started with. If the process lacks the
+    /// privilege for a level, the thread gets the nearest level allowed. It is never lowered if it could not be raised
+    /// again. Threads that the application made itself never change.
     virtual int getMinPriority() const = 0;
     virtual int getMaxPriority() const = 0;
 

@@ -5,8 +5,10 @@
 
 namespace Zv {
 
-/// Something that wants to know how many processors there are to use. An application derives its groups, enters them
-/// with `MtThreadMgr::addGroup` and takes them out before they are destroyed.
+/// A group of threads that depends on the number of processors to use. An application derives its groups, adds them
+/// with `MtThreadMgr::addGroup` and must remove them before they are destroyed.
+///
+/// The manager of the process, `MtThreadMgr::getInstance`, keeps the groups but never calls `processorsChanged`.
 class ZVRESMGT_EXPORT MtThreadGroup
 {
 public:
@@ -15,7 +17,7 @@ public:
     MtThreadGroup &operator=(MtThreadGroup const &) = delete;
     virtual ~MtThreadGroup() noexcept(false);
 
-    /// The number of processors to use has changed. Called under the thread manager's lock.
+    /// The number of processors to use has changed. A manager that calls it does so under its lock.
     virtual void processorsChanged(unsigned nbProcessors) = 0;
 };
 

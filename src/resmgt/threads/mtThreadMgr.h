@@ -19,7 +19,7 @@ class MtThreadGroup;
 /// for a thread.
 ///
 /// The thread that makes the manager becomes its main thread, "main". Adding, removing and finding a thread take the
-/// same time however many there are.
+/// same time however many there are, as long as each of them reports its number by `threadIdChanged`.
 class ZVRESMGT_EXPORT MtThreadMgr
 {
 public:
@@ -41,7 +41,8 @@ public:
     MtThreadMgr(MtThreadMgr const &) = delete;
     MtThreadMgr &operator=(MtThreadMgr const &) = delete;
 
-    /// Groups and threads stay their owners'. Adding one twice and removing one that is not there fail assertions.
+    /// The caller keeps the ownership of groups and threads. Adding one twice and removing one that is not there fail
+    /// assertions. The manager of the process tells its groups nothing, see `MtThreadGroup`.
     virtual void addGroup(MtThreadGroup *group) = 0;
     /// For implementations of `MtThread`.
     virtual void addThread(MtThread *thread) = 0;
@@ -50,9 +51,14 @@ public:
     /// The thread that runs under a number, the one registered first where there are several; or null. The caller
     /// sees to it that the thread stays.
     virtual MtThread *findThread(LkThreadId const &id) = 0;
+    /// Returns the number of registered threads, "main" included, whether or not they run.
     virtual unsigned getNbThreads() const = 0;
+    /// Sets what `getNbProcessors` returns. Changes nothing else.
     virtual void setNbProcessors(unsigned nbProcessors) = 0;
+    /// Returns the number of processors to use. At first these are all of the machine that are in use, also those that
+    /// this process may not use.
     virtual unsigned getNbProcessors() const = 0;
+    /// Returns whether `setRealTime` has brought the process into real-time operation.
     virtual bool isRealTime() const = 0;
     /// Every thread on a line of its own, then the priorities.
     virtual void dump(std::ostream &) const = 0;
@@ -64,9 +70,10 @@ protected:
     virtual void updateGroups(unsigned nbProcessors) = 0;
 
 public:
-    /// Enters or leaves real-time operation; does nothing while the environment variable ZV_THREAD_NO_REALTIME is not
-    /// 0, nor where the process is in the wanted state. A refusal throws `MtEx::ExRealTimeNotEnabled` where real-time
-    /// operation is required, and is dropped otherwise.
+    /// Enters or leaves real-time operation. Does nothing while the environment variable ZV_THREAD_NO_REALTIME is not
+    /// 0, nor if the process is in the wanted state. Leaving it gives the process the normal priority class, whatever
+    /// class it had before. Throws `MtEx::ExRealTimeNotEnabled` if the system refuses and real-time operation is
+    /// required; otherwise a refusal is dropped.
     virtual void setRealTime(bool wanted) = 0;
 
 protected:

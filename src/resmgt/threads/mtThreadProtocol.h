@@ -24,11 +24,12 @@ public:
 
     /// The thread was built and is registered. What is thrown here leaves the thread's constructor.
     virtual void performAttach(MtThread *thread);
-    /// The protocol leaves the thread, which does not run any more or is being robbed of its protocol. Called
-    /// without the thread's lock.
+    /// Called when the protocol is removed from its thread: when the thread is destroyed, or by
+    /// `MtThread::detachProtocol`. Called without the thread's lock.
     virtual void performDetach(MtThread *thread);
     /// The thread's body, called by the thread itself, without its lock. An exception that leaves it ends the
-    /// process: a body that wants to survive a failure catches it.
+    /// process, after the log was written: a body that wants to survive a failure catches it. A body must not call
+    /// `pthread_exit` and must not be ended by `pthread_cancel`: either ends the process.
     virtual void performExecute(MtThread *thread) = 0;
     /// The thread was killed by `MtThread::cancel`; called by the killer.
     virtual void performCanceled(MtThread *thread);
