@@ -258,6 +258,49 @@ TEST_F(MtThreadMgrTest, DestructionWithAThreadFailsTheAssertion)
     EXPECT_EQ("_threads.size() == 0", failedAssertion([&] { delete other; }));
 }
 
+/// Looks whether another group can be added while this one is told.
+class LookingGroup : public MtThreadGroup
+{
+public:
+    LookingGroup(MtThreadMgr &manager, MtThreadGroup &other) : _manager(manager), _other(other) {}
+    void processorsChanged(unsigned) override
+    {
+        look = std::make_unique<Blocked>([this] { _manager.addGroup(&_other); });
+    }
+    std::unique_ptr<Blocked> look;
+
+private:
+    MtThreadMgr &_manager;
+    MtThreadGroup &_other;
+};
+
+TEST_F(MtThreadMgrTest, GroupsAreToldUnderTheManagersLock)
+{
+    std::vector<std::pair<int, unsigned>> calls;
+    TestGroup other(calls, 1);
+    LookingGroup group(manager, other);
+    manager.addGroup(&group);
+    manager.setNbProcessors(manager.getNbProcessors() + 1);
+    ASSERT_TRUE(group.look);
+    EXPECT_TRUE(group.look->wasBlocked());
+    group.look.reset();
+    manager.removeGroup(&other);
+    manager.removeGroup(&group);
+}
+
+TEST_F(MtThreadMgrTest, TheManagerOfTheProcessTellsItsGroupsNothing)
+{
+    std::vector<std::pair<int, unsigned>> calls;
+    TestGroup group(calls, 1);
+    MtThreadMgr &process = MtThreadMgr::getInstance();
+    unsigned const nbProcessors = process.getNbProcessors();
+    process.addGroup(&group);
+    process.setNbProcessors(nbProcessors + 1);
+    process.setNbProcessors(nbProcessors);
+    process.removeGroup(&group);
+    EXPECT_TRUE(calls.empty());
+}
+
 /// Counts how often it is asked for its number.
 class AskedNumberThread : public NumberThread
 {

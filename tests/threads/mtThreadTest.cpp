@@ -14,6 +14,7 @@
 #include "threadExtensions/asleep.h"
 #include "threads/threadTesting.h"
 #include "zvbase/envVar.h"
+#include "zvbase/lgLog.h"
 #include "zvbase/trace.h"
 
 #include <gtest/gtest.h>
@@ -501,34 +502,35 @@ TEST_F(MtThreadTest, AThreadThatHasComeBackFromDisablingIsNotKilled)
     }
 }
 
-// ---- callbacks and the thread's lock
-
-/// Whether `action` waits for a lock that the calling thread holds. It ends in the thread that is returned.
-class Blocked
+class CanceledFailing : public MtThreadProtocol
 {
 public:
-    explicit Blocked(std::function<void()> action)
-        : _thread([this, action = std::move(action)] {
-              _number = threadNumber();
-              action();
-              _isOver = true;
-          })
+    void performExecute(MtThread *thread) override
     {
-        while (!_number)
-            std::this_thread::yield();
-        while (!_isOver && !isAsleep(_number))
-            std::this_thread::yield();
-        _wasBlocked = !_isOver;
+        thread->enableCancel();
+        ready.set();
+        never.wait();
     }
-    ~Blocked() { _thread.join(); }
-    bool wasBlocked() const { return _wasBlocked; }
+    void performCanceled(MtThread *) override { throw std::runtime_error("no"); }
 
-private:
-    std::atomic<long> _number{0};
-    std::atomic<bool> _isOver{false};
-    bool _wasBlocked = false;
-    std::thread _thread;
+    LkEvent ready{"ready", false};
+    LkEvent never{"never", false};
 };
+
+TEST_F(MtThreadTest, TheLogLetsACanceledThreadGoAlsoIfItsProtocolFails)
+{
+    auto * const protocol = new CanceledFailing;
+    ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
+        "killed", ObjPtr<MtThreadProtocol>(protocol), true, 0);
+    thread->start();
+    protocol->ready.wait();
+    unsigned long const number = thread->getThreadId().getNumber();
+    EXPECT_THROW(thread->cancel(), std::runtime_error);
+    EXPECT_FALSE(LgLog::creatorExit(number)); // it has exited already
+    thread->join();
+}
+
+// ---- callbacks and the thread's lock
 
 class LockedProtocol : public MtThreadProtocol
 {

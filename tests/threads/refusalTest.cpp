@@ -1,5 +1,6 @@
 // Every report of a service that fails, provoked: the linker leads the library's calls of the platform here.
 
+#include "childProcess.h"
 #include "platform/services.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -8,7 +9,6 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
-#include "threadExtensions/asleep.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -18,6 +18,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <string_view>
 #include <thread>
@@ -106,8 +107,11 @@ ZV_WRAP(BOOL, SetThreadPriority, _ZN10ZvPlatform17SetThreadPriorityEPvi, (HANDLE
         (h, level), FALSE)
 ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj, (HANDLE h, DWORD ms),
         (h, ms), WAIT_FAILED)
+std::atomic<int> nbPlacings{0}; // of all threads
+
 ZV_WRAP(DWORD_PTR, SetThreadAffinityMask, _ZN10ZvPlatform21SetThreadAffinityMaskEPvm,
-        (HANDLE h, DWORD_PTR m), (h, m), (asked = m, pretending ? DWORD_PTR{1} : DWORD_PTR{0}))
+        (HANDLE h, DWORD_PTR m), ((++nbPlacings, h), m),
+        (asked = m, pretending ? DWORD_PTR{1} : DWORD_PTR{0}))
 ZV_WRAP(BOOL, GetProcessAffinityMask, _ZN10ZvPlatform22GetProcessAffinityMaskEPvPmS1_,
         (HANDLE h, DWORD_PTR *p, DWORD_PTR *s), (h, p, s), FALSE)
 // What is freed is gone, whatever the answer.
@@ -262,26 +266,11 @@ TEST_F(ThreadRefused, AThreadThatCannotBeMadeLeavesItsLockToOthers)
 TEST_F(ThreadRefused, StartHoldsTheThreadsLock)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
-    std::atomic<long> number{0};
-    std::atomic<bool> isOver{false};
-    bool wasBlocked = false;
-    std::thread other;
-    duringCreateThread = [&] {
-        other = std::thread([&] {
-            number = threadNumber();
-            thread->getProtocol();
-            isOver = true;
-        });
-        while (!number)
-            std::this_thread::yield();
-        while (!isOver && !isAsleep(number))
-            std::this_thread::yield();
-        wasBlocked = !isOver;
-    };
+    std::unique_ptr<Blocked> other;
+    duringCreateThread = [&] { other = std::make_unique<Blocked>([&] { thread->getProtocol(); }); };
     thread->start();
     duringCreateThread = nullptr;
-    other.join();
-    EXPECT_TRUE(wasBlocked);
+    EXPECT_TRUE(other->wasBlocked());
 }
 
 TEST_F(ThreadRefused, LevelThatDoesNotChangeMakesNoCall)
@@ -379,6 +368,27 @@ TEST_F(ThreadRefused, ThreadCannotBePlaced)
     EXPECT_EQ(-1, thread->getProcessorNb());
 }
 
+TEST_F(ThreadRefused, AThreadWithoutAProcessorOfItsOwnIsNotPlaced)
+{
+    ObjPtr<MtThread> const thread = makeThread("anywhere", [](TestProtocol &, MtThread *) {});
+    nbPlacings = 0;
+    thread->start();
+    thread->join();
+    EXPECT_EQ(0, nbPlacings);
+    thread->setProcessorNb(0);
+    thread->setProcessorNb(-1);
+    thread->start();
+    thread->join();
+    EXPECT_EQ(0, nbPlacings);
+}
+
+TEST_F(ThreadRefused, TheMainThreadThatCouldNotBeAdoptedCanBeLater)
+{
+    ZvTest::ChildProcess child({"--child", "adopt"});
+    ZvTest::ChildProcess::End const end = child.await();
+    EXPECT_EQ(0, end.code) << end.output;
+}
+
 TEST_F(ThreadRefused, RealTimeThatFailsForAnotherReasonThanPrivilegeIsAnAssertion)
 {
     MtThreadMgr &manager = MtThreadMgr::getInstance();
@@ -465,3 +475,16 @@ TEST_F(ThreadRefused, ALineAboutTheFailureToMakeItsQueueOrTagIsWrittenWithoutThe
 
 } // namespace
 } // namespace Zv
+
+int zvChildMain(int argc, char **argv);
+
+/// No package is up, and there is no manager of threads yet.
+int zvChildMain(int, char **)
+{
+    refuse("DuplicateHandle");
+    std::string const failed = Zv::failedAssertion([] { Zv::MtThreadMgr::getInstance(); });
+    bool const isGood = failed.starts_with("::DuplicateHandle( processHandle, threadHandle, ") &&
+                        Zv::failedAssertion([] { Zv::MtThreadMgr::getInstance(); }).empty() &&
+                        Zv::MtThreadMgr::findCurrentThread() != nullptr;
+    return isGood ? 0 : 1;
+}

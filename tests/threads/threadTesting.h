@@ -6,11 +6,13 @@
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadProtocol.h"
+#include "threadExtensions/asleep.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <ostream>
 #include <semaphore>
@@ -116,6 +118,33 @@ inline void runStranger(std::function<void()> const &body)
         MtSpecificDataRegistry::getInstance().removeSpecificData();
     }).join();
 }
+
+/// Whether `action` waits for a lock that the calling thread holds. It goes on in a thread of its own.
+class Blocked
+{
+public:
+    explicit Blocked(std::function<void()> action)
+        : _thread([this, action = std::move(action)] {
+              _number = threadNumber();
+              action();
+              _isOver = true;
+          })
+    {
+        while (!_number)
+            std::this_thread::yield();
+        while (!_isOver && !isAsleep(_number))
+            std::this_thread::yield();
+        _wasBlocked = !_isOver;
+    }
+    ~Blocked() { _thread.join(); }
+    bool wasBlocked() const { return _wasBlocked; }
+
+private:
+    std::atomic<long> _number{0};
+    std::atomic<bool> _isOver{false};
+    bool _wasBlocked = false;
+    std::thread _thread;
+};
 
 /// The expression of the assertion that `action` fails; empty where it fails none.
 inline std::string failedAssertion(std::function<void()> const &action)

@@ -162,10 +162,10 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
       _protocol(protocol)
 {
     ZV_ASSERT(_started.getErrno() == 0 && _created.getErrno() == 0);
-    if (!isNewThread)
-        adoptCallingThread();
     bool isAdded = false;
     try {
+        if (!isNewThread)
+            adoptCallingThread();
         // Nothing of the object is missing when others come to see it.
         _threadMgr->addThread(this);
         isAdded = true;
@@ -175,7 +175,7 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
     } catch (...) {
         if (isAdded)
             _threadMgr->removeThread(this);
-        if (!isNewThread)
+        if (_isRunning)
             disownCallingThread();
         throw;
     }
@@ -219,16 +219,20 @@ void MtThreadWindows::adoptCallingThread()
 {
     bool const first = Interlocked::exchange(isFirst, false);
     ZV_ASSERT(first);
-
-    HANDLE const threadHandle = ::GetCurrentThread();
-    ZV_SYS_ASSERT(threadHandle);
-    HANDLE const processHandle = ::GetCurrentProcess();
-    ZV_SYS_ASSERT(processHandle);
-    StateGuard const state(_stateLock);
-    ZV_SYS_ASSERT(::DuplicateHandle( processHandle, threadHandle, processHandle, &_threadHandle, 0, FALSE, DUPLICATE_SAME_ACCESS ));
-    _threadId = ::GetCurrentThreadId();
-    _priorityValue = _ownPriorityValue = ::GetThreadPriority(_threadHandle);
-    Interlocked::storeRelease(_isRunning, true);
+    try {
+        HANDLE const threadHandle = ::GetCurrentThread();
+        ZV_SYS_ASSERT(threadHandle);
+        HANDLE const processHandle = ::GetCurrentProcess();
+        ZV_SYS_ASSERT(processHandle);
+        StateGuard const state(_stateLock);
+        ZV_SYS_ASSERT(::DuplicateHandle( processHandle, threadHandle, processHandle, &_threadHandle, 0, FALSE, DUPLICATE_SAME_ACCESS ));
+        _threadId = ::GetCurrentThreadId();
+        _priorityValue = _ownPriorityValue = ::GetThreadPriority(_threadHandle);
+        Interlocked::storeRelease(_isRunning, true);
+    } catch (...) {
+        Interlocked::exchange(isFirst, true);
+        throw;
+    }
 }
 
 // The object could not be made, and may be tried again.
@@ -415,8 +419,13 @@ void MtThreadWindows::cancel()
         ZV_TRACE(*ThreadsStatics::threadLevel, "_cancelable is FALSE!!!");
         return;
     }
-    if (!_protocol.isNull())
-        _protocol->performCanceled(this);
+    try {
+        if (!_protocol.isNull())
+            _protocol->performCanceled(this);
+    } catch (...) {
+        exitLogQueue();
+        throw;
+    }
     exitLogQueue();
 }
 
