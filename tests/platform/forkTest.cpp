@@ -80,37 +80,40 @@ TEST(PlatformFork, DISABLED_Careless)
 
 TEST(PlatformFork, AChildMakesObjectsWhateverOthersWereDoing)
 {
-    std::atomic<bool> isOver{false};
-    std::vector<std::unique_ptr<Runner>> busy;
-    for (int i = 0; i < 2; ++i)
-        busy.push_back(std::make_unique<Runner>([&] {
-            std::string const name = nameFor("busy");
-            long value = 0, compare = 0;
-            while (!isOver) {
-                Owned const m = mutex(), e = manualEvent(), n = mutex(name.c_str());
-                TlsFree(TlsAlloc());
-                WaitOnAddress(&value, &compare, sizeof value, 0);
-                SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_NORMAL);
-            }
-            return 0;
-        }));
-    for (int round = 0; round < 100; ++round)
-        expectEnd(startChild([] {
-            HANDLE const m = CreateMutexA(nullptr, TRUE, nullptr);
-            ZV_CHECK(m && ReleaseMutex(m) && CloseHandle(m));
-            HANDLE const n = CreateMutexA(nullptr, FALSE, nameFor("child").c_str());
-            ZV_CHECK(n && CloseHandle(n));
-            HANDLE const s = CreateSemaphoreA(nullptr, 1, 1, nullptr);
-            ZV_CHECK(WaitForSingleObject(s, INFINITE) == WAIT_OBJECT_0);
-            ZV_CHECK(WaitForSingleObject(s, 1) == WAIT_TIMEOUT);
-            DWORD const slot = TlsAlloc();
-            ZV_CHECK(slot != TLS_OUT_OF_INDEXES && TlsFree(slot));
-            long value = 0, compare = 0;
-            WaitOnAddress(&value, &compare, sizeof value, 1);
-            ZV_CHECK(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_NORMAL));
-            return 0;
-        }));
-    isOver = true;
+    // Each keeps a lock of the layer's busy.
+    void (* const bodies[])() = {[] { Owned const m = mutex(); }, [] { TlsFree(TlsAlloc()); },
+                                 [] { Owned const m = mutex(nameFor("busy").c_str()); },
+                                 [] {
+                                     long value = 0, compare = 0;
+                                     WaitOnAddress(&value, &compare, sizeof value, 0);
+                                 }};
+    for (auto body : bodies) {
+        std::atomic<bool> isOver{false};
+        std::vector<std::unique_ptr<Runner>> busy;
+        for (int i = 0; i < 2; ++i)
+            busy.push_back(std::make_unique<Runner>([&] {
+                while (!isOver)
+                    body();
+                return 0;
+            }));
+        for (int round = 0; round < 50; ++round)
+            expectEnd(startChild([] {
+                HANDLE const m = CreateMutexA(nullptr, TRUE, nullptr);
+                ZV_CHECK(m && ReleaseMutex(m) && CloseHandle(m));
+                HANDLE const n = CreateMutexA(nullptr, FALSE, nameFor("child").c_str());
+                ZV_CHECK(n && CloseHandle(n));
+                HANDLE const s = CreateSemaphoreA(nullptr, 1, 1, nullptr);
+                ZV_CHECK(WaitForSingleObject(s, INFINITE) == WAIT_OBJECT_0);
+                ZV_CHECK(WaitForSingleObject(s, 1) == WAIT_TIMEOUT);
+                DWORD const slot = TlsAlloc();
+                ZV_CHECK(slot != TLS_OUT_OF_INDEXES && TlsFree(slot));
+                long value = 0, compare = 0;
+                WaitOnAddress(&value, &compare, sizeof value, 1);
+                ZV_CHECK(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_NORMAL));
+                return 0;
+            }));
+        isOver = true;
+    }
 }
 
 TEST(PlatformFork, OtherThreadsHaveEndedForTheChild)
