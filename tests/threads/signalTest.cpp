@@ -101,7 +101,7 @@ TEST_F(ThreadEndsByPosixDeathTest, PthreadExitInABodyEndsTheProcess)
             thread->join();
             std::_Exit(0);
         },
-        ZvTest::aborted(), "A thread's body ends by pthread_exit or pthread_cancel");
+        ZvTest::aborted(), "A thread's body ends by the POSIX exit or cancel");
 }
 
 TEST_F(ThreadEndsByPosixDeathTest, PthreadCancelOfABodyEndsTheProcess)
@@ -116,7 +116,7 @@ TEST_F(ThreadEndsByPosixDeathTest, PthreadCancelOfABodyEndsTheProcess)
             thread->join();
             std::_Exit(0);
         },
-        ZvTest::aborted(), "A thread's body ends by pthread_exit or pthread_cancel");
+        ZvTest::aborted(), "A thread's body ends by the POSIX exit or cancel");
 }
 
 } // namespace

@@ -28,8 +28,8 @@ public:
     /// `MtThread::detachProtocol`. Called without the thread's lock.
     virtual void performDetach(MtThread *thread);
     /// The thread's body, called by the thread itself, without its lock. An exception that leaves it ends the
-    /// process, after the log was written: a body that wants to survive a failure catches it. A body must not call
-    /// `pthread_exit` and must not be ended by `pthread_cancel`: either ends the process.
+    /// process, after the log was written: a body that wants to survive a failure catches it. A body must not
+    /// be ended by the POSIX functions for the end of a thread: they end the process, see docs/processes-and-signals.md.
     virtual void performExecute(MtThread *thread) = 0;
     /// The thread was killed by `MtThread::cancel`; called by the killer.
     virtual void performCanceled(MtThread *thread);

@@ -356,7 +356,7 @@ void MtThreadWindows::executeProtocol() ZV_NO_THREAD_SAFETY_ANALYSIS
         _protocol->performExecute(this);
     } catch (...) {
         if (!std::current_exception())
-            LgTrace::print("A thread's body ends by pthread_exit or pthread_cancel. It must not.");
+            LgTrace::print("A thread's body ends by the POSIX exit or cancel. It must not.");
         LgLog::flush();
         throw;
     }
