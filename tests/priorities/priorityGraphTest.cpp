@@ -1,3 +1,4 @@
+#include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
@@ -8,8 +9,10 @@
 
 #include <limits>
 #include <memory>
+#include <semaphore>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace Zv;
@@ -374,6 +377,57 @@ TEST_F(PriorityGraph, ARemovedNodeTakesItsRelationsOffTheManagersList)
     EXPECT_NE(dumpOf(a, true).find("a==b"), std::string::npos) << "the other node keeps it";
     b.setPriority(7);
     EXPECT_EQ(mgr.check(), PriorityMgr::NO_ERROR) << "nobody checks the relations any longer";
+}
+
+TEST_F(PriorityGraph, AManagerRefusesNodesAndRelationsOfAnother)
+{
+    PriorityMgr other("other", 0, 6);
+    Priority a("a", other, 1);
+    Priority b("b", other, Priority::NOT_SET);
+    Relation ab("a<b", a, Relation::LESS, b);
+    std::string const before = dumpOf(other);
+    EXPECT_EQ(failedAssertionOf([&] { mgr.add(a); }), "&priority.getMgr() == this");
+    EXPECT_EQ(failedAssertionOf([&] { mgr.remove(a); }), "&priority.getMgr() == this");
+    EXPECT_EQ(failedAssertionOf([&] { mgr.add(ab); }), "relation._mgr == this");
+    EXPECT_EQ(failedAssertionOf([&] { mgr.remove(ab); }), "relation._mgr == this");
+    EXPECT_EQ(dumpOf(other), before);
+    EXPECT_EQ(dumpOf(mgr), "\ngraph \nPriorities:\nIndependant: \nRelations: \n");
+}
+
+TEST_F(PriorityGraph, ANodeThatIsDestroyedBeforeItsRelationsIsReportedAndDoesNoHarm)
+{
+    Priority a("a", mgr, 3);
+    auto b = std::make_unique<Priority>("b", mgr, Priority::NOT_SET);
+    Priority c("c", mgr, Priority::NOT_SET);
+    {
+        Relation ab("a<b", a, Relation::LESS, *b);
+        Relation bc("b==c", *b, Relation::EQUAL, c);
+        Relation cb("c<=b", c, Relation::LESS_EQUAL, *b);
+        EXPECT_EQ(c.getPriority(), 4);
+        EXPECT_EQ(failedAssertionOf([&] { delete b.release(); }), "hasNoRelations");
+        EXPECT_EQ(c.getPriority(), 0) << "nothing leads through it any more";
+        a.setPriority(5);
+    }
+    EXPECT_EQ(mgr.check(), PriorityMgr::NO_ERROR);
+    EXPECT_EQ(dumpOf(c, true),
+              "                   c prio        0 fixed 0 lhs        0 rhs        6\n"
+              "Dependants: \nDependOns: \nEquals: \n");
+}
+
+TEST_F(PriorityGraph, AValueIsReadWhileAnotherThreadHoldsTheManagersLock)
+{
+    Priority a("a", mgr, 3);
+    std::binary_semaphore locked{0};
+    std::binary_semaphore read{0};
+    std::thread holder([&] {
+        LkGuard<LkRecLock const> guard(mgr.getLock());
+        locked.release();
+        read.acquire();
+    });
+    locked.acquire();
+    EXPECT_EQ(a.getPriorityNoCheck(), 3);
+    read.release();
+    holder.join();
 }
 
 TEST_F(PriorityGraph, RelationArithmetic)

@@ -5,6 +5,7 @@
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priorityRingSolver.private.h"
 #include "resmgt/threads/prioritySolver.private.h"
 #include "zvbase/assertions.h"
 
@@ -335,6 +336,193 @@ INSTANTIATE_TEST_SUITE_P(
                     Shape{-1, 5, 7, 9, 60, 80, false}, Shape{-3, 5, 7, 9, 60, 80, false},
                     Shape{0, std::numeric_limits<int>::max(), 7, 9, 60, 80, false},
                     Shape{0, 6, 12, 14, 60, 120, true}, Shape{0, 9, 40, 40, 10, 300, true}));
+
+// ---- a change that fails -----------------------------------------------------------------------------
+
+/// A ladder of diamonds: with each layer, there are twice as many ways from its first node to its last one. The steps
+/// are pairs of `==` nodes, as a pool and its workers are.
+class Ladder
+{
+public:
+    Ladder(PriorityMgr &mgr, int nbLayers) : _mgr(mgr)
+    {
+        _nodes.push_back(std::make_unique<Priority>("first", mgr, Priority::NOT_SET));
+        for (int layer = 0; layer != nbLayers; ++layer) {
+            Priority &from = *_nodes.back();
+            Priority &left = addNode(from, PriorityRelation::LESS_EQUAL, "left");
+            Priority &right = addNode(from, PriorityRelation::LESS_EQUAL, "right");
+            Priority &worker = addNode(left, PriorityRelation::EQUAL, "worker");
+            Priority &other = addNode(right, PriorityRelation::EQUAL, "other");
+            Priority &next = addNode(worker, PriorityRelation::LESS_EQUAL, "next");
+            relate(other, PriorityRelation::LESS_EQUAL, next);
+        }
+    }
+    Ladder(Ladder const &) = delete;
+    ~Ladder() noexcept(false) { _relations.clear(); }
+
+    Priority &getFirst() { return *_nodes.front(); }
+    Priority &getLast() { return *_nodes.back(); }
+
+private:
+    Priority &addNode(Priority &lhs, PriorityRelation::Relation relation, char const *name)
+    {
+        _nodes.push_back(std::make_unique<Priority>(name, _mgr, Priority::NOT_SET));
+        relate(lhs, relation, *_nodes.back());
+        return *_nodes.back();
+    }
+    void relate(Priority &lhs, PriorityRelation::Relation relation, Priority &rhs)
+    {
+        _relations.push_back(std::make_unique<PriorityRelation>("r", lhs, relation, rhs));
+    }
+
+    PriorityMgr &_mgr;
+    std::vector<std::unique_ptr<Priority>> _nodes;
+    std::vector<std::unique_ptr<PriorityRelation>> _relations;
+};
+
+std::string dumpOf(PriorityMgr const &mgr)
+{
+    std::ostringstream os;
+    mgr.dump(os);
+    return os.str();
+}
+
+/// What the action throws, and the graph as it stands then.
+std::string reportOf(PriorityMgr const &mgr, auto const &action)
+{
+    try {
+        action();
+    } catch (ExBase const &exception) {
+        return exception.getReason() + dumpOf(mgr);
+    }
+    return "nothing thrown" + dumpOf(mgr);
+}
+
+/// Lifts the ladder's first node, lowers its last one, by a fixed node that is moved, by a relation that fails to be
+/// made and by nodes that come and go; with a node that left before its relations at the end.
+std::string breakLadder(PriorityMgr &mgr, int nbLayers)
+{
+    Ladder ladder(mgr, nbLayers);
+    Priority low("low", mgr, 3);
+    Priority high("high", mgr, 4);
+    Priority floor("floor", mgr, 3);
+    PriorityRelation below("low<=first", low, PriorityRelation::LESS_EQUAL, ladder.getFirst());
+    std::string text = reportOf(mgr, [&] {
+        PriorityRelation above("last<floor", ladder.getLast(), PriorityRelation::LESS, floor);
+    });
+    PriorityRelation above("last<=high", ladder.getLast(), PriorityRelation::LESS_EQUAL, high);
+    text += reportOf(mgr, [&] { low.setPriority(5); });
+    text += reportOf(mgr, [&] { Priority late("late", mgr, 1); });
+    text += reportOf(mgr, [&] { low.setPriority(4); });
+    Priority left("left early", mgr, Priority::NOT_SET);
+    PriorityRelation with("last<=left early", ladder.getLast(), PriorityRelation::LESS_EQUAL, left);
+    mgr.remove(left);
+    text += reportOf(mgr, [&] { low.setPriority(6); });
+    low.setPriority(2);
+    return text + dumpOf(mgr);
+}
+
+TEST(PriorityFailing, ReportsWhatWalkingAllWaysReports)
+{
+    for (int const minimum : {0, -1, -3, 3}) {
+        PriorityMgr mgr("mgr", minimum, 6);
+        FromScratchMgr fromScratch("mgr", minimum, 6);
+        EXPECT_EQ(breakLadder(mgr, 7), breakLadder(fromScratch, 7)) << minimum;
+    }
+}
+
+TEST(PriorityFailing, WalksNoWayTwice)
+{
+    // Way by way, the failures alone would take longer than anybody can wait.
+    for (int const minimum : {0, -1}) {
+        PriorityMgr mgr("mgr", minimum, 6);
+        std::string const text = breakLadder(mgr, 60);
+        EXPECT_TRUE(text.starts_with("Transient \"first\" invalid: 3 2")) << text.substr(0, 60);
+    }
+}
+
+/// Keeps what is invalid.
+template <class Mgr>
+class Forgiving : public Mgr
+{
+public:
+    using Mgr::Mgr;
+
+protected:
+    void updateError(PriorityMgr::Error) override {}
+};
+
+/// A bound that goes round the ring comes too late for the relation that was walked before: `outside` has pushed its own
+/// value on already.
+std::string pushFromOutside(PriorityMgr &mgr, int value)
+{
+    Priority outside("outside", mgr, value);
+    Priority other("other", mgr, value < 0 ? value + 2 : value - 2);
+    Priority &low = value < 0 ? outside : other;
+    PriorityRelation between("low<=high", low, PriorityRelation::LESS_EQUAL,
+                             &low == &other ? outside : other);
+    Priority c("c", mgr, Priority::NOT_SET);
+    PriorityRelation ring("outside==c", outside, PriorityRelation::EQUAL, c);
+    std::string const text = dumpOf(mgr);
+    mgr.remove(ring);
+    return text;
+}
+
+TEST(PriorityFailing, AFixedNodeOutsideTheRangePushesOnWhatWalkingAllWaysPushes)
+{
+    for (int const value : {-5, 9}) {
+        Forgiving<PriorityMgr> mgr("mgr", 0, 6);
+        Forgiving<FromScratchMgr> fromScratch("mgr", 0, 6);
+        EXPECT_EQ(pushFromOutside(mgr, value), pushFromOutside(fromScratch, value)) << value;
+    }
+}
+
+class PriorityRings : public testing::Test
+{
+protected:
+    ~PriorityRings() noexcept override = default;
+
+    /// Whether the bounds are found without walking all ways.
+    bool areTame()
+    {
+        PriorityRingSolver lower(0, 6);
+        PriorityRingSolver upper(0, 6);
+        return lower.solve(PriorityTypes::LEFT, all, ++nbSearches) &&
+               upper.solve(PriorityTypes::RIGHT, all, ++nbSearches);
+    }
+
+    std::uint64_t nbSearches = 1000;
+    Forgiving<PriorityMgr> mgr{"mgr", 0, 6};
+    Priority fixed{"fixed", mgr, 3};
+    Priority a{"a", mgr, Priority::NOT_SET};
+    Priority b{"b", mgr, Priority::NOT_SET};
+    PriorityRelation above{"fixed<a", fixed, PriorityRelation::LESS, a};
+    PriorityRelation pair{"a==b", a, PriorityRelation::EQUAL, b};
+    List<Priority *> all{&fixed, &a, &b};
+};
+
+TEST_F(PriorityRings, AreOneNodeIfNothingRisesInThem)
+{
+    EXPECT_TRUE(areTame());
+    PriorityRelation within("a<=b", a, PriorityRelation::LESS_EQUAL, b);
+    EXPECT_TRUE(areTame());
+    PriorityRelation itself("b==b", b, PriorityRelation::EQUAL, b);
+    EXPECT_TRUE(areTame());
+}
+
+TEST_F(PriorityRings, AreLeftToTheFullSolvingIfABoundRisesInThem)
+{
+    PriorityRelation within("b<a", b, PriorityRelation::LESS, a);
+    EXPECT_FALSE(areTame());
+}
+
+TEST_F(PriorityRings, AreLeftToTheFullSolvingIfANodeInThemHasLeft)
+{
+    EXPECT_TRUE(areTame());
+    mgr.remove(b);
+    all.pop_back();
+    EXPECT_FALSE(areTame());
+}
 
 // ---- the cost goes with what changes ---------------------------------------------------------------------
 

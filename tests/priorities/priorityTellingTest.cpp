@@ -128,6 +128,46 @@ TEST_F(PriorityTelling, LeavesOutOneThatWantsNothing)
     EXPECT_EQ(a.getPriority(), 4);
 }
 
+/// Derives from a class that has joined already and hears of nothing.
+class LateListener : public Listener
+{
+public:
+    LateListener(PriorityMgr &mgr, Log &log, bool atEachSolving)
+        : Listener("late", mgr, NOT_SET, SILENT, log)
+    {
+        setTelling(atEachSolving ? AT_EACH_SOLVING : WHEN_CHANGED);
+    }
+    ~LateListener() noexcept(false) override { listenNoMore(); }
+
+    void listenNoMore() { setTelling(NEVER); }
+};
+
+TEST_F(PriorityTelling, CanBeChosenByADerivedClassWhenItIsComplete)
+{
+    Priority floor("floor", mgr, 3);
+    {
+        LateListener each(mgr, log, true);
+        EXPECT_EQ(takeLog(), Log());
+        PriorityRelation above("floor<=late", floor, PriorityRelation::LESS_EQUAL, each);
+        EXPECT_EQ(takeLog(), Log({"late3"}));
+        mgr.notify(PriorityMgr::VALUE_CHANGED);
+        EXPECT_EQ(takeLog(), Log({"late3"}));
+        each.listenNoMore();
+        mgr.notify(PriorityMgr::VALUE_CHANGED);
+        EXPECT_EQ(takeLog(), Log());
+    }
+    {
+        LateListener changed(mgr, log, false);
+        mgr.notify(PriorityMgr::VALUE_CHANGED);
+        EXPECT_EQ(takeLog(), Log({"late0"})) << "the first value is told";
+        mgr.notify(PriorityMgr::VALUE_CHANGED);
+        EXPECT_EQ(takeLog(), Log());
+        PriorityRelation above("floor<=late", floor, PriorityRelation::LESS_EQUAL, changed);
+        EXPECT_EQ(takeLog(), Log({"late3"}));
+    }
+    EXPECT_EQ(takeLog(), Log({"late0"})) << "the relation went, the node heard no more";
+}
+
 TEST_F(PriorityTelling, FindsAnOverrideThatJoinedBeforeItWasComplete)
 {
     SimpleListener a("a", mgr, 3, log);

@@ -14,6 +14,7 @@
 
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -30,9 +31,15 @@ public:
     Priority &getPriority() override { return _priority; }
 
     std::vector<int> _levels;
+    bool _refuses = false;
 
 protected:
-    void setPriorityValue(int level) override { _levels.push_back(level); }
+    void setPriorityValue(int level) override
+    {
+        if (_refuses)
+            throw std::runtime_error("refused");
+        _levels.push_back(level);
+    }
 
 private:
     MtThreadPriority _priority; // last: it tells the thread its level at once
@@ -174,6 +181,53 @@ TEST(RealTimePriorities, AProcessScopeThatCannotBeSetLeavesTheOldOneInForce)
     EXPECT_EQ(scope.getPriority(), 5);
     own.setProcessScope(low);
     EXPECT_EQ(scope.getPriority(), 1);
+}
+
+TEST(RealTimePriorities, AProcessScopeThatIsSetAnewTakesItsFollowersThereAtOnce)
+{
+    PriorityMgr &mgr = MtPriorityMgr::getInstance();
+    Priority first("first", mgr, 3);
+    Priority second("second", mgr, 5);
+    NotingThread follower;
+    RtPrioritiesWinNT own;
+    Relation relation("follower", own.getProcessScopePriority(), Relation::EQUAL,
+                      follower.getPriority());
+    own.setProcessScope(first);
+    own.setProcessScope(second);
+    own.setProcessScope(first);
+    EXPECT_EQ(follower._levels, Levels({0, 3, 5, 3})) << "never the lowest in between";
+}
+
+TEST(RealTimePriorities, AProcessScopeThatIsSetInABrokenGraphLeavesTheOldOneInForce)
+{
+    PriorityMgr &mgr = MtPriorityMgr::getInstance();
+    Priority first("first", mgr, 3);
+    Priority second("second", mgr, 5);
+    Priority below("below", mgr, 1);
+    Priority above("above", mgr, 2);
+    RtPrioritiesWinNT own;
+    Priority &scope = own.getProcessScopePriority();
+    own.setProcessScope(first);
+    {
+        Relation order("below<above", below, Relation::LESS, above);
+        EXPECT_THROW(below.setPriority(4), PriorityEx);
+        EXPECT_THROW(own.setProcessScope(second), PriorityEx);
+        below.setPriority(1);
+        EXPECT_EQ(scope.getPriority(), 3);
+        first.setPriority(4);
+        EXPECT_EQ(scope.getPriority(), 4);
+        // Also if it is no failure of the graph that keeps it from being set.
+        NotingThread refusing;
+        Relation follows("refusing", scope, Relation::EQUAL, refusing.getPriority());
+        refusing._refuses = true;
+        EXPECT_THROW(own.setProcessScope(second), std::runtime_error);
+        refusing._refuses = false;
+        mgr.notify(PriorityMgr::VALUE_CHANGED);
+        EXPECT_EQ(refusing._levels.back(), 4);
+    }
+    EXPECT_EQ(scope.getPriority(), 4);
+    own.setProcessScope(second);
+    EXPECT_EQ(scope.getPriority(), 5);
 }
 
 TEST(RealTimePriorities, TheProcessScopeOfTheProcessCanBeSetAndSetBack)

@@ -1,6 +1,7 @@
 #include "resmgt/threads/priority.h"
 
 #include "resmgt/locks/lkGuard.h"
+#include "resmgt/threads/priorityClients.private.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/priorityRelation.h"
@@ -60,7 +61,9 @@ Priority::Priority(LiString const &name, PriorityMgr &mgr, int priority, Telling
 
 Priority::~Priority() noexcept(false)
 {
+    bool const hasNoRelations = _mgr->takeOffRelationsOf(*this);
     leave();
+    ZV_ASSERT_IN_DESTRUCTOR(hasNoRelations);
 }
 
 void Priority::join()
@@ -78,6 +81,15 @@ void Priority::leave()
         if (!std::uncaught_exceptions())
             throw;
     }
+}
+
+void Priority::setTelling(Telling telling)
+{
+    Guard guard(_mgr->getLock());
+    _membership._telling = telling;
+    _membership._isPresumedPlain = false;
+    if (_membership._order)
+        _mgr->_clients->changeTelling(*this);
 }
 
 void Priority::updatePriority(int) {}
@@ -134,17 +146,19 @@ Priority::Relations &Priority::getRelationsOf(PriorityRelation const &relation, 
     return side == LEFT ? _dependants : _dependOns;
 }
 
-void Priority::addRelation(PriorityRelation &relation, Side side)
+void Priority::addRelation(PriorityRelation &relation, Side side, Relations &entry)
 {
     Guard guard(_lock);
+    relation._membership._sidePositions[side] = entry.begin();
     Relations &relations = getRelationsOf(relation, side);
-    relation._membership._sidePositions[side] = relations.insert(relations.end(), &relation);
+    relations.splice(relations.end(), entry);
 }
 
-void Priority::removeRelation(PriorityRelation &relation, Side side)
+void Priority::removeRelation(PriorityRelation &relation, Side side, Relations &entry)
 {
     Guard guard(_lock);
-    getRelationsOf(relation, side).erase(relation._membership._sidePositions[side]);
+    entry.splice(entry.end(), getRelationsOf(relation, side),
+                 relation._membership._sidePositions[side]);
 }
 
 Priority::Relations const &Priority::getOrders(Side side) const ZV_NO_THREAD_SAFETY_ANALYSIS
@@ -233,6 +247,12 @@ int Priority::getTransient(Side side) const
 {
     Guard guard(_lock);
     return side == LEFT ? _lhsTransient : _rhsTransient;
+}
+
+void Priority::setTransient(Side side, int bound)
+{
+    Guard guard(_lock);
+    (side == LEFT ? _lhsTransient : _rhsTransient) = bound;
 }
 
 void Priority::dump(std::ostream &os, bool withRelations) const

@@ -8,6 +8,7 @@
 #include "zvbase/containers.h"
 #include "zvbase/threadAnnotations.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 
@@ -35,17 +36,24 @@ public:
     static constexpr int NOT_SET = -1;
 
     /// A node that is fixed at `priority`, or free where that is `NOT_SET`. `mgr` outlives the node.
+    ///
+    /// A derived class must use the protected constructor, also if it does not override `updatePriority`: other threads
+    /// would look at the type of an object that is still being built, or half destroyed.
     Priority(LiString const &name, PriorityMgr &mgr, int priority);
     /// A further node of the same manager, with the name, the value and the fixed flag of the other and without
     /// relations.
     Priority(Priority const &);
     Priority &operator=(Priority const &) = delete;
-    /// While an exception is passing, what the solving throws is dropped.
+    /// While an exception is passing, what the solving throws is dropped. If a relation of the node still exists, it
+    /// is no longer in force, and an assertion fails ("hasNoRelations").
     virtual ~Priority() noexcept(false);
 
     /// Tells the node its value, once for each solving, in the order in which the nodes joined. Called under the
     /// manager's lock on whichever thread changed the graph; may change the graph itself. Does nothing here. A class
     /// that overrides it uses the protected constructor.
+    ///
+    /// It must not wait for another thread, nor call what does: `MtThread::stop` and `join`, `SeSyncEngine`,
+    /// `MtAlarmManager::deregisterAlarm`. The other thread may be waiting for the manager's lock.
     virtual void updatePriority(int priority);
 
     /// The value in the solved graph.
@@ -86,17 +94,23 @@ protected:
     void join();
     /// Removes the node from its manager; nothing where it is outside. Throws as the destructor does.
     void leave();
+    /// Changes what the node hears of solvings, from the next solving on. For a class whose base class has joined
+    /// already, such as a class derived from `MtThreadPool`: it calls this with `AT_EACH_SOLVING` or `WHEN_CHANGED` at
+    /// the end of its constructor, and with `NEVER` first in its destructor.
+    void setTelling(Telling telling);
 
 private:
     friend class PriorityClients;
     friend class PriorityMgr;
     friend class PriorityRelation;
+    friend class PriorityRingSolver;
     friend class PrioritySolver;
 
     using Relations = List<PriorityRelation *>;
 
-    void addRelation(PriorityRelation &, Side);
-    void removeRelation(PriorityRelation &, Side);
+    // The relation's entry in the node's list comes from `entry` and goes back there.
+    void addRelation(PriorityRelation &, Side, Relations &entry);
+    void removeRelation(PriorityRelation &, Side, Relations &entry);
     Relations &getRelationsOf(PriorityRelation const &, Side) ZV_REQUIRES(_lock);
     // The lists change under the manager's lock and the node's, and are read under either. The solving reads them under
     // the manager's alone: it walks relations both ways, and would take the locks of nodes in both orders.
@@ -109,6 +123,7 @@ private:
     bool checkTransient() const;
     [[noreturn]] void throwTransientInvalid() const;
     int getTransient(Side) const;
+    void setTransient(Side, int bound);
     void pushTransient(Side, int bound);
     void dumpLine(std::ostream &) const;
     static void dumpRelations(std::ostream &, char const *title, Relations const &);
@@ -132,6 +147,7 @@ private:
         List<Priority *>::iterator _position{};
         List<Priority *>::iterator _independantPosition{};
         std::uint64_t _search = 0; // the last search that passed here
+        std::size_t _index = 0;    // what that search remembers of the node
         bool _isBounded = false;   // an upper bound reached the node from a fixed one
         bool _isAffected = false;
         bool _isQueued = false;

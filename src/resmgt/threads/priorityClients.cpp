@@ -25,6 +25,13 @@ void PriorityClients::withdraw(Priority &priority)
     _untold.erase(order);
 }
 
+void PriorityClients::changeTelling(Priority &priority)
+{
+    withdraw(priority);
+    enter(priority);
+    review(priority);
+}
+
 void PriorityClients::classifyNewcomers()
 {
     // A plain node overrides nothing and need not be called; in a large graph nearly all of them are plain.

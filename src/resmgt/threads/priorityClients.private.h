@@ -23,6 +23,8 @@ public:
     /// done with it.
     void enter(Priority &);
     void withdraw(Priority &);
+    /// The node wants to hear of solvings in another way from now on.
+    void changeTelling(Priority &);
 
     /// Finds out which of these nodes, whose values may have changed, are to be told.
     void review(Vector<Priority *> const &);

@@ -6,6 +6,7 @@
 #include "resmgt/threads/priorityClients.private.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priorityRingSolver.private.h"
 #include "resmgt/threads/prioritySolver.private.h"
 #include "zvbase/failures.h"
 
@@ -17,6 +18,23 @@ namespace Zv {
 namespace Interlocked = ZvPlatform::Interlocked;
 
 using Guard = LkGuard<LkRecLock const>;
+
+/// What a relation has in the lists of its nodes and of the manager. Made before a change, so that the change itself
+/// needs no memory.
+struct PriorityMgr::RelationEntries
+{
+    RelationEntries() = default;
+    /// Those that the relation lacks.
+    explicit RelationEntries(PriorityRelation &relation)
+        : _listed(relation._membership._isListed ? 0 : 1, &relation),
+          _attached{
+              List<PriorityRelation *>(relation._membership._isAttached[0] ? 0 : 1, &relation),
+              List<PriorityRelation *>(relation._membership._isAttached[1] ? 0 : 1, &relation)}
+    {}
+
+    List<PriorityRelation *> _listed;
+    List<PriorityRelation *> _attached[2];
+};
 
 PriorityMgr::PriorityMgr(LiString const &name, int minimum, int maximum)
     : _name(name),
@@ -62,6 +80,7 @@ void PriorityMgr::add(Priority &priority)
 void PriorityMgr::remove(Priority &priority)
 {
     Guard guard(_lock);
+    ZV_ASSERT(&priority.getMgr() == this);
     removeRelationsNoLock(&priority);
     if (takeOffNoLock(priority))
         _solver->nodeRemoved();
@@ -78,19 +97,12 @@ void PriorityMgr::remove(Priority &priority)
 void PriorityMgr::add(PriorityRelation &relation)
 {
     Guard guard(_lock);
-    PriorityRelation::Membership &membership = relation._membership;
-    if (membership._isListed)
+    ZV_ASSERT(relation._mgr == this);
+    if (relation._membership._isListed)
         return notifyNoLock(VALUE_CHANGED);
+    RelationEntries entries(relation);
+    attachNoLock(relation, entries);
     try {
-        for (PriorityTypes::Side side : {PriorityTypes::LEFT, PriorityTypes::RIGHT}) {
-            if (!membership._isAttached[side])
-                relation.get(side).addRelation(relation, side);
-            membership._isAttached[side] = true;
-        }
-        membership._position = _relations.insert(_relations.end(), &relation);
-        membership._isListed = true;
-        setStrayNoLock(relation,
-                       !relation._lhs->_membership._order || !relation._rhs->_membership._order);
         _solver->relationAdded(relation);
         _isDirty = true;
         updateNoLock();
@@ -101,9 +113,29 @@ void PriorityMgr::add(PriorityRelation &relation)
     }
 }
 
+void PriorityMgr::replace(PriorityRelation &former, PriorityRelation &relation)
+{
+    Guard guard(_lock);
+    RelationEntries entries(relation);
+    RelationEntries formerEntries;
+    detachNoLock(former, formerEntries);
+    attachNoLock(relation, entries);
+    try {
+        _solver->distrust();
+        _isDirty = true;
+        updateNoLock();
+    } catch (...) {
+        takeOffNoLock(relation);
+        attachNoLock(former, formerEntries);
+        _solver->distrust();
+        throw;
+    }
+}
+
 void PriorityMgr::remove(PriorityRelation &relation)
 {
     Guard guard(_lock);
+    ZV_ASSERT(relation._mgr == this);
     if (relation._membership._isListed)
         _solver->relationRemoved(relation);
     else
@@ -135,17 +167,58 @@ bool PriorityMgr::takeOffNoLock(Priority &priority)
 
 void PriorityMgr::takeOffNoLock(PriorityRelation &relation)
 {
+    RelationEntries entries;
+    detachNoLock(relation, entries);
+}
+
+void PriorityMgr::attachNoLock(PriorityRelation &relation, RelationEntries &entries)
+{
+    PriorityRelation::Membership &membership = relation._membership;
+    for (PriorityTypes::Side side : {PriorityTypes::LEFT, PriorityTypes::RIGHT}) {
+        if (entries._attached[side].empty())
+            continue;
+        relation.get(side).addRelation(relation, side, entries._attached[side]);
+        membership._isAttached[side] = true;
+    }
+    if (!entries._listed.empty()) {
+        membership._position = entries._listed.begin();
+        _relations.splice(_relations.end(), entries._listed);
+        membership._isListed = true;
+    }
+    setStrayNoLock(relation,
+                   !relation._lhs->_membership._order || !relation._rhs->_membership._order);
+}
+
+void PriorityMgr::detachNoLock(PriorityRelation &relation, RelationEntries &entries)
+{
     PriorityRelation::Membership &membership = relation._membership;
     setStrayNoLock(relation, false);
     for (PriorityTypes::Side side : {PriorityTypes::LEFT, PriorityTypes::RIGHT}) {
         if (membership._isAttached[side])
-            relation.get(side).removeRelation(relation, side);
+            relation.get(side).removeRelation(relation, side, entries._attached[side]);
         membership._isAttached[side] = false;
     }
     auto const position = findRelationNoLock(&relation);
     if (position != _relations.end())
-        _relations.erase(position);
+        entries._listed.splice(entries._listed.end(), _relations, position);
     membership._isListed = false;
+}
+
+bool PriorityMgr::takeOffRelationsOf(Priority &priority)
+{
+    Guard guard(_lock);
+    bool hasNone = true;
+    for (Priority::Relations const *relations :
+         {&priority.getOrders(PriorityTypes::LEFT), &priority.getOrders(PriorityTypes::RIGHT),
+          &priority.getEquals()}) {
+        while (!relations->empty()) {
+            takeOffNoLock(*relations->front());
+            _solver->distrust();
+            _isDirty = true;
+            hasNone = false;
+        }
+    }
+    return hasNone;
 }
 
 void PriorityMgr::setStrayNoLock(PriorityRelation &relation, bool isStray)
@@ -242,15 +315,42 @@ void PriorityMgr::performUpdate()
         _invalidPriority = nullptr;
         _clients->review(_solver->getTouched());
         _isVerified = true;
-    } else
-        solveInFull();
+        return;
+    }
+    resetNoLock();
+    if (!findBoundsNoLock())
+        walkAllWaysNoLock();
+    takeValuesNoLock();
 }
 
 void PriorityMgr::solveInFull()
 {
     Guard guard(_lock);
+    resetNoLock();
+    walkAllWaysNoLock();
+    takeValuesNoLock();
+}
+
+void PriorityMgr::resetNoLock()
+{
     for (Priority *priority : _priorities)
         priority->reset(_minimum, _maximum);
+}
+
+bool PriorityMgr::findBoundsNoLock()
+{
+    PriorityRingSolver lower(_minimum, _maximum);
+    PriorityRingSolver upper(_minimum, _maximum);
+    if (!lower.solve(PriorityTypes::LEFT, _priorities, nextSearch()) ||
+        !upper.solve(PriorityTypes::RIGHT, _priorities, nextSearch()))
+        return false;
+    lower.apply();
+    upper.apply();
+    return true;
+}
+
+void PriorityMgr::walkAllWaysNoLock()
+{
     for (Priority *priority : _independant) {
         priority->set(PriorityTypes::LEFT);
         priority->set(PriorityTypes::RIGHT);
@@ -259,6 +359,10 @@ void PriorityMgr::solveInFull()
         if (priority->isIndependantButNotSet())
             priority->set(PriorityTypes::LEFT);
     }
+}
+
+void PriorityMgr::takeValuesNoLock()
+{
     for (Priority *priority : _priorities)
         priority->updatePriorityFromTransient();
 }

@@ -22,8 +22,14 @@ class PrioritySolver;
 /// and remove themselves in their destructors; the manager owns none of them and outlives them all.
 ///
 /// Each change solves the graph: bounds go from the fixed nodes along the relations, each free node gets the lowest
-/// value that its relations allow, the result is checked, and every node is told its value. The cost of adding or
-/// removing a node or a relation goes with what changes by it, not with the size of the graph.
+/// value that its relations allow, the result is checked, and every node is told its value.
+///
+/// While the graph is valid, the cost of adding or removing a node or a relation goes with what changes by it, not with
+/// the size of the graph. Each other change costs time proportional to the size of the graph: one that fails, the next
+/// one after it, `setPriority` and `notify`, and all changes while the minimum is below 0 or a node has left before its
+/// relations. There is one exception. If the graph is invalid and a ring of relations in it, closed by an `==`, has a
+/// `<` in it, a fixed node outside the range, or a node that has left, the cost can double with each further node: the
+/// reported bounds then depend on every way through the ring.
 ///
 /// Whatever changes the graph throws `PriorityEx::ExTransientInvalid` when no value is left for a node, and
 /// `PriorityEx::ExRelationInvalid` when the values break a relation. Nobody is told values of such a solving. A node
@@ -53,7 +59,8 @@ public:
     PriorityMgr &operator=(PriorityMgr const &) = delete;
     virtual ~PriorityMgr() noexcept(false);
 
-    /// Called by nodes and relations of this manager; one that is added already keeps its place.
+    /// Called by nodes and relations. All four assert that the node or relation is one of this manager's. One that is
+    /// added already keeps its place.
     void add(Priority &);
     /// Relations of the node that still exist are no longer checked, but keep passing bounds to their other nodes.
     void remove(Priority &);
@@ -78,13 +85,12 @@ public:
     void dump(std::ostream &) const;
 
 protected:
-    /// Solves the graph, under the lock. Here with the results of `solveInFull`, and by way of what changed only
-    /// where that is known.
+    /// Solves the graph, under the lock. Here with the results of `solveInFull`, at the costs named above.
     virtual void performUpdate();
     /// A solving failed; under the lock. Throws the failure. One that returns lets the nodes be told as they stand.
     virtual void updateError(Error);
 
-    /// The rule that all solving keeps to, from scratch. Under the lock.
+    /// The rule that all solving keeps to: walks every way through the graph. Under the lock.
     void solveInFull();
 
 private:
@@ -102,10 +108,23 @@ private:
     List<PriorityRelation *>::iterator findRelationNoLock(PriorityRelation const *)
         ZV_REQUIRES(_lock);
     unsigned removeRelationsNoLock(Priority *) ZV_REQUIRES(_lock);
+    void resetNoLock() ZV_REQUIRES(_lock);
+    bool findBoundsNoLock() ZV_REQUIRES(_lock);
+    void walkAllWaysNoLock() ZV_REQUIRES(_lock);
+    void takeValuesNoLock() ZV_REQUIRES(_lock);
     List<Priority *> const &getPriosNoLock() const ZV_REQUIRES(_lock) { return _priorities; }
+
+    struct RelationEntries;
+
+    /// Puts `relation` in force in the place of `former`, in one solving; `former` stays in force if that throws.
+    void replace(PriorityRelation &former, PriorityRelation &relation);
+    /// Returns whether there was none.
+    bool takeOffRelationsOf(Priority &);
 
     bool takeOffNoLock(Priority &) ZV_REQUIRES(_lock);
     void takeOffNoLock(PriorityRelation &) ZV_REQUIRES(_lock);
+    void attachNoLock(PriorityRelation &, RelationEntries &) ZV_REQUIRES(_lock);
+    void detachNoLock(PriorityRelation &, RelationEntries &) ZV_REQUIRES(_lock);
     void setStrayNoLock(PriorityRelation &, bool isStray) ZV_REQUIRES(_lock);
     std::uint64_t nextSearch();
     void renamed();

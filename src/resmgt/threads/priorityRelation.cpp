@@ -24,13 +24,21 @@ int shifted(int value, int distance)
 
 PriorityRelation::PriorityRelation(LiString const &name, Priority &lhs, Relation relation,
                                    Priority &rhs)
+    : PriorityRelation(name, lhs, relation, rhs, nullptr)
+{}
+
+PriorityRelation::PriorityRelation(LiString const &name, Priority &lhs, Relation relation,
+                                   Priority &rhs, PriorityRelation *former)
     : _name(name), _relation(relation), _lhs(&lhs), _rhs(&rhs), _mgr(&lhs.getMgr())
 {
     // Over test and adding, or two threads could close a cycle between them.
     LkGuard<LkRecLock const> guard(_mgr->getLock());
     ZV_ASSERT( isValid() );
     try {
-        _mgr->add(*this);
+        if (former)
+            _mgr->replace(*former, *this);
+        else
+            _mgr->add(*this);
     } catch (...) {
         _mgr->notify(PriorityMgr::RELATION_TAKEN_BACK);
         throw;

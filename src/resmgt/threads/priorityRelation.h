@@ -64,6 +64,12 @@ private:
     friend class Priority;
     friend class PriorityMgr;
     friend class PrioritySolver;
+    friend class RtPrioritiesWinNT;
+
+    /// A relation that takes the place of `former`, in one solving. `former` is then no longer in force, and is still
+    /// to be destroyed. It may be null. If this throws, `former` stays in force.
+    PriorityRelation(LiString const &name, Priority &lhs, Relation relation, Priority &rhs,
+                     PriorityRelation *former);
 
     bool isValid() const;
     [[noreturn]] void throwRelationInvalid() const;

@@ -20,7 +20,7 @@ namespace Zv {
 /// kept up: a new relation passes bounds on until nothing changes; a relation that goes takes along what only it
 /// upheld, which is then derived anew from what stands around it.
 ///
-/// Where a graph is invalid, the full solving decides what is reported: `solve` then gives up.
+/// If a graph is invalid, the bounds of the full solving are what is reported: `solve` then gives up.
 class PrioritySolver : private PriorityTypes
 {
 public:
@@ -42,6 +42,9 @@ public:
     bool solve(List<Priority *> const &priorities);
     /// The nodes whose values may have changed in the last solving. Valid until something else happens.
     Vector<Priority *> const &getTouched() const { return _touched; }
+
+    /// Returns the node that `source` passes bounds on to along this relation, or null for `source` itself.
+    static Priority *findTarget(Side, PriorityRelation const &, Priority const &source);
 
 private:
     enum Change
@@ -76,8 +79,6 @@ private:
     /// Calls `visitor(target, bound)` for each relation along which the node passes a bound on, until one says no.
     template <class Visitor>
     static bool forEachTarget(Side, Priority &, Visitor const &visitor);
-    /// The node that `source` passes bounds on to along this relation; null for itself.
-    static Priority *findTarget(Side, PriorityRelation const &, Priority const &source);
     static int computeBound(Side, PriorityRelation const &, int value);
     static bool hasRelations(Priority const &);
 

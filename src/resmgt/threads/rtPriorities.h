@@ -33,8 +33,12 @@ public:
     virtual Priority &getRealTimePriority() = 0;
     /// Fixed at 6: above everything else.
     virtual Priority &getInterruptPriority() = 0;
-    /// Lets the process scope priority follow `priority`, and no longer what it followed before. Throws what solving
-    /// the graph throws, and then changes nothing. `priority` must not be destroyed while it is followed.
+    /// Lets the process scope priority follow `priority`, and no longer what it followed before. The change is solved
+    /// as one: a thread that follows the process scope gets the new level, and none in between. `priority` must not be
+    /// destroyed while it is followed. A `Priority::updatePriority` must not call this.
+    ///
+    /// Throws what making a relation throws (see `PriorityRelation`), also if another change has left the graph
+    /// invalid. The process scope priority then follows what it followed before.
     virtual void setProcessScope(Priority &priority) = 0;
     /// A priority for threads that have to follow one chosen priority; the lowest until `setProcessScope`.
     virtual Priority &getProcessScopePriority() = 0;

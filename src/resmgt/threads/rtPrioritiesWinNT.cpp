@@ -3,7 +3,6 @@
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtPriorityLevels.private.h"
 #include "resmgt/threads/mtPriorityMgr.h"
-#include "resmgt/threads/priorityEx.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
@@ -49,30 +48,11 @@ Priority &RtPrioritiesWinNT::getInterruptPriority()
 void RtPrioritiesWinNT::setProcessScope(Priority &priority)
 {
     LkGuard<LkRecLock const> const guard(MtPriorityMgr::getInstance().getLock());
-    _processScopeRelation = makeProcessScopeRelation(priority);
-}
-
-ObjPtrRet<PriorityRelation> RtPrioritiesWinNT::makeProcessScopeRelation(Priority &priority)
-{
-    auto const make = [&] {
-        return makeObj<PriorityRelation>("rt-process-scope", priority, PriorityRelation::EQUAL,
-                                         _processScopePriority);
-    };
-    if (!_processScopeRelation)
-        return make();
-    try {
-        return make();
-    } catch (PriorityEx const &) {
-        // Two priorities of different values cannot be followed at once: once more, with the old one out of the way.
-        PriorityMgr &mgr = MtPriorityMgr::getInstance();
-        try {
-            mgr.remove(*_processScopeRelation);
-            return make();
-        } catch (...) {
-            mgr.add(*_processScopeRelation);
-            throw;
-        }
-    }
+    // In the place of the former one: two priorities of different values cannot be followed at once.
+    ObjPtr<PriorityRelation> relation(
+        new PriorityRelation("rt-process-scope", priority, PriorityRelation::EQUAL,
+                             _processScopePriority, _processScopeRelation.get()));
+    _processScopeRelation = relation;
 }
 
 Priority &RtPrioritiesWinNT::getProcessScopePriority()

@@ -32,8 +32,6 @@ public:
     Priority &getProcessScopePriority() override;
 
 private:
-    ObjPtrRet<PriorityRelation> makeProcessScopeRelation(Priority &priority);
-
     Priority _baseLinePriority;
     Priority _realTimePriority;
     Priority _interruptPriority;

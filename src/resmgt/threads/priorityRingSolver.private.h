@@ -1,0 +1,82 @@
+// Solves a whole priority graph in one pass, also an invalid one.
+#pragma once
+
+#include "resmgt/threads/priorityTypes.h"
+#include "zvbase/containers.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Zv {
+
+class Priority;
+class PriorityRelation;
+
+/// Finds the bounds that `PriorityMgr::solveInFull` finds, in time proportional to the size of the graph.
+///
+/// The full solving walks every way through the graph without entering a node twice on one way, and raises (for upper
+/// bounds: lowers) the bounds that it meets. A ring is a set of nodes that pass bounds to each other both ways. `==`
+/// relations make rings. If no `<` lies within a ring, no bound goes round it for ever, and the walk ends in the
+/// fixed point: each node has the extreme of all bounds that reach it. Proof. Let `u` be a node that the walk reaches
+/// from its start `s`, and `v` a node to which `u` passes a bound. If the ways `s..u` and `u..v` have no other node in
+/// common, the walk takes them one after the other. Otherwise let `x` be the last node of `u..v` that lies on `s..u`.
+/// It stands in one ring with `u`. The walk takes `s..x..v`, and the bound with which `x` begins reaches at least as
+/// far as that of `u`: `u` is free, because a fixed node is a start itself, and begins with the end of the range.
+///
+/// So the nodes are taken in the order of their relations, each ring as one node. Three kinds of rings are left to the
+/// full solving, because their bounds depend on the order of its ways: a ring with a `<` in it, one with a fixed node
+/// outside the range, and one with a node that has left the manager. With a `<` the bounds grow with each way that
+/// enters the ring, so that the values that are reported count the ways through the graph, for which no quick method
+/// is known.
+class PriorityRingSolver : private PriorityTypes
+{
+public:
+    PriorityRingSolver(int minimum, int maximum) : _minimum(minimum), _maximum(maximum) {}
+
+    /// Finds the bounds on one side. The nodes in `priorities` have been reset. `search` marks the nodes that are
+    /// reached; no search before had this number. Returns false, and changes no bound, if the full solving has to do
+    /// it. Under the manager's lock.
+    bool solve(Side side, List<Priority *> const &priorities, std::uint64_t search);
+    /// Gives the nodes the bounds that `solve` has found.
+    void apply() const;
+
+private:
+    struct Node
+    {
+        Priority *priority;
+        int bound;
+        std::size_t firstArc = 0;
+        std::size_t number = 0; // in the order of finding, from 1; 0 before
+        std::size_t lowest = 0; // the lowest number that the node leads back to
+        bool isSettled = false; // its ring is known
+        std::size_t ring = 0;
+    };
+    struct Arc
+    {
+        std::size_t target;
+        PriorityRelation const *relation;
+    };
+
+    void addStarts(List<Priority *> const &priorities);
+    std::size_t find(Priority &);
+    void addArcs(std::size_t index);
+    void findRings();
+    void findRingsFrom(std::size_t start);
+    void settleRing(std::size_t index);
+    bool isTame(std::size_t first, std::size_t end) const;
+    bool passOn(std::size_t index);
+    std::size_t endOfArcs(std::size_t index) const;
+    int furthest(int left, int right) const;
+
+    int const _minimum;
+    int const _maximum;
+    Side _side = LEFT;
+    std::uint64_t _search = 0;
+    Vector<Node> _nodes;
+    Vector<Arc> _arcs;
+    std::size_t _nbNumbered = 0;
+    Vector<std::size_t> _open;  // nodes whose ring is not known yet
+    Vector<std::size_t> _order; // nodes ring by ring, each ring before those that lead to it
+};
+
+} // namespace Zv
