@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -158,7 +159,62 @@ TEST_F(MtSpecificDataTest, AnEntryWithoutValueFailsTheAssertion)
         EXPECT_EQ("!data->isNull()", failedAssertion([] {
                       MtSpecificDataRegistry::getInstance().removeSpecificData();
                   }));
+        EXPECT_EQ(
+            "", failedAssertion([] { MtSpecificDataRegistry::getInstance().removeSpecificData(); }))
+            << "the entry has gone";
     });
+}
+
+/// Looks for itself while it is deleted, and throws if it is told to.
+struct Looking
+{
+    ~Looking() noexcept(false)
+    {
+        isSeen = !data->isNull() && data->getPointee() == this;
+        if (throws)
+            throw std::runtime_error("deleted");
+    }
+    static bool isSeen;
+    MtSpecificData<Looking> const *data = nullptr;
+    bool throws = false;
+};
+
+bool Looking::isSeen = false;
+
+TEST_F(MtSpecificDataTest, ADeleterStillFindsTheValue)
+{
+    MtSpecificData<Looking> const data("data");
+    data->data = &data;
+    Looking::isSeen = false;
+    data.performDelete();
+    EXPECT_TRUE(Looking::isSeen);
+    EXPECT_TRUE(data.isNull());
+}
+
+TEST_F(MtSpecificDataTest, AValueWhoseDeleterThrowsHasGone)
+{
+    {
+        MtSpecificData<Looking> const data("data");
+        data->data = &data;
+        data->throws = true;
+        EXPECT_THROW(data.performDelete(), std::runtime_error);
+        EXPECT_TRUE(data.isNull());
+        EXPECT_EQ(0u, countEntries(&data));
+        data->data = &data;
+        EXPECT_FALSE(data->throws) << "another one";
+    }
+    runStranger([] {
+        MtSpecificData<Looking> const first("first");
+        MtSpecificData<Counted> const second("second");
+        first->data = &first;
+        first->throws = true;
+        second.getPointee();
+        EXPECT_THROW(MtSpecificDataRegistry::getInstance().removeSpecificData(),
+                     std::runtime_error);
+        EXPECT_TRUE(first.isNull());
+        EXPECT_FALSE(second.isNull()) << "for the next removal";
+    });
+    EXPECT_EQ(1, nbDeleted);
 }
 
 /// Uses other data while it is deleted.

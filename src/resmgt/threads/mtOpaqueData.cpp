@@ -40,7 +40,12 @@ void MtOpaqueData::performDelete() const
 {
     if (void * const value = getSpecific()) {
         MtSpecificDataRegistry::getInstance().forgetSpecificData(this);
-        _deleter(value);
+        try {
+            _deleter(value); // which still finds the value here
+        } catch (...) {
+            setSpecific(nullptr);
+            throw;
+        }
         setSpecific(nullptr);
     }
 }

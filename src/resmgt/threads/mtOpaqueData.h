@@ -18,7 +18,8 @@ public:
     MtOpaqueData(char const *name, void (*deleter)(void *));
     MtOpaqueData(MtOpaqueData const &) = delete;
     MtOpaqueData &operator=(MtOpaqueData const &) = delete;
-    /// Destroys the calling thread's value. Those of other threads stay, and nobody destroys them any more.
+    /// Destroys the calling thread's value. The values of other threads stay and are never destroyed. Their entries in
+    /// the registry are removed, because they would lead to this object after its end.
     virtual ~MtOpaqueData() noexcept(false);
 
 protected:
@@ -32,7 +33,8 @@ public:
     bool isNull() const;
     /// The value, made at the first call. Throws `MtEx::ExNoContent` where none is made.
     void *getPointee() const;
-    /// Destroys the value if there is one, and its entry in the registry. The next `getPointee` makes another.
+    /// Destroys the value if there is one, and its entry in the registry. The next `getPointee` makes another, also if
+    /// the deleter throws, which this passes on.
     void performDelete() const;
 
 protected:

@@ -14,6 +14,10 @@ namespace Zv {
 ///     ...
 ///     scratch->clear(); // this thread's
 ///
+/// If the destructor of a `T` throws, the exception leaves the operation that destroys the value: `performDelete`,
+/// `removeSpecificData`, the destructor of this object. The value counts as destroyed. At the end of a thread of the
+/// library nothing can catch it, and it ends the process.
+///
 /// One object of it takes one slot of the system's thread-local storage. It outlives all threads that use it.
 template <class T>
 class MtSpecificData : public MtOpaqueData

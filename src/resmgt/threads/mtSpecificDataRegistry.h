@@ -26,6 +26,7 @@ public:
     /// The calling thread has a value in `data`. For `MtOpaqueData::performCreate`. Asserts "data".
     void addSpecificData(MtOpaqueData const *data);
     /// Destroys the calling thread's values, in the order in which they were made, those too that are made meanwhile.
+    /// Runs the deleters without a lock. If a deleter throws, the values behind it stay, for the next call.
     void removeSpecificData();
     /// The calling thread has no value in `data` any more. For `MtOpaqueData`.
     void forgetSpecificData(MtOpaqueData const *data);
