@@ -3,9 +3,13 @@
 #include "allocations.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkThreadId.h"
+#include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtTraceMgr.private.h"
 #include "resmgt/threads/priority.h"
+#include "resmgt/threads/priorityEx.h"
+#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
@@ -14,8 +18,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <iomanip>
 #include <mutex>
 #include <optional>
 #include <semaphore>
@@ -159,9 +165,130 @@ TEST_F(MtLoggerTest, ReaderIsAThreadOfTheLowestPriority)
     os << MtThreadMgr::getInstance();
     EXPECT_NE(std::string::npos, os.str().find("   Log_Reader_Thread prio   0 NTprio   1"))
         << os.str();
-    EXPECT_NE(std::string::npos, os.str().find("\"LoggerPriority\"")) << os.str();
+    EXPECT_NE(std::string::npos,
+              os.str().find("\"LoggerPriority\" : BaseLine (    0 ) == Log_Reader_Thread (    0 ) "
+                            "valid\n"))
+        << os.str();
+    Priority &baseLine = RtPriorities::getInstance().getBaseLinePriority();
+    baseLine.setPriority(1);
+    os.str({});
+    os << MtThreadMgr::getInstance();
+    baseLine.setPriority(0);
+    EXPECT_NE(std::string::npos, os.str().find("   Log_Reader_Thread prio   1 NTprio")) << os.str();
     MtLogger::stopLogger();
     EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+}
+
+TEST_F(MtLoggerTest, PutsARegistryOfItsOwnInForceWhileItRuns)
+{
+    LgRegistry * const before = &LgLog::getRegistry();
+    MtLogger::startLogger();
+    EXPECT_NE(&LgLog::getRegistry(), before);
+    MtLogger::stopLogger();
+    EXPECT_EQ(&LgLog::getRegistry(), before);
+}
+
+TEST_F(MtLoggerTest, StopsAlsoWhileThePriorityGraphIsInvalid)
+{
+    unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    PriorityMgr &graph = MtPriorityMgr::getInstance();
+    Priority below("below", graph, 1);
+    Priority above("above", graph, 2);
+    PriorityRelation order("below<above", below, PriorityRelation::LESS, above);
+    LgRegistry * const before = &LgLog::getRegistry();
+    MtLogger::startLogger();
+    ZV_TRACE(*testLevel, "before");
+    EXPECT_THROW(below.setPriority(3), PriorityEx);
+    EXPECT_THROW(MtLogger::stopLogger(), PriorityEx);
+    EXPECT_FALSE(LgLog::isLoggerActive());
+    EXPECT_EQ(1u, output->find("before").size());
+    EXPECT_EQ(&LgLog::getRegistry(), before);
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_THROW(MtLogger::startLogger(), PriorityEx); // its thread joins the graph
+    EXPECT_FALSE(LgLog::isLoggerActive());
+    EXPECT_EQ(&LgLog::getRegistry(), before);
+    below.setPriority(1);
+    MtLogger::startLogger();
+    ZV_TRACE(*testLevel, "after");
+    MtLogger::stopLogger();
+    EXPECT_EQ(1u, output->find("after").size());
+}
+
+/// What the idle reader sleeps for, in milliseconds; its 25 first sleeps end at once, the next one when it is stopped.
+struct ReaderSleeps
+{
+    static unsigned map(unsigned milliseconds)
+    {
+        MtThread const * const thread = MtThreadMgr::findCurrentThread();
+        if (!thread || !(thread->getName() == "Log_Reader_Thread"))
+            return milliseconds;
+        if (sleeps.size() == 25) {
+            lastBegun.release();
+            return INFINITE_TIME;
+        }
+        sleeps.push_back(milliseconds);
+        return 0;
+    }
+    static constexpr unsigned INFINITE_TIME = 0xFFFFFFFF;
+    static std::vector<unsigned> sleeps;
+    static std::counting_semaphore<> lastBegun;
+};
+
+std::vector<unsigned> ReaderSleeps::sleeps;
+std::counting_semaphore<> ReaderSleeps::lastBegun{0};
+
+TEST_F(MtLoggerTest, TheIdleReaderSleepsLongerAndLongerUntilItIsStopped)
+{
+    ReaderSleeps::sleeps.clear();
+    mapTimeout = &ReaderSleeps::map;
+    MtLogger::startLogger();
+    ReaderSleeps::lastBegun.acquire();
+    MtLogger::stopLogger();
+    mapTimeout = nullptr;
+    std::vector<unsigned> expected;
+    for (unsigned idle = 0; idle != 25; ++idle)
+        expected.push_back(std::min(idle, 20u) * 16);
+    EXPECT_EQ(expected, ReaderSleeps::sleeps);
+}
+
+/// Traces in the reader's thread, for each text that this writes, as often as that can be.
+struct TracingOutput
+{
+    static void write(void *context, char const *text, std::size_t length)
+    {
+        auto &self = *static_cast<TracingOutput *>(context);
+        self.texts.emplace_back(text, length);
+        if (self.nbTraced == 100)
+            return;
+        ++self.nbTraced;
+        ZV_TRACE(*testLevel, "the reader's own");
+    }
+    int nbTraced = 0;
+    std::vector<std::string> texts;
+};
+
+TEST_F(MtLoggerTest, TheReadersOwnTraceDoesNotFeedItsLoop)
+{
+    TracingOutput tracing;
+    LgTrace::setOutput(&TracingOutput::write, &tracing);
+    MtLogger::startLogger();
+    ZV_TRACE(*testLevel, "somebody else's");
+    MtLogger::stopLogger();
+    LgTrace::setOutput(nullptr, nullptr);
+    EXPECT_EQ(1, tracing.nbTraced);
+    ASSERT_EQ(1u, tracing.texts.size());
+    EXPECT_NE(std::string::npos, tracing.texts[0].find("somebody else's"));
+}
+
+TEST_F(MtLoggerTest, ALineLeavesItsStreamAsItWas)
+{
+    for (auto const adjustment : {std::ios_base::fmtflags{}, std::ios_base::right}) {
+        std::ostringstream os;
+        os.setf(adjustment, std::ios_base::adjustfield);
+        Trace::log(os, "file", 1) << std::setw(5) << 3;
+        EXPECT_EQ(os.str().substr(os.str().find(':')), ":     3");
+        EXPECT_EQ(os.flags() & std::ios_base::adjustfield, adjustment);
+    }
 }
 
 TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
@@ -512,8 +639,17 @@ TEST_F(MtLoggerTest, ObserverLetsAWriterWithRoomPass)
 {
     MtLogger::QueueObserver observer;
     LgQueue queue(1);
-    observer.wait(queue, 100);
-    observer.notify(queue);
+    unsigned const room = queue.getStream().getNumCharacters();
+    bool isOver = false;
+    std::thread([&] {
+        observer.wait(queue,
+                      room); // all that it has; a writer that waited here would wait for good
+        observer.notify(queue);
+        isOver = true;
+    }).join();
+    EXPECT_TRUE(isOver);
+    EXPECT_FALSE(queue.isFull());
+    EXPECT_EQ(room, queue.getStream().getNumCharacters());
 }
 
 } // namespace

@@ -66,6 +66,12 @@ void pretend(std::string_view service)
     pretending = TRUE;
 }
 
+DWORD mapped(DWORD milliseconds)
+{
+    auto const map = Zv::mapTimeout.load();
+    return map && milliseconds != INFINITE ? map(milliseconds) : milliseconds;
+}
+
 } // namespace
 
 #define ZV_WRAP(Result, Name, Symbol, Parameters, Arguments, Refused)                              \
@@ -106,7 +112,7 @@ extern "C" DWORD __wrap__ZN10ZvPlatform16GetPriorityClassEPv(HANDLE process)
 ZV_WRAP(BOOL, SetThreadPriority, _ZN10ZvPlatform17SetThreadPriorityEPvi, (HANDLE h, int level),
         (h, level), FALSE)
 ZV_WRAP(DWORD, WaitForSingleObject, _ZN10ZvPlatform19WaitForSingleObjectEPvj, (HANDLE h, DWORD ms),
-        (h, ms), WAIT_FAILED)
+        (h, mapped(ms)), WAIT_FAILED)
 std::atomic<int> nbPlacings{0}; // of all threads
 
 ZV_WRAP(DWORD_PTR, SetThreadAffinityMask, _ZN10ZvPlatform21SetThreadAffinityMaskEPvm,

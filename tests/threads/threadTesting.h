@@ -29,6 +29,9 @@ public:
     static void setCanStart(bool canStart) { MtThread::_canStart = canStart; }
 };
 
+/// Maps the time-outs of all timed waits, in milliseconds, if it is set.
+inline std::atomic<unsigned (*)(unsigned milliseconds)> mapTimeout = nullptr;
+
 /// Looks into the registry.
 class MtSpecificDataRegistryTest : public testing::Test
 {

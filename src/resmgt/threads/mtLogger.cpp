@@ -69,13 +69,13 @@ LgQueue *MtLogger::getThreadQueue()
 void MtLogger::startLogger()
 {
     ZV_ASSERT(!LgLog::isLoggerActive());
-    ZvPlatform::Interlocked::storeRelease(_running, true);
     ObjPtr<LgRegistry> registry(new Registry);
     _state = new State;
-    _state->_formerRegistry = LgLog::setRegistry(registry);
-    LgLog::setQueueFunction(&getThreadQueue);
-    ZvPlatform::Interlocked::storeRelease(_run, ++_nbRuns);
     try {
+        ZvPlatform::Interlocked::storeRelease(_running, true);
+        _state->_formerRegistry = LgLog::setRegistry(registry);
+        LgLog::setQueueFunction(&getThreadQueue);
+        ZvPlatform::Interlocked::storeRelease(_run, ++_nbRuns);
         _state->_reader.reset(new LgReader);
         _state->_thread = MtThreadFactory::getInstance().createThread(
             "Log_Reader_Thread", ObjPtr<MtThreadProtocol>(new ReaderThread), true, 0);
@@ -96,25 +96,41 @@ void MtLogger::stopLogger()
 {
     ZV_ASSERT(LgLog::isLoggerActive());
     LgLog::setLoggerActive(false);
-    dismantle();
+    if (std::exception_ptr const failure = dismantle())
+        std::rethrow_exception(failure);
 }
 
-void MtLogger::dismantle()
+std::exception_ptr MtLogger::dismantle()
 {
+    std::exception_ptr failure;
+    auto const attempt = [&failure](auto const &step) {
+        try {
+            step();
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
+    };
     if (!_state->_thread.isNull()) {
-        _state->_thread->stop();
-        _state->_thread->join();
+        attempt([] {
+            _state->_thread->stop();
+            _state->_thread->join();
+        });
     }
-    _state->_loggerPriority.reset();
-    _state->_thread.reset();
-    _state->_reader.reset();
+    // A relation and a thread that go solve the priority graph, which somebody else may have left invalid.
+    attempt([] { _state->_loggerPriority.reset(); });
+    attempt([] { _state->_thread.reset(); });
+    attempt([] { _state->_reader.reset(); });
     ZvPlatform::Interlocked::storeRelease(_run, 0u);
     LgLog::setQueueFunction(nullptr);
-    exitThread();
-    // Gone at the end, also where memory is too short to write what is left.
+    attempt([] { exitThread(); });
     ObjPtr<State> const state(std::exchange(_state, nullptr));
     ObjPtr<LgQueue> const readersQueue(std::exchange(loggerThreadQueue, nullptr));
-    ObjPtr<LgRegistry> const registry(LgLog::setRegistry(state->_formerRegistry));
+    // Writes what is left, as far as memory allows.
+    attempt([&state] {
+        ObjPtr<LgRegistry> const registry(LgLog::setRegistry(state->_formerRegistry));
+    });
+    return failure;
 }
 
 LgQueue *MtLogger::enterThread()

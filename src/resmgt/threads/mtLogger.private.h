@@ -11,6 +11,8 @@
 #include "zvbase/objPtr.h"
 #include "zvbase/threadAnnotations.h"
 
+#include <exception>
+
 namespace Zv {
 
 /// Starts and stops the log. A thread writes to its own queue, whose memory was allocated before its body began, and
@@ -26,7 +28,8 @@ public:
     /// Asserts "!LgLog::isLoggerActive()". Where it throws, nothing has changed.
     static void startLogger();
     /// Asserts "LgLog::isLoggerActive()". What was written before is in the output when this returns. Called by the
-    /// thread that started the logger.
+    /// thread that started the logger. Throws what solving the priority graph throws, if another change has left the
+    /// graph invalid. The logger has stopped in that case, too.
     static void stopLogger();
 
     /// For a thread that begins: makes and registers its queue, and returns it; null without a logger.
@@ -44,7 +47,8 @@ private:
     struct State;
 
     static LgQueue *getThreadQueue();
-    static void dismantle();
+    /// Returns the first failure, or null. Goes on behind each.
+    static std::exception_ptr dismantle();
 
     static State *_state; // while the logger runs
     static bool _running;

@@ -22,7 +22,10 @@ MtTrace::~MtTrace() = default;
 
 void MtTrace::writeTag(std::ostream &stream) const
 {
-    stream << std::setiosflags(std::ios_base::left) << std::setw(15) << _name << ' ';
+    // The stream may be the caller's own, and its line goes on behind the tag.
+    std::ios_base::fmtflags const flags = stream.flags();
+    stream << std::left << std::setw(15) << _name << ' ';
+    stream.flags(flags);
 }
 
 } // namespace Zv
