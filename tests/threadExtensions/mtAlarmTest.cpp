@@ -571,7 +571,11 @@ TEST_F(MtAlarmManagerTest, TheThreadFollowsTheManagersPriority)
     EXPECT_EQ(0, priority.getPriority());
     std::ostringstream text;
     priority.dump(text, true);
-    EXPECT_NE(std::string::npos, text.str().find("equalToAlarmManager")) << text.str();
+    EXPECT_NE(
+        std::string::npos,
+        text.str().find("\n\"equalToAlarmManager\" : AlarmManagerImp (    0 ) == MtAlarmThread ("
+                        "    0 ) valid\n"))
+        << text.str();
     PriorityRelation const above("test", RtPriorities::getInstance().getRealTimePriority(),
                                  PriorityRelation::LESS, priority);
     int level = -1;
@@ -611,6 +615,13 @@ TEST(MtAlarmManager, IsOneForTheProcess)
     called.acquire();
     EXPECT_GE(Sleeper::getInstance().getTime(), before + 0.002);
     manager.deregisterAlarm(alarm);
+}
+
+TEST(MtAlarmManager, HasAThreadWithTheUsualStack)
+{
+    lastStackSize = 0;
+    MtAlarmManagerImp manager;
+    EXPECT_EQ(65536u, lastStackSize);
 }
 
 TEST(MtAlarmManager, WithoutAThreadThereIsNone)
@@ -863,6 +874,65 @@ TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAnewIsEndedFromOutsideA
     VirtualTime::awaitAsleep();
     EXPECT_TRUE(alarm.isUnique());
     EXPECT_FALSE(held._begun.try_acquire());
+}
+
+// ---- repeats that are always due
+
+/// An alarm with repeats of duration 0.
+class MtRestlessAlarmTest : public MtAlarmManagerTest
+{
+protected:
+    ~MtRestlessAlarmTest() noexcept override = default;
+
+    void addRestless(unsigned nbRepeats)
+    {
+        _alarm->setCallback(&_call);
+        _alarm->setAlarmTime(_start + 1.0);
+        _alarm->setRequestedRepeats(nbRepeats);
+        manager().registerAlarm(_alarm);
+    }
+
+    std::atomic<int> _nbCalls = 0;
+    std::atomic<int> _nbFarewells = 0;
+    Call _call{[this](Alarm const &, bool goingAway) { ++(goingAway ? _nbFarewells : _nbCalls); }};
+    Alarm _alarm = manager().createHandle();
+};
+
+TEST_F(MtRestlessAlarmTest, ComesBeforeLaterOnes)
+{
+    addRestless(999);
+    int nbBefore = 0;
+    Call call([&](Alarm const &, bool) { nbBefore = _nbCalls; });
+    Alarm const later = add(call, 1.5);
+    passTo(2.0);
+    EXPECT_EQ(1000, nbBefore);
+    EXPECT_EQ(1000, _nbCalls);
+    EXPECT_FALSE(_alarm->isRegistered());
+}
+
+TEST_F(MtRestlessAlarmTest, LeavesOthersTheirTurn)
+{
+    addRestless(std::numeric_limits<unsigned>::max());
+    std::binary_semaphore called(0);
+    Call call([&](Alarm const &, bool) { called.release(); });
+    Alarm const later = add(call, 1.5);
+    beginToPassTo(2.0);
+    called.acquire();
+    EXPECT_GE(_nbCalls, 1000);
+    EXPECT_EQ(_start + 1.0, _alarm->getAlarmTime()) << "its own moment stays";
+    manager().deregisterAlarm(_alarm);
+    EXPECT_FALSE(_alarm->isRegistered());
+}
+
+TEST_F(MtRestlessAlarmTest, DoesNotKeepTheManagerFromItsEnd)
+{
+    addRestless(std::numeric_limits<unsigned>::max());
+    beginToPassTo(1.0);
+    while (_nbCalls == 0)
+        std::this_thread::yield();
+    end();
+    EXPECT_EQ(1, _nbFarewells);
+    EXPECT_FALSE(_alarm->isRegistered());
 }
 
 // ---- the end of the manager

@@ -6,6 +6,8 @@
 namespace Zv {
 
 inline thread_local int attemptsUntilRefusal = 0;
+/// What the calling thread's last attempt asked for, in bytes.
+inline thread_local SIZE_T lastStackSize = 0;
 
 /// The calling thread's `which`-th attempt to start a thread from now on, counted from 1, fails.
 inline void refuseThread(int which)
@@ -23,6 +25,7 @@ inline HANDLE wrapCreateThread(SECURITY_ATTRIBUTES *, SIZE_T, LPTHREAD_START_ROU
                                              LPTHREAD_START_ROUTINE function, void *argument,
                                              DWORD flags, DWORD *threadId)
 {
+    lastStackSize = stackSize;
     if (attemptsUntilRefusal != 0 && --attemptsUntilRefusal == 0) {
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;

@@ -33,7 +33,10 @@ public:
     void setAlarmTime(double alarmTime);
     /// The seconds from the registration to the call.
     void setDuration(double duration);
-    /// The seconds between two calls.
+    /// The seconds between two calls. If this is 0 or less, or if the callback takes longer than this, a repeat is due
+    /// as soon as the call before it has ended. It then comes before all alarms of later moments. Alarms that are due get
+    /// their turn after each 1000 calls in a row, so that no number of repeats keeps them away for good. To be called
+    /// again and again, set a duration that leaves the thread time for others.
     void setRepeatDuration(double repeatDuration);
     /// How many calls follow the first. Repeat n is due n - 1 repeat durations after the first call's moment, however
     /// late a call was: by design, the first repeat is due together with the first call.
@@ -93,6 +96,9 @@ public:
     /// On the thread of the manager, "MtAlarmThread", with no lock held: alarms may be registered and deregistered,
     /// this one as well. All other alarms wait for it. What it throws ends the process. `goingAway`: the time has not
     /// come, but the manager is being destroyed, on this thread.
+    ///
+    /// The thread has a stack of 64 KiB, which cannot be changed. A callback that needs more, or that takes long, must
+    /// hand the work to a thread of its own.
     virtual void performAlarm(RCShdPtr<MtAlarmHandle> handle, bool goingAway) = 0;
 
 protected:

@@ -23,6 +23,9 @@ namespace {
 constexpr double NEGLIGIBLE = 0.0000001;
 /// Waits are timed in milliseconds: a shorter one would come back at once, and the thread would run round.
 constexpr double SHORTEST_WAIT = 0.001;
+/// The calls in a row of one alarm whose time does not move on, such as one with repeats of duration 0. After them
+/// all others that are due get their turn.
+constexpr unsigned LONGEST_ROW = 1000;
 
 double getTime()
 {
@@ -44,8 +47,8 @@ public:
 
     void performAttach(MtThread *thread) override
     {
-        _relation.reset(new PriorityRelation("equalToAlarmManager", thread->getPriority(),
-                                             PriorityRelation::EQUAL, _manager._priority));
+        _relation.reset(new PriorityRelation("equalToAlarmManager", _manager._priority,
+                                             PriorityRelation::EQUAL, thread->getPriority()));
     }
     void performDetach(MtThread *) override { _relation.reset(); }
     void performExecute(MtThread *) override { _manager.run(); }
@@ -165,8 +168,10 @@ void MtAlarmManagerImp::run()
             guard.unlock();
             callCallback(*alarm, false);
             guard.relock();
-            endCall(alarm);
+            bool const isInTime = endCall(alarm);
             _now = getTime();
+            if (_stop && !isInTime)
+                break;
         }
         waitForAlarm();
     }
@@ -191,28 +196,35 @@ RCShdPtr<MtAlarmHandle> MtAlarmManagerImp::takeDueAlarm()
     return nullptr;
 }
 
-void MtAlarmManagerImp::endCall(RCShdPtr<MtAlarmHandle> const &alarm)
+bool MtAlarmManagerImp::endCall(RCShdPtr<MtAlarmHandle> const &alarm)
 {
     _current = _noHandle;
     _deregPulse.pulse();
     if (getNbDeregistering(*alarm) != 0) {
         remove(*alarm);
         setRegistered(*alarm, false);
-        return;
+        return true;
     }
     // The callback may have ended the repeats, and may have registered the alarm anew.
     if (!alarm->isRegistered() || _alarms.contains(*alarm))
-        return;
+        return true;
     unsigned const nbRepeats = alarm->getRepeatCount();
     if (alarm->getRequestedRepeats() <= nbRepeats) {
         setRegistered(*alarm, false);
-        return;
+        return true;
     }
     // Counted from the registration, so that a late call delays no other.
     double const next =
         alarm->getTimeRegistered() + alarm->getDuration() + nbRepeats * alarm->getRepeatDuration();
+    _nbInARow = next > alarm->getAlarmTime() ? 0 : _nbInARow + 1;
     setRegisteredAlarmTime(*alarm, next);
-    insert(alarm, next);
+    if (_nbInARow <= LONGEST_ROW) {
+        insert(alarm, next);
+        return true;
+    }
+    _nbInARow = 0;
+    insert(alarm, getTime()); // behind all that are due
+    return false;
 }
 
 void MtAlarmManagerImp::waitForAlarm()

@@ -44,8 +44,8 @@ private:
     void stop();
     /// The earliest alarm, where it is due and somebody else refers to it; others that are due are dropped. Else null.
     RCShdPtr<MtAlarmHandle> takeDueAlarm() ZV_REQUIRES(_lock);
-    /// Makes of an alarm whose call is over what is to become of it.
-    void endCall(RCShdPtr<MtAlarmHandle> const &alarm) ZV_REQUIRES(_lock);
+    /// Makes of an alarm whose call is over what is to become of it. Returns false if it keeps others from their turn.
+    bool endCall(RCShdPtr<MtAlarmHandle> const &alarm) ZV_REQUIRES(_lock);
     void waitForAlarm() ZV_REQUIRES(_lock);
     void waitForEndOfCall(MtAlarmHandle &alarm) ZV_REQUIRES(_lock);
     void insert(RCShdPtr<MtAlarmHandle> alarm, double time) ZV_REQUIRES(_lock);
@@ -66,6 +66,7 @@ private:
     RCShdPtr<MtAlarmHandle> const _noHandle;
     Priority _priority;
     double _resolution ZV_GUARDED_BY(_lock) = 0.02;
+    unsigned _nbInARow ZV_GUARDED_BY(_lock) = 0; // calls of an alarm whose time does not move on
 };
 
 } // namespace Zv

@@ -20,8 +20,8 @@ public:
 
     void performAttach(MtThread *thread) override
     {
-        _relation.reset(new PriorityRelation("equalGroup", thread->getPriority(),
-                                             PriorityRelation::EQUAL, _pool));
+        _relation.reset(new PriorityRelation("equalGroup", _pool, PriorityRelation::EQUAL,
+                                             thread->getPriority()));
     }
     void performDetach(MtThread *) override { _relation.reset(); }
     void performExecute(MtThread *) override
@@ -55,12 +55,13 @@ LiString makeWorkerName(LiString const &pool, unsigned index)
 
 MtThreadPool::MtThreadPool(LiString const &name, unsigned nbThreads, bool placeThreads,
                            unsigned stackSize)
-    : Priority(name, MtPriorityMgr::getInstance(), NOT_SET),
+    : Priority(name, MtPriorityMgr::getInstance(), NOT_SET, NEVER),
       _nbThreads(nbThreads),
       _threads(new ObjPtr<MtThread>[nbThreads]),
       _placeThreads(placeThreads),
       _isRunning(false)
 {
+    join(); // the workers' relations need the node; it hears of no solving, so that it need not be complete
     for (unsigned i = 0; i != _nbThreads; ++i) {
         ObjPtr<MtThreadProtocol> worker(new PoolWorker(*this, i));
         _threads[i] = MtThreadFactory::getInstance().createThread(makeWorkerName(name, i), worker,

@@ -23,6 +23,9 @@ namespace Zv {
 /// `start`, `stop` and the destructor are for one controlling thread, which is no worker of the pool. An exception
 /// that leaves one of the three operations ends the process.
 ///
+/// The pool is told nothing of solvings. A derived class that overrides `updatePriority` calls `setTelling` at the end of
+/// its constructor and, with `NEVER`, first in its destructor.
+///
 ///     class DiskPool : public MtThreadPool
 ///     {
 ///         ~DiskPool() noexcept(false) override { stop(); } // while its operations still exist
@@ -34,6 +37,11 @@ public:
     /// The workers are made, not started. A worker's name is the pool's with its index behind it, two columns wide.
     /// `placeThreads`: worker i runs on processor i alone. `stackSize` is in bytes for each worker; 0 stands for
     /// 65536.
+    ///
+    /// Worker numbers are not reduced to the processors that exist. A pool that is placed must not have more workers
+    /// than the process has processors, and the process must be allowed to use those with the numbers from 0 on. A
+    /// container or a processor set may withhold some of them from it. Otherwise a worker fails the assertion
+    /// "::SetThreadAffinityMask( _threadHandle, mask )" on its own thread, which ends the process.
     MtThreadPool(LiString const &name, unsigned nbThreads, bool placeThreads, unsigned stackSize);
     MtThreadPool(MtThreadPool const &) = delete;
     MtThreadPool &operator=(MtThreadPool const &) = delete;
