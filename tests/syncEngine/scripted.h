@@ -13,6 +13,7 @@
 #include <functional>
 #include <mutex>
 #include <ostream>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <utility>
@@ -58,8 +59,18 @@ class ScriptedSource : public SeSourceProtocol
 public:
     explicit ScriptedSource(char const *name = "scripted") : _name(name) {}
 
-    void start() override { record.note("start"); }
-    void stop() override { record.note("stop"); }
+    void start() override
+    {
+        record.note("start");
+        if (onStart)
+            onStart();
+    }
+    void stop() override
+    {
+        record.note("stop");
+        if (onStop)
+            onStop();
+    }
     std::uint32_t waitSync() override
     {
         std::unique_lock guard(_mutex);
@@ -111,6 +122,8 @@ public:
     }
 
     Record record;
+    std::function<void()> onStart;
+    std::function<void()> onStop;
 
 private:
     std::uint32_t getLast()
@@ -138,6 +151,8 @@ public:
     {
         if (nbDestroyed)
             ++*nbDestroyed;
+        if (onDestruction)
+            onDestruction();
     }
 
     /// Blocks until the client sleeps: it waits for a beat then.
@@ -151,6 +166,7 @@ public:
     Record record;
     std::function<bool(std::uint32_t, int)> onSync;
     int *nbDestroyed = nullptr;
+    std::function<void()> onDestruction;
 
 protected:
     void performStart() override
@@ -168,6 +184,28 @@ protected:
 private:
     std::atomic<long> _thread = 0;
 };
+
+/// Whether `action`, on another thread, waits until `release` has been called.
+inline bool isHeldUp(std::function<void()> const &action, std::function<void()> const &release)
+{
+    std::atomic<long> number = 0;
+    std::atomic<bool> isOver = false;
+    std::binary_semaphore end(0);
+    std::thread thread([&] {
+        number = threadNumber();
+        action();
+        isOver = true;
+        end.acquire();
+    });
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number);
+    bool const wasHeldUp = !isOver;
+    release();
+    end.release();
+    thread.join();
+    return wasHeldUp;
+}
 
 inline std::string failedExpression(std::function<void()> const &action)
 {

@@ -97,6 +97,7 @@ protected:
     {
         _client->setupNoLock(generator, lock, condition, count, 1);
     }
+    MtThread *getThread() const { return _client->SeClientThread::_thread; }
     /// Blocks for good where the lock is held.
     void takeLockElsewhere()
     {
@@ -291,6 +292,13 @@ TEST_F(SeClientThreadTest, IsSetUpWhenItIsFreeAndClearedWhenItIsNot)
         _client = new Client;
         _thread = MtThreadFactory::getInstance().createThread("client", own(), true, 0);
     }
+}
+
+TEST_F(SeClientThreadTest, KnowsItsThreadWhileItIsAttached)
+{
+    EXPECT_EQ(_thread.get(), getThread());
+    ObjPtr<MtThreadProtocol> const client(_thread->detachProtocol());
+    EXPECT_EQ(nullptr, getThread());
 }
 
 TEST_F(SeClientThreadTest, DoesNotRunWithoutAGenerator)

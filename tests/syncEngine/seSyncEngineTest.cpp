@@ -1,6 +1,7 @@
 #include "resmgt/syncEngine/seSyncEngine.h"
 
 #include "aborted.h"
+#include "resmgt/locks/lkGuard.h"
 #include "resmgt/syncEngine/seGeneratorThread.private.h"
 #include "resmgt/syncEngine/seSourceClock.h"
 #include "resmgt/threads/mtThreadFactory.h"
@@ -9,6 +10,7 @@
 #include "scripted.h"
 #include "threadExtensions/asleep.h"
 #include "threadExtensions/refusedThreads.h"
+#include "threads/threadTesting.h"
 #include "zvbase/rcEx.h"
 
 #include <gtest/gtest.h>
@@ -30,6 +32,11 @@ class SeSyncEngineTest : public testing::Test
 protected:
     static void destroyEngine(SeSyncEngine *engine) { delete engine; }
     static SeSyncEngine *makeEngine() { return new SeSyncEngine; }
+    static SeGeneratorThread &getLastGenerator(SeSyncEngine &engine)
+    {
+        LkGuard<LkLock const> const guard(engine._lock);
+        return static_cast<SeGeneratorThread &>(*engine._generators.back()->getProtocol());
+    }
 };
 
 namespace {
@@ -115,6 +122,74 @@ TEST_F(SeGeneratorThreadTest, StartsTheSourceBeforeTheFirstBeatAndStopsItAfterTh
     _thread->join();
     EXPECT_EQ("start;stop;", _source.record.get());
     EXPECT_EQ(4 - 1, _source.getNbWaits());
+}
+
+TEST_F(SeGeneratorThreadTest, StartsAndStopsTheSourceUnderItsLock)
+{
+    std::binary_semaphore entered(0);
+    std::binary_semaphore go(0);
+    _source.onStart = _source.onStop = [&] {
+        entered.release();
+        go.acquire();
+    };
+    auto const expectHeldUp = [&] {
+        entered.acquire();
+        EXPECT_TRUE(isHeldUp([&] { isState(SeGeneratorThread::BEATING); }, [&] { go.release(); }));
+    };
+    start();
+    expectHeldUp();
+    _source.awaitWaits(1);
+    beat();
+    _thread->stop();
+    _source.beat();
+    expectHeldUp();
+    _thread->join();
+}
+
+TEST_F(SeGeneratorThreadTest, WakesAThreadThatWaitsForItsEnd)
+{
+    startBeating();
+    EXPECT_TRUE(isHeldUp([&] { _generator->waitState(SeGeneratorThread::STOPPED); },
+                         [&] { _thread->stop(); }));
+    EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
+}
+
+TEST_F(SeGeneratorThreadTest, ARemovalLeavesTheWakingToTheNextBeat)
+{
+    startBeating();
+    ScriptedClient * const other = add(1);
+    ScriptedClient * const client = add(1);
+    EXPECT_TRUE(isHeldUp(
+        [&] { ObjPtr<SeClientThread> const back(_generator->removeClient(client)); },
+        [&] {
+            other->awaitAsleep();
+            EXPECT_EQ("start;", other->record.get()) << "in its rounds of grace, any pulse counts";
+            beat();
+        }));
+    other->record.await("start;2 0;2 0;");
+}
+
+TEST_F(SeGeneratorThreadTest, DestroysItsClientsWithoutItsLock)
+{
+    bool isBeating = true;
+    add(1)->onDestruction = [&] { isBeating = isState(SeGeneratorThread::BEATING); };
+    startBeating();
+    _thread->stop();
+    EXPECT_FALSE(isBeating);
+}
+
+TEST_F(SeGeneratorThreadTest, AClientWhoseDestructorThrowsKeepsNothingFromTheOthers)
+{
+    int nbDestroyed = 0;
+    for (int i = 0; i != 3; ++i) {
+        ScriptedClient * const client = add(1);
+        client->nbDestroyed = &nbDestroyed;
+        client->onDestruction = [] { throw std::runtime_error("no end"); };
+    }
+    startBeating();
+    EXPECT_THROW(_thread->stop(), std::runtime_error);
+    EXPECT_EQ(3, nbDestroyed);
+    EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
 }
 
 TEST_F(SeGeneratorThreadTest, TheFirstBeatReachesNobody)
@@ -539,6 +614,98 @@ TEST_F(SeSyncEngineOfTest, WaitsUntilASourceBeats)
     thread.join();
     EXPECT_TRUE(_engine->isSyncGenBeating(_source));
     _engine->waitSyncGenBeating(_source);
+}
+
+TEST_F(SeSyncEngineOfTest, IsHeldUpWhileAnotherThreadWaitsForTheFirstBeat)
+{
+    std::thread waiter([&] { _engine->waitSyncGenBeating(_source); });
+    _source.awaitWaits(1); // the waiter has the lock, or it would not have made the generator
+    bool isBeating = false;
+    EXPECT_TRUE(
+        isHeldUp([&] { isBeating = _engine->isSyncGenBeating(_source); }, [&] { _source.beat(); }));
+    EXPECT_TRUE(isBeating);
+    waiter.join();
+}
+
+TEST_F(SeSyncEngineOfTest, IsHeldUpWhileAnotherThreadRemovesAClient)
+{
+    std::binary_semaphore entered(0);
+    std::binary_semaphore go(0);
+    ScriptedClient * const client = add(_source);
+    client->onSync = [&](std::uint32_t, int) {
+        entered.release();
+        go.acquire();
+        return true;
+    };
+    for (int beats = 1; beats != 3; ++beats) {
+        _source.beat();
+        _source.awaitWaits(beats + 1);
+    }
+    entered.acquire();
+    std::atomic<long> remover = 0;
+    ObjPtr<SeClientThread> back;
+    std::thread thread([&] {
+        remover = threadNumber();
+        back = _engine->removeClient(client);
+    });
+    while (!remover)
+        std::this_thread::yield();
+    waitUntilAsleep(remover);
+    EXPECT_TRUE(isHeldUp([&] { _engine->isSyncGenBeating(_source); }, [&] { go.release(); }));
+    thread.join();
+    EXPECT_EQ(client, back.get());
+}
+
+/// Passes for the thread of another client than it runs.
+class LyingThread : public StubThread
+{
+public:
+    LyingThread(ObjPtr<MtThread> thread, MtThreadProtocol *claimed)
+        : _thread(thread), _claimed(claimed)
+    {}
+    void start() override { _thread->start(); }
+    void stop() override { _thread->stop(); }
+    void join() override { _thread->join(); }
+    MtThreadProtocol *getProtocol() const override { return _claimed; }
+
+private:
+    ObjPtr<MtThread> _thread;
+    MtThreadProtocol *_claimed;
+};
+
+class LyingFactory : public MtThreadFactory
+{
+public:
+    explicit LyingFactory(MtThreadProtocol *claimed) : _claimed(claimed) {}
+    ObjPtrRet<MtThread> createThread(LiString const &name, ObjPtr<MtThreadProtocol> protocol,
+                                     bool terminateOnUnhandled, unsigned stackSize) override
+    {
+        return ObjPtrRet<MtThread>(
+            new LyingThread(MtThreadFactory::getInstance().createThread(
+                                name, protocol, terminateOnUnhandled, stackSize),
+                            _claimed));
+    }
+    int getMinPriority() const override { return 0; }
+    int getMaxPriority() const override { return 6; }
+
+protected:
+    ObjPtrRet<MtThread> createMainThread(LiString const &, MtThreadMgr &) override
+    {
+        return nullptr;
+    }
+
+private:
+    MtThreadProtocol *_claimed;
+};
+
+TEST_F(SeSyncEngineOfTest, AClientThatTwoGeneratorsHaveIsAFault)
+{
+    ScriptedClient * const client = add(_source);
+    static_cast<void>(_engine->isSyncGenBeating(_other));
+    ObjPtr<SeClientThread> second(new ScriptedClient);
+    LyingFactory factory(client);
+    getLastGenerator(*_engine).addClient("second", second, 1, factory);
+    EXPECT_EQ("!( foundOverall == true && foundThisSyncGen == true )", removalFailure(client));
 }
 
 TEST_F(SeSyncEngineOfTest, GivesARemovedClientBack)

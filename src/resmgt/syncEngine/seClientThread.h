@@ -23,8 +23,21 @@ class LkPulse;
 /// and counts a full period from there. Its first two wake-ups count as one beat each, whatever has passed, so that
 /// its start is not charged to it. On a generator that has been beating before, these two come at once.
 ///
-/// The thread's priority lies below that of the source's generator. All operations of a derived class run on the
-/// client's own thread, without any lock; none of them may call the sync engine. What they throw ends the process.
+/// The thread's priority lies below that of the source's generator. Nothing lifts it: without a relation of its own,
+/// the thread has the lowest level of all, on which it gets little of a busy machine. A client whose work is urgent
+/// needs a relation such as
+///
+///     PriorityRelation floor("meter", RtPriorities::getInstance().getRealTimePriority(),
+///                            PriorityRelation::LESS_EQUAL, meter->getPriorityNoLock());
+///
+/// which must end before the client does.
+///
+/// `performStart`, `performSync` and `performEnd` run on the client's own thread, without any lock. The thread has a
+/// stack of 64 KiB, which cannot be changed. None of them may call the sync engine. What they throw ends the process.
+///
+/// A client that is still added is destroyed by `SeSyncEngine::stop`, on the thread that calls it, under the engine's
+/// lock. So its destructor must not call the engine, nor wait for a thread that does. A client must be in one place at
+/// a time: it must not be added to a second source while the first one still runs it.
 class ZVRESMGT_EXPORT SeClientThread : public MtThreadProtocol
 {
 public:

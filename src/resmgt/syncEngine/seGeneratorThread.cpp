@@ -7,6 +7,7 @@
 #include "zvbase/failures.h"
 
 #include <algorithm>
+#include <exception>
 #include <ostream>
 
 namespace Zv {
@@ -74,15 +75,23 @@ void SeGeneratorThread::performStop(MtThread *thread)
     for (MtThread * const client : _clients)
         client->stop();
     pulse();
+    std::exception_ptr failure;
     while (!_clients.empty()) {
         ObjPtr<MtThread> client(_clients.front());
         _clients.pop_front();
         guard.unlock();
-        client->join();
+        try {
+            client->join();
+            client.reset(); // without the lock: what a client's destructor does is its own affair
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
         guard.relock();
-        client.reset();
     }
     setState(STOPPED);
+    if (failure)
+        std::rethrow_exception(failure);
 }
 
 void SeGeneratorThread::dump(std::ostream &stream) const
@@ -112,8 +121,8 @@ void SeGeneratorThread::addClient(LiString const &name, ObjPtr<SeClientThread> &
     } catch (...) {
         _clients.pop_back();
         thread->stop();
-        pulse();
-        guard.unlock(); // which the client needs to come to its end
+        guard
+            .unlock(); // which the client needs to come to its end; it has not waited for a beat yet
         throw;
     }
     static_cast<void>(thread.release());

@@ -45,8 +45,9 @@ public:
     void performAttach(MtThread *thread) override;
     void performDetach(MtThread *thread) override;
     void performExecute(MtThread *thread) override;
-    /// Ends all clients and destroys them. Blocks until the source has beaten once; the thread itself ends with a
-    /// further beat.
+    /// Ends all clients and destroys them, without a lock. Blocks until the source has beaten once; the thread itself
+    /// ends with a further beat. If the destructor of a client throws, the others are ended all the same, and the first
+    /// exception comes out.
     void performStop(MtThread *thread) override;
     virtual void dump(std::ostream &stream) const;
 
