@@ -249,6 +249,15 @@ TEST_F(PriorityTelling, MayEndTheNodeThatIsTold)
     EXPECT_EQ(takeLog(), Log({"b2", "a1"})) << "it joined last now";
 }
 
+TEST_F(PriorityTelling, BeginsAnewForANodeThatHasJoinedAnew)
+{
+    Listener a("a", mgr, 3, Listener::CHANGED, log);
+    EXPECT_EQ(takeLog(), Log({"a3"}));
+    a.leaveEarly();
+    a.joinAgain();
+    EXPECT_EQ(takeLog(), Log({"a3"})) << "the first value is told, also if it was told before";
+}
+
 TEST_F(PriorityTelling, ThatThrowsReachesTheCallerAndIsMadeUpFor)
 {
     Listener a("a", mgr, Priority::NOT_SET, Listener::CHANGED, log);

@@ -148,9 +148,31 @@ TEST_F(SeGeneratorThreadTest, StartsAndStopsTheSourceUnderItsLock)
 
 TEST_F(SeGeneratorThreadTest, WakesAThreadThatWaitsForItsEnd)
 {
+    std::binary_semaphore entered(0);
+    std::binary_semaphore go(0);
+    add(1)->onSync = [&](std::uint32_t, int) {
+        entered.release();
+        go.acquire();
+        return true;
+    };
     startBeating();
-    EXPECT_TRUE(isHeldUp([&] { _generator->waitState(SeGeneratorThread::STOPPED); },
-                         [&] { _thread->stop(); }));
+    beat();
+    entered.acquire();
+    std::atomic<long> waiting = 0;
+    std::thread waiter([&] {
+        waiting = threadNumber();
+        _generator->waitState(SeGeneratorThread::STOPPED);
+    });
+    while (!waiting)
+        std::this_thread::yield();
+    waitUntilAsleep(waiting);
+    EXPECT_TRUE(isHeldUp([&] { _thread->stop(); },
+                         [&] {
+                             EXPECT_TRUE(isState(SeGeneratorThread::STOPPING));
+                             waitUntilAsleep(waiting); // again, for the last state
+                             go.release();
+                         }));
+    waiter.join();
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
 }
 
@@ -171,11 +193,13 @@ TEST_F(SeGeneratorThreadTest, ARemovalLeavesTheWakingToTheNextBeat)
 
 TEST_F(SeGeneratorThreadTest, DestroysItsClientsWithoutItsLock)
 {
-    bool isBeating = true;
-    add(1)->onDestruction = [&] { isBeating = isState(SeGeneratorThread::BEATING); };
+    bool isStopping = false;
+    add(1)->onDestruction = [&] {
+        std::thread([&] { isStopping = isState(SeGeneratorThread::STOPPING); }).join();
+    };
     startBeating();
     _thread->stop();
-    EXPECT_FALSE(isBeating);
+    EXPECT_TRUE(isStopping);
 }
 
 TEST_F(SeGeneratorThreadTest, AClientWhoseDestructorThrowsKeepsNothingFromTheOthers)
