@@ -4,8 +4,10 @@
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/syncEngine/seGeneratorThread.private.h"
 #include "resmgt/syncEngine/seSourceClock.h"
+#include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "scripted.h"
 #include "threadExtensions/asleep.h"
@@ -317,6 +319,24 @@ TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAndCanBeAddedAgain)
     EXPECT_TRUE(_generator->hasClient(client));
     while (client->record.get().size() < 100)
         std::this_thread::yield();
+}
+
+TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAlsoWhileThePriorityGraphIsInvalid)
+{
+    unsigned const nbThreads = getNbThreads();
+    ScriptedClient * const client = add(1);
+    PriorityMgr &graph = MtPriorityMgr::getInstance();
+    Priority below("below", graph, 1);
+    Priority above("above", graph, 2);
+    PriorityRelation order("below<above", below, PriorityRelation::LESS, above);
+    EXPECT_THROW(below.setPriority(3), PriorityEx);
+    ObjPtr<SeClientThread> back(_generator->removeClient(client));
+    EXPECT_EQ(client, back.get());
+    EXPECT_EQ(nbThreads, getNbThreads());
+    EXPECT_EQ(MtPriorityMgr::RELATION_INVALID, graph.check());
+    below.setPriority(1);
+    addAgain(back, 1);
+    EXPECT_TRUE(back.isNull());
 }
 
 TEST_F(SeGeneratorThreadTest, AClientIsReleasedFromAGeneratorThatIsStillStarting)

@@ -9,6 +9,7 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtSpecificDataRegistry.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "zvbase/assertions.h"
@@ -22,6 +23,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <semaphore>
 #include <set>
@@ -342,6 +344,20 @@ TEST(MtThreadPool, MayComeAndGoWhileOthersChangeTheGraph)
         QueuePool pool(1);
     isOver = true;
     other.join();
+}
+
+TEST(MtThreadPool, GoesAltogetherAlsoWhileThePriorityGraphIsInvalid)
+{
+    unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    PriorityMgr &graph = MtPriorityMgr::getInstance();
+    Priority below("below", graph, 1);
+    Priority above("above", graph, 2);
+    PriorityRelation order("below<above", below, PriorityRelation::LESS, above);
+    auto pool = std::make_unique<QueuePool>(3);
+    EXPECT_THROW(below.setPriority(3), PriorityEx);
+    EXPECT_THROW(delete pool.release(), PriorityEx);
+    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    below.setPriority(1);
 }
 
 /// Listens to what the graph has for it.

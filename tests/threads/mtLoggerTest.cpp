@@ -262,8 +262,10 @@ struct TracingOutput
             return;
         ++self.nbTraced;
         ZV_TRACE(*testLevel, "the reader's own");
+        self.written.release();
     }
     int nbTraced = 0;
+    std::counting_semaphore<> written{0};
     std::vector<std::string> texts;
 };
 
@@ -273,6 +275,7 @@ TEST_F(MtLoggerTest, TheReadersOwnTraceDoesNotFeedItsLoop)
     LgTrace::setOutput(&TracingOutput::write, &tracing);
     MtLogger::startLogger();
     ZV_TRACE(*testLevel, "somebody else's");
+    tracing.written.acquire(); // while the logger is active
     MtLogger::stopLogger();
     LgTrace::setOutput(nullptr, nullptr);
     EXPECT_EQ(1, tracing.nbTraced);

@@ -3,6 +3,7 @@
 #include "resmgt/syncEngine/seSourceProtocol.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "zvbase/failures.h"
 
@@ -140,12 +141,23 @@ ObjPtrRet<SeClientThread> SeGeneratorThread::removeClient(SeClientThread *client
         pulse();
     guard.unlock();
     thread->join();
-    client->setupNoLock(nullptr, nullptr, nullptr, nullptr, 0);
+    // Relations and a thread that go solve the priority graph. That somebody else has left it invalid is no reason to
+    // keep the client.
+    auto const regardless = [](auto const &step) {
+        try {
+            step();
+        } catch (PriorityEx const &) {
+        }
+    };
+    regardless([client] { client->setupNoLock(nullptr, nullptr, nullptr, nullptr, 0); });
     guard.relock();
+    ObjPtr<MtThreadProtocol> protocol;
+    regardless([&] { protocol = thread->detachProtocol(); });
+    if (!protocol)
+        protocol = thread->detachProtocol(); // its relations have gone
     _clients.erase(clientThreadIter);
-    ObjPtr<MtThread> const removed(thread);
-    return ObjPtrRet<SeClientThread>(
-        static_cast<SeClientThread *>(thread->detachProtocol().release()));
+    regardless([thread] { ObjPtr<MtThread> const removed(thread); });
+    return ObjPtrRet<SeClientThread>(static_cast<SeClientThread *>(protocol.release()));
 }
 
 bool SeGeneratorThread::hasClient(SeClientThread const *client) const

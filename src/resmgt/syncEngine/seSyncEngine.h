@@ -29,8 +29,8 @@ class SeGeneratorThread;
 ///     ...
 ///     ObjPtr<SeClientThread> back(SeSyncEngine::getInstance().removeClient(added));
 ///
-/// A source outlives its generator. All operations may be called by any thread but a client's or a generator's, and
-/// block as long as another of them does.
+/// A source must outlive its generator. Any thread may call these operations, except the threads of clients and
+/// generators. Each operation blocks while another thread is in one of them.
 class ZVRESMGT_EXPORT SeSyncEngine
 {
 public:
@@ -53,8 +53,8 @@ public:
     bool isSyncGenBeating(SeSourceProtocol &source);
     /// Blocks until the source has beaten once; for good where it never does. Starts a generator where there is none.
     void waitSyncGenBeating(SeSourceProtocol &source);
-    /// Ends all generators, after their clients, which are destroyed. Each source has to beat once more for that. The
-    /// engine may be used again.
+    /// Ends all generators, after their clients, which are destroyed on this thread under the engine's lock. Each source
+    /// has to beat once more for that. The engine may be used again.
     void stop();
     /// "generators:" and the generators' threads, a line for each.
     void dump(std::ostream &stream) const;

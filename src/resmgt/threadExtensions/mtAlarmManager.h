@@ -17,8 +17,8 @@ class Priority;
 ///     alarm->setCallback(&callback);
 ///     MtAlarmManager::getInstance().registerAlarm(alarm);
 ///
-/// No call comes early. A thread that wakes at its system's pleasure may be late, by about a millisecond on an idle
-/// machine, and a callback delays all that are due after it. Alarms of the same time are called in the reverse order
+/// No call comes early. A call may be late, by about a millisecond on an idle machine, and a callback delays all calls
+/// that are due after it. Alarms of the same time are called in the reverse order
 /// of their registration, by design.
 ///
 /// Any thread may use the manager, callbacks among them. Registering and deregistering take no more than the

@@ -8,7 +8,8 @@
 namespace Zv {
 
 /// A `T` for each thread, made with `new T` at a thread's first use of it and deleted when that thread ends. A thread
-/// that the library did not make does the latter by `MtSpecificDataRegistry::removeSpecificData`, or never.
+/// that the library did not make must call `MtSpecificDataRegistry::removeSpecificData` before it ends. Otherwise its
+/// values are never deleted.
 ///
 ///     MtSpecificData<Scratch> scratch("scratch");
 ///     ...

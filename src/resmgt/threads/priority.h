@@ -32,7 +32,7 @@ class PriorityRelation;
 class ZVRESMGT_EXPORT Priority : public PriorityTypes
 {
 public:
-    /// Stands for a value that a node has not got.
+    /// Given instead of a number, it makes a node free.
     static constexpr int NOT_SET = -1;
 
     /// A node that is fixed at `priority`, or free where that is `NOT_SET`. `mgr` outlives the node.

@@ -28,9 +28,9 @@ public:
         LESS_EQUAL ///< <=
     };
 
-    /// Asserts "isValid()": the nodes belong to one manager, and the right-hand node does not lie below the left-hand
-    /// one already by order relations, nor is a node related to itself by one. Throws what the solving throws; the
-    /// graph is then solved again without the relation.
+    /// Fails the assertion "isValid()" if the nodes belong to different managers, if order relations already put the
+    /// right-hand node below the left-hand node, or if a node is related to itself by `<` or `<=`. This is tested under
+    /// the manager's lock. Throws what the solving throws; the graph is then solved again without the relation.
     ///
     /// An `==` between two nodes of one name passes bounds from left to right only.
     PriorityRelation(LiString const &name, Priority &lhs, Relation relation, Priority &rhs);
@@ -46,9 +46,9 @@ public:
     bool isRelation(Relation relation) const { return _relation == relation; }
     bool uses(Priority const &priority) const { return _lhs == &priority || _rhs == &priority; }
 
-    /// The highest left-hand value beside this right-hand one.
+    /// Returns the highest left-hand value that satisfies the relation with this right-hand value.
     int computeLhsPriority(int rhsPriority) const;
-    /// The lowest right-hand value beside this left-hand one.
+    /// Returns the lowest right-hand value that satisfies the relation with this left-hand value.
     int computeRhsPriority(int lhsPriority) const;
     /// The bound on `side`, from the value of the opposite side.
     int computePriority(Side side, int opposite) const;
