@@ -477,6 +477,38 @@ TEST(PriorityFailing, AFixedNodeOutsideTheRangePushesOnWhatWalkingAllWaysPushes)
     }
 }
 
+/// What the second fixed node pushes to `x` cannot be pushed on to `y`; what the first one pushes is there already.
+std::string pushToTheEnd(PriorityMgr &mgr, int nextToLast, int last)
+{
+    bool const isUpwards = last > 0;
+    Priority first("first", mgr, nextToLast);
+    Priority second("second", mgr, last);
+    Priority x("x", mgr, Priority::NOT_SET);
+    Priority y("y", mgr, Priority::NOT_SET);
+    auto const relate = [isUpwards](Priority &from, PriorityRelation::Relation relation,
+                                    Priority &to) {
+        return std::make_unique<PriorityRelation>("r", isUpwards ? from : to, relation,
+                                                  isUpwards ? to : from);
+    };
+    auto const toY = relate(x, PriorityRelation::LESS, y);
+    auto const fromFirst = relate(first, PriorityRelation::LESS_EQUAL, x);
+    auto const fromSecond = relate(second, PriorityRelation::LESS_EQUAL, x);
+    return dumpOf(mgr);
+}
+
+TEST(PriorityFailing, TheEndOfTheNumbersIsPushedAsWalkingAllWaysPushesIt)
+{
+    using Limits = std::numeric_limits<int>;
+    for (auto const &[nextToLast, last] : {std::pair(Limits::max() - 1, Limits::max()),
+                                           std::pair(Limits::min() + 1, Limits::min())}) {
+        Forgiving<PriorityMgr> mgr("mgr", 0, 6);
+        Forgiving<FromScratchMgr> fromScratch("mgr", 0, 6);
+        std::string const expected = pushToTheEnd(fromScratch, nextToLast, last);
+        EXPECT_EQ(pushToTheEnd(mgr, nextToLast, last), expected);
+        EXPECT_NE(expected.find(std::to_string(last)), std::string::npos);
+    }
+}
+
 class PriorityRings : public testing::Test
 {
 protected:
