@@ -1,9 +1,11 @@
 // The graph when memory runs out.
 
 #include "allocations.h"
+#include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/rtPrioritiesWinNT.private.h"
 
 #include <gtest/gtest.h>
 
@@ -86,6 +88,30 @@ TEST(PriorityMemory, ARelationThatFailsToBeMadeLeavesTheGraphAsItWas)
                                EXPECT_EQ(other._told, 0);
                            }),
         0);
+}
+
+TEST(PriorityMemory, AProcessScopeThatFailsToBeSetFollowsWhatItFollowed)
+{
+    PriorityMgr &mgr = MtPriorityMgr::getInstance();
+    Priority first("first", mgr, 3);
+    Priority second("second", mgr, 5);
+    RtPrioritiesWinNT own;
+    Priority const &scope = own.getProcessScopePriority();
+    own.setProcessScope(first);
+    bool isSet = false;
+    EXPECT_GT(failEachAllocation(
+                  [&] {
+                      isSet = false;
+                      own.setProcessScope(second);
+                      isSet = true;
+                  },
+                  [&] {
+                      EXPECT_EQ(scope.getPriority(), isSet ? 5 : 3);
+                      EXPECT_EQ(mgr.check(), PriorityMgr::NO_ERROR);
+                      own.setProcessScope(first);
+                      EXPECT_EQ(scope.getPriority(), 3);
+                  }),
+              0);
 }
 
 TEST(PriorityMemory, ASolvingThatRunsOutIsMadeUpForByTheNext)

@@ -6,11 +6,13 @@
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/priorityRelation.h"
+#include "threads/threadTesting.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -109,6 +111,63 @@ TEST(PriorityThreads, CannotCloseACycleBetweenThem)
         other.join();
         EXPECT_EQ(nbRefused, 1);
     }
+}
+
+/// A chain of nodes, each above the one before it.
+class Chain
+{
+public:
+    Chain(PriorityMgr &mgr, int length)
+    {
+        for (int i = 0; i != length; ++i) {
+            _nodes.push_back(std::make_unique<Priority>("node", mgr, Priority::NOT_SET));
+            if (i != 0)
+                _relations.push_back(std::make_unique<PriorityRelation>(
+                    "r", *_nodes[_nodes.size() - 2], PriorityRelation::LESS_EQUAL, *_nodes.back()));
+        }
+    }
+    Chain(Chain const &) = delete;
+    ~Chain() { _relations.clear(); }
+
+    Priority &getFirst() { return *_nodes.front(); }
+    Priority &getLast() { return *_nodes.back(); }
+
+private:
+    std::vector<std::unique_ptr<Priority>> _nodes;
+    std::vector<std::unique_ptr<PriorityRelation>> _relations;
+};
+
+TEST(PriorityThreads, AThreadWithASmallStackChangesLongChains)
+{
+    PriorityMgr mgr("mgr", 0, 6);
+    Chain chain(mgr, 20000);
+    Priority floor("floor", mgr, 3);
+    Priority low("low", mgr, 2);
+    int level = 0;
+    bool isRefused = false;
+    bool isInvalid = false;
+    ObjPtr<MtThread> const thread(makeThread("small", [&](TestProtocol &, MtThread *) {
+        PriorityRelation lift("floor<=first", floor, PriorityRelation::LESS_EQUAL,
+                              chain.getFirst());
+        level = chain.getLast().getPriority();
+        try {
+            PriorityRelation ring("last<=first", chain.getLast(), PriorityRelation::LESS_EQUAL,
+                                  chain.getFirst());
+        } catch (AssertionFailed const &) {
+            isRefused = true;
+        }
+        try {
+            PriorityRelation ceiling("last<=low", chain.getLast(), PriorityRelation::LESS_EQUAL,
+                                     low);
+        } catch (PriorityEx const &) {
+            isInvalid = true;
+        }
+    }));
+    thread->start();
+    thread->join();
+    EXPECT_EQ(level, 3);
+    EXPECT_TRUE(isRefused);
+    EXPECT_TRUE(isInvalid);
 }
 
 } // namespace

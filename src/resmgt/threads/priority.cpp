@@ -173,14 +173,21 @@ Priority::Relations const &Priority::getEquals() const ZV_NO_THREAD_SAFETY_ANALY
 
 Priority const *Priority::findDependantRec(Priority const &target, std::uint64_t search) const
 {
+    // Without recursion: a chain may be longer than a small stack is deep.
+    Vector<Priority const *> open{this};
     _membership._search = search;
-    for (PriorityRelation const *relation : getOrders(LEFT)) {
-        Priority const &rhs = relation->getRhs();
-        if (&rhs == &target)
-            return &target;
-        // What one way here did not lead to, no other does.
-        if (rhs._membership._search != search && rhs.findDependantRec(target, search))
-            return &target;
+    while (!open.empty()) {
+        Priority const &node = *open.back();
+        open.pop_back();
+        for (PriorityRelation const *relation : node.getOrders(LEFT)) {
+            Priority const &rhs = relation->getRhs();
+            if (&rhs == &target)
+                return &target;
+            if (rhs._membership._search == search)
+                continue; // what one way here did not lead to, no other does
+            rhs._membership._search = search;
+            open.push_back(&rhs);
+        }
     }
     return nullptr;
 }
