@@ -364,8 +364,10 @@ TEST(MtThreadPool, GoesAltogetherAlsoWhileThePriorityGraphIsInvalid)
 class ListeningPool : public QueuePool
 {
 public:
-    ListeningPool() : QueuePool(1) { setTelling(AT_EACH_SOLVING); }
+    ListeningPool() : QueuePool(1) {}
     ~ListeningPool() noexcept(false) override { setTelling(NEVER); }
+
+    void listen() { setTelling(AT_EACH_SOLVING); }
 
     void updatePriority(int priority) override { _told = priority; }
 
@@ -377,6 +379,9 @@ TEST(MtThreadPool, ADerivedOneIsToldItsPriorityIfItAsksForThat)
     ListeningPool pool;
     PriorityRelation relation("disk", RtPriorities::getInstance().getRealTimePriority(),
                               PriorityRelation::EQUAL, pool);
+    EXPECT_EQ(pool._told, Priority::NOT_SET);
+    pool.listen();
+    MtPriorityMgr::getInstance().notify(PriorityMgr::VALUE_CHANGED);
     EXPECT_EQ(pool._told, 1);
 }
 
