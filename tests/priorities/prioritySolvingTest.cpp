@@ -452,8 +452,8 @@ protected:
     void updateError(PriorityMgr::Error) override {}
 };
 
-/// A bound that goes round the ring comes too late for the relation that was walked before: `outside` has pushed its own
-/// value on already.
+/// A bound that goes round the ring comes too late for the relation that was walked before: `outside` has pushed its
+/// own value on already.
 std::string pushFromOutside(PriorityMgr &mgr, int value)
 {
     Priority outside("outside", mgr, value);

@@ -45,9 +45,9 @@ public:
     void performAttach(MtThread *thread) override;
     void performDetach(MtThread *thread) override;
     void performExecute(MtThread *thread) override;
-    /// Ends all clients and destroys them, without a lock. Blocks until the source has beaten once, unless the thread was
-    /// never started; the thread itself ends with a further beat. If the destructor of a client throws, the others are ended all the same, and the first
-    /// exception comes out.
+    /// Ends all clients and destroys them, without a lock. Blocks until the source has beaten once, unless the thread
+    /// was never started; the thread itself ends with a further beat. If the destructor of a client throws, the others
+    /// are ended all the same, and the first exception comes out.
     void performStop(MtThread *thread) override;
     virtual void dump(std::ostream &stream) const;
 
@@ -56,8 +56,8 @@ public:
     void addClient(LiString const &name, ObjPtr<SeClientThread> &client, std::int32_t divisor,
                    MtThreadFactory &factory);
     /// Ends the client's thread and gives the client back, also while the priority graph is invalid. Asserts that the
-    /// generator is not stopped, and that the client is there. While the generator is starting, this pulses the beat, and
-    /// so does the first beat then.
+    /// generator is not stopped, and that the client is there. While the generator is starting, this pulses the beat,
+    /// and so does the first beat then.
     ObjPtrRet<SeClientThread> removeClient(SeClientThread *client);
     bool hasClient(SeClientThread const *client) const;
 

@@ -53,8 +53,8 @@ public:
     bool isSyncGenBeating(SeSourceProtocol &source);
     /// Blocks until the source has beaten once; for good where it never does. Starts a generator where there is none.
     void waitSyncGenBeating(SeSourceProtocol &source);
-    /// Ends all generators, after their clients, which are destroyed on this thread under the engine's lock. Each source
-    /// has to beat once more for that. The engine may be used again.
+    /// Ends all generators, after their clients, which are destroyed on this thread under the engine's lock. Each
+    /// source has to beat once more for that. The engine may be used again.
     void stop();
     /// "generators:" and the generators' threads, a line for each.
     void dump(std::ostream &stream) const;

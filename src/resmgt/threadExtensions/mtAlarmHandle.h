@@ -34,9 +34,9 @@ public:
     /// The seconds from the registration to the call.
     void setDuration(double duration);
     /// The seconds between two calls. If this is 0 or less, or if the callback takes longer than this, a repeat is due
-    /// as soon as the call before it has ended. It then comes before all alarms of later moments. Alarms that are due get
-    /// their turn after each 1000 calls in a row, so that no number of repeats keeps them away for good. To be called
-    /// again and again, set a duration that leaves the thread time for others.
+    /// as soon as the call before it has ended. It then comes before all alarms of later moments. Alarms that are due
+    /// get their turn after each 1000 calls in a row, so that no number of repeats keeps them away for good. To be
+    /// called again and again, set a duration that leaves the thread time for others.
     void setRepeatDuration(double repeatDuration);
     /// How many calls follow the first. Repeat n is due n - 1 repeat durations after the first call's moment, however
     /// late a call was: by design, the first repeat is due together with the first call.

@@ -5,8 +5,8 @@
 
 namespace Zv {
 
-/// Something that is to be done elsewhere, counted under a tag. The sender must count it up in an `MtRequestMgr`, and the
-/// thread that has done it must count it down.
+/// Something that is to be done elsewhere, counted under a tag. The sender must count it up in an `MtRequestMgr`, and
+/// the thread that has done it must count it down.
 class ZVRESMGT_EXPORT MtRequestBase
 {
 public:

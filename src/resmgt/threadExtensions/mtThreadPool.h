@@ -23,8 +23,8 @@ namespace Zv {
 /// `start`, `stop` and the destructor are for one controlling thread, which is no worker of the pool. An exception
 /// that leaves one of the three operations ends the process.
 ///
-/// The pool is told nothing of solvings. A derived class that overrides `updatePriority` calls `setTelling` at the end of
-/// its constructor and, with `NEVER`, first in its destructor.
+/// The pool is told nothing of solvings. A derived class that overrides `updatePriority` calls `setTelling` at the end
+/// of its constructor and, with `NEVER`, first in its destructor.
 ///
 ///     class DiskPool : public MtThreadPool
 ///     {
