@@ -245,10 +245,331 @@ TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
     // The next run that succeeds delivers it, wherever that ends.
     EXPECT_EQ("Illegal transition: buffer b received event asyncOpSucceeded() from state RdLocked.",
               reasonOf<MbEx::ExIllegalTransition>([&] { MbBufferRdGuardImp const guard(buffer); }));
-    // The lock was had before, and nobody holds it now.
-    EXPECT_EQ("RdLocked", stateOf(buffer));
-    buffer.getImp()->receive(MbEvent::UNLOCK);
+    // The lock was had before, and has been given back.
     EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ(0, buffer.getImp()->getLockCount());
+    EXPECT_EQ((Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable"}),
+              control->log.take());
+    MbBufferWrGuardImp const writer(buffer);
+    EXPECT_FALSE(writer.isNull());
+}
+
+/// Lets a buffer of its own be locked, while a manager fails at the one call that the state is left by.
+template <class Guard>
+void failToLeave(MbBuffer const &buffer, RecordingManager &manager)
+{
+    manager.hook = [](std::string const &what) {
+        if (what == "bufferNotUnloadable")
+            throw Failure(what);
+    };
+    EXPECT_EQ("bufferNotUnloadable", reasonOf<Failure>([&] { Guard const guard(buffer); }));
+    manager.hook = nullptr;
+    EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ(0, buffer.getImp()->getLockCount());
+}
+
+TEST_F(MbBufferTest, ALockThatItsManagerFailsIsNotHeld)
+{
+    {
+        MbBufferRdGuardImp const guard(buffer);
+    }
+    failToLeave<MbBufferRdGuardImp>(buffer, *manager);
+    failToLeave<MbBufferWrGuardImp>(buffer, *manager);
+    buffer.sync();
+    manager->hook = [](std::string const &what) {
+        if (what == "bufferNotUnloadable")
+            throw Failure(what);
+    };
+    EXPECT_THROW(MbBufferWrGuardImp{buffer}, Failure);
+    manager->hook = nullptr;
+    EXPECT_EQ("Synched", stateOf(buffer));
+    MbBufferWrGuardImp const writer(buffer);
+    EXPECT_EQ(1, buffer.getImp()->getLockCount());
+}
+
+TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
+{
+    {
+        MbBufferRdGuardImp const guard(buffer);
+    }
+    int failures = 0;
+    manager->hook = [&](std::string const &what) {
+        if (what != "allocateRegion")
+            throw Failure(what + ' ' + std::to_string(++failures));
+    };
+    // To leave, to leave again on the way back, and to enter.
+    TraceCapture capture("Exception: ");
+    EXPECT_EQ("bufferNotUnloadable 1",
+              reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }));
+    EXPECT_EQ((Lines{"Exception: bufferNotUnloadable 2", "Exception: bufferUnloadable 3"}),
+              capture.take());
+    manager->hook = nullptr;
+    EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ(0, buffer.getImp()->getLockCount());
+}
+
+/// What was put off stays so, and who waits looks at the buffer again.
+TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWhoWaits)
+{
+    {
+        MbBufferRdGuardImp const guard(buffer);
+    }
+    std::thread reader;
+    control->hooks["sync"] = [&] {
+        buffer.asyncSync();
+        reader = std::thread([&] { MbBufferRdGuardImp const guard(buffer); });
+        waitForWaiters(buffer, 1);
+        manager->hook = [&](std::string const &what) {
+            manager->hook = nullptr;
+            throw Failure(what);
+        };
+    };
+    // One goes on by what the other had put off.
+    control->hooks["asyncSync"] = [&] { control->handle->performSucceeded(); };
+    EXPECT_EQ("bufferUnloadable", reasonOf<Failure>([&] { buffer.sync(); }));
+    reader.join();
+    EXPECT_EQ("Synched", stateOf(buffer));
+}
+
+/// Each result, told with a failure at first.
+TEST_F(MbBufferTest, AResultThatThrowsLeavesItWaitingForAnother)
+{
+    struct Result
+    {
+        char const *call;
+        bool succeeds;
+        char const *state;
+        char const *end;
+    };
+    for (Result const &result : {Result{"asyncLoadSucceeded", true, "WaitAsyncLoaded", "Loaded"},
+                                 {"asyncLoadFailed", false, "WaitAsyncLoaded", "Freed"},
+                                 {"asyncReloadSucceeded", true, "WaitAsyncReloaded", "Loaded"},
+                                 {"asyncReloadFailed", false, "WaitAsyncReloaded", "Unloaded"},
+                                 {"asyncSyncSucceeded", true, "WaitAsyncSynched", "Synched"},
+                                 {"asyncSyncFailed", false, "WaitAsyncSynched", "Loaded"}}) {
+        SCOPED_TRACE(result.call);
+        MbBuffer other =
+            factory.create("b", makeObj<RecordingProtocol>(control), 100, MbAlignment(0, 0, 0));
+        std::string const state = result.state;
+        if (state != "WaitAsyncLoaded")
+            MbBufferRdGuardImp const guard(other);
+        if (state == "WaitAsyncReloaded")
+            other.getImp()->receive(MbEvent::UNLOAD);
+        if (state == "WaitAsyncSynched")
+            other.asyncSync();
+        else
+            other.prefetch();
+        auto const report = [&](bool succeeds) {
+            if (succeeds)
+                control->handle->performSucceeded();
+            else
+                control->handle->performFailed();
+        };
+        control->hooks[result.call] = [] { throw Failure("not now"); };
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ("not now", reasonOf<Failure>([&] { report(result.succeeds); }));
+            EXPECT_EQ(state, stateOf(other));
+        }
+        bool const hasRegion = result.succeeds || state == "WaitAsyncSynched";
+        EXPECT_EQ(hasRegion, other.getImp()->getRegionStart() != 0);
+        // Where the memory is gone, there is nothing that could have been loaded.
+        if (!hasRegion) {
+            EXPECT_EQ("Illegal transition: buffer b received event asyncOpSucceeded() from state " +
+                          state + ".",
+                      reasonOf<MbEx::ExIllegalTransition>([&] { report(true); }));
+            EXPECT_EQ(state, stateOf(other));
+        }
+        control->hooks.clear();
+        report(result.succeeds);
+        EXPECT_EQ(result.end, stateOf(other));
+    }
+}
+
+/// The last handle waits for any transition of another thread, whatever the state in which it finds the buffer.
+TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
+{
+    using enum MbEvent;
+    struct Call
+    {
+        char const *name;
+        char const *state;
+        std::vector<MbEvent> before;
+        MbEvent event;
+    };
+    std::vector<MbEvent> const loaded = {RDLOCK, UNLOCK};
+    std::vector<MbEvent> const unloaded = {RDLOCK, UNLOCK, UNLOAD};
+    std::vector<MbEvent> const reloading = {RDLOCK, UNLOCK, UNLOAD, PREFETCH};
+    std::vector<MbEvent> const synching = {RDLOCK, UNLOCK, ASYNC_SYNC};
+    for (Call const &call : {
+             Call{"asyncLoadSucceeded", "AsyncLoadSucceeded", {PREFETCH}, ASYNC_OP_SUCCEEDED},
+             Call{"asyncLoadFailed", "AsyncLoadFailed", {PREFETCH}, ASYNC_OP_FAILED},
+             Call{"asyncReloadSucceeded", "AsyncReloadSucceeded", reloading, ASYNC_OP_SUCCEEDED},
+             Call{"asyncReloadFailed", "AsyncReloadFailed", reloading, ASYNC_OP_FAILED},
+             Call{"asyncSyncSucceeded", "AsyncSyncSucceeded", synching, ASYNC_OP_SUCCEEDED},
+             Call{"asyncSyncFailed", "AsyncSyncFailed", synching, ASYNC_OP_FAILED},
+             Call{"asyncLoad", "BeingAsyncLoaded", {}, PREFETCH},
+             Call{"asyncReload", "BeingAsyncReloaded", unloaded, PREFETCH},
+             Call{"asyncSync", "BeingAsyncSynched", loaded, ASYNC_SYNC},
+             Call{"sync", "BeingSynched", loaded, SYNC},
+             Call{"unlocked", "BeingUnlocked", {RDLOCK}, UNLOCK},
+             Call{"unload", "BeingUnloaded", loaded, UNLOAD},
+             Call{"free", "BeingFreed", loaded, FREE},
+         }) {
+        SCOPED_TRACE(call.name);
+        MbBuffer other =
+            factory.create("b", makeObj<RecordingProtocol>(control), 100, MbAlignment(0, 0, 0));
+        MbBufferImp &imp = *other.getImp();
+        for (MbEvent const event : call.before)
+            imp.receive(event);
+        std::thread last;
+        control->hooks[call.name] = [&] {
+            if (last.joinable())
+                return; // called for the end of the buffer
+            last = std::thread([&] { other = MbBuffer(); });
+            MbBufferProbe const probe(imp);
+            waitUntil([&] {
+                LkGuard<LkMutex const> const guard(probe.mutex());
+                return probe.waiters() == 1;
+            });
+            LkGuard<LkMutex const> const guard(probe.mutex());
+            EXPECT_EQ(call.state, probe.stateName());
+            // What has begun here ends, too.
+            if (call.event == PREFETCH || call.event == ASYNC_SYNC)
+                imp.deliver(ASYNC_OP_SUCCEEDED);
+        };
+        // This thread has no reference, but counts on the object until it is out of it.
+        imp.addKeepAlive();
+        imp.receive(call.event);
+        last.join();
+        EXPECT_EQ("Destroyed", MbBufferProbe(imp).stateName());
+        control->log.take();
+        control->hooks.clear();
+        imp.releaseKeepAlive();
+        EXPECT_EQ(Lines{"~protocol"}, control->log.take());
+    }
+}
+
+/// The last handle goes inside a call. Another thread that has to do with the buffer meanwhile leaves its end alone.
+TEST_F(MbBufferTest, WhoseLastHandleGoesInsideACallIsEndedByTheThreadOfThatCall)
+{
+    control->hooks["asyncLoad"] = [&] {
+        LkAsyncHandle * const handle = control->handle;
+        buffer = MbBuffer();
+        std::thread([=] { handle->performSucceeded(); }).join();
+        EXPECT_EQ((Lines{"allocateRegion", "asyncLoad"}), control->log.take());
+    };
+    std::thread::id ending;
+    control->hooks["free"] = [&] { ending = std::this_thread::get_id(); };
+    buffer.prefetch();
+    EXPECT_EQ(std::this_thread::get_id(), ending);
+    EXPECT_EQ((Lines{"asyncLoadSucceeded", "bufferUnloadable", "bufferNotUnloadable", "free",
+                     "deallocateRegion", "~protocol"}),
+              control->log.take());
+}
+
+/// Of what a call puts off, `asyncSync` comes first. It fails, and what comes after it is lost.
+TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
+{
+    control->hooks["unlocked"] = [&] {
+        buffer.free();
+        buffer.asyncSync();
+    };
+    control->hooks["asyncSync"] = [] { throw Failure("asyncSync"); };
+    EXPECT_EQ("asyncSync", reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }));
+    EXPECT_EQ((Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable",
+                     "bufferNotUnloadable", "asyncSync", "bufferUnloadable"}),
+              control->log.take());
+    EXPECT_EQ("Loaded", stateOf(buffer));
+    MbBufferProbe const probe(buffer);
+    LkGuard<LkMutex const> const lock(probe.mutex());
+    EXPECT_EQ(0u, probe.pending());
+}
+
+/// Tells when it is destroyed.
+class LeavingManager : public RecordingManager
+{
+public:
+    explicit LeavingManager(Log &log) : RecordingManager(log), _log(log) {}
+    ~LeavingManager() noexcept(false) override { _log.add("~manager"); }
+
+private:
+    Log &_log;
+};
+
+TEST_F(MbBufferTest, DeletesItsProtocolAndThenReleasesItsManager)
+{
+    Log log;
+    auto const logging = std::make_shared<RecordingProtocol::Control>();
+    MbBuffer other;
+    {
+        RCShdPtr<MbManager> const leaving(new LeavingManager(logging->log));
+        other = MbBufferSimpleFactory(initialState(), leaving)
+                    .create("other", makeObj<RecordingProtocol>(logging), 8, MbAlignment(0, 0, 0));
+    }
+    EXPECT_EQ(Lines(), logging->log.take());
+    other = MbBuffer();
+    EXPECT_EQ((Lines{"~protocol", "~manager"}), logging->log.take());
+}
+
+TEST_F(MbBufferTest, OfACopiedFactoryIsOfTheSameMachineAndManager)
+{
+    MbBufferSimpleFactory copy(factory);
+    MbBufferSimpleFactory assigned(nullptr, RCShdPtr<MbManager>());
+    assigned = factory;
+    factory = MbBufferSimpleFactory(nullptr, RCShdPtr<MbManager>());
+    for (MbBufferSimpleFactory *each : {&copy, &assigned}) {
+        MbBuffer other = each->create("other", 8);
+        {
+            MbBufferRdGuardImp const guard(other);
+        }
+        EXPECT_EQ("Loaded", stateOf(other));
+        EXPECT_EQ((Lines{"allocateRegion", "bufferUnloadable"}), control->log.take());
+        other = MbBuffer();
+        control->log.take();
+    }
+}
+
+TEST_F(MbBufferTest, WithoutAStateIsNotMadeAndWithoutTheRestCannotBeLocked)
+{
+    char const expected[] = "Dereferencing a null pointer";
+    MbBufferSimpleFactory stateless(nullptr, manager);
+    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { stateless.create("other", 8); }));
+    MbBufferSimpleFactory unmanaged(initialState(), RCShdPtr<MbManager>());
+    MbBuffer const poor = unmanaged.create("poor", 8);
+    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { MbBufferRdGuardImp const guard(poor); }));
+    EXPECT_EQ("Freed", stateOf(poor));
+    MbBuffer const empty = factory.create("empty", ObjPtr<MbProtocol>(), 8, MbAlignment(0, 0, 0));
+    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { MbBufferRdGuardImp const guard(empty); }));
+    EXPECT_EQ("Freed", stateOf(empty));
+}
+
+/// A failure that cannot be told is in the trace, whatever its class.
+TEST_F(MbBufferTest, FailuresWhileAnExceptionPassesAreTraced)
+{
+    TraceCapture capture("Exception");
+    auto const passing = [&](auto failure) {
+        control->hooks["unlocked"] = [=] { throw failure; };
+        EXPECT_EQ("passing", reasonOf<Failure>([&] {
+                      MbBufferRdGuardImp const guard(buffer);
+                      throw Failure("passing");
+                  }));
+        control->hooks.clear();
+        MbBufferRdGuardImp const guard(buffer);
+    };
+    passing(std::runtime_error("unlocked"));
+    EXPECT_EQ(Lines{"Exception: unlocked"}, capture.take());
+    passing(1);
+    EXPECT_EQ(Lines{"Exception of an unknown class"}, capture.take());
+    passing(MbEx::ExRangeError("f", 1, "x"));
+    EXPECT_EQ(Lines{"Exception: f(1): Out of range: x."}, capture.take());
+
+    control->hooks["free"] = [] { throw std::runtime_error("free"); };
+    EXPECT_EQ("passing", reasonOf<Failure>([&] {
+                  MbBuffer const last(std::move(buffer));
+                  throw Failure("passing");
+              }));
+    EXPECT_EQ(Lines{"Exception: free"}, capture.take());
+    control->hooks.clear();
 }
 
 TEST_F(MbBufferTest, WithoutARegionThereIsNothingToGiveBack)

@@ -227,6 +227,7 @@ private:
         real.state = _scene.probe.stateName();
         real.lockCount = _scene.probe.lockCount();
         real.pending = _scene.probe.pending();
+        real.hasRegion = _scene.probe.imp.getRegionStart() != 0;
         real.log = _scene.control->log.take();
         for (int i = 0; i < WORKERS; ++i) {
             Worker const &worker = *_workers[i];

@@ -1,9 +1,6 @@
 // Each cell of the table, in both machines, and each way in which a state can fail when it is entered.
 
 #include "scene.h"
-#include "zvbase/lgLog.h"
-#include "zvbase/lgTrace.h"
-#include "zvbase/trace.h"
 
 #include <gtest/gtest.h>
 
@@ -16,44 +13,6 @@ namespace {
 using namespace ZvTest;
 using Model::eventNames;
 using Model::EVENTS;
-
-/// The lines of the trace at the level "MbBuffers", from the text on that all of them begin with.
-class TraceCapture
-{
-public:
-    TraceCapture()
-    {
-        LgLog::flush();
-        LgTrace::setOutput(&write, this);
-        Trace::setEnabled("MbBuffers", true);
-    }
-    ~TraceCapture()
-    {
-        Trace::setEnabled("MbBuffers", false);
-        LgLog::flush();
-        LgTrace::setOutput(nullptr, nullptr);
-    }
-    Lines take()
-    {
-        LgLog::flush();
-        std::lock_guard const guard(_mutex);
-        return std::exchange(_lines, {});
-    }
-
-private:
-    static void write(void *context, char const *text, std::size_t length)
-    {
-        TraceCapture &self = *static_cast<TraceCapture *>(context);
-        std::string const line(text, length);
-        auto const start = line.find("MbBuffer : ");
-        std::lock_guard const guard(self._mutex);
-        if (start != std::string::npos)
-            self._lines.push_back(line.substr(start, line.find('\n') - start));
-    }
-
-    std::mutex _mutex;
-    Lines _lines;
-};
 
 enum class Owner
 {
@@ -80,6 +39,7 @@ protected:
         Model::Config config;
         config.state = state;
         config.lockCount = lockCount;
+        config.hasRegion = true;
         config.owner = owner == Owner::NOBODY ? Model::NOBODY : owner == Owner::SELF ? 0 : 1;
         config.threads.resize(2);
         return config;
@@ -260,6 +220,7 @@ TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
             Model::Config config;
             config.state = run.state;
             config.lockCount = 1;
+            config.hasRegion = true;
             config.threads.resize(1);
             Model::Interpreter interpreter(config);
             interpreter.begin(0, run.event);
@@ -298,6 +259,55 @@ TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
         }
     }
     EXPECT_EQ(25, failures);
+}
+
+/// The first, the second … call fails by which the manager is told of what may be unloaded.
+TEST_P(Failures, OfTheManagerTakeTheBufferBackToo)
+{
+    bool const isTracing = GetParam();
+    std::vector<FailingRun> all = runs();
+    for (char const *state : {"Loaded", "Synched"})
+        all.push_back({state, 3}); // prefetch touches it
+    int failures = 0;
+    for (FailingRun const &run : all) {
+        for (int failing = 1;; ++failing) {
+            SCOPED_TRACE(std::string(run.state) + " " + eventNames[run.event] + ", call " +
+                         std::to_string(failing));
+            Model::Config config;
+            config.state = run.state;
+            config.lockCount = 1;
+            config.hasRegion = true;
+            config.failing = failing;
+            config.threads.resize(1);
+            Model::Interpreter interpreter(config);
+            interpreter.begin(0, run.event);
+            interpreter.run(0);
+            while (config.threads[0].status == Model::Status::IN_PROTOCOL) {
+                interpreter.returnFromProtocol(0);
+                interpreter.run(0);
+            }
+            if (config.failing != 0)
+                break;
+            ++failures;
+
+            Scene scene(isTracing, run.state, 1);
+            int call = 0;
+            scene.manager->hook = [&](std::string const &what) {
+                if (what.find("nloadable") != std::string::npos && ++call == failing)
+                    throw Failure("asked for");
+            };
+            EXPECT_EQ("failure", config.threads[0].outcome);
+            EXPECT_EQ("failure asked for", scene.deliver(run.event));
+            EXPECT_EQ(config.state, scene.probe.stateName());
+            EXPECT_EQ(std::string(run.state), scene.probe.stateName());
+            EXPECT_EQ(config.lockCount, scene.probe.lockCount());
+            EXPECT_EQ(0u, scene.probe.pending());
+            EXPECT_TRUE(scene.probe.owner().isNull());
+            EXPECT_EQ(config.log, scene.control->log.take());
+        }
+    }
+    // Ten calls in what begins in Loaded, seven in what begins in Synched, and one in each of six runs that end there.
+    EXPECT_EQ(23, failures);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothMachines, Failures, testing::Bool());

@@ -124,6 +124,12 @@ enum class Status
 
 constexpr int NOBODY = -1;
 
+constexpr int RDLOCK = 0;
+constexpr int WRLOCK = 1;
+constexpr int UNLOCK = 6;
+constexpr int UNLOAD = 7;
+constexpr int ASYNC_OP_SUCCEEDED = 10;
+
 struct Frame
 {
     enum Kind
@@ -131,12 +137,15 @@ struct Frame
         DELIVER, // one event, until it is done
         CHANGE,  // a run from state to state
         PENDING, // what was put off
-        HOOK     // inside a call of the protocol
+        HOOK,    // inside a call of the protocol
+        UNWIND   // what has failed goes on to the caller
     };
 
     Kind kind;
     int event = 0;
+    int formerCount = 0; // of a lock
     bool isDone = false;
+    std::string outcome = {};
     std::string former = {};
     int formerOwner = NOBODY;
     std::string next = {};
@@ -158,14 +167,18 @@ struct Config
     int lockCount = 0;
     std::uint32_t pending = 0;
     int owner = NOBODY;
+    bool hasRegion = false;
     std::vector<Thread> threads;
+    /// The call of `bufferNotUnloadable` or `bufferUnloadable` that fails, counted from 1; 0 for none.
+    int failing = 0;
     std::vector<std::string> log;
     std::vector<std::string> trace;
 
     std::string toString() const
     {
         std::ostringstream text;
-        text << state << " count " << lockCount << " pending " << pending << " owner " << owner;
+        text << state << " count " << lockCount << " pending " << pending << " owner " << owner
+             << " region " << hasRegion;
         for (Thread const &thread : threads)
             text << " | " << static_cast<int>(thread.status) << ' ' << thread.outcome;
         for (std::string const &line : log)
@@ -180,9 +193,10 @@ struct Config
         for (Thread const &thread : threads) {
             text << "\n|";
             for (Frame const &frame : thread.frames)
-                text << ' ' << frame.kind << ',' << frame.event << ',' << frame.isDone << ','
-                     << frame.former << ',' << frame.formerOwner << ',' << frame.next << ','
-                     << frame.action << ',' << frame.mask;
+                text << ' ' << frame.kind << ',' << frame.event << ',' << frame.formerCount << ','
+                     << frame.isDone << ',' << frame.outcome << ',' << frame.former << ','
+                     << frame.formerOwner << ',' << frame.next << ',' << frame.action << ','
+                     << frame.mask;
         }
         return text.str();
     }
@@ -217,13 +231,10 @@ public:
         Thread &self = _config.threads[thread];
         self.outcome.clear();
         self.status = Status::RUNNABLE;
-        Frame &change = self.frames.back();
         auto const &actions = enteringOf(_config.state)->actions;
         if (actions.front() == "allocateRegion")
             say("deallocateRegion");
-        fallBack(change);
-        self.frames.pop_back();
-        unwind(thread, "failure");
+        failRun(thread);
     }
     /// Runs a thread until it stops.
     void run(int thread)
@@ -241,6 +252,12 @@ public:
             case Frame::CHANGE:
                 change(thread);
                 break;
+            case Frame::UNWIND: {
+                std::string const outcome = self.frames.back().outcome;
+                self.frames.pop_back();
+                unwind(thread, outcome);
+                break;
+            }
             case Frame::PENDING:
                 deliverPending(self);
                 break;
@@ -253,7 +270,19 @@ public:
     }
 
 private:
-    void say(std::string const &line) { _config.log.push_back(line); }
+    /// False when the manager fails.
+    bool say(std::string const &line)
+    {
+        _config.log.push_back(line);
+        if (line == "allocateRegion")
+            _config.hasRegion = true;
+        else if (line == "deallocateRegion")
+            _config.hasRegion = false;
+        else if ((line == "bufferNotUnloadable" || line == "bufferUnloadable") &&
+                 _config.failing != 0)
+            return --_config.failing != 0;
+        return true;
+    }
     void trace(std::string const &what)
     {
         std::ostringstream line;
@@ -277,12 +306,16 @@ private:
         }
         int const event = self.frames.back().event;
         std::uint32_t const bit = std::uint32_t{1} << event;
-        std::string const cell = cellOf(_config.state, event);
+        std::string cell = cellOf(_config.state, event);
+        // There is nothing in a region that is gone.
+        if (event == ASYNC_OP_SUCCEEDED && cell.find("oadSucceeded") != std::string::npos &&
+            !_config.hasRegion)
+            cell = "X";
         bool const isOwner = _config.owner == thread;
         if (cell == "X")
             return unwind(thread,
                           std::string("illegal ") + eventNames[event] + "() " + _config.state);
-        trace(event == 7 && cell == "." ? "unload (ignored)" : eventNames[event]);
+        trace(event == UNLOAD && cell == "." ? "unload (ignored)" : eventNames[event]);
         if (cell == "W" || (cell == "D" && !isOwner)) {
             if (isOwner)
                 return unwind(thread, "assertion");
@@ -290,11 +323,13 @@ private:
             return;
         }
         self.frames.back().isDone = true;
+        self.frames.back().former = _config.state;
+        self.frames.back().formerCount = _config.lockCount;
         if (cell == "D" || cell == "Q")
             _config.pending |= bit;
         else if (cell == "touch") {
-            say("bufferNotUnloadable");
-            say("bufferUnloadable");
+            if (!say("bufferNotUnloadable") || !say("bufferUnloadable"))
+                return unwind(thread, "failure");
         } else if (cell == "+1")
             ++_config.lockCount;
         else if (cell.rfind("+1 ", 0) == 0) {
@@ -323,13 +358,13 @@ private:
     {
         Thread &self = _config.threads[thread];
         if (self.frames.back().isDone) {
-            announce();
+            endRun(self.frames.back());
             self.frames.pop_back();
             return;
         }
         if (!self.frames.back().next.empty()) {
-            if (isInStrategy(_config.state))
-                say("bufferNotUnloadable");
+            if (isInStrategy(_config.state) && !say("bufferNotUnloadable"))
+                return failRun(thread);
             _config.state = self.frames.back().next;
             self.frames.back().next.clear();
             self.frames.back().action = 0;
@@ -342,9 +377,10 @@ private:
             for (std::size_t &i = self.frames.back().action; i < actions.size(); ++i) {
                 if (actions[i] == "+1")
                     ++_config.lockCount;
-                else if (actions[i].front() != '[')
-                    say(actions[i]);
-                else {
+                else if (actions[i].front() != '[') {
+                    if (!say(actions[i]))
+                        return failRun(thread);
+                } else {
                     say(actions[i].substr(1, actions[i].size() - 2));
                     self.status = Status::IN_PROTOCOL;
                     return;
@@ -354,8 +390,8 @@ private:
             if (!self.frames.back().next.empty())
                 return;
         }
-        _config.owner = self.frames.back().formerOwner;
         self.frames.back().isDone = true;
+        // The thread is the owner until these are delivered.
         if (_config.pending != 0) {
             self.frames.push_back({.kind = Frame::PENDING, .mask = _config.pending});
             _config.pending = 0;
@@ -374,6 +410,14 @@ private:
         self.frames.push_back({.kind = Frame::DELIVER, .event = event});
     }
 
+    /// A step of a run fails: the buffer goes back to the state in which the run began.
+    void failRun(int thread)
+    {
+        Thread &self = _config.threads[thread];
+        fallBack(self.frames.back());
+        self.frames.pop_back();
+        unwind(thread, "failure");
+    }
     void fallBack(Frame const &change)
     {
         if (isInStrategy(_config.state))
@@ -383,6 +427,10 @@ private:
             trace("entering");
         if (isInStrategy(_config.state))
             say("bufferUnloadable");
+        endRun(change);
+    }
+    void endRun(Frame const &change)
+    {
         _config.owner = change.formerOwner;
         announce();
     }
@@ -391,10 +439,25 @@ private:
     {
         Thread &self = _config.threads[thread];
         while (!self.frames.empty() && self.frames.back().kind != Frame::HOOK) {
-            // Of a run, only the delivery of what was put off fails here.
-            if (self.frames.back().kind == Frame::CHANGE)
-                announce();
+            Frame const frame = self.frames.back();
+            // It stands in for a failure of its own.
+            if (frame.kind == Frame::UNWIND)
+                return;
             self.frames.pop_back();
+            // Of a run, only the delivery of what was put off fails here.
+            if (frame.kind == Frame::CHANGE)
+                endRun(frame);
+            // A lock that fails gives its hold back.
+            if (frame.kind == Frame::DELIVER && frame.isDone &&
+                (frame.event == RDLOCK || frame.event == WRLOCK)) {
+                if (_config.state == frame.former) {
+                    _config.lockCount = frame.formerCount;
+                } else {
+                    self.frames.push_back({.kind = Frame::UNWIND, .outcome = what});
+                    self.frames.push_back({.kind = Frame::DELIVER, .event = UNLOCK});
+                    return;
+                }
+            }
         }
         self.outcome = what;
     }

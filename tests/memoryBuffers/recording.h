@@ -3,6 +3,11 @@
 
 #include "resmgt/memoryBuffers.h"
 #include "resmgt/memoryBuffers/mbStates.private.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgTrace.h"
+#include "zvbase/trace.h"
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <functional>
@@ -88,6 +93,48 @@ private:
 
 using Lines = std::vector<std::string>;
 
+/// Lines of the trace, with the level "MbBuffers" on: those that hold a text, from that text on.
+class TraceCapture
+{
+public:
+    explicit TraceCapture(std::string beginning = "MbBuffer : ") : _beginning(std::move(beginning))
+    {
+        LgLog::flush();
+        LgTrace::setOutput(&write, this);
+        Trace::setEnabled("MbBuffers", true);
+    }
+    ~TraceCapture()
+    {
+        Trace::setEnabled("MbBuffers", false);
+        LgLog::flush();
+        LgTrace::setOutput(nullptr, nullptr);
+    }
+    TraceCapture(TraceCapture const &) = delete;
+    TraceCapture &operator=(TraceCapture const &) = delete;
+
+    Lines take()
+    {
+        LgLog::flush();
+        std::lock_guard const guard(_mutex);
+        return std::exchange(_lines, {});
+    }
+
+private:
+    static void write(void *context, char const *text, std::size_t length)
+    {
+        TraceCapture &self = *static_cast<TraceCapture *>(context);
+        std::string const line(text, length);
+        auto const start = line.find(self._beginning);
+        std::lock_guard const guard(self._mutex);
+        if (start != std::string::npos)
+            self._lines.push_back(line.substr(start, line.find('\n') - start));
+    }
+
+    std::string const _beginning;
+    std::mutex _mutex;
+    Lines _lines;
+};
+
 /// Writes its calls to the log, and does then what a test has asked for.
 class RecordingProtocol : public MbProtocol
 {
@@ -167,7 +214,7 @@ public:
     LiString const &getName() const override { return _name; }
     void allocateRegion(MbBufferImp *buffer) override
     {
-        say("allocateRegion");
+        say(*buffer, "allocateRegion");
         // Scenes give a region to every state, also to those that have none.
         delete[] reinterpret_cast<char *>(buffer->getRegionStart());
         auto const total =
@@ -176,23 +223,25 @@ public:
     }
     void deallocateRegion(MbBufferImp *buffer) override
     {
-        say("deallocateRegion");
+        say(*buffer, "deallocateRegion");
         delete[] reinterpret_cast<char *>(buffer->getRegionStart());
         buffer->clearRegion();
     }
-    void bufferNotUnloadable(MbBufferImp *) override { say("bufferNotUnloadable"); }
-    void bufferUnloadable(MbBufferImp *) override { say("bufferUnloadable"); }
+    void bufferNotUnloadable(MbBufferImp *buffer) override { say(*buffer, "bufferNotUnloadable"); }
+    void bufferUnloadable(MbBufferImp *buffer) override { say(*buffer, "bufferUnloadable"); }
     void dump(std::ostream &) const override {}
 
     /// Called at each turn; may throw.
     std::function<void(std::string const &)> hook;
 
 private:
-    void say(char const *what)
+    void say(MbBufferImp &buffer, char const *what)
     {
+        EXPECT_TRUE(MbBufferProbe(buffer).mutex().isLocked()) << what;
         _log.add(what);
-        if (hook)
-            hook(what);
+        // A copy: it may be replaced meanwhile.
+        if (auto const current = hook)
+            current(what);
     }
 
     Log &_log;

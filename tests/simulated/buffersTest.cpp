@@ -7,6 +7,7 @@
 #include "zvbase/inPackage.h"
 
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <sstream>
 
@@ -30,6 +31,8 @@ struct Storage
     bool isBusy = false;
     /// Takes over what is asynchronous; without it that is done here and now.
     std::function<void(std::function<void()>)> defer;
+    /// Is called inside each asynchronous call and inside `sync`.
+    std::function<void()> inside;
     bool fails = false;
 };
 
@@ -48,6 +51,12 @@ public:
     void asyncReload(void *memory, std::uint64_t size, LkAsyncHandle *handle) override
     {
         begin([this, memory, size] { reload(memory, size); }, handle);
+    }
+    void sync(void *memory, std::uint64_t size) override
+    {
+        if (_storage.inside)
+            _storage.inside();
+        unload(memory, size);
     }
     void unload(void *memory, std::uint64_t) override
     {
@@ -92,9 +101,59 @@ private:
             _storage.defer(whole);
         else
             whole();
+        if (_storage.inside)
+            _storage.inside();
     }
 
     Storage &_storage;
+};
+
+/// What a buffer whose operations the program ends itself has told.
+struct Telling
+{
+    LkAsyncHandle *handle = nullptr;
+    /// Is called inside each call that begins an operation.
+    std::function<void()> inside;
+    int operations = 0;
+    int results = 0;
+    int frees = 0;
+    bool fails = true; // the first result throws
+    bool isGone = false;
+};
+
+class Told : public MbProtocol
+{
+public:
+    explicit Told(Telling &telling) : _telling(telling) {}
+    ~Told() noexcept(false) override { _telling.isGone = true; }
+
+    void asyncReload(void *, std::uint64_t, LkAsyncHandle *handle) override { begin(handle); }
+    void asyncReloadSucceeded() override { tell(); }
+    void asyncReloadFailed() override { tell(); }
+    void asyncSync(void *, std::uint64_t, LkAsyncHandle *handle) override { begin(handle); }
+    void asyncSyncSucceeded() override { tell(); }
+    void asyncSyncFailed() override { tell(); }
+    void free(void *, std::uint64_t) override
+    {
+        step("giving contents up");
+        ++_telling.frees;
+    }
+
+private:
+    void begin(LkAsyncHandle *handle)
+    {
+        _telling.handle = handle;
+        if (_telling.inside)
+            _telling.inside();
+    }
+    void tell()
+    {
+        step("telling a result");
+        if (++_telling.results == 1 && _telling.fails)
+            throw 1;
+    }
+
+    Telling &_telling;
 };
 
 /// Does one thing for a buffer, on a thread of its own.
@@ -124,10 +183,21 @@ private:
     Worker _worker;
 };
 
-MbBuffer makeBuffer(char const *name, Storage &storage, RCShdPtr<MbManager> const &manager)
+MbBuffer makeBuffer(char const *name, ObjPtr<MbProtocol> protocol,
+                    RCShdPtr<MbManager> const &manager)
 {
     MbBufferSimpleFactory factory(MbStateMachine::getInstance(false).getInitialState(), manager);
-    return factory.create(name, makeObj<Contents>(storage), SIZE, ALIGNMENT);
+    return factory.create(name, protocol, SIZE, ALIGNMENT);
+}
+
+MbBuffer makeBuffer(char const *name, Storage &storage, RCShdPtr<MbManager> const &manager)
+{
+    return makeBuffer(name, makeObj<Contents>(storage), manager);
+}
+
+MbBuffer makeBuffer(char const *name, Telling &telling, RCShdPtr<MbManager> const &manager)
+{
+    return makeBuffer(name, makeObj<Told>(telling), manager);
 }
 
 /// With room for so many of these buffers.
@@ -400,6 +470,147 @@ SIMULATED(BufferLoadedAgainWhileItIsChosen,
         MbBufferRdGuardImp const second(wanted);
     }
     again.join();
+}
+
+/// A thread that waits for memory for a buffer keeps no other thread from asking about that buffer.
+SIMULATED(NameIsAskedWhileMemoryIsWaitedFor, WITH_BUFFERS)
+{
+    Storage storages[2];
+    RCShdPtr<MbManager> const manager = makeManager(1);
+    MbBuffer const held = makeBuffer("held", storages[0], manager);
+    MbBuffer const wanted = makeBuffer("wanted", storages[1], manager);
+    MbBufferRdGuardImp guard(held);
+    Worker loader("loader", [wanted] { HOLDS(read(wanted) == 0); });
+    HOLDS(std::strcmp(wanted.getName(), "wanted") == 0);
+    HOLDS(!wanted.isLoaded());
+    guard = MbBufferRdGuardImp();
+    loader.join();
+}
+
+/// The last handle goes inside `asyncLoad`, which then waits for the thread that reports the end.
+SIMULATED(LastHandleGoesInsideACallThatAnotherThreadEnds, WITH_BUFFERS)
+{
+    Storage storage;
+    MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+    Servant servant(storage);
+    storage.inside = [&] {
+        buffer = MbBuffer();
+        servant.join();
+        HOLDS(!storage.isGone);
+    };
+    buffer.prefetch();
+    HOLDS(storage.isGone);
+}
+
+/// The same, but the operation ends at any time, and the contents were given up inside the call as well.
+SIMULATED(BufferIsFreedAndItsLastHandleGoesInsideACall, WITH_BUFFERS)
+{
+    Storage storage;
+    MbBuffer buffer = makeBuffer("buffer", storage, makeManager(1));
+    Servant servant(storage);
+    storage.inside = [&] {
+        buffer.free();
+        buffer = MbBuffer();
+    };
+    buffer.prefetch();
+    // Ended by the thread that ran `asyncLoad`, on its way out, and not by the one that reported the end.
+    HOLDS(storage.isGone);
+    servant.join();
+}
+
+/// A stranger that needs memory has chosen a buffer whose last handle goes inside its `sync`. It takes another victim.
+SIMULATED(LastHandleOfAVictimGoesInsideACall, WITH_BUFFERS)
+{
+    Storage storages[3];
+    RCShdPtr<MbManager> const manager = makeManager(2);
+    MbBuffer victim = makeBuffer("victim", storages[0], manager);
+    MbBuffer const other = makeBuffer("other", storages[1], manager);
+    MbBuffer const wanted = makeBuffer("wanted", storages[2], manager);
+    static_cast<void>(read(victim));
+    static_cast<void>(read(other));
+    Worker stranger("stranger", [wanted] { HOLDS(read(wanted) == 0); });
+    bool hasGone = false;
+    storages[0].inside = [&] {
+        victim = MbBuffer();
+        stranger.join();
+        hasGone = true;
+    };
+    victim.sync();
+    HOLDS(storages[0].isGone == hasGone);
+    stranger.join();
+}
+
+/// Lets the last handle go while the result of an operation is told, which fails at first and is told again.
+SIMULATED(LastHandleGoesWhileAResultIsToldAgain, WITH_BUFFERS)
+{
+    Telling telling;
+    MbBuffer buffer = makeBuffer("buffer", telling, makeManager(1));
+    buffer.prefetch();
+    Worker teller("teller", [&] {
+        LkAsyncHandle * const handle = telling.handle;
+        try {
+            handle->performSucceeded();
+            HOLDS(false);
+        } catch (int) {
+            handle->performSucceeded();
+        }
+    });
+    buffer = MbBuffer();
+    HOLDS(telling.results == 2 && telling.isGone);
+    teller.join();
+}
+
+/// Each event that can be put off inside a call that begins an operation, with each end of that operation, at any time.
+SIMULATED(EventsArePutOffInsideACallThatCompletes, WITH_BUFFERS)
+{
+    enum Operation
+    {
+        LOAD,
+        RELOAD,
+        SYNC
+    };
+    for (Operation const operation : {LOAD, RELOAD, SYNC})
+        for (bool const frees : {false, true})
+            for (bool const succeeds : {false, true}) {
+                Telling telling;
+                telling.fails = false;
+                MbBuffer buffer = makeBuffer("buffer", telling, makeManager(1));
+                if (operation != LOAD)
+                    MbBufferRdGuardImp const guard(buffer);
+                if (operation == RELOAD)
+                    buffer.getImp()->receive(MbEvent::UNLOAD);
+                LkUnnamedSema begun("begun", 0);
+                Worker teller("teller", [&] {
+                    begun.wait();
+                    if (succeeds)
+                        telling.handle->performSucceeded();
+                    else
+                        telling.handle->performFailed();
+                });
+                telling.inside = [&] {
+                    if (++telling.operations == 1) {
+                        begun.post();
+                        step("before the event");
+                        if (frees)
+                            buffer.free();
+                        else
+                            buffer.asyncSync();
+                    } else {
+                        telling.handle->performSucceeded(); // of what was put off
+                    }
+                };
+                if (operation == SYNC)
+                    buffer.asyncSync();
+                else
+                    buffer.prefetch();
+                teller.join();
+                bool const isLoaded = succeeds || operation == SYNC;
+                HOLDS(buffer.isLoaded() == (isLoaded && !frees));
+                HOLDS(telling.frees == (isLoaded && frees ? 1 : 0));
+                // The contents are written back afterwards where there are any that have not been.
+                bool const synchsAgain = !frees && isLoaded && !(operation == SYNC && succeeds);
+                HOLDS(telling.operations == (synchsAgain ? 2 : 1));
+            }
 }
 
 /// One hold for writing in two hands.

@@ -1,6 +1,6 @@
 #include "resmgt/memoryBuffers/mbBufferGuard.h"
 
-#include "zvbase/trace.h"
+#include "zvbase/traceCaught.private.h"
 
 #include <exception>
 
@@ -20,13 +20,10 @@ MbBufferGuard::~MbBufferGuard() noexcept(false)
         return;
     try {
         letGo();
-    } catch (ExBase const &failure) {
-        if (!std::uncaught_exceptions())
-            throw;
-        Trace::printException(failure, __FILE__, __LINE__);
     } catch (...) {
         if (!std::uncaught_exceptions())
             throw;
+        traceCaught(__FILE__, __LINE__);
     }
 }
 

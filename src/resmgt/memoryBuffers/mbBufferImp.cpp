@@ -4,7 +4,7 @@
 #include "resmgt/memoryBuffers/mbProtocol.h"
 #include "resmgt/memoryBuffers/mbState.h"
 #include "zvbase/failures.h"
-#include "zvbase/trace.h"
+#include "zvbase/traceCaught.private.h"
 
 #include <bit>
 #include <exception>
@@ -36,6 +36,8 @@ MbBufferImp::MbBufferImp(LiString const &name, MbState const *initialState,
       _isAbandoned(false)
 {
     ZV_ASSERT(size >= 0);
+    if (!initialState)
+        RCExUtil::throwExNullPtr();
     LkGuard<LkMutex const> guard(_mutex);
     _state->entering(this);
 }
@@ -51,7 +53,12 @@ void MbBufferImp::receive(MbEvent event)
     try {
         deliver(event);
     } catch (...) {
-        endIfAbandoned(guard);
+        // The event's failure is told, and not that of the end.
+        try {
+            endIfAbandoned(guard);
+        } catch (...) {
+            traceCaught(__FILE__, __LINE__);
+        }
         throw;
     }
     endIfAbandoned(guard);
@@ -101,8 +108,24 @@ void MbBufferImp::releaseKeepAlive()
 void MbBufferImp::changeState(MbState const *next)
 {
     LkThreadId const formerOwner = _transientStateOwner;
-    MbState const * const former = _state;
     _transientStateOwner.setCurrentThread();
+    try {
+        enterStates(next);
+        // The thread is still the owner: an event that meets a waiting state is put off again until the completion,
+        // which may be in this very mask, and is not waited for.
+        if (_pending != 0)
+            deliverEvents(std::exchange(_pending, 0));
+    } catch (...) {
+        endRun(formerOwner);
+        throw;
+    }
+    endRun(formerOwner);
+}
+
+/// Goes on from state to state, and back to the first one if one of them throws.
+void MbBufferImp::enterStates(MbState const *next)
+{
+    MbState const * const former = _state;
     try {
         while (next) {
             _state->leaving(this);
@@ -110,39 +133,54 @@ void MbBufferImp::changeState(MbState const *next)
             next = _state->entering(this);
         }
     } catch (...) {
-        fallBack(former, formerOwner);
+        fallBack(former);
         throw;
     }
-    _transientStateOwner = formerOwner;
+}
 
-    if (_pending != 0) {
-        try {
-            deliverEvents(std::exchange(_pending, 0));
-        } catch (...) {
-            announceChange();
-            throw;
-        }
+/// The failure that led here is told. Another one on the way back is traced, unless it is an assertion.
+void MbBufferImp::fallBack(MbState const *former)
+{
+    try {
+        _state->leaving(this);
+    } catch (...) {
+        traceCaught(__FILE__, __LINE__);
     }
+    _state = former;
+    try {
+        ZV_ASSERT(_state->entering( this ) == 0);
+    } catch (AssertionFailed const &) {
+        throw;
+    } catch (...) {
+        traceCaught(__FILE__, __LINE__);
+    }
+}
+
+/// Every waiter looks at the buffer again, also after a run that has failed.
+void MbBufferImp::endRun(LkThreadId formerOwner)
+{
+    _transientStateOwner = formerOwner;
     announceChange();
 }
 
-/// Nobody may go on waiting for a transition that has failed, whatever else fails here.
-void MbBufferImp::fallBack(MbState const *former, LkThreadId formerOwner)
+void MbBufferImp::changeStateForLock(MbState const *next, int formerCount)
 {
-    auto const end = [&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
-        _transientStateOwner = formerOwner;
-        announceChange();
-    };
+    MbState const * const former = _state;
     try {
-        _state->leaving(this);
-        _state = former;
-        ZV_ASSERT(_state->entering( this ) == 0);
+        changeState(next);
     } catch (...) {
-        _state = former;
-        end();
+        if (_state == former) {
+            _lockCount = formerCount;
+        } else {
+            // The lock was had, and what had been put off failed. The last hold to go unlocks the buffer.
+            try {
+                deliver(MbEvent::UNLOCK);
+            } catch (...) {
+                traceCaught(__FILE__, __LINE__);
+            }
+        }
         throw;
     }
-    end();
 }
 
 /// Waiters are counted, so that a pulse is sent only for somebody. It wakes them all.
@@ -167,10 +205,15 @@ void MbBufferImp::waitForChange()
 
 void MbBufferImp::deliver(MbEvent event)
 {
-    do {
-        _isAgain = false;
-        dispatch(event);
-    } while (_isAgain);
+    while (!deliverOnce(event)) {
+    }
+}
+
+/// False when the state has waited: the event then goes to the state that is current now.
+bool MbBufferImp::deliverOnce(MbEvent event)
+{
+    dispatch(event);
+    return !std::exchange(_isAgain, false);
 }
 
 void MbBufferImp::deliverEvents(std::uint32_t mask)
@@ -219,25 +262,26 @@ void MbBufferImp::destroy()
                 _isAbandoned = true;
                 return;
             }
-            while (!_transientStateOwner.isNull())
-                sleepUntilChange();
-            deliver(MbEvent::DESTROY);
+            // After each wait for an operation, too: another transition may have begun since it ended.
+            do {
+                while (!_transientStateOwner.isNull())
+                    sleepUntilChange();
+            } while (!deliverOnce(MbEvent::DESTROY));
         }
         releaseKeepAlive();
-    } catch (ExBase const &failure) {
-        if (!std::uncaught_exceptions())
-            throw;
-        Trace::printException(failure, __FILE__, __LINE__);
     } catch (...) {
         if (!std::uncaught_exceptions())
             throw;
+        traceCaught(__FILE__, __LINE__);
     }
 }
 
 void MbBufferImp::endIfAbandoned(LkGuard<LkMutex const> &guard)
 {
-    if (!std::exchange(_isAbandoned, false)) [[likely]]
+    // While a transition runs, this is left to the thread that owns it, which passes here on its way out.
+    if (!_isAbandoned || !_transientStateOwner.isNull()) [[likely]]
         return;
+    _isAbandoned = false;
     guard.unlock();
     destroy();
 }

@@ -73,9 +73,8 @@ public:
     void addKeepAlive() { ++_keepAlive; }
     /// Deletes the object where the count reaches 0.
     void releaseKeepAlive();
-    /// Whether somebody besides the references counts on this object: it has been chosen as a victim.
-    bool isKeptAlive() const { return _keepAlive.getValue() > 1; }
-    /// For an `allocateRegion` that waits: lets go of the mutex that its caller holds, and takes it back.
+    /// For an `allocateRegion` that waits: `letGo` releases the mutex that the caller of `allocateRegion` holds, and
+    /// `takeBack` takes it again.
     void letGo() const ZV_NO_THREAD_SAFETY_ANALYSIS { _mutex.unlock(); }
     void takeBack() const ZV_NO_THREAD_SAFETY_ANALYSIS { _mutex.lock(); }
 
@@ -84,6 +83,9 @@ public:
     /// Goes on to `next` and to the states that follow from it, delivers what was put off and wakes who waits. Where one
     /// of these states throws, the buffer goes back to the state it was in.
     void changeState(MbState const *next) ZV_NO_THREAD_SAFETY_ANALYSIS;
+    /// The same for a lock event: if anything throws, its hold is given back. `formerCount` is the lock count before the
+    /// event.
+    void changeStateForLock(MbState const *next, int formerCount) ZV_NO_THREAD_SAFETY_ANALYSIS;
     /// Delivers an event to the current state, again and again while the states wait.
     void deliver(MbEvent event) ZV_NO_THREAD_SAFETY_ANALYSIS;
     /// Delivers the events of a mask, lowest bit first.
@@ -119,8 +121,11 @@ protected:
 private:
     friend struct MbBufferProbe; // how tests look at a buffer
 
+    bool deliverOnce(MbEvent event) ZV_REQUIRES(_mutex);
     void dispatch(MbEvent event) ZV_REQUIRES(_mutex);
-    void fallBack(MbState const *former, LkThreadId formerOwner) ZV_REQUIRES(_mutex);
+    void enterStates(MbState const *next) ZV_REQUIRES(_mutex);
+    void fallBack(MbState const *former) ZV_REQUIRES(_mutex);
+    void endRun(LkThreadId formerOwner) ZV_REQUIRES(_mutex);
     void announceChange() ZV_REQUIRES(_mutex);
     void sleepUntilChange() ZV_REQUIRES(_mutex);
     void endIfAbandoned(LkGuard<LkMutex const> &guard) ZV_NO_THREAD_SAFETY_ANALYSIS;

@@ -133,8 +133,16 @@ protected:
     void addLock(MbBufferImp *buffer, MbEvent event) const
     {
         trace(buffer, event);
+        int const formerCount = buffer->getLockCount();
         buffer->addLock();
-        buffer->changeState(the<Next>);
+        buffer->changeStateForLock(the<Next>, formerCount);
+    }
+    /// One hold more, which a state that follows counts.
+    template <class Next>
+    void loadForLock(MbBufferImp *buffer, MbEvent event) const
+    {
+        trace(buffer, event);
+        buffer->changeStateForLock(the<Next>, buffer->getLockCount());
     }
     /// One hold less; `Next` when it was the last.
     template <class Next>
@@ -285,6 +293,16 @@ class MbStates<isTracing>::WaitAsyncStates : public TransientStates
 {
 public:
     void destroy(MbBufferImp *buffer) const override { this->defer(buffer, MbEvent::DESTROY); }
+
+protected:
+    /// A loading has succeeded. Refused when its region is gone: it has failed before, and telling that has thrown.
+    template <class Next>
+    void succeed(MbBufferImp *buffer) const
+    {
+        if (buffer->getRegionStart() == 0)
+            MbStateImp::asyncOpSucceeded(buffer);
+        this->template change<Next>(buffer, MbEvent::ASYNC_OP_SUCCEEDED);
+    }
 };
 
 // ---- without memory
@@ -295,11 +313,11 @@ class MbStates<isTracing>::Freed : public States
 public:
     void rdlock(MbBufferImp *buffer) const override
     {
-        this->template change<BeingRdLoaded>(buffer, MbEvent::RDLOCK);
+        this->template loadForLock<BeingRdLoaded>(buffer, MbEvent::RDLOCK);
     }
     void wrlock(MbBufferImp *buffer) const override
     {
-        this->template change<BeingWrLoaded>(buffer, MbEvent::WRLOCK);
+        this->template loadForLock<BeingWrLoaded>(buffer, MbEvent::WRLOCK);
     }
     void prefetch(MbBufferImp *buffer) const override
     {
@@ -323,11 +341,11 @@ class MbStates<isTracing>::Unloaded : public States
 public:
     void rdlock(MbBufferImp *buffer) const override
     {
-        this->template change<BeingRdReloaded>(buffer, MbEvent::RDLOCK);
+        this->template loadForLock<BeingRdReloaded>(buffer, MbEvent::RDLOCK);
     }
     void wrlock(MbBufferImp *buffer) const override
     {
-        this->template change<BeingWrReloaded>(buffer, MbEvent::WRLOCK);
+        this->template loadForLock<BeingWrReloaded>(buffer, MbEvent::WRLOCK);
     }
     void prefetch(MbBufferImp *buffer) const override
     {
@@ -617,7 +635,7 @@ class MbStates<isTracing>::WaitAsyncLoaded : public WaitAsyncStates
 public:
     void asyncOpSucceeded(MbBufferImp *buffer) const override
     {
-        this->template change<AsyncLoadSucceeded>(buffer, MbEvent::ASYNC_OP_SUCCEEDED);
+        this->template succeed<AsyncLoadSucceeded>(buffer);
     }
     void asyncOpFailed(MbBufferImp *buffer) const override
     {
@@ -631,7 +649,7 @@ class MbStates<isTracing>::WaitAsyncReloaded : public WaitAsyncStates
 public:
     void asyncOpSucceeded(MbBufferImp *buffer) const override
     {
-        this->template change<AsyncReloadSucceeded>(buffer, MbEvent::ASYNC_OP_SUCCEEDED);
+        this->template succeed<AsyncReloadSucceeded>(buffer);
     }
     void asyncOpFailed(MbBufferImp *buffer) const override
     {
