@@ -2,8 +2,10 @@
 #include "resmgt/dynamicAllocation/daFirstFitArena.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/traceCaught.private.h"
 
 #include <cstddef>
+#include <exception>
 
 namespace Zv {
 
@@ -31,7 +33,13 @@ public:
     ~DaArenaPoolWinNT() noexcept(false) override
     {
         _arena.reset();
-        getAllocator()->deallocate(_buffer, _arenaSize);
+        try {
+            getAllocator()->deallocate(_buffer, _arenaSize);
+        } catch (...) {
+            if (!std::uncaught_exceptions())
+                throw;
+            traceCaught(__FILE__, __LINE__);
+        }
         ZV_ASSERT_IN_DESTRUCTOR(_nbAllocated == 0);
     }
 
@@ -71,6 +79,8 @@ void *DaArenaPool::allocate(std::uint64_t size)
 
 DaArenaPool *DaArenaPool::create(DaArenaAllocator *allocator, std::uint64_t size)
 {
+    if (!allocator)
+        RCExUtil::throwExNullPtr();
     ObjPtr<DaArenaAllocator> owner(allocator);
     return new DaArenaPoolWinNT(owner, size);
 }

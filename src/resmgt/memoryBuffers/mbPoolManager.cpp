@@ -1,12 +1,42 @@
 #include "resmgt/memoryBuffers/mbPoolManager.h"
 
 #include "resmgt/memoryBuffers/mbBufferImp.h"
+#include "resmgt/memoryBuffers/mbEx.h"
+#include "zvbase/failures.h"
+#include "zvbase/traceCaught.private.h"
 
-#include <exception>
 #include <ostream>
 #include <utility>
 
 namespace Zv {
+
+namespace {
+
+/// The mutex of the buffer that needs memory: let go while its thread waits or unloads another buffer, and taken back.
+class BufferMutex
+{
+public:
+    explicit BufferMutex(MbBufferImp &buffer) : _buffer(buffer) {}
+    ~BufferMutex() noexcept(false)
+    {
+        if (_isFree)
+            _buffer.takeBack();
+    }
+    BufferMutex(BufferMutex const &) = delete;
+    BufferMutex &operator=(BufferMutex const &) = delete;
+
+    void letGo()
+    {
+        _buffer.letGo();
+        _isFree = true;
+    }
+
+private:
+    MbBufferImp &_buffer;
+    bool _isFree = false;
+};
+
+} // namespace
 
 MbPoolManager::MbPoolManager(LiString const &name, ObjPtr<MbUnloadStrategy> strategy)
     // The locks keep a pointer to the characters, which this manager's copy of the name keeps alive.
@@ -27,12 +57,20 @@ LiString const &MbPoolManager::getName() const
 
 void MbPoolManager::allocateRegion(MbBufferImp *buffer)
 {
-    LkGuard<LkMutex const> guard(_mutex);
-    while (!tryAllocate(buffer)) {
-        if (_strategy->isEmpty())
-            waitForMemory(guard, *buffer);
-        else
+    for (;;) {
+        // Taken back when the manager's mutex is free again.
+        BufferMutex mutex(*buffer);
+        LkGuard<LkMutex const> guard(_mutex);
+        if (tryAllocate(buffer))
+            return;
+        bool const hasVictim = !_strategy->isEmpty();
+        if (!hasVictim && _nbRegions == 0)
+            ZV_THROW(MbEx::ExNotEnoughMemory, "Buffer does not fit though nothing is allocated.");
+        mutex.letGo();
+        if (hasVictim)
             unloadVictim(guard);
+        else
+            waitForMemory(guard);
     }
 }
 
@@ -73,46 +111,37 @@ bool MbPoolManager::tryAllocate(MbBufferImp *buffer)
     _strategy->reserve(_nbRegions + 1);
     if (!performAllocate(buffer))
         return false;
+    ZV_ASSERT(buffer->getRegionStart() != 0);
     ++_nbRegions;
     return true;
 }
 
 /// The victim is free to go on with its life as soon as `_mutex` is: it may be locked, which makes it pass over the
-/// event, or lose its last reference, which leaves it to us.
+/// event, or lose its last reference, which leaves it to us. No lock is held when it is deleted, and the client's
+/// protocol with it.
 void MbPoolManager::unloadVictim(LkGuard<LkMutex const> &guard) ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    struct Kept
-    {
-        explicit Kept(MbBufferImp *buffer) : _buffer(buffer) { _buffer->addKeepAlive(); }
-        ~Kept() noexcept(false) { _buffer->releaseKeepAlive(); }
-
-        MbBufferImp *_buffer;
-    };
-
-    {
-        // Made under the mutex, and undone without it: it may delete the victim, and the client's protocol with it.
-        Kept const victim(_strategy->selectVictim());
-        guard.unlock();
-        victim._buffer->receive(MbEvent::UNLOAD);
+    MbBufferImp * const victim = _strategy->selectVictim();
+    victim->addKeepAlive();
+    guard.unlock();
+    try {
+        victim->receive(MbEvent::UNLOAD);
+    } catch (...) {
+        // Why it could not be unloaded is told, and not what its end throws.
+        try {
+            victim->releaseKeepAlive();
+        } catch (...) {
+            traceCaught(__FILE__, __LINE__);
+        }
+        throw;
     }
-    guard.relock();
+    victim->releaseKeepAlive();
 }
 
-/// Whoever has chosen our buffer as a victim before it came here must not wait for our memory in order to find out that
-/// there is nothing to unload: for him the buffer's mutex is free meanwhile.
-void MbPoolManager::waitForMemory(LkGuard<LkMutex const> &guard,
-                                  MbBufferImp &buffer) ZV_NO_THREAD_SAFETY_ANALYSIS
+void MbPoolManager::waitForMemory(LkGuard<LkMutex const> const &guard)
 {
-    bool const isChosen = buffer.isKeptAlive();
-    if (isChosen)
-        buffer.letGo();
     ++_waiters;
     _pulse.waitNextPulse(guard);
-    if (isChosen) {
-        guard.unlock();
-        buffer.takeBack();
-        guard.relock();
-    }
 }
 
 /// Waiters are counted, so that a pulse is sent only for somebody. It wakes them all.

@@ -53,7 +53,7 @@ private:
 
     bool tryAllocate(MbBufferImp *buffer) ZV_REQUIRES(_mutex);
     void unloadVictim(LkGuard<LkMutex const> &guard) ZV_REQUIRES(_mutex);
-    void waitForMemory(LkGuard<LkMutex const> &guard, MbBufferImp &buffer) ZV_REQUIRES(_mutex);
+    void waitForMemory(LkGuard<LkMutex const> const &guard) ZV_REQUIRES(_mutex);
     void announceMemory() ZV_REQUIRES(_mutex);
 
     LkMutex _mutex;
