@@ -6,6 +6,7 @@
 namespace {
 
 thread_local std::size_t nbAllocations = 0;
+thread_local std::size_t nbReleases = 0;
 thread_local long nbStillGood = -1; // negative: all
 thread_local ZvTest::Allocations failing = ZvTest::Allocations::ALL;
 std::atomic<bool> isPoor = false;
@@ -28,6 +29,13 @@ void *allocateOrThrow(std::size_t size)
     throw std::bad_alloc();
 }
 
+void release(void *memory) noexcept
+{
+    if (memory)
+        ++nbReleases;
+    std::free(memory);
+}
+
 } // namespace
 
 void *operator new(std::size_t size)
@@ -47,22 +55,22 @@ void *operator new[](std::size_t size, std::nothrow_t const &) noexcept
 
 void operator delete(void *memory) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete[](void *memory) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete(void *memory, std::size_t) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete[](void *memory, std::size_t) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 namespace ZvTest {
@@ -72,6 +80,13 @@ AllocationCount::AllocationCount() : _start(nbAllocations) {}
 std::size_t AllocationCount::get() const
 {
     return nbAllocations - _start;
+}
+
+ReleaseCount::ReleaseCount() : _start(nbReleases) {}
+
+std::size_t ReleaseCount::get() const
+{
+    return nbReleases - _start;
 }
 
 NewThreadsHaveNoMemory::NewThreadsHaveNoMemory()

@@ -17,6 +17,17 @@ private:
     std::size_t _start;
 };
 
+/// Memory that the calling thread has given back since this was built.
+class ReleaseCount
+{
+public:
+    ReleaseCount();
+    std::size_t get() const;
+
+private:
+    std::size_t _start;
+};
+
 /// What tells of a failure: an exception, or null.
 enum class Allocations
 {

@@ -15,6 +15,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -396,6 +397,37 @@ TEST(DaArenaPool, WithoutMemoryThereIsNoPool)
     EXPECT_EQ("_buffer != NULL",
               assertionOf([&] { DaArenaPool::create(new RecordingAllocator(calls), 64); }));
     EXPECT_EQ("+64~", calls.text);
+}
+
+TEST(DaArenaPool, WithoutAnAllocatorThereIsNoPool)
+{
+    EXPECT_THROW(DaArenaPool::create(nullptr, 64), RCEx::ExNullPtr);
+}
+
+/// Cannot take its memory back.
+class BadAllocator : public RecordingAllocator
+{
+public:
+    using RecordingAllocator::RecordingAllocator;
+    void deallocate(void *memory, std::uint64_t size) override
+    {
+        RecordingAllocator::deallocate(memory, size);
+        throw std::runtime_error("deallocate");
+    }
+};
+
+TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
+{
+    Calls calls;
+    EXPECT_THROW(delete DaArenaPool::create(new BadAllocator(calls), 64), std::runtime_error);
+    EXPECT_EQ("+64-64~", calls.text);
+    EXPECT_THROW(
+        {
+            ObjPtr<DaArenaPool> const pool(DaArenaPool::create(new BadAllocator(calls), 64));
+            throw std::bad_alloc();
+        },
+        std::bad_alloc);
+    EXPECT_EQ("+64-64~+64-64~", calls.text);
 }
 
 TEST(DaArenaPool, WhateverFailsTheAllocatorGoesWithThePool)

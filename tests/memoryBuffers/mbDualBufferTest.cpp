@@ -132,6 +132,34 @@ TEST_F(DualBuffer, IsLoadedAheadLikeAnyOther)
     EXPECT_EQ(1, nbFirst);
 }
 
+TEST_F(DualBuffer, CannotBeLargerThanASizeCanSay)
+{
+    MbBuffer const large = plain.create("large", INT_MAX, MbAlignment(0, 0, 0));
+    for (int size : {1, INT_MAX}) {
+        std::string expression;
+        try {
+            factory.create(large, 0, INT_MAX, large, 0, size);
+        } catch (AssertionFailed const &failure) {
+            expression = failure.getExpression();
+        }
+        EXPECT_EQ("size >= 0", expression);
+    }
+    EXPECT_EQ(INT_MAX, factory.create(large, 0, INT_MAX - 1, large, 0, 1).getSize());
+}
+
+TEST_F(DualBuffer, OfACopiedFactoryIsOfTheSameMachineAndManager)
+{
+    MbDualBufferFactory copy(factory);
+    MbDualBufferFactory assigned(nullptr, RCShdPtr<MbManager>());
+    assigned = factory;
+    factory = MbDualBufferFactory(nullptr, RCShdPtr<MbManager>());
+    for (MbDualBufferFactory *each : {&copy, &assigned}) {
+        MbBuffer const dual = each->create(first, 0, 1, second, 0, 1);
+        EXPECT_EQ("aA", contentsOf(dual));
+        EXPECT_EQ(2u, static_cast<MbHeapManager const &>(*views).getAllocated());
+    }
+}
+
 TEST_F(DualBuffer, SlicesThatAreEmptyOrReachOutsideFailAssertions)
 {
     EXPECT_EQ("offset1 >= 0", assertionOf(-1, 0, -1, 0));

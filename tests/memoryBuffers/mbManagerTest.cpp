@@ -3,6 +3,7 @@
 #include "allocations.h"
 #include "recording.h"
 #include "resmgt/dynamicAllocation.h"
+#include "zvbase/failures.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
 #include "zvbase/trace.h"
@@ -313,6 +314,155 @@ TEST_F(HeapManager, AVictimMayLoseItsLastHandleWhileItIsUnloaded)
     EXPECT_EQ(std::uint64_t{UNIT}, manager->getAllocated());
 }
 
+/// Throws when it is destroyed.
+class BadlyEndingProtocol : public RecordingProtocol
+{
+public:
+    using RecordingProtocol::RecordingProtocol;
+    ~BadlyEndingProtocol() noexcept(false) override { throw std::runtime_error("~protocol"); }
+};
+
+/// The thread that has chosen the victim ends it then. Two failures at once do not end the process.
+TEST_F(HeapManager, AVictimWhoseLastHandleGoesMayFailAndEndBadly)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer victim =
+        factory.create("victim", makeObj<BadlyEndingProtocol>(control), 4 * UNIT, ANYWHERE);
+    MbBuffer const buffer = make("a");
+    load(victim);
+    control->log.take();
+    control->hooks["unload"] = [&] {
+        victim = MbBuffer();
+        throw Failure("unload of the victim");
+    };
+    TraceCapture capture("Exception: ");
+    EXPECT_EQ("unload of the victim", reasonOf<Failure>([&] { load(buffer); }));
+    EXPECT_EQ((Lines{"unload", "free", "~protocol"}), control->log.take());
+    EXPECT_EQ(Lines{"Exception: ~protocol"}, capture.take());
+    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ(0u, manager->getAllocated());
+    load(buffer);
+}
+
+/// Anybody may ask about a buffer for which a thread waits for memory.
+TEST_F(HeapManager, WhoWaitsForMemoryKeepsNobodyFromTheBuffer)
+{
+    MbBuffer const held = make("held", 4 * UNIT);
+    MbBuffer wanted = make("wanted");
+    std::optional<MbBufferRdGuardImp> guard(held);
+    std::thread loader([&] { load(wanted); });
+    waitForWaiters(*manager, 1);
+    EXPECT_STREQ("wanted", wanted.getName());
+    EXPECT_FALSE(wanted.isLoaded());
+    wanted.prefetch();
+    wanted.getImp()->receive(MbEvent::UNLOAD);
+    EXPECT_EQ("BeingRdLoaded", stateOf(wanted));
+    std::ostringstream text;
+    manager->dump(text);
+    EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU", text.str());
+    guard.reset();
+    loader.join();
+    EXPECT_TRUE(wanted.isLoaded());
+}
+
+/// Nor does a thread that unloads another buffer for it, or loads it.
+TEST_F(HeapManager, WhoUnloadsAVictimKeepsNobodyFromTheBuffer)
+{
+    auto const victimControl = std::make_shared<Control>();
+    auto const control = std::make_shared<Control>();
+    MbBuffer const victim = make("victim", victimControl, 4 * UNIT);
+    MbBuffer const wanted = make("wanted", control);
+    load(victim);
+    std::string name;
+    std::ostringstream text;
+    victimControl->hooks["unload"] = [&] {
+        std::thread([&] {
+            name = wanted.getName();
+            EXPECT_FALSE(wanted.isLoaded());
+            manager->dump(text);
+        }).join();
+    };
+    control->hooks["load"] = [&] { std::thread([&] { manager->dump(text); }).join(); };
+    load(wanted);
+    EXPECT_EQ("wanted", name);
+    EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU"
+              "Name = heap\nUnload strategy = MbUnloadLRU",
+              text.str());
+}
+
+/// The thread that unloads it is loading that buffer.
+TEST_F(HeapManager, AVictimCannotLockTheBufferThatItGoesFor)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer const victim = make("victim", control, 4 * UNIT);
+    MbBuffer const wanted = make("wanted");
+    load(victim);
+    control->hooks["unload"] = [&] { load(wanted); };
+    std::string expression;
+    try {
+        load(wanted);
+    } catch (AssertionFailed const &failure) {
+        expression = failure.getExpression();
+    }
+    EXPECT_EQ("! _transientStateOwner.isCurrentThread()", expression);
+    EXPECT_EQ("Loaded", stateOf(victim));
+    EXPECT_EQ("Freed", stateOf(wanted));
+    control->hooks.clear();
+}
+
+TEST_F(HeapManager, GivesItsMemoryBackToTheHeap)
+{
+    MbBuffer buffer = make("a");
+    load(buffer);
+    ReleaseCount const releases;
+    buffer.free();
+    EXPECT_EQ(1u, releases.get());
+}
+
+TEST_F(HeapManager, DumpsTheBuffersOfARandomStrategy)
+{
+    RCShdPtr<MbManager> const random(new MbHeapManager("heap", UNIT, makeObj<MbUnloadRandom>(0)));
+    MbBuffer const buffer = MbBufferSimpleFactory(initialState(), random).create("a", 1, ANYWHERE);
+    load(buffer);
+    std::ostringstream text;
+    random->dump(text);
+    EXPECT_EQ("Name = heap\n"
+              "Unload strategy = MbUnloadRandom\n"
+              "Nb loaded and unlocked buffers  = 1\n"
+              "\n"
+              "Random buffer container: \n"
+              "    0 = a\n"
+              "\n"
+              "Pair associative indexes : \n"
+              "                   a = 0\n",
+              text.str());
+}
+
+/// Says that it has given a region, and has not.
+class CarelessManager : public MbPoolManager
+{
+public:
+    CarelessManager() : MbPoolManager("careless", makeObj<MbUnloadLRU>(0)) {}
+
+private:
+    bool performAllocate(MbBufferImp *) override { return true; }
+    void performDeallocate(MbBufferImp *) override {}
+};
+
+TEST(MbPoolManager, AssertsThatARegionHasBeenSet)
+{
+    RCShdPtr<MbManager> const manager(new CarelessManager);
+    MbBuffer const buffer = MbBufferSimpleFactory(initialState(), manager).create("a", 1);
+    std::string expression;
+    try {
+        MbBufferRdGuardImp const guard(buffer);
+    } catch (AssertionFailed const &failure) {
+        expression = failure.getExpression();
+    }
+    EXPECT_EQ("buffer->getRegionStart() != 0", expression);
+    EXPECT_EQ("Freed", stateOf(buffer));
+}
+
 /// Who has chosen a victim comes to its mutex while the victim, loaded anew, waits for memory itself.
 TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
 {
@@ -413,6 +563,40 @@ TEST_P(BuffersWithoutMemory, AreUnlockedAlsoWhereItCannotBeTraced)
     Trace::setEnabled("MbBuffers", false);
     LgLog::flush();
     LgTrace::setOutput(nullptr, nullptr);
+}
+
+/// All that may happen to a buffer that is loaded.
+TEST_P(BuffersWithoutMemory, AreUsedSynchedUnloadedFreedAndEnded)
+{
+    for (bool const isTracing : {false, true}) {
+        std::vector<MbBuffer> buffers = makeBuffers(isTracing);
+        for (MbBuffer const &buffer : buffers)
+            MbBufferRdGuardImp const guard(buffer);
+        FailingAllocation const failing(0);
+        for (std::size_t i = 0; i < buffers.size(); ++i) {
+            MbBuffer &buffer = buffers[i];
+            {
+                MbBufferWrGuardImp const guard(buffer);
+                MbBufferWrGuardImp const copy(guard);
+            }
+            buffer.prefetch();
+            if (i % 2 == 0)
+                buffer.sync();
+            else
+                buffer.asyncSync();
+            if (i % 3 == 0)
+                MbBufferRdGuardImp const guard(buffer);
+            if (i % 5 == 0)
+                buffer.getImp()->receive(MbEvent::UNLOAD);
+            if (i % 7 == 0)
+                buffer.free();
+            if (i % 11 == 0)
+                buffer = MbBuffer();
+        }
+        buffers.clear();
+        EXPECT_FALSE(failing.hasFailed());
+    }
+    EXPECT_EQ(0u, manager->getAllocated());
 }
 
 TEST_P(BuffersWithoutMemory, FailToLoadAndHaveNothing)
@@ -542,6 +726,60 @@ TEST_F(ArenaManager, UnloadsAllOthersForABufferAsLargeAsThePool)
     EXPECT_EQ("Not enough memory: Buffer size larger then total arena pool size..",
               reasonOf<MbEx::ExNotEnoughMemory>([&] { load(larger); }));
     EXPECT_TRUE(large.isLoaded());
+}
+
+MbManager *newArena(ObjPtr<DaArenaPool> pool)
+{
+    return new MbArenaManager("arena", pool, makeObj<MbUnloadLRU>(0));
+}
+
+/// Pools give multiples of 8 bytes.
+TEST_F(ArenaManager, RefusesWhatTheEndOfThePoolIsTooShortFor)
+{
+    RCShdPtr<MbManager> const odd(
+        newArena(ObjPtr<DaArenaPool>(DaArenaPool::create(DaMallocAllocator::create(), 1020))));
+    MbBufferSimpleFactory oddFactory(initialState(), odd);
+    MbBuffer const fitting = oddFactory.create("fitting", 1016, ANYWHERE);
+    load(fitting);
+    EXPECT_TRUE(fitting.isLoaded());
+    for (int size : {1017, 1020}) {
+        MbBuffer const large = oddFactory.create("large", size, ANYWHERE);
+        EXPECT_EQ("Not enough memory: Buffer does not fit though nothing is allocated..",
+                  reasonOf<MbEx::ExNotEnoughMemory>([&] { load(large); }));
+        EXPECT_EQ("Freed", stateOf(large));
+    }
+    EXPECT_EQ("Unloaded", stateOf(fitting));
+    load(fitting);
+}
+
+/// Gives memory that begins 8 bytes after a multiple of 128.
+class CrookedAllocator : public DaArenaAllocator
+{
+public:
+    void *allocate(std::uint64_t) override { return _memory + 8; }
+    void deallocate(void *, std::uint64_t) override {}
+
+private:
+    alignas(128) char _memory[2048];
+};
+
+/// It is only known when the last of the others has given its memory back.
+TEST_F(ArenaManager, RefusesWhatNoPlaceIsAlignedFor)
+{
+    RCShdPtr<MbManager> const crooked(
+        newArena(ObjPtr<DaArenaPool>(DaArenaPool::create(new CrookedAllocator, 1024))));
+    MbBufferSimpleFactory crookedFactory(initialState(), crooked);
+    MbBuffer small = crookedFactory.create("small", 8, ANYWHERE);
+    MbBuffer const large = crookedFactory.create("large", 1024);
+    std::optional<MbBufferRdGuardImp> guard(small);
+    std::string reason;
+    std::thread loader([&] { reason = reasonOf<MbEx::ExNotEnoughMemory>([&] { load(large); }); });
+    waitForWaiters(static_cast<MbPoolManager const &>(*crooked), 1);
+    small.free();
+    guard.reset();
+    loader.join();
+    EXPECT_EQ("Not enough memory: Buffer does not fit though nothing is allocated..", reason);
+    EXPECT_EQ("Freed", stateOf(large));
 }
 
 TEST_F(ArenaManager, TakesPiecesThatAreTooSmallForNoMemoryAtAll)

@@ -284,6 +284,18 @@ TEST_F(Random, WorksWithoutReservedRoom)
     MbUnloadRandom(-1).insertBuffer(a);
 }
 
+TEST_F(Random, ReservesTheRoomThatIsAskedFor)
+{
+    auto const allocationsOf = [](int capacity) {
+        AllocationCount const allocations;
+        MbUnloadRandom const strategy(capacity);
+        return allocations.get();
+    };
+    EXPECT_EQ(allocationsOf(0), allocationsOf(-1));
+    EXPECT_EQ(allocationsOf(0) + 1, allocationsOf(1));
+    EXPECT_EQ(allocationsOf(0) + 1, allocationsOf(100));
+}
+
 TEST_F(Random, AllocatesNothingWhereThereIsRoom)
 {
     std::vector<MbBufferImp *> many;
