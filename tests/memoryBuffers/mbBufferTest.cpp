@@ -467,6 +467,28 @@ TEST_F(MbBufferTest, WhoseLastHandleGoesInsideACallIsEndedByTheThreadOfThatCall)
               control->log.take());
 }
 
+/// The event that is put off has a lower bit than the completion, and waits for it all the same.
+TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion)
+{
+    control->hooks["asyncLoad"] = [&] {
+        buffer.free();
+        control->handle->performSucceeded();
+    };
+    buffer.prefetch();
+    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable",
+                     "bufferNotUnloadable", "free", "deallocateRegion"}),
+              control->log.take());
+
+    // A completion that comes later finds it, too.
+    control->hooks["asyncLoad"] = [&] { buffer.asyncSync(); };
+    control->hooks["asyncSync"] = [&] { control->handle->performSucceeded(); };
+    buffer.prefetch();
+    EXPECT_EQ("WaitAsyncLoaded", stateOf(buffer));
+    control->handle->performSucceeded();
+    EXPECT_EQ("Synched", stateOf(buffer));
+}
+
 /// Of what a call puts off, `asyncSync` comes first. It fails, and what comes after it is lost.
 TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
 {

@@ -32,7 +32,7 @@ public:
     std::uint64_t getSize() const noexcept { return _size; }
 
     /// A pool of `size` bytes, which it takes at once. It owns the allocator, also where this fails; the caller owns the
-    /// pool.
+    /// pool. Throws `RCEx::ExNullPtr` if the allocator is null.
     static DaArenaPool *create(DaArenaAllocator *allocator, std::uint64_t size);
 
     DaArenaPool(DaArenaPool const &) = delete;

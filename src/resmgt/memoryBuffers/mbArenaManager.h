@@ -10,8 +10,9 @@ namespace Zv {
 /// its alignment mask; only an offset costs more. Where the free memory is in pieces that are too small, buffers are
 /// unloaded as if there were none.
 ///
-/// A buffer that is larger than the pool throws `MbEx::ExNotEnoughMemory` at once. One that fits the pool's size but,
-/// for its alignment, no place in it, waits for ever: leave the pool some room.
+/// A buffer that is larger than the pool throws `MbEx::ExNotEnoughMemory` at once. The pool's size is rounded down to a
+/// multiple of 8, and its first address need not meet an alignment, so a buffer of the pool's size may fit nowhere. Such a
+/// buffer throws `MbEx::ExNotEnoughMemory` when all others have given their memory back: leave the pool some room.
 class ZVRESMGT_EXPORT MbArenaManager : public MbPoolManager
 {
 public:

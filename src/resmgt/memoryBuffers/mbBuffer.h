@@ -20,7 +20,9 @@ namespace Zv {
 /// A small value: copies share the buffer, and none of them keeps its memory in place. The last handle or guard to go
 /// ends the buffer: it waits until no other thread runs a transition of it and no asynchronous operation is under way,
 /// calls the protocol's `free` where there are contents that were not synched, and gives its memory back; what fails
-/// then comes out of the handle's destructor or assignment.
+/// then comes out of the handle's destructor or assignment. While another exception passes, the failure is traced instead.
+/// If the last handle goes inside a call of the buffer's own protocol, the thread of that call ends the buffer afterwards.
+/// A failure then comes out of the operation that led to the call.
 ///
 /// Any thread may use a buffer at any time, by a handle of its own. A null handle throws `RCEx::ExNullPtr` at all that is
 /// asked of it but `isNull` and `isUniqueOwner`.
@@ -40,25 +42,36 @@ public:
     /// Whether there is no other handle and no guard. False for null.
     bool isUniqueOwner() const { return _imp.isUnique(); }
 
-    /// Valid as long as the buffer.
+    /// Returns the name, which is valid as long as the buffer. Takes the buffer's mutex. No thread keeps that while it
+    /// waits, calls the protocol or unloads another buffer.
     char const *getName() const;
     /// Bytes.
     int getSize() const { return _imp->getSize(); }
     MbAlignment const &getAlignment() const { return _imp->getAlignment(); }
-    /// Whether a guard is had without loading: true at the moment of the asking, and never during a transition.
+    /// Returns whether a guard can be had without loading. False during every transition. Takes the buffer's mutex like
+    /// `getName`.
     bool isLoaded() const;
 
-    /// Begins to load a buffer that is not loaded, on the protocol's terms: `asyncLoad` or `asyncReload`. Blocks for
-    /// memory only. On a buffer that is loaded, it makes it the one used last.
+    /// Begins to load a buffer that is not loaded, by the protocol's `asyncLoad` or `asyncReload`. A buffer that is loaded
+    /// and not locked becomes the most recently used.
+    ///
+    /// **Blocks** while the manager has no free memory, while another thread unloads or frees the buffer, and as long as
+    /// the call of the protocol takes: by default that is the whole `reload`.
     void prefetch();
-    /// Writes the contents back and returns when that is done; nothing where there is nothing to write. Waits for guards
-    /// to go, those of the calling thread among them.
+    /// Writes the contents back and returns when that is done. Does nothing if there is nothing to write.
+    ///
+    /// **Blocks** while there are guards, those of the calling thread among them, while another thread runs a transition,
+    /// and until an asynchronous operation under way has completed.
     void sync();
-    /// Begins to write the contents back. While the buffer is locked, it takes effect when the last guard is gone. May
-    /// wait for another thread's transition.
+    /// Begins to write the contents back. If the buffer is locked, this takes effect when the last guard is gone.
+    ///
+    /// **Blocks** while another thread runs a transition, until an asynchronous operation under way has completed, and as
+    /// long as the call of the protocol takes: by default that is the whole `sync`.
     void asyncSync();
-    /// Gives the contents up: the next guard loads anew. While the buffer is locked, it takes effect when the last guard
-    /// is gone. May wait for another thread's transition.
+    /// Gives the contents up: the next guard loads anew. If the buffer is locked, this takes effect when the last guard is
+    /// gone.
+    ///
+    /// **Blocks** while another thread runs a transition and until an asynchronous operation under way has completed.
     void free();
 
     /// For whoever builds on the buffer itself.

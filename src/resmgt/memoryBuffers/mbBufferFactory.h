@@ -8,6 +8,9 @@ namespace Zv {
 
 /// Makes buffers of one kind. A new buffer is Freed: it has no memory until it is locked or prefetched. Sizes are bytes,
 /// not negative; a name is copied. Any thread.
+///
+/// **Throws** `RCEx::ExNullPtr` if the factory has no initial state. A buffer without a protocol or a manager throws it
+/// when it is first locked or prefetched.
 class ZVRESMGT_EXPORT MbBufferFactory
 {
 public:

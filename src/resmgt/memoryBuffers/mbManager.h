@@ -20,10 +20,11 @@ public:
     ~MbManager() noexcept(false) override;
 
     virtual LiString const &getName() const = 0;
-    /// Gives the buffer its region. May block until other buffers let go of theirs. Throws `MbEx::ExNotEnoughMemory`
-    /// where waiting does not help, and what another buffer's protocol throws when it is unloaded for this one.
+    /// Gives the buffer its region by `MbBufferImp::setRegion`. May block until other buffers let go of theirs, with the
+    /// buffer's mutex free meanwhile. Throws `MbEx::ExNotEnoughMemory` where waiting does not help, and what another
+    /// buffer's protocol throws when it is unloaded for this one.
     virtual void allocateRegion(MbBufferImp *buffer) = 0;
-    /// Takes the region back.
+    /// Takes the region back. Does nothing if the buffer has none: the failed result of an operation may come twice.
     virtual void deallocateRegion(MbBufferImp *buffer) = 0;
     /// The buffer is in use or without memory from now on.
     virtual void bufferNotUnloadable(MbBufferImp *buffer) = 0;

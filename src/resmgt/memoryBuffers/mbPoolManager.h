@@ -15,12 +15,14 @@ namespace Zv {
 /// A manager with a budget. When the budget is used up, the thread that needs memory unloads the buffers that its
 /// strategy names, one after the other, until there is room. Where none can be unloaded it waits, without limit, until
 /// one can or memory comes back: a request for more than what the locked buffers leave blocks until they are unlocked.
+/// If there is no room although no buffer has memory, it throws `MbEx::ExNotEnoughMemory`. The mutex of the buffer that
+/// needs the memory is free while its thread waits or unloads another buffer.
 ///
 /// When the protocol of a victim throws, the exception goes to the thread that needed the memory; its load fails with
 /// it, and the victim stays loaded.
 ///
-/// Together with its memory a buffer is given its place among those that can be unloaded. Where there is no memory for
-/// that, the load throws `std::bad_alloc`; an unlock has nothing to fail at.
+/// Together with its memory a buffer is given its place among those that can be unloaded. If there is no memory for
+/// that, the load throws `std::bad_alloc`. An unlock cannot fail for that reason.
 ///
 /// A derived class says what the memory is.
 class ZVRESMGT_EXPORT MbPoolManager : public MbManager
@@ -45,10 +47,11 @@ protected:
 private:
     friend struct MbManagerProbe; // how tests look at a manager
 
-    /// Gives the buffer its region where the budget allows it; false where it is used up. Throws where unloading cannot
+    /// If the budget allows it, gives the buffer its region by `MbBufferImp::setRegion` and returns true. The region must
+    /// not begin at address 0, or an assertion fails. Returns false if the budget is used up. Throws if unloading cannot
     /// help. Called under the mutex.
     virtual bool performAllocate(MbBufferImp *buffer) ZV_REQUIRES(getMutex()) = 0;
-    /// Takes the region back. Called under the mutex.
+    /// Takes the region back and calls `MbBufferImp::clearRegion`. Must not fail. Called under the mutex.
     virtual void performDeallocate(MbBufferImp *buffer) ZV_REQUIRES(getMutex()) = 0;
 
     bool tryAllocate(MbBufferImp *buffer) ZV_REQUIRES(_mutex);

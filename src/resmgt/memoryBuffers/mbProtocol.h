@@ -16,17 +16,29 @@ class LkAsyncHandle;
 /// one, and `reload` and `unload` do nothing. A client whose contents can be read and written back overrides these two
 /// and has them all.
 ///
-/// All operations run on the thread that caused them (that of a guard, of a call of `MbBuffer`, or of any thread that
-/// needs memory: `unload`), without any lock of the library. They may use other buffers. The memory is the buffer's data
-/// and its size in bytes; it is valid during the call, for asynchronous operations until their completion. Nobody else
-/// reaches the buffer meanwhile: who wants it waits. A call that locks or syncs this very buffer from here fails an
-/// assertion; `asyncSync`, `free` and, in `unload` and `free`, `prefetch` take effect when the operation is over. In
-/// `free` the first two find nothing left to do, and in that of the last reference none of them is possible.
+/// **Threads**: an operation runs on the thread that caused it. That is the thread of a guard or of a call of
+/// `MbBuffer`, the thread that reports a completion, or, for `unload`, any thread that needs memory. No lock of the
+/// library is held. No other thread reaches the buffer meanwhile: it waits. The memory is the buffer's data, and its
+/// size is in bytes. It is valid during the call, for asynchronous operations until their completion.
 ///
-/// An exception takes the buffer back to the state in which it was, and goes on to whoever caused the operation. One
-/// from `unlocked` therefore leaves the buffer locked, one from the four results of loading and reloading leaves it
-/// waiting for another completion, and one from `free` when the last reference goes leaves the object behind, loaded
-/// and unloadable: these had better not throw.
+/// An operation may use other buffers. Only `unload` must not lock, sync or prefetch another buffer of the same manager.
+/// For the buffer that needs the memory this fails an assertion, and for another one the thread may wait for memory for
+/// ever.
+///
+/// A call that locks or syncs this very buffer from an operation fails an assertion. `asyncSync`, `free` and, in `unload`
+/// and `free`, `prefetch` take effect when the operation is over. If the operation begins an asynchronous one, they take
+/// effect when that has completed. In `free` the first two find nothing left to do. In the `free` of the last reference
+/// none of them is possible. If the last handle goes inside an operation, the thread of the operation ends the buffer
+/// afterwards.
+///
+/// **Throws**: if an operation throws, the buffer goes back to the state in which it was, and the exception goes on to the
+/// caller that caused the operation. These operations should not throw:
+/// - `unlocked`: the buffer stays locked.
+/// - The six results, from `asyncLoadSucceeded` to `asyncSyncFailed`: the buffer waits for another completion. The code
+///   that has reported the result must report one again. Until then every thread that wants the buffer waits, and so does
+///   the last handle. After `asyncLoadFailed` or `asyncReloadFailed` the memory is gone, so only a failure may be
+///   reported: a success throws `MbEx::ExIllegalTransition`.
+/// - `free`, when the last reference goes: the object is left behind. It stays loaded, and its manager may unload it.
 class ZVRESMGT_EXPORT MbProtocol
 {
 public:
@@ -38,7 +50,8 @@ public:
     /// Fills the memory of a buffer that has no contents yet. Calls `reload`.
     virtual void load(void *memory, std::uint64_t size);
     /// Begins to fill it. The end is reported to the handle, once, from any thread, also before this returns; an
-    /// exception stands for an operation that was never begun. Calls `asyncReload`.
+    /// exception stands for an operation that was never begun, so no end must be reported besides it. Calls
+    /// `asyncReload`.
     virtual void asyncLoad(void *memory, std::uint64_t size, LkAsyncHandle *handle);
     /// The memory is filled. Calls `asyncReloadSucceeded`.
     virtual void asyncLoadSucceeded();

@@ -19,9 +19,11 @@ public:
     virtual ~MbUnloadStrategy() noexcept(false);
 
     virtual char const *getName() const = 0;
-    /// The buffer, which is not in the set, joins it. Does not fail where there is room.
+    /// The buffer, which is not in the set, joins it. Must not fail if `reserve` has made room for it: an unlock would
+    /// throw what it throws, and leave the buffer locked.
     virtual void insertBuffer(MbBufferImp *buffer) = 0;
-    /// The buffer, which is in the set, leaves it. Does not fail.
+    /// The buffer leaves the set. Must not fail, and must do nothing if the buffer is not in the set: that happens after
+    /// `insertBuffer` has failed.
     virtual void removeBuffer(MbBufferImp *buffer) = 0;
     /// A buffer of the set, which stays in it. Not for an empty set.
     virtual MbBufferImp *selectVictim() const = 0;
@@ -29,7 +31,8 @@ public:
     /// For debugging: the name.
     virtual void dump(std::ostream &stream) const;
     /// Makes room for so many buffers in all; throws `std::bad_alloc`. The manager calls it before it gives a buffer its
-    /// memory, so that the unlock that follows has nothing to fail at. The base class does nothing.
+    /// memory, so that the unlock that follows cannot fail. The base class does nothing: a strategy whose `insertBuffer`
+    /// allocates must override it.
     virtual void reserve(std::size_t nbBuffers);
 
 protected:
