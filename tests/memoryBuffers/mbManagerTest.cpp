@@ -438,6 +438,33 @@ TEST_F(HeapManager, DumpsTheBuffersOfARandomStrategy)
               text.str());
 }
 
+/// Waits at its first character for another thread that loads a buffer.
+class LoadingStream : public std::stringbuf
+{
+public:
+    explicit LoadingStream(MbBuffer const &buffer) : _buffer(buffer) {}
+
+private:
+    int_type overflow(int_type character) override
+    {
+        if (!_buffer.isLoaded())
+            std::thread([&] { MbBufferRdGuardImp const guard(_buffer); }).join();
+        return std::stringbuf::overflow(character);
+    }
+
+    MbBuffer const &_buffer;
+};
+
+TEST_F(HeapManager, DumpsToAStreamThatUsesItsBuffers)
+{
+    MbBuffer const buffer = make("a");
+    LoadingStream text(buffer);
+    std::ostream stream(&text);
+    manager->dump(stream);
+    EXPECT_TRUE(buffer.isLoaded());
+    EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU", text.str());
+}
+
 /// Says that it has given a region, and has not.
 class CarelessManager : public MbPoolManager
 {

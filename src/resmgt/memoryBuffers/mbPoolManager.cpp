@@ -6,6 +6,7 @@
 #include "zvbase/traceCaught.private.h"
 
 #include <ostream>
+#include <sstream>
 #include <utility>
 
 namespace Zv {
@@ -98,11 +99,15 @@ void MbPoolManager::bufferUnloadable(MbBufferImp *buffer)
     announceMemory();
 }
 
+/// The stream is not ours: it may block, or use a buffer, so it is written without the mutex.
 void MbPoolManager::dump(std::ostream &stream) const
 {
-    LkGuard<LkMutex const> guard(_mutex);
-    stream << "Name = " << _name << '\n' << "Unload strategy = ";
-    _strategy->dump(stream);
+    std::ostringstream text;
+    {
+        LkGuard<LkMutex const> guard(_mutex);
+        _strategy->dump(text);
+    }
+    stream << "Name = " << _name << '\n' << "Unload strategy = " << text.str();
 }
 
 /// Who gets memory here can be unlocked: the place among those to unload is his before he has it.
