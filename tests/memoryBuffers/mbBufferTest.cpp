@@ -308,8 +308,8 @@ TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
     EXPECT_EQ(0, buffer.getImp()->getLockCount());
 }
 
-/// What was put off stays so, and who waits looks at the buffer again.
-TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWhoWaits)
+/// What was put off stays so, and a thread that waits looks at the buffer again.
+TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWaiters)
 {
     {
         MbBufferRdGuardImp const guard(buffer);
@@ -324,7 +324,7 @@ TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWhoWaits)
             throw Failure(what);
         };
     };
-    // One goes on by what the other had put off.
+    // It begins when the reader has unlocked the buffer.
     control->hooks["asyncSync"] = [&] { control->handle->performSucceeded(); };
     EXPECT_EQ("bufferUnloadable", reasonOf<Failure>([&] { buffer.sync(); }));
     reader.join();
@@ -372,7 +372,7 @@ TEST_F(MbBufferTest, AResultThatThrowsLeavesItWaitingForAnother)
         }
         bool const hasRegion = result.succeeds || state == "WaitAsyncSynched";
         EXPECT_EQ(hasRegion, other.getImp()->getRegionStart() != 0);
-        // Where the memory is gone, there is nothing that could have been loaded.
+        // If the memory is gone, nothing can have been loaded.
         if (!hasRegion) {
             EXPECT_EQ("Illegal transition: buffer b received event asyncOpSucceeded() from state " +
                           state + ".",
@@ -450,7 +450,7 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
 }
 
 /// The last handle goes inside a call. Another thread that has to do with the buffer meanwhile leaves its end alone.
-TEST_F(MbBufferTest, WhoseLastHandleGoesInsideACallIsEndedByTheThreadOfThatCall)
+TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
 {
     control->hooks["asyncLoad"] = [&] {
         LkAsyncHandle * const handle = control->handle;

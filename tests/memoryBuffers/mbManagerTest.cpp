@@ -344,8 +344,8 @@ TEST_F(HeapManager, AVictimWhoseLastHandleGoesMayFailAndEndBadly)
     load(buffer);
 }
 
-/// Anybody may ask about a buffer for which a thread waits for memory.
-TEST_F(HeapManager, WhoWaitsForMemoryKeepsNobodyFromTheBuffer)
+/// Any thread may ask about the buffer meanwhile.
+TEST_F(HeapManager, AThreadThatWaitsForMemoryKeepsNoOtherFromTheBuffer)
 {
     MbBuffer const held = make("held", 4 * UNIT);
     MbBuffer wanted = make("wanted");
@@ -365,8 +365,8 @@ TEST_F(HeapManager, WhoWaitsForMemoryKeepsNobodyFromTheBuffer)
     EXPECT_TRUE(wanted.isLoaded());
 }
 
-/// Nor does a thread that unloads another buffer for it, or loads it.
-TEST_F(HeapManager, WhoUnloadsAVictimKeepsNobodyFromTheBuffer)
+/// The same while another buffer is unloaded for it, and while it is loaded.
+TEST_F(HeapManager, AThreadThatUnloadsAVictimKeepsNoOtherFromTheBuffer)
 {
     auto const victimControl = std::make_shared<Control>();
     auto const control = std::make_shared<Control>();

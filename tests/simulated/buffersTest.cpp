@@ -518,7 +518,7 @@ SIMULATED(BufferIsFreedAndItsLastHandleGoesInsideACall, WITH_BUFFERS)
     servant.join();
 }
 
-/// A stranger that needs memory has chosen a buffer whose last handle goes inside its `sync`. It takes another victim.
+/// A thread that needs memory has chosen a buffer whose last handle goes inside its `sync`. It takes another victim.
 SIMULATED(LastHandleOfAVictimGoesInsideACall, WITH_BUFFERS)
 {
     Storage storages[3];
@@ -607,7 +607,7 @@ SIMULATED(EventsArePutOffInsideACallThatCompletes, WITH_BUFFERS)
                 bool const isLoaded = succeeds || operation == SYNC;
                 HOLDS(buffer.isLoaded() == (isLoaded && !frees));
                 HOLDS(telling.frees == (isLoaded && frees ? 1 : 0));
-                // The contents are written back afterwards where there are any that have not been.
+                // Contents that have not been written back are written back afterwards.
                 bool const synchsAgain = !frees && isLoaded && !(operation == SYNC && succeeds);
                 HOLDS(telling.operations == (synchsAgain ? 2 : 1));
             }

@@ -10,8 +10,9 @@
 namespace Zv {
 
 /// Memory that is taken from an allocator once and given out by first fit, in multiples of 8 bytes. Blocks that come back
-/// are merged with their free neighbours. A search takes logarithmic time in the number of free blocks, as long as it is
-/// not the alignment that long blocks fail by, and giving a block back does as well; only taking one can fail.
+/// are merged with their free neighbours. Finding a block and giving one back takes logarithmic time in the number of free
+/// blocks. A search also looks at each earlier block that is long enough but has no aligned place. Giving a block back
+/// does not fail.
 ///
 /// A pool has no lock: one thread at a time. All blocks are back before it is destroyed, or its destructor fails an
 /// assertion, after it has given its memory back.

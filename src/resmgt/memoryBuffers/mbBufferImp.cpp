@@ -172,7 +172,7 @@ void MbBufferImp::changeStateForLock(MbState const *next, int formerCount)
         if (_state == former) {
             _lockCount = formerCount;
         } else {
-            // The lock was had, and what had been put off failed. The last hold to go unlocks the buffer.
+            // The lock has succeeded, and an event that was put off has failed. The last hold to go unlocks the buffer.
             try {
                 deliver(MbEvent::UNLOCK);
             } catch (...) {

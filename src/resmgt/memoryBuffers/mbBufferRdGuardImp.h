@@ -8,9 +8,12 @@ namespace Zv {
 /// Holds a buffer for reading, and its memory in place, for as long as it lives. Any number of them, in any threads,
 /// share a buffer; a writer waits until all are gone. It is made anywhere and used by one thread at a time.
 ///
-/// Making one blocks: while a writer holds the buffer, while it is loaded, while its manager has no memory. That a thread
-/// which holds a write guard would wait for itself, nobody tells it. The operation that fails, of this buffer's
-/// protocol or of one that had to be unloaded for it, throws its exception here; then there is no guard.
+/// **Blocks**: the constructor blocks while another thread holds a write guard, while the buffer is being loaded, and
+/// while its manager has no free memory. A thread that already holds a write guard on this buffer deadlocks. This is not
+/// detected.
+///
+/// **Throws**: if an operation of this buffer's protocol throws, or one of a buffer that had to be unloaded for it, the
+/// exception comes out of the constructor. Then there is no guard, and no hold.
 ///
 /// The last guard to go calls the protocol's `unlocked` from its destructor; what that throws comes out of it, unless
 /// another exception is passing.

@@ -8,7 +8,7 @@ namespace Zv {
 /// Holds a buffer for writing, and its memory in place, for as long as it or a copy of it lives. Nobody else holds the
 /// buffer meanwhile, for reading or writing; copies share the hold. All else is as with `MbBufferRdGuardImp`.
 ///
-/// The protocol's `markDirty` is called where the buffer has to be loaded for this guard, not where it is loaded.
+/// The protocol's `markDirty` is called if the buffer has to be loaded for this guard, but not if it is loaded already.
 class ZVRESMGT_EXPORT MbBufferWrGuardImp : public MbBufferGuard
 {
 public:
