@@ -440,3 +440,31 @@ TEST_F(PropertyAccess, ObserversComeAndGoWhileChangesArrive)
 }
 
 } // namespace
+TEST_F(PropertyAccess, WhatFailsAtTheEndOfObserversComesOutWhenAllAreDetached)
+{
+    auto const attachFailing = [this](auto const &property, char const *name) {
+        access->attachObserver(property, makeShd<FailsToEnd<RecordingObserver>>(name, journal));
+    };
+    attachFailing(device().x, "one");
+    attachFailing(device().x, "two");
+    attachFailing(device().focus, "three");
+    journal.take();
+    EXPECT_THROW(access = nullptr, std::runtime_error);
+    Lines lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"cleared focus", "cleared x", "end one", "end three", "end two"}));
+}
+
+TEST_F(PropertyAccess, DetachingThatFailsLetsTheNextObserverBeginAnew)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    auto const x = device().x;
+    access->attachObserver(x, one);
+    x->failsToSetObserver = true;
+    EXPECT_THROW(access->detachObserver(x, one), std::runtime_error);
+    x->failsToSetObserver = false;
+    journal.take();
+    access->attachObserver(x, one);
+    EXPECT_EQ(journal.take(), (Lines{"observed x"}));
+}
+

@@ -8,6 +8,10 @@
 
 using namespace Test;
 using Lines = std::vector<std::string>;
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
 
 namespace {
 
@@ -442,6 +446,16 @@ TEST_F(StreamAccess, StreamThatWasStartedIsStoppedWhateverAllocationFails)
 {
     auto &out = *deviceA().out;
     auto &in = *deviceB().in;
+TEST_F(StreamAccess, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
+{
+    for (char const * const name : {"x", "y"})
+        access->registerStream({name}, makeShd<FailsToEnd<ActiveSource>>(name, journal));
+    EXPECT_THROW(access = nullptr, std::runtime_error);
+    Lines lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"end x", "end y"}));
+}
+
     LiString const config("a:a.out push b:b.in");
     int const nbFailures = ZvTest::failEachAllocation([&] { access->connect(config); },
                                                       [&] {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <algorithm>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -169,6 +170,64 @@ public:
 
     void performOpen() override { ++_opened; }
     void performClose() override { ++_closed; }
+
+/// What an action throws.
+template <class Action>
+std::string whatFails(Action action)
+{
+    try {
+        action();
+    } catch (std::exception const &failure) {
+        return failure.what();
+    }
+    return "no failure";
+}
+
+TEST(Manager, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
+{
+    Journal journal;
+    Registered const a(
+        "a", [&] { return RCShdPtr<DevMDPrtcl>(new FailsToEnd<RecordingAccess>("a", journal)); });
+    Registered const b(
+        "b", [&] { return RCShdPtr<DevMDPrtcl>(new FailsToEnd<RecordingAccess>("b", journal)); });
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    manager->getPrtcl("a");
+    manager->getPrtcl("b");
+    journal.take();
+    std::string const failure = whatFails([&] { manager = nullptr; });
+    Lines lines = journal.take();
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(failure, "the end of " + lines[2].substr(4));
+    EXPECT_EQ((Lines{lines[0], lines[1]}), (Lines{"close b", "close a"}));
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ((Lines{lines[2], lines[3]}), (Lines{"end a", "end b"}));
+}
+
+TEST(Manager, AFailureToCloseComesBeforeOneAtTheEnd)
+{
+    Journal journal;
+    Registered const a(
+        "a", [&] { return RCShdPtr<DevMDPrtcl>(new FailsToEnd<FailsToClose>("a", journal)); });
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    manager->getPrtcl("a");
+    journal.take();
+    EXPECT_EQ(whatFails([&] { manager = nullptr; }), "still warm");
+    EXPECT_EQ(journal.take(), (Lines{"close a", "end a"}));
+}
+
+TEST(Manager, WhatFailsAtTheEndOfADeviceDoesNotHideAnExceptionThatPasses)
+{
+    Journal journal;
+    Registered const a(
+        "a", [&] { return RCShdPtr<DevMDPrtcl>(new FailsToEnd<RecordingAccess>("a", journal)); });
+    EXPECT_EQ(whatFails([] {
+                  ObjPtr<DevMgr> const manager = DevMgr::create();
+                  manager->getPrtcl("a");
+                  throw std::runtime_error("no thread for another device");
+              }),
+              "no thread for another device");
+    EXPECT_EQ(journal.take(), (Lines{"open a", "close a", "end a"}));
+}
 
 private:
     int &_opened;

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,36 @@ public:
 protected:
     std::string const _name;
     Journal &_journal;
+};
+
+/// A member that makes the end of its object fail, also while another exception is passing.
+class FailingEnd
+{
+public:
+    FailingEnd(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
+    FailingEnd(FailingEnd const &) = delete;
+    FailingEnd &operator=(FailingEnd const &) = delete;
+    ~FailingEnd() noexcept(false)
+    {
+        _journal.add("end " + _name);
+        throw std::runtime_error("the end of " + _name);
+    }
+
+private:
+    std::string const _name;
+    Journal &_journal;
+};
+
+/// `Base` with such a member.
+template <class Base>
+class FailsToEnd : public Base
+{
+public:
+    FailsToEnd(std::string const &called, Journal &lines) : Base(called, lines), _end(called, lines)
+    {}
+
+private:
+    FailingEnd _end;
 };
 
 /// The sequence face of a device that completes each step at once, on the caller's thread.

@@ -205,6 +205,36 @@ TEST_F(DevMDStdPropertyPrtclTest, APropertysNameIsUniqueInItsSetOnly)
     EXPECT_EQ(names(builder->getCurrentPropertyIter()), Lines{"gain"});
 }
 
+TEST_F(DevMDStdPropertyPrtclTest, WhatFailsAtTheEndOfPropertiesComesOutWhenAllHaveEnded)
+{
+    class Failing : public DevMDStdProperty<int>
+    {
+    public:
+        Failing(Log &log, char const *name)
+            : DevMDStdProperty(name, "", READABLE, makePropertyANOFactory<int>([](int &) {}),
+                               makeShd<DevMDStdFifo>()),
+              _end(log, name)
+        {}
+
+    private:
+        FailingEnd _end;
+    };
+    Log log;
+    {
+        ObjPtr<DevMDStdPropertySetBuilder> const builder(_device->getPropertySetBuilder());
+        builder->addProperty(makeShd<Failing>(log, "gain"));
+        builder->addProperty(makeShd<Failing>(log, "offset"));
+        for (char const * const set : {"lens", "sensor"}) {
+            builder->pushSet(set, "");
+            builder->addProperty(makeShd<Failing>(log, "focus"));
+            builder->addProperty(makeShd<Failing>(log, "zoom"));
+            builder->popSet();
+        }
+    }
+    EXPECT_EQ(whatFails([&] { _device = nullptr; }), "focus");
+    EXPECT_EQ(log.lines(), (Lines{"~focus", "~zoom", "~focus", "~zoom", "~gain", "~offset"}));
+}
+
 TEST(DevMDStdPropertySetBuilder, TakesItselfFromTheCountInItsDestructorAlone)
 {
     Vector<RCShdPtr<DevMDPropertySet>> sets;

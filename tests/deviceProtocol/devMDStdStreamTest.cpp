@@ -246,5 +246,23 @@ TEST_F(DevMDStdStreamPassiveSinkTest, NullFifoAndNullFactoryAreNullPointerFailur
     EXPECT_THROW(withoutFactory->push(element(1)), RCEx::ExNullPtr);
 }
 
+TEST(DevMDStdStreamPrtcl, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
+{
+    class Failing : public PassiveSource
+    {
+    public:
+        Failing(Log &log, char const *name) : PassiveSource(name, ""), _end(log, name) {}
+
+    private:
+        FailingEnd _end;
+    };
+    Log log;
+    RCShdPtr<Device> device = makeShd<Device>();
+    device->addStream(makeShd<Failing>(log, "first"));
+    device->addStream(makeShd<Failing>(log, "second"));
+    EXPECT_EQ(whatFails([&] { device = nullptr; }), "first");
+    EXPECT_EQ(log.lines(), (Lines{"~first", "~second"}));
+}
+
 } // namespace
 } // namespace ZvTest

@@ -4,8 +4,10 @@
 #include "resmgt/deviceProtocol.h"
 
 #include <algorithm>
+#include <exception>
 #include <mutex>
 #include <semaphore>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -65,6 +67,48 @@ private:
     Log &_log;
     std::string _name;
 };
+
+/// A member that makes the end of its object fail.
+class FailingEnd
+{
+public:
+    FailingEnd(Log &log, std::string name) : _log(log), _name(std::move(name)) {}
+    FailingEnd(FailingEnd const &) = delete;
+    FailingEnd &operator=(FailingEnd const &) = delete;
+    ~FailingEnd() noexcept(false)
+    {
+        _log.add("~" + _name);
+        if (std::uncaught_exceptions() == 0)
+            throw std::runtime_error(_name);
+    }
+
+private:
+    Log &_log;
+    std::string _name;
+};
+
+class FailingANO : public DevMDStdANO
+{
+public:
+    FailingANO(Log &log, std::string const &name) : _end(log, name) {}
+
+    void performExecute() override {}
+
+private:
+    FailingEnd _end;
+};
+
+/// The text of the exception that `action` ends with.
+template <class Action>
+std::string whatFails(Action action)
+{
+    try {
+        action();
+    } catch (std::exception const &failure) {
+        return failure.what();
+    }
+    return "no failure";
+}
 
 inline ObjPtrRet<DevMDStdANO> recordingANO(Log &log, std::string const &name)
 {

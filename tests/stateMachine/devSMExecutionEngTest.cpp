@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -500,6 +501,50 @@ TEST(DevSMExecutionEngTableTest, aChoiceAfterAChoiceFindsItsOwnEvents)
     }
     EXPECT_EQ(script.log.size(), 200u);
     EXPECT_EQ(engine->getStatus(), 0);
+}
+
+TEST(DevSMExecutionEngTableTest, whatFailsAtTheEndOfTransitionsComesOutWhenAllHaveEnded)
+{
+    class Failing : public DevSMConditionalTransition
+    {
+    public:
+        Failing(LiString const &name, Log &log) : DevSMConditionalTransition(name), _log(log) {}
+        ~Failing() noexcept(false) override
+        {
+            _log.push_back(getName().getChars());
+            throw std::runtime_error(_log.back());
+        }
+        void execute() override {}
+        bool condition() override { return true; }
+
+    private:
+        Log &_log;
+    };
+    struct FailingFactory : DevSMTransitionFactory
+    {
+        explicit FailingFactory(Log &l) : log(l) {}
+        RCShdPtr<DevSMTransition> create(LiString const &name) override
+        {
+            return RCShdPtr<DevSMTransition>(new Failing(name, log));
+        }
+        Log &log;
+    };
+    DevSMTableBuilder builder;
+    builder.addState("a");
+    builder.addEvent("x");
+    builder.addEvent("y");
+    for (char const * const name : {"one", "two", "three", "plain"}) {
+        builder.addTransition(name);
+        builder.addTransitionForEvent("a", name == std::string("plain") ? "y" : "x", name);
+        builder.setNextState("a", name, "a");
+    }
+    builder.expand();
+    Log log;
+    ObjPtr<DevSMExecutionEng> engine =
+        DevSMExecutionEng::create(builder.createTable(), 0, makeObj<FailingFactory>(log));
+    EXPECT_THROW(engine = nullptr, std::runtime_error);
+    std::sort(log.begin(), log.end());
+    EXPECT_EQ(log, (Log{"one", "plain", "three", "two"}));
 }
 
 } // namespace

@@ -1,11 +1,11 @@
 #include "resmgt/deviceManager/devMgrMediator.h"
 
-#include "resmgt/deviceManager/completeAll.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrThread.private.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -26,13 +26,11 @@ DevMgrMediator::DevMgrMediator()
 DevMgrMediator::~DevMgrMediator() noexcept(false)
     ZV_NO_THREAD_SAFETY_ANALYSIS // no other owner remains
 {
-    Vector<RCShdPtr<DevMDAccessPrtcl>> opened = std::move(_opened);
-    completeAll([&] { return !opened.empty(); },
-                [&] {
-                    RCShdPtr<DevMDAccessPrtcl> const device = opened.back();
-                    opened.pop_back();
-                    device->performClose();
-                });
+    FirstFailure failure;
+    for (auto &opened = _opened; !opened.empty(); opened.pop_back())
+        failure.attempt([&opened] { opened.back()->performClose(); });
+    releaseEach(_prtclMap, failure);
+    failure.rethrow();
 }
 
 bool DevMgrMediator::isPrtclCreated(LiString const &name) const

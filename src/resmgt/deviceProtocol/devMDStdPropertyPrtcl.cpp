@@ -4,6 +4,7 @@
 #include "resmgt/deviceProtocol/devMDStdIterator.private.h"
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -11,7 +12,10 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 DevMDStdPropertyPrtcl::DevMDStdPropertyPrtcl(LiString const &name) : _name(name) {}
 
-DevMDStdPropertyPrtcl::~DevMDStdPropertyPrtcl() = default;
+DevMDStdPropertyPrtcl::~DevMDStdPropertyPrtcl()
+{
+    releaseAll(_sets, _properties);
+}
 
 ObjPtrRet<DevMDStdPropertySetBuilder> DevMDStdPropertyPrtcl::getPropertySetBuilder()
 {

@@ -1,6 +1,7 @@
 #include "resmgt/deviceProtocol/devMDStdPropertySet.h"
 
 #include "resmgt/deviceProtocol/devMDStdIterator.private.h"
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -8,7 +9,10 @@ DevMDStdPropertySet::DevMDStdPropertySet(LiString const &name, LiString const &d
     : _name(name), _description(description)
 {}
 
-DevMDStdPropertySet::~DevMDStdPropertySet() = default;
+DevMDStdPropertySet::~DevMDStdPropertySet()
+{
+    releaseAll(_sets, _properties);
+}
 
 ConstIterator<RCShdPtr<DevMDPropertyAny>> DevMDStdPropertySet::getPropertyIter()
 {

@@ -4,6 +4,7 @@
 #include "resmgt/deviceProtocol/devMDStdIterator.private.h"
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -11,7 +12,10 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 DevMDStdStreamPrtcl::DevMDStdStreamPrtcl(LiString const &name) : _name(name) {}
 
-DevMDStdStreamPrtcl::~DevMDStdStreamPrtcl() = default;
+DevMDStdStreamPrtcl::~DevMDStdStreamPrtcl()
+{
+    releaseAll(_streams);
+}
 
 ConstIterator<RCShdPtr<DevMDStream>> DevMDStdStreamPrtcl::performGetStreams()
 {

@@ -1,11 +1,11 @@
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 
-#include "resmgt/deviceManager/completeAll.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devANOQueueEntry.h"
 #include "resmgt/deviceProtocol/devMDPropertyAEO.h"
 #include "resmgt/locks/lkGuard.h"
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -90,8 +90,9 @@ void DevMgrPropertyObserverEng::detach(RCShdPtr<DevMDPropertyAny> property,
         return;
     entry->second.observers.erase(observer);
     if (entry->second.observers.empty()) {
+        _observerMap.erase(
+            entry); // also where the property cannot let go: the next observer begins anew
         property->setObserverAEO(nullptr);
-        _observerMap.erase(entry);
     }
 }
 
@@ -102,12 +103,17 @@ void DevMgrPropertyObserverEng::detachAll()
         LkGuard<LkLock const> const guard(_lock);
         detached.swap(_observerMap);
     }
-    completeAll([&] { return !detached.empty(); },
-                [&] {
-                    RCShdPtr<DevMDPropertyAny> const property = detached.begin()->second.property;
-                    detached.erase(detached.begin());
-                    property->setObserverAEO(nullptr);
-                });
+    FirstFailure failure;
+    for (auto &[uuid, observed] : detached) {
+        auto &[property, observers] = observed;
+        while (!observers.empty()) {
+            auto observer = observers.extract(observers.begin());
+            failure.attempt([&observer] { observer.value() = nullptr; });
+        }
+        failure.attempt([&property] { property->setObserverAEO(nullptr); });
+        failure.attempt([&property] { property = nullptr; });
+    }
+    failure.rethrow();
 }
 
 void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint)

@@ -2,12 +2,12 @@
 
 #include "resmgt/deviceManager/access/configTokens.private.h"
 #include "resmgt/deviceManager/access/streamConfigParser.private.h"
-#include "resmgt/deviceManager/completeAll.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devMDStreamPrtcl.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -39,12 +39,12 @@ public:
 
     ~DevMgrStreamAccImp() noexcept(false) override
     {
-        completeAll([this] { return !_started.empty(); },
-                    [this] {
-                        RCShdPtr<DevMDStream> const stream = _started.front();
-                        _started.pop_front();
-                        stream->stop();
-                    });
+        FirstFailure failure;
+        for (auto const &stream : _started)
+            failure.attempt([&stream] { stream->stop(); });
+        releaseEach(_started, failure);
+        releaseEach(_streamMap, failure);
+        failure.rethrow();
     }
 
     void parseConfig(LiString const &config) override { StreamConfigParser parser(config); }

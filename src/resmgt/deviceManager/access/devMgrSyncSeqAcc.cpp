@@ -11,6 +11,7 @@
 #include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -24,6 +25,8 @@ public:
     {
         _anoFactory = makeObj<SeqANOFactory>(_tree);
     }
+
+    ~DevMgrSyncSeqAccImp() noexcept(false) override { releaseAll(_seqTreeNodeMap); }
 
     Vector<Vector<LiString>> parseConfig(LiString const &config) override
     {

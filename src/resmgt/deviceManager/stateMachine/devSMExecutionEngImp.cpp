@@ -3,6 +3,7 @@
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/stateMachine/exEngTransitions.private.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 #include <algorithm>
 
@@ -31,7 +32,10 @@ DevSMExecutionEngImp::DevSMExecutionEngImp(RCShdPtr<DevSMTable> table, std::int3
     checkComplete();
 }
 
-DevSMExecutionEngImp::~DevSMExecutionEngImp() = default;
+DevSMExecutionEngImp::~DevSMExecutionEngImp()
+{
+    releaseAll(_transVect);
+}
 
 void DevSMExecutionEngImp::execute(std::int32_t event)
 {

@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/stateMachine/exEngTransitions.private.h"
 
 #include "resmgt/deviceManager/stateMachine/devSMExecutionEngImp.private.h"
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -41,6 +42,11 @@ ExEngCondTrans::ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engin
       _exception(exception),
       _noException(noException)
 {}
+
+ExEngCondTrans::~ExEngCondTrans()
+{
+    releaseAll(_candidates);
+}
 
 // The table leads a choice into a checking state like any transition: `_noexc` takes it through,
 // and then the selecting event finds the state that it is meant for.

@@ -49,6 +49,7 @@ public:
     ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine, Candidates const &candidates,
                    Vector<std::int32_t> const &events, std::int32_t exception,
                    std::int32_t noException);
+    ~ExEngCondTrans() override;
 
     void execute() override;
 
