@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 using namespace Test;
@@ -138,6 +139,25 @@ TEST_F(SequenceAccess, ReportsOfADeviceComeAsWhatTheyAre)
     access->setObserver(nullptr); // who waits is let go before the observer is told of the end
     device->recoverReport = nullptr;
     device->abortReport = nullptr;
+}
+
+// The nodes hold their devices longer than the manager does.
+TEST_F(SequenceAccess, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
+{
+    auto const failing = [this](char const *name) {
+        return Registered(name, [this, name] {
+            return RCShdPtr<DevMDPrtcl>(new FailsToEnd<PromptSequence>(name, journal));
+        });
+    };
+    Registered const a = failing("a");
+    Registered const b = failing("b");
+    Registered const c = failing("c");
+    access->configure("( a ( b c ) )");
+    manager = nullptr;
+    EXPECT_THROW(access = nullptr, std::runtime_error);
+    Lines lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"end a", "end b", "end c"}));
 }
 
 TEST_F(SequenceAccess, NameBehindTheRootsGroupIsANullPointer)

@@ -1,4 +1,5 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
+#include "allocations.h"
 #include "meeting.h"
 
 #include "recordingDevice.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 namespace {
@@ -527,6 +529,80 @@ TEST_F(DevSeqTreeTest, aTreeThatEndsWaitsForTheReportThatIsBeingDelivered)
     build();
     start();
     // R's report is delivered by another thread, which stands in R's getMark until the tree is
+TEST_F(DevSeqTreeTest, whatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
+{
+    build();
+    for (auto const &[name, device] : world.devices)
+        device->onDestruction = [text = name] { throw std::runtime_error(text); };
+    world.nodes.clear();
+    try {
+        world.tree = nullptr;
+        ADD_FAILURE() << "nothing came out";
+    } catch (std::runtime_error const &failure) {
+        EXPECT_STREQ(failure.what(), "C");
+    }
+    EXPECT_EQ(world.takeLog(), (Log{"C gone", "A gone", "B gone", "R gone"}));
+}
+
+TEST_F(DevSeqTreeTest, aSubtreeThatJoinsNoTreeEndsWithItsHolder)
+{
+    RCShdPtr<DevSeqTreeNode> top = world.createNode("P");
+    world.child("P", "C");
+    world.child("C", "G");
+    world.nodes.clear();
+    top = nullptr;
+    EXPECT_EQ(world.log, (Log{"G gone", "C gone", "P gone"}));
+}
+
+TEST_F(DevSeqTreeTest, aNodeThatOutlivesItsParentHasNone)
+{
+    world.createNode("P");
+    world.child("P", "C");
+    auto const held = world.nodes["C"];
+    world.nodes.clear();
+    EXPECT_EQ(world.takeLog(), Log{"P gone"});
+    world.root("R");
+    world.tree->attach(world.nodes["R"], held);
+    world.tree->processEvent(DevSeqEv::START);
+    world.complete("C");
+    world.complete("R");
+    EXPECT_EQ(world.state("R"), "sync");
+}
+
+TEST_F(DevSeqTreeTest, aNodeHeldBelowOneThatEndsHasNoParent)
+{
+    RCShdPtr<DevSeqTreeNode> top = world.createNode("P");
+    world.child("P", "C");
+    world.child("C", "G");
+    auto const held = world.nodes["G"];
+    world.nodes.clear();
+    top = nullptr; // takes C along
+    EXPECT_EQ(world.takeLog(), (Log{"C gone", "P gone"}));
+    world.tree->setRoot(held);
+    world.tree->processEvent(DevSeqEv::START);
+    // It still reports to a parent, as it did when it had one.
+    EXPECT_THROW(world.complete("G"), RCEx::ExNullPtr);
+}
+
+TEST_F(DevSeqTreeTest, anAttachThatFailsChangesNothing)
+{
+    world.root("R");
+    RCShdPtr<DevSeqTreeNode> child = world.createNode("A");
+    int const nbFailures = ZvTest::failEachAllocation(
+        [&] { world.tree->attach(world.nodes["R"], child); },
+        [&] {
+            EXPECT_EQ(textOf(*world.tree), "( R )");
+            RCShdPtr<DevSeqTree> const own(new DevSeqTree);
+            own->setRoot(child);
+            own->processEvent(DevSeqEv::START);
+            own->processEvent("A", DevSeqEv::READY);
+            EXPECT_EQ(own->getState("A"), "sync"); // a root has no parent to wait for
+            child = world.createNode("A");
+        });
+    EXPECT_EQ(nbFailures, 1);
+    EXPECT_EQ(textOf(*world.tree), "( R ( A ) )");
+}
+
     // about to end.
     ObjPtr<DevClonableANO> const report = SeqANOFactory(world.tree).create("R", DevSeqEv::LOCK);
     ZvTest::Latch isInside(1);

@@ -80,7 +80,7 @@ private:
         std::int32_t const event = _events[_event];
         if (_addressees != CHILDREN) {
             ++_event;
-            return {_addressees == SELF ? _node : &*_node->_parent, event};
+            return {_addressees == SELF ? _node : &_node->getParent(), event};
         }
         if (_child != _node->_children.end())
             return {(_child++)->get(), event};
@@ -112,19 +112,18 @@ private:
 
 DevSeqTree::DevSeqTree() : _lock("DevSeqTree"), _link(new DevSeqTreeLink(this)) {}
 
-// Parents and children hold each other. They let go without memory: the way back is what is taken away, and a child
-// that has been there stands at the end, until all have and stand in their order again.
+// Nodes that somebody holds have no parent any more. That takes no memory: the way back is what is taken away, and a
+// child that has been there stands at the end, until all have and stand in their order again.
 DevSeqTree::~DevSeqTree()
 {
     _link->clear();
-    for (RCShdPtr<DevSeqTreeNode> node = _root; !node.isNull();) {
+    for (DevSeqTreeNode *node = _root.get(); node;) {
         Nodes &children = node->_children;
-        if (!children.empty() && !children.front()->_parent.isNull()) {
-            node = children.front();
+        if (!children.empty() && children.front()->_parent) {
+            node = children.front().get();
         } else {
-            RCShdPtr<DevSeqTreeNode> parent;
-            parent.swap(node->_parent);
-            if (node == _root)
+            DevSeqTreeNode * const parent = std::exchange(node->_parent, nullptr);
+            if (node == _root.get())
                 break;
             parent->_children.splice(parent->_children.end(), parent->_children,
                                      parent->_children.begin());
@@ -146,9 +145,9 @@ void DevSeqTree::attach(RCShdPtr<DevSeqTreeNode> const &parent,
 {
     DevSeqTreeNode &upper = *parent;
     DevSeqTreeNode &lower = *child;
-    lower._parent = parent;
-    lower._util->setHasParent(true);
     upper.addChild(child);
+    lower._parent = &upper;
+    lower._util->setHasParent(true);
     _isIndexed = false;
 }
 

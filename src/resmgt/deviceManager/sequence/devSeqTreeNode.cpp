@@ -3,8 +3,7 @@
 #include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqTransFactory.h"
 #include "resmgt/deviceManager/sequence/noopedSyncSeqProtocol.h"
-
-#include <utility>
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -33,16 +32,34 @@ DevSeqTreeNode::DevSeqTreeNode(LiString const &name, ObjPtr<DevSeqSM> sm,
 // every node after its children, which take their place before it.
 DevSeqTreeNode::~DevSeqTreeNode()
 {
+    FirstFailure failure;
     while (!_children.empty()) {
         RCShdPtr<DevSeqTreeNode> &first = _children.front();
         if (first.isUnique() && !first->_children.empty()) {
+            for (RCShdPtr<DevSeqTreeNode> const &child : first->_children)
+                child->leave(*first);
             _children.splice(_children.begin(), first->_children);
         } else {
-            RCShdPtr<DevSeqTreeNode> finished;
-            finished.swap(first);
+            first->leave(*this);
+            failure.attempt([&first] { first = nullptr; });
             _children.pop_front();
         }
     }
+    failure.attempt([this] { _sm = nullptr; }); // and with it the device
+    failure.rethrow();
+}
+
+DevSeqTreeNode &DevSeqTreeNode::getParent() const
+{
+    if (!_parent)
+        RCExUtil::throwExNullPtr();
+    return *_parent;
+}
+
+void DevSeqTreeNode::leave(DevSeqTreeNode const &parent)
+{
+    if (_parent == &parent)
+        _parent = nullptr;
 }
 
 void DevSeqTreeNode::addChild(RCShdPtr<DevSeqTreeNode> const &child)
@@ -60,7 +77,7 @@ void DevSeqTreeNode::accept(std::int32_t event)
                 largest = child->_util->getMaxLatency();
         _util->setMaxLatency(largest);
     }
-    if (event == DevSeqEv::MLOCK && !_parent.isNull())
+    if (event == DevSeqEv::MLOCK && _parent)
         _util->setParentMark(_parent->_util->getMark());
     _sm->execute(event);
 }

@@ -40,11 +40,14 @@ private:
 
     void addChild(RCShdPtr<DevSeqTreeNode> const &child);
     void accept(std::int32_t event);
+    /// Throws `RCEx::ExNullPtr` where there is none.
+    DevSeqTreeNode &getParent() const;
+    void leave(DevSeqTreeNode const &parent);
 
     LiString _name;
     ObjPtr<DevSeqSM> _sm;
     RCShdPtr<DevSeqTreeNodeUtil> _util;
-    RCShdPtr<DevSeqTreeNode> _parent;
+    DevSeqTreeNode *_parent = nullptr; // which holds this node
     List<RCShdPtr<DevSeqTreeNode>> _children;
 };
 
