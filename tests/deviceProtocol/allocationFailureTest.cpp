@@ -37,11 +37,14 @@ TEST(AllocationFailure, AnOpenThatFailsAnywhereLeavesADeviceThatCanBeDestroyed)
     Quiet quiet;
     auto const fifo = makeShd<DevMDStdFifo>();
     RCShdPtr<DevMDStdAccessPrtcl> device = quietDevice(quiet, fifo);
+    auto const gain = makeProperty<int>("gain", "", fifo, [](int &) {});
     int const nbFailures =
         failEachAllocation([&] { device->performOpen(); },
                            [&] {
                                EXPECT_THROW(device->performClose(), RCEx::ExNullPtr);
                                EXPECT_EQ(quiet.opened, 0);
+                               int value = 0; // nobody waits for a device that is not open
+                               EXPECT_THROW(gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
                                device = quietDevice(quiet, fifo);
                            });
     EXPECT_GT(nbFailures, 3);

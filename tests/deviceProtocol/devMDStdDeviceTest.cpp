@@ -2,6 +2,8 @@
 
 #include "recording.h"
 
+#include "aborted.h"
+
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadMgr.h"
@@ -12,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -443,6 +446,98 @@ TEST_F(DevMDStdDeviceTest, DestroyedOpenItDestroysWhatIsQueuedUnrun)
     destroyer.join();
     EXPECT_FALSE(_log.has("queued"));
     EXPECT_TRUE(_log.has("body ended"));
+}
+
+TEST_F(DevMDStdDeviceTest, NeverOpenedItReleasesAReaderAndDestroysWhatIsQueued)
+{
+    std::counting_semaphore<> produced{0};
+    RCShdPtr<DevMDStdFifo> const fifo(
+        new DevMDStdFifo(RCShdPtr<DevMDStdFifoObs>(new CountingObs(produced))));
+    RCShdPtr<Device> device = makeShd<Device>(_handler, fifo);
+    auto const gain = makeProperty<int>(
+        "gain", "", fifo, [](int &) { ADD_FAILURE() << "executed"; },
+        [](int) { ADD_FAILURE() << "executed"; });
+    gain->set(1);
+    produced.acquire();
+    std::thread reader([&] {
+        int value = 0;
+        EXPECT_THROW(gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
+    });
+    produced.acquire();
+    device = nullptr;
+    reader.join();
+    produce(*fifo, recordingANO(_log, "late"));
+    EXPECT_EQ(_log.lines().back(), "~late");
+}
+
+using DeviceEndsDeathTest = DevMDStdDeviceTest;
+
+TEST_F(DeviceEndsDeathTest, ARequestThatThrowsEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            _device = makeShd<Device>(_fifo, makeObj<DevMDStdLoopThreadProtocol>(_fifo),
+                                      makeAccessANOFactory(_handler));
+            _device->performOpen();
+            produce(*_fifo, makeANO([] { throw std::runtime_error("lens lost"); }));
+            std::binary_semaphore(0).acquire();
+        },
+        aborted(), "lens lost");
+}
+
+TEST_F(DeviceEndsDeathTest, ItsLastReferenceMustNotGoOnItsOwnThread)
+{
+    EXPECT_EXIT(
+        {
+            class Lonely : public DevMDStdDevice
+            {
+            public:
+                Lonely() : DevMDStdDevice("lonely") {}
+                using DevMDStdDevice::getFifo;
+            };
+            RCShdPtr<Lonely> device = makeShd<Lonely>();
+            RCShdPtr<DevMDStdFifo> const fifo = device->getFifo();
+            device->performOpen();
+            Turnstile held;
+            produce(*fifo, makeANO([device, &held] { held.pass(); }));
+            held.waitForArrival();
+            device = nullptr;
+            held.open();
+            std::binary_semaphore(0).acquire();
+        },
+        aborted(), "isOnItsOwnThread");
+}
+
+TEST_F(DeviceEndsDeathTest, AThreadThatItsDeviceHasLeftEndsWithItsRequest)
+{
+    EXPECT_EXIT(
+        {
+            struct Watched : Body
+            {
+                using Body::Body;
+                void performExecute(MtThread *thread) override
+                {
+                    try {
+                        Body::performExecute(thread);
+                    } catch (AssertionFailed const &failure) {
+                        std::string const expression = failure.getExpression();
+                        std::_Exit(expression == "!isOnItsOwnThread" ? 0 : 1);
+                    }
+                    std::_Exit(2);
+                }
+            };
+            _device = makeShd<Device>(_fifo, makeObj<Watched>(_fifo, _log),
+                                      makeAccessANOFactory(_handler));
+            _device->performOpen();
+            Turnstile held;
+            produce(*_fifo, makeANO([device = _device, &held] { held.pass(); }));
+            held.waitForArrival();
+            _device = nullptr;
+            produce(*_fifo, makeANO([] { std::_Exit(3); }));
+            held.open();
+            std::binary_semaphore(0).acquire();
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST_F(DevMDStdDeviceTest, ItsThreadRunsAtOrAboveTheRealTimeLandmark)

@@ -230,6 +230,30 @@ TEST(DevMDStdFifo, TimedConsumeWaitsForAProducerOrForItsTime)
     EXPECT_EQ(log.lines(), Lines{"~held"});
 }
 
+TEST(DevMDStdFifo, WhatAFilledEntryHeldEndsWithoutTheLock)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Log log;
+    struct ProducesAtItsEnd : DevMDStdANO
+    {
+        ProducesAtItsEnd(DevMDStdFifo &f, Log &l) : fifo(f), log(l) {}
+        ~ProducesAtItsEnd() override
+        {
+            std::thread([this] { produce(fifo, recordingANO(log, "another")); }).join();
+        }
+        void performExecute() override {}
+        DevMDStdFifo &fifo;
+        Log &log;
+    };
+    for (bool const isTimed : {false, true}) {
+        DevANOQueueEntry entry{ObjPtr<DevANO>(makeObj<ProducesAtItsEnd>(*fifo, log))};
+        produce(*fifo, recordingANO(log, "queued"));
+        EXPECT_TRUE(isTimed ? fifo->timedConsume(entry, 3600) : fifo->tryConsume(entry));
+        drain(*fifo);
+        EXPECT_EQ(log.lines().back(), "~another");
+    }
+}
+
 TEST(DevMDStdFifo, CloseLetsBlockedProducersGo)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(1);
@@ -261,6 +285,111 @@ TEST(DevMDStdFifo, CloseLetsBlockedProducersGo)
     for (auto &producer : producers)
         producer.join();
     EXPECT_EQ(destroyed, 12);
+}
+
+TEST(DevMDStdFifo, CloseDestroysAllAndReleasesProducersAlsoIfOneANOFailsToEnd)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(3);
+    Log log;
+    produce(*fifo, makeObj<FailingANO>(log, "first"));
+    produce(*fifo, makeObj<FailingANO>(log, "second"));
+    produce(*fifo, recordingANO(log, "third"));
+    std::atomic<long> number{0};
+    std::thread producer([&] {
+        number = threadNumber();
+        produce(*fifo, recordingANO(log, "fourth"));
+    });
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number);
+    EXPECT_EQ(whatFails([&] { fifo->close(); }), "first");
+    producer.join();
+    EXPECT_EQ(log.lines(), (Lines{"~first", "~second", "~third", "~fourth"}));
+}
+
+TEST(DevMDStdFifo, TheProducerIsToldOfAnANOThatFailsToEndInAClosedOne)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Log log;
+    fifo->close();
+    EXPECT_EQ(whatFails([&] { produce(*fifo, makeObj<FailingANO>(log, "late")); }), "late");
+    EXPECT_EQ(log.lines(), Lines{"~late"});
+}
+
+TEST(DevMDStdFifo, TheLastANOIsAllThatTheConsumerGets)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Log log;
+    produce(*fifo, recordingANO(log, "queued"));
+    EXPECT_EQ(fifo->sendLast(recordingANO(log, "last")), nullptr);
+    EXPECT_EQ(log.lines(), Lines{"~queued"});
+    produce(*fifo, recordingANO(log, "late"));
+    drain(*fifo);
+    EXPECT_EQ(log.lines(), (Lines{"~queued", "last", "~last", "~late"}));
+
+    produce(*fifo, recordingANO(log, "waits"));
+    DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "held"))};
+    EXPECT_FALSE(fifo->timedConsume(entry, 0.001));
+    EXPECT_FALSE(entry.isNull());
+    EXPECT_EQ(log.lines().back(), "~waits");
+    fifo->close();
+}
+
+TEST(DevMDStdFifo, TheLastANOIsFoundBehindThoseThatCameBeforeIt)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Log log;
+    // The destruction of what is queued lets another producer come first.
+    struct Late
+    {
+        Late(DevMDStdFifo &fifo, Log &log) : _fifo(&fifo), _log(log) {}
+        Late(Late &&other) noexcept : _fifo(std::exchange(other._fifo, nullptr)), _log(other._log)
+        {}
+        ~Late() noexcept(false)
+        {
+            if (_fifo)
+                std::thread([this] { produce(*_fifo, recordingANO(_log, "late")); }).join();
+        }
+        void operator()() const {}
+        DevMDStdFifo *_fifo;
+        Log &_log;
+    };
+    produce(*fifo, makeANO(Late(*fifo, log)));
+    EXPECT_EQ(fifo->sendLast(recordingANO(log, "last")), nullptr);
+    ObjPtr<DevANO> const last(fifo->consume().release());
+    last->performExecute();
+    EXPECT_EQ(log.lines(), (Lines{"~late", "last"}));
+    fifo->close();
+}
+
+TEST(DevMDStdFifo, CloseTellsWhatFailedToEndOnTheConsumersThread)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Log log;
+    EXPECT_EQ(fifo->sendLast(recordingANO(log, "last")), nullptr);
+    produce(*fifo, makeObj<FailingANO>(log, "late"));
+    drain(*fifo);
+    EXPECT_EQ(log.lines(), (Lines{"last", "~last", "~late"}));
+    EXPECT_EQ(whatFails([&] { fifo->close(); }), "late");
+    fifo->close();
+}
+
+TEST(DevMDStdFifo, SendLastHandsOutWhatFailsAndThrowsForANullPointer)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    Log log;
+    EXPECT_THROW((void)fifo->sendLast(nullptr), RCEx::ExNullPtr);
+    produce(*fifo, makeObj<FailingANO>(log, "queued"));
+    std::exception_ptr const failure = fifo->sendLast(recordingANO(log, "last"));
+    ASSERT_NE(failure, nullptr);
+    EXPECT_EQ(whatFails([&] { std::rethrow_exception(failure); }), "queued");
+    drain(*fifo);
+    EXPECT_TRUE(log.has("last"));
+}
+
+TEST(DevMDStdFifo, ANegativeCapacityIsAnAssertion)
+{
+    EXPECT_THROW(makeShd<DevMDStdFifo>(-1), AssertionFailed);
 }
 
 TEST(DevMDStdFifo, ManyProducersLoseNothing)

@@ -10,8 +10,10 @@
 #include "zvbase/inPackage.h"
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <queue>
+#include <utility>
 
 using namespace Zv;
 using namespace Zv::Simulated;
@@ -251,6 +253,114 @@ SIMULATED(DeviceDestroyedUnclosed, WITH_PACKAGES)
     }
     isGone = true;
     HOLDS(!fifo->send(request()));
+}
+
+namespace {
+
+/// A request that tells how it ended, on whichever thread.
+struct Sent
+{
+    bool isExecuted = false;
+    bool isDestroyed = false;
+
+    ObjPtrRet<DevMDStdANO> make(std::function<void()> check = [] {})
+    {
+        struct Destruction
+        {
+            explicit Destruction(Sent &sent) : _sent(&sent) {}
+            Destruction(Destruction &&other) noexcept : _sent(std::exchange(other._sent, nullptr))
+            {}
+            ~Destruction()
+            {
+                if (_sent)
+                    _sent->isDestroyed = true;
+            }
+            Sent *_sent;
+        };
+        return makeANO([this, check, destruction = Destruction(*this)] {
+            isExecuted = true;
+            check();
+        });
+    }
+};
+
+} // namespace
+
+// A request that is destroyed unexecuted is destroyed because the device goes: no later one is executed.
+SIMULATED(DeviceDestroyedUnclosedWhileAClientSends, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    auto const fifo = makeShd<DevMDStdFifo>(1);
+    auto device = makeShd<Probe>("probe", fifo, Probe::Wishes{});
+    device->performOpen();
+    Sent first;
+    Sent second;
+    Worker client("client", [&] {
+        HOLDS(!fifo->send(first.make()));
+        HOLDS(!fifo->send(second.make([&] { HOLDS(first.isExecuted); })));
+    });
+    device = nullptr;
+    client.join();
+    HOLDS(first.isDestroyed && second.isDestroyed);
+}
+
+SIMULATED(DeviceDestroyedUnclosedWhileTwoClientsAsk, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    auto const fifo = makeShd<DevMDStdFifo>(1);
+    auto device = makeShd<Probe>("probe", fifo, Probe::Wishes{});
+    // Its functions need nothing of the device.
+    auto const gain = makeProperty<int>("gain", "A number", fifo, [](int &value) { value = 5; });
+    auto const ask = [&gain] {
+        try {
+            int value = 0;
+            gain->get(value);
+            HOLDS(value == 5);
+        } catch (DevPrtclEx::ExMDStdPropertyGet const &) {
+            // The device was gone before.
+        }
+    };
+    device->performOpen();
+    Worker client("client", ask);
+    Worker other("other", ask);
+    device = nullptr;
+    client.join();
+    other.join();
+}
+
+SIMULATED(DeviceNeverOpenedGoesWhileAClientAsks, WITH_PACKAGES)
+{
+    InPackageScope const packages;
+    auto const fifo = makeShd<DevMDStdFifo>(1);
+    auto device = makeShd<Probe>("probe", fifo, Probe::Wishes{});
+    auto const gain = makeProperty<int>(
+        "gain", "A number", fifo, [](int &) { HOLDS(!"executed"); }, [](int) {});
+    Worker client("client", [&gain] {
+        gain->set(1);
+        int value = 0;
+        try {
+            gain->get(value);
+            HOLDS(!"a value");
+        } catch (DevPrtclEx::ExMDStdPropertyGet const &) {
+        }
+    });
+    device = nullptr;
+    client.join();
+}
+
+SIMULATED(FifoOpenedAgainWhileAClientSends, {.schedules = 300, .preemptions = 2})
+{
+    auto const fifo = makeShd<DevMDStdFifo>(0);
+    fifo->close();
+    Sent late;
+    Sent mine;
+    Worker client("client", [&] { HOLDS(!fifo->send(late.make())); });
+    fifo->open();
+    HOLDS(!fifo->send(mine.make()));
+    HOLDS(!mine.isDestroyed);
+    client.join();
+    fifo->close();
+    HOLDS(mine.isDestroyed && late.isDestroyed);
 }
 
 // ---- the manager ----------------------------------------------------------------------------------------

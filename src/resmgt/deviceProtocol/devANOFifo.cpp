@@ -1,15 +1,29 @@
 #include "resmgt/deviceProtocol/devANOFifo.h"
 
 #include "platform/interlocked.h"
+#include "resmgt/locks/lkGuard.h"
+#include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 #include <cstdint>
+#include <utility>
 
 namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
+namespace {
+
+std::uint64_t checkedCapacity(int capacity)
+{
+    ZV_ASSERT(capacity >= 0);
+    return static_cast<std::uint64_t>(capacity);
+}
+
+} // namespace
+
 DevANOFifo::DevANOFifo(char const *name, int capacity)
-    : _queue(name, static_cast<std::uint64_t>(capacity))
+    : _queue(name, checkedCapacity(capacity)), _conditionLock("DevANOFifo condition")
 {}
 
 DevANOFifo::~DevANOFifo() = default;
@@ -42,30 +56,57 @@ std::exception_ptr DevANOFifo::send(ObjPtr<DevANO> ano)
     return nullptr;
 }
 
+std::exception_ptr DevANOFifo::sendLast(ObjPtr<DevANO> last)
+{
+    if (last.isNull())
+        RCExUtil::throwExNullPtr();
+    _last = last.get();
+    setCondition(ENDING);
+    FirstFailure failure;
+    discardWhile(ENDING, failure);
+    std::exception_ptr const ofObserver = send(last);
+    return ofObserver ? ofObserver : failure.get();
+}
+
 DevANOQueueEntry DevANOFifo::consume()
 {
-    return _queue.consume();
+    for (;;) {
+        DevANOQueueEntry entry(_queue.consume());
+        if (isForConsumer(entry))
+            return entry;
+    }
 }
 
 bool DevANOFifo::tryConsume(DevANOQueueEntry &entry)
 {
-    return _queue.tryConsume(entry);
+    return timedConsume(entry, 0.0);
 }
 
+// The time begins anew after an ANO that is not handed out: the last one is on its way then.
 bool DevANOFifo::timedConsume(DevANOQueueEntry &entry, double seconds)
 {
-    return _queue.timedConsume(entry, seconds);
+    for (;;) {
+        DevANOQueueEntry taken;
+        if (!_queue.timedConsume(taken, seconds))
+            return false;
+        if (isForConsumer(taken)) {
+            entry = taken;
+            return true;
+        }
+    }
 }
 
 void DevANOFifo::close()
 {
-    Interlocked::storeRelease(_isClosed, true);
-    discard();
+    setCondition(CLOSED);
+    FirstFailure failure(std::exchange(_failure, nullptr));
+    discardWhile(CLOSED, failure);
+    failure.rethrow();
 }
 
 void DevANOFifo::open()
 {
-    Interlocked::storeRelease(_isClosed, false);
+    setCondition(OPEN);
 }
 
 void DevANOFifo::setObserver(RCShdPtr<DevANOQueue::Observer> const &observer)
@@ -73,19 +114,49 @@ void DevANOFifo::setObserver(RCShdPtr<DevANOQueue::Observer> const &observer)
     _queue.setObserver(observer);
 }
 
+bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
+{
+    if (Interlocked::loadAcquire(_condition) != ENDING)
+        return true;
+    if (entry.get() == _last) {
+        _last = nullptr;
+        return true;
+    }
+    // Not on this thread, whose failures nobody handles any more.
+    FirstFailure failure(_failure);
+    failure.attempt([&entry] { entry = DevANOQueueEntry(); });
+    _failure = failure.get();
+    return false;
+}
+
+void DevANOFifo::setCondition(Condition condition)
+{
+    LkGuard<LkLock const> const guard(_conditionLock);
+    Interlocked::storeRelease(_condition, condition);
+}
+
 // Looked at when the entry is in: both sides have been through the queue's lock by then, so that an entry is found
 // either by the one who closes or by the one who brought it too late.
 void DevANOFifo::discardIfClosed()
 {
-    if (Interlocked::loadAcquire(_isClosed))
-        discard();
+    if (Interlocked::loadAcquire(_condition) != CLOSED)
+        return;
+    FirstFailure failure;
+    discardWhile(CLOSED, failure);
+    failure.rethrow();
 }
 
-void DevANOFifo::discard()
+void DevANOFifo::discardWhile(Condition condition, FirstFailure &failure)
 {
-    DevANOQueueEntry entry;
-    while (_queue.tryConsume(entry))
-        entry = DevANOQueueEntry();
+    for (;;) {
+        DevANOQueueEntry entry;
+        {
+            LkGuard<LkLock const> const guard(_conditionLock);
+            if (_condition != condition || !_queue.tryConsume(entry))
+                return;
+        }
+        failure.attempt([&entry] { entry = DevANOQueueEntry(); });
+    }
 }
 
 } // namespace Zv

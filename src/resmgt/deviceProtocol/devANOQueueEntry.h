@@ -23,6 +23,8 @@ public:
     ~DevANOQueueEntry() noexcept(false) = default;
 
     bool isNull() const noexcept { return _ano.isNull(); }
+    /// The ANO, which stays; null if the entry is empty.
+    DevANO const *get() const noexcept { return _ano.get(); }
     /// Hands the ANO out and leaves the entry empty.
     ObjPtrRet<DevANO> release() noexcept { return _ano; }
 

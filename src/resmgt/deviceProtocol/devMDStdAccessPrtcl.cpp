@@ -41,27 +41,36 @@ DevMDStdAccessPrtcl::DevMDStdAccessPrtcl(LiString const &name, RCShdPtr<DevMDStd
 
 DevMDStdAccessPrtcl::~DevMDStdAccessPrtcl()
 {
-    if (_thread && _thread->isRunning()) {
-        _fifo->close(); // the device that these requests were for is gone
-        _fifo->open();
-        endThread(makeANO([] {}));
+    if (_thread.isNull()) {
+        if (!_fifo.isNull())
+            _fifo->close(); // nobody executes what is queued
+        return;
     }
+    if (!_thread->isRunning())
+        return;
+    bool const isOnItsOwnThread = _thread->getThreadId().isCurrentThread();
+    if (isOnItsOwnThread)
+        abandonThread();
+    else
+        endThread(makeANO([] {}), &DevANOFifo::sendLast); // what other requests were for is gone
+    ZV_ASSERT_IN_DESTRUCTOR(!isOnItsOwnThread);
 }
 
 void DevMDStdAccessPrtcl::performOpen()
 {
     if (_fifo.isNull() || _threadProtocol.isNull() || _anoFactory.isNull())
         RCExUtil::throwExNullPtr();
-    _fifo->open();
-    _thread = MtThreadFactory::getInstance().createThread(_name, _threadProtocol, true, 0);
     try {
+        _fifo->open();
+        _thread = MtThreadFactory::getInstance().createThread(_name, _threadProtocol, true, 0);
         _relation = makeObj<PriorityRelation>("std-device", getPriority(),
                                               PriorityRelation::LESS_EQUAL, _thread->getPriority());
         _thread->start();
         LkUnnamedSema executed(_name.getChars(), 0);
         ZV_ASSERT(executed.getErrno() == 0);
-        auto const failure =
-            send(_anoFactory->createOpenANO(), makeACO([&executed] { executed.post(); }));
+        ObjPtr<DevMDStdANO> request(_anoFactory->createOpenANO());
+        request->setBaseACO(makeACO([&executed] { executed.post(); }));
+        auto const failure = _fifo->send(request);
         executed.wait();
         if (failure)
             std::rethrow_exception(failure);
@@ -74,7 +83,7 @@ void DevMDStdAccessPrtcl::performOpen()
 void DevMDStdAccessPrtcl::performClose()
 {
     ZV_ASSERT(_thread->isRunning());
-    endThread(_anoFactory->createCloseANO());
+    endThread(_anoFactory->createCloseANO(), &DevANOFifo::send);
 }
 
 Priority &DevMDStdAccessPrtcl::getPriority()
@@ -82,17 +91,12 @@ Priority &DevMDStdAccessPrtcl::getPriority()
     return RtPriorities::getInstance().getRealTimePriority();
 }
 
-std::exception_ptr DevMDStdAccessPrtcl::send(ObjPtr<DevMDStdANO> ano, ObjPtr<DevACO> aco)
-{
-    ano->setBaseACO(aco);
-    return _fifo->send(ano);
-}
-
-std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last)
+std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last, Send send)
 {
     ObjPtr<SynchronizeACO> aco(new SynchronizeACO(_name));
     ObjPtr<DevSenderWait> sender(aco->createSender());
-    std::exception_ptr const failure = send(last, aco);
+    last->setBaseACO(aco);
+    std::exception_ptr const failure = ((*_fifo).*send)(last);
 
     // The device's thread goes on in any case: it stands still on an object that is destroyed with it.
     struct Release
@@ -106,24 +110,33 @@ std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last)
     return failure;
 }
 
-void DevMDStdAccessPrtcl::endThread(ObjPtr<DevMDStdANO> last)
+void DevMDStdAccessPrtcl::endThread(ObjPtr<DevMDStdANO> last, Send send)
 {
-    std::exception_ptr const failure = stopAfter(last);
+    std::exception_ptr const failure = stopAfter(last, send);
     _thread->join();
     _fifo->close();
     if (failure)
         std::rethrow_exception(failure);
 }
 
+// The thread cannot wait for itself. It ends by itself, and nobody joins it.
+void DevMDStdAccessPrtcl::abandonThread()
+{
+    MtThread * const thread = _thread.release();
+    thread->stop();
+    _fifo->close();
+}
+
 void DevMDStdAccessPrtcl::rollBackOpen()
 {
-    if (_thread->isRunning()) {
-        try {
-            endThread(makeANO([] {}));
-        } catch (...) { // the failure that has led here says more
-        }
+    try {
+        if (_thread.isNull() || !_thread->isRunning())
+            _fifo->close(); // who waits for a device that opens is let go
+        else
+            endThread(makeANO([] {}), &DevANOFifo::send);
+    } catch (...) { // the failure that has led here says more
     }
-    if (_thread->isRunning())
+    if (!_thread.isNull() && _thread->isRunning())
         return; // the destructor tries again
     _relation = nullptr;
     _thread = nullptr;

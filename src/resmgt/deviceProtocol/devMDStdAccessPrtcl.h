@@ -53,15 +53,22 @@ public:
     static Priority &getPriority();
 
 protected:
-    /// Ends the thread of a device that was not closed, without executing what is queued.
+    /// Ends the thread of a device that was not closed. Requests that are queued or still arrive are destroyed without
+    /// being executed. Blocks until the thread has executed its present request.
+    ///
+    /// The last reference to an open device must not be released on the device's own thread, because a thread cannot
+    /// wait for its own end. If it is, the destructor fails an assertion, and the thread ends after its present
+    /// request.
     ~DevMDStdAccessPrtcl() override;
 
 private:
-    /// Hands out what the FIFO's observer has thrown: the request is on its way all the same.
-    std::exception_ptr send(ObjPtr<DevMDStdANO> ano, ObjPtr<DevACO> aco);
-    /// The same; returns when the device's thread has executed the request, and has been told to stop.
-    std::exception_ptr stopAfter(ObjPtr<DevMDStdANO> last);
-    void endThread(ObjPtr<DevMDStdANO> last);
+    using Send = std::exception_ptr (DevANOFifo::*)(ObjPtr<DevANO>);
+
+    /// Returns when the device's thread has executed the request, and has been told to stop. Hands out what the FIFO's
+    /// observer has thrown: the request is on its way all the same.
+    std::exception_ptr stopAfter(ObjPtr<DevMDStdANO> last, Send send);
+    void endThread(ObjPtr<DevMDStdANO> last, Send send);
+    void abandonThread();
     void rollBackOpen();
 
     LiString _name;

@@ -1,6 +1,7 @@
 #include "resmgt/deviceProtocol/devMDStdThreadProtocol.h"
 
 #include "platform/interlocked.h"
+#include "resmgt/threads/mtThread.h"
 #include "zvbase/exBase.h"
 
 namespace Zv {
@@ -54,12 +55,17 @@ DevMDStdLoopThreadProtocol::~DevMDStdLoopThreadProtocol() = default;
 template <class Action>
 void DevMDStdLoopThreadProtocol::attempt(Action action)
 {
+    auto const handle = [this] {
+        if (_isDeviceGone)
+            throw;
+        performFailed(std::current_exception());
+    };
     try {
         action();
     } catch (ExBase const &) {
-        performFailed(std::current_exception());
+        handle();
     } catch (std::exception const &) {
-        performFailed(std::current_exception());
+        handle();
     }
 }
 
@@ -72,8 +78,11 @@ void DevMDStdLoopThreadProtocol::performExecute(MtThread *)
     }
 }
 
-void DevMDStdLoopThreadProtocol::performStop(MtThread *)
+// Only a device that goes on its own thread stops that thread there.
+void DevMDStdLoopThreadProtocol::performStop(MtThread *thread)
 {
+    if (thread && thread->getThreadId().isCurrentThread())
+        _isDeviceGone = true;
     Interlocked::storeRelease(_stopRequested, true);
 }
 
