@@ -364,7 +364,7 @@ TEST_F(DevMDStdPropertyTest, AChangeIsToldOnceUntilTheValueHasBeenRead)
     EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 4294967295"}));
 }
 
-TEST_F(DevMDStdPropertyTest, AGetWithoutAValueLeavesAChangeUnread)
+TEST_F(DevMDStdPropertyTest, AGetWithoutAValueReadsAChangeAsAnyOther)
 {
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
     _gain->changed();
@@ -375,7 +375,26 @@ TEST_F(DevMDStdPropertyTest, AGetWithoutAValueLeavesAChangeUnread)
         EXPECT_THROW(_gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
     }
     _gain->changed();
-    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
+    _gain->changed();
+    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 4294967295"}));
+}
+
+TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsReadsAChangeAsAnyOther)
+{
+    auto const gain = makeProperty<int>("gain", "Amplification", _fifo,
+                                        [](int &) { throw std::runtime_error("no gain"); });
+    gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
+    gain->changed();
+    std::thread device([this] {
+        ObjPtr<DevANO> ano(_fifo->consume().release());
+        EXPECT_THROW(ano->performExecute(), std::runtime_error);
+    });
+    int value = 0;
+    EXPECT_THROW(gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
+    device.join();
+    gain->changed();
+    gain->changed();
+    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 4294967295"}));
 }
 
 TEST_F(DevMDStdPropertyTest, ANewObserverHasNothingUnread)

@@ -21,15 +21,26 @@ DevMDStdPropertyGetACO::~DevMDStdPropertyGetACO()
         return;
     if (_ok)
         *_ok = false;
-    _done.post();
+    post();
 }
 
 void DevMDStdPropertyGetACO::performExecute()
 {
-    if (_observer && *_ok)
-        _observer->setRead();
     _posted = true;
-    _done.post();
+    post();
+}
+
+// The reader has asked, whatever the answer: the next change is news to it. It goes on when it is posted.
+void DevMDStdPropertyGetACO::post()
+{
+    struct Post
+    {
+        LkUnnamedSema &done;
+        ~Post() noexcept(false) { done.post(); }
+    };
+    Post const post{_done};
+    if (_observer)
+        _observer->setRead();
 }
 
 } // namespace Zv

@@ -16,7 +16,7 @@ public:
     explicit DevMDStdPropertyGetACO(LkUnnamedSema &done);
     /// Sets `ok` to false, before it posts, when it is destroyed unrun. Both must live until the semaphore is posted.
     DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok);
-    /// The same; when it runs, and `ok` still says that there is a value, it tells the observer that this was read.
+    /// The same. Before it posts, it tells the observer that the property was read, with or without a value.
     DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok, DevMDStdPropertyObserver &observer);
     DevMDStdPropertyGetACO(DevMDStdPropertyGetACO const &) = delete;
     DevMDStdPropertyGetACO &operator=(DevMDStdPropertyGetACO const &) = delete;
@@ -25,6 +25,8 @@ public:
     void performExecute() override;
 
 private:
+    void post();
+
     LkUnnamedSema &_done;
     bool *_ok = nullptr;
     DevMDStdPropertyObserver *_observer = nullptr;
