@@ -209,6 +209,32 @@ TEST_F(StandardDevice, ReportsUntilAStepThatIsFinishedLaterIsFinished)
     EXPECT_EQ(_log.lines(), (Lines{"open", "start", "stop", "given up", "stopped", "close"}));
 }
 
+TEST_F(StandardDevice, ReportsNothingOnceItsAbortHasThrown)
+{
+    _device->performOpen();
+    _device->performStart(nullptr, recordingANO(_log, "lost"), recordingANO(_log, "given up"));
+    _device->performAbort(recordingACO(_log, "aborted"));
+    produce(*_device->getFifo(), makeANO([this] {
+        _device->reportRecover();
+        _device->reportAbort();
+    }));
+    _device->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "abort", "~lost", "~given up", "~aborted",
+                                   "failed", "close"}));
+}
+
+TEST_F(StandardDevice, AStepAfterOneWhoseCompletionWasTakenIsFinishedWhenItReturns)
+{
+    _device->isSlow = true;
+    _device->performOpen();
+    _device->performStart(nullptr, nullptr, recordingANO(_log, "given up"));
+    produce(*_device->getFifo(), makeANO([this] { _device->isSlow = false; }));
+    _device->performStop(nullptr);
+    produce(*_device->getFifo(), makeANO([this] { _device->reportAbort(); }));
+    _device->performClose();
+    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "stop", "~given up", "close"}));
+}
+
 TEST_F(StandardDevice, WorksBetweenRequestsAndHandlesItsFailures)
 {
     _device->isBusy = true; // before there is a thread: the work comes before the open request

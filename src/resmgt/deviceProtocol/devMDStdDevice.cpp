@@ -38,6 +38,21 @@ ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
     });
 }
 
+// Also a step that throws is finished: nobody takes a report behind it.
+template <class Step>
+ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeLastStep(Step step)
+{
+    struct End
+    {
+        DevMDStdDevice &device;
+        ~End() noexcept(false) { device.endReports(); }
+    };
+    return makeStep([this, step = std::move(step)] {
+        End const end{*this};
+        step();
+    });
+}
+
 class DevMDStdDevice::SyncSeqANOFactory final : public DevMDStdSyncSeqANOFactory
 {
 public:
@@ -66,17 +81,11 @@ public:
     }
     ObjPtrRet<DevMDStdANO> createStopANO() override
     {
-        return _device.makeStep([&device = _device] {
-            device.stop();
-            device.endReports();
-        });
+        return _device.makeLastStep([&device = _device] { device.stop(); });
     }
     ObjPtrRet<DevMDStdANO> createAbortANO() override
     {
-        return _device.makeStep([&device = _device] {
-            device.abort();
-            device.endReports();
-        });
+        return _device.makeLastStep([&device = _device] { device.abort(); });
     }
 
 private:

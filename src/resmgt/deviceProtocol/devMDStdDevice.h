@@ -75,8 +75,9 @@ protected:
     /// executes what it gets here. Fails an assertion outside of a step.
     ObjPtrRet<DevACO> takeCompletion();
     /// For a device that has lost its lock, or that cannot go on: tells the sequence so. On the device's thread, from
-    /// `start` on until `stop` or `abort` is finished; before and behind that it does nothing. A device that finishes
-    /// one of these two later than they return reports nothing any more when it has.
+    /// `start` on until `stop` or `abort` is finished; before and behind that it does nothing, also if `stop` or `abort`
+    /// has thrown. If the device took the completion of `stop` or `abort` and runs it later, it must not call
+    /// `reportRecover` or `reportAbort` after that.
     ///
     /// A recovery is legal only while the device is in lock: by design, one that meets a stop on its way is an illegal
     /// event, and the sequence does not come to its end.
@@ -92,6 +93,8 @@ private:
     ObjPtrRet<DevMDStdANO> makeStep(Step step);
     void endReports();
 
+    template <class Step>
+    ObjPtrRet<DevMDStdANO> makeLastStep(Step step);
     RCShdPtr<DevMDStdFifo> _fifo;
     DevMDStdANO *_request = nullptr; // of the step that is being made
     bool _isTaken = false;           // its completion
