@@ -170,6 +170,18 @@ TEST(DevSMTableTest, eachPrimaryListIsWhereItsFullListBegins)
               "verifyPrimary( _primaryTransitionVector, _t )");
 }
 
+TEST(DevSMTableTest, aChoiceHasTwoTransitionsAndAnEventForEach)
+{
+    for (Desc const &desc : {Desc{"_ct(on:x)", {"a", "b"}, {"_ce(a)"}},
+                             Desc{"_ct(on:x)", {"a", "b"}, {"_ce(a)", "x", "y"}},
+                             Desc{"_ct(on:x)", {"a"}, {"_ce(a)"}}, Desc{"_ct(on:x)", {}, {}}}) {
+        Parts parts;
+        parts.descs = {desc};
+        EXPECT_EQ(failedAssertion([&] { parts.create(); }),
+                  "desc.transitions.size() >= 2 && desc.events.size() == desc.transitions.size()");
+    }
+}
+
 TEST(DevSMTableTest, dumpsListsThenMatrices)
 {
     auto const table = Parts().create();

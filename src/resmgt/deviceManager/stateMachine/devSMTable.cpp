@@ -195,6 +195,7 @@ DevSMTable::NamedTransition DevSMTable::nameTransition(LiString const &name) con
 
 DevSMTable::ConditionalLinks DevSMTable::link(ConditionalTransitionDesc const &desc) const
 {
+    ZV_ASSERT(desc.transitions.size() >= 2 && desc.events.size() == desc.transitions.size());
     ConditionalLinks links{nameTransition(desc.name), {}, {}};
     for (LiString const &name : desc.transitions)
         links.candidates.push_back(find(name, _primaryTransitionVector));

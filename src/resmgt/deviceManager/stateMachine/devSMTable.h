@@ -42,7 +42,8 @@ public:
 
     /// Copies everything; for the builder. The primary transitions are those of `transitions` that
     /// neither a description nor `auxiliaryTransitions` names. Asserts that each primary list is
-    /// where its full list begins.
+    /// where its full list begins, and that a description has at least two transitions and as many
+    /// events.
     DevSMTable(Vector<LiString> const &states, Vector<LiString> const &events,
                Vector<LiString> const &transitions, Matrix const &stateEventTable,
                Matrix const &stateTransitionTable,
