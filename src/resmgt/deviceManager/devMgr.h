@@ -19,8 +19,14 @@ namespace Zv {
 ///     sequence->start();
 ///
 /// A device is created and opened at its first mention by name, once for each manager, and closed when the manager
-/// and all its access objects are gone. Managers share the registry of device kinds and nothing else. All operations
-/// may be called by any thread but those of devices and "DevMgr ANO"; they block while another thread configures.
+/// and all its access objects are gone. A device whose opening failed is kept as it is: it is not opened again, and
+/// later mentions of its name find it unopened. Another attempt needs a new manager. Managers share the registry of
+/// device kinds and nothing else. All operations may be called by any thread but those of devices and "DevMgr ANO";
+/// they block while another thread configures.
+///
+/// Releasing the last of the manager and its access objects closes all devices, the newest first, and destroys them.
+/// It blocks until that is done, and then throws the first failure of a device's closing or destruction. It must not
+/// be done on "DevMgr ANO", which would wait for its own end.
 class ZVRESMGT_EXPORT DevMgr
 {
 public:
@@ -31,8 +37,9 @@ public:
     virtual ObjPtrRet<DevMgrSyncSeqAcc> createSyncSeqAcc() = 0;
     virtual ObjPtrRet<DevMgrStreamAcc> createStreamAcc() = 0;
     virtual ObjPtrRet<DevMgrPropertyAcc> createPropertyAcc() = 0;
-    /// The device's protocol object, created and opened where that has not happened, to be cast to the device's own
-    /// interface. `DevPrtclEx::ExNameNotRegistered` for an unknown name; what the device throws passes.
+    /// Returns the device's protocol object, to be cast to the device's own interface. Creates and opens the device if
+    /// that has not happened yet. Throws `DevPrtclEx::ExNameNotRegistered` for an unknown name, and what the creation or
+    /// the opening of the device throws.
     virtual RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) = 0;
 
 protected:

@@ -51,7 +51,8 @@ public:
     ZV_EXCEPTION_MEMBERS(NameNotRegistered)
 };
 
-/// A device has no stream of this name. "Named device not found."
+/// There is nothing of this name: no stream of the device, no device in a sequence, no device that was created, or, in a
+/// property string, no registered device. "Named device not found."
 class ZVRESMGT_EXPORT DevMgrEx::NameNotFound : public std::logic_error, public DevMgrEx
 {
 public:
@@ -70,8 +71,8 @@ public:
     ZV_EXCEPTION_MEMBERS(ConfigSyntaxError)
 };
 
-/// A device lacks a protocol that is asked of it, or a stream its class.
-/// "Managed device protocol not implemented."
+/// A device does not implement the protocol that an operation needs, or a stream is not a source or sink of the class
+/// that a connection needs. "Managed device protocol not implemented."
 class ZVRESMGT_EXPORT DevMgrEx::BadMDPrtclImp : public std::logic_error, public DevMgrEx
 {
 public:

@@ -59,7 +59,7 @@ protected:
     virtual void performGet(T &value) = 0;
 };
 
-/// A named group of properties and of further sets.
+/// A named group of properties and of further sets. An iterator must not be used after its set has been destroyed.
 class ZVRESMGT_EXPORT DevMDPropertySet : public RCBase<LkCounter<long>>
 {
 public:

@@ -6,7 +6,8 @@
 
 namespace Zv {
 
-/// The face of a device that has properties: the root level of its tree of property sets.
+/// The face of a device that has properties: the root level of its tree of property sets. An iterator must not be used
+/// after the device has been destroyed.
 class ZVRESMGT_EXPORT DevMDPropertyPrtcl : public virtual DevMDPrtcl
 {
 public:

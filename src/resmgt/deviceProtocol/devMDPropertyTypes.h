@@ -34,7 +34,8 @@ concept PropertyScalar = OneOf<T, bool, signed char, unsigned char, short, unsig
 
 } // namespace Detail
 
-/// A type that a property can have: one of eleven scalars, or a vector of one.
+/// A type that a property can have: one of eleven scalars, or a vector of one. The 64-bit scalars are `std::int64_t` and
+/// `std::uint64_t`. On Linux these are `long` types, so that `long long` is not a property type there.
 template <class T>
 concept DevMDPropertyValue = Detail::PropertyScalar<T> ||
     (Detail::PropertyScalar<typename T::value_type>

@@ -30,8 +30,9 @@ namespace Zv {
 ///     };
 ///
 /// What it overrides, and the functions of its properties and sinks, run on its own thread, one at a time, so that the
-/// device needs no lock. It is closed before it is destroyed: its thread would go on in what is gone already. A device
-/// that is to lack a face derives from the standard protocols of the others instead.
+/// device needs no lock. Close the device before you destroy it. Otherwise its thread runs on with a destroyed object
+/// until the destructor of the base has ended it. A device that is to lack a face derives from the standard protocols
+/// of the others instead.
 class ZVRESMGT_EXPORT DevMDStdDevice : public DevMDStdAccessPrtcl,
                                        public DevMDStdSyncSeqPrtcl,
                                        public DevMDStdStreamPrtcl,
@@ -91,10 +92,10 @@ private:
 
     template <class Step>
     ObjPtrRet<DevMDStdANO> makeStep(Step step);
-    void endReports();
-
     template <class Step>
     ObjPtrRet<DevMDStdANO> makeLastStep(Step step);
+    void endReports();
+
     RCShdPtr<DevMDStdFifo> _fifo;
     DevMDStdANO *_request = nullptr; // of the step that is being made
     bool _isTaken = false;           // its completion

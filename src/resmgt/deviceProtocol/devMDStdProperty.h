@@ -30,9 +30,11 @@ public:
 
 /// A property that is set and read on its device's thread, so that the device's state is touched by that thread only.
 ///
-/// `set` returns when the request is queued. `get` blocks until the device's thread has executed the request, so it
-/// must not be called by that thread; it throws `DevPrtclEx::ExMDStdPropertyGet` where the request reports that it
-/// has no value, or where the device closes instead of executing it. Both block while the FIFO is full.
+/// `set` returns when the request is queued. After the device has been closed, it has no effect and does not fail.
+/// `get` blocks until the device's thread has executed the request, so that thread must not call it. If the device has
+/// not been opened yet, `get` blocks until it is opened. It throws `DevPrtclEx::ExMDStdPropertyGet` if the request
+/// reports that it has no value, if the request throws, and if the device is closed or destroyed without having
+/// executed it. Both block while the FIFO is full.
 template <class T>
 class ZVRESMGT_EXPORT DevMDStdProperty : public DevMDProperty<T>
 {
@@ -49,10 +51,11 @@ public:
     bool isAvailable() const override { return true; }
     void setObserverAEO(ObjPtr<DevMDPropertyAEO> observer) override;
 
-    /// The value is another one: tells the observer, unless it has been told so and nobody has got the value since. A
-    /// notification carries no value, so one that is unread says all that there is to say, and a client that does not
-    /// keep up cannot fill the manager's queue, nor the device be held there. An observer gets the value once when it
-    /// has been attached, and after each notification. The device calls it, from its own thread.
+    /// Tells the observer that there is a new value. Does nothing if the observer has been told before and the device has
+    /// executed no `get` since: a notification carries no value, so a second one would say nothing more. A `get` counts
+    /// also if it failed. A client that does not keep up can therefore not fill the manager's queue. An observer must
+    /// get the value once after it was attached, and after each notification. The device must call this function on
+    /// its own thread.
     void changed() { _observerAEO.notifyUnread(); }
 
 protected:

@@ -11,7 +11,8 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevMDStreamPrtcl : public virtual DevMDPrtcl
 {
 public:
-    /// Over all streams of the device, from the first.
+    /// Returns an iterator over all streams of the device, at the first one. It must not be used after the device has
+    /// been destroyed.
     virtual ConstIterator<RCShdPtr<DevMDStream>> performGetStreams() = 0;
 
 protected:

@@ -24,14 +24,20 @@ class ZVRESMGT_EXPORT DevMgrPropertyAcc : public RCBase<LkCounter<long>>
 public:
     static ObjPtrRet<DevMgrPropertyAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
 
+    /// Detaches all observers. Blocks while one of them is in `update`. Throws the first failure of a property or of an
+    /// observer's destructor when all are detached. If this object is the last of its manager, the destructor also does
+    /// what `DevMgr` says of that.
     ~DevMgrPropertyAcc() noexcept(false) override;
 
-    /// The property that the string names. Its device is created and opened at its first mention.
-    /// `DevMgrEx::PropertySyntaxError` with all that was accepted and the fault; `NameNotFound` for an unknown device;
-    /// `BadMDPrtclImp` for one without properties; `NameNotRegistered` for an unknown set or property.
+    /// The property that the string names. Its device is created and opened at its first mention. Blocks while another
+    /// thread configures. `DevMgrEx::PropertySyntaxError` with all that was accepted and the fault; `NameNotFound` for
+    /// an unknown device; `BadMDPrtclImp` for one without properties; `NameNotRegistered` for an unknown set or
+    /// property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while the device builds its properties; what the creation or
+    /// the opening of the device throws.
     virtual RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) = 0;
-    /// Null pointers throw `RCEx::ExNullPtr`. Attaching an observer again changes nothing, nor does detaching one that is not attached. After `detachObserver`
-    /// has returned, the observer is not called any more.
+    /// Both block while any observer of this object is in `update`. Null pointers throw `RCEx::ExNullPtr`. Attaching an
+    /// observer again changes nothing, nor does detaching one that is not attached. After `detachObserver` has
+    /// returned, the observer is not called any more.
     virtual void attachObserver(RCShdPtr<DevMDPropertyAny> property,
                                 RCShdPtr<DevMgrPropertyObserver> observer) = 0;
     virtual void detachObserver(RCShdPtr<DevMDPropertyAny> property,

@@ -41,7 +41,8 @@ public:
     static ObjPtrRet<DevMgrStreamAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
 
     /// Stops what it started, without taking the configuration lock. One that fails to stop does not keep the others
-    /// running; throws the first failure when all is done.
+    /// running; throws the first failure when all is done. If this object is the last of its manager, the destructor
+    /// also does what `DevMgr` says of that.
     virtual ~DevMgrStreamAcc() noexcept(false);
 
     /// Throws `DevMgrEx::ConfigSyntaxError` on a bad string, with all that was accepted and the fault. Changes

@@ -26,6 +26,8 @@ class ZVRESMGT_EXPORT DevMgrSyncSeqAcc
 public:
     static ObjPtrRet<DevMgrSyncSeqAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
 
+    /// Stops nothing. No thread may be in `wait`. If this object is the last of its manager, the destructor does what
+    /// `DevMgr` says of that. Throws what the destructor of a device throws.
     virtual ~DevMgrSyncSeqAcc() noexcept(false);
 
     /// The edges of the string in its order, each a parent and a child, without touching any device. The root's
@@ -37,15 +39,24 @@ public:
     /// the root's closed group passes `parseConfig` and is an `RCEx::ExNullPtr` here. After a failure the devices
     /// that were created stay open.
     virtual void configure(LiString const &config) = 0;
-    /// Delivers START to the root and returns; the devices go on by themselves. `RCEx::ExNullPtr` on an empty tree,
-    /// `DevMgrEx::SMExecutionError` where the root's machine has ended badly: so do the calls below.
+    /// Delivers START to the root and returns; the devices go on by themselves. Blocks while another event of this tree
+    /// is being delivered. Throws `RCEx::ExNullPtr` if the tree is empty, and `DevMgrEx::SMExecutionError` if the event,
+    /// or one that follows from it, is for a device whose machine has failed: the events that were still to be
+    /// delivered are lost then. An `ExBase` that a device throws leads its machine to the state `_exc` without a failure
+    /// of this call. Everything else that a device throws passes, and breaks its machine.
     virtual void start() = 0;
-    /// Delivers STOP to the root and returns. A tree that is not in lock yet stops when it has locked.
+    /// Delivers STOP to the root and returns. A tree that is not in lock yet stops when it has locked. Blocks and throws
+    /// as `start` does.
     virtual void stop() = 0;
-    /// Blocks until every device has stopped or aborted. Does not return for a tree in which a device failed or got
-    /// an illegal event.
+    /// Blocks until every device has stopped or finished an abort, also if the tree has not been started yet. Must be
+    /// called once: a second call does not return. It does not return either if a device failed or got an illegal
+    /// event, or if a device aborted while others wait for its next step. It may return before the observer is told of
+    /// the last state. Throws `RCEx::ExNullPtr` if the tree is empty.
     virtual void wait() = 0;
-    /// The name of the state in which the device's sequence machine stands. `DevMgrEx::NameNotFound`.
+    /// Returns the name of the state of the device's sequence machine. It is `_exc` if the device threw an `ExBase`, and
+    /// `_ill` after an illegal event. If the device threw something else, it is the state that the machine was in, or
+    /// an inner state of a choice, such as `_cs(lock:stop)`. Blocks while an event of this tree is being delivered.
+    /// Throws `DevMgrEx::NameNotFound` if the tree has no such device, and `RCEx::ExNullPtr` if it is empty.
     virtual LiString getState(LiString const &name) = 0;
     /// Who is told of every state that a device's machine comes to; null for nobody.
     virtual void setObserver(RCShdPtr<DevSeqObserver> observer) = 0;
