@@ -6,6 +6,7 @@
 #include "resmgt/deviceProtocol/devMDStdPropertyPrtcl.h"
 #include "resmgt/deviceProtocol/devMDStdPropertySetBuilder.h"
 #include "resmgt/locks/lkSema.h"
+#include "threadExtensions/asleep.h"
 
 #include <gtest/gtest.h>
 
@@ -191,6 +192,17 @@ TEST_F(PropertyAccess, UnknownDeviceIsNotFoundBeforeItsSetsMatter)
     EXPECT_EQ(refusal<DevMgrEx::NameNotFound>("nobody:no:such:set"), "Named device not found.");
 }
 
+TEST_F(PropertyAccess, DeviceThatIsNoLongerRegisteredIsNotFound)
+{
+    {
+        Registered const passing(
+            "passing", [this] { return RCShdPtr<DevMDPrtcl>(new PropertyDevice(ignored)); });
+        EXPECT_FALSE(access->getProperty("passing:x").isNull());
+    }
+    EXPECT_FALSE(manager->getPrtcl("passing").isNull());
+    EXPECT_EQ(refusal<DevMgrEx::NameNotFound>("passing:x"), "Named device not found.");
+}
+
 TEST_F(PropertyAccess, DeviceWithoutPropertiesIsRefused)
 {
     Registered const plain(
@@ -223,6 +235,58 @@ TEST_F(PropertyAccess, ReadsAndWritesTypedValues)
     EXPECT_EQ(focus, 2.5);
     DevMgrPropertyValueUtil<Vector<short>>::setValue(*access, "cam:lens:motor:speed", {7, 8, 9});
     EXPECT_EQ(device().speed->value, (Vector<short>{7, 8, 9}));
+}
+
+/// A device with a property of each type, named "0", "1" and so on.
+class OfAllTypes : public DevMDStdPropertyPrtcl
+{
+public:
+    explicit OfAllTypes(Journal &journal) : DevMDStdPropertyPrtcl("all")
+    {
+        ObjPtr<DevMDStdPropertySetBuilder> builder = getPropertySetBuilder();
+        int number = 0;
+#define ADD(T) builder->addProperty(make<T>(number++, journal));
+        ZV_FOR_EACH_PROPERTY_TYPE(ADD)
+#undef ADD
+    }
+
+private:
+    template <class T>
+    static RCShdPtr<DevMDPropertyAny> make(int number, Journal &journal)
+    {
+        return makeShd<PlainProperty<T>>(std::to_string(number).c_str(), T(), journal);
+    }
+};
+
+template <class T>
+T someValue()
+{
+    if constexpr (requires { typename T::value_type; })
+        return T(3, someValue<typename T::value_type>());
+    else
+        return static_cast<T>(1);
+}
+
+TEST_F(PropertyAccess, ReadsAndWritesEachType)
+{
+    Registered const all("all", [this] { return RCShdPtr<DevMDPrtcl>(new OfAllTypes(ignored)); });
+    int number = 0;
+    auto const check = [&]<class T>(T value) {
+        LiString const config(("all:" + std::to_string(number)).c_str());
+        DevMgrPropertyValueUtil<T>::setValue(*access, config, value);
+        T read{};
+        DevMgrPropertyValueUtil<T>::getValue(*access, config, read);
+        EXPECT_EQ(read, value) << number;
+        LiString const other(("all:" + std::to_string((number + 1) % 22)).c_str());
+        EXPECT_THROW(DevMgrPropertyValueUtil<T>::getValue(*access, other, read),
+                     DevMgrEx::PropertyInvalidType)
+            << number;
+        ++number;
+    };
+#define CHECK(T) check(someValue<T>());
+    ZV_FOR_EACH_PROPERTY_TYPE(CHECK)
+#undef CHECK
+    EXPECT_EQ(number, 22);
 }
 
 TEST_F(PropertyAccess, AnotherTypeIsNoConversion)
@@ -321,6 +385,36 @@ TEST_F(PropertyAccess, NotificationUnderWayReachesNobodyOnceTheLastObserverHasGo
     EXPECT_EQ(journal.take(), (Lines{"observed x", "one x 2"}));
 }
 
+TEST_F(PropertyAccess, DetachingWaitsForAnUpdateThatRuns)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    auto * const holding = new HoldingObserver;
+    RCShdPtr<DevMgrPropertyObserver> const held(holding);
+    access->attachObserver(device().x, held);
+    access->attachObserver(device().focus, one);
+    std::vector<std::function<void()>> const operations = {
+        [&] { access->detachObserver(device().focus, one); },
+        [&] { access->attachObserver(device().focus, one); },
+        [&] { access->detachObserver(device().x, held); },
+    };
+    for (auto const &operation : operations) {
+        device().x->notify(1);
+        holding->arrived.wait();
+        std::atomic<bool> isDone{false};
+        std::atomic<long> number{0};
+        std::thread other([&] {
+            number = threadNumber();
+            operation();
+            isDone = true;
+        });
+        while (!number || (!isDone && !isAsleep(number)))
+            std::this_thread::yield();
+        EXPECT_FALSE(isDone);
+        holding->released.post();
+        other.join();
+    }
+}
+
 TEST_F(PropertyAccess, DestructionDetachesAllObservers)
 {
     RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
@@ -391,6 +485,34 @@ TEST_F(PropertyAccess, DestructionDetachesTheOthersWhereOneFails)
     focus->setObserverAEO(nullptr);
 }
 
+TEST_F(PropertyAccess, WhatFailsAtTheEndOfObserversComesOutWhenAllAreDetached)
+{
+    auto const attachFailing = [this](auto const &property, char const *name) {
+        access->attachObserver(property, makeShd<FailsToEnd<RecordingObserver>>(name, journal));
+    };
+    attachFailing(device().x, "one");
+    attachFailing(device().x, "two");
+    attachFailing(device().focus, "three");
+    journal.take();
+    EXPECT_THROW(access = nullptr, std::runtime_error);
+    Lines lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"cleared focus", "cleared x", "end one", "end three", "end two"}));
+}
+
+TEST_F(PropertyAccess, DetachingThatFailsLetsTheNextObserverBeginAnew)
+{
+    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
+    auto const x = device().x;
+    access->attachObserver(x, one);
+    x->failsToSetObserver = true;
+    EXPECT_THROW(access->detachObserver(x, one), std::runtime_error);
+    x->failsToSetObserver = false;
+    journal.take();
+    access->attachObserver(x, one);
+    EXPECT_EQ(journal.take(), (Lines{"observed x"}));
+}
+
 /// Attaches another observer when it ends.
 class RestlessObserver : public RecordingObserver
 {
@@ -440,31 +562,3 @@ TEST_F(PropertyAccess, ObserversComeAndGoWhileChangesArrive)
 }
 
 } // namespace
-TEST_F(PropertyAccess, WhatFailsAtTheEndOfObserversComesOutWhenAllAreDetached)
-{
-    auto const attachFailing = [this](auto const &property, char const *name) {
-        access->attachObserver(property, makeShd<FailsToEnd<RecordingObserver>>(name, journal));
-    };
-    attachFailing(device().x, "one");
-    attachFailing(device().x, "two");
-    attachFailing(device().focus, "three");
-    journal.take();
-    EXPECT_THROW(access = nullptr, std::runtime_error);
-    Lines lines = journal.take();
-    std::sort(lines.begin(), lines.end());
-    EXPECT_EQ(lines, (Lines{"cleared focus", "cleared x", "end one", "end three", "end two"}));
-}
-
-TEST_F(PropertyAccess, DetachingThatFailsLetsTheNextObserverBeginAnew)
-{
-    RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
-    auto const x = device().x;
-    access->attachObserver(x, one);
-    x->failsToSetObserver = true;
-    EXPECT_THROW(access->detachObserver(x, one), std::runtime_error);
-    x->failsToSetObserver = false;
-    journal.take();
-    access->attachObserver(x, one);
-    EXPECT_EQ(journal.take(), (Lines{"observed x"}));
-}
-

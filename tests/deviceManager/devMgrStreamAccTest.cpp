@@ -3,15 +3,17 @@
 #include "allocations.h"
 #include "resmgt/deviceProtocol/devMDStdStream.h"
 #include "resmgt/deviceProtocol/devMDStdStreamPrtcl.h"
+#include "resmgt/locks/lkSema.h"
+#include "threadExtensions/asleep.h"
 
 #include <gtest/gtest.h>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
 #include <algorithm>
 #include <atomic>
 #include <thread>
 
+using namespace Test;
+using Lines = std::vector<std::string>;
 
 namespace {
 
@@ -282,6 +284,39 @@ TEST_F(StreamAccess, BareNamesConnectOnceRegistered)
     EXPECT_EQ(journal.take(), (Lines{"connect a.out to b.in", "start b.in", "start a.out"}));
 }
 
+TEST_F(StreamAccess, RegisteredIdOfADeviceIsUsedWithoutTheDevice)
+{
+    auto const source = makeShd<ActiveSource>("source", journal);
+    access->registerStream({"x", "y"}, source); // there is no such device
+    access->connect("x:y push b:b.in");
+    EXPECT_EQ(journal.take(), (Lines{"connect source to b.in", "start b.in", "start source"}));
+}
+
+TEST_F(StreamAccess, ConnectsUnderTheConfigurationLockThroughout)
+{
+    LkUnnamedSema arrived("arrived", 0, LkSemaTypes::Shared());
+    LkUnnamedSema released("released", 0, LkSemaTypes::Shared());
+    deviceA().out->whenStarted = [&] { // the last step
+        arrived.post();
+        released.wait();
+    };
+    std::thread connecting([&] { access->connect("a:a.out push b:b.in"); });
+    arrived.wait();
+    std::atomic<bool> isDone{false};
+    std::atomic<long> number{0};
+    std::thread other([&] {
+        number = threadNumber();
+        access->isRegistered({"x"});
+        isDone = true;
+    });
+    while (!number || (!isDone && !isAsleep(number)))
+        std::this_thread::yield();
+    EXPECT_FALSE(isDone);
+    released.post();
+    connecting.join();
+    other.join();
+}
+
 TEST_F(StreamAccess, TakenIdIsRefused)
 {
     DevMgrStreamAcc::StreamId const id("x");
@@ -411,6 +446,16 @@ TEST_F(StreamAccess, StreamStartedByAnotherOnesStartIsStoppedAfterIt)
     EXPECT_EQ(journal.take(), (Lines{"stop a.out", "stop b.in", "stop a.fetch", "stop b.lend"}));
 }
 
+TEST_F(StreamAccess, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
+{
+    for (char const * const name : {"x", "y"})
+        access->registerStream({name}, makeShd<FailsToEnd<ActiveSource>>(name, journal));
+    EXPECT_THROW(access = nullptr, std::runtime_error);
+    Lines lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"end x", "end y"}));
+}
+
 TEST_F(StreamAccess, NullStreamIsFoundOutWhenItIsConnected)
 {
     access->registerStream({"x"}, RCShdPtr<DevMDStream>());
@@ -446,16 +491,6 @@ TEST_F(StreamAccess, StreamThatWasStartedIsStoppedWhateverAllocationFails)
 {
     auto &out = *deviceA().out;
     auto &in = *deviceB().in;
-TEST_F(StreamAccess, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
-{
-    for (char const * const name : {"x", "y"})
-        access->registerStream({name}, makeShd<FailsToEnd<ActiveSource>>(name, journal));
-    EXPECT_THROW(access = nullptr, std::runtime_error);
-    Lines lines = journal.take();
-    std::sort(lines.begin(), lines.end());
-    EXPECT_EQ(lines, (Lines{"end x", "end y"}));
-}
-
     LiString const config("a:a.out push b:b.in");
     int const nbFailures = ZvTest::failEachAllocation([&] { access->connect(config); },
                                                       [&] {

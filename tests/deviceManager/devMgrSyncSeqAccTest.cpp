@@ -186,6 +186,72 @@ TEST_F(SequenceAccess, SecondConfigurationWithAKnownDeviceFailsItsAssertion)
     EXPECT_THROW(access->configure("( a )"), AssertionFailed);
 }
 
+TEST_F(SequenceAccess, NodesThatWereMadeStayAfterAConfigurationThatFailed)
+{
+    Registered const a = device("a");
+    EXPECT_THROW(access->configure("( a ( nobody ) )"), DevPrtclEx::ExNameNotRegistered);
+    try {
+        access->configure("( a )");
+        FAIL() << "the node was made again";
+    } catch (AssertionFailed const &failure) {
+        EXPECT_STREQ(failure.getExpression(), "iter == _seqTreeNodeMap.end()");
+    }
+}
+
+/// Keeps the completion of its start.
+class KeepingSequence : public PromptSequence
+{
+public:
+    using PromptSequence::PromptSequence;
+
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override
+    {
+        completion = aco;
+    }
+
+    ObjPtr<DevACO> completion;
+};
+
+TEST_F(SequenceAccess, AReportWaitsForNoDeliveryThatRuns)
+{
+    KeepingSequence *keeping = nullptr;
+    Registered const a("a", [&] {
+        keeping = new KeepingSequence("a", journal);
+        return RCShdPtr<DevMDPrtcl>(keeping);
+    });
+    LkUnnamedSema arrived("arrived", 0, LkSemaTypes::Shared());
+    LkUnnamedSema released("released", 0, LkSemaTypes::Shared());
+    class Holding : public PromptSequence
+    {
+    public:
+        Holding(LkUnnamedSema &arrival, LkUnnamedSema &release, Journal &lines)
+            : PromptSequence("b", lines), _arrived(arrival), _released(release)
+        {}
+        void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
+        {
+            _arrived.post();
+            _released.wait();
+            PromptSequence::performStart(aco, recover, abort);
+        }
+
+    private:
+        LkUnnamedSema &_arrived;
+        LkUnnamedSema &_released;
+    };
+    Registered const b(
+        "b", [&] { return RCShdPtr<DevMDPrtcl>(new Holding(arrived, released, journal)); });
+    access->configure("( a ( b ) )");
+    std::thread client([&] { access->start(); });
+    arrived.wait();
+    // As the device's thread would: neither the tree nor the manager is waited for.
+    ObjPtr<DevACO> const completion(keeping->completion);
+    completion->performExecute();
+    released.post();
+    client.join();
+    access->stop();
+    access->wait();
+}
+
 TEST_F(SequenceAccess, UnknownDeviceIsRefused)
 {
     EXPECT_THROW(access->configure("( nobody )"), DevPrtclEx::ExNameNotRegistered);

@@ -1,5 +1,6 @@
 #include "fakeDevices.h"
 
+#include "aborted.h"
 #include "allocations.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devACO.h"
@@ -10,8 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <algorithm>
+#include <atomic>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -88,13 +89,20 @@ TEST(Manager, AccessObjectsKeepDevicesOpen)
 {
     Journal journal;
     Registered const a("a", [&] { return recordingDevice("a", journal); });
-    ObjPtr<DevMgr> manager = DevMgr::create();
-    ObjPtr<DevMgrSyncSeqAcc> access = manager->createSyncSeqAcc();
-    manager->getPrtcl("a");
-    manager = nullptr;
-    EXPECT_EQ(journal.take(), (Lines{"create a", "open a"}));
-    access = nullptr;
-    EXPECT_EQ(journal.take(), (Lines{"close a"}));
+    auto const expectKept = [&journal](auto const &createAccess) {
+        ObjPtr<DevMgr> manager = DevMgr::create();
+        auto access = createAccess(*manager);
+        manager->getPrtcl("a");
+        manager = nullptr;
+        EXPECT_EQ(journal.take(), (Lines{"create a", "open a"}));
+        access = nullptr;
+        EXPECT_EQ(journal.take(), (Lines{"close a"}));
+    };
+    expectKept(
+        [](DevMgr &manager) { return ObjPtr<DevMgrSyncSeqAcc>(manager.createSyncSeqAcc()); });
+    expectKept([](DevMgr &manager) { return ObjPtr<DevMgrStreamAcc>(manager.createStreamAcc()); });
+    expectKept(
+        [](DevMgr &manager) { return ObjPtr<DevMgrPropertyAcc>(manager.createPropertyAcc()); });
 }
 
 TEST(Manager, UnknownDeviceIsRefused)
@@ -163,14 +171,6 @@ TEST(Manager, DeviceThatFailsToCloseDoesNotKeepTheOthersOpen)
     EXPECT_EQ(journal.take(), (Lines{"close b", "close a"}));
 }
 
-class CountedDevice : public DevMDAccessPrtcl
-{
-public:
-    CountedDevice(int &opened, int &closed) : _opened(opened), _closed(closed) {}
-
-    void performOpen() override { ++_opened; }
-    void performClose() override { ++_closed; }
-
 /// What an action throws.
 template <class Action>
 std::string whatFails(Action action)
@@ -229,6 +229,14 @@ TEST(Manager, WhatFailsAtTheEndOfADeviceDoesNotHideAnExceptionThatPasses)
     EXPECT_EQ(journal.take(), (Lines{"open a", "close a", "end a"}));
 }
 
+class CountedDevice : public DevMDAccessPrtcl
+{
+public:
+    CountedDevice(int &opened, int &closed) : _opened(opened), _closed(closed) {}
+
+    void performOpen() override { ++_opened; }
+    void performClose() override { ++_closed; }
+
 private:
     int &_opened;
     int &_closed;
@@ -269,18 +277,35 @@ TEST(Manager, NullDeviceFailsItsAssertion)
 
 TEST(Manager, ConfigurationLockIsFreeAfterAFailure)
 {
-    ObjPtr<DevMgr> manager = DevMgr::create();
-    EXPECT_THROW(manager->getPrtcl("nobody"), DevPrtclEx::ExNameNotRegistered);
-    bool refused = false;
-    std::thread other([&] {
-        try {
-            manager->getPrtcl("nobody");
-        } catch (DevPrtclEx::ExNameNotRegistered const &) {
-            refused = true;
-        }
-    });
-    other.join();
-    EXPECT_TRUE(refused);
+    Journal journal;
+    Registered const closed(
+        "closed", [&] { return RCShdPtr<DevMDPrtcl>(new FailsToOpen("closed", journal)); });
+    Registered const plain("plain", [&] { return recordingDevice("plain", journal); });
+    Registered const prompt(
+        "prompt", [&] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("prompt", journal)); });
+    Registered const null("null", [] { return RCShdPtr<DevMDPrtcl>(); });
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    ObjPtr<DevMgrStreamAcc> const streams = manager->createStreamAcc();
+    ObjPtr<DevMgrPropertyAcc> const properties = manager->createPropertyAcc();
+    ObjPtr<DevMgrSyncSeqAcc> const sequence = manager->createSyncSeqAcc();
+    std::vector<std::function<void()>> const failures = {
+        [&] { manager->getPrtcl("nobody"); },
+        [&] { manager->getPrtcl("closed"); },
+        [&] { manager->getPrtcl("null"); },
+        [&] { streams->connect("nonsense"); },
+        [&] { streams->connect("nobody:x push nobody:y"); },
+        [&] { streams->connect("plain:x push plain:y"); },
+        [&] { properties->getProperty("plain:x"); },
+        [&] { sequence->configure("nonsense"); },
+        [&] { sequence->configure("( nobody )"); },
+        [&] { sequence->configure("( plain )"); },
+        [&] { sequence->configure("( prompt prompt )"); },
+    };
+    for (auto const &failure : failures) {
+        EXPECT_ANY_THROW(failure());
+        // On another thread, which does not have the lock already.
+        std::thread([&] { manager->getPrtcl("plain"); }).join();
+    }
 }
 
 TEST(Mediator, UnknownDeviceIsNotFound)
@@ -439,6 +464,123 @@ TEST(Manager, ConfigurationWaitsForConfiguration)
         thread.join();
 }
 
+/// What runs while a device takes its time to open.
+class WhileADeviceOpens : public testing::Test
+{
+protected:
+    WhileADeviceOpens()
+    {
+        _opener = std::thread([this] {
+            LkGuard<LkLock const> const guard(mediator->getLock());
+            mediator->createPrtcl("slow");
+        });
+        _arrived.wait();
+    }
+    ~WhileADeviceOpens() noexcept override
+    {
+        _released.post();
+        _opener.join();
+    }
+
+    Journal journal;
+    RCShdPtr<DevMgrMediator> const mediator = makeShd<DevMgrMediator>();
+
+private:
+    LkUnnamedSema _arrived{"arrived", 0, LkSemaTypes::Shared()};
+    LkUnnamedSema _released{"released", 0, LkSemaTypes::Shared()};
+    Registered const _slow{
+        "slow", [this] { return RCShdPtr<DevMDPrtcl>(new SlowDevice(_arrived, _released)); }};
+    std::thread _opener;
+};
+
+TEST_F(WhileADeviceOpens, DevicesAreFound)
+{
+    EXPECT_TRUE(mediator->isPrtclCreated("slow"));
+    EXPECT_FALSE(mediator->getPrtcl("slow").isNull());
+    EXPECT_FALSE(mediator->isPrtclCreated("other"));
+    EXPECT_THROW(mediator->getPrtcl("other"), DevMgrEx::NameNotFound);
+}
+
+TEST_F(WhileADeviceOpens, ReportsAreDelivered)
+{
+    LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
+    produce(*mediator->getFifo(), [&] { done.post(); });
+    done.wait();
+}
+
+TEST(Manager, SequencesRunWhileADeviceOpens)
+{
+    LkUnnamedSema arrived("arrived", 0, LkSemaTypes::Shared());
+    LkUnnamedSema released("released", 0, LkSemaTypes::Shared());
+    Registered const slow("slow",
+                          [&] { return RCShdPtr<DevMDPrtcl>(new SlowDevice(arrived, released)); });
+    Journal journal;
+    Registered const a("a", [&] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("a", journal)); });
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    ObjPtr<DevMgrSyncSeqAcc> const sequence = manager->createSyncSeqAcc();
+    sequence->configure("( a )");
+    std::thread opener([&] { manager->getPrtcl("slow"); });
+    arrived.wait();
+    sequence->start();
+    while (sequence->getState("a") != "lock")
+        std::this_thread::yield();
+    sequence->stop();
+    sequence->wait();
+    EXPECT_EQ(journal.take(), (Lines{"start a", "sync to time a", "stop a"}));
+    released.post();
+    opener.join();
+}
+
+/// Runs an operation that calls `pass` from within, and looks whether other configuration waits for it there.
+class Midway
+{
+public:
+    void pass()
+    {
+        _arrived.post();
+        _released.wait();
+    }
+    void expectLocked(DevMgr &manager, std::function<void()> const &operation)
+    {
+        std::thread configuring(operation);
+        _arrived.wait();
+        std::atomic<bool> isDone{false};
+        std::atomic<long> number{0};
+        std::thread other([&] {
+            number = threadNumber();
+            ObjPtr<DevMgrStreamAcc>(manager.createStreamAcc());
+            isDone = true;
+        });
+        while (!number || (!isDone && !isAsleep(number)))
+            std::this_thread::yield();
+        EXPECT_FALSE(isDone);
+        _released.post();
+        configuring.join();
+        other.join();
+    }
+
+private:
+    LkUnnamedSema _arrived{"arrived", 0, LkSemaTypes::Shared()};
+    LkUnnamedSema _released{"released", 0, LkSemaTypes::Shared()};
+};
+
+TEST(Manager, ASequenceIsConfiguredUnderTheConfigurationLockThroughout)
+{
+    Journal journal;
+    Midway midway;
+    auto const make = [&](char const *name) {
+        return RCShdPtr<DevMDPrtcl>(new PromptSequence(name, journal));
+    };
+    Registered const a("a", [&] { return make("a"); });
+    Registered const b("b", [&] {
+        midway.pass();
+        return make("b");
+    });
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    ObjPtr<DevMgrSyncSeqAcc> const sequence = manager->createSyncSeqAcc();
+    midway.expectLocked(*manager, [&] { sequence->configure("( a ( b ) )"); });
+}
+
 TEST(Mediator, ItsThreadRunsAtTheRealTimeLandmark)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
@@ -502,6 +644,17 @@ TEST(Mediator, TwentySixthRequestWaitsUntilOneHasBeenTaken)
     first.wait();
     producer.join();
     EXPECT_TRUE(executedBefore);
+}
+
+TEST(MediatorDeathTest, ARequestThatThrowsEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+            produce(*mediator->getFifo(), [] { throw std::runtime_error("report lost"); });
+            LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
+        },
+        ZvTest::aborted(), "report lost");
 }
 
 TEST(Mediator, DestructionExecutesWhatWasQueuedBeforeIt)

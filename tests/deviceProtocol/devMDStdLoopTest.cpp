@@ -100,6 +100,29 @@ TEST_F(DevMDStdLoopTest, WorksAgainWhenItsTimeIsOver)
     EXPECT_EQ(nbPieces, 3);
 }
 
+TEST_F(DevMDStdLoopTest, DoesNotWorkAgainBeforeItsTimeIsOver)
+{
+    std::atomic<int> nbPieces{0};
+    std::atomic<bool> hasEnded{false};
+    std::atomic<long> number{0};
+    Working body(_fifo, _log, [&](Working &self) {
+        if (++nbPieces == 2)
+            self.performStop(nullptr);
+        return 1e9;
+    });
+    std::thread device([&] {
+        number = threadNumber();
+        body.performExecute(nullptr);
+        hasEnded = true;
+    });
+    while (!hasEnded && (!nbPieces || !isAsleep(number)))
+        std::this_thread::yield();
+    EXPECT_EQ(nbPieces, 1);
+    stopBehind(body);
+    device.join();
+    drain(*_fifo);
+}
+
 TEST_F(DevMDStdLoopTest, ARequestEndsTheWaitForTheNextWork)
 {
     std::binary_semaphore waiting{0};

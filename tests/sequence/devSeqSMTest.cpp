@@ -3,11 +3,14 @@
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/sequence/devSeqTransFactory.h"
+#include "threadExtensions/asleep.h"
 #include "zvbase/failures.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 
 namespace {
 
@@ -418,6 +421,47 @@ TEST(DevSeqSMTest, aFailingDeviceLeadsToExcAndSendsNothing)
     EXPECT_EQ(node.state(), "_exc");
     EXPECT_EQ(node.toChildren(), Events());
     EXPECT_THROW(node.sm->execute(DevSeqEv::READY), DevMgrEx::SMExecutionError);
+}
+
+/// Whether a thread that waits for the machine's end is let go before the test does it.
+bool hasPosted(Machine &node)
+{
+    std::atomic<bool> isDone{false};
+    std::atomic<long> number{0};
+    std::thread waiter([&] {
+        number = threadNumber();
+        node.util->waitDone();
+        isDone = true;
+    });
+    while (!number || (!isDone && !isAsleep(number)))
+        std::this_thread::yield();
+    bool const result = isDone;
+    if (!result)
+        node.util->postDone();
+    waiter.join();
+    return result;
+}
+
+TEST(DevSeqSMTest, onlyAMachineThatCameToItsEndLetsWaitersGo)
+{
+    Machine ended;
+    ended.feed({DevSeqEv::START, DevSeqEv::ABORT, DevSeqEv::ABORTED});
+    EXPECT_EQ(ended.state(), "final");
+    EXPECT_TRUE(hasPosted(ended));
+
+    Machine illegal;
+    illegal.feed({DevSeqEv::START, DevSeqEv::LOCK});
+    EXPECT_EQ(illegal.state(), "_ill");
+    EXPECT_FALSE(hasPosted(illegal));
+
+    Machine failed;
+    failed.feed({DevSeqEv::START});
+    failed.device->onCall = [](std::string const &) {
+        ZV_THROW(DevMgrEx::StreamNotAvailable, "busy");
+    };
+    failed.feed({DevSeqEv::ABORT});
+    EXPECT_EQ(failed.state(), "_exc");
+    EXPECT_FALSE(hasPosted(failed));
 }
 
 TEST(DevSeqSMTest, hasItsLabel)

@@ -61,6 +61,11 @@ protected:
         expectStates("lock", "lock", "lock", "lock");
         (void)world.takeLog();
     }
+    /// Asked on another thread, which does not have the lock already.
+    void expectLockIsFree()
+    {
+        std::thread([this] { (void)world.state("R"); }).join();
+    }
     void expectStates(char const *r, char const *a, char const *b, char const *c)
     {
         EXPECT_EQ(world.state("R"), r);
@@ -220,6 +225,17 @@ TEST_F(DevSeqTreeTest, aLostLockIsFoundAgainUnderTheParent)
     world.complete("C");
     expectStates("lock", "lock", "lock", "lock");
     EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2"}));
+}
+
+TEST_F(DevSeqTreeTest, aChildThatIsReadyFirstDuringARecoveryIsCountedOnce)
+{
+    build();
+    lock();
+    world.recover("A");
+    world.complete("C");
+    expectStates("lock", "recover", "lock", "wml"); // kept until A is ready itself
+    world.complete("A");
+    expectStates("lock", "sync", "lock", "wml");
 }
 
 TEST_F(DevSeqTreeTest, theRootRecoversByItself)
@@ -408,8 +424,7 @@ TEST_F(DevSeqTreeTest, aFailingDeviceFallsOutSilently)
     EXPECT_NO_THROW(world.tree->processEvent(DevSeqEv::START));
     expectStates("start", "_exc", "start", "init");
     EXPECT_THROW(world.tree->processEvent("A", DevSeqEv::READY), DevMgrEx::SMExecutionError);
-    // The lock was let go.
-    EXPECT_EQ(world.state("B"), "start");
+    expectLockIsFree();
 }
 
 TEST_F(DevSeqTreeTest, whatIsNoExBaseAbandonsTheDelivery)
@@ -417,12 +432,47 @@ TEST_F(DevSeqTreeTest, whatIsNoExBaseAbandonsTheDelivery)
     build();
     world.devices["A"]->onCall = [](std::string const &) { ZV_ASSERT(1 > 2); };
     EXPECT_THROW(world.tree->processEvent(DevSeqEv::START), AssertionFailed);
+    expectLockIsFree();
     expectStates("start", "init", "init", "init");
     EXPECT_EQ(world.takeLog(), (Log{"R start", "A start"}));
     EXPECT_THROW(world.tree->processEvent("A", DevSeqEv::START), DevMgrEx::SMExecutionError);
     // B lost the start that was on its way, but can be given one.
     world.tree->processEvent("B", DevSeqEv::START);
     EXPECT_EQ(world.state("B"), "start");
+}
+
+TEST_F(DevSeqTreeTest, theLockIsFreeAfterANameThatIsNotFound)
+{
+    build();
+    EXPECT_THROW(world.tree->processEvent("nobody", DevSeqEv::START), DevMgrEx::NameNotFound);
+    expectLockIsFree();
+    EXPECT_THROW((void)world.tree->getState("nobody"), DevMgrEx::NameNotFound);
+    expectLockIsFree();
+}
+
+TEST_F(DevSeqTreeTest, theObserverIsToldOfMachinesThatFail)
+{
+    class Observer : public DevSeqObserver
+    {
+    public:
+        explicit Observer(Log &log) : _log(log) {}
+        void stateChanged(LiString const &device, LiString const &state) override
+        {
+            _log.push_back((device + " " + state).getChars());
+        }
+
+    private:
+        Log &_log;
+    };
+    build();
+    Log states;
+    world.tree->setObserver(makeShd<Observer>(states));
+    world.devices["A"]->onCall = [](std::string const &) {
+        ZV_THROW(DevMgrEx::StreamNotAvailable, "busy");
+    };
+    world.tree->processEvent(DevSeqEv::START);
+    world.tree->processEvent("B", DevSeqEv::LOCK);
+    EXPECT_EQ(states, (Log{"R start", "A _exc", "B start", "B _ill"}));
 }
 
 TEST_F(DevSeqTreeTest, aNodeThatEndedAndThenFellHasEnded)
@@ -479,56 +529,6 @@ TEST_F(DevSeqTreeTest, whatADevicesDestructorThrowsComesOut)
     EXPECT_EQ(gone, (Log{"A gone", "B gone", "C gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, aDeviceThatReportsLateReportsToNobody)
-{
-    build();
-    start();
-    ObjPtr<DevANO> const recovery = world.devices["A"]->takeRecover();
-    world.devices["R"]->complete(); // waits in the queue
-    world.nodes.clear();
-    world.tree = nullptr;
-    EXPECT_NO_THROW(world.deliverReports());
-    EXPECT_NO_THROW(recovery->performExecute());
-}
-
-TEST_F(DevSeqTreeTest, aNotificationDoesNotKeepItsTreeAlive)
-{
-    build();
-    ObjPtr<DevClonableANO> notification =
-        SeqANOFactory(world.tree).create("R", static_cast<unsigned int>(DevSeqEv::START));
-    ObjPtr<DevClonableANO> clone = notification->clone();
-    clone->performExecute();
-    EXPECT_EQ(world.state("R"), "start");
-    EXPECT_TRUE(world.tree.isUnique());
-    world.nodes.clear();
-    world.tree = nullptr;
-    EXPECT_EQ(std::count(world.log.begin(), world.log.end(), "R gone"), 1);
-    EXPECT_NO_THROW(notification->performExecute());
-}
-
-TEST_F(DevSeqTreeTest, aFactoryOfNotificationsKeepsItsTreeAlive)
-{
-    build();
-    SeqANOFactory const factory(world.tree);
-    world.nodes.clear();
-    world.tree = nullptr;
-    EXPECT_EQ(world.log, Log());
-    ObjPtr<DevClonableANO> const notification = factory.create("R", DevSeqEv::START);
-    notification->performExecute();
-    EXPECT_EQ(world.log.at(0), "R start");
-}
-
-TEST_F(DevSeqTreeTest, aNotificationOfNoTreeIsANullPointer)
-{
-    SeqANOFactory const factory(nullptr);
-    EXPECT_THROW((void)factory.create("R", DevSeqEv::START), RCEx::ExNullPtr);
-}
-
-TEST_F(DevSeqTreeTest, aTreeThatEndsWaitsForTheReportThatIsBeingDelivered)
-{
-    build();
-    start();
-    // R's report is delivered by another thread, which stands in R's getMark until the tree is
 TEST_F(DevSeqTreeTest, whatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
 {
     build();
@@ -603,6 +603,56 @@ TEST_F(DevSeqTreeTest, anAttachThatFailsChangesNothing)
     EXPECT_EQ(textOf(*world.tree), "( R ( A ) )");
 }
 
+TEST_F(DevSeqTreeTest, aDeviceThatReportsLateReportsToNobody)
+{
+    build();
+    start();
+    ObjPtr<DevANO> const recovery = world.devices["A"]->takeRecover();
+    world.devices["R"]->complete(); // waits in the queue
+    world.nodes.clear();
+    world.tree = nullptr;
+    EXPECT_NO_THROW(world.deliverReports());
+    EXPECT_NO_THROW(recovery->performExecute());
+}
+
+TEST_F(DevSeqTreeTest, aNotificationDoesNotKeepItsTreeAlive)
+{
+    build();
+    ObjPtr<DevClonableANO> notification =
+        SeqANOFactory(world.tree).create("R", static_cast<unsigned int>(DevSeqEv::START));
+    ObjPtr<DevClonableANO> clone = notification->clone();
+    clone->performExecute();
+    EXPECT_EQ(world.state("R"), "start");
+    EXPECT_TRUE(world.tree.isUnique());
+    world.nodes.clear();
+    world.tree = nullptr;
+    EXPECT_EQ(std::count(world.log.begin(), world.log.end(), "R gone"), 1);
+    EXPECT_NO_THROW(notification->performExecute());
+}
+
+TEST_F(DevSeqTreeTest, aFactoryOfNotificationsKeepsItsTreeAlive)
+{
+    build();
+    SeqANOFactory const factory(world.tree);
+    world.nodes.clear();
+    world.tree = nullptr;
+    EXPECT_EQ(world.log, Log());
+    ObjPtr<DevClonableANO> const notification = factory.create("R", DevSeqEv::START);
+    notification->performExecute();
+    EXPECT_EQ(world.log.at(0), "R start");
+}
+
+TEST_F(DevSeqTreeTest, aNotificationOfNoTreeIsANullPointer)
+{
+    SeqANOFactory const factory(nullptr);
+    EXPECT_THROW((void)factory.create("R", DevSeqEv::START), RCEx::ExNullPtr);
+}
+
+TEST_F(DevSeqTreeTest, aTreeThatEndsWaitsForTheReportThatIsBeingDelivered)
+{
+    build();
+    start();
+    // R's report is delivered by another thread, which stands in R's getMark until the tree is
     // about to end.
     ObjPtr<DevClonableANO> const report = SeqANOFactory(world.tree).create("R", DevSeqEv::LOCK);
     ZvTest::Latch isInside(1);
