@@ -4,11 +4,14 @@
 
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "threadExtensions/asleep.h"
 #include "zvbase/failures.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -473,6 +476,33 @@ TEST_F(DevSeqTreeTest, theObserverIsToldOfMachinesThatFail)
     world.tree->processEvent(DevSeqEv::START);
     world.tree->processEvent("B", DevSeqEv::LOCK);
     EXPECT_EQ(states, (Log{"R start", "A _exc", "B start", "B _ill"}));
+}
+
+using DevSeqTreeDeathTest = DevSeqTreeTest;
+
+// In a process of its own: nothing ends that wait.
+TEST_F(DevSeqTreeDeathTest, waitDoesNotReturnForADeviceThatFailedOrGotAnIllegalEvent)
+{
+    for (bool const isIllegal : {false, true})
+        EXPECT_EXIT(
+            {
+                world.root("R");
+                world.tree->processEvent(DevSeqEv::START);
+                world.devices["R"]->onCall = [](std::string const &) {
+                    ZV_THROW(DevMgrEx::StreamNotAvailable, "busy");
+                };
+                world.tree->processEvent(isIllegal ? DevSeqEv::LOCK : DevSeqEv::ABORT);
+                std::atomic<long> number{0};
+                std::thread waiter([&] {
+                    number = threadNumber();
+                    world.tree->wait();
+                    std::_Exit(1);
+                });
+                while (!number || !isAsleep(number))
+                    std::this_thread::yield();
+                std::_Exit(world.state("R") == (isIllegal ? "_ill" : "_exc") ? 0 : 2);
+            },
+            testing::ExitedWithCode(0), "");
 }
 
 TEST_F(DevSeqTreeTest, aNodeThatEndedAndThenFellHasEnded)

@@ -27,7 +27,8 @@ DevMgrMediator::~DevMgrMediator() noexcept(false)
     ZV_NO_THREAD_SAFETY_ANALYSIS // no other owner remains
 {
     FirstFailure failure;
-    for (auto &opened = _opened; !opened.empty(); opened.pop_back())
+    auto opened = std::move(_opened);
+    for (; !opened.empty(); opened.pop_back())
         failure.attempt([&opened] { opened.back()->performClose(); });
     releaseEach(_prtclMap, failure);
     failure.rethrow();

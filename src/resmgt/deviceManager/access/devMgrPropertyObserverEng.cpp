@@ -105,7 +105,8 @@ void DevMgrPropertyObserverEng::detachAll()
     }
     FirstFailure failure;
     for (auto &[uuid, observed] : detached) {
-        auto &[property, observers] = observed;
+        auto &property = observed.property;
+        auto &observers = observed.observers;
         while (!observers.empty()) {
             auto observer = observers.extract(observers.begin());
             failure.attempt([&observer] { observer.value() = nullptr; });

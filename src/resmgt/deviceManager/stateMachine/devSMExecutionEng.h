@@ -35,7 +35,8 @@ public:
     virtual ~DevSMExecutionEng() noexcept(false);
 
     /// 0 while healthy. 1: no transition could be looked up; 2: something other than an `ExBase`
-    /// left a transition; 3: no next state could be looked up; 4: the table contradicts itself. A
+    /// left a transition; 3: no next state could be looked up; 4: the table contradicts itself. 1
+    /// and 3 do not occur: the engine asks its table for numbers that it has checked before. A
     /// machine in `_exc` or `_ill` is healthy: only its state tells.
     virtual std::int32_t getStatus() const = 0;
     /// While a transition runs, still the state that it comes from.
