@@ -655,6 +655,13 @@ TEST(MediatorDeathTest, ARequestThatThrowsEndsTheProcess)
             LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
         },
         ZvTest::aborted(), "report lost");
+    EXPECT_EXIT(
+        {
+            RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+            produce(*mediator->getFifo(), [] { throw DevMgrEx::NameNotFound("report", 1); });
+            LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
+        },
+        ZvTest::aborted(), "");
 }
 
 TEST(Mediator, DestructionExecutesWhatWasQueuedBeforeIt)

@@ -483,6 +483,15 @@ TEST_F(DeviceEndsDeathTest, ARequestThatThrowsEndsTheProcess)
             std::binary_semaphore(0).acquire();
         },
         aborted(), "lens lost");
+    EXPECT_EXIT(
+        {
+            _device = makeShd<Device>(_fifo, makeObj<DevMDStdLoopThreadProtocol>(_fifo),
+                                      makeAccessANOFactory(_handler));
+            _device->performOpen();
+            produce(*_fifo, makeANO([] { throw DevPrtclEx::ExNameNotUnique("lens", 1); }));
+            std::binary_semaphore(0).acquire();
+        },
+        aborted(), "");
 }
 
 TEST_F(DeviceEndsDeathTest, ItsLastReferenceMustNotGoOnItsOwnThread)

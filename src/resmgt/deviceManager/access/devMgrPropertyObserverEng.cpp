@@ -90,8 +90,8 @@ void DevMgrPropertyObserverEng::detach(RCShdPtr<DevMDPropertyAny> property,
         return;
     entry->second.observers.erase(observer);
     if (entry->second.observers.empty()) {
-        _observerMap.erase(
-            entry); // also where the property cannot let go: the next observer begins anew
+        // First of all: where the property cannot let go, the next observer begins anew.
+        _observerMap.erase(entry);
         property->setObserverAEO(nullptr);
     }
 }
