@@ -478,6 +478,32 @@ TEST_F(DevSeqTreeTest, theObserverIsToldOfMachinesThatFail)
     EXPECT_EQ(states, (Log{"R start", "A _exc", "B start", "B _ill"}));
 }
 
+TEST_F(DevSeqTreeTest, anObserverThatIsReplacedEndsWithoutTheLock)
+{
+    class Asking : public DevSeqObserver
+    {
+    public:
+        Asking(DevSeqTree &tree, bool &hasEnded) : _tree(tree), _hasEnded(hasEnded) {}
+        void stateChanged(LiString const &, LiString const &) override {}
+
+    protected:
+        ~Asking() override
+        {
+            std::thread([this] { (void)_tree.getState("R"); }).join();
+            _hasEnded = true;
+        }
+
+    private:
+        DevSeqTree &_tree;
+        bool &_hasEnded;
+    };
+    world.root("R");
+    bool hasEnded = false;
+    world.tree->setObserver(makeShd<Asking>(*world.tree, hasEnded));
+    world.tree->setObserver(nullptr);
+    EXPECT_TRUE(hasEnded);
+}
+
 using DevSeqTreeDeathTest = DevSeqTreeTest;
 
 // In a process of its own: nothing ends that wait.

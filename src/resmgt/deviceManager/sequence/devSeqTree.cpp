@@ -171,8 +171,9 @@ LiString DevSeqTree::getState(LiString const &name)
 
 void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 {
+    RCShdPtr<DevSeqObserver> former(observer); // ends without the lock
     LkGuard<LkLock const> const guard(_lock);
-    _observer = observer;
+    former.swap(_observer);
 }
 
 void DevSeqTree::wait()
