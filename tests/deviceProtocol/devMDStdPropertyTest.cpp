@@ -572,50 +572,5 @@ TEST_F(DevMDStdPropertyTest, AValueIsCopiedOnceOnItsWayToTheFactory)
     drain(*_fifo);
 }
 
-TEST_F(DevMDStdPropertyTest, OneMadeOfFunctionsIsReadAndSetByThem)
-{
-    int value = 3;
-    auto const gain = makeProperty<int>(
-        "gain", "Amplification", _fifo, [&](int &result) { result = value; },
-        [&](int newValue) { value = newValue; });
-    EXPECT_EQ(gain->getName(), "gain");
-    EXPECT_EQ(gain->getDescription(), "Amplification");
-    EXPECT_EQ(gain->getAttributes(), both);
-    Server server(*_fifo, 2);
-    gain->set(4);
-    int read = 0;
-    gain->get(read);
-    EXPECT_EQ(read, 4);
-
-    auto const position = makeProperty<int>("position", "", _fifo, [](int &) {});
-    EXPECT_EQ(position->getAttributes(), DevMDPropertyAny::READABLE);
-}
-
-TEST_F(DevMDStdPropertyTest, AReadingShowsEachNewValueAndTellsOfIt)
-{
-    auto const position = makeShd<DevMDStdReading<int>>("position", "In frames", _fifo, 3);
-    EXPECT_EQ(position->getName(), "position");
-    EXPECT_EQ(position->getDescription(), "In frames");
-    EXPECT_EQ(position->getAttributes(), DevMDPropertyAny::READABLE);
-    position->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
-    auto const read = [&] {
-        Server server(*_fifo, 1);
-        int value = 0;
-        position->get(value);
-        return value;
-    };
-    EXPECT_EQ(read(), 3);
-    position->show(3); // no other value
-    EXPECT_EQ(_log.lines(), Lines{});
-    position->show(4);
-    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
-    EXPECT_EQ(read(), 4);
-    position->show(4);
-    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
-    position->show(5);
-    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 4294967295"}));
-    EXPECT_EQ(read(), 5);
-}
-
 } // namespace
 } // namespace ZvTest
