@@ -45,8 +45,10 @@ Metronome::~Metronome() noexcept(false)
 
 void Metronome::start(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo, OnBeats onBeats)
 {
-    ObjPtr<SeClientThread> client(_client = new Client(*this, fifo, std::move(onBeats)));
+    auto * const added = new Client(*this, fifo, std::move(onBeats));
+    ObjPtr<SeClientThread> client(added);
     SeSyncEngine::getInstance().addClient(name, client, SeSourceClock::getInstance(), 1);
+    _client = added; // the engine has it only now: it may have refused it
     _isUsed = true;
 }
 

@@ -26,7 +26,13 @@ TaskPool::TaskPool(char const *name, unsigned nbThreads)
       _lock(name),
       _done(name, LkPulse::WAKE_ALL)
 {
-    start();
+    // The destructor does not run if a worker is refused. Those that run would wait for work for ever.
+    try {
+        start();
+    } catch (...) {
+        stop();
+        throw;
+    }
 }
 
 TaskPool::~TaskPool() noexcept(false)
