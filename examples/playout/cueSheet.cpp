@@ -4,6 +4,7 @@
 #include "inContext.h"
 #include "propertyText.h"
 
+#include <map>
 #include <stdexcept>
 #include <utility>
 
@@ -16,18 +17,16 @@ std::string toNumber(double number)
     return format("%.17g", number);
 }
 
-/// The property that an event sets, and the value.
-std::pair<std::string, std::string> toSetting(ShowEvent const &event, Stage const &stage,
-                                              Timeline const &timeline)
+/// The property that an event sets, and the value. `fader` is empty if there is none next to the player.
+std::pair<std::string, std::string> toSetting(ShowEvent const &event, std::string const &player,
+                                              std::string const &fader, Timeline const &timeline)
 {
     if (event.action == "jump") {
         double const seconds =
             static_cast<double>(timeline.getFrame(event.value)) * timeline.getInterval();
-        return {stage.findAll("player").front() + ":transport:cue", toNumber(seconds)};
+        return {player + ":transport:cue", toNumber(seconds)};
     }
-    // The player's own neighbour: what lies between them is on its way when the player holds.
-    auto const fader = stage.findNext(stage.findAll("player").front());
-    if (!stage.isA("fader", fader))
+    if (fader.empty())
         throw std::invalid_argument("the player is connected to no fader");
     if (event.action == "gain") {
         if (!parseNumber(event.value))
@@ -53,20 +52,27 @@ void set(RCShdPtr<DevMDPropertyAny> const &property, std::string const &value, P
 
 void setCues(Stage const &stage, PlayoutJob &job)
 {
+    std::string const name = stage.findAll("player").front();
+    // The player's own neighbour: what lies between them is on its way when the player holds.
+    std::string const next = stage.findNext(name);
+    std::string const fader = stage.isA("fader", next) ? next : "";
+    std::map<std::string, RCShdPtr<DevMDPropertyAny>> properties;
     std::vector<Cues::Cue> cues;
     for (auto const &event : job.show.events) {
         std::string const text = event->action + " " + event->value;
         inContext(event->getWhere() + "event " + text, [&] {
             auto const frame = job.timeline->getFrame(event->at);
-            auto const [name, value] = toSetting(*event, stage, *job.timeline);
-            auto const property = stage.properties().getProperty(name.c_str());
+            auto const [path, value] = toSetting(*event, name, fader, *job.timeline);
+            auto &property = properties[path];
+            if (property.isNull())
+                property = stage.properties().getProperty(path.c_str());
             cues.push_back(
                 {frame, text, [property, value = value, &job] { set(property, value, job); }});
         });
     }
     PlayoutDevice *player = nullptr;
-    for (auto const &[name, device] : stage.getDevices())
-        if (name == stage.findAll("player").front())
+    for (auto const &[known, device] : stage.getDevices())
+        if (known == name)
             player = device.get();
     job.cues.set(std::move(cues), [player, &job] {
         // Behind the jump that may still be in its FIFO.

@@ -16,6 +16,8 @@ void Cues::set(std::vector<Cue> cues, std::function<void()> onDone)
                      [](Cue const &left, Cue const &right) { return left.frame < right.frame; });
     _cues = std::move(cues);
     _onDone = std::move(onDone);
+    for (std::size_t i = 0; i < _cues.size(); ++i)
+        _alarms.emplace_back(*this, i);
     LkGuard<LkLock const> const guard(_lock);
     _isDue.assign(_cues.size(), true);
 }
@@ -50,15 +52,14 @@ void Cues::countHappened()
 
 void Cues::stop()
 {
-    std::vector<Alarm> alarms;
     {
         LkGuard<LkLock const> const guard(_lock);
-        _isStopped = true;
-        alarms = _alarms;
+        _isStopped = true; // the handles stay as they are
     }
     // Waits for one that is under way, which needs the lock.
-    for (Alarm const &alarm : alarms)
-        MtAlarmManager::getInstance().deregisterAlarm(alarm.handle);
+    for (Alarm const &alarm : _alarms)
+        if (!alarm.handle.isNull())
+            MtAlarmManager::getInstance().deregisterAlarm(alarm.handle);
 }
 
 std::vector<Cues::Cue> Cues::takeHappened()
@@ -82,23 +83,18 @@ std::vector<Cues::Cue> Cues::getOthers() const
     return {_cues.begin() + static_cast<std::ptrdiff_t>(_nbHappened), _cues.end()};
 }
 
-void Cues::performAlarm(RCShdPtr<MtAlarmHandle> handle, bool goingAway)
+void Cues::Alarm::performAlarm(RCShdPtr<MtAlarmHandle>, bool goingAway)
 {
-    std::size_t index = 0;
-    if (goingAway || !mayHappen(*handle, index))
+    if (goingAway || !_cues.mayHappen(_index))
         return;
-    _cues[index].action();
-    _onDone();
+    _cues._cues[_index].action();
+    _cues._onDone();
 }
 
 /// Otherwise it is due, and waits for the player, or for the cue before it.
-bool Cues::mayHappen(MtAlarmHandle &handle, std::size_t &index)
+bool Cues::mayHappen(std::size_t index)
 {
     LkGuard<LkLock const> const guard(_lock);
-    auto const alarm = std::find_if(_alarms.begin(), _alarms.end(), [&](Alarm const &other) {
-        return other.handle.get() == &handle;
-    });
-    index = alarm->index;
     bool const may = !_isStopped && index == _nbBegun && _cues[index].frame <= _reached;
     if (may)
         ++_nbBegun;
@@ -112,8 +108,8 @@ void Cues::schedule(std::size_t index, double moment)
     if (_isStopped)
         return;
     auto const handle = MtAlarmManager::getInstance().createHandle();
-    handle->setCallback(this);
+    handle->setCallback(&_alarms[index]);
     handle->setAlarmTime(moment);
     MtAlarmManager::getInstance().registerAlarm(handle);
-    _alarms.push_back({handle, index});
+    _alarms[index].handle = handle;
 }

@@ -7,6 +7,7 @@
 #include <resmgt/threadExtensions.h>
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,7 +15,7 @@
 /// Lets things happen at their frames, on the thread of the alarm manager. By the clock each has its moment; where the
 /// player is late, or there is no clock, it has it when the player gets there. The player holds until it has happened,
 /// so that it happens between the right two frames.
-class Cues : private Zv::MtAlarmHandle::Callback
+class Cues
 {
 public:
     struct Cue
@@ -27,7 +28,7 @@ public:
     Cues() = default;
     Cues(Cues const &) = delete;
     Cues &operator=(Cues const &) = delete;
-    ~Cues() noexcept(false) override;
+    ~Cues() noexcept(false);
 
     /// All cues, before the player begins. `onDone` is called when the action of one has returned, on the alarm manager's
     /// thread: it sees to it that `countHappened` is called when what the action has asked for is done.
@@ -47,20 +48,29 @@ public:
     std::vector<Cue> getOthers() const;
 
 private:
-    struct Alarm
+    /// Of one cue.
+    class Alarm final : public Zv::MtAlarmHandle::Callback
     {
-        Zv::RCShdPtr<Zv::MtAlarmHandle> handle;
-        std::size_t index; // of its cue
+    public:
+        Alarm(Cues &cues, std::size_t index) : _cues(cues), _index(index) {}
+
+        void performAlarm(Zv::RCShdPtr<Zv::MtAlarmHandle> handle, bool goingAway) override;
+
+        Zv::RCShdPtr<Zv::MtAlarmHandle>
+            handle; // null before the cue is scheduled; guarded by the lock of the cues
+
+    private:
+        Cues &_cues;
+        std::size_t _index;
     };
 
-    void performAlarm(Zv::RCShdPtr<Zv::MtAlarmHandle> handle, bool goingAway) override;
-    bool mayHappen(Zv::MtAlarmHandle &handle, std::size_t &index);
+    bool mayHappen(std::size_t index);
     void schedule(std::size_t index, double moment) ZV_REQUIRES(_lock);
 
     Zv::LkLock mutable _lock{"Cues"};
     std::vector<Cue> _cues; // by frame; unchanged from `set` on, as is what follows
     std::function<void()> _onDone;
-    std::vector<Alarm> _alarms ZV_GUARDED_BY(_lock);
+    std::deque<Alarm> _alarms;                     // of all cues
     std::vector<bool> _isDue ZV_GUARDED_BY(_lock); // its moment has come, and the player has not
     std::int64_t _reached ZV_GUARDED_BY(_lock) = -1;
     std::size_t _nbBegun ZV_GUARDED_BY(_lock) = 0;
