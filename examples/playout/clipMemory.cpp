@@ -28,9 +28,10 @@ ClipMemory::ClipMemory(ShowMemory const &show, MemoryFigures &figures)
       _factory(MbStateMachine::getInstance(false).getInitialState(), makeManager(show))
 {}
 
-MbBuffer ClipMemory::createPage(ClipPage::Fill fill, int bytes, ClipPage *&page)
+MbBuffer ClipMemory::createPage(ClipPage::Fill fill, int bytes, ClipPage::Place place,
+                                ClipPage *&page)
 {
-    page = new ClipPage(std::move(fill), _loader, _figures);
+    page = new ClipPage(std::move(fill), place, _loader, _figures);
     return _factory.create("page", ObjPtr<MbProtocol>(page), bytes,
                            MbAlignment(alignof(double) - 1, 0, 0));
 }

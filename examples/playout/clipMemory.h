@@ -17,7 +17,7 @@ public:
     ClipMemory(ShowMemory const &show, MemoryFigures &figures);
 
     /// A page of so many bytes, on a multiple of 8. `page` receives its protocol, which is the buffer's.
-    Zv::MbBuffer createPage(ClipPage::Fill fill, int bytes, ClipPage *&page);
+    Zv::MbBuffer createPage(ClipPage::Fill fill, int bytes, ClipPage::Place place, ClipPage *&page);
     int getPageBytes() const { return static_cast<int>(_show.page); }
     /// How many pages there is room for beside the one that is being played, and no more than the show wants.
     int getAhead() const;

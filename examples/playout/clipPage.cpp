@@ -2,8 +2,8 @@
 
 using namespace Zv;
 
-ClipPage::ClipPage(Fill fill, TaskPool &loader, MemoryFigures &figures)
-    : _fill(std::move(fill)), _loader(loader), _figures(figures)
+ClipPage::ClipPage(Fill fill, Place const &place, TaskPool &loader, MemoryFigures &figures)
+    : _fill(std::move(fill)), _place(place), _loader(loader), _figures(figures)
 {}
 
 void ClipPage::asyncLoad(void *memory, std::uint64_t size, LkAsyncHandle *handle)
@@ -18,7 +18,9 @@ void ClipPage::asyncReload(void *memory, std::uint64_t size, LkAsyncHandle *hand
 
 void ClipPage::unload(void *, std::uint64_t size)
 {
+    _place.unloaded.add(_place.index);
     _isPrefetched = false;
+    _hasMemory = false;
     _figures.given(size, true);
 }
 
@@ -29,7 +31,8 @@ void ClipPage::free(void *, std::uint64_t size)
 
 void ClipPage::fill(void *memory, std::uint64_t size, bool isReload)
 {
-    _figures.taken(size, isReload);
+    _hasMemory = true;
+    _figures.taken(size, isReload || _place.wasLoaded);
     try {
         _fill(memory, size);
     } catch (...) {
@@ -40,6 +43,7 @@ void ClipPage::fill(void *memory, std::uint64_t size, bool isReload)
 
 void ClipPage::fillLater(void *memory, std::uint64_t size, bool isReload, LkAsyncHandle *handle)
 {
+    _hasMemory = true;
     _loader.add([=, this] {
         bool isFilled = true;
         try {

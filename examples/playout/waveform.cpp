@@ -15,6 +15,7 @@ namespace {
 
 constexpr int WIDTH = 1200;
 constexpr int HEIGHT = 240;
+constexpr std::size_t MOST_PEAKS = 1 << 16; // even
 
 /// The vertical place of a sample.
 int toY(double sample)
@@ -57,8 +58,29 @@ void Waveform::add(RCShdPtr<AudioBlock> const &block)
 {
     auto const frames = static_cast<int>(block->samples.size()) / _format.channels;
     _frames += frames;
+    if (_peaks.size() == MOST_PEAKS)
+        merge();
     Peaks &peaks = _peaks.emplace_back(Peaks{frames, {}});
     _pool.add([&peaks, block] { compute(peaks, block->samples); });
+}
+
+/// Two blocks become one, so that a long recording takes no more memory than a short one. Then a column of the picture
+/// still shows more than a hundred parts.
+void Waveform::merge()
+{
+    _pool.finish();
+    std::deque<Peaks> merged;
+    for (std::size_t i = 0; i + 1 < _peaks.size(); i += 2) {
+        Peaks &both = merged.emplace_back(Peaks{_peaks[i].frames + _peaks[i + 1].frames, {}});
+        std::size_t const half = both.parts.size() / 2;
+        for (std::size_t part = 0; part < both.parts.size(); ++part) {
+            Peaks const &one = _peaks[i + part / half];
+            std::size_t const first = part % half * 2;
+            both.parts[part] = one.parts[first];
+            both.parts[part].include(one.parts[first + 1]);
+        }
+    }
+    _peaks = std::move(merged);
 }
 
 void Waveform::compute(Peaks &peaks, std::vector<double> const &samples)

@@ -11,7 +11,8 @@
 #include <string>
 #include <vector>
 
-/// Has the peaks of a recording computed by a pool of threads while it is made, and draws them. One thread uses it.
+/// Has the peaks of a recording computed by a pool of threads while it is made, and draws them. Takes no more than a few
+/// megabytes, however long the recording is. One thread uses it.
 class Waveform
 {
 public:
@@ -34,11 +35,12 @@ private:
     /// Of one block, over all channels.
     struct Peaks
     {
-        std::int32_t frames;
+        std::int64_t frames;
         std::array<Extent, 4> parts;
     };
 
     static void compute(Peaks &peaks, std::vector<double> const &samples);
+    void merge();
     std::vector<Extent> toColumns() const;
 
     AudioFormat const _format;
