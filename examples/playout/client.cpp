@@ -3,11 +3,11 @@
 #include "cueSheet.h"
 #include "playoutEx.h"
 #include "realTime.h"
+#include "shownText.h"
 #include "signals.h"
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 #include <initializer_list>
 
 using namespace Zv;
@@ -16,6 +16,7 @@ namespace {
 
 constexpr int BLOCK_FRAMES = 1024;
 constexpr double SIGNAL_INTERVAL = 0.05; // seconds, in which a signal is noticed
+constexpr std::size_t LONGEST_NAME = 80; // bytes of a device's name that are shown
 constexpr double GRACE = 0.25;           // seconds, in which a failure travels along streams
 
 double now()
@@ -28,21 +29,12 @@ bool isOneOf(std::string const &state, std::initializer_list<char const *> state
     return std::find(states.begin(), states.end(), state) != states.end();
 }
 
-std::string chooseOutput(Options const &options, Show const &show)
-{
-    if (!options.output.empty())
-        return options.output;
-    if (show.output.empty())
-        ZV_THROW(PlayoutEx::Client, (show.getWhere() + "show: it names no output").c_str());
-    return show.resolve(show.output);
-}
-
 } // namespace
 
-Client::Client(Options const &options, Show const &show)
+Client::Client(Options const &options, Show const &show, std::string const &output)
     : _options(options),
-      _job(makeShd<PlayoutJob>(show, chooseOutput(options, show),
-                               options.blockFrames.value_or(BLOCK_FRAMES), options.fast)),
+      _job(makeShd<PlayoutJob>(show, output, options.blockFrames.value_or(BLOCK_FRAMES),
+                               options.fast)),
       _stage(_job),
       _observer(makeShd<PropertyObserver>(_job)),
       _stateObserver(makeShd<StateObserver>(_job))
@@ -50,7 +42,6 @@ Client::Client(Options const &options, Show const &show)
 
 bool Client::run()
 {
-    checkFiles();
     _stage.build();
     setCues(_stage, *_job);
     show();
@@ -68,21 +59,11 @@ bool Client::run()
     return _job->isComplete();
 }
 
-void Client::checkFiles() const
-{
-    namespace fs = std::filesystem;
-    std::error_code ignored; // a file that is missing is no other file
-    for (auto const &clip : _job->show.clips)
-        for (auto const &path :
-             {_job->output, _job->output + ".part", _job->picture, _job->picture + ".part"})
-            if (fs::equivalent(_job->show.resolve(clip->file), path, ignored))
-                ZV_THROW(PlayoutEx::Output, path.c_str(), "it is the input");
-}
-
 void Client::show()
 {
     if (_options.realTime)
-        _display.line(RealTime::getOutcome());
+        for (auto const &line : RealTime::getOutcome())
+            _display.line(line);
     _display.line(_stage.getTree());
     for (auto const &connection : _job->show.connections)
         _display.line("  " + connection->stream);
@@ -157,7 +138,8 @@ void Client::followStates()
     for (auto const &move : _stateObserver->takeMoves()) {
         std::string &known = _states[move.device];
         _display.line(format("  %8.3f ms  %-10s %s -> %s", (move.time - _startedAt) * 1000,
-                             move.device.c_str(), known.c_str(), move.state.c_str()));
+                             shorten(move.device, LONGEST_NAME).c_str(), known.c_str(),
+                             move.state.c_str()));
         known = move.state;
     }
 }
@@ -228,14 +210,14 @@ void Client::showResult()
     _display.statistics("device", nullptr, 0, 0);
     for (auto const &[name, device] : _stage.getDevices()) {
         auto const figures = device->getStatistics();
-        _display.statistics(name, &figures, _startedAt, _stoppedAt);
+        _display.statistics(shorten(name, LONGEST_NAME), &figures, _startedAt, _stoppedAt);
     }
     if (_job->isPaced)
         _display.beats("clock", nullptr);
     for (auto const &[name, device] : _stage.getDevices())
         if (auto const &metronome = device->getMetronome(); metronome.isUsed()) {
             auto const figures = metronome.getFigures();
-            _display.beats(name, &figures);
+            _display.beats(shorten(name, LONGEST_NAME), &figures);
         }
     if (_job->show.memory)
         _display.memory(*_job->show.memory, _job->memoryFigures.get());

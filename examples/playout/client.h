@@ -14,18 +14,16 @@
 class Client
 {
 public:
-    /// Both outlive the client. Throws `PlayoutEx`.
-    Client(Options const &options, Show const &show);
+    /// Options and show outlive the client. Throws `PlayoutEx`.
+    Client(Options const &options, Show const &show, std::string const &output);
     Client(Client const &) = delete;
     Client &operator=(Client const &) = delete;
 
     /// Returns when the recording has gone through and everything is closed. Throws what went wrong, when everything is
     /// closed as well; returns false where a signal has stopped it.
     bool run();
-    std::string const &getOutput() const { return _job->output; }
 
 private:
-    void checkFiles() const;
     void show();
     void setProperties();
     void observe();

@@ -1,5 +1,7 @@
 #include "display.h"
 
+#include "shownText.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +13,7 @@
 namespace {
 
 constexpr int BAR_WIDTH = 40;
+constexpr std::size_t LONGEST_LINE = 4096; // bytes
 constexpr double UNKNOWN_LENGTH_STEP = 10; // seconds a line
 
 } // namespace
@@ -34,7 +37,7 @@ void Display::line(std::string const &text)
 {
     if (std::exchange(_isBarShown, false))
         std::cout << "\r\033[K";
-    std::cout << text << std::endl;
+    std::cout << toShownText(shorten(text, LONGEST_LINE)) << std::endl;
 }
 
 std::string Display::toDecibels(double level)

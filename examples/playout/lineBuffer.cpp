@@ -1,6 +1,7 @@
 #include "lineBuffer.h"
 
 #include "playoutEx.h"
+#include "signals.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,20 +13,23 @@ LineBuffer::LineBuffer(std::string const &path)
     errno = std::filesystem::is_directory(path) ? EISDIR : 0;
     if (errno == 0)
         _file.open(path, std::ios::binary);
+    if (!_file.is_open() && Signals::getCaught()) // at a pipe that no other process has opened yet
+        ZV_THROW(PlayoutEx::Interrupted);
     if (!_file.is_open())
         ZV_THROW(PlayoutEx::Input, path.c_str(), std::strerror(errno));
 }
 
 std::streamsize LineBuffer::xsgetn(char *block, std::streamsize size)
 {
-    if (_rest.empty()) {
-        if (!std::getline(_file, _rest))
+    if (_place == _text.size()) {
+        if (!std::getline(_file, _text))
             return 0;
-        _rest += '\n';
+        _text += '\n';
+        _place = 0;
         ++_line;
     }
-    auto const count = std::min(_rest.size(), static_cast<std::size_t>(size));
-    std::fill(std::copy_n(_rest.begin(), count, block), block + size, ' ');
-    _rest.erase(0, count);
+    auto const count = std::min(_text.size() - _place, static_cast<std::size_t>(size));
+    std::fill(std::copy_n(_text.data() + _place, count, block), block + size, ' ');
+    _place += count;
     return size;
 }

@@ -21,6 +21,7 @@ protected:
 
 private:
     std::ifstream _file;
-    std::string _rest; // of a line that is longer than a block
+    std::string _text;      // a line
+    std::size_t _place = 0; // in it: it may be longer than a block
     int _line = 0;
 };

@@ -1,12 +1,17 @@
 // zvplayout: recordings through a tree of managed devices.
 
 #include "client.h"
+#include "fileCheck.h"
 #include "options.h"
 #include "playoutEx.h"
 #include "realTime.h"
+#include "shownText.h"
 #include "signals.h"
 
 #include <zvbase/zvbase.h>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -23,18 +28,16 @@ enum Status
     SIGNALLED = 128 // and the number of the signal
 };
 
-/// Sends the log to a file, with all levels on.
+constexpr std::size_t LONGEST_MESSAGE = 1000; // bytes
+
+/// Sends the log to a file, with all levels on. Without a file there is no log: a failed assertion, which is told there
+/// too, is reported once.
 class TraceFile
 {
 public:
-    /// Nothing for an empty path.
-    explicit TraceFile(std::string const &path) : _path(path)
+    TraceFile()
     {
-        if (path.empty())
-            return;
-        if (!Zv::LgTrace::openFile(path.c_str()))
-            ZV_THROW(PlayoutEx::Output, path.c_str(), std::strerror(errno));
-        Zv::Trace::setEnabled("*", true);
+        Zv::LgTrace::setOutput([](void *, char const *, std::size_t) {}, nullptr);
     }
     TraceFile(TraceFile const &) = delete;
     TraceFile &operator=(TraceFile const &) = delete;
@@ -42,6 +45,20 @@ public:
     {
         if (!_path.empty())
             Zv::LgTrace::closeFile();
+    }
+
+    /// Does nothing for an empty path. Throws `PlayoutEx::Output`.
+    void open(std::string const &path)
+    {
+        if (path.empty())
+            return;
+        if (!Zv::LgTrace::openFile(path.c_str())) {
+            if (errno == EINTR && Signals::getCaught()) // at a pipe that nobody reads yet
+                ZV_THROW(PlayoutEx::Interrupted);
+            ZV_THROW(PlayoutEx::Output, path.c_str(), std::strerror(errno));
+        }
+        _path = path;
+        Zv::Trace::setEnabled("*", true);
     }
 
     void close()
@@ -56,42 +73,65 @@ private:
     std::string _path;
 };
 
-int report(char const *reason)
+int report(std::string const &reason)
 {
-    std::cerr << "zvplayout: " << reason << std::endl;
+    Signals::beginReport();
+    std::cerr << "zvplayout: " << toShownText(reason) << std::endl;
     return FAILED;
 }
 
-int dump(Show &show)
+int reportSignal(std::string const &output)
 {
-    std::cout << Zv::XmlWriter().toXmlDocument(show).getChars() << std::flush;
+    Signals::beginReport();
+    std::cerr << "zvplayout: " << Signals::getMessage(output) << std::endl;
+    return SIGNALLED + Signals::getCaught();
+}
+
+/// Writes a text that is all that was asked for. Throws `PlayoutEx::Output`.
+void print(std::string const &text, char const *name)
+{
+    errno = 0;
+    std::cout << text << std::flush;
     if (!std::cout)
-        ZV_THROW(PlayoutEx::Output, "the show", std::strerror(errno));
-    return DONE;
+        ZV_THROW(PlayoutEx::Output, name, std::strerror(errno));
+}
+
+std::string chooseOutput(Options const &options, Show const &show)
+{
+    if (!options.output.empty())
+        return options.output;
+    if (show.output.empty() && !options.dumpShow)
+        ZV_THROW(PlayoutEx::Client, (show.getWhere() + "show: it names no output").c_str());
+    return show.output.empty() ? "" : show.resolve(show.output);
 }
 
 int playOut(Options const &options)
 {
+    std::string output = options.output;
     try {
-        TraceFile trace(options.trace);
+        TraceFile trace;
         bool isComplete = false;
-        std::string output;
         {
+            Signals::setOutput(output);
             if (options.realTime)
                 RealTime::request();
             Zv::InPackageScope packages;
             auto const show = options.makeShow();
-            if (options.dumpShow)
-                return dump(*show);
-            Client client(options, *show);
-            output = client.getOutput();
+            output = chooseOutput(options, *show);
+            Signals::setOutput(output);
+            checkFiles(options, *show, output);
+            trace.open(options.trace);
+            if (options.dumpShow) {
+                print(Zv::XmlWriter().toXmlDocument(*show).getChars(), "the show");
+                return DONE;
+            }
+            Client client(options, *show, output);
             isComplete = client.run();
         }
         trace.close();
-        if (isComplete)
-            return DONE;
-        report(("interrupted: " + output + " was not written").c_str());
-        return SIGNALLED + Signals::getCaught();
+        return isComplete ? DONE : reportSignal(output);
+    } catch (PlayoutEx::Interrupted const &) {
+        return reportSignal(output);
     } catch (Zv::ExBase const &failure) {
         return report(failure.getReason());
     } catch (std::exception const &failure) {
@@ -99,20 +139,34 @@ int playOut(Options const &options)
     }
 }
 
+/// A file that is opened must not get the number of a standard stream that is closed. What is written there fails as
+/// before.
+void occupyStandardStreams()
+{
+    for (int const number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(number, F_GETFD) < 0) // then it is the lowest number that is free
+            ::open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    occupyStandardStreams();
     Options options;
     try {
         options = Options::parse(argc, argv);
     } catch (Options::Error const &error) {
-        std::cerr << "zvplayout: " << error.what() << "\nzvplayout --help lists what it takes"
-                  << std::endl;
+        std::cerr << "zvplayout: " << toShownText(shorten(error.what(), LONGEST_MESSAGE))
+                  << "\nzvplayout --help lists what it takes" << std::endl;
         return WRONG_USAGE;
     }
     if (options.help) {
-        std::cout << Options::getHelp();
+        try {
+            print(Options::getHelp(), "the help");
+        } catch (PlayoutEx const &failure) {
+            return report(failure.getReason());
+        }
         return DONE;
     }
     Signals::install();

@@ -85,6 +85,8 @@ Options Options::parse(int argc, char const * const *argv)
         options.output = files[1];
     else if (files.size() != 1 || !options.isShow())
         throw Error("an INPUT and an OUTPUT are needed");
+    if (options.input.empty() || (files.size() == 2 && options.output.empty()))
+        throw Error("the name of a file is empty");
     if (options.isShow() && options.blockFrames)
         throw Error("--block: the blocks of a show are the frames of its clock");
     if (options.dumpShow && (options.gain || !options.properties.empty()))

@@ -1,8 +1,10 @@
 #include "partFile.h"
 
 #include "playoutEx.h"
+#include "signals.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,27 +12,113 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
-PartFile::PartFile(std::string const &path) : _path(path), _partPath(path + ".part")
+namespace {
+
+constexpr int MOST_LINKS = 40; // as the system's own limit
+
+[[noreturn]] void refuse(std::string const &path, int error)
+{
+    ZV_THROW(PlayoutEx::Output, path.c_str(), std::strerror(error));
+}
+
+} // namespace
+
+PartFile::PartFile(std::string const &path)
+    : _path(path), _target(getTarget(path)), _partPath(_target + ".part")
 {
     struct stat status = {};
-    int error = 0;
-    if (::stat(path.c_str(), &status) == 0)
-        error = S_ISDIR(status.st_mode) ? EISDIR : ::access(path.c_str(), W_OK) != 0 ? errno : 0;
-    if (error)
-        ZV_THROW(PlayoutEx::Output, path.c_str(), std::strerror(error));
-    _descriptor = ::open(_partPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (_descriptor < 0)
-        ZV_THROW(PlayoutEx::Output, _partPath.c_str(), std::strerror(errno));
+    if (::stat(_target.c_str(), &status) == 0) {
+        if (S_ISDIR(status.st_mode))
+            refuse(path, EISDIR);
+        if (!S_ISREG(status.st_mode))
+            ZV_THROW(PlayoutEx::Output, path.c_str(), "it is not a regular file");
+        if (::access(_target.c_str(), W_OK) != 0)
+            refuse(path, errno);
+    }
+    Signals::Critical const critical;
+    open();
+    _number = Signals::remember(_partPath, _descriptor);
 }
 
 PartFile::~PartFile()
 {
-    if (_descriptor >= 0)
-        ::close(_descriptor);
-    if (!_partPath.empty())
+    // Another process may have a part under this name, if this one was removed meanwhile.
+    if (_descriptor >= 0 && Signals::isFileAt(_partPath.c_str(), _descriptor))
         std::remove(_partPath.c_str());
+    close();
+}
+
+std::string PartFile::getTarget(std::string const &path)
+{
+    namespace fs = std::filesystem;
+    fs::path target = path;
+    std::error_code none;
+    for (int i = 0; fs::is_symlink(target, none); ++i) {
+        if (i == MOST_LINKS)
+            refuse(path, ELOOP);
+        fs::path const next = fs::read_symlink(target, none);
+        if (none)
+            refuse(path, none.value());
+        target = target.parent_path() / next; // or `next`, if that is absolute
+    }
+    return target;
+}
+
+void PartFile::open()
+{
+    // Whoever finds a part that is not locked removes it, also one that was made in this moment and is not locked yet.
+    while (!makeAndLock()) {
+    }
+}
+
+/// False if another process has been faster.
+bool PartFile::makeAndLock()
+{
+    _descriptor = ::open(_partPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (_descriptor < 0) {
+        if (errno != EEXIST)
+            refuse(_partPath, errno);
+        removeLeftOver();
+        return false;
+    }
+    bool const isLocked = ::flock(_descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+    if (isLocked && Signals::isFileAt(_partPath.c_str(), _descriptor))
+        return true;
+    ::close(std::exchange(_descriptor, -1));
+    return false;
+}
+
+void PartFile::removeLeftOver() const
+{
+    int const descriptor =
+        ::open(_partPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (descriptor < 0 && errno == ENOENT)
+        return;
+    struct stat status = {};
+    bool const isRegular =
+        descriptor >= 0 && ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    bool const isLocked = isRegular && ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    bool const isBusy = isRegular && !isLocked && errno == EWOULDBLOCK;
+    int error = isLocked || isBusy ? 0 : EEXIST;
+    if (isLocked && Signals::isFileAt(_partPath.c_str(), descriptor) &&
+        std::remove(_partPath.c_str()) != 0)
+        error = errno;
+    if (descriptor >= 0)
+        ::close(descriptor);
+    if (isBusy)
+        ZV_THROW(PlayoutEx::Output, _path.c_str(), "another process is writing it");
+    if (error)
+        refuse(_partPath, error);
+}
+
+void PartFile::close()
+{
+    Signals::forget(std::exchange(_number, -1));
+    if (_descriptor >= 0)
+        ::close(std::exchange(_descriptor, -1));
 }
 
 template <class Result>
@@ -80,16 +168,44 @@ void PartFile::write(std::string const &text)
     throwIfFailed();
 }
 
+std::string PartFile::readAt(off_t offset, std::size_t count)
+{
+    std::string bytes(count, '\0');
+    auto const found = noted(::pread(_descriptor, bytes.data(), count, offset));
+    throwIfFailed();
+    bytes.resize(static_cast<std::size_t>(found));
+    return bytes;
+}
+
+void PartFile::writeAt(off_t offset, std::string const &bytes)
+{
+    noted(::lseek(_descriptor, offset, SEEK_SET));
+    write(bytes);
+}
+
+void PartFile::finish()
+{
+    // Without this, a power cut may leave the name with an empty file.
+    int result = 0;
+    do
+        result = ::fsync(_descriptor);
+    while (result != 0 && errno == EINTR);
+    noted(result);
+    throwIfFailed();
+}
+
 void PartFile::commit()
 {
-    noted(::close(std::exchange(_descriptor, -1)));
-    if (!_systemError && noted(std::rename(_partPath.c_str(), _path.c_str())) == 0)
-        _partPath.clear();
     throwIfFailed();
+    if (!Signals::isFileAt(_partPath.c_str(), _descriptor))
+        ZV_THROW(PlayoutEx::Output, _path.c_str(), "its part was removed or replaced meanwhile");
+    noted(std::rename(_partPath.c_str(), _target.c_str()));
+    throwIfFailed();
+    close();
 }
 
 void PartFile::throwIfFailed() const
 {
     if (_systemError)
-        ZV_THROW(PlayoutEx::Output, _path.c_str(), std::strerror(_systemError));
+        refuse(_path, _systemError);
 }

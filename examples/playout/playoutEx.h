@@ -5,7 +5,8 @@
 
 #include <stdexcept>
 
-/// Caught as `Zv::ExBase`, like every failure of the library, and as `std::runtime_error`.
+/// Caught as `Zv::ExBase`, like every failure of the library, and as `std::runtime_error`. Long texts are cut in the
+/// middle, so that a reason has room behind a name of any length.
 class PlayoutEx : public Zv::ExBase
 {
 public:
@@ -16,6 +17,7 @@ public:
     class NeighbourFailed;
     class Client;
     class Show;
+    class Interrupted;
 
     using ExBase::ExBase;
 };
@@ -74,4 +76,12 @@ class PlayoutEx::Show : public std::runtime_error, public PlayoutEx
 public:
     Show(char const *file, int line, char const *path, int lineOfShow, char const *reason);
     ZV_EXCEPTION_MEMBERS(Show)
+};
+
+/// A signal has asked for a stop: "interrupted"
+class PlayoutEx::Interrupted : public std::runtime_error, public PlayoutEx
+{
+public:
+    Interrupted(char const *file, int line);
+    ZV_EXCEPTION_MEMBERS(Interrupted)
 };

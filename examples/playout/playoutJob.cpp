@@ -10,9 +10,14 @@ PlayoutJob::PlayoutJob(Show const &playedShow, std::string outputPath, int frame
       output(std::move(outputPath)),
       blockFrames(framesPerBlock),
       timeline(show.clock ? new Timeline(show.clock->rate) : nullptr),
-      picture(timeline ? std::filesystem::path(output).replace_extension(".svg").string() : ""),
+      picture(getPicturePath(show, output)),
       isPaced(timeline && !isFast)
 {}
+
+std::string PlayoutJob::getPicturePath(Show const &show, std::string const &output)
+{
+    return show.clock ? std::filesystem::path(output).replace_extension(".svg").string() : "";
+}
 
 void PlayoutJob::complete()
 {

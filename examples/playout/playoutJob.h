@@ -19,11 +19,14 @@ public:
     /// The show outlives the job. `isFast`: its clock does not pace it.
     PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock, bool isFast);
 
+    /// The path of the picture that a show gets, beside its output; empty for a show without a clock.
+    static std::string getPicturePath(Show const &show, std::string const &output);
+
     Show const &show;
     std::string const output;
     int const blockFrames;                          ///< where there is no timeline
     std::unique_ptr<Timeline const> const timeline; ///< null for a show without a clock
-    std::string const picture; ///< of the waveform, beside the output; empty without a timeline
+    std::string const picture;                      ///< of the waveform; empty for none
     bool const isPaced;
     Cues cues;
     MemoryFigures memoryFigures;

@@ -21,24 +21,25 @@ void RealTime::request()
     MtThreadMgr::indicateAppIsRealTime(false); // one that is refused plays on
 }
 
-std::string RealTime::getOutcome()
+std::vector<std::string> RealTime::getOutcome()
 {
     if (MtThreadMgr::getInstance().isRealTime())
-        return "  real time: granted; devices and clock are scheduled before all ordinary threads";
+        return {
+            "  real time: granted; devices and clock are scheduled before all ordinary threads"};
     if (char const * const value = std::getenv("ZV_THREAD_NO_REALTIME"))
         if (std::atoi(value) != 0)
-            return "  real time: not asked for, since ZV_THREAD_NO_REALTIME is set; unset it";
+            return {"  real time: not asked for, since ZV_THREAD_NO_REALTIME is set; unset it"};
     rlimit limit = {};
     getrlimit(RLIMIT_RTPRIO, &limit);
     std::string const found = limit.rlim_cur < NEEDED
                                   ? format("its limit RLIMIT_RTPRIO is %llu",
                                            static_cast<unsigned long long>(limit.rlim_cur))
                                   : "the system keeps it from others than the root";
-    return "  real time: refused; this process has no capability CAP_SYS_NICE, and " + found +
-           "\n    to have it granted, do one of these:\n" +
-           format("      a line \"@audio - rtprio %d\" in /etc/security/limits.conf, and a new "
-                  "login of a member\n",
-                  static_cast<int>(NEEDED)) +
-           "      setcap cap_sys_nice+ep on the program, as root\n"
-           "      --cap-add SYS_NICE, or --ulimit rtprio=31, where it runs in a container";
+    return {"  real time: refused; this process has no capability CAP_SYS_NICE, and " + found,
+            "    to have it granted, do one of these:",
+            format("      a line \"@audio - rtprio %d\" in /etc/security/limits.conf, and a new "
+                   "login of a member",
+                   static_cast<int>(NEEDED)),
+            "      setcap cap_sys_nice+ep on the program, as root",
+            "      --cap-add SYS_NICE, or --ulimit rtprio=31, where it runs in a container"};
 }

@@ -14,15 +14,19 @@ namespace {
     ZV_THROW(PlayoutEx::Client, (std::string(name) + ": " + reason).c_str());
 }
 
-/// The writer takes values as they are; a quote or a bracket would not come back.
+/// The writer takes values as they are; a quote or a bracket would not come back, and a control character would be an
+/// order to the terminal.
 std::string escape(std::string const &value)
 {
     std::string escaped;
-    for (char const c : value)
-        if (std::string_view("\"'&<>\t\r\n").find(c) != std::string_view::npos)
-            escaped += "&#" + std::to_string(int{c}) + ";";
+    for (char const c : value) {
+        int const byte = static_cast<unsigned char>(c);
+        bool const isControl = byte < 0x20 || (byte >= 0x7F && byte < 0xA0);
+        if (isControl || std::string_view("\"'&<>").find(c) != std::string_view::npos)
+            escaped += "&#" + std::to_string(byte) + ";";
         else
             escaped += c;
+    }
     return escaped;
 }
 
@@ -43,12 +47,15 @@ void ShowAttributes::choice(char const *name, std::string &value,
 void ShowAttributesRead::text(char const *name, std::string &value)
 {
     try {
-        value = _attributes.getValue(name).getChars();
+        LiString const text = _attributes.getValue(name);
+        value.assign(text.getChars(), static_cast<std::size_t>(text.getLength()));
     } catch (XmlEx const &failure) {
         refuse(name, failure.getReason());
     }
     if (value.find('\n') != value.npos)
         refuse(name, "its value goes over the end of a line");
+    if (value.find('\0') != value.npos)
+        refuse(name, "its value has a zero byte");
     _attributes.removeAttribute(name);
     if (_attributes.exists(name))
         refuse(name, "it stands there twice");

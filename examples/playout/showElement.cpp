@@ -8,7 +8,8 @@ using namespace Zv;
 XmlBaseElement *ShowElement::createElement(XmlReader &reader, LiString const &name,
                                            XmlAttributeList const &)
 {
-    ShowElement * const child = makeChild(name.getChars());
+    ShowElement * const child =
+        makeChild(std::string(name.getChars(), static_cast<std::size_t>(name.getLength())));
     if (!child)
         ZV_THROW(PlayoutEx::Client, ("it has no place in " + std::string(_tag)).c_str());
     child->_where = static_cast<ShowReader &>(reader).getWhere();

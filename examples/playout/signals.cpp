@@ -1,24 +1,110 @@
 #include "signals.h"
 
+#include "shownText.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
 #include <atomic>
+#include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstring>
+#include <ctime>
 
 namespace {
 
+constexpr long PATIENCE =
+    450'000'000; // nanoseconds from the signal to the end, or to the second look
+constexpr int TIMER_SIGNAL = SIGVTALRM;
+
+enum class Stage
+{
+    running,
+    critical,
+    complete,  // the output is in its place
+    reporting, // the main thread says how the process ends
+    ending     // at once
+};
+
+struct File
+{
+    std::atomic<bool> isUsed = false;
+    int descriptor = -1;
+    char path[PATH_MAX] = {};
+};
+
+struct Message
+{
+    char text[1024] = {};
+    std::size_t length = 0;
+};
+
+// All that a signal handler reads.
 std::atomic<int> caught = 0;
+std::atomic<Stage> stage = Stage::running;
+std::array<File, 4> files;
+std::array<Message, 2> messages; // one is read while the other is written
+std::atomic<std::size_t> current = 0;
+std::atomic<bool> isPatienceOver = false;
+timer_t timer = {};
+bool hasTimer = false;
+
 static_assert(std::atomic<int>::is_always_lock_free);
+static_assert(std::atomic<Stage>::is_always_lock_free);
+static_assert(std::atomic<std::size_t>::is_always_lock_free);
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+void stopLater(int number)
+{
+    int none = 0;
+    if (!caught.compare_exchange_strong(none, number) || !hasTimer)
+        return;
+    itimerspec const times = {{0, PATIENCE}, {0, PATIENCE}};
+    timer_settime(timer, 0, &times, nullptr);
+}
+
+/// The orderly stop did not come to its end.
+void stopNow(int)
+{
+    int const error = errno;
+    bool const isSecondLook = isPatienceOver.exchange(true);
+    Stage seen = Stage::running;
+    if (stage.compare_exchange_strong(seen, Stage::ending)) {
+        for (File const &file : files)
+            if (file.isUsed && Signals::isFileAt(file.path, file.descriptor))
+                ::unlink(file.path);
+        Message const &message = messages[current];
+        [[maybe_unused]] auto const ignored = ::write(STDERR_FILENO, message.text, message.length);
+        ::_exit(128 + caught);
+    }
+    if (isSecondLook && seen == Stage::complete)
+        ::_exit(0);
+    if (isSecondLook && seen == Stage::reporting)
+        ::_exit(128 + caught);
+    errno = error;
+}
 
 } // namespace
 
 void Signals::install()
 {
+    setOutput("");
+    struct sigaction action = {};
+    action.sa_handler = &stopNow;
+    sigaction(TIMER_SIGNAL, &action, nullptr);
+    struct sigevent event = {};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = TIMER_SIGNAL;
+    hasTimer = timer_create(CLOCK_MONOTONIC, &event, &timer) == 0;
     for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction action = {};
+        action = {};
         sigaction(signal, nullptr, &action);
         if (action.sa_handler == SIG_IGN)
             continue; // somebody has decided so: nohup, or a shell for its background
         action = {};
-        action.sa_handler = [](int number) { caught = number; };
+        action.sa_handler = &stopLater;
         sigaction(signal, &action, nullptr);
     }
     std::signal(SIGPIPE, SIG_IGN);
@@ -28,4 +114,69 @@ void Signals::install()
 int Signals::getCaught()
 {
     return caught;
+}
+
+void Signals::setOutput(std::string const &path)
+{
+    std::string const text = "zvplayout: " + getMessage(path) + "\n";
+    std::size_t const next = 1 - current;
+    Message &message = messages[next];
+    message.length = std::min(text.size(), sizeof message.text);
+    std::memcpy(message.text, text.data(), message.length);
+    current = next;
+}
+
+std::string Signals::getMessage(std::string const &path)
+{
+    return "interrupted: " + (path.empty() ? "nothing" : toShownText(path)) + " was not written";
+}
+
+void Signals::beginReport()
+{
+    Stage seen = Stage::running;
+    if (!stage.compare_exchange_strong(seen, Stage::reporting) && seen == Stage::ending)
+        for (;;)
+            ::pause();
+}
+
+Signals::Critical::Critical()
+{
+    Stage seen = Stage::running;
+    if (!stage.compare_exchange_strong(seen, Stage::critical) && seen == Stage::ending)
+        for (;;)
+            ::pause();
+}
+
+Signals::Critical::~Critical()
+{
+    Stage seen = Stage::critical;
+    stage.compare_exchange_strong(seen, _isComplete ? Stage::complete : Stage::running);
+}
+
+int Signals::remember(std::string const &path, int descriptor)
+{
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        File &file = files[i];
+        if (file.isUsed || path.size() >= sizeof file.path)
+            continue;
+        std::memcpy(file.path, path.c_str(), path.size() + 1);
+        file.descriptor = descriptor;
+        file.isUsed = true;
+        return static_cast<int>(i);
+    }
+    return -1;
+}
+
+void Signals::forget(int number)
+{
+    if (number >= 0)
+        files[static_cast<std::size_t>(number)].isUsed = false;
+}
+
+bool Signals::isFileAt(char const *path, int descriptor)
+{
+    struct stat file = {};
+    struct stat there = {};
+    return ::fstat(descriptor, &file) == 0 && ::lstat(path, &there) == 0 &&
+           file.st_dev == there.st_dev && file.st_ino == there.st_ino;
 }

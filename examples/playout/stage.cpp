@@ -4,6 +4,7 @@
 #include "propertyText.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -12,15 +13,37 @@ using namespace Zv;
 
 namespace {
 
-/// `( recorder ( fader ( player ) ) )`
-std::string toTree(Vector<Vector<LiString>> const &edges, LiString const &parent)
+using Children = std::map<std::string, std::vector<std::string>>;
+
+/// `( recorder ( fader ( player ) ) ) `
+void appendTree(std::string &text, Children const &children, std::string const &parent)
 {
-    std::string text;
-    for (auto const &edge : edges)
-        if (edge[0] == parent)
-            text += std::string(edge[1].getChars()) + " " + toTree(edges, edge[1]);
-    return text.empty() ? text : "( " + text + ") ";
+    auto const place = children.find(parent);
+    if (place == children.end())
+        return;
+    text += "( ";
+    for (auto const &child : place->second) {
+        text += child + " ";
+        appendTree(text, children, child);
+    }
+    text += ") ";
 }
+
+/// A connection's devices. Empty for a text that is none.
+struct Ends
+{
+    explicit Ends(std::string text) // "player:out push fader:in"
+    {
+        std::replace(text.begin(), text.end(), ':', ' ');
+        std::istringstream words(text);
+        std::string out, verb, in;
+        if (!(words >> source >> out >> verb >> sink >> in))
+            source = sink = "";
+    }
+
+    std::string source;
+    std::string sink;
+};
 
 /// What `configure` takes for a programmer's mistake may be a user's here.
 void checkEdges(Vector<Vector<LiString>> const &edges)
@@ -76,7 +99,10 @@ void Stage::configure()
             auto const device = rcDynamicCast<PlayoutDevice>(_manager->getPrtcl(edge[1]));
             _devices.emplace_back(edge[1].getChars(), device);
         }
-        _tree = toTree(edges, LiString());
+        Children children;
+        for (auto const &edge : edges)
+            children[edge[0].getChars()].emplace_back(edge[1].getChars());
+        appendTree(_tree, children, "");
         _tree.pop_back();
     });
     for (std::string const needed : {"player", "recorder"})
@@ -87,9 +113,21 @@ void Stage::configure()
 
 void Stage::connect()
 {
+    std::map<std::string, std::string> sinks; // by source, of what is connected so far
     for (auto const &connection : _job->show.connections)
-        inContext(connection->getWhere() + "stream \"" + connection->stream + "\"",
-                  [&] { _streams->connect(connection->stream.c_str()); });
+        inContext(connection->getWhere() + "stream \"" + connection->stream + "\"", [&] {
+            Ends const ends(connection->stream);
+            // Follows the streams from the sink on.
+            for (auto end = ends.sink; !end.empty(); end = sinks.contains(end) ? sinks[end] : "")
+                if (end == ends.source)
+                    throw std::invalid_argument("it leads back to " + ends.source);
+            try {
+                _streams->connect(connection->stream.c_str());
+            } catch (DevMgrEx::StreamNotAvailable const &) {
+                throw std::invalid_argument("one of its two ends is connected already");
+            }
+            sinks[ends.source] = ends.sink;
+        });
 }
 
 void Stage::setProperty(std::string const &where, std::string const &setting)
@@ -115,14 +153,9 @@ std::vector<std::string> Stage::findAll(std::string const &kind) const
 
 std::string Stage::findNext(std::string const &device) const
 {
-    for (auto const &connection : _job->show.connections) {
-        std::string text = connection->stream; // "player:out push fader:in"
-        std::replace(text.begin(), text.end(), ':', ' ');
-        std::istringstream words(text);
-        std::string source, out, verb, sink;
-        if (words >> source >> out >> verb >> sink && source == device)
-            return sink;
-    }
+    for (auto const &connection : _job->show.connections)
+        if (Ends const ends(connection->stream); ends.source == device)
+            return ends.sink;
     return "";
 }
 

@@ -1,0 +1,56 @@
+#include "fileCheck.h"
+
+#include "partFile.h"
+#include "playoutEx.h"
+#include "playoutJob.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <set>
+#include <tuple>
+#include <vector>
+
+namespace {
+
+/// What tells a file from all others: its own numbers, or those of its folder and its name if it does not exist.
+using Identity = std::tuple<dev_t, ino_t, std::string>;
+
+Identity identify(std::string const &path)
+{
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) == 0)
+        return {status.st_dev, status.st_ino, ""};
+    std::filesystem::path const target = PartFile::getTarget(path);
+    auto const folder = target.has_parent_path() ? target.parent_path().string() : ".";
+    if (::stat(folder.c_str(), &status) != 0)
+        return {0, 0, target};
+    return {status.st_dev, status.st_ino, target.filename()};
+}
+
+} // namespace
+
+void checkFiles(Options const &options, Show const &show, std::string const &output)
+{
+    std::set<Identity> inputs;
+    if (options.isShow())
+        inputs.insert(identify(options.input));
+    for (auto const &clip : show.clips)
+        inputs.insert(identify(show.resolve(clip->file)));
+    std::vector<std::string> outputs;
+    if (!output.empty())
+        outputs = {output, PartFile::getPartPath(output)};
+    if (auto const picture = PlayoutJob::getPicturePath(show, output);
+        !output.empty() && !picture.empty())
+        outputs.insert(outputs.end(), {picture, PartFile::getPartPath(picture)});
+    if (!options.trace.empty())
+        outputs.push_back(options.trace);
+    std::set<Identity> known;
+    for (auto const &path : outputs) {
+        Identity const identity = identify(path);
+        if (inputs.contains(identity))
+            ZV_THROW(PlayoutEx::Output, path.c_str(), "it is the input");
+        if (!known.insert(identity).second)
+            ZV_THROW(PlayoutEx::Output, path.c_str(), "it is an output already");
+    }
+}
