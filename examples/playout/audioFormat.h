@@ -1,6 +1,8 @@
 // What a recording is like.
 #pragma once
 
+#include "channels.h"
+
 #include <sndfile.h>
 
 #include <cstdint>
@@ -8,6 +10,7 @@
 struct AudioFormat
 {
     int channels = 0;
+    Channels layout;         // of the channels, in the order of blocks
     int rate = 0;            // frames per second
     int encoding = 0;        // of the file that it comes from: a subtype of libsndfile
     std::int64_t frames = 0; // or UNKNOWN

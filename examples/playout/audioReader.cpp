@@ -1,39 +1,82 @@
 #include "audioReader.h"
 
 #include "playoutEx.h"
+#include "signals.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
 
 AudioReader::AudioReader(std::string const &path) : _path(path), _file(nullptr, &sf_close)
 {
+    open();
+}
+
+void AudioReader::open()
+{
     // The system says better than libsndfile why a file cannot be opened.
-    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
-        ZV_THROW(PlayoutEx::Input, path.c_str(), std::strerror(errno));
+    int const descriptor = openDescriptor();
     struct stat status = {};
-    if (::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
+    int const error = ::fstat(descriptor, &status) != 0 ? errno
+                      : S_ISDIR(status.st_mode)         ? EISDIR
+                                                        : 0;
+    bool const isFirst = _status.st_ino == 0;
+    bool const isSame = status.st_dev == _status.st_dev && status.st_ino == _status.st_ino &&
+                        status.st_size == _status.st_size &&
+                        status.st_mtim.tv_sec == _status.st_mtim.tv_sec &&
+                        status.st_mtim.tv_nsec == _status.st_mtim.tv_nsec;
+    if (error || (!isFirst && !isSame)) {
         ::close(descriptor);
-        ZV_THROW(PlayoutEx::Input, path.c_str(), std::strerror(EISDIR));
+        ZV_THROW(PlayoutEx::Input, _path.c_str(),
+                 error ? std::strerror(error) : "the file has been changed meanwhile");
     }
+    _status = status;
     SF_INFO info = {};
     _file.reset(sf_open_fd(descriptor, SFM_READ, &info, SF_TRUE));
     if (!_file)
-        ZV_THROW(PlayoutEx::Input, path.c_str(), sf_strerror(nullptr));
+        ZV_THROW(PlayoutEx::Input, _path.c_str(), sf_strerror(nullptr));
+    _position = 0;
+    auto const order = Channels::ofFile(_file.get(), info);
     _format.channels = info.channels;
+    _format.layout = order.inBlockOrder();
     _format.rate = info.samplerate;
     _format.encoding = info.format & SF_FORMAT_SUBMASK;
     _format.frames = info.frames < SF_COUNT_MAX ? info.frames : AudioFormat::UNKNOWN;
+    _indices = order.getIndices(_format.layout);
+    if (std::is_sorted(_indices.begin(), _indices.end()))
+        _indices.clear();
+}
+
+int AudioReader::openDescriptor() const
+{
+    for (;;) {
+        int const descriptor = ::open(_path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (descriptor >= 0)
+            return descriptor;
+        if (errno != EINTR)
+            ZV_THROW(PlayoutEx::Input, _path.c_str(), std::strerror(errno));
+        // A pipe that no other process has opened yet.
+        if (Signals::getCaught())
+            ZV_THROW(PlayoutEx::Interrupted);
+    }
+}
+
+void AudioReader::rest()
+{
+    if (S_ISREG(_status.st_mode))
+        _file.reset();
 }
 
 std::vector<double> AudioReader::read(std::int64_t position, int frames)
 {
-    // Who reads on from where he was needs no file that can be wound.
+    if (!_file)
+        open();
+    // A file that is read straight on need not be seekable.
     if (position != _position && sf_seek(_file.get(), position, SEEK_SET) != position)
         ZV_THROW(PlayoutEx::Input, _path.c_str(), sf_strerror(_file.get()));
     auto const channels = static_cast<std::size_t>(_format.channels);
@@ -53,5 +96,7 @@ std::vector<double> AudioReader::read(std::int64_t position, int frames)
     if (count == 0 && _position < _format.frames)
         ZV_THROW(PlayoutEx::Input, _path.c_str(), "the file ends before its last frame");
     samples.resize(static_cast<std::size_t>(count) * channels);
+    if (!_indices.empty())
+        reorder(samples, _indices);
     return samples;
 }

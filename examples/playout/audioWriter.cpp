@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <initializer_list>
+#include <stdexcept>
 #include <utility>
 
 namespace {
@@ -37,7 +38,8 @@ int chooseFormat(int container, AudioFormat const &recording, SF_INFO info)
     if (bits == 0)
         encodings.insert(encodings.end(), {SF_FORMAT_FLOAT, SF_FORMAT_DOUBLE});
     if (bits == 8)
-        encodings.insert(encodings.end(), {SF_FORMAT_PCM_U8, SF_FORMAT_PCM_S8, SF_FORMAT_PCM_16});
+        encodings.insert(encodings.begin(), {SF_FORMAT_PCM_S8, SF_FORMAT_PCM_U8});
+    // Only PCM with a sign makes a plain AIFF file, which every program reads.
     encodings.insert(encodings.end(), {SF_FORMAT_PCM_24, SF_FORMAT_PCM_16, SF_FORMAT_VORBIS});
     for (int const encoding : encodings) {
         info.format = container | encoding;
@@ -59,9 +61,13 @@ AudioWriter::AudioWriter(std::string const &path, AudioFormat const &format)
     info.channels = format.channels;
     info.samplerate = format.rate;
     info.format = chooseFormat(container, format, info);
+    if (container == SF_FORMAT_WAV && format.layout.needNames())
+        if (int const named = chooseFormat(SF_FORMAT_WAVEX, format, info))
+            info.format = named;
     if (!info.format)
         ZV_THROW(PlayoutEx::Output, path.c_str(),
                  "such a file takes no recording with this rate and these channels");
+    _format = info.format;
     _bits = AudioFormat::getPcmBits(info.format & SF_FORMAT_SUBMASK);
     _part = std::make_unique<PartFile>(path);
     SF_VIRTUAL_IO calls = PartFile::getCalls();
@@ -69,10 +75,24 @@ AudioWriter::AudioWriter(std::string const &path, AudioFormat const &format)
     if (!_file || _part->getSystemError())
         fail(sf_strerror(nullptr));
     sf_command(_file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    try {
+        auto const order = format.layout.assignTo(_file.get(), info.format & SF_FORMAT_TYPEMASK);
+        _indices = format.layout.getIndices(order);
+    } catch (std::invalid_argument const &refusal) {
+        ZV_THROW(PlayoutEx::Output, path.c_str(), refusal.what());
+    }
+    if (std::is_sorted(_indices.begin(), _indices.end()))
+        _indices.clear();
 }
 
-void AudioWriter::write(std::vector<double> const &samples)
+void AudioWriter::write(std::vector<double> const &block)
 {
+    std::vector<double> reordered;
+    if (!_indices.empty()) {
+        reordered = block;
+        reorder(reordered, _indices);
+    }
+    auto const &samples = _indices.empty() ? block : reordered;
     auto const frames = static_cast<sf_count_t>(samples.size()) / _channels;
     sf_count_t written = 0;
     if (_bits) {
@@ -89,13 +109,49 @@ void AudioWriter::write(std::vector<double> const &samples)
     }
     if (written != frames || sf_error(_file.get()) || _part->getSystemError())
         fail(sf_strerror(_file.get()));
+    _frames += frames;
 }
 
 void AudioWriter::finish()
 {
+    // FLAC's header is otherwise written with the first frame.
+    if (_frames == 0 && (_format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC)
+        sf_command(_file.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
     if (int const error = sf_close(_file.release()))
         fail(sf_error_number(error));
-    _part->commit();
+    if ((_format & SF_FORMAT_TYPEMASK) == SF_FORMAT_AIFF && _bits)
+        correctLength();
+    _part->finish();
+}
+
+/// In an AIFF file libsndfile takes the byte that makes the length of a chunk even for a part of the sound, and counts a
+/// frame more if frames are single bytes.
+void AudioWriter::correctLength() const
+{
+    auto const frameBytes = _bits / 8 * _channels;
+    if (_frames * frameBytes % 2 == 0)
+        return;
+    auto const toBytes = [](std::int64_t number) {
+        std::string bytes;
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes += static_cast<char>(number >> shift);
+        return bytes;
+    };
+    constexpr off_t HEAD = 8; // of a chunk: its name and its length
+    for (off_t place = 12;;) {
+        std::string const head = _part->readAt(place, HEAD);
+        if (head.size() < HEAD)
+            return;
+        std::string const name = head.substr(0, 4);
+        off_t length = 0;
+        for (char const byte : head.substr(4))
+            length = length << 8 | static_cast<unsigned char>(byte);
+        if (name == "COMM")
+            _part->writeAt(place + HEAD + 2, toBytes(_frames));
+        else if (name == "SSND")
+            _part->writeAt(place + 4, toBytes(_frames * frameBytes + HEAD));
+        place += HEAD + length + length % 2;
+    }
 }
 
 void AudioWriter::fail(char const *reason) const

@@ -1,5 +1,7 @@
 #include "recorder.h"
 
+#include "signals.h"
+
 using namespace Zv;
 
 Recorder::Recorder(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDevice(name, job)
@@ -51,9 +53,17 @@ void Recorder::finish()
     if (_waveform)
         _picture->write(_waveform->draw(*getJob().timeline, getJob().cues.getHappened()));
     _writer->finish();
-    _writer.reset();
     if (_picture)
-        _picture->commit();
+        _picture->finish();
+    {
+        // The recording comes last: if it is in its place, all is.
+        Signals::Critical critical;
+        if (_picture)
+            _picture->commit();
+        _writer->commit();
+        critical.complete();
+    }
+    _writer.reset();
     getJob().complete();
 }
 
