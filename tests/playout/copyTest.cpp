@@ -87,7 +87,7 @@ TEST_F(PlayoutTest, theNearestEncodingIsTakenWhereTheContainerHasNotTheSame)
         char const *output;
         int to;
     } const ways[] = {
-        {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, "out.aif", SF_FORMAT_AIFF | SF_FORMAT_PCM_U8},
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, "out.aif", SF_FORMAT_AIFF | SF_FORMAT_PCM_S8},
         {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, "out.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_S8},
         {SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, "out.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8},
         {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "out.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},

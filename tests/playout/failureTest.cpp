@@ -4,6 +4,10 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
@@ -81,9 +85,12 @@ TEST_F(FailureTest, anOutputThatIsTheInput)
 
 TEST_F(FailureTest, aPartThatAnotherProcessWritesIsLeftAlone)
 {
-    std::ofstream(path("out.wav.part")) << "somebody's";
-    expectFailure("cannot write %out.wav.part: File exists", "in.wav", "out.wav");
-    EXPECT_EQ(std::filesystem::file_size(path("out.wav.part")), 10u);
+    std::ofstream(path("out.wav.part")) << "another's";
+    int const other = ::open(path("out.wav.part").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    expectFailure("cannot write %out.wav: another process is writing it", "in.wav", "out.wav");
+    ::close(other);
+    EXPECT_EQ(std::filesystem::file_size(path("out.wav.part")), 9u);
 }
 
 TEST_F(FailureTest, aFullDiskLeavesWhatStoodThereBefore)
@@ -150,7 +157,8 @@ TEST_F(FailureTest, aStreamThatIsNone)
     fails("player:out pull fader:in", "Managed device protocol not implemented.");
     fails("player:out push fader:out", "Managed device protocol not implemented.");
     std::string const twice = "player:out push fader:in";
-    expectFailure("stream \"" + twice + "\": player:out", {"--stream", twice, "--stream", twice});
+    expectFailure("stream \"" + twice + "\": one of its two ends is connected already",
+                  {"--stream", twice, "--stream", twice});
 }
 
 TEST_F(FailureTest, aStreamThatIsNotConnected)

@@ -136,6 +136,18 @@ TEST_F(MemoryTest, aPageThatIsLargerThanTheBudgetIsRefusedWithItsLine)
     }
 }
 
+TEST_F(MemoryTest, APageThatComesBackIsReloaded)
+{
+    make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000, 10000);
+    Figures const figures =
+        playWell(show("in.wav", "page='8000' budget='24100' ahead='0'",
+                      "<event at='00:00:01:00' action='jump' value='00:00:00:00'/>"));
+    EXPECT_EQ(figures.loads, 10);
+    EXPECT_EQ(figures.reloads, 8); // those before the jump
+    EXPECT_EQ(figures.unloads, 15);
+    EXPECT_EQ(figures.visits, 18);
+}
+
 TEST_F(MemoryTest, aPageThatCannotBeReadFailsWhenItIsItsTurn)
 {
     make("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 48000, 200000);
@@ -209,6 +221,17 @@ TEST_F(LongTest, isPlayedWithinAFewMegabytes)
         ++nbRight;
     EXPECT_EQ(nbRight, SIZE / RATE);
 }
+
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+TEST_F(LongTest, TakesHardlyMoreMemoryThanAMinute)
+{
+    // What each page and each block leaves behind would be seen.
+    std::string const memory = "budget='1000000' page='16384'";
+    long const large = playShow(show("in.wav", memory)).largestMemory;
+    make("short.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1, RATE, 60 * RATE);
+    EXPECT_LT(large - playShow(show("short.wav", memory)).largestMemory, 6l << 20);
+}
+#endif
 
 } // namespace
 } // namespace ZvTest

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -41,10 +42,16 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
     EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
     EXPECT_EQ(::pipe2(error, O_CLOEXEC), 0);
     ::fcntl(error[1], F_SETPIPE_SZ, 1 << 20); // it is read in the end
-    std::vector<char const *> argv{ZVPLAYOUT};
+    std::vector<char const *> argv{surroundings.refused.empty() ? ZVPLAYOUT : ZVPLAYOUT_REFUSING};
     for (auto const &argument : arguments)
         argv.push_back(argument.c_str());
     argv.push_back(nullptr);
+    if (surroundings.fullOutput) {
+        ::fcntl(out[1], F_SETFL, O_NONBLOCK);
+        while (::write(out[1], "", 1) > 0) {
+        }
+        ::fcntl(out[1], F_SETFL, 0);
+    }
     if (surroundings.closedOutput)
         ::close(std::exchange(out[0], -1));
 
@@ -63,6 +70,16 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
             ::setrlimit(RLIMIT_RTPRIO, &none);
             ::prctl(PR_CAPBSET_DROP, CAP_SYS_NICE); // refused to those who have it not
         }
+        if (surroundings.mostFiles) {
+            rlimit const limit{*surroundings.mostFiles, *surroundings.mostFiles};
+            ::setrlimit(RLIMIT_NOFILE, &limit);
+        }
+        if (!surroundings.output.empty())
+            ::dup2(::open(surroundings.output.c_str(), O_WRONLY), STDOUT_FILENO);
+        for (int const number : surroundings.closed)
+            ::close(number);
+        ::setenv("ZV_REFUSE", surroundings.refused.c_str(), 1);
+        ::setenv("ZV_REFUSALS", surroundings.refusals.c_str(), 1);
         ::unsetenv("ZV_THREAD_NO_REALTIME");
         if (!surroundings.noRealTime.empty())
             ::setenv("ZV_THREAD_NO_REALTIME", surroundings.noRealTime.c_str(), 1);
@@ -100,6 +117,32 @@ void Playout::signal(int number)
     ASSERT_EQ(::kill(_process, number), 0);
 }
 
+bool Playout::isAsleep() const
+{
+    std::ifstream file("/proc/" + std::to_string(_process) + "/status");
+    bool isAsleep = false;
+    bool isReady = false;
+    for (std::string line; std::getline(file, line);) {
+        isAsleep = isAsleep || line.find("State:\tS") == 0;
+        if (line.find("SigCgt:\t") == 0)
+            isReady = std::stoull(line.substr(8), nullptr, 16) >> (SIGHUP - 1) & 1;
+    }
+    return isAsleep && isReady;
+}
+
+bool Playout::endsWithin(double seconds)
+{
+    auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    siginfo_t info = {};
+    do {
+        if (::waitid(P_PID, static_cast<id_t>(_process), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+            info.si_pid == _process)
+            return true;
+        ::usleep(5000);
+    } while (std::chrono::steady_clock::now() < end);
+    return false;
+}
+
 Outcome Playout::finish()
 {
     Outcome outcome;
@@ -111,6 +154,9 @@ Outcome Playout::finish()
     rusage usage = {};
     ::wait4(std::exchange(_process, -1), &status, 0, &usage);
     outcome.largestMemory = usage.ru_maxrss * 1024;
+    for (timeval const &time : {usage.ru_utime, usage.ru_stime})
+        outcome.processorTime +=
+            static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
     outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     outcome.out = _text;
     return outcome;

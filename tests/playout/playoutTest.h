@@ -18,7 +18,8 @@ struct Outcome
     int status = -1; // of exit; -1 where a signal has killed the process
     std::string out;
     std::string err;
-    long largestMemory = 0; // bytes that were resident
+    long largestMemory = 0;   // bytes that were resident
+    double processorTime = 0; // seconds
 };
 
 /// The program on its way.
@@ -29,8 +30,14 @@ public:
     {
         std::optional<rlim_t> largestFile; // bytes
         bool closedOutput = false;         // nobody reads its standard output
+        bool fullOutput = false;           // its standard output takes nothing, and blocks
         bool unprivileged = false;         // as far as real time goes
         std::string noRealTime;            // a value of ZV_THREAD_NO_REALTIME
+        std::string refused;               // what refusing/refusals.cpp takes
+        std::string refusals;              // the file in which it counts
+        std::set<int> closed;              // of the standard streams
+        std::string output;                // a file in place of the standard output
+        std::optional<rlim_t> mostFiles;   // open at a time
     };
 
     Playout(std::vector<std::string> const &arguments, Surroundings surroundings);
@@ -43,6 +50,10 @@ public:
     /// Reads its standard output until a text has come; false where it ends before.
     bool waitFor(std::string const &text);
     void signal(int number);
+    /// Whether it ends within so many seconds.
+    bool endsWithin(double seconds);
+    /// Whether it catches signals and its main thread sleeps in a call of the system, as the system says it.
+    bool isAsleep() const;
     Outcome finish();
 
 private:

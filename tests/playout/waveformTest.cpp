@@ -4,7 +4,9 @@
 
 #include "resmgt/xml.h"
 
+#include <fcntl.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -145,8 +147,11 @@ TEST_F(WaveformTest, aPictureThatCannotBeWrittenIsAFailure)
     std::filesystem::create_directory(path("out.svg"));
     fails("out.svg: Is a directory", "<clip file='in.wav'/>");
     std::filesystem::remove(path("out.svg"));
-    writeText("out.svg.part", "somebody's");
-    fails("out.svg.part: File exists", "<clip file='in.wav'/>");
+    writeText("out.svg.part", "another's");
+    int const other = ::open(path("out.svg.part").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    fails("out.svg: another process is writing it", "<clip file='in.wav'/>");
+    ::close(other);
     std::filesystem::remove(path("out.svg.part"));
     std::filesystem::rename(path("in.wav"), path("out.svg"));
     fails("out.svg: it is the input", "<clip file='out.svg'/>");

@@ -1,0 +1,64 @@
+// System calls that are refused, in a build of the playout for the tests.
+//
+// ZV_REFUSE is "CALL K" or "CALL K on": the K-th call of that name fails, or each one from the K-th on. Each refusal
+// adds a byte to the file that ZV_REFUSALS names.
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+std::atomic<int> nbThreads = 0;
+std::atomic<int> nbSyncs = 0;
+
+bool isRefused(char const *call, std::atomic<int> &count)
+{
+    char refused[32] = "";
+    char more[8] = "";
+    int turn = 0;
+    char const * const value = std::getenv("ZV_REFUSE");
+    int const thisTurn = ++count;
+    if (!value || std::sscanf(value, "%31s %d %7s", refused, &turn, more) < 2 ||
+        std::strcmp(refused, call) != 0)
+        return false;
+    if (std::strcmp(more, "on") == 0 ? thisTurn < turn : thisTurn != turn)
+        return false;
+    int const file = ::open(std::getenv("ZV_REFUSALS"), O_WRONLY | O_APPEND | O_CLOEXEC);
+    if (file < 0 || ::write(file, "1", 1) != 1)
+        std::abort();
+    ::close(file);
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+
+int __real_pthread_create(pthread_t *thread, pthread_attr_t const *attributes,
+                          void *(*body)(void *), void *argument);
+int __real_fsync(int descriptor);
+
+int __wrap_pthread_create(pthread_t *thread, pthread_attr_t const *attributes,
+                          void *(*body)(void *), void *argument)
+{
+    if (isRefused("pthread_create", nbThreads))
+        return EAGAIN;
+    return __real_pthread_create(thread, attributes, body, argument);
+}
+
+int __wrap_fsync(int descriptor)
+{
+    if (isRefused("fsync", nbSyncs)) {
+        errno = EIO;
+        return -1;
+    }
+    return __real_fsync(descriptor);
+}
+}
