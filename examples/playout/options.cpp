@@ -134,7 +134,8 @@ char const *Options::getHelp()
        zvplayout [options] SHOW.xml [OUTPUT]
 
 Plays a sound file through a tree of three devices into another one: `player` reads it, `fader` applies a gain and
-measures the peak, `recorder` writes it. OUTPUT's extension chooses its kind: .wav, .aiff, .flac or .ogg.
+measures the peak, `recorder` writes it. OUTPUT's extension chooses its kind: .wav, .aiff, .flac or .ogg. Each channel
+stays at its loudspeaker; a kind that has no place for one of them is refused.
 
 A show names all that, and more: its clips, its devices and their properties, how they are connected, the clock that
 paces them, the memory that clips may take, and events at timecodes. Its files are looked for beside it. OUTPUT goes
@@ -153,6 +154,7 @@ before the show's own, and a picture of the waveform with the events stands besi
   --help              this text
 
 Exit status: 0 when the recording has gone through, 1 for a failure, 2 for a wrong command line, and 128 with the
-signal's number added when a signal has stopped it. OUTPUT appears only when it is complete.
+signal's number added when a signal has stopped it. OUTPUT appears only when it is complete and on the disk. Until then
+it is beside its place, with ".part" behind its name. If OUTPUT is a link, the file that the link leads to is written.
 )help";
 }
