@@ -40,8 +40,8 @@ public:
     ///
     /// Worker numbers are not reduced to the processors that exist. A pool that is placed must not have more workers
     /// than the process has processors, and the process must be allowed to use those with the numbers from 0 on. A
-    /// container or a processor set may withhold some of them from it. Otherwise a worker fails the assertion
-    /// "::SetThreadAffinityMask( _threadHandle, mask )" on its own thread, which ends the process.
+    /// container or a processor set may withhold some of them from it. Otherwise `start` fails the assertion
+    /// "::SetThreadAffinityMask( _threadHandle, mask )".
     MtThreadPool(LiString const &name, unsigned nbThreads, bool placeThreads, unsigned stackSize);
     MtThreadPool(MtThreadPool const &) = delete;
     MtThreadPool &operator=(MtThreadPool const &) = delete;
@@ -61,8 +61,9 @@ protected:
     virtual void stopThreads();
 
 public:
-    /// Starts the workers in order; nothing where the pool runs. A pool may be started again after a stop. Where a
-    /// worker cannot be started, what is thrown comes out here, and `stop` ends those that were.
+    /// Starts the workers in order. Does nothing if the pool runs. A pool may be started again after a stop. Throws what
+    /// `MtThread::start` throws if a worker cannot be started or placed: the pool then runs with the workers before it,
+    /// and `stop` ends them.
     void start();
     /// Lets the workers come to their end and waits for them; nothing where the pool does not run.
     void stop();
