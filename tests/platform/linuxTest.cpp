@@ -91,6 +91,16 @@ TEST(PlatformThread, ARefusalSaysWhetherThereIsMemory)
             nullptr, SIZE_T{1} << 47, [](void *) -> DWORD { return 0; }, nullptr, 0, nullptr));
 }
 
+TEST(PlatformPriority, ARefusedThreadIsNoMissingPrivilege)
+{
+    // Whether real time is allowed is found out by a thread.
+    refusal = EAGAIN;
+    EXPECT_FAILS(ERROR_MAX_THRDS_REACHED,
+                 SetPriorityClass(GetCurrentProcess(), REALTIME_PRIORITY_CLASS));
+    EXPECT_EQ(refusal, 0);
+    EXPECT_EQ(GetPriorityClass(GetCurrentProcess()), NORMAL_PRIORITY_CLASS);
+}
+
 TEST(PlatformThread, IsMadeAlsoIfItsProcessorsAreGone)
 {
     // The first attempt fails, and the second one asks for no processors.

@@ -39,9 +39,9 @@ protected:
                 removeOutput();
                 return turn - 1;
             }
-            // The thread by which the library finds out what it may do is no need.
-            bool const isProbe = outcome.out.find("  real time: refused; ") == 0 && turn == 1;
-            if (isProbe && outcome.status == 0) {
+            // The thread that finds out whether real time is allowed is made once more.
+            if (turn == 1 && outcome.status == 0 &&
+                outcome.out.find("  real time: granted; ") == 0) {
                 removeOutput();
                 continue;
             }

@@ -129,19 +129,25 @@ bool apply(Thread &thread, DWORD priorityClass, int level)
     return true;
 }
 
-/// Whether the process may have the highest real-time priority. Tried by a thread of its own, for its sake alone.
-bool mayRunRealTime()
+/// Returns why the process may not run threads in real time, or 0. A thread of its own tries it.
+DWORD refusalOfRealTime()
 {
     bool may = false;
     auto const tryIt = [](void *result) -> void * {
         *static_cast<bool *>(result) = setPolicy(0, SCHED_RR, HIGHEST_BASE);
         return nullptr;
     };
+    constexpr std::size_t STACK = 1024 * 1024;
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_setstacksize(&attributes, STACK);
     pthread_t probe;
-    if (::pthread_create(&probe, nullptr, tryIt, &may) != 0)
-        return false;
+    int const error = ::pthread_create(&probe, &attributes, tryIt, &may);
+    ::pthread_attr_destroy(&attributes);
+    if (error)
+        return refusalOfThread(STACK);
     ::pthread_join(probe, nullptr);
-    return may;
+    return may ? 0 : ERROR_PRIVILEGE_NOT_HELD;
 }
 
 /// Of the calling thread, which has just begun.
@@ -322,8 +328,9 @@ BOOL SetPriorityClass(HANDLE process, DWORD priorityClass)
         return fail(ERROR_INVALID_PARAMETER);
     if (priorityClass == processClass.load(std::memory_order_relaxed))
         return TRUE;
-    if (priorityClass == REALTIME_PRIORITY_CLASS && !mayRunRealTime())
-        return fail(ERROR_PRIVILEGE_NOT_HELD);
+    if (priorityClass == REALTIME_PRIORITY_CLASS)
+        if (DWORD const refusal = refusalOfRealTime())
+            return fail(refusal);
     Locked locked(schedulingLock);
     DWORD const before = processClass.load(std::memory_order_relaxed);
     processClass.store(priorityClass, std::memory_order_seq_cst);

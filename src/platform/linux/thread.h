@@ -95,6 +95,9 @@ extern constinit Lock deadThreadsLock;
 /// In the child of a fork, where the C library has taken their stacks back.
 void forgetDeadThreads();
 
+/// Returns what is the matter if a thread with that stack cannot be made. The C library does not tell.
+DWORD refusalOfThread(std::size_t stack);
+
 /// Guards the slots' generations.
 extern constinit Lock slotsLock;
 

@@ -174,17 +174,6 @@ std::size_t stackFor(SIZE_T wanted)
     return (size + stackOverhead + page - 1) / page * page;
 }
 
-/// What is the matter when a thread of that stack cannot be made: the C library does not tell.
-DWORD refusalOf(std::size_t stack)
-{
-    void *memory = ::mmap(nullptr, stack, PROT_READ | PROT_WRITE,
-                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-    if (memory == MAP_FAILED)
-        return ERROR_NOT_ENOUGH_MEMORY;
-    ::munmap(memory, stack);
-    return ERROR_MAX_THRDS_REACHED;
-}
-
 int makePthread(Thread *thread, std::size_t stack, bool isPlaced)
 {
     pthread_attr_t attributes;
@@ -209,7 +198,7 @@ DWORD createPthread(Thread *thread, SIZE_T stackSize)
         error = makePthread(thread, stack, false);
     if (!error)
         return ERROR_SUCCESS;
-    return error == EAGAIN ? refusalOf(stack) : ERROR_NOT_ENOUGH_MEMORY;
+    return error == EAGAIN ? refusalOfThread(stack) : ERROR_NOT_ENOUGH_MEMORY;
 }
 
 } // namespace
@@ -232,6 +221,16 @@ void attach()
     local.number = thread->number;
     ::pthread_setspecific(endKey, thread);
     --local.depth;
+}
+
+DWORD refusalOfThread(std::size_t stack)
+{
+    void *memory = ::mmap(nullptr, stack, PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+    if (memory == MAP_FAILED)
+        return ERROR_NOT_ENOUGH_MEMORY;
+    ::munmap(memory, stack);
+    return ERROR_MAX_THRDS_REACHED;
 }
 
 void forgetDeadThreads()
