@@ -410,18 +410,20 @@ TEST_F(DevMDStdPropertyTest, ANewObserverHasNothingUnread)
     EXPECT_EQ(_log.lines(), (Lines{"first 4294967295", "~first", "second 4294967295"}));
 }
 
+/// Cannot take the first notification.
+struct Failing : DevMDPropertyAEO
+{
+    explicit Failing(int &n) : nbCalls(n) {}
+    void performNotify(unsigned int) override
+    {
+        if (++nbCalls == 1)
+            throw std::runtime_error("full");
+    }
+    int &nbCalls;
+};
+
 TEST_F(DevMDStdPropertyTest, AChangeThatCouldNotBeToldIsToldAgain)
 {
-    struct Failing : DevMDPropertyAEO
-    {
-        explicit Failing(int &n) : nbCalls(n) {}
-        void performNotify(unsigned int) override
-        {
-            if (++nbCalls == 1)
-                throw std::runtime_error("full");
-        }
-        int &nbCalls;
-    };
     int nbCalls = 0;
     _gain->setObserverAEO(makeObj<Failing>(nbCalls));
     EXPECT_THROW(_gain->changed(), std::runtime_error);
@@ -459,6 +461,20 @@ TEST_F(DevMDStdPropertyTest, AReadingShowsEachNewValueAndCannotBeSet)
     EXPECT_EQ(value, 2);
     position->show(3);
     EXPECT_EQ(_log.lines().size(), 2u);
+}
+
+TEST_F(DevMDStdPropertyTest, AReadingThatCouldNotBeToldCanBeShownAgain)
+{
+    auto const position = makeShd<DevMDStdReading<double>>("position", "In seconds", _fifo, 0.5);
+    int nbCalls = 0;
+    position->setObserverAEO(makeObj<Failing>(nbCalls));
+    EXPECT_THROW(position->show(1), std::runtime_error);
+    position->show(1);
+    EXPECT_EQ(nbCalls, 2);
+    double value = 0;
+    Server server(*_fifo, 1);
+    position->get(value);
+    EXPECT_EQ(value, 1);
 }
 
 TEST_F(DevMDStdPropertyTest, MadeFromFunctionsItCanBeSetWhereThereIsASetter)

@@ -25,13 +25,14 @@ public:
           _value(std::move(initial))
     {}
 
-    /// On the device's thread, or while that does not run yet.
+    /// Must be called on the device's thread, or while that does not run yet. If it throws, the former value stays, so
+    /// that showing the same value once more tells of it.
     void show(T const &value)
     {
         if (value == _value)
             return;
+        this->changed(); // an observer gets the value by a request to this thread
         _value = value;
-        this->changed();
     }
 
 private:
