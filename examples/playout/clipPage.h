@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-/// The pages that have lost their memory since somebody looked, by their indices. Any thread.
+/// Returns the indices of the pages that have lost their memory since the last call. Any thread.
 class UnloadedPages
 {
 public:

@@ -17,7 +17,7 @@ public:
     /// How often progress is worth showing, in seconds.
     double getInterval() const { return _isTerminal ? 0.04 : 0.001; }
 
-    /// One line, whatever stands in the text; see `toShownText`.
+    /// Shows the text as one line, whatever it contains; see `toShownText`.
     void line(std::string const &text);
     /// `position`, how much has been played, and `place`, where in the clips that is, in seconds; `peak` in full scale
     /// 1.0, negative where nobody measures it.

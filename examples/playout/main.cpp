@@ -53,7 +53,7 @@ public:
         if (path.empty())
             return;
         if (!Zv::LgTrace::openFile(path.c_str())) {
-            if (errno == EINTR && Signals::getCaught()) // at a pipe that nobody reads yet
+            if (errno == EINTR && Signals::getCaught()) // at a pipe that has no reader yet
                 ZV_THROW(PlayoutEx::Interrupted);
             ZV_THROW(PlayoutEx::Output, path.c_str(), std::strerror(errno));
         }

@@ -69,7 +69,7 @@ std::string PartFile::getTarget(std::string const &path)
 
 void PartFile::open()
 {
-    // Whoever finds a part that is not locked removes it, also one that was made in this moment and is not locked yet.
+    // A process that finds an unlocked part removes it, also one that was just made and is not locked yet.
     while (!makeAndLock()) {
     }
 }

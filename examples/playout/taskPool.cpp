@@ -26,7 +26,7 @@ TaskPool::TaskPool(char const *name, unsigned nbThreads)
       _lock(name),
       _done(name, LkPulse::WAKE_ALL)
 {
-    // The destructor does not run if a worker is refused. Those that run would wait for work for ever.
+    // The destructor does not run if a worker is refused. Those that run would wait for work without end.
     try {
         start();
     } catch (...) {

@@ -20,7 +20,7 @@ LgQueue::LgQueue(unsigned long threadId) : _imp(new LgQueueImp(*this, threadId))
 
 LgQueue::~LgQueue()
 {
-    // Whoever reads it now has ended before; nobody reads it afterwards.
+    // A reader of it has ended before, and there is none afterwards.
     BaseGuard const guard(LgLogImp::_readingLock);
     ++LgLogImp::_generation;
 }

@@ -12,7 +12,7 @@ class ZVBASE_EXPORT LgTrace
 {
 public:
     /// Takes whole lines: one call for each, one at a time. What it writes to the log itself is dropped. What it throws
-    /// goes to whoever has the lines written: the line is lost, and the next one is given to it again.
+    /// leaves the call that had the lines written: the line is lost, and the next one is given to it again.
     using Output = void (*)(void *context, char const *text, std::size_t length);
 
     /// Writes a text that is no trace line, on the way that all lines take. A line end is added where it has none.

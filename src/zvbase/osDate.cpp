@@ -125,7 +125,7 @@ bool fromLocal(std::int64_t shown, int repetition, std::int64_t &seconds)
     return true;
 }
 
-/// A zone that calls itself "UTC" and is not gets its distance for a name, so that nobody takes its time for universal
+/// A zone that calls itself "UTC" and is not gets its distance for a name, so that its time is not taken for universal
 /// time.
 void nameByDistance(char (&name)[32], std::int64_t distance)
 {

@@ -43,7 +43,7 @@ TEST(AllocationFailure, AnOpenThatFailsAnywhereLeavesADeviceThatCanBeDestroyed)
                            [&] {
                                EXPECT_THROW(device->performClose(), RCEx::ExNullPtr);
                                EXPECT_EQ(quiet.opened, 0);
-                               int value = 0; // nobody waits for a device that is not open
+                               int value = 0; // no wait for a device that is not open
                                EXPECT_THROW(gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
                                device = quietDevice(quiet, fifo);
                            });

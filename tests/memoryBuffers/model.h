@@ -440,7 +440,7 @@ private:
         Thread &self = _config.threads[thread];
         while (!self.frames.empty() && self.frames.back().kind != Frame::HOOK) {
             Frame const frame = self.frames.back();
-            // It stands in for a failure of its own.
+            // It counts as a failure of its own.
             if (frame.kind == Frame::UNWIND)
                 return;
             self.frames.pop_back();

@@ -134,7 +134,7 @@ TEST(PlatformFork, OtherThreadsHaveEndedForTheChild)
         ZV_CHECK(TerminateThread(other.handle(), 0));
         ZV_CHECK(WaitForSingleObject(held, INFINITE) == WAIT_ABANDONED);
         ZV_CHECK(ReleaseMutex(held));
-        // It waits for nothing any more: the unit is the child's.
+        // It no longer waits: the unit is the child's.
         ZV_CHECK(ReleaseSemaphore(s, 1, nullptr));
         ZV_CHECK(WaitForSingleObject(s, 0) == WAIT_OBJECT_0);
         ZV_CHECK(SetEvent(go));

@@ -14,7 +14,7 @@ constexpr int FRAMES = 4000;
 
 using Names = std::vector<std::string>;
 
-/// The tone that a loudspeaker has in these tests, in Hz. Vorbis keeps only low ones where it expects low frequencies.
+/// The tone that a loudspeaker has in these tests, in Hz. In the channel for low frequencies Vorbis keeps only low ones.
 int getTone(std::string const &name)
 {
     static std::map<std::string, int> const tones{
@@ -38,7 +38,7 @@ Names getUsual(int count)
         .at(static_cast<std::size_t>(count));
 }
 
-/// As the specification of Vorbis says.
+/// The order that the Vorbis format defines.
 Names getVorbis(int count)
 {
     return std::vector<Names>{{},

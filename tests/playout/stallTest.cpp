@@ -29,7 +29,7 @@ protected:
         EXPECT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
     }
 
-    /// Writes the beginning of the recording into the pipe, when somebody has opened it. The pipe stays open.
+    /// Writes the beginning of the recording into the pipe when the program has opened it. The pipe stays open.
     void feed(std::size_t bytes)
     {
         _pipe = ::open(path("pipe").c_str(), O_WRONLY | O_CLOEXEC);

@@ -24,7 +24,7 @@ SIMULATED(AbandonedMutex, {.preemptions = 1})
     LkMutex mutex("mutex");
     LkCounter<long> refusals;
     LkCounter<long> inside;
-    // Who is refused tries again.
+    // A thread that is refused tries again.
     auto const visit = [&](auto lock) {
         for (bool isOurs = false; !isOurs;) {
             try {
@@ -167,7 +167,7 @@ SIMULATED(ConditionCannotWait, {.schedules = 500})
     first.join();
     second.join();
     HOLDS(tokens == 0);
-    changed.broadcast(); // nobody is counted any more
+    changed.broadcast(); // no thread is counted now
 }
 
 SIMULATED(CountedPulseCannotBeWaitedFor, {.schedules = 500})
@@ -372,7 +372,7 @@ SIMULATED(QueueProducerCannotWait, {.schedules = 500})
         ++produced;
     });
     HOLDS(queue.consume() == 1);
-    // One at least comes, whoever fails.
+    // At least one comes, whichever fails.
     HOLDS(queue.consume() == 1);
     int element = 0;
     for (Worker *worker : {&early, &late, &second})

@@ -333,7 +333,7 @@ TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
 
 TEST(MtThreadPool, MayComeAndGoWhileOthersChangeTheGraph)
 {
-    // Of interest under the thread sanitizer: nobody looks at the type of a pool that is half destroyed.
+    // Of interest under the thread sanitizer: no thread looks at the type of a pool that is half destroyed.
     std::atomic<bool> isOver = false;
     std::thread other([&] {
         while (!isOver)

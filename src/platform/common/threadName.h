@@ -6,7 +6,7 @@
 
 namespace ZvPlatform {
 
-/// The beginning of a name in UTF-8, as many whole characters as fit. A lone surrogate from 0xDC80 to 0xDCFF stands for
+/// The beginning of a name in UTF-8, as many whole characters as fit. A lone surrogate from 0xDC80 to 0xDCFF means
 /// a byte that is part of no character.
 inline void narrow(wchar_t const *name, char (&text)[16])
 {

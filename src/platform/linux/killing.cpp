@@ -118,7 +118,7 @@ extern "C" void zvPlatformOnKill(int)
     onKill();
 }
 
-/// A real-time signal that nobody handles so far.
+/// Returns a real-time signal that has no handler so far.
 int takeSignal()
 {
     Locked locked(signalLock);

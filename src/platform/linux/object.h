@@ -248,7 +248,7 @@ void abandonMutexes();
 /// For a fork.
 void lockAddresses();
 void unlockAddresses();
-/// In its child, where no other thread waits.
+/// In its child, in which no other thread waits.
 void forgetAddressWaits();
 
 /// Brings a timer's state up to the clock. Returns when it will change next.

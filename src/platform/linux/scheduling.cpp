@@ -382,7 +382,7 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
                 isMainPlaced.store(true, std::memory_order_release);
             }
         }
-        // The mask of the process stands for all of its processors, also for those that no mask knows.
+        // The mask of the process means all of its processors, also those that no mask can name.
         cpu_set_t const set = mask == allowed ? all : setFrom(mask);
         DWORD_PTR const former = maskOf(setOf(kernelId));
         if (::sched_setaffinity(kernelId, sizeof set, &set) == 0)

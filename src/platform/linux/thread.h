@@ -92,7 +92,7 @@ void release(Thread &);
 
 /// Guards the threads that were killed and not given back yet.
 extern constinit Lock deadThreadsLock;
-/// In the child of a fork, where the C library has taken their stacks back.
+/// In the child of a fork, for which the C library has taken their stacks back.
 void forgetDeadThreads();
 
 /// Returns what is the matter if a thread with that stack cannot be made. The C library does not tell.

@@ -122,7 +122,7 @@ bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
         _last = nullptr;
         return true;
     }
-    // Not on this thread, whose failures nobody handles any more.
+    // Not on this thread, whose failures are no longer handled.
     FirstFailure failure(_failure);
     failure.attempt([&entry] { entry = DevANOQueueEntry(); });
     _failure = failure.get();

@@ -61,7 +61,7 @@ private:
     {
         OPEN,   // the consumer gets what is queued
         ENDING, // the consumer gets the last ANO only
-        CLOSED  // nobody consumes, and producers discard
+        CLOSED  // there is no consumer, and producers discard
     };
 
     bool isForConsumer(DevANOQueueEntry &entry);

@@ -43,7 +43,7 @@ DevMDStdAccessPrtcl::~DevMDStdAccessPrtcl()
 {
     if (_thread.isNull()) {
         if (!_fifo.isNull())
-            _fifo->close(); // nobody executes what is queued
+            _fifo->close(); // what is queued will not be executed
         return;
     }
     if (!_thread->isRunning())
@@ -119,7 +119,7 @@ void DevMDStdAccessPrtcl::endThread(ObjPtr<DevMDStdANO> last, Send send)
         std::rethrow_exception(failure);
 }
 
-// The thread cannot wait for itself. It ends by itself, and nobody joins it.
+// The thread cannot wait for itself. It ends by itself, and is not joined.
 void DevMDStdAccessPrtcl::abandonThread()
 {
     MtThread * const thread = _thread.release();
@@ -131,7 +131,7 @@ void DevMDStdAccessPrtcl::rollBackOpen()
 {
     try {
         if (_thread.isNull() || !_thread->isRunning())
-            _fifo->close(); // who waits for a device that opens is let go
+            _fifo->close(); // releases the threads that wait for the device
         else
             endThread(makeANO([] {}), &DevANOFifo::send);
     } catch (...) { // the failure that has led here says more

@@ -38,7 +38,7 @@ ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
     });
 }
 
-// Also a step that throws is finished: nobody takes a report behind it.
+// A step that throws is finished too: a report after it is not taken.
 template <class Step>
 ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeLastStep(Step step)
 {

@@ -62,7 +62,7 @@ private:
     void serve(double seconds);
 
     bool _stopRequested = false; // set by the thread that closes the device
-    bool _isDeviceGone = false;  // nobody handles a failure any more
+    bool _isDeviceGone = false;  // failures are no longer handled
 };
 
 } // namespace Zv

@@ -33,7 +33,7 @@ int readField(std::istream &stream, int digits, char end)
     return value;
 }
 
-/// The zone as it stands in a text of that mode.
+/// The zone as a text of that mode has it.
 std::string_view zoneOf(OsDateTypes::DateStruct const &date)
 {
     return std::string_view(date.zone).substr(0, ZONE_LETTERS);

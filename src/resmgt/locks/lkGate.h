@@ -29,7 +29,7 @@ public:
     LkGate &operator=(LkGate const &) = delete;
 
     /// Blocks until the gate opens. One arrival too many fails an assertion. If the wait itself fails, which is a failed
-    /// assertion too, the arrival does not count any more, unless the keeper has come already.
+    /// assertion too, the arrival is no longer counted, unless the keeper has come already.
     void ready();
     /// Whether all stand at the gate and the keeper has not yet come. Never blocks. Only with a keeper: without, throws
     /// `RCEx::ExNullPtr`.

@@ -16,7 +16,7 @@ namespace Zv {
 /// lock for writing and asks for it again, for whatever, waits for ever; so does a reader who asks again while a writer
 /// waits. The lock has no owner and tests none: who unlocks it without holding it breaks it. A thread that is killed
 /// while it waits stays counted, a writer so that no reader comes in again. A wait that fails is a failed assertion; it
-/// is not counted any more, and keeps no other thread out. The name is not copied.
+/// is no longer counted, and keeps no other thread out. The name is not copied.
 class ZVRESMGT_EXPORT ZV_CAPABILITY("rwlock") LkRwLock
 {
 public:

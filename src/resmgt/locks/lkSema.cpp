@@ -15,7 +15,7 @@ LkSema::LkSema(char const *name, unsigned count, LkMutexAttr const &mutexAttr,
       _nbWaiters(0)
 {}
 
-/// Counts the caller among those who wait. If its wait fails, the signal that it may have used up goes to another.
+/// Counts the caller among the waiting threads. If its wait fails, the signal that it may have used up goes to another.
 template <class Wait>
 bool LkSema::waitCounted(Wait wait)
 {

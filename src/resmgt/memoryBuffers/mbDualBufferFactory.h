@@ -13,7 +13,7 @@ class MbState;
 /// sources are loaded as need be. Nothing is written back to them.
 ///
 /// If the view and a source have the same manager, its budget must have room for both at once. Otherwise loading the view
-/// waits for ever: it does not give up its own memory for its source. A thread that holds a write guard on a source and
+/// never ends its wait: it does not give up its own memory for its source. A thread that holds a write guard on a source and
 /// loads the view deadlocks. Neither is detected.
 class ZVRESMGT_EXPORT MbDualBufferFactory
 {

@@ -50,7 +50,7 @@ public:
     /// Fills the memory of a buffer that has no contents yet. Calls `reload`.
     virtual void load(void *memory, std::uint64_t size);
     /// Begins to fill it. The end is reported to the handle, once, from any thread, also before this returns; an
-    /// exception stands for an operation that was never begun, so no end must be reported besides it. Calls
+    /// exception means an operation that was never begun, so no end must be reported besides it. Calls
     /// `asyncReload`.
     virtual void asyncLoad(void *memory, std::uint64_t size, LkAsyncHandle *handle);
     /// The memory is filled. Calls `asyncReloadSucceeded`.

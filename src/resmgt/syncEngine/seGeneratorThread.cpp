@@ -141,7 +141,7 @@ ObjPtrRet<SeClientThread> SeGeneratorThread::removeClient(SeClientThread *client
         pulse();
     guard.unlock();
     thread->join();
-    // Relations and a thread that go solve the priority graph. That somebody else has left it invalid is no reason to
+    // Relations and a thread that go solve the priority graph. That another thread has left it invalid is no reason to
     // keep the client.
     auto const regardless = [](auto const &step) {
         try {

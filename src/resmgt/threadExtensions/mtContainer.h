@@ -85,7 +85,7 @@ public:
 private:
     /// The threads that wait for one of the two: for an element, or for room. The container's lock guards it.
     ///
-    /// A pulse is sent only for a thread that waits and was not called yet. A pulse that nobody waits for would be
+    /// A pulse is sent only for a thread that waits and was not called yet. A pulse that no thread waits for would be
     /// kept, and such pulses would pile up.
     class Waiters
     {
@@ -104,7 +104,7 @@ private:
 
         LkPulse _pulse;
         std::uint64_t _nbWaiting = 0;
-        std::uint64_t _nbCalled = 0; // of those who wait
+        std::uint64_t _nbCalled = 0; // of the waiting ones
     };
     /// Destroys what is left in the container. The standard container's own destructor must not throw.
     struct Emptied;

@@ -55,7 +55,7 @@ bool MtContainer<Container, Adapter>::Waiters::call()
     return true;
 }
 
-/// Counts out a thread that was woken. One whose wait failed counts as woken as well, because nobody knows whether it
+/// Counts out a thread that was woken. One whose wait failed counts as woken as well, because it is not known whether it
 /// has taken a pulse: a thread may then be woken in vain, but none is forgotten.
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::Waiters::leave()

@@ -117,7 +117,7 @@ std::exception_ptr MtLogger::dismantle()
             _state->_thread->join();
         });
     }
-    // A relation and a thread that go solve the priority graph, which somebody else may have left invalid.
+    // A relation and a thread that go solve the priority graph, which another thread may have left invalid.
     attempt([] { _state->_loggerPriority.reset(); });
     attempt([] { _state->_thread.reset(); });
     attempt([] { _state->_reader.reset(); });

@@ -57,7 +57,7 @@ public:
     virtual void join() = 0;
     /// Kills the thread if it runs and is cancelable, else does nothing: a second call does nothing. It has to be
     /// joined all the same. Nothing of its stack is unwound and its specific data stays. Each mutex (`LkMutex`) that it
-    /// held becomes abandoned. Each `LkLock` and `LkRecLock` that it held stays locked for ever, and so may the
+    /// held becomes abandoned. Each `LkLock` and `LkRecLock` that it held stays locked, and so may the
     /// allocator, the loader or a standard semaphore if the thread is killed inside it. A body must enable cancelling
     /// only while it merely computes, or waits for an event, and holds no lock.
     ///

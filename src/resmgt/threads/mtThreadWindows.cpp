@@ -438,7 +438,7 @@ void MtThreadWindows::exitLogQueue()
         _logQueue->creatorExit(); // its logger has been stopped since
 }
 
-// Without `_stateLock`, for it can last: until the thread comes to where it can be killed. The caller's `_lock` keeps
+// Without `_stateLock`, for it can last until the thread reaches a point at which it can be killed. The caller's `_lock` keeps
 // the handle open.
 bool MtThreadWindows::terminate()
 {

@@ -96,9 +96,9 @@ private:
     bool isRunningNoLock() const;
     /// Ends a start whose thread could not be placed: it has not run its body.
     void failStart();
-    /// Tells the system `_priorityValue`. Lets go of `_stateLock` where it fails.
+    /// Tells the system `_priorityValue`. Releases `_stateLock` if it fails.
     void applyPriorityValue(LkGuard<LkLock const> &state) ZV_REQUIRES(_stateLock);
-    /// Lets go of `_stateLock` where it fails.
+    /// Releases `_stateLock` if it fails.
     void place(int processorNb, LkGuard<LkLock const> &state) ZV_REQUIRES(_stateLock);
 
     MtThreadMgr *_threadMgr;

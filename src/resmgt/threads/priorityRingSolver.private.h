@@ -16,11 +16,11 @@ class PriorityRelation;
 ///
 /// The full solving walks every way through the graph without entering a node twice on one way, and raises (for upper
 /// bounds: lowers) the bounds that it meets. A ring is a set of nodes that pass bounds to each other both ways. `==`
-/// relations make rings. If no `<` lies within a ring, no bound goes round it for ever, and the walk ends in the
+/// relations make rings. If no `<` lies within a ring, no bound goes round it without end, and the walk ends in the
 /// fixed point: each node has the extreme of all bounds that reach it. Proof. Let `u` be a node that the walk reaches
 /// from its start `s`, and `v` a node to which `u` passes a bound. If the ways `s..u` and `u..v` have no other node in
 /// common, the walk takes them one after the other. Otherwise let `x` be the last node of `u..v` that lies on `s..u`.
-/// It stands in one ring with `u`. The walk takes `s..x..v`, and the bound with which `x` begins reaches at least as
+/// It is in one ring with `u`. The walk takes `s..x..v`, and the bound with which `x` begins reaches at least as
 /// far as that of `u`: `u` is free, because a fixed node is a start itself, and begins with the end of the range.
 ///
 /// So the nodes are taken in the order of their relations, each ring as one node. Three kinds of rings are left to the

@@ -34,7 +34,7 @@ public:
     LiString getValue(LiString const &name) const;
 
     /// The number at the start of a value, read as a stream reads it in the "C" locale: white space before it is
-    /// skipped and what stands behind it is not looked at. The forms for 8 bits read a number too. They throw
+    /// skipped and what follows it is not looked at. The forms for 8 bits read a number too. They throw
     /// `XmlEx::ExNonExistentAttribute`, and `XmlEx::ExConversionError` if there is no number or it does not fit. A
     /// negative number does not fit an unsigned type.
     int getInt(LiString const &name) const;

@@ -113,7 +113,7 @@ private:
     UnownedObjPtr<XmlElement> mutable _item; // handed out by reference, whatever becomes of it
 };
 
-/// The attributes of an element that has too many to look through. They are sorted: whoever writes a text can choose
+/// The attributes of an element that has too many to look through. They are sorted: the author of a text can choose
 /// names whose hashes are all the same.
 class XmlElement::AttributeIndex
 {

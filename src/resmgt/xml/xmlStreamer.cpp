@@ -23,7 +23,7 @@ std::string_view orEmpty(char const *text)
     return text ? text : "";
 }
 
-/// Writes the number in the stream's format and the end of its attribute. Whoever reads it does not know the stream's
+/// Writes the number in the stream's format and the end of its attribute. Its reader does not know the stream's
 /// locale.
 template <class Number>
 void addNumber(std::ostream &output, Number number)

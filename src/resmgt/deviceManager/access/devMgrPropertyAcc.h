@@ -37,7 +37,7 @@ public:
     virtual RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) = 0;
     /// Both block while any observer of this object is in `update`. Null pointers throw `RCEx::ExNullPtr`. Attaching an
     /// observer again changes nothing, nor does detaching one that is not attached. After `detachObserver` has
-    /// returned, the observer is not called any more.
+    /// returned, the observer is no longer called.
     virtual void attachObserver(RCShdPtr<DevMDPropertyAny> property,
                                 RCShdPtr<DevMgrPropertyObserver> observer) = 0;
     virtual void detachObserver(RCShdPtr<DevMDPropertyAny> property,

@@ -90,7 +90,7 @@ void DevMgrPropertyObserverEng::detach(RCShdPtr<DevMDPropertyAny> property,
         return;
     entry->second.observers.erase(observer);
     if (entry->second.observers.empty()) {
-        // First of all: where the property cannot let go, the next observer begins anew.
+        // First of all: if the property cannot let go, the next observer begins anew.
         _observerMap.erase(entry);
         property->setObserverAEO(nullptr);
     }

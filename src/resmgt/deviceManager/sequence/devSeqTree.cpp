@@ -112,8 +112,8 @@ private:
 
 DevSeqTree::DevSeqTree() : _lock("DevSeqTree"), _link(new DevSeqTreeLink(this)) {}
 
-// Nodes that somebody holds have no parent any more. That takes no memory: the way back is what is taken away, and a
-// child that has been there stands at the end, until all have and stand in their order again.
+// Takes the parent from each node, which may be held elsewhere. That takes no memory: the link back shows the way, and
+// a child that has been visited goes to the end, until all have been and are in their order again.
 DevSeqTree::~DevSeqTree()
 {
     _link->clear();

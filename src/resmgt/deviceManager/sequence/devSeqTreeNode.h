@@ -40,7 +40,7 @@ private:
 
     void addChild(RCShdPtr<DevSeqTreeNode> const &child);
     void accept(std::int32_t event);
-    /// Throws `RCEx::ExNullPtr` where there is none.
+    /// Throws `RCEx::ExNullPtr` if there is none.
     DevSeqTreeNode &getParent() const;
     void leave(DevSeqTreeNode const &parent);
 
