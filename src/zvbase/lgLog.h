@@ -18,7 +18,7 @@ class LgQueue;
 /// queue, `setQueueFunction`, and runs a thread that calls `LgReader::flushEarliest` again and again. It starts in
 /// this order: registry, queue function, reader, thread, `setLoggerActive(true)`. It stops in this one:
 /// `setLoggerActive(false)`, the reader thread flushes until nothing is left and ends, the reader is deleted, the
-/// former registry is put back. A line that a thread had begun before and ends later comes out all the same.
+/// former registry is put back. A line that was begun before and is ended later comes out, as far as its queue has room.
 ///
 /// Lines of one thread keep their order, and all lines come out in the order in which they were ended.
 class ZVBASE_EXPORT LgLog
@@ -48,7 +48,7 @@ public:
 
     static bool isLoggerActive() noexcept;
     static void setLoggerActive(bool active) noexcept;
-    /// With blocking trace a thread whose queue is full waits until the reader has made room.
+    /// With blocking trace a thread whose queue is full waits until the reader has made room, while a logger is active.
     static bool isBlockingTrace() noexcept;
     static void setBlockingTrace(bool blocking) noexcept;
 

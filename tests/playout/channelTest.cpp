@@ -23,7 +23,7 @@ int getTone(std::string const &name)
     return tones.at(name);
 }
 
-/// As the specifications of WAV and FLAC say.
+/// The order that the WAV and FLAC formats define.
 Names getUsual(int count)
 {
     return std::vector<Names>{{},
