@@ -122,8 +122,8 @@ void SeGeneratorThread::addClient(LiString const &name, ObjPtr<SeClientThread> &
     } catch (...) {
         _clients.pop_back();
         thread->stop();
-        guard
-            .unlock(); // which the client needs to come to its end; it has not waited for a beat yet
+        // The client needs the lock to come to its end. It has not waited for a beat yet.
+        guard.unlock();
         throw;
     }
     static_cast<void>(thread.release());
