@@ -1,6 +1,6 @@
 #include "resmgt/locks/lkPulsePool.h"
 
-#include <exception>
+#include "zvbase/firstFailure.private.h"
 
 namespace Zv {
 
@@ -8,16 +8,10 @@ LkPulsePool::LkPulsePool() : _lock("LkPulsePool_lock") {}
 
 LkPulsePool::~LkPulsePool() noexcept(false)
 {
-    // The failure of one leaves the others to be destroyed still.
-    std::exception_ptr failure;
+    FirstFailure failure;
     for (LkPulse *pulse : _pulses)
-        try {
-            delete pulse;
-        } catch (...) {
-            failure = std::current_exception();
-        }
-    if (failure && !std::uncaught_exceptions())
-        std::rethrow_exception(failure);
+        failure.attempt([pulse] { delete pulse; });
+    failure.rethrow();
 }
 
 ObjPtrRet<LkPulse> LkPulsePool::getPulse()

@@ -6,9 +6,9 @@
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 #include <algorithm>
-#include <exception>
 #include <ostream>
 
 namespace Zv {
@@ -76,23 +76,19 @@ void SeGeneratorThread::performStop(MtThread *thread)
     for (MtThread * const client : _clients)
         client->stop();
     pulse();
-    std::exception_ptr failure;
+    FirstFailure failure;
     while (!_clients.empty()) {
         ObjPtr<MtThread> client(_clients.front());
         _clients.pop_front();
         guard.unlock();
-        try {
+        failure.attempt([&client] {
             client->join();
             client.reset(); // without the lock: what a client's destructor does is its own affair
-        } catch (...) {
-            if (!failure)
-                failure = std::current_exception();
-        }
+        });
         guard.relock();
     }
     setState(STOPPED);
-    if (failure)
-        std::rethrow_exception(failure);
+    failure.rethrow();
 }
 
 void SeGeneratorThread::dump(std::ostream &stream) const

@@ -7,10 +7,10 @@
 #include "resmgt/threads/mtThreadProtocol.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 #include "zvbase/sleeper.h"
 
 #include <algorithm>
-#include <exception>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -245,8 +245,7 @@ void MtAlarmManagerImp::waitForAlarm()
 
 void MtAlarmManagerImp::dismissAlarms()
 {
-    bool const isUnwinding = std::uncaught_exceptions() != 0;
-    std::exception_ptr failure;
+    FirstFailure failure;
     for (;;) {
         RCShdPtr<MtAlarmHandle> alarm;
         {
@@ -255,16 +254,10 @@ void MtAlarmManagerImp::dismissAlarms()
                 break;
             alarm = _alarms.takeFront();
         }
-        try {
-            callCallback(*alarm, true);
-        } catch (...) {
-            if (!failure)
-                failure = std::current_exception();
-        }
+        failure.attempt([&alarm] { callCallback(*alarm, true); });
         setRegistered(*alarm, false);
     }
-    if (failure && !isUnwinding)
-        std::rethrow_exception(failure);
+    failure.rethrow();
 }
 
 } // namespace Zv

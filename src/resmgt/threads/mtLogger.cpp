@@ -11,6 +11,7 @@
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgReader.h"
 
@@ -102,35 +103,27 @@ void MtLogger::stopLogger()
 
 std::exception_ptr MtLogger::dismantle()
 {
-    std::exception_ptr failure;
-    auto const attempt = [&failure](auto const &step) {
-        try {
-            step();
-        } catch (...) {
-            if (!failure)
-                failure = std::current_exception();
-        }
-    };
+    FirstFailure failure;
     if (!_state->_thread.isNull()) {
-        attempt([] {
+        failure.attempt([] {
             _state->_thread->stop();
             _state->_thread->join();
         });
     }
     // A relation and a thread that go solve the priority graph, which another thread may have left invalid.
-    attempt([] { _state->_loggerPriority.reset(); });
-    attempt([] { _state->_thread.reset(); });
-    attempt([] { _state->_reader.reset(); });
+    failure.attempt([] { _state->_loggerPriority.reset(); });
+    failure.attempt([] { _state->_thread.reset(); });
+    failure.attempt([] { _state->_reader.reset(); });
     ZvPlatform::Interlocked::storeRelease(_run, 0u);
     LgLog::setQueueFunction(nullptr);
-    attempt([] { exitThread(); });
+    failure.attempt([] { exitThread(); });
     ObjPtr<State> const state(std::exchange(_state, nullptr));
     ObjPtr<LgQueue> const readersQueue(std::exchange(loggerThreadQueue, nullptr));
     // Writes what is left, as far as memory allows.
-    attempt([&state] {
+    failure.attempt([&state] {
         ObjPtr<LgRegistry> const registry(LgLog::setRegistry(state->_formerRegistry));
     });
-    return failure;
+    return failure.get();
 }
 
 LgQueue *MtLogger::enterThread()

@@ -11,6 +11,7 @@
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/assertions.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgTrace.h"
@@ -183,26 +184,16 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
 
 MtThreadWindows::~MtThreadWindows() noexcept(false)
 {
-    bool const isUnwinding = std::uncaught_exceptions() != 0;
-    std::exception_ptr failure;
     // Whatever fails, nothing of the object may be left with others when it is gone.
-    auto const attempt = [&failure](auto const &step) {
-        try {
-            step();
-        } catch (...) {
-            if (!failure)
-                failure = std::current_exception();
-        }
-    };
-    attempt([this] { stop(); });
-    attempt([this] { finish(); });
-    attempt([this] {
+    FirstFailure failure;
+    failure.attempt([this] { stop(); });
+    failure.attempt([this] { finish(); });
+    failure.attempt([this] {
         if (MtThreadProtocol * const protocol = getProtocol())
             protocol->performDetach(this);
     });
-    attempt([this] { _threadMgr->removeThread(this); });
-    if (failure && !isUnwinding)
-        std::rethrow_exception(failure);
+    failure.attempt([this] { _threadMgr->removeThread(this); });
+    failure.rethrow();
 }
 
 void MtThreadWindows::finish()
