@@ -586,12 +586,16 @@ TEST_F(MbBufferTest, FailuresWhileAnExceptionPassesAreTraced)
     EXPECT_EQ(Lines{"Exception: f(1): Out of range: x."}, capture.take());
 
     control->hooks["free"] = [] { throw std::runtime_error("free"); };
+    MbBufferProbe const probe(buffer);
     EXPECT_EQ("passing", reasonOf<Failure>([&] {
                   MbBuffer const last(std::move(buffer));
                   throw Failure("passing");
               }));
     EXPECT_EQ(Lines{"Exception: free"}, capture.take());
+    EXPECT_EQ("Loaded", probe.stateName());
     control->hooks.clear();
+    // It has not ended. Release a last reference once more.
+    RCShdPtr<MbBufferImp> const last(&probe.imp);
 }
 
 TEST_F(MbBufferTest, WithoutARegionThereIsNothingToGiveBack)

@@ -19,8 +19,8 @@ namespace Zv {
 ///
 /// A small value: copies share the buffer, and none of them keeps its memory in place. The last handle or guard to go
 /// ends the buffer: it waits until no other thread runs a transition of it and no asynchronous operation is under way,
-/// calls the protocol's `free` where there are contents that were not synched, and gives its memory back; what fails
-/// then comes out of the handle's destructor or assignment. While another exception passes, the failure is traced instead.
+/// calls the protocol's `free` if there are contents that were not synched, and gives its memory back. A failure comes out
+/// of the handle's destructor or assignment, or is traced while another exception passes; the buffer is never deleted then.
 /// If the last handle goes inside a call of the buffer's own protocol, the thread of that call ends the buffer afterwards.
 /// A failure then comes out of the operation that led to the call.
 ///
