@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <sched.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -152,8 +153,12 @@ void bury()
     }
     while (thread) {
         Thread *next = thread->nextFree;
-        // A sanitizer takes a thread that ended without its knowledge for running, and would wait for ever.
-#ifndef ZV_SANITIZED
+#ifdef ZV_SANITIZED
+        // A sanitizer takes a thread that ended without its knowledge for running, and would never return from a join.
+        // But the system has to have ended it: until then a `setuid` of another thread would wait for its answer.
+        while (::syscall(SYS_tgkill, ::getpid(), thread->deadId, 0) == 0)
+            ::sched_yield();
+#else
         ::pthread_join(thread->pthread, nullptr);
 #endif
         release(*thread);
@@ -250,6 +255,7 @@ void die()
     // No second time, should the signal come again.
     local.depth = 1;
     bool const created = thread.created;
+    thread.deadId = static_cast<std::uint32_t>(::syscall(SYS_gettid));
     end(thread, static_cast<DWORD>(thread.dying.load(std::memory_order_relaxed)));
     // The C library forgets nothing of a thread that ends past it, and would call the next one's end ours.
     ::pthread_setspecific(endKey, nullptr);
