@@ -59,7 +59,6 @@ struct alignas(64) Thread
     ThreadNumber number = 0;
     /// The kernel's number; 0 before the thread has begun and once it ends. Goes to 0 under `schedulingLock`.
     std::atomic<std::uint32_t> kernelId{0};
-    std::uint32_t deadId = 0; ///< the same, kept while a killed thread waits to be buried
     /// Its handle's object, null until one is wanted. Written by the thread itself or before it begins.
     Object *object = nullptr;
     pthread_t pthread{};

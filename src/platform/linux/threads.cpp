@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <dlfcn.h>
-#include <sched.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -142,6 +142,17 @@ void *run(void *data)
     return nullptr;
 }
 
+/// Waits until the system, too, has ended a thread whose handle is signalled. Until then a `setuid` of the process would
+/// wait for the thread's answer without end. The main thread stays until the process ends.
+void awaitKernel(std::uint32_t kernelId)
+{
+    if (kernelId == static_cast<std::uint32_t>(::getpid()))
+        return;
+    timespec const pause{0, 20'000};
+    while (::syscall(SYS_tgkill, ::getpid(), kernelId, 0) == 0)
+        ::nanosleep(&pause, nullptr);
+}
+
 /// Gives back what killed threads have left.
 void bury()
 {
@@ -153,12 +164,8 @@ void bury()
     }
     while (thread) {
         Thread *next = thread->nextFree;
-#ifdef ZV_SANITIZED
-        // A sanitizer takes a thread that ended without its knowledge for running, and would never return from a join.
-        // But the system has to have ended it: until then a `setuid` of another thread would wait for its answer.
-        while (::syscall(SYS_tgkill, ::getpid(), thread->deadId, 0) == 0)
-            ::sched_yield();
-#else
+        // A sanitizer takes a thread that ended without its knowledge for running, and would wait for ever.
+#ifndef ZV_SANITIZED
         ::pthread_join(thread->pthread, nullptr);
 #endif
         release(*thread);
@@ -255,7 +262,6 @@ void die()
     // No second time, should the signal come again.
     local.depth = 1;
     bool const created = thread.created;
-    thread.deadId = static_cast<std::uint32_t>(::syscall(SYS_gettid));
     end(thread, static_cast<DWORD>(thread.dying.load(std::memory_order_relaxed)));
     // The C library forgets nothing of a thread that ends past it, and would call the next one's end ours.
     ::pthread_setspecific(endKey, nullptr);
@@ -354,6 +360,7 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
     }
     Object *object = objectOf(handle);
     bool isSent = false;
+    std::uint32_t kernelId = 0;
     for (DWORD pause = 1;; pause = pause < 32 ? 2 * pause : pause) {
         {
             Queue queue(object, THREAD, pause == 1 ? Queue::BY_HANDLE : Queue::CLOSED_TOO);
@@ -374,6 +381,7 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
             }
             // One that has not begun yet looks for itself when it does.
             if (std::uint32_t const id = thread->kernelId.load(std::memory_order_seq_cst)) {
+                kernelId = id;
                 isSent = isSent || sendKill(id);
                 wakeVictim(*thread);
             }
@@ -381,6 +389,8 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
         // A wake-up can come between a look and a sleep, so there are more until the thread has ended.
         waitSlowly(service, object, pause, Queue::CLOSED_TOO);
     }
+    if (kernelId)
+        awaitKernel(kernelId);
     bury();
     return TRUE;
 }
