@@ -109,7 +109,7 @@ private:
     friend class RCBasePtr;
 
     T *giveUp() noexcept { return std::exchange(_pointee, nullptr); }
-    /// The one place where a value changes. `count` makes the new object's reference, unless one was given up.
+    /// The only function that changes the value. `count` makes the new object's reference, unless one was given up.
     template <class Count>
     void replace(T *newValue, Count const &count)
     {
