@@ -389,7 +389,8 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
         // A wake-up can come between a look and a sleep, so there are more until the thread has ended.
         waitSlowly(service, object, pause, Queue::CLOSED_TOO);
     }
-    if (kernelId)
+    // Two that kill each other would wait for each other.
+    if (kernelId && !service.killed())
         awaitKernel(kernelId);
     bury();
     return TRUE;
