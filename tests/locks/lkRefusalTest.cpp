@@ -4,6 +4,7 @@
 #include "platform/services.h"
 #include "resmgt/locks.h"
 #include "resmgt/locks/lkSingleton.imp.h"
+#include "threadHook.h"
 #include "zvbase/exSysError.h"
 
 #include <gtest/gtest.h>
@@ -25,11 +26,11 @@ thread_local std::string_view refusing;
 thread_local int nbBefore = 0;
 thread_local DWORD answer = WAIT_FAILED;
 /// Happens at the refusal.
-thread_local std::function<void()> whenRefused;
+constinit thread_local ZvTest::ThreadHook<void()> whenRefused;
 /// Happens when the calling thread's next sleep has ended.
-thread_local std::function<void()> whenWoken;
+constinit thread_local ZvTest::ThreadHook<void()> whenWoken;
 /// Happens before the calling thread's next release of a mutex.
-thread_local std::function<void()> whenReleasing;
+constinit thread_local ZvTest::ThreadHook<void()> whenReleasing;
 thread_local int nbWakeCalls = 0;
 thread_local int nbSignals = 0;
 thread_local int nbCloseCalls = 0;
@@ -43,8 +44,8 @@ bool refuses(std::string_view service)
     if (refusing != service || nbBefore-- > 0)
         return false;
     refusing = {};
-    if (auto const happen = std::exchange(whenRefused, nullptr))
-        happen();
+    if (auto const happen = whenRefused.take())
+        (*happen)();
     ::SetLastError(REFUSED);
     return true;
 }
@@ -68,15 +69,15 @@ template <class Result>
 Result after(std::string_view service, Result result)
 {
     if (service == "WaitForSingleObjectEx")
-        if (auto const happen = std::exchange(whenWoken, nullptr))
-            happen();
+        if (auto const happen = whenWoken.take())
+            (*happen)();
     return result;
 }
 
 HANDLE releasing(HANDLE mutex)
 {
-    if (auto const happen = std::exchange(whenReleasing, nullptr))
-        happen();
+    if (auto const happen = whenReleasing.take())
+        (*happen)();
     return mutex;
 }
 

@@ -6,12 +6,12 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "scripted.h"
+#include "threadHook.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
@@ -30,7 +30,7 @@ enum Wait
     NEXT     ///< The next one.
 };
 
-thread_local std::function<void(Wait)> onWait;
+constinit thread_local ZvTest::ThreadHook<void(Wait)> onWait;
 
 } // namespace
 

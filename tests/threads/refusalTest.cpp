@@ -9,6 +9,7 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
+#include "threadHook.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -85,7 +86,7 @@ DWORD mapped(DWORD milliseconds)
 
 using Security = SECURITY_ATTRIBUTES;
 
-thread_local std::function<void()> duringCreateThread;
+constinit thread_local ZvTest::ThreadHook<void()> duringCreateThread;
 
 ZV_WRAP(HANDLE, CreateThread, _ZN10ZvPlatform12CreateThreadEPNS_19SECURITY_ATTRIBUTESEmPFjPvES2_jPj,
         (Security * s, SIZE_T size, LPTHREAD_START_ROUTINE f, void *argument, DWORD flags,
