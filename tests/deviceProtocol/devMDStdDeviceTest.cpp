@@ -10,6 +10,7 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "threadExtensions/asleep.h"
+#include "threadExtensions/refusedThreads.h"
 
 #include <gtest/gtest.h>
 
@@ -578,6 +579,15 @@ TEST_F(DevMDStdDeviceTest, ItsThreadRunsAtOrAboveTheRealTimeLandmark)
               std::string::npos)
         << dump.str();
     device->performClose();
+}
+
+TEST_F(DevMDStdDeviceTest, ItsThreadHasTheUsualStack)
+{
+    Zv::lastStackSize = 0;
+    auto const device = makeShd<Device>(_handler, _fifo);
+    device->performOpen();
+    device->performClose();
+    EXPECT_EQ(Zv::lastStackSize, 65536u);
 }
 
 TEST_F(DevMDStdDeviceTest, AFailingRequestIsTheDevicesToHandleAndItsCompletionDoesNotRun)
