@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <semaphore>
 
 namespace Zv {
 namespace {
@@ -21,16 +20,18 @@ class SlowWriter
 public:
     SlowWriter()
     {
+        atClock = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+        goOn = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
         _hooked->readsClock = [](LONGLONG &) {
             if (standsStillAtClock) {
                 standsStillAtClock = false;
-                atClock.release();
+                ::SetEvent(atClock);
                 ::WaitForSingleObject(goOn, INFINITE);
             }
             return false;
         };
         _thread = ::CreateThread(nullptr, 64 * 1024, write, nullptr, 0, nullptr);
-        atClock.acquire();
+        ::WaitForSingleObject(atClock, INFINITE);
     }
     ~SlowWriter()
     {
@@ -38,7 +39,7 @@ public:
         ::WaitForSingleObject(_thread, INFINITE);
         ::CloseHandle(_thread);
         ::CloseHandle(goOn);
-        goOn = nullptr;
+        ::CloseHandle(atClock);
     }
 
     Hooked &getHooks() { return _hooked; }
@@ -63,12 +64,12 @@ private:
     }
 
     static inline thread_local bool standsStillAtClock = false;
-    static inline std::binary_semaphore atClock{0};
+    // Events of the system: a thread that is killed while it sets one leaves no lock behind.
+    static inline HANDLE atClock = nullptr;
     static inline HANDLE goOn = nullptr;
     static inline unsigned long number = 0;
 
     Hooked _hooked;
-    HANDLE _event = goOn = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
     HANDLE _thread = nullptr;
 };
 
