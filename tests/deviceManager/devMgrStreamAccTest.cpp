@@ -284,6 +284,13 @@ TEST_F(StreamAccess, BareNamesConnectOnceRegistered)
     EXPECT_EQ(journal.take(), (Lines{"connect a.out to b.in", "start b.in", "start a.out"}));
 }
 
+TEST_F(StreamAccess, AnIdIsWrittenWithoutSpace)
+{
+    using Id = DevMgrStreamAcc::StreamId;
+    EXPECT_EQ(Id(" camera\t1 ", " out").getId(), LiString("camera1:out"));
+    EXPECT_EQ(Id(" out ").getId(), LiString(":out"));
+}
+
 TEST_F(StreamAccess, RegisteredIdOfADeviceIsUsedWithoutTheDevice)
 {
     auto const source = makeShd<ActiveSource>("source", journal);

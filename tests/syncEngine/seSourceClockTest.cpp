@@ -96,6 +96,18 @@ TEST_F(SeSourceClockTest, CountsItsBeats)
     _clock.stop();
 }
 
+TEST_F(SeSourceClockTest, BeginsToCountAnewWhenItIsStopped)
+{
+    _clock.setInterval(0.0);
+    _clock.start();
+    ASSERT_GE(_clock.waitSync(), 1U);
+    _clock.setInterval(3600.0);
+    _clock.stop();
+    std::ostringstream stream;
+    _clock.dump(stream);
+    EXPECT_EQ("Clock interval 3600 count 0", stream.str());
+}
+
 TEST_F(SeSourceClockTest, WritesNameIntervalAndCount)
 {
     _clock.setInterval(3600.0);

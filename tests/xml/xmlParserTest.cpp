@@ -380,6 +380,12 @@ TEST(XmlParser, WhatIsNoReferenceIsALexicalError)
     }
 }
 
+TEST(XmlParser, AnOpeningBracketInAValueIsALexicalErrorWhateverFollows)
+{
+    for (char const *text : {"<", "x<y", "<amp;", "x<lt;y", "<#65;", "&amp;<amp;"})
+        EXPECT_EQ("begin[a] Lexical error.", toldOf("<a b='" + std::string(text) + "'/>")) << text;
+}
+
 // CDATA sections
 
 TEST(XmlParser, ACdataSectionIsToldAsItStands)
