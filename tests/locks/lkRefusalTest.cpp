@@ -250,18 +250,22 @@ TEST_F(Refused, ConditionVariableCannotBeMade)
     refuse("CreateSemaphore");
     EXPECT_EQ(systemAssertionOf([] { LkCondVar condVar("c"); }),
               "_sema = ::CreateSemaphore( NULL, 0, 0x7fffffff, NULL )");
+    nbCloseCalls = 0;
     refuse("CreateEvent");
     EXPECT_EQ(systemAssertionOf([] { LkCondVar condVar("c"); }),
               "_waitersDone = ::CreateEvent( NULL, false, false, NULL )");
+    EXPECT_EQ(nbCloseCalls, 1) << "the semaphore stays open";
 }
 
 TEST_F(Refused, ConditionVariableCannotBeClosed)
 {
     EXPECT_EQ(systemAssertionOf([] {
                   LkCondVar condVar("c");
+                  nbCloseCalls = 0;
                   refuse("CloseHandle");
               }),
               "::CloseHandle( _sema )");
+    EXPECT_EQ(nbCloseCalls, 2) << "the event stays open";
     EXPECT_EQ(systemAssertionOf([] {
                   LkCondVar condVar("c");
                   refuse("CloseHandle", 2);

@@ -91,6 +91,21 @@ TEST(DevSMTableBuilderTest, aNameIsDeclaredOnce)
     EXPECT_THROW(builder.addTransition("a"), DevMgrEx::NameNotUnique);
 }
 
+TEST(DevSMTableBuilderTest, aTransitionThatAStateHasNotLeadsToNone)
+{
+    DevSMTableBuilder builder;
+    for (char const *name : {"a", "b"}) {
+        builder.addState(name);
+        builder.addEvent(name);
+        builder.addTransition(name);
+    }
+    builder.addTransitionForEvent("a", "a", "a");
+    builder.setNextState("a", "a", "b");
+    builder.expand();
+    auto const table = builder.createTable();
+    EXPECT_EQ(table->getState(table->getState("b"), table->getTransition("b")), -1);
+}
+
 TEST(DevSMTableBuilderTest, transitionsOfAPairAddUpAndANextStateIsOverwritten)
 {
     DevSMTableBuilder builder;

@@ -1,5 +1,6 @@
 // Every report of a service that fails, provoked: the linker leads the library's calls of the platform here.
 
+#include "allocations.h"
 #include "childProcess.h"
 #include "platform/services.h"
 #include "resmgt/threads/mtEx.h"
@@ -485,13 +486,25 @@ TEST_F(ThreadRefused, ALineAboutTheFailureToMakeItsQueueOrTagIsWrittenWithoutThe
 
 int zvChildMain(int argc, char **argv);
 
-/// No package is up, and there is no manager of threads yet.
+/// No package is up, and there is no manager of threads yet. Whatever it lacks when it is made, it can be made later.
 int zvChildMain(int, char **)
 {
     refuse("DuplicateHandle");
-    std::string const failed = Zv::failedAssertion([] { Zv::MtThreadMgr::getInstance(); });
-    bool const isGood = failed.starts_with("::DuplicateHandle( processHandle, threadHandle, ") &&
-                        Zv::failedAssertion([] { Zv::MtThreadMgr::getInstance(); }).empty() &&
-                        Zv::MtThreadMgr::findCurrentThread() != nullptr;
-    return isGood ? 0 : 1;
+    std::string failed = Zv::failedAssertion([] { Zv::MtThreadMgr::getInstance(); });
+    if (!failed.starts_with("::DuplicateHandle( processHandle, threadHandle, "))
+        return 1;
+    bool isMade = false;
+    for (long nbGood = 0; !isMade; ++nbGood) {
+        failed = Zv::failedAssertion([&isMade, nbGood] {
+            ZvTest::FailingAllocation const failing(nbGood);
+            try {
+                Zv::MtThreadMgr::getInstance();
+                isMade = true;
+            } catch (std::bad_alloc const &) {
+            }
+        });
+        if (!failed.empty())
+            return 2;
+    }
+    return Zv::MtThreadMgr::findCurrentThread() ? 0 : 3;
 }
