@@ -3,6 +3,7 @@
 #include "allocations.h"
 #include "childProcess.h"
 #include "resmgt/xml/xmlBlocks.private.h"
+#include "resmgt/xml/xmlText.h"
 #include "xmlTesting.h"
 
 #include <cstdio>
@@ -39,6 +40,20 @@ char const text[] =
     "<?xml version='1.0'?><!DOCTYPE t><a x='1' y='a value that is long &amp; has a reference in "
     "it'>"
     "text<b><c z='2'>more text, so that it is no short one</c></b><![CDATA[raw]]></a>";
+
+TEST(XmlMemory, ATextGivesBackWhatItTook)
+{
+    Zv::LiString const longText("long"), longerText("longer");
+    ReleaseCount const releases;
+    {
+        Zv::XmlText kept;
+        kept.assign(longText);
+        EXPECT_EQ(releases.get(), 0u);
+        kept.assign(longerText);
+        EXPECT_EQ(releases.get(), 1u);
+    }
+    EXPECT_EQ(releases.get(), 2u);
+}
 
 TEST(XmlMemory, ADocumentThatFindsNoneIsNotReadAndLeavesNothingBehind)
 {

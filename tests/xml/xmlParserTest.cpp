@@ -372,7 +372,8 @@ TEST(XmlParser, WhatIsNoReferenceIsALexicalError)
     for (char const *text :
          {"&",    "&;",     "& ",    "&lt",     "&lt ;",   "&Lt;",  "&l;",   "&gt",    "&amp",
           "&am;", "&ap;",   "&apo;", "&ampos;", "&amamp;", "&a;",   "&quo;", "&nbsp;", "&#;",
-          "&#x;", "&#X41;", "&#65",  "&#x41",   "&#6a;",   "&#xg;", "&#-1;", "&#;65",  "&&amp;"}) {
+          "&#x;", "&#X41;", "&#65",  "&#x41",   "&#6a;",   "&#xg;", "&#-1;", "&#;65",  "&&amp;",
+          "&#@;", "&#x4@;", "&#x`;", "&#xG;",   "&#/;",    "&#:;"}) {
         EXPECT_EQ("begin[a] tagEnd Lexical error.", toldOf("<a>" + std::string(text))) << text;
         EXPECT_EQ("begin[a] tagEnd Lexical error.", toldOf("<a>" + std::string(text) + "</a>"))
             << text;
