@@ -3,6 +3,8 @@
 #include "resmgt/dynamicAllocation/daFirstFitArena.private.h"
 #include "zvbase/exSysError.h"
 #include "zvbase/failures.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgTrace.h"
 #include "zvbase/objPtr.h"
 
 #include <gmock/gmock.h>
@@ -421,6 +423,13 @@ TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
     Calls calls;
     EXPECT_THROW(delete DaArenaPool::create(new BadAllocator(calls), 64), std::runtime_error);
     EXPECT_EQ("+64-64~", calls.text);
+    std::string trace;
+    LgLog::flush();
+    LgTrace::setOutput(
+        [](void *kept, char const *text, std::size_t length) {
+            static_cast<std::string *>(kept)->append(text, length);
+        },
+        &trace);
     EXPECT_THROW(
         {
             ObjPtr<DaArenaPool> const pool(DaArenaPool::create(new BadAllocator(calls), 64));
@@ -428,6 +437,9 @@ TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
         },
         std::bad_alloc);
     EXPECT_EQ("+64-64~+64-64~", calls.text);
+    LgLog::flush();
+    LgTrace::setOutput(nullptr, nullptr);
+    EXPECT_THAT(trace, testing::EndsWith("): Exception: deallocate\n"));
 }
 
 TEST(DaArenaPool, WhateverFailsTheAllocatorGoesWithThePool)

@@ -13,6 +13,10 @@
 #include <string>
 #include <vector>
 
+namespace ZvTest {
+void tellOfLevels(); // traceTest.cpp
+}
+
 namespace Zv {
 namespace {
 
@@ -583,6 +587,8 @@ int zvChildMain(int argc, char **argv)
         } catch (Zv::RCEx::ExNullPtr const &) {
             std::printf("refused, %zu records\n", Zv::DbgBuildInfoUtil::getNbInfos());
         }
+    } else if (what == "levels") {
+        ZvTest::tellOfLevels();
     } else if (what == "within") {
         late.opensScopes = true;
         {

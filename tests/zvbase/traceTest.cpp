@@ -1,4 +1,5 @@
 #include "zvbase/trace.h"
+#include "childProcess.h"
 
 #include "platform/services.h"
 #include "zvbase/exSysError.h"
@@ -8,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <iomanip>
@@ -525,3 +527,40 @@ TEST(LgTrace, whatTheOutputItselfWritesIsDropped)
 
 } // namespace
 } // namespace Zv
+
+namespace ZvTest {
+
+namespace {
+
+Zv::TraceLevel *early = nullptr;
+
+/// Before all objects of namespaces, the library's own among them.
+[[gnu::constructor(200)]] void registerEarly()
+{
+    early = Zv::Trace::registerLevel("early", __FILE__);
+}
+
+} // namespace
+
+void tellOfLevels();
+
+/// What a child writes of the levels that its environment names.
+void tellOfLevels()
+{
+    std::printf("early %d", early->isEnabled());
+    for (char const *name : {"one", "two", "three", "four"})
+        std::printf(", %s %d", name, Zv::Trace::registerLevel(name, __FILE__)->isEnabled());
+}
+
+TEST(TraceLevels, AreSwitchedByTheEnvironmentInItsOrder)
+{
+    setVariable("ZV_TRACE", "-two,early,one,,two,three,-three");
+    std::string const some = ChildProcess({"--child", "levels"}).await().output;
+    setVariable("ZV_TRACE", "*,-one");
+    std::string const allButOne = ChildProcess({"--child", "levels"}).await().output;
+    setVariable("ZV_TRACE", nullptr);
+    EXPECT_EQ(some, "early 1, one 1, two 1, three 0, four 0");
+    EXPECT_EQ(allButOne, "early 1, one 0, two 1, three 1, four 1");
+}
+
+} // namespace ZvTest
