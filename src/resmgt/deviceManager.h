@@ -9,6 +9,7 @@
 #include "resmgt/deviceManager/devMgr.h"
 #include "resmgt/deviceManager/devMgrACO.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/devRegistry.h"

@@ -37,6 +37,11 @@ public:
         return _mediator->getPrtcl(name);
     }
 
+    void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler) override
+    {
+        _mediator->setFailureHandler(handler);
+    }
+
 private:
     RCShdPtr<DevMgrMediator> _mediator;
 };

@@ -4,6 +4,7 @@
 #include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
 #include "resmgt/deviceManager/access/devMgrStreamAcc.h"
 #include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
+#include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"
 #include "zvbase/objPtr.h"
@@ -26,7 +27,8 @@ namespace Zv {
 ///
 /// Releasing the last of the manager and its access objects closes all devices, the newest first, and destroys them.
 /// It blocks until that is done, and then throws the first failure of a device's closing or destruction. It must not
-/// be done on "DevMgr ANO", which would wait for its own end.
+/// be done on "DevMgr ANO", such as by an observer or a failure handler: that fails the assertion
+/// "!isDestroyedOnDevMgrANO", and leaves the devices open for the rest of the process.
 class ZVRESMGT_EXPORT DevMgr
 {
 public:
@@ -41,6 +43,9 @@ public:
     /// that has not happened yet. Throws `DevPrtclEx::ExNameNotRegistered` for an unknown name, and what the creation or
     /// the opening of the device throws.
     virtual RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) = 0;
+    /// Installs a handler for exceptions on "DevMgr ANO", or takes it away if `handler` is null. Without one, such an
+    /// exception ends the process. The former handler may still be called for a moment. Does not block.
+    virtual void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler) = 0;
 
 protected:
     DevMgr() = default;

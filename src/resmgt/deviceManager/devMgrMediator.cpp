@@ -7,6 +7,8 @@
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 
+#include <utility>
+
 namespace Zv {
 
 namespace {
@@ -26,12 +28,29 @@ DevMgrMediator::DevMgrMediator()
 DevMgrMediator::~DevMgrMediator() noexcept(false)
     ZV_NO_THREAD_SAFETY_ANALYSIS // no other owner remains
 {
+    bool const isDestroyedOnDevMgrANO = _thread->isCurrentThread();
+    if (isDestroyedOnDevMgrANO)
+        leaveBehind();
+    ZV_ASSERT_IN_DESTRUCTOR(!isDestroyedOnDevMgrANO);
     FirstFailure failure;
     auto opened = std::move(_opened);
     for (; !opened.empty(); opened.pop_back())
         failure.attempt([&opened] { opened.back()->performClose(); });
     releaseEach(_prtclMap, failure);
     failure.rethrow();
+}
+
+// The thread cannot wait for its own end, nor for devices that may wait for it.
+void DevMgrMediator::leaveBehind() ZV_NO_THREAD_SAFETY_ANALYSIS // no other owner remains
+{
+    static_cast<void>(_thread.release());
+    static_cast<void>(new auto(std::exchange(_opened, {})));
+    static_cast<void>(new auto(std::exchange(_prtclMap, {})));
+}
+
+void DevMgrMediator::setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler)
+{
+    _thread->setFailureHandler(handler);
 }
 
 bool DevMgrMediator::isPrtclCreated(LiString const &name) const

@@ -1,6 +1,7 @@
 // The meeting point of one manager: its devices, its configuration lock, its queue and its thread.
 #pragma once
 
+#include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceProtocol/devMDAccessPrtcl.h"
 #include "resmgt/export.h"
@@ -23,12 +24,15 @@ public:
     /// Starts the thread "DevMgr ANO".
     DevMgrMediator();
     /// Closes every device whose opening succeeded; one that fails to close does not keep the others open. Throws
-    /// the first failure when all is done.
+    /// the first failure when all is done. On the manager's own thread it fails the assertion "!isDestroyedOnDevMgrANO",
+    /// and leaves the devices open and the thread running for the rest of the process.
     ~DevMgrMediator() noexcept(false) override;
 
     /// Held by whoever configures. A slow device holds up other configuration, but no notification.
     LkLock const &getLock() const ZV_RETURN_CAPABILITY(_configLock) { return _configLock; }
     RCShdPtr<DevMgrFifo> getFifo() const { return _fifo; }
+    /// As `DevMgr::setFailureHandler`.
+    void setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler);
 
     /// Any thread.
     bool isPrtclCreated(LiString const &name) const;
@@ -40,6 +44,8 @@ public:
     void createPrtcl(LiString const &name) ZV_REQUIRES(_configLock);
 
 private:
+    void leaveBehind();
+
     ObjPtr<DevMgrThread> _thread;
     LkLock _configLock;
     LkLock _prtclMapLock; // a leaf: other threads ask for devices while one is being created

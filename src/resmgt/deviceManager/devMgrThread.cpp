@@ -1,40 +1,104 @@
 #include "resmgt/deviceManager/devMgrThread.private.h"
 
 #include "platform/interlocked.h"
+#include "resmgt/deviceManager/devMgrFailure.private.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/deviceProtocol/devReceiverWait.h"
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkLock.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "zvbase/failures.h"
+#include "zvbase/threadAnnotations.h"
+#include "zvbase/trace.h"
+
+#include <exception>
 
 namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
-namespace {
-
 /// Executes one entry of the queue after the other until it is told to stop.
 class ANOThreadProtocol : public MtThreadProtocol
 {
 public:
-    explicit ANOThreadProtocol(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo) {}
+    explicit ANOThreadProtocol(RCShdPtr<DevMgrFifo> const &fifo)
+        : _fifo(fifo), _handlerLock("DevMgr failure handler")
+    {}
 
     /// An object lives on until the next one has arrived.
     void performExecute(MtThread *) override
     {
         ObjPtr<DevANO> ano;
         while (!Interlocked::loadAcquire(_stop)) {
-            ano = _fifo->consume().release();
-            ano->performExecute();
-            ano->notify();
+            DevANOQueueEntry next(_fifo->consume());
+            attempt(nullptr, [&ano] { ano = nullptr; });
+            ano = next.release();
+            attempt(ano.get(), [&ano] {
+                ano->performExecute();
+                ano->notify();
+            });
         }
     }
 
     void performStop(MtThread *) override { Interlocked::storeRelease(_stop, true); }
 
+    void setFailureHandler(
+        RCShdPtr<DevMgrFailureHandler> handler) // the former one ends without the lock
+    {
+        LkGuard<LkLock const> const guard(_handlerLock);
+        handler.swap(_handler);
+    }
+
 private:
+    template <class Action>
+    void attempt(DevANO const *ano, Action action)
+    {
+        try {
+            action();
+        } catch (...) {
+            if (!std::current_exception()) // the thread is being ended from outside
+                throw;
+            DevMgrFailure const failure = describe(ano);
+            RCShdPtr<DevMgrFailureHandler> const handler = getHandler();
+            if (handler.isNull())
+                throw;
+            handler->handle(failure);
+        }
+    }
+
+    /// What has been caught, written to the trace.
+    static DevMgrFailure describe(DevANO const *ano) noexcept
+    {
+        DevMgrFailure failure;
+        std::exception_ptr const exception = std::current_exception();
+        try {
+            if (auto const * const source = dynamic_cast<DevMgrFailureSource const *>(ano))
+                failure = source->getFailure();
+        } catch (...) {
+            // There is no memory to say more.
+        }
+        failure.exception = exception;
+        try {
+            ZV_TRACE(*Trace::MainTraceLevel, "Unhandled exception on \"DevMgr ANO\". " << failure);
+        } catch (...) {
+            // Nor for the line.
+        }
+        return failure;
+    }
+
+    RCShdPtr<DevMgrFailureHandler> getHandler() const
+    {
+        LkGuard<LkLock const> const guard(_handlerLock);
+        return _handler;
+    }
+
     RCShdPtr<DevMgrFifo> _fifo;
+    LkLock _handlerLock;
+    RCShdPtr<DevMgrFailureHandler> _handler ZV_GUARDED_BY(_handlerLock);
     bool _stop = false;
 };
+
+namespace {
 
 /// Stops the thread where everything queued before has been executed.
 class SynchronizedCloseANO : public DevANO
@@ -59,9 +123,11 @@ private:
 
 } // namespace
 
-DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo)
-    : _fifo(fifo), _protocol(new ANOThreadProtocol(fifo))
+DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo)
 {
+    auto * const protocol = new ANOThreadProtocol(fifo);
+    _protocol = ObjPtr<MtThreadProtocol>(protocol);
+    _executor = protocol;
     auto * const close = new SynchronizedCloseANO;
     _close = ObjPtr<DevANO>(close);
     _closer = makeObj<DevSenderWait>(close->getWait());
@@ -81,6 +147,16 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo)
 DevMgrThread::~DevMgrThread() noexcept(false)
 {
     end();
+}
+
+bool DevMgrThread::isCurrentThread() const
+{
+    return _thread->getThreadId().isCurrentThread();
+}
+
+void DevMgrThread::setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler)
+{
+    _executor->setFailureHandler(handler);
 }
 
 void DevMgrThread::end()

@@ -1,6 +1,7 @@
 // The owner of a manager's thread, "DevMgr ANO".
 #pragma once
 
+#include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceProtocol/devSenderWait.h"
 #include "resmgt/threads/mtThread.h"
@@ -8,6 +9,8 @@
 #include "zvbase/objPtr.h"
 
 namespace Zv {
+
+class ANOThreadProtocol;
 
 /// Runs the thread that executes what arrives in a manager's queue, from its constructor to its destructor. The
 /// destructor lets everything that was queued before it run, and drops what comes later without executing it.
@@ -20,6 +23,10 @@ public:
     DevMgrThread(DevMgrThread const &) = delete;
     DevMgrThread &operator=(DevMgrThread const &) = delete;
 
+    bool isCurrentThread() const;
+    /// As `DevMgr::setFailureHandler`.
+    void setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler);
+
 private:
     void end();
 
@@ -27,6 +34,7 @@ private:
     ObjPtr<MtThread> _thread;
     ObjPtr<PriorityRelation> _relation;
     ObjPtr<MtThreadProtocol> _protocol; // until the thread has it
+    ANOThreadProtocol *_executor;       // the same, for as long as the thread object lives
     ObjPtr<DevANO> _close;              // had from the beginning: the thread can always be ended
     ObjPtr<DevSenderWait> _closer;
 };

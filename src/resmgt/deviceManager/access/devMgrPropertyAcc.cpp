@@ -30,7 +30,12 @@ public:
         : _mediator(mediator), _observerEng(new DevMgrPropertyObserverEng(*mediator))
     {}
 
-    ~DevMgrPropertyAccImp() noexcept(false) override { _observerEng->detachAll(); }
+    ~DevMgrPropertyAccImp() noexcept(false) override
+    {
+        bool const isDestroyedByItsOwnObserver = _observerEng->isUpdating();
+        _observerEng->detachAll();
+        ZV_ASSERT_IN_DESTRUCTOR(!isDestroyedByItsOwnObserver);
+    }
 
     RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) override
     {

@@ -1,18 +1,22 @@
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 
+#include "resmgt/deviceManager/devMgrFailure.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devANOQueueEntry.h"
 #include "resmgt/deviceProtocol/devMDPropertyAEO.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/traceCaught.private.h"
+
+#include <string>
 
 namespace Zv {
 
 namespace {
 
 /// A change on its way to the manager's thread.
-class DevMgrPropertyANO : public DevANO
+class DevMgrPropertyANO : public DevANO, public DevMgrFailureSource
 {
 public:
     DevMgrPropertyANO(RCShdPtr<DevMgrPropertyObserverEng> const &eng,
@@ -21,6 +25,13 @@ public:
     {}
 
     void performExecute() override { _eng->update(_hint); }
+    DevMgrFailure getFailure() const override
+    {
+        DevMgrFailure failure;
+        failure.property = _hint.getProperty()->getName();
+        failure.event = std::to_string(_hint.getEvent()).c_str();
+        return failure;
+    }
 
 private:
     RCShdPtr<DevMgrPropertyObserverEng> _eng;
@@ -119,14 +130,50 @@ void DevMgrPropertyObserverEng::detachAll()
 
 void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint)
 {
+    Observers called;
+    FirstFailure failure;
+    failure.attempt([&] { update(hint, called); });
+    releaseEach(called,
+                failure); // without the lock: observers that have detached themselves end here
+    failure.rethrow();
+}
+
+void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint, Observers &called)
+{
+    LiUuid const uuid = hint.getProperty()->getUuid();
+    FirstFailure failure;
     LkGuard<LkLock const> const guard(_lock);
-    auto const entry = _observerMap.find(hint.getProperty()->getUuid());
+    auto const entry = _observerMap.find(uuid);
     if (entry == _observerMap.end())
         return;
-    for (auto const &attached : entry->second.observers) {
-        RCShdPtr<DevMgrPropertyObserver> const observer = attached;
-        observer->update(hint);
-    }
+    // The observers may attach and detach, and so change the set.
+    called.assign(entry->second.observers.begin(), entry->second.observers.end());
+    _isUpdating = true;
+    for (auto const &observer : called)
+        if (isAttached(uuid, observer))
+            failure.attempt([&] {
+                try {
+                    observer->update(hint);
+                } catch (...) {
+                    traceCaught(__FILE__, __LINE__); // only the first one passes
+                    throw;
+                }
+            });
+    _isUpdating = false;
+    failure.rethrow();
+}
+
+bool DevMgrPropertyObserverEng::isUpdating() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return _isUpdating;
+}
+
+bool DevMgrPropertyObserverEng::isAttached(LiUuid const &uuid,
+                                           RCShdPtr<DevMgrPropertyObserver> const &observer) const
+{
+    auto const entry = _observerMap.find(uuid);
+    return entry != _observerMap.end() && entry->second.observers.contains(observer);
 }
 
 } // namespace Zv

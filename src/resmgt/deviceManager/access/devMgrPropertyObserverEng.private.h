@@ -27,8 +27,11 @@ public:
                         RCShdPtr<DevMgrPropertyObserver> observer);
     void detachAll();
 
-    /// Calls the property's observers, under the lock, in the order of their addresses.
+    /// Calls the property's observers, under the lock, in the order of their addresses. Throws the first exception of an
+    /// observer when all have been called.
     void update(DevMgrPropertyObserverHint const &hint);
+    /// Returns whether the calling thread is in `update`. Blocks while another thread is.
+    bool isUpdating() const;
 
 private:
     struct Observed
@@ -37,9 +40,16 @@ private:
         std::set<RCShdPtr<DevMgrPropertyObserver>> observers; // never empty
     };
 
+    using Observers = Vector<RCShdPtr<DevMgrPropertyObserver>>;
+
+    void update(DevMgrPropertyObserverHint const &hint, Observers &called);
+    bool isAttached(LiUuid const &uuid, RCShdPtr<DevMgrPropertyObserver> const &observer) const
+        ZV_REQUIRES(_lock);
+
     DevMgrMediator &_mediator;
     LkLock _lock;
     HashMap<LiUuid, Observed> _observerMap ZV_GUARDED_BY(_lock);
+    bool _isUpdating ZV_GUARDED_BY(_lock) = false;
 };
 
 } // namespace Zv

@@ -26,7 +26,16 @@ public:
         _anoFactory = makeObj<SeqANOFactory>(_tree);
     }
 
-    ~DevMgrSyncSeqAccImp() noexcept(false) override { releaseAll(_seqTreeNodeMap); }
+    ~DevMgrSyncSeqAccImp() noexcept(false) override
+    {
+        bool const isDestroyedByItsOwnCallback = _tree->isDelivering();
+        if (isDestroyedByItsOwnCallback)
+            leaveBehind();
+        FirstFailure failure;
+        releaseEach(_seqTreeNodeMap, failure);
+        ZV_ASSERT_IN_DESTRUCTOR(!isDestroyedByItsOwnCallback);
+        failure.rethrow();
+    }
 
     Vector<Vector<LiString>> parseConfig(LiString const &config) override
     {
@@ -53,8 +62,19 @@ public:
     void wait() override { _tree->wait(); }
     LiString getState(LiString const &name) override { return _tree->getState(name); }
     void setObserver(RCShdPtr<DevSeqObserver> observer) override { _tree->setObserver(observer); }
+    std::optional<DevMgrFailure> getFailure(LiString const &name) override
+    {
+        return _tree->getFailure(name);
+    }
 
 private:
+    /// The delivery goes on when the callback returns: it needs the tree, and the tree's devices stay open.
+    void leaveBehind() const
+    {
+        static_cast<void>(new RCShdPtr<DevSeqTree>(_tree));
+        static_cast<void>(new RCShdPtr<DevMgrMediator>(_mediator));
+    }
+
     void makeNode(LiString const &name, RCShdPtr<DevMDSyncSeqPrtcl> const &seqPrtcl)
     {
         auto const iter = _seqTreeNodeMap.find(name);
@@ -76,6 +96,7 @@ private:
 
     void buildTree(Vector<Vector<LiString>> const &edges)
     {
+        LkGuard<LkLock const> const guard(_tree->getLock()); // others see the whole tree or none
         LiString const null;
         auto iter = edges.begin();
         ZV_ASSERT((*iter)[0] == null);

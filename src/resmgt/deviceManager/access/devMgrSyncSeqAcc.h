@@ -1,12 +1,15 @@
 // A client's handle on one tree of devices that start, lock and stop in order.
 #pragma once
 
+#include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/sequence/devSeqObserver.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
+
+#include <optional>
 
 namespace Zv {
 
@@ -20,13 +23,14 @@ class DevMgrMediator;
 /// `( root ( child child ( grandchild ) child ) )`. White space separates names, and brackets need none.
 ///
 /// One access object holds one tree, which runs once: after `stop` and `wait`, a further run needs a new object. All
-/// operations may be called by any thread but those of devices and "DevMgr ANO".
+/// operations may be called by any thread but those of devices and "DevMgr ANO", also while another thread configures.
 class ZVRESMGT_EXPORT DevMgrSyncSeqAcc
 {
 public:
     static ObjPtrRet<DevMgrSyncSeqAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
 
-    /// Stops nothing. No thread may be in `wait`. If this object is the last of its manager, the destructor does what
+    /// Stops nothing. No thread may be in `wait`. Must not be called by an observer or a device that this object is calling:
+    /// that fails the assertion "!isDestroyedByItsOwnCallback", and leaves the devices open for the rest of the process. If this object is the last of its manager, the destructor does what
     /// `DevMgr` says of that. Throws what the destructor of a device throws.
     virtual ~DevMgrSyncSeqAcc() noexcept(false);
 
@@ -43,10 +47,12 @@ public:
     /// is being delivered. Throws `RCEx::ExNullPtr` if the tree is empty, and `DevMgrEx::SMExecutionError` if the event,
     /// or one that follows from it, is for a device whose machine has failed: the events that were still to be
     /// delivered are lost then. An `ExBase` that a device throws leads its machine to the state `_exc` without a failure
-    /// of this call. Everything else that a device throws passes, and breaks its machine.
+    /// of this call. Everything else that a device throws passes, and breaks its machine. If the observer throws, its first
+    /// exception passes when all events have been delivered. A second `start` is an illegal event for the root: this call
+    /// returns, and the root's machine has failed.
     virtual void start() = 0;
-    /// Delivers STOP to the root and returns. A tree that is not in lock yet stops when it has locked. Blocks and throws
-    /// as `start` does.
+    /// Delivers STOP to the root and returns. A tree that is not in lock yet stops when it has locked. A second `stop` is an
+    /// illegal event for the root once the first one has taken effect. Blocks and throws as `start` does.
     virtual void stop() = 0;
     /// Blocks until every device has stopped or finished an abort, also if the tree has not been started yet. Must be
     /// called once: a second call does not return. It does not return either if a device failed or got an illegal
@@ -58,8 +64,13 @@ public:
     /// an inner state of a choice, such as `_cs(lock:stop)`. Blocks while an event of this tree is being delivered.
     /// Throws `DevMgrEx::NameNotFound` if the tree has no such device, and `RCEx::ExNullPtr` if it is empty.
     virtual LiString getState(LiString const &name) = 0;
-    /// Who is told of every state that a device's machine comes to; null for nobody.
+    /// Gives the sequence an observer, which is told of every state that a device's machine comes to, or takes it away if
+    /// `observer` is null. When this has returned, the former observer is not called any more. An observer may call it.
+    /// Blocks while an event of this tree is being delivered by another thread.
     virtual void setObserver(RCShdPtr<DevSeqObserver> observer) = 0;
+    /// Returns why the device's machine has failed: `_exc`, `_ill`, or broken by an exception that is no `ExBase`. Empty if
+    /// it has not. Blocks and throws as `getState` does.
+    virtual std::optional<DevMgrFailure> getFailure(LiString const &name) = 0;
 
 protected:
     DevMgrSyncSeqAcc() = default;

@@ -3,8 +3,11 @@
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
+#include "zvbase/trace.h"
 
 #include <ostream>
+#include <sstream>
 #include <utility>
 
 namespace Zv {
@@ -22,15 +25,24 @@ std::string_view nameOf(LiString const &name)
 
 DevSeqObserver::~DevSeqObserver() = default;
 
+void DevSeqObserver::machineFailed(DevMgrFailure const &) {}
+
 DevSeqTreeLink::DevSeqTreeLink(DevSeqTree *tree) : _lock("DevSeqTreeLink"), _tree(tree) {}
 
 DevSeqTreeLink::~DevSeqTreeLink() = default;
 
 void DevSeqTreeLink::processEvent(LiString const &name, std::int32_t event)
 {
+    std::optional<DevMgrFailure> failure;
+    processEvent(name, event, failure);
+}
+
+void DevSeqTreeLink::processEvent(LiString const &name, std::int32_t event,
+                                  std::optional<DevMgrFailure> &failure)
+{
     LkGuard<LkLock const> const guard(_lock);
     if (_tree)
-        _tree->processEvent(name, event);
+        _tree->processEvent(name, event, failure);
 }
 
 void DevSeqTreeLink::clear()
@@ -110,6 +122,112 @@ private:
     Nodes::iterator _child;
 };
 
+/// The observers that have been replaced by their own calls during a delivery. They live until it has released the lock.
+class DevSeqTree::Replaced
+{
+public:
+    ~Replaced() noexcept(false) { releaseAll(_observers); }
+
+    void add(RCShdPtr<DevSeqObserver> const &observer) { _observers.push_back(observer); }
+
+private:
+    Vector<RCShdPtr<DevSeqObserver>> _observers;
+};
+
+/// One delivery with all that follows from it. Tells the observer, and keeps its first exception for the end. Used under
+/// the tree's lock.
+class DevSeqTree::Turn final : private DevSeqSM::Listener
+{
+public:
+    /// `current` is where the tree keeps who takes replaced observers. A delivery that an observer begins within another
+    /// one leaves them to that one.
+    Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current, Replaced &replaced,
+         std::optional<DevMgrFailure> &failure)
+        : _observer(observer), _current(current), _outer(current), _failure(failure)
+    {
+        if (!_outer)
+            _current = &replaced;
+    }
+    ~Turn() { _current = _outer; }
+    Turn(Turn const &) = delete;
+    Turn &operator=(Turn const &) = delete;
+
+    void accept(DevSeqTreeNode &node, std::int32_t event)
+    {
+        _node = &node;
+        try {
+            node.accept(event, *this);
+        } catch (...) {
+            keep([&node] { return node.getLastThrown(); });
+            throw;
+        }
+    }
+
+    void rethrow() const { _ofObserver.rethrow(); }
+
+private:
+    void stateChanged() override
+    {
+        tell([this](DevSeqObserver &observer) {
+            observer.stateChanged(_node->_name, _node->_sm->getStateName());
+        });
+    }
+
+    void machineFailed() override
+    {
+        tell([this](DevSeqObserver &observer) {
+            observer.machineFailed(_node->getFailure().value());
+        });
+    }
+
+    template <class Tell>
+    void tell(Tell tellIt)
+    {
+        if (_observer.isNull())
+            return;
+        _ofObserver.attempt([&] {
+            try {
+                tellIt(*_observer);
+            } catch (...) {
+                observerThrew();
+                throw;
+            }
+        });
+    }
+
+    void observerThrew() noexcept
+    {
+        try {
+            DevMgrFailure thrown;
+            thrown.device = _node->_name;
+            thrown.state = _node->_sm->getStateName();
+            if (!_ofObserver.get())
+                _failure = thrown;
+            thrown.exception = std::current_exception();
+            ZV_TRACE(*Trace::MainTraceLevel, "A sequence observer throws. " << thrown);
+        } catch (...) {
+            // There is no memory to say it.
+        }
+    }
+
+    template <class Describe>
+    void keep(Describe describe) noexcept
+    {
+        try {
+            _failure = describe();
+        } catch (...) {
+            // There is no memory to say it.
+        }
+    }
+
+    RCShdPtr<DevSeqObserver> const &_observer; // the tree's: it may be replaced in between
+    Replaced *&_current;
+    Replaced * const _outer;
+    std::optional<DevMgrFailure> &_failure;
+    FirstFailure _ofObserver;
+    DevSeqTreeNode *_node = nullptr; // whose machine steps
+};
+
 DevSeqTree::DevSeqTree() : _lock("DevSeqTree"), _link(new DevSeqTreeLink(this)) {}
 
 // Takes the parent from each node, which may be held elsewhere. That takes no memory: the link back shows the way, and
@@ -134,14 +252,21 @@ DevSeqTree::~DevSeqTree()
 
 void DevSeqTree::setRoot(RCShdPtr<DevSeqTreeNode> const &node)
 {
+    LkGuard<LkLock const> const guard(_lock);
     if (!_root.isNull())
-        attach(node, _root);
+        join(node, _root);
     _root = node;
     _isIndexed = false;
 }
 
 void DevSeqTree::attach(RCShdPtr<DevSeqTreeNode> const &parent,
                         RCShdPtr<DevSeqTreeNode> const &child)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    join(parent, child);
+}
+
+void DevSeqTree::join(RCShdPtr<DevSeqTreeNode> const &parent, RCShdPtr<DevSeqTreeNode> const &child)
 {
     DevSeqTreeNode &upper = *parent;
     DevSeqTreeNode &lower = *child;
@@ -153,14 +278,26 @@ void DevSeqTree::attach(RCShdPtr<DevSeqTreeNode> const &parent,
 
 void DevSeqTree::processEvent(std::int32_t event)
 {
+    std::optional<DevMgrFailure> failure;
+    Replaced replaced;
     LkGuard<LkLock const> const guard(_lock);
-    deliver(*_root, event);
+    Turn turn(_observer, _replaced, replaced, failure);
+    deliver(turn, getRoot(), event);
 }
 
 void DevSeqTree::processEvent(LiString const &name, std::int32_t event)
 {
+    std::optional<DevMgrFailure> failure;
+    processEvent(name, event, failure);
+}
+
+void DevSeqTree::processEvent(LiString const &name, std::int32_t event,
+                              std::optional<DevMgrFailure> &failure)
+{
+    Replaced replaced;
     LkGuard<LkLock const> const guard(_lock);
-    deliver(find(name), event);
+    Turn turn(_observer, _replaced, replaced, failure);
+    deliver(turn, find(name), event);
 }
 
 LiString DevSeqTree::getState(LiString const &name)
@@ -169,33 +306,59 @@ LiString DevSeqTree::getState(LiString const &name)
     return find(name)._sm->getStateName();
 }
 
+std::optional<DevMgrFailure> DevSeqTree::getFailure(LiString const &name)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return find(name).getFailure();
+}
+
 void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 {
     RCShdPtr<DevSeqObserver> former(observer); // ends without the lock
     LkGuard<LkLock const> const guard(_lock);
+    if (_replaced)
+        _replaced->add(_observer);
     former.swap(_observer);
+}
+
+bool DevSeqTree::isDelivering() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return _replaced;
 }
 
 void DevSeqTree::wait()
 {
-    walk(
-        *_root, [](DevSeqTreeNode &) {}, [](DevSeqTreeNode &node) { node._util->waitDone(); });
+    Vector<RCShdPtr<DevSeqTreeNodeUtil>> ends;
+    {
+        LkGuard<LkLock const> const guard(_lock);
+        walk(
+            getRoot(), [](DevSeqTreeNode &) {},
+            [&ends](DevSeqTreeNode &node) { ends.push_back(node._util); });
+    }
+    for (RCShdPtr<DevSeqTreeNodeUtil> const &end : ends)
+        end->waitDone();
 }
 
 void DevSeqTree::write(std::ostream &stream) const
 {
-    DevSeqTreeNode &root = *_root;
-    stream << "( ";
-    walk(
-        root,
-        [&stream](DevSeqTreeNode &node) {
-            stream << node._name << (node._children.empty() ? " " : " ( ");
-        },
-        [&stream](DevSeqTreeNode &node) {
-            if (!node._children.empty())
-                stream << ") ";
-        });
-    stream << ")";
+    std::ostringstream text; // a stream of the caller's is written to without the lock
+    {
+        LkGuard<LkLock const> const guard(_lock);
+        DevSeqTreeNode &root = getRoot();
+        text << "( ";
+        walk(
+            root,
+            [&text](DevSeqTreeNode &node) {
+                text << node._name << (node._children.empty() ? " " : " ( ");
+            },
+            [&text](DevSeqTreeNode &node) {
+                if (!node._children.empty())
+                    text << ") ";
+            });
+        text << ")";
+    }
+    stream << text.str();
 }
 
 std::ostream &operator<<(std::ostream &stream, DevSeqTree const &tree)
@@ -229,37 +392,31 @@ void DevSeqTree::walk(DevSeqTreeNode &root, Enter enter, Leave leave)
     }
 }
 
-void DevSeqTree::deliver(DevSeqTreeNode &node, std::int32_t event)
+void DevSeqTree::deliver(Turn &turn, DevSeqTreeNode &node, std::int32_t event)
 {
     Vector<Delivery> deliveries;
     Delivery::Next next{&node, event};
     for (;;) {
         if (next.node) {
-            accept(*next.node, next.event);
+            turn.accept(*next.node, next.event);
             deliveries.emplace_back(*next.node);
         } else {
             deliveries.pop_back();
             if (deliveries.empty())
-                return;
+                return turn.rethrow();
         }
         next = deliveries.back().getNext();
     }
 }
 
-void DevSeqTree::accept(DevSeqTreeNode &node, std::int32_t event)
+DevSeqTreeNode &DevSeqTree::getRoot() const
 {
-    if (_observer.isNull())
-        return node.accept(event);
-    LiString const former = node._sm->getStateName();
-    node.accept(event);
-    LiString const state = node._sm->getStateName();
-    if (state != former)
-        _observer->stateChanged(node._name, state);
+    return *_root;
 }
 
 DevSeqTreeNode &DevSeqTree::find(LiString const &name)
 {
-    DevSeqTreeNode &root = *_root;
+    DevSeqTreeNode &root = getRoot();
     if (!_isIndexed)
         index(root);
     auto const found = _nodes.find(nameOf(name));

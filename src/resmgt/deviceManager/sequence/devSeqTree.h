@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 #include <string_view>
 
 namespace Zv {
@@ -34,9 +35,13 @@ namespace Zv {
 /// hand a request over and return, and must not wait for the tree. The depth of a tree costs no
 /// stack.
 ///
-/// A device that is given an illegal event stands in `_ill`, one whose protocol threw an `ExBase`
-/// in `_exc`: both silently, and the next event for it throws `DevMgrEx::SMExecutionError`. An
-/// exception that passes during a delivery abandons the events that were still to be delivered.
+/// The machine of a device that is given an illegal event goes to `_ill`, that of a device whose
+/// protocol threw an `ExBase` to `_exc`. Neither is a failure of the call: it is written to the trace,
+/// the observer is told, and `getFailure` returns it. The next event for the machine throws
+/// `DevMgrEx::SMExecutionError`. An exception that a machine throws during a delivery abandons the
+/// events that were still to be delivered. One that the observer throws does not.
+///
+/// All operations may be called by any thread at any time.
 class ZVRESMGT_EXPORT DevSeqTree : public RCBase<LkCounter<long>>
 {
 public:
@@ -45,25 +50,39 @@ public:
     DevSeqTree(DevSeqTree const &) = delete;
     DevSeqTree &operator=(DevSeqTree const &) = delete;
 
-    /// A root that is there becomes the last child of `node`. Before the first delivery; no lock.
+    /// A root that is there becomes the last child of `node`. To be called before the first delivery.
     void setRoot(RCShdPtr<DevSeqTreeNode> const &node);
     /// Makes `child` the last child of `parent`; both are nodes of this tree, or of none yet.
-    /// Before the first delivery; no lock. Throws `RCEx::ExNullPtr`.
+    /// To be called before the first delivery. Throws `RCEx::ExNullPtr`.
     void attach(RCShdPtr<DevSeqTreeNode> const &parent, RCShdPtr<DevSeqTreeNode> const &child);
 
     /// Deliver an event, a `DevSeqEv` value, with all that follows from it, to the root or to a
     /// node. Of several nodes of one name it is the root, or the first that is found by looking
     /// through a node's children before their subtrees. Throw `DevMgrEx::NameNotFound`, for an
-    /// empty tree `RCEx::ExNullPtr`, and what `DevSMExecutionEng::execute` throws.
+    /// empty tree `RCEx::ExNullPtr`, what `DevSMExecutionEng::execute` throws, and when all is delivered
+    /// the first exception of the observer.
     void processEvent(std::int32_t event) ZV_EXCLUDES(_lock);
     void processEvent(LiString const &name, std::int32_t event) ZV_EXCLUDES(_lock);
+    /// Does the same. If it throws, and an event was being delivered, `failure` says to which device. The exception
+    /// is not in it.
+    void processEvent(LiString const &name, std::int32_t event,
+                      std::optional<DevMgrFailure> &failure) ZV_EXCLUDES(_lock);
     /// The name of the state in which the device's machine is. Throws `DevMgrEx::NameNotFound`.
     LiString getState(LiString const &name) ZV_EXCLUDES(_lock);
 
-    /// Is told from now on of every state that a machine comes to; null for nobody.
-    void setObserver(RCShdPtr<DevSeqObserver> const &observer) ZV_EXCLUDES(_lock);
+    /// Returns why the device's machine has failed, empty if it has not. Throws `DevMgrEx::NameNotFound`.
+    std::optional<DevMgrFailure> getFailure(LiString const &name) ZV_EXCLUDES(_lock);
 
-    /// Blocks until every device has stopped or aborted; takes no lock. Once for a tree: each end
+    /// Gives the tree another observer, or none if it is null. When this has returned, the former one is not called
+    /// any more. Blocks while an event is being delivered.
+    void setObserver(RCShdPtr<DevSeqObserver> const &observer) ZV_EXCLUDES(_lock);
+    /// Returns whether the calling thread is delivering an event of this tree, as it is in an observer's or a device's
+    /// function that the tree calls. Blocks while another thread delivers one.
+    bool isDelivering() const ZV_EXCLUDES(_lock);
+    /// The lock of all deliveries. Held while several changes are made that must be seen as one.
+    LkLock const &getLock() const ZV_RETURN_CAPABILITY(_lock) { return _lock; }
+
+    /// Blocks until every device has stopped or aborted; holds no lock meanwhile. Once for a tree: each end
     /// of a device ends one wait for it. By design it does not return where a machine ended in
     /// `_ill` or `_exc` instead. Throws `RCEx::ExNullPtr` for an empty tree.
     void wait();
@@ -71,7 +90,7 @@ public:
     /// How notifications reach this tree. Never null.
     RCShdPtr<DevSeqTreeLink> const &getLink() const { return _link; }
 
-    /// `( R ( A B ) )`. Takes no lock; throws `RCEx::ExNullPtr` for an empty tree.
+    /// `( R ( A B ) )`. Throws `RCEx::ExNullPtr` for an empty tree.
     void write(std::ostream &stream) const;
 
 protected:
@@ -80,22 +99,27 @@ protected:
 
 private:
     class Delivery;
+    class Replaced;
+    class Turn;
 
     template <class Enter, class Leave>
     static void walk(DevSeqTreeNode &root, Enter enter, Leave leave);
-    void deliver(DevSeqTreeNode &node, std::int32_t event) ZV_REQUIRES(_lock);
-    void accept(DevSeqTreeNode &node, std::int32_t event) ZV_REQUIRES(_lock);
+    void join(RCShdPtr<DevSeqTreeNode> const &parent, RCShdPtr<DevSeqTreeNode> const &child)
+        ZV_REQUIRES(_lock);
+    static void deliver(Turn &turn, DevSeqTreeNode &node, std::int32_t event);
 
+    DevSeqTreeNode &getRoot() const ZV_REQUIRES(_lock);
     DevSeqTreeNode &find(LiString const &name) ZV_REQUIRES(_lock);
     void index(DevSeqTreeNode &root) ZV_REQUIRES(_lock);
 
     LkLock _lock;
-    RCShdPtr<DevSeqTreeNode> _root;
+    RCShdPtr<DevSeqTreeNode> _root ZV_GUARDED_BY(_lock);
     RCShdPtr<DevSeqTreeLink> _link;
     HashMap<std::string_view, DevSeqTreeNode *>
         _nodes ZV_GUARDED_BY(_lock); // by name; the names are the nodes' own
-    bool _isIndexed = false;
+    bool _isIndexed ZV_GUARDED_BY(_lock) = false;
     RCShdPtr<DevSeqObserver> _observer ZV_GUARDED_BY(_lock);
+    Replaced *_replaced ZV_GUARDED_BY(_lock) = nullptr; // of the delivery that runs
 };
 
 /// The tree's text form, as `write` gives it.

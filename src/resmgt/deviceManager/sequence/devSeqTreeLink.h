@@ -1,6 +1,7 @@
 // How a device's report finds its tree.
 #pragma once
 
+#include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
@@ -9,6 +10,7 @@
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace Zv {
 
@@ -24,6 +26,8 @@ public:
 
     /// Delivers as `DevSeqTree::processEvent` does, or does nothing. Any thread may call it.
     void processEvent(LiString const &name, std::int32_t event);
+    void processEvent(LiString const &name, std::int32_t event,
+                      std::optional<DevMgrFailure> &failure);
     /// From now on the link leads nowhere. Blocks during a delivery.
     void clear();
 

@@ -68,7 +68,7 @@ void DevSeqTreeNode::addChild(RCShdPtr<DevSeqTreeNode> const &child)
     _util->setNbChildren(static_cast<std::int32_t>(_children.size()));
 }
 
-void DevSeqTreeNode::accept(std::int32_t event)
+void DevSeqTreeNode::accept(std::int32_t event, DevSeqSM::Listener &listener)
 {
     if (event == DevSeqEv::PROCEED) {
         DtTime largest = _util->getLatency();
@@ -79,7 +79,22 @@ void DevSeqTreeNode::accept(std::int32_t event)
     }
     if (event == DevSeqEv::MLOCK && _parent)
         _util->setParentMark(_parent->_util->getMark());
-    _sm->execute(event);
+    _sm->execute(event, &listener);
+}
+
+std::optional<DevMgrFailure> DevSeqTreeNode::getFailure() const
+{
+    std::optional<DevMgrFailure> failure = _sm->getFailure();
+    if (failure)
+        failure->device = _name;
+    return failure;
+}
+
+DevMgrFailure DevSeqTreeNode::getLastThrown() const
+{
+    DevMgrFailure failure = _sm->getLastThrown();
+    failure.device = _name;
+    return failure;
 }
 
 } // namespace Zv

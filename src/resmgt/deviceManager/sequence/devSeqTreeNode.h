@@ -12,6 +12,8 @@
 #include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
 
+#include <optional>
+
 namespace Zv {
 
 /// A device with its sequence machine, and its place in a `DevSeqTree`. It runs once: a device that
@@ -39,7 +41,10 @@ private:
     DevSeqTreeNode(LiString const &name, ObjPtr<DevSeqSM> sm, RCShdPtr<DevSeqTreeNodeUtil> util);
 
     void addChild(RCShdPtr<DevSeqTreeNode> const &child);
-    void accept(std::int32_t event);
+    void accept(std::int32_t event, DevSeqSM::Listener &listener);
+    std::optional<DevMgrFailure> getFailure() const;
+    /// What was thrown last by `accept`, without the exception.
+    DevMgrFailure getLastThrown() const;
     /// Throws `RCEx::ExNullPtr` if there is none.
     DevSeqTreeNode &getParent() const;
     void leave(DevSeqTreeNode const &parent);

@@ -1,10 +1,14 @@
 #include "resmgt/deviceManager/sequence/seqANOFactory.h"
 
+#include "resmgt/deviceManager/devMgrFailure.private.h"
+
+#include <optional>
+
 namespace Zv {
 
 namespace {
 
-class SeqANO final : public DevClonableANO
+class SeqANO final : public DevClonableANO, public DevMgrFailureSource
 {
 public:
     SeqANO(LiString const &deviceName, unsigned int event, RCShdPtr<DevSeqTreeLink> const &tree)
@@ -13,7 +17,15 @@ public:
 
     void performExecute() override
     {
-        _tree->processEvent(_deviceName, static_cast<std::int32_t>(_event));
+        _tree->processEvent(_deviceName, static_cast<std::int32_t>(_event), _failure);
+    }
+    DevMgrFailure getFailure() const override
+    {
+        if (_failure)
+            return *_failure;
+        DevMgrFailure failure;
+        failure.device = _deviceName;
+        return failure;
     }
     ObjPtrRet<DevClonableANO> clone() const override
     {
@@ -24,6 +36,7 @@ private:
     LiString _deviceName;
     unsigned int _event;
     RCShdPtr<DevSeqTreeLink> _tree;
+    std::optional<DevMgrFailure> _failure;
 };
 
 } // namespace

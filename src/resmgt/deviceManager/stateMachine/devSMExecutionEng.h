@@ -9,6 +9,7 @@
 #include "zvbase/objPtr.h"
 
 #include <cstdint>
+#include <exception>
 
 namespace Zv {
 
@@ -51,6 +52,8 @@ public:
     /// `DevMgrEx::SMDomainError` for an event that is not primary, `DevMgrEx::SMBadImp` where the
     /// table contradicts itself, and what a transition throws that is no `ExBase`.
     virtual void execute(std::int32_t event) = 0;
+    /// Returns the last `ExBase` that a transition threw, as it was thrown, to be rethrown. Null if there was none.
+    virtual std::exception_ptr getException() const = 0;
 
 protected:
     DevSMExecutionEng() = default;

@@ -43,10 +43,16 @@ public:
     RCShdPtr<DevSMTable> getTable() const override { return _smtable; }
     ObjPtrRet<ExBase> takeException() override { return _exception; }
     void execute(std::int32_t event) override;
+    std::exception_ptr getException() const override { return _thrown; }
 
     /// For the engine's own transitions.
     void pend(std::int32_t event) { _pending.add(event); }
-    void keepException(ExBase const &exception) { _exception.reset(exception.clone()); }
+    /// In a clause that has caught the exception.
+    void keepException(ExBase const &exception)
+    {
+        _thrown = std::current_exception();
+        _exception.reset(exception.clone());
+    }
 
 private:
     using Transitions = Vector<RCShdPtr<DevSMTransition>>;
@@ -78,6 +84,7 @@ private:
     DevSMPendingEvents _pending;
     std::int32_t _state;
     ObjPtr<ExBase> _exception;
+    std::exception_ptr _thrown; // the original of the above
     std::int32_t _status;
 };
 
