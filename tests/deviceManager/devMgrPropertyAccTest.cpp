@@ -1,5 +1,6 @@
 #include "fakeDevices.h"
 
+#include "aborted.h"
 #include "allocations.h"
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
@@ -7,11 +8,14 @@
 #include "resmgt/deviceProtocol/devMDStdPropertySetBuilder.h"
 #include "resmgt/locks/lkSema.h"
 #include "threadExtensions/asleep.h"
+#include "zvbase/lgLog.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -559,6 +563,236 @@ TEST_F(PropertyAccess, ObserversComeAndGoWhileChangesArrive)
     stop = true;
     notifier.join();
     settle();
+}
+
+/// Does with the access what a test wants it to, while it is told.
+class ActingObserver : public RecordingObserver
+{
+public:
+    ActingObserver(std::string name, Journal &journal, std::function<void()> action)
+        : RecordingObserver(std::move(name), journal), _action(std::move(action))
+    {}
+
+    void update(DevMgrPropertyObserverHint const &hint) override
+    {
+        RecordingObserver::update(hint);
+        _action();
+    }
+
+private:
+    std::function<void()> _action;
+};
+
+TEST_F(PropertyAccess, ObserverMayDetachItselfFromWithinItsUpdate)
+{
+    auto const x = device().x;
+    RCShdPtr<DevMgrPropertyObserver> once;
+    once = makeShd<ActingObserver>("once", journal, [&] { access->detachObserver(x, once); });
+    RCShdPtr<DevMgrPropertyObserver> const lasting = makeShd<RecordingObserver>("lasting", journal);
+    access->attachObserver(x, once);
+    access->attachObserver(x, lasting);
+    journal.take();
+    x->notify(1);
+    settle();
+    Lines lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"lasting x 1", "once x 1"}));
+    x->notify(2);
+    settle();
+    EXPECT_EQ(journal.take(), Lines{"lasting x 2"});
+}
+
+TEST_F(PropertyAccess, LastObserverMayDetachItselfFromWithinItsUpdate)
+{
+    auto const x = device().x;
+    RCShdPtr<DevMgrPropertyObserver> once;
+    once = makeShd<ActingObserver>("once", journal, [&] { access->detachObserver(x, once); });
+    access->attachObserver(x, once);
+    x->notify(1);
+    settle();
+    EXPECT_EQ(journal.take(), (Lines{"observed x", "once x 1", "cleared x"}));
+}
+
+TEST_F(PropertyAccess, ObserverThatAnotherOneDetachesIsNotToldAnyMore)
+{
+    auto const x = device().x;
+    RCShdPtr<DevMgrPropertyObserver> one;
+    RCShdPtr<DevMgrPropertyObserver> two;
+    one = makeShd<ActingObserver>("told", journal, [&] { access->detachObserver(x, two); });
+    two = makeShd<ActingObserver>("told", journal, [&] { access->detachObserver(x, one); });
+    access->attachObserver(x, one);
+    access->attachObserver(x, two);
+    journal.take();
+    x->notify(1);
+    settle();
+    EXPECT_EQ(journal.take(), Lines{"told x 1"}); // whichever came first
+}
+
+TEST_F(PropertyAccess, ObserverThatIsAttachedFromWithinAnUpdateIsToldOfTheNextChange)
+{
+    auto const x = device().x;
+    std::vector<RCShdPtr<DevMgrPropertyObserver>> others; // before and behind it in their order
+    for (int i = 0; i < 8; ++i)
+        others.push_back(makeShd<RecordingObserver>("other", journal));
+    auto const attaching = makeShd<ActingObserver>("attaching", journal, [&] {
+        for (auto const &other : others)
+            access->attachObserver(x, other);
+    });
+    for (int i = 0; i < 8; ++i)
+        others.push_back(makeShd<RecordingObserver>("other", journal));
+    access->attachObserver(x, attaching);
+    journal.take();
+    x->notify(1);
+    settle();
+    EXPECT_EQ(journal.take(), Lines{"attaching x 1"});
+    x->notify(2);
+    settle();
+    EXPECT_EQ(journal.take().size(), 17u);
+}
+
+TEST_F(PropertyAccess, ObserverThatDetachesItselfEndsWithoutTheLockOfTheAccess)
+{
+    class Ending : public ActingObserver
+    {
+    public:
+        Ending(Journal &lines, std::function<void()> action, std::function<void()> atEnd)
+            : ActingObserver("ending", lines, std::move(action)), _atEnd(std::move(atEnd))
+        {}
+        ~Ending() noexcept(false) override { _atEnd(); }
+
+    private:
+        std::function<void()> _atEnd;
+    };
+    auto const x = device().x;
+    auto const focus = device().focus;
+    RCShdPtr<DevMgrPropertyObserver> const other = makeShd<RecordingObserver>("other", ignored);
+    LkUnnamedSema ended("ended", 0, LkSemaTypes::Shared());
+    RCShdPtr<DevMgrPropertyObserver> ending = makeShd<Ending>(
+        journal,
+        [&] {
+            access->detachObserver(x, ending);
+            ending = nullptr;
+        },
+        [&] {
+            std::thread([&] { access->attachObserver(focus, other); }).join();
+            ended.post();
+        });
+    access->attachObserver(x, ending);
+    x->notify(1);
+    ended.wait();
+}
+
+TEST_F(PropertyAccess, OtherObserversAreToldWhenOneThrowsAndTheFirstExceptionPasses)
+{
+    class Handler : public DevMgrFailureHandler
+    {
+    public:
+        explicit Handler(Journal &lines) : _lines(lines) {}
+        void handle(DevMgrFailure const &failure) override
+        {
+            std::ostringstream text;
+            text << failure;
+            _lines.add(text.str());
+        }
+
+    private:
+        Journal &_lines;
+    };
+    auto const x = device().x;
+    manager->setFailureHandler(makeShd<Handler>(ignored));
+    for (int i = 0; i < 2; ++i)
+        access->attachObserver(x, makeShd<ActingObserver>("throwing", journal, [] {
+                                   throw std::runtime_error("my update failed");
+                               }));
+    access->attachObserver(x, makeShd<RecordingObserver>("sound", journal));
+    journal.take();
+    ignored.take();
+    x->notify(5);
+    x->notify(6);
+    settle();
+    Lines lines = journal.take();
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"sound x 5", "sound x 6", "throwing x 5", "throwing x 5",
+                            "throwing x 6", "throwing x 6"}));
+    lines = ignored.take();
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "observed fence");
+    EXPECT_EQ((Lines{lines[1], lines[2]}),
+              (Lines{"observer of property x: event \"5\": my update failed",
+                     "observer of property x: event \"6\": my update failed"}));
+}
+
+TEST_F(PropertyAccess, AccessThatItsObserverDestroysFailsAnAssertionWhenAllAreDetached)
+{
+    auto const x = device().x;
+    ObjPtr<DevMgrPropertyAcc> own = manager->createPropertyAcc();
+    std::string failed = "nothing";
+    auto const destroying = makeShd<ActingObserver>("destroying", journal, [&] {
+        try {
+            own = nullptr;
+        } catch (AssertionFailed const &failure) {
+            failed = failure.getExpression();
+        }
+    });
+    own->attachObserver(x, destroying);
+    own->attachObserver(device().focus, destroying);
+    journal.take();
+    x->notify(1);
+    settle();
+    EXPECT_EQ(failed, "!isDestroyedByItsOwnObserver");
+    Lines lines = journal.take();
+    EXPECT_EQ(lines.front(), "destroying x 1");
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (Lines{"cleared focus", "cleared x", "destroying x 1"}));
+}
+
+TEST_F(PropertyAccess, ObserverMayDestroyAnotherAccess)
+{
+    auto const x = device().x;
+    ObjPtr<DevMgrPropertyAcc> other = manager->createPropertyAcc();
+    other->attachObserver(device().focus, makeShd<RecordingObserver>("other", journal));
+    access->attachObserver(
+        x, makeShd<ActingObserver>("destroying", journal, [&] { other = nullptr; }));
+    journal.take();
+    x->notify(1);
+    settle();
+    EXPECT_EQ(journal.take(), (Lines{"destroying x 1", "cleared focus"}));
+}
+
+using PropertyAccessDeathTest = PropertyAccess;
+
+// In a process of its own: the device that is left behind is never closed.
+TEST_F(PropertyAccessDeathTest, ManagerThatAnObserverDestroysFailsAnAssertionAndDoesNotHang)
+{
+    EXPECT_EXIT(
+        {
+            auto const x = device().x;
+            LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
+            access->attachObserver(x, makeShd<ActingObserver>("letting go", journal, [&] {
+                                       manager = nullptr;
+                                       EXPECT_THROW(access = nullptr, AssertionFailed);
+                                       done.post();
+                                   }));
+            x->notify(1);
+            done.wait();
+            LgLog::flush();
+            std::_Exit(access.isNull() ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "Assertion \"!isDestroyedOnDevMgrANO\" failed");
+}
+
+TEST_F(PropertyAccessDeathTest, ObserverThatThrowsEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            auto const x = device().x;
+            access->attachObserver(x, makeShd<ActingObserver>("throwing", journal, [] {
+                                       throw std::runtime_error("my update failed");
+                                   }));
+            x->notify(5);
+            LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
+        },
+        ZvTest::aborted(), "observer of property x: event \"5\": my update failed");
 }
 
 } // namespace

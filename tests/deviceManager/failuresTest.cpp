@@ -1,0 +1,500 @@
+#include "fakeDevices.h"
+
+#include "aborted.h"
+#include "resmgt/deviceManager/devMgrMediator.h"
+#include "resmgt/locks/lkSema.h"
+#include "zvbase/logTestUtil.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+using namespace Test;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+/// A device that finishes a step when a test lets it.
+class ByHand : public DevMDSyncSeqPrtcl
+{
+public:
+    ByHand(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
+
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override
+    {
+        step("start", aco);
+    }
+    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { step("sync", aco); }
+    void performSync(ObjPtr<DevACO> aco, DtTime const &) override { step("sync", aco); }
+    void performRecover(ObjPtr<DevACO> aco) override { step("recover", aco); }
+    void performStop(ObjPtr<DevACO> aco) override { step("stop", aco); }
+    void performAbort(ObjPtr<DevACO> aco) override { step("abort", aco); }
+    DtTime getLatency() override { return DtTime(); }
+    DtTimeMark getMark() override { return DtTimeMark(); }
+
+    void complete()
+    {
+        ObjPtr<DevACO> const aco(_aco);
+        aco->performExecute();
+    }
+
+private:
+    void step(char const *name, ObjPtr<DevACO> const &aco)
+    {
+        _journal.add(name + (" " + _name));
+        _aco = const_cast<ObjPtr<DevACO> &>(aco);
+    }
+
+    std::string const _name;
+    Journal &_journal;
+    ObjPtr<DevACO> _aco;
+};
+
+class CallANO : public DevANO
+{
+public:
+    explicit CallANO(std::function<void()> function) : _function(std::move(function)) {}
+    void performExecute() override { _function(); }
+
+private:
+    std::function<void()> _function;
+};
+
+void produce(DevMgrFifo &fifo, std::function<void()> function)
+{
+    ObjPtr<DevANO> ano(new CallANO(std::move(function)));
+    DevANOQueueEntry entry(ano);
+    fifo.produce(entry);
+}
+
+/// Writes down what it is given, and lets the process go on or end.
+class Handler : public DevMgrFailureHandler
+{
+public:
+    Handler(Journal &journal, LkUnnamedSema &handled) : _journal(journal), _handled(handled) {}
+
+    void handle(DevMgrFailure const &failure) override
+    {
+        std::string text = "device " + std::string(failure.device.getChars()) + ", property " +
+                           failure.property.getChars() + ", state " + failure.state.getChars() +
+                           ", event " + failure.event.getChars() + ": ";
+        try {
+            std::rethrow_exception(failure.exception);
+        } catch (ExBase const &exception) {
+            text += exception.getReason();
+        } catch (std::exception const &exception) {
+            text += exception.what();
+        } catch (int number) {
+            text += std::to_string(number);
+        }
+        _journal.add(text);
+        _handled.post();
+    }
+
+private:
+    Journal &_journal;
+    LkUnnamedSema &_handled;
+};
+
+class EndingHandler : public DevMgrFailureHandler
+{
+public:
+    void handle(DevMgrFailure const &failure) override
+    {
+        std::rethrow_exception(failure.exception);
+    }
+};
+
+class SeqObserver : public DevSeqObserver
+{
+public:
+    explicit SeqObserver(std::function<void(std::string const &)> onState)
+        : _onState(std::move(onState))
+    {}
+    void stateChanged(LiString const &device, LiString const &state) override
+    {
+        _onState((device + " " + state).getChars());
+    }
+
+private:
+    std::function<void(std::string const &)> _onState;
+};
+
+/// The sequence ( root ( a b ) ), and what happens on the manager's thread.
+class Failures : public testing::Test
+{
+protected:
+    Failures() { access->configure("( root ( a b ) )"); }
+    ~Failures() noexcept override {}
+
+    Registered device(char const *name)
+    {
+        return Registered(name, [this, name] {
+            auto * const made = new ByHand(name, journal);
+            devices[name] = made;
+            return RCShdPtr<DevMDPrtcl>(made);
+        });
+    }
+    void handle() { manager->setFailureHandler(makeShd<Handler>(failures, handled)); }
+    void observe(std::function<void(std::string const &)> onState)
+    {
+        access->setObserver(makeShd<SeqObserver>(std::move(onState)));
+    }
+    void completeUntil(char const *name, char const *state)
+    {
+        devices.at(name)->complete();
+        while (access->getState(name) != state)
+            std::this_thread::yield();
+    }
+    void lock()
+    {
+        access->start();
+        for (char const *name : {"a", "b"})
+            completeUntil(name, "wml");
+        completeUntil("root", "sync");
+        completeUntil("root", "lock");
+        for (char const *name : {"a", "b"})
+            completeUntil(name, "lock");
+    }
+    /// For a test that ends the process: what it does never comes back.
+    [[noreturn]] static void exitWith(int code)
+    {
+        LgLog::flush();
+        std::_Exit(code);
+    }
+    static void waitForTheEnd() { LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait(); }
+
+    Journal journal;
+    Journal failures;
+    LkUnnamedSema handled{"handled", 0, LkSemaTypes::Shared()};
+    std::map<std::string, ByHand *> devices;
+    Registered const root = device("root");
+    Registered const a = device("a");
+    Registered const b = device("b");
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    ObjPtr<DevMgrSyncSeqAcc> access = manager->createSyncSeqAcc();
+};
+
+using FailuresDeathTest = Failures;
+
+TEST_F(Failures, SecondStartIsAFailureOfTheRootThatCanBeAskedFor)
+{
+    access->start();
+    EXPECT_FALSE(access->getFailure("root"));
+    access->start();
+    EXPECT_EQ(access->getState("root"), "_ill");
+    auto const failure = access->getFailure("root");
+    ASSERT_TRUE(failure);
+    std::ostringstream text;
+    text << *failure;
+    EXPECT_EQ(text.str(), "device root: event \"start\" in state \"start\": illegal event");
+    EXPECT_THROW((void)access->getFailure("nobody"), DevMgrEx::NameNotFound);
+}
+
+TEST_F(FailuresDeathTest, ReportOfADeviceThatWasStartedTwiceIsTracedAndEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            access->start();
+            access->start();
+            devices.at("root")->complete();
+            waitForTheEnd();
+        },
+        ZvTest::aborted(),
+        "Unhandled exception on \"DevMgr ANO\". device root: event \"ready\" in state \"_ill\": ");
+    EXPECT_EXIT(
+        {
+            access->start();
+            access->start();
+            devices.at("root")->complete();
+            waitForTheEnd();
+        },
+        ZvTest::aborted(),
+        "node root comes to _ill: event \"start\" in state \"start\": illegal event");
+}
+
+TEST_F(FailuresDeathTest, ReportOfADeviceThatWasStoppedTwiceIsTracedAndEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            lock();
+            access->stop();
+            access->stop();
+            completeUntil("a", "final");
+            waitForTheEnd();
+        },
+        ZvTest::aborted(),
+        "device root: event \"sstopped\" in state \"_ill\": .*State machine error condition.");
+}
+
+TEST_F(Failures, HandlerLetsTheProcessGoOnAfterASecondStop)
+{
+    handle();
+    lock();
+    access->stop();
+    access->stop();
+    EXPECT_EQ(access->getState("root"), "_ill");
+    completeUntil("a", "final");
+    handled.wait();
+    completeUntil("b", "final");
+    handled.wait();
+    std::string const line =
+        "device root, property , state _ill, event sstopped: State machine error condition.";
+    EXPECT_EQ(failures.take(), (Lines{line, line}));
+}
+
+TEST_F(Failures, HandlerIsToldOfAnythingThatIsThrownOnTheManagersThread)
+{
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    mediator->setFailureHandler(makeShd<Handler>(failures, handled));
+    produce(*mediator->getFifo(), [] { throw std::runtime_error("report lost"); });
+    handled.wait();
+    produce(*mediator->getFifo(), [] { throw 42; });
+    handled.wait();
+    ObjPtr<DevANO> failing(new CallANO([] {}));
+    failing->setACO(makeACO([] { throw std::runtime_error("nobody waits"); }));
+    DevANOQueueEntry entry(failing);
+    mediator->getFifo()->produce(entry);
+    handled.wait();
+    EXPECT_EQ(failures.take(), (Lines{"device , property , state , event : report lost",
+                                      "device , property , state , event : 42",
+                                      "device , property , state , event : nobody waits"}));
+}
+
+class FailsToEndANO : public CallANO
+{
+public:
+    FailsToEndANO() : CallANO([] {}) {}
+    ~FailsToEndANO() noexcept(false) override { throw std::runtime_error("the end of a report"); }
+};
+
+TEST_F(Failures, HandlerIsToldOfAReportWhoseDestructorThrows)
+{
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    mediator->setFailureHandler(makeShd<Handler>(failures, handled));
+    ObjPtr<DevANO> failing(new FailsToEndANO);
+    DevANOQueueEntry entry(failing);
+    mediator->getFifo()->produce(entry);
+    LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
+    produce(*mediator->getFifo(), [&] { done.post(); });
+    done.wait(); // the next one is executed all the same
+    handled.wait();
+    EXPECT_EQ(failures.take(), Lines{"device , property , state , event : the end of a report"});
+}
+
+TEST_F(FailuresDeathTest, HandlerThatThrowsEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+            mediator->setFailureHandler(makeShd<EndingHandler>());
+            produce(*mediator->getFifo(), [] { throw std::runtime_error("report lost"); });
+            waitForTheEnd();
+        },
+        ZvTest::aborted(), "Unhandled exception on \"DevMgr ANO\". report lost");
+}
+
+TEST_F(FailuresDeathTest, ProcessEndsAgainWhenTheHandlerHasBeenTakenAway)
+{
+    EXPECT_EXIT(
+        {
+            handle();
+            manager->setFailureHandler(nullptr);
+            access->start();
+            access->start();
+            devices.at("root")->complete();
+            waitForTheEnd();
+        },
+        ZvTest::aborted(), "Unhandled exception");
+}
+
+TEST_F(Failures, DeliveryGoesOnWhenTheSequenceObserverThrows)
+{
+    observe([](std::string const &line) {
+        if (line == "root start")
+            throw std::runtime_error("my observer failed");
+    });
+    EXPECT_THROW(access->start(), std::runtime_error);
+    EXPECT_EQ(journal.take(), (Lines{"start root", "start a", "start b"}));
+    EXPECT_EQ(access->getState("b"), "start");
+}
+
+TEST_F(Failures, HandlerIsToldWhereTheSequenceObserverThrew)
+{
+    handle();
+    observe([](std::string const &line) {
+        if (line == "a ready")
+            throw std::runtime_error("my observer failed");
+    });
+    access->start();
+    completeUntil("a", "wml");
+    handled.wait();
+    EXPECT_EQ(failures.take(),
+              Lines{"device a, property , state ready, event : my observer failed"});
+    completeUntil("b", "wml");
+    completeUntil("root", "sync"); // with a counted
+}
+
+TEST_F(FailuresDeathTest, SequenceObserverThatThrowsOnTheManagersThreadEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            observe([](std::string const &line) {
+                if (line == "a ready")
+                    throw std::runtime_error("my observer failed");
+            });
+            access->start();
+            devices.at("a")->complete();
+            waitForTheEnd();
+        },
+        ZvTest::aborted(), "\"DevMgr ANO\". device a: in state \"ready\": my observer failed");
+}
+
+// In a process of its own: the devices that are left behind are never closed.
+TEST_F(FailuresDeathTest, AccessThatItsObserverDestroysFailsAnAssertion)
+{
+    EXPECT_EXIT(
+        {
+            observe([this](std::string const &line) {
+                if (line != "root start")
+                    return;
+                manager = nullptr;
+                try {
+                    access = nullptr;
+                } catch (AssertionFailed const &failure) {
+                    journal.add(failure.getExpression());
+                }
+            });
+            DevMgrSyncSeqAcc &destroyed = *access;
+            destroyed.start();
+            exitWith(journal.take() == Lines{"start root", "!isDestroyedByItsOwnCallback",
+                                             "start a", "start b"}
+                         ? 0
+                         : 1);
+        },
+        testing::ExitedWithCode(0), "Assertion \"!isDestroyedByItsOwnCallback\" failed");
+}
+
+TEST_F(FailuresDeathTest, AccessThatItsObserverDestroysOnTheManagersThreadFailsAnAssertion)
+{
+    EXPECT_EXIT(
+        {
+            LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
+            observe([&](std::string const &line) {
+                if (line == "a wml") {
+                    done.post();
+                } else if (line == "a ready") {
+                    manager = nullptr;
+                    try {
+                        access = nullptr;
+                    } catch (AssertionFailed const &) {
+                        journal.add("failed");
+                    }
+                }
+            });
+            access->start();
+            journal.take();
+            devices.at("a")->complete();
+            done.wait();
+            exitWith(journal.take() == Lines{"failed"} ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "Assertion \"!isDestroyedByItsOwnCallback\" failed");
+}
+
+TEST_F(FailuresDeathTest, AccessThatItsDeviceDestroysFailsAnAssertion)
+{
+    class Destroying : public PromptSequence
+    {
+    public:
+        Destroying(Journal &lines, ObjPtr<DevMgrSyncSeqAcc> &sequence)
+            : PromptSequence("c", lines), _sequence(sequence)
+        {}
+        void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override
+        {
+            EXPECT_THROW(_sequence = nullptr, AssertionFailed);
+            exitWith(aco.isNull() ? 1 : 0);
+        }
+
+    private:
+        ObjPtr<DevMgrSyncSeqAcc> &_sequence;
+    };
+    EXPECT_EXIT(
+        {
+            ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
+            Registered const c(
+                "c", [&] { return RCShdPtr<DevMDPrtcl>(new Destroying(journal, sequence)); });
+            sequence->configure("( c )");
+            sequence->start();
+            exitWith(2);
+        },
+        testing::ExitedWithCode(0), "Assertion \"!isDestroyedByItsOwnCallback\" failed");
+}
+
+TEST_F(FailuresDeathTest, ManagerThatIsDestroyedOnItsOwnThreadFailsAnAssertion)
+{
+    EXPECT_EXIT(
+        {
+            RCShdPtr<DevMgrMediator> mediator(new DevMgrMediator);
+            Registered const c(
+                "c", [this] { return RCShdPtr<DevMDPrtcl>(new RecordingAccess("c", journal)); });
+            {
+                LkGuard<LkLock const> const guard(mediator->getLock());
+                mediator->createPrtcl("c");
+            }
+            RCShdPtr<DevMgrFifo> const fifo = mediator->getFifo();
+            LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
+            produce(*fifo, [&] {
+                try {
+                    mediator = nullptr;
+                } catch (AssertionFailed const &failure) {
+                    journal.add(failure.getExpression());
+                }
+            });
+            produce(*fifo, [&] { done.post(); }); // the thread goes on
+            done.wait();
+            exitWith(journal.take() == Lines{"open c", "!isDestroyedOnDevMgrANO"} ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "Assertion \"!isDestroyedOnDevMgrANO\" failed");
+}
+
+// A client may ask while another one configures: there is no tree yet, or the whole of it.
+TEST_F(Failures, SequenceIsSeenWholeWhileItIsConfigured)
+{
+    constexpr int NB_DEVICES = 40;
+    std::vector<std::unique_ptr<Registered>> registered;
+    std::string config = "( 0 ( ";
+    for (int i = 0; i < NB_DEVICES; ++i) {
+        std::string const name = std::to_string(i);
+        registered.push_back(std::make_unique<Registered>(name.c_str(), [this, name] {
+            return RCShdPtr<DevMDPrtcl>(new PromptSequence(name, journal));
+        }));
+        if (i > 0)
+            config += name + " ";
+    }
+    config += ") )";
+    for (int round = 0; round < 20; ++round) {
+        ObjPtr<DevMgr> const own = DevMgr::create();
+        ObjPtr<DevMgrSyncSeqAcc> const sequence = own->createSyncSeqAcc();
+        std::atomic<long> nbAsked{0};
+        std::thread asking([&] {
+            for (;;) {
+                try {
+                    EXPECT_EQ(sequence->getState(std::to_string(NB_DEVICES - 1).c_str()), "init");
+                    return;
+                } catch (RCEx::ExNullPtr const &) { // not yet
+                    ++nbAsked;
+                }
+            }
+        });
+        while (!nbAsked)
+            std::this_thread::yield();
+        sequence->configure(config.c_str());
+        asking.join();
+    }
+}
+
+} // namespace
