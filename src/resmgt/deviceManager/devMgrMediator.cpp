@@ -29,8 +29,12 @@ DevMgrMediator::~DevMgrMediator() noexcept(false)
     ZV_NO_THREAD_SAFETY_ANALYSIS // no other owner remains
 {
     bool const isDestroyedOnDevMgrANO = _thread->isCurrentThread();
-    if (isDestroyedOnDevMgrANO)
-        leaveBehind();
+    if (isDestroyedOnDevMgrANO) {
+        // The thread cannot wait for its own end, nor for devices that may wait for it: they are left behind.
+        static_cast<void>(_thread.release());
+        static_cast<void>(new auto(std::exchange(_opened, {})));
+        static_cast<void>(new auto(std::exchange(_prtclMap, {})));
+    }
     ZV_ASSERT_IN_DESTRUCTOR(!isDestroyedOnDevMgrANO);
     FirstFailure failure;
     auto opened = std::move(_opened);
@@ -38,14 +42,6 @@ DevMgrMediator::~DevMgrMediator() noexcept(false)
         failure.attempt([&opened] { opened.back()->performClose(); });
     releaseEach(_prtclMap, failure);
     failure.rethrow();
-}
-
-// The thread cannot wait for its own end, nor for devices that may wait for it.
-void DevMgrMediator::leaveBehind() ZV_NO_THREAD_SAFETY_ANALYSIS // no other owner remains
-{
-    static_cast<void>(_thread.release());
-    static_cast<void>(new auto(std::exchange(_opened, {})));
-    static_cast<void>(new auto(std::exchange(_prtclMap, {})));
 }
 
 void DevMgrMediator::setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler)

@@ -44,8 +44,6 @@ public:
     void createPrtcl(LiString const &name) ZV_REQUIRES(_configLock);
 
 private:
-    void leaveBehind();
-
     ObjPtr<DevMgrThread> _thread;
     LkLock _configLock;
     LkLock _prtclMapLock; // a leaf: other threads ask for devices while one is being created
