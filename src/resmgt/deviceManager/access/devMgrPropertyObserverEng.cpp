@@ -133,8 +133,8 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint)
     Observers called;
     FirstFailure failure;
     failure.attempt([&] { update(hint, called); });
-    releaseEach(called,
-                failure); // without the lock: observers that have detached themselves end here
+    // Without the lock: observers that have detached themselves end here.
+    releaseEach(called, failure);
     failure.rethrow();
 }
 
