@@ -103,7 +103,9 @@ template <class Base>
 class FailsToEnd : public Base
 {
 public:
-    FailsToEnd(std::string const &called, Journal &lines) : Base(called, lines), _end(called, lines)
+    template <class... Others>
+    FailsToEnd(std::string const &called, Journal &lines, Others... others)
+        : Base(called, lines, others...), _end(called, lines)
     {}
 
 private:

@@ -40,11 +40,11 @@ public:
     virtual ObjPtrRet<DevMgrStreamAcc> createStreamAcc() = 0;
     virtual ObjPtrRet<DevMgrPropertyAcc> createPropertyAcc() = 0;
     /// Returns the device's protocol object, to be cast to the device's own interface. Creates and opens the device if
-    /// that has not happened yet. Throws `DevPrtclEx::ExNameNotRegistered` for an unknown name, and what the creation or
-    /// the opening of the device throws.
+    /// that has not happened yet. Throws `DevPrtclEx::ExNameNotRegistered` for an unknown name, and what the creation
+    /// or the opening of the device throws.
     virtual RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) = 0;
     /// Installs a handler for exceptions on "DevMgr ANO", or takes it away if `handler` is null. Without one, such an
-    /// exception ends the process. The former handler may still be called for a moment. Does not block.
+    /// exception ends the process. The former handler may still be called once after that. Does not block.
     virtual void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler) = 0;
 
 protected:

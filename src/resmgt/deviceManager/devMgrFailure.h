@@ -35,16 +35,16 @@ struct ZVRESMGT_EXPORT DevMgrFailure
 /// Writes the failure as one text, as in the example above.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevMgrFailure const &failure);
 
-/// Decides whether the process goes on after an exception on the thread "DevMgr ANO". An application derives from it and
-/// installs an instance with `DevMgr::setFailureHandler`.
+/// Decides whether the process goes on after an exception on the thread "DevMgr ANO". An application derives from it
+/// and installs an instance with `DevMgr::setFailureHandler`.
 class ZVRESMGT_EXPORT DevMgrFailureHandler : public RCBase<LkCounter<long>>
 {
 public:
-    /// Called on "DevMgr ANO" with an exception that would end the process: one of a property observer, one of a sequence
-    /// observer, one of a device that is called there, or a `DevMgrEx::SMExecutionError` because an event came for a
-    /// machine that had failed. The exception has been written to the trace. If this function returns, the thread goes
-    /// on with the next report. The events that the failed delivery would still have delivered are lost. If this function
-    /// throws, the process ends.
+    /// Called on "DevMgr ANO" with an exception that would end the process: one of a property observer, one of a
+    /// sequence observer, one of a device that is called there, or a `DevMgrEx::SMExecutionError` because an event came
+    /// for a machine that had failed. The exception has been written to the trace. If this function returns, the thread
+    /// goes on with the next report. The events that the failed delivery would still have delivered are lost. If this
+    /// function throws, the process ends.
     ///
     /// It is called without a lock. It must not destroy the manager or an access object, nor wait for another report.
     virtual void handle(DevMgrFailure const &failure) = 0;

@@ -23,8 +23,8 @@ class ZVRESMGT_EXPORT DevMgrMediator : public RCBase<LkCounter<long>>
 public:
     /// Starts the thread "DevMgr ANO".
     DevMgrMediator();
-    /// Closes every device whose opening succeeded; one that fails to close does not keep the others open. Throws
-    /// the first failure when all is done. On the manager's own thread it fails the assertion "!isDestroyedOnDevMgrANO",
+    /// Closes every device whose opening succeeded; one that fails to close does not keep the others open. Throws the
+    /// first failure when all is done. On the manager's own thread it fails the assertion "!isDestroyedOnDevMgrANO",
     /// and leaves the devices open and the thread running for the rest of the process.
     ~DevMgrMediator() noexcept(false) override;
 

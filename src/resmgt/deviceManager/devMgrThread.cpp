@@ -42,9 +42,9 @@ public:
 
     void performStop(MtThread *) override { Interlocked::storeRelease(_stop, true); }
 
-    void setFailureHandler(
-        RCShdPtr<DevMgrFailureHandler> handler) // the former one ends without the lock
+    void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler)
     {
+        // The former one ends with the argument, without the lock.
         LkGuard<LkLock const> const guard(_handlerLock);
         handler.swap(_handler);
     }

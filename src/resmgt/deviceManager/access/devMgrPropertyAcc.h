@@ -24,22 +24,22 @@ class ZVRESMGT_EXPORT DevMgrPropertyAcc : public RCBase<LkCounter<long>>
 public:
     static ObjPtrRet<DevMgrPropertyAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
 
-    /// Detaches all observers. Blocks while one of them is in `update`. Must not be called from within `update` of one of
-    /// them: that fails the assertion "!isDestroyedByItsOwnObserver" when all are detached. Throws the first failure of a
-    /// property or of an observer's destructor when all are detached. If this object is the last of its manager, the destructor also does
-    /// what `DevMgr` says of that.
+    /// Detaches all observers. Blocks while one of them is in `update`. Must not be called from within `update` of one
+    /// of them: that fails the assertion "!isDestroyedByItsOwnObserver" when all are detached. Throws the first failure
+    /// of a property or of an observer's destructor when all are detached. If this object is the last of its manager,
+    /// the destructor also does what `DevMgr` says of that.
     ~DevMgrPropertyAcc() noexcept(false) override;
 
     /// The property that the string names. Its device is created and opened at its first mention. Blocks while another
     /// thread configures. `DevMgrEx::PropertySyntaxError` with all that was accepted and the fault; `NameNotFound` for
     /// an unknown device; `BadMDPrtclImp` for one without properties; `NameNotRegistered` for an unknown set or
-    /// property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while the device builds its properties; what the creation or
-    /// the opening of the device throws.
+    /// property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while the device builds its properties; what the creation
+    /// or the opening of the device throws.
     virtual RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) = 0;
     /// Both block while any observer of this object is in `update` on another thread. From within `update` both may be
     /// called, for the same observer and for others. Null pointers throw `RCEx::ExNullPtr`. Attaching an observer again
-    /// changes nothing, nor does detaching one that is not attached. After `detachObserver` has returned, the observer is
-    /// no longer called. An observer that is attached from within `update` is told of the next change.
+    /// changes nothing, nor does detaching one that is not attached. After `detachObserver` has returned, the observer
+    /// is no longer called. An observer that is attached from within `update` is told of the next change.
     virtual void attachObserver(RCShdPtr<DevMDPropertyAny> property,
                                 RCShdPtr<DevMgrPropertyObserver> observer) = 0;
     virtual void detachObserver(RCShdPtr<DevMDPropertyAny> property,

@@ -27,12 +27,12 @@ class ZVRESMGT_EXPORT DevMgrPropertyObserver : public RCBase<LkCounter<long>>
 {
 public:
     /// Called on the manager's thread "DevMgr ANO", which serves all notifications of the manager. It should note the
-    /// change and leave the reading to a thread of the client. It must not wait for a device, because a device that waits
-    /// for this thread would then wait for ever. It may attach observers, and detach itself and others. It must not
-    /// destroy the property access or the manager, which fails an assertion.
+    /// change and leave the reading to a thread of the client. It must not wait for a device, because a device that
+    /// waits for this thread would then wait for ever. It may attach observers, and detach itself and others. It must
+    /// not destroy the property access or the manager, which fails an assertion.
     ///
-    /// If it throws, the property's other observers are told all the same. The first exception then goes to the manager's
-    /// `DevMgrFailureHandler`, and ends the process if there is none.
+    /// If it throws, the property's other observers are told all the same. The first exception then goes to the
+    /// manager's `DevMgrFailureHandler`, and ends the process if there is none.
     virtual void update(DevMgrPropertyObserverHint const &hint) = 0;
 
     ~DevMgrPropertyObserver() noexcept(false) override;

@@ -27,8 +27,8 @@ public:
                         RCShdPtr<DevMgrPropertyObserver> observer);
     void detachAll();
 
-    /// Calls the property's observers, under the lock, in the order of their addresses. Throws the first exception of an
-    /// observer when all have been called.
+    /// Calls the property's observers, under the lock, in the order of their addresses. Throws the first exception of
+    /// an observer when all have been called.
     void update(DevMgrPropertyObserverHint const &hint);
     /// Returns whether the calling thread is in `update`. Blocks while another thread is.
     bool isUpdating() const;

@@ -29,47 +29,48 @@ class ZVRESMGT_EXPORT DevMgrSyncSeqAcc
 public:
     static ObjPtrRet<DevMgrSyncSeqAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
 
-    /// Stops nothing. No thread may be in `wait`. Must not be called by an observer or a device that this object is calling:
-    /// that fails the assertion "!isDestroyedByItsOwnCallback", and leaves the devices open for the rest of the process. If this object is the last of its manager, the destructor does what
-    /// `DevMgr` says of that. Throws what the destructor of a device throws.
+    /// Stops nothing. No thread may be in `wait`. Must not be called by an observer or a device that this object is
+    /// calling: that fails the assertion "!isDestroyedByItsOwnCallback", and leaves the devices open for the rest of
+    /// the process. If this object is the last of its manager, the destructor does what `DevMgr` says of that. Throws
+    /// what the destructor of a device throws.
     virtual ~DevMgrSyncSeqAcc() noexcept(false);
 
     /// The edges of the string in its order, each a parent and a child, without touching any device. The root's
     /// parent is the empty string. `DevMgrEx::ConfigSyntaxError` for a bad string.
     virtual Vector<Vector<LiString>> parseConfig(LiString const &config) = 0;
     /// Creates and opens the devices and builds the tree; to be called once. `DevMgrEx::ConfigSyntaxError`;
-    /// `DevPrtclEx::ExNameNotRegistered` for an unknown device; `DevMgrEx::BadMDPrtclImp` for one without the
-    /// sequence protocol; a device that stands twice, or that an earlier call has named, fails an assertion. A further name behind
-    /// the root's closed group passes `parseConfig` and is an `RCEx::ExNullPtr` here. After a failure the devices
-    /// that were created stay open.
+    /// `DevPrtclEx::ExNameNotRegistered` for an unknown device; `DevMgrEx::BadMDPrtclImp` for one without the sequence
+    /// protocol; a device that stands twice, or that an earlier call has named, fails an assertion. A further name
+    /// behind the root's closed group passes `parseConfig` and is an `RCEx::ExNullPtr` here. After a failure the
+    /// devices that were created stay open.
     virtual void configure(LiString const &config) = 0;
     /// Delivers START to the root and returns; the devices go on by themselves. Blocks while another event of this tree
-    /// is being delivered. Throws `RCEx::ExNullPtr` if the tree is empty, and `DevMgrEx::SMExecutionError` if the event,
-    /// or one that follows from it, is for a device whose machine has failed: the events that were still to be
-    /// delivered are lost then. An `ExBase` that a device throws leads its machine to the state `_exc` without a failure
-    /// of this call. Everything else that a device throws passes, and breaks its machine. If the observer throws, its first
-    /// exception passes when all events have been delivered. A second `start` is an illegal event for the root: this call
-    /// returns, and the root's machine has failed.
+    /// is being delivered. Throws `RCEx::ExNullPtr` if the tree is empty, and `DevMgrEx::SMExecutionError` if the
+    /// event, or one that follows from it, is for a device whose machine has failed: the events that were still to be
+    /// delivered are lost then. An `ExBase` that a device throws leads its machine to the state `_exc` without a
+    /// failure of this call. Everything else that a device throws passes, and breaks its machine. If the observer
+    /// throws, its first exception passes when all events have been delivered. A second `start` is an illegal event for
+    /// the root: this call returns, and the root's machine has failed.
     virtual void start() = 0;
-    /// Delivers STOP to the root and returns. A tree that is not in lock yet stops when it has locked. A second `stop` is an
-    /// illegal event for the root once the first one has taken effect. Blocks and throws as `start` does.
+    /// Delivers STOP to the root and returns. A tree that is not in lock yet stops when it has locked. A second `stop`
+    /// is an illegal event for the root once the first one has taken effect. Blocks and throws as `start` does.
     virtual void stop() = 0;
     /// Blocks until every device has stopped or finished an abort, also if the tree has not been started yet. Must be
     /// called once: a second call does not return. It does not return either if a device failed or got an illegal
     /// event, or if a device aborted while others wait for its next step. It may return before the observer is told of
     /// the last state. Throws `RCEx::ExNullPtr` if the tree is empty.
     virtual void wait() = 0;
-    /// Returns the name of the state of the device's sequence machine. It is `_exc` if the device threw an `ExBase`, and
-    /// `_ill` after an illegal event. If the device threw something else, it is the state that the machine was in, or
-    /// an inner state of a choice, such as `_cs(lock:stop)`. Blocks while an event of this tree is being delivered.
+    /// Returns the name of the state of the device's sequence machine. It is `_exc` if the device threw an `ExBase`,
+    /// and `_ill` after an illegal event. If the device threw something else, it is the state that the machine was in,
+    /// or an inner state of a choice, such as `_cs(lock:stop)`. Blocks while an event of this tree is being delivered.
     /// Throws `DevMgrEx::NameNotFound` if the tree has no such device, and `RCEx::ExNullPtr` if it is empty.
     virtual LiString getState(LiString const &name) = 0;
-    /// Gives the sequence an observer, which is told of every state that a device's machine comes to, or takes it away if
-    /// `observer` is null. When this has returned, the former observer is not called any more. An observer may call it.
-    /// Blocks while an event of this tree is being delivered by another thread.
+    /// Gives the sequence an observer, which is told of every state that a device's machine comes to, or takes it away
+    /// if `observer` is null. When this has returned, the former observer is not called any more. An observer may call
+    /// it. Blocks while an event of this tree is being delivered by another thread.
     virtual void setObserver(RCShdPtr<DevSeqObserver> observer) = 0;
-    /// Returns why the device's machine has failed: `_exc`, `_ill`, or broken by an exception that is no `ExBase`. Empty if
-    /// it has not. Blocks and throws as `getState` does.
+    /// Returns why the device's machine has failed: `_exc`, `_ill`, or broken by an exception that is no `ExBase`.
+    /// Empty if it has not. Blocks and throws as `getState` does.
     virtual std::optional<DevMgrFailure> getFailure(LiString const &name) = 0;
 
 protected:

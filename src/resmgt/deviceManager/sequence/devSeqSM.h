@@ -15,10 +15,10 @@
 
 namespace Zv {
 
-/// The sequence machine of one node, from `init` to `final`, to `_exc` if a protocol call threw an `ExBase`, or to `_ill`
-/// after an illegal event. None of the three has a way back. An exception of another class breaks the machine. When it
-/// ends in `_exc` or `_ill`, breaks, or refuses an event because it has ended so, it writes one line to the trace, with
-/// its label, the event, the state and the reason.
+/// The sequence machine of one node, from `init` to `final`, to `_exc` if a protocol call threw an `ExBase`, or to
+/// `_ill` after an illegal event. None of the three has a way back. An exception of another class breaks the machine.
+/// When it ends in `_exc` or `_ill`, breaks, or refuses an event because it has ended so, it writes one line to the
+/// trace, with its label, the event, the state and the reason.
 ///
 /// It has no lock. The tree's callers take turns.
 class ZVRESMGT_EXPORT DevSeqSM
@@ -53,10 +53,11 @@ public:
     LiString getStateName() const;
     LiString const &getLabel() const { return _label; }
 
-    /// Returns why the machine has ended in `_exc` or `_ill` or has broken, without the device's name. Empty if it has not.
+    /// Returns why the machine has ended in `_exc` or `_ill` or has broken, without the device's name. Empty if it has
+    /// not.
     std::optional<DevMgrFailure> getFailure() const;
-    /// Returns the event that `execute` has thrown for the last time, and the state in which the machine got it, without
-    /// the device's name and the exception.
+    /// Returns the event that `execute` has thrown for the last time, and the state in which the machine got it,
+    /// without the device's name and the exception.
     DevMgrFailure getLastThrown() const;
 
 private:

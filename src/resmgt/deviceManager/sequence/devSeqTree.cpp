@@ -122,7 +122,8 @@ private:
     Nodes::iterator _child;
 };
 
-/// The observers that have been replaced by their own calls during a delivery. They live until it has released the lock.
+/// The observers that have been replaced by their own calls during a delivery. They live until it has released the
+/// lock.
 class DevSeqTree::Replaced
 {
 public:
@@ -134,13 +135,13 @@ private:
     Vector<RCShdPtr<DevSeqObserver>> _observers;
 };
 
-/// One delivery with all that follows from it. Tells the observer, and keeps its first exception for the end. Used under
-/// the tree's lock.
+/// One delivery with all that follows from it. Tells the observer, and keeps its first exception for the end. Used
+/// under the tree's lock.
 class DevSeqTree::Turn final : private DevSeqSM::Listener
 {
 public:
-    /// `current` is where the tree keeps who takes replaced observers. A delivery that an observer begins within another
-    /// one leaves them to that one.
+    /// `current` is where the tree keeps who takes replaced observers. A delivery that an observer begins within
+    /// another one leaves them to that one.
     Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current, Replaced &replaced,
          std::optional<DevMgrFailure> &failure)
         : _observer(observer), _current(current), _outer(current), _failure(failure)
