@@ -110,13 +110,65 @@ private:
     Nodes::iterator _child;
 };
 
-DevSeqTree::DevSeqTree() : _lock("DevSeqTree"), _link(new DevSeqTreeLink(this)) {}
+/// A thread in `wait`.
+class DevSeqTree::Waiter
+{
+public:
+    explicit Waiter(DevSeqTree &tree) : _tree(tree)
+    {
+        LkGuard<LkLock const> const guard(_tree._waitersLock);
+        _place = _tree._waitedFor.insert(_tree._waitedFor.end(), nullptr);
+        _isCounted = !_tree._hasReleased;
+    }
+    Waiter(Waiter const &) = delete;
+    Waiter &operator=(Waiter const &) = delete;
+    /// A thread that was released does not touch the tree after its post.
+    ~Waiter() noexcept(false)
+    {
+        bool wasReleased = false;
+        {
+            LkGuard<LkLock const> const guard(_tree._waitersLock);
+            wasReleased = _isCounted && _tree._hasReleased;
+            _tree._waitedFor.erase(_place);
+        }
+        if (wasReleased)
+            _tree._hasLeft.post();
+    }
+
+    /// Returns whether the device has ended.
+    bool waitFor(DevSeqTreeNodeUtil &device)
+    {
+        {
+            LkGuard<LkLock const> const guard(_tree._waitersLock);
+            if (_tree._hasReleased)
+                return device.hasEnded();
+            *_place = &device;
+        }
+        device.waitDone();
+        return device.hasEnded();
+    }
+
+private:
+    DevSeqTree &_tree;
+    List<DevSeqTreeNodeUtil *>::iterator _place;
+    bool _isCounted = false; // by `releaseWaiters`
+};
+
+DevSeqTree::DevSeqTree()
+    : _lock("DevSeqTree"),
+      _link(new DevSeqTreeLink(this)),
+      _waitersLock("DevSeqTree waiters"),
+      _hasLeft("DevSeqTree waiters", 0)
+{
+    ZV_ASSERT(_hasLeft.getErrno() == 0);
+}
 
 // Takes the parent from each node, which may be held elsewhere. That takes no memory: the link back shows the way, and
 // a child that has been visited goes to the end, until all have been and are in their order again.
 DevSeqTree::~DevSeqTree()
 {
     _link->clear();
+    releaseWaiters();
     for (DevSeqTreeNode *node = _root.get(); node;) {
         Nodes &children = node->_children;
         if (!children.empty() && children.front()->_parent) {
@@ -178,8 +230,30 @@ void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 
 void DevSeqTree::wait()
 {
+    DevSeqTreeNode &root = *_root;
+    Waiter waiter(*this);
+    bool haveEnded = true;
     walk(
-        *_root, [](DevSeqTreeNode &) {}, [](DevSeqTreeNode &node) { node._util->waitDone(); });
+        root, [](DevSeqTreeNode &) {},
+        [&](DevSeqTreeNode &node) { haveEnded = waiter.waitFor(*node._util) && haveEnded; });
+    if (!haveEnded)
+        ZV_THROW(DevMgrEx::SequenceAbandoned);
+}
+
+void DevSeqTree::releaseWaiters()
+{
+    std::size_t nbWaiters = 0;
+    {
+        LkGuard<LkLock const> const guard(_waitersLock);
+        if (!_hasReleased)
+            nbWaiters = _waitedFor.size();
+        _hasReleased = true;
+        for (DevSeqTreeNodeUtil * const device : _waitedFor)
+            if (device)
+                device->releaseWaiters();
+    }
+    for (; nbWaiters > 0; --nbWaiters)
+        _hasLeft.wait();
 }
 
 void DevSeqTree::write(std::ostream &stream) const
