@@ -44,6 +44,7 @@ public:
 
     void performExecute() override
     {
+        _hasArrived.post();
         _wait.post();
         _wait.wait();
     }
@@ -52,9 +53,12 @@ public:
     virtual ObjPtrRet<DevANO> clone() const { ZV_ABORT_PROGRAM(); }
 
     DevReceiverWait &getWait() { return _wait; }
+    /// Is posted when the thread has come here.
+    LkSema &getArrival() { return _hasArrived; }
 
 private:
     DevReceiverWait _wait;
+    LkSema _hasArrived{"DevMgr SynchronizedCloseANO", 0};
 };
 
 } // namespace
@@ -65,6 +69,7 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo)
     auto * const close = new SynchronizedCloseANO;
     _close = ObjPtr<DevANO>(close);
     _closer = makeObj<DevSenderWait>(close->getWait());
+    _hasArrived = &close->getArrival();
     _thread = MtThreadFactory::getInstance().createThread("DevMgr ANO", _protocol, true, 0);
     _relation = makeObj<PriorityRelation>("DevMgr ANO", DevMDStdAccessPrtcl::getPriority(),
                                           PriorityRelation::EQUAL, _thread->getPriority());
@@ -80,18 +85,52 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo)
 
 DevMgrThread::~DevMgrThread() noexcept(false)
 {
-    end();
+    if (!_hasEnded)
+        end();
+}
+
+bool DevMgrThread::isCurrentThread() const
+{
+    return !_thread.isNull() && _thread->getThreadId().isCurrentThread();
+}
+
+bool DevMgrThread::end(double seconds)
+{
+    sendClose();
+    bool const hasArrived = _hasArrived->timedWait(seconds);
+    if (hasArrived)
+        _closer->wait();
+    _thread->stop();
+    _closer->post(); // also for a thread that comes there late
+    if (hasArrived)
+        _thread->join();
+    else
+        static_cast<void>(_thread.release());
+    _hasEnded = true;
+    _fifo->close();
+    return hasArrived;
 }
 
 void DevMgrThread::end()
 {
-    DevANOQueueEntry entry(_close);
-    _fifo->produce(entry);
+    sendClose();
     _closer->wait();
     _thread->stop();
     _closer->post();
     _thread->join();
     _fifo->close();
+}
+
+/// The queue may be full of what the thread cannot execute any more.
+void DevMgrThread::sendClose()
+{
+    DevANOQueueEntry entry(_close);
+    try {
+        _fifo->admit(entry);
+    } catch (...) {
+        _close = entry.release();
+        throw;
+    }
 }
 
 } // namespace Zv

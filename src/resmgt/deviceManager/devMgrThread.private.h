@@ -3,6 +3,7 @@
 
 #include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceProtocol/devSenderWait.h"
+#include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/objPtr.h"
@@ -10,7 +11,8 @@
 namespace Zv {
 
 /// Runs the thread that executes what arrives in a manager's queue, from its constructor to its destructor. The
-/// destructor lets everything that was queued before it run, and drops what comes later without executing it.
+/// destructor lets everything that was queued before it run, and drops what comes later without executing it. After
+/// `end` it does nothing.
 class DevMgrThread
 {
 public:
@@ -20,8 +22,15 @@ public:
     DevMgrThread(DevMgrThread const &) = delete;
     DevMgrThread &operator=(DevMgrThread const &) = delete;
 
+    /// Does what the destructor does, but waits for the thread no longer than that many seconds. If the thread has not
+    /// executed everything by then, leaves it behind and returns false: it ends when what it executes returns. Must be
+    /// called once. Throws only if the system is out of memory, and then has done nothing.
+    bool end(double seconds);
+    bool isCurrentThread() const;
+
 private:
     void end();
+    void sendClose();
 
     RCShdPtr<DevMgrFifo> _fifo;
     ObjPtr<MtThread> _thread;
@@ -29,6 +38,8 @@ private:
     ObjPtr<MtThreadProtocol> _protocol; // until the thread has it
     ObjPtr<DevANO> _close;              // had from the beginning: the thread can always be ended
     ObjPtr<DevSenderWait> _closer;
+    LkSema *_hasArrived = nullptr; // of `_close`
+    bool _hasEnded = false;        // or was left behind
 };
 
 } // namespace Zv

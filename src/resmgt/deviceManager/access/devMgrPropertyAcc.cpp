@@ -6,8 +6,8 @@
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/deviceProtocol/devMDPropertyPrtcl.h"
-#include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
+#include "zvbase/immortal.h"
 
 namespace Zv {
 
@@ -30,7 +30,14 @@ public:
         : _mediator(mediator), _observerEng(new DevMgrPropertyObserverEng(*mediator))
     {}
 
-    ~DevMgrPropertyAccImp() noexcept(false) override { _observerEng->detachAll(); }
+    ~DevMgrPropertyAccImp() noexcept(false) override
+    {
+        if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
+            // It may be in one of the observers for ever, with the engine's lock.
+            Immortal<RCShdPtr<DevMgrPropertyObserverEng>> const leftBehind(_observerEng);
+        else
+            _observerEng->detachAll();
+    }
 
     RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) override
     {
@@ -67,11 +74,8 @@ private:
     {
         if (!DevRegistry::getInstance().isRegistered(name))
             ZV_THROW(DevMgrEx::NameNotFound);
-        {
-            LkGuard<LkLock const> const guard(_mediator->getLock());
-            _mediator->createPrtcl(name);
-        }
-        auto const device = rcDynamicCast<DevMDPropertyPrtcl>(_mediator->getPrtcl(name));
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        auto const device = rcDynamicCast<DevMDPropertyPrtcl>(mediator->obtainPrtcl(name));
         if (device.isNull())
             ZV_THROW(DevMgrEx::BadMDPrtclImp);
         return device;

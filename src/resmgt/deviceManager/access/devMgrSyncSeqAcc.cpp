@@ -12,6 +12,7 @@
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/immortal.h"
 
 namespace Zv {
 
@@ -26,7 +27,14 @@ public:
         _anoFactory = makeObj<SeqANOFactory>(_tree);
     }
 
-    ~DevMgrSyncSeqAccImp() noexcept(false) override { releaseAll(_seqTreeNodeMap); }
+    ~DevMgrSyncSeqAccImp() noexcept(false) override
+    {
+        _tree->releaseWaiters();
+        if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
+            // It may be in this tree for ever, with the tree's lock.
+            Immortal<RCShdPtr<DevSeqTree>> const leftBehind(_tree);
+        releaseAll(_seqTreeNodeMap);
+    }
 
     Vector<Vector<LiString>> parseConfig(LiString const &config) override
     {
@@ -35,12 +43,14 @@ public:
 
     void configure(LiString const &config) override
     {
-        LkGuard<LkLock const> const guard(_mediator->getLock());
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        LkGuard<LkLock const> const guard(mediator->getLock());
+        mediator->expectNotClosed();
         Vector<Vector<LiString>> const edges = SeqConfigParser(config).getEdges();
         for (auto const &edge : edges) {
             LiString const &name = edge[1];
-            _mediator->createPrtcl(name);
-            auto const seqPrtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(_mediator->getPrtcl(name));
+            mediator->createPrtcl(name);
+            auto const seqPrtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(mediator->getPrtcl(name));
             if (seqPrtcl.isNull())
                 ZV_THROW(DevMgrEx::BadMDPrtclImp);
             makeNode(name, seqPrtcl);
@@ -48,9 +58,22 @@ public:
         buildTree(edges);
     }
 
-    void start() override { _tree->processEvent(DevSeqEv::START); }
-    void stop() override { _tree->processEvent(DevSeqEv::STOP); }
-    void wait() override { _tree->wait(); }
+    void start() override
+    {
+        _mediator->expectNotClosed();
+        _tree->processEvent(DevSeqEv::START);
+    }
+    void stop() override
+    {
+        _mediator->expectNotClosed();
+        _tree->processEvent(DevSeqEv::STOP);
+    }
+    void wait() override
+    {
+        if (_mediator->isClosed())
+            _tree->releaseWaiters(); // no device reports its end any more
+        _tree->wait();
+    }
     LiString getState(LiString const &name) override { return _tree->getState(name); }
     void setObserver(RCShdPtr<DevSeqObserver> observer) override { _tree->setObserver(observer); }
 
