@@ -138,7 +138,12 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
     }
     // The thread first: then no observer and no sequence is called any more, and no device waits for room in its queue.
     double const share = (end - now()) / static_cast<double>(devices.size() + 1);
-    report.isThreadLeftBehind = !_thread->end(share);
+    try {
+        report.isThreadLeftBehind = !_thread->end(share);
+    } catch (...) { // nothing has been done
+        Interlocked::storeRelease(_isClosed, false);
+        throw;
+    }
     Interlocked::storeRelease(_isThreadLeftBehind, report.isThreadLeftBehind);
     closeInTurn(devices, *_progress, end);
 
@@ -235,8 +240,10 @@ auto DevMgrMediator::find(LiString const &name) const -> Entry
 auto DevMgrMediator::get(LiString const &name) const -> Entry
 {
     Entry entry = find(name);
-    if (entry.device.isNull())
+    if (entry.device.isNull()) {
+        expectNotClosed(); // there was one
         ZV_THROW(DevMgrEx::NameNotFound);
+    }
     return entry;
 }
 

@@ -51,7 +51,7 @@ public:
     /// Whether the device was created. Any thread.
     bool isPrtclCreated(LiString const &name) const;
     /// Returns the device, which may not be open. Any thread. Throws `DevMgrEx::NameNotFound` if the device was not
-    /// created.
+    /// created, and `DevMgrEx::ManagerClosed` after `close`.
     RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) const;
     /// Returns what the opening of the device has thrown. Returns null if the device is open, is being opened, or has no
     /// access protocol. Any thread. Throws `DevMgrEx::NameNotFound` if the device was not created.

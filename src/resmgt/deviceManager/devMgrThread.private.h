@@ -23,8 +23,8 @@ public:
     DevMgrThread &operator=(DevMgrThread const &) = delete;
 
     /// Does what the destructor does, but waits for the thread no longer than that many seconds. If the thread has not
-    /// executed everything by then, leaves it behind and returns false: it ends when what it executes returns. Must be
-    /// called once. Throws only if the system is out of memory, and then has done nothing.
+    /// executed everything by then, leaves it behind for the rest of the process and returns false. The thread may end
+    /// then, or sleep. Must be called once. Throws only if the system is out of memory, and then has done nothing.
     bool end(double seconds);
     bool isCurrentThread() const;
 
