@@ -41,6 +41,20 @@ RCShdPtr<DevSeqTree> makeStoppingTree()
 
 } // namespace
 
+SIMULATED(TwoWaitWhileTheSequenceEnds, WITH_TABLE)
+{
+    InPackageScope const packages;
+    auto const tree = makeStoppingTree();
+    auto const wait = [&tree] {
+        tree->wait();
+        HOLDS(tree->getState("root") == "final");
+    };
+    Worker first("first", wait);
+    Worker second("second", wait);
+    tree->processEvent(DevSeqEv::STOPPED);
+    wait();
+}
+
 SIMULATED(WaitersAreReleasedWhileTheSequenceEnds, WITH_TABLE)
 {
     InPackageScope const packages;
