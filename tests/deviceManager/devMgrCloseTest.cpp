@@ -440,6 +440,36 @@ TEST_F(ManagerIsClosed, ADeviceThatHangsInACallKeepsNoObjectFromBeingDestroyed)
     gate.waitForLeaving();
 }
 
+/// Hangs in a call from a client.
+class HangsInItsStop : public PromptSequence
+{
+public:
+    HangsInItsStop(Journal &journal, Gate &gate) : PromptSequence("a", journal), _gate(gate) {}
+    void performStop(ObjPtr<DevACO>) override { _gate.pass(); }
+
+private:
+    Gate &_gate;
+};
+
+TEST_F(ManagerIsClosed, AClientThatHangsInACallKeepsNoObjectFromBeingDestroyed)
+{
+    Gate gate;
+    Registered const a("a",
+                       [&] { return RCShdPtr<DevMDPrtcl>(new HangsInItsStop(journal, gate)); });
+    ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
+    sequence->configure("( a )");
+    sequence->start();
+    while (sequence->getState("a") != "lock")
+        std::this_thread::yield();
+    std::thread client([&access = *sequence] { access.stop(); });
+    gate.waitForArrival();
+    EXPECT_FALSE(manager->close(LONG).isThreadLeftBehind);
+    sequence = nullptr;
+    manager = nullptr;
+    gate.open();
+    client.join();
+}
+
 TEST_F(ManagerIsClosed, WhatWasQueuedIsExecutedAndWhatComesLaterIsDropped)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);

@@ -53,8 +53,8 @@ public:
     ///
     ///     manager->close(5).getLeftBehind()
     ///
-    /// - "DevMgr ANO" ends first, when it has executed what was queued for it. It is left behind if a device or an
-    ///   observer does not return from a call.
+    /// - "DevMgr ANO" ends first, when it has executed what was queued for it. If it has not within half of the limit,
+    ///   because a device or an observer does not return from a call, it is left behind.
     /// - Each device is closed on a thread of its own. If it takes longer than its share of the time, the next device is
     ///   closed without waiting for it. A device that has not closed at the end of the limit is left behind: it is never
     ///   closed again and never destroyed, and its threads run on.
@@ -63,11 +63,12 @@ public:
     /// - The other devices are destroyed when the last object that uses them is destroyed.
     ///
     /// From now on the operations of the manager and of its access objects throw `DevMgrEx::ManagerClosed`, and nothing
-    /// that a device reports is heard. Then the manager and its access objects can be destroyed without blocking. A
-    /// thread that is still in `DevMgrSyncSeqAcc::wait` is let go when its access object is destroyed.
+    /// that a device reports is heard. The manager and its access objects can then be destroyed without blocking, also
+    /// while a thread hangs in one of their operations because of a device. A thread that is still in
+    /// `DevMgrSyncSeqAcc::wait` is let go when its access object is destroyed.
     ///
-    /// **Threads**: any thread but those of devices and "DevMgr ANO", on which an assertion fails. Other threads must not be
-    /// in `start` or `stop` of a sequence.
+    /// **Threads**: any thread but those of devices and "DevMgr ANO", on which an assertion fails. If another thread is in
+    /// `start` or `stop` of a sequence, a device may be called after it was closed.
     ///
     /// **Blocks** for `seconds` at most, and for the destructors of devices.
     ///

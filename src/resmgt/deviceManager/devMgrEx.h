@@ -157,7 +157,8 @@ public:
     ZV_EXCEPTION_MEMBERS(PropertyInvalidType)
 };
 
-/// A sequence was destroyed, or its manager closed, before a thread that waited for its end had seen it. "The sequence was abandoned before it had ended."
+/// A sequence was destroyed, or its manager closed, before a thread that waited for its end had seen it. "The sequence was
+/// abandoned before it had ended."
 class ZVRESMGT_EXPORT DevMgrEx::SequenceAbandoned : public std::logic_error, public DevMgrEx
 {
 public:

@@ -137,9 +137,8 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
         Interlocked::storeRelease(_isClosed, true);
     }
     // The thread first: then no observer and no sequence is called any more, and no device waits for room in its queue.
-    double const share = (end - now()) / static_cast<double>(devices.size() + 1);
     try {
-        report.isThreadLeftBehind = !_thread->end(share);
+        report.isThreadLeftBehind = !_thread->end(seconds / 2);
     } catch (...) { // nothing has been done
         Interlocked::storeRelease(_isClosed, false);
         throw;

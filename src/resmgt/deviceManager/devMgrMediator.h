@@ -31,14 +31,14 @@ public:
     /// the first failure when all is done. After `close` there is nothing left to do.
     ~DevMgrMediator() noexcept(false) override;
 
-    /// Does what `DevMgr::close` says.
+    /// See `DevMgr::close`.
     DevMgrCloseReport close(double seconds);
-    /// Whether `close` was called.
+    /// Returns whether `close` was called.
     bool isClosed() const;
     /// Throws `DevMgrEx::ManagerClosed` if `close` was called.
     void expectNotClosed() const;
-    /// Whether `close` has left "DevMgr ANO" behind. Then that thread may be in a sequence or in an observer for ever,
-    /// and hold their locks.
+    /// Returns whether `close` has left "DevMgr ANO" behind. Then that thread may be in a sequence or in an observer for
+    /// ever, and hold their locks.
     bool isThreadLeftBehind() const;
 
     /// The configuration lock, which a thread must hold while it configures. A slow device holds up other configuration,
@@ -48,7 +48,7 @@ public:
     LkLock const &getLock() const ZV_RETURN_CAPABILITY(_configLock);
     RCShdPtr<DevMgrFifo> getFifo() const { return _fifo; }
 
-    /// Whether the device was created. Any thread.
+    /// Returns whether the device was created. Any thread.
     bool isPrtclCreated(LiString const &name) const;
     /// Returns the device, which may not be open. Any thread. Throws `DevMgrEx::NameNotFound` if the device was not
     /// created, and `DevMgrEx::ManagerClosed` after `close`.
@@ -62,7 +62,7 @@ public:
     /// Fails an assertion, at each call, if the registry's entry has made a null pointer. Throws
     /// `DevMgrEx::ManagerClosed` after `close`.
     void createPrtcl(LiString const &name) ZV_REQUIRES(_configLock);
-    /// Does both: creates and opens the device unless that was done before, and returns it. Takes the configuration lock
+    /// Creates and opens the device unless that was done before, and returns it. Takes the configuration lock
     /// only if the device has not been opened yet: the call does not wait for the opening of another device otherwise.
     /// Any thread.
     RCShdPtr<DevMDPrtcl> obtainPrtcl(LiString const &name);

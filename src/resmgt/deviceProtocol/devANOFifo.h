@@ -19,8 +19,8 @@ class FirstFailure;
 /// device, and the reports that a device sends back, pass on that way. A thread that sends one of them may hold the lock
 /// that the consuming thread needs to go on, or be the consuming thread itself.
 ///
-/// Any thread may call `produce`, `admit`, `send`, `close` and `open` at any time, also at the same time. It must be empty when
-/// it is destroyed: fails the assertion of `MtContainer` otherwise.
+/// Any thread may call `produce`, `admit`, `send`, `close` and `open` at any time, also at the same time. It must be
+/// empty when it is destroyed: fails the assertion of `MtContainer` otherwise.
 class ZVRESMGT_EXPORT DevANOFifo : public RCBase<LkCounter<long>>
 {
 public:
@@ -31,7 +31,7 @@ public:
     /// As `produce`, but queues the ANO behind the others also if the FIFO is full. Never blocks. The FIFO stays bounded
     /// only if the callers bound the number of ANOs that they have on their way at a time.
     void admit(DevANOQueueEntry &entry);
-    /// The same for a sender that is going to wait for the ANO: it must wait also where an observer of the FIFO has
+    /// As `produce`, for a sender that is going to wait for the ANO: it must wait also where an observer of the FIFO has
     /// thrown, because the ANO is on its way all the same. Hands that failure out; throws what has kept the ANO from
     /// being queued.
     [[nodiscard]] std::exception_ptr send(ObjPtr<DevANO> ano);

@@ -32,11 +32,12 @@ public:
 
     ~DevMgrPropertyAccImp() noexcept(false) override
     {
-        if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
+        if (!_mediator.isNull() && _mediator->isThreadLeftBehind()) {
             // It may be in one of the observers for ever, with the engine's lock.
             Immortal<RCShdPtr<DevMgrPropertyObserverEng>> const leftBehind(_observerEng);
-        else
+        } else {
             _observerEng->detachAll();
+        }
     }
 
     RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) override

@@ -33,10 +33,10 @@ public:
     /// The property that the string names. Its device is created and opened at its first mention, and the call then blocks
     /// while another thread configures. Otherwise it does not wait for the opening of another device. If the opening of
     /// the device has failed before, the property is that of an unopened device: reading it blocks for ever if the device
-    /// is a standard device, and so does setting it when the device's queue is full. `DevMgrEx::PropertySyntaxError` with all that was accepted and the fault; `NameNotFound` for
-    /// an unknown device; `BadMDPrtclImp` for one without properties; `NameNotRegistered` for an unknown set or
-    /// property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while the device builds its properties; what the creation or
-    /// the opening of the device throws.
+    /// is a standard device, and so does setting it when the device's queue is full. `DevMgrEx::PropertySyntaxError` with
+    /// all that was accepted and the fault; `NameNotFound` for an unknown device; `BadMDPrtclImp` for one without
+    /// properties; `NameNotRegistered` for an unknown set or property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while
+    /// the device builds its properties; what the creation or the opening of the device throws.
     virtual RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) = 0;
     /// Both block while any observer of this object is in `update`. Null pointers throw `RCEx::ExNullPtr`. Attaching an
     /// observer again changes nothing, nor does detaching one that is not attached. After `detachObserver` has

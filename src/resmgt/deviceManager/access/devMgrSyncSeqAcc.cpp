@@ -18,6 +18,8 @@ namespace Zv {
 
 namespace {
 
+/// A thread that hangs in an operation, because of a device, has references of its own to what it uses: the manager may
+/// be closed, and the object destroyed, meanwhile.
 class DevMgrSyncSeqAccImp : public DevMgrSyncSeqAcc
 {
 public:
@@ -30,9 +32,10 @@ public:
     ~DevMgrSyncSeqAccImp() noexcept(false) override
     {
         _tree->releaseWaiters();
-        if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
+        if (!_mediator.isNull() && _mediator->isThreadLeftBehind()) {
             // It may be in this tree for ever, with the tree's lock.
             Immortal<RCShdPtr<DevSeqTree>> const leftBehind(_tree);
+        }
         releaseAll(_seqTreeNodeMap);
     }
 
@@ -58,26 +61,29 @@ public:
         buildTree(edges);
     }
 
-    void start() override
-    {
-        _mediator->expectNotClosed();
-        _tree->processEvent(DevSeqEv::START);
-    }
-    void stop() override
-    {
-        _mediator->expectNotClosed();
-        _tree->processEvent(DevSeqEv::STOP);
-    }
+    void start() override { deliver(DevSeqEv::START); }
+    void stop() override { deliver(DevSeqEv::STOP); }
     void wait() override
     {
         if (_mediator->isClosed())
             _tree->releaseWaiters(); // no device reports its end any more
         _tree->wait();
     }
-    LiString getState(LiString const &name) override { return _tree->getState(name); }
+    LiString getState(LiString const &name) override
+    {
+        RCShdPtr<DevSeqTree> const tree = _tree;
+        return tree->getState(name);
+    }
     void setObserver(RCShdPtr<DevSeqObserver> observer) override { _tree->setObserver(observer); }
 
 private:
+    void deliver(std::int32_t event)
+    {
+        _mediator->expectNotClosed();
+        RCShdPtr<DevSeqTree> const tree = _tree; // outlives a device that hangs in the call
+        tree->processEvent(event);
+    }
+
     void makeNode(LiString const &name, RCShdPtr<DevMDSyncSeqPrtcl> const &seqPrtcl)
     {
         auto const iter = _seqTreeNodeMap.find(name);
