@@ -85,13 +85,15 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo)
 
 DevMgrThread::~DevMgrThread() noexcept(false)
 {
-    if (!_hasEnded)
+    if (_end == NOT_ENDED)
         end();
+    else if (_end == LEFT_BEHIND)
+        static_cast<void>(_thread.release());
 }
 
 bool DevMgrThread::isCurrentThread() const
 {
-    return !_thread.isNull() && _thread->getThreadId().isCurrentThread();
+    return _thread->getThreadId().isCurrentThread();
 }
 
 bool DevMgrThread::end(double seconds)
@@ -104,9 +106,7 @@ bool DevMgrThread::end(double seconds)
     _closer->post(); // also for a thread that comes there late
     if (hasArrived)
         _thread->join();
-    else
-        static_cast<void>(_thread.release());
-    _hasEnded = true;
+    _end = hasArrived ? ENDED : LEFT_BEHIND;
     _fifo->close();
     return hasArrived;
 }

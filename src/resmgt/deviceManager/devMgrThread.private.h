@@ -39,7 +39,12 @@ private:
     ObjPtr<DevANO> _close;              // had from the beginning: the thread can always be ended
     ObjPtr<DevSenderWait> _closer;
     LkSema *_hasArrived = nullptr; // of `_close`
-    bool _hasEnded = false;        // or was left behind
+    enum
+    {
+        NOT_ENDED,
+        ENDED,
+        LEFT_BEHIND
+    } _end = NOT_ENDED;
 };
 
 } // namespace Zv
