@@ -73,7 +73,7 @@ public:
     /// **Blocks** for `seconds` at most, and for the destructors of devices.
     ///
     /// **Throws** `DevMgrEx::ManagerClosed` if it was called before. What devices throw is in the report.
-    virtual DevMgrCloseReport close(double seconds) = 0;
+    [[nodiscard]] virtual DevMgrCloseReport close(double seconds) = 0;
 
 protected:
     DevMgr() = default;

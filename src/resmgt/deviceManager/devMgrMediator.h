@@ -32,7 +32,7 @@ public:
     ~DevMgrMediator() noexcept(false) override;
 
     /// See `DevMgr::close`.
-    DevMgrCloseReport close(double seconds);
+    [[nodiscard]] DevMgrCloseReport close(double seconds);
     /// Returns whether `close` was called.
     bool isClosed() const;
     /// Throws `DevMgrEx::ManagerClosed` if `close` was called.

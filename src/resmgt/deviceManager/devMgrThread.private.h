@@ -25,7 +25,7 @@ public:
     /// Does what the destructor does, but waits for the thread no longer than that many seconds. If the thread has not
     /// executed everything by then, leaves it behind for the rest of the process and returns false. The thread may end
     /// then, or sleep. Must be called once. Throws only if the system is out of memory, and then has done nothing.
-    bool end(double seconds);
+    [[nodiscard]] bool end(double seconds);
     bool isCurrentThread() const;
 
 private:
