@@ -240,6 +240,52 @@ TEST_F(ManagerIsClosed, ADeviceThatHangsInItsOpeningIsLeftBehind)
     EXPECT_EQ(journal.take(), (Lines{"open b"}));
 }
 
+TEST_F(ManagerIsClosed, ThreadsThatWaitBehindADeviceThatHangsAreRefusedAfterIt)
+{
+    Gate gate;
+    Registered const a = device("a", {.open = [&gate] { gate.pass(); }});
+    ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
+    ObjPtr<DevMgrStreamAcc> streams = manager->createStreamAcc();
+    ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
+    std::vector<std::function<void()>> const operations = {
+        [&itself = *manager] { itself.getPrtcl("a"); },
+        [&itself = *manager] { ObjPtr<DevMgrSyncSeqAcc>(itself.createSyncSeqAcc()); },
+        [&itself = *manager] { ObjPtr<DevMgrStreamAcc>(itself.createStreamAcc()); },
+        [&itself = *manager] { ObjPtr<DevMgrPropertyAcc>(itself.createPropertyAcc()); },
+        [&itself = *sequence] { itself.configure("( a )"); },
+        [&itself = *streams] { itself.connect("a:x push a:y"); },
+        [&itself = *streams] { itself.isRegistered(DevMgrStreamAcc::StreamId("x")); },
+        [&itself = *properties] { itself.getProperty("a:x"); },
+    };
+    std::atomic<std::size_t> nbRefused{0};
+    std::vector<std::thread> threads;
+    for (auto const &operation : operations) {
+        std::atomic<long> number{0};
+        threads.emplace_back([&nbRefused, &number, &operation] {
+            number = threadNumber();
+            try {
+                operation();
+            } catch (DevMgrEx::ManagerClosed const &) {
+                ++nbRefused;
+            }
+        });
+        while (!number)
+            std::this_thread::yield();
+        if (threads.size() == 1)
+            gate.waitForArrival();
+        waitUntilAsleep(number);
+    }
+    EXPECT_EQ(manager->close(SHORT).getLeftBehind(), (Vector<LiString>{"a"}));
+    properties = nullptr;
+    streams = nullptr;
+    sequence = nullptr;
+    manager = nullptr;
+    gate.open();
+    for (auto &thread : threads)
+        thread.join();
+    EXPECT_EQ(nbRefused, operations.size());
+}
+
 TEST_F(ManagerIsClosed, ADeviceThatOpensInTimeIsClosed)
 {
     Gate gate;
