@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 
 #include "platform/interlocked.h"
+#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "zvbase/sleeper.h"
 
@@ -13,10 +14,16 @@ namespace {
 /// As much as the application's own threads have for it, within reason.
 constexpr unsigned CLOSER_STACK = 1 << 20;
 
-/// Where leak checkers find what was left behind on purpose.
-constinit DevMgrDevice *leftBehind = nullptr;
+constinit DevMgrLeftBehind *leftBehind = nullptr;
 
 } // namespace
+
+void DevMgrLeftBehind::enter()
+{
+    _next = Interlocked::loadAcquire(leftBehind);
+    while (!Interlocked::compareExchange(leftBehind, _next, this)) {
+    }
+}
 
 class DevMgrDevice::Closer final : public MtThreadProtocol
 {
@@ -105,10 +112,7 @@ void DevMgrDevice::endClosing()
 void DevMgrDevice::leaveBehind()
 {
     static_cast<void>(_closer.release());
-    _self = RCShdPtr<DevMgrDevice>(this);
-    _nextLeftBehind = Interlocked::loadAcquire(leftBehind);
-    while (!Interlocked::compareExchange(leftBehind, _nextLeftBehind, this)) {
-    }
+    DevMgrLeftBehind::keep(RCShdPtr<DevMgrDevice>(this));
 }
 
 void DevMgrDevice::release()

@@ -93,8 +93,6 @@ private:
     std::exception_ptr _closeFailure;
     double _secondsToClose = 0;
     ObjPtr<MtThread> _closer;
-    RCShdPtr<DevMgrDevice> _self; // of a device that was left behind
-    DevMgrDevice *_nextLeftBehind = nullptr;
 };
 
 } // namespace Zv

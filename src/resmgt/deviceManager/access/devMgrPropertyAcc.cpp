@@ -3,11 +3,11 @@
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 #include "resmgt/deviceManager/access/propertyConfigParser.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/deviceProtocol/devMDPropertyPrtcl.h"
 #include "zvbase/failures.h"
-#include "zvbase/immortal.h"
 
 namespace Zv {
 
@@ -32,12 +32,11 @@ public:
 
     ~DevMgrPropertyAccImp() noexcept(false) override
     {
-        if (!_mediator.isNull() && _mediator->isThreadLeftBehind()) {
-            // It may be in one of the observers for ever, with the engine's lock.
-            Immortal<RCShdPtr<DevMgrPropertyObserverEng>> const leftBehind(_observerEng);
-        } else {
+        // That thread may be in one of the observers for ever, with the engine's lock.
+        if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
+            DevMgrLeftBehind::keep(_observerEng);
+        else
             _observerEng->detachAll();
-        }
     }
 
     RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) override

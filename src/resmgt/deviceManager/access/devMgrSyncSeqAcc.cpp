@@ -2,6 +2,7 @@
 
 #include "resmgt/deviceManager/access/seqConfigParser.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
@@ -12,7 +13,6 @@
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
-#include "zvbase/immortal.h"
 
 namespace Zv {
 
@@ -32,10 +32,9 @@ public:
     ~DevMgrSyncSeqAccImp() noexcept(false) override
     {
         _tree->releaseWaiters();
-        if (!_mediator.isNull() && _mediator->isThreadLeftBehind()) {
-            // It may be in this tree for ever, with the tree's lock.
-            Immortal<RCShdPtr<DevSeqTree>> const leftBehind(_tree);
-        }
+        // That thread may be in this tree for ever, with the tree's lock.
+        if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
+            DevMgrLeftBehind::keep(_tree);
         releaseAll(_seqTreeNodeMap);
     }
 
