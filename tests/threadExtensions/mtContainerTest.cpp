@@ -303,9 +303,8 @@ TEST(MtContainer, AdmitsAnElementAlsoIfItIsFull)
     EXPECT_FALSE(queue.tryProduce(5));
     for (int i = 1; i <= 4; ++i)
         EXPECT_EQ(queue.consume(), i);
-    EXPECT_EQ(record,
-              "produced 1 of 1;produced 2 of 2;produced 3 of 3;produced 4 of 4;"
-              "consumed 1 of 3;consumed 2 of 2;consumed 3 of 1;consumed 4 of 0;");
+    EXPECT_EQ(record, "produced 1 of 1;produced 2 of 2;produced 3 of 3;produced 4 of 4;"
+                      "consumed 1 of 3;consumed 2 of 2;consumed 3 of 1;consumed 4 of 0;");
 }
 
 TEST(MtContainer, AnAdmittedElementWakesAConsumer)

@@ -14,16 +14,7 @@ namespace {
 /// As much as the application's own threads have for it, within reason.
 constexpr unsigned CLOSER_STACK = 1 << 20;
 
-constinit DevMgrLeftBehind *leftBehind = nullptr;
-
 } // namespace
-
-void DevMgrLeftBehind::enter()
-{
-    _next = Interlocked::loadAcquire(leftBehind);
-    while (!Interlocked::compareExchange(leftBehind, _next, this)) {
-    }
-}
 
 class DevMgrDevice::Closer final : public MtThreadProtocol
 {

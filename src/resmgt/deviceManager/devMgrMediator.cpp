@@ -93,15 +93,6 @@ DevMgrCloseReport::Device finish(DevMgrDevice &device, DevMgrDevice::State state
 
 } // namespace
 
-Vector<LiString> DevMgrCloseReport::getLeftBehind() const
-{
-    Vector<LiString> names;
-    for (Device const &device : devices)
-        if (device.end == End::NOT_CLOSED || device.end == End::NOT_OPENED)
-            names.push_back(device.name);
-    return names;
-}
-
 DevMgrMediator::DevMgrMediator()
     : _configLock("DevMgrMediator ConfigLock"),
       _prtclMapLock("DevMgrMediator MapLock"),
