@@ -1,5 +1,6 @@
 // Closing a manager within a limit: what is closed, what is left behind, and what is left to do afterwards. How devices
 // that hang share the time is tested in virtual time, in tests/simulated.
+#include "fader.h"
 #include "fakeDevices.h"
 
 #include "resmgt/deviceManager/devMgrMediator.h"
@@ -39,26 +40,6 @@ std::string messageOf(std::exception_ptr const &failure)
     }
     return "";
 }
-
-/// A place where one thread stops until another lets it go.
-class Gate
-{
-public:
-    void pass()
-    {
-        _arrived.post();
-        _released.wait();
-        _left.post();
-    }
-    void waitForArrival() { _arrived.wait(); }
-    void open() { _released.post(); }
-    void waitForLeaving() { _left.wait(); }
-
-private:
-    LkUnnamedSema _arrived{"arrived", 0, LkSemaTypes::Shared()};
-    LkUnnamedSema _released{"released", 0, LkSemaTypes::Shared()};
-    LkUnnamedSema _left{"left", 0, LkSemaTypes::Shared()};
-};
 
 /// Writes down its opening, its closing and its end.
 class Recording : public RecordingAccess
@@ -397,28 +378,6 @@ TEST_F(ManagerIsClosed, ASequenceThatHasEndedIsNotWaitedFor)
     sequence->wait();
 }
 
-/// A device with a property that tells of each value that is set.
-class Fader : public DevMDStdDevice
-{
-public:
-    struct Level : DevMDStdProperty<int>
-    {
-        using DevMDStdProperty<int>::DevMDStdProperty;
-        using DevMDStdProperty<int>::notify;
-    };
-
-    Fader() : DevMDStdDevice("fader")
-    {
-        level = makeShd<Level>(
-            "level", "", DevMDPropertyAny::WRITABLE,
-            makePropertyANOFactory<int>([this](int) { level->notify(1); }, [](int &) {}),
-            getFifo());
-        ObjPtr<DevMDStdPropertySetBuilder>(getPropertySetBuilder())->addProperty(level);
-    }
-
-    RCShdPtr<Level> level;
-};
-
 class Blocking : public DevMgrPropertyObserver
 {
 public:
@@ -438,8 +397,9 @@ private:
 TEST_F(ManagerIsClosed, AnObserverThatHangsKeepsNoDeviceFromBeingClosed)
 {
     Gate gate;
-    Registered const fader(
-        "fader", [] { return RCShdPtr<DevMDPrtcl>(static_cast<DevMDSyncSeqPrtcl *>(new Fader)); });
+    Registered const fader("fader", [] {
+        return RCShdPtr<DevMDPrtcl>(static_cast<DevMDSyncSeqPrtcl *>(new Fader("fader")));
+    });
     ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
     auto const observer = makeShd<Blocking>(gate);
     DevMgrPropertyObserverUtil::attachObserver(*properties, "fader:level", observer);

@@ -1,4 +1,5 @@
 // Steps and reports of a sequence while the queues of the devices and of the manager are full.
+#include "fader.h"
 #include "fakeDevices.h"
 
 #include "resmgt/locks/lkSema.h"
@@ -19,55 +20,6 @@ using namespace Test;
 namespace {
 
 constexpr int MANAGER_CAPACITY = 25;
-
-/// A place where one thread stops until another lets it go.
-class Gate
-{
-public:
-    void pass()
-    {
-        _arrived.post();
-        _released.wait();
-    }
-    void waitForArrival() { _arrived.wait(); }
-    void open() { _released.post(); }
-
-private:
-    LkUnnamedSema _arrived{"arrived", 0, LkSemaTypes::Shared()};
-    LkUnnamedSema _released{"released", 0, LkSemaTypes::Shared()};
-};
-
-/// A standard device whose property tells of each value that is set.
-class Fader : public DevMDStdDevice
-{
-public:
-    struct Level : DevMDStdProperty<int>
-    {
-        using DevMDStdProperty<int>::DevMDStdProperty;
-        using DevMDStdProperty<int>::notify;
-    };
-
-    explicit Fader(LiString const &name) : DevMDStdDevice(name)
-    {
-        level = makeShd<Level>(
-            "level", "", DevMDPropertyAny::WRITABLE,
-            makePropertyANOFactory<int>([this](int) { level->notify(1); }, [](int &) {}),
-            getFifo());
-        ObjPtr<DevMDStdPropertySetBuilder>(getPropertySetBuilder())->addProperty(level);
-    }
-
-    void performStop(ObjPtr<DevACO> aco) override
-    {
-        if (beforeStop)
-            beforeStop();
-        DevMDStdDevice::performStop(aco);
-    }
-    void open() override { thread = threadNumber(); }
-
-    RCShdPtr<Level> level;
-    std::function<void()> beforeStop;
-    std::atomic<long> thread{0};
-};
 
 class Marks : public DevMgrPropertyObserver
 {

@@ -88,7 +88,7 @@ private:
     RCShdPtr<DevMDPrtcl> _prtcl;
     RCShdPtr<DevMDAccessPrtcl> _access;
     RCShdPtr<DevMgrProgress> const _progress;
-    State _state = OPENING; // who writes it has written the rest before
+    State _state = OPENING; // written after everything else
     std::exception_ptr _openFailure;
     std::exception_ptr _closeFailure;
     double _secondsToClose = 0;

@@ -8,7 +8,7 @@
 
 namespace Zv {
 
-/// What was left behind, in a list where leak checkers find it.
+/// A list of what was left behind, in which leak checkers find it.
 class DevMgrLeftBehind
 {
 public:
