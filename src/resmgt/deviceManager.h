@@ -8,6 +8,7 @@
 #include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
 #include "resmgt/deviceManager/devMgr.h"
 #include "resmgt/deviceManager/devMgrACO.h"
+#include "resmgt/deviceManager/devMgrCloseReport.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"

@@ -1,10 +1,12 @@
 #include "fakeDevices.h"
 
 #include "resmgt/locks/lkSema.h"
+#include "threadExtensions/asleep.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <thread>
 
 using namespace Test;
@@ -249,6 +251,45 @@ TEST_F(SequenceAccess, AReportWaitsForNoDeliveryThatRuns)
     released.post();
     client.join();
     access->stop();
+    access->wait();
+}
+
+TEST_F(SequenceAccess, AThreadThatWaitsIsLetGoWhenTheAccessIsDestroyed)
+{
+    KeepingSequence *keeping = nullptr;
+    Registered const a("a", [&] {
+        keeping = new KeepingSequence("a", journal);
+        return RCShdPtr<DevMDPrtcl>(keeping);
+    });
+    access->configure("( a )");
+    access->start();
+    std::atomic<long> number{0};
+    std::string end = "it returned";
+    std::thread waiter([&number, &end, &sequence = *access] {
+        number = threadNumber();
+        try {
+            sequence.wait();
+        } catch (DevMgrEx::SequenceAbandoned const &failure) {
+            end = failure.getReason();
+        }
+    });
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number);
+    keeping->completion = nullptr;
+    access = nullptr;
+    waiter.join();
+    EXPECT_EQ(end, "The sequence was abandoned before it had ended.");
+}
+
+TEST_F(SequenceAccess, ASecondWaitReturnsAtOnce)
+{
+    Registered const a = device("a");
+    access->configure("( a )");
+    access->start();
+    access->stop();
+    access->wait();
+    std::thread([this] { access->wait(); }).join();
     access->wait();
 }
 

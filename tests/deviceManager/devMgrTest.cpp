@@ -508,6 +508,160 @@ TEST_F(WhileADeviceOpens, ReportsAreDelivered)
     done.wait();
 }
 
+TEST_F(WhileADeviceOpens, NoOpeningHasFailed)
+{
+    EXPECT_EQ(mediator->getOpenFailure("slow"), nullptr);
+    EXPECT_THROW(mediator->getOpenFailure("other"), DevMgrEx::NameNotFound);
+}
+
+/// A device with a property.
+class Camera : public DevMDStdDevice
+{
+public:
+    explicit Camera(LiString const &name) : DevMDStdDevice(name)
+    {
+        ObjPtr<DevMDStdPropertySetBuilder>(getPropertySetBuilder())
+            ->addProperty(makeProperty<int>("focus", "", getFifo(), [](int &value) { value = 7; }));
+    }
+};
+
+TEST(Manager, ADeviceThatIsOpenIsHadWhileAnotherOneOpens)
+{
+    LkUnnamedSema arrived("arrived", 0, LkSemaTypes::Shared());
+    LkUnnamedSema released("released", 0, LkSemaTypes::Shared());
+    Registered const slow("slow",
+                          [&] { return RCShdPtr<DevMDPrtcl>(new SlowDevice(arrived, released)); });
+    Registered const camera("camera",
+                            [] { return RCShdPtr<DevMDPrtcl>(makeShd<Camera>("camera").get()); });
+    Journal journal;
+    Registered const plain(
+        "plain", [&] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("plain", journal)); });
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    ObjPtr<DevMgrPropertyAcc> const properties = manager->createPropertyAcc();
+    auto const device = manager->getPrtcl("camera");
+    auto const other = manager->getPrtcl("plain"); // has no access protocol
+    std::thread opener([&] { manager->getPrtcl("slow"); });
+    arrived.wait();
+    EXPECT_TRUE(manager->getPrtcl("camera") == device);
+    EXPECT_TRUE(manager->getPrtcl("plain") == other);
+    EXPECT_EQ(properties->getProperty("camera:focus")->getName(), "focus");
+    int focus = 0;
+    DevMgrPropertyValueUtil<int>::getValue(*properties, "camera:focus", focus);
+    EXPECT_EQ(focus, 7);
+    released.post();
+    opener.join();
+}
+
+/// A camera whose first opening in the process fails.
+class UnpluggedCamera : public Camera
+{
+public:
+    UnpluggedCamera(LiString const &name, int &nbTries) : Camera(name), _nbTries(nbTries) {}
+
+    void performOpen() override
+    {
+        if (++_nbTries == 1)
+            throw std::runtime_error("cable not plugged in");
+        Camera::performOpen();
+    }
+
+private:
+    int &_nbTries;
+};
+
+std::string messageOf(std::exception_ptr const &failure)
+{
+    return failure ? whatFails([&failure] { std::rethrow_exception(failure); }) : "null";
+}
+
+// By design: another attempt needs a new manager.
+TEST(Manager, ADeviceWhoseOpeningFailedStaysUnopenedAndItsFailureIsKept)
+{
+    int nbTries = 0;
+    Registered const camera("camera", [&] {
+        return RCShdPtr<DevMDPrtcl>(makeShd<UnpluggedCamera>("camera", nbTries).get());
+    });
+    auto const configure = [](DevMgrMediator &mediator) {
+        ObjPtr<DevMgrSyncSeqAcc> sequence =
+            DevMgrSyncSeqAcc::create(RCShdPtr<DevMgrMediator>(&mediator));
+        sequence->configure("( camera )");
+        return ObjPtrRet<DevMgrSyncSeqAcc>(sequence);
+    };
+    RCShdPtr<DevMgrMediator> mediator(new DevMgrMediator);
+    EXPECT_EQ(whatFails([&] { (void)configure(*mediator); }), "cable not plugged in");
+    EXPECT_EQ(messageOf(mediator->getOpenFailure("camera")), "cable not plugged in");
+
+    ObjPtr<DevMgrSyncSeqAcc> sequence = configure(*mediator);
+    EXPECT_EQ(nbTries, 1);
+    sequence->start();
+    EXPECT_EQ(sequence->getState("camera"), "start");
+    EXPECT_EQ(messageOf(mediator->getOpenFailure("camera")), "cable not plugged in");
+    sequence = nullptr;
+
+    mediator = makeShd<DevMgrMediator>();
+    sequence = configure(*mediator);
+    EXPECT_EQ(nbTries, 2);
+    EXPECT_EQ(mediator->getOpenFailure("camera"), nullptr);
+}
+
+TEST(Manager, ADeviceWithoutAccessHasNoOpeningThatFailed)
+{
+    Journal journal;
+    Registered const a("a", [&] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("a", journal)); });
+    RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
+    mediator->obtainPrtcl("a");
+    EXPECT_EQ(mediator->getOpenFailure("a"), nullptr);
+}
+
+TEST(Manager, ANullDeviceFailsItsAssertionAtEachMention)
+{
+    int nbCalls = 0;
+    Registered const a("a", [&] {
+        ++nbCalls;
+        return RCShdPtr<DevMDPrtcl>();
+    });
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    ObjPtr<DevMgrSyncSeqAcc> const sequence = manager->createSyncSeqAcc();
+    ObjPtr<DevMgrStreamAcc> const streams = manager->createStreamAcc();
+    ObjPtr<DevMgrPropertyAcc> const properties = manager->createPropertyAcc();
+    EXPECT_THROW(manager->getPrtcl("a"), AssertionFailed);
+    EXPECT_THROW(manager->getPrtcl("a"), AssertionFailed);
+    EXPECT_THROW(sequence->configure("( a )"), AssertionFailed);
+    EXPECT_THROW(streams->connect("a:x push a:y"), AssertionFailed);
+    EXPECT_THROW(properties->getProperty("a:x"), AssertionFailed);
+    EXPECT_EQ(nbCalls, 1);
+}
+
+/// Has another device opened while it opens.
+class Composite : public RecordingAccess
+{
+public:
+    Composite(std::string name, Journal &journal, ObjPtr<DevMgr> &manager)
+        : RecordingAccess(std::move(name), journal), _manager(manager)
+    {}
+    void performOpen() override
+    {
+        _manager->getPrtcl("part");
+        RecordingAccess::performOpen();
+    }
+
+private:
+    ObjPtr<DevMgr> &_manager;
+};
+
+TEST(Manager, ADeviceThatOpensAnotherOneIsClosedBeforeIt)
+{
+    Journal journal;
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    Registered const part("part", [&] { return recordingDevice("part", journal); });
+    Registered const whole(
+        "whole", [&] { return RCShdPtr<DevMDPrtcl>(new Composite("whole", journal, manager)); });
+    manager->getPrtcl("whole");
+    EXPECT_EQ(journal.take(), (Lines{"create part", "open part", "open whole"}));
+    manager = nullptr;
+    EXPECT_EQ(journal.take(), (Lines{"close whole", "close part"}));
+}
+
 TEST(Manager, SequencesRunWhileADeviceOpens)
 {
     LkUnnamedSema arrived("arrived", 0, LkSemaTypes::Shared());

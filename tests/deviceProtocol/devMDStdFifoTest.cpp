@@ -67,6 +67,38 @@ TEST(DevMDStdFifo, WithACapacityOfZeroNeverBlocks)
     EXPECT_EQ(executed, 3000);
 }
 
+TEST(DevMDStdFifo, AdmitsAboveItsCapacityInTheOrderOfItsCalls)
+{
+    std::counting_semaphore<> produced{0};
+    RCShdPtr<DevMDStdFifo> const fifo(
+        new DevMDStdFifo(RCShdPtr<DevMDStdFifoObs>(new CountingObs(produced)), 1));
+    Log log;
+    produce(*fifo, recordingANO(log, "request"));
+    for (char const *name : {"step", "other step"}) {
+        DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, name))};
+        fifo->admit(entry);
+        EXPECT_TRUE(entry.isNull());
+    }
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(produced.try_acquire());
+    drain(*fifo);
+    EXPECT_EQ(log.lines(),
+              (Lines{"request", "~request", "step", "~step", "other step", "~other step"}));
+}
+
+TEST(DevMDStdFifo, DestroysWhatItAdmitsWhenItIsClosed)
+{
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(1);
+    Log log;
+    DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "queued"))};
+    fifo->admit(entry);
+    fifo->close();
+    entry = DevANOQueueEntry{ObjPtr<DevANO>(recordingANO(log, "late"))};
+    fifo->admit(entry);
+    EXPECT_EQ(log.lines(), (Lines{"~queued", "~late"}));
+    EXPECT_THROW(fifo->admit(entry), RCEx::ExNullPtr);
+}
+
 TEST(DevMDStdFifo, ProduceLeavesTheEntryEmptyAndConsumeKeepsTheOrder)
 {
     RCShdPtr<DevMDStdFifo> const queue = makeShd<DevMDStdFifo>();

@@ -101,6 +101,29 @@ TEST_F(StandardDevice, MakesEachStepOnItsOwnThreadAndThenItsCompletion)
                      "stopped", "~stopped", "close"}));
 }
 
+TEST_F(StandardDevice, AStepIsSentToAFullFifoBehindTheRequests)
+{
+    _device->performOpen();
+    Turnstile turnstile;
+    produce(*_device->getFifo(), makeANO([&] { turnstile.pass(); }));
+    turnstile.waitForArrival();
+    Lines expected = {"open"};
+    for (int i = 0; i < DevMDStdFifo::DEFAULT_CAPACITY; ++i) {
+        produce(*_device->getFifo(), makeANO([this] { _log.add("request"); }));
+        expected.push_back("request");
+    }
+    _device->performStart(nullptr, nullptr, nullptr);
+    _device->performSync(nullptr, DtTimeMark());
+    _device->performSync(nullptr, DtTime());
+    _device->performRecover(nullptr);
+    _device->performStop(nullptr);
+    turnstile.open();
+    _device->performClose();
+    for (char const *step : {"start", "sync", "sync", "recover", "stop", "close"})
+        expected.push_back(step);
+    EXPECT_EQ(_log.lines(), expected);
+}
+
 TEST_F(StandardDevice, TellsAMarkFromALatencyWhereItWantsTo)
 {
     class Precise : public Device

@@ -127,6 +127,18 @@ TEST(DevMgrACOTest, passesItsNotificationOnWithoutRunningIt)
     EXPECT_EQ(log, (Log{"report", "report gone"}));
 }
 
+TEST(DevMgrACOTest, aFullFifoDoesNotBlockIt)
+{
+    Log log;
+    RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
+    produce(*fifo, "queued", log);
+    DevMgrACO aco(makeObj<LoggingANO>("report", log), fifo);
+    aco.performExecute();
+    executeNext(*fifo);
+    executeNext(*fifo);
+    EXPECT_EQ(log, (Log{"queued", "queued gone", "report", "report gone"}));
+}
+
 TEST(DevMgrACOTest, takesANotificationThatIsNotRunWithIt)
 {
     Log log;

@@ -117,6 +117,49 @@ TEST(DevSeqPrtclUtilTest, eachWayToUseANotificationMakesOneReport)
     EXPECT_EQ(wrapped.reports().size(), 1u);
 }
 
+TEST(DevSeqPrtclUtilTest, reportsOfOneKindAreDroppedWhileEnoughOfThemWait)
+{
+    constexpr auto MAX = DevSeqPrtclUtil::MAX_WAITING_REPORTS;
+    Wrapped wrapped;
+    wrapped.util->start();
+    ObjPtr<DevANO> const recovery = wrapped.device->takeRecover();
+    ObjPtr<DevANO> const abortion = wrapped.device->takeAbort();
+    for (int i = 0; i < 3 * MAX; ++i)
+        recovery->performExecute();
+    abortion->performExecute();
+    wrapped.device->complete();
+    Log expected(MAX, "recover clone clone");
+    expected.push_back("abort clone clone");
+    expected.push_back("ready clone");
+    EXPECT_EQ(wrapped.reports(), expected);
+    recovery->performExecute();
+    EXPECT_EQ(wrapped.reports().size(), 1u);
+}
+
+TEST(DevSeqPrtclUtilTest, reportsThatWereTakenDoNotWait)
+{
+    constexpr auto MAX = DevSeqPrtclUtil::MAX_WAITING_REPORTS;
+    Wrapped wrapped;
+    wrapped.util->start();
+    ObjPtr<DevANO> const recovery = wrapped.device->takeRecover();
+    for (int i = 0; i < MAX; ++i)
+        recovery->performExecute();
+    DevANOQueueEntry entry = wrapped.fifo->consume();
+    ObjPtr<DevANO> taken = entry.release();
+    taken->performExecute(); // and is kept, as the manager's thread does
+    recovery->performExecute();
+    EXPECT_EQ(wrapped.reports().size(), static_cast<std::size_t>(MAX + 1));
+    taken = nullptr;
+
+    // Nor do those that are destroyed unexecuted.
+    for (int i = 0; i < MAX; ++i)
+        recovery->performExecute();
+    wrapped.fifo->close();
+    wrapped.fifo->open();
+    recovery->performExecute();
+    EXPECT_EQ(wrapped.reports().size(), 1u);
+}
+
 TEST(DevSeqPrtclUtilTest, latencyAndMarkAreTheDevices)
 {
     Wrapped wrapped;

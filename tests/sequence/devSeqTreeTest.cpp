@@ -311,6 +311,90 @@ TEST_F(DevSeqTreeTest, waitEndsWithTheLastDevice)
     EXPECT_EQ(rootWhenDone, "final");
 }
 
+TEST_F(DevSeqTreeTest, AnyNumberOfThreadsMayWaitForTheEndAgainAndAgain)
+{
+    build();
+    lock();
+    world.tree->processEvent(DevSeqEv::STOP);
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 3; ++i)
+        waiters.emplace_back([this] {
+            world.tree->wait();
+            EXPECT_EQ(world.state("R"), "final");
+        });
+    for (char const * const name : {"B", "C", "A", "R"})
+        world.complete(name);
+    for (auto &waiter : waiters)
+        waiter.join();
+    world.tree->wait();
+    world.tree->wait();
+}
+
+/// What a wait that does not return by itself ends in, when the tree that `world` holds is destroyed.
+std::string endOfWait(World &world)
+{
+    std::atomic<long> number{0};
+    std::string end = "it returned";
+    std::thread waiter([&end, &number, &tree = *world.tree] {
+        number = threadNumber();
+        try {
+            tree.wait();
+        } catch (DevMgrEx::SequenceAbandoned const &failure) {
+            end = failure.what();
+        }
+    });
+    while (!number)
+        std::this_thread::yield();
+    waitUntilAsleep(number);
+    world.tree = nullptr;
+    waiter.join();
+    return end;
+}
+
+TEST_F(DevSeqTreeTest, AThreadThatWaitsIsLetGoWhenTheTreeIsDestroyed)
+{
+    build();
+    lock();
+    EXPECT_EQ(endOfWait(world), "The sequence was abandoned before it had ended.");
+}
+
+TEST_F(DevSeqTreeTest, AThreadThatWaitsForTheLastDeviceIsLetGoWhenTheTreeIsDestroyed)
+{
+    build();
+    lock();
+    world.tree->processEvent(DevSeqEv::STOP);
+    for (char const * const name : {"B", "C", "A"})
+        world.complete(name);
+    EXPECT_EQ(endOfWait(world), "The sequence was abandoned before it had ended.");
+}
+
+TEST_F(DevSeqTreeTest, ReleasedWaitersLeaveATreeThatLivesOn)
+{
+    build();
+    lock();
+    std::atomic<int> nbFailures{0};
+    auto const wait = [&] {
+        try {
+            world.tree->wait();
+        } catch (DevMgrEx::SequenceAbandoned const &) {
+            ++nbFailures;
+        }
+    };
+    std::thread first(wait);
+    std::thread second(wait);
+    world.tree->releaseWaiters();
+    first.join();
+    second.join();
+    wait();
+    EXPECT_EQ(nbFailures, 3);
+
+    world.tree->processEvent(DevSeqEv::STOP);
+    for (char const * const name : {"B", "C", "A", "R"})
+        world.complete(name);
+    wait();
+    EXPECT_EQ(nbFailures, 3);
+}
+
 TEST_F(DevSeqTreeTest, anUnknownNameIsNotFoundAndChangesNothing)
 {
     build();

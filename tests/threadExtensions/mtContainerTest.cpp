@@ -288,6 +288,56 @@ TEST(MtContainer, AProducerWaitsForRoom)
     EXPECT_EQ(2, queue.consume());
 }
 
+TEST(MtContainer, AdmitsAnElementAlsoIfItIsFull)
+{
+    std::string record;
+    Queue queue("queue", 2);
+    RCShdPtr<Queue::Observer> const observer(new Recorder<Queue>(record));
+    queue.setObserver(observer);
+    queue.produce(1);
+    queue.produce(2);
+    queue.admit(3);
+    int const four = 4;
+    queue.admit(four);
+    EXPECT_EQ(queue.getSize(), 4U);
+    EXPECT_FALSE(queue.tryProduce(5));
+    for (int i = 1; i <= 4; ++i)
+        EXPECT_EQ(queue.consume(), i);
+    EXPECT_EQ(record, "produced 1 of 1;produced 2 of 2;produced 3 of 3;produced 4 of 4;"
+                      "consumed 1 of 3;consumed 2 of 2;consumed 3 of 1;consumed 4 of 0;");
+}
+
+TEST(MtContainer, AnAdmittedElementWakesAConsumer)
+{
+    Queue queue("queue", 1);
+    std::atomic<int> got{0};
+    Runner consumer([&] { got = queue.consume(); });
+    consumer.waitUntilAsleep();
+    queue.admit(7);
+    consumer.join();
+    EXPECT_EQ(got, 7);
+}
+
+// A producer that is woken while there is no room yet would only go back to sleep.
+TEST(MtContainer, AProducerIsWokenWhenThereIsRoomBelowTheCapacityAgain)
+{
+    Queue queue("queue", 1);
+    queue.produce(1);
+    queue.admit(2);
+    queue.admit(3);
+    Runner producer([&] { queue.produce(4); });
+    producer.waitUntilAsleep();
+    nbPulses = 0;
+    EXPECT_EQ(queue.consume(), 1);
+    EXPECT_EQ(queue.consume(), 2);
+    EXPECT_EQ(nbPulses, 0);
+    EXPECT_EQ(queue.getSize(), 1U);
+    EXPECT_EQ(queue.consume(), 3);
+    EXPECT_EQ(nbPulses, 1);
+    producer.join();
+    EXPECT_EQ(queue.consume(), 4);
+}
+
 TEST(MtContainer, ATimedConsumerGetsWhatComesInTime)
 {
     Queue queue("queue");

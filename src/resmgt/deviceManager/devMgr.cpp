@@ -7,6 +7,8 @@ namespace Zv {
 
 namespace {
 
+/// A thread that hangs in the opening of a device, or waits behind one that does, has a reference of its own to the
+/// mediator: the manager may be closed and destroyed meanwhile.
 class DevMgrImp : public DevMgr
 {
 public:
@@ -14,33 +16,40 @@ public:
 
     ObjPtrRet<DevMgrSyncSeqAcc> createSyncSeqAcc() override
     {
-        LkGuard<LkLock const> const guard(_mediator->getLock());
-        return DevMgrSyncSeqAcc::create(_mediator);
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        LkGuard<LkLock const> const guard(mediator->getLock());
+        mediator->expectNotClosed();
+        return DevMgrSyncSeqAcc::create(mediator);
     }
 
     ObjPtrRet<DevMgrStreamAcc> createStreamAcc() override
     {
-        LkGuard<LkLock const> const guard(_mediator->getLock());
-        return DevMgrStreamAcc::create(_mediator);
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        LkGuard<LkLock const> const guard(mediator->getLock());
+        mediator->expectNotClosed();
+        return DevMgrStreamAcc::create(mediator);
     }
 
     ObjPtrRet<DevMgrPropertyAcc> createPropertyAcc() override
     {
-        LkGuard<LkLock const> const guard(_mediator->getLock());
-        return DevMgrPropertyAcc::create(_mediator);
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        LkGuard<LkLock const> const guard(mediator->getLock());
+        mediator->expectNotClosed();
+        return DevMgrPropertyAcc::create(mediator);
     }
 
     RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) override
     {
-        LkGuard<LkLock const> const guard(_mediator->getLock());
-        _mediator->createPrtcl(name);
-        return _mediator->getPrtcl(name);
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        return mediator->obtainPrtcl(name);
     }
 
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler) override
     {
         _mediator->setFailureHandler(handler);
     }
+
+    DevMgrCloseReport close(double seconds) override { return _mediator->close(seconds); }
 
 private:
     RCShdPtr<DevMgrMediator> _mediator;

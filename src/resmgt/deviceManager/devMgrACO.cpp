@@ -9,7 +9,7 @@ DevMgrACO::~DevMgrACO() = default;
 void DevMgrACO::performExecute()
 {
     DevANOQueueEntry entry(_ano);
-    _fifo->produce(entry);
+    _fifo->admit(entry);
 }
 
 } // namespace Zv

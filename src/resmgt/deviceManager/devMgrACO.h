@@ -11,7 +11,8 @@
 namespace Zv {
 
 /// A completion that runs on the device's thread and does no more there than to pass an ANO on to
-/// the manager's. A full FIFO blocks the device.
+/// the manager's. Never blocks: the ANO is queued also if the FIFO is full. A device has few of these at a time, so the
+/// FIFO stays bounded.
 class ZVRESMGT_EXPORT DevMgrACO final : public DevACO
 {
 public:

@@ -109,4 +109,20 @@ DevMgrEx::PropertyInvalidType::PropertyInvalidType(char const *file, int line, c
 
 DevMgrEx::PropertyInvalidType::~PropertyInvalidType() = default;
 
+DevMgrEx::SequenceAbandoned::SequenceAbandoned(char const *file, int line)
+    : std::logic_error(""), DevMgrEx(file, line)
+{
+    setReason("The sequence was abandoned before it had ended.");
+}
+
+DevMgrEx::SequenceAbandoned::~SequenceAbandoned() = default;
+
+DevMgrEx::ManagerClosed::ManagerClosed(char const *file, int line)
+    : std::logic_error(""), DevMgrEx(file, line)
+{
+    setReason("The device manager was closed.");
+}
+
+DevMgrEx::ManagerClosed::~ManagerClosed() = default;
+
 } // namespace Zv

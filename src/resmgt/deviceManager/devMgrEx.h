@@ -29,6 +29,8 @@ public:
     class StreamsNotCompatible;
     class PropertySyntaxError;
     class PropertyInvalidType;
+    class SequenceAbandoned;
+    class ManagerClosed;
 
     DevMgrEx(char const *file, int line) noexcept;
 };
@@ -153,6 +155,25 @@ public:
     PropertyInvalidType(char const *file, int line, char const *property);
     ~PropertyInvalidType() override;
     ZV_EXCEPTION_MEMBERS(PropertyInvalidType)
+};
+
+/// A sequence was destroyed, or its manager closed, before a thread that waited for its end had seen it. "The sequence was
+/// abandoned before it had ended."
+class ZVRESMGT_EXPORT DevMgrEx::SequenceAbandoned : public std::logic_error, public DevMgrEx
+{
+public:
+    SequenceAbandoned(char const *file, int line);
+    ~SequenceAbandoned() override;
+    ZV_EXCEPTION_MEMBERS(SequenceAbandoned)
+};
+
+/// The manager of an object was closed by `DevMgr::close`. "The device manager was closed."
+class ZVRESMGT_EXPORT DevMgrEx::ManagerClosed : public std::logic_error, public DevMgrEx
+{
+public:
+    ManagerClosed(char const *file, int line);
+    ~ManagerClosed() override;
+    ZV_EXCEPTION_MEMBERS(ManagerClosed)
 };
 
 } // namespace Zv

@@ -5,12 +5,12 @@
 
 namespace Zv {
 
-/// The queue of one device manager. All threads produce, the manager's thread "DevMgr ANO" consumes. A full one blocks
-/// its producers, and so a device that reports faster than its reports are worked on.
+/// The queue of one device manager. All threads produce, the manager's thread "DevMgr ANO" consumes. A full one blocks a
+/// device whose properties change faster than observers are told of it. It does not block the reports of a sequence.
 class ZVRESMGT_EXPORT DevMgrFifo : public DevANOFifo
 {
 public:
-    /// `capacity` is the number of ANOs that wait at most; 0 means no limit.
+    /// `capacity` is the number of ANOs that wait at most, not counting the reports of a sequence. 0 means no limit.
     explicit DevMgrFifo(int capacity);
 
 protected:

@@ -1,25 +1,102 @@
 #include "resmgt/deviceManager/devMgrMediator.h"
 
+#include "platform/interlocked.h"
+#include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrThread.private.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/sleeper.h"
 
-#include <utility>
+#include <algorithm>
 
 namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
 constexpr int FIFO_CAPACITY = 25;
+
+double now()
+{
+    return Sleeper::getInstance().getTime();
+}
+
+/// Waits until a condition holds that changes with the devices. Returns false if the time is over before.
+template <class Condition>
+bool waitUntil(DevMgrProgress &progress, double end, Condition condition)
+{
+    while (!condition())
+        if (double const seconds = end - now(); !(seconds > 0) || !progress.timedWait(seconds))
+            return condition();
+    return true;
+}
+
+/// Closes the devices, one after the other. One that does not close in its share of the time keeps the next one waiting
+/// no longer, but has what is left of the time when all others had their turn.
+void closeInTurn(Vector<RCShdPtr<DevMgrDevice>> const &devices, DevMgrProgress &progress,
+                 double end)
+{
+    auto const tryToClose = [](DevMgrDevice &device) {
+        device.startToClose(); // also a device that has been opened only now
+        return device.hasClosed();
+    };
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        double const share = (end - now()) / static_cast<double>(devices.size() - i);
+        waitUntil(progress, now() + share, [&] { return tryToClose(*devices[i]); });
+    }
+    waitUntil(progress, end, [&] {
+        bool areClosed = true;
+        for (auto const &device : devices)
+            areClosed = tryToClose(*device) && areClosed;
+        return areClosed;
+    });
+}
+
+/// Destroys a device that was closed, and leaves any other behind. Returns what became of it.
+DevMgrCloseReport::Device finish(DevMgrDevice &device, DevMgrDevice::State state)
+{
+    using End = DevMgrCloseReport::End;
+    DevMgrCloseReport::Device result{device.getName(), End::CLOSED, nullptr, 0};
+    switch (state) {
+    case DevMgrDevice::CLOSED:
+        device.endClosing();
+        result.failure = device.getCloseFailure();
+        result.seconds = device.getSecondsToClose();
+        [[fallthrough]];
+    case DevMgrDevice::UNOPENED: {
+        FirstFailure failure(result.failure);
+        failure.attempt([&device] { device.release(); });
+        result.failure = failure.get();
+        result.end = result.failure ? End::FAILED : End::CLOSED;
+        break;
+    }
+    case DevMgrDevice::UNCLOSED:
+        result.failure = device.getCloseFailure();
+        [[fallthrough]];
+    case DevMgrDevice::OPEN:
+    case DevMgrDevice::CLOSING:
+        result.end = End::NOT_CLOSED;
+        device.leaveBehind();
+        break;
+    case DevMgrDevice::OPENING:
+        result.end = End::NOT_OPENED;
+        device.leaveBehind();
+        break;
+    }
+    return result;
+}
 
 } // namespace
 
 DevMgrMediator::DevMgrMediator()
     : _configLock("DevMgrMediator ConfigLock"),
       _prtclMapLock("DevMgrMediator MapLock"),
+      _progress(new DevMgrProgress),
       _fifo(new DevMgrFifo(FIFO_CAPACITY))
 {
     _thread = makeObj<DevMgrThread>(_fifo);
@@ -32,56 +109,170 @@ DevMgrMediator::~DevMgrMediator() noexcept(false)
     if (isDestroyedOnDevMgrANO) {
         // The thread cannot wait for its own end, nor for devices that may wait for it: they are left behind.
         static_cast<void>(_thread.release());
-        static_cast<void>(new auto(std::exchange(_opened, {})));
-        static_cast<void>(new auto(std::exchange(_prtclMap, {})));
+        for (auto const &device : _devices)
+            DevMgrLeftBehind::keep(device);
+        _prtclMap.clear();
+        _devices.clear();
     }
     ZV_ASSERT_IN_DESTRUCTOR(!isDestroyedOnDevMgrANO);
     FirstFailure failure;
-    auto opened = std::move(_opened);
-    for (; !opened.empty(); opened.pop_back())
-        failure.attempt([&opened] { opened.back()->performClose(); });
-    releaseEach(_prtclMap, failure);
+    for (auto device = _devices.rbegin(); device != _devices.rend(); ++device)
+        failure.attempt([&device] { (*device)->close(); });
+    _prtclMap.clear(); // before the last reference to a device is released, which may fail
+    for (auto device = _devices.rbegin(); device != _devices.rend(); ++device)
+        failure.attempt([&device] { (*device)->release(); });
     failure.rethrow();
 }
 
 void DevMgrMediator::setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler)
 {
+    expectNotClosed();
     _thread->setFailureHandler(handler);
+}
+
+DevMgrCloseReport DevMgrMediator::close(double seconds)
+{
+    ZV_ASSERT(!_thread->isCurrentThread());
+    double const end = now() + seconds;
+    DevMgrCloseReport report;
+    Vector<RCShdPtr<DevMgrDevice>> devices;
+    {
+        LkGuard<LkLock const> const guard(_prtclMapLock);
+        expectNotClosed();
+        devices.assign(_devices.rbegin(), _devices.rend());
+        report.devices.reserve(devices.size());
+        Interlocked::storeRelease(_isClosed, true);
+    }
+    // The thread first: then no observer and no sequence is called any more, and no device waits for room in its queue.
+    try {
+        report.isThreadLeftBehind = !_thread->end(seconds / 2);
+    } catch (...) { // nothing has been done
+        Interlocked::storeRelease(_isClosed, false);
+        throw;
+    }
+    Interlocked::storeRelease(_isThreadLeftBehind, report.isThreadLeftBehind);
+    closeInTurn(devices, *_progress, end);
+
+    {
+        LkGuard<LkLock const> const guard(_prtclMapLock);
+        _prtclMap.clear();
+        _devices.clear();
+    }
+    for (auto const &device : devices) {
+        DevMgrDevice::State const state = device->getState();
+        DevMgrCloseReport::Device const result = finish(*device, state);
+        if (state != DevMgrDevice::UNOPENED || result.failure)
+            report.devices.push_back(result);
+    }
+    return report;
+}
+
+bool DevMgrMediator::isClosed() const
+{
+    return Interlocked::loadAcquire(_isClosed);
+}
+
+void DevMgrMediator::expectNotClosed() const
+{
+    if (isClosed())
+        ZV_THROW(DevMgrEx::ManagerClosed);
+}
+
+LkLock const &DevMgrMediator::getLock() const
+{
+    expectNotClosed();
+    return _configLock;
+}
+
+bool DevMgrMediator::isThreadLeftBehind() const
+{
+    return Interlocked::loadAcquire(_isThreadLeftBehind);
 }
 
 bool DevMgrMediator::isPrtclCreated(LiString const &name) const
 {
-    LkGuard<LkLock const> const guard(_prtclMapLock);
-    return _prtclMap.contains(name);
+    return !find(name).device.isNull();
 }
 
 RCShdPtr<DevMDPrtcl> DevMgrMediator::getPrtcl(LiString const &name) const
 {
-    LkGuard<LkLock const> const guard(_prtclMapLock);
-    auto const entry = _prtclMap.find(name);
-    if (entry == _prtclMap.end())
-        ZV_THROW(DevMgrEx::NameNotFound);
-    return entry->second;
+    return get(name).prtcl;
+}
+
+std::exception_ptr DevMgrMediator::getOpenFailure(LiString const &name) const
+{
+    return get(name).device->getOpenFailure();
 }
 
 void DevMgrMediator::createPrtcl(LiString const &name)
 {
-    if (isPrtclCreated(name))
+    expectNotClosed();
+    if (auto const [known, device] = find(name); !device.isNull()) {
+        if (known.isNull())
+            std::rethrow_exception(device->getOpenFailure());
         return;
-    RCShdPtr<DevMDPrtcl> const created = DevRegistry::getInstance().createPrtcl(name);
-    {
-        LkGuard<LkLock const> const guard(_prtclMapLock);
-        _prtclMap.emplace(name, created);
     }
-    RCShdPtr<DevMDPrtcl> const prtcl = getPrtcl(name);
-    ZV_ASSERT(!prtcl.isNull());
-    if (auto const access = rcDynamicCast<DevMDAccessPrtcl>(prtcl); !access.isNull()) {
-        // A device that is open will be closed. Room for one alone would move all of them each time.
-        if (_opened.size() == _opened.capacity())
-            _opened.reserve(2 * _opened.size() + 1);
-        access->performOpen();
-        _opened.push_back(access);
+    RCShdPtr<DevMDPrtcl> const prtcl = DevRegistry::getInstance().createPrtcl(name);
+    auto const device = makeShd<DevMgrDevice>(name, prtcl, _progress);
+    add(name, {prtcl, device});
+    try {
+        ZV_ASSERT(!prtcl.isNull());
+        device->open();
+    } catch (...) {
+        device->failToOpen(std::current_exception());
+        throw;
     }
+    moveToEnd(device);
+    expectNotClosed();
+}
+
+RCShdPtr<DevMDPrtcl> DevMgrMediator::obtainPrtcl(LiString const &name)
+{
+    expectNotClosed();
+    if (auto const [known, device] = find(name); !known.isNull() && !device->isOpening())
+        return known;
+    LkGuard<LkLock const> const guard(_configLock);
+    createPrtcl(name);
+    return getPrtcl(name);
+}
+
+auto DevMgrMediator::find(LiString const &name) const -> Entry
+{
+    LkGuard<LkLock const> const guard(_prtclMapLock);
+    auto const entry = _prtclMap.find(name);
+    return entry == _prtclMap.end() ? Entry() : entry->second;
+}
+
+auto DevMgrMediator::get(LiString const &name) const -> Entry
+{
+    Entry entry = find(name);
+    if (entry.device.isNull()) {
+        expectNotClosed(); // there was one
+        ZV_THROW(DevMgrEx::NameNotFound);
+    }
+    return entry;
+}
+
+void DevMgrMediator::add(LiString const &name, Entry const &entry)
+{
+    LkGuard<LkLock const> const guard(_prtclMapLock);
+    expectNotClosed();
+    _devices.push_back(entry.device);
+    try {
+        _prtclMap.emplace(name, entry);
+    } catch (...) {
+        _devices.pop_back();
+        throw;
+    }
+}
+
+/// A device that was opened is the newest one, also if it has had others opened meanwhile.
+void DevMgrMediator::moveToEnd(RCShdPtr<DevMgrDevice> const &device)
+{
+    LkGuard<LkLock const> const guard(_prtclMapLock);
+    auto const place = std::find(_devices.rbegin(), _devices.rend(), device);
+    if (place != _devices.rend())
+        std::rotate(place.base() - 1, place.base(), _devices.end());
 }
 
 } // namespace Zv

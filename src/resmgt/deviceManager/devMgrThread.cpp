@@ -108,6 +108,7 @@ public:
 
     void performExecute() override
     {
+        _hasArrived.post();
         _wait.post();
         _wait.wait();
     }
@@ -116,9 +117,12 @@ public:
     virtual ObjPtrRet<DevANO> clone() const { ZV_ABORT_PROGRAM(); }
 
     DevReceiverWait &getWait() { return _wait; }
+    /// Is posted when the thread has come here.
+    LkSema &getArrival() { return _hasArrived; }
 
 private:
     DevReceiverWait _wait;
+    LkSema _hasArrived{"DevMgr SynchronizedCloseANO", 0};
 };
 
 } // namespace
@@ -131,6 +135,7 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo)
     auto * const close = new SynchronizedCloseANO;
     _close = ObjPtr<DevANO>(close);
     _closer = makeObj<DevSenderWait>(close->getWait());
+    _hasArrived = &close->getArrival();
     _thread = MtThreadFactory::getInstance().createThread("DevMgr ANO", _protocol, true, 0);
     _relation = makeObj<PriorityRelation>("DevMgr ANO", DevMDStdAccessPrtcl::getPriority(),
                                           PriorityRelation::EQUAL, _thread->getPriority());
@@ -146,12 +151,30 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo)
 
 DevMgrThread::~DevMgrThread() noexcept(false)
 {
-    end();
+    if (_end == NOT_ENDED)
+        end();
+    else if (_end == LEFT_BEHIND)
+        static_cast<void>(_thread.release());
 }
 
 bool DevMgrThread::isCurrentThread() const
 {
     return _thread->getThreadId().isCurrentThread();
+}
+
+bool DevMgrThread::end(double seconds)
+{
+    sendClose();
+    bool const hasArrived = _hasArrived->timedWait(seconds);
+    if (hasArrived)
+        _closer->wait();
+    _thread->stop();
+    _closer->post(); // also for a thread that comes there late
+    if (hasArrived)
+        _thread->join();
+    _end = hasArrived ? ENDED : LEFT_BEHIND;
+    _fifo->close();
+    return hasArrived;
 }
 
 void DevMgrThread::setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler)
@@ -161,13 +184,24 @@ void DevMgrThread::setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handl
 
 void DevMgrThread::end()
 {
-    DevANOQueueEntry entry(_close);
-    _fifo->produce(entry);
+    sendClose();
     _closer->wait();
     _thread->stop();
     _closer->post();
     _thread->join();
     _fifo->close();
+}
+
+/// The queue may be full of what the thread cannot execute any more.
+void DevMgrThread::sendClose()
+{
+    DevANOQueueEntry entry(_close);
+    try {
+        _fifo->admit(entry);
+    } catch (...) {
+        _close = entry.release();
+        throw;
+    }
 }
 
 } // namespace Zv

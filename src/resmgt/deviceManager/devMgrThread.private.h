@@ -4,6 +4,7 @@
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceProtocol/devSenderWait.h"
+#include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/objPtr.h"
@@ -13,7 +14,8 @@ namespace Zv {
 class ANOThreadProtocol;
 
 /// Runs the thread that executes what arrives in a manager's queue, from its constructor to its destructor. The
-/// destructor lets everything that was queued before it run, and drops what comes later without executing it.
+/// destructor lets everything that was queued before it run, and drops what comes later without executing it. After
+/// `end` it does nothing.
 class DevMgrThread
 {
 public:
@@ -23,12 +25,17 @@ public:
     DevMgrThread(DevMgrThread const &) = delete;
     DevMgrThread &operator=(DevMgrThread const &) = delete;
 
+    /// Does what the destructor does, but waits for the thread no longer than that many seconds. If the thread has not
+    /// executed everything by then, leaves it behind for the rest of the process and returns false. The thread may end
+    /// then, or sleep. Must be called once. Throws only if the system is out of memory, and then has done nothing.
+    [[nodiscard]] bool end(double seconds);
     bool isCurrentThread() const;
     /// As `DevMgr::setFailureHandler`.
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler);
 
 private:
     void end();
+    void sendClose();
 
     RCShdPtr<DevMgrFifo> _fifo;
     ObjPtr<MtThread> _thread;
@@ -37,6 +44,13 @@ private:
     ANOThreadProtocol *_executor;       // the same, for as long as the thread object lives
     ObjPtr<DevANO> _close;              // had from the beginning: the thread can always be ended
     ObjPtr<DevSenderWait> _closer;
+    LkSema *_hasArrived = nullptr; // of `_close`
+    enum
+    {
+        NOT_ENDED,
+        ENDED,
+        LEFT_BEHIND
+    } _end = NOT_ENDED;
 };
 
 } // namespace Zv

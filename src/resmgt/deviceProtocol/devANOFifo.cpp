@@ -30,10 +30,20 @@ DevANOFifo::~DevANOFifo() = default;
 
 void DevANOFifo::produce(DevANOQueueEntry &entry)
 {
+    add(entry, &DevANOQueue::produce);
+}
+
+void DevANOFifo::admit(DevANOQueueEntry &entry)
+{
+    add(entry, &DevANOQueue::admit);
+}
+
+void DevANOFifo::add(DevANOQueueEntry &entry, void (DevANOQueue::*how)(DevANOQueueEntry const &))
+{
     if (entry.isNull())
         RCExUtil::throwExNullPtr(); // here, and not on the thread that would execute it
     try {
-        _queue.produce(entry);
+        (_queue.*how)(entry);
     } catch (...) { // of an observer: the ANO is queued
         discardIfClosed();
         throw;

@@ -14,11 +14,13 @@ namespace Zv {
 class FirstFailure;
 
 /// A queue of ANOs that can be closed: `DevMDStdFifo` is that of a device, `DevMgrFifo` that of a manager. Any thread
-/// produces, one consumes. A full one blocks its producers, which is the only flow control between clients, devices
-/// and managers.
+/// produces, one consumes. A full one blocks the threads that call `produce`, which is the only flow control between
+/// clients, devices and managers. It never blocks a thread that calls `admit`: the steps that a sequence sends to a
+/// device, and the reports that a device sends back, pass on that way. A thread that sends one of them may hold the lock
+/// that the consuming thread needs to go on, or be the consuming thread itself.
 ///
-/// Any thread may call `produce`, `send`, `close` and `open` at any time, also at the same time. It must be empty when
-/// it is destroyed: fails the assertion of `MtContainer` otherwise.
+/// Any thread may call `produce`, `admit`, `send`, `close` and `open` at any time, also at the same time. It must be
+/// empty when it is destroyed: fails the assertion of `MtContainer` otherwise.
 class ZVRESMGT_EXPORT DevANOFifo : public RCBase<LkCounter<long>>
 {
 public:
@@ -26,7 +28,10 @@ public:
     /// is destroyed instead. Throws `RCEx::ExNullPtr` for an entry that holds none, and what the FIFO's observer or the
     /// destruction of an ANO throws.
     void produce(DevANOQueueEntry &entry);
-    /// The same for a sender that is going to wait for the ANO: it must wait also where an observer of the FIFO has
+    /// As `produce`, but queues the ANO behind the others also if the FIFO is full. Never blocks. The FIFO stays bounded
+    /// only if the callers bound the number of ANOs that they have on their way at a time.
+    void admit(DevANOQueueEntry &entry);
+    /// As `produce`, for a sender that is going to wait for the ANO: it must wait also where an observer of the FIFO has
     /// thrown, because the ANO is on its way all the same. Hands that failure out; throws what has kept the ANO from
     /// being queued.
     [[nodiscard]] std::exception_ptr send(ObjPtr<DevANO> ano);
@@ -64,6 +69,7 @@ private:
         CLOSED  // there is no consumer, and producers discard
     };
 
+    void add(DevANOQueueEntry &entry, void (DevANOQueue::*how)(DevANOQueueEntry const &));
     bool isForConsumer(DevANOQueueEntry &entry);
     void setCondition(Condition condition);
     void discardIfClosed();

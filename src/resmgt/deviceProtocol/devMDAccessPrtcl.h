@@ -14,7 +14,8 @@ public:
     /// closed.
     virtual void performOpen() = 0;
     /// Returns when the device is closed. Called if `performOpen` has returned, by the thread that releases the last
-    /// reference to the manager and its access objects. That thread does not hold the configuration lock for it.
+    /// reference to the manager and its access objects, or by a thread "DevMgr close" of `DevMgr::close`, which has a stack
+    /// of 1 MiB. That thread does not hold the configuration lock for it.
     virtual void performClose() = 0;
 
 protected:

@@ -25,7 +25,7 @@ class ZVRESMGT_EXPORT DevMDStdFifo : public DevANOFifo
 public:
     static constexpr int DEFAULT_CAPACITY = 10;
 
-    /// `capacity` is the number of requests that wait at most; 0 means no limit.
+    /// `capacity` is the number of requests that wait at most, not counting the steps of a sequence. 0 means no limit.
     explicit DevMDStdFifo(int capacity = DEFAULT_CAPACITY);
     /// The same with an observer, which stays for the life of the FIFO. A null observer throws `RCEx::ExNullPtr` at
     /// each `produce`, when the request is queued.

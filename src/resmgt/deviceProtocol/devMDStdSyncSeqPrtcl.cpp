@@ -48,7 +48,7 @@ void DevMDStdSyncSeqPrtcl::send(ObjPtr<DevMDStdANO> ano, ObjPtr<DevACO> aco)
 {
     ano->setBaseACO(aco);
     DevANOQueueEntry entry(ano);
-    _fifo->produce(entry);
+    _fifo->admit(entry);
 }
 
 } // namespace Zv

@@ -25,8 +25,9 @@ public:
     virtual ObjPtrRet<DevMDStdANO> createAbortANO() = 0;
 };
 
-/// Turns every step of a sequence into a request on the device's thread. Each call returns as soon as the request is
-/// queued, and blocks only while the FIFO is full; the ACO runs when the request has been executed. A device that
+/// Turns every step of a sequence into a request on the device's thread. Each call queues the request behind those that
+/// the FIFO holds, also if it is full, and never blocks. A sequence has at most one step and one abort of a device on
+/// their way, so the FIFO stays bounded. The ACO runs when the request has been executed. A device that
 /// takes longer than that for a step takes the ACO out with `releaseACO` and runs it when the step is finished.
 ///
 /// `getLatency` and `getMark` stay the device's. They run on other threads than the device's: what they read must be

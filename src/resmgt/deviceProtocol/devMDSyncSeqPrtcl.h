@@ -9,13 +9,21 @@ namespace Zv {
 
 /// The face of a device that takes part in a synchronised sequence.
 ///
-/// The ACO is the device's to keep, and the device causes it to run when the step is finished. The calls run under
-/// the lock of the sequence: they hand the request over and must not wait for its completion.
+/// The device keeps the ACO, and must run it once, when the step is finished. It may do so on any thread, also before the
+/// call has returned: the ACO queues a report for the manager's thread and never blocks.
+///
+/// **Threads**: the calls come from the thread that starts or stops the sequence and from "DevMgr ANO", one at a time. At
+/// most one step of a device is on its way, besides an abort.
+///
+/// **Blocks**: the calls run under the lock of the sequence. A call must hand the request over and return. It must not
+/// wait for the completion of a step, for a property or a stream, nor tell of a change of a property: the manager's queue
+/// may be full, and the thread that empties it may be waiting for the lock.
 class ZVRESMGT_EXPORT DevMDSyncSeqPrtcl : public virtual DevMDPrtcl
 {
 public:
-    /// `recover` and `abort` are for the device to keep: it executes one of them, from any thread and as often as it
-    /// happens, when it wants a recovery or has to abort. That queues the report for the manager's thread.
+    /// `recover` and `abort` are for the device to keep. It executes one of them, on any thread, when it wants a recovery
+    /// or has to abort. That queues a report for the manager's thread and never blocks. If 8 reports of that kind of this
+    /// device wait in the queue, the report is dropped.
     virtual void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) = 0;
     /// Lock to the mark of the parent device.
     virtual void performSync(ObjPtr<DevACO> aco, DtTimeMark const &mark) = 0;

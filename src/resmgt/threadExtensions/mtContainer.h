@@ -28,8 +28,8 @@ public:
 };
 
 /// A queue between threads: a container with a lock, two wake-ups and at most one observer. As a rule it is a
-/// `std::queue`. A thread that produces waits while the container is full, a thread that consumes waits while it is
-/// empty. Elements leave one by one, in the order of the container. To use it for elements of your own, include
+/// `std::queue`. A thread that produces waits while the container is full, except in `admit`. A thread that consumes waits
+/// while it is empty. Elements leave one by one, in the order of the container. To use it for elements of your own, include
 /// mtContainer.imp.h.
 ///
 /// **Threads**: any thread may call any operation, except the destructor. No thread may be inside an operation when
@@ -65,6 +65,10 @@ public:
     /// The same without waiting: false, with `element` untouched, when the container is full.
     bool tryProduce(Element const &element) { return performTryProduce(element); }
     bool tryProduce(Element &&element) { return performTryProduce(std::move(element)); }
+    /// Adds the element, also if the container is full. Never waits. A thread that waits in `produce` goes on when there
+    /// is room below the capacity again. The caller must bound the number of such elements by other means.
+    void admit(Element const &element) { performAdmit(element); }
+    void admit(Element &&element) { performAdmit(std::move(element)); }
 
     /// Takes the next element; waits while there is none.
     [[nodiscard]] Element consume();
@@ -113,6 +117,8 @@ private:
     void performProduce(Source &&element);
     template <class Source>
     bool performTryProduce(Source &&element);
+    template <class Source>
+    void performAdmit(Source &&element);
     template <class Source>
     Observer *addNoLock(Source &&element, bool &wakes) ZV_REQUIRES(_lock);
     Element takeNoLock(bool &wakes) ZV_REQUIRES(_lock);

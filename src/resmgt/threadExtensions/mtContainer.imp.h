@@ -144,6 +144,22 @@ bool MtContainer<Container, Adapter>::performTryProduce(Source &&element)
     return true;
 }
 
+template <class Container, class Adapter>
+template <class Source>
+void MtContainer<Container, Adapter>::performAdmit(Source &&element)
+{
+    Observer *observer = nullptr;
+    bool wakes = false;
+    {
+        LkGuard<LkMutex const> guard(_lock);
+        observer = addNoLock(std::forward<Source>(element), wakes);
+    }
+    if (wakes)
+        _nonEmpty.pulse();
+    if (observer)
+        observer->performProduced(*this, element);
+}
+
 // A pulse is sent when the lock is free: a thread that it wakes wants the lock, and where it comes to the processor at
 // once it would only go back to sleep for it.
 //
@@ -167,7 +183,7 @@ auto MtContainer<Container, Adapter>::takeNoLock(bool &wakes) -> Element
 {
     Element element(moveNextNoLock());
     _container.pop();
-    wakes = _nonFull.call();
+    wakes = _container.size() < _capacity && _nonFull.call();
     return element;
 }
 

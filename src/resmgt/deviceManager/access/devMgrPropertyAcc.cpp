@@ -3,10 +3,10 @@
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 #include "resmgt/deviceManager/access/propertyConfigParser.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/deviceProtocol/devMDPropertyPrtcl.h"
-#include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
@@ -32,6 +32,11 @@ public:
 
     ~DevMgrPropertyAccImp() noexcept(false) override
     {
+        // That thread may be in one of the observers for ever, with the engine's lock.
+        if (!_mediator.isNull() && _mediator->isThreadLeftBehind()) {
+            DevMgrLeftBehind::keep(_observerEng);
+            return;
+        }
         bool const isDestroyedByItsOwnObserver = _observerEng->isUpdating();
         _observerEng->detachAll();
         ZV_ASSERT_IN_DESTRUCTOR(!isDestroyedByItsOwnObserver);
@@ -72,11 +77,8 @@ private:
     {
         if (!DevRegistry::getInstance().isRegistered(name))
             ZV_THROW(DevMgrEx::NameNotFound);
-        {
-            LkGuard<LkLock const> const guard(_mediator->getLock());
-            _mediator->createPrtcl(name);
-        }
-        auto const device = rcDynamicCast<DevMDPropertyPrtcl>(_mediator->getPrtcl(name));
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        auto const device = rcDynamicCast<DevMDPropertyPrtcl>(mediator->obtainPrtcl(name));
         if (device.isNull())
             ZV_THROW(DevMgrEx::BadMDPrtclImp);
         return device;

@@ -18,7 +18,8 @@ class DevMgrMediator;
 /// all its observers; a notification that is under way then reaches nobody. A property has one property access that
 /// observes it at a time.
 ///
-/// All operations may be called by any thread but those of devices and "DevMgr ANO".
+/// All operations may be called by any thread but those of devices and "DevMgr ANO". After `DevMgr::close`,
+/// `getProperty` throws `DevMgrEx::ManagerClosed`.
 class ZVRESMGT_EXPORT DevMgrPropertyAcc : public RCBase<LkCounter<long>>
 {
 public:
@@ -30,11 +31,13 @@ public:
     /// the destructor also does what `DevMgr` says of that.
     ~DevMgrPropertyAcc() noexcept(false) override;
 
-    /// The property that the string names. Its device is created and opened at its first mention. Blocks while another
-    /// thread configures. `DevMgrEx::PropertySyntaxError` with all that was accepted and the fault; `NameNotFound` for
-    /// an unknown device; `BadMDPrtclImp` for one without properties; `NameNotRegistered` for an unknown set or
-    /// property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while the device builds its properties; what the creation
-    /// or the opening of the device throws.
+    /// The property that the string names. Its device is created and opened at its first mention, and the call then blocks
+    /// while another thread configures. Otherwise it does not wait for the opening of another device. If the opening of
+    /// the device has failed before, the property is that of an unopened device: reading it blocks for ever if the device
+    /// is a standard device, and so does setting it when the device's queue is full. `DevMgrEx::PropertySyntaxError` with
+    /// all that was accepted and the fault; `NameNotFound` for an unknown device; `BadMDPrtclImp` for one without
+    /// properties; `NameNotRegistered` for an unknown set or property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while
+    /// the device builds its properties; what the creation or the opening of the device throws.
     virtual RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) = 0;
     /// Both block while any observer of this object is in `update` on another thread. From within `update` both may be
     /// called, for the same observer and for others. Null pointers throw `RCEx::ExNullPtr`. Attaching an observer again

@@ -51,7 +51,9 @@ public:
 
     void connect(LiString const &config) override
     {
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
         LkGuard<LkLock const> const guard(_mediator->getLock());
+        mediator->expectNotClosed();
         StreamConfigParser const parser(config);
         StreamId const sourceStreamId(parser.getSourceDevice(), parser.getSourceStream());
         StreamId const sinkStreamId(parser.getSinkDevice(), parser.getSinkStream());
@@ -81,13 +83,17 @@ public:
 
     void registerStream(StreamId const &id, RCShdPtr<DevMDStream> stream) override
     {
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
         LkGuard<LkLock const> const guard(_mediator->getLock());
+        mediator->expectNotClosed();
         registerNoGuard(id, stream);
     }
 
     bool isRegistered(StreamId const &id) override
     {
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
         LkGuard<LkLock const> const guard(_mediator->getLock());
+        mediator->expectNotClosed();
         return isRegisteredNoGuard(id);
     }
 

@@ -18,7 +18,9 @@ class DevMgrMediator;
 /// registered under a bare name. In a push the source is active and pushes into a passive sink; in a pull the sink is
 /// active and pulls from a passive source. The passive end starts first.
 ///
-/// All operations may be called by any thread but those of devices and "DevMgr ANO".
+/// All operations may be called by any thread but those of devices and "DevMgr ANO". After `DevMgr::close`, those that
+/// take the configuration lock throw `DevMgrEx::ManagerClosed`. The streams of a device whose opening has failed before
+/// are connected like those of any other device.
 class ZVRESMGT_EXPORT DevMgrStreamAcc
 {
 public:

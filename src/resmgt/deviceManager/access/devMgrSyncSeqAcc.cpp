@@ -2,6 +2,7 @@
 
 #include "resmgt/deviceManager/access/seqConfigParser.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
@@ -17,6 +18,8 @@ namespace Zv {
 
 namespace {
 
+/// A thread that hangs in an operation, because of a device, has references of its own to what it uses: the manager may
+/// be closed, and the object destroyed, meanwhile.
 class DevMgrSyncSeqAccImp : public DevMgrSyncSeqAcc
 {
 public:
@@ -28,9 +31,16 @@ public:
 
     ~DevMgrSyncSeqAccImp() noexcept(false) override
     {
+        _tree->releaseWaiters();
+        // That thread may be in this tree for ever, with the tree's lock.
+        if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
+            DevMgrLeftBehind::keep(_tree);
         bool const isDestroyedByItsOwnCallback = _tree->isDelivering();
-        if (isDestroyedByItsOwnCallback)
-            leaveBehind();
+        if (isDestroyedByItsOwnCallback) {
+            // The delivery goes on when the callback returns: it needs the tree, and the tree's devices stay open.
+            DevMgrLeftBehind::keep(_tree);
+            DevMgrLeftBehind::keep(_mediator);
+        }
         FirstFailure failure;
         releaseEach(_seqTreeNodeMap, failure);
         ZV_ASSERT_IN_DESTRUCTOR(!isDestroyedByItsOwnCallback);
@@ -44,12 +54,14 @@ public:
 
     void configure(LiString const &config) override
     {
-        LkGuard<LkLock const> const guard(_mediator->getLock());
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        LkGuard<LkLock const> const guard(mediator->getLock());
+        mediator->expectNotClosed();
         Vector<Vector<LiString>> const edges = SeqConfigParser(config).getEdges();
         for (auto const &edge : edges) {
             LiString const &name = edge[1];
-            _mediator->createPrtcl(name);
-            auto const seqPrtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(_mediator->getPrtcl(name));
+            mediator->createPrtcl(name);
+            auto const seqPrtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(mediator->getPrtcl(name));
             if (seqPrtcl.isNull())
                 ZV_THROW(DevMgrEx::BadMDPrtclImp);
             makeNode(name, seqPrtcl);
@@ -57,10 +69,19 @@ public:
         buildTree(edges);
     }
 
-    void start() override { _tree->processEvent(DevSeqEv::START); }
-    void stop() override { _tree->processEvent(DevSeqEv::STOP); }
-    void wait() override { _tree->wait(); }
-    LiString getState(LiString const &name) override { return _tree->getState(name); }
+    void start() override { deliver(DevSeqEv::START); }
+    void stop() override { deliver(DevSeqEv::STOP); }
+    void wait() override
+    {
+        if (_mediator->isClosed())
+            _tree->releaseWaiters(); // no device reports its end any more
+        _tree->wait();
+    }
+    LiString getState(LiString const &name) override
+    {
+        RCShdPtr<DevSeqTree> const tree = _tree;
+        return tree->getState(name);
+    }
     void setObserver(RCShdPtr<DevSeqObserver> observer) override { _tree->setObserver(observer); }
     std::optional<DevMgrFailure> getFailure(LiString const &name) override
     {
@@ -68,11 +89,11 @@ public:
     }
 
 private:
-    /// The delivery goes on when the callback returns: it needs the tree, and the tree's devices stay open.
-    void leaveBehind() const
+    void deliver(std::int32_t event)
     {
-        static_cast<void>(new RCShdPtr<DevSeqTree>(_tree));
-        static_cast<void>(new RCShdPtr<DevMgrMediator>(_mediator));
+        _mediator->expectNotClosed();
+        RCShdPtr<DevSeqTree> const tree = _tree; // outlives a device that hangs in the call
+        tree->processEvent(event);
     }
 
     void makeNode(LiString const &name, RCShdPtr<DevMDSyncSeqPrtcl> const &seqPrtcl)

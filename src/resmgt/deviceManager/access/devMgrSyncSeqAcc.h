@@ -24,15 +24,17 @@ class DevMgrMediator;
 ///
 /// One access object holds one tree, which runs once: after `stop` and `wait`, a further run needs a new object. All
 /// operations may be called by any thread but those of devices and "DevMgr ANO", also while another thread configures.
+/// After `DevMgr::close`, `configure`, `start` and `stop` throw `DevMgrEx::ManagerClosed`.
 class ZVRESMGT_EXPORT DevMgrSyncSeqAcc
 {
 public:
     static ObjPtrRet<DevMgrSyncSeqAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
 
-    /// Stops nothing. No thread may be in `wait`. Must not be called by an observer or a device that this object is
-    /// calling: that fails the assertion "!isDestroyedByItsOwnCallback", and leaves the devices open for the rest of
-    /// the process. If this object is the last of its manager, the destructor does what `DevMgr` says of that. Throws
-    /// what the destructor of a device throws.
+    /// Stops nothing. Lets the threads go that are in `wait`, and returns when they have left. No thread may be in
+    /// another operation. Must not be called by an observer or a device that this object is calling: that fails the
+    /// assertion "!isDestroyedByItsOwnCallback", and leaves the devices open for the rest of the process. If this object
+    /// is the last of its manager, the destructor does what `DevMgr` says of that. Throws what the destructor of a device
+    /// throws.
     virtual ~DevMgrSyncSeqAcc() noexcept(false);
 
     /// The edges of the string in its order, each a parent and a child, without touching any device. The root's
@@ -42,7 +44,9 @@ public:
     /// `DevPrtclEx::ExNameNotRegistered` for an unknown device; `DevMgrEx::BadMDPrtclImp` for one without the sequence
     /// protocol; a device that stands twice, or that an earlier call has named, fails an assertion. A further name
     /// behind the root's closed group passes `parseConfig` and is an `RCEx::ExNullPtr` here. After a failure the
-    /// devices that were created stay open.
+    /// devices that were created stay open. A device whose opening has failed before, here or elsewhere, is not opened
+    /// again, and does not make this call fail: it gets the steps of the sequence unopened. A standard device then stays
+    /// in the state `start`, and `wait` does not return. `DevMgrMediator::getOpenFailure` tells.
     virtual void configure(LiString const &config) = 0;
     /// Delivers START to the root and returns; the devices go on by themselves. Blocks while another event of this tree
     /// is being delivered. Throws `RCEx::ExNullPtr` if the tree is empty, and `DevMgrEx::SMExecutionError` if the
@@ -55,10 +59,12 @@ public:
     /// Delivers STOP to the root and returns. A tree that is not in lock yet stops when it has locked. A second `stop`
     /// is an illegal event for the root once the first one has taken effect. Blocks and throws as `start` does.
     virtual void stop() = 0;
-    /// Blocks until every device has stopped or finished an abort, also if the tree has not been started yet. Must be
-    /// called once: a second call does not return. It does not return either if a device failed or got an illegal
-    /// event, or if a device aborted while others wait for its next step. It may return before the observer is told of
-    /// the last state. Throws `RCEx::ExNullPtr` if the tree is empty.
+    /// Blocks until every device has stopped or finished an abort, also if the tree has not been started yet. Returns at
+    /// once when they have. Any number of threads may call it, at the same time and again. By design it does not return
+    /// by itself if a device failed or got an illegal event, or if a device aborted while others wait for its next step:
+    /// destroy this object on another thread to let the waiting thread go. It may return before the observer is told of
+    /// the last state. Throws `RCEx::ExNullPtr` if the tree is empty, and `DevMgrEx::SequenceAbandoned` if this object is
+    /// destroyed before all devices have ended, or if the manager was closed before the call.
     virtual void wait() = 0;
     /// Returns the name of the state of the device's sequence machine. It is `_exc` if the device threw an `ExBase`,
     /// and `_ill` after an illegal event. If the device threw something else, it is the state that the machine was in,

@@ -2,6 +2,8 @@
 
 #include "resmgt/deviceManager/devMgrACO.h"
 
+#include <utility>
+
 namespace Zv {
 
 namespace {
@@ -13,6 +15,57 @@ public:
     ObjPtrRet<DevClonableANO> clone() const override { return makeObj<NullANO>(); }
 };
 
+/// The reports of one kind that a device makes of its own accord. Each is queued for the manager's thread, also if the
+/// queue is full: the calling thread may hold the tree's lock. A device that reports again and again cannot fill the
+/// memory, because a report is dropped if enough of them wait to be taken.
+class Reports : public RCBase<LkCounter<long>>
+{
+public:
+    Reports(ObjPtr<DevClonableANO> prototype, RCShdPtr<DevMgrFifo> const &fifo)
+        : _prototype(prototype), _fifo(fifo)
+    {}
+
+    void send()
+    {
+        if (_nbWaiting.getValue() >= DevSeqPrtclUtil::MAX_WAITING_REPORTS)
+            return;
+        DevANOQueueEntry entry(makeObj<Waiting>(*this));
+        _fifo->admit(entry);
+    }
+
+private:
+    /// A report in the queue. It counts until it is taken out.
+    class Waiting final : public DevANO
+    {
+    public:
+        explicit Waiting(Reports &reports) : _reports(&reports), _ano(reports._prototype->clone())
+        {
+            ++_reports->_nbWaiting;
+        }
+        ~Waiting() override { leave(); }
+
+        void performExecute() override
+        {
+            leave();
+            _ano->performExecute();
+        }
+
+    private:
+        void leave()
+        {
+            if (RCShdPtr<Reports> const reports = std::move(_reports); !reports.isNull())
+                --reports->_nbWaiting;
+        }
+
+        RCShdPtr<Reports> _reports; // until the report does not count any more
+        ObjPtr<DevClonableANO> _ano;
+    };
+
+    ObjPtr<DevClonableANO> _prototype;
+    RCShdPtr<DevMgrFifo> _fifo;
+    LkCounter<long> _nbWaiting;
+};
+
 /// What a device keeps to report on its own initiative. The report never runs on the device's thread, which would wait
 /// there for the tree's lock while the tree may wait for the device's queue. Whichever way the device goes, executing
 /// it as often as it likes, notifying it, or sending it to itself, each of them makes one report.
@@ -20,23 +73,19 @@ class ReportANO final : public DevANO
 {
 public:
     ReportANO(ObjPtr<DevClonableANO> prototype, RCShdPtr<DevMgrFifo> const &fifo)
-        : _prototype(prototype), _fifo(fifo)
+        : _reports(makeShd<Reports>(prototype, fifo))
     {
-        setACO(makeReport());
+        setACO(makeACO([reports = _reports] { reports->send(); }));
     }
 
     void performExecute() override
     {
         ObjPtr<DevACO> const spent = releaseACO();
-        ObjPtr<DevACO> const report = makeReport();
-        report->performExecute();
+        _reports->send();
     }
 
 private:
-    ObjPtrRet<DevACO> makeReport() const { return makeObj<DevMgrACO>(_prototype->clone(), _fifo); }
-
-    ObjPtr<DevClonableANO> _prototype;
-    RCShdPtr<DevMgrFifo> _fifo;
+    RCShdPtr<Reports> _reports;
 };
 
 } // namespace

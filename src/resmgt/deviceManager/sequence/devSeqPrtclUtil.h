@@ -19,6 +19,10 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevSeqPrtclUtil : public RCBase<LkCounter<long>>
 {
 public:
+    /// The reports of one kind, recovery or abort, that one device can have in the manager's FIFO. While so many wait,
+    /// a further one is dropped: the tree could not learn anything new from it.
+    static constexpr long MAX_WAITING_REPORTS = 8;
+
     /// Notifications that do nothing, without a FIFO.
     explicit DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl> prtcl);
     /// The prototypes deliver, in this order, `READY`, `LOCK`, `ABORTED`, `STOPPED`, `RECOVER` and

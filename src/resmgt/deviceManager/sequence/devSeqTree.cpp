@@ -1,7 +1,9 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 
+#include "platform/interlocked.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkThreadId.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 #include "zvbase/trace.h"
@@ -12,9 +14,18 @@
 
 namespace Zv {
 
+namespace Interlocked = ZvPlatform::Interlocked;
+
 namespace {
 
 using Nodes = List<RCShdPtr<DevSeqTreeNode>>;
+
+constexpr unsigned long NO_THREAD = LkThreadId::NULL_ID;
+
+unsigned long threadNumber()
+{
+    return LkThreadId(LkThreadId::CURRENT_THREAD).getNumber();
+}
 
 std::string_view nameOf(LiString const &name)
 {
@@ -142,14 +153,25 @@ class DevSeqTree::Turn final : private DevSeqSM::Listener
 public:
     /// `current` is where the tree keeps who takes replaced observers. A delivery that an observer begins within
     /// another one leaves them to that one.
-    Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current, Replaced &replaced,
-         std::optional<DevMgrFailure> &failure)
-        : _observer(observer), _current(current), _outer(current), _failure(failure)
+    Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current, unsigned long &deliverer,
+         Replaced &replaced, std::optional<DevMgrFailure> &failure)
+        : _observer(observer),
+          _current(current),
+          _deliverer(deliverer),
+          _outer(current),
+          _failure(failure)
+    {
+        if (_outer)
+            return;
+        _current = &replaced;
+        Interlocked::storeRelease(_deliverer, threadNumber());
+    }
+    ~Turn()
     {
         if (!_outer)
-            _current = &replaced;
+            Interlocked::storeRelease(_deliverer, NO_THREAD);
+        _current = _outer;
     }
-    ~Turn() { _current = _outer; }
     Turn(Turn const &) = delete;
     Turn &operator=(Turn const &) = delete;
 
@@ -223,19 +245,72 @@ private:
 
     RCShdPtr<DevSeqObserver> const &_observer; // the tree's: it may be replaced in between
     Replaced *&_current;
+    unsigned long &_deliverer;
     Replaced * const _outer;
     std::optional<DevMgrFailure> &_failure;
     FirstFailure _ofObserver;
     DevSeqTreeNode *_node = nullptr; // whose machine steps
 };
 
-DevSeqTree::DevSeqTree() : _lock("DevSeqTree"), _link(new DevSeqTreeLink(this)) {}
+/// A thread in `wait`.
+class DevSeqTree::Waiter
+{
+public:
+    explicit Waiter(DevSeqTree &tree) : _tree(tree)
+    {
+        LkGuard<LkLock const> const guard(_tree._waitersLock);
+        _place = _tree._waitedFor.insert(_tree._waitedFor.end(), nullptr);
+        _isCounted = !_tree._hasReleased;
+    }
+    Waiter(Waiter const &) = delete;
+    Waiter &operator=(Waiter const &) = delete;
+    /// A thread that was released does not touch the tree after its post.
+    ~Waiter() noexcept(false)
+    {
+        bool wasReleased = false;
+        {
+            LkGuard<LkLock const> const guard(_tree._waitersLock);
+            wasReleased = _isCounted && _tree._hasReleased;
+            _tree._waitedFor.erase(_place);
+        }
+        if (wasReleased)
+            _tree._hasLeft.post();
+    }
+
+    /// Returns whether the device has ended.
+    bool waitFor(DevSeqTreeNodeUtil &device)
+    {
+        {
+            LkGuard<LkLock const> const guard(_tree._waitersLock);
+            if (_tree._hasReleased)
+                return device.hasEnded();
+            *_place = &device;
+        }
+        device.waitDone();
+        return device.hasEnded();
+    }
+
+private:
+    DevSeqTree &_tree;
+    List<DevSeqTreeNodeUtil *>::iterator _place;
+    bool _isCounted = false; // by `releaseWaiters`
+};
+
+DevSeqTree::DevSeqTree()
+    : _lock("DevSeqTree"),
+      _link(new DevSeqTreeLink(this)),
+      _waitersLock("DevSeqTree waiters"),
+      _hasLeft("DevSeqTree waiters", 0)
+{
+    ZV_ASSERT(_hasLeft.getErrno() == 0);
+}
 
 // Takes the parent from each node, which may be held elsewhere. That takes no memory: the link back shows the way, and
 // a child that has been visited goes to the end, until all have been and are in their order again.
 DevSeqTree::~DevSeqTree()
 {
     _link->clear();
+    releaseWaiters();
     for (DevSeqTreeNode *node = _root.get(); node;) {
         Nodes &children = node->_children;
         if (!children.empty() && children.front()->_parent) {
@@ -254,6 +329,7 @@ DevSeqTree::~DevSeqTree()
 void DevSeqTree::setRoot(RCShdPtr<DevSeqTreeNode> const &node)
 {
     LkGuard<LkLock const> const guard(_lock);
+    LkGuard<LkLock const> const waitersGuard(_waitersLock);
     if (!_root.isNull())
         join(node, _root);
     _root = node;
@@ -264,6 +340,7 @@ void DevSeqTree::attach(RCShdPtr<DevSeqTreeNode> const &parent,
                         RCShdPtr<DevSeqTreeNode> const &child)
 {
     LkGuard<LkLock const> const guard(_lock);
+    LkGuard<LkLock const> const waitersGuard(_waitersLock);
     join(parent, child);
 }
 
@@ -282,7 +359,7 @@ void DevSeqTree::processEvent(std::int32_t event)
     std::optional<DevMgrFailure> failure;
     Replaced replaced;
     LkGuard<LkLock const> const guard(_lock);
-    Turn turn(_observer, _replaced, replaced, failure);
+    Turn turn(_observer, _replaced, _deliverer, replaced, failure);
     deliver(turn, getRoot(), event);
 }
 
@@ -297,7 +374,7 @@ void DevSeqTree::processEvent(LiString const &name, std::int32_t event,
 {
     Replaced replaced;
     LkGuard<LkLock const> const guard(_lock);
-    Turn turn(_observer, _replaced, replaced, failure);
+    Turn turn(_observer, _replaced, _deliverer, replaced, failure);
     deliver(turn, find(name), event);
 }
 
@@ -324,21 +401,40 @@ void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 
 bool DevSeqTree::isDelivering() const
 {
-    LkGuard<LkLock const> const guard(_lock);
-    return _replaced;
+    return Interlocked::loadAcquire(_deliverer) == threadNumber();
 }
 
-void DevSeqTree::wait()
+void DevSeqTree::wait() ZV_NO_THREAD_SAFETY_ANALYSIS // changes of the tree take both locks
 {
     Vector<RCShdPtr<DevSeqTreeNodeUtil>> ends;
+    Waiter waiter(*this);
     {
-        LkGuard<LkLock const> const guard(_lock);
+        LkGuard<LkLock const> const guard(_waitersLock);
         walk(
-            getRoot(), [](DevSeqTreeNode &) {},
+            *_root, [](DevSeqTreeNode &) {},
             [&ends](DevSeqTreeNode &node) { ends.push_back(node._util); });
     }
+    bool haveEnded = true;
     for (RCShdPtr<DevSeqTreeNodeUtil> const &end : ends)
-        end->waitDone();
+        haveEnded = waiter.waitFor(*end) && haveEnded;
+    if (!haveEnded)
+        ZV_THROW(DevMgrEx::SequenceAbandoned);
+}
+
+void DevSeqTree::releaseWaiters()
+{
+    std::size_t nbWaiters = 0;
+    {
+        LkGuard<LkLock const> const guard(_waitersLock);
+        if (!_hasReleased)
+            nbWaiters = _waitedFor.size();
+        _hasReleased = true;
+        for (DevSeqTreeNodeUtil * const device : _waitedFor)
+            if (device)
+                device->releaseWaiters();
+    }
+    for (; nbWaiters > 0; --nbWaiters)
+        _hasLeft.wait();
 }
 
 void DevSeqTree::write(std::ostream &stream) const

@@ -8,6 +8,7 @@
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/locks/lkLock.h"
+#include "resmgt/locks/lkUnnamedSema.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/containers.h"
@@ -77,15 +78,19 @@ public:
     /// any more. Blocks while an event is being delivered.
     void setObserver(RCShdPtr<DevSeqObserver> const &observer) ZV_EXCLUDES(_lock);
     /// Returns whether the calling thread is delivering an event of this tree, as it is in an observer's or a device's
-    /// function that the tree calls. Blocks while another thread delivers one.
-    bool isDelivering() const ZV_EXCLUDES(_lock);
+    /// function that the tree calls. Does not block.
+    bool isDelivering() const;
     /// The lock of all deliveries. Held while several changes are made that must be seen as one.
     LkLock const &getLock() const ZV_RETURN_CAPABILITY(_lock) { return _lock; }
 
-    /// Blocks until every device has stopped or aborted; holds no lock meanwhile. Once for a tree: each end
-    /// of a device ends one wait for it. By design it does not return where a machine ended in
-    /// `_ill` or `_exc` instead. Throws `RCEx::ExNullPtr` for an empty tree.
+    /// Blocks until every device has stopped or aborted, and returns at once when they have. Any number of threads may
+    /// call it, at the same time and again. It does not take the lock of the deliveries. By design it does not return
+    /// by itself if a machine ended in `_ill` or `_exc` instead. Throws `RCEx::ExNullPtr` if the tree is empty, and
+    /// `DevMgrEx::SequenceAbandoned` if the tree is destroyed, or `releaseWaiters` is called, before all devices have
+    /// ended.
     void wait();
+    /// Lets all threads go that are in `wait`, and returns when they have left. From now on `wait` does not block.
+    void releaseWaiters();
 
     /// How notifications reach this tree. Never null.
     RCShdPtr<DevSeqTreeLink> const &getLink() const { return _link; }
@@ -94,13 +99,14 @@ public:
     void write(std::ostream &stream) const;
 
 protected:
-    /// Waits for the report that is being delivered; later ones reach nobody.
+    /// Waits for the report that is being delivered; later ones reach nobody. Does what `releaseWaiters` does.
     ~DevSeqTree() override;
 
 private:
     class Delivery;
     class Replaced;
     class Turn;
+    class Waiter;
 
     template <class Enter, class Leave>
     static void walk(DevSeqTreeNode &root, Enter enter, Leave leave);
@@ -120,6 +126,13 @@ private:
     bool _isIndexed ZV_GUARDED_BY(_lock) = false;
     RCShdPtr<DevSeqObserver> _observer ZV_GUARDED_BY(_lock);
     Replaced *_replaced ZV_GUARDED_BY(_lock) = nullptr; // of the delivery that runs
+    unsigned long _deliverer = 0; // the number of its thread, also read without the lock
+
+    LkLock _waitersLock; // a leaf; `wait` reads the tree under it
+    List<DevSeqTreeNodeUtil *> _waitedFor
+        ZV_GUARDED_BY(_waitersLock); // by each thread in `wait`; null before its first node
+    bool _hasReleased ZV_GUARDED_BY(_waitersLock) = false;
+    LkUnnamedSema _hasLeft; // posted by each thread that was released
 };
 
 /// The tree's text form, as `write` gives it.

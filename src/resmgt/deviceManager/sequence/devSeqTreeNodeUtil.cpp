@@ -1,8 +1,11 @@
 #include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
 
+#include "platform/interlocked.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -41,6 +44,23 @@ void DevSeqTreeNodeUtil::sendToParent(std::int32_t event)
 void DevSeqTreeNodeUtil::sendToChildren(std::int32_t event)
 {
     send(_childrenPend, event);
+}
+
+void DevSeqTreeNodeUtil::postDone()
+{
+    Interlocked::storeRelease(_hasEnded, true);
+    _done.post();
+}
+
+void DevSeqTreeNodeUtil::waitDone()
+{
+    _done.wait();
+    _done.post(); // for the next thread
+}
+
+bool DevSeqTreeNodeUtil::hasEnded() const
+{
+    return Interlocked::loadAcquire(_hasEnded);
 }
 
 } // namespace Zv

@@ -13,7 +13,8 @@
 namespace Zv {
 
 /// A node as the transitions of its machine see it: its neighbours by number and by the events that
-/// go to them, its times, and its end. Used under the tree's lock, `waitDone` excepted.
+/// go to them, its times, and its end. Used under the tree's lock, except for `waitDone`, `hasEnded` and
+/// `releaseWaiters`, which any thread may call.
 class ZVRESMGT_EXPORT DevSeqTreeNodeUtil : public RCBase<LkCounter<long>>
 {
 public:
@@ -55,9 +56,15 @@ public:
     DtTimeMark const &getParentMark() const { return _parentMark; }
     void setParentMark(DtTimeMark const &mark) { _parentMark = mark; }
 
-    void postDone() { _done.post(); }
-    /// Blocks until the device has stopped or aborted. Each end ends one wait.
-    void waitDone() { _done.wait(); }
+    /// The device has stopped or aborted.
+    void postDone();
+    /// Blocks until `postDone` or `releaseWaiters` was called. Any number of threads may wait, at the same time and
+    /// again.
+    void waitDone();
+    /// Returns whether `postDone` was called.
+    bool hasEnded() const;
+    /// Lets all threads in `waitDone` go, now and later.
+    void releaseWaiters() { _done.post(); }
 
 protected:
     ~DevSeqTreeNodeUtil() override;
@@ -75,6 +82,7 @@ private:
     DtTime _maxLatency;
     DtTimeMark _mark;
     DtTimeMark _parentMark;
+    bool _hasEnded = false; // read without the tree's lock
     LkUnnamedSema _done;
 };
 

@@ -1,0 +1,133 @@
+#include "resmgt/deviceManager/devMgrDevice.private.h"
+
+#include "platform/interlocked.h"
+#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "zvbase/sleeper.h"
+
+namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+namespace {
+
+/// As much as the application's own threads have for it, within reason.
+constexpr unsigned CLOSER_STACK = 1 << 20;
+
+} // namespace
+
+class DevMgrDevice::Closer final : public MtThreadProtocol
+{
+public:
+    explicit Closer(DevMgrDevice &device) : _device(&device) {}
+
+    void performExecute(MtThread *) override { _device->performClose(); }
+
+private:
+    RCShdPtr<DevMgrDevice> _device;
+};
+
+DevMgrDevice::DevMgrDevice(LiString const &name, RCShdPtr<DevMDPrtcl> const &prtcl,
+                           RCShdPtr<DevMgrProgress> const &progress)
+    : _name(name),
+      _prtcl(prtcl),
+      _access(rcDynamicCast<DevMDAccessPrtcl>(prtcl)),
+      _progress(progress)
+{}
+
+DevMgrDevice::~DevMgrDevice() = default;
+
+DevMgrDevice::State DevMgrDevice::getState() const
+{
+    return Interlocked::loadAcquire(_state);
+}
+
+std::exception_ptr DevMgrDevice::getOpenFailure() const
+{
+    return getState() == UNOPENED ? _openFailure : nullptr;
+}
+
+void DevMgrDevice::open()
+{
+    if (_access.isNull())
+        return setState(UNOPENED);
+    _access->performOpen();
+    setState(OPEN);
+}
+
+void DevMgrDevice::failToOpen(std::exception_ptr const &failure)
+{
+    _openFailure = failure;
+    setState(UNOPENED);
+}
+
+void DevMgrDevice::close()
+{
+    if (getState() != OPEN)
+        return;
+    setState(CLOSING);
+    _access->performClose();
+    setState(CLOSED);
+}
+
+void DevMgrDevice::startToClose()
+{
+    if (getState() != OPEN)
+        return;
+    setState(CLOSING);
+    try {
+        _closer = MtThreadFactory::getInstance().createThread(
+            "DevMgr close", makeObj<Closer>(*this), true, CLOSER_STACK);
+        _closer->start();
+    } catch (...) {
+        // What has failed may have come after the thread's beginning.
+        if (!_closer.isNull() && _closer->isRunning())
+            return;
+        _closer = nullptr;
+        _closeFailure = std::current_exception();
+        setState(UNCLOSED);
+    }
+}
+
+bool DevMgrDevice::hasClosed() const
+{
+    State const state = getState();
+    return state == UNOPENED || state == CLOSED || state == UNCLOSED;
+}
+
+void DevMgrDevice::endClosing()
+{
+    _closer = nullptr;
+}
+
+void DevMgrDevice::leaveBehind()
+{
+    static_cast<void>(_closer.release());
+    DevMgrLeftBehind::keep(RCShdPtr<DevMgrDevice>(this));
+}
+
+void DevMgrDevice::release()
+{
+    _access = nullptr;
+    _prtcl = nullptr;
+}
+
+void DevMgrDevice::performClose()
+{
+    double const start = Sleeper::getInstance().getTime();
+    try {
+        _access->performClose();
+    } catch (...) {
+        _closeFailure = std::current_exception();
+    }
+    _secondsToClose = Sleeper::getInstance().getTime() - start;
+    setState(CLOSED);
+}
+
+void DevMgrDevice::setState(State state)
+{
+    Interlocked::storeRelease(_state, state);
+    _progress->post();
+}
+
+} // namespace Zv
