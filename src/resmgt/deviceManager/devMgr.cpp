@@ -37,6 +37,12 @@ public:
         return _mediator->getPrtcl(name);
     }
 
+    ObjPtrRet<DevMgrSeqSupervisor> createSeqSupervisor(LiString const &config) override
+    {
+        LkGuard<LkLock const> const guard(_mediator->getLock());
+        return DevMgrSeqSupervisor::create(_mediator, config);
+    }
+
 private:
     RCShdPtr<DevMgrMediator> _mediator;
 };

@@ -23,10 +23,22 @@ DevSeqSM::~DevSeqSM() noexcept(false) = default;
 
 void DevSeqSM::execute(std::int32_t event)
 {
-    _engine->execute(event);
+    step(event);
     while (_evPend->isReleased())
         for (std::int32_t const parked : _evPend->take())
-            _engine->execute(parked);
+            step(parked);
+}
+
+void DevSeqSM::step(std::int32_t event)
+{
+    if (!_guard)
+        return _engine->execute(event);
+    std::int32_t const former = _engine->getState();
+    if (!DevSeqSMTable::getInstance().isLegal(former, event))
+        return _guard->refused(event);
+    _engine->execute(event);
+    if (std::int32_t const state = _engine->getState(); state != former)
+        _guard->stateChanged(state);
 }
 
 LiString DevSeqSM::getStateName() const

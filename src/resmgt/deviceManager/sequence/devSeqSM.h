@@ -12,6 +12,19 @@
 
 namespace Zv {
 
+/// Guards a machine against illegal events, and is told of its states. Called by the thread that steps the machine.
+class ZVRESMGT_EXPORT DevSeqSMGuard
+{
+public:
+    /// The machine has come to another state.
+    virtual void stateChanged(std::int32_t state) = 0;
+    /// The event is illegal in the present state. The machine stays as it is.
+    virtual void refused(std::int32_t event) = 0;
+
+protected:
+    ~DevSeqSMGuard() = default;
+};
+
 /// The sequence machine of one node, from `init` to `final`, to `_exc` where a protocol call threw
 /// an `ExBase`, or to `_ill` after an illegal event. None of the three has a way back. No lock: the
 /// tree's callers take turns.
@@ -33,10 +46,16 @@ public:
     LiString getStateName() const;
     LiString const &getLabel() const { return _label; }
 
+    /// From now on illegal events are refused. The guard must outlive the machine. Null for none.
+    void setGuard(DevSeqSMGuard *guard) { _guard = guard; }
+
 private:
+    void step(std::int32_t event);
+
     ObjPtr<DevSMExecutionEng> _engine;
     RCShdPtr<DevSeqEvPend> _evPend;
     LiString _label;
+    DevSeqSMGuard *_guard = nullptr;
 };
 
 } // namespace Zv
