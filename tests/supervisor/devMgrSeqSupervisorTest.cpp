@@ -46,7 +46,7 @@ TEST(Supervisor, GivesTheStatusOfEachDevice)
     EXPECT_EQ(stage.getStatus("a").latency, DtTime(3, Rational(1, 1)));
     EXPECT_EQ(stage.supervisor->getStatus().phase, Phase::RUNNING);
     EXPECT_FALSE(stage.supervisor->waitLocked(0));
-    stage["c"].answer();
+    stage["c"].answer("sync");
     EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
     EXPECT_EQ(stage.getStatus("c").state, "lock");
     EXPECT_EQ(stage.getStatus("c").step, "");
@@ -97,7 +97,7 @@ TEST(Supervisor, RefusesCallsWhileItIsBeingStopped)
     stage.world->waitFor("abort root");
     EXPECT_EQ(reasonOf<Illegal>([&] { stage.supervisor->start(); }),
               "\"start\" makes no sense now: the sequence is being aborted.");
-    stage["root"].answer();
+    stage["root"].answer("abort");
 }
 
 TEST(Supervisor, SecondStopReturnsTheSameReport)
@@ -143,7 +143,7 @@ TEST(Supervisor, StopDuringTheStartWaitsForTheLock)
     auto stopped = std::async(std::launch::async, [&] { return stage.supervisor->stop(LONG); });
     while (stage.supervisor->getStatus().phase != Phase::STOPPING)
         std::this_thread::yield();
-    stage["b"].answer();
+    stage["b"].answer("start");
     EXPECT_EQ(endsOf(stopped.get()), "stopped stopped stopped stopped");
 }
 
@@ -157,7 +157,7 @@ TEST(Supervisor, StopDuringARecoveryWaitsForIt)
     auto stopped = std::async(std::launch::async, [&] { return stage.supervisor->stop(LONG); });
     while (stage.supervisor->getStatus().phase != Phase::STOPPING)
         std::this_thread::yield();
-    stage["a"].answer();
+    stage["a"].answer("recover");
     EXPECT_EQ(endsOf(stopped.get()), "stopped stopped stopped stopped");
     EXPECT_EQ(stage.world->count("recover c"), 1);
 }
@@ -170,9 +170,9 @@ TEST(Supervisor, RecoveryOfAnUnlockedSubtreeIsDeferred)
     stage.supervisor->start();
     stage.world->waitFor("sync a");
     stage["root"].reportRecover();
-    stage["a"].manners["sync"] = Manner::PROMPT;
-    stage["a"].answer();
+    stage["a"].answer("sync");
     stage.world->waitFor("recover a");
+    stage["a"].answer("sync", 2);
     EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
     EXPECT_EQ(stage.getStatus("root").nbRefused, 0u);
     EXPECT_EQ(stage.world->count("recover root"), 1);
@@ -188,10 +188,10 @@ TEST(Supervisor, SiblingsRecoverAtTheSameTime)
     }
     stage.world->waitFor("recover a");
     stage.world->waitFor("recover b");
-    stage["a"].answer();
+    stage["a"].answer("recover");
     while (stage.getStatus("a").state != "lock")
         std::this_thread::yield();
-    stage["b"].answer();
+    stage["b"].answer("recover");
     EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
     EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "stopped stopped stopped");
 }
@@ -290,12 +290,12 @@ TEST(Supervisor, LateReportsReachNobody)
     DevSeqStatus const status = stage.supervisor->abort(0.2);
     EXPECT_EQ(endsOf(status), "aborted silent");
     EXPECT_EQ(Stage::find(status, "a").step, "abort");
-    stage["a"].answer();
+    stage["a"].answer("abort");
     stage["a"].reportRecover();
     stage["a"].reportAbort();
     EXPECT_EQ(endsOf(stage.supervisor->getStatus()), "aborted silent");
     stage.supervisor = nullptr;
-    stage["a"].answer();
+    stage["a"].answer("abort");
     stage["a"].reportRecover();
     stage["root"].reportAbort();
     stage.manager = nullptr;

@@ -122,11 +122,8 @@ public:
     }
     void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
     {
-        {
-            std::lock_guard const guard(_mutex);
-            _recover = recover;
-            _abort = abort;
-        }
+        _recover = recover;
+        _abort = abort;
         act("start", aco);
     }
     void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { act("sync", aco); }
@@ -146,21 +143,17 @@ public:
     }
 
     // On any thread, also late.
-    void reportRecover()
+    void reportRecover() { _recover->performExecute(); }
+    void reportAbort() { _abort->performExecute(); }
+    /// Runs the completion that a silent device has kept when it was asked for the step for the n-th time. Waits until the
+    /// device has it.
+    void answer(std::string const &step, std::size_t n = 1)
     {
-        std::lock_guard const guard(_mutex);
-        _recover->performExecute();
-    }
-    void reportAbort()
-    {
-        std::lock_guard const guard(_mutex);
-        _abort->performExecute();
-    }
-    /// Runs what a silent device has kept.
-    void answer()
-    {
-        std::lock_guard const guard(_mutex);
-        _kept->performExecute();
+        std::unique_lock guard(_mutex);
+        _isKept.wait(guard, [&] { return _kept[step].size() >= n; });
+        std::shared_ptr<DevACO> const aco = _kept[step][n - 1];
+        guard.unlock();
+        aco->performExecute();
     }
 
 private:
@@ -203,7 +196,7 @@ private:
             aco = nullptr;
             return;
         case Manner::SILENT:
-            return keep(aco);
+            return keep(step, aco);
         case Manner::RECOVERS:
             reportRecover();
             return aco->performExecute();
@@ -212,17 +205,17 @@ private:
             return aco->performExecute();
         case Manner::ABORTS_SILENT:
             reportAbort();
-            return keep(aco);
+            return keep(step, aco);
         default:
             return aco->performExecute();
         }
     }
 
-    void keep(ObjPtr<DevACO> &aco)
+    void keep(std::string const &step, ObjPtr<DevACO> &aco)
     {
         std::lock_guard const guard(_mutex);
-        _formers.push_back(_kept);
-        _kept.reset(aco.release());
+        _kept[step].emplace_back(aco.release());
+        _isKept.notify_all();
     }
 
     std::string const _name;
@@ -230,8 +223,8 @@ private:
     std::mutex _mutex;
     ObjPtr<DevANO> _recover;
     ObjPtr<DevANO> _abort;
-    std::shared_ptr<DevACO> _kept;
-    std::vector<std::shared_ptr<DevACO>> _formers;
+    std::condition_variable _isKept;
+    std::map<std::string, std::vector<std::shared_ptr<DevACO>>> _kept; // by the steps
     std::vector<std::thread> _threads;
 };
 

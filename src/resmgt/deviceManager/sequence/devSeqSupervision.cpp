@@ -103,7 +103,8 @@ char const *whyNot(DevSeqStatus::Phase phase)
 
 } // namespace
 
-/// The completion of one step of one device. The first run counts. If it is destroyed without one, the step never ends.
+/// The completion of one step of one device. What is done with it first counts: that it runs, that it is told of a
+/// failure, or that it is destroyed.
 class DevSeqSupervision::Completion final : public DevFailableACO
 {
 public:
@@ -112,18 +113,13 @@ public:
     {}
     ~Completion() override
     {
-        if (_serial && !_hasRun)
+        if (_serial)
             _supervision->drop(_device, _serial, nullptr);
     }
 
-    void performExecute() override
-    {
-        _hasRun = true;
-        _supervision->complete(_device, _serial);
-    }
+    void performExecute() override { _supervision->complete(_device, _serial); }
     void performFail(std::exception_ptr const &failure) override
     {
-        _hasRun = true;
         _supervision->drop(_device, _serial, failure);
     }
 
@@ -134,7 +130,6 @@ private:
     RCShdPtr<DevSeqSupervision> _supervision;
     std::size_t _device;
     std::uint32_t _serial = 0;
-    bool _hasRun = false;
 };
 
 /// What a device keeps to report on its own initiative. Whichever way the device goes, executing it as often as it
@@ -393,7 +388,7 @@ bool DevSeqSupervision::waitLocked(double seconds)
     checkWaiting("waitLocked");
     double const end = getTime() + checkedLimit(seconds);
     for (;;) {
-        if (_phase != Phase::RUNNING)
+        if (_phase == Phase::IDLE || _isEndWanted)
             ZV_THROW(DevMgrEx::SeqIllegalCall, "waitLocked", whyNot(_phase));
         checkLockable();
         if (_nbLocked == _devices.size())
@@ -482,6 +477,7 @@ void DevSeqSupervision::conclude(char const *call, double seconds, double abortS
     checkWaiting(call);
     if (_phase == Phase::IDLE)
         ZV_THROW(DevMgrEx::SeqIllegalCall, call, whyNot(_phase));
+    _isEndWanted = true;
     shortenLimits(getTime(), seconds, abortSeconds);
     if (_phase == Phase::RUNNING) {
         _phase = Phase::STOPPING;

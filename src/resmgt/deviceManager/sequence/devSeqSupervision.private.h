@@ -236,6 +236,7 @@ private:
     std::int32_t _failedState;
     Phase _phase ZV_GUARDED_BY(_lock) = Phase::IDLE;
     bool _isStartDelivered ZV_GUARDED_BY(_lock) = false;
+    bool _isEndWanted ZV_GUARDED_BY(_lock) = false; // by a client
     bool _isStopDelivered ZV_GUARDED_BY(_lock) = false;
     std::size_t _nbStarted ZV_GUARDED_BY(_lock) = 0; // whose life is STARTED
     std::size_t _nbLocked ZV_GUARDED_BY(_lock) = 0;

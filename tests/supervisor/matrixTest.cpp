@@ -1,0 +1,192 @@
+// Each way to misbehave, at each step, at each place of the tree: what the report says, and that the others have ended.
+#include "hostileDevices.h"
+
+#include <sstream>
+
+using namespace ZvTest;
+
+namespace {
+
+/// The device of each place in "( root ( inner ( leaf other ) sibling ) )".
+constexpr char const *PLACES[] = {"root", "inner", "leaf"};
+constexpr char const *DEVICES[] = {"root", "inner", "leaf", "other", "sibling"};
+constexpr char const *STEPS[] = {"start",   "getLatency", "sync", "getMark",
+                                 "recover", "stop",       "abort"};
+
+struct Kind
+{
+    char const *name;
+    Manner manner;
+};
+constexpr Kind KINDS[] = {{"Prompt", Manner::PROMPT},
+                          {"Later", Manner::LATER},
+                          {"Twice", Manner::TWICE},
+                          {"Silent", Manner::SILENT},
+                          {"Drops", Manner::DROPS},
+                          {"Throws", Manner::THROWS},
+                          {"ThrowsOther", Manner::THROWS_OTHER},
+                          {"ThrowsInt", Manner::THROWS_INT},
+                          {"Hangs", Manner::HANGS},
+                          {"Recovers", Manner::RECOVERS},
+                          {"Aborts", Manner::ABORTS},
+                          {"AbortsSilent", Manner::ABORTS_SILENT}};
+
+bool isThrow(Manner manner)
+{
+    return manner == Manner::THROWS || manner == Manner::THROWS_OTHER ||
+           manner == Manner::THROWS_INT;
+}
+
+/// One of them: the stage, and the way through it.
+struct Case
+{
+    Case(Kind const &ofKind, char const *atStep, char const *atPlace)
+        : kind(ofKind), step(atStep), place(atPlace), name(step + " " + place)
+    {
+        suffix = "." + std::to_string(nextNumber++);
+        stage =
+            std::make_unique<Stage>("( root" + suffix + " ( inner" + suffix + " ( leaf" + suffix +
+                                    " other" + suffix + " ) sibling" + suffix + " ) )");
+        (*stage)[place + suffix].manners[step] = kind.manner;
+    }
+
+    bool isQuery() const { return step == "getLatency" || step == "getMark"; }
+
+    void run()
+    {
+        std::string const culprit = place + suffix;
+        Hostile &device = (*stage)[culprit];
+        stage->create();
+        DevMgrSeqSupervisor &supervisor = *stage->supervisor;
+        supervisor.start();
+        if (step == "recover" && waitLocked()) {
+            device.reportRecover();
+            stage->world->waitFor("recover " + culprit);
+            waitLocked();
+        } else if (step == "abort" || step == "stop") {
+            EXPECT_TRUE(waitLocked()) << name;
+        } else {
+            waitLocked();
+        }
+        DevSeqStatus const status = step == "abort" ? supervisor.abort(ABORT_LIMIT)
+                                                    : supervisor.stop(STOP_LIMIT, ABORT_LIMIT);
+        check(status, Stage::find(status, culprit));
+    }
+
+    bool waitLocked()
+    {
+        // What never answers does not lock, and is not waited for here.
+        bool const isLost = kind.manner == Manner::SILENT || kind.manner == Manner::HANGS;
+        try {
+            return stage->supervisor->waitLocked(
+                isLost && step != "abort" && step != "stop" && step != "recover" ? 0.05
+                : isRecovering()                                                 ? 0.05
+                                                                                 : LONG);
+        } catch (DevMgrEx::SeqDeviceFailed const &) {
+            return false;
+        }
+    }
+    bool isRecovering() const
+    {
+        return step == "recover" && stage->world->count("recover " + place + suffix) > 0 &&
+               (kind.manner == Manner::SILENT || kind.manner == Manner::HANGS);
+    }
+
+    void check(DevSeqStatus const &status, DevSeqDeviceStatus const &culprit)
+    {
+        EXPECT_EQ(status.phase, Phase::ENDED) << name;
+        for (DevSeqDeviceStatus const &device : status.devices) {
+            if (device.name == culprit.name)
+                continue;
+            std::string const called = device.name.getChars();
+            bool const hasStarted = stage->world->count("start " + called) == 1;
+            EXPECT_EQ(device.end == End::STOPPED || device.end == End::ABORTED, hasStarted)
+                << name << ": " << called << " " << endsOf(status);
+            EXPECT_FALSE(device.hasFailed) << name << ": " << called;
+            EXPECT_LE(stage->world->count("abort " + called), 1) << name << ": " << called;
+            EXPECT_LE(stage->world->count("stop " + called), 1) << name << ": " << called;
+        }
+        bool const mayAnswer = kind.manner != Manner::HANGS;
+        bool const isInAbort = step == "abort";
+        Manner const manner = kind.manner;
+        if (isThrow(manner) || (manner == Manner::DROPS && !isQuery())) {
+            EXPECT_EQ(culprit.end, End::FAILED) << name << ": " << endsOf(status);
+            EXPECT_TRUE(culprit.hasFailed) << name;
+        } else if (!mayAnswer ||
+                   (isInAbort && (manner == Manner::SILENT || manner == Manner::ABORTS_SILENT))) {
+            EXPECT_EQ(culprit.end, End::NO_ANSWER) << name << ": " << endsOf(status);
+        } else {
+            EXPECT_TRUE(culprit.end == End::STOPPED || culprit.end == End::ABORTED)
+                << name << ": " << endsOf(status);
+        }
+        if (manner == Manner::HANGS) {
+            EXPECT_EQ(culprit.call, step.c_str()) << name;
+        }
+        long const nbAborts = stage->world->count("abort " + place + suffix);
+        EXPECT_LE(nbAborts, 1) << name;
+        bool const isSound = manner == Manner::PROMPT || manner == Manner::LATER ||
+                             manner == Manner::TWICE ||
+                             (isQuery() && !isThrow(manner) && mayAnswer);
+        if (isSound && step != "abort") {
+            EXPECT_EQ(endsOf(status), "stopped stopped stopped stopped stopped") << name;
+        }
+        if (manner == Manner::TWICE && !isQuery() && step != "abort") {
+            EXPECT_EQ(culprit.nbRefused, 1u) << name;
+        }
+    }
+
+    /// All devices but those that hang have been closed once, and are not called after it.
+    void finish()
+    {
+        stage->supervisor = nullptr;
+        stage->manager = nullptr;
+        Lines const journal = stage->world->getJournal();
+        for (char const *device : DEVICES) {
+            std::string const called = device + suffix;
+            long nbClosed = 0;
+            for (std::string const &line : journal) {
+                if (line == "close " + called)
+                    ++nbClosed;
+                EXPECT_FALSE(nbClosed && line != "close " + called && line.ends_with(" " + called))
+                    << name << ": " << line;
+            }
+            EXPECT_EQ(nbClosed, 1) << name << ": " << called;
+        }
+        stage = nullptr;
+    }
+
+    static constexpr double STOP_LIMIT = 0.2;
+    static constexpr double ABORT_LIMIT = 4;
+    static inline int nextNumber = 0;
+
+    Kind kind;
+    std::string step;
+    std::string place;
+    std::string name;
+    std::string suffix;
+    std::unique_ptr<Stage> stage;
+};
+
+class Matrix : public testing::TestWithParam<Kind>
+{};
+
+// The cases of one kind run at the same time: those that hang wait for their limits.
+TEST_P(Matrix, EndsAndNamesTheCulprit)
+{
+    std::vector<std::unique_ptr<Case>> cases;
+    for (char const *step : STEPS)
+        for (char const *place : PLACES)
+            cases.push_back(std::make_unique<Case>(GetParam(), step, place));
+    std::vector<std::thread> threads;
+    for (auto const &one : cases)
+        threads.emplace_back([&one] { one->run(); });
+    for (std::thread &thread : threads)
+        thread.join();
+    for (auto const &one : cases)
+        one->finish();
+}
+
+INSTANTIATE_TEST_SUITE_P(OfKinds, Matrix, testing::ValuesIn(KINDS),
+                         [](auto const &kind) { return std::string(kind.param.name); });
+
+} // namespace
