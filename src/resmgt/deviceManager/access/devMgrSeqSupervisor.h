@@ -157,7 +157,8 @@ public:
     /// thread, without a lock that an operation of this class needs, so it may call `start`, `getStatus` and
     /// `setObserver`. It should return soon, because the devices wait for it. What it throws is traced and stands in the
     /// status. An observer that does not return is treated as a device that does not: `stop` and `abort` go on without
-    /// it. The last state of a device may be told after `stop`, `abort` or `wait` has returned, and a former
+    /// it. One that the destructor has left behind must not use the supervisor any more. The last state of a device may be
+    /// told after `stop`, `abort` or `wait` has returned, and a former
     /// observer may still be in a call when this function returns.
     virtual void setObserver(RCShdPtr<DevSeqObserver> observer) = 0;
     /// Sets the limit of the destructor.
