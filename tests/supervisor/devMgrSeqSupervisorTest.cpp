@@ -459,6 +459,24 @@ TEST(Supervisor, ObserverMayCallWhatDoesNotWaitForIt)
                "\"wait\" makes no sense now: it would wait for the thread that calls it."}));
 }
 
+TEST(Supervisor, ObserverMustNotDestroyIt)
+{
+    Stage stage("( root )");
+    stage.create();
+    auto const world = stage.world;
+    stage.supervisor->setObserver(RCShdPtr<DevSeqObserver>(new Observer([&](std::string const &) {
+        std::string text;
+        try {
+            stage.supervisor = nullptr;
+        } catch (std::logic_error const &failure) {
+            text = failure.what();
+        }
+        world->add(text.find("!isOnRunner") != std::string::npos ? "asserted" : text);
+    })));
+    stage.supervisor->start();
+    stage.world->waitFor("asserted");
+}
+
 TEST(Supervisor, ObserverThatHangsIsLeftBehind)
 {
     Stage stage("( root ( a ) )");

@@ -39,7 +39,6 @@ public:
 
     ObjPtrRet<DevMgrSeqSupervisor> createSeqSupervisor(LiString const &config) override
     {
-        LkGuard<LkLock const> const guard(_mediator->getLock());
         return DevMgrSeqSupervisor::create(_mediator, config);
     }
 

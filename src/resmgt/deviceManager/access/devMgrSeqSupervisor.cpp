@@ -4,6 +4,7 @@
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/sequence/devSeqSupervision.private.h"
+#include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
@@ -12,20 +13,10 @@ namespace {
 
 using Members = Vector<DevSeqSupervision::Member>;
 
-RCShdPtr<DevMDSyncSeqPrtcl> openDevice(DevMgrMediator &mediator, LiString const &name)
-    ZV_REQUIRES(mediator.getLock())
-{
-    mediator.createPrtcl(name);
-    auto const prtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(mediator.getPrtcl(name));
-    if (prtcl.isNull())
-        ZV_THROW(DevMgrEx::BadMDPrtclImp);
-    return prtcl;
-}
-
-/// A parent comes before its children in the string.
+/// The devices of the string, created and open. A parent comes before its children in the string.
 Members openMembers(DevMgrMediator &mediator, LiString const &config)
-    ZV_REQUIRES(mediator.getLock())
 {
+    LkGuard<LkLock const> const guard(mediator.getLock());
     HashMap<LiString, std::size_t> places;
     Vector<std::size_t> parents;
     auto const edges = SeqConfigParser(config).getEdges();
@@ -38,8 +29,14 @@ Members openMembers(DevMgrMediator &mediator, LiString const &config)
             ZV_THROW(DevMgrEx::NameNotUnique);
     }
     Members members;
-    for (std::size_t i = 0; i < edges.size(); ++i)
-        members.push_back({edges[i][1], openDevice(mediator, edges[i][1]), parents[i]});
+    for (std::size_t i = 0; i < edges.size(); ++i) {
+        LiString const &name = edges[i][1];
+        mediator.createPrtcl(name);
+        auto const prtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(mediator.getPrtcl(name));
+        if (prtcl.isNull())
+            ZV_THROW(DevMgrEx::BadMDPrtclImp);
+        members.push_back({name, prtcl, parents[i]});
+    }
     return members;
 }
 

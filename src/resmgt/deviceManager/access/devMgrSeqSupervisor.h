@@ -115,7 +115,7 @@ public:
     static constexpr double DEFAULT_END_LIMIT = 10;
 
     /// Creates and opens the devices of the string that are not open yet, builds the tree and starts the supervisor's
-    /// thread. See `DevMgr::createSeqSupervisor`. The caller must hold the configuration lock of the mediator.
+    /// thread. Takes the configuration lock. See `DevMgr::createSeqSupervisor`.
     static ObjPtrRet<DevMgrSeqSupervisor> create(RCShdPtr<DevMgrMediator> const &mediator,
                                                  LiString const &config);
 

@@ -47,6 +47,9 @@ enum State : std::int32_t
     FINAL_STATE
 };
 
+constexpr char const *STATE_NAMES[] = {"init", "start",   "wsr", "ready", "wml",   "sync",
+                                       "lock", "recover", "wss", "stop",  "abort", "final"};
+
 /// Leaves the machines of a runner that is not wanted any more.
 class Abandoned final : public ExBase
 {
@@ -209,8 +212,10 @@ public:
     void stateChanged(std::int32_t state) override { _supervision.changed(_device, state); }
     void refused(std::int32_t event) override
     {
-        ZV_TRACE(traceLevel,
-                 "device " << _device << ": event " << event << " of a neighbour refused");
+        ZV_TRACE(traceLevel, _supervision._names[_device]
+                                 << ": \""
+                                 << DevSeqSMTable::getInstance().getTable()->getEventName(event)
+                                 << "\" refused");
     }
 
 private:
@@ -257,6 +262,9 @@ DevSeqSupervision::DevSeqSupervision(Vector<Member> const &members)
       _stopEnd(NEVER),
       _abortSeconds(NEVER)
 {
+    DevSMTable const &table = *DevSeqSMTable::getInstance().getTable();
+    for (std::int32_t state = INIT_STATE; state <= FINAL_STATE; ++state)
+        ZV_ASSERT(table.getStateName(state) == STATE_NAMES[state]);
     Vector<RCShdPtr<DevSeqTreeNode>> nodes;
     for (Member const &member : members)
         _names.push_back(member.name);
@@ -494,6 +502,24 @@ void DevSeqSupervision::conclude(char const *call, double seconds, double abortS
         guard.relock();
         _isReplacing = false;
     }
+    bool const isFirst = !std::exchange(_isEndTraced, true);
+    guard.unlock();
+    if (isFirst)
+        traceEnd();
+}
+
+void DevSeqSupervision::traceEnd()
+{
+    try {
+        for (DevSeqDeviceStatus const &device : getStatus().devices)
+            if (device.end == End::NO_ANSWER)
+                ZV_TRACE(*Trace::MainTraceLevel,
+                         "Device \"" << device.name << "\" was given up. It has not answered \""
+                                     << (device.step.isEmpty() ? device.call : device.step)
+                                     << "\"");
+    } catch (...) {
+        traceCaught(__FILE__, __LINE__);
+    }
 }
 
 unsigned DevSeqSupervision::waitForEnd(Guard const &guard)
@@ -701,8 +727,20 @@ void DevSeqSupervision::execute(Task const &task)
     case Task::CALL_ABORT:
         return callAbort(task.device);
     case Task::TELL:
+        if (task.number == _failedState)
+            traceFailure(task.device);
         return tell(task.device, task.number);
     }
+}
+
+void DevSeqSupervision::traceFailure(std::size_t number)
+{
+    LiString reason;
+    {
+        Guard const guard(_lock);
+        reason = _devices[number].failure;
+    }
+    ZV_TRACE(*Trace::MainTraceLevel, "Device \"" << _names[number] << "\" has failed: " << reason);
 }
 
 // Nothing but a lack of memory, or a fault of the machines, leaves the tree.

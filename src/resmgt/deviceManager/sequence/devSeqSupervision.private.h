@@ -168,6 +168,7 @@ private:
     void execute(Task const &task);
     void deliver(std::size_t number, std::int32_t event);
     void callAbort(std::size_t number);
+    void traceFailure(std::size_t number);
     void tell(std::size_t number, std::int32_t state);
     void leave();
 
@@ -186,6 +187,7 @@ private:
     void conclude(char const *call, double seconds, double abortSeconds);
     /// Returns the runner that must be started, because the present one hangs, or 0 at the end.
     unsigned waitForEnd(Guard const &guard) ZV_REQUIRES(_lock);
+    void traceEnd();
     double getReplacement() const ZV_REQUIRES(_lock);
     void waitUntil(Guard const &guard, double moment) ZV_REQUIRES(_lock);
     DevSeqStatus makeStatus() const ZV_REQUIRES(_lock);
@@ -237,6 +239,7 @@ private:
     Phase _phase ZV_GUARDED_BY(_lock) = Phase::IDLE;
     bool _isStartDelivered ZV_GUARDED_BY(_lock) = false;
     bool _isEndWanted ZV_GUARDED_BY(_lock) = false; // by a client
+    bool _isEndTraced ZV_GUARDED_BY(_lock) = false;
     bool _isStopDelivered ZV_GUARDED_BY(_lock) = false;
     std::size_t _nbStarted ZV_GUARDED_BY(_lock) = 0; // whose life is STARTED
     std::size_t _nbLocked ZV_GUARDED_BY(_lock) = 0;
