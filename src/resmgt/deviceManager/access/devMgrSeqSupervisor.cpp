@@ -44,9 +44,9 @@ class DevMgrSeqSupervisorImp final : public DevMgrSeqSupervisor
 {
 public:
     DevMgrSeqSupervisorImp(RCShdPtr<DevMgrMediator> const &mediator, Members const &members)
-        : _mediator(mediator), _supervision(new DevSeqSupervision(members))
+        : _mediator(mediator), _supervision(new DevSeqSupervision)
     {
-        _supervision->open();
+        _supervision->open(members);
     }
     ~DevMgrSeqSupervisorImp() noexcept(false) override { _supervision->close(); }
 

@@ -252,7 +252,7 @@ private:
     unsigned _number;
 };
 
-DevSeqSupervision::DevSeqSupervision(Vector<Member> const &members)
+DevSeqSupervision::DevSeqSupervision()
     : _lock("DevSeqSupervision"),
       _work("DevSeqSupervision work", LkPulse::WAKE_ALL),
       _changed("DevSeqSupervision changed", LkPulse::WAKE_ALL),
@@ -265,6 +265,27 @@ DevSeqSupervision::DevSeqSupervision(Vector<Member> const &members)
     DevSMTable const &table = *DevSeqSMTable::getInstance().getTable();
     for (std::int32_t state = INIT_STATE; state <= FINAL_STATE; ++state)
         ZV_ASSERT(table.getStateName(state) == STATE_NAMES[state]);
+}
+
+DevSeqSupervision::~DevSeqSupervision() = default;
+
+// ---- The client's side.
+
+void DevSeqSupervision::open(Vector<Member> const &members)
+{
+    try {
+        build(members);
+        startRunner(1);
+    } catch (...) {
+        leave();
+        throw;
+    }
+}
+
+// Not in the constructor: completions count on this object.
+void DevSeqSupervision::build(Vector<Member> const &members)
+{
+    Guard const guard(_lock);
     Vector<RCShdPtr<DevSeqTreeNode>> nodes;
     for (Member const &member : members)
         _names.push_back(member.name);
@@ -279,29 +300,14 @@ DevSeqSupervision::DevSeqSupervision(Vector<Member> const &members)
         RCShdPtr<DevMDSyncSeqPrtcl> const prtcl(supervised);
         nodes.push_back(DevSeqTreeNode::create(_names[i], makeShd<DevSeqPrtclUtil>(prtcl)));
         nodes[i]->setGuard(supervised);
-        if (i == 0) {
+        if (i == 0)
             _tree->setRoot(nodes[0]);
-        } else {
+        else
             _tree->attach(nodes[device.parent], nodes[i]);
-        }
     }
     for (std::size_t i = members.size(); i-- > 1;) {
         Device &parent = _devices[_devices[i].parent];
         parent.height = std::max(parent.height, _devices[i].height + 1);
-    }
-}
-
-DevSeqSupervision::~DevSeqSupervision() = default;
-
-// ---- The client's side.
-
-void DevSeqSupervision::open()
-{
-    try {
-        startRunner(1);
-    } catch (...) {
-        leave();
-        throw;
     }
 }
 

@@ -39,12 +39,12 @@ public:
         std::size_t parent; // its place in the list; that of the root is its own
     };
 
-    /// The first member is the root, and each other comes behind its parent.
-    explicit DevSeqSupervision(Vector<Member> const &members);
+    DevSeqSupervision();
 
     // For the client.
-    /// Starts the runner. Must be called first.
-    void open();
+    /// Builds the tree and starts the runner. Must be called first. The first member is the root, and each other comes
+    /// behind its parent. If it throws, `close` must not be called.
+    void open(Vector<Member> const &members);
     /// Ends the sequence, and takes leave.
     void close();
     void start();
@@ -181,6 +181,7 @@ private:
     void setLatency(std::size_t number, DtTime const &latency);
 
     // For clients.
+    void build(Vector<Member> const &members);
     void checkWaiting(char const *call) const ZV_REQUIRES(_lock);
     void checkLockable() const ZV_REQUIRES(_lock);
     void shortenLimits(double now, double seconds, double abortSeconds) ZV_REQUIRES(_lock);
