@@ -262,6 +262,19 @@ TEST(Supervisor, OthersStopInOrderIfADeviceHasFailedInLock)
     EXPECT_EQ(stage.world->count("abort root"), 0);
 }
 
+TEST(Supervisor, DeviceFailsIfItThrowsFromAnyCall)
+{
+    for (char const *step : {"start", "getLatency", "sync", "getMark"}) {
+        Stage stage("( root ( a ) )");
+        stage["a"].manners[step] = Manner::THROWS;
+        stage.create();
+        stage.supervisor->start();
+        EXPECT_EQ(reasonOf<DevMgrEx::SeqDeviceFailed>([&] { stage.supervisor->waitLocked(LONG); }),
+                  "Device \"a\" has failed: No signal.")
+            << step;
+    }
+}
+
 TEST(Supervisor, StopGoesOverToTheAbortAtOnceIfADeviceCanNeverStop)
 {
     Stage stage(TREE);

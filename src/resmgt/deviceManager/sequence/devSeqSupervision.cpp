@@ -353,11 +353,13 @@ void DevSeqSupervision::close()
     bool isOnRunner = false;
     bool hasLeft = false;
     double limit = 0;
+    double end = 0;
     Phase phase = Phase::IDLE;
     {
         Guard const guard(_lock);
         isOnRunner = _runnerThread.isCurrentThread();
         limit = _endLimit;
+        end = getTime() + limit;
         phase = _phase;
     }
     if (!isOnRunner && phase != Phase::IDLE)
@@ -368,8 +370,8 @@ void DevSeqSupervision::close()
             finish();
         _isClosing = true;
         wakeRunner();
-        double const end = getTime() + limit;
-        while (!isOnRunner && !_hasRunnerLeft && getTime() < end)
+        // One that is not busy is on its way.
+        while (!isOnRunner && !_hasRunnerLeft && (!_isRunnerBusy || getTime() < end))
             waitUntil(guard, end);
         hasLeft = _hasRunnerLeft;
         if (!hasLeft)
