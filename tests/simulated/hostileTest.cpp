@@ -403,10 +403,10 @@ void checkReport(World const &world, Tree const &tree, DevSeqStatus const &statu
             HOLDS(!real.hasStarted);
             break;
         case Status::End::STOPPED:
-            HOLDS(real.nbStopped == 1 && !device.hasFailed);
+            HOLDS(real.nbStopped == 1 && real.hasEnded && !device.hasFailed);
             break;
         case Status::End::ABORTED:
-            HOLDS(real.nbAborted == 1 && !device.hasFailed);
+            HOLDS(real.nbAborted == 1 && real.hasEnded && !device.hasFailed);
             break;
         case Status::End::FAILED:
             HOLDS(real.hasFailed && device.hasFailed);

@@ -316,6 +316,23 @@ TEST(Supervisor, LateReportsReachNobody)
     EXPECT_EQ(stage.world->count("abort a"), 1);
 }
 
+TEST(Supervisor, LateAnswerToAnEarlierStepIsNoAnswerToTheAbort)
+{
+    Stage stage("( root )");
+    stage["root"].manners["sync"] = Manner::SILENT;
+    stage["root"].manners["abort"] = Manner::SILENT;
+    stage.create();
+    stage.supervisor->start();
+    stage.world->waitFor("sync root");
+    auto aborted = std::async(std::launch::async, [&] { return stage.supervisor->abort(LONG); });
+    stage.world->waitFor("abort root");
+    stage["root"].answer("sync");
+    EXPECT_EQ(stage.getStatus("root").nbRefused, 1u);
+    EXPECT_EQ(stage.getStatus("root").step, "abort");
+    stage["root"].answer("abort");
+    EXPECT_EQ(endsOf(aborted.get()), "aborted");
+}
+
 TEST(Supervisor, DeviceThatHangsInACallCostsNobodyElseAnything)
 {
     Stage stage("( root ( a b ) )");
