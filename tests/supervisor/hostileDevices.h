@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace ZvTest {
@@ -69,6 +70,29 @@ public:
         _changed.wait(guard, [&] {
             return std::find(_journal.begin(), _journal.end(), line) != _journal.end();
         });
+    }
+
+    /// What a device does first at each step.
+    Manner ask(std::string const &step, std::string const &device,
+               std::map<std::string, Manner> const &manners)
+    {
+        add(step + " " + device);
+        auto const found = manners.find(step);
+        Manner const manner = found == manners.end() ? Manner::PROMPT : found->second;
+        switch (manner) {
+        case Manner::THROWS:
+            throw DevMgrEx::StreamNotAvailable(__FILE__, __LINE__, "No signal.");
+        case Manner::THROWS_OTHER:
+            throw std::runtime_error("No power.");
+        case Manner::THROWS_INT:
+            throw 42;
+        case Manner::HANGS:
+            hang();
+            break;
+        default:
+            break;
+        }
+        return manner;
     }
 
     void hang()
@@ -157,34 +181,11 @@ public:
     }
 
 private:
-    Manner mannerOf(std::string const &step) const
-    {
-        auto const found = manners.find(step);
-        return found == manners.end() ? Manner::PROMPT : found->second;
-    }
-
-    void ask(std::string const &step)
-    {
-        _world->add(step + " " + _name);
-        switch (mannerOf(step)) {
-        case Manner::THROWS:
-            throw DevMgrEx::StreamNotAvailable(__FILE__, __LINE__, "No signal.");
-        case Manner::THROWS_OTHER:
-            throw std::runtime_error("No power.");
-        case Manner::THROWS_INT:
-            throw 42;
-        case Manner::HANGS:
-            return _world->hang();
-        default:
-            return;
-        }
-    }
+    Manner ask(std::string const &step) { return _world->ask(step, _name, manners); }
 
     void act(std::string const &step, ObjPtr<DevACO> &aco)
     {
-        Manner const manner = mannerOf(step);
-        ask(step);
-        switch (manner) {
+        switch (ask(step)) {
         case Manner::LATER:
             _threads.emplace_back(
                 [aco = std::shared_ptr<DevACO>(aco.release())] { aco->performExecute(); });
@@ -228,11 +229,90 @@ private:
     std::vector<std::thread> _threads;
 };
 
-/// A manager with hostile devices. At its end devices that hang go on.
-class Stage
+/// The same as a standard device: its steps misbehave on its own thread.
+class HostileStandard final : public DevMDStdDevice
 {
 public:
-    explicit Stage(std::string config) : _config(std::move(config))
+    HostileStandard(std::string const &name, std::shared_ptr<World> world)
+        : DevMDStdDevice(name.c_str()), _name(name), _world(std::move(world))
+    {}
+
+    std::map<std::string, Manner> manners;
+
+    DtTime getLatency() override
+    {
+        _world->ask("getLatency", _name, manners);
+        return DtTime();
+    }
+    DtTimeMark getMark() override
+    {
+        _world->ask("getMark", _name, manners);
+        return DtTimeMark();
+    }
+    /// On any thread.
+    void reportRecover()
+    {
+        DevANOQueueEntry entry(makeANO([this] { DevMDStdDevice::reportRecover(); }));
+        getFifo()->produce(entry);
+    }
+
+private:
+    void open() override { _world->add("open " + _name); }
+    void close() override
+    {
+        for (std::thread &thread : _threads)
+            thread.join();
+        _world->add("close " + _name);
+    }
+    void start() override { act("start"); }
+    void sync() override { act("sync"); }
+    void recover() override { act("recover"); }
+    void stop() override { act("stop"); }
+    void abort() override { act("abort"); }
+
+    void act(char const *step)
+    {
+        switch (_world->ask(step, _name, manners)) {
+        case Manner::LATER:
+            _threads.emplace_back([aco = take()] { aco->performExecute(); });
+            return;
+        case Manner::TWICE: {
+            auto const aco = take();
+            aco->performExecute();
+            return aco->performExecute();
+        }
+        case Manner::SILENT:
+            _kept.push_back(take());
+            return;
+        case Manner::DROPS:
+            take();
+            return;
+        case Manner::RECOVERS:
+            return DevMDStdDevice::reportRecover();
+        case Manner::ABORTS:
+            return reportAbort();
+        case Manner::ABORTS_SILENT:
+            reportAbort();
+            _kept.push_back(take());
+            return;
+        default:
+            return;
+        }
+    }
+    std::shared_ptr<DevACO> take() { return std::shared_ptr<DevACO>(takeCompletion().release()); }
+
+    std::string const _name;
+    std::shared_ptr<World> _world;
+    std::vector<std::shared_ptr<DevACO>> _kept;
+    std::vector<std::thread> _threads;
+};
+
+/// A manager with hostile devices. At its end devices that hang go on.
+template <class Device>
+class StageOf
+{
+public:
+    explicit StageOf(std::string config) : _config(std::move(config))
     {
         std::string name;
         for (char const c : _config) {
@@ -244,18 +324,20 @@ public:
             }
         }
     }
-    ~Stage()
+    ~StageOf()
     {
         supervisor = nullptr;
+        if constexpr (std::is_same_v<Device, HostileStandard>)
+            world->end(); // or its thread does not end
         manager = nullptr;
         world->end();
         for (std::string const &name : names)
             DevRegistry::getInstance().remove(name.c_str());
     }
-    Stage(Stage const &) = delete;
-    Stage &operator=(Stage const &) = delete;
+    StageOf(StageOf const &) = delete;
+    StageOf &operator=(StageOf const &) = delete;
 
-    Hostile &operator[](std::string const &name) { return *devices.at(name); }
+    Device &operator[](std::string const &name) { return *devices.at(name); }
 
     void create() { supervisor = manager->createSeqSupervisor(_config.c_str()); }
     void run()
@@ -279,7 +361,7 @@ public:
 
     std::shared_ptr<World> world = std::make_shared<World>();
     std::vector<std::string> names;
-    std::map<std::string, RCShdPtr<Hostile>> devices;
+    std::map<std::string, RCShdPtr<Device>> devices;
     ObjPtr<DevMgr> manager = DevMgr::create();
     ObjPtr<DevMgrSeqSupervisor> supervisor;
 
@@ -289,7 +371,7 @@ private:
         if (devices.count(name))
             return;
         names.push_back(name);
-        RCShdPtr<Hostile> const device(new Hostile(name, world));
+        RCShdPtr<Device> const device(new Device(name, world));
         devices[name] = device;
         DevRegistry::getInstance().add(
             makeRegistryEntry(name.c_str(), "a device of the tests",
@@ -298,6 +380,8 @@ private:
 
     std::string _config;
 };
+
+using Stage = StageOf<Hostile>;
 
 /// The ends of all devices, in their order: "stopped aborted failed (No signal.) silent none".
 inline std::string endsOf(DevSeqStatus const &status)
