@@ -234,6 +234,17 @@ TEST(Supervisor, DeviceThatAbortsByItselfKeepsNobodyFromStopping)
     }
 }
 
+TEST(Supervisor, DeviceThatHangsInItsOwnAbortKeepsOnlyItsParentsFromStopping)
+{
+    Stage stage(TREE);
+    stage["c"].manners["abort"] = Manner::SILENT;
+    stage.run();
+    stage["c"].reportAbort();
+    stage.world->waitFor("abort c");
+    DevSeqStatus const status = stage.supervisor->stop(0.2, 4);
+    EXPECT_EQ(endsOf(status), "aborted aborted silent stopped");
+}
+
 TEST(Supervisor, SequenceEndsWhenAllDevicesHaveAborted)
 {
     Stage stage("( root ( a ) )");

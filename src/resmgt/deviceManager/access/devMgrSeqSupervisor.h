@@ -98,9 +98,9 @@ struct DevSeqStatus
 /// A sequence runs once. A further run needs a new supervisor.
 ///
 /// **Threads**: any thread may call any operation, at any time and any number of times. A call that makes no sense at
-/// the moment throws `DevMgrEx::SeqIllegalCall` and changes nothing. That holds also for `waitLocked`, `wait`, `stop` and
-/// `abort` on the supervisor's own thread, that is, from an observer or from within a call of a device: they would wait
-/// for themselves. Destroying the supervisor there fails an assertion.
+/// the moment throws `DevMgrEx::SeqIllegalCall` and changes nothing. From an observer, and from within a call of a
+/// device, `waitLocked`, `wait`, `stop` and `abort` throw it as well, because they would wait for themselves.
+/// Destroying the supervisor there fails an assertion.
 ///
 /// **Limits** are in seconds, and are kept to the millisecond. A negative limit, or one that is no number, is 0. If
 /// several threads stop or abort at the same time, the shortest limit counts for all.
@@ -119,10 +119,11 @@ public:
     static ObjPtrRet<DevMgrSeqSupervisor> create(RCShdPtr<DevMgrMediator> const &mediator,
                                                  LiString const &config);
 
-    /// Stops the sequence if it has been started and has not ended. **Blocks** for the end limit at most: one half of it
-    /// is for the stop and one half for the abort. If this object is the last of its manager, it also closes the
-    /// devices, see `DevMgr`. No other thread may be in a call of this object. A thread that hangs in a device is left
-    /// behind. If the device returns one day, the thread ends without touching anything else.
+    /// Stops the sequence if it has been started and has not ended. No other thread may be in a call of this object. A
+    /// thread that hangs in a device is left behind. If the device returns one day, the thread ends.
+    ///
+    /// **Blocks** for the end limit at most. One half of it is for the stop and one half for the abort. If this object
+    /// is the last of its manager, it also closes the devices, see `DevMgr`.
     virtual ~DevMgrSeqSupervisor() noexcept(false);
 
     /// Begins to start the devices, and returns at once. Throws `DevMgrEx::SeqIllegalCall` if the sequence was started
@@ -148,18 +149,22 @@ public:
     DevSeqStatus stop(double seconds) { return stop(seconds, seconds); }
     /// Goes over to the abort at once, also if another thread is in `stop`. Returns and throws as `stop` does.
     virtual DevSeqStatus abort(double seconds) = 0;
-    /// Blocks until the sequence has ended, whoever ends it: a client, or the devices because each of them has aborted.
-    /// May be called before `start`. Returns false if the limit has passed.
+    /// Blocks until the sequence has ended, also if it ends because each device has aborted. May be called before
+    /// `start`. Returns false if the limit has passed.
     virtual bool wait(double seconds) = 0;
     /// Returns the status of this moment. Does not wait for any device.
     virtual DevSeqStatus getStatus() = 0;
-    /// Is told from now on of every state of every device, in order. Null for none. It is called on the supervisor's
-    /// thread, without a lock that an operation of this class needs, so it may call `start`, `getStatus` and
-    /// `setObserver`. It should return soon, because the devices wait for it. What it throws is traced and stands in the
-    /// status. An observer that does not return is treated as a device that does not: `stop` and `abort` go on without
-    /// it. One that the destructor has left behind must not use the supervisor any more. The last state of a device may be
-    /// told after `stop`, `abort` or `wait` has returned, and a former
-    /// observer may still be in a call when this function returns.
+    /// Sets the observer, which is told of every state of every device, in order, and of "_exc" if a device has failed.
+    /// Null stands for none.
+    ///
+    /// The observer is called on the supervisor's thread, without a lock that an operation of this class needs. So it
+    /// may call `start`, `getStatus` and `setObserver`. It should return soon, because the devices wait for it. If it
+    /// throws, the exception is traced and stands in the status. If it does not return, it is treated as a device that
+    /// does not: `stop` and `abort` go on without it. If the destructor has left it behind, it must not use the
+    /// supervisor any more.
+    ///
+    /// The last state of a device may be told after `stop`, `abort` or `wait` has returned. The former observer may
+    /// still be in a call when this function returns.
     virtual void setObserver(RCShdPtr<DevSeqObserver> observer) = 0;
     /// Sets the limit of the destructor.
     virtual void setEndLimit(double seconds) = 0;

@@ -23,7 +23,7 @@ namespace {
 TraceLevel const &traceLevel = *Trace::registerLevel("DevSeqSupervisor", __FILE__);
 
 constexpr double NEVER = std::numeric_limits<double>::infinity();
-/// Nobody waits longer than this without a look at the clock.
+/// A thread that waits looks at the clock at least this often.
 constexpr double LONGEST_WAIT = 10'000;
 constexpr double LONGEST_LIMIT = 1e9; // some thirty years
 
@@ -50,7 +50,7 @@ enum State : std::int32_t
 constexpr char const *STATE_NAMES[] = {"init", "start",   "wsr", "ready", "wml",   "sync",
                                        "lock", "recover", "wss", "stop",  "abort", "final"};
 
-/// Leaves the machines of a runner that is not wanted any more.
+/// Thrown into the machines when they must not call devices any more.
 class Abandoned final : public ExBase
 {
 public:
@@ -71,7 +71,7 @@ double checkedLimit(double seconds)
     return seconds > 0 ? std::min(seconds, LONGEST_LIMIT) : 0;
 }
 
-/// Null stands for a completion that was destroyed.
+/// The reason of a failure. Null stands for a completion that was destroyed.
 LiString describe(std::exception_ptr const &failure)
 {
     if (!failure)
@@ -106,8 +106,8 @@ char const *whyNot(DevSeqStatus::Phase phase)
 
 } // namespace
 
-/// The completion of one step of one device. What is done with it first counts: that it runs, that it is told of a
-/// failure, or that it is destroyed.
+/// The completion of one step of one device. Only the first event counts: it is run, it is told of a failure, or it is
+/// destroyed.
 class DevSeqSupervision::Completion final : public DevFailableACO
 {
 public:
@@ -126,7 +126,7 @@ public:
         _supervision->drop(_device, _serial, failure);
     }
 
-    /// The step is being asked for: 0 before that.
+    /// The number of the step. It is 0 before the device is asked for the step.
     void setSerial(std::uint32_t serial) { _serial = serial; }
 
 private:
@@ -159,8 +159,8 @@ private:
     Report _report;
 };
 
-/// Stands between a machine of the tree and its device. What the machine gives with a request is not used: the
-/// completions of a supervised device are other ones.
+/// Calls a device on behalf of its machine, and keeps the record. The completions and notifications that the machine
+/// gives are not used. The device gets those of the supervision.
 class DevSeqSupervision::SupervisedPrtcl final : public DevMDSyncSeqPrtcl, public DevSeqSMGuard
 {
 public:
@@ -311,7 +311,7 @@ void DevSeqSupervision::build(Vector<Member> const &members)
     }
 }
 
-/// The former runner, if there is one, is left behind with its thread.
+/// Starts a runner, and leaves the former one behind if there is one.
 void DevSeqSupervision::startRunner(unsigned runner)
 {
     {
@@ -370,7 +370,7 @@ void DevSeqSupervision::close()
             finish();
         _isClosing = true;
         wakeRunner();
-        // One that is not busy is on its way.
+        // A runner that is not busy ends at once.
         while (!isOnRunner && !_hasRunnerLeft && (!_isRunnerBusy || getTime() < end))
             waitUntil(guard, end);
         hasLeft = _hasRunnerLeft;
@@ -554,7 +554,8 @@ unsigned DevSeqSupervision::waitForEnd(Guard const &guard)
     return 0;
 }
 
-/// When the runner counts as hanging. All runners that hang fit into a half of the time.
+/// Returns the moment at which the runner counts as hanging. If each device hangs, half of the limit is enough to
+/// replace all their runners.
 double DevSeqSupervision::getReplacement() const
 {
     if (!_isRunnerBusy || _isReplacing)
@@ -688,12 +689,12 @@ void DevSeqSupervision::run(unsigned runner)
     }
     try {
         leave();
-    } catch (...) { // of a device that ends here, because its client left first
+    } catch (...) { // a device was destroyed here, because the client had left before
         traceCaught(__FILE__, __LINE__);
     }
 }
 
-/// Blocks until there is something to do. False for a runner that is not needed any more.
+/// Blocks until there is something to do. Returns false if the runner is not needed any more.
 bool DevSeqSupervision::next(unsigned runner, Task &task)
 {
     Guard const guard(_lock);
@@ -714,7 +715,7 @@ bool DevSeqSupervision::next(unsigned runner, Task &task)
             _isRunnerBusy = true;
             _busySince = now;
             if (_phase == Phase::ABORTING)
-                wakeClients(); // who look whether it hangs
+                wakeClients(); // they check whether it hangs
             return true;
         }
         if (_nbTells)
@@ -751,7 +752,7 @@ void DevSeqSupervision::traceFailure(std::size_t number)
     ZV_TRACE(*Trace::MainTraceLevel, "Device \"" << _names[number] << "\" has failed: " << reason);
 }
 
-// Nothing but a lack of memory, or a fault of the machines, leaves the tree.
+// The tree throws only if there is no memory, or if a machine is wrong.
 void DevSeqSupervision::deliver(std::size_t number, std::int32_t event)
 {
     try {
@@ -812,7 +813,8 @@ void DevSeqSupervision::tell(std::size_t number, std::int32_t state)
         _observerFailure = getReason(failure);
 }
 
-/// The last of the client and the runners releases the tree and the devices. Completions keep only what is left.
+/// Releases the tree and the devices when the last of the client and the runners leaves. Completions that devices hold
+/// keep the empty record only.
 void DevSeqSupervision::leave()
 {
     Vector<Device> devices;
@@ -890,7 +892,7 @@ void DevSeqSupervision::beginCallNoLock(Device &device, Step step, Completion *c
     _busySince = now;
 }
 
-/// Whether the machines are still to go on.
+/// Returns whether the machines go on.
 bool DevSeqSupervision::endCall(std::size_t number, std::exception_ptr const &failure)
 {
     Guard const guard(_lock);
@@ -990,7 +992,7 @@ bool DevSeqSupervision::nextReport(Task &task)
     return false;
 }
 
-/// Whether the report makes a task.
+/// Returns whether the report makes a task.
 bool DevSeqSupervision::takeReport(std::size_t number, Report report, Task &task)
 {
     Device &device = _devices[number];
@@ -1049,17 +1051,16 @@ bool DevSeqSupervision::nextDeferred(Task &task)
     return false;
 }
 
-/// The tree stops when each of its devices that still runs is in lock. Then no event of the stop meets another state.
-/// A device that is lost cannot pass the stop on: that is done for it.
+/// The stop is delivered when each live device is in lock. So no event of the stop meets another state. A device that
+/// is lost cannot pass the stop on. That is done for it.
 bool DevSeqSupervision::nextOfStop(Task &task)
 {
     if (_phase != Phase::STOPPING)
         return false;
     if (!_isStopDelivered) {
         if (_nbLocked != _devices.size() &&
-            std::any_of(_devices.begin(), _devices.end(), [](Device const &device) {
-                return isRunning(device) && !isLocked(device);
-            }))
+            std::any_of(_devices.begin(), _devices.end(),
+                        [](Device const &device) { return isLive(device) && !isLocked(device); }))
             return false;
         _isStopDelivered = true;
         if (isLive(_devices[0])) {
@@ -1111,8 +1112,8 @@ void DevSeqSupervision::checkProgress()
         beginAbort();
 }
 
-/// Whether a device waits for one that is lost. First those that wait for their children, then those that wait for
-/// their parents.
+/// Returns whether a device waits for one that is lost, so that it can never stop. The first loop looks for devices
+/// that wait for their children, the second one for those that wait for their parents.
 bool DevSeqSupervision::isBlocked()
 {
     for (Device &device : _devices)
@@ -1133,8 +1134,7 @@ bool DevSeqSupervision::isBlocked()
     return isAny;
 }
 
-/// A device is told to abort when its children have answered. One that waits too long for them does not wait longer
-/// than the share of the time that lies before its own.
+/// A device is told to abort when its children have answered, or when its share of the time begins.
 bool DevSeqSupervision::nextAbort(double now, double &until, Task &task)
 {
     double const share = (_abortEnd - _abortBegin) / (_devices[0].height + 1.0);
@@ -1164,13 +1164,13 @@ bool DevSeqSupervision::nextAbort(double now, double &until, Task &task)
 
 // ---- The record.
 
-/// Whether the machine of the device goes on in order.
+/// Whether the machine of the device goes on in order. A device that is not live is lost for the others.
 bool DevSeqSupervision::isLive(Device const &device)
 {
     return isRunning(device) && device.state != ABORT_STATE;
 }
 
-/// The same, or the device aborts of its own accord.
+/// Whether the device is live, or aborts of its own accord.
 bool DevSeqSupervision::isRunning(Device const &device)
 {
     return device.life == Life::STARTED && !device.hasFailed;

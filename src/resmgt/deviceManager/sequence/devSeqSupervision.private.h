@@ -17,18 +17,18 @@
 
 namespace Zv {
 
-/// A supervised sequence. Clients and devices only write into the record, under one lock that is held during no call of
-/// a device or an observer. A thread of the sequence, the runner, reads the record, and does what is to be done: it
-/// delivers events to the tree, and calls devices and the observer.
+/// A supervised sequence. Clients and devices only write into a record, under one lock, which is never held while a
+/// device or an observer is called. A thread, the runner, reads the record and acts: it delivers events to the tree,
+/// and calls devices and the observer.
 ///
-/// In the orderly way the machines of the tree decide which device is called. In the abort they are left alone, and the
-/// runner calls the devices directly. So the tree may belong to a runner that hangs in a device for ever: a client that
-/// waits for the abort replaces that runner, and the new one never touches the tree.
+/// Before the abort, the machines of the tree decide which device is called. In the abort they are not used, and the
+/// runner calls the devices directly. If the runner hangs in a device, a client that waits for the abort replaces it.
+/// The new runner never touches the tree, whose lock the former one may hold for ever.
 ///
-/// The clients that wait keep the limits: each of them looks at the clock.
+/// The limits are kept by the clients that wait.
 ///
-/// Devices keep completions and notifications as long as they like, and those keep the record. The last of the client
-/// and the runners to leave releases the tree and the devices, so that no cycle remains.
+/// Completions and notifications keep the record alive. When the last of the client and the runners leaves, the tree
+/// and the devices are released, so that no cycle remains.
 class DevSeqSupervision final : public RCBase<LkCounter<long>>
 {
 public:
@@ -45,7 +45,7 @@ public:
     /// Builds the tree and starts the runner. Must be called first. The first member is the root, and each other comes
     /// behind its parent. If it throws, `close` must not be called.
     void open(Vector<Member> const &members);
-    /// Ends the sequence, and takes leave.
+    /// Ends the sequence. Must be called last.
     void close();
     void start();
     bool waitLocked(double seconds);
@@ -77,14 +77,14 @@ private:
         MARK,
         NB_STEPS
     };
-    /// What waits for the runner in the record.
+    /// What a device has reported, as it waits in the queue.
     enum Report : unsigned
     {
         COMPLETED = 1,
         WANTS_RECOVERY = 2,
         WANTS_ABORT = 4
     };
-    /// What the observer is to be told, which no machine does.
+    /// What the observer is told without a step of a machine.
     enum Tell : unsigned
     {
         FAILURE = 1,
@@ -157,7 +157,7 @@ private:
 
     // For devices.
     void complete(std::size_t number, std::uint32_t serial);
-    /// Without a failure: the completion was destroyed.
+    /// `failure` is null if the completion was destroyed.
     void drop(std::size_t number, std::uint32_t serial, std::exception_ptr const &failure);
     void report(std::size_t number, Report report);
 
