@@ -241,8 +241,10 @@ TEST(Supervisor, DeviceThatHangsInItsOwnAbortKeepsOnlyItsParentsFromStopping)
     stage.run();
     stage["c"].reportAbort();
     stage.world->waitFor("abort c");
-    DevSeqStatus const status = stage.supervisor->stop(0.2, 4);
-    EXPECT_EQ(endsOf(status), "aborted aborted silent stopped");
+    auto const stopped = std::async(std::launch::async, [&] { stage.supervisor->stop(LONG); });
+    while (stage.getStatus("b").end != End::STOPPED)
+        std::this_thread::yield();
+    EXPECT_EQ(endsOf(stage.supervisor->abort(4)), "aborted aborted silent stopped");
 }
 
 TEST(Supervisor, SequenceEndsWhenAllDevicesHaveAborted)
@@ -311,7 +313,7 @@ TEST(Supervisor, LateReportsReachNobody)
     Stage stage("( root ( a ) )");
     stage["a"].manners["abort"] = Manner::SILENT;
     stage.run();
-    DevSeqStatus const status = stage.supervisor->abort(0.2);
+    DevSeqStatus const status = stage.supervisor->abort(3);
     EXPECT_EQ(endsOf(status), "aborted silent");
     EXPECT_EQ(Stage::find(status, "a").step, "abort");
     stage["a"].answer("abort");
@@ -353,7 +355,7 @@ TEST(Supervisor, DeviceThatHangsInACallCostsNobodyElseAnything)
     stage.world->waitHanging();
     EXPECT_EQ(stage.getStatus("a").call, "start");
     EXPECT_FALSE(stage.supervisor->waitLocked(0.01));
-    DevSeqStatus const status = stage.supervisor->stop(0.01, 1);
+    DevSeqStatus const status = stage.supervisor->stop(0.01, 4);
     EXPECT_EQ(endsOf(status), "aborted silent none");
     EXPECT_EQ(Stage::find(status, "a").call, "start");
     EXPECT_EQ(stage.world->count("abort root"), 1);
@@ -399,7 +401,7 @@ TEST(Supervisor, DestructorEndsTheTreeInEachPhase)
         Stage stage(TREE);
         stage["c"].manners["stop"] = Manner::SILENT;
         stage.run();
-        stage.supervisor->setEndLimit(2);
+        stage.supervisor->setEndLimit(6);
         stage.supervisor = nullptr;
         for (char const *name : {"root", "a", "c"})
             EXPECT_EQ(stage.world->count(std::string("abort ") + name), 1) << name;
@@ -527,7 +529,7 @@ TEST(Supervisor, ObserverThatHangsIsLeftBehind)
         RCShdPtr<DevSeqObserver>(new Observer([world](std::string const &) { world->hang(); })));
     stage.supervisor->start();
     stage.world->waitHanging();
-    EXPECT_EQ(endsOf(stage.supervisor->stop(0.01, 1)), "aborted none");
+    EXPECT_EQ(endsOf(stage.supervisor->stop(0.01, 6)), "aborted none");
 }
 
 TEST(Supervisor, ChoosesTheShortestLimit)

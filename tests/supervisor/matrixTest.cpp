@@ -71,28 +71,28 @@ struct Case
         } else {
             waitLocked();
         }
-        DevSeqStatus const status = step == "abort" ? supervisor.abort(ABORT_LIMIT)
-                                                    : supervisor.stop(STOP_LIMIT, ABORT_LIMIT);
+        DevSeqStatus const status = step == "abort"
+                                        ? supervisor.abort(ABORT_LIMIT)
+                                        : supervisor.stop(isMute() ? 0.2 : LONG, ABORT_LIMIT);
         check(status, Stage::find(status, culprit));
     }
 
     bool waitLocked()
     {
-        // What never answers does not lock, and is not waited for here.
-        bool const isLost = kind.manner == Manner::SILENT || kind.manner == Manner::HANGS;
         try {
-            return stage->supervisor->waitLocked(
-                isLost && step != "abort" && step != "stop" && step != "recover" ? 0.05
-                : isRecovering()                                                 ? 0.05
-                                                                                 : LONG);
+            return stage->supervisor->waitLocked(hasStuck() ? 0.05 : LONG);
         } catch (DevMgrEx::SeqDeviceFailed const &) {
             return false;
         }
     }
-    bool isRecovering() const
+    /// Whether the device never answers.
+    bool isMute() const { return kind.manner == Manner::SILENT || kind.manner == Manner::HANGS; }
+    /// Whether it does not answer any more on the way to the lock, so that the others wait for it.
+    bool hasStuck() const
     {
-        return step == "recover" && stage->world->count("recover " + place + suffix) > 0 &&
-               (kind.manner == Manner::SILENT || kind.manner == Manner::HANGS);
+        if (step == "recover")
+            return isMute() && stage->world->count("recover " + place + suffix) > 0;
+        return isMute() && step != "stop" && step != "abort";
     }
 
     void check(DevSeqStatus const &status, DevSeqDeviceStatus const &culprit)
@@ -160,8 +160,7 @@ struct Case
         stage = nullptr;
     }
 
-    static constexpr double STOP_LIMIT = 0.2;
-    static constexpr double ABORT_LIMIT = 4;
+    static constexpr double ABORT_LIMIT = 6;
     static inline int nextNumber = 0;
 
     Kind kind;
