@@ -169,8 +169,8 @@ public:
     // On any thread, also late.
     void reportRecover() { _recover->performExecute(); }
     void reportAbort() { _abort->performExecute(); }
-    /// Runs the completion that a silent device has kept when it was asked for the step for the n-th time. Waits until the
-    /// device has it.
+    /// Runs the completion that a silent device has kept when it was asked for the step for the n-th time. Waits until
+    /// the device has it.
     void answer(std::string const &step, std::size_t n = 1)
     {
         std::unique_lock guard(_mutex);
