@@ -31,6 +31,9 @@ def tree_rows():
         rows.append(Row(f"{size} devices, each: whole", ours + "whole", peer + "whole",
                         limit=60 if size == 10 else None))
         rows.append(Row(f"{size} devices, each: processor time", ours + "processor", peer + "processor"))
+        for counter, title in (("whole", "whole"), ("processor", "processor time")):
+            rows.append(Row(f"{size} devices, supervised / plain: {title}",
+                            f"tree/supervised/{size}/manual_time#{counter}", ours + counter, aim=1.1))
     for counter, title in (("whole", "whole"), ("processor", "processor time")):
         rows.append(Row(f"each of 1000 devices / each of 10: {title}", f"tree/devices/1000/manual_time#{counter}",
                         f"tree/devices/10/manual_time#{counter}", aim=1.5))

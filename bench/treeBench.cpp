@@ -171,13 +171,18 @@ void addNode(std::string &config, int device, int nbDevices)
     config += ") ";
 }
 
-void tree(benchmark::State &state)
+std::string makeConfig(int nbDevices)
 {
-    int const nbDevices = static_cast<int>(state.range(0));
     registerDevices();
     std::string config("( ");
     addNode(config, 0, nbDevices);
-    config += ")";
+    return config + ")";
+}
+
+void tree(benchmark::State &state)
+{
+    int const nbDevices = static_cast<int>(state.range(0));
+    std::string const config = makeConfig(nbDevices);
     Phases phases(state, nbDevices);
     for (auto _ : state) {
         started.expect(nbDevices);
@@ -194,6 +199,34 @@ void tree(benchmark::State &state)
         phases.end(LOCK);
         sequence->stop();
         sequence->wait();
+        phases.end(STOP);
+        sequence = nullptr;
+        manager = nullptr;
+        phases.end(CLOSE);
+        phases.endIteration();
+    }
+    phases.report();
+}
+
+/// The same tree, supervised.
+void supervisedTree(benchmark::State &state)
+{
+    int const nbDevices = static_cast<int>(state.range(0));
+    std::string const config = makeConfig(nbDevices);
+    Phases phases(state, nbDevices);
+    for (auto _ : state) {
+        started.expect(nbDevices);
+        locked.expect(nbDevices);
+        phases.begin();
+        ObjPtr<DevMgr> manager = DevMgr::create();
+        ObjPtr<DevMgrSeqSupervisor> sequence = manager->createSeqSupervisor(config.c_str());
+        phases.end(OPEN);
+        sequence->start();
+        started.wait();
+        phases.end(START);
+        locked.wait();
+        phases.end(LOCK);
+        sequence->stop(60);
         phases.end(STOP);
         sequence = nullptr;
         manager = nullptr;
@@ -272,6 +305,7 @@ void sizes(benchmark::internal::Benchmark *benchmark)
 }
 
 BENCHMARK(tree)->Name("tree/devices")->Apply(sizes);
+BENCHMARK(supervisedTree)->Name("tree/supervised")->Apply(sizes);
 BENCHMARK(bareThreads)->Name("tree/pthreads")->Apply(sizes);
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
 #include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
 #include "resmgt/deviceManager/access/devMgrPropertyUtil.h"
+#include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
 #include "resmgt/deviceManager/access/devMgrStreamAcc.h"
 #include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
 #include "resmgt/deviceManager/devMgr.h"

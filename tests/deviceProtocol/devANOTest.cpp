@@ -97,6 +97,48 @@ TEST(DevACO, MadeFromACallableRunsIt)
     EXPECT_EQ(log.lines(), Lines{"run"});
 }
 
+/// Writes down which failure it was told of.
+class FailableACO final : public DevFailableACO
+{
+public:
+    explicit FailableACO(Log &log) : _log(log) {}
+    void performExecute() override { _log.add("executed"); }
+    void performFail(std::exception_ptr const &failure) override
+    {
+        try {
+            std::rethrow_exception(failure);
+        } catch (std::exception const &exception) {
+            _log.add(exception.what());
+        }
+    }
+
+private:
+    Log &_log;
+};
+
+TEST(DevANO, TellsAFailableACOOfAFailureOnce)
+{
+    Log log;
+    ObjPtr<DevANO> ano(recordingANO(log, "ano"));
+    auto const failure = std::make_exception_ptr(std::runtime_error("no tape"));
+    EXPECT_FALSE(ano->notifyFailure(failure));
+    ano->setACO(makeObj<FailableACO>(log));
+    EXPECT_TRUE(ano->notifyFailure(failure));
+    EXPECT_FALSE(ano->notifyFailure(failure));
+    EXPECT_EQ(log.lines(), Lines{"no tape"});
+}
+
+TEST(DevANO, KeepsAnotherACOWhenItFails)
+{
+    Log log;
+    ObjPtr<DevANO> ano(recordingANO(log, "ano"));
+    ano->setACO(recordingACO(log, "aco"));
+    EXPECT_FALSE(ano->notifyFailure(std::make_exception_ptr(std::runtime_error("no tape"))));
+    EXPECT_EQ(log.lines(), Lines{});
+    ano->notify();
+    EXPECT_EQ(log.lines(), (Lines{"aco", "~aco"}));
+}
+
 TEST(DevANO, MadeFromACallableOwnsWhatItHolds)
 {
     Log log;

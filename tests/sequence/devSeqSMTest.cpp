@@ -2,6 +2,7 @@
 
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
 #include "resmgt/deviceManager/sequence/devSeqTransFactory.h"
 #include "threadExtensions/asleep.h"
 #include "zvbase/failures.h"
@@ -469,6 +470,52 @@ TEST(DevSeqSMTest, hasItsLabel)
     Machine machine;
     EXPECT_EQ(machine.sm->getLabel(), "node device");
     EXPECT_EQ(machine.util->getName(), "device");
+}
+
+/// Writes down what it is told.
+struct Guard final : DevSeqSMGuard
+{
+    void stateChanged(std::int32_t state) override { states.push_back(state); }
+    void refused(std::int32_t event) override { refusals.push_back(event); }
+
+    Events states;
+    Events refusals;
+};
+
+TEST(DevSeqSMTest, AGuardedMachineRefusesWhatIsIllegal)
+{
+    RCShdPtr<DevSMTable> const table = DevSeqSMTable::getInstance().getTable();
+    for (char const * const state : {"init", "start", "wsr", "ready", "sync", "lock", "recover",
+                                     "wss", "stop", "abort", "final"})
+        for (std::int32_t event = 0; event < 12; ++event) {
+            SCOPED_TRACE(std::string(state) + ", event " + std::to_string(event));
+            Machine machine(2, false);
+            Guard guard;
+            machine.feed(pathTo(state, true));
+            machine.sm->setGuard(&guard);
+            machine.sm->execute(event);
+            std::string const expected = expectedNext(state, event, true, false);
+            bool const isIllegal = expected == "_ill";
+            EXPECT_EQ(machine.state(), isIllegal ? state : expected);
+            EXPECT_EQ(guard.refusals, isIllegal ? Events{event} : Events{});
+            bool const hasMoved = !isIllegal && expected != state;
+            EXPECT_EQ(guard.states,
+                      hasMoved ? Events{table->getState(LiString(expected.c_str()))} : Events{});
+        }
+}
+
+TEST(DevSeqSMTest, AGuardedMachineThatHasFailedRefusesEverything)
+{
+    Machine node;
+    Guard guard;
+    node.sm->setGuard(&guard);
+    node.device->onCall = [](std::string const &) {
+        ZV_THROW(DevMgrEx::StreamNotAvailable, "busy");
+    };
+    node.sm->execute(DevSeqEv::START);
+    node.sm->execute(DevSeqEv::READY);
+    EXPECT_EQ(node.state(), "_exc");
+    EXPECT_EQ(guard.refusals, Events{DevSeqEv::READY});
 }
 
 } // namespace

@@ -620,3 +620,65 @@ SIMULATED(SequenceIsRefused, WITH_DEVICES)
         access->configure("( root ( child ) )");
     });
 }
+
+SIMULATED(SupervisorIsRefused, WITH_DEVICES)
+{
+    InPackageScope const packages;
+    enterFull("root");
+    enterFull("child");
+    attemptWithoutLeak([] {
+        ObjPtr<DevMgr> manager(DevMgr::create());
+        ObjPtr<DevMgrSeqSupervisor> supervisor(manager->createSeqSupervisor("( root ( child ) )"));
+    });
+}
+
+namespace {
+
+/// A device without a thread, which needs no memory.
+class Frugal final : public DevMDSyncSeqPrtcl
+{
+public:
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override
+    {
+        aco->performExecute();
+    }
+    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { aco->performExecute(); }
+    void performSync(ObjPtr<DevACO> aco, DtTime const &) override { aco->performExecute(); }
+    void performRecover(ObjPtr<DevACO> aco) override { aco->performExecute(); }
+    void performStop(ObjPtr<DevACO> aco) override { aco->performExecute(); }
+    void performAbort(ObjPtr<DevACO> aco) override { aco->performExecute(); }
+    DtTime getLatency() override { return DtTime(); }
+    DtTimeMark getMark() override { return DtTimeMark(); }
+};
+
+void stopRefused(bool isAbort)
+{
+    InPackageScope const packages;
+    for (char const *name : {"root", "child"})
+        DevRegistry::getInstance().add(makeRegistryEntry(
+            name, "frugal", [](LiString const &) { return RCShdPtr<DevMDPrtcl>(new Frugal); }));
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    ObjPtr<DevMgrSeqSupervisor> supervisor = manager->createSeqSupervisor("( root ( child ) )");
+    supervisor->start();
+    HOLDS(supervisor->waitLocked(1));
+    // What is refused may be the report.
+    attempt([&] { isAbort ? supervisor->abort(1) : supervisor->stop(1, 1); });
+    DevSeqStatus const status = supervisor->getStatus();
+    HOLDS(status.phase == DevSeqStatus::Phase::ENDED);
+    for (DevSeqDeviceStatus const &device : status.devices)
+        HOLDS(device.end == DevSeqDeviceStatus::End::STOPPED ||
+              device.end == DevSeqDeviceStatus::End::ABORTED);
+}
+
+} // namespace
+
+// A process that is short of memory can still stop its devices, and abort them.
+SIMULATED(SupervisorStopsWithoutMemory, WITH_DEVICES)
+{
+    stopRefused(false);
+}
+
+SIMULATED(SupervisorAbortsWithoutMemory, WITH_DEVICES)
+{
+    stopRefused(true);
+}

@@ -44,6 +44,12 @@ public:
         return mediator->obtainPrtcl(name);
     }
 
+    ObjPtrRet<DevMgrSeqSupervisor> createSeqSupervisor(LiString const &config) override
+    {
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        return DevMgrSeqSupervisor::create(mediator, config);
+    }
+
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler) override
     {
         _mediator->setFailureHandler(handler);

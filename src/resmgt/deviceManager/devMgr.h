@@ -2,6 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
+#include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
 #include "resmgt/deviceManager/access/devMgrStreamAcc.h"
 #include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
 #include "resmgt/deviceManager/devMgrCloseReport.h"
@@ -50,6 +51,14 @@ public:
     /// that has not happened yet. Throws `DevPrtclEx::ExNameNotRegistered` for an unknown name, and what the creation
     /// or the opening of the device throws.
     virtual RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) = 0;
+    /// Creates and opens the devices of a sequence string, and returns their supervisor. Takes no device into a sequence
+    /// whose opening has failed, now or before.
+    ///
+    /// Throws `DevMgrEx::ConfigSyntaxError` for a bad string and for a second root, `DevMgrEx::NameNotUnique` if a device
+    /// stands twice in it, `DevPrtclEx::ExNameNotRegistered` for an unknown device, `DevMgrEx::BadMDPrtclImp` for one
+    /// without the sequence protocol, and what the creation or the opening of a device throws. After a failure the
+    /// devices that were opened stay open.
+    virtual ObjPtrRet<DevMgrSeqSupervisor> createSeqSupervisor(LiString const &config) = 0;
     /// Installs a handler for exceptions on "DevMgr ANO", or takes it away if `handler` is null. Without one, such an
     /// exception ends the process. The former handler may still be called once after that. Does not block.
     virtual void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler) = 0;

@@ -125,4 +125,22 @@ DevMgrEx::ManagerClosed::ManagerClosed(char const *file, int line)
 
 DevMgrEx::ManagerClosed::~ManagerClosed() = default;
 
+DevMgrEx::SeqIllegalCall::SeqIllegalCall(char const *file, int line, char const *call,
+                                         char const *why)
+    : std::logic_error(""), DevMgrEx(file, line)
+{
+    formatReason("\"%s\" makes no sense now: %s", call, why);
+}
+
+DevMgrEx::SeqIllegalCall::~SeqIllegalCall() = default;
+
+DevMgrEx::SeqDeviceFailed::SeqDeviceFailed(char const *file, int line, char const *device,
+                                           char const *failure)
+    : std::logic_error(""), DevMgrEx(file, line)
+{
+    formatReason("Device \"%s\" has failed: %s", device, failure);
+}
+
+DevMgrEx::SeqDeviceFailed::~SeqDeviceFailed() = default;
+
 } // namespace Zv

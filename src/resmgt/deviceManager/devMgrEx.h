@@ -31,6 +31,8 @@ public:
     class PropertyInvalidType;
     class SequenceAbandoned;
     class ManagerClosed;
+    class SeqIllegalCall;
+    class SeqDeviceFailed;
 
     DevMgrEx(char const *file, int line) noexcept;
 };
@@ -174,6 +176,24 @@ public:
     ManagerClosed(char const *file, int line);
     ~ManagerClosed() override;
     ZV_EXCEPTION_MEMBERS(ManagerClosed)
+};
+
+/// A call of a supervised sequence makes no sense at the moment. `"start" makes no sense now: the sequence has ended.`
+class ZVRESMGT_EXPORT DevMgrEx::SeqIllegalCall : public std::logic_error, public DevMgrEx
+{
+public:
+    SeqIllegalCall(char const *file, int line, char const *call, char const *why);
+    ~SeqIllegalCall() override;
+    ZV_EXCEPTION_MEMBERS(SeqIllegalCall)
+};
+
+/// A device of a supervised sequence has failed. `Device "camera" has failed: No signal.`
+class ZVRESMGT_EXPORT DevMgrEx::SeqDeviceFailed : public std::logic_error, public DevMgrEx
+{
+public:
+    SeqDeviceFailed(char const *file, int line, char const *device, char const *failure);
+    ~SeqDeviceFailed() override;
+    ZV_EXCEPTION_MEMBERS(SeqDeviceFailed)
 };
 
 } // namespace Zv

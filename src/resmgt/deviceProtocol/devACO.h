@@ -5,6 +5,7 @@
 #include "zvbase/objPtr.h"
 
 #include <concepts>
+#include <exception>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -20,6 +21,16 @@ public:
     DevACO(DevACO const &) = default;
     DevACO &operator=(DevACO const &) = default;
     ~DevACO() override;
+};
+
+/// A completion that can be told of a failure. If a request throws on the thread of a standard device, the device tells
+/// its completion instead of running it.
+class ZVRESMGT_EXPORT DevFailableACO : public DevACO
+{
+public:
+    ~DevFailableACO() override;
+
+    virtual void performFail(std::exception_ptr const &failure) = 0;
 };
 
 namespace Detail {

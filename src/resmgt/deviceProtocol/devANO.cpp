@@ -6,6 +6,8 @@ DevAEO::~DevAEO() noexcept(false) = default;
 
 DevACO::~DevACO() = default;
 
+DevFailableACO::~DevFailableACO() = default;
+
 namespace {
 
 class NoopACO : public DevACO
@@ -26,6 +28,16 @@ void DevANO::notify()
         _aco->performExecute();
         _aco = nullptr;
     }
+}
+
+bool DevANO::notifyFailure(std::exception_ptr const &failure)
+{
+    auto * const failable = dynamic_cast<DevFailableACO *>(_aco.get());
+    if (!failable)
+        return false;
+    failable->performFail(failure);
+    _aco = nullptr;
+    return true;
 }
 
 void DevANO::setACO(ObjPtr<DevACO> aco)

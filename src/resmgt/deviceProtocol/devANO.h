@@ -9,8 +9,9 @@ namespace Zv {
 /// A request to a thread. Its sender makes it and puts it into a queue as a `DevANOQueueEntry`; the thread that
 /// serves the queue takes it out, calls `performExecute`, then `notify`, and destroys it.
 ///
-/// An exception that leaves `performExecute` leaves the thread's loop as well; the ACO is destroyed with the ANO and
-/// does not run, so that whoever waits for it waits for ever. A request that somebody waits for does not throw.
+/// If `performExecute` throws, the exception leaves the thread's loop as well. The ACO is destroyed with the ANO and
+/// does not run, so that a thread that waits for it waits for ever. Such a request must not throw. A standard device
+/// tells a `DevFailableACO` of the exception, and goes on.
 class ZVRESMGT_EXPORT DevANO : public DevAEO
 {
 public:
@@ -22,6 +23,9 @@ public:
 
     /// Runs the ACO, if one is held, and destroys it. One that throws stays, and is destroyed with the ANO.
     void notify();
+    /// Tells the ACO that `performExecute` has thrown, and destroys the ACO. Returns false, and does nothing, if none
+    /// is held or if it is no `DevFailableACO`.
+    [[nodiscard]] bool notifyFailure(std::exception_ptr const &failure);
     /// Takes the ACO over and destroys the one that was held.
     void setACO(ObjPtr<DevACO> aco);
     /// Hands the ACO out. Never null: where none is held it is a new one that does nothing.

@@ -22,19 +22,42 @@ private:
     DevMDStdDevice &_device;
 };
 
+/// A completion that the device has taken, and that its step can still tell of a failure.
+class DevMDStdDevice::TakenCompletion final : public RCBase<LkCounter<long>>
+{
+public:
+    explicit TakenCompletion(ObjPtr<DevFailableACO> aco) : _aco(aco) {}
+
+    DevFailableACO &get() const { return *_aco; }
+
+private:
+    ObjPtr<DevFailableACO> _aco;
+};
+
+// If the device has taken the completion, the failure does not find it in the request.
 template <class Step>
 ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
 {
     struct Current
     {
-        DevMDStdANO *&request;
-        ~Current() { request = nullptr; }
+        DevMDStdDevice &device;
+        ~Current() noexcept(false)
+        {
+            device._request = nullptr;
+            device._taken = nullptr;
+        }
     };
     return makeANO([this, step = std::move(step)](DevMDStdANO &request) mutable {
         _request = &request;
         _isTaken = false;
-        Current const current{_request};
-        step();
+        Current const current{*this};
+        try {
+            step();
+        } catch (...) {
+            if (_taken.isNull())
+                throw;
+            _taken->get().performFail(std::current_exception());
+        }
     });
 }
 
@@ -176,7 +199,13 @@ ObjPtrRet<DevACO> DevMDStdDevice::takeCompletion()
 {
     ZV_ASSERT(_request != nullptr);
     _isTaken = true;
-    return _request->releaseACO();
+    ObjPtr<DevACO> aco = _request->releaseACO();
+    auto * const failable = dynamic_cast<DevFailableACO *>(aco.get());
+    if (!failable)
+        return aco;
+    static_cast<void>(aco.release());
+    _taken = makeShd<TakenCompletion>(ObjPtr<DevFailableACO>(failable));
+    return makeACO([taken = _taken] { taken->get().performExecute(); });
 }
 
 // A machine that has come to its end takes no report: the second one would end the manager's thread.

@@ -89,6 +89,7 @@ private:
     class AccessANOFactory;
     class SyncSeqANOFactory;
     class Body;
+    class TakenCompletion;
 
     template <class Step>
     ObjPtrRet<DevMDStdANO> makeStep(Step step);
@@ -97,8 +98,9 @@ private:
     void endReports();
 
     RCShdPtr<DevMDStdFifo> _fifo;
-    DevMDStdANO *_request = nullptr; // of the step that is being made
-    bool _isTaken = false;           // its completion
+    DevMDStdANO *_request = nullptr;  // of the step that is being made
+    bool _isTaken = false;            // its completion
+    RCShdPtr<TakenCompletion> _taken; // by the present step
     ObjPtr<DevANO> _recover;
     ObjPtr<DevANO> _abort;
 };

@@ -12,7 +12,13 @@ namespace {
 
 void execute(ObjPtr<DevANO> ano)
 {
-    ano->performExecute();
+    try {
+        ano->performExecute();
+    } catch (...) {
+        if (!ano->notifyFailure(std::current_exception()))
+            throw;
+        return;
+    }
     ano->notify();
 }
 

@@ -46,6 +46,8 @@ DevMgrFailure DevSeqSM::getLastThrown() const
 
 void DevSeqSM::execute(Step const &step, Listener *listener)
 {
+    if (_guard && !DevSeqSMTable::getInstance().isLegal(step.state, step.event))
+        return _guard->refused(step.event);
     try {
         _engine->execute(step.event);
     } catch (...) {
@@ -61,6 +63,8 @@ void DevSeqSM::execute(Step const &step, Listener *listener)
         fail(step, isIllegal ? nullptr : _engine->getException(),
              isIllegal ? "comes to _ill" : "comes to _exc");
     }
+    if (_guard)
+        _guard->stateChanged(state);
     if (listener) {
         listener->stateChanged();
         if (hasFailed)
@@ -82,7 +86,8 @@ void DevSeqSM::stepThrew(Step const &step, Listener *listener)
 void DevSeqSM::fail(Step const &step, std::exception_ptr const &exception, char const *how)
 {
     _failure = Failure{step, exception};
-    trace(step, exception, how);
+    if (!_guard)
+        trace(step, exception, how);
 }
 
 void DevSeqSM::trace(Step const &step, std::exception_ptr const &exception,

@@ -15,6 +15,19 @@
 
 namespace Zv {
 
+/// Guards a machine against illegal events, and is told of its states. Called by the thread that steps the machine.
+class ZVRESMGT_EXPORT DevSeqSMGuard
+{
+public:
+    /// The machine has come to another state.
+    virtual void stateChanged(std::int32_t state) = 0;
+    /// The event is illegal in the present state. The machine stays as it is.
+    virtual void refused(std::int32_t event) = 0;
+
+protected:
+    ~DevSeqSMGuard() = default;
+};
+
 /// The sequence machine of one node, from `init` to `final`, to `_exc` if a protocol call threw an `ExBase`, or to
 /// `_ill` after an illegal event. None of the three has a way back. An exception of another class breaks the machine.
 /// When it ends in `_exc` or `_ill`, breaks, or refuses an event because it has ended so, it writes one line to the
@@ -60,6 +73,10 @@ public:
     /// without the device's name and the exception.
     DevMgrFailure getLastThrown() const;
 
+    /// From now on illegal events are refused, and the guard reports failures instead of the trace. The guard must outlive
+    /// the machine. Null for none.
+    void setGuard(DevSeqSMGuard *guard) { _guard = guard; }
+
 private:
     /// An event, and the state in which the machine got it.
     struct Step
@@ -86,6 +103,7 @@ private:
     LiString _label;
     std::optional<Failure> _failure;
     Step _lastThrown = {};
+    DevSeqSMGuard *_guard = nullptr;
 };
 
 } // namespace Zv

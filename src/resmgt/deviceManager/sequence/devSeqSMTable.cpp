@@ -115,9 +115,17 @@ DevSeqSMTable::DevSeqSMTable()
     builder.expand();
     _table = builder.createTable();
     verifyEvents(_table.get(), &e);
+    _illegal = _table->getTransition("_ill");
 }
 
 DevSeqSMTable::~DevSeqSMTable() noexcept(false) = default;
+
+bool DevSeqSMTable::isLegal(std::int32_t state, std::int32_t event) const
+{
+    DevSMTable const &table = *_table;
+    return table.isPrimaryState(state) && table.isPrimaryEvent(event) &&
+           table.getTransition(state, event) != _illegal;
+}
 
 ZV_DEFINE_SINGLETON(DevSeqSMTable, DevSeqSMTable);
 

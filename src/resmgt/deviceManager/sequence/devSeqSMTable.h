@@ -6,6 +6,8 @@
 #include "resmgt/locks/lkSingleton.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 
+#include <cstdint>
+
 namespace Zv {
 
 /// The sequence machine: from `init` through `start`, readiness and `sync` to `lock`, and by `stop`
@@ -32,6 +34,8 @@ public:
     ~DevSeqSMTable() noexcept(false);
 
     RCShdPtr<DevSMTable> getTable() const { return _table; }
+    /// Whether the event leads a machine in this state elsewhere than to `_ill`. In `_ill` and `_exc` none does.
+    bool isLegal(std::int32_t state, std::int32_t event) const;
 
 private:
     friend struct LkSingletonCreator<DevSeqSMTable>;
@@ -39,6 +43,7 @@ private:
     DevSeqSMTable();
 
     RCShdPtr<DevSMTable> _table;
+    std::int32_t _illegal = -1; // the number of the transition
 };
 ZV_DECLARE_SINGLETON(DevSeqSMTable);
 

@@ -30,6 +30,8 @@ public:
     DevSeqTreeNode &operator=(DevSeqTreeNode const &) = delete;
 
     LiString const &getName() const { return _name; }
+    /// See `DevSeqSM::setGuard`. To be called before the first delivery.
+    void setGuard(DevSeqSMGuard *guard) { _sm->setGuard(guard); }
 
 protected:
     /// Takes the subtree along, as deep as it may be.

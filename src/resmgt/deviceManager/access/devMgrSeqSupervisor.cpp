@@ -1,0 +1,90 @@
+#include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
+
+#include "resmgt/deviceManager/access/seqConfigParser.private.h"
+#include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrMediator.h"
+#include "resmgt/deviceManager/sequence/devSeqSupervision.private.h"
+#include "resmgt/locks/lkGuard.h"
+#include "zvbase/failures.h"
+
+namespace Zv {
+
+namespace {
+
+using Members = Vector<DevSeqSupervision::Member>;
+
+/// The devices of the string, created and open. A parent comes before its children in the string.
+Members openMembers(DevMgrMediator &mediator, LiString const &config)
+{
+    LkGuard<LkLock const> const guard(mediator.getLock());
+    HashMap<LiString, std::size_t> places;
+    Vector<std::size_t> parents;
+    auto const edges = SeqConfigParser(config).getEdges();
+    for (auto const &edge : edges) {
+        auto const parent = places.find(edge[0]);
+        if (parent == places.end() && !places.empty())
+            ZV_THROW(DevMgrEx::ConfigSyntaxError, "A sequence has one root.");
+        parents.push_back(places.empty() ? 0 : parent->second);
+        if (!places.emplace(edge[1], places.size()).second)
+            ZV_THROW(DevMgrEx::NameNotUnique);
+    }
+    Members members;
+    for (std::size_t i = 0; i < edges.size(); ++i) {
+        LiString const &name = edges[i][1];
+        mediator.createPrtcl(name);
+        auto const prtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(mediator.getPrtcl(name));
+        if (prtcl.isNull())
+            ZV_THROW(DevMgrEx::BadMDPrtclImp);
+        if (auto const failure = mediator.getOpenFailure(name)) // of an earlier attempt
+            std::rethrow_exception(failure);
+        members.push_back({name, prtcl, parents[i]});
+    }
+    return members;
+}
+
+class DevMgrSeqSupervisorImp final : public DevMgrSeqSupervisor
+{
+public:
+    DevMgrSeqSupervisorImp(RCShdPtr<DevMgrMediator> const &mediator, Members const &members)
+        : _mediator(mediator), _supervision(new DevSeqSupervision)
+    {
+        _supervision->open(members);
+    }
+    ~DevMgrSeqSupervisorImp() noexcept(false) override { _supervision->close(); }
+
+    using DevMgrSeqSupervisor::abort;
+    using DevMgrSeqSupervisor::stop;
+    using DevMgrSeqSupervisor::wait;
+    using DevMgrSeqSupervisor::waitLocked;
+
+    void start() override { _supervision->start(); }
+    bool waitLocked(double seconds) override { return _supervision->waitLocked(seconds); }
+    DevSeqStatus stop(double seconds, double abortSeconds) override
+    {
+        return _supervision->stop(seconds, abortSeconds);
+    }
+    DevSeqStatus abort(double seconds) override { return _supervision->abort(seconds); }
+    bool wait(double seconds) override { return _supervision->wait(seconds); }
+    DevSeqStatus getStatus() override { return _supervision->getStatus(); }
+    void setObserver(RCShdPtr<DevSeqObserver> observer) override
+    {
+        _supervision->setObserver(observer);
+    }
+    void setEndLimit(double seconds) override { _supervision->setEndLimit(seconds); }
+
+private:
+    RCShdPtr<DevMgrMediator> _mediator;
+    RCShdPtr<DevSeqSupervision> _supervision;
+};
+
+} // namespace
+
+DevMgrSeqSupervisor::~DevMgrSeqSupervisor() noexcept(false) = default;
+
+ObjPtrRet<DevMgrSeqSupervisor> DevMgrSeqSupervisor::create(RCShdPtr<DevMgrMediator> const &mediator,
+                                                           LiString const &config)
+{
+    return makeObj<DevMgrSeqSupervisorImp>(mediator, openMembers(*mediator, config));
+}
+
+} // namespace Zv

@@ -1,0 +1,532 @@
+// Hostile devices: a random tree in which each device misbehaves in its own way, and clients that do what they like.
+#include "simulated/scenario.h"
+
+#include "resmgt/deviceManager.h"
+#include "resmgt/deviceProtocol.h"
+#include "resmgt/locks.h"
+#include "zvbase/inPackage.h"
+#include "zvbase/sleeper.h"
+
+#include <array>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+using namespace Zv;
+using namespace Zv::Simulated;
+
+namespace {
+
+using Status = DevSeqDeviceStatus;
+
+constexpr int MOST_DEVICES = 8;
+
+/// Numbers that the seed of the schedule decides.
+class Dice
+{
+public:
+    Dice()
+    {
+        UUID uuid;
+        ::UuidCreate(&uuid);
+        std::memcpy(&_state, &uuid, sizeof _state);
+        _state |= 1;
+    }
+
+    /// From 0 to `end` - 1.
+    int roll(int end)
+    {
+        LkGuard<LkLock const> const guard(_lock);
+        _state = _state * 6364136223846793005u + 1442695040888963407u;
+        return static_cast<int>((_state >> 33) % static_cast<unsigned>(end));
+    }
+
+private:
+    LkLock _lock{"dice"};
+    std::uint64_t _state;
+};
+
+enum class Kind
+{
+    PROMPT,
+    LATE,
+    TWICE,
+    SILENT,
+    DROPS,
+    THROWS,
+    THROWS_OTHER,
+    HANGS,
+    RECOVERS,
+    ABORTS,
+    NB_KINDS
+};
+
+constexpr std::array STEPS = {"start", "getLatency", "sync", "getMark", "recover", "stop", "abort"};
+
+class Hostile;
+
+/// What the devices of one run share.
+struct World
+{
+    /// Whether time-outs come only when nothing else can happen. Otherwise any device may be given up at any time, also
+    /// while it is on its way into a call.
+    bool isPunctual = true;
+    bool mayHang = true;
+
+    void hang()
+    {
+        ++nbHanging;
+        gate.wait();
+    }
+    /// Something that another thread is to do at some time.
+    void later(std::function<void()> action)
+    {
+        {
+            LkGuard<LkLock const> const guard(lock);
+            actions.push_back(std::move(action));
+        }
+        hasActions.post();
+    }
+    bool act()
+    {
+        std::function<void()> action;
+        {
+            LkGuard<LkLock const> const guard(lock);
+            if (actions.empty())
+                return false;
+            auto const chosen = actions.begin() + dice.roll(static_cast<int>(actions.size()));
+            action = std::move(*chosen);
+            actions.erase(chosen);
+        }
+        action();
+        return true;
+    }
+
+    Dice dice;
+    LkLock lock{"world"};
+    Vector<std::function<void()>> actions;
+    LkUnnamedSema hasActions{"actions", 0};
+    LkUnnamedSema gate{"gate", 0};
+    LkCounter<long> nbHanging{0};
+    bool isOver = false; // the sequence has ended
+};
+
+class Hostile final : public DevMDAccessPrtcl, public DevMDSyncSeqPrtcl
+{
+public:
+    Hostile(World &world, char const *badStep, Kind kind)
+        : _world(world), _badStep(badStep), _kind(kind)
+    {}
+
+    void performOpen() override { ++nbOpened; }
+    void performClose() override { ++nbClosed; }
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
+    {
+        ++nbStarted;
+        _recover.reset(recover.release());
+        _abort.reset(abort.release());
+        if (_world.dice.roll(4) == 0)
+            _world.later(
+                [report = _world.dice.roll(2) ? _recover : _abort, self = RCShdPtr<Hostile>(this)] {
+                    self->isUnruly = true;
+                    report->performExecute();
+                });
+        take("start", aco);
+        hasStarted = true;
+    }
+    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { take("sync", aco); }
+    void performSync(ObjPtr<DevACO> aco, DtTime const &) override { take("sync", aco); }
+    void performRecover(ObjPtr<DevACO> aco) override { take("recover", aco); }
+    void performStop(ObjPtr<DevACO> aco) override
+    {
+        HOLDS(++nbStopped == 1);
+        take("stop", aco);
+    }
+    void performAbort(ObjPtr<DevACO> aco) override
+    {
+        HOLDS(++nbAborted == 1);
+        checkChildren();
+        take("abort", aco);
+    }
+    DtTime getLatency() override
+    {
+        ask("getLatency");
+        return DtTime();
+    }
+    DtTimeMark getMark() override
+    {
+        ask("getMark");
+        return DtTimeMark();
+    }
+
+    /// An answer that does not come, or a failure, that the report must name.
+    bool isHostile() const { return hasFailed || hasHung || isSilent; }
+    bool wasToldToEnd() const { return nbStopped + nbAborted > 0; }
+    /// Runs the completion of a step.
+    void answer(char const *step, DevACO &aco)
+    {
+        hasEnded = hasEnded || std::strcmp(step, "stop") == 0 || std::strcmp(step, "abort") == 0;
+        aco.performExecute();
+    }
+
+    Vector<Hostile *> children;
+    int nbOpened = 0;
+    int nbClosed = 0;
+    int nbStarted = 0;
+    int nbStopped = 0;
+    int nbAborted = 0;
+    bool hasStarted = false;
+    bool hasEnded = false;  // has answered its stop or its abort
+    bool hasFailed = false; // has thrown, or destroyed a completion
+    bool hasHung = false;
+    bool isSilent = false;
+    bool isUnruly = false; // reports when it likes
+
+private:
+    /// A device is aborted after its children, but for those that do not answer. It may abort by itself at any time.
+    void checkChildren() const
+    {
+        if (isUnruly || !_world.isPunctual)
+            return;
+        for (Hostile const *child : children)
+            HOLDS(!child->hasStarted || child->isHostile() || child->hasEnded);
+    }
+
+    bool isBad(char const *step) const { return std::strcmp(step, _badStep) == 0; }
+
+    void ask(char const *what)
+    {
+        HOLDS(nbOpened == 1);
+        HOLDS(!_world.isPunctual || (nbClosed == 0 && !_world.isOver));
+        HOLDS(!std::exchange(_isInCall, true));
+        struct Call
+        {
+            bool &isIn;
+            ~Call() { isIn = false; }
+        } const call{_isInCall};
+        step(what);
+        if (!isBad(what))
+            return;
+        switch (_kind) {
+        case Kind::THROWS:
+            hasFailed = true;
+            throw DevMgrEx::NameNotFound(__FILE__, __LINE__);
+        case Kind::THROWS_OTHER:
+            hasFailed = true;
+            throw std::runtime_error("broken");
+        case Kind::HANGS:
+            hasHung = true;
+            return _world.hang();
+        default:
+            return;
+        }
+    }
+
+    void take(char const *what, ObjPtr<DevACO> &aco)
+    {
+        ask(what);
+        Kind const usual = _world.dice.roll(2) ? Kind::PROMPT : Kind::LATE;
+        switch (isBad(what) ? _kind : usual) {
+        case Kind::LATE:
+            return answerLater(what, aco);
+        case Kind::TWICE:
+            answer(what, *aco);
+            return answer(what, *aco);
+        case Kind::SILENT:
+            isSilent = true;
+            _kept.emplace_back(aco.release());
+            return;
+        case Kind::DROPS:
+            hasFailed = true;
+            aco = nullptr;
+            return;
+        case Kind::RECOVERS:
+            isUnruly = true;
+            _recover->performExecute();
+            return answerLater(what, aco);
+        case Kind::ABORTS:
+            isUnruly = true;
+            _abort->performExecute();
+            return answerLater(what, aco);
+        default:
+            return answer(what, *aco);
+        }
+    }
+
+    void answerLater(char const *what, ObjPtr<DevACO> &aco)
+    {
+        _world.later([self = RCShdPtr<Hostile>(this), what,
+                      aco = std::shared_ptr<DevACO>(aco.release())] { self->answer(what, *aco); });
+    }
+
+    World &_world;
+    char const *_badStep;
+    Kind _kind;
+    bool _isInCall = false;
+    std::shared_ptr<DevANO> _recover;
+    std::shared_ptr<DevANO> _abort;
+    Vector<std::shared_ptr<DevACO>> _kept;
+};
+
+/// A random tree below `names[first]`, which it writes into `config`.
+class Tree
+{
+public:
+    explicit Tree(World &world) : _world(world)
+    {
+        int const nbDevices = 1 + world.dice.roll(MOST_DEVICES);
+        Vector<int> parents;
+        for (int i = 0; i < nbDevices; ++i) {
+            bool const isSound = world.dice.roll(3) == 0;
+            RCShdPtr<Hostile> const device(new Hostile(
+                world,
+                isSound ? "" : STEPS[static_cast<std::size_t>(world.dice.roll(STEPS.size()))],
+                rollKind()));
+            devices.push_back(device);
+            parents.push_back(i == 0 ? -1 : world.dice.roll(i));
+            if (i > 0)
+                devices[static_cast<std::size_t>(parents.back())]->children.push_back(device.get());
+            DevRegistry::getInstance().add(
+                makeRegistryEntry(nameOf(i), "hostile", [device](LiString const &) {
+                    return RCShdPtr<DevMDPrtcl>(device);
+                }));
+        }
+        config = "( ";
+        write(0, parents);
+        config += ")";
+    }
+    ~Tree()
+    {
+        for (std::size_t i = 0; i < devices.size(); ++i)
+            DevRegistry::getInstance().remove(nameOf(static_cast<int>(i)));
+    }
+
+    Hostile &find(LiString const &name) const
+    {
+        return *devices[static_cast<std::size_t>(name[0] - 'a')];
+    }
+
+    Vector<RCShdPtr<Hostile>> devices;
+    LiString config;
+
+private:
+    Kind rollKind()
+    {
+        auto const kind = static_cast<Kind>(_world.dice.roll(static_cast<int>(Kind::NB_KINDS)));
+        return kind == Kind::HANGS && !_world.mayHang ? Kind::LATE : kind;
+    }
+    static LiString nameOf(int device)
+    {
+        char const name[] = {static_cast<char>('a' + device), 0};
+        return name;
+    }
+    void write(int device, Vector<int> const &parents)
+    {
+        config += nameOf(device) + " ";
+        bool hasChildren = false;
+        for (int i = 0; i < static_cast<int>(parents.size()); ++i)
+            if (parents[static_cast<std::size_t>(i)] == device) {
+                config += hasChildren ? "" : "( ";
+                hasChildren = true;
+                write(i, parents);
+            }
+        config += hasChildren ? ") " : "";
+    }
+
+    World &_world;
+};
+
+/// A call returns within its limit. It may be refused.
+void withinLimit(World const &world, double seconds, std::function<void()> const &call)
+{
+    double const begin = Sleeper::getInstance().getTime();
+    try {
+        call();
+    } catch (DevMgrEx::SeqIllegalCall const &) {
+    } catch (DevMgrEx::SeqDeviceFailed const &) {
+    }
+    HOLDS(!world.isPunctual || Sleeper::getInstance().getTime() - begin <= seconds + 0.01);
+}
+
+void actAtRandom(World &world, DevMgrSeqSupervisor &supervisor)
+{
+    double const limit = 0.5 * (1 + world.dice.roll(3));
+    double const abortLimit = 0.5 * (1 + world.dice.roll(3));
+    switch (world.dice.roll(8)) {
+    case 0:
+        return withinLimit(world, limit + abortLimit, [&] { supervisor.stop(limit, abortLimit); });
+    case 1:
+        return withinLimit(world, abortLimit, [&] { supervisor.stop(0, abortLimit); });
+    case 2:
+        return withinLimit(world, abortLimit, [&] { supervisor.abort(abortLimit); });
+    case 3:
+        return withinLimit(world, limit, [&] { supervisor.wait(limit); });
+    case 4:
+        return withinLimit(world, 0, [&] { supervisor.getStatus(); });
+    case 5:
+        return withinLimit(world, 0, [&] { supervisor.start(); });
+    default:
+        return withinLimit(world, limit, [&] { supervisor.waitLocked(limit); });
+    }
+}
+
+/// Takes notes, asks, and throws now and then.
+class Observer final : public DevSeqObserver
+{
+public:
+    Observer(World &world, DevMgrSeqSupervisor &supervisor) : _world(world), _supervisor(supervisor)
+    {}
+    void stateChanged(LiString const &, LiString const &) override
+    {
+        // One that was left behind must not use a supervisor that is gone.
+        if (_world.dice.roll(4) == 0 && _world.isPunctual)
+            actAtRandom(_world, _supervisor);
+        if (_world.dice.roll(8) == 0)
+            throw std::runtime_error("an observer");
+    }
+
+private:
+    World &_world;
+    DevMgrSeqSupervisor &_supervisor;
+};
+
+void checkReport(World const &world, Tree const &tree, DevSeqStatus const &status)
+{
+    HOLDS(status.phase == DevSeqStatus::Phase::ENDED);
+    HOLDS(status.failure.isEmpty());
+    for (Status const &device : status.devices) {
+        Hostile const &real = tree.find(device.name);
+        switch (device.end) {
+        case Status::End::NONE:
+            HOLDS(!real.hasStarted);
+            break;
+        case Status::End::STOPPED:
+            HOLDS(real.nbStopped == 1 && real.hasEnded && !device.hasFailed);
+            break;
+        case Status::End::ABORTED:
+            HOLDS(real.nbAborted == 1 && real.hasEnded && !device.hasFailed);
+            break;
+        case Status::End::FAILED:
+            HOLDS(real.hasFailed && device.hasFailed);
+            break;
+        case Status::End::NO_ANSWER:
+            HOLDS(real.hasHung || real.isSilent || !world.isPunctual);
+            break;
+        }
+        HOLDS(!device.hasFailed || real.hasFailed);
+        HOLDS(!real.hasFailed || device.hasFailed || device.end == Status::End::NO_ANSWER);
+        HOLDS(real.isHostile() || !real.hasStarted || real.wasToldToEnd() || !world.isPunctual);
+        HOLDS(device.call.isEmpty() || real.hasHung || !world.isPunctual);
+    }
+}
+
+void run(World &world)
+{
+    Tree const tree(world);
+    {
+        ObjPtr<DevMgr> const manager = DevMgr::create();
+        ObjPtr<DevMgrSeqSupervisor> supervisor = manager->createSeqSupervisor(tree.config);
+        supervisor->setEndLimit(2);
+        if (world.dice.roll(2))
+            supervisor->setObserver(RCShdPtr<DevSeqObserver>(new Observer(world, *supervisor)));
+        if (world.dice.roll(4))
+            supervisor->start();
+        {
+            Worker other("other client", [&] {
+                for (int i = world.dice.roll(3); i > 0; --i)
+                    actAtRandom(world, *supervisor);
+            });
+            for (int i = world.dice.roll(3); i > 0; --i)
+                actAtRandom(world, *supervisor);
+        }
+        if (world.dice.roll(2)) {
+            bool const wasStarted = supervisor->getStatus().phase != DevSeqStatus::Phase::IDLE;
+            withinLimit(world, 2, [&] { supervisor->stop(1, 1); });
+            if (wasStarted)
+                checkReport(world, tree, supervisor->getStatus());
+        }
+        withinLimit(world, 2, [&] { supervisor = nullptr; });
+        world.isOver = true;
+    }
+    for (RCShdPtr<Hostile> const &device : tree.devices) {
+        HOLDS(device->nbOpened == 1 && device->nbClosed == 1);
+        HOLDS(device->isHostile() || !device->hasStarted || device->wasToldToEnd() ||
+              !world.isPunctual);
+    }
+}
+
+/// How devices may be.
+enum class Hostility
+{
+    PUNCTUAL,   // time-outs come only when nothing else can happen
+    HASTY,      // they come at any time
+    UNRELENTING // punctual, and nothing hangs
+};
+
+/// What is late comes when all is gone, and what hangs goes on then.
+void runAll(Hostility hostility)
+{
+    auto owner = std::make_unique<World>();
+    World &world = *owner;
+    world.isPunctual = hostility != Hostility::HASTY;
+    world.mayHang = hostility != Hostility::UNRELENTING;
+    bool isDone = false;
+    Worker helper("helper", [&] {
+        while (!isDone) {
+            world.hasActions.wait();
+            world.act();
+        }
+    });
+    run(world);
+    for (long i = world.nbHanging.getValue(); i > 0; --i)
+        world.gate.post();
+    Sleeper::getInstance().sleep(1); // until all others wait or have ended
+    isDone = true;
+    world.hasActions.post();
+    helper.join();
+    while (world.act())
+        ;
+    if (hostility == Hostility::HASTY)
+        static_cast<void>(owner.release()); // a runner that was left behind may still use it
+}
+
+} // namespace
+
+SIMULATED(HostileDevices,
+          {.schedules = 300, .bound = 400'000, .hasty = false, .leftOver = {64, 0}, .prepare = [] {
+               DevSeqSMTable::getInstance();
+           }})
+{
+    InPackageScope const packages;
+    runAll(Hostility::PUNCTUAL);
+}
+
+// Runners are replaced while they do not hang, and go on at any moment. Some of them may not have ended.
+SIMULATED(HostileDevicesOfImpatientClients,
+          {.schedules = 300, .bound = 400'000, .leftOver = {200, 16}, .prepare = [] {
+               DevSeqSMTable::getInstance();
+           }})
+{
+    InPackageScope const packages;
+    runAll(Hostility::HASTY);
+}
+
+// Nothing stays of a sequence whose devices do not hang. The first run makes what stays for good.
+SIMULATED(HostileDevicesLeaveNothing,
+          {.schedules = 200, .bound = 800'000, .hasty = false, .leftOver = {64, 0}, .prepare = [] {
+               DevSeqSMTable::getInstance();
+           }})
+{
+    InPackageScope const packages;
+    runAll(Hostility::UNRELENTING);
+    ::Sleep(1000); // the log's reader takes what threads have left to it
+    long const nbAllocations = getNbAllocations();
+    std::uint32_t const nbObjects = getNbObjects();
+    runAll(Hostility::UNRELENTING);
+    ::Sleep(1000);
+    // A sequence is more than a few of them. Tables of the process may have grown.
+    HOLDS(getNbAllocations() < nbAllocations + 5);
+    HOLDS(getNbObjects() == nbObjects);
+}

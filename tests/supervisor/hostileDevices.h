@@ -1,0 +1,424 @@
+// Devices that misbehave at a chosen step, and a stage for them.
+#pragma once
+
+#include "resmgt/deviceManager.h"
+#include "resmgt/deviceProtocol.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+namespace ZvTest {
+
+using namespace Zv;
+using Lines = std::vector<std::string>;
+using End = DevSeqDeviceStatus::End;
+using Phase = DevSeqStatus::Phase;
+
+/// Long enough for everything that does come.
+constexpr double LONG = 60;
+
+/// What a device does when it is asked for a step.
+enum class Manner
+{
+    PROMPT,       // answers within the call
+    LATER,        // answers on another thread
+    TWICE,        // answers twice within the call
+    SILENT,       // keeps the completion
+    DROPS,        // destroys the completion
+    THROWS,       // an ExBase
+    THROWS_OTHER, // a standard exception
+    THROWS_INT,
+    HANGS,         // in the call, until the stage is over
+    RECOVERS,      // reports a recovery, then answers
+    ABORTS,        // reports an abort, then answers
+    ABORTS_SILENT, // reports an abort and does not answer
+};
+
+/// What devices share. They may outlive the test.
+class World
+{
+public:
+    void add(std::string const &line)
+    {
+        std::lock_guard const guard(_mutex);
+        _journal.push_back(line);
+        _changed.notify_all();
+    }
+    Lines getJournal()
+    {
+        std::lock_guard const guard(_mutex);
+        return _journal;
+    }
+    long count(std::string const &line)
+    {
+        std::lock_guard const guard(_mutex);
+        return std::count(_journal.begin(), _journal.end(), line);
+    }
+    void waitFor(std::string const &line)
+    {
+        std::unique_lock guard(_mutex);
+        _changed.wait(guard, [&] {
+            return std::find(_journal.begin(), _journal.end(), line) != _journal.end();
+        });
+    }
+
+    /// What a device does first at each step.
+    Manner ask(std::string const &step, std::string const &device,
+               std::map<std::string, Manner> const &manners)
+    {
+        add(step + " " + device);
+        auto const found = manners.find(step);
+        Manner const manner = found == manners.end() ? Manner::PROMPT : found->second;
+        switch (manner) {
+        case Manner::THROWS:
+            throw DevMgrEx::StreamNotAvailable(__FILE__, __LINE__, "No signal.");
+        case Manner::THROWS_OTHER:
+            throw std::runtime_error("No power.");
+        case Manner::THROWS_INT:
+            throw 42;
+        case Manner::HANGS:
+            hang();
+            break;
+        default:
+            break;
+        }
+        return manner;
+    }
+
+    void hang()
+    {
+        std::unique_lock guard(_mutex);
+        ++_nbHanging;
+        _changed.notify_all();
+        _changed.wait(guard, [this] { return _isOver; });
+        --_nbHanging;
+        _changed.notify_all();
+    }
+    void waitHanging()
+    {
+        std::unique_lock guard(_mutex);
+        _changed.wait(guard, [this] { return _nbHanging > 0; });
+    }
+    void end()
+    {
+        std::unique_lock guard(_mutex);
+        _isOver = true;
+        _changed.notify_all();
+        _changed.wait(guard, [this] { return _nbHanging == 0; });
+    }
+
+private:
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    Lines _journal;
+    int _nbHanging = 0;
+    bool _isOver = false;
+};
+
+class Hostile : public DevMDAccessPrtcl, public DevMDSyncSeqPrtcl
+{
+public:
+    Hostile(std::string name, std::shared_ptr<World> world) : _name(std::move(name)), _world(world)
+    {}
+
+    /// For the steps "open", "start", "getLatency", "sync", "getMark", "recover", "stop", "abort", "close". To be set
+    /// while the device is not called.
+    std::map<std::string, Manner> manners;
+    DtTime latency;
+
+    void performOpen() override { ask("open"); }
+    void performClose() override
+    {
+        for (std::thread &thread : _threads)
+            thread.join();
+        _threads.clear();
+        ask("close");
+    }
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
+    {
+        _recover = recover;
+        _abort = abort;
+        act("start", aco);
+    }
+    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { act("sync", aco); }
+    void performSync(ObjPtr<DevACO> aco, DtTime const &) override { act("sync", aco); }
+    void performRecover(ObjPtr<DevACO> aco) override { act("recover", aco); }
+    void performStop(ObjPtr<DevACO> aco) override { act("stop", aco); }
+    void performAbort(ObjPtr<DevACO> aco) override { act("abort", aco); }
+    DtTime getLatency() override
+    {
+        ask("getLatency");
+        return latency;
+    }
+    DtTimeMark getMark() override
+    {
+        ask("getMark");
+        return DtTimeMark();
+    }
+
+    // On any thread, also late.
+    void reportRecover() { _recover->performExecute(); }
+    void reportAbort() { _abort->performExecute(); }
+    /// Runs the completion that a silent device has kept when it was asked for the step for the n-th time. Waits until
+    /// the device has it.
+    void answer(std::string const &step, std::size_t n = 1)
+    {
+        std::unique_lock guard(_mutex);
+        _isKept.wait(guard, [&] { return _kept[step].size() >= n; });
+        std::shared_ptr<DevACO> const aco = _kept[step][n - 1];
+        guard.unlock();
+        aco->performExecute();
+    }
+
+private:
+    Manner ask(std::string const &step) { return _world->ask(step, _name, manners); }
+
+    void act(std::string const &step, ObjPtr<DevACO> &aco)
+    {
+        switch (ask(step)) {
+        case Manner::LATER:
+            _threads.emplace_back(
+                [aco = std::shared_ptr<DevACO>(aco.release())] { aco->performExecute(); });
+            return;
+        case Manner::TWICE:
+            aco->performExecute();
+            return aco->performExecute();
+        case Manner::DROPS:
+            aco = nullptr;
+            return;
+        case Manner::SILENT:
+            return keep(step, aco);
+        case Manner::RECOVERS:
+            reportRecover();
+            return aco->performExecute();
+        case Manner::ABORTS:
+            reportAbort();
+            return aco->performExecute();
+        case Manner::ABORTS_SILENT:
+            reportAbort();
+            return keep(step, aco);
+        default:
+            return aco->performExecute();
+        }
+    }
+
+    void keep(std::string const &step, ObjPtr<DevACO> &aco)
+    {
+        std::lock_guard const guard(_mutex);
+        _kept[step].emplace_back(aco.release());
+        _isKept.notify_all();
+    }
+
+    std::string const _name;
+    std::shared_ptr<World> _world;
+    std::mutex _mutex;
+    ObjPtr<DevANO> _recover;
+    ObjPtr<DevANO> _abort;
+    std::condition_variable _isKept;
+    std::map<std::string, std::vector<std::shared_ptr<DevACO>>> _kept; // by the steps
+    std::vector<std::thread> _threads;
+};
+
+/// The same as a standard device: its steps misbehave on its own thread.
+class HostileStandard final : public DevMDStdDevice
+{
+public:
+    HostileStandard(std::string const &name, std::shared_ptr<World> world)
+        : DevMDStdDevice(name.c_str()), _name(name), _world(std::move(world))
+    {}
+
+    std::map<std::string, Manner> manners;
+
+    DtTime getLatency() override
+    {
+        _world->ask("getLatency", _name, manners);
+        return DtTime();
+    }
+    DtTimeMark getMark() override
+    {
+        _world->ask("getMark", _name, manners);
+        return DtTimeMark();
+    }
+    /// On any thread.
+    void reportRecover()
+    {
+        DevANOQueueEntry entry(makeANO([this] { DevMDStdDevice::reportRecover(); }));
+        getFifo()->produce(entry);
+    }
+
+private:
+    void open() override { _world->add("open " + _name); }
+    void close() override
+    {
+        for (std::thread &thread : _threads)
+            thread.join();
+        _world->add("close " + _name);
+    }
+    void start() override { act("start"); }
+    void sync() override { act("sync"); }
+    void recover() override { act("recover"); }
+    void stop() override { act("stop"); }
+    void abort() override { act("abort"); }
+
+    void act(char const *step)
+    {
+        switch (_world->ask(step, _name, manners)) {
+        case Manner::LATER:
+            _threads.emplace_back([aco = take()] { aco->performExecute(); });
+            return;
+        case Manner::TWICE: {
+            auto const aco = take();
+            aco->performExecute();
+            return aco->performExecute();
+        }
+        case Manner::SILENT:
+            _kept.push_back(take());
+            return;
+        case Manner::DROPS:
+            take();
+            return;
+        case Manner::RECOVERS:
+            return DevMDStdDevice::reportRecover();
+        case Manner::ABORTS:
+            return reportAbort();
+        case Manner::ABORTS_SILENT:
+            reportAbort();
+            _kept.push_back(take());
+            return;
+        default:
+            return;
+        }
+    }
+    std::shared_ptr<DevACO> take() { return std::shared_ptr<DevACO>(takeCompletion().release()); }
+
+    std::string const _name;
+    std::shared_ptr<World> _world;
+    std::vector<std::shared_ptr<DevACO>> _kept;
+    std::vector<std::thread> _threads;
+};
+
+/// A manager with hostile devices. At its end devices that hang go on.
+template <class Device>
+class StageOf
+{
+public:
+    explicit StageOf(std::string config) : _config(std::move(config))
+    {
+        std::string name;
+        for (char const c : _config) {
+            if (c != ' ' && c != '(' && c != ')') {
+                name += c;
+            } else if (!name.empty()) {
+                enter(name);
+                name.clear();
+            }
+        }
+    }
+    ~StageOf()
+    {
+        supervisor = nullptr;
+        if constexpr (std::is_same_v<Device, HostileStandard>)
+            world->end(); // or its thread does not end
+        manager = nullptr;
+        world->end();
+        for (std::string const &name : names)
+            DevRegistry::getInstance().remove(name.c_str());
+    }
+    StageOf(StageOf const &) = delete;
+    StageOf &operator=(StageOf const &) = delete;
+
+    Device &operator[](std::string const &name) { return *devices.at(name); }
+
+    void create() { supervisor = manager->createSeqSupervisor(_config.c_str()); }
+    void run()
+    {
+        create();
+        supervisor->start();
+        EXPECT_TRUE(supervisor->waitLocked(LONG));
+    }
+
+    DevSeqDeviceStatus getStatus(std::string const &name)
+    {
+        return find(supervisor->getStatus(), name);
+    }
+    static DevSeqDeviceStatus find(DevSeqStatus const &status, std::string const &name)
+    {
+        for (DevSeqDeviceStatus const &device : status.devices)
+            if (device.name == name.c_str())
+                return device;
+        throw std::out_of_range(name);
+    }
+
+    std::shared_ptr<World> world = std::make_shared<World>();
+    std::vector<std::string> names;
+    std::map<std::string, RCShdPtr<Device>> devices;
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    ObjPtr<DevMgrSeqSupervisor> supervisor;
+
+private:
+    void enter(std::string const &name)
+    {
+        if (devices.count(name))
+            return;
+        names.push_back(name);
+        RCShdPtr<Device> const device(new Device(name, world));
+        devices[name] = device;
+        DevRegistry::getInstance().add(
+            makeRegistryEntry(name.c_str(), "a device of the tests",
+                              [device](LiString const &) { return RCShdPtr<DevMDPrtcl>(device); }));
+    }
+
+    std::string _config;
+};
+
+using Stage = StageOf<Hostile>;
+
+/// The ends of all devices, in their order: "stopped aborted failed (No signal.) silent none".
+inline std::string endsOf(DevSeqStatus const &status)
+{
+    std::string text;
+    for (DevSeqDeviceStatus const &device : status.devices) {
+        text += text.empty() ? "" : " ";
+        switch (device.end) {
+        case End::NONE:
+            text += "none";
+            break;
+        case End::STOPPED:
+            text += "stopped";
+            break;
+        case End::ABORTED:
+            text += "aborted";
+            break;
+        case End::FAILED:
+            text += std::string("failed (") + device.failure.getChars() + ")";
+            break;
+        case End::NO_ANSWER:
+            text += "silent";
+            break;
+        }
+    }
+    return text;
+}
+
+template <class Exception, class Call>
+std::string reasonOf(Call call)
+{
+    try {
+        call();
+    } catch (Exception const &exception) {
+        return exception.getReason();
+    }
+    return "nothing was thrown";
+}
+
+} // namespace ZvTest
