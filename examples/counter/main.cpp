@@ -2,7 +2,6 @@
 
 #include "counter.h"
 
-#include <resmgt/locks.h>
 #include <zvbase/zvbase.h>
 
 #include <iostream>
@@ -16,20 +15,19 @@ int main()
         DevRegistry::getInstance().add(makeCounterEntry("slave"));
 
         ObjPtr<DevMgr> manager = DevMgr::create();
-        ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
+        ObjPtr<DevMgrSeqSupervisor> sequence =
+            manager->createSeqSupervisor("( master ( slave ) )");
         ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
 
-        sequence->configure("( master ( slave ) )");
         DevMgrPropertyValueUtil<int>::setValue(*properties, "slave:count", 41);
         sequence->start();
-        while (sequence->getState("slave") != "lock")
-            MtUtil::yield();
+        if (!sequence->waitLocked(10)) // seconds
+            std::cerr << "The devices need longer than usual.\n";
         int count = 0;
         DevMgrPropertyValueUtil<int>::getValue(*properties, "slave:count", count);
-        sequence->stop();
-        sequence->wait();
-        std::cout << "The slave has counted to " << count << " and is in state "
-                  << sequence->getState("slave") << ".\n";
+        DevSeqDeviceStatus const slave = sequence->stop(10).devices[1];
+        std::cout << "The slave has counted to " << count << " and is in state " << slave.state
+                  << ".\n";
     } catch (ExBase const &failure) {
         std::cerr << failure.getReason() << '\n';
         return 1;
