@@ -15,8 +15,7 @@ int main()
         DevRegistry::getInstance().add(makeCounterEntry("slave"));
 
         ObjPtr<DevMgr> manager = DevMgr::create();
-        ObjPtr<DevMgrSeqSupervisor> sequence =
-            manager->createSeqSupervisor("( master ( slave ) )");
+        ObjPtr<DevMgrSeqSupervisor> sequence = manager->createSeqSupervisor("( master ( slave ) )");
         ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
 
         DevMgrPropertyValueUtil<int>::setValue(*properties, "slave:count", 41);

@@ -2,6 +2,7 @@
 #include "hostileDevices.h"
 
 #include <future>
+#include <sstream>
 
 using namespace ZvTest;
 
@@ -460,6 +461,41 @@ TEST(Supervisor, ObserverIsToldOfEachStateInOrder)
                            "root abort", "root final"}));
 }
 
+TEST(Supervisor, ObserverIsToldOfTheFailureOfADevice)
+{
+    class FailureObserver : public DevSeqObserver
+    {
+    public:
+        explicit FailureObserver(World &world) : _world(world) {}
+        void stateChanged(LiString const &, LiString const &) override {}
+        void machineFailed(DevMgrFailure const &failure) override
+        {
+            std::ostringstream text;
+            text << failure.device << ' ' << failure.state << ": ";
+            EXPECT_THROW(std::rethrow_exception(failure.exception), std::runtime_error);
+            _world.add("= " + text.str() + failure.getReason().getChars());
+        }
+
+    private:
+        World &_world;
+    };
+    Stage stage("( root ( a ) )");
+    stage["a"].manners["sync"] = Manner::THROWS_OTHER;
+    stage["root"].manners["stop"] = Manner::DROPS;
+    stage.create();
+    stage.supervisor->setObserver(RCShdPtr<DevSeqObserver>(new FailureObserver(*stage.world)));
+    stage.supervisor->start();
+    EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqDeviceFailed);
+    stage.supervisor->stop(LONG);
+    stage.supervisor = nullptr; // the last failure is told
+    Lines told;
+    for (std::string const &line : stage.world->getJournal())
+        if (line[0] == '=')
+            told.push_back(line.substr(2));
+    EXPECT_EQ(told, (Lines{"a wml: No power.",
+                           "root stop: It has destroyed a completion without running it."}));
+}
+
 TEST(Supervisor, ObserverThatThrowsIsReported)
 {
     Stage stage("( root ( a ) )");
@@ -554,6 +590,16 @@ TEST(Supervisor, TakesDurationsAndStrangeLimits)
     EXPECT_TRUE(stage.supervisor->waitLocked(std::numeric_limits<double>::quiet_NaN()));
     EXPECT_FALSE(stage.supervisor->wait(1ms));
     EXPECT_EQ(endsOf(stage.supervisor->stop(1min, 1min)), "stopped");
+}
+
+TEST(Supervisor, TakesNoDeviceWhoseOpeningHasFailed)
+{
+    Stage stage("( root ( a ) )");
+    stage["a"].manners["open"] = Manner::THROWS;
+    EXPECT_THROW(stage.create(), DevMgrEx::StreamNotAvailable);
+    EXPECT_THROW(stage.create(), DevMgrEx::StreamNotAvailable) << "of the first attempt";
+    stage.manager = nullptr;
+    EXPECT_EQ(stage.world->getJournal(), (Lines{"open root", "open a", "close root"}));
 }
 
 TEST(Supervisor, RefusesBadStrings)
