@@ -32,7 +32,7 @@ public:
 
     ~DevMgrPropertyAccImp() noexcept(false) override
     {
-        // That thread may be in one of the observers for ever, with the engine's lock.
+        // That thread may hang in one of the observers, with the engine's lock.
         if (!_mediator.isNull() && _mediator->isThreadLeftBehind()) {
             DevMgrLeftBehind::keep(_observerEng);
             return;

@@ -33,7 +33,7 @@ public:
 
     /// The property that the string names. Its device is created and opened at its first mention, and the call then blocks
     /// while another thread configures. Otherwise it does not wait for the opening of another device. If the opening of
-    /// the device has failed before, the property is that of an unopened device: reading it blocks for ever if the device
+    /// the device has failed before, the property is that of an unopened device: reading it never returns if the device
     /// is a standard device, and so does setting it when the device's queue is full. `DevMgrEx::PropertySyntaxError` with
     /// all that was accepted and the fault; `NameNotFound` for an unknown device; `BadMDPrtclImp` for one without
     /// properties; `NameNotRegistered` for an unknown set or property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while

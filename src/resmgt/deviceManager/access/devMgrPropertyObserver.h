@@ -28,7 +28,7 @@ class ZVRESMGT_EXPORT DevMgrPropertyObserver : public RCBase<LkCounter<long>>
 public:
     /// Called on the manager's thread "DevMgr ANO", which serves all notifications of the manager. It should note the
     /// change and leave the reading to a thread of the client. It must not wait for a device, because a device that
-    /// waits for this thread would then wait for ever. It may attach observers, and detach itself and others. It must
+    /// waits for this thread would then never go on. It may attach observers, and detach itself and others. It must
     /// not destroy the property access or the manager, which fails an assertion.
     ///
     /// If it throws, the property's other observers are told all the same. The first exception then goes to the

@@ -62,7 +62,7 @@ struct DevSeqStatus
         RUNNING,  ///< from `start` on
         STOPPING, ///< the devices end in order
         ABORTING, ///< the devices that have not ended are aborted
-        ENDED     ///< no device is called any more
+        ENDED     ///< no device is called from now on
     };
 
     Phase phase = Phase::IDLE;
@@ -130,7 +130,7 @@ public:
     /// before.
     virtual void start() = 0;
     /// Blocks until every device is in lock. Returns false if the limit has passed. Throws `DevMgrEx::SeqDeviceFailed`
-    /// as soon as a device has failed or aborted, because the tree cannot lock any more, and
+    /// as soon as a device has failed or aborted, because the tree can no longer lock, and
     /// `DevMgrEx::SeqIllegalCall` if the sequence was not started, is being ended or has ended.
     virtual bool waitLocked(double seconds) = 0;
     /// Ends the sequence. The devices stop in order, the leaves first. A failed or aborted device does not keep the
@@ -155,13 +155,13 @@ public:
     /// Returns the status of this moment. Does not wait for any device.
     virtual DevSeqStatus getStatus() = 0;
     /// Sets the observer, which is told of every state of every device, in order, and of "_exc" if a device has failed.
-    /// Null stands for none.
+    /// Null means none.
     ///
     /// The observer is called on the supervisor's thread, without a lock that an operation of this class needs. So it
     /// may call `start`, `getStatus` and `setObserver`. It should return soon, because the devices wait for it. If it
-    /// throws, the exception is traced and stands in the status. If it does not return, it is treated as a device that
+    /// throws, the exception is traced and kept in the status. If it does not return, it is treated as a device that
     /// does not: `stop` and `abort` go on without it. If the destructor has left it behind, it must not use the
-    /// supervisor any more.
+    /// supervisor from then on.
     ///
     /// The last state of a device may be told after `stop`, `abort` or `wait` has returned. The former observer may
     /// still be in a call when this function returns.

@@ -32,7 +32,7 @@ public:
     ~DevMgrSyncSeqAccImp() noexcept(false) override
     {
         _tree->releaseWaiters();
-        // That thread may be in this tree for ever, with the tree's lock.
+        // That thread may hang in this tree, with the tree's lock.
         if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
             DevMgrLeftBehind::keep(_tree);
         bool const isDestroyedByItsOwnCallback = _tree->isDelivering();
@@ -74,7 +74,7 @@ public:
     void wait() override
     {
         if (_mediator->isClosed())
-            _tree->releaseWaiters(); // no device reports its end any more
+            _tree->releaseWaiters(); // no device reports its end from now on
         _tree->wait();
     }
     LiString getState(LiString const &name) override

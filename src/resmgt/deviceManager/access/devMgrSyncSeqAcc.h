@@ -72,7 +72,7 @@ public:
     /// Throws `DevMgrEx::NameNotFound` if the tree has no such device, and `RCEx::ExNullPtr` if it is empty.
     virtual LiString getState(LiString const &name) = 0;
     /// Gives the sequence an observer, which is told of every state that a device's machine comes to, or takes it away
-    /// if `observer` is null. When this has returned, the former observer is not called any more. An observer may call
+    /// if `observer` is null. When this has returned, the former observer is no longer called. An observer may call
     /// it. Blocks while an event of this tree is being delivered by another thread.
     virtual void setObserver(RCShdPtr<DevSeqObserver> observer) = 0;
     /// Returns why the device's machine has failed: `_exc`, `_ill`, or broken by an exception that is no `ExBase`.
