@@ -206,6 +206,8 @@ TEST(PlatformSignals, AThreadThatHasBlockedThemPastTheLibraryEndsAtItsNextServic
         for (;;)
             GetThreadPriority(GetCurrentThread());
     });
+    while (!Interlocked::loadAcquire(scene.rounds))
+        Sleep(0); // until it has left the service that said that it has begun
     Runner killer([&] { return TerminateThread(victim, 7); });
     // Neither the process nor what is asked of the victim waits for the killer.
     EXPECT_EQ(GetThreadPriority(victim), THREAD_PRIORITY_NORMAL);

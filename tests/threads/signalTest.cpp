@@ -55,18 +55,18 @@ TEST_F(ThreadSignals, CancelKillsAWaitingThreadThatHasBlockedThemAll)
 
 TEST_F(ThreadSignals, CancelOfAThreadThatCannotBeReachedHoldsUpNoOther)
 {
-    LkEvent ready("ready", false);
-    std::atomic<bool> isToGoOn{false}, isCanceled{false};
+    std::atomic<bool> isComputing{false}, isToGoOn{false}, isCanceled{false};
     ObjPtr<MtThread> const thread = makeThread("deaf", [&](TestProtocol &, MtThread *self) {
         blockAllSignalsPastTheLibrary();
         self->enableCancel();
-        ready.set();
+        isComputing = true; // not by a service, with whose end it could be killed
         while (!isToGoOn) {
         }
         LkEvent("never", false).wait();
     });
     thread->start();
-    ready.wait();
+    while (!isComputing)
+        std::this_thread::yield();
     std::thread canceller([&] {
         thread->cancel();
         isCanceled = true;
