@@ -8,7 +8,6 @@
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>
-#include <utility>
 
 namespace Zv {
 
@@ -60,15 +59,15 @@ public:
 
     /// Adds the element. Blocks while the container is full. An element that moves when it is copied is left empty. If
     /// the call throws before the element is in, the argument is as its copy or move has left it.
-    void produce(Element const &element) { performProduce(element); }
-    void produce(Element &&element) { performProduce(std::move(element)); }
+    void produce(Element const &element);
+    void produce(Element &&element);
     /// The same without waiting: false, with `element` untouched, when the container is full.
-    bool tryProduce(Element const &element) { return performTryProduce(element); }
-    bool tryProduce(Element &&element) { return performTryProduce(std::move(element)); }
+    bool tryProduce(Element const &element);
+    bool tryProduce(Element &&element);
     /// Adds the element, also if the container is full. Never waits. A thread that waits in `produce` goes on when there
     /// is room below the capacity again. The caller must bound the number of such elements by other means.
-    void admit(Element const &element) { performAdmit(element); }
-    void admit(Element &&element) { performAdmit(std::move(element)); }
+    void admit(Element const &element);
+    void admit(Element &&element);
 
     /// Takes the next element; waits while there is none.
     [[nodiscard]] Element consume();

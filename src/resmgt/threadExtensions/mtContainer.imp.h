@@ -108,6 +108,42 @@ void MtContainer<Container, Adapter>::setObserver(RCShdPtr<Observer> const &obse
 }
 
 template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::produce(Element const &element)
+{
+    performProduce(element);
+}
+
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::produce(Element &&element)
+{
+    performProduce(std::move(element));
+}
+
+template <class Container, class Adapter>
+bool MtContainer<Container, Adapter>::tryProduce(Element const &element)
+{
+    return performTryProduce(element);
+}
+
+template <class Container, class Adapter>
+bool MtContainer<Container, Adapter>::tryProduce(Element &&element)
+{
+    return performTryProduce(std::move(element));
+}
+
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::admit(Element const &element)
+{
+    performAdmit(element);
+}
+
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::admit(Element &&element)
+{
+    performAdmit(std::move(element));
+}
+
+template <class Container, class Adapter>
 template <class Source>
 void MtContainer<Container, Adapter>::performProduce(Source &&element)
 {
