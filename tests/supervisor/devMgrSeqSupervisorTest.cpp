@@ -461,6 +461,16 @@ TEST(Supervisor, ObserverIsToldOfEachStateInOrder)
                            "root abort", "root final"}));
 }
 
+TEST(Supervisor, ShorterLimitBringsTheTurnsOfTheDevicesForward)
+{
+    Stage stage("( root ( a ) )");
+    stage["a"].manners["abort"] = Manner::SILENT;
+    stage.run();
+    auto const patient = std::async(std::launch::async, [&] { stage.supervisor->abort(LONG); });
+    stage.world->waitFor("abort a");
+    EXPECT_EQ(endsOf(stage.supervisor->abort(1)), "aborted silent");
+}
+
 TEST(Supervisor, ObserverIsToldOfTheFailureOfADevice)
 {
     class FailureObserver : public DevSeqObserver

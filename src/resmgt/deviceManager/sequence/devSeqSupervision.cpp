@@ -482,8 +482,10 @@ void DevSeqSupervision::shortenLimits(double now, double seconds, double abortSe
 {
     _stopEnd = std::min(_stopEnd, now + seconds);
     _abortSeconds = std::min(_abortSeconds, abortSeconds);
-    if (_phase == Phase::ABORTING)
+    if (_phase == Phase::ABORTING) {
         _abortEnd = std::min(_abortEnd, now + seconds + abortSeconds);
+        wakeRunner(); // the turns of the devices come earlier
+    }
 }
 
 /// Brings the sequence to its end, within the limits of this caller at the latest.
