@@ -164,7 +164,7 @@ void bury()
     }
     while (thread) {
         Thread *next = thread->nextFree;
-        // A sanitizer takes a thread that ended without its knowledge for running, and would wait for ever.
+        // A sanitizer believes that a thread still runs if it ended without its knowledge. A join would never return.
 #ifndef ZV_SANITIZED
         ::pthread_join(thread->pthread, nullptr);
 #endif

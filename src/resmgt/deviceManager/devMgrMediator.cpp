@@ -143,7 +143,7 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
         report.devices.reserve(devices.size());
         Interlocked::storeRelease(_isClosed, true);
     }
-    // The thread first: then no observer and no sequence is called any more, and no device waits for room in its queue.
+    // The thread ends first. Then it calls no observer and no sequence, and no device waits for room in its queue.
     try {
         report.isThreadLeftBehind = !_thread->end(seconds / 2);
     } catch (...) { // nothing has been done

@@ -192,7 +192,7 @@ void DevMgrThread::end()
     _fifo->close();
 }
 
-/// The queue may be full of what the thread cannot execute any more.
+/// The queue may be full, and the thread may hang and never make room.
 void DevMgrThread::sendClose()
 {
     DevANOQueueEntry entry(_close);

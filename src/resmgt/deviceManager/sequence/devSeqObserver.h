@@ -14,7 +14,7 @@ namespace Zv {
 ///
 /// Both functions are called under the tree's lock, on the thread that delivers the event: a client's in `start` or
 /// `stop`, else "DevMgr ANO". They must not wait, and must not start or stop the sequence. They may ask for states and
-/// failures, and may replace the observer: the former one is not called any more then. They must not destroy the
+/// failures, and may replace the observer: the former one is no longer called then. They must not destroy the
 /// sequence access or the manager. That fails an assertion, and leaves the devices open for the rest of the process.
 ///
 /// If a function throws, the exception is written to the trace, and the delivery goes on: no event is lost, and the

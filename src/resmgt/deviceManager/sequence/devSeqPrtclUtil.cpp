@@ -57,7 +57,7 @@ private:
                 --reports->_nbWaiting;
         }
 
-        RCShdPtr<Reports> _reports; // until the report does not count any more
+        RCShdPtr<Reports> _reports; // null when the report no longer counts
         ObjPtr<DevClonableANO> _ano;
     };
 

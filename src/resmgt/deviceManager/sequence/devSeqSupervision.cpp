@@ -50,7 +50,7 @@ enum State : std::int32_t
 constexpr char const *STATE_NAMES[] = {"init", "start",   "wsr", "ready", "wml",   "sync",
                                        "lock", "recover", "wss", "stop",  "abort", "final"};
 
-/// Thrown into the machines when they must not call devices any more.
+/// Thrown into the machines when they must no longer call devices.
 class Abandoned final : public ExBase
 {
 public:
@@ -71,7 +71,7 @@ double checkedLimit(double seconds)
     return seconds > 0 ? std::min(seconds, LONGEST_LIMIT) : 0;
 }
 
-/// The reason of a failure. Null stands for a completion that was destroyed.
+/// The reason of a failure. Null means that a completion was destroyed.
 LiString describe(std::exception_ptr const &failure)
 {
     if (!failure)
@@ -240,7 +240,7 @@ public:
         : _supervision(&supervision), _number(number)
     {}
 
-    // The thread of a runner that was left behind keeps this object for ever, but not the sequence.
+    // The thread of a runner that was left behind keeps this object, but not the sequence.
     void performExecute(MtThread *) override
     {
         RCShdPtr<DevSeqSupervision> const supervision(std::move(_supervision));
@@ -696,7 +696,7 @@ void DevSeqSupervision::run(unsigned runner)
     }
 }
 
-/// Blocks until there is something to do. Returns false if the runner is not needed any more.
+/// Blocks until there is something to do. Returns false if the runner is no longer needed.
 bool DevSeqSupervision::next(unsigned runner, Task &task)
 {
     Guard const guard(_lock);
@@ -1021,7 +1021,7 @@ bool DevSeqSupervision::takeReport(std::size_t number, Report report, Task &task
                                : device.step == ABORT ? DevSeqEv::ABORTED
                                                       : DevSeqEv::READY;
     if (report == COMPLETED && (device.hasFailed || !device.isAnswered))
-        return false; // of a step that no machine waits for any more
+        return false; // of a step that no machine waits for now
     if (device.life != Life::STARTED || device.hasFailed ||
         !DevSeqSMTable::getInstance().isLegal(device.state, event)) {
         refuse(number, report);
@@ -1098,7 +1098,7 @@ bool DevSeqSupervision::nextOfLostParent(Task &task)
     return false;
 }
 
-/// A lost device counts for its parent as stopped when none of its subtree runs any more.
+/// A lost device counts for its parent as stopped when nothing in its subtree runs.
 bool DevSeqSupervision::nextOfLostChild(Task &task)
 {
     for (Device &device : _devices)

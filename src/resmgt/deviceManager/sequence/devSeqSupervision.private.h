@@ -23,7 +23,7 @@ namespace Zv {
 ///
 /// Before the abort, the machines of the tree decide which device is called. In the abort they are not used, and the
 /// runner calls the devices directly. If the runner hangs in a device, a client that waits for the abort replaces it.
-/// The new runner never touches the tree, whose lock the former one may hold for ever.
+/// The new runner never touches the tree, whose lock the former one may never release.
 ///
 /// The limits are kept by the clients that wait.
 ///
@@ -130,7 +130,7 @@ private:
         bool isRecoveryDeferred = false;
         bool isAbortCalled = false;
         bool isLost = false;    // has failed or was told to abort
-        bool isSettled = false; // its parent does not wait for its end any more
+        bool isSettled = false; // its parent no longer waits for its end
         bool isMarked = false;  // for a walk through the tree
     };
 
