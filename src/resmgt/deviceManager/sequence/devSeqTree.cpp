@@ -151,7 +151,7 @@ private:
 class DevSeqTree::Turn final : private DevSeqSM::Listener
 {
 public:
-    /// `current` is where the tree keeps who takes replaced observers. A delivery that an observer begins within
+    /// `current` is the tree's pointer to the list that takes replaced observers. A delivery that an observer begins within
     /// another one leaves them to that one.
     Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current, unsigned long &deliverer,
          Replaced &replaced, std::optional<DevMgrFailure> &failure)

@@ -74,8 +74,8 @@ public:
     /// Returns why the device's machine has failed, empty if it has not. Throws `DevMgrEx::NameNotFound`.
     std::optional<DevMgrFailure> getFailure(LiString const &name) ZV_EXCLUDES(_lock);
 
-    /// Gives the tree another observer, or none if it is null. When this has returned, the former one is not called
-    /// any more. Blocks while an event is being delivered.
+    /// Gives the tree another observer, or none if it is null. When this has returned, the former one is no longer
+    /// called. Blocks while an event is being delivered.
     void setObserver(RCShdPtr<DevSeqObserver> const &observer) ZV_EXCLUDES(_lock);
     /// Returns whether the calling thread is delivering an event of this tree, as it is in an observer's or a device's
     /// function that the tree calls. Does not block.
@@ -99,7 +99,7 @@ public:
     void write(std::ostream &stream) const;
 
 protected:
-    /// Waits for the report that is being delivered; later ones reach nobody. Does what `releaseWaiters` does.
+    /// Waits for the report that is being delivered. Later ones are dropped. Does what `releaseWaiters` does.
     ~DevSeqTree() override;
 
 private:
