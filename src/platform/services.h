@@ -5,7 +5,7 @@
 // the few utilities that name a service see this header.
 #pragma once
 
-#include "platform/types.h"
+#include "zvbase/platform/types.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // The lock of the base library itself.
 #pragma once
 
-#include "platform/interlocked.h"
-#include "platform/types.h"
+#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>

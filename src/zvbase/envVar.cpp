@@ -1,8 +1,8 @@
 #include "zvbase/envVar.h"
 
-#include "platform/interlocked.h"
 #include "zvbase/baseLock.private.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <charconv>
 #include <cstdlib>

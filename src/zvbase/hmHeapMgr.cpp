@@ -1,6 +1,6 @@
 #include "zvbase/hmHeapMgr.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <cstdlib>
 

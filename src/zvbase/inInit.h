@@ -1,8 +1,8 @@
 // A package and its place among the others, written down as a tag.
 #pragma once
 
-#include "platform/interlocked.h"
 #include "zvbase/inPackage.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

@@ -1,12 +1,12 @@
 #include "zvbase/inPackage.h"
 
-#include "platform/interlocked.h"
 #include "zvbase/baseLock.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/immortal.h"
 #include "zvbase/inInit.h"
 #include "zvbase/inPackageRun.private.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/interlocked.h"
 #include "zvbase/typeName.h"
 
 #include <algorithm>

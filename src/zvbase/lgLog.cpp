@@ -1,9 +1,9 @@
 #include "zvbase/lgLog.h"
 
-#include "platform/interlocked.h"
 #include "zvbase/lgLogImp.private.h"
 #include "zvbase/lgQueueImp.private.h"
 #include "zvbase/lgReader.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 // The memory of a queue: lines in a ring, from one writing thread to one reader at a time.
 #pragma once
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <cstddef>
 #include <cstdint>

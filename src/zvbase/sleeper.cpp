@@ -1,8 +1,8 @@
 #include "zvbase/sleeper.h"
 
-#include "platform/interlocked.h"
 #include "platform/services.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

@@ -1,8 +1,8 @@
 // Named switches of the trace.
 #pragma once
 
-#include "platform/interlocked.h"
 #include "zvbase/export.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <cstddef>
 

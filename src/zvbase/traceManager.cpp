@@ -1,10 +1,10 @@
 #include "zvbase/traceManager.h"
 
-#include "platform/interlocked.h"
 #include "platform/services.h"
 #include "zvbase/baseLock.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgTrace.h"
+#include "zvbase/platform/interlocked.h"
 #include "zvbase/traceTags.private.h"
 
 namespace Zv {

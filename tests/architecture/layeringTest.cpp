@@ -121,7 +121,10 @@ bool isOwn(std::string const &included)
            startsWith(included, "platform/");
 }
 
-/// What the platform has in folders is its own affair.
+/// The public headers of the platform layer. They are installed with those of the base library.
+char const platformHeaders[] = "zvbase/platform/";
+
+/// True for the files below `platform/`: nothing outside the platform layer includes them.
 bool isInner(std::string const &file)
 {
     return startsWith(file, "platform/") && file.find('/', std::strlen("platform/")) != file.npos;
@@ -130,9 +133,10 @@ bool isInner(std::string const &file)
 /// Why a file may not include another; empty when it may.
 std::string objection(std::string const &file, std::string const &included)
 {
-    if (startsWith(file, "platform/"))
-        return startsWith(included, "platform/") ? ""
-                                                 : "the platform stands on nothing of the library";
+    if (startsWith(file, "platform/") || startsWith(file, platformHeaders))
+        return startsWith(included, "platform/") || startsWith(included, platformHeaders)
+                   ? ""
+                   : "the platform layer includes nothing else of the library";
     if (isInner(included))
         return "the services are reached through platform/services.h";
     if (startsWith(file, "zvbase/"))

@@ -1,5 +1,5 @@
 #include "conformance/conformance.h"
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Conformance {
 

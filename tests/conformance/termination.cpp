@@ -1,6 +1,6 @@
 // Threads that are ended from outside. Nothing of a victim's stack is unwound, so that it owns nothing.
 #include "conformance/conformance.h"
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Conformance {
 

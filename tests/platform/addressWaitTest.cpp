@@ -1,6 +1,6 @@
 #include "platform/platformTest.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <atomic>
 

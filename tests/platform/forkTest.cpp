@@ -1,8 +1,8 @@
 // What the child of a fork may do with the services.
 #include "platform/platformTest.h"
 
-#include "platform/interlocked.h"
 #include "threadExtensions/asleep.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <atomic>
 #include <cstdlib>

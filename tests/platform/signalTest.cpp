@@ -1,7 +1,7 @@
 // Ends of threads that have blocked signals, and what becomes of the application's own signals.
 #include "platform/platformTest.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <csignal>
 #include <pthread.h>

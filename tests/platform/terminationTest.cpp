@@ -3,7 +3,7 @@
 // system's, which a system may not get back from the dead.
 #include "platform/platformTest.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <atomic>
 

@@ -1,7 +1,7 @@
 // Each kind of finding, by the smallest program that has one.
 #include "simulated/scenario.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <csignal>
 #include <fcntl.h>

@@ -1,7 +1,7 @@
 // The scheduler on programs whose faults are known: each has to be found within a number of schedules.
 #include "simulated/scenario.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 using namespace Zv::Simulated;
 namespace Interlocked = ZvPlatform::Interlocked;

@@ -4,7 +4,7 @@
 // line, which begin from the start.
 #pragma once
 
-#include "platform/types.h"
+#include "zvbase/platform/types.h"
 
 #include <atomic>
 

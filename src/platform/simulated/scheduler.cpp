@@ -1,6 +1,6 @@
 #include "platform/simulated/scheduler.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <climits>
 #include <cstdarg>

@@ -1,8 +1,8 @@
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/threads/mtThreadFactory.h"
+#include "zvbase/platform/interlocked.h"
 #include "zvbase/sleeper.h"
 
 namespace Zv {

@@ -1,6 +1,6 @@
 #include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

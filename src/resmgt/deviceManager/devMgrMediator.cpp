@@ -1,6 +1,5 @@
 #include "resmgt/deviceManager/devMgrMediator.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrLeftBehind.private.h"
@@ -9,6 +8,7 @@
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/platform/interlocked.h"
 #include "zvbase/sleeper.h"
 
 #include <algorithm>

@@ -1,6 +1,5 @@
 #include "resmgt/deviceManager/devMgrThread.private.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/deviceManager/devMgrFailure.private.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/deviceProtocol/devReceiverWait.h"
@@ -8,6 +7,7 @@
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 #include "zvbase/threadAnnotations.h"
 #include "zvbase/trace.h"
 

@@ -1,9 +1,9 @@
 #include "resmgt/deviceProtocol/devANOFifo.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <cstdint>
 #include <utility>

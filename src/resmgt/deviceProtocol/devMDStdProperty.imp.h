@@ -1,11 +1,11 @@
 // Bodies of the standard properties. Included where they are instantiated.
 #pragma once
 
-#include "platform/interlocked.h"
 #include "resmgt/deviceProtocol/devMDStdProperty.h"
 #include "resmgt/deviceProtocol/devMDStdPropertyGetACO.h"
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <exception>
 

@@ -1,7 +1,7 @@
 #include "resmgt/deviceProtocol/devMDStdPropertyObserver.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/locks/lkGuard.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <utility>
 

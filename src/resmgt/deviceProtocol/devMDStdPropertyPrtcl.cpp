@@ -1,10 +1,10 @@
 #include "resmgt/deviceProtocol/devMDStdPropertyPrtcl.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/deviceProtocol/devMDStdIterator.private.h"
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

@@ -1,6 +1,6 @@
 #include "resmgt/deviceProtocol/devMDStdStream.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

@@ -1,8 +1,8 @@
 #include "resmgt/deviceProtocol/devMDStdThreadProtocol.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/exBase.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

@@ -1,7 +1,7 @@
 #include "resmgt/literals/liString.h"
 
-#include "platform/interlocked.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,8 +1,8 @@
 // The platform form of LkCondVar.
 #pragma once
 
-#include "platform/types.h"
 #include "resmgt/export.h"
+#include "zvbase/platform/types.h"
 
 #include <cstdint>
 #include <iosfwd>

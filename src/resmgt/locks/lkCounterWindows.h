@@ -1,7 +1,7 @@
 // The platform form of LkCounter<long>.
 #pragma once
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <cstdint>
 

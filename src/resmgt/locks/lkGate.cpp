@@ -1,7 +1,7 @@
 #include "resmgt/locks/lkGate.h"
 
-#include "platform/interlocked.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <ostream>
 

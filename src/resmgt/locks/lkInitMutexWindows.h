@@ -1,8 +1,8 @@
 // The process-wide lock under which a singleton is made.
 #pragma once
 
-#include "platform/types.h"
 #include "resmgt/export.h"
+#include "zvbase/platform/types.h"
 
 #include <typeinfo>
 

@@ -1,9 +1,9 @@
 // The platform form of LkLock.
 #pragma once
 
-#include "platform/interlocked.h"
-#include "platform/types.h"
 #include "resmgt/export.h"
+#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/types.h"
 
 #include <iosfwd>
 

@@ -1,9 +1,9 @@
 // The platform forms of LkNamedSema and LkUnnamedSema.
 #pragma once
 
-#include "platform/types.h"
 #include "resmgt/export.h"
 #include "resmgt/locks/lkSemaTypes.h"
+#include "zvbase/platform/types.h"
 
 namespace Zv {
 

@@ -1,8 +1,8 @@
 #include "resmgt/locks/lkRecLockWindows.h"
 
-#include "platform/interlocked.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkThreadId.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <ostream>
 

@@ -1,8 +1,8 @@
 // The platform form of LkRecLock.
 #pragma once
 
-#include "platform/types.h"
 #include "resmgt/export.h"
+#include "zvbase/platform/types.h"
 
 #include <iosfwd>
 

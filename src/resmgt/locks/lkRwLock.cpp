@@ -1,6 +1,6 @@
 #include "resmgt/locks/lkRwLock.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <ostream>
 

@@ -1,6 +1,6 @@
 #include "resmgt/locks/lkSema.h"
 
-#include "platform/interlocked.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

@@ -1,8 +1,8 @@
 // One object of a class for the whole process.
 #pragma once
 
-#include "platform/interlocked.h"
 #include "resmgt/export.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

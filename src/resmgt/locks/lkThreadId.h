@@ -1,8 +1,8 @@
 // The identity of a thread.
 #pragma once
 
-#include "platform/types.h"
 #include "resmgt/export.h"
+#include "zvbase/platform/types.h"
 
 #include <iosfwd>
 

@@ -1,10 +1,10 @@
 #include "resmgt/syncEngine/seClientThread.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

@@ -1,8 +1,8 @@
 #include "resmgt/threadExtensions/mtAlarmHandle.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

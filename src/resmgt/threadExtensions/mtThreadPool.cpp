@@ -1,10 +1,10 @@
 #include "resmgt/threadExtensions/mtThreadPool.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadProtocol.h"
 #include "resmgt/threads/priorityRelation.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <cstdio>
 #include <exception>

@@ -1,6 +1,5 @@
 #include "resmgt/threads/mtLogger.private.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkThreadId.h"
@@ -14,6 +13,7 @@
 #include "zvbase/firstFailure.private.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgReader.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <cassert>
 #include <cstdint>

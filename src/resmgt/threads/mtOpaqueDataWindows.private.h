@@ -1,8 +1,8 @@
 // A slot of the system's thread-local storage.
 #pragma once
 
-#include "platform/types.h"
 #include "resmgt/threads/mtOpaqueDataImp.private.h"
+#include "zvbase/platform/types.h"
 
 namespace Zv {
 

@@ -1,9 +1,9 @@
 #include "resmgt/threads/mtThread.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtSpecificDataRegistry.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 

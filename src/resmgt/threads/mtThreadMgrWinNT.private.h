@@ -1,8 +1,8 @@
 // The thread manager of the platform's services.
 #pragma once
 
-#include "platform/types.h"
 #include "resmgt/threads/mtThreadMgrImp.private.h"
+#include "zvbase/platform/types.h"
 
 namespace Zv {
 

@@ -1,6 +1,5 @@
 #include "resmgt/threads/mtThreadWindows.private.h"
 
-#include "platform/interlocked.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtEx.h"
@@ -15,6 +14,7 @@
 #include "zvbase/lgLog.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgTrace.h"
+#include "zvbase/platform/interlocked.h"
 #include "zvbase/trace.h"
 
 #include <algorithm>

@@ -1,7 +1,6 @@
 // The thread of the platform's services.
 #pragma once
 
-#include "platform/types.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/locks/lkRecLock.h"
@@ -9,6 +8,7 @@
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadPriority.h"
 #include "zvbase/exBase.h"
+#include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <exception>

@@ -1,6 +1,5 @@
 #include "resmgt/threads/priorityMgr.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityClients.private.h"
@@ -9,6 +8,7 @@
 #include "resmgt/threads/priorityRingSolver.private.h"
 #include "resmgt/threads/prioritySolver.private.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <new>
 #include <ostream>

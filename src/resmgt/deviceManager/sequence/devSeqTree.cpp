@@ -1,11 +1,11 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 
-#include "platform/interlocked.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/platform/interlocked.h"
 #include "zvbase/trace.h"
 
 #include <ostream>

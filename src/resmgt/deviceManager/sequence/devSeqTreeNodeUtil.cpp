@@ -1,7 +1,7 @@
 #include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
 
-#include "platform/interlocked.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
 
 namespace Zv {
 
