@@ -6,261 +6,134 @@ namespace Zv {
 
 namespace {
 
-/// What all transitions of one node work on.
-class SeqTransBase
+/// What the transitions of one node work on.
+struct Node
 {
-public:
-    SeqTransBase(RCShdPtr<DevSeqEvPend> const &evPend, RCShdPtr<DevSeqTreeNodeUtil> const &nodeUtil,
-                 RCShdPtr<DevSeqPrtclUtil> const &prtclUtil)
-        : _evPend(evPend), _nodeUtil(nodeUtil), _prtclUtil(prtclUtil)
-    {}
-    SeqTransBase(SeqTransBase const &) = delete;
-    SeqTransBase &operator=(SeqTransBase const &) = delete;
-
-protected:
-    virtual ~SeqTransBase() noexcept(false) = 0;
-
-    bool hasChildren() const { return _nodeUtil->getNbChildren() != 0; }
-    void sendToChildrenIfAny(std::int32_t event)
+    bool isRoot() const { return !util->hasParent(); }
+    bool isLeaf() const { return util->getNbChildren() == 0; }
+    void sendToParent(std::int32_t event) const
     {
-        if (hasChildren())
-            _nodeUtil->sendToChildren(event);
+        if (!isRoot())
+            util->sendToParent(event);
     }
-    void sendToParentIfAny(std::int32_t event)
+    void sendToChildren(std::int32_t event) const
     {
-        if (_nodeUtil->hasParent())
-            _nodeUtil->sendToParent(event);
+        if (!isLeaf())
+            util->sendToChildren(event);
     }
 
-    RCShdPtr<DevSeqEvPend> _evPend;
-    RCShdPtr<DevSeqTreeNodeUtil> _nodeUtil;
-    RCShdPtr<DevSeqPrtclUtil> _prtclUtil;
+    RCShdPtr<DevSeqEvPend> parked;
+    RCShdPtr<DevSeqTreeNodeUtil> util;
+    RCShdPtr<DevSeqPrtclUtil> device;
 };
 
-SeqTransBase::~SeqTransBase() noexcept(false) = default;
-
-template <class Name>
-class SeqTrans final : public DevSMTransition, public SeqTransBase
-{
-public:
-    template <class... References>
-    explicit SeqTrans(LiString const &name, References const &...references)
-        : DevSMTransition(name), SeqTransBase(references...)
-    {}
-
-    void execute() override;
-};
-
-template <class Name>
-class SeqCondTrans final : public DevSMConditionalTransition, public SeqTransBase
-{
-public:
-    template <class... References>
-    explicit SeqCondTrans(LiString const &name, References const &...references)
-        : DevSMConditionalTransition(name), SeqTransBase(references...)
-    {}
-
-    void execute() override;
-    bool condition() override;
-};
-
-/// A tag for each transition.
-struct SeqTransName
-{
-    struct Start;
-    struct Psready;
-    struct Wsr;
-    struct Wsrret;
-    struct Ready;
-    struct Wml;
-    struct Sync;
-    struct Lock;
-    struct Recover;
-    struct Wss;
-    struct Wssret;
-    struct Stop;
-    struct Pstop;
-    struct Stopped;
-    struct Abort;
-    struct Aborted;
-    struct Ignore;
-};
-
-template <>
-void SeqTrans<SeqTransName::Start>::execute()
-{
-    _prtclUtil->start();
-    sendToChildrenIfAny(DevSeqEv::START);
-}
-
-template <>
-void SeqTrans<SeqTransName::Psready>::execute()
-{
-    _evPend->addEvent(DevSeqEv::SREADY);
-}
-
-template <>
-void SeqTrans<SeqTransName::Wsr>::execute()
-{
-    _nodeUtil->setSreadyCount(0);
-    _evPend->release();
-}
-
-template <>
-void SeqCondTrans<SeqTransName::Wsrret>::execute()
-{
-    _nodeUtil->setSreadyCount(_nodeUtil->getSreadyCount() + 1);
-}
-
-// Asked before this child is counted: the last one is not waited for any more.
-template <>
-bool SeqCondTrans<SeqTransName::Wsrret>::condition()
-{
-    return _nodeUtil->getNbChildren() != _nodeUtil->getSreadyCount() + 1;
-}
-
-template <>
-void SeqCondTrans<SeqTransName::Ready>::execute()
-{
-    _nodeUtil->setLatency(_prtclUtil->getLatency());
-    sendToParentIfAny(DevSeqEv::SREADY);
-    _nodeUtil->sendToSelf(DevSeqEv::PROCEED);
-}
-
-template <>
-bool SeqCondTrans<SeqTransName::Ready>::condition()
-{
-    return !hasChildren();
-}
-
-template <>
-void SeqTrans<SeqTransName::Wml>::execute()
-{}
-
-template <>
-void SeqCondTrans<SeqTransName::Sync>::execute()
-{
-    if (_nodeUtil->hasParent())
-        _prtclUtil->sync(_nodeUtil->getParentMark());
-    else
-        _prtclUtil->sync(_nodeUtil->getMaxLatency());
-}
-
-template <>
-bool SeqCondTrans<SeqTransName::Sync>::condition()
-{
-    return !_nodeUtil->hasParent();
-}
-
-template <>
-void SeqTrans<SeqTransName::Lock>::execute()
-{
-    _nodeUtil->setMark(_prtclUtil->getMark());
-    sendToChildrenIfAny(DevSeqEv::MLOCK);
-    _evPend->release();
-}
-
-template <>
-void SeqTrans<SeqTransName::Recover>::execute()
-{
-    _prtclUtil->recover();
-    sendToChildrenIfAny(DevSeqEv::RECOVER);
-}
-
-template <>
-void SeqTrans<SeqTransName::Wss>::execute()
-{
-    sendToChildrenIfAny(DevSeqEv::STOP);
-    _nodeUtil->setSstoppedCount(0);
-    _evPend->release();
-}
-
-template <>
-void SeqCondTrans<SeqTransName::Wssret>::execute()
-{
-    _nodeUtil->setSstoppedCount(_nodeUtil->getSstoppedCount() + 1);
-}
-
-// Asked before this child is counted: the last one is not waited for any more.
-template <>
-bool SeqCondTrans<SeqTransName::Wssret>::condition()
-{
-    return _nodeUtil->getNbChildren() != _nodeUtil->getSstoppedCount() + 1;
-}
-
-template <>
-void SeqCondTrans<SeqTransName::Stop>::execute()
-{
-    _prtclUtil->stop();
-}
-
-template <>
-bool SeqCondTrans<SeqTransName::Stop>::condition()
-{
-    return !hasChildren();
-}
-
-template <>
-void SeqTrans<SeqTransName::Pstop>::execute()
-{
-    _evPend->addEvent(DevSeqEv::STOP);
-}
-
-template <>
-void SeqTrans<SeqTransName::Stopped>::execute()
-{
-    sendToParentIfAny(DevSeqEv::SSTOPPED);
-    _nodeUtil->postDone();
-}
-
-template <>
-void SeqTrans<SeqTransName::Abort>::execute()
-{
-    _prtclUtil->abort();
-}
-
-template <>
-void SeqTrans<SeqTransName::Aborted>::execute()
-{
-    _nodeUtil->postDone();
-}
-
-template <>
-void SeqTrans<SeqTransName::Ignore>::execute()
-{}
-
-template <class Transition>
-DevSMTransition *make(LiString const &name, RCShdPtr<DevSeqEvPend> const &evPend,
-                      RCShdPtr<DevSeqTreeNodeUtil> const &nodeUtil,
-                      RCShdPtr<DevSeqPrtclUtil> const &prtclUtil)
-{
-    return new Transition(name, evPend, nodeUtil, prtclUtil);
-}
-
-struct Maker
+/// A transition of the machine. One of several for the same state and event has a condition, unless
+/// it is the last of them.
+struct Transition
 {
     char const *name;
-    decltype(&make<SeqTrans<SeqTransName::Start>>) make;
+    void (*execute)(Node const &);
+    bool (*condition)(Node const &) = nullptr;
 };
 
-constexpr Maker makers[] = {
-    {"start", make<SeqTrans<SeqTransName::Start>>},
-    {"psready", make<SeqTrans<SeqTransName::Psready>>},
-    {"wsr", make<SeqTrans<SeqTransName::Wsr>>},
-    {"wsrret", make<SeqCondTrans<SeqTransName::Wsrret>>},
-    {"ready", make<SeqCondTrans<SeqTransName::Ready>>},
-    {"wml", make<SeqTrans<SeqTransName::Wml>>},
-    {"sync", make<SeqCondTrans<SeqTransName::Sync>>},
-    {"lock", make<SeqTrans<SeqTransName::Lock>>},
-    {"recover", make<SeqTrans<SeqTransName::Recover>>},
-    {"wss", make<SeqTrans<SeqTransName::Wss>>},
-    {"wssret", make<SeqCondTrans<SeqTransName::Wssret>>},
-    {"stop", make<SeqCondTrans<SeqTransName::Stop>>},
-    {"pstop", make<SeqTrans<SeqTransName::Pstop>>},
-    {"stopped", make<SeqTrans<SeqTransName::Stopped>>},
-    {"abort", make<SeqTrans<SeqTransName::Abort>>},
-    {"aborted", make<SeqTrans<SeqTransName::Aborted>>},
-    {"ignore", make<SeqTrans<SeqTransName::Ignore>>},
+void doNothing(Node const &) {}
+
+constexpr Transition transitions[] = {
+    {"start",
+     [](Node const &node) {
+         node.device->start();
+         node.sendToChildren(DevSeqEv::START);
+     }},
+    {"psready", [](Node const &node) { node.parked->addEvent(DevSeqEv::SREADY); }},
+    {"wsr",
+     [](Node const &node) {
+         node.util->setSreadyCount(0);
+         node.parked->release();
+     }},
+    {"wsrret", [](Node const &node) { node.util->setSreadyCount(node.util->getSreadyCount() + 1); },
+     // The condition is checked before this child is counted. The last child takes "ready".
+     [](Node const &node) {
+         return node.util->getNbChildren() != node.util->getSreadyCount() + 1;
+     }},
+    {"ready",
+     [](Node const &node) {
+         node.util->setLatency(node.device->getLatency());
+         node.sendToParent(DevSeqEv::SREADY);
+         node.util->sendToSelf(DevSeqEv::PROCEED);
+     },
+     [](Node const &node) { return node.isLeaf(); }},
+    {"wml", doNothing},
+    {"sync",
+     [](Node const &node) {
+         if (node.isRoot())
+             node.device->sync(node.util->getMaxLatency());
+         else
+             node.device->sync(node.util->getParentMark());
+     },
+     [](Node const &node) { return node.isRoot(); }},
+    {"lock",
+     [](Node const &node) {
+         node.util->setMark(node.device->getMark());
+         node.sendToChildren(DevSeqEv::MLOCK);
+         node.parked->release();
+     }},
+    {"recover",
+     [](Node const &node) {
+         node.device->recover();
+         node.sendToChildren(DevSeqEv::RECOVER);
+     }},
+    {"wss",
+     [](Node const &node) {
+         node.sendToChildren(DevSeqEv::STOP);
+         node.util->setSstoppedCount(0);
+         node.parked->release();
+     }},
+    {"wssret",
+     [](Node const &node) { node.util->setSstoppedCount(node.util->getSstoppedCount() + 1); },
+     // The condition is checked before this child is counted. The last child takes "stop".
+     [](Node const &node) {
+         return node.util->getNbChildren() != node.util->getSstoppedCount() + 1;
+     }},
+    {"stop", [](Node const &node) { node.device->stop(); },
+     [](Node const &node) { return node.isLeaf(); }},
+    {"pstop", [](Node const &node) { node.parked->addEvent(DevSeqEv::STOP); }},
+    {"stopped",
+     [](Node const &node) {
+         node.sendToParent(DevSeqEv::SSTOPPED);
+         node.util->postDone();
+     }},
+    {"abort", [](Node const &node) { node.device->abort(); }},
+    {"aborted", [](Node const &node) { node.util->postDone(); }},
+    {"ignore", doNothing},
+};
+
+class SeqTransition final : public DevSMTransition
+{
+public:
+    SeqTransition(Transition const &transition, Node const &node)
+        : DevSMTransition(transition.name), _transition(transition), _node(node)
+    {}
+
+    void execute() override { _transition.execute(_node); }
+
+private:
+    Transition const &_transition;
+    Node _node;
+};
+
+class SeqConditionalTransition final : public DevSMConditionalTransition
+{
+public:
+    SeqConditionalTransition(Transition const &transition, Node const &node)
+        : DevSMConditionalTransition(transition.name), _transition(transition), _node(node)
+    {}
+
+    void execute() override { _transition.execute(_node); }
+    bool condition() override { return _transition.condition(_node); }
+
+private:
+    Transition const &_transition;
+    Node _node;
 };
 
 } // namespace
@@ -275,9 +148,14 @@ DevSeqTransFactory::~DevSeqTransFactory() = default;
 
 RCShdPtr<DevSMTransition> DevSeqTransFactory::create(LiString const &name)
 {
-    for (Maker const &maker : makers)
-        if (name == maker.name)
-            return maker.make(name, _evPend, _nodeUtil, _prtclUtil);
+    Node const node{_evPend, _nodeUtil, _prtclUtil};
+    for (Transition const &transition : transitions) {
+        if (name != transition.name)
+            continue;
+        if (transition.condition)
+            return makeShd<SeqConditionalTransition>(transition, node);
+        return makeShd<SeqTransition>(transition, node);
+    }
     return nullptr;
 }
 
