@@ -2,7 +2,6 @@
 
 #include "allocations.h"
 #include "resmgt/deviceProtocol/devMDStdStream.h"
-#include "resmgt/deviceProtocol/devMDStdStreamPrtcl.h"
 #include "resmgt/locks/lkSema.h"
 #include "threadExtensions/asleep.h"
 

@@ -3,7 +3,7 @@
 #include "aborted.h"
 #include "allocations.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
-#include "resmgt/deviceProtocol/devACO.h"
+#include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/mtPriorityMgr.h"

@@ -1,7 +1,7 @@
 #include "fuzzing.h"
 
 #include "resmgt/deviceManager.h"
-#include "resmgt/deviceManager/access/propertyConfigParser.private.h"
+#include "resmgt/deviceManager/access/configParsers.private.h"
 
 using namespace Zv;
 

@@ -1,7 +1,6 @@
 #include "resmgt/deviceManager/devMgrFifo.h"
 
 #include "recordingDevice.h"
-#include "resmgt/deviceManager/devMgrACO.h"
 #include "zvbase/assertions.h"
 #include "zvbase/rcEx.h"
 
@@ -42,7 +41,7 @@ void executeNext(DevMgrFifo &fifo)
     ano->performExecute();
 }
 
-TEST(DevMgrFifoTest, isFirstInFirstOut)
+TEST(DevMgrFifoTest, IsFirstInFirstOut)
 {
     Log log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
@@ -53,7 +52,7 @@ TEST(DevMgrFifoTest, isFirstInFirstOut)
     EXPECT_EQ(log, (Log{"a", "a gone", "b", "b gone"}));
 }
 
-TEST(DevMgrFifoTest, anEmptyOneLeavesTheEntryAsItWas)
+TEST(DevMgrFifoTest, AnEmptyOneLeavesTheEntryAsItWas)
 {
     Log log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
@@ -63,7 +62,7 @@ TEST(DevMgrFifoTest, anEmptyOneLeavesTheEntryAsItWas)
     EXPECT_EQ(log, Log());
 }
 
-TEST(DevMgrFifoTest, aFullOneBlocksItsProducerUntilOneIsTaken)
+TEST(DevMgrFifoTest, AFullOneBlocksItsProducerUntilOneIsTaken)
 {
     Log log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
@@ -87,7 +86,7 @@ TEST(DevMgrFifoTest, aFullOneBlocksItsProducerUntilOneIsTaken)
     EXPECT_EQ(log[50], "25");
 }
 
-TEST(DevMgrFifoTest, aClosedOneDestroysWhatItHoldsAndIsGiven)
+TEST(DevMgrFifoTest, AClosedOneDestroysWhatItHoldsAndIsGiven)
 {
     Log log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
@@ -99,7 +98,7 @@ TEST(DevMgrFifoTest, aClosedOneDestroysWhatItHoldsAndIsGiven)
     EXPECT_EQ(log, (Log{"queued gone", "late gone", "later gone"}));
 }
 
-TEST(DevMgrFifoTest, aBlockedProducerIsLetGoByClose)
+TEST(DevMgrFifoTest, ABlockedProducerIsLetGoByClose)
 {
     Log log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
@@ -116,7 +115,7 @@ TEST(DevMgrFifoTest, aBlockedProducerIsLetGoByClose)
     EXPECT_EQ(own, (Log{"blocked gone"}));
 }
 
-TEST(DevMgrACOTest, passesItsNotificationOnWithoutRunningIt)
+TEST(DevMgrACOTest, PassesItsNotificationOnWithoutRunningIt)
 {
     Log log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
@@ -127,7 +126,7 @@ TEST(DevMgrACOTest, passesItsNotificationOnWithoutRunningIt)
     EXPECT_EQ(log, (Log{"report", "report gone"}));
 }
 
-TEST(DevMgrACOTest, aFullFifoDoesNotBlockIt)
+TEST(DevMgrACOTest, AFullFifoDoesNotBlockIt)
 {
     Log log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
@@ -139,7 +138,7 @@ TEST(DevMgrACOTest, aFullFifoDoesNotBlockIt)
     EXPECT_EQ(log, (Log{"queued", "queued gone", "report", "report gone"}));
 }
 
-TEST(DevMgrACOTest, takesANotificationThatIsNotRunWithIt)
+TEST(DevMgrACOTest, TakesANotificationThatIsNotRunWithIt)
 {
     Log log;
     {
@@ -149,7 +148,7 @@ TEST(DevMgrACOTest, takesANotificationThatIsNotRunWithIt)
     EXPECT_EQ(log, (Log{"report gone"}));
 }
 
-TEST(DevMgrACOTest, runASecondTimeItIsANullPointerOfWhoRunsIt)
+TEST(DevMgrACOTest, RunASecondTimeItIsANullPointerOfWhoRunsIt)
 {
     Log log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
@@ -161,7 +160,7 @@ TEST(DevMgrACOTest, runASecondTimeItIsANullPointerOfWhoRunsIt)
     EXPECT_FALSE(fifo->tryConsume(entry));
 }
 
-TEST(DevMgrACOTest, withoutAFifoItIsANullPointer)
+TEST(DevMgrACOTest, WithoutAFifoItIsANullPointer)
 {
     Log log;
     DevMgrACO aco(makeObj<LoggingANO>("report", log), nullptr);

@@ -1,4 +1,4 @@
-#include "resmgt/deviceManager/sequence/devSeqEvPend.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
 
 #include "resmgt/smartPtrs/rcShdPtr.h"
 
@@ -9,7 +9,7 @@ namespace {
 using namespace Zv;
 using Events = Vector<std::int32_t>;
 
-TEST(DevSeqEvPendTest, whatIsAddedStaysParked)
+TEST(DevSeqEvPendTest, WhatIsAddedStaysParked)
 {
     RCShdPtr<DevSeqEvPend> const pend(new DevSeqEvPend);
     pend->addEvent(7);
@@ -17,7 +17,7 @@ TEST(DevSeqEvPendTest, whatIsAddedStaysParked)
     EXPECT_FALSE(pend->isReleased());
 }
 
-TEST(DevSeqEvPendTest, anEmptyQueueIsNotReleased)
+TEST(DevSeqEvPendTest, AnEmptyQueueIsNotReleased)
 {
     RCShdPtr<DevSeqEvPend> const pend(new DevSeqEvPend);
     pend->release();
@@ -30,7 +30,7 @@ TEST(DevSeqEvPendTest, anEmptyQueueIsNotReleased)
     EXPECT_TRUE(pend->isReleased());
 }
 
-TEST(DevSeqEvPendTest, takeHandsAllOutAndStartsAnew)
+TEST(DevSeqEvPendTest, TakeHandsAllOutAndStartsAnew)
 {
     RCShdPtr<DevSeqEvPend> const pend(new DevSeqEvPend);
     pend->addEvent(7);

@@ -1,7 +1,7 @@
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
 
 #include "recordingDevice.h"
-#include "resmgt/deviceManager/devMgrACO.h"
+#include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceManager/sequence/noopedSyncSeqProtocol.h"
 #include "zvbase/rcEx.h"
 
@@ -60,7 +60,7 @@ struct Wrapped
     RCShdPtr<DevSeqPrtclUtil> util;
 };
 
-TEST(DevSeqPrtclUtilTest, eachStepReportsItsOwnEnd)
+TEST(DevSeqPrtclUtilTest, EachStepReportsItsOwnEnd)
 {
     Wrapped wrapped;
     auto const endOf = [&](auto step) {
@@ -79,7 +79,7 @@ TEST(DevSeqPrtclUtilTest, eachStepReportsItsOwnEnd)
               (Log{"start", "sync time 2", "sync mark 8", "recover", "stop", "abort"}));
 }
 
-TEST(DevSeqPrtclUtilTest, aReportDoesNotRunOnTheDevicesThread)
+TEST(DevSeqPrtclUtilTest, AReportDoesNotRunOnTheDevicesThread)
 {
     Wrapped wrapped;
     wrapped.util->start();
@@ -88,7 +88,7 @@ TEST(DevSeqPrtclUtilTest, aReportDoesNotRunOnTheDevicesThread)
     EXPECT_EQ(wrapped.reports(), (Log{"ready clone"}));
 }
 
-TEST(DevSeqPrtclUtilTest, startGivesTheDeviceItsNotifications)
+TEST(DevSeqPrtclUtilTest, StartGivesTheDeviceItsNotifications)
 {
     Wrapped wrapped;
     wrapped.util->start();
@@ -100,7 +100,7 @@ TEST(DevSeqPrtclUtilTest, startGivesTheDeviceItsNotifications)
     EXPECT_EQ(wrapped.reports(), (Log{"recover clone clone", "abort clone clone"}));
 }
 
-TEST(DevSeqPrtclUtilTest, eachWayToUseANotificationMakesOneReport)
+TEST(DevSeqPrtclUtilTest, EachWayToUseANotificationMakesOneReport)
 {
     Wrapped wrapped;
     wrapped.util->start();
@@ -117,7 +117,7 @@ TEST(DevSeqPrtclUtilTest, eachWayToUseANotificationMakesOneReport)
     EXPECT_EQ(wrapped.reports().size(), 1u);
 }
 
-TEST(DevSeqPrtclUtilTest, reportsOfOneKindAreDroppedWhileEnoughOfThemWait)
+TEST(DevSeqPrtclUtilTest, ReportsOfOneKindAreDroppedWhileEnoughOfThemWait)
 {
     constexpr auto MAX = DevSeqPrtclUtil::MAX_WAITING_REPORTS;
     Wrapped wrapped;
@@ -136,7 +136,7 @@ TEST(DevSeqPrtclUtilTest, reportsOfOneKindAreDroppedWhileEnoughOfThemWait)
     EXPECT_EQ(wrapped.reports().size(), 1u);
 }
 
-TEST(DevSeqPrtclUtilTest, reportsThatWereTakenDoNotWait)
+TEST(DevSeqPrtclUtilTest, ReportsThatWereTakenDoNotWait)
 {
     constexpr auto MAX = DevSeqPrtclUtil::MAX_WAITING_REPORTS;
     Wrapped wrapped;
@@ -160,7 +160,7 @@ TEST(DevSeqPrtclUtilTest, reportsThatWereTakenDoNotWait)
     EXPECT_EQ(wrapped.reports().size(), 1u);
 }
 
-TEST(DevSeqPrtclUtilTest, latencyAndMarkAreTheDevices)
+TEST(DevSeqPrtclUtilTest, LatencyAndMarkAreTheDevices)
 {
     Wrapped wrapped;
     wrapped.device->latency = DtTime(3, Rational(1, 1));
@@ -169,7 +169,7 @@ TEST(DevSeqPrtclUtilTest, latencyAndMarkAreTheDevices)
     EXPECT_EQ(wrapped.util->getMark(), markAt(4));
 }
 
-TEST(DevSeqPrtclUtilTest, withoutNotificationsThereIsNoFifoEither)
+TEST(DevSeqPrtclUtilTest, WithoutNotificationsThereIsNoFifoEither)
 {
     Log calls;
     RCShdPtr<RecordingProtocol> const device(new RecordingProtocol("", calls));
@@ -180,7 +180,7 @@ TEST(DevSeqPrtclUtilTest, withoutNotificationsThereIsNoFifoEither)
     EXPECT_THROW(device->complete(), RCEx::ExNullPtr);
 }
 
-TEST(DevSeqPrtclUtilTest, aNullProtocolIsANullPointer)
+TEST(DevSeqPrtclUtilTest, ANullProtocolIsANullPointer)
 {
     RCShdPtr<DevSeqPrtclUtil> const util(new DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl>()));
     EXPECT_THROW(util->start(), RCEx::ExNullPtr);
@@ -199,7 +199,7 @@ private:
     Log &_log;
 };
 
-TEST(NoopedSyncSeqProtocolTest, destroysWhatItIsGiven)
+TEST(NoopedSyncSeqProtocolTest, DestroysWhatItIsGiven)
 {
     Log log;
     RCShdPtr<DevMDSyncSeqPrtcl> const nobody(new NoopedSyncSeqProtocol);

@@ -86,13 +86,13 @@ protected:
     RCShdPtr<DevSMTable> table = DevSeqSMTable::getInstance().getTable();
 };
 
-TEST_F(DevSeqSMTableTest, isOneForTheProcess)
+TEST_F(DevSeqSMTableTest, IsOneForTheProcess)
 {
     EXPECT_EQ(&DevSeqSMTable::getInstance(), &DevSeqSMTable::getInstance());
     EXPECT_EQ(DevSeqSMTable::getInstance().getTable(), table);
 }
 
-TEST_F(DevSeqSMTableTest, eventsHaveTheNumbersOfTheEnumeration)
+TEST_F(DevSeqSMTableTest, EventsHaveTheNumbersOfTheEnumeration)
 {
     EXPECT_EQ(DevSeqEv::START, 0);
     EXPECT_EQ(DevSeqEv::READY, 1);
@@ -111,14 +111,14 @@ TEST_F(DevSeqSMTableTest, eventsHaveTheNumbersOfTheEnumeration)
         EXPECT_EQ(event(static_cast<std::int32_t>(i)), events[i]);
 }
 
-TEST_F(DevSeqSMTableTest, hasItsSize)
+TEST_F(DevSeqSMTableTest, HasItsSize)
 {
     EXPECT_EQ(table->getNbStates(), 73);
     EXPECT_EQ(table->getNbEvents(), 22);
     EXPECT_EQ(table->getNbTransitions(), 26);
 }
 
-TEST_F(DevSeqSMTableTest, numbersItsStates)
+TEST_F(DevSeqSMTableTest, NumbersItsStates)
 {
     for (std::size_t i = 0; i < states.size(); ++i)
         EXPECT_EQ(state(static_cast<std::int32_t>(i)), states[i]);
@@ -135,7 +135,7 @@ TEST_F(DevSeqSMTableTest, numbersItsStates)
     EXPECT_EQ(state(72), "_ill");
 }
 
-TEST_F(DevSeqSMTableTest, numbersItsEvents)
+TEST_F(DevSeqSMTableTest, NumbersItsEvents)
 {
     std::vector<std::string> const added{"_ce(ready)", "_ce(wsr)",  "_ce(wsrret)", "_ce(sync)",
                                          "_ce(wml)",   "_ce(stop)", "_ce(wss)",    "_ce(wssret)",
@@ -146,7 +146,7 @@ TEST_F(DevSeqSMTableTest, numbersItsEvents)
         EXPECT_EQ(event(static_cast<std::int32_t>(12 + i)), added[i]);
 }
 
-TEST_F(DevSeqSMTableTest, numbersItsTransitions)
+TEST_F(DevSeqSMTableTest, NumbersItsTransitions)
 {
     for (std::size_t i = 0; i < transitions.size(); ++i)
         EXPECT_EQ(transition(static_cast<std::int32_t>(i)), transitions[i]);
@@ -165,7 +165,7 @@ TEST_F(DevSeqSMTableTest, numbersItsTransitions)
         EXPECT_EQ(transition(static_cast<std::int32_t>(17 + i)), added[i]);
 }
 
-TEST_F(DevSeqSMTableTest, describesItsSixChoices)
+TEST_F(DevSeqSMTableTest, DescribesItsSixChoices)
 {
     auto const descs = table->getConditionalTransitions();
     ASSERT_EQ(descs.size(), 6u);
@@ -185,7 +185,7 @@ TEST_F(DevSeqSMTableTest, describesItsSixChoices)
     }
 }
 
-TEST_F(DevSeqSMTableTest, everyStateAndEventDoesWhatTheMachineSays)
+TEST_F(DevSeqSMTableTest, EveryStateAndEventDoesWhatTheMachineSays)
 {
     Machine const rows = machine();
     for (std::string const s : states)
@@ -229,7 +229,7 @@ TEST_F(DevSeqSMTableTest, everyStateAndEventDoesWhatTheMachineSays)
         }
 }
 
-TEST_F(DevSeqSMTableTest, nothingElseStandsInTheTable)
+TEST_F(DevSeqSMTableTest, NothingElseStandsInTheTable)
 {
     std::size_t pairs = 0;
     for (std::int32_t s = 0; s < table->getNbStates(); ++s)
@@ -242,7 +242,7 @@ TEST_F(DevSeqSMTableTest, nothingElseStandsInTheTable)
             EXPECT_EQ(table->getTransition(table->getState(LiString(end)), e), -1);
 }
 
-TEST_F(DevSeqSMTableTest, nineChecksAreOutOfReach)
+TEST_F(DevSeqSMTableTest, NineChecksAreOutOfReach)
 {
     std::set<std::int32_t> reached;
     for (std::int32_t s = 0; s < table->getNbStates(); ++s)

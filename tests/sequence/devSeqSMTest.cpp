@@ -157,7 +157,7 @@ Events pathWithParent(std::string const &state, bool hasChildren)
     return path;
 }
 
-TEST(DevSeqSMTest, everyEventInEveryState)
+TEST(DevSeqSMTest, EveryEventInEveryState)
 {
     int pairs = 0;
     for (bool const hasChildren : {false, true})
@@ -187,7 +187,7 @@ TEST(DevSeqSMTest, everyEventInEveryState)
     EXPECT_EQ(pairs, 12 * (9 + 10 + 11 + 12));
 }
 
-TEST(DevSeqSMTest, theFactoryKnowsItsSeventeenTransitionsOnly)
+TEST(DevSeqSMTest, TheFactoryKnowsItsSeventeenTransitionsOnly)
 {
     DevSeqTransFactory factory(nullptr, nullptr, nullptr);
     for (char const * const name : {"wsrret", "ready", "sync", "wssret", "stop"}) {
@@ -205,7 +205,7 @@ TEST(DevSeqSMTest, theFactoryKnowsItsSeventeenTransitionsOnly)
         EXPECT_TRUE(factory.create(name).isNull()) << name;
 }
 
-TEST(DevSeqSMTest, startCallsTheDeviceAndItsChildren)
+TEST(DevSeqSMTest, StartCallsTheDeviceAndItsChildren)
 {
     Machine leaf;
     leaf.sm->execute(DevSeqEv::START);
@@ -219,7 +219,7 @@ TEST(DevSeqSMTest, startCallsTheDeviceAndItsChildren)
     EXPECT_EQ(node.toParent(), Events());
 }
 
-TEST(DevSeqSMTest, aReadyLeafTellsItsParentAndGoesOn)
+TEST(DevSeqSMTest, AReadyLeafTellsItsParentAndGoesOn)
 {
     Machine root;
     root.device->latency = DtTime(5, Rational(1, 1));
@@ -237,7 +237,7 @@ TEST(DevSeqSMTest, aReadyLeafTellsItsParentAndGoesOn)
     EXPECT_EQ(leaf.toChildren(), Events());
 }
 
-TEST(DevSeqSMTest, childrenThatAreReadyFirstAreCountedOnce)
+TEST(DevSeqSMTest, ChildrenThatAreReadyFirstAreCountedOnce)
 {
     Machine node(2);
     node.feed({DevSeqEv::START});
@@ -251,14 +251,14 @@ TEST(DevSeqSMTest, childrenThatAreReadyFirstAreCountedOnce)
     EXPECT_EQ(node.state(), "ready");
 }
 
-TEST(DevSeqSMTest, whenAllChildrenWereReadyFirstTheNodeIsReadyAtOnce)
+TEST(DevSeqSMTest, WhenAllChildrenWereReadyFirstTheNodeIsReadyAtOnce)
 {
     Machine node(2);
     node.feed({DevSeqEv::START, DevSeqEv::SREADY, DevSeqEv::SREADY, DevSeqEv::READY});
     EXPECT_EQ(node.state(), "ready");
 }
 
-TEST(DevSeqSMTest, theRootSyncsToATimeAndOthersToAMark)
+TEST(DevSeqSMTest, TheRootSyncsToATimeAndOthersToAMark)
 {
     Machine root;
     root.feed({DevSeqEv::START, DevSeqEv::READY});
@@ -275,7 +275,7 @@ TEST(DevSeqSMTest, theRootSyncsToATimeAndOthersToAMark)
     EXPECT_EQ(child.log, (Log{"sync mark 12"}));
 }
 
-TEST(DevSeqSMTest, lockKeepsTheMarkAndCallsTheChildren)
+TEST(DevSeqSMTest, LockKeepsTheMarkAndCallsTheChildren)
 {
     Machine node(2);
     node.feed(pathTo("sync", true));
@@ -296,7 +296,7 @@ TEST(DevSeqSMTest, lockKeepsTheMarkAndCallsTheChildren)
     EXPECT_EQ(leaf.toChildren(), Events());
 }
 
-TEST(DevSeqSMTest, mlockIsIgnoredInLock)
+TEST(DevSeqSMTest, MlockIsIgnoredInLock)
 {
     Machine node(2, true);
     node.feed(pathWithParent("lock", true));
@@ -306,7 +306,7 @@ TEST(DevSeqSMTest, mlockIsIgnoredInLock)
     EXPECT_EQ(node.toChildren(), Events());
 }
 
-TEST(DevSeqSMTest, anEarlyStopWaitsForTheLock)
+TEST(DevSeqSMTest, AnEarlyStopWaitsForTheLock)
 {
     for (bool const hasChildren : {false, true})
         for (char const * const early : {"start", "wsr", "ready", "sync"}) {
@@ -331,7 +331,7 @@ TEST(DevSeqSMTest, anEarlyStopWaitsForTheLock)
         }
 }
 
-TEST(DevSeqSMTest, aStopDuringRecoveryWaitsForTheLock)
+TEST(DevSeqSMTest, AStopDuringRecoveryWaitsForTheLock)
 {
     Machine node(0);
     node.feed(pathTo("recover", false));
@@ -343,7 +343,7 @@ TEST(DevSeqSMTest, aStopDuringRecoveryWaitsForTheLock)
     EXPECT_EQ(node.state(), "stop");
 }
 
-TEST(DevSeqSMTest, aNodeStopsAfterItsChildren)
+TEST(DevSeqSMTest, ANodeStopsAfterItsChildren)
 {
     Machine node(2, true);
     node.feed(pathWithParent("lock", true));
@@ -364,7 +364,7 @@ TEST(DevSeqSMTest, aNodeStopsAfterItsChildren)
     node.util->waitDone();
 }
 
-TEST(DevSeqSMTest, aRootThatStoppedTellsNobody)
+TEST(DevSeqSMTest, ARootThatStoppedTellsNobody)
 {
     Machine root;
     root.feed(pathTo("stop", false));
@@ -373,7 +373,7 @@ TEST(DevSeqSMTest, aRootThatStoppedTellsNobody)
     root.util->waitDone();
 }
 
-TEST(DevSeqSMTest, recoverCallsTheDeviceAndItsChildren)
+TEST(DevSeqSMTest, RecoverCallsTheDeviceAndItsChildren)
 {
     Machine node(1);
     Events path = pathTo("lock", true);
@@ -389,7 +389,7 @@ TEST(DevSeqSMTest, recoverCallsTheDeviceAndItsChildren)
     EXPECT_EQ(node.util->getSreadyCount(), 0);
 }
 
-TEST(DevSeqSMTest, anAbortCallsTheDeviceOnce)
+TEST(DevSeqSMTest, AnAbortCallsTheDeviceOnce)
 {
     Machine node(2, true);
     node.feed({DevSeqEv::START});
@@ -405,14 +405,14 @@ TEST(DevSeqSMTest, anAbortCallsTheDeviceOnce)
     node.util->waitDone();
 }
 
-TEST(DevSeqSMTest, startInAbortIsIllegal)
+TEST(DevSeqSMTest, StartInAbortIsIllegal)
 {
     Machine node;
     node.feed({DevSeqEv::START, DevSeqEv::ABORT, DevSeqEv::START});
     EXPECT_EQ(node.state(), "_ill");
 }
 
-TEST(DevSeqSMTest, aFailingDeviceLeadsToExcAndSendsNothing)
+TEST(DevSeqSMTest, AFailingDeviceLeadsToExcAndSendsNothing)
 {
     Machine node(1);
     node.device->onCall = [](std::string const &) {
@@ -443,7 +443,7 @@ bool hasPosted(Machine &node)
     return result;
 }
 
-TEST(DevSeqSMTest, onlyAMachineThatCameToItsEndLetsWaitersGo)
+TEST(DevSeqSMTest, OnlyAMachineThatCameToItsEndLetsWaitersGo)
 {
     Machine ended;
     ended.feed({DevSeqEv::START, DevSeqEv::ABORT, DevSeqEv::ABORTED});
@@ -465,7 +465,7 @@ TEST(DevSeqSMTest, onlyAMachineThatCameToItsEndLetsWaitersGo)
     EXPECT_FALSE(hasPosted(failed));
 }
 
-TEST(DevSeqSMTest, hasItsLabel)
+TEST(DevSeqSMTest, HasItsLabel)
 {
     Machine machine;
     EXPECT_EQ(machine.sm->getLabel(), "node device");

@@ -53,7 +53,7 @@ void runThrough(DevSeqTree &tree, int nbNodes)
     tree.wait();
 }
 
-TEST(DevSeqTreeSizeTest, aTreeAsDeepAsAnyFitsOnASmallStack)
+TEST(DevSeqTreeSizeTest, ATreeAsDeepAsAnyFitsOnASmallStack)
 {
     runOnSmallStack([] {
         int const nbLevels = 10000;
@@ -81,7 +81,7 @@ TEST(DevSeqTreeSizeTest, aTreeAsDeepAsAnyFitsOnASmallStack)
     });
 }
 
-TEST(DevSeqTreeSizeTest, aTreeBuiltFromBelowIsTheSame)
+TEST(DevSeqTreeSizeTest, ATreeBuiltFromBelowIsTheSame)
 {
     runOnSmallStack([] {
         int const nbLevels = 10000;
@@ -93,7 +93,7 @@ TEST(DevSeqTreeSizeTest, aTreeBuiltFromBelowIsTheSame)
     });
 }
 
-TEST(DevSeqTreeSizeTest, aDeepSubtreeThatSomebodyHoldsDiesWithItsHolder)
+TEST(DevSeqTreeSizeTest, ADeepSubtreeThatSomebodyHoldsDiesWithItsHolder)
 {
     runOnSmallStack([] {
         RCShdPtr<DevSeqTreeNode> held;
@@ -109,7 +109,7 @@ TEST(DevSeqTreeSizeTest, aDeepSubtreeThatSomebodyHoldsDiesWithItsHolder)
     });
 }
 
-TEST(DevSeqTreeSizeTest, aWideTreeRunsThrough)
+TEST(DevSeqTreeSizeTest, AWideTreeRunsThrough)
 {
     RCShdPtr<DevSeqTree> const tree(new DevSeqTree);
     RCShdPtr<DevSeqTreeNode> const root = DevSeqTreeNode::createNoop(nameOf(0));
@@ -120,7 +120,7 @@ TEST(DevSeqTreeSizeTest, aWideTreeRunsThrough)
     runThrough(*tree, nbNodes);
 }
 
-TEST(DevSeqTreeSizeTest, aBushyTreeRunsThrough)
+TEST(DevSeqTreeSizeTest, ABushyTreeRunsThrough)
 {
     RCShdPtr<DevSeqTree> const tree(new DevSeqTree);
     std::vector<RCShdPtr<DevSeqTreeNode>> nodes;

@@ -80,7 +80,7 @@ protected:
     World world;
 };
 
-TEST_F(DevSeqTreeTest, aSingleNodeRunsFromStartToEnd)
+TEST_F(DevSeqTreeTest, ASingleNodeRunsFromStartToEnd)
 {
     world.root("R");
     world.devices["R"]->latency = DtTime(3, Rational(2, 1));
@@ -99,7 +99,7 @@ TEST_F(DevSeqTreeTest, aSingleNodeRunsFromStartToEnd)
     EXPECT_EQ(world.log, (Log{"R start", "R sync time 1.5", "R stop"}));
 }
 
-TEST_F(DevSeqTreeTest, devicesStartParentsFirst)
+TEST_F(DevSeqTreeTest, DevicesStartParentsFirst)
 {
     build();
     world.tree->processEvent(DevSeqEv::START);
@@ -107,7 +107,7 @@ TEST_F(DevSeqTreeTest, devicesStartParentsFirst)
     expectStates("start", "start", "start", "start");
 }
 
-TEST_F(DevSeqTreeTest, readinessComesUpFromTheLeaves)
+TEST_F(DevSeqTreeTest, ReadinessComesUpFromTheLeaves)
 {
     build();
     world.tree->processEvent(DevSeqEv::START);
@@ -124,7 +124,7 @@ TEST_F(DevSeqTreeTest, readinessComesUpFromTheLeaves)
     EXPECT_EQ(world.log, (Log{"R sync time 0.4"}));
 }
 
-TEST_F(DevSeqTreeTest, theRootSyncsWithTheLargestLatencyWhereverItSits)
+TEST_F(DevSeqTreeTest, TheRootSyncsWithTheLargestLatencyWhereverItSits)
 {
     for (char const * const slowest : {"R", "A", "B", "C"}) {
         World other;
@@ -141,7 +141,7 @@ TEST_F(DevSeqTreeTest, theRootSyncsWithTheLargestLatencyWhereverItSits)
     }
 }
 
-TEST_F(DevSeqTreeTest, aChildThatIsReadyFirstIsCountedOnce)
+TEST_F(DevSeqTreeTest, AChildThatIsReadyFirstIsCountedOnce)
 {
     build();
     world.tree->processEvent(DevSeqEv::START);
@@ -154,7 +154,7 @@ TEST_F(DevSeqTreeTest, aChildThatIsReadyFirstIsCountedOnce)
     EXPECT_EQ(world.state("R"), "sync");
 }
 
-TEST_F(DevSeqTreeTest, lockGoesDownWithEachParentsMark)
+TEST_F(DevSeqTreeTest, LockGoesDownWithEachParentsMark)
 {
     build();
     start();
@@ -171,7 +171,7 @@ TEST_F(DevSeqTreeTest, lockGoesDownWithEachParentsMark)
     EXPECT_EQ(world.takeLog(), Log());
 }
 
-TEST_F(DevSeqTreeTest, devicesStopFromTheLeavesUp)
+TEST_F(DevSeqTreeTest, DevicesStopFromTheLeavesUp)
 {
     build();
     lock();
@@ -192,7 +192,7 @@ TEST_F(DevSeqTreeTest, devicesStopFromTheLeavesUp)
     world.tree->wait();
 }
 
-TEST_F(DevSeqTreeTest, aStopDuringSyncLetsTheChildrenSyncFirst)
+TEST_F(DevSeqTreeTest, AStopDuringSyncLetsTheChildrenSyncFirst)
 {
     build();
     start();
@@ -210,7 +210,7 @@ TEST_F(DevSeqTreeTest, aStopDuringSyncLetsTheChildrenSyncFirst)
     EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2", "C stop", "B stop"}));
 }
 
-TEST_F(DevSeqTreeTest, aLostLockIsFoundAgainUnderTheParent)
+TEST_F(DevSeqTreeTest, ALostLockIsFoundAgainUnderTheParent)
 {
     build();
     lock();
@@ -230,7 +230,7 @@ TEST_F(DevSeqTreeTest, aLostLockIsFoundAgainUnderTheParent)
     EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2"}));
 }
 
-TEST_F(DevSeqTreeTest, aChildThatIsReadyFirstDuringARecoveryIsCountedOnce)
+TEST_F(DevSeqTreeTest, AChildThatIsReadyFirstDuringARecoveryIsCountedOnce)
 {
     build();
     lock();
@@ -241,7 +241,7 @@ TEST_F(DevSeqTreeTest, aChildThatIsReadyFirstDuringARecoveryIsCountedOnce)
     expectStates("lock", "sync", "lock", "wml");
 }
 
-TEST_F(DevSeqTreeTest, theRootRecoversByItself)
+TEST_F(DevSeqTreeTest, TheRootRecoversByItself)
 {
     build();
     lock();
@@ -254,7 +254,7 @@ TEST_F(DevSeqTreeTest, theRootRecoversByItself)
     EXPECT_EQ(world.takeLog(), (Log{"R sync time 0.4"}));
 }
 
-TEST_F(DevSeqTreeTest, aRecoveryAboveAChildThatHasNotLockedIsIllegalThere)
+TEST_F(DevSeqTreeTest, ARecoveryAboveAChildThatHasNotLockedIsIllegalThere)
 {
     build();
     start();
@@ -265,7 +265,7 @@ TEST_F(DevSeqTreeTest, aRecoveryAboveAChildThatHasNotLockedIsIllegalThere)
     EXPECT_THROW(world.tree->processEvent("A", DevSeqEv::LOCK), DevMgrEx::SMExecutionError);
 }
 
-TEST_F(DevSeqTreeTest, anAbortIsTheDevicesOwn)
+TEST_F(DevSeqTreeTest, AnAbortIsTheDevicesOwn)
 {
     build();
     lock();
@@ -276,7 +276,7 @@ TEST_F(DevSeqTreeTest, anAbortIsTheDevicesOwn)
     expectStates("lock", "final", "lock", "lock");
 }
 
-TEST_F(DevSeqTreeTest, waitReturnsWhenOneAbortedAndTheOthersStopped)
+TEST_F(DevSeqTreeTest, WaitReturnsWhenOneAbortedAndTheOthersStopped)
 {
     build();
     lock();
@@ -292,7 +292,7 @@ TEST_F(DevSeqTreeTest, waitReturnsWhenOneAbortedAndTheOthersStopped)
     EXPECT_EQ(world.log, (Log{"C stop", "B stop", "R abort", "A stop"}));
 }
 
-TEST_F(DevSeqTreeTest, waitEndsWithTheLastDevice)
+TEST_F(DevSeqTreeTest, WaitEndsWithTheLastDevice)
 {
     build();
     lock();
@@ -395,7 +395,7 @@ TEST_F(DevSeqTreeTest, ReleasedWaitersLeaveATreeThatLivesOn)
     EXPECT_EQ(nbFailures, 3);
 }
 
-TEST_F(DevSeqTreeTest, anUnknownNameIsNotFoundAndChangesNothing)
+TEST_F(DevSeqTreeTest, AnUnknownNameIsNotFoundAndChangesNothing)
 {
     build();
     lock();
@@ -410,7 +410,7 @@ TEST_F(DevSeqTreeTest, anUnknownNameIsNotFoundAndChangesNothing)
     EXPECT_EQ(world.takeLog(), Log());
 }
 
-TEST_F(DevSeqTreeTest, anUnknownEventIsOutsideTheMachine)
+TEST_F(DevSeqTreeTest, AnUnknownEventIsOutsideTheMachine)
 {
     build();
     EXPECT_THROW(world.tree->processEvent(12), DevMgrEx::SMDomainError);
@@ -418,7 +418,7 @@ TEST_F(DevSeqTreeTest, anUnknownEventIsOutsideTheMachine)
     EXPECT_EQ(world.state("R"), "init");
 }
 
-TEST_F(DevSeqTreeTest, anEmptyTreeIsANullPointer)
+TEST_F(DevSeqTreeTest, AnEmptyTreeIsANullPointer)
 {
     EXPECT_THROW(world.tree->processEvent(DevSeqEv::START), RCEx::ExNullPtr);
     EXPECT_THROW(world.tree->processEvent("R", DevSeqEv::START), RCEx::ExNullPtr);
@@ -427,7 +427,7 @@ TEST_F(DevSeqTreeTest, anEmptyTreeIsANullPointer)
     EXPECT_THROW((void)textOf(*world.tree), RCEx::ExNullPtr);
 }
 
-TEST_F(DevSeqTreeTest, attachingToNothingIsANullPointer)
+TEST_F(DevSeqTreeTest, AttachingToNothingIsANullPointer)
 {
     build();
     auto const orphan = world.createNode("D");
@@ -436,7 +436,7 @@ TEST_F(DevSeqTreeTest, attachingToNothingIsANullPointer)
     EXPECT_EQ(textOf(*world.tree), "( R ( A ( C ) B ) )");
 }
 
-TEST_F(DevSeqTreeTest, hasATextForm)
+TEST_F(DevSeqTreeTest, HasATextForm)
 {
     world.root("R");
     EXPECT_EQ(textOf(*world.tree), "( R )");
@@ -448,7 +448,7 @@ TEST_F(DevSeqTreeTest, hasATextForm)
     EXPECT_EQ(textOf(*world.tree), "( R ( A ( C ( D ) ) B ) )");
 }
 
-TEST_F(DevSeqTreeTest, aNewRootTakesTheOldOneAsItsLastChild)
+TEST_F(DevSeqTreeTest, ANewRootTakesTheOldOneAsItsLastChild)
 {
     build();
     auto const top = world.createNode("T");
@@ -460,7 +460,7 @@ TEST_F(DevSeqTreeTest, aNewRootTakesTheOldOneAsItsLastChild)
     EXPECT_EQ(world.state("C"), "start");
 }
 
-TEST_F(DevSeqTreeTest, aSubtreeThatIsJoinedLaterIsFound)
+TEST_F(DevSeqTreeTest, ASubtreeThatIsJoinedLaterIsFound)
 {
     world.root("R");
     EXPECT_EQ(world.state("R"), "init");
@@ -471,7 +471,7 @@ TEST_F(DevSeqTreeTest, aSubtreeThatIsJoinedLaterIsFound)
     EXPECT_EQ(world.state("B"), "init");
 }
 
-TEST_F(DevSeqTreeTest, ofEqualNamesTheFirstOneFoundIsMeant)
+TEST_F(DevSeqTreeTest, OfEqualNamesTheFirstOneFoundIsMeant)
 {
     auto const started = [&] {
         world.tree->processEvent("same", DevSeqEv::START);
@@ -502,7 +502,7 @@ TEST_F(DevSeqTreeTest, ofEqualNamesTheFirstOneFoundIsMeant)
     EXPECT_EQ(world.state("same"), "start");
 }
 
-TEST_F(DevSeqTreeTest, aFailingDeviceFallsOutSilently)
+TEST_F(DevSeqTreeTest, AFailingDeviceFallsOutSilently)
 {
     build();
     world.devices["A"]->onCall = [](std::string const &) {
@@ -514,7 +514,7 @@ TEST_F(DevSeqTreeTest, aFailingDeviceFallsOutSilently)
     expectLockIsFree();
 }
 
-TEST_F(DevSeqTreeTest, whatIsNoExBaseAbandonsTheDelivery)
+TEST_F(DevSeqTreeTest, WhatIsNoExBaseAbandonsTheDelivery)
 {
     build();
     world.devices["A"]->onCall = [](std::string const &) { ZV_ASSERT(1 > 2); };
@@ -528,7 +528,7 @@ TEST_F(DevSeqTreeTest, whatIsNoExBaseAbandonsTheDelivery)
     EXPECT_EQ(world.state("B"), "start");
 }
 
-TEST_F(DevSeqTreeTest, theLockIsFreeAfterANameThatIsNotFound)
+TEST_F(DevSeqTreeTest, TheLockIsFreeAfterANameThatIsNotFound)
 {
     build();
     EXPECT_THROW(world.tree->processEvent("nobody", DevSeqEv::START), DevMgrEx::NameNotFound);
@@ -537,7 +537,7 @@ TEST_F(DevSeqTreeTest, theLockIsFreeAfterANameThatIsNotFound)
     expectLockIsFree();
 }
 
-TEST_F(DevSeqTreeTest, theObserverIsToldOfMachinesThatFail)
+TEST_F(DevSeqTreeTest, TheObserverIsToldOfMachinesThatFail)
 {
     class Observer : public DevSeqObserver
     {
@@ -562,7 +562,7 @@ TEST_F(DevSeqTreeTest, theObserverIsToldOfMachinesThatFail)
     EXPECT_EQ(states, (Log{"R start", "A _exc", "B start", "B _ill"}));
 }
 
-TEST_F(DevSeqTreeTest, anObserverThatIsReplacedEndsWithoutTheLock)
+TEST_F(DevSeqTreeTest, AnObserverThatIsReplacedEndsWithoutTheLock)
 {
     class Asking : public DevSeqObserver
     {
@@ -591,7 +591,7 @@ TEST_F(DevSeqTreeTest, anObserverThatIsReplacedEndsWithoutTheLock)
 using DevSeqTreeDeathTest = DevSeqTreeTest;
 
 // In a process of its own: nothing ends that wait.
-TEST_F(DevSeqTreeDeathTest, waitDoesNotReturnForADeviceThatFailedOrGotAnIllegalEvent)
+TEST_F(DevSeqTreeDeathTest, WaitDoesNotReturnForADeviceThatFailedOrGotAnIllegalEvent)
 {
     for (bool const isIllegal : {false, true})
         EXPECT_EXIT(
@@ -615,7 +615,7 @@ TEST_F(DevSeqTreeDeathTest, waitDoesNotReturnForADeviceThatFailedOrGotAnIllegalE
             testing::ExitedWithCode(0), "");
 }
 
-TEST_F(DevSeqTreeTest, aNodeThatEndedAndThenFellHasEnded)
+TEST_F(DevSeqTreeTest, ANodeThatEndedAndThenFellHasEnded)
 {
     world.root("R");
     world.tree->processEvent(DevSeqEv::START);
@@ -627,7 +627,7 @@ TEST_F(DevSeqTreeTest, aNodeThatEndedAndThenFellHasEnded)
     world.tree->wait();
 }
 
-TEST_F(DevSeqTreeTest, aNodeWithoutADeviceReportsNothing)
+TEST_F(DevSeqTreeTest, ANodeWithoutADeviceReportsNothing)
 {
     auto const node = DevSeqTreeNode::createNoop("nobody");
     EXPECT_EQ(node->getName(), "nobody");
@@ -640,7 +640,7 @@ TEST_F(DevSeqTreeTest, aNodeWithoutADeviceReportsNothing)
     world.tree->wait();
 }
 
-TEST_F(DevSeqTreeTest, nodesDieAfterTheirChildren)
+TEST_F(DevSeqTreeTest, NodesDieAfterTheirChildren)
 {
     build();
     world.nodes.clear();
@@ -648,7 +648,7 @@ TEST_F(DevSeqTreeTest, nodesDieAfterTheirChildren)
     EXPECT_EQ(world.log, (Log{"C gone", "A gone", "B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, aNodeThatSomebodyHoldsOutlivesItsTree)
+TEST_F(DevSeqTreeTest, ANodeThatSomebodyHoldsOutlivesItsTree)
 {
     build();
     auto const held = world.nodes["A"];
@@ -657,7 +657,7 @@ TEST_F(DevSeqTreeTest, aNodeThatSomebodyHoldsOutlivesItsTree)
     EXPECT_EQ(world.log, (Log{"B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, whatADevicesDestructorThrowsComesOut)
+TEST_F(DevSeqTreeTest, WhatADevicesDestructorThrowsComesOut)
 {
     build();
     world.devices["A"]->onDestruction = [] { ZV_ASSERT(3 < 2); };
@@ -669,7 +669,7 @@ TEST_F(DevSeqTreeTest, whatADevicesDestructorThrowsComesOut)
     EXPECT_EQ(gone, (Log{"A gone", "B gone", "C gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, whatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
+TEST_F(DevSeqTreeTest, WhatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
 {
     build();
     for (auto const &[name, device] : world.devices)
@@ -684,7 +684,7 @@ TEST_F(DevSeqTreeTest, whatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
     EXPECT_EQ(world.takeLog(), (Log{"C gone", "A gone", "B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, aSubtreeThatJoinsNoTreeEndsWithItsHolder)
+TEST_F(DevSeqTreeTest, ASubtreeThatJoinsNoTreeEndsWithItsHolder)
 {
     RCShdPtr<DevSeqTreeNode> top = world.createNode("P");
     world.child("P", "C");
@@ -694,7 +694,7 @@ TEST_F(DevSeqTreeTest, aSubtreeThatJoinsNoTreeEndsWithItsHolder)
     EXPECT_EQ(world.log, (Log{"G gone", "C gone", "P gone"}));
 }
 
-TEST_F(DevSeqTreeTest, aNodeThatOutlivesItsParentHasNone)
+TEST_F(DevSeqTreeTest, ANodeThatOutlivesItsParentHasNone)
 {
     world.createNode("P");
     world.child("P", "C");
@@ -709,7 +709,7 @@ TEST_F(DevSeqTreeTest, aNodeThatOutlivesItsParentHasNone)
     EXPECT_EQ(world.state("R"), "sync");
 }
 
-TEST_F(DevSeqTreeTest, aNodeHeldBelowOneThatEndsHasNoParent)
+TEST_F(DevSeqTreeTest, ANodeHeldBelowOneThatEndsHasNoParent)
 {
     RCShdPtr<DevSeqTreeNode> top = world.createNode("P");
     world.child("P", "C");
@@ -724,7 +724,7 @@ TEST_F(DevSeqTreeTest, aNodeHeldBelowOneThatEndsHasNoParent)
     EXPECT_THROW(world.complete("G"), RCEx::ExNullPtr);
 }
 
-TEST_F(DevSeqTreeTest, anAttachThatFailsChangesNothing)
+TEST_F(DevSeqTreeTest, AnAttachThatFailsChangesNothing)
 {
     world.root("R");
     RCShdPtr<DevSeqTreeNode> child = world.createNode("A");
@@ -743,7 +743,7 @@ TEST_F(DevSeqTreeTest, anAttachThatFailsChangesNothing)
     EXPECT_EQ(textOf(*world.tree), "( R ( A ) )");
 }
 
-TEST_F(DevSeqTreeTest, aDeviceThatReportsLateReportsToNobody)
+TEST_F(DevSeqTreeTest, ADeviceThatReportsLateReportsToNobody)
 {
     build();
     start();
@@ -755,7 +755,7 @@ TEST_F(DevSeqTreeTest, aDeviceThatReportsLateReportsToNobody)
     EXPECT_NO_THROW(recovery->performExecute());
 }
 
-TEST_F(DevSeqTreeTest, aNotificationDoesNotKeepItsTreeAlive)
+TEST_F(DevSeqTreeTest, ANotificationDoesNotKeepItsTreeAlive)
 {
     build();
     ObjPtr<DevClonableANO> notification =
@@ -770,7 +770,7 @@ TEST_F(DevSeqTreeTest, aNotificationDoesNotKeepItsTreeAlive)
     EXPECT_NO_THROW(notification->performExecute());
 }
 
-TEST_F(DevSeqTreeTest, aFactoryOfNotificationsKeepsItsTreeAlive)
+TEST_F(DevSeqTreeTest, AFactoryOfNotificationsKeepsItsTreeAlive)
 {
     build();
     SeqANOFactory const factory(world.tree);
@@ -782,13 +782,13 @@ TEST_F(DevSeqTreeTest, aFactoryOfNotificationsKeepsItsTreeAlive)
     EXPECT_EQ(world.log.at(0), "R start");
 }
 
-TEST_F(DevSeqTreeTest, aNotificationOfNoTreeIsANullPointer)
+TEST_F(DevSeqTreeTest, ANotificationOfNoTreeIsANullPointer)
 {
     SeqANOFactory const factory(nullptr);
     EXPECT_THROW((void)factory.create("R", DevSeqEv::START), RCEx::ExNullPtr);
 }
 
-TEST_F(DevSeqTreeTest, aTreeThatEndsWaitsForTheReportThatIsBeingDelivered)
+TEST_F(DevSeqTreeTest, ATreeThatEndsWaitsForTheReportThatIsBeingDelivered)
 {
     build();
     start();
@@ -815,7 +815,7 @@ TEST_F(DevSeqTreeTest, aTreeThatEndsWaitsForTheReportThatIsBeingDelivered)
     ender.join();
 }
 
-TEST_F(DevSeqTreeTest, deliveriesOfTwoThreadsTakeTurns)
+TEST_F(DevSeqTreeTest, DeliveriesOfTwoThreadsTakeTurns)
 {
     build();
     lock();

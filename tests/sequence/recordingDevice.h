@@ -6,7 +6,7 @@
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 #include "resmgt/deviceManager/sequence/seqANOFactory.h"
-#include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 
 #include <functional>
 #include <map>

@@ -35,7 +35,7 @@ std::string reasonOf(Arguments... arguments)
     return reason;
 }
 
-TEST(DevMgrExTest, eachClassHasItsText)
+TEST(DevMgrExTest, EachClassHasItsText)
 {
     EXPECT_EQ(reasonOf<DevMgrEx::NameNotUnique>(), "Not a unique name.");
     EXPECT_EQ(reasonOf<DevMgrEx::NameNotRegistered>(), "Not a registered object.");
@@ -47,7 +47,7 @@ TEST(DevMgrExTest, eachClassHasItsText)
     EXPECT_EQ(reasonOf<DevMgrEx::SMBadTransitionImp>(), "Bad transition implementation.");
 }
 
-TEST(DevMgrExTest, aDetailIsTheWholeReason)
+TEST(DevMgrExTest, ADetailIsTheWholeReason)
 {
     EXPECT_EQ(reasonOf<DevMgrEx::ConfigSyntaxError>("a:b [ what ]"), "a:b [ what ]");
     EXPECT_EQ(reasonOf<DevMgrEx::PropertySyntaxError>("a:b [ what ]"), "a:b [ what ]");
@@ -55,7 +55,7 @@ TEST(DevMgrExTest, aDetailIsTheWholeReason)
     EXPECT_EQ(reasonOf<DevMgrEx::StreamsNotCompatible>("too wide"), "too wide");
 }
 
-TEST(DevMgrExTest, withoutADetailTheFixedTextStands)
+TEST(DevMgrExTest, WithoutADetailTheFixedTextStands)
 {
     char const * const none = nullptr;
     EXPECT_EQ(reasonOf<DevMgrEx::ConfigSyntaxError>(none), "Configuration string Syntax error.");
@@ -64,7 +64,7 @@ TEST(DevMgrExTest, withoutADetailTheFixedTextStands)
     EXPECT_EQ(reasonOf<DevMgrEx::StreamsNotCompatible>(none), "");
 }
 
-TEST(DevMgrExTest, propertyInvalidTypeKeepsItsMisspelling)
+TEST(DevMgrExTest, PropertyInvalidTypeKeepsItsMisspelling)
 {
     char const * const none = nullptr;
     EXPECT_EQ(reasonOf<DevMgrEx::PropertyInvalidType>("gain"),
@@ -73,14 +73,14 @@ TEST(DevMgrExTest, propertyInvalidTypeKeepsItsMisspelling)
               "Illegal type converion of property <unknown>");
 }
 
-TEST(DevMgrExTest, aDetailThatIsTooLongIsCut)
+TEST(DevMgrExTest, ADetailThatIsTooLongIsCut)
 {
     std::string const detail(5000, 'x');
     EXPECT_EQ(reasonOf<DevMgrEx::ConfigSyntaxError>(detail.c_str()),
               std::string(ExBase::REASON_CAPACITY, 'x'));
 }
 
-TEST(DevMgrExTest, theThrowingPlaceIsKept)
+TEST(DevMgrExTest, TheThrowingPlaceIsKept)
 {
     int const line = __LINE__ + 2;
     try {

@@ -146,7 +146,7 @@ protected:
     ObjPtr<DevSMExecutionEng> engine;
 };
 
-TEST_F(DevSMExecutionEngTest, asksTheFactoryForEachPrimaryTransitionInOrder)
+TEST_F(DevSMExecutionEngTest, AsksTheFactoryForEachPrimaryTransitionInOrder)
 {
     Script fresh;
     fresh.conditions = script.conditions;
@@ -154,7 +154,7 @@ TEST_F(DevSMExecutionEngTest, asksTheFactoryForEachPrimaryTransitionInOrder)
     EXPECT_EQ(fresh.log, (Log{"create t", "create first", "create second", "create third"}));
 }
 
-TEST_F(DevSMExecutionEngTest, keepsItsFactoryAndItsTable)
+TEST_F(DevSMExecutionEngTest, KeepsItsFactoryAndItsTable)
 {
     EXPECT_TRUE(script.isFactoryAlive);
     EXPECT_EQ(engine->getTable(), table);
@@ -162,7 +162,7 @@ TEST_F(DevSMExecutionEngTest, keepsItsFactoryAndItsTable)
     EXPECT_FALSE(script.isFactoryAlive);
 }
 
-TEST_F(DevSMExecutionEngTest, anEventRunsItsTransitionToTheNextState)
+TEST_F(DevSMExecutionEngTest, AnEventRunsItsTransitionToTheNextState)
 {
     EXPECT_EQ(stateName(), "a");
     engine->execute(X);
@@ -175,7 +175,7 @@ TEST_F(DevSMExecutionEngTest, anEventRunsItsTransitionToTheNextState)
     EXPECT_TRUE(none.isNull());
 }
 
-TEST_F(DevSMExecutionEngTest, aRunningTransitionSeesTheOldState)
+TEST_F(DevSMExecutionEngTest, ARunningTransitionSeesTheOldState)
 {
     std::int32_t seen = -1;
     std::int32_t status = -1;
@@ -189,7 +189,7 @@ TEST_F(DevSMExecutionEngTest, aRunningTransitionSeesTheOldState)
     EXPECT_EQ(engine->getState(), 1);
 }
 
-TEST_F(DevSMExecutionEngTest, theFirstConditionThatHoldsWins)
+TEST_F(DevSMExecutionEngTest, TheFirstConditionThatHoldsWins)
 {
     script.conditions["first"] = [] { return true; };
     script.conditions["second"] = [] { return true; };
@@ -198,7 +198,7 @@ TEST_F(DevSMExecutionEngTest, theFirstConditionThatHoldsWins)
     EXPECT_EQ(stateName(), "b");
 }
 
-TEST_F(DevSMExecutionEngTest, conditionsAreAskedOneByOne)
+TEST_F(DevSMExecutionEngTest, ConditionsAreAskedOneByOne)
 {
     script.conditions["second"] = [] { return true; };
     engine->execute(Y);
@@ -206,14 +206,14 @@ TEST_F(DevSMExecutionEngTest, conditionsAreAskedOneByOne)
     EXPECT_EQ(stateName(), "b");
 }
 
-TEST_F(DevSMExecutionEngTest, theLastCandidateIsTakenWithoutAQuestion)
+TEST_F(DevSMExecutionEngTest, TheLastCandidateIsTakenWithoutAQuestion)
 {
     engine->execute(Y);
     EXPECT_EQ(script.log, (Log{"first?", "second?", "third"}));
     EXPECT_EQ(stateName(), "b");
 }
 
-TEST_F(DevSMExecutionEngTest, theConditionOfALastCandidateIsNotAsked)
+TEST_F(DevSMExecutionEngTest, TheConditionOfALastCandidateIsNotAsked)
 {
     Script asked;
     asked.conditions = script.conditions;
@@ -224,7 +224,7 @@ TEST_F(DevSMExecutionEngTest, theConditionOfALastCandidateIsNotAsked)
     EXPECT_EQ(asked.log, (Log{"first?", "second?", "third"}));
 }
 
-TEST_F(DevSMExecutionEngTest, aFailedTransitionLeadsToExc)
+TEST_F(DevSMExecutionEngTest, AFailedTransitionLeadsToExc)
 {
     script.bodies["t"] = [] { ZV_THROW(DevMgrEx::ConfigSyntaxError, "no disc"); };
     EXPECT_NO_THROW(engine->execute(X));
@@ -243,7 +243,7 @@ TEST_F(DevSMExecutionEngTest, aFailedTransitionLeadsToExc)
     EXPECT_EQ(script.log, (Log{"t"}));
 }
 
-TEST_F(DevSMExecutionEngTest, aFailedConditionLeadsToExc)
+TEST_F(DevSMExecutionEngTest, AFailedConditionLeadsToExc)
 {
     script.conditions["second"] = []() -> bool { ZV_THROW(DevMgrEx::NameNotFound); };
     EXPECT_NO_THROW(engine->execute(Y));
@@ -254,14 +254,14 @@ TEST_F(DevSMExecutionEngTest, aFailedConditionLeadsToExc)
     EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
 }
 
-TEST_F(DevSMExecutionEngTest, aFailedChosenTransitionLeadsToExc)
+TEST_F(DevSMExecutionEngTest, AFailedChosenTransitionLeadsToExc)
 {
     script.bodies["third"] = [] { ZV_THROW(DevMgrEx::NameNotFound); };
     EXPECT_NO_THROW(engine->execute(Y));
     EXPECT_EQ(stateName(), "_exc");
 }
 
-TEST_F(DevSMExecutionEngTest, whatIsNoExBaseBreaksTheEngine)
+TEST_F(DevSMExecutionEngTest, WhatIsNoExBaseBreaksTheEngine)
 {
     script.bodies["t"] = [] { throw std::runtime_error("lost"); };
     EXPECT_THROW(engine->execute(X), std::runtime_error);
@@ -273,7 +273,7 @@ TEST_F(DevSMExecutionEngTest, whatIsNoExBaseBreaksTheEngine)
     EXPECT_EQ(script.log, (Log{"t"}));
 }
 
-TEST_F(DevSMExecutionEngTest, aFailedAssertionBreaksTheEngine)
+TEST_F(DevSMExecutionEngTest, AFailedAssertionBreaksTheEngine)
 {
     script.conditions["first"] = []() -> bool {
         ZV_ASSERT(2 < 1);
@@ -284,7 +284,7 @@ TEST_F(DevSMExecutionEngTest, aFailedAssertionBreaksTheEngine)
     EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
 }
 
-TEST_F(DevSMExecutionEngTest, anIllegalEventTellsOnlyAtTheNextOne)
+TEST_F(DevSMExecutionEngTest, AnIllegalEventTellsOnlyAtTheNextOne)
 {
     engine->execute(X);
     EXPECT_NO_THROW(engine->execute(Y));
@@ -295,7 +295,7 @@ TEST_F(DevSMExecutionEngTest, anIllegalEventTellsOnlyAtTheNextOne)
     EXPECT_EQ(script.log, (Log{"t"}));
 }
 
-TEST_F(DevSMExecutionEngTest, onlyPrimaryEventsAreAccepted)
+TEST_F(DevSMExecutionEngTest, OnlyPrimaryEventsAreAccepted)
 {
     EXPECT_THROW(engine->execute(table->getEvent("_noexc")), DevMgrEx::SMDomainError);
     EXPECT_THROW(engine->execute(table->getEvent("_exc")), DevMgrEx::SMDomainError);
@@ -307,20 +307,20 @@ TEST_F(DevSMExecutionEngTest, onlyPrimaryEventsAreAccepted)
     EXPECT_EQ(stateName(), "b");
 }
 
-TEST_F(DevSMExecutionEngTest, theInitialStateIsAPrimaryOne)
+TEST_F(DevSMExecutionEngTest, TheInitialStateIsAPrimaryOne)
 {
     EXPECT_THROW(createEngine(table, script, 2), DevMgrEx::SMDomainError);
     EXPECT_THROW(createEngine(table, script, -1), DevMgrEx::SMDomainError);
     EXPECT_EQ(createEngine(table, script, 1)->getState(), 1);
 }
 
-TEST_F(DevSMExecutionEngTest, aTransitionThatTheFactoryLacksIsBad)
+TEST_F(DevSMExecutionEngTest, ATransitionThatTheFactoryLacksIsBad)
 {
     script.missing = "third";
     EXPECT_THROW(createEngine(table, script), DevMgrEx::SMBadTransitionImp);
 }
 
-TEST_F(DevSMExecutionEngTest, allCandidatesButTheLastAreConditional)
+TEST_F(DevSMExecutionEngTest, AllCandidatesButTheLastAreConditional)
 {
     script.conditions.erase("second");
     EXPECT_THROW(createEngine(table, script), DevMgrEx::SMBadTransitionImp);
@@ -348,7 +348,7 @@ struct Crafted
     }
 };
 
-TEST(DevSMExecutionEngTableTest, aTableThatFitsTogetherRuns)
+TEST(DevSMExecutionEngTableTest, ATableThatFitsTogetherRuns)
 {
     Crafted crafted;
     auto const engine = crafted.create();
@@ -366,7 +366,7 @@ void expectInconsistent(Crafted &crafted, std::int32_t state)
     EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
 }
 
-TEST(DevSMExecutionEngTableTest, anEventWithoutATransitionIsInconsistent)
+TEST(DevSMExecutionEngTableTest, AnEventWithoutATransitionIsInconsistent)
 {
     Crafted crafted;
     crafted.stateEvent[0] = {-1, 2, 1};
@@ -374,14 +374,14 @@ TEST(DevSMExecutionEngTableTest, anEventWithoutATransitionIsInconsistent)
     EXPECT_EQ(crafted.script.log, (Log{"create t"}));
 }
 
-TEST(DevSMExecutionEngTableTest, anInternalEventWithoutATransitionIsInconsistent)
+TEST(DevSMExecutionEngTableTest, AnInternalEventWithoutATransitionIsInconsistent)
 {
     Crafted crafted;
     crafted.stateEvent[0] = {0, -1, 1};
     expectInconsistent(crafted, 0);
 }
 
-TEST(DevSMExecutionEngTableTest, aFailureWithoutATransitionIsInconsistent)
+TEST(DevSMExecutionEngTableTest, AFailureWithoutATransitionIsInconsistent)
 {
     Crafted crafted;
     crafted.stateEvent[0] = {0, 2, -1};
@@ -389,14 +389,14 @@ TEST(DevSMExecutionEngTableTest, aFailureWithoutATransitionIsInconsistent)
     expectInconsistent(crafted, 0);
 }
 
-TEST(DevSMExecutionEngTableTest, aTransitionBeyondTheListIsInconsistent)
+TEST(DevSMExecutionEngTableTest, ATransitionBeyondTheListIsInconsistent)
 {
     Crafted crafted;
     crafted.stateEvent[0] = {4, 2, 1};
     expectInconsistent(crafted, 0);
 }
 
-TEST(DevSMExecutionEngTableTest, aTransitionWithoutANextStateIsInconsistent)
+TEST(DevSMExecutionEngTableTest, ATransitionWithoutANextStateIsInconsistent)
 {
     Crafted crafted;
     crafted.stateTransition[0] = {-1, 1, 0, -1};
@@ -404,14 +404,14 @@ TEST(DevSMExecutionEngTableTest, aTransitionWithoutANextStateIsInconsistent)
     EXPECT_EQ(crafted.script.log, (Log{"create t", "t"}));
 }
 
-TEST(DevSMExecutionEngTableTest, aNextStateBeyondTheListIsInconsistent)
+TEST(DevSMExecutionEngTableTest, ANextStateBeyondTheListIsInconsistent)
 {
     Crafted crafted;
     crafted.stateTransition[0] = {3, 1, 0, -1};
     expectInconsistent(crafted, 3);
 }
 
-TEST(DevSMExecutionEngTableTest, aTransitionInPlaceOfACheckIsRun)
+TEST(DevSMExecutionEngTableTest, ATransitionInPlaceOfACheckIsRun)
 {
     Crafted crafted;
     crafted.states = {"a", "b"};
@@ -426,7 +426,7 @@ TEST(DevSMExecutionEngTableTest, aTransitionInPlaceOfACheckIsRun)
     EXPECT_EQ(engine->getStatus(), 0);
 }
 
-TEST(DevSMExecutionEngTableTest, deadEndsAreToldByTheirNames)
+TEST(DevSMExecutionEngTableTest, DeadEndsAreToldByTheirNames)
 {
     for (char const * const name : {"_ill", "_exc"}) {
         Crafted crafted;
@@ -439,14 +439,14 @@ TEST(DevSMExecutionEngTableTest, deadEndsAreToldByTheirNames)
     }
 }
 
-TEST(DevSMExecutionEngTableTest, aTransitionWithoutAnObjectIsABadImplementation)
+TEST(DevSMExecutionEngTableTest, ATransitionWithoutAnObjectIsABadImplementation)
 {
     Crafted crafted;
     crafted.transitions = {"t", "t", "_exc", "_noexc", "_ill"};
     EXPECT_THROW(crafted.create(), DevMgrEx::SMBadImp);
 }
 
-TEST(DevSMExecutionEngTableTest, namesThatTheTableLacksAreOutsideItsDomain)
+TEST(DevSMExecutionEngTableTest, NamesThatTheTableLacksAreOutsideItsDomain)
 {
     for (char const * const event : {"_noexc", "_exc"}) {
         Crafted crafted;
@@ -470,14 +470,14 @@ TEST(DevSMExecutionEngTableTest, namesThatTheTableLacksAreOutsideItsDomain)
     EXPECT_THROW(conditional.create(), DevMgrEx::SMDomainError);
 }
 
-TEST(DevSMExecutionEngTableTest, aCandidateThatIsNoPrimaryTransitionIsBad)
+TEST(DevSMExecutionEngTableTest, ACandidateThatIsNoPrimaryTransitionIsBad)
 {
     Crafted crafted;
     crafted.descs = {{"_ct", {"_exc", "t"}, {"x", "x"}}};
     EXPECT_THROW(crafted.create(), DevMgrEx::SMBadTransitionImp);
 }
 
-TEST(DevSMExecutionEngTableTest, aChoiceAfterAChoiceFindsItsOwnEvents)
+TEST(DevSMExecutionEngTableTest, AChoiceAfterAChoiceFindsItsOwnEvents)
 {
     DevSMTableBuilder builder;
     builder.addState("a");
@@ -503,7 +503,7 @@ TEST(DevSMExecutionEngTableTest, aChoiceAfterAChoiceFindsItsOwnEvents)
     EXPECT_EQ(engine->getStatus(), 0);
 }
 
-TEST(DevSMExecutionEngTableTest, whatFailsAtTheEndOfTransitionsComesOutWhenAllHaveEnded)
+TEST(DevSMExecutionEngTableTest, WhatFailsAtTheEndOfTransitionsComesOutWhenAllHaveEnded)
 {
     class Failing : public DevSMConditionalTransition
     {

@@ -80,7 +80,7 @@ LiString next(DevSMTable const &table, LiString const &state, LiString const &tr
     return s < 0 ? LiString() : table.getStateName(s);
 }
 
-TEST(DevSMTableBuilderTest, aNameIsDeclaredOnce)
+TEST(DevSMTableBuilderTest, ANameIsDeclaredOnce)
 {
     DevSMTableBuilder builder;
     builder.addState("a");
@@ -91,7 +91,7 @@ TEST(DevSMTableBuilderTest, aNameIsDeclaredOnce)
     EXPECT_THROW(builder.addTransition("a"), DevMgrEx::NameNotUnique);
 }
 
-TEST(DevSMTableBuilderTest, aTransitionThatAStateHasNotLeadsToNone)
+TEST(DevSMTableBuilderTest, ATransitionThatAStateHasNotLeadsToNone)
 {
     DevSMTableBuilder builder;
     for (char const *name : {"a", "b"}) {
@@ -106,7 +106,7 @@ TEST(DevSMTableBuilderTest, aTransitionThatAStateHasNotLeadsToNone)
     EXPECT_EQ(table->getState(table->getState("b"), table->getTransition("b")), -1);
 }
 
-TEST(DevSMTableBuilderTest, transitionsOfAPairAddUpAndANextStateIsOverwritten)
+TEST(DevSMTableBuilderTest, TransitionsOfAPairAddUpAndANextStateIsOverwritten)
 {
     DevSMTableBuilder builder;
     EXPECT_FALSE(builder.isAssociatedStateEvent("s", "e"));
@@ -125,7 +125,7 @@ TEST(DevSMTableBuilderTest, transitionsOfAPairAddUpAndANextStateIsOverwritten)
     EXPECT_EQ(builder.getState("s", "t"), "c");
 }
 
-TEST(DevSMTableBuilderTest, whatWasNotDeclaredIsAnAssertion)
+TEST(DevSMTableBuilderTest, WhatWasNotDeclaredIsAnAssertion)
 {
     DevSMTableBuilder builder;
     EXPECT_EQ(failedAssertion([&] { (void)builder.getTransitions("s", "e"); }),
@@ -134,10 +134,10 @@ TEST(DevSMTableBuilderTest, whatWasNotDeclaredIsAnAssertion)
               "isAssociatedStateTransition(state, transition)");
     EXPECT_EQ(failedAssertion([&] { (void)builder.replaceNextState("s", "t", "n"); }),
               "isAssociatedStateTransition(state, transition)");
-    EXPECT_EQ(failedAssertion([&] { builder.createTable(); }), "_isExpanded");
+    EXPECT_EQ(failedAssertion([&] { (void)builder.createTable(); }), "_isExpanded");
 }
 
-TEST(DevSMTableBuilderTest, aPlainDeclarationExpandsToATransitionAndItsCheck)
+TEST(DevSMTableBuilderTest, APlainDeclarationExpandsToATransitionAndItsCheck)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "b"}, {"x"}, {"t"}, {{"a", "x", "t", "b"}});
@@ -161,7 +161,7 @@ TEST(DevSMTableBuilderTest, aPlainDeclarationExpandsToATransitionAndItsCheck)
     EXPECT_EQ(next(*table, "_exchk(a:x:t)", "_exc"), "_exc");
 }
 
-TEST(DevSMTableBuilderTest, aChoiceExpandsToAConditionalTransitionAndItsState)
+TEST(DevSMTableBuilderTest, AChoiceExpandsToAConditionalTransitionAndItsState)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "b", "c"}, {"x"}, {"t1", "t2"},
@@ -190,7 +190,7 @@ TEST(DevSMTableBuilderTest, aChoiceExpandsToAConditionalTransitionAndItsState)
     EXPECT_EQ(next(*table, "a", "t1"), "");
 }
 
-TEST(DevSMTableBuilderTest, onePairOfATransitionGivesOneSelectingEvent)
+TEST(DevSMTableBuilderTest, OnePairOfATransitionGivesOneSelectingEvent)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "b"}, {"x", "y"}, {"t", "u"},
@@ -199,7 +199,7 @@ TEST(DevSMTableBuilderTest, onePairOfATransitionGivesOneSelectingEvent)
     EXPECT_EQ(eventsOf(*table), (Names{"x", "y", "_ce(t)", "_ce(u)", "_noexc", "_exc"}));
 }
 
-TEST(DevSMTableBuilderTest, aChoiceOfTwoStatesSharesItsSelectingEventsOnly)
+TEST(DevSMTableBuilderTest, AChoiceOfTwoStatesSharesItsSelectingEventsOnly)
 {
     DevSMTableBuilder builder;
     declare(
@@ -213,7 +213,7 @@ TEST(DevSMTableBuilderTest, aChoiceOfTwoStatesSharesItsSelectingEventsOnly)
     EXPECT_NO_THROW((void)table->getState(LiString("_cs(b:x)")));
 }
 
-TEST(DevSMTableBuilderTest, declaredNamesComeFirstInDeclaredOrder)
+TEST(DevSMTableBuilderTest, DeclaredNamesComeFirstInDeclaredOrder)
 {
     DevSMTableBuilder builder;
     Names const states{"z", "y", "x"};
@@ -228,7 +228,7 @@ TEST(DevSMTableBuilderTest, declaredNamesComeFirstInDeclaredOrder)
     EXPECT_EQ(table->getPrimaryTransitions(), transitions);
 }
 
-TEST(DevSMTableBuilderTest, onlyDeclaredPairsAreIllegal)
+TEST(DevSMTableBuilderTest, OnlyDeclaredPairsAreIllegal)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "b"}, {"x", "y"}, {"t", "u"},
@@ -245,7 +245,7 @@ TEST(DevSMTableBuilderTest, onlyDeclaredPairsAreIllegal)
     EXPECT_EQ(fired(*table, "a", "_exc"), "");
 }
 
-TEST(DevSMTableBuilderTest, ofSeveralEventsForOneTransitionTheLastOnesCheckIsUsed)
+TEST(DevSMTableBuilderTest, OfSeveralEventsForOneTransitionTheLastOnesCheckIsUsed)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "b"}, {"x", "y", "z"}, {"t"},
@@ -260,7 +260,7 @@ TEST(DevSMTableBuilderTest, ofSeveralEventsForOneTransitionTheLastOnesCheckIsUse
     EXPECT_EQ(next(*table, "_exchk(a:x:t)", "_exc"), "_exc");
 }
 
-TEST(DevSMTableBuilderTest, aForgottenNextStateIsStateZero)
+TEST(DevSMTableBuilderTest, AForgottenNextStateIsStateZero)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "b"}, {"x"}, {"t"}, {});
@@ -276,14 +276,14 @@ TEST(DevSMTableBuilderTest, aForgottenNextStateIsStateZero)
     EXPECT_EQ(next(*choiceTable, "_exchk(_cs(b:x):_ce(u):u)", "_noexc"), "a");
 }
 
-TEST(DevSMTableBuilderTest, anUndeclaredTransitionIsTransitionZero)
+TEST(DevSMTableBuilderTest, AnUndeclaredTransitionIsTransitionZero)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "b"}, {"x"}, {"t"}, {{"b", "x", "nobody", "b"}});
     EXPECT_EQ(fired(*expanded(builder), "b", "x"), "t");
 }
 
-TEST(DevSMTableBuilderTest, aGeneratedNameThatIsTakenIsNotUnique)
+TEST(DevSMTableBuilderTest, AGeneratedNameThatIsTakenIsNotUnique)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "_exc"}, {"x"}, {"t"}, {{"a", "x", "t", "a"}});
@@ -292,10 +292,10 @@ TEST(DevSMTableBuilderTest, aGeneratedNameThatIsTakenIsNotUnique)
     DevSMTableBuilder checking;
     declare(checking, {"a", "_exchk(a:x:t)"}, {"x"}, {"t"}, {{"a", "x", "t", "a"}});
     EXPECT_THROW(checking.expand(), DevMgrEx::NameNotUnique);
-    EXPECT_EQ(failedAssertion([&] { checking.createTable(); }), "_isExpanded");
+    EXPECT_EQ(failedAssertion([&] { (void)checking.createTable(); }), "_isExpanded");
 }
 
-TEST(DevSMTableBuilderTest, oneTransitionTwiceInAChoiceIsAnAssertion)
+TEST(DevSMTableBuilderTest, OneTransitionTwiceInAChoiceIsAnAssertion)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a"}, {"x"}, {"t"}, {{"a", "x", "t", "a"}, {"a", "x", "t", "a"}});
@@ -303,7 +303,7 @@ TEST(DevSMTableBuilderTest, oneTransitionTwiceInAChoiceIsAnAssertion)
               "!sm->isAssociatedStateEvent(condStateName,condEventName)");
 }
 
-TEST(DevSMTableBuilderTest, namesOfTheExpansionsOwnFormAreFound)
+TEST(DevSMTableBuilderTest, NamesOfTheExpansionsOwnFormAreFound)
 {
     DevSMTableBuilder stateName;
     declare(stateName, {"_cs(a:x)", "a"}, {"y", "x"}, {"t", "u"},
@@ -326,7 +326,7 @@ TEST(DevSMTableBuilderTest, namesOfTheExpansionsOwnFormAreFound)
     EXPECT_EQ(failedAssertion([&] { both.expand(); }), "1 == tv.size()");
 }
 
-TEST(DevSMTableBuilderTest, namesThatOnlyTheSeparatorTellsApartAreFound)
+TEST(DevSMTableBuilderTest, NamesThatOnlyTheSeparatorTellsApartAreFound)
 {
     DevSMTableBuilder single;
     declare(single, {"a", "a:b"}, {"b:c", "c"}, {"t"}, {{"a", "b:c", "t", "a"}});
@@ -338,7 +338,7 @@ TEST(DevSMTableBuilderTest, namesThatOnlyTheSeparatorTellsApartAreFound)
               "!isAssociatedStateTransition(exchkStateName, _noException)");
 }
 
-TEST(DevSMTableBuilderTest, aDeclarationAfterTheExpansionWaitsForTheNextOne)
+TEST(DevSMTableBuilderTest, ADeclarationAfterTheExpansionWaitsForTheNextOne)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a"}, {"x"}, {"t"}, {{"a", "x", "t", "a"}});
@@ -351,7 +351,7 @@ TEST(DevSMTableBuilderTest, aDeclarationAfterTheExpansionWaitsForTheNextOne)
               (Names{"t", "u", "_ct(a:x)", "_noexc", "_exc", "_ill"}));
 }
 
-TEST(DevSMTableBuilderTest, anExpansionThatFailsLeavesTheFormerOne)
+TEST(DevSMTableBuilderTest, AnExpansionThatFailsLeavesTheFormerOne)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a"}, {"x"}, {"t"}, {{"a", "x", "t", "a"}});
@@ -361,19 +361,19 @@ TEST(DevSMTableBuilderTest, anExpansionThatFailsLeavesTheFormerOne)
     EXPECT_EQ(transitionsOf(*builder.createTable()), (Names{"t", "_noexc", "_exc", "_ill"}));
 }
 
-TEST(DevSMTableBuilderTest, aTableDoesNotFitStatesAndEventsThatCameLater)
+TEST(DevSMTableBuilderTest, ATableDoesNotFitStatesAndEventsThatCameLater)
 {
     DevSMTableBuilder states;
     declare(states, {"a"}, {"x"}, {"t"}, {{"a", "x", "t", "a"}});
     states.expand();
     states.addState("b");
-    EXPECT_EQ(failedAssertion([&] { states.createTable(); }),
+    EXPECT_EQ(failedAssertion([&] { (void)states.createTable(); }),
               "verifyPrimary( _primaryStateVector, _s )");
     DevSMTableBuilder events;
     declare(events, {"a"}, {"x"}, {"t"}, {{"a", "x", "t", "a"}});
     events.expand();
     events.addEvent("y");
-    EXPECT_EQ(failedAssertion([&] { events.createTable(); }),
+    EXPECT_EQ(failedAssertion([&] { (void)events.createTable(); }),
               "verifyPrimary( _primaryEventVector, _e )");
 }
 
@@ -391,7 +391,7 @@ char const * const declaration = "States: a, b\n"
                                  "a\ta\tb\n"
                                  "b\tb\t.\n";
 
-TEST(DevSMTableBuilderTest, dumpsItsDeclaration)
+TEST(DevSMTableBuilderTest, DumpsItsDeclaration)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a", "b"}, {"x", "y"}, {"t", "u"},
@@ -401,7 +401,7 @@ TEST(DevSMTableBuilderTest, dumpsItsDeclaration)
     EXPECT_EQ(stream.str(), declaration);
 }
 
-TEST(DevSMTableBuilderTest, dumpsTheExpandedMachineBehindIt)
+TEST(DevSMTableBuilderTest, DumpsTheExpandedMachineBehindIt)
 {
     DevSMTableBuilder builder;
     declare(builder, {"a"}, {"x"}, {"t", "u"}, {{"a", "x", "t", "a"}, {"a", "x", "u", "a"}});

@@ -37,7 +37,7 @@ struct Parts
     }
 };
 
-TEST(DevSMTableTest, countsAndDomains)
+TEST(DevSMTableTest, CountsAndDomains)
 {
     auto const table = Parts().create();
     EXPECT_EQ(table->getNbStates(), 3);
@@ -55,7 +55,7 @@ TEST(DevSMTableTest, countsAndDomains)
     EXPECT_FALSE(table->isTransition(-1));
 }
 
-TEST(DevSMTableTest, whatTheExpansionAddedIsNotPrimary)
+TEST(DevSMTableTest, WhatTheExpansionAddedIsNotPrimary)
 {
     auto const table = Parts().create();
     EXPECT_TRUE(table->isPrimaryState(1));
@@ -72,7 +72,7 @@ TEST(DevSMTableTest, whatTheExpansionAddedIsNotPrimary)
     EXPECT_FALSE(table->isPrimaryTransition(-1));
 }
 
-TEST(DevSMTableTest, anExistingPairWithoutEntryIsMinusOne)
+TEST(DevSMTableTest, AnExistingPairWithoutEntryIsMinusOne)
 {
     auto const table = Parts().create();
     EXPECT_EQ(table->getTransition(0, 0), 2);
@@ -85,7 +85,7 @@ TEST(DevSMTableTest, anExistingPairWithoutEntryIsMinusOne)
     EXPECT_EQ(table->getState(2, 5), 1);
 }
 
-TEST(DevSMTableTest, aNumberOutsideTheListsThrows)
+TEST(DevSMTableTest, ANumberOutsideTheListsThrows)
 {
     auto const table = Parts().create();
     EXPECT_THROW(table->getTransition(3, 0), DevMgrEx::SMDomainError);
@@ -104,7 +104,7 @@ TEST(DevSMTableTest, aNumberOutsideTheListsThrows)
     EXPECT_THROW((void)table->getTransitionName(-1), DevMgrEx::SMDomainError);
 }
 
-TEST(DevSMTableTest, namesAndNumbersAgree)
+TEST(DevSMTableTest, NamesAndNumbersAgree)
 {
     Parts const parts;
     auto const table = parts.create();
@@ -122,7 +122,7 @@ TEST(DevSMTableTest, namesAndNumbersAgree)
     }
 }
 
-TEST(DevSMTableTest, aNameThatIsNotThereThrows)
+TEST(DevSMTableTest, ANameThatIsNotThereThrows)
 {
     auto const table = Parts().create();
     EXPECT_THROW((void)table->getState(LiString("z")), DevMgrEx::SMDomainError);
@@ -130,7 +130,7 @@ TEST(DevSMTableTest, aNameThatIsNotThereThrows)
     EXPECT_THROW((void)table->getTransition(LiString("z")), DevMgrEx::SMDomainError);
 }
 
-TEST(DevSMTableTest, theFirstOfEqualNamesIsFound)
+TEST(DevSMTableTest, TheFirstOfEqualNamesIsFound)
 {
     Parts parts;
     parts.states[2] = "on";
@@ -142,7 +142,7 @@ TEST(DevSMTableTest, theFirstOfEqualNamesIsFound)
     EXPECT_EQ(table->getTransition(LiString("_exc")), 3);
 }
 
-TEST(DevSMTableTest, primaryTransitionsAreThoseThatNobodyElseNames)
+TEST(DevSMTableTest, PrimaryTransitionsAreThoseThatNobodyElseNames)
 {
     auto const table = Parts().create();
     EXPECT_EQ(table->getPrimaryTransitions(), (Names{"a", "b"}));
@@ -154,7 +154,7 @@ TEST(DevSMTableTest, primaryTransitionsAreThoseThatNobodyElseNames)
     EXPECT_EQ(descs[0].events, (Names{"_ce(a)", "y"}));
 }
 
-TEST(DevSMTableTest, eachPrimaryListIsWhereItsFullListBegins)
+TEST(DevSMTableTest, EachPrimaryListIsWhereItsFullListBegins)
 {
     Parts states;
     states.primaryStates = {"off"};
@@ -170,7 +170,7 @@ TEST(DevSMTableTest, eachPrimaryListIsWhereItsFullListBegins)
               "verifyPrimary( _primaryTransitionVector, _t )");
 }
 
-TEST(DevSMTableTest, aChoiceHasTwoTransitionsAndAnEventForEach)
+TEST(DevSMTableTest, AChoiceHasTwoTransitionsAndAnEventForEach)
 {
     for (Desc const &desc : {Desc{"_ct(on:x)", {"a", "b"}, {"_ce(a)"}},
                              Desc{"_ct(on:x)", {"a", "b"}, {"_ce(a)", "x", "y"}},
@@ -182,7 +182,7 @@ TEST(DevSMTableTest, aChoiceHasTwoTransitionsAndAnEventForEach)
     }
 }
 
-TEST(DevSMTableTest, dumpsListsThenMatrices)
+TEST(DevSMTableTest, DumpsListsThenMatrices)
 {
     auto const table = Parts().create();
     std::ostringstream stream;
@@ -206,7 +206,7 @@ TEST(DevSMTableTest, dumpsListsThenMatrices)
     EXPECT_EQ(direct.str(), stream.str());
 }
 
-TEST(DevSMTableTest, aMachineWithoutChoicesDumpsNone)
+TEST(DevSMTableTest, AMachineWithoutChoicesDumpsNone)
 {
     Parts parts;
     parts.descs.clear();

@@ -29,7 +29,8 @@ struct ZVRESMGT_EXPORT DevMgrCloseReport
 
     /// The devices that were open or being opened, the newest first.
     Vector<Device> devices;
-    /// Whether the thread "DevMgr ANO" was left behind, because an observer or a device has not returned from a call.
+    /// Whether the thread "DevMgr ANO" was left behind, because an observer or a device has not
+    /// returned from a call.
     bool isThreadLeftBehind = false;
 
     /// Returns the names of the devices that were left behind, the newest first.

@@ -1,7 +1,7 @@
 // One device of a manager: its opening, its closing, and leaving it behind.
 #pragma once
 
-#include "resmgt/deviceProtocol/devMDAccessPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/locks/lkSema.h"

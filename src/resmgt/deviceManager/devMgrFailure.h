@@ -1,4 +1,5 @@
-// Failures of devices and observers, for applications that report or handle them.
+// Failure of a device or an observer, and the handler that decides what happens then
+// (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -11,42 +12,55 @@
 
 namespace Zv {
 
-/// A failure of a device's sequence machine, or an exception on the thread "DevMgr ANO", with what is known of it:
-///
-///     if (auto const failure = sequence->getFailure("camera"))
-///         std::cerr << *failure << '\n'; // device camera: event "stop" in state "stop": illegal event
+/// A failure of a device's sequence machine, or an exception on the thread "DevMgr ANO", with what
+/// is known of it. Written to a stream it reads like `device camera: event "stop" in state "stop":
+/// illegal event`.
 struct ZVRESMGT_EXPORT DevMgrFailure
 {
-    /// The device whose machine met the event. Empty if the failure belongs to no machine.
+    /// The device whose machine got the event. Empty if the failure belongs to no machine.
     LiString device;
-    /// The property whose observer threw. Empty for everything else.
+    /// The property whose observer has thrown. Empty for everything else.
     LiString property;
     /// The state in which the machine got the event, such as "wml".
     LiString state;
-    /// The event: of a machine its name, such as "start", of a property the number that the device gave.
+    /// The event: its name, such as "start", or for a property the number that the device has
+    /// passed.
     LiString event;
-    /// The exception, to be rethrown. Null if the event was illegal in the state.
+    /// The exception, so that it can be thrown again. Null if the event was illegal in the state.
     std::exception_ptr exception;
 
-    /// Returns the exception's text with its place if it has one, and "illegal event" if there is no exception.
+    /// Returns the exception's text with its place if it has one, and "illegal event" if there is
+    /// no exception.
     LiString getReason() const;
 };
 
-/// Writes the failure as one text, as in the example above.
+/// Writes the failure as one text.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevMgrFailure const &failure);
 
-/// Decides whether the process goes on after an exception on the thread "DevMgr ANO". An application derives from it
-/// and installs an instance with `DevMgr::setFailureHandler`.
+/// Decides whether the process goes on after an exception on the thread "DevMgr ANO". An
+/// application derives from it and installs an instance with `DevMgr::setFailureHandler`:
+///
+///     class GoOn : public DevMgrFailureHandler
+///     {
+///     public:
+///         void handle(DevMgrFailure const &failure) override
+///         {
+///             std::fprintf(stderr, "%s\n", failure.getReason().getChars());
+///         }
+///     };
 class ZVRESMGT_EXPORT DevMgrFailureHandler : public RCBase<LkCounter<long>>
 {
 public:
-    /// Called on "DevMgr ANO" with an exception that would end the process: one of a property observer, one of a
-    /// sequence observer, one of a device that is called there, or a `DevMgrEx::SMExecutionError` because an event came
-    /// for a machine that had failed. The exception has been written to the trace. If this function returns, the thread
-    /// goes on with the next report. The events that the failed delivery would still have delivered are lost. If this
-    /// function throws, the process ends.
+    /// Called on "DevMgr ANO" with an exception that would end the process. The exception was
+    /// thrown by a property observer, a sequence observer or a device that was called there, or is
+    /// a `DevMgrEx::SMExecutionError` because a machine that has failed got an event. It has been
+    /// written to the trace.
     ///
-    /// It is called without a lock. It must not destroy the manager or an access object, nor wait for another report.
+    /// If this function returns, the thread goes on with the next report. The events that the
+    /// failed delivery would still have delivered are lost. If it throws, the process ends.
+    ///
+    /// No lock is held. The function must not destroy the manager or an access object, and must not
+    /// wait for another report.
     virtual void handle(DevMgrFailure const &failure) = 0;
 
 protected:

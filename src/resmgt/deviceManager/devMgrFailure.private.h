@@ -1,11 +1,11 @@
-// What the manager's thread asks an ANO that has failed.
+// Description of a request that has failed on the manager's thread.
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFailure.h"
 
 namespace Zv {
 
-/// An ANO that can say what it was about when its execution threw. The exception is added by the caller.
+/// A request that can describe what it was doing when it has thrown. The caller adds the exception.
 class DevMgrFailureSource
 {
 public:

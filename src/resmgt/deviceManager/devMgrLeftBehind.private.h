@@ -1,4 +1,4 @@
-// Objects that are kept for the rest of the process, because a thread that hangs may use them.
+// Objects that are kept until the process ends, because a thread that hangs may use them.
 #pragma once
 
 #include "resmgt/smartPtrs/rcShdPtr.h"
@@ -8,11 +8,12 @@
 
 namespace Zv {
 
-/// A list of what was left behind, in which leak checkers find it.
+/// The list of such objects. It lets leak checkers find them.
 class DevMgrLeftBehind
 {
 public:
-    /// Keeps the object. Never throws: without memory the object is kept, but not found.
+    /// Keeps the object. Never throws. If there is no memory, the object is kept, but leak checkers
+    /// do not find it.
     template <class T>
     static void keep(RCShdPtr<T> const &object)
     {

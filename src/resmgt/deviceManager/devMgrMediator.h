@@ -4,7 +4,7 @@
 #include "resmgt/deviceManager/devMgrCloseReport.h"
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
-#include "resmgt/deviceProtocol/devMDAccessPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkLock.h"

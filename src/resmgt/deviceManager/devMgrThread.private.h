@@ -3,7 +3,7 @@
 
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
-#include "resmgt/deviceProtocol/devSenderWait.h"
+#include "resmgt/deviceProtocol/devReceiverWait.h"
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priorityRelation.h"

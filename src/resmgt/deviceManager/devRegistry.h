@@ -1,4 +1,4 @@
-// The catalogue of device kinds.
+// Registry of device kinds (device writers).
 #pragma once
 
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
@@ -13,16 +13,17 @@
 
 namespace Zv {
 
-/// One kind of device: a name, a description, and the making of the device's protocol object. The device writer
-/// derives from it and adds an instance to the registry.
+/// A kind of device: its name, its description, and a function that creates the device. A device
+/// writer derives from it, or uses `makeRegistryEntry`, and adds an instance to the registry.
 class ZVRESMGT_EXPORT DevRegistryEntry
 {
 public:
     DevRegistryEntry(LiString const &name, LiString const &description);
     virtual ~DevRegistryEntry() noexcept(false);
 
-    /// A new protocol object of this kind. Called once for each manager that uses the device, on the client's thread
-    /// that names it first, under the manager's configuration lock: it must not configure that manager.
+    /// Creates a device of this kind. Called once for each manager that uses the device, on the
+    /// thread that names it first. The manager's configuration lock is held, so the function must
+    /// not configure that manager.
     virtual RCShdPtr<DevMDPrtcl> createPrtcl() = 0;
 
     LiString getName() const { return _name; }
@@ -33,14 +34,21 @@ private:
     LiString _description;
 };
 
-/// An entry that makes its devices by calling `maker` with its name:
+/// Returns an entry that calls `maker` with its name to create a device:
 ///
-///     DevRegistry::getInstance().add(makeRegistryEntry("camera", "Takes pictures", [](LiString const &name) {
-///         return makeShd<Camera>(name);
-///     }));
+///     class Camera : public DevMDStdDevice
+///     {
+///     public:
+///         explicit Camera(LiString const &name) : DevMDStdDevice(name) {}
+///     };
+///     auto const addCamera = [] {
+///         DevRegistry::getInstance().add(makeRegistryEntry(
+///             "camera", "Takes pictures",
+///             [](LiString const &name) { return makeShd<Camera>(name); }));
+///     };
 template <std::invocable<LiString const &> Maker>
-ObjPtrRet<DevRegistryEntry> makeRegistryEntry(LiString const &name, LiString const &description,
-                                              Maker maker)
+[[nodiscard]] ObjPtrRet<DevRegistryEntry>
+makeRegistryEntry(LiString const &name, LiString const &description, Maker maker)
 {
     class Entry final : public DevRegistryEntry
     {
@@ -57,28 +65,33 @@ ObjPtrRet<DevRegistryEntry> makeRegistryEntry(LiString const &name, LiString con
     return makeObj<Entry>(name, description, std::move(maker));
 }
 
-/// The process-wide catalogue of device kinds, by unique names. All managers share it.
+/// The registry of all device kinds in the process. Their names are unique. All managers share it.
 ///
-/// It has no lock of its own: entries are added while packages come up, or where no manager is at work.
+/// **Threads**: one thread at a time. Add and remove entries while packages are started, or while
+/// no manager is in use. `getInstance` is thread-safe.
 class ZVRESMGT_EXPORT DevRegistry
 {
 public:
-    /// Made on first use, and never destroyed. Any thread.
+    /// Returns the only instance. It is created at its first use and never destroyed.
     static DevRegistry &getInstance();
 
     virtual ~DevRegistry() noexcept(false);
 
-    /// Takes the entry over. Where its name is taken, the entry is destroyed and `DevPrtclEx::ExNameNotUnique` thrown.
+    /// Adds an entry and owns it. If its name is in use, destroys the entry and throws
+    /// `DevPrtclEx::ExNameNotUnique`.
     virtual void add(ObjPtr<DevRegistryEntry> entry) = 0;
+    /// Returns true if there is an entry of that name.
     virtual bool isRegistered(LiString const &name) = 0;
     virtual int getCount() = 0;
-    /// All names, in no particular order.
+    /// Returns all names, in no particular order.
     virtual ObjPtrRet<Vector<LiString>> getNames() = 0;
-    /// The three below throw `DevPrtclEx::ExNameNotRegistered` for a name that is not there.
+    /// Returns the description. Throws `DevPrtclEx::ExNameNotRegistered` if there is no such entry.
     virtual LiString getDescription(LiString const &name) = 0;
-    /// Destroys the entry. Devices that it made live on.
+    /// Removes and destroys the entry. Devices that it has created stay. Throws
+    /// `DevPrtclEx::ExNameNotRegistered` if there is no such entry.
     virtual void remove(LiString const &name) = 0;
-    /// What the entry's `createPrtcl` returns.
+    /// Calls the entry's `createPrtcl`. Throws `DevPrtclEx::ExNameNotRegistered` if there is no
+    /// such entry.
     virtual RCShdPtr<DevMDPrtcl> createPrtcl(LiString const &name) = 0;
 
 protected:

@@ -42,7 +42,7 @@ bool DevANO::notifyFailure(std::exception_ptr const &failure)
 
 void DevANO::setACO(ObjPtr<DevACO> aco)
 {
-    _aco = aco;
+    _aco = std::move(aco);
 }
 
 ObjPtrRet<DevACO> DevANO::releaseACO()
@@ -53,5 +53,7 @@ ObjPtrRet<DevACO> DevANO::releaseACO()
 }
 
 DevClonableANO::~DevClonableANO() = default;
+
+DevMDStdANO::~DevMDStdANO() = default;
 
 } // namespace Zv

@@ -1,6 +1,7 @@
 #include "resmgt/deviceProtocol/devANOFifo.h"
 
 #include "resmgt/locks/lkGuard.h"
+#include "resmgt/threadExtensions/mtContainer.imp.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 #include "zvbase/platform/interlocked.h"
@@ -9,6 +10,8 @@
 #include <utility>
 
 namespace Zv {
+
+template class MtContainer<std::queue<DevANOQueueEntry, Deque<DevANOQueueEntry>>>;
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
@@ -41,10 +44,10 @@ void DevANOFifo::admit(DevANOQueueEntry &entry)
 void DevANOFifo::add(DevANOQueueEntry &entry, void (DevANOQueue::*how)(DevANOQueueEntry const &))
 {
     if (entry.isNull())
-        RCExUtil::throwExNullPtr(); // here, and not on the thread that would execute it
+        RCExUtil::throwExNullPtr(); // here, not on the thread that would execute it
     try {
         (_queue.*how)(entry);
-    } catch (...) { // of an observer: the ANO is queued
+    } catch (...) { // thrown by an observer: the request is queued
         discardIfClosed();
         throw;
     }
@@ -92,7 +95,8 @@ bool DevANOFifo::tryConsume(DevANOQueueEntry &entry)
     return timedConsume(entry, 0.0);
 }
 
-// The time begins anew after an ANO that is not handed out: the last one is on its way then.
+// The time begins anew after a request that is destroyed here, because the last one is on its way
+// then.
 bool DevANOFifo::timedConsume(DevANOQueueEntry &entry, double seconds)
 {
     for (;;) {
@@ -132,7 +136,7 @@ bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
         _last = nullptr;
         return true;
     }
-    // Not on this thread, whose failures are no longer handled.
+    // A failure is kept for `close`: failures on this thread are no longer handled.
     FirstFailure failure(_failure);
     failure.attempt([&entry] { entry = DevANOQueueEntry(); });
     _failure = failure.get();
@@ -145,8 +149,8 @@ void DevANOFifo::setCondition(Condition condition)
     Interlocked::storeRelease(_condition, condition);
 }
 
-// Looked at when the entry is in: both sides have been through the queue's lock by then, so that an entry is found
-// either by the one who closes or by the one who brought it too late.
+// Called when the entry is queued. Both sides have held the queue's lock by then, so either the
+// closing thread finds the entry or the thread that has queued it too late finds the queue closed.
 void DevANOFifo::discardIfClosed()
 {
     if (Interlocked::loadAcquire(_condition) != CLOSED)

@@ -1,61 +1,87 @@
-// What the queue of a device and that of a manager have in common.
+// Queue of requests that can be closed, the base class of the queues of devices and managers
+// (device writers).
 #pragma once
 
-#include "resmgt/deviceProtocol/devANOQueue.h"
+#include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/export.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/smartPtrs/rcBase.h"
+#include "resmgt/threadExtensions/mtContainer.h"
+#include "resmgt/threadExtensions/mtContainerObserver.h"
+#include "zvbase/containers.h"
 
+#include <chrono>
 #include <exception>
+#include <queue>
 
 namespace Zv {
 
 class FirstFailure;
 
-/// A queue of ANOs that can be closed: `DevMDStdFifo` is that of a device, `DevMgrFifo` that of a manager. Any thread
-/// produces, one consumes. A full one blocks the threads that call `produce`, which is the only flow control between
-/// clients, devices and managers. It never blocks a thread that calls `admit`: the steps that a sequence sends to a
-/// device, and the reports that a device sends back, pass on that way. A thread that sends one of them may hold the lock
-/// that the consuming thread needs to go on, or be the consuming thread itself.
+/// The container inside a `DevANOFifo`. See there.
+using DevANOQueue = MtContainer<std::queue<DevANOQueueEntry, Deque<DevANOQueueEntry>>>;
+
+extern template class ZVRESMGT_EXPORT
+    MtContainer<std::queue<DevANOQueueEntry, Deque<DevANOQueueEntry>>>;
+
+/// A queue of requests that can be closed. `DevMDStdFifo` is the queue of a device, `DevMgrFifo`
+/// that of a manager.
 ///
-/// Any thread may call `produce`, `admit`, `send`, `close` and `open` at any time, also at the same time. It must be
-/// empty when it is destroyed: fails the assertion of `MtContainer` otherwise.
+/// Any number of threads produce, and one thread consumes. A full queue blocks the threads that
+/// call `produce`. That is the only flow control between clients, devices and managers. A thread
+/// that calls `admit` is never blocked: the steps that a sequence sends to a device, and the
+/// reports that a device sends back, pass on that way. A thread that sends one of them may hold a
+/// lock that the consuming thread needs, or be the consuming thread itself.
+///
+/// **Threads**: any thread may call `produce`, `admit`, `send`, `close` and `open`, also at the
+/// same time. Only the consuming thread may call `consume`, `tryConsume` and `timedConsume`.
+///
+/// The queue must be empty when it is destroyed. Otherwise an assertion of `MtContainer` fails.
 class ZVRESMGT_EXPORT DevANOFifo : public RCBase<LkCounter<long>>
 {
 public:
-    /// Queues the ANO of `entry`, which is left empty. Blocks while the FIFO is full. Once the FIFO is closed, the ANO
-    /// is destroyed instead. Throws `RCEx::ExNullPtr` for an entry that holds none, and what the FIFO's observer or the
-    /// destruction of an ANO throws.
+    /// Queues the request of `entry` and leaves the entry empty. Blocks while the queue is full. If
+    /// the queue is closed, destroys the request instead.
+    ///
+    /// Throws `RCEx::ExNullPtr` if the entry is empty. Passes on what the queue's observer or the
+    /// destructor of a request throws. The request is queued nevertheless if the observer has
+    /// thrown.
     void produce(DevANOQueueEntry &entry);
-    /// As `produce`, but queues the ANO behind the others also if the FIFO is full. Never blocks. The FIFO stays bounded
-    /// only if the callers bound the number of ANOs that they have on their way at a time.
+    /// Like `produce`, but also queues the request if the queue is full, and never blocks. The
+    /// queue stays bounded only if the callers limit how many such requests they have on their way.
     void admit(DevANOQueueEntry &entry);
-    /// As `produce`, for a sender that is going to wait for the ANO: it must wait also where an observer of the FIFO has
-    /// thrown, because the ANO is on its way all the same. Hands that failure out; throws what has kept the ANO from
-    /// being queued.
+    /// Like `produce`, for a sender that then waits for the request to be executed. If the queue's
+    /// observer throws, the request is queued nevertheless and the exception is returned: the
+    /// sender must still wait. If the request could not be queued, the exception is thrown. Returns
+    /// null if nothing has failed.
     [[nodiscard]] std::exception_ptr send(ObjPtr<DevANO> ano);
-    /// Does the same with the last ANO that the consuming thread gets, because what the others were for is gone.
-    /// Destroys what is queued. The consuming thread destroys what arrives before or after the last ANO instead of
-    /// handing it out. Call `close` when that thread has ended.
+    /// Like `send`, with the last request that the consuming thread gets. Destroys what is queued.
+    /// The consuming thread destroys every other request that arrives, before or after the last
+    /// one. Call `close` when the consuming thread has ended.
     [[nodiscard]] std::exception_ptr sendLast(ObjPtr<DevANO> last);
-    /// Blocks while the FIFO is empty.
-    DevANOQueueEntry consume();
-    /// False, with `entry` as it was, while the FIFO is empty.
-    bool tryConsume(DevANOQueueEntry &entry);
-    /// The same, but waits up to that many seconds.
-    bool timedConsume(DevANOQueueEntry &entry, double seconds);
+    /// Removes the next request and returns it. Blocks while the queue is empty.
+    [[nodiscard]] DevANOQueueEntry consume();
+    /// Removes the next request. Returns false and leaves `entry` as it was if the queue is empty.
+    [[nodiscard]] bool tryConsume(DevANOQueueEntry &entry);
+    /// Like `tryConsume`, but waits up to `seconds` for a request.
+    [[nodiscard]] bool timedConsume(DevANOQueueEntry &entry, double seconds);
+    [[nodiscard]] bool timedConsume(DevANOQueueEntry &entry, std::chrono::duration<double> limit)
+    {
+        return timedConsume(entry, limit.count());
+    }
 
-    /// Must be called when the consuming thread has ended. Destroys what is queued, releases blocked producers, and
-    /// has what they and others still produce destroyed. Destroys every ANO also if the destruction of one throws,
-    /// and then throws the first of these failures.
+    /// Closes the queue: destroys what is queued, releases blocked producers, and destroys what is
+    /// produced from now on. The consuming thread must have ended. Destroys every request even if a
+    /// destructor throws, and then throws the first exception.
     void close();
-    /// Queues again. A new FIFO is open. What is produced after this call has returned is not destroyed.
+    /// Opens the queue again. A new queue is open. What is produced after this call is not
+    /// destroyed.
     void open();
 
 protected:
-    /// `name` must outlive the FIFO. `capacity` is the number of ANOs that can wait; 0 means no limit. Fails an
-    /// assertion if it is negative.
+    /// `name` must outlive the queue. `capacity` is the number of requests that can wait. 0 means
+    /// no limit. Fails an assertion if it is negative.
     DevANOFifo(char const *name, int capacity);
     ~DevANOFifo() override;
 
@@ -65,7 +91,7 @@ private:
     enum Condition
     {
         OPEN,   // the consumer gets what is queued
-        ENDING, // the consumer gets the last ANO only
+        ENDING, // the consumer gets the last request only
         CLOSED  // there is no consumer, and producers discard
     };
 
@@ -76,13 +102,13 @@ private:
     void discardWhile(Condition condition, FirstFailure &failure);
 
     DevANOQueue _queue;
-    // Held to change the condition, and by a producer while it takes an ANO out of a closed FIFO: it must not take one
-    // that was sent after the FIFO was opened again.
+    // Held to change the condition, and by a producer while it takes a request out of a closed
+    // queue: it must not take one that was sent after the queue was opened again.
     LkLock _conditionLock;
     Condition _condition = OPEN;
     // Written before the condition is ENDING, then by the consumer until it has ended.
     DevANO const *_last = nullptr;
-    std::exception_ptr _failure; // of an ANO that the consumer has destroyed
+    std::exception_ptr _failure; // of a request that the consumer has destroyed
 };
 
 } // namespace Zv

@@ -1,4 +1,7 @@
-#include "resmgt/deviceProtocol/devMDProperty.imp.h"
+#include "resmgt/deviceProtocol/devMDProperty.h"
+
+#include "resmgt/deviceProtocol/devPrtclEx.h"
+#include "zvbase/failures.h"
 
 namespace Zv {
 
@@ -11,7 +14,28 @@ void DevMDPropertyAEO::performExecute()
 
 DevMDPropertyAny::~DevMDPropertyAny() = default;
 
+template <class T>
+DevMDProperty<T>::~DevMDProperty() = default;
+
+template <class T>
+void DevMDProperty<T>::set(T const &value)
+{
+    if (!(getAttributes() & WRITABLE))
+        ZV_THROW(DevPrtclEx::ExMDPropertyIllegalOp, "set", getName().getChars());
+    performSet(value);
+}
+
+template <class T>
+void DevMDProperty<T>::get(T &value)
+{
+    if (!(getAttributes() & READABLE))
+        ZV_THROW(DevPrtclEx::ExMDPropertyIllegalOp, "get", getName().getChars());
+    performGet(value);
+}
+
 DevMDPropertySet::~DevMDPropertySet() = default;
+
+DevMDPropertyPrtcl::~DevMDPropertyPrtcl() = default;
 
 #define ZV_INSTANTIATE_PROPERTY(T) template class DevMDProperty<T>;
 ZV_FOR_EACH_PROPERTY_TYPE(ZV_INSTANTIATE_PROPERTY)

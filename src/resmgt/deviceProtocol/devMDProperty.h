@@ -1,55 +1,122 @@
-// The properties that a device offers, and the sets that group them.
+// Properties of a device: typed values, their sets, and the face that offers them (applications,
+// device writers).
 #pragma once
 
 #include "resmgt/containers/iterator.h"
-#include "resmgt/deviceProtocol/devMDPropertyAEO.h"
-#include "resmgt/deviceProtocol/devMDPropertyTypes.h"
-#include "resmgt/deviceProtocol/devPrtclEx.h"
+#include "resmgt/deviceProtocol/devANO.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/literals/liUuid.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "zvbase/containers.h"
 #include "zvbase/failures.h"
 #include "zvbase/objPtr.h"
 
+#include <concepts>
+#include <cstdint>
+
+/// Writes `apply(T)` once for each of the 22 types that a property can have.
+#define ZV_FOR_EACH_PROPERTY_TYPE(apply)                                                           \
+    ZV_FOR_PROPERTY_TYPE(apply, bool)                                                              \
+    ZV_FOR_PROPERTY_TYPE(apply, signed char)                                                       \
+    ZV_FOR_PROPERTY_TYPE(apply, unsigned char)                                                     \
+    ZV_FOR_PROPERTY_TYPE(apply, short)                                                             \
+    ZV_FOR_PROPERTY_TYPE(apply, unsigned short)                                                    \
+    ZV_FOR_PROPERTY_TYPE(apply, int)                                                               \
+    ZV_FOR_PROPERTY_TYPE(apply, unsigned int)                                                      \
+    ZV_FOR_PROPERTY_TYPE(apply, std::int64_t)                                                      \
+    ZV_FOR_PROPERTY_TYPE(apply, std::uint64_t)                                                     \
+    ZV_FOR_PROPERTY_TYPE(apply, float)                                                             \
+    ZV_FOR_PROPERTY_TYPE(apply, double)
+#define ZV_FOR_PROPERTY_TYPE(apply, Type) apply(Type) apply(::Zv::Vector<Type>)
+
 namespace Zv {
 
-/// A property of any type: who it is and what can be done with it. All operations may be called by any thread.
+namespace Detail {
+
+template <class T, class... Types>
+concept OneOf = (std::same_as<T, Types> || ...);
+
+template <class T>
+concept PropertyScalar = OneOf<T, bool, signed char, unsigned char, short, unsigned short, int,
+                               unsigned int, std::int64_t, std::uint64_t, float, double>;
+
+template <class T>
+inline constexpr bool IS_PROPERTY_VECTOR = false;
+template <PropertyScalar T>
+inline constexpr bool IS_PROPERTY_VECTOR<Vector<T>> = true;
+
+} // namespace Detail
+
+/// A type that a property can have: one of eleven scalars, or a `Vector` of one of them.
+///
+/// The 64-bit scalars are `std::int64_t` and `std::uint64_t`. On Linux these are `long` types, so
+/// `long long` is not a property type there.
+template <class T>
+concept DevMDPropertyValue = Detail::PropertyScalar<T> || Detail::IS_PROPERTY_VECTOR<T>;
+
+/// The observer that a property keeps. The manager implements it. The device calls it on the
+/// device's own thread.
+class ZVRESMGT_EXPORT DevMDPropertyAEO : public DevAEO
+{
+public:
+    /// The word in which every event is set.
+    static constexpr unsigned int ALL_EVENTS = 0xFFFFFFFFu;
+
+    ~DevMDPropertyAEO() override;
+
+    /// Notifies of all events.
+    void performExecute() override;
+    /// Notifies of the events whose bits are set. The device and its observers agree on the meaning
+    /// of the bits.
+    virtual void performNotify(unsigned int events) = 0;
+};
+
+/// A property of any type: its identity, and what can be done with it.
+///
+/// **Threads**: thread-safe.
 class ZVRESMGT_EXPORT DevMDPropertyAny : public RCBase<LkCounter<long>>
 {
 public:
-    /// Bits of the attribute word.
+    /// Bits of `getAttributes`.
     static constexpr unsigned int READABLE = 1;
     static constexpr unsigned int WRITABLE = 2;
 
-    /// Tells this property from every other one.
+    /// Returns the identifier, which no other property has.
     virtual LiUuid getUuid() = 0;
-    /// Unique in its set.
+    /// Returns the name, which is unique in the property's set.
     virtual LiString getName() = 0;
     virtual LiString getDescription() = 0;
-    /// `READABLE`, `WRITABLE`, both or none.
+    /// Returns `READABLE`, `WRITABLE`, both or neither.
     virtual unsigned int getAttributes() const = 0;
+    /// Returns true if the property can be used at the moment.
     virtual bool isAvailable() const = 0;
-    /// Who is told of changes from now on; null for nobody. The former one is destroyed.
+    /// Sets the observer that is notified of changes, and destroys the former one. Null means none.
     virtual void setObserverAEO(ObjPtr<DevMDPropertyAEO> observer) = 0;
 
 protected:
     ~DevMDPropertyAny() override;
 };
 
-/// A property with a value. `T` is one of the 22 types of `DevMDPropertyValue`. Use goes through `set` and `get`,
-/// which may be called by any thread but the device's own, and block as long as the device's forms do.
+/// A property with a value of the type `T`, one of the 22 types of `DevMDPropertyValue`.
+///
+/// **Threads**: any thread may call `set` and `get`, except the device's own.
+///
+/// **Blocks**: as long as the device's `performSet` and `performGet` do. See `DevMDStdProperty`.
 template <class T>
 class ZVRESMGT_EXPORT DevMDProperty : public DevMDPropertyAny
 {
     static_assert(DevMDPropertyValue<T>, "not a type that a property can have");
 
 public:
-    /// Throws `DevPrtclEx::ExMDPropertyIllegalOp` where the property is not `WRITABLE`.
+    /// Sets the value. Throws `DevPrtclEx::ExMDPropertyIllegalOp` if the property is not
+    /// `WRITABLE`.
     void set(T const &value);
-    /// Throws `DevPrtclEx::ExMDPropertyIllegalOp` where the property is not `READABLE`.
+    /// Writes the value into `value`. Throws `DevPrtclEx::ExMDPropertyIllegalOp` if the property is
+    /// not `READABLE`.
     void get(T &value);
 
 protected:
@@ -59,7 +126,10 @@ protected:
     virtual void performGet(T &value) = 0;
 };
 
-/// A named group of properties and of further sets. An iterator must not be used after its set has been destroyed.
+/// A named group of properties and of further sets.
+///
+/// The iterators of the properties and of the sets point to the first one, those named `End` behind
+/// the last one. The set must outlive its iterators.
 class ZVRESMGT_EXPORT DevMDPropertySet : public RCBase<LkCounter<long>>
 {
 public:
@@ -72,6 +142,20 @@ public:
 
 protected:
     ~DevMDPropertySet() override;
+};
+
+/// The face of a device that has properties. It gives the root level of the tree of property sets,
+/// in the way of `DevMDPropertySet`. The device must outlive its iterators.
+class ZVRESMGT_EXPORT DevMDPropertyPrtcl : public virtual DevMDPrtcl
+{
+public:
+    virtual ConstIterator<RCShdPtr<DevMDPropertySet>> getPropertySetIter() = 0;
+    virtual ConstIterator<RCShdPtr<DevMDPropertySet>> getPropertySetIterEnd() = 0;
+    virtual ConstIterator<RCShdPtr<DevMDPropertyAny>> getPropertyIter() = 0;
+    virtual ConstIterator<RCShdPtr<DevMDPropertyAny>> getPropertyIterEnd() = 0;
+
+protected:
+    ~DevMDPropertyPrtcl() override;
 };
 
 #define ZV_EXTERN_PROPERTY(T) extern template class DevMDProperty<T>;

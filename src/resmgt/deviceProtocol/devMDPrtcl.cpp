@@ -1,20 +1,14 @@
-#include "resmgt/deviceProtocol/devMDAccessPrtcl.h"
-#include "resmgt/deviceProtocol/devMDPropertyPrtcl.h"
-#include "resmgt/deviceProtocol/devMDStreamPrtcl.h"
-#include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 
 namespace Zv {
 
-// The key functions: type information of each protocol stands in this library once, or casts between libraries fail.
+// The key functions. They give each face one place for its type information, which casts between
+// libraries need.
 
 DevMDPrtcl::~DevMDPrtcl() = default;
 
 DevMDAccessPrtcl::~DevMDAccessPrtcl() = default;
 
 DevMDSyncSeqPrtcl::~DevMDSyncSeqPrtcl() = default;
-
-DevMDStreamPrtcl::~DevMDStreamPrtcl() = default;
-
-DevMDPropertyPrtcl::~DevMDPropertyPrtcl() = default;
 
 } // namespace Zv

@@ -1,26 +1,96 @@
-// The root of all managed devices.
+// The managed device, its face for opening and closing, and its face for sequences (device
+// writers).
 #pragma once
 
+#include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/export.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/smartPtrs/rcBase.h"
+#include "zvbase/dtTime.h"
 
 namespace Zv {
 
-/// A managed device: an object that the device manager finds by name and drives through up to four faces, each of
-/// which derives from this class virtually, so that a device of several faces is one object with one count.
+/// A managed device (MD): an object that the device manager finds by name and drives through up to
+/// four faces (device protocols, Prtcl).
 ///
-/// - `DevMDAccessPrtcl`: to open and close it,
-/// - `DevMDSyncSeqPrtcl`: to start, synchronise and stop it together with others,
-/// - `DevMDStreamPrtcl`: its streams,
-/// - `DevMDPropertyPrtcl`: its properties.
+/// - `DevMDAccessPrtcl` opens and closes it.
+/// - `DevMDSyncSeqPrtcl` starts, synchronises and stops it together with others.
+/// - `DevMDStreamPrtcl` offers its streams.
+/// - `DevMDPropertyPrtcl` offers its properties.
 ///
-/// A device derives from the faces that it has, mostly through the standard classes (`DevMDStdAccessPrtcl` and so
-/// on), which bring every request onto the device's own thread. The manager asks for each face with a run-time cast.
+/// Each face derives from this class virtually, so a device with several faces is one object with
+/// one reference count. The manager finds out with a run-time cast which faces a device has. Most
+/// devices derive from `DevMDStdDevice`, which has all four and runs every request on a thread of
+/// the device's own.
 class ZVRESMGT_EXPORT DevMDPrtcl : public RCBase<LkCounter<long>>
 {
 protected:
     ~DevMDPrtcl() override;
+};
+
+/// The face of a device that must be opened before it is used. The manager calls both operations on
+/// threads of clients.
+class ZVRESMGT_EXPORT DevMDAccessPrtcl : public virtual DevMDPrtcl
+{
+public:
+    /// Opens the device and returns when it is open.
+    ///
+    /// Called once, by the thread that mentions the device first. The manager's configuration lock
+    /// is held, so other configuration waits until this call returns. If it throws, the device is
+    /// not opened again and not closed.
+    virtual void performOpen() = 0;
+    /// Closes the device and returns when it is closed.
+    ///
+    /// Called only if `performOpen` has returned. The caller is the thread that releases the last
+    /// reference to the manager and its access objects, or a thread "DevMgr close" of
+    /// `DevMgr::close`, which has a stack of 1 MiB. The configuration lock is not held.
+    virtual void performClose() = 0;
+
+protected:
+    ~DevMDAccessPrtcl() override;
+};
+
+/// The face of a device that takes part in a synchronised sequence. Each operation but the last two
+/// begins one step.
+///
+/// The device must run the completion `aco` exactly once, when the step is finished. It may do so
+/// on any thread, even before the call has returned. The completion queues a report for the
+/// manager's thread and never blocks.
+///
+/// **Threads**: the calls come from the thread that starts or stops the sequence and from the
+/// manager's thread "DevMgr ANO", one at a time. At most one step of a device is on its way,
+/// besides an abort.
+///
+/// **Blocks**: the calls run under the lock of the sequence. They must hand the step over and
+/// return. They must not wait for the completion of a step, for a property or for a stream, and
+/// must not notify of a changed property: the manager's queue may be full, and the thread that
+/// empties it may be waiting for that lock.
+class ZVRESMGT_EXPORT DevMDSyncSeqPrtcl : public virtual DevMDPrtcl
+{
+public:
+    /// Starts the device. The device keeps `recover` and `abort` as long as it runs. It executes
+    /// one of them, on any thread, if it has lost its lock and wants a recovery, or if it cannot go
+    /// on. That queues a report for the manager's thread and never blocks. If 8 reports of that
+    /// kind from this device wait in the queue, the report is dropped.
+    virtual void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) = 0;
+    /// Locks the device to the mark of its parent device.
+    virtual void performSync(ObjPtr<DevACO> aco, DtTimeMark const &mark) = 0;
+    /// Locks the device as the root of the sequence. `latency` is the largest latency of all its
+    /// devices.
+    virtual void performSync(ObjPtr<DevACO> aco, DtTime const &latency) = 0;
+    /// Prepares the device, which has lost its lock, to be locked again.
+    virtual void performRecover(ObjPtr<DevACO> aco) = 0;
+    /// Stops the device in order.
+    virtual void performStop(ObjPtr<DevACO> aco) = 0;
+    /// Ends the device at once.
+    virtual void performAbort(ObjPtr<DevACO> aco) = 0;
+    /// Returns how long the device takes from input to output. Called once the device has started.
+    virtual DtTime getLatency() = 0;
+    /// Returns the point of time that the device has locked to. Called once it has locked.
+    virtual DtTimeMark getMark() = 0;
+
+protected:
+    ~DevMDSyncSeqPrtcl() override;
 };
 
 } // namespace Zv

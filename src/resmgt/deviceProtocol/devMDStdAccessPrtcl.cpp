@@ -1,6 +1,6 @@
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 
-#include "resmgt/deviceProtocol/devSenderWait.h"
+#include "resmgt/deviceProtocol/devReceiverWait.h"
 #include "resmgt/locks/lkUnnamedSema.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
@@ -12,7 +12,7 @@ namespace Zv {
 
 namespace {
 
-/// Holds the device's thread, after its last request, until it has been told to stop.
+/// Blocks the device's thread after its last request, until the thread has been told to stop.
 class SynchronizeACO final : public DevACO
 {
 public:
@@ -43,7 +43,7 @@ DevMDStdAccessPrtcl::~DevMDStdAccessPrtcl()
 {
     if (_thread.isNull()) {
         if (!_fifo.isNull())
-            _fifo->close(); // what is queued will not be executed
+            _fifo->close(); // no thread will execute what is queued
         return;
     }
     if (!_thread->isRunning())
@@ -52,7 +52,8 @@ DevMDStdAccessPrtcl::~DevMDStdAccessPrtcl()
     if (isOnItsOwnThread)
         abandonThread();
     else
-        endThread(makeANO([] {}), &DevANOFifo::sendLast); // what other requests were for is gone
+        endThread(makeANO([] {}),
+                  &DevANOFifo::sendLast); // other requests may refer to destroyed members
     ZV_ASSERT_IN_DESTRUCTOR(!isOnItsOwnThread);
 }
 
@@ -98,7 +99,8 @@ std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last, Send
     last->setBaseACO(aco);
     std::exception_ptr const failure = ((*_fifo).*send)(last);
 
-    // The device's thread goes on in any case: it stands still on an object that is destroyed with it.
+    // The device's thread must be released in any case: it waits on an object that this thread
+    // destroys.
     struct Release
     {
         DevSenderWait &sender;
@@ -119,7 +121,7 @@ void DevMDStdAccessPrtcl::endThread(ObjPtr<DevMDStdANO> last, Send send)
         std::rethrow_exception(failure);
 }
 
-// The thread cannot wait for itself. It ends by itself, and is not joined.
+// The thread cannot wait for its own end, so it is not joined.
 void DevMDStdAccessPrtcl::abandonThread()
 {
     MtThread * const thread = _thread.release();
@@ -134,7 +136,7 @@ void DevMDStdAccessPrtcl::rollBackOpen()
             _fifo->close(); // releases the threads that wait for the device
         else
             endThread(makeANO([] {}), &DevANOFifo::send);
-    } catch (...) { // the failure that has led here says more
+    } catch (...) { // the caller throws the failure of the opening, which says more
     }
     if (!_thread.isNull() && _thread->isRunning())
         return; // the destructor tries again

@@ -1,8 +1,8 @@
-// Opening and closing of a device that has a thread.
+// Thread of a standard device: opening starts it, closing ends it (device writers).
 #pragma once
 
-#include "resmgt/deviceProtocol/devMDAccessPrtcl.h"
-#include "resmgt/deviceProtocol/devMDStdANO.h"
+#include "resmgt/deviceProtocol/devANO.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
 #include "resmgt/deviceProtocol/devMDStdThreadProtocol.h"
 #include "resmgt/literals/liString.h"
@@ -17,8 +17,13 @@ class MtThread;
 class Priority;
 class PriorityRelation;
 
-/// Makes the requests to open and to close a device. Written by the device; called on the thread that opens or closes.
-/// Neither request may throw: its sender waits for it.
+/// Makes the requests that open and close a device. The device implements it, or uses
+/// `makeAccessANOFactory`.
+///
+/// **Threads**: called on the thread that opens or closes the device. The requests are executed on
+/// the device's thread.
+///
+/// The requests must not throw, because their sender waits for them.
 class ZVRESMGT_EXPORT DevMDStdAccessANOFactory
 {
 public:
@@ -28,11 +33,15 @@ public:
     virtual ObjPtrRet<DevMDStdANO> createCloseANO() = 0;
 };
 
-/// Gives a device its thread. A device is constructed, opened once, closed, and destroyed; the operations are called
-/// by one thread at a time, not the device's own, and both block.
+/// Gives a device its own thread, which serves the queue of the device's other protocols. The
+/// thread has the device's name and runs at or above the real-time priority.
 ///
-/// The thread bears the device's name, runs at or above the real-time priority, and serves the FIFO that the device's
-/// other protocols put their requests into.
+/// A device is constructed, opened once, closed, and destroyed.
+///
+/// **Threads**: one thread at a time, which must not be the device's own.
+///
+/// **Blocks**: `performOpen` and `performClose` block until the device's thread has executed their
+/// request.
 class ZVRESMGT_EXPORT DevMDStdAccessPrtcl : public DevMDAccessPrtcl
 {
 public:
@@ -40,32 +49,37 @@ public:
                         ObjPtr<DevMDStdThreadProtocol> threadProtocol,
                         ObjPtr<DevMDStdAccessANOFactory> anoFactory);
 
-    /// Starts the thread and returns when it has executed the open request. Throws `RCEx::ExNullPtr` on a second call,
-    /// and where something that the constructor was given is null. When it throws, no thread is left, and the device
-    /// can only be destroyed.
+    /// Starts the thread and returns when it has executed the open request.
+    ///
+    /// Throws `RCEx::ExNullPtr` if it is called again, or if an argument of the constructor was
+    /// null. If it throws, no thread is left, and the device can only be destroyed.
     void performOpen() override;
-    /// Executes all requests sent before, then the close request, and returns when the thread has ended. Requests
-    /// that come later are destroyed without being executed. Throws `RCEx::ExNullPtr` where the device was never
-    /// opened, and fails an assertion where it is closed already.
+    /// Executes all requests that were sent before, then the close request, and returns when the
+    /// thread has ended. Requests that arrive later are destroyed without being executed.
+    ///
+    /// Throws `RCEx::ExNullPtr` if the device was never opened. Fails an assertion if it is closed
+    /// already.
     void performClose() override;
 
-    /// The priority that a device's thread runs at or above: the real-time landmark.
+    /// Returns the priority that the threads of all standard devices run at or above: the real-time
+    /// landmark.
     static Priority &getPriority();
 
 protected:
-    /// Ends the thread of a device that was not closed. Requests that are queued or still arrive are destroyed without
-    /// being executed. Blocks until the thread has executed its present request.
+    /// If the device was not closed, ends its thread. Blocks until the thread has executed its
+    /// present request. Requests that are queued or still arrive are destroyed without being
+    /// executed.
     ///
-    /// The last reference to an open device must not be released on the device's own thread, because a thread cannot
-    /// wait for its own end. If it is, the destructor fails an assertion, and the thread ends after its present
-    /// request.
+    /// The device's own thread must not release the last reference to an open device, because a
+    /// thread cannot wait for its own end. If it does, the destructor fails an assertion, and the
+    /// thread ends after its present request.
     ~DevMDStdAccessPrtcl() override;
 
 private:
     using Send = std::exception_ptr (DevANOFifo::*)(ObjPtr<DevANO>);
 
-    /// Returns when the device's thread has executed the request, and has been told to stop. Hands out what the FIFO's
-    /// observer has thrown: the request is on its way all the same.
+    /// Returns when the device's thread has executed the request and has been told to stop. Returns
+    /// what the queue's observer has thrown: the request is queued nevertheless.
     std::exception_ptr stopAfter(ObjPtr<DevMDStdANO> last, Send send);
     void endThread(ObjPtr<DevMDStdANO> last, Send send);
     void abandonThread();
@@ -78,5 +92,45 @@ private:
     ObjPtr<MtThread> _thread;
     ObjPtr<PriorityRelation> _relation;
 };
+
+/// What a device does when it is opened and closed. Neither function may throw.
+template <class Handler>
+concept DevMDAccessHandler = requires(Handler &handler)
+{
+    handler.open();
+    handler.close();
+};
+
+namespace Detail {
+
+template <class Handler>
+class HandlerAccessANOFactory final : public DevMDStdAccessANOFactory
+{
+public:
+    explicit HandlerAccessANOFactory(Handler &handler) : _handler(handler) {}
+
+    ObjPtrRet<DevMDStdANO> createOpenANO() override
+    {
+        return makeANO([&handler = _handler] { handler.open(); });
+    }
+    ObjPtrRet<DevMDStdANO> createCloseANO() override
+    {
+        return makeANO([&handler = _handler] { handler.close(); });
+    }
+
+private:
+    Handler &_handler;
+};
+
+} // namespace Detail
+
+/// Returns a factory whose requests call `open` and `close` of the handler on the device's thread.
+/// The handler must exist until that thread has ended. As a rule it is the device or a member of
+/// it.
+template <DevMDAccessHandler Handler>
+[[nodiscard]] ObjPtrRet<DevMDStdAccessANOFactory> makeAccessANOFactory(Handler &handler)
+{
+    return makeObj<Detail::HandlerAccessANOFactory<Handler>>(handler);
+}
 
 } // namespace Zv

@@ -4,25 +4,7 @@
 
 namespace Zv {
 
-class DevMDStdDevice::AccessANOFactory final : public DevMDStdAccessANOFactory
-{
-public:
-    explicit AccessANOFactory(DevMDStdDevice &device) : _device(device) {}
-
-    ObjPtrRet<DevMDStdANO> createOpenANO() override
-    {
-        return makeANO([&device = _device] { device.open(); });
-    }
-    ObjPtrRet<DevMDStdANO> createCloseANO() override
-    {
-        return makeANO([&device = _device] { device.close(); });
-    }
-
-private:
-    DevMDStdDevice &_device;
-};
-
-/// A completion that the device has taken, and that its step can still tell of a failure.
+/// A completion that the device has detached, and that can still be told that its step has failed.
 class DevMDStdDevice::TakenCompletion final : public RCBase<LkCounter<long>>
 {
 public:
@@ -34,7 +16,7 @@ private:
     ObjPtr<DevFailableACO> _aco;
 };
 
-// If the device has taken the completion, the failure does not find it in the request.
+// If the device has detached the completion, the request does not have it when the step fails.
 template <class Step>
 ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
 {
@@ -61,7 +43,7 @@ ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
     });
 }
 
-// A step that throws is finished too: a report after it is not taken.
+// A step that throws is finished as well. A report after it has no effect.
 template <class Step>
 ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeLastStep(Step step)
 {
@@ -85,8 +67,8 @@ public:
     {
         return _device.makeStep(
             [&device = _device, recover = std::move(recover), abort = std::move(abort)]() mutable {
-                device._recover = recover;
-                device._abort = abort;
+                device._recover = std::move(recover);
+                device._abort = std::move(abort);
                 device.start();
             });
     }
@@ -142,7 +124,8 @@ DevMDStdDevice::DevMDStdDevice(LiString const &name, RCShdPtr<DevMDStdFifo> cons
 
 DevMDStdDevice::DevMDStdDevice(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo,
                                ObjPtr<DevMDStdThreadProtocol> body)
-    : DevMDStdAccessPrtcl(name, fifo, body, makeObj<AccessANOFactory>(*this)),
+    : DevMDStdAccessPrtcl(name, fifo, body,
+                          makeObj<Detail::HandlerAccessANOFactory<DevMDStdDevice>>(*this)),
       DevMDStdSyncSeqPrtcl(name, fifo, makeObj<SyncSeqANOFactory>(*this)),
       DevMDStdStreamPrtcl(name),
       DevMDStdPropertyPrtcl(name),
@@ -208,7 +191,8 @@ ObjPtrRet<DevACO> DevMDStdDevice::takeCompletion()
     return makeACO([taken = _taken] { taken->get().performExecute(); });
 }
 
-// A machine that has come to its end takes no report: the second one would end the manager's thread.
+// The state machine of a device that has ended accepts no report: the second one would end the
+// process.
 void DevMDStdDevice::endReports()
 {
     if (_isTaken)

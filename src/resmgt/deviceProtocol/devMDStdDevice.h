@@ -1,10 +1,10 @@
-// A device that has only its own work to write.
+// Standard device with a thread of its own, the base class of most devices (device writers).
 #pragma once
 
-#include "resmgt/deviceProtocol/devMDStdANOFactories.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
-#include "resmgt/deviceProtocol/devMDStdPropertyPrtcl.h"
-#include "resmgt/deviceProtocol/devMDStdStreamPrtcl.h"
+#include "resmgt/deviceProtocol/devMDStdProperty.h"
+#include "resmgt/deviceProtocol/devMDStdPropertySet.h"
+#include "resmgt/deviceProtocol/devMDStdStream.h"
 #include "resmgt/deviceProtocol/devMDStdSyncSeqPrtcl.h"
 #include "resmgt/deviceProtocol/devMDStdThreadProtocol.h"
 
@@ -12,81 +12,100 @@
 
 namespace Zv {
 
-/// A device of all four faces with its thread and its FIFO. A device derives from it, adds its streams and properties
-/// in its constructor, and overrides what it does something at:
+/// A device of all four faces with its thread and its queue. A device derives from it, adds its
+/// streams and properties in its constructor, and overrides the steps at which it has something to
+/// do:
 ///
-///     class Shutter : public Zv::DevMDStdDevice
+///     class Shutter : public DevMDStdDevice
 ///     {
 ///     public:
-///         explicit Shutter(Zv::LiString const &name) : DevMDStdDevice(name)
+///         explicit Shutter(LiString const &name) : DevMDStdDevice(name)
 ///         {
-///             Zv::ObjPtr<Zv::DevMDStdPropertySetBuilder> builder = getPropertySetBuilder();
-///             builder->addProperty(Zv::makeProperty<double>("speed", "In seconds", getFifo(), …));
+///             ObjPtr<DevMDStdPropertySetBuilder> builder = getPropertySetBuilder();
+///             builder->addProperty(makeProperty<double>(
+///                 "speed", "In seconds", getFifo(), [this](double &seconds) { seconds = _speed; },
+///                 [this](double seconds) { _speed = seconds; }));
 ///         }
 ///
 ///     protected:
-///         void sync() override { … }
-///         void stop() override { … }
+///         void sync() override { _isOpen = true; }
+///         void stop() override { _isOpen = false; }
+///
+///     private:
+///         double _speed = 0.01;
+///         bool _isOpen = false;
 ///     };
 ///
-/// What it overrides, and the functions of its properties and sinks, run on its own thread, one at a time, so that the
-/// device needs no lock. Close the device before you destroy it. Otherwise its thread runs on with a destroyed object
-/// until the destructor of the base has ended it. A device that is to lack a face derives from the standard protocols
-/// of the others instead.
+/// Close the device before you destroy it. Otherwise its thread runs on with a destroyed object
+/// until the destructor of this class has ended it. A device that must not have all four faces
+/// derives from the standard protocols of the others instead.
+///
+/// **Threads**: the steps, `performWork`, `performFailed`, and the functions of the device's
+/// properties and sinks run on the device's thread, one at a time, so they need no lock.
+/// `getLatency` and `getMark` run on other threads: what they read must be safe to read there.
 class ZVRESMGT_EXPORT DevMDStdDevice : public DevMDStdAccessPrtcl,
                                        public DevMDStdSyncSeqPrtcl,
                                        public DevMDStdStreamPrtcl,
                                        public DevMDStdPropertyPrtcl
 {
 public:
-    /// None and the unset mark, for a device that has no latency and gives its children none to lock to. Called on
-    /// other threads than the device's: what a device reads here must be safe to read there.
+    /// The default returns a latency of zero.
     DtTime getLatency() override;
+    /// The default returns the unset mark, for a device that gives its children nothing to lock to.
     DtTimeMark getMark() override;
 
 protected:
     explicit DevMDStdDevice(LiString const &name);
-    /// With a FIFO of another capacity or with an observer.
+    /// Makes a device with a queue of another capacity, or with an observer.
     DevMDStdDevice(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo);
-    /// With a body of its own as well, which serves that FIFO: `performWork` and `performFailed` are not called then.
+    /// Makes a device with a thread body of its own, which must serve that queue. `performWork` and
+    /// `performFailed` are not called.
     DevMDStdDevice(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo,
                    ObjPtr<DevMDStdThreadProtocol> body);
     ~DevMDStdDevice() override;
 
     RCShdPtr<DevMDStdFifo> const &getFifo() const { return _fifo; }
 
-    // The steps, which do nothing as they stand. `open` and `close` must not throw.
+    /// The steps of the device's life. The defaults do nothing. A step is finished when its
+    /// function returns, unless it calls `takeCompletion`. `open` and `close` must not throw.
     virtual void open();
     virtual void close();
     virtual void start();
-    /// Lock, to the mark of the parent device or, as the root, with the largest latency of the sequence. Both come to
-    /// `sync` where they are not overridden.
+    /// Locks the device to the mark of its parent. The default calls `sync`.
     virtual void syncToMark(DtTimeMark const &mark);
+    /// Locks the device as the root, with the largest latency of the sequence. The default calls
+    /// `sync`.
     virtual void syncWithLatency(DtTime const &latency);
     virtual void sync();
     virtual void recover();
     virtual void stop();
     virtual void abort();
 
-    /// See `DevMDStdLoopThreadProtocol`.
+    /// Do the same as in `DevMDStdLoopThreadProtocol`.
     virtual double performWork();
     virtual void performFailed(std::exception_ptr const &failure);
 
-    /// For a step from `start` to `abort` that is not finished when it returns: the step is finished when the device
-    /// executes what it gets here. Fails an assertion outside of a step.
-    ObjPtrRet<DevACO> takeCompletion();
-    /// For a device that has lost its lock, or that cannot go on: tells the sequence so. On the device's thread, from
-    /// `start` on until `stop` or `abort` is finished; before and behind that it does nothing, also if `stop` or `abort`
-    /// has thrown. If the device took the completion of `stop` or `abort` and runs it later, it must not call
-    /// `reportRecover` or `reportAbort` after that.
+    /// Detaches the completion of the present step. Use it in a step from `start` to `abort` that
+    /// takes longer than its function. The step is finished when the device executes the
+    /// completion. Fails an assertion outside of a step.
+    [[nodiscard]] ObjPtrRet<DevACO> takeCompletion();
+    /// Reports that the device has lost its lock and wants a recovery. Must be called on the
+    /// device's thread.
     ///
-    /// A recovery is legal only while the device is in lock: by design, one that meets a stop on its way is an illegal
-    /// event, and the sequence does not come to its end.
+    /// Has an effect from `start` on, until `stop` or `abort` is finished, also if one of these has
+    /// thrown. If the device took the completion of `stop` or `abort` and runs it later, it must
+    /// not call `reportRecover` or `reportAbort` after that.
+    ///
+    /// With `DevMgrSyncSeqAcc` a recovery is legal only while the device is in lock. If it meets a
+    /// stop on its way, it is an illegal event, and the sequence does not come to its end.
+    /// `DevMgrSeqSupervisor` handles it in any state.
     void reportRecover();
+    /// Reports that the device cannot go on. See `reportRecover` for when it may be called.
     void reportAbort();
 
 private:
-    class AccessANOFactory;
+    friend class Detail::HandlerAccessANOFactory<DevMDStdDevice>;
+
     class SyncSeqANOFactory;
     class Body;
     class TakenCompletion;
@@ -98,8 +117,8 @@ private:
     void endReports();
 
     RCShdPtr<DevMDStdFifo> _fifo;
-    DevMDStdANO *_request = nullptr;  // of the step that is being made
-    bool _isTaken = false;            // its completion
+    DevMDStdANO *_request = nullptr;  // of the present step
+    bool _isTaken = false;            // the completion of that step
     RCShdPtr<TakenCompletion> _taken; // by the present step
     ObjPtr<DevANO> _recover;
     ObjPtr<DevANO> _abort;

@@ -1,4 +1,4 @@
-// The queue through which everything reaches a device's thread.
+// Queue through which all requests reach a standard device's thread (device writers).
 #pragma once
 
 #include "resmgt/deviceProtocol/devANOFifo.h"
@@ -6,29 +6,32 @@
 
 namespace Zv {
 
-/// Is told of each entry that was put into a FIFO. Written by a device whose thread waits for something else than its
-/// FIFO: it wakes that thread, which then calls `tryConsume`.
+/// The observer of a `DevMDStdFifo`. A device derives from it if its thread waits for something
+/// else than the queue. The observer wakes that thread, which then calls `tryConsume`.
 class ZVRESMGT_EXPORT DevMDStdFifoObs : public RCBase<LkCounter<long>>
 {
 public:
-    /// Called on the thread that produced, without a lock. `entry` is the producer's object, which is empty by now.
+    /// Called when a request has been queued, on the thread that has queued it and without a lock.
+    /// `entry` is the producer's object, which is empty by then.
     virtual void performProduced(DevANOQueue &queue, DevANOQueueEntry const &entry) = 0;
 
 protected:
     ~DevMDStdFifoObs() override;
 };
 
-/// The queue of one standard device, shared by the protocols of the device, its streams and its properties. All
-/// threads produce, only the device's thread consumes.
+/// The queue of one standard device. The protocols, streams and properties of the device share it.
+///
+/// **Threads**: any thread may produce. Only the device's thread may consume.
 class ZVRESMGT_EXPORT DevMDStdFifo : public DevANOFifo
 {
 public:
     static constexpr int DEFAULT_CAPACITY = 10;
 
-    /// `capacity` is the number of requests that wait at most, not counting the steps of a sequence. 0 means no limit.
+    /// `capacity` is the largest number of requests that wait, without the steps of a sequence. 0
+    /// means no limit.
     explicit DevMDStdFifo(int capacity = DEFAULT_CAPACITY);
-    /// The same with an observer, which stays for the life of the FIFO. A null observer throws `RCEx::ExNullPtr` at
-    /// each `produce`, when the request is queued.
+    /// Makes a queue with an observer, which it keeps. If the observer is null, each `produce`
+    /// queues the request and then throws `RCEx::ExNullPtr`.
     explicit DevMDStdFifo(RCShdPtr<DevMDStdFifoObs> const &observer,
                           int capacity = DEFAULT_CAPACITY);
 

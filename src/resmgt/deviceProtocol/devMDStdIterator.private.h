@@ -1,4 +1,4 @@
-// Iterators over the vectors of the standard protocols.
+// Iterators over the vectors that the standard protocols keep.
 #pragma once
 
 #include "resmgt/containers/iterator.h"
@@ -7,13 +7,14 @@
 
 namespace Zv::Detail {
 
-/// Whoever uses the iterator keeps the owner of the vector.
+/// Returns an iterator at the first element. The vector must outlive it.
 template <class T>
 ConstIterator<T> iteratorOver(Vector<T> const &vector)
 {
     return ConstIterator<T>(new ConstIteratorSTL<Vector<T>>(&vector));
 }
 
+/// Returns an iterator behind the last element. The vector must outlive it.
 template <class T>
 ConstIterator<T> endIteratorOver(Vector<T> const &vector)
 {

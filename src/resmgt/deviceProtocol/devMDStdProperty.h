@@ -1,10 +1,15 @@
-// A property whose value lives on a device's thread.
+// Property whose value is set and read on a standard device's thread (device writers).
 #pragma once
 
+#include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devMDProperty.h"
-#include "resmgt/deviceProtocol/devMDStdANO.h"
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
-#include "resmgt/deviceProtocol/devMDStdPropertyObserver.h"
+#include "resmgt/export.h"
+#include "resmgt/locks/lkLock.h"
+#include "resmgt/locks/lkUnnamedSema.h"
+#include "resmgt/smartPtrs/rcProxy.h"
+#include "zvbase/objPtr.h"
+#include "zvbase/threadAnnotations.h"
 
 #include <concepts>
 #include <functional>
@@ -13,33 +18,105 @@
 
 namespace Zv {
 
-/// Makes the requests of one property, or of several that it tells apart by `id`. Written by the device; called on the
-/// thread that sets or gets.
+/// Keeps the observer of one property. The manager may set it while the device's thread notifies
+/// it.
+///
+/// **Threads**: thread-safe.
+class ZVRESMGT_EXPORT DevMDStdPropertyObserver
+{
+public:
+    DevMDStdPropertyObserver();
+    DevMDStdPropertyObserver(DevMDStdPropertyObserver const &) = delete;
+    DevMDStdPropertyObserver &operator=(DevMDStdPropertyObserver const &) = delete;
+    ~DevMDStdPropertyObserver() noexcept(false);
+
+    /// Sets the observer. Null means none. The former observer is destroyed. If it is being
+    /// notified, the notifying thread destroys it afterwards.
+    void set(ObjPtr<DevMDPropertyAEO> observer);
+    /// Notifies the observer, if there is one, without holding a lock: the observer may block, and
+    /// may be replaced while it does.
+    void notify(unsigned int events);
+    /// Notifies the observer of all events, unless it has been notified this way and `setRead` has
+    /// not been called since. If the observer throws, it counts as not notified.
+    void notifyUnread();
+    /// Records that the property was read, so that the next `notifyUnread` notifies again.
+    void setRead();
+
+private:
+    LkLock mutable _lock;
+    RCProxyShdPtr<DevMDPropertyAEO> _observer ZV_GUARDED_BY(_lock);
+    bool _isUnread ZV_GUARDED_BY(_lock) = false;
+    bool _isSet =
+        false; // read without the lock, so that a notification without observer costs one test
+};
+
+/// The completion that a reader of a property waits for. Posts a semaphore exactly once: when the
+/// request has been executed, or when the request is destroyed without having been executed because
+/// the device closes.
+class ZVRESMGT_EXPORT DevMDStdPropertyGetACO : public DevACO
+{
+public:
+    /// The semaphore must exist until it is posted.
+    explicit DevMDStdPropertyGetACO(LkUnnamedSema &done);
+    /// Sets `ok` to false before it posts if it is destroyed without having run. `ok` must exist
+    /// until then.
+    DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok);
+    /// In addition calls `setRead` of the observer before it posts, whether there was a value or
+    /// not.
+    DevMDStdPropertyGetACO(LkUnnamedSema &done, bool &ok, DevMDStdPropertyObserver &observer);
+    DevMDStdPropertyGetACO(DevMDStdPropertyGetACO const &) = delete;
+    DevMDStdPropertyGetACO &operator=(DevMDStdPropertyGetACO const &) = delete;
+    ~DevMDStdPropertyGetACO() override;
+
+    void performExecute() override;
+
+private:
+    void post();
+
+    LkUnnamedSema &_done;
+    bool *_ok = nullptr;
+    DevMDStdPropertyObserver *_observer = nullptr;
+    bool _posted = false;
+};
+
+/// Makes the requests of one property, or of several properties that it tells apart by `id`. The
+/// device implements it, or uses `makePropertyANOFactory`.
+///
+/// **Threads**: called on the thread that sets or gets. The requests are executed on the device's
+/// thread.
 template <class T>
 class ZVRESMGT_EXPORT DevMDStdPropertyANOFactory
 {
 public:
     virtual ~DevMDStdPropertyANOFactory() noexcept(false);
 
-    /// A request that stores the value.
+    /// Returns a request that stores the value.
     virtual ObjPtrRet<DevMDStdANO> createSetANO(LiUuid const &id, T value) = 0;
-    /// A request that writes the value into `value`, or sets `ok` to false where it cannot. Both live until the
-    /// request's ACO has run.
+    /// Returns a request that writes the value into `value`, or sets `ok` to false if there is
+    /// none. Both exist until the request's completion has run.
     virtual ObjPtrRet<DevMDStdANO> createGetANO(LiUuid const &id, T &value, bool &ok) = 0;
 };
 
-/// A property that is set and read on its device's thread, so that the device's state is touched by that thread only.
+/// A property that is set and read on its device's thread, so that only this thread touches the
+/// device's state.
 ///
-/// `set` returns when the request is queued. After the device has been closed, it has no effect and does not fail.
-/// `get` blocks until the device's thread has executed the request, so that thread must not call it. If the device has
-/// not been opened yet, `get` blocks until it is opened. It throws `DevPrtclEx::ExMDStdPropertyGet` if the request
-/// reports that it has no value, if the request throws, and if the device is closed or destroyed without having
-/// executed it. Both block while the FIFO is full.
+/// `makeProperty` makes one from two functions.
+///
+/// **Threads**: any thread may call `set` and `get`, except the device's own, which must not call
+/// `get`. The device's thread calls `changed` and `notify`.
+///
+/// **Blocks**: `set` and `get` block while the queue is full. `set` returns when the request is
+/// queued. `get` returns when the device's thread has executed the request. If the device has not
+/// been opened yet, `get` blocks until then.
+///
+/// **Throws**: `get` throws `DevPrtclEx::ExMDStdPropertyGet` if the request reports that there is
+/// no value, if the request throws, and if the device is closed or destroyed before it has executed
+/// the request. `set` has no effect and does not fail if the device is closed.
 template <class T>
 class ZVRESMGT_EXPORT DevMDStdProperty : public DevMDProperty<T>
 {
 public:
-    /// `attributes` are the bits of `DevMDPropertyAny`. Makes the property's identifier.
+    /// `attributes` are the bits of `DevMDPropertyAny`. Creates the property's identifier.
     DevMDStdProperty(LiString const &name, LiString const &description, unsigned int attributes,
                      ObjPtr<DevMDStdPropertyANOFactory<T>> anoFactory, RCShdPtr<DevMDStdFifo> fifo);
 
@@ -47,15 +124,16 @@ public:
     LiString getName() override { return _name; }
     LiString getDescription() override { return _description; }
     unsigned int getAttributes() const override;
-    /// Always true.
+    /// Returns true.
     bool isAvailable() const override { return true; }
     void setObserverAEO(ObjPtr<DevMDPropertyAEO> observer) override;
 
-    /// Tells the observer that there is a new value. Does nothing if the observer has been told before and the device has
-    /// executed no `get` since: a notification carries no value, so a second one would say nothing more. A `get` counts
-    /// also if it failed. A client that does not keep up can therefore not fill the manager's queue. An observer must
-    /// get the value once after it was attached, and after each notification. The device must call this function on
-    /// its own thread.
+    /// Notifies the observer that there is a new value. Call it when the value has changed.
+    ///
+    /// Does nothing if the observer has been notified before and the device has executed no `get`
+    /// since: a notification carries no value, so a second one would say nothing more. A `get` that
+    /// failed counts as well. So a client that is too slow cannot fill the manager's queue. An
+    /// observer must get the value once after it was attached, and once after each notification.
     void changed() { _observerAEO.notifyUnread(); }
 
 protected:
@@ -63,11 +141,12 @@ protected:
 
     void performSet(T const &value) override;
     void performGet(T &value) override;
-    /// What can be done with the property from now on. By any thread.
+    /// Sets what can be done with the property from now on. Any thread may call it.
     virtual void setAttributes(unsigned int attributes);
-    /// Tells the observer, if there is one, each time, for events with a meaning of their own; `changed` is for those
-    /// that only say that there is a new value. The device calls it, from its own thread; it may block while the
-    /// observer's queue is full, and a device that waits there serves nobody.
+    /// Notifies the observer, if there is one, at every call. Use it for events with a meaning of
+    /// their own, and `changed` for a new value.
+    ///
+    /// Blocks while the observer's queue is full. The device serves no request during that time.
     void notify(unsigned int events) { _observerAEO.notify(events); }
 
 private:
@@ -85,5 +164,146 @@ private:
     extern template class DevMDStdProperty<T>;
 ZV_FOR_EACH_PROPERTY_TYPE(ZV_EXTERN_PROPERTY)
 #undef ZV_EXTERN_PROPERTY
+
+/// A function that stores the value that it takes.
+template <class Function, class T>
+concept DevMDPropertySetter = std::invocable<Detail::Stored<Function>, T>;
+
+/// A function that writes the value into its argument. If it returns a `bool`, false means that
+/// there is no value.
+template <class Function, class T>
+concept DevMDPropertyGetter = std::invocable<Detail::Stored<Function>, T &>;
+
+namespace Detail {
+
+/// A property without setter. The request to set it is null, so `set` throws.
+template <class T, class Getter>
+class ReadOnlyPropertyANOFactory : public DevMDStdPropertyANOFactory<T>
+{
+public:
+    explicit ReadOnlyPropertyANOFactory(Getter getter) : _getter(std::move(getter)) {}
+
+    ObjPtrRet<DevMDStdANO> createSetANO(LiUuid const &, T) override { return nullptr; }
+    ObjPtrRet<DevMDStdANO> createGetANO(LiUuid const &, T &value, bool &ok) override
+    {
+        return makeANO([this, &value, &ok] { ok = get(value); });
+    }
+
+private:
+    bool get(T &value)
+    {
+        if constexpr (std::is_same_v<std::invoke_result_t<Getter &, T &>, bool>)
+            return std::invoke(_getter, value);
+        else
+            return std::invoke(_getter, value), true;
+    }
+
+    Getter _getter;
+};
+
+template <class T, class Setter, class Getter>
+class CallablePropertyANOFactory final : public ReadOnlyPropertyANOFactory<T, Getter>
+{
+public:
+    CallablePropertyANOFactory(Setter setter, Getter getter)
+        : ReadOnlyPropertyANOFactory<T, Getter>(std::move(getter)), _setter(std::move(setter))
+    {}
+
+    ObjPtrRet<DevMDStdANO> createSetANO(LiUuid const &, T value) override
+    {
+        return makeANO(
+            [this, value = std::move(value)]() mutable { std::invoke(_setter, std::move(value)); });
+    }
+
+private:
+    Setter _setter;
+};
+
+} // namespace Detail
+
+/// Returns a factory whose requests call `setter(T)` and `getter(T &)` on the device's thread. The
+/// property must outlive its requests, as the properties in a device's tree do. What the functions
+/// refer to must exist until that thread has ended.
+template <DevMDPropertyValue T, DevMDPropertySetter<T> Setter, DevMDPropertyGetter<T> Getter>
+[[nodiscard]] ObjPtrRet<DevMDStdPropertyANOFactory<T>> makePropertyANOFactory(Setter &&setter,
+                                                                              Getter &&getter)
+{
+    return makeObj<
+        Detail::CallablePropertyANOFactory<T, std::decay_t<Setter>, std::decay_t<Getter>>>(
+        std::forward<Setter>(setter), std::forward<Getter>(getter));
+}
+
+/// Returns a factory for a property that can only be read.
+template <DevMDPropertyValue T, DevMDPropertyGetter<T> Getter>
+[[nodiscard]] ObjPtrRet<DevMDStdPropertyANOFactory<T>> makePropertyANOFactory(Getter &&getter)
+{
+    return makeObj<Detail::ReadOnlyPropertyANOFactory<T, std::decay_t<Getter>>>(
+        std::forward<Getter>(getter));
+}
+
+/// Returns a property that can be read and set. The functions run on the thread that serves `fifo`:
+///
+///     auto const fifo = makeShd<DevMDStdFifo>();
+///     double focus = 2.5;
+///     auto const property = makeProperty<double>(
+///         "focus", "Distance in metres", fifo, [&focus](double &metres) { metres = focus; },
+///         [&focus](double metres) { focus = metres; });
+template <DevMDPropertyValue T, DevMDPropertyGetter<T> Getter, DevMDPropertySetter<T> Setter>
+[[nodiscard]] RCShdPtr<DevMDStdProperty<T>>
+makeProperty(LiString const &name, LiString const &description, RCShdPtr<DevMDStdFifo> const &fifo,
+             Getter &&getter, Setter &&setter)
+{
+    return makeShd<DevMDStdProperty<T>>(
+        name, description, DevMDPropertyAny::READABLE | DevMDPropertyAny::WRITABLE,
+        makePropertyANOFactory<T>(std::forward<Setter>(setter), std::forward<Getter>(getter)),
+        fifo);
+}
+
+/// Returns a property that can only be read.
+template <DevMDPropertyValue T, DevMDPropertyGetter<T> Getter>
+[[nodiscard]] RCShdPtr<DevMDStdProperty<T>>
+makeProperty(LiString const &name, LiString const &description, RCShdPtr<DevMDStdFifo> const &fifo,
+             Getter &&getter)
+{
+    return makeShd<DevMDStdProperty<T>>(name, description, DevMDPropertyAny::READABLE,
+                                        makePropertyANOFactory<T>(std::forward<Getter>(getter)),
+                                        fifo);
+}
+
+/// A property that keeps its value itself. Clients read and observe it, but cannot set it. The
+/// device shows each new value:
+///
+///     auto const fifo = makeShd<DevMDStdFifo>();
+///     auto const position = makeShd<DevMDStdReading<double>>("position", "In seconds", fifo);
+///     position->show(0.25);
+template <class T>
+class DevMDStdReading : public DevMDStdProperty<T>
+{
+public:
+    DevMDStdReading(LiString const &name, LiString const &description, RCShdPtr<DevMDStdFifo> fifo,
+                    T initial = T())
+        : DevMDStdProperty<T>(name, description, DevMDPropertyAny::READABLE,
+                              makePropertyANOFactory<T>([this](T &value) { value = _value; }),
+                              std::move(fifo)),
+          _value(std::move(initial))
+    {}
+
+    /// Sets the value. If it differs from the former one, notifies the observer as `changed` does,
+    /// so a device may call this function as often as it likes.
+    ///
+    /// The device's thread must call it, or any one thread before the device is opened. If the
+    /// observer throws, the former value stays, so that showing the same value again notifies of
+    /// it.
+    void show(T const &value)
+    {
+        if (value == _value)
+            return;
+        this->changed(); // an observer gets the value by a request to this thread
+        _value = value;
+    }
+
+private:
+    T _value;
+};
 
 } // namespace Zv

@@ -1,24 +1,30 @@
-// Streams with the bookkeeping done.
+// Streams of a standard device, and the list that keeps them (device writers).
 #pragma once
 
-#include "resmgt/deviceProtocol/devMDStdANO.h"
+#include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
 #include "resmgt/deviceProtocol/devMDStream.h"
 #include "resmgt/literals/liString.h"
+#include "zvbase/containers.h"
+
+#include <concepts>
+#include <functional>
+#include <type_traits>
+#include <utility>
 
 namespace Zv {
 
-/// What the four standard streams have in common: name, description and availability, for a stream that is a `Kind`.
+/// The name, description and availability of a standard stream that is a `Kind`.
 ///
-/// A connection takes an available stream under the manager's configuration lock, and may let it go without: any
-/// thread may ask.
+/// **Threads**: any thread may call `isAvailable`. A connection takes the stream under the
+/// manager's configuration lock, and may release it without that lock.
 template <class Kind>
 class ZVRESMGT_EXPORT DevMDStdStream : public Kind
 {
 public:
     LiString getName() override { return _name; }
     LiString getDescription() override { return _description; }
-    /// True at first, and whenever no connection has taken the stream.
+    /// Returns true at first, and when no connection has taken the stream.
     bool isAvailable() override;
     void start() override;
     void stop() override;
@@ -38,7 +44,7 @@ extern template class DevMDStdStream<DevMDStreamActiveSource>;
 extern template class DevMDStdStream<DevMDStreamPassiveSource>;
 extern template class DevMDStdStream<DevMDStreamPassiveSink>;
 
-/// An active sink. A device derives from it and adds `getKind`, `isCompatible` and `connect`.
+/// An active sink. A device derives from it and implements `getKind`, `isCompatible` and `connect`.
 class ZVRESMGT_EXPORT DevMDStdStreamActiveSink : public DevMDStdStream<DevMDStreamActiveSink>
 {
 public:
@@ -48,7 +54,7 @@ protected:
     ~DevMDStdStreamActiveSink() override;
 };
 
-/// An active source. A device derives from it and adds `getKind`, `getFormat` and `connect`.
+/// An active source. A device derives from it and implements `getKind`, `getFormat` and `connect`.
 class ZVRESMGT_EXPORT DevMDStdStreamActiveSource : public DevMDStdStream<DevMDStreamActiveSource>
 {
 public:
@@ -58,7 +64,7 @@ protected:
     ~DevMDStdStreamActiveSource() override;
 };
 
-/// A passive source. A device derives from it and adds `getKind`, `getFormat` and `pull`.
+/// A passive source. A device derives from it and implements `getKind`, `getFormat` and `pull`.
 class ZVRESMGT_EXPORT DevMDStdStreamPassiveSource : public DevMDStdStream<DevMDStreamPassiveSource>
 {
 public:
@@ -68,29 +74,31 @@ protected:
     ~DevMDStdStreamPassiveSource() override;
 };
 
-/// Makes the requests of a passive sink. Written by the device, or made by `makePushANOFactory`; called on the pusher's
-/// thread.
+/// Makes the requests of a passive sink. The device implements it, or uses `makePushANOFactory`.
+///
+/// **Threads**: called on the thread that pushes. The requests are executed on the device's thread.
 class ZVRESMGT_EXPORT DevMDStdStreamPassiveSinkANOFactory
 {
 public:
     virtual ~DevMDStdStreamPassiveSinkANOFactory() noexcept(false);
 
-    /// A request that takes the element up on the device's thread.
+    /// Returns a request that takes the element over on the device's thread.
     virtual ObjPtrRet<DevMDStdANO> createPushANO(ObjPtr<DevMDStreamElem> elem) = 0;
 };
 
-/// A passive sink whose elements become requests on the device's thread. A device derives from it and adds `getKind`
-/// and `isCompatible`.
+/// A passive sink whose elements become requests on the device's thread. A device derives from it
+/// and implements `getKind` and `isCompatible`.
 class ZVRESMGT_EXPORT DevMDStdStreamPassiveSink : public DevMDStdStream<DevMDStreamPassiveSink>
 {
 public:
     DevMDStdStreamPassiveSink(LiString name, LiString description, RCShdPtr<DevMDStdFifo> fifo,
                               ObjPtr<DevMDStdStreamPassiveSinkANOFactory> anoFactory);
-    /// The factory moves: nothing can be pushed into the source any more.
+    /// Takes the factory away from `source`. Nothing can be pushed into `source` from then on.
     DevMDStdStreamPassiveSink(DevMDStdStreamPassiveSink &source);
     DevMDStdStreamPassiveSink &operator=(DevMDStdStreamPassiveSink &source);
 
-    /// Returns when the request is queued. Blocks while the FIFO is full: the flow control of a connection.
+    /// Queues the request and returns. Blocks while the queue is full, which is the flow control of
+    /// a connection.
     void push(ObjPtr<DevMDStreamElem> elem) override;
 
 protected:
@@ -99,6 +107,65 @@ protected:
 private:
     RCShdPtr<DevMDStdFifo> _fifo;
     ObjPtr<DevMDStdStreamPassiveSinkANOFactory> _anoFactory;
+};
+
+/// A function that takes over what is pushed into a sink.
+template <class Function>
+concept DevMDElementTaker = std::invocable < Detail::Stored<Function>,
+        ObjPtr<DevMDStreamElem>
+& > ;
+
+namespace Detail {
+
+template <class Function>
+class CallablePushANOFactory final : public DevMDStdStreamPassiveSinkANOFactory
+{
+public:
+    explicit CallablePushANOFactory(Function function) : _function(std::move(function)) {}
+
+    ObjPtrRet<DevMDStdANO> createPushANO(ObjPtr<DevMDStreamElem> elem) override
+    {
+        return makeANO([this, elem = std::move(elem)]() mutable { std::invoke(_function, elem); });
+    }
+
+private:
+    Function _function;
+};
+
+} // namespace Detail
+
+/// Returns a factory whose requests call `function(ObjPtr<DevMDStreamElem>)` on the device's
+/// thread. The sink must outlive its requests.
+template <DevMDElementTaker Function>
+[[nodiscard]] ObjPtrRet<DevMDStdStreamPassiveSinkANOFactory> makePushANOFactory(Function &&function)
+{
+    return makeObj<Detail::CallablePushANOFactory<std::decay_t<Function>>>(
+        std::forward<Function>(function));
+}
+
+/// Keeps a device's streams. The device adds them in its constructor.
+///
+/// **Threads**: any thread may call `performGetStreams`. Only the constructing thread may call
+/// `addStream`.
+class ZVRESMGT_EXPORT DevMDStdStreamPrtcl : public DevMDStreamPrtcl
+{
+public:
+    explicit DevMDStdStreamPrtcl(LiString const &name);
+
+    /// Returns an iterator over the streams in the order in which they were added. No stream can be
+    /// added after the first call.
+    ConstIterator<RCShdPtr<DevMDStream>> performGetStreams() override;
+
+protected:
+    ~DevMDStdStreamPrtcl() override;
+
+    /// Adds a stream. Throws `DevPrtclEx::ExMDStdAddStream` if `performGetStreams` has been called.
+    void addStream(RCShdPtr<DevMDStream> const &stream);
+
+private:
+    LiString _name;
+    Vector<RCShdPtr<DevMDStream>> _streams;
+    bool _iterCreated = false; // set by each reader
 };
 
 } // namespace Zv

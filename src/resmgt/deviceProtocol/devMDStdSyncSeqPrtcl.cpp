@@ -2,8 +2,6 @@
 
 namespace Zv {
 
-DevMDStdANO::~DevMDStdANO() = default;
-
 DevMDStdSyncSeqANOFactory::~DevMDStdSyncSeqANOFactory() noexcept(false) = default;
 
 DevMDStdSyncSeqPrtcl::DevMDStdSyncSeqPrtcl(LiString const &name, RCShdPtr<DevMDStdFifo> fifo,

@@ -1,22 +1,26 @@
-// The sequence face of a device that has a thread.
+// Steps of a sequence as requests on a standard device's thread (device writers).
 #pragma once
 
-#include "resmgt/deviceProtocol/devMDStdANO.h"
+#include "resmgt/deviceProtocol/devANO.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
-#include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/objPtr.h"
 
 namespace Zv {
 
-/// Makes the requests of a sequence. Written by the device; called on the thread that drives the sequence.
+/// Makes the requests of a sequence's steps. The device implements it, or uses
+/// `makeSyncSeqANOFactory`. The operations correspond to those of `DevMDSyncSeqPrtcl`.
+///
+/// **Threads**: called on the thread that drives the sequence. The requests are executed on the
+/// device's thread.
 class ZVRESMGT_EXPORT DevMDStdSyncSeqANOFactory
 {
 public:
     virtual ~DevMDStdSyncSeqANOFactory() noexcept(false);
 
-    /// `recover` and `abort` are the notifications that the device keeps; see `DevMDSyncSeqPrtcl::performStart`.
+    /// The device keeps `recover` and `abort`. See `DevMDSyncSeqPrtcl::performStart`.
     virtual ObjPtrRet<DevMDStdANO> createStartANO(ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) = 0;
     virtual ObjPtrRet<DevMDStdANO> createSyncANO(DtTimeMark const &mark) = 0;
     virtual ObjPtrRet<DevMDStdANO> createSyncANO(DtTime const &latency) = 0;
@@ -25,13 +29,16 @@ public:
     virtual ObjPtrRet<DevMDStdANO> createAbortANO() = 0;
 };
 
-/// Turns every step of a sequence into a request on the device's thread. Each call queues the request behind those that
-/// the FIFO holds, also if it is full, and never blocks. A sequence has at most one step and one abort of a device on
-/// their way, so the FIFO stays bounded. The ACO runs when the request has been executed. A device that
-/// takes longer than that for a step takes the ACO out with `releaseACO` and runs it when the step is finished.
+/// Turns each step of a sequence into a request on the device's thread.
 ///
-/// `getLatency` and `getMark` stay the device's. They run on other threads than the device's: what they read must be
-/// safe to read there.
+/// Each call queues the request behind those that the queue holds, also if the queue is full, and
+/// never blocks. A sequence has at most one step and one abort of a device on their way, so the
+/// queue stays bounded. The completion runs when the request has been executed. A device that takes
+/// longer for a step detaches the completion with `releaseACO` and runs it when the step is
+/// finished.
+///
+/// The device implements `getLatency` and `getMark`. They run on other threads than the device's,
+/// so what they read must be safe to read there.
 class ZVRESMGT_EXPORT DevMDStdSyncSeqPrtcl : public DevMDSyncSeqPrtcl
 {
 public:
@@ -55,5 +62,68 @@ private:
     RCShdPtr<DevMDStdFifo> _fifo;
     ObjPtr<DevMDStdSyncSeqANOFactory> _anoFactory;
 };
+
+/// What a device does at each step of a sequence. A step is finished when its function returns. A
+/// device that needs longer derives from `DevMDStdDevice`, or makes its requests with `makeANO`.
+template <class Handler>
+concept DevMDSyncSeqHandler = requires(Handler &handler, ObjPtr<DevANO> ano, DtTimeMark const &mark,
+                                       DtTime const &latency)
+{
+    handler.start(ano, ano);
+    handler.sync(mark);
+    handler.sync(latency);
+    handler.recover();
+    handler.stop();
+    handler.abort();
+};
+
+namespace Detail {
+
+template <DevMDSyncSeqHandler Handler>
+class HandlerSyncSeqANOFactory final : public DevMDStdSyncSeqANOFactory
+{
+public:
+    explicit HandlerSyncSeqANOFactory(Handler &handler) : _handler(handler) {}
+
+    ObjPtrRet<DevMDStdANO> createStartANO(ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
+    {
+        return makeANO([&handler = _handler, recover = std::move(recover),
+                        abort = std::move(abort)]() mutable { handler.start(recover, abort); });
+    }
+    ObjPtrRet<DevMDStdANO> createSyncANO(DtTimeMark const &mark) override
+    {
+        return makeANO([&handler = _handler, mark] { handler.sync(mark); });
+    }
+    ObjPtrRet<DevMDStdANO> createSyncANO(DtTime const &latency) override
+    {
+        return makeANO([&handler = _handler, latency] { handler.sync(latency); });
+    }
+    ObjPtrRet<DevMDStdANO> createRecoverANO() override
+    {
+        return makeANO([&handler = _handler] { handler.recover(); });
+    }
+    ObjPtrRet<DevMDStdANO> createStopANO() override
+    {
+        return makeANO([&handler = _handler] { handler.stop(); });
+    }
+    ObjPtrRet<DevMDStdANO> createAbortANO() override
+    {
+        return makeANO([&handler = _handler] { handler.abort(); });
+    }
+
+private:
+    Handler &_handler;
+};
+
+} // namespace Detail
+
+/// Returns a factory whose requests call `start(ObjPtr<DevANO>, ObjPtr<DevANO>)`, `sync` with a
+/// mark or a time, `recover`, `stop` and `abort` of the handler on the device's thread. The handler
+/// must exist until that thread has ended. As a rule it is the device or a member of it.
+template <DevMDSyncSeqHandler Handler>
+[[nodiscard]] ObjPtrRet<DevMDStdSyncSeqANOFactory> makeSyncSeqANOFactory(Handler &handler)
+{
+    return makeObj<Detail::HandlerSyncSeqANOFactory<Handler>>(handler);
+}
 
 } // namespace Zv

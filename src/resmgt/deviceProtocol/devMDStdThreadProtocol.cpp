@@ -57,7 +57,7 @@ DevMDStdLoopThreadProtocol::DevMDStdLoopThreadProtocol(RCShdPtr<DevMDStdFifo> co
 
 DevMDStdLoopThreadProtocol::~DevMDStdLoopThreadProtocol() = default;
 
-// No clause for everything: an exception that ends the thread from outside must pass.
+// There is no `catch (...)`: the exception with which the system cancels a thread must pass.
 template <class Action>
 void DevMDStdLoopThreadProtocol::attempt(Action action)
 {
@@ -78,13 +78,13 @@ void DevMDStdLoopThreadProtocol::attempt(Action action)
 void DevMDStdLoopThreadProtocol::performExecute(MtThread *)
 {
     while (!Interlocked::loadAcquire(_stopRequested)) {
-        double seconds = NO_WORK; // also after a failure: a request comes to its turn
+        double seconds = NO_WORK; // if the work fails, the next request is served first
         attempt([&] { seconds = performWork(); });
         attempt([&] { serve(seconds); });
     }
 }
 
-// Only a device that goes on its own thread stops that thread there.
+// A device that is destroyed on its own thread stops that thread from there.
 void DevMDStdLoopThreadProtocol::performStop(MtThread *thread)
 {
     if (thread && thread->getThreadId().isCurrentThread())

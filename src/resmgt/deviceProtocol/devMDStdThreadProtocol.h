@@ -1,40 +1,50 @@
-// What runs on a device's thread.
+// Body of a standard device's thread: serves the device's queue and does its periodic work (device
+// writers).
 #pragma once
 
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "resmgt/threads/mtThreadProtocol.h"
 
+#include <chrono>
 #include <exception>
 #include <limits>
 
 namespace Zv {
 
-/// The body of a standard device's thread. A device derives from it and writes `performExecute` as a loop that calls
-/// `consume` or `tryConsume` and does the device's periodic work, until `performStop` has been called.
+/// The body of a standard device's thread. A device that needs a loop of its own derives from it.
+/// Its `performExecute` calls `consume`, `tryConsume` or `timedConsume` until `performStop` has
+/// been called, and does the device's periodic work in between. `DevMDStdLoopThreadProtocol` has
+/// such a loop already.
 ///
-/// The body must not end before that: `DevMDStdAccessPrtcl::performClose` sends a last request and waits for it.
-/// `DevMDStdLoopThreadProtocol` has that loop.
+/// The body must not return before `performStop` has been called:
+/// `DevMDStdAccessPrtcl::performClose` sends a last request and waits for it.
+///
+/// **Threads**: only the device's thread may call `consume`, `tryConsume` and `timedConsume`.
+///
+/// **Throws**: each of them passes on what the request or its completion throws. Both are
+/// destroyed. If the request has thrown, its completion does not run. A `DevFailableACO` gets the
+/// exception instead, and nothing is thrown.
 class ZVRESMGT_EXPORT DevMDStdThreadProtocol : public MtThreadProtocol
 {
 public:
     explicit DevMDStdThreadProtocol(RCShdPtr<DevMDStdFifo> const &fifo);
     ~DevMDStdThreadProtocol() override;
 
-    /// Executes one request, its ACO after it; blocks until there is one. For the device's thread only. What the
-    /// request throws passes through; request and ACO are destroyed, and the ACO does not run.
+    /// Executes one request and its completion. Blocks until there is a request.
     virtual void consume();
-    /// The same without blocking: false where there is no request.
+    /// Executes one request and its completion. Returns false if there is no request.
     virtual bool tryConsume();
-    /// The same, but waits up to that many seconds.
+    /// Like `tryConsume`, but waits up to `seconds` for a request.
     bool timedConsume(double seconds);
+    bool timedConsume(std::chrono::duration<double> limit) { return timedConsume(limit.count()); }
 
 private:
     RCShdPtr<DevMDStdFifo> _fifo;
 };
 
-/// Serves the queue until it is told to stop, and does the device's own work in between. A device without work of its
-/// own takes it as it is.
+/// A thread body that serves the queue until it is told to stop, and calls `performWork` in
+/// between. A device without periodic work uses it as it is.
 class ZVRESMGT_EXPORT DevMDStdLoopThreadProtocol : public DevMDStdThreadProtocol
 {
 public:
@@ -47,13 +57,18 @@ public:
     void performStop(MtThread *thread) override;
 
 protected:
-    /// The device's own work, a piece at a time: called before the first request, after each one, and when the time is
-    /// over that it returned last. Returns how many seconds it can do without a call: 0 while there is more to do, so
-    /// that requests are served as they come, or `NO_WORK`, as it stands, where only a request makes new work.
+    /// Does a piece of the device's periodic work. Called before the first request, after each
+    /// request, and when the time that it last returned has elapsed.
+    ///
+    /// Returns the number of seconds until it must be called again at the latest. 0 means that
+    /// there is more to do. Then the loop executes a request, if there is one, and calls again.
+    /// `NO_WORK`, which the default returns, means that only a request makes new work.
     virtual double performWork();
-    /// A request, or the device's work, has thrown. Called on the device's thread; the loop goes on when it returns. As it stands it throws
-    /// the exception again, which ends the process: a device that can do better overrides it. Exceptions that
-    /// are neither an `ExBase` nor a `std::exception` end the process without it.
+    /// Called on the device's thread if a request or `performWork` has thrown. The loop goes on
+    /// when this function returns. The default throws the exception again, which ends the process.
+    ///
+    /// An exception that is neither an `ExBase` nor a `std::exception` ends the process without
+    /// this call.
     virtual void performFailed(std::exception_ptr const &failure);
 
 private:

@@ -22,4 +22,6 @@ DevMDStreamActiveSource::~DevMDStreamActiveSource() = default;
 
 DevMDStreamActiveSink::~DevMDStreamActiveSink() = default;
 
+DevMDStreamPrtcl::~DevMDStreamPrtcl() = default;
+
 } // namespace Zv

@@ -1,103 +1,157 @@
-// The streams that a device offers: who pushes, who pulls, and what is compatible with what.
+// Streams of a device: sources, sinks, the elements that pass between them, and the face that
+// offers them (device writers).
 #pragma once
 
-#include "resmgt/deviceProtocol/devMDStreamElem.h"
+#include "resmgt/containers/iterator.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
+#include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
+#include "resmgt/locks/lkCounter.h"
+#include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "zvbase/objPtr.h"
 
 namespace Zv {
 
-/// What a source delivers, in terms of the devices that connect: they derive from it, and a sink casts what it is
-/// given to the formats that it knows.
+/// The payload of stream elements. The devices that share a stream derive from it.
+class ZVRESMGT_EXPORT DevMDStreamBuf : public RCBase<LkCounter<long>>
+{
+protected:
+    ~DevMDStreamBuf() override;
+};
+
+/// One element of a stream: a payload and an event. It travels as an `ObjPtr<DevMDStreamElem>`.
+/// Copies share the payload.
+///
+/// **Threads**: one thread at a time.
+class ZVRESMGT_EXPORT DevMDStreamElem
+{
+public:
+    /// An event. The devices that share a stream give the numbers their meaning, as in
+    /// `DevMDStreamElem::Ev{1}`.
+    enum class Ev : int
+    {
+    };
+
+    DevMDStreamElem(RCShdPtr<DevMDStreamBuf> const &buf, Ev ev);
+
+    RCShdPtr<DevMDStreamBuf> getBuf() const { return _buf; }
+    Ev getEv() const { return _ev; }
+
+private:
+    RCShdPtr<DevMDStreamBuf> _buf;
+    Ev _ev;
+};
+
+/// What a source delivers. Devices that connect derive their formats from it. A sink casts the
+/// format of a source to the formats that it knows.
 class ZVRESMGT_EXPORT DevMDStreamFormat : public RCBase<LkCounter<long>>
 {
 protected:
     ~DevMDStreamFormat() override;
 };
 
-/// One end of a connection. Active ends act, passive ends are acted upon: an active source pushes into a passive
-/// sink, an active sink pulls from a passive source. Configured by client threads under the manager's configuration
-/// lock; elements pass between the devices' threads.
+/// One end of a connection. An active source pushes into a passive sink, and an active sink pulls
+/// from a passive source.
+///
+/// **Threads**: threads of clients configure streams under the manager's configuration lock.
+/// Elements pass between the threads of the devices.
 class ZVRESMGT_EXPORT DevMDStream : public RCBase<LkCounter<long>>
 {
 public:
-    /// Unique among the device's streams.
+    /// Returns the name, which is unique among the device's streams.
     virtual LiString getName() = 0;
     virtual LiString getDescription() = 0;
-    /// A number with a meaning of the device's own.
+    /// Returns a number whose meaning the device defines.
     virtual int getKind() = 0;
-    /// True as long as no connection has taken the stream.
+    /// Returns true if no connection has taken the stream.
     virtual bool isAvailable() = 0;
-    /// A connection takes the stream.
+    /// Called when a connection takes the stream.
     virtual void start() = 0;
-    /// The connection lets the stream go.
+    /// Called when the connection releases the stream.
     virtual void stop() = 0;
 
 protected:
     ~DevMDStream() override;
 };
 
+/// The end of a connection that delivers elements.
 class ZVRESMGT_EXPORT DevMDStreamSource : public DevMDStream
 {
 public:
+    /// Returns what the source delivers.
     virtual RCShdPtr<DevMDStreamFormat> getFormat() = 0;
 
 protected:
     ~DevMDStreamSource() override;
 };
 
+/// The end of a connection that takes elements.
 class ZVRESMGT_EXPORT DevMDStreamSink : public DevMDStream
 {
 public:
-    /// Whether this sink can take what a source's `getFormat` returned.
+    /// Returns true if this sink can take elements of that format.
     virtual bool isCompatible(RCShdPtr<DevMDStreamFormat> const &format) = 0;
 
 protected:
     ~DevMDStreamSink() override;
 };
 
-/// A sink that is pushed into.
+/// A sink into which the source pushes.
 class ZVRESMGT_EXPORT DevMDStreamPassiveSink : public DevMDStreamSink
 {
 public:
-    /// Hands an element over. Called by the source device's thread; may block while the sink is full.
+    /// Takes an element over. Called by the thread of the source device. May block while the sink
+    /// is full.
     virtual void push(ObjPtr<DevMDStreamElem> elem) = 0;
 
 protected:
     ~DevMDStreamPassiveSink() override;
 };
 
-/// A source that is pulled from.
+/// A source from which the sink pulls.
 class ZVRESMGT_EXPORT DevMDStreamPassiveSource : public DevMDStreamSource
 {
 public:
-    /// The next element. Called by the sink device's thread.
+    /// Returns the next element. Called by the thread of the sink device.
     virtual ObjPtrRet<DevMDStreamElem> pull() = 0;
 
 protected:
     ~DevMDStreamPassiveSource() override;
 };
 
-/// A source that pushes.
+/// A source that pushes into its sink.
 class ZVRESMGT_EXPORT DevMDStreamActiveSource : public DevMDStreamSource
 {
 public:
-    /// The sink to push into from now on.
+    /// Sets the sink into which the source must push from now on.
     virtual void connect(RCShdPtr<DevMDStreamPassiveSink> sink) = 0;
 
 protected:
     ~DevMDStreamActiveSource() override;
 };
 
-/// A sink that pulls.
+/// A sink that pulls from its source.
 class ZVRESMGT_EXPORT DevMDStreamActiveSink : public DevMDStreamSink
 {
 public:
-    /// The source to pull from, from now on.
+    /// Sets the source from which the sink must pull from now on.
     virtual void connect(RCShdPtr<DevMDStreamPassiveSource> source) = 0;
 
 protected:
     ~DevMDStreamActiveSink() override;
+};
+
+/// The face of a device that has streams.
+class ZVRESMGT_EXPORT DevMDStreamPrtcl : public virtual DevMDPrtcl
+{
+public:
+    /// Returns an iterator over all streams of the device, at the first one. The device must
+    /// outlive it.
+    virtual ConstIterator<RCShdPtr<DevMDStream>> performGetStreams() = 0;
+
+protected:
+    ~DevMDStreamPrtcl() override;
 };
 
 } // namespace Zv

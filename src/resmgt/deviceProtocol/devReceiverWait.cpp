@@ -1,4 +1,4 @@
-#include "resmgt/deviceProtocol/devSenderWait.h"
+#include "resmgt/deviceProtocol/devReceiverWait.h"
 
 #include "zvbase/failures.h"
 
@@ -7,7 +7,7 @@ namespace Zv {
 DevReceiverWait::DevReceiverWait(LiString const &name)
     : _name(name), _arrived(_name.getChars(), 0), _released(_name.getChars(), 0)
 {
-    // Without them neither side would wait for the other.
+    // Without the semaphores neither side would wait for the other.
     ZV_ASSERT(_arrived.getErrno() == 0 && _released.getErrno() == 0);
 }
 

@@ -1,4 +1,4 @@
-// The rendezvous of a sender with the thread that serves its request.
+// Rendezvous of a sender with the thread that executes its request (device writers).
 #pragma once
 
 #include "resmgt/export.h"
@@ -7,14 +7,18 @@
 
 namespace Zv {
 
-/// The serving thread's side of a rendezvous: it reports that it has arrived, and stands still until the sender lets
-/// it go. The sender's side is a `DevSenderWait` made from this object. Which side comes first does not matter.
+/// The receiver's side of a rendezvous: the receiving thread reports that it has arrived, and
+/// blocks until the sender releases it. The sender uses a `DevSenderWait` that is made from this
+/// object. The sides may arrive in any order.
 ///
 /// The sender
-/// 1. puts an ACO that holds this object, and calls `post` and `wait` when it runs, into a request,
-/// 2. makes a `DevSenderWait` from this object and sends the request,
-/// 3. calls `DevSenderWait::wait`: the serving thread has come to the ACO and stands still,
-/// 4. does what must be done meanwhile, and calls `DevSenderWait::post`.
+/// 1. attaches a completion to its request that holds this object and calls `post` and then `wait`,
+/// 2. makes a `DevSenderWait` from this object, and sends the request,
+/// 3. calls `DevSenderWait::wait`, which returns when the receiving thread has arrived at the
+///    completion,
+/// 4. does what it must do while the receiving thread waits, and calls `DevSenderWait::post`.
+///
+/// **Threads**: one thread, the receiver, calls the operations of this object.
 class ZVRESMGT_EXPORT DevReceiverWait
 {
 public:
@@ -25,7 +29,8 @@ public:
 
     /// Tells the sender that the receiver has arrived.
     void post();
-    /// Blocks until the sender lets go. This object may be destroyed as soon as it returns.
+    /// Blocks until the sender calls `DevSenderWait::post`. This object may be destroyed as soon as
+    /// `wait` returns.
     void wait();
 
 private:
@@ -34,6 +39,27 @@ private:
     LiString _name; // the semaphores keep a pointer to its characters
     LkUnnamedSema _arrived;
     LkUnnamedSema _released;
+};
+
+/// The sender's side of a rendezvous. See `DevReceiverWait`, which must exist until `post` has been
+/// called.
+///
+/// **Threads**: one thread, the sender, calls the operations of this object.
+class ZVRESMGT_EXPORT DevSenderWait
+{
+public:
+    explicit DevSenderWait(DevReceiverWait &receiver);
+    DevSenderWait(DevSenderWait const &) = delete;
+    DevSenderWait &operator=(DevSenderWait const &) = delete;
+
+    /// Blocks until the receiver has arrived. The receiver then waits for `post`.
+    void wait();
+    /// Releases the receiver. The receiver must not be used after this call.
+    void post();
+
+private:
+    LkUnnamedSema &_arrived;
+    LkUnnamedSema &_released;
 };
 
 } // namespace Zv

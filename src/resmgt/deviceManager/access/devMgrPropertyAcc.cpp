@@ -1,12 +1,12 @@
 #include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
 
+#include "resmgt/deviceManager/access/configParsers.private.h"
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
-#include "resmgt/deviceManager/access/propertyConfigParser.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/devRegistry.h"
-#include "resmgt/deviceProtocol/devMDPropertyPrtcl.h"
+#include "resmgt/deviceProtocol/devMDProperty.h"
 #include "zvbase/failures.h"
 
 namespace Zv {

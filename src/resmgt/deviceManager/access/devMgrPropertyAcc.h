@@ -1,4 +1,4 @@
-// Reading, writing and observing the properties of devices.
+// Access object that finds and observes the properties of devices (applications).
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
@@ -11,38 +11,61 @@ namespace Zv {
 
 class DevMgrMediator;
 
-/// Finds properties by a property string, `device : set : set : property` with any number of sets: `camera:lens:focus`.
-/// Typed reading and writing stand in `DevMgrPropertyValueUtil`, attaching by string in `DevMgrPropertyObserverUtil`.
+/// Finds properties by a property string, `device : set : set : property` with any number of sets,
+/// and observes them:
 ///
-/// Changes are reported on the manager's thread "DevMgr ANO", never on a device's. The object's destruction detaches
-/// all its observers; a notification that is under way then reaches nobody. A property has one property access that
-/// observes it at a time.
+///     ObjPtr<DevMgr> const manager = DevMgr::create();
+///     ObjPtr<DevMgrPropertyAcc> const properties = manager->createPropertyAcc();
+///     DevMgrPropertyValueUtil<double>::setValue(*properties, "camera:lens:focus", 2.5);
 ///
-/// All operations may be called by any thread but those of devices and "DevMgr ANO". After `DevMgr::close`,
-/// `getProperty` throws `DevMgrEx::ManagerClosed`.
+/// `DevMgrPropertyValueUtil` reads and writes values, and `DevMgrPropertyObserverUtil` attaches
+/// observers by string.
+///
+/// Changes are reported on the manager's thread "DevMgr ANO". Only one property access at a time
+/// can observe a property: attaching through a second one replaces the first one's observers
+/// without a report.
+///
+/// **Threads**: any thread may call any operation at any time, except the threads of devices and
+/// "DevMgr ANO".
+///
+/// **Throws**: after `DevMgr::close`, `getProperty` throws `DevMgrEx::ManagerClosed`.
 class ZVRESMGT_EXPORT DevMgrPropertyAcc : public RCBase<LkCounter<long>>
 {
 public:
-    static ObjPtrRet<DevMgrPropertyAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
+    /// Creates an access object for the devices of a mediator. Applications call
+    /// `DevMgr::createPropertyAcc`.
+    [[nodiscard]] static ObjPtrRet<DevMgrPropertyAcc>
+    create(RCShdPtr<DevMgrMediator> const &mediator);
 
-    /// Detaches all observers. Blocks while one of them is in `update`. Must not be called from within `update` of one
-    /// of them: that fails the assertion "!isDestroyedByItsOwnObserver" when all are detached. Throws the first failure
-    /// of a property or of an observer's destructor when all are detached. If this object is the last of its manager,
-    /// the destructor also does what `DevMgr` says of that.
+    /// Detaches all observers. Blocks while one of them is in `update`. If this object is the last
+    /// of its manager, the destructor also closes the devices, see `DevMgr`.
+    ///
+    /// An observer must not destroy the object in `update`. That fails the assertion
+    /// "!isDestroyedByItsOwnObserver" when all are detached. Throws the first failure of a property
+    /// or of an observer's destructor when all are detached.
     ~DevMgrPropertyAcc() noexcept(false) override;
 
-    /// The property that the string names. Its device is created and opened at its first mention, and the call then blocks
-    /// while another thread configures. Otherwise it does not wait for the opening of another device. If the opening of
-    /// the device has failed before, the property is that of an unopened device: reading it never returns if the device
-    /// is a standard device, and so does setting it when the device's queue is full. `DevMgrEx::PropertySyntaxError` with
-    /// all that was accepted and the fault; `NameNotFound` for an unknown device; `BadMDPrtclImp` for one without
-    /// properties; `NameNotRegistered` for an unknown set or property; `DevPrtclEx::ExMDStdPropertiesReadUnavail` while
-    /// the device builds its properties; what the creation or the opening of the device throws.
+    /// Returns the property that the string names. If the device is not open, creates and opens it.
+    /// In that case the call blocks while another thread configures. Otherwise it does not wait for
+    /// the opening of another device.
+    ///
+    /// If the opening of the device has failed before, the device is not opened. If it is a
+    /// standard device, reading the property then blocks without end, and so does setting it when
+    /// the device's queue is full.
+    ///
+    /// Throws `DevMgrEx::PropertySyntaxError`, with what was accepted and the fault, if the string
+    /// is wrong, `DevMgrEx::NameNotFound` if the device is unknown, `DevMgrEx::BadMDPrtclImp` if it
+    /// has no properties, `DevMgrEx::NameNotRegistered` if a set or the property is unknown, and
+    /// `DevPrtclEx::ExMDStdPropertiesReadUnavail` while the device builds its properties. Passes on
+    /// what the device throws when it is created or opened.
     virtual RCShdPtr<DevMDPropertyAny> getProperty(LiString const &config) = 0;
-    /// Both block while any observer of this object is in `update` on another thread. From within `update` both may be
-    /// called, for the same observer and for others. Null pointers throw `RCEx::ExNullPtr`. Attaching an observer again
-    /// changes nothing, nor does detaching one that is not attached. After `detachObserver` has returned, the observer
-    /// is no longer called. An observer that is attached from within `update` is told of the next change.
+    /// Attach and detach an observer. Attaching it again changes nothing, and neither does
+    /// detaching an observer that is not attached. An observer is not called after `detachObserver`
+    /// has returned.
+    ///
+    /// Both block while another thread is in `update` of an observer of this object. An observer
+    /// may call both in `update`, for itself and for others. One that is attached there is called
+    /// at the next change. Both throw `RCEx::ExNullPtr` if a pointer is null.
     virtual void attachObserver(RCShdPtr<DevMDPropertyAny> property,
                                 RCShdPtr<DevMgrPropertyObserver> observer) = 0;
     virtual void detachObserver(RCShdPtr<DevMDPropertyAny> property,

@@ -1,4 +1,4 @@
-// Being told of changes of a property.
+// Observer of the changes of a property (applications).
 #pragma once
 
 #include "resmgt/deviceProtocol/devMDProperty.h"
@@ -6,7 +6,8 @@
 
 namespace Zv {
 
-/// Which property changed, and the device's word for how. It carries no value.
+/// What an observer is told of a change: the property, and the event bits that the device has set.
+/// It does not contain the value.
 class ZVRESMGT_EXPORT DevMgrPropertyObserverHint
 {
 public:
@@ -22,17 +23,19 @@ private:
     unsigned int _event;
 };
 
-/// Written by a client that wants to know of changes.
+/// Observes properties. A client derives from it and attaches an instance with
+/// `DevMgrPropertyAcc::attachObserver`.
 class ZVRESMGT_EXPORT DevMgrPropertyObserver : public RCBase<LkCounter<long>>
 {
 public:
-    /// Called on the manager's thread "DevMgr ANO", which serves all notifications of the manager. It should note the
-    /// change and leave the reading to a thread of the client. It must not wait for a device, because a device that
-    /// waits for this thread would then never go on. It may attach observers, and detach itself and others. It must
-    /// not destroy the property access or the manager, which fails an assertion.
+    /// Called on the manager's thread "DevMgr ANO", which serves all notifications of the manager.
+    /// It should record the change and let a thread of the client read the value. It must not wait
+    /// for a device: a device that waits for this thread would deadlock. It may attach observers,
+    /// and detach itself and others. It must not destroy the property access or the manager. That
+    /// fails an assertion.
     ///
-    /// If it throws, the property's other observers are told all the same. The first exception then goes to the
-    /// manager's `DevMgrFailureHandler`, and ends the process if there is none.
+    /// If it throws, the property's other observers are called nevertheless. The first exception
+    /// then goes to the manager's `DevMgrFailureHandler`, and ends the process if there is none.
     virtual void update(DevMgrPropertyObserverHint const &hint) = 0;
 
     ~DevMgrPropertyObserver() noexcept(false) override;

@@ -1,4 +1,4 @@
-// Who observes which property, and how a change comes to them.
+// The observers of one property access, and their notifications.
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
@@ -13,12 +13,12 @@ namespace Zv {
 
 class DevMgrMediator;
 
-/// The observers of one property access. It lives on in the objects that carry changes while they are under way.
+/// The observers of one property access. Notifications that are on their way keep it alive.
 class DevMgrPropertyObserverEng : public RCBase<LkCounter<long>>
 {
 public:
-    /// Points to the mediator without counting: the properties that hold this engine belong to the mediator's devices.
-    /// `detachAll` comes before the mediator may go.
+    /// Does not own the mediator, because the mediator's devices have the properties that own this
+    /// engine. `detachAll` must be called before the mediator is destroyed.
     explicit DevMgrPropertyObserverEng(DevMgrMediator &mediator);
 
     virtual void attach(RCShdPtr<DevMDPropertyAny> property,
@@ -27,10 +27,10 @@ public:
                         RCShdPtr<DevMgrPropertyObserver> observer);
     void detachAll();
 
-    /// Calls the property's observers, under the lock, in the order of their addresses. Throws the first exception of
-    /// an observer when all have been called.
+    /// Calls the property's observers, under the lock, in the order of their addresses. Throws the
+    /// first exception of an observer when all have been called.
     void update(DevMgrPropertyObserverHint const &hint);
-    /// Returns whether the calling thread is in `update`. Blocks while another thread is.
+    /// Returns true if the calling thread is in `update`. Blocks while another thread is.
     bool isUpdating() const;
 
 private:

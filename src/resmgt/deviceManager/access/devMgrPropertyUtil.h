@@ -1,28 +1,33 @@
-// Property access by string: typed values, and observers.
+// Values and observers of properties by property string (applications).
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
-#include "resmgt/deviceProtocol/devMDPropertyTypes.h"
+#include "resmgt/deviceProtocol/devMDProperty.h"
 #include "resmgt/export.h"
 
 namespace Zv {
 
-/// Reads and writes a property that holds a `T`, one of the value types of properties. There is no conversion: another
-/// type is a `DevMgrEx::PropertyInvalidType` with the property's name. Beside that, what `getProperty` throws and what
-/// the property throws.
+/// Reads and writes a property whose value is a `T`, one of the types of `DevMDPropertyValue`. See
+/// `DevMgrPropertyAcc` for an example.
+///
+/// **Throws**: `DevMgrEx::PropertyInvalidType` with the property's name if its value has another
+/// type, what `getProperty` throws, and what the property throws.
 template <class T>
 class ZVRESMGT_EXPORT DevMgrPropertyValueUtil
 {
 public:
-    /// Waits for the device's thread: not to be called on it, nor in an observer's `update`.
+    /// Writes the value into `value`. Blocks until the device's thread has delivered it. Must not
+    /// be called on that thread nor in an observer's `update`.
     static void getValue(DevMgrPropertyAcc &access, LiString const &config, T &value);
-    /// Does not wait for the value to be stored; blocks while the device's queue is full.
+    /// Sets the value. Returns before the device has stored it. Blocks while the device's queue is
+    /// full.
     static void setValue(DevMgrPropertyAcc &access, LiString const &config, T const &value);
 
     DevMgrPropertyValueUtil() = delete;
 };
 
-/// Attaches and detaches observers by a property string. Throws what `getProperty` throws.
+/// Attaches and detaches observers by a property string. Both operations throw what
+/// `DevMgrPropertyAcc::getProperty` throws.
 class ZVRESMGT_EXPORT DevMgrPropertyObserverUtil
 {
 public:

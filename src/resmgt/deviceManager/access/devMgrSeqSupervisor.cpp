@@ -1,6 +1,6 @@
 #include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
 
-#include "resmgt/deviceManager/access/seqConfigParser.private.h"
+#include "resmgt/deviceManager/access/configParsers.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/sequence/devSeqSupervision.private.h"

@@ -1,10 +1,9 @@
 #include "resmgt/deviceManager/access/devMgrStreamAcc.h"
 
-#include "resmgt/deviceManager/access/configTokens.private.h"
-#include "resmgt/deviceManager/access/streamConfigParser.private.h"
+#include "resmgt/deviceManager/access/configParsers.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
-#include "resmgt/deviceProtocol/devMDStreamPrtcl.h"
+#include "resmgt/deviceProtocol/devMDStream.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"

@@ -1,4 +1,4 @@
-// Connecting a stream of one device to a stream of another.
+// Access object that connects streams of devices (applications).
 #pragma once
 
 #include "resmgt/deviceProtocol/devMDStream.h"
@@ -10,21 +10,31 @@ namespace Zv {
 
 class DevMgrMediator;
 
-/// Connects streams by a stream string, starts them, and stops them all when it is destroyed: the active end of the
-/// latest connection first.
+/// Connects a stream of one device to a stream of another and starts them. The destructor stops
+/// them:
 ///
-/// The string is `[source-device] : source-stream verb [sink-device] : sink-stream`, where the verb is `push` or
-/// `pull` and stands between white space: `camera:out push recorder:in`. A device is left out for a stream that was
-/// registered under a bare name. In a push the source is active and pushes into a passive sink; in a pull the sink is
-/// active and pulls from a passive source. The passive end starts first.
+///     ObjPtr<DevMgr> const manager = DevMgr::create();
+///     ObjPtr<DevMgrStreamAcc> const streams = manager->createStreamAcc();
+///     streams->connect("camera:out push recorder:in");
 ///
-/// All operations may be called by any thread but those of devices and "DevMgr ANO". After `DevMgr::close`, those that
-/// take the configuration lock throw `DevMgrEx::ManagerClosed`. The streams of a device whose opening has failed before
-/// are connected like those of any other device.
+/// The string is `[source-device] : source-stream verb [sink-device] : sink-stream`. The verb is
+/// `push` or `pull`, between white space. The device is omitted if the stream was registered under
+/// its name alone. In a push the source is active and pushes into a passive sink. In a pull the
+/// sink is active and pulls from a passive source. The passive end starts first.
+///
+/// **Threads**: any thread may call any operation at any time, except the threads of devices and
+/// "DevMgr ANO".
+///
+/// **Throws**: after `DevMgr::close`, the operations that take the configuration lock throw
+/// `DevMgrEx::ManagerClosed`.
+///
+/// The streams of a device whose opening has failed before are connected like those of any other
+/// device.
 class ZVRESMGT_EXPORT DevMgrStreamAcc
 {
 public:
-    /// The canonical name of a stream, without white space: `device:stream`, or `:stream` for a bare one.
+    /// The name of a stream without white space: `device:stream`, or `:stream` for a stream without
+    /// device.
     class ZVRESMGT_EXPORT StreamId
     {
     public:
@@ -38,30 +48,37 @@ public:
         LiString _id;
     };
 
-    /// For the devices of a mediator; `DevMgr::createStreamAcc` makes one for those of a manager. A null mediator ends
-    /// the first operation that asks for it in `RCEx::ExNullPtr`.
-    static ObjPtrRet<DevMgrStreamAcc> create(RCShdPtr<DevMgrMediator> const &mediator);
+    /// Creates an access object for the devices of a mediator. Applications call
+    /// `DevMgr::createStreamAcc`. If the mediator is null, the first operation that needs it throws
+    /// `RCEx::ExNullPtr`.
+    [[nodiscard]] static ObjPtrRet<DevMgrStreamAcc>
+    create(RCShdPtr<DevMgrMediator> const &mediator);
 
-    /// Stops what it started, without taking the configuration lock. One that fails to stop does not keep the others
-    /// running; throws the first failure when all is done. If this object is the last of its manager, the destructor
-    /// also does what `DevMgr` says of that.
+    /// Stops all streams that it has started, the active end of the latest connection first. Does
+    /// not take the configuration lock. If a stream fails to stop, the others are stopped
+    /// nevertheless, and the first failure is thrown at the end. If this object is the last of its
+    /// manager, the destructor also closes the devices, see `DevMgr`.
     virtual ~DevMgrStreamAcc() noexcept(false);
 
-    /// Throws `DevMgrEx::ConfigSyntaxError` on a bad string, with all that was accepted and the fault. Changes
-    /// nothing.
+    /// Checks a string. Throws `DevMgrEx::ConfigSyntaxError`, with what was accepted and the fault,
+    /// if it is wrong. Changes nothing.
     virtual void parseConfig(LiString const &config) = 0;
-    /// Connects two streams and starts them. Devices are created and opened at their first mention.
-    /// `DevMgrEx::ConfigSyntaxError`; `NameNotRegistered` for an unknown bare name; `NameNotFound` for a stream that
-    /// its device has not; `StreamNotAvailable` where either end is in use (the reason names the source);
-    /// `StreamsNotCompatible`; `BadMDPrtclImp` for a device without streams or ends that do not fit the verb;
-    /// `DevPrtclEx::ExNameNotRegistered` for an unknown device. What a stream throws passes, and streams started
-    /// before that are stopped with this object.
+    /// Connects two streams and starts them. Creates and opens the devices that are not open yet.
+    ///
+    /// Throws `DevMgrEx::ConfigSyntaxError` if the string is wrong,
+    /// `DevPrtclEx::ExNameNotRegistered` if a device is unknown, `DevMgrEx::NameNotRegistered` if a
+    /// stream without device is unknown, `DevMgrEx::NameNotFound` if a device has no such stream,
+    /// `DevMgrEx::StreamNotAvailable` if either end is in use (the reason names the source),
+    /// `DevMgrEx::StreamsNotCompatible` if the sink cannot take what the source delivers, and
+    /// `DevMgrEx::BadMDPrtclImp` if a device has no streams, or if the ends do not fit the verb.
+    /// Passes on what a stream throws. Streams that were started before that stop with this object.
     virtual void connect(LiString const &config) = 0;
-    /// Makes a stream known by an id. `DevMgrEx::NameNotUnique` where the id is taken. A null stream is found out when
-    /// it is connected, by `RCEx::ExNullPtr`.
+    /// Registers a stream under an id. Throws `DevMgrEx::NameNotUnique` if the id is in use. If the
+    /// stream is null, `connect` throws `RCEx::ExNullPtr`.
     virtual void registerStream(StreamId const &id, RCShdPtr<DevMDStream> stream) = 0;
+    /// Returns true if a stream is registered under the id.
     virtual bool isRegistered(StreamId const &id) = 0;
-    /// The forms for a caller that holds the configuration lock, `DevMgrMediator::getLock`.
+    /// Do the same for a caller that holds the configuration lock, `DevMgrMediator::getLock`.
     virtual void registerNoGuard(StreamId const &id, RCShdPtr<DevMDStream> stream) = 0;
     virtual bool isRegisteredNoGuard(StreamId const &id) = 0;
 

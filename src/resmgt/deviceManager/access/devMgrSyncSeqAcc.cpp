@@ -1,6 +1,6 @@
 #include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
 
-#include "resmgt/deviceManager/access/seqConfigParser.private.h"
+#include "resmgt/deviceManager/access/configParsers.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
@@ -9,7 +9,7 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/deviceManager/sequence/seqANOFactory.h"
-#include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"

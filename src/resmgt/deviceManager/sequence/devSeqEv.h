@@ -1,4 +1,4 @@
-// The events of the machine that every device runs.
+// Events of the sequence machine (extenders).
 #pragma once
 
 #include "resmgt/export.h"
@@ -7,27 +7,28 @@
 
 namespace Zv {
 
-/// The events of the sequence machine. Their values are the machine's own numbers.
+/// The events of the sequence machine, and their names. The values are the numbers in the machine's
+/// table.
 class ZVRESMGT_EXPORT DevSeqEv
 {
 public:
     enum Event : std::int32_t
     {
-        START,    ///< the caller, at the root; a parent, to its children
-        READY,    ///< the device: it has started, or recovered
-        SREADY,   ///< a child, to its parent: its whole subtree is ready
-        PROCEED,  ///< the node, to itself: its subtree is ready, go on
-        LOCK,     ///< the device: it has locked
-        MLOCK,    ///< a parent, to its children: lock to my mark
-        RECOVER,  ///< the device, whenever it wants to; a parent, to its children
-        STOP,     ///< the caller, at the root; a parent, to its children
-        STOPPED,  ///< the device: it has stopped
-        SSTOPPED, ///< a child, to its parent: its whole subtree has stopped
-        ABORT,    ///< the device, whenever it has to
-        ABORTED   ///< the device: it has aborted
+        START,    ///< from the client to the root, and from a parent to its children
+        READY,    ///< from the device, when it has started or recovered
+        SREADY,   ///< from a child to its parent, when its whole subtree is ready
+        PROCEED,  ///< from a node to itself, when its whole subtree is ready
+        LOCK,     ///< from the device, when it has locked
+        MLOCK,    ///< from a parent to its children, which then lock to its mark
+        RECOVER,  ///< from the device, at any time, and from a parent to its children
+        STOP,     ///< from the client to the root, and from a parent to its children
+        STOPPED,  ///< from the device, when it has stopped
+        SSTOPPED, ///< from a child to its parent, when its whole subtree has stopped
+        ABORT,    ///< from the device, at any time
+        ABORTED   ///< from the device, when it has aborted
     };
 
-    /// The events' names.
+    /// The names of the events.
     struct Names
     {
         char const *start;
@@ -43,6 +44,7 @@ public:
         char const *abort;
         char const *aborted;
     };
+    /// Returns the names. They stay valid until the process ends.
     static Names const &getNames();
 
     DevSeqEv() = delete;

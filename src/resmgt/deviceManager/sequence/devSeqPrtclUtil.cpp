@@ -1,6 +1,6 @@
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
 
-#include "resmgt/deviceManager/devMgrACO.h"
+#include "resmgt/deviceManager/devMgrFifo.h"
 
 #include <utility>
 

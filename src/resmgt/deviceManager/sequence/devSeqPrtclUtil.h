@@ -1,9 +1,9 @@
-// A device as its sequence machine calls it.
+// Calls of a device by its sequence machine (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceProtocol/devANO.h"
-#include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/smartPtrs/rcBase.h"
@@ -12,21 +12,27 @@
 
 namespace Zv {
 
-/// Calls a device's protocol on behalf of its machine, and gives it with each request the
-/// notification by which the device's report comes back: a fresh clone of a prototype, on its way
-/// through the manager's FIFO. Every operation runs under the tree's lock, blocks as long as the
-/// protocol does, and lets the protocol's exceptions pass.
+/// Calls a device's protocol for the device's sequence machine. With each call it passes the
+/// notification by which the device reports back. The notification is a new clone of a prototype
+/// and returns through the manager's queue.
+///
+/// **Threads**: one thread at a time, under the tree's lock.
+///
+/// **Blocks**: as long as the device's protocol does.
+///
+/// **Throws**: what the device's protocol throws.
 class ZVRESMGT_EXPORT DevSeqPrtclUtil : public RCBase<LkCounter<long>>
 {
 public:
-    /// The reports of one kind, recovery or abort, that one device can have in the manager's FIFO. While so many wait,
-    /// a further one is dropped: the tree could not learn anything new from it.
+    /// The largest number of reports of one kind, recovery or abort, that one device can have in
+    /// the manager's queue. Further ones are dropped. The tree could not learn anything new from
+    /// them.
     static constexpr long MAX_WAITING_REPORTS = 8;
 
-    /// Notifications that do nothing, without a FIFO.
+    /// Makes an object without queue, whose notifications do nothing.
     explicit DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl> prtcl);
-    /// The prototypes deliver, in this order, `READY`, `LOCK`, `ABORTED`, `STOPPED`, `RECOVER` and
-    /// `ABORT` to the node.
+    /// Makes an object with the queue and the prototypes of the notifications of `READY`, `LOCK`,
+    /// `ABORTED`, `STOPPED`, `RECOVER` and `ABORT`.
     DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl> prtcl, RCShdPtr<DevMgrFifo> fifo,
                     ObjPtr<DevClonableANO> ready, ObjPtr<DevClonableANO> lock,
                     ObjPtr<DevClonableANO> aborted, ObjPtr<DevClonableANO> stopped,
@@ -34,17 +40,18 @@ public:
     DevSeqPrtclUtil(DevSeqPrtclUtil const &) = delete;
     DevSeqPrtclUtil &operator=(DevSeqPrtclUtil const &) = delete;
 
-    /// Ends in `READY`; from now on the device may ask for `RECOVER` and `ABORT`.
+    /// Starts the device, which then reports `READY`. From this call on it may report `RECOVER` and
+    /// `ABORT`.
     void start();
-    /// The root's form. Ends in `LOCK`.
+    /// Locks the root device, which then reports `LOCK`.
     void sync(DtTime const &latency);
-    /// Every other node's form, with the parent's mark. Ends in `LOCK`.
+    /// Locks another device to the mark of its parent. It then reports `LOCK`.
     void sync(DtTimeMark const &mark);
-    /// Ends in `READY`, as a start does.
+    /// Recovers the device, which then reports `READY`.
     void recover();
-    /// Ends in `STOPPED`.
+    /// Stops the device, which then reports `STOPPED`.
     void stop();
-    /// Ends in `ABORTED`.
+    /// Aborts the device, which then reports `ABORTED`.
     void abort();
     DtTime getLatency();
     DtTimeMark getMark();

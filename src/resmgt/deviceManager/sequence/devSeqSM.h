@@ -1,8 +1,8 @@
-// One running sequence machine.
+// Sequence machine of one device (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFailure.h"
-#include "resmgt/deviceManager/sequence/devSeqEvPend.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
 #include "resmgt/deviceManager/stateMachine/devSMExecutionEng.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
@@ -15,66 +15,70 @@
 
 namespace Zv {
 
-/// Guards a machine against illegal events, and is told of its states. Called by the thread that steps the machine.
+/// Makes a machine refuse illegal events, and is told of its states. Called by the thread that
+/// executes the machine's events.
 class ZVRESMGT_EXPORT DevSeqSMGuard
 {
 public:
-    /// The machine has come to another state.
+    /// Called when the machine has reached another state.
     virtual void stateChanged(std::int32_t state) = 0;
-    /// The event is illegal in the present state. The machine stays as it is.
+    /// Called if an event is illegal in the present state. The machine does not change.
     virtual void refused(std::int32_t event) = 0;
 
 protected:
     ~DevSeqSMGuard() = default;
 };
 
-/// The sequence machine of one node, from `init` to `final`, to `_exc` if a protocol call threw an `ExBase`, or to
-/// `_ill` after an illegal event. None of the three has a way back. An exception of another class breaks the machine.
-/// When it ends in `_exc` or `_ill`, breaks, or refuses an event because it has ended so, it writes one line to the
-/// trace, with its label, the event, the state and the reason.
+/// The sequence machine of one node. It runs from `init` to `final`, to `_exc` if a call of the
+/// device has thrown an `ExBase`, or to `_ill` after an illegal event. No event leads out of these
+/// three states. An exception of another class breaks the machine.
 ///
-/// It has no lock. The tree's callers take turns.
+/// It writes one line to the trace, with its label, the event, the state and the reason, if it
+/// reaches `_exc` or `_ill`, if it breaks, and if it then gets another event.
+///
+/// **Threads**: one thread at a time, under the tree's lock.
 class ZVRESMGT_EXPORT DevSeqSM
 {
 public:
-    /// Follows the steps of a machine. It must not execute an event of the machine.
+    /// Observes the steps of a machine. It must not execute an event of the machine.
     class Listener
     {
     public:
-        /// Called after each step that has led to another state. `DevSeqSM::getStateName` tells it.
+        /// Called after each step that has led to another state. `DevSeqSM::getStateName` returns
+        /// it.
         virtual void stateChanged() = 0;
-        /// Called once when the machine has come to `_exc` or `_ill`, after `stateChanged`, or has broken.
-        /// `DevSeqSM::getFailure` tells why.
+        /// Called once when the machine has reached `_exc` or `_ill`, after `stateChanged`, or has
+        /// broken. `DevSeqSM::getFailure` returns the reason.
         virtual void machineFailed() = 0;
 
     protected:
         ~Listener() = default;
     };
 
-    /// `evPend` is the queue in which the factory's transitions park events; `label` is for
-    /// reports.
+    /// `evPend` is the queue in which the factory's transitions keep events. `label` is the
+    /// machine's name in traces.
     DevSeqSM(ObjPtr<DevSMTransitionFactory> factory, RCShdPtr<DevSeqEvPend> evPend,
              LiString const &label);
     DevSeqSM(DevSeqSM const &) = delete;
     DevSeqSM &operator=(DevSeqSM const &) = delete;
     ~DevSeqSM() noexcept(false);
 
-    /// Runs the event, then the parked ones for as long as a transition has released them. Throws
-    /// what `DevSMExecutionEng::execute` throws; parked events that did not have their turn then
-    /// are lost.
+    /// Executes the event, and then the kept events as long as a transition releases them. Throws
+    /// what `DevSMExecutionEng::execute` throws. Events that were released and not executed are
+    /// lost then.
     void execute(std::int32_t event, Listener *listener = nullptr);
     LiString getStateName() const;
     LiString const &getLabel() const { return _label; }
 
-    /// Returns why the machine has ended in `_exc` or `_ill` or has broken, without the device's name. Empty if it has
-    /// not.
+    /// Returns the reason why the machine is in `_exc` or `_ill` or is broken, without the device's
+    /// name. Empty if it has not failed.
     std::optional<DevMgrFailure> getFailure() const;
-    /// Returns the event that `execute` has thrown for the last time, and the state in which the machine got it,
-    /// without the device's name and the exception.
+    /// Returns the last event for which `execute` has thrown, and the state in which the machine
+    /// got it, without the device's name and the exception.
     DevMgrFailure getLastThrown() const;
 
-    /// From now on illegal events are refused, and the guard reports failures instead of the trace. The guard must outlive
-    /// the machine. Null for none.
+    /// Sets the guard. From now on the machine refuses illegal events, and the guard reports
+    /// failures instead of the trace. The guard must outlive the machine. Null means none.
     void setGuard(DevSeqSMGuard *guard) { _guard = guard; }
 
 private:

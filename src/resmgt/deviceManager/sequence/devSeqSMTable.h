@@ -1,4 +1,4 @@
-// The machine that every device runs.
+// Table of the sequence machine, which every device in a sequence runs (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/stateMachine/devSMTable.h"
@@ -10,9 +10,9 @@
 
 namespace Zv {
 
-/// The sequence machine: from `init` through `start`, readiness and `sync` to `lock`, and by `stop`
-/// or `abort` to `final`, together with the machines of the device's parent and children. Made at
-/// first use; all machines of all trees share its one table.
+/// The table of the sequence machine. A device goes from `init` through `start`, `ready` and `sync`
+/// to `lock`, and through `stop` or `abort` to `final`, together with its parent and its children.
+/// The table is made at its first use. All machines share it:
 ///
 ///     init     start -> start            sync     lock -> lock
 ///     start    ready -> ready, wsr       lock     stop -> stop, wss
@@ -21,12 +21,15 @@ namespace Zv {
 ///     wml      mlock -> sync             recover  ready -> ready, wsr
 ///     wss      sstopped -> wss, stop     stop     stopped -> final
 ///
-/// From every state between `init` and `final`, `abort` leads to `abort`, where all but `start` is
-/// ignored and `aborted` leads to `final`. A child's `sready` that comes before the node's own
-/// `ready` is kept until then, and a `stop` that comes before `lock` until the lock.
+/// From every state between `init` and `final`, `abort` leads to `abort`. There every event but
+/// `start` is ignored, and `aborted` leads to `final`. A child's `sready` that comes before the
+/// node's own `ready` is kept until then. A `stop` that comes before `lock` is kept until the lock.
+///
+/// **Threads**: thread-safe.
 class ZVRESMGT_EXPORT DevSeqSMTable
 {
 public:
+    /// Returns the only instance. Throws what its construction throws.
     static DevSeqSMTable &getInstance();
 
     DevSeqSMTable(DevSeqSMTable const &) = delete;
@@ -34,7 +37,7 @@ public:
     ~DevSeqSMTable() noexcept(false);
 
     RCShdPtr<DevSMTable> getTable() const { return _table; }
-    /// Whether the event leads a machine in this state elsewhere than to `_ill`. In `_ill` and `_exc` none does.
+    /// Returns true if the event is legal in the state. In `_ill` and `_exc` no event is.
     bool isLegal(std::int32_t state, std::int32_t event) const;
 
 private:

@@ -3,7 +3,7 @@
 
 #include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
-#include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkMutex.h"
 #include "resmgt/locks/lkPulse.h"

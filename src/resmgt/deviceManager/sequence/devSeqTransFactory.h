@@ -1,7 +1,6 @@
-// Makes the transitions of a sequence machine.
+// Transitions of the sequence machine (extenders).
 #pragma once
 
-#include "resmgt/deviceManager/sequence/devSeqEvPend.h"
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
 #include "resmgt/deviceManager/stateMachine/devSMTransition.h"
@@ -10,9 +9,9 @@
 
 namespace Zv {
 
-/// Makes the seventeen transitions of the sequence machine for one node. They call the device,
-/// count the node's children, and queue events for the node and its neighbours; the tree delivers
-/// those.
+/// Creates the seventeen transitions of the sequence machine for one node. They call the device,
+/// count the node's children, and queue events for the node and its neighbours. The tree delivers
+/// these events.
 class ZVRESMGT_EXPORT DevSeqTransFactory : public DevSMTransitionFactory
 {
 public:

@@ -1,8 +1,8 @@
-// Devices that start, lock and stop together.
+// Tree of devices that start, lock and stop together (extenders).
 #pragma once
 
+#include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/sequence/devSeqObserver.h"
-#include "resmgt/deviceManager/sequence/devSeqTreeLink.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
@@ -21,85 +21,125 @@
 
 namespace Zv {
 
-/// Synchronises devices. An edge says which device is master of which: the root decides the start
-/// with the largest latency of all, every other device locks to its parent's mark.
+class DevSeqTree;
+
+/// A link to a tree that may be destroyed while the link exists. Devices may keep their
+/// notifications for any time. A report that arrives after the tree has been destroyed has no
+/// effect. The destructor of a tree waits for the report that is being delivered.
 ///
-/// `START`, delivered to the root, starts all devices, parents first. Each device reports `READY`;
-/// readiness comes up from the leaves, the root is told to sync, and as one device after the other
-/// reports `LOCK`, its children are told to sync to its mark. `STOP`, delivered to the root, is
-/// kept where a device has not locked yet; devices then stop from the leaves up, the root last. A
-/// device that lost its lock falls back with its whole subtree and comes up again under its parent,
-/// which stays in lock. An abort is a device's own: it goes to no neighbour.
+/// **Threads**: thread-safe.
+class ZVRESMGT_EXPORT DevSeqTreeLink : public RCBase<LkCounter<long>>
+{
+public:
+    explicit DevSeqTreeLink(DevSeqTree *tree);
+
+    /// Calls `DevSeqTree::processEvent`, or does nothing if there is no tree.
+    void processEvent(LiString const &name, std::int32_t event);
+    void processEvent(LiString const &name, std::int32_t event,
+                      std::optional<DevMgrFailure> &failure);
+    /// Removes the link to the tree. Blocks while an event is being delivered.
+    void clear();
+
+protected:
+    ~DevSeqTreeLink() override;
+
+private:
+    LkLock _lock;
+    DevSeqTree *_tree ZV_GUARDED_BY(_lock);
+};
+
+/// Synchronises a tree of devices. The root locks with the largest latency of all devices. Every
+/// other device locks to the mark of its parent.
 ///
-/// Build the tree, deliver, wait, destroy: it runs once. One lock makes all machines of a tree step
-/// one at a time. It is held for a whole delivery, also while devices' protocols are called: those
-/// hand a request over and return, and must not wait for the tree. The depth of a tree costs no
+/// - `START`, delivered to the root, starts all devices, parents first. Each device reports
+///   `READY`. When a whole subtree is ready, its top reports to its parent. When all are ready, the
+///   root is told to sync. When a device has reported `LOCK`, its children are told to sync to its
+///   mark.
+/// - `STOP`, delivered to the root, is kept at each device that has not locked yet. The devices
+///   then stop from the leaves up, the root last.
+/// - A device that has lost its lock recovers with its whole subtree, and locks again to its
+///   parent, which stays in lock.
+/// - An abort concerns the device alone.
+///
+/// A tree runs once: build it, deliver events, wait, destroy it. The depth of a tree needs no
 /// stack.
 ///
-/// The machine of a device that is given an illegal event goes to `_ill`, that of a device whose
-/// protocol threw an `ExBase` to `_exc`. Neither is a failure of the call: it is written to the trace,
-/// the observer is told, and `getFailure` returns it. The next event for the machine throws
-/// `DevMgrEx::SMExecutionError`. An exception that a machine throws during a delivery abandons the
-/// events that were still to be delivered. One that the observer throws does not.
+/// If a device gets an illegal event, its machine goes to `_ill`. If its protocol throws an
+/// `ExBase`, its machine goes to `_exc`. The call that delivers the event does not throw because of
+/// that. The failure is written to the trace, reported to the observer, and returned by
+/// `getFailure`. The next event for that machine throws `DevMgrEx::SMExecutionError`. If a machine
+/// throws during a delivery, the events that were still to be delivered are lost. An exception of
+/// the observer does not have that effect.
 ///
-/// All operations may be called by any thread at any time.
+/// **Threads**: thread-safe. One lock is held for a whole delivery, also while the devices'
+/// protocols are called. These must hand a request over and return, and must not wait for the tree.
 class ZVRESMGT_EXPORT DevSeqTree : public RCBase<LkCounter<long>>
 {
 public:
-    /// An empty tree.
+    /// Makes an empty tree.
     DevSeqTree();
     DevSeqTree(DevSeqTree const &) = delete;
     DevSeqTree &operator=(DevSeqTree const &) = delete;
 
-    /// A root that is there becomes the last child of `node`. To be called before the first delivery.
+    /// Sets the root. A former root becomes the last child of `node`. Must be called before the
+    /// first delivery.
     void setRoot(RCShdPtr<DevSeqTreeNode> const &node);
-    /// Makes `child` the last child of `parent`; both are nodes of this tree, or of none yet.
-    /// To be called before the first delivery. Throws `RCEx::ExNullPtr`.
+    /// Makes `child` the last child of `parent`. Both must be nodes of this tree or of none. Must
+    /// be called before the first delivery. Throws `RCEx::ExNullPtr` if one of them is null.
     void attach(RCShdPtr<DevSeqTreeNode> const &parent, RCShdPtr<DevSeqTreeNode> const &child);
 
-    /// Deliver an event, a `DevSeqEv` value, with all that follows from it, to the root or to a
-    /// node. Of several nodes of one name it is the root, or the first that is found by looking
-    /// through a node's children before their subtrees. Throw `DevMgrEx::NameNotFound`, for an
-    /// empty tree `RCEx::ExNullPtr`, what `DevSMExecutionEng::execute` throws, and when all is delivered
-    /// the first exception of the observer.
+    /// Deliver an event, a value of `DevSeqEv`, and all events that follow from it, to the root or
+    /// to the node of that name. If several nodes have the name, the root is meant, or the first
+    /// one that is found by searching the children of a node before their subtrees.
+    ///
+    /// Throw `DevMgrEx::NameNotFound` if there is no such node, `RCEx::ExNullPtr` if the tree is
+    /// empty, and what `DevSMExecutionEng::execute` throws. When all is delivered, throw the first
+    /// exception of the observer.
     void processEvent(std::int32_t event) ZV_EXCLUDES(_lock);
     void processEvent(LiString const &name, std::int32_t event) ZV_EXCLUDES(_lock);
-    /// Does the same. If it throws, and an event was being delivered, `failure` says to which device. The exception
-    /// is not in it.
+    /// Delivers an event to a node. If it throws while an event is being delivered, stores the
+    /// device, state and event in `failure`, without the exception.
     void processEvent(LiString const &name, std::int32_t event,
                       std::optional<DevMgrFailure> &failure) ZV_EXCLUDES(_lock);
-    /// The name of the state in which the device's machine is. Throws `DevMgrEx::NameNotFound`.
+    /// Returns the name of the state of the device's machine. Throws `DevMgrEx::NameNotFound` if
+    /// there is no such device.
     LiString getState(LiString const &name) ZV_EXCLUDES(_lock);
 
-    /// Returns why the device's machine has failed, empty if it has not. Throws `DevMgrEx::NameNotFound`.
+    /// Returns the reason why the device's machine has failed. Empty if it has not failed. Throws
+    /// `DevMgrEx::NameNotFound` if there is no such device.
     std::optional<DevMgrFailure> getFailure(LiString const &name) ZV_EXCLUDES(_lock);
 
-    /// Gives the tree another observer, or none if it is null. When this has returned, the former one is no longer
-    /// called. Blocks while an event is being delivered.
+    /// Sets the observer. Null means none. The former observer is not called after this function
+    /// has returned. Blocks while an event is being delivered.
     void setObserver(RCShdPtr<DevSeqObserver> const &observer) ZV_EXCLUDES(_lock);
-    /// Returns whether the calling thread is delivering an event of this tree, as it is in an observer's or a device's
-    /// function that the tree calls. Does not block.
+    /// Returns true if the calling thread is delivering an event of this tree. That is so in the
+    /// functions of observers and devices that the tree calls. Does not block.
     bool isDelivering() const;
-    /// The lock of all deliveries. Held while several changes are made that must be seen as one.
+    /// Returns the lock of all deliveries. Hold it to make several changes that must be seen as
+    /// one.
     LkLock const &getLock() const ZV_RETURN_CAPABILITY(_lock) { return _lock; }
 
-    /// Blocks until every device has stopped or aborted, and returns at once when they have. Any number of threads may
-    /// call it, at the same time and again. It does not take the lock of the deliveries. By design it does not return
-    /// by itself if a machine ended in `_ill` or `_exc` instead. Throws `RCEx::ExNullPtr` if the tree is empty, and
-    /// `DevMgrEx::SequenceAbandoned` if the tree is destroyed, or `releaseWaiters` is called, before all devices have
-    /// ended.
+    /// Blocks until every device has stopped or aborted. Any number of threads may call it at the
+    /// same time, any number of times. It does not take the lock of the deliveries. It does not
+    /// return if a machine has ended in `_ill` or `_exc`, until the tree is destroyed or
+    /// `releaseWaiters` is called.
+    ///
+    /// Throws `RCEx::ExNullPtr` if the tree is empty. Throws `DevMgrEx::SequenceAbandoned` if the
+    /// tree is destroyed, or `releaseWaiters` is called, before all devices have ended.
     void wait();
-    /// Lets all threads go that are in `wait`, and returns when they have left. From now on `wait` does not block.
+    /// Wakes all threads in `wait`, and returns when they have left it. From now on `wait` does not
+    /// block.
     void releaseWaiters();
 
-    /// How notifications reach this tree. Never null.
+    /// Returns the link through which notifications reach this tree. Never null.
     RCShdPtr<DevSeqTreeLink> const &getLink() const { return _link; }
 
-    /// `( R ( A B ) )`. Throws `RCEx::ExNullPtr` for an empty tree.
+    /// Writes the tree in the form `( R ( A B ) )`. Throws `RCEx::ExNullPtr` if the tree is empty.
     void write(std::ostream &stream) const;
 
 protected:
-    /// Waits for the report that is being delivered. Later ones are dropped. Does what `releaseWaiters` does.
+    /// Waits for the report that is being delivered. Later ones have no effect. Calls
+    /// `releaseWaiters`.
     ~DevSeqTree() override;
 
 private:
@@ -135,7 +175,7 @@ private:
     LkUnnamedSema _hasLeft; // posted by each thread that was released
 };
 
-/// The tree's text form, as `write` gives it.
+/// Calls `DevSeqTree::write`.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevSeqTree const &tree);
 
 } // namespace Zv

@@ -1,4 +1,4 @@
-// One device in a sequence tree.
+// Node of a sequence tree: one device (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
@@ -16,25 +16,29 @@
 
 namespace Zv {
 
-/// A device with its sequence machine, and its place in a `DevSeqTree`. It runs once: a device that
-/// has to run again needs a new node.
+/// A node of a `DevSeqTree`: a device with its sequence machine. A node runs once. To run the
+/// device again, make a new node.
+///
+/// **Threads**: one thread at a time before the node joins a tree. Then the tree uses it under its
+/// lock.
 class ZVRESMGT_EXPORT DevSeqTreeNode : public RCBase<LkCounter<long>>
 {
 public:
-    static RCShdPtr<DevSeqTreeNode> create(LiString const &name,
-                                           RCShdPtr<DevSeqPrtclUtil> prtclUtil);
-    /// A node without a device: it reports nothing by itself.
-    static RCShdPtr<DevSeqTreeNode> createNoop(LiString const &name);
+    /// Creates a node for a device.
+    [[nodiscard]] static RCShdPtr<DevSeqTreeNode> create(LiString const &name,
+                                                         RCShdPtr<DevSeqPrtclUtil> prtclUtil);
+    /// Creates a node without a device. Its events must be delivered by name.
+    [[nodiscard]] static RCShdPtr<DevSeqTreeNode> createNoop(LiString const &name);
 
     DevSeqTreeNode(DevSeqTreeNode const &) = delete;
     DevSeqTreeNode &operator=(DevSeqTreeNode const &) = delete;
 
     LiString const &getName() const { return _name; }
-    /// See `DevSeqSM::setGuard`. To be called before the first delivery.
+    /// Calls `DevSeqSM::setGuard` of the node's machine. Must be called before the first delivery.
     void setGuard(DevSeqSMGuard *guard) { _sm->setGuard(guard); }
 
 protected:
-    /// Takes the subtree along, as deep as it may be.
+    /// Destroys the subtree, without recursion.
     ~DevSeqTreeNode() override;
 
 private:
@@ -45,7 +49,7 @@ private:
     void addChild(RCShdPtr<DevSeqTreeNode> const &child);
     void accept(std::int32_t event, DevSeqSM::Listener &listener);
     std::optional<DevMgrFailure> getFailure() const;
-    /// What was thrown last by `accept`, without the exception.
+    /// Returns the event for which `accept` has thrown last, without the exception.
     DevMgrFailure getLastThrown() const;
     /// Throws `RCEx::ExNullPtr` if there is none.
     DevSeqTreeNode &getParent() const;

@@ -1,20 +1,51 @@
-// What a node of a sequence tree shares with the transitions of its machine.
+// Part of a sequence tree's node that the transitions of its machine use (extenders).
 #pragma once
 
-#include "resmgt/deviceManager/sequence/devSeqEvPend.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
+#include "resmgt/locks/lkCounter.h"
 #include "resmgt/locks/lkUnnamedSema.h"
+#include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "zvbase/containers.h"
 #include "zvbase/dtTime.h"
+#include <utility>
 
 #include <cstdint>
 
 namespace Zv {
 
-/// A node as the transitions of its machine see it: its neighbours by number and by the events that
-/// go to them, its times, and its end. Used under the tree's lock, except for `waitDone`, `hasEnded` and
-/// `releaseWaiters`, which any thread may call.
+/// A queue of events of a sequence machine. The events stay in the queue until it is released.
+///
+/// **Threads**: one thread at a time, under the tree's lock.
+class ZVRESMGT_EXPORT DevSeqEvPend : public RCBase<LkCounter<long>>
+{
+public:
+    /// Appends an event.
+    void addEvent(std::int32_t event) { _events.push_back(event); }
+    /// Releases the events in the queue. Does nothing if the queue is empty.
+    void release() { _released = _released || !_events.empty(); }
+    bool isReleased() const { return _released; }
+    /// Removes all events and returns them, the oldest first. The queue is not released afterwards.
+    Vector<std::int32_t> take()
+    {
+        _released = false;
+        return std::exchange(_events, {});
+    }
+
+protected:
+    ~DevSeqEvPend() override;
+
+private:
+    Vector<std::int32_t> _events;
+    bool _released = false;
+};
+
+/// The part of a node that the transitions of its machine use: the number of its children, the
+/// events for its neighbours, its latency and mark, and its end.
+///
+/// **Threads**: any thread may call `waitDone`, `hasEnded` and `releaseWaiters`. The other
+/// operations need the tree's lock.
 class ZVRESMGT_EXPORT DevSeqTreeNodeUtil : public RCBase<LkCounter<long>>
 {
 public:
@@ -22,10 +53,10 @@ public:
 
     LiString getName() const { return _name; }
 
-    /// Children that reported `SREADY` since the node waits for them.
+    /// The number of children that have reported `SREADY` since the node waits for them.
     std::int32_t getSreadyCount() const { return _sreadyCount; }
     void setSreadyCount(std::int32_t count) { _sreadyCount = count; }
-    /// Children that reported `SSTOPPED` since the node waits for them.
+    /// The number of children that have reported `SSTOPPED` since the node waits for them.
     std::int32_t getSstoppedCount() const { return _sstoppedCount; }
     void setSstoppedCount(std::int32_t count) { _sstoppedCount = count; }
 
@@ -34,8 +65,7 @@ public:
     bool hasParent() const { return _hasParent; }
     void setHasParent(bool hasParent) { _hasParent = hasParent; }
 
-    /// Queue the event and release it at once; the tree delivers it when the machine's step is
-    /// done.
+    /// Queue an event and release it at once. The tree delivers it after the machine's step.
     void sendToSelf(std::int32_t event);
     void sendToParent(std::int32_t event);
     void sendToChildren(std::int32_t event);
@@ -43,27 +73,27 @@ public:
     RCShdPtr<DevSeqEvPend> const &getParentPend() const { return _parentPend; }
     RCShdPtr<DevSeqEvPend> const &getChildrenPend() const { return _childrenPend; }
 
-    /// This device's latency.
+    /// The latency of this device.
     DtTime const &getLatency() const { return _latency; }
     void setLatency(DtTime const &latency) { _latency = latency; }
     /// The largest latency of the subtree.
     DtTime const &getMaxLatency() const { return _maxLatency; }
     void setMaxLatency(DtTime const &latency) { _maxLatency = latency; }
-    /// This device's mark, once it has locked.
+    /// The mark of this device. Valid once it has locked.
     DtTimeMark const &getMark() const { return _mark; }
     void setMark(DtTimeMark const &mark) { _mark = mark; }
     /// The mark that this device locks to.
     DtTimeMark const &getParentMark() const { return _parentMark; }
     void setParentMark(DtTimeMark const &mark) { _parentMark = mark; }
 
-    /// The device has stopped or aborted.
+    /// Records that the device has stopped or aborted, and wakes the threads in `waitDone`.
     void postDone();
-    /// Blocks until `postDone` or `releaseWaiters` was called. Any number of threads may wait, at the same time and
-    /// again.
+    /// Blocks until `postDone` or `releaseWaiters` has been called. Any number of threads may wait
+    /// at the same time, any number of times.
     void waitDone();
-    /// Returns whether `postDone` was called.
+    /// Returns true if `postDone` has been called.
     bool hasEnded() const;
-    /// Lets all threads in `waitDone` go, now and later.
+    /// Wakes all threads in `waitDone`. From now on `waitDone` does not block.
     void releaseWaiters() { _done.post(); }
 
 protected:

@@ -1,13 +1,13 @@
-// A sequence protocol without a device.
+// Sequence protocol without a device (extenders).
 #pragma once
 
-#include "resmgt/deviceProtocol/devMDSyncSeqPrtcl.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"
 
 namespace Zv {
 
-/// Destroys whatever it is given and does nothing, so that nothing ever completes. Its latency is
-/// zero, its mark the default one.
+/// A device that does nothing. It destroys the completions without running them, so no step of it
+/// is ever finished. Its latency is zero, and its mark is unset.
 class ZVRESMGT_EXPORT NoopedSyncSeqProtocol : public DevMDSyncSeqPrtcl
 {
 public:

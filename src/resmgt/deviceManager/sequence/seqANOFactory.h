@@ -1,4 +1,4 @@
-// Makes the notifications by which devices report to their tree.
+// Notifications by which devices report to their sequence tree (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
@@ -10,15 +10,16 @@
 
 namespace Zv {
 
-/// Makes the notifications of one tree's devices. A notification delivers one event to one node, on
-/// the thread that executes it; it does not keep the tree alive, the factory does.
+/// Creates the notifications of one tree's devices. A notification delivers one event to one node,
+/// on the thread that executes it. The factory keeps the tree alive, its notifications do not.
 class ZVRESMGT_EXPORT SeqANOFactory
 {
 public:
     explicit SeqANOFactory(RCShdPtr<DevSeqTree> tree);
 
-    /// A new notification for the device of that name; `event` is a `DevSeqEv` value. Executed, it
-    /// throws what `DevSeqTree::processEvent` throws. Throws `RCEx::ExNullPtr` without a tree.
+    /// Returns a new notification of an event, a value of `DevSeqEv`, for the device of that name.
+    /// Throws `RCEx::ExNullPtr` if the tree is null. The notification throws what
+    /// `DevSeqTree::processEvent` throws.
     ObjPtrRet<DevClonableANO> create(LiString const &name, unsigned int event) const;
 
 private:

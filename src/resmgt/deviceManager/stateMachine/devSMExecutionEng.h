@@ -1,4 +1,4 @@
-// Runs a state machine.
+// Execution engine of a state machine (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/stateMachine/devSMTable.h"
@@ -13,46 +13,56 @@
 
 namespace Zv {
 
-/// One running machine: the state that it is in, and its transitions, over a table that all engines
-/// of the machine share. The author gives the primary transitions through a factory and feeds
-/// primary events; the choices and failures that the table's expansion added are the engine's own
-/// work.
+/// Runs a state machine. It has the machine's present state and its transitions. All engines of a
+/// machine share its table.
 ///
-/// An engine has no lock: its callers take turns. It blocks where a transition does.
+/// The author of a machine provides the primary transitions through a factory and calls `execute`
+/// with primary events. The engine itself carries out the choices and failures that the table's
+/// expansion has added.
+///
+/// **Threads**: one thread at a time.
+///
+/// **Blocks**: as long as the transitions do.
 class ZVRESMGT_EXPORT DevSMExecutionEng
 {
 public:
-    /// Asks the factory, which the engine then keeps, for each primary transition. Throws
-    /// `DevMgrEx::SMDomainError` where the initial state is not primary,
-    /// `DevMgrEx::SMBadTransitionImp` where the factory lacks a transition or where one of a
-    /// choice, the last excepted, is not a `DevSMConditionalTransition`, and `DevMgrEx::SMBadImp`
-    /// where a transition of the table stays without an object.
-    static ObjPtrRet<DevSMExecutionEng> create(RCShdPtr<DevSMTable> table,
-                                               std::int32_t initialState,
-                                               ObjPtr<DevSMTransitionFactory> factory);
+    /// Creates an engine. Asks the factory for each primary transition, and keeps the factory.
+    ///
+    /// Throws `DevMgrEx::SMDomainError` if the initial state is not primary. Throws
+    /// `DevMgrEx::SMBadTransitionImp` if the factory returns null, or if a transition of a choice,
+    /// other than the last, is not a `DevSMConditionalTransition`. Throws `DevMgrEx::SMBadImp` if a
+    /// transition of the table gets no object.
+    [[nodiscard]] static ObjPtrRet<DevSMExecutionEng>
+    create(RCShdPtr<DevSMTable> table, std::int32_t initialState,
+           ObjPtr<DevSMTransitionFactory> factory);
 
     DevSMExecutionEng(DevSMExecutionEng const &) = delete;
     DevSMExecutionEng &operator=(DevSMExecutionEng const &) = delete;
     virtual ~DevSMExecutionEng() noexcept(false);
 
-    /// 0 while healthy. 1: no transition could be looked up; 2: something other than an `ExBase`
-    /// left a transition; 3: no next state could be looked up; 4: the table contradicts itself. 1
-    /// and 3 do not occur: the engine asks its table for numbers that it has checked before. A
-    /// machine in `_exc` or `_ill` is healthy: only its state tells.
+    /// Returns 0 if the engine works. Returns 2 if a transition has thrown something that is not an
+    /// `ExBase`, and 4 if the table contradicts itself. 1 (no transition found) and 3 (no next
+    /// state found) do not occur, because the engine checks its numbers first. The status is 0 also
+    /// in the states `_exc` and `_ill`.
     virtual std::int32_t getStatus() const = 0;
-    /// While a transition runs, still the state that it comes from.
+    /// Returns the state. While a transition runs, that is the state that it leaves.
     virtual std::int32_t getState() const = 0;
     virtual RCShdPtr<DevSMTable> getTable() const = 0;
-    /// A copy of the last failure of a transition, once; then null.
+    /// Returns a copy of the last `ExBase` that a transition has thrown. A second call returns
+    /// null.
     virtual ObjPtrRet<ExBase> takeException() = 0;
-    /// Runs one primary event to its end: in a primary state, in `_exc` where a transition threw an
-    /// `ExBase`, or in `_ill` where the event is not legal in this state. Neither of the latter is
-    /// a failure of this call, and neither has a way back: the next call throws
-    /// `DevMgrEx::SMExecutionError`, as each does once the status is not 0. Throws
-    /// `DevMgrEx::SMDomainError` for an event that is not primary, `DevMgrEx::SMBadImp` where the
-    /// table contradicts itself, and what a transition throws that is no `ExBase`.
+    /// Executes one primary event to its end. The machine is in a primary state afterwards, or in
+    /// `_exc` if a transition has thrown an `ExBase`, or in `_ill` if the event is illegal in the
+    /// present state. This call does not fail in the last two cases, but no event leads out of
+    /// these states.
+    ///
+    /// Throws `DevMgrEx::SMExecutionError` if the machine is in `_exc` or `_ill`, or if the status
+    /// is not 0. Throws `DevMgrEx::SMDomainError` if the event is not primary, and
+    /// `DevMgrEx::SMBadImp` if the table contradicts itself. Passes on what a transition throws
+    /// that is not an `ExBase`.
     virtual void execute(std::int32_t event) = 0;
-    /// Returns the last `ExBase` that a transition threw, as it was thrown, to be rethrown. Null if there was none.
+    /// Returns the last `ExBase` that a transition has thrown, so that it can be thrown again.
+    /// Returns null if there was none.
     virtual std::exception_ptr getException() const = 0;
 
 protected:

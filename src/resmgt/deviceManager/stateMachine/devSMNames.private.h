@@ -1,4 +1,4 @@
-// What the table and its builder share to write their lists.
+// Output of a list of names, for the table and its builder.
 #pragma once
 
 #include "resmgt/literals/liString.h"

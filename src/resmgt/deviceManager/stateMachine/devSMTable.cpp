@@ -204,7 +204,7 @@ DevSMTable::ConditionalLinks DevSMTable::link(ConditionalTransitionDesc const &d
     return links;
 }
 
-// A name that is missing is a failure of the engine that needs it, not of the table.
+// A missing name is no failure here. The engine that needs the name fails.
 void DevSMTable::linkNames()
 {
     _links.exception = find("_exc", _e);
@@ -240,7 +240,7 @@ DevSMTable::Shortcut DevSMTable::findShortcut(std::int32_t state, std::int32_t e
     return {transition, onSuccess, onFailure};
 }
 
-// Only where nothing runs but an auxiliary transition, which does nothing.
+// There is a shortcut only if nothing but an auxiliary transition runs, which does nothing.
 std::int32_t DevSMTable::passCheck(std::int32_t checkState, std::int32_t event) const
 {
     if (!isState(checkState) || !isEvent(event))

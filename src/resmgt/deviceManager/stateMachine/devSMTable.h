@@ -1,4 +1,4 @@
-// The finished description of a state machine.
+// Table of a state machine: its states, events and transitions as numbers (extenders).
 #pragma once
 
 #include "resmgt/export.h"
@@ -12,24 +12,23 @@
 
 namespace Zv {
 
-/// One finite state machine, as small numbers: what a `DevSMTableBuilder` makes, what any number of
-/// `DevSMExecutionEng` run. It knows nothing of what transitions do.
+/// The table of a finite state machine. A `DevSMTableBuilder` makes it, and any number of
+/// `DevSMExecutionEng` run it. It does not contain the code of the transitions.
 ///
-/// An event does not lead to a state: it selects a transition, and the transition, which is code
-/// that runs in between, selects the next state. So one transition can serve several states and
-/// lead elsewhere from each.
+/// In a state, an event selects a transition. The transition is code that runs between two states.
+/// State and transition together select the next state, so one transition can lead to different
+/// states.
 ///
-/// A number is an index into the list of states, events or transitions. The first ones of each
-/// list, the primary ones, are what the author of the machine declared, in that order, so that the
-/// author's own enumeration can be used here; behind them stands what the builder's expansion
-/// added.
+/// States, events and transitions are numbers: indices into a list of names. Each list begins with
+/// the primary ones, which the author of the machine has declared, in that order, so the author can
+/// use an enumeration of the same order. The builder's expansion has added the others.
 ///
-/// A table never changes: all threads may read it at once, and nothing blocks.
+/// **Threads**: thread-safe. A table never changes.
 class ZVRESMGT_EXPORT DevSMTable : public RCBase<LkCounter<long>>
 {
 public:
-    /// A transition that chooses: the i-th event selects the i-th transition. There are at least
-    /// two.
+    /// A transition that chooses among at least two others. The i-th event selects the i-th
+    /// transition.
     struct ConditionalTransitionDesc
     {
         LiString name;
@@ -37,13 +36,14 @@ public:
         Vector<LiString> events;
     };
 
-    /// One row for each state; -1 stands where there is no entry.
+    /// One row for each state. -1 means that there is no entry.
     using Matrix = Vector<Vector<std::int32_t>>;
 
-    /// Copies everything; for the builder. The primary transitions are those of `transitions` that
-    /// neither a description nor `auxiliaryTransitions` names. Asserts that each primary list is
-    /// where its full list begins, and that a description has at least two transitions and as many
-    /// events.
+    /// Copies its arguments. Used by the builder. The primary transitions are those of
+    /// `transitions` that neither a description nor `auxiliaryTransitions` contains.
+    ///
+    /// Fails an assertion if a full list does not begin with its primary list, and if a description
+    /// has fewer than two transitions or another number of events.
     DevSMTable(Vector<LiString> const &states, Vector<LiString> const &events,
                Vector<LiString> const &transitions, Matrix const &stateEventTable,
                Matrix const &stateTransitionTable,
@@ -57,7 +57,7 @@ public:
     std::int32_t getNbEvents() const { return _nbEvents; }
     std::int32_t getNbTransitions() const { return _nbTransitions; }
 
-    /// A negative number is outside every domain.
+    /// Return true if the number is in the list. A negative number is in no list.
     bool isState(std::int32_t i) const { return isIndex(i, _nbStates); }
     bool isEvent(std::int32_t i) const { return isIndex(i, _nbEvents); }
     bool isTransition(std::int32_t i) const { return isIndex(i, _nbTransitions); }
@@ -65,16 +65,16 @@ public:
     bool isPrimaryEvent(std::int32_t i) const { return isIndex(i, _nbPrimaryEvents); }
     bool isPrimaryTransition(std::int32_t i) const { return isIndex(i, _nbPrimaryTransitions); }
 
-    /// The transition that the event selects, -1 for none. Throws `DevMgrEx::SMDomainError` when
-    /// there is no such state or event.
+    /// Returns the transition that the event selects, or -1 if there is none. Throws
+    /// `DevMgrEx::SMDomainError` if there is no such state or event.
     std::int32_t getTransition(std::int32_t state, std::int32_t event) const
     {
         if (!isState(state) || !isEvent(event)) [[unlikely]]
             throwDomainError();
         return _stateEventTable[index(state, _nbEvents, event)];
     }
-    /// The state that the transition leads to, -1 for none. Throws `DevMgrEx::SMDomainError` when
-    /// there is no such state or transition.
+    /// Returns the state that the transition leads to, or -1 if there is none. Throws
+    /// `DevMgrEx::SMDomainError` if there is no such state or transition.
     std::int32_t getState(std::int32_t state, std::int32_t transition) const
     {
         if (!isState(state) || !isTransition(transition)) [[unlikely]]
@@ -82,12 +82,13 @@ public:
         return _stateTransitionTable[index(state, _nbTransitions, transition)];
     }
 
-    /// Throw `DevMgrEx::SMDomainError` for a number that the list lacks.
+    /// Return the name of a number. Throw `DevMgrEx::SMDomainError` if the number is not in the
+    /// list.
     LiString getStateName(std::int32_t i) const;
     LiString getEventName(std::int32_t i) const;
     LiString getTransitionName(std::int32_t i) const;
 
-    /// The first number of that name. Throw `DevMgrEx::SMDomainError` where there is none.
+    /// Return the first number of that name. Throw `DevMgrEx::SMDomainError` if there is none.
     std::int32_t getState(LiString const &name) const;
     std::int32_t getEvent(LiString const &name) const;
     std::int32_t getTransition(LiString const &name) const;
@@ -99,8 +100,7 @@ public:
         return _conditionalDescs;
     }
 
-    /// Lists, then matrices, as readable text. A list without names, which no builder makes, is an
-    /// empty line.
+    /// Writes the lists and then the matrices as readable text. An empty list is an empty line.
     void dump(std::ostream &stream) const;
 
 protected:
@@ -109,7 +109,7 @@ protected:
 private:
     friend class DevSMExecutionEngImp;
 
-    /// A transition by its name, and the first number of that name: -1 where there is none.
+    /// A transition's name and the first number of that name, or -1 if there is none.
     struct NamedTransition
     {
         LiString name;
@@ -125,15 +125,15 @@ private:
         Vector<std::int32_t> candidates; // numbers of primary transitions
         Vector<std::int32_t> events;
     };
-    /// Where a state and event lead when a plain transition runs between them, its check included.
+    /// What a state and event lead to if a single transition runs between them, with its check.
     struct Shortcut
     {
-        std::int32_t transition = -1; // -1: go step by step
+        std::int32_t transition = -1; // -1: there is no shortcut
         std::int32_t onSuccess = -1;
         std::int32_t onFailure = -1;
     };
-    /// What engines would look up by name, looked up once for all of them. -1 stands for a name
-    /// that is not there.
+    /// The numbers that all engines need, looked up by name once. -1 means that there is no such
+    /// name.
     struct Links
     {
         std::int32_t exception = -1;
@@ -141,7 +141,7 @@ private:
         Vector<PrimaryTransition> primaryTransitions;
         Vector<NamedTransition> auxiliaryTransitions;
         Vector<ConditionalLinks> conditionalTransitions;
-        Vector<Shortcut> shortcuts;      // as the state-event matrix
+        Vector<Shortcut> shortcuts;      // in the order of the state-event matrix
         Vector<unsigned char> isDeadEnd; // for each state: its name is "_ill" or "_exc"
     };
 
@@ -171,15 +171,15 @@ private:
     Vector<LiString> _s;
     Vector<LiString> _e;
     Vector<LiString> _t;
-    Vector<std::int32_t> _stateEventTable;      // the rows, one behind the other
-    Vector<std::int32_t> _stateTransitionTable; // the rows, one behind the other
+    Vector<std::int32_t> _stateEventTable;      // row by row
+    Vector<std::int32_t> _stateTransitionTable; // row by row
     Vector<ConditionalTransitionDesc> _conditionalDescs;
     Vector<LiString> _auxiliaryVector;
     Vector<LiString> _primaryStateVector;
     Vector<LiString> _primaryEventVector;
     Vector<LiString> _primaryTransitionVector;
     Links _links;
-    // The sizes of the lists, where engines find them at once.
+    // The sizes of the lists, as the type of the numbers.
     std::int32_t _nbStates;
     std::int32_t _nbEvents;
     std::int32_t _nbTransitions;
@@ -189,7 +189,7 @@ private:
 };
 
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevSMTable const &table);
-/// `{ name, { transition, … }, { event, … } }`
+/// Writes `{ name, { transition, … }, { event, … } }`.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream,
                                          DevSMTable::ConditionalTransitionDesc const &desc);
 

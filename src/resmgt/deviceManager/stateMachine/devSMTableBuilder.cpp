@@ -26,8 +26,8 @@ void addUnique(LiString const &name, Vector<LiString> &names)
     names.push_back(name);
 }
 
-/// Numbers by position. A name that is not there reads as 0: so does the name of a forgotten next
-/// state.
+/// The numbers of names, by position. The number of an unknown name is 0. So a forgotten next state
+/// is state 0.
 class Numbers
 {
 public:
@@ -269,8 +269,8 @@ HashMap<LiString, LiString> DevSMTableBuilder::addCheckStates()
     return firing;
 }
 
-// The checking states' own transitions are not in the list yet, so that none of them is checked in
-// its turn.
+// The transitions of the checking states are not in the list yet, so they are not checked
+// themselves.
 void DevSMTableBuilder::wireCheckStates(HashMap<LiString, LiString> const &firing)
 {
     for (LiString const &s : _states)

@@ -1,4 +1,4 @@
-// Declares a state machine by names.
+// Builder of a state machine, which is declared by names (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/stateMachine/devSMTable.h"
@@ -12,17 +12,30 @@
 
 namespace Zv {
 
-/// Takes the declaration of a machine, expands it and makes its `DevSMTable`: declare, `expand`,
-/// `createTable`, discard.
+/// Builds the `DevSMTable` of a machine from its declaration:
 ///
-/// The order of the declarations is part of the machine. That of states, events and transitions
-/// gives their numbers; that of the transitions declared for one state and event gives the order in
-/// which they are tried. Every pair of a state and a transition that can run there needs a next
-/// state: one that is forgotten silently leads to state 0.
+///     DevSMTableBuilder builder;
+///     builder.addState("off");
+///     builder.addState("on");
+///     builder.addEvent("press");
+///     builder.addTransition("toggle");
+///     builder.addTransitionForEvent("off", "press", "toggle");
+///     builder.setNextState("off", "toggle", "on");
+///     builder.addTransitionForEvent("on", "press", "toggle");
+///     builder.setNextState("on", "toggle", "off");
+///     builder.expand();
+///     RCShdPtr<DevSMTable> const table = builder.createTable();
 ///
-/// Two or more transitions for one state and event are a choice: the first whose condition holds is
-/// taken, the last where none does. Names that begin with an underscore belong to the expansion. It
-/// makes ordinary states, events and transitions of choices and of failures:
+/// The order of the declarations matters. States, events and transitions get their numbers in the
+/// order in which they are declared. If several transitions are declared for one state and event,
+/// they are tried in that order: the first one whose condition holds is taken, or the last one if
+/// no condition holds.
+///
+/// Every pair of a state and a transition that can run in it needs a next state. If it is
+/// forgotten, the transition leads to state 0.
+///
+/// Names that begin with an underscore are reserved for the expansion. It turns choices and
+/// failures into ordinary states, events and transitions:
 ///
 ///     a --x--> t, b           runs t --> _exchk(a:x:t) --_noexc--> b
 ///                                                     --_exc----> _exc
@@ -30,10 +43,10 @@ namespace Zv {
 ///                             there _ce(t1) runs t1 --> _exchk(_cs(a:x):_ce(t1):t1) --_noexc--> b
 ///
 /// Each declared state and event without a transition gets the transition `_ill`, to the state
-/// `_ill`. Where several events fire one transition from one state, a checking state is made for
-/// each, but only that of the last is used.
+/// `_ill`. If several events fire one transition from one state, a checking state is made for each,
+/// but only that of the last event is used.
 ///
-/// A builder is for one thread; nothing blocks.
+/// **Threads**: one thread at a time.
 class ZVRESMGT_EXPORT DevSMTableBuilder
 {
 public:
@@ -42,36 +55,39 @@ public:
     DevSMTableBuilder &operator=(DevSMTableBuilder const &) = delete;
     ~DevSMTableBuilder() noexcept(false);
 
-    /// Throw `DevMgrEx::NameNotUnique` for a name that is already in its list.
+    /// Declare a state, an event or a transition. Throw `DevMgrEx::NameNotUnique` if the list has
+    /// that name already.
     void addState(LiString const &name);
     void addEvent(LiString const &name);
     void addTransition(LiString const &name);
 
-    /// One more transition for this state and event. The names are not checked.
+    /// Adds a transition for the state and event. The names are not checked.
     void addTransitionForEvent(LiString const &state, LiString const &event,
                                LiString const &transition);
-    /// A repeat overwrites. The names are not checked.
+    /// Sets the next state, and replaces an earlier one. The names are not checked.
     void setNextState(LiString const &state, LiString const &transition, LiString const &next);
 
+    /// Return true if the pair has a transition, or a next state.
     bool isAssociatedStateEvent(LiString const &state, LiString const &event) const;
     bool isAssociatedStateTransition(LiString const &state, LiString const &transition) const;
-    /// Asserts that the pair has transitions.
+    /// Returns the transitions of the pair in their order. Fails an assertion if it has none.
     Vector<LiString> getTransitions(LiString const &state, LiString const &event) const;
-    /// Asserts that the pair has a next state.
+    /// Returns the next state of the pair. Fails an assertion if it has none.
     LiString getState(LiString const &state, LiString const &transition) const;
-    /// Returns the former next state. Asserts that there is one.
+    /// Sets the next state and returns the former one. Fails an assertion if there is none.
     LiString replaceNextState(LiString const &state, LiString const &transition,
                               LiString const &next);
 
-    /// Makes the expanded machine, anew at each call; a declaration that follows waits for the next
-    /// call. Throws `DevMgrEx::NameNotUnique` where a generated name is taken, and asserts that no
-    /// two declarations mean the same pair; an expansion that fails leaves the builder as it was.
+    /// Makes the expanded machine from the declarations so far. Each call begins anew.
+    ///
+    /// Throws `DevMgrEx::NameNotUnique` if a generated name is in use. Fails an assertion if two
+    /// declarations mean the same pair. If it fails, the builder is unchanged.
     void expand();
-    /// The table of the machine as `expand` found it. Asserts that it ran, and that no state or
-    /// event was declared since.
-    RCShdPtr<DevSMTable> createTable() const;
+    /// Returns the table of the machine that `expand` has made. Fails an assertion if `expand` was
+    /// not called, or if a state or event has been declared since.
+    [[nodiscard]] RCShdPtr<DevSMTable> createTable() const;
 
-    /// The declaration, and the expanded machine behind it once there is one, as readable text.
+    /// Writes the declaration, and the expanded machine if there is one, as readable text.
     void dump(std::ostream &stream) const;
 
 private:

@@ -1,4 +1,4 @@
-// The code that a state machine runs between two states.
+// Transition of a state machine: the code that runs between two states (extenders).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,8 +8,12 @@
 
 namespace Zv {
 
-/// What runs between two states of a machine. The author of a machine derives one class for each
-/// kind of transition; a `DevSMExecutionEng` gets its objects from a `DevSMTransitionFactory`.
+/// A transition of a state machine: the code that runs between two states.
+///
+/// The author of a machine derives one class for each kind of transition. A `DevSMExecutionEng`
+/// gets its transitions from a `DevSMTransitionFactory`.
+///
+/// **Threads**: one thread at a time, as the engine.
 class ZVRESMGT_EXPORT DevSMTransition : public RCBase<LkCounter<long>>
 {
 public:
@@ -17,9 +21,11 @@ public:
 
     LiString getName() const { return _name; }
 
-    /// Runs in the engine's `execute`, while the engine still has the state that it comes from. An
-    /// `ExBase` leads the machine to its state `_exc`; anything else that is thrown breaks the
-    /// engine. It must not call `execute` of its own engine.
+    /// Runs the transition. The engine's `execute` calls it while the engine is still in the state
+    /// that the transition leaves. It must not call `execute` of its own engine.
+    ///
+    /// If it throws an `ExBase`, the machine goes to its state `_exc`. If it throws anything else,
+    /// the engine fails with status 2.
     virtual void execute() = 0;
 
 protected:
@@ -29,22 +35,24 @@ private:
     LiString _name;
 };
 
-/// A transition that is taken only where its condition holds: each of those among which a machine
-/// chooses, the last one excepted, which is taken where no condition holds and is asked nothing.
+/// A transition that is taken only if its condition holds. If a machine has several transitions for
+/// one state and event, each of them but the last must be conditional. The last one is taken if no
+/// condition holds, and its condition is not checked.
 class ZVRESMGT_EXPORT DevSMConditionalTransition : public DevSMTransition
 {
 public:
     using DevSMTransition::DevSMTransition;
 
-    /// Asked before `execute` of whichever transition is chosen, in declared order up to the first
-    /// that holds. Fails as `execute` does.
+    /// Returns true if the transition is to be taken. Called in the declared order, up to the first
+    /// one that returns true, before `execute` of the chosen transition. An exception has the same
+    /// effect as one of `execute`.
     virtual bool condition() = 0;
 
 protected:
     ~DevSMConditionalTransition() override;
 };
 
-/// Makes an engine's transitions.
+/// Creates the transitions of an engine.
 class ZVRESMGT_EXPORT DevSMTransitionFactory
 {
 public:
@@ -53,8 +61,8 @@ public:
     DevSMTransitionFactory &operator=(DevSMTransitionFactory const &) = delete;
     virtual ~DevSMTransitionFactory() noexcept(false);
 
-    /// The transition of that name, or null where there is none. Called once for each declared
-    /// transition, while the engine is made.
+    /// Returns a transition of that name, or null if there is none. Called once for each declared
+    /// transition while the engine is created.
     virtual RCShdPtr<DevSMTransition> create(LiString const &name) = 0;
 };
 

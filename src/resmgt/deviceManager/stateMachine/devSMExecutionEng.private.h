@@ -1,15 +1,16 @@
-// The engine behind `DevSMExecutionEng`.
+// Implementation of the execution engine, and the transitions that it makes itself.
 #pragma once
 
 #include "resmgt/deviceManager/stateMachine/devSMExecutionEng.h"
+#include "resmgt/deviceManager/stateMachine/devSMTransition.h"
 #include "zvbase/containers.h"
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Zv {
 
-/// Internal events wait in a queue that gives its room back whenever it is empty, which it is after
-/// each `execute`.
+/// The queue of internal events. It is empty after each `execute`, and then reuses its memory.
 class DevSMPendingEvents
 {
 public:
@@ -45,9 +46,9 @@ public:
     void execute(std::int32_t event) override;
     std::exception_ptr getException() const override { return _thrown; }
 
-    /// For the engine's own transitions.
+    /// Queues an event of one of the engine's own transitions.
     void pend(std::int32_t event) { _pending.add(event); }
-    /// In a clause that has caught the exception.
+    /// Must be called in the `catch` clause of the exception.
     void keepException(ExBase const &exception)
     {
         _thrown = std::current_exception();
@@ -84,8 +85,62 @@ private:
     DevSMPendingEvents _pending;
     std::int32_t _state;
     ObjPtr<ExBase> _exception;
-    std::exception_ptr _thrown; // the original of the above
+    std::exception_ptr _thrown; // the original of `_exception`
     std::int32_t _status;
+};
+
+/// Runs one of the factory's transitions, and then the event of its success or failure.
+class ExEngPrimaryTrans final : public DevSMTransition
+{
+public:
+    ExEngPrimaryTrans(LiString const &name, RCShdPtr<DevSMTransition> const &transition,
+                      DevSMExecutionEngImp &engine, std::int32_t exception,
+                      std::int32_t noException);
+
+    void execute() override;
+    /// Runs the factory's transition. Returns false, and keeps the exception, if it has thrown an
+    /// `ExBase`.
+    bool run();
+
+private:
+    RCShdPtr<DevSMTransition> _transition;
+    DevSMExecutionEngImp &_engine;
+    std::int32_t _exception;
+    std::int32_t _noException;
+};
+
+/// Does nothing. Only the state changes.
+class ExEngAuxTrans final : public DevSMTransition
+{
+public:
+    using DevSMTransition::DevSMTransition;
+
+    void execute() override {}
+};
+
+/// Checks the conditions of the candidates and selects one.
+class ExEngCondTrans final : public DevSMTransition
+{
+public:
+    using Candidates = Vector<RCShdPtr<DevSMConditionalTransition>>;
+
+    /// `candidates` does not contain the last transition, which has no condition. `events` has one
+    /// for each transition.
+    ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine, Candidates const &candidates,
+                   Vector<std::int32_t> const &events, std::int32_t exception,
+                   std::int32_t noException);
+    ~ExEngCondTrans() override;
+
+    void execute() override;
+
+private:
+    std::size_t choose() const;
+
+    DevSMExecutionEngImp &_engine;
+    Candidates _candidates;
+    Vector<std::int32_t> _events;
+    std::int32_t _exception;
+    std::int32_t _noException;
 };
 
 } // namespace Zv
