@@ -50,6 +50,10 @@ public:
     /// has what they and others still produce destroyed. Destroys every ANO also if the destruction of one throws,
     /// and then throws the first of these failures.
     void close();
+    /// Does what `close` does, but for a consuming thread that hangs and may come back: if it has not got `last` yet, it
+    /// gets that ANO and nothing else. Call `close` when that thread has ended. Does nothing after `close`. Without memory
+    /// `last` may be destroyed, too. Throws the first failure of the destruction of an ANO.
+    void leaveBehind(DevANO const *last);
     /// Queues again. A new FIFO is open. What is produced after this call has returned is not destroyed.
     void open();
 
@@ -64,9 +68,10 @@ protected:
 private:
     enum Condition
     {
-        OPEN,   // the consumer gets what is queued
-        ENDING, // the consumer gets the last ANO only
-        CLOSED  // there is no consumer, and producers discard
+        OPEN,        // the consumer gets what is queued
+        ENDING,      // the consumer gets the last ANO only
+        LEFT_BEHIND, // the same, and producers discard
+        CLOSED       // there is no consumer, and producers discard
     };
 
     void add(DevANOQueueEntry &entry, void (DevANOQueue::*how)(DevANOQueueEntry const &));
@@ -80,7 +85,7 @@ private:
     // that was sent after the FIFO was opened again.
     LkLock _conditionLock;
     Condition _condition = OPEN;
-    // Written before the condition is ENDING, then by the consumer until it has ended.
+    // Written before the condition is ENDING or LEFT_BEHIND. In ENDING also by the consumer, until it has ended.
     DevANO const *_last = nullptr;
     std::exception_ptr _failure; // of an ANO that the consumer has destroyed
 };
