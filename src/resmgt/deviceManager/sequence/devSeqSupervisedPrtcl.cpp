@@ -1,5 +1,6 @@
 #include "resmgt/deviceManager/sequence/devSeqSupervisedPrtcl.private.h"
 
+#include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/sequence/devSeqSupervision.private.h"
 
 namespace Zv {
@@ -66,8 +67,9 @@ void DevSeqCompletion::performFail(std::exception_ptr const &failure)
 }
 
 DevSeqSupervisedPrtcl::DevSeqSupervisedPrtcl(DevSeqSupervision &supervision, std::size_t device,
-                                             RCShdPtr<DevMDSyncSeqPrtcl> const &prtcl)
-    : _supervision(supervision), _device(device), _prtcl(prtcl)
+                                             RCShdPtr<DevMDSyncSeqPrtcl> const &prtcl,
+                                             DevMgrDevice &managed)
+    : _supervision(supervision), _device(device), _prtcl(prtcl), _managed(&managed)
 {}
 
 void DevSeqSupervisedPrtcl::performStart(ObjPtr<DevACO>, ObjPtr<DevANO>, ObjPtr<DevANO>)
@@ -142,6 +144,7 @@ void DevSeqSupervisedPrtcl::call(Record::Step step, DevSeqCompletion *completion
         throw Abandoned();
     std::exception_ptr failure;
     try {
+        DevMgrDevice::Call const managed(*_managed);
         perform();
     } catch (...) {
         failure = std::current_exception();

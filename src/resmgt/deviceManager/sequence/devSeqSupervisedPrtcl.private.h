@@ -13,6 +13,7 @@
 
 namespace Zv {
 
+class DevMgrDevice;
 class DevSeqSupervision;
 
 /// The completion of one step of one device. Only the first event counts: it is run, it is told of a failure, or it is
@@ -41,7 +42,7 @@ class DevSeqSupervisedPrtcl final : public DevMDSyncSeqPrtcl, public DevSeqSMGua
 {
 public:
     DevSeqSupervisedPrtcl(DevSeqSupervision &supervision, std::size_t device,
-                          RCShdPtr<DevMDSyncSeqPrtcl> const &prtcl);
+                          RCShdPtr<DevMDSyncSeqPrtcl> const &prtcl, DevMgrDevice &managed);
 
     void performStart(ObjPtr<DevACO>, ObjPtr<DevANO>, ObjPtr<DevANO>) override;
     void performSync(ObjPtr<DevACO>, DtTimeMark const &mark) override;
@@ -65,6 +66,7 @@ private:
     DevSeqSupervision &_supervision; // which owns the tree
     std::size_t _device;
     RCShdPtr<DevMDSyncSeqPrtcl> _prtcl;
+    RCShdPtr<DevMgrDevice> _managed; // the same device
 };
 
 } // namespace Zv

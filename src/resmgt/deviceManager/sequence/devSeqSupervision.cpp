@@ -1,5 +1,6 @@
 #include "resmgt/deviceManager/sequence/devSeqSupervision.private.h"
 
+#include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/sequence/devSeqSMTable.h"
 #include "resmgt/deviceManager/sequence/devSeqSupervisedPrtcl.private.h"
@@ -99,8 +100,10 @@ void DevSeqSupervision::build(Vector<Member> const &members)
         Callee &callee = _callees.emplace_back();
         callee.name = member.name;
         callee.prtcl = member.prtcl;
+        callee.device = member.device;
         callee.abortCompletion = makeObj<DevSeqCompletion>(*this, number);
-        auto * const supervised = new DevSeqSupervisedPrtcl(*this, number, member.prtcl);
+        auto * const supervised =
+            new DevSeqSupervisedPrtcl(*this, number, member.prtcl, *member.device);
         RCShdPtr<DevMDSyncSeqPrtcl> const prtcl(supervised);
         nodes.push_back(DevSeqTreeNode::create(member.name, makeShd<DevSeqPrtclUtil>(prtcl)));
         nodes[number]->setGuard(supervised);
@@ -475,6 +478,7 @@ void DevSeqSupervision::callAbort(std::size_t device)
     }
     std::exception_ptr failure;
     try {
+        DevMgrDevice::Call const call(*callee.device);
         callee.prtcl->performAbort(std::move(callee.abortCompletion));
     } catch (...) {
         failure = std::current_exception();
@@ -547,6 +551,7 @@ void DevSeqSupervision::leave()
     for (Callee &callee : _callees) {
         failure.attempt([&callee] { callee.abortCompletion = nullptr; });
         failure.attempt([&callee] { callee.prtcl = nullptr; });
+        failure.attempt([&callee] { callee.device = nullptr; });
     }
     failure.rethrow();
 }

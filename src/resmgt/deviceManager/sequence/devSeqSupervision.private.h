@@ -17,6 +17,7 @@
 
 namespace Zv {
 
+class DevMgrDevice;
 class DevSeqCompletion;
 
 /// A supervised sequence. Clients and devices only write into the record, under one lock, which is never held while a
@@ -27,7 +28,9 @@ class DevSeqCompletion;
 /// runner calls the devices directly. If the runner hangs in a device, a client that waits for the abort replaces it.
 /// The new runner never touches the tree, whose lock the former one may never release.
 ///
-/// The limits are kept by the clients that wait.
+/// The limits are kept by the clients that wait. A runner that is late on its way into a call cannot be told from one
+/// that hangs in it. So a device that was given up with a call in its status may get that call later. Until the call
+/// has returned, the device is not closed, and when it was closed before, the call is not made.
 ///
 /// Completions and notifications keep the record alive. When the last of the client and the runners leaves, the tree
 /// and the devices are released, so that no cycle remains.
@@ -38,6 +41,7 @@ public:
     {
         LiString name;
         RCShdPtr<DevMDSyncSeqPrtcl> prtcl;
+        RCShdPtr<DevMgrDevice> device;
         std::size_t parent; // its place in the list; that of the root is its own
     };
 
@@ -86,6 +90,7 @@ private:
     {
         LiString name;
         RCShdPtr<DevMDSyncSeqPrtcl> prtcl;
+        RCShdPtr<DevMgrDevice> device;
         ObjPtr<DevSeqCompletion> abortCompletion;
     };
 
