@@ -15,7 +15,7 @@ class Abandoned final : public ExBase
 public:
     Abandoned() : ExBase(__FILE__, __LINE__)
     {
-        setReason("The machines of this sequence are not used any more.");
+        setReason("The machines of this sequence are no longer used.");
     }
     Abandoned *clone() const override { return new Abandoned(*this); }
 };
