@@ -26,7 +26,7 @@ struct DevSeqDeviceStatus
         STOPPED,  ///< it has reported the end of its stop
         ABORTED,  ///< it has reported the end of its abort
         FAILED,   ///< a call or a step of the device has failed, see `failure`
-        NO_ANSWER ///< it was given up, because a limit has passed. A call that `call` names may still reach it
+        NO_ANSWER ///< a limit has passed. The call that `call` names may still reach the device
     };
     /// How long the last step of a kind has taken, from the call to the device's report.
     struct StepTime
