@@ -23,7 +23,7 @@ struct ZVRESMGT_EXPORT DevMgrFailure
     LiString property;
     /// The state in which the machine got the event, such as "wml".
     LiString state;
-    /// The event: of a machine its name, such as "start", of a property the number that the device gave.
+    /// The event of a machine, such as "start", the call of a supervised device, or the number of a property's event.
     LiString event;
     /// The exception, to be rethrown. Null if the event was illegal in the state.
     std::exception_ptr exception;

@@ -12,8 +12,8 @@ namespace Zv {
 /// The device keeps the ACO, and must run it once, when the step is finished. It may do so on any thread, also before the
 /// call has returned: the ACO queues a report for the manager's thread and never blocks.
 ///
-/// **Threads**: the calls come from the thread that starts or stops the sequence and from "DevMgr ANO", one at a time. At
-/// most one step of a device is on its way, besides an abort.
+/// **Threads**: the calls come one at a time, in a supervised sequence from "DevMgr Seq", otherwise from clients' threads
+/// and from "DevMgr ANO". At most one step of a device is on its way, besides an abort.
 ///
 /// **Blocks**: the calls run under the lock of the sequence. A call must hand the request over and return. It must not
 /// wait for the completion of a step, for a property or a stream, nor tell of a change of a property: the manager's queue

@@ -80,6 +80,7 @@ DevMgrFailure DevSeqRecord::getFailure(std::size_t number) const
     DevMgrFailure failure;
     failure.device = device.name;
     failure.state = getTable().getStateName(device.state);
+    failure.event = STEP_NAMES[device.failedIn];
     failure.exception =
         device.exception ? device.exception
                          : std::make_exception_ptr(std::runtime_error(device.failure.getChars()));
@@ -212,7 +213,7 @@ void DevSeqRecord::endCall(std::size_t number, std::exception_ptr const &failure
     Device &device = _devices[number];
     Step const step = std::exchange(device.call, NO_STEP);
     if (failure || (device.isDropped && !device.isAnswered))
-        fail(device, failure);
+        fail(device, step, failure);
     if (failure && step == START)
         end(device, End::FAILED); // it has not begun to run
     if (_phase == Phase::ABORTING) {
@@ -251,24 +252,29 @@ void DevSeqRecord::drop(std::size_t number, std::uint32_t serial, std::exception
     if (!failure && device.call != NO_STEP)
         device.isDropped = true;
     else
-        fail(device, failure);
+        fail(device, device.step, failure);
 }
 
 void DevSeqRecord::refuse(std::size_t number, Report report)
 {
-    Device &device = _devices[number];
-    ++device.nbRefused;
-    ZV_TRACE(traceLevel, device.name << ": "
-                                     << (report == COMPLETED        ? "a completion"
-                                         : report == WANTS_RECOVERY ? "a recovery"
-                                                                    : "an abort")
-                                     << " refused");
+    ++_devices[number].nbRefused;
+    traceRefused(number, report == COMPLETED        ? "a completion"
+                         : report == WANTS_RECOVERY ? "a recovery"
+                                                    : "an abort");
 }
 
-void DevSeqRecord::traceRefused(std::size_t number, std::int32_t event) const
+void DevSeqRecord::refuseEvent(std::size_t number, std::int32_t event) const
 {
-    ZV_TRACE(traceLevel,
-             _devices[number].name << ": \"" << getTable().getEventName(event) << "\" refused");
+    traceRefused(number, getTable().getEventName(event).getChars());
+}
+
+void DevSeqRecord::traceRefused(std::size_t number, char const *what) const
+{
+    try {
+        ZV_TRACE(traceLevel, _devices[number].name << ": " << what << " refused");
+    } catch (...) {
+        // There is no memory for the line.
+    }
 }
 
 bool DevSeqRecord::changeState(std::size_t number, std::int32_t state)
@@ -277,7 +283,7 @@ bool DevSeqRecord::changeState(std::size_t number, std::int32_t state)
     if (!getTable().isPrimaryState(state)) {
         // A device that has thrown has failed already.
         if (!device.hasFailed)
-            fail(device,
+            fail(device, device.step,
                  std::make_exception_ptr(std::runtime_error("Its sequence machine has failed.")));
         return false;
     }
@@ -342,10 +348,11 @@ void DevSeqRecord::addTell(Device &device, Tell tell)
     ++_nbTells;
 }
 
-void DevSeqRecord::fail(Device &device, std::exception_ptr const &failure)
+void DevSeqRecord::fail(Device &device, Step step, std::exception_ptr const &failure)
 {
     if (!device.hasFailed) {
         device.hasFailed = true;
+        device.failedIn = step;
         device.failure = getReason(failure);
         device.exception = failure;
         _isAnyLost = true;

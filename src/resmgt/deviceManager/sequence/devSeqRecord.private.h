@@ -85,6 +85,7 @@ public:
         Step call = NO_STEP;
         double callSince = 0;
         bool hasFailed = false;
+        Step failedIn = NO_STEP;
         LiString failure;
         std::exception_ptr exception; // the same. Null for a completion that was destroyed
         DtTime latency;
@@ -149,7 +150,7 @@ public:
     void drop(std::size_t number, std::uint32_t serial, std::exception_ptr const &failure);
     void refuse(std::size_t number, Report report);
     /// The machine has refused an event that was not the device's.
-    void traceRefused(std::size_t number, std::int32_t event) const;
+    void refuseEvent(std::size_t number, std::int32_t event) const;
     /// Returns whether the state is one that an observer is told of here.
     bool changeState(std::size_t number, std::int32_t state);
     void setLatency(std::size_t number, DtTime const &latency);
@@ -176,9 +177,10 @@ private:
         END = 4
     };
 
+    void traceRefused(std::size_t number, char const *what) const;
     void setState(Device &device, std::int32_t state);
     void addTell(Device &device, Tell tell);
-    void fail(Device &device, std::exception_ptr const &failure);
+    void fail(Device &device, Step step, std::exception_ptr const &failure);
     void endAnswered(Device &device);
     void end(Device &device, End end);
 

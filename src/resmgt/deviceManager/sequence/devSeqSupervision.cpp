@@ -394,7 +394,7 @@ void DevSeqSupervision::refused(std::size_t device, std::int32_t event)
 {
     Guard const guard(_lock);
     if (_record.isOrderly())
-        _record.traceRefused(device, event);
+        _record.refuseEvent(device, event);
 }
 
 // ---- The runner.
@@ -488,13 +488,11 @@ void DevSeqSupervision::callAbort(std::size_t device)
 
 void DevSeqSupervision::traceFailure(std::size_t device)
 {
-    LiString reason;
-    {
-        Guard const guard(_lock);
-        reason = _record.getDevice(device).failure;
+    try {
+        ZV_TRACE(*Trace::MainTraceLevel, "A device has failed. " << getFailure(device));
+    } catch (...) {
+        // There is no memory for the line.
     }
-    ZV_TRACE(*Trace::MainTraceLevel,
-             "Device \"" << _callees[device].name << "\" has failed: " << reason);
 }
 
 void DevSeqSupervision::tell(std::size_t device, std::int32_t state, bool hasFailed)
