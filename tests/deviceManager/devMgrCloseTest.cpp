@@ -230,9 +230,7 @@ TEST_F(ManagerIsClosed, ThreadsThatWaitBehindADeviceThatHangsAreRefusedAfterIt)
     ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
     std::vector<std::function<void()>> const operations = {
         [&itself = *manager] { itself.getPrtcl("a"); },
-        [&itself = *manager] { ObjPtr<DevMgrSyncSeqAcc>(itself.createSyncSeqAcc()); },
-        [&itself = *manager] { ObjPtr<DevMgrStreamAcc>(itself.createStreamAcc()); },
-        [&itself = *manager] { ObjPtr<DevMgrPropertyAcc>(itself.createPropertyAcc()); },
+        [&itself = *manager] { ObjPtr<DevMgrSeqSupervisor>(itself.createSeqSupervisor("( a )")); },
         [&itself = *sequence] { itself.configure("( a )"); },
         [&itself = *streams] { itself.connect("a:x push a:y"); },
         [&itself = *streams] { itself.isRegistered(DevMgrStreamAcc::StreamId("x")); },

@@ -428,9 +428,7 @@ TEST(Manager, ConfigurationWaitsForConfiguration)
     ObjPtr<DevMgrSyncSeqAcc> const sequence = manager->createSyncSeqAcc();
     std::vector<std::function<void()>> const operations = {
         [&] { manager->getPrtcl("other"); },
-        [&] { ObjPtr<DevMgrStreamAcc>(manager->createStreamAcc()); },
-        [&] { ObjPtr<DevMgrPropertyAcc>(manager->createPropertyAcc()); },
-        [&] { ObjPtr<DevMgrSyncSeqAcc>(manager->createSyncSeqAcc()); },
+        [&] { ObjPtr<DevMgrSeqSupervisor>(manager->createSeqSupervisor("( other )")); },
         [&] { streams->connect("nonsense"); },
         [&] { streams->registerStream(Id("x"), RCShdPtr<DevMDStream>()); },
         [&] { streams->isRegistered(Id("x")); },
@@ -548,6 +546,24 @@ TEST(Manager, ADeviceThatIsOpenIsHadWhileAnotherOneOpens)
     int focus = 0;
     DevMgrPropertyValueUtil<int>::getValue(*properties, "camera:focus", focus);
     EXPECT_EQ(focus, 7);
+    released.post();
+    opener.join();
+}
+
+TEST(Manager, AccessObjectsAreCreatedWhileADeviceOpens)
+{
+    LkUnnamedSema arrived("arrived", 0, LkSemaTypes::Shared());
+    LkUnnamedSema released("released", 0, LkSemaTypes::Shared());
+    Registered const slow("slow",
+                          [&] { return RCShdPtr<DevMDPrtcl>(new SlowDevice(arrived, released)); });
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    std::thread opener([&] { manager->getPrtcl("slow"); });
+    arrived.wait();
+    ObjPtr<DevMgrStreamAcc> const streams = manager->createStreamAcc();
+    ObjPtr<DevMgrPropertyAcc> const properties = manager->createPropertyAcc();
+    ObjPtr<DevMgrSyncSeqAcc> const sequence = manager->createSyncSeqAcc();
+    streams->parseConfig("a:out push b:in");
+    EXPECT_EQ(sequence->parseConfig("( a )").size(), 1u);
     released.post();
     opener.join();
 }

@@ -110,7 +110,8 @@ struct World
     LkUnnamedSema hasActions{"actions", 0};
     LkUnnamedSema gate{"gate", 0};
     LkCounter<long> nbHanging{0};
-    bool isOver = false; // the sequence has ended
+    bool isOver = false;               // the sequence has ended
+    Vector<RCShdPtr<Hostile>> devices; // of the tree, when it is gone
 };
 
 class Hostile final : public DevMDAccessPrtcl, public DevMDSyncSeqPrtcl
@@ -121,7 +122,11 @@ public:
     {}
 
     void performOpen() override { ++nbOpened; }
-    void performClose() override { ++nbClosed; }
+    void performClose() override
+    {
+        HOLDS(!_isInCall);
+        ++nbClosed;
+    }
     void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
     {
         ++nbStarted;
@@ -199,7 +204,7 @@ private:
     void ask(char const *what)
     {
         HOLDS(nbOpened == 1);
-        HOLDS(!_world.isPunctual || (nbClosed == 0 && !_world.isOver));
+        HOLDS(nbClosed == 0 && (!_world.isPunctual || !_world.isOver));
         HOLDS(!std::exchange(_isInCall, true));
         struct Call
         {
@@ -301,6 +306,7 @@ public:
     {
         for (std::size_t i = 0; i < devices.size(); ++i)
             DevRegistry::getInstance().remove(nameOf(static_cast<int>(i)));
+        _world.devices.swap(devices);
     }
 
     Hostile &find(LiString const &name) const
@@ -451,7 +457,9 @@ void run(World &world)
         world.isOver = true;
     }
     for (RCShdPtr<Hostile> const &device : tree.devices) {
-        HOLDS(device->nbOpened == 1 && device->nbClosed == 1);
+        HOLDS(device->nbOpened == 1);
+        // One that is in a call is closed when the call has returned.
+        HOLDS(device->nbClosed == (device->hasHung ? 0 : 1) || !world.isPunctual);
         HOLDS(device->isHostile() || !device->hasStarted || device->wasToldToEnd() ||
               !world.isPunctual);
     }
@@ -488,6 +496,8 @@ void runAll(Hostility hostility)
     helper.join();
     while (world.act())
         ;
+    for (RCShdPtr<Hostile> const &device : world.devices)
+        HOLDS(device->nbClosed == 1 || (device->nbClosed == 0 && !world.isPunctual));
     if (hostility == Hostility::HASTY)
         static_cast<void>(owner.release()); // a runner that was left behind may still use it
 }

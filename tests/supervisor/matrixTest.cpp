@@ -155,7 +155,9 @@ struct Case
                 EXPECT_FALSE(nbClosed && line != "close " + called && line.ends_with(" " + called))
                     << name << ": " << line;
             }
-            EXPECT_EQ(nbClosed, 1) << name << ": " << called;
+            // One that hangs in a call is closed when the call returns.
+            bool const hangs = kind.manner == Manner::HANGS && device == place;
+            EXPECT_TRUE(nbClosed == 1 || (nbClosed == 0 && hangs)) << name << ": " << called;
         }
         stage = nullptr;
     }

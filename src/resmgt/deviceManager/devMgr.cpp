@@ -1,7 +1,6 @@
 #include "resmgt/deviceManager/devMgr.h"
 
 #include "resmgt/deviceManager/devMgrMediator.h"
-#include "resmgt/locks/lkGuard.h"
 
 namespace Zv {
 
@@ -16,26 +15,20 @@ public:
 
     ObjPtrRet<DevMgrSyncSeqAcc> createSyncSeqAcc() override
     {
-        RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(mediator->getLock());
-        mediator->expectNotClosed();
-        return DevMgrSyncSeqAcc::create(mediator);
+        _mediator->expectNotClosed();
+        return DevMgrSyncSeqAcc::create(_mediator);
     }
 
     ObjPtrRet<DevMgrStreamAcc> createStreamAcc() override
     {
-        RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(mediator->getLock());
-        mediator->expectNotClosed();
-        return DevMgrStreamAcc::create(mediator);
+        _mediator->expectNotClosed();
+        return DevMgrStreamAcc::create(_mediator);
     }
 
     ObjPtrRet<DevMgrPropertyAcc> createPropertyAcc() override
     {
-        RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(mediator->getLock());
-        mediator->expectNotClosed();
-        return DevMgrPropertyAcc::create(mediator);
+        _mediator->expectNotClosed();
+        return DevMgrPropertyAcc::create(_mediator);
     }
 
     RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) override

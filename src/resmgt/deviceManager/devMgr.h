@@ -29,14 +29,14 @@ namespace Zv {
 ///
 /// **Threads**: all operations may be called by any thread but those of devices and "DevMgr ANO".
 ///
-/// **Blocks**: all operations block while another thread configures, except for `close`, and for `getPrtcl` of a device
-/// that was opened before.
+/// **Blocks**: `createSeqSupervisor`, and `getPrtcl` of a device that was not opened before, block while another thread
+/// configures. The others do not wait for the opening of a device, except for `close`.
 ///
 /// Releasing the last of the manager and its access objects closes all devices, the newest first, and destroys them.
 /// It blocks until that is done, and then throws the first failure of a device's closing or destruction. It must not
 /// be done on "DevMgr ANO", such as by an observer or a failure handler: that fails the assertion
 /// "!isDestroyedOnDevMgrANO", and leaves the devices open for the rest of the process. Call `close` before if a device may
-/// hang.
+/// hang. A device that is in a call of a supervised sequence is not waited for, and closed when the call returns.
 class ZVRESMGT_EXPORT DevMgr
 {
 public:
@@ -72,9 +72,9 @@ public:
     ///   because a device or an observer does not return from a call, it is left behind.
     /// - Each device is closed on a thread of its own. If it takes longer than its share of the time, the next device is
     ///   closed without waiting for it. A device that has not closed at the end of the limit is left behind: it is never
-    ///   closed again and never destroyed, and its threads run on.
-    /// - A device that another thread is still opening is waited for in the same way, and closed if it opens in time. The
-    ///   thread that opens it gets `DevMgrEx::ManagerClosed` when the device returns.
+    ///   closed again and never destroyed, and its threads run on. Supervised sequences do not call a closed device.
+    /// - A device that another thread is opening, or that a supervised sequence is calling, is waited for in the same way.
+    ///   The opening then throws `DevMgrEx::ManagerClosed`. A call that returns after the limit closes its device itself.
     /// - The other devices are destroyed when the last object that uses them is destroyed.
     ///
     /// From now on the operations of the manager and of its access objects throw `DevMgrEx::ManagerClosed`, and nothing
@@ -83,7 +83,7 @@ public:
     /// `DevMgrSyncSeqAcc::wait` is let go when its access object is destroyed.
     ///
     /// **Threads**: any thread but those of devices and "DevMgr ANO", on which an assertion fails. If another thread is in
-    /// `start` or `stop` of a sequence, a device may be called after it was closed.
+    /// `start` or `stop` of a `DevMgrSyncSeqAcc`, a device may be called after it was closed.
     ///
     /// **Blocks** for `seconds` at most, and for the destructors of devices.
     ///

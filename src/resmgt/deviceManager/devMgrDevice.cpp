@@ -1,9 +1,13 @@
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 
+#include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrLeftBehind.private.h"
+#include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtThreadFactory.h"
+#include "zvbase/failures.h"
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/sleeper.h"
+#include "zvbase/traceCaught.private.h"
 
 namespace Zv {
 
@@ -32,7 +36,8 @@ DevMgrDevice::DevMgrDevice(LiString const &name, RCShdPtr<DevMDPrtcl> const &prt
     : _name(name),
       _prtcl(prtcl),
       _access(rcDynamicCast<DevMDAccessPrtcl>(prtcl)),
-      _progress(progress)
+      _progress(progress),
+      _callLock("DevMgrDevice calls")
 {}
 
 DevMgrDevice::~DevMgrDevice() = default;
@@ -61,20 +66,68 @@ void DevMgrDevice::failToOpen(std::exception_ptr const &failure)
     setState(UNOPENED);
 }
 
+DevMgrDevice::Call::Call(DevMgrDevice &device) : _device(device)
+{
+    LkGuard<LkLock const> const guard(device._callLock);
+    State const state = device.getState();
+    if (state == CLOSING || state == CLOSED || state == UNCLOSED)
+        ZV_THROW(DevMgrEx::ManagerClosed);
+    ++device._nbCalls;
+}
+
+DevMgrDevice::Call::~Call()
+{
+    _device.endCall();
+}
+
+void DevMgrDevice::endCall()
+{
+    {
+        LkGuard<LkLock const> const guard(_callLock);
+        if (--_nbCalls > 0 || !_isClosingAwaited)
+            return;
+        if (!_isLeftToCall)
+            return _progress->post();
+        setState(CLOSING);
+    }
+    performClose();
+    try {
+        if (_closeFailure)
+            std::rethrow_exception(_closeFailure);
+    } catch (...) {
+        traceCaught(__FILE__, __LINE__);
+    }
+}
+
+bool DevMgrDevice::beginClosing(bool isLeftToCall)
+{
+    LkGuard<LkLock const> const guard(_callLock);
+    if (getState() != OPEN)
+        return false;
+    _isClosingAwaited = true;
+    _isLeftToCall = isLeftToCall && _nbCalls > 0;
+    if (_nbCalls > 0)
+        return false;
+    setState(CLOSING);
+    return true;
+}
+
 void DevMgrDevice::close()
 {
-    if (getState() != OPEN)
+    if (!beginClosing(true))
         return;
-    setState(CLOSING);
     _access->performClose();
     setState(CLOSED);
 }
 
 void DevMgrDevice::startToClose()
 {
-    if (getState() != OPEN)
-        return;
-    setState(CLOSING);
+    if (beginClosing(false))
+        startCloser();
+}
+
+void DevMgrDevice::startCloser()
+{
     try {
         _closer = MtThreadFactory::getInstance().createThread(
             "DevMgr close", makeObj<Closer>(*this), true, CLOSER_STACK);
@@ -102,12 +155,19 @@ void DevMgrDevice::endClosing()
 
 void DevMgrDevice::leaveBehind()
 {
+    if (beginClosing(true)) // the call has returned only now
+        startCloser();
     static_cast<void>(_closer.release());
     DevMgrLeftBehind::keep(RCShdPtr<DevMgrDevice>(this));
 }
 
 void DevMgrDevice::release()
 {
+    {
+        LkGuard<LkLock const> const guard(_callLock);
+        if (_isLeftToCall)
+            return;
+    }
     _access = nullptr;
     _prtcl = nullptr;
 }

@@ -4,11 +4,13 @@
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
+#include "resmgt/locks/lkLock.h"
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/threadAnnotations.h"
 
 #include <exception>
 
@@ -30,7 +32,7 @@ private:
 /// A device that was created for a manager.
 ///
 /// **Threads**: one thread opens it. After that, one thread closes it, releases it or leaves it behind. Any thread may ask
-/// for its state and for what does not change.
+/// for its state and for what does not change, and may begin a `Call`.
 class DevMgrDevice : public RCBase<LkCounter<long>>
 {
 public:
@@ -61,18 +63,35 @@ public:
     void open();
     /// Says that the device stays unopened, and why.
     void failToOpen(std::exception_ptr const &failure);
-    /// Calls `performClose` if the device is open. Throws what that throws.
+    /// A call of the device by a supervised sequence. While there is one, the device is not closed.
+    class Call
+    {
+    public:
+        /// Throws `DevMgrEx::ManagerClosed` if the device is being closed or was closed.
+        explicit Call(DevMgrDevice &device);
+        ~Call();
+        Call(Call const &) = delete;
+        Call &operator=(Call const &) = delete;
+
+    private:
+        DevMgrDevice &_device;
+    };
+
+    /// Calls `performClose` if the device is open. Throws what that throws. If there is a `Call`, the end of the call
+    /// closes the device instead.
     void close();
     /// If the device is open, starts a thread that calls `performClose`. Never throws and never blocks: what the system
-    /// refuses is the failure of the closing.
+    /// refuses is the failure of the closing. Does nothing while there is a `Call`, whose end is progress.
     void startToClose();
     /// Whether `performClose` has returned, or is not to be called.
     bool hasClosed() const;
     /// Waits for the end of the thread that `startToClose` has started. Must be called in the state `CLOSED` only.
     void endClosing();
-    /// Keeps the device and the thread that closes it for the rest of the process.
+    /// Keeps the device and the thread that closes it for the rest of the process. If there is a `Call`, the
+    /// end of the call still closes the device.
     void leaveBehind();
-    /// Releases the device. Throws what its destructor throws.
+    /// Releases the device. If the end of a `Call` has to close it, it is released with this object. Throws what the
+    /// device's destructor throws.
     void release();
 
 protected:
@@ -81,6 +100,11 @@ protected:
 private:
     class Closer;
 
+    /// Returns false if the device is not open, or if there is a `Call`. `isLeftToCall` says that the end of the call then
+    /// has to close the device.
+    bool beginClosing(bool isLeftToCall);
+    void startCloser();
+    void endCall();
     void performClose();
     void setState(State state);
 
@@ -89,6 +113,10 @@ private:
     RCShdPtr<DevMDAccessPrtcl> _access;
     RCShdPtr<DevMgrProgress> const _progress;
     State _state = OPENING; // written after everything else
+    LkLock _callLock;       // a leaf. Held to leave the state OPEN
+    unsigned _nbCalls ZV_GUARDED_BY(_callLock) = 0;
+    bool _isClosingAwaited ZV_GUARDED_BY(_callLock) = false;
+    bool _isLeftToCall ZV_GUARDED_BY(_callLock) = false;
     std::exception_ptr _openFailure;
     std::exception_ptr _closeFailure;
     double _secondsToClose = 0;

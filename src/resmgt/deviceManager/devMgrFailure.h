@@ -23,8 +23,8 @@ struct ZVRESMGT_EXPORT DevMgrFailure
     LiString property;
     /// The state in which the machine got the event, such as "wml".
     LiString state;
-    /// The event: its name, such as "start", or for a property the number that the device has
-    /// passed.
+    /// The event of a machine, such as "start", the call of a supervised device, or the number of
+    /// a property's event.
     LiString event;
     /// The exception, so that it can be thrown again. Null if the event was illegal in the state.
     std::exception_ptr exception;

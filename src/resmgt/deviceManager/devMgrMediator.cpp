@@ -199,6 +199,11 @@ RCShdPtr<DevMDPrtcl> DevMgrMediator::getPrtcl(LiString const &name) const
     return get(name).prtcl;
 }
 
+RCShdPtr<DevMgrDevice> DevMgrMediator::getDevice(LiString const &name) const
+{
+    return get(name).device;
+}
+
 std::exception_ptr DevMgrMediator::getOpenFailure(LiString const &name) const
 {
     return get(name).device->getOpenFailure();

@@ -61,6 +61,8 @@ public:
     /// Returns what the opening of the device has thrown. Returns null if the device is open, is being opened, or has no
     /// access protocol. Any thread. Throws `DevMgrEx::NameNotFound` if the device was not created.
     std::exception_ptr getOpenFailure(LiString const &name) const;
+    /// Returns the device with its opening and closing. Any thread. Throws as `getPrtcl` does.
+    RCShdPtr<DevMgrDevice> getDevice(LiString const &name) const;
     /// Creates and opens the device unless that was done before. It is done at most once for each manager, also if the
     /// opening failed: then the device stays unopened, and further calls return. The caller must hold the configuration
     /// lock. Throws `DevPrtclEx::ExNameNotRegistered` if the registry does not hold the name, and what the device throws.

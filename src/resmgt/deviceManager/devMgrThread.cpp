@@ -10,6 +10,7 @@
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/threadAnnotations.h"
 #include "zvbase/trace.h"
+#include "zvbase/traceCaught.private.h"
 
 #include <exception>
 
@@ -38,7 +39,12 @@ public:
                 ano->notify();
             });
         }
+        if (Interlocked::loadAcquire(_isLeftBehind))
+            attempt(nullptr, [this] { _fifo->close(); });
     }
+
+    /// From now on the thread closes the queue when it ends.
+    void leaveBehind() { Interlocked::storeRelease(_isLeftBehind, true); }
 
     void performStop(MtThread *) override { Interlocked::storeRelease(_stop, true); }
 
@@ -96,6 +102,7 @@ private:
     LkLock _handlerLock;
     RCShdPtr<DevMgrFailureHandler> _handler ZV_GUARDED_BY(_handlerLock);
     bool _stop = false;
+    bool _isLeftBehind = false;
 };
 
 namespace {
@@ -134,6 +141,7 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo)
     _executor = protocol;
     auto * const close = new SynchronizedCloseANO;
     _close = ObjPtr<DevANO>(close);
+    _last = close;
     _closer = makeObj<DevSenderWait>(close->getWait());
     _hasArrived = &close->getArrival();
     _thread = MtThreadFactory::getInstance().createThread("DevMgr ANO", _protocol, true, 0);
@@ -166,14 +174,19 @@ bool DevMgrThread::end(double seconds)
 {
     sendClose();
     bool const hasArrived = _hasArrived->timedWait(seconds);
-    if (hasArrived)
-        _closer->wait();
-    _thread->stop();
-    _closer->post(); // also for a thread that comes there late
-    if (hasArrived)
-        _thread->join();
     _end = hasArrived ? ENDED : LEFT_BEHIND;
-    _fifo->close();
+    try {
+        if (hasArrived) {
+            finish();
+        } else {
+            _executor->leaveBehind();
+            _thread->stop();
+            _closer->post(); // for a thread that comes there late
+            _fifo->leaveBehind(_last);
+        }
+    } catch (...) { // of an ANO that was destroyed
+        traceCaught(__FILE__, __LINE__);
+    }
     return hasArrived;
 }
 
@@ -185,6 +198,11 @@ void DevMgrThread::setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handl
 void DevMgrThread::end()
 {
     sendClose();
+    finish();
+}
+
+void DevMgrThread::finish()
+{
     _closer->wait();
     _thread->stop();
     _closer->post();

@@ -26,8 +26,8 @@ public:
     DevMgrThread &operator=(DevMgrThread const &) = delete;
 
     /// Does what the destructor does, but waits for the thread no longer than that many seconds. If the thread has not
-    /// executed everything by then, leaves it behind for the rest of the process and returns false. The thread may end
-    /// then, or sleep. Must be called once. Throws only if the system is out of memory, and then has done nothing.
+    /// executed everything by then, leaves it behind for the rest of the process and returns false. The thread ends
+    /// when what it executes returns. Must be called once. Throws only if the system is out of memory, and then has done nothing.
     [[nodiscard]] bool end(double seconds);
     bool isCurrentThread() const;
     /// As `DevMgr::setFailureHandler`.
@@ -35,6 +35,7 @@ public:
 
 private:
     void end();
+    void finish();
     void sendClose();
 
     RCShdPtr<DevMgrFifo> _fifo;
@@ -43,6 +44,7 @@ private:
     ObjPtr<MtThreadProtocol> _protocol; // until the thread has it
     ANOThreadProtocol *_executor;       // the same, for as long as the thread object lives
     ObjPtr<DevANO> _close;              // had from the beginning: the thread can always be ended
+    DevANO const *_last;                // the same, also when it is queued
     ObjPtr<DevSenderWait> _closer;
     LkSema *_hasArrived = nullptr; // of `_close`
     enum

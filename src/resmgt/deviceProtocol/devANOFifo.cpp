@@ -118,6 +118,20 @@ void DevANOFifo::close()
     failure.rethrow();
 }
 
+void DevANOFifo::leaveBehind(DevANO const *last)
+{
+    {
+        LkGuard<LkLock const> const guard(_conditionLock);
+        if (_condition == CLOSED)
+            return;
+        _last = last;
+        Interlocked::storeRelease(_condition, LEFT_BEHIND);
+    }
+    FirstFailure failure;
+    discardWhile(LEFT_BEHIND, failure);
+    failure.rethrow();
+}
+
 void DevANOFifo::open()
 {
     setCondition(OPEN);
@@ -130,10 +144,12 @@ void DevANOFifo::setObserver(RCShdPtr<DevANOQueue::Observer> const &observer)
 
 bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
 {
-    if (Interlocked::loadAcquire(_condition) != ENDING)
+    Condition const condition = Interlocked::loadAcquire(_condition);
+    if (condition != ENDING && condition != LEFT_BEHIND)
         return true;
     if (entry.get() == _last) {
-        _last = nullptr;
+        if (condition == ENDING)
+            _last = nullptr;
         return true;
     }
     // A failure is kept for `close`: failures on this thread are no longer handled.
@@ -153,21 +169,28 @@ void DevANOFifo::setCondition(Condition condition)
 // closing thread finds the entry or the thread that has queued it too late finds the queue closed.
 void DevANOFifo::discardIfClosed()
 {
-    if (Interlocked::loadAcquire(_condition) != CLOSED)
+    Condition const condition = Interlocked::loadAcquire(_condition);
+    if (condition != CLOSED && condition != LEFT_BEHIND)
         return;
     FirstFailure failure;
-    discardWhile(CLOSED, failure);
+    discardWhile(condition, failure);
     failure.rethrow();
 }
 
+// The last ANO goes back to the end for a thread that may come for it. What was behind it has its
+// turn before it comes again.
 void DevANOFifo::discardWhile(Condition condition, FirstFailure &failure)
 {
-    for (;;) {
+    for (int nbTimesSeen = 0; nbTimesSeen < 2;) {
         DevANOQueueEntry entry;
         {
             LkGuard<LkLock const> const guard(_conditionLock);
             if (_condition != condition || !_queue.tryConsume(entry))
                 return;
+            if (condition == LEFT_BEHIND && entry.get() == _last) {
+                failure.attempt([this, &entry] { _queue.admit(entry); });
+                ++nbTimesSeen;
+            }
         }
         failure.attempt([&entry] { entry = DevANOQueueEntry(); });
     }

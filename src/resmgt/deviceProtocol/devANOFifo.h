@@ -75,6 +75,11 @@ public:
     /// produced from now on. The consuming thread must have ended. Destroys every request even if a
     /// destructor throws, and then throws the first exception.
     void close();
+    /// Like `close`, for a consuming thread that hangs and may return later: if it has not got
+    /// `last` yet, it gets that request and no other. Call `close` when that thread has ended. Does
+    /// nothing after `close`. If there is no memory, `last` may be destroyed as well. Throws the
+    /// first failure of the destruction of a request.
+    void leaveBehind(DevANO const *last);
     /// Opens the queue again. A new queue is open. What is produced after this call is not
     /// destroyed.
     void open();
@@ -90,9 +95,10 @@ protected:
 private:
     enum Condition
     {
-        OPEN,   // the consumer gets what is queued
-        ENDING, // the consumer gets the last request only
-        CLOSED  // there is no consumer, and producers discard
+        OPEN,        // the consumer gets what is queued
+        ENDING,      // the consumer gets the last request only
+        LEFT_BEHIND, // the same, and producers discard
+        CLOSED       // there is no consumer, and producers discard
     };
 
     void add(DevANOQueueEntry &entry, void (DevANOQueue::*how)(DevANOQueueEntry const &));
@@ -106,7 +112,8 @@ private:
     // queue: it must not take one that was sent after the queue was opened again.
     LkLock _conditionLock;
     Condition _condition = OPEN;
-    // Written before the condition is ENDING, then by the consumer until it has ended.
+    // Written before the condition is ENDING or LEFT_BEHIND. In ENDING also by the consumer, until
+    // it has ended.
     DevANO const *_last = nullptr;
     std::exception_ptr _failure; // of a request that the consumer has destroyed
 };

@@ -57,9 +57,9 @@ protected:
 /// on any thread, even before the call has returned. The completion queues a report for the
 /// manager's thread and never blocks.
 ///
-/// **Threads**: the calls come from the thread that starts or stops the sequence and from the
-/// manager's thread "DevMgr ANO", one at a time. At most one step of a device is on its way,
-/// besides an abort.
+/// **Threads**: the calls are made one at a time. In a supervised sequence they are made on the
+/// thread "DevMgr Seq", otherwise on threads of clients and on "DevMgr ANO". At most one step of a
+/// device is on its way, besides an abort.
 ///
 /// **Blocks**: the calls run under the lock of the sequence. They must hand the step over and
 /// return. They must not wait for the completion of a step, for a property or for a stream, and

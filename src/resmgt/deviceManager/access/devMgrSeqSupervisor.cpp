@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
 
 #include "resmgt/deviceManager/access/configParsers.private.h"
+#include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/sequence/devSeqSupervision.private.h"
@@ -37,7 +38,7 @@ Members openMembers(DevMgrMediator &mediator, LiString const &config)
             ZV_THROW(DevMgrEx::BadMDPrtclImp);
         if (auto const failure = mediator.getOpenFailure(name)) // of an earlier attempt
             std::rethrow_exception(failure);
-        members.push_back({name, prtcl, parents[i]});
+        members.push_back({name, prtcl, mediator.getDevice(name), parents[i]});
     }
     return members;
 }

@@ -26,7 +26,7 @@ struct DevSeqDeviceStatus
         STOPPED,  ///< it has reported the end of its stop
         ABORTED,  ///< it has reported the end of its abort
         FAILED,   ///< a call or a step of the device has failed, see `failure`
-        NO_ANSWER ///< it was given up, because a limit has passed
+        NO_ANSWER ///< a limit has passed. The call that `call` names may still reach the device
     };
     /// How long the last step of a kind has taken, from the call to the device's report.
     struct StepTime
@@ -120,7 +120,7 @@ public:
                                                  LiString const &config);
 
     /// Stops the sequence if it has been started and has not ended. No other thread may be in a call of this object. A
-    /// thread that hangs in a device is left behind. If the device returns one day, the thread ends.
+    /// thread that hangs in a device is left behind, and ends when the device returns. The device is not closed before.
     ///
     /// **Blocks** for the end limit at most. One half of it is for the stop and one half for the abort. If this object
     /// is the last of its manager, it also closes the devices, see `DevMgr`.

@@ -1,0 +1,72 @@
+// A device of a supervised sequence, as its machine calls it.
+#pragma once
+
+#include "resmgt/deviceManager/sequence/devSeqRecord.private.h"
+#include "resmgt/deviceManager/sequence/devSeqSM.h"
+#include "resmgt/deviceProtocol/devANO.h"
+#include "resmgt/deviceProtocol/devMDPrtcl.h"
+#include "resmgt/smartPtrs/rcShdPtr.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+
+namespace Zv {
+
+class DevMgrDevice;
+class DevSeqSupervision;
+
+/// The completion of one step of one device. Only the first event counts: it is run, it is told of a failure, or it is
+/// destroyed.
+class DevSeqCompletion final : public DevFailableACO
+{
+public:
+    DevSeqCompletion(DevSeqSupervision &supervision, std::size_t device);
+    ~DevSeqCompletion() override;
+
+    void performExecute() override;
+    void performFail(std::exception_ptr const &failure) override;
+
+    /// The number of the step. It is 0 before the device is asked for the step.
+    void setSerial(std::uint32_t serial) { _serial = serial; }
+
+private:
+    RCShdPtr<DevSeqSupervision> _supervision;
+    std::size_t _device;
+    std::uint32_t _serial = 0;
+};
+
+/// Calls a device on behalf of its machine, and keeps the record. The completions and notifications that the machine
+/// gives are not used. The device gets those of the supervision.
+class DevSeqSupervisedPrtcl final : public DevMDSyncSeqPrtcl, public DevSeqSMGuard
+{
+public:
+    DevSeqSupervisedPrtcl(DevSeqSupervision &supervision, std::size_t device,
+                          RCShdPtr<DevMDSyncSeqPrtcl> const &prtcl, DevMgrDevice &managed);
+
+    void performStart(ObjPtr<DevACO>, ObjPtr<DevANO>, ObjPtr<DevANO>) override;
+    void performSync(ObjPtr<DevACO>, DtTimeMark const &mark) override;
+    void performSync(ObjPtr<DevACO>, DtTime const &latency) override;
+    void performRecover(ObjPtr<DevACO>) override;
+    void performStop(ObjPtr<DevACO>) override;
+    void performAbort(ObjPtr<DevACO>) override;
+    DtTime getLatency() override;
+    DtTimeMark getMark() override;
+
+    void stateChanged(std::int32_t state) override;
+    void refused(std::int32_t event) override;
+
+private:
+    /// A call that begins a step.
+    template <class Call>
+    void perform(DevSeqRecord::Step step, Call call);
+    template <class Call>
+    void call(DevSeqRecord::Step step, DevSeqCompletion *completion, Call call);
+
+    DevSeqSupervision &_supervision; // which owns the tree
+    std::size_t _device;
+    RCShdPtr<DevMDSyncSeqPrtcl> _prtcl;
+    RCShdPtr<DevMgrDevice> _managed; // the same device
+};
+
+} // namespace Zv

@@ -1,0 +1,45 @@
+// Where the threads of a supervised sequence wait for changes of its record.
+#pragma once
+
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkMutex.h"
+#include "resmgt/locks/lkPulse.h"
+
+#include <cstddef>
+
+namespace Zv {
+
+/// The waiting runner and the waiting clients of a supervised sequence.
+///
+/// **Threads**: all operations but `now` need the sequence's lock.
+class DevSeqWaiters
+{
+public:
+    using Guard = LkGuard<LkMutex const>;
+
+    /// A thread that waits looks at the clock at least this often.
+    static constexpr double LONGEST_WAIT = 10'000;
+
+    DevSeqWaiters();
+
+    /// The clock by which all limits are kept.
+    static double now();
+
+    /// For the runner. Blocks until `wakeRunner` is called, or until the moment.
+    void waitForWork(Guard const &guard, double moment);
+    /// For a client. Blocks until `wakeClients` is called, or until the moment.
+    void waitForChange(Guard const &guard, double moment);
+    void wakeRunner() const;
+    void wakeClients() const;
+
+private:
+    static void wait(LkPulse const &pulse, std::size_t &nbWaiting, Guard const &guard,
+                     double moment);
+
+    LkPulse _work;
+    LkPulse _changed;
+    std::size_t _nbRunners = 0;
+    std::size_t _nbClients = 0;
+};
+
+} // namespace Zv
