@@ -18,7 +18,7 @@ class Priority;
 class PriorityRelation;
 
 /// Makes the requests to open and to close a device. Written by the device; called on the thread that opens or closes.
-/// Neither request may throw: its sender waits for it.
+/// What a request throws on the device's thread comes out of `performOpen` or `performClose`.
 class ZVRESMGT_EXPORT DevMDStdAccessANOFactory
 {
 public:
@@ -41,12 +41,13 @@ public:
                         ObjPtr<DevMDStdAccessANOFactory> anoFactory);
 
     /// Starts the thread and returns when it has executed the open request. Throws `RCEx::ExNullPtr` on a second call,
-    /// and where something that the constructor was given is null. When it throws, no thread is left, and the device
-    /// can only be destroyed.
+    /// and if something that the constructor was given is null. Throws what the open request has thrown. When it
+    /// throws, no thread is left, and the device can only be destroyed.
     void performOpen() override;
     /// Executes all requests sent before, then the close request, and returns when the thread has ended. Requests
-    /// that come later are destroyed without being executed. Throws `RCEx::ExNullPtr` where the device was never
-    /// opened, and fails an assertion where it is closed already.
+    /// that come later are destroyed without being executed. Throws `RCEx::ExNullPtr` if the device was never opened,
+    /// and fails an assertion if it is closed already. Throws what the close request has thrown, when the thread has
+    /// ended.
     void performClose() override;
 
     /// The priority that a device's thread runs at or above: the real-time landmark.
@@ -64,8 +65,8 @@ protected:
 private:
     using Send = std::exception_ptr (DevANOFifo::*)(ObjPtr<DevANO>);
 
-    /// Returns when the device's thread has executed the request, and has been told to stop. Hands out what the FIFO's
-    /// observer has thrown: the request is on its way all the same.
+    /// Returns when the device's thread has executed the request, and has been told to stop. Returns what the request
+    /// has thrown, or what the FIFO's observer has thrown. The request is sent in spite of the latter.
     std::exception_ptr stopAfter(ObjPtr<DevMDStdANO> last, Send send);
     void endThread(ObjPtr<DevMDStdANO> last, Send send);
     void abandonThread();

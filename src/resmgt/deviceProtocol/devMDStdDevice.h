@@ -55,7 +55,8 @@ protected:
 
     RCShdPtr<DevMDStdFifo> const &getFifo() const { return _fifo; }
 
-    // The steps, which do nothing as they stand. `open` and `close` must not throw.
+    // The steps, which do nothing as they stand. What `open` or `close` throws comes out of `performOpen` or
+    // `performClose`.
     virtual void open();
     virtual void close();
     virtual void start();
