@@ -147,6 +147,7 @@ public:
     void performAbort(ObjPtr<DevACO> aco) override
     {
         HOLDS(++nbAborted == 1);
+        HOLDS(isUnruly || !hasReportedEnd);
         checkChildren();
         take("abort", aco);
     }
@@ -167,8 +168,10 @@ public:
     /// Runs the completion of a step.
     void answer(char const *step, DevACO &aco)
     {
-        hasEnded = hasEnded || std::strcmp(step, "stop") == 0 || std::strcmp(step, "abort") == 0;
+        bool const isEnd = std::strcmp(step, "stop") == 0 || std::strcmp(step, "abort") == 0;
+        hasEnded = hasEnded || isEnd;
         aco.performExecute();
+        hasReportedEnd = hasReportedEnd || isEnd;
     }
 
     Vector<Hostile *> children;
@@ -178,8 +181,10 @@ public:
     int nbStopped = 0;
     int nbAborted = 0;
     bool hasStarted = false;
-    bool hasEnded = false;  // has answered its stop or its abort
-    bool hasFailed = false; // has thrown, or destroyed a completion
+    bool hasEnded = false;       // answers its stop or its abort
+    bool hasReportedEnd = false; // has answered it
+    bool hasFailed = false;      // has thrown, or destroyed a completion
+    LiString failure;            // in words
     bool hasHung = false;
     bool isSilent = false;
     bool isUnruly = false; // reports when it likes
@@ -210,11 +215,13 @@ private:
         if (!isBad(what))
             return;
         switch (_kind) {
-        case Kind::THROWS:
-            hasFailed = true;
-            throw DevMgrEx::NameNotFound(__FILE__, __LINE__);
+        case Kind::THROWS: {
+            DevMgrEx::NameNotFound const exception(__FILE__, __LINE__);
+            fail(exception.getReason());
+            throw exception;
+        }
         case Kind::THROWS_OTHER:
-            hasFailed = true;
+            fail("broken");
             throw std::runtime_error("broken");
         case Kind::HANGS:
             hasHung = true;
@@ -222,6 +229,12 @@ private:
         default:
             return;
         }
+    }
+
+    void fail(LiString const &reason)
+    {
+        hasFailed = true;
+        failure = reason;
     }
 
     void take(char const *what, ObjPtr<DevACO> &aco)
@@ -239,7 +252,7 @@ private:
             _kept.emplace_back(aco.release());
             return;
         case Kind::DROPS:
-            hasFailed = true;
+            fail("It has destroyed a completion without running it.");
             aco = nullptr;
             return;
         case Kind::RECOVERS:
@@ -416,6 +429,7 @@ void checkReport(World const &world, Tree const &tree, DevSeqStatus const &statu
             break;
         }
         HOLDS(!device.hasFailed || real.hasFailed);
+        HOLDS(!device.hasFailed || device.failure == real.failure);
         HOLDS(!real.hasFailed || device.hasFailed || device.end == Status::End::NO_ANSWER);
         HOLDS(real.isHostile() || !real.hasStarted || real.wasToldToEnd() || !world.isPunctual);
         HOLDS(device.call.isEmpty() || real.hasHung || !world.isPunctual);
