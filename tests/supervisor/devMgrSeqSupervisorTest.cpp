@@ -138,12 +138,8 @@ TEST(Supervisor, StopDuringTheStartWaitsForTheLock)
 {
     Stage stage(TREE);
     stage["b"].manners["start"] = Manner::SILENT;
-    stage.create();
-    stage.supervisor->start();
-    stage.world->waitFor("start b");
-    auto stopped = std::async(std::launch::async, [&] { return stage.supervisor->stop(LONG); });
-    while (stage.supervisor->getStatus().phase != Phase::STOPPING)
-        std::this_thread::yield();
+    stage.startUntil("start b");
+    auto stopped = stage.stopLater();
     stage["b"].answer("start");
     EXPECT_EQ(endsOf(stopped.get()), "stopped stopped stopped stopped");
 }
@@ -155,21 +151,35 @@ TEST(Supervisor, StopDuringARecoveryWaitsForIt)
     stage["a"].manners["recover"] = Manner::SILENT;
     stage["a"].reportRecover();
     stage.world->waitFor("recover a");
-    auto stopped = std::async(std::launch::async, [&] { return stage.supervisor->stop(LONG); });
-    while (stage.supervisor->getStatus().phase != Phase::STOPPING)
-        std::this_thread::yield();
+    auto stopped = stage.stopLater();
     stage["a"].answer("recover");
     EXPECT_EQ(endsOf(stopped.get()), "stopped stopped stopped stopped");
     EXPECT_EQ(stage.world->count("recover c"), 1);
+}
+
+TEST(Supervisor, SiblingOfADeviceThatRecoversStopsAfterTheRecovery)
+{
+    Stage stage("( root ( a b ) )");
+    stage["a"].manners["recover"] = Manner::SILENT;
+    stage["b"].manners["stop"] = Manner::SILENT;
+    stage.run();
+    stage["a"].reportRecover();
+    stage.world->waitFor("recover a");
+    auto stopped = stage.stopLater();
+    EXPECT_EQ(stage.world->count("stop b"), 0);
+    stage["a"].answer("recover");
+    stage["b"].answer("stop");
+    DevSeqStatus const status = stopped.get();
+    EXPECT_EQ(endsOf(status), "stopped stopped stopped");
+    for (DevSeqDeviceStatus const &device : status.devices)
+        EXPECT_EQ(device.nbRefused, 0u) << device.name;
 }
 
 TEST(Supervisor, RecoveryOfAnUnlockedSubtreeIsDeferred)
 {
     Stage stage("( root ( a ) )");
     stage["a"].manners["sync"] = Manner::SILENT;
-    stage.create();
-    stage.supervisor->start();
-    stage.world->waitFor("sync a");
+    stage.startUntil("sync a");
     stage["root"].reportRecover();
     stage["a"].answer("sync");
     stage.world->waitFor("recover a");
@@ -208,6 +218,18 @@ TEST(Supervisor, SecondRecoveryIsRefused)
     EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
     EXPECT_EQ(stage.world->count("recover a"), 1);
     EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "stopped stopped");
+}
+
+TEST(Supervisor, LockThatIsLostTwiceAtOnceIsRecoveredOnce)
+{
+    StageOf<HostileStandard> stage("( root ( a ) )");
+    stage.run();
+    stage["a"].reportRecover(2);
+    while (stage.getStatus("a").nbRefused == 0)
+        std::this_thread::yield();
+    EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
+    EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "stopped stopped");
+    EXPECT_EQ(stage.world->count("recover a"), 1);
 }
 
 TEST(Supervisor, DeviceThatRecoversWhileItStopsIsAborted)
@@ -335,9 +357,7 @@ TEST(Supervisor, LateAnswerToAnEarlierStepIsNoAnswerToTheAbort)
     Stage stage("( root )");
     stage["root"].manners["sync"] = Manner::SILENT;
     stage["root"].manners["abort"] = Manner::SILENT;
-    stage.create();
-    stage.supervisor->start();
-    stage.world->waitFor("sync root");
+    stage.startUntil("sync root");
     auto aborted = std::async(std::launch::async, [&] { return stage.supervisor->abort(LONG); });
     stage.world->waitFor("abort root");
     stage["root"].answer("sync");
@@ -424,6 +444,49 @@ TEST(Supervisor, DestructorEndsTheTreeInEachPhase)
         stage["b"].manners["stop"] = Manner::SILENT;
         stage.supervisor = nullptr;
     }
+}
+
+// Every reference that a client can hold, in every order, with a sequence that has come so far.
+TEST(Supervisor, ReferencesMayGoInAnyOrder)
+{
+    for (int const progress : {0, 1, 2, 3}) {
+        std::vector<int> order = {0, 1, 2, 3};
+        do {
+            StageOf<HostileStandard> stage("( root ( a ) )");
+            stage.create();
+            if (progress > 0)
+                stage.supervisor->start();
+            if (progress > 1)
+                stage.supervisor->waitLocked(LONG);
+            if (progress > 2)
+                stage.supervisor->stop(LONG);
+            ObjPtr<DevMgrPropertyAcc> properties = stage.manager->createPropertyAcc();
+            RCShdPtr<DevMDPrtcl> device = stage.manager->getPrtcl("a");
+            std::function<void()> const actions[] = {
+                [&] { stage.manager = nullptr; }, [&] { stage.supervisor = nullptr; },
+                [&] { properties = nullptr; }, [&] { device = nullptr; }};
+            for (int const action : order)
+                actions[action]();
+            for (char const *name : {" root", " a"}) {
+                EXPECT_EQ(stage.world->count(std::string("stop") + name), progress > 0);
+                EXPECT_EQ(stage.world->count(std::string("close") + name), 1);
+            }
+        } while (std::next_permutation(order.begin(), order.end()));
+    }
+}
+
+TEST(Supervisor, AnyNumberOfDevicesMayFinishTheirStepsInsideTheCalls)
+{
+    constexpr int NB_DEVICES = 1000;
+    std::string config = "( root ( ";
+    for (int i = 1; i < NB_DEVICES; ++i)
+        config += std::to_string(i) + " ";
+    Stage stage(config + ") )");
+    stage.run();
+    DevSeqStatus const status = stage.supervisor->stop(LONG);
+    EXPECT_EQ(status.devices.size(), static_cast<std::size_t>(NB_DEVICES));
+    for (DevSeqDeviceStatus const &device : status.devices)
+        EXPECT_EQ(device.end, End::STOPPED) << device.name;
 }
 
 /// Calls a function for each state.

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -276,7 +277,7 @@ private:
 };
 
 /// The same as a standard device: it opens, makes its steps and closes on its own thread, and misbehaves there.
-class HostileStandard final : public DevMDStdDevice
+class HostileStandard : public DevMDStdDevice
 {
 public:
     HostileStandard(std::string const &name, std::shared_ptr<World> world)
@@ -296,9 +297,12 @@ public:
         return DtTimeMark();
     }
     /// On any other thread than the device's own.
-    void reportRecover()
+    void reportRecover(int nbTimes = 1)
     {
-        onItsThread([this] { DevMDStdDevice::reportRecover(); });
+        onItsThread([this, nbTimes] {
+            for (int i = 0; i < nbTimes; ++i)
+                DevMDStdDevice::reportRecover();
+        });
     }
 
 private:
@@ -409,7 +413,7 @@ public:
     ~StageOf()
     {
         supervisor = nullptr;
-        if constexpr (std::is_same_v<Device, HostileStandard>)
+        if constexpr (std::is_base_of_v<HostileStandard, Device>)
             world->end(); // or its thread does not end
         manager = nullptr;
         world->end();
@@ -427,6 +431,22 @@ public:
         create();
         supervisor->start();
         EXPECT_TRUE(supervisor->waitLocked(LONG));
+    }
+
+    /// Starts the sequence, and returns when a device is in the call.
+    void startUntil(std::string const &call)
+    {
+        create();
+        supervisor->start();
+        world->waitFor(call);
+    }
+    /// Stops the sequence on another thread, and returns when that has begun.
+    std::future<DevSeqStatus> stopLater()
+    {
+        auto stopped = std::async(std::launch::async, [this] { return supervisor->stop(LONG); });
+        while (supervisor->getStatus().phase == Phase::RUNNING)
+            std::this_thread::yield();
+        return stopped;
     }
 
     DevSeqDeviceStatus getStatus(std::string const &name)
