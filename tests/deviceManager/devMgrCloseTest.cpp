@@ -462,6 +462,12 @@ protected:
         sequence->configure("( a )");
         sequence->start();
     }
+    void letGo()
+    {
+        sequence = nullptr;
+        manager = nullptr;
+        gate.open();
+    }
 
     Gate gate;
     std::unique_ptr<Registered> registered;
@@ -473,9 +479,7 @@ TEST_F(SequenceHangs, OnTheManagersThreadAndKeepsNoObjectFromBeingDestroyed)
     start(HangsInACall::MARK);
     gate.waitForArrival();
     EXPECT_TRUE(manager->close(SHORT).isThreadLeftBehind);
-    sequence = nullptr;
-    manager = nullptr;
-    gate.open();
+    letGo();
     gate.waitForLeaving();
 }
 
@@ -487,9 +491,7 @@ TEST_F(SequenceHangs, OnAClientsThreadAndKeepsNoObjectFromBeingDestroyed)
     std::thread client([&access = *sequence] { access.stop(); });
     gate.waitForArrival();
     EXPECT_FALSE(manager->close(LONG).isThreadLeftBehind);
-    sequence = nullptr;
-    manager = nullptr;
-    gate.open();
+    letGo();
     client.join();
 }
 

@@ -397,69 +397,50 @@ TEST(Supervisor, HungDeviceThatReturnsInTimeIsAborted)
     EXPECT_EQ(endsOf(aborted.get()), "aborted aborted aborted");
 }
 
-TEST(Supervisor, DestructorEndsTheTreeInEachPhase)
+TEST(Supervisor, DestructorStopsTheTree)
 {
-    {
+    for (auto const progress : {Stage::CREATED, Stage::STARTED, Stage::LOCKED, Stage::STOPPED}) {
         Stage stage(TREE);
-        stage.create();
+        stage.proceedTo(progress);
         stage.supervisor = nullptr;
-        EXPECT_EQ(stage.world->count("abort root") + stage.world->count("stop root"), 0);
+        EXPECT_EQ(stage.world->count("stop root"), progress > Stage::CREATED);
+        EXPECT_EQ(stage.world->count("abort root"), 0);
     }
-    {
-        Stage stage(TREE);
-        stage.create();
-        stage.supervisor->start();
-        stage.supervisor = nullptr;
-        EXPECT_EQ(stage.world->count("stop root"), 1);
-    }
-    {
-        Stage stage(TREE);
-        stage.run();
-        stage.supervisor = nullptr;
-        EXPECT_EQ(stage.world->count("stop root"), 1);
-    }
-    {
-        Stage stage(TREE);
-        stage["c"].manners["stop"] = Manner::SILENT;
-        stage.run();
-        stage.supervisor->setEndLimit(6);
-        stage.supervisor = nullptr;
-        for (char const *name : {"root", "a", "c"})
-            EXPECT_EQ(stage.world->count(std::string("abort ") + name), 1) << name;
-        EXPECT_EQ(stage.world->count("abort b"), 0);
-    }
-    {
-        Stage stage(TREE);
-        stage.run();
-        stage.supervisor->stop(LONG);
-        stage.supervisor = nullptr;
-        EXPECT_EQ(stage.world->count("stop root"), 1);
-    }
-    {
-        Stage stage(TREE);
-        stage["b"].manners["abort"] = Manner::HANGS;
-        stage.run();
-        stage.supervisor->setEndLimit(0.2);
-        stage["root"].manners["stop"] = Manner::SILENT;
-        stage["b"].manners["stop"] = Manner::SILENT;
-        stage.supervisor = nullptr;
-    }
+}
+
+TEST(Supervisor, DestructorAbortsWhatDoesNotStop)
+{
+    Stage stage(TREE);
+    stage["c"].manners["stop"] = Manner::SILENT;
+    stage.run();
+    stage.supervisor->setEndLimit(6);
+    stage.supervisor = nullptr;
+    for (char const *name : {"root", "a", "c"})
+        EXPECT_EQ(stage.world->count(std::string("abort ") + name), 1) << name;
+    EXPECT_EQ(stage.world->count("abort b"), 0);
+}
+
+TEST(Supervisor, DestructorLeavesADeviceThatHangsBehind)
+{
+    Stage stage(TREE);
+    stage["root"].manners["stop"] = Manner::SILENT;
+    stage["b"].manners["stop"] = Manner::SILENT;
+    stage["b"].manners["abort"] = Manner::HANGS;
+    stage.run();
+    stage.supervisor->setEndLimit(0.2);
+    stage.supervisor = nullptr; // returns
 }
 
 // Every reference that a client can hold, in every order, with a sequence that has come so far.
 TEST(Supervisor, ReferencesMayGoInAnyOrder)
 {
-    for (int const progress : {0, 1, 2, 3}) {
+    using StandardStage = StageOf<HostileStandard>;
+    for (auto const progress : {StandardStage::CREATED, StandardStage::STARTED,
+                                StandardStage::LOCKED, StandardStage::STOPPED}) {
         std::vector<int> order = {0, 1, 2, 3};
         do {
-            StageOf<HostileStandard> stage("( root ( a ) )");
-            stage.create();
-            if (progress > 0)
-                stage.supervisor->start();
-            if (progress > 1)
-                stage.supervisor->waitLocked(LONG);
-            if (progress > 2)
-                stage.supervisor->stop(LONG);
+            StandardStage stage("( root ( a ) )");
+            stage.proceedTo(progress);
             ObjPtr<DevMgrPropertyAcc> properties = stage.manager->createPropertyAcc();
             RCShdPtr<DevMDPrtcl> device = stage.manager->getPrtcl("a");
             std::function<void()> const actions[] = {
@@ -468,7 +449,8 @@ TEST(Supervisor, ReferencesMayGoInAnyOrder)
             for (int const action : order)
                 actions[action]();
             for (char const *name : {" root", " a"}) {
-                EXPECT_EQ(stage.world->count(std::string("stop") + name), progress > 0);
+                EXPECT_EQ(stage.world->count(std::string("stop") + name),
+                          progress > StandardStage::CREATED);
                 EXPECT_EQ(stage.world->count(std::string("close") + name), 1);
             }
         } while (std::next_permutation(order.begin(), order.end()));

@@ -426,13 +426,26 @@ public:
     Device &operator[](std::string const &name) { return *devices.at(name); }
 
     void create() { supervisor = manager->createSeqSupervisor(_config.c_str()); }
-    void run()
+    void run() { proceedTo(LOCKED); }
+
+    enum Progress
+    {
+        CREATED,
+        STARTED, // and not locked yet, perhaps
+        LOCKED,
+        STOPPED
+    };
+    void proceedTo(Progress progress)
     {
         create();
-        supervisor->start();
-        EXPECT_TRUE(supervisor->waitLocked(LONG));
+        if (progress >= STARTED)
+            supervisor->start();
+        if (progress >= LOCKED) {
+            EXPECT_TRUE(supervisor->waitLocked(LONG));
+        }
+        if (progress >= STOPPED)
+            supervisor->stop(LONG);
     }
-
     /// Starts the sequence, and returns when a device is in the call.
     void startUntil(std::string const &call)
     {

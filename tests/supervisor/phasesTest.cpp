@@ -167,24 +167,30 @@ private:
     std::future<std::string> _opening; // what it has thrown
 };
 
+/// The rows run at the same time: those that hang wait for their limits.
 template <class Device, std::size_t N>
-void stopAndClose(Row const (&rows)[N])
+void forEach(Row const (&rows)[N], void (Client<Device>::*act)())
 {
     std::vector<std::thread> threads;
     for (Row const &row : rows)
-        threads.emplace_back([&row] { Client<Device>(row).stopAndClose(); });
+        threads.emplace_back([&row, act] {
+            Client<Device> client(row);
+            (client.*act)();
+        });
     for (std::thread &thread : threads)
         thread.join();
 }
 
 template <class Device, std::size_t N>
+void stopAndClose(Row const (&rows)[N])
+{
+    forEach<Device>(rows, &Client<Device>::stopAndClose);
+}
+
+template <class Device, std::size_t N>
 void letGo(Row const (&rows)[N])
 {
-    std::vector<std::thread> threads;
-    for (Row const &row : rows)
-        threads.emplace_back([&row] { Client<Device>(row).letGo(); });
-    for (std::thread &thread : threads)
-        thread.join();
+    forEach<Device>(rows, &Client<Device>::letGo);
 }
 
 TEST(DeviceThatThrows, IsReportedWhileTheOthersEnd)
