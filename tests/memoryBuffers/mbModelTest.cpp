@@ -221,7 +221,7 @@ private:
         return !_configs.empty();
     }
 
-    /// Waits until each thread is idle, waits, or stands in a call of the protocol. Returns how things are then.
+    /// Waits until each thread is idle, waits, or is in a call of the protocol. Returns how things are then.
     ///
     /// A thread that begins to wait in the buffer cannot say so. This one sleeps between its looks, so that it does not
     /// take the processor from those it waits for.
