@@ -179,6 +179,39 @@ std::string makeConfig(int nbDevices)
     return config + ")";
 }
 
+/// A tree that its client runs by itself.
+class Plain
+{
+public:
+    Plain(DevMgr &manager, std::string const &config) : _sequence(manager.createSyncSeqAcc())
+    {
+        _sequence->configure(config.c_str());
+    }
+    void start() { _sequence->start(); }
+    void stop()
+    {
+        _sequence->stop();
+        _sequence->wait();
+    }
+
+private:
+    ObjPtr<DevMgrSyncSeqAcc> _sequence;
+};
+
+class Supervised
+{
+public:
+    Supervised(DevMgr &manager, std::string const &config)
+        : _sequence(manager.createSeqSupervisor(config.c_str()))
+    {}
+    void start() { _sequence->start(); }
+    void stop() { _sequence->stop(60); }
+
+private:
+    ObjPtr<DevMgrSeqSupervisor> _sequence;
+};
+
+template <class Sequence>
 void tree(benchmark::State &state)
 {
     int const nbDevices = static_cast<int>(state.range(0));
@@ -189,8 +222,7 @@ void tree(benchmark::State &state)
         locked.expect(nbDevices);
         phases.begin();
         ObjPtr<DevMgr> manager = DevMgr::create();
-        ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
-        sequence->configure(config.c_str());
+        auto sequence = std::make_unique<Sequence>(*manager, config);
         phases.end(OPEN);
         sequence->start();
         started.wait();
@@ -198,35 +230,6 @@ void tree(benchmark::State &state)
         locked.wait();
         phases.end(LOCK);
         sequence->stop();
-        sequence->wait();
-        phases.end(STOP);
-        sequence = nullptr;
-        manager = nullptr;
-        phases.end(CLOSE);
-        phases.endIteration();
-    }
-    phases.report();
-}
-
-/// The same tree, supervised.
-void supervisedTree(benchmark::State &state)
-{
-    int const nbDevices = static_cast<int>(state.range(0));
-    std::string const config = makeConfig(nbDevices);
-    Phases phases(state, nbDevices);
-    for (auto _ : state) {
-        started.expect(nbDevices);
-        locked.expect(nbDevices);
-        phases.begin();
-        ObjPtr<DevMgr> manager = DevMgr::create();
-        ObjPtr<DevMgrSeqSupervisor> sequence = manager->createSeqSupervisor(config.c_str());
-        phases.end(OPEN);
-        sequence->start();
-        started.wait();
-        phases.end(START);
-        locked.wait();
-        phases.end(LOCK);
-        sequence->stop(60);
         phases.end(STOP);
         sequence = nullptr;
         manager = nullptr;
@@ -304,8 +307,8 @@ void sizes(benchmark::internal::Benchmark *benchmark)
     benchmark->UseManualTime()->Unit(benchmark::kMicrosecond)->Arg(10)->Arg(100)->Arg(1000);
 }
 
-BENCHMARK(tree)->Name("tree/devices")->Apply(sizes);
-BENCHMARK(supervisedTree)->Name("tree/supervised")->Apply(sizes);
+BENCHMARK(tree<Plain>)->Name("tree/devices")->Apply(sizes);
+BENCHMARK(tree<Supervised>)->Name("tree/supervised")->Apply(sizes);
 BENCHMARK(bareThreads)->Name("tree/pthreads")->Apply(sizes);
 
 } // namespace

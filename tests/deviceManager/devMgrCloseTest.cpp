@@ -183,8 +183,7 @@ TEST_F(ManagerIsClosed, AStandardDeviceWhoseThreadHangsIsLeftBehind)
     });
     open({"a"});
     Gate gate;
-    DevANOQueueEntry entry(makeANO([&gate] { gate.pass(); }));
-    standard->getFifo()->produce(entry);
+    produce(*standard->getFifo(), [&gate] { gate.pass(); });
     gate.waitForArrival();
     EXPECT_EQ(manager->close(SHORT).getLeftBehind(), (Vector<LiString>{"a"}));
     manager = nullptr;
@@ -415,65 +414,82 @@ TEST_F(ManagerIsClosed, AnObserverThatHangsKeepsNoDeviceFromBeingClosed)
     gate.waitForLeaving();
 }
 
-/// Hangs in a call from "DevMgr ANO", under the lock of its sequence.
-class HangsInTheCall : public PromptSequence
+/// Hangs in one call, under the lock of its sequence.
+class HangsInACall : public PromptSequence
 {
 public:
-    HangsInTheCall(Journal &journal, Gate &gate) : PromptSequence("a", journal), _gate(gate) {}
+    enum Call
+    {
+        MARK, // from "DevMgr ANO"
+        STOP  // from a client
+    };
+
+    HangsInACall(Journal &journal, Gate &gate, Call call)
+        : PromptSequence("a", journal), _gate(gate), _call(call)
+    {}
     DtTimeMark getMark() override
     {
-        _gate.pass();
-        return DtTimeMark();
+        if (_call == MARK)
+            _gate.pass();
+        return PromptSequence::getMark();
+    }
+    void performStop(ObjPtr<DevACO> aco) override
+    {
+        if (_call == STOP)
+            _gate.pass();
+        else
+            PromptSequence::performStop(aco);
     }
 
 private:
     Gate &_gate;
+    Call _call;
 };
 
-TEST_F(ManagerIsClosed, ADeviceThatHangsInACallKeepsNoObjectFromBeingDestroyed)
+class SequenceHangs : public ManagerIsClosed
 {
+protected:
+    ~SequenceHangs() noexcept override {}
+
+    void start(HangsInACall::Call call)
+    {
+        registered = std::make_unique<Registered>("a", [this, call] {
+            return RCShdPtr<DevMDPrtcl>(new HangsInACall(journal, gate, call));
+        });
+        sequence = manager->createSyncSeqAcc();
+        sequence->configure("( a )");
+        sequence->start();
+    }
+    void letGo()
+    {
+        sequence = nullptr;
+        manager = nullptr;
+        gate.open();
+    }
+
     Gate gate;
-    Registered const a("a",
-                       [&] { return RCShdPtr<DevMDPrtcl>(new HangsInTheCall(journal, gate)); });
-    ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
-    sequence->configure("( a )");
-    sequence->start();
+    std::unique_ptr<Registered> registered;
+    ObjPtr<DevMgrSyncSeqAcc> sequence;
+};
+
+TEST_F(SequenceHangs, OnTheManagersThreadAndKeepsNoObjectFromBeingDestroyed)
+{
+    start(HangsInACall::MARK);
     gate.waitForArrival();
-    DevMgrCloseReport const report = manager->close(SHORT);
-    EXPECT_TRUE(report.isThreadLeftBehind);
-    sequence = nullptr;
-    manager = nullptr;
-    gate.open();
+    EXPECT_TRUE(manager->close(SHORT).isThreadLeftBehind);
+    letGo();
     gate.waitForLeaving();
 }
 
-/// Hangs in a call from a client.
-class HangsInItsStop : public PromptSequence
+TEST_F(SequenceHangs, OnAClientsThreadAndKeepsNoObjectFromBeingDestroyed)
 {
-public:
-    HangsInItsStop(Journal &journal, Gate &gate) : PromptSequence("a", journal), _gate(gate) {}
-    void performStop(ObjPtr<DevACO>) override { _gate.pass(); }
-
-private:
-    Gate &_gate;
-};
-
-TEST_F(ManagerIsClosed, AClientThatHangsInACallKeepsNoObjectFromBeingDestroyed)
-{
-    Gate gate;
-    Registered const a("a",
-                       [&] { return RCShdPtr<DevMDPrtcl>(new HangsInItsStop(journal, gate)); });
-    ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
-    sequence->configure("( a )");
-    sequence->start();
+    start(HangsInACall::STOP);
     while (sequence->getState("a") != "lock")
         std::this_thread::yield();
     std::thread client([&access = *sequence] { access.stop(); });
     gate.waitForArrival();
     EXPECT_FALSE(manager->close(LONG).isThreadLeftBehind);
-    sequence = nullptr;
-    manager = nullptr;
-    gate.open();
+    letGo();
     client.join();
 }
 
@@ -481,8 +497,7 @@ TEST_F(ManagerIsClosed, WhatWasQueuedIsExecutedAndWhatComesLaterIsDropped)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     auto const report = [&](char const *what) {
-        DevANOQueueEntry entry(makeANO([this, what] { journal.add(what); }));
-        mediator->getFifo()->produce(entry);
+        produce(*mediator->getFifo(), [this, what] { journal.add(what); });
     };
     for (int i = 0; i < 10; ++i)
         report("queued");
@@ -498,15 +513,14 @@ TEST_F(ManagerIsClosed, ItsOwnThreadCannotCloseIt)
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
     std::string failure;
-    DevANOQueueEntry entry(makeANO([&] {
+    produce(*mediator->getFifo(), [&] {
         try {
             (void)mediator->close(LONG);
         } catch (AssertionFailed const &failed) {
             failure = failed.getExpression();
         }
         done.post();
-    }));
-    mediator->getFifo()->produce(entry);
+    });
     done.wait();
     EXPECT_EQ(failure, "!_thread->isCurrentThread()");
     EXPECT_FALSE(mediator->isClosed());

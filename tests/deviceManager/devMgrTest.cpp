@@ -23,23 +23,6 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-class CallANO : public DevANO
-{
-public:
-    explicit CallANO(std::function<void()> function) : _function(std::move(function)) {}
-    void performExecute() override { _function(); }
-
-private:
-    std::function<void()> _function;
-};
-
-void produce(DevMgrFifo &fifo, std::function<void()> function)
-{
-    ObjPtr<DevANO> ano(new CallANO(std::move(function)));
-    DevANOQueueEntry entry(ano);
-    fifo.produce(entry);
-}
-
 RCShdPtr<DevMDPrtcl> recordingDevice(std::string const &name, Journal &journal)
 {
     journal.add("create " + name);
@@ -364,8 +347,7 @@ TEST(Mediator, ARequestIsNotifiedAndLivesOnUntilTheNextHasArrived)
         },
         journal));
     ano->setACO(makeACO([&] { journal.add("notified"); }));
-    DevANOQueueEntry entry(ano);
-    mediator->getFifo()->produce(entry);
+    produce(*mediator->getFifo(), ano);
     while (!number)
         std::this_thread::yield();
     waitUntilAsleep(number); // in the queue, which is empty
@@ -388,8 +370,7 @@ TEST(Mediator, WhatComesWhenItHasGoneIsDestroyedUnrun)
     Journal journal;
     for (int i = 0; i < 30; ++i) { // more than the queue holds
         ObjPtr<DevANO> ano(new LoggedANO([] { ADD_FAILURE() << "executed"; }, journal));
-        DevANOQueueEntry entry(ano);
-        fifo->produce(entry);
+        produce(*fifo, ano);
     }
     EXPECT_EQ(journal.take(), Lines(30, "gone"));
 }

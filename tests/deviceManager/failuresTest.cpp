@@ -19,22 +19,10 @@ using Lines = std::vector<std::string>;
 namespace {
 
 /// A device that finishes a step when a test lets it.
-class ByHand : public DevMDSyncSeqPrtcl
+class ByHand : public RecordingSequence
 {
 public:
-    ByHand(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal) {}
-
-    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override
-    {
-        step("start", aco);
-    }
-    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { step("sync", aco); }
-    void performSync(ObjPtr<DevACO> aco, DtTime const &) override { step("sync", aco); }
-    void performRecover(ObjPtr<DevACO> aco) override { step("recover", aco); }
-    void performStop(ObjPtr<DevACO> aco) override { step("stop", aco); }
-    void performAbort(ObjPtr<DevACO> aco) override { step("abort", aco); }
-    DtTime getLatency() override { return DtTime(); }
-    DtTimeMark getMark() override { return DtTimeMark(); }
+    using RecordingSequence::RecordingSequence;
 
     void complete()
     {
@@ -43,33 +31,10 @@ public:
     }
 
 private:
-    void step(char const *name, ObjPtr<DevACO> const &aco)
-    {
-        _journal.add(name + (" " + _name));
-        _aco = const_cast<ObjPtr<DevACO> &>(aco);
-    }
+    void finish(ObjPtr<DevACO> aco) override { _aco = aco; }
 
-    std::string const _name;
-    Journal &_journal;
     ObjPtr<DevACO> _aco;
 };
-
-class CallANO : public DevANO
-{
-public:
-    explicit CallANO(std::function<void()> function) : _function(std::move(function)) {}
-    void performExecute() override { _function(); }
-
-private:
-    std::function<void()> _function;
-};
-
-void produce(DevMgrFifo &fifo, std::function<void()> function)
-{
-    ObjPtr<DevANO> ano(new CallANO(std::move(function)));
-    DevANOQueueEntry entry(ano);
-    fifo.produce(entry);
-}
 
 /// Writes down what it is given, and lets the process go on or end.
 class Handler : public DevMgrFailureHandler
@@ -197,24 +162,17 @@ TEST_F(Failures, SecondStartIsAFailureOfTheRootThatCanBeAskedFor)
 
 TEST_F(FailuresDeathTest, ReportOfADeviceThatWasStartedTwiceIsTracedAndEndsTheProcess)
 {
-    EXPECT_EXIT(
-        {
-            access->start();
-            access->start();
-            devices.at("root")->complete();
-            waitForTheEnd();
-        },
-        ZvTest::aborted(),
-        "Unhandled exception on \"DevMgr ANO\". device root: event \"ready\" in state \"_ill\": ");
-    EXPECT_EXIT(
-        {
-            access->start();
-            access->start();
-            devices.at("root")->complete();
-            waitForTheEnd();
-        },
-        ZvTest::aborted(),
-        "node root comes to _ill: event \"start\" in state \"start\": illegal event");
+    for (char const *line :
+         {"Unhandled exception on \"DevMgr ANO\". device root: event \"ready\" in state \"_ill\": ",
+          "node root comes to _ill: event \"start\" in state \"start\": illegal event"})
+        EXPECT_EXIT(
+            {
+                access->start();
+                access->start();
+                devices.at("root")->complete();
+                waitForTheEnd();
+            },
+            ZvTest::aborted(), line);
 }
 
 TEST_F(FailuresDeathTest, ReportOfADeviceThatWasStoppedTwiceIsTracedAndEndsTheProcess)
@@ -257,8 +215,7 @@ TEST_F(Failures, HandlerIsToldOfAnythingThatIsThrownOnTheManagersThread)
     handled.wait();
     ObjPtr<DevANO> failing(new CallANO([] {}));
     failing->setACO(makeACO([] { throw std::runtime_error("nobody waits"); }));
-    DevANOQueueEntry entry(failing);
-    mediator->getFifo()->produce(entry);
+    produce(*mediator->getFifo(), failing);
     handled.wait();
     EXPECT_EQ(failures.take(), (Lines{"device , property , state , event : report lost",
                                       "device , property , state , event : 42",
@@ -277,8 +234,7 @@ TEST_F(Failures, HandlerIsToldOfAReportWhoseDestructorThrows)
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     mediator->setFailureHandler(makeShd<Handler>(failures, handled));
     ObjPtr<DevANO> failing(new FailsToEndANO);
-    DevANOQueueEntry entry(failing);
-    mediator->getFifo()->produce(entry);
+    produce(*mediator->getFifo(), failing);
     LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
     produce(*mediator->getFifo(), [&] { done.post(); });
     done.wait(); // the next one is executed all the same

@@ -112,34 +112,69 @@ private:
     FailingEnd _end;
 };
 
-/// The sequence face of a device that completes each step at once, on the caller's thread.
-class PromptSequence : public DevMDSyncSeqPrtcl
+/// The sequence face: writes each step, and leaves it to a derived class to finish it.
+class RecordingSequence : public DevMDSyncSeqPrtcl
 {
 public:
-    PromptSequence(std::string name, Journal &journal) : _name(std::move(name)), _journal(journal)
+    RecordingSequence(std::string name, Journal &journal)
+        : _name(std::move(name)), _journal(journal)
     {}
 
     void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO>, ObjPtr<DevANO>) override
     {
-        done("start", aco);
+        step("start", aco);
     }
-    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { done("sync to mark", aco); }
-    void performSync(ObjPtr<DevACO> aco, DtTime const &) override { done("sync to time", aco); }
-    void performRecover(ObjPtr<DevACO> aco) override { done("recover", aco); }
-    void performStop(ObjPtr<DevACO> aco) override { done("stop", aco); }
-    void performAbort(ObjPtr<DevACO> aco) override { done("abort", aco); }
+    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { step("sync to mark", aco); }
+    void performSync(ObjPtr<DevACO> aco, DtTime const &) override { step("sync to time", aco); }
+    void performRecover(ObjPtr<DevACO> aco) override { step("recover", aco); }
+    void performStop(ObjPtr<DevACO> aco) override { step("stop", aco); }
+    void performAbort(ObjPtr<DevACO> aco) override { step("abort", aco); }
     DtTime getLatency() override { return DtTime(); }
     DtTimeMark getMark() override { return DtTimeMark(); }
 
 private:
-    void done(char const *step, ObjPtr<DevACO> const &aco)
+    virtual void finish(ObjPtr<DevACO> aco) = 0;
+
+    void step(char const *step, ObjPtr<DevACO> &aco)
     {
         _journal.add(step + (" " + _name));
-        aco->performExecute();
+        finish(aco);
     }
 
     std::string const _name;
     Journal &_journal;
 };
+
+/// Finishes each step at once, on the caller's thread.
+class PromptSequence : public RecordingSequence
+{
+public:
+    using RecordingSequence::RecordingSequence;
+
+private:
+    void finish(ObjPtr<DevACO> aco) override { aco->performExecute(); }
+};
+
+/// A report that calls a function.
+class CallANO : public DevANO
+{
+public:
+    explicit CallANO(std::function<void()> function) : _function(std::move(function)) {}
+    void performExecute() override { _function(); }
+
+private:
+    std::function<void()> _function;
+};
+
+inline void produce(DevANOFifo &fifo, ObjPtr<DevANO> ano)
+{
+    DevANOQueueEntry entry(ano);
+    fifo.produce(entry);
+}
+
+inline void produce(DevANOFifo &fifo, std::function<void()> function)
+{
+    produce(fifo, ObjPtr<DevANO>(new CallANO(std::move(function))));
+}
 
 } // namespace Test

@@ -2,6 +2,8 @@
 
 #include "recording.h"
 
+#include "resmgt/threads/mtThreadMgr.h"
+
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -292,6 +294,55 @@ TEST_F(StandardDevice, TakesABodyOfItsOwn)
     device->performOpen();
     device->performClose();
     EXPECT_EQ(_log.lines(), (Lines{"open", "close", "stop asked"}));
+}
+
+/// Throws from its opening or its closing.
+template <class Exception>
+class Broken : public Device
+{
+public:
+    Broken(Log &log, bool isOpening, Exception const &exception)
+        : Device(log), _isOpening(isOpening), _exception(exception)
+    {}
+
+protected:
+    void open() override
+    {
+        Device::open();
+        if (_isOpening)
+            throw _exception;
+    }
+    void close() override
+    {
+        Device::close();
+        if (!_isOpening)
+            throw _exception;
+    }
+
+private:
+    bool _isOpening;
+    Exception _exception;
+};
+
+TEST_F(StandardDevice, WhatItsOpeningThrowsComesOutAndLeavesNoThread)
+{
+    auto const nbThreads = MtThreadMgr::getInstance().getNbThreads();
+    auto const noCable = makeShd<Broken<std::runtime_error>>(_log, true, std::runtime_error("-"));
+    EXPECT_THROW(noCable->performOpen(), std::runtime_error);
+    auto const number = makeShd<Broken<int>>(_log, true, 42);
+    EXPECT_THROW(number->performOpen(), int);
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
+    EXPECT_EQ(_log.lines(), (Lines{"open", "open"}));
+}
+
+TEST_F(StandardDevice, WhatItsClosingThrowsComesOutWhenItsThreadHasEnded)
+{
+    auto const device = makeShd<Broken<std::runtime_error>>(_log, false, std::runtime_error("-"));
+    device->performOpen();
+    EXPECT_THROW(device->performClose(), std::runtime_error);
+    EXPECT_THROW(device->performClose(), AssertionFailed) << "its thread does not run";
+    produce(*device->getFifo(), recordingANO(_log, "late"));
+    EXPECT_EQ(_log.lines(), (Lines{"open", "close", "~late"}));
 }
 
 TEST_F(StandardDevice, OfItselfDoesNothingAndHasNoLatency)

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <random>
 #include <semaphore>
 #include <thread>
@@ -32,7 +33,12 @@ public:
         QUIT
     };
 
-    explicit Worker(Scene &scene) : _scene(scene), _thread([this] { run(); }) { _ready.acquire(); }
+    /// Releases `moved` when it comes to rest, except if it begins to wait in the buffer.
+    Worker(Scene &scene, std::counting_semaphore<> &moved)
+        : _scene(scene), _moved(moved), _thread([this] { run(); })
+    {
+        _ready.acquire();
+    }
     ~Worker()
     {
         send(QUIT);
@@ -51,7 +57,7 @@ public:
     void callOfProtocol()
     {
         for (;;) {
-            status = Status::IN_PROTOCOL;
+            rest(Status::IN_PROTOCOL);
             _commands.acquire();
             if (_command == RETURN)
                 return;
@@ -82,8 +88,13 @@ private:
             if (_command == QUIT)
                 return;
             deliver();
-            status = Status::IDLE;
+            rest(Status::IDLE);
         }
+    }
+    void rest(Status newStatus)
+    {
+        status = newStatus;
+        _moved.release();
     }
     void deliver()
     {
@@ -92,6 +103,7 @@ private:
     }
 
     Scene &_scene;
+    std::counting_semaphore<> &_moved;
     std::binary_semaphore _ready{0};
     std::counting_semaphore<> _commands{0};
     Command _command = EVENT;
@@ -109,7 +121,7 @@ public:
         _scene.control->log.take();
         _scene.control->hook = [](std::string const &) { Worker::current()->callOfProtocol(); };
         for (int i = 0; i < WORKERS; ++i)
-            _workers.push_back(std::make_unique<Worker>(_scene));
+            _workers.push_back(std::make_unique<Worker>(_scene, _moved));
         _configs.resize(1);
         _configs.front().threads.resize(WORKERS);
     }
@@ -130,9 +142,9 @@ public:
             _scene.probe.setState(stateOf(false, "Destroyed"));
             _scene.probe.announceChange();
         }
-        for (auto const &worker : _workers)
-            while (worker->status != Status::IDLE)
-                std::this_thread::yield();
+        auto const isIdle = [](auto const &worker) { return worker->status == Status::IDLE; };
+        while (!std::all_of(_workers.begin(), _workers.end(), isIdle))
+            _moved.acquire();
         _workers.clear();
     }
 
@@ -209,10 +221,13 @@ private:
         return !_configs.empty();
     }
 
-    /// Waits until everybody is idle, waits, or stands in a call of the protocol; then says how things are.
+    /// Waits until each thread is idle, waits, or is in a call of the protocol. Returns how things are then.
+    ///
+    /// A thread that begins to wait in the buffer cannot say so. This one sleeps between its looks, so that it does not
+    /// take the processor from those it waits for.
     std::string rest()
     {
-        for (;; std::this_thread::yield()) {
+        for (;; static_cast<void>(_moved.try_acquire_for(std::chrono::microseconds(100)))) {
             LkGuard<LkMutex const> const guard(_scene.probe.mutex());
             int resting = _scene.probe.waiters();
             for (auto const &worker : _workers)
@@ -242,6 +257,7 @@ private:
     }
 
     std::mt19937 _random;
+    std::counting_semaphore<> _moved{0};
     Scene _scene;
     std::vector<std::unique_ptr<Worker>> _workers;
     /// All that the buffer and its threads may be, as far as it shows.
@@ -257,16 +273,29 @@ void walk(unsigned seed, bool isTracing, int steps)
     }
 }
 
+/// Several walks run at a time. In each of them the threads wait for one another at each step. On a loaded machine one
+/// walk alone would wait for a processor most of the time.
+void walkAll(unsigned nbSeeds, bool isTracing)
+{
+    std::atomic<unsigned> lastSeed{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&] {
+            for (unsigned seed; (seed = ++lastSeed) <= nbSeeds && !testing::Test::HasFailure();)
+                walk(seed, isTracing, 150);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+}
+
 TEST(MbModel, RandomWalksOfFourThreadsAreThoseOfTheModel)
 {
-    for (unsigned seed = 1; seed <= 150 && !testing::Test::HasFailure(); ++seed)
-        walk(seed, false, 150);
+    walkAll(150, false);
 }
 
 TEST(MbModel, TracingMachineWalksTheSameWay)
 {
-    for (unsigned seed = 1; seed <= 30 && !testing::Test::HasFailure(); ++seed)
-        walk(seed, true, 150);
+    walkAll(30, true);
 }
 
 } // namespace

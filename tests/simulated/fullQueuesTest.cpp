@@ -1,5 +1,5 @@
 // Sequences whose queues are full all the time: steps and reports pass, requests and notifications wait.
-#include "simulated/scenario.h"
+#include "simulated/sequences.h"
 
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
@@ -9,11 +9,6 @@ using namespace Zv;
 using namespace Zv::Simulated;
 
 namespace {
-
-constexpr Settings WITH_TABLE = {.schedules = 100,
-                                 .bound = 100'000,
-                                 .leftOver = {64, 0},
-                                 .prepare = [] { DevSeqSMTable::getInstance(); }};
 
 void produce(DevANOFifo &fifo, ObjPtr<DevANO> ano)
 {
@@ -103,7 +98,7 @@ private:
 
 } // namespace
 
-SIMULATED(StepsAndReportsPassFullQueues, WITH_TABLE)
+SIMULATED(StepsAndReportsPassFullQueues, withSequences(100))
 {
     InPackageScope const packages;
     auto const root = makeShd<Narrow>("root");
@@ -127,7 +122,7 @@ SIMULATED(StepsAndReportsPassFullQueues, WITH_TABLE)
     }
 }
 
-SIMULATED(ReportsFromInsideTheCallsPassAFullQueue, WITH_TABLE)
+SIMULATED(ReportsFromInsideTheCallsPassAFullQueue, withSequences(100))
 {
     InPackageScope const packages;
     Manager manager;

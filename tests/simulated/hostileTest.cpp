@@ -1,5 +1,5 @@
 // Hostile devices: a random tree in which each device misbehaves in its own way, and clients that do what they like.
-#include "simulated/scenario.h"
+#include "simulated/sequences.h"
 
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
@@ -63,6 +63,25 @@ enum class Kind
     NB_KINDS
 };
 
+/// A fault between the client and its devices, which an invariant must find.
+enum class Planted
+{
+    NOTHING,
+    LATE_CALL,         // a call outlasts its limit
+    UNTOLD_DEVICE,     // a device is told neither to stop nor to abort
+    SECOND_ABORT,      // a device is aborted twice
+    ABORT_AFTER_STOP,  // a device that has stopped is aborted
+    NO_CLOSING,        // a device is not closed
+    SECOND_CLOSING,    // a device is closed twice
+    CALL_AFTER_CLOSE,  // a device is called when it is closed
+    WRONG_CULPRIT,     // a device that has ended well is reported as failed
+    UNNAMED_CULPRIT,   // a device that has failed is not reported
+    FORGOTTEN_REASON,  // why a device has failed is not reported
+    ESCAPED_EXCEPTION, // an exception of a device ends the process
+    LEFT_MEMORY,
+    LEFT_HANDLE
+};
+
 constexpr std::array STEPS = {"start", "getLatency", "sync", "getMark", "recover", "stop", "abort"};
 
 class Hostile;
@@ -74,6 +93,7 @@ struct World
     /// while it is on its way into a call.
     bool isPunctual = true;
     bool mayHang = true;
+    Planted planted = Planted::NOTHING;
 
     void hang()
     {
@@ -152,6 +172,7 @@ public:
     void performAbort(ObjPtr<DevACO> aco) override
     {
         HOLDS(++nbAborted == 1);
+        HOLDS(isUnruly || !hasReportedEnd);
         checkChildren();
         take("abort", aco);
     }
@@ -172,8 +193,10 @@ public:
     /// Runs the completion of a step.
     void answer(char const *step, DevACO &aco)
     {
-        hasEnded = hasEnded || std::strcmp(step, "stop") == 0 || std::strcmp(step, "abort") == 0;
+        bool const isEnd = std::strcmp(step, "stop") == 0 || std::strcmp(step, "abort") == 0;
+        hasEnded = hasEnded || isEnd;
         aco.performExecute();
+        hasReportedEnd = hasReportedEnd || isEnd;
     }
 
     Vector<Hostile *> children;
@@ -183,8 +206,10 @@ public:
     int nbStopped = 0;
     int nbAborted = 0;
     bool hasStarted = false;
-    bool hasEnded = false;  // has answered its stop or its abort
-    bool hasFailed = false; // has thrown, or destroyed a completion
+    bool hasEnded = false;       // answers its stop or its abort
+    bool hasReportedEnd = false; // has answered it
+    bool hasFailed = false;      // has thrown, or destroyed a completion
+    LiString failure;            // in words
     bool hasHung = false;
     bool isSilent = false;
     bool isUnruly = false; // reports when it likes
@@ -215,11 +240,13 @@ private:
         if (!isBad(what))
             return;
         switch (_kind) {
-        case Kind::THROWS:
-            hasFailed = true;
-            throw DevMgrEx::NameNotFound(__FILE__, __LINE__);
+        case Kind::THROWS: {
+            DevMgrEx::NameNotFound const exception(__FILE__, __LINE__);
+            fail(exception.getReason());
+            throw exception;
+        }
         case Kind::THROWS_OTHER:
-            hasFailed = true;
+            fail("broken");
             throw std::runtime_error("broken");
         case Kind::HANGS:
             hasHung = true;
@@ -227,6 +254,12 @@ private:
         default:
             return;
         }
+    }
+
+    void fail(LiString const &reason)
+    {
+        hasFailed = true;
+        failure = reason;
     }
 
     void take(char const *what, ObjPtr<DevACO> &aco)
@@ -244,7 +277,7 @@ private:
             _kept.emplace_back(aco.release());
             return;
         case Kind::DROPS:
-            hasFailed = true;
+            fail("It has destroyed a completion without running it.");
             aco = nullptr;
             return;
         case Kind::RECOVERS:
@@ -275,6 +308,108 @@ private:
     Vector<std::shared_ptr<DevACO>> _kept;
 };
 
+/// Passes all calls on to its device, with the planted fault.
+class FaultyDevice final : public DevMDAccessPrtcl, public DevMDSyncSeqPrtcl
+{
+public:
+    FaultyDevice(Planted planted, RCShdPtr<Hostile> const &device)
+        : _planted(planted), _device(device)
+    {}
+
+    void performOpen() override { _device->performOpen(); }
+    void performClose() override
+    {
+        if (_planted != Planted::NO_CLOSING)
+            _device->performClose();
+        if (_planted == Planted::SECOND_CLOSING)
+            _device->performClose();
+        if (_planted == Planted::CALL_AFTER_CLOSE)
+            _device->getMark();
+    }
+    void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
+    {
+        _device->performStart(aco, recover, abort);
+    }
+    void performSync(ObjPtr<DevACO> aco, DtTimeMark const &mark) override
+    {
+        _device->performSync(aco, mark);
+    }
+    void performSync(ObjPtr<DevACO> aco, DtTime const &latency) override
+    {
+        _device->performSync(aco, latency);
+    }
+    void performRecover(ObjPtr<DevACO> aco) override { _device->performRecover(aco); }
+    void performStop(ObjPtr<DevACO> aco) override
+    {
+        if (_planted == Planted::UNTOLD_DEVICE)
+            return aco->performExecute();
+        _device->performStop(aco);
+        if (_planted == Planted::ABORT_AFTER_STOP)
+            _device->performAbort(makeACO([] {}));
+    }
+    void performAbort(ObjPtr<DevACO> aco) override
+    {
+        if (_planted == Planted::UNTOLD_DEVICE)
+            return aco->performExecute();
+        if (_planted == Planted::ESCAPED_EXCEPTION)
+            return [&]() noexcept { _device->performAbort(aco); }();
+        _device->performAbort(aco);
+        if (_planted == Planted::SECOND_ABORT)
+            _device->performAbort(makeACO([] {}));
+    }
+    DtTime getLatency() override { return _device->getLatency(); }
+    DtTimeMark getMark() override { return _device->getMark(); }
+
+private:
+    Planted _planted;
+    RCShdPtr<Hostile> _device;
+};
+
+/// Passes all calls on to a supervisor, with the planted fault.
+class FaultySupervisor final : public DevMgrSeqSupervisor
+{
+public:
+    FaultySupervisor(Planted planted, ObjPtr<DevMgrSeqSupervisor> supervisor)
+        : _planted(planted), _supervisor(supervisor)
+    {}
+    ~FaultySupervisor() noexcept(false) override {}
+
+    void start() override { _supervisor->start(); }
+    bool waitLocked(double seconds) override { return _supervisor->waitLocked(seconds); }
+    DevSeqStatus stop(double seconds, double abortSeconds) override
+    {
+        DevSeqStatus const status = _supervisor->stop(seconds, abortSeconds);
+        if (_planted == Planted::LATE_CALL)
+            Sleeper::getInstance().sleep(seconds + abortSeconds);
+        return change(status);
+    }
+    DevSeqStatus abort(double seconds) override { return change(_supervisor->abort(seconds)); }
+    bool wait(double seconds) override { return _supervisor->wait(seconds); }
+    DevSeqStatus getStatus() override { return change(_supervisor->getStatus()); }
+    void setObserver(RCShdPtr<DevSeqObserver> observer) override
+    {
+        _supervisor->setObserver(observer);
+    }
+    void setEndLimit(double seconds) override { _supervisor->setEndLimit(seconds); }
+
+private:
+    DevSeqStatus change(DevSeqStatus status) const
+    {
+        for (Status &device : status.devices) {
+            if (_planted == Planted::WRONG_CULPRIT && device.end == Status::End::ABORTED)
+                device.end = Status::End::FAILED;
+            if (_planted == Planted::UNNAMED_CULPRIT && device.end == Status::End::FAILED)
+                device.end = Status::End::ABORTED;
+            if (_planted == Planted::FORGOTTEN_REASON)
+                device.failure = LiString();
+        }
+        return status;
+    }
+
+    Planted _planted;
+    ObjPtr<DevMgrSeqSupervisor> _supervisor;
+};
+
 /// A random tree below `names[first]`, which it writes into `config`.
 class Tree
 {
@@ -294,8 +429,10 @@ public:
             if (i > 0)
                 devices[static_cast<std::size_t>(parents.back())]->children.push_back(device.get());
             DevRegistry::getInstance().add(
-                makeRegistryEntry(nameOf(i), "hostile", [device](LiString const &) {
-                    return RCShdPtr<DevMDPrtcl>(device);
+                makeRegistryEntry(nameOf(i), "hostile", [&world, device](LiString const &) {
+                    return world.planted == Planted::NOTHING
+                               ? RCShdPtr<DevMDPrtcl>(device)
+                               : RCShdPtr<DevMDPrtcl>(new FaultyDevice(world.planted, device));
                 }));
         }
         config = "( ";
@@ -422,6 +559,7 @@ void checkReport(World const &world, Tree const &tree, DevSeqStatus const &statu
             break;
         }
         HOLDS(!device.hasFailed || real.hasFailed);
+        HOLDS(!device.hasFailed || device.failure == real.failure);
         HOLDS(!real.hasFailed || device.hasFailed || device.end == Status::End::NO_ANSWER);
         HOLDS(real.isHostile() || !real.hasStarted || real.wasToldToEnd() || !world.isPunctual);
         HOLDS(device.call.isEmpty() || real.hasHung || !world.isPunctual);
@@ -434,6 +572,8 @@ void run(World &world)
     {
         ObjPtr<DevMgr> const manager = DevMgr::create();
         ObjPtr<DevMgrSeqSupervisor> supervisor = manager->createSeqSupervisor(tree.config);
+        if (world.planted != Planted::NOTHING)
+            supervisor = makeObj<FaultySupervisor>(world.planted, supervisor);
         supervisor->setEndLimit(2);
         if (world.dice.roll(2))
             supervisor->setObserver(RCShdPtr<DevSeqObserver>(new Observer(world, *supervisor)));
@@ -455,6 +595,11 @@ void run(World &world)
         }
         withinLimit(world, 2, [&] { supervisor = nullptr; });
         world.isOver = true;
+        if (world.planted == Planted::LEFT_MEMORY)
+            for (int i = 0; i < 10; ++i)
+                static_cast<void>(new LiString("left"));
+        if (world.planted == Planted::LEFT_HANDLE)
+            static_cast<void>(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
     }
     for (RCShdPtr<Hostile> const &device : tree.devices) {
         HOLDS(device->nbOpened == 1);
@@ -474,12 +619,13 @@ enum class Hostility
 };
 
 /// What is late comes when all is gone, and what hangs goes on then.
-void runAll(Hostility hostility)
+void runAll(Hostility hostility, Planted planted = Planted::NOTHING)
 {
     auto owner = std::make_unique<World>();
     World &world = *owner;
     world.isPunctual = hostility != Hostility::HASTY;
     world.mayHang = hostility != Hostility::UNRELENTING;
+    world.planted = planted;
     bool isDone = false;
     Worker helper("helper", [&] {
         while (!isDone) {
@@ -502,41 +648,73 @@ void runAll(Hostility hostility)
         static_cast<void>(owner.release()); // a runner that was left behind may still use it
 }
 
+/// Nothing stays of a sequence whose devices do not hang. The first run makes what stays for good.
+void runWithoutRemains(Planted planted = Planted::NOTHING)
+{
+    runAll(Hostility::UNRELENTING);
+    ::Sleep(1000); // the log's reader takes what threads have left to it
+    long const nbAllocations = getNbAllocations();
+    std::uint32_t const nbObjects = getNbObjects();
+    runAll(Hostility::UNRELENTING, planted);
+    ::Sleep(1000);
+    // A sequence is more than a few of them. Tables of the process may have grown.
+    HOLDS(getNbAllocations() < nbAllocations + 5);
+    HOLDS(getNbObjects() == nbObjects);
+}
+
+constexpr Settings PUNCTUAL = withSequences(300, 400'000, false);
+constexpr Settings UNRELENTING = withSequences(200, 800'000, false);
+
 } // namespace
 
-SIMULATED(HostileDevices,
-          {.schedules = 300, .bound = 400'000, .hasty = false, .leftOver = {64, 0}, .prepare = [] {
-               DevSeqSMTable::getInstance();
-           }})
+SIMULATED(HostileDevices, PUNCTUAL)
 {
     InPackageScope const packages;
     runAll(Hostility::PUNCTUAL);
 }
 
 // Runners are replaced while they do not hang, and go on at any moment. Some of them may not have ended.
-SIMULATED(HostileDevicesOfImpatientClients,
-          {.schedules = 300, .bound = 400'000, .leftOver = {200, 16}, .prepare = [] {
-               DevSeqSMTable::getInstance();
-           }})
+SIMULATED(HostileDevicesOfImpatientClients, withSequences(300, 400'000, true, {200, 16}))
 {
     InPackageScope const packages;
     runAll(Hostility::HASTY);
 }
 
-// Nothing stays of a sequence whose devices do not hang. The first run makes what stays for good.
-SIMULATED(HostileDevicesLeaveNothing,
-          {.schedules = 200, .bound = 800'000, .hasty = false, .leftOver = {64, 0}, .prepare = [] {
-               DevSeqSMTable::getInstance();
-           }})
+SIMULATED(HostileDevicesLeaveNothing, UNRELENTING)
 {
     InPackageScope const packages;
-    runAll(Hostility::UNRELENTING);
-    ::Sleep(1000); // the log's reader takes what threads have left to it
-    long const nbAllocations = getNbAllocations();
-    std::uint32_t const nbObjects = getNbObjects();
-    runAll(Hostility::UNRELENTING);
-    ::Sleep(1000);
-    // A sequence is more than a few of them. Tables of the process may have grown.
-    HOLDS(getNbAllocations() < nbAllocations + 5);
-    HOLDS(getNbObjects() == nbObjects);
+    runWithoutRemains();
+}
+
+// Each invariant finds the fault that is planted for it.
+
+#define FAULTY_DEVICES(NAME, FINDING, NB_SCHEDULES, PLANTED)                                       \
+    KNOWN_FAULT(NAME, (Fault{FINDING, NB_SCHEDULES, NB_SCHEDULES}), PUNCTUAL)                      \
+    {                                                                                              \
+        InPackageScope const packages;                                                             \
+        runAll(Hostility::PUNCTUAL, Planted::PLANTED);                                             \
+    }
+
+FAULTY_DEVICES(CallThatOutlastsItsLimit, "does not hold", 100, LATE_CALL)
+FAULTY_DEVICES(DeviceThatIsNotTold, "does not hold", 100, UNTOLD_DEVICE)
+FAULTY_DEVICES(DeviceThatIsAbortedTwice, "does not hold", 100, SECOND_ABORT)
+FAULTY_DEVICES(DeviceThatIsAbortedAfterItHasStopped, "does not hold", 100, ABORT_AFTER_STOP)
+FAULTY_DEVICES(DeviceThatIsNotClosed, "does not hold", 100, NO_CLOSING)
+FAULTY_DEVICES(DeviceThatIsClosedTwice, "does not hold", 100, SECOND_CLOSING)
+FAULTY_DEVICES(DeviceThatIsCalledAfterItsClose, "does not hold", 100, CALL_AFTER_CLOSE)
+FAULTY_DEVICES(SoundDeviceThatIsReported, "does not hold", 100, WRONG_CULPRIT)
+FAULTY_DEVICES(FailedDeviceThatIsNotReported, "does not hold", 100, UNNAMED_CULPRIT)
+FAULTY_DEVICES(FailedDeviceWithoutItsReason, "does not hold", 100, FORGOTTEN_REASON)
+FAULTY_DEVICES(ExceptionThatEndsTheProcess, "terminate", 300, ESCAPED_EXCEPTION)
+
+KNOWN_FAULT(MemoryThatASequenceLeaves, (Fault{"does not hold", 10, 10}), UNRELENTING)
+{
+    InPackageScope const packages;
+    runWithoutRemains(Planted::LEFT_MEMORY);
+}
+
+KNOWN_FAULT(HandleThatASequenceLeaves, (Fault{"does not hold", 10, 10}), UNRELENTING)
+{
+    InPackageScope const packages;
+    runWithoutRemains(Planted::LEFT_HANDLE);
 }

@@ -1,5 +1,5 @@
 // Threads that wait for the end of a sequence, while it ends and while it is destroyed.
-#include "simulated/scenario.h"
+#include "simulated/sequences.h"
 
 #include "resmgt/deviceManager.h"
 #include "zvbase/inPackage.h"
@@ -10,16 +10,6 @@ using namespace Zv;
 using namespace Zv::Simulated;
 
 namespace {
-
-constexpr Settings WITH_TABLE = {.schedules = 200,
-                                 .bound = 100'000,
-                                 .leftOver = {64, 0},
-                                 .prepare = [] { DevSeqSMTable::getInstance(); }};
-/// Time moves when all threads wait, and not before.
-constexpr Settings STRICT = {
-    .schedules = 200, .bound = 100'000, .hasty = false, .leftOver = {64, 0}, .prepare = [] {
-        DevSeqSMTable::getInstance();
-    }};
 
 /// A tree of two nodes without devices. The child has ended, the root is in stop.
 RCShdPtr<DevSeqTree> makeStoppingTree()
@@ -41,7 +31,7 @@ RCShdPtr<DevSeqTree> makeStoppingTree()
 
 } // namespace
 
-SIMULATED(TwoWaitWhileTheSequenceEnds, WITH_TABLE)
+SIMULATED(TwoWaitWhileTheSequenceEnds, withSequences(200))
 {
     InPackageScope const packages;
     auto const tree = makeStoppingTree();
@@ -55,7 +45,7 @@ SIMULATED(TwoWaitWhileTheSequenceEnds, WITH_TABLE)
     wait();
 }
 
-SIMULATED(WaitersAreReleasedWhileTheSequenceEnds, WITH_TABLE)
+SIMULATED(WaitersAreReleasedWhileTheSequenceEnds, withSequences(200))
 {
     InPackageScope const packages;
     auto const tree = makeStoppingTree();
@@ -74,7 +64,7 @@ SIMULATED(WaitersAreReleasedWhileTheSequenceEnds, WITH_TABLE)
     tree->wait();
 }
 
-SIMULATED(SequenceIsDestroyedWhileTwoWaitForItsEnd, STRICT)
+SIMULATED(SequenceIsDestroyedWhileTwoWaitForItsEnd, withSequences(200, 100'000, false))
 {
     InPackageScope const packages;
     auto tree = makeStoppingTree();

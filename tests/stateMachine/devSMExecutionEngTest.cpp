@@ -477,6 +477,17 @@ TEST(DevSMExecutionEngTableTest, ACandidateThatIsNoPrimaryTransitionIsBad)
     EXPECT_THROW(crafted.create(), DevMgrEx::SMBadTransitionImp);
 }
 
+TEST(DevSMExecutionEngTableTest, AChoiceHasAnEventForEachOfItsTransitions)
+{
+    Crafted crafted;
+    for (Names const &events : {Names{"x"}, Names{"x", "x", "x"}}) {
+        crafted.descs = {{"_ct", {"t", "t"}, events}};
+        EXPECT_THROW(crafted.create(), AssertionFailed) << events.size();
+    }
+    crafted.descs = {{"_ct", {"t"}, {"x"}}};
+    EXPECT_THROW(crafted.create(), AssertionFailed) << "a choice of one";
+}
+
 TEST(DevSMExecutionEngTableTest, AChoiceAfterAChoiceFindsItsOwnEvents)
 {
     DevSMTableBuilder builder;

@@ -138,12 +138,8 @@ TEST(Supervisor, StopDuringTheStartWaitsForTheLock)
 {
     Stage stage(TREE);
     stage["b"].manners["start"] = Manner::SILENT;
-    stage.create();
-    stage.supervisor->start();
-    stage.world->waitFor("start b");
-    auto stopped = std::async(std::launch::async, [&] { return stage.supervisor->stop(LONG); });
-    while (stage.supervisor->getStatus().phase != Phase::STOPPING)
-        std::this_thread::yield();
+    stage.startUntil("start b");
+    auto stopped = stage.stopLater();
     stage["b"].answer("start");
     EXPECT_EQ(endsOf(stopped.get()), "stopped stopped stopped stopped");
 }
@@ -155,21 +151,35 @@ TEST(Supervisor, StopDuringARecoveryWaitsForIt)
     stage["a"].manners["recover"] = Manner::SILENT;
     stage["a"].reportRecover();
     stage.world->waitFor("recover a");
-    auto stopped = std::async(std::launch::async, [&] { return stage.supervisor->stop(LONG); });
-    while (stage.supervisor->getStatus().phase != Phase::STOPPING)
-        std::this_thread::yield();
+    auto stopped = stage.stopLater();
     stage["a"].answer("recover");
     EXPECT_EQ(endsOf(stopped.get()), "stopped stopped stopped stopped");
     EXPECT_EQ(stage.world->count("recover c"), 1);
+}
+
+TEST(Supervisor, SiblingOfADeviceThatRecoversStopsAfterTheRecovery)
+{
+    Stage stage("( root ( a b ) )");
+    stage["a"].manners["recover"] = Manner::SILENT;
+    stage["b"].manners["stop"] = Manner::SILENT;
+    stage.run();
+    stage["a"].reportRecover();
+    stage.world->waitFor("recover a");
+    auto stopped = stage.stopLater();
+    EXPECT_EQ(stage.world->count("stop b"), 0);
+    stage["a"].answer("recover");
+    stage["b"].answer("stop");
+    DevSeqStatus const status = stopped.get();
+    EXPECT_EQ(endsOf(status), "stopped stopped stopped");
+    for (DevSeqDeviceStatus const &device : status.devices)
+        EXPECT_EQ(device.nbRefused, 0u) << device.name;
 }
 
 TEST(Supervisor, RecoveryOfAnUnlockedSubtreeIsDeferred)
 {
     Stage stage("( root ( a ) )");
     stage["a"].manners["sync"] = Manner::SILENT;
-    stage.create();
-    stage.supervisor->start();
-    stage.world->waitFor("sync a");
+    stage.startUntil("sync a");
     stage["root"].reportRecover();
     stage["a"].answer("sync");
     stage.world->waitFor("recover a");
@@ -208,6 +218,18 @@ TEST(Supervisor, SecondRecoveryIsRefused)
     EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
     EXPECT_EQ(stage.world->count("recover a"), 1);
     EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "stopped stopped");
+}
+
+TEST(Supervisor, LockThatIsLostTwiceAtOnceIsRecoveredOnce)
+{
+    StageOf<HostileStandard> stage("( root ( a ) )");
+    stage.run();
+    stage["a"].reportRecover(2);
+    while (stage.getStatus("a").nbRefused == 0)
+        std::this_thread::yield();
+    EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
+    EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "stopped stopped");
+    EXPECT_EQ(stage.world->count("recover a"), 1);
 }
 
 TEST(Supervisor, DeviceThatRecoversWhileItStopsIsAborted)
@@ -335,9 +357,7 @@ TEST(Supervisor, LateAnswerToAnEarlierStepIsNoAnswerToTheAbort)
     Stage stage("( root )");
     stage["root"].manners["sync"] = Manner::SILENT;
     stage["root"].manners["abort"] = Manner::SILENT;
-    stage.create();
-    stage.supervisor->start();
-    stage.world->waitFor("sync root");
+    stage.startUntil("sync root");
     auto aborted = std::async(std::launch::async, [&] { return stage.supervisor->abort(LONG); });
     stage.world->waitFor("abort root");
     stage["root"].answer("sync");
@@ -377,53 +397,78 @@ TEST(Supervisor, HungDeviceThatReturnsInTimeIsAborted)
     EXPECT_EQ(endsOf(aborted.get()), "aborted aborted aborted");
 }
 
-TEST(Supervisor, DestructorEndsTheTreeInEachPhase)
+TEST(Supervisor, DestructorStopsTheTree)
 {
-    {
+    for (auto const progress : {Stage::CREATED, Stage::STARTED, Stage::LOCKED, Stage::STOPPED}) {
         Stage stage(TREE);
-        stage.create();
+        stage.proceedTo(progress);
         stage.supervisor = nullptr;
-        EXPECT_EQ(stage.world->count("abort root") + stage.world->count("stop root"), 0);
+        EXPECT_EQ(stage.world->count("stop root"), progress > Stage::CREATED);
+        EXPECT_EQ(stage.world->count("abort root"), 0);
     }
-    {
-        Stage stage(TREE);
-        stage.create();
-        stage.supervisor->start();
-        stage.supervisor = nullptr;
-        EXPECT_EQ(stage.world->count("stop root"), 1);
+}
+
+TEST(Supervisor, DestructorAbortsWhatDoesNotStop)
+{
+    Stage stage(TREE);
+    stage["c"].manners["stop"] = Manner::SILENT;
+    stage.run();
+    stage.supervisor->setEndLimit(6);
+    stage.supervisor = nullptr;
+    for (char const *name : {"root", "a", "c"})
+        EXPECT_EQ(stage.world->count(std::string("abort ") + name), 1) << name;
+    EXPECT_EQ(stage.world->count("abort b"), 0);
+}
+
+TEST(Supervisor, DestructorLeavesADeviceThatHangsBehind)
+{
+    Stage stage(TREE);
+    stage["root"].manners["stop"] = Manner::SILENT;
+    stage["b"].manners["stop"] = Manner::SILENT;
+    stage["b"].manners["abort"] = Manner::HANGS;
+    stage.run();
+    stage.supervisor->setEndLimit(0.2);
+    stage.supervisor = nullptr; // returns
+}
+
+// Every reference that a client can hold, in every order, with a sequence that has come so far.
+TEST(Supervisor, ReferencesMayGoInAnyOrder)
+{
+    using StandardStage = StageOf<HostileStandard>;
+    for (auto const progress : {StandardStage::CREATED, StandardStage::STARTED,
+                                StandardStage::LOCKED, StandardStage::STOPPED}) {
+        std::vector<int> order = {0, 1, 2, 3};
+        do {
+            StandardStage stage("( root ( a ) )");
+            stage.proceedTo(progress);
+            ObjPtr<DevMgrPropertyAcc> properties = stage.manager->createPropertyAcc();
+            RCShdPtr<DevMDPrtcl> device = stage.manager->getPrtcl("a");
+            std::function<void()> const actions[] = {
+                [&] { stage.manager = nullptr; }, [&] { stage.supervisor = nullptr; },
+                [&] { properties = nullptr; }, [&] { device = nullptr; }};
+            for (int const action : order)
+                actions[action]();
+            for (char const *name : {" root", " a"}) {
+                EXPECT_EQ(stage.world->count(std::string("stop") + name),
+                          progress > StandardStage::CREATED);
+                EXPECT_EQ(stage.world->count(std::string("close") + name), 1);
+            }
+        } while (std::next_permutation(order.begin(), order.end()));
     }
-    {
-        Stage stage(TREE);
-        stage.run();
-        stage.supervisor = nullptr;
-        EXPECT_EQ(stage.world->count("stop root"), 1);
-    }
-    {
-        Stage stage(TREE);
-        stage["c"].manners["stop"] = Manner::SILENT;
-        stage.run();
-        stage.supervisor->setEndLimit(6);
-        stage.supervisor = nullptr;
-        for (char const *name : {"root", "a", "c"})
-            EXPECT_EQ(stage.world->count(std::string("abort ") + name), 1) << name;
-        EXPECT_EQ(stage.world->count("abort b"), 0);
-    }
-    {
-        Stage stage(TREE);
-        stage.run();
-        stage.supervisor->stop(LONG);
-        stage.supervisor = nullptr;
-        EXPECT_EQ(stage.world->count("stop root"), 1);
-    }
-    {
-        Stage stage(TREE);
-        stage["b"].manners["abort"] = Manner::HANGS;
-        stage.run();
-        stage.supervisor->setEndLimit(0.2);
-        stage["root"].manners["stop"] = Manner::SILENT;
-        stage["b"].manners["stop"] = Manner::SILENT;
-        stage.supervisor = nullptr;
-    }
+}
+
+TEST(Supervisor, AnyNumberOfDevicesMayFinishTheirStepsInsideTheCalls)
+{
+    constexpr int NB_DEVICES = 1000;
+    std::string config = "( root ( ";
+    for (int i = 1; i < NB_DEVICES; ++i)
+        config += std::to_string(i) + " ";
+    Stage stage(config + ") )");
+    stage.run();
+    DevSeqStatus const status = stage.supervisor->stop(LONG);
+    EXPECT_EQ(status.devices.size(), static_cast<std::size_t>(NB_DEVICES));
+    for (DevSeqDeviceStatus const &device : status.devices)
+        EXPECT_EQ(device.end, End::STOPPED) << device.name;
 }
 
 /// Calls a function for each state.

@@ -8,13 +8,17 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <semaphore>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace ZvTest {
@@ -31,8 +35,9 @@ constexpr double LONG = 60;
 enum class Manner
 {
     PROMPT,       // answers within the call
+    SLOW,         // in the call, until the test lets it go on
     LATER,        // answers on another thread
-    TWICE,        // answers twice within the call
+    TWICE,        // answers twice within the call, or answers its last step again
     SILENT,       // keeps the completion
     DROPS,        // destroys the completion
     THROWS,       // an ExBase
@@ -42,6 +47,7 @@ enum class Manner
     RECOVERS,      // reports a recovery, then answers
     ABORTS,        // reports an abort, then answers
     ABORTS_SILENT, // reports an abort and does not answer
+    NB_MANNERS
 };
 
 /// What devices share. They may outlive the test.
@@ -89,10 +95,26 @@ public:
         case Manner::HANGS:
             hang();
             break;
+        case Manner::SLOW:
+            delay();
+            break;
         default:
             break;
         }
         return manner;
+    }
+
+    void delay()
+    {
+        std::unique_lock guard(_mutex);
+        _changed.wait(guard, [this] { return _mayGoOn; });
+    }
+    /// For the devices that are slow.
+    void goOn()
+    {
+        std::lock_guard const guard(_mutex);
+        _mayGoOn = true;
+        _changed.notify_all();
     }
 
     void hang()
@@ -122,8 +144,16 @@ private:
     std::condition_variable _changed;
     Lines _journal;
     int _nbHanging = 0;
+    bool _mayGoOn = false;
     bool _isOver = false;
 };
+
+/// Whether a device must keep its completions, to run one of them again.
+inline bool answersAgain(std::map<std::string, Manner> const &manners)
+{
+    return std::any_of(manners.begin(), manners.end(),
+                       [](auto const &manner) { return manner.second == Manner::TWICE; });
+}
 
 class Hostile : public DevMDAccessPrtcl, public DevMDSyncSeqPrtcl
 {
@@ -142,7 +172,7 @@ public:
         for (std::thread &thread : _threads)
             thread.join();
         _threads.clear();
-        ask("close");
+        reply("close");
     }
     void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
     {
@@ -157,12 +187,12 @@ public:
     void performAbort(ObjPtr<DevACO> aco) override { act("abort", aco); }
     DtTime getLatency() override
     {
-        ask("getLatency");
+        reply("getLatency");
         return latency;
     }
     DtTimeMark getMark() override
     {
-        ask("getMark");
+        reply("getMark");
         return DtTimeMark();
     }
 
@@ -182,6 +212,18 @@ public:
 
 private:
     Manner ask(std::string const &step) { return _world->ask(step, _name, manners); }
+
+    /// In a call that is answered when it returns.
+    void reply(std::string const &call)
+    {
+        Manner const manner = ask(call);
+        if (manner == Manner::TWICE)
+            _last->performExecute();
+        else if (manner == Manner::RECOVERS && !std::exchange(_hasReported, true))
+            reportRecover();
+        else if (manner == Manner::ABORTS && !std::exchange(_hasReported, true))
+            reportAbort();
+    }
 
     void act(std::string const &step, ObjPtr<DevACO> &aco)
     {
@@ -208,7 +250,10 @@ private:
             reportAbort();
             return keep(step, aco);
         default:
-            return aco->performExecute();
+            if (!answersAgain(manners))
+                return aco->performExecute();
+            _last.reset(aco.release());
+            return _last->performExecute();
         }
     }
 
@@ -226,11 +271,13 @@ private:
     ObjPtr<DevANO> _abort;
     std::condition_variable _isKept;
     std::map<std::string, std::vector<std::shared_ptr<DevACO>>> _kept; // by the steps
+    std::shared_ptr<DevACO> _last; // of the last step, if it is to be answered again
+    bool _hasReported = false;     // beside a call that is no step
     std::vector<std::thread> _threads;
 };
 
-/// The same as a standard device: its steps misbehave on its own thread.
-class HostileStandard final : public DevMDStdDevice
+/// The same as a standard device: it opens, makes its steps and closes on its own thread, and misbehaves there.
+class HostileStandard : public DevMDStdDevice
 {
 public:
     HostileStandard(std::string const &name, std::shared_ptr<World> world)
@@ -241,34 +288,68 @@ public:
 
     DtTime getLatency() override
     {
-        _world->ask("getLatency", _name, manners);
+        reply("getLatency");
         return DtTime();
     }
     DtTimeMark getMark() override
     {
-        _world->ask("getMark", _name, manners);
+        reply("getMark");
         return DtTimeMark();
     }
-    /// On any thread.
-    void reportRecover()
+    /// On any other thread than the device's own.
+    void reportRecover(int nbTimes = 1)
     {
-        DevANOQueueEntry entry(makeANO([this] { DevMDStdDevice::reportRecover(); }));
-        getFifo()->produce(entry);
+        onItsThread([this, nbTimes] {
+            for (int i = 0; i < nbTimes; ++i)
+                DevMDStdDevice::reportRecover();
+        });
     }
 
 private:
-    void open() override { _world->add("open " + _name); }
+    void open() override { _world->ask("open", _name, manners); }
     void close() override
     {
         for (std::thread &thread : _threads)
             thread.join();
-        _world->add("close " + _name);
+        switch (_world->ask("close", _name, manners)) {
+        case Manner::TWICE:
+            return _last->performExecute();
+        case Manner::RECOVERS:
+            return DevMDStdDevice::reportRecover();
+        case Manner::ABORTS:
+            return reportAbort();
+        default:
+            return;
+        }
     }
     void start() override { act("start"); }
     void sync() override { act("sync"); }
     void recover() override { act("recover"); }
     void stop() override { act("stop"); }
     void abort() override { act("abort"); }
+
+    /// In a call on another thread, which is answered when it returns.
+    void reply(std::string const &call)
+    {
+        Manner const manner = _world->ask(call, _name, manners);
+        if (manner == Manner::TWICE)
+            _last->performExecute();
+        else if (manner == Manner::RECOVERS && !std::exchange(_hasReported, true))
+            reportRecover();
+        else if (manner == Manner::ABORTS && !std::exchange(_hasReported, true))
+            onItsThread([this] { reportAbort(); });
+    }
+    /// Returns when the action has been executed.
+    void onItsThread(std::function<void()> const &action)
+    {
+        std::binary_semaphore executed(0);
+        DevANOQueueEntry entry(makeANO([&] {
+            action();
+            executed.release();
+        }));
+        getFifo()->produce(entry);
+        executed.acquire();
+    }
 
     void act(char const *step)
     {
@@ -296,7 +377,10 @@ private:
             _kept.push_back(take());
             return;
         default:
-            return;
+            if (!answersAgain(manners))
+                return;
+            _last = take();
+            return _last->performExecute();
         }
     }
     std::shared_ptr<DevACO> take() { return std::shared_ptr<DevACO>(takeCompletion().release()); }
@@ -304,6 +388,8 @@ private:
     std::string const _name;
     std::shared_ptr<World> _world;
     std::vector<std::shared_ptr<DevACO>> _kept;
+    std::shared_ptr<DevACO> _last; // of the last step, if it is to be answered again
+    bool _hasReported = false;     // beside a call that is no step
     std::vector<std::thread> _threads;
 };
 
@@ -327,7 +413,7 @@ public:
     ~StageOf()
     {
         supervisor = nullptr;
-        if constexpr (std::is_same_v<Device, HostileStandard>)
+        if constexpr (std::is_base_of_v<HostileStandard, Device>)
             world->end(); // or its thread does not end
         manager = nullptr;
         world->end();
@@ -340,11 +426,40 @@ public:
     Device &operator[](std::string const &name) { return *devices.at(name); }
 
     void create() { supervisor = manager->createSeqSupervisor(_config.c_str()); }
-    void run()
+    void run() { proceedTo(LOCKED); }
+
+    enum Progress
+    {
+        CREATED,
+        STARTED, // and not locked yet, perhaps
+        LOCKED,
+        STOPPED
+    };
+    void proceedTo(Progress progress)
+    {
+        create();
+        if (progress >= STARTED)
+            supervisor->start();
+        if (progress >= LOCKED) {
+            EXPECT_TRUE(supervisor->waitLocked(LONG));
+        }
+        if (progress >= STOPPED)
+            supervisor->stop(LONG);
+    }
+    /// Starts the sequence, and returns when a device is in the call.
+    void startUntil(std::string const &call)
     {
         create();
         supervisor->start();
-        EXPECT_TRUE(supervisor->waitLocked(LONG));
+        world->waitFor(call);
+    }
+    /// Stops the sequence on another thread, and returns when that has begun.
+    std::future<DevSeqStatus> stopLater()
+    {
+        auto stopped = std::async(std::launch::async, [this] { return supervisor->stop(LONG); });
+        while (supervisor->getStatus().phase == Phase::RUNNING)
+            std::this_thread::yield();
+        return stopped;
     }
 
     DevSeqDeviceStatus getStatus(std::string const &name)
@@ -408,6 +523,22 @@ inline std::string endsOf(DevSeqStatus const &status)
         }
     }
     return text;
+}
+
+/// What a call throws, in words. Empty if it returns.
+template <class Call>
+std::string thrownBy(Call call)
+{
+    try {
+        call();
+    } catch (ExBase const &exception) {
+        return exception.getReason();
+    } catch (std::exception const &exception) {
+        return exception.what();
+    } catch (int number) {
+        return std::to_string(number);
+    }
+    return "";
 }
 
 template <class Exception, class Call>

@@ -1,6 +1,9 @@
-// Each way to misbehave, at each step, at each place of the tree: what the report says, and that the others have ended.
+// Each way to misbehave, in each phase, at each place of the tree: what the reports say, and that the others have ended
+// and were closed.
 #include "hostileDevices.h"
 
+#include <atomic>
+#include <future>
 #include <type_traits>
 
 using namespace ZvTest;
@@ -10,15 +13,25 @@ namespace {
 /// The device of each place in "( root ( inner ( leaf other ) sibling ) )".
 constexpr char const *PLACES[] = {"root", "inner", "leaf"};
 constexpr char const *DEVICES[] = {"root", "inner", "leaf", "other", "sibling"};
-constexpr char const *STEPS[] = {"start",   "getLatency", "sync", "getMark",
-                                 "recover", "stop",       "abort"};
 
+/// A phase of a device's life, and the call in which the device misbehaves there.
+struct DevicePhase
+{
+    char const *name;
+    char const *call;
+};
+constexpr DevicePhase PHASES[] = {{"open", "open"}, {"start", "start"},  {"ready", "getLatency"},
+                                  {"sync", "sync"}, {"lock", "getMark"}, {"recover", "recover"},
+                                  {"stop", "stop"}, {"abort", "abort"},  {"close", "close"}};
+
+/// A device fails in four of these ways, hangs in two, and is slow in two.
 struct Kind
 {
     char const *name;
     Manner manner;
 };
 constexpr Kind KINDS[] = {{"Prompt", Manner::PROMPT},
+                          {"Slow", Manner::SLOW},
                           {"Later", Manner::LATER},
                           {"Twice", Manner::TWICE},
                           {"Silent", Manner::SILENT},
@@ -30,6 +43,7 @@ constexpr Kind KINDS[] = {{"Prompt", Manner::PROMPT},
                           {"Recovers", Manner::RECOVERS},
                           {"Aborts", Manner::ABORTS},
                           {"AbortsSilent", Manner::ABORTS_SILENT}};
+static_assert(std::size(KINDS) == static_cast<std::size_t>(Manner::NB_MANNERS));
 
 bool isThrow(Manner manner)
 {
@@ -37,160 +51,309 @@ bool isThrow(Manner manner)
            manner == Manner::THROWS_INT;
 }
 
-/// One of them: the stage, and the way through it.
+/// Why a device cannot misbehave in this way in this phase. Null if it can.
+char const *whyNot(Manner manner, std::string const &phase)
+{
+    bool const hasCompletion =
+        phase != "open" && phase != "ready" && phase != "lock" && phase != "close";
+    if (!hasCompletion && (manner == Manner::LATER || manner == Manner::SILENT ||
+                           manner == Manner::DROPS || manner == Manner::ABORTS_SILENT))
+        return "The call has no completion. It is answered when it returns.";
+    if (phase == "open" &&
+        (manner == Manner::TWICE || manner == Manner::RECOVERS || manner == Manner::ABORTS))
+        return "The device has not been given a completion or a notification yet.";
+    return nullptr;
+}
+
+/// One cell: the stage, and the way through it.
 template <class Device>
 struct Case
 {
     static constexpr bool IS_STANDARD = std::is_same_v<Device, HostileStandard>;
 
-    Case(Kind const &ofKind, char const *atStep, char const *atPlace)
-        : kind(ofKind), step(atStep), place(atPlace), name(step + " " + place)
+    Case(Manner itsManner, DevicePhase const &inPhase, char const *atPlace)
+        : manner(itsManner),
+          phase(inPhase.name),
+          call(inPhase.call),
+          name(phase + " " + atPlace),
+          suffix("." + std::to_string(nextNumber++)),
+          culprit(atPlace + suffix)
     {
-        suffix = "." + std::to_string(nextNumber++);
         stage = std::make_unique<StageOf<Device>>("( root" + suffix + " ( inner" + suffix +
                                                   " ( leaf" + suffix + " other" + suffix +
                                                   " ) sibling" + suffix + " ) )");
-        (*stage)[place + suffix].manners[step] = kind.manner;
+        (*stage)[culprit].manners[call] = manner;
     }
-
-    bool isQuery() const { return step == "getLatency" || step == "getMark"; }
 
     void run()
     {
-        std::string const culprit = place + suffix;
-        Device &device = (*stage)[culprit];
-        stage->create();
+        if (open()) {
+            checkEnds(endSequence());
+            stage->supervisor = nullptr;
+        }
+        close();
+        checkCloses();
+        EXPECT_GE(stage->world->count(call + " " + culprit), 1) << name;
+    }
+
+    /// Returns whether there is a sequence.
+    bool open()
+    {
+        if (phase != "open" || manner == Manner::PROMPT) {
+            stage->create();
+            return true;
+        }
+        opening =
+            std::async(std::launch::async, [this] { return thrownBy([&] { stage->create(); }); });
+        if (manner == Manner::HANGS)
+            return false;
+        if (manner == Manner::SLOW) {
+            stage->world->waitFor("open " + culprit);
+            stage->world->goOn();
+            EXPECT_EQ(opening.get(), "") << name;
+            return true;
+        }
+        EXPECT_EQ(opening.get(), getThrown()) << name;
+        EXPECT_EQ(thrownBy([&] { stage->create(); }), getThrown()) << name << ", tried again";
+        return false;
+    }
+
+    DevSeqStatus endSequence()
+    {
         DevMgrSeqSupervisor &supervisor = *stage->supervisor;
         supervisor.start();
-        if (step == "recover" && waitLocked()) {
-            device.reportRecover();
-            stage->world->waitFor("recover " + culprit);
-            waitLocked();
-        } else if (step == "abort" || step == "stop") {
-            EXPECT_TRUE(waitLocked()) << name;
-        } else {
-            waitLocked();
+        bool const isBeforeLock =
+            phase == "start" || phase == "ready" || phase == "sync" || phase == "lock";
+        if (isBeforeLock)
+            passThrough();
+        else
+            EXPECT_TRUE(supervisor.waitLocked(LONG)) << name;
+        if (phase == "recover") {
+            (*stage)[culprit].reportRecover();
+            passThrough();
+            // One that comes during the stop leads to the abort.
+            while (manner == Manner::RECOVERS && stage->getStatus(culprit).nbRefused == 0)
+                std::this_thread::yield();
         }
-        DevSeqStatus const status = step == "abort"
-                                        ? supervisor.abort(ABORT_LIMIT)
-                                        : supervisor.stop(isMute() ? 0.2 : LONG, ABORT_LIMIT);
-        check(status, Stage::find(status, culprit));
+        auto const end = [&] {
+            return phase == "abort" ? supervisor.abort(isMute() ? LIMIT : LONG)
+                                    : supervisor.stop(isMute() ? 0.2 : LONG, LIMIT);
+        };
+        if (manner != Manner::SLOW || (phase != "stop" && phase != "abort"))
+            return end();
+        auto ending = std::async(std::launch::async, end);
+        checkSlow();
+        return ending.get();
+    }
+    /// Waits until all devices have locked, or until the culprit has come so far that they never will.
+    void passThrough()
+    {
+        if (manner == Manner::SLOW)
+            checkSlow();
+        else
+            stage->world->waitFor(call + " " + culprit);
+        if (!isMute()) {
+            thrownBy([&] { EXPECT_TRUE(stage->supervisor->waitLocked(LONG)) << name; });
+        } else if (phase != "recover") { // it is in lock until the call returns
+            EXPECT_FALSE(stage->supervisor->waitLocked(0)) << name;
+        }
+    }
+    /// The status says which device the others wait for.
+    void checkSlow()
+    {
+        stage->world->waitFor(call + " " + culprit);
+        DevSeqDeviceStatus const status = stage->getStatus(culprit);
+        EXPECT_EQ(hasHungRunner() ? status.call : status.step, call.c_str()) << name;
+        stage->world->goOn();
     }
 
-    bool waitLocked()
+    /// Whether the device does not answer, or only after the sequence has ended.
+    bool isMute() const
     {
-        try {
-            return stage->supervisor->waitLocked(hasStuck() ? 0.05 : LONG);
-        } catch (DevMgrEx::SeqDeviceFailed const &) {
-            return false;
-        }
+        return phase != "close" && (manner == Manner::SILENT || manner == Manner::HANGS ||
+                                    (manner == Manner::ABORTS_SILENT && phase == "abort"));
     }
-    /// Whether the device never answers.
-    bool isMute() const { return kind.manner == Manner::SILENT || kind.manner == Manner::HANGS; }
-    /// Whether it does not answer any more on the way to the lock, so that the others wait for it.
-    bool hasStuck() const
+    /// Whether the device misbehaves on the thread that calls it. A standard device makes its steps on its own thread.
+    bool hasHungRunner() const { return !IS_STANDARD || phase == "ready" || phase == "lock"; }
+
+    End getExpectedEnd() const
     {
-        if (step == "recover")
-            return isMute() && stage->world->count("recover " + place + suffix) > 0;
-        return isMute() && step != "stop" && step != "abort";
+        if (phase == "open" || phase == "close")
+            return End::STOPPED;
+        if (isThrow(manner) || manner == Manner::DROPS)
+            return End::FAILED;
+        if (manner == Manner::HANGS)
+            return End::NO_ANSWER;
+        if (phase == "abort")
+            return isMute() ? End::NO_ANSWER : End::ABORTED;
+        bool const isRecoveryInStop = phase == "stop" && manner == Manner::RECOVERS;
+        bool const isAborted = manner == Manner::ABORTS || manner == Manner::ABORTS_SILENT ||
+                               manner == Manner::SILENT || isRecoveryInStop;
+        return isAborted ? End::ABORTED : End::STOPPED;
     }
 
-    void check(DevSeqStatus const &status, DevSeqDeviceStatus const &culprit)
+    void checkEnds(DevSeqStatus const &status)
     {
         EXPECT_EQ(status.phase, Phase::ENDED) << name;
         for (DevSeqDeviceStatus const &device : status.devices) {
-            if (device.name == culprit.name)
-                continue;
             std::string const called = device.name.getChars();
+            EXPECT_LE(stage->world->count("stop " + called), 1) << name << ": " << called;
+            EXPECT_LE(stage->world->count("abort " + called), 1) << name << ": " << called;
+            if (called == culprit)
+                continue;
             bool const hasStarted = stage->world->count("start " + called) == 1;
             EXPECT_EQ(device.end == End::STOPPED || device.end == End::ABORTED, hasStarted)
                 << name << ": " << called << " " << endsOf(status);
             EXPECT_FALSE(device.hasFailed) << name << ": " << called;
-            EXPECT_LE(stage->world->count("abort " + called), 1) << name << ": " << called;
-            EXPECT_LE(stage->world->count("stop " + called), 1) << name << ": " << called;
         }
-        bool const mayAnswer = kind.manner != Manner::HANGS;
-        bool const isInAbort = step == "abort";
-        Manner const manner = kind.manner;
-        if (isThrow(manner) || (manner == Manner::DROPS && !isQuery())) {
-            EXPECT_EQ(culprit.end, End::FAILED) << name << ": " << endsOf(status);
-            EXPECT_TRUE(culprit.hasFailed) << name;
-        } else if (!mayAnswer ||
-                   (isInAbort && (manner == Manner::SILENT || manner == Manner::ABORTS_SILENT))) {
-            EXPECT_EQ(culprit.end, End::NO_ANSWER) << name << ": " << endsOf(status);
-        } else {
-            EXPECT_TRUE(culprit.end == End::STOPPED || culprit.end == End::ABORTED)
-                << name << ": " << endsOf(status);
-        }
-        if (manner == Manner::HANGS && (!IS_STANDARD || isQuery())) {
-            EXPECT_EQ(culprit.call, step.c_str()) << name;
-        }
-        long const nbAborts = stage->world->count("abort " + place + suffix);
-        EXPECT_LE(nbAborts, 1) << name;
-        bool const isSound = manner == Manner::PROMPT || manner == Manner::LATER ||
-                             manner == Manner::TWICE ||
-                             (isQuery() && !isThrow(manner) && mayAnswer);
-        if (isSound && step != "abort") {
+        DevSeqDeviceStatus const device = StageOf<Device>::find(status, culprit);
+        EXPECT_EQ(device.end, getExpectedEnd()) << name << ": " << endsOf(status);
+        EXPECT_EQ(device.hasFailed, getExpectedEnd() == End::FAILED) << name;
+        if (getExpectedEnd() == End::STOPPED) {
             EXPECT_EQ(endsOf(status), "stopped stopped stopped stopped stopped") << name;
         }
-        if (manner == Manner::TWICE && !isQuery() && step != "abort") {
-            EXPECT_EQ(culprit.nbRefused, 1u) << name;
+        if (manner == Manner::HANGS && phase != "close") {
+            EXPECT_EQ(hasHungRunner() ? device.call : device.step,
+                      hasHungRunner() ? call.c_str() : "abort")
+                << name;
+        }
+        if (manner == Manner::RECOVERS && phase == "lock") {
+            EXPECT_EQ(stage->world->count("recover " + culprit), 1) << name;
+        }
+        // The abort may have ended when the second answer comes.
+        if (manner == Manner::TWICE && phase != "abort" && phase != "close") {
+            EXPECT_EQ(device.nbRefused, 1u) << name;
         }
     }
 
-    /// All devices but those that hang have been closed once, and are not called after it.
-    void finish()
+    void close()
     {
-        stage->supervisor = nullptr;
-        if (IS_STANDARD)
-            stage->world->end(); // or its thread does not end
+        if (manner == Manner::HANGS && phase == "open")
+            stage->world->waitFor("open " + culprit);
+        auto const closeManager = [this] {
+            return stage->manager->close(isLeftBehind() ? LIMIT : LONG);
+        };
+        if (manner == Manner::SLOW && phase == "close") {
+            auto closing = std::async(std::launch::async, closeManager);
+            stage->world->waitFor("close " + culprit);
+            stage->world->goOn();
+            checkClosing(closing.get());
+        } else {
+            checkClosing(closeManager());
+        }
         stage->manager = nullptr;
+    }
+    /// Returns true if the device hangs at the end, so that it cannot be closed.
+    bool isLeftBehind() const { return manner == Manner::HANGS; }
+
+    void checkClosing(DevMgrCloseReport const &report)
+    {
+        using CloseEnd = DevMgrCloseReport::End;
+        EXPECT_FALSE(report.isThreadLeftBehind) << name;
+        for (DevMgrCloseReport::Device const &device : report.devices) {
+            bool const isCulprit = device.name == culprit.c_str();
+            bool const hasFailed = isCulprit && phase == "close" && isThrow(manner);
+            CloseEnd const expected = hasFailed                       ? CloseEnd::FAILED
+                                      : !isCulprit || !isLeftBehind() ? CloseEnd::CLOSED
+                                      : phase == "open"               ? CloseEnd::NOT_OPENED
+                                                                      : CloseEnd::NOT_CLOSED;
+            EXPECT_EQ(device.end, expected) << name << ": " << device.name;
+            EXPECT_EQ(thrownBy([&] {
+                          if (device.failure)
+                              std::rethrow_exception(device.failure);
+                      }),
+                      hasFailed ? getThrown() : "")
+                << name << ": " << device.name;
+        }
+        Vector<LiString> leftBehind;
+        if (isLeftBehind())
+            leftBehind.push_back(culprit.c_str());
+        EXPECT_EQ(report.getLeftBehind(), leftBehind) << name;
+    }
+
+    /// Each device that was opened has been closed once, and was not called afterwards.
+    void checkCloses()
+    {
         Lines const journal = stage->world->getJournal();
         for (char const *device : DEVICES) {
             std::string const called = device + suffix;
+            long nbOpened = 0;
             long nbClosed = 0;
             for (std::string const &line : journal) {
-                if (line == "close " + called)
-                    ++nbClosed;
-                EXPECT_FALSE(nbClosed && line != "close " + called && line.ends_with(" " + called))
-                    << name << ": " << line;
+                nbOpened += line == "open " + called;
+                EXPECT_FALSE(nbClosed && line.ends_with(" " + called)) << name << ": " << line;
+                nbClosed += line == "close " + called;
             }
-            // One that hangs in a call is closed when the call returns.
-            bool const hangs = kind.manner == Manner::HANGS && device == place;
-            EXPECT_TRUE(nbClosed == 1 || (nbClosed == 0 && hangs)) << name << ": " << called;
+            bool const isUnopened = called == culprit && phase == "open" && isThrow(manner);
+            bool const isHanging = called == culprit && isLeftBehind() && phase != "close";
+            EXPECT_EQ(nbClosed, isUnopened || isHanging ? 0 : nbOpened) << name << ": " << called;
+        }
+    }
+
+    /// What hangs goes on, and finds nothing to do.
+    void letGo()
+    {
+        stage->world->end();
+        if (phase == "open" && manner == Manner::HANGS) {
+            EXPECT_EQ(opening.get(), "The device manager was closed.") << name;
+        } else if (isLeftBehind()) {
+            stage->world->waitFor("close " + culprit);
         }
         stage = nullptr;
     }
 
-    static constexpr double ABORT_LIMIT = 6;
+    std::string getThrown() const
+    {
+        return manner == Manner::THROWS         ? "No signal."
+               : manner == Manner::THROWS_OTHER ? "No power."
+                                                : "42";
+    }
+
+    static constexpr double LIMIT = 6; // for what does not come
     static inline int nextNumber = 0;
 
-    Kind kind;
-    std::string step;
-    std::string place;
+    Manner manner;
+    std::string phase;
+    std::string call;
     std::string name;
     std::string suffix;
+    std::string culprit;
     std::unique_ptr<StageOf<Device>> stage;
+    std::future<std::string> opening; // what it has thrown
 };
 
 class Matrix : public testing::TestWithParam<Kind>
 {};
+
+std::vector<DevicePhase> getPhases(Manner manner)
+{
+    std::vector<DevicePhase> phases;
+    for (DevicePhase const &phase : PHASES)
+        if (!whyNot(manner, phase.name))
+            phases.push_back(phase);
+    return phases;
+}
 
 // The cases of one kind run at the same time: those that hang wait for their limits.
 template <class Device>
 void runCases(Kind const &kind)
 {
     std::vector<std::unique_ptr<Case<Device>>> cases;
-    for (char const *step : STEPS)
+    for (DevicePhase const &phase : getPhases(kind.manner))
         for (char const *place : PLACES)
-            cases.push_back(std::make_unique<Case<Device>>(kind, step, place));
+            cases.push_back(std::make_unique<Case<Device>>(kind.manner, phase, place));
+    std::atomic<std::size_t> nbRun{0};
     std::vector<std::thread> threads;
     for (auto const &one : cases)
-        threads.emplace_back([&one] { one->run(); });
+        threads.emplace_back([&] {
+            EXPECT_EQ(thrownBy([&] { one->run(); }), "") << one->name;
+            ++nbRun;
+        });
     for (std::thread &thread : threads)
         thread.join();
     for (auto const &one : cases)
-        one->finish();
+        one->letGo();
+    EXPECT_EQ(nbRun, getPhases(kind.manner).size() * std::size(PLACES));
 }
 
 TEST_P(Matrix, OfDevicesByHand)
@@ -205,5 +368,24 @@ TEST_P(Matrix, OfStandardDevices)
 
 INSTANTIATE_TEST_SUITE_P(Of, Matrix, testing::ValuesIn(KINDS),
                          [](auto const &kind) { return std::string(kind.param.name); });
+
+// Of all ways, in each phase. A cell that is left out has a reason, and there are no others.
+TEST(MatrixCells, RunOrHaveAReason)
+{
+    std::map<std::string, std::size_t> nbLeftOut;
+    std::size_t nbRun = 0;
+    for (Kind const &kind : KINDS) {
+        nbRun += getPhases(kind.manner).size();
+        for (DevicePhase const &phase : PHASES)
+            if (char const * const reason = whyNot(kind.manner, phase.name))
+                ++nbLeftOut[reason];
+    }
+    EXPECT_EQ(nbRun, 98u);
+    EXPECT_EQ(nbLeftOut,
+              (std::map<std::string, std::size_t>{
+                  {"The call has no completion. It is answered when it returns.", 16},
+                  {"The device has not been given a completion or a notification yet.", 3}}));
+    EXPECT_EQ(nbRun + 16 + 3, std::size(KINDS) * std::size(PHASES));
+}
 
 } // namespace

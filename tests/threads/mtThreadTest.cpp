@@ -1060,21 +1060,35 @@ TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsComeOut)
         ZvTest::aborted(), "LAST WORDS");
 }
 
+// Ten others start and end them. Each start and each end waits for the thread, and on a loaded machine that thread waits
+// for a processor.
 TEST_F(MtThreadTest, ThousandThreadsComeAndGo)
 {
+    constexpr std::size_t NB_STARTERS = 10;
+    constexpr std::size_t NB_THREADS = 1000;
     MtThreadMgr &manager = MtThreadMgr::getInstance();
     unsigned const nbThreads = manager.getNbThreads();
-    {
-        std::vector<ObjPtr<MtThread>> threads;
-        for (int i = 0; i != 1000; ++i) {
-            threads.emplace_back(makeWaitingThread());
-            threads.back()->start();
-        }
-        EXPECT_EQ(nbThreads + 1000, manager.getNbThreads());
-        for (ObjPtr<MtThread> const &thread : threads)
-            EXPECT_EQ(thread.get(), manager.findThread(thread->getThreadId()));
-    }
-    EXPECT_EQ(nbThreads, manager.getNbThreads());
+    std::vector<ObjPtr<MtThread>> threads(NB_THREADS);
+    auto const forEach = [&threads](auto action) {
+        std::vector<std::thread> starters;
+        for (std::size_t starter = 0; starter != NB_STARTERS; ++starter)
+            starters.emplace_back([&threads, &action, starter] {
+                for (std::size_t i = starter; i < NB_THREADS; i += NB_STARTERS)
+                    action(threads[i]);
+                MtSpecificDataRegistry::getInstance().removeSpecificData();
+            });
+        for (std::thread &starter : starters)
+            starter.join();
+    };
+    forEach([](ObjPtr<MtThread> &thread) {
+        thread = makeWaitingThread();
+        thread->start();
+    });
+    EXPECT_EQ(manager.getNbThreads(), nbThreads + NB_THREADS);
+    for (ObjPtr<MtThread> const &thread : threads)
+        EXPECT_EQ(manager.findThread(thread->getThreadId()), thread.get());
+    forEach([](ObjPtr<MtThread> &thread) { thread = nullptr; });
+    EXPECT_EQ(manager.getNbThreads(), nbThreads);
 }
 
 } // namespace

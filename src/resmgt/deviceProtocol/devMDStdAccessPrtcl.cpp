@@ -12,21 +12,49 @@ namespace Zv {
 
 namespace {
 
-/// Blocks the device's thread after its last request, until the thread has been told to stop.
-class SynchronizeACO final : public DevACO
+/// Wakes the thread that opens the device when the first request has ended, and passes it the
+/// exception of that request.
+class OpenedACO final : public DevFailableACO
 {
 public:
-    explicit SynchronizeACO(LiString const &name) : _receiver(name) {}
+    OpenedACO(LkUnnamedSema &ended, std::exception_ptr &failure) : _ended(ended), _failure(failure)
+    {}
+
+    void performExecute() override { _ended.post(); }
+    void performFail(std::exception_ptr const &failure) override
+    {
+        _failure = failure;
+        _ended.post();
+    }
+
+private:
+    LkUnnamedSema &_ended;
+    std::exception_ptr &_failure;
+};
+
+/// Blocks the device's thread after its last request, until the thread has been told to stop.
+class SynchronizeACO final : public DevFailableACO
+{
+public:
+    SynchronizeACO(LiString const &name, std::exception_ptr &failure)
+        : _receiver(name), _failure(failure)
+    {}
 
     void performExecute() override
     {
         _receiver.post();
         _receiver.wait();
     }
+    void performFail(std::exception_ptr const &failure) override
+    {
+        _failure = failure;
+        performExecute();
+    }
     ObjPtrRet<DevSenderWait> createSender() { return makeObj<DevSenderWait>(_receiver); }
 
 private:
     DevReceiverWait _receiver;
+    std::exception_ptr &_failure;
 };
 
 } // namespace
@@ -67,14 +95,16 @@ void DevMDStdAccessPrtcl::performOpen()
         _relation = makeObj<PriorityRelation>("std-device", getPriority(),
                                               PriorityRelation::LESS_EQUAL, _thread->getPriority());
         _thread->start();
-        LkUnnamedSema executed(_name.getChars(), 0);
-        ZV_ASSERT(executed.getErrno() == 0);
+        LkUnnamedSema ended(_name.getChars(), 0);
+        ZV_ASSERT(ended.getErrno() == 0);
+        std::exception_ptr failure;
         ObjPtr<DevMDStdANO> request(_anoFactory->createOpenANO());
-        request->setBaseACO(makeACO([&executed] { executed.post(); }));
-        auto const failure = _fifo->send(request);
-        executed.wait();
-        if (failure)
-            std::rethrow_exception(failure);
+        request->setBaseACO(makeObj<OpenedACO>(ended, failure));
+        auto const sendFailure = _fifo->send(request);
+        ended.wait();
+        for (auto const &thrown : {failure, sendFailure})
+            if (thrown)
+                std::rethrow_exception(thrown);
     } catch (...) {
         rollBackOpen();
         throw;
@@ -94,10 +124,11 @@ Priority &DevMDStdAccessPrtcl::getPriority()
 
 std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last, Send send)
 {
-    ObjPtr<SynchronizeACO> aco(new SynchronizeACO(_name));
+    std::exception_ptr failure;
+    ObjPtr<SynchronizeACO> aco(new SynchronizeACO(_name, failure));
     ObjPtr<DevSenderWait> sender(aco->createSender());
     last->setBaseACO(aco);
-    std::exception_ptr const failure = ((*_fifo).*send)(last);
+    std::exception_ptr const sendFailure = ((*_fifo).*send)(last);
 
     // The device's thread must be released in any case: it waits on an object that this thread
     // destroys.
@@ -109,7 +140,7 @@ std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last, Send
     sender->wait();
     Release release{*sender};
     _thread->stop();
-    return failure;
+    return failure ? failure : sendFailure;
 }
 
 void DevMDStdAccessPrtcl::endThread(ObjPtr<DevMDStdANO> last, Send send)

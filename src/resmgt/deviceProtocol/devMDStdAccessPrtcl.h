@@ -23,7 +23,8 @@ class PriorityRelation;
 /// **Threads**: called on the thread that opens or closes the device. The requests are executed on
 /// the device's thread.
 ///
-/// The requests must not throw, because their sender waits for them.
+/// **Throws**: `performOpen` and `performClose` throw what their request has thrown on the device's
+/// thread.
 class ZVRESMGT_EXPORT DevMDStdAccessANOFactory
 {
 public:
@@ -51,14 +52,15 @@ public:
 
     /// Starts the thread and returns when it has executed the open request.
     ///
-    /// Throws `RCEx::ExNullPtr` if it is called again, or if an argument of the constructor was
-    /// null. If it throws, no thread is left, and the device can only be destroyed.
+    /// Throws what the open request has thrown. Throws `RCEx::ExNullPtr` if it is called again, or
+    /// if an argument of the constructor was null. If it throws, no thread is left, and the device
+    /// can only be destroyed.
     void performOpen() override;
     /// Executes all requests that were sent before, then the close request, and returns when the
     /// thread has ended. Requests that arrive later are destroyed without being executed.
     ///
-    /// Throws `RCEx::ExNullPtr` if the device was never opened. Fails an assertion if it is closed
-    /// already.
+    /// Throws what the close request has thrown, when the thread has ended. Throws
+    /// `RCEx::ExNullPtr` if the device was never opened. Fails an assertion if it is closed already.
     void performClose() override;
 
     /// Returns the priority that the threads of all standard devices run at or above: the real-time
@@ -79,7 +81,8 @@ private:
     using Send = std::exception_ptr (DevANOFifo::*)(ObjPtr<DevANO>);
 
     /// Returns when the device's thread has executed the request and has been told to stop. Returns
-    /// what the queue's observer has thrown: the request is queued nevertheless.
+    /// what the request has thrown, or what the queue's observer has thrown. In the second case the
+    /// request is queued nevertheless.
     std::exception_ptr stopAfter(ObjPtr<DevMDStdANO> last, Send send);
     void endThread(ObjPtr<DevMDStdANO> last, Send send);
     void abandonThread();
@@ -93,7 +96,7 @@ private:
     ObjPtr<PriorityRelation> _relation;
 };
 
-/// What a device does when it is opened and closed. Neither function may throw.
+/// What a device does when it is opened and closed.
 template <class Handler>
 concept DevMDAccessHandler = requires(Handler &handler)
 {

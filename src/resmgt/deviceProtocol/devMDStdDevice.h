@@ -67,7 +67,8 @@ protected:
     RCShdPtr<DevMDStdFifo> const &getFifo() const { return _fifo; }
 
     /// The steps of the device's life. The defaults do nothing. A step is finished when its
-    /// function returns, unless it calls `takeCompletion`. `open` and `close` must not throw.
+    /// function returns, unless it calls `takeCompletion`. `performOpen` and `performClose` throw
+    /// what `open` and `close` have thrown.
     virtual void open();
     virtual void close();
     virtual void start();
