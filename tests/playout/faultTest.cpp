@@ -11,6 +11,7 @@
 #include <csignal>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <sstream>
 
 namespace ZvTest {
@@ -98,16 +99,8 @@ protected:
         EXPECT_EQ(read("out.wav").samples, _sound.samples);
     }
     void removeOutput() { std::filesystem::remove(path("out.wav")); }
-    /// Runs a fault that hangs until a text comes, then sends a signal.
-    Outcome interrupt(std::string const &fault, std::string const &text, int number)
-    {
-        // Small blocks take their time.
-        Playout playout({"--block", "16", "--fault", fault, path("in.wav"), path("out.wav")});
-        EXPECT_TRUE(playout.waitFor(text)) << fault;
-        playout.signal(number);
-        EXPECT_TRUE(playout.endsWithin(FEW)) << fault;
-        return playout.finish();
-    }
+    /// A recording that lasts until something has come of a fault at its first block.
+    void makeLong() { make("long.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1, 8000, 4'000'000); }
 
     static constexpr std::size_t WIDTH = 35 + 6 * 11;
     Sound const _sound;
@@ -336,97 +329,128 @@ TEST_F(FaultTest, SeveralDevicesMayMisbehave)
 
 // ---- Devices that hang.
 
-TEST_F(FaultTest, AHungRecorderIsReportedAndTheOthersAreStoppedAndClosed)
+// They run at the same time, since each waits for its limits.
+TEST_F(FaultTest, AHungDeviceIsReportedAndTheOthersAreStoppedAndClosed)
 {
-    Outcome const outcome = playWith({"recorder:start:hangs"});
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_EQ(withoutFolder(outcome.err),
-              "zvplayout: recorder gave no answer to \"start\" within 10 s (%out.wav was not "
-              "written)\n");
-    EXPECT_THAT(outcome.out, HasSubstr("  recorder has not answered \"start\" within 3 s; Ctrl-C "
-                                       "ends the program\n"));
-    EXPECT_EQ(endOf(outcome, "recorder"), "no answer, left behind");
-    EXPECT_THAT(outcome.out,
-                HasSubstr("    recorder gave no answer to \"start\"\n"
-                          "    recorder was left behind: it has not closed in time\n"));
-    expectOthersEnded(outcome, "recorder");
-    expectNothingWritten();
-}
-
-TEST_F(FaultTest, ADeviceThatHangsAtTheEndDoesNotTakeTheRecordingAlong)
-{
-    for (std::string const fault :
-         {"recorder:stop:hangs", "fader:stop:silent", "player:close:hangs"}) {
-        SCOPED_TRACE(fault);
-        std::string const device = fault.substr(0, fault.find(':'));
-        Outcome const outcome = playWith({fault});
-        EXPECT_EQ(outcome.status, fault == "fader:stop:silent" ? 1 : 3);
+    struct Case
+    {
+        std::string device;
+        char const *fault;
+        int status;
+        char const *message;
+        char const *end;
+        char const *reasons;
+        bool isComplete;
+    };
+    char const * const leftBehind = "    recorder was left behind: it has not closed in time\n";
+    Case const cases[] = {
+        {"recorder", "start:hangs", 3, "recorder gave no answer to \"start\" within 10 s",
+         "no answer, left behind", leftBehind, false},
+        {"fader", "start:silent", 3, "fader gave no answer to \"start\" within 10 s", "aborted", "",
+         false},
+        {"recorder", "ready:hangs", 3, "recorder gave no answer to \"getLatency\" within 10 s",
+         "no answer", "    recorder gave no answer to \"getLatency\"\n", false},
+        {"recorder", "stop:hangs", 3, "recorder gave no answer to \"stop\"",
+         "no answer, left behind", leftBehind, true},
+        {"fader", "stop:silent", 1, "fader gave no answer to \"stop\" and was aborted", "aborted",
+         "", true},
+        {"player", "close:hangs", 3, "player has not closed in time", "stopped, left behind", "",
+         true}};
+    std::vector<std::unique_ptr<Playout>> playouts;
+    for (Case const &one : cases)
+        playouts.push_back(std::make_unique<Playout>(
+            std::vector<std::string>{"--fault", one.device + ":" + one.fault, path("in.wav"),
+                                     path("out" + std::to_string(playouts.size()) + ".wav")}));
+    for (std::size_t i = 0; i < playouts.size(); ++i) {
+        Case const &one = cases[i];
+        SCOPED_TRACE(one.device + ":" + one.fault);
+        std::string const output = "out" + std::to_string(i) + ".wav";
+        Outcome const outcome = playouts[i]->finish();
+        EXPECT_EQ(outcome.status, one.status);
         EXPECT_EQ(withoutFolder(outcome.err),
-                  fault == "recorder:stop:hangs"
-                      ? "zvplayout: recorder gave no answer to \"stop\" (%out.wav is complete)\n"
-                  : fault == "fader:stop:silent"
-                      ? "zvplayout: fader gave no answer to \"stop\" and was aborted (%out.wav is "
-                        "complete)\n"
-                      : "zvplayout: player has not closed in time (%out.wav is complete)\n");
-        EXPECT_EQ(endOf(outcome, device), fault == "recorder:stop:hangs" ? "no answer, left behind"
-                                          : fault == "fader:stop:silent" ? "aborted"
-                                                                         : "stopped, left behind");
-        expectOthersEnded(outcome, device);
-        expectWritten();
+                  std::string("zvplayout: ") + one.message + " (%" + output +
+                      (one.isComplete ? " is complete)\n" : " was not written)\n"));
+        EXPECT_EQ(endOf(outcome, one.device), one.end);
+        EXPECT_THAT(outcome.out, HasSubstr(one.reasons));
+        expectOthersEnded(outcome, one.device);
+        EXPECT_EQ(files().contains(output), one.isComplete);
+        EXPECT_FALSE(files().contains(output + ".part"));
+        if (one.isComplete) {
+            EXPECT_EQ(read(output).samples, _sound.samples);
+        }
     }
 }
 
 TEST_F(FaultTest, CtrlCEndsItWhateverHangs)
 {
-    // The text that comes when the device hangs, and whether the recording is complete then.
-    struct
+    struct Case
     {
+        std::string device;
         char const *fault;
-        char const *text;
+        char const *text; // when it hangs
         char const *end;
-        bool isComplete;
-    } const cases[] = {
-        {"recorder:open:hangs", "recorder has not opened", "left behind", false},
-        {"player:open:hangs", "player has not opened", "left behind", false},
-        {"fader:start:hangs", "recorder   init -> start", "no answer, left behind", false},
-        {"fader:ready:hangs", "recorder   init -> start", "no answer", false},
-        {"player:sync:hangs", "player     wml -> sync", "no answer, left behind", false},
-        {"recorder:lock:hangs", "recorder has been at one piece of its work",
-         "no answer, left behind", false},
-        {"fader:lock:hangs", "fader has been at one piece of its work", "no answer, left behind",
-         false},
-        {"player:lock:hangs", "player has been at one piece of its work", "no answer, left behind",
-         false},
-        {"player:recover:hangs", "lock -> recover", "no answer, left behind", false},
-        {"fader:abort:hangs", "lock -> abort", "no answer, left behind", false},
-        {"recorder:stop:hangs", "recorder   wss -> stop", "no answer, left behind", true},
-        {"fader:close:hangs", "recorder   stop -> final", "stopped, left behind", true}};
-    for (auto const &one : cases)
-        for (int const number : {SIGINT, SIGTERM}) {
-            if (number == SIGTERM && one.fault != std::string("fader:start:hangs"))
-                continue;
-            SCOPED_TRACE(one.fault);
-            std::string const device =
-                std::string(one.fault).substr(0, std::string(one.fault).find(':'));
-            Outcome const outcome = interrupt(one.fault, one.text, number);
-            EXPECT_EQ(endOf(outcome, device).substr(0, std::string(one.end).size()), one.end)
-                << outcome.out;
-            if (one.isComplete) {
-                EXPECT_EQ(outcome.status, 3);
-                EXPECT_THAT(withoutFolder(outcome.err), HasSubstr("(%out.wav is complete)\n"));
-                expectWritten();
-                removeOutput();
-            } else {
-                EXPECT_EQ(outcome.status, 128 + number);
-                EXPECT_EQ(withoutFolder(outcome.err),
-                          "zvplayout: interrupted: %out.wav was not written\n");
-                expectNothingWritten();
-            }
-            for (auto const &[other, row] : readEnds(outcome.out))
-                if (other != device) {
-                    EXPECT_NE(row.times.at("close"), "-") << outcome.out;
-                }
+        bool isComplete; // the recording, by then
+        int number;
+    };
+    Case const cases[] = {
+        {"fader", "close:hangs", "recorder   stop -> final", "stopped, left behind", true, SIGINT},
+        {"recorder", "open:hangs", "recorder has not opened", "left behind", false, SIGINT},
+        {"player", "open:hangs", "player has not opened", "left behind", false, SIGINT},
+        {"fader", "start:hangs", "recorder   init -> start", "no answer, left behind", false,
+         SIGINT},
+        {"fader", "start:hangs", "recorder   init -> start", "no answer, left behind", false,
+         SIGTERM},
+        {"fader", "start:silent", "fader has not answered \"start\"", "aborted", false, SIGINT},
+        {"fader", "ready:hangs", "recorder   init -> start", "no answer", false, SIGINT},
+        {"player", "sync:hangs", "player     wml -> sync", "no answer, left behind", false, SIGINT},
+        {"recorder", "lock:hangs", "recorder has been at one piece of its work",
+         "no answer, left behind", false, SIGINT},
+        {"fader", "lock:hangs", "fader has been at one piece of its work", "no answer, left behind",
+         false, SIGINT},
+        {"player", "lock:hangs", "player has been at one piece of its work",
+         "no answer, left behind", false, SIGINT},
+        {"player", "recover:hangs", "player has not answered \"recover\"", "no answer, left behind",
+         false, SIGINT},
+        {"fader", "abort:hangs", "fader      lock -> abort", "no answer, left behind", false,
+         SIGINT},
+        {"recorder", "stop:hangs", "recorder   wss -> stop", "no answer, left behind", true,
+         SIGINT}};
+    makeLong();
+    std::vector<std::unique_ptr<Playout>> playouts; // at the same time, since most wait for a limit
+    for (Case const &one : cases) {
+        std::string const number = std::to_string(playouts.size());
+        playouts.push_back(std::make_unique<Playout>(std::vector<std::string>{
+            "--block", one.isComplete ? "1024" : "16", "--fault", one.device + ":" + one.fault,
+            path(one.isComplete ? "in.wav" : "long.wav"), path("out" + number + ".wav")}));
+    }
+    for (std::size_t i = 0; i < playouts.size(); ++i) {
+        SCOPED_TRACE(cases[i].device + ":" + cases[i].fault);
+        EXPECT_TRUE(playouts[i]->waitFor(cases[i].text));
+        playouts[i]->signal(cases[i].number);
+    }
+    for (std::size_t i = 0; i < playouts.size(); ++i) {
+        Case const &one = cases[i];
+        SCOPED_TRACE(one.device + ":" + one.fault);
+        EXPECT_TRUE(playouts[i]->endsWithin(FEW));
+        Outcome const outcome = playouts[i]->finish();
+        std::string const output = "out" + std::to_string(i) + ".wav";
+        EXPECT_EQ(endOf(outcome, one.device), one.end) << outcome.out;
+        if (one.isComplete) {
+            EXPECT_EQ(outcome.status, 3);
+            EXPECT_THAT(withoutFolder(outcome.err), HasSubstr("(%" + output + " is complete)\n"));
+            EXPECT_EQ(read(output).samples, _sound.samples);
+        } else {
+            EXPECT_EQ(outcome.status, 128 + one.number);
+            EXPECT_EQ(withoutFolder(outcome.err),
+                      "zvplayout: interrupted: %" + output + " was not written\n");
+            EXPECT_FALSE(files().contains(output));
         }
+        EXPECT_FALSE(files().contains(output + ".part"));
+        for (auto const &[other, row] : readEnds(outcome.out))
+            if (other != one.device) {
+                EXPECT_NE(row.times.at("close"), "-") << outcome.out;
+            }
+    }
 }
 
 TEST_F(FaultTest, ASecondCtrlCEndsItAtOnce)
