@@ -147,6 +147,10 @@ bool run(Client *client, std::string const &output, TraceFile &trace)
     } catch (...) {
         if (!client->hasLeftBehind())
             throw;
+        try {
+            trace.close();
+        } catch (PlayoutEx const &) { // there is worse to report
+        }
         status = reportException(output);
     }
     static_cast<void>(owner.release());

@@ -381,7 +381,7 @@ TEST_F(FaultTest, AHungDeviceIsReportedAndTheOthersAreStoppedAndClosed)
     }
 }
 
-TEST_F(FaultTest, CtrlCEndsItWhateverHangs)
+TEST_F(FaultTest, CtrlCEndsItWhenADeviceHangs)
 {
     struct Case
     {
