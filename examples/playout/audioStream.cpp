@@ -2,26 +2,75 @@
 
 using namespace Zv;
 
+namespace {
+
+constexpr int CAPACITY = DevMDStdFifo::DEFAULT_CAPACITY; // blocks on their way
+
+} // namespace
+
 AudioConnection::AudioConnection(RCShdPtr<DevMDStdFifo> sourceFifo, std::function<void()> onBroken)
     : _sourceFifo(sourceFifo), _onBroken(std::move(onBroken))
 {}
 
 bool AudioConnection::push(DevMDStreamPassiveSink &sink, ObjPtr<DevMDStreamElem> elem)
 {
-    _isPushing = true;
-    if (!_isBroken)
-        sink.push(elem);
+    bool const isBlock = elem->getEv() == AudioEv::BLOCK;
+    {
+        LkGuard<LkMutex const> const guard(_lock);
+        _isPushing = true;
+        _isWaiting = true;
+        while (isBlock && _nbOnTheWay == CAPACITY && !_isBroken && !_isLetGo)
+            _changed.waitNextPulse(guard);
+        _isWaiting = false;
+        if (_isBroken || _isLetGo) {
+            _isPushing = false;
+            return !_isBroken;
+        }
+        _nbOnTheWay += isBlock;
+    }
+    sink.push(elem);
+    LkGuard<LkMutex const> const guard(_lock);
     _isPushing = false;
     return !_isBroken;
 }
 
+bool AudioConnection::isBroken() const
+{
+    LkGuard<LkMutex const> const guard(_lock);
+    return _isBroken;
+}
+
+bool AudioConnection::isWaiting() const
+{
+    LkGuard<LkMutex const> const guard(_lock);
+    return _isWaiting;
+}
+
+void AudioConnection::takeUp()
+{
+    LkGuard<LkMutex const> const guard(_lock);
+    --_nbOnTheWay;
+    _changed.pulse();
+}
+
 void AudioConnection::breakUp()
 {
-    _isBroken = true;
-    if (_isPushing)
-        return; // the source looks at the flag next
+    {
+        LkGuard<LkMutex const> const guard(_lock);
+        _isBroken = true;
+        _changed.pulse();
+        if (_isPushing)
+            return;
+    }
     DevANOQueueEntry entry(makeANO([onBroken = _onBroken] { onBroken(); }));
     _sourceFifo->produce(entry);
+}
+
+void AudioConnection::letGo()
+{
+    LkGuard<LkMutex const> const guard(_lock);
+    _isLetGo = true;
+    _changed.pulse();
 }
 
 bool AudioIn::isCompatible(RCShdPtr<DevMDStreamFormat> const &format)
@@ -33,6 +82,11 @@ void AudioIn::attach(AudioFormat const &format, RCShdPtr<AudioConnection> const 
 {
     _format = format;
     _connection = connection;
+}
+
+void AudioIn::takeUp()
+{
+    _connection->takeUp();
 }
 
 void AudioIn::breakUp()
@@ -62,6 +116,12 @@ void AudioOut::connect(RCShdPtr<DevMDStreamPassiveSink> sink)
     _sink = sink;
     _connection = makeShd<AudioConnection>(_fifo, _onBroken);
     in->attach(_getFormat(), _connection);
+}
+
+void AudioOut::letGo()
+{
+    if (isConnected())
+        _connection->letGo();
 }
 
 bool AudioOut::push(AudioEv::Ev ev, RCShdPtr<AudioBlock> const &block)

@@ -5,8 +5,8 @@
 
 #include <resmgt/deviceManager.h>
 #include <resmgt/deviceProtocol.h>
+#include <resmgt/locks.h>
 
-#include <atomic>
 #include <functional>
 #include <vector>
 
@@ -35,27 +35,38 @@ public:
     AudioFormat const format;
 };
 
-/// The way back along a connection: a sink that has failed tells its source so. It must not wait for a source that
-/// waits for the sink, so it raises a flag, which the source looks at around each push. Only to a source that is not
-/// pushing, and thus serves its FIFO, does it send a request.
+/// What both ends of a connection share: the flow control, and the way back. The FIFOs of the devices have no limit, so
+/// that nothing but a push ever waits for a device, and each push can be ended. Any thread may call any operation.
 class AudioConnection : public Zv::RCBase<Zv::LkCounter<long>>
 {
 public:
     /// `onBroken` is called on the source device's thread, if at all.
     AudioConnection(Zv::RCShdPtr<Zv::DevMDStdFifo> sourceFifo, std::function<void()> onBroken);
 
-    /// For the source. False where the sink has failed.
+    /// For the source. Blocks while as many blocks as the connection carries have not been taken up. Returns false if
+    /// the sink has failed. Drops the element if the connection has been let go.
     bool push(Zv::DevMDStreamPassiveSink &sink, Zv::ObjPtr<Zv::DevMDStreamElem> elem);
-    bool isBroken() const { return _isBroken; }
-    /// For the sink, once.
+    bool isBroken() const;
+    /// Whether the source waits in `push`.
+    bool isWaiting() const;
+    /// For the sink, for each block.
+    void takeUp();
+    /// For a sink that has failed, once: tells the source. A source that is pushing sees it when `push` returns. Any
+    /// other one gets a request.
     void breakUp();
+    /// The recording is given up: nothing is delivered from now on, and `push` no longer blocks.
+    void letGo();
 
 private:
     Zv::RCShdPtr<Zv::DevMDStdFifo> _sourceFifo;
     std::function<void()> _onBroken;
-    // In one order for all threads: either the sink sees the push, or the source the flag.
-    std::atomic<bool> _isPushing = false;
-    std::atomic<bool> _isBroken = false;
+    Zv::LkMutex mutable _lock{"AudioConnection"};
+    Zv::LkPulse _changed{"AudioConnection", Zv::LkPulse::WAKE_ALL};
+    int _nbOnTheWay ZV_GUARDED_BY(_lock) = 0; // blocks
+    bool _isPushing ZV_GUARDED_BY(_lock) = false;
+    bool _isWaiting ZV_GUARDED_BY(_lock) = false;
+    bool _isBroken ZV_GUARDED_BY(_lock) = false;
+    bool _isLetGo ZV_GUARDED_BY(_lock) = false;
 };
 
 /// A passive sink. Connected by the client before START; from then on the device's.
@@ -70,6 +81,8 @@ public:
     void attach(AudioFormat const &format, Zv::RCShdPtr<AudioConnection> const &connection);
     bool isConnected() const { return !_connection.isNull(); }
     AudioFormat const &getFormat() const { return _format; }
+    /// A block has left the FIFO.
+    void takeUp();
     /// Tells the source that this device has failed.
     void breakUp();
 
@@ -93,7 +106,10 @@ public:
 
     bool isConnected() const { return !_connection.isNull(); }
     bool isBroken() const { return isConnected() && _connection->isBroken(); }
-    /// False where the sink has failed. Blocks while the sink's device is busy.
+    bool isWaiting() const { return isConnected() && _connection->isWaiting(); }
+    /// See `AudioConnection::letGo`. Any thread.
+    void letGo();
+    /// Returns false if the sink has failed. Blocks while the sink's device is busy.
     bool push(AudioEv::Ev ev, Zv::RCShdPtr<AudioBlock> const &block = nullptr);
 
 private:

@@ -8,25 +8,76 @@
 
 #include <algorithm>
 #include <charconv>
-#include <initializer_list>
+#include <exception>
+#include <utility>
 
 using namespace Zv;
 
 namespace {
 
 constexpr int BLOCK_FRAMES = 1024;
-constexpr double SIGNAL_INTERVAL = 0.05; // seconds, in which a signal is noticed
 constexpr std::size_t LONGEST_NAME = 80; // bytes of a device's name that are shown
-constexpr double GRACE = 0.25;           // seconds, in which a failure travels along streams
+
+// In seconds.
+constexpr double SIGNAL_INTERVAL = 0.05; // in which a signal is noticed
+constexpr double WATCH_INTERVAL = 0.1;   // in which a device that fails without a word is noticed
+constexpr double SHORT = 0.3;            // for what is nearly done
+constexpr double NOTICE = 3;             // from then on a device that does not answer is named
+constexpr double HANG = 10;              // from then on a step counts as one that hangs
+
+/// How long the end may take.
+struct EndLimits
+{
+    double stop;
+    double abort;
+    double close;
+};
+constexpr EndLimits LIMITS = {5, 3, 3};
+constexpr EndLimits LIMITS_AFTER_HANG = {1, 3, 3};
+constexpr EndLimits LIMITS_AFTER_SIGNAL = {0.5, 0.9, 0.9};
+constexpr double END_AFTER_SIGNAL = 4; // all of it, and some more
+
+using End = DevSeqDeviceStatus::End;
+using CloseEnd = DevMgrCloseReport::End;
 
 double now()
 {
     return Sleeper::getInstance().getTime();
 }
 
-bool isOneOf(std::string const &state, std::initializer_list<char const *> states)
+std::string getReason(std::exception_ptr const &failure)
 {
-    return std::find(states.begin(), states.end(), state) != states.end();
+    try {
+        std::rethrow_exception(failure);
+    } catch (ExBase const &caught) {
+        return caught.getReason();
+    } catch (std::exception const &caught) {
+        return caught.what();
+    } catch (...) {
+        return "an exception of an unknown class";
+    }
+}
+
+bool isLeftBehind(DevMgrCloseReport::Device const &device)
+{
+    return device.end == CloseEnd::NOT_CLOSED || device.end == CloseEnd::NOT_OPENED;
+}
+
+std::string shown(LiString const &device)
+{
+    return shorten(device.getChars(), LONGEST_NAME);
+}
+
+/// "recorder: No space", or the reason alone if it begins with the name.
+std::string withName(std::string const &name, std::string const &reason)
+{
+    return reason.starts_with(name + " ") ? reason : name + ": " + reason;
+}
+
+/// What a device has not answered.
+std::string getQuestion(DevSeqDeviceStatus const &device)
+{
+    return (device.call.isEmpty() ? device.step : device.call).getChars();
 }
 
 } // namespace
@@ -34,29 +85,77 @@ bool isOneOf(std::string const &state, std::initializer_list<char const *> state
 Client::Client(Options const &options, Show const &show, std::string const &output)
     : _options(options),
       _job(makeShd<PlayoutJob>(show, output, options.blockFrames.value_or(BLOCK_FRAMES),
-                               options.fast)),
+                               options.fast, options.faults)),
       _stage(_job),
+      _errands(_job),
       _observer(makeShd<PropertyObserver>(_job)),
       _stateObserver(makeShd<StateObserver>(_job))
 {}
 
 bool Client::run()
 {
-    _stage.build();
-    setCues(_stage, *_job);
-    show();
-    setProperties();
-    observe();
-    if (!Signals::getCaught())
-        play();
-    _stage.close();
-    if (_job->hasFailed())
-        ZV_THROW(PlayoutEx::Client, _job->getFailure().c_str());
-    if (_job->isComplete())
+    std::exception_ptr failure;
+    auto const attempt = [&failure](auto step) {
+        try {
+            step();
+        } catch (PlayoutEx::Interrupted const &) { // the signal is known
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
+    };
+    _stage.create();
+    attempt([this] { prepare(); });
+    if (!failure && !Signals::getCaught())
+        attempt([this] { play(); });
+    bool const isSignalled = Signals::getCaught() && _failure.empty();
+    attempt([this] { close(); });
+    _isComplete = (_hasLeftBehind && Signals::beginReport()) || _job->isComplete();
+    if (!_status.devices.empty() || _hasLeftBehind)
+        showEnds();
+    if (_isComplete && !failure)
         showResult();
-    else if (!Signals::getCaught())
+    if (failure)
+        std::rethrow_exception(failure);
+    if (isSignalled && !_isComplete)
+        return false;
+    findCulprit();
+    if (_isNoAnswer)
+        ZV_THROW(PlayoutEx::NoAnswer, _failure.c_str());
+    if (!_failure.empty())
+        ZV_THROW(PlayoutEx::Client, _failure.c_str());
+    if (!_isComplete && !Signals::getCaught())
         ZV_THROW(PlayoutEx::Client, "the sequence has ended before the recording");
-    return _job->isComplete();
+    return _isComplete;
+}
+
+void Client::prepare()
+{
+    perform([this] {
+        _stage.build();
+        setCues(_stage, *_job);
+    });
+    show();
+    perform([this] {
+        setProperties();
+        observe();
+    });
+}
+
+/// Makes a call that waits for devices. Throws `PlayoutEx::Interrupted` if a signal comes before it has returned.
+void Client::perform(std::function<void()> call)
+{
+    _errands.begin(std::move(call));
+    double const begin = now();
+    while (!_errands.collect()) {
+        if (Signals::getCaught())
+            ZV_THROW(PlayoutEx::Interrupted);
+        if (auto const opening = _job->getOpening(); !opening.empty() && now() - begin > NOTICE)
+            _display.notice(
+                "  " + shorten(opening, LONGEST_NAME) +
+                format(" has not opened within %.0f s; Ctrl-C ends the program", NOTICE));
+        _job->wait(SIGNAL_INTERVAL);
+    }
 }
 
 void Client::show()
@@ -105,32 +204,191 @@ void Client::observe()
 
 void Client::play()
 {
-    double failedAt = 0;
-    for (auto const &[name, device] : _stage.getDevices())
-        _states[name] = _stage.sequence().getState(name.c_str()).getChars();
-    _stage.sequence().setObserver(_stateObserver);
+    DevMgrSeqSupervisor &sequence = _stage.sequence();
+    for (auto const &device : sequence.getStatus().devices)
+        _states[device.name.getChars()] = device.state.getChars();
+    sequence.setObserver(_stateObserver);
     _startedAt = now();
-    _stage.sequence().start();
-    for (followStates(); !hasEnded(); followStates()) {
+    sequence.start();
+    for (followStates(); !mustEnd(); followStates()) {
         followCues();
-        if (_job->hasFailed()) {
-            if (!failedAt)
-                failedAt = now();
-            tellFailure(failedAt);
-        } else if (!_stoppedAt && mayStop() && isRootRunning()) {
-            if (_job->isComplete())
-                showProgress(true);
-            _display.endProgress();
-            _stoppedAt = now();
-            _stage.sequence().stop();
-            continue;
-        }
-        if (haveAll("lock") && !_stoppedAt)
-            showProgress(false);
+        if (haveAll("lock"))
+            showProgress();
         _job->wait(SIGNAL_INTERVAL);
     }
-    if (haveAll("final"))
-        _stage.sequence().wait();
+    if (_job->isComplete()) {
+        settleErrand(SHORT);
+        _errands.begin([this] { readProgress(); });
+        if (settleErrand(SHORT))
+            showReadProgress();
+    }
+    endSequence();
+}
+
+bool Client::mustEnd()
+{
+    if (_job->isComplete() || Signals::getCaught())
+        return true;
+    watch();
+    if (!_isNoAnswer && _job->hasFailed())
+        _failure = _job->getFailure();
+    return !_failure.empty();
+}
+
+/// Looks for devices that have ended by themselves, or do not go on.
+void Client::watch()
+{
+    bool const isLost = std::any_of(_states.begin(), _states.end(), [](auto const &entry) {
+        return entry.second == "_exc" || entry.second == "abort" || entry.second == "final";
+    });
+    if (!isLost && now() - _watchedAt < WATCH_INTERVAL)
+        return;
+    _watchedAt = now();
+    DevSeqStatus const status = _stage.sequence().getStatus();
+    for (auto const &device : status.devices)
+        watch(device, status.moment);
+    if (_failure.empty() && !status.failure.isEmpty())
+        _failure = std::string("the sequence has failed: ") + status.failure.getChars();
+    for (auto const &[name, device] : _stage.getDevices())
+        if (device->getBusySeconds() > NOTICE && !_questions.contains(name))
+            _display.notice("  " + shorten(name, LONGEST_NAME) +
+                            format(" has been at one piece of its work for %.0f s; "
+                                   "Ctrl-C ends the program",
+                                   NOTICE));
+}
+
+void Client::watch(DevSeqDeviceStatus const &device, double moment)
+{
+    std::string const name = shown(device.name);
+    if (_failure.empty() && device.hasFailed)
+        _failure = withName(name, device.failure.getChars());
+    else if (_failure.empty() && device.end != End::NONE)
+        _failure = name + " has aborted";
+    std::string const question = getQuestion(device);
+    double const since = device.call.isEmpty() ? device.stepSince : device.callSince;
+    if (question.empty() || moment - since < NOTICE)
+        return;
+    _questions[device.name.getChars()] = question;
+    _display.notice("  " + name + " has not answered \"" + question + "\"" +
+                    format(" within %.0f s; Ctrl-C ends the program", NOTICE));
+    if (_failure.empty() && moment - since >= HANG) {
+        _failure = name + " gave no answer to \"" + question + "\"" +
+                   format(" within %.0f s (", HANG) + describeOutput() + ")";
+        _isNoAnswer = true;
+    }
+}
+
+void Client::endSequence()
+{
+    bool isSignalled = Signals::getCaught();
+    _display.endProgress();
+    if (!_job->isComplete())
+        _stage.letGo();
+    _stoppedAt = now();
+    settleErrand(isSignalled ? 0 : SHORT);
+    EndLimits const limits = isSignalled   ? LIMITS_AFTER_SIGNAL
+                             : _isNoAnswer ? LIMITS_AFTER_HANG
+                                           : LIMITS;
+    if (isSignalled)
+        Signals::beginEnd(END_AFTER_SIGNAL);
+    _errands.begin(
+        [sequence = &_stage.sequence(), limits] { sequence->stop(limits.stop, limits.abort); });
+    while (!_errands.collect()) {
+        followStates();
+        noteQuestions();
+        if (!isSignalled && Signals::getCaught()) {
+            isSignalled = true;
+            stopAfterSignal();
+        }
+        _job->wait(SIGNAL_INTERVAL);
+    }
+    awaitStates();
+}
+
+/// If another thread is in `stop`, it returns, too.
+void Client::stopAfterSignal()
+{
+    Signals::beginEnd(END_AFTER_SIGNAL);
+    _stage.sequence().stop(LIMITS_AFTER_SIGNAL.stop, LIMITS_AFTER_SIGNAL.abort);
+}
+
+/// Keeps what a device has not answered. In the end it has not answered its abort either, which says less.
+void Client::noteQuestions()
+{
+    DevSeqStatus const status = _stage.sequence().getStatus();
+    for (auto const &device : status.devices) {
+        std::string const question = getQuestion(device);
+        double const since = device.call.isEmpty() ? device.stepSince : device.callSince;
+        if (!question.empty() && question != "abort" && status.moment - since > WATCH_INTERVAL)
+            _questions[device.name.getChars()] = question;
+    }
+}
+
+/// Returns what a device has not answered.
+std::string Client::getUnanswered(DevSeqDeviceStatus const &device) const
+{
+    auto const place = _questions.find(device.name.getChars());
+    return place == _questions.end() ? getQuestion(device) : place->second;
+}
+
+/// The observer may be told of the last states a little later.
+void Client::awaitStates()
+{
+    _status = _stage.sequence().getStatus();
+    auto const areKnown = [this] {
+        return std::all_of(_status.devices.begin(), _status.devices.end(), [&](auto const &device) {
+            auto const &known = _states[device.name.getChars()];
+            return known == "_exc" || known == device.state.getChars();
+        });
+    };
+    double const end = now() + SHORT;
+    for (followStates(); !areKnown() && now() < end; followStates())
+        _job->wait(SIGNAL_INTERVAL);
+}
+
+/// Waits for a call that is under way, and leaves it behind when the time is over. Returns whether it went well.
+bool Client::settleErrand(double seconds)
+{
+    double const end = now() + seconds;
+    try {
+        while (_errands.isPending() && !_errands.collect()) {
+            if (now() >= end) {
+                _errands.leaveBehind();
+                return false;
+            }
+            _job->wait(std::min(seconds, SIGNAL_INTERVAL));
+        }
+        return true;
+    } catch (ExBase const &) { // what is read or stopped at the end is no failure of the recording
+        return false;
+    }
+}
+
+void Client::close()
+{
+    Signals::beginEnd(END_AFTER_SIGNAL);
+    double const limit = (Signals::getCaught() ? LIMITS_AFTER_SIGNAL : LIMITS).close;
+    if (_startedAt > 0 && _status.devices.empty()) { // something has come in between
+        stopAfterSignal();
+        settleErrand(SHORT);
+        awaitStates();
+    }
+    if (!_errands.isPending() && !_job->show.events.empty()) {
+        _errands.begin([this] { _stage.stopCues(); });
+        settleErrand(SHORT);
+    }
+    Signals::beginEnd(limit + END_AFTER_SIGNAL / 2);
+    _closed = _stage.close(limit);
+    settleErrand(SHORT); // what has been opening devices
+    auto const &devices = _closed.devices;
+    _hasLeftBehind =
+        _errands.hasLeftBehind() || _closed.isThreadLeftBehind ||
+        std::any_of(devices.begin(), devices.end(), isLeftBehind) ||
+        std::any_of(_status.devices.begin(), _status.devices.end(), [](auto const &device) {
+            return device.end == End::NO_ANSWER || !device.call.isEmpty();
+        });
+    if (!_hasLeftBehind)
+        _stage.release();
 }
 
 void Client::followStates()
@@ -156,59 +414,169 @@ bool Client::haveAll(char const *state) const
                        [&](auto const &entry) { return entry.second == state; });
 }
 
-bool Client::hasEnded() const
+/// One reading after the other, so that a device that does not answer keeps nothing else waiting.
+void Client::showProgress()
 {
-    // A machine in _ill or _exc gets nowhere any more, and the sequence's own `wait` would not return.
-    return std::all_of(_states.begin(), _states.end(), [](auto const &entry) {
-        return isOneOf(entry.second, {"final", "_ill", "_exc"});
-    });
+    if (_errands.isPending()) {
+        if (_errands.collect())
+            showReadProgress();
+    } else if (now() - _shownAt >= _display.getInterval() && _observer->takeMark()) {
+        _errands.begin([this] { readProgress(); });
+    }
 }
 
-/// A short recording may have gone through before the last device has heard that it is in lock.
-bool Client::mayStop() const
+void Client::readProgress()
 {
-    bool const isStarting = std::any_of(_states.begin(), _states.end(), [](auto const &entry) {
-        return isOneOf(entry.second, {"init", "start", "wsr", "ready", "wml", "sync"});
-    });
-    return Signals::getCaught() || (_job->isComplete() && !isStarting);
-}
-
-bool Client::isRootRunning() const
-{
-    return isOneOf(_stage.sequence().getState(_stage.getDevices().front().first.c_str()).getChars(),
-                   {"start", "wsr", "ready", "wml", "sync", "lock", "recover"});
-}
-
-/// A device that fails takes its neighbours along, and they theirs. Devices that no stream reaches hear it from here.
-void Client::tellFailure(double failedAt)
-{
-    if (now() - failedAt < GRACE)
-        return;
-    for (auto const &[name, device] : _stage.getDevices())
-        if (_states.at(name) != "final" && _states.at(name) != "abort")
-            device->giveUp();
-}
-
-void Client::showProgress(bool isLast)
-{
-    bool const isDue = now() - _shownAt >= _display.getInterval();
-    if (!isLast && (!isDue || !_observer->takeMark()))
-        return;
     using Value = DevMgrPropertyValueUtil<double>;
-    Value::getValue(_stage.properties(), (_player + ":transport:position").c_str(), _position);
+    Value::getValue(_stage.properties(), (_player + ":transport:position").c_str(),
+                    _reading.position);
     if (!_faders.empty())
-        Value::getValue(_stage.properties(), (_faders.front() + ":levels:peak").c_str(), _peak);
-    double place = _position;
+        Value::getValue(_stage.properties(), (_faders.front() + ":levels:peak").c_str(),
+                        _reading.peak);
+    _reading.place = _reading.position;
     if (_job->timeline)
-        Value::getValue(_stage.properties(), (_player + ":transport:cue").c_str(), place);
+        Value::getValue(_stage.properties(), (_player + ":transport:cue").c_str(), _reading.place);
+}
+
+void Client::showReadProgress()
+{
     _shownAt = now();
-    _display.progress(_position, place, _peak);
+    _position = _reading.position;
+    _display.progress(_reading.position, _reading.place, _reading.peak);
+}
+
+void Client::showEnds()
+{
+    _display.end("device", nullptr);
+    auto const show = [this](LiString const &name, DeviceEnd end) {
+        if (auto const * const closed = findClosed(name)) {
+            if (isLeftBehind(*closed))
+                end.text += (end.text.empty() ? "" : ", ") + std::string("left behind");
+            else
+                end.seconds["close"] = closed->seconds;
+        }
+        _display.end(shown(name), &end);
+    };
+    for (auto const &device : _status.devices) {
+        DeviceEnd end{describeEnd(device), {}};
+        for (auto const &step : device.stepTimes)
+            end.seconds[step.step.getChars()] = step.seconds;
+        show(device.name, end);
+    }
+    if (_status.devices.empty()) // they were never started
+        for (auto device = _closed.devices.rbegin(); device != _closed.devices.rend(); ++device)
+            show(device->name, {isLeftBehind(*device) ? "" : "not started", {}});
+    for (auto const &device : _status.devices)
+        showReason(device);
+    for (auto const &device : _closed.devices)
+        showReason(device);
+}
+
+std::string Client::describeEnd(DevSeqDeviceStatus const &device) const
+{
+    switch (device.end) {
+    case End::NONE:
+        return device.hasFailed ? "failed" : "not started";
+    case End::STOPPED:
+        return "stopped";
+    case End::ABORTED:
+        return _job->getFailure(device.name.getChars()).empty() ? "aborted" : "failed";
+    case End::FAILED:
+        return "failed";
+    case End::NO_ANSWER:
+        return "no answer";
+    }
+    return "";
+}
+
+void Client::showReason(DevSeqDeviceStatus const &device)
+{
+    std::string const name = shown(device.name);
+    std::string reason = _job->getFailure(device.name.getChars());
+    if (reason.empty())
+        reason = device.failure.getChars();
+    if (!reason.empty())
+        _display.line("    " + withName(name, reason));
+    if (device.end == End::NO_ANSWER)
+        _display.line("    " + name + " gave no answer to \"" + getUnanswered(device) + "\"");
+    if (device.nbRefused > 0)
+        _display.line("    " + name +
+                      format(": %u %s refused, because the device was not in the state for it",
+                             static_cast<unsigned>(device.nbRefused),
+                             device.nbRefused == 1 ? "report was" : "reports were"));
+}
+
+void Client::showReason(DevMgrCloseReport::Device const &device)
+{
+    std::string const name = shown(device.name);
+    if (device.failure)
+        _display.line("    " + withName(name, getReason(device.failure)));
+    else if (device.end == CloseEnd::NOT_CLOSED)
+        _display.line("    " + name + " was left behind: it has not closed in time");
+    else if (device.end == CloseEnd::NOT_OPENED)
+        _display.line("    " + name + " was left behind: it has not opened");
+}
+
+DevMgrCloseReport::Device const *Client::findClosed(LiString const &name) const
+{
+    auto const &devices = _closed.devices;
+    auto const place = std::find_if(devices.begin(), devices.end(),
+                                    [&](auto const &device) { return device.name == name; });
+    return place == devices.end() ? nullptr : &*place;
+}
+
+/// A recording may have gone through, and a device fails at its end all the same.
+void Client::findCulprit()
+{
+    enum Rank
+    {
+        NONE,
+        ABORTS,
+        FAILS,
+        HANGS
+    };
+    if (!_failure.empty())
+        return;
+    Rank blamed = NONE;
+    auto const blame = [&](Rank rank, std::string const &text) {
+        if (rank <= blamed)
+            return;
+        blamed = rank;
+        _failure = text + " (" + describeOutput() + ")";
+        _isNoAnswer = rank == HANGS;
+    };
+    for (auto const &device : _status.devices) {
+        std::string const name = shown(device.name);
+        if (device.end == End::NO_ANSWER)
+            blame(HANGS, name + " gave no answer to \"" + getUnanswered(device) + "\"");
+        else if (device.hasFailed)
+            blame(FAILS, withName(name, device.failure.getChars()));
+        else if (device.end == End::ABORTED && _questions.contains(device.name.getChars()))
+            blame(FAILS,
+                  name + " gave no answer to \"" + getUnanswered(device) + "\" and was aborted");
+        else if (device.end == End::ABORTED)
+            blame(ABORTS, name + " has aborted");
+    }
+    for (auto const &device : _closed.devices) {
+        std::string const name = shown(device.name);
+        if (device.failure)
+            blame(FAILS, withName(name, getReason(device.failure)));
+        else if (isLeftBehind(device))
+            blame(HANGS, name + " has not closed in time");
+    }
+}
+
+std::string Client::describeOutput() const
+{
+    return _job->output + (_isComplete ? " is complete" : " was not written");
 }
 
 void Client::showResult()
 {
     _display.statistics("device", nullptr, 0, 0);
     for (auto const &[name, device] : _stage.getDevices()) {
+        if (auto const * const closed = findClosed(name.c_str()); !closed || isLeftBehind(*closed))
+            continue; // its figures are its own
         auto const figures = device->getStatistics();
         _display.statistics(shorten(name, LONGEST_NAME), &figures, _startedAt, _stoppedAt);
     }

@@ -1,6 +1,7 @@
 #include "display.h"
 
 #include "shownText.h"
+#include "signals.h"
 
 #include <unistd.h>
 
@@ -15,6 +16,15 @@ namespace {
 constexpr int BAR_WIDTH = 40;
 constexpr std::size_t LONGEST_LINE = 4096; // bytes
 constexpr double UNKNOWN_LENGTH_STEP = 10; // seconds a line
+
+std::string getTime(DeviceEnd const &end, char const *step)
+{
+    auto const place = end.seconds.find(step);
+    if (place == end.seconds.end())
+        return "-";
+    return place->second < 1 ? format("%.3f ms", place->second * 1000)
+                             : format("%.3f s", place->second);
+}
 
 } // namespace
 
@@ -38,6 +48,13 @@ void Display::line(std::string const &text)
     if (std::exchange(_isBarShown, false))
         std::cout << "\r\033[K";
     std::cout << toShownText(shorten(text, LONGEST_LINE)) << std::endl;
+    Signals::setLineOpen(false);
+}
+
+void Display::notice(std::string const &text)
+{
+    if (_notices.insert(text).second)
+        line(text);
 }
 
 std::string Display::toDecibels(double level)
@@ -63,6 +80,7 @@ void Display::progress(double position, double place, double peak)
                   << std::string(BAR_WIDTH - filled, '.') << "] " << format("%3d %%", percent)
                   << figures << std::flush;
         _isBarShown = true;
+        Signals::setLineOpen(true);
         return;
     }
     int const tenth = static_cast<int>(_length > 0 ? share * 10 : position / UNKNOWN_LENGTH_STEP);
@@ -77,6 +95,15 @@ void Display::endProgress()
 {
     if (std::exchange(_isBarShown, false))
         std::cout << std::endl;
+    Signals::setLineOpen(false);
+}
+
+void Display::end(std::string const &name, DeviceEnd const *end)
+{
+    std::string text = format("  %-10s %-22s", name.c_str(), end ? end->text.c_str() : "end");
+    for (char const * const step : {"start", "sync", "recover", "stop", "abort", "close"})
+        text += format(" %10s", end ? getTime(*end, step).c_str() : step);
+    line(text);
 }
 
 void Display::beats(std::string const &name, Metronome::Figures const *figures)

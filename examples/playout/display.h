@@ -3,7 +3,17 @@
 
 #include "playoutDevice.h"
 
+#include <map>
+#include <set>
 #include <string>
+
+/// How a device has ended.
+struct DeviceEnd
+{
+    std::string text; ///< "stopped"
+    std::map<std::string, double>
+        seconds; ///< by the steps that it has finished, "close" among them
+};
 
 /// Writes to the standard output: lines, and below them a progress bar where that is a terminal; elsewhere the progress
 /// is lines, too, one for each tenth.
@@ -24,11 +34,15 @@ public:
     void progress(double position, double place, double peak);
     /// The bar stays as it is.
     void endProgress();
+    /// Shows the text as one line, and has the bar begin anew below it, as `line` does. At most once for each text.
+    void notice(std::string const &text);
     /// `name`, and the figures of a device; null for the head of the table. `startedAt` and `stoppedAt` are moments, 0
     /// for never.
     void statistics(std::string const &name, PlayoutDevice::Statistics const *figures,
                     double startedAt, double stoppedAt);
 
+    /// How a device has ended, and how long its steps took; null for the head of the table.
+    void end(std::string const &name, DeviceEnd const *end);
     /// The same for the beats of a device.
     void beats(std::string const &name, Metronome::Figures const *figures);
     /// What became of the pages of the clips.
@@ -44,6 +58,7 @@ private:
     double _length = 0;
     Timeline const *_timeline = nullptr;
     int _nextTenth = 1;
+    std::set<std::string> _notices;
 
     static bool isTerminal();
 };

@@ -16,7 +16,9 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -25,6 +27,7 @@ enum Status
     DONE = 0,
     FAILED = 1,
     WRONG_USAGE = 2,
+    NO_ANSWER = 3,  // a device hangs
     SIGNALLED = 128 // and the number of the signal
 };
 
@@ -73,11 +76,11 @@ private:
     std::string _path;
 };
 
-int report(std::string const &reason)
+int report(std::string const &reason, Status status = FAILED)
 {
     Signals::beginReport();
     std::cerr << "zvplayout: " << toShownText(reason) << std::endl;
-    return FAILED;
+    return status;
 }
 
 int reportSignal(std::string const &output)
@@ -105,6 +108,55 @@ std::string chooseOutput(Options const &options, Show const &show)
     return show.output.empty() ? "" : show.resolve(show.output);
 }
 
+int reportUsage(Options::Error const &error)
+{
+    std::cerr << "zvplayout: " << toShownText(shorten(error.what(), LONGEST_MESSAGE))
+              << "\nzvplayout --help lists what it takes" << std::endl;
+    return WRONG_USAGE;
+}
+
+/// To be called in a handler.
+int reportException(std::string const &output)
+{
+    try {
+        throw;
+    } catch (PlayoutEx::Interrupted const &) {
+        return reportSignal(output);
+    } catch (PlayoutEx::NoAnswer const &failure) {
+        return report(failure.getReason(), NO_ANSWER);
+    } catch (Options::Error const &error) {
+        return reportUsage(error);
+    } catch (Zv::ExBase const &failure) {
+        return report(failure.getReason());
+    } catch (std::exception const &failure) {
+        return report(failure.what());
+    }
+}
+
+/// Returns whether the recording has gone through. Does not return if a device hangs: its thread may use everything.
+bool run(Client *client, std::string const &output, TraceFile &trace)
+{
+    std::unique_ptr<Client> owner(client);
+    int status = DONE;
+    try {
+        bool const isComplete = client->run();
+        if (!client->hasLeftBehind())
+            return isComplete;
+        trace.close();
+        status = isComplete ? DONE : reportSignal(output);
+    } catch (...) {
+        if (!client->hasLeftBehind())
+            throw;
+        try {
+            trace.close();
+        } catch (PlayoutEx const &) { // there is worse to report
+        }
+        status = reportException(output);
+    }
+    static_cast<void>(owner.release());
+    Signals::endWith(status);
+}
+
 int playOut(Options const &options)
 {
     std::string output = options.output;
@@ -119,23 +171,19 @@ int playOut(Options const &options)
             auto const show = options.makeShow();
             output = chooseOutput(options, *show);
             Signals::setOutput(output);
+            options.checkFaults(*show);
             checkFiles(options, *show, output);
             trace.open(options.trace);
             if (options.dumpShow) {
                 print(Zv::XmlWriter().toXmlDocument(*show).getChars(), "the show");
                 return DONE;
             }
-            Client client(options, *show, output);
-            isComplete = client.run();
+            isComplete = run(new Client(options, *show, output), output, trace);
         }
         trace.close();
         return isComplete ? DONE : reportSignal(output);
-    } catch (PlayoutEx::Interrupted const &) {
-        return reportSignal(output);
-    } catch (Zv::ExBase const &failure) {
-        return report(failure.getReason());
-    } catch (std::exception const &failure) {
-        return report(failure.what());
+    } catch (...) {
+        return reportException(output);
     }
 }
 
@@ -157,9 +205,7 @@ int main(int argc, char **argv)
     try {
         options = Options::parse(argc, argv);
     } catch (Options::Error const &error) {
-        std::cerr << "zvplayout: " << toShownText(shorten(error.what(), LONGEST_MESSAGE))
-                  << "\nzvplayout --help lists what it takes" << std::endl;
-        return WRONG_USAGE;
+        return reportUsage(error);
     }
     if (options.help) {
         try {

@@ -30,7 +30,7 @@ private:
     std::atomic<bool> _isMarked = false;
 };
 
-/// Runs under the lock of the sequence: it takes a note, and the client's own thread shows it.
+/// Runs on the supervisor's thread, while the devices wait: it takes a note, and the client's own thread shows it.
 class StateObserver final : public Zv::DevSeqObserver
 {
 public:

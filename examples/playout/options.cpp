@@ -5,7 +5,9 @@
 
 #include <zvbase/zvbase.h>
 
+#include <algorithm>
 #include <cmath>
+#include <sstream>
 
 namespace {
 
@@ -25,6 +27,26 @@ int takeBlockFrames(std::string const &option, std::string const &text)
         throw Options::Error(option + " takes a whole number from 1 to " +
                              std::to_string(MAX_BLOCK_FRAMES) + ", not \"" + text + "\"");
     return static_cast<int>(frames);
+}
+
+void addFault(Faults &faults, std::string const &option, std::string const &text)
+{
+    try {
+        faults.add(text);
+    } catch (std::invalid_argument const &failure) {
+        throw Options::Error(option + " " + failure.what());
+    }
+}
+
+/// The names of a tree "( recorder ( player ) )".
+std::vector<std::string> listDevices(std::string const &tree)
+{
+    std::vector<std::string> names;
+    std::istringstream words(tree);
+    for (std::string word; words >> word;)
+        if (word != "(" && word != ")")
+            names.push_back(word);
+    return names;
 }
 
 } // namespace
@@ -74,6 +96,8 @@ Options Options::parse(int argc, char const * const *argv)
             options.properties.push_back(value());
         else if (name == "--trace")
             options.trace = value();
+        else if (name == "--fault")
+            addFault(options.faults, name, value());
         else if (name == "--block")
             options.blockFrames = takeBlockFrames(name, value());
         else
@@ -91,6 +115,8 @@ Options Options::parse(int argc, char const * const *argv)
         throw Error("--block: the blocks of a show are the frames of its clock");
     if (options.dumpShow && (options.gain || !options.properties.empty()))
         throw Error("--dump-show: a show has properties of its own");
+    if (options.dumpShow && !options.faults.isEmpty())
+        throw Error("--dump-show: it plays nothing, so that no device can have a --fault");
     return options;
 }
 
@@ -128,6 +154,18 @@ std::unique_ptr<Show> Options::makeShow() const
     return show;
 }
 
+void Options::checkFaults(Show const &show) const
+{
+    auto const names = listDevices(show.sequence->tree);
+    std::string list;
+    for (auto const &name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    for (Fault const &fault : faults.getAll())
+        if (!names.empty() && std::find(names.begin(), names.end(), fault.device) == names.end())
+            throw Error("--fault: the sequence has no device \"" + fault.device + "\", only " +
+                        list);
+}
+
 char const *Options::getHelp()
 {
     return R"help(usage: zvplayout [options] INPUT OUTPUT
@@ -150,11 +188,35 @@ before the show's own, and a picture of the waveform with the events stands besi
   --fast              a show goes through as fast as it can, not by its clock
   --realtime          ask the system for real-time scheduling, and say what came of it
   --dump-show         write the show, or the one that the command line amounts to, and play nothing
+  --fault DEVICE:PHASE:KIND
+                      let a device misbehave, to see what comes of it; may be given more often
   --trace FILE        keep what the library and the devices trace
   --help              this text
 
-Exit status: 0 when the recording has gone through, 1 for a failure, 2 for a wrong command line, and 128 with the
-signal's number added when a signal has stopped it. OUTPUT appears only when it is complete and on the disk. Until then
-it is beside its place, with ".part" behind its name. If OUTPUT is a link, the file that the link leads to is written.
+A fault, such as recorder:start:hangs, has one of these phases:
+  open, close         the device is opened or closed
+  start, sync, stop   a step of the sequence
+  ready               the device is asked for its latency
+  lock                the device is at work on its first block
+  recover, abort      the same; the device asks for that step when it is at work on its first block
+and one of these kinds:
+  fails               throws an exception of the program's own
+  fails-otherwise     throws another exception
+  hangs               does not return
+  slow                returns 1.5 seconds late
+  silent              a step: returns, but never answers
+  drops               a step: forgets to answer
+  twice               a step: answers twice
+  recovers            start, sync, lock, stop: reports that it has lost its lock
+  aborts              start, sync, lock, stop, recover: reports an abort
+
+A device that does not answer a step within 10 seconds is given up, and the others are stopped and closed. A device that
+hangs while it is opened, or while it works, may only be slow: the program says so, and waits. Ctrl-C ends the program
+within a few seconds in any case, a second Ctrl-C at once. A table says in the end what became of each device.
+
+Exit status: 0 when the recording has gone through, 1 for a failure, 2 for a wrong command line, 3 if a device gave no
+answer, and 128 with the signal's number added when a signal has stopped it, which is 130 for Ctrl-C. OUTPUT appears
+only when it is complete and on the disk. Until then it is beside its place, with ".part" behind its name. If OUTPUT is
+a link, the file that the link leads to is written.
 )help";
 }

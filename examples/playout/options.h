@@ -1,6 +1,7 @@
 // The command line.
 #pragma once
 
+#include "fault.h"
 #include "show.h"
 
 #include <memory>
@@ -25,6 +26,8 @@ struct Options
     bool isShow() const;
     /// The show of the document, or of the one file, with what the options say in its place. Throws `PlayoutEx`.
     std::unique_ptr<Show> makeShow() const;
+    /// Throws `Error` if a fault is for a device that the sequence of the show does not have.
+    void checkFaults(Show const &show) const;
 
     bool help = false;
     std::string input;
@@ -35,6 +38,7 @@ struct Options
     std::vector<std::string> properties;
     std::string trace; ///< empty for none
     std::optional<int> blockFrames;
+    Faults faults;
     bool dumpShow = false;
     bool fast = false;
     bool realTime = false;

@@ -75,7 +75,7 @@ void Player::attemptWithMemory(Step step) const
 
 void Player::performLock()
 {
-    _isPlaying = true;
+    _isPlaying = !_hasSentAll; // also after a recovery
 }
 
 void Player::performBeats(std::int64_t beats)
@@ -103,6 +103,7 @@ bool Player::performPiece()
     attemptWithMemory([&] { samples = _clip->read(_place, frames); });
     if (samples.empty()) {
         _isPlaying = false;
+        _hasSentAll = true;
         sendEnd();
         return false;
     }

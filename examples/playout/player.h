@@ -39,6 +39,7 @@ private:
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _position;
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _length;
     bool _isPlaying = false;
+    bool _hasSentAll = false;
     bool _hasBegun = false;       // at a beat
     std::int64_t _nbDue = 0;      // blocks, by the beats
     std::int64_t _block = 0;      // the next one's number

@@ -2,6 +2,9 @@
 
 #include "playoutEx.h"
 
+#include <exception>
+#include <utility>
+
 using namespace Zv;
 
 namespace {
@@ -10,7 +13,7 @@ TraceLevel const &traceLevel = *Trace::registerLevel("playout", __FILE__);
 
 } // namespace
 
-/// Tells the clock of each request that leaves the FIFO.
+/// Tells the clock of each request that leaves the FIFO, and keeps the moment since which the device is at work.
 class PlayoutDevice::Body final : public DevMDStdLoopThreadProtocol
 {
 public:
@@ -27,14 +30,38 @@ public:
     }
 
 protected:
-    double performWork() override { return _device.work() ? 0 : NO_WORK; }
+    double performWork() override
+    {
+        Busy const busy(_device);
+        return _device.work() ? 0 : NO_WORK;
+    }
 
 private:
+    struct Busy
+    {
+        explicit Busy(PlayoutDevice &ofDevice) : device(ofDevice)
+        {
+            device._busySince = Sleeper::getInstance().getTime();
+        }
+        Busy(Busy const &) = delete;
+        Busy &operator=(Busy const &) = delete;
+        ~Busy() { device._busySince = 0; }
+
+        PlayoutDevice &device;
+    };
+
     void execute(DevANOQueueEntry entry)
     {
         _clock->consumed();
+        Busy const busy(_device);
         ObjPtr<DevANO> const ano(entry.release());
-        ano->performExecute();
+        try {
+            ano->performExecute();
+        } catch (...) {
+            if (!ano->notifyFailure(std::current_exception()))
+                throw;
+            return;
+        }
         ano->notify();
     }
 
@@ -49,7 +76,7 @@ PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &j
 
 PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &job,
                              RCShdPtr<FifoClock> const &clock)
-    : PlayoutDevice(name, job, clock, makeShd<DevMDStdFifo>(clock))
+    : PlayoutDevice(name, job, clock, makeShd<DevMDStdFifo>(clock, 0)) // see AudioConnection
 {}
 
 PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &job,
@@ -58,7 +85,9 @@ PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &j
       _name(name),
       _job(job),
       _clock(clock)
-{}
+{
+    job->setOpening(name.getChars()); // what is created is opened next
+}
 
 PlayoutDevice::~PlayoutDevice() = default;
 
@@ -69,9 +98,17 @@ PlayoutDevice::Statistics PlayoutDevice::getStatistics() const
     return statistics;
 }
 
-void PlayoutDevice::giveUp()
+void PlayoutDevice::letGo()
 {
-    post([this] { failWithNeighbour(); });
+    if (!_out.isNull())
+        _out->letGo();
+}
+
+double PlayoutDevice::getBusySeconds() const
+{
+    double const since = _busySince;
+    bool const isWaiting = !_out.isNull() && _out->isWaiting();
+    return since > 0 && !isWaiting ? Sleeper::getInstance().getTime() - since : 0;
 }
 
 void PlayoutDevice::post(std::function<void()> function)
@@ -82,17 +119,30 @@ void PlayoutDevice::post(std::function<void()> function)
 
 void PlayoutDevice::performOpen()
 {
+    beginFault(findFault(Fault::Phase::OPEN), _name.getChars(), Fault::Phase::OPEN);
     DevMDStdDevice::performOpen();
     if (_isPaced)
         _metronome.start((std::string(_name.getChars()) + " beats").c_str(), getFifo(),
                          [this](std::int64_t beats) { take(beats); });
 }
 
-// The metronome may be waiting for the device, which may not wait for it.
+// A device whose closing fails is closed all the same.
 void PlayoutDevice::performClose()
 {
     _metronome.stop();
+    auto const fault = findFault(Fault::Phase::CLOSE);
+    bool const isThrown = fault == Fault::Kind::FAILS || fault == Fault::Kind::FAILS_OTHERWISE;
+    if (!isThrown)
+        beginFault(fault, _name.getChars(), Fault::Phase::CLOSE);
     DevMDStdDevice::performClose();
+    if (isThrown)
+        beginFault(fault, _name.getChars(), Fault::Phase::CLOSE);
+}
+
+DtTime PlayoutDevice::getLatency()
+{
+    beginFault(findFault(Fault::Phase::READY), _name.getChars(), Fault::Phase::READY);
+    return DevMDStdDevice::getLatency();
 }
 
 void PlayoutDevice::addIn(char const *description)
@@ -123,22 +173,28 @@ void PlayoutDevice::sendEnd()
         ZV_THROW(PlayoutEx::NeighbourFailed, _name.getChars());
 }
 
+void PlayoutDevice::count()
+{
+    if (_statistics.blocks++ > 0)
+        return;
+    auto const fault = findFault(Fault::Phase::LOCK);
+    beginFault(fault, _name.getChars(), Fault::Phase::LOCK);
+    if (fault == Fault::Kind::RECOVERS || findFault(Fault::Phase::RECOVER))
+        reportRecover();
+    if (fault == Fault::Kind::ABORTS || findFault(Fault::Phase::ABORT))
+        reportAbort();
+}
+
 void PlayoutDevice::start()
 {
     ZV_TRACE(traceLevel, _name << " starts");
-    if (_hasFailed) { // with a neighbour that was faster
-        reportAbort();
-    } else {
+    performStep(Fault::Phase::START, [this] {
+        if (_hasFailed) // with a neighbour that was faster
+            ZV_THROW(PlayoutEx::NeighbourFailed, _name.getChars());
         _state = State::running;
-        bool const hasBegun = attempt([this] {
-            requireStreams();
-            performBegin();
-        });
-        if (hasBegun)
-            return;
-    }
-    // A device that cannot start does not report that it is ready.
-    ObjPtr<DevACO> const dropped(takeCompletion());
+        requireStreams();
+        performBegin();
+    });
 }
 
 void PlayoutDevice::sync()
@@ -146,8 +202,25 @@ void PlayoutDevice::sync()
     ZV_TRACE(traceLevel, _name << " locks");
     if (_state != State::running)
         return;
-    _statistics.lockedAt = Sleeper::getInstance().getTime();
-    attempt([this] { performLock(); });
+    if (_statistics.lockedAt == 0)
+        _statistics.lockedAt = Sleeper::getInstance().getTime();
+    performStep(Fault::Phase::SYNC, [this] { performLock(); });
+}
+
+void PlayoutDevice::recover()
+{
+    ZV_TRACE(traceLevel, _name << " recovers");
+    performStep(Fault::Phase::RECOVER, [] {});
+}
+
+void PlayoutDevice::stop()
+{
+    performStep(Fault::Phase::STOP, [this] { end(); });
+}
+
+void PlayoutDevice::abort()
+{
+    performStep(Fault::Phase::ABORT, [this] { end(); });
 }
 
 void PlayoutDevice::end()
@@ -162,6 +235,8 @@ void PlayoutDevice::end()
 
 void PlayoutDevice::take(DevMDStreamElem const &elem)
 {
+    if (elem.getEv() == AudioEv::BLOCK)
+        _in->takeUp();
     if (_hasFailed || _state == State::ended)
         return;
     attempt([&] {
@@ -200,35 +275,94 @@ void PlayoutDevice::requireStreams() const
 }
 
 template <class Step>
+void PlayoutDevice::performStep(Fault::Phase phase, Step step)
+{
+    auto const fault = findFault(phase);
+    try {
+        beginFault(fault, _name.getChars(), phase);
+        step();
+        if (fault)
+            finishFault(*fault);
+    } catch (PlayoutEx::NeighbourFailed const &failure) {
+        fail(failure.getReason(), false);
+        throw;
+    } catch (ExBase const &failure) {
+        fail(failure.getReason());
+        throw;
+    } catch (std::exception const &failure) {
+        fail(failure.what());
+        throw;
+    }
+}
+
+void PlayoutDevice::finishFault(Fault::Kind kind)
+{
+    switch (kind) {
+    case Fault::Kind::SILENT:
+        _kept = takeCompletion();
+        break;
+    case Fault::Kind::DROPS:
+        static_cast<void>(ObjPtr<DevACO>(takeCompletion()));
+        break;
+    case Fault::Kind::TWICE: {
+        ObjPtr<DevACO> const completion(takeCompletion());
+        completion->performExecute();
+        completion->performExecute();
+        break;
+    }
+    case Fault::Kind::RECOVERS:
+        reportRecover();
+        break;
+    case Fault::Kind::ABORTS:
+        reportAbort();
+        break;
+    default:
+        break;
+    }
+}
+
+template <class Step>
 bool PlayoutDevice::attempt(Step step)
 {
     try {
         step();
         return true;
+    } catch (PlayoutEx::NeighbourFailed const &failure) {
+        fail(failure.getReason(), false);
     } catch (ExBase const &failure) {
         fail(failure.getReason());
     } catch (std::exception const &failure) {
         fail(failure.what());
     }
+    reportAbort();
     return false;
 }
 
 void PlayoutDevice::failWithNeighbour()
 {
-    attempt([this] { ZV_THROW(PlayoutEx::NeighbourFailed, _name.getChars()); });
+    if (_state != State::ended && !_hasFailed)
+        attempt([this] { ZV_THROW(PlayoutEx::NeighbourFailed, _name.getChars()); });
 }
 
-void PlayoutDevice::fail(char const *reason)
+/// Lets go of everything, and tells the client and the neighbours.
+void PlayoutDevice::fail(char const *reason, bool isOwn)
 {
-    if (_hasFailed || _state == State::ended)
+    if (_hasFailed)
         return;
     ZV_TRACE(traceLevel, _name << " fails: " << reason);
     _hasFailed = true;
-    _job->fail(reason);
+    if (isOwn)
+        _job->fail(_name.getChars(), reason);
+    else
+        _job->fail(reason);
     performEnd();
-    reportAbort();
     if (!_in.isNull())
         _in->breakUp();
     if (!_out.isNull() && _out->isConnected())
         _out->push(AudioEv::FAILED);
+}
+
+std::optional<Fault::Kind> PlayoutDevice::findFault(Fault::Phase phase) const
+{
+    return _job->faults.find(_name.getChars(), phase);
 }

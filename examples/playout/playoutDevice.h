@@ -2,6 +2,7 @@
 #pragma once
 
 #include "audioStream.h"
+#include "fault.h"
 #include "fifoClock.h"
 #include "metronome.h"
 #include "playoutJob.h"
@@ -9,12 +10,17 @@
 #include <resmgt/deviceManager.h>
 #include <resmgt/deviceProtocol.h>
 
+#include <atomic>
+#include <functional>
+
 /// A derived class adds its streams and properties in its constructor and says what it does with the recording; all of
 /// that runs on the device's thread, so that it needs no lock.
 ///
-/// A device that fails aborts its own node of the sequence and no other. It tells the client why, fires its abort
-/// notification, and passes the failure along its streams in both directions, so that each neighbour aborts itself
-/// in the same way. Then it goes on serving its FIFO: others may be waiting to get something in.
+/// A device that fails ends its own node of the sequence and no other. It tells the client why. In a step it throws, so
+/// that the supervisor has the reason, too, and elsewhere it fires its abort notification. It passes the failure along
+/// its streams in both directions, so that each neighbour fails in the same way. Then it goes on serving its FIFO.
+///
+/// A device also misbehaves if the job has a fault for it: see `Fault`.
 class PlayoutDevice : public Zv::DevMDStdDevice
 {
 public:
@@ -28,14 +34,19 @@ public:
 
     /// For a device that is closed.
     Statistics getStatistics() const;
-    /// Makes the device abort itself, for a client that has seen a failure which no stream brings here. Any thread.
-    void giveUp();
+    /// The recording is given up: the device drops what it has for the next one, instead of waiting. Any thread.
+    void letGo();
+    /// How long the device has been at one piece of its work, in seconds. 0 if it serves its FIFO, or waits for the next
+    /// device. Any thread.
+    double getBusySeconds() const;
     /// Has the device call a function, then look for something to do. Any thread.
     void post(std::function<void()> function);
     Metronome const &getMetronome() const { return _metronome; }
 
     void performOpen() override;
     void performClose() override;
+    /// None. Overridden for a fault at "ready".
+    Zv::DtTime getLatency() override;
 
 protected:
     PlayoutDevice(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
@@ -67,7 +78,8 @@ protected:
     /// Pushes a block downstream and counts it.
     void send(Zv::RCShdPtr<AudioBlock> const &block);
     void sendEnd();
-    void count() { ++_statistics.blocks; }
+    /// A block has been sent or written.
+    void count();
 
 private:
     class Body;
@@ -85,18 +97,25 @@ private:
 
     void start() final;
     void sync() final;
-    void stop() final { end(); }
-    void abort() final { end(); }
+    void recover() final;
+    void stop() final;
+    void abort() final;
     void end();
     void take(Zv::DevMDStreamElem const &elem);
     void take(std::int64_t beats);
     bool work();
     void requireStreams() const;
-    /// Whether it went well. The device has failed otherwise.
+    /// A step of the sequence, with the fault that it may have. The device has failed if it throws.
+    template <class Step>
+    void performStep(Fault::Phase phase, Step step);
+    void finishFault(Fault::Kind kind);
+    /// Work between the steps. Returns whether it went well. The device has failed otherwise, and aborts.
     template <class Step>
     bool attempt(Step step);
-    void fail(char const *reason);
+    /// `isOwn`: the failure is not one of a neighbour.
+    void fail(char const *reason, bool isOwn = true);
     void failWithNeighbour();
+    std::optional<Fault::Kind> findFault(Fault::Phase phase) const;
 
     Zv::LiString _name;
     Zv::RCShdPtr<PlayoutJob> _job;
@@ -108,4 +127,6 @@ private:
     State _state = State::idle;
     bool _hasFailed = false;
     Statistics _statistics;
+    std::atomic<double> _busySince = 0; // 0 if it is not
+    Zv::ObjPtr<Zv::DevACO> _kept;       // by a device that is to be silent
 };

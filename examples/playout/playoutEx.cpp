@@ -63,3 +63,16 @@ PlayoutEx::Interrupted::Interrupted(char const *file, int line)
 {
     setReason("interrupted");
 }
+
+PlayoutEx::Fault::Fault(char const *file, int line, char const *device, char const *phase)
+    : std::runtime_error(""), PlayoutEx(file, line)
+{
+    formatReason("%s fails at \"%s\", as --fault asks", shorten(device, LONGEST_NAME).c_str(),
+                 phase);
+}
+
+PlayoutEx::NoAnswer::NoAnswer(char const *file, int line, char const *text)
+    : std::runtime_error(""), PlayoutEx(file, line)
+{
+    setReason(shorten(text, LONGEST_TEXT).c_str());
+}

@@ -18,6 +18,8 @@ public:
     class Client;
     class Show;
     class Interrupted;
+    class Fault;
+    class NoAnswer;
 
     using ExBase::ExBase;
 };
@@ -84,4 +86,20 @@ class PlayoutEx::Interrupted : public std::runtime_error, public PlayoutEx
 public:
     Interrupted(char const *file, int line);
     ZV_EXCEPTION_MEMBERS(Interrupted)
+};
+
+/// A fault that was asked for: "recorder fails at "start", as --fault asks"
+class PlayoutEx::Fault : public std::runtime_error, public PlayoutEx
+{
+public:
+    Fault(char const *file, int line, char const *device, char const *phase);
+    ZV_EXCEPTION_MEMBERS(Fault)
+};
+
+/// A device hangs: the text.
+class PlayoutEx::NoAnswer : public std::runtime_error, public PlayoutEx
+{
+public:
+    NoAnswer(char const *file, int line, char const *text);
+    ZV_EXCEPTION_MEMBERS(NoAnswer)
 };

@@ -1,17 +1,19 @@
 #include "playoutJob.h"
 
 #include <filesystem>
+#include <utility>
 
 using namespace Zv;
 
 PlayoutJob::PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock,
-                       bool isFast)
+                       bool isFast, Faults askedFaults)
     : show(playedShow),
       output(std::move(outputPath)),
       blockFrames(framesPerBlock),
       timeline(show.clock ? new Timeline(show.clock->rate) : nullptr),
       picture(getPicturePath(show, output)),
-      isPaced(timeline && !isFast)
+      isPaced(timeline && !isFast),
+      faults(std::move(askedFaults))
 {}
 
 std::string PlayoutJob::getPicturePath(Show const &show, std::string const &output)
@@ -40,6 +42,15 @@ void PlayoutJob::fail(char const *reason)
     wake();
 }
 
+void PlayoutJob::fail(std::string const &device, char const *reason)
+{
+    {
+        LkGuard<LkLock const> const guard(_lock);
+        _failures.emplace(device, reason);
+    }
+    fail(reason);
+}
+
 bool PlayoutJob::isComplete() const
 {
     LkGuard<LkLock const> const guard(_lock);
@@ -56,6 +67,25 @@ std::string PlayoutJob::getFailure() const
 {
     LkGuard<LkLock const> const guard(_lock);
     return _failure;
+}
+
+std::string PlayoutJob::getFailure(std::string const &device) const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    auto const place = _failures.find(device);
+    return place == _failures.end() ? "" : place->second;
+}
+
+void PlayoutJob::setOpening(std::string const &device)
+{
+    LkGuard<LkLock const> const guard(_lock);
+    _opening = device;
+}
+
+std::string PlayoutJob::getOpening() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return _opening;
 }
 
 void PlayoutJob::wait(double seconds)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cues.h"
+#include "fault.h"
 #include "memoryFigures.h"
 #include "show.h"
 #include "timeline.h"
@@ -9,6 +10,7 @@
 #include <resmgt/deviceManager.h>
 #include <resmgt/locks.h>
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -17,7 +19,8 @@ class PlayoutJob : public Zv::RCBase<Zv::LkCounter<long>>
 {
 public:
     /// The show outlives the job. `isFast`: its clock does not pace it.
-    PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock, bool isFast);
+    PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock, bool isFast,
+               Faults askedFaults);
 
     /// The path of the picture that a show gets, beside its output; empty for a show without a clock.
     static std::string getPicturePath(Show const &show, std::string const &output);
@@ -30,14 +33,23 @@ public:
     bool const isPaced;
     Cues cues;
     MemoryFigures memoryFigures;
+    Faults const faults;
 
     /// The recording has gone through. Comes too late after a failure.
     void complete();
-    /// A device has failed. The first reason stays; none comes after the completion.
+    /// The recording has failed. The first reason stays; none comes after the completion.
     void fail(char const *reason);
+    /// A device has failed, and with it the recording.
+    void fail(std::string const &device, char const *reason);
     bool isComplete() const;
     bool hasFailed() const;
     std::string getFailure() const;
+    /// Returns why a device has failed by its own account. Empty if it has not.
+    std::string getFailure(std::string const &device) const;
+
+    /// The device that is opened now.
+    void setOpening(std::string const &device);
+    std::string getOpening() const;
 
     /// Something has changed: wakes the client.
     void wake() { _changed.set(); }
@@ -50,4 +62,6 @@ private:
     bool _isComplete = false;
     bool _hasFailed = false;
     std::string _failure;
+    std::map<std::string, std::string> _failures; // by device
+    std::string _opening;
 };

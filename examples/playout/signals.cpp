@@ -15,8 +15,11 @@
 
 namespace {
 
+constexpr long SECOND = 1'000'000'000; // nanoseconds
 constexpr long PATIENCE =
-    450'000'000; // nanoseconds from the signal to the end, or to the second look
+    450'000'000;                  // nanoseconds from the signal to the end, or to the second look
+constexpr long SOON = 20'000'000; // nanoseconds, until the output is in its place
+constexpr int LOOKS = 50;         // so often, until the output counts as not written
 constexpr int TIMER_SIGNAL = SIGVTALRM;
 
 enum class Stage
@@ -47,7 +50,9 @@ std::atomic<Stage> stage = Stage::running;
 std::array<File, 4> files;
 std::array<Message, 2> messages; // one is read while the other is written
 std::atomic<std::size_t> current = 0;
+std::atomic<long> patience = PATIENCE; // nanoseconds
 std::atomic<bool> isPatienceOver = false;
+std::atomic<bool> isLineOpen = false;
 timer_t timer = {};
 bool hasTimer = false;
 
@@ -55,14 +60,26 @@ static_assert(std::atomic<int>::is_always_lock_free);
 static_assert(std::atomic<Stage>::is_always_lock_free);
 static_assert(std::atomic<std::size_t>::is_always_lock_free);
 static_assert(std::atomic<bool>::is_always_lock_free);
+static_assert(std::atomic<long>::is_always_lock_free);
 
-void stopLater(int number)
+void setTimer(long nanoseconds)
 {
-    int none = 0;
-    if (!caught.compare_exchange_strong(none, number) || !hasTimer)
-        return;
-    itimerspec const times = {{0, PATIENCE}, {0, PATIENCE}};
-    timer_settime(timer, 0, &times, nullptr);
+    itimerspec const times = {{0, PATIENCE}, {nanoseconds / SECOND, nanoseconds % SECOND}};
+    if (hasTimer)
+        timer_settime(timer, 0, &times, nullptr);
+}
+
+[[noreturn]] void waitForEnd()
+{
+    for (;;)
+        ::pause();
+}
+
+void removeFiles()
+{
+    for (File const &file : files)
+        if (file.isUsed && Signals::isFileAt(file.path, file.descriptor))
+            ::unlink(file.path);
 }
 
 /// The orderly stop did not come to its end.
@@ -72,11 +89,10 @@ void stopNow(int)
     bool const isSecondLook = isPatienceOver.exchange(true);
     Stage seen = Stage::running;
     if (stage.compare_exchange_strong(seen, Stage::ending)) {
-        for (File const &file : files)
-            if (file.isUsed && Signals::isFileAt(file.path, file.descriptor))
-                ::unlink(file.path);
+        removeFiles();
         Message const &message = messages[current];
-        [[maybe_unused]] auto const ignored = ::write(STDERR_FILENO, message.text, message.length);
+        [[maybe_unused]] ssize_t ignored = isLineOpen ? ::write(STDOUT_FILENO, "\n", 1) : 0;
+        ignored = ::write(STDERR_FILENO, message.text, message.length);
         ::_exit(128 + caught);
     }
     if (isSecondLook && seen == Stage::complete)
@@ -84,6 +100,16 @@ void stopNow(int)
     if (isSecondLook && seen == Stage::reporting)
         ::_exit(128 + caught);
     errno = error;
+}
+
+void stopLater(int number)
+{
+    int none = 0;
+    if (caught.compare_exchange_strong(none, number))
+        return setTimer(patience);
+    isPatienceOver = true;
+    setTimer(SOON);
+    stopNow(number);
 }
 
 } // namespace
@@ -116,6 +142,26 @@ int Signals::getCaught()
     return caught;
 }
 
+void Signals::beginEnd(double seconds)
+{
+    patience = static_cast<long>(seconds * SECOND);
+    if (caught) // otherwise a signal that comes now sees the new time
+        setTimer(patience);
+}
+
+void Signals::setLineOpen(bool isOpen)
+{
+    isLineOpen = isOpen;
+}
+
+void Signals::endWith(int status)
+{
+    Stage seen = Stage::running;
+    if (stage.compare_exchange_strong(seen, Stage::ending) || seen == Stage::reporting)
+        removeFiles();
+    ::_exit(status);
+}
+
 void Signals::setOutput(std::string const &path)
 {
     std::string const text = "zvplayout: " + getMessage(path) + "\n";
@@ -131,20 +177,28 @@ std::string Signals::getMessage(std::string const &path)
     return "interrupted: " + (path.empty() ? "nothing" : toShownText(path)) + " was not written";
 }
 
-void Signals::beginReport()
+bool Signals::beginReport()
 {
-    Stage seen = Stage::running;
-    if (!stage.compare_exchange_strong(seen, Stage::reporting) && seen == Stage::ending)
-        for (;;)
-            ::pause();
+    timespec const moment = {0, SOON};
+    for (int i = 0; i < LOOKS; ++i) {
+        Stage seen = Stage::running;
+        if (stage.compare_exchange_strong(seen, Stage::reporting))
+            return false;
+        if (seen == Stage::ending)
+            waitForEnd();
+        if (seen != Stage::critical)
+            return seen == Stage::complete;
+        ::nanosleep(&moment, nullptr);
+    }
+    return false;
 }
 
 Signals::Critical::Critical()
 {
     Stage seen = Stage::running;
-    if (!stage.compare_exchange_strong(seen, Stage::critical) && seen == Stage::ending)
-        for (;;)
-            ::pause();
+    if (!stage.compare_exchange_strong(seen, Stage::critical) &&
+        (seen == Stage::ending || seen == Stage::reporting))
+        waitForEnd();
 }
 
 Signals::Critical::~Critical()

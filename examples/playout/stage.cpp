@@ -66,19 +66,17 @@ Stage::Stage(RCShdPtr<PlayoutJob> const &job) : _job(job)
         _registrations.push_back(std::make_unique<Registration>(*device, job));
 }
 
-Stage::~Stage() noexcept(false)
+void Stage::create()
 {
-    close();
+    _manager = DevMgr::create();
+    _streams = _manager->createStreamAcc();
+    _properties = _manager->createPropertyAcc();
 }
 
 void Stage::build()
 {
     if (_job->isPaced)
         SeSourceClock::getInstance().setInterval(_job->timeline->getInterval());
-    _manager = DevMgr::create();
-    _sequence = _manager->createSyncSeqAcc();
-    _streams = _manager->createStreamAcc();
-    _properties = _manager->createPropertyAcc();
     configure();
     connect();
     for (auto const &device : _job->show.devices)
@@ -92,9 +90,10 @@ void Stage::configure()
     ShowSequence const &show = *_job->show.sequence;
     std::string const context = show.getWhere() + "sequence \"" + show.tree + "\"";
     inContext(context, [&] {
-        auto const edges = _sequence->parseConfig(show.tree.c_str());
+        ObjPtr<DevMgrSyncSeqAcc> const parser(_manager->createSyncSeqAcc());
+        auto const edges = parser->parseConfig(show.tree.c_str());
         checkEdges(edges);
-        _sequence->configure(show.tree.c_str());
+        _sequence = _manager->createSeqSupervisor(show.tree.c_str());
         for (auto const &edge : edges) {
             auto const device = rcDynamicCast<PlayoutDevice>(_manager->getPrtcl(edge[1]));
             _devices.emplace_back(edge[1].getChars(), device);
@@ -167,12 +166,22 @@ bool Stage::isA(std::string const &kind, std::string const &device) const
     });
 }
 
-void Stage::close()
+void Stage::letGo()
 {
-    _job->cues.stop(); // they wait for devices
+    for (auto const &[name, device] : _devices)
+        device->letGo();
+}
+
+DevMgrCloseReport Stage::close(double seconds)
+{
+    return _manager->close(seconds);
+}
+
+void Stage::release()
+{
+    _sequence.reset();
     _properties.reset();
     _streams.reset();
-    _sequence.reset();
     _manager.reset();
     if (_job->isPaced)
         SeSyncEngine::getInstance().stop();

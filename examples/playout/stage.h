@@ -13,7 +13,8 @@
 #include <vector>
 
 /// A manager with the tree of a show, its streams and its properties. What the library finds wrong in the show is
-/// thrown as `PlayoutEx::Client`, with the place and the text that it is about. For one thread.
+/// thrown as `PlayoutEx::Client`, with the place and the text that it is about. One thread at a time, if nothing else is
+/// said.
 class Stage
 {
 public:
@@ -22,16 +23,27 @@ public:
     explicit Stage(Zv::RCShdPtr<PlayoutJob> const &job);
     Stage(Stage const &) = delete;
     Stage &operator=(Stage const &) = delete;
-    ~Stage() noexcept(false);
+    ~Stage() noexcept(false) = default;
 
-    /// Sets the clock, opens the devices, connects their streams and sets their properties.
+    /// Makes the manager. Waits for no device.
+    void create();
+    /// Sets the clock, opens the devices, connects their streams and sets their properties. Waits for devices: `close`
+    /// may be called meanwhile by another thread, and then this throws.
     void build();
     /// `setting` is "fader:levels:gain=0.5"; `where` stands before each reason.
     void setProperty(std::string const &where, std::string const &setting);
-    /// Ends the devices. Their objects live on for their figures.
-    void close();
+    /// The recording is given up: no device waits for another one from now on.
+    void letGo();
+    /// The devices get no cues from now on. Waits for a cue that a device has not taken yet.
+    void stopCues() { _job->cues.stop(); }
+    /// Closes the devices within a limit. Those that do not close in time are left behind, see the report. Their objects
+    /// live on for their figures.
+    Zv::DevMgrCloseReport close(double seconds);
+    /// Ends what is left. Only for a stage that was closed, if nothing was left behind. Otherwise the stage must not be
+    /// destroyed, because its threads run on.
+    void release();
 
-    Zv::DevMgrSyncSeqAcc &sequence() const { return *_sequence; }
+    Zv::DevMgrSeqSupervisor &sequence() const { return *_sequence; }
     Zv::DevMgrPropertyAcc &properties() const { return *_properties; }
     /// The root first.
     Devices const &getDevices() const { return _devices; }
@@ -52,9 +64,9 @@ private:
     std::vector<std::unique_ptr<Registration>> _registrations;
     Devices _devices;
     std::string _tree;
-    // Closed in the reverse order, the devices with the manager.
+    // Destroyed in the reverse order.
     Zv::ObjPtr<Zv::DevMgr> _manager;
-    Zv::ObjPtr<Zv::DevMgrSyncSeqAcc> _sequence;
     Zv::ObjPtr<Zv::DevMgrStreamAcc> _streams;
     Zv::ObjPtr<Zv::DevMgrPropertyAcc> _properties;
+    Zv::ObjPtr<Zv::DevMgrSeqSupervisor> _sequence; // null until the devices are open
 };
