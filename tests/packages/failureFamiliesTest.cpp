@@ -98,6 +98,8 @@ TEST(Failures, OfDevicesAreStandardFirst)
     check<STANDARD, Mgr::StreamsNotCompatible, Mgr, std::logic_error>("x");
     check<STANDARD, Mgr::PropertySyntaxError, Mgr, std::logic_error>("x");
     check<STANDARD, Mgr::PropertyInvalidType, Mgr, std::logic_error>("x");
+    check<STANDARD, Mgr::SequenceAbandoned, Mgr, std::logic_error>();
+    check<STANDARD, Mgr::ManagerClosed, Mgr, std::logic_error>();
     check<STANDARD, Mgr::SeqIllegalCall, Mgr, std::logic_error>("stop", "x");
     check<STANDARD, Mgr::SeqDeviceFailed, Mgr, std::logic_error>("x", "y");
 }
