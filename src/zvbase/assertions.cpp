@@ -2,9 +2,9 @@
 
 #include "zvbase/exSysError.h"
 #include "zvbase/lgLine.h"
+#include "zvbase/unwinding.h"
 
 #include <cstdio>
-#include <exception>
 #include <string>
 
 namespace Zv {
@@ -99,7 +99,7 @@ void Assertions::throwProgramAborted(char const *file, int line)
 
 void Assertions::destructorAssertionFailed(char const *file, int line, char const *expression)
 {
-    if (std::uncaught_exceptions() == 0)
+    if (!Unwinding::ofAny().hasBegun())
         throwAssertionFailed(file, line, expression);
     trace(file, line, Report(expression).get());
 }
@@ -107,7 +107,7 @@ void Assertions::destructorAssertionFailed(char const *file, int line, char cons
 void Assertions::destructorSysAssertionFailed(char const *file, int line, char const *expression,
                                               int lastError)
 {
-    if (std::uncaught_exceptions() == 0)
+    if (!Unwinding::ofAny().hasBegun())
         throwSysAssertionFailed(file, line, expression, lastError);
     trace(file, line, Report(expression, lastError).get());
 }

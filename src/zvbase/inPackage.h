@@ -2,9 +2,9 @@
 #pragma once
 
 #include "zvbase/export.h"
+#include "zvbase/unwinding.h"
 
 #include <cstddef>
-#include <exception>
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
@@ -133,7 +133,7 @@ public:
     static bool isOpen();
 
 private:
-    int _exceptionsAtStart;
+    Unwinding _unwinding;
 };
 
 } // namespace Zv

@@ -1,9 +1,10 @@
 // What happens before, during and after the run of the packages, each time in a process of its own.
 
 #include "childProcess.h"
+#include "packages/registered.h"
 #include "platform/services.h"
 #include "resmgt/locks/locksStatics.private.h"
-#include "resmgt/packages.private.h"
+#include "resmgt/packages.h"
 #include "resmgt/syncEngine/seSyncEngine.h"
 #include "resmgt/threadExtensions/mtAlarmManager.h"
 #include "resmgt/threads/mtEx.h"
@@ -220,7 +221,7 @@ void endTwice()
     }
     MtLogger::startLogger();
     try {
-        PackageStatics::threads->cleanupPackage();
+        ZvTest::getRegistered<ZvInit::threads>().cleanupPackage();
     } catch (AssertionFailed const &failure) {
         std::cout << "failed " << failure.getExpression() << std::endl;
     }

@@ -2,10 +2,9 @@
 #include "resmgt/dynamicAllocation/daFirstFitArena.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/objPtr.h"
-#include "zvbase/traceCaught.private.h"
+#include "zvbase/scope.private.h"
 
 #include <cstddef>
-#include <exception>
 
 namespace Zv {
 
@@ -33,13 +32,8 @@ public:
     ~DaArenaPoolWinNT() noexcept(false) override
     {
         _arena.reset();
-        try {
-            getAllocator()->deallocate(_buffer, _arenaSize);
-        } catch (...) {
-            if (!std::uncaught_exceptions())
-                throw;
-            traceCaught(__FILE__, __LINE__);
-        }
+        throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__,
+                             [this] { getAllocator()->deallocate(_buffer, _arenaSize); });
         ZV_ASSERT_IN_DESTRUCTOR(_nbAllocated == 0);
     }
 
