@@ -11,7 +11,7 @@ namespace Zv {
 
 namespace {
 
-/// A report without its place. It lies in the object, so that reporting works when memory is short.
+/// A report without its place. The text lies in the object, so that a report needs no memory.
 class Report
 {
 public:
@@ -39,7 +39,7 @@ std::string withPlace(char const *file, int line, char const *text)
     return std::string(file) + "(" + std::to_string(line) + "): " + text;
 }
 
-/// A failure is reported where it is thrown; that the report cannot be written must not hide the failure.
+/// Writes a report to the trace. If that fails, the assertion is still thrown.
 void trace(char const *file, int line, char const *text) noexcept
 {
     try {

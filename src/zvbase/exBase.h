@@ -22,36 +22,37 @@ namespace Zv {
 ///     try {
 ///         throw Zv::ExSysError(__FILE__, __LINE__, 5);
 ///     } catch (Zv::ExBase const &failure) {
-///         std::fprintf(stderr, "%s\n", failure.getDetailedReason()); // x.cpp(12): System error 5…
+///         std::fprintf(stderr, "%s\n", failure.getDetailedReason());
 ///     }
 ///
 /// **Threads**: one thread at a time.
 class ZVBASE_EXPORT ExBase
 {
 public:
-    /// Bytes of text that an exception keeps.
+    /// The largest length of a reason, in bytes.
     static constexpr std::size_t REASON_CAPACITY = 1023;
 
-    /// `file` outlives the exception; it is `__FILE__` of the throwing source.
+    /// `file` is the source file that throws, `__FILE__`. It is not copied and must outlive the
+    /// exception.
     ExBase(char const *file, int line) noexcept;
     ExBase(ExBase const &) noexcept;
     ExBase &operator=(ExBase const &) noexcept;
 
-    /// What went wrong. Valid as long as this object.
+    /// Returns what went wrong. Valid as long as this object.
     virtual char const *getReason() const noexcept;
-    /// The reason with file and line in front of it, for logs: `../src/x.cpp(12): reason`.
+    /// Returns file, line and reason, for logs: `../src/x.cpp(12): reason`.
     virtual char const *getDetailedReason() const noexcept;
     virtual ~ExBase();
-    /// A copy of the most derived object on the heap. The caller owns it.
-    virtual ExBase *clone() const = 0;
+    /// Returns a copy of the most derived object, made with `new`. The caller owns it.
+    [[nodiscard]] virtual ExBase *clone() const = 0;
 
     char const *getFile() const noexcept { return _file; }
     int getLine() const noexcept { return _line; }
 
 protected:
-    /// Appends to the reason; a null pointer adds nothing.
+    /// Appends `text` to the reason. Does nothing if it is null.
     void setReason(char const *text) noexcept;
-    /// Appends a text formatted as by `printf`.
+    /// Appends a text to the reason, formatted as by `printf`.
     [[gnu::format(printf, 2, 3)]] void formatReason(char const *format, ...) noexcept;
 
 private:
@@ -66,9 +67,9 @@ private:
 
 } // namespace Zv
 
-/// The two members that the classes of all families have alike.
+/// Defines `clone` and `what`, which the classes of all families need.
 #define ZV_EXCEPTION_MEMBERS(Class)                                                                \
-    Class *clone() const override                                                                  \
+    [[nodiscard]] Class *clone() const override                                                    \
     {                                                                                              \
         return new Class(*this);                                                                   \
     }                                                                                              \

@@ -31,7 +31,8 @@ public:
         if (_failure)
             std::rethrow_exception(_failure);
     }
-    /// For destructors: throws the failure if there is one, unless an exception is leaving the scope.
+    /// For destructors: throws the failure if there is one, unless an exception is leaving the
+    /// scope.
     void rethrow(Unwinding const &unwinding = Unwinding::ofAny()) const
     {
         if (!unwinding.hasBegun())

@@ -20,8 +20,8 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// Guards the list and the count of scopes, and is held while the packages are run: who opens a second scope waits
-/// until all are up.
+/// Guards the list and the count of scopes. It is held while the packages are run, so that a thread
+/// that opens a second scope waits until all packages are up.
 constinit BaseLock packagesLock;
 constinit InPackageInit *firstPackage ZV_GUARDED_BY(packagesLock) = nullptr;
 constinit InPackageRun *
@@ -169,7 +169,7 @@ void InPackageInit::removeDependency(InVariableBase *variable)
     }
 }
 
-/// A variable that comes up may add and remove others, and itself.
+/// While a variable comes up, it may add and remove others, and itself.
 void InPackageInit::bringVariablesUp()
 {
     while (_nbVariablesUp < _variables.size()) {
@@ -180,7 +180,7 @@ void InPackageInit::bringVariablesUp()
     }
 }
 
-/// The latest one that is up. It may remove others, and itself.
+/// Takes down the last variable that is up. It may remove others, and itself.
 void InPackageInit::takeVariableDown()
 {
     --_nbVariablesUp;
@@ -245,7 +245,7 @@ InPackageScope::InPackageScope()
 {
     BaseGuard const guard(packagesLock);
     if (!run && !isRunning) {
-        // A step of a package may open and close scopes: they only count.
+        // If a step of a package opens or closes a scope meanwhile, the scope is only counted.
         TemporaryValue const running(isRunning, true);
         ObjPtr<InPackageRun> made(new InPackageRun(InPackageRun::getRegistered()));
         made->bringUp();

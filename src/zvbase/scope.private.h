@@ -8,7 +8,8 @@
 
 namespace Zv {
 
-/// Runs an action at the end of the scope, also if an exception leaves it. The action must not throw.
+/// Runs an action at the end of the scope, also if an exception leaves it. The action must not
+/// throw.
 template <class Action>
 class AtScopeEnd
 {

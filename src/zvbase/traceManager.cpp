@@ -14,7 +14,7 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// In charge where no library with threads is.
+/// In charge if there is no library with threads.
 class OwnManager : public TraceManager
 {
 public:
