@@ -1,4 +1,4 @@
-// What libzvresmgt shows to others. Whatever is not marked stays inside.
+// Marks the symbols that libzvresmgt exports. All other symbols are hidden.
 #pragma once
 
 #if defined(_WIN32)

@@ -20,7 +20,7 @@ namespace Zv {
 ///     #include <cstdio>
 ///
 ///     try {
-///         throw Zv::ExSysError(__FILE__, __LINE__, 5);
+///         throw Zv::OsDateEx::ExInvalidDate(__FILE__, __LINE__);
 ///     } catch (Zv::ExBase const &failure) {
 ///         std::fprintf(stderr, "%s\n", failure.getDetailedReason());
 ///     }

@@ -8,8 +8,9 @@
 
 namespace Zv {
 
-/// Thrown if a system call fails. The reason is "System error 6: The handle is invalid.", or
-/// "System error 4711." for a code that has no meaning here.
+/// Base of the exceptions that are thrown if a system call fails. The reason is "System error 6:
+/// The handle is invalid.", or "System error 4711." for a code that has no meaning here. Catch this
+/// class, and throw `ExSysErrorWindows`.
 class ZVBASE_EXPORT ExSysError : public ExBase, public std::runtime_error
 {
 public:

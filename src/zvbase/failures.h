@@ -42,9 +42,9 @@
 /// Throws an exception of an `Ex` family with this source file and line. The other arguments are
 /// those of its constructor behind file and line.
 ///
-///     void checkChannel(int channel)
+///     void checkMonth(int month)
 ///     {
-///         if (channel < 0)
-///             ZV_THROW(Zv::ExSysError, 87);
+///         if (month < 1 || month > 12)
+///             ZV_THROW(Zv::OsDateEx::ExInvalidDate);
 ///     }
 #define ZV_THROW(Class, ...) throw Class(__FILE__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)

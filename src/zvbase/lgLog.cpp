@@ -101,7 +101,7 @@ ObjPtrRet<LgRegistry> LgLog::setRegistry(ObjPtr<LgRegistry> registry)
     ++LgLogImp::_generation;
     // After the exchange: from now on the thread that ends a line writes it.
     LgReader(queues, nullptr).flushAll();
-    return ObjPtrRet<LgRegistry>(former);
+    return ObjPtrRet<LgRegistry>(std::move(former));
 }
 
 void LgLog::registerQueue(LgQueue *queue)

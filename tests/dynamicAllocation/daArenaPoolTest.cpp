@@ -396,14 +396,15 @@ TEST(DaArenaPool, WithoutMemoryThereIsNoPool)
 {
     Calls calls;
     calls.isEmpty = true;
-    EXPECT_EQ("_buffer != NULL",
-              assertionOf([&] { DaArenaPool::create(new RecordingAllocator(calls), 64); }));
+    EXPECT_EQ("_buffer != NULL", assertionOf([&] {
+                  static_cast<void>(DaArenaPool::create(new RecordingAllocator(calls), 64));
+              }));
     EXPECT_EQ("+64~", calls.text);
 }
 
 TEST(DaArenaPool, WithoutAnAllocatorThereIsNoPool)
 {
-    EXPECT_THROW(DaArenaPool::create(nullptr, 64), RCEx::ExNullPtr);
+    EXPECT_THROW(static_cast<void>(DaArenaPool::create(nullptr, 64)), RCEx::ExNullPtr);
 }
 
 /// Cannot take its memory back.
@@ -495,9 +496,9 @@ TEST(DaMemoryMapAllocator, FailuresCarryTheSystemsError)
         return 0;
     };
     // There is not so much memory, or no such size at all.
-    EXPECT_THAT(errorOf([&] { allocator->allocate(std::uint64_t{1} << 62); }),
+    EXPECT_THAT(errorOf([&] { static_cast<void>(allocator->allocate(std::uint64_t{1} << 62)); }),
                 testing::AnyOf(8, 87));
-    EXPECT_EQ(87, errorOf([&] { allocator->allocate(0); }));
+    EXPECT_EQ(87, errorOf([&] { static_cast<void>(allocator->allocate(0)); }));
     int onTheStack = 0;
     EXPECT_EQ(487, errorOf([&] { allocator->deallocate(&onTheStack, 4); }));
 }

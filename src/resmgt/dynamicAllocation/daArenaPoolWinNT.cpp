@@ -5,6 +5,7 @@
 #include "zvbase/scope.private.h"
 
 #include <cstddef>
+#include <utility>
 
 namespace Zv {
 
@@ -14,7 +15,7 @@ class DaArenaPoolWinNT : public DaArenaPool
 {
 public:
     DaArenaPoolWinNT(ObjPtr<DaArenaAllocator> allocator, std::uint64_t size)
-        : DaArenaPool(allocator, size),
+        : DaArenaPool(std::move(allocator), size),
           _buffer(getAllocator()->allocate(size)),
           _arenaSize(size),
           _nbAllocated(0)
@@ -61,7 +62,7 @@ private:
 } // namespace
 
 DaArenaPool::DaArenaPool(ObjPtr<DaArenaAllocator> allocator, std::uint64_t size)
-    : _allocator(allocator), _size(size)
+    : _allocator(std::move(allocator)), _size(size)
 {}
 
 DaArenaPool::~DaArenaPool() noexcept(false) = default;
@@ -76,7 +77,7 @@ DaArenaPool *DaArenaPool::create(DaArenaAllocator *allocator, std::uint64_t size
     if (!allocator)
         RCExUtil::throwExNullPtr();
     ObjPtr<DaArenaAllocator> owner(allocator);
-    return new DaArenaPoolWinNT(owner, size);
+    return new DaArenaPoolWinNT(std::move(owner), size);
 }
 
 } // namespace Zv
