@@ -72,7 +72,7 @@ private:
     HANDLE _thread = nullptr;
 };
 
-TEST(LogOrder, aLaterLineWaitsForTheOneThatIsBeingEnded)
+TEST(LogOrder, ALaterLineWaitsForTheOneThatIsBeingEnded)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -92,7 +92,7 @@ TEST(LogOrder, aLaterLineWaitsForTheOneThatIsBeingEnded)
     EXPECT_EQ(log.getLines(), (Lines{"first\n", "second\n"}));
 }
 
-TEST(LogOrder, aThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
+TEST(LogOrder, AThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -112,7 +112,7 @@ TEST(LogOrder, aThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
     EXPECT_EQ(logger.getNbQueues(), 1U) << "only the main thread's";
 }
 
-TEST(LogOrder, aThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
+TEST(LogOrder, AThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -132,7 +132,7 @@ TEST(LogOrder, aThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
     EXPECT_EQ(log.getLines(), (Lines{"second\n", "first\n"}));
 }
 
-TEST(LogOrder, aLineThatIsBeingEndedWhenTheLoggerStopsComesOut)
+TEST(LogOrder, ALineThatIsBeingEndedWhenTheLoggerStopsComesOut)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -147,7 +147,7 @@ TEST(LogOrder, aLineThatIsBeingEndedWhenTheLoggerStopsComesOut)
     EXPECT_EQ(log.getLines(), (Lines{"first\n"}));
 }
 
-TEST(LogOrder, aLineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
+TEST(LogOrder, ALineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
 {
     CapturedLog const log;
     TestLogger logger;

@@ -45,7 +45,7 @@ using LogTest::fillQueue;
 using LogTest::TestLogger;
 using Lines = std::vector<std::string>;
 
-TEST(LgQueue, isEmptyAndRoomyWhenNew)
+TEST(LgQueue, IsEmptyAndRoomyWhenNew)
 {
     LgQueue queue(7);
     EXPECT_EQ(queue.getThreadId(), 7U);
@@ -55,7 +55,7 @@ TEST(LgQueue, isEmptyAndRoomyWhenNew)
     EXPECT_EQ(queue.getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-TEST(LgQueue, freeCharactersAreWhatOneLineMayHave)
+TEST(LgQueue, FreeCharactersAreWhatOneLineMayHave)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -74,7 +74,7 @@ TEST(LgQueue, freeCharactersAreWhatOneLineMayHave)
     EXPECT_FALSE(queue.isFull());
 }
 
-TEST(LgQueue, aLineOfOneCharacterTooManyIsDroppedAsAWhole)
+TEST(LgQueue, ALineOfOneCharacterTooManyIsDroppedAsAWhole)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -93,7 +93,7 @@ TEST(LgQueue, aLineOfOneCharacterTooManyIsDroppedAsAWhole)
               std::string::npos);
 }
 
-TEST(LgQueue, textsSurviveTheSeamOfTheRing)
+TEST(LgQueue, TextsSurviveTheSeamOfTheRing)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -112,7 +112,7 @@ TEST(LgQueue, textsSurviveTheSeamOfTheRing)
     EXPECT_EQ(log.getLines(), written);
 }
 
-TEST(LgQueue, aFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
+TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -134,7 +134,7 @@ TEST(LgQueue, aFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
     EXPECT_EQ(lines.back(), "later\n");
 }
 
-TEST(LgQueue, eachLossIsToldOnce)
+TEST(LgQueue, EachLossIsToldOnce)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -146,7 +146,7 @@ TEST(LgQueue, eachLossIsToldOnce)
     }
 }
 
-TEST(LgQueue, anEmptyTextIsALineWhateverStoodInItsPlaceBefore)
+TEST(LgQueue, AnEmptyTextIsALineWhateverStoodInItsPlaceBefore)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -183,7 +183,7 @@ private:
     int &_nbGone;
 };
 
-TEST(LgQueue, anObserverGoesWhileOthersMayRead)
+TEST(LgQueue, AnObserverGoesWhileOthersMayRead)
 {
     int nbGone = 0;
     {
@@ -195,7 +195,7 @@ TEST(LgQueue, anObserverGoesWhileOthersMayRead)
     EXPECT_EQ(nbGone, 2);
 }
 
-TEST(LgQueue, aLossIsToldBeforeTheLineThatFollowsIt)
+TEST(LgQueue, ALossIsToldBeforeTheLineThatFollowsIt)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -210,7 +210,7 @@ TEST(LgQueue, aLossIsToldBeforeTheLineThatFollowsIt)
     EXPECT_EQ(lines.back(), "y\n");
 }
 
-TEST(LgQueue, writingAllocatesNothing)
+TEST(LgQueue, WritingAllocatesNothing)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -224,7 +224,7 @@ TEST(LgQueue, writingAllocatesNothing)
     EXPECT_EQ(logger.flush(), 101);
 }
 
-TEST(LgQueue, aSuppressedQueueTakesNothingAndCountsNothing)
+TEST(LgQueue, ASuppressedQueueTakesNothingAndCountsNothing)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -243,7 +243,7 @@ TEST(LgQueue, aSuppressedQueueTakesNothingAndCountsNothing)
     EXPECT_EQ(TestLogger::getThreadQueue()->getNbLostLines(), 0U);
 }
 
-TEST(LgQueue, textOutsideALineIsLost)
+TEST(LgQueue, TextOutsideALineIsLost)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -254,7 +254,7 @@ TEST(LgQueue, textOutsideALineIsLost)
     EXPECT_EQ(log.getLines(), (Lines{"a line\n"}));
 }
 
-TEST(LgQueue, theReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
+TEST(LgQueue, TheReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -270,7 +270,7 @@ TEST(LgQueue, theReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
     EXPECT_EQ(log.getLines(), (Lines{"last words\n"}));
 }
 
-TEST(LgQueue, theLossesOfAnEndedThreadAreTold)
+TEST(LgQueue, TheLossesOfAnEndedThreadAreTold)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -285,7 +285,7 @@ TEST(LgQueue, theLossesOfAnEndedThreadAreTold)
     EXPECT_NE(log.getLines().back().find("1 lines (4 characters) lost"), std::string::npos);
 }
 
-TEST(LgQueue, aKillerEndsTheQueueOfItsVictim)
+TEST(LgQueue, AKillerEndsTheQueueOfItsVictim)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -302,7 +302,7 @@ TEST(LgQueue, aKillerEndsTheQueueOfItsVictim)
     EXPECT_EQ(log.getLines(), (Lines{"interrupted\n"}));
 }
 
-TEST(LgQueue, aVictimThatIsKilledInsideALineLosesThatLineOnly)
+TEST(LgQueue, AVictimThatIsKilledInsideALineLosesThatLineOnly)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -322,7 +322,7 @@ TEST(LgQueue, aVictimThatIsKilledInsideALineLosesThatLineOnly)
     EXPECT_EQ(log.getLines(), (Lines{"whole\n"}));
 }
 
-TEST(LgQueue, withoutALoggerAnEndingThreadWritesAndDeletesItsQueue)
+TEST(LgQueue, WithoutALoggerAnEndingThreadWritesAndDeletesItsQueue)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -390,7 +390,7 @@ protected:
     TestLogger _logger;
 };
 
-TEST_F(BlockingTrace, aWriterWaitsForRoomAndLosesNothing)
+TEST_F(BlockingTrace, AWriterWaitsForRoomAndLosesNothing)
 {
     Lines written;
     for (int i = 0; i < 2000; ++i) {
@@ -405,7 +405,7 @@ TEST_F(BlockingTrace, aWriterWaitsForRoomAndLosesNothing)
     EXPECT_EQ(ReadingObserver::lastRoom, LgQueue::CAPACITY - 32);
 }
 
-TEST_F(BlockingTrace, aLongLineWaitsInTheMiddle)
+TEST_F(BlockingTrace, ALongLineWaitsInTheMiddle)
 {
     LgTrace::print("first");
     std::string const text(LgQueue::CAPACITY - 33, 'y');
@@ -418,7 +418,7 @@ TEST_F(BlockingTrace, aLongLineWaitsInTheMiddle)
     EXPECT_EQ(ReadingObserver::nbWaits, 1);
 }
 
-TEST_F(BlockingTrace, aLineThatFitsNoQueueIsDroppedWithoutWaiting)
+TEST_F(BlockingTrace, ALineThatFitsNoQueueIsDroppedWithoutWaiting)
 {
     {
         LgLine line(LgLine::PLAIN);
@@ -437,7 +437,7 @@ public:
     void wait(LgQueue &, unsigned) override {}
 };
 
-TEST_F(BlockingTrace, aLineIsDroppedWhereWaitingMadeNoRoom)
+TEST_F(BlockingTrace, ALineIsDroppedWhereWaitingMadeNoRoom)
 {
     LgTrace::print("first");
     LgQueue &queue = *TestLogger::getThreadQueue();
@@ -451,7 +451,7 @@ TEST_F(BlockingTrace, aLineIsDroppedWhereWaitingMadeNoRoom)
     EXPECT_EQ(queue.getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-TEST_F(BlockingTrace, nobodyWaitsOnceTheLoggerIsStopping)
+TEST_F(BlockingTrace, NobodyWaitsOnceTheLoggerIsStopping)
 {
     fillQueue();
     LgLog::setLoggerActive(false);

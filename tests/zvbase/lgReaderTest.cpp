@@ -72,7 +72,7 @@ private:
     std::thread _thread;
 };
 
-TEST(LgReader, withoutLinesNothingIsWritten)
+TEST(LgReader, WithoutLinesNothingIsWritten)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -83,7 +83,7 @@ TEST(LgReader, withoutLinesNothingIsWritten)
     EXPECT_EQ(log.getLines(), (Lines{"x\n"}));
 }
 
-TEST(LgReader, eachCallWritesTheEarliestLineOfAllQueues)
+TEST(LgReader, EachCallWritesTheEarliestLineOfAllQueues)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -102,7 +102,7 @@ TEST(LgReader, eachCallWritesTheEarliestLineOfAllQueues)
     EXPECT_EQ(log.getLines(), (Lines{"1 anna\n", "2 bert\n", "3 main\n", "4 bert\n", "5 anna\n"}));
 }
 
-TEST(LgReader, aLineCountsFromItsEnd)
+TEST(LgReader, ALineCountsFromItsEnd)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -117,7 +117,7 @@ TEST(LgReader, aLineCountsFromItsEnd)
     EXPECT_EQ(log.getLines(), (Lines{"ended first\n", "begun first\n"}));
 }
 
-TEST(LgReader, aQueueThatIsRegisteredTwiceIsReadOnce)
+TEST(LgReader, AQueueThatIsRegisteredTwiceIsReadOnce)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -129,7 +129,7 @@ TEST(LgReader, aQueueThatIsRegisteredTwiceIsReadOnce)
     EXPECT_EQ(logger.flush(), 1);
 }
 
-TEST(LgReader, threadsThatLiveOnEnterTheirQueuesWithTheNextLogger)
+TEST(LgReader, ThreadsThatLiveOnEnterTheirQueuesWithTheNextLogger)
 {
     CapturedLog const log;
     Servant servant;
@@ -147,7 +147,7 @@ TEST(LgReader, threadsThatLiveOnEnterTheirQueuesWithTheNextLogger)
     EXPECT_EQ(log.getLines(), (Lines{"first life\n", "nobody's\n", "second life\n"}));
 }
 
-TEST(LgReader, stoppingWritesWhatIsLeft)
+TEST(LgReader, StoppingWritesWhatIsLeft)
 {
     CapturedLog const log;
     {
@@ -157,7 +157,7 @@ TEST(LgReader, stoppingWritesWhatIsLeft)
     EXPECT_EQ(log.getLines(), (Lines{"just before\n"}));
 }
 
-TEST(LgReader, aRegistryThatIsPutAsideIsEmptiedFirst)
+TEST(LgReader, ARegistryThatIsPutAsideIsEmptiedFirst)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -172,7 +172,7 @@ TEST(LgReader, aRegistryThatIsPutAsideIsEmptiedFirst)
     static_cast<void>(LgLog::setRegistry(registry));
 }
 
-TEST(LgReader, flushWritesInTheCallingThread)
+TEST(LgReader, FlushWritesInTheCallingThread)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -207,7 +207,7 @@ private:
     std::function<void()> _act;
 };
 
-TEST(LgReader, anOutputThatReadsTheLogReadsNothing)
+TEST(LgReader, AnOutputThatReadsTheLogReadsNothing)
 {
     TestLogger logger;
     int nbRead = 0;
@@ -219,7 +219,7 @@ TEST(LgReader, anOutputThatReadsTheLogReadsNothing)
     EXPECT_EQ(log.text, "first\nsecond\n");
 }
 
-TEST(LgReader, anOutputThatThrowsGetsTheNextLine)
+TEST(LgReader, AnOutputThatThrowsGetsTheNextLine)
 {
     TestLogger logger;
     bool fails = true;
@@ -234,7 +234,7 @@ TEST(LgReader, anOutputThatThrowsGetsTheNextLine)
     EXPECT_EQ(log.text, "written\n");
 }
 
-TEST(LgReader, severalReadersShareTheWork)
+TEST(LgReader, SeveralReadersShareTheWork)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -252,7 +252,7 @@ TEST(LgReader, severalReadersShareTheWork)
     EXPECT_EQ(log.getLines(), written);
 }
 
-TEST(LgReader, aReaderForgetsAQueueThatAnotherOneDeleted)
+TEST(LgReader, AReaderForgetsAQueueThatAnotherOneDeleted)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -304,7 +304,7 @@ private:
     std::atomic<int> _running = THREADS;
 };
 
-TEST(LgReader, underLoadThreadsKeepTheirOrderAndTheLogItsTime)
+TEST(LgReader, UnderLoadThreadsKeepTheirOrderAndTheLogItsTime)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -325,7 +325,7 @@ TEST(LgReader, underLoadThreadsKeepTheirOrderAndTheLogItsTime)
     }
 }
 
-TEST(LgReader, nothingIsLostWhenTheLoggerStopsInTheMiddle)
+TEST(LgReader, NothingIsLostWhenTheLoggerStopsInTheMiddle)
 {
     constexpr int LINES = 200; // that many fit a queue
     for (int round = 0; round < 20; ++round) {
