@@ -32,7 +32,7 @@ static_assert(std::is_same_v<ConstIterator<int>::reference, int &>);
 static_assert(std::is_same_v<decltype(*std::declval<ConstIterator<int>>()), int const &>);
 static_assert(std::is_same_v<decltype(*std::declval<Iterator<int>>()), int &>);
 
-/// The two kinds of handles over the same numbers.
+/// The two kinds of iterators over the same numbers.
 struct OfConst
 {
     using Handle = ConstIterator<int>;

@@ -110,10 +110,10 @@ TEST(DaFirstFitArena, AlignmentLeavesItsGapAsAFreeBlock)
     EXPECT_EQ(arena.allocate(16, 64), BASE + 64);
     EXPECT_EQ(freeBlocks(arena),
               "  free block map:\n           0        56\n          72       184\n");
-    // The gap is used where it fits, up to its last byte.
+    // The gap is used up to its last byte if a block fits.
     EXPECT_EQ(arena.allocate(56, 8), BASE + 8);
     EXPECT_EQ(freeBlocks(arena), "  free block map:\n          72       184\n");
-    // The rest behind an aligned block may be nothing.
+    // There may be no rest behind an aligned block.
     EXPECT_EQ(arena.allocate(136, 64), BASE + 128);
     EXPECT_EQ(freeBlocks(arena), "  free block map:\n          72        48\n");
 }
@@ -186,7 +186,7 @@ TEST(DaFirstFitArena, DumpsSaySizeCountAndFreeBlocks)
                            "  nb alloc blk : 0\n");
 }
 
-/// First fit by looking at every unit of the range, from its beginning.
+/// A simple model of first fit, which looks at every unit of the range.
 class Model
 {
 public:
@@ -251,7 +251,7 @@ private:
     std::map<std::uint64_t, std::size_t> _lengths;
 };
 
-/// Where each block lies, and so that none overlaps another and each has its alignment, and what stays free.
+/// Checks the place of each block, its alignment, that no two overlap, and what remains free.
 void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsigned nbSteps)
 {
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -260,7 +260,7 @@ void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsig
     Model model(BASE + 24, size);
     int nbRefused = 0;
     for (unsigned step = 0; step < nbSteps; ++step) {
-        // Full and empty by turns.
+        // Full and empty in turn.
         if (model.getNbBlocks() == 0 || random() % 8 < (step / 500 % 2 == 0 ? 5 : 3)) {
             std::uint64_t const length = random() % largest;
             std::uint64_t const alignment =
@@ -406,7 +406,7 @@ TEST(DaArenaPool, WithoutAnAllocatorThereIsNoPool)
     EXPECT_THROW(static_cast<void>(DaArenaPool::create(nullptr, 64)), RCEx::ExNullPtr);
 }
 
-/// Cannot take its memory back.
+/// An allocator that cannot take its memory back.
 class BadAllocator : public RecordingAllocator
 {
 public:
@@ -452,7 +452,7 @@ TEST(DaArenaPool, WhateverFailsTheAllocatorGoesWithThePool)
             delete DaArenaPool::create(allocator, 64);
         } catch (std::bad_alloc &) {
         }
-        // Nothing taken, the memory refused, or taken and given back.
+        // Nothing was taken, the memory was refused, or it was taken and given back.
         ASSERT_TRUE(calls.text == "~" || calls.text == "+64~" || calls.text == "+64-64~")
             << calls.text;
         if (!failing.hasFailed()) {
@@ -494,7 +494,7 @@ TEST(DaMemoryMapAllocator, FailuresCarryTheSystemsError)
         }
         return 0;
     };
-    // There is not so much memory, or no such size at all.
+    // There is not so much memory, or the size is not valid.
     EXPECT_THAT(errorOf([&] { static_cast<void>(allocator->allocate(std::uint64_t{1} << 62)); }),
                 testing::AnyOf(8, 87));
     EXPECT_EQ(errorOf([&] { static_cast<void>(allocator->allocate(0)); }), 87);

@@ -1,4 +1,4 @@
-// What all classes of failures have in common.
+// What all exception classes have in common.
 
 #include "allocations.h"
 #include "resmgt/containers/iteratorEx.h"
@@ -23,7 +23,7 @@
 namespace Zv {
 namespace {
 
-/// Which of the two bases comes first.
+/// Says which of the two bases comes first.
 enum First
 {
     STANDARD,

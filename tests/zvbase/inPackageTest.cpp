@@ -32,7 +32,7 @@ void record(std::string const &step)
         throw std::runtime_error(step);
 }
 
-/// A package by hand; each number is a type.
+/// A package without a tag. Each number is a type of its own.
 template <int Number>
 class Package : public InPackageInit
 {
@@ -225,7 +225,7 @@ TEST_F(InPackage, AVariableThatFailsTakesItsPackageDown)
     EXPECT_EQ(steps, (Steps{"+a", "up a", "+b", "+x", "+y", "-x", "-b", "-a", "down a"}));
 }
 
-/// Adds and removes others, or itself, in its steps.
+/// A variable that adds and removes others, or itself, in its steps.
 class Restless : public InVariableBase
 {
 public:
@@ -386,7 +386,7 @@ TEST(InInit, KnowsWhetherItIsUp)
     run.takeDown();
     EXPECT_FALSE(InInit<ZvInit::TestUpper>::isInitialized());
     EXPECT_EQ(steps, (Steps{"upper comes", "upper goes"}));
-    base.setInitialized(true); // as the process has it
+    base.setInitialized(true); // as it was
 }
 
 // ---- scopes
@@ -416,7 +416,7 @@ TEST(InPackageScope, ANestedScopeRunsNothing)
 
 namespace {
 
-/// What a process of its own writes at a scene, and in brackets how it ends.
+/// Returns what a process of its own writes in a scene, and in brackets how it ends.
 std::string runChild(std::string const &scene)
 {
     ZvTest::ChildProcess child({"--child", scene});

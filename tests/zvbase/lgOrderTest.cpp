@@ -1,4 +1,4 @@
-// The time order of the log under schedules that are hard to meet by chance.
+// Time order of the log under schedules that rarely happen by chance.
 
 #include "zvbase/logTestUtil.h"
 #include "zvbase/services.h"
@@ -13,7 +13,8 @@ using LogTest::TestLogger;
 using ServiceTest::Hooked;
 using Lines = std::vector<std::string>;
 
-/// A thread that stands still in the middle of ending a line: it has read the clock and has not published the line.
+/// A thread that stops in the middle of ending a line: it has read the clock, but not published the
+/// line.
 class SlowWriter
 {
 public:
@@ -154,7 +155,7 @@ TEST(LogOrder, ALineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
     LgLog::registerQueue(TestLogger::getThreadQueue());
     Hooked hooked;
     bool isDone = false;
-    // The reader's first look at the clock: the line comes right after it.
+    // The line is ended right after the reader has read the clock first.
     hooked->readsClock = [&](LONGLONG &ticks) {
         if (isDone)
             return false;

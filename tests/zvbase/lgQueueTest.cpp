@@ -13,12 +13,12 @@
 
 namespace {
 
-/// Allocations by the calling thread.
+/// The number of allocations of the calling thread.
 thread_local long nbAllocations = 0;
 
 } // namespace
 
-// Not inline: the compiler would see that the one is not made for the other.
+// Not inline, or the compiler warns that the two do not match.
 [[gnu::noinline]] void *operator new(std::size_t size)
 {
     ++nbAllocations;
@@ -98,7 +98,7 @@ TEST(LgQueue, TextsSurviveTheSeamOfTheRing)
     CapturedLog const log;
     TestLogger logger;
     Lines written;
-    // Lengths that share no factor with the ring's: every place becomes the seam's.
+    // Lengths without a common factor with the ring's: lines cross its end at every place.
     for (int i = 0; i < 5000; ++i) {
         std::string const text =
             std::to_string(i) + std::string(static_cast<unsigned>(i) % 61, 'z');
@@ -166,7 +166,7 @@ TEST(LgQueue, AnEmptyTextIsALineWhateverStoodInItsPlaceBefore)
               static_cast<std::ptrdiff_t>(lines.size() - before));
 }
 
-/// Says when it goes, and whether another thread may read the log then.
+/// Says when it is destroyed, and whether another thread can read the log then.
 class Going : public LgQueue::Observer
 {
 public:
@@ -201,7 +201,7 @@ TEST(LgQueue, ALossIsToldBeforeTheLineThatFollowsIt)
     TestLogger logger;
     int const kept = fillQueue();
     LgTrace::print("lost");
-    logger.getReader().flushEarliest(); // room for one line
+    EXPECT_TRUE(logger.getReader().flushEarliest()); // makes room for one line
     LgTrace::print("y");
     logger.flush();
     Lines const lines = log.getLines();
@@ -293,7 +293,7 @@ TEST(LgQueue, AKillerEndsTheQueueOfItsVictim)
     std::thread([&] {
         LgTrace::print("interrupted");
         number = LogTest::threadQueue->getThreadId();
-        LogTest::threadQueue = nullptr; // as one that was killed
+        LogTest::threadQueue = nullptr; // as if the thread was killed
     }).join();
     EXPECT_TRUE(LgLog::creatorExit(number));
     EXPECT_FALSE(LgLog::creatorExit(number)) << "it has ended already";
@@ -310,7 +310,7 @@ TEST(LgQueue, AVictimThatIsKilledInsideALineLosesThatLineOnly)
     std::thread([&] {
         LgTrace::print("whole");
         number = LogTest::threadQueue->getThreadId();
-        // Never ended: the thread is gone in the middle of it.
+        // Never ended, as if the thread was killed in the middle of it.
         alignas(LgLine) static std::byte room[sizeof(LgLine)];
         auto * const line = ::new (static_cast<void *>(room)) LgLine(LgLine::PLAIN);
         line->getStream() << "half a li";
@@ -347,7 +347,7 @@ TEST(LgQueue, WithoutALoggerAnEndingThreadWritesAndDeletesItsQueue)
 
 // ---- blocking trace
 
-/// Takes the reader's part while the writer waits.
+/// Reads while the writer waits.
 class ReadingObserver : public LgQueue::Observer
 {
 public:
@@ -429,7 +429,7 @@ TEST_F(BlockingTrace, ALineThatFitsNoQueueIsDroppedWithoutWaiting)
     EXPECT_EQ(TestLogger::getThreadQueue()->getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-/// Leaves it at having been asked.
+/// Returns without making room.
 class IdleObserver : public LgQueue::Observer
 {
 public:

@@ -267,7 +267,8 @@ TEST(LgReader, AReaderForgetsAQueueThatAnotherOneDeleted)
     EXPECT_FALSE(logger.getReader().flushEarliest());
 }
 
-/// Threads write numbered lines as fast as they can while a reader reads; all of it has to come out in order.
+/// Threads write numbered lines as fast as they can while a reader reads. All lines must come out
+/// in order.
 class Flood
 {
 public:
@@ -278,7 +279,7 @@ public:
     {
         _start.arrive_and_wait();
         for (int i = 0; i < LINES; ++i) {
-            // Room is waited for here, so that nothing is lost.
+            // Waits for room, so that nothing is lost.
             while (TestLogger::getThreadQueue()->getStream().getNumCharacters() < 1000)
                 std::this_thread::yield();
             ZV_TRACE(getLevel(), thread << ' ' << i);
@@ -293,7 +294,7 @@ public:
         for (int i = 0; i < THREADS; ++i)
             threads.emplace_back([this, i] { write(i); });
         while (_running > 0)
-            logger.getReader().flushEarliest();
+            static_cast<void>(logger.getReader().flushEarliest());
         for (std::thread &thread : threads)
             thread.join();
         logger.flush();
@@ -327,7 +328,7 @@ TEST(LgReader, UnderLoadThreadsKeepTheirOrderAndTheLogItsTime)
 
 TEST(LgReader, NothingIsLostWhenTheLoggerStopsInTheMiddle)
 {
-    constexpr int LINES = 200; // that many fit a queue
+    constexpr int LINES = 200; // as many fit a queue
     for (int round = 0; round < 20; ++round) {
         CapturedLog const log;
         std::vector<std::thread> threads;
@@ -345,7 +346,7 @@ TEST(LgReader, NothingIsLostWhenTheLoggerStopsInTheMiddle)
             }
             start.arrive_and_wait();
             for (int i = 0; i < round * 10; ++i)
-                logger.getReader().flushEarliest();
+                static_cast<void>(logger.getReader().flushEarliest());
         }
         for (std::thread &thread : threads)
             thread.join();

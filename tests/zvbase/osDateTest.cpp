@@ -18,7 +18,7 @@ namespace {
 
 using Types = OsDateTypes;
 
-/// The process stands at a place while this lives.
+/// Sets the time zone of the process during its lifetime.
 class At
 {
 public:
@@ -26,7 +26,7 @@ public:
     ~At() { ZvTest::setVariable("TZ", nullptr); }
 };
 
-// Rules in full, so that no list of zones need be installed.
+// Complete rules, so that no list of zones has to be installed.
 constexpr char BERLIN[] = "CET-1CEST,M3.5.0,M10.5.0/3";
 
 std::int64_t toSeconds(int year, int month, int day, int hour, int minute, double seconds,
@@ -171,7 +171,7 @@ TEST(OsDate, ATimeThatTheClockRepeatsHasTwoMomentsWhateverTheShift)
     struct Place
     {
         char const *zone;
-        int day, hour, minute; // of April 2006, which the clock shows twice
+        int day, hour, minute; // of April 2006, which local clocks show twice
         std::int64_t first;
         std::int64_t shift;
     };

@@ -162,7 +162,7 @@ TEST(Sleeper, SleepsNoShorterThanTold)
 
 TEST(Sleeper, DoesNotSleepForNothing)
 {
-    // These return; a duration that went round would not.
+    // These calls return. A duration that wrapped around would not.
     for (double seconds : {0.0, -1.0, -1e300, std::nan("")})
         Sleeper::getInstance().sleep(seconds);
 }

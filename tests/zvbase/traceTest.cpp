@@ -414,7 +414,7 @@ TEST(TraceManager, RetiresWhenNobodyIsInsideAnyMore)
     std::thread writer([] { ZV_TRACE(getLevel(), "slowly"); });
     inside.acquire();
     std::thread helper([&] {
-        // The destructor below has put the former manager in charge when it begins to wait.
+        // When the destructor below begins to wait, the former manager is in charge again.
         while (TraceManager::getInstance() == manager)
             std::this_thread::yield();
         EXPECT_FALSE(isOut);
@@ -457,7 +457,7 @@ TEST(LgTrace, BringsALongTextInPieces)
         all += line;
         EXPECT_LE(line.size(), LgQueue::CAPACITY / 4 + 1);
     }
-    // Parts of the test that ended in the middle of a line got a line end.
+    // A piece that ends in the middle of a line gets a line end.
     std::erase(all, '\n');
     std::erase(text, '\n');
     EXPECT_EQ(all, text);
@@ -534,7 +534,7 @@ namespace {
 
 Zv::TraceLevel *early = nullptr;
 
-/// Before all objects of namespaces, the library's own among them.
+/// Runs before all static objects are constructed, including the library's own.
 [[gnu::constructor(200)]] void registerEarly()
 {
     early = Zv::Trace::registerLevel("early", __FILE__);
@@ -544,7 +544,7 @@ Zv::TraceLevel *early = nullptr;
 
 void tellOfLevels();
 
-/// What a child writes of the levels that its environment names.
+/// Returns what a child process writes about the levels that its environment names.
 void tellOfLevels()
 {
     std::printf("early %d", early->isEnabled());
