@@ -1,4 +1,4 @@
-// Marks the symbols that libzvresmgt exports. All other symbols are hidden.
+// Marks of the symbols that libzvresmgt exports (extenders). All other symbols are hidden.
 #pragma once
 
 #if defined(_WIN32)

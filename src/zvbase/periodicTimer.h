@@ -8,8 +8,8 @@
 
 namespace Zv {
 
-/// Beats at equal distances. Beat n comes n intervals after the start of the timer, no matter how
-/// late a thread wakes up. No beat comes early, and none is lost in the count.
+/// Beats at equal distances. Beat n is n intervals after the start of the timer, no matter how
+/// late a thread wakes up. No beat is early, and none is lost in the count.
 ///
 ///     Zv::ObjPtr<Zv::PeriodicTimer> const timer(Zv::PeriodicTimer::create(0.04));
 ///     for (int frame = 0; frame != 25; ++frame)
@@ -22,7 +22,7 @@ class ZVBASE_EXPORT PeriodicTimer
 public:
     /// Returns the shortest interval, in seconds.
     static double getResolution();
-    /// Returns a timer that starts at once: its first beat comes one interval later. `interval` is
+    /// Returns a timer that starts at once: its first beat is one interval later. `interval` is
     /// in seconds. If it is below the resolution, the resolution is used instead. Fails an
     /// assertion if the system cannot create a timer.
     static ObjPtrRet<PeriodicTimer> create(double interval);
@@ -39,7 +39,7 @@ public:
     ///
     /// **Blocks**: until that beat.
     virtual unsigned long wait() = 0;
-    /// Changes the interval at this moment: the next beat comes one new interval from now, also for
+    /// Changes the interval at this moment: the next beat is one new interval from now, also for
     /// a thread in `wait`. The count goes on. Returns the interval that is used, in seconds, which
     /// is at least the resolution.
     virtual double setInterval(double interval) = 0;

@@ -31,3 +31,5 @@
 #include "zvbase/trace.h"
 #include "zvbase/traceLevel.h"
 #include "zvbase/traceManager.h"
+#include "zvbase/typeName.h"
+#include "zvbase/unwinding.h"
