@@ -44,8 +44,8 @@ ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, NameNotUnique, std::logic_error, DevMgrE
 /// stream that is not registered. "Not a registered object."
 ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, NameNotRegistered, std::logic_error, DevMgrEx);
 
-/// Thrown if a device is unknown: it is not in the sequence, it was never created, or, in a property
-/// string, it is not registered. Also thrown if a device has no stream of a name.
+/// Thrown if a device is unknown: it is not in the sequence, it was never created, or, in a
+/// property string, it is not registered. Also thrown if a device has no stream of a name.
 /// "Named device not found."
 ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, NameNotFound, std::logic_error, DevMgrEx);
 
@@ -54,8 +54,8 @@ ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, NameNotFound, std::logic_error, DevMgrEx
 ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, ConfigSyntaxError, std::logic_error, DevMgrEx,
              char const *detail);
 
-/// Thrown if a device does not implement the protocol that an operation needs, or if a stream is not
-/// a source or sink of the class that a connection needs.
+/// Thrown if a device does not implement the protocol that an operation needs, or if a stream is
+/// not a source or sink of the class that a connection needs.
 /// "Managed device protocol not implemented."
 ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, BadMDPrtclImp, std::logic_error, DevMgrEx);
 
@@ -87,8 +87,8 @@ ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, PropertySyntaxError, std::logic_error, D
              char const *detail);
 
 /// Thrown if a property is accessed as a type that is not its own. The reason is "Illegal type
-/// converion of property " and the name, or "<unknown>" if the name is null. The misspelling is part
-/// of the interface.
+/// converion of property " and the name, or "<unknown>" if the name is null. The misspelling is
+/// part of the interface.
 ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, PropertyInvalidType, std::logic_error, DevMgrEx,
              char const *property);
 

@@ -35,8 +35,8 @@ ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExNameNotUnique, std::logic_error, Dev
 /// "Attempt to add stream after iterator created."
 ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExMDStdAddStream, std::logic_error, DevPrtclEx);
 
-/// Thrown if a property does not support an operation. `"set" is not available for property gain".`,
-/// with the names of the operation and of the property. The missing quote is part of the interface.
+/// Thrown if a property does not support an operation.
+/// `"set" is not available for property gain".` The missing quote is part of the interface.
 ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExMDPropertyIllegalOp, std::logic_error, DevPrtclEx,
              char const *operation, char const *property);
 

@@ -23,10 +23,10 @@ public:
     XmlEx(char const *file, int line) noexcept;
 };
 
-/// Thrown if a text is not a document, or if a document is written in a wrong order. "Syntax error."
+/// Thrown if a text is not a document, or a document is written in a wrong order. "Syntax error."
 ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExSyntaxError, std::domain_error, XmlEx);
 
-/// Thrown if a text has a byte where it is not allowed, or a numeric reference above 255.
+/// Thrown if a text has a byte that is not allowed there, or a numeric reference above 255.
 /// "Lexical error."
 ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExLexicalError, std::domain_error, XmlEx);
 
