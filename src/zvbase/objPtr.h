@@ -155,8 +155,8 @@ private:
     T *_object = nullptr;
 };
 
-/// Passes an object from a function to its caller, which becomes its owner. It can only be moved. An
-/// `ObjPtr` takes the object from it. If the caller drops it, the object is destroyed. Use it as
+/// Passes an object from a function to its caller, which becomes its owner. It can only be moved.
+/// An `ObjPtr` takes the object from it. If the caller drops it, the object is destroyed. Use it as
 /// `ObjPtrRet<T>`, or `ArrayPtrRet<T>` for an array.
 ///
 ///     Zv::ObjPtrRet<Zv::DtTime> makeSecond()
