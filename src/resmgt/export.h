@@ -1,4 +1,4 @@
-// Marks of the symbols that libzvresmgt exports (extenders). All other symbols are hidden.
+// Marks of the symbols that libzvresmgt exports. All other symbols are hidden (extenders).
 #pragma once
 
 #if defined(_WIN32)

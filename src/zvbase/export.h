@@ -1,4 +1,4 @@
-// Marks of the symbols that libzvbase exports (extenders). All other symbols are hidden.
+// Marks of the symbols that libzvbase exports. All other symbols are hidden (extenders).
 //
 // Class templates have a mark of their own: on Windows each explicit instantiation says which
 // library exports it.
