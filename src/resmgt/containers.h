@@ -1,7 +1,6 @@
-// Iterators that hide the container.
+// All iterators that hide the container (applications).
 #pragma once
 
 #include "resmgt/containers/iterator.h"
 #include "resmgt/containers/iteratorEx.h"
-#include "resmgt/containers/iteratorImp.h"
 #include "resmgt/containers/iteratorSTL.h"

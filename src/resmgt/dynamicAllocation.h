@@ -1,7 +1,5 @@
-// Arena pools and the allocators below them.
+// Arena pools and their allocators (applications).
 #pragma once
 
 #include "resmgt/dynamicAllocation/daArenaAllocator.h"
 #include "resmgt/dynamicAllocation/daArenaPool.h"
-#include "resmgt/dynamicAllocation/daMallocAllocator.h"
-#include "resmgt/dynamicAllocation/daMemoryMapAllocator.h"

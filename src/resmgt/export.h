@@ -1,4 +1,4 @@
-// What libzvresmgt shows to others. Whatever is not marked stays inside.
+// Marks of the symbols that libzvresmgt exports. All other symbols are hidden (extenders).
 #pragma once
 
 #if defined(_WIN32)

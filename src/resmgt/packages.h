@@ -1,4 +1,4 @@
-// The packages of the library, each with the packages that it needs.
+// The packages of the library and their dependencies (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -6,94 +6,47 @@
 
 namespace Zv {
 
-/// Each package is an object that the library enters while it loads; `InPackageScope` runs them up and down. The order
-/// in `DependsOn` is the order in which the dependencies are entered.
+/// Lists the packages of the library, each with the packages that it needs, in the order in which
+/// these are entered. `ACTIVE` packages have steps of their own, `PASSIVE` packages have none:
+/// `threads` decides on real-time operation, allows threads to start and runs the logger. `resmgt`
+/// is the library as a whole, and registers its build information.
 ///
-/// Two of them have something to do. `threads` decides on real-time operation, allows threads to start and runs the
-/// logger; `resmgt`, which stands for the whole library, registers its build information.
+/// Each package is an object that the library enters while it is loaded (statics.cpp).
+/// `InPackageScope` runs the packages up and down.
+///
+///     #include "resmgt/locks.h"
+///
+///     if (Zv::InInit<Zv::ZvInit::threads>::isInitialized())
+///         Zv::MtUtil::yield();
+#define ZV_RESMGT_PACKAGES(PASSIVE, ACTIVE)                                                        \
+    PASSIVE(locks, base)                                                                           \
+    PASSIVE(smartPtrs, locks, base)                                                                \
+    PASSIVE(literals, smartPtrs, base)                                                             \
+    PASSIVE(containers, smartPtrs, base)                                                           \
+    PASSIVE(dynamicAllocation, base)                                                               \
+    ACTIVE(threads, literals, smartPtrs, locks, base)                                              \
+    PASSIVE(threadExtensions, threads, literals, smartPtrs, locks, base)                           \
+    PASSIVE(memoryBuffers, literals, smartPtrs, dynamicAllocation, locks, base)                    \
+    PASSIVE(syncEngine, threads, literals, locks, smartPtrs, base)                                 \
+    PASSIVE(xml, containers, literals, smartPtrs, locks, base)                                     \
+    PASSIVE(deviceProtocol, threadExtensions, threads, containers, literals, smartPtrs, locks,     \
+            base)                                                                                  \
+    PASSIVE(deviceManager, deviceProtocol, threadExtensions, threads, containers, literals,        \
+            smartPtrs, locks, base)                                                                \
+    ACTIVE(resmgt, memoryBuffers, syncEngine, deviceManager, deviceProtocol, threadExtensions,     \
+           threads, xml, containers, literals, smartPtrs, dynamicAllocation, locks, base)
+
+/// The tags of the packages: `InInit<ZvInit::locks>` is the package of the locks.
 namespace ZvInit {
 
-struct ZVRESMGT_EXPORT locks
-{
-    static constexpr char const *NAME = "locks";
-    using DependsOn = InDependencies<base>;
-};
-
-struct ZVRESMGT_EXPORT smartPtrs
-{
-    static constexpr char const *NAME = "smartPtrs";
-    using DependsOn = InDependencies<locks, base>;
-};
-
-struct ZVRESMGT_EXPORT literals
-{
-    static constexpr char const *NAME = "literals";
-    using DependsOn = InDependencies<smartPtrs, base>;
-};
-
-struct ZVRESMGT_EXPORT containers
-{
-    static constexpr char const *NAME = "containers";
-    using DependsOn = InDependencies<smartPtrs, base>;
-};
-
-struct ZVRESMGT_EXPORT dynamicAllocation
-{
-    static constexpr char const *NAME = "dynamicAllocation";
-    using DependsOn = InDependencies<base>;
-};
-
-struct ZVRESMGT_EXPORT threads
-{
-    static constexpr char const *NAME = "threads";
-    using DependsOn = InDependencies<literals, smartPtrs, locks, base>;
-};
-
-struct ZVRESMGT_EXPORT threadExtensions
-{
-    static constexpr char const *NAME = "threadExtensions";
-    using DependsOn = InDependencies<threads, literals, smartPtrs, locks, base>;
-};
-
-struct ZVRESMGT_EXPORT memoryBuffers
-{
-    static constexpr char const *NAME = "memoryBuffers";
-    using DependsOn = InDependencies<literals, smartPtrs, dynamicAllocation, locks, base>;
-};
-
-struct ZVRESMGT_EXPORT syncEngine
-{
-    static constexpr char const *NAME = "syncEngine";
-    using DependsOn = InDependencies<threads, literals, locks, smartPtrs, base>;
-};
-
-struct ZVRESMGT_EXPORT xml
-{
-    static constexpr char const *NAME = "xml";
-    using DependsOn = InDependencies<containers, literals, smartPtrs, locks, base>;
-};
-
-struct ZVRESMGT_EXPORT deviceProtocol
-{
-    static constexpr char const *NAME = "deviceProtocol";
-    using DependsOn =
-        InDependencies<threadExtensions, threads, containers, literals, smartPtrs, locks, base>;
-};
-
-struct ZVRESMGT_EXPORT deviceManager
-{
-    static constexpr char const *NAME = "deviceManager";
-    using DependsOn = InDependencies<deviceProtocol, threadExtensions, threads, containers,
-                                     literals, smartPtrs, locks, base>;
-};
-
-struct ZVRESMGT_EXPORT resmgt
-{
-    static constexpr char const *NAME = "resmgt";
-    using DependsOn = InDependencies<memoryBuffers, syncEngine, deviceManager, deviceProtocol,
-                                     threadExtensions, threads, xml, containers, literals,
-                                     smartPtrs, dynamicAllocation, locks, base>;
-};
+#define ZV_PACKAGE_TAG(Name, ...)                                                                  \
+    struct ZVRESMGT_EXPORT Name                                                                    \
+    {                                                                                              \
+        static constexpr char const *NAME = #Name;                                                 \
+        using DependsOn = InDependencies<__VA_ARGS__>;                                             \
+    };
+ZV_RESMGT_PACKAGES(ZV_PACKAGE_TAG, ZV_PACKAGE_TAG)
+#undef ZV_PACKAGE_TAG
 
 } // namespace ZvInit
 
@@ -104,18 +57,11 @@ ZVRESMGT_EXPORT void InInit<ZvInit::threads>::cleanupPackage();
 template <>
 ZVRESMGT_EXPORT void InInit<ZvInit::resmgt>::initPackage();
 
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::containers>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::deviceManager>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::deviceProtocol>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::dynamicAllocation>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::literals>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::locks>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::memoryBuffers>;
-extern template class InInit<ZvInit::resmgt>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::smartPtrs>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::syncEngine>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::threadExtensions>;
-extern template class InInit<ZvInit::threads>;
-extern template class ZVRESMGT_EXPORT InInit<ZvInit::xml>;
+// Specialised members have fixed the visibility of the active packages already.
+#define ZV_PASSIVE_PACKAGE(Name, ...) extern template class ZVRESMGT_EXPORT InInit<ZvInit::Name>;
+#define ZV_ACTIVE_PACKAGE(Name, ...) extern template class InInit<ZvInit::Name>;
+ZV_RESMGT_PACKAGES(ZV_PASSIVE_PACKAGE, ZV_ACTIVE_PACKAGE)
+#undef ZV_PASSIVE_PACKAGE
+#undef ZV_ACTIVE_PACKAGE
 
 } // namespace Zv

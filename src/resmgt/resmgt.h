@@ -1,4 +1,4 @@
-// The whole library.
+// All public headers of the library (applications).
 #pragma once
 
 #include "resmgt/containers.h"

@@ -1,3 +1,5 @@
+// The package of the whole library: its build information.
+
 #include "resmgt/packages.h"
 #include "zvbase/dbgBuildInfo.h"
 
@@ -16,13 +18,13 @@ namespace {
 #define ZV_BUILD_KIND "debug"
 #endif
 
-/// What this library says of its build.
+/// Build information of this library. The build system defines the version.
 class LibraryBuildInfo : public DbgBuildInfo
 {
 public:
     char const *getProductName() const override { return "ZV media system"; }
-    int getMajorVersion() const override { return 0; }
-    int getMinorVersion() const override { return 2; }
+    int getMajorVersion() const override { return ZV_VERSION_MAJOR; }
+    int getMinorVersion() const override { return ZV_VERSION_MINOR; }
     char const *getStatusName() const override { return "pre-alpha"; }
     char const *getLibraryName() const override { return "libZVresmgt"; }
     char const *getBuildTag(bool longForm) const override

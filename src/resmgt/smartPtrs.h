@@ -1,4 +1,4 @@
-// The counted and the unowned pointers.
+// All smart pointers: sole owners, shared owners and pointers without ownership (applications).
 #pragma once
 
 #include "resmgt/smartPtrs/rcBase.h"

@@ -1,31 +1,36 @@
-// All statics of the library that need construction, in the order in which they come to life while the library loads.
-// No thread runs yet, and nothing here is ever destroyed: threads may outlive `main`.
+// All statics of the library that need construction, in the order of their construction while the
+// library is loaded. No thread runs yet. Nothing here is ever destroyed, because threads may run
+// longer than `main`.
 
 #include "resmgt/literals/literalsStatics.private.h"
 #include "resmgt/locks/locksStatics.private.h"
 #include "resmgt/memoryBuffers/memoryBuffersStatics.private.h"
-#include "resmgt/packages.private.h"
+#include "resmgt/packages.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "resmgt/xml/xmlStatics.private.h"
+#include "zvbase/immortal.h"
 #include "zvbase/trace.h"
+
+/// Defines the package of a tag and its one object, which enters the package.
+#define ZV_PACKAGE_OBJECT(Name)                                                                    \
+    template class InInit<ZvInit::Name>;                                                           \
+    namespace {                                                                                    \
+    Immortal<InInit<ZvInit::Name>> Name##Package;                                                  \
+    }
 
 namespace Zv {
 
-namespace PackageStatics {
-Immortal<InInit<ZvInit::containers>> containers;
-Immortal<InInit<ZvInit::deviceManager>> deviceManager;
-Immortal<InInit<ZvInit::deviceProtocol>> deviceProtocol;
-Immortal<InInit<ZvInit::dynamicAllocation>> dynamicAllocation;
-} // namespace PackageStatics
+ZV_PACKAGE_OBJECT(containers)
+ZV_PACKAGE_OBJECT(deviceManager)
+ZV_PACKAGE_OBJECT(deviceProtocol)
+ZV_PACKAGE_OBJECT(dynamicAllocation)
 
 namespace {
-// Made now, while nobody can race for it.
+// Constructed now, while no other thread can use it.
 [[maybe_unused]] LiStringImp * const emptyBody = LiString::getEmptyImp();
 } // namespace
 
-namespace PackageStatics {
-Immortal<InInit<ZvInit::literals>> literals;
-}
+ZV_PACKAGE_OBJECT(literals)
 
 namespace LiteralsStatics {
 Immortal<LiDate> epoch;
@@ -34,17 +39,13 @@ Immortal<LiDate> epoch;
 LkMutexAttr const &lockDefaultMutexAttr = LkMutexAttr::getDefaultAttr();
 EnvIntVar lockYieldVar("ZV_LOCK_YIELD", 0);
 
-namespace PackageStatics {
-Immortal<InInit<ZvInit::locks>> locks;
-}
+ZV_PACKAGE_OBJECT(locks)
 
 namespace MemoryBuffersStatics {
 TraceLevel * const mbBuffersLevel = Trace::registerLevel("MbBuffers", __FILE__);
 }
 
-namespace PackageStatics {
-Immortal<InInit<ZvInit::memoryBuffers>> memoryBuffers;
-}
+ZV_PACKAGE_OBJECT(memoryBuffers)
 
 namespace ThreadsStatics {
 Immortal<MtSpecificData<MtLogger::QueueAdapter>> logQueue("Log_Queue");
@@ -57,21 +58,17 @@ TraceLevel * const threadLevel = Trace::registerLevel("MtThread", __FILE__);
 
 TraceLevel const &lockUtilTraceLevel = *Trace::registerLevel("MtUtil", __FILE__);
 
-namespace PackageStatics {
-Immortal<InInit<ZvInit::resmgt>> resmgt;
-Immortal<InInit<ZvInit::smartPtrs>> smartPtrs;
-Immortal<InInit<ZvInit::syncEngine>> syncEngine;
-Immortal<InInit<ZvInit::threadExtensions>> threadExtensions;
-} // namespace PackageStatics
+ZV_PACKAGE_OBJECT(resmgt)
+ZV_PACKAGE_OBJECT(smartPtrs)
+ZV_PACKAGE_OBJECT(syncEngine)
+ZV_PACKAGE_OBJECT(threadExtensions)
 
 namespace ThreadsStatics {
 EnvIntVar forceRealTime("ZV_THREAD_FORCE_REALTIME", 0);
 }
 
-namespace PackageStatics {
-Immortal<InInit<ZvInit::threads>> threads;
-Immortal<InInit<ZvInit::xml>> xml;
-} // namespace PackageStatics
+ZV_PACKAGE_OBJECT(threads)
+ZV_PACKAGE_OBJECT(xml)
 
 namespace XmlStatics {
 Immortal<LiString> const indentStep("    ");

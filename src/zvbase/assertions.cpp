@@ -2,16 +2,16 @@
 
 #include "zvbase/exSysError.h"
 #include "zvbase/lgLine.h"
+#include "zvbase/unwinding.h"
 
 #include <cstdio>
-#include <exception>
 #include <string>
 
 namespace Zv {
 
 namespace {
 
-/// A report without its place. It lies in the object, so that reporting works when memory is short.
+/// A report without its place. The text lies in the object, so that a report needs no memory.
 class Report
 {
 public:
@@ -39,7 +39,7 @@ std::string withPlace(char const *file, int line, char const *text)
     return std::string(file) + "(" + std::to_string(line) + "): " + text;
 }
 
-/// A failure is reported where it is thrown; that the report cannot be written must not hide the failure.
+/// Writes a report to the trace. If that fails, the assertion is still thrown.
 void trace(char const *file, int line, char const *text) noexcept
 {
     try {
@@ -99,7 +99,7 @@ void Assertions::throwProgramAborted(char const *file, int line)
 
 void Assertions::destructorAssertionFailed(char const *file, int line, char const *expression)
 {
-    if (std::uncaught_exceptions() == 0)
+    if (!Unwinding::ofAny().hasBegun())
         throwAssertionFailed(file, line, expression);
     trace(file, line, Report(expression).get());
 }
@@ -107,7 +107,7 @@ void Assertions::destructorAssertionFailed(char const *file, int line, char cons
 void Assertions::destructorSysAssertionFailed(char const *file, int line, char const *expression,
                                               int lastError)
 {
-    if (std::uncaught_exceptions() == 0)
+    if (!Unwinding::ofAny().hasBegun())
         throwSysAssertionFailed(file, line, expression, lastError);
     trace(file, line, Report(expression, lastError).get());
 }

@@ -17,7 +17,7 @@ enum State : std::uint32_t
 
 } // namespace
 
-// The section's own functions bear no annotations.
+// The functions of critical sections have no annotations.
 void BaseLock::lock() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     if (Interlocked::loadAcquire(_state) != READY) [[unlikely]]

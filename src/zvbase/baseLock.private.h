@@ -1,4 +1,4 @@
-// The lock of the base library itself.
+// Mutex of the base library itself.
 #pragma once
 
 #include "zvbase/platform/interlocked.h"
@@ -9,9 +9,9 @@
 
 namespace Zv {
 
-/// A critical section that needs no construction at run time and no destruction, so that it serves statics at any
-/// moment of a process. Recursive: a thread may lock it again. Users of the library take the locks of the `locks`
-/// package instead, which have names and report deadlocks.
+/// A recursive mutex that needs no construction at run time and no destruction. So statics can use
+/// it at any moment of the process. Other packages use the locks of the `locks` package instead,
+/// which have names and report deadlocks.
 class ZV_CAPABILITY("lock") BaseLock
 {
 public:
@@ -29,7 +29,7 @@ private:
     std::uint32_t _state = 0;
 };
 
-/// Holds a `BaseLock` for its lifetime.
+/// Holds a `BaseLock` during its lifetime.
 class ZV_SCOPED_CAPABILITY BaseGuard
 {
 public:

@@ -12,7 +12,7 @@ namespace Zv {
 namespace {
 
 constinit BaseLock infosLock;
-// On the heap and never freed, so that it serves at any moment of the process.
+// Never freed, so that it can be used at any moment of the process.
 std::vector<DbgBuildInfo *> *infos ZV_GUARDED_BY(infosLock) = nullptr;
 
 void describe(std::ostream &stream, DbgBuildInfo const &info)
@@ -68,7 +68,7 @@ void DbgBuildInfoUtil::list(std::ostream &stream)
         for (DbgBuildInfo const *info : *infos)
             describe(text, *info);
     }
-    // The stream is the caller's: what it does and how long it takes is no matter of the lock.
+    // Outside of the lock, because the stream is the caller's code and may take any time.
     stream << text.str();
 }
 

@@ -8,7 +8,8 @@ namespace {
 
 __extension__ using Wide = __int128;
 
-/// Seconds as a fraction whose numerator has up to 127 bits: taken apart into whole seconds and a rest of 64.
+/// Seconds as a whole number and a fraction. The numerator of the undivided fraction has up to 127
+/// bits.
 struct Seconds
 {
     explicit Seconds(DtTime const &time)

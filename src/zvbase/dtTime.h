@@ -1,4 +1,4 @@
-// Times and counts of devices.
+// Durations and positions of media streams (applications and device writers).
 #pragma once
 
 #include "zvbase/export.h"
@@ -11,15 +11,20 @@
 
 namespace Zv {
 
-/// A running number of frames, samples or the like.
+/// The number of a frame, sample or the like.
 using DtTimeIndex = std::int64_t;
 
-/// A length of time as a count at a rate: 48000 at 48000/1 and 25 at 25/1 are both one second, and equal. A value;
-/// comparisons are exact.
+/// A duration, as a count at a rate in counts per second. A value.
+///
+/// 48000 at 48000/1 and 25 at 25/1 are both one second, and are equal. Comparisons are exact.
+///
+///     Zv::DtTime const samples(48000, Zv::Rational(48000, 1));
+///     Zv::DtTime const frames(25, Zv::Rational(25, 1));
+///     bool const areEqual = samples == frames; // true
 class ZVBASE_EXPORT DtTime
 {
 public:
-    /// Zero at rate 1/1.
+    /// Constructs 0 at 1/1.
     DtTime() = default;
     /// `rate` is in counts per second. Fails the assertion "rate > Rational()".
     DtTime(DtTimeIndex count, Rational const &rate);
@@ -36,13 +41,18 @@ private:
     Rational _rate = Rational(1, 1);
 };
 
-/// A moment in a device's stream: a position, as a time from the stream's beginning, and the moment of the monotonic
-/// clock (`Sleeper`) at which the device is there. Devices hand it from parent to child; nobody in between looks
-/// inside. A value.
+/// A position in the stream of a device, and the moment at which the device is there. A value.
+///
+/// The position is the time from the beginning of the stream. The moment is in seconds of the
+/// monotonic clock (`Sleeper`). A device passes a mark to its child devices. The library does not
+/// look into it.
+///
+///     Zv::DtTime const position(0, Zv::Rational(25, 1));
+///     Zv::DtTimeMark const mark(position, Zv::Sleeper::getInstance().getTime() + 0.5);
 class ZVBASE_EXPORT DtTimeMark
 {
 public:
-    /// Position zero at moment zero.
+    /// Constructs position 0 at moment 0.
     DtTimeMark() = default;
     /// `reference` is in seconds of the monotonic clock.
     DtTimeMark(DtTime const &position, double reference)
@@ -59,9 +69,9 @@ private:
     double _reference = 0;
 };
 
-/// "48000 at 48000/1".
+/// Writes count and rate, as in "48000 at 48000/1".
 ZVBASE_EXPORT std::ostream &operator<<(std::ostream &, DtTime const &);
-/// "48000 at 48000/1, at 12.5".
+/// Writes position and moment, as in "48000 at 48000/1, at 12.5".
 ZVBASE_EXPORT std::ostream &operator<<(std::ostream &, DtTimeMark const &);
 
 } // namespace Zv

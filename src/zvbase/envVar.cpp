@@ -16,7 +16,7 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-// The system's environment is not protected against a change while it is read.
+// The system does not protect the environment against a change while it is read.
 constinit BaseLock environmentLock;
 
 std::string_view withoutBlanks(std::string_view text)

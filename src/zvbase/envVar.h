@@ -1,4 +1,4 @@
-// Environment variables as switches.
+// Access to environment variables (applications).
 #pragma once
 
 #include "zvbase/export.h"
@@ -8,22 +8,31 @@
 
 namespace Zv {
 
-/// The environment of the process. Any thread may call.
+/// Reads and changes the environment of the process.
 ///
-/// `putEnv` and everything in the libraries that reads the environment exclude each other. Dates by local time read it
-/// too: the system's time zone is the variable TZ. The libraries know nothing of an application that calls `getenv`,
-/// `setenv`, `localtime` or `strftime` itself. If another thread may call `putEnv` meanwhile, the application must hold
-/// an `EnvVar::Guard`:
+/// `putEnv` and everything in the libraries that reads the environment exclude each other. Dates by
+/// local time read it, too: the system's time zone is the variable TZ. The libraries cannot protect
+/// an application that calls `getenv`, `setenv`, `localtime` or `strftime` itself. If another
+/// thread may call `putEnv` at the same time, the application must hold an `EnvVar::Guard`:
 ///
+///     #include <cstdlib>
+///
+///     std::string home;
 ///     {
-///         EnvVar::Guard const guard;
-///         ::localtime_r(&seconds, &fields);
+///         Zv::EnvVar::Guard const guard;
+///         if (char const *const text = std::getenv("HOME"))
+///             home = text;
 ///     }
+///
+/// **Threads**: thread-safe.
 class ZVBASE_EXPORT EnvVar
 {
 public:
-    /// Keeps the environment as it is while it lives. Its constructor blocks while another thread reads or changes the
-    /// environment. A thread that holds one may make another one, and may call `putEnv`.
+    /// Keeps other threads from changing the environment during its lifetime.
+    ///
+    /// A thread that holds a guard may construct another one, and may call `putEnv`.
+    ///
+    /// **Blocks**: the constructor waits while another thread reads or changes the environment.
     class ZVBASE_EXPORT Guard
     {
     public:
@@ -33,27 +42,36 @@ public:
         Guard &operator=(Guard const &) = delete;
     };
 
-    /// Sets a variable: "NAME=value". "NAME=" sets it to the empty text. The text is copied. Fails the assertion
-    /// "separator && separator != assignment" where there is no '=' behind a name.
+    /// Sets a variable. `assignment` is "NAME=value". "NAME=" sets the variable to the empty text.
+    /// The text is copied. Fails the assertion "separator && separator != assignment" if there is
+    /// no '=' behind a name.
     static void putEnv(char const *assignment);
-    /// The text of a variable; empty where it is not set.
+    /// Returns the text of a variable, or an empty text if it is not set.
     static std::string getEnv(char const *name);
 
     EnvVar() = delete;
 };
 
-/// A variable with a whole number, read when the object is built and at each `refresh`. It is usually a static, and
-/// has no destructor. A variable that is not set, or whose text is not one decimal number that fits an `int` (blanks
-/// around it are allowed), has the default value.
+/// An environment variable whose text is a whole number. Usually a static object. It has no
+/// destructor.
+///
+/// The variable is read by the constructor and by `refresh`. It has the default value if it is not
+/// set, or if its text is not one decimal number that fits an `int`. Blanks around the number are
+/// allowed.
+///
+///     static Zv::EnvIntVar nbWorkers("APP_WORKERS", 4);
+///     int const nb = nbWorkers.getValue();
+///
+/// **Threads**: thread-safe.
 class ZVBASE_EXPORT EnvIntVar
 {
 public:
-    /// `name` outlives the object.
+    /// `name` is not copied. It must outlive the object.
     EnvIntVar(char const *name, int defaultValue);
 
-    /// Reads the environment again. Any thread.
+    /// Reads the environment again.
     void refresh();
-    /// What the last reading gave. Any thread.
+    /// Returns the value that was read last.
     int getValue() const;
     char const *getName() const { return _name; }
 

@@ -1,4 +1,4 @@
-// A system call that failed, as an exception that a caller may handle.
+// Exceptions of failed system calls (applications).
 #pragma once
 
 #include "zvbase/exBase.h"
@@ -8,11 +8,13 @@
 
 namespace Zv {
 
-/// A system call failed. Caught as `ExBase`, as `std::runtime_error` or as itself.
+/// Base of the exceptions that are thrown if a system call fails. The reason is "System error 6:
+/// The handle is invalid.", or "System error 4711." for a code that has no meaning here. Catch this
+/// class, and throw `ExSysErrorWindows`.
 class ZVBASE_EXPORT ExSysError : public ExBase, public std::runtime_error
 {
 public:
-    /// `systemError` is the system's code.
+    /// `systemError` is the system's error code.
     ExSysError(char const *file, int line, int systemError);
     ExSysError(ExSysError const &);
     ExSysError &operator=(ExSysError const &);
@@ -21,15 +23,15 @@ public:
     char const *what() const noexcept override;
     int getSystemError() const noexcept { return _systemError; }
 
-    /// What a code says, in a sentence; null for a code that is not known here.
+    /// Returns the meaning of a code as a sentence, or null if the code is not known here.
     static char const *getMeaning(int systemError) noexcept;
 
 private:
     int _systemError;
 };
 
-/// The error that the calling thread's last failed service left; built right after the call. The text reads
-/// "System error 6: The handle is invalid." or, for a code without a meaning here, "System error 4711."
+/// Thrown if a service of the platform fails. The constructor reads the error code that the calling
+/// thread's last failed service left. Construct it right after the failed call.
 class ZVBASE_EXPORT ExSysErrorWindows : public ExSysError
 {
 public:
@@ -38,7 +40,7 @@ public:
     ExSysErrorWindows &operator=(ExSysErrorWindows const &);
     ~ExSysErrorWindows() override;
 
-    ExSysErrorWindows *clone() const override;
+    [[nodiscard]] ExSysErrorWindows *clone() const override;
 };
 
 } // namespace Zv

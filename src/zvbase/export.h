@@ -1,6 +1,7 @@
-// What libzvbase shows to others. Whatever is not marked stays inside.
+// Marks of the symbols that libzvbase exports. All other symbols are hidden (extenders).
 //
-// A class template is marked by the form of its own: on Windows each instance says for itself whose it is.
+// Class templates have a mark of their own: on Windows each explicit instantiation says which
+// library exports it.
 #pragma once
 
 #if defined(_WIN32)

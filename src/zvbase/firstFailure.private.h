@@ -1,19 +1,22 @@
-// The first failure of several actions, and emptying containers whose elements may fail to end.
+// Keeps the first failure of several actions. Empties containers whose elements may throw.
 #pragma once
+
+#include "zvbase/unwinding.h"
 
 #include <exception>
 #include <utility>
 
 namespace Zv {
 
-/// The first failure of several actions that must all be tried.
+/// Keeps the first failure of several actions that must all be tried.
 class FirstFailure
 {
 public:
     explicit FirstFailure(std::exception_ptr former = nullptr) : _failure(std::move(former)) {}
 
+    /// Runs `action`. Keeps what it throws if nothing was kept before.
     template <class Action>
-    void attempt(Action action)
+    void attempt(Action action) noexcept
     {
         try {
             action();
@@ -22,11 +25,18 @@ public:
                 _failure = std::current_exception();
         }
     }
-    /// Throws the failure if there is one. Drops it while another exception is passing, as a destructor must.
-    void rethrow() const
+    /// For functions: throws the failure if there is one.
+    void rethrowAlways() const
     {
-        if (_failure && std::uncaught_exceptions() == 0)
+        if (_failure)
             std::rethrow_exception(_failure);
+    }
+    /// For destructors: throws the failure if there is one, unless an exception is leaving the
+    /// scope.
+    void rethrow(Unwinding const &unwinding = Unwinding::ofAny()) const
+    {
+        if (!unwinding.hasBegun())
+            rethrowAlways();
     }
     std::exception_ptr const &get() const { return _failure; }
 
@@ -34,7 +44,8 @@ private:
     std::exception_ptr _failure;
 };
 
-/// Releases the pointers of a container, or of a map's values, one after the other, and leaves null pointers.
+/// Releases the pointers of a container, or of a map's values, one after the other. Leaves null
+/// pointers. Keeps the first failure.
 template <class Container>
 void releaseEach(Container &container, FirstFailure &failure)
 {
@@ -50,8 +61,9 @@ void releaseEach(Container &container, FirstFailure &failure)
     }
 }
 
-/// The same for each of the containers. For the destructor of their owner: the destructor of a standard container must
-/// not meet an element whose own destructor throws.
+/// Releases the pointers of each of the containers. For the destructor of their owner: if the
+/// destructor of a standard container met an element whose own destructor throws, the process would
+/// end. Throws the first failure, unless an exception is being thrown already.
 template <class... Containers>
 void releaseAll(Containers &...containers)
 {

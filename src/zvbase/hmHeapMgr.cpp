@@ -8,7 +8,7 @@ namespace Zv {
 
 namespace {
 
-// What the library's own objects need in a process of a few dozen threads.
+// The memory that the library's own objects need in a process of a few dozen threads.
 constexpr std::size_t FIRST_STRETCH = 64 * 1024;
 constexpr std::size_t PAGE = 4096;
 
@@ -37,7 +37,7 @@ HmHeapMgr &HmHeapMgr::getInstance()
 
 void HmHeapMgr::warmUp()
 {
-    // The allocator keeps a block of this size: it lies below the size from which it asks the system each time.
+    // The allocator keeps a freed block of this size. Only larger blocks go back to the system.
     if (void * const stretch = std::malloc(FIRST_STRETCH)) {
         for (std::size_t offset = 0; offset < FIRST_STRETCH; offset += PAGE)
             static_cast<char volatile *>(stretch)[offset] = 0;

@@ -1,4 +1,4 @@
-// The heap of the process.
+// Warms up the heap of the process (extenders).
 #pragma once
 
 #include "zvbase/export.h"
@@ -7,18 +7,24 @@
 
 namespace Zv {
 
-/// Gets the heap ready before the first thread of the libraries starts. One object, which is never destroyed.
+/// Prepares the heap before the first thread of the libraries starts. There is one object, which is
+/// never destroyed.
+///
+///     Zv::HmHeapMgr::getInstance().warmUp();
+///
+/// **Threads**: thread-safe.
 class ZVBASE_EXPORT HmHeapMgr
 {
 public:
+    /// Returns the one object. The first call constructs it.
     static HmHeapMgr &getInstance();
 
     virtual ~HmHeapMgr();
-    /// Makes the allocator set itself up in the calling thread and grow by a first stretch of memory, whose pages
-    /// are touched, so that no real-time thread pays for it. May be called again.
+    /// Makes the allocator set itself up on the calling thread and get a first piece of memory,
+    /// whose pages are touched. So no real-time thread has to wait for that. May be called again.
     virtual void warmUp();
 
-    /// How often `warmUp` has run.
+    /// Returns the number of calls of `warmUp`.
     unsigned getNbWarmUps() const;
 
 protected:

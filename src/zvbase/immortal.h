@@ -1,4 +1,4 @@
-// Statics that are never destroyed.
+// Static objects that are never destroyed (extenders).
 #pragma once
 
 #include <cstddef>
@@ -7,14 +7,17 @@
 
 namespace Zv {
 
-/// Room for one object that is built with it and never destroyed. For statics: threads of the library may still run
-/// while the process ends, so nothing that they touch has a destructor that runs at exit.
+/// Contains one object, which is constructed with it and never destroyed. For statics: threads of
+/// the library may still run while the process ends, so what they use must not be destroyed at
+/// exit.
 ///
-///     static Immortal<InInit<ZvInit::locks>> package;
+///     static Zv::Immortal<std::string> const name("camera");
+///     std::size_t const length = name->size();
 template <class T>
 class Immortal
 {
 public:
+    /// Constructs the object from the arguments.
     template <class... Arguments>
     explicit Immortal(Arguments &&...arguments)
     {

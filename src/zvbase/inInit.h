@@ -1,4 +1,4 @@
-// A package and its place among the others, written down as a tag.
+// Packages that are described by tags (extenders).
 #pragma once
 
 #include "zvbase/inPackage.h"
@@ -9,36 +9,48 @@ namespace Zv {
 template <class Tag>
 class InInit;
 
-/// The packages that a package needs, in the order in which they are entered.
+/// Lists the tags of the packages that a package needs, in the order in which they are added.
 template <class... Tags>
 struct InDependencies
 {
+    /// Adds the dependencies to a package.
     static void addTo([[maybe_unused]] InPackageInit &package)
     {
         (package.addDependency(&InInit<Tags>::getType()), ...);
     }
 };
 
-/// The package of a tag. A tag is an empty class of namespace `ZvInit`, exported like the package's library, that
-/// tells the name and the packages needed:
+/// The package of a tag.
+///
+/// A tag is an empty struct in namespace `ZvInit`, which has the name of the package and its
+/// dependencies, and is exported from the library of the package:
+///
+///     namespace Zv {
 ///
 ///     namespace ZvInit {
-///     struct ZVRESMGT_EXPORT locks
+///     struct mixer
 ///     {
-///         static constexpr char const *NAME = "locks";
+///         static constexpr char const *NAME = "mixer";
 ///         using DependsOn = InDependencies<base>;
 ///     };
-///     }
-///     extern template class ZVRESMGT_EXPORT InInit<ZvInit::locks>;   // in the header
-///     template class InInit<ZvInit::locks>;                          // in a source
-///     static Immortal<InInit<ZvInit::locks>> locksPackage;           // in a source: enters it
+///     } // namespace ZvInit
 ///
-/// A package that has something to do specialises `initPackage` and `cleanupPackage` ahead of the instantiation.
+///     template <> // if the package has something to do
+///     void InInit<ZvInit::mixer>::initPackage();
+///
+///     extern template class InInit<ZvInit::mixer>; // up to here in the header
+///
+///     template class InInit<ZvInit::mixer>; // in a source
+///     static Immortal<InInit<ZvInit::mixer>> mixerPackage;
+///
+///     } // namespace Zv
+///
+/// The last line registers the package when its library is loaded.
 template <class Tag>
 class ZVBASE_TEMPLATE_EXPORT InInit : public InPackageInit
 {
 public:
-    /// Enters the package, then its dependencies.
+    /// Registers the package, then adds its dependencies.
     InInit();
     ~InInit() override;
 
@@ -46,9 +58,9 @@ public:
     void cleanupPackage() override;
     void setInitialized(bool initialized) override;
 
-    /// Names the package, also before its object exists.
+    /// Returns the type that identifies the package. Its object need not exist yet.
     static std::type_info const &getType();
-    /// Whether the package is up. Any thread; it changes only while the packages are run.
+    /// Returns true if the package is up. Thread-safe. It changes only while the packages are run.
     static bool isInitialized();
 
 private:
@@ -94,9 +106,10 @@ bool InInit<Tag>::isInitialized()
     return ZvPlatform::Interlocked::loadAcquire(_initialized);
 }
 
+/// The tags of the packages.
 namespace ZvInit {
 
-/// The package of the base library itself, which needs no other.
+/// The tag of the base library's package, which needs no other one.
 struct ZVBASE_EXPORT base
 {
     static constexpr char const *NAME = "base";

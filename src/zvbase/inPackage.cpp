@@ -2,15 +2,16 @@
 
 #include "zvbase/baseLock.private.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 #include "zvbase/immortal.h"
 #include "zvbase/inInit.h"
 #include "zvbase/inPackageRun.private.h"
 #include "zvbase/objPtr.h"
 #include "zvbase/platform/interlocked.h"
+#include "zvbase/scope.private.h"
 #include "zvbase/typeName.h"
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 
 namespace Zv {
@@ -19,8 +20,8 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// Guards the list and the count of scopes, and is held while the packages are run: who opens a second scope waits
-/// until all are up.
+/// Guards the list and the count of scopes. It is held while the packages are run, so that a thread
+/// that opens a second scope waits until all packages are up.
 constinit BaseLock packagesLock;
 constinit InPackageInit *firstPackage ZV_GUARDED_BY(packagesLock) = nullptr;
 constinit InPackageRun *
@@ -56,30 +57,6 @@ std::string nameCircle(InPackageRun::Packages const &path, InPackageInit const *
         text += std::string((*step)->getName()) + " -> ";
     return text + package->getName() + ".";
 }
-
-/// Goes on behind a failure, and keeps the first one.
-class Attempts
-{
-public:
-    template <class Step>
-    void attempt(Step const &step) noexcept
-    {
-        try {
-            step();
-        } catch (...) {
-            if (!_failure)
-                _failure = std::current_exception();
-        }
-    }
-    void rethrow() const
-    {
-        if (_failure)
-            std::rethrow_exception(_failure);
-    }
-
-private:
-    std::exception_ptr _failure;
-};
 
 } // namespace
 
@@ -120,24 +97,24 @@ void InPackageRun::visit(Plan &plan, InPackageInit *package)
 
 void InPackageRun::bringUp()
 {
-    Attempts attempts;
-    attempts.attempt([&] {
+    FirstFailure failure;
+    failure.attempt([&] {
         for (; _nbUp < _order.size(); ++_nbUp)
             _order[_nbUp]->bringUp();
     });
     if (_nbUp < _order.size())
-        attempts.attempt([&] { takeDown(); });
-    attempts.rethrow();
+        failure.attempt([&] { takeDown(); });
+    failure.rethrowAlways();
 }
 
 void InPackageRun::takeDown()
 {
-    Attempts attempts;
+    FirstFailure failure;
     while (_nbUp > 0) {
         --_nbUp;
-        attempts.attempt([&] { _order[_nbUp]->takeDown(); });
+        failure.attempt([&] { _order[_nbUp]->takeDown(); });
     }
-    attempts.rethrow();
+    failure.rethrowAlways();
 }
 
 // ---- packages
@@ -192,7 +169,7 @@ void InPackageInit::removeDependency(InVariableBase *variable)
     }
 }
 
-/// A variable that comes up may add and remove others, and itself.
+/// While a variable comes up, it may add and remove others, and itself.
 void InPackageInit::bringVariablesUp()
 {
     while (_nbVariablesUp < _variables.size()) {
@@ -203,7 +180,7 @@ void InPackageInit::bringVariablesUp()
     }
 }
 
-/// The latest one that is up. It may remove others, and itself.
+/// Takes down the last variable that is up. It may remove others, and itself.
 void InPackageInit::takeVariableDown()
 {
     --_nbVariablesUp;
@@ -234,29 +211,29 @@ void InPackageInit::registerPackage()
 void InPackageInit::bringUp()
 {
     initPackage();
-    Attempts attempts;
-    attempts.attempt([&] {
+    FirstFailure failure;
+    failure.attempt([&] {
         bringVariablesUp();
         setInitialized(true);
         _isUp = true;
     });
     if (!_isUp) {
         while (_nbVariablesUp > 0)
-            attempts.attempt([&] { takeVariableDown(); });
-        attempts.attempt([&] { cleanupPackage(); });
+            failure.attempt([&] { takeVariableDown(); });
+        failure.attempt([&] { cleanupPackage(); });
     }
-    attempts.rethrow();
+    failure.rethrowAlways();
 }
 
 void InPackageInit::takeDown()
 {
     _isUp = false;
-    Attempts attempts;
+    FirstFailure failure;
     while (_nbVariablesUp > 0)
-        attempts.attempt([&] { takeVariableDown(); });
-    attempts.attempt([&] { cleanupPackage(); });
-    attempts.attempt([&] { setInitialized(false); });
-    attempts.rethrow();
+        failure.attempt([&] { takeVariableDown(); });
+    failure.attempt([&] { cleanupPackage(); });
+    failure.attempt([&] { setInitialized(false); });
+    failure.rethrowAlways();
 }
 
 InPackageError::InPackageError(std::string const &what) : std::logic_error(what) {}
@@ -264,25 +241,12 @@ InPackageError::~InPackageError() = default;
 
 // ---- scopes
 
-namespace {
-
-/// Scopes that are opened or closed meanwhile, by a step of a package, only count.
-class Running
-{
-public:
-    Running() ZV_REQUIRES(packagesLock) { isRunning = true; }
-    ~Running() ZV_REQUIRES(packagesLock) { isRunning = false; }
-    Running(Running const &) = delete;
-    Running &operator=(Running const &) = delete;
-};
-
-} // namespace
-
-InPackageScope::InPackageScope() : _exceptionsAtStart(std::uncaught_exceptions())
+InPackageScope::InPackageScope()
 {
     BaseGuard const guard(packagesLock);
     if (!run && !isRunning) {
-        Running const running;
+        // If a step of a package opens or closes a scope meanwhile, the scope is only counted.
+        TemporaryValue const running(isRunning, true);
         ObjPtr<InPackageRun> made(new InPackageRun(InPackageRun::getRegistered()));
         made->bringUp();
         run = made.release();
@@ -296,15 +260,9 @@ InPackageScope::~InPackageScope() noexcept(false)
     Interlocked::storeRelease(scopes, scopes - 1);
     if (scopes > 0 || isRunning || !run)
         return;
-    Running const running;
+    TemporaryValue const running(isRunning, true);
     ObjPtr<InPackageRun> const finished(std::exchange(run, nullptr));
-    try {
-        finished->takeDown();
-    } catch (...) {
-        // A scope that an exception ends cannot throw another.
-        if (std::uncaught_exceptions() <= _exceptionsAtStart)
-            throw;
-    }
+    throwUnlessUnwinding(_unwinding, __FILE__, __LINE__, [&finished] { finished->takeDown(); });
 }
 
 bool InPackageScope::isOpen()

@@ -1,10 +1,10 @@
-// Packages: what a library does when it comes up and when it goes down, in the order of dependencies.
+// Packages: start-up and shut-down of libraries in the order of their dependencies (applications).
 #pragma once
 
 #include "zvbase/export.h"
+#include "zvbase/unwinding.h"
 
 #include <cstddef>
-#include <exception>
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
@@ -14,17 +14,23 @@ namespace Zv {
 
 class InPackageInit;
 
-/// Something that exists only while a package is up: the package builds it right after its own `initPackage`, and
-/// takes it down right before its own `cleanupPackage`, the latest first. Neither the package nor the variable owns the
-/// other; a variable is removed before it dies.
+/// An object that exists only while a package is up. The package initialises its variables right
+/// after its own `initPackage`, and cleans them up right before its own `cleanupPackage`, in
+/// reverse order.
 ///
-/// Both operations may add and remove variables, also the one that they are called on. They run under the lock of all
-/// packages: they must not wait for another thread that adds a variable or opens a scope.
+/// Both operations may add and remove variables, including the one on which they are called. They
+/// run under the lock of all packages: they must not wait for another thread that adds a variable
+/// or opens a scope.
+///
+/// **Owns**: neither the package nor the variable owns the other. Remove a variable before you
+/// destroy it.
 class ZVBASE_EXPORT InVariableBase
 {
 public:
     virtual ~InVariableBase();
+    /// Called when the package comes up.
     virtual void initVariable() = 0;
+    /// Called before the package goes down.
     virtual void cleanupVariable() = 0;
 
 protected:
@@ -33,19 +39,25 @@ protected:
     InVariableBase &operator=(InVariableBase const &) = delete;
 };
 
-/// What the run of the packages calls, one operation after another, on one thread.
+/// Interface of a package to the code that runs all packages.
+///
+/// **Threads**: the library calls the operations one after another, on one thread.
 class ZVBASE_EXPORT InPackageInitBase
 {
 public:
     virtual ~InPackageInitBase();
+    /// Adds a variable, which comes up and goes down with the package.
     virtual void addDependency(InVariableBase *variable) = 0;
+    /// Removes a variable.
     virtual void removeDependency(InVariableBase *variable) = 0;
     virtual char const *getName() const = 0;
-    /// The start-up step. A package whose step throws is not up; the run takes down what was up and passes the
-    /// exception on.
+    /// Starts the package. If it throws, the package is not up. The packages that are up already go
+    /// down, and the exception is passed on.
     virtual void initPackage() = 0;
+    /// Stops the package. If it throws, the other packages still go down, and the first exception
+    /// is passed on.
     virtual void cleanupPackage() = 0;
-    /// Told true when the package is up, false after it went down.
+    /// Called with true when the package is up, and with false after it went down.
     virtual void setInitialized(bool initialized) = 0;
 
 protected:
@@ -54,26 +66,35 @@ protected:
     InPackageInitBase &operator=(InPackageInitBase const &) = delete;
 };
 
-/// A package: one object per process, a static of the library that it belongs to, which enters it while the library
-/// loads. Made through `InInit<Tag>`.
+/// A package: a part of a library that has to be started and stopped. There is one object of each
+/// package in a process, a static of its library. Use the template `InInit<Tag>`, which also has an
+/// example.
+///
+/// **Threads**: adding and removing variables is thread-safe. Dependencies must be added before the
+/// packages are run.
 class ZVBASE_EXPORT InPackageInit : public InPackageInitBase
 {
 public:
-    /// `name` outlives the package.
+    /// `name` is not copied. It must outlive the package.
     explicit InPackageInit(char const *name);
-    /// Takes the package out of the list. Not while it is up.
+    /// Takes the package out of the list of the process. The package must not be up.
     ~InPackageInit() override;
 
-    /// The variable comes up with this package from its next start on; one that is up already brings it up at once. A
-    /// variable whose `initVariable` throws here is not entered.
+    /// Adds a variable, which comes up when this package is started next. If this package is up,
+    /// the variable comes up at once. If its `initVariable` throws then, the variable is not added.
+    ///
+    /// **Blocks**: while another thread runs the packages.
     void addDependency(InVariableBase *variable) override;
-    /// A variable that is up goes down at once. Does nothing if the variable is not entered.
+    /// Removes a variable. If it is up, it goes down at once. Does nothing if it was not added.
+    ///
+    /// **Blocks**: while another thread runs the packages.
     void removeDependency(InVariableBase *variable) override;
     char const *getName() const override;
 
-    /// This package needs the one of that type, in the order of the calls. The other need not exist yet.
+    /// Declares that this package needs the package of that type. Its object need not exist yet.
     void addDependency(std::type_info const *package);
-    /// Enters this package in the list of the process. Works while statics are being constructed; twice is once.
+    /// Adds this package to the list of the process. May be called while statics are constructed.
+    /// Further calls do nothing.
     void registerPackage();
 
     std::vector<std::type_info const *> const &getDependencies() const { return _dependencies; }
@@ -96,8 +117,8 @@ private:
     bool _isUp = false;
 };
 
-/// The packages cannot be brought into an order: one needs a package that nobody entered, or several need each other
-/// in a circle. `what` names them.
+/// Thrown if the packages have no valid order: if a package needs one that is not registered, or if
+/// several packages need each other in a circle. `what` names them.
 class ZVBASE_EXPORT InPackageError : public std::logic_error
 {
 public:
@@ -105,35 +126,39 @@ public:
     ~InPackageError() override;
 };
 
-/// Keeps the packages up. An application's `main` builds one before it uses anything of the libraries:
+/// Keeps the packages up. The `main` of an application must construct one before it uses the
+/// libraries:
 ///
 ///     int main()
 ///     {
-///         Zv::InPackageScope packages;
-///         ...
+///         Zv::InPackageScope const packages;
+///         return 0;
 ///     }
 ///
-/// Scopes are counted. The outermost one runs all packages up, each after those that it needs, and takes them down in
-/// the reverse order; its thread is the main thread of the libraries. What a package's step throws leaves the
-/// constructor, after the packages that were up already have been taken down. The destructor throws what a
-/// `cleanupPackage` throws, after all the others have had their turn.
+/// Scopes are counted. The first one runs all packages up, each after the packages that it needs.
+/// The last one takes them down in reverse order. The thread of the first scope is the main thread
+/// of the libraries. A step of a package may open scopes of its own, which do not run anything.
 ///
-/// While the packages are run up or down, another thread that opens or closes a scope waits. A step of a package may
-/// open scopes of its own: they are counted, but run nothing.
+/// **Threads**: thread-safe.
+///
+/// **Blocks**: constructor and destructor wait while another thread runs the packages.
 class ZVBASE_EXPORT InPackageScope
 {
 public:
-    /// Throws `InPackageError`, or what an `initPackage` throws.
+    /// Throws `InPackageError`, or what an `initPackage` throws, after the packages that were up
+    /// have been taken down.
     InPackageScope();
+    /// Throws the first exception of the packages' `cleanupPackage`, after all packages have gone
+    /// down. If an exception is leaving the scope, it is only traced.
     ~InPackageScope() noexcept(false);
     InPackageScope(InPackageScope const &) = delete;
     InPackageScope &operator=(InPackageScope const &) = delete;
 
-    /// Whether a scope exists, in any thread.
+    /// Returns true if any thread has a scope.
     static bool isOpen();
 
 private:
-    int _exceptionsAtStart;
+    Unwinding _unwinding;
 };
 
 } // namespace Zv

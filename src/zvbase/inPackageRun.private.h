@@ -1,4 +1,4 @@
-// The run of the packages.
+// Runs packages up and down in the order of their dependencies.
 #pragma once
 
 #include "zvbase/inPackage.h"
@@ -11,30 +11,33 @@
 
 namespace Zv {
 
-/// Brings packages into an order, brings them up in it, and takes them down in the reverse one.
+/// Sorts packages by their dependencies, starts them in this order, and stops them in the reverse
+/// order.
 class InPackageRun
 {
 public:
     using Packages = std::vector<InPackageInit *>;
 
-    /// The packages of the process in the order in which they were entered.
+    /// Returns the packages of the process, in the order of their registration.
     static Packages getRegistered();
 
-    /// Packages without a dependency between them keep the order given. Throws `InPackageError`.
+    /// Sorts the packages. Packages that do not depend on each other keep their order. Throws
+    /// `InPackageError`.
     explicit InPackageRun(Packages const &packages);
 
     Packages const &getOrder() const { return _order; }
-    /// Throws what a package throws, after those that were up have been taken down again.
+    /// Starts all packages. Throws what a package throws, after the packages that were up have been
+    /// taken down.
     void bringUp();
-    /// Throws the first of the failures, after each package has had its turn.
+    /// Stops all packages. Throws the first of their exceptions, after all are down.
     void takeDown();
 
 private:
-    /// What `visit` knows so far.
+    /// The state of the sorting.
     struct Plan
     {
         Packages const &registered;
-        Packages path; // from the package asked for down to the one being visited
+        Packages path; // from the first package to the one that is visited now
     };
 
     void visit(Plan &plan, InPackageInit *package);

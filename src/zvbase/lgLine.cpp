@@ -19,7 +19,7 @@ namespace {
 
 constexpr char NO_TAG[] = "unknown         ";
 
-/// A stream's buffer over a fixed piece of memory; what does not fit is cut.
+/// A stream buffer over a fixed piece of memory. Text that does not fit is cut.
 class FixedBuffer : public std::streambuf
 {
 public:
@@ -27,10 +27,10 @@ public:
     std::size_t getLength() const { return static_cast<std::size_t>(pptr() - pbase()); }
 };
 
-/// Asks once for each manager; the thread's lines take the tag from its queue.
+/// Asks the manager in charge for the tag of the thread, and keeps it in the thread's queue.
 void renewTag(LgQueueImp &queue, unsigned generation)
 {
-    // First, in case that finding the tag is itself traced.
+    // Set first, because finding the tag may write a trace line itself.
     queue._tagGeneration = generation;
     queue._tagLength = sizeof NO_TAG - 1;
     std::memcpy(queue._tag, NO_TAG, queue._tagLength);
@@ -84,7 +84,7 @@ bool LgLine::useQueue() noexcept
             LgLog::registerQueue(queue);
         _queue = queue->_imp.get();
     } catch (...) {
-        return false; // without memory for a queue the line goes the other way
+        return false; // without memory for a queue the line goes directly to the output
     }
     LgStream &stream = _queue->_stream;
     _queue->_buffer.begin(_outer);
@@ -129,7 +129,7 @@ void LgLine::endInQueue() noexcept
     }
     if (isServed) [[likely]]
         return;
-    // The logger has stopped since this line was begun: nobody else is bound to find it.
+    // The logger has stopped since this line was begun. No other reader is sure to find it.
     try {
         LgReader(nullptr, &_queue->_owner).flushAll();
     } catch (...) {
@@ -154,7 +154,7 @@ void LgLine::endDirectly() noexcept
             LgOutput::flush();
         }
     } catch (...) {
-        // Nowhere is left to report it.
+        // There is no place to report this failure.
     }
     delete stream;
 }

@@ -1,4 +1,4 @@
-// One line on its way into the log.
+// One line of text for the log (extenders).
 #pragma once
 
 #include "zvbase/export.h"
@@ -11,19 +11,28 @@ namespace Zv {
 
 class LgQueueImp;
 
-/// Gathers one line and brings it into the log when it is destroyed, in the thread that built it: into the thread's
-/// queue while a logger runs, straight to the output otherwise. Lines may nest, as they do where an expression that
-/// is being traced traces in its turn: the inner line comes first. Normally used through `ZV_TRACE`.
+/// Collects the text of one line. The destructor sends the line to the log: to the thread's queue
+/// while a logger runs, otherwise directly to the output. Use `ZV_TRACE` instead if the line
+/// depends on a level.
 ///
-/// The destructor throws nothing. A line end is added where the text has none.
+///     Zv::LgLine line;
+///     line.begin(__FILE__, __LINE__) << "the gain is " << 0.5;
+///
+/// Lines may nest: if an expression in the text writes a line itself, that inner line comes first.
+/// A line end is added if the text has none. The destructor does not throw.
+///
+/// **Threads**: the thread that constructs a line writes and destroys it.
+///
+/// **Blocks**: without a logger, the destructor waits while another thread writes to the output.
+/// With a logger, see `LgQueue`.
 class ZVBASE_EXPORT LgLine
 {
 public:
     enum Kind : std::uint32_t
     {
-        /// A trace line: it bears the moment at which it was ended.
+        /// A trace line. It begins with the moment at which it was ended.
         LINE,
-        /// Text as it is.
+        /// A text without that moment.
         PLAIN
     };
 
@@ -32,14 +41,17 @@ public:
     LgLine(LgLine const &) = delete;
     LgLine &operator=(LgLine const &) = delete;
 
+    /// Returns the stream for the text. It uses the "C" locale.
     std::ostream &getStream() noexcept { return *_stream; }
-    /// Writes the thread's tag and the place, as `Trace::log` does, and returns the stream for the text.
+    /// Writes the thread's tag and the place, as `Trace::log` does. Returns the stream for the
+    /// text.
     std::ostream &begin(char const *file, int line);
 
 private:
     friend class LgLineBuffer;
 
-    /// Where the line stood that this one was begun inside of. Places count from the end of the queue's text.
+    /// The state of the line that this one interrupts. Places count from the end of the queue's
+    /// text.
     struct Outer
     {
         bool exists = false;
@@ -59,7 +71,7 @@ private:
     void endDirectly() noexcept;
 
     Kind _kind;
-    LgQueueImp *_queue = nullptr; // null where the line goes straight to the output
+    LgQueueImp *_queue = nullptr; // null if the line goes directly to the output
     std::ostream *_stream = nullptr;
     Outer _outer;
 };

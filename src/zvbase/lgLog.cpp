@@ -15,7 +15,8 @@ namespace {
 
 using QueueFunction = LgQueue *(*)();
 
-/// The registry of a process without a logger. Nobody reads it: a queue in it is written out by whoever ends it.
+/// The registry of a process without a logger. No reader serves it. The thread that ends a queue
+/// writes its text.
 class OwnRegistry : public LgRegistry
 {
 public:
@@ -98,9 +99,9 @@ ObjPtrRet<LgRegistry> LgLog::setRegistry(ObjPtr<LgRegistry> registry)
         Interlocked::increment(LgLogImp::_registration);
     }
     ++LgLogImp::_generation;
-    // After the exchange: what is ended from now on is written by the thread that ends it.
+    // After the exchange: from now on the thread that ends a line writes it.
     LgReader(queues, nullptr).flushAll();
-    return ObjPtrRet<LgRegistry>(former);
+    return ObjPtrRet<LgRegistry>(std::move(former));
 }
 
 void LgLog::registerQueue(LgQueue *queue)
@@ -119,7 +120,8 @@ bool LgLog::creatorExit(unsigned long threadId)
 {
     BaseGuard const guard(LgLogImp::_readingLock);
     for (LgQueue *queue : getRegistry().getQueues()) {
-        // A number may have come round again while the queue of its former bearer is still being read.
+        // The system may use a thread's number again while the former thread's queue is still being
+        // read.
         if (queue->getThreadId() == threadId &&
             !Interlocked::loadAcquire(queue->_imp->_hasExited)) {
             queue->creatorExit();
@@ -136,7 +138,7 @@ bool LgLog::isLoggerActive() noexcept
 
 void LgLog::setLoggerActive(bool active) noexcept
 {
-    // A full barrier: the reader's last look comes after it.
+    // A full barrier: the reader's last look at the queues comes after it.
     Interlocked::exchange(_loggerActive, active);
 }
 
@@ -155,7 +157,7 @@ void LgLog::flush()
     LgReader().flushAll();
 }
 
-// What the analysis cannot follow: a lock that is held from a constructor to a destructor.
+// The analysis cannot follow a lock that is held from a constructor to a destructor.
 LgLog::QueuesGuard::QueuesGuard() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     LgLogImp::_readingLock.lock();

@@ -1,4 +1,4 @@
-// What the parts of the log share.
+// State that the parts of the log share: locks, registry and output.
 #pragma once
 
 #include "zvbase/baseLock.private.h"
@@ -10,35 +10,37 @@
 
 namespace Zv {
 
-/// The locks of the log and what they guard. Order: the reading lock, the registry lock, then what a registry or an
-/// observer locks for itself.
+/// The locks of the log and what they guard. Take them in this order: the reading lock, the
+/// registry lock, the locks of a registry or an observer.
 class LgLogImp
 {
 public:
-    /// Held while queues are read, deleted or written out. May be held for as long as the output takes.
+    /// Held while queues are read, deleted or written out, which may take as long as the output
+    /// does.
     static BaseLock _readingLock;
-    /// Held while the registry in force is looked up and changed, never while text is written.
+    /// Held while the installed registry is read or changed. Never held while text is written.
     static BaseLock _registryLock;
 
-    /// Goes up when a queue dies or the registry changes: what a reader remembers of the queues is void.
+    /// Incremented if a queue is deleted or the registry changes. A reader then forgets its list of
+    /// queues.
     static std::uint64_t _generation ZV_GUARDED_BY(_readingLock);
-    /// The number of the registry in force; read without the lock.
+    /// The number of the installed registry. It is read without the lock.
     static std::uint64_t _registration;
 
     static LgRegistry &getRegistryInForce() ZV_REQUIRES(_registryLock);
     static bool isOwnRegistryInForce() ZV_REQUIRES(_registryLock);
 };
 
-/// The device that `LgTrace` chooses.
+/// The output that `LgTrace` has selected.
 class LgOutput
 {
 public:
-    /// Whether the output itself writes to the log.
+    /// Returns true while the output runs, so that what it writes to the log itself can be dropped.
     static bool isBusy() ZV_REQUIRES(LgLogImp::_readingLock);
-    /// Whole lines.
+    /// Writes whole lines.
     static void write(char const *text, std::size_t length) ZV_REQUIRES(LgLogImp::_readingLock);
     static void flush() ZV_REQUIRES(LgLogImp::_readingLock);
-    /// The moment of a line, as it stands in front of it.
+    /// Appends the moment of a line, in the form in which it precedes the line.
     static void appendStamp(std::string &text, std::uint64_t stamp);
 };
 

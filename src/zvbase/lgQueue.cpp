@@ -4,23 +4,35 @@
 #include "zvbase/lgQueueImp.private.h"
 #include "zvbase/lgReader.h"
 
+#include <locale>
+#include <utility>
+
 namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
-LgQueueImp::LgQueueImp(LgQueue &owner, unsigned long threadId)
-    : _owner(owner),
-      _threadId(threadId),
-      _ring(LgQueue::CAPACITY),
-      _buffer(*this),
-      _stream(*this, _buffer)
-{}
+// ---- LgStream
+
+LgStream::LgStream(LgQueueImp &queue, std::streambuf &buffer) : std::ostream(&buffer), _queue(queue)
+{
+    // The program's own locale does not change the log.
+    imbue(std::locale::classic());
+}
+
+LgStream::~LgStream() = default;
+
+std::size_t LgStream::getNumCharacters() const noexcept
+{
+    return _queue._ring.getNbFree();
+}
+
+// ---- LgQueue
 
 LgQueue::LgQueue(unsigned long threadId) : _imp(new LgQueueImp(*this, threadId)) {}
 
 LgQueue::~LgQueue()
 {
-    // A reader of it has ended before, and there is none afterwards.
+    // Waits for a reader that is inside of the queue. Makes other readers forget it.
     BaseGuard const guard(LgLogImp::_readingLock);
     ++LgLogImp::_generation;
 }
@@ -55,7 +67,7 @@ void LgQueue::changeObserver(ObjPtr<Observer> observer)
     ObjPtr<Observer> former;
     BaseGuard const guard(LgLogImp::_readingLock);
     former.swap(_imp->_observer);
-    _imp->_observer = observer;
+    _imp->_observer = std::move(observer);
 }
 
 void LgQueue::creatorExit()
@@ -64,7 +76,7 @@ void LgQueue::creatorExit()
         BaseGuard const guard(LgLogImp::_registryLock);
         LgRegistry &registry = LgLogImp::getRegistryInForce();
         if (!LgLogImp::isOwnRegistryInForce() && registry.hasQueue(this)) {
-            // The reader may delete the queue from here on.
+            // From here on the reader may delete the queue.
             Interlocked::storeRelease(_imp->_hasExited, true);
             return;
         }

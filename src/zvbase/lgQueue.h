@@ -1,34 +1,72 @@
-// The text of one thread on its way to the log.
+// Queue for the log text of one thread (extenders).
 #pragma once
 
 #include "zvbase/export.h"
-#include "zvbase/lgStream.h"
 #include "zvbase/objPtr.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <ostream>
 
 namespace Zv {
 
 class LgQueueImp;
 
-/// A thread's own queue of text: one writer, the thread that it was made for, and one reader at a time, `LgReader`.
-/// All memory is allocated when the queue is made. The writer takes no lock and wakes nobody; where the queue is full
-/// the newest line is dropped and counted, and the log says how much was lost.
+/// The stream of an `LgQueue`. Text goes directly into the memory of the queue.
 ///
-/// Life of a queue:
+/// Write to it only through `LgLine`: text that is written while no line is open is lost. The
+/// stream never fails. Text that does not fit is counted.
 ///
-/// - The function that was given to `LgLog::setQueueFunction` makes it at a thread's first call, with `new`, for the
-///   calling thread.
-/// - `LgLog::registerQueue` enters it where the reader looks. A thread does so before its body begins; one that does
-///   not is entered with its first line.
-/// - When the thread ends, or has been killed, `creatorExit` is called, once. From then on the queue belongs to the
-///   reader, which writes what is left and deletes it; nobody else touches it again.
-/// - Whoever deletes a queue otherwise has taken it out of its registry before, and its thread writes no more.
+/// **Threads**: the thread of the queue.
+class ZVBASE_EXPORT LgStream : public std::ostream
+{
+public:
+    ~LgStream() override;
+
+    /// Returns the number of characters that the queue can take in one line at this moment.
+    /// Thread-safe.
+    std::size_t getNumCharacters() const noexcept;
+
+private:
+    friend class LgQueueImp;
+
+    LgStream(LgQueueImp &queue, std::streambuf &buffer);
+
+    LgQueueImp &_queue;
+};
+
+/// Holds the lines of one thread until an `LgReader` writes them.
+///
+/// The constructor allocates all memory. Writing takes no lock and wakes no thread. If the queue is
+/// full, the newest line is dropped and counted, and the log tells how much was lost.
+///
+/// The life of a queue:
+///
+/// - The function that was passed to `LgLog::setQueueFunction` makes the queue with `new`, when a
+///   thread calls it first.
+/// - `LgLog::registerQueue` adds it to the list of the reader. A thread should call it before its
+///   body begins. Otherwise its first line does so.
+/// - When the thread ends, it must call `creatorExit`. If it was killed, the killer must do so.
+///   From then on the reader owns the queue: it writes what is left and deletes the queue.
+/// - If you delete a queue yourself, remove it from its registry first. Its thread must not write
+///   again.
+///
+///     Zv::LgQueue *makeQueue()
+///     {
+///         static thread_local Zv::LgQueue *queue = nullptr;
+///         if (!queue)
+///             queue = new Zv::LgQueue(7); // the number of the calling thread
+///         return queue;
+///     }
+///
+/// **Threads**: one thread writes, and one reader at a time reads. The `get` and `is` operations
+/// are thread-safe, except `getStream`.
+///
+/// **Blocks**: see `LgLog::setBlockingTrace`.
 class ZVBASE_EXPORT LgQueue
 {
 public:
-    /// Bytes of text and of what goes with each line (at most 63 bytes).
+    /// The size in bytes, for text and for what is kept with each line, which is at most 63 bytes.
     static constexpr std::size_t CAPACITY = 32 * 1024;
 
     class Observer;
@@ -40,23 +78,27 @@ public:
     LgQueue(LgQueue const &) = delete;
     LgQueue &operator=(LgQueue const &) = delete;
 
-    /// Any thread.
     unsigned long getThreadId() const noexcept;
-    /// Whether not even one character fits. Any thread.
+    /// Returns true if there is no room for a single character.
     bool isFull() const noexcept;
-    /// Whether no whole line waits for the reader. Any thread.
+    /// Returns true if there is no whole line for the reader.
     bool isEmpty() const noexcept;
     LgStream &getStream() noexcept;
-    /// Lines that were dropped so far, since the queue was full. Any thread.
+    /// Returns the number of lines that were dropped because the queue was full.
     std::uint64_t getNbLostLines() const noexcept;
 
-    /// Replaces the flow control; the former one is deleted. May wait until the reader has written one line. Before
-    /// the thread writes its first line.
+    /// Replaces the observer and deletes the former one. Call it before the thread writes its first
+    /// line.
+    ///
+    /// **Blocks**: while a reader writes a line.
     void changeObserver(ObjPtr<Observer> observer);
 
-    /// The writing thread writes no more: it is ending, and calls this itself, or it was killed, and its killer calls
-    /// this after it. What is left comes out: by the reader where one is at work, which deletes the queue; where
-    /// none is, this call writes it and deletes the queue. The queue is gone for the caller in both cases.
+    /// Says that the thread of this queue will not write again. The thread must call it when it
+    /// ends. If the thread was killed, the killer must call it afterwards. If a reader serves the
+    /// queue, the reader writes what is left and deletes the queue. Otherwise this call does so. In
+    /// both cases the caller must not use the queue again.
+    ///
+    /// **Blocks**: while text is written, if no reader serves the queue.
     void creatorExit();
 
 private:
@@ -67,17 +109,17 @@ private:
     ObjPtr<LgQueueImp> _imp;
 };
 
-/// Flow control of a queue's writer, for blocking trace. Belongs to its queue.
+/// Lets the writing thread of a queue wait for room, for blocking trace. The queue owns it.
 class ZVBASE_EXPORT LgQueue::Observer
 {
 public:
     virtual ~Observer();
-    /// The reader has taken text out of the queue. By the reading thread, while no queue can be deleted; does not
-    /// block for long, and writes nothing to the log.
+    /// Called when the reader has taken text out of the queue, on the reading thread. No queue can
+    /// be deleted during the call. It must not block for long, and must not write to the log.
     virtual void notify(LgQueue &queue) = 0;
-    /// The writer has no room: returns when `n` characters are free (`LgStream::getNumCharacters`), or leaves it at
-    /// that. By the writing thread. Called only while blocking trace is on and a logger runs. `n` is never more than
-    /// an emptied queue has.
+    /// Called if the queue is full, on the writing thread, while blocking trace is on and a logger
+    /// runs. It should wait until `n` characters are free (`LgStream::getNumCharacters`). If it
+    /// returns earlier, the line may be lost. `n` is never more than an empty queue has.
     virtual void wait(LgQueue &queue, unsigned n) = 0;
 
 protected:
@@ -86,8 +128,11 @@ protected:
     Observer &operator=(Observer const &) = delete;
 };
 
-/// While it lives, lines that the queue's thread writes vanish, and nobody counts them: for the reader's own thread,
-/// whose lines would feed the reader for ever. Built and destroyed by the queue's thread; guards may nest.
+/// Drops all lines that the queue's thread writes during its lifetime, without counting them. For
+/// the reader's own thread: otherwise its lines would keep the reader busy without end. Guards may
+/// nest.
+///
+/// **Threads**: the thread of the queue constructs and destroys it.
 class ZVBASE_EXPORT LgQueue::SuppressGuard
 {
 public:

@@ -1,10 +1,9 @@
-// What a queue consists of.
+// The inside of a log queue: its ring and the buffer of the open line.
 #pragma once
 
 #include "zvbase/lgLine.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgRing.private.h"
-#include "zvbase/lgStream.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,16 +11,17 @@
 
 namespace Zv {
 
-/// Puts the text of the line that is open into the ring, where it waits behind what was published. A line that has no
-/// room is dropped as a whole, and its characters are counted.
+/// Writes the text of the open line into the ring, behind the published records. A line that does
+/// not fit is dropped as a whole, and its characters are counted.
 class LgLineBuffer : public std::streambuf
 {
 public:
     explicit LgLineBuffer(LgQueueImp &queue) : _queue(queue) {}
 
-    /// Opens a line; one that is open already goes on behind it.
+    /// Opens a line. If another line is open, saves its state in `outer`.
     void begin(LgLine::Outer &outer);
-    /// Ends the line. Returns whether a reader is bound to find it, as `LgRing::publish`.
+    /// Ends the line and resumes the outer one. Returns true if a reader is sure to find the line,
+    /// as `LgRing::publish` does.
     bool end(LgLine::Outer const &outer, LgLine::Kind kind);
 
 protected:
@@ -42,7 +42,7 @@ private:
     LgQueueImp &_queue;
     std::uint64_t _start = 0;     // of the open line's record
     std::uint64_t _chunk = 0;     // the place of pbase()
-    std::uint64_t _limit = 0;     // the ring's, as it was last looked at
+    std::uint64_t _limit = 0;     // the ring's, when it was read last
     std::uint64_t _discarded = 0; // characters of a line that is dropped
     LgLine::Kind _kind = LgLine::LINE;
     bool _isOpen = false;
@@ -50,7 +50,7 @@ private:
     bool _isSuppressed = false;
 };
 
-/// A queue, as the log itself sees it.
+/// The inside of an `LgQueue`.
 class LgQueueImp
 {
 public:
@@ -65,16 +65,16 @@ public:
     LgStream _stream;
     ObjPtr<LgQueue::Observer> _observer;
     bool _hasExited = false;
-    std::uint64_t _registration = 0; // the number of the registry that the queue stands in
+    std::uint64_t _registration = 0; // the number of the registry that contains the queue
 
-    // The thread's own.
+    // Used by the writing thread only.
     unsigned _nbSuppressions = 0;
     unsigned _tagGeneration = 0;
     std::size_t _tagLength = 0;
     char _tag[TAG_CAPACITY];
 
-    // The reader's.
-    std::uint64_t _toldLines = 0; // of the lost ones
+    // Used by the reader only: how much of the loss has been reported.
+    std::uint64_t _toldLines = 0;
     std::uint64_t _toldCharacters = 0;
 };
 

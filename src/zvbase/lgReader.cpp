@@ -13,13 +13,14 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// Ending a line takes less than a microsecond, unless the thread loses its processor in the middle of it.
+/// Ending a line takes less than a microsecond, unless the thread loses its processor in the middle
+/// of it.
 constexpr int LOOKS_WITHOUT_SLEEP = 16;
-/// After a second the thread is taken for one that is stopped, in a debugger for instance: the log goes on, and a
-/// line that this thread ends may come too late.
+/// If a thread takes longer than a second, it is probably stopped, for example in a debugger. The
+/// log goes on then. A line that this thread ends may be written too late.
 constexpr int LOOKS = 1000;
 
-// No local variable: a compiler may do without an operation that nobody else can see.
+// Not a local variable: the compiler may remove an operation that no other thread can see.
 constinit std::uint32_t barrier = 0;
 
 void waitForAnnounced(LgQueueImp const &queue)
@@ -28,7 +29,7 @@ void waitForAnnounced(LgQueueImp const &queue)
     if (announcement % 2 == 0)
         return;
     for (int look = 0; look < LOOKS; ++look) {
-        // A thread that was killed ends no line any more.
+        // A killed thread cannot end its line.
         if (queue._ring.getAnnouncement() != announcement ||
             Interlocked::loadAcquire(queue._hasExited))
             return;
@@ -57,7 +58,8 @@ bool LgReader::flushEarliest()
     while (!earliest) {
         refresh();
         earliest = findEarliest();
-        // A line that was ended after the reader's look at the clock is due at the next one.
+        // A line that was ended after the reader has read the clock is due when it reads the clock
+        // again.
         if (!earliest && std::all_of(_queues.begin(), _queues.end(),
                                      [](LgQueue const *queue) { return queue->isEmpty(); }))
             break;
@@ -124,7 +126,7 @@ LgQueueImp *LgReader::findLoss() const
     return nullptr;
 }
 
-// The lock that the callers hold is not in sight of the header.
+// The callers hold the reading lock, but the header cannot name it.
 void LgReader::write(LgQueueImp &queue) ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     LgRing::Header const header = *queue._ring.getFront();

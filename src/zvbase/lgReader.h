@@ -1,4 +1,4 @@
-// Merges the queues in time order.
+// Writes the lines of all log queues to the output, in time order (extenders).
 #pragma once
 
 #include "zvbase/export.h"
@@ -14,14 +14,21 @@ class LgQueue;
 class LgQueueImp;
 class LgRegistry;
 
-/// Writes the lines of all registered queues to the output, in time order. A line comes out only when no other thread
-/// can still end an earlier one: for the moment that another thread takes to end a line, the reader waits for it.
+/// Merges the lines of all registered queues into the output, in time order. It writes a line only
+/// when no other thread can still end an earlier one.
 ///
-/// A queue that lost lines gets a note, "12 lines (345 characters) lost: the queue of thread 7 was full.", at the
-/// place where they are missing.
+/// If a queue has lost lines, the note "12 lines (345 characters) lost: the queue of thread 7 was
+/// full." is written where they are missing.
 ///
-/// One thread at a time calls a reader; several readers, and threads that write without a logger, exclude each other.
-/// A reader makes its memory at need, in its own thread.
+///     Zv::LgReader reader;
+///     while (reader.flushEarliest()) {
+///     }
+///
+/// **Threads**: one thread at a time. Several readers exclude each other, and they exclude threads
+/// that write to the output directly.
+///
+/// **Blocks**: `flushEarliest` waits while another thread writes to the output, and for at most
+/// about a second for a thread that is just ending a line.
 class ZVBASE_EXPORT LgReader
 {
 public:
@@ -30,19 +37,20 @@ public:
     LgReader(LgReader const &) = delete;
     LgReader &operator=(LgReader const &) = delete;
 
-    /// Writes the earliest line; true when it wrote one. Deletes the emptied queues of threads that have ended.
-    bool flushEarliest();
+    /// Writes the earliest line, or a note on lost lines. Returns true if it wrote one. Otherwise
+    /// it deletes the queues of ended threads. Throws what the output throws, and `std::bad_alloc`.
+    [[nodiscard]] bool flushEarliest();
 
 private:
     friend class LgLog;
     friend class LgLine;
     friend class LgQueue;
 
-    /// Reads the given registry, and one queue more, which may be null.
+    /// Reads the given registry, and `extra` in addition if it is not null.
     LgReader(LgRegistry *registry, LgQueue *extra);
 
     void flushAll();
-    void refresh(); // this and what follows: under the log's reading lock
+    void refresh(); // The caller of this and of all that follow must hold the log's reading lock.
     LgQueueImp *findEarliest() const;
     LgQueueImp *findLoss() const;
     void write(LgQueueImp &queue);
@@ -50,10 +58,10 @@ private:
                    std::uint64_t characters);
     void reap();
 
-    LgRegistry *_registry = nullptr; // null for the one in force
+    LgRegistry *_registry = nullptr; // null means the installed one
     LgQueue *_extra = nullptr;
     std::vector<LgQueue *> _queues;
-    std::uint64_t _horizon = 0; // no line from before this moment is still to come
+    std::uint64_t _horizon = 0; // no thread can still end a line from before this moment
     std::uint64_t _generation = 0;
     std::string _text;
 };

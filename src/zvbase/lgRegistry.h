@@ -1,4 +1,4 @@
-// Where the reader finds the queues.
+// Interface to the list of all log queues (extenders).
 #pragma once
 
 #include "zvbase/containers.h"
@@ -10,22 +10,28 @@ namespace Zv {
 
 class LgQueue;
 
-/// The set of queues. The base library has one of its own, that is in force until a logger brings another
-/// (`LgLog::setRegistry`). Any thread may call; implementations lock for themselves, call nobody under their lock and
-/// write nothing to the log. A registry owns no queue.
+/// The list in which an `LgReader` finds the log queues. The base library has one of its own. A
+/// logger installs another one with `LgLog::setRegistry`, which also has an example.
+///
+/// An implementation must not call other code under its lock, and must not write to the log.
+///
+/// **Threads**: an implementation must be thread-safe.
+///
+/// **Owns**: nothing. A registry does not own its queues.
 class ZVBASE_EXPORT LgRegistry
 {
 public:
     virtual ~LgRegistry();
-    /// Appends at the end. A null pointer is not entered.
+    /// Appends a queue. Does nothing if `queue` is null.
     virtual void addQueue(LgQueue *queue) = 0;
-    /// Takes out all entries that equal `queue`.
+    /// Removes all entries that equal `queue`.
     virtual void removeQueue(LgQueue *queue) = 0;
-    /// A copy of the list. Queues of ended threads die as the reader empties them: whoever looks into the queues
-    /// holds a `LgLog::QueuesGuard` from before this call.
+    /// Returns a copy of the list. The reader deletes the queue of an ended thread once it is
+    /// empty. If you access the queues, hold an `LgLog::QueuesGuard` from before this call.
     virtual List<LgQueue *> getQueues() = 0;
-    /// Whether a queue is entered; asked when a thread begins and ends. Walks through `getQueues` where a registry has
-    /// no better way.
+    /// Returns true if the list contains a queue. Called when a thread begins and when it ends.
+    /// This implementation searches the result of `getQueues`. Override it if there is a faster
+    /// way.
     virtual bool hasQueue(LgQueue *queue);
 
 protected:

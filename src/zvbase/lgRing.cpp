@@ -12,8 +12,8 @@ namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
-// In real-time operation the memory is filled, so that its pages are there when the writer comes to them. Elsewhere
-// they come as they are used: many threads never write a line.
+// In real-time operation the memory is filled, so that the writer never waits for a page. Otherwise
+// the system provides the pages when they are used, because many threads never write a line.
 LgRing::LgRing(std::size_t capacity)
     : _memory(std::make_unique_for_overwrite<char[]>(capacity)), _capacity(capacity)
 {
@@ -72,7 +72,7 @@ void LgRing::rotate(std::uint64_t first, std::uint64_t middle, std::uint64_t las
 
 std::uint64_t LgRing::getNbFree() const
 {
-    // In this order: a place that was reserved is never beyond the end of what was free then.
+    // Read in this order: a reserved place is never beyond the limit of the same moment.
     std::uint64_t const reserved = Interlocked::loadAcquire(_reserved);
     std::uint64_t const limit = getLimit();
     return limit > reserved ? limit - reserved : 0;

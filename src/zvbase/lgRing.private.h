@@ -1,4 +1,4 @@
-// The memory of a queue: lines in a ring, from one writing thread to one reader at a time.
+// Ring buffer of records, with one writing thread and one reader at a time.
 #pragma once
 
 #include "zvbase/platform/interlocked.h"
@@ -10,14 +10,18 @@
 
 namespace Zv {
 
-/// Places in the ring are counted through, without end; a place's memory is its remainder. A record is a header and
-/// the text behind it, filled up to whole units, so that a header never lies across the ring's end; a text may.
+/// The memory of a log queue.
 ///
-/// Time order. A writer ends a record in three steps: it announces that (an odd number in `_announcement`), reads the
-/// clock, and publishes the record with the reading. A reader reads the clock first and the announcements after it.
-/// The announcement and the reader's look are full barriers: an announcement that the reader has not seen comes
-/// after its look, so that record's moment comes after the reader's. A reader that waits until the announcements it
-/// has seen are over knows all records up to its moment.
+/// Places in the ring are counted without end. The memory of a place is at the remainder of its
+/// number. A record is a header and its text, padded to whole units. So a header never crosses the
+/// end of the memory. A text may.
+///
+/// Time order: a writer ends a record in three steps. It announces that (an odd number in
+/// `_announcement`), reads the clock, and publishes the record with that moment. A reader reads the
+/// clock first and the announcements afterwards. The announcement and the reader's access to the
+/// clock are full barriers. If the reader has not seen an announcement, that writer reads the clock
+/// later than the reader did. So if the reader waits until all announcements that it has seen are
+/// over, it knows all records up to its own moment.
 class LgRing
 {
 public:
@@ -28,12 +32,12 @@ public:
         std::uint64_t stamp;
         std::uint32_t length;
         std::uint32_t kind;
-        std::uint64_t lostLines; // by the writer, all in all, when the record was ended
+        std::uint64_t lostLines; // all that the writer had lost when it ended the record
         std::uint64_t lostCharacters;
     };
     static_assert(sizeof(Header) == UNIT);
 
-    /// `capacity` is a power of two, in bytes.
+    /// `capacity` is in bytes and must be a power of two.
     explicit LgRing(std::size_t capacity);
     LgRing(LgRing const &) = delete;
     LgRing &operator=(LgRing const &) = delete;
@@ -44,24 +48,26 @@ public:
     // ---- the writer
 
     std::uint64_t getTail() const { return _tail; }
-    /// The first place that is not free. Moves on as the reader reads.
+    /// Returns the first place that is not free. It grows when the reader reads.
     std::uint64_t getLimit() const
     {
         return ZvPlatform::Interlocked::loadAcquire(_head) + _capacity;
     }
     char *at(std::uint64_t place) { return _memory.get() + (place & (_capacity - 1)); }
-    /// The place behind `place` where the ring's memory ends.
+    /// Returns the place behind `place` at which the memory ends.
     std::uint64_t getSeam(std::uint64_t place) const { return (place | (_capacity - 1)) + 1; }
-    /// Tells the others how far the writer has come with text that is not published yet.
+    /// Tells other threads where the text ends that is not published yet.
     void setReserved(std::uint64_t place)
     {
         ZvPlatform::Interlocked::storeRelease(_reserved, place);
     }
-    /// Publishes the record whose header lies at the tail and whose text ends at `end`. Returns whether a logger ran
-    /// when the record was announced: if it did, a reader is bound to find it.
+    /// Publishes the record whose header is at the tail and whose text ends at `end`. Returns true
+    /// if a logger ran when the record was announced. Then a reader is sure to find it.
     bool publish(std::uint64_t end, std::uint32_t kind);
+    /// Counts a dropped line.
     void countLoss(std::uint64_t characters);
-    /// Exchanges two neighbouring pieces of whole units: from `first` to `middle`, and from there to `last`.
+    /// Exchanges two neighbouring pieces of whole units: `first` to `middle`, and `middle` to
+    /// `last`.
     void rotate(std::uint64_t first, std::uint64_t middle, std::uint64_t last);
 
     // ---- any thread
@@ -79,17 +85,18 @@ public:
 
     // ---- the reader
 
-    /// The earliest record's header; null where there is none. Valid until `pop`.
+    /// Returns the header of the earliest record, or null if there is none. Valid until `pop`.
     Header const *getFront() const;
-    /// Appends the text of the earliest record.
+    /// Appends the text of the earliest record to `text`.
     void readFront(std::string &text) const;
+    /// Removes the earliest record.
     void pop();
     std::uint64_t getNbLostCharacters() const
     {
         return ZvPlatform::Interlocked::loadAcquire(_lostCharacters);
     }
 
-    /// The clock of the stamps.
+    /// Returns the present moment, in ticks of the clock of the records.
     static std::uint64_t getNow();
     static double toSeconds(std::uint64_t stamp);
 
@@ -99,7 +106,7 @@ private:
     std::unique_ptr<char[]> _memory;
     std::size_t _capacity;
     alignas(64) std::uint64_t _tail = 0; // written by the writer
-    std::uint64_t _reserved = UNIT;      // where text would go on; past the tail's header
+    std::uint64_t _reserved = UNIT;      // where text would continue, behind the tail's header
     std::uint32_t _announcement = 0;
     std::uint64_t _lostLines = 0;
     std::uint64_t _lostCharacters = 0;

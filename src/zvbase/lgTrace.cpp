@@ -5,6 +5,7 @@
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgReader.h"
 #include "zvbase/lgRing.private.h"
+#include "zvbase/scope.private.h"
 
 #include <charconv>
 #include <cstdio>
@@ -14,7 +15,8 @@ namespace Zv {
 
 namespace {
 
-/// A text is brought to the queue in pieces no longer than this, so that a long one needs not find the queue empty.
+/// The longest piece of a text that is written at once, so that a long text does not need an empty
+/// queue.
 constexpr std::size_t LONGEST_PIECE = LgQueue::CAPACITY / 4;
 
 constinit LgTrace::Output output ZV_GUARDED_BY(LgLogImp::_readingLock) = nullptr;
@@ -22,16 +24,6 @@ constinit void *outputContext ZV_GUARDED_BY(LgLogImp::_readingLock) = nullptr;
 constinit std::FILE *file ZV_GUARDED_BY(LgLogImp::_readingLock) = nullptr;
 constinit bool hasFailed ZV_GUARDED_BY(LgLogImp::_readingLock) = false;
 constinit bool isWriting ZV_GUARDED_BY(LgLogImp::_readingLock) = false;
-
-/// The output is at work: it may throw.
-class Writing
-{
-public:
-    Writing() ZV_REQUIRES(LgLogImp::_readingLock) { isWriting = true; }
-    ~Writing() ZV_REQUIRES(LgLogImp::_readingLock) { isWriting = false; }
-    Writing(Writing const &) = delete;
-    Writing &operator=(Writing const &) = delete;
-};
 
 bool closeNoLock() ZV_REQUIRES(LgLogImp::_readingLock)
 {
@@ -42,14 +34,15 @@ bool closeNoLock() ZV_REQUIRES(LgLogImp::_readingLock)
     return isClosed && !hasFailed;
 }
 
-/// What was ended before the change goes where it was meant to go.
+/// Writes everything that was ended before to the present output.
 void flushNoLock() ZV_REQUIRES(LgLogImp::_readingLock)
 {
     LgLog::flush();
     LgOutput::flush();
 }
 
-/// The end of the piece that comes first: behind its last line end, if it has one.
+/// Returns the length of the first piece of a text. The piece ends behind its last line end, if it
+/// has one.
 std::size_t measurePiece(std::string_view text)
 {
     if (text.size() <= LONGEST_PIECE)
@@ -67,7 +60,7 @@ bool LgOutput::isBusy()
 
 void LgOutput::write(char const *text, std::size_t length)
 {
-    Writing const writing;
+    TemporaryValue const writing(isWriting, true); // the output may throw
     if (output)
         output(outputContext, text, length);
     else if (std::fwrite(text, 1, length, file ? file : stderr) != length && file)
@@ -82,7 +75,7 @@ void LgOutput::flush()
 
 void LgOutput::appendStamp(std::string &text, std::uint64_t stamp)
 {
-    // As "%12.6f " in the "C" locale.
+    // Same as "%12.6f " in the "C" locale.
     constexpr std::size_t WIDTH = 12;
     char digits[64];
     char const * const end = std::to_chars(digits, digits + sizeof digits, LgRing::toSeconds(stamp),

@@ -1,4 +1,5 @@
-// Sole ownership: `ObjPtr` holds an object, `ObjPtrRet` hands one out of a function; the array forms beside them.
+// Smart pointers for sole ownership: `ObjPtr`, `ObjPtrRet`, and their forms for arrays
+// (applications).
 #pragma once
 
 #include "zvbase/rcEx.h"
@@ -12,7 +13,8 @@ namespace Zv {
 
 namespace Detail {
 
-/// How an owner gets rid of its object. A class that is only declared has no destructor to call.
+/// Deletes the object of an owner. Does not compile if the class is only declared, because then the
+/// compiler cannot see its destructor.
 template <class T>
 struct SingleObject
 {
@@ -23,6 +25,7 @@ struct SingleObject
     }
 };
 
+/// Deletes the array of an owner. Does not compile if the class is only declared.
 template <class T>
 struct ArrayOfObjects
 {
@@ -33,8 +36,9 @@ struct ArrayOfObjects
     }
 };
 
-/// An owner of a U may give its object up to an owner of a T: a single object of the same class or of a derived one,
-/// which the T's destructor destroys as well.
+/// True if an owner of a `T` can take the object of an owner of a `U`: both own a single object,
+/// and the class of `U` is the same or a derived one that the destructor of `T` destroys
+/// completely.
 template <class FromDisposal, class U, class ToDisposal, class T>
 concept GivesUp =
     !std::same_as<U, T> && std::convertible_to<U *, T *> &&
@@ -46,12 +50,24 @@ concept GivesUp =
 template <class T, class Disposal>
 class BasicObjPtrRet;
 
-/// The sole owner of what it points to. Copying and assigning move: the source is null afterwards, also where it is
-/// an lvalue. Never name one owner twice in an argument list.
+/// The sole owner of the object that it points to. Use it as `ObjPtr<T>`, or `ArrayPtr<T>` for an
+/// array.
 ///
-/// An owner is not protected: one thread at a time uses it. Its destructor throws what the object's destructor
-/// throws. It does not compile if the class of the object is declared only. An owner of a derived class becomes one of a
-/// base class if that has a virtual destructor.
+///     Zv::ObjPtr<Zv::DtTime> first(new Zv::DtTime);
+///     Zv::ObjPtr<Zv::DtTime> second(std::move(first)); // first is null now
+///     double const seconds = second->getSeconds();
+///
+/// Copying and assigning move the object: the source is null afterwards, even if it is an lvalue.
+/// Write the move (`std::move`), so that it can be seen. Never use one owner twice in an argument
+/// list.
+///
+/// An owner of a derived class can become an owner of a base class if that has a virtual
+/// destructor. It does not compile if the class of the object is only declared.
+///
+/// **Threads**: one thread at a time.
+///
+/// **Throws**: destructor, assignment and `reset` throw what the object's destructor throws. `->`,
+/// `*` and `[]` throw `RCEx::ExNullPtr` if the owner is null.
 template <class T, class Disposal>
 class BasicObjPtr
 {
@@ -65,7 +81,7 @@ public:
     BasicObjPtr(BasicObjPtr &&source) noexcept : _object(source.release()) {}
     BasicObjPtr(BasicObjPtrRet<T, Disposal> &&source) noexcept : _object(source.release()) {}
 
-    /// From an owner of a derived class.
+    /// Takes the object of an owner of a derived class.
     template <class U, Detail::GivesUp<U, Disposal, T> D>
     BasicObjPtr(BasicObjPtr<U, D> &source) noexcept : _object(source.release())
     {}
@@ -106,7 +122,7 @@ public:
         return checked()[index];
     }
 
-    /// The raw pointer; the owner keeps the object.
+    /// Returns the raw pointer. The owner keeps the object.
     T *get() const noexcept { return _object; }
     bool isNull() const noexcept { return !_object; }
     explicit operator bool() const noexcept { return _object; }
@@ -115,15 +131,17 @@ public:
         return !pointer._object;
     }
 
-    /// Hands the raw pointer out: the caller owns the object.
+    /// Returns the raw pointer and becomes null. The caller owns the object.
     [[nodiscard]] T *release() noexcept { return std::exchange(_object, nullptr); }
-    /// Destroys the object held and takes over `object`. An owner that is given its own object keeps it.
+    /// Takes ownership of `object` and destroys the former object. Does nothing if both are the
+    /// same.
     void reset(T *object = nullptr)
     {
         T * const former = std::exchange(_object, object);
         if (former && former != object)
             Disposal::dispose(former);
     }
+    /// Exchanges the objects of two owners.
     void swap(BasicObjPtr &other) noexcept { std::swap(_object, other._object); }
 
 private:
@@ -137,7 +155,14 @@ private:
     T *_object = nullptr;
 };
 
-/// An object on its way out of a function. It only moves; an `ObjPtr` takes the object from it.
+/// Passes an object from a function to its caller, which becomes its owner. It can only be moved.
+/// An `ObjPtr` takes the object from it. If the caller drops it, the object is destroyed. Use it as
+/// `ObjPtrRet<T>`, or `ArrayPtrRet<T>` for an array.
+///
+///     Zv::ObjPtrRet<Zv::DtTime> makeSecond()
+///     {
+///         return Zv::makeObj<Zv::DtTime>(25, Zv::Rational(25, 1));
+///     }
 template <class T, class Disposal>
 class [[nodiscard]] BasicObjPtrRet
 {
@@ -149,7 +174,7 @@ public:
     BasicObjPtrRet(BasicObjPtr<T, Disposal> &source) noexcept : _object(source.release()) {}
     BasicObjPtrRet(BasicObjPtr<T, Disposal> &&source) noexcept : _object(source.release()) {}
 
-    /// From an owner of a derived class.
+    /// Takes the object of an owner of a derived class.
     template <class U, Detail::GivesUp<U, Disposal, T> D>
     BasicObjPtrRet(BasicObjPtrRet<U, D> &&source) noexcept : _object(source.release())
     {}
@@ -168,26 +193,28 @@ public:
     BasicObjPtrRet &operator=(BasicObjPtrRet &&) = delete;
 
     bool isNull() const noexcept { return !_object; }
-    /// Hands the raw pointer out: the caller owns the object.
+    /// Returns the raw pointer and becomes null. The caller owns the object.
     [[nodiscard]] T *release() noexcept { return std::exchange(_object, nullptr); }
 
 private:
     T *_object = nullptr;
 };
 
-/// The sole owner of an object made with `new`.
+/// The sole owner of an object that was made with `new`.
 template <class T>
 using ObjPtr = BasicObjPtr<T, Detail::SingleObject<T>>;
+/// Passes such an object to the caller.
 template <class T>
 using ObjPtrRet = BasicObjPtrRet<T, Detail::SingleObject<T>>;
 
-/// The sole owner of an array made with `new[]`.
+/// The sole owner of an array that was made with `new[]`.
 template <class T>
 using ArrayPtr = BasicObjPtr<T, Detail::ArrayOfObjects<T>>;
+/// Passes such an array to the caller.
 template <class T>
 using ArrayPtrRet = BasicObjPtrRet<T, Detail::ArrayOfObjects<T>>;
 
-/// A new object in the hands of its first owner.
+/// Makes an object with `new` and passes it to the caller.
 template <class T, class... Arguments>
 ObjPtrRet<T> makeObj(Arguments &&...arguments)
 {

@@ -2,6 +2,7 @@
 
 #include "platform/services.h"
 #include "zvbase/envVar.h"
+#include "zvbase/exBody.private.h"
 
 #include <algorithm>
 #include <array>
@@ -18,7 +19,7 @@ namespace {
 constexpr std::int64_t MICROSECONDS = 1'000'000;
 constexpr std::int64_t SECONDS_OF_DAY = 86'400;
 constexpr std::string_view UNIVERSAL_ZONE = "UTC";
-/// From 1601, where the system's clock begins, to 1970, in units of 100 ns.
+/// The time from 1601, when the system's clock begins, to 1970, in units of 100 ns.
 constexpr std::int64_t BEGINNING_OF_1970 = 116'444'736'000'000'000;
 
 std::int64_t floorDivide(std::int64_t value, std::int64_t divisor)
@@ -26,8 +27,8 @@ std::int64_t floorDivide(std::int64_t value, std::int64_t divisor)
     return value / divisor - (value % divisor < 0 ? 1 : 0);
 }
 
-/// Days from the beginning of 1970, in the Gregorian calendar carried on both ways. Years begin in March here, so
-/// that the leap day is their last.
+/// Returns the days since the beginning of 1970, in the Gregorian calendar, extended to all years.
+/// Years begin in March here, so that the leap day is their last day.
 std::int64_t daysFromCivil(std::int64_t year, int month, int day)
 {
     year -= month <= 2 ? 1 : 0;
@@ -64,7 +65,8 @@ bool isDate(int year, int month, int day)
     return day <= length;
 }
 
-/// Makes what follows go by the present TZ. The caller must hold an `EnvVar::Guard`, also for what follows.
+/// Makes the functions of local time use the present value of TZ. The caller must hold an
+/// `EnvVar::Guard` during this call and those functions.
 void readZone()
 {
 #ifdef _WIN32
@@ -85,7 +87,7 @@ bool toLocal(std::int64_t seconds, std::tm &tm)
 #endif
 }
 
-/// What the place's clock shows, counted as if it were universal time.
+/// Returns local time in seconds, counted as if it were universal time.
 std::int64_t toClockSeconds(std::tm const &tm)
 {
     return daysFromCivil(tm.tm_year + std::int64_t{1900}, tm.tm_mon + 1, tm.tm_mday) *
@@ -93,16 +95,16 @@ std::int64_t toClockSeconds(std::tm const &tm)
            tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec;
 }
 
-/// Finds the moment at which the place's clock shows `shown`, the first one or a later repetition. False if there is
-/// none.
+/// Finds the moment at which local clocks show `shown`, the first one or a later repetition.
+/// Returns false if there is none.
 //
-// The system's own function is no help: it picks one of several moments by what it was asked before, and moves a time
-// that the clock skips. The zone's distance from universal time is looked up around the day instead. No zone keeps a
-// distance for less than a step.
+// The system's own function does not help. If there are several moments, its choice depends on
+// earlier calls, and it moves a time that clocks skip. So this looks up the zone's distance from
+// universal time around the day. No zone keeps a distance for less than a step.
 bool fromLocal(std::int64_t shown, int repetition, std::int64_t &seconds)
 {
     constexpr std::int64_t STEP = 3 * 3600;
-    constexpr int NB_STEPS = 9; // further than any zone is away from universal time
+    constexpr int NB_STEPS = 9; // more than the distance of any zone
     std::array<std::int64_t, 2 * NB_STEPS + 1> moments;
     std::size_t nbMoments = 0;
     EnvVar::Guard const guard;
@@ -125,8 +127,8 @@ bool fromLocal(std::int64_t shown, int repetition, std::int64_t &seconds)
     return true;
 }
 
-/// A zone that calls itself "UTC" and is not gets its distance for a name, so that its time is not taken for universal
-/// time.
+/// Names a zone by its distance from universal time. For a zone that calls itself "UTC" but differs
+/// from it.
 void nameByDistance(char (&name)[32], std::int64_t distance)
 {
     int const minutes = static_cast<int>(std::abs(distance) / 60);
@@ -137,7 +139,7 @@ void nameByDistance(char (&name)[32], std::int64_t distance)
         std::snprintf(name, sizeof name, "%c%02d%02d", sign, minutes / 60, minutes % 60);
 }
 
-/// The fields by the clock of the place. False if the system cannot tell.
+/// Sets the fields to local time. Returns false if the system cannot convert the date.
 bool takeApartByLocalTime(std::int64_t seconds, OsDateTypes::DateStruct &date)
 {
     EnvVar::Guard const guard;
@@ -213,14 +215,7 @@ OsDateTypes::DateRep OsDateUtil::add(OsDateTypes::DateRep const &date, double se
     return {sum};
 }
 
-OsDateEx::OsDateEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-OsDateEx::ExInvalidDate::ExInvalidDate(char const *file, int line)
-    : std::invalid_argument(""), OsDateEx(file, line)
-{
-    setReason("Invalid date.");
-}
-
-OsDateEx::ExInvalidDate::~ExInvalidDate() = default;
+ZV_EXCEPTION_FAMILY_BODY(OsDateEx)
+ZV_EXCEPTION_BODY(OsDateEx, ExInvalidDate, std::invalid_argument, (), setReason("Invalid date."))
 
 } // namespace Zv

@@ -1,4 +1,4 @@
-// Calendar time of the system.
+// Calendar dates and the time of day (applications).
 #pragma once
 
 #include "zvbase/exBase.h"
@@ -11,18 +11,18 @@
 
 namespace Zv {
 
-/// The types of calendar time.
+/// The types of `OsDateUtil`.
 class ZVBASE_EXPORT OsDateTypes
 {
 public:
-    /// Whether numbers of a date are meant by the clock of the place or by universal time.
+    /// Says whether the fields of a date are local time or universal time.
     enum TimeMode
     {
         LOCAL,
         UNIVERSAL
     };
 
-    /// A moment: microseconds since the beginning of 1970, universal time.
+    /// A moment, in microseconds since the beginning of 1970, universal time.
     struct DateRep
     {
         std::int64_t microseconds = 0;
@@ -30,49 +30,63 @@ public:
         friend auto operator<=>(DateRep const &, DateRep const &) = default;
     };
 
-    /// A moment taken apart.
+    /// The fields of a date.
     struct DateStruct
     {
-        /// As the standard library has it: years from 1900, months from 0. `tm_zone` is not to be used.
+        /// As in the standard library: years from 1900, months from 0. Do not use `tm_zone`.
         std::tm tm = {};
         int milliseconds = 0;
-        /// The time zone's name, "UTC" for universal time. It is cut if it is longer. "UTC" never means anything
-        /// else: if a local zone of that name differs from universal time, its distance stands here, as "+03".
+        /// The name of the time zone, cut if it is longer. "UTC" always means universal time. If a
+        /// local zone calls itself "UTC" but differs from it, this is its distance instead, such as
+        /// "+03".
         char zone[32] = {};
     };
 
     OsDateTypes() = delete;
 };
 
-/// Operations on dates. Any thread. Local time is that of the zone that TZ names at the time of the call. The
-/// operations by local time exclude `EnvVar::putEnv`.
+/// Operations on dates.
+///
+/// Local time is the time of the zone that the environment variable TZ names when the operation is
+/// called. If the variable is not set, it is the zone of the system.
+///
+///     Zv::OsDateTypes::DateRep date;
+///     if (Zv::OsDateUtil::makeTime(date, 2026, 3, 1, 12, 0, 0.0, Zv::OsDateTypes::UNIVERSAL))
+///         date = Zv::OsDateUtil::add(date, 3600.0); // one hour later
+///
+/// **Threads**: thread-safe.
+///
+/// **Blocks**: the operations on local time wait while another thread holds an `EnvVar::Guard`.
 class ZVBASE_EXPORT OsDateUtil
 {
 public:
-    /// The present moment.
+    /// Returns the present moment.
     static OsDateTypes::DateRep now();
 
-    /// Puts a date together: `month` and `day` from 1, `seconds` in [0, 60). Returns false and leaves `date` alone
-    /// where there is no such date: numbers out of their range, the 30th of February, an hour that the place's clock
-    /// skips. Years run from 0 to 9999.
+    /// Makes a date from its fields: `year` in [0, 9999], `month` and `day` from 1, `seconds` in
+    /// [0, 60). Returns false and does not change `date` if there is no such date: if a field is
+    /// out of its range, for the 30th of February, or for a local time that is skipped when the
+    /// clocks change.
     ///
-    /// If the place's clock shows a time more than once, `repetition` says which one is meant: 0 the first, 1 the
-    /// second. Returns false if the clock does not show the time that often.
+    /// If local clocks show a time more than once, `repetition` selects the first (0), the second
+    /// (1), and so on. Returns false if they do not show the time so often.
     [[nodiscard]] static bool makeTime(OsDateTypes::DateRep &date, int year, int month, int day,
                                        int hour, int minute, double seconds, OsDateTypes::TimeMode,
                                        int repetition = 0);
 
-    /// Takes a date apart. Milliseconds are cut, not rounded.
+    /// Returns the fields of a date. Milliseconds are cut, not rounded. If the system cannot
+    /// convert the date to local time, returns universal time.
     static OsDateTypes::DateStruct convertToDateStruct(OsDateTypes::DateRep const &date,
                                                        OsDateTypes::TimeMode);
 
-    /// The date that many seconds later, to the nearest microsecond. Stays at the ends of the range.
+    /// Returns the date that is `seconds` later, rounded to microseconds. If it is out of range,
+    /// returns the first or the last date of the range.
     static OsDateTypes::DateRep add(OsDateTypes::DateRep const &date, double seconds);
 
     OsDateUtil() = delete;
 };
 
-/// Failures of calendar time.
+/// Exceptions of dates.
 class ZVBASE_EXPORT OsDateEx : public ExBase
 {
 public:
@@ -81,13 +95,7 @@ public:
     OsDateEx(char const *file, int line) noexcept;
 };
 
-/// There is no such date: "Invalid date."
-class ZVBASE_EXPORT OsDateEx::ExInvalidDate : public std::invalid_argument, public OsDateEx
-{
-public:
-    ExInvalidDate(char const *file, int line);
-    ~ExInvalidDate() override;
-    ZV_EXCEPTION_MEMBERS(ExInvalidDate)
-};
+/// Thrown if there is no such date. "Invalid date."
+ZV_EXCEPTION(ZVBASE_EXPORT, OsDateEx, ExInvalidDate, std::invalid_argument, OsDateEx);
 
 } // namespace Zv

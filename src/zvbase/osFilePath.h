@@ -1,4 +1,4 @@
-// Paths of files.
+// Paths of files (applications).
 #pragma once
 
 #include "zvbase/export.h"
@@ -11,24 +11,31 @@
 
 namespace Zv {
 
-/// The path of a file as the system writes it. A value; nothing is looked up. Both '/' and, on Windows, '\\' part the
-/// names.
+/// The path of a file or directory, as the system writes it. A value. No operation accesses the
+/// file system. '/' separates names, and so does '\\' on Windows.
+///
+///     Zv::OsFilePath const directory("/media/clips");
+///     Zv::OsFilePath const clip = directory.append(Zv::OsFilePath("intro.wav"));
+///     std::string const extension = clip.getExtension(); // .wav
 class ZVBASE_EXPORT OsFilePath
 {
 public:
+    /// Constructs the empty path.
     OsFilePath() = default;
     explicit OsFilePath(std::string path) : _path(std::move(path)) {}
 
     std::string const &getPath() const noexcept { return _path; }
     bool isEmpty() const noexcept { return _path.empty(); }
+    /// Returns true if the path begins at the root of the file system.
     bool isAbsolute() const;
-    /// What follows the last separator.
+    /// Returns the part behind the last separator.
     std::string getName() const;
-    /// What stands before the last separator: "/" for "/a", empty for "a".
+    /// Returns the part before the last separator: "/" for "/a", the empty path for "a".
     OsFilePath getDirectory() const;
-    /// From the last dot of the name on, dot included; empty where there is none. A leading dot makes none.
+    /// Returns the part of the name from its last dot on, with the dot. Returns an empty text if
+    /// there is no dot, or only one at the beginning.
     std::string getExtension() const;
-    /// This directory's entry. An absolute path stands for itself.
+    /// Returns the path of an entry of this directory. If `entry` is absolute, returns `entry`.
     OsFilePath append(OsFilePath const &entry) const;
 
     friend bool operator==(OsFilePath const &, OsFilePath const &) = default;
@@ -38,6 +45,7 @@ private:
     std::string _path;
 };
 
+/// Writes the path as it is.
 ZVBASE_EXPORT std::ostream &operator<<(std::ostream &, OsFilePath const &);
 
 } // namespace Zv

@@ -11,9 +11,10 @@ namespace Zv {
 
 namespace {
 
-/// Below this a grid makes no sense: the system wakes a thread no more exactly.
+/// The shortest interval. The system does not wake threads more exactly.
 constexpr double FINEST_INTERVAL = 0.001;
-/// A timer is armed for a day at most, then looks again: its unit and its number of bits stay out of sight.
+/// The system's timer is set for a day at most, and then set again. So its unit and its number of
+/// bits do not matter.
 constexpr double LONGEST_STRETCH = 86'400.0;
 
 double toSeconds(LONGLONG ticks)
@@ -30,7 +31,8 @@ LONGLONG getNow()
     return now.QuadPart;
 }
 
-/// One grid and a timer of the system that is set to the next beat while somebody waits.
+/// The grid of the beats, and a timer of the system that is set to the next beat while a thread
+/// waits.
 class PeriodicTimerImp : public PeriodicTimer
 {
 public:
@@ -58,8 +60,8 @@ private:
     mutable BaseLock _lock;
     LONGLONG _origin ZV_GUARDED_BY(_lock);
     double _interval ZV_GUARDED_BY(_lock);
-    HANDLE _timer;                                    // behind the clock, whose failure leaves none
-    std::uint64_t _base ZV_GUARDED_BY(_lock) = 0;     // beats of earlier grids
+    HANDLE _timer;                                // made last: if the clock fails, there is none
+    std::uint64_t _base ZV_GUARDED_BY(_lock) = 0; // beats of earlier grids
     std::uint64_t _returned ZV_GUARDED_BY(_lock) = 0; // by the latest wait
     bool _isAwaited ZV_GUARDED_BY(_lock) = false;
 };
@@ -85,7 +87,7 @@ double PeriodicTimerImp::getElapsed() const
 std::uint64_t PeriodicTimerImp::getBeats(double elapsed) const
 {
     auto beats = static_cast<std::uint64_t>(std::max(elapsed / _interval, 0.0));
-    // The quotient is rounded: the products decide.
+    // The quotient is rounded. The products decide.
     while (beats > 0 && static_cast<double>(beats) * _interval > elapsed)
         --beats;
     while (static_cast<double>(beats + 1) * _interval <= elapsed)

@@ -1,4 +1,4 @@
-// Fractions.
+// Rational numbers (applications).
 #pragma once
 
 #include "zvbase/export.h"
@@ -10,16 +10,21 @@
 
 namespace Zv {
 
-/// A fraction in lowest terms with a positive denominator. A value; comparisons are exact, whatever the numbers.
+/// A fraction in lowest terms with a positive denominator. A value. Comparisons are exact for all
+/// numbers.
+///
+///     Zv::Rational const rate(60000, 2002); // 30000/1001
+///     bool const isSlower = rate < Zv::Rational(30, 1);
 class ZVBASE_EXPORT Rational
 {
 public:
-    /// 0/1.
+    /// Constructs 0/1.
     constexpr Rational() noexcept = default;
-    /// As `setValue`.
+    /// Fails the assertions of `setValue`.
     Rational(std::int64_t numerator, std::int64_t denominator);
 
-    /// Fails the assertions "denominator != 0" and, where the reduced fraction does not fit 64 bits, "fits".
+    /// Sets the value and reduces it. Fails the assertion "denominator != 0", or the assertion
+    /// "fits" if the reduced fraction does not fit 64 bits.
     void setValue(std::int64_t numerator, std::int64_t denominator);
 
     constexpr std::int64_t getNumerator() const noexcept { return _numerator; }
@@ -38,7 +43,7 @@ private:
     std::int64_t _denominator = 1;
 };
 
-/// "30000/1001".
+/// Writes numerator and denominator, as in "30000/1001".
 ZVBASE_EXPORT std::ostream &operator<<(std::ostream &, Rational const &);
 
 } // namespace Zv

@@ -1,17 +1,12 @@
 #include "zvbase/rcEx.h"
 
+#include "zvbase/exBody.private.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
 
-RCEx::RCEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-RCEx::ExNullPtr::ExNullPtr(char const *file, int line) : std::domain_error(""), RCEx(file, line)
-{
-    setReason("Dereferencing a null pointer");
-}
-
-RCEx::ExNullPtr::~ExNullPtr() = default;
+ZV_EXCEPTION_FAMILY_BODY(RCEx)
+ZV_EXCEPTION_BODY(RCEx, ExNullPtr, std::domain_error, (), setReason("Dereferencing a null pointer"))
 
 void RCExUtil::throwExNullPtr()
 {

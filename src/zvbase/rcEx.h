@@ -1,4 +1,4 @@
-// Failures of the pointer classes.
+// Exceptions of the pointer classes (applications).
 #pragma once
 
 #include "zvbase/exBase.h"
@@ -7,7 +7,7 @@
 
 namespace Zv {
 
-/// Failures of the pointer classes.
+/// Exceptions of the pointer classes.
 class ZVBASE_EXPORT RCEx : public ExBase
 {
 public:
@@ -16,16 +16,10 @@ public:
     RCEx(char const *file, int line) noexcept;
 };
 
-/// A null pointer was used: "Dereferencing a null pointer".
-class ZVBASE_EXPORT RCEx::ExNullPtr : public std::domain_error, public RCEx
-{
-public:
-    ExNullPtr(char const *file, int line);
-    ~ExNullPtr() override;
-    ZV_EXCEPTION_MEMBERS(ExNullPtr)
-};
+/// Thrown if a null pointer is dereferenced. "Dereferencing a null pointer"
+ZV_EXCEPTION(ZVBASE_EXPORT, RCEx, ExNullPtr, std::domain_error, RCEx);
 
-/// Keeps the throw out of line, so that the test in `operator->` stays one comparison.
+/// Keeps the throw out of line, so that the check in `operator->` stays one comparison.
 class ZVBASE_EXPORT RCExUtil
 {
 public:

@@ -4,8 +4,8 @@ namespace Zv {
 
 double RnNumRecUniformRng::eval() noexcept
 {
-    // A Weyl sequence through a mixing function whose every bit depends on every bit (Steele, Lea, Flood: "Fast
-    // splittable pseudorandom number generators", 2014).
+    // A Weyl sequence through a mixing function whose every bit depends on every bit (Steele, Lea,
+    // Flood: "Fast splittable pseudorandom number generators", 2014).
     _state += 0x9E3779B97F4A7C15;
     std::uint64_t bits = _state;
     bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9;

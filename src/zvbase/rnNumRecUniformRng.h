@@ -1,4 +1,4 @@
-// Random numbers.
+// Generator of uniform random numbers (applications).
 #pragma once
 
 #include "zvbase/export.h"
@@ -8,8 +8,13 @@
 
 namespace Zv {
 
-/// Uniform random numbers, the same row from the same seed. A value: a copy goes on with the same row. One thread at
-/// a time. Not for secrets.
+/// Generates uniform random numbers. The same seed gives the same sequence on every platform. A
+/// value: a copy continues the same sequence by itself. Not for cryptography.
+///
+///     Zv::RnNumRecUniformRng dice(7);
+///     int const eyes = 1 + static_cast<int>(dice.eval() * 6);
+///
+/// **Threads**: one thread at a time.
 class ZVBASE_EXPORT RnNumRecUniformRng
 {
 public:
@@ -17,7 +22,7 @@ public:
 
     explicit RnNumRecUniformRng(std::uint64_t seed = DEFAULT_SEED) noexcept : _state(seed) {}
 
-    /// The next number, in [0, 1), in steps of 2^-53.
+    /// Returns the next number, in [0, 1), a multiple of 2^-53.
     double eval() noexcept;
 
 private:

@@ -59,7 +59,7 @@ void Sleeper::sleep(double seconds) const
         ::Sleep(0);
         return;
     }
-    // One call takes a good 49 days, and its largest number means for ever.
+    // One call takes 49 days at most. Its largest number means without end.
     constexpr DWORD LONGEST = INFINITE - 1;
     for (; milliseconds >= static_cast<double>(LONGEST);
          milliseconds -= static_cast<double>(LONGEST))

@@ -1,4 +1,4 @@
-// The clock of the library's own timing, and sleeping by it.
+// Monotonic clock, and sleeping (applications).
 #pragma once
 
 #include "zvbase/export.h"
@@ -7,18 +7,29 @@
 
 namespace Zv {
 
-/// A monotonic clock in seconds. Its zero lies somewhere in the past; setting the time of day does not move it. One
-/// object, which is never destroyed; any thread.
+/// The monotonic clock of the libraries. Setting the time of day does not change it. Its zero is
+/// arbitrary. There is one object, which is never destroyed.
+///
+///     Zv::Sleeper &clock = Zv::Sleeper::getInstance();
+///     double const start = clock.getTime();
+///     clock.sleep(0.02);
+///     double const elapsed = clock.getTime() - start;
+///
+/// **Threads**: thread-safe.
 class ZVBASE_EXPORT Sleeper
 {
 public:
+    /// Returns the one object. The first call constructs it.
     static Sleeper &getInstance();
 
-    /// Now, in seconds.
+    /// Returns the present moment, in seconds.
     virtual double getTime() const;
-    /// Seconds between two different readings of the clock.
+    /// Returns the smallest difference of two moments, in seconds.
     virtual double getResolution() const;
-    /// Blocks for that many seconds, taken to the nearest millisecond. 0 or less gives the processor away once.
+    /// Sleeps for `seconds`, rounded to milliseconds. If the result is 0 or less, gives up the
+    /// processor once.
+    ///
+    /// **Blocks**: for that time.
     virtual void sleep(double seconds) const;
     virtual ~Sleeper();
 

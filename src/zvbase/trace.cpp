@@ -14,7 +14,7 @@
 
 namespace Zv {
 
-/// All levels, and what was said about levels, in the order in which it was said.
+/// All levels, and all settings of levels in the order in which they were made.
 class TraceLevels
 {
 public:
@@ -111,7 +111,7 @@ TraceLevel *TraceLevels::registerLevel(char const *name)
 
 namespace {
 
-// The main level exists before anybody registers one.
+// The main level exists before any level is registered.
 [[maybe_unused]] bool const isEnvironmentApplied = (TraceLevels::applyEnvironment(), true);
 
 } // namespace

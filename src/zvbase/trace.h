@@ -1,4 +1,4 @@
-// Writing to the trace.
+// Writes lines to the trace (applications).
 #pragma once
 
 #include "zvbase/exBase.h"
@@ -10,51 +10,60 @@
 
 namespace Zv {
 
-/// The trace of a process, and what tags a thread's lines in it.
+/// The trace of the process. An object of this class gives the lines of one thread their tag. The
+/// `TraceManager` keeps these objects.
 ///
-/// A source file registers its level when it is loaded and writes by the macros below:
+/// A source file registers a level when it is loaded, and writes with the macros below:
 ///
-///     static TraceLevel const &traceLevel = *Trace::registerLevel("MtThread", __FILE__);
-///     ...
-///     ZV_TRACE(traceLevel, "stopping " << name);
+///     static Zv::TraceLevel const &traceLevel = *Zv::Trace::registerLevel("Mixer", __FILE__);
 ///
-/// A line reads
+///     void setGain(double gain)
+///     {
+///         ZV_TRACE(traceLevel, "the gain is " << gain);
+///     }
 ///
-///      12.345678 Log_Reader_Thread  ../src/resmgt/threads/mtThread.cpp(12): stopping x
+/// A line has this form:
 ///
-/// that is the moment in seconds of the monotonic clock, the thread's tag, the place, the text. While a logger runs,
-/// the line goes to the writing thread's own queue: the writer takes no lock, allocates nothing, wakes nobody and
-/// waits only when blocking trace is on (`LgLog`). Otherwise it goes straight to the output (`LgTrace`).
+/// `   12.345678 Log_Reader_Thread  ../src/mixer.cpp(12): the gain is 0.5`
 ///
-/// Levels that the environment variable `ZV_TRACE` names are switched on as they are registered: names parted by
-/// commas, `*` for all, `-name` to switch one off.
+/// It begins with the moment in seconds of the monotonic clock, the tag of the thread, and the
+/// place in the source. While a logger runs, the line goes to the writing thread's own queue: the
+/// thread takes no lock, allocates no memory, wakes no thread, and waits only if blocking trace is
+/// on (`LgLog`). Otherwise the line goes directly to the output (`LgTrace`).
 ///
-/// An object of this class, or of one derived from it, stands for one thread and writes its tag; the `TraceManager`
-/// keeps them.
+/// The environment variable `ZV_TRACE` switches levels when they are registered. It contains names,
+/// separated by commas. `*` means all levels. `-name` switches a level off.
+///
+/// **Threads**: thread-safe.
 class ZVBASE_EXPORT Trace
 {
 public:
     class Entry;
 
-    /// Messages to whoever runs the program, on from the start.
+    /// The level of messages to the user of the program. It is on from the start.
     static TraceLevel * const MainTraceLevel;
 
+    /// Returns true if the level is on.
     static bool isEnabled(TraceLevel const &level) noexcept { return level.isEnabled(); }
-    /// The level of that name, made where there is none yet; never null, never destroyed. `name` and `file` outlive
-    /// the process's use of the level; `file` only says who asked. Any thread, also while statics are constructed.
+    /// Returns the level of a name. Makes it if it does not exist. It is never null and never
+    /// destroyed. `name` is not copied and must outlive all use of the level. `file` is the
+    /// caller's source file. May be called while statics are constructed.
     static TraceLevel *registerLevel(char const *name, char const *file);
-    /// Switches a level by name; `*` means all. A level that is not registered yet takes its state when it is.
+    /// Switches a level by name. `*` means all levels. If the level does not exist yet, it gets
+    /// this state when it is registered.
     static void setEnabled(char const *name, bool enabled);
 
-    /// Writes a line's head, the calling thread's tag and the place, and returns the stream for the text. Used with
-    /// an `LgLine`, which brings the line into the log; the macros do both.
+    /// Writes the calling thread's tag and the place to `stream`, and returns `stream`. Use it with
+    /// an `LgLine`, which sends the line to the log. The macros do both.
     static std::ostream &log(std::ostream &stream, char const *file, int line);
 
-    /// Writes an exception's reason to the trace with this place, whatever levels are on.
+    /// Writes the reason of an exception to the trace, with this place. It does not depend on
+    /// levels.
     static void printException(ExBase const &exception, char const *file, int line);
 
     virtual ~Trace();
-    /// Writes the tag of this object's thread and a blank: 15 columns and one. Here the thread is "unknown".
+    /// Writes the tag of this object's thread and a blank: 15 columns and one. In this class the
+    /// tag is "unknown".
     virtual void writeTag(std::ostream &stream) const;
 
     Trace();
@@ -64,27 +73,28 @@ protected:
     Trace &operator=(Trace const &) = delete;
 };
 
-/// Traces that a function is entered, "> name", and left, "< name", at a level. Whether the level is on is asked once,
-/// at the beginning.
+/// Traces "> name" when a block is entered and "< name" when it is left. The level is checked once,
+/// by the constructor. Use it through `ZV_TRACE_ENTRY`.
 class ZVBASE_EXPORT Trace::Entry
 {
 public:
-    /// `name` and `file` outlive the object.
+    /// `name` and `file` are not copied. They must outlive the object.
     Entry(TraceLevel const &level, char const *name, char const *file, int line);
     ~Entry();
     Entry(Entry const &) = delete;
     Entry &operator=(Entry const &) = delete;
 
 private:
-    char const *_name; // null where the level is off
+    char const *_name; // null if the level is off
     char const *_file;
     int _line;
 };
 
 } // namespace Zv
 
-/// Writes one line at a level: `ZV_TRACE(level, "x = " << x);`. While the level is off this costs one test, and the
-/// text is not evaluated. Any thread; texts that trace in their turn are allowed.
+/// Writes one line if a level is on: `ZV_TRACE(level, "x = " << x);`. If the level is off, this
+/// costs one check, and the text is not evaluated. An expression in the text may write trace lines
+/// itself.
 #define ZV_TRACE(level, ...)                                                                       \
     do {                                                                                           \
         if (::Zv::Trace::isEnabled(level)) [[unlikely]] {                                          \
@@ -93,5 +103,5 @@ private:
         }                                                                                          \
     } while (false)
 
-/// Traces entering and leaving the enclosing block: `ZV_TRACE_ENTRY(level, "MtThreadWindows::cancel");`
+/// Traces the begin and the end of the enclosing block, if a level is on.
 #define ZV_TRACE_ENTRY(level, name) ::Zv::Trace::Entry zvTraceEntry(level, name, __FILE__, __LINE__)

@@ -1,4 +1,4 @@
-// Trace of a failure that cannot be told to the caller.
+// Traces an exception that cannot be passed on.
 #pragma once
 
 #include "zvbase/lgLine.h"
@@ -8,8 +8,9 @@
 
 namespace Zv {
 
-/// Writes the exception that is being handled to the trace. For code that must drop it, such as a destructor that runs
-/// while another exception passes: a second one would end the process. The caller must be in a `catch` block.
+/// Writes the exception that is being handled to the trace. The caller must be in a `catch` block.
+/// For code that must drop the exception, such as a destructor that runs while another exception
+/// unwinds the stack, because a second one would end the process.
 inline void traceCaught(char const *file, int line) noexcept
 {
     try {

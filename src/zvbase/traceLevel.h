@@ -1,4 +1,4 @@
-// Named switches of the trace.
+// Switches of the trace (applications).
 #pragma once
 
 #include "zvbase/export.h"
@@ -8,8 +8,14 @@
 
 namespace Zv {
 
-/// A subject that can be traced, on or off. Levels are made by `Trace::registerLevel`, live for the rest of the
-/// process, and are off until somebody switches them on.
+/// A subject of the trace that can be switched on and off by name. `Trace::registerLevel` makes
+/// levels. They exist until the process ends. A new level is off, unless the environment variable
+/// `ZV_TRACE` or an earlier `Trace::setEnabled` has switched its name on.
+///
+///     Zv::TraceLevel *const level = Zv::Trace::registerLevel("Mixer", __FILE__);
+///     level->setEnabled(true);
+///
+/// **Threads**: thread-safe.
 class ZVBASE_EXPORT TraceLevel
 {
 public:
@@ -17,9 +23,9 @@ public:
     TraceLevel &operator=(TraceLevel const &) = delete;
 
     char const *getName() const noexcept { return _name; }
-    /// One load. Any thread.
+    /// Returns true if the level is on. Costs one load.
     bool isEnabled() const noexcept { return ZvPlatform::Interlocked::loadRelaxed(_isEnabled); }
-    /// Any thread; others see it soon.
+    /// Switches the level. Other threads see the change soon, but not at once.
     void setEnabled(bool enabled) noexcept
     {
         ZvPlatform::Interlocked::storeRelaxed(_isEnabled, enabled);

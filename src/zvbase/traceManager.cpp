@@ -5,6 +5,7 @@
 #include "zvbase/failures.h"
 #include "zvbase/lgTrace.h"
 #include "zvbase/platform/interlocked.h"
+#include "zvbase/scope.private.h"
 #include "zvbase/traceTags.private.h"
 
 namespace Zv {
@@ -13,7 +14,7 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// In charge where no library with threads is.
+/// In charge if there is no library with threads.
 class OwnManager : public TraceManager
 {
 public:
@@ -26,24 +27,16 @@ private:
 
 constinit BaseLock managersLock;
 constinit TraceManager *inCharge = nullptr; // read without the lock
-constinit std::uint32_t nbInside = 0;
+constinit std::uint32_t nbInside = 0;       // threads that are inside of a manager
 constinit unsigned generation = 1;
 
-/// Counts the threads that are inside a manager.
-class Visit
+void leaveManager()
 {
-public:
-    Visit() { Interlocked::increment(nbInside); }
-    ~Visit()
-    {
-        if (Interlocked::decrement(nbInside) == 0)
-            ::WakeByAddressAll(&nbInside);
-    }
-    Visit(Visit const &) = delete;
-    Visit &operator=(Visit const &) = delete;
-};
+    if (Interlocked::decrement(nbInside) == 0)
+        ::WakeByAddressAll(&nbInside);
+}
 
-void waitUntilNobodyIsInside()
+void waitUntilNoThreadIsInside()
 {
     while (std::uint32_t nb = Interlocked::loadAcquire(nbInside))
         ::WaitOnAddress(&nbInside, &nb, sizeof nb, INFINITE);
@@ -58,7 +51,8 @@ unsigned TraceTags::getGeneration()
 
 void TraceTags::write(std::ostream &stream)
 {
-    Visit const visit;
+    Interlocked::increment(nbInside);
+    AtScopeEnd const leaving(&leaveManager);
     TraceManager::getInstance()->getTrace()->writeTag(stream);
 }
 
@@ -83,7 +77,7 @@ void TraceTags::retire(TraceManager &manager)
         Interlocked::exchange(inCharge, manager._former);
         Interlocked::increment(generation);
     }
-    waitUntilNobodyIsInside();
+    waitUntilNoThreadIsInside();
 }
 
 TraceManager *TraceManager::getInstance()

@@ -1,4 +1,4 @@
-// The tags of threads, asked from the manager in charge.
+// Asks the trace manager in charge for the tag of a thread.
 #pragma once
 
 #include <cstddef>
@@ -8,17 +8,19 @@ namespace Zv {
 
 class TraceManager;
 
-/// Asks the manager in charge, in a way that lets it retire meanwhile.
+/// Calls the manager in charge, so that it can retire safely at the same time.
 class TraceTags
 {
 public:
-    /// Goes up with each change of managers; never 0. Tags that were written before are out of date.
+    /// Returns a number that changes with the manager in charge. Never 0. Tags of another
+    /// generation are out of date.
     static unsigned getGeneration();
     /// Writes the calling thread's tag.
     static void write(std::ostream &stream);
 
+    /// As `TraceManager::install`.
     static void install(TraceManager &manager);
-    /// Returns when nobody is inside the manager any more.
+    /// As `TraceManager::retire`.
     static void retire(TraceManager &manager);
 };
 

@@ -1,4 +1,4 @@
-// The name of a type as it stands in sources.
+// Readable names of types (extenders).
 #pragma once
 
 #include "zvbase/export.h"
@@ -8,7 +8,10 @@
 
 namespace Zv {
 
-/// With its namespaces and arguments, as the compiler writes it. Throws `std::bad_alloc`.
+/// Returns the name of a type as it is written in sources, with its namespaces and template
+/// arguments. The form depends on the compiler. Throws `std::bad_alloc`.
+///
+///     std::string const name = Zv::nameType(typeid(int)); // int
 ZVBASE_EXPORT std::string nameType(std::type_info const &type);
 
 } // namespace Zv

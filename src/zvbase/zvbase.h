@@ -1,4 +1,4 @@
-// Everything that the base library offers.
+// All public headers of the base library (applications).
 #pragma once
 
 #include "zvbase/assertions.h"
@@ -18,7 +18,6 @@
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgReader.h"
 #include "zvbase/lgRegistry.h"
-#include "zvbase/lgStream.h"
 #include "zvbase/lgTrace.h"
 #include "zvbase/objPtr.h"
 #include "zvbase/osDate.h"
@@ -32,3 +31,5 @@
 #include "zvbase/trace.h"
 #include "zvbase/traceLevel.h"
 #include "zvbase/traceManager.h"
+#include "zvbase/typeName.h"
+#include "zvbase/unwinding.h"

@@ -1,4 +1,6 @@
-// The folders are the architecture: who may include whom, held against every include line of the sources.
+// Checks that every include line follows the dependencies of the packages.
+
+#include "zvbase/inPackageRun.private.h"
 
 #include <gtest/gtest.h>
 
@@ -19,24 +21,30 @@ using Names = std::set<std::string>;
 
 fs::path const sourceFolder = ZV_SOURCE_FOLDER;
 
-/// What each package depends on, nearest first, as the packages themselves register it.
-std::map<std::string, Names> const dependencies = {
-    {"containers", {"smartPtrs"}},
-    {"deviceManager",
-     {"deviceProtocol", "threadExtensions", "threads", "containers", "literals", "smartPtrs",
-      "locks"}},
-    {"deviceProtocol",
-     {"threadExtensions", "threads", "containers", "literals", "smartPtrs", "locks"}},
-    {"dynamicAllocation", {}},
-    {"literals", {"smartPtrs"}},
-    {"locks", {}},
-    {"memoryBuffers", {"literals", "smartPtrs", "dynamicAllocation", "locks"}},
-    {"smartPtrs", {"locks"}},
-    {"syncEngine", {"threads", "literals", "locks", "smartPtrs"}},
-    {"threadExtensions", {"threads", "literals", "smartPtrs", "locks"}},
-    {"threads", {"literals", "smartPtrs", "locks"}},
-    {"xml", {"containers", "literals", "smartPtrs", "locks"}},
-};
+/// Returns what each package with a folder of its own needs, as the packages tell it. All may use the
+/// base library, and `resmgt` is the library as a whole.
+std::map<std::string, Names> readDependencies()
+{
+    auto const packages = Zv::InPackageRun::getRegistered();
+    std::map<std::string, Names> read;
+    for (Zv::InPackageInit const *package : packages) {
+        std::string const name = package->getName();
+        if (name == "base" || name == "resmgt")
+            continue;
+        Names &needed = read[name];
+        for (std::type_info const *type : package->getDependencies())
+            for (Zv::InPackageInit const *other : packages)
+                if (typeid(*other) == *type && other->getName() != std::string("base"))
+                    needed.insert(other->getName());
+    }
+    return read;
+}
+
+std::map<std::string, Names> const &getDependencies()
+{
+    static std::map<std::string, Names> const dependencies = readDependencies();
+    return dependencies;
+}
 
 struct Exception
 {
@@ -99,7 +107,7 @@ Names reachable(std::string const &package)
 {
     Names reached;
     std::function<void(std::string const &)> const visit = [&](std::string const &from) {
-        for (auto const &to : dependencies.at(from))
+        for (auto const &to : getDependencies().at(from))
             if (reached.insert(to).second)
                 visit(to);
     };
@@ -148,9 +156,21 @@ std::string objection(std::string const &file, std::string const &included)
     std::string const to = packageOf(included);
     if (from.empty() || to.empty() || from == to)
         return "";
-    if (!dependencies.contains(from))
+    if (!getDependencies().contains(from))
         return "there is no package " + from;
     return reachable(from).contains(to) ? "" : "package " + from + " does not depend on " + to;
+}
+
+TEST(Layering, EachFolderIsAPackage)
+{
+    Names folders;
+    for (auto const &source : readSources())
+        if (std::string const package = packageOf(source.name); !package.empty())
+            folders.insert(package);
+    Names packages;
+    for (auto const &[name, needed] : getDependencies())
+        packages.insert(name);
+    EXPECT_EQ(folders, packages);
 }
 
 TEST(Layering, EachIncludeFollowsTheTableOfPackages)

@@ -32,7 +32,7 @@ static_assert(std::is_same_v<ConstIterator<int>::reference, int &>);
 static_assert(std::is_same_v<decltype(*std::declval<ConstIterator<int>>()), int const &>);
 static_assert(std::is_same_v<decltype(*std::declval<Iterator<int>>()), int &>);
 
-/// The two kinds of handles over the same numbers.
+/// The two kinds of iterators over the same numbers.
 struct OfConst
 {
     using Handle = ConstIterator<int>;
@@ -73,24 +73,24 @@ TYPED_TEST(IteratorTest, WalksForwardAndBack)
     auto i = this->over(this->_numbers);
     EXPECT_TRUE(i.atBegin());
     EXPECT_FALSE(i.atEnd());
-    EXPECT_EQ(1, *i);
-    EXPECT_EQ(2, *++i);
-    EXPECT_EQ(2, *i++);
-    EXPECT_EQ(3, i.item());
-    EXPECT_EQ(&this->_numbers[2], i.operator->());
-    EXPECT_EQ(2, *--i);
-    EXPECT_EQ(2, *i--);
+    EXPECT_EQ(*i, 1);
+    EXPECT_EQ(*++i, 2);
+    EXPECT_EQ(*i++, 2);
+    EXPECT_EQ(i.item(), 3);
+    EXPECT_EQ(i.operator->(), &this->_numbers[2]);
+    EXPECT_EQ(*--i, 2);
+    EXPECT_EQ(*i--, 2);
     EXPECT_TRUE(i.atBegin());
-    EXPECT_EQ(2, *i.next());
-    EXPECT_EQ(1, *i.previous());
-    EXPECT_EQ(3U, i.getCardinality());
+    EXPECT_EQ(*i.next(), 2);
+    EXPECT_EQ(*i.previous(), 1);
+    EXPECT_EQ(i.getCardinality(), 3U);
     i.last();
-    EXPECT_EQ(3, *i);
+    EXPECT_EQ(*i, 3);
     i.first();
-    EXPECT_EQ(1, *i);
+    EXPECT_EQ(*i, 1);
     i.end();
     EXPECT_TRUE(i.atEnd());
-    EXPECT_EQ(3, *--i);
+    EXPECT_EQ(*--i, 3);
 }
 
 TYPED_TEST(IteratorTest, ACopyKeepsItsOwnPosition)
@@ -99,12 +99,12 @@ TYPED_TEST(IteratorTest, ACopyKeepsItsOwnPosition)
     auto copy = original;
     EXPECT_EQ(&*original, &*copy);
     ++copy;
-    EXPECT_EQ(1, *original);
-    EXPECT_EQ(2, *copy);
+    EXPECT_EQ(*original, 1);
+    EXPECT_EQ(*copy, 2);
     copy.last();
-    EXPECT_EQ(1, *original);
+    EXPECT_EQ(*original, 1);
     copy = original;
-    EXPECT_EQ(1, *copy);
+    EXPECT_EQ(*copy, 1);
 }
 
 TYPED_TEST(IteratorTest, ADefaultOneThrowsOnAnyUse)
@@ -129,14 +129,14 @@ TYPED_TEST(IteratorTest, ADefaultOneThrowsOnAnyUse)
 TYPED_TEST(IteratorTest, StepsBeyondEitherEndThrow)
 {
     auto i = this->over(this->_numbers);
-    EXPECT_EQ("\tReached the container boundary", outOfRangeReason([&] { --i; }));
-    EXPECT_EQ(1, *i);
+    EXPECT_EQ(outOfRangeReason([&] { --i; }), "\tReached the container boundary");
+    EXPECT_EQ(*i, 1);
     i.last();
     ++i;
     EXPECT_TRUE(i.atEnd());
-    EXPECT_EQ("\tReached the container boundary", outOfRangeReason([&] { ++i; }));
-    EXPECT_EQ("\tReached the container boundary", outOfRangeReason([&] { i++; }));
-    EXPECT_EQ("\tReached the container boundary", outOfRangeReason([&] { *i; }));
+    EXPECT_EQ(outOfRangeReason([&] { ++i; }), "\tReached the container boundary");
+    EXPECT_EQ(outOfRangeReason([&] { i++; }), "\tReached the container boundary");
+    EXPECT_EQ(outOfRangeReason([&] { *i; }), "\tReached the container boundary");
     EXPECT_TRUE(i.atEnd());
     EXPECT_THROW(++i, IteratorEx);
 }
@@ -146,7 +146,7 @@ TYPED_TEST(IteratorTest, AnEmptyContainerBeginsAtItsEnd)
     auto i = this->over(this->_none);
     EXPECT_TRUE(i.atBegin());
     EXPECT_TRUE(i.atEnd());
-    EXPECT_EQ(0U, i.getCardinality());
+    EXPECT_EQ(i.getCardinality(), 0U);
     i.last();
     EXPECT_TRUE(i.atEnd());
     EXPECT_THROW(i.next(), IteratorEx::ExOutOfRange);
@@ -178,13 +178,14 @@ TYPED_TEST(IteratorTest, ServesTheAlgorithms)
     auto const begin = this->over(this->_numbers);
     auto end = begin;
     end.end();
-    EXPECT_EQ(3, std::distance(begin, end));
-    EXPECT_EQ(6, std::accumulate(begin, end, 0));
-    EXPECT_EQ(2, *std::find(begin, end, 2));
+    EXPECT_EQ(std::distance(begin, end), 3);
+    EXPECT_EQ(std::accumulate(begin, end, 0), 6);
+    EXPECT_EQ(*std::find(begin, end, 2), 2);
     EXPECT_TRUE(std::find(begin, end, 9) == end);
-    EXPECT_EQ(this->_numbers, Numbers(begin, end));
-    EXPECT_EQ(3, std::ranges::count_if(begin, std::default_sentinel,
-                                       [](int number) { return number > 0; }));
+    EXPECT_EQ(Numbers(begin, end), this->_numbers);
+    EXPECT_EQ(
+        std::ranges::count_if(begin, std::default_sentinel, [](int number) { return number > 0; }),
+        3);
 }
 
 TEST(Iterator, ChangesElements)
@@ -193,7 +194,7 @@ TEST(Iterator, ChangesElements)
     Iterator<int> i(new IteratorSTL<Numbers>(&numbers));
     *i = 10;
     (++i).item() = 20;
-    EXPECT_EQ((Numbers{10, 20}), numbers);
+    EXPECT_EQ(numbers, (Numbers{10, 20}));
 }
 
 TEST(Iterator, KeepsAContainerThatItSharesAlive)
@@ -204,11 +205,11 @@ TEST(Iterator, KeepsAContainerThatItSharesAlive)
     ConstIterator<std::string> i(new ConstIteratorSTL<Names, Holder>(holder));
     Iterator<std::string> j(new IteratorSTL<Names, Holder>(holder));
     holder = Holder();
-    EXPECT_EQ("a", *i);
+    EXPECT_EQ(*i, "a");
     *j = "c";
-    EXPECT_EQ("c", *i++);
-    EXPECT_EQ("b", *i);
-    EXPECT_EQ(1U, i->size());
+    EXPECT_EQ(*i++, "c");
+    EXPECT_EQ(*i, "b");
+    EXPECT_EQ(i->size(), 1U);
 }
 
 TEST(Iterator, RefusesANullContainer)
@@ -222,7 +223,7 @@ TEST(Iterator, RefusesANullContainer)
 TEST(IteratorEx, KeepsItsTextThroughAllBases)
 {
     IteratorEx::ExOutOfRange const error("file", 1);
-    EXPECT_STREQ("\tReached the container boundary", error.getReason());
+    EXPECT_STREQ(error.getReason(), "\tReached the container boundary");
     EXPECT_STREQ(error.getReason(), static_cast<std::exception const &>(error).what());
     ObjPtr<ExBase> copy(error.clone());
     EXPECT_STREQ(error.getReason(), copy->getReason());

@@ -48,31 +48,31 @@ std::string assertionOf(Function function)
 TEST(DaFirstFitArena, OneByteTakesEight)
 {
     DaFirstFitArena arena(BASE, 64);
-    EXPECT_EQ(BASE, arena.allocate(1, 0));
-    EXPECT_EQ(BASE + 8, arena.allocate(8, 0));
-    EXPECT_EQ(BASE + 16, arena.allocate(9, 0));
-    EXPECT_EQ("  free block map:\n          32        32\n", freeBlocks(arena));
+    EXPECT_EQ(arena.allocate(1, 0), BASE);
+    EXPECT_EQ(arena.allocate(8, 0), BASE + 8);
+    EXPECT_EQ(arena.allocate(9, 0), BASE + 16);
+    EXPECT_EQ(freeBlocks(arena), "  free block map:\n          32        32\n");
 }
 
 TEST(DaFirstFitArena, NoBytesTakeAnAddressOfTheirOwn)
 {
     DaFirstFitArena arena(BASE, 16);
-    EXPECT_EQ(BASE, arena.allocate(0, 0));
-    EXPECT_EQ(BASE + 8, arena.allocate(0, 0));
-    EXPECT_EQ(0u, arena.allocate(0, 0));
+    EXPECT_EQ(arena.allocate(0, 0), BASE);
+    EXPECT_EQ(arena.allocate(0, 0), BASE + 8);
+    EXPECT_EQ(arena.allocate(0, 0), 0u);
     arena.deallocate(BASE + 8);
     arena.deallocate(BASE);
-    EXPECT_EQ("  free block map:\n           0        16\n", freeBlocks(arena));
+    EXPECT_EQ(freeBlocks(arena), "  free block map:\n           0        16\n");
 }
 
 TEST(DaFirstFitArena, SizeIsRoundedDownToMultiplesOfEight)
 {
     DaFirstFitArena arena(BASE, 23);
-    EXPECT_EQ(0u, arena.allocate(17, 0));
-    EXPECT_EQ(BASE, arena.allocate(16, 0));
-    EXPECT_EQ(0u, arena.allocate(1, 0));
+    EXPECT_EQ(arena.allocate(17, 0), 0u);
+    EXPECT_EQ(arena.allocate(16, 0), BASE);
+    EXPECT_EQ(arena.allocate(1, 0), 0u);
     DaFirstFitArena empty(BASE, 7);
-    EXPECT_EQ(0u, empty.allocate(1, 0));
+    EXPECT_EQ(empty.allocate(1, 0), 0u);
 }
 
 TEST(DaFirstFitArena, ThreeNeighboursFreedInAnyOrderBecomeOneBlock)
@@ -84,10 +84,10 @@ TEST(DaFirstFitArena, ThreeNeighboursFreedInAnyOrderBecomeOneBlock)
             static_cast<void>(address);
             ASSERT_NE(0u, arena.allocate(16, 0));
         }
-        EXPECT_EQ("  free block map:\n", freeBlocks(arena));
+        EXPECT_EQ(freeBlocks(arena), "  free block map:\n");
         for (std::uint64_t const address : order)
             arena.deallocate(address);
-        EXPECT_EQ("  free block map:\n           0        48\n", freeBlocks(arena));
+        EXPECT_EQ(freeBlocks(arena), "  free block map:\n           0        48\n");
     } while (std::next_permutation(order.begin(), order.end()));
 }
 
@@ -99,23 +99,23 @@ TEST(DaFirstFitArena, BlocksThatDoNotTouchStayApart)
     arena.deallocate(BASE);
     arena.deallocate(BASE + 32);
     arena.deallocate(BASE + 16);
-    EXPECT_EQ("  free block map:\n           0         8\n          16         8\n          32     "
-              "    8\n",
-              freeBlocks(arena));
+    EXPECT_EQ(freeBlocks(arena),
+              "  free block map:\n           0         8\n          16         8\n          32     "
+              "    8\n");
 }
 
 TEST(DaFirstFitArena, AlignmentLeavesItsGapAsAFreeBlock)
 {
     DaFirstFitArena arena(BASE + 8, 256);
-    EXPECT_EQ(BASE + 64, arena.allocate(16, 64));
-    EXPECT_EQ("  free block map:\n           0        56\n          72       184\n",
-              freeBlocks(arena));
-    // The gap is used where it fits, up to its last byte.
-    EXPECT_EQ(BASE + 8, arena.allocate(56, 8));
-    EXPECT_EQ("  free block map:\n          72       184\n", freeBlocks(arena));
-    // The rest behind an aligned block may be nothing.
-    EXPECT_EQ(BASE + 128, arena.allocate(136, 64));
-    EXPECT_EQ("  free block map:\n          72        48\n", freeBlocks(arena));
+    EXPECT_EQ(arena.allocate(16, 64), BASE + 64);
+    EXPECT_EQ(freeBlocks(arena),
+              "  free block map:\n           0        56\n          72       184\n");
+    // The gap is used up to its last byte if a block fits.
+    EXPECT_EQ(arena.allocate(56, 8), BASE + 8);
+    EXPECT_EQ(freeBlocks(arena), "  free block map:\n          72       184\n");
+    // There may be no rest behind an aligned block.
+    EXPECT_EQ(arena.allocate(136, 64), BASE + 128);
+    EXPECT_EQ(freeBlocks(arena), "  free block map:\n          72        48\n");
 }
 
 TEST(DaFirstFitArena, TheFirstBlockThatFitsIsTaken)
@@ -128,9 +128,9 @@ TEST(DaFirstFitArena, TheFirstBlockThatFitsIsTaken)
     arena.deallocate(a);
     arena.deallocate(b);
     // The block at b fits more closely, the one at a comes first.
-    EXPECT_EQ(a, arena.allocate(16, 0));
-    EXPECT_EQ(a + 16, arena.allocate(16, 0));
-    EXPECT_EQ(b, arena.allocate(16, 0));
+    EXPECT_EQ(arena.allocate(16, 0), a);
+    EXPECT_EQ(arena.allocate(16, 0), a + 16);
+    EXPECT_EQ(arena.allocate(16, 0), b);
 }
 
 TEST(DaFirstFitArena, ABlockTooSmallForItsAlignmentIsPassedOver)
@@ -140,18 +140,18 @@ TEST(DaFirstFitArena, ABlockTooSmallForItsAlignmentIsPassedOver)
     std::uint64_t const small = arena.allocate(24, 0);
     arena.allocate(32, 0);
     arena.deallocate(small);
-    EXPECT_EQ(BASE + 64, arena.allocate(16, 32));
-    EXPECT_EQ(BASE + 8, arena.allocate(24, 8));
+    EXPECT_EQ(arena.allocate(16, 32), BASE + 64);
+    EXPECT_EQ(arena.allocate(24, 8), BASE + 8);
 }
 
 TEST(DaFirstFitArena, SizesThatCannotBeRoundedUpDoNotFit)
 {
     DaFirstFitArena arena(BASE, 64);
-    EXPECT_EQ(0u, arena.allocate(~std::uint64_t{0}, 0));
-    EXPECT_EQ(0u, arena.allocate(~std::uint64_t{0} - 6, 16));
-    EXPECT_EQ(0u, arena.allocate(8, std::uint64_t{1} << 63));
+    EXPECT_EQ(arena.allocate(~std::uint64_t{0}, 0), 0u);
+    EXPECT_EQ(arena.allocate(~std::uint64_t{0} - 6, 16), 0u);
+    EXPECT_EQ(arena.allocate(8, std::uint64_t{1} << 63), 0u);
     DaFirstFitArena atTheTop(~std::uint64_t{0} - 63, 56);
-    EXPECT_EQ(0u, atTheTop.allocate(8, std::uint64_t{1} << 63));
+    EXPECT_EQ(atTheTop.allocate(8, std::uint64_t{1} << 63), 0u);
 }
 
 TEST(DaFirstFitArena, OnlyABlockThatWasGivenOutComesBack)
@@ -159,9 +159,9 @@ TEST(DaFirstFitArena, OnlyABlockThatWasGivenOutComesBack)
     DaFirstFitArena arena(BASE, 64);
     std::uint64_t const block = arena.allocate(16, 0);
     char const expected[] = "blockEntry != _allocatedBlocks.end()";
-    EXPECT_EQ(expected, assertionOf([&] { arena.deallocate(block + 8); }));
+    EXPECT_EQ(assertionOf([&] { arena.deallocate(block + 8); }), expected);
     arena.deallocate(block);
-    EXPECT_EQ(expected, assertionOf([&] { arena.deallocate(block); }));
+    EXPECT_EQ(assertionOf([&] { arena.deallocate(block); }), expected);
 }
 
 TEST(DaFirstFitArena, DumpsSaySizeCountAndFreeBlocks)
@@ -171,24 +171,22 @@ TEST(DaFirstFitArena, DumpsSaySizeCountAndFreeBlocks)
     arena.allocate(100, 0);
     std::ostringstream summary;
     arena.dumpSummary(summary);
-    EXPECT_EQ("Arena: frames\n"
-              "  alignment    : 8 bytes\n"
-              "  size         : 1000000 bytes\n"
-              "  nb alloc blk : 2\n",
-              summary.str());
-    EXPECT_EQ("  free block map:\n         112    999888\n", freeBlocks(arena));
+    EXPECT_EQ(summary.str(), "Arena: frames\n"
+                             "  alignment    : 8 bytes\n"
+                             "  size         : 1000000 bytes\n"
+                             "  nb alloc blk : 2\n");
+    EXPECT_EQ(freeBlocks(arena), "  free block map:\n         112    999888\n");
 
     DaFirstFitArena unnamed(BASE, 8);
     std::ostringstream other;
     unnamed.dumpSummary(other);
-    EXPECT_EQ("Arena: <Unnamed arena>\n"
-              "  alignment    : 8 bytes\n"
-              "  size         : 8 bytes\n"
-              "  nb alloc blk : 0\n",
-              other.str());
+    EXPECT_EQ(other.str(), "Arena: <Unnamed arena>\n"
+                           "  alignment    : 8 bytes\n"
+                           "  size         : 8 bytes\n"
+                           "  nb alloc blk : 0\n");
 }
 
-/// First fit by looking at every unit of the range, from its beginning.
+/// A simple model of first fit, which looks at every unit of the range.
 class Model
 {
 public:
@@ -253,7 +251,7 @@ private:
     std::map<std::uint64_t, std::size_t> _lengths;
 };
 
-/// Where each block lies, and so that none overlaps another and each has its alignment, and what stays free.
+/// Checks the place of each block, its alignment, that no two overlap, and what remains free.
 void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsigned nbSteps)
 {
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -262,13 +260,13 @@ void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsig
     Model model(BASE + 24, size);
     int nbRefused = 0;
     for (unsigned step = 0; step < nbSteps; ++step) {
-        // Full and empty by turns.
+        // Full and empty in turn.
         if (model.getNbBlocks() == 0 || random() % 8 < (step / 500 % 2 == 0 ? 5 : 3)) {
             std::uint64_t const length = random() % largest;
             std::uint64_t const alignment =
                 random() % 4 == 0 ? 0 : std::uint64_t{1} << random() % 10;
             std::uint64_t const expected = model.allocate(length, alignment);
-            ASSERT_EQ(expected, arena.allocate(length, alignment)) << length << ", " << alignment;
+            ASSERT_EQ(arena.allocate(length, alignment), expected) << length << ", " << alignment;
             nbRefused += expected == 0;
         } else {
             std::uint64_t const address = model.pick(random());
@@ -276,7 +274,7 @@ void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsig
             arena.deallocate(address);
         }
         if (step % 16 == 0) {
-            ASSERT_EQ(model.freeBlocks(), freeBlocks(arena));
+            ASSERT_EQ(freeBlocks(arena), model.freeBlocks());
         }
     }
     EXPECT_NE(0, nbRefused);
@@ -284,7 +282,7 @@ void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsig
         std::uint64_t const address = model.pick(random());
         model.deallocate(address);
         arena.deallocate(address);
-        ASSERT_EQ(model.freeBlocks(), freeBlocks(arena));
+        ASSERT_EQ(freeBlocks(arena), model.freeBlocks());
     }
 }
 
@@ -306,7 +304,7 @@ TEST(DaFirstFitArena, AnAllocationThatThrowsChangesNothingAndAReleaseNeverDoes)
         std::string const before = freeBlocks(arena);
         std::uint64_t block = 0;
         nbFailures += ZvTest::failEachAllocation([&] { block = arena.allocate(8, 16); },
-                                                 [&] { ASSERT_EQ(before, freeBlocks(arena)); });
+                                                 [&] { ASSERT_EQ(freeBlocks(arena), before); });
         ASSERT_NE(0u, block);
         blocks.push_back(block);
     }
@@ -317,7 +315,7 @@ TEST(DaFirstFitArena, AnAllocationThatThrowsChangesNothingAndAReleaseNeverDoes)
         for (std::uint64_t const block : blocks)
             arena.deallocate(block);
     }
-    EXPECT_EQ("  free block map:\n           0     16384\n", freeBlocks(arena));
+    EXPECT_EQ(freeBlocks(arena), "  free block map:\n           0     16384\n");
 }
 
 // ---- pools and allocators
@@ -355,22 +353,22 @@ TEST(DaArenaPool, TakesItsMemoryAtOnceAndGivesItBackInTheEnd)
     {
         auto * const allocator = new RecordingAllocator(calls);
         ObjPtr<DaArenaPool> pool(DaArenaPool::create(allocator, 100));
-        EXPECT_EQ("+100", calls.text);
-        EXPECT_EQ(allocator, pool->getAllocator());
-        EXPECT_EQ(100u, pool->getSize());
+        EXPECT_EQ(calls.text, "+100");
+        EXPECT_EQ(pool->getAllocator(), allocator);
+        EXPECT_EQ(pool->getSize(), 100u);
         void * const a = pool->allocate(40);
         void * const b = pool->allocate(40, 16);
         ASSERT_NE(nullptr, a);
         ASSERT_NE(nullptr, b);
-        EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(b) % 16);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(b) % 16, 0u);
         std::memset(a, 1, 40);
         std::memset(b, 2, 40);
-        EXPECT_EQ(nullptr, pool->allocate(40));
+        EXPECT_EQ(pool->allocate(40), nullptr);
         pool->deallocate(a);
         pool->deallocate(b);
-        EXPECT_EQ("+100", calls.text);
+        EXPECT_EQ(calls.text, "+100");
     }
-    EXPECT_EQ("+100-100~", calls.text);
+    EXPECT_EQ(calls.text, "+100-100~");
 }
 
 TEST(DaArenaPool, ALiveBlockFailsTheDestructorAfterTheMemoryWentBack)
@@ -378,35 +376,37 @@ TEST(DaArenaPool, ALiveBlockFailsTheDestructorAfterTheMemoryWentBack)
     Calls calls;
     DaArenaPool * const pool = DaArenaPool::create(new RecordingAllocator(calls), 64);
     ASSERT_NE(nullptr, pool->allocate(8));
-    EXPECT_EQ("_nbAllocated == 0", assertionOf([&] { delete pool; }));
-    EXPECT_EQ("+64-64~", calls.text);
+    EXPECT_EQ(assertionOf([&] { delete pool; }), "_nbAllocated == 0");
+    EXPECT_EQ(calls.text, "+64-64~");
 }
 
 TEST(DaArenaPool, AFailedAllocationIsNoLiveBlock)
 {
     Calls calls;
     DaArenaPool * const pool = DaArenaPool::create(new RecordingAllocator(calls), 64);
-    EXPECT_EQ(nullptr, pool->allocate(65));
-    EXPECT_EQ("blockEntry != _allocatedBlocks.end()",
-              assertionOf([&] { pool->deallocate(nullptr); }));
-    EXPECT_EQ("no assertion failed", assertionOf([&] { delete pool; }));
+    EXPECT_EQ(pool->allocate(65), nullptr);
+    EXPECT_EQ(assertionOf([&] { pool->deallocate(nullptr); }),
+              "blockEntry != _allocatedBlocks.end()");
+    EXPECT_EQ(assertionOf([&] { delete pool; }), "no assertion failed");
 }
 
 TEST(DaArenaPool, WithoutMemoryThereIsNoPool)
 {
     Calls calls;
     calls.isEmpty = true;
-    EXPECT_EQ("_buffer != NULL",
-              assertionOf([&] { DaArenaPool::create(new RecordingAllocator(calls), 64); }));
-    EXPECT_EQ("+64~", calls.text);
+    EXPECT_EQ(assertionOf([&] {
+                  static_cast<void>(DaArenaPool::create(new RecordingAllocator(calls), 64));
+              }),
+              "_buffer != NULL");
+    EXPECT_EQ(calls.text, "+64~");
 }
 
 TEST(DaArenaPool, WithoutAnAllocatorThereIsNoPool)
 {
-    EXPECT_THROW(DaArenaPool::create(nullptr, 64), RCEx::ExNullPtr);
+    EXPECT_THROW(static_cast<void>(DaArenaPool::create(nullptr, 64)), RCEx::ExNullPtr);
 }
 
-/// Cannot take its memory back.
+/// An allocator that cannot take its memory back.
 class BadAllocator : public RecordingAllocator
 {
 public:
@@ -422,7 +422,7 @@ TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
 {
     Calls calls;
     EXPECT_THROW(delete DaArenaPool::create(new BadAllocator(calls), 64), std::runtime_error);
-    EXPECT_EQ("+64-64~", calls.text);
+    EXPECT_EQ(calls.text, "+64-64~");
     std::string trace;
     LgLog::flush();
     LgTrace::setOutput(
@@ -436,7 +436,7 @@ TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
             throw std::bad_alloc();
         },
         std::bad_alloc);
-    EXPECT_EQ("+64-64~+64-64~", calls.text);
+    EXPECT_EQ(calls.text, "+64-64~+64-64~");
     LgLog::flush();
     LgTrace::setOutput(nullptr, nullptr);
     EXPECT_THAT(trace, testing::EndsWith("): Exception: deallocate\n"));
@@ -452,7 +452,7 @@ TEST(DaArenaPool, WhateverFailsTheAllocatorGoesWithThePool)
             delete DaArenaPool::create(allocator, 64);
         } catch (std::bad_alloc &) {
         }
-        // Nothing taken, the memory refused, or taken and given back.
+        // Nothing was taken, the memory was refused, or it was taken and given back.
         ASSERT_TRUE(calls.text == "~" || calls.text == "+64~" || calls.text == "+64-64~")
             << calls.text;
         if (!failing.hasFailed()) {
@@ -474,11 +474,11 @@ TEST(DaMallocAllocator, GivesAndTakesMemory)
 TEST(DaMemoryMapAllocator, GivesPagesOfZeroes)
 {
     ObjPtr<DaMemoryMapAllocator> allocator(DaMemoryMapAllocator::create("pages"));
-    EXPECT_STREQ("pages", allocator->getName());
+    EXPECT_STREQ(allocator->getName(), "pages");
     auto * const memory = static_cast<unsigned char *>(allocator->allocate(10000));
     ASSERT_NE(nullptr, memory);
-    EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(memory) % 4096);
-    EXPECT_EQ(10000, std::count(memory, memory + 10000, 0));
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % 4096, 0u);
+    EXPECT_EQ(std::count(memory, memory + 10000, 0), 10000);
     std::memset(memory, 1, 10000);
     allocator->deallocate(memory, 10000);
 }
@@ -494,12 +494,12 @@ TEST(DaMemoryMapAllocator, FailuresCarryTheSystemsError)
         }
         return 0;
     };
-    // There is not so much memory, or no such size at all.
-    EXPECT_THAT(errorOf([&] { allocator->allocate(std::uint64_t{1} << 62); }),
+    // There is not so much memory, or the size is not valid.
+    EXPECT_THAT(errorOf([&] { static_cast<void>(allocator->allocate(std::uint64_t{1} << 62)); }),
                 testing::AnyOf(8, 87));
-    EXPECT_EQ(87, errorOf([&] { allocator->allocate(0); }));
+    EXPECT_EQ(errorOf([&] { static_cast<void>(allocator->allocate(0)); }), 87);
     int onTheStack = 0;
-    EXPECT_EQ(487, errorOf([&] { allocator->deallocate(&onTheStack, 4); }));
+    EXPECT_EQ(errorOf([&] { allocator->deallocate(&onTheStack, 4); }), 487);
 }
 
 TEST(DaMemoryMapAllocator, CarriesAPool)

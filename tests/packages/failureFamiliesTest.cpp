@@ -1,4 +1,4 @@
-// What all classes of failures have in common.
+// What all exception classes have in common.
 
 #include "allocations.h"
 #include "resmgt/containers/iteratorEx.h"
@@ -23,7 +23,7 @@
 namespace Zv {
 namespace {
 
-/// Which of the two bases comes first.
+/// Says which of the two bases comes first.
 enum First
 {
     STANDARD,
@@ -98,6 +98,8 @@ TEST(Failures, OfDevicesAreStandardFirst)
     check<STANDARD, Mgr::StreamsNotCompatible, Mgr, std::logic_error>("x");
     check<STANDARD, Mgr::PropertySyntaxError, Mgr, std::logic_error>("x");
     check<STANDARD, Mgr::PropertyInvalidType, Mgr, std::logic_error>("x");
+    check<STANDARD, Mgr::SequenceAbandoned, Mgr, std::logic_error>();
+    check<STANDARD, Mgr::ManagerClosed, Mgr, std::logic_error>();
     check<STANDARD, Mgr::SeqIllegalCall, Mgr, std::logic_error>("stop", "x");
     check<STANDARD, Mgr::SeqDeviceFailed, Mgr, std::logic_error>("x", "y");
 }

@@ -1,9 +1,10 @@
-// What happens before, during and after the run of the packages, each time in a process of its own.
+// The packages before, during and after their run, each time in a new process.
 
 #include "childProcess.h"
+#include "packages/registered.h"
 #include "platform/services.h"
 #include "resmgt/locks/locksStatics.private.h"
-#include "resmgt/packages.private.h"
+#include "resmgt/packages.h"
 #include "resmgt/syncEngine/seSyncEngine.h"
 #include "resmgt/threadExtensions/mtAlarmManager.h"
 #include "resmgt/threads/mtEx.h"
@@ -37,7 +38,8 @@
 
 namespace {
 
-/// Whether the process says which priority class it gets, and whether the logger runs then; it does not get it.
+/// If set, the process reports requests for a priority class, and whether the logger runs then. It
+/// does not get the class.
 bool tellsOfClasses = false;
 
 } // namespace
@@ -62,7 +64,7 @@ extern "C" DWORD __wrap__ZN10ZvPlatform16GetPriorityClassEPv(HANDLE process)
 namespace Zv {
 namespace {
 
-/// A thread's body that says that it ran.
+/// A thread's body that reports that it runs.
 class Speaker : public MtThreadProtocol
 {
 public:
@@ -137,7 +139,7 @@ void upAndDown()
 
 void unasked()
 {
-    // `setRealTime` reads this variable again, whatever else it does.
+    // `setRealTime` always reads this variable again.
     ZvTest::setVariable("ZV_THREAD_NO_REALTIME", "7");
     {
         InPackageScope const packages;
@@ -212,7 +214,7 @@ void leaveRealTime()
     describe();
 }
 
-/// The trace manager has gone with the end of the packages.
+/// Fails, because the trace manager is destroyed when the packages go down.
 void endTwice()
 {
     {
@@ -220,7 +222,7 @@ void endTwice()
     }
     MtLogger::startLogger();
     try {
-        PackageStatics::threads->cleanupPackage();
+        ZvTest::getRegistered<ZvInit::threads>().cleanupPackage();
     } catch (AssertionFailed const &failure) {
         std::cout << "failed " << failure.getExpression() << std::endl;
     }
@@ -233,7 +235,7 @@ void tellOfSingleton(char const *name)
         std::cout << name << " is there" << std::endl;
 }
 
-/// What the load has left behind.
+/// Reports what exists after the library was loaded.
 void load()
 {
     for (InPackageInit const *package : InPackageRun::getRegistered())
@@ -266,8 +268,8 @@ Scene const scenes[] = {{"startEarly", startEarly},
                         {"endTwice", endTwice},
                         {"load", load}};
 
-/// What a new process printed while it played a scene, and its end. The wishes for real-time operation are variables of
-/// its environment.
+/// Returns what a new process prints in a scene, and how it ends. Variables of its environment
+/// request real-time operation.
 std::string play(char const *scene, char const *force = nullptr, char const *no = nullptr)
 {
     ZvTest::setVariable("ZV_THREAD_FORCE_REALTIME", force);
@@ -322,7 +324,7 @@ TEST(FreshProcess, AWishIsReportedAsItWasMet)
     EXPECT_THAT(output, HasSubstr(met ? "param 1 realtime 1 logger 1 threads 1 resmgt 1\n"
                                       : "param 1 realtime 0 logger 1 threads 1 resmgt 1\n"));
     EXPECT_THAT(output, HasSubstr(met ? "Real-time enabled." : "Real-time not enabled."));
-    // The end leaves real-time operation.
+    // Going down ends real-time operation.
     EXPECT_THAT(output, HasSubstr("param 1 realtime 0 logger 0 threads 0 resmgt 0\n"));
 }
 

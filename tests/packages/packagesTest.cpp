@@ -1,4 +1,6 @@
-#include "resmgt/packages.private.h"
+#include "resmgt/packages.h"
+
+#include "packages/registered.h"
 
 #include <gtest/gtest.h>
 
@@ -8,75 +10,68 @@
 namespace Zv {
 namespace {
 
+using ZvTest::getRegistered;
 using Names = std::vector<std::string>;
-
-std::string nameOf(std::type_info const &type)
-{
-    using namespace PackageStatics;
-    InPackageInit const * const all[] = {
-        &*containers, &*deviceManager, &*deviceProtocol,   &*dynamicAllocation,
-        &*literals,   &*locks,         &*memoryBuffers,    &*resmgt,
-        &*smartPtrs,  &*syncEngine,    &*threadExtensions, &*threads,
-        &*xml};
-    for (InPackageInit const *package : all)
-        if (typeid(*package) == type)
-            return package->getName();
-    return InInit<ZvInit::base>::getType() == type ? "base" : "unknown";
-}
 
 Names dependenciesOf(InPackageInit const &package)
 {
     Names found;
     for (std::type_info const *type : package.getDependencies())
-        found.push_back(nameOf(*type));
+        found.push_back(getRegistered(*type).getName());
     return found;
+}
+
+template <class Tag>
+Names dependenciesOf()
+{
+    return dependenciesOf(getRegistered<Tag>());
 }
 
 TEST(Packages, NameTheirDependenciesInOrder)
 {
-    using namespace PackageStatics;
-    EXPECT_EQ((Names{"smartPtrs", "base"}), dependenciesOf(*containers));
-    EXPECT_EQ((Names{"deviceProtocol", "threadExtensions", "threads", "containers", "literals",
-                     "smartPtrs", "locks", "base"}),
-              dependenciesOf(*deviceManager));
-    EXPECT_EQ((Names{"threadExtensions", "threads", "containers", "literals", "smartPtrs", "locks",
-                     "base"}),
-              dependenciesOf(*deviceProtocol));
-    EXPECT_EQ((Names{"base"}), dependenciesOf(*dynamicAllocation));
-    EXPECT_EQ((Names{"smartPtrs", "base"}), dependenciesOf(*literals));
-    EXPECT_EQ((Names{"base"}), dependenciesOf(*locks));
-    EXPECT_EQ((Names{"literals", "smartPtrs", "dynamicAllocation", "locks", "base"}),
-              dependenciesOf(*memoryBuffers));
-    EXPECT_EQ((Names{"memoryBuffers", "syncEngine", "deviceManager", "deviceProtocol",
+    using namespace ZvInit;
+    EXPECT_EQ(dependenciesOf<containers>(), (Names{"smartPtrs", "base"}));
+    EXPECT_EQ(dependenciesOf<deviceManager>(),
+              (Names{"deviceProtocol", "threadExtensions", "threads", "containers", "literals",
+                     "smartPtrs", "locks", "base"}));
+    EXPECT_EQ(dependenciesOf<deviceProtocol>(), (Names{"threadExtensions", "threads", "containers",
+                                                       "literals", "smartPtrs", "locks", "base"}));
+    EXPECT_EQ(dependenciesOf<dynamicAllocation>(), (Names{"base"}));
+    EXPECT_EQ(dependenciesOf<literals>(), (Names{"smartPtrs", "base"}));
+    EXPECT_EQ(dependenciesOf<locks>(), (Names{"base"}));
+    EXPECT_EQ(dependenciesOf<memoryBuffers>(),
+              (Names{"literals", "smartPtrs", "dynamicAllocation", "locks", "base"}));
+    EXPECT_EQ(dependenciesOf<resmgt>(),
+              (Names{"memoryBuffers", "syncEngine", "deviceManager", "deviceProtocol",
                      "threadExtensions", "threads", "xml", "containers", "literals", "smartPtrs",
-                     "dynamicAllocation", "locks", "base"}),
-              dependenciesOf(*resmgt));
-    EXPECT_EQ((Names{"locks", "base"}), dependenciesOf(*smartPtrs));
-    EXPECT_EQ((Names{"threads", "literals", "locks", "smartPtrs", "base"}),
-              dependenciesOf(*syncEngine));
-    EXPECT_EQ((Names{"threads", "literals", "smartPtrs", "locks", "base"}),
-              dependenciesOf(*threadExtensions));
-    EXPECT_EQ((Names{"literals", "smartPtrs", "locks", "base"}), dependenciesOf(*threads));
-    EXPECT_EQ((Names{"containers", "literals", "smartPtrs", "locks", "base"}),
-              dependenciesOf(*xml));
+                     "dynamicAllocation", "locks", "base"}));
+    EXPECT_EQ(dependenciesOf<smartPtrs>(), (Names{"locks", "base"}));
+    EXPECT_EQ(dependenciesOf<syncEngine>(),
+              (Names{"threads", "literals", "locks", "smartPtrs", "base"}));
+    EXPECT_EQ(dependenciesOf<threadExtensions>(),
+              (Names{"threads", "literals", "smartPtrs", "locks", "base"}));
+    EXPECT_EQ(dependenciesOf<threads>(), (Names{"literals", "smartPtrs", "locks", "base"}));
+    EXPECT_EQ(dependenciesOf<xml>(),
+              (Names{"containers", "literals", "smartPtrs", "locks", "base"}));
+}
+
+TEST(Packages, OfTheListAreAllThatAreRegistered)
+{
+    std::size_t nbListed = 1; // the base
+#define ZV_CHECK_PACKAGE(Name, ...)                                                                \
+    EXPECT_STREQ(getRegistered<ZvInit::Name>().getName(), #Name);                                  \
+    ++nbListed;
+    ZV_RESMGT_PACKAGES(ZV_CHECK_PACKAGE, ZV_CHECK_PACKAGE)
+#undef ZV_CHECK_PACKAGE
+    EXPECT_EQ(InPackageRun::getRegistered().size(), nbListed);
 }
 
 TEST(Packages, AreUpWhileTheTestsRun)
 {
     EXPECT_TRUE(InInit<ZvInit::base>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::containers>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::deviceManager>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::deviceProtocol>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::dynamicAllocation>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::literals>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::locks>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::memoryBuffers>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::resmgt>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::smartPtrs>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::syncEngine>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::threadExtensions>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::threads>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::xml>::isInitialized());
+#define ZV_CHECK_PACKAGE(Name, ...) EXPECT_TRUE(InInit<ZvInit::Name>::isInitialized()) << #Name;
+    ZV_RESMGT_PACKAGES(ZV_CHECK_PACKAGE, ZV_CHECK_PACKAGE)
+#undef ZV_CHECK_PACKAGE
 }
 
 } // namespace

@@ -23,7 +23,7 @@ namespace {
 
 // ---- environment
 
-TEST(EnvIntVar, hasItsDefaultWhereNothingIsSet)
+TEST(EnvIntVar, HasItsDefaultWhereNothingIsSet)
 {
     ZvTest::setVariable("ZV_TEST_VARIABLE", nullptr);
     EnvIntVar const variable("ZV_TEST_VARIABLE", 12);
@@ -31,7 +31,7 @@ TEST(EnvIntVar, hasItsDefaultWhereNothingIsSet)
     EXPECT_STREQ(variable.getName(), "ZV_TEST_VARIABLE");
 }
 
-TEST(EnvIntVar, readsAgainOnlyWhenTold)
+TEST(EnvIntVar, ReadsAgainOnlyWhenTold)
 {
     EnvVar::putEnv("ZV_TEST_VARIABLE=5");
     EnvIntVar variable("ZV_TEST_VARIABLE", 0);
@@ -51,7 +51,7 @@ int readInt(std::string const &text)
     return EnvIntVar("ZV_TEST_VARIABLE", 77).getValue();
 }
 
-TEST(EnvIntVar, takesOneWholeNumber)
+TEST(EnvIntVar, TakesOneWholeNumber)
 {
     EXPECT_EQ(readInt("0"), 0);
     EXPECT_EQ(readInt("-1"), -1);
@@ -62,25 +62,25 @@ TEST(EnvIntVar, takesOneWholeNumber)
     EXPECT_EQ(readInt("-2147483648"), -2147483647 - 1);
 }
 
-TEST(EnvIntVar, nonsenseGivesTheDefault)
+TEST(EnvIntVar, NonsenseGivesTheDefault)
 {
     for (char const *text : {"", " ", "yes", "1x", "x1", "1 2", "1.5", "0x10", "--1", "+-1", "++1",
                              "+", "-", "2147483648", "-2147483649", "99999999999999999999"})
         EXPECT_EQ(readInt(text), 77) << '"' << text << '"';
 }
 
-TEST(EnvVar, putsWhatStandsBehindTheFirstSign)
+TEST(EnvVar, PutsWhatStandsBehindTheFirstSign)
 {
     EnvVar::putEnv("ZV_TEST_VARIABLE=a=b");
     EXPECT_EQ(EnvVar::getEnv("ZV_TEST_VARIABLE"), "a=b");
     EnvVar::putEnv("ZV_TEST_VARIABLE=");
     EXPECT_EQ(EnvVar::getEnv("ZV_TEST_VARIABLE"), "");
-#ifndef _WIN32 // where a variable without a value is none
+#ifndef _WIN32 // there a variable without a value does not exist
     EXPECT_NE(std::getenv("ZV_TEST_VARIABLE"), nullptr);
 #endif
 }
 
-TEST(EnvVar, keepsACopy)
+TEST(EnvVar, KeepsACopy)
 {
     std::string text = "ZV_TEST_VARIABLE=kept";
     EnvVar::putEnv(text.c_str());
@@ -88,7 +88,7 @@ TEST(EnvVar, keepsACopy)
     EXPECT_EQ(EnvVar::getEnv("ZV_TEST_VARIABLE"), "kept");
 }
 
-TEST(EnvVar, refusesATextThatAssignsNothing)
+TEST(EnvVar, RefusesATextThatAssignsNothing)
 {
     LogTest::CapturedLog const log;
     EXPECT_THROW(EnvVar::putEnv("ZV_TEST_VARIABLE"), AssertionFailed);
@@ -97,7 +97,7 @@ TEST(EnvVar, refusesATextThatAssignsNothing)
     EXPECT_EQ(log.getTexts().at(0), "Assertion \"separator && separator != assignment\" failed\n");
 }
 
-TEST(EnvVar, itsGuardKeepsTheEnvironmentFromOtherThreads)
+TEST(EnvVar, ItsGuardKeepsTheEnvironmentFromOtherThreads)
 {
     EnvIntVar variable("ZV_TEST_VARIABLE", 0);
     EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { EnvVar::putEnv("ZV_TEST_VARIABLE=1"); }));
@@ -137,7 +137,7 @@ private:
     int _minor;
 };
 
-TEST(DbgBuildInfo, isListedAndReplacedByTheNextOfItsLibrary)
+TEST(DbgBuildInfo, IsListedAndReplacedByTheNextOfItsLibrary)
 {
     DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libA", 1)));
     DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libB", 2)));
@@ -155,7 +155,7 @@ TEST(DbgBuildInfo, isListedAndReplacedByTheNextOfItsLibrary)
     EXPECT_TRUE(list.str().ends_with(paragraph("libA", 3) + paragraph("libB", 2))) << list.str();
 }
 
-TEST(DbgBuildInfo, anOwnerOfNothingIsRefusedWhateverIsListed)
+TEST(DbgBuildInfo, AnOwnerOfNothingIsRefusedWhateverIsListed)
 {
     EXPECT_THROW(DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>()), RCEx::ExNullPtr);
     DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libC", 1)));
@@ -164,13 +164,13 @@ TEST(DbgBuildInfo, anOwnerOfNothingIsRefusedWhateverIsListed)
     EXPECT_EQ(DbgBuildInfoUtil::getNbInfos(), before);
 }
 
-TEST(DbgBuildInfo, aProcessWithoutRecordsRefusesAnOwnerOfNothing)
+TEST(DbgBuildInfo, AProcessWithoutRecordsRefusesAnOwnerOfNothing)
 {
     ZvTest::ChildProcess child({"--child", "nullInfo"});
     EXPECT_EQ(child.await().output, "refused, 0 records\n");
 }
 
-/// While it is written to, another thread lists and registers.
+/// A stream during whose output another thread lists and registers.
 class Visited : public std::stringbuf
 {
 protected:
@@ -184,7 +184,7 @@ protected:
     }
 };
 
-TEST(DbgBuildInfo, isNotKeptFromOtherThreadsWhileItsListIsWritten)
+TEST(DbgBuildInfo, IsNotKeptFromOtherThreadsWhileItsListIsWritten)
 {
     DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libD", 1)));
     Visited buffer;
@@ -195,7 +195,7 @@ TEST(DbgBuildInfo, isNotKeptFromOtherThreadsWhileItsListIsWritten)
 
 // ---- heap
 
-TEST(HmHeapMgr, isOneAndWarmsUpAgain)
+TEST(HmHeapMgr, IsOneAndWarmsUpAgain)
 {
     HmHeapMgr &heap = HmHeapMgr::getInstance();
     EXPECT_EQ(&HmHeapMgr::getInstance(), &heap);
@@ -207,7 +207,7 @@ TEST(HmHeapMgr, isOneAndWarmsUpAgain)
 
 // ---- random numbers
 
-TEST(RnNumRecUniformRng, isUniform)
+TEST(RnNumRecUniformRng, IsUniform)
 {
     RnNumRecUniformRng generator;
     constexpr int NUMBERS = 100000;
@@ -228,7 +228,7 @@ TEST(RnNumRecUniformRng, isUniform)
     EXPECT_LT(chiSquare, 43.8) << "19 degrees of freedom: beyond one in a thousand";
 }
 
-TEST(RnNumRecUniformRng, aCopyGoesOnWithTheSameRow)
+TEST(RnNumRecUniformRng, ACopyGoesOnWithTheSameRow)
 {
     RnNumRecUniformRng first(7);
     first.eval();
@@ -244,7 +244,7 @@ TEST(RnNumRecUniformRng, aCopyGoesOnWithTheSameRow)
 
 // ---- paths
 
-TEST(OsFilePath, takesAPathApart)
+TEST(OsFilePath, TakesAPathApart)
 {
     OsFilePath const path("/usr/share/a.b.wav");
     EXPECT_EQ(path.getPath(), "/usr/share/a.b.wav");
@@ -263,7 +263,7 @@ TEST(OsFilePath, takesAPathApart)
     EXPECT_TRUE(OsFilePath().isEmpty());
 }
 
-TEST(OsFilePath, putsPathsTogether)
+TEST(OsFilePath, PutsPathsTogether)
 {
     auto const joined = [](char const *directory, char const *entry) {
         return OsFilePath(directory).append(OsFilePath(entry)).getPath();
@@ -275,7 +275,7 @@ TEST(OsFilePath, putsPathsTogether)
     EXPECT_EQ(joined("a", "/b"), "/b");
 }
 
-TEST(OsFilePath, isAValue)
+TEST(OsFilePath, IsAValue)
 {
     EXPECT_LT(OsFilePath("a"), OsFilePath("b"));
     EXPECT_EQ(OsFilePath("a"), OsFilePath("a"));
@@ -295,7 +295,7 @@ struct Counted
     int number;
 };
 
-TEST(Immortal, isBuiltAndNeverDestroyed)
+TEST(Immortal, IsBuiltAndNeverDestroyed)
 {
     int const before = nbImmortalsAlive;
     {

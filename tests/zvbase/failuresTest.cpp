@@ -19,7 +19,7 @@ using LogTest::TestLogger;
 
 constexpr char FILE_NAME[] = "../tests/zvbase/failuresTest.cpp";
 
-TEST(Assertions, aTrueConditionCostsNothingAndSaysNothing)
+TEST(Assertions, ATrueConditionCostsNothingAndSaysNothing)
 {
     CapturedLog const log;
     int evaluated = 0;
@@ -31,7 +31,7 @@ TEST(Assertions, aTrueConditionCostsNothingAndSaysNothing)
     EXPECT_TRUE(log.getLines().empty());
 }
 
-TEST(Assertions, aFalseConditionIsTracedAndThrown)
+TEST(Assertions, AFalseConditionIsTracedAndThrown)
 {
     CapturedLog const log;
     int const numGatees = 0;
@@ -52,7 +52,7 @@ TEST(Assertions, aFalseConditionIsTracedAndThrown)
     }
 }
 
-TEST(Assertions, blanksOfAConditionStayInItsReport)
+TEST(Assertions, BlanksOfAConditionStayInItsReport)
 {
     CapturedLog const log;
     try {
@@ -63,7 +63,7 @@ TEST(Assertions, blanksOfAConditionStayInItsReport)
     }
 }
 
-TEST(Assertions, aConditionWithACommaIsOne)
+TEST(Assertions, AConditionWithACommaIsOne)
 {
     CapturedLog const log;
     try {
@@ -74,7 +74,7 @@ TEST(Assertions, aConditionWithACommaIsOne)
     }
 }
 
-TEST(Assertions, aFailedSystemCallBearsItsError)
+TEST(Assertions, AFailedSystemCallBearsItsError)
 {
     CapturedLog const log;
     int const line = __LINE__ + 3;
@@ -98,7 +98,7 @@ TEST(Assertions, aFailedSystemCallBearsItsError)
     }
 }
 
-TEST(Assertions, anAbortedProgramSaysWhere)
+TEST(Assertions, AnAbortedProgramSaysWhere)
 {
     CapturedLog const log;
     int const line = __LINE__ + 2;
@@ -114,7 +114,7 @@ TEST(Assertions, anAbortedProgramSaysWhere)
     }
 }
 
-TEST(Assertions, areLogicErrorsAndNoDevicesFailure)
+TEST(Assertions, AreLogicErrorsAndNoDevicesFailure)
 {
     static_assert(std::is_base_of_v<std::logic_error, AssertionFailed>);
     static_assert(std::is_base_of_v<std::logic_error, ProgramAborted>);
@@ -122,7 +122,7 @@ TEST(Assertions, areLogicErrorsAndNoDevicesFailure)
     static_assert(!std::is_base_of_v<ExBase, ProgramAborted>);
 }
 
-TEST(Assertions, reachTheLogThroughTheQueueOfTheirThread)
+TEST(Assertions, ReachTheLogThroughTheQueueOfTheirThread)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -144,7 +144,7 @@ struct AssertingDestructor
     static inline int nbFinished = 0;
 };
 
-TEST(Assertions, inADestructorThrowWhenNoExceptionIsPassing)
+TEST(Assertions, InADestructorThrowWhenNoExceptionIsPassing)
 {
     CapturedLog const log;
     AssertingDestructor::nbFinished = 0;
@@ -153,7 +153,7 @@ TEST(Assertions, inADestructorThrowWhenNoExceptionIsPassing)
     EXPECT_EQ(log.getLines().size(), 1U);
 }
 
-TEST(Assertions, inADestructorOnlyReportWhileAnExceptionIsPassing)
+TEST(Assertions, InADestructorOnlyReportWhileAnExceptionIsPassing)
 {
     CapturedLog const log;
     AssertingDestructor::nbFinished = 0;
@@ -171,7 +171,7 @@ TEST(Assertions, inADestructorOnlyReportWhileAnExceptionIsPassing)
 
 // ---- system errors
 
-TEST(ExSysError, takesTheLastErrorItself)
+TEST(ExSysError, TakesTheLastErrorItself)
 {
     ::SetLastError(183);
     ExSysErrorWindows const failure("a.cpp", 12);
@@ -182,7 +182,7 @@ TEST(ExSysError, takesTheLastErrorItself)
                  "a.cpp(12): System error 183: An object of that name exists already.");
 }
 
-TEST(ExSysError, hasATextForAnyCode)
+TEST(ExSysError, HasATextForAnyCode)
 {
     ::SetLastError(4711);
     EXPECT_STREQ(ExSysErrorWindows("a.cpp", 1).what(), "System error 4711.");
@@ -203,7 +203,7 @@ bool isCaughtAs()
     }
 }
 
-TEST(ExSysError, isCaughtByEachOfItsBases)
+TEST(ExSysError, IsCaughtByEachOfItsBases)
 {
     EXPECT_TRUE(isCaughtAs<ExSysErrorWindows>());
     EXPECT_TRUE(isCaughtAs<ExSysError>());
@@ -212,7 +212,7 @@ TEST(ExSysError, isCaughtByEachOfItsBases)
     EXPECT_FALSE(isCaughtAs<std::logic_error>());
 }
 
-TEST(ExSysError, isClonedWhole)
+TEST(ExSysError, IsClonedWhole)
 {
     ::SetLastError(6);
     ObjPtr<ExBase> original(new ExSysErrorWindows("a.cpp", 1));
@@ -236,7 +236,7 @@ public:
     using ExBase::setReason;
 };
 
-TEST(ExBase, buildsItsReasonPieceByPiece)
+TEST(ExBase, BuildsItsReasonPieceByPiece)
 {
     ExTest failure("x.cpp", 7);
     EXPECT_STREQ(failure.getReason(), "");
@@ -250,7 +250,7 @@ TEST(ExBase, buildsItsReasonPieceByPiece)
     EXPECT_STREQ(static_cast<std::exception &>(failure).what(), "one, %s, 3");
 }
 
-TEST(ExBase, aLongReasonIsCut)
+TEST(ExBase, ALongReasonIsCut)
 {
     ExTest failure("x.cpp", 7);
     std::string const text(600, 'a');
@@ -260,7 +260,7 @@ TEST(ExBase, aLongReasonIsCut)
     EXPECT_EQ(failure.getReason(), std::string(ExBase::REASON_CAPACITY, 'a'));
 }
 
-TEST(ExBase, aLongFileNameIsCutAndTheReasonIsNot)
+TEST(ExBase, ALongFileNameIsCutAndTheReasonIsNot)
 {
     std::string const file(1000, 'f');
     ExTest failure(file.c_str(), 7);
@@ -270,7 +270,7 @@ TEST(ExBase, aLongFileNameIsCutAndTheReasonIsNot)
     EXPECT_TRUE(std::string(failure.getDetailedReason()).ends_with("reason"));
 }
 
-TEST(ExBase, copiesKeepTheirText)
+TEST(ExBase, CopiesKeepTheirText)
 {
     ExTest first("x.cpp", 7);
     first.setReason("first");

@@ -1,4 +1,4 @@
-// The time order of the log under schedules that are hard to meet by chance.
+// Time order of the log under schedules that rarely happen by chance.
 
 #include "zvbase/logTestUtil.h"
 #include "zvbase/services.h"
@@ -13,7 +13,8 @@ using LogTest::TestLogger;
 using ServiceTest::Hooked;
 using Lines = std::vector<std::string>;
 
-/// A thread that stands still in the middle of ending a line: it has read the clock and has not published the line.
+/// A thread that stops in the middle of ending a line: it has read the clock, but not published the
+/// line.
 class SlowWriter
 {
 public:
@@ -72,7 +73,7 @@ private:
     HANDLE _thread = nullptr;
 };
 
-TEST(LogOrder, aLaterLineWaitsForTheOneThatIsBeingEnded)
+TEST(LogOrder, ALaterLineWaitsForTheOneThatIsBeingEnded)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -92,7 +93,7 @@ TEST(LogOrder, aLaterLineWaitsForTheOneThatIsBeingEnded)
     EXPECT_EQ(log.getLines(), (Lines{"first\n", "second\n"}));
 }
 
-TEST(LogOrder, aThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
+TEST(LogOrder, AThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -112,7 +113,7 @@ TEST(LogOrder, aThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
     EXPECT_EQ(logger.getNbQueues(), 1U) << "only the main thread's";
 }
 
-TEST(LogOrder, aThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
+TEST(LogOrder, AThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -132,7 +133,7 @@ TEST(LogOrder, aThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
     EXPECT_EQ(log.getLines(), (Lines{"second\n", "first\n"}));
 }
 
-TEST(LogOrder, aLineThatIsBeingEndedWhenTheLoggerStopsComesOut)
+TEST(LogOrder, ALineThatIsBeingEndedWhenTheLoggerStopsComesOut)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -147,14 +148,14 @@ TEST(LogOrder, aLineThatIsBeingEndedWhenTheLoggerStopsComesOut)
     EXPECT_EQ(log.getLines(), (Lines{"first\n"}));
 }
 
-TEST(LogOrder, aLineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
+TEST(LogOrder, ALineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
 {
     CapturedLog const log;
     TestLogger logger;
     LgLog::registerQueue(TestLogger::getThreadQueue());
     Hooked hooked;
     bool isDone = false;
-    // The reader's first look at the clock: the line comes right after it.
+    // The line is ended right after the reader has read the clock first.
     hooked->readsClock = [&](LONGLONG &ticks) {
         if (isDone)
             return false;

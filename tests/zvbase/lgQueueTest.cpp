@@ -13,12 +13,12 @@
 
 namespace {
 
-/// Allocations by the calling thread.
+/// The number of allocations of the calling thread.
 thread_local long nbAllocations = 0;
 
 } // namespace
 
-// Not inline: the compiler would see that the one is not made for the other.
+// Not inline, or the compiler warns that the two do not match.
 [[gnu::noinline]] void *operator new(std::size_t size)
 {
     ++nbAllocations;
@@ -45,7 +45,7 @@ using LogTest::fillQueue;
 using LogTest::TestLogger;
 using Lines = std::vector<std::string>;
 
-TEST(LgQueue, isEmptyAndRoomyWhenNew)
+TEST(LgQueue, IsEmptyAndRoomyWhenNew)
 {
     LgQueue queue(7);
     EXPECT_EQ(queue.getThreadId(), 7U);
@@ -55,7 +55,7 @@ TEST(LgQueue, isEmptyAndRoomyWhenNew)
     EXPECT_EQ(queue.getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-TEST(LgQueue, freeCharactersAreWhatOneLineMayHave)
+TEST(LgQueue, FreeCharactersAreWhatOneLineMayHave)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -74,7 +74,7 @@ TEST(LgQueue, freeCharactersAreWhatOneLineMayHave)
     EXPECT_FALSE(queue.isFull());
 }
 
-TEST(LgQueue, aLineOfOneCharacterTooManyIsDroppedAsAWhole)
+TEST(LgQueue, ALineOfOneCharacterTooManyIsDroppedAsAWhole)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -93,12 +93,12 @@ TEST(LgQueue, aLineOfOneCharacterTooManyIsDroppedAsAWhole)
               std::string::npos);
 }
 
-TEST(LgQueue, textsSurviveTheSeamOfTheRing)
+TEST(LgQueue, TextsSurviveTheSeamOfTheRing)
 {
     CapturedLog const log;
     TestLogger logger;
     Lines written;
-    // Lengths that share no factor with the ring's: every place becomes the seam's.
+    // Lengths without a common factor with the ring's: lines cross its end at every place.
     for (int i = 0; i < 5000; ++i) {
         std::string const text =
             std::to_string(i) + std::string(static_cast<unsigned>(i) % 61, 'z');
@@ -112,7 +112,7 @@ TEST(LgQueue, textsSurviveTheSeamOfTheRing)
     EXPECT_EQ(log.getLines(), written);
 }
 
-TEST(LgQueue, aFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
+TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -134,7 +134,7 @@ TEST(LgQueue, aFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
     EXPECT_EQ(lines.back(), "later\n");
 }
 
-TEST(LgQueue, eachLossIsToldOnce)
+TEST(LgQueue, EachLossIsToldOnce)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -146,7 +146,7 @@ TEST(LgQueue, eachLossIsToldOnce)
     }
 }
 
-TEST(LgQueue, anEmptyTextIsALineWhateverStoodInItsPlaceBefore)
+TEST(LgQueue, AnEmptyTextIsALineWhateverStoodInItsPlaceBefore)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -166,7 +166,7 @@ TEST(LgQueue, anEmptyTextIsALineWhateverStoodInItsPlaceBefore)
               static_cast<std::ptrdiff_t>(lines.size() - before));
 }
 
-/// Says when it goes, and whether another thread may read the log then.
+/// Says when it is destroyed, and whether another thread can read the log then.
 class Going : public LgQueue::Observer
 {
 public:
@@ -183,7 +183,7 @@ private:
     int &_nbGone;
 };
 
-TEST(LgQueue, anObserverGoesWhileOthersMayRead)
+TEST(LgQueue, AnObserverGoesWhileOthersMayRead)
 {
     int nbGone = 0;
     {
@@ -195,13 +195,13 @@ TEST(LgQueue, anObserverGoesWhileOthersMayRead)
     EXPECT_EQ(nbGone, 2);
 }
 
-TEST(LgQueue, aLossIsToldBeforeTheLineThatFollowsIt)
+TEST(LgQueue, ALossIsToldBeforeTheLineThatFollowsIt)
 {
     CapturedLog const log;
     TestLogger logger;
     int const kept = fillQueue();
     LgTrace::print("lost");
-    logger.getReader().flushEarliest(); // room for one line
+    EXPECT_TRUE(logger.getReader().flushEarliest()); // makes room for one line
     LgTrace::print("y");
     logger.flush();
     Lines const lines = log.getLines();
@@ -210,7 +210,7 @@ TEST(LgQueue, aLossIsToldBeforeTheLineThatFollowsIt)
     EXPECT_EQ(lines.back(), "y\n");
 }
 
-TEST(LgQueue, writingAllocatesNothing)
+TEST(LgQueue, WritingAllocatesNothing)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -224,7 +224,7 @@ TEST(LgQueue, writingAllocatesNothing)
     EXPECT_EQ(logger.flush(), 101);
 }
 
-TEST(LgQueue, aSuppressedQueueTakesNothingAndCountsNothing)
+TEST(LgQueue, ASuppressedQueueTakesNothingAndCountsNothing)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -243,7 +243,7 @@ TEST(LgQueue, aSuppressedQueueTakesNothingAndCountsNothing)
     EXPECT_EQ(TestLogger::getThreadQueue()->getNbLostLines(), 0U);
 }
 
-TEST(LgQueue, textOutsideALineIsLost)
+TEST(LgQueue, TextOutsideALineIsLost)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -254,7 +254,7 @@ TEST(LgQueue, textOutsideALineIsLost)
     EXPECT_EQ(log.getLines(), (Lines{"a line\n"}));
 }
 
-TEST(LgQueue, theReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
+TEST(LgQueue, TheReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -270,7 +270,7 @@ TEST(LgQueue, theReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
     EXPECT_EQ(log.getLines(), (Lines{"last words\n"}));
 }
 
-TEST(LgQueue, theLossesOfAnEndedThreadAreTold)
+TEST(LgQueue, TheLossesOfAnEndedThreadAreTold)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -285,7 +285,7 @@ TEST(LgQueue, theLossesOfAnEndedThreadAreTold)
     EXPECT_NE(log.getLines().back().find("1 lines (4 characters) lost"), std::string::npos);
 }
 
-TEST(LgQueue, aKillerEndsTheQueueOfItsVictim)
+TEST(LgQueue, AKillerEndsTheQueueOfItsVictim)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -293,7 +293,7 @@ TEST(LgQueue, aKillerEndsTheQueueOfItsVictim)
     std::thread([&] {
         LgTrace::print("interrupted");
         number = LogTest::threadQueue->getThreadId();
-        LogTest::threadQueue = nullptr; // as one that was killed
+        LogTest::threadQueue = nullptr; // as if the thread was killed
     }).join();
     EXPECT_TRUE(LgLog::creatorExit(number));
     EXPECT_FALSE(LgLog::creatorExit(number)) << "it has ended already";
@@ -302,7 +302,7 @@ TEST(LgQueue, aKillerEndsTheQueueOfItsVictim)
     EXPECT_EQ(log.getLines(), (Lines{"interrupted\n"}));
 }
 
-TEST(LgQueue, aVictimThatIsKilledInsideALineLosesThatLineOnly)
+TEST(LgQueue, AVictimThatIsKilledInsideALineLosesThatLineOnly)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -310,7 +310,7 @@ TEST(LgQueue, aVictimThatIsKilledInsideALineLosesThatLineOnly)
     std::thread([&] {
         LgTrace::print("whole");
         number = LogTest::threadQueue->getThreadId();
-        // Never ended: the thread is gone in the middle of it.
+        // Never ended, as if the thread was killed in the middle of it.
         alignas(LgLine) static std::byte room[sizeof(LgLine)];
         auto * const line = ::new (static_cast<void *>(room)) LgLine(LgLine::PLAIN);
         line->getStream() << "half a li";
@@ -322,7 +322,7 @@ TEST(LgQueue, aVictimThatIsKilledInsideALineLosesThatLineOnly)
     EXPECT_EQ(log.getLines(), (Lines{"whole\n"}));
 }
 
-TEST(LgQueue, withoutALoggerAnEndingThreadWritesAndDeletesItsQueue)
+TEST(LgQueue, WithoutALoggerAnEndingThreadWritesAndDeletesItsQueue)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -347,7 +347,7 @@ TEST(LgQueue, withoutALoggerAnEndingThreadWritesAndDeletesItsQueue)
 
 // ---- blocking trace
 
-/// Takes the reader's part while the writer waits.
+/// Reads while the writer waits.
 class ReadingObserver : public LgQueue::Observer
 {
 public:
@@ -390,7 +390,7 @@ protected:
     TestLogger _logger;
 };
 
-TEST_F(BlockingTrace, aWriterWaitsForRoomAndLosesNothing)
+TEST_F(BlockingTrace, AWriterWaitsForRoomAndLosesNothing)
 {
     Lines written;
     for (int i = 0; i < 2000; ++i) {
@@ -405,7 +405,7 @@ TEST_F(BlockingTrace, aWriterWaitsForRoomAndLosesNothing)
     EXPECT_EQ(ReadingObserver::lastRoom, LgQueue::CAPACITY - 32);
 }
 
-TEST_F(BlockingTrace, aLongLineWaitsInTheMiddle)
+TEST_F(BlockingTrace, ALongLineWaitsInTheMiddle)
 {
     LgTrace::print("first");
     std::string const text(LgQueue::CAPACITY - 33, 'y');
@@ -418,7 +418,7 @@ TEST_F(BlockingTrace, aLongLineWaitsInTheMiddle)
     EXPECT_EQ(ReadingObserver::nbWaits, 1);
 }
 
-TEST_F(BlockingTrace, aLineThatFitsNoQueueIsDroppedWithoutWaiting)
+TEST_F(BlockingTrace, ALineThatFitsNoQueueIsDroppedWithoutWaiting)
 {
     {
         LgLine line(LgLine::PLAIN);
@@ -429,7 +429,7 @@ TEST_F(BlockingTrace, aLineThatFitsNoQueueIsDroppedWithoutWaiting)
     EXPECT_EQ(TestLogger::getThreadQueue()->getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-/// Leaves it at having been asked.
+/// Returns without making room.
 class IdleObserver : public LgQueue::Observer
 {
 public:
@@ -437,7 +437,7 @@ public:
     void wait(LgQueue &, unsigned) override {}
 };
 
-TEST_F(BlockingTrace, aLineIsDroppedWhereWaitingMadeNoRoom)
+TEST_F(BlockingTrace, ALineIsDroppedWhereWaitingMadeNoRoom)
 {
     LgTrace::print("first");
     LgQueue &queue = *TestLogger::getThreadQueue();
@@ -451,7 +451,7 @@ TEST_F(BlockingTrace, aLineIsDroppedWhereWaitingMadeNoRoom)
     EXPECT_EQ(queue.getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-TEST_F(BlockingTrace, nobodyWaitsOnceTheLoggerIsStopping)
+TEST_F(BlockingTrace, NobodyWaitsOnceTheLoggerIsStopping)
 {
     fillQueue();
     LgLog::setLoggerActive(false);

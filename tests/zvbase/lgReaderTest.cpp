@@ -72,7 +72,7 @@ private:
     std::thread _thread;
 };
 
-TEST(LgReader, withoutLinesNothingIsWritten)
+TEST(LgReader, WithoutLinesNothingIsWritten)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -83,7 +83,7 @@ TEST(LgReader, withoutLinesNothingIsWritten)
     EXPECT_EQ(log.getLines(), (Lines{"x\n"}));
 }
 
-TEST(LgReader, eachCallWritesTheEarliestLineOfAllQueues)
+TEST(LgReader, EachCallWritesTheEarliestLineOfAllQueues)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -102,7 +102,7 @@ TEST(LgReader, eachCallWritesTheEarliestLineOfAllQueues)
     EXPECT_EQ(log.getLines(), (Lines{"1 anna\n", "2 bert\n", "3 main\n", "4 bert\n", "5 anna\n"}));
 }
 
-TEST(LgReader, aLineCountsFromItsEnd)
+TEST(LgReader, ALineCountsFromItsEnd)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -117,7 +117,7 @@ TEST(LgReader, aLineCountsFromItsEnd)
     EXPECT_EQ(log.getLines(), (Lines{"ended first\n", "begun first\n"}));
 }
 
-TEST(LgReader, aQueueThatIsRegisteredTwiceIsReadOnce)
+TEST(LgReader, AQueueThatIsRegisteredTwiceIsReadOnce)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -129,7 +129,7 @@ TEST(LgReader, aQueueThatIsRegisteredTwiceIsReadOnce)
     EXPECT_EQ(logger.flush(), 1);
 }
 
-TEST(LgReader, threadsThatLiveOnEnterTheirQueuesWithTheNextLogger)
+TEST(LgReader, ThreadsThatLiveOnEnterTheirQueuesWithTheNextLogger)
 {
     CapturedLog const log;
     Servant servant;
@@ -147,7 +147,7 @@ TEST(LgReader, threadsThatLiveOnEnterTheirQueuesWithTheNextLogger)
     EXPECT_EQ(log.getLines(), (Lines{"first life\n", "nobody's\n", "second life\n"}));
 }
 
-TEST(LgReader, stoppingWritesWhatIsLeft)
+TEST(LgReader, StoppingWritesWhatIsLeft)
 {
     CapturedLog const log;
     {
@@ -157,7 +157,7 @@ TEST(LgReader, stoppingWritesWhatIsLeft)
     EXPECT_EQ(log.getLines(), (Lines{"just before\n"}));
 }
 
-TEST(LgReader, aRegistryThatIsPutAsideIsEmptiedFirst)
+TEST(LgReader, ARegistryThatIsPutAsideIsEmptiedFirst)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -172,7 +172,7 @@ TEST(LgReader, aRegistryThatIsPutAsideIsEmptiedFirst)
     static_cast<void>(LgLog::setRegistry(registry));
 }
 
-TEST(LgReader, flushWritesInTheCallingThread)
+TEST(LgReader, FlushWritesInTheCallingThread)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -207,7 +207,7 @@ private:
     std::function<void()> _act;
 };
 
-TEST(LgReader, anOutputThatReadsTheLogReadsNothing)
+TEST(LgReader, AnOutputThatReadsTheLogReadsNothing)
 {
     TestLogger logger;
     int nbRead = 0;
@@ -219,7 +219,7 @@ TEST(LgReader, anOutputThatReadsTheLogReadsNothing)
     EXPECT_EQ(log.text, "first\nsecond\n");
 }
 
-TEST(LgReader, anOutputThatThrowsGetsTheNextLine)
+TEST(LgReader, AnOutputThatThrowsGetsTheNextLine)
 {
     TestLogger logger;
     bool fails = true;
@@ -234,7 +234,7 @@ TEST(LgReader, anOutputThatThrowsGetsTheNextLine)
     EXPECT_EQ(log.text, "written\n");
 }
 
-TEST(LgReader, severalReadersShareTheWork)
+TEST(LgReader, SeveralReadersShareTheWork)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -252,7 +252,7 @@ TEST(LgReader, severalReadersShareTheWork)
     EXPECT_EQ(log.getLines(), written);
 }
 
-TEST(LgReader, aReaderForgetsAQueueThatAnotherOneDeleted)
+TEST(LgReader, AReaderForgetsAQueueThatAnotherOneDeleted)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -267,7 +267,8 @@ TEST(LgReader, aReaderForgetsAQueueThatAnotherOneDeleted)
     EXPECT_FALSE(logger.getReader().flushEarliest());
 }
 
-/// Threads write numbered lines as fast as they can while a reader reads; all of it has to come out in order.
+/// Threads write numbered lines as fast as they can while a reader reads. All lines must come out
+/// in order.
 class Flood
 {
 public:
@@ -278,7 +279,7 @@ public:
     {
         _start.arrive_and_wait();
         for (int i = 0; i < LINES; ++i) {
-            // Room is waited for here, so that nothing is lost.
+            // Waits for room, so that nothing is lost.
             while (TestLogger::getThreadQueue()->getStream().getNumCharacters() < 1000)
                 std::this_thread::yield();
             ZV_TRACE(getLevel(), thread << ' ' << i);
@@ -293,7 +294,7 @@ public:
         for (int i = 0; i < THREADS; ++i)
             threads.emplace_back([this, i] { write(i); });
         while (_running > 0)
-            logger.getReader().flushEarliest();
+            static_cast<void>(logger.getReader().flushEarliest());
         for (std::thread &thread : threads)
             thread.join();
         logger.flush();
@@ -304,7 +305,7 @@ private:
     std::atomic<int> _running = THREADS;
 };
 
-TEST(LgReader, underLoadThreadsKeepTheirOrderAndTheLogItsTime)
+TEST(LgReader, UnderLoadThreadsKeepTheirOrderAndTheLogItsTime)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -325,9 +326,9 @@ TEST(LgReader, underLoadThreadsKeepTheirOrderAndTheLogItsTime)
     }
 }
 
-TEST(LgReader, nothingIsLostWhenTheLoggerStopsInTheMiddle)
+TEST(LgReader, NothingIsLostWhenTheLoggerStopsInTheMiddle)
 {
-    constexpr int LINES = 200; // that many fit a queue
+    constexpr int LINES = 200; // as many fit a queue
     for (int round = 0; round < 20; ++round) {
         CapturedLog const log;
         std::vector<std::thread> threads;
@@ -345,7 +346,7 @@ TEST(LgReader, nothingIsLostWhenTheLoggerStopsInTheMiddle)
             }
             start.arrive_and_wait();
             for (int i = 0; i < round * 10; ++i)
-                logger.getReader().flushEarliest();
+                static_cast<void>(logger.getReader().flushEarliest());
         }
         for (std::thread &thread : threads)
             thread.join();

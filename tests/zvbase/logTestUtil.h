@@ -1,4 +1,4 @@
-// A log that a test has for itself.
+// Captures the log of a test, and plays the logger.
 #pragma once
 
 #include "zvbase/lgLog.h"
@@ -18,7 +18,7 @@
 
 namespace Zv::LogTest {
 
-/// Takes the lines of the log while it lives.
+/// Captures the lines of the log during its lifetime.
 class CapturedLog
 {
 public:
@@ -32,7 +32,7 @@ public:
         std::lock_guard const guard(_mutex);
         return _lines;
     }
-    /// The lines behind their moment and their tag.
+    /// Returns the lines without their moment, tag and place.
     std::vector<std::string> getTexts() const
     {
         std::vector<std::string> texts;
@@ -79,8 +79,8 @@ private:
 
 inline thread_local LgQueue *threadQueue = nullptr;
 
-/// The logger's side without a thread that reads: the test reads. A thread of a test that has written ends with
-/// `endThread`.
+/// A logger without a thread: the test reads. A thread that has written must call `endThread`
+/// before it ends.
 class TestLogger
 {
 public:
@@ -139,7 +139,7 @@ private:
     std::optional<LgReader> _reader;
 };
 
-/// A queue that is filled up so that not one line more fits. Returns the number of lines.
+/// Fills the queue until no line fits. Returns the number of lines.
 inline int fillQueue()
 {
     LgQueue &queue = *TestLogger::getThreadQueue();

@@ -41,7 +41,7 @@ protected:
     ~ObjPtrTest() override { EXPECT_EQ(nbAlive, 0); }
 };
 
-TEST_F(ObjPtrTest, passedByValueItIsNullInTheCaller)
+TEST_F(ObjPtrTest, PassedByValueItIsNullInTheCaller)
 {
     ObjPtr<Thing> thing(new Thing);
     take(thing);
@@ -49,7 +49,7 @@ TEST_F(ObjPtrTest, passedByValueItIsNullInTheCaller)
     EXPECT_EQ(nbAlive, 0);
 }
 
-TEST_F(ObjPtrTest, copyingAndAssigningMove)
+TEST_F(ObjPtrTest, CopyingAndAssigningMove)
 {
     ObjPtr<Thing> first(new Thing(1));
     ObjPtr<Thing> second(first);
@@ -66,7 +66,7 @@ TEST_F(ObjPtrTest, copyingAndAssigningMove)
     EXPECT_EQ(nbAlive, 0);
 }
 
-TEST_F(ObjPtrTest, assignedToItselfItKeepsItsObject)
+TEST_F(ObjPtrTest, AssignedToItselfItKeepsItsObject)
 {
     ObjPtr<Thing> thing(new Thing(1));
     ObjPtr<Thing> &same = thing;
@@ -77,7 +77,7 @@ TEST_F(ObjPtrTest, assignedToItselfItKeepsItsObject)
     EXPECT_EQ(nbAlive, 1);
 }
 
-TEST_F(ObjPtrTest, anOwnerOfADerivedObjectGivesItUp)
+TEST_F(ObjPtrTest, AnOwnerOfADerivedObjectGivesItUp)
 {
     ObjPtr<SpecialThing> special(new SpecialThing(1));
     ObjPtr<Thing> thing(special);
@@ -95,7 +95,7 @@ struct PlainBase
 struct PlainDerived : PlainBase
 {};
 
-TEST_F(ObjPtrTest, anObjectIsGivenUpToABaseOnlyIfThatDestroysAllOfIt)
+TEST_F(ObjPtrTest, AnObjectIsGivenUpToABaseOnlyIfThatDestroysAllOfIt)
 {
     static_assert(!std::is_constructible_v<ObjPtr<PlainBase>, ObjPtr<PlainDerived> &>);
     static_assert(!std::is_constructible_v<ObjPtr<PlainBase>, ObjPtrRet<PlainDerived>>);
@@ -107,7 +107,7 @@ TEST_F(ObjPtrTest, anObjectIsGivenUpToABaseOnlyIfThatDestroysAllOfIt)
     EXPECT_TRUE(owner.isNull());
 }
 
-TEST_F(ObjPtrTest, aReturnedObjectFindsItsOwner)
+TEST_F(ObjPtrTest, AReturnedObjectFindsItsOwner)
 {
     ObjPtr<Thing> const thing(make(5));
     EXPECT_EQ(thing->number, 5);
@@ -119,7 +119,7 @@ TEST_F(ObjPtrTest, aReturnedObjectFindsItsOwner)
     static_assert(!std::is_copy_constructible_v<ObjPtrRet<Thing>>);
 }
 
-TEST_F(ObjPtrTest, aReturnedObjectCanBeTakenRaw)
+TEST_F(ObjPtrTest, AReturnedObjectCanBeTakenRaw)
 {
     ObjPtrRet<Thing> returned = make(5);
     EXPECT_FALSE(returned.isNull());
@@ -128,7 +128,7 @@ TEST_F(ObjPtrTest, aReturnedObjectCanBeTakenRaw)
     delete raw;
 }
 
-TEST_F(ObjPtrTest, releaseHandsTheObjectBack)
+TEST_F(ObjPtrTest, ReleaseHandsTheObjectBack)
 {
     ObjPtr<Thing> thing(new Thing);
     Thing * const raw = thing.release();
@@ -137,7 +137,7 @@ TEST_F(ObjPtrTest, releaseHandsTheObjectBack)
     delete raw;
 }
 
-TEST_F(ObjPtrTest, resetAndSwapChangeTheObject)
+TEST_F(ObjPtrTest, ResetAndSwapChangeTheObject)
 {
     ObjPtr<Thing> first(new Thing(1));
     ObjPtr<Thing> second;
@@ -150,7 +150,7 @@ TEST_F(ObjPtrTest, resetAndSwapChangeTheObject)
     EXPECT_FALSE(second);
 }
 
-TEST_F(ObjPtrTest, aNullPointerIsNotUsed)
+TEST_F(ObjPtrTest, ANullPointerIsNotUsed)
 {
     ObjPtr<Thing> const null;
     try {
@@ -166,7 +166,7 @@ TEST_F(ObjPtrTest, aNullPointerIsNotUsed)
     EXPECT_THROW(static_cast<void>(ArrayPtr<int>()[0]), ExBase);
 }
 
-TEST_F(ObjPtrTest, anArrayIsDeletedAsOne)
+TEST_F(ObjPtrTest, AnArrayIsDeletedAsOne)
 {
     ArrayPtr<Thing> things(new Thing[3]);
     EXPECT_EQ(nbAlive, 3);
@@ -176,7 +176,7 @@ TEST_F(ObjPtrTest, anArrayIsDeletedAsOne)
     EXPECT_TRUE(things.isNull());
 }
 
-TEST_F(ObjPtrTest, standardContainersHoldOwners)
+TEST_F(ObjPtrTest, StandardContainersHoldOwners)
 {
     std::vector<ObjPtr<Thing>> things;
     for (int i = 0; i < 10; ++i)
@@ -191,7 +191,7 @@ struct Stubborn
     ~Stubborn() noexcept(false) { throw std::runtime_error("stays"); }
 };
 
-TEST_F(ObjPtrTest, letsTheExceptionOfADestructorPass)
+TEST_F(ObjPtrTest, LetsTheExceptionOfADestructorPass)
 {
     ObjPtr<Stubborn> stubborn(new Stubborn);
     EXPECT_THROW(stubborn.reset(), std::runtime_error);

@@ -18,7 +18,7 @@ namespace {
 
 using Types = OsDateTypes;
 
-/// The process stands at a place while this lives.
+/// Sets the time zone of the process during its lifetime.
 class At
 {
 public:
@@ -26,7 +26,7 @@ public:
     ~At() { ZvTest::setVariable("TZ", nullptr); }
 };
 
-// Rules in full, so that no list of zones need be installed.
+// Complete rules, so that no list of zones has to be installed.
 constexpr char BERLIN[] = "CET-1CEST,M3.5.0,M10.5.0/3";
 
 std::int64_t toSeconds(int year, int month, int day, int hour, int minute, double seconds,
@@ -46,7 +46,7 @@ bool isDate(int year, int month, int day, int hour = 0, int minute = 0, double s
     return made;
 }
 
-TEST(OsDate, countsFrom1970)
+TEST(OsDate, CountsFrom1970)
 {
     EXPECT_EQ(toSeconds(1970, 1, 1, 0, 0, 0), 0);
     EXPECT_EQ(toSeconds(2000, 3, 1, 0, 0, 0), 951868800);
@@ -56,7 +56,7 @@ TEST(OsDate, countsFrom1970)
     EXPECT_EQ(toSeconds(9999, 12, 31, 23, 59, 59), 253402300799);
 }
 
-TEST(OsDate, keepsFractionsOfASecond)
+TEST(OsDate, KeepsFractionsOfASecond)
 {
     Types::DateRep date;
     ASSERT_TRUE(OsDateUtil::makeTime(date, 1970, 1, 1, 0, 0, 12.345678, Types::UNIVERSAL));
@@ -69,7 +69,7 @@ TEST(OsDate, keepsFractionsOfASecond)
     }
 }
 
-TEST(OsDate, refusesWhatIsNoDate)
+TEST(OsDate, RefusesWhatIsNoDate)
 {
     EXPECT_FALSE(isDate(2006, 0, 1));
     EXPECT_FALSE(isDate(2006, 13, 1));
@@ -89,7 +89,7 @@ TEST(OsDate, refusesWhatIsNoDate)
     EXPECT_TRUE(isDate(2006, 12, 31, 23, 59, 59.999));
 }
 
-TEST(OsDate, knowsLeapYears)
+TEST(OsDate, KnowsLeapYears)
 {
     EXPECT_TRUE(isDate(2004, 2, 29));
     EXPECT_TRUE(isDate(2000, 2, 29));
@@ -105,7 +105,7 @@ constexpr std::int64_t EARLIEST = 0;
 constexpr std::int64_t EARLIEST = -200'000;
 #endif
 
-TEST(OsDate, agreesWithTheStandardLibraryOnEveryDay)
+TEST(OsDate, AgreesWithTheStandardLibraryOnEveryDay)
 {
     for (std::int64_t day = EARLIEST; day < 200'000; day += 17) {
         std::time_t const seconds = day * 86'400 + 45'296;
@@ -130,7 +130,7 @@ TEST(OsDate, agreesWithTheStandardLibraryOnEveryDay)
     }
 }
 
-TEST(OsDate, localTimeIsThatOfThePlace)
+TEST(OsDate, LocalTimeIsThatOfThePlace)
 {
     At const place(BERLIN);
     EXPECT_EQ(toSeconds(2006, 2, 20, 13, 0, 0, Types::LOCAL), toSeconds(2006, 2, 20, 12, 0, 0));
@@ -146,7 +146,7 @@ TEST(OsDate, localTimeIsThatOfThePlace)
     EXPECT_STREQ(OsDateUtil::convertToDateStruct(date, Types::UNIVERSAL).zone, "UTC");
 }
 
-TEST(OsDate, refusesTheHourThatThePlacesClockSkips)
+TEST(OsDate, RefusesTheHourThatThePlacesClockSkips)
 {
     At const place(BERLIN);
     EXPECT_TRUE(isDate(2006, 3, 26, 1, 59, 59, Types::LOCAL));
@@ -156,7 +156,7 @@ TEST(OsDate, refusesTheHourThatThePlacesClockSkips)
     EXPECT_TRUE(isDate(2006, 10, 29, 2, 30, 0, Types::LOCAL)) << "this one comes twice";
 }
 
-TEST(OsDate, ofAnHourThatThePlacesClockRepeatsTheFirstIsMeant)
+TEST(OsDate, OfAnHourThatThePlacesClockRepeatsTheFirstIsMeant)
 {
     At const place(BERLIN);
     std::int64_t const first = toSeconds(2006, 10, 29, 0, 30, 0);
@@ -166,12 +166,12 @@ TEST(OsDate, ofAnHourThatThePlacesClockRepeatsTheFirstIsMeant)
     EXPECT_EQ(toSeconds(2006, 10, 29, 2, 30, 0, Types::LOCAL), first);
 }
 
-TEST(OsDate, aTimeThatTheClockRepeatsHasTwoMomentsWhateverTheShift)
+TEST(OsDate, ATimeThatTheClockRepeatsHasTwoMomentsWhateverTheShift)
 {
     struct Place
     {
         char const *zone;
-        int day, hour, minute; // of April 2006, which the clock shows twice
+        int day, hour, minute; // of April 2006, which local clocks show twice
         std::int64_t first;
         std::int64_t shift;
     };
@@ -199,7 +199,7 @@ TEST(OsDate, aTimeThatTheClockRepeatsHasTwoMomentsWhateverTheShift)
     EXPECT_FALSE(OsDateUtil::makeTime(date, 2006, 4, 2, 1, 45, 0, Types::UNIVERSAL, 1));
 }
 
-TEST(OsDate, goesByTheZoneThatTZNamesNow)
+TEST(OsDate, GoesByTheZoneThatTZNamesNow)
 {
     Types::DateRep const date = {toSeconds(2006, 1, 1, 12, 0, 0) * 1'000'000};
     for (int turn = 0; turn < 2; ++turn) {
@@ -212,7 +212,7 @@ TEST(OsDate, goesByTheZoneThatTZNamesNow)
     }
 }
 
-TEST(OsDate, aZoneThatWronglyCallsItselfUniversalTimeIsNamedByItsDistance)
+TEST(OsDate, AZoneThatWronglyCallsItselfUniversalTimeIsNamedByItsDistance)
 {
     auto const zoneAt = [](char const *zone) {
         At const there(zone);
@@ -225,7 +225,7 @@ TEST(OsDate, aZoneThatWronglyCallsItselfUniversalTimeIsNamedByItsDistance)
     EXPECT_EQ(zoneAt("UTD-3"), "UTD");
 }
 
-TEST(OsDate, waitsForTheEnvironmentByLocalTimeOnly)
+TEST(OsDate, WaitsForTheEnvironmentByLocalTimeOnly)
 {
     auto const make = [](Types::TimeMode mode) {
         return [mode] { isDate(2006, 7, 1, 12, 0, 0, mode); };
@@ -239,7 +239,7 @@ TEST(OsDate, waitsForTheEnvironmentByLocalTimeOnly)
     EXPECT_FALSE(ZvTest::waitsForTheEnvironment(takeApart(Types::UNIVERSAL)));
 }
 
-TEST(OsDate, millisecondsBefore1970AreCutDownwards)
+TEST(OsDate, MillisecondsBefore1970AreCutDownwards)
 {
     Types::DateStruct const date = OsDateUtil::convertToDateStruct({-1}, Types::UNIVERSAL);
     EXPECT_EQ(date.tm.tm_sec, 59);
@@ -247,7 +247,7 @@ TEST(OsDate, millisecondsBefore1970AreCutDownwards)
     EXPECT_EQ(date.tm.tm_year, 69);
 }
 
-TEST(OsDate, addsSecondsAndStaysInRange)
+TEST(OsDate, AddsSecondsAndStaysInRange)
 {
     using Limits = std::numeric_limits<std::int64_t>;
     EXPECT_EQ(OsDateUtil::add({5}, 1.5).microseconds, 1'500'005);
@@ -260,13 +260,13 @@ TEST(OsDate, addsSecondsAndStaysInRange)
     EXPECT_EQ(OsDateUtil::add({5}, std::numeric_limits<double>::quiet_NaN()).microseconds, 5);
 }
 
-TEST(OsDate, datesCompare)
+TEST(OsDate, DatesCompare)
 {
     EXPECT_LT(Types::DateRep{1}, Types::DateRep{2});
     EXPECT_EQ(Types::DateRep{}, Types::DateRep{0});
 }
 
-TEST(OsDate, nowIsBetweenTwoReadingsOfTheSystemsClock)
+TEST(OsDate, NowIsBetweenTwoReadingsOfTheSystemsClock)
 {
     std::time_t const before = std::time(nullptr);
     std::int64_t const now = OsDateUtil::now().microseconds;
@@ -276,7 +276,7 @@ TEST(OsDate, nowIsBetweenTwoReadingsOfTheSystemsClock)
     EXPECT_LT(now, (after + 2) * 1'000'000LL);
 }
 
-TEST(OsDate, anyThreadTakesDatesApart)
+TEST(OsDate, AnyThreadTakesDatesApart)
 {
     At const place(BERLIN);
     std::vector<std::thread> threads;
@@ -295,7 +295,7 @@ TEST(OsDate, anyThreadTakesDatesApart)
         thread.join();
 }
 
-TEST(OsDateEx, anInvalidDateSaysSo)
+TEST(OsDateEx, AnInvalidDateSaysSo)
 {
     OsDateEx::ExInvalidDate const failure("a.cpp", 3);
     EXPECT_STREQ(failure.getReason(), "Invalid date.");

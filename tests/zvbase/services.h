@@ -1,4 +1,4 @@
-// The services of the platform under a test's control.
+// Services of the platform under the control of a test.
 #pragma once
 
 #include "platform/services.h"
@@ -7,20 +7,21 @@
 
 namespace Zv::ServiceTest {
 
-/// What a service does instead, where a test says so. A hook is set before the threads start that meet it.
+/// Functions that replace a service. A test must set them before it starts threads that use the
+/// service.
 struct Hooks
 {
     std::function<bool()> refusesToCreateTimer;
     std::function<bool()> refusesToSetTimer;
     std::function<bool()> refusesToClose;
     std::function<void(HANDLE, DWORD)> beforeWait;
-    std::function<bool(LONGLONG &)> readsClock; // true where it has set the ticks
-    std::function<bool(DWORD)> sleeps;          // true where it has slept
+    std::function<bool(LONGLONG &)> readsClock; // returns true if it has set the ticks
+    std::function<bool(DWORD)> sleeps;          // returns true if it has slept
 };
 
 Hooks &getHooks();
 
-/// Takes all hooks away again. No other thread calls a service then.
+/// Removes all hooks. No other thread may call a service at that time.
 class Hooked
 {
 public:

@@ -21,7 +21,7 @@ constexpr std::int64_t SMALLEST = std::numeric_limits<std::int64_t>::min();
 
 // ---- fractions
 
-TEST(Rational, isZeroByDefaultAndInLowestTerms)
+TEST(Rational, IsZeroByDefaultAndInLowestTerms)
 {
     EXPECT_EQ(Rational(), Rational(0, 7));
     EXPECT_EQ(Rational().getDenominator(), 1);
@@ -34,7 +34,7 @@ TEST(Rational, isZeroByDefaultAndInLowestTerms)
     EXPECT_DOUBLE_EQ(Rational(-1, 4).getDouble(), -0.25);
 }
 
-TEST(Rational, bearsItsSignAbove)
+TEST(Rational, BearsItsSignAbove)
 {
     EXPECT_EQ(Rational(1, -2), Rational(-1, 2));
     EXPECT_EQ(Rational(-1, -2), Rational(1, 2));
@@ -42,7 +42,7 @@ TEST(Rational, bearsItsSignAbove)
     EXPECT_EQ(Rational(0, -5).getNumerator(), 0);
 }
 
-TEST(Rational, comparesExactly)
+TEST(Rational, ComparesExactly)
 {
     EXPECT_LT(Rational(1, 3), Rational(1, 2));
     EXPECT_LT(Rational(-1, 2), Rational(-1, 3));
@@ -53,7 +53,7 @@ TEST(Rational, comparesExactly)
     EXPECT_LT(Rational(SMALLEST, 1), Rational(SMALLEST + 1, 1));
 }
 
-TEST(Rational, reachesTheEndsOfItsRange)
+TEST(Rational, ReachesTheEndsOfItsRange)
 {
     EXPECT_EQ(Rational(SMALLEST, SMALLEST), Rational(1, 1));
     EXPECT_EQ(Rational(SMALLEST, 2).getNumerator(), SMALLEST / 2);
@@ -62,7 +62,7 @@ TEST(Rational, reachesTheEndsOfItsRange)
     EXPECT_EQ(Rational(2, SMALLEST), Rational(-1, -(SMALLEST / 2)));
 }
 
-TEST(Rational, refusesWhatIsNoFraction)
+TEST(Rational, RefusesWhatIsNoFraction)
 {
     LogTest::CapturedLog const log;
     Rational value(1, 2);
@@ -75,7 +75,7 @@ TEST(Rational, refusesWhatIsNoFraction)
                                                         "Assertion \"fits\" failed\n"}));
 }
 
-TEST(Rational, writesItself)
+TEST(Rational, WritesItself)
 {
     std::ostringstream stream;
     stream << Rational(-30000, 1001);
@@ -84,7 +84,7 @@ TEST(Rational, writesItself)
 
 // ---- times
 
-TEST(DtTime, isZeroAtRateOneByDefault)
+TEST(DtTime, IsZeroAtRateOneByDefault)
 {
     DtTime const time;
     EXPECT_EQ(time.getCount(), 0);
@@ -93,7 +93,7 @@ TEST(DtTime, isZeroAtRateOneByDefault)
     EXPECT_EQ(time, DtTime(0, Rational(48000, 1)));
 }
 
-TEST(DtTime, comparesAcrossRates)
+TEST(DtTime, ComparesAcrossRates)
 {
     EXPECT_EQ(DtTime(48000, Rational(48000, 1)), DtTime(25, Rational(25, 1)));
     EXPECT_LT(DtTime(24, Rational(25, 1)), DtTime(48000, Rational(48000, 1)));
@@ -103,7 +103,7 @@ TEST(DtTime, comparesAcrossRates)
     EXPECT_DOUBLE_EQ(DtTime(30000, Rational(30000, 1001)).getSeconds(), 1001.0);
 }
 
-TEST(DtTime, comparesExactlyAtTheEndsOfItsRange)
+TEST(DtTime, ComparesExactlyAtTheEndsOfItsRange)
 {
     DtTime const huge(LARGEST, Rational(1, LARGEST));
     EXPECT_LT(DtTime(LARGEST - 1, Rational(1, LARGEST)), huge);
@@ -113,7 +113,7 @@ TEST(DtTime, comparesExactlyAtTheEndsOfItsRange)
     EXPECT_EQ(DtTime(LARGEST, Rational(LARGEST, 1)), DtTime(1, Rational(1, 1)));
 }
 
-TEST(DtTime, refusesARateThatIsNone)
+TEST(DtTime, RefusesARateThatIsNone)
 {
     LogTest::CapturedLog const log;
     EXPECT_THROW(DtTime(1, Rational()), AssertionFailed);
@@ -121,7 +121,7 @@ TEST(DtTime, refusesARateThatIsNone)
     EXPECT_EQ(log.getTexts().at(0), "Assertion \"rate > Rational()\" failed\n");
 }
 
-TEST(DtTimeMark, isAValue)
+TEST(DtTimeMark, IsAValue)
 {
     DtTimeMark const none;
     EXPECT_EQ(none, DtTimeMark(DtTime(0, Rational(25, 1)), 0));
@@ -138,7 +138,7 @@ TEST(DtTimeMark, isAValue)
 
 // ---- the clock
 
-TEST(Sleeper, isOneAndNeverGoesBack)
+TEST(Sleeper, IsOneAndNeverGoesBack)
 {
     Sleeper &sleeper = Sleeper::getInstance();
     EXPECT_EQ(&Sleeper::getInstance(), &sleeper);
@@ -152,7 +152,7 @@ TEST(Sleeper, isOneAndNeverGoesBack)
     EXPECT_LE(sleeper.getResolution(), 1e-6);
 }
 
-TEST(Sleeper, sleepsNoShorterThanTold)
+TEST(Sleeper, SleepsNoShorterThanTold)
 {
     Sleeper &sleeper = Sleeper::getInstance();
     double const before = sleeper.getTime();
@@ -160,16 +160,16 @@ TEST(Sleeper, sleepsNoShorterThanTold)
     EXPECT_GE(sleeper.getTime() - before, 0.0099);
 }
 
-TEST(Sleeper, doesNotSleepForNothing)
+TEST(Sleeper, DoesNotSleepForNothing)
 {
-    // These return; a duration that went round would not.
+    // These calls return. A duration that wrapped around would not.
     for (double seconds : {0.0, -1.0, -1e300, std::nan("")})
         Sleeper::getInstance().sleep(seconds);
 }
 
 // ---- beats
 
-TEST(PeriodicTimer, clampsItsIntervalToTheResolution)
+TEST(PeriodicTimer, ClampsItsIntervalToTheResolution)
 {
     double const finest = PeriodicTimer::getResolution();
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.25));
@@ -182,7 +182,7 @@ TEST(PeriodicTimer, clampsItsIntervalToTheResolution)
     EXPECT_EQ(timer->setInterval(2), 2.0);
 }
 
-TEST(PeriodicTimer, theFirstBeatIsNumberOneAndComesOneIntervalLater)
+TEST(PeriodicTimer, TheFirstBeatIsNumberOneAndComesOneIntervalLater)
 {
     double const before = Sleeper::getInstance().getTime();
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.02));
@@ -190,7 +190,7 @@ TEST(PeriodicTimer, theFirstBeatIsNumberOneAndComesOneIntervalLater)
     EXPECT_GE(Sleeper::getInstance().getTime() - before, 0.02);
 }
 
-TEST(PeriodicTimer, noBeatIsEarlyAndNoneIsLostInTheCount)
+TEST(PeriodicTimer, NoBeatIsEarlyAndNoneIsLostInTheCount)
 {
     constexpr double INTERVAL = 0.002;
     double const before = Sleeper::getInstance().getTime();
@@ -208,7 +208,7 @@ TEST(PeriodicTimer, noBeatIsEarlyAndNoneIsLostInTheCount)
     EXPECT_GE(static_cast<double>(timer->getCurrentCount() + 1) * INTERVAL, elapsed);
 }
 
-TEST(PeriodicTimer, beatsThatNobodyWaitedForStayInTheCount)
+TEST(PeriodicTimer, BeatsThatNobodyWaitedForStayInTheCount)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     while (timer->getCurrentCount() < 5)
@@ -216,7 +216,7 @@ TEST(PeriodicTimer, beatsThatNobodyWaitedForStayInTheCount)
     EXPECT_GE(timer->wait(), 5U);
 }
 
-TEST(PeriodicTimer, resetBeginsAnew)
+TEST(PeriodicTimer, ResetBeginsAnew)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     while (timer->getCurrentCount() < 3)
@@ -230,7 +230,7 @@ TEST(PeriodicTimer, resetBeginsAnew)
     EXPECT_GE(timer->wait(), 1U);
 }
 
-TEST(PeriodicTimer, aNewIntervalBeginsNowAndTheCountGoesOn)
+TEST(PeriodicTimer, ANewIntervalBeginsNowAndTheCountGoesOn)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     unsigned long const count = timer->wait();
@@ -242,7 +242,7 @@ TEST(PeriodicTimer, aNewIntervalBeginsNowAndTheCountGoesOn)
     EXPECT_EQ(timer->getCurrentCount(), atChange);
 }
 
-TEST(PeriodicTimer, anotherThreadShortensAWaitThatIsUnderWay)
+TEST(PeriodicTimer, AnotherThreadShortensAWaitThatIsUnderWay)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(1e6));
     std::binary_semaphore begun(0);
@@ -259,7 +259,7 @@ TEST(PeriodicTimer, anotherThreadShortensAWaitThatIsUnderWay)
     EXPECT_GE(count, 1U);
 }
 
-TEST(PeriodicTimer, servesIntervalsBeyondAnyTimersRange)
+TEST(PeriodicTimer, ServesIntervalsBeyondAnyTimersRange)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(std::numeric_limits<double>::infinity()));
     EXPECT_EQ(timer->getCurrentCount(), 0U);

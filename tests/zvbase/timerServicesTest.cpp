@@ -1,4 +1,4 @@
-// Timers and the clock on services that refuse and on a clock that the test sets.
+// Timers and clocks with services that refuse, and with a clock that the test sets.
 
 #include "zvbase/failures.h"
 #include "zvbase/logTestUtil.h"
@@ -17,7 +17,7 @@ namespace {
 using LogTest::CapturedLog;
 using ServiceTest::Hooked;
 
-TEST(SleeperServices, secondsBecomeMilliseconds)
+TEST(SleeperServices, SecondsBecomeMilliseconds)
 {
     Hooked hooked;
     std::vector<DWORD> slept;
@@ -30,7 +30,7 @@ TEST(SleeperServices, secondsBecomeMilliseconds)
     EXPECT_EQ(slept, (std::vector<DWORD>{0, 0, 0, 1, 16, 1000, 320}));
 }
 
-TEST(SleeperServices, aLongSleepIsNotForEver)
+TEST(SleeperServices, ALongSleepIsNotForEver)
 {
     Hooked hooked;
     double slept = 0;
@@ -43,7 +43,7 @@ TEST(SleeperServices, aLongSleepIsNotForEver)
     EXPECT_NEAR(slept, 1e7, 0.01);
 }
 
-/// The test's own clock, and timers that do as if their time had come.
+/// The test's own clock, and timers that expire at once.
 class Grid : public testing::Test
 {
 protected:
@@ -70,7 +70,7 @@ protected:
     LONGLONG _now = START;
 };
 
-TEST_F(Grid, tenHoursOfBeatsNoneEarlyNoneLost)
+TEST_F(Grid, TenHoursOfBeatsNoneEarlyNoneLost)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.01));
     for (unsigned long beat = 1; beat <= 3'600'000; beat += 7) {
@@ -82,7 +82,7 @@ TEST_F(Grid, tenHoursOfBeatsNoneEarlyNoneLost)
     }
 }
 
-TEST_F(Grid, aLateWaiterGetsTheLatestNumberAtOnceAndTheNextBeatInTime)
+TEST_F(Grid, ALateWaiterGetsTheLatestNumberAtOnceAndTheNextBeatInTime)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.01));
     setTime(0.0351);
@@ -93,7 +93,7 @@ TEST_F(Grid, aLateWaiterGetsTheLatestNumberAtOnceAndTheNextBeatInTime)
     EXPECT_EQ(timer->wait(), 4U);
 }
 
-TEST_F(Grid, aTimerThatFiresEarlyIsWaitedForAgain)
+TEST_F(Grid, ATimerThatFiresEarlyIsWaitedForAgain)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.01));
     int nbWaits = 0;
@@ -102,7 +102,7 @@ TEST_F(Grid, aTimerThatFiresEarlyIsWaitedForAgain)
     EXPECT_EQ(nbWaits, 3);
 }
 
-TEST_F(Grid, aChangedIntervalCountsFromTheChange)
+TEST_F(Grid, AChangedIntervalCountsFromTheChange)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.01));
     setTime(0.0251);
@@ -114,13 +114,13 @@ TEST_F(Grid, aChangedIntervalCountsFromTheChange)
     EXPECT_EQ(timer->getCurrentCount(), 3U);
 }
 
-TEST_F(Grid, aChangeWhileItIsAwaitedMovesTheBeat)
+TEST_F(Grid, AChangeWhileItIsAwaitedMovesTheBeat)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(1000));
     int nbWaits = 0;
     _hooked->beforeWait = [&](HANDLE, DWORD) {
         if (nbWaits++ == 0)
-            timer->setInterval(0.002); // arms the timer anew, or this would wait for long
+            timer->setInterval(0.002); // sets the timer again, or this would wait for long
         else
             FAIL() << "the beat is due";
         setTime(0.0021);
@@ -128,7 +128,7 @@ TEST_F(Grid, aChangeWhileItIsAwaitedMovesTheBeat)
     EXPECT_EQ(timer->wait(), 1U);
 }
 
-TEST_F(Grid, aCountGoesRoundAfter32Bits)
+TEST_F(Grid, ACountGoesRoundAfter32Bits)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     setTime(4294967.2955);
@@ -137,7 +137,7 @@ TEST_F(Grid, aCountGoesRoundAfter32Bits)
     EXPECT_EQ(timer->getCurrentCount(), 1U);
 }
 
-TEST(TimerServices, aClockThatCannotBeReadLeavesNoTimerBehind)
+TEST(TimerServices, AClockThatCannotBeReadLeavesNoTimerBehind)
 {
     Hooked hooks;
     int nbTimers = 0;
@@ -154,7 +154,7 @@ TEST(TimerServices, aClockThatCannotBeReadLeavesNoTimerBehind)
     EXPECT_EQ(nbTimers, 0);
 }
 
-TEST(TimerServices, aRefusalIsASystemAssertion)
+TEST(TimerServices, ARefusalIsASystemAssertion)
 {
     CapturedLog const log;
     Hooked hooked;

@@ -36,7 +36,7 @@ TraceLevel &getLevel()
 
 // ---- levels
 
-TEST(TraceLevel, isOffUntilSwitchedOn)
+TEST(TraceLevel, IsOffUntilSwitchedOn)
 {
     TraceLevel &level = *Trace::registerLevel("TraceTest.off", __FILE__);
     EXPECT_FALSE(Trace::isEnabled(level));
@@ -46,13 +46,13 @@ TEST(TraceLevel, isOffUntilSwitchedOn)
     EXPECT_FALSE(Trace::isEnabled(level));
 }
 
-TEST(TraceLevel, theMainLevelIsOn)
+TEST(TraceLevel, TheMainLevelIsOn)
 {
     EXPECT_TRUE(Trace::isEnabled(*Trace::MainTraceLevel));
     EXPECT_STREQ(Trace::MainTraceLevel->getName(), "Main");
 }
 
-TEST(TraceLevel, oneNameIsOneLevel)
+TEST(TraceLevel, OneNameIsOneLevel)
 {
     std::string const name = "TraceTest.same";
     TraceLevel * const level = Trace::registerLevel("TraceTest.same", "a");
@@ -61,7 +61,7 @@ TEST(TraceLevel, oneNameIsOneLevel)
     EXPECT_EQ(Trace::registerLevel("Main", "a"), Trace::MainTraceLevel);
 }
 
-TEST(TraceLevel, isSwitchedByNameBeforeAndAfterItIsRegistered)
+TEST(TraceLevel, IsSwitchedByNameBeforeAndAfterItIsRegistered)
 {
     Trace::setEnabled("TraceTest.early", true);
     TraceLevel &level = *Trace::registerLevel("TraceTest.early", __FILE__);
@@ -72,7 +72,7 @@ TEST(TraceLevel, isSwitchedByNameBeforeAndAfterItIsRegistered)
     EXPECT_FALSE(level.isEnabled());
 }
 
-TEST(TraceLevel, theStarMeansAll)
+TEST(TraceLevel, TheStarMeansAll)
 {
     TraceLevel &level = *Trace::registerLevel("TraceTest.star", __FILE__);
     Trace::setEnabled("*", true);
@@ -87,7 +87,7 @@ TEST(TraceLevel, theStarMeansAll)
 
 // ---- lines
 
-TEST(Trace, aLineBearsMomentTagAndPlace)
+TEST(Trace, ALineBearsMomentTagAndPlace)
 {
     CapturedLog const log;
     int const line = __LINE__ + 1;
@@ -99,7 +99,7 @@ TEST(Trace, aLineBearsMomentTagAndPlace)
     EXPECT_TRUE(std::regex_match(log.getLines()[0], expected)) << log.getLines()[0];
 }
 
-TEST(Trace, aLineLooksTheSameThroughAQueue)
+TEST(Trace, ALineLooksTheSameThroughAQueue)
 {
     CapturedLog const log;
     auto const write = [] { ZV_TRACE(getLevel(), "x = " << 42); };
@@ -113,7 +113,7 @@ TEST(Trace, aLineLooksTheSameThroughAQueue)
     EXPECT_EQ(lines[0].substr(12), lines[1].substr(12));
 }
 
-TEST(Trace, whileALevelIsOffTheTextIsNotEvaluated)
+TEST(Trace, WhileALevelIsOffTheTextIsNotEvaluated)
 {
     CapturedLog const log;
     TraceLevel &level = *Trace::registerLevel("TraceTest.silent", __FILE__);
@@ -126,7 +126,7 @@ TEST(Trace, whileALevelIsOffTheTextIsNotEvaluated)
     EXPECT_EQ(log.getLines().size(), 1U);
 }
 
-TEST(Trace, theMacroIsOneStatement)
+TEST(Trace, TheMacroIsOneStatement)
 {
     CapturedLog const log;
     if (log.getLines().empty())
@@ -137,14 +137,14 @@ TEST(Trace, theMacroIsOneStatement)
     EXPECT_EQ(log.getTexts(), (Lines{"yes, with a comma\n"}));
 }
 
-TEST(Trace, logWritesTheHeadToAnyStream)
+TEST(Trace, LogWritesTheHeadToAnyStream)
 {
     std::ostringstream stream;
     Trace::log(stream, "a.cpp", 12) << "text";
     EXPECT_EQ(stream.str(), "unknown         a.cpp(12): text");
 }
 
-TEST(Trace, anEntryTracesComingAndGoing)
+TEST(Trace, AnEntryTracesComingAndGoing)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -157,7 +157,7 @@ TEST(Trace, anEntryTracesComingAndGoing)
     EXPECT_EQ(log.getTexts(), (Lines{"> Here::there\n", "inside\n", "< Here::there\n"}));
 }
 
-TEST(Trace, anEntryAsksForTheLevelOnce)
+TEST(Trace, AnEntryAsksForTheLevelOnce)
 {
     CapturedLog const log;
     TraceLevel &level = *Trace::registerLevel("TraceTest.entry", __FILE__);
@@ -173,7 +173,7 @@ TEST(Trace, anEntryAsksForTheLevelOnce)
     EXPECT_EQ(log.getTexts(), (Lines{"> loud\n", "< loud\n"}));
 }
 
-TEST(Trace, anExceptionIsPrintedWhateverLevelsAreOn)
+TEST(Trace, AnExceptionIsPrintedWhateverLevelsAreOn)
 {
     CapturedLog const log;
     Trace::setEnabled("*", false);
@@ -210,14 +210,14 @@ Lines getNestedLines()
     return {"inner a\n", "inner b\n", "middle b\n", "outer a b end\n"};
 }
 
-TEST(Trace, aTextThatTracesComesAfterWhatItTraced)
+TEST(Trace, ATextThatTracesComesAfterWhatItTraced)
 {
     CapturedLog const log;
     writeNestedLines();
     EXPECT_EQ(log.getTexts(), getNestedLines());
 }
 
-TEST(Trace, linesNestAtEveryPlaceOfTheQueue)
+TEST(Trace, LinesNestAtEveryPlaceOfTheQueue)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -234,7 +234,7 @@ TEST(Trace, linesNestAtEveryPlaceOfTheQueue)
     EXPECT_EQ(log.getTexts(), expected);
 }
 
-TEST(Trace, anOuterLineThatDoesNotFitTakesNoInnerLineAlong)
+TEST(Trace, AnOuterLineThatDoesNotFitTakesNoInnerLineAlong)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -246,7 +246,7 @@ TEST(Trace, anOuterLineThatDoesNotFitTakesNoInnerLineAlong)
     EXPECT_EQ(texts[0], "inner a\n");
 }
 
-TEST(Trace, anInnerLineThatDoesNotFitLeavesTheOuterOneWhole)
+TEST(Trace, AnInnerLineThatDoesNotFitLeavesTheOuterOneWhole)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -260,7 +260,7 @@ TEST(Trace, anInnerLineThatDoesNotFitLeavesTheOuterOneWhole)
     EXPECT_EQ(log.getTexts().back(), "abc\n");
 }
 
-TEST(Trace, theFormatOfOneLineIsNotThatOfTheNext)
+TEST(Trace, TheFormatOfOneLineIsNotThatOfTheNext)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -270,7 +270,7 @@ TEST(Trace, theFormatOfOneLineIsNotThatOfTheNext)
     EXPECT_EQ(log.getTexts(), (Lines{"000000ff\n", "255 1.23457\n"}));
 }
 
-TEST(Trace, anInnerLineLeavesTheOuterOnesFormat)
+TEST(Trace, AnInnerLineLeavesTheOuterOnesFormat)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -279,7 +279,7 @@ TEST(Trace, anInnerLineLeavesTheOuterOnesFormat)
     EXPECT_EQ(log.getTexts(), (Lines{"inner a\n", "***aff\n"}));
 }
 
-TEST(Trace, aFailedStreamDoesNotSilenceTheNextLine)
+TEST(Trace, AFailedStreamDoesNotSilenceTheNextLine)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -292,7 +292,7 @@ TEST(Trace, aFailedStreamDoesNotSilenceTheNextLine)
     EXPECT_EQ(log.getTexts().back(), "heard\n");
 }
 
-TEST(Trace, anExceptionInATextLeavesTheBeginningOfTheLine)
+TEST(Trace, AnExceptionInATextLeavesTheBeginningOfTheLine)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -338,7 +338,7 @@ private:
     NamedTrace _trace;
 };
 
-TEST(TraceManager, theBaseLibrarysOwnPrintsAndKnowsNobody)
+TEST(TraceManager, TheBaseLibrarysOwnPrintsAndKnowsNobody)
 {
     CapturedLog const log;
     TraceManager * const manager = TraceManager::getInstance();
@@ -350,7 +350,7 @@ TEST(TraceManager, theBaseLibrarysOwnPrintsAndKnowsNobody)
     EXPECT_EQ(tag.str(), "unknown         ");
 }
 
-TEST(TraceManager, isInChargeWhileItIsInstalled)
+TEST(TraceManager, IsInChargeWhileItIsInstalled)
 {
     TraceManager * const former = TraceManager::getInstance();
     {
@@ -365,7 +365,7 @@ TEST(TraceManager, isInChargeWhileItIsInstalled)
     EXPECT_EQ(TraceManager::getInstance(), former);
 }
 
-TEST(TraceManager, isAskedOnceForEachThreadWithAQueue)
+TEST(TraceManager, IsAskedOnceForEachThreadWithAQueue)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -384,7 +384,7 @@ TEST(TraceManager, isAskedOnceForEachThreadWithAQueue)
     EXPECT_EQ(lines[2].substr(13, 16), "unknown         ");
 }
 
-TEST(TraceManager, mayTraceWhileItIsAskedForAThreadsTag)
+TEST(TraceManager, MayTraceWhileItIsAskedForAThreadsTag)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -399,7 +399,7 @@ TEST(TraceManager, mayTraceWhileItIsAskedForAThreadsTag)
     EXPECT_EQ(log.getTexts(), (Lines{"asked\n", "line\n"}));
 }
 
-TEST(TraceManager, retiresWhenNobodyIsInsideAnyMore)
+TEST(TraceManager, RetiresWhenNobodyIsInsideAnyMore)
 {
     CapturedLog const log;
     TestManager * const manager = new TestManager("slow");
@@ -414,7 +414,7 @@ TEST(TraceManager, retiresWhenNobodyIsInsideAnyMore)
     std::thread writer([] { ZV_TRACE(getLevel(), "slowly"); });
     inside.acquire();
     std::thread helper([&] {
-        // The destructor below has put the former manager in charge when it begins to wait.
+        // When the destructor below begins to wait, the former manager is in charge again.
         while (TraceManager::getInstance() == manager)
             std::this_thread::yield();
         EXPECT_FALSE(isOut);
@@ -429,7 +429,7 @@ TEST(TraceManager, retiresWhenNobodyIsInsideAnyMore)
 
 // ---- output
 
-TEST(LgTrace, addsALineEndWhereThereIsNone)
+TEST(LgTrace, AddsALineEndWhereThereIsNone)
 {
     CapturedLog const log;
     LgTrace::print("without");
@@ -439,7 +439,7 @@ TEST(LgTrace, addsALineEndWhereThereIsNone)
     EXPECT_EQ(log.getLines(), (Lines{"without\n", "with\n", "two\nlines\n", "\n"}));
 }
 
-TEST(LgTrace, bringsALongTextInPieces)
+TEST(LgTrace, BringsALongTextInPieces)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -457,14 +457,14 @@ TEST(LgTrace, bringsALongTextInPieces)
         all += line;
         EXPECT_LE(line.size(), LgQueue::CAPACITY / 4 + 1);
     }
-    // Parts of the test that ended in the middle of a line got a line end.
+    // A piece that ends in the middle of a line gets a line end.
     std::erase(all, '\n');
     std::erase(text, '\n');
     EXPECT_EQ(all, text);
     EXPECT_EQ(TestLogger::getThreadQueue()->getNbLostLines(), 0U);
 }
 
-TEST(LgTrace, keepsTheLinesInAFile)
+TEST(LgTrace, KeepsTheLinesInAFile)
 {
     std::string const path = testing::TempDir() + "zvbase_trace_file.txt";
     ASSERT_TRUE(LgTrace::openFile(path.c_str()));
@@ -481,7 +481,7 @@ TEST(LgTrace, keepsTheLinesInAFile)
     std::remove(path.c_str());
 }
 
-TEST(LgTrace, aFileThatCannotBeOpenedChangesNothing)
+TEST(LgTrace, AFileThatCannotBeOpenedChangesNothing)
 {
     CapturedLog const log;
     EXPECT_FALSE(LgTrace::openFile("/no such directory/trace.txt"));
@@ -489,7 +489,7 @@ TEST(LgTrace, aFileThatCannotBeOpenedChangesNothing)
     EXPECT_EQ(log.getLines(), (Lines{"still here\n"}));
 }
 
-TEST(LgTrace, tellsThatAFileIsNotComplete)
+TEST(LgTrace, TellsThatAFileIsNotComplete)
 {
     if (!std::ofstream("/dev/full"))
         GTEST_SKIP() << "no device that is always full";
@@ -498,7 +498,7 @@ TEST(LgTrace, tellsThatAFileIsNotComplete)
     EXPECT_FALSE(LgTrace::closeFile());
 }
 
-TEST(LgTrace, linesEndedBeforeAChangeGoToTheFormerOutput)
+TEST(LgTrace, LinesEndedBeforeAChangeGoToTheFormerOutput)
 {
     TestLogger logger;
     CapturedLog const first;
@@ -516,7 +516,7 @@ void writeAndTrace(void *context, char const *text, std::size_t length)
     LgTrace::print("from the output itself");
 }
 
-TEST(LgTrace, whatTheOutputItselfWritesIsDropped)
+TEST(LgTrace, WhatTheOutputItselfWritesIsDropped)
 {
     std::string text;
     LgTrace::setOutput(writeAndTrace, &text);
@@ -534,7 +534,7 @@ namespace {
 
 Zv::TraceLevel *early = nullptr;
 
-/// Before all objects of namespaces, the library's own among them.
+/// Runs before all static objects are constructed, including the library's own.
 [[gnu::constructor(200)]] void registerEarly()
 {
     early = Zv::Trace::registerLevel("early", __FILE__);
@@ -544,7 +544,7 @@ Zv::TraceLevel *early = nullptr;
 
 void tellOfLevels();
 
-/// What a child writes of the levels that its environment names.
+/// Returns what a child process writes about the levels that its environment names.
 void tellOfLevels()
 {
     std::printf("early %d", early->isEnabled());

@@ -1,18 +1,13 @@
 #include "resmgt/containers/iteratorEx.h"
 
+#include "zvbase/exBody.private.h"
 #include "zvbase/failures.h"
 
 namespace Zv {
 
-IteratorEx::IteratorEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-IteratorEx::ExOutOfRange::ExOutOfRange(char const *file, int line)
-    : std::out_of_range(""), IteratorEx(file, line)
-{
-    setReason("\tReached the container boundary");
-}
-
-IteratorEx::ExOutOfRange::~ExOutOfRange() = default;
+ZV_EXCEPTION_FAMILY_BODY(IteratorEx)
+ZV_EXCEPTION_BODY(IteratorEx, ExOutOfRange, std::out_of_range, (),
+                  setReason("\tReached the container boundary"))
 
 void IteratorExUtil::throwExOutOfRange()
 {

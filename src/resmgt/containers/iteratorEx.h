@@ -1,4 +1,4 @@
-// Failures of iterators.
+// Exceptions of the iterators (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,7 +8,7 @@
 
 namespace Zv {
 
-/// Failures of iterators.
+/// Exceptions of the iterators.
 class ZVRESMGT_EXPORT IteratorEx : public ExBase
 {
 public:
@@ -17,15 +17,9 @@ public:
     IteratorEx(char const *file, int line) noexcept;
 };
 
-/// A step beyond either end, or a look at what stands behind the last element: "\tReached the container boundary",
-/// with a tab in front.
-class ZVRESMGT_EXPORT IteratorEx::ExOutOfRange : public std::out_of_range, public IteratorEx
-{
-public:
-    ExOutOfRange(char const *file, int line);
-    ~ExOutOfRange() override;
-    ZV_EXCEPTION_MEMBERS(ExOutOfRange)
-};
+/// Thrown if an iterator is moved beyond either end, or is dereferenced behind the last element.
+/// "\tReached the container boundary", with a tab in front.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, IteratorEx, ExOutOfRange, std::out_of_range, IteratorEx);
 
 /// Keeps the throw out of the templates.
 class ZVRESMGT_EXPORT IteratorExUtil

@@ -1,8 +1,8 @@
-// Engines over standard containers.
+// Iterator engines for standard containers (applications and device writers).
 #pragma once
 
+#include "resmgt/containers/iterator.h"
 #include "resmgt/containers/iteratorEx.h"
-#include "resmgt/containers/iteratorImp.h"
 #include "zvbase/rcEx.h"
 
 #include <cstddef>
@@ -20,16 +20,26 @@ using ElementOf =
 
 } // namespace Detail
 
-/// The engine over a standard container; over a const one its elements are const as well. The holder is a raw pointer,
-/// whose owner keeps the container and does not change it while the engine is used, or an `RCProxyShdPtr`, which keeps
-/// it itself.
+/// The engine of an iterator over a standard container. The elements of a const container are
+/// const. Use it as `ConstIteratorSTL` or `IteratorSTL`.
+///
+/// The container must not be changed while the engine is used.
+///
+///     #include <list>
+///
+///     std::list<int> numbers{1, 2, 3};
+///     Zv::Iterator<int> iterator(new Zv::IteratorSTL<std::list<int>>(&numbers));
+///     *iterator = 7;
+///
+/// **Owns**: if the holder is an `RCProxyShdPtr`, the engine shares the container. If it is a raw
+/// pointer, the container must outlive the engine and its clones.
 template <class Container, class ContainerHolder>
 class BasicIteratorSTL : public BasicIteratorImp<Detail::ElementOf<Container>>
 {
 public:
     using Element = Detail::ElementOf<Container>;
 
-    /// Stands at the first element. A null holder throws `RCEx::ExNullPtr`.
+    /// The position is the first element. Throws `RCEx::ExNullPtr` if the holder is null.
     explicit BasicIteratorSTL(ContainerHolder const &holder)
         : _holder(holder), _position(container().begin())
     {}
@@ -68,7 +78,7 @@ public:
         auto const * const same = dynamic_cast<BasicIteratorSTL const *>(&other);
         return same && &container() == &same->container() && _position == same->_position;
     }
-    BasicIteratorSTL *clone() const override { return new BasicIteratorSTL(*this); }
+    [[nodiscard]] BasicIteratorSTL *clone() const override { return new BasicIteratorSTL(*this); }
 
 protected:
     BasicIteratorSTL(BasicIteratorSTL const &) = default;
@@ -88,11 +98,11 @@ private:
     decltype(std::declval<Container &>().begin()) _position;
 };
 
-/// The engine over a container that is not to be changed.
+/// The engine of an iterator over a container whose elements cannot be changed.
 template <class Container, class ContainerHolder = Container const *>
 using ConstIteratorSTL = BasicIteratorSTL<Container const, ContainerHolder>;
 
-/// The engine over a container whose elements may be changed.
+/// The engine of an iterator over a container whose elements may be changed.
 template <class Container, class ContainerHolder = Container *>
 using IteratorSTL = BasicIteratorSTL<Container, ContainerHolder>;
 

@@ -1,146 +1,44 @@
 #include "resmgt/deviceManager/devMgrEx.h"
 
+#include "zvbase/exBody.private.h"
+
 namespace Zv {
 
-DevMgrEx::DevMgrEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-DevMgrEx::NameNotUnique::NameNotUnique(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("Not a unique name.");
-}
-
-DevMgrEx::NameNotUnique::~NameNotUnique() = default;
-
-DevMgrEx::NameNotRegistered::NameNotRegistered(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("Not a registered object.");
-}
-
-DevMgrEx::NameNotRegistered::~NameNotRegistered() = default;
-
-DevMgrEx::NameNotFound::NameNotFound(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("Named device not found.");
-}
-
-DevMgrEx::NameNotFound::~NameNotFound() = default;
-
-DevMgrEx::ConfigSyntaxError::ConfigSyntaxError(char const *file, int line, char const *detail)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason(detail ? detail : "Configuration string Syntax error.");
-}
-
-DevMgrEx::ConfigSyntaxError::~ConfigSyntaxError() = default;
-
-DevMgrEx::BadMDPrtclImp::BadMDPrtclImp(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("Managed device protocol not implemented.");
-}
-
-DevMgrEx::BadMDPrtclImp::~BadMDPrtclImp() = default;
-
-DevMgrEx::SMExecutionError::SMExecutionError(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("State machine error condition.");
-}
-
-DevMgrEx::SMExecutionError::~SMExecutionError() = default;
-
-DevMgrEx::SMDomainError::SMDomainError(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("State machine domain error.");
-}
-
-DevMgrEx::SMDomainError::~SMDomainError() = default;
-
-DevMgrEx::SMBadImp::SMBadImp(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("State machine bad implementation.");
-}
-
-DevMgrEx::SMBadImp::~SMBadImp() = default;
-
-DevMgrEx::SMBadTransitionImp::SMBadTransitionImp(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("Bad transition implementation.");
-}
-
-DevMgrEx::SMBadTransitionImp::~SMBadTransitionImp() = default;
-
-DevMgrEx::StreamNotAvailable::StreamNotAvailable(char const *file, int line, char const *detail)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason(detail);
-}
-
-DevMgrEx::StreamNotAvailable::~StreamNotAvailable() = default;
-
-DevMgrEx::StreamsNotCompatible::StreamsNotCompatible(char const *file, int line, char const *detail)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason(detail);
-}
-
-DevMgrEx::StreamsNotCompatible::~StreamsNotCompatible() = default;
-
-DevMgrEx::PropertySyntaxError::PropertySyntaxError(char const *file, int line, char const *detail)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason(detail ? detail : "Property string syntax error.");
-}
-
-DevMgrEx::PropertySyntaxError::~PropertySyntaxError() = default;
-
-DevMgrEx::PropertyInvalidType::PropertyInvalidType(char const *file, int line, char const *property)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("Illegal type converion of property ");
-    setReason(property ? property : "<unknown>");
-}
-
-DevMgrEx::PropertyInvalidType::~PropertyInvalidType() = default;
-
-DevMgrEx::SequenceAbandoned::SequenceAbandoned(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("The sequence was abandoned before it had ended.");
-}
-
-DevMgrEx::SequenceAbandoned::~SequenceAbandoned() = default;
-
-DevMgrEx::ManagerClosed::ManagerClosed(char const *file, int line)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    setReason("The device manager was closed.");
-}
-
-DevMgrEx::ManagerClosed::~ManagerClosed() = default;
-
-DevMgrEx::SeqIllegalCall::SeqIllegalCall(char const *file, int line, char const *call,
-                                         char const *why)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    formatReason("\"%s\" makes no sense now: %s", call, why);
-}
-
-DevMgrEx::SeqIllegalCall::~SeqIllegalCall() = default;
-
-DevMgrEx::SeqDeviceFailed::SeqDeviceFailed(char const *file, int line, char const *device,
-                                           char const *failure)
-    : std::logic_error(""), DevMgrEx(file, line)
-{
-    formatReason("Device \"%s\" has failed: %s", device, failure);
-}
-
-DevMgrEx::SeqDeviceFailed::~SeqDeviceFailed() = default;
+ZV_EXCEPTION_FAMILY_BODY(DevMgrEx)
+ZV_EXCEPTION_BODY(DevMgrEx, NameNotUnique, std::logic_error, (), setReason("Not a unique name."))
+ZV_EXCEPTION_BODY(DevMgrEx, NameNotRegistered, std::logic_error, (),
+                  setReason("Not a registered object."))
+ZV_EXCEPTION_BODY(DevMgrEx, NameNotFound, std::logic_error, (),
+                  setReason("Named device not found."))
+ZV_EXCEPTION_BODY(DevMgrEx, ConfigSyntaxError, std::logic_error, (char const *detail),
+                  setReason(detail ? detail : "Configuration string Syntax error."))
+ZV_EXCEPTION_BODY(DevMgrEx, BadMDPrtclImp, std::logic_error, (),
+                  setReason("Managed device protocol not implemented."))
+ZV_EXCEPTION_BODY(DevMgrEx, SMExecutionError, std::logic_error, (),
+                  setReason("State machine error condition."))
+ZV_EXCEPTION_BODY(DevMgrEx, SMDomainError, std::logic_error, (),
+                  setReason("State machine domain error."))
+ZV_EXCEPTION_BODY(DevMgrEx, SMBadImp, std::logic_error, (),
+                  setReason("State machine bad implementation."))
+ZV_EXCEPTION_BODY(DevMgrEx, SMBadTransitionImp, std::logic_error, (),
+                  setReason("Bad transition implementation."))
+ZV_EXCEPTION_BODY(DevMgrEx, StreamNotAvailable, std::logic_error, (char const *detail),
+                  setReason(detail))
+ZV_EXCEPTION_BODY(DevMgrEx, StreamsNotCompatible, std::logic_error, (char const *detail),
+                  setReason(detail))
+ZV_EXCEPTION_BODY(DevMgrEx, PropertySyntaxError, std::logic_error, (char const *detail),
+                  setReason(detail ? detail : "Property string syntax error."))
+ZV_EXCEPTION_BODY(DevMgrEx, PropertyInvalidType, std::logic_error, (char const *property),
+                  setReason("Illegal type converion of property "),
+                  setReason(property ? property : "<unknown>"))
+ZV_EXCEPTION_BODY(DevMgrEx, SequenceAbandoned, std::logic_error, (),
+                  setReason("The sequence was abandoned before it had ended."))
+ZV_EXCEPTION_BODY(DevMgrEx, ManagerClosed, std::logic_error, (),
+                  setReason("The device manager was closed."))
+ZV_EXCEPTION_BODY(DevMgrEx, SeqIllegalCall, std::logic_error, (char const *call, char const *why),
+                  formatReason("\"%s\" makes no sense now: %s", call, why))
+ZV_EXCEPTION_BODY(DevMgrEx, SeqDeviceFailed, std::logic_error,
+                  (char const *device, char const *failure),
+                  formatReason("Device \"%s\" has failed: %s", device, failure))
 
 } // namespace Zv

@@ -1,4 +1,4 @@
-// Failures of the device manager and of the machines that it runs.
+// Exceptions of the device manager and of the state machines that it runs (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,11 +8,11 @@
 
 namespace Zv {
 
-/// Failures that a client of the device manager meets: in names, configuration strings,
-/// connections, and in the state machines of devices. All are programmer's or configuration errors,
-/// `std::logic_error`.
+/// Exceptions that a client of the device manager meets: in names, configuration strings and
+/// connections, and in the state machines of devices. All are errors of the program or of its
+/// configuration, so all are `std::logic_error`.
 ///
-/// `file` is `__FILE__` of the throwing source. Names and details are copied.
+/// Constructors copy the names and details that they get.
 class ZVRESMGT_EXPORT DevMgrEx : public ExBase
 {
 public:
@@ -37,163 +37,76 @@ public:
     DevMgrEx(char const *file, int line) noexcept;
 };
 
-/// A name is already taken. "Not a unique name."
-class ZVRESMGT_EXPORT DevMgrEx::NameNotUnique : public std::logic_error, public DevMgrEx
-{
-public:
-    NameNotUnique(char const *file, int line);
-    ~NameNotUnique() override;
-    ZV_EXCEPTION_MEMBERS(NameNotUnique)
-};
+/// Thrown if a name is already taken. "Not a unique name."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, NameNotUnique, std::logic_error, DevMgrEx);
 
-/// An object is not registered. "Not a registered object."
-class ZVRESMGT_EXPORT DevMgrEx::NameNotRegistered : public std::logic_error, public DevMgrEx
-{
-public:
-    NameNotRegistered(char const *file, int line);
-    ~NameNotRegistered() override;
-    ZV_EXCEPTION_MEMBERS(NameNotRegistered)
-};
+/// Thrown if a device has no property or property set of a name, or if a stream string names a
+/// stream that is not registered. "Not a registered object."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, NameNotRegistered, std::logic_error, DevMgrEx);
 
-/// There is nothing of this name: no stream of the device, no device in a sequence, no device that was created, or, in a
-/// property string, no registered device. "Named device not found."
-class ZVRESMGT_EXPORT DevMgrEx::NameNotFound : public std::logic_error, public DevMgrEx
-{
-public:
-    NameNotFound(char const *file, int line);
-    ~NameNotFound() override;
-    ZV_EXCEPTION_MEMBERS(NameNotFound)
-};
+/// Thrown if a device is unknown: it is not in the sequence, it was never created, or, in a
+/// property string, it is not registered. Also thrown if a device has no stream of a name.
+/// "Named device not found."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, NameNotFound, std::logic_error, DevMgrEx);
 
-/// A sequence or stream string is wrong: the detail, or for a null one "Configuration string Syntax
-/// error."
-class ZVRESMGT_EXPORT DevMgrEx::ConfigSyntaxError : public std::logic_error, public DevMgrEx
-{
-public:
-    ConfigSyntaxError(char const *file, int line, char const *detail);
-    ~ConfigSyntaxError() override;
-    ZV_EXCEPTION_MEMBERS(ConfigSyntaxError)
-};
+/// Thrown if a sequence string or a stream string has a syntax error. The reason is `detail`, or
+/// "Configuration string Syntax error." if `detail` is null.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, ConfigSyntaxError, std::logic_error, DevMgrEx,
+             char const *detail);
 
-/// A device does not implement the protocol that an operation needs, or a stream is not a source or sink of the class
-/// that a connection needs. "Managed device protocol not implemented."
-class ZVRESMGT_EXPORT DevMgrEx::BadMDPrtclImp : public std::logic_error, public DevMgrEx
-{
-public:
-    BadMDPrtclImp(char const *file, int line);
-    ~BadMDPrtclImp() override;
-    ZV_EXCEPTION_MEMBERS(BadMDPrtclImp)
-};
+/// Thrown if a device does not implement the protocol that an operation needs, or if a stream is
+/// not a source or sink of the class that a connection needs.
+/// "Managed device protocol not implemented."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, BadMDPrtclImp, std::logic_error, DevMgrEx);
 
-/// A machine that has ended in failure was given an event. "State machine error condition."
-class ZVRESMGT_EXPORT DevMgrEx::SMExecutionError : public std::logic_error, public DevMgrEx
-{
-public:
-    SMExecutionError(char const *file, int line);
-    ~SMExecutionError() override;
-    ZV_EXCEPTION_MEMBERS(SMExecutionError)
-};
+/// Thrown if a state machine that has failed before gets an event. "State machine error condition."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, SMExecutionError, std::logic_error, DevMgrEx);
 
-/// A state, event or transition is not one of the machine. "State machine domain error."
-class ZVRESMGT_EXPORT DevMgrEx::SMDomainError : public std::logic_error, public DevMgrEx
-{
-public:
-    SMDomainError(char const *file, int line);
-    ~SMDomainError() override;
-    ZV_EXCEPTION_MEMBERS(SMDomainError)
-};
+/// Thrown if a state, event or transition does not belong to the state machine.
+/// "State machine domain error."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, SMDomainError, std::logic_error, DevMgrEx);
 
-/// A machine's table does not fit together. "State machine bad implementation."
-class ZVRESMGT_EXPORT DevMgrEx::SMBadImp : public std::logic_error, public DevMgrEx
-{
-public:
-    SMBadImp(char const *file, int line);
-    ~SMBadImp() override;
-    ZV_EXCEPTION_MEMBERS(SMBadImp)
-};
+/// Thrown if the table of a state machine is inconsistent. "State machine bad implementation."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, SMBadImp, std::logic_error, DevMgrEx);
 
-/// A machine's factory lacks a transition, or made one that cannot be asked its condition.
-/// "Bad transition implementation."
-class ZVRESMGT_EXPORT DevMgrEx::SMBadTransitionImp : public std::logic_error, public DevMgrEx
-{
-public:
-    SMBadTransitionImp(char const *file, int line);
-    ~SMBadTransitionImp() override;
-    ZV_EXCEPTION_MEMBERS(SMBadTransitionImp)
-};
+/// Thrown if the factory of a state machine lacks a transition, or if it made a transition that
+/// cannot be asked for its condition. "Bad transition implementation."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, SMBadTransitionImp, std::logic_error, DevMgrEx);
 
-/// A stream is in use: the detail.
-class ZVRESMGT_EXPORT DevMgrEx::StreamNotAvailable : public std::logic_error, public DevMgrEx
-{
-public:
-    StreamNotAvailable(char const *file, int line, char const *detail);
-    ~StreamNotAvailable() override;
-    ZV_EXCEPTION_MEMBERS(StreamNotAvailable)
-};
+/// Thrown if a stream is in use already. The reason is `detail`.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, StreamNotAvailable, std::logic_error, DevMgrEx,
+             char const *detail);
 
-/// Two streams cannot be connected: the detail.
-class ZVRESMGT_EXPORT DevMgrEx::StreamsNotCompatible : public std::logic_error, public DevMgrEx
-{
-public:
-    StreamsNotCompatible(char const *file, int line, char const *detail);
-    ~StreamsNotCompatible() override;
-    ZV_EXCEPTION_MEMBERS(StreamsNotCompatible)
-};
+/// Thrown if two streams cannot be connected. The reason is `detail`.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, StreamsNotCompatible, std::logic_error, DevMgrEx,
+             char const *detail);
 
-/// A property string is wrong: the detail, or for a null one "Property string syntax error."
-class ZVRESMGT_EXPORT DevMgrEx::PropertySyntaxError : public std::logic_error, public DevMgrEx
-{
-public:
-    PropertySyntaxError(char const *file, int line, char const *detail);
-    ~PropertySyntaxError() override;
-    ZV_EXCEPTION_MEMBERS(PropertySyntaxError)
-};
+/// Thrown if a property string has a syntax error. The reason is `detail`, or
+/// "Property string syntax error." if `detail` is null.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, PropertySyntaxError, std::logic_error, DevMgrEx,
+             char const *detail);
 
-/// A property was asked for with a type that is not its own. The misspelling of its text, "Illegal
-/// type converion of property ", is part of the interface; a null name reads "<unknown>".
-class ZVRESMGT_EXPORT DevMgrEx::PropertyInvalidType : public std::logic_error, public DevMgrEx
-{
-public:
-    PropertyInvalidType(char const *file, int line, char const *property);
-    ~PropertyInvalidType() override;
-    ZV_EXCEPTION_MEMBERS(PropertyInvalidType)
-};
+/// Thrown if a property is accessed as a type that is not its own. The reason is "Illegal type
+/// converion of property " and the name, or "<unknown>" if the name is null. The misspelling is
+/// part of the interface.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, PropertyInvalidType, std::logic_error, DevMgrEx,
+             char const *property);
 
-/// A sequence was destroyed, or its manager closed, before a thread that waited for its end had seen it. "The sequence was
-/// abandoned before it had ended."
-class ZVRESMGT_EXPORT DevMgrEx::SequenceAbandoned : public std::logic_error, public DevMgrEx
-{
-public:
-    SequenceAbandoned(char const *file, int line);
-    ~SequenceAbandoned() override;
-    ZV_EXCEPTION_MEMBERS(SequenceAbandoned)
-};
+/// Thrown if a sequence is destroyed, or its manager is closed, while a thread waits for the end of
+/// the sequence. "The sequence was abandoned before it had ended."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, SequenceAbandoned, std::logic_error, DevMgrEx);
 
-/// The manager of an object was closed by `DevMgr::close`. "The device manager was closed."
-class ZVRESMGT_EXPORT DevMgrEx::ManagerClosed : public std::logic_error, public DevMgrEx
-{
-public:
-    ManagerClosed(char const *file, int line);
-    ~ManagerClosed() override;
-    ZV_EXCEPTION_MEMBERS(ManagerClosed)
-};
+/// Thrown if an object is used after its manager was closed by `DevMgr::close`.
+/// "The device manager was closed."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, ManagerClosed, std::logic_error, DevMgrEx);
 
-/// A call of a supervised sequence makes no sense at the moment. `"start" makes no sense now: the sequence has ended.`
-class ZVRESMGT_EXPORT DevMgrEx::SeqIllegalCall : public std::logic_error, public DevMgrEx
-{
-public:
-    SeqIllegalCall(char const *file, int line, char const *call, char const *why);
-    ~SeqIllegalCall() override;
-    ZV_EXCEPTION_MEMBERS(SeqIllegalCall)
-};
+/// Thrown if the state of a supervised sequence does not allow a call.
+/// `"start" makes no sense now: the sequence has ended.`
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, SeqIllegalCall, std::logic_error, DevMgrEx,
+             char const *call, char const *why);
 
-/// A device of a supervised sequence has failed. `Device "camera" has failed: No signal.`
-class ZVRESMGT_EXPORT DevMgrEx::SeqDeviceFailed : public std::logic_error, public DevMgrEx
-{
-public:
-    SeqDeviceFailed(char const *file, int line, char const *device, char const *failure);
-    ~SeqDeviceFailed() override;
-    ZV_EXCEPTION_MEMBERS(SeqDeviceFailed)
-};
+/// Thrown if a device of a supervised sequence has failed. `Device "camera" has failed: No signal.`
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevMgrEx, SeqDeviceFailed, std::logic_error, DevMgrEx,
+             char const *device, char const *failure);
 
 } // namespace Zv

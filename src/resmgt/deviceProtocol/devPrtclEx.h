@@ -1,4 +1,4 @@
-// Failures of devices and of the registry of devices.
+// Exceptions of devices and of the registry of devices (applications and device writers).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,7 +8,7 @@
 
 namespace Zv {
 
-/// Failures of devices and of the registry of devices.
+/// Exceptions of devices and of the registry of devices.
 class ZVRESMGT_EXPORT DevPrtclEx : public ExBase
 {
 public:
@@ -24,82 +24,41 @@ public:
     DevPrtclEx(char const *file, int line) noexcept;
 };
 
-/// "Device name not found in the registry."
-class ZVRESMGT_EXPORT DevPrtclEx::ExNameNotRegistered : public std::logic_error, public DevPrtclEx
-{
-public:
-    ExNameNotRegistered(char const *file, int line);
-    ~ExNameNotRegistered() override;
-    ZV_EXCEPTION_MEMBERS(ExNameNotRegistered)
-};
+/// Thrown if the registry has no device of a name. "Device name not found in the registry."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExNameNotRegistered, std::logic_error, DevPrtclEx);
 
-/// "Not a unique name."
-class ZVRESMGT_EXPORT DevPrtclEx::ExNameNotUnique : public std::logic_error, public DevPrtclEx
-{
-public:
-    ExNameNotUnique(char const *file, int line);
-    ~ExNameNotUnique() override;
-    ZV_EXCEPTION_MEMBERS(ExNameNotUnique)
-};
+/// Thrown if the registry already has a device of a name, or a property set already has a property
+/// of a name. "Not a unique name."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExNameNotUnique, std::logic_error, DevPrtclEx);
 
+/// Thrown if a stream is added to a device after an iterator over its streams was created.
 /// "Attempt to add stream after iterator created."
-class ZVRESMGT_EXPORT DevPrtclEx::ExMDStdAddStream : public std::logic_error, public DevPrtclEx
-{
-public:
-    ExMDStdAddStream(char const *file, int line);
-    ~ExMDStdAddStream() override;
-    ZV_EXCEPTION_MEMBERS(ExMDStdAddStream)
-};
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExMDStdAddStream, std::logic_error, DevPrtclEx);
 
-/// `"set" is not available for property gain".`, with the operation and the name of the property. The name has no
-/// quote before it: the text is part of the interface as it is.
-class ZVRESMGT_EXPORT DevPrtclEx::ExMDPropertyIllegalOp : public std::logic_error, public DevPrtclEx
-{
-public:
-    ExMDPropertyIllegalOp(char const *file, int line, char const *operation, char const *property);
-    ~ExMDPropertyIllegalOp() override;
-    ZV_EXCEPTION_MEMBERS(ExMDPropertyIllegalOp)
-};
+/// Thrown if a property does not support an operation.
+/// `"set" is not available for property gain".` The missing quote is part of the interface.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExMDPropertyIllegalOp, std::logic_error, DevPrtclEx,
+             char const *operation, char const *property);
 
-/// "Read-only access to camera properties forbidden while property builders are active.", with the name of the device
-/// and "properties" or "property sets".
-class ZVRESMGT_EXPORT DevPrtclEx::ExMDStdPropertiesReadUnavail : public std::logic_error,
-                                                                 public DevPrtclEx
-{
-public:
-    ExMDStdPropertiesReadUnavail(char const *file, int line, char const *device,
-                                 char const *subject);
-    ~ExMDStdPropertiesReadUnavail() override;
-    ZV_EXCEPTION_MEMBERS(ExMDStdPropertiesReadUnavail)
-};
+/// Thrown if the properties of a device are read while a builder still adds some.
+/// "Read-only access to camera properties forbidden while property builders are active.", with the
+/// name of the device, and with `subject`, which is "properties" or "property sets".
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExMDStdPropertiesReadUnavail, std::logic_error,
+             DevPrtclEx, char const *device, char const *subject);
 
-/// "Read-write access to camera properties forbidden after read-only access has started.", with the name of the device.
-class ZVRESMGT_EXPORT DevPrtclEx::ExMDStdPropertiesWriteUnavail : public std::logic_error,
-                                                                  public DevPrtclEx
-{
-public:
-    ExMDStdPropertiesWriteUnavail(char const *file, int line, char const *device);
-    ~ExMDStdPropertiesWriteUnavail() override;
-    ZV_EXCEPTION_MEMBERS(ExMDStdPropertiesWriteUnavail)
-};
+/// Thrown if properties are added to a device after they were read. "Read-write access to camera
+/// properties forbidden after read-only access has started.", with the name of the device.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExMDStdPropertiesWriteUnavail, std::logic_error,
+             DevPrtclEx, char const *device);
 
+/// Thrown if a property set is closed that was not opened.
 /// "Trying to pop the builder's property stack when it is empty."
-class ZVRESMGT_EXPORT DevPrtclEx::ExMDStdPropertySetBuilderPop : public std::logic_error,
-                                                                 public DevPrtclEx
-{
-public:
-    ExMDStdPropertySetBuilderPop(char const *file, int line);
-    ~ExMDStdPropertySetBuilderPop() override;
-    ZV_EXCEPTION_MEMBERS(ExMDStdPropertySetBuilderPop)
-};
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExMDStdPropertySetBuilderPop, std::logic_error,
+             DevPrtclEx);
 
-/// "Error while getting the value for gain", with the name of the property, or "<unknown>" where it is null.
-class ZVRESMGT_EXPORT DevPrtclEx::ExMDStdPropertyGet : public std::logic_error, public DevPrtclEx
-{
-public:
-    ExMDStdPropertyGet(char const *file, int line, char const *property);
-    ~ExMDStdPropertyGet() override;
-    ZV_EXCEPTION_MEMBERS(ExMDStdPropertyGet)
-};
+/// Thrown if a property's value cannot be read. "Error while getting the value for gain", with the
+/// name of the property, or "<unknown>" if the name is null.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, DevPrtclEx, ExMDStdPropertyGet, std::logic_error, DevPrtclEx,
+             char const *property);
 
 } // namespace Zv

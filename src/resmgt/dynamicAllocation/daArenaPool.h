@@ -1,4 +1,4 @@
-// A large block of memory, given out in small ones.
+// Allocates small blocks out of one large block of memory (applications).
 #pragma once
 
 #include "resmgt/dynamicAllocation/daArenaAllocator.h"
@@ -9,32 +9,49 @@
 
 namespace Zv {
 
-/// Memory that is taken from an allocator once and given out by first fit, in multiples of 8 bytes. Blocks that come back
-/// are merged with their free neighbours. Finding a block and giving one back takes logarithmic time in the number of free
-/// blocks. A search also looks at each earlier block that is long enough but has no aligned place. Giving a block back
-/// does not fail.
+/// Takes one large block from an allocator and allocates small blocks out of it.
 ///
-/// A pool has no lock: one thread at a time. All blocks are back before it is destroyed, or its destructor fails an
-/// assertion, after it has given its memory back.
+///     Zv::ObjPtr<Zv::DaArenaPool> const pool(
+///         Zv::DaArenaPool::create(Zv::DaMallocAllocator::create(), 1 << 20));
+///     void *const block = pool->allocate(1000, 64);
+///     pool->deallocate(block);
+///
+/// A block is the first free place that fits. Sizes are rounded up to multiples of 8 bytes. A block
+/// that is given back is merged with its free neighbours. Both operations take logarithmic time in
+/// the number of free blocks. In addition, an allocation looks at each earlier free block that is
+/// long enough but has no place with the alignment.
+///
+/// **Threads**: one thread at a time.
+///
+/// **Throws**: giving a block back does not fail. The destructor fails the assertion "_nbAllocated
+/// == 0" if a block was not given back. It has returned the memory to the allocator before.
+///
+/// **Owns**: the allocator.
 class ZVRESMGT_EXPORT DaArenaPool
 {
 public:
     virtual ~DaArenaPool() noexcept(false);
 
-    /// `size` bytes at a multiple of `alignment`, a power of two, 0 for none; null where no free block fits. A size of 0
-    /// takes as much as one of 1, so that each block has an address of its own.
-    virtual void *allocate(std::uint64_t size, std::uint64_t alignment) = 0;
-    virtual void *allocate(std::uint64_t size);
-    /// Takes a block back. Asserts that it was given out.
+    /// Returns `size` bytes at a multiple of `alignment`, or null if no free block fits.
+    /// `alignment` must be a power of two, or 0 for no alignment. A size of 0 takes as much as a
+    /// size of 1, so that each block has an address of its own. Throws `std::bad_alloc` if there is
+    /// no memory for the pool's own data. Nothing has changed then.
+    [[nodiscard]] virtual void *allocate(std::uint64_t size, std::uint64_t alignment) = 0;
+    /// Returns `size` bytes without alignment, as above.
+    [[nodiscard]] virtual void *allocate(std::uint64_t size);
+    /// Takes a block back. Fails the assertion "blockEntry != _allocatedBlocks.end()" if `memory`
+    /// is not an allocated block of this pool.
     virtual void deallocate(void *memory) = 0;
 
     DaArenaAllocator *getAllocator() const noexcept { return _allocator.get(); }
-    /// Bytes, as they were asked for.
+    /// Returns the requested size of the pool, in bytes.
     std::uint64_t getSize() const noexcept { return _size; }
 
-    /// A pool of `size` bytes, which it takes at once. It owns the allocator, also where this fails; the caller owns the
-    /// pool. Throws `RCEx::ExNullPtr` if the allocator is null.
-    static DaArenaPool *create(DaArenaAllocator *allocator, std::uint64_t size);
+    /// Returns a pool of `size` bytes, which it takes from the allocator at once. The caller owns
+    /// the pool. The pool owns the allocator. If this throws, the allocator is destroyed. Throws
+    /// `RCEx::ExNullPtr` if the allocator is null, and what the allocator throws. Fails the
+    /// assertion "_buffer != NULL" if the allocator returns null.
+    [[nodiscard]] static DaArenaPool *create(DaArenaAllocator *allocator, std::uint64_t size);
 
     DaArenaPool(DaArenaPool const &) = delete;
     DaArenaPool &operator=(DaArenaPool const &) = delete;

@@ -2,10 +2,10 @@
 #include "resmgt/dynamicAllocation/daFirstFitArena.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/objPtr.h"
-#include "zvbase/traceCaught.private.h"
+#include "zvbase/scope.private.h"
 
 #include <cstddef>
-#include <exception>
+#include <utility>
 
 namespace Zv {
 
@@ -15,7 +15,7 @@ class DaArenaPoolWinNT : public DaArenaPool
 {
 public:
     DaArenaPoolWinNT(ObjPtr<DaArenaAllocator> allocator, std::uint64_t size)
-        : DaArenaPool(allocator, size),
+        : DaArenaPool(std::move(allocator), size),
           _buffer(getAllocator()->allocate(size)),
           _arenaSize(size),
           _nbAllocated(0)
@@ -33,13 +33,8 @@ public:
     ~DaArenaPoolWinNT() noexcept(false) override
     {
         _arena.reset();
-        try {
-            getAllocator()->deallocate(_buffer, _arenaSize);
-        } catch (...) {
-            if (!std::uncaught_exceptions())
-                throw;
-            traceCaught(__FILE__, __LINE__);
-        }
+        throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__,
+                             [this] { getAllocator()->deallocate(_buffer, _arenaSize); });
         ZV_ASSERT_IN_DESTRUCTOR(_nbAllocated == 0);
     }
 
@@ -67,7 +62,7 @@ private:
 } // namespace
 
 DaArenaPool::DaArenaPool(ObjPtr<DaArenaAllocator> allocator, std::uint64_t size)
-    : _allocator(allocator), _size(size)
+    : _allocator(std::move(allocator)), _size(size)
 {}
 
 DaArenaPool::~DaArenaPool() noexcept(false) = default;
@@ -82,7 +77,7 @@ DaArenaPool *DaArenaPool::create(DaArenaAllocator *allocator, std::uint64_t size
     if (!allocator)
         RCExUtil::throwExNullPtr();
     ObjPtr<DaArenaAllocator> owner(allocator);
-    return new DaArenaPoolWinNT(owner, size);
+    return new DaArenaPoolWinNT(std::move(owner), size);
 }
 
 } // namespace Zv

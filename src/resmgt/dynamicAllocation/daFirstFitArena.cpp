@@ -17,7 +17,7 @@ DaFirstFitArena::DaFirstFitArena(std::uint64_t base, std::uint64_t size, char co
 
 std::uint64_t DaFirstFitArena::allocate(std::uint64_t size, std::uint64_t alignment)
 {
-    // More than the arena has may be more than can be rounded up.
+    // A larger size could overflow when it is rounded up.
     if (size > _size)
         return 0;
     std::uint64_t const rounded =
@@ -26,7 +26,7 @@ std::uint64_t DaFirstFitArena::allocate(std::uint64_t size, std::uint64_t alignm
          block = _freeBlocks.next(block, rounded)) {
         std::uint64_t const address = _freeBlocks.getAddress(block);
         std::uint64_t const start = alignment == 0 ? address : roundUp(address, alignment);
-        // Rounding wraps around at the end of the address space.
+        // Rounding up wraps around at the end of the address space.
         if (start < address || start - address > _freeBlocks.getLength(block) - rounded)
             continue;
         take(block, start, rounded);
@@ -37,8 +37,8 @@ std::uint64_t DaFirstFitArena::allocate(std::uint64_t size, std::uint64_t alignm
 
 void DaFirstFitArena::take(DaFreeBlocks::Position block, std::uint64_t start, std::uint64_t size)
 {
-    // What may throw comes first, also what this block needs when it comes back: there is at most one free block behind
-    // each that is given out, and one before them all.
+    // All that may throw comes first, including the memory that this block needs when it is given
+    // back. There is at most one free block behind each allocated block, and one before them all.
     _freeBlocks.reserve(_allocatedBlocks.size() + 2);
     _allocatedBlocks.emplace(start, size);
 

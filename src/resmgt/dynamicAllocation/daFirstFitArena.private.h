@@ -1,4 +1,4 @@
-// The arena of a pool.
+// First-fit allocation of address ranges.
 #pragma once
 
 #include "resmgt/dynamicAllocation/daFreeBlocks.private.h"
@@ -10,23 +10,25 @@
 
 namespace Zv {
 
-/// Gives out parts of a range of addresses, which it never touches: the first free block that fits.
+/// Allocates blocks out of a range of addresses: the first free block that fits. It never accesses
+/// the memory itself.
 class DaFirstFitArena
 {
 public:
-    /// What sizes are multiples of.
+    /// All sizes are multiples of this.
     static constexpr std::uint64_t ALIGNMENT = 8;
 
     DaFirstFitArena(std::uint64_t base, std::uint64_t size, char const *name = "<Unnamed arena>");
 
-    /// The address of a block, or 0. An allocation that throws changes nothing.
+    /// Returns the address of a block, or 0 if no free block fits. If it throws, nothing has
+    /// changed.
     std::uint64_t allocate(std::uint64_t size, std::uint64_t alignment);
-    /// Asserts that the block was given out; else it does not fail.
+    /// Takes a block back. Fails an assertion if it is not allocated. Does not fail otherwise.
     void deallocate(std::uint64_t address);
 
-    /// Name, sizes and counts, in four lines.
+    /// Writes name, sizes and counts, in four lines.
     void dumpSummary(std::ostream &stream) const;
-    /// A line, then a line for each free block: offset and length.
+    /// Writes a headline, then offset and length of each free block, one in a line.
     void dump(std::ostream &stream) const;
 
 private:
@@ -41,7 +43,7 @@ private:
     char const *_name;
     std::uint64_t _base;
     std::uint64_t _size;
-    DaFreeBlocks _freeBlocks; // no two of them touch
+    DaFreeBlocks _freeBlocks; // no two of them are adjacent
     HashMap<std::uint64_t, std::uint64_t, Hash> _allocatedBlocks;
 };
 

@@ -13,7 +13,7 @@ DaFreeBlocks::Position DaFreeBlocks::first(std::uint64_t length) const noexcept
 
 DaFreeBlocks::Position DaFreeBlocks::next(Position block, std::uint64_t length) const noexcept
 {
-    // Up to where there is something to the right, then down to the left of it.
+    // Go up until there is something to the right, then down to its left.
     while (_nodes[_nodes[block].right].longest < length) {
         Position child;
         do {
@@ -94,7 +94,7 @@ DaFreeBlocks::Position DaFreeBlocks::makeNode(std::uint64_t address, std::uint64
     return block;
 }
 
-/// There is one.
+/// There must be such a block.
 DaFreeBlocks::Position DaFreeBlocks::firstBelow(Position block, std::uint64_t length) const noexcept
 {
     for (;;) {
@@ -108,7 +108,7 @@ DaFreeBlocks::Position DaFreeBlocks::firstBelow(Position block, std::uint64_t le
     }
 }
 
-/// What points to a block.
+/// Returns the link that refers to a block.
 DaFreeBlocks::Position &DaFreeBlocks::linkTo(Position block) noexcept
 {
     Position const parent = _nodes[block].parent;
@@ -117,7 +117,7 @@ DaFreeBlocks::Position &DaFreeBlocks::linkTo(Position block) noexcept
     return _nodes[parent].left == block ? _nodes[parent].left : _nodes[parent].right;
 }
 
-/// Above its parent, which takes over the blocks in between.
+/// Moves a block above its parent. The parent takes the blocks between them.
 void DaFreeBlocks::rotateUp(Position block) noexcept
 {
     Node &node = _nodes[block];
@@ -136,7 +136,7 @@ void DaFreeBlocks::rotateUp(Position block) noexcept
     updateLongest(block);
 }
 
-/// Whether there was anything to update.
+/// Returns true if the longest length has changed.
 bool DaFreeBlocks::updateLongest(Position block) noexcept
 {
     Node &node = _nodes[block];

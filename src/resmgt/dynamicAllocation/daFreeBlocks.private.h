@@ -1,4 +1,4 @@
-// The free blocks of an arena.
+// Search tree of free blocks, sorted by address.
 #pragma once
 
 #include "zvbase/containers.h"
@@ -8,35 +8,36 @@
 
 namespace Zv {
 
-/// Blocks in the order of their addresses: a tree that is balanced by random priorities, in which each node knows the
-/// longest block below it. That finds the first block of a given length without a look at those before it.
+/// The free blocks of an arena, sorted by address. A tree that is balanced by random priorities (a
+/// treap). Each node knows the longest block below it. So the first block of a given length is
+/// found without looking at all blocks before it.
 class DaFreeBlocks
 {
 public:
-    /// A block, for as long as it is in the tree; 0 is none.
+    /// Identifies a block while it is in the tree. 0 means no block.
     using Position = std::uint32_t;
 
     DaFreeBlocks();
 
-    /// As many blocks as this can be in the tree without an allocation, and so without a failure.
+    /// Allocates memory, so that the tree can have `nbBlocks` blocks and `insert` does not throw.
     void reserve(std::size_t nbBlocks)
     {
         if (nbBlocks >= _nodes.capacity())
             _nodes.reserve(2 * nbBlocks);
     }
 
-    /// The first block of at least that length, which is not 0.
+    /// Returns the first block of at least `length`, which must not be 0.
     Position first(std::uint64_t length) const noexcept;
-    /// The first of them behind a block.
+    /// Returns the first block of at least `length` behind `block`.
     Position next(Position block, std::uint64_t length) const noexcept;
-    /// The last block that begins below an address.
+    /// Returns the last block that begins below `address`.
     Position before(std::uint64_t address) const noexcept;
     std::uint64_t getAddress(Position block) const noexcept { return _nodes[block].address; }
     std::uint64_t getLength(Position block) const noexcept { return _nodes[block].length; }
 
     void insert(std::uint64_t address, std::uint64_t length);
     void erase(Position block) noexcept;
-    /// Moves an end of a block, which stays between its neighbours.
+    /// Changes a block. It must stay between its neighbours.
     void change(Position block, std::uint64_t address, std::uint64_t length) noexcept;
 
 private:
@@ -58,7 +59,7 @@ private:
     bool updateLongest(Position block) noexcept;
     void updateUpwards(Position block) noexcept;
 
-    Vector<Node> _nodes; // the node 0 stands below every leaf, and has nothing
+    Vector<Node> _nodes; // node 0 is the empty node below every leaf
     Position _root;
     Position _spare;
     std::uint32_t _random;

@@ -1,5 +1,5 @@
 #include "platform/services.h"
-#include "resmgt/dynamicAllocation/daMemoryMapAllocator.h"
+#include "resmgt/dynamicAllocation/daArenaAllocator.h"
 #include "zvbase/exSysError.h"
 #include "zvbase/failures.h"
 
@@ -28,9 +28,6 @@ public:
 };
 
 } // namespace
-
-DaMemoryMapAllocator::DaMemoryMapAllocator(char const *name) : _name(name) {}
-DaMemoryMapAllocator::~DaMemoryMapAllocator() noexcept(false) = default;
 
 DaMemoryMapAllocator *DaMemoryMapAllocator::create(char const *name)
 {

@@ -1,15 +1,11 @@
 #include "resmgt/literals/liStringEx.h"
 
+#include "zvbase/exBody.private.h"
+
 namespace Zv {
 
-LiStringEx::LiStringEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-LiStringEx::ExOutOfBounds::ExOutOfBounds(char const *file, int line, int index, int low, int high)
-    : std::range_error(""), LiStringEx(file, line)
-{
-    formatReason("Index (%d) is not in the proper range (%d-%d).", index, low, high);
-}
-
-LiStringEx::ExOutOfBounds::~ExOutOfBounds() = default;
+ZV_EXCEPTION_FAMILY_BODY(LiStringEx)
+ZV_EXCEPTION_BODY(LiStringEx, ExOutOfBounds, std::range_error, (int index, int low, int high),
+                  formatReason("Index (%d) is not in the proper range (%d-%d).", index, low, high))
 
 } // namespace Zv

@@ -1,4 +1,4 @@
-// Failures of strings.
+// Exceptions of strings (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,7 +8,7 @@
 
 namespace Zv {
 
-/// Failures of strings.
+/// Exceptions of strings.
 class ZVRESMGT_EXPORT LiStringEx : public ExBase
 {
 public:
@@ -17,14 +17,9 @@ public:
     LiStringEx(char const *file, int line) noexcept;
 };
 
-/// A position outside the string: "Index (%d) is not in the proper range (%d-%d)." The high value is the string's
-/// length, one more than the last position that is allowed.
-class ZVRESMGT_EXPORT LiStringEx::ExOutOfBounds : public std::range_error, public LiStringEx
-{
-public:
-    ExOutOfBounds(char const *file, int line, int index, int low, int high);
-    ~ExOutOfBounds() override;
-    ZV_EXCEPTION_MEMBERS(ExOutOfBounds)
-};
+/// Thrown if a position is outside of a string. "Index (%d) is not in the proper range (%d-%d)."
+/// `high` is the length of the string, one more than the last position that is allowed.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, LiStringEx, ExOutOfBounds, std::range_error, LiStringEx, int index,
+             int low, int high);
 
 } // namespace Zv

@@ -1,23 +1,13 @@
 #include "resmgt/literals/liUuidEx.h"
 
+#include "zvbase/exBody.private.h"
+
 namespace Zv {
 
-LiUuidEx::LiUuidEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-LiUuidEx::ExInvalidUuidString::ExInvalidUuidString(char const *file, int line, LiString const &text)
-    : std::invalid_argument(""), LiUuidEx(file, line)
-{
-    formatReason("\"%s\" is not a valid uuid representation.", text.getChars());
-}
-
-LiUuidEx::ExInvalidUuidString::~ExInvalidUuidString() = default;
-
-LiUuidEx::ExInternalError::ExInternalError(char const *file, int line, char const *function)
-    : std::runtime_error(""), LiUuidEx(file, line)
-{
-    formatReason("Call to function %s() failed.", function);
-}
-
-LiUuidEx::ExInternalError::~ExInternalError() = default;
+ZV_EXCEPTION_FAMILY_BODY(LiUuidEx)
+ZV_EXCEPTION_BODY(LiUuidEx, ExInvalidUuidString, std::invalid_argument, (LiString const &text),
+                  formatReason("\"%s\" is not a valid uuid representation.", text.getChars()))
+ZV_EXCEPTION_BODY(LiUuidEx, ExInternalError, std::runtime_error, (char const *function),
+                  formatReason("Call to function %s() failed.", function))
 
 } // namespace Zv

@@ -1,4 +1,4 @@
-// Failures of identifiers.
+// Exceptions of universally unique identifiers (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -9,7 +9,7 @@
 
 namespace Zv {
 
-/// Failures of identifiers.
+/// Exceptions of universally unique identifiers.
 class ZVRESMGT_EXPORT LiUuidEx : public ExBase
 {
 public:
@@ -19,22 +19,12 @@ public:
     LiUuidEx(char const *file, int line) noexcept;
 };
 
-/// A text is no identifier: "\"%s\" is not a valid uuid representation."
-class ZVRESMGT_EXPORT LiUuidEx::ExInvalidUuidString : public std::invalid_argument, public LiUuidEx
-{
-public:
-    ExInvalidUuidString(char const *file, int line, LiString const &text);
-    ~ExInvalidUuidString() override;
-    ZV_EXCEPTION_MEMBERS(ExInvalidUuidString)
-};
+/// Thrown if a text is not an identifier. `"text" is not a valid uuid representation.`
+ZV_EXCEPTION(ZVRESMGT_EXPORT, LiUuidEx, ExInvalidUuidString, std::invalid_argument, LiUuidEx,
+             LiString const &text);
 
-/// A function of the platform refused: "Call to function %s() failed."
-class ZVRESMGT_EXPORT LiUuidEx::ExInternalError : public std::runtime_error, public LiUuidEx
-{
-public:
-    ExInternalError(char const *file, int line, char const *function);
-    ~ExInternalError() override;
-    ZV_EXCEPTION_MEMBERS(ExInternalError)
-};
+/// Thrown if a function of the platform fails. "Call to function %s() failed."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, LiUuidEx, ExInternalError, std::runtime_error, LiUuidEx,
+             char const *function);
 
 } // namespace Zv

@@ -4,6 +4,7 @@
 #include "resmgt/locks/lkMutex.h"
 #include "resmgt/locks/lkUtil.h"
 #include "zvbase/failures.h"
+#include "zvbase/scope.private.h"
 
 #include <ostream>
 
@@ -82,13 +83,8 @@ void LkCondVarWindows::broadcast() const
     SectionGuard const broadcasting(_broadcastLock);
     if (!releaseAll())
         return;
-    try {
-        ZV_SYS_ASSERT(::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0);
-    } catch (...) {
-        endBroadcast();
-        throw;
-    }
-    endBroadcast();
+    AtScopeEnd const ending([this] { endBroadcast(); });
+    ZV_SYS_ASSERT(::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0);
 }
 
 void LkCondVarWindows::endBroadcast() const

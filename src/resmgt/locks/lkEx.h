@@ -1,4 +1,4 @@
-// Failures of the locks.
+// Exceptions of the locks (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,7 +8,7 @@
 
 namespace Zv {
 
-/// Failures of the locks.
+/// Exceptions of the locks.
 class ZVRESMGT_EXPORT LkEx : public ExBase
 {
 public:
@@ -17,15 +17,10 @@ public:
     LkEx(char const *file, int line) noexcept;
 };
 
-/// A thread would wait for itself: `LkMutexWindows "name" deadlocked in thread 0x0 (self deadlock)`.
-class ZVRESMGT_EXPORT LkEx::ExDeadLock : public LkEx, public std::runtime_error
-{
-public:
-    /// The class and the name of the lock, the number of the thread where it is known, and a comment.
-    ExDeadLock(char const *file, int line, char const *lockClass, char const *name,
-               unsigned threadNumber, char const *comment);
-    ~ExDeadLock() override;
-    ZV_EXCEPTION_MEMBERS(ExDeadLock)
-};
+/// Thrown if a thread locks a mutex that it already holds, which would deadlock.
+/// `LkMutexWindows "name" deadlocked in thread 0x0 (self deadlock)`, with the class and the name of
+/// the lock, the number of the thread if it is known, and a comment.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, LkEx, ExDeadLock, LkEx, std::runtime_error, char const *lockClass,
+             char const *name, unsigned threadNumber, char const *comment);
 
 } // namespace Zv

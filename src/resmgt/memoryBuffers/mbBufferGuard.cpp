@@ -1,8 +1,6 @@
 #include "resmgt/memoryBuffers/mbBufferGuard.h"
 
-#include "zvbase/traceCaught.private.h"
-
-#include <exception>
+#include "zvbase/scope.private.h"
 
 namespace Zv {
 
@@ -18,13 +16,7 @@ MbBufferGuard::~MbBufferGuard() noexcept(false)
 {
     if (_imp.isNull())
         return;
-    try {
-        letGo();
-    } catch (...) {
-        if (!std::uncaught_exceptions())
-            throw;
-        traceCaught(__FILE__, __LINE__);
-    }
+    throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] { letGo(); });
 }
 
 void MbBufferGuard::assign(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event)

@@ -4,10 +4,10 @@
 #include "resmgt/memoryBuffers/mbProtocol.h"
 #include "resmgt/memoryBuffers/mbState.h"
 #include "zvbase/failures.h"
+#include "zvbase/scope.private.h"
 #include "zvbase/traceCaught.private.h"
 
 #include <bit>
-#include <exception>
 #include <utility>
 
 namespace Zv {
@@ -254,7 +254,7 @@ void MbBufferImp::dispatch(MbEvent event)
 
 void MbBufferImp::destroy()
 {
-    try {
+    throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] {
         {
             LkGuard<LkMutex const> guard(_mutex);
             // A protocol call of this thread still stands on the object: it ends the buffer on its way back.
@@ -269,11 +269,7 @@ void MbBufferImp::destroy()
             } while (!deliverOnce(MbEvent::DESTROY));
         }
         releaseKeepAlive();
-    } catch (...) {
-        if (!std::uncaught_exceptions())
-            throw;
-        traceCaught(__FILE__, __LINE__);
-    }
+    });
 }
 
 void MbBufferImp::endIfAbandoned(LkGuard<LkMutex const> &guard)

@@ -1,41 +1,19 @@
 #include "resmgt/memoryBuffers/mbEx.h"
 
+#include "zvbase/exBody.private.h"
+
 namespace Zv {
 
-MbEx::MbEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-MbEx::ExIllegalTransition::ExIllegalTransition(char const *file, int line, char const *buffer,
-                                               char const *event, char const *state)
-    : std::logic_error(""), MbEx(file, line)
-{
-    formatReason("Illegal transition: buffer %s received event %s from state %s.", buffer, event,
-                 state);
-}
-
-MbEx::ExIllegalTransition::~ExIllegalTransition() = default;
-
-MbEx::ExInvalidArgument::ExInvalidArgument(char const *file, int line, char const *description)
-    : std::invalid_argument(""), MbEx(file, line)
-{
-    formatReason("Invalid argument: %s.", description);
-}
-
-MbEx::ExInvalidArgument::~ExInvalidArgument() = default;
-
-MbEx::ExRangeError::ExRangeError(char const *file, int line, char const *description)
-    : std::range_error(""), MbEx(file, line)
-{
-    formatReason("Out of range: %s.", description);
-}
-
-MbEx::ExRangeError::~ExRangeError() = default;
-
-MbEx::ExNotEnoughMemory::ExNotEnoughMemory(char const *file, int line, char const *description)
-    : std::range_error(""), MbEx(file, line)
-{
-    formatReason("Not enough memory: %s.", description);
-}
-
-MbEx::ExNotEnoughMemory::~ExNotEnoughMemory() = default;
+ZV_EXCEPTION_FAMILY_BODY(MbEx)
+ZV_EXCEPTION_BODY(MbEx, ExIllegalTransition, std::logic_error,
+                  (char const *buffer, char const *event, char const *state),
+                  formatReason("Illegal transition: buffer %s received event %s from state %s.",
+                               buffer, event, state))
+ZV_EXCEPTION_BODY(MbEx, ExInvalidArgument, std::invalid_argument, (char const *description),
+                  formatReason("Invalid argument: %s.", description))
+ZV_EXCEPTION_BODY(MbEx, ExRangeError, std::range_error, (char const *description),
+                  formatReason("Out of range: %s.", description))
+ZV_EXCEPTION_BODY(MbEx, ExNotEnoughMemory, std::range_error, (char const *description),
+                  formatReason("Not enough memory: %s.", description))
 
 } // namespace Zv

@@ -1,4 +1,4 @@
-// Failures of the memory buffers.
+// Exceptions of the memory buffers (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,7 +8,7 @@
 
 namespace Zv {
 
-/// Failures of the memory buffers.
+/// Exceptions of the memory buffers.
 class ZVRESMGT_EXPORT MbEx : public ExBase
 {
 public:
@@ -20,42 +20,22 @@ public:
     MbEx(char const *file, int line) noexcept;
 };
 
-/// A buffer was asked for what its state does not allow:
+/// Thrown if the state of a buffer does not allow an operation.
 /// "Illegal transition: buffer b received event unlock() from state Loaded."
-class ZVRESMGT_EXPORT MbEx::ExIllegalTransition : public std::logic_error, public MbEx
-{
-public:
-    ExIllegalTransition(char const *file, int line, char const *buffer, char const *event,
-                        char const *state);
-    ~ExIllegalTransition() override;
-    ZV_EXCEPTION_MEMBERS(ExIllegalTransition)
-};
+ZV_EXCEPTION(ZVRESMGT_EXPORT, MbEx, ExIllegalTransition, std::logic_error, MbEx, char const *buffer,
+             char const *event, char const *state);
 
-/// "Invalid argument: …."
-class ZVRESMGT_EXPORT MbEx::ExInvalidArgument : public std::invalid_argument, public MbEx
-{
-public:
-    ExInvalidArgument(char const *file, int line, char const *description);
-    ~ExInvalidArgument() override;
-    ZV_EXCEPTION_MEMBERS(ExInvalidArgument)
-};
+/// Thrown if a number is not a valid alignment. "Invalid argument: %s."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, MbEx, ExInvalidArgument, std::invalid_argument, MbEx,
+             char const *description);
 
-/// "Out of range: …."
-class ZVRESMGT_EXPORT MbEx::ExRangeError : public std::range_error, public MbEx
-{
-public:
-    ExRangeError(char const *file, int line, char const *description);
-    ~ExRangeError() override;
-    ZV_EXCEPTION_MEMBERS(ExRangeError)
-};
+/// Thrown if a value cannot be rounded to an alignment, or if two offsets cannot be combined.
+/// "Out of range: %s."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, MbEx, ExRangeError, std::range_error, MbEx, char const *description);
 
-/// "Not enough memory: …." Descriptions end in a point of their own, so that the text ends in two.
-class ZVRESMGT_EXPORT MbEx::ExNotEnoughMemory : public std::range_error, public MbEx
-{
-public:
-    ExNotEnoughMemory(char const *file, int line, char const *description);
-    ~ExNotEnoughMemory() override;
-    ZV_EXCEPTION_MEMBERS(ExNotEnoughMemory)
-};
+/// Thrown if a manager cannot provide the memory of a buffer. "Not enough memory: %s." Descriptions
+/// end in a full stop of their own, so the text ends in two.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, MbEx, ExNotEnoughMemory, std::range_error, MbEx,
+             char const *description);
 
 } // namespace Zv

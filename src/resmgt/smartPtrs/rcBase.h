@@ -1,4 +1,4 @@
-// Objects that count their references.
+// Base classes of objects that count their references (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -22,14 +22,34 @@ inline long countOf(int counter)
 
 } // namespace Detail
 
-/// The base of objects in shared ownership. `Counter` is `LkCounter<long>` for objects that threads share and `int`
-/// for objects that stay in one thread.
+/// Base of objects with shared ownership. `Counter` is `LkCounter<long>` if threads share the
+/// object, and `int` if only one thread uses it.
 ///
-/// A new object has count 0 and belongs to nobody until a counted pointer takes it; the pointer that lets go last
-/// deletes it, in its own thread. A copy starts at 0 as well: counts are never copied. Only counted pointers count,
-/// through pointers to const too.
+///     class Clip : public Zv::RCBase<Zv::LkCounter<long>>
+///     {
+///     public:
+///         explicit Clip(int length) : _length(length) {}
+///         int getLength() const { return _length; }
 ///
-/// The destructor may throw; whoever lets go last gets the exception.
+///     private:
+///         int _length;
+///     };
+///
+///     int measure()
+///     {
+///         Zv::RCShdPtr<Clip> const clip = Zv::makeShd<Clip>(25);
+///         return clip->getLength();
+///     }
+///
+/// A new object has count 0 and no owner. Counted pointers (`RCBasePtr`) count their references.
+/// The pointer that releases the last one deletes the object, on its own thread. A copy of an
+/// object has count 0, too.
+///
+/// **Threads**: with `LkCounter<long>`, any threads may copy and release pointers to the object at
+/// the same time. The count protects nothing else.
+///
+/// **Throws**: the destructor may throw. The pointer that releases the last reference passes the
+/// exception on.
 template <class Counter>
 class RCBase
 {
@@ -54,8 +74,16 @@ private:
     Counter mutable _refCount;
 };
 
-/// An `RCBase` that decides itself what becomes of it when nobody refers to it any more: a class overrides `destroy`
-/// to go back into a pool or to a manager. A new pointer may take such an object later; it starts again from count 0.
+/// Base of objects with shared ownership that decide themselves what happens when the last
+/// reference is released. As `RCBase`, but a derived class can override `destroy`, for example to
+/// return the object to a pool. A pointer may take such an object again later. It then starts from
+/// count 0.
+///
+///     class Region : public Zv::RCBaseWithDestroy<int>
+///     {
+///     private:
+///         void destroy() override {} // its manager keeps it
+///     };
 template <class Counter>
 class RCBaseWithDestroy
 {
@@ -69,13 +97,13 @@ private:
     template <class T>
     friend class RCBasePtr;
 
-    /// Called where the count reaches 0. Deletes the object.
+    /// Called when the count becomes 0. This implementation deletes the object.
     virtual void destroy();
 
     void incReferenceCount() const { ++_refCount; }
     void decReferenceCount() const
     {
-        // An object behind a pointer to const is shared as well, and dies as well.
+        // A pointer to const owns the object, too.
         if (--_refCount == 0)
             const_cast<RCBaseWithDestroy *>(this)->destroy();
     }

@@ -1,4 +1,4 @@
-// What all counted pointers have in common.
+// Base class of the counted pointers (applications).
 #pragma once
 
 #include "zvbase/rcEx.h"
@@ -11,28 +11,38 @@
 
 namespace Zv {
 
-/// The base of the counted pointers: one word, null when empty, which counts for as long as it points.
+/// Base of `RCShdPtr`, `RCShdEngPtr`, `RCPvtEngPtr` and `RCProxyShdPtr`. A counted pointer holds
+/// one reference to its object, unless it is null. A copy costs one interlocked operation, a move
+/// costs none. A pointer that releases the last reference destroys the object at once.
 ///
-/// Two threads may share the object, but not the pointer: each has its own. A copy costs one interlocked operation, a
-/// move none. Letting go of the last reference destroys the object there and then; what its destructor throws comes
-/// out of the assignment or the destructor that let go, and an assignment has taken its new value all the same.
+/// An assignment releases the old object before it takes the new one. During the old object's
+/// destructor the pointer still has its address. The destructor must not copy or change the
+/// pointer. If only the old object keeps the new one alive, as in `p = p->next`, copy or move the
+/// new one first.
 ///
-/// An assignment lets go of the old object before it takes the new one, whether it copies, moves, or takes a raw
-/// pointer or null: the old object's destructor still finds its address in the pointer, and must not copy or change it.
-/// If the new object lives only through the old one, as in `p = p->next`, move it or copy it first.
+/// **Threads**: one thread at a time. Threads that share an object need a pointer each.
 ///
-/// Standard threads: the destructors of the counted pointers, and of all handles that consist of one, may throw. The
-/// standard library's `thread`, `jthread`, `async` and `packaged_task` therefore do not compile with a lambda that
-/// captures one by value. Give them a `std::function`:
+/// The destructors of the counted pointers, and of all handles that contain one, may throw. For
+/// that reason `thread`, `jthread`, `async` and `packaged_task` of the standard library do not
+/// compile with a lambda that captures one by value. Pass a `std::function` instead:
 ///
-///     thread(std::function<void()>([fifo] { fifo->flush(); }));
+///     #include <functional>
+///     #include <thread>
+///
+///     Zv::RCProxyShdPtr<int> const gain(Zv::makeObj<int>(3));
+///     std::thread thread(std::function<void()>([gain] { ++*gain; }));
+///     thread.join();
+///
+/// **Throws**: if the destructor of the object throws, the exception leaves the destructor or the
+/// assignment that has released it. The assignment has taken its new value all the same. `->` and
+/// `*` throw `RCEx::ExNullPtr` if the pointer is null.
 template <class T>
 class RCBasePtr
 {
 public:
     using element_type = T;
 
-    /// The raw pointer; it does not count.
+    /// Returns the raw pointer. It holds no reference.
     T *get() const noexcept { return _pointee; }
     bool isNull() const noexcept { return !_pointee; }
     explicit operator bool() const noexcept { return _pointee; }
@@ -41,7 +51,7 @@ public:
     {
         return !pointer._pointee;
     }
-    /// By address.
+    /// Compares the addresses of the objects.
     template <class U>
     friend bool operator==(RCBasePtr const &a, RCBasePtr<U> const &b) noexcept
     {
@@ -62,7 +72,7 @@ protected:
     }
     RCBasePtr(RCBasePtr const &other) : RCBasePtr(other._pointee) {}
     RCBasePtr(RCBasePtr &&other) noexcept : _pointee(std::exchange(other._pointee, nullptr)) {}
-    /// Takes the reference over that a pointer to a related type gave up.
+    /// Takes the reference of a pointer to a related class, which becomes null.
     template <class U>
     RCBasePtr(RCBasePtr<U> &&other) noexcept : _pointee(other.giveUp())
     {}
@@ -83,7 +93,7 @@ protected:
         return *this;
     }
 
-    /// Lets go of the old object, then takes the new one, even if the old one's end throws.
+    /// Releases the old object, then takes the new one, even if the old one's destructor throws.
     void assign(T *newValue)
     {
         if (newValue != _pointee)
@@ -93,7 +103,7 @@ protected:
             });
     }
 
-    /// The pointer, or `RCEx::ExNullPtr`.
+    /// Returns the raw pointer. Throws `RCEx::ExNullPtr` if it is null.
     T *checked() const
     {
         if (!_pointee) [[unlikely]]
@@ -101,7 +111,8 @@ protected:
         return _pointee;
     }
 
-    /// References to the object; true at the moment of the reading. Not for null.
+    /// Returns the number of references to the object. Other threads may change it at any time. The
+    /// pointer must not be null.
     long getReferenceCount() const { return _pointee->getReferenceCount(); }
 
 private:
@@ -109,7 +120,8 @@ private:
     friend class RCBasePtr;
 
     T *giveUp() noexcept { return std::exchange(_pointee, nullptr); }
-    /// The only function that changes the value. `count` makes the new object's reference, unless one was given up.
+    /// Replaces the object. `count` counts the new reference, unless another pointer has passed it
+    /// on.
     template <class Count>
     void replace(T *newValue, Count const &count)
     {
@@ -133,7 +145,7 @@ private:
     T *_pointee;
 };
 
-/// A pointer to a U may stand where one to a T is asked for.
+/// True if a pointer to a `U` can be converted to a pointer to a `T`.
 template <class U, class T>
 concept RCRelated = !std::same_as<U, T> && std::convertible_to<U *, T *>;
 

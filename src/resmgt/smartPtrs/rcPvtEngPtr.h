@@ -1,4 +1,4 @@
-// A private engine, shared until it is written.
+// Copy-on-write pointer of a handle class to its engine (applications).
 #pragma once
 
 #include "resmgt/smartPtrs/rcBase.h"
@@ -6,27 +6,49 @@
 
 namespace Zv {
 
-/// The copy-on-write pointer of a handle class such as `LiString` to its engine, whose class derives from `RCBase` and
-/// has `T *clone() const`, a copy made with `new`. Copies share the engine for as long as they only read.
+/// A pointer of a handle class, such as `LiString`, to its engine. Copies of a handle share the
+/// engine until one of them is written. See `RCBasePtr` for threads and exceptions.
 ///
-/// Reading goes through `->` and `*` and gives a const engine; writing goes through `write()`, and has the engine for
-/// itself. What `write()` returned is good for writing until the pointer is copied.
+/// The engine's class derives from `RCBase` and has an operation `T *clone() const`, which returns
+/// a copy made with `new`. `->` and `*` give a const engine for reading. `write()` gives an engine
+/// that is not shared.
+///
+///     class Engine : public Zv::RCBase<Zv::LkCounter<long>>
+///     {
+///     public:
+///         Engine *clone() const { return new Engine(*this); }
+///
+///         double gain = 0;
+///     };
+///
+///     class Setting
+///     {
+///     public:
+///         double getGain() const { return _engine->gain; }
+///         void setGain(double gain) { _engine.write().gain = gain; } // of this copy alone
+///
+///     private:
+///         Zv::RCPvtEngPtr<Engine> _engine{new Engine};
+///     };
 template <class T>
 class RCPvtEngPtr : public RCBasePtr<T>
 {
 public:
     constexpr RCPvtEngPtr() noexcept = default;
     constexpr RCPvtEngPtr(std::nullptr_t) noexcept {}
+    /// Shares the engine. The conversion is implicit.
     RCPvtEngPtr(T *engine) : RCBasePtr<T>(engine) {}
     RCPvtEngPtr(RCPvtEngPtr const &) = default;
     RCPvtEngPtr(RCPvtEngPtr &&) noexcept = default;
     RCPvtEngPtr &operator=(RCPvtEngPtr const &) = default;
     RCPvtEngPtr &operator=(RCPvtEngPtr &&) = default;
 
-    /// Null throws `RCEx::ExNullPtr`, "Dereferencing a null pointer".
+    /// Throws `RCEx::ExNullPtr` if the pointer is null.
     T const *operator->() const { return this->checked(); }
+    /// Throws `RCEx::ExNullPtr` if the pointer is null.
     T const &operator*() const { return *this->checked(); }
-    /// The engine, after it has been cloned where others share it. Throws `RCEx::ExNullPtr` where the pointer or the
+    /// Returns the engine for writing. Clones it first if other pointers share it. The result may
+    /// be written until this pointer is copied. Throws `RCEx::ExNullPtr` if the pointer or the
     /// clone is null.
     T &write()
     {
@@ -39,7 +61,7 @@ public:
         this->assign(clone);
         return *clone;
     }
-    /// Whether nobody shares the engine. False for null.
+    /// Returns true if no other pointer shares the engine. False if the pointer is null.
     bool isUnique() const { return !this->isNull() && this->getReferenceCount() == 1; }
 };
 

@@ -1,4 +1,4 @@
-// Shared ownership.
+// Smart pointer for shared ownership (applications).
 #pragma once
 
 #include "resmgt/smartPtrs/rcBase.h"
@@ -6,32 +6,46 @@
 
 namespace Zv {
 
-/// A shared owner of an object whose class derives from `RCBase`. A raw pointer may become one at any time, also
-/// implicitly and more than once: the count stands in the object. See RCBasePtr for what holds of all such pointers.
+/// A shared owner of an object, whose class derives from `RCBase`. See `RCBasePtr` for threads and
+/// exceptions.
 ///
-///     RCShdPtr<DevMDStdFifo> fifo(new DevMDStdFifo(10));
+/// A raw pointer can be converted at any time, even implicitly and more than once, because the
+/// object contains the count.
+///
+///     class Clip : public Zv::RCBase<Zv::LkCounter<long>>
+///     {
+///     };
+///
+///     Zv::RCShdPtr<Clip> const clip(new Clip);
+///     Zv::RCShdPtr<Clip const> const sharing = clip;
 template <class T>
 class RCShdPtr : public RCBasePtr<T>
 {
 public:
     constexpr RCShdPtr() noexcept = default;
     constexpr RCShdPtr(std::nullptr_t) noexcept {}
+    /// Shares the object. The conversion is implicit.
     RCShdPtr(T *object) : RCBasePtr<T>(object) {}
     RCShdPtr(RCShdPtr const &) = default;
     RCShdPtr(RCShdPtr &&) noexcept = default;
-    template <class U>
-    requires RCRelated<U, T> RCShdPtr(RCShdPtr<U> const &other) : RCBasePtr<T>(other.get()) {}
-    template <class U>
-    requires RCRelated<U, T> RCShdPtr(RCShdPtr<U> &&other)
-    noexcept : RCBasePtr<T>(std::move(other)) {}
+    /// Shares the object of a pointer to a derived class.
+    template <RCRelated<T> U>
+    RCShdPtr(RCShdPtr<U> const &other) : RCBasePtr<T>(other.get())
+    {}
+    /// Takes the reference of a pointer to a derived class.
+    template <RCRelated<T> U>
+    RCShdPtr(RCShdPtr<U> &&other) noexcept : RCBasePtr<T>(std::move(other))
+    {}
     RCShdPtr &operator=(RCShdPtr const &) = default;
     RCShdPtr &operator=(RCShdPtr &&) = default;
 
-    /// Null throws `RCEx::ExNullPtr`, "Dereferencing a null pointer".
+    /// Throws `RCEx::ExNullPtr` if the pointer is null.
     T *operator->() const { return this->checked(); }
+    /// Throws `RCEx::ExNullPtr` if the pointer is null.
     T &operator*() const { return *this->checked(); }
-    /// Whether this is the only reference. False for null.
+    /// Returns true if this is the only reference. False if the pointer is null.
     bool isUnique() const { return !this->isNull() && this->getReferenceCount() == 1; }
+    /// Exchanges the objects of two pointers.
     void swap(RCShdPtr &other) noexcept
     {
         RCShdPtr held(std::move(other));
@@ -40,14 +54,14 @@ public:
     }
 };
 
-/// A new object in shared ownership.
+/// Makes an object and returns its first owner.
 template <class T, class... Arguments>
 [[nodiscard]] RCShdPtr<T> makeShd(Arguments &&...arguments)
 {
     return RCShdPtr<T>(new T(std::forward<Arguments>(arguments)...));
 }
 
-/// The same object as a U, or null where it is none.
+/// Returns a pointer to the same object as a `U`, or null if it is not a `U`.
 template <class U, class T>
 [[nodiscard]] RCShdPtr<U> rcDynamicCast(RCShdPtr<T> const &pointer)
 {

@@ -1,4 +1,4 @@
-// A pointer that owns nothing, and says so.
+// Pointer without ownership (applications).
 #pragma once
 
 #include "zvbase/rcEx.h"
@@ -9,18 +9,24 @@
 
 namespace Zv {
 
-/// The address of an object that somebody else owns, for use in containers and as argument. It deletes nothing. Two
-/// of them compare by address.
+/// Points to an object that it does not own. A raw pointer would not say so.
+/// Compared by address. A value.
+///
+///     double gain = 0.5;
+///     Zv::UnownedObjPtr<double> const pointer(&gain);
+///     *pointer = 0.7;
 template <class T>
 class UnownedObjPtr
 {
 public:
     using element_type = T;
 
+    /// The object must outlive the pointer. The conversion is implicit.
     constexpr UnownedObjPtr(T *object = nullptr) noexcept : _object(object) {}
 
-    /// Null throws `RCEx::ExNullPtr`.
+    /// Throws `RCEx::ExNullPtr` if the pointer is null.
     T *operator->() const { return checked(); }
+    /// Throws `RCEx::ExNullPtr` if the pointer is null.
     T &operator*() const { return *checked(); }
     T *get() const noexcept { return _object; }
     bool isNull() const noexcept { return !_object; }

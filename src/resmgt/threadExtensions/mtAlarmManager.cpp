@@ -8,6 +8,7 @@
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/scope.private.h"
 #include "zvbase/sleeper.h"
 
 #include <algorithm>
@@ -146,13 +147,9 @@ void MtAlarmManagerImp::remove(MtAlarmHandle &alarm)
 // The thread drops an alarm that somebody waits for here, or one that is always due might be called for ever.
 void MtAlarmManagerImp::waitForEndOfCall(MtAlarmHandle &alarm)
 {
-    struct Counted
-    {
-        explicit Counted(unsigned &counter) : nb(counter) { ++nb; }
-        ~Counted() { --nb; }
-        unsigned &nb;
-    };
-    Counted const counted(getNbDeregistering(alarm));
+    unsigned &nbDeregistering = getNbDeregistering(alarm);
+    ++nbDeregistering;
+    AtScopeEnd const uncount([&nbDeregistering] { --nbDeregistering; });
     while (_current.get() == &alarm)
         _deregPulse.waitNextPulse(_lock);
 }

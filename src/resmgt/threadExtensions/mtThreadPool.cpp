@@ -5,9 +5,9 @@
 #include "resmgt/threads/mtThreadProtocol.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/platform/interlocked.h"
+#include "zvbase/scope.private.h"
 
 #include <cstdio>
-#include <exception>
 
 namespace Zv {
 
@@ -71,14 +71,8 @@ MtThreadPool::MtThreadPool(LiString const &name, unsigned nbThreads, bool placeT
 
 MtThreadPool::~MtThreadPool() noexcept(false)
 {
-    bool const isUnwinding = std::uncaught_exceptions() != 0;
-    try {
-        MtThreadPool::stop();
-    } catch (...) {
-        // The threads are waited for once more when they are destroyed.
-        if (!isUnwinding)
-            throw;
-    }
+    // If this fails, the destructors of the threads wait for them once more.
+    throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] { MtThreadPool::stop(); });
 }
 
 void MtThreadPool::doneTask(unsigned) {}

@@ -1,27 +1,22 @@
 #include "resmgt/threads/mtEx.h"
 
+#include "zvbase/exBody.private.h"
+
 #include <utility>
 
 namespace Zv {
 
-MtEx::MtEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-MtEx::ExNotImplemented::ExNotImplemented(char const *file, int line, char const *feature)
-    : MtEx(file, line), std::runtime_error("")
-{
-    setReason("Feature not implemented: ");
-    setReason(feature);
-}
-
-MtEx::ExNotImplemented::~ExNotImplemented() = default;
-
-MtEx::ExNoContent::ExNoContent(char const *file, int line, char const *className, char const *name)
-    : MtEx(file, line), std::runtime_error("")
-{
-    formatReason("%s(\"%s\") has no content", className, name);
-}
-
-MtEx::ExNoContent::~ExNoContent() = default;
+ZV_EXCEPTION_FAMILY_BODY(MtEx)
+ZV_EXCEPTION_BODY_FAMILY_FIRST(MtEx, ExNotImplemented, std::runtime_error, (char const *feature),
+                               setReason("Feature not implemented: "), setReason(feature))
+ZV_EXCEPTION_BODY_FAMILY_FIRST(MtEx, ExNoContent, std::runtime_error,
+                               (char const *className, char const *name),
+                               formatReason("%s(\"%s\") has no content", className, name))
+ZV_EXCEPTION_BODY_FAMILY_FIRST(
+    MtEx, ExStdThrownException, std::runtime_error, (char const *typeName, char const *what),
+    formatReason("Standard exception caught.\nType = \"%s\".\nWhat = \"%s\".", typeName, what))
+ZV_EXCEPTION_BODY_FAMILY_FIRST(MtEx, ExRealTimeNotEnabled, std::runtime_error, (char const *reason),
+                               formatReason("Failure to enable real-time: %s.", reason))
 
 MtEx::ExThrownException::ExThrownException(char const *file, int line, ExBase *carried)
     : MtEx(file, line), std::runtime_error(""), _carried(carried)
@@ -56,22 +51,5 @@ char const *MtEx::ExThrownException::getDetailedReason() const noexcept
 {
     return _carried->getDetailedReason();
 }
-
-MtEx::ExStdThrownException::ExStdThrownException(char const *file, int line, char const *typeName,
-                                                 char const *what)
-    : MtEx(file, line), std::runtime_error("")
-{
-    formatReason("Standard exception caught.\nType = \"%s\".\nWhat = \"%s\".", typeName, what);
-}
-
-MtEx::ExStdThrownException::~ExStdThrownException() = default;
-
-MtEx::ExRealTimeNotEnabled::ExRealTimeNotEnabled(char const *file, int line, char const *reason)
-    : MtEx(file, line), std::runtime_error("")
-{
-    formatReason("Failure to enable real-time: %s.", reason);
-}
-
-MtEx::ExRealTimeNotEnabled::~ExRealTimeNotEnabled() = default;
 
 } // namespace Zv

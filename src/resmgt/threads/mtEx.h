@@ -1,4 +1,4 @@
-// Failures of threads.
+// Exceptions of threads (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,6 +8,7 @@
 
 namespace Zv {
 
+/// Exceptions of threads.
 class ZVRESMGT_EXPORT MtEx : public ExBase
 {
 public:
@@ -20,31 +21,23 @@ public:
     MtEx(char const *file, int line) noexcept;
 };
 
-/// "Feature not implemented: " and the feature.
-class ZVRESMGT_EXPORT MtEx::ExNotImplemented : public MtEx, public std::runtime_error
-{
-public:
-    ExNotImplemented(char const *file, int line, char const *feature);
-    ~ExNotImplemented() override;
-    ZV_EXCEPTION_MEMBERS(ExNotImplemented)
-};
+/// Thrown if a class does not implement an optional operation. The reason is
+/// "Feature not implemented: " and `feature`.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, MtEx, ExNotImplemented, MtEx, std::runtime_error,
+             char const *feature);
 
-/// `MtOpaqueData("name") has no content`
-class ZVRESMGT_EXPORT MtEx::ExNoContent : public MtEx, public std::runtime_error
-{
-public:
-    ExNoContent(char const *file, int line, char const *className, char const *name);
-    ~ExNoContent() override;
-    ZV_EXCEPTION_MEMBERS(ExNoContent)
-};
+/// Thrown if an empty `MtOpaqueData` is read. `MtOpaqueData("name") has no content`
+ZV_EXCEPTION(ZVRESMGT_EXPORT, MtEx, ExNoContent, MtEx, std::runtime_error, char const *className,
+             char const *name);
 
-/// Carries another exception from one thread to another, and gives that one's reason as its own.
+/// Carries another exception from one thread to another. It returns the reason of the carried
+/// exception as its own.
 class ZVRESMGT_EXPORT MtEx::ExThrownException : public MtEx, public std::runtime_error
 {
 public:
-    /// Becomes the owner of `carried`, which is not null.
+    /// **Owns**: takes ownership of `carried`, which must not be null.
     ExThrownException(char const *file, int line, ExBase *carried);
-    /// A copy owns a copy of what is carried.
+    /// The copy owns a copy of the carried exception.
     ExThrownException(ExThrownException const &);
     ExThrownException &operator=(ExThrownException const &);
     char const *getReason() const noexcept override;
@@ -52,29 +45,20 @@ public:
     ~ExThrownException() override;
     ZV_EXCEPTION_MEMBERS(ExThrownException)
 
-    /// What is carried; stays this object's.
+    /// Returns the carried exception. This object still owns it.
     ExBase const &getCarried() const noexcept { return *_carried; }
 
 private:
     ExBase *_carried;
 };
 
-/// A standard exception, as an `ExBase`: its type's name and its text.
-class ZVRESMGT_EXPORT MtEx::ExStdThrownException : public MtEx, public std::runtime_error
-{
-public:
-    ExStdThrownException(char const *file, int line, char const *typeName, char const *what);
-    ~ExStdThrownException() override;
-    ZV_EXCEPTION_MEMBERS(ExStdThrownException)
-};
+/// Carries the name of the type and the text of a standard exception that is not an `ExBase`.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, MtEx, ExStdThrownException, MtEx, std::runtime_error,
+             char const *typeName, char const *what);
 
-/// "Failure to enable real-time: " and the reason, with a full stop.
-class ZVRESMGT_EXPORT MtEx::ExRealTimeNotEnabled : public MtEx, public std::runtime_error
-{
-public:
-    ExRealTimeNotEnabled(char const *file, int line, char const *reason);
-    ~ExRealTimeNotEnabled() override;
-    ZV_EXCEPTION_MEMBERS(ExRealTimeNotEnabled)
-};
+/// Thrown if the system refuses real-time operation. The reason is
+/// "Failure to enable real-time: ", the given reason, and a full stop.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, MtEx, ExRealTimeNotEnabled, MtEx, std::runtime_error,
+             char const *reason);
 
 } // namespace Zv

@@ -3,7 +3,6 @@
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkThreadId.h"
-#include "resmgt/threads/making.private.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/priorityRelation.h"
@@ -14,6 +13,7 @@
 #include "zvbase/lgLog.h"
 #include "zvbase/lgReader.h"
 #include "zvbase/platform/interlocked.h"
+#include "zvbase/scope.private.h"
 
 #include <cassert>
 #include <cstdint>
@@ -63,7 +63,8 @@ LgQueue *MtLogger::getThreadQueue()
     static thread_local bool isMaking = false;
     if (isMaking)
         return nullptr;
-    Making const making(isMaking);
+    // What is made may fail, and its failure may be traced. That line does without it.
+    TemporaryValue const making(isMaking, true);
     return ThreadsStatics::logQueue->getPointee()->getQueue();
 }
 

@@ -1,8 +1,8 @@
 #include "resmgt/threads/mtTraceMgr.private.h"
 
-#include "resmgt/threads/making.private.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/lgTrace.h"
+#include "zvbase/scope.private.h"
 
 namespace Zv {
 
@@ -22,7 +22,8 @@ Trace *MtTraceMgr::getTrace()
     static thread_local bool isMaking = false;
     if (isMaking)
         return &_nobodys;
-    Making const making(isMaking);
+    // What is made may fail, and its failure may be traced. That line does without it.
+    TemporaryValue const making(isMaking, true);
     try {
         return ThreadsStatics::traces->getPointee();
     } catch (...) {

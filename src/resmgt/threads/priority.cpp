@@ -6,31 +6,15 @@
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/failures.h"
+#include "zvbase/scope.private.h"
 
 #include <algorithm>
-#include <exception>
 #include <iomanip>
 #include <ostream>
 
 namespace Zv {
 
 using Guard = LkGuard<LkRecLock const>;
-
-namespace {
-
-// Ends the visit also where a relation turns out to be none.
-class Visit
-{
-public:
-    explicit Visit(bool &isVisiting) : _isVisiting(isVisiting) { _isVisiting = true; }
-    Visit(Visit const &) = delete;
-    ~Visit() { _isVisiting = false; }
-
-private:
-    bool &_isVisiting;
-};
-
-} // namespace
 
 Priority::Priority(LiString const &name, PriorityMgr &mgr, int priority)
     : Priority(name, mgr, priority, AT_EACH_SOLVING)
@@ -75,12 +59,7 @@ void Priority::leave()
 {
     if (!_membership._order)
         return;
-    try {
-        _mgr->remove(*this);
-    } catch (...) {
-        if (!std::uncaught_exceptions())
-            throw;
-    }
+    throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] { _mgr->remove(*this); });
 }
 
 void Priority::setTelling(Telling telling)
@@ -203,7 +182,7 @@ void Priority::set(Side side)
 {
     if (_isVisiting)
         return;
-    Visit const visit(_isVisiting);
+    TemporaryValue const visiting(_isVisiting, true); // a relation may turn out to be none
     Side const opposite = getOpposite(side);
     auto const push = [side](Priority &target, int bound) {
         target.pushTransient(side, bound);

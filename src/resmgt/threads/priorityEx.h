@@ -1,4 +1,4 @@
-// Failures of the priority graph.
+// Exceptions of the priority graph (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,6 +8,7 @@
 
 namespace Zv {
 
+/// Exceptions of the priority graph.
 class ZVRESMGT_EXPORT PriorityEx : public ExBase
 {
 public:
@@ -18,29 +19,19 @@ public:
     PriorityEx(char const *file, int line) noexcept;
 };
 
-/// No value is left for a node: its lower bound lies above its upper one.
-/// `Transient "name" invalid: lower upper`
-class ZVRESMGT_EXPORT PriorityEx::ExTransientInvalid : public PriorityEx, public std::logic_error
-{
-public:
-    ExTransientInvalid(char const *file, int line, char const *name, int lhsTransient,
-                       int rhsTransient);
-    ~ExTransientInvalid() override;
-    ZV_EXCEPTION_MEMBERS(ExTransientInvalid)
-};
+/// Thrown if the relations leave no value for a node, because its lower bound is above its upper
+/// bound. `Transient "name" invalid: lower upper`
+ZV_EXCEPTION(ZVRESMGT_EXPORT, PriorityEx, ExTransientInvalid, PriorityEx, std::logic_error,
+             char const *name, int lhsTransient, int rhsTransient);
 
-/// The solved values break a relation, as between two fixed nodes.
+/// Thrown if the solved values break a relation, for example one between two fixed nodes.
 /// `Relation "name" invalid: "left" (value) < "right" (value)`
-class ZVRESMGT_EXPORT PriorityEx::ExRelationInvalid : public PriorityEx, public std::logic_error
-{
-public:
-    ExRelationInvalid(char const *file, int line, char const *name, char const *lhsName,
-                      int lhsPriority, char const *relation, char const *rhsName, int rhsPriority);
-    ~ExRelationInvalid() override;
-    ZV_EXCEPTION_MEMBERS(ExRelationInvalid)
-};
+ZV_EXCEPTION(ZVRESMGT_EXPORT, PriorityEx, ExRelationInvalid, PriorityEx, std::logic_error,
+             char const *name, char const *lhsName, int lhsPriority, char const *relation,
+             char const *rhsName, int rhsPriority);
 
-/// Any other error of a solving, by its name. The one class of all families that is no `std::exception`.
+/// Thrown if the priorities cannot be solved for any other reason. The reason is the name of the
+/// error. This is the only class of all families that is not a `std::exception`.
 class ZVRESMGT_EXPORT PriorityEx::ExError : public PriorityEx
 {
 public:

@@ -5,8 +5,8 @@
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
 #include "zvbase/failures.h"
+#include "zvbase/scope.private.h"
 
-#include <exception>
 #include <iomanip>
 #include <ostream>
 
@@ -47,12 +47,7 @@ PriorityRelation::PriorityRelation(LiString const &name, Priority &lhs, Relation
 
 PriorityRelation::~PriorityRelation() noexcept(false)
 {
-    try {
-        _mgr->remove(*this);
-    } catch (...) {
-        if (!std::uncaught_exceptions())
-            throw;
-    }
+    throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] { _mgr->remove(*this); });
 }
 
 int PriorityRelation::computeLhsPriority(int rhsPriority) const

@@ -1,56 +1,19 @@
 #include "resmgt/xml/xmlEx.h"
 
+#include "zvbase/exBody.private.h"
+
 namespace Zv {
 
-XmlEx::XmlEx(char const *file, int line) noexcept : ExBase(file, line) {}
-
-XmlEx::ExSyntaxError::ExSyntaxError(char const *file, int line)
-    : std::domain_error(""), XmlEx(file, line)
-{
-    setReason("Syntax error.");
-}
-
-XmlEx::ExSyntaxError::~ExSyntaxError() = default;
-
-XmlEx::ExLexicalError::ExLexicalError(char const *file, int line)
-    : std::domain_error(""), XmlEx(file, line)
-{
-    setReason("Lexical error.");
-}
-
-XmlEx::ExLexicalError::~ExLexicalError() = default;
-
-XmlEx::ExXmlVersionNotSupported::ExXmlVersionNotSupported(char const *file, int line)
-    : std::domain_error(""), XmlEx(file, line)
-{
-    setReason("XML version not supported.");
-}
-
-XmlEx::ExXmlVersionNotSupported::~ExXmlVersionNotSupported() = default;
-
-XmlEx::ExChildNotFound::ExChildNotFound(char const *file, int line)
-    : std::domain_error(""), XmlEx(file, line)
-{
-    setReason("The reference element is not a child of this element.");
-}
-
-XmlEx::ExChildNotFound::~ExChildNotFound() = default;
-
-XmlEx::ExNonExistentAttribute::ExNonExistentAttribute(char const *file, int line)
-    : std::domain_error(""), XmlEx(file, line)
-{
-    setReason("Non existent attribute.");
-}
-
-XmlEx::ExNonExistentAttribute::~ExNonExistentAttribute() = default;
-
-XmlEx::ExConversionError::ExConversionError(char const *file, int line)
-    : std::domain_error(""), XmlEx(file, line)
-{
-    setReason("Conversion error.");
-}
-
-XmlEx::ExConversionError::~ExConversionError() = default;
+ZV_EXCEPTION_FAMILY_BODY(XmlEx)
+ZV_EXCEPTION_BODY(XmlEx, ExSyntaxError, std::domain_error, (), setReason("Syntax error."))
+ZV_EXCEPTION_BODY(XmlEx, ExLexicalError, std::domain_error, (), setReason("Lexical error."))
+ZV_EXCEPTION_BODY(XmlEx, ExXmlVersionNotSupported, std::domain_error, (),
+                  setReason("XML version not supported."))
+ZV_EXCEPTION_BODY(XmlEx, ExChildNotFound, std::domain_error, (),
+                  setReason("The reference element is not a child of this element."))
+ZV_EXCEPTION_BODY(XmlEx, ExNonExistentAttribute, std::domain_error, (),
+                  setReason("Non existent attribute."))
+ZV_EXCEPTION_BODY(XmlEx, ExConversionError, std::domain_error, (), setReason("Conversion error."))
 
 XmlEx::ExSaxParsingError::ExSaxParsingError(char const *file, int line, char const *text)
     : std::invalid_argument(""), ExBase(file, line)

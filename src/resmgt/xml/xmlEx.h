@@ -1,4 +1,4 @@
-// Failures of XML: of its text, of documents and of attributes.
+// Exceptions of XML texts, documents and attributes (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,7 +8,7 @@
 
 namespace Zv {
 
-/// Failures of reading, changing and writing XML. `file` is `__FILE__` of the throwing source.
+/// Exceptions of reading, changing and writing XML.
 class ZVRESMGT_EXPORT XmlEx : public ExBase
 {
 public:
@@ -23,69 +23,31 @@ public:
     XmlEx(char const *file, int line) noexcept;
 };
 
-/// The text is no document, or a document is written in a wrong order. "Syntax error."
-class ZVRESMGT_EXPORT XmlEx::ExSyntaxError : public std::domain_error, public XmlEx
-{
-public:
-    ExSyntaxError(char const *file, int line);
-    ~ExSyntaxError() override;
-    ZV_EXCEPTION_MEMBERS(ExSyntaxError)
-};
+/// Thrown if a text is not a document, or a document is written in a wrong order. "Syntax error."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExSyntaxError, std::domain_error, XmlEx);
 
-/// A byte where it cannot stand, or a numeric reference above 255. "Lexical error."
-class ZVRESMGT_EXPORT XmlEx::ExLexicalError : public std::domain_error, public XmlEx
-{
-public:
-    ExLexicalError(char const *file, int line);
-    ~ExLexicalError() override;
-    ZV_EXCEPTION_MEMBERS(ExLexicalError)
-};
+/// Thrown if a text has a byte that is not allowed there, or a numeric reference above 255.
+/// "Lexical error."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExLexicalError, std::domain_error, XmlEx);
 
-/// A document declares another version than 1.0. "XML version not supported."
-class ZVRESMGT_EXPORT XmlEx::ExXmlVersionNotSupported : public std::domain_error, public XmlEx
-{
-public:
-    ExXmlVersionNotSupported(char const *file, int line);
-    ~ExXmlVersionNotSupported() override;
-    ZV_EXCEPTION_MEMBERS(ExXmlVersionNotSupported)
-};
+/// Thrown if a document declares another version than 1.0. "XML version not supported."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExXmlVersionNotSupported, std::domain_error, XmlEx);
 
+/// Thrown if an element that marks a position is not a child of the element that is changed.
 /// "The reference element is not a child of this element."
-class ZVRESMGT_EXPORT XmlEx::ExChildNotFound : public std::domain_error, public XmlEx
-{
-public:
-    ExChildNotFound(char const *file, int line);
-    ~ExChildNotFound() override;
-    ZV_EXCEPTION_MEMBERS(ExChildNotFound)
-};
+ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExChildNotFound, std::domain_error, XmlEx);
 
-/// "Non existent attribute."
-class ZVRESMGT_EXPORT XmlEx::ExNonExistentAttribute : public std::domain_error, public XmlEx
-{
-public:
-    ExNonExistentAttribute(char const *file, int line);
-    ~ExNonExistentAttribute() override;
-    ZV_EXCEPTION_MEMBERS(ExNonExistentAttribute)
-};
+/// Thrown if an element has no attribute of a name. "Non existent attribute."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExNonExistentAttribute, std::domain_error, XmlEx);
 
-/// The value of an attribute is not of the type asked for. "Conversion error."
-class ZVRESMGT_EXPORT XmlEx::ExConversionError : public std::domain_error, public XmlEx
-{
-public:
-    ExConversionError(char const *file, int line);
-    ~ExConversionError() override;
-    ZV_EXCEPTION_MEMBERS(ExConversionError)
-};
+/// Thrown if the value of an attribute cannot be converted to the requested type.
+/// "Conversion error."
+ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExConversionError, std::domain_error, XmlEx);
 
-/// For clients' handlers that find something wrong in what they read: "Xml parsing error: '…'." with the first 256
-/// bytes of the text. Not caught as `XmlEx`.
-class ZVRESMGT_EXPORT XmlEx::ExSaxParsingError : public std::invalid_argument, public ExBase
-{
-public:
-    /// The text is copied; null stands for an empty one.
-    ExSaxParsingError(char const *file, int line, char const *text);
-    ~ExSaxParsingError() override;
-    ZV_EXCEPTION_MEMBERS(ExSaxParsingError)
-};
+/// For handlers of applications to throw if they reject what the parser reads.
+/// "Xml parsing error: '%.*s'.", with the first 256 bytes of `text`. The text is copied. A null
+/// pointer is an empty text. Cannot be caught as `XmlEx`.
+ZV_EXCEPTION(ZVRESMGT_EXPORT, XmlEx, ExSaxParsingError, std::invalid_argument, ExBase,
+             char const *text);
 
 } // namespace Zv

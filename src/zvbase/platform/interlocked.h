@@ -1,7 +1,8 @@
-// Interlocked operations: the only way in which a variable is shared without a lock.
+// Interlocked operations: the only way to share a variable without a lock (extenders).
 //
-// All of them are inline. Read-modify-write operations are full barriers, as their namesakes of the system are;
-// the plain forms say in their names what they order. In the simulated form each of them is a scheduling point.
+// All of them are inline. Read-modify-write operations are full barriers, like the system's
+// operations of the same names. The names of the others say what they order. In the simulated form
+// of the platform each of them is a scheduling point.
 #pragma once
 
 #include <cstdint>
@@ -9,12 +10,13 @@
 namespace ZvPlatform::Interlocked {
 
 #ifdef ZV_PLATFORM_SIMULATED
-/// The scheduler's chance to let another thread go on.
+/// Lets the scheduler switch to another thread.
 __attribute__((visibility("default"))) void schedulingPoint();
 #else
 inline void schedulingPoint() {}
 #endif
 
+/// Returns the value. Later accesses of the thread come after it.
 template <class T>
 [[nodiscard]] inline T loadAcquire(T const &variable)
 {
@@ -24,7 +26,8 @@ template <class T>
     return value;
 }
 
-/// For figures that order nothing: statistics, hints, an owner compared with oneself.
+/// Returns the value, without any order. For statistics and hints, and for a word that only the
+/// calling thread changes.
 template <class T>
 [[nodiscard]] inline T loadRelaxed(T const &variable)
 {
@@ -34,6 +37,7 @@ template <class T>
     return value;
 }
 
+/// Stores a value. Earlier accesses of the thread come before it.
 template <class T>
 inline void storeRelease(T &variable, T value)
 {
@@ -41,6 +45,7 @@ inline void storeRelease(T &variable, T value)
     __atomic_store(&variable, &value, __ATOMIC_RELEASE);
 }
 
+/// Stores a value, without any order.
 template <class T>
 inline void storeRelaxed(T &variable, T value)
 {
@@ -48,7 +53,7 @@ inline void storeRelaxed(T &variable, T value)
     __atomic_store(&variable, &value, __ATOMIC_RELAXED);
 }
 
-/// Adds and returns the new value.
+/// Adds `amount` and returns the new value.
 template <class T>
 inline T add(T &variable, T amount)
 {
@@ -71,7 +76,7 @@ inline T decrement(T &variable)
     return __atomic_sub_fetch(&variable, T{1}, __ATOMIC_SEQ_CST);
 }
 
-/// Stores `value` and returns what stood there.
+/// Stores `value` and returns the former value.
 template <class T>
 inline T exchange(T &variable, T value)
 {
@@ -81,7 +86,8 @@ inline T exchange(T &variable, T value)
     return former;
 }
 
-/// Stores `desired` where `expected` stands. On failure `expected` becomes what stands there.
+/// Stores `desired` if the variable equals `expected`, and returns true. Otherwise sets `expected`
+/// to the value of the variable and returns false.
 template <class T>
 inline bool compareExchange(T &variable, T &expected, T desired)
 {

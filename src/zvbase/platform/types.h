@@ -1,4 +1,6 @@
-// Opaque forms of the system objects that public classes hold. No system header stands behind this one.
+// Opaque types of the system's objects, for public classes (extenders).
+//
+// Includes no system header.
 #pragma once
 
 #include <cstddef>
@@ -6,20 +8,20 @@
 
 namespace ZvPlatform {
 
-/// A kernel object: mutex, semaphore, event, timer or thread. Null is never a good handle.
+/// A kernel object: a mutex, semaphore, event, timer or thread. Null is never a valid handle.
 using Handle = void *;
 
-/// A thread's number, unique among the running threads of the process; 0 is no thread.
+/// The number of a thread. It is unique among the running threads of the process. 0 is never one.
 using ThreadNumber = std::uint32_t;
 
-/// What a thread's function returns: 32 bits on every platform.
+/// The result of a thread's function: 32 bits on every platform.
 #ifdef _WIN32
 using ThreadResult = unsigned long;
 #else
 using ThreadResult = std::uint32_t;
 #endif
 
-/// Room for a critical section of any platform. Used in place: it is neither copied nor moved.
+/// Memory for a critical section of any platform. It must not be copied or moved.
 struct alignas(std::max_align_t) CriticalSection
 {
     unsigned char storage[48];

@@ -1,5 +1,6 @@
-#include "zvbase/lgLog.h"
 #include "zvbase/lgQueueImp.private.h"
+
+#include "zvbase/lgLog.h"
 
 #include <algorithm>
 #include <cstring>
@@ -8,10 +9,19 @@ namespace Zv {
 
 namespace {
 
-/// What a blocked writer waits for at most, so that it is not woken for every line that the reader takes.
+/// The most room that a blocked writer waits for. It is not woken for every line that the reader
+/// takes.
 constexpr std::uint64_t WANTED_ROOM = LgQueue::CAPACITY / 4;
 
 } // namespace
+
+LgQueueImp::LgQueueImp(LgQueue &owner, unsigned long threadId)
+    : _owner(owner),
+      _threadId(threadId),
+      _ring(LgQueue::CAPACITY),
+      _buffer(*this),
+      _stream(*this, _buffer)
+{}
 
 LgRing &LgLineBuffer::getRing()
 {
@@ -155,7 +165,7 @@ bool LgLineBuffer::publish(std::uint64_t start)
 {
     std::uint64_t const tail = getRing().getTail();
     std::uint64_t const end = getPlace();
-    // Lines that are still open lie in front of this one, and go on behind it.
+    // Lines that are still open are in front of this one. They continue behind it.
     if (start != tail)
         getRing().rotate(tail, start, LgRing::roundUp(end));
     return getRing().publish(tail + (end - start), _kind);
