@@ -2,6 +2,7 @@
 #pragma once
 
 #include "resmgt/literals/liDate.h"
+#include "resmgt/literals/liFormat.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/literals/liStringEx.h"
 #include "resmgt/literals/liStringParser.h"

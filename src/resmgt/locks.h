@@ -5,6 +5,7 @@
 #include "resmgt/locks/lkCondVar.h"
 #include "resmgt/locks/lkCondVarAttr.h"
 #include "resmgt/locks/lkCounter.h"
+#include "resmgt/locks/lkDuration.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkEx.h"
 #include "resmgt/locks/lkGate.h"

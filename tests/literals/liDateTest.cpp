@@ -7,10 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
+#include <limits>
 #include <list>
 #include <string>
 #include <thread>
@@ -257,6 +260,54 @@ TEST(LiDate, CountsInSeconds)
     EXPECT_STREQ("2007/01/01 00:00:00.250 UTC", date.toString(OsDateTypes::UNIVERSAL).getChars());
     date -= 86400.0;
     EXPECT_STREQ("2006/12/31 00:00:00.250 UTC", date.toString(OsDateTypes::UNIVERSAL).getChars());
+}
+
+TEST(LiDate, CountsInDurationsToTheNearestMicrosecond)
+{
+    using namespace std::chrono_literals;
+    LiDate date = universal(2006, 12, 31, 23, 59, 59.5);
+    LiDate const start = date;
+    EXPECT_EQ(&(date += 750ms), &date);
+    EXPECT_STREQ(date.toString(OsDateTypes::UNIVERSAL).getChars(), "2007/01/01 00:00:00.250 UTC");
+    date -= std::chrono::duration<double>(0.75);
+    EXPECT_EQ(date, start);
+    date += 1500ns;
+    EXPECT_EQ(date.getRep().microseconds, start.getRep().microseconds + 2);
+    date -= 1499ns;
+    EXPECT_EQ(date.getRep().microseconds, start.getRep().microseconds + 1);
+    date += -1us;
+    EXPECT_EQ(date, start);
+    // A double of as many seconds has no place for the last microsecond.
+    auto const distance = 20'000'000'000s + 1us;
+    date += distance;
+    EXPECT_EQ(date.getRep().microseconds - start.getRep().microseconds, distance.count());
+}
+
+TEST(LiDate, StaysAtTheEndsOfTheRange)
+{
+    using namespace std::chrono_literals;
+    using Limits = std::numeric_limits<std::int64_t>;
+    LiDate date;
+    date += std::chrono::hours::max();
+    EXPECT_EQ(date.getRep().microseconds, Limits::max());
+    date += 1s;
+    EXPECT_EQ(date.getRep().microseconds, Limits::max());
+    date -= std::chrono::hours::max();
+    date -= std::chrono::hours::max();
+    EXPECT_EQ(date.getRep().microseconds, Limits::min());
+    date += std::chrono::duration<double>(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(date.getRep().microseconds, Limits::min());
+}
+
+TEST(LiDate, EqualDatesHaveEqualHashes)
+{
+    LiDate const date = universal(2006, 1, 1, 0, 0, 0);
+    LiDate other = universal(2006, 1, 1, 0, 0, 1);
+    std::hash<LiDate> const hash;
+    EXPECT_NE(hash(date), hash(other));
+    other -= 1.0;
+    EXPECT_EQ(date, other);
+    EXPECT_EQ(hash(date), hash(other));
 }
 
 TEST(LiDate, Compares)

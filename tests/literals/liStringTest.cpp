@@ -5,10 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <limits>
+#include <ranges>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -203,6 +207,10 @@ TEST(LiString, AMovedFromStringThrowsUntilItIsAssigned)
     EXPECT_THROW(a.isEmpty(), RCEx::ExNullPtr);
     EXPECT_THROW(a.hash(), RCEx::ExNullPtr);
     EXPECT_THROW(a[0], RCEx::ExNullPtr);
+    EXPECT_THROW(a.begin(), RCEx::ExNullPtr);
+    EXPECT_THROW(a.end(), RCEx::ExNullPtr);
+    EXPECT_THROW(static_cast<void>(static_cast<std::string_view>(a)), RCEx::ExNullPtr);
+    EXPECT_THROW(a += std::string_view("x"), RCEx::ExNullPtr);
     EXPECT_THROW(a += "x", RCEx::ExNullPtr);
     EXPECT_THROW(a += a, RCEx::ExNullPtr);
     EXPECT_THROW(a.replace(0, 'x'), RCEx::ExNullPtr);
@@ -441,6 +449,102 @@ TEST(LiString, HasAllComparisonsOnBothSides)
     EXPECT_TRUE(a <= "a" && "a" <= a && a >= "a" && "a" >= a);
     EXPECT_TRUE(LiString() == none && a != none && a > none && none < a);
     EXPECT_TRUE(LiString("\x80") > a);
+}
+
+TEST(LiString, IsMadeOfAViewAndGivesOne)
+{
+    using namespace std::string_view_literals;
+    LiString const string("a\0b"sv);
+    EXPECT_EQ(string.getLength(), 3);
+    std::string_view const view = string;
+    EXPECT_EQ(view, "a\0b"sv);
+    EXPECT_EQ(view.data(), string.getChars()) << "nothing is copied";
+    EXPECT_EQ(std::string(string), std::string("a\0b", 3));
+    EXPECT_EQ(LiString(std::string("xyz")), "xyz");
+    EXPECT_EQ(LiString(std::string_view()).getChars(), LiString().getChars());
+
+    auto const lengthOf = [](LiString const &any) { return any.getLength(); };
+    auto const sizeOf = [](std::string_view any) { return any.size(); };
+    EXPECT_EQ(lengthOf("ab"sv), 2);
+    EXPECT_EQ(sizeOf(LiString("ab")), 2u);
+}
+
+TEST(LiString, TakesANewValueFromAViewOfItself)
+{
+    LiString string("abcdef");
+    string = std::string_view(string).substr(2, 3);
+    EXPECT_EQ(string, "cde");
+    string += std::string_view(string).substr(1);
+    EXPECT_EQ(string, "cdede");
+}
+
+TEST(LiString, AppendsViewsWithTheirZeroBytes)
+{
+    using namespace std::string_view_literals;
+    LiString string("x");
+    string += "a\0b"sv;
+    string += ""sv;
+    string += std::string("y");
+    EXPECT_EQ(std::string_view(string), "xa\0by"sv);
+    EXPECT_EQ(std::string_view(LiString("x") + "\0y"sv), "x\0y"sv);
+    EXPECT_EQ(std::string_view("\0y"sv + LiString("x")), "\0yx"sv);
+    std::string_view const endless("", std::numeric_limits<std::size_t>::max() / 4);
+    EXPECT_THROW(string += endless, std::length_error);
+    EXPECT_THROW(LiString{endless}, std::length_error);
+    EXPECT_EQ(string.getLength(), 5);
+}
+
+TEST(LiString, EqualsAViewByAllBytesAndATextUpToItsZeroByte)
+{
+    using namespace std::string_view_literals;
+    LiString const string("a\0b"sv);
+    EXPECT_TRUE(string == "a\0b"sv && "a\0b"sv == string);
+    EXPECT_TRUE(string != "a\0c"sv && "a"sv != string);
+    EXPECT_TRUE(string == std::string("a\0b", 3) && std::string("a") != string);
+    EXPECT_TRUE(string == "a" && "a" == string) << "a char const * ends at its zero byte";
+}
+
+TEST(LiString, OrdersByBytesUpToTheFirstZeroByteOfEither)
+{
+    using namespace std::string_view_literals;
+    LiString const string("b\0x"sv);
+    for (std::string_view const view : {"a"sv, "ac"sv, ""sv, "b"sv, "b\0a"sv, "bb"sv, "\x80"sv}) {
+        LiString const other(view);
+        EXPECT_EQ(string <=> view, string <=> other) << other;
+        EXPECT_EQ(view <=> string, other <=> string) << other;
+    }
+    EXPECT_TRUE(string < "c"sv && "a"sv < string && string >= "b"sv && string <= "b"sv);
+    EXPECT_TRUE(LiString("\x80") > "a"sv && LiString("b") > "ab\0"sv);
+}
+
+TEST(LiString, EqualStringsHaveEqualHashes)
+{
+    using namespace std::string_view_literals;
+    std::hash<LiString> const hash;
+    LiString const string("a\0b"sv);
+    LiString shared(string);
+    shared += 'c';
+    shared = std::string_view(shared).substr(0, 3);
+    EXPECT_EQ(string, shared);
+    EXPECT_EQ(hash(string), hash(shared));
+    EXPECT_NE(hash(string), hash("a"sv)) << "bytes behind a zero byte count in both";
+    EXPECT_FALSE(string == LiString("a"));
+}
+
+TEST(LiString, IsARangeOfItsBytes)
+{
+    using namespace std::string_view_literals;
+    static_assert(std::ranges::contiguous_range<LiString const>);
+    static_assert(std::ranges::sized_range<LiString const>);
+    LiString const string("a\0b"sv);
+    std::string bytes;
+    for (char const c : string)
+        bytes += c;
+    EXPECT_EQ(bytes, std::string("a\0b", 3));
+    EXPECT_EQ(std::ranges::size(string), 3u);
+    EXPECT_EQ(std::ranges::count(string, '\0'), 1);
+    LiString const empty;
+    EXPECT_EQ(empty.begin(), empty.end());
 }
 
 TEST(LiString, Adds)

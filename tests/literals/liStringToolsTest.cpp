@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
 #include <limits>
 #include <sstream>
 #include <string>
@@ -107,6 +109,22 @@ TEST(LiTimestamp, IsAValueOfSeconds)
     EXPECT_TRUE(LiTimestamp(2.0) == LiTimestamp(2.0));
     EXPECT_EQ(0.0, LiTimestamp().getSeconds());
     EXPECT_EQ(2.5, LiTimestamp(2.5).getSeconds());
+}
+
+TEST(LiTimestamp, IsMadeOfADuration)
+{
+    using namespace std::chrono_literals;
+    EXPECT_EQ(LiTimestamp(2500ms).getSeconds(), 2.5);
+    EXPECT_EQ(LiTimestamp(-1h).getSeconds(), -3600.0);
+    EXPECT_EQ(LiTimestamp(std::chrono::duration<double>(0.1)).getSeconds(), 0.1);
+}
+
+TEST(LiTimestamp, EqualTimestampsHaveEqualHashes)
+{
+    std::hash<LiTimestamp> const hash;
+    EXPECT_EQ(LiTimestamp(0.0), LiTimestamp(-0.0));
+    EXPECT_EQ(hash(LiTimestamp(0.0)), hash(LiTimestamp(-0.0)));
+    EXPECT_NE(hash(LiTimestamp(1.5)), hash(LiTimestamp(2.5)));
 }
 
 } // namespace

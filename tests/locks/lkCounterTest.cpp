@@ -6,7 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
+#include <sstream>
+#include <unordered_set>
 
 namespace Zv {
 namespace {
@@ -114,6 +117,15 @@ TEST(LkThreadId, KnowsTheCallingThread)
     EXPECT_TRUE(id.isNull());
     EXPECT_EQ(id, LkThreadId(0UL));
     EXPECT_FALSE(id == here);
+}
+
+TEST(LkThreadId, EqualIdsHaveEqualHashes)
+{
+    LkThreadId const here(LkThreadId::CURRENT_THREAD);
+    std::unordered_set<LkThreadId> seen{here, LkThreadId(here.getNumber()), LkThreadId()};
+    EXPECT_EQ(seen.size(), 2u);
+    EXPECT_TRUE(seen.contains(here));
+    EXPECT_EQ(std::hash<LkThreadId>()(LkThreadId()), std::hash<LkThreadId>()(LkThreadId(0UL)));
 }
 
 TEST(LkThreadId, OrdersByNumberOfThread)

@@ -278,7 +278,7 @@ TEST(LkPulseNext, MixesWithTimeOutsAndLosesNobody)
         return [&, seconds] {
             LkGuard<LkMutex const> guard(mutex);
             while (!isOver)
-                pulse.timedWaitNextPulse(guard, seconds);
+                static_cast<void>(pulse.timedWaitNextPulse(guard, seconds));
         };
     };
     Joined impatient(sleep(0.0)), hasty(sleep(0.001)), patient(sleep(1.0e9));

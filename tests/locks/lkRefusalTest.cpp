@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -294,7 +295,7 @@ TEST_F(Refused, ConditionWaitCannotTakeTheMutexAgain)
     LkCondVar const condVar("c");
     mutex.lock();
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { condVar.timedWait(mutex, 0.0); }), RETAKE);
+    EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(condVar.timedWait(mutex, 0.0)); }), RETAKE);
 }
 
 /// Waits for a broadcast, and has a service refused on its way out.
@@ -413,7 +414,7 @@ TEST(LkCondVarBroadcast, KeepsNewcomersOutside)
     HeldBroadcast broadcast;
     Watched newcomer([&] {
         LkGuard<LkMutex const> guard(broadcast.mutex);
-        broadcast.condVar.timedWait(guard, 0.0);
+        static_cast<void>(broadcast.condVar.timedWait(guard, 0.0));
     });
     newcomer.waitUntilAsleep();
     EXPECT_FALSE(elsewhere([&] { return broadcast.mutex.tryLock(); })) << "it waits already";
@@ -738,7 +739,7 @@ TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
               "::CloseHandle( _sema )");
     LkUnnamedSema sema("s", 1);
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { sema.tryWait(); }), RET);
+    EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(sema.tryWait()); }), RET);
     refuse("CreateSemaphore");
     LkNamedSema const failed("zvRefused", 0, LkSemaTypes::CREATE, nullptr);
     EXPECT_EQ(failed.getErrno(), int{REFUSED});
@@ -794,6 +795,32 @@ TEST(TimedWait, HandsItsSecondsOnAsRoundedMilliseconds)
         EXPECT_EQ(limitOf([&] { return event.timedWait(seconds); }), limit.milliseconds);
         EXPECT_EQ(limitOf([&] { return sema.timedWait(seconds); }), limit.milliseconds);
     }
+}
+
+TEST(TimedWait, HandsADurationOnAsRoundedMilliseconds)
+{
+    using namespace std::chrono_literals;
+    LkMutex const mutex("m");
+    LkCondVar const condVar("c");
+    LkPulse const counted("p", LkPulse::WAKE_ONE);
+    LkEvent const event("e", false);
+    LkSema sema("s", 0);
+    LkGuard const guard(mutex);
+    auto const limitOf = [&](auto wait) {
+        lastLimit = INFINITE;
+        EXPECT_FALSE(wait());
+        return lastLimit;
+    };
+    EXPECT_EQ(limitOf([&] { return condVar.timedWait(guard, 1499us); }), 1u);
+    EXPECT_EQ(limitOf([&] { return condVar.timedWait(mutex, 1500us); }), 2u);
+    EXPECT_EQ(limitOf([&] { return counted.timedWait(guard, 2ms); }), 2u);
+    EXPECT_EQ(limitOf([&] { return counted.timedWait(mutex, -1s); }), 0u);
+    EXPECT_EQ(limitOf([&] { return event.timedWait(3ms); }), 3u);
+    EXPECT_EQ(limitOf([&] { return sema.timedWait(3ms); }), 3u);
+    EXPECT_FALSE(counted.timedWaitNextPulse(guard, 0ms));
+    EXPECT_FALSE(counted.timedWaitNextPulse(mutex, 1us));
+    counted.pulse();
+    EXPECT_TRUE(counted.timedWait(guard, std::chrono::hours::max()));
 }
 
 TEST(LkUtil, YieldsWhereTheEnvironmentAsksForIt)

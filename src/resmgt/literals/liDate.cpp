@@ -8,6 +8,7 @@
 #include <ctime>
 #include <istream>
 #include <iterator>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -93,6 +94,14 @@ LiDate &LiDate::operator+=(double seconds)
 LiDate &LiDate::operator-=(double seconds)
 {
     return *this += -seconds;
+}
+
+void LiDate::addMicroseconds(std::int64_t amount)
+{
+    using Limits = std::numeric_limits<std::int64_t>;
+    std::int64_t &microseconds = _rep.microseconds;
+    if (__builtin_add_overflow(microseconds, amount, &microseconds))
+        microseconds = amount > 0 ? Limits::max() : Limits::min();
 }
 
 int LiDate::compare(LiDate const &left, LiDate const &right)

@@ -2,10 +2,15 @@
 #pragma once
 
 #include "resmgt/literals/liString.h"
+#include "resmgt/locks/lkDuration.h"
 #include "zvbase/osDate.h"
 
 #include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <iosfwd>
+#include <ratio>
 
 namespace Zv {
 
@@ -34,6 +39,18 @@ public:
 
     LiDate &operator+=(double seconds);
     LiDate &operator-=(double seconds);
+    template <LkDuration Duration>
+    LiDate &operator+=(Duration const &time)
+    {
+        addMicroseconds(Detail::countUnits<std::micro>(time));
+        return *this;
+    }
+    template <LkDuration Duration>
+    LiDate &operator-=(Duration const &time)
+    {
+        addMicroseconds(-Detail::countUnits<std::micro>(time));
+        return *this;
+    }
 
     /// -1, 0 or 1.
     static int compare(LiDate const &left, LiDate const &right);
@@ -57,9 +74,19 @@ public:
     }
 
 private:
+    void addMicroseconds(std::int64_t amount);
     void readDate(std::istream &stream);
 
     OsDateTypes::DateRep _rep;
 };
 
 } // namespace Zv
+
+template <>
+struct std::hash<Zv::LiDate>
+{
+    std::size_t operator()(Zv::LiDate const &date) const noexcept
+    {
+        return std::hash<std::int64_t>()(date.getRep().microseconds);
+    }
+};

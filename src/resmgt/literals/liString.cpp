@@ -8,6 +8,7 @@
 #include <istream>
 #include <limits>
 #include <ostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -176,6 +177,13 @@ LiString &LiString::operator+=(char tail)
     return *this;
 }
 
+LiString &LiString::operator+=(std::string_view tail)
+{
+    append(tail.data(), static_cast<std::int64_t>(std::min<std::size_t>(
+                            tail.size(), static_cast<std::size_t>(MAX_LENGTH) + 1)));
+    return *this;
+}
+
 // The bytes may be the string's own: they are copied before anything is given up.
 void LiString::append(char const *bytes, std::int64_t length)
 {
@@ -294,6 +302,14 @@ bool LiString::equals(LiString const &other) const
     return &left == &right ||
            (left._length == right._length &&
             std::memcmp(left._chars, right._chars, static_cast<std::size_t>(left._length)) == 0);
+}
+
+/// As `compare`: a zero byte ends either of the two.
+int LiString::order(std::string_view bytes) const
+{
+    std::string_view const text(getChars());
+    int const order = text.compare(bytes.substr(0, bytes.find('\0')));
+    return (order > 0) - (order < 0);
 }
 
 std::ostream &operator<<(std::ostream &stream, LiString const &string)

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
-#include <sstream>
+#include <string_view>
 
 namespace Zv {
 
@@ -35,6 +35,8 @@ public:
     LiString(char const *text);
     /// A copy of `length` bytes, zero bytes among them. Null for none.
     LiString(char const *bytes, std::size_t length);
+    /// A copy of the view's bytes, zero bytes among them.
+    LiString(std::string_view bytes) : LiString(bytes.data(), bytes.size()) {}
     LiString(LiString const &) = default;
     LiString(LiString &&) noexcept = default;
     /// The `length` bytes of `source` from `start`. Throws `LiStringEx::ExOutOfBounds` where they do not lie in
@@ -58,6 +60,8 @@ public:
     /// A null pointer adds nothing.
     LiString &operator+=(char const *tail);
     LiString &operator+=(char tail);
+    /// Adds all bytes of the view, zero bytes among them. They may be the string's own.
+    LiString &operator+=(std::string_view tail);
 
     /// Sets one byte. Throws `LiStringEx::ExOutOfBounds`.
     void replace(int index, char c);
@@ -69,6 +73,14 @@ public:
     char operator[](int index) const;
     /// Valid as long as one string with this body lives, and until that string changes.
     char const *getChars() const { return body()._chars; }
+    /// All bytes, zero bytes among them. Valid as long as what `getChars` returns.
+    operator std::string_view() const
+    {
+        return {getChars(), static_cast<std::size_t>(getLength())};
+    }
+    /// The bytes one by one, zero bytes among them. Valid as long as what `getChars` returns.
+    char const *begin() const { return getChars(); }
+    char const *end() const { return getChars() + getLength(); }
     int getLength() const { return body()._length; }
     bool isEmpty() const { return getLength() == 0; }
 
@@ -84,7 +96,7 @@ public:
     explicit operator std::uint64_t() const { return hash(); }
 
     /// Hands the characters out and leaves the empty string.
-    ArrayPtrRet<char> releaseChars();
+    [[nodiscard]] ArrayPtrRet<char> releaseChars();
 
     /// -1, 0 or 1. Compares unsigned bytes up to the first zero byte; a null pointer counts as the empty string.
     static int compare(char const *left, char const *right);
@@ -97,6 +109,10 @@ public:
     {
         return left.equals(right);
     }
+    friend bool operator==(LiString const &left, std::string_view right)
+    {
+        return static_cast<std::string_view>(left) == right;
+    }
     friend bool operator==(LiString const &left, char const *right)
     {
         return compare(left.getChars(), right) == 0;
@@ -105,12 +121,21 @@ public:
     {
         return compare(left.getChars(), right.getChars()) <=> 0;
     }
+    friend std::weak_ordering operator<=>(LiString const &left, std::string_view right)
+    {
+        return left.order(right) <=> 0;
+    }
     friend std::weak_ordering operator<=>(LiString const &left, char const *right)
     {
         return compare(left.getChars(), right) <=> 0;
     }
 
     friend LiString operator+(LiString left, LiString const &right)
+    {
+        left += right;
+        return left;
+    }
+    friend LiString operator+(LiString left, std::string_view right)
     {
         left += right;
         return left;
@@ -130,6 +155,7 @@ public:
 private:
     LiStringImp &body() const { return *_imp; }
     bool equals(LiString const &other) const;
+    int order(std::string_view bytes) const;
     void append(char const *bytes, std::int64_t length);
     /// Throws unless `index` is a position of a string of `length` bytes.
     static void checkBounds(std::int64_t index, int length);

@@ -65,7 +65,7 @@ private:
 class ZVRESMGT_EXPORT LiTimeCodeNtscNd final : public LiTimeCode
 {
 public:
-    static RCShdPtr<LiTimeCodeNtscNd> create();
+    [[nodiscard]] static RCShdPtr<LiTimeCodeNtscNd> create();
 
 private:
     LiTimeCodeNtscNd();
@@ -77,7 +77,7 @@ private:
 class ZVRESMGT_EXPORT LiTimeCodeNtscDf final : public LiTimeCode
 {
 public:
-    static RCShdPtr<LiTimeCodeNtscDf> create();
+    [[nodiscard]] static RCShdPtr<LiTimeCodeNtscDf> create();
 
     LiString getTimecode(DtTimeIndex const &index) const override;
     DtTimeIndex getFramesPerTC24h() const override;
@@ -91,7 +91,7 @@ private:
 class ZVRESMGT_EXPORT LiTimeCodePal final : public LiTimeCode
 {
 public:
-    static RCShdPtr<LiTimeCodePal> create();
+    [[nodiscard]] static RCShdPtr<LiTimeCodePal> create();
 
 private:
     LiTimeCodePal();
@@ -102,7 +102,7 @@ private:
 class ZVRESMGT_EXPORT LiTimeCodeFilm24 final : public LiTimeCode
 {
 public:
-    static RCShdPtr<LiTimeCodeFilm24> create();
+    [[nodiscard]] static RCShdPtr<LiTimeCodeFilm24> create();
 
 private:
     LiTimeCodeFilm24();

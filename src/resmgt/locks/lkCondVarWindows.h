@@ -24,7 +24,7 @@ public:
     ~LkCondVarWindows() noexcept(false);
 
     void wait(LkMutex const &externalMutex) const;
-    bool timedWait(LkMutex const &externalMutex, double seconds) const;
+    [[nodiscard]] bool timedWait(LkMutex const &externalMutex, double seconds) const;
     void signal() const;
     void broadcast() const;
     char const *getName() const noexcept { return _name; }

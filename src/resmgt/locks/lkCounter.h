@@ -22,42 +22,42 @@ public:
 
     T operator++()
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return ++_value;
     }
     T operator++(int)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value++;
     }
     T operator--()
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return --_value;
     }
     T operator--(int)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value--;
     }
     T operator+=(T const &amount)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value += amount;
     }
     T operator-=(T const &amount)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value -= amount;
     }
     T operator=(T const &value)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value = value;
     }
     T getValue() const
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value;
     }
 

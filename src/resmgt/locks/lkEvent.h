@@ -2,6 +2,7 @@
 #pragma once
 
 #include "resmgt/locks/lkEventWindows.h"
+#include "resmgt/locks/lkUtil.h"
 
 namespace Zv {
 
@@ -19,7 +20,12 @@ public:
     /// Blocks until set.
     void wait() const { _imp.wait(); }
     /// Blocks until set, which is true, or until the time in seconds is over, which is false.
-    bool timedWait(double seconds) const { return _imp.timedWait(seconds); }
+    [[nodiscard]] bool timedWait(double seconds) const { return _imp.timedWait(seconds); }
+    template <LkDuration Duration>
+    [[nodiscard]] bool timedWait(Duration const &time) const
+    {
+        return _imp.timedWait(LkUtil::toSeconds(time));
+    }
     char const *getName() const noexcept { return _imp.getName(); }
     /// The name.
     void dump(std::ostream &stream) const { _imp.dump(stream); }

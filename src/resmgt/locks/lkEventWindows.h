@@ -20,7 +20,7 @@ public:
     void set();
     void reset();
     void wait() const;
-    bool timedWait(double seconds) const;
+    [[nodiscard]] bool timedWait(double seconds) const;
     char const *getName() const noexcept { return _name; }
     void dump(std::ostream &stream) const;
 

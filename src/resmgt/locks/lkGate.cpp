@@ -52,7 +52,7 @@ LkGate::LkGate(LkGate &&source) : LkGate(source) {}
 void LkGate::ready()
 {
     checkRoom(loadAcquire(_numReady), _numGatees);
-    LkGuard<LkMutex const> guard(*_lock);
+    LkGuard const guard(*_lock);
     storeRelease(_numReady, _numReady + 1);
     if (_numReady == _numGatees) {
         _observers->pulse();
@@ -98,7 +98,7 @@ bool LkGate::isGateReady()
 
 void LkGate::observeGateReady()
 {
-    LkGuard<LkMutex const> guard(*_lock);
+    LkGuard const guard(*_lock);
     while (_numReady != _numGatees)
         _observers->waitNextPulse(guard);
 }
@@ -115,7 +115,7 @@ void LkGate::waitGateReady()
 void LkGate::releaseGate()
 {
     ZV_ASSERT(_useGateKeeper);
-    LkGuard<LkMutex const> guard(*_lock);
+    LkGuard const guard(*_lock);
     open();
 }
 

@@ -65,7 +65,7 @@ private:
 class ZVRESMGT_EXPORT LkGateKeeperGuard
 {
 public:
-    explicit LkGateKeeperGuard(LkGate &gate) : _gate(gate) { _gate.waitGateReady(); }
+    [[nodiscard]] explicit LkGateKeeperGuard(LkGate &gate) : _gate(gate) { _gate.waitGateReady(); }
     LkGateKeeperGuard(LkGateKeeperGuard const &) = delete;
     LkGateKeeperGuard &operator=(LkGateKeeperGuard const &) = delete;
     ~LkGateKeeperGuard() noexcept(false) { _gate.releaseGate(); }

@@ -56,4 +56,14 @@ private:
     bool _locked;
 };
 
+class LkLock;
+class LkMutex;
+class LkRecLock;
+
+/// All guards of these locks that are written without an argument are of one type, whether the lock
+/// is `const` or not.
+LkGuard(LkLock &)->LkGuard<LkLock const>;
+LkGuard(LkMutex &)->LkGuard<LkMutex const>;
+LkGuard(LkRecLock &)->LkGuard<LkRecLock const>;
+
 } // namespace Zv

@@ -25,7 +25,7 @@ ZVRESMGT_EXPORT void abandonInitMutex(ZvPlatform::Handle mutex) noexcept;
 /// Holds the creation lock of `Id` while a singleton is made. The lock has a name, so that all copies of this code in
 /// the process share it, whichever module they are linked into. A thread that holds it may take it again.
 template <class Id>
-class LkInitMutexWindows
+class [[nodiscard]] LkInitMutexWindows
 {
 public:
     /// Blocks until the lock is held.

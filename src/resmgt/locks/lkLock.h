@@ -22,6 +22,11 @@ public:
     /// Blocks until the lock is the caller's. Always true.
     bool lock() const ZV_ACQUIRE() ZV_NO_THREAD_SAFETY_ANALYSIS { return _imp.lock(); }
     void unlock() const ZV_RELEASE() ZV_NO_THREAD_SAFETY_ANALYSIS { _imp.unlock(); }
+    /// Takes the lock if no other thread holds it, for the guards of the standard library. Never blocks.
+    [[nodiscard]] bool try_lock() const ZV_TRY_ACQUIRE(true) ZV_NO_THREAD_SAFETY_ANALYSIS
+    {
+        return _imp.try_lock();
+    }
     /// Whether some thread holds the lock: for checks and reports.
     bool isLocked() const { return _imp.isLocked(); }
     /// The same: the flag has no owner.

@@ -33,6 +33,14 @@ bool LkLockWindows::lockSlowly() const
     return true;
 }
 
+bool LkLockWindows::try_lock() const
+{
+    if (!::TryEnterCriticalSection(&_section))
+        return false;
+    storeRelease(_isLocked, true);
+    return true;
+}
+
 void LkLockWindows::unlock() const
 {
     storeRelease(_isLocked, false);

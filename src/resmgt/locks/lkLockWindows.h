@@ -19,6 +19,7 @@ public:
     ~LkLockWindows();
 
     bool lock() const;
+    [[nodiscard]] bool try_lock() const;
     void unlock() const;
     bool isLocked() const { return ZvPlatform::Interlocked::loadAcquire(_isLocked); }
     bool isLockedByThread() const { return isLocked(); }

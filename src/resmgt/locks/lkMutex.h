@@ -34,10 +34,12 @@ public:
     void unlock() const ZV_RELEASE() ZV_NO_THREAD_SAFETY_ANALYSIS { _imp.unlock(); }
     /// Takes the mutex if it is free. Never blocks. Returns false if another thread or the caller holds the mutex, and
     /// if it was abandoned.
-    bool tryLock() const ZV_TRY_ACQUIRE(true) ZV_NO_THREAD_SAFETY_ANALYSIS
+    [[nodiscard]] bool tryLock() const ZV_TRY_ACQUIRE(true) ZV_NO_THREAD_SAFETY_ANALYSIS
     {
         return _imp.tryLock();
     }
+    /// The same for the guards of the standard library.
+    [[nodiscard]] bool try_lock() const ZV_TRY_ACQUIRE(true) { return tryLock(); }
     /// Tries `tries` times, 0 standing for 2^32, then blocks. Always true. Throws `LkEx::ExDeadLock` if the caller holds
     /// the mutex already, and leaves it as it was. Throws `AssertionFailed` if the mutex was abandoned; the caller does
     /// not hold it then.

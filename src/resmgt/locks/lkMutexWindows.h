@@ -23,7 +23,7 @@ public:
 
     bool lock() const;
     void unlock() const;
-    bool tryLock() const;
+    [[nodiscard]] bool tryLock() const;
     bool spinLock(unsigned tries) const;
     bool isLocked() const { return ZvPlatform::Interlocked::loadAcquire(_isLocked); }
     bool isLockedByThread() const { return isLocked(); }

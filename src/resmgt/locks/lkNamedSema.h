@@ -24,7 +24,7 @@ public:
     /// Blocks until the count is above 0, then takes 1 from it.
     void wait() { _imp.wait(); }
     /// Takes 1 where the count is above 0. Never blocks.
-    bool tryWait() { return _imp.tryWait(); }
+    [[nodiscard]] bool tryWait() { return _imp.tryWait(); }
     /// Adds 1 and wakes one who waits.
     void post() { _imp.post(); }
     /// The system's error of a failed construction, or 0.

@@ -18,7 +18,7 @@ public:
     ~LkNamedSemaWindows() noexcept(false);
 
     void wait();
-    bool tryWait();
+    [[nodiscard]] bool tryWait();
     void post();
     int getErrno() const noexcept { return _errno; }
     char const *getName() const noexcept { return _name; }

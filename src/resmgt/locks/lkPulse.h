@@ -12,7 +12,7 @@ namespace Zv {
 /// first pulse on every wait returns at once, for the rest of its life. A loop around a latched wait would never
 /// sleep: it waits with `waitNextPulse`, which knows neither count nor latch and sleeps until the next pulse.
 ///
-///     LkGuard<LkMutex const> guard(_mutex);
+///     LkGuard const guard(_mutex);
 ///     while (!_condition)
 ///         _pulse.waitNextPulse(guard);
 ///
@@ -37,9 +37,16 @@ public:
     /// pulse wakes all who wait in this way, whatever its type, and takes nothing from those who wait in the other.
     void waitNextPulse(LkMutex const &mutex) const ZV_REQUIRES(mutex) { _imp.waitNext(mutex); }
     /// The same for a time in seconds: true when woken, false when the time is over.
-    bool timedWaitNextPulse(LkMutex const &mutex, double seconds) const ZV_REQUIRES(mutex)
+    [[nodiscard]] bool timedWaitNextPulse(LkMutex const &mutex, double seconds) const
+        ZV_REQUIRES(mutex)
     {
         return _imp.timedWaitNext(mutex, seconds);
+    }
+    template <LkDuration Duration>
+    [[nodiscard]] bool timedWaitNextPulse(LkMutex const &mutex, Duration const &time) const
+        ZV_REQUIRES(mutex)
+    {
+        return _imp.timedWaitNext(mutex, LkUtil::toSeconds(time));
     }
     /// The same with the mutex that a guard holds.
     template <class Mutex>
@@ -48,9 +55,14 @@ public:
         _imp.waitNext(guard.getLock());
     }
     template <class Mutex>
-    bool timedWaitNextPulse(LkGuard<Mutex> const &guard, double seconds) const
+    [[nodiscard]] bool timedWaitNextPulse(LkGuard<Mutex> const &guard, double seconds) const
     {
         return _imp.timedWaitNext(guard.getLock(), seconds);
+    }
+    template <class Mutex, LkDuration Duration>
+    [[nodiscard]] bool timedWaitNextPulse(LkGuard<Mutex> const &guard, Duration const &time) const
+    {
+        return _imp.timedWaitNext(guard.getLock(), LkUtil::toSeconds(time));
     }
 
     char const *getName() const noexcept { return _imp.getName(); }

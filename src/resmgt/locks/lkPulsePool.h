@@ -21,7 +21,7 @@ public:
     ~LkPulsePool() noexcept(false);
 
     /// The pulse that came back last, or a new one named "LkPulsePool_pulse". The caller owns it.
-    ObjPtrRet<LkPulse> getPulse();
+    [[nodiscard]] ObjPtrRet<LkPulse> getPulse();
     /// Takes the pulse over; the argument is null afterwards. A null one is kept and handed out like any other.
     void recyclePulse(ObjPtr<LkPulse> &pulse);
 

@@ -22,9 +22,9 @@ public:
 
     void pulse() const;
     void wait(LkMutex const &externalMutex) const;
-    bool timedWait(LkMutex const &externalMutex, double seconds) const;
+    [[nodiscard]] bool timedWait(LkMutex const &externalMutex, double seconds) const;
     void waitNext(LkMutex const &externalMutex) const;
-    bool timedWaitNext(LkMutex const &externalMutex, double seconds) const;
+    [[nodiscard]] bool timedWaitNext(LkMutex const &externalMutex, double seconds) const;
     char const *getName() const noexcept { return _name; }
     void dump(std::ostream &stream) const;
 

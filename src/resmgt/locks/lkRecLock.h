@@ -23,6 +23,11 @@ public:
     /// Blocks until the lock is the caller's; at once where it is already. Always true.
     bool lock() const ZV_ACQUIRE() ZV_NO_THREAD_SAFETY_ANALYSIS { return _imp.lock(); }
     void unlock() const ZV_RELEASE() ZV_NO_THREAD_SAFETY_ANALYSIS { _imp.unlock(); }
+    /// Takes the lock if no other thread holds it, for the guards of the standard library. Never blocks.
+    [[nodiscard]] bool try_lock() const ZV_TRY_ACQUIRE(true) ZV_NO_THREAD_SAFETY_ANALYSIS
+    {
+        return _imp.try_lock();
+    }
     /// Whether any thread holds the lock.
     bool isLocked() const { return _imp.isLocked(); }
     /// Whether the calling thread holds the lock.

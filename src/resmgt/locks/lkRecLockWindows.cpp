@@ -33,6 +33,11 @@ bool LkRecLockWindows::lockSlowly() const
     return counted();
 }
 
+bool LkRecLockWindows::try_lock() const
+{
+    return ::TryEnterCriticalSection(&_section) && counted();
+}
+
 bool LkRecLockWindows::counted() const
 {
     storeRelease(_count, _count + 1);

@@ -18,6 +18,7 @@ public:
     ~LkRecLockWindows();
 
     bool lock() const;
+    [[nodiscard]] bool try_lock() const;
     void unlock() const;
     bool isLocked() const;
     bool isLockedByThread() const;

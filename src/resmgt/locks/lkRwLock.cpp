@@ -90,7 +90,7 @@ bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 bool LkRwLock::readLockSlowly() const
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     Word word = loadRelaxed(_rwLock);
     for (;;) {
         if (isOpenToReaders(word)) {
@@ -114,7 +114,7 @@ bool LkRwLock::readLockSlowly() const
 
 bool LkRwLock::writeLockSlowly() const
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     Word word = loadRelaxed(_rwLock);
     for (;;) {
         if (stateOf(word) == 0) {
@@ -202,7 +202,7 @@ void LkRwLock::unlockSlowly() const
     bool callsWriter = false;
     bool callsReaders = false;
     {
-        LkGuard<LkMutex const> guard(_lock);
+        LkGuard const guard(_lock);
         Word word = loadRelaxed(_rwLock);
         while (!compareExchange(_rwLock, word, unlocked(word))) {
         }

@@ -27,8 +27,8 @@ public:
 
     bool lock() ZV_ACQUIRE() { return writeLock(); }
     bool lock() const ZV_ACQUIRE_SHARED() { return readLock(); }
-    bool tryLock() ZV_TRY_ACQUIRE(true) { return tryWriteLock(); }
-    bool tryLock() const ZV_TRY_ACQUIRE_SHARED(true) { return tryReadLock(); }
+    [[nodiscard]] bool tryLock() ZV_TRY_ACQUIRE(true) { return tryWriteLock(); }
+    [[nodiscard]] bool tryLock() const ZV_TRY_ACQUIRE_SHARED(true) { return tryReadLock(); }
     bool spinLock(unsigned tries) ZV_ACQUIRE() { return spinWriteLock(tries); }
     bool spinLock(unsigned tries) const ZV_ACQUIRE_SHARED() { return spinReadLock(tries); }
 
@@ -37,13 +37,21 @@ public:
     /// Blocks until nobody holds the lock. Always true.
     bool writeLock() const ZV_ACQUIRE();
     /// Never wait for another holder. A read lock is refused also where a writer waits.
-    bool tryReadLock() const ZV_TRY_ACQUIRE_SHARED(true);
-    bool tryWriteLock() const ZV_TRY_ACQUIRE(true);
+    [[nodiscard]] bool tryReadLock() const ZV_TRY_ACQUIRE_SHARED(true);
+    [[nodiscard]] bool tryWriteLock() const ZV_TRY_ACQUIRE(true);
     /// Try up to `tries` times, 0 standing for 2^32, then block. Always true.
     bool spinReadLock(unsigned tries) const ZV_ACQUIRE_SHARED();
     bool spinWriteLock(unsigned tries) const ZV_ACQUIRE();
     /// Lets go of either kind. Only for who holds it: a free lock would be locked for writing by it.
     void unlock() const ZV_THREAD_ANNOTATION(release_generic_capability());
+
+    /// The names that the guards of the standard library call. `try_lock` goes by the constness of the object, as
+    /// `tryLock` does, and the others read.
+    [[nodiscard]] bool try_lock() ZV_TRY_ACQUIRE(true) { return tryWriteLock(); }
+    [[nodiscard]] bool try_lock() const ZV_TRY_ACQUIRE_SHARED(true) { return tryReadLock(); }
+    void lock_shared() const ZV_ACQUIRE_SHARED() { readLock(); }
+    [[nodiscard]] bool try_lock_shared() const ZV_TRY_ACQUIRE_SHARED(true) { return tryReadLock(); }
+    void unlock_shared() const ZV_RELEASE_SHARED() { unlock(); }
 
     /// What some thread holds, for checks and reports: a write lock on a non-const object, a read lock on a const one.
     bool isLocked() { return isWriteLock(); }

@@ -41,7 +41,7 @@ void LkSema::signalNoLock()
 
 void LkSema::wait()
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     while (_count == 0)
         waitCounted([&] { return _nonZero.wait(guard), true; });
     storeRelease(_count, _count - 1);
@@ -49,7 +49,7 @@ void LkSema::wait()
 
 bool LkSema::timedWait(double seconds)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     while (_count == 0)
         if (!waitCounted([&] { return _nonZero.timedWait(guard, seconds); }))
             return false;
@@ -59,7 +59,7 @@ bool LkSema::timedWait(double seconds)
 
 bool LkSema::tryWait()
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     if (_count == 0)
         return false;
     storeRelease(_count, _count - 1);
@@ -68,7 +68,7 @@ bool LkSema::tryWait()
 
 void LkSema::post()
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     storeRelease(_count, _count + 1);
     if (_count != 0)
         signalNoLock();

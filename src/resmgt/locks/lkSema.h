@@ -20,9 +20,14 @@ public:
     /// Blocks until the count is above 0, then takes 1 from it.
     void wait();
     /// The same for a time in seconds, which starts anew whenever another thread was faster. False when it is over.
-    bool timedWait(double seconds);
+    [[nodiscard]] bool timedWait(double seconds);
+    template <LkDuration Duration>
+    [[nodiscard]] bool timedWait(Duration const &time)
+    {
+        return timedWait(LkUtil::toSeconds(time));
+    }
     /// Takes 1 where the count is above 0. Never waits for a post.
-    bool tryWait();
+    [[nodiscard]] bool tryWait();
     /// Adds 1 and wakes one who waits.
     void post();
     /// True when the count is 0: the sense of the name is inverted, and stays so.

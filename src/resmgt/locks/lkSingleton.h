@@ -11,7 +11,7 @@ namespace Zv {
 template <class T>
 struct LkSingletonCreator
 {
-    static T *create();
+    [[nodiscard]] static T *create();
 };
 
 /// The one `T` of the process, made at first use under a named creation lock, and never destroyed by the library. Any

@@ -4,6 +4,8 @@
 #include "resmgt/export.h"
 #include "zvbase/platform/types.h"
 
+#include <cstddef>
+#include <functional>
 #include <iosfwd>
 
 namespace Zv {
@@ -47,3 +49,12 @@ private:
 };
 
 } // namespace Zv
+
+template <>
+struct std::hash<Zv::LkThreadId>
+{
+    std::size_t operator()(Zv::LkThreadId const &id) const noexcept
+    {
+        return std::hash<unsigned long>()(id.getNumber());
+    }
+};

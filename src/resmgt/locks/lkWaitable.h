@@ -4,6 +4,7 @@
 #include "resmgt/export.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkMutex.h"
+#include "resmgt/locks/lkUtil.h"
 
 namespace Zv {
 
@@ -26,9 +27,15 @@ public:
     /// Blocks until woken.
     void wait(LkMutex const &mutex) const ZV_REQUIRES(mutex) { performWait(mutex); }
     /// Blocks until woken, which is true, or until the time is over, which is false.
-    bool timedWait(LkMutex const &mutex, double seconds) const ZV_REQUIRES(mutex)
+    [[nodiscard]] bool timedWait(LkMutex const &mutex, double seconds) const ZV_REQUIRES(mutex)
     {
         return performTimedWait(mutex, seconds);
+    }
+    template <LkDuration Duration>
+    [[nodiscard]] bool timedWait(LkMutex const &mutex, Duration const &time) const
+        ZV_REQUIRES(mutex)
+    {
+        return performTimedWait(mutex, LkUtil::toSeconds(time));
     }
     /// The same with the mutex that a guard holds.
     template <class Mutex>
@@ -37,9 +44,14 @@ public:
         performWait(guard.getLock());
     }
     template <class Mutex>
-    bool timedWait(LkGuard<Mutex> const &guard, double seconds) const
+    [[nodiscard]] bool timedWait(LkGuard<Mutex> const &guard, double seconds) const
     {
         return performTimedWait(guard.getLock(), seconds);
+    }
+    template <class Mutex, LkDuration Duration>
+    [[nodiscard]] bool timedWait(LkGuard<Mutex> const &guard, Duration const &time) const
+    {
+        return performTimedWait(guard.getLock(), LkUtil::toSeconds(time));
     }
 
 protected:

@@ -576,7 +576,7 @@ void DevSeqSupervision::waitUntil(Guard const &guard, double moment)
     };
     double const seconds = std::clamp(moment - getTime(), 0.001, LONGEST_WAIT);
     Waiting const waiting{++_nbClientsWaiting};
-    _changed.timedWaitNextPulse(guard, seconds);
+    static_cast<void>(_changed.timedWaitNextPulse(guard, seconds));
 }
 
 DevSeqStatus DevSeqSupervision::makeStatus() const
@@ -723,7 +723,7 @@ bool DevSeqSupervision::next(unsigned runner, Task &task)
         if (_nbTells)
             continue;
         _isRunnerWaiting = true;
-        _work.timedWaitNextPulse(guard, std::max(until - now, 0.001));
+        static_cast<void>(_work.timedWaitNextPulse(guard, std::max(until - now, 0.001)));
         _isRunnerWaiting = false;
         if (runner != _runner)
             return false;
