@@ -1,9 +1,8 @@
-// Locks, wait objects and the singleton.
+// All headers of the locks: mutexes, waiting, semaphores, singletons (applications).
 #pragma once
 
 #include "resmgt/locks/lkAsyncHandle.h"
 #include "resmgt/locks/lkCondVar.h"
-#include "resmgt/locks/lkCondVarAttr.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/locks/lkDuration.h"
 #include "resmgt/locks/lkEvent.h"
@@ -12,18 +11,15 @@
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/locks/lkMutex.h"
-#include "resmgt/locks/lkMutexAttr.h"
 #include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/locks/lkPulsePool.h"
 #include "resmgt/locks/lkRecLock.h"
 #include "resmgt/locks/lkRwLock.h"
 #include "resmgt/locks/lkSema.h"
-#include "resmgt/locks/lkSemaTypes.h"
 #include "resmgt/locks/lkSingleton.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/locks/lkTicket.h"
-#include "resmgt/locks/lkUnnamedSema.h"
 #include "resmgt/locks/lkUtil.h"
 #include "resmgt/locks/lkWaitable.h"
 #include "resmgt/locks/mtUtil.h"

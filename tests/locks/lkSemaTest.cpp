@@ -3,7 +3,6 @@
 #include "locks/lockTestUtil.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkNamedSema.h"
-#include "resmgt/locks/lkUnnamedSema.h"
 
 #include <gtest/gtest.h>
 

@@ -13,10 +13,10 @@ namespace Zv {
 ///
 /// Each operation that takes seconds as a `double` takes a duration as well:
 ///
-///     bool waitForFrame(Zv::LkEvent const &frame)
-///     {
-///         return frame.timedWait(std::chrono::milliseconds(40));
-///     }
+///     #include <chrono>
+///
+///     Zv::LkEvent const frame("frame", false);
+///     bool const hasCome = frame.timedWait(std::chrono::milliseconds(40));
 template <class T>
 concept LkDuration = requires(T const &time)
 {

@@ -15,7 +15,8 @@ LkSema::LkSema(char const *name, unsigned count, LkMutexAttr const &mutexAttr,
       _nbWaiters(0)
 {}
 
-/// Counts the caller among the waiting threads. If its wait fails, the signal that it may have used up goes to another.
+/// Counts the caller as a waiter during its wait. If the wait fails, the signal that it may have
+/// used up is sent to another waiter.
 template <class Wait>
 bool LkSema::waitCounted(Wait wait)
 {

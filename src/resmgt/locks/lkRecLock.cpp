@@ -1,4 +1,4 @@
-#include "resmgt/locks/lkRecLockWindows.h"
+#include "resmgt/locks/lkRecLock.h"
 
 #include "platform/services.h"
 #include "resmgt/locks/lkThreadId.h"

@@ -1,4 +1,4 @@
-#include "resmgt/locks/lkLockWindows.h"
+#include "resmgt/locks/lkLock.h"
 
 #include "platform/services.h"
 
