@@ -294,6 +294,7 @@ TEST(LiDate, StaysAtTheEndsOfTheRange)
     EXPECT_EQ(date.getRep().microseconds, Limits::max());
     date -= std::chrono::hours::max();
     date -= std::chrono::hours::max();
+    date -= 1h;
     EXPECT_EQ(date.getRep().microseconds, Limits::min());
     date += std::chrono::duration<double>(std::numeric_limits<double>::quiet_NaN());
     EXPECT_EQ(date.getRep().microseconds, Limits::min());

@@ -1,4 +1,3 @@
-#include "resmgt/literals/liStringParser.h"
 #include "resmgt/literals/liStringUtil.h"
 #include "resmgt/literals/liTimestamp.h"
 

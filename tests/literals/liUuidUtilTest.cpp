@@ -1,4 +1,4 @@
-#include "resmgt/literals/liUuidUtil.h"
+#include "resmgt/literals/liUuid.h"
 
 #include "platform/services.h"
 #include "resmgt/literals/liUuidEx.h"

@@ -42,11 +42,14 @@ constexpr std::int64_t countUnits(Duration const &time) noexcept
 {
     using Scale = std::ratio_divide<std::ratio<Duration::period::num, Duration::period::den>, Unit>;
     constexpr std::int64_t MOST = std::numeric_limits<std::int64_t>::max();
+    constexpr bool IS_INTEGRAL = std::numeric_limits<typename Duration::rep>::is_integer;
+    // Integral durations near the end of the range are measured without loss below.
+    constexpr double LIMIT = IS_INTEGRAL ? 0x1.8p63 : 0x1p63;
     auto const count = time.count();
     double const size = static_cast<double>(count) * Scale::num / Scale::den;
-    if (!(size < 0x1p63 && size > -0x1p63))
+    if (!(size < LIMIT && size > -LIMIT))
         return size > 0 ? MOST : size < 0 ? -MOST : 0;
-    if constexpr (!std::numeric_limits<typename Duration::rep>::is_integer) {
+    if constexpr (!IS_INTEGRAL) {
         return static_cast<std::int64_t>(size + (size < 0 ? -0.5 : 0.5));
     } else {
         auto const number = static_cast<std::uint64_t>(count);
