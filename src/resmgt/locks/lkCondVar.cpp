@@ -199,18 +199,4 @@ void LkCondVarWindows::dump(std::ostream &stream) const
     stream << _name;
 }
 
-// ---- LkCondVar
-
-LkCondVar::~LkCondVar() noexcept(false) = default;
-
-void LkCondVar::performWait(LkMutex const &mutex) const
-{
-    _imp.wait(mutex);
-}
-
-bool LkCondVar::performTimedWait(LkMutex const &mutex, double seconds) const
-{
-    return _imp.timedWait(mutex, seconds);
-}
-
 } // namespace Zv

@@ -54,8 +54,6 @@ bool waitAndReacquire(LkMutex const &externalMutex, Wait wait)
 
 } // namespace
 
-// ---- LkPulseWindows
-
 LkPulseWindows::LkPulseWindows(char const *name, bool wakeAll)
     // An event would wake all waiting threads for each pulse.
     : _event(wakeAll ? ::CreateEventA(NULL, TRUE, FALSE, NULL)
@@ -171,22 +169,6 @@ bool LkPulseWindows::withdraw(std::uint32_t generation) const
 void LkPulseWindows::dump(std::ostream &stream) const
 {
     stream << _name;
-}
-
-// ---- LkWaitable and LkPulse
-
-LkWaitable::~LkWaitable() noexcept(false) = default;
-
-LkPulse::~LkPulse() noexcept(false) = default;
-
-void LkPulse::performWait(LkMutex const &mutex) const
-{
-    _imp.wait(mutex);
-}
-
-bool LkPulse::performTimedWait(LkMutex const &mutex, double seconds) const
-{
-    return _imp.timedWait(mutex, seconds);
 }
 
 } // namespace Zv
