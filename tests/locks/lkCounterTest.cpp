@@ -75,7 +75,7 @@ TEST(LkCounter, OfLongHas32BitsAndWrapsAround)
 
 TEST(LkCounter, OfLongTakesTheLower32BitsOfAnyAmount)
 {
-    // Where a long has no more than those, it has 7 from the beginning.
+    // If a long has 32 bits, the value is 7 from the beginning.
     constexpr long FAR = static_cast<long>((std::int64_t{1} << 40) + 7);
     LkCounter<long> counter(FAR);
     EXPECT_EQ(counter.getValue(), 7);

@@ -158,7 +158,7 @@ TEST(LkPulse, WaitWithoutTheMutexFails)
     EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.wait(mutex); }), text);
     EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.waitNextPulse(mutex); }),
               text);
-    pulse.pulse(); // finds nobody
+    pulse.pulse(); // finds no waiting thread
 }
 
 TEST(LkPulse, ServesWhoeverKnowsTheBaseOnly)

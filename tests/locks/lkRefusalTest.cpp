@@ -131,7 +131,7 @@ ZV_WRAP(DWORD, WaitForSingleObjectEx, _ZN10ZvPlatform21WaitForSingleObjectExEPvj
         (HANDLE h, DWORD milliseconds, BOOL alertable), (h, noted(milliseconds), alertable), answer)
 ZV_WRAP(BOOL, SetEvent, _ZN10ZvPlatform8SetEventEPv, (HANDLE h), (h),
         (__real__ZN10ZvPlatform8SetEventEPv(h), FALSE))
-// What is closed is gone, whatever the answer.
+// The handle is closed even if the answer is a refusal.
 ZV_WRAP(BOOL, CloseHandle, _ZN10ZvPlatform11CloseHandleEPv, (HANDLE h), (closing(h)),
         (__real__ZN10ZvPlatform11CloseHandleEPv(closing(h)), ::SetLastError(REFUSED), FALSE))
 
@@ -203,7 +203,7 @@ TEST_F(Refused, MutexCannotBeClosed)
               "::CloseHandle( _mutex )");
 }
 
-// The services of a mutex are asked where another thread holds it.
+// A mutex calls its services only if another thread holds it.
 TEST_F(Refused, MutexCannotBeTaken)
 {
     LkMutex const mutex("m");
@@ -285,7 +285,7 @@ TEST_F(Refused, ConditionWaitFails)
         EXPECT_TRUE(mutex.isLocked()) << "the guard has it still";
         EXPECT_FALSE(elsewhere([&] { return mutex.tryLock(); }));
     }
-    condVar.broadcast(); // counts nobody any more
+    condVar.broadcast(); // counts no waiter
     EXPECT_TRUE(elsewhere([&] { return mutex.tryLock() && (mutex.unlock(), true); }));
 }
 
@@ -487,7 +487,7 @@ TEST_F(Refused, PulseWaitFailsAndTheGuardStillHasItsMutex)
     pulse.pulse();
     refuse("WaitForSingleObject");
     EXPECT_EQ(systemAssertionOf([&] { pulse.wait(mutex); }), RETAKE);
-    mutex.lock(); // nobody has it, but its flag is still set
+    mutex.lock(); // it is free, but its flag is still set
     mutex.unlock();
 }
 
@@ -869,7 +869,7 @@ TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
     EXPECT_EQ(nbWakeCalls, 1);
     sleeper.join();
     pulse.pulse();
-    EXPECT_EQ(nbWakeCalls, 1) << "who was woken is counted still";
+    EXPECT_EQ(nbWakeCalls, 1) << "a thread that was woken is still counted";
 }
 
 } // namespace

@@ -11,7 +11,7 @@ using namespace ZvPlatform::Interlocked;
 
 namespace {
 
-// The test comes before the lock is taken, so it works on a copy.
+// The condition is tested before the lock is taken, so the caller passes a copy.
 void checkRoom(int _numReady, int _numGatees)
 {
     ZV_ASSERT(_numReady < _numGatees);

@@ -50,7 +50,7 @@ template <class T>
 class ZVRESMGT_EXPORT LkSingleton
 {
 public:
-    /// How far the object's life has come.
+    /// Stage of the object's life.
     enum State
     {
         UNINITIALIZED = 0, ///< it has not been created
