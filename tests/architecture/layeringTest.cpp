@@ -60,7 +60,8 @@ Exception const exceptions[] = {
 
 /// Sources outside libzvbase that may name a service of the platform.
 std::regex const serviceUsers(
-    ".*(Windows|WinNT)(\\.private)?\\.(cpp|h)|.*/(liUuidUtil|mtUtil|lkUtil|lkThreadId)\\.cpp|"
+    ".*(Windows|WinNT)(\\.private)?\\.(cpp|h)|.*/(liUuid|mtUtil)\\.cpp|"
+    ".*/lk(CondVar|Event|Lock|Mutex|NamedSema|Pulse|RecLock|Singleton|ThreadId|Util)\\.cpp|"
     ".*/da[A-Z][A-Za-z]*Allocator[A-Za-z]*\\.cpp");
 
 struct Source

@@ -7,10 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
+#include <limits>
 #include <list>
 #include <string>
 #include <thread>
@@ -64,8 +67,8 @@ LiDate universal(int year, int month, int day, int hour, int minute, double seco
 
 TEST(LiDate, BeginsAt1970)
 {
-    EXPECT_STREQ("1970/01/01 00:00:00.000 UTC",
-                 LiDate().toString(OsDateTypes::UNIVERSAL).getChars());
+    EXPECT_STREQ(LiDate().toString(OsDateTypes::UNIVERSAL).getChars(),
+                 "1970/01/01 00:00:00.000 UTC");
     EXPECT_EQ(LiDate(), LiDate::getEpoch());
     EXPECT_EQ(LiDate(), LiDate(OsDateTypes::DateRep{}));
 }
@@ -73,11 +76,11 @@ TEST(LiDate, BeginsAt1970)
 TEST(LiDate, WritesItsFields)
 {
     LiDate const date = universal(2006, 2, 20, 7, 4, 5.25);
-    EXPECT_STREQ("2006/02/20 07:04:05.250 UTC", date.toString(OsDateTypes::UNIVERSAL).getChars());
+    EXPECT_STREQ(date.toString(OsDateTypes::UNIVERSAL).getChars(), "2006/02/20 07:04:05.250 UTC");
     AtPlace const place(CENTRAL_EUROPE);
-    EXPECT_STREQ("2006/02/20 08:04:05.250 CET", date.toString(OsDateTypes::LOCAL).getChars());
-    EXPECT_STREQ("2006/07/20 09:04:05.000 CES",
-                 universal(2006, 7, 20, 7, 4, 5).toString(OsDateTypes::LOCAL).getChars());
+    EXPECT_STREQ(date.toString(OsDateTypes::LOCAL).getChars(), "2006/02/20 08:04:05.250 CET");
+    EXPECT_STREQ(universal(2006, 7, 20, 7, 4, 5).toString(OsDateTypes::LOCAL).getChars(),
+                 "2006/07/20 09:04:05.000 CES");
 }
 
 TEST(LiDate, ComesBackFromItsTextToTheMillisecond)
@@ -86,8 +89,8 @@ TEST(LiDate, ComesBackFromItsTextToTheMillisecond)
     for (double seconds : {0.0, 0.001, 5.25, 59.999}) {
         for (int month : {1, 7}) {
             LiDate const date = universal(2006, month, 20, 17, 4, seconds);
-            EXPECT_EQ(date, LiDate(date.toString(OsDateTypes::UNIVERSAL)));
-            EXPECT_EQ(date, LiDate(date.toString(OsDateTypes::LOCAL)));
+            EXPECT_EQ(LiDate(date.toString(OsDateTypes::UNIVERSAL)), date);
+            EXPECT_EQ(LiDate(date.toString(OsDateTypes::LOCAL)), date);
         }
     }
     LiDate const present = LiDate::now();
@@ -101,10 +104,10 @@ TEST(LiDate, TellsTheTwoHoursApartThatTheClockRepeats)
     AtPlace const place(CENTRAL_EUROPE);
     LiDate const first = universal(2006, 10, 29, 0, 30, 0);
     LiDate const second = universal(2006, 10, 29, 1, 30, 0);
-    EXPECT_STREQ("2006/10/29 02:30:00.000 CES", first.toString(OsDateTypes::LOCAL).getChars());
-    EXPECT_STREQ("2006/10/29 02:30:00.000 CET", second.toString(OsDateTypes::LOCAL).getChars());
-    EXPECT_EQ(first, LiDate(first.toString(OsDateTypes::LOCAL)));
-    EXPECT_EQ(second, LiDate(second.toString(OsDateTypes::LOCAL)));
+    EXPECT_STREQ(first.toString(OsDateTypes::LOCAL).getChars(), "2006/10/29 02:30:00.000 CES");
+    EXPECT_STREQ(second.toString(OsDateTypes::LOCAL).getChars(), "2006/10/29 02:30:00.000 CET");
+    EXPECT_EQ(LiDate(first.toString(OsDateTypes::LOCAL)), first);
+    EXPECT_EQ(LiDate(second.toString(OsDateTypes::LOCAL)), second);
 }
 
 /// Texts over a year, in steps of 25 minutes, that do not give their date again.
@@ -244,28 +247,77 @@ TEST(LiDate, RefusesFieldsThatAreNoDateAndStaysWhatItWas)
     LiDate date = universal(2006, 2, 20, 17, 4, 5);
     LiDate const before(date);
     EXPECT_THROW(date.set(2006, 2, 29, 0, 0, 0, OsDateTypes::UNIVERSAL), OsDateEx::ExInvalidDate);
-    EXPECT_EQ(before, date);
+    EXPECT_EQ(date, before);
     EXPECT_THROW(universal(2006, 0, 1, 0, 0, 0), ExBase);
     date.set(2004, 2, 29, 0, 0, 0, OsDateTypes::UNIVERSAL);
-    EXPECT_STREQ("2004/02/29 00:00:00.000 UTC", date.toString(OsDateTypes::UNIVERSAL).getChars());
+    EXPECT_STREQ(date.toString(OsDateTypes::UNIVERSAL).getChars(), "2004/02/29 00:00:00.000 UTC");
 }
 
 TEST(LiDate, CountsInSeconds)
 {
     LiDate date = universal(2006, 12, 31, 23, 59, 59.5);
     date += 0.75;
-    EXPECT_STREQ("2007/01/01 00:00:00.250 UTC", date.toString(OsDateTypes::UNIVERSAL).getChars());
+    EXPECT_STREQ(date.toString(OsDateTypes::UNIVERSAL).getChars(), "2007/01/01 00:00:00.250 UTC");
     date -= 86400.0;
-    EXPECT_STREQ("2006/12/31 00:00:00.250 UTC", date.toString(OsDateTypes::UNIVERSAL).getChars());
+    EXPECT_STREQ(date.toString(OsDateTypes::UNIVERSAL).getChars(), "2006/12/31 00:00:00.250 UTC");
+}
+
+TEST(LiDate, CountsInDurationsToTheNearestMicrosecond)
+{
+    using namespace std::chrono_literals;
+    LiDate date = universal(2006, 12, 31, 23, 59, 59.5);
+    LiDate const start = date;
+    EXPECT_EQ(&(date += 750ms), &date);
+    EXPECT_STREQ(date.toString(OsDateTypes::UNIVERSAL).getChars(), "2007/01/01 00:00:00.250 UTC");
+    date -= std::chrono::duration<double>(0.75);
+    EXPECT_EQ(date, start);
+    date += 1500ns;
+    EXPECT_EQ(date.getRep().microseconds, start.getRep().microseconds + 2);
+    date -= 1499ns;
+    EXPECT_EQ(date.getRep().microseconds, start.getRep().microseconds + 1);
+    date += -1us;
+    EXPECT_EQ(date, start);
+    // A double of as many seconds has no place for the last microsecond.
+    auto const distance = 20'000'000'000s + 1us;
+    date += distance;
+    EXPECT_EQ(date.getRep().microseconds - start.getRep().microseconds, distance.count());
+}
+
+TEST(LiDate, StaysAtTheEndsOfTheRange)
+{
+    using namespace std::chrono_literals;
+    using Limits = std::numeric_limits<std::int64_t>;
+    LiDate date;
+    date += std::chrono::hours::max();
+    EXPECT_EQ(date.getRep().microseconds, Limits::max());
+    date += 1s;
+    EXPECT_EQ(date.getRep().microseconds, Limits::max());
+    date -= std::chrono::hours::max();
+    date -= std::chrono::hours::max();
+    date -= 1h;
+    EXPECT_EQ(date.getRep().microseconds, Limits::min());
+    date += std::chrono::duration<double>(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(date.getRep().microseconds, Limits::min());
+}
+
+TEST(LiDate, EqualDatesHaveEqualHashes)
+{
+    LiDate const date = universal(2006, 1, 1, 0, 0, 0);
+    LiDate other = universal(2006, 1, 1, 0, 0, 1);
+    std::hash<LiDate> const hash;
+    EXPECT_NE(hash(date), hash(other));
+    other -= 1.0;
+    EXPECT_EQ(date, other);
+    EXPECT_EQ(hash(date), hash(other));
 }
 
 TEST(LiDate, Compares)
 {
     LiDate const early = universal(2006, 1, 1, 0, 0, 0);
     LiDate const late = universal(2006, 1, 1, 0, 0, 0.001);
-    EXPECT_EQ(-1, LiDate::compare(early, late));
-    EXPECT_EQ(1, LiDate::compare(late, early));
-    EXPECT_EQ(0, LiDate::compare(late, late));
+    EXPECT_EQ(LiDate::compare(early, late), -1);
+    EXPECT_EQ(LiDate::compare(late, early), 1);
+    EXPECT_EQ(LiDate::compare(late, late), 0);
     EXPECT_TRUE(early < late && late > early && early != late && early == early);
 }
 
@@ -273,7 +325,7 @@ TEST(LiDate, WritesAnyFormatByTheClockOfThePlace)
 {
     AtPlace const place(CENTRAL_EUROPE);
     LiDate const date = universal(2006, 2, 20, 7, 4, 5);
-    EXPECT_STREQ("20.02.2006 08h CET", date.toString("%d.%m.%Y %Hh %Z").getChars());
+    EXPECT_STREQ(date.toString("%d.%m.%Y %Hh %Z").getChars(), "20.02.2006 08h CET");
 }
 
 TEST(LiDate, AnEmptyOrTooLongResultFailsAnAssertion)
@@ -283,11 +335,11 @@ TEST(LiDate, AnEmptyOrTooLongResultFailsAnAssertion)
             LiDate().toString(format.c_str());
             FAIL() << "nothing thrown";
         } catch (AssertionFailed const &failure) {
-            EXPECT_STREQ("::strftime( dateBuf, sizeof(dateBuf), format, &tm )",
-                         failure.getExpression());
+            EXPECT_STREQ(failure.getExpression(),
+                         "::strftime( dateBuf, sizeof(dateBuf), format, &tm )");
         }
     }
-    EXPECT_EQ(255, LiDate().toString(std::string(255, 'x').c_str()).getLength());
+    EXPECT_EQ(LiDate().toString(std::string(255, 'x').c_str()).getLength(), 255);
 }
 
 TEST(LiDate, NowGoesOn)

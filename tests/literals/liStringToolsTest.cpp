@@ -1,4 +1,3 @@
-#include "resmgt/literals/liStringParser.h"
 #include "resmgt/literals/liStringUtil.h"
 #include "resmgt/literals/liTimestamp.h"
 
@@ -6,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
 #include <limits>
 #include <sstream>
 #include <string>
@@ -17,13 +18,13 @@ TEST(LiStringParser, ReadsWordsAndQuotedTexts)
 {
     std::istringstream stream("  word \"two words\" \"\" x\"y\" \" keeps\tspace \"next");
     LiStringParser parser;
-    EXPECT_STREQ("word", parser.readToken(stream).getChars());
-    EXPECT_STREQ("two words", parser.readToken(stream).getChars());
-    EXPECT_STREQ("", parser.readToken(stream).getChars());
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "word");
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "two words");
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "");
     EXPECT_TRUE(stream.good());
-    EXPECT_STREQ("x\"y\"", parser.readToken(stream).getChars());
-    EXPECT_STREQ(" keeps\tspace ", parser.readToken(stream).getChars());
-    EXPECT_STREQ("next", parser.readToken(stream).getChars());
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "x\"y\"");
+    EXPECT_STREQ(parser.readToken(stream).getChars(), " keeps\tspace ");
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "next");
     EXPECT_FALSE(stream.fail());
     EXPECT_TRUE(parser.readToken(stream).isEmpty());
     EXPECT_TRUE(stream.fail());
@@ -33,8 +34,8 @@ TEST(LiStringParser, KnowsNoEscape)
 {
     std::istringstream stream("\"a\\\"b");
     LiStringParser parser;
-    EXPECT_STREQ("a\\", parser.readToken(stream).getChars());
-    EXPECT_STREQ("b", parser.readToken(stream).getChars());
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "a\\");
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "b");
 }
 
 TEST(LiStringParser, ATextThatDoesNotEndFails)
@@ -49,7 +50,7 @@ TEST(LiStringParser, ReadsLongWords)
 {
     std::string const expected(700, 'w');
     std::istringstream stream(expected + " rest");
-    EXPECT_EQ(expected, LiStringParser().readToken(stream).getChars());
+    EXPECT_EQ(LiStringParser().readToken(stream).getChars(), expected);
 }
 
 TEST(LiStringParser, SkipsWhiteSpaceHoweverTheStreamIsSet)
@@ -57,8 +58,8 @@ TEST(LiStringParser, SkipsWhiteSpaceHoweverTheStreamIsSet)
     std::istringstream stream("  word \t\"two words\"  ");
     stream >> std::noskipws;
     LiStringParser parser;
-    EXPECT_STREQ("word", parser.readToken(stream).getChars());
-    EXPECT_STREQ("two words", parser.readToken(stream).getChars());
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "word");
+    EXPECT_STREQ(parser.readToken(stream).getChars(), "two words");
     EXPECT_TRUE(stream.good());
     EXPECT_TRUE(parser.readToken(stream).isEmpty());
     EXPECT_TRUE(stream.fail());
@@ -73,30 +74,30 @@ TEST(LiStringParser, AZeroByteIsPartOfAToken)
         LiString const token = parser.readToken(stream);
         return std::string(token.getChars(), static_cast<std::size_t>(token.getLength()));
     };
-    EXPECT_EQ(std::string("a\0b", 3), next());
-    EXPECT_EQ(std::string("c\0 d", 4), next());
-    EXPECT_EQ(std::string("\0", 1), next());
+    EXPECT_EQ(next(), std::string("a\0b", 3));
+    EXPECT_EQ(next(), std::string("c\0 d", 4));
+    EXPECT_EQ(next(), std::string("\0", 1));
 }
 
 TEST(LiStringUtil, WritesNumbersWhateverLocaleTheProgramHas)
 {
     ZvTest::GroupingLocale const locale;
-    EXPECT_STREQ("-1234567", LiStringUtil::convertNb(-1234567).getChars());
-    EXPECT_STREQ("1234567", LiStringUtil::convertNb(1234567UL).getChars());
-    EXPECT_STREQ("12345.5", LiStringUtil::convertNb(12345.5).getChars());
+    EXPECT_STREQ(LiStringUtil::convertNb(-1234567).getChars(), "-1234567");
+    EXPECT_STREQ(LiStringUtil::convertNb(1234567UL).getChars(), "1234567");
+    EXPECT_STREQ(LiStringUtil::convertNb(12345.5).getChars(), "12345.5");
 }
 
 TEST(LiStringUtil, WritesNumbersAsStreamsDo)
 {
-    EXPECT_STREQ("-12", LiStringUtil::convertNb(-12).getChars());
-    EXPECT_STREQ("4294967295", LiStringUtil::convertNb(4294967295U).getChars());
+    EXPECT_STREQ(LiStringUtil::convertNb(-12).getChars(), "-12");
+    EXPECT_STREQ(LiStringUtil::convertNb(4294967295U).getChars(), "4294967295");
     constexpr long LONG_LEAST = std::numeric_limits<long>::min();
     constexpr unsigned long LONG_GREATEST = std::numeric_limits<unsigned long>::max();
-    EXPECT_EQ(std::to_string(LONG_LEAST), LiStringUtil::convertNb(LONG_LEAST).getChars());
-    EXPECT_EQ(std::to_string(LONG_GREATEST), LiStringUtil::convertNb(LONG_GREATEST).getChars());
-    EXPECT_STREQ("1.5", LiStringUtil::convertNb(1.5F).getChars());
-    EXPECT_STREQ("0.333333", LiStringUtil::convertNb(1.0 / 3.0).getChars());
-    EXPECT_STREQ("1e+20", LiStringUtil::convertNb(1e20).getChars());
+    EXPECT_EQ(LiStringUtil::convertNb(LONG_LEAST).getChars(), std::to_string(LONG_LEAST));
+    EXPECT_EQ(LiStringUtil::convertNb(LONG_GREATEST).getChars(), std::to_string(LONG_GREATEST));
+    EXPECT_STREQ(LiStringUtil::convertNb(1.5F).getChars(), "1.5");
+    EXPECT_STREQ(LiStringUtil::convertNb(1.0 / 3.0).getChars(), "0.333333");
+    EXPECT_STREQ(LiStringUtil::convertNb(1e20).getChars(), "1e+20");
 }
 
 TEST(LiTimestamp, IsAValueOfSeconds)
@@ -105,8 +106,24 @@ TEST(LiTimestamp, IsAValueOfSeconds)
     EXPECT_FALSE(LiTimestamp(2.0) < LiTimestamp(1.5));
     EXPECT_FALSE(LiTimestamp(2.0) < LiTimestamp(2.0));
     EXPECT_TRUE(LiTimestamp(2.0) == LiTimestamp(2.0));
-    EXPECT_EQ(0.0, LiTimestamp().getSeconds());
-    EXPECT_EQ(2.5, LiTimestamp(2.5).getSeconds());
+    EXPECT_EQ(LiTimestamp().getSeconds(), 0.0);
+    EXPECT_EQ(LiTimestamp(2.5).getSeconds(), 2.5);
+}
+
+TEST(LiTimestamp, IsMadeOfADuration)
+{
+    using namespace std::chrono_literals;
+    EXPECT_EQ(LiTimestamp(2500ms).getSeconds(), 2.5);
+    EXPECT_EQ(LiTimestamp(-1h).getSeconds(), -3600.0);
+    EXPECT_EQ(LiTimestamp(std::chrono::duration<double>(0.1)).getSeconds(), 0.1);
+}
+
+TEST(LiTimestamp, EqualTimestampsHaveEqualHashes)
+{
+    std::hash<LiTimestamp> const hash;
+    EXPECT_EQ(LiTimestamp(0.0), LiTimestamp(-0.0));
+    EXPECT_EQ(hash(LiTimestamp(0.0)), hash(LiTimestamp(-0.0)));
+    EXPECT_NE(hash(LiTimestamp(1.5)), hash(LiTimestamp(2.5)));
 }
 
 } // namespace

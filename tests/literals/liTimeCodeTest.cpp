@@ -12,7 +12,7 @@
 namespace Zv {
 namespace {
 
-/// Counts labels as an editor does: after the last frame of a second comes the next second, and a minute begins with
+/// Counts labels as an editor does: after the last frame of a second follows the next second, and a minute begins with
 /// label 2 unless it is a tenth one.
 class DropFrameCounter
 {
@@ -87,12 +87,12 @@ TEST(LiTimeCode, EachRateTellsWhatItIs)
 {
     for (Rate const &rate : makeRates()) {
         LiTimeCode const &timeCode = *rate.timeCode;
-        EXPECT_EQ(rate.fullName, text(timeCode.getFullName()));
-        EXPECT_EQ(rate.shortName, text(timeCode.getShortName()));
-        EXPECT_EQ(rate.editRate, timeCode.getEditRate());
-        EXPECT_EQ(rate.isDrop, timeCode.getDropFlag());
-        EXPECT_EQ(rate.perSecond, timeCode.getFramesPerTCSecond());
-        EXPECT_EQ(rate.perDay, timeCode.getFramesPerTC24h());
+        EXPECT_EQ(text(timeCode.getFullName()), rate.fullName);
+        EXPECT_EQ(text(timeCode.getShortName()), rate.shortName);
+        EXPECT_EQ(timeCode.getEditRate(), rate.editRate);
+        EXPECT_EQ(timeCode.getDropFlag(), rate.isDrop);
+        EXPECT_EQ(timeCode.getFramesPerTCSecond(), rate.perSecond);
+        EXPECT_EQ(timeCode.getFramesPerTC24h(), rate.perDay);
     }
 }
 
@@ -110,7 +110,7 @@ TEST(LiTimeCode, AllLabelsOfADropFrameDayAreThoseOfTheCounter)
     DropFrameCounter counter;
     for (DtTimeIndex frame = 0; frame != 2589408; ++frame, counter.next())
         ASSERT_STREQ(counter.getLabel(), timeCode->getTimecode(frame).getChars()) << frame;
-    EXPECT_STREQ("00;00;00;00", counter.getLabel());
+    EXPECT_STREQ(counter.getLabel(), "00;00;00;00");
 }
 
 TEST(LiTimeCode, ADropFrameLabelNeverShowsADroppedFrame)
@@ -120,24 +120,24 @@ TEST(LiTimeCode, ADropFrameLabelNeverShowsADroppedFrame)
         DtTimeIndex const first = minute * DtTimeIndex{1798} + (minute + 9) / 10 * 2;
         bool const isTenth = minute % 10 == 0;
         std::string const label = text(timeCode->getTimecode(first));
-        EXPECT_EQ(isTenth ? ";00;00" : ";00;02", label.substr(5)) << label;
-        EXPECT_EQ(minute, std::stoi(label) * 60 + std::stoi(label.substr(3))) << label;
-        EXPECT_EQ(";59;29", text(timeCode->getTimecode(first - 1)).substr(5)) << label;
+        EXPECT_EQ(label.substr(5), isTenth ? ";00;00" : ";00;02") << label;
+        EXPECT_EQ(std::stoi(label) * 60 + std::stoi(label.substr(3)), minute) << label;
+        EXPECT_EQ(text(timeCode->getTimecode(first - 1)).substr(5), ";59;29") << label;
     }
 }
 
 TEST(LiTimeCode, KnownDropFrameLabels)
 {
     RCShdPtr<LiTimeCode> const timeCode(LiTimeCodeNtscDf::create());
-    EXPECT_EQ("00;00;00;00", text(timeCode->getTimecode(0)));
-    EXPECT_EQ("00;00;00;01", text(timeCode->getTimecode(1)));
-    EXPECT_EQ("00;00;59;29", text(timeCode->getTimecode(1799)));
-    EXPECT_EQ("00;01;00;02", text(timeCode->getTimecode(1800)));
-    EXPECT_EQ("00;10;00;00", text(timeCode->getTimecode(17982)));
-    EXPECT_EQ("23;59;59;29", text(timeCode->getTimecode(2589407)));
-    EXPECT_EQ("00;00;00;00", text(timeCode->getTimecode(2589408)));
-    EXPECT_EQ("23;59;59;29", text(timeCode->getTimecode(-1)));
-    EXPECT_EQ("00;00;00;00", text(timeCode->getTimecode(-2589408)));
+    EXPECT_EQ(text(timeCode->getTimecode(0)), "00;00;00;00");
+    EXPECT_EQ(text(timeCode->getTimecode(1)), "00;00;00;01");
+    EXPECT_EQ(text(timeCode->getTimecode(1799)), "00;00;59;29");
+    EXPECT_EQ(text(timeCode->getTimecode(1800)), "00;01;00;02");
+    EXPECT_EQ(text(timeCode->getTimecode(17982)), "00;10;00;00");
+    EXPECT_EQ(text(timeCode->getTimecode(2589407)), "23;59;59;29");
+    EXPECT_EQ(text(timeCode->getTimecode(2589408)), "00;00;00;00");
+    EXPECT_EQ(text(timeCode->getTimecode(-1)), "23;59;59;29");
+    EXPECT_EQ(text(timeCode->getTimecode(-2589408)), "00;00;00;00");
 }
 
 TEST(LiTimeCode, AllLabelsOfADayWithoutDropping)
@@ -155,18 +155,18 @@ TEST(LiTimeCode, AllLabelsOfADayWithoutDropping)
                               second / 60 % 60, second % 60, inSecond);
                 ASSERT_STREQ(label, rate.timeCode->getTimecode(frame).getChars()) << frame;
             }
-        EXPECT_EQ(rate.perDay, frame);
+        EXPECT_EQ(frame, rate.perDay);
     }
 }
 
 TEST(LiTimeCode, FrameZeroAndTheFrameBeforeIt)
 {
-    EXPECT_EQ("00:00:00:00", text(LiTimeCodePal::create()->getTimecode(0)));
-    EXPECT_EQ("00:00:00:00", text(LiTimeCodeFilm24::create()->getTimecode(0)));
-    EXPECT_EQ("00:00:00:00", text(LiTimeCodeNtscNd::create()->getTimecode(0)));
-    EXPECT_EQ("23:59:59:24", text(LiTimeCodePal::create()->getTimecode(-1)));
-    EXPECT_EQ("23:59:59:23", text(LiTimeCodeFilm24::create()->getTimecode(-1)));
-    EXPECT_EQ("23:59:59:29", text(LiTimeCodeNtscNd::create()->getTimecode(-1)));
+    EXPECT_EQ(text(LiTimeCodePal::create()->getTimecode(0)), "00:00:00:00");
+    EXPECT_EQ(text(LiTimeCodeFilm24::create()->getTimecode(0)), "00:00:00:00");
+    EXPECT_EQ(text(LiTimeCodeNtscNd::create()->getTimecode(0)), "00:00:00:00");
+    EXPECT_EQ(text(LiTimeCodePal::create()->getTimecode(-1)), "23:59:59:24");
+    EXPECT_EQ(text(LiTimeCodeFilm24::create()->getTimecode(-1)), "23:59:59:23");
+    EXPECT_EQ(text(LiTimeCodeNtscNd::create()->getTimecode(-1)), "23:59:59:29");
 }
 
 TEST(LiTimeCode, LabelsStartAgainEachDay)
@@ -183,12 +183,12 @@ TEST(LiTimeCode, TheDayIsRoundedTowardsThePast)
 {
     for (Rate const &rate : makeRates()) {
         LiTimeCode const &timeCode = *rate.timeCode;
-        EXPECT_EQ(0, timeCode.getDay(0));
-        EXPECT_EQ(-1, timeCode.getDay(-1));
-        EXPECT_EQ(0, timeCode.getDay(rate.perDay - 1));
-        EXPECT_EQ(1, timeCode.getDay(rate.perDay));
-        EXPECT_EQ(-1, timeCode.getDay(-rate.perDay));
-        EXPECT_EQ(-2, timeCode.getDay(-rate.perDay - 1));
+        EXPECT_EQ(timeCode.getDay(0), 0);
+        EXPECT_EQ(timeCode.getDay(-1), -1);
+        EXPECT_EQ(timeCode.getDay(rate.perDay - 1), 0);
+        EXPECT_EQ(timeCode.getDay(rate.perDay), 1);
+        EXPECT_EQ(timeCode.getDay(-rate.perDay), -1);
+        EXPECT_EQ(timeCode.getDay(-rate.perDay - 1), -2);
     }
 }
 
@@ -199,7 +199,7 @@ TEST(LiTimeCode, TheEndsOfTheRangeHaveDaysAndLabels)
     for (Rate const &rate : makeRates()) {
         DtTimeIndex const first = rate.timeCode->getDay(FIRST);
         EXPECT_EQ(FIRST / rate.perDay - (FIRST % rate.perDay ? 1 : 0), first);
-        EXPECT_EQ(LAST / rate.perDay, rate.timeCode->getDay(LAST));
+        EXPECT_EQ(rate.timeCode->getDay(LAST), LAST / rate.perDay);
         EXPECT_EQ(rate.timeCode->getTimecode(LAST % rate.perDay), rate.timeCode->getTimecode(LAST));
         EXPECT_EQ(rate.timeCode->getTimecode(FIRST % rate.perDay + rate.perDay),
                   rate.timeCode->getTimecode(FIRST));
@@ -209,31 +209,31 @@ TEST(LiTimeCode, TheEndsOfTheRangeHaveDaysAndLabels)
 TEST(LiTimeCode, FieldsArePaddedAsAsked)
 {
     RCShdPtr<LiTimeCode> const pal(LiTimeCodePal::create());
-    EXPECT_EQ("  1:  2:  3:  4",
-              text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 4, ':', ':', ':', 3, ' ')));
-    EXPECT_EQ("1-2/3.24",
-              text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 24, '-', '/', '.', 0, '0')));
-    EXPECT_EQ("1-2/3.24",
-              text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 24, '-', '/', '.', -5, '0')));
+    EXPECT_EQ(text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 4, ':', ':', ':', 3, ' ')),
+              "  1:  2:  3:  4");
+    EXPECT_EQ(text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 24, '-', '/', '.', 0, '0')),
+              "1-2/3.24");
+    EXPECT_EQ(text(pal->getGenericTimecode(((60 + 2) * 60 + 3) * 25 + 24, '-', '/', '.', -5, '0')),
+              "1-2/3.24");
 }
 
 TEST(LiTimeCode, AGenericLabelNeitherWrapsNorDrops)
 {
     RCShdPtr<LiTimeCode> const drop(LiTimeCodeNtscDf::create());
-    EXPECT_EQ("00:01:00:00", text(drop->getGenericTimecode(1800, ':', ':', ':', 2, '0')));
-    EXPECT_EQ("1234:00:00:29",
-              text(drop->getGenericTimecode(1234 * 108000 + 29, ':', ':', ':', 2, '0')));
-    EXPECT_EQ("-1:-1:-1:-1",
-              text(drop->getGenericTimecode(-108000 - 1800 - 30 - 1, ':', ':', ':', 2, '0')));
-    EXPECT_EQ("0-5", text(drop->getGenericTimecode(-5, ':', ':', ':', 3, '0')).substr(12));
+    EXPECT_EQ(text(drop->getGenericTimecode(1800, ':', ':', ':', 2, '0')), "00:01:00:00");
+    EXPECT_EQ(text(drop->getGenericTimecode(1234 * 108000 + 29, ':', ':', ':', 2, '0')),
+              "1234:00:00:29");
+    EXPECT_EQ(text(drop->getGenericTimecode(-108000 - 1800 - 30 - 1, ':', ':', ':', 2, '0')),
+              "-1:-1:-1:-1");
+    EXPECT_EQ(text(drop->getGenericTimecode(-5, ':', ':', ':', 3, '0')).substr(12), "0-5");
 }
 
 TEST(LiTimeCode, AZeroByteEndsTheText)
 {
     RCShdPtr<LiTimeCode> const pal(LiTimeCodePal::create());
-    EXPECT_EQ("00:00", text(pal->getGenericTimecode(0, ':', '\0', ':', 2, '0')));
-    EXPECT_EQ(5, pal->getGenericTimecode(0, ':', '\0', ':', 2, '0').getLength());
-    EXPECT_EQ("", text(pal->getGenericTimecode(0, ':', ':', ':', 2, '\0')));
+    EXPECT_EQ(text(pal->getGenericTimecode(0, ':', '\0', ':', 2, '0')), "00:00");
+    EXPECT_EQ(pal->getGenericTimecode(0, ':', '\0', ':', 2, '0').getLength(), 5);
+    EXPECT_EQ(text(pal->getGenericTimecode(0, ':', ':', ':', 2, '\0')), "");
 }
 
 TEST(LiTimeCode, TheProgramsLocaleGroupsNoDigits)
@@ -247,7 +247,7 @@ TEST(LiTimeCode, TheProgramsLocaleGroupsNoDigits)
     std::string const label =
         text(LiTimeCodePal::create()->getGenericTimecode(1234 * 90000, ':', ':', ':', 2, '0'));
     std::locale::global(former);
-    EXPECT_EQ("1234:00:00:00", label);
+    EXPECT_EQ(label, "1234:00:00:00");
 }
 
 } // namespace

@@ -16,7 +16,7 @@ TEST(LiUuid, IsNilUntilItIsCreated)
 {
     LiUuid uuid;
     EXPECT_TRUE(uuid.isNil());
-    EXPECT_STREQ("00000000-0000-0000-0000-000000000000", uuid.toString().getChars());
+    EXPECT_STREQ(uuid.toString().getChars(), "00000000-0000-0000-0000-000000000000");
     uuid.create();
     EXPECT_FALSE(uuid.isNil());
     uuid.clear();
@@ -31,7 +31,7 @@ TEST(LiUuid, EachIsAnother)
     EXPECT_FALSE(a.equal(b));
     EXPECT_TRUE(a != b);
     EXPECT_EQ(-b.compare(a), a.compare(b));
-    EXPECT_NE(0, a.compare(b));
+    EXPECT_NE(a.compare(b), 0);
 }
 
 TEST(LiUuid, ComesBackFromItsText)
@@ -41,7 +41,7 @@ TEST(LiUuid, ComesBackFromItsText)
     other.fromString(uuid.toString());
     EXPECT_TRUE(other.equal(uuid));
     EXPECT_EQ(uuid, other);
-    EXPECT_EQ(uuid, LiUuid(uuid.toString()));
+    EXPECT_EQ(LiUuid(uuid.toString()), uuid);
     EXPECT_EQ(uuid.hash(), other.hash());
     EXPECT_EQ(uuid.hash(), static_cast<std::uint64_t>(uuid));
     EXPECT_GE(0xFFFFU, uuid.hash());
@@ -50,13 +50,13 @@ TEST(LiUuid, ComesBackFromItsText)
 TEST(LiUuid, HasTheUsualText)
 {
     LiString const text("6ba7b810-9dad-11d1-80b4-00c04fd430c8");
-    EXPECT_EQ(text, LiUuid(text).toString());
-    EXPECT_EQ(text, LiUuid(LiString("6BA7B810-9DAD-11D1-80B4-00C04FD430C8")).toString());
+    EXPECT_EQ(LiUuid(text).toString(), text);
+    EXPECT_EQ(LiUuid(LiString("6BA7B810-9DAD-11D1-80B4-00C04FD430C8")).toString(), text);
     LiString const fresh = LiUuid(LiUuid::CREATE).toString();
-    ASSERT_EQ(36, fresh.getLength());
+    ASSERT_EQ(fresh.getLength(), 36);
     for (int i = 0; i < fresh.getLength(); ++i) {
         if (i == 8 || i == 13 || i == 18 || i == 23)
-            EXPECT_EQ('-', fresh[i]);
+            EXPECT_EQ(fresh[i], '-');
         else
             EXPECT_TRUE(std::isxdigit(static_cast<unsigned char>(fresh[i])));
     }
@@ -68,7 +68,7 @@ TEST(LiUuid, RefusesATextThatIsNone)
         LiUuid uuid(LiString("x"));
         FAIL() << "nothing thrown";
     } catch (std::invalid_argument const &error) {
-        EXPECT_STREQ("\"x\" is not a valid uuid representation.", error.what());
+        EXPECT_STREQ(error.what(), "\"x\" is not a valid uuid representation.");
     }
     for (char const *text :
          {"6ba7b810-9dad-11d1-80b4-00c04fd430c", "6ba7b810-9dad-11d1-80b4-00c04fd430c8a",
@@ -97,9 +97,9 @@ TEST(LiUuid, ComparesByFields)
     LiUuid const low(LiString("00000001-0000-0000-0000-000000000000"));
     LiUuid const high(LiString("80000000-0000-0000-0000-000000000000"));
     LiUuid const last(LiString("00000001-0000-0000-0000-000000000001"));
-    EXPECT_EQ(-1, low.compare(high));
-    EXPECT_EQ(1, high.compare(low));
-    EXPECT_EQ(0, low.compare(low));
+    EXPECT_EQ(low.compare(high), -1);
+    EXPECT_EQ(high.compare(low), 1);
+    EXPECT_EQ(low.compare(low), 0);
     EXPECT_TRUE(low < high && low < last && last < high && high >= last && low <= low &&
                 high > low);
 }
@@ -110,13 +110,13 @@ TEST(LiUuid, ServesAsAKeyAndConvertsExplicitly)
     HashMap<LiUuid, int> map;
     LiUuid const key(LiUuid::CREATE);
     map[key] = 3;
-    EXPECT_EQ(3, map.at(key));
+    EXPECT_EQ(map.at(key), 3);
 }
 
 TEST(LiUuidEx, NamesTheFunctionThatFailed)
 {
     LiUuidEx::ExInternalError const error("file", 1, "UuidCreate");
-    EXPECT_STREQ("Call to function UuidCreate() failed.", error.what());
+    EXPECT_STREQ(error.what(), "Call to function UuidCreate() failed.");
     EXPECT_STREQ(error.getReason(), static_cast<std::runtime_error const &>(error).what());
 }
 

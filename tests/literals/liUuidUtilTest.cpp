@@ -1,4 +1,4 @@
-#include "resmgt/literals/liUuidUtil.h"
+#include "resmgt/literals/liUuid.h"
 
 #include "platform/services.h"
 #include "resmgt/literals/liUuidEx.h"
@@ -91,31 +91,31 @@ protected:
 
 TEST_F(LiUuidUtilTest, NamesTheFunctionOfThePlatformThatRefused)
 {
-    EXPECT_EQ("Call to function UuidCreateNil() failed.",
-              reasonWhenRefused("UuidCreateNil", [&] { LiUuidUtil::clear(_uuid); }));
-    EXPECT_EQ("Call to function UuidCreate() failed.",
-              reasonWhenRefused("UuidCreate", [&] { LiUuidUtil::create(_uuid); }));
-    EXPECT_EQ("Call to function UuidIsNil() failed.",
-              reasonWhenRefused("UuidIsNil", [&] { LiUuidUtil::isNil(_uuid); }));
-    EXPECT_EQ("Call to function UuidEqual() failed.",
-              reasonWhenRefused("UuidEqual", [&] { LiUuidUtil::equal(_uuid, _uuid); }));
-    EXPECT_EQ("Call to function UuidCompare() failed.",
-              reasonWhenRefused("UuidCompare", [&] { LiUuidUtil::compare(_uuid, _uuid); }));
-    EXPECT_EQ("Call to function UuidHash() failed.",
-              reasonWhenRefused("UuidHash", [&] { LiUuidUtil::hash(_uuid); }));
-    EXPECT_EQ("Call to function UuidToStringA() failed.",
-              reasonWhenRefused("UuidToStringA", [&] { LiUuidUtil::toString(_uuid); }));
-    EXPECT_STREQ("00000001-0002-0003-0405-060708090a0b", LiUuidUtil::toString(_uuid).getChars());
+    EXPECT_EQ(reasonWhenRefused("UuidCreateNil", [&] { LiUuidUtil::clear(_uuid); }),
+              "Call to function UuidCreateNil() failed.");
+    EXPECT_EQ(reasonWhenRefused("UuidCreate", [&] { LiUuidUtil::create(_uuid); }),
+              "Call to function UuidCreate() failed.");
+    EXPECT_EQ(reasonWhenRefused("UuidIsNil", [&] { LiUuidUtil::isNil(_uuid); }),
+              "Call to function UuidIsNil() failed.");
+    EXPECT_EQ(reasonWhenRefused("UuidEqual", [&] { LiUuidUtil::equal(_uuid, _uuid); }),
+              "Call to function UuidEqual() failed.");
+    EXPECT_EQ(reasonWhenRefused("UuidCompare", [&] { LiUuidUtil::compare(_uuid, _uuid); }),
+              "Call to function UuidCompare() failed.");
+    EXPECT_EQ(reasonWhenRefused("UuidHash", [&] { LiUuidUtil::hash(_uuid); }),
+              "Call to function UuidHash() failed.");
+    EXPECT_EQ(reasonWhenRefused("UuidToStringA", [&] { LiUuidUtil::toString(_uuid); }),
+              "Call to function UuidToStringA() failed.");
+    EXPECT_STREQ(LiUuidUtil::toString(_uuid).getChars(), "00000001-0002-0003-0405-060708090a0b");
 }
 
 TEST_F(LiUuidUtilTest, GivesThePlatformsStringBack)
 {
     nbFreed = 0;
     LiUuidUtil::toString(_uuid);
-    EXPECT_EQ(1, nbFreed);
-    EXPECT_EQ("Call to function RpcStringFreeA() failed.",
-              reasonWhenRefused("RpcStringFreeA", [&] { LiUuidUtil::toString(_uuid); }));
-    EXPECT_EQ(2, nbFreed);
+    EXPECT_EQ(nbFreed, 1);
+    EXPECT_EQ(reasonWhenRefused("RpcStringFreeA", [&] { LiUuidUtil::toString(_uuid); }),
+              "Call to function RpcStringFreeA() failed.");
+    EXPECT_EQ(nbFreed, 2);
 }
 
 TEST_F(LiUuidUtilTest, ARefusedTextIsTheTextsFault)
@@ -124,7 +124,7 @@ TEST_F(LiUuidUtilTest, ARefusedTextIsTheTextsFault)
     LiString const text("00000000-0000-0000-0000-000000000000");
     EXPECT_THROW(LiUuidUtil::fromString(_uuid, text), LiUuidEx::ExInvalidUuidString);
     refusing = {};
-    EXPECT_EQ(1U, _uuid.data1);
+    EXPECT_EQ(_uuid.data1, 1U);
     LiUuidUtil::fromString(_uuid, text);
     EXPECT_TRUE(LiUuidUtil::isNil(_uuid));
 }

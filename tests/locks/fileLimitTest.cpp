@@ -16,7 +16,7 @@ namespace {
 
 TEST(MtUtil, AFailureThatIsNotTheMemorysIsReported)
 {
-    // The process may write no file at all; standard error goes to a pipe, which is none.
+    // The process may write no file at all; standard error is a pipe, which is no file.
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     int const standardError = ::dup(STDERR_FILENO);

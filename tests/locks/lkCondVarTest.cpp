@@ -173,7 +173,7 @@ TEST(LkCondVar, BroadcastNeverHangsAmongNewcomersTimeOutsSignalsAndOtherBroadcas
         return [&, seconds] {
             LkGuard<LkMutex const> guard(mutex);
             while (!isOver)
-                condVar.timedWait(guard, seconds);
+                static_cast<void>(condVar.timedWait(guard, seconds));
             --nbWaiting;
         };
     };

@@ -6,7 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
+#include <sstream>
+#include <unordered_set>
 
 namespace Zv {
 namespace {
@@ -72,7 +75,7 @@ TEST(LkCounter, OfLongHas32BitsAndWrapsAround)
 
 TEST(LkCounter, OfLongTakesTheLower32BitsOfAnyAmount)
 {
-    // Where a long has no more than those, it has 7 from the beginning.
+    // If a long has 32 bits, the value is 7 from the beginning.
     constexpr long FAR = static_cast<long>((std::int64_t{1} << 40) + 7);
     LkCounter<long> counter(FAR);
     EXPECT_EQ(counter.getValue(), 7);
@@ -114,6 +117,15 @@ TEST(LkThreadId, KnowsTheCallingThread)
     EXPECT_TRUE(id.isNull());
     EXPECT_EQ(id, LkThreadId(0UL));
     EXPECT_FALSE(id == here);
+}
+
+TEST(LkThreadId, EqualIdsHaveEqualHashes)
+{
+    LkThreadId const here(LkThreadId::CURRENT_THREAD);
+    std::unordered_set<LkThreadId> seen{here, LkThreadId(here.getNumber()), LkThreadId()};
+    EXPECT_EQ(seen.size(), 2u);
+    EXPECT_TRUE(seen.contains(here));
+    EXPECT_EQ(std::hash<LkThreadId>()(LkThreadId()), std::hash<LkThreadId>()(LkThreadId(0UL)));
 }
 
 TEST(LkThreadId, OrdersByNumberOfThread)

@@ -46,7 +46,7 @@ TEST(LkGate, OpensForGood)
         Joined other([&] { gate.ready(); });
         gate.ready();
     }
-    gate.ready(); // one of two, and nobody holds it
+    gate.ready(); // the first of two, and it does not block
     EXPECT_EQ(dumpOf(gate).find("num ready: 1\n") != std::string::npos, true);
 }
 

@@ -158,7 +158,7 @@ TEST(LkPulse, WaitWithoutTheMutexFails)
     EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.wait(mutex); }), text);
     EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.waitNextPulse(mutex); }),
               text);
-    pulse.pulse(); // finds nobody
+    pulse.pulse(); // finds no waiting thread
 }
 
 TEST(LkPulse, ServesWhoeverKnowsTheBaseOnly)
@@ -278,7 +278,7 @@ TEST(LkPulseNext, MixesWithTimeOutsAndLosesNobody)
         return [&, seconds] {
             LkGuard<LkMutex const> guard(mutex);
             while (!isOver)
-                pulse.timedWaitNextPulse(guard, seconds);
+                static_cast<void>(pulse.timedWaitNextPulse(guard, seconds));
         };
     };
     Joined impatient(sleep(0.0)), hasty(sleep(0.001)), patient(sleep(1.0e9));

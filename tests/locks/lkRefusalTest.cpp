@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -130,7 +131,7 @@ ZV_WRAP(DWORD, WaitForSingleObjectEx, _ZN10ZvPlatform21WaitForSingleObjectExEPvj
         (HANDLE h, DWORD milliseconds, BOOL alertable), (h, noted(milliseconds), alertable), answer)
 ZV_WRAP(BOOL, SetEvent, _ZN10ZvPlatform8SetEventEPv, (HANDLE h), (h),
         (__real__ZN10ZvPlatform8SetEventEPv(h), FALSE))
-// What is closed is gone, whatever the answer.
+// The handle is closed even if the answer is a refusal.
 ZV_WRAP(BOOL, CloseHandle, _ZN10ZvPlatform11CloseHandleEPv, (HANDLE h), (closing(h)),
         (__real__ZN10ZvPlatform11CloseHandleEPv(closing(h)), ::SetLastError(REFUSED), FALSE))
 
@@ -202,7 +203,7 @@ TEST_F(Refused, MutexCannotBeClosed)
               "::CloseHandle( _mutex )");
 }
 
-// The services of a mutex are asked where another thread holds it.
+// A mutex calls its services only if another thread holds it.
 TEST_F(Refused, MutexCannotBeTaken)
 {
     LkMutex const mutex("m");
@@ -284,7 +285,7 @@ TEST_F(Refused, ConditionWaitFails)
         EXPECT_TRUE(mutex.isLocked()) << "the guard has it still";
         EXPECT_FALSE(elsewhere([&] { return mutex.tryLock(); }));
     }
-    condVar.broadcast(); // counts nobody any more
+    condVar.broadcast(); // counts no waiter
     EXPECT_TRUE(elsewhere([&] { return mutex.tryLock() && (mutex.unlock(), true); }));
 }
 
@@ -294,7 +295,7 @@ TEST_F(Refused, ConditionWaitCannotTakeTheMutexAgain)
     LkCondVar const condVar("c");
     mutex.lock();
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { condVar.timedWait(mutex, 0.0); }), RETAKE);
+    EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(condVar.timedWait(mutex, 0.0)); }), RETAKE);
 }
 
 /// Waits for a broadcast, and has a service refused on its way out.
@@ -413,7 +414,7 @@ TEST(LkCondVarBroadcast, KeepsNewcomersOutside)
     HeldBroadcast broadcast;
     Watched newcomer([&] {
         LkGuard<LkMutex const> guard(broadcast.mutex);
-        broadcast.condVar.timedWait(guard, 0.0);
+        static_cast<void>(broadcast.condVar.timedWait(guard, 0.0));
     });
     newcomer.waitUntilAsleep();
     EXPECT_FALSE(elsewhere([&] { return broadcast.mutex.tryLock(); })) << "it waits already";
@@ -486,7 +487,7 @@ TEST_F(Refused, PulseWaitFailsAndTheGuardStillHasItsMutex)
     pulse.pulse();
     refuse("WaitForSingleObject");
     EXPECT_EQ(systemAssertionOf([&] { pulse.wait(mutex); }), RETAKE);
-    mutex.lock(); // nobody has it, but its flag is still set
+    mutex.lock(); // it is free, but its flag is still set
     mutex.unlock();
 }
 
@@ -738,7 +739,7 @@ TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
               "::CloseHandle( _sema )");
     LkUnnamedSema sema("s", 1);
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { sema.tryWait(); }), RET);
+    EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(sema.tryWait()); }), RET);
     refuse("CreateSemaphore");
     LkNamedSema const failed("zvRefused", 0, LkSemaTypes::CREATE, nullptr);
     EXPECT_EQ(failed.getErrno(), int{REFUSED});
@@ -796,6 +797,32 @@ TEST(TimedWait, HandsItsSecondsOnAsRoundedMilliseconds)
     }
 }
 
+TEST(TimedWait, HandsADurationOnAsRoundedMilliseconds)
+{
+    using namespace std::chrono_literals;
+    LkMutex const mutex("m");
+    LkCondVar const condVar("c");
+    LkPulse const counted("p", LkPulse::WAKE_ONE);
+    LkEvent const event("e", false);
+    LkSema sema("s", 0);
+    LkGuard const guard(mutex);
+    auto const limitOf = [&](auto wait) {
+        lastLimit = INFINITE;
+        EXPECT_FALSE(wait());
+        return lastLimit;
+    };
+    EXPECT_EQ(limitOf([&] { return condVar.timedWait(guard, 1499us); }), 1u);
+    EXPECT_EQ(limitOf([&] { return condVar.timedWait(mutex, 1500us); }), 2u);
+    EXPECT_EQ(limitOf([&] { return counted.timedWait(guard, 2ms); }), 2u);
+    EXPECT_EQ(limitOf([&] { return counted.timedWait(mutex, -1s); }), 0u);
+    EXPECT_EQ(limitOf([&] { return event.timedWait(3ms); }), 3u);
+    EXPECT_EQ(limitOf([&] { return sema.timedWait(3ms); }), 3u);
+    EXPECT_FALSE(counted.timedWaitNextPulse(guard, 0ms));
+    EXPECT_FALSE(counted.timedWaitNextPulse(mutex, 1us));
+    counted.pulse();
+    EXPECT_TRUE(counted.timedWait(guard, std::chrono::hours::max()));
+}
+
 TEST(LkUtil, YieldsWhereTheEnvironmentAsksForIt)
 {
     auto const countOf = [](void (*yield)()) {
@@ -842,7 +869,7 @@ TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
     EXPECT_EQ(nbWakeCalls, 1);
     sleeper.join();
     pulse.pulse();
-    EXPECT_EQ(nbWakeCalls, 1) << "who was woken is counted still";
+    EXPECT_EQ(nbWakeCalls, 1) << "a thread that was woken is still counted";
 }
 
 } // namespace

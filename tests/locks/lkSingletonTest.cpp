@@ -161,7 +161,7 @@ TEST(LkSingleton, DestroyedBeforeItsFirstUseIsNeverMade)
     EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
     LkSingleton<S>::checkState();
     EXPECT_EQ(assertionOf([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
-#ifndef __SANITIZE_ADDRESS__ // comes with the sanitizer that, rightly, minds a null reference
+#ifndef __SANITIZE_ADDRESS__ // its companion rightly reports a null reference
     EXPECT_NO_THROW(static_cast<void>(S::getInstance()));
     EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
 #endif
@@ -169,7 +169,7 @@ TEST(LkSingleton, DestroyedBeforeItsFirstUseIsNeverMade)
     EXPECT_EQ(S::destroyed, 0);
 }
 
-/// Lets threads race for a singleton that nobody has asked for yet.
+/// Lets threads race for a singleton that has not been used yet.
 template <int Number>
 void race()
 {

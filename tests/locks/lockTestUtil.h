@@ -1,4 +1,4 @@
-// What the tests of the locks share.
+// Helpers of the tests of the locks.
 #pragma once
 
 #include "threadExtensions/asleep.h"
@@ -18,7 +18,7 @@
 
 namespace Zv {
 
-/// The source text of the assertion that `action` fails, or "" where it fails none.
+/// Returns the source text of the assertion that fails in `action`, or "" if none fails.
 template <class Action>
 std::string assertionOf(Action action)
 {
@@ -30,7 +30,7 @@ std::string assertionOf(Action action)
     return "";
 }
 
-/// What `object` writes into a dump.
+/// Returns what `object` writes into a dump.
 template <class T>
 std::string dumpOf(T const &object)
 {
@@ -39,7 +39,7 @@ std::string dumpOf(T const &object)
     return stream.str();
 }
 
-/// Runs `action` in a thread of its own and gives its answer.
+/// Runs `action` in a thread of its own and returns its result.
 template <class Action>
 auto elsewhere(Action action)
 {
@@ -48,7 +48,7 @@ auto elsewhere(Action action)
     return answer;
 }
 
-/// A thread that is joined where its scope ends.
+/// Thread that is joined at the end of its scope.
 class Joined
 {
 public:
@@ -67,7 +67,7 @@ private:
     std::thread _thread;
 };
 
-/// A thread that is joined where its scope ends, and of which the test can know that it sleeps.
+/// Thread that is joined at the end of its scope and that a test can see asleep.
 class Watched
 {
 public:
@@ -78,7 +78,7 @@ public:
               body();
           })
     {}
-    /// Returns once the thread sleeps: it does so where the test wants it and nowhere else.
+    /// Returns when the thread sleeps. The thread must sleep only in the place that the test means.
     void waitUntilAsleep() const
     {
         while (!_number)

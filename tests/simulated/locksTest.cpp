@@ -236,7 +236,7 @@ SIMULATED(ConditionBroadcast, {.schedules = 600})
     Worker timed("timed", [&] {
         LkGuard<LkMutex> const guard(mutex);
         while (round < 1)
-            changed.timedWait(guard, 0.001);
+            static_cast<void>(changed.timedWait(guard, 0.001));
     });
     for (int i = 0; i < 2; ++i) {
         {
@@ -325,7 +325,7 @@ SIMULATED(NextPulse, {.schedules = 600})
     Worker timed("timed", [&] {
         LkGuard<LkMutex> const guard(mutex);
         while (value < 2)
-            pulse.timedWaitNextPulse(guard, 0.001);
+            static_cast<void>(pulse.timedWaitNextPulse(guard, 0.001));
     });
     for (int i = 0; i < 2; ++i) {
         LkGuard<LkMutex> const guard(mutex);

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <istream>
 #include <iterator>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -18,7 +19,7 @@ namespace {
 
 constexpr std::size_t ZONE_LETTERS = 3;
 
-/// Reads a number of `digits` digits with `end` behind it.
+/// Reads a number of `digits` digits, with `end` behind it.
 int readField(std::istream &stream, int digits, char end)
 {
     int value = 0;
@@ -33,7 +34,7 @@ int readField(std::istream &stream, int digits, char end)
     return value;
 }
 
-/// The zone as a text of that mode has it.
+/// Returns the zone as `toString` writes it.
 std::string_view zoneOf(OsDateTypes::DateStruct const &date)
 {
     return std::string_view(date.zone).substr(0, ZONE_LETTERS);
@@ -44,7 +45,7 @@ bool isInZone(LiDate const &date, OsDateTypes::TimeMode mode, std::string_view z
     return zoneOf(OsDateUtil::convertToDateStruct(date.getRep(), mode)) == zone;
 }
 
-/// The zone's name goes where `strftime` looks for it, where it does.
+/// Stores the name of the zone for `strftime` if the system's `strftime` looks for it there.
 template <class Tm>
 void nameZone(Tm &tm, [[maybe_unused]] char *zone)
 {
@@ -95,6 +96,14 @@ LiDate &LiDate::operator-=(double seconds)
     return *this += -seconds;
 }
 
+void LiDate::addMicroseconds(std::int64_t amount)
+{
+    using Limits = std::numeric_limits<std::int64_t>;
+    std::int64_t &microseconds = _rep.microseconds;
+    if (__builtin_add_overflow(microseconds, amount, &microseconds))
+        microseconds = amount > 0 ? Limits::max() : Limits::min();
+}
+
 int LiDate::compare(LiDate const &left, LiDate const &right)
 {
     return (left._rep > right._rep) - (left._rep < right._rep);
@@ -130,7 +139,7 @@ void LiDate::readDate(std::istream &stream)
     int const minute = readField(stream, 2, ':');
     int const second = readField(stream, 2, '.');
     int const millisecond = readField(stream, 3, ' ');
-    // All that is left, so that nothing goes unseen behind the zone.
+    // All that is left, because nothing may follow the zone.
     std::string const zone(std::istreambuf_iterator<char>(stream), {});
 
     double const seconds = second + millisecond / 1000.0;
@@ -139,7 +148,7 @@ void LiDate::readDate(std::istream &stream)
         *this = universal;
         return;
     }
-    // Of a time that the clock repeats each can be meant: the zone tells which.
+    // If local time shows the time twice, the zone decides which one is meant.
     LiDate local;
     for (int repetition = 0; OsDateUtil::makeTime(local._rep, year, month, day, hour, minute,
                                                   seconds, OsDateTypes::LOCAL, repetition);

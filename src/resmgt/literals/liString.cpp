@@ -8,6 +8,7 @@
 #include <istream>
 #include <limits>
 #include <ostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -17,13 +18,13 @@ namespace {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
-// One less than the largest number, so that the room for the terminator has a number as well.
+// One less than the largest number, so that the size with the terminator is a number as well.
 constexpr std::int64_t MAX_LENGTH = std::numeric_limits<std::int32_t>::max() - 1;
 
-// The one reference that keeps the empty body alive; never destroyed, since threads may outlive `main`.
+// Keeps the empty body alive. It is never destroyed, because threads may outlive `main`.
 constinit RCShdPtr<LiStringImp> *emptyHolder = nullptr;
 
-// What a body may have unused and still be filled again.
+// How much room of a body may stay unused when the body is filled again.
 constexpr std::size_t SPARE_ROOM = 64;
 
 std::int32_t checkedLength(std::int64_t length)
@@ -176,7 +177,14 @@ LiString &LiString::operator+=(char tail)
     return *this;
 }
 
-// The bytes may be the string's own: they are copied before anything is given up.
+LiString &LiString::operator+=(std::string_view tail)
+{
+    append(tail.data(), static_cast<std::int64_t>(std::min<std::size_t>(
+                            tail.size(), static_cast<std::size_t>(MAX_LENGTH) + 1)));
+    return *this;
+}
+
+// The bytes may be the string's own: they are copied before the old body is released.
 void LiString::append(char const *bytes, std::int64_t length)
 {
     LiStringImp &present = body();
@@ -191,7 +199,7 @@ void LiString::append(char const *bytes, std::int64_t length)
         present._length = needed;
         return;
     }
-    // What is shared is split at its exact size before it grows.
+    // A shared body counts with its exact size, as if it had been made private before.
     std::int64_t const room = _imp.isUnique() ? present._capacity : present._length;
     auto const capacity = static_cast<std::int32_t>(std::min(room + needed, MAX_LENGTH));
     RCShdPtr<LiStringImp> grown(LiStringImp::make(needed, capacity));
@@ -214,7 +222,7 @@ void LiString::checkBounds(std::int64_t index, int length)
 {
     if (index >= 0 && index < length)
         return;
-    // A sum of two positions may be out of the reach of the report as well.
+    // A sum of two positions may be too large for the report.
     auto const shown =
         static_cast<int>(std::min<std::int64_t>(index, std::numeric_limits<int>::max()));
     ZV_THROW(LiStringEx::ExOutOfBounds, shown, 0, length);
@@ -229,7 +237,7 @@ void LiString::replace(int index, char c)
 
 void LiString::replace(int index, LiString const &part)
 {
-    LiString const source(part); // keeps the bytes where `part` is this string
+    LiString const source(part); // keeps the bytes if `part` is this string
     if (source.isEmpty())
         return;
     checkBounds(std::int64_t{index} + source.getLength() - 1, getLength());
@@ -294,6 +302,14 @@ bool LiString::equals(LiString const &other) const
     return &left == &right ||
            (left._length == right._length &&
             std::memcmp(left._chars, right._chars, static_cast<std::size_t>(left._length)) == 0);
+}
+
+/// Compares as `compare` does: the first zero byte ends either of the two.
+int LiString::order(std::string_view bytes) const
+{
+    std::string_view const text(getChars());
+    int const order = text.compare(bytes.substr(0, bytes.find('\0')));
+    return (order > 0) - (order < 0);
 }
 
 std::ostream &operator<<(std::ostream &stream, LiString const &string)

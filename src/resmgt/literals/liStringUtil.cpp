@@ -1,5 +1,6 @@
 #include "resmgt/literals/liStringUtil.h"
 
+#include <istream>
 #include <locale>
 #include <sstream>
 
@@ -46,6 +47,23 @@ LiString LiStringUtil::convertNb(float number)
 LiString LiStringUtil::convertNb(double number)
 {
     return convert(number);
+}
+
+LiString LiStringParser::readToken(std::istream &stream)
+{
+    LiString token;
+    char c = '\0';
+    // std::ws, because the stream may be set not to skip white space.
+    if (!(stream >> std::ws).get(c))
+        return token;
+    if (c != '"') {
+        stream.putback(c);
+        stream >> token;
+        return token;
+    }
+    while (stream.get(c) && c != '"')
+        token += c;
+    return stream.fail() ? LiString() : token;
 }
 
 } // namespace Zv

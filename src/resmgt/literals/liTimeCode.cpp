@@ -24,8 +24,8 @@ static_assert(DROP_FRAMES_PER_24H == 2589408);
 
 constexpr int LONGEST_NUMBER = std::numeric_limits<DtTimeIndex>::digits10 + 2; // with its sign
 
-/// Writes a number in front of a text, and returns where the text begins then.
-// No stream: its digits would be grouped where the program has chosen a locale that does so.
+/// Writes a number in front of a text and returns the new beginning of the text.
+// A stream would group the digits in some locales of the program.
 char *prepend(char * const text, DtTimeIndex number, int width, char fill)
 {
     char *first = text;
@@ -131,7 +131,7 @@ LiString LiTimeCodeNtscDf::getTimecode(DtTimeIndex const &index) const
     DtTimeIndex const frame = wrap(index);
     DtTimeIndex const tens = frame / FRAMES_PER_TEN_MINUTES;
     DtTimeIndex const rest = frame % FRAMES_PER_TEN_MINUTES;
-    // The tenth minute is longer by the two frames that are taken off here; both of them come to 0.
+    // The first minute of ten is longer by the two frames that are subtracted here. They give 0.
     DtTimeIndex const drops = (rest - DROPPED) / FRAMES_PER_SHORT_MINUTE;
     DtTimeIndex const label = frame + DROPPED * (drops + 9 * tens);
     return getGenericTimecode(label, ';', ';', ';', 2, '0');

@@ -1,4 +1,4 @@
-// Timecode: frame numbers as tape and editing systems show them.
+// Timecode: frame numbers as the labels of tape and editing systems (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -11,42 +11,45 @@
 
 namespace Zv {
 
-/// One video rate, and the text that it gives to a running frame number. Immutable, so that any thread may use it;
-/// nothing blocks. Each of the member classes is one rate:
+/// Turns running frame numbers of one video rate into labels. Each derived class is one rate.
 ///
-///     RCShdPtr<LiTimeCode> const rate(LiTimeCodePal::create());
-///     rate->getTimecode(25); // "00:00:01:00"
+///     Zv::RCShdPtr<Zv::LiTimeCode> const rate(Zv::LiTimeCodePal::create());
+///     Zv::LiString const label = rate->getTimecode(25); // "00:00:01:00"
 ///
-/// Frame numbers may be negative: day -1 ends with frame -1.
+/// Frame numbers may be negative: frame -1 is the last frame of day -1.
+///
+/// **Threads**: thread-safe; the object never changes.
 class ZVRESMGT_EXPORT LiTimeCode : public RCBase<LkCounter<long>>
 {
 protected:
     ~LiTimeCode() noexcept(false) override;
 
 public:
-    /// The label of a frame: hours, minutes, seconds and frames, two digits each. Starts again every 24 hours.
+    /// Returns the label of a frame: hours, minutes, seconds and frames, with two digits each. The
+    /// labels start again every 24 hours.
     virtual LiString getTimecode(DtTimeIndex const &index) const;
-    /// The frames between two frames of the same label.
+    /// Returns the number of frames in 24 hours of labels.
     virtual DtTimeIndex getFramesPerTC24h() const;
 
     LiString getFullName() const { return _fullName; }
     LiString getShortName() const { return _shortName; }
-    /// Real frames per second.
+    /// Returns the real frames per second.
     Rational getEditRate() const { return _editRate; }
-    /// Whether labels are skipped to keep pace with the clock.
+    /// Returns true if labels are skipped, so that the labels stay close to the clock.
     bool getDropFlag() const { return _dropFlag; }
-    /// Labels per second: a whole number, which for NTSC is not the edit rate.
+    /// Returns the labels per second, a whole number. For NTSC it differs from the edit rate.
     DtTimeIndex getFramesPerTCSecond() const { return _framesPerTCSecond; }
-    /// The day of a frame, rounded towards the past: 0 from frame 0 on, -1 before it.
+    /// Returns the day of a frame, rounded down: 0 from frame 0 on, -1 before it.
     DtTimeIndex getDay(DtTimeIndex const &index) const;
-    /// Hours, minutes, seconds and frames of a label's number, with the separators between them, each as wide as
-    /// `width` at least and filled on the left. Skips no labels, and hours go on beyond 24. A separator or fill of
-    /// value 0 ends the text.
+    /// Returns hours, minutes, seconds and frames of a label's number with the separators between
+    /// them. Each number has at least `width` characters and is filled on the left. No labels are
+    /// skipped, and the hours continue after 23. A separator or a fill character of value 0 ends
+    /// the text.
     LiString getGenericTimecode(DtTimeIndex const &frame, char sep1, char sep2, char sep3,
                                 int width, char fill) const;
 
 protected:
-    /// `framesPerTCSecond` is above 0.
+    /// Builds a rate. `framesPerTCSecond` must be above 0.
     LiTimeCode(LiString const &fullName, LiString const &shortName, Rational const &editRate,
                bool dropFlag, DtTimeIndex framesPerTCSecond);
 
@@ -61,23 +64,27 @@ private:
     DtTimeIndex _framesPerTCSecond;
 };
 
-/// 29.97 frames per second, counted as if they were 30: the labels fall behind the clock by 3.6 seconds in an hour.
+/// NTSC without drop frames: 29.97 frames per second, labelled as if they were 30. The labels fall
+/// behind the clock by 3.6 seconds in an hour.
 class ZVRESMGT_EXPORT LiTimeCodeNtscNd final : public LiTimeCode
 {
 public:
-    static RCShdPtr<LiTimeCodeNtscNd> create();
+    /// Returns a new object.
+    [[nodiscard]] static RCShdPtr<LiTimeCodeNtscNd> create();
 
 private:
     LiTimeCodeNtscNd();
     ~LiTimeCodeNtscNd() noexcept(false) override;
 };
 
-/// 29.97 frames per second with labels that stay close to the clock: the first two labels of every minute are
-/// skipped, but for each tenth minute. Separators are semicolons.
+/// NTSC with drop frames: 29.97 frames per second. The first two labels of each minute are skipped,
+/// except in each tenth minute, so that the labels stay close to the clock. The separators are
+/// semicolons.
 class ZVRESMGT_EXPORT LiTimeCodeNtscDf final : public LiTimeCode
 {
 public:
-    static RCShdPtr<LiTimeCodeNtscDf> create();
+    /// Returns a new object.
+    [[nodiscard]] static RCShdPtr<LiTimeCodeNtscDf> create();
 
     LiString getTimecode(DtTimeIndex const &index) const override;
     DtTimeIndex getFramesPerTC24h() const override;
@@ -87,22 +94,24 @@ private:
     ~LiTimeCodeNtscDf() noexcept(false) override;
 };
 
-/// 25 frames per second.
+/// PAL: 25 frames per second.
 class ZVRESMGT_EXPORT LiTimeCodePal final : public LiTimeCode
 {
 public:
-    static RCShdPtr<LiTimeCodePal> create();
+    /// Returns a new object.
+    [[nodiscard]] static RCShdPtr<LiTimeCodePal> create();
 
 private:
     LiTimeCodePal();
     ~LiTimeCodePal() noexcept(false) override;
 };
 
-/// 24 frames per second.
+/// Film: 24 frames per second.
 class ZVRESMGT_EXPORT LiTimeCodeFilm24 final : public LiTimeCode
 {
 public:
-    static RCShdPtr<LiTimeCodeFilm24> create();
+    /// Returns a new object.
+    [[nodiscard]] static RCShdPtr<LiTimeCodeFilm24> create();
 
 private:
     LiTimeCodeFilm24();

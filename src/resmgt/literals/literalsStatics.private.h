@@ -1,4 +1,4 @@
-// The statics of the package. They are built in one place, in order, and never destroyed.
+// Static objects of the values. They are built while the library loads and never destroyed.
 #pragma once
 
 #include "resmgt/literals/liDate.h"

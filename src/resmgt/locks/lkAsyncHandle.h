@@ -1,12 +1,28 @@
-// Where an asynchronous operation reports its end.
+// Completion of an asynchronous operation (extenders).
 #pragma once
 
 #include "resmgt/export.h"
 
 namespace Zv {
 
-/// The end of an operation that somebody else carries out: he calls one of the two completions, once, from any thread,
-/// also before the call that began the operation has returned. The handle belongs to whoever handed it out.
+/// Reports the result of an asynchronous operation.
+///
+///     class FrameHandle : public Zv::LkAsyncHandle
+///     {
+///     public:
+///         void performSucceeded() override { _loaded.set(); }
+///         void performFailed() override { _loaded.set(); }
+///
+///     private:
+///         Zv::LkEvent _loaded{"frame loaded", false};
+///     };
+///
+/// The code that carries out the operation must call exactly one of the two functions, exactly
+/// once. It may do so from any thread, even before the call that started the operation has
+/// returned.
+///
+/// **Owns**: nothing. The code that passed the handle on keeps it alive until one of the two
+/// functions has returned.
 class ZVRESMGT_EXPORT LkAsyncHandle
 {
 public:
@@ -15,9 +31,9 @@ public:
     LkAsyncHandle &operator=(LkAsyncHandle const &);
     virtual ~LkAsyncHandle() noexcept(false);
 
-    /// The operation has been carried out.
+    /// Called when the operation has been carried out.
     virtual void performSucceeded() = 0;
-    /// The operation has failed.
+    /// Called when the operation has failed.
     virtual void performFailed() = 0;
 };
 

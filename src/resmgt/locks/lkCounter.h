@@ -1,17 +1,26 @@
-// Counters that threads share.
+// Counter with atomic operators (applications).
 #pragma once
 
-#include "resmgt/locks/lkCounterWindows.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
+#include "zvbase/platform/interlocked.h"
+
+#include <cstdint>
 
 namespace Zv {
 
-/// A value with atomic counting operators. Any thread may use it. Pre-forms, `+=`, `-=` and `=` answer the new value,
-/// post-forms the old one.
+/// Value with atomic counting operators.
 ///
-/// `LkCounter<long>` has 32 bits, wraps around and takes no lock; it is what reference counts are made of. Any other
-/// kind of value lies behind a lock of its own.
+///     Zv::LkCounter<long> nbFrames;
+///     long const number = ++nbFrames; // 1
+///
+/// `++` and `--` before the counter, `+=`, `-=` and `=` return the new value. `++` and `--` behind
+/// it return the old value. `getValue` returns the present one.
+///
+/// `LkCounter<long>` has 32 bits on every platform, wraps around and takes no lock. For every other
+/// type the counter holds an `LkLock`, and each operation takes it.
+///
+/// **Threads**: thread-safe.
 template <class T>
 class LkCounter
 {
@@ -22,42 +31,42 @@ public:
 
     T operator++()
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return ++_value;
     }
     T operator++(int)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value++;
     }
     T operator--()
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return --_value;
     }
     T operator--(int)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value--;
     }
     T operator+=(T const &amount)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value += amount;
     }
     T operator-=(T const &amount)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value -= amount;
     }
     T operator=(T const &value)
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value = value;
     }
     T getValue() const
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard const guard(_lock);
         return _value;
     }
 
@@ -66,6 +75,38 @@ private:
     T _value ZV_GUARDED_BY(_lock);
 };
 
+template <class T>
+class LkCounterWindows;
+
+/// Platform form of `LkCounter<long>`: 32 bits that wrap around.
+template <>
+class LkCounterWindows<long>
+{
+public:
+    explicit LkCounterWindows(long value = 0) noexcept : _value(static_cast<std::int32_t>(value)) {}
+    LkCounterWindows(LkCounterWindows const &) = delete;
+    LkCounterWindows &operator=(LkCounterWindows const &) = delete;
+
+    /// Adds `amount` and returns the new value.
+    long add(long amount)
+    {
+        return ZvPlatform::Interlocked::add(_value, static_cast<std::int32_t>(amount));
+    }
+    /// Adds 1 and returns the new value.
+    long increment() { return ZvPlatform::Interlocked::increment(_value); }
+    /// Subtracts 1 and returns the new value.
+    long decrement() { return ZvPlatform::Interlocked::decrement(_value); }
+    void set(long value)
+    {
+        ZvPlatform::Interlocked::exchange(_value, static_cast<std::int32_t>(value));
+    }
+    long getValue() const { return ZvPlatform::Interlocked::loadAcquire(_value); }
+
+private:
+    std::int32_t _value;
+};
+
+/// Counter without a lock, which reference counts are made of.
 template <>
 class LkCounter<long>
 {
@@ -88,7 +129,7 @@ public:
     long getValue() const { return _imp.getValue(); }
 
 private:
-    /// The difference, which wraps around as the counter does.
+    /// Returns the difference, which wraps around as the counter does.
     static long minus(long left, long right)
     {
         return static_cast<std::int32_t>(static_cast<std::uint32_t>(left) -

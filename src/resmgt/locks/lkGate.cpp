@@ -11,7 +11,7 @@ using namespace ZvPlatform::Interlocked;
 
 namespace {
 
-// The test comes before the lock is taken, so it works on a copy.
+// The condition is tested before the lock is taken, so the caller passes a copy.
 void checkRoom(int _numReady, int _numGatees)
 {
     ZV_ASSERT(_numReady < _numGatees);
@@ -30,7 +30,7 @@ LkGate::LkGate(char const *name, int numGatees, bool useGateKeeper)
       _gateKeeper(useGateKeeper ? new LkUnnamedSema("GateKeeper", 0) : nullptr),
       _name(name)
 {
-    // It would let the keeper through before anybody has come.
+    // A semaphore without a handle would let the keeper through at once.
     ZV_ASSERT(!useGateKeeper || _gateKeeper->getErrno() == 0);
     ZV_ASSERT(numGatees > 0);
 }
@@ -52,7 +52,7 @@ LkGate::LkGate(LkGate &&source) : LkGate(source) {}
 void LkGate::ready()
 {
     checkRoom(loadAcquire(_numReady), _numGatees);
-    LkGuard<LkMutex const> guard(*_lock);
+    LkGuard const guard(*_lock);
     storeRelease(_numReady, _numReady + 1);
     if (_numReady == _numGatees) {
         _observers->pulse();
@@ -72,7 +72,7 @@ void LkGate::ready()
     }
 }
 
-/// The arrivals of this cycle go on.
+/// Lets the threads of this cycle continue.
 void LkGate::open()
 {
     storeRelease(_numReady, 0);
@@ -80,7 +80,8 @@ void LkGate::open()
     _gate->pulse();
 }
 
-/// Takes back an arrival that is still counted. If the keeper has come, it is too late: the gate is about to open.
+/// Takes back an arrival. If the keeper has come already, the arrival stays counted, because the
+/// gate is about to open.
 void LkGate::withdraw()
 {
     bool const isKeeperCalled = _numReady == _numGatees;
@@ -98,7 +99,7 @@ bool LkGate::isGateReady()
 
 void LkGate::observeGateReady()
 {
-    LkGuard<LkMutex const> guard(*_lock);
+    LkGuard const guard(*_lock);
     while (_numReady != _numGatees)
         _observers->waitNextPulse(guard);
 }
@@ -108,14 +109,14 @@ void LkGate::waitGateReady()
     ZV_ASSERT(_useGateKeeper);
     _gateKeeper->wait();
     ZV_ASSERT((*_gateKeeper).tryWait() == false);
-    // All of them stand still until the gate is released.
+    // All threads wait until the gate is released.
     ZV_ASSERT(_numReady == _numGatees);
 }
 
 void LkGate::releaseGate()
 {
     ZV_ASSERT(_useGateKeeper);
-    LkGuard<LkMutex const> guard(*_lock);
+    LkGuard const guard(*_lock);
     open();
 }
 

@@ -1,44 +1,57 @@
-// The gate.
+// Gate at which a fixed number of threads meet (applications).
 #pragma once
 
 #include "resmgt/locks/lkMutex.h"
+#include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/locks/lkPulse.h"
-#include "resmgt/locks/lkUnnamedSema.h"
 #include "zvbase/objPtr.h"
 
 #include <iosfwd>
 
 namespace Zv {
 
-/// Where a fixed number of threads meet: each calls `ready`, and all go on when the last has come. With a keeper they
-/// go on only when he lets them: he acts while all of them stand at the gate, in the scope of an `LkGateKeeperGuard`.
+/// Lets a fixed number of threads meet. Each thread calls `ready`, and all continue when the last
+/// one has arrived.
 ///
-/// A gate opens for good: from the second cycle on `ready` counts, but holds nobody. The name is not copied.
+///     Zv::LkGate gate("start", 1, false);
+///     gate.ready(); // each of the threads does this
 ///
-/// A gate may be destroyed only after every call of `ready`, `observeGateReady` and `isGateReady` has returned, and
-/// every `LkGateKeeperGuard` has been destroyed. That one thread has come through is not enough: the others still use
-/// the gate when `ready` of the last arrival returns. Join them first.
+/// A gate can have a keeper: a further thread that acts while all the others wait at the gate. The
+/// keeper does so in the scope of an `LkGateKeeperGuard`. The threads continue when the scope ends.
+///
+/// **Limits**: a gate opens once and for all. In later cycles `ready` counts the arrivals but does
+/// not block.
+///
+/// **Threads**: thread-safe. Before you destroy a gate, every call of `ready`, `observeGateReady`
+/// and `isGateReady` must have returned, and every `LkGateKeeperGuard` must be gone. Join all
+/// threads first: when `ready` returns in one thread, the others still use the gate.
+///
+/// **Owns**: nothing. The name is not copied and must exist as long as the gate.
 class ZVRESMGT_EXPORT LkGate
 {
 public:
-    /// `numGatees` threads have to come; above 0, or an assertion fails.
+    /// Builds a gate for `numGatees` threads. **Throws** `AssertionFailed` if that is not above 0.
     LkGate(char const *name, int numGatees, bool useGateKeeper);
-    /// Takes the gate over. Nobody may stand at the source, and nobody uses it again.
+    /// Takes the gate over from `source`. No thread may wait at `source`, and it must not be used
+    /// again except to be destroyed.
     LkGate(LkGate &source);
+    /// As from an lvalue.
     LkGate(LkGate &&source);
     LkGate &operator=(LkGate const &) = delete;
 
-    /// Blocks until the gate opens. One arrival too many fails an assertion. If the wait itself fails, which is a failed
-    /// assertion too, the arrival is no longer counted, unless the keeper has come already.
+    /// Arrives at the gate. **Blocks** until the gate opens. **Throws** `AssertionFailed` if more
+    /// than `numGatees` threads arrive, and if the wait fails. After a failed wait the arrival is
+    /// no longer counted, unless the keeper has been called already.
     void ready();
-    /// Whether all stand at the gate and the keeper has not yet come. Never blocks. Only with a keeper: without, throws
-    /// `RCEx::ExNullPtr`.
+    /// Returns true if all threads have arrived and the keeper has not come yet. Never blocks.
+    /// **Throws** `RCEx::ExNullPtr` if the gate has no keeper.
     bool isGateReady();
-    /// Blocks until all stand at the gate. Only with a keeper: without, they are gone at the moment when they are all
-    /// there. An observer that comes to look when the keeper has let them go waits for the next cycle.
+    /// **Blocks** until all threads have arrived. Use it only on a gate with a keeper: without one
+    /// the threads leave at the moment when the last one arrives. After the keeper has released the
+    /// threads, the call waits for the next cycle.
     void observeGateReady();
     char const *getName() const noexcept { return _name; }
-    /// The gate's make, then its state, in three lines.
+    /// Writes what the gate was built with and its state, in three lines.
     void dump(std::ostream &stream) const;
 
 private:
@@ -51,7 +64,7 @@ private:
 
     bool _useGateKeeper;
     int _numGatees;
-    int _numReady;        // written under _lock; an assertion and the dump read it without
+    int _numReady;        // written under _lock; an assertion and `dump` read it without
     unsigned _nbOpenings; // under _lock
     ObjPtr<LkMutex> _lock;
     ObjPtr<LkPulse> _gate;
@@ -60,14 +73,26 @@ private:
     char const *_name;
 };
 
-/// The keeper's scope: the constructor blocks until all stand at the gate, the destructor lets them go. On a gate
-/// without a keeper the constructor fails an assertion. One keeper at a time.
+/// Scope in which the keeper of a gate acts while all threads wait at the gate.
+///
+///     void keep(Zv::LkGate &gate)
+///     {
+///         Zv::LkGateKeeperGuard const guard(gate);
+///         // All threads wait at the gate here.
+///     }
+///
+/// **Threads**: at most one keeper at a time.
+///
+/// **Owns**: nothing. The gate must exist longer than the guard.
 class ZVRESMGT_EXPORT LkGateKeeperGuard
 {
 public:
-    explicit LkGateKeeperGuard(LkGate &gate) : _gate(gate) { _gate.waitGateReady(); }
+    /// **Blocks** until all threads have arrived. **Throws** `AssertionFailed` if the gate has no
+    /// keeper.
+    [[nodiscard]] explicit LkGateKeeperGuard(LkGate &gate) : _gate(gate) { _gate.waitGateReady(); }
     LkGateKeeperGuard(LkGateKeeperGuard const &) = delete;
     LkGateKeeperGuard &operator=(LkGateKeeperGuard const &) = delete;
+    /// Opens the gate.
     ~LkGateKeeperGuard() noexcept(false) { _gate.releaseGate(); }
 
 private:

@@ -1,4 +1,4 @@
-// The guard of the locks.
+// Scope guard that holds a lock (applications).
 #pragma once
 
 #include "zvbase/threadAnnotations.h"
@@ -7,28 +7,39 @@
 
 namespace Zv {
 
-/// Holds a lock for its lifetime: `LkGuard<LkMutex const> guard(_lock);`. Serves every class with `lock` and `unlock`;
-/// on an `LkRwLock` the constness of the argument chooses between writing and reading.
+/// Holds a lock from its construction to its destruction.
 ///
-/// A guard is used by the thread that made it. `unlock` and `relock` are for a function that lets go for a while. The
-/// wait objects take the guard in place of its mutex.
+///     Zv::LkMutex const mutex("frames");
+///     {
+///         Zv::LkGuard const guard(mutex);
+///         // The calling thread holds the mutex here.
+///     }
+///
+/// It works with every class that has `lock` and `unlock`. The constness of an `LkRwLock` decides
+/// whether its guard writes or reads. The wait operations of `LkCondVar` and `LkPulse` take the
+/// guard of an `LkMutex` in place of the mutex.
+///
+/// **Threads**: only the thread that created a guard may use it.
+///
+/// **Owns**: nothing. The lock must exist longer than the guard.
 template <class T>
 class [[nodiscard]] ZV_SCOPED_CAPABILITY LkGuard
 {
 public:
-    /// Blocks until the lock is held.
+    /// Takes the lock. **Blocks** until no other thread holds it. **Throws** what `lock` throws.
     explicit LkGuard(T &lock) ZV_ACQUIRE(lock) : _lock(&lock), _locked(lock.lock()) {}
     LkGuard(LkGuard const &) = delete;
     LkGuard &operator=(LkGuard const &) = delete;
 
-    /// Unlocks if locked. Throws what `unlock` throws, but not while an exception is passing.
+    /// Releases the lock if the guard holds it. **Throws** what `unlock` throws, but nothing while
+    /// another exception is being handled.
     ~LkGuard() noexcept(false) ZV_RELEASE()
     {
         if (_locked)
             release();
     }
 
-    /// Lets go; nothing where it is not locked.
+    /// Releases the lock before the scope ends. Does nothing if the guard does not hold the lock.
     void unlock() ZV_RELEASE() ZV_NO_THREAD_SAFETY_ANALYSIS
     {
         if (_locked) {
@@ -36,8 +47,9 @@ public:
             _lock->unlock();
         }
     }
-    /// Takes the lock again after `unlock`. Blocks.
+    /// Takes the lock again after `unlock`. **Blocks** until no other thread holds it.
     void relock() ZV_ACQUIRE() ZV_NO_THREAD_SAFETY_ANALYSIS { _locked = _lock->lock(); }
+    /// Returns true if this guard holds the lock.
     bool isLocked() const noexcept { return _locked; }
     T &getLock() const noexcept { return *_lock; }
 
@@ -55,5 +67,15 @@ private:
     T *_lock;
     bool _locked;
 };
+
+class LkLock;
+class LkMutex;
+class LkRecLock;
+
+/// These locks are locked through a `const` reference. Their guard has the same type whether the
+/// lock itself is `const` or not.
+LkGuard(LkLock &)->LkGuard<LkLock const>;
+LkGuard(LkMutex &)->LkGuard<LkMutex const>;
+LkGuard(LkRecLock &)->LkGuard<LkRecLock const>;
 
 } // namespace Zv

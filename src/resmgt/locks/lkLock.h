@@ -1,17 +1,58 @@
-// The light lock.
+// Light lock for short sections (applications).
 #pragma once
 
-#include "resmgt/locks/lkLockWindows.h"
+#include "resmgt/export.h"
+#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
+
+#include <iosfwd>
 
 namespace Zv {
 
-/// The lock for short sections: without contention it never enters the system. It has no attribute, no try form and
-/// no time-out, and cannot be waited with: where a thread waits for a condition, take an `LkMutex`.
+/// Platform form of `LkLock`: a critical section with a name and a flag.
+class ZVRESMGT_EXPORT LkLockWindows
+{
+public:
+    explicit LkLockWindows(char const *name);
+    LkLockWindows(LkLockWindows const &) = delete;
+    LkLockWindows &operator=(LkLockWindows const &) = delete;
+    ~LkLockWindows();
+
+    bool lock() const;
+    [[nodiscard]] bool try_lock() const;
+    void unlock() const;
+    bool isLocked() const { return ZvPlatform::Interlocked::loadAcquire(_isLocked); }
+    bool isLockedByThread() const { return isLocked(); }
+    char const *getName() const noexcept { return _name; }
+    void dump(std::ostream &stream) const;
+
+private:
+    // Out of line, so that the path of a free lock saves no registers for it.
+    [[gnu::noinline]] bool lockSlowly() const;
+
+    char const *_name;
+    ZvPlatform::CriticalSection mutable _section;
+    bool mutable _isLocked;
+};
+
+/// Lock for short sections. It makes no system call unless two threads want it at the same time.
 ///
-/// The section is recursive, the flag is not: the first `unlock` of a nested pair clears it. The name is not copied.
-/// Operations are `const`, so that a `const` object can guard itself. Used through `LkGuard<LkLock const>`, or any
-/// guard of the standard library.
+///     Zv::LkLock const lock("counters");
+///     {
+///         Zv::LkGuard const guard(lock);
+///     }
+///
+/// It has no attributes and no time-out. A thread cannot wait on an `LkCondVar` or an `LkPulse`
+/// with it; use an `LkMutex` for that. `std::lock_guard`, `std::unique_lock` and `std::scoped_lock`
+/// work on it. All operations are `const`, so that a `const` object can lock its own lock.
+///
+/// A thread that holds the lock may take it again. The flag behind `isLocked` has no count and no
+/// owner: the first `unlock` of a nested pair clears it.
+///
+/// **Threads**: thread-safe. The thread that took the lock must release it.
+///
+/// **Owns**: nothing. The name is not copied and must exist as long as the lock.
 class ZVRESMGT_EXPORT ZV_CAPABILITY("lock") LkLock
 {
 public:
@@ -19,15 +60,22 @@ public:
     LkLock(LkLock const &) = delete;
     LkLock &operator=(LkLock const &) = delete;
 
-    /// Blocks until the lock is the caller's. Always true.
+    /// Takes the lock. Always returns true. **Blocks** until no other thread holds it.
     bool lock() const ZV_ACQUIRE() ZV_NO_THREAD_SAFETY_ANALYSIS { return _imp.lock(); }
+    /// Takes the lock unless another thread holds it. Never blocks. The guards of the standard
+    /// library use this name.
+    [[nodiscard]] bool try_lock() const ZV_TRY_ACQUIRE(true) ZV_NO_THREAD_SAFETY_ANALYSIS
+    {
+        return _imp.try_lock();
+    }
+    /// Releases the lock. The caller must hold it.
     void unlock() const ZV_RELEASE() ZV_NO_THREAD_SAFETY_ANALYSIS { _imp.unlock(); }
-    /// Whether some thread holds the lock: for checks and reports.
+    /// Returns true if some thread holds the lock. Use it for checks and reports only.
     bool isLocked() const { return _imp.isLocked(); }
-    /// The same: the flag has no owner.
+    /// Returns what `isLocked` returns: the flag has no owner.
     bool isLockedByThread() const { return _imp.isLockedByThread(); }
     char const *getName() const noexcept { return _imp.getName(); }
-    /// `Critical section "` and the name; the closing quote is missing by design.
+    /// Writes `Critical section "` and the name. The closing quote is missing by design.
     void dump(std::ostream &stream) const { _imp.dump(stream); }
 
 private:

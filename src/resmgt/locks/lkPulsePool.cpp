@@ -16,7 +16,7 @@ LkPulsePool::~LkPulsePool() noexcept(false)
 
 ObjPtrRet<LkPulse> LkPulsePool::getPulse()
 {
-    LkGuard<LkLock const> guard(_lock);
+    LkGuard const guard(_lock);
     if (_pulses.empty())
         return makeObj<LkPulse>("LkPulsePool_pulse", LkPulse::WAKE_ALL);
     ObjPtrRet<LkPulse> pulse(_pulses.back());
@@ -26,7 +26,7 @@ ObjPtrRet<LkPulse> LkPulsePool::getPulse()
 
 void LkPulsePool::recyclePulse(ObjPtr<LkPulse> &pulse)
 {
-    LkGuard<LkLock const> guard(_lock);
+    LkGuard const guard(_lock);
     _pulses.push_back(pulse.get());
     static_cast<void>(pulse.release());
 }

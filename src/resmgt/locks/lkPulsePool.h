@@ -1,4 +1,4 @@
-// Pulses for reuse.
+// Pool of pulses for reuse (extenders).
 #pragma once
 
 #include "resmgt/locks/lkLock.h"
@@ -9,20 +9,32 @@
 
 namespace Zv {
 
-/// Keeps pulses that are not needed at the moment: making one is a system call. Any thread may use the pool.
+/// Keeps pulses that are not in use, because the creation of a pulse is a system call.
 ///
-/// Pulses are `WAKE_ALL`, and are not reset when they come back: one that has been pulsed stays latched.
+///     Zv::LkPulsePool pool;
+///     Zv::ObjPtr<Zv::LkPulse> pulse(pool.getPulse());
+///     pool.recyclePulse(pulse);
+///
+/// The pulses are `WAKE_ALL` and are not reset: a pulse that was sent once stays latched.
+///
+/// **Threads**: thread-safe.
+///
+/// **Owns** the pulses that it keeps and deletes them in its destructor.
 class ZVRESMGT_EXPORT LkPulsePool
 {
 public:
     LkPulsePool();
     LkPulsePool(LkPulsePool const &) = delete;
     LkPulsePool &operator=(LkPulsePool const &) = delete;
+    /// Deletes the pulses. **Throws** the first failure among them, after all have been tried.
     ~LkPulsePool() noexcept(false);
 
-    /// The pulse that came back last, or a new one named "LkPulsePool_pulse". The caller owns it.
-    ObjPtrRet<LkPulse> getPulse();
-    /// Takes the pulse over; the argument is null afterwards. A null one is kept and handed out like any other.
+    /// Returns the pulse that came back last, or a new one named "LkPulsePool_pulse". The caller
+    /// owns it.
+    [[nodiscard]] ObjPtrRet<LkPulse> getPulse();
+    /// Takes the pulse over and sets the argument to null. A null argument is kept as well, and the
+    /// next `getPulse` returns it. **Throws** `std::bad_alloc` if there is no memory; the caller
+    /// keeps the pulse then.
     void recyclePulse(ObjPtr<LkPulse> &pulse);
 
 private:

@@ -90,11 +90,11 @@ bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 bool LkRwLock::readLockSlowly() const
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     Word word = loadRelaxed(_rwLock);
     for (;;) {
         if (isOpenToReaders(word)) {
-            // The flag goes, or stays for the others, in the moment in which the lock is taken.
+            // The lock is taken and the flag is cleared, or kept for other readers, in one step.
             if (compareExchange(_rwLock, word,
                                 withFlag(word + 1, READERS_WAIT, _waitingReaders != 0)))
                 return true;
@@ -114,7 +114,7 @@ bool LkRwLock::readLockSlowly() const
 
 bool LkRwLock::writeLockSlowly() const
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     Word word = loadRelaxed(_rwLock);
     for (;;) {
         if (stateOf(word) == 0) {
@@ -138,7 +138,7 @@ bool LkRwLock::writeLockSlowly() const
     return true;
 }
 
-/// Takes back what a reader has counted and flagged whose wait fails.
+/// Takes back the count and the flag of a reader whose wait fails.
 void LkRwLock::withdrawReader() const
 {
     storeRelease(_waitingReaders, _waitingReaders - 1);
@@ -146,7 +146,8 @@ void LkRwLock::withdrawReader() const
         clearFlag(READERS_WAIT);
 }
 
-/// The same for a writer. It may have used up the pulse that called it, and was perhaps all that kept readers out.
+/// Takes back the count and the flag of a writer whose wait fails. The writer may have used up a
+/// pulse, and it may have been the only one that kept readers out.
 void LkRwLock::withdrawWriter() const
 {
     storeRelease(_waitingWriters, _waitingWriters - 1);
@@ -202,12 +203,12 @@ void LkRwLock::unlockSlowly() const
     bool callsWriter = false;
     bool callsReaders = false;
     {
-        LkGuard<LkMutex const> guard(_lock);
+        LkGuard const guard(_lock);
         Word word = loadRelaxed(_rwLock);
         while (!compareExchange(_rwLock, word, unlocked(word))) {
         }
         if (_waitingWriters != 0) {
-            // Once is enough until one of them has come: pulses that pile up would wake later waits for nothing.
+            // One pulse until a writer has come: further ones would wake later waits for nothing.
             callsWriter = stateOf(unlocked(word)) == 0 && !_isWriterCalled;
             _isWriterCalled = _isWriterCalled || callsWriter;
         } else {

@@ -15,7 +15,8 @@ LkSema::LkSema(char const *name, unsigned count, LkMutexAttr const &mutexAttr,
       _nbWaiters(0)
 {}
 
-/// Counts the caller among the waiting threads. If its wait fails, the signal that it may have used up goes to another.
+/// Counts the caller as a waiter during its wait. If the wait fails, the signal that it may have
+/// used up is sent to another waiter.
 template <class Wait>
 bool LkSema::waitCounted(Wait wait)
 {
@@ -41,7 +42,7 @@ void LkSema::signalNoLock()
 
 void LkSema::wait()
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     while (_count == 0)
         waitCounted([&] { return _nonZero.wait(guard), true; });
     storeRelease(_count, _count - 1);
@@ -49,7 +50,7 @@ void LkSema::wait()
 
 bool LkSema::timedWait(double seconds)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     while (_count == 0)
         if (!waitCounted([&] { return _nonZero.timedWait(guard, seconds); }))
             return false;
@@ -59,7 +60,7 @@ bool LkSema::timedWait(double seconds)
 
 bool LkSema::tryWait()
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     if (_count == 0)
         return false;
     storeRelease(_count, _count - 1);
@@ -68,7 +69,7 @@ bool LkSema::tryWait()
 
 void LkSema::post()
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     storeRelease(_count, _count + 1);
     if (_count != 0)
         signalNoLock();

@@ -1,4 +1,4 @@
-// The semaphore that can wait with a time-out.
+// Semaphore that can wait with a time-out (applications).
 #pragma once
 
 #include "resmgt/locks/lkCondVar.h"
@@ -6,26 +6,48 @@
 
 namespace Zv {
 
-/// A counting semaphore over a mutex and a condition variable. Any thread may call anything; the name is not copied.
-/// Without a time-out, `LkUnnamedSema` is cheaper, and stands a waiter that is killed, as this one does not.
+/// Counting semaphore with a time-out, built from a mutex and a condition variable.
+///
+///     Zv::LkSema frames("frames", 0);
+///     frames.post();
+///     bool const hasFrame = frames.timedWait(0.04); // true
+///
+/// If you need no time-out, use `LkUnnamedSema`. It is cheaper, and a thread may be killed while it
+/// waits, which this class does not tolerate.
+///
+/// **Threads**: thread-safe.
+///
+/// **Throws** `AssertionFailed` if the system refuses a call. A wait that throws leaves the count
+/// as it was.
+///
+/// **Owns**: nothing. The name is not copied and must exist as long as the semaphore.
 class ZVRESMGT_EXPORT LkSema
 {
 public:
+    /// Builds a semaphore that starts at `count`.
     LkSema(char const *name, unsigned count,
            LkMutexAttr const &mutexAttr = LkMutexAttr::getDefaultAttr(),
            LkCondVarAttr const &condVarAttr = LkCondVarAttr::getDefaultAttr());
     LkSema(LkSema const &) = delete;
     LkSema &operator=(LkSema const &) = delete;
 
-    /// Blocks until the count is above 0, then takes 1 from it.
+    /// **Blocks** until the count is above 0, then subtracts 1.
     void wait();
-    /// The same for a time in seconds, which starts anew whenever another thread was faster. False when it is over.
-    bool timedWait(double seconds);
-    /// Takes 1 where the count is above 0. Never waits for a post.
-    bool tryWait();
-    /// Adds 1 and wakes one who waits.
+    /// **Blocks** until the count is above 0, subtracts 1 and returns true. Returns false when the
+    /// time is over. The time starts again each time that another thread was faster. The limit is
+    /// read as that of `LkWaitable::timedWait`.
+    [[nodiscard]] bool timedWait(double seconds);
+    /// As with seconds.
+    template <LkDuration Duration>
+    [[nodiscard]] bool timedWait(Duration const &time)
+    {
+        return timedWait(LkUtil::toSeconds(time));
+    }
+    /// Subtracts 1 and returns true if the count is above 0. Does not wait for a post.
+    [[nodiscard]] bool tryWait();
+    /// Adds 1 and wakes one waiting thread.
     void post();
-    /// True when the count is 0: the sense of the name is inverted, and stays so.
+    /// Returns true if the count is 0. The name says the opposite, by design.
     bool isCountNonZero() const;
     char const *getName() const noexcept { return _name; }
 

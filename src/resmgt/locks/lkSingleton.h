@@ -1,4 +1,4 @@
-// One object of a class for the whole process.
+// Singleton: one object of a class for the whole process (extenders).
 #pragma once
 
 #include "resmgt/export.h"
@@ -6,68 +6,77 @@
 
 namespace Zv {
 
-/// How the one object of `T` is made; `ZV_DEFINE_SINGLETON` says it. A `T` with a private constructor names
-/// `LkSingletonCreator<T>` its friend.
+/// Creates the one object of `T`. `ZV_DEFINE_SINGLETON` defines it. If the constructor of `T` is
+/// private, `T` must declare `LkSingletonCreator<T>` a friend.
 template <class T>
 struct LkSingletonCreator
 {
-    static T *create();
+    /// Returns a new object, which the caller owns.
+    [[nodiscard]] static T *create();
 };
 
-/// The one `T` of the process, made at first use under a named creation lock, and never destroyed by the library. Any
-/// thread may ask for it; only the first use blocks.
+/// Holds the one object of a class `T` for the whole process.
 ///
-/// The owner of `T` shows it with one line behind the class, and defines it with one line in its source, which
-/// includes lkSingleton.imp.h:
+/// The first use creates the object. The library never destroys it. One line declares the singleton
+/// behind the class, another one defines it in one source file, which includes `lkSingleton.imp.h`:
 ///
-///     class ZVRESMGT_EXPORT MtThreadMgr
+///     #include <resmgt/locks/lkSingleton.imp.h>
+///
+///     namespace studio {
+///     class Clock
 ///     {
 ///     public:
-///         static MtThreadMgr &getInstance();
-///         …
+///         static Clock &getInstance();
+///         double getTime() const { return 0.0; }
 ///     };
-///     ZV_DECLARE_SINGLETON(MtThreadMgr);                    // behind the class, in namespace Zv
+///     } // namespace studio
+///     ZV_DECLARE_SINGLETON(studio::Clock);               // in the header
+///     ZV_DEFINE_SINGLETON(studio::Clock, studio::Clock); // in the source: what, and its class
 ///
-///     ZV_DEFINE_SINGLETON(MtThreadMgr, MtThreadMgrWinNT);   // in the source: the class, and what is created
+/// The two lines are written in namespace `Zv` for a class of that namespace, and at global scope
+/// for every other class. Shared libraries that use the class share the object, which is visible as
+/// `T` is. If a class is private to its source file, it needs only the second line and is reached
+/// by `LkSingleton<T>::getInstance()`. It must not be in an unnamed namespace.
 ///
-/// For a class in a namespace of its own both lines are written outside of that, at global scope:
+/// The constructor of `T` may use other singletons, but not its own. Two constructors that use each
+/// other's singleton deadlock.
 ///
-///     ZV_DECLARE_SINGLETON(studio::Clock);
-///     ZV_DEFINE_SINGLETON(studio::Clock, studio::QuartzClock);
+/// **Threads**: thread-safe. Only the first use **blocks**, while another thread creates the
+/// object.
 ///
-/// The instance is then one across shared libraries, visible as `T` is, and `T::getInstance()` is inline. A class that
-/// is private to its source needs the second line only and calls `LkSingleton<T>::getInstance()`; it stands in no
-/// unnamed namespace.
-///
-/// The constructor of `T` may ask for other singletons: they nest in the order of construction. Two constructors
-/// that ask for each other deadlock, and a constructor must not ask for its own.
+/// **Throws** `ExSysErrorWindows` if the system refuses the lock for the creation, and what the
+/// constructor of `T` throws.
 template <class T>
 class ZVRESMGT_EXPORT LkSingleton
 {
 public:
+    /// Stage of the object's life.
     enum State
     {
-        UNINITIALIZED = 0,
-        INITIALIZED = 1,
-        DESTROYED = 2
+        UNINITIALIZED = 0, ///< it has not been created
+        INITIALIZED = 1,   ///< it exists
+        DESTROYED = 2      ///< it has been destroyed and will not be created again
     };
 
-    /// The object, made if need be. After `destroy` it is a null reference, by design: nobody asks for it then.
+    /// Returns the object. Creates it if it has never existed. Must not be called after `destroy`:
+    /// there is no object to return, and this is not checked.
     static T &getInstance()
     {
         if (ZvPlatform::Interlocked::loadAcquire(_state) == UNINITIALIZED) [[unlikely]]
             init();
         return *_pointee;
     }
-    /// Makes the object unless it is there. Fails an assertion once it has been destroyed.
+    /// Creates the object unless it exists. **Throws** `AssertionFailed` if it has been destroyed.
     static void init();
-    /// Destroys the object, or sees to it that none is ever made. For tests; fails an assertion the second time.
+    /// Destroys the object if it exists, and prevents its creation if it does not. Meant for tests.
+    /// The second call **throws** `AssertionFailed`.
     static void destroy();
 
+    /// Returns the state.
     static State getState() { return ZvPlatform::Interlocked::loadAcquire(_state); }
-    /// The state's name. Any other value is `ProgramAborted`.
+    /// Returns the name of a state as text. **Throws** `ProgramAborted` for any other value.
     static char const *getText(State state);
-    /// Asserts that state and object agree.
+    /// **Throws** `AssertionFailed` if the state and the object do not agree.
     static void checkState();
 
 private:
@@ -77,8 +86,8 @@ private:
 
 } // namespace Zv
 
-/// Declares the singleton of `T`, behind the class: the instance is defined elsewhere, and `T::getInstance()` leads to
-/// it. To be written in namespace Zv for a class of that namespace, else at global scope.
+/// Declares the singleton of `T` behind the class, and defines `T::getInstance()`. The scope is
+/// that which `LkSingleton` names.
 #define ZV_DECLARE_SINGLETON(T)                                                                    \
     extern template class ::Zv::LkSingleton<T>;                                                    \
     inline T &T::getInstance()                                                                     \

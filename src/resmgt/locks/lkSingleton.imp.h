@@ -1,11 +1,58 @@
-// The bodies of LkSingleton, for the source that defines an instance.
+// Bodies of LkSingleton, for the source file that defines a singleton (extenders).
 #pragma once
 
-#include "resmgt/locks/lkInitMutexWindows.h"
+#include "resmgt/export.h"
 #include "resmgt/locks/lkSingleton.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/types.h"
+
+#include <typeinfo>
+
+/// The compiler's own name of a type.
+#define ZV_TYPE_NAME(Type) typeid(Type).name()
 
 namespace Zv {
+
+namespace Detail {
+
+/// Creates and takes the kernel mutex that has the type's name. **Throws** `ExSysErrorWindows`.
+ZVRESMGT_EXPORT ZvPlatform::Handle acquireInitMutex(char const *typeName);
+/// Releases and closes the mutex. **Throws** `ExSysErrorWindows`.
+ZVRESMGT_EXPORT void releaseInitMutex(ZvPlatform::Handle mutex);
+/// Releases and closes the mutex and ignores failures, because an exception is being handled.
+ZVRESMGT_EXPORT void abandonInitMutex(ZvPlatform::Handle mutex) noexcept;
+
+} // namespace Detail
+
+/// Holds the creation lock of `Id` while a singleton is created.
+///
+/// The lock has a name, so that all copies of this code in the process share it, in whichever
+/// module they are. A thread that holds it may take it again.
+template <class Id>
+class [[nodiscard]] LkInitMutexWindows
+{
+public:
+    /// Takes the lock. **Blocks** until no other thread holds it. **Throws** `ExSysErrorWindows`.
+    LkInitMutexWindows() : _mutex(Detail::acquireInitMutex(ZV_TYPE_NAME(Id))) {}
+    LkInitMutexWindows(LkInitMutexWindows const &) = delete;
+    LkInitMutexWindows &operator=(LkInitMutexWindows const &) = delete;
+    ~LkInitMutexWindows()
+    {
+        if (_mutex)
+            Detail::abandonInitMutex(_mutex);
+    }
+
+    /// Releases the lock for good. **Throws** `ExSysErrorWindows`.
+    void release()
+    {
+        ZvPlatform::Handle const mutex = _mutex;
+        _mutex = nullptr;
+        Detail::releaseInitMutex(mutex);
+    }
+
+private:
+    ZvPlatform::Handle _mutex;
+};
 
 template <class T>
 T *LkSingleton<T>::_pointee = nullptr;
@@ -20,7 +67,7 @@ void LkSingleton<T>::init()
     if (_state != INITIALIZED) {
         ZV_ASSERT(_state == UNINITIALIZED);
         _pointee = LkSingletonCreator<T>::create();
-        // Last, so that whoever sees the state without the lock sees the object as well.
+        // Last, so that a thread that reads the state without the lock finds the object.
         ZvPlatform::Interlocked::storeRelease(_state, INITIALIZED);
     }
     creationLock.release();
@@ -32,7 +79,7 @@ void LkSingleton<T>::destroy()
     LkInitMutexWindows<LkSingleton<T>> creationLock;
     ZV_ASSERT(LkSingleton<T>::_state != LkSingleton<T>::DESTROYED);
     {
-        // The object finds itself until its end, which may throw.
+        // The singleton refers to the object until its destructor, which may throw, has returned.
         struct Mark
         {
             ~Mark()
@@ -81,8 +128,8 @@ void LkSingleton<T>::checkState()
 
 } // namespace Zv
 
-/// Defines the singleton of `T`, in the source that owns it: `Created`, a `T`, is what it makes. To be written in
-/// namespace Zv or at global scope.
+/// Defines the singleton of `T` in one source file. Its object is of class `Created`, which is `T`
+/// or derives from it. The scope is that which `LkSingleton` names.
 #define ZV_DEFINE_SINGLETON(T, Created)                                                            \
     template <>                                                                                    \
     T * ::Zv::LkSingletonCreator<T>::create()                                                      \

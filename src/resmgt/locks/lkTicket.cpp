@@ -8,14 +8,14 @@ LkTicket::LkTicket(char const *name) : _current(0), _lock(name), _pulse(name, Lk
 
 void LkTicket::next()
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     ++_current;
     _pulse.pulse();
 }
 
 bool LkTicket::waitForTicket(long long ticket) const
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard const guard(_lock);
     ZV_ASSERT(ticket >= _current);
     bool const hasToWait = ticket != _current;
     while (ticket != _current)

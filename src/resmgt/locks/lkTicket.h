@@ -1,4 +1,4 @@
-// Turns by number.
+// Ticket: turns by a running number (applications).
 #pragma once
 
 #include "resmgt/locks/lkMutex.h"
@@ -6,14 +6,20 @@
 
 namespace Zv {
 
-/// Lets threads wait for their turn by a running number, which begins at 0. Any thread may call anything; the name is
-/// not copied.
+/// Lets threads wait for their turn by a running number, which begins at 0.
 ///
+///     Zv::LkTicket ticket("turns");
+///     long long const mine = 0;
 ///     ticket.waitForTicket(mine);
-///     ...                     // nobody else's turn
+///     // It is the turn of number 0 here.
 ///     ticket.next();
 ///
-/// Only whoever has the turn calls `next`: a thread that still waits when its turn has gone by waits for ever.
+/// Only the thread whose turn it is may call `next`. A thread that still waits when its turn has
+/// passed is never woken.
+///
+/// **Threads**: thread-safe.
+///
+/// **Owns**: nothing. The name is not copied and must exist as long as the ticket.
 class ZVRESMGT_EXPORT LkTicket
 {
 public:
@@ -21,12 +27,13 @@ public:
     LkTicket(LkTicket const &) = delete;
     LkTicket &operator=(LkTicket const &) = delete;
 
-    /// It is the next number's turn. Does not wait for anybody.
+    /// Passes the turn to the next number. Does not wait for another thread.
     void next();
-    /// Blocks until it is this number's turn; whether it had to wait. A number whose turn is over fails an assertion.
+    /// **Blocks** until it is the turn of this number. Returns true if it had to wait. **Throws**
+    /// `AssertionFailed` if the turn of this number is over.
     bool waitForTicket(long long ticket) const;
-    /// Adds 1 to the caller's own counter and waits for the number that it gives. If the wait fails, the counter is as
-    /// before.
+    /// Adds 1 to the caller's own counter and waits for the turn of the result. Returns true if it
+    /// had to wait. If the wait fails, the counter keeps its value.
     bool waitForNextTicket(long long &counter) const;
 
 private:

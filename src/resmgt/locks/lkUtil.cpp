@@ -39,8 +39,9 @@ std::uint32_t LkUtil::toMilliseconds(double seconds) noexcept
     double const milliseconds = seconds * 1000.0 + 0.5;
     if (!(milliseconds >= 1.0))
         return 0;
+    static_assert(LONGEST_WAIT == INFINITE - 1);
     if (milliseconds >= static_cast<double>(INFINITE))
-        return INFINITE - 1;
+        return LONGEST_WAIT;
     return static_cast<std::uint32_t>(milliseconds);
 }
 

@@ -1,20 +1,38 @@
-// What a thread can wait on with a mutex.
+// Common interface of the objects that threads wait on with a mutex (applications).
 #pragma once
 
 #include "resmgt/export.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkMutex.h"
+#include "resmgt/locks/lkUtil.h"
 
 namespace Zv {
 
-/// A wait object that lets the caller's mutex go while it waits: an `LkCondVar` or an `LkPulse`. Code that waits need
-/// not care which.
+/// Object that a thread waits on while the thread's mutex is released: an `LkCondVar` or an
+/// `LkPulse`. Code that waits need not know which of the two it has.
 ///
-/// All waits are called with the mutex held once, and return with it held, whatever they answer. Wait in a loop
-/// around the condition: a wait may also end for a wake-up that another thread was too late to take. Times are in
-/// seconds, rounded to milliseconds; 0 and less only ask. What the system refuses is a failed assertion; the mutex is
-/// held then as well, unless it is the mutex that the system refuses. It is also a failed assertion, with the mutex
-/// held, if a thread has ended while it held the mutex. A wait that fails may have used up a wake-up.
+///     Zv::LkMutex const mutex("frames");
+///     Zv::LkCondVar const changed("frames changed");
+///     Zv::LkWaitable const &waitable = changed;
+///     bool hasFrame = true; // guarded by the mutex
+///     Zv::LkGuard const guard(mutex);
+///     while (!hasFrame)
+///         waitable.wait(guard);
+///
+/// The caller must hold the mutex exactly once when it calls a wait operation. The wait releases
+/// it, and the caller holds it again when the operation returns.
+///
+/// Wait in a loop that tests a condition. A wait may also end for a wake-up after which another
+/// thread was faster.
+///
+/// Time limits are rounded to milliseconds. A limit of 0 or less only asks. A limit of 50 days or
+/// more is cut to almost 50 days. Limits are seconds or a duration of the standard library.
+///
+/// **Threads**: thread-safe.
+///
+/// **Throws** `AssertionFailed` if the system refuses a call. The caller holds the mutex then,
+/// unless the system refused the mutex itself. **Throws** `AssertionFailed` with the mutex held if
+/// a thread has ended while it held the mutex. A wait that throws may have used up a wake-up.
 class ZVRESMGT_EXPORT LkWaitable
 {
 public:
@@ -23,27 +41,44 @@ public:
     LkWaitable &operator=(LkWaitable const &) = delete;
     virtual ~LkWaitable() noexcept(false);
 
-    /// Blocks until woken.
+    /// **Blocks** until the thread is woken.
     void wait(LkMutex const &mutex) const ZV_REQUIRES(mutex) { performWait(mutex); }
-    /// Blocks until woken, which is true, or until the time is over, which is false.
-    bool timedWait(LkMutex const &mutex, double seconds) const ZV_REQUIRES(mutex)
+    /// **Blocks** until the thread is woken and returns true, or returns false when the time is
+    /// over.
+    [[nodiscard]] bool timedWait(LkMutex const &mutex, double seconds) const ZV_REQUIRES(mutex)
     {
         return performTimedWait(mutex, seconds);
     }
-    /// The same with the mutex that a guard holds.
+    /// As with seconds.
+    template <LkDuration Duration>
+    [[nodiscard]] bool timedWait(LkMutex const &mutex, Duration const &time) const
+        ZV_REQUIRES(mutex)
+    {
+        return performTimedWait(mutex, LkUtil::toSeconds(time));
+    }
+    /// Waits with the mutex of the guard, which must hold it.
     template <class Mutex>
     void wait(LkGuard<Mutex> const &guard) const
     {
         performWait(guard.getLock());
     }
+    /// Waits for a limited time with the mutex of the guard, which must hold it.
     template <class Mutex>
-    bool timedWait(LkGuard<Mutex> const &guard, double seconds) const
+    [[nodiscard]] bool timedWait(LkGuard<Mutex> const &guard, double seconds) const
     {
         return performTimedWait(guard.getLock(), seconds);
     }
+    /// As with seconds.
+    template <class Mutex, LkDuration Duration>
+    [[nodiscard]] bool timedWait(LkGuard<Mutex> const &guard, Duration const &time) const
+    {
+        return performTimedWait(guard.getLock(), LkUtil::toSeconds(time));
+    }
 
 protected:
+    /// Carries out `wait`.
     virtual void performWait(LkMutex const &mutex) const = 0;
+    /// Carries out `timedWait`.
     virtual bool performTimedWait(LkMutex const &mutex, double seconds) const = 0;
 };
 

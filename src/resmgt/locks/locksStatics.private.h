@@ -1,17 +1,17 @@
-// Statics of the locks that are built while the library loads, in the one order that holds for all of its statics.
+// Static objects of the locks, which are built while the library loads.
 #pragma once
 
-#include "resmgt/locks/lkMutexAttr.h"
+#include "resmgt/locks/lkMutex.h"
 #include "zvbase/envVar.h"
 #include "zvbase/traceLevel.h"
 
 namespace Zv {
 
-/// Has the first singleton of the process made, before any thread runs.
+/// Creates the first singleton of the process before any thread runs.
 extern LkMutexAttr const &lockDefaultMutexAttr;
-/// ZV_LOCK_YIELD.
+/// The environment variable ZV_LOCK_YIELD.
 extern EnvIntVar lockYieldVar;
-/// "MtUtil".
+/// The trace level "MtUtil".
 extern TraceLevel const &lockUtilTraceLevel;
 
 } // namespace Zv

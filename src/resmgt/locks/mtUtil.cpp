@@ -24,7 +24,7 @@ namespace {
 constexpr std::size_t NAME_WIDTH = 40;
 constexpr std::size_t LINE_SIZE = 256;
 
-/// One text of lines, each a name and a value.
+/// Text of lines, each with a name and a value.
 class SysConfReport
 {
 public:
@@ -91,11 +91,11 @@ std::string scratchFileName()
     return (folder.empty() ? "/tmp" : folder) + "/blaXXXXXX";
 }
 
-/// Whether the last write failed for what it was to read.
+/// Returns true if the last write failed because the memory could not be read.
 bool wasUnreadable()
 {
 #ifdef _WIN32
-    // The C library has no number of its own for this.
+    // The C library has no error number of its own for this.
     DWORD const error = ::GetLastError();
     if (error == ERROR_INVALID_USER_BUFFER || error == ERROR_NOACCESS)
         return true;
@@ -103,7 +103,8 @@ bool wasUnreadable()
     return errno == EFAULT;
 }
 
-/// Whether all bytes went to the file: 1, 0 where they cannot be read, -1 where something else failed.
+/// Writes all bytes to the file. Returns 1, or 0 if they cannot be read, or -1 after another
+/// failure.
 int writeAll(int file, char const *from, int size)
 {
     while (size > 0) {

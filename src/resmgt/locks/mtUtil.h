@@ -1,36 +1,42 @@
-// What the operating system offers about processors, scheduling and memory.
+// Questions to the operating system about processors, scheduling and memory (applications).
 #pragma once
 
 #include "resmgt/export.h"
 
 namespace Zv {
 
-/// Questions to the system. Any thread may call; only `printSysConf` and `testWritable` may block, on output.
+/// Asks the operating system about processors, scheduling and memory.
+///
+///     int const nbWorkers = Zv::MtUtil::getNbProcessors();
+///
+/// **Threads**: thread-safe. Only `printSysConf` and `testWritable` may block: they write output.
 class ZVRESMGT_EXPORT MtUtil
 {
 public:
-    /// Those of the machine that are in use, whichever of them this process may run on.
+    /// Returns the number of processors that are in use in the machine. The process may be limited
+    /// to fewer.
     static int getNbProcessors();
-    /// Gives the processor away once.
+    /// Offers the processor to another thread once.
     static void yield();
-    /// Always false: new threads are not scheduled first in, first out by default.
+    /// Returns false: new threads are not scheduled first in, first out by default.
     static bool isFifoScheduledDefault() { return false; }
-    /// No effect.
+    /// Has no effect.
     static void setFifoScheduledDefault(bool) {}
-    /// Always true: threads compete with all threads of the system.
+    /// Returns true: threads compete with all threads of the system.
     static bool isSystemScopeDefault() { return true; }
-    /// No effect.
+    /// Has no effect.
     static void setSystemScopeDefault(bool) {}
-    /// Always true, whoever runs the process.
+    /// Returns true, for every user.
     static bool isRoot() { return true; }
-    /// Locks nothing and says so at trace level "MtUtil".
+    /// Locks nothing and reports that at trace level "MtUtil".
     static void lockProcessMemory();
-    /// No effect.
+    /// Has no effect.
     static void unlockProcessMemory() {}
-    /// Writes what the system says about itself to the trace, one line a value.
+    /// Writes the system's description of itself to the trace, one line for each value.
     static void printSysConf();
-    /// Whether `size` bytes at `address` can be read; finds out by writing them to a scratch file. 1 yes, 0 no or no
-    /// file could be opened, -1 another failure, reported by `perror`.
+    /// Tests whether `size` bytes at `address` can be read, by writing them to a scratch file.
+    /// Returns 1 if they can, 0 if they cannot or no file could be opened, and -1 after another
+    /// failure, which `perror` has reported. Despite the name, nothing is written to `address`.
     static int testWritable(void const *address, int size);
 
     MtUtil() = delete;

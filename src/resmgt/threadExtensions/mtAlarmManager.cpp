@@ -235,7 +235,8 @@ void MtAlarmManagerImp::waitForAlarm()
         _wakeTime = _alarms.getFrontTime();
         double const remaining = _wakeTime - getTime();
         if (!(NEGLIGIBLE > remaining))
-            _waitPulse.timedWaitNextPulse(_lock, std::max(remaining, SHORTEST_WAIT));
+            static_cast<void>(
+                _waitPulse.timedWaitNextPulse(_lock, std::max(remaining, SHORTEST_WAIT)));
     }
     _wakeTime = AWAKE;
 }

@@ -250,7 +250,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
                 idle = 0;
             }
             // A sleep that the end of the logger cuts short.
-            _state->_stopped.timedWait(static_cast<float>(idle) * 0.016f);
+            static_cast<void>(_state->_stopped.timedWait(static_cast<float>(idle) * 0.016f));
             if (idle < 20)
                 ++idle;
         }

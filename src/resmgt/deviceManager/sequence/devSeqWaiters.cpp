@@ -48,7 +48,7 @@ void DevSeqWaiters::wait(LkPulse const &pulse, std::size_t &nbWaiting, Guard con
     };
     double const seconds = std::clamp(moment - now(), 0.001, LONGEST_WAIT);
     Waiting const waiting{++nbWaiting};
-    pulse.timedWaitNextPulse(guard, seconds);
+    static_cast<void>(pulse.timedWaitNextPulse(guard, seconds)); // the caller looks at the record
 }
 
 } // namespace Zv

@@ -1,4 +1,4 @@
-#include "resmgt/locks/lkRecLockWindows.h"
+#include "resmgt/locks/lkRecLock.h"
 
 #include "platform/services.h"
 #include "resmgt/locks/lkThreadId.h"
@@ -31,6 +31,11 @@ bool LkRecLockWindows::lockSlowly() const
 {
     ::EnterCriticalSection(&_section);
     return counted();
+}
+
+bool LkRecLockWindows::try_lock() const
+{
+    return ::TryEnterCriticalSection(&_section) && counted();
 }
 
 bool LkRecLockWindows::counted() const

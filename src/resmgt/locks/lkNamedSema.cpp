@@ -1,4 +1,4 @@
-#include "resmgt/locks/lkNamedSemaWindows.h"
+#include "resmgt/locks/lkNamedSema.h"
 
 #include "platform/services.h"
 #include "zvbase/failures.h"
@@ -13,7 +13,7 @@ LkNamedSemaWindows::LkNamedSemaWindows(char const *systemName, unsigned count,
                                        LkSemaTypes::CreateFlag flag, char const *label)
     : _name(label ? label : systemName), _sema(reinterpret_cast<HANDLE>(-1)), _errno(0)
 {
-    // A kernel object's name has no backslash. One that is cut here is too long for the service as well, which says so.
+    // The name of a kernel object has no backslash. The service refuses a name that is cut here.
     char copy[MAX_PATH + 1] = {};
     if (systemName)
         std::replace_copy(systemName,

@@ -1,12 +1,63 @@
-#include "resmgt/locks/lkMutexWindows.h"
+#include "resmgt/locks/lkMutex.h"
 
 #include "platform/services.h"
 #include "resmgt/locks/lkEx.h"
+#include "resmgt/locks/lkSingleton.imp.h"
+#include "resmgt/locks/mtUtil.h"
 #include "zvbase/failures.h"
 
 #include <ostream>
 
 namespace Zv {
+
+// ---- attributes
+
+char const *LkMutexAttrTypes::getText(PrioProtocol protocol)
+{
+    switch (protocol) {
+    case UNIMPLEMENTED:
+        return "UNIMPLEMENTED";
+    case NONE:
+        return "NONE";
+    case INHERIT:
+        return "INHERIT";
+    case PROTECT:
+        return "PROTECT";
+    default:
+        ZV_ABORT_PROGRAM();
+    }
+}
+
+LkMutexAttrWindows::LkMutexAttrWindows(char const *name) : _name(name) {}
+
+LkMutexAttrWindows::~LkMutexAttrWindows() noexcept(false) = default;
+
+void LkMutexAttrWindows::dump(std::ostream &stream) const
+{
+    stream << _name << " prot " << LkMutexAttrTypes::getText(getPrioProtocol()) << " ceil "
+           << getPrioCeiling();
+}
+
+LkMutexAttr::~LkMutexAttr() noexcept(false) = default;
+
+class DefaultLkMutexAttr : public LkMutexAttr
+{
+public:
+    DefaultLkMutexAttr() : LkMutexAttr("DefaultLkMutexAttr")
+    {
+        if (MtUtil::isFifoScheduledDefault())
+            setPrioProtocol(LkMutexAttrTypes::INHERIT, 0);
+    }
+};
+
+ZV_DEFINE_SINGLETON(DefaultLkMutexAttr, DefaultLkMutexAttr);
+
+LkMutexAttr const &LkMutexAttr::getDefaultAttr()
+{
+    return LkSingleton<DefaultLkMutexAttr>::getInstance();
+}
+
+// ---- LkMutexWindows
 
 LkMutexWindows::LkMutexWindows(char const *name)
     : _name(name), _mutex(::CreateMutexA(NULL, FALSE, NULL)), _isLocked(false)
@@ -41,7 +92,8 @@ bool LkMutexWindows::lockSlowly() const
     return true;
 }
 
-/// Waits for the mutex. If it was abandoned, the caller owns it now and has to fail: others must be able to have it.
+/// Waits for the mutex. An abandoned mutex belongs to the caller now. It is released, because the
+/// caller has to fail and other threads must be able to take it.
 std::uint32_t LkMutexWindows::waitFor(std::uint32_t milliseconds) const
 {
     DWORD const ret = ::WaitForSingleObject(_mutex, milliseconds);

@@ -1,4 +1,4 @@
-#include "resmgt/locks/lkLockWindows.h"
+#include "resmgt/locks/lkLock.h"
 
 #include "platform/services.h"
 
@@ -29,6 +29,14 @@ bool LkLockWindows::lock() const
 bool LkLockWindows::lockSlowly() const
 {
     ::EnterCriticalSection(&_section);
+    storeRelease(_isLocked, true);
+    return true;
+}
+
+bool LkLockWindows::try_lock() const
+{
+    if (!::TryEnterCriticalSection(&_section))
+        return false;
     storeRelease(_isLocked, true);
     return true;
 }

@@ -1,4 +1,4 @@
-#include "resmgt/locks/lkEventWindows.h"
+#include "resmgt/locks/lkEvent.h"
 
 #include "platform/services.h"
 #include "resmgt/locks/lkUtil.h"

@@ -1,4 +1,4 @@
-#include "resmgt/locks/lkInitMutexWindows.h"
+#include "resmgt/locks/lkSingleton.imp.h"
 
 #include "platform/services.h"
 #include "zvbase/exSysError.h"
@@ -16,7 +16,7 @@ namespace {
 constexpr char MUTEX_BASE_NAME[] = "LkSingleton ";
 constexpr int PID_LEN = 12;
 
-// The type has become its name on the way here, out of the template.
+// The template has turned the type into its name already.
 #undef ZV_TYPE_NAME
 #define ZV_TYPE_NAME(Id) Id
 
@@ -28,7 +28,7 @@ ZvPlatform::Handle acquireInitMutex(char const *Id)
     char name[MAX_PATH];
     std::snprintf(name, sizeof name, "%s%s%12ld", MUTEX_BASE_NAME, Id,
                   static_cast<long>(::GetCurrentProcessId()));
-    // A kernel object's name has no backslash.
+    // The name of a kernel object has no backslash.
     std::replace(std::begin(name), std::begin(name) + std::strlen(name), '\\', '/');
 
     HANDLE const mutex = ::CreateMutexA(NULL, FALSE, name);
@@ -36,7 +36,8 @@ ZvPlatform::Handle acquireInitMutex(char const *Id)
         ZV_THROW(ExSysErrorWindows);
     if (::WaitForSingleObject(mutex, INFINITE) != WAIT_OBJECT_0) {
         ExSysErrorWindows const failure(__FILE__, __LINE__);
-        // One whose holder was killed is the caller's now: others shall get it.
+        // A mutex whose holder was killed belongs to the caller now. Others must be able to take
+        // it.
         abandonInitMutex(mutex);
         throw failure;
     }
