@@ -215,7 +215,7 @@ public:
         action(_fromScratch);
     }
 
-    bool isValid() const { return _incremental._mgr->check() == PriorityMgr::NO_ERROR; }
+    bool isValid() const { return _incremental._mgr->check() == PriorityMgr::ALL_VALID; }
 
     Shape const _shape;
     World _incremental{std::make_unique<PriorityMgr>("mgr", _shape._minimum, _shape._maximum)};

@@ -86,7 +86,7 @@ MtContainer<Container, Adapter>::MtContainer(char const *name, std::uint64_t cap
     : _lock(name),
       _nonEmpty("Non-Empty Pulse"),
       _nonFull("Non-Full Pulse"),
-      _capacity(capacity ? capacity : std::numeric_limits<std::uint64_t>::max())
+      _capacity(capacity ? capacity : (std::numeric_limits<std::uint64_t>::max)())
 {}
 
 template <class Container, class Adapter>

@@ -292,8 +292,8 @@ void PriorityMgr::updateNoLock()
             _isDirty = false;
             _isVerified = false;
             performUpdate();
-            Error const error = _isVerified ? NO_ERROR : checkNoLock();
-            if (error != NO_ERROR)
+            Error const error = _isVerified ? ALL_VALID : checkNoLock();
+            if (error != ALL_VALID)
                 updateError(error);
             if (!_isVerified || _clients->mustReviewAll())
                 _clients->reviewAll(getPriosNoLock());
@@ -385,7 +385,7 @@ PriorityMgr::Error PriorityMgr::checkNoLock() const
     if (_invalidPriority)
         return TRANSIENT_INVALID;
     _invalidRelation = checkRelationsNoLock();
-    return _invalidRelation ? RELATION_INVALID : NO_ERROR;
+    return _invalidRelation ? RELATION_INVALID : ALL_VALID;
 }
 
 Priority const *PriorityMgr::checkTransientNoLock() const

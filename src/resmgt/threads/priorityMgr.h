@@ -42,7 +42,7 @@ class ZVRESMGT_EXPORT PriorityMgr
 public:
     enum Error : int
     {
-        NO_ERROR,
+        ALL_VALID,
         TRANSIENT_INVALID,
         RELATION_INVALID
     };
@@ -79,7 +79,7 @@ public:
     /// A mark for the user's own debugging; the manager does not act on it.
     void enableTracing(bool);
     bool isTracingEnabled() const;
-    /// The name of an error. Any other value, `NO_ERROR` among them, aborts the program.
+    /// The name of an error. Any other value, `ALL_VALID` among them, aborts the program.
     static char const *errorToString(Error);
     /// The whole graph: all nodes, those that were fixed when added, all relations.
     void dump(std::ostream &) const;
