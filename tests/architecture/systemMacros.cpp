@@ -1,4 +1,5 @@
-// Compiles the umbrella headers behind the macros of <windows.h>. No name of the library may be one of them.
+// Compiles the umbrella headers behind the macros of <windows.h>. No name of the library may be one
+// of them.
 //
 // The standard headers come first. They have to get along with the system's headers by themselves.
 
@@ -55,8 +56,9 @@
 
 #else
 
-// Macros of the system's headers with names that a library could choose. Their value is no valid C++, so that each use
-// fails to compile. A macro with arguments, such as FAILED, is replaced only in front of a parenthesis.
+// Macros of the system's headers with names that a library could choose. Their value is no valid
+// C++, so that each use fails to compile. A macro with arguments, such as FAILED, is replaced only
+// in front of a parenthesis.
 #define ABSOLUTE 1 +
 #define ALTERNATE 1 +
 #define CALLBACK 1 +

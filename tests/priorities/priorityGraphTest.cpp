@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 namespace {
@@ -376,7 +378,7 @@ TEST_F(PriorityGraph, ARemovedNodeTakesItsRelationsOffTheManagersList)
     EXPECT_TRUE(dump.ends_with("Relations: \n")) << dump;
     EXPECT_NE(dumpOf(a, true).find("a==b"), std::string::npos) << "the other node keeps it";
     b.setPriority(7);
-    EXPECT_EQ(mgr.check(), PriorityMgr::ALL_VALID) << "nobody checks the relations any longer";
+    EXPECT_EQ(mgr.check(), PriorityMgr::ALL_VALID) << "the relations are no longer checked";
 }
 
 TEST_F(PriorityGraph, AManagerRefusesNodesAndRelationsOfAnother)
@@ -621,3 +623,5 @@ TEST(PriorityErrors, ExErrorIsNoStandardException)
 }
 
 } // namespace
+
+} // namespace ZvTest

@@ -13,6 +13,8 @@
 #include <sstream>
 #include <string>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 namespace {
@@ -38,7 +40,7 @@ std::string dumpOf(PriorityMgr const &mgr)
     return os.str();
 }
 
-/// Checks also where nothing has failed.
+/// Checks even if nothing has failed.
 template <class Action, class Check>
 int failEachAllocation(Action const &action, Check const &check)
 {
@@ -158,3 +160,5 @@ TEST(PriorityMemory, WhatGoesHasGoneThoughTheSolvingRunsOut)
 }
 
 } // namespace
+
+} // namespace ZvTest

@@ -7,7 +7,7 @@
 #include "resmgt/threadExtensions/mtRequestMgr.h"
 #include "resmgt/threadExtensions/mtTask.h"
 #include "resmgt/threads/mtPriorityMgr.h"
-#include "resmgt/threads/mtSpecificDataRegistry.h"
+#include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityRelation.h"

@@ -1,6 +1,7 @@
 #include "resmgt/threads/priority.h"
 
 #include "resmgt/locks/lkGuard.h"
+#include "resmgt/threads/flagGuard.private.h"
 #include "resmgt/threads/priorityClients.private.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
@@ -15,22 +16,6 @@
 namespace Zv {
 
 using Guard = LkGuard<LkRecLock const>;
-
-namespace {
-
-// Ends the visit also where a relation turns out to be none.
-class Visit
-{
-public:
-    explicit Visit(bool &isVisiting) : _isVisiting(isVisiting) { _isVisiting = true; }
-    Visit(Visit const &) = delete;
-    ~Visit() { _isVisiting = false; }
-
-private:
-    bool &_isVisiting;
-};
-
-} // namespace
 
 Priority::Priority(LiString const &name, PriorityMgr &mgr, int priority)
     : Priority(name, mgr, priority, AT_EACH_SOLVING)
@@ -173,7 +158,7 @@ Priority::Relations const &Priority::getEquals() const ZV_NO_THREAD_SAFETY_ANALY
 
 Priority const *Priority::findDependantRec(Priority const &target, std::uint64_t search) const
 {
-    // Without recursion: a chain may be longer than a small stack is deep.
+    // Without recursion, because a long chain would overflow a small stack.
     Vector<Priority const *> open{this};
     _membership._search = search;
     while (!open.empty()) {
@@ -184,7 +169,7 @@ Priority const *Priority::findDependantRec(Priority const &target, std::uint64_t
             if (&rhs == &target)
                 return &target;
             if (rhs._membership._search == search)
-                continue; // what one way here did not lead to, no other does
+                continue; // searched already
             rhs._membership._search = search;
             open.push_back(&rhs);
         }
@@ -203,7 +188,7 @@ void Priority::set(Side side)
 {
     if (_isVisiting)
         return;
-    Visit const visit(_isVisiting);
+    FlagGuard const visiting(_isVisiting);
     Side const opposite = getOpposite(side);
     auto const push = [side](Priority &target, int bound) {
         target.pushTransient(side, bound);
@@ -212,7 +197,8 @@ void Priority::set(Side side)
     for (PriorityRelation const *relation : getOrders(side))
         push(relation->get(opposite), relation->computePriority(opposite, getTransient(side)));
     for (PriorityRelation const *relation : getEquals()) {
-        // By name: two nodes of one name send their bounds to the right-hand side alone.
+        // Compares names: between two nodes of the same name, bounds go to the right-hand side
+        // only.
         if (getName() == relation->getLhs().getName())
             push(relation->getRhs(), relation->computeRhsPriority(getTransient(side)));
         else
@@ -266,7 +252,7 @@ void Priority::dump(std::ostream &os, bool withRelations) const
 {
     if (!withRelations)
         return dumpLine(os);
-    // A relation's line reads its other node as well.
+    // The line of a relation reads the other node as well.
     Guard guard(_mgr->getLock());
     dumpLine(os);
     dumpRelations(os, "Dependants: ", getOrders(LEFT));

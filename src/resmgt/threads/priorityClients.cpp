@@ -29,8 +29,9 @@ void PriorityClients::changeTelling(Priority &priority)
     review(priority);
 }
 
-// A node of the class `Priority` itself overrides nothing and need not be called. In a large graph nearly all nodes are
-// such. The class is known only after the node's constructor, so it is asked when the node would be told.
+// A node of the class `Priority` itself overrides nothing and need not be called. In a large graph
+// nearly all nodes are such. The class is known only after the node's constructor, so it is asked
+// when the node would be told.
 bool PriorityClients::isPlain(Priority const &priority)
 {
     return priority._membership._isPresumedPlain && typeid(priority) == typeid(Priority);
@@ -72,7 +73,8 @@ Priority *PriorityClients::findNext(std::uint64_t order) const
 
 void PriorityClients::tell()
 {
-    // From order to order, not along a list: a node that is told may add and remove nodes, itself among them.
+    // From order to order, not along a list: a node that is told may add and remove nodes, itself
+    // among them.
     std::uint64_t order = 0;
     while (Priority *priority = findNext(order)) {
         Priority::Membership &membership = priority->_membership;

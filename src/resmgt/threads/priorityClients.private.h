@@ -10,8 +10,8 @@ namespace Zv {
 
 class Priority;
 
-/// The nodes of a manager that must be told their values, so that a solving costs nothing for the others. The caller
-/// must hold the manager's lock.
+/// The nodes of a manager that must be told their values, so that a solving costs nothing for the
+/// others. The caller must hold the manager's lock.
 class PriorityClients
 {
 public:
@@ -32,8 +32,8 @@ public:
     /// Returns true if a call of `tell` failed. The next solving must then call `reviewAll`.
     bool mustReviewAll() const { return _mustReviewAll; }
 
-    /// Tells each node that must be told its value, in the order in which the nodes joined. A node may change the
-    /// graph meanwhile, which calls `tell` again from within.
+    /// Tells each node that must be told its value, in the order in which the nodes joined. A node
+    /// may change the graph meanwhile, which calls `tell` again from within.
     void tell();
 
 private:
