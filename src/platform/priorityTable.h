@@ -6,7 +6,8 @@
 
 namespace ZvPlatform {
 
-/// The levels of a thread and the base priorities that they give it, with the numbers that Windows has for them.
+/// The levels of a thread and the base priorities that they give it, with the numbers that Windows
+/// has for them.
 struct PriorityTable
 {
     /// The levels, as `SetThreadPriority` takes them, from idle to time-critical.

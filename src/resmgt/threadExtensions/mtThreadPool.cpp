@@ -4,10 +4,11 @@
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadProtocol.h"
 #include "resmgt/threads/priorityRelation.h"
+#include "zvbase/firstFailure.private.h"
 #include "zvbase/platform/interlocked.h"
 
 #include <cstdio>
-#include <exception>
+#include <utility>
 
 namespace Zv {
 
@@ -61,24 +62,26 @@ MtThreadPool::MtThreadPool(LiString const &name, unsigned nbThreads, bool placeT
       _placeThreads(placeThreads),
       _isRunning(false)
 {
-    join(); // the workers' relations need the node; it hears of no solving, so that it need not be complete
+    join(); // for the relations of the workers; it is told nothing, so that it may be incomplete
     for (unsigned i = 0; i != _nbThreads; ++i) {
         ObjPtr<MtThreadProtocol> worker(new PoolWorker(*this, i));
-        _threads[i] = MtThreadFactory::getInstance().createThread(makeWorkerName(name, i), worker,
-                                                                  true, stackSize);
+        _threads[i] = MtThreadFactory::getInstance().createThread(
+            makeWorkerName(name, i), std::move(worker), MtThreadFactory::StoredException::TERMINATE,
+            stackSize);
     }
 }
 
+MtThreadPool::MtThreadPool(LiString const &name, unsigned nbThreads, Placement placement,
+                           unsigned stackSize)
+    : MtThreadPool(name, nbThreads, placement == Placement::ONE_PROCESSOR_EACH, stackSize)
+{}
+
 MtThreadPool::~MtThreadPool() noexcept(false)
 {
-    bool const isUnwinding = std::uncaught_exceptions() != 0;
-    try {
-        MtThreadPool::stop();
-    } catch (...) {
-        // The threads are waited for once more when they are destroyed.
-        if (!isUnwinding)
-            throw;
-    }
+    // If this fails, the destructors of the threads wait once more.
+    FirstFailure failure;
+    failure.attempt([this] { MtThreadPool::stop(); });
+    failure.rethrow();
 }
 
 void MtThreadPool::doneTask(unsigned) {}
