@@ -20,8 +20,6 @@
 #include <rpc.h>
 #include <timeapi.h>
 
-#undef NO_ERROR // a name of the priority manager's
-
 #ifdef __MINGW32__ // has it in its libraries, but in no header
 extern "C" __declspec(dllimport) HRESULT
     __stdcall SetThreadDescription(HANDLE thread, PCWSTR description);

@@ -1,20 +1,15 @@
-// Threads, what runs on them, and their priorities.
+// Umbrella header of threads, thread-specific data and thread priorities (applications).
 #pragma once
 
+#include "resmgt/threads/mtCapture.h"
 #include "resmgt/threads/mtEx.h"
-#include "resmgt/threads/mtOpaqueData.h"
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtSpecificData.h"
-#include "resmgt/threads/mtSpecificDataRegistry.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/mtThreadGroup.h"
 #include "resmgt/threads/mtThreadMgr.h"
-#include "resmgt/threads/mtThreadPriority.h"
-#include "resmgt/threads/mtThreadProtocol.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/priorityRelation.h"
-#include "resmgt/threads/priorityTypes.h"
 #include "resmgt/threads/rtPriorities.h"

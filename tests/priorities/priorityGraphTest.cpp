@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 namespace {
@@ -283,7 +285,7 @@ TEST_F(PriorityGraph, AFailedSetPriorityKeepsTheValueAndThenLeavesTheGraphClean)
                   "Relation \"a<b\" invalid: \"a\" (4) <  \"b\" (2)")
             << "each further change meets the same failure";
     }
-    EXPECT_EQ(mgr.check(), PriorityMgr::NO_ERROR);
+    EXPECT_EQ(mgr.check(), PriorityMgr::ALL_VALID);
 }
 
 TEST_F(PriorityGraph, AFailedRelationLeavesTheGraphAsBefore)
@@ -376,7 +378,7 @@ TEST_F(PriorityGraph, ARemovedNodeTakesItsRelationsOffTheManagersList)
     EXPECT_TRUE(dump.ends_with("Relations: \n")) << dump;
     EXPECT_NE(dumpOf(a, true).find("a==b"), std::string::npos) << "the other node keeps it";
     b.setPriority(7);
-    EXPECT_EQ(mgr.check(), PriorityMgr::NO_ERROR) << "nobody checks the relations any longer";
+    EXPECT_EQ(mgr.check(), PriorityMgr::ALL_VALID) << "the relations are no longer checked";
 }
 
 TEST_F(PriorityGraph, AManagerRefusesNodesAndRelationsOfAnother)
@@ -408,7 +410,7 @@ TEST_F(PriorityGraph, ANodeThatIsDestroyedBeforeItsRelationsIsReportedAndDoesNoH
         EXPECT_EQ(c.getPriority(), 0) << "nothing leads through it any more";
         a.setPriority(5);
     }
-    EXPECT_EQ(mgr.check(), PriorityMgr::NO_ERROR);
+    EXPECT_EQ(mgr.check(), PriorityMgr::ALL_VALID);
     EXPECT_EQ(dumpOf(c, true),
               "                   c prio        0 fixed 0 lhs        0 rhs        6\n"
               "Dependants: \nDependOns: \nEquals: \n");
@@ -481,7 +483,7 @@ TEST_F(PriorityGraph, ValuesOutsideTheEnumerationsAbortTheProgram)
     EXPECT_STREQ(Relation::relationToString(Relation::LESS_EQUAL), "<=");
     EXPECT_STREQ(PriorityMgr::errorToString(PriorityMgr::TRANSIENT_INVALID), "TRANSIENT_INVALID");
     EXPECT_STREQ(PriorityMgr::errorToString(PriorityMgr::RELATION_INVALID), "RELATION_INVALID");
-    EXPECT_THROW(PriorityMgr::errorToString(PriorityMgr::NO_ERROR), ProgramAborted);
+    EXPECT_THROW(PriorityMgr::errorToString(PriorityMgr::ALL_VALID), ProgramAborted);
     EXPECT_THROW(PriorityMgr::errorToString(static_cast<PriorityMgr::Error>(3)), ProgramAborted);
 
     Priority a("a", mgr, 1);
@@ -577,7 +579,7 @@ TEST(PriorityErrors, AManagerMayForgiveThem)
     EXPECT_EQ(mgr._errors, std::vector{PriorityMgr::RELATION_INVALID});
     b.setPriority(4);
     EXPECT_EQ(mgr._errors.size(), 1u);
-    EXPECT_EQ(mgr.check(), PriorityMgr::NO_ERROR);
+    EXPECT_EQ(mgr.check(), PriorityMgr::ALL_VALID);
 }
 
 class AskingMgr : public PriorityMgr
@@ -590,7 +592,7 @@ public:
 TEST(PriorityErrors, AnErrorWithoutAFormOfItsOwnIsNamed)
 {
     AskingMgr mgr("asking", 0, 6);
-    EXPECT_THROW(mgr.fail(PriorityMgr::NO_ERROR), ProgramAborted);
+    EXPECT_THROW(mgr.fail(PriorityMgr::ALL_VALID), ProgramAborted);
 }
 
 TEST(PriorityErrors, AreCaughtByFamilyAndStandardClass)
@@ -621,3 +623,5 @@ TEST(PriorityErrors, ExErrorIsNoStandardException)
 }
 
 } // namespace
+
+} // namespace ZvTest

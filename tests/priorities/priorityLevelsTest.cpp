@@ -5,6 +5,8 @@
 
 #include <array>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 namespace {
@@ -45,3 +47,5 @@ TEST(PriorityLevels, GiveTheBasePriorityTogetherWithTheClass)
 }
 
 } // namespace
+
+} // namespace ZvTest

@@ -1,5 +1,5 @@
-// Solving by way of what changed against solving from scratch: two graphs, the same changes to both, everything
-// that can be seen compared after each of them.
+// Solving by way of what changed against solving from scratch: two graphs, the same changes to
+// both, everything that can be seen compared after each of them.
 
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
@@ -18,6 +18,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+namespace ZvTest {
 
 using namespace Zv;
 
@@ -215,7 +217,7 @@ public:
         action(_fromScratch);
     }
 
-    bool isValid() const { return _incremental._mgr->check() == PriorityMgr::NO_ERROR; }
+    bool isValid() const { return _incremental._mgr->check() == PriorityMgr::ALL_VALID; }
 
     Shape const _shape;
     World _incremental{std::make_unique<PriorityMgr>("mgr", _shape._minimum, _shape._maximum)};
@@ -271,7 +273,7 @@ private:
         if (!_incremental.isRelated(index)) {
             inBoth([&](World &world) { world.removeNode(index); });
         } else if (!_shape._isTame && !upTo(6)) {
-            // Off the graph while its relations stand, or back on it.
+            // Removes the node while its relations exist, or adds it again.
             bool const off = upTo(2);
             inBoth([&](World &world) {
                 world.attempt([&] {
@@ -337,10 +339,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Shape{0, std::numeric_limits<int>::max(), 7, 9, 60, 80, false},
                     Shape{0, 6, 12, 14, 60, 120, true}, Shape{0, 9, 40, 40, 10, 300, true}));
 
-// ---- a change that fails -----------------------------------------------------------------------------
+// ---- a change that fails
+// -----------------------------------------------------------------------------
 
-/// A ladder of diamonds: with each layer, there are twice as many ways from its first node to its last one. The steps
-/// are pairs of `==` nodes, as a pool and its workers are.
+/// A ladder of diamonds: with each layer, there are twice as many ways from its first node to its
+/// last one. The steps are pairs of `==` nodes, as a pool and its workers are.
 class Ladder
 {
 public:
@@ -387,7 +390,7 @@ std::string dumpOf(PriorityMgr const &mgr)
     return os.str();
 }
 
-/// What the action throws, and the graph as it stands then.
+/// Returns what the action throws, and the graph after it.
 std::string reportOf(PriorityMgr const &mgr, auto const &action)
 {
     try {
@@ -398,8 +401,9 @@ std::string reportOf(PriorityMgr const &mgr, auto const &action)
     return "nothing thrown" + dumpOf(mgr);
 }
 
-/// Lifts the ladder's first node, lowers its last one, by a fixed node that is moved, by a relation that fails to be
-/// made and by nodes that come and go; with a node that left before its relations at the end.
+/// Raises the ladder's first node and lowers its last one: by a fixed node that is moved, by a
+/// relation that cannot be added, and by nodes that are added and removed. At the end, a node is
+/// removed before its relations.
 std::string breakLadder(PriorityMgr &mgr, int nbLayers)
 {
     Ladder ladder(mgr, nbLayers);
@@ -452,8 +456,8 @@ protected:
     void updateError(PriorityMgr::Error) override {}
 };
 
-/// A bound that goes round the ring comes too late for the relation that was walked before: `outside` has pushed its
-/// own value on already.
+/// A bound that runs round the ring is too late for a relation that was followed before, because
+/// `outside` has passed on its own value already.
 std::string pushFromOutside(PriorityMgr &mgr, int value)
 {
     Priority outside("outside", mgr, value);
@@ -477,7 +481,8 @@ TEST(PriorityFailing, AFixedNodeOutsideTheRangePushesOnWhatWalkingAllWaysPushes)
     }
 }
 
-/// What the second fixed node pushes to `x` cannot be pushed on to `y`; what the first one pushes is there already.
+/// What the second fixed node pushes to `x` cannot be pushed on to `y`; what the first one pushes
+/// is there already.
 std::string pushToTheEnd(PriorityMgr &mgr, int nextToLast, int last)
 {
     bool const isUpwards = last > 0;
@@ -556,7 +561,8 @@ TEST_F(PriorityRings, AreLeftToTheFullSolvingIfANodeInThemHasLeft)
     EXPECT_FALSE(areTame());
 }
 
-// ---- the cost goes with what changes ---------------------------------------------------------------------
+// ---- the cost is proportional to the change
+// ---------------------------------------------------------------------
 
 /// Keeps nodes and relations in their lists and leaves the solving to the test.
 class UnsolvedMgr : public PriorityMgr
@@ -668,3 +674,5 @@ TEST_F(PrioritySolverCost, ASecondChangeBeforeTheSolvingCountsAsEverything)
 }
 
 } // namespace
+
+} // namespace ZvTest

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 namespace {
@@ -217,7 +219,7 @@ TEST_F(PriorityTelling, MayChangeTheGraph)
     takeLog();
     a._then = [&] { b.setPriority(4); };
     mgr.notify(PriorityMgr::VALUE_CHANGED);
-    // The change is solved and told from within, then the first telling goes on.
+    // The change is solved and told from within, then the first telling continues.
     EXPECT_EQ(takeLog(), Log({"a1", "a1", "b4", "c4", "b4"}));
     EXPECT_EQ(c.getPriority(), 4);
 }
@@ -320,7 +322,7 @@ TEST(PriorityOverriding, AManagersOwnSolvingIsCalledForEveryChange)
     EXPECT_EQ(log, Log({"f0", "f4", "f2"}));
     mgr._solves = false;
     EXPECT_NO_THROW(a.setPriority(0));
-    EXPECT_EQ(f.getPriority(), 2) << "nobody solved";
+    EXPECT_EQ(f.getPriority(), 2) << "no solving took place";
     EXPECT_THROW(a.setPriority(2), PriorityEx::ExRelationInvalid);
     mgr._solves = true;
     a.setPriority(3);
@@ -328,3 +330,5 @@ TEST(PriorityOverriding, AManagersOwnSolvingIsCalledForEveryChange)
 }
 
 } // namespace
+
+} // namespace ZvTest

@@ -1,7 +1,7 @@
 // The graph under many threads.
 
 #include "meeting.h"
-#include "resmgt/threads/mtSpecificDataRegistry.h"
+#include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
@@ -16,6 +16,8 @@
 #include <sstream>
 #include <thread>
 #include <vector>
+
+namespace ZvTest {
 
 using namespace Zv;
 
@@ -171,3 +173,5 @@ TEST(PriorityThreads, AThreadWithASmallStackChangesLongChains)
 }
 
 } // namespace
+
+} // namespace ZvTest

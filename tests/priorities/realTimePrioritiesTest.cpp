@@ -2,7 +2,6 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/mtThreadPriority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
@@ -17,6 +16,8 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+namespace ZvTest {
 
 using namespace Zv;
 
@@ -78,6 +79,19 @@ TEST(RealTimePriorities, HaveTheRangeOfTheThreadFactory)
     std::ostringstream os;
     node.dump(os, false);
     EXPECT_EQ(os.str(), "                node prio        0 fixed 0 lhs        0 rhs        6\n");
+}
+
+TEST(RealTimePriorities, DumpTakesANameForTheRelationsToShow)
+{
+    Priority const &node = landmarks().getRealTimePriority();
+    auto const dumped = [&node](auto relations) {
+        std::ostringstream os;
+        node.dump(os, relations);
+        return os.str();
+    };
+    EXPECT_EQ(dumped(Priority::DumpedRelations::NONE), dumped(false));
+    EXPECT_EQ(dumped(Priority::DumpedRelations::OF_NODE), dumped(true));
+    EXPECT_NE(dumped(true), dumped(false));
 }
 
 TEST(RealTimePriorities, AThreadEqualToInterruptBecomesTimeCritical)
@@ -240,3 +254,5 @@ TEST(RealTimePriorities, TheProcessScopeOfTheProcessCanBeSetAndSetBack)
 }
 
 } // namespace
+
+} // namespace ZvTest

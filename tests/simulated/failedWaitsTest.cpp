@@ -341,7 +341,7 @@ SIMULATED(QueueConsumersElementThrows, {.schedules = 500})
     Worker breaker("breaker", [&] { breaking([&] { static_cast<void>(queue.consume()); }); });
     Worker timed("timed", [&] {
         Fragile element;
-        breaking([&] { queue.timedConsume(element, 0.001); });
+        breaking([&] { static_cast<void>(queue.timedConsume(element, 0.001)); });
     });
     Worker second("second", [&] { HOLDS(queue.consume().value == 1); });
     Worker third("third", [&] { HOLDS(queue.consume().value == 1); });
@@ -377,7 +377,7 @@ SIMULATED(QueueProducerCannotWait, {.schedules = 500})
     int element = 0;
     for (Worker *worker : {&early, &late, &second})
         while (::WaitForSingleObject(worker->getHandle(), 1) == WAIT_TIMEOUT)
-            queue.tryConsume(element);
+            static_cast<void>(queue.tryConsume(element));
     while (queue.tryConsume(element)) {
     }
     HOLDS(produced.getValue() >= 1);
@@ -397,7 +397,7 @@ SIMULATED(QueueConsumerCannotWait, {.schedules = 500})
     });
     Worker timed("timed", [&] {
         int element = 0;
-        withFailingWait(WHEN_WOKEN, [&] { queue.timedConsume(element, 0.001); });
+        withFailingWait(WHEN_WOKEN, [&] { static_cast<void>(queue.timedConsume(element, 0.001)); });
         if (element)
             queue.produce(1);
     });

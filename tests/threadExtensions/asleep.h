@@ -1,4 +1,4 @@
-// Waits until another thread of this process sleeps, so that a test knows where it stands.
+// Waits until another thread of this process sleeps in the operating system.
 #pragma once
 
 #include <thread>
@@ -39,7 +39,8 @@ inline bool isAsleep(long number)
 
 #endif
 
-/// Returns once the thread sleeps in the system. It is to sleep where the test wants it and nowhere else.
+/// Returns when the thread sleeps in the system. The test must make sure that it sleeps in one
+/// place only.
 inline void waitUntilAsleep(long number)
 {
     while (!isAsleep(number))

@@ -12,7 +12,10 @@
 #include <utility>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 using Alarm = RCShdPtr<MtAlarmHandle>;
@@ -22,7 +25,7 @@ struct Maker : MtAlarmHandleManipulator
     using MtAlarmHandleManipulator::createHandle;
 };
 
-/// Sorted; a new one goes before the first that is due at its time or after it.
+/// A sorted list. A new alarm is inserted before the first one that is due at its time or later.
 class SortedList
 {
 public:
@@ -61,9 +64,9 @@ TEST(MtAlarmQueue, KeepsTheOrderOfTheList)
         std::vector<Alarm> alarms;
         auto const compareFronts = [&] {
             auto const front = list.takeFront();
-            ASSERT_EQ(front.second, queue.getFrontTime());
-            ASSERT_EQ(front.first.get(), &queue.getFront());
-            ASSERT_EQ(front.first, queue.takeFront());
+            ASSERT_EQ(queue.getFrontTime(), front.second);
+            ASSERT_EQ(&queue.getFront(), front.first.get());
+            ASSERT_EQ(queue.takeFront(), front.first);
         };
         for (int step = 0; step != 3000; ++step) {
             std::uint32_t const what = below(10);
@@ -76,13 +79,13 @@ TEST(MtAlarmQueue, KeepsTheOrderOfTheList)
             } else if (what < 9 && !alarms.empty()) {
                 Alarm const alarm = alarms[below(static_cast<std::uint32_t>(alarms.size()))];
                 bool const wasThere = list.remove(alarm);
-                ASSERT_EQ(wasThere, queue.contains(*alarm));
-                ASSERT_EQ(wasThere ? alarm : Alarm(), queue.take(*alarm));
+                ASSERT_EQ(queue.contains(*alarm), wasThere);
+                ASSERT_EQ(queue.take(*alarm), wasThere ? alarm : Alarm());
                 ASSERT_FALSE(queue.contains(*alarm));
             } else if (!list.isEmpty()) {
                 compareFronts();
             }
-            ASSERT_EQ(list.isEmpty(), queue.isEmpty());
+            ASSERT_EQ(queue.isEmpty(), list.isEmpty());
         }
         while (!list.isEmpty())
             compareFronts();
@@ -101,7 +104,7 @@ TEST(MtAlarmQueue, HoldsOneReferenceToEach)
     for (int i = 0; i < 100; i += 2)
         queue.take(*alarms[static_cast<std::size_t>(i)]);
     for (std::size_t i = 0; i != 100; ++i)
-        EXPECT_EQ(i % 2 == 0, alarms[i].isUnique()) << i;
+        EXPECT_EQ(alarms[i].isUnique(), i % 2 == 0) << i;
     while (!queue.isEmpty())
         queue.takeFront();
     for (Alarm const &alarm : alarms)
@@ -131,4 +134,5 @@ TEST(MtAlarmQueue, WhatIsNoNumberComesLastAndDisturbsNobody)
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -28,7 +29,10 @@
 #include <thread>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 using Alarm = RCShdPtr<MtAlarmHandle>;
@@ -48,7 +52,7 @@ private:
     Action _action;
 };
 
-/// Writes down who was called when.
+/// Records the calls and their times.
 class Record
 {
 public:
@@ -73,7 +77,7 @@ private:
     std::string _text;
 };
 
-/// Writes its name down, with a mark where the manager is going away.
+/// Records its name, with a mark if the manager is being destroyed.
 class Named : public MtAlarmHandle::Callback
 {
 public:
@@ -123,7 +127,7 @@ protected:
     /// Destroys the manager.
     void end()
     {
-        // Those who are called meanwhile still reach it.
+        // Callbacks that run meanwhile still use it.
         std::unique_ptr<MtAlarmManagerImp> const ending(_manager);
         _isOver = true;
     }
@@ -176,12 +180,12 @@ TEST_F(MtAlarmManagerTest, ANewHandleIsAllZero)
 {
     Alarm const alarm = manager().createHandle();
     EXPECT_TRUE(alarm.isUnique());
-    EXPECT_EQ(0.0, alarm->getTimeRegistered());
-    EXPECT_EQ(0.0, alarm->getAlarmTime());
-    EXPECT_EQ(0.0, alarm->getDuration());
-    EXPECT_EQ(0.0, alarm->getRepeatDuration());
-    EXPECT_EQ(0U, alarm->getRequestedRepeats());
-    EXPECT_EQ(0U, alarm->getRepeatCount());
+    EXPECT_EQ(alarm->getTimeRegistered(), 0.0);
+    EXPECT_EQ(alarm->getAlarmTime(), 0.0);
+    EXPECT_EQ(alarm->getDuration(), 0.0);
+    EXPECT_EQ(alarm->getRepeatDuration(), 0.0);
+    EXPECT_EQ(alarm->getRequestedRepeats(), 0U);
+    EXPECT_EQ(alarm->getRepeatCount(), 0U);
     EXPECT_FALSE(alarm->hasOccurred());
     EXPECT_FALSE(alarm->isRegistered());
 }
@@ -191,15 +195,15 @@ TEST_F(MtAlarmManagerTest, AHandleWithoutACallbackIsNotRegistered)
     Alarm const alarm = manager().createHandle();
     manager().registerAlarm(alarm);
     EXPECT_FALSE(alarm->isRegistered());
-    EXPECT_EQ(0.0, alarm->getTimeRegistered());
+    EXPECT_EQ(alarm->getTimeRegistered(), 0.0);
     EXPECT_TRUE(alarm.isUnique());
 }
 
 TEST_F(MtAlarmManagerTest, ACallbackIsNotNull)
 {
     Alarm const alarm = manager().createHandle();
-    EXPECT_EQ("callback", failedExpression([&] { alarm->setCallback(nullptr); }));
-    EXPECT_EQ("_callback", failedExpression([&] { Manipulator::callCallback(*alarm, false); }));
+    EXPECT_EQ(failedExpression([&] { alarm->setCallback(nullptr); }), "callback");
+    EXPECT_EQ(failedExpression([&] { Manipulator::callCallback(*alarm, false); }), "_callback");
     EXPECT_FALSE(alarm->hasOccurred());
 }
 
@@ -212,14 +216,14 @@ TEST_F(MtAlarmManagerTest, NothingIsSetWhileRegistered)
     alarm->setRepeatDuration(3.0);
     alarm->setRequestedRepeats(4);
     alarm->setCallback(&other);
-    EXPECT_EQ(_start + 10.0, alarm->getAlarmTime());
-    EXPECT_EQ(10.0, alarm->getDuration());
-    EXPECT_EQ(0.0, alarm->getRepeatDuration());
-    EXPECT_EQ(0U, alarm->getRequestedRepeats());
+    EXPECT_EQ(alarm->getAlarmTime(), _start + 10.0);
+    EXPECT_EQ(alarm->getDuration(), 10.0);
+    EXPECT_EQ(alarm->getRepeatDuration(), 0.0);
+    EXPECT_EQ(alarm->getRequestedRepeats(), 0U);
     passTo(9.0);
-    EXPECT_EQ("", _record.get());
+    EXPECT_EQ(_record.get(), "");
     passTo(10.0);
-    EXPECT_EQ("alarm;", _record.get());
+    EXPECT_EQ(_record.get(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, TheLastOfAlarmTimeAndDurationCounts)
@@ -230,20 +234,20 @@ TEST_F(MtAlarmManagerTest, TheLastOfAlarmTimeAndDurationCounts)
     alarm->setAlarmTime(_start + 3.0);
     passTo(1.0);
     manager().registerAlarm(alarm);
-    EXPECT_EQ(_start + 1.0, alarm->getTimeRegistered());
-    EXPECT_EQ(_start + 3.0, alarm->getAlarmTime());
-    EXPECT_EQ(2.0, alarm->getDuration());
+    EXPECT_EQ(alarm->getTimeRegistered(), _start + 1.0);
+    EXPECT_EQ(alarm->getAlarmTime(), _start + 3.0);
+    EXPECT_EQ(alarm->getDuration(), 2.0);
     passTo(3.0);
-    EXPECT_EQ("alarm;", _record.take());
+    EXPECT_EQ(_record.take(), "alarm;");
 
     alarm->setAlarmTime(_start + 100.0);
     alarm->setDuration(0.5);
     manager().registerAlarm(alarm);
-    EXPECT_EQ(_start + 3.0, alarm->getTimeRegistered());
-    EXPECT_EQ(_start + 3.5, alarm->getAlarmTime());
-    EXPECT_EQ(0.5, alarm->getDuration());
+    EXPECT_EQ(alarm->getTimeRegistered(), _start + 3.0);
+    EXPECT_EQ(alarm->getAlarmTime(), _start + 3.5);
+    EXPECT_EQ(alarm->getDuration(), 0.5);
     passTo(3.5);
-    EXPECT_EQ("alarm;", _record.take());
+    EXPECT_EQ(_record.take(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, ManagersReachWhatIsHidden)
@@ -256,21 +260,21 @@ TEST_F(MtAlarmManagerTest, ManagersReachWhatIsHidden)
     EXPECT_TRUE(Manipulator::prepareForRegistration(*alarm, 1.0));
     EXPECT_FALSE(Manipulator::prepareForRegistration(*alarm, 7.0));
     EXPECT_TRUE(alarm->isRegistered());
-    EXPECT_EQ(1.0, alarm->getTimeRegistered());
-    EXPECT_EQ(3.0, alarm->getAlarmTime());
+    EXPECT_EQ(alarm->getTimeRegistered(), 1.0);
+    EXPECT_EQ(alarm->getAlarmTime(), 3.0);
     Manipulator::setRegisteredAlarmTime(*alarm, 11.0);
-    EXPECT_EQ(11.0, alarm->getAlarmTime());
+    EXPECT_EQ(alarm->getAlarmTime(), 11.0);
     Manipulator::callCallback(*alarm, false);
     EXPECT_TRUE(alarm->hasOccurred());
-    EXPECT_EQ(0U, alarm->getRepeatCount());
+    EXPECT_EQ(alarm->getRepeatCount(), 0U);
     Manipulator::callCallback(*alarm, true);
-    EXPECT_EQ(1U, alarm->getRepeatCount());
-    EXPECT_EQ("alarm;alarm goes;", _record.get());
+    EXPECT_EQ(alarm->getRepeatCount(), 1U);
+    EXPECT_EQ(_record.get(), "alarm;alarm goes;");
     Manipulator::setRegistered(*alarm, false);
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_TRUE(Manipulator::prepareForRegistration(*alarm, 1.0));
     EXPECT_FALSE(alarm->hasOccurred());
-    EXPECT_EQ(1U, alarm->getRepeatCount()); // goes on over registrations
+    EXPECT_EQ(alarm->getRepeatCount(), 1U); // not reset by a registration
 }
 
 // ---- times
@@ -280,10 +284,10 @@ TEST_F(MtAlarmManagerTest, AnAlarmComesAtItsTimeAndNotBefore)
     Alarm const alarm = add("alarm", 2.0);
     EXPECT_TRUE(alarm->isRegistered());
     passTo(1.999999);
-    EXPECT_EQ("", _record.get());
+    EXPECT_EQ(_record.get(), "");
     EXPECT_FALSE(alarm->hasOccurred());
     passTo(2.001);
-    EXPECT_EQ("alarm;", _record.get());
+    EXPECT_EQ(_record.get(), "alarm;");
     EXPECT_TRUE(alarm->hasOccurred());
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_TRUE(alarm.isUnique());
@@ -303,17 +307,17 @@ TEST_F(MtAlarmManagerTest, AnAlarmThatIsPutOffAgainAndAgainWakesNobodyBeforeItsF
         manager().registerAlarm(watchdog);
     }
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(nbSleeps, VirtualTime::getNbSleeps());
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps);
     EXPECT_NEAR(_start + 5.0, VirtualTime::getFirstDeadline(), 0.001);
     passTo(5.001); // woken for nothing
-    EXPECT_EQ(nbSleeps + 1, VirtualTime::getNbSleeps());
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
     EXPECT_NEAR(_start + 9.5, VirtualTime::getFirstDeadline(), 0.001);
 
     manager().deregisterAlarm(watchdog);
     watchdog->setDuration(1.0); // sooner than anybody wakes by himself
     manager().registerAlarm(watchdog);
     passTo(6.002);
-    EXPECT_EQ("bite;", _record.get());
+    EXPECT_EQ(_record.get(), "bite;");
 }
 
 TEST_F(MtAlarmManagerTest, AnAlarmInThePastComesAtOnce)
@@ -321,15 +325,15 @@ TEST_F(MtAlarmManagerTest, AnAlarmInThePastComesAtOnce)
     passTo(10.0);
     Alarm const alarm = add("past", 3.0);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ("past;", _record.get());
-    EXPECT_EQ(-7.0, alarm->getDuration());
+    EXPECT_EQ(_record.get(), "past;");
+    EXPECT_EQ(alarm->getDuration(), -7.0);
 }
 
 TEST_F(MtAlarmManagerTest, AnAlarmOfThisMomentComesAtOnce)
 {
     Alarm const alarm = add("now", 0.0);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ("now;", _record.get());
+    EXPECT_EQ(_record.get(), "now;");
 }
 
 TEST_F(MtAlarmManagerTest, AlarmsComeInTheOrderOfTheirTimes)
@@ -337,9 +341,9 @@ TEST_F(MtAlarmManagerTest, AlarmsComeInTheOrderOfTheirTimes)
     std::vector<Alarm> const alarms = {add("three", 3.0), add("one", 1.0), add("four", 4.0),
                                        add("two", 2.0)};
     passTo(2.5);
-    EXPECT_EQ("one;two;", _record.take());
+    EXPECT_EQ(_record.take(), "one;two;");
     passTo(10.0);
-    EXPECT_EQ("three;four;", _record.take());
+    EXPECT_EQ(_record.take(), "three;four;");
 }
 
 TEST_F(MtAlarmManagerTest, AlarmsOfOneTimeComeInReverseOrderOfRegistration)
@@ -347,7 +351,7 @@ TEST_F(MtAlarmManagerTest, AlarmsOfOneTimeComeInReverseOrderOfRegistration)
     std::vector<Alarm> const alarms = {add("first", 1.0), add("second", 1.0), add("before", 0.5),
                                        add("third", 1.0)};
     passTo(1.0);
-    EXPECT_EQ("before;third;second;first;", _record.get());
+    EXPECT_EQ(_record.get(), "before;third;second;first;");
 }
 
 TEST_F(MtAlarmManagerTest, AHandleThatNobodyHoldsIsDroppedWithoutACall)
@@ -357,7 +361,7 @@ TEST_F(MtAlarmManagerTest, AHandleThatNobodyHoldsIsDroppedWithoutACall)
     Alarm const other = add("other", 1.0);
     dropped = nullptr;
     passTo(1.0);
-    EXPECT_EQ("other;kept;", _record.get());
+    EXPECT_EQ(_record.get(), "other;kept;");
 }
 
 TEST_F(MtAlarmManagerTest, RepeatsFollowTheFirstCall)
@@ -377,18 +381,18 @@ TEST_F(MtAlarmManagerTest, RepeatsFollowTheFirstCall)
                 continue;
             }
             double const due = start + 1.0 + (call == 0 ? 0 : call - 1) * 0.25;
-            EXPECT_EQ(_start + due, alarm->getAlarmTime());
+            EXPECT_EQ(alarm->getAlarmTime(), _start + due);
             passTo(due - 0.001);
-            EXPECT_EQ(expected, _record.get());
+            EXPECT_EQ(_record.get(), expected);
             EXPECT_TRUE(alarm->isRegistered());
             passTo(due);
             expected += "call;";
-            EXPECT_EQ(expected + (call == 0 && nbRepeats ? "call;" : ""), _record.get());
+            EXPECT_EQ(_record.get(), expected + (call == 0 && nbRepeats ? "call;" : ""));
         }
         EXPECT_FALSE(alarm->isRegistered());
-        EXPECT_EQ(nbRepeats, alarm->getRepeatCount());
+        EXPECT_EQ(alarm->getRepeatCount(), nbRepeats);
         passTo(start + 100.0);
-        EXPECT_EQ(expected, _record.take());
+        EXPECT_EQ(_record.take(), expected);
     }
 }
 
@@ -406,8 +410,8 @@ TEST_F(MtAlarmManagerTest, RepeatsAreCountedFromTheRegistrationHoweverLateACallI
     manager().registerAlarm(alarm);
     for (int second = 1; second != 20; ++second)
         passTo(second);
-    EXPECT_EQ((std::vector<double>{1.0, 1.125, 2.0, 7.5, 7.625, 7.75, 7.875, 8.0, 8.125, 9.0}),
-              moments);
+    EXPECT_EQ(moments,
+              (std::vector<double>{1.0, 1.125, 2.0, 7.5, 7.625, 7.75, 7.875, 8.0, 8.125, 9.0}));
 }
 
 TEST_F(MtAlarmManagerTest, ThousandsOfRepeatsDoNotDrift)
@@ -430,7 +434,7 @@ TEST_F(MtAlarmManagerTest, ThousandsOfRepeatsDoNotDrift)
         VirtualTime::awaitAsleep();
         VirtualTime::passTo(VirtualTime::getFirstDeadline());
     }
-    EXPECT_EQ(5000, nbCalls);
+    EXPECT_EQ(nbCalls, 5000);
     EXPECT_LT(worst, 0.0031); // a call's length: that of the first repeat
 }
 
@@ -443,14 +447,14 @@ TEST_F(MtAlarmManagerTest, AHandleMayBeRegisteredAgainWhenItIsOver)
     alarm->setRequestedRepeats(1);
     manager().registerAlarm(alarm);
     passTo(2.0);
-    EXPECT_EQ("call;call;", _record.take());
+    EXPECT_EQ(_record.take(), "call;call;");
     // Its repeats are used up.
     manager().registerAlarm(alarm);
     EXPECT_FALSE(alarm->hasOccurred());
-    EXPECT_EQ(_start + 3.0, alarm->getAlarmTime());
+    EXPECT_EQ(alarm->getAlarmTime(), _start + 3.0);
     passTo(10.0);
-    EXPECT_EQ("call;", _record.take());
-    EXPECT_EQ(1U, alarm->getRepeatCount());
+    EXPECT_EQ(_record.take(), "call;");
+    EXPECT_EQ(alarm->getRepeatCount(), 1U);
 }
 
 TEST_F(MtAlarmManagerTest, ASecondRegistrationDoesNothing)
@@ -458,9 +462,9 @@ TEST_F(MtAlarmManagerTest, ASecondRegistrationDoesNothing)
     Alarm const alarm = add("alarm", 2.0);
     passTo(1.0);
     manager().registerAlarm(alarm);
-    EXPECT_EQ(_start, alarm->getTimeRegistered());
+    EXPECT_EQ(alarm->getTimeRegistered(), _start);
     passTo(5.0);
-    EXPECT_EQ("alarm;", _record.get());
+    EXPECT_EQ(_record.get(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, AnAlarmFarAwayComesAllTheSame)
@@ -470,9 +474,9 @@ TEST_F(MtAlarmManagerTest, AnAlarmFarAwayComesAllTheSame)
     VirtualTime::awaitAsleep();
     EXPECT_LT(VirtualTime::getFirstDeadline(), _start + 50 * DAY); // what one wait can do
     passTo(99 * DAY);
-    EXPECT_EQ("", _record.get());
+    EXPECT_EQ(_record.get(), "");
     passTo(100 * DAY);
-    EXPECT_EQ("far;", _record.get());
+    EXPECT_EQ(_record.get(), "far;");
 }
 
 TEST_F(MtAlarmManagerTest, AnAlarmForNeverNeverComes)
@@ -480,7 +484,7 @@ TEST_F(MtAlarmManagerTest, AnAlarmForNeverNeverComes)
     Alarm const never = add("never", FOR_EVER);
     Alarm const alarm = add("alarm", 1.0);
     passTo(1e8);
-    EXPECT_EQ("alarm;", _record.get());
+    EXPECT_EQ(_record.get(), "alarm;");
     manager().deregisterAlarm(never);
     EXPECT_FALSE(never->isRegistered());
 }
@@ -489,31 +493,31 @@ TEST_F(MtAlarmManagerTest, AnAlarmForNeverNeverComes)
 
 TEST_F(MtAlarmManagerTest, TheThreadSleepsAsLongAsNothingIsDue)
 {
-    EXPECT_EQ(FOR_EVER, VirtualTime::getFirstDeadline());
+    EXPECT_EQ(VirtualTime::getFirstDeadline(), FOR_EVER);
     int const nbSleeps = VirtualTime::getNbSleeps();
     Alarm const late = add("late", 100.0);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(nbSleeps + 1, VirtualTime::getNbSleeps());
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
     EXPECT_NEAR(_start + 100.0, VirtualTime::getFirstDeadline(), 1e-6);
-    // Behind the first one, nobody is woken.
+    // An alarm after the first one wakes no thread.
     std::vector<Alarm> alarms;
     for (int i = 0; i != 50; ++i)
         alarms.push_back(add("later", 101.0 + i));
     for (Alarm const &alarm : alarms)
         manager().deregisterAlarm(alarm);
-    EXPECT_EQ(nbSleeps + 1, VirtualTime::getNbSleeps());
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
     Alarm const early = add("early", 1.0);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(nbSleeps + 2, VirtualTime::getNbSleeps());
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 2);
     EXPECT_NEAR(_start + 1.0, VirtualTime::getFirstDeadline(), 1e-6);
-    // Pulses that were sent before wake nobody again.
+    // Pulses that were sent before wake no thread again.
     passTo(1.0);
-    EXPECT_EQ("early;", _record.get());
-    EXPECT_EQ(nbSleeps + 3, VirtualTime::getNbSleeps());
+    EXPECT_EQ(_record.get(), "early;");
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 3);
     EXPECT_NEAR(_start + 100.0, VirtualTime::getFirstDeadline(), 1e-6);
     passTo(100.0);
-    EXPECT_EQ(FOR_EVER, VirtualTime::getFirstDeadline());
-    EXPECT_EQ(nbSleeps + 4, VirtualTime::getNbSleeps());
+    EXPECT_EQ(VirtualTime::getFirstDeadline(), FOR_EVER);
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 4);
 }
 
 TEST_F(MtAlarmManagerTest, ARestBelowTheWaitsUnitIsSleptThrough)
@@ -521,10 +525,10 @@ TEST_F(MtAlarmManagerTest, ARestBelowTheWaitsUnitIsSleptThrough)
     int const nbSleeps = VirtualTime::getNbSleeps();
     Alarm const alarm = add("alarm", 0.0003);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(nbSleeps + 1, VirtualTime::getNbSleeps());
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
     EXPECT_NEAR(_start + 0.001, VirtualTime::getFirstDeadline(), 1e-9);
     passTo(0.001);
-    EXPECT_EQ("alarm;", _record.get());
+    EXPECT_EQ(_record.get(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, ARestThatIsNegligibleIsNotSleptThrough)
@@ -541,11 +545,11 @@ TEST_F(MtAlarmManagerTest, ARestThatIsNegligibleIsNotSleptThrough)
     beginToPassTo(1.0);
     while (_record.get() != "first;")
         std::this_thread::yield();
-    EXPECT_EQ(nbSleeps, VirtualTime::getNbSleeps()); // it looks at the clock
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps); // it looks at the clock
     VirtualTime::passTo(_start + 1.00000005);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ("first;second;", _record.get());
-    EXPECT_EQ(nbSleeps + 1, VirtualTime::getNbSleeps());
+    EXPECT_EQ(_record.get(), "first;second;");
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
 }
 
 TEST_F(MtAlarmManagerTest, CallsAreMadeByTheAlarmThread)
@@ -559,22 +563,22 @@ TEST_F(MtAlarmManagerTest, CallsAreMadeByTheAlarmThread)
     });
     Alarm const alarm = add(call, 1.0);
     passTo(1.0);
-    EXPECT_EQ("MtAlarmThread", name);
+    EXPECT_EQ(name, "MtAlarmThread");
     EXPECT_FALSE(id.isCurrentThread());
 }
 
 TEST_F(MtAlarmManagerTest, TheThreadFollowsTheManagersPriority)
 {
     Priority &priority = manager().getPriority();
-    EXPECT_EQ("AlarmManagerImp", priority.getName());
+    EXPECT_EQ(priority.getName(), "AlarmManagerImp");
     EXPECT_FALSE(priority.isPriorityFixed());
-    EXPECT_EQ(0, priority.getPriority());
+    EXPECT_EQ(priority.getPriority(), 0);
     std::ostringstream text;
     priority.dump(text, true);
     EXPECT_NE(
-        std::string::npos,
         text.str().find("\n\"equalToAlarmManager\" : AlarmManagerImp (    0 ) == MtAlarmThread ("
-                        "    0 ) valid\n"))
+                        "    0 ) valid\n"),
+        std::string::npos)
         << text.str();
     PriorityRelation const above("test", RtPriorities::getInstance().getRealTimePriority(),
                                  PriorityRelation::LESS, priority);
@@ -585,14 +589,33 @@ TEST_F(MtAlarmManagerTest, TheThreadFollowsTheManagersPriority)
     });
     Alarm const alarm = add(call, 1.0);
     passTo(1.0);
-    EXPECT_EQ(2, level);
+    EXPECT_EQ(level, 2);
 }
 
 TEST_F(MtAlarmManagerTest, TheResolutionIsKept)
 {
-    EXPECT_EQ(0.02, manager().getResolution());
+    EXPECT_EQ(manager().getResolution(), 0.02);
     manager().setResolution(0.5);
-    EXPECT_EQ(0.5, manager().getResolution());
+    EXPECT_EQ(manager().getResolution(), 0.5);
+}
+
+TEST_F(MtAlarmManagerTest, DurationsOfTheStandardLibraryAreSeconds)
+{
+    using namespace std::chrono_literals;
+    MtAlarmManager &base = manager();
+    base.setResolution(250ms);
+    EXPECT_EQ(base.getResolution(), 0.25);
+    Named callback(_record, "alarm");
+    Alarm const alarm = make(callback);
+    alarm->setDuration(2min);
+    EXPECT_EQ(alarm->getDuration(), 120.0);
+    alarm->setRepeatDuration(500ms);
+    EXPECT_EQ(alarm->getRepeatDuration(), 0.5);
+    alarm->setDuration(500ms);
+    manager().registerAlarm(alarm);
+    EXPECT_EQ(alarm->getAlarmTime(), _start + 0.5);
+    passTo(0.5);
+    EXPECT_EQ(_record.take(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, ANullHandleIsRefused)
@@ -604,7 +627,7 @@ TEST_F(MtAlarmManagerTest, ANullHandleIsRefused)
 TEST(MtAlarmManager, IsOneForTheProcess)
 {
     MtAlarmManager &manager = MtAlarmManager::getInstance();
-    EXPECT_EQ(&manager, &MtAlarmManager::getInstance());
+    EXPECT_EQ(&MtAlarmManager::getInstance(), &manager);
     std::binary_semaphore called(0);
     Call call([&](Alarm const &, bool) { called.release(); });
     Alarm const alarm = manager.createHandle();
@@ -621,15 +644,15 @@ TEST(MtAlarmManager, HasAThreadWithTheUsualStack)
 {
     lastStackSize = 0;
     MtAlarmManagerImp manager;
-    EXPECT_EQ(65536u, lastStackSize);
+    EXPECT_EQ(lastStackSize, 65536u);
 }
 
 TEST(MtAlarmManager, WithoutAThreadThereIsNone)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     refuseThread(1);
-    EXPECT_EQ("threadHandle != NULL", failedExpression([] { MtAlarmManagerImp manager; }));
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(failedExpression([] { MtAlarmManagerImp manager; }), "threadHandle != NULL");
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
 }
 
 TEST(MtAlarmManagerDeathTest, ACallbackThatThrowsEndsTheProcess)
@@ -657,7 +680,7 @@ TEST_F(MtAlarmManagerTest, ADeregisteredAlarmDoesNotCome)
     EXPECT_TRUE(alarm.isUnique());
     manager().deregisterAlarm(alarm);
     passTo(3.0);
-    EXPECT_EQ("other;", _record.get());
+    EXPECT_EQ(_record.get(), "other;");
     EXPECT_FALSE(alarm->hasOccurred());
 }
 
@@ -666,7 +689,7 @@ TEST_F(MtAlarmManagerTest, WhatWasNeverRegisteredIsDeregisteredWithoutEffect)
     Alarm const alarm = manager().createHandle();
     manager().deregisterAlarm(alarm);
     EXPECT_FALSE(alarm->isRegistered());
-    // Nor does it come off another manager.
+    // Another manager cannot deregister it either.
     Alarm const mine = add("mine", 1.0);
     {
         MtAlarmManagerImp other;
@@ -674,7 +697,7 @@ TEST_F(MtAlarmManagerTest, WhatWasNeverRegisteredIsDeregisteredWithoutEffect)
         EXPECT_TRUE(mine->isRegistered());
     }
     passTo(1.0);
-    EXPECT_EQ("mine;", _record.get());
+    EXPECT_EQ(_record.get(), "mine;");
 }
 
 TEST_F(MtAlarmManagerTest, ACallbackEndsItsOwnRepeatsWithoutWaiting)
@@ -693,8 +716,8 @@ TEST_F(MtAlarmManagerTest, ACallbackEndsItsOwnRepeatsWithoutWaiting)
     manager().registerAlarm(alarm);
     for (int second = 1; second != 10; ++second)
         passTo(second);
-    EXPECT_EQ(3, nbCalls);
-    EXPECT_EQ(2U, alarm->getRepeatCount());
+    EXPECT_EQ(nbCalls, 3);
+    EXPECT_EQ(alarm->getRepeatCount(), 2U);
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_TRUE(alarm.isUnique());
 }
@@ -708,7 +731,7 @@ TEST_F(MtAlarmManagerTest, ACallbackMayRegisterItsAlarmAnew)
         alarm->setDuration(static_cast<double>(moments.size()));
         if (moments.size() != 4)
             manager().registerAlarm(alarm);
-        EXPECT_EQ(moments.size() != 4, alarm->isRegistered());
+        EXPECT_EQ(alarm->isRegistered(), moments.size() != 4);
     });
     for (unsigned const nbRepeats : {0U, 7U}) {
         moments.clear();
@@ -720,10 +743,10 @@ TEST_F(MtAlarmManagerTest, ACallbackMayRegisterItsAlarmAnew)
         manager().registerAlarm(alarm);
         for (int second = 1; second != 20; ++second) {
             passTo(second);
-            EXPECT_EQ(moments.size() != 4, alarm->isRegistered());
+            EXPECT_EQ(alarm->isRegistered(), moments.size() != 4);
         }
-        EXPECT_EQ((std::vector<double>{1.0, 2.0, 4.0, 7.0}), moments);
-        EXPECT_EQ(0U, alarm->getRepeatCount());
+        EXPECT_EQ(moments, (std::vector<double>{1.0, 2.0, 4.0, 7.0}));
+        EXPECT_EQ(alarm->getRepeatCount(), 0U);
         EXPECT_TRUE(alarm.isUnique());
     }
 }
@@ -742,7 +765,7 @@ TEST_F(MtAlarmManagerTest, ACallbackMayTakeItsNewRegistrationBack)
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_TRUE(alarm.isUnique());
     passTo(10.0);
-    EXPECT_EQ("call;", _record.get());
+    EXPECT_EQ(_record.get(), "call;");
 }
 
 TEST_F(MtAlarmManagerTest, ACallbackMayRegisterAndDeregisterOthers)
@@ -756,7 +779,7 @@ TEST_F(MtAlarmManagerTest, ACallbackMayRegisterAndDeregisterOthers)
     });
     Alarm const alarm = add(call, 1.0);
     passTo(1.0);
-    EXPECT_EQ("call;added;", _record.get());
+    EXPECT_EQ(_record.get(), "call;added;");
     EXPECT_FALSE(victim->isRegistered());
 }
 
@@ -801,13 +824,13 @@ TEST_F(MtAlarmManagerTest, ADeregistrationWaitsForACallThatIsUnderWay)
     std::thread one(deregister);
     std::thread other(deregister);
     VirtualTime::awaitAsleep(2); // both wait, and the thread of the alarms is in the callback
-    EXPECT_EQ(0, nbReturned);
+    EXPECT_EQ(nbReturned, 0);
     EXPECT_TRUE(alarm->isRegistered());
     held._go.release();
     one.join();
     other.join();
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(1, held._nbCalls); // though the next repeat was due already
+    EXPECT_EQ(held._nbCalls, 1); // though the next repeat was due already
 }
 
 TEST_F(MtAlarmManagerTest, ADeregistrationDoesNotWaitForOthersCalls)
@@ -818,7 +841,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationDoesNotWaitForOthersCalls)
     Alarm const later = add("later", 2.0);
     beginToPassTo(1.0);
     held._begun.acquire();
-    EXPECT_EQ("other;", _record.get());
+    EXPECT_EQ(_record.get(), "other;");
     manager().deregisterAlarm(other);
     manager().deregisterAlarm(later);
     EXPECT_TRUE(held._isRunning);
@@ -826,7 +849,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationDoesNotWaitForOthersCalls)
     held._go.release();
     VirtualTime::awaitAsleep();
     passTo(3.0);
-    EXPECT_EQ("other;added;", _record.get());
+    EXPECT_EQ(_record.get(), "other;added;");
 }
 
 TEST_F(MtAlarmManagerTest, ADeregistrationReturnsThoughOthersAreAlwaysDue)
@@ -850,7 +873,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationReturnsThoughOthersAreAlwaysDue)
     thread.join(); // while the other alarm is called again and again
     isOver = true;
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(1, held._nbCalls);
+    EXPECT_EQ(held._nbCalls, 1);
 }
 
 TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAnewIsEndedFromOutsideAllTheSame)
@@ -905,8 +928,8 @@ TEST_F(MtRestlessAlarmTest, ComesBeforeLaterOnes)
     Call call([&](Alarm const &, bool) { nbBefore = _nbCalls; });
     Alarm const later = add(call, 1.5);
     passTo(2.0);
-    EXPECT_EQ(1000, nbBefore);
-    EXPECT_EQ(1000, _nbCalls);
+    EXPECT_EQ(nbBefore, 1000);
+    EXPECT_EQ(_nbCalls, 1000);
     EXPECT_FALSE(_alarm->isRegistered());
 }
 
@@ -919,7 +942,7 @@ TEST_F(MtRestlessAlarmTest, LeavesOthersTheirTurn)
     beginToPassTo(2.0);
     called.acquire();
     EXPECT_GE(_nbCalls, 1000);
-    EXPECT_EQ(_start + 1.0, _alarm->getAlarmTime()) << "its own moment stays";
+    EXPECT_EQ(_alarm->getAlarmTime(), _start + 1.0) << "its own moment stays";
     manager().deregisterAlarm(_alarm);
     EXPECT_FALSE(_alarm->isRegistered());
 }
@@ -931,7 +954,7 @@ TEST_F(MtRestlessAlarmTest, DoesNotKeepTheManagerFromItsEnd)
     while (_nbCalls == 0)
         std::this_thread::yield();
     end();
-    EXPECT_EQ(1, _nbFarewells);
+    EXPECT_EQ(_nbFarewells, 1);
     EXPECT_FALSE(_alarm->isRegistered());
 }
 
@@ -952,9 +975,9 @@ TEST_F(MtAlarmManagerTest, TheManagersEndIsToldToAllThatAreLeft)
     });
     Alarm const here = add(call, 4.0);
     passTo(0.5);
-    EXPECT_EQ("over;", _record.take());
+    EXPECT_EQ(_record.take(), "over;");
     end();
-    EXPECT_EQ("one goes;other two goes;two goes;nobody's goes;", _record.get());
+    EXPECT_EQ(_record.get(), "one goes;other two goes;two goes;nobody's goes;");
     EXPECT_TRUE(caller.isCurrentThread());
     for (Alarm const &alarm : {one, two, otherTwo, here}) {
         EXPECT_FALSE(alarm->isRegistered());
@@ -974,7 +997,7 @@ TEST_F(MtAlarmManagerTest, ACallAtTheManagersEndMayRegisterAndDeregister)
     });
     Alarm const alarm = add(call, 1.0);
     end();
-    EXPECT_EQ("added goes;", _record.get());
+    EXPECT_EQ(_record.get(), "added goes;");
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_FALSE(victim->isRegistered());
     EXPECT_FALSE(added->isRegistered());
@@ -990,9 +1013,9 @@ TEST_F(MtAlarmManagerTest, ACallThatThrowsAtTheManagersEndKeepsNothingFromTheOth
         delete _manager;
         ADD_FAILURE() << "nothing was thrown";
     } catch (std::runtime_error const &error) {
-        EXPECT_STREQ("not now", error.what());
+        EXPECT_STREQ(error.what(), "not now");
     }
-    EXPECT_EQ("alarm goes;", _record.get());
+    EXPECT_EQ(_record.get(), "alarm goes;");
     EXPECT_FALSE(failing->isRegistered());
 }
 
@@ -1014,8 +1037,8 @@ TEST_F(MtAlarmManagerTest, AManagerThatIsDestroyedWhileItCallsLetsTheCallEnd)
     EXPECT_TRUE(held._isRunning);
     held._go.release();
     thread.join();
-    EXPECT_EQ(1, held._nbCalls);
-    EXPECT_EQ("later goes;", _record.get());
+    EXPECT_EQ(held._nbCalls, 1);
+    EXPECT_EQ(_record.get(), "later goes;");
 }
 
 // ---- many of them
@@ -1034,7 +1057,7 @@ TEST_F(MtAlarmManagerTest, ManyAlarmsComeInOrder)
     for (int i = 0; i < NB; i += 3)
         manager().deregisterAlarm(alarms[static_cast<std::size_t>(i)]);
     passTo(10.0);
-    EXPECT_EQ(static_cast<std::size_t>(NB - (NB + 2) / 3), moments.size());
+    EXPECT_EQ(moments.size(), static_cast<std::size_t>(NB - (NB + 2) / 3));
     EXPECT_TRUE(std::is_sorted(moments.begin(), moments.end()));
 }
 
@@ -1082,4 +1105,5 @@ TEST(MtAlarmManager, ThreadsRegisterAndDeregisterAtTheirPleasure)
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <limits>
@@ -44,7 +45,10 @@ extern "C" DWORD __wrap__ZN10ZvPlatform21WaitForSingleObjectExEPvji(HANDLE handl
     return __real__ZN10ZvPlatform21WaitForSingleObjectExEPvji(handle, milliseconds, alertable);
 }
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 using Queue = MtContainer<std::queue<int, Deque<int>>>;
@@ -137,13 +141,13 @@ TEST(MtContainer, HandsElementsOverInOrder)
     queue.produce(1);
     queue.produce(2);
     EXPECT_TRUE(queue.tryProduce(3));
-    EXPECT_EQ(3U, queue.getSize());
-    EXPECT_EQ(1, queue.consume());
+    EXPECT_EQ(queue.getSize(), 3U);
+    EXPECT_EQ(queue.consume(), 1);
     int element = 0;
     EXPECT_TRUE(queue.tryConsume(element));
-    EXPECT_EQ(2, element);
+    EXPECT_EQ(element, 2);
     EXPECT_TRUE(queue.timedConsume(element, 1.0));
-    EXPECT_EQ(3, element);
+    EXPECT_EQ(element, 3);
     EXPECT_TRUE(queue.isEmpty());
 }
 
@@ -152,22 +156,22 @@ TEST(MtContainer, AdaptsPriorityQueuesAsWell)
     MtContainer<std::priority_queue<int>> queue("priorities");
     for (int number : {2, 3, 1})
         queue.produce(number);
-    EXPECT_EQ(3, queue.consume());
-    EXPECT_EQ(2, queue.consume());
-    EXPECT_EQ(1, queue.consume());
+    EXPECT_EQ(queue.consume(), 3);
+    EXPECT_EQ(queue.consume(), 2);
+    EXPECT_EQ(queue.consume(), 1);
 }
 
 TEST(MtContainer, ACapacityOfZeroMeansNoLimit)
 {
     Queue queue("queue", 0);
-    EXPECT_EQ(std::numeric_limits<std::uint64_t>::max(), queue.getCapacity());
+    EXPECT_EQ(queue.getCapacity(), std::numeric_limits<std::uint64_t>::max());
     for (int i = 0; i < 10000; ++i)
         ASSERT_TRUE(queue.tryProduce(i));
     int element = 0;
     while (queue.tryConsume(element)) {
     }
-    EXPECT_EQ(9999, element);
-    EXPECT_EQ(7U, Queue("queue", 7).getCapacity());
+    EXPECT_EQ(element, 9999);
+    EXPECT_EQ(Queue("queue", 7).getCapacity(), 7U);
 }
 
 TEST(MtContainer, TryingOnAnEmptyOneLeavesTheElementAlone)
@@ -177,7 +181,7 @@ TEST(MtContainer, TryingOnAnEmptyOneLeavesTheElementAlone)
     EXPECT_FALSE(queue.tryConsume(element));
     EXPECT_FALSE(queue.timedConsume(element, -1.0));
     EXPECT_FALSE(queue.timedConsume(element, 0.001));
-    EXPECT_EQ(5, element);
+    EXPECT_EQ(element, 5);
 }
 
 TEST(MtContainer, TryingOnAFullOneLeavesTheElementAlone)
@@ -187,11 +191,11 @@ TEST(MtContainer, TryingOnAFullOneLeavesTheElementAlone)
     auto owner = std::make_unique<int>(2);
     EXPECT_FALSE(queue.tryProduce(std::move(owner)));
     ASSERT_TRUE(owner);
-    EXPECT_EQ(2, *owner);
-    EXPECT_EQ(1, *queue.consume());
+    EXPECT_EQ(*owner, 2);
+    EXPECT_EQ(*queue.consume(), 1);
     EXPECT_TRUE(queue.tryProduce(std::move(owner)));
     EXPECT_FALSE(owner);
-    EXPECT_EQ(2, *queue.consume());
+    EXPECT_EQ(*queue.consume(), 2);
 }
 
 TEST(MtContainer, TellsItsObserverOutsideTheLock)
@@ -203,16 +207,16 @@ TEST(MtContainer, TellsItsObserverOutsideTheLock)
         queue.produce(std::make_unique<int>(1));
         EXPECT_TRUE(queue.tryProduce(std::make_unique<int>(2)));
         EXPECT_FALSE(queue.tryProduce(std::make_unique<int>(3)));
-        EXPECT_EQ("produced empty of 1;produced empty of 2;", record);
+        EXPECT_EQ(record, "produced empty of 1;produced empty of 2;");
         record.clear();
-        EXPECT_EQ(1, *queue.consume());
+        EXPECT_EQ(*queue.consume(), 1);
         std::unique_ptr<int> element;
         EXPECT_TRUE(queue.tryConsume(element));
         EXPECT_FALSE(queue.tryConsume(element));
-        EXPECT_EQ("consumed 1 of 1;consumed 2 of 0;", record);
+        EXPECT_EQ(record, "consumed 1 of 1;consumed 2 of 0;");
         record.clear();
     }
-    EXPECT_EQ("destroyed;gone;", record);
+    EXPECT_EQ(record, "destroyed;gone;");
 }
 
 TEST(MtContainer, HasOneObserverForLife)
@@ -220,24 +224,26 @@ TEST(MtContainer, HasOneObserverForLife)
     std::string record;
     Queue queue("queue");
     queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
-    EXPECT_EQ("_observer.isNull()", failedExpression([&] {
+    EXPECT_EQ(failedExpression([&] {
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
-              }));
+              }),
+              "_observer.isNull()");
     queue.produce(1); // the lock is free, the first observer stays
-    EXPECT_EQ(1, queue.consume());
-    EXPECT_EQ("gone;produced 1 of 1;consumed 1 of 0;", record);
+    EXPECT_EQ(queue.consume(), 1);
+    EXPECT_EQ(record, "gone;produced 1 of 1;consumed 1 of 0;");
 }
 
 TEST(MtContainer, DestroyedWithElementsFailsAnAssertion)
 {
     std::string record;
-    EXPECT_EQ("_container.empty()", failedExpression([&] {
+    EXPECT_EQ(failedExpression([&] {
                   Queue queue("queue");
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
                   queue.produce(1);
                   record.clear();
-              }));
-    EXPECT_EQ("destroyed;gone;", record);
+              }),
+              "_container.empty()");
+    EXPECT_EQ(record, "destroyed;gone;");
 }
 
 TEST(MtContainer, LetsItsObserverGoBeforeItsAssertionFails)
@@ -251,11 +257,12 @@ TEST(MtContainer, LetsItsObserverGoBeforeItsAssertionFails)
         void performConsumed(Queue &, int const &) override {}
     };
     nbPassing = -1;
-    EXPECT_EQ("_container.empty()", failedExpression([&] {
+    EXPECT_EQ(failedExpression([&] {
                   Queue queue("queue");
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Witness));
                   queue.produce(1);
-              }));
+              }),
+              "_container.empty()");
     EXPECT_EQ(nbPassing, 0);
 }
 
@@ -265,10 +272,10 @@ TEST(MtContainer, AConsumerWaitsForAnElement)
     std::atomic<int> got{0};
     Runner consumer([&] { got = queue.consume(); });
     consumer.waitUntilAsleep();
-    EXPECT_EQ(0, got);
+    EXPECT_EQ(got, 0);
     queue.produce(7);
     consumer.join();
-    EXPECT_EQ(7, got);
+    EXPECT_EQ(got, 7);
 }
 
 TEST(MtContainer, AProducerWaitsForRoom)
@@ -282,10 +289,10 @@ TEST(MtContainer, AProducerWaitsForRoom)
     });
     producer.waitUntilAsleep();
     EXPECT_FALSE(produced);
-    EXPECT_EQ(1U, queue.getSize());
-    EXPECT_EQ(1, queue.consume());
+    EXPECT_EQ(queue.getSize(), 1U);
+    EXPECT_EQ(queue.consume(), 1);
     producer.join();
-    EXPECT_EQ(2, queue.consume());
+    EXPECT_EQ(queue.consume(), 2);
 }
 
 TEST(MtContainer, AdmitsAnElementAlsoIfItIsFull)
@@ -348,7 +355,7 @@ TEST(MtContainer, ATimedConsumerGetsWhatComesInTime)
     queue.produce(7);
     consumer.join();
     EXPECT_TRUE(got);
-    EXPECT_EQ(7, element);
+    EXPECT_EQ(element, 7);
 }
 
 TEST(MtContainer, NoPulseIsSentWhereNobodyWaits)
@@ -359,20 +366,20 @@ TEST(MtContainer, NoPulseIsSentWhereNobodyWaits)
     for (int i = 0; i < 100; ++i) {
         queue.produce(i);
         EXPECT_FALSE(queue.tryProduce(i));
-        EXPECT_EQ(i, queue.consume());
+        EXPECT_EQ(queue.consume(), i);
         EXPECT_FALSE(queue.tryConsume(element));
     }
     EXPECT_FALSE(queue.timedConsume(element, 0.001));
     queue.produce(1);
     EXPECT_TRUE(queue.timedConsume(element, 0.001));
-    EXPECT_EQ(0, nbPulses);
+    EXPECT_EQ(nbPulses, 0);
 
     Runner consumer([&] { element = queue.consume(); });
     consumer.waitUntilAsleep();
     queue.produce(7);
     consumer.join();
-    EXPECT_EQ(7, element);
-    EXPECT_EQ(1, nbPulses);
+    EXPECT_EQ(element, 7);
+    EXPECT_EQ(nbPulses, 1);
 }
 
 TEST(MtContainer, EachWaiterIsWoken)
@@ -389,7 +396,7 @@ TEST(MtContainer, EachWaiterIsWoken)
         queue.produce(i);
     for (auto const &consumer : consumers)
         consumer->join();
-    EXPECT_EQ(1 + 2 + 3 + 4, sum);
+    EXPECT_EQ(sum, 1 + 2 + 3 + 4);
 }
 
 TEST(MtContainer, NothingIsLostBetweenThreadsOfAllKinds)
@@ -421,7 +428,7 @@ TEST(MtContainer, NothingIsLostBetweenThreadsOfAllKinds)
         });
     for (std::thread &thread : threads)
         thread.join();
-    EXPECT_EQ(long{PRODUCERS} * EACH * (EACH + 1) / 2, sum);
+    EXPECT_EQ(sum, long{PRODUCERS} * EACH * (EACH + 1) / 2);
     EXPECT_TRUE(queue.isEmpty());
 }
 
@@ -441,7 +448,8 @@ TEST(MtContainer, ATimedConsumerThatIsWokenInVainEndsInTime)
     EXPECT_EQ(limits, (std::vector<DWORD>{1000, 750, 500, 250}));
 }
 
-// ---- elements that throw --------------------------------------------------------------------------------
+// ---- elements that throw
+// --------------------------------------------------------------------------------
 
 /// Lets the next copy, or the next move, of such an element throw.
 struct Fragile
@@ -555,8 +563,25 @@ TEST(MtContainer, AnElementThatCannotBeMovedOutStays)
     EXPECT_EQ(failureOf([&] { static_cast<void>(queue.consume()); }), "the move");
     EXPECT_EQ(queue.consume().value, 7);
     Fragile::copyThrows = true;
-    EXPECT_EQ(failureOf([&] { queue.tryProduce(seven); }), "the copy");
+    EXPECT_EQ(failureOf([&] { static_cast<void>(queue.tryProduce(seven)); }), "the copy");
     EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST(MtContainer, WaitsForADurationOfTheStandardLibrary)
+{
+    Queue queue("queue");
+    DWORD asked = 0;
+    answerWait = [&asked](DWORD milliseconds) {
+        asked = milliseconds;
+        return WAIT_TIMEOUT;
+    };
+    int element = 0;
+    EXPECT_FALSE(queue.timedConsume(element, std::chrono::milliseconds(250)));
+    answerWait = nullptr;
+    EXPECT_EQ(asked, 250U);
+    queue.produce(7);
+    EXPECT_TRUE(queue.timedConsume(element, std::chrono::seconds(0)));
+    EXPECT_EQ(element, 7);
 }
 
 TEST(MtContainer, AWaitThatFailsIsCountedNoMore)
@@ -566,7 +591,7 @@ TEST(MtContainer, AWaitThatFailsIsCountedNoMore)
     int element = 0;
     char const * const text = "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT";
     EXPECT_EQ(failedExpression([&] { static_cast<void>(queue.consume()); }), text);
-    EXPECT_EQ(failedExpression([&] { queue.timedConsume(element, 1.0); }), text);
+    EXPECT_EQ(failedExpression([&] { static_cast<void>(queue.timedConsume(element, 1.0)); }), text);
     queue.produce(1);
     EXPECT_EQ(failedExpression([&] { queue.produce(2); }), text);
     answerWait = nullptr;
@@ -636,7 +661,8 @@ TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
     producer.waitUntilAsleep();
     {
         Ending element([] { throw std::runtime_error("the end of the old one"); });
-        EXPECT_EQ(failureOf([&] { queue.tryConsume(element); }), "the end of the old one");
+        EXPECT_EQ(failureOf([&] { static_cast<void>(queue.tryConsume(element)); }),
+                  "the end of the old one");
         EXPECT_FALSE(element.isNull());
         EXPECT_EQ(record, "consumed;");
     }
@@ -648,16 +674,18 @@ TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
 TEST(MtContainer, DestroyedWithElementsThatThrowFailsAnAssertion)
 {
     int nbEnded = 0;
-    EXPECT_EQ("_container.empty()", failedExpression([&] {
+    EXPECT_EQ(failedExpression([&] {
                   EndingQueue queue("queue");
                   for (int i = 0; i < 2; ++i)
                       queue.produce(Ending([&] {
                           ++nbEnded;
                           throw std::runtime_error("the end");
                       }));
-              }));
+              }),
+              "_container.empty()");
     EXPECT_EQ(nbEnded, 2);
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

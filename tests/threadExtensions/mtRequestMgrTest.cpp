@@ -1,7 +1,7 @@
 #include "resmgt/threadExtensions/mtRequestMgr.h"
 
 #include "asleep.h"
-#include "resmgt/threadExtensions/mtGroupCommand.h"
+#include "resmgt/threadExtensions/mtTask.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,10 @@
 #include <thread>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 template <class Action>
@@ -49,21 +52,21 @@ TEST(MtRequestMgr, CountsEachTagByItself)
     mgr.incRequestCount(a);
     mgr.incRequestCount(a);
     mgr.incRequestCount(b);
-    EXPECT_EQ(2U, mgr.getRequestCount(a));
-    EXPECT_EQ(1U, mgr.getRequestCount(b));
+    EXPECT_EQ(mgr.getRequestCount(a), 2U);
+    EXPECT_EQ(mgr.getRequestCount(b), 1U);
     mgr.decRequestCount(a);
-    EXPECT_EQ(1U, mgr.getRequestCount(a));
+    EXPECT_EQ(mgr.getRequestCount(a), 1U);
 }
 
 TEST(MtRequestMgr, RefusesInvalidTags)
 {
     MtRequestMgr mgr;
     MtRequestTag const none;
-    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.releaseTag(none); }));
-    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.getRequestCount(none); }));
-    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.incRequestCount(none); }));
-    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.decRequestCount(none); }));
-    EXPECT_EQ("tag.isValid()", failedExpression([&] { mgr.waitRequestCountZero(none); }));
+    EXPECT_EQ(failedExpression([&] { mgr.releaseTag(none); }), "tag.isValid()");
+    EXPECT_EQ(failedExpression([&] { mgr.getRequestCount(none); }), "tag.isValid()");
+    EXPECT_EQ(failedExpression([&] { mgr.incRequestCount(none); }), "tag.isValid()");
+    EXPECT_EQ(failedExpression([&] { mgr.decRequestCount(none); }), "tag.isValid()");
+    EXPECT_EQ(failedExpression([&] { mgr.waitRequestCountZero(none); }), "tag.isValid()");
     EXPECT_TRUE(mgr.acquireTag().isValid()); // the lock is free again
 }
 
@@ -72,7 +75,7 @@ TEST(MtRequestMgr, DoesNotReleaseATagWithRequests)
     MtRequestMgr mgr;
     MtRequestTag const tag = mgr.acquireTag();
     mgr.incRequestCount(tag);
-    EXPECT_EQ("(*tag._id).first == 0", failedExpression([&] { mgr.releaseTag(tag); }));
+    EXPECT_EQ(failedExpression([&] { mgr.releaseTag(tag); }), "(*tag._id).first == 0");
     mgr.decRequestCount(tag);
     mgr.releaseTag(tag);
 }
@@ -82,7 +85,7 @@ TEST(MtRequestMgr, WrapsAroundBelowZero)
     MtRequestMgr mgr;
     MtRequestTag const tag = mgr.acquireTag();
     mgr.decRequestCount(tag);
-    EXPECT_EQ(std::numeric_limits<unsigned>::max(), mgr.getRequestCount(tag));
+    EXPECT_EQ(mgr.getRequestCount(tag), std::numeric_limits<unsigned>::max());
 }
 
 TEST(MtRequestMgr, WaitingForACountOfZeroReturnsAtOnceAndLatchesNothing)
@@ -90,7 +93,8 @@ TEST(MtRequestMgr, WaitingForACountOfZeroReturnsAtOnceAndLatchesNothing)
     MtRequestMgr mgr;
     MtRequestTag const tag = mgr.acquireTag();
     mgr.waitRequestCountZero(tag);
-    // Had that wait made a pulse, this turn to 0 would set it for good, and the wait below would not wait.
+    // Had that wait made a pulse, this turn to 0 would set it for good, and the wait below would
+    // not wait.
     mgr.incRequestCount(tag);
     mgr.decRequestCount(tag);
     mgr.incRequestCount(tag);
@@ -116,7 +120,7 @@ TEST(MtRequestMgr, WaitsUntilAllAreDone)
         for (int i = 0; i < 4; ++i)
             workers.emplace_back([&] { mgr.decRequestCount(tag); });
         mgr.waitRequestCountZero(tag);
-        EXPECT_EQ(0U, mgr.getRequestCount(tag));
+        EXPECT_EQ(mgr.getRequestCount(tag), 0U);
         for (std::thread &worker : workers)
             worker.join();
         mgr.releaseTag(tag);
@@ -139,8 +143,8 @@ TEST(MtRequestMgr, ATagThatHasBeenWaitedForNeverWaitsAgain)
     mgr.decRequestCount(tag);
     waiter.join();
     mgr.incRequestCount(tag);
-    mgr.waitRequestCountZero(tag); // would wait for ever
-    EXPECT_EQ(1U, mgr.getRequestCount(tag));
+    mgr.waitRequestCountZero(tag); // would not return
+    EXPECT_EQ(mgr.getRequestCount(tag), 1U);
     mgr.decRequestCount(tag);
     mgr.releaseTag(tag);
 }
@@ -157,7 +161,7 @@ TEST(MtGroupCommand, CallsItsFunction)
     MtRequestTag const tag = mgr.acquireTag();
     MtGroupCommand command(tag, addOne, &calls);
     command.execute();
-    EXPECT_EQ(1, calls);
+    EXPECT_EQ(calls, 1);
     EXPECT_TRUE(command.getTag() == tag);
 
     MtGroupCommand copy(command);
@@ -168,7 +172,7 @@ TEST(MtGroupCommand, CallsItsFunction)
     assigned = command;
     EXPECT_TRUE(assigned.getTag() == tag);
     assigned.execute();
-    EXPECT_EQ(3, calls);
+    EXPECT_EQ(calls, 3);
     assigned.setTag(MtRequestTag());
     EXPECT_FALSE(assigned.getTag().isValid());
     EXPECT_TRUE(command.getTag() == tag);
@@ -177,8 +181,9 @@ TEST(MtGroupCommand, CallsItsFunction)
 TEST(MtGroupCommand, WithoutAFunctionFailsAnAssertion)
 {
     MtGroupCommand command;
-    EXPECT_EQ("_function != 0", failedExpression([&] { command.execute(); }));
+    EXPECT_EQ(failedExpression([&] { command.execute(); }), "_function != 0");
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -7,7 +7,7 @@
 #include "resmgt/threadExtensions/mtRequestMgr.h"
 #include "resmgt/threadExtensions/mtTask.h"
 #include "resmgt/threads/mtPriorityMgr.h"
-#include "resmgt/threads/mtSpecificDataRegistry.h"
+#include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityRelation.h"
@@ -35,7 +35,10 @@
 
 #include <sched.h>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Does something, and tells when it is destroyed.
@@ -191,14 +194,14 @@ private:
 TEST(MtThreadPool, NoThreadsMakeNoCalls)
 {
     QueuePool pool(0);
-    EXPECT_EQ(0U, pool.getNbThreads());
+    EXPECT_EQ(pool.getNbThreads(), 0U);
     pool.start();
     EXPECT_TRUE(pool.isRunning());
     pool.add([] { FAIL(); });
     pool.stop();
     EXPECT_FALSE(pool.isRunning());
-    EXPECT_EQ(1, pool.getNbStops());
-    EXPECT_EQ("", pool.getRounds(0));
+    EXPECT_EQ(pool.getNbStops(), 1);
+    EXPECT_EQ(pool.getRounds(0), "");
 }
 
 TEST(MtThreadPool, NobodyRunsBeforeTheStart)
@@ -206,12 +209,12 @@ TEST(MtThreadPool, NobodyRunsBeforeTheStart)
     unsigned const nbBefore = MtThreadMgr::getInstance().getNbThreads();
     {
         QueuePool pool(3);
-        EXPECT_EQ(3U, pool.getNbThreads());
-        EXPECT_EQ(nbBefore + 3, MtThreadMgr::getInstance().getNbThreads());
+        EXPECT_EQ(pool.getNbThreads(), 3U);
+        EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbBefore + 3);
         EXPECT_FALSE(pool.isRunning());
         pool.add([] { FAIL(); });
     }
-    EXPECT_EQ(nbBefore, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbBefore);
 }
 
 TEST(MtThreadPool, EachWorkerGoesRoundAndRoundAndOnceMoreAfterTheStop)
@@ -226,8 +229,8 @@ TEST(MtThreadPool, EachWorkerGoesRoundAndRoundAndOnceMoreAfterTheStop)
     while (pool.getRounds(0) != "oedoedo")
         std::this_thread::yield();
     pool.stop();
-    EXPECT_EQ("oedoedoed", pool.getRounds(0));
-    EXPECT_EQ(1, pool.getNbStops());
+    EXPECT_EQ(pool.getRounds(0), "oedoedoed");
+    EXPECT_EQ(pool.getNbStops(), 1);
 }
 
 TEST(MtThreadPool, AllWorkersWorkAtOnce)
@@ -246,7 +249,7 @@ TEST(MtThreadPool, AllWorkersWorkAtOnce)
             gate.pass();
         });
     gate.awaitArrivals(5);
-    EXPECT_EQ(5U, threads.size());
+    EXPECT_EQ(threads.size(), 5U);
     gate.open(5);
 }
 
@@ -260,21 +263,21 @@ TEST(MtThreadPool, ASecondStartMakesNoSecondSetOfThreads)
     gate.awaitArrivals(1);
     pool.start();
     EXPECT_TRUE(pool.isRunning());
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
     gate.open(1);
     pool.stop();
-    EXPECT_EQ(1, pool.getNbStops());
+    EXPECT_EQ(pool.getNbStops(), 1);
 }
 
 TEST(MtThreadPool, AStopOfAPoolThatDoesNotRunWakesNobody)
 {
     QueuePool pool(2);
     pool.stop();
-    EXPECT_EQ(0, pool.getNbStops());
+    EXPECT_EQ(pool.getNbStops(), 0);
     pool.start();
     pool.stop();
     pool.stop();
-    EXPECT_EQ(1, pool.getNbStops());
+    EXPECT_EQ(pool.getNbStops(), 1);
 }
 
 TEST(MtThreadPool, RunsAgainAfterAStop)
@@ -287,7 +290,7 @@ TEST(MtThreadPool, RunsAgainAfterAStop)
         done.acquire();
         pool.stop();
     }
-    EXPECT_EQ(3, pool.getNbStops());
+    EXPECT_EQ(pool.getNbStops(), 3);
 }
 
 TEST(MtThreadPool, AWorkersIndexTakesTwoColumnsOfItsName)
@@ -307,12 +310,12 @@ TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
     std::array<std::atomic<int>, 2> levels{-1, -1};
     Gate gate;
     QueuePool pool(2);
-    EXPECT_EQ("Disk", pool.getName());
+    EXPECT_EQ(pool.getName(), "Disk");
     EXPECT_FALSE(pool.isPriorityFixed());
-    EXPECT_EQ(0, pool.getPriority());
+    EXPECT_EQ(pool.getPriority(), 0);
     PriorityRelation const above("test", RtPriorities::getInstance().getRealTimePriority(),
                                  PriorityRelation::LESS, pool);
-    EXPECT_EQ(2, pool.getPriority());
+    EXPECT_EQ(pool.getPriority(), 2);
     pool.start();
     for (auto &level : levels)
         pool.add([&gate, &level] {
@@ -321,19 +324,20 @@ TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
             gate.pass();
         });
     gate.awaitArrivals(2);
-    EXPECT_EQ(2, levels[0]);
-    EXPECT_EQ(2, levels[1]);
+    EXPECT_EQ(levels[0], 2);
+    EXPECT_EQ(levels[1], 2);
     std::ostringstream relations;
     pool.dump(relations, true);
     for (char const *line : {"\n\"equalGroup\" : Disk (    2 ) == Disk 0 (    2 ) valid\n",
                              "\n\"equalGroup\" : Disk (    2 ) == Disk 1 (    2 ) valid\n"})
-        EXPECT_NE(std::string::npos, relations.str().find(line)) << relations.str();
+        EXPECT_NE(relations.str().find(line), std::string::npos) << relations.str();
     gate.open(2);
 }
 
 TEST(MtThreadPool, MayComeAndGoWhileOthersChangeTheGraph)
 {
-    // Of interest under the thread sanitizer: no thread looks at the type of a pool that is half destroyed.
+    // Of interest under the thread sanitizer: no thread looks at the type of a pool that is half
+    // destroyed.
     std::atomic<bool> isOver = false;
     std::thread other([&] {
         while (!isOver)
@@ -356,7 +360,7 @@ TEST(MtThreadPool, GoesAltogetherAlsoWhileThePriorityGraphIsInvalid)
     auto pool = std::make_unique<QueuePool>(3);
     EXPECT_THROW(below.setPriority(3), PriorityEx);
     EXPECT_THROW(delete pool.release(), PriorityEx);
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
     below.setPriority(1);
 }
 
@@ -403,8 +407,8 @@ TEST(MtThreadPool, AWorkerStandsOnTheProcessorOfItsIndex)
         pool.start();
         done.acquire();
     }
-    EXPECT_EQ(0, processor);
-    EXPECT_EQ(std::set<int>{0}, mine);
+    EXPECT_EQ(processor, 0);
+    EXPECT_EQ(mine, std::set<int>{0});
 }
 
 TEST(MtThreadPool, EachWorkerHasAProcessorOfItsOwn)
@@ -422,8 +426,8 @@ TEST(MtThreadPool, EachWorkerHasAProcessorOfItsOwn)
         });
     pool.start();
     gate.awaitArrivals(2);
-    EXPECT_EQ(0, processors[0]);
-    EXPECT_EQ(1, processors[1]);
+    EXPECT_EQ(processors[0], 0);
+    EXPECT_EQ(processors[1], 1);
     gate.open(2);
 }
 
@@ -439,7 +443,7 @@ TEST(MtThreadPool, AWorkerIsNotPlacedWithoutNeed)
     });
     pool.start();
     done.acquire();
-    EXPECT_EQ(-1, processor);
+    EXPECT_EQ(processor, -1);
 }
 
 TEST(MtThreadPool, WorkersHaveTheStackThatWasAskedFor)
@@ -473,11 +477,11 @@ TEST(MtThreadPool, TasksThatAreLeftAreDestroyedUnexecuted)
             std::this_thread::yield();
         gate.open(1);
         stopper.join();
-        EXPECT_EQ(10U, pool.getNbTasks());
-        EXPECT_EQ(0, nbDestroyed);
+        EXPECT_EQ(pool.getNbTasks(), 10U);
+        EXPECT_EQ(nbDestroyed, 0);
     }
-    EXPECT_EQ(0, nbExecuted);
-    EXPECT_EQ(10, nbDestroyed);
+    EXPECT_EQ(nbExecuted, 0);
+    EXPECT_EQ(nbDestroyed, 10);
 }
 
 TEST(MtThreadPool, TheDestructorWaitsForATaskUnderWay)
@@ -504,7 +508,7 @@ TEST(MtThreadPool, TheDestructorWaitsForATaskUnderWay)
     thread.join();
 }
 
-/// Stops nowhere, which is forgiven where there are no workers.
+/// Does not call `stop` in its destructor, which is harmless without workers.
 class ForgetfulPool : public MtThreadPool
 {
 public:
@@ -553,6 +557,41 @@ protected:
     }
 };
 
+/// Notes the processor of its only worker in the first round.
+class PlacementPool : public MtThreadPool
+{
+public:
+    template <class... Placing>
+    explicit PlacementPool(Placing... placing) : MtThreadPool("placement", 1, placing...)
+    {}
+    ~PlacementPool() noexcept(false) override { stop(); }
+
+    int findProcessor()
+    {
+        start();
+        stop();
+        return _processor;
+    }
+
+protected:
+    void executeTask(unsigned) override
+    {
+        _processor = MtThreadMgr::findCurrentThread()->getProcessorNb();
+    }
+
+private:
+    std::atomic<int> _processor{-2};
+};
+
+TEST(MtThreadPool, WorkersArePlacedIfThePoolNamesThatPlacement)
+{
+    EXPECT_EQ(PlacementPool().findProcessor(), -1);
+    EXPECT_EQ(PlacementPool(MtThreadPool::Placement::ALL_PROCESSORS).findProcessor(), -1);
+    if (!ZvTest::getProcessors().contains(0))
+        GTEST_SKIP() << "processor 0 is not ours";
+    EXPECT_EQ(PlacementPool(MtThreadPool::Placement::ONE_PROCESSOR_EACH).findProcessor(), 0);
+}
+
 TEST(MtThreadPool, OnlyTheWorkHasToBeGiven)
 {
     BarePool pool;
@@ -572,13 +611,13 @@ TEST(MtThreadPool, AWorkerThatCannotBeStartedLeavesTheOthersToTheStop)
         pool.start();
         ADD_FAILURE() << "the second worker was started";
     } catch (AssertionFailed const &failure) {
-        EXPECT_STREQ("threadHandle != NULL", failure.getExpression());
+        EXPECT_STREQ(failure.getExpression(), "threadHandle != NULL");
     }
     done.acquire(); // by the first one
     EXPECT_TRUE(pool.isRunning());
     pool.stop();
-    EXPECT_EQ("", pool.getRounds(1));
-    EXPECT_EQ("", pool.getRounds(2));
+    EXPECT_EQ(pool.getRounds(1), "");
+    EXPECT_EQ(pool.getRounds(2), "");
     pool.add([&] { done.release(); });
     pool.start();
     done.acquire();
@@ -616,21 +655,21 @@ TEST(MtTask, CopiesShareTheWork)
     {
         MtTask task(tag, new Work([&] { ++nbExecuted; }, &nbDestroyed));
         MtTask copy(task);
-        EXPECT_EQ(tag, copy.getTag());
+        EXPECT_EQ(copy.getTag(), tag);
         MtTask assigned;
         assigned = copy;
-        EXPECT_EQ(tag, assigned.getTag());
+        EXPECT_EQ(assigned.getTag(), tag);
         task.execute();
         copy.execute();
         assigned.execute();
         task = MtTask();
         copy = MtTask();
-        EXPECT_EQ(0, nbDestroyed);
+        EXPECT_EQ(nbDestroyed, 0);
         task.execute();
         EXPECT_FALSE(task.getTag().isValid());
     }
-    EXPECT_EQ(3, nbExecuted);
-    EXPECT_EQ(1, nbDestroyed);
+    EXPECT_EQ(nbExecuted, 3);
+    EXPECT_EQ(nbDestroyed, 1);
     requests.releaseTag(tag);
 }
 
@@ -640,7 +679,7 @@ TEST(MtTask, ANullEngineIsNoFailure)
     MtRequestTag const tag = requests.acquireTag();
     MtTask task(tag, nullptr);
     task.execute();
-    EXPECT_EQ(tag, task.getTag());
+    EXPECT_EQ(task.getTag(), tag);
     requests.releaseTag(tag);
 }
 
@@ -651,7 +690,7 @@ TEST(MtTask, IsARequest)
     MtRequestTag const tag = requests.acquireTag();
     MtRequestBase &request = task;
     request.setTag(tag);
-    EXPECT_EQ(tag, task.getTag());
+    EXPECT_EQ(task.getTag(), tag);
     requests.releaseTag(tag);
 }
 
@@ -662,11 +701,11 @@ TEST(MtTask, MayBeGivenUpWhileItExecutes)
     task = MtTask(MtRequestTag(), new Work(
                                       [&] {
                                           task = MtTask();
-                                          EXPECT_EQ(0, nbDestroyed);
+                                          EXPECT_EQ(nbDestroyed, 0);
                                       },
                                       &nbDestroyed));
     task.execute();
-    EXPECT_EQ(1, nbDestroyed);
+    EXPECT_EQ(nbDestroyed, 1);
 }
 
 TEST(MtTask, WhatTheWorkThrowsComesOut)
@@ -685,7 +724,7 @@ TEST(MtTask, AClientWaitsForAllTasksOfATag)
         pool.add(MtTask(tag, new Work([&] { ++nbExecuted; })));
     pool.start();
     requests.waitRequestCountZero(tag);
-    EXPECT_EQ(100, nbExecuted);
+    EXPECT_EQ(nbExecuted, 100);
     pool.stop();
     requests.releaseTag(tag);
 }
@@ -701,9 +740,9 @@ TEST(MtTask, ACancelledOneIsNeitherExecutedNorWaitedFor)
     pool.add([&] { gate.pass(); });
     gate.awaitArrivals(1);
     pool.add(MtTask(tag, new Work([] { FAIL(); }, &nbDestroyed)));
-    EXPECT_EQ(1U, requests.getRequestCount(tag));
+    EXPECT_EQ(requests.getRequestCount(tag), 1U);
     EXPECT_TRUE(pool.cancel(tag));
-    EXPECT_EQ(1, nbDestroyed);
+    EXPECT_EQ(nbDestroyed, 1);
     EXPECT_FALSE(pool.cancel(tag));
     requests.waitRequestCountZero(tag);
     gate.open(1);
@@ -712,4 +751,5 @@ TEST(MtTask, ACancelledOneIsNeitherExecutedNorWaitedFor)
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -48,7 +48,7 @@ State &getState()
     return state;
 }
 
-bool isVirtual = false; // changes while nobody else looks at the clock
+bool isVirtual = false; // changes while no other thread reads the clock
 
 /// The log's reader lives by the real time: it waits for lines that are older than its clock.
 bool isLogReader()

@@ -1,10 +1,11 @@
-// Time that passes only when the test says so, for threads that wait on pulses with a time-out.
+// Virtual clock for tests of threads that wait on pulses with a time-out.
 #pragma once
 
 namespace Zv {
 
-/// While it lives, the library's clock stands still, and whoever waits for the next pulse sleeps until a pulse comes
-/// or the test lets enough time pass. One at a time; threads that are to live by it begin and end while it exists.
+/// Stops the library's clock while it exists. A thread that waits for the next pulse then sleeps
+/// until a pulse is sent or the test lets enough time pass. There may be one at a time. Threads
+/// that use the clock must start and end while it exists.
 class VirtualTime
 {
 public:
@@ -13,17 +14,17 @@ public:
     VirtualTime(VirtualTime const &) = delete;
     VirtualTime &operator=(VirtualTime const &) = delete;
 
-    /// Seconds.
+    /// Returns the time in seconds.
     static double getTime();
-    /// Lets time pass, and returns at once. Any thread.
+    /// Lets time pass, and returns at once.
     static void pass(double seconds);
-    /// The same to a moment, to the nanosecond.
+    /// Lets the clock advance to a time, exact to the nanosecond.
     static void passTo(double time);
-    /// Returns when `nb` threads sleep, none of which has a reason to wake up.
+    /// Returns when `nb` threads sleep and none of them has a reason to wake up.
     static void awaitAsleep(int nb = 1);
-    /// The moment at which the first of the sleepers wakes by itself; infinite where none does.
+    /// Returns the earliest time at which a sleeping thread wakes by itself, or infinity.
     static double getFirstDeadline();
-    /// How many times threads have begun to sleep.
+    /// Returns how many times threads have begun to sleep.
     static int getNbSleeps();
 };
 

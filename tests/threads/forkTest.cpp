@@ -17,7 +17,10 @@
 #include <memory>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 constexpr unsigned LONG_TIME = 60; // seconds
@@ -32,8 +35,8 @@ void expectGoodChild(Body const &body)
         _exit(0);
     }
     int status = -1;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 void useNewLocks()
@@ -97,4 +100,5 @@ TEST_F(ThreadsAndForks, AMutexOfAThreadIsAbandonedForTheChild)
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -7,20 +7,23 @@
 #include <stdexcept>
 #include <string>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 template <class Exception>
 void expectText(Exception const &exception, char const *text)
 {
-    EXPECT_STREQ(text, exception.getReason());
-    EXPECT_STREQ(text, exception.what());
-    EXPECT_STREQ(text, static_cast<ExBase const &>(exception).getReason());
-    EXPECT_STREQ(text, static_cast<std::exception const &>(exception).what());
+    EXPECT_STREQ(exception.getReason(), text);
+    EXPECT_STREQ(exception.what(), text);
+    EXPECT_STREQ(static_cast<ExBase const &>(exception).getReason(), text);
+    EXPECT_STREQ(static_cast<std::exception const &>(exception).what(), text);
     ObjPtr<ExBase> const clone(static_cast<ExBase const &>(exception).clone());
-    EXPECT_STREQ(text, clone->getReason());
+    EXPECT_STREQ(clone->getReason(), text);
     EXPECT_STREQ(exception.getDetailedReason(), clone->getDetailedReason());
-    EXPECT_NE(nullptr, dynamic_cast<Exception *>(clone.get()));
+    EXPECT_NE(dynamic_cast<Exception *>(clone.get()), nullptr);
 }
 
 TEST(MtEx, GivesOneTextThroughEachBase)
@@ -67,8 +70,8 @@ TEST(MtEx, CarriedExceptionOutlivesTheOriginal)
         new MtEx::ExThrownException("f", 1, new MtEx::ExRealTimeNotEnabled("g", 2, "why")));
     ObjPtr<ExBase> const clone(original->clone());
     original.reset();
-    EXPECT_STREQ("Failure to enable real-time: why.", clone->getReason());
-    EXPECT_STREQ("g(2): Failure to enable real-time: why.", clone->getDetailedReason());
+    EXPECT_STREQ(clone->getReason(), "Failure to enable real-time: why.");
+    EXPECT_STREQ(clone->getDetailedReason(), "g(2): Failure to enable real-time: why.");
 }
 
 TEST(MtEx, AssignmentOfACarrierCopiesWhatIsCarried)
@@ -77,12 +80,13 @@ TEST(MtEx, AssignmentOfACarrierCopiesWhatIsCarried)
     {
         MtEx::ExThrownException const source("f", 1, new MtEx::ExNotImplemented("g", 3, "b"));
         target = source;
-        EXPECT_NE(&source.getCarried(), &target.getCarried());
+        EXPECT_NE(&target.getCarried(), &source.getCarried());
     }
-    EXPECT_STREQ("Feature not implemented: b", target.getReason());
+    EXPECT_STREQ(target.getReason(), "Feature not implemented: b");
     target = *&target;
-    EXPECT_STREQ("Feature not implemented: b", target.what());
+    EXPECT_STREQ(target.what(), "Feature not implemented: b");
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -28,7 +28,10 @@
 #include <thread>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 TraceLevel * const testLevel = Trace::registerLevel("mtLoggerTest", __FILE__);
@@ -87,12 +90,12 @@ private:
 };
 
 /// A logger of the test's own, whether or not the packages are up.
-class MtLoggerTest : public MtSpecificDataRegistryTest
+class MtLoggerTest : public testing::Test, protected TestAccess<MtSpecificDataRegistry>
 {
 protected:
     void SetUp() override
     {
-        MtThreadTestAccess::setCanStart(true);
+        TestAccess<MtThread>::setCanStart(true);
         testLevel->setEnabled(true);
         _wasActive = LgLog::isLoggerActive();
         if (_wasActive)
@@ -102,7 +105,7 @@ protected:
     }
     void TearDown() override
     {
-        MtThreadTestAccess::setCanStart(true);
+        TestAccess<MtThread>::setCanStart(true);
         if (LgLog::isLoggerActive())
             MtLogger::stopLogger();
         LgLog::setBlockingTrace(false);
@@ -131,7 +134,7 @@ TEST_F(MtLoggerTest, SecondStartFailsTheAssertion)
 {
     MtLogger::startLogger();
     EXPECT_TRUE(LgLog::isLoggerActive());
-    EXPECT_EQ("!LgLog::isLoggerActive()", failedAssertion([] { MtLogger::startLogger(); }));
+    EXPECT_EQ(failedAssertion([] { MtLogger::startLogger(); }), "!LgLog::isLoggerActive()");
     EXPECT_TRUE(LgLog::isLoggerActive());
     MtLogger::stopLogger();
     EXPECT_FALSE(LgLog::isLoggerActive());
@@ -139,44 +142,44 @@ TEST_F(MtLoggerTest, SecondStartFailsTheAssertion)
 
 TEST_F(MtLoggerTest, StopWithoutStartFailsTheAssertion)
 {
-    EXPECT_EQ("LgLog::isLoggerActive()", failedAssertion([] { MtLogger::stopLogger(); }));
+    EXPECT_EQ(failedAssertion([] { MtLogger::stopLogger(); }), "LgLog::isLoggerActive()");
 }
 
 TEST_F(MtLoggerTest, StartThatFailsLeavesNothing)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
-    MtThreadTestAccess::setCanStart(false);
-    EXPECT_EQ("canStart()", failedAssertion([] { MtLogger::startLogger(); }));
+    TestAccess<MtThread>::setCanStart(false);
+    EXPECT_EQ(failedAssertion([] { MtLogger::startLogger(); }), "canStart()");
     EXPECT_FALSE(LgLog::isLoggerActive());
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
-    MtThreadTestAccess::setCanStart(true);
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
+    TestAccess<MtThread>::setCanStart(true);
     MtLogger::startLogger();
     ZV_TRACE(*testLevel, "after");
     MtLogger::stopLogger();
-    EXPECT_EQ(1u, output->find("after").size());
+    EXPECT_EQ(output->find("after").size(), 1u);
 }
 
 TEST_F(MtLoggerTest, ReaderIsAThreadOfTheLowestPriority)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     MtLogger::startLogger();
-    EXPECT_EQ(nbThreads + 1, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads + 1);
     std::ostringstream os;
     os << MtThreadMgr::getInstance();
-    EXPECT_NE(std::string::npos, os.str().find("   Log_Reader_Thread prio   0 NTprio   1"))
+    EXPECT_NE(os.str().find("   Log_Reader_Thread prio   0 NTprio   1"), std::string::npos)
         << os.str();
-    EXPECT_NE(std::string::npos,
-              os.str().find("\"LoggerPriority\" : BaseLine (    0 ) == Log_Reader_Thread (    0 ) "
-                            "valid\n"))
+    EXPECT_NE(os.str().find("\"LoggerPriority\" : BaseLine (    0 ) == Log_Reader_Thread (    0 ) "
+                            "valid\n"),
+              std::string::npos)
         << os.str();
     Priority &baseLine = RtPriorities::getInstance().getBaseLinePriority();
     baseLine.setPriority(1);
     os.str({});
     os << MtThreadMgr::getInstance();
     baseLine.setPriority(0);
-    EXPECT_NE(std::string::npos, os.str().find("   Log_Reader_Thread prio   1 NTprio")) << os.str();
+    EXPECT_NE(os.str().find("   Log_Reader_Thread prio   1 NTprio"), std::string::npos) << os.str();
     MtLogger::stopLogger();
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
 }
 
 TEST_F(MtLoggerTest, PutsARegistryOfItsOwnInForceWhileItRuns)
@@ -201,9 +204,9 @@ TEST_F(MtLoggerTest, StopsAlsoWhileThePriorityGraphIsInvalid)
     EXPECT_THROW(below.setPriority(3), PriorityEx);
     EXPECT_THROW(MtLogger::stopLogger(), PriorityEx);
     EXPECT_FALSE(LgLog::isLoggerActive());
-    EXPECT_EQ(1u, output->find("before").size());
+    EXPECT_EQ(output->find("before").size(), 1u);
     EXPECT_EQ(&LgLog::getRegistry(), before);
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
     EXPECT_THROW(MtLogger::startLogger(), PriorityEx); // its thread joins the graph
     EXPECT_FALSE(LgLog::isLoggerActive());
     EXPECT_EQ(&LgLog::getRegistry(), before);
@@ -211,10 +214,11 @@ TEST_F(MtLoggerTest, StopsAlsoWhileThePriorityGraphIsInvalid)
     MtLogger::startLogger();
     ZV_TRACE(*testLevel, "after");
     MtLogger::stopLogger();
-    EXPECT_EQ(1u, output->find("after").size());
+    EXPECT_EQ(output->find("after").size(), 1u);
 }
 
-/// What the idle reader sleeps for, in milliseconds; its 25 first sleeps end at once, the next one when it is stopped.
+/// What the idle reader sleeps for, in milliseconds; its 25 first sleeps end at once, the next one
+/// when it is stopped.
 struct ReaderSleeps
 {
     static unsigned map(unsigned milliseconds)
@@ -248,7 +252,7 @@ TEST_F(MtLoggerTest, TheIdleReaderSleepsLongerAndLongerUntilItIsStopped)
     std::vector<unsigned> expected;
     for (unsigned idle = 0; idle != 25; ++idle)
         expected.push_back(std::min(idle, 20u) * 16);
-    EXPECT_EQ(expected, ReaderSleeps::sleeps);
+    EXPECT_EQ(ReaderSleeps::sleeps, expected);
 }
 
 /// Traces in the reader's thread, for each text that this writes, as often as that can be.
@@ -278,9 +282,9 @@ TEST_F(MtLoggerTest, TheReadersOwnTraceDoesNotFeedItsLoop)
     tracing.written.acquire(); // while the logger is active
     MtLogger::stopLogger();
     LgTrace::setOutput(nullptr, nullptr);
-    EXPECT_EQ(1, tracing.nbTraced);
-    ASSERT_EQ(1u, tracing.texts.size());
-    EXPECT_NE(std::string::npos, tracing.texts[0].find("somebody else's"));
+    EXPECT_EQ(tracing.nbTraced, 1);
+    ASSERT_EQ(tracing.texts.size(), 1u);
+    EXPECT_NE(tracing.texts[0].find("somebody else's"), std::string::npos);
 }
 
 TEST_F(MtLoggerTest, ALineLeavesItsStreamAsItWas)
@@ -301,20 +305,20 @@ TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
         for (int i = 0; i != 20; ++i)
             ZV_TRACE(*testLevel, "run" << run << "line" << i);
         MtLogger::stopLogger();
-        EXPECT_EQ(numbered(("run" + std::to_string(run) + "line").c_str(), 20),
-                  output->find("run" + std::to_string(run)));
+        EXPECT_EQ(output->find("run" + std::to_string(run)),
+                  numbered(("run" + std::to_string(run) + "line").c_str(), 20));
     }
-    EXPECT_EQ(0, output->getNbOwn()); // the reader writes it, also what it finds only at its end
+    EXPECT_EQ(output->getNbOwn(), 0); // the reader writes it, also what it finds only at its end
 }
 
 TEST_F(MtLoggerTest, WithoutALoggerTextComesOutAtOnce)
 {
     ZV_TRACE(*testLevel, "before");
-    EXPECT_EQ(1u, output->find("before").size());
+    EXPECT_EQ(output->find("before").size(), 1u);
     MtLogger::startLogger();
     MtLogger::stopLogger();
     ZV_TRACE(*testLevel, "afterwards");
-    EXPECT_EQ(1u, output->find("afterwards").size());
+    EXPECT_EQ(output->find("afterwards").size(), 1u);
 }
 
 TEST_F(MtLoggerTest, LinesOfAllThreadsComeOutInTimeOrder)
@@ -337,7 +341,7 @@ TEST_F(MtLoggerTest, LinesOfAllThreadsComeOutInTimeOrder)
     for (ObjPtr<MtThread> const &thread : threads)
         thread->join();
     MtLogger::stopLogger();
-    EXPECT_EQ(numbered("count", NB_THREADS * NB_LINES), output->find("count"));
+    EXPECT_EQ(output->find("count"), numbered("count", NB_THREADS * NB_LINES));
 }
 
 TEST_F(MtLoggerTest, TextOfThreadsThatEndOrAreKilledIsNotLost)
@@ -349,7 +353,7 @@ TEST_F(MtLoggerTest, TextOfThreadsThatEndOrAreKilledIsNotLost)
         thread->start();
     }
     for (int i = 0; i != 5; ++i) {
-        // Who is killed at an event of the system leaves nothing behind.
+        // A thread that is killed while it waits for an event of the system holds no lock.
         LkEvent written{"written", false}, never{"never", false};
         ObjPtr<MtThread> const thread = makeThread("victim", [&](TestProtocol &, MtThread *self) {
             ZV_TRACE(*testLevel, "killed" << i);
@@ -363,8 +367,8 @@ TEST_F(MtLoggerTest, TextOfThreadsThatEndOrAreKilledIsNotLost)
         thread->join();
     }
     MtLogger::stopLogger();
-    EXPECT_EQ(numbered("ending", 10), output->find("ending"));
-    EXPECT_EQ(numbered("killed", 5), output->find("killed"));
+    EXPECT_EQ(output->find("ending"), numbered("ending", 10));
+    EXPECT_EQ(output->find("killed"), numbered("killed", 5));
 }
 
 TEST_F(MtLoggerTest, AThreadThatOutlivesTheLoggerWritesOn)
@@ -390,7 +394,7 @@ TEST_F(MtLoggerTest, AThreadThatOutlivesTheLoggerWritesOn)
     write();
     thread->join();
     MtLogger::stopLogger();
-    EXPECT_EQ(numbered("outliving", 3), output->find("outliving"));
+    EXPECT_EQ(output->find("outliving"), numbered("outliving", 3));
 }
 
 TEST_F(MtLoggerTest, AStrangerThatEndsLeavesNothing)
@@ -403,7 +407,7 @@ TEST_F(MtLoggerTest, AStrangerThatEndsLeavesNothing)
             std::thread([&] {
                 stranger.setCurrentThread();
                 ZV_TRACE(*testLevel, "passing" << i);
-                EXPECT_EQ(withLogger, hasEntry(&*ThreadsStatics::logQueue, stranger));
+                EXPECT_EQ(hasEntry(&*ThreadsStatics::logQueue, stranger), withLogger);
                 EXPECT_TRUE(hasEntry(&*ThreadsStatics::traces, stranger));
             }).join();
             EXPECT_FALSE(hasEntry(&*ThreadsStatics::logQueue, stranger));
@@ -411,7 +415,7 @@ TEST_F(MtLoggerTest, AStrangerThatEndsLeavesNothing)
         }
         if (withLogger) {
             MtLogger::stopLogger();
-            EXPECT_EQ(numbered("passing", 3), output->find("passing"));
+            EXPECT_EQ(output->find("passing"), numbered("passing", 3));
         }
     }
 }
@@ -459,7 +463,7 @@ TEST_F(MtLoggerTest, AFullQueueDropsTheNewestAndTheLogSaysHowMuch)
     }
     EXPECT_GT(nbLost, 0);
     EXPECT_GT(nbWritten, 100);
-    EXPECT_EQ(NB_LINES, nbLost + nbWritten);
+    EXPECT_EQ(nbLost + nbWritten, NB_LINES);
 }
 
 TEST_F(MtLoggerTest, WithBlockingTraceNothingIsLost)
@@ -475,7 +479,7 @@ TEST_F(MtLoggerTest, WithBlockingTraceNothingIsLost)
     thread->start();
     thread->join();
     MtLogger::stopLogger();
-    EXPECT_EQ(numbered("line", NB_LINES), output->find("line"));
+    EXPECT_EQ(output->find("line"), numbered("line", NB_LINES));
 }
 
 TEST_F(MtLoggerTest, AThreadStartsWithoutMemoryForItsQueue)
@@ -492,7 +496,7 @@ TEST_F(MtLoggerTest, AThreadStartsWithoutMemoryForItsQueue)
     thread->stop();
     thread->join();
     MtLogger::stopLogger();
-    EXPECT_EQ(1u, output->find("written by the poor").size());
+    EXPECT_EQ(output->find("written by the poor").size(), 1u);
 }
 
 TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
@@ -508,8 +512,8 @@ TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
     thread->start();
     thread->join();
     MtLogger::stopLogger();
-    EXPECT_EQ(0u, nbAllocations);
-    EXPECT_EQ(20u, output->find("item").size());
+    EXPECT_EQ(nbAllocations, 0u);
+    EXPECT_EQ(output->find("item").size(), 20u);
 }
 
 // ---- tags
@@ -527,10 +531,10 @@ TEST_F(MtLoggerTest, LinesBearTheNameOfTheirThreadCutTo15Characters)
     brief->join();
     MtLogger::stopLogger();
     std::vector<std::string> lines = output->find("a name that");
-    ASSERT_EQ(1u, lines.size());
+    ASSERT_EQ(lines.size(), 1u);
     EXPECT_TRUE(lines[0].starts_with("a name that goe ")) << lines[0];
     lines = output->find("brief");
-    ASSERT_EQ(1u, lines.size());
+    ASSERT_EQ(lines.size(), 1u);
     EXPECT_TRUE(lines[0].starts_with("brief           ")) << lines[0];
 }
 
@@ -540,23 +544,23 @@ TEST_F(MtLoggerTest, LinesOfAStrangerBearUnknown)
     runStranger([] { ZV_TRACE(*testLevel, "stranger"); });
     MtLogger::stopLogger();
     std::vector<std::string> const lines = output->find("unknown");
-    ASSERT_EQ(1u, lines.size());
+    ASSERT_EQ(lines.size(), 1u);
     EXPECT_TRUE(lines[0].starts_with("unknown         ")) << lines[0];
-    EXPECT_NE(std::string::npos, lines[0].find("stranger"));
+    EXPECT_NE(lines[0].find("stranger"), std::string::npos);
 }
 
 TEST_F(MtLoggerTest, ManagerGivesEachThreadItsTraceAndPrintsToTheLog)
 {
     MtTraceMgr other(0);
-    EXPECT_EQ(&*manager, TraceManager::getInstance());
+    EXPECT_EQ(TraceManager::getInstance(), &*manager);
     Trace * const mine = other.getTrace();
-    EXPECT_EQ(mine, other.getTrace());
+    EXPECT_EQ(other.getTrace(), mine);
     std::ostringstream os;
     mine->writeTag(os);
-    EXPECT_EQ("main            ", os.str());
-    runStranger([&] { EXPECT_NE(mine, other.getTrace()); });
+    EXPECT_EQ(os.str(), "main            ");
+    runStranger([&] { EXPECT_NE(other.getTrace(), mine); });
     other.print("printed\n");
-    EXPECT_EQ(std::vector<std::string>{"printed"}, output->find("printed"));
+    EXPECT_EQ(output->find("printed"), std::vector<std::string>{"printed"});
 }
 
 // ---- what threads and their manager say
@@ -567,13 +571,13 @@ TEST_F(MtLoggerTest, CancelTracesWhyItDoesNothing)
     {
         ObjPtr<MtThread> const thread = makeWaitingThread();
         thread->cancel();
-        EXPECT_EQ(1u, output->find("isRunningNoLock() returned FALSE!!!").size());
+        EXPECT_EQ(output->find("isRunningNoLock() returned FALSE!!!").size(), 1u);
         thread->start();
         thread->cancel();
-        EXPECT_EQ(1u, output->find("_cancelable is FALSE!!!").size());
+        EXPECT_EQ(output->find("_cancelable is FALSE!!!").size(), 1u);
         EXPECT_EQ(
-            (std::vector<std::string>{"> MtThreadWindows::cancel", "> MtThreadWindows::cancel"}),
-            output->find("> MtThreadWindows::cancel"));
+            output->find("> MtThreadWindows::cancel"),
+            (std::vector<std::string>{"> MtThreadWindows::cancel", "> MtThreadWindows::cancel"}));
     }
     ThreadsStatics::threadLevel->setEnabled(false);
 }
@@ -584,8 +588,8 @@ TEST_F(MtLoggerTest, AReportAboutAThreadIsMadeWithoutItsLock)
     thread->start();
     output->hold();
     std::thread stranger([&] {
-        EXPECT_EQ("::SetThreadAffinityMask( _threadHandle, mask )",
-                  failedAssertion([&] { thread->setProcessorNb(31); }));
+        EXPECT_EQ(failedAssertion([&] { thread->setProcessorNb(31); }),
+                  "::SetThreadAffinityMask( _threadHandle, mask )");
     });
     output->waitUntilHeld();
     EXPECT_TRUE(thread->isRunning()); // else it would wait for the report
@@ -602,7 +606,7 @@ TEST_F(MtLoggerTest, StackReportTellsWhereTheStackLies)
     printThreadStack();
     ThreadsStatics::threadLevel->setEnabled(false);
     std::vector<std::string> const lines = output->find("&valueOnStack1 ");
-    ASSERT_EQ(1u, lines.size());
+    ASSERT_EQ(lines.size(), 1u);
     void *first = nullptr, *second = nullptr;
     int end = 0;
     std::sscanf(lines[0].c_str(),
@@ -615,7 +619,7 @@ TEST_F(MtLoggerTest, StackReportTellsWhereTheStackLies)
 TEST_F(MtLoggerTest, ManagerIsPrintedForTheDebugger)
 {
     printThreadMgr();
-    EXPECT_EQ(1u, output->find("                main prio").size());
+    EXPECT_EQ(output->find("                main prio").size(), 1u);
 }
 
 // ---- the parts
@@ -628,11 +632,11 @@ TEST_F(MtLoggerTest, RegistryKeepsQueuesInOrderAndRemovesAllThatEqual)
     registry.addQueue(&b);
     registry.addQueue(&a);
     registry.addQueue(&b);
-    EXPECT_EQ((List<LgQueue *>{&b, &a, &b}), registry.getQueues());
+    EXPECT_EQ(registry.getQueues(), (List<LgQueue *>{&b, &a, &b}));
     EXPECT_TRUE(registry.hasQueue(&b));
     registry.removeQueue(&b);
     EXPECT_FALSE(registry.hasQueue(&b));
-    EXPECT_EQ((List<LgQueue *>{&a}), registry.getQueues());
+    EXPECT_EQ(registry.getQueues(), (List<LgQueue *>{&a}));
     registry.removeQueue(&b);
     registry.removeQueue(&a);
     EXPECT_TRUE(registry.getQueues().empty());
@@ -652,8 +656,9 @@ TEST_F(MtLoggerTest, ObserverLetsAWriterWithRoomPass)
     }).join();
     EXPECT_TRUE(isOver);
     EXPECT_FALSE(queue.isFull());
-    EXPECT_EQ(room, queue.getStream().getNumCharacters());
+    EXPECT_EQ(queue.getStream().getNumCharacters(), room);
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -10,7 +10,9 @@
 #include <thread>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -33,7 +35,7 @@ protected:
     void *performCreate() const override { return nullptr; }
 };
 
-class MtSpecificDataTest : public MtSpecificDataRegistryTest
+class MtSpecificDataTest : public testing::Test, protected TestAccess<MtSpecificDataRegistry>
 {
 protected:
     void SetUp() override { nbMade = nbDeleted = 0; }
@@ -42,16 +44,16 @@ protected:
 TEST_F(MtSpecificDataTest, SecondUseInAThreadGivesTheSameObjectAndMakesNothing)
 {
     MtSpecificData<Counted> const data("data");
-    EXPECT_STREQ("data", data.getName());
+    EXPECT_STREQ(data.getName(), "data");
     EXPECT_TRUE(data.isNull());
     Counted * const first = data.getPointee();
     EXPECT_FALSE(data.isNull());
-    EXPECT_EQ(first, data.getPointee());
-    EXPECT_EQ(first, &*data);
+    EXPECT_EQ(data.getPointee(), first);
+    EXPECT_EQ(&*data, first);
     data->value = 7;
-    EXPECT_EQ(7, first->value);
-    EXPECT_EQ(1, nbMade);
-    EXPECT_EQ(1u, countEntries(&data));
+    EXPECT_EQ(first->value, 7);
+    EXPECT_EQ(nbMade, 1);
+    EXPECT_EQ(countEntries(&data), 1u);
 }
 
 TEST_F(MtSpecificDataTest, TwoThreadsHaveTwoValuesAndTwoEntries)
@@ -60,21 +62,21 @@ TEST_F(MtSpecificDataTest, TwoThreadsHaveTwoValuesAndTwoEntries)
     Counted * const mine = data.getPointee();
     std::thread([&] {
         EXPECT_TRUE(data.isNull());
-        EXPECT_NE(mine, data.getPointee());
-        EXPECT_EQ(2u, countEntries(&data));
+        EXPECT_NE(data.getPointee(), mine);
+        EXPECT_EQ(countEntries(&data), 2u);
         MtSpecificDataRegistry::getInstance().removeSpecificData();
         EXPECT_TRUE(data.isNull());
-        EXPECT_EQ(1, nbDeleted);
-        EXPECT_EQ(1u, countEntries(&data));
+        EXPECT_EQ(nbDeleted, 1);
+        EXPECT_EQ(countEntries(&data), 1u);
     }).join();
-    EXPECT_EQ(mine, data.getPointee());
-    EXPECT_EQ(2, nbMade);
+    EXPECT_EQ(data.getPointee(), mine);
+    EXPECT_EQ(nbMade, 2);
 }
 
 TEST_F(MtSpecificDataTest, RemovalWithoutEntriesDoesNothing)
 {
     std::thread([] { MtSpecificDataRegistry::getInstance().removeSpecificData(); }).join();
-    EXPECT_EQ(0, nbDeleted);
+    EXPECT_EQ(nbDeleted, 0);
 }
 
 TEST_F(MtSpecificDataTest, UseAfterRemovalMakesANewValue)
@@ -84,11 +86,11 @@ TEST_F(MtSpecificDataTest, UseAfterRemovalMakesANewValue)
         data->value = 3;
         MtSpecificDataRegistry::getInstance().removeSpecificData();
         EXPECT_TRUE(data.isNull());
-        EXPECT_EQ(0, data->value);
-        EXPECT_EQ(2, nbMade);
-        EXPECT_EQ(1, nbDeleted);
+        EXPECT_EQ(data->value, 0);
+        EXPECT_EQ(nbMade, 2);
+        EXPECT_EQ(nbDeleted, 1);
     }).join();
-    EXPECT_EQ(2, nbDeleted);
+    EXPECT_EQ(nbDeleted, 2);
 }
 
 TEST_F(MtSpecificDataTest, NothingMadeIsNoContent)
@@ -98,7 +100,7 @@ TEST_F(MtSpecificDataTest, NothingMadeIsNoContent)
         data.getPointee();
         FAIL();
     } catch (MtEx::ExNoContent const &failure) {
-        EXPECT_STREQ("MtOpaqueData(\"name\") has no content", failure.getReason());
+        EXPECT_STREQ(failure.getReason(), "MtOpaqueData(\"name\") has no content");
     }
     EXPECT_TRUE(data.isNull());
 }
@@ -107,14 +109,14 @@ TEST_F(MtSpecificDataTest, DeletionTakesTheEntryAlong)
 {
     MtSpecificData<Counted> const data("data");
     data.performDelete();
-    EXPECT_EQ(0, nbDeleted);
+    EXPECT_EQ(nbDeleted, 0);
     data.getPointee();
     data.performDelete();
     EXPECT_TRUE(data.isNull());
-    EXPECT_EQ(1, nbDeleted);
-    EXPECT_EQ(0u, countEntries(&data));
+    EXPECT_EQ(nbDeleted, 1);
+    EXPECT_EQ(countEntries(&data), 0u);
     data.getPointee();
-    EXPECT_EQ(1u, countEntries(&data));
+    EXPECT_EQ(countEntries(&data), 1u);
 }
 
 TEST_F(MtSpecificDataTest, DestructionDeletesTheCallersValueAndLeavesThoseOfOthers)
@@ -124,10 +126,10 @@ TEST_F(MtSpecificDataTest, DestructionDeletesTheCallersValueAndLeavesThoseOfOthe
     data->getPointee();
     ObjPtr<Counted> others;
     std::thread([&] { others.reset(data->getPointee()); }).join();
-    EXPECT_EQ(2u, countEntries(place));
+    EXPECT_EQ(countEntries(place), 2u);
     data.reset();
-    EXPECT_EQ(1, nbDeleted);
-    EXPECT_EQ(0u, countEntries(place)); // nobody comes upon an object that is gone
+    EXPECT_EQ(nbDeleted, 1);
+    EXPECT_EQ(countEntries(place), 0u); // no entry refers to the destroyed object
 }
 
 TEST_F(MtSpecificDataTest, AThreadIsNotTakenForAFormerOneOfItsNumber)
@@ -142,13 +144,14 @@ TEST_F(MtSpecificDataTest, AThreadIsNotTakenForAFormerOneOfItsNumber)
                 data.getPointee();
             MtSpecificDataRegistry::getInstance().removeSpecificData();
         }).join();
-    EXPECT_EQ(10, nbDeleted);
+    EXPECT_EQ(nbDeleted, 10);
 }
 
 TEST_F(MtSpecificDataTest, AddingNothingFailsTheAssertion)
 {
-    EXPECT_EQ("data", failedAssertion(
-                          [] { MtSpecificDataRegistry::getInstance().addSpecificData(nullptr); }));
+    EXPECT_EQ(
+        failedAssertion([] { MtSpecificDataRegistry::getInstance().addSpecificData(nullptr); }),
+        "data");
 }
 
 TEST_F(MtSpecificDataTest, AnEntryWithoutValueFailsTheAssertion)
@@ -156,16 +159,16 @@ TEST_F(MtSpecificDataTest, AnEntryWithoutValueFailsTheAssertion)
     runStranger([] {
         MtSpecificData<Counted> const data("data");
         MtSpecificDataRegistry::getInstance().addSpecificData(&data);
-        EXPECT_EQ("!data->isNull()", failedAssertion([] {
-                      MtSpecificDataRegistry::getInstance().removeSpecificData();
-                  }));
         EXPECT_EQ(
-            "", failedAssertion([] { MtSpecificDataRegistry::getInstance().removeSpecificData(); }))
+            failedAssertion([] { MtSpecificDataRegistry::getInstance().removeSpecificData(); }),
+            "!data->isNull()");
+        EXPECT_EQ(
+            failedAssertion([] { MtSpecificDataRegistry::getInstance().removeSpecificData(); }), "")
             << "the entry has gone";
     });
 }
 
-/// Looks for itself, if it knows where, while it is deleted, and throws if it is told to.
+/// Searches for itself while it is deleted, and throws if the test wants that.
 struct Looking
 {
     ~Looking() noexcept(false)
@@ -199,7 +202,7 @@ TEST_F(MtSpecificDataTest, AValueWhoseDeleterThrowsHasGone)
         data->throws = true;
         EXPECT_THROW(data.performDelete(), std::runtime_error);
         EXPECT_TRUE(data.isNull());
-        EXPECT_EQ(0u, countEntries(&data));
+        EXPECT_EQ(countEntries(&data), 0u);
         EXPECT_FALSE(data->throws) << "another one";
     }
     runStranger([] {
@@ -213,7 +216,7 @@ TEST_F(MtSpecificDataTest, AValueWhoseDeleterThrowsHasGone)
         EXPECT_TRUE(first.isNull());
         EXPECT_FALSE(second.isNull()) << "for the next removal";
     });
-    EXPECT_EQ(1, nbDeleted);
+    EXPECT_EQ(nbDeleted, 1);
 }
 
 /// Uses other data while it is deleted.
@@ -236,8 +239,8 @@ TEST_F(MtSpecificDataTest, ValuesThatADeleterMakesAreRemovedToo)
         MtSpecificDataRegistry::getInstance().removeSpecificData();
         EXPECT_TRUE(data.isNull());
         EXPECT_TRUE(late.isNull());
-        EXPECT_EQ(1, nbMade);
-        EXPECT_EQ(1, nbDeleted);
+        EXPECT_EQ(nbMade, 1);
+        EXPECT_EQ(nbDeleted, 1);
     }).join();
 }
 
@@ -251,7 +254,7 @@ TEST_F(MtSpecificDataTest, AValueThatCannotBeMadeLeavesNothing)
     MtSpecificData<Failing> const data("data");
     EXPECT_THROW(data.getPointee(), MtEx::ExNotImplemented);
     EXPECT_TRUE(data.isNull());
-    EXPECT_EQ(0u, countEntries(&data));
+    EXPECT_EQ(countEntries(&data), 0u);
 }
 
 std::array<int, 2> deleted;
@@ -273,7 +276,7 @@ TEST_F(MtSpecificDataTest, ValuesGoInTheOrderOfTheirMaking)
         first.getPointee();
         MtSpecificDataRegistry::getInstance().removeSpecificData();
     }).join();
-    EXPECT_EQ((std::array{2, 1}), deleted);
+    EXPECT_EQ(deleted, (std::array{2, 1}));
 }
 
 class MtSpecificDataThreadTest : public MtSpecificDataTest
@@ -282,7 +285,7 @@ protected:
     void SetUp() override
     {
         MtSpecificDataTest::SetUp();
-        MtThreadTestAccess::setCanStart(true);
+        TestAccess<MtThread>::setCanStart(true);
     }
 };
 
@@ -293,10 +296,11 @@ TEST_F(MtSpecificDataThreadTest, AThreadThatEndsFreesItsValues)
         makeThread("user", [&](TestProtocol &, MtThread *) { data->value = 1; });
     thread->start();
     thread->join();
-    EXPECT_EQ(1, nbMade);
-    EXPECT_EQ(1, nbDeleted);
-    EXPECT_EQ(0u, countEntries(&data));
+    EXPECT_EQ(nbMade, 1);
+    EXPECT_EQ(nbDeleted, 1);
+    EXPECT_EQ(countEntries(&data), 0u);
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -4,7 +4,6 @@
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/mtThreadGroup.h"
 #include "resmgt/threads/mtThreadMgrImp.private.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
@@ -20,7 +19,10 @@
 #include <thread>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// A thread that is a number.
@@ -35,7 +37,7 @@ private:
     unsigned long _number;
 };
 
-/// Makes main threads that nobody registers.
+/// Creates main threads that are not registered.
 class NumberFactory : public MtThreadFactory
 {
 public:
@@ -143,30 +145,30 @@ private:
 
 TEST_F(MtThreadMgrTest, MakesTheMainThreadByTheFactory)
 {
-    EXPECT_EQ(std::vector<LiString>{"main"}, factory.mainThreads);
-    EXPECT_EQ(0u, manager.getNbThreads());
-    EXPECT_EQ(~0u, manager.getNbProcessors());
+    EXPECT_EQ(factory.mainThreads, std::vector<LiString>{"main"});
+    EXPECT_EQ(manager.getNbThreads(), 0u);
+    EXPECT_EQ(manager.getNbProcessors(), ~0u);
     EXPECT_FALSE(manager.isRealTime());
 }
 
 TEST_F(MtThreadMgrTest, TheProcessHasOneMainThread)
 {
     MtThreadMgr::getInstance();
-    EXPECT_EQ("first", failedAssertion([&] {
-                  manager.makeMainThread(MtThreadFactory::getInstance()).isNull();
-              }));
-    EXPECT_EQ(0u, manager.getNbThreads());
+    EXPECT_EQ(
+        failedAssertion([&] { manager.makeMainThread(MtThreadFactory::getInstance()).isNull(); }),
+        "first");
+    EXPECT_EQ(manager.getNbThreads(), 0u);
 }
 
 TEST_F(MtThreadMgrTest, AddingAThreadTwiceFailsTheAssertion)
 {
     NumberThread thread(5);
     manager.addThread(&thread);
-    EXPECT_EQ("findNoLock( thread ) == 0", failedAssertion([&] { manager.addThread(&thread); }));
-    EXPECT_EQ(1u, manager.getNbThreads());
+    EXPECT_EQ(failedAssertion([&] { manager.addThread(&thread); }), "findNoLock( thread ) == 0");
+    EXPECT_EQ(manager.getNbThreads(), 1u);
     manager.removeThread(&thread);
-    EXPECT_EQ("findNoLock( thread ) == thread",
-              failedAssertion([&] { manager.removeThread(&thread); }));
+    EXPECT_EQ(failedAssertion([&] { manager.removeThread(&thread); }),
+              "findNoLock( thread ) == thread");
 }
 
 TEST_F(MtThreadMgrTest, AddingAGroupTwiceFailsTheAssertion)
@@ -174,10 +176,10 @@ TEST_F(MtThreadMgrTest, AddingAGroupTwiceFailsTheAssertion)
     std::vector<std::pair<int, unsigned>> calls;
     TestGroup group(calls, 1);
     manager.addGroup(&group);
-    EXPECT_EQ("findNoLock( group ) == 0", failedAssertion([&] { manager.addGroup(&group); }));
+    EXPECT_EQ(failedAssertion([&] { manager.addGroup(&group); }), "findNoLock( group ) == 0");
     manager.removeGroup(&group);
-    EXPECT_EQ("findNoLock( group ) == group",
-              failedAssertion([&] { manager.removeGroup(&group); }));
+    EXPECT_EQ(failedAssertion([&] { manager.removeGroup(&group); }),
+              "findNoLock( group ) == group");
 }
 
 TEST_F(MtThreadMgrTest, NothingMayBeAddedAndRemovedAnyNumberOfTimes)
@@ -186,10 +188,10 @@ TEST_F(MtThreadMgrTest, NothingMayBeAddedAndRemovedAnyNumberOfTimes)
     manager.addThread(nullptr);
     std::ostringstream os;
     manager.MtThreadMgrImp::dump(os);
-    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(77)));
+    EXPECT_EQ(manager.findThread(LkThreadId(77)), nullptr);
     manager.removeThread(nullptr);
     manager.removeGroup(nullptr);
-    EXPECT_EQ(0u, manager.getNbThreads());
+    EXPECT_EQ(manager.getNbThreads(), 0u);
 }
 
 TEST_F(MtThreadMgrTest, FirstThreadOfANumberIsFound)
@@ -198,11 +200,11 @@ TEST_F(MtThreadMgrTest, FirstThreadOfANumberIsFound)
     manager.addThread(&a);
     manager.addThread(&b);
     manager.addThread(&c);
-    EXPECT_EQ(&a, manager.findThread(LkThreadId(5)));
-    EXPECT_EQ(&b, manager.findThread(LkThreadId(7)));
-    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(6)));
+    EXPECT_EQ(manager.findThread(LkThreadId(5)), &a);
+    EXPECT_EQ(manager.findThread(LkThreadId(7)), &b);
+    EXPECT_EQ(manager.findThread(LkThreadId(6)), nullptr);
     manager.removeThread(&b);
-    EXPECT_EQ(&c, manager.findThread(LkThreadId(7)));
+    EXPECT_EQ(manager.findThread(LkThreadId(7)), &c);
     manager.removeThread(&a);
     manager.removeThread(&c);
 }
@@ -211,18 +213,18 @@ TEST_F(MtThreadMgrTest, ThreadsAreFoundByTheNumbersThatTheyReport)
 {
     NumberThread a(0), b(0);
     manager.threadIdChanged(&a, LkThreadId(9)); // not registered
-    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(9)));
+    EXPECT_EQ(manager.findThread(LkThreadId(9)), nullptr);
     manager.addThread(&a);
     manager.addThread(&b);
     manager.threadIdChanged(&b, LkThreadId(9));
-    EXPECT_EQ(&b, manager.findThread(LkThreadId(9)));
+    EXPECT_EQ(manager.findThread(LkThreadId(9)), &b);
     manager.threadIdChanged(&a, LkThreadId(9));
-    EXPECT_EQ(&a, manager.findThread(LkThreadId(9))); // registered first
+    EXPECT_EQ(manager.findThread(LkThreadId(9)), &a); // registered first
     manager.threadIdChanged(&a, LkThreadId());
-    EXPECT_EQ(&b, manager.findThread(LkThreadId(9)));
-    EXPECT_EQ(&a, manager.findThread(LkThreadId())); // the first that does not run
+    EXPECT_EQ(manager.findThread(LkThreadId(9)), &b);
+    EXPECT_EQ(manager.findThread(LkThreadId()), &a); // the first that does not run
     manager.removeThread(&b);
-    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(9)));
+    EXPECT_EQ(manager.findThread(LkThreadId(9)), nullptr);
     manager.removeThread(&a);
 }
 
@@ -233,7 +235,7 @@ TEST_F(MtThreadMgrTest, DumpHasEachThreadOnALineInOrder)
     manager.addThread(&a);
     std::ostringstream os;
     os << static_cast<MtThreadMgr const &>(manager);
-    EXPECT_EQ("\nthread 7\nthread 5", os.str());
+    EXPECT_EQ(os.str(), "\nthread 7\nthread 5");
     manager.removeThread(&a);
     manager.removeThread(&b);
 }
@@ -245,8 +247,8 @@ TEST_F(MtThreadMgrTest, DumpOfTheProcessEndsWithThePriorities)
     MtPriorityMgr::getInstance().dump(priorities);
     EXPECT_TRUE(os.str().ends_with(priorities.str()));
     EXPECT_TRUE(os.str().starts_with("\n0x")) << os.str();
-    EXPECT_NE(std::string::npos,
-              os.str().find("                main prio   3 NTprio   8 pol RR SYSTEM"))
+    EXPECT_NE(os.str().find("                main prio   3 NTprio   8 pol RR SYSTEM"),
+              std::string::npos)
         << os.str();
 }
 
@@ -255,7 +257,7 @@ TEST_F(MtThreadMgrTest, DestructionWithAThreadFailsTheAssertion)
     NumberThread thread(5);
     auto * const other = new TestMgr(factory);
     other->addThread(&thread);
-    EXPECT_EQ("_threads.size() == 0", failedAssertion([&] { delete other; }));
+    EXPECT_EQ(failedAssertion([&] { delete other; }), "_threads.size() == 0");
 }
 
 /// Looks whether another group can be added while this one is told.
@@ -319,15 +321,15 @@ TEST_F(MtThreadMgrTest, AStrangerIsLookedForAmongThreadsThatReportNothing)
     AskedNumberThread reporting(5), silent(7);
     manager.addThread(&reporting);
     manager.threadIdChanged(&reporting, LkThreadId(5));
-    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(7)));
-    EXPECT_EQ(0, reporting.nbQuestions); // however many there are
+    EXPECT_EQ(manager.findThread(LkThreadId(7)), nullptr);
+    EXPECT_EQ(reporting.nbQuestions, 0); // however many there are
     manager.addThread(&silent);
-    EXPECT_EQ(&silent, manager.findThread(LkThreadId(7)));
-    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(8)));
+    EXPECT_EQ(manager.findThread(LkThreadId(7)), &silent);
+    EXPECT_EQ(manager.findThread(LkThreadId(8)), nullptr);
     manager.removeThread(&silent);
     reporting.nbQuestions = 0;
-    EXPECT_EQ(nullptr, manager.findThread(LkThreadId(7)));
-    EXPECT_EQ(0, reporting.nbQuestions);
+    EXPECT_EQ(manager.findThread(LkThreadId(7)), nullptr);
+    EXPECT_EQ(reporting.nbQuestions, 0);
     manager.removeThread(&reporting);
 }
 
@@ -340,13 +342,13 @@ TEST_F(MtThreadMgrTest, TheMainThreadHasItsOwnLevelBackWhenNothingIsAskedOfIt)
         return os.str();
     };
     std::string const before = dump();
-    EXPECT_NE(std::string::npos, before.find("main prio   3 NTprio   8 ")) << before;
+    EXPECT_NE(before.find("main prio   3 NTprio   8 "), std::string::npos) << before;
     {
         PriorityRelation const relation("main", RtPriorities::getInstance().getInterruptPriority(),
                                         PriorityRelation::EQUAL, main.getPriority());
-        EXPECT_NE(std::string::npos, dump().find("main prio   6 NTprio  15 ")) << dump();
+        EXPECT_NE(dump().find("main prio   6 NTprio  15 "), std::string::npos) << dump();
     }
-    EXPECT_EQ(before, dump());
+    EXPECT_EQ(dump(), before);
 }
 
 /// As the main thread of the platform, registered as long as it lives.
@@ -385,8 +387,8 @@ TEST_F(MtThreadMgrTest, DestructionWithItsMainThreadFailsTheAssertionAndLetsItGo
 {
     RegisteringFactory registering;
     auto * const other = new TestMgr(registering);
-    EXPECT_EQ("_threads.size() == 0", failedAssertion([&] { delete other; }));
-    EXPECT_EQ(1u, RegisteredThread::nbFound);
+    EXPECT_EQ(failedAssertion([&] { delete other; }), "_threads.size() == 0");
+    EXPECT_EQ(RegisteredThread::nbFound, 1u);
 }
 
 TEST_F(MtThreadMgrTest, DestructionWithAGroupFailsTheAssertion)
@@ -395,24 +397,24 @@ TEST_F(MtThreadMgrTest, DestructionWithAGroupFailsTheAssertion)
     TestGroup group(calls, 1);
     auto * const other = new TestMgr(factory);
     other->addGroup(&group);
-    EXPECT_EQ("_groups.size() == 0", failedAssertion([&] { delete other; }));
+    EXPECT_EQ(failedAssertion([&] { delete other; }), "_groups.size() == 0");
 }
 
 TEST_F(MtThreadMgrTest, AThreadThatTheLibraryDidNotMakeIsNobody)
 {
     MtThread *found = &*ObjPtr<MtThread>(makeWaitingThread()); // anything but null
     std::thread([&] { found = MtThreadMgr::findCurrentThread(); }).join();
-    EXPECT_EQ(nullptr, found);
+    EXPECT_EQ(found, nullptr);
 }
 
 TEST_F(MtThreadMgrTest, TheMainThreadRunsAndIsFound)
 {
     MtThread * const main = MtThreadMgr::findCurrentThread();
-    ASSERT_NE(nullptr, main);
-    EXPECT_EQ("main", main->getName());
+    ASSERT_NE(main, nullptr);
+    EXPECT_EQ(main->getName(), "main");
     EXPECT_TRUE(main->isRunning());
     EXPECT_TRUE(main->getThreadId().isCurrentThread());
-    EXPECT_EQ(nullptr, main->getProtocol());
+    EXPECT_EQ(main->getProtocol(), nullptr);
     main->stop();
     EXPECT_FALSE(main->isCancelable());
     main->cancel();
@@ -427,15 +429,15 @@ TEST_F(MtThreadMgrTest, GroupsHearOfANewNumberOfProcessorsOnce)
     manager.addGroup(&b);
     manager.addGroup(&a);
     manager.setNbProcessors(4);
-    EXPECT_EQ((std::vector<std::pair<int, unsigned>>{{2, 4}, {1, 4}}), calls);
-    EXPECT_EQ(4u, manager.getNbProcessors());
+    EXPECT_EQ(calls, (std::vector<std::pair<int, unsigned>>{{2, 4}, {1, 4}}));
+    EXPECT_EQ(manager.getNbProcessors(), 4u);
     manager.setNbProcessors(4);
-    EXPECT_EQ(2u, calls.size());
+    EXPECT_EQ(calls.size(), 2u);
     b.leaving = &manager;
     manager.setNbProcessors(3);
     manager.setNbProcessors(2);
-    EXPECT_EQ((std::vector<std::pair<int, unsigned>>{{2, 4}, {1, 4}, {2, 3}, {1, 3}, {1, 2}}),
-              calls);
+    EXPECT_EQ(calls,
+              (std::vector<std::pair<int, unsigned>>{{2, 4}, {1, 4}, {2, 3}, {1, 3}, {1, 2}}));
     manager.removeGroup(&a);
 }
 
@@ -443,12 +445,12 @@ TEST_F(MtThreadMgrTest, TheManagerOfTheProcessKnowsItsProcessorsAndTellsNoGroup)
 {
     MtThreadMgr &process = MtThreadMgr::getInstance();
     unsigned const nbProcessors = process.getNbProcessors();
-    EXPECT_EQ(static_cast<unsigned>(MtUtil::getNbProcessors()), nbProcessors);
+    EXPECT_EQ(nbProcessors, static_cast<unsigned>(MtUtil::getNbProcessors()));
     std::vector<std::pair<int, unsigned>> calls;
     TestGroup group(calls, 1);
     process.addGroup(&group);
     process.setNbProcessors(nbProcessors + 1);
-    EXPECT_EQ(nbProcessors + 1, process.getNbProcessors());
+    EXPECT_EQ(process.getNbProcessors(), nbProcessors + 1);
     process.setNbProcessors(nbProcessors);
     process.removeGroup(&group);
     EXPECT_TRUE(calls.empty());
@@ -460,22 +462,31 @@ TEST_F(MtThreadMgrTest, ApplicationSaysWhatItWants)
 {
     TestMgr::setParam(MtThreadMgr::REAL_TIME_NOT_STATED);
     MtThreadMgr::indicateAppIsRealTime(false);
-    EXPECT_EQ(1, MtThreadMgr::getRealTimeParam());
+    EXPECT_EQ(MtThreadMgr::getRealTimeParam(), 1);
     MtThreadMgr::indicateAppIsRealTime(true);
-    EXPECT_EQ(2, MtThreadMgr::getRealTimeParam());
+    EXPECT_EQ(MtThreadMgr::getRealTimeParam(), 2);
+}
+
+TEST_F(MtThreadMgrTest, ApplicationNamesWhatItWants)
+{
+    for (auto const wish : {MtThreadMgr::REAL_TIME_REQUIRED, MtThreadMgr::REAL_TIME_WANTED,
+                            MtThreadMgr::REAL_TIME_NOT_STATED}) {
+        MtThreadMgr::indicateAppIsRealTime(wish);
+        EXPECT_EQ(MtThreadMgr::getRealTimeParam(), wish);
+    }
 }
 
 TEST_F(MtThreadMgrTest, RealTimeIsEnabledOnceAndDisabledOnce)
 {
     manager.setRealTime(false);
-    EXPECT_EQ(0, manager.nbDisabled);
+    EXPECT_EQ(manager.nbDisabled, 0);
     manager.setRealTime(true);
     manager.setRealTime(true);
-    EXPECT_EQ(1, manager.nbEnabled);
+    EXPECT_EQ(manager.nbEnabled, 1);
     EXPECT_TRUE(manager.isRealTime());
     manager.setRealTime(false);
     manager.setRealTime(false);
-    EXPECT_EQ(1, manager.nbDisabled);
+    EXPECT_EQ(manager.nbDisabled, 1);
     EXPECT_FALSE(manager.isRealTime());
 }
 
@@ -486,7 +497,7 @@ TEST_F(MtThreadMgrTest, ARefusalIsDroppedWhereRealTimeIsMerelyWanted)
     manager.setRealTime(true);
     EXPECT_FALSE(manager.isRealTime());
     manager.setRealTime(true);
-    EXPECT_EQ(2, manager.nbEnabled);
+    EXPECT_EQ(manager.nbEnabled, 2);
 }
 
 TEST_F(MtThreadMgrTest, ARefusalIsThrownWhereRealTimeIsRequired)
@@ -497,7 +508,7 @@ TEST_F(MtThreadMgrTest, ARefusalIsThrownWhereRealTimeIsRequired)
         manager.setRealTime(true);
         FAIL();
     } catch (MtEx::ExRealTimeNotEnabled const &refusal) {
-        EXPECT_STREQ("Failure to enable real-time: refused.", refusal.getReason());
+        EXPECT_STREQ(refusal.getReason(), "Failure to enable real-time: refused.");
     }
     EXPECT_FALSE(manager.isRealTime());
 }
@@ -505,7 +516,7 @@ TEST_F(MtThreadMgrTest, ARefusalIsThrownWhereRealTimeIsRequired)
 TEST_F(MtThreadMgrTest, AnyOtherFailureIsThrown)
 {
     manager.isBroken = true;
-    EXPECT_EQ("broken", failedAssertion([&] { manager.setRealTime(true); }));
+    EXPECT_EQ(failedAssertion([&] { manager.setRealTime(true); }), "broken");
     EXPECT_FALSE(manager.isRealTime());
 }
 
@@ -515,7 +526,7 @@ TEST_F(MtThreadMgrTest, TheEnvironmentSwitchesBothWaysOff)
     NoRealTimeGuard const off("ZV_THREAD_NO_REALTIME=1");
     manager.setRealTime(false);
     EXPECT_TRUE(manager.isRealTime());
-    EXPECT_EQ(0, manager.nbDisabled);
+    EXPECT_EQ(manager.nbDisabled, 0);
 }
 
 TEST_F(MtThreadMgrTest, AChangeOfTheEnvironmentCountsFromTheNextSwitch)
@@ -529,4 +540,5 @@ TEST_F(MtThreadMgrTest, AChangeOfTheEnvironmentCountsFromTheNextSwitch)
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

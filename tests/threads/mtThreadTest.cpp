@@ -30,10 +30,9 @@
 
 namespace Zv {
 
-/// Looks into the thread of the platform.
-class MtThreadWindowsTest : public ThreadTest
+template <>
+struct TestAccess<MtThreadWindows>
 {
-protected:
     static MtThreadWindows &imp(MtThread &thread)
     {
         return dynamic_cast<MtThreadWindows &>(thread);
@@ -50,6 +49,7 @@ protected:
         LkGuard<LkLock const> const state(imp(thread)._stateLock);
         return imp(thread)._priorityValue;
     }
+    static bool isTerminating(MtThread &thread) { return imp(thread)._terminateOnUnhandled; }
     /// Returns when the thread has ended, and leaves it unjoined.
     static void awaitEnd(MtThread &thread)
     {
@@ -58,7 +58,7 @@ protected:
             LkGuard<LkLock const> const state(imp(thread)._stateLock);
             handle = imp(thread)._threadHandle;
         }
-        ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(handle, INFINITE));
+        ASSERT_EQ(::WaitForSingleObject(handle, INFINITE), WAIT_OBJECT_0);
     }
     static bool hasEnded(MtThread &thread)
     {
@@ -70,6 +70,16 @@ protected:
         imp(thread).setPriorityValue(level);
     }
 };
+
+} // namespace Zv
+
+namespace ZvTest {
+
+using namespace Zv;
+
+/// Reaches the private members of the platform's thread by short names.
+class MtThreadWindowsTest : public ThreadTest, protected TestAccess<MtThreadWindows>
+{};
 
 namespace {
 
@@ -136,27 +146,27 @@ TEST_F(MtThreadTest, RunsItsBodyAndEndsWithIt)
         current = MtThreadMgr::findCurrentThread();
         given = self;
         EXPECT_TRUE(self->isRunning());
-        EXPECT_EQ(id, self->getThreadId());
+        EXPECT_EQ(self->getThreadId(), id);
     });
     EXPECT_FALSE(thread->isRunning());
     EXPECT_TRUE(thread->getThreadId().isNull());
-    EXPECT_EQ("body", thread->getName());
+    EXPECT_EQ(thread->getName(), "body");
     thread->start();
     thread->join();
     EXPECT_FALSE(thread->isRunning());
     EXPECT_TRUE(thread->getThreadId().isNull());
     EXPECT_FALSE(id.isCurrentThread());
-    EXPECT_EQ(thread.get(), current);
-    EXPECT_EQ(thread.get(), given);
+    EXPECT_EQ(current, thread.get());
+    EXPECT_EQ(given, thread.get());
 }
 
 TEST_F(MtThreadTest, StartBeforeThreadsAreAllowedFailsTheAssertion)
 {
     ObjPtr<MtThread> const thread = makeThread("early", [](TestProtocol &, MtThread *) {});
-    MtThreadTestAccess::setCanStart(false);
-    EXPECT_EQ("canStart()", failedAssertion([&] { thread->start(); }));
+    TestAccess<MtThread>::setCanStart(false);
+    EXPECT_EQ(failedAssertion([&] { thread->start(); }), "canStart()");
     EXPECT_FALSE(thread->isRunning());
-    MtThreadTestAccess::setCanStart(true);
+    TestAccess<MtThread>::setCanStart(true);
     thread->start();
     thread->join();
 }
@@ -167,11 +177,11 @@ TEST_F(MtThreadTest, SecondStartWithoutJoinFailsTheAssertion)
     ObjPtr<MtThread> const thread =
         makeThread("twice", [&](TestProtocol &, MtThread *) { ++nbRuns; });
     thread->start();
-    EXPECT_EQ("!isRunningNoLock()", failedAssertion([&] { thread->start(); }));
+    EXPECT_EQ(failedAssertion([&] { thread->start(); }), "!isRunningNoLock()");
     thread->join();
     thread->start();
     thread->join();
-    EXPECT_EQ(2, nbRuns);
+    EXPECT_EQ(nbRuns, 2);
 }
 
 TEST_F(MtThreadTest, SecondJoinReturnsAtOnce)
@@ -273,9 +283,9 @@ TEST_F(MtThreadTest, AThreadIsNotTakenForOneThatHasEndedAndWasNotJoined)
         }));
         threads.back()->start();
         awaitEnd(*threads.back());
-        EXPECT_EQ(threads.back().get(), found);
+        EXPECT_EQ(found, threads.back().get());
         std::thread([&] { found = MtThreadMgr::findCurrentThread(); }).join();
-        EXPECT_EQ(nullptr, found);
+        EXPECT_EQ(found, nullptr);
     }
 }
 
@@ -287,10 +297,10 @@ TEST_F(MtThreadTest, StackSizeOfZeroIs65536Bytes)
         for (std::size_t i = 0; i != block.size(); i += 512, ++nbWritten)
             block[i] = 1;
     });
-    EXPECT_EQ(65536u, getStackSize(*thread));
+    EXPECT_EQ(getStackSize(*thread), 65536u);
     thread->start();
     thread->join();
-    EXPECT_EQ(112u, nbWritten);
+    EXPECT_EQ(nbWritten, 112u);
 }
 
 TEST_F(MtThreadTest, StackSizeIsTheCallersToChoose)
@@ -304,10 +314,10 @@ TEST_F(MtThreadTest, StackSizeIsTheCallersToChoose)
                 block[i] = 1;
         },
         1024 * 1024);
-    EXPECT_EQ(1024u * 1024u, getStackSize(*thread));
+    EXPECT_EQ(getStackSize(*thread), 1024u * 1024u);
     thread->start();
     thread->join();
-    EXPECT_EQ(900u, nbWritten);
+    EXPECT_EQ(nbWritten, 900u);
 }
 
 TEST_F(MtThreadTest, FirstFifteenBytesOfTheNameReachTheSystem)
@@ -317,7 +327,7 @@ TEST_F(MtThreadTest, FirstFifteenBytesOfTheNameReachTheSystem)
         "a name that is too long", [&](TestProtocol &, MtThread *) { name = ZvTest::getName(); });
     thread->start();
     thread->join();
-    EXPECT_EQ("a name that is ", name.substr(0, 15)); // some systems keep more
+    EXPECT_EQ(name.substr(0, 15), "a name that is "); // some systems keep more
 }
 
 std::string getNameOfThread(std::string const &given)
@@ -342,25 +352,25 @@ TEST_F(MtThreadTest, TheBytesOfANameReachTheSystemUnchanged)
                                     "a\x80\xBF"
                                     "b",
                                     "\xED\xA0\x80", "\xF5\x80\x80\x80", "\xC0\xAF"})
-        EXPECT_EQ(given, getNameOfThread(given));
+        EXPECT_EQ(getNameOfThread(given), given);
     // A character is not cut in two.
-    EXPECT_EQ("fourteen bytes", getNameOfThread("fourteen bytes\xC3\xB6"));
-    EXPECT_EQ("eleven byte\xF0\x9F\x8E\xAC",
-              getNameOfThread("eleven byte\xF0\x9F\x8E\xAC and more"));
+    EXPECT_EQ(getNameOfThread("fourteen bytes\xC3\xB6"), "fourteen bytes");
+    EXPECT_EQ(getNameOfThread("eleven byte\xF0\x9F\x8E\xAC and more"),
+              "eleven byte\xF0\x9F\x8E\xAC");
 }
 #else
 TEST_F(MtThreadTest, ANameReachesTheSystemAsText)
 {
-    EXPECT_EQ("gr\xF6\xDF"
-              "e",
-              getNameOfThread("gr\xC3\xB6\xC3\x9F"
-                              "e")); // its characters are below 256
+    EXPECT_EQ(getNameOfThread("gr\xC3\xB6\xC3\x9F"
+                              "e"),
+              "gr\xF6\xDF"
+              "e"); // its characters are below 256
 }
 #endif
 
 TEST_F(MtThreadTest, ExecutionWithoutThreadFailsTheAssertion)
 {
-    EXPECT_EQ("data", failedAssertion([] { execute(nullptr); }));
+    EXPECT_EQ(failedAssertion([] { execute(nullptr); }), "data");
 }
 
 // ---- cancelling
@@ -391,9 +401,9 @@ TEST_F(MtThreadTest, CancelOfAThreadThatDidNotEnableItDoesNothing)
 TEST_F(MtThreadTest, QuestionsAboutCancellingNeedARunningThread)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
-    EXPECT_EQ("isRunning()", failedAssertion([&] { thread->isCancelable(); }));
-    EXPECT_EQ("!check || isRunningNoLock()", failedAssertion([&] { thread->enableCancel(); }));
-    EXPECT_EQ("!check || isRunningNoLock()", failedAssertion([&] { thread->disableCancel(); }));
+    EXPECT_EQ(failedAssertion([&] { thread->isCancelable(); }), "isRunning()");
+    EXPECT_EQ(failedAssertion([&] { thread->enableCancel(); }), "!check || isRunningNoLock()");
+    EXPECT_EQ(failedAssertion([&] { thread->disableCancel(); }), "!check || isRunningNoLock()");
     thread->testCancel();
 }
 
@@ -428,7 +438,7 @@ public:
     void performCanceled(MtThread *) override { _calls.push_back("canceled"); }
     void performStop(MtThread *) override { _calls.push_back("stop"); }
 
-    // Who is killed at an event of the system leaves nothing behind.
+    // A thread that is killed while it waits for an event of the system holds no lock.
     LkEvent ready{"ready", false};
     LkEvent never{"never", false};
 
@@ -453,10 +463,10 @@ TEST_F(MtThreadTest, CancelKillsAThreadThatEnabledItAndTellsTheProtocol)
             thread->join();
             EXPECT_FALSE(thread->isRunning());
         }
-        EXPECT_EQ((std::vector<std::string>{"attach", "canceled", "canceled", "canceled"}), calls);
+        EXPECT_EQ(calls, (std::vector<std::string>{"attach", "canceled", "canceled", "canceled"}));
         calls.clear();
     }
-    EXPECT_EQ((std::vector<std::string>{"stop", "detach"}), calls);
+    EXPECT_EQ(calls, (std::vector<std::string>{"stop", "detach"}));
 }
 
 TEST_F(MtThreadTest, AThreadIsKilledOnce)
@@ -470,7 +480,7 @@ TEST_F(MtThreadTest, AThreadIsKilledOnce)
     thread->cancel();
     EXPECT_FALSE(thread->isCancelable());
     thread->cancel();
-    EXPECT_EQ((std::vector<std::string>{"attach", "canceled"}), calls);
+    EXPECT_EQ(calls, (std::vector<std::string>{"attach", "canceled"}));
     thread->join();
 }
 
@@ -564,7 +574,7 @@ TEST_F(MtThreadTest, StoppingAndCancelingAreToldUnderTheThreadsLock)
     protocol->ready.wait();
     thread->stop();
     thread->cancel();
-    ASSERT_EQ(2u, protocol->looks.size());
+    ASSERT_EQ(protocol->looks.size(), 2u);
     for (auto const &look : protocol->looks)
         EXPECT_TRUE(look->wasBlocked());
     thread->join();
@@ -580,17 +590,17 @@ TEST_F(MtThreadTest, ThreadGivesItsProtocolAwayAfterDetaching)
     auto * const protocol = new CanceledProtocol(calls);
     ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
         "detached", ObjPtr<MtThreadProtocol>(protocol), true, 0);
-    EXPECT_EQ(protocol, thread->getProtocol());
-    EXPECT_EQ(protocol, thread->getProtocolNoLock());
+    EXPECT_EQ(thread->getProtocol(), protocol);
+    EXPECT_EQ(thread->getProtocolNoLock(), protocol);
     ObjPtr<MtThreadProtocol> const taken(thread->detachProtocol());
-    EXPECT_EQ(protocol, taken.get());
-    EXPECT_EQ(nullptr, thread->getProtocol());
-    EXPECT_EQ((std::vector<std::string>{"attach", "detach"}), calls);
+    EXPECT_EQ(taken.get(), protocol);
+    EXPECT_EQ(thread->getProtocol(), nullptr);
+    EXPECT_EQ(calls, (std::vector<std::string>{"attach", "detach"}));
     thread->stop();
     thread->start();
     thread->join();
     thread.reset();
-    EXPECT_EQ((std::vector<std::string>{"attach", "detach"}), calls);
+    EXPECT_EQ(calls, (std::vector<std::string>{"attach", "detach"}));
 }
 
 class FailingAttach : public TestProtocol
@@ -607,7 +617,7 @@ TEST_F(MtThreadTest, ThreadWhoseProtocolDoesNotAttachIsNeitherMadeNorRegistered)
                      .createThread("failing", ObjPtr<MtThreadProtocol>(new FailingAttach), true, 0)
                      .isNull(),
                  std::runtime_error);
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
 }
 
 class DetachFailing : public TestProtocol
@@ -623,17 +633,17 @@ TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToDetachIsUnregisteredAllTheSame)
     ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
         "failing", ObjPtr<MtThreadProtocol>(new DetachFailing), true, 0);
     EXPECT_THROW(thread.reset(), std::runtime_error);
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
     try {
         ObjPtr<MtThread> const unwound = MtThreadFactory::getInstance().createThread(
             "failing", ObjPtr<MtThreadProtocol>(new DetachFailing), true, 0);
         throw 1;
     } catch (int) {
     }
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
 }
 
-/// Fails to stop, though the body ends; notes what comes after it.
+/// Throws in `performStop`, although the body ends. Records the calls after that.
 class StopFailing : public TestProtocol
 {
 public:
@@ -666,7 +676,7 @@ TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToStopIsWaitedForAllTheSame)
     thread->start();
     EXPECT_THROW(thread.reset(), std::runtime_error);
     EXPECT_TRUE(isDetached);
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
 }
 
 TEST_F(MtThreadTest, DestructionRethrowsAStoredExceptionAfterDetaching)
@@ -680,7 +690,7 @@ TEST_F(MtThreadTest, DestructionRethrowsAStoredExceptionAfterDetaching)
     thread->cancel();
     setException(*thread, new MtEx::ExNotImplemented("f", 1, "body"));
     EXPECT_THROW(thread.reset(), MtEx::ExThrownException);
-    EXPECT_EQ((std::vector<std::string>{"attach", "canceled", "stop", "detach"}), calls);
+    EXPECT_EQ(calls, (std::vector<std::string>{"attach", "canceled", "stop", "detach"}));
 }
 
 TEST_F(MtThreadTest, DestructionStopsAndJoins)
@@ -734,14 +744,14 @@ TEST_F(MtThreadTest, CallbacksMayCallBackAndDetachingHoldsNoLock)
 TEST_F(MtThreadTest, LevelIsKeptAndAppliedAtTheStart)
 {
     AskedThread thread;
-    EXPECT_EQ(-15, getPriorityValue(*thread)); // a free node has the lowest value
+    EXPECT_EQ(getPriorityValue(*thread), -15); // a free node has the lowest value
     PriorityRelation const relation("interrupt", RtPriorities::getInstance().getInterruptPriority(),
                                     PriorityRelation::EQUAL, thread->getPriority());
-    EXPECT_EQ(15, getPriorityValue(*thread));
+    EXPECT_EQ(getPriorityValue(*thread), 15);
     thread->start();
     std::ostringstream os;
     thread->dump(os);
-    EXPECT_NE(std::string::npos, os.str().find(" prio   6 NTprio ")) << os.str();
+    EXPECT_NE(os.str().find(" prio   6 NTprio "), std::string::npos) << os.str();
     thread.end();
 }
 
@@ -752,10 +762,10 @@ TEST_F(MtThreadTest, EachLevelHasItsSystemValue)
     int const values[] = {-15, -2, -1, 0, 1, 2, 15};
     for (int level = 0; level != 7; ++level) {
         setPriorityValue(*thread, level);
-        EXPECT_EQ(values[level], getPriorityValue(*thread));
+        EXPECT_EQ(getPriorityValue(*thread), values[level]);
         std::ostringstream os;
         thread->dump(os);
-        EXPECT_NE(std::string::npos, os.str().find(" prio   " + std::to_string(level))) << os.str();
+        EXPECT_NE(os.str().find(" prio   " + std::to_string(level)), std::string::npos) << os.str();
     }
     EXPECT_THROW(setPriorityValue(*thread, 7), ProgramAborted);
     EXPECT_THROW(setPriorityValue(*thread, -1), ProgramAborted);
@@ -815,12 +825,12 @@ TEST_F(MtThreadTest, ProcessorNumberIsRememberedAndAppliedAtTheStart)
 {
     AskedThread thread;
     EXPECT_TRUE(thread->isProcessorPlaceable());
-    EXPECT_EQ(-1, thread->getProcessorNb());
+    EXPECT_EQ(thread->getProcessorNb(), -1);
     int const processor = *ZvTest::getProcessors().begin();
     thread->setProcessorNb(processor);
-    EXPECT_EQ(processor, thread->getProcessorNb());
+    EXPECT_EQ(thread->getProcessorNb(), processor);
     thread->start();
-    EXPECT_EQ(std::set<int>{processor}, thread.getProcessors());
+    EXPECT_EQ(thread.getProcessors(), std::set<int>{processor});
 }
 
 class RunOnGuard
@@ -846,10 +856,10 @@ TEST_F(MtThreadTest, PlacingAtTheStartCanBeSwitchedOffAndPlacingOfARunningThread
     int const processor = *all.begin();
     thread->setProcessorNb(processor);
     thread->start();
-    EXPECT_EQ(all, thread.getProcessors());
-    EXPECT_EQ(processor, thread->getProcessorNb());
+    EXPECT_EQ(thread.getProcessors(), all);
+    EXPECT_EQ(thread->getProcessorNb(), processor);
     thread->setProcessorNb(processor);
-    EXPECT_EQ(std::set<int>{processor}, thread.getProcessors());
+    EXPECT_EQ(thread.getProcessors(), std::set<int>{processor});
 }
 
 TEST_F(MtThreadTest, ProcessorNumbersCountModulo32AndMinusOneIsAllOfTheProcess)
@@ -860,11 +870,11 @@ TEST_F(MtThreadTest, ProcessorNumbersCountModulo32AndMinusOneIsAllOfTheProcess)
     AskedThread thread;
     thread->start();
     thread->setProcessorNb(33);
-    EXPECT_EQ(33, thread->getProcessorNb());
-    EXPECT_EQ(std::set<int>{1}, thread.getProcessors());
+    EXPECT_EQ(thread->getProcessorNb(), 33);
+    EXPECT_EQ(thread.getProcessors(), std::set<int>{1});
     thread->setProcessorNb(-1);
-    EXPECT_EQ(-1, thread->getProcessorNb());
-    EXPECT_EQ(all, thread.getProcessors());
+    EXPECT_EQ(thread->getProcessorNb(), -1);
+    EXPECT_EQ(thread.getProcessors(), all);
 }
 
 TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered)
@@ -873,9 +883,9 @@ TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered
         GTEST_SKIP() << "this machine has a processor 31";
     AskedThread thread;
     thread->start();
-    EXPECT_EQ("::SetThreadAffinityMask( _threadHandle, mask )",
-              failedAssertion([&] { thread->setProcessorNb(31); }));
-    EXPECT_EQ(-1, thread->getProcessorNb());
+    EXPECT_EQ(failedAssertion([&] { thread->setProcessorNb(31); }),
+              "::SetThreadAffinityMask( _threadHandle, mask )");
+    EXPECT_EQ(thread->getProcessorNb(), -1);
 }
 
 TEST_F(MtThreadTest, AThreadHasTheProcessorsOfTheProcessAndNotOfItsStarter)
@@ -885,8 +895,8 @@ TEST_F(MtThreadTest, AThreadHasTheProcessorsOfTheProcessAndNotOfItsStarter)
     starter->setProcessorNb(*all.begin());
     starter->start();
     starter.ask([&] { child->start(); });
-    EXPECT_EQ(-1, child->getProcessorNb());
-    EXPECT_EQ(all, child.getProcessors());
+    EXPECT_EQ(child->getProcessorNb(), -1);
+    EXPECT_EQ(child.getProcessors(), all);
 }
 
 TEST_F(MtThreadTest, AThreadThatCannotBePlacedFailsItsStartAndRunsNoBody)
@@ -898,17 +908,17 @@ TEST_F(MtThreadTest, AThreadThatCannotBePlacedFailsItsStartAndRunsNoBody)
         makeThread("displaced", [&](TestProtocol &, MtThread *) { ++nbRuns; });
     thread->setProcessorNb(31);
     for (int round = 0; round != 3; ++round) {
-        EXPECT_EQ("::SetThreadAffinityMask( _threadHandle, mask )",
-                  failedAssertion([&] { thread->start(); }));
+        EXPECT_EQ(failedAssertion([&] { thread->start(); }),
+                  "::SetThreadAffinityMask( _threadHandle, mask )");
         EXPECT_FALSE(thread->isRunning());
         EXPECT_TRUE(thread->getThreadId().isNull());
-        EXPECT_EQ(31, thread->getProcessorNb());
+        EXPECT_EQ(thread->getProcessorNb(), 31);
     }
     // Its lock is free for others, and it can run after all.
     std::thread([&] { thread->setProcessorNb(-1); }).join();
     thread->start();
     thread->join();
-    EXPECT_EQ(1, nbRuns);
+    EXPECT_EQ(nbRuns, 1);
 }
 
 TEST_F(MtThreadTest, AThreadThatHasEndedOnlyRemembersItsProcessor)
@@ -923,11 +933,11 @@ TEST_F(MtThreadTest, AThreadThatHasEndedOnlyRemembersItsProcessor)
     });
     thread->start();
     known.acquire();
-    ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(self, INFINITE));
+    ASSERT_EQ(::WaitForSingleObject(self, INFINITE), WAIT_OBJECT_0);
     ::CloseHandle(self);
     EXPECT_TRUE(thread->isRunning()); // it is not joined
     thread->setProcessorNb(0);
-    EXPECT_EQ(0, thread->getProcessorNb());
+    EXPECT_EQ(thread->getProcessorNb(), 0);
     thread->join();
 }
 
@@ -935,16 +945,38 @@ TEST_F(MtThreadTest, AThreadOfAnotherKindCannotBePlacedByDefault)
 {
     StubThread thread;
     EXPECT_FALSE(thread.isProcessorPlaceable());
-    EXPECT_EQ(-1, thread.getProcessorNb());
+    EXPECT_EQ(thread.getProcessorNb(), -1);
     try {
         thread.setProcessorNb(0);
         FAIL();
     } catch (MtEx::ExNotImplemented const &failure) {
-        EXPECT_STREQ("Feature not implemented: MtThread::setProcessorNb", failure.getReason());
+        EXPECT_STREQ(failure.getReason(), "Feature not implemented: MtThread::setProcessorNb");
     }
 }
 
 // ---- stored exceptions, dump
+
+TEST_F(MtThreadTest, StoredExceptionEndsTheProcessIfTheThreadIsCreatedSo)
+{
+    using Factory = MtThreadFactory;
+    auto const isTerminatingThread = [](auto... arguments) {
+        ObjPtr<MtThread> const thread =
+            Factory::getInstance().createThread("thread", nullptr, arguments...);
+        return isTerminating(*thread);
+    };
+    EXPECT_TRUE(isTerminatingThread());
+    EXPECT_TRUE(isTerminatingThread(Factory::StoredException::TERMINATE));
+    EXPECT_FALSE(isTerminatingThread(Factory::StoredException::KEEP));
+    EXPECT_TRUE(isTerminatingThread(true, 0U));
+    EXPECT_FALSE(isTerminatingThread(false, 0U));
+}
+
+TEST_F(MtThreadTest, StackSizeIsPassedOnWithTheNamedArguments)
+{
+    ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
+        "thread", nullptr, MtThreadFactory::StoredException::KEEP, 0x20000);
+    EXPECT_EQ(getStackSize(*thread), 0x20000U);
+}
 
 TEST_F(MtThreadTest, JoinRethrowsAStoredExceptionOnce)
 {
@@ -953,9 +985,9 @@ TEST_F(MtThreadTest, JoinRethrowsAStoredExceptionOnce)
     setException(*thread, new MtEx::ExNotImplemented("f", 1, "body"));
     std::ostringstream os;
     thread->dump(os);
-    EXPECT_NE(std::string::npos, os.str().find(" ex? Feature not implemented: body runon -1"))
+    EXPECT_NE(os.str().find(" ex? Feature not implemented: body runon -1"), std::string::npos)
         << os.str();
-    // The thread ends the process where the exception is still there at its end.
+    // If the exception is still stored when the thread ends, the process ends.
     ExBase * const exception = new MtEx::ExNotImplemented("f", 1, "body");
     setException(*thread, nullptr);
     ObjPtr<MtThread> const tolerant = MtThreadFactory::getInstance().createThread(
@@ -970,7 +1002,7 @@ TEST_F(MtThreadTest, JoinRethrowsAStoredExceptionOnce)
         tolerant->join();
         FAIL();
     } catch (MtEx::ExThrownException const &failure) {
-        EXPECT_STREQ("Feature not implemented: body", failure.getReason());
+        EXPECT_STREQ(failure.getReason(), "Feature not implemented: body");
     }
     EXPECT_FALSE(tolerant->isRunning());
     tolerant->join();
@@ -983,8 +1015,8 @@ TEST_F(MtThreadTest, DumpIsOneLineOfFixedFields)
     std::ostringstream os;
     thread->dump(os);
     EXPECT_EQ(
-        "0x     0              dumped prio   0 NTprio   1 pol RR SYSTEM ex? no exception runon  0",
-        os.str());
+        os.str(),
+        "0x     0              dumped prio   0 NTprio   1 pol RR SYSTEM ex? no exception runon  0");
 }
 
 TEST_F(MtThreadTest, DumpOfARunningThreadHasItsNumber)
@@ -996,7 +1028,7 @@ TEST_F(MtThreadTest, DumpOfARunningThreadHasItsNumber)
     expected << thread->getThreadId()
              << "a name of more than twenty bytes prio   0 NTprio   1 pol RR SYSTEM ex? no "
                 "exception runon -1";
-    EXPECT_EQ(expected.str(), os.str());
+    EXPECT_EQ(os.str(), expected.str());
 }
 
 // ---- the ends of the process
@@ -1092,4 +1124,5 @@ TEST_F(MtThreadTest, ThousandThreadsComeAndGo)
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -1,4 +1,5 @@
-// Real-time operation of the whole process, with and without the privilege, each in a process of its own.
+// Real-time operation of the whole process, with and without the privilege, each in a process of
+// its own.
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priorityRelation.h"
@@ -15,7 +16,10 @@
 #include <cstdlib>
 #include <sstream>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 void dropPrivilege()
@@ -135,4 +139,5 @@ TEST_F(RealTimeDeathTest, WithThePrivilegeThreadsRunAtTheirBasePriority)
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

@@ -1,4 +1,5 @@
-// Every report of a service that fails, provoked: the linker leads the library's calls of the platform here.
+// Every report of a service that fails, provoked: the linker leads the library's calls of the
+// platform here.
 
 #include "allocations.h"
 #include "childProcess.h"
@@ -36,7 +37,7 @@ thread_local int nbRefusals = 0;
 thread_local DWORD error = REFUSED;
 thread_local int nbCalls = 0; // of the service above
 thread_local BOOL pretending = FALSE;
-thread_local DWORD given = REALTIME_PRIORITY_CLASS; // where SetPriorityClass pretends
+thread_local DWORD given = REALTIME_PRIORITY_CLASS; // the class that SetPriorityClass sets instead
 thread_local std::uint64_t asked = 0; // the number that the last refused call was given
 
 bool refuses(std::string_view service)
@@ -70,7 +71,7 @@ void pretend(std::string_view service)
 
 DWORD mapped(DWORD milliseconds)
 {
-    auto const map = Zv::mapTimeout.load();
+    auto const map = ZvTest::mapTimeout.load();
     return map && milliseconds != INFINITE ? map(milliseconds) : milliseconds;
 }
 
@@ -122,14 +123,17 @@ ZV_WRAP(DWORD_PTR, SetThreadAffinityMask, _ZN10ZvPlatform21SetThreadAffinityMask
         (asked = m, pretending ? DWORD_PTR{1} : DWORD_PTR{0}))
 ZV_WRAP(BOOL, GetProcessAffinityMask, _ZN10ZvPlatform22GetProcessAffinityMaskEPvPmS1_,
         (HANDLE h, DWORD_PTR *p, DWORD_PTR *s), (h, p, s), FALSE)
-// What is freed is gone, whatever the answer.
+// Frees in any case, also if it answers with a failure.
 ZV_WRAP(BOOL, TlsFree, _ZN10ZvPlatform7TlsFreeEj, (DWORD i), (i),
         (__real__ZN10ZvPlatform7TlsFreeEj(i), ::SetLastError(REFUSED), FALSE))
 ZV_WRAP(DWORD, TlsAlloc, _ZN10ZvPlatform8TlsAllocEv, (), (), TLS_OUT_OF_INDEXES)
 ZV_WRAP(BOOL, TlsSetValue, _ZN10ZvPlatform11TlsSetValueEjPv, (DWORD i, void *value), (i, value),
         FALSE)
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 class ThreadRefused : public ThreadTest
@@ -137,7 +141,7 @@ class ThreadRefused : public ThreadTest
 protected:
     void TearDown() override
     {
-        EXPECT_EQ(0, nbRefusals) << refusing << " was never called";
+        EXPECT_EQ(nbRefusals, 0) << refusing << " was never called";
         refusing = {};
     }
 };
@@ -149,7 +153,7 @@ std::string systemAssertionOf(std::function<void()> const &action)
         action();
     } catch (AssertionFailed const &failure) {
         EXPECT_TRUE(failure.hasSystemError());
-        EXPECT_EQ(int{REFUSED}, failure.getSystemError());
+        EXPECT_EQ(failure.getSystemError(), int{REFUSED});
         return failure.getExpression();
     }
     return "";
@@ -159,7 +163,7 @@ TEST_F(ThreadRefused, ThreadThatCannotBeMadeIsNotRunningAndCanStartLater)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     refuse("CreateThread");
-    EXPECT_EQ("threadHandle != NULL", systemAssertionOf([&] { thread->start(); }));
+    EXPECT_EQ(systemAssertionOf([&] { thread->start(); }), "threadHandle != NULL");
     EXPECT_FALSE(thread->isRunning());
     thread->start();
     EXPECT_TRUE(thread->isRunning());
@@ -169,9 +173,9 @@ TEST_F(ThreadRefused, ThreadWithoutItsSemaphoresIsNotMade)
 {
     auto const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     refuse("CreateSemaphoreA");
-    EXPECT_EQ("_started.getErrno() == 0 && _created.getErrno() == 0",
-              failedAssertion([&] { ObjPtr<MtThread> const thread = makeWaitingThread(); }));
-    EXPECT_EQ(nbThreads, MtThreadMgr::getInstance().getNbThreads());
+    EXPECT_EQ(failedAssertion([&] { ObjPtr<MtThread> const thread = makeWaitingThread(); }),
+              "_started.getErrno() == 0 && _created.getErrno() == 0");
+    EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
 }
 
 TEST_F(ThreadRefused, TheSystemIsAskedForTheStackThatWasAskedFor)
@@ -180,8 +184,8 @@ TEST_F(ThreadRefused, TheSystemIsAskedForTheStackThatWasAskedFor)
         ObjPtr<MtThread> const thread = makeThread(
             "stack", [](TestProtocol &, MtThread *) {}, size);
         refuse("CreateThread");
-        EXPECT_EQ("threadHandle != NULL", systemAssertionOf([&] { thread->start(); }));
-        EXPECT_EQ(size ? size : 65536u, asked);
+        EXPECT_EQ(systemAssertionOf([&] { thread->start(); }), "threadHandle != NULL");
+        EXPECT_EQ(asked, size ? size : 65536u);
     }
 }
 
@@ -197,22 +201,22 @@ TEST_F(ThreadRefused, ProcessorNumbersShiftABitModulo32)
     for (auto [number, mask] : {std::pair(0, 1u), std::pair(31, 1u << 31), std::pair(33, 2u)}) {
         pretend("SetThreadAffinityMask");
         thread->setProcessorNb(number);
-        EXPECT_EQ(mask, asked);
-        EXPECT_EQ(number, thread->getProcessorNb());
+        EXPECT_EQ(asked, mask);
+        EXPECT_EQ(thread->getProcessorNb(), number);
     }
     DWORD_PTR process = 0, system = 0;
     ASSERT_TRUE(::GetProcessAffinityMask(::GetCurrentProcess(), &process, &system));
     pretend("SetThreadAffinityMask");
     thread->setProcessorNb(-1);
-    EXPECT_EQ(process, asked);
+    EXPECT_EQ(asked, process);
 }
 
 TEST_F(ThreadRefused, ThreadWhoseLevelCannotBeSetRunsAllTheSame)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     refuse("SetThreadPriority");
-    EXPECT_EQ("::SetThreadPriority( _threadHandle, _priorityValue )",
-              systemAssertionOf([&] { thread->start(); }));
+    EXPECT_EQ(systemAssertionOf([&] { thread->start(); }),
+              "::SetThreadPriority( _threadHandle, _priorityValue )");
     EXPECT_TRUE(thread->isRunning());
     thread->stop();
     thread->join();
@@ -224,11 +228,12 @@ TEST_F(ThreadRefused, LevelOfARunningThreadCannotBeSet)
     ObjPtr<MtThread> const thread = makeWaitingThread();
     thread->start();
     refuse("SetThreadPriority");
-    EXPECT_EQ("::SetThreadPriority( _threadHandle, _priorityValue )", systemAssertionOf([&] {
+    EXPECT_EQ(systemAssertionOf([&] {
                   PriorityRelation const relation(
                       "level", RtPriorities::getInstance().getInterruptPriority(),
                       PriorityRelation::EQUAL, thread->getPriority());
-              }));
+              }),
+              "::SetThreadPriority( _threadHandle, _priorityValue )");
 }
 
 TEST_F(ThreadRefused, LevelThatWasRefusedIsAskedForAgain)
@@ -243,8 +248,8 @@ TEST_F(ThreadRefused, LevelThatWasRefusedIsAskedForAgain)
         return os.str().find(" prio   6 ") != std::string::npos;
     };
     refuse("SetThreadPriority");
-    EXPECT_EQ("::SetThreadPriority( _threadHandle, _priorityValue )",
-              systemAssertionOf([&] { node.setPriority(6); }));
+    EXPECT_EQ(systemAssertionOf([&] { node.setPriority(6); }),
+              "::SetThreadPriority( _threadHandle, _priorityValue )");
     EXPECT_FALSE(isAtItsLevel());
     MtPriorityMgr::getInstance().notify(PriorityMgr::VALUE_CHANGED);
     EXPECT_TRUE(isAtItsLevel());
@@ -256,18 +261,18 @@ TEST_F(ThreadRefused, LevelThatWasRefusedAtTheStartIsAskedForAgain)
     Priority node("moved", MtPriorityMgr::getInstance(), 6);
     PriorityRelation const relation("moved", node, PriorityRelation::EQUAL, thread->getPriority());
     refuse("SetThreadPriority", 1);
-    EXPECT_EQ("::SetThreadPriority( _threadHandle, _priorityValue )",
-              systemAssertionOf([&] { thread->start(); }));
+    EXPECT_EQ(systemAssertionOf([&] { thread->start(); }),
+              "::SetThreadPriority( _threadHandle, _priorityValue )");
     nbCalls = 0;
     node.setPriority(5);
-    EXPECT_EQ(1, nbCalls);
+    EXPECT_EQ(nbCalls, 1);
 }
 
 TEST_F(ThreadRefused, AThreadThatCannotBeMadeLeavesItsLockToOthers)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     refuse("CreateThread");
-    EXPECT_EQ("threadHandle != NULL", systemAssertionOf([&] { thread->start(); }));
+    EXPECT_EQ(systemAssertionOf([&] { thread->start(); }), "threadHandle != NULL");
     std::thread([&] { thread->getProtocol(); }).join();
 }
 
@@ -290,14 +295,14 @@ TEST_F(ThreadRefused, LevelThatDoesNotChangeMakesNoCall)
     {
         PriorityRelation const relation("level", baseLine, PriorityRelation::EQUAL,
                                         thread->getPriority());
-        EXPECT_EQ(0, nbCalls);
+        EXPECT_EQ(nbCalls, 0);
     }
     {
         PriorityRelation const relation("level", baseLine, PriorityRelation::LESS,
                                         thread->getPriority());
-        EXPECT_EQ(1, nbCalls);
+        EXPECT_EQ(nbCalls, 1);
     }
-    EXPECT_EQ(2, nbCalls);
+    EXPECT_EQ(nbCalls, 2);
 }
 
 /// Fails to be told, once.
@@ -327,7 +332,7 @@ TEST_F(ThreadRefused, LevelThatIsToldOnceMoreMakesNoCall)
     EXPECT_THROW(mgr.notify(PriorityMgr::VALUE_CHANGED), MtEx::ExNotImplemented);
     refuse("SetThreadPriority", 0);
     mgr.notify(PriorityMgr::VALUE_CHANGED); // makes up for it: tells everybody
-    EXPECT_EQ(0, nbCalls);
+    EXPECT_EQ(nbCalls, 0);
 }
 
 TEST_F(ThreadRefused, WaitForTheEndFailsAndTheThreadCanBeJoinedLater)
@@ -336,12 +341,12 @@ TEST_F(ThreadRefused, WaitForTheEndFailsAndTheThreadCanBeJoinedLater)
     thread->start();
     thread->stop();
     refuse("WaitForSingleObject");
-    EXPECT_EQ("waitResult == WAIT_OBJECT_0", systemAssertionOf([&] { thread->join(); }));
+    EXPECT_EQ(systemAssertionOf([&] { thread->join(); }), "waitResult == WAIT_OBJECT_0");
     EXPECT_TRUE(thread->isRunning());
     refuse("DuplicateHandle");
     EXPECT_EQ(
-        "::DuplicateHandle( process, handle, process, &_handle, 0, FALSE, DUPLICATE_SAME_ACCESS )",
-        systemAssertionOf([&] { thread->join(); }));
+        systemAssertionOf([&] { thread->join(); }),
+        "::DuplicateHandle( process, handle, process, &_handle, 0, FALSE, DUPLICATE_SAME_ACCESS )");
     thread->join();
     EXPECT_FALSE(thread->isRunning());
 }
@@ -358,8 +363,8 @@ TEST_F(ThreadRefused, ThreadThatCannotBeKilledRunsOn)
     thread->start();
     ready.acquire();
     refuse("TerminateThread");
-    EXPECT_EQ("::TerminateThread( _threadHandle, 0 )",
-              systemAssertionOf([&] { thread->cancel(); }));
+    EXPECT_EQ(systemAssertionOf([&] { thread->cancel(); }),
+              "::TerminateThread( _threadHandle, 0 )");
     EXPECT_TRUE(thread->isRunning());
 }
 
@@ -368,12 +373,12 @@ TEST_F(ThreadRefused, ThreadCannotBePlaced)
     ObjPtr<MtThread> const thread = makeWaitingThread();
     thread->start();
     refuse("SetThreadAffinityMask");
-    EXPECT_EQ("::SetThreadAffinityMask( _threadHandle, mask )",
-              systemAssertionOf([&] { thread->setProcessorNb(0); }));
+    EXPECT_EQ(systemAssertionOf([&] { thread->setProcessorNb(0); }),
+              "::SetThreadAffinityMask( _threadHandle, mask )");
     refuse("GetProcessAffinityMask");
-    EXPECT_EQ("::GetProcessAffinityMask( processHandle, &threadAffinity, &systemAffinity )",
-              systemAssertionOf([&] { thread->setProcessorNb(-1); }));
-    EXPECT_EQ(-1, thread->getProcessorNb());
+    EXPECT_EQ(systemAssertionOf([&] { thread->setProcessorNb(-1); }),
+              "::GetProcessAffinityMask( processHandle, &threadAffinity, &systemAffinity )");
+    EXPECT_EQ(thread->getProcessorNb(), -1);
 }
 
 TEST_F(ThreadRefused, AThreadWithoutAProcessorOfItsOwnIsNotPlaced)
@@ -382,27 +387,27 @@ TEST_F(ThreadRefused, AThreadWithoutAProcessorOfItsOwnIsNotPlaced)
     nbPlacings = 0;
     thread->start();
     thread->join();
-    EXPECT_EQ(0, nbPlacings);
+    EXPECT_EQ(nbPlacings, 0);
     thread->setProcessorNb(0);
     thread->setProcessorNb(-1);
     thread->start();
     thread->join();
-    EXPECT_EQ(0, nbPlacings);
+    EXPECT_EQ(nbPlacings, 0);
 }
 
 TEST_F(ThreadRefused, TheMainThreadThatCouldNotBeAdoptedCanBeLater)
 {
     ZvTest::ChildProcess child({"--child", "adopt"});
     ZvTest::ChildProcess::End const end = child.await();
-    EXPECT_EQ(0, end.code) << end.output;
+    EXPECT_EQ(end.code, 0) << end.output;
 }
 
 TEST_F(ThreadRefused, RealTimeThatFailsForAnotherReasonThanPrivilegeIsAnAssertion)
 {
     MtThreadMgr &manager = MtThreadMgr::getInstance();
     refuse("SetPriorityClass", 2);
-    EXPECT_EQ("::SetPriorityClass( _processHandle, REALTIME_PRIORITY_CLASS )",
-              systemAssertionOf([&] { manager.setRealTime(true); }));
+    EXPECT_EQ(systemAssertionOf([&] { manager.setRealTime(true); }),
+              "::SetPriorityClass( _processHandle, REALTIME_PRIORITY_CLASS )");
     EXPECT_FALSE(manager.isRealTime());
 }
 
@@ -449,18 +454,19 @@ struct Value
 TEST_F(ThreadRefused, ThreadLocalStorageThatIsRefusedFailsAnAssertion)
 {
     refuse("TlsAlloc");
-    EXPECT_EQ("_tlsIndex != 0xFFFFFFFF",
-              systemAssertionOf([] { MtSpecificData<Value> const data("data"); }));
-    EXPECT_EQ("::TlsFree( _tlsIndex ) == TRUE", systemAssertionOf([] {
+    EXPECT_EQ(systemAssertionOf([] { MtSpecificData<Value> const data("data"); }),
+              "_tlsIndex != 0xFFFFFFFF");
+    EXPECT_EQ(systemAssertionOf([] {
                   MtSpecificData<Value> const data("data");
                   refuse("TlsFree");
-              }));
+              }),
+              "::TlsFree( _tlsIndex ) == TRUE");
     MtSpecificData<Value> const data("data");
     refuse("TlsSetValue");
-    EXPECT_EQ("::TlsSetValue( _tlsIndex, data ) != 0",
-              systemAssertionOf([&] { data.getPointee(); }));
+    EXPECT_EQ(systemAssertionOf([&] { data.getPointee(); }),
+              "::TlsSetValue( _tlsIndex, data ) != 0");
     EXPECT_TRUE(data.isNull());
-    EXPECT_EQ(0, data->value);
+    EXPECT_EQ(data->value, 0);
 }
 
 TEST_F(ThreadRefused, ALineAboutTheFailureToMakeItsQueueOrTagIsWrittenWithoutThem)
@@ -482,20 +488,22 @@ TEST_F(ThreadRefused, ALineAboutTheFailureToMakeItsQueueOrTagIsWrittenWithoutThe
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest
 
 int zvChildMain(int argc, char **argv);
 
-/// No package is up, and there is no manager of threads yet. Whatever it lacks when it is made, it can be made later.
+/// No package is initialised, and there is no manager of threads yet. If its creation fails, it can
+/// be created later.
 int zvChildMain(int, char **)
 {
     refuse("DuplicateHandle");
-    std::string failed = Zv::failedAssertion([] { Zv::MtThreadMgr::getInstance(); });
+    std::string failed = ZvTest::failedAssertion([] { Zv::MtThreadMgr::getInstance(); });
     if (!failed.starts_with("::DuplicateHandle( processHandle, threadHandle, "))
         return 1;
     bool isMade = false;
     for (long nbGood = 0; !isMade; ++nbGood) {
-        failed = Zv::failedAssertion([&isMade, nbGood] {
+        failed = ZvTest::failedAssertion([&isMade, nbGood] {
             ZvTest::FailingAllocation const failing(nbGood);
             try {
                 Zv::MtThreadMgr::getInstance();

@@ -18,7 +18,10 @@
 #include <cstdlib>
 #include <sstream>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 void blockAllSignals()
@@ -59,7 +62,7 @@ TEST_F(ThreadSignals, CancelOfAThreadThatCannotBeReachedHoldsUpNoOther)
     ObjPtr<MtThread> const thread = makeThread("deaf", [&](TestProtocol &, MtThread *self) {
         blockAllSignalsPastTheLibrary();
         self->enableCancel();
-        isComputing = true; // not by a service, with whose end it could be killed
+        isComputing = true; // without a service, at whose end the thread could be killed
         while (!isToGoOn) {
         }
         LkEvent("never", false).wait();
@@ -76,7 +79,7 @@ TEST_F(ThreadSignals, CancelOfAThreadThatCannotBeReachedHoldsUpNoOther)
 
     std::ostringstream os;
     os << MtThreadMgr::getInstance();
-    EXPECT_NE(std::string::npos, os.str().find("deaf"));
+    EXPECT_NE(os.str().find("deaf"), std::string::npos);
     EXPECT_FALSE(thread->getThreadId().isNull());
     ObjPtr<MtThread> const other = makeWaitingThread();
     other->start();
@@ -120,4 +123,5 @@ TEST_F(ThreadEndsByPosixDeathTest, PthreadCancelOfABodyEndsTheProcess)
 }
 
 } // namespace
-} // namespace Zv
+
+} // namespace ZvTest

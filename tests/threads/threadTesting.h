@@ -1,8 +1,8 @@
-// What the tests of threads have in common.
+// Helpers for tests of threads.
 #pragma once
 
 #include "resmgt/locks/lkGuard.h"
-#include "resmgt/threads/mtSpecificDataRegistry.h"
+#include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadProtocol.h"
@@ -22,20 +22,15 @@
 
 namespace Zv {
 
-/// Reaches what only the package reaches.
-class MtThreadTestAccess
+template <>
+struct TestAccess<MtThread>
 {
-public:
     static void setCanStart(bool canStart) { MtThread::_canStart = canStart; }
 };
 
-/// Maps the time-outs of all timed waits, in milliseconds, if it is set.
-inline std::atomic<unsigned (*)(unsigned milliseconds)> mapTimeout = nullptr;
-
-/// Looks into the registry.
-class MtSpecificDataRegistryTest : public testing::Test
+template <>
+struct TestAccess<MtSpecificDataRegistry>
 {
-protected:
     static std::size_t countEntries(MtOpaqueData const *data)
     {
         MtSpecificDataRegistry &registry = MtSpecificDataRegistry::getInstance();
@@ -53,6 +48,15 @@ protected:
         return std::any_of(first, end, [data](auto const &entry) { return entry.second == data; });
     }
 };
+
+} // namespace Zv
+
+namespace ZvTest {
+
+using namespace Zv;
+
+/// Maps the time-outs of all timed waits, in milliseconds, if it is set.
+inline std::atomic<unsigned (*)(unsigned milliseconds)> mapTimeout = nullptr;
 
 /// A thread that does nothing.
 class StubThread : public MtThread
@@ -122,7 +126,8 @@ inline void runStranger(std::function<void()> const &body)
     }).join();
 }
 
-/// Whether `action` waits for a lock that the calling thread holds. It goes on in a thread of its own.
+/// Whether `action` waits for a lock that the calling thread holds. The action runs in its own
+/// thread.
 class Blocked
 {
 public:
@@ -149,7 +154,7 @@ private:
     std::thread _thread;
 };
 
-/// The expression of the assertion that `action` fails; empty where it fails none.
+/// Returns the expression of the assertion that `action` fails, or an empty text.
 inline std::string failedAssertion(std::function<void()> const &action)
 {
     try {
@@ -164,7 +169,7 @@ inline std::string failedAssertion(std::function<void()> const &action)
 class ThreadTest : public testing::Test
 {
 protected:
-    void SetUp() override { MtThreadTestAccess::setCanStart(true); }
+    void SetUp() override { TestAccess<MtThread>::setCanStart(true); }
 };
 
-} // namespace Zv
+} // namespace ZvTest

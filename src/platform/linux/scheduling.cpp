@@ -1,6 +1,7 @@
 #include "platform/linux/scheduling.h"
 
 #include "platform/common/threadName.h"
+#include "platform/priorityTable.h"
 
 #include <algorithm>
 #include <bit>
@@ -23,46 +24,25 @@ constinit std::atomic<std::uint32_t> generation{0};
 constinit cpu_set_t setBefore{};
 constinit std::atomic<bool> isMainPlaced{false};
 
-constexpr int LEVELS[] = {THREAD_PRIORITY_IDLE,         THREAD_PRIORITY_LOWEST,
-                          THREAD_PRIORITY_BELOW_NORMAL, THREAD_PRIORITY_NORMAL,
-                          THREAD_PRIORITY_ABOVE_NORMAL, THREAD_PRIORITY_HIGHEST,
-                          THREAD_PRIORITY_TIME_CRITICAL};
-
-constexpr int BASE_PRIORITIES[][std::size(LEVELS)] = {{1, 2, 3, 4, 5, 6, 15},
-                                                      {1, 6, 7, 8, 9, 10, 15},
-                                                      {1, 11, 12, 13, 14, 15, 15},
-                                                      {16, 22, 23, 24, 25, 26, 31}};
 constexpr int HIGHEST_BASE = 31;
 constexpr int NORMAL_BASE = 8;
 /// In place of a real-time priority: the application's threads run as it likes, and those that they make inherit it.
 constexpr int FOREIGN = -1;
 
-int rowOf(DWORD priorityClass)
-{
-    switch (priorityClass) {
-    case IDLE_PRIORITY_CLASS:
-        return 0;
-    case NORMAL_PRIORITY_CLASS:
-        return 1;
-    case HIGH_PRIORITY_CLASS:
-        return 2;
-    case REALTIME_PRIORITY_CLASS:
-        return 3;
-    default:
-        return -1;
-    }
-}
-
 bool isLevel(int level)
 {
-    return std::find(std::begin(LEVELS), std::end(LEVELS), level) != std::end(LEVELS);
+    return PriorityTable::findLevel(level) >= 0;
+}
+
+bool isPriorityClass(DWORD priorityClass)
+{
+    return PriorityTable::findRow(priorityClass);
 }
 
 int basePriority(DWORD priorityClass, int level)
 {
-    auto const column = std::find(std::begin(LEVELS), std::end(LEVELS), level) - LEVELS;
-    int const row = rowOf(priorityClass);
-    return BASE_PRIORITIES[row < 0 ? rowOf(NORMAL_PRIORITY_CLASS) : row][column];
+    PriorityTable::Row const &row = *PriorityTable::findRow(priorityClass);
+    return row.basePriorities[PriorityTable::findLevel(level)];
 }
 
 bool setPolicy(std::uint32_t kernelId, int policy, int priority)
@@ -324,7 +304,7 @@ BOOL SetPriorityClass(HANDLE process, DWORD priorityClass)
     Service service;
     if (process != CURRENT_PROCESS)
         return fail(ERROR_INVALID_HANDLE);
-    if (rowOf(priorityClass) < 0)
+    if (!isPriorityClass(priorityClass))
         return fail(ERROR_INVALID_PARAMETER);
     if (priorityClass == processClass.load(std::memory_order_relaxed))
         return TRUE;

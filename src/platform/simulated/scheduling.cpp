@@ -1,9 +1,7 @@
 // Priority classes, levels and processors are remembered and change nothing: all orders come about anyway.
 #include "platform/common/threadName.h"
+#include "platform/priorityTable.h"
 #include "platform/simulated/scheduler.h"
-
-#include <algorithm>
-#include <iterator>
 
 namespace ZvPlatform {
 
@@ -11,21 +9,9 @@ using namespace Simulated;
 
 namespace {
 
-constexpr int LEVELS[] = {THREAD_PRIORITY_IDLE,         THREAD_PRIORITY_LOWEST,
-                          THREAD_PRIORITY_BELOW_NORMAL, THREAD_PRIORITY_NORMAL,
-                          THREAD_PRIORITY_ABOVE_NORMAL, THREAD_PRIORITY_HIGHEST,
-                          THREAD_PRIORITY_TIME_CRITICAL};
-constexpr DWORD CLASSES[] = {NORMAL_PRIORITY_CLASS, IDLE_PRIORITY_CLASS, HIGH_PRIORITY_CLASS,
-                             REALTIME_PRIORITY_CLASS};
 constexpr DWORD_PTR PROCESSORS = 0xF;
 
 constinit DWORD processClass = NORMAL_PRIORITY_CLASS;
-
-template <class Values, class Value>
-bool isOneOf(Values const &values, Value value)
-{
-    return std::find(std::begin(values), std::end(values), value) != std::end(values);
-}
 
 /// Calls `what` with the thread behind a handle, or with null when it has ended. False for a bad handle.
 template <class What>
@@ -49,7 +35,7 @@ BOOL SetThreadPriority(HANDLE handle, int priority)
     enter("SetThreadPriority", handle);
     BOOL result = TRUE;
     bool const good = withThread(handle, [&](Thread *thread, Object *object) {
-        if (!isOneOf(LEVELS, priority))
+        if (PriorityTable::findLevel(priority) < 0)
             result = fail(ERROR_INVALID_PARAMETER);
         else if (isRefused(PRIORITIES))
             result = fail(ERROR_PRIVILEGE_NOT_HELD);
@@ -75,7 +61,7 @@ BOOL SetPriorityClass(HANDLE process, DWORD priorityClass)
     enter("SetPriorityClass");
     if (process != CURRENT_PROCESS)
         return fail(ERROR_INVALID_HANDLE);
-    if (!isOneOf(CLASSES, priorityClass))
+    if (!PriorityTable::findRow(priorityClass))
         return fail(ERROR_INVALID_PARAMETER);
     if (priorityClass == processClass)
         return TRUE;

@@ -1,4 +1,4 @@
-// One alarm.
+// Alarm: a callback at a time, once or repeated (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -8,56 +8,71 @@
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/threadAnnotations.h"
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 
 namespace Zv {
 
-/// What is to happen when, for `MtAlarmManager`, which makes these objects. Times are in seconds: alarm times on the
-/// clock of `Sleeper`, durations from the moment of registration.
+/// The description of an alarm: when its callback is called, and how often. `MtAlarmManager`
+/// creates these objects. See there for an example.
 ///
-/// A handle is set up, registered, and may be set up and registered again when its last call is over or it has been
-/// deregistered. While it is registered the setters do nothing. The count of repeats is never set back: a handle that
-/// is registered again has fewer repeats left, or none.
+/// Set up a handle, then register it. It can be set up and registered again when its last call is
+/// over or when it has been deregistered. While it is registered, the setters have no effect. The
+/// count of repeats is never reset, so a handle that is registered again has fewer repeats left, or
+/// none.
 ///
-/// A handle that only the manager still refers to is dropped at its time without a call. Any thread may use a handle;
-/// nothing here blocks.
+/// If only the manager still refers to a handle, it is dropped at its time without a call.
+///
+/// **Threads**: thread-safe. Nothing here blocks.
+///
+/// Times are in seconds. Alarm times are on the clock of `Sleeper`. Durations are counted from the
+/// registration.
 class ZVRESMGT_EXPORT MtAlarmHandle : public RCBase<LkCounter<long>>
 {
 public:
     class Callback;
 
-    /// Who is called; stays the caller's, and outlives the registration. Asserts that it is not null.
+    /// Sets the object to call. The caller owns it, and must keep it until the last call has returned
+    /// or `MtAlarmManager::deregisterAlarm` has. Fails an assertion if it is null.
     void setCallback(Callback *callback);
-    /// The moment of the call. In the past: at once.
+    /// Sets the time of the call. If it is in the past, the call is made at once.
     void setAlarmTime(double alarmTime);
-    /// The seconds from the registration to the call.
+    /// Sets the time from the registration to the call, in place of an alarm time.
     void setDuration(double duration);
-    /// The seconds between two calls. If this is 0 or less, or if the callback takes longer than this, a repeat is due
-    /// as soon as the call before it has ended. It then comes before all alarms of later moments. Alarms that are due
-    /// get their turn after each 1000 calls in a row, so that no number of repeats keeps them away for good. To be
-    /// called again and again, set a duration that leaves the thread time for others.
+    void setDuration(std::chrono::duration<double> duration) { setDuration(duration.count()); }
+    /// Sets the time between two calls. If it is 0 or less, or if the callback takes longer, a
+    /// repeat is due as soon as the call before it has returned. It then precedes all alarms of
+    /// later times. After 1000 such calls in a row, all other alarms that are due get their turn,
+    /// so that they are not delayed without end. For an alarm that repeats for long, set a duration
+    /// that leaves the thread time for other alarms.
     void setRepeatDuration(double repeatDuration);
-    /// How many calls follow the first. Repeat n is due n - 1 repeat durations after the first call's moment, however
-    /// late a call was: by design, the first repeat is due together with the first call.
+    void setRepeatDuration(std::chrono::duration<double> repeatDuration)
+    {
+        setRepeatDuration(repeatDuration.count());
+    }
+    /// Sets how many calls follow the first one. Repeat n is due n - 1 repeat durations after the
+    /// time of the first call, even if a call was late. So the first repeat is due together with
+    /// the first call, by design.
     void setRequestedRepeats(unsigned requestedRepeats);
 
     double getTimeRegistered() const;
-    /// The next call's moment, or the last one's. With a duration, it is known from the registration on.
+    /// Returns the time of the next call, or of the last one. If a duration was set, this is valid
+    /// from the registration on.
     double getAlarmTime() const;
-    /// With an alarm time, it is known from the registration on.
+    /// Returns the duration. If an alarm time was set, this is valid from the registration on.
     double getDuration() const;
     double getRepeatDuration() const;
     unsigned getRequestedRepeats() const;
-    /// Calls so far that were repeats. A call counts when it begins.
+    /// Returns the number of calls that were repeats. A call counts when it begins.
     unsigned getRepeatCount() const;
-    /// Whether a call has been made since the registration.
+    /// Returns whether a call has begun since the registration.
     bool hasOccurred() const;
-    /// From the registration to the end of the last call, or to the deregistration.
+    /// Returns true from the registration to the end of the last call, or to the deregistration.
     bool isRegistered() const;
 
 protected:
-    static RCShdPtr<MtAlarmHandle> create();
+    [[nodiscard]] static RCShdPtr<MtAlarmHandle> create();
     MtAlarmHandle();
     ~MtAlarmHandle() noexcept(false) override;
 
@@ -79,26 +94,31 @@ private:
     unsigned _requestedRepeats ZV_GUARDED_BY(_lock) = 0;
     unsigned _repeatCount ZV_GUARDED_BY(_lock) = 0;
     Callback *_callback ZV_GUARDED_BY(_lock) = nullptr;
-    bool _registered = false; // set under the lock; the manager clears it without
+    bool _registered = false; // interlocked: set under the lock, cleared by the manager without it
     bool _occurred ZV_GUARDED_BY(_lock) = false;
     bool _useDuration ZV_GUARDED_BY(_lock) = false;
     LkLock _lock;
-    // The manager's, under its lock.
-    std::size_t _position = NOWHERE; // in its queue
-    unsigned _nbDeregistering = 0;   // threads that wait for the end of a call
+    // State of the manager, under its lock.
+    std::size_t _position = NOWHERE; // in the manager's queue
+    unsigned _nbDeregistering = 0;   // number of threads that wait for the end of a call
 };
 
-/// Who is called at an alarm. Belongs to whoever gives it to a handle.
+/// The callback of an alarm.
+///
+/// **Owns**: the caller of `MtAlarmHandle::setCallback` owns the callback.
 class ZVRESMGT_EXPORT MtAlarmHandle::Callback
 {
 public:
     virtual ~Callback() noexcept(false);
-    /// On the thread of the manager, "MtAlarmThread", with no lock held: alarms may be registered and deregistered,
-    /// this one as well. All other alarms wait for it. What it throws ends the process. `goingAway`: the time has not
-    /// come, but the manager is being destroyed, on this thread.
+    /// Called at the time of the alarm, on the manager's thread "MtAlarmThread", without a lock. It
+    /// may register and deregister alarms, this one too. All other alarms wait until it returns. If
+    /// it throws, the process ends.
     ///
-    /// The thread has a stack of 64 KiB, which cannot be changed. A callback that needs more, or that takes long, must
-    /// hand the work to a thread of its own.
+    /// If `goingAway` is true, the time has not been reached, but the manager is being destroyed.
+    /// The call is then made on the thread that destroys it.
+    ///
+    /// The stack of the thread has 64 KiB, which cannot be changed. A callback that needs more, or
+    /// that takes long, must pass the work to another thread.
     virtual void performAlarm(RCShdPtr<MtAlarmHandle> handle, bool goingAway) = 0;
 
 protected:
@@ -107,7 +127,7 @@ protected:
     Callback &operator=(Callback const &) = default;
 };
 
-/// The base of alarm managers: lends them what they need of a handle.
+/// Base of alarm managers, with access to the internals of a handle (extenders).
 class ZVRESMGT_EXPORT MtAlarmHandleManipulator
 {
 protected:
@@ -116,17 +136,19 @@ protected:
     MtAlarmHandleManipulator &operator=(MtAlarmHandleManipulator const &) = delete;
     virtual ~MtAlarmHandleManipulator() noexcept(false) = 0;
 
-    static RCShdPtr<MtAlarmHandle> createHandle();
+    [[nodiscard]] static RCShdPtr<MtAlarmHandle> createHandle();
     static void setRegistered(MtAlarmHandle &handle, bool registered);
-    /// Also while the handle is registered.
+    /// Sets the alarm time, even while the handle is registered.
     static void setRegisteredAlarmTime(MtAlarmHandle &handle, double alarmTime);
-    /// Asserts that there is a callback, and calls it with no lock held.
+    /// Calls the callback without a lock. Fails an assertion if there is none.
     static void callCallback(MtAlarmHandle &handle, bool goingAway);
-    /// Registers the handle and returns its alarm time. Nothing, and nothing changes, where it is registered or has no
-    /// callback.
-    static std::optional<double> prepareForRegistration(MtAlarmHandle &handle, double now);
+    /// Marks the handle as registered and returns its alarm time. If it is registered already or
+    /// has no callback, returns nothing and changes nothing.
+    [[nodiscard]] static std::optional<double> prepareForRegistration(MtAlarmHandle &handle,
+                                                                      double now);
 
-    /// Threads that wait to deregister the handle. Under the manager's lock.
+    /// Returns the number of threads that wait to deregister the handle. The caller must hold the
+    /// manager's lock.
     static unsigned &getNbDeregistering(MtAlarmHandle &handle);
 };
 

@@ -20,12 +20,13 @@ namespace Zv {
 
 namespace {
 
-/// Where so little is left, waiting does not pay.
+/// Below this remaining time, the alarm is called without waiting.
 constexpr double NEGLIGIBLE = 0.0000001;
-/// Waits are timed in milliseconds: a shorter one would come back at once, and the thread would run round.
+/// Waits have a resolution of a millisecond. A shorter one would return at once, and the thread
+/// would spin.
 constexpr double SHORTEST_WAIT = 0.001;
-/// The calls in a row of one alarm whose time does not move on, such as one with repeats of duration 0. After them
-/// all others that are due get their turn.
+/// The number of calls in a row of an alarm whose time does not advance, such as one with a repeat
+/// duration of 0. After them, all other alarms that are due get their turn.
 constexpr unsigned LONGEST_ROW = 1000;
 
 double getTime()
@@ -70,11 +71,11 @@ MtAlarmManagerImp::MtAlarmManagerImp()
 {
     try {
         ObjPtr<MtThreadProtocol> protocol(new MtAlarmThread(*this));
-        _thread = MtThreadFactory::getInstance().createThread("MtAlarmThread", protocol, true, 0);
+        _thread = MtThreadFactory::getInstance().createThread("MtAlarmThread", std::move(protocol));
         ZV_ASSERT(_thread);
         _thread->start();
     } catch (...) {
-        _thread.reset(); // its relation goes before the node
+        _thread.reset(); // its relation must be destroyed before the node
         throw;
     }
 }
@@ -99,7 +100,7 @@ void MtAlarmManagerImp::registerAlarm(RCShdPtr<MtAlarmHandle> handle)
 {
     MtAlarmHandle &alarm = *handle;
     Guard const guard(_lock);
-    _alarms.reserve(2); // one is for the next repeat of the alarm whose callback runs
+    _alarms.reserve(2); // one place is for the next repeat of the alarm whose callback runs
     if (std::optional<double> const time = prepareForRegistration(alarm, getTime()))
         insert(std::move(handle), *time);
 }
@@ -144,7 +145,8 @@ void MtAlarmManagerImp::remove(MtAlarmHandle &alarm)
         setRegistered(alarm, false);
 }
 
-// The thread drops an alarm that somebody waits for here, or one that is always due might be called for ever.
+// The manager's thread drops an alarm that a thread waits for here. Otherwise an alarm that is
+// always due could be called without end.
 void MtAlarmManagerImp::waitForEndOfCall(MtAlarmHandle &alarm)
 {
     unsigned &nbDeregistering = getNbDeregistering(alarm);
@@ -202,7 +204,7 @@ bool MtAlarmManagerImp::endCall(RCShdPtr<MtAlarmHandle> const &alarm)
         setRegistered(*alarm, false);
         return true;
     }
-    // The callback may have ended the repeats, and may have registered the alarm anew.
+    // The callback may have deregistered the alarm, and may have registered it again.
     if (!alarm->isRegistered() || _alarms.contains(*alarm))
         return true;
     unsigned const nbRepeats = alarm->getRepeatCount();
@@ -210,7 +212,7 @@ bool MtAlarmManagerImp::endCall(RCShdPtr<MtAlarmHandle> const &alarm)
         setRegistered(*alarm, false);
         return true;
     }
-    // Counted from the registration, so that a late call delays no other.
+    // Counted from the registration, so that a late call does not delay the next ones.
     double const next =
         alarm->getTimeRegistered() + alarm->getDuration() + nbRepeats * alarm->getRepeatDuration();
     _nbInARow = next > alarm->getAlarmTime() ? 0 : _nbInARow + 1;
@@ -220,7 +222,7 @@ bool MtAlarmManagerImp::endCall(RCShdPtr<MtAlarmHandle> const &alarm)
         return true;
     }
     _nbInARow = 0;
-    insert(alarm, getTime()); // behind all that are due
+    insert(alarm, getTime()); // after all alarms that are due
     return false;
 }
 

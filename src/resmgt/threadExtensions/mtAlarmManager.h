@@ -1,4 +1,4 @@
-// Calls at given times.
+// Timer service: calls callbacks at given times (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -6,46 +6,69 @@
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "resmgt/threadExtensions/mtAlarmHandle.h"
 
+#include <chrono>
+
 namespace Zv {
 
 class Priority;
 
-/// Calls callbacks at given times, on one thread of the process, "MtAlarmThread". A singleton, made at first use.
+/// Calls callbacks at given times, on one thread of the process, "MtAlarmThread". A singleton.
 ///
-///     RCShdPtr<MtAlarmHandle> alarm(MtAlarmManager::getInstance().createHandle());
-///     alarm->setDuration(0.5);
-///     alarm->setCallback(&callback);
-///     MtAlarmManager::getInstance().registerAlarm(alarm);
+///     #include <chrono>
 ///
-/// No call comes early. A call may be late, by about a millisecond on an idle machine, and a callback delays all calls
-/// that are due after it. Alarms of the same time are called in the reverse order
-/// of their registration, by design.
+///     class Reminder : public MtAlarmHandle::Callback
+///     {
+///     public:
+///         void performAlarm(RCShdPtr<MtAlarmHandle>, bool) override {}
+///     };
 ///
-/// Any thread may use the manager, callbacks among them. Registering and deregistering take no more than the
-/// logarithm of the number of alarms. A null handle throws `RCEx::ExNullPtr`.
+///     Reminder reminder;
+///     MtAlarmManager &alarms = MtAlarmManager::getInstance();
+///     RCShdPtr<MtAlarmHandle> alarm(alarms.createHandle());
+///     alarm->setDuration(std::chrono::milliseconds(500));
+///     alarm->setCallback(&reminder);
+///     alarms.registerAlarm(alarm);
+///     alarms.deregisterAlarm(alarm); // before the reminder is destroyed
+///
+/// No call is early. A call may be late, by about a millisecond on an idle machine. A callback
+/// delays all calls that are due after it. Alarms of the same time are called in the reverse order
+/// of their registration, by design. Registering and deregistering take at most logarithmic time in
+/// the number of alarms.
+///
+/// **Threads**: thread-safe. Callbacks may use the manager too.
+///
+/// **Throws**: a null handle throws `RCEx::ExNullPtr`.
 class ZVRESMGT_EXPORT MtAlarmManager
 {
 public:
+    /// Returns the manager of the process, and creates it if needed.
     static MtAlarmManager &getInstance();
 
     MtAlarmManager(MtAlarmManager const &) = delete;
     MtAlarmManager &operator=(MtAlarmManager const &) = delete;
 
-    /// The node in `MtPriorityMgr` that the manager's thread follows, "AlarmManagerImp". Free: relations give it its
-    /// value. They end before the manager does.
+    /// Returns the node of `MtPriorityMgr` that the manager's thread follows, "AlarmManagerImp". It
+    /// is free, so relations give it its value. They must be destroyed before the manager.
     virtual Priority &getPriority() = 0;
-    /// A new handle.
-    virtual RCShdPtr<MtAlarmHandle> createHandle() = 0;
-    /// Does nothing where the handle is registered or has no callback. Does not block. Where memory is short it throws
-    /// `std::bad_alloc`, and the handle is not registered.
+    /// Returns a new handle.
+    [[nodiscard]] virtual RCShdPtr<MtAlarmHandle> createHandle() = 0;
+    /// Registers an alarm. Does nothing if it is registered already or has no callback. Does not
+    /// wait for a callback. Throws `std::bad_alloc` if memory is short. The handle is not
+    /// registered then.
     virtual void registerAlarm(RCShdPtr<MtAlarmHandle> handle) = 0;
-    /// When this returns, the handle is not registered and its callback does not run: a call that is under way is
-    /// waited for, and is the last one. From within the alarm's own callback it does not wait. A handle that was
-    /// not registered stays as it is.
+    /// Deregisters an alarm. When this returns, the handle is not registered and its callback does
+    /// not run. If the handle was not registered, nothing changes.
+    ///
+    /// **Blocks** while the callback runs, except in that callback itself.
     virtual void deregisterAlarm(RCShdPtr<MtAlarmHandle> handle) = 0;
-    /// Seconds. A number that is kept for its users: the manager itself has no use for it. 0.02 at first.
+    /// Returns a number of seconds that the manager keeps for its users and does not use itself,
+    /// initially 0.02.
     virtual double getResolution() const = 0;
     virtual void setResolution(double resolution) = 0;
+    void setResolution(std::chrono::duration<double> resolution)
+    {
+        setResolution(resolution.count());
+    }
 
 protected:
     friend class LkSingleton<MtAlarmManager>;

@@ -1,4 +1,4 @@
-// The alarm manager's inside.
+// Implementation of the alarm manager.
 #pragma once
 
 #include "resmgt/locks/lkGuard.h"
@@ -17,19 +17,20 @@
 
 namespace Zv {
 
-/// The lock comes before the locks of handles. It is not held during a callback.
+/// The lock is acquired before the locks of handles. It is not held during a callback.
 class MtAlarmManagerImp final : public MtAlarmManager, private MtAlarmHandleManipulator
 {
 public:
     MtAlarmManagerImp();
-    /// Each alarm that is left is called with `goingAway`, by the caller. Nobody uses the manager any more but these
-    /// callbacks.
+    /// Calls the callback of each alarm that is left, with `goingAway`. Only these callbacks may
+    /// still use the manager.
     ~MtAlarmManagerImp() noexcept(false) override;
 
     Priority &getPriority() override;
     RCShdPtr<MtAlarmHandle> createHandle() override;
     void registerAlarm(RCShdPtr<MtAlarmHandle> handle) override;
     void deregisterAlarm(RCShdPtr<MtAlarmHandle> handle) override;
+    using MtAlarmManager::setResolution;
     double getResolution() const override;
     void setResolution(double resolution) override;
 
@@ -42,20 +43,22 @@ private:
     /// The thread's body.
     void run();
     void stop();
-    /// The earliest alarm, where it is due and somebody else refers to it; others that are due are dropped. Else null.
-    RCShdPtr<MtAlarmHandle> takeDueAlarm() ZV_REQUIRES(_lock);
-    /// Makes of an alarm whose call is over what is to become of it. Returns false if it keeps others from their turn.
-    bool endCall(RCShdPtr<MtAlarmHandle> const &alarm) ZV_REQUIRES(_lock);
+    /// Removes and returns the earliest alarm that is due and to which the application still
+    /// refers, or returns null. Drops the alarms before it to which only the manager refers.
+    [[nodiscard]] RCShdPtr<MtAlarmHandle> takeDueAlarm() ZV_REQUIRES(_lock);
+    /// Ends or repeats an alarm whose callback has returned. Returns false if it has been called so
+    /// often in a row that the other alarms get their turn now.
+    [[nodiscard]] bool endCall(RCShdPtr<MtAlarmHandle> const &alarm) ZV_REQUIRES(_lock);
     void waitForAlarm() ZV_REQUIRES(_lock);
     void waitForEndOfCall(MtAlarmHandle &alarm) ZV_REQUIRES(_lock);
     void insert(RCShdPtr<MtAlarmHandle> alarm, double time) ZV_REQUIRES(_lock);
     void remove(MtAlarmHandle &alarm) ZV_REQUIRES(_lock);
-    /// Tells all alarms that the manager is going away.
+    /// Calls the callbacks of all alarms with `goingAway`.
     void dismissAlarms();
 
     MtAlarmQueue _alarms ZV_GUARDED_BY(_lock);
-    double _now = 0;                               // the thread's alone
-    double _wakeTime ZV_GUARDED_BY(_lock) = AWAKE; // the thread's, whatever comes meanwhile
+    double _now = 0;                               // for the manager's thread only
+    double _wakeTime ZV_GUARDED_BY(_lock) = AWAKE; // when the manager's thread looks again
     LkPulse _waitPulse;
     LkPulse _deregPulse;
     LkMutex _lock;

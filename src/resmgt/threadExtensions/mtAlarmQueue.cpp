@@ -60,14 +60,16 @@ RCShdPtr<MtAlarmHandle> MtAlarmQueue::take(MtAlarmHandle const &handle)
     return taken;
 }
 
-/// Puts an entry where it belongs, starting from a free place: up, or else down.
+/// Stores an entry at its place in the order, starting from a free place: upwards, or else
+/// downwards.
 void MtAlarmQueue::settle(std::size_t free, Entry entry)
 {
     std::size_t const place = rise(free, entry);
     put(place == free ? sink(free, entry) : place, std::move(entry));
 }
 
-/// Moves those down that stand above the free place and come later. Returns the place that is free then.
+/// Moves entries above the free place that are later than `entry` down. Returns the place that is
+/// free then.
 std::size_t MtAlarmQueue::rise(std::size_t free, Entry const &entry)
 {
     while (free > 0) {
@@ -80,7 +82,8 @@ std::size_t MtAlarmQueue::rise(std::size_t free, Entry const &entry)
     return free;
 }
 
-/// Moves those up that stand below the free place and come earlier. Returns the place that is free then.
+/// Moves entries below the free place that are earlier than `entry` up. Returns the place that is
+/// free then.
 std::size_t MtAlarmQueue::sink(std::size_t free, Entry const &entry)
 {
     for (;;) {

@@ -1,4 +1,4 @@
-// Alarms in the order in which they are due.
+// Priority queue of alarms.
 #pragma once
 
 #include "resmgt/smartPtrs/rcShdPtr.h"
@@ -10,34 +10,35 @@
 
 namespace Zv {
 
-/// Alarms sorted by time; among those of the same time the one that was added last comes first. A value that is no
-/// number comes after all times.
+/// Alarms sorted by time. Of alarms with the same time, the one that was added last is first. A
+/// value that is not a number is after all times.
 ///
-/// A heap of four children a node: an alarm that comes and goes before its time hardly moves, the earliest one stands
-/// in front, and no step takes more than the logarithm of the number. Each handle knows its place. All operations under
-/// the lock of the queue's owner.
+/// It is a heap with four children for each node. Each operation takes at most logarithmic time,
+/// and adding an alarm or removing it before its time moves few entries. Each handle stores its
+/// place. The owner of the queue must hold its lock.
 class MtAlarmQueue
 {
 public:
     bool isEmpty() const { return _entries.empty(); }
     bool contains(MtAlarmHandle const &handle) const;
-    /// The earliest alarm. Not of an empty queue.
+    /// Returns the earliest alarm. The queue must not be empty.
     MtAlarmHandle const &getFront() const { return *_entries.front().handle; }
     double getFrontTime() const { return _entries.front().time; }
 
-    /// Sees to it that the next `nb` calls of `add` cannot fail.
+    /// Allocates memory for the next `nb` calls of `add`, so that they cannot fail.
     void reserve(std::size_t nb);
-    /// The handle stands in no queue.
+    /// Adds a handle, which must not be in a queue.
     void add(RCShdPtr<MtAlarmHandle> handle, double time);
+    /// Removes and returns the earliest alarm. The queue must not be empty.
     RCShdPtr<MtAlarmHandle> takeFront();
-    /// Gives back what the queue held of the handle; null where it does not stand here.
+    /// Removes and returns the handle. Returns null if it is not in this queue.
     RCShdPtr<MtAlarmHandle> take(MtAlarmHandle const &handle);
 
 private:
     struct Entry
     {
         double time;
-        std::uint64_t number; // of its adding
+        std::uint64_t number; // counts the calls of `add`
         RCShdPtr<MtAlarmHandle> handle;
 
         bool isBefore(Entry const &other) const;

@@ -1,22 +1,28 @@
-// The queue between threads.
+// Queue between threads (applications).
 #pragma once
 
+#include "resmgt/locks/lkCounter.h"
 #include "resmgt/locks/lkMutex.h"
 #include "resmgt/locks/lkPulse.h"
+#include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
-#include "resmgt/threadExtensions/mtContainerObserver.h"
 #include "zvbase/threadAnnotations.h"
 
+#include <chrono>
 #include <cstdint>
 
 namespace Zv {
 
-/// Gives the standard container adapters one way to look at the element that leaves next.
+template <class Container, class Adapter>
+class MtContainer;
+
+/// Gives the standard container adapters one name for the element that leaves next. `MtContainer`
+/// uses it.
 template <class Container>
 class MtAdapterContainer : public Container
 {
 public:
-    /// Not to be called on an empty container.
+    /// Returns the next element. The container must not be empty.
     decltype(auto) getNext()
     {
         if constexpr (requires { this->front(); })
@@ -26,19 +32,67 @@ public:
     }
 };
 
-/// A queue between threads: a container with a lock, two wake-ups and at most one observer. As a rule it is a
-/// `std::queue`. A thread that produces waits while the container is full, except in `admit`. A thread that consumes waits
-/// while it is empty. Elements leave one by one, in the order of the container. To use it for elements of your own, include
-/// mtContainer.imp.h.
+/// Observer of one `MtContainer`. A thread that waits for more than its queue can be woken by an
+/// observer, and then calls `MtContainer::tryConsume`.
 ///
-/// **Threads**: any thread may call any operation, except the destructor. No thread may be inside an operation when
-/// the container is destroyed. The observer is called without the lock, so it may use the container.
+///     #include <queue>
 ///
-/// **Throws**: what the copy or the move of an element throws. An element that fails is not added, or stays in the
-/// container, and another thread that waits is woken in place of the one that fails. Elements are copied and moved
-/// under the lock, so their copies and moves must not call the container. A failed wait of the system is a failed
-/// assertion and leaves the container as it was. What an observer throws leaves the operation, which has been carried
-/// out: the element of such a `consume` is lost.
+///     using Numbers = MtContainer<std::queue<int>>;
+///
+///     class Watch : public Numbers::Observer
+///     {
+///     public:
+///         void performDestroyed(Numbers &) override {}
+///         void performProduced(Numbers &, int const &) override {} // wakes the thread
+///         void performConsumed(Numbers &, int const &) override {}
+///     };
+///
+///     Numbers numbers("numbers");
+///     numbers.setObserver(RCShdPtr<Numbers::Observer>(new Watch));
+///
+/// **Threads**: the container calls the observer without its lock, on the thread that destroys the
+/// container or that added or took the element.
+template <class Container, class Adapter, class Element>
+class MtContainerObserver : public RCBase<LkCounter<long>>
+{
+public:
+    /// Called when the container is being destroyed.
+    virtual void performDestroyed(MtContainer<Container, Adapter> &container) = 0;
+    /// Called when an element was added. `element` is the producer's object, after its contents
+    /// have been copied or moved into the container.
+    virtual void performProduced(MtContainer<Container, Adapter> &container,
+                                 Element const &element) = 0;
+    /// Called when an element was taken.
+    virtual void performConsumed(MtContainer<Container, Adapter> &container,
+                                 Element const &element) = 0;
+
+protected:
+    MtContainerObserver() = default;
+    ~MtContainerObserver() noexcept(false) override = default;
+};
+
+/// A queue between threads: a container with a lock, two wake-ups and at most one observer.
+/// `Container` is usually a `std::queue`. Elements leave one by one, in the order of the container.
+/// A source that uses a queue of its own elements includes mtContainer.imp.h.
+///
+///     #include <queue>
+///
+///     MtContainer<std::queue<int>> numbers("numbers", 100);
+///     numbers.produce(1);
+///     int const number = numbers.consume();
+///
+/// **Threads**: thread-safe, except the destructor. No thread may be inside an operation when the
+/// container is destroyed.
+///
+/// **Blocks**: a thread that produces waits while the container is full, except in `admit`. A
+/// thread that consumes waits while it is empty.
+///
+/// **Throws**: what the copy or the move of an element throws. An element that fails is not added,
+/// or stays in the container, and another waiting thread is woken in place of the one that fails.
+/// Elements are copied and moved under the lock, so their copies and moves must not call the
+/// container. If a wait of the system fails, an assertion fails and the container is unchanged. If
+/// the observer throws, the exception leaves the operation, which has been carried out. The element
+/// of such a `consume` is lost.
 template <class Container, class Adapter = MtAdapterContainer<Container>>
 class MtContainer
 {
@@ -46,59 +100,73 @@ public:
     using Element = typename Container::value_type;
     using Observer = MtContainerObserver<Container, Adapter, Element>;
 
-    /// `name` is the lock's name and outlives the container. `capacity` is the number of elements that fit; 0 means no
-    /// limit.
+    /// `name` is the name of the lock and must outlive the container. `capacity` is the number of
+    /// elements that fit, and 0 means no limit.
     explicit MtContainer(char const *name, std::uint64_t capacity = 0);
-    /// Tells the observer and lets it go. Asserts that the container is empty. If it is not, what is left is destroyed.
+    /// Calls the observer and releases it. Fails an assertion if the container is not empty, and
+    /// destroys the elements that are left.
     ~MtContainer() noexcept(false);
     MtContainer(MtContainer const &) = delete;
     MtContainer &operator=(MtContainer const &) = delete;
 
-    /// Installs the observer, which stays for the container's life: asserts that there is none yet.
+    /// Sets the observer, which stays for the life of the container. Fails an assertion if there is
+    /// one already.
     void setObserver(RCShdPtr<Observer> const &observer);
 
-    /// Adds the element. Blocks while the container is full. An element that moves when it is copied is left empty. If
-    /// the call throws before the element is in, the argument is as its copy or move has left it.
+    /// Adds an element. Blocks while the container is full. An element that moves when it is copied
+    /// is left empty. If this throws before the element has been added, the argument is as its copy
+    /// or move has left it.
     void produce(Element const &element);
     void produce(Element &&element);
-    /// The same without waiting: false, with `element` untouched, when the container is full.
-    bool tryProduce(Element const &element);
-    bool tryProduce(Element &&element);
-    /// Adds the element, also if the container is full. Never waits. A thread that waits in `produce` goes on when there
-    /// is room below the capacity again. The caller must bound the number of such elements by other means.
+    /// Like `produce`, but does not wait. Returns false and leaves `element` unchanged if the
+    /// container is full.
+    [[nodiscard]] bool tryProduce(Element const &element);
+    [[nodiscard]] bool tryProduce(Element &&element);
+    /// Adds an element even if the container is full. Never waits. A thread that waits in `produce`
+    /// continues when the number of elements is below the capacity again. The caller must limit the
+    /// number of such elements by other means.
     void admit(Element const &element);
     void admit(Element &&element);
 
-    /// Takes the next element; waits while there is none.
+    /// Removes and returns the next element. Blocks while the container is empty.
     [[nodiscard]] Element consume();
-    /// Takes the next element into `element`, and waits for one for `seconds` at most; if they are 0 or less, it does not
-    /// wait. Returns false if there was none: `element` is as before.
+    /// Moves the next element into `element`. Waits for one for at most `seconds`, or not at all if
+    /// they are 0 or less. Returns false and leaves `element` unchanged if there was none.
     ///
-    /// What `element` held before ends last, without the lock. If its end throws, the new element is in `element` and
-    /// everything else is done. If `element` cannot be assigned to, the new element is lost.
-    bool timedConsume(Element &element, double seconds);
-    bool tryConsume(Element &element) { return timedConsume(element, 0.0); }
+    /// The former value of `element` is destroyed last, without the lock. If its destructor throws,
+    /// `element` has the new value and everything else has been done. If the assignment to
+    /// `element` throws, the new value is lost.
+    [[nodiscard]] bool timedConsume(Element &element, double seconds);
+    [[nodiscard]] bool timedConsume(Element &element, std::chrono::duration<double> time)
+    {
+        return timedConsume(element, time.count());
+    }
+    /// Like `timedConsume`, but does not wait.
+    [[nodiscard]] bool tryConsume(Element &element) { return timedConsume(element, 0.0); }
 
-    /// What these say may have changed when they return.
+    /// Returns the number of elements. It may have changed when this returns.
     std::uint64_t getSize() const;
-    bool isEmpty() const { return getSize() == 0; }
-    /// The largest number where there is no limit.
+    /// Returns whether `getSize` is 0. It may have changed when this returns.
+    [[nodiscard]] bool isEmpty() const { return getSize() == 0; }
+    /// Returns the number of elements that fit. It is the largest number if there is no limit.
     std::uint64_t getCapacity() const { return _capacity; }
 
 private:
-    /// The threads that wait for one of the two: for an element, or for room. The container's lock guards it.
+    /// The threads that wait for an element, or those that wait for room. The container's lock
+    /// guards it.
     ///
-    /// A pulse is sent only for a thread that waits and was not called yet. A pulse that no thread waits for would be
-    /// kept, and such pulses would pile up.
+    /// A pulse is sent only for a thread that waits and was not called yet. A pulse without a
+    /// waiting thread would be kept, and such pulses would accumulate.
     class Waiters
     {
     public:
         explicit Waiters(char const *name) : _pulse(name, LkPulse::WAKE_ONE) {}
 
         void wait(LkMutex const &lock) ZV_REQUIRES(lock);
-        /// False if the time is over and the thread was not called.
-        bool timedWait(LkMutex const &lock, double seconds) ZV_REQUIRES(lock);
-        /// Calls one of them. Returns whether `pulse` has to follow, with the lock or without it.
+        /// Returns false if the time is over and the thread was not called.
+        [[nodiscard]] bool timedWait(LkMutex const &lock, double seconds) ZV_REQUIRES(lock);
+        /// Chooses a thread to wake. Returns true if the caller must call `pulse`, with the lock or
+        /// without it.
         [[nodiscard]] bool call();
         void pulse() const { _pulse.pulse(); }
 
@@ -109,13 +177,14 @@ private:
         std::uint64_t _nbWaiting = 0;
         std::uint64_t _nbCalled = 0; // of the waiting ones
     };
-    /// Destroys what is left in the container. The standard container's own destructor must not throw.
+    /// Destroys the elements that are left. The destructor of a standard container must not meet an
+    /// element that throws.
     struct Emptied;
 
     template <class Source>
     void performProduce(Source &&element);
     template <class Source>
-    bool performTryProduce(Source &&element);
+    [[nodiscard]] bool performTryProduce(Source &&element);
     template <class Source>
     void performAdmit(Source &&element);
     template <class Source>
@@ -123,7 +192,7 @@ private:
     Element takeNoLock(bool &wakes) ZV_REQUIRES(_lock);
     Element moveNextNoLock() ZV_REQUIRES(_lock);
     void waitNoLock(Waiters &waiters) ZV_REQUIRES(_lock);
-    bool waitNonEmptyNoLock(double seconds) ZV_REQUIRES(_lock);
+    [[nodiscard]] bool waitNonEmptyNoLock(double seconds) ZV_REQUIRES(_lock);
     void passOnNoLock() ZV_REQUIRES(_lock);
 
     Adapter _container ZV_GUARDED_BY(_lock);

@@ -1,4 +1,4 @@
-// The bodies of the queue. Included where it is instantiated.
+// Bodies of the queue between threads, for the sources that instantiate it (applications).
 #pragma once
 
 #include "resmgt/literals/liTimestamp.h"
@@ -35,7 +35,8 @@ bool MtContainer<Container, Adapter>::Waiters::timedWait(LkMutex const &lock, do
                 --_nbWaiting;
                 return false;
             }
-            // The pulse meant for this thread came too late, but came. It is taken, or it would wake another in vain.
+            // The thread was called after its time was over. It must use up the pulse, which would
+            // wake another in vain.
             _pulse.wait(lock);
         }
     } catch (...) {
@@ -55,8 +56,9 @@ bool MtContainer<Container, Adapter>::Waiters::call()
     return true;
 }
 
-/// Counts out a thread that was woken. One whose wait failed counts as woken as well, because it is not known whether it
-/// has taken a pulse: a thread may then be woken in vain, but none is forgotten.
+/// Removes a thread that was woken from the counts. A thread whose wait failed counts as woken,
+/// because it may have used up a pulse. Another thread may then be woken in vain, but none is
+/// forgotten.
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::Waiters::leave()
 {
@@ -76,7 +78,7 @@ struct MtContainer<Container, Adapter>::Emptied
             try {
                 [[maybe_unused]] Element const element(std::move(container.getNext()));
                 container.pop();
-            } catch (...) { // the failed assertion tells of what was left
+            } catch (...) { // the failed assertion reports that the container was not empty
             }
     }
 };
@@ -86,7 +88,7 @@ MtContainer<Container, Adapter>::MtContainer(char const *name, std::uint64_t cap
     : _lock(name),
       _nonEmpty("Non-Empty Pulse"),
       _nonFull("Non-Full Pulse"),
-      _capacity(capacity ? capacity : std::numeric_limits<std::uint64_t>::max())
+      _capacity(capacity ? capacity : (std::numeric_limits<std::uint64_t>::max)())
 {}
 
 template <class Container, class Adapter>
@@ -196,10 +198,10 @@ void MtContainer<Container, Adapter>::performAdmit(Source &&element)
         observer->performProduced(*this, element);
 }
 
-// A pulse is sent when the lock is free: a thread that it wakes wants the lock, and where it comes to the processor at
-// once it would only go back to sleep for it.
+// A pulse is sent without the lock. The thread that it wakes acquires the lock, and would have to
+// sleep again if it runs at once.
 //
-// The observer stays for the container's life: once set, it may be called without the lock.
+// The observer stays for the life of the container, so it may be called without the lock.
 template <class Container, class Adapter>
 template <class Source>
 auto MtContainer<Container, Adapter>::addNoLock(Source &&element, bool &wakes) -> Observer *
@@ -245,7 +247,8 @@ void MtContainer<Container, Adapter>::waitNoLock(Waiters &waiters)
     }
 }
 
-/// Called by a thread that fails. What it was woken for is still there, and another has to be woken for it.
+/// Called by a thread that fails. Its element or its room is still there, so another thread must be
+/// woken for it.
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::passOnNoLock()
 {
@@ -304,7 +307,8 @@ bool MtContainer<Container, Adapter>::timedConsume(Element &element, double seco
     guard.unlock();
     if (wakes)
         _nonFull.pulse();
-    // What the caller's element held ends last. Its end may throw, or call the container.
+    // The former value of the caller's element is destroyed last. Its destructor may throw, or call
+    // the container.
     [[maybe_unused]] Element const former(std::exchange(element, std::move(taken)));
     if (observer)
         observer->performConsumed(*this, element);

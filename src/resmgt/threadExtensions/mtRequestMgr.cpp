@@ -6,6 +6,8 @@
 
 namespace Zv {
 
+// ---- MtRequestMgr
+
 MtRequestMgr::MtRequestMgr() : _lock("MtRequestMgr") {}
 
 MtRequestMgr::~MtRequestMgr() noexcept(false)
@@ -61,5 +63,17 @@ void MtRequestMgr::waitRequestCountZero(MtRequestTag tag)
         tag._id->second = new LkPulse("RequestZero", LkPulse::WAKE_ALL);
     tag._id->second->wait(_lock);
 }
+
+// ---- MtRequestBase
+
+MtRequestBase::MtRequestBase() = default;
+
+MtRequestBase::MtRequestBase(MtRequestTag tag) : _tag(tag) {}
+
+MtRequestBase::MtRequestBase(MtRequestBase const &) = default;
+
+MtRequestBase &MtRequestBase::operator=(MtRequestBase const &) = default;
+
+MtRequestBase::~MtRequestBase() noexcept(false) = default;
 
 } // namespace Zv

@@ -1,41 +1,105 @@
-// Counts requests under tags.
+// Requests, and the counting of requests that are under way (applications).
 #pragma once
 
 #include "resmgt/export.h"
 #include "resmgt/locks/lkMutex.h"
-#include "resmgt/threadExtensions/mtRequestTag.h"
 #include "zvbase/threadAnnotations.h"
+
+#include <list>
+#include <utility>
 
 namespace Zv {
 
-/// Lets a client wait until all requests of a tag are done. Each owner makes its own manager. For each batch: acquire a
-/// tag, count the requests up as they are sent and down as they are done, wait for zero, release the tag.
+class LkPulse;
+
+/// Names one count of an `MtRequestMgr`, which hands it out. It is passed by value and is valid
+/// until it is released. See `MtRequestMgr` for an example.
+class ZVRESMGT_EXPORT MtRequestTag
+{
+public:
+    /// The number of requests under way, and the pulse that is sent at 0. The pulse is null until a
+    /// thread waits.
+    using Entry = std::pair<unsigned, LkPulse *>;
+    using EntryList = std::list<Entry>;
+
+    /// Constructs an invalid tag.
+    MtRequestTag() = default;
+    /// Constructs the tag of an entry. For `MtRequestMgr`.
+    explicit MtRequestTag(EntryList::iterator id) : _id(id), _isValid(true) {}
+
+    bool isValid() const { return _isValid; }
+    /// Returns true if both tags name the same entry, or both are invalid.
+    friend bool operator==(MtRequestTag const &left, MtRequestTag const &right)
+    {
+        return left._isValid == right._isValid && (!left._isValid || left._id == right._id);
+    }
+
+private:
+    friend class MtRequestMgr;
+
+    EntryList::iterator _id;
+    bool _isValid = false;
+};
+
+/// Counts requests under tags, so that a thread can wait until all requests of a batch are done.
 ///
-/// Any thread. All operations with an invalid tag fail the assertion "tag.isValid()". A released tag is not to be used.
+///     MtRequestMgr mgr;
+///     MtRequestTag const tag = mgr.acquireTag();
+///     mgr.incRequestCount(tag); // for each request that is sent
+///     mgr.decRequestCount(tag); // for each request that is done, usually in another thread
+///     mgr.waitRequestCountZero(tag);
+///     mgr.releaseTag(tag);
+///
+/// **Threads**: thread-safe, except the destructor. No thread may wait when the manager is
+/// destroyed.
+///
+/// **Throws**: each operation fails the assertion "tag.isValid()" if the tag is invalid. A tag must
+/// not be used after it was released. This is not detected.
 class ZVRESMGT_EXPORT MtRequestMgr
 {
 public:
     MtRequestMgr();
-    /// Nobody waits any more.
     ~MtRequestMgr() noexcept(false);
     MtRequestMgr(MtRequestMgr const &) = delete;
     MtRequestMgr &operator=(MtRequestMgr const &) = delete;
 
-    /// A new count of 0.
-    MtRequestTag acquireTag();
-    /// Asserts that the count is 0.
+    /// Returns a new tag with a count of 0. The caller must release it.
+    [[nodiscard]] MtRequestTag acquireTag();
+    /// Releases a tag. Fails an assertion if the count is not 0.
     void releaseTag(MtRequestTag tag);
     unsigned getRequestCount(MtRequestTag tag);
     void incRequestCount(MtRequestTag tag);
-    /// At 0 it wakes those who wait. A count below 0 wraps around, unreported.
+    /// Counts down. If the count is 0 then, wakes the threads that wait. A count below 0 wraps
+    /// around. This is not detected.
     void decRequestCount(MtRequestTag tag);
-    /// Blocks until the count reaches 0. Only the first time counts: once a tag has been waited for and has reached 0,
-    /// each later wait for it returns at once, whatever the count. So each batch takes a tag of its own.
+    /// Blocks until the count is 0. This works once for each tag: when a thread has waited for a tag
+    /// and the count has reached 0, each later wait for this tag returns at once, even if the count
+    /// is not 0. So each batch must acquire a tag of its own.
     void waitRequestCountZero(MtRequestTag tag);
 
 private:
     MtRequestTag::EntryList _entries ZV_GUARDED_BY(_lock);
     LkMutex _lock;
+};
+
+/// Base of requests: work for another thread, counted under a tag. The sender must call
+/// `MtRequestMgr::incRequestCount`, and the thread that has done the work
+/// `MtRequestMgr::decRequestCount`. See `MtTask` for an example.
+class ZVRESMGT_EXPORT MtRequestBase
+{
+public:
+    /// Constructs a request with an invalid tag.
+    MtRequestBase();
+    explicit MtRequestBase(MtRequestTag tag);
+    MtRequestBase(MtRequestBase const &);
+    MtRequestBase &operator=(MtRequestBase const &);
+    virtual ~MtRequestBase() noexcept(false);
+
+    MtRequestTag getTag() const { return _tag; }
+    void setTag(MtRequestTag tag) { _tag = tag; }
+
+private:
+    MtRequestTag _tag;
 };
 
 } // namespace Zv

@@ -8,6 +8,7 @@
 #include "zvbase/scope.private.h"
 
 #include <cstdio>
+#include <utility>
 
 namespace Zv {
 
@@ -61,13 +62,19 @@ MtThreadPool::MtThreadPool(LiString const &name, unsigned nbThreads, bool placeT
       _placeThreads(placeThreads),
       _isRunning(false)
 {
-    join(); // the workers' relations need the node; it hears of no solving, so that it need not be complete
+    join(); // for the relations of the workers; it is told nothing, so that it may be incomplete
     for (unsigned i = 0; i != _nbThreads; ++i) {
         ObjPtr<MtThreadProtocol> worker(new PoolWorker(*this, i));
-        _threads[i] = MtThreadFactory::getInstance().createThread(makeWorkerName(name, i), worker,
-                                                                  true, stackSize);
+        _threads[i] = MtThreadFactory::getInstance().createThread(
+            makeWorkerName(name, i), std::move(worker), MtThreadFactory::StoredException::TERMINATE,
+            stackSize);
     }
 }
+
+MtThreadPool::MtThreadPool(LiString const &name, unsigned nbThreads, Placement placement,
+                           unsigned stackSize)
+    : MtThreadPool(name, nbThreads, placement == Placement::ONE_PROCESSOR_EACH, stackSize)
+{}
 
 MtThreadPool::~MtThreadPool() noexcept(false)
 {

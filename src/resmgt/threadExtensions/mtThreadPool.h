@@ -1,4 +1,4 @@
-// Threads that share work.
+// Pool of worker threads (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -9,65 +9,89 @@
 
 namespace Zv {
 
-/// A fixed set of worker threads with one common priority: the pool is a node of `MtPriorityMgr`, relations to it are
-/// relations to all of its workers. Where work comes from is a derived class's affair. Each worker goes round
+/// A fixed set of worker threads with one common priority. The pool is a node of `MtPriorityMgr`,
+/// and relations to it apply to all of its workers. A derived class supplies the work:
 ///
-///     obtainTask(index);  // waits for work
-///     executeTask(index); // does it
-///     doneTask(index);    // says so
-///
-/// as long as the pool runs. That is asked after the work, so that each worker makes one more round after `stop`:
-/// `obtainTask` then returns at once, and `executeTask` copes with an empty turn. Tasks that are left when the pool
-/// stops stay where the derived class keeps them.
-///
-/// `start`, `stop` and the destructor are for one controlling thread, which is no worker of the pool. An exception
-/// that leaves one of the three operations ends the process.
-///
-/// The pool is told nothing of solvings. A derived class that overrides `updatePriority` calls `setTelling` at the end
-/// of its constructor and, with `NEVER`, first in its destructor.
+///     #include <resmgt/locks.h>
 ///
 ///     class DiskPool : public MtThreadPool
 ///     {
+///     public:
+///         DiskPool() : MtThreadPool("disk", 2) {}
 ///         ~DiskPool() noexcept(false) override { stop(); } // while its operations still exist
-///         ...
+///
+///     protected:
+///         void obtainTask(unsigned) override { _work.wait(); }
+///         void executeTask(unsigned) override {}
+///         void stopThreads() override { _work.set(); }
+///
+///     private:
+///         LkEvent _work{"work", false};
 ///     };
+///
+/// Each worker calls `obtainTask`, `executeTask` and `doneTask` in turn, as long as the pool runs.
+/// It checks this after each round, so each worker makes one more round after `stop`. `obtainTask`
+/// must then return at once, and `executeTask` must accept a round without work. Work that is left
+/// when the pool stops stays in the derived class.
+///
+/// The pool is not told its value. A derived class that overrides `updatePriority` must call
+/// `setTelling` at the end of its constructor and, with `NEVER`, at the beginning of its
+/// destructor.
+///
+/// **Threads**: one controlling thread, which is no worker of the pool, calls `start`, `stop` and
+/// the destructor. `isRunning`, `getNbThreads` and the operations of `Priority` are thread-safe.
+///
+/// **Throws**: an exception that leaves `obtainTask`, `executeTask` or `doneTask` ends the process.
 class ZVRESMGT_EXPORT MtThreadPool : public Priority
 {
+    // The order of the virtual functions is part of the binary interface. It decides the order of
+    // the sections.
 public:
-    /// The workers are made, not started. A worker's name is the pool's with its index behind it, two columns wide.
-    /// `placeThreads`: worker i runs on processor i alone. `stackSize` is in bytes for each worker; 0 stands for
-    /// 65536.
+    /// Which processors the workers may use.
+    enum class Placement
+    {
+        ALL_PROCESSORS,    ///< Each worker may use all processors of the process.
+        ONE_PROCESSOR_EACH ///< Worker i runs on processor i only.
+    };
+
+    /// Creates the workers and does not start them. The name of a worker is that of the pool and
+    /// its index, two columns wide. If `placeThreads` is true, worker i runs on processor i only.
+    /// `stackSize` is in bytes for each worker, and 0 means 65536.
     ///
-    /// Worker numbers are not reduced to the processors that exist. A pool that is placed must not have more workers
-    /// than the process has processors, and the process must be allowed to use those with the numbers from 0 on. A
-    /// container or a processor set may withhold some of them from it. Otherwise `start` fails the assertion
-    /// "::SetThreadAffinityMask( _threadHandle, mask )".
+    /// Worker i is placed on processor i modulo 32. A pool that is placed must not have more
+    /// workers than the process has processors, and the process must be allowed to use those with
+    /// the numbers from 0 on. A container or a processor set may withhold some of them. Otherwise
+    /// `start` fails the assertion "::SetThreadAffinityMask( _threadHandle, mask )".
     MtThreadPool(LiString const &name, unsigned nbThreads, bool placeThreads, unsigned stackSize);
+    /// Like the constructor above, with a name for the third argument.
+    MtThreadPool(LiString const &name, unsigned nbThreads,
+                 Placement placement = Placement::ALL_PROCESSORS, unsigned stackSize = 0);
     MtThreadPool(MtThreadPool const &) = delete;
     MtThreadPool &operator=(MtThreadPool const &) = delete;
-    /// Waits for workers that still run. What they call is gone by then, and nobody wakes them: a derived class calls
-    /// `stop` in its own destructor.
+    /// Waits for workers that still run. The operations of the derived class no longer exist then,
+    /// and nothing wakes the workers. So a derived class must call `stop` in its own destructor.
     ~MtThreadPool() noexcept(false) override;
 
 protected:
-    /// Does the work, on worker `workerIndex`; counted from 0.
+    /// Does the work of one round. Called by the worker with the index `workerIndex`, counted from
+    /// 0.
     virtual void executeTask(unsigned workerIndex) = 0;
-    /// Called by the worker after each `executeTask`. Does nothing here.
+    /// Called by the worker after each `executeTask`. Does nothing in this class.
     virtual void doneTask(unsigned workerIndex);
-    /// Blocks the worker until there is work or the pool stops. Does nothing here.
+    /// Blocks the worker until there is work or the pool stops. Does nothing in this class.
     virtual void obtainTask(unsigned workerIndex);
-    /// Wakes the workers that block in `obtainTask`; `isRunning` is false already. Called by `stop` on its thread.
-    /// Does nothing here.
+    /// Wakes the workers that block in `obtainTask`. Called by `stop`, when `isRunning` returns
+    /// false already. Does nothing in this class.
     virtual void stopThreads();
 
 public:
-    /// Starts the workers in order. Does nothing if the pool runs. A pool may be started again after a stop. Throws what
-    /// `MtThread::start` throws if a worker cannot be started or placed: the pool then runs with the workers before it,
-    /// and `stop` ends them.
+    /// Starts the workers in order. Does nothing if the pool runs. A pool may be started again
+    /// after a stop. Throws what `MtThread::start` throws if a worker cannot be started or placed.
+    /// The pool then runs with the workers before it, and must be stopped.
     void start();
-    /// Lets the workers come to their end and waits for them; nothing where the pool does not run.
+    /// Wakes the workers and waits for their ends. Does nothing if the pool does not run.
     void stop();
-    /// From `start` to the beginning of `stop`. Any thread.
+    /// Returns true from `start` to the beginning of `stop`.
     bool isRunning() const;
     unsigned getNbThreads() const { return _nbThreads; }
 

@@ -1,4 +1,4 @@
-// A list that finds its entries.
+// List that finds its entries in constant time.
 #pragma once
 
 #include "zvbase/containers.h"
@@ -8,14 +8,15 @@
 
 namespace Zv {
 
-/// Pointers in the order of their adding; each is found and removed in the same time however many there are.
+/// Pointers in the order in which they were added. Finding and removing one takes the same time for
+/// any number of them.
 template <class T>
 class IndexedList
 {
 public:
     using Entries = List<T *>;
 
-    /// Appends; an entry may be there more than once.
+    /// Appends an entry. The list may contain it already.
     void add(T *entry)
     {
         _entries.push_back(entry);

@@ -26,7 +26,7 @@ namespace {
 
 using Guard = LkGuard<LkLock const>;
 
-/// What memory does not allow is written later.
+/// Returns false if memory is short. The line is then written later.
 bool flushEarliest(LgReader &reader)
 {
     try {
@@ -43,7 +43,7 @@ LgQueue *loggerThreadQueue = nullptr;
 
 // ---- MtLogger
 
-/// Destroyed from the end.
+/// The members are destroyed from the last to the first.
 struct MtLogger::State
 {
     ObjPtr<LgRegistry> _formerRegistry;
@@ -58,13 +58,13 @@ bool MtLogger::_running = false;
 unsigned MtLogger::_nbRuns = 0;
 unsigned MtLogger::_run = 0;
 
+// A failure during the creation of a queue may be logged. That line must not ask for the queue.
 LgQueue *MtLogger::getThreadQueue()
 {
-    static thread_local bool isMaking = false;
-    if (isMaking)
+    static thread_local bool isCreating = false;
+    if (isCreating)
         return nullptr;
-    // What is made may fail, and its failure may be traced. That line does without it.
-    TemporaryValue const making(isMaking, true);
+    TemporaryValue const creating(isCreating, true);
     return ThreadsStatics::logQueue->getPointee()->getQueue();
 }
 
@@ -80,7 +80,7 @@ void MtLogger::startLogger()
         ZvPlatform::Interlocked::storeRelease(_run, ++_nbRuns);
         _state->_reader.reset(new LgReader);
         _state->_thread = MtThreadFactory::getInstance().createThread(
-            "Log_Reader_Thread", ObjPtr<MtThreadProtocol>(new ReaderThread), true, 0);
+            "Log_Reader_Thread", ObjPtr<MtThreadProtocol>(new ReaderThread));
         _state->_loggerPriority.reset(new PriorityRelation(
             "LoggerPriority", RtPriorities::getInstance().getBaseLinePriority(),
             PriorityRelation::EQUAL, _state->_thread->getPriority()));
@@ -111,7 +111,8 @@ std::exception_ptr MtLogger::dismantle()
             _state->_thread->join();
         });
     }
-    // A relation and a thread that go solve the priority graph, which another thread may have left invalid.
+    // The destructors of a relation and of a thread solve the priority graph, which another thread
+    // may have left invalid.
     failure.attempt([] { _state->_loggerPriority.reset(); });
     failure.attempt([] { _state->_thread.reset(); });
     failure.attempt([] { _state->_reader.reset(); });
@@ -120,7 +121,7 @@ std::exception_ptr MtLogger::dismantle()
     failure.attempt([] { exitThread(); });
     ObjPtr<State> const state(std::exchange(_state, nullptr));
     ObjPtr<LgQueue> const readersQueue(std::exchange(loggerThreadQueue, nullptr));
-    // Writes what is left, as far as memory allows.
+    // The destructor of the registry writes what is left, as far as memory allows.
     failure.attempt([&state] {
         ObjPtr<LgRegistry> const registry(LgLog::setRegistry(state->_formerRegistry));
     });
@@ -177,7 +178,8 @@ MtLogger::QueueObserver::QueueObserver() : _lock("Queue_Observer_Lock"), _waitFo
 
 MtLogger::QueueObserver::~QueueObserver() noexcept = default;
 
-// Also where blocking trace has been switched off: a writer may still wait.
+// Wakes the writer even if blocking trace has been disabled meanwhile, because the writer may still
+// wait.
 void MtLogger::QueueObserver::notify(LgQueue &queue)
 {
     Guard const guard(_lock);
@@ -249,7 +251,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
                 }
                 idle = 0;
             }
-            // A sleep that the end of the logger cuts short.
+            // Sleeps until the time is over or the logger is stopped.
             static_cast<void>(_state->_stopped.timedWait(static_cast<float>(idle) * 0.016f));
             if (idle < 20)
                 ++idle;

@@ -1,4 +1,4 @@
-// The log of a process with threads: a queue for each thread, and one thread that drains them all.
+// Log of a process with threads: a queue for each thread, and one thread that empties them all.
 #pragma once
 
 #include "resmgt/locks/lkLock.h"
@@ -15,8 +15,8 @@
 
 namespace Zv {
 
-/// Starts and stops the log. A thread writes to its own queue, whose memory was allocated before its body began, and
-/// never waits unless blocking trace is on.
+/// Starts and stops the log. A thread writes to its own queue, whose memory was allocated before
+/// its body began. It never waits, except if blocking trace is enabled.
 class MtLogger
 {
 public:
@@ -25,20 +25,24 @@ public:
     class Registry;
     class ReaderThread;
 
-    /// Asserts "!LgLog::isLoggerActive()". Where it throws, nothing has changed.
+    /// Starts the reader thread. Fails the assertion "!LgLog::isLoggerActive()" if the log runs. If
+    /// it throws, nothing has changed.
     static void startLogger();
-    /// Asserts "LgLog::isLoggerActive()". What was written before is in the output when this returns. Called by the
-    /// thread that started the logger. Throws what solving the priority graph throws, if another change has left the
-    /// graph invalid. The logger has stopped in that case, too.
+    /// Stops the reader thread. When this returns, all lines that were written before are in the
+    /// output. Must be called by the thread that started the logger. Fails the assertion
+    /// "LgLog::isLoggerActive()" if the log does not run. Throws what solving the priority graph
+    /// throws if another change has left the graph invalid. The logger has stopped nevertheless.
     static void stopLogger();
 
-    /// For a thread that begins: makes and registers its queue, and returns it; null without a logger.
+    /// Creates and registers the queue of the calling thread, which begins. Returns the queue, or
+    /// null without a logger.
     static LgQueue *enterThread();
-    /// The run of the logger, counted from 1; 0 while there is none.
+    /// Returns the number of the logger's run, counted from 1, or 0 while the log does not run.
     static unsigned getRun();
-    /// For a thread that ends: gives its queue to the reader.
+    /// Gives the queue of the calling thread, which ends, to the reader.
     static void exitThread();
-    /// For a thread of others' that ends: the same, and its trace.
+    /// Does what `exitThread` does for a thread that the library did not create, and destroys its
+    /// trace.
     static void forgetThread();
 
     MtLogger() = delete;
@@ -47,7 +51,7 @@ private:
     struct State;
 
     static LgQueue *getThreadQueue();
-    /// Returns the first failure, or null. Goes on behind each.
+    /// Undoes `startLogger`. Goes on after a failure, and returns the first one, or null.
     static std::exception_ptr dismantle();
 
     static State *_state; // while the logger runs
@@ -56,7 +60,7 @@ private:
     static unsigned _run;
 };
 
-/// What a thread has of the logger: its queue. With the adapter, the queue goes to the reader, which deletes it.
+/// The queue of one thread. The destructor gives the queue to the reader, which deletes it.
 class MtLogger::QueueAdapter
 {
 public:
@@ -66,15 +70,15 @@ public:
     QueueAdapter &operator=(QueueAdapter const &) = delete;
 
     LgQueue *getQueue() const { return _queue; }
-    /// Gives the queue away.
+    /// Gives up the ownership of the queue.
     LgQueue *releaseQueue();
 
 private:
     LgQueue *_queue;
 };
 
-/// The flow control of one queue's writer: with blocking trace, a writer without room sleeps until the reader has
-/// made some.
+/// Flow control for the writer of one queue. If blocking trace is enabled and the queue is full,
+/// the writer sleeps until the reader has made room.
 class MtLogger::QueueObserver final : public LgQueue::Observer
 {
 public:
@@ -85,11 +89,11 @@ public:
 
 private:
     LkLock _lock;
-    ObjPtr<LkSema> _sema; // made at the first wait; stays
+    ObjPtr<LkSema> _sema; // created by the first wait
     unsigned _waitForChars ZV_GUARDED_BY(_lock);
 };
 
-/// The queues of the threads, in the order of their adding.
+/// The queues of the threads, in the order in which they were added.
 class MtLogger::Registry final : public LgRegistry
 {
 public:

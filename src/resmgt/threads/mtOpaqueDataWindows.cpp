@@ -5,6 +5,8 @@
 
 namespace Zv {
 
+MtOpaqueDataImp::~MtOpaqueDataImp() noexcept(false) = default;
+
 MtOpaqueDataWindows::MtOpaqueDataWindows() : _tlsIndex(::TlsAlloc())
 {
     ZV_SYS_ASSERT(_tlsIndex != 0xFFFFFFFF);

@@ -1,11 +1,25 @@
 #include "resmgt/threads/mtThread.h"
 
 #include "resmgt/threads/mtEx.h"
-#include "resmgt/threads/mtSpecificDataRegistry.h"
+#include "resmgt/threads/mtSpecificData.h"
 #include "zvbase/failures.h"
 #include "zvbase/platform/interlocked.h"
 
 namespace Zv {
+
+// ---- MtThreadProtocol
+
+MtThreadProtocol::~MtThreadProtocol() noexcept(false) = default;
+
+void MtThreadProtocol::performAttach(MtThread *) {}
+
+void MtThreadProtocol::performDetach(MtThread *) {}
+
+void MtThreadProtocol::performCanceled(MtThread *) {}
+
+void MtThreadProtocol::performStop(MtThread *) {}
+
+// ---- MtThread
 
 bool MtThread::_canStart = false;
 

@@ -1,12 +1,12 @@
-// The end of a thread, whoever made it.
+// Callback at the end of any thread, also of one that the library did not create.
 #pragma once
 
 #include <cstdint>
 
 namespace Zv {
 
-/// Calls a function in each thread that asked for it when that thread ends. Not in one that is killed. Lives as long as
-/// the process.
+/// Calls a function at the end of each thread that asked for it, in that thread. Not called if the
+/// thread is killed. The object must live as long as the process.
 class MtThreadEndWindows
 {
 public:
@@ -16,7 +16,7 @@ public:
     MtThreadEndWindows(MtThreadEndWindows const &) = delete;
     MtThreadEndWindows &operator=(MtThreadEndWindows const &) = delete;
 
-    /// Called by the thread, any number of times.
+    /// Asks for the call at the end of the calling thread. Further calls have no effect.
     void ask();
 
 private:

@@ -1,15 +1,17 @@
 #include "resmgt/threads/mtThreadMgr.h"
 
-#include "resmgt/locks/lkSingleton.imp.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/mtThreadMgrWinNT.private.h"
 #include "zvbase/lgTrace.h"
 
 #include <sstream>
 
 namespace Zv {
 
-ZV_DEFINE_SINGLETON(MtThreadMgr, MtThreadMgrWinNT);
+// ---- MtThreadGroup
+
+MtThreadGroup::~MtThreadGroup() noexcept(false) = default;
+
+// ---- MtThreadMgr
 
 MtThreadMgr::RealTimeParam MtThreadMgr::_realTimeParam = REAL_TIME_NOT_STATED;
 
@@ -22,7 +24,12 @@ MtThread *MtThreadMgr::findCurrentThread()
 
 void MtThreadMgr::indicateAppIsRealTime(bool required)
 {
-    _realTimeParam = required ? REAL_TIME_REQUIRED : REAL_TIME_WANTED;
+    indicateAppIsRealTime(required ? REAL_TIME_REQUIRED : REAL_TIME_WANTED);
+}
+
+void MtThreadMgr::indicateAppIsRealTime(RealTimeParam wish)
+{
+    _realTimeParam = wish;
 }
 
 MtThreadMgr::RealTimeParam MtThreadMgr::getRealTimeParam()

@@ -3,7 +3,6 @@
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/mtThreadGroup.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/failures.h"
 
@@ -119,7 +118,7 @@ MtThread *MtThreadMgrImp::findThread(LkThreadId const &id)
     bool isSure = false;
     if (MtThread * const thread = findByNumber(id, isSure); isSure)
         return thread;
-    // A thread that does not run is asked for, or there is one whose class does not report its number.
+    // The number is null, or there is a thread whose class does not report its number.
     Guard const guard(_lock);
     for (MtThread * const thread : _threads.entries())
         if (thread && thread->getThreadId() == id)
@@ -151,7 +150,7 @@ unsigned MtThreadMgrImp::getNbProcessors() const
 void MtThreadMgrImp::updateGroups(unsigned nbProcessors)
 {
     Guard const guard(_lock);
-    // A group may leave, or take others along, while it is told.
+    // A group may remove itself and other groups meanwhile.
     List<MtThreadGroup *> const groups = _groups.entries();
     for (MtThreadGroup * const group : groups)
         if (group && _groups.contains(group))

@@ -1,4 +1,4 @@
-// The portable part of the thread manager.
+// Portable part of the thread manager: the lists of threads and groups, and the search by number.
 #pragma once
 
 #include "resmgt/locks/lkLock.h"
@@ -14,8 +14,9 @@
 
 namespace Zv {
 
-/// The threads are also found by their numbers, under a lock that is a leaf: a protocol's callback, which runs under
-/// its thread's lock, may look for a thread while the manager's own lock is held by one who waits for that thread's.
+/// Two locks. `_lock` guards the lists and may be held while a thread's lock is acquired, as `dump`
+/// does. A callback of a protocol runs under its thread's lock and may search for a thread. So the
+/// search by number has a lock of its own, `_numbersLock`, under which no other lock is acquired.
 class MtThreadMgrImp : public MtThreadMgr
 {
 public:
@@ -49,7 +50,8 @@ public:
 private:
     static constexpr unsigned NO_PROCESSORS = ~0u;
 
-    /// The answer is not sure as long as there may be a thread that has not reported its number.
+    /// Returns the thread with this number, or null. Sets `isSure` to false if a thread that has
+    /// not reported its number may have it.
     MtThread *findByNumber(LkThreadId const &id, bool &isSure) const;
     MtThread *findNoLock(MtThread *thread) const ZV_REQUIRES(_lock);
     MtThreadGroup *findNoLock(MtThreadGroup *group) const ZV_REQUIRES(_lock);
@@ -60,7 +62,8 @@ private:
     unsigned _nbProcessors ZV_GUARDED_BY(_lock);
     bool _isRealTime ZV_GUARDED_BY(_lock);
 
-    /// A thread's number, and which registration it was: the first of two threads of one number comes first.
+    /// The number of a thread and the count of its registration, which orders threads of the same
+    /// number.
     using Number = std::pair<LkThreadId, std::uint64_t>;
 
     struct Report
@@ -71,13 +74,13 @@ private:
 
     LkLock _numbersLock;
     std::uint64_t _nbRegistrations ZV_GUARDED_BY(_numbersLock);
-    /// Of those that have made no report yet.
+    /// Number of threads that have not reported their number yet.
     std::size_t _nbSilent ZV_GUARDED_BY(_numbersLock);
     HashMap<MtThread *, Report> _numbers ZV_GUARDED_BY(_numbersLock);
-    std::map<Number, MtThread *>
-        _numbered ZV_GUARDED_BY(_numbersLock); // without those whose number is null
+    std::map<Number, MtThread *> _numbered ZV_GUARDED_BY(_numbersLock); // without null numbers
 
-    ObjPtr<MtThread> _mainThread; // goes first: it takes itself out of all of the above
+    ObjPtr<MtThread>
+        _mainThread; // destroyed first, because it removes itself from all of the above
 };
 
 } // namespace Zv

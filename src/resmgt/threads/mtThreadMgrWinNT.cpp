@@ -1,6 +1,7 @@
-#include "resmgt/threads/mtThreadMgrWinNT.private.h"
+#include "resmgt/threads/mtThreadMgrImp.private.h"
 
 #include "platform/services.h"
+#include "resmgt/locks/lkSingleton.imp.h"
 #include "resmgt/locks/mtUtil.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -23,6 +24,27 @@ constexpr char const *REFUSAL = "the system refuses real-time scheduling to this
 
 } // namespace
 
+/// The thread manager of the platform's services.
+class MtThreadMgrWinNT final : public MtThreadMgrImp
+{
+public:
+    MtThreadMgrWinNT();
+
+    void dump(std::ostream &) const override;
+
+protected:
+    ~MtThreadMgrWinNT() noexcept(false) override;
+
+    void updateGroups(unsigned nbProcessors) override;
+    void enableRealTime() override;
+    void disableRealTime() override;
+
+private:
+    HANDLE _processHandle = nullptr;
+};
+
+ZV_DEFINE_SINGLETON(MtThreadMgr, MtThreadMgrWinNT);
+
 MtThreadMgrWinNT::MtThreadMgrWinNT() : MtThreadMgrImp(MtThreadFactory::getInstance())
 {
     setNbProcessors(static_cast<unsigned>(MtUtil::getNbProcessors()));
@@ -38,13 +60,14 @@ void MtThreadMgrWinNT::enableRealTime()
     if (::SetPriorityClass(_processHandle, REALTIME_PRIORITY_CLASS)) {
         if (::GetPriorityClass(_processHandle) == REALTIME_PRIORITY_CLASS)
             return;
-        // Windows gives a process that may not have it the next lower class, and says nothing.
+        // If a process may not have this class, Windows gives it the next lower one and reports
+        // success.
         ::SetPriorityClass(_processHandle, NORMAL_PRIORITY_CLASS);
         ::SetLastError(ERROR_PRIVILEGE_NOT_HELD);
     }
     if (::GetLastError() == ERROR_PRIVILEGE_NOT_HELD)
         ZV_THROW(MtEx::ExRealTimeNotEnabled, REFUSAL);
-    // Nobody can make up for any other failure: the second try is for the report.
+    // Any other failure is a fault. The second try puts the call into the report.
     ZV_SYS_ASSERT(::SetPriorityClass( _processHandle, REALTIME_PRIORITY_CLASS ));
 }
 

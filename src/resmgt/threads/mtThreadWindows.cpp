@@ -25,6 +25,7 @@
 #include <iomanip>
 #include <new>
 #include <ostream>
+#include <utility>
 
 namespace Zv {
 
@@ -35,10 +36,11 @@ namespace Interlocked = ZvPlatform::Interlocked;
 using RecGuard = LkGuard<LkRecLock const>;
 using StateGuard = LkGuard<LkLock const>;
 
-/// There is one object for a thread that the library has not made.
+/// Cleared when the one object of a thread that the library did not create, the main thread,
+/// exists.
 bool isFirst = true;
 
-/// The wait of `join` has a handle of its own: another `join` may close the thread's meanwhile.
+/// A handle for the wait in `join`, because another `join` may close the thread's handle meanwhile.
 class OwnHandle
 {
 public:
@@ -57,13 +59,13 @@ private:
     HANDLE _handle = nullptr;
 };
 
-/// A report looks for the calling thread among all threads, under the manager's lock, which comes before a thread's
-/// own: it is made without that.
+/// Fails a system assertion without the guard's lock. The report searches for the calling thread
+/// under the manager's lock, which must be acquired before a thread's own lock.
 #define ZV_SYS_ASSERT_UNLOCKING(guard, ...)                                                        \
     (static_cast<bool>(__VA_ARGS__) ? static_cast<void>(0)                                         \
                                     : failUnlocking(guard, __FILE__, __LINE__, #__VA_ARGS__))
 
-/// The same, where a failure may be no matter.
+/// Like the macro above, but ignores a failure if `excuse` is true.
 #define ZV_SYS_ASSERT_UNLOCKING_OR(excuse, guard, ...)                                             \
     (static_cast<bool>(__VA_ARGS__) || (excuse)                                                    \
          ? static_cast<void>(0)                                                                    \
@@ -77,14 +79,15 @@ private:
     Assertions::throwSysAssertionFailed(file, line, expression, static_cast<int>(error));
 }
 
-/// Until it is joined, a thread counts as running that has ended.
+/// Returns whether a thread that was not joined yet has ended.
 bool hasEnded(HANDLE thread)
 {
     return ::WaitForSingleObject(thread, 0) == WAIT_OBJECT_0;
 }
 
-/// Looks at the character that begins at `text`, of at most `length` bytes. Returns its size; 1 and the code of a lone
-/// surrogate if it is no UTF-8, from which the layer makes the byte again.
+/// Decodes the character that begins at `text`, of at most `length` bytes. Returns its size. If it
+/// is not valid UTF-8, returns 1 and the code of a lone surrogate, which the platform layer
+/// converts back to the byte.
 std::size_t decode(unsigned char const *text, std::size_t length, std::uint32_t &code)
 {
     code = text[0];
@@ -104,7 +107,8 @@ std::size_t decode(unsigned char const *text, std::size_t length, std::uint32_t 
     return isGood ? size : 1;
 }
 
-/// What a thread makes ahead of its first line. Where that fails, the line makes it, or goes straight to the output.
+/// Runs a step that prepares the first line of a thread. If memory is short, that line repeats the
+/// step, or is written directly to the output.
 template <class Step>
 void asMemoryAllows(Step const &step)
 {
@@ -160,14 +164,14 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
       _started("MtThreadWindows::started", 0, LkSemaTypes::PRIVATE),
       _created("MtThreadWindows::created", 0, LkSemaTypes::PRIVATE),
       _priority(name, this),
-      _protocol(protocol)
+      _protocol(std::move(protocol))
 {
     ZV_ASSERT(_started.getErrno() == 0 && _created.getErrno() == 0);
     bool isAdded = false;
     try {
         if (!isNewThread)
             adoptCallingThread();
-        // Nothing of the object is missing when others come to see it.
+        // From here on other threads see the object, which must be complete.
         _threadMgr->addThread(this);
         isAdded = true;
         _threadMgr->threadIdChanged(this, getThreadId());
@@ -184,7 +188,8 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
 
 MtThreadWindows::~MtThreadWindows() noexcept(false)
 {
-    // Whatever fails, nothing of the object may be left with others when it is gone.
+    // If a step fails, the others must run nevertheless, so that nothing refers to the object when
+    // it is gone.
     FirstFailure failure;
     failure.attempt([this] { stop(); });
     failure.attempt([this] { finish(); });
@@ -198,7 +203,7 @@ MtThreadWindows::~MtThreadWindows() noexcept(false)
 
 void MtThreadWindows::finish()
 {
-    // The main thread is not waited for: its object merely lets it go.
+    // The main thread runs on without its object, so there is no end to wait for.
     if (_isNewThread)
         join();
     else
@@ -226,7 +231,7 @@ void MtThreadWindows::adoptCallingThread()
     }
 }
 
-// The object could not be made, and may be tried again.
+// Called if the constructor fails. It may be tried again.
 void MtThreadWindows::disownCallingThread()
 {
     StateGuard const state(_stateLock);
@@ -254,7 +259,8 @@ void MtThreadWindows::start()
         failStart();
 }
 
-// The new thread comes to its end without any of this thread's locks but the leaf.
+// The new thread needs no lock of this thread but the leaf to end, so that this may wait under
+// `_lock`.
 void MtThreadWindows::failStart()
 {
     Run const run = getRun();
@@ -313,7 +319,7 @@ ZvPlatform::ThreadResult MtThreadWindows::execute(void *data)
     return 0;
 }
 
-// The meeting in `start` orders the reading of the protocol.
+// Reads the protocol without `_lock`: `start`, which holds it, waits for `_started`.
 void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     setCancelable(false, false);
@@ -325,7 +331,7 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
     try {
         applyProcessorNb();
     } catch (...) {
-        _placingFailure = std::current_exception(); // for the thread that starts this one
+        _placingFailure = std::current_exception(); // `start` throws it
     }
     bool const isToExecute = !_placingFailure && !_protocol.isNull();
     _started.post();
@@ -333,14 +339,15 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
     asMemoryAllows([] { MtTraceMgr::prepareThread(); });
     if (isToExecute)
         executeProtocol();
-    setCancelable(false, false); // who is killed in what follows keeps others' locks
+    setCancelable(false, false); // a kill in what follows would leave locks of the library locked
     threadEnded();
     MtLogger::exitThread();
     freeSpecificData();
     abortOnException();
 }
 
-// Nothing catches what leaves the body: the process ends, after the last lines are out.
+// An exception that leaves the body ends the process, because `run` is noexcept. The log is written
+// before.
 void MtThreadWindows::executeProtocol() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     try {
@@ -426,11 +433,11 @@ void MtThreadWindows::exitLogQueue()
     if (_logQueue && _loggerRun == MtLogger::getRun())
         ZV_ASSERT(found);
     else if (_logQueue && !found)
-        _logQueue->creatorExit(); // its logger has been stopped since
+        _logQueue->creatorExit(); // its logger has been stopped meanwhile
 }
 
-// Without `_stateLock`, for it can last until the thread reaches a point at which it can be killed. The caller's `_lock` keeps
-// the handle open.
+// Does not hold `_stateLock`, because it may take until the thread reaches a point at which it can
+// be killed. The caller's `_lock` keeps the handle open.
 bool MtThreadWindows::terminate()
 {
     Cancelling expected = Cancelling::ALLOWED;
@@ -535,7 +542,8 @@ bool MtThreadWindows::setCancelable(bool cancelable, bool check)
     while (!Interlocked::compareExchange(_cancelling, expected, desired)) {
         if (expected != Cancelling::BEGUN)
             return false;
-        // A thread that has come back from here is not killed: it waits for its end, or for the system's refusal.
+        // Must not return while the thread is being killed. Waits for the kill, or for the system's
+        // refusal.
         ::WaitForSingleObject(::GetCurrentThread(), 1);
         expected = former;
     }
@@ -546,7 +554,7 @@ void MtThreadWindows::setPriorityValue(int level)
 {
     int priorityValue = MtPriorityLevels::toSystemValue(level);
     StateGuard state(_stateLock);
-    // A thread of the application's own keeps its level as long as nothing is asked of it.
+    // The main thread keeps its own level until a relation demands another one.
     if (!_isNewThread && level == MtPriorityLevels::MINIMUM)
         priorityValue = _ownPriorityValue;
     if (priorityValue == _priorityValue && !_isLevelRefused)
@@ -558,7 +566,7 @@ void MtThreadWindows::setPriorityValue(int level)
 
 void MtThreadWindows::applyPriorityValue(StateGuard &state)
 {
-    _isLevelRefused = true; // it is asked for again if this fails
+    _isLevelRefused = true; // requested again if this fails
     ZV_SYS_ASSERT_UNLOCKING(state, ::SetThreadPriority( _threadHandle, _priorityValue ));
     _isLevelRefused = false;
 }
@@ -610,7 +618,7 @@ void MtThreadWindows::dump(std::ostream &os) const
        << std::setw(2) << _processorNb;
 }
 
-// The stack is the system's: it has no protection page of the library's own to tell of.
+// The stack belongs to the system. It has no protection page of the library, hence "N/A".
 void printThreadStack()
 {
     int volatile valueOnStack1 = 0;

@@ -1,12 +1,12 @@
-// The thread of the platform's services.
+// Thread of the platform's services.
 #pragma once
 
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/locks/lkRecLock.h"
 #include "resmgt/locks/lkUnnamedSema.h"
+#include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
-#include "resmgt/threads/mtThreadPriority.h"
 #include "zvbase/exBase.h"
 #include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
@@ -18,13 +18,14 @@ namespace Zv {
 class LgQueue;
 class MtThreadMgr;
 
-/// Two locks: `_lock` is held for a whole operation and during the protocol's callbacks; `_stateLock` is a leaf, for
-/// the fields, under which nothing but the system is called, and nothing that waits. The solver of priorities,
-/// `MtThreadMgr` and the thread itself take the leaf alone, so that a callback may turn to any of them.
+/// Two locks. `_lock` is held during a whole operation and during the callbacks of the protocol.
+/// `_stateLock` guards the fields. It is a leaf: under it only the operating system is called, and
+/// nothing that waits. The solver of priorities, `MtThreadMgr` and the thread itself acquire the
+/// leaf alone, so that a callback may call any of them.
 class MtThreadWindows final : public MtThread
 {
 public:
-    /// `isNewThread` false: stands for the calling thread, the main one.
+    /// If `isNewThread` is false, this is the object of the calling thread, the main thread.
     MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> protocol, MtThreadMgr &threadMgr,
                     bool isNewThread, bool terminateOnUnhandled, unsigned stackSize);
 
@@ -56,11 +57,12 @@ protected:
     void setProcessorNbNoLock(int processorNb) override;
 
 private:
-    friend class MtThreadWindowsTest;
+    template <class>
+    friend struct TestAccess;
 
     static constexpr unsigned DEFAULT_STACK_SIZE = 0x10000;
 
-    /// Changes without a lock: a thread that may be killed must not hold one.
+    /// Changed without a lock, because a thread that may be killed must not hold one.
     enum class Cancelling : unsigned
     {
         FORBIDDEN,
@@ -72,10 +74,10 @@ private:
     void run() noexcept;
     void executeProtocol();
 
-    /// One start and what came of it.
+    /// One start of the thread.
     struct Run
     {
-        ZvPlatform::Handle handle; // null where the thread does not run
+        ZvPlatform::Handle handle; // null if the thread does not run
         unsigned number;
     };
 
@@ -85,18 +87,18 @@ private:
     void meetNewThread();
     Run getRun() const;
     ObjPtrRet<ExBase> waitForEnd();
-    /// Gives the exception of a run that has ended; does nothing where another `join` was first.
+    /// Ends a run and returns its stored exception. Does nothing if another `join` was first.
     ObjPtrRet<ExBase> leaveRunning(Run const &run);
-    /// Waits for the thread's end, for the destructor.
+    /// Waits for the end of the thread. For the destructor.
     void finish();
     bool terminate();
     void exitLogQueue();
     void abortOnException() const;
     bool setCancelable(bool cancelable, bool check);
     bool isRunningNoLock() const;
-    /// Ends a start whose thread could not be placed: it has not run its body.
+    /// Ends a start whose thread could not be placed and has not run its body.
     void failStart();
-    /// Tells the system `_priorityValue`. Releases `_stateLock` if it fails.
+    /// Sets `_priorityValue` in the system. Releases `_stateLock` if it fails.
     void applyPriorityValue(LkGuard<LkLock const> &state) ZV_REQUIRES(_stateLock);
     /// Releases `_stateLock` if it fails.
     void place(int processorNb, LkGuard<LkLock const> &state) ZV_REQUIRES(_stateLock);
@@ -105,19 +107,19 @@ private:
     ZvPlatform::Handle _threadHandle ZV_GUARDED_BY(_stateLock);
     ZvPlatform::ThreadNumber _threadId ZV_GUARDED_BY(_stateLock);
     int _priorityValue ZV_GUARDED_BY(_stateLock);
-    int _ownPriorityValue ZV_GUARDED_BY(_stateLock); // of a thread that the library has not made
+    int _ownPriorityValue ZV_GUARDED_BY(_stateLock); // of the main thread
     bool _isLevelRefused ZV_GUARDED_BY(_stateLock);
     int _processorNb ZV_GUARDED_BY(_stateLock);
     unsigned _stackSize;
-    bool _isRunning;        // interlocked; changes under both locks
+    bool _isRunning;        // interlocked; changes under `_stateLock`
     Cancelling _cancelling; // interlocked
     bool _terminateOnUnhandled;
     bool _isNewThread;
     unsigned _runNb ZV_GUARDED_BY(_stateLock); // counts the starts
-    unsigned _loggerRun; // these two are written by the thread before the meeting in `start`
+    unsigned _loggerRun; // the thread writes this and `_logQueue` before `start` returns
     LgQueue *_logQueue;
     ObjPtr<ExBase> _exception ZV_GUARDED_BY(_stateLock);
-    std::exception_ptr _placingFailure; // written by the thread before the meeting in `start`
+    std::exception_ptr _placingFailure; // the thread writes it before `start` returns
     LkRecLock _lock;
     LkLock _stateLock;
     LkUnnamedSema _started;

@@ -152,7 +152,7 @@ Priority::Relations const &Priority::getEquals() const ZV_NO_THREAD_SAFETY_ANALY
 
 Priority const *Priority::findDependantRec(Priority const &target, std::uint64_t search) const
 {
-    // Without recursion: a chain may be longer than a small stack is deep.
+    // Without recursion, because a long chain would overflow a small stack.
     Vector<Priority const *> open{this};
     _membership._search = search;
     while (!open.empty()) {
@@ -163,7 +163,7 @@ Priority const *Priority::findDependantRec(Priority const &target, std::uint64_t
             if (&rhs == &target)
                 return &target;
             if (rhs._membership._search == search)
-                continue; // what one way here did not lead to, no other does
+                continue; // searched already
             rhs._membership._search = search;
             open.push_back(&rhs);
         }
@@ -191,7 +191,8 @@ void Priority::set(Side side)
     for (PriorityRelation const *relation : getOrders(side))
         push(relation->get(opposite), relation->computePriority(opposite, getTransient(side)));
     for (PriorityRelation const *relation : getEquals()) {
-        // By name: two nodes of one name send their bounds to the right-hand side alone.
+        // Compares names: between two nodes of the same name, bounds go to the right-hand side
+        // only.
         if (getName() == relation->getLhs().getName())
             push(relation->getRhs(), relation->computeRhsPriority(getTransient(side)));
         else
@@ -245,7 +246,7 @@ void Priority::dump(std::ostream &os, bool withRelations) const
 {
     if (!withRelations)
         return dumpLine(os);
-    // A relation's line reads its other node as well.
+    // The line of a relation reads the other node as well.
     Guard guard(_mgr->getLock());
     dumpLine(os);
     dumpRelations(os, "Dependants: ", getOrders(LEFT));

@@ -1,10 +1,10 @@
-// A node of the priority graph.
+// Node of a priority graph (applications).
 #pragma once
 
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkRecLock.h"
-#include "resmgt/threads/priorityTypes.h"
+#include "resmgt/threads/priorityRelation.h"
 #include "zvbase/containers.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -15,56 +15,89 @@
 namespace Zv {
 
 class PriorityMgr;
-class PriorityRelation;
 
-/// A priority: one node in the graph of a `PriorityMgr`. A fixed node has a number of its own; a free node gets the
-/// lowest number that its relations (`PriorityRelation`) allow, or the manager's minimum where it has none.
+/// A priority: one node in the graph of a `PriorityMgr`. A fixed node has a number of its own. A
+/// free node gets the lowest number that its relations (`PriorityRelation`) allow, or the manager's
+/// minimum if it has none.
 ///
+///     PriorityMgr mgr("levels", 0, 6);
 ///     Priority floor("floor", mgr, 3);
 ///     Priority worker("worker", mgr, Priority::NOT_SET);
 ///     PriorityRelation above("floor<worker", floor, PriorityRelation::LESS, worker);
 ///     worker.getPriority(); // 4
 ///
-/// A node belongs to its manager from its constructor to its destructor; both solve the graph, so both can throw what
-/// a solving throws (see `PriorityMgr`). The relations of a node are destroyed before it.
+/// A class that overrides `updatePriority` joins the graph at the end of its constructor and leaves
+/// it at the beginning of its destructor, so that no thread calls an incomplete object:
 ///
-/// All operations may be called by any thread. They block as long as another thread changes the graph.
+///     class Meter : public Priority
+///     {
+///     public:
+///         explicit Meter(PriorityMgr &mgr) : Priority("meter", mgr, NOT_SET, AT_EACH_SOLVING)
+///         {
+///             join();
+///         }
+///         ~Meter() noexcept(false) override { leave(); }
+///         void updatePriority(int priority) override { _shown = priority; }
+///
+///     private:
+///         int _shown = 0;
+///     };
+///
+/// **Threads**: thread-safe, except the constructors and the destructor.
+///
+/// **Blocks**: while another thread changes the graph.
+///
+/// **Throws**: an operation that solves the graph throws what the solving throws, see
+/// `PriorityMgr`. The constructor and the destructor solve it.
+///
+/// **Owns**: nothing. The manager must outlive the node, and the node its relations.
 class ZVRESMGT_EXPORT Priority : public PriorityTypes
 {
 public:
-    /// Given instead of a number, it makes a node free.
+    /// The number that makes a node free.
     static constexpr int NOT_SET = -1;
 
-    /// A node that is fixed at `priority`, or free where that is `NOT_SET`. `mgr` outlives the node.
+    /// Which relations `dump` writes.
+    enum class DumpedRelations
+    {
+        NONE,
+        OF_NODE
+    };
+
+    /// Adds a node that is fixed at `priority`, or free if that is `NOT_SET`.
     ///
-    /// A derived class must use the protected constructor, also if it does not override `updatePriority`: other threads
-    /// would look at the type of an object that is still being built, or half destroyed.
+    /// A derived class must use the protected constructor, even if it does not override
+    /// `updatePriority`. Otherwise other threads may examine the type of an object that is still
+    /// being constructed or is being destroyed.
     Priority(LiString const &name, PriorityMgr &mgr, int priority);
-    /// A further node of the same manager, with the name, the value and the fixed flag of the other and without
-    /// relations.
+    /// Adds a further node to the same manager, with the name, the value and the fixed flag of the
+    /// other node and without relations.
     Priority(Priority const &);
     Priority &operator=(Priority const &) = delete;
-    /// While an exception is passing, what the solving throws is dropped. If a relation of the node still exists, it
-    /// is no longer in force, and an assertion fails ("hasNoRelations").
+    /// Removes the node. During stack unwinding, what the solving throws is dropped. If a relation
+    /// of the node still exists, the relation is no longer in force, and the assertion
+    /// "hasNoRelations" fails.
     virtual ~Priority() noexcept(false);
 
-    /// Tells the node its value, once for each solving, in the order in which the nodes joined. Called under the
-    /// manager's lock on whichever thread changed the graph; may change the graph itself. Does nothing here. A class
-    /// that overrides it uses the protected constructor.
+    /// Called after a solving with the value of the node, under the manager's lock, on the thread
+    /// that changed the graph. The nodes are called in the order in which they joined. May change
+    /// the graph. Does nothing in this class.
     ///
-    /// It must not wait for another thread, nor call what does: `MtThread::stop` and `join`, `SeSyncEngine`,
-    /// `MtAlarmManager::deregisterAlarm`. The other thread may be waiting for the manager's lock.
+    /// It must not wait for another thread, because that thread may wait for the manager's lock. So
+    /// it must not call `MtThread::stop` or `join`, `SeSyncEngine`, or
+    /// `MtAlarmManager::deregisterAlarm`.
     virtual void updatePriority(int priority);
 
-    /// The value in the solved graph.
+    /// Solves the graph if it has changed, and returns the value.
     int getPriority() const;
-    /// The value as it stands, without solving: stale while a change is on its way.
+    /// Returns the value without solving. It may be out of date while another thread changes the
+    /// graph.
     int getPriorityNoCheck() const;
-    /// Moves a fixed node and solves the graph; the value of a free node is overwritten by that. Throws what the
-    /// solving throws; the value then stays.
+    /// Sets the value of a fixed node and solves the graph. If the solving throws, the value stays.
+    /// On a free node, the solving overwrites the value.
     void setPriority(int priority);
     bool isPriorityFixed() const { return _isFixed; }
-    /// Whether the node is free, and on the right of no order relation.
+    /// Returns whether the node is free and no order relation has it on its right-hand side.
     bool isIndependantButNotSet() const;
 
     LiString getName() const;
@@ -72,31 +105,37 @@ public:
     LkRecLock const &getLock() const ZV_RETURN_CAPABILITY(_lock) { return _lock; }
     PriorityMgr &getMgr() const { return *_mgr; }
 
-    /// One line with name, value, fixed flag and bounds; the node's relations below it, one a line.
+    /// Writes one line with name, value, fixed flag and bounds. If `withRelations` is true, the
+    /// relations of the node follow, one in a line.
     void dump(std::ostream &, bool withRelations) const;
+    /// Like the function above, with a name for the second argument.
+    void dump(std::ostream &os, DumpedRelations relations) const
+    {
+        dump(os, relations == DumpedRelations::OF_NODE);
+    }
 
 protected:
-    /// What a node hears of solvings.
+    /// When `updatePriority` is called.
     enum Telling
     {
-        NEVER,           ///< Nothing: it carries a value only.
-        AT_EACH_SOLVING, ///< Its value after each solving, changed or not.
-        WHEN_CHANGED     ///< Its value when it is another than the one that it was told last.
+        NEVER,           ///< Never: the node only carries a value.
+        AT_EACH_SOLVING, ///< After each solving, even if the value has not changed.
+        WHEN_CHANGED     ///< If the value differs from that of the last call.
     };
 
-    /// For derived classes: a node outside the graph. The class that overrides `updatePriority` calls `join` at the
-    /// end of its constructor and `leave` first in its destructor, so that no thread meets half an object:
-    ///
-    ///     Meter::Meter(PriorityMgr &mgr) : Priority("meter", mgr, NOT_SET, AT_EACH_SOLVING) { join(); }
-    ///     Meter::~Meter() noexcept(false) { leave(); }
+    /// Constructs a node outside the graph. A class that overrides `updatePriority` calls `join` at
+    /// the end of its constructor and `leave` at the beginning of its destructor, see the example
+    /// above.
     Priority(LiString const &name, PriorityMgr &mgr, int priority, Telling telling);
-    /// Adds the node to its manager; throws what the solving throws, and then it has not joined.
+    /// Adds the node to its manager. Throws what the solving throws. The node has not joined then.
     void join();
-    /// Removes the node from its manager; nothing where it is outside. Throws as the destructor does.
+    /// Removes the node from its manager, if it has joined. Throws what the solving throws, except
+    /// during stack unwinding.
     void leave();
-    /// Changes what the node hears of solvings, from the next solving on. For a class whose base class has joined
-    /// already, such as a class derived from `MtThreadPool`: it calls this with `AT_EACH_SOLVING` or `WHEN_CHANGED` at
-    /// the end of its constructor, and with `NEVER` first in its destructor.
+    /// Changes when `updatePriority` is called, from the next solving on. For a class whose base
+    /// class has joined already, such as a class derived from `MtThreadPool`. It calls this with
+    /// `AT_EACH_SOLVING` or `WHEN_CHANGED` at the end of its constructor, and with `NEVER` at the
+    /// beginning of its destructor.
     void setTelling(Telling telling);
 
 private:
@@ -108,12 +147,13 @@ private:
 
     using Relations = List<PriorityRelation *>;
 
-    // The relation's entry in the node's list comes from `entry` and goes back there.
+    // The entry of the relation moves from `entry` to the node's list, and back.
     void addRelation(PriorityRelation &, Side, Relations &entry);
     void removeRelation(PriorityRelation &, Side, Relations &entry);
     Relations &getRelationsOf(PriorityRelation const &, Side) ZV_REQUIRES(_lock);
-    // The lists change under the manager's lock and the node's, and are read under either. The solving reads them under
-    // the manager's alone: it walks relations both ways, and would take the locks of nodes in both orders.
+    // The lists change under the manager's lock and the node's, and may be read under either. The
+    // solving reads them under the manager's lock alone. It follows relations in both directions,
+    // so it would take locks of nodes in both orders.
     Relations const &getOrders(Side) const;
     Relations const &getEquals() const;
     Priority const *findDependantRec(Priority const &target, std::uint64_t search) const;
@@ -138,16 +178,16 @@ private:
     Relations _dependants ZV_GUARDED_BY(_lock);
     Relations _dependOns ZV_GUARDED_BY(_lock);
     Relations _equals ZV_GUARDED_BY(_lock);
-    bool _isVisiting = false; // under the manager's lock, as all that follows
+    bool _isVisiting = false; // the manager's lock guards this and all that follows
 
-    // What the manager and its helpers remember of the node.
+    // State of the node in the manager, its solvers and its clients.
     struct Membership
     {
-        std::uint64_t _order = 0; // position among all that ever joined; 0 while outside
+        std::uint64_t _order = 0; // number of the joining, or 0 if the node is not in the graph
         List<Priority *>::iterator _position{};
         List<Priority *>::iterator _independantPosition{};
-        std::uint64_t _search = 0; // the last search that passed here
-        std::size_t _index = 0;    // what that search remembers of the node
+        std::uint64_t _search = 0; // the last search that found the node
+        std::size_t _index = 0;    // the place of the node in that search
         bool _isBounded = false;   // an upper bound reached the node from a fixed one
         bool _isAffected = false;
         bool _isQueued = false;

@@ -10,9 +10,7 @@ namespace Zv {
 void PriorityClients::enter(Priority &priority)
 {
     Priority::Membership &membership = priority._membership;
-    if (membership._isPresumedPlain)
-        _newcomers.emplace(membership._order, &priority);
-    else if (membership._telling == Priority::AT_EACH_SOLVING)
+    if (membership._telling == Priority::AT_EACH_SOLVING)
         _atEachSolving.emplace(membership._order, &priority);
     membership._wasTold = false;
 }
@@ -20,7 +18,6 @@ void PriorityClients::enter(Priority &priority)
 void PriorityClients::withdraw(Priority &priority)
 {
     std::uint64_t const order = priority._membership._order;
-    _newcomers.erase(order);
     _atEachSolving.erase(order);
     _untold.erase(order);
 }
@@ -32,14 +29,12 @@ void PriorityClients::changeTelling(Priority &priority)
     review(priority);
 }
 
-void PriorityClients::classifyNewcomers()
+// A node of the class `Priority` itself overrides nothing and need not be called. In a large graph
+// nearly all nodes are such. The class is known only after the node's constructor, so it is asked
+// when the node would be told.
+bool PriorityClients::isPlain(Priority const &priority)
 {
-    // A plain node overrides nothing and need not be called; in a large graph nearly all of them are plain.
-    for (auto const &[order, priority] : _newcomers) {
-        if (typeid(*priority) != typeid(Priority))
-            _atEachSolving.emplace(order, priority);
-    }
-    _newcomers.clear();
+    return priority._membership._isPresumedPlain && typeid(priority) == typeid(Priority);
 }
 
 void PriorityClients::review(Priority &priority)
@@ -78,12 +73,16 @@ Priority *PriorityClients::findNext(std::uint64_t order) const
 
 void PriorityClients::tell()
 {
-    classifyNewcomers();
-    // From order to order, not along a list: whoever is told may add and remove nodes, itself among them.
+    // From order to order, not along a list: a node that is told may add and remove nodes, itself
+    // among them.
     std::uint64_t order = 0;
     while (Priority *priority = findNext(order)) {
         Priority::Membership &membership = priority->_membership;
         order = membership._order;
+        if (isPlain(*priority)) {
+            _atEachSolving.erase(order);
+            continue;
+        }
         int const value = priority->getPriorityNoCheck();
         membership._told = value;
         membership._wasTold = true;

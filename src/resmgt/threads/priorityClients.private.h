@@ -1,4 +1,4 @@
-// Who is told of solvings.
+// Tells the nodes of a priority graph their values after a solving.
 #pragma once
 
 #include "zvbase/containers.h"
@@ -10,8 +10,8 @@ namespace Zv {
 
 class Priority;
 
-/// The nodes of a manager that are to be told their values, so that a solving goes to those alone that want to hear
-/// of it. All under the manager's lock.
+/// The nodes of a manager that must be told their values, so that a solving costs nothing for the
+/// others. The caller must hold the manager's lock.
 class PriorityClients
 {
 public:
@@ -19,34 +19,32 @@ public:
     PriorityClients(PriorityClients const &) = delete;
     PriorityClients &operator=(PriorityClients const &) = delete;
 
-    /// A node that has its place among the joined. One that was built by the public constructor comes when that has
-    /// done with it.
+    /// Adds a node that has joined the graph.
     void enter(Priority &);
+    /// Removes a node that leaves the graph.
     void withdraw(Priority &);
-    /// The node wants to hear of solvings in another way from now on.
+    /// The node's `Priority::Telling` has changed.
     void changeTelling(Priority &);
 
-    /// Finds out which of these nodes, whose values may have changed, are to be told.
+    /// Finds out which of these nodes, whose values may have changed, must be told.
     void review(Vector<Priority *> const &);
     void reviewAll(List<Priority *> const &);
-    /// A telling failed: the next one tells everybody.
+    /// Returns true if a call of `tell` failed. The next solving must then call `reviewAll`.
     bool mustReviewAll() const { return _mustReviewAll; }
 
-    /// Tells those who are to be told, in the order in which they joined. They may change the graph meanwhile, and
-    /// this is then called again from within.
+    /// Tells each node that must be told its value, in the order in which the nodes joined. A node
+    /// may change the graph meanwhile, which calls `tell` again from within.
     void tell();
 
 private:
     using ByOrder = std::map<std::uint64_t, Priority *>;
 
-    void classifyNewcomers();
     Priority *findNext(std::uint64_t order) const;
     void review(Priority &);
+    static bool isPlain(Priority const &);
 
-    ByOrder
-        _newcomers; // by the public constructor: not known yet whether `updatePriority` is overridden
     ByOrder _atEachSolving;
-    ByOrder _untold;
+    ByOrder _untold; // wants to hear of changes, and its value is another one than it was told
     bool _mustReviewAll = false;
 };
 

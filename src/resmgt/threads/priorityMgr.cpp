@@ -19,12 +19,12 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 using Guard = LkGuard<LkRecLock const>;
 
-/// What a relation has in the lists of its nodes and of the manager. Made before a change, so that the change itself
-/// needs no memory.
+/// The entries of a relation in the lists of its nodes and of the manager. They are allocated
+/// before a change, so that the change itself allocates nothing.
 struct PriorityMgr::RelationEntries
 {
     RelationEntries() = default;
-    /// Those that the relation lacks.
+    /// Allocates the entries that the relation lacks.
     explicit RelationEntries(PriorityRelation &relation)
         : _listed(relation._membership._isListed ? 0 : 1, &relation),
           _attached{
@@ -67,7 +67,8 @@ void PriorityMgr::add(Priority &priority)
         _solver->nodeAdded(priority);
         _isDirty = true;
         updateNoLock();
-        // A constructor of a derived class is still to run: a later solving finds what has become of the node.
+        // The constructor of a derived class may still have to run. A later solving finds the class
+        // of the node.
         if (membership._isPresumedPlain)
             _clients->enter(priority);
     } catch (...) {
@@ -89,7 +90,7 @@ void PriorityMgr::remove(Priority &priority)
     _isDirty = true;
     try {
         updateNoLock();
-    } catch (std::bad_alloc const &) { // what goes has gone; the next solving makes up for this one
+    } catch (std::bad_alloc const &) { // the removal stays; the next solving catches up
         _isDirty = true;
     }
 }
@@ -144,7 +145,7 @@ void PriorityMgr::remove(PriorityRelation &relation)
     _isDirty = true;
     try {
         updateNoLock();
-    } catch (std::bad_alloc const &) { // what goes has gone; the next solving makes up for this one
+    } catch (std::bad_alloc const &) { // the removal stays; the next solving catches up
         _isDirty = true;
     }
 }
@@ -233,7 +234,7 @@ void PriorityMgr::setStrayNoLock(PriorityRelation &relation, bool isStray)
 List<Priority *>::iterator PriorityMgr::findPriorityNoLock(List<Priority *> &priorities,
                                                            Priority const *priority)
 {
-    // Nodes and relations remember where they stand: nothing is sought in a list.
+    // Nodes and relations store their places, so that no list is searched.
     Priority::Membership const &membership = priority->_membership;
     if (!membership._order)
         return priorities.end();
@@ -292,8 +293,8 @@ void PriorityMgr::updateNoLock()
             _isDirty = false;
             _isVerified = false;
             performUpdate();
-            Error const error = _isVerified ? NO_ERROR : checkNoLock();
-            if (error != NO_ERROR)
+            Error const error = _isVerified ? ALL_VALID : checkNoLock();
+            if (error != ALL_VALID)
                 updateError(error);
             if (!_isVerified || _clients->mustReviewAll())
                 _clients->reviewAll(getPriosNoLock());
@@ -385,7 +386,7 @@ PriorityMgr::Error PriorityMgr::checkNoLock() const
     if (_invalidPriority)
         return TRANSIENT_INVALID;
     _invalidRelation = checkRelationsNoLock();
-    return _invalidRelation ? RELATION_INVALID : NO_ERROR;
+    return _invalidRelation ? RELATION_INVALID : ALL_VALID;
 }
 
 Priority const *PriorityMgr::checkTransientNoLock() const

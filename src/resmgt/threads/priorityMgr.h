@@ -1,4 +1,4 @@
-// The priority graph and its solver.
+// Priority graph and its solver (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -18,79 +18,102 @@ class PriorityClients;
 class PriorityRelation;
 class PrioritySolver;
 
-/// A graph of priorities. Nodes (`Priority`) and relations (`PriorityRelation`) add themselves in their constructors
-/// and remove themselves in their destructors; the manager owns none of them and outlives them all.
+/// A graph of priorities. Nodes (`Priority`) and relations (`PriorityRelation`) add themselves in
+/// their constructors and remove themselves in their destructors.
 ///
-/// Each change solves the graph: bounds go from the fixed nodes along the relations, each free node gets the lowest
-/// value that its relations allow, the result is checked, and every node is told its value.
+///     PriorityMgr mgr("levels", 0, 6);
+///     Priority worker("worker", mgr, Priority::NOT_SET);
+///     worker.getPriority(); // 0
 ///
-/// While the graph is valid, the cost of adding or removing a node or a relation goes with what changes by it, not with
-/// the size of the graph. Each other change costs time proportional to the size of the graph: one that fails, the next
-/// one after it, `setPriority` and `notify`, and all changes while the minimum is below 0 or a node has left before its
-/// relations. There is one exception. If the graph is invalid and a ring of relations in it, closed by an `==`, has a
-/// `<` in it, a fixed node outside the range, or a node that has left, the cost can double with each further node: the
-/// reported bounds then depend on every way through the ring.
+/// Each change solves the graph. Bounds go from the fixed nodes along the relations, each free node
+/// gets the lowest value that its relations allow, the result is checked, and the nodes are told
+/// their values.
 ///
-/// Whatever changes the graph throws `PriorityEx::ExTransientInvalid` when no value is left for a node, and
-/// `PriorityEx::ExRelationInvalid` when the values break a relation. Nobody is told values of such a solving. A node
-/// or relation that caused it by joining is not added; a value that was set stays.
+/// While the graph is valid, adding or removing a node or a relation costs time proportional to
+/// what changes by it. Other changes cost time proportional to the size of the graph. These are a
+/// change that fails, the change after it, `setPriority` and `notify`, and each change while the
+/// minimum is below 0 or a node was removed before its relations. There is one exception. If the
+/// graph is invalid and a ring of relations in it, closed by an `==`, contains a `<`, a fixed node
+/// outside the range, or a removed node, the cost may double with each further node.
 ///
-/// All operations may be called by any thread, also by a node that is being told its value. They block while another
-/// thread changes the graph. The manager's lock comes before the locks of nodes.
+/// **Threads**: thread-safe, except the destructor. A node that is being told its value may call
+/// the manager too.
+///
+/// **Blocks**: while another thread changes the graph. The manager's lock is acquired before the
+/// locks of nodes.
+///
+/// **Throws**: a change throws `PriorityEx::ExTransientInvalid` if no value is left for a node, and
+/// `PriorityEx::ExRelationInvalid` if the values break a relation. No node is told a value of such
+/// a solving. A node or a relation that caused it by joining is not added. A value that was set
+/// stays.
+///
+/// **Owns**: nothing. The manager must outlive its nodes and relations.
 class ZVRESMGT_EXPORT PriorityMgr
 {
 public:
+    /// The result of a check.
     enum Error : int
     {
-        NO_ERROR,
+        ALL_VALID, ///< The graph is valid.
         TRANSIENT_INVALID,
         RELATION_INVALID
     };
-    /// Why the graph has to be solved again. Makes no difference.
+    /// The reason to solve the graph again. All reasons have the same effect.
     enum NotifyType : int
     {
         VALUE_CHANGED,
         RELATION_TAKEN_BACK
     };
 
-    /// Free nodes are solved into the range from `minimum` to `maximum`; fixed nodes may lie outside.
+    /// Free nodes get values from `minimum` to `maximum`. Fixed nodes may be outside this range.
     PriorityMgr(LiString const &name, int minimum, int maximum);
     PriorityMgr(PriorityMgr const &) = delete;
     PriorityMgr &operator=(PriorityMgr const &) = delete;
     virtual ~PriorityMgr() noexcept(false);
 
-    /// Called by nodes and relations. All four assert that the node or relation is one of this manager's. One that is
-    /// added already keeps its place.
+    /// Adds a node and solves the graph. Called by the node. A node that was added already keeps
+    /// its place. Fails an assertion if the node belongs to another manager.
     void add(Priority &);
-    /// Relations of the node that still exist are no longer checked, but keep passing bounds to their other nodes.
+    /// Removes a node and solves the graph. Called by the node. Its relations that still exist are
+    /// no longer checked, but keep passing bounds to their other nodes. Fails an assertion if the
+    /// node belongs to another manager.
     void remove(Priority &);
+    /// Adds a relation and solves the graph. Called by the relation. A relation that was added
+    /// already keeps its place. Fails an assertion if the relation belongs to another manager.
     void add(PriorityRelation &);
+    /// Removes a relation and solves the graph. Called by the relation. Fails an assertion if the
+    /// relation belongs to another manager.
     void remove(PriorityRelation &);
 
     /// Marks the graph as changed, and solves it.
     void notify(NotifyType);
     /// Solves the graph if it has changed.
     void update();
-    /// Whether the values as they stand fit.
-    Error check() const;
+    /// Returns whether the current values are valid, without solving.
+    [[nodiscard]] Error check() const;
 
     LiString const &getName() const { return _name; }
     LkRecLock const &getLock() const ZV_RETURN_CAPABILITY(_lock) { return _lock; }
-    /// A mark for the user's own debugging; the manager does not act on it.
+    /// Sets a mark for the debugging of the application. The manager does not use it.
     void enableTracing(bool);
     bool isTracingEnabled() const;
-    /// The name of an error. Any other value, `NO_ERROR` among them, aborts the program.
+    /// Returns the name of an error. Any other value, also `ALL_VALID`, aborts the program.
     static char const *errorToString(Error);
-    /// The whole graph: all nodes, those that were fixed when added, all relations.
+    /// Writes the whole graph: all nodes, then those that were fixed when they were added, then all
+    /// relations.
     void dump(std::ostream &) const;
 
 protected:
-    /// Solves the graph, under the lock. Here with the results of `solveInFull`, at the costs named above.
+    // These are called under the lock, which is recursive. They acquire it once more.
+
+    /// Solves the graph. In this class it has the results of `solveInFull`, at the costs named
+    /// above.
     virtual void performUpdate();
-    /// A solving failed; under the lock. Throws the failure. One that returns lets the nodes be told as they stand.
+    /// Called if a solving failed. Throws the failure. If an override returns, the nodes are told
+    /// their values nevertheless.
     virtual void updateError(Error);
 
-    /// The rule that all solving keeps to: walks every way through the graph. Under the lock.
+    /// Solves the graph by following every path through it. This defines the result of a solving.
     void solveInFull();
 
 private:
@@ -116,9 +139,10 @@ private:
 
     struct RelationEntries;
 
-    /// Puts `relation` in force in the place of `former`, in one solving; `former` stays in force if that throws.
+    /// Removes `former` and adds `relation` in one solving. If that throws, `former` stays in
+    /// force.
     void replace(PriorityRelation &former, PriorityRelation &relation);
-    /// Returns whether there was none.
+    /// Removes all relations of a node. Returns true if there was none.
     bool takeOffRelationsOf(Priority &);
 
     bool takeOffNoLock(Priority &) ZV_REQUIRES(_lock);
@@ -144,7 +168,7 @@ private:
     ObjPtr<PrioritySolver> _solver ZV_PT_GUARDED_BY(_lock);
     ObjPtr<PriorityClients> _clients ZV_PT_GUARDED_BY(_lock);
     bool _isVerified ZV_GUARDED_BY(_lock) = false; // the last solving is known to be valid
-    bool _isRenamed = false; // a node of an `==` relation has another name; interlocked
+    bool _isRenamed = false; // interlocked: a node of an `==` relation was renamed
     std::uint64_t _nbJoined ZV_GUARDED_BY(_lock) = 0;
     std::uint64_t _nbSearches ZV_GUARDED_BY(_lock) = 0;
     unsigned _nbStrays ZV_GUARDED_BY(_lock) = 0;

@@ -14,7 +14,7 @@ namespace Zv {
 
 namespace {
 
-// Values at the ends of the range wrap around.
+// Wraps around at the ends of the range of int.
 int shifted(int value, int distance)
 {
     return static_cast<int>(static_cast<unsigned>(value) + static_cast<unsigned>(distance));
@@ -31,7 +31,7 @@ PriorityRelation::PriorityRelation(LiString const &name, Priority &lhs, Relation
                                    Priority &rhs, PriorityRelation *former)
     : _name(name), _relation(relation), _lhs(&lhs), _rhs(&rhs), _mgr(&lhs.getMgr())
 {
-    // Over test and adding, or two threads could close a cycle between them.
+    // Held from the test to the adding. Otherwise two threads could close a cycle together.
     LkGuard<LkRecLock const> guard(_mgr->getLock());
     ZV_ASSERT( isValid() );
     try {

@@ -1,9 +1,8 @@
-// A relation between two nodes of the priority graph.
+// Relation between two nodes of a priority graph: equal, less, less or equal (applications).
 #pragma once
 
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
-#include "resmgt/threads/priorityTypes.h"
 #include "zvbase/containers.h"
 
 #include <iosfwd>
@@ -13,11 +12,35 @@ namespace Zv {
 class Priority;
 class PriorityMgr;
 
-/// Says that the left-hand priority equals, lies below, or does not lie above the right-hand one. In force from
-/// constructor to destructor; both solve the graph. Both nodes belong to one manager and outlive the relation.
+/// The two sides of a relation between priorities.
+class ZVRESMGT_EXPORT PriorityTypes
+{
+public:
+    /// In the solver, the left-hand transient of a node is its lower bound, and the right-hand one
+    /// its upper bound.
+    enum Side : int
+    {
+        LEFT,
+        RIGHT
+    };
+
+    static Side getOpposite(Side side) { return side == LEFT ? RIGHT : LEFT; }
+};
+
+/// States that the left-hand priority is equal to, less than, or not greater than the right-hand
+/// one. It is in force from its constructor to its destructor.
 ///
-/// The operations only read. They may be called by any thread as long as both nodes live, and block as long as
-/// another thread changes the nodes.
+///     PriorityMgr mgr("levels", 0, 6);
+///     Priority floor("floor", mgr, 3);
+///     Priority worker("worker", mgr, Priority::NOT_SET);
+///     PriorityRelation above("floor<worker", floor, PriorityRelation::LESS, worker);
+///     worker.getPriority(); // 4
+///
+/// **Threads**: thread-safe, except the destructor.
+///
+/// **Blocks**: while another thread changes the graph.
+///
+/// **Owns**: nothing. Both nodes must belong to one manager and outlive the relation.
 class ZVRESMGT_EXPORT PriorityRelation : public PriorityTypes
 {
 public:
@@ -28,15 +51,19 @@ public:
         LESS_EQUAL ///< <=
     };
 
-    /// Fails the assertion "isValid()" if the nodes belong to different managers, if order relations already put the
-    /// right-hand node below the left-hand node, or if a node is related to itself by `<` or `<=`. This is tested under
-    /// the manager's lock. Throws what the solving throws; the graph is then solved again without the relation.
+    /// Adds the relation and solves the graph.
     ///
-    /// An `==` between two nodes of one name passes bounds from left to right only.
+    /// Fails the assertion "isValid()" if the nodes belong to different managers, if order
+    /// relations already put the right-hand node below the left-hand node, or if a node is related
+    /// to itself by `<` or `<=`. Throws what the solving throws, see `PriorityMgr`. The graph is
+    /// then solved again without the relation.
+    ///
+    /// An `==` between two nodes of the same name passes bounds from left to right only.
     PriorityRelation(LiString const &name, Priority &lhs, Relation relation, Priority &rhs);
     PriorityRelation(PriorityRelation const &) = delete;
     PriorityRelation &operator=(PriorityRelation const &) = delete;
-    /// While an exception is passing, what the solving throws is dropped.
+    /// Removes the relation and solves the graph. Throws what the solving throws, except during
+    /// stack unwinding.
     ~PriorityRelation() noexcept(false);
 
     LiString const &getName() const { return _name; }
@@ -44,20 +71,21 @@ public:
     Priority &getRhs() const { return *_rhs; }
     Priority &get(Side side) const { return side == LEFT ? *_lhs : *_rhs; }
     bool isRelation(Relation relation) const { return _relation == relation; }
+    /// Returns whether `priority` is one of the two nodes.
     bool uses(Priority const &priority) const { return _lhs == &priority || _rhs == &priority; }
 
     /// Returns the highest left-hand value that satisfies the relation with this right-hand value.
     int computeLhsPriority(int rhsPriority) const;
     /// Returns the lowest right-hand value that satisfies the relation with this left-hand value.
     int computeRhsPriority(int lhsPriority) const;
-    /// The bound on `side`, from the value of the opposite side.
+    /// Returns the bound for the node on `side`, from the value of the node on the opposite side.
     int computePriority(Side side, int opposite) const;
-    /// Whether the current values satisfy the relation.
-    bool check() const;
+    /// Returns whether the current values satisfy the relation.
+    [[nodiscard]] bool check() const;
 
-    /// "==", "< " or "<=". Any other value aborts the program.
+    /// Returns "==", "< " or "<=". Any other value aborts the program.
     static char const *relationToString(Relation relation);
-    /// One line, without its end.
+    /// Writes one line, without its end.
     void dump(std::ostream &) const;
 
 private:
@@ -66,8 +94,8 @@ private:
     friend class PrioritySolver;
     friend class RtPrioritiesWinNT;
 
-    /// A relation that takes the place of `former`, in one solving. `former` is then no longer in force, and is still
-    /// to be destroyed. It may be null. If this throws, `former` stays in force.
+    /// Adds a relation and removes `former`, which may be null, in one solving. `former` must still
+    /// be destroyed. If this throws, `former` stays in force.
     PriorityRelation(LiString const &name, Priority &lhs, Relation relation, Priority &rhs,
                      PriorityRelation *former);
 
@@ -80,7 +108,7 @@ private:
     Priority *_rhs;
     PriorityMgr *_mgr;
 
-    // Where the relation stands, under the manager's lock.
+    // The places of the relation in the lists. The manager's lock guards them.
     struct Membership
     {
         List<PriorityRelation *>::iterator _position{};

@@ -79,8 +79,8 @@ std::size_t PriorityRingSolver::endOfArcs(std::size_t index) const
     return index + 1 == _nodes.size() ? _arcs.size() : _nodes[index + 1].firstArc;
 }
 
-// Rings are strongly connected components, found as by Tarjan, without recursion: any thread may solve, also one with a
-// small stack.
+// Rings are strongly connected components. This is Tarjan's algorithm without recursion, because
+// any thread may solve the graph, also one with a small stack.
 void PriorityRingSolver::findRings()
 {
     for (std::size_t index = 0; index != _nodes.size(); ++index) {

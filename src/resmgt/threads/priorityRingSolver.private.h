@@ -1,7 +1,7 @@
-// Solves a whole priority graph in one pass, also an invalid one.
+// Solver that finds the bounds of a whole priority graph in one pass, also of an invalid one.
 #pragma once
 
-#include "resmgt/threads/priorityTypes.h"
+#include "resmgt/threads/priorityRelation.h"
 #include "zvbase/containers.h"
 
 #include <cstddef>
@@ -10,34 +10,36 @@
 namespace Zv {
 
 class Priority;
-class PriorityRelation;
 
-/// Finds the bounds that `PriorityMgr::solveInFull` finds, in time proportional to the size of the graph.
+/// Finds the bounds that `PriorityMgr::solveInFull` finds, in time proportional to the size of the
+/// graph.
 ///
-/// The full solving walks every way through the graph without entering a node twice on one way, and raises (for upper
-/// bounds: lowers) the bounds that it meets. A ring is a set of nodes that pass bounds to each other both ways. `==`
-/// relations make rings. If no `<` lies within a ring, no bound goes round it without end, and the walk ends in the
-/// fixed point: each node has the extreme of all bounds that reach it. Proof. Let `u` be a node that the walk reaches
-/// from its start `s`, and `v` a node to which `u` passes a bound. If the ways `s..u` and `u..v` have no other node in
-/// common, the walk takes them one after the other. Otherwise let `x` be the last node of `u..v` that lies on `s..u`.
-/// It is in one ring with `u`. The walk takes `s..x..v`, and the bound with which `x` begins reaches at least as
-/// far as that of `u`: `u` is free, because a fixed node is a start itself, and begins with the end of the range.
+/// The full solving follows every path through the graph that enters no node twice, and raises the
+/// lower bounds (or lowers the upper bounds) on the way. A ring is a set of nodes that pass bounds
+/// to each other in both directions. `==` relations make rings. If a ring contains no `<`, no bound
+/// runs round it without end, and the full solving ends in the fixed point: each node has the
+/// extreme of all bounds that reach it. Proof. Let `u` be a node that the solving reaches from its
+/// start `s`, and `v` a node to which `u` passes a bound. If the paths `s..u` and `u..v` have no
+/// other node in common, the solving follows one after the other. Otherwise let `x` be the last
+/// node of `u..v` that is on `s..u`. It is in one ring with `u`. The solving follows `s..x..v`. The
+/// bound with which `x` begins reaches at least as far as that of `u`, because `u` is free (a fixed
+/// node is a start itself) and begins with the end of the range.
 ///
-/// So the nodes are taken in the order of their relations, each ring as one node. Three kinds of rings are left to the
-/// full solving, because their bounds depend on the order of its ways: a ring with a `<` in it, one with a fixed node
-/// outside the range, and one with a node that has left the manager. With a `<` the bounds grow with each way that
-/// enters the ring, so that the values that are reported count the ways through the graph, for which no quick method
-/// is known.
+/// So the nodes are solved in the order of their relations, each ring as one node. Three kinds of
+/// rings are left to the full solving, because their bounds depend on the order of its paths: a
+/// ring that contains a `<`, one with a fixed node outside the range, and one with a node that has
+/// left the manager. With a `<`, the bounds grow with each path that enters the ring. The values
+/// that are reported then count the paths through the graph, and no quick method is known for that.
 class PriorityRingSolver : private PriorityTypes
 {
 public:
     PriorityRingSolver(int minimum, int maximum) : _minimum(minimum), _maximum(maximum) {}
 
-    /// Finds the bounds on one side. The nodes in `priorities` have been reset. `search` marks the nodes that are
-    /// reached; no search before had this number. Returns false, and changes no bound, if the full solving has to do
-    /// it. Under the manager's lock.
-    bool solve(Side side, List<Priority *> const &priorities, std::uint64_t search);
-    /// Gives the nodes the bounds that `solve` has found.
+    /// Finds the bounds on one side. The nodes in `priorities` must have been reset. `search` marks
+    /// the nodes that are reached. No former search may have had this number. Returns false and
+    /// changes no bound if the full solving is needed. The caller must hold the manager's lock.
+    [[nodiscard]] bool solve(Side side, List<Priority *> const &priorities, std::uint64_t search);
+    /// Stores the bounds that `solve` has found in the nodes.
     void apply() const;
 
 private:
@@ -76,7 +78,7 @@ private:
     Vector<Arc> _arcs;
     std::size_t _nbNumbered = 0;
     Vector<std::size_t> _open;  // nodes whose ring is not known yet
-    Vector<std::size_t> _order; // nodes ring by ring, each ring before those that lead to it
+    Vector<std::size_t> _order; // nodes ring by ring, each ring before the rings that lead to it
 };
 
 } // namespace Zv

@@ -46,7 +46,7 @@ bool PrioritySolver::solve(List<Priority *> const &priorities)
     _affected.clear();
     _queue.clear();
     _nbNodes = priorities.size();
-    // A value of -1 has a meaning of its own in the full solving, and the largest one cannot be exceeded.
+    // The full solving treats a value of -1 as not set, and nothing exceeds the largest value.
     bool const isInRange = _minimum >= 0 && _maximum < std::numeric_limits<int>::max();
     bool const knowsChange = _isSolved;
     _isSolved = false;
@@ -67,7 +67,7 @@ bool PrioritySolver::applyChange()
     case RELATION_REMOVED:
         return disconnect(*_relation);
     default:
-        return true; // a node that went without relations meant nothing to the others
+        return true; // the node had no relations, so it did not affect the others
     }
 }
 
@@ -104,7 +104,7 @@ bool PrioritySolver::startAll(List<Priority *> const &priorities)
 
 bool PrioritySolver::connect(PriorityRelation const &relation)
 {
-    // Upper bounds first: the lower ones that rise are held against them.
+    // Upper bounds first, because the lower bounds that rise are compared with them.
     for (Side side : {RIGHT, LEFT}) {
         for (Priority *source : {relation._lhs, relation._rhs}) {
             Priority * const target = findTarget(side, relation, *source);
@@ -116,7 +116,8 @@ bool PrioritySolver::connect(PriorityRelation const &relation)
         if (!propagate(side))
             return false;
     }
-    // Between nodes of one name `==` works one way; all other relations hold where no bound can be improved.
+    // Between nodes of the same name, `==` works in one direction. All other relations hold if no
+    // bound can be improved.
     return !relation.isRelation(PriorityRelation::EQUAL) ||
            relation._lhs->getTransient(LEFT) == relation._rhs->getTransient(LEFT);
 }
@@ -144,7 +145,7 @@ bool PrioritySolver::finish()
             return false;
         node->_priority = node->_lhsTransient;
     }
-    // The one kind of relation that may not hold now; see connect().
+    // The only kind of relation that may be broken now, see connect().
     for (Priority const *node : _touched) {
         for (PriorityRelation const *relation : node->getEquals()) {
             if (!relation->check())
@@ -156,7 +157,7 @@ bool PrioritySolver::finish()
 
 bool PrioritySolver::propagate(Side side)
 {
-    // Bounds that still move after as many rounds as there are nodes chase each other round a ring.
+    // If bounds still change after as many rounds as there are nodes, they run round a ring.
     for (std::size_t round = 0; !_queue.empty(); ++round) {
         if (round > _nbNodes)
             return false;
@@ -206,7 +207,8 @@ bool PrioritySolver::improve(Side side, Priority &target, int bound)
 
 bool PrioritySolver::rederive(Side side)
 {
-    // What the affected nodes uphold is affected, as far as it goes; a ring that upholds only itself is caught by that.
+    // The bounds that the affected nodes uphold are affected too. This finds a ring that upholds
+    // only itself.
     for (std::size_t index = 0; index < _affected.size(); ++index) {
         forEachTarget(side, *_affected[index], [this, side](Priority &target, int bound) {
             noteLoss(side, target, bound);
@@ -265,7 +267,8 @@ void PrioritySolver::noteLossOf(Side side, PriorityRelation const &relation, Pri
         if (side == LEFT || source._membership._isBounded)
             noteLoss(side, *target, computeBound(side, relation, source.getTransient(side)));
     } else if (side == LEFT) {
-        // A free node without other relations gave no more than its minimum; the rest it had from the target.
+        // A free node without other relations passed on its minimum only. A higher bound came from
+        // the target.
         noteLoss(side, *target, computeBound(side, relation, _minimum));
     }
 }

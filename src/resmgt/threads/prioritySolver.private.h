@@ -1,4 +1,4 @@
-// Solving by way of what changed.
+// Solver that updates a priority graph after one change.
 #pragma once
 
 #include "resmgt/threads/priority.h"
@@ -9,18 +9,19 @@
 
 namespace Zv {
 
-/// Solves a graph with the results of `PriorityMgr::solveInFull`, wherever that comes to a valid end, at the cost of
-/// what changed. All under the manager's lock.
+/// Solves a valid graph with the results of `PriorityMgr::solveInFull`, at a cost proportional to
+/// what changed. The caller must hold the manager's lock.
 ///
-/// Why the results are the same. Each bound that the full solving passes on follows from relations, so no node's lower
-/// bound rises above what the relations enforce; and where the final check passes, the lower bounds satisfy the
-/// relations. They are then the least values that do, whatever the order in which they were found, and a fixed node's
-/// bounds are its value. A valid graph has no ring of relations with a `<` in it; so each upper bound is the least
-/// over all simple ways from fixed nodes, all of which the full solving walks. Both are fixed points, and those can be
-/// kept up: a new relation passes bounds on until nothing changes; a relation that goes takes along what only it
-/// upheld, which is then derived anew from what stands around it.
+/// Why the results are the same. Each bound that the full solving passes on follows from relations,
+/// so no lower bound rises above what the relations enforce. If the final check passes, the lower
+/// bounds satisfy the relations. They are then the least values that do, in any order of finding
+/// them, and the bounds of a fixed node are its value. A valid graph has no ring of relations that
+/// contains a `<`. So each upper bound is the least over all simple paths from fixed nodes, all of
+/// which the full solving follows. Both are fixed points, and these can be updated. A new relation
+/// passes bounds on until nothing changes. When a relation is removed, the bounds that it alone
+/// upheld are removed too, and are then derived anew from the nodes around.
 ///
-/// If a graph is invalid, the bounds of the full solving are what is reported: `solve` then gives up.
+/// If a graph is invalid, the bounds of the full solving must be reported. `solve` then gives up.
 class PrioritySolver : private PriorityTypes
 {
 public:
@@ -28,22 +29,28 @@ public:
     PrioritySolver(PrioritySolver const &) = delete;
     PrioritySolver &operator=(PrioritySolver const &) = delete;
 
-    /// What changed since the last solving; a second change counts as everything. A relation stands in the lists of
-    /// its nodes when it is added, and no longer when it is removed; it lives until `solve` or the next change.
+    // These note what changed since the last solving. After a second change, the next solving
+    // starts from the beginning.
+
     void nodeAdded(Priority &);
     void nodeRemoved();
+    /// The relation is in the lists of its nodes. It must live until `solve` or the next change.
     void relationAdded(PriorityRelation const &);
+    /// The relation is no longer in the lists of its nodes. It must live until `solve` or the next
+    /// change.
     void relationRemoved(PriorityRelation const &);
-    /// Anything may have changed.
+    /// Anything may have changed. The next solving starts from the beginning.
     void distrust() { _isSolved = false; }
 
-    /// Solves the graph of these nodes. False where it is invalid, or nothing for this solver: the nodes' values then
-    /// mean nothing.
-    bool solve(List<Priority *> const &priorities);
-    /// The nodes whose values may have changed in the last solving. Valid until something else happens.
+    /// Solves the graph of these nodes. Returns false if the graph is invalid or outside the range
+    /// of this solver. The values of the nodes are then meaningless.
+    [[nodiscard]] bool solve(List<Priority *> const &priorities);
+    /// Returns the nodes whose values may have changed in the last solving. Valid until the next
+    /// call of this object.
     Vector<Priority *> const &getTouched() const { return _touched; }
 
-    /// Returns the node that `source` passes bounds on to along this relation, or null for `source` itself.
+    /// Returns the node that `source` passes bounds on to along this relation, or null for `source`
+    /// itself.
     static Priority *findTarget(Side, PriorityRelation const &, Priority const &source);
 
 private:
@@ -67,7 +74,7 @@ private:
     bool propagate(Side);
     bool spread(Side, Priority &source);
     bool improve(Side, Priority &target, int bound);
-    /// Derives anew what stands in `_affected` and whatever that upholds.
+    /// Derives anew the bounds of the nodes in `_affected` and of all nodes that they uphold.
     bool rederive(Side);
     bool drawFromOthers(Side, Priority &);
     void noteLoss(Side, Priority &target, int bound);
@@ -76,7 +83,8 @@ private:
     void touch(Priority &);
     void enqueue(Priority &);
 
-    /// Calls `visitor(target, bound)` for each relation along which the node passes a bound on, until one says no.
+    /// Calls `visitor(target, bound)` for each relation along which the node passes a bound on,
+    /// until a call returns false.
     template <class Visitor>
     static bool forEachTarget(Side, Priority &, Visitor const &visitor);
     static int computeBound(Side, PriorityRelation const &, int value);

@@ -1,4 +1,4 @@
-// The landmarks on the seven levels of the platform.
+// Fixed nodes of the priority graph on the seven levels of the platform.
 #pragma once
 
 #include "resmgt/threads/priority.h"
@@ -8,7 +8,7 @@
 
 namespace Zv {
 
-/// Carries a value, and is told nothing.
+/// The node of the process scope. It carries a value, and nothing has to be told about it.
 class ProcessScopePriority : public Priority
 {
 public:
@@ -17,11 +17,11 @@ public:
     ~ProcessScopePriority() noexcept(false) override;
 };
 
-/// See `RtPriorities`.
+/// The nodes of the process, see `RtPriorities`.
 class RtPrioritiesWinNT : public RtPriorities
 {
 public:
-    /// Asserts the order of the landmarks.
+    /// Asserts the order of the fixed nodes.
     RtPrioritiesWinNT();
     ~RtPrioritiesWinNT() noexcept(false) override;
 
@@ -36,7 +36,7 @@ private:
     Priority _realTimePriority;
     Priority _interruptPriority;
     ProcessScopePriority _processScopePriority;
-    ObjPtr<PriorityRelation> _processScopeRelation;
+    ObjPtr<PriorityRelation> _processScopeRelation; // destroyed first, before its nodes
 };
 
 } // namespace Zv

@@ -1,4 +1,4 @@
-// The start and the end of the package `threads`.
+// Initialisation and clean-up of the package `threads`.
 
 #include "resmgt/packages.h"
 #include "resmgt/threads/mtLogger.private.h"
@@ -37,7 +37,7 @@ template <>
 void InInit<ZvInit::threads>::initPackage()
 {
     HmHeapMgr::getInstance().warmUp();
-    if (!traceManager) // there may be one from a start that failed
+    if (!traceManager) // a former initialisation may have failed after this
         traceManager = new MtTraceMgr(1);
     decideOnRealTime();
     MtThread::allowStart();
