@@ -30,9 +30,10 @@ std::vector<Rule> const &getRules()
          words("\\b(who|whom|whoever|nobody|somebody|anybody|everybody|someone|anyone|everyone|"
                "no one|he|him|his|himself|she|her|herself)\\b")},
         {"say what happens instead of \"stands\" or \"comes\"",
-         words("\\b(stands?|stood|standing|comes?|came|coming)\\b")},
-        {"old-fashioned",
-         words("\\b(for ever|any more|whatever|whichever|be it|lest|lets? go)\\b")},
+         words("\\b(stands?|stood|standing|coming)\\b|"
+               "\\b(comes?|came)\\b(?! (up|early|earlier|late|later|first|next|last|back|before|"
+               "after|from)\\b)")},
+        {"old-fashioned", words("\\b(for ever|any more|whatever|be it|lest|lets? go)\\b")},
     };
     return rules;
 }
@@ -43,7 +44,7 @@ std::regex const &getPlaces()
     static std::regex const places =
         words("\\b(places?|points?|positions?|lines?|files?|folders?|states?|locations?|addresses|"
               "address|offset|spot|row|column|stack|exactly|know|knows|from|is|says?|tells?|shows?|"
-              "near|of|in|at|to)$");
+              "near|of|in|at|to|written|begins?|starts?|ends?)$");
     return places;
 }
 
@@ -176,7 +177,8 @@ void Reader::readFirstLine(std::vector<CommentLine> const &comments)
     static std::regex const riddle("^(What|Who|Whose|Where|When|How|Why|That|It|Here|Behind)\\b.*");
     if (std::regex_match(line, riddle))
         report(1, "the first line of a file is a noun or a verb that a search finds", line);
-    static std::regex const audience(".*\\((applications|device writers|extenders)\\)\\.$");
+    static std::regex const audience(".*\\((applications|device writers|extenders)(( and |, )"
+                                     "(applications|device writers|extenders))*\\)\\.$");
     std::string whole = line;
     for (std::size_t i = 1; i < comments.size() && !whole.ends_with('.'); ++i)
         whole += ' ' + comments[i].text;
@@ -195,7 +197,9 @@ void Reader::readSentence(std::size_t begin, std::size_t end)
     static std::regex const ifs = words("\\bif\\b");
     static std::regex const returns = words("\\breturns?\\b");
     static std::regex const colon("[:;](\\s|$)");
-    std::size_t const nbColons = countMatches(withoutHeading(sentence), colon);
+    // The items of a list may end with semicolons.
+    bool const isItem = end == _plain.size() && _plain.ends_with(';');
+    std::size_t const nbColons = countMatches(withoutHeading(sentence), colon) - isItem;
     ++_count.sentences;
     _count.words += nbWords;
     _count.ifs += countMatches(sentence, ifs);
