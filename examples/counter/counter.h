@@ -1,33 +1,28 @@
-// A complete device: it counts while it runs, and shows its count as a property.
+// A complete device. It counts while it runs, and shows its count as a property.
 #pragma once
 
 #include <resmgt/deviceManager.h>
 #include <resmgt/deviceProtocol.h>
 
-/// What it overrides and the functions of its property run on its own thread, so that nothing here needs a lock.
+/// Counts by one whenever its property is read. All of its code runs on its own thread, so nothing here needs a lock.
 class Counter : public Zv::DevMDStdDevice
 {
 public:
     explicit Counter(Zv::LiString const &name) : DevMDStdDevice(name)
     {
-        Zv::ObjPtr<Zv::DevMDStdPropertySetBuilder> builder = getPropertySetBuilder();
-        builder->addProperty(Zv::makeProperty<int>(
-            "count", "Counts by one at each reading; can be set", getFifo(),
-            [this](int &count) { count = _isRunning ? ++_count : _count; },
-            [this](int count) { _count = count; }));
+        Zv::ObjPtr<Zv::DevMDStdPropertySetBuilder> properties = getPropertySetBuilder();
+        properties->addProperty(Zv::makeProperty<int>("count", "Counts each reading", getFifo(),
+                                                      [this](int &count) { count = ++_count; }));
     }
 
 protected:
-    void sync() override { _isRunning = true; }
-    void stop() override { _isRunning = false; }
-    void abort() override { _isRunning = false; }
+    void sync() override { _count = 0; }
 
 private:
-    bool _isRunning = false;
     int _count = 0;
 };
 
-/// How a manager comes by one.
+/// Returns the entry by which managers find and create counters of this name.
 inline Zv::ObjPtrRet<Zv::DevRegistryEntry> makeCounterEntry(Zv::LiString const &name)
 {
     return Zv::makeRegistryEntry(

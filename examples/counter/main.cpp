@@ -6,28 +6,35 @@
 
 #include <iostream>
 
-int main()
+namespace {
+
+void count()
 {
     using namespace Zv;
-    InPackageScope packages; // first in every application
+    DevRegistry::getInstance().add(makeCounterEntry("parent"));
+    DevRegistry::getInstance().add(makeCounterEntry("child"));
+    ObjPtr<DevMgr> manager = DevMgr::create();
+    ObjPtr<DevMgrSeqSupervisor> sequence = manager->createSeqSupervisor("( parent ( child ) )");
+    ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
+
+    sequence->start();
+    if (!sequence->waitLocked(10)) // seconds
+        std::cerr << "The devices need longer than usual.\n";
+    int count = 0;
+    DevMgrPropertyValueUtil<int>::getValue(*properties, "child:count", count);
+    std::cout << "The child has counted to " << count << ".\n";
+    for (DevSeqDeviceStatus const &device : sequence->stop(10).devices)
+        std::cout << device.name << " is in state " << device.state << ".\n";
+}
+
+} // namespace
+
+int main()
+{
+    Zv::InPackageScope packages; // first in every application
     try {
-        DevRegistry::getInstance().add(makeCounterEntry("master"));
-        DevRegistry::getInstance().add(makeCounterEntry("slave"));
-
-        ObjPtr<DevMgr> manager = DevMgr::create();
-        ObjPtr<DevMgrSeqSupervisor> sequence = manager->createSeqSupervisor("( master ( slave ) )");
-        ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
-
-        DevMgrPropertyValueUtil<int>::setValue(*properties, "slave:count", 41);
-        sequence->start();
-        if (!sequence->waitLocked(10)) // seconds
-            std::cerr << "The devices need longer than usual.\n";
-        int count = 0;
-        DevMgrPropertyValueUtil<int>::getValue(*properties, "slave:count", count);
-        DevSeqDeviceStatus const slave = sequence->stop(10).devices[1];
-        std::cout << "The slave has counted to " << count << " and is in state " << slave.state
-                  << ".\n";
-    } catch (ExBase const &failure) {
+        count();
+    } catch (Zv::ExBase const &failure) {
         std::cerr << failure.getReason() << '\n';
         return 1;
     }

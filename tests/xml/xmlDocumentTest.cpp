@@ -50,16 +50,16 @@ TEST(XmlElement, AMissingAttributeThrows)
 {
     XmlElement a("a");
     a.setAttribute("there", LiString("x"));
-    EXPECT_EQ("Non existent attribute.", reasonOf([&] { a.getAttribute("missing"); }));
+    EXPECT_EQ(reasonOf([&] { a.getAttribute("missing"); }), "Non existent attribute.");
     int number = 5;
     unsigned positive = 6;
     double real = 7;
-    EXPECT_EQ("Non existent attribute.", reasonOf([&] { a.getAttribute("missing", number); }));
-    EXPECT_EQ("Non existent attribute.", reasonOf([&] { a.getAttribute("missing", positive); }));
-    EXPECT_EQ("Non existent attribute.", reasonOf([&] { a.getAttribute("missing", real); }));
-    EXPECT_EQ(5, number);
-    EXPECT_EQ(6u, positive);
-    EXPECT_EQ(7.0, real);
+    EXPECT_EQ(reasonOf([&] { a.getAttribute("missing", number); }), "Non existent attribute.");
+    EXPECT_EQ(reasonOf([&] { a.getAttribute("missing", positive); }), "Non existent attribute.");
+    EXPECT_EQ(reasonOf([&] { a.getAttribute("missing", real); }), "Non existent attribute.");
+    EXPECT_EQ(number, 5);
+    EXPECT_EQ(positive, 6u);
+    EXPECT_EQ(real, 7.0);
 }
 
 TEST(XmlElement, AnAttributeThatIsNoNumberIsZero)
@@ -74,9 +74,9 @@ TEST(XmlElement, AnAttributeThatIsNoNumberIsZero)
         a.getAttribute(name, number);
         a.getAttribute(name, positive);
         a.getAttribute(name, real);
-        EXPECT_EQ(0, number);
-        EXPECT_EQ(0u, positive);
-        EXPECT_EQ(0.0, real);
+        EXPECT_EQ(number, 0);
+        EXPECT_EQ(positive, 0u);
+        EXPECT_EQ(real, 0.0);
     }
 }
 
@@ -88,12 +88,12 @@ TEST(XmlElement, NumbersAreReadFromTheStartOfAValue)
     double real = 0;
     a.getAttribute("b", number);
     a.getAttribute("b", real);
-    EXPECT_EQ(-12, number);
-    EXPECT_EQ(-12.5, real);
+    EXPECT_EQ(number, -12);
+    EXPECT_EQ(real, -12.5);
     a.setAttribute("b", LiString("4294967295"));
     unsigned positive = 0;
     a.getAttribute("b", positive);
-    EXPECT_EQ(4294967295u, positive);
+    EXPECT_EQ(positive, 4294967295u);
 }
 
 template <class T>
@@ -108,27 +108,27 @@ T numberOf(char const *value)
 
 TEST(XmlElement, ANumberThatDoesNotFitIsTheNearestOneThatDoes)
 {
-    EXPECT_EQ(2147483647, numberOf<int>("4294967297"));
-    EXPECT_EQ(-2147483647 - 1, numberOf<int>("-4294967297"));
-    EXPECT_EQ(2147483647, numberOf<int>("99999999999999999999"));
-    EXPECT_EQ(-2147483647 - 1, numberOf<int>("-99999999999999999999"));
-    EXPECT_EQ(4294967295u, numberOf<unsigned>("4294967296"));
-    EXPECT_EQ(4294967295u, numberOf<unsigned>("99999999999999999999"));
-    EXPECT_EQ(0u, numberOf<unsigned>("-1"));
-    EXPECT_EQ(std::numeric_limits<double>::max(), numberOf<double>("1e999"));
-    EXPECT_EQ(std::numeric_limits<double>::lowest(), numberOf<double>(" -1e999x"));
-    EXPECT_EQ(0.0, numberOf<double>("1e-999"));
+    EXPECT_EQ(numberOf<int>("4294967297"), 2147483647);
+    EXPECT_EQ(numberOf<int>("-4294967297"), -2147483647 - 1);
+    EXPECT_EQ(numberOf<int>("99999999999999999999"), 2147483647);
+    EXPECT_EQ(numberOf<int>("-99999999999999999999"), -2147483647 - 1);
+    EXPECT_EQ(numberOf<unsigned>("4294967296"), 4294967295u);
+    EXPECT_EQ(numberOf<unsigned>("99999999999999999999"), 4294967295u);
+    EXPECT_EQ(numberOf<unsigned>("-1"), 0u);
+    EXPECT_EQ(numberOf<double>("1e999"), std::numeric_limits<double>::max());
+    EXPECT_EQ(numberOf<double>(" -1e999x"), std::numeric_limits<double>::lowest());
+    EXPECT_EQ(numberOf<double>("1e-999"), 0.0);
 }
 
 TEST(XmlElement, ANumberMayHaveASignAndSpaceBeforeIt)
 {
-    EXPECT_EQ(12, numberOf<int>("\t +12"));
-    EXPECT_EQ(12u, numberOf<unsigned>(" +12"));
-    EXPECT_EQ(1.5, numberOf<double>("\n +1.5em"));
-    EXPECT_EQ(-1.5, numberOf<double>("-1.5,5"));
-    EXPECT_EQ(0.5, numberOf<double>(".5"));
-    EXPECT_EQ(0.0, numberOf<double>("+-1"));
-    EXPECT_EQ(0, numberOf<int>("+-1"));
+    EXPECT_EQ(numberOf<int>("\t +12"), 12);
+    EXPECT_EQ(numberOf<unsigned>(" +12"), 12u);
+    EXPECT_EQ(numberOf<double>("\n +1.5em"), 1.5);
+    EXPECT_EQ(numberOf<double>("-1.5,5"), -1.5);
+    EXPECT_EQ(numberOf<double>(".5"), 0.5);
+    EXPECT_EQ(numberOf<double>("+-1"), 0.0);
+    EXPECT_EQ(numberOf<int>("+-1"), 0);
 }
 
 TEST(XmlElement, NumbersAreWrittenAndReadWhateverLocaleTheProgramHas)
@@ -138,12 +138,12 @@ TEST(XmlElement, NumbersAreWrittenAndReadWhateverLocaleTheProgramHas)
     a.setAttribute("int", 1234567);
     a.setAttribute("unsigned", 4294967295u);
     a.setAttribute("double", 12345.5);
-    EXPECT_EQ("1234567", bytesOf(a.getAttribute("int")));
-    EXPECT_EQ("4294967295", bytesOf(a.getAttribute("unsigned")));
-    EXPECT_EQ("12345.5", bytesOf(a.getAttribute("double")));
-    EXPECT_EQ(1234567, numberOf<int>("1234567"));
-    EXPECT_EQ(12345.5, numberOf<double>("12345.5"));
-    EXPECT_EQ(std::numeric_limits<double>::max(), numberOf<double>("1e999"));
+    EXPECT_EQ(bytesOf(a.getAttribute("int")), "1234567");
+    EXPECT_EQ(bytesOf(a.getAttribute("unsigned")), "4294967295");
+    EXPECT_EQ(bytesOf(a.getAttribute("double")), "12345.5");
+    EXPECT_EQ(numberOf<int>("1234567"), 1234567);
+    EXPECT_EQ(numberOf<double>("12345.5"), 12345.5);
+    EXPECT_EQ(numberOf<double>("1e999"), std::numeric_limits<double>::max());
 }
 
 TEST(XmlElement, NumbersAreSetAsAStreamFormatsThem)
@@ -152,9 +152,9 @@ TEST(XmlElement, NumbersAreSetAsAStreamFormatsThem)
     a.setAttribute("int", -3);
     a.setAttribute("unsigned", 4294967295u);
     a.setAttribute("double", 1234567.25);
-    EXPECT_EQ("-3", bytesOf(a.getAttribute("int")));
-    EXPECT_EQ("4294967295", bytesOf(a.getAttribute("unsigned")));
-    EXPECT_EQ("1.23457e+06", bytesOf(a.getAttribute("double")));
+    EXPECT_EQ(bytesOf(a.getAttribute("int")), "-3");
+    EXPECT_EQ(bytesOf(a.getAttribute("unsigned")), "4294967295");
+    EXPECT_EQ(bytesOf(a.getAttribute("double")), "1.23457e+06");
 }
 
 TEST(XmlElement, AnAttributeSetTwiceHasItsLaterValue)
@@ -163,9 +163,9 @@ TEST(XmlElement, AnAttributeSetTwiceHasItsLaterValue)
     ObjPtr<XmlElement> a(element("a"));
     a->setAttribute("x", LiString("first and longer"));
     a->setAttribute("x", LiString("second"));
-    EXPECT_EQ("second", bytesOf(a->getAttribute("x")));
+    EXPECT_EQ(bytesOf(a->getAttribute("x")), "second");
     document.setRoot(a);
-    EXPECT_EQ("<!DOCTYPE a>\n<a x=\"second\" />\n", textOf(document));
+    EXPECT_EQ(textOf(document), "<!DOCTYPE a>\n<a x=\"second\" />\n");
 }
 
 TEST(XmlElement, AZeroByteInAValueIsWritten)
@@ -176,9 +176,9 @@ TEST(XmlElement, AZeroByteInAValueIsWritten)
     a->setAttribute("y", LiString("\0", 1));
     document.setRoot(a);
     std::string const written = textOf(document);
-    EXPECT_EQ(std::string("<!DOCTYPE a>\n<a x=\"1\0&lt;\" y=\"\0\" />\n", 36), written);
+    EXPECT_EQ(written, std::string("<!DOCTYPE a>\n<a x=\"1\0&lt;\" y=\"\0\" />\n", 36));
     XmlDocument const again(LiString(written.data(), written.size()));
-    EXPECT_EQ(std::string("1\0<", 3), bytesOf(again.getRoot()->getAttribute("x")));
+    EXPECT_EQ(bytesOf(again.getRoot()->getAttribute("x")), std::string("1\0<", 3));
 }
 
 TEST(XmlElement, AssigningToWhatAnIteratorRefersToChangesNothing)
@@ -191,12 +191,12 @@ TEST(XmlElement, AssigningToWhatAnIteratorRefersToChangesNothing)
     *children = nullptr;
     EXPECT_FALSE(children.atEnd());
     EXPECT_FALSE(copy.atEnd());
-    EXPECT_EQ("b", bytesOf((*copy)->getNodeName()));
+    EXPECT_EQ(bytesOf((*copy)->getNodeName()), "b");
     *children = &a;
     ++children;
-    EXPECT_EQ("c", bytesOf((*children)->getNodeName()));
-    EXPECT_EQ("b c d ", namesOf(copy));
-    EXPECT_EQ("b c d ", namesOf(a.getChildren()));
+    EXPECT_EQ(bytesOf((*children)->getNodeName()), "c");
+    EXPECT_EQ(namesOf(copy), "b c d ");
+    EXPECT_EQ(namesOf(a.getChildren()), "b c d ");
 }
 
 /// An element of many attributes, whose names are made of two pieces.
@@ -230,9 +230,9 @@ TEST(XmlElement, AttributesWhoseNamesHaveOneHashAreNoMoreWorkThanOthers)
     workFor(ordinary); // what is done once only
     EXPECT_LT(workFor(colliding), 25 * workFor(ordinary)) << "it is a hundred times with a hash";
     XmlDocument const document(LiString(colliding.data(), colliding.size()));
-    EXPECT_EQ("", bytesOf(document.getRoot()->getAttribute("afbaafbaafbaafbaafbaafbaafba")));
-    EXPECT_EQ("Non existent attribute.",
-              reasonOf([&] { document.getRoot()->getAttribute("afbaafbaafbaafbaafbaafbaafb"); }));
+    EXPECT_EQ(bytesOf(document.getRoot()->getAttribute("afbaafbaafbaafbaafbaafbaafba")), "");
+    EXPECT_EQ(reasonOf([&] { document.getRoot()->getAttribute("afbaafbaafbaafbaafbaafbaafb"); }),
+              "Non existent attribute.");
 }
 
 TEST(XmlElement, AttributesAreRemoved)
@@ -247,12 +247,12 @@ TEST(XmlElement, AttributesAreRemoved)
     a.removeAttribute("x");
     a.removeAttribute("x");
     EXPECT_THROW(a.getAttribute("x"), XmlEx::ExNonExistentAttribute);
-    EXPECT_EQ("y", bytesOf(a.getAttribute("y")));
-    EXPECT_EQ("w", bytesOf(a.getAttribute("w")));
+    EXPECT_EQ(bytesOf(a.getAttribute("y")), "y");
+    EXPECT_EQ(bytesOf(a.getAttribute("w")), "w");
     a.removeAttribute("y");
     a.removeAttribute("w");
     a.setAttribute("x", LiString("again"));
-    EXPECT_EQ("again", bytesOf(a.getAttribute("x")));
+    EXPECT_EQ(bytesOf(a.getAttribute("x")), "again");
 }
 
 TEST(XmlElement, AnElementMayHaveManyAttributes)
@@ -281,7 +281,7 @@ TEST(XmlElement, AnAttributeMayGetAValueThatIsItsOwn)
     XmlElement a("a");
     a.setAttribute("x", LiString("value"));
     a.setAttribute("x", a.getAttribute("x"));
-    EXPECT_EQ("value", bytesOf(a.getAttribute("x")));
+    EXPECT_EQ(bytesOf(a.getAttribute("x")), "value");
 }
 
 TEST(XmlElement, ValuesGrowAndShrink)
@@ -307,7 +307,7 @@ TEST(XmlElement, DataIsReplaced)
     EXPECT_TRUE(a.getData().isEmpty());
     a.setData("one");
     a.setData(LiString("t\0o", 3));
-    EXPECT_EQ(std::string("t\0o", 3), bytesOf(a.getData()));
+    EXPECT_EQ(bytesOf(a.getData()), std::string("t\0o", 3));
     a.setData(LiString());
     EXPECT_TRUE(a.getData().isEmpty());
 }
@@ -315,15 +315,15 @@ TEST(XmlElement, DataIsReplaced)
 TEST(XmlAttribute, HasANameAndAValue)
 {
     XmlAttribute attribute("name", "value");
-    EXPECT_EQ("name", bytesOf(attribute.getNodeName()));
-    EXPECT_EQ("value", bytesOf(attribute.getValue()));
+    EXPECT_EQ(bytesOf(attribute.getNodeName()), "name");
+    EXPECT_EQ(bytesOf(attribute.getValue()), "value");
     std::ostringstream stream;
     {
         XmlStreamer streamer(stream, false, LiString());
         XmlStreamer::ElementGuard guard(streamer, "a");
         attribute.streamToOutput(guard);
     }
-    EXPECT_EQ("<a name=\"value\" />\n", stream.str());
+    EXPECT_EQ(stream.str(), "<a name=\"value\" />\n");
 }
 
 // Children
@@ -332,26 +332,26 @@ TEST(XmlElement, ChildrenStandInTheOrderOfTheDocument)
 {
     XmlElement a("a");
     EXPECT_TRUE(a.getChildren().atEnd());
-    EXPECT_EQ(0u, a.getChildren().getCardinality());
+    EXPECT_EQ(a.getChildren().getCardinality(), 0u);
     a.appendChild(element("b"));
     a.appendChild(element("d"));
     Iterator<UnownedObjPtr<XmlElement>> children = a.getChildren();
     a.insertBefore(element("first"), *children);
     ++children;
     a.insertBefore(element("c"), *children);
-    EXPECT_EQ("first b c d ", namesOf(a.getChildren()));
-    EXPECT_EQ(4u, a.getChildren().getCardinality());
+    EXPECT_EQ(namesOf(a.getChildren()), "first b c d ");
+    EXPECT_EQ(a.getChildren().getCardinality(), 4u);
     a.replaceChild(element("x"), *children);
-    EXPECT_EQ("first b c x ", namesOf(a.getChildren()));
+    EXPECT_EQ(namesOf(a.getChildren()), "first b c x ");
     a.removeChild(*a.getChildren());
-    EXPECT_EQ("b c x ", namesOf(a.getChildren()));
+    EXPECT_EQ(namesOf(a.getChildren()), "b c x ");
     a.replaceChild(element("y"), *a.getChildren());
-    EXPECT_EQ("y c x ", namesOf(a.getChildren()));
+    EXPECT_EQ(namesOf(a.getChildren()), "y c x ");
     while (!a.getChildren().atEnd())
         a.removeChild(*a.getChildren());
-    EXPECT_EQ(0u, a.getChildren().getCardinality());
+    EXPECT_EQ(a.getChildren().getCardinality(), 0u);
     a.appendChild(element("z"));
-    EXPECT_EQ("z ", namesOf(a.getChildren()));
+    EXPECT_EQ(namesOf(a.getChildren()), "z ");
 }
 
 TEST(XmlElement, AForeignReferenceThrowsAndNothingIsChanged)
@@ -365,16 +365,16 @@ TEST(XmlElement, AForeignReferenceThrowsAndNothingIsChanged)
     for (UnownedObjPtr<XmlElement> const reference :
          {UnownedObjPtr<XmlElement>(&other), UnownedObjPtr<XmlElement>(&a), grandchild,
           UnownedObjPtr<XmlElement>()}) {
-        EXPECT_EQ(reason, reasonOf<XmlEx::ExChildNotFound>([&] {
-                      a.insertBefore(ObjPtr<XmlElement>(new Counted("c")), reference);
-                  }));
-        EXPECT_EQ(reason, reasonOf<XmlEx::ExChildNotFound>([&] {
-                      a.replaceChild(ObjPtr<XmlElement>(new Counted("c")), reference);
-                  }));
-        EXPECT_EQ(reason, reasonOf<XmlEx::ExChildNotFound>([&] { a.removeChild(reference); }));
+        EXPECT_EQ(reasonOf<XmlEx::ExChildNotFound>(
+                      [&] { a.insertBefore(ObjPtr<XmlElement>(new Counted("c")), reference); }),
+                  reason);
+        EXPECT_EQ(reasonOf<XmlEx::ExChildNotFound>(
+                      [&] { a.replaceChild(ObjPtr<XmlElement>(new Counted("c")), reference); }),
+                  reason);
+        EXPECT_EQ(reasonOf<XmlEx::ExChildNotFound>([&] { a.removeChild(reference); }), reason);
     }
-    EXPECT_EQ(0, Counted::living);
-    EXPECT_EQ("a b grandchild ", namesOf(a.getElementsByTagName("*")));
+    EXPECT_EQ(Counted::living, 0);
+    EXPECT_EQ(namesOf(a.getElementsByTagName("*")), "a b grandchild ");
 }
 
 TEST(XmlElement, ANullChildThrows)
@@ -384,7 +384,7 @@ TEST(XmlElement, ANullChildThrows)
     EXPECT_THROW(a.appendChild(nullptr), RCEx::ExNullPtr);
     EXPECT_THROW(a.insertBefore(nullptr, *a.getChildren()), RCEx::ExNullPtr);
     EXPECT_THROW(a.replaceChild(nullptr, *a.getChildren()), RCEx::ExNullPtr);
-    EXPECT_EQ("b ", namesOf(a.getChildren()));
+    EXPECT_EQ(namesOf(a.getChildren()), "b ");
 }
 
 TEST(XmlElement, RemovedElementsAreDestroyedWithWhatIsBelowThem)
@@ -396,13 +396,13 @@ TEST(XmlElement, RemovedElementsAreDestroyedWithWhatIsBelowThem)
     a->appendChild(b);
     EXPECT_TRUE(b.isNull()) << "the child is taken over";
     a->appendChild(ObjPtr<XmlElement>(new Counted("e")));
-    EXPECT_EQ(5, Counted::living);
+    EXPECT_EQ(Counted::living, 5);
     a->removeChild(*a->getChildren());
-    EXPECT_EQ(2, Counted::living);
+    EXPECT_EQ(Counted::living, 2);
     a->replaceChild(ObjPtr<XmlElement>(new Counted("f")), *a->getChildren());
-    EXPECT_EQ(2, Counted::living);
+    EXPECT_EQ(Counted::living, 2);
     a.reset();
-    EXPECT_EQ(0, Counted::living);
+    EXPECT_EQ(Counted::living, 0);
 }
 
 TEST(XmlElement, ChildrenAreWalkedInBothDirections)
@@ -422,16 +422,16 @@ TEST(XmlElement, ChildrenAreWalkedInBothDirections)
     EXPECT_TRUE(first == i);
     ++i;
     EXPECT_FALSE(first == i);
-    EXPECT_EQ("b", bytesOf((*first)->getNodeName())) << "a copy keeps its place";
-    EXPECT_EQ("c", bytesOf((*i)->getNodeName()));
+    EXPECT_EQ(bytesOf((*first)->getNodeName()), "b") << "a copy keeps its place";
+    EXPECT_EQ(bytesOf((*i)->getNodeName()), "c");
     i.last();
-    EXPECT_EQ("d", bytesOf((*i)->getNodeName()));
+    EXPECT_EQ(bytesOf((*i)->getNodeName()), "d");
     ++i;
     EXPECT_TRUE(i.atEnd());
     EXPECT_THROW(++i, IteratorEx::ExOutOfRange);
     EXPECT_THROW(*i, IteratorEx::ExOutOfRange);
     --i;
-    EXPECT_EQ("d", bytesOf((*i)->getNodeName()));
+    EXPECT_EQ(bytesOf((*i)->getNodeName()), "d");
     --i;
     --i;
     EXPECT_TRUE(i == first);
@@ -448,22 +448,22 @@ TEST(XmlElement, ChildrenAreWalkedInBothDirections)
     Iterator<UnownedObjPtr<XmlElement>> otherEnd = other.getChildren();
     otherEnd.end();
     EXPECT_FALSE(i == otherEnd);
-    EXPECT_EQ(3, std::distance(a.getChildren(), i));
+    EXPECT_EQ(std::distance(a.getChildren(), i), 3);
 }
 
 TEST(XmlElement, ElementsAreFoundByTheirTagDepthFirst)
 {
     XmlDocument const document("<a><b><a/><c><b/></c></b><a><b/></a></a>");
-    EXPECT_EQ("a b a c b a b ", namesOf(document.getElementsByTagName("*")));
-    EXPECT_EQ(7u, document.getElementsByTagName("*").getCardinality());
+    EXPECT_EQ(namesOf(document.getElementsByTagName("*")), "a b a c b a b ");
+    EXPECT_EQ(document.getElementsByTagName("*").getCardinality(), 7u);
     EXPECT_EQ(document.getRoot(), *document.getElementsByTagName("*"));
-    EXPECT_EQ("a a a ", namesOf(document.getElementsByTagName("a")));
-    EXPECT_EQ("b b b ", namesOf(document.getRoot()->getElementsByTagName("b")));
+    EXPECT_EQ(namesOf(document.getElementsByTagName("a")), "a a a ");
+    EXPECT_EQ(namesOf(document.getRoot()->getElementsByTagName("b")), "b b b ");
     EXPECT_TRUE(document.getElementsByTagName("d").atEnd());
     UnownedObjPtr<XmlElement> const b = *document.getElementsByTagName("b");
-    EXPECT_EQ("b a c b ", namesOf(b->getElementsByTagName("*"))) << "not beyond the element";
+    EXPECT_EQ(namesOf(b->getElementsByTagName("*")), "b a c b ") << "not beyond the element";
     EXPECT_TRUE(XmlDocument(false).getElementsByTagName("*").atEnd());
-    EXPECT_EQ(0u, XmlDocument(false).getElementsByTagName("*").getCardinality());
+    EXPECT_EQ(XmlDocument(false).getElementsByTagName("*").getCardinality(), 0u);
 }
 
 // Documents
@@ -473,12 +473,12 @@ TEST(XmlDocument, AnEmptyOneHasNothingButItsDeclaration)
     XmlDocument document(true);
     EXPECT_TRUE(document.getRoot().isNull());
     EXPECT_TRUE(document.getDocumentType().isNull());
-    EXPECT_EQ("<?xml version=\"1.0\"?>\n", textOf(document));
+    EXPECT_EQ(textOf(document), "<?xml version=\"1.0\"?>\n");
     document.disableXmlDecl();
-    EXPECT_EQ("", textOf(document));
+    EXPECT_EQ(textOf(document), "");
     document.enableXmlDecl();
-    EXPECT_EQ("<?xml version=\"1.0\"?>\n", textOf(document));
-    EXPECT_EQ("", textOf(XmlDocument(false)));
+    EXPECT_EQ(textOf(document), "<?xml version=\"1.0\"?>\n");
+    EXPECT_EQ(textOf(XmlDocument(false)), "");
 }
 
 TEST(XmlDocument, IsReadFromAStreamAndFromATextAlike)
@@ -493,18 +493,18 @@ TEST(XmlDocument, IsReadFromAStreamAndFromATextAlike)
     XmlDocument const fromString((LiString(text)));
     EXPECT_EQ(&fromBuilder, builder.getDocument());
     for (XmlDocument const *document : {&fromStream, &fromBuilder, &fromChars, &fromString}) {
-        EXPECT_EQ("t", bytesOf(document->getDocumentType()->getNodeName()));
-        EXPECT_EQ("a", bytesOf(document->getRoot()->getNodeName()));
-        EXPECT_EQ("<1", bytesOf(document->getRoot()->getAttribute("b")));
-        EXPECT_EQ("y", bytesOf(document->getRoot()->getData()));
-        EXPECT_EQ("<?xml version=\"1.0\"?>\n<!DOCTYPE a>\n<a b=\"&lt;1\" >\n<c />\n</a>\n",
-                  textOf(*document));
+        EXPECT_EQ(bytesOf(document->getDocumentType()->getNodeName()), "t");
+        EXPECT_EQ(bytesOf(document->getRoot()->getNodeName()), "a");
+        EXPECT_EQ(bytesOf(document->getRoot()->getAttribute("b")), "<1");
+        EXPECT_EQ(bytesOf(document->getRoot()->getData()), "y");
+        EXPECT_EQ(textOf(*document),
+                  "<?xml version=\"1.0\"?>\n<!DOCTYPE a>\n<a b=\"&lt;1\" >\n<c />\n</a>\n");
     }
 }
 
 TEST(XmlDocument, HasNoDeclarationWhereItsTextHasNone)
 {
-    EXPECT_EQ("<!DOCTYPE a>\n<a />\n", textOf(XmlDocument("<a/>")));
+    EXPECT_EQ(textOf(XmlDocument("<a/>")), "<!DOCTYPE a>\n<a />\n");
     EXPECT_FALSE(XmlDocument("<a/>").hasXmlDecl());
     EXPECT_TRUE(XmlDocument("<a/>").getDocumentType().isNull());
 }
@@ -518,16 +518,16 @@ TEST(XmlDocument, TakesRootAndTypeOver)
         document.setRoot(root);
         EXPECT_TRUE(root.isNull());
         EXPECT_EQ(address, document.getRoot());
-        EXPECT_EQ(1, Counted::living);
+        EXPECT_EQ(Counted::living, 1);
         ObjPtr<XmlDocumentType> type(new XmlDocumentType("t"));
         document.setDocumentType(type);
         EXPECT_TRUE(type.isNull());
-        EXPECT_EQ("t", bytesOf(document.getDocumentType()->getNodeName()));
+        EXPECT_EQ(bytesOf(document.getDocumentType()->getNodeName()), "t");
     }
     ObjPtr<XmlElement> none;
     document.setRoot(none);
     EXPECT_TRUE(document.getRoot().isNull());
-    EXPECT_EQ(0, Counted::living);
+    EXPECT_EQ(Counted::living, 0);
 }
 
 TEST(XmlDocument, WhatIsWrittenIsReadAgain)
@@ -535,7 +535,7 @@ TEST(XmlDocument, WhatIsWrittenIsReadAgain)
     std::string const text =
         "<?xml version=\"1.0\"?>\n<!DOCTYPE a>\n<a x=\"&quot;&amp;&apos;&lt;&gt;\xFF\" >\n"
         "<b />\n<c y=\"\" >\n<d />\n</c>\n</a>\n";
-    EXPECT_EQ(text, textOf(XmlDocument(text.c_str())));
+    EXPECT_EQ(textOf(XmlDocument(text.c_str())), text);
 }
 
 TEST(XmlElement, IsWrittenAloneWhereverItStands)
@@ -547,10 +547,10 @@ TEST(XmlElement, IsWrittenAloneWhereverItStands)
         (*document.getElementsByTagName(tag))->streamToOutput(streamer);
         return stream.str();
     };
-    EXPECT_EQ("<b x=\"1\" >\n<c />\n<d >\n<e />\n</d>\n</b>\n", written("b"));
-    EXPECT_EQ("<c />\n", written("c"));
-    EXPECT_EQ("<d >\n<e />\n</d>\n", written("d"));
-    EXPECT_EQ("<f />\n", written("f"));
+    EXPECT_EQ(written("b"), "<b x=\"1\" >\n<c />\n<d >\n<e />\n</d>\n</b>\n");
+    EXPECT_EQ(written("c"), "<c />\n");
+    EXPECT_EQ(written("d"), "<d >\n<e />\n</d>\n");
+    EXPECT_EQ(written("f"), "<f />\n");
 }
 
 TEST(XmlElement, TwoRootsOfOneDocumentAreASyntaxError)
@@ -559,13 +559,13 @@ TEST(XmlElement, TwoRootsOfOneDocumentAreASyntaxError)
     std::ostringstream stream;
     XmlStreamer streamer(stream, false, LiString());
     a.streamToOutput(streamer);
-    EXPECT_EQ("Syntax error.", reasonOf([&] { a.streamToOutput(streamer); }));
-    EXPECT_EQ("<a />\n", stream.str());
+    EXPECT_EQ(reasonOf([&] { a.streamToOutput(streamer); }), "Syntax error.");
+    EXPECT_EQ(stream.str(), "<a />\n");
 }
 
 TEST(XmlDocument, LosesTextsWhenItIsWritten)
 {
-    EXPECT_EQ("<!DOCTYPE a>\n<a >\n<b />\n</a>\n", textOf(XmlDocument("<a>x<b>y</b></a>")));
+    EXPECT_EQ(textOf(XmlDocument("<a>x<b>y</b></a>")), "<!DOCTYPE a>\n<a >\n<b />\n</a>\n");
 }
 
 // The builder
@@ -573,24 +573,25 @@ TEST(XmlDocument, LosesTextsWhenItIsWritten)
 TEST(XmlDocumentBuilder, AnotherVersionIsNotSupported)
 {
     for (char const *version : {"1.1", "1", "1.00", "2.0"})
-        EXPECT_EQ("XML version not supported.", reasonOf<XmlEx::ExXmlVersionNotSupported>([&] {
+        EXPECT_EQ(reasonOf<XmlEx::ExXmlVersionNotSupported>([&] {
                       XmlDocument(("<?xml version='" + std::string(version) + "'?><a/>").c_str());
-                  }));
+                  }),
+                  "XML version not supported.");
 }
 
 TEST(XmlDocumentBuilder, TagsMatch)
 {
-    EXPECT_EQ("Syntax error.",
-              reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a><b></c></a>"); }));
-    EXPECT_EQ("Syntax error.", reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a></b>"); }));
-    EXPECT_EQ("Syntax error.",
-              reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a><b></a></b>"); }));
-    EXPECT_EQ("no failure", reasonOf([] { XmlDocument("<a><a></a></a>"); }));
+    EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a><b></c></a>"); }),
+              "Syntax error.");
+    EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a></b>"); }), "Syntax error.");
+    EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a><b></a></b>"); }),
+              "Syntax error.");
+    EXPECT_EQ(reasonOf([] { XmlDocument("<a><a></a></a>"); }), "no failure");
 }
 
 TEST(XmlDocumentBuilder, ADoubleAttributeHasItsLaterValue)
 {
-    EXPECT_EQ("<!DOCTYPE a>\n<a x=\"2\" />\n", textOf(XmlDocument("<a x=\"1\" x=\"2\"/>")));
+    EXPECT_EQ(textOf(XmlDocument("<a x=\"1\" x=\"2\"/>")), "<!DOCTYPE a>\n<a x=\"2\" />\n");
 }
 
 TEST(XmlDocumentBuilder, DataIsTheLastPieceOfText)
@@ -598,15 +599,15 @@ TEST(XmlDocumentBuilder, DataIsTheLastPieceOfText)
     auto const data = [](char const *text) {
         return bytesOf(XmlDocument(text).getRoot()->getData());
     };
-    EXPECT_EQ("y", data("<a>x&amp;y</a>"));
-    EXPECT_EQ("&", data("<a>x&amp;</a>"));
-    EXPECT_EQ("x", data("<a>x<b>z</b> </a>"));
-    EXPECT_EQ("<z>", data("<a>x<![CDATA[<z>]]></a>"));
-    EXPECT_EQ("x", data("<a><![CDATA[<z>]]>x</a>"));
-    EXPECT_EQ("", data("<a>x<![CDATA[]]></a>"));
-    EXPECT_EQ("", data("<a/>"));
-    EXPECT_EQ("y",
-              bytesOf((*XmlDocument("<a>x<b>y</b></a>").getElementsByTagName("b"))->getData()));
+    EXPECT_EQ(data("<a>x&amp;y</a>"), "y");
+    EXPECT_EQ(data("<a>x&amp;</a>"), "&");
+    EXPECT_EQ(data("<a>x<b>z</b> </a>"), "x");
+    EXPECT_EQ(data("<a>x<![CDATA[<z>]]></a>"), "<z>");
+    EXPECT_EQ(data("<a><![CDATA[<z>]]>x</a>"), "x");
+    EXPECT_EQ(data("<a>x<![CDATA[]]></a>"), "");
+    EXPECT_EQ(data("<a/>"), "");
+    EXPECT_EQ(bytesOf((*XmlDocument("<a>x<b>y</b></a>").getElementsByTagName("b"))->getData()),
+              "y");
 }
 
 TEST(XmlDocumentBuilder, AttributesAndTextWithoutAnElementAreSyntaxErrors)
@@ -614,18 +615,18 @@ TEST(XmlDocumentBuilder, AttributesAndTextWithoutAnElementAreSyntaxErrors)
     XmlDocument document(false);
     XmlDocumentBuilder builder;
     builder.setDocument(&document);
-    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.pushAttribute("a", "b"); }));
-    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.notifyTextData("a"); }));
-    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.notifyCharacterData("a"); }));
-    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.notifyEmptyElementEnd(); }));
-    EXPECT_EQ("Syntax error.", reasonOf([&] { builder.notifyClosingElement("a"); }));
+    EXPECT_EQ(reasonOf([&] { builder.pushAttribute("a", "b"); }), "Syntax error.");
+    EXPECT_EQ(reasonOf([&] { builder.notifyTextData("a"); }), "Syntax error.");
+    EXPECT_EQ(reasonOf([&] { builder.notifyCharacterData("a"); }), "Syntax error.");
+    EXPECT_EQ(reasonOf([&] { builder.notifyEmptyElementEnd(); }), "Syntax error.");
+    EXPECT_EQ(reasonOf([&] { builder.notifyClosingElement("a"); }), "Syntax error.");
     EXPECT_TRUE(document.getRoot().isNull());
 }
 
 TEST(XmlDocumentBuilder, WithoutADocumentItThrows)
 {
     XmlDocumentBuilder builder;
-    EXPECT_EQ(nullptr, builder.getDocument());
+    EXPECT_EQ(builder.getDocument(), nullptr);
     std::istringstream input("<a/>");
     EXPECT_THROW(XmlParser::parse(builder, input), RCEx::ExNullPtr);
 }
@@ -638,14 +639,14 @@ TEST(XmlDocumentBuilder, AFailedParseLeavesWhatWasAttachedBefore)
     std::istringstream input("<?xml version='1.0'?><!DOCTYPE t><a><b></b>&");
     EXPECT_THROW(XmlParser::parse(builder, input), XmlEx::ExLexicalError);
     EXPECT_TRUE(document.hasXmlDecl());
-    EXPECT_EQ("t", bytesOf(document.getDocumentType()->getNodeName()));
+    EXPECT_EQ(bytesOf(document.getDocumentType()->getNodeName()), "t");
     EXPECT_TRUE(document.getRoot().isNull());
 
     XmlDocument second(false);
     builder.setDocument(&second);
     std::istringstream behindTheRoot("<a/><b/>");
     EXPECT_THROW(XmlParser::parse(builder, behindTheRoot), XmlEx::ExSyntaxError);
-    EXPECT_EQ("a", bytesOf(second.getRoot()->getNodeName()));
+    EXPECT_EQ(bytesOf(second.getRoot()->getNodeName()), "a");
 }
 
 TEST(XmlDocumentBuilder, ServesAgainAfterAFailure)
@@ -653,11 +654,11 @@ TEST(XmlDocumentBuilder, ServesAgainAfterAFailure)
     XmlDocumentBuilder builder;
     std::istringstream broken("<a><b><c x='1'>");
     EXPECT_THROW(XmlDocument(broken, builder), XmlEx::ExSyntaxError);
-    EXPECT_EQ(nullptr, builder.getDocument()) << "it has gone";
+    EXPECT_EQ(builder.getDocument(), nullptr) << "it has gone";
     for (int turn = 0; turn < 2; ++turn) {
         std::istringstream whole("<d><e/></d>");
         XmlDocument const document(whole, builder);
-        EXPECT_EQ("d e ", namesOf(document.getElementsByTagName("*")));
+        EXPECT_EQ(namesOf(document.getElementsByTagName("*")), "d e ");
     }
 }
 
@@ -668,7 +669,7 @@ TEST(XmlDocumentBuilder, AClientMayLeaveElementsOut)
         void notifyTextData(LiString const &) override {}
     } builder;
     std::istringstream input("<a>x<![CDATA[y]]>z</a>");
-    EXPECT_EQ("y", bytesOf(XmlDocument(input, builder).getRoot()->getData()));
+    EXPECT_EQ(bytesOf(XmlDocument(input, builder).getRoot()->getData()), "y");
 }
 
 TEST(XmlDocumentBuilder, ADocumentLivesOnWithoutItsBuilderAndInAnotherThread)
@@ -684,7 +685,7 @@ TEST(XmlDocumentBuilder, ADocumentLivesOnWithoutItsBuilderAndInAnotherThread)
     std::istringstream again("<a b='c'/>");
     XmlDocument const other(again, *builder);
     builder.reset();
-    EXPECT_EQ("c", bytesOf(other.getRoot()->getAttribute("b")));
+    EXPECT_EQ(bytesOf(other.getRoot()->getAttribute("b")), "c");
     destroys.join();
 }
 
@@ -696,8 +697,8 @@ TEST(XmlDocument, ElementsOfATextMayBeChangedAndRemoved)
     root.setAttribute("z", 3);
     root.removeChild(*root.getChildren());
     root.appendChild(element("d"));
-    EXPECT_EQ("<!DOCTYPE a>\n<a x=\"a longer value\" z=\"3\" >\n<c />\n<d />\n</a>\n",
-              textOf(document));
+    EXPECT_EQ(textOf(document),
+              "<!DOCTYPE a>\n<a x=\"a longer value\" z=\"3\" >\n<c />\n<d />\n</a>\n");
 }
 
 // Depth
@@ -707,11 +708,11 @@ TEST(XmlDocument, TheDeepestNestingFitsOnASmallStack)
     runOnSmallStack([] {
         std::string const text = nested(2000);
         XmlDocument const document(text.c_str());
-        EXPECT_EQ(2000u, document.getElementsByTagName("*").getCardinality());
+        EXPECT_EQ(document.getElementsByTagName("*").getCardinality(), 2000u);
         std::ostringstream stream;
         stream << document;
         XmlDocument const again(stream.str().c_str());
-        EXPECT_EQ(2000u, again.getElementsByTagName("a").getCardinality());
+        EXPECT_EQ(again.getElementsByTagName("a").getCardinality(), 2000u);
         EXPECT_THROW(XmlDocument(nested(2001).c_str()), XmlEx::ExSyntaxError);
         EXPECT_THROW(XmlDocument(nested(2000).substr(0, 6000).c_str()), XmlEx::ExSyntaxError);
     });

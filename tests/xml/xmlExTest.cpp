@@ -12,17 +12,17 @@ void expectReason(char const *reason)
     try {
         throw Failure("file.cpp", 7);
     } catch (XmlEx const &error) {
-        EXPECT_STREQ(reason, error.getReason());
-        EXPECT_STREQ("file.cpp", error.getFile());
-        EXPECT_EQ(7, error.getLine());
+        EXPECT_STREQ(error.getReason(), reason);
+        EXPECT_STREQ(error.getFile(), "file.cpp");
+        EXPECT_EQ(error.getLine(), 7);
         std::unique_ptr<ExBase> const copy(error.clone());
-        EXPECT_STREQ(reason, copy->getReason());
-        EXPECT_NE(nullptr, dynamic_cast<Failure *>(copy.get()));
+        EXPECT_STREQ(copy->getReason(), reason);
+        EXPECT_NE(dynamic_cast<Failure *>(copy.get()), nullptr);
     }
     try {
         throw Failure("file.cpp", 7);
     } catch (std::domain_error const &error) {
-        EXPECT_STREQ(reason, error.what());
+        EXPECT_STREQ(error.what(), reason);
     }
 }
 
@@ -40,12 +40,12 @@ TEST(XmlEx, AClientsParsingErrorShowsTheFirst256Bytes)
 {
     std::string const text(300, 'x');
     XmlEx::ExSaxParsingError const error("file.cpp", 7, text.c_str());
-    EXPECT_EQ("Xml parsing error: '" + text.substr(0, 256) + "'.", error.getReason());
+    EXPECT_EQ(error.getReason(), "Xml parsing error: '" + text.substr(0, 256) + "'.");
     EXPECT_STREQ(error.getReason(), error.what());
-    EXPECT_STREQ("Xml parsing error: 'a'.",
-                 XmlEx::ExSaxParsingError("file.cpp", 7, "a").getReason());
-    EXPECT_STREQ("Xml parsing error: ''.",
-                 XmlEx::ExSaxParsingError("file.cpp", 7, nullptr).getReason());
+    EXPECT_STREQ(XmlEx::ExSaxParsingError("file.cpp", 7, "a").getReason(),
+                 "Xml parsing error: 'a'.");
+    EXPECT_STREQ(XmlEx::ExSaxParsingError("file.cpp", 7, nullptr).getReason(),
+                 "Xml parsing error: ''.");
     std::unique_ptr<ExBase> const copy(error.clone());
     EXPECT_STREQ(error.getReason(), copy->getReason());
 }

@@ -3,7 +3,7 @@
 #include "allocations.h"
 #include "childProcess.h"
 #include "resmgt/xml/xmlBlocks.private.h"
-#include "resmgt/xml/xmlText.h"
+#include "resmgt/xml/xmlNode.h"
 #include "xmlTesting.h"
 
 #include <cstdio>
@@ -82,7 +82,7 @@ TEST(XmlMemory, AListThatFindsNoneStaysAsItWas)
             } catch (std::bad_alloc const &) {
                 EXPECT_EQ(before, list.getLength());
                 list.addAttribute("other", "value");
-                EXPECT_STREQ("other", list.getName(before).getChars());
+                EXPECT_STREQ(list.getName(before).getChars(), "other");
                 throw;
             }
         }
@@ -130,7 +130,7 @@ TEST(XmlMemory, AWriterThatFindsNoneServesAgain)
     XmlWriter writer;
     failInTurn([&] {
         LiString const xml(writer.toXml(item));
-        EXPECT_STREQ("\n<a\n    x=\"1\">\n</a>\n", xml.getChars());
+        EXPECT_STREQ(xml.getChars(), "\n<a\n    x=\"1\">\n</a>\n");
     });
 }
 
@@ -163,7 +163,7 @@ TEST(XmlMemory, AProcessThatHasNoneToReadIntoEndsWithCodeTwo)
 {
     char const end[] = "out of dynamic memory in yy_create_buffer()\n2";
     EXPECT_EQ(end, childSays("0", "1"));
-    EXPECT_EQ("0", childSays("1", "1"));
+    EXPECT_EQ(childSays("1", "1"), "0");
     EXPECT_EQ(end, childSays("1", "100000"));
 }
 

@@ -42,43 +42,43 @@ std::string saxOf(std::string const &text)
 
 TEST(XmlParserProtocolSax, EachElementStartsAndEnds)
 {
-    EXPECT_EQ("start[a] end[a] ", saxOf("<a/>"));
-    EXPECT_EQ("start[a] end[a] ", saxOf("<a></a>"));
-    EXPECT_EQ("start[a] x=[1] y=[2] end[a] ", saxOf("<a x='1' y='2'/>"));
-    EXPECT_EQ("start[a] x=[1] end[a] ", saxOf("<a x='1'></a>"));
-    EXPECT_EQ("start[a] x=[1] x=[2] end[a] ", saxOf("<a x='1' x='2'/>")) << "both of a name";
+    EXPECT_EQ(saxOf("<a/>"), "start[a] end[a] ");
+    EXPECT_EQ(saxOf("<a></a>"), "start[a] end[a] ");
+    EXPECT_EQ(saxOf("<a x='1' y='2'/>"), "start[a] x=[1] y=[2] end[a] ");
+    EXPECT_EQ(saxOf("<a x='1'></a>"), "start[a] x=[1] end[a] ");
+    EXPECT_EQ(saxOf("<a x='1' x='2'/>"), "start[a] x=[1] x=[2] end[a] ") << "both of a name";
 }
 
 TEST(XmlParserProtocolSax, EachElementHasItsOwnAttributes)
 {
-    EXPECT_EQ("start[a] x=[1] start[b] y=[2] start[c] z=[3] end[c] end[b] start[d] end[d] start[e] "
-              "w=[4] end[e] end[a] ",
-              saxOf("<a x='1'><b y='2'><c z='3'/></b><d/><e w='4'></e></a>"));
+    EXPECT_EQ(saxOf("<a x='1'><b y='2'><c z='3'/></b><d/><e w='4'></e></a>"),
+              "start[a] x=[1] start[b] y=[2] start[c] z=[3] end[c] end[b] start[d] end[d] start[e] "
+              "w=[4] end[e] end[a] ");
 }
 
 TEST(XmlParserProtocolSax, ElementsOfOneNameNest)
 {
-    EXPECT_EQ("start[a] x=[1] start[a] x=[2] start[a] end[a] end[a] end[a] ",
-              saxOf("<a x='1'><a x='2'><a/></a></a>"));
-    EXPECT_EQ("start[a] start[a] end[a] end[a] ", saxOf("<a><a></a></a>"));
+    EXPECT_EQ(saxOf("<a x='1'><a x='2'><a/></a></a>"),
+              "start[a] x=[1] start[a] x=[2] start[a] end[a] end[a] end[a] ");
+    EXPECT_EQ(saxOf("<a><a></a></a>"), "start[a] start[a] end[a] end[a] ");
 }
 
 TEST(XmlParserProtocolSax, DeclarationTypeAndTextsAreNotTold)
 {
-    EXPECT_EQ("start[a] end[a] ",
-              saxOf("<?xml version='7'?><!DOCTYPE t><a>x&amp;<![CDATA[y]]></a>"));
+    EXPECT_EQ(saxOf("<?xml version='7'?><!DOCTYPE t><a>x&amp;<![CDATA[y]]></a>"),
+              "start[a] end[a] ");
 }
 
 TEST(XmlParserProtocolSax, ClosingTagsAreNotCompared)
 {
-    EXPECT_EQ("end[b] ", saxOf("<a x='1'></b>"));
-    EXPECT_EQ("start[a] start[b] end[b] end[c] ", saxOf("<a><b/></c>"));
+    EXPECT_EQ(saxOf("<a x='1'></b>"), "end[b] ");
+    EXPECT_EQ(saxOf("<a><b/></c>"), "start[a] start[b] end[b] end[c] ");
 }
 
 TEST(XmlParserProtocolSax, AnEmptyEndWithoutAnElementIsASyntaxError)
 {
     Sax sax;
-    EXPECT_EQ("Syntax error.", reasonOf([&] { sax.notifyEmptyElementEnd(); }));
+    EXPECT_EQ(reasonOf([&] { sax.notifyEmptyElementEnd(); }), "Syntax error.");
 }
 
 TEST(XmlParserProtocolSax, ForgetsAFailedParse)
@@ -89,7 +89,7 @@ TEST(XmlParserProtocolSax, ForgetsAFailedParse)
     sax.reset();
     std::istringstream whole("<b/>");
     XmlParser::parse(sax, whole);
-    EXPECT_EQ("start[b] end[b] ", sax.told);
+    EXPECT_EQ(sax.told, "start[b] end[b] ");
 }
 
 // XmlReader
@@ -114,7 +114,7 @@ public:
             act();
         if (name == "inner") {
             ObjPtr<XmlBaseElement> const inner(reader.buildElement("<r><s x='1'/></r>"));
-            EXPECT_EQ("r", bytesOf(inner->getTagName()));
+            EXPECT_EQ(bytesOf(inner->getTagName()), "r");
         }
         _children.push_back(std::make_unique<Item>(name, _log));
         return _children.back().get();
@@ -164,7 +164,7 @@ public:
 
 struct XmlReaderTest : testing::Test
 {
-    ~XmlReaderTest() override { EXPECT_EQ(0, Item::living); }
+    ~XmlReaderTest() override { EXPECT_EQ(Item::living, 0); }
 
     // Their destructors may throw, that of a test may not.
     std::unique_ptr<RootBuilder> ownBuilder = std::make_unique<RootBuilder>();
@@ -179,11 +179,11 @@ TEST_F(XmlReaderTest, EachElementMakesItsChildren)
     ObjPtr<XmlBaseElement> const root(reader.buildElement(
         "<?xml version='1.0'?><!DOCTYPE t><a x='1'>t<b y='2' z='3'><c/></b><d/></a>"));
     EXPECT_EQ(
+        builder.log,
         "builder makes a/1; a reads 1; a makes b/2; b reads 2; b makes c/0; c reads 0; c ends; "
-        "b ends; a makes d/0; d reads 0; d ends; a ends; ",
-        builder.log);
-    EXPECT_EQ("a", bytesOf(root->getTagName()));
-    EXPECT_EQ(4, Item::living);
+        "b ends; a makes d/0; d reads 0; d ends; a ends; ");
+    EXPECT_EQ(bytesOf(root->getTagName()), "a");
+    EXPECT_EQ(Item::living, 4);
 }
 
 TEST_F(XmlReaderTest, ReadsStreamsAndFiles)
@@ -195,23 +195,23 @@ TEST_F(XmlReaderTest, ReadsStreamsAndFiles)
             .string();
     std::ofstream(name) << "<fromFile/>";
     EXPECT_EQ(
-        "fromFile",
-        bytesOf(ObjPtr<XmlBaseElement>(reader.buildElementFromFile(name.c_str()))->getTagName()));
+        bytesOf(ObjPtr<XmlBaseElement>(reader.buildElementFromFile(name.c_str()))->getTagName()),
+        "fromFile");
     std::remove(name.c_str());
-    EXPECT_EQ("Syntax error.",
-              reasonOf([&] { auto const a = reader.buildElementFromFile(name.c_str()); }))
+    EXPECT_EQ(reasonOf([&] { auto const a = reader.buildElementFromFile(name.c_str()); }),
+              "Syntax error.")
         << "a file that is not there is read as an empty one";
 }
 
 TEST_F(XmlReaderTest, AFailureDestroysWhatWasBuilt)
 {
     EXPECT_THROW(auto const a = reader.buildElement("<a><b><c>"), XmlEx::ExSyntaxError);
-    EXPECT_EQ(0, Item::living);
+    EXPECT_EQ(Item::living, 0);
     EXPECT_THROW(auto const a = reader.buildElement("<a><refused/></a>"), XmlEx::ExSaxParsingError);
-    EXPECT_EQ(0, Item::living);
+    EXPECT_EQ(Item::living, 0);
     builder.log.clear();
     EXPECT_FALSE(reader.buildElement("<d/>").isNull()) << "nothing is left behind";
-    EXPECT_EQ("builder makes d/0; d reads 0; d ends; ", builder.log);
+    EXPECT_EQ(builder.log, "builder makes d/0; d reads 0; d ends; ");
 }
 
 TEST_F(XmlReaderTest, ANullElementThrows)
@@ -222,31 +222,31 @@ TEST_F(XmlReaderTest, ANullElementThrows)
 
 TEST_F(XmlReaderTest, AnEndWithoutAStartIsASyntaxError)
 {
-    EXPECT_EQ("Syntax error.", reasonOf([&] { auto const a = reader.buildElement("<a></b>"); }));
-    EXPECT_EQ("Syntax error.", reasonOf([&] { reader.endElement("a"); }));
-    EXPECT_EQ("Syntax error.",
-              reasonOf([&] { auto const a = reader.buildElement("<a><b></c></a>"); }));
+    EXPECT_EQ(reasonOf([&] { auto const a = reader.buildElement("<a></b>"); }), "Syntax error.");
+    EXPECT_EQ(reasonOf([&] { reader.endElement("a"); }), "Syntax error.");
+    EXPECT_EQ(reasonOf([&] { auto const a = reader.buildElement("<a><b></c></a>"); }),
+              "Syntax error.");
 }
 
 TEST_F(XmlReaderTest, TheResultIsTheLastRoot)
 {
     // The first closing tag has another name, and ends the root; what comes then is a root again.
     ObjPtr<XmlBaseElement> const root(reader.buildElement("<a><b></c><d/></a>"));
-    EXPECT_EQ("builder makes a/0; a reads 0; a ends; builder makes b/0; b reads 0; b makes d/0; d "
-              "reads 0; d ends; b ends; ",
-              builder.log);
-    EXPECT_EQ("b", bytesOf(root->getTagName()));
-    EXPECT_EQ(2, Item::living);
+    EXPECT_EQ(builder.log,
+              "builder makes a/0; a reads 0; a ends; builder makes b/0; b reads 0; b makes d/0; d "
+              "reads 0; d ends; b ends; ");
+    EXPECT_EQ(bytesOf(root->getTagName()), "b");
+    EXPECT_EQ(Item::living, 2);
 }
 
 TEST_F(XmlReaderTest, AnElementMayBuildFromAnotherTextWithTheSameReader)
 {
     ObjPtr<XmlBaseElement> const root(reader.buildElement("<a><inner y='2'><b/></inner></a>"));
     EXPECT_EQ(
+        builder.log,
         "builder makes a/0; a reads 0; a makes inner/1; builder makes r/0; r reads 0; r makes "
         "s/1; s reads 1; s ends; r ends; inner reads 1; inner makes b/0; b reads 0; b ends; "
-        "inner ends; a ends; ",
-        builder.log);
+        "inner ends; a ends; ");
 }
 
 TEST_F(XmlReaderTest, ServesSeveralThreads)
@@ -279,9 +279,8 @@ TEST_F(XmlReaderTest, AThreadWaitsUntilTheOtherHasBuilt)
     ObjPtr<XmlBaseElement> const root(reader.buildElement("<a><b/></a>"));
     other.join();
     EXPECT_TRUE(hasWaited);
-    EXPECT_EQ("builder makes a/0; a reads 0; a makes b/0; b reads 0; b ends; a ends; "
-              "builder makes other/0; other reads 0; other ends; ",
-              builder.log);
+    EXPECT_EQ(builder.log, "builder makes a/0; a reads 0; a makes b/0; b reads 0; b ends; a ends; "
+                           "builder makes other/0; other reads 0; other ends; ");
 }
 
 TEST_F(XmlReaderTest, WhatAWriterWritesIsReadAgain)
@@ -322,8 +321,8 @@ TEST_F(XmlReaderTest, TheDeepestNestingFitsOnASmallStack)
         FlatBuilder flatBuilder;
         XmlReader flatReader(flatBuilder);
         ObjPtr<XmlBaseElement> const root(flatReader.buildElement(nested(2000).c_str()));
-        EXPECT_EQ(2000, dynamic_cast<Flat &>(*root).made);
-        EXPECT_EQ(2000, dynamic_cast<Flat &>(*root).ended);
+        EXPECT_EQ(dynamic_cast<Flat &>(*root).made, 2000);
+        EXPECT_EQ(dynamic_cast<Flat &>(*root).ended, 2000);
     });
 }
 

@@ -31,23 +31,23 @@ struct XmlStreamerTest : testing::Test
 TEST_F(XmlStreamerTest, WritesItsPrologAtOnce)
 {
     XmlStreamer const whole(stream, true, "show");
-    EXPECT_EQ("<?xml version=\"1.0\"?>\n<!DOCTYPE show>\n", written());
+    EXPECT_EQ(written(), "<?xml version=\"1.0\"?>\n<!DOCTYPE show>\n");
     XmlStreamer const declaration(stream, true, LiString());
-    EXPECT_EQ("<?xml version=\"1.0\"?>\n", written());
+    EXPECT_EQ(written(), "<?xml version=\"1.0\"?>\n");
     XmlStreamer const type(stream, false, "show");
-    EXPECT_EQ("<!DOCTYPE show>\n", written());
+    EXPECT_EQ(written(), "<!DOCTYPE show>\n");
     XmlStreamer const nothing(stream, false, LiString());
-    EXPECT_EQ("", written());
+    EXPECT_EQ(written(), "");
 }
 
 TEST_F(XmlStreamerTest, AnElementWithoutContentIsEmpty)
 {
     {
         Guard const a(streamer, "a");
-        EXPECT_EQ("<a ", written());
+        EXPECT_EQ(written(), "<a ");
         EXPECT_FALSE(a.hasContent());
     }
-    EXPECT_EQ("/>\n", written());
+    EXPECT_EQ(written(), "/>\n");
 }
 
 TEST_F(XmlStreamerTest, AChildEndsTheStartTagOfItsParent)
@@ -57,18 +57,18 @@ TEST_F(XmlStreamerTest, AChildEndsTheStartTagOfItsParent)
         written();
         {
             Guard const b(a, "b");
-            EXPECT_EQ(">\n<b ", written());
+            EXPECT_EQ(written(), ">\n<b ");
             EXPECT_TRUE(a.hasContent());
         }
-        EXPECT_EQ("/>\n", written());
+        EXPECT_EQ(written(), "/>\n");
         {
             Guard c(a, "c");
             Guard const d(c, "d");
-            EXPECT_EQ("<c >\n<d ", written());
+            EXPECT_EQ(written(), "<c >\n<d ");
         }
-        EXPECT_EQ("/>\n</c>\n", written());
+        EXPECT_EQ(written(), "/>\n</c>\n");
     }
-    EXPECT_EQ("</a>\n", written());
+    EXPECT_EQ(written(), "</a>\n");
 }
 
 TEST_F(XmlStreamerTest, AttributesAreEscaped)
@@ -76,20 +76,20 @@ TEST_F(XmlStreamerTest, AttributesAreEscaped)
     Guard a(streamer, "a");
     written();
     a.addAttribute("a", "x<y");
-    EXPECT_EQ("a=\"x&lt;y\" ", written());
+    EXPECT_EQ(written(), "a=\"x&lt;y\" ");
     a.addAttribute("b", "\"&'<>\xFF\n]");
-    EXPECT_EQ("b=\"&quot;&amp;&apos;&lt;&gt;\xFF\n]\" ", written());
+    EXPECT_EQ(written(), "b=\"&quot;&amp;&apos;&lt;&gt;\xFF\n]\" ");
     a.addAttribute("c", "");
-    EXPECT_EQ("c=\"\" ", written());
+    EXPECT_EQ(written(), "c=\"\" ");
     a.addAttribute("d", static_cast<char const *>(nullptr));
-    EXPECT_EQ("d=\"\" ", written());
+    EXPECT_EQ(written(), "d=\"\" ");
     std::string const value(1000, 'x');
     a.addAttribute("e", (value + "&" + value).c_str());
-    EXPECT_EQ("e=\"" + value + "&amp;" + value + "\" ", written());
+    EXPECT_EQ(written(), "e=\"" + value + "&amp;" + value + "\" ");
     for (std::size_t const length : {250, 251, 252, 253, 254, 255, 256, 257}) {
         std::string const some(length, 'y');
         a.addAttribute("f", (some + "<").c_str());
-        EXPECT_EQ("f=\"" + some + "&lt;\" ", written());
+        EXPECT_EQ(written(), "f=\"" + some + "&lt;\" ");
     }
 }
 
@@ -99,11 +99,11 @@ TEST_F(XmlStreamerTest, NumbersHaveTheFormatOfTheStream)
     written();
     a.addAttribute("i", -17);
     a.addAttribute("d", 0.5);
-    EXPECT_EQ("i=\"-17\" d=\"0.5\" ", written());
+    EXPECT_EQ(written(), "i=\"-17\" d=\"0.5\" ");
     stream << std::hex << std::setprecision(3);
     a.addAttribute("i", 255);
     a.addAttribute("d", 2.0 / 3);
-    EXPECT_EQ("i=\"ff\" d=\"0.667\" ", written());
+    EXPECT_EQ(written(), "i=\"ff\" d=\"0.667\" ");
 }
 
 TEST_F(XmlStreamerTest, NumbersAreWrittenWhateverLocaleTheStreamHas)
@@ -116,9 +116,9 @@ TEST_F(XmlStreamerTest, NumbersAreWrittenWhateverLocaleTheStreamHas)
     stream.fill('0');
     a.addAttribute("i", 1234567);
     a.addAttribute("d", 12345.5);
-    EXPECT_EQ("i=\"001234567\" d=\"12345.5\" ", written());
+    EXPECT_EQ(written(), "i=\"001234567\" d=\"12345.5\" ");
     stream << 1234567;
-    EXPECT_EQ("1.234.567", written()) << "the stream is as it was";
+    EXPECT_EQ(written(), "1.234.567") << "the stream is as it was";
 }
 
 TEST_F(XmlStreamerTest, AnAttributeBehindContentIsASyntaxError)
@@ -126,10 +126,10 @@ TEST_F(XmlStreamerTest, AnAttributeBehindContentIsASyntaxError)
     Guard a(streamer, "a");
     a.addTextData("");
     written();
-    EXPECT_EQ("Syntax error.", reasonOf<XmlEx::ExSyntaxError>([&] { a.addAttribute("b", "c"); }));
-    EXPECT_EQ("Syntax error.", reasonOf<XmlEx::ExSyntaxError>([&] { a.addAttribute("b", 1); }));
-    EXPECT_EQ("Syntax error.", reasonOf<XmlEx::ExSyntaxError>([&] { a.addAttribute("b", 1.0); }));
-    EXPECT_EQ("", written());
+    EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([&] { a.addAttribute("b", "c"); }), "Syntax error.");
+    EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([&] { a.addAttribute("b", 1); }), "Syntax error.");
+    EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([&] { a.addAttribute("b", 1.0); }), "Syntax error.");
+    EXPECT_EQ(written(), "");
 }
 
 TEST_F(XmlStreamerTest, ADocumentHasOneRoot)
@@ -139,9 +139,9 @@ TEST_F(XmlStreamerTest, ADocumentHasOneRoot)
     }
     written();
     EXPECT_TRUE(streamer.getDocument().hasContent());
-    EXPECT_EQ("Syntax error.",
-              reasonOf<XmlEx::ExSyntaxError>([&] { Guard const b(streamer, "b"); }));
-    EXPECT_EQ("", written());
+    EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([&] { Guard const b(streamer, "b"); }),
+              "Syntax error.");
+    EXPECT_EQ(written(), "");
     EXPECT_EQ(&stream, &streamer.getDocument().getOutput());
 }
 
@@ -153,7 +153,7 @@ TEST_F(XmlStreamerTest, TextIsWrittenAsItStands)
         a.addTextData("z");
         a.addTextData(nullptr);
     }
-    EXPECT_EQ("<a >\nx<&yz</a>\n", written());
+    EXPECT_EQ(written(), "<a >\nx<&yz</a>\n");
 }
 
 TEST_F(XmlStreamerTest, TheLastBracketOfACdataSectionIsTheCallers)
@@ -166,9 +166,9 @@ TEST_F(XmlStreamerTest, TheLastBracketOfACdataSectionIsTheCallers)
         a.getOutput() << '>';
     }
     std::string const text = written();
-    EXPECT_EQ("<a >\n<![CDATA[x<y]]><![CDATA[]]></a>\n", text);
-    EXPECT_EQ("begin[a] tagEnd cdata[x<y] cdata[] close[a] ", toldOf(text));
-    EXPECT_EQ("begin[a] tagEnd Lexical error.", toldOf("<a >\n<![CDATA[x<y]]</a>\n"))
+    EXPECT_EQ(text, "<a >\n<![CDATA[x<y]]><![CDATA[]]></a>\n");
+    EXPECT_EQ(toldOf(text), "begin[a] tagEnd cdata[x<y] cdata[] close[a] ");
+    EXPECT_EQ(toldOf("<a >\n<![CDATA[x<y]]</a>\n"), "begin[a] tagEnd Lexical error.")
         << "without it nobody reads it";
 }
 
@@ -205,7 +205,7 @@ TEST(XmlStreamer, ErrorsOfTheStreamAreNotLookedAt)
     FullBuffer buffer(10);
     std::ostream stream(&buffer);
     stream << XmlDocument("<a><b c='d'/></a>");
-    EXPECT_EQ("<!DOCTYPE ", buffer.text);
+    EXPECT_EQ(buffer.text, "<!DOCTYPE ");
     EXPECT_TRUE(stream.bad());
 }
 
@@ -234,7 +234,7 @@ TEST(XmlStreamer, AGuardThatCannotEndItsElementLetsAFailureThatIsOnItsWayPass)
     };
     std::ostringstream whole;
     write(whole);
-    EXPECT_EQ("<a x=\"y\" >\n<b >\nz</b>\n</a>\n", whole.str());
+    EXPECT_EQ(whole.str(), "<a x=\"y\" >\n<b >\nz</b>\n</a>\n");
     for (std::size_t room = 0; room < whole.str().size(); ++room) {
         FullBuffer buffer(room);
         std::ostream stream(&buffer);
@@ -280,9 +280,9 @@ TEST(XmlWriter, AnElementWithoutChildrenHasAStartAndAnEndTag)
 {
     XmlWriter writer;
     writer.startElement("a");
-    EXPECT_EQ("\n<a", bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.getXml()), "\n<a");
     writer.endElement("a");
-    EXPECT_EQ("\n<a>\n</a>\n", bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.getXml()), "\n<a>\n</a>\n");
 }
 
 TEST(XmlWriter, ElementsAreIndented)
@@ -297,14 +297,14 @@ TEST(XmlWriter, ElementsAreIndented)
                                  "    </b>\n"
                                  "\n    <e\n        name=\"e\">\n    </e>\n"
                                  "</a>\n";
-    EXPECT_EQ(expected, bytesOf(writer.toXml(a)));
-    EXPECT_EQ("", bytesOf(writer.getXml())) << "empty afterwards";
-    EXPECT_EQ(expected, bytesOf(writer.toXml(a))) << "and like new";
-    EXPECT_EQ("<?xml version='1.0'?>\n\n<!DOCTYPE a>\n" + expected,
-              bytesOf(writer.toXmlDocument(a)));
-    EXPECT_EQ("<?xml version='1.0'?>\n\n<!DOCTYPE type>\n" + expected,
-              bytesOf(writer.toXmlDocument(a, "type")));
-    EXPECT_EQ("", bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.toXml(a)), expected);
+    EXPECT_EQ(bytesOf(writer.getXml()), "") << "empty afterwards";
+    EXPECT_EQ(bytesOf(writer.toXml(a)), expected) << "and like new";
+    EXPECT_EQ(bytesOf(writer.toXmlDocument(a)),
+              "<?xml version='1.0'?>\n\n<!DOCTYPE a>\n" + expected);
+    EXPECT_EQ(bytesOf(writer.toXmlDocument(a, "type")),
+              "<?xml version='1.0'?>\n\n<!DOCTYPE type>\n" + expected);
+    EXPECT_EQ(bytesOf(writer.getXml()), "");
 }
 
 TEST(XmlWriter, ATopElementMayNameItsDocumentType)
@@ -314,16 +314,16 @@ TEST(XmlWriter, ATopElementMayNameItsDocumentType)
         Named() : Item("a") {}
         LiString getDocumentTypeName() const override { return "show"; }
     } named;
-    EXPECT_EQ("<?xml version='1.0'?>\n\n<!DOCTYPE show>\n\n<a\n    name=\"a\">\n</a>\n",
-              bytesOf(XmlWriter().toXmlDocument(named)));
+    EXPECT_EQ(bytesOf(XmlWriter().toXmlDocument(named)),
+              "<?xml version='1.0'?>\n\n<!DOCTYPE show>\n\n<a\n    name=\"a\">\n</a>\n");
 }
 
 TEST(XmlWriter, ADocumentIsReadAgain)
 {
     Item b("b"), c("c"), a("a", b, c);
-    EXPECT_EQ("declaration[1.0] type[a] begin[a] name=[a] tagEnd begin[b] name=[b] tagEnd close[b] "
-              "begin[c] name=[c] tagEnd close[c] close[a] ",
-              toldOf(bytesOf(XmlWriter().toXmlDocument(a))));
+    EXPECT_EQ(toldOf(bytesOf(XmlWriter().toXmlDocument(a))),
+              "declaration[1.0] type[a] begin[a] name=[a] tagEnd begin[b] name=[b] tagEnd close[b] "
+              "begin[c] name=[c] tagEnd close[c] close[a] ");
 }
 
 TEST(XmlWriter, WritesNumbersOfAllKinds)
@@ -337,9 +337,9 @@ TEST(XmlWriter, WritesNumbersOfAllKinds)
     writer.writeAttribute("u", 4294967295u);
     writer.writeAttribute("us", static_cast<unsigned short>(65535));
     writer.writeAttribute("empty", LiString());
-    EXPECT_EQ("\n<a\n    i=\"-2147483647\"\n    s=\"-7\"\n    c=\"-65\"\n    uc=\"65\"\n    "
-              "u=\"4294967295\"\n    us=\"65535\"\n    empty=\"\"",
-              bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.getXml()),
+              "\n<a\n    i=\"-2147483647\"\n    s=\"-7\"\n    c=\"-65\"\n    uc=\"65\"\n    "
+              "u=\"4294967295\"\n    us=\"65535\"\n    empty=\"\"");
 }
 
 TEST(XmlWriter, WritesNumbersWhateverLocaleTheProgramHas)
@@ -349,7 +349,7 @@ TEST(XmlWriter, WritesNumbersWhateverLocaleTheProgramHas)
     writer.startElement("a");
     writer.writeAttribute("i", 1234567);
     writer.writeAttribute("us", static_cast<unsigned short>(65535));
-    EXPECT_EQ("\n<a\n    i=\"1234567\"\n    us=\"65535\"", bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.getXml()), "\n<a\n    i=\"1234567\"\n    us=\"65535\"");
 }
 
 TEST(XmlWriter, AValueWithAQuoteGivesATextThatIsRejected)
@@ -358,21 +358,21 @@ TEST(XmlWriter, AValueWithAQuoteGivesATextThatIsRejected)
     writer.startElement("a");
     writer.writeAttribute("b", "x\"y");
     writer.endElement("a");
-    EXPECT_EQ("\n<a\n    b=\"x\"y\">\n</a>\n", bytesOf(writer.getXml()));
-    EXPECT_EQ("begin[a] b=[x] Syntax error.", toldOf(bytesOf(writer.getXml())));
+    EXPECT_EQ(bytesOf(writer.getXml()), "\n<a\n    b=\"x\"y\">\n</a>\n");
+    EXPECT_EQ(toldOf(bytesOf(writer.getXml())), "begin[a] b=[x] Syntax error.");
 }
 
 TEST(XmlWriter, StartsAfreshWhenReset)
 {
     XmlWriter writer;
-    EXPECT_EQ("", bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.getXml()), "");
     writer.startElement("a");
     writer.startElement("b");
     writer.reset();
-    EXPECT_EQ("", bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.getXml()), "");
     writer.startElement("c");
     writer.endElement("c");
-    EXPECT_EQ("\n<c>\n</c>\n", bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.getXml()), "\n<c>\n</c>\n");
 }
 
 TEST(XmlWriter, ServesAgainAfterAnElementThatThrew)
@@ -381,10 +381,10 @@ TEST(XmlWriter, ServesAgainAfterAnElementThatThrew)
     c.fails = true;
     XmlWriter writer;
     EXPECT_THROW(writer.toXml(a), int);
-    EXPECT_EQ("\n<b\n    name=\"b\">\n</b>\n", bytesOf(writer.toXml(b)));
+    EXPECT_EQ(bytesOf(writer.toXml(b)), "\n<b\n    name=\"b\">\n</b>\n");
     EXPECT_THROW(writer.toXmlDocument(a), int);
-    EXPECT_EQ("<?xml version='1.0'?>\n\n<!DOCTYPE b>\n\n<b\n    name=\"b\">\n</b>\n",
-              bytesOf(writer.toXmlDocument(b)));
+    EXPECT_EQ(bytesOf(writer.toXmlDocument(b)),
+              "<?xml version='1.0'?>\n\n<!DOCTYPE b>\n\n<b\n    name=\"b\">\n</b>\n");
 }
 
 TEST(XmlWriter, AnEndWithoutAStartThrows)
@@ -394,7 +394,7 @@ TEST(XmlWriter, AnEndWithoutAStartThrows)
     writer.startElement("a");
     writer.endElement("a");
     EXPECT_THROW(writer.endElement("a"), LiStringEx::ExOutOfBounds);
-    EXPECT_EQ("\n<a>\n</a>\n", bytesOf(writer.getXml()));
+    EXPECT_EQ(bytesOf(writer.getXml()), "\n<a>\n</a>\n");
 }
 
 } // namespace

@@ -66,7 +66,9 @@ public:
     /// Closes all devices, the newest first, and ends "DevMgr ANO", within a limit of time. What does not end in time is
     /// left behind, and named in the report:
     ///
-    ///     manager->close(5).getLeftBehind()
+    ///     ObjPtr<DevMgr> manager = DevMgr::create();
+    ///     for (LiString const &name : manager->close(5).getLeftBehind())
+    ///         std::cerr << name << " does not close.\n";
     ///
     /// - "DevMgr ANO" ends first, when it has executed what was queued for it. If it has not within half of the limit,
     ///   because a device or an observer does not return from a call, it is left behind.

@@ -10,8 +10,8 @@
 
 namespace Zv {
 
-// A narrow or an unsigned type would not do for the reading: the stream wraps a negative number round, and reads a
-// character for a number of 8 bits.
+// The number is read as a long one. A stream would wrap a negative number for an unsigned type, and
+// would read a character for a type of 8 bits.
 template <class T>
 T XmlAttributeList::convert(LiString const &name) const
 {

@@ -1,4 +1,4 @@
-// The attributes of one element as they were read.
+// Attributes of one XML element as they were read (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -11,32 +11,45 @@
 
 namespace Zv {
 
-/// A list of names and values in the order of the text, for those who are told of elements. A name that comes twice
-/// stands in it twice; it is found at its first place. Positions count from 0.
+/// A list of names and values in the order of the text. Readers of elements get one. A name that
+/// was read twice is in the list twice, and is found at its first position. Positions count from 0.
 ///
-/// A value type, for one thread at a time. It keeps bytes and hands out strings of their own.
+///     XmlAttributeList attributes;
+///     attributes.addAttribute("frames", "25");
+///     if (attributes.exists("frames"))
+///         std::cout << attributes.getInt("frames") << " frames\n";
+///
+/// A value. It keeps bytes, and each returned string is a copy of its own.
 class ZVRESMGT_EXPORT XmlAttributeList
 {
 public:
+    /// Appends an attribute, also if the name is in the list already.
     void addAttribute(LiString const &name, LiString const &value);
-    /// Removes the first attribute of this name; without one it does nothing.
+    /// Removes the first attribute of this name. Does nothing if there is none.
     void removeAttribute(LiString const &name);
+    /// Removes all attributes.
     void clear();
 
     int getLength() const;
-    /// The position of a name, or -1.
+    /// Returns the first position of a name, or -1 if there is none.
     int index(LiString const &name) const;
     bool exists(LiString const &name) const;
-    /// Throws `XmlEx::ExNonExistentAttribute` where there is no such position.
+    /// Returns the name at a position. Throws `XmlEx::ExNonExistentAttribute` if there is no such
+    /// position.
     LiString getName(int index) const;
+    /// Returns the value at a position. Throws `XmlEx::ExNonExistentAttribute` if there is no such
+    /// position.
     LiString getValue(int index) const;
-    /// Throws `XmlEx::ExNonExistentAttribute`.
+    /// Returns the first value of a name. Throws `XmlEx::ExNonExistentAttribute` if there is none.
     LiString getValue(LiString const &name) const;
 
-    /// The number at the start of a value, read as a stream reads it in the "C" locale: white space before it is
-    /// skipped and what follows it is not looked at. The forms for 8 bits read a number too. They throw
-    /// `XmlEx::ExNonExistentAttribute`, and `XmlEx::ExConversionError` if there is no number or it does not fit. A
-    /// negative number does not fit an unsigned type.
+    /// Each of the following returns the number at the start of a value, as a stream reads it in
+    /// the "C" locale: white space before the number is skipped, and what follows it is ignored.
+    /// The forms for 8 bits also read a number, not a character.
+    ///
+    /// They throw `XmlEx::ExNonExistentAttribute` if there is no such attribute, and
+    /// `XmlEx::ExConversionError` if its value does not start with a number or if the number does
+    /// not fit. A negative number does not fit an unsigned type.
     int getInt(LiString const &name) const;
     long getLong(LiString const &name) const;
     std::int8_t getInt8(LiString const &name) const;
@@ -47,7 +60,7 @@ public:
     std::uint32_t getUInt32(LiString const &name) const;
 
 private:
-    /// Where a name and, right behind it, a value stand among the bytes.
+    /// The place of a name, and of the value right behind it, among the bytes.
     struct Attribute
     {
         std::size_t start;

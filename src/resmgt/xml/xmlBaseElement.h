@@ -1,4 +1,4 @@
-// Clients' own classes that read themselves from XML and write themselves.
+// Base classes for application classes that are read from and written to XML (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -11,15 +11,17 @@ class XmlBaseElement;
 class XmlReader;
 class XmlWriter;
 
-/// Makes elements for an `XmlReader`: one that is given to the reader makes the root, and each element makes its own
-/// children.
+/// Creates elements for an `XmlReader`. The builder that the reader was made with creates the root,
+/// and each element creates its own children. `XmlReader` has an example.
 class ZVRESMGT_EXPORT XmlBaseElementBuilder
 {
 public:
     virtual ~XmlBaseElementBuilder() noexcept(false);
-    /// A new element for a tag of this name. One that stands for the root belongs to the reader, which hands it out or
-    /// destroys it. One that is made by an element belongs to that element, which keeps it as its child. Null makes the
-    /// reading fail with `RCEx::ExNullPtr`; throw to refuse a tag.
+    /// Returns a new element for a tag. To refuse the tag, throw an exception. If it returns null,
+    /// the reading fails with `RCEx::ExNullPtr`.
+    ///
+    /// **Owns**: the reader owns the root, until it hands it out or destroys it. An element that is
+    /// created by another element belongs to that one, which must destroy it.
     virtual XmlBaseElement *createElement(XmlReader &reader, LiString const &name,
                                           XmlAttributeList const &attributes) = 0;
 
@@ -29,17 +31,19 @@ protected:
     XmlBaseElementBuilder &operator=(XmlBaseElementBuilder const &) = default;
 };
 
-/// A class of a client's that stands for a tag.
+/// An object that reads itself from an element of XML and writes itself as one. Derive an
+/// application's class from it.
 class ZVRESMGT_EXPORT XmlBaseElement : public XmlBaseElementBuilder
 {
 public:
     virtual LiString getTagName() const = 0;
-    /// Writes attributes, then children, between the tags, which the writer writes: by `XmlWriter::writeAttribute` and
-    /// `XmlWriter::writeElement`.
+    /// Writes attributes, then children, with `XmlWriter::writeAttribute` and
+    /// `XmlWriter::writeElement`. The writer has written the start of the tag before, and writes
+    /// the closing tag afterwards.
     virtual void performWrite(XmlWriter &writer) = 0;
-    /// The element has started.
+    /// Called when the element has started, before its children are created.
     virtual void performRead(XmlAttributeList const &attributes) = 0;
-    /// The element has ended, with all its children.
+    /// Called when the element has ended, after all its children.
     virtual void performReadEnd() = 0;
 
 protected:
@@ -48,11 +52,12 @@ protected:
     XmlBaseElement &operator=(XmlBaseElement const &) = default;
 };
 
-/// An element that may stand at the top of a document.
+/// An element that can be the root of a document.
 class ZVRESMGT_EXPORT XmlTopElement : public XmlBaseElement
 {
 public:
-    /// The name in the DOCTYPE of `XmlWriter::toXmlDocument`: the tag name.
+    /// Returns the name for the DOCTYPE that `XmlWriter::toXmlDocument` writes. It is the tag name
+    /// if the operation is not overridden.
     virtual LiString getDocumentTypeName() const;
 
 protected:

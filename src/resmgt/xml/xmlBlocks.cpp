@@ -6,7 +6,7 @@ namespace Zv {
 
 namespace {
 
-/// Before each piece stands its block, or null.
+/// A pointer to the block is in front of each piece. It is null for a piece of its own.
 void *&blockOf(void *piece)
 {
     return static_cast<void **>(piece)[-1];
@@ -45,7 +45,7 @@ void XmlBlocks::retire() noexcept
 
 void *XmlBlocks::allocateAlone(std::size_t size)
 {
-    // What stands alone may be of any class, and is aligned for it.
+    // A piece of its own may hold an object of any class, and is aligned for it.
     constexpr std::size_t BEFORE = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
     void * const piece = static_cast<char *>(::operator new(BEFORE + size)) + BEFORE;
     blockOf(piece) = nullptr;

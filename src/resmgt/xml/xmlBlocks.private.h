@@ -1,15 +1,16 @@
-// Memory for the parts of a document.
+// Allocates the parts of an XML document in blocks.
 #pragma once
 
 #include <cstddef>
 
 namespace Zv {
 
-/// Gives pieces of large blocks: a document has many small parts, which come together and mostly go together. A block
-/// goes when all its pieces have gone and no more are given from it.
+/// Allocates pieces of large blocks, because a document has many small parts, most of which are
+/// created and destroyed together. A block is freed when all its pieces are released and no more
+/// are allocated from it.
 ///
-/// Nothing here is locked: pieces of one object are given and released by one thread at a time. After `retire` the
-/// object and the pieces that it has given have nothing to do with each other.
+/// One thread at a time may allocate and release the pieces of one object. After `retire` its
+/// pieces may be released by another thread than the one that uses the object.
 class XmlBlocks
 {
 public:
@@ -18,20 +19,20 @@ public:
     XmlBlocks &operator=(XmlBlocks const &) = delete;
     ~XmlBlocks() { retire(); }
 
-    /// For objects that are aligned like a pointer.
+    /// Returns memory that is aligned like a pointer.
     void *allocate(std::size_t size);
-    /// Gives no more from the present block.
+    /// Allocates no more from the present block.
     void retire() noexcept;
 
-    /// A piece that is no part of a block.
+    /// Returns a piece that is no part of a block.
     static void *allocateAlone(std::size_t size);
-    /// Null does nothing.
+    /// Releases a piece. Does nothing if `piece` is null.
     static void release(void *piece) noexcept;
 
 private:
     struct Block
     {
-        std::size_t holders; // the pieces, and the one who gives them
+        std::size_t holders; // its pieces, and the object while it allocates from the block
     };
 
     static constexpr std::size_t BLOCK_SIZE = 32768;

@@ -1,9 +1,8 @@
-// A document in memory.
+// XML document in memory (applications).
 #pragma once
 
 #include "resmgt/containers/iterator.h"
 #include "resmgt/smartPtrs/unownedObjPtr.h"
-#include "resmgt/xml/xmlDocumentType.h"
 #include "resmgt/xml/xmlElement.h"
 #include "zvbase/objPtr.h"
 
@@ -13,44 +12,54 @@ namespace Zv {
 
 class XmlDocumentBuilder;
 
-/// A document: a root element, a document type and whether it has a declaration.
+/// A document with a root element, a document type and an optional declaration.
 ///
-///     XmlDocument const show(stream);
+///     XmlDocument const show("<show><clip file='a.wav'/><clip file='b.wav'/></show>");
 ///     for (auto clip = show.getElementsByTagName("clip"); !clip.atEnd(); ++clip)
-///         load((*clip)->getAttribute("file"));
+///         std::cout << (*clip)->getAttribute("file") << '\n';
 ///
-/// For one thread at a time; different documents may be parsed by different threads at once. The pointers that it
-/// hands out are valid as long as the document keeps the objects.
+/// **Threads**: one thread at a time for a document and all its parts. Different threads may parse
+/// different documents at the same time.
+///
+/// **Owns** the root and the document type. A pointer that it returns is valid until the object is
+/// replaced, removed or destroyed with the document.
 class ZVRESMGT_EXPORT XmlDocument
 {
 public:
-    /// An empty document.
+    /// Creates an empty document.
     explicit XmlDocument(bool withDeclaration);
-    /// Parse at once; see `XmlParser::parse`. Throw its failures and those of `XmlDocumentBuilder`.
+    /// Parses the stream. Throws what `XmlParser::parse` and `XmlDocumentBuilder` throw.
     explicit XmlDocument(std::istream &input);
+    /// Parses a text. Throws what `XmlParser::parse` and `XmlDocumentBuilder` throw.
     explicit XmlDocument(LiString const &text);
+    /// Parses a text up to its zero byte. A null pointer is read as an empty text.
     explicit XmlDocument(char const *text);
-    /// With a builder of the caller's, which is given this document and points to it afterwards, or to none after a
-    /// failure.
+    /// Parses the stream with a builder of the caller's. The builder refers to this document
+    /// afterwards, or to none if the parse has failed.
     XmlDocument(std::istream &input, XmlDocumentBuilder &builder);
     XmlDocument(XmlDocument const &) = delete;
     XmlDocument &operator=(XmlDocument const &) = delete;
     ~XmlDocument() noexcept(false);
 
-    /// Null where there is none.
+    /// Returns the root, or null if there is none.
     UnownedObjPtr<XmlElement> getRoot() const;
+    /// Returns the document type, or null if there is none.
     UnownedObjPtr<XmlDocumentType> getDocumentType() const;
-    /// Takes the object over and destroys the one before; null for none.
+    /// Takes over a new root, which may be null, and destroys the former one.
     void setRoot(ObjPtr<XmlElement> &root);
+    /// Takes over a new document type, which may be null, and destroys the former one.
     void setDocumentType(ObjPtr<XmlDocumentType> &type);
 
-    /// Whether `operator<<` writes `<?xml version="1.0"?>`. A document that is parsed has the declaration that its text
-    /// has.
+    /// Lets `operator<<` write `<?xml version="1.0"?>`. A parsed document writes a declaration if
+    /// its text had one.
     void enableXmlDecl();
+    /// Lets `operator<<` write no declaration.
     void disableXmlDecl();
+    /// Returns whether `operator<<` writes a declaration.
     bool hasXmlDecl() const;
 
-    /// As `XmlElement::getElementsByTagName` of the root; empty without a root.
+    /// Does what `XmlElement::getElementsByTagName` of the root does. Returns an iterator over
+    /// nothing if there is no root.
     Iterator<UnownedObjPtr<XmlElement>> getElementsByTagName(LiString const &tag) const;
 
 private:
@@ -62,9 +71,9 @@ private:
     bool _withDeclaration;
 };
 
-/// Writes the declaration if the document has one, the DOCTYPE with the name of the root, whatever the document type
-/// says, then elements and attributes. The data of elements is not written: who needs it writes through an
-/// `XmlStreamer`.
+/// Writes the declaration if the document has one, the DOCTYPE, the elements and the attributes. By
+/// design, the DOCTYPE has the name of the root, also if the document type has another one, and the
+/// data of elements is not written. To write data, use an `XmlStreamer`.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, XmlDocument const &document);
 
 } // namespace Zv

@@ -1,8 +1,8 @@
-// Builds a document from what the parser tells.
+// Builds an XML document from the calls of the parser (applications).
 #pragma once
 
 #include "resmgt/xml/xmlElement.h"
-#include "resmgt/xml/xmlParserProtocol.h"
+#include "resmgt/xml/xmlParser.h"
 #include "zvbase/objPtr.h"
 
 #include <vector>
@@ -12,11 +12,33 @@ namespace Zv {
 class XmlBlocks;
 class XmlDocument;
 
-/// Fills a document. Derive from it to see what is read on its way into the document, or to leave something out.
+/// Fills a document while it is parsed. Derive from it to look at what is read, or to leave
+/// something out:
 ///
-/// The document gets the root when the root has ended, declaration and document type as soon as they are read. What
-/// is not attached yet belongs to the builder: after a parse that failed it is destroyed with the builder, or by the
-/// next `setDocument`. A text without a document throws `RCEx::ExNullPtr`.
+///     #include <sstream>
+///
+///     class WithoutData : public XmlDocumentBuilder
+///     {
+///         void notifyTextData(LiString const &) override {}
+///     };
+///
+///     void parseWithoutData()
+///     {
+///         std::istringstream text("<show>Evening<clip/></show>");
+///         WithoutData builder;
+///         XmlDocument const show(text, builder);
+///     }
+///
+/// The document gets declaration and document type as soon as they are read, and the root when the
+/// root has ended.
+///
+/// **Threads**: one thread at a time.
+///
+/// **Throws**: every operation that is called without a document throws `RCEx::ExNullPtr` when it
+/// needs one.
+///
+/// **Owns** what is not attached to the document yet. After a failed parse this is destroyed with
+/// the builder, or by the next `setDocument`. The builder does not own the document.
 class ZVRESMGT_EXPORT XmlDocumentBuilder : public XmlParserProtocol
 {
 public:
@@ -25,25 +47,29 @@ public:
     XmlDocumentBuilder &operator=(XmlDocumentBuilder const &) = delete;
     ~XmlDocumentBuilder() noexcept(false) override;
 
-    /// The document to fill from now on; it outlives the parse.
+    /// Sets the document to fill from now on. The document must outlive the parse.
     void setDocument(XmlDocument *document);
     XmlDocument *getDocument() const;
 
-    /// Throws `XmlEx::ExXmlVersionNotSupported` for any version but "1.0".
+    /// Throws `XmlEx::ExXmlVersionNotSupported` if the version is not "1.0".
     void createXmlDeclaration(LiString const &version) override;
     void createDocumentType(LiString const &name) override;
     void notifyBeginElement(LiString const &name) override;
     void notifyEmptyElementEnd() override;
-    /// Throws `XmlEx::ExSyntaxError` where the element that ends has another name.
+    /// Throws `XmlEx::ExSyntaxError` if the innermost open element has another name.
     void notifyClosingElement(LiString const &name) override;
-    /// A name that comes again replaces the value. Without an open element, this and the next two throw
-    /// `XmlEx::ExSyntaxError`.
+    /// Adds an attribute to the innermost open element, or replaces its value if the name was read
+    /// before. Throws `XmlEx::ExSyntaxError` if no element is open.
     void pushAttribute(LiString const &name, LiString const &value) override;
+    /// Replaces the data of the innermost open element. Throws `XmlEx::ExSyntaxError` if no element
+    /// is open.
     void notifyTextData(LiString const &data) override;
+    /// Replaces the data of the innermost open element. Throws `XmlEx::ExSyntaxError` if no element
+    /// is open.
     void notifyCharacterData(LiString const &data) override;
 
 private:
-    /// The innermost open element.
+    /// Returns the innermost open element. Throws `XmlEx::ExSyntaxError` if there is none.
     XmlElement &current() const;
     void endElement();
     XmlDocument &document() const;
@@ -52,7 +78,7 @@ private:
     XmlDocument *_document = nullptr;
     std::vector<XmlElement *> _openElements; // owned until attached
     ObjPtr<XmlElement> _root;
-    ObjPtr<XmlBlocks> _blocks; // what the document is made of
+    ObjPtr<XmlBlocks> _blocks; // the memory of the document's parts
 };
 
 } // namespace Zv

@@ -29,10 +29,10 @@ namespace {
 
 using Elements = std::vector<UnownedObjPtr<XmlElement>>;
 
-/// More than these are not looked through one by one.
+/// If an element has more attributes, they have an index.
 constexpr std::size_t MANY_ATTRIBUTES = 16;
 
-/// What `atoi` and its like skip before a number.
+/// Skips the characters that `atoi` skips before a number.
 char const *skipSpace(char const *text)
 {
     while (*text == ' ' || (*text >= '\t' && *text <= '\r'))
@@ -40,7 +40,7 @@ char const *skipSpace(char const *text)
     return text;
 }
 
-/// The nearest number that fits.
+/// Returns the nearest number that fits.
 template <class T>
 T readInteger(char const *text)
 {
@@ -49,7 +49,7 @@ T readInteger(char const *text)
                                                 std::numeric_limits<T>::max()));
 }
 
-// `strtod` goes by the program's locale.
+// `strtod` depends on the locale of the program.
 double readDouble(char const *text)
 {
     text = skipSpace(text);
@@ -113,8 +113,8 @@ private:
     UnownedObjPtr<XmlElement> mutable _item; // handed out by reference, whatever becomes of it
 };
 
-/// The attributes of an element that has too many to look through. They are sorted: the author of a text can choose
-/// names whose hashes are all the same.
+/// Finds an attribute of an element that has many. They are sorted, because the author of a text
+/// could choose names that all have the same hash.
 class XmlElement::AttributeIndex
 {
 public:
@@ -145,7 +145,8 @@ private:
 
 XmlElement::XmlElement(LiString const &name) : XmlNode(name) {}
 
-// A child's own children become the next ones here before it goes, so that no destructor calls another one deeper down.
+// The children of a child are moved to this element before the child is destroyed, so that the
+// destructors do not nest.
 XmlElement::~XmlElement() noexcept(false)
 {
     while (XmlElement * const child = _firstChild) {
@@ -355,7 +356,7 @@ void XmlElement::removeChild(UnownedObjPtr<XmlElement> reference)
     delete &former;
 }
 
-// What nested guards would write, in large pieces and without a call for each level.
+// Writes what nested guards would write, but in large pieces and without recursion.
 void XmlElement::streamToOutput(XmlStreamer &streamer) const
 {
     XmlStreamer::NodeGuard &document = streamer.getDocument();

@@ -1,11 +1,9 @@
-// An element of a document.
+// Element of an XML document (applications).
 #pragma once
 
 #include "resmgt/containers/iterator.h"
 #include "resmgt/smartPtrs/unownedObjPtr.h"
-#include "resmgt/xml/xmlAttribute.h"
 #include "resmgt/xml/xmlNode.h"
-#include "resmgt/xml/xmlText.h"
 #include "zvbase/objPtr.h"
 
 #include <cstddef>
@@ -16,13 +14,22 @@ namespace Zv {
 class XmlBlocks;
 class XmlElementChildren;
 
-/// An element: a name, attributes, children, one text value. It owns its attributes and children; a child that is
-/// removed is destroyed. No depth of nesting is too deep for any operation.
+/// An element with a name, attributes, children and one text value.
 ///
-/// The data is the last piece of text or CDATA section that was read between the tags: `<a>x&amp;y</a>` has the data
-/// "y". Data is not written by `operator<<` and `streamToOutput`.
+///     XmlElement show("show");
+///     show.setAttribute("name", "Evening");
+///     show.appendChild(makeObj<XmlElement>("clip"));
+///     for (auto child = show.getChildren(); !child.atEnd(); ++child)
+///         (*child)->setAttribute("frames", 25);
 ///
-/// One thread at a time works on a document. Iterators are valid until a child of the element is added or removed.
+/// By design, the data of an element is the last piece of text or CDATA section that was read
+/// between its tags: `<a>x&amp;y</a>` has the data "y". Data is not written by `operator<<` and
+/// `streamToOutput`. No operation uses more stack if elements are nested deeper.
+///
+/// **Threads**: one thread at a time for a document and all its parts.
+///
+/// **Owns** its attributes and children. An iterator over children is valid until a child of the
+/// element is added or removed.
 class ZVRESMGT_EXPORT XmlElement : public XmlNode
 {
 public:
@@ -34,44 +41,52 @@ public:
     LiString getData() const { return _data.get(); }
     void setData(LiString const &data) { _data.assign(data); }
 
-    /// The value of an attribute. Throws `XmlEx::ExNonExistentAttribute`, as the forms below do.
+    /// Returns the value of an attribute. Throws `XmlEx::ExNonExistentAttribute` if there is none.
     LiString getAttribute(LiString const &name) const;
-    /// The number at the start of the value, as `atoi` reads it in the "C" locale. 0 if there is none, and the nearest
-    /// number that fits if it does not fit: 0 for a negative number that is read as an unsigned one.
+    /// Sets `value` to the number at the start of an attribute's value, as `atoi` reads it in the
+    /// "C" locale. It is 0 if there is no number, and the nearest number that fits if the number
+    /// does not fit, such as 0 if a negative number is read as an unsigned one. Throws
+    /// `XmlEx::ExNonExistentAttribute` if there is no such attribute.
     void getAttribute(LiString const &name, int &value) const;
     void getAttribute(LiString const &name, unsigned int &value) const;
     void getAttribute(LiString const &name, double &value) const;
-    /// Adds an attribute or replaces its value. Numbers are formatted as a stream formats them in the "C" locale.
-    /// Attributes are written in no promised order.
+    /// Adds an attribute, or replaces its value if there is one. A number is formatted as a stream
+    /// formats it in the "C" locale. Attributes are written in an unspecified order.
     void setAttribute(LiString const &name, LiString const &value);
     void setAttribute(LiString const &name, int value);
     void setAttribute(LiString const &name, unsigned int value);
     void setAttribute(LiString const &name, double value);
-    /// Does nothing where there is none.
+    /// Removes an attribute. Does nothing if there is none of this name.
     void removeAttribute(LiString const &name);
 
-    /// The children in their order. What the iterator refers to is its own copy of the pointer: it is valid until the
-    /// iterator moves, and assigning to it changes neither the children nor the iterator.
+    /// Returns an iterator over the children, in their order. It refers to its own copy of a
+    /// pointer. The copy is valid until the iterator moves. Assigning to it changes neither the
+    /// children nor the iterator.
     Iterator<UnownedObjPtr<XmlElement>> getChildren() const;
-    /// This element and those below it that have this name, each before its children; "*" stands for every name. The
-    /// iterator holds a list made now.
+    /// Returns this element and those below it that have this name, each before its children. The
+    /// name "*" selects all elements. The iterator has a list of its own, which later changes do
+    /// not reach.
     Iterator<UnownedObjPtr<XmlElement>> getElementsByTagName(LiString const &tag);
 
-    /// Adds a child at the end. A null child throws `RCEx::ExNullPtr`, also below.
+    /// Adds a child at the end. Throws `RCEx::ExNullPtr` if the child is null.
     void appendChild(ObjPtr<XmlElement> child);
-    /// These throw `XmlEx::ExChildNotFound` where the reference is no child of this element; nothing is changed then,
-    /// and the new child is destroyed.
+    /// Adds a child in front of another one. Throws `XmlEx::ExChildNotFound` if `reference` is no
+    /// child of this element, and `RCEx::ExNullPtr` if the new child is null. Nothing has changed
+    /// then, and the new child is destroyed.
     void insertBefore(ObjPtr<XmlElement> child, UnownedObjPtr<XmlElement> reference);
-    /// Destroys the reference and puts the child in its place.
+    /// Puts a child into the place of another one, and destroys that one. Throws what
+    /// `insertBefore` throws.
     void replaceChild(ObjPtr<XmlElement> child, UnownedObjPtr<XmlElement> reference);
-    /// Destroys the reference.
+    /// Destroys a child. Throws `XmlEx::ExChildNotFound` if `reference` is no child of this
+    /// element.
     void removeChild(UnownedObjPtr<XmlElement> reference);
 
-    /// Writes the element as the root of a document.
+    /// Writes the element, with its attributes and all elements below it, as the root of a
+    /// document. Throws `XmlEx::ExSyntaxError` if the streamer has a root already.
     void streamToOutput(XmlStreamer &streamer) const;
 
-    /// The elements of a text lie together in blocks, which go when the last of them goes; those that a client makes
-    /// stand alone.
+    /// Allocates an element that is part of no block. The elements of a parsed text are allocated
+    /// together in blocks. A block is freed with its last element.
     static void *operator new(std::size_t size);
     static void operator delete(void *memory);
 
@@ -84,21 +99,21 @@ private:
     static void operator delete(void *memory, XmlBlocks *blocks);
 
     void setAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks);
-    /// The attribute, or null.
+    /// Returns the attribute, or null if there is none.
     XmlAttribute *findAttribute(LiString const &name) const;
     XmlAttribute const &attribute(LiString const &name) const;
-    /// Throws unless it is a child of this element.
+    /// Returns the child. Throws `XmlEx::ExChildNotFound` if it is no child of this element.
     XmlElement &childOf(UnownedObjPtr<XmlElement> reference) const;
-    /// Puts a child before `next`, or at the end for null.
+    /// Puts a child before `next`, or at the end if `next` is null.
     void link(XmlElement &child, XmlElement *next) noexcept;
     void unlink(XmlElement &child) noexcept;
 
-    // Attributes form a list, and have an index where there are many.
+    // Attributes are a list, and have an index if there are many.
     XmlAttribute *_firstAttribute = nullptr;
     XmlAttribute *_lastAttribute = nullptr;
     ObjPtr<AttributeIndex> mutable _attributeIndex;
 
-    // Children form a list through themselves.
+    // Children are a list through their own pointers.
     XmlElement *_firstChild = nullptr;
     XmlElement *_lastChild = nullptr;
 

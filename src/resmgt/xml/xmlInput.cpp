@@ -10,7 +10,7 @@ namespace Zv {
 
 namespace {
 
-/// The margin is zeroed, so that nobody ever looks at bytes that nobody wrote.
+/// Zeroes the margin, so that no uninitialised byte is read.
 char *allocate(std::size_t capacity)
 {
     char * const buffer = new (std::nothrow) char[capacity + XmlInput::MARGIN]();
@@ -63,7 +63,7 @@ std::size_t XmlInput::read(char *target)
     try {
         _stream.read(target, BLOCK);
     } catch (std::ios_base::failure const &) {
-        // A stream may be set to throw at its end: what it has read is there.
+        // A stream may be set to throw at its end. The bytes that it has read are valid.
     }
     auto const count = static_cast<std::size_t>(_stream.gcount());
     _ended = count < BLOCK;

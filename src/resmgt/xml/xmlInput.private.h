@@ -1,4 +1,4 @@
-// The bytes of a stream, seen through a window.
+// Reads a stream through a window of bytes.
 #pragma once
 
 #include <cstddef>
@@ -6,29 +6,32 @@
 
 namespace Zv {
 
-/// The piece of the stream that is being looked at. It moves on block by block and grows with what is kept in it.
+/// A window on the bytes of a stream. It advances by blocks, and grows with the bytes that are
+/// kept.
 ///
-/// A zero byte stands behind the last byte of the window, so that a loop that stops at a zero byte needs no other test;
-/// a zero byte may as well be one of the stream's.
+/// There is a zero byte behind the last byte of the window, so that a loop that stops at a zero
+/// byte needs no other test. A zero byte may also be a byte of the stream.
 class XmlInput
 {
 public:
-    /// Bytes of one read.
+    /// The size of one read in bytes.
     static constexpr std::size_t BLOCK = 16384;
-    /// Bytes behind the end of the window that may be read, whatever they are.
+    /// The number of bytes behind the end of the window that may be read. Their values are
+    /// undefined.
     static constexpr std::size_t MARGIN = 8;
 
-    /// Ends the process with exit code 2 where there is no memory, as `more` does.
+    /// Ends the process with exit code 2 if there is no memory.
     explicit XmlInput(std::istream &stream);
     XmlInput(XmlInput const &) = delete;
     XmlInput &operator=(XmlInput const &) = delete;
     ~XmlInput();
 
-    /// The first byte of the window, and the one behind its last.
     char const *begin() const { return _buffer; }
+    /// Returns the position behind the last byte of the window.
     char const *limit() const { return _limit; }
-    /// Reads on. What stands in the window from `kept` on stays, but may move: `kept` is set to its new place, also at
-    /// the end of the stream, where the answer is false.
+    /// Reads the next block. The bytes from `kept` on stay in the window, but may move, and `kept`
+    /// is set to their new position. Returns false at the end of the stream. Ends the process with
+    /// exit code 2 if there is no memory.
     bool more(char const *&kept);
 
 private:

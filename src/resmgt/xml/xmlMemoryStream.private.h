@@ -1,4 +1,4 @@
-// A stream over bytes in memory, without a copy of them.
+// Input stream over bytes in memory, without a copy of them.
 #pragma once
 
 #include <cstddef>
@@ -7,10 +7,11 @@
 
 namespace Zv {
 
+/// A stream buffer over bytes in memory.
 class XmlMemoryBuffer : public std::streambuf
 {
 public:
-    /// The bytes outlive the buffer; nothing writes to them.
+    /// The bytes must outlive the buffer. Nothing writes to them.
     XmlMemoryBuffer(char const *bytes, std::size_t length)
     {
         char * const begin = const_cast<char *>(bytes);
@@ -18,7 +19,7 @@ public:
     }
 };
 
-/// The bytes outlive the stream.
+/// A stream over bytes in memory. The bytes must outlive the stream.
 class XmlMemoryStream : private XmlMemoryBuffer, public std::istream
 {
 public:

@@ -1,7 +1,6 @@
 #include "resmgt/xml/xmlParser.h"
 
 #include "resmgt/xml/xmlEx.h"
-#include "resmgt/xml/xmlParserProtocol.h"
 #include "resmgt/xml/xmlScanner.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/objPtr.h"
@@ -10,8 +9,8 @@ namespace Zv {
 
 namespace {
 
-/// Follows the grammar. Everything that an open element leaves on a parser's stack is the same for all of them, so that
-/// a number does for the stack.
+/// Follows the grammar. Each open element leaves the same entries on the stack of a parser, so a
+/// count of open elements replaces the stack.
 class Parser
 {
 public:
@@ -27,13 +26,14 @@ public:
         while (_openElements != 0);
         do
             advance();
-        while (_token == XmlToken::space);
-        require(XmlToken::end);
+        while (_token == XmlToken::SPACE);
+        require(XmlToken::END);
     }
 
 private:
     static constexpr int STACK_ENTRIES = 10000;
-    /// The begin of the element, its attributes, the end of its start tag, what was told of it, its content so far.
+    /// The begin of the element, its attributes, the end of its start tag, the calls for it, and
+    /// its content so far.
     static constexpr int ENTRIES_OF_ELEMENT = 5;
     static constexpr int MAX_OPEN_ELEMENTS = STACK_ENTRIES / ENTRIES_OF_ELEMENT;
 
@@ -50,7 +50,7 @@ private:
     }
     void skipSpace()
     {
-        while (_token == XmlToken::space)
+        while (_token == XmlToken::SPACE)
             advance();
     }
 
@@ -63,51 +63,51 @@ private:
 
     XmlParserProtocol &_protocol;
     ObjPtr<XmlScanner> _scanner; // too large for a small stack
-    XmlToken _token = XmlToken::end;
+    XmlToken _token = XmlToken::END;
     int _openElements = 0;
 };
 
-/// Up to the root, whose start it leaves in `_token`.
+/// Reads up to the root, and leaves the start of the root in `_token`.
 void Parser::prolog()
 {
     advance();
-    if (_token == XmlToken::declarationStart) {
-        expect(XmlToken::versionValue);
-        expect(XmlToken::declarationEnd);
+    if (_token == XmlToken::DECLARATION_START) {
+        expect(XmlToken::VERSION_VALUE);
+        expect(XmlToken::DECLARATION_END);
         _protocol.createXmlDeclaration(_scanner->value());
         advance();
     }
     skipSpace();
-    if (_token == XmlToken::doctypeStart) {
-        expect(XmlToken::name);
-        expect(XmlToken::tagClose);
+    if (_token == XmlToken::DOCTYPE_START) {
+        expect(XmlToken::NAME);
+        expect(XmlToken::TAG_CLOSE);
         _protocol.createDocumentType(_scanner->name());
         advance();
         skipSpace();
     }
-    require(XmlToken::startTag);
+    require(XmlToken::START_TAG);
 }
 
-/// One piece of content, the first of which is in `_token` at the root only.
+/// Reads one piece of content. At the root its first token is in `_token` already.
 void Parser::content()
 {
     if (_openElements != 0)
         advance();
     switch (_token) {
-    case XmlToken::startTag:
+    case XmlToken::START_TAG:
         startTag();
         break;
-    case XmlToken::endTag:
+    case XmlToken::END_TAG:
         closingTag();
         break;
-    case XmlToken::text:
+    case XmlToken::TEXT:
         _protocol.notifyTextData(_scanner->value());
         break;
-    case XmlToken::cdataStart:
+    case XmlToken::CDATA_START:
         cdata();
         break;
     default:
-        require(XmlToken::space);
+        require(XmlToken::SPACE);
     }
 }
 
@@ -115,49 +115,62 @@ void Parser::startTag()
 {
     if (_openElements == MAX_OPEN_ELEMENTS)
         ZV_THROW(XmlEx::ExSyntaxError);
-    expect(XmlToken::name);
+    expect(XmlToken::NAME);
     _protocol.notifyBeginElement(_scanner->name());
     while (attribute())
         _protocol.pushAttribute(_scanner->name(), _scanner->value());
-    if (_token == XmlToken::emptyClose) {
+    if (_token == XmlToken::EMPTY_CLOSE) {
         _protocol.notifyEmptyElementEnd();
         return;
     }
-    require(XmlToken::tagClose);
+    require(XmlToken::TAG_CLOSE);
     ++_openElements;
     _protocol.notifyStartTagEnd();
 }
 
-/// Whether there is one; if not, what ends the tag is in `_token`.
+/// Returns whether there is one. If not, the token that ends the tag is in `_token`.
 bool Parser::attribute()
 {
     if (_scanner->takePlainAttribute())
         return true;
     advance();
-    if (_token != XmlToken::space)
+    if (_token != XmlToken::SPACE)
         return false;
-    expect(XmlToken::name);
-    expect(XmlToken::equals);
-    expect(XmlToken::attributeValue);
+    expect(XmlToken::NAME);
+    expect(XmlToken::EQUALS);
+    expect(XmlToken::ATTRIBUTE_VALUE);
     return true;
 }
 
 void Parser::closingTag()
 {
-    expect(XmlToken::name);
-    expect(XmlToken::tagClose);
+    expect(XmlToken::NAME);
+    expect(XmlToken::TAG_CLOSE);
     _protocol.notifyClosingElement(_scanner->name());
     --_openElements;
 }
 
 void Parser::cdata()
 {
-    expect(XmlToken::cdataContent);
-    expect(XmlToken::cdataEnd);
+    expect(XmlToken::CDATA_CONTENT);
+    expect(XmlToken::CDATA_END);
     _protocol.notifyCharacterData(_scanner->value());
 }
 
 } // namespace
+
+XmlParserProtocol::XmlParserProtocol() = default;
+XmlParserProtocol::~XmlParserProtocol() noexcept(false) = default;
+
+void XmlParserProtocol::createXmlDeclaration(LiString const &) {}
+void XmlParserProtocol::createDocumentType(LiString const &) {}
+void XmlParserProtocol::notifyBeginElement(LiString const &) {}
+void XmlParserProtocol::notifyEmptyElementEnd() {}
+void XmlParserProtocol::notifyStartTagEnd() {}
+void XmlParserProtocol::notifyClosingElement(LiString const &) {}
+void XmlParserProtocol::pushAttribute(LiString const &, LiString const &) {}
+void XmlParserProtocol::notifyTextData(LiString const &) {}
+void XmlParserProtocol::notifyCharacterData(LiString const &) {}
 
 void XmlParser::parse(XmlParserProtocol &protocol, std::istream &input)
 {

@@ -1,4 +1,4 @@
-// Text on its way to a stream.
+// Collects XML text for a stream, and knows how tags are written.
 #pragma once
 
 #include "resmgt/literals/liString.h"
@@ -12,8 +12,8 @@
 
 namespace Zv {
 
-/// Collects bytes, so that the stream gets many of them in one call. What is not written when it goes is lost. Knows
-/// what tags look like, for all who write them.
+/// Collects bytes, so that the stream gets many of them in one call. Bytes that were not written by
+/// `write` before the destructor are lost.
 template <std::size_t SIZE>
 class XmlPiece
 {
@@ -22,7 +22,7 @@ public:
     XmlPiece(XmlPiece const &) = delete;
     XmlPiece &operator=(XmlPiece const &) = delete;
 
-    /// Names end at a zero byte, if they have one.
+    /// Returns the bytes of a name up to its first zero byte.
     static std::string_view bytesOf(LiString const &name) { return name.getChars(); }
 
     void add(std::string_view bytes)
@@ -38,7 +38,7 @@ public:
         _used += bytes.size();
     }
 
-    /// A start tag without its end: attributes may follow.
+    /// Adds a start tag without its end. Attributes may follow.
     void addStart(LiString const &name)
     {
         add("<");
@@ -51,13 +51,13 @@ public:
         addEscaped(value);
         add("\" ");
     }
-    /// Up to the quote before the value.
+    /// Adds an attribute up to the quote before its value.
     void addStartOfAttribute(std::string_view name)
     {
         add(name);
         add("=\"");
     }
-    /// The end of a start tag.
+    /// Adds the end of a start tag.
     void addContent() { add(">\n"); }
     void addEnd(LiString const &name)
     {
@@ -65,7 +65,7 @@ public:
         add(bytesOf(name));
         add(">\n");
     }
-    /// Instead of content and end.
+    /// Adds the end of an element without content.
     void addEmptyEnd() { add("/>\n"); }
 
     void write()
@@ -83,7 +83,7 @@ private:
         return table;
     }();
 
-    /// With the five special bytes as references.
+    /// Adds a text. The five special bytes become references.
     void addEscaped(std::string_view text)
     {
         auto const isSpecial = [](char c) { return SPECIAL[static_cast<unsigned char>(c)]; };

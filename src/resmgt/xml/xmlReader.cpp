@@ -12,7 +12,8 @@
 
 namespace Zv {
 
-/// One parse of a reader. A parse that runs around it, further out in the same thread, is put aside meanwhile.
+/// One parse of a reader. The state of a parse that the same thread has begun before is put aside
+/// meanwhile.
 class XmlReader::Build
 {
 public:
@@ -66,7 +67,7 @@ XmlBaseElementBuilder &XmlReader::getElementBuilder() const
     return _builder;
 }
 
-// A reader is about elements and their attributes.
+// Only elements and attributes are read.
 void XmlReader::createXmlDeclaration(LiString const &) {}
 void XmlReader::createDocumentType(LiString const &) {}
 void XmlReader::notifyTextData(LiString const &) {}

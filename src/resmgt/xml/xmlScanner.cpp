@@ -59,7 +59,8 @@ inline bool is(char c, unsigned char kind)
     return CLASSES[static_cast<unsigned char>(c)] & kind;
 }
 
-/// The first byte that is not of the kind; zero bytes are of none, so that it stops at the end of the window.
+/// Returns the first byte that is not of the kind. A zero byte is of no kind, so the search ends at
+/// the end of the window.
 inline char const *skip(char const *position, unsigned char kind)
 {
     for (;; position += 4) {
@@ -81,7 +82,7 @@ inline std::uint64_t load(char const *bytes)
     return word;
 }
 
-/// The first bytes of a name in the window, behind whose end `XmlInput::MARGIN` bytes may be read.
+/// Returns the first bytes of a name. `XmlInput::MARGIN` bytes behind the window may be read.
 inline std::uint64_t headOf(char const *bytes, std::size_t length)
 {
     constexpr std::uint64_t ALL = ~std::uint64_t{0};
@@ -187,13 +188,13 @@ void XmlScanner::setValue(char const *bytes, std::size_t length)
 XmlToken XmlScanner::next()
 {
     switch (_condition) {
-    case Condition::tag:
+    case Condition::TAG:
         return nextInTag();
-    case Condition::declaration:
+    case Condition::DECLARATION:
         return nextInDeclaration();
-    case Condition::cdata:
+    case Condition::CDATA:
         return scanCdata();
-    case Condition::malformed:
+    case Condition::MALFORMED:
         ZV_THROW(XmlEx::ExLexicalError);
     default:
         return nextInContent();
@@ -205,10 +206,10 @@ XmlToken XmlScanner::nextInContent()
     for (;;) {
         switch (peek()) {
         case END_OF_INPUT:
-            return XmlToken::end;
+            return XmlToken::END;
         case '<': {
             XmlToken const token = scanMarkup();
-            if (token != XmlToken::space)
+            if (token != XmlToken::SPACE)
                 return token;
             break; // a comment
         }
@@ -220,30 +221,31 @@ XmlToken XmlScanner::nextInContent()
     }
 }
 
-/// What begins with `<`; `space` for a comment.
+/// Scans a token that begins with `<`. Returns `SPACE` for a comment.
 XmlToken XmlScanner::scanMarkup()
 {
     ++_cursor;
-    _condition = Condition::tag;
+    _condition = Condition::TAG;
     switch (peek()) {
     case '/':
         ++_cursor;
-        return XmlToken::endTag;
+        return XmlToken::END_TAG;
     case '!':
         ++_cursor;
         return scanExclamation();
     case '?':
         return scanDeclarationStart();
     default:
-        return XmlToken::startTag;
+        return XmlToken::START_TAG;
     }
 }
 
-/// A `<` that begins none of the longer tokens is the start of a tag, and what stands behind it can be none.
+/// Returns a start of a tag for a `<` that begins none of the longer tokens. No token can follow
+/// it.
 XmlToken XmlScanner::startOfNothing()
 {
-    _condition = Condition::malformed;
-    return XmlToken::startTag;
+    _condition = Condition::MALFORMED;
+    return XmlToken::START_TAG;
 }
 
 XmlToken XmlScanner::scanExclamation()
@@ -252,15 +254,15 @@ XmlToken XmlScanner::scanExclamation()
     case '-':
         if (!take("--") || !skipComment())
             return startOfNothing();
-        _condition = Condition::initial;
-        return XmlToken::space;
+        _condition = Condition::INITIAL;
+        return XmlToken::SPACE;
     case '[':
         if (!take("[CDATA["))
             return startOfNothing();
-        _condition = Condition::cdata;
-        return XmlToken::cdataStart;
+        _condition = Condition::CDATA;
+        return XmlToken::CDATA_START;
     default:
-        return take("DOCTYPE") && skipSpace() ? XmlToken::doctypeStart : startOfNothing();
+        return take("DOCTYPE") && skipSpace() ? XmlToken::DOCTYPE_START : startOfNothing();
     }
 }
 
@@ -272,11 +274,11 @@ XmlToken XmlScanner::scanDeclarationStart()
     if (!take("="))
         return startOfNothing();
     skipSpace();
-    _condition = Condition::declaration;
-    return XmlToken::declarationStart;
+    _condition = Condition::DECLARATION;
+    return XmlToken::DECLARATION_START;
 }
 
-/// Behind `<!--`: the first `--` has to be that of the end.
+/// Skips a comment whose `<!--` was read. The first `--` must be that of its end.
 bool XmlScanner::skipComment()
 {
     for (;;) {
@@ -307,7 +309,7 @@ XmlToken XmlScanner::scanText()
     if (position != _token &&
         (*position == '<' || *position == '&' || position == _input.limit())) {
         _cursor = position;
-        return XmlToken::space;
+        return XmlToken::SPACE;
     }
     for (;;) {
         position = skip(position, TEXT);
@@ -317,7 +319,7 @@ XmlToken XmlScanner::scanText()
             if (std::memcmp(position, "]]>", 3) == 0) {
                 if (position == _token) {
                     _cursor = position + 3;
-                    return XmlToken::cdataEnd;
+                    return XmlToken::CDATA_END;
                 }
                 position +=
                     2; // what ends a CDATA section does not stand in a text: it is cut in two
@@ -334,7 +336,7 @@ XmlToken XmlScanner::scanText()
     }
     _cursor = position;
     setValue(_token, static_cast<std::size_t>(position - _token));
-    return XmlToken::text;
+    return XmlToken::TEXT;
 }
 
 XmlToken XmlScanner::scanReference()
@@ -342,10 +344,10 @@ XmlToken XmlScanner::scanReference()
     ++_cursor;
     char const byte = takeReference();
     setValue(&byte, 1);
-    return XmlToken::text;
+    return XmlToken::TEXT;
 }
 
-/// Behind the `&`: the byte that the reference stands for.
+/// Reads a reference whose `&` was read, and returns its byte.
 char XmlScanner::takeReference()
 {
     switch (peek()) {
@@ -408,10 +410,10 @@ char XmlScanner::takeNumber(unsigned base)
 
 XmlToken XmlScanner::scanCdata()
 {
-    _condition = Condition::initial;
+    _condition = Condition::INITIAL;
     _token = _cursor;
     if (peek() == END_OF_INPUT)
-        return XmlToken::end;
+        return XmlToken::END;
     _token = _cursor;
     char const *position = _cursor;
     for (;;) {
@@ -427,7 +429,7 @@ XmlToken XmlScanner::scanCdata()
     }
     _cursor = position;
     setValue(_token, static_cast<std::size_t>(position - _token));
-    return XmlToken::cdataContent;
+    return XmlToken::CDATA_CONTENT;
 }
 
 bool XmlScanner::takePlainAttribute()
@@ -456,34 +458,34 @@ XmlToken XmlScanner::nextInTag()
     return afterSpaceInTag(spaceBefore);
 }
 
-/// White space belongs to a `>`, a `/>` or a `=` behind it; else it is a token of its own.
+/// Makes white space a part of a following `>`, `/>` or `=`, and otherwise a token of its own.
 XmlToken XmlScanner::afterSpaceInTag(bool spaceBefore)
 {
     switch (int const c = peek()) {
     case '>':
         ++_cursor;
-        _condition = Condition::initial;
-        return XmlToken::tagClose;
+        _condition = Condition::INITIAL;
+        return XmlToken::TAG_CLOSE;
     case '=':
         ++_cursor;
         skipSpace();
-        return XmlToken::equals;
+        return XmlToken::EQUALS;
     case '/':
         ++_cursor;
         if (peek() != '>') {
             if (!spaceBefore)
                 ZV_THROW(XmlEx::ExLexicalError);
-            _condition = Condition::malformed;
-            return XmlToken::space;
+            _condition = Condition::MALFORMED;
+            return XmlToken::SPACE;
         }
         ++_cursor;
-        _condition = Condition::initial;
-        return XmlToken::emptyClose;
+        _condition = Condition::INITIAL;
+        return XmlToken::EMPTY_CLOSE;
     default:
         if (spaceBefore)
-            return XmlToken::space;
+            return XmlToken::SPACE;
         if (c == END_OF_INPUT)
-            return XmlToken::end;
+            return XmlToken::END;
         if (c == '"' || c == '\'')
             return scanAttributeValue(static_cast<char>(c));
         if (is(static_cast<char>(c), NAME_START))
@@ -501,7 +503,7 @@ XmlToken XmlScanner::scanName()
             break;
     _cursor = position;
     setName(_token, static_cast<std::size_t>(position - _token));
-    return XmlToken::name;
+    return XmlToken::NAME;
 }
 
 XmlToken XmlScanner::scanAttributeValue(char quote)
@@ -515,14 +517,14 @@ XmlToken XmlScanner::scanAttributeValue(char quote)
             if (position != _input.limit())
                 ++position; // a zero byte of the value's own
             else if (!more(position))
-                return XmlToken::end;
+                return XmlToken::END;
         }
         _cursor = position;
         auto const length = static_cast<std::size_t>(position - _token);
         if (*position == quote && !hasPieces) {
             ++_cursor;
             setValue(_token, length);
-            return XmlToken::attributeValue;
+            return XmlToken::ATTRIBUTE_VALUE;
         }
         if (!hasPieces)
             _pieces.clear();
@@ -531,7 +533,7 @@ XmlToken XmlScanner::scanAttributeValue(char quote)
         if (*position == quote) {
             ++_cursor;
             setValue(_pieces.data(), _pieces.size());
-            return XmlToken::attributeValue;
+            return XmlToken::ATTRIBUTE_VALUE;
         }
         if (*position != '&')
             ZV_THROW(XmlEx::ExLexicalError);
@@ -548,16 +550,16 @@ XmlToken XmlScanner::nextInDeclaration()
         ++_cursor;
         if (peek() == '>') {
             ++_cursor;
-            _condition = Condition::initial;
-            return XmlToken::declarationEnd;
+            _condition = Condition::INITIAL;
+            return XmlToken::DECLARATION_END;
         }
     }
     if (spaceBefore) {
-        _condition = Condition::malformed;
-        return XmlToken::space;
+        _condition = Condition::MALFORMED;
+        return XmlToken::SPACE;
     }
     if (c == END_OF_INPUT)
-        return XmlToken::end;
+        return XmlToken::END;
     if (c == '"' || c == '\'')
         return scanVersionValue(static_cast<char>(c));
     ZV_THROW(XmlEx::ExLexicalError);
@@ -575,7 +577,7 @@ XmlToken XmlScanner::scanVersionValue(char quote)
         ZV_THROW(XmlEx::ExLexicalError);
     _cursor = position + 1;
     setValue(_token, static_cast<std::size_t>(position - _token));
-    return XmlToken::versionValue;
+    return XmlToken::VERSION_VALUE;
 }
 
 } // namespace Zv

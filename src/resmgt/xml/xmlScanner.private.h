@@ -1,4 +1,4 @@
-// The tokens of XML.
+// Cuts XML text into tokens.
 #pragma once
 
 #include "resmgt/literals/liString.h"
@@ -14,57 +14,60 @@
 
 namespace Zv {
 
-/// What the scanner finds. Comments are no tokens.
+/// A token of XML. Comments are no tokens.
 enum class XmlToken
 {
-    end,
-    declarationStart, // <?xml version=
-    declarationEnd,   // ?>
-    versionValue,
-    doctypeStart, // <!DOCTYPE
-    startTag,     // <
-    endTag,       // </
-    tagClose,     // >
-    emptyClose,   // />
-    name,
-    equals,
-    attributeValue,
-    text,
-    cdataStart, // <![CDATA[
-    cdataContent,
-    cdataEnd, // ]]>
-    space,
+    END,
+    DECLARATION_START, // <?xml version=
+    DECLARATION_END,   // ?>
+    VERSION_VALUE,
+    DOCTYPE_START, // <!DOCTYPE
+    START_TAG,     // <
+    END_TAG,       // </
+    TAG_CLOSE,     // >
+    EMPTY_CLOSE,   // />
+    NAME,
+    EQUALS,
+    ATTRIBUTE_VALUE,
+    TEXT,
+    CDATA_START, // <![CDATA[
+    CDATA_CONTENT,
+    CDATA_END, // ]]>
+    SPACE,
 };
 
-/// Cuts the input into tokens. A byte that can begin none throws `XmlEx::ExLexicalError`.
+/// Cuts a stream into tokens.
 class XmlScanner
 {
 public:
     explicit XmlScanner(std::istream &stream);
 
+    /// Returns the next token. Throws `XmlEx::ExLexicalError` if no token can begin with the next
+    /// byte.
     XmlToken next();
-    /// In a tag: takes a whole attribute, with the `space` before it, where it is written as most are: a blank, a name,
-    /// a `=`, a value without references between double quotes. Where it is not, this takes nothing and answers false.
+    /// Takes a whole attribute of a tag and returns true, if it is written as most are: a blank, a
+    /// name, `=`, and a value without references in double quotes. Otherwise takes nothing and
+    /// returns false.
     bool takePlainAttribute();
-    /// The text of the last `name`. Valid until the next one.
+    /// Returns the text of the last `NAME`. It is valid until the next one.
     LiString const &name() const { return *_name; }
-    /// The text of the last `attributeValue`, `versionValue`, `text` or `cdataContent`. Valid until the next one of
-    /// them.
+    /// Returns the text of the last `ATTRIBUTE_VALUE`, `VERSION_VALUE`, `TEXT` or `CDATA_CONTENT`.
+    /// It is valid until the next one of them.
     LiString const &value() const { return _values[_turn]; }
 
 private:
-    /// What may come depends on where it comes.
+    /// Which tokens may follow.
     enum class Condition
     {
-        initial,
-        declaration,
-        tag,
-        cdata,
-        malformed, // behind the start of what is no tag, no comment and no declaration
+        INITIAL,
+        DECLARATION,
+        TAG,
+        CDATA,
+        MALFORMED, // behind the start of what is no tag, no comment and no declaration
     };
 
-    /// The same few names come again and again: each of them is made once, and kept near the place that its bytes
-    /// give.
+    /// A name that was read before. A text repeats few names, so each is created once, and kept
+    /// near the place that its bytes determine.
     struct KnownName
     {
         std::uint64_t head = 0; // the first bytes
@@ -74,7 +77,7 @@ private:
     static constexpr std::size_t NAMES = 256;
     static constexpr std::size_t NEAR = 4;
 
-    /// A handler that keeps the last few values lets the ones before be used again.
+    /// So many values are kept in turn. The memory of a value is used again if no handler keeps it.
     static constexpr std::size_t VALUES = 8;
 
     XmlToken nextInContent();
@@ -97,20 +100,21 @@ private:
     bool take(std::string_view text);
     char takeReference();
     char takeNumber(unsigned base);
-    /// Reads on at `_cursor`, with nothing kept.
+    /// Reads the next block at `_cursor`. No bytes are kept.
     bool more();
-    /// Reads on where a loop has come to the end of the window; `position` moves with what is kept from `_token` on.
+    /// Reads the next block for a loop that has reached the end of the window. The bytes from
+    /// `_token` on are kept, and `position` moves with them.
     bool more(char const *&position);
-    /// The byte at the cursor, or `END_OF_INPUT`.
+    /// Returns the byte at the cursor, or `END_OF_INPUT`.
     int peek();
 
     void setName(char const *bytes, std::size_t length);
     void setValue(char const *bytes, std::size_t length);
 
     XmlInput _input;
-    Condition _condition = Condition::initial;
+    Condition _condition = Condition::INITIAL;
     char const *_cursor;
-    char const *_token; // where the token begins that is being scanned
+    char const *_token; // the beginning of the present token
     LiString const *_name = nullptr;
     std::size_t _turn = 0;
     std::array<LiString, VALUES> _values;

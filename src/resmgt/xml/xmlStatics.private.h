@@ -1,4 +1,4 @@
-// The statics of the package. They are built in one place, in order, and never destroyed.
+// Static objects of the package xml.
 #pragma once
 
 #include "resmgt/literals/liString.h"
@@ -6,7 +6,8 @@
 
 namespace Zv::XmlStatics {
 
-/// What one level of a written text is indented by.
+/// Constructed in `resmgt/statics.cpp`, and never destroyed. The blanks by which a level of a
+/// written text is indented.
 extern Immortal<LiString> const indentStep;
 
 } // namespace Zv::XmlStatics

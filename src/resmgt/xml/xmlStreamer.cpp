@@ -23,8 +23,8 @@ std::string_view orEmpty(char const *text)
     return text ? text : "";
 }
 
-/// Writes the number in the stream's format and the end of its attribute. Its reader does not know the stream's
-/// locale.
+/// Writes the number in the format of the stream, and the end of its attribute. The locale is "C",
+/// because readers do not know that of the stream.
 template <class Number>
 void addNumber(std::ostream &output, Number number)
 {
@@ -41,7 +41,7 @@ void addNumber(std::ostream &output, Number number)
 
 } // namespace
 
-/// Stands for the document: it has one root.
+/// The guard of the document, which has one root.
 class XmlStreamer::DocumentGuard : public XmlStreamer::NodeGuard
 {
 public:

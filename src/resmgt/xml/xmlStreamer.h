@@ -1,4 +1,4 @@
-// Writes XML to a stream by the nesting of the code.
+// Writes XML to a stream by the nesting of guard objects (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -9,42 +9,45 @@
 
 namespace Zv {
 
-/// Writes to a caller's stream through guards: an `ElementGuard` stands for an open element and closes it when it
-/// goes.
+/// Writes XML to a stream. An `ElementGuard` opens an element in its constructor and closes it in
+/// its destructor.
 ///
-///     XmlStreamer streamer(stream, true, "show");
+///     XmlStreamer streamer(std::cout, true, "show");
 ///     XmlStreamer::ElementGuard show(streamer, "show");
-///     show.addAttribute("name", name);
+///     show.addAttribute("name", "Evening");
 ///     {
 ///         XmlStreamer::ElementGuard clip(show, "clip");
 ///         clip.addAttribute("frames", 25);
 ///     }
 ///
-/// One thread at a time. Errors of the stream are not looked at: the caller asks the stream. A failure that the stream
-/// throws passes through; a guard that ends while another exception passes keeps it to itself.
+/// **Threads**: one thread at a time.
+///
+/// **Throws** what the stream throws. Other errors of the stream are not reported, so the caller
+/// must check the stream. If the destructor of a guard runs because of an exception, it throws no
+/// second one.
 class ZVRESMGT_EXPORT XmlStreamer
 {
 public:
     class ElementGuard;
 
-    /// The document or an element that is being written.
+    /// The open document or an open element.
     class ZVRESMGT_EXPORT NodeGuard
     {
     public:
         NodeGuard(NodeGuard const &) = delete;
         NodeGuard &operator=(NodeGuard const &) = delete;
         virtual ~NodeGuard() noexcept(false);
-        /// Something is about to be written into the node.
+        /// Called before content is written into the node.
         virtual void setContent() = 0;
 
         std::ostream &getOutput() const { return _output; }
         bool hasContent() const { return _content; }
 
     protected:
-        /// The parent outlives the guard; null for none.
+        /// The parent may be null, and must outlive the guard.
         NodeGuard(NodeGuard *parent, std::ostream &output) : _parent(parent), _output(output) {}
 
-        /// Stores the flag and returns the old one.
+        /// Stores the flag and returns the former one.
         bool setContent(bool content);
         NodeGuard *getParent() const { return _parent; }
 
@@ -54,13 +57,15 @@ public:
         bool _content = false;
     };
 
-    /// Writes the declaration if asked for, and the DOCTYPE if the type is not empty. The stream outlives the streamer.
+    /// Writes the declaration if `writeDeclaration` is true, and the DOCTYPE if the type is not
+    /// empty. The stream must outlive the streamer.
     XmlStreamer(std::ostream &output, bool writeDeclaration, LiString const &documentType);
     XmlStreamer(XmlStreamer const &) = delete;
     XmlStreamer &operator=(XmlStreamer const &) = delete;
     ~XmlStreamer() noexcept(false);
 
-    /// Of the document: its `setContent` throws `XmlEx::ExSyntaxError` at the second call.
+    /// Returns the guard of the document. A document has one root, so the second call of its
+    /// `setContent` throws `XmlEx::ExSyntaxError`.
     NodeGuard &getDocument() const;
 
 private:
@@ -70,27 +75,31 @@ private:
     ObjPtr<DocumentGuard> _document;
 };
 
-/// An open element. The guard of its parent, or the streamer, outlives it, and writes nothing while it is open.
+/// An open element. The guard of its parent, or the streamer, must outlive it, and must not be used
+/// for writing while it is open. `XmlStreamer` has an example.
 class ZVRESMGT_EXPORT XmlStreamer::ElementGuard : public XmlStreamer::NodeGuard
 {
 public:
-    /// The root. Throws `XmlEx::ExSyntaxError` where the streamer has had one.
+    /// Opens the root. Throws `XmlEx::ExSyntaxError` if the streamer has a root already.
     ElementGuard(XmlStreamer &streamer, LiString const &name);
-    /// A child. The start tag of the parent ends here: it takes no more attributes.
+    /// Opens a child. This ends the start tag of the parent, which takes no more attributes.
     ElementGuard(ElementGuard &parent, LiString const &name);
-    /// Writes the end of the element.
+    /// Writes the end of the element. Throws what the stream throws.
     ~ElementGuard() noexcept(false) override;
 
     void setContent() override;
 
-    /// Writes an attribute: a text with the five special bytes written as references, null as an empty one, a number
-    /// in the stream's format but in the "C" locale. They throw `XmlEx::ExSyntaxError` after the first content.
+    /// Writes an attribute. The five special bytes of a text are written as references, and null as
+    /// an empty text. Throws `XmlEx::ExSyntaxError` if the element has content already.
     void addAttribute(char const *name, char const *value);
+    /// Writes an attribute with a number in the format of the stream, but in the "C" locale. Throws
+    /// `XmlEx::ExSyntaxError` if the element has content already.
     void addAttribute(char const *name, int value);
     void addAttribute(char const *name, double value);
-    /// Writes the text as it stands: the caller has escaped it. Null writes none.
+    /// Writes a text without a change. The caller must have escaped it. Null writes an empty text.
     void addTextData(char const *text);
-    /// Writes a CDATA section, but for the last bracket of its end, "]]>": the caller writes the `>`.
+    /// Writes a CDATA section. By design, the last `>` of its end "]]>" is not written. The caller
+    /// must write it.
     void addCharacterData(char const *text);
 
 private:

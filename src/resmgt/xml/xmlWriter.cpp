@@ -14,7 +14,7 @@ void XmlWriter::initialize()
 {
     _text.reset(new std::ostringstream);
     _text->imbue(std::locale::classic());
-    // Else it would keep it to itself that there is no memory.
+    // Otherwise the stream would not report that there is no memory.
     _text->exceptions(std::ios_base::badbit);
     _indentation = LiString();
     _openTags.reset(new std::vector<bool>);

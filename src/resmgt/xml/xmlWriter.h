@@ -1,4 +1,4 @@
-// Writes clients' own classes as XML text.
+// Writes objects of application classes as XML text (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -14,13 +14,22 @@ namespace Zv {
 class XmlBaseElement;
 class XmlTopElement;
 
-/// Collects a text of elements that are indented by four blanks a level, attributes each on a line of its own.
+/// Writes `XmlBaseElement`s into a text. Each level is indented by four blanks, each attribute has
+/// a line of its own, and each element has a start tag and an end tag.
 ///
-///     LiString const text(writer.toXmlDocument(show));
+///     XmlWriter writer;
+///     writer.startElement("show");
+///     writer.writeAttribute("frames", 25);
+///     writer.endElement("show");
+///     std::cout << writer.getXml();
 ///
-/// Each element is written with a start and an end tag. Values are not escaped: one that holds a quote gives a text
-/// that the parser rejects. One thread at a time. What an element throws passes through; the next `reset`, `toXml` or
-/// `toXmlDocument` starts afresh.
+/// By design, values are not escaped. If a value contains a quote, the parser rejects the text.
+/// `XmlReader` has an example with a class of its own.
+///
+/// **Threads**: one thread at a time.
+///
+/// **Throws** every exception of an element. The writer then keeps a part of the text, until the
+/// next `reset`, `toXml` or `toXmlDocument`.
 class ZVRESMGT_EXPORT XmlWriter
 {
 public:
@@ -29,11 +38,13 @@ public:
     XmlWriter &operator=(XmlWriter const &) = delete;
     virtual ~XmlWriter() noexcept(false);
 
-    /// An empty text again.
+    /// Empties the text and closes all elements.
     void reset();
+    /// Writes the start of an element.
     void startElement(LiString const &name);
-    /// Between the start of an element and its first child. Numbers are written in the "C" locale, and the forms for
-    /// single bytes write a number.
+    /// Writes an attribute. It must be called between the start of an element and its first child.
+    /// This is not checked. Numbers are written in the "C" locale, and the forms for single bytes
+    /// write a number.
     void writeAttribute(LiString const &name, LiString const &value);
     void writeAttribute(LiString const &name, int value);
     void writeAttribute(LiString const &name, short value);
@@ -41,22 +52,25 @@ public:
     void writeAttribute(LiString const &name, unsigned char value);
     void writeAttribute(LiString const &name, unsigned int value);
     void writeAttribute(LiString const &name, unsigned short value);
-    /// Where no element is open it throws `LiStringEx::ExOutOfBounds`.
+    /// Writes the end of an element. The name must be that of the innermost open one, which is not
+    /// checked. Throws `LiStringEx::ExOutOfBounds` if no element is open.
     void endElement(LiString const &name);
-    /// The element between its tags.
+    /// Writes an element with its tags.
     void writeElement(XmlBaseElement &element);
 
-    /// The text of one element alone, or with a declaration and a DOCTYPE before it. The writer is empty before and
-    /// afterwards.
+    /// Returns the text of one element. The writer is emptied before and afterwards.
     LiString toXml(XmlBaseElement &element);
+    /// Returns the text of a document with a declaration, a DOCTYPE and the root. The writer is
+    /// emptied before and afterwards.
     LiString toXmlDocument(XmlTopElement &top);
+    /// Returns the text of a document with another name in its DOCTYPE.
     LiString toXmlDocument(XmlTopElement &top, LiString const &docType);
-    /// The text so far.
+    /// Returns the text that was written so far.
     LiString getXml();
 
 private:
     void initialize();
-    /// The text, made at first use.
+    /// Returns the text, which is created at first use.
     std::ostringstream &text();
     template <class X>
     void writeValue(LiString const &name, X const &value);

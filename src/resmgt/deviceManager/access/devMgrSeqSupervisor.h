@@ -80,7 +80,7 @@ struct DevSeqStatus
 ///     ObjPtr<DevMgrSeqSupervisor> sequence = manager->createSeqSupervisor("( recorder ( camera player ) )");
 ///     sequence->start();
 ///     if (sequence->waitLocked(10))
-///         record();
+///         std::cout << "All devices run.\n";
 ///     for (DevSeqDeviceStatus const &device : sequence->stop(5).devices)
 ///         if (device.end != DevSeqDeviceStatus::End::STOPPED)
 ///             std::cerr << device.name << ": " << device.failure << '\n';
