@@ -646,6 +646,7 @@ public:
     void rdlock(MbBufferImp *buffer) const override { buffer->changeState(next); }
     void destroy(MbBufferImp *) const override {}
     MbState const *entering(MbBufferImp *) const override { return next; }
+    char const *getName() const override { return "Unsteady"; }
 
     MbState const *next = nullptr;
 };
@@ -654,6 +655,7 @@ class Refusing : public MbStateImp
 {
 public:
     MbState const *entering(MbBufferImp *) const override { throw Failure("refused"); }
+    char const *getName() const override { return "Refusing"; }
 };
 
 TEST_F(MbBufferTest, AssertsThatTheStateItFallsBackToIsStable)

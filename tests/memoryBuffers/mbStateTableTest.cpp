@@ -137,6 +137,95 @@ INSTANTIATE_TEST_SUITE_P(
     BothMachines, Cells,
     testing::Combine(testing::Bool(), testing::Values(Owner::NOBODY, Owner::SELF, Owner::OTHER)));
 
+// ---- the table of the library beside that of the model
+
+/// A reaction in the words of the model.
+std::string textOf(MbReaction reaction)
+{
+    std::string const next =
+        reaction.next == MbStateId::NONE ? "" : MbTable::rowOf(reaction.next).name;
+    switch (reaction.kind) {
+    case MbReaction::REFUSE:
+        return "X";
+    case MbReaction::IGNORE:
+        return ".";
+    case MbReaction::WAIT:
+        return "W";
+    case MbReaction::DEFER:
+        return "D";
+    case MbReaction::POSTPONE:
+        return "Q";
+    case MbReaction::ADD_LOCK:
+        return next.empty() ? "+1" : "+1 " + next;
+    case MbReaction::DROP_LOCK:
+        return "-1 " + next;
+    case MbReaction::TOUCH:
+        return "touch";
+    case MbReaction::DEALLOCATE:
+        return "dealloc " + next;
+    case MbReaction::CHANGE:
+    case MbReaction::COMPLETE:
+        return next;
+    }
+    return "unknown";
+}
+
+/// The actions of a row in the words of the model.
+Lines actionsOf(MbEnteringRow const &row)
+{
+    static std::map<MbStep, std::string> const steps = {{MbStep::ALLOCATE, "allocateRegion"},
+                                                        {MbStep::DEALLOCATE, "deallocateRegion"},
+                                                        {MbStep::ADD_LOCK, "+1"},
+                                                        {MbStep::UNLOADABLE, "bufferUnloadable"}};
+    Lines actions;
+    auto const addStep = [&](MbStep step) {
+        if (step != MbStep::NOTHING)
+            actions.push_back(steps.at(step));
+    };
+    auto const addCall = [&](MbProtocolCall const &call) {
+        if (call.name)
+            actions.push_back('[' + std::string(call.name) + ']');
+    };
+    addStep(row.before);
+    addCall(row.calls.first);
+    addCall(row.calls.second);
+    addStep(row.after);
+    return actions;
+}
+
+TEST(MbStateTable, HasTheReactionsOfTheModel)
+{
+    ASSERT_EQ(std::size(Model::table), std::size(MbTable::states));
+    for (std::size_t i = 0; i < std::size(MbTable::states); ++i) {
+        EXPECT_STREQ(MbTable::states[i].name, Model::table[i].state);
+        for (int event = 0; event < EVENTS; ++event)
+            EXPECT_EQ(textOf(MbTable::states[i].reactions[event]), Model::table[i].cells[event])
+                << Model::table[i].state << ' ' << eventNames[event];
+    }
+}
+
+TEST(MbStateTable, HasTheEnteringsOfTheModel)
+{
+    EXPECT_EQ(std::size(MbTable::enterings), Model::enterings.size());
+    for (Model::Entering const &expected : Model::enterings) {
+        SCOPED_TRACE(expected.state);
+        auto const found =
+            std::find_if(std::begin(MbTable::enterings), std::end(MbTable::enterings),
+                         [&](MbEnteringRow const &row) {
+                             return std::string(MbTable::rowOf(row.state).name) == expected.state;
+                         });
+        ASSERT_NE(found, std::end(MbTable::enterings));
+        EXPECT_EQ(actionsOf(*found), expected.actions);
+        EXPECT_EQ(textOf(found->next), expected.next);
+    }
+}
+
+TEST(MbStateTable, NamesTheEventsInTheOrderOfTheirBits)
+{
+    for (int event = 0; event < EVENTS; ++event)
+        EXPECT_STREQ(MbTable::nameOf(eventOf(event)), eventNames[event]);
+}
+
 TEST(MbStates, AreThirtyWithTheirNamesInBothMachines)
 {
     EXPECT_EQ(30u, std::size(Model::table));

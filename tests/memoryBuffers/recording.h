@@ -30,10 +30,7 @@ struct MbBufferProbe
 
     LkMutex const &mutex() const { return imp._mutex; }
     MbState const *state() const { return imp._state; }
-    std::string stateName() const
-    {
-        return static_cast<MbStateImp const *>(state())->getTypeName();
-    }
+    std::string stateName() const { return static_cast<MbStateImp const *>(state())->getName(); }
     void setState(MbState const *state) { imp._state = state; }
     int lockCount() const { return imp._lockCount; }
     void setLockCount(int count) { imp._lockCount = count; }

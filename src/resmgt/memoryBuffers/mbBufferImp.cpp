@@ -2,7 +2,6 @@
 
 #include "resmgt/memoryBuffers/mbManager.h"
 #include "resmgt/memoryBuffers/mbProtocol.h"
-#include "resmgt/memoryBuffers/mbState.h"
 #include "zvbase/failures.h"
 #include "zvbase/traceCaught.private.h"
 
@@ -224,32 +223,14 @@ void MbBufferImp::deliverEvents(std::uint32_t mask)
 
 void MbBufferImp::dispatch(MbEvent event)
 {
-    switch (event) {
-    case MbEvent::RDLOCK:
-        return _state->rdlock(this);
-    case MbEvent::WRLOCK:
-        return _state->wrlock(this);
-    case MbEvent::WRDUP:
-        return _state->wrdup(this);
-    case MbEvent::PREFETCH:
-        return _state->prefetch(this);
-    case MbEvent::ASYNC_SYNC:
-        return _state->asyncSync(this);
-    case MbEvent::SYNC:
-        return _state->sync(this);
-    case MbEvent::UNLOCK:
-        return _state->unlock(this);
-    case MbEvent::UNLOAD:
-        return _state->unload(this);
-    case MbEvent::FREE:
-        return _state->free(this);
-    case MbEvent::DESTROY:
-        return _state->destroy(this);
-    case MbEvent::ASYNC_OP_SUCCEEDED:
-        return _state->asyncOpSucceeded(this);
-    case MbEvent::ASYNC_OP_FAILED:
-        return _state->asyncOpFailed(this);
-    }
+    using Operation = void (MbState::*)(MbBufferImp *) const;
+    // In the order of the events' bits.
+    static constexpr Operation operations[] = {
+        &MbState::rdlock,   &MbState::wrlock,           &MbState::wrdup,
+        &MbState::prefetch, &MbState::asyncSync,        &MbState::sync,
+        &MbState::unlock,   &MbState::unload,           &MbState::free,
+        &MbState::destroy,  &MbState::asyncOpSucceeded, &MbState::asyncOpFailed};
+    (_state->*operations[std::countr_zero(static_cast<std::uint32_t>(event))])(this);
 }
 
 void MbBufferImp::destroy()

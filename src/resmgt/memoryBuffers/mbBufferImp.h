@@ -7,7 +7,7 @@
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/memoryBuffers/mbAlignment.h"
-#include "resmgt/memoryBuffers/mbEvent.h"
+#include "resmgt/memoryBuffers/mbStateMachine.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/objPtr.h"
@@ -18,7 +18,6 @@ namespace Zv {
 
 class MbManager;
 class MbProtocol;
-class MbState;
 
 /// A buffer: the data that its states work on. Clients have `MbBuffer` and the guards; this is for managers, unload
 /// strategies and states.
