@@ -96,7 +96,7 @@ public:
 
     /// Returns the tracing machine if `trace` is true, else the silent one. Each is made when it is first asked for, and
     /// is never destroyed. Thread-safe.
-    [[nodiscard]] static MbStateMachine &getInstance(bool trace);
+    static MbStateMachine &getInstance(bool trace);
 
     /// Returns the state in which a buffer begins, Freed.
     [[nodiscard]] virtual MbState const *getInitialState() const = 0;
