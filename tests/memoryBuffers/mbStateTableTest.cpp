@@ -1,4 +1,4 @@
-// Each cell of the table, in both machines, and each way in which a state can fail when it is entered.
+// The table of the state machine: each cell in both machines, and each failure of a state that is entered.
 
 #include "scene.h"
 
@@ -44,7 +44,7 @@ protected:
         config.threads.resize(2);
         return config;
     }
-    /// The event from thread 0, all calls of the protocol succeeding.
+    /// Delivers the event from thread 0. All calls of the protocol succeed.
     static Model::Config expected(Model::Config config, int event)
     {
         Model::Interpreter interpreter(config);
@@ -69,7 +69,7 @@ protected:
     void checkWait(Scene &scene, Model::Config const &config, int event);
 };
 
-/// The event waits; when the buffer has become Destroyed, it is delivered to that state.
+/// The event waits. When the buffer is in Destroyed, the event is delivered to that state.
 void Cells::checkWait(Scene &scene, Model::Config const &config, int event)
 {
     ASSERT_NE(Owner::SELF, owner);
@@ -82,7 +82,7 @@ void Cells::checkWait(Scene &scene, Model::Config const &config, int event)
     });
     hasMutex.acquire();
     {
-        // The thread lets go of the mutex when it waits or when it is done.
+        // The thread releases the mutex when it waits or when it is done.
         LkGuard<LkMutex const> const guard(scene.probe.mutex());
         EXPECT_EQ(1, scene.probe.waiters());
         EXPECT_EQ(config.state, scene.probe.stateName());
@@ -271,7 +271,7 @@ TEST(MbStateMachine, TracingMachineIsSilentWhileItsLevelIsOff)
 
 // ---- a protocol that throws
 
-/// A state, and the event that leads into a run of which one call of the protocol fails.
+/// A state, and an event that begins a run in which one call of the protocol fails.
 struct FailingRun
 {
     char const *state;
@@ -350,7 +350,7 @@ TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
     EXPECT_EQ(25, failures);
 }
 
-/// The first, the second … call fails by which the manager is told of what may be unloaded.
+/// The first, the second … call fails that tells the manager whether the buffer may be evicted.
 TEST_P(Failures, OfTheManagerTakeTheBufferBackToo)
 {
     bool const isTracing = GetParam();
@@ -395,7 +395,8 @@ TEST_P(Failures, OfTheManagerTakeTheBufferBackToo)
             EXPECT_EQ(config.log, scene.control->log.take());
         }
     }
-    // Ten calls in what begins in Loaded, seven in what begins in Synched, and one in each of six runs that end there.
+    // Ten calls in runs that begin in Loaded, seven in runs that begin in Synched, and one in each of six runs that
+    // end in one of the two.
     EXPECT_EQ(23, failures);
 }
 

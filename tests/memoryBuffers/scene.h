@@ -1,4 +1,4 @@
-// A buffer in any state.
+// Buffer that a test puts into any state.
 #pragma once
 
 #include "model.h"
@@ -29,7 +29,7 @@ inline MbEvent eventOf(int number)
     return static_cast<MbEvent>(std::uint32_t{1} << number);
 }
 
-/// A buffer that is put into any state, and out of it again.
+/// A buffer in a state of the test's choice. The destructor returns it to Freed.
 class Scene
 {
 public:
@@ -54,7 +54,7 @@ public:
         probe.setPending(0);
     }
 
-    /// What an event throws, in the words of the model.
+    /// Delivers an event. Returns its exception in the words of the model.
     std::string deliver(int event)
     {
         return outcomeOf([&] { probe.imp.receive(eventOf(event)); });

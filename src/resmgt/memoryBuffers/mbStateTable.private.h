@@ -53,17 +53,17 @@ struct MbReaction
 {
     enum Kind : std::uint8_t
     {
-        REFUSE, ///< throws `MbEx::ExIllegalTransition`
-        IGNORE, ///< does nothing
-        WAIT,   ///< waits for a change, then delivers the event again
-        DEFER,  ///< the thread that runs the transition postpones the event, any other thread waits
-        POSTPONE,  ///< keeps the event until the end of the next transition
-        ADD_LOCK,  ///< adds one to the lock count, then changes to `next`
-        DROP_LOCK, ///< subtracts one from the lock count, and changes to `next` if that was the last
-        TOUCH,     ///< makes the buffer the most recently used one
+        REFUSE,     ///< throws `MbEx::ExIllegalTransition`
+        IGNORE,     ///< does nothing
+        WAIT,       ///< waits for a change, then delivers the event again
+        DEFER,      ///< `POSTPONE` on the thread that runs the transition, else `WAIT`
+        POSTPONE,   ///< keeps the event until the end of the next transition
+        ADD_LOCK,   ///< adds one to the lock count, then changes to `next`
+        DROP_LOCK,  ///< subtracts one from the lock count, then changes to `next` if it is 0
+        TOUCH,      ///< makes the buffer the most recently used one
         DEALLOCATE, ///< gives the memory back, then changes to `next`
         CHANGE,     ///< changes to `next`
-        COMPLETE ///< changes to `next` if the buffer has memory, and refuses the event if it has none
+        COMPLETE    ///< `CHANGE` if the buffer has memory, else `REFUSE`
     };
 
     constexpr MbReaction(Kind kindOfReaction, MbStateId nextState = MbStateId::NONE)
@@ -95,7 +95,8 @@ struct MbProtocolCall
     Result result = nullptr;
 };
 
-/// The calls that a state makes when it is entered, one after the other, while the buffer's mutex is free.
+/// The calls that a state makes when it is entered, one after the other, while the buffer's mutex
+/// is free.
 struct MbProtocolCalls
 {
     constexpr MbProtocolCalls() = default;
@@ -125,7 +126,8 @@ struct MbStateRow
     MbReaction reactions[12]; ///< in the order of the events' bits
 };
 
-/// What entering a state does, in this order. If a call throws, memory that the row has allocated is given back.
+/// What entering a state does, in this order. If a call throws, memory that the row has allocated
+/// is given back.
 struct MbEnteringRow
 {
     MbStateId state;

@@ -134,7 +134,8 @@ void MbStates<isTracing>::State<id>::react(MbBufferImp *buffer) const
 
     if constexpr (reaction.kind == MbReaction::REFUSE)
         refuse(*buffer, event);
-    // A load has failed before, and its `asyncLoadFailed` has thrown: the contents have no memory to be in.
+    // A load has failed before, and its `asyncLoadFailed` has thrown: the contents have no memory
+    // to be in.
     if (reaction.kind == MbReaction::COMPLETE && buffer->getRegionStart() == 0)
         refuse(*buffer, event);
 
