@@ -1,26 +1,14 @@
-// Memory buffers, their managers and the strategies of unloading.
+// All headers of memory buffers (applications).
 #pragma once
 
 #include "resmgt/memoryBuffers/mbAlignment.h"
-#include "resmgt/memoryBuffers/mbArenaManager.h"
 #include "resmgt/memoryBuffers/mbBuffer.h"
 #include "resmgt/memoryBuffers/mbBufferFactory.h"
 #include "resmgt/memoryBuffers/mbBufferGuard.h"
 #include "resmgt/memoryBuffers/mbBufferImp.h"
-#include "resmgt/memoryBuffers/mbBufferImpFactory.h"
-#include "resmgt/memoryBuffers/mbBufferRdGuardImp.h"
-#include "resmgt/memoryBuffers/mbBufferSimpleFactory.h"
-#include "resmgt/memoryBuffers/mbBufferWrGuardImp.h"
 #include "resmgt/memoryBuffers/mbDualBufferFactory.h"
-#include "resmgt/memoryBuffers/mbEvent.h"
 #include "resmgt/memoryBuffers/mbEx.h"
-#include "resmgt/memoryBuffers/mbHeapManager.h"
 #include "resmgt/memoryBuffers/mbManager.h"
-#include "resmgt/memoryBuffers/mbPoolManager.h"
 #include "resmgt/memoryBuffers/mbProtocol.h"
-#include "resmgt/memoryBuffers/mbState.h"
 #include "resmgt/memoryBuffers/mbStateMachine.h"
-#include "resmgt/memoryBuffers/mbUnloadIndex.h"
-#include "resmgt/memoryBuffers/mbUnloadLRU.h"
-#include "resmgt/memoryBuffers/mbUnloadRandom.h"
 #include "resmgt/memoryBuffers/mbUnloadStrategy.h"

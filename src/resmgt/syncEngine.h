@@ -1,7 +1,6 @@
-// Threads paced by beats.
+// All headers of the sync engine, which paces threads by beats (applications).
 #pragma once
 
 #include "resmgt/syncEngine/seClientThread.h"
-#include "resmgt/syncEngine/seSourceClock.h"
 #include "resmgt/syncEngine/seSourceProtocol.h"
 #include "resmgt/syncEngine/seSyncEngine.h"

@@ -1,7 +1,8 @@
-// Buffers as their clients see them.
+// Behaviour of buffers that a client can observe.
 
 #include "recording.h"
 #include "zvbase/failures.h"
+#include "zvbase/rcEx.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,8 @@
 #include <cstring>
 #include <optional>
 #include <semaphore>
+#include <span>
+#include <type_traits>
 
 namespace {
 
@@ -242,10 +245,10 @@ TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
     EXPECT_EQ("asyncLoad", reasonOf<Failure>([&] { buffer.prefetch(); }));
     EXPECT_EQ("Freed", stateOf(buffer));
     EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "deallocateRegion"}), control->log.take());
-    // The next run that succeeds delivers it, wherever that ends.
+    // The next run that succeeds delivers it, in the state in which that run ends.
     EXPECT_EQ("Illegal transition: buffer b received event asyncOpSucceeded() from state RdLocked.",
               reasonOf<MbEx::ExIllegalTransition>([&] { MbBufferRdGuardImp const guard(buffer); }));
-    // The lock was had before, and has been given back.
+    // The lock was taken before the failure, and has been given back.
     EXPECT_EQ("Loaded", stateOf(buffer));
     EXPECT_EQ(0, buffer.getImp()->getLockCount());
     EXPECT_EQ((Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable"}),
@@ -254,7 +257,7 @@ TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
     EXPECT_FALSE(writer.isNull());
 }
 
-/// Lets a buffer of its own be locked, while a manager fails at the one call that the state is left by.
+/// Locks a buffer, while its manager fails at the call that is made when the state is left.
 template <class Guard>
 void failToLeave(MbBuffer const &buffer, RecordingManager &manager)
 {
@@ -297,7 +300,7 @@ TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
         if (what != "allocateRegion")
             throw Failure(what + ' ' + std::to_string(++failures));
     };
-    // To leave, to leave again on the way back, and to enter.
+    // The calls that leave the state, leave it again on the way back, and enter it.
     TraceCapture capture("Exception: ");
     EXPECT_EQ("bufferNotUnloadable 1",
               reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }));
@@ -308,7 +311,7 @@ TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
     EXPECT_EQ(0, buffer.getImp()->getLockCount());
 }
 
-/// What was put off stays so, and a thread that waits looks at the buffer again.
+/// A postponed event stays postponed, and a thread that waits looks at the buffer again.
 TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWaiters)
 {
     {
@@ -331,7 +334,7 @@ TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWaiters)
     EXPECT_EQ("Synched", stateOf(buffer));
 }
 
-/// Each result, told with a failure at first.
+/// Each result operation, which fails at first.
 TEST_F(MbBufferTest, AResultThatThrowsLeavesItWaitingForAnother)
 {
     struct Result
@@ -385,7 +388,7 @@ TEST_F(MbBufferTest, AResultThatThrowsLeavesItWaitingForAnother)
     }
 }
 
-/// The last handle waits for any transition of another thread, whatever the state in which it finds the buffer.
+/// The last handle waits for any transition of another thread, in every state of the buffer.
 TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
 {
     using enum MbEvent;
@@ -433,11 +436,11 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
             });
             LkGuard<LkMutex const> const guard(probe.mutex());
             EXPECT_EQ(call.state, probe.stateName());
-            // What has begun here ends, too.
+            // The operation that was begun here ends, too.
             if (call.event == PREFETCH || call.event == ASYNC_SYNC)
                 imp.deliver(ASYNC_OP_SUCCEEDED);
         };
-        // This thread has no reference, but counts on the object until it is out of it.
+        // This thread has no reference, but uses the object until its call returns.
         imp.addKeepAlive();
         imp.receive(call.event);
         last.join();
@@ -449,7 +452,7 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
     }
 }
 
-/// The last handle goes inside a call. Another thread that has to do with the buffer meanwhile leaves its end alone.
+/// The last handle is destroyed inside a call. Another thread that uses the buffer meanwhile must not end it.
 TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
 {
     control->hooks["asyncLoad"] = [&] {
@@ -467,7 +470,7 @@ TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
               control->log.take());
 }
 
-/// The event that is put off has a lower bit than the completion, and waits for it all the same.
+/// The postponed event has a lower bit than the completion, and waits for it all the same.
 TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion)
 {
     control->hooks["asyncLoad"] = [&] {
@@ -480,7 +483,7 @@ TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion
                      "bufferNotUnloadable", "free", "deallocateRegion"}),
               control->log.take());
 
-    // A completion that comes later finds it, too.
+    // A later completion finds it, too.
     control->hooks["asyncLoad"] = [&] { buffer.asyncSync(); };
     control->hooks["asyncSync"] = [&] { control->handle->performSucceeded(); };
     buffer.prefetch();
@@ -489,7 +492,7 @@ TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion
     EXPECT_EQ("Synched", stateOf(buffer));
 }
 
-/// Of what a call puts off, `asyncSync` comes first. It fails, and what comes after it is lost.
+/// Of the events that a call postpones, `asyncSync` is delivered first. It fails, and the later ones are lost.
 TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
 {
     control->hooks["unlocked"] = [&] {
@@ -507,7 +510,7 @@ TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
     EXPECT_EQ(0u, probe.pending());
 }
 
-/// Tells when it is destroyed.
+/// Sets a flag when it is destroyed.
 class LeavingManager : public RecordingManager
 {
 public:
@@ -565,7 +568,7 @@ TEST_F(MbBufferTest, WithoutAStateIsNotMadeAndWithoutTheRestCannotBeLocked)
     EXPECT_EQ("Freed", stateOf(empty));
 }
 
-/// A failure that cannot be told is in the trace, whatever its class.
+/// An exception that cannot be thrown is traced, also if its class is unknown.
 TEST_F(MbBufferTest, FailuresWhileAnExceptionPassesAreTraced)
 {
     TraceCapture capture("Exception");
@@ -594,7 +597,7 @@ TEST_F(MbBufferTest, FailuresWhileAnExceptionPassesAreTraced)
     EXPECT_EQ(Lines{"Exception: free"}, capture.take());
     EXPECT_EQ("Loaded", probe.stateName());
     control->hooks.clear();
-    // It has not ended. Release a last reference once more.
+    // The buffer has not ended. Release a last reference once more.
     RCShdPtr<MbBufferImp> const last(&probe.imp);
 }
 
@@ -624,7 +627,7 @@ TEST_F(MbBufferTest, ItsProtocolCannotWaitForItself)
         note([&] { MbBufferRdGuardImp const guard(buffer); });
         note([&] { MbBufferWrGuardImp const guard(buffer); });
         note([&] { buffer.sync(); });
-        // These are put off.
+        // These events are postponed.
         buffer.asyncSync();
         buffer.free();
     };
@@ -646,6 +649,7 @@ public:
     void rdlock(MbBufferImp *buffer) const override { buffer->changeState(next); }
     void destroy(MbBufferImp *) const override {}
     MbState const *entering(MbBufferImp *) const override { return next; }
+    char const *getName() const override { return "Unsteady"; }
 
     MbState const *next = nullptr;
 };
@@ -654,6 +658,7 @@ class Refusing : public MbStateImp
 {
 public:
     MbState const *entering(MbBufferImp *) const override { throw Failure("refused"); }
+    char const *getName() const override { return "Refusing"; }
 };
 
 TEST_F(MbBufferTest, AssertsThatTheStateItFallsBackToIsStable)
@@ -712,7 +717,7 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForAnAsynchronousOperation)
         return probe.waiters() == 1;
     });
     control->log.take();
-    // A count of its own keeps the object until its operation is over.
+    // A keep-alive count keeps the object until the operation is over.
     imp.addKeepAlive();
     handle->performSucceeded();
     last.join();
@@ -758,10 +763,59 @@ TEST_F(MbBufferTest, OfAPlainProtocolHasItsContentsWhileItIsLoaded)
         std::memset(guard.getMemory(), 'y', 1000);
     }
     EXPECT_EQ("Unloaded", stateOf(first));
-    // Nobody has brought them back: what is there is not said.
+    // The plain protocol does not bring the contents back, so they are undefined.
     MbBufferWrGuardImp const guard(first);
     EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 128);
     std::memset(guard.getMemory(), 'z', 1000);
+}
+
+TEST_F(MbBufferTest, GuardsGiveTheDataAsASpan)
+{
+    static_assert(std::is_same_v<decltype(std::declval<MbBufferRdGuardImp>().getData()),
+                                 std::span<std::byte const>>);
+    static_assert(std::is_same_v<decltype(std::declval<MbBufferWrGuardImp>().getData()),
+                                 std::span<std::byte>>);
+    {
+        MbBufferWrGuardImp const guard(buffer);
+        EXPECT_EQ(guard.getData().data(), guard.getMemory());
+        EXPECT_EQ(guard.getData().size(), static_cast<std::size_t>(buffer.getSize()));
+        guard.getData().back() = std::byte{7};
+    }
+    MbBufferRdGuardImp const guard(buffer);
+    EXPECT_EQ(guard.getData().data(), guard.getMemory());
+    EXPECT_EQ(guard.getData().size(), static_cast<std::size_t>(buffer.getSize()));
+    EXPECT_EQ(guard.getData().back(), std::byte{7});
+}
+
+TEST_F(MbBufferTest, NullGuardsHaveNoData)
+{
+    EXPECT_THROW(static_cast<void>(MbBufferRdGuardImp().getData()), RCEx::ExNullPtr);
+    EXPECT_THROW(static_cast<void>(MbBufferWrGuardImp().getData()), RCEx::ExNullPtr);
+}
+
+TEST(MbProtocol, GivesItsMemoryAsASpan)
+{
+    struct Protocol : MbProtocol
+    {
+        using MbProtocol::getData;
+    };
+    char memory[5] = {};
+    std::span<std::byte> const data = Protocol::getData(memory, sizeof memory);
+    EXPECT_EQ(static_cast<void *>(data.data()), memory);
+    EXPECT_EQ(data.size(), sizeof memory);
+}
+
+TEST_F(MbBufferTest, RegionCanBeSetAsASpan)
+{
+    // 7 bytes behind a multiple of 64: the data, at a multiple of 64, begins 57 bytes later.
+    alignas(64) std::byte memory[512];
+    std::span<std::byte> const region(memory + 7, 300);
+    MbBufferImp &imp = *buffer.getImp();
+    imp.setRegion(region);
+    EXPECT_EQ(imp.getRegionStart(), reinterpret_cast<std::uintptr_t>(memory + 7));
+    EXPECT_EQ(imp.getRegionEnd(), reinterpret_cast<std::uintptr_t>(memory + 307));
+    EXPECT_EQ(imp.getDataStart(), reinterpret_cast<std::uintptr_t>(memory + 64));
+    imp.clearRegion();
 }
 
 TEST_F(MbBufferTest, RegionHasRoomForTheAlignment)
@@ -795,7 +849,7 @@ private:
     {
         _log.add(what + std::string(" ") + std::to_string(size));
         if (fails)
-            throw 1; // no exception of anybody's family
+            throw 1; // not derived from any exception class
     }
 
     Log &_log;
@@ -881,7 +935,7 @@ TEST(MbEx, HasItsTexts)
     static_assert(std::is_base_of_v<std::invalid_argument, MbEx::ExInvalidArgument>);
     static_assert(std::is_base_of_v<std::range_error, MbEx::ExRangeError>);
     static_assert(std::is_base_of_v<std::range_error, MbEx::ExNotEnoughMemory>);
-    // A name of any length neither overruns nor loses the beginning.
+    // A long name does not overrun the text, and its beginning is kept.
     MbEx::ExIllegalTransition const longName("f", 1, std::string(100000, 'n').c_str(), "e", "s");
     EXPECT_EQ(0u, std::string(longName.what()).find("Illegal transition: buffer nnn"));
 }

@@ -11,7 +11,7 @@ namespace {
 
 using namespace ZvTest;
 
-/// "abcdefgh…" from a letter on; counts how often it is asked.
+/// Loads "abcdefgh…" from a letter on, and counts its calls.
 class Letters : public MbProtocol
 {
 public:
@@ -42,7 +42,7 @@ protected:
     std::string assertionOf(int offset1, int size1, int offset2, int size2)
     {
         try {
-            factory.create(first, offset1, size1, second, offset2, size2);
+            static_cast<void>(factory.create(first, offset1, size1, second, offset2, size2));
             return "";
         } catch (AssertionFailed const &failure) {
             return failure.getExpression();
@@ -73,7 +73,7 @@ TEST_F(DualBuffer, GluesTwoSlices)
     EXPECT_EQ("hijABCD", contentsOf(dual));
 }
 
-/// The budget of the sources has room for one of them: each has to go for the other.
+/// The budget has room for one of the sources, so that each is evicted for the other.
 TEST_F(DualBuffer, ReadsItsSourcesBackOneAfterTheOther)
 {
     MbBuffer dual = factory.create(first, 0, 10, second, 0, 10);
@@ -84,7 +84,7 @@ TEST_F(DualBuffer, ReadsItsSourcesBackOneAfterTheOther)
     EXPECT_EQ("abcdefghijABCDEFGHIJ", contentsOf(dual));
     EXPECT_EQ(2, nbFirst);
     EXPECT_EQ(2, nbSecond);
-    // They are buffers like any other.
+    // The sources can be used as before.
     EXPECT_EQ("abcdefghij", contentsOf(first));
     EXPECT_EQ(3, nbFirst);
     EXPECT_EQ("Unloaded", stateOf(second));
@@ -138,7 +138,7 @@ TEST_F(DualBuffer, CannotBeLargerThanASizeCanSay)
     for (int size : {1, INT_MAX}) {
         std::string expression;
         try {
-            factory.create(large, 0, INT_MAX, large, 0, size);
+            static_cast<void>(factory.create(large, 0, INT_MAX, large, 0, size));
         } catch (AssertionFailed const &failure) {
             expression = failure.getExpression();
         }

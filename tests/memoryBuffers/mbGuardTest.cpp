@@ -1,4 +1,4 @@
-// What handles and guards deliver to their buffer, seen by a state that only takes notes.
+// Events that handles and guards deliver to their buffer, recorded by a state.
 
 #include "recording.h"
 
@@ -138,7 +138,7 @@ TEST_F(Handles, TellNameSizeAndAlignment)
         MbBufferSimpleFactory(&state, manager).create("c", 77, MbAlignment(7, 63, 16));
     std::string const name = "c";
     EXPECT_EQ(name, buffer.getName());
-    // The characters are the buffer's own.
+    // The characters belong to the buffer.
     EXPECT_EQ(buffer.getName(), buffer.getName());
     EXPECT_EQ(77, buffer.getSize());
     EXPECT_EQ(7u, buffer.getAlignment().getAlignmentMask());
@@ -323,7 +323,7 @@ TEST_F(WriteGuards, ThatCannotLockAreNotMade)
 
 TEST_F(WriteGuards, OfAWriteLockedBufferAreAllThereIsToCopy)
 {
-    // A read guard gives no write guard, and a write guard's source holds its lock for as long as it is there.
+    // A read guard cannot become a write guard, and the source of a write guard holds its lock.
     static_assert(!std::is_constructible_v<MbBufferWrGuardImp, MbBufferRdGuardImp const &>);
     static_assert(!std::is_assignable_v<MbBufferWrGuardImp &, MbBufferRdGuardImp const &>);
     static_assert(!std::is_assignable_v<MbBufferWrGuardImp &, MbBuffer const &>);

@@ -1,4 +1,4 @@
-// Budgets, one step at a time.
+// Managers: budgets, eviction and waiting, one step at a time.
 
 #include "allocations.h"
 #include "recording.h"
@@ -29,7 +29,7 @@ std::uint64_t lengthOf(MbBuffer const &buffer)
     return imp.getRegionEnd() - imp.getRegionStart();
 }
 
-/// A prefetch fails, and so does what is told of it, again and again.
+/// A prefetch fails, and the call that reports the failure throws several times.
 void failToTell(MbBuffer &buffer, Control &control, int times)
 {
     control.hooks["asyncLoadFailed"] = [] { throw std::runtime_error("not now"); };
@@ -102,7 +102,7 @@ TEST_F(HeapManager, RefusesOneByteMoreThanTheBudgetAtOnceAndUnloadsNothing)
     EXPECT_TRUE(other.isLoaded());
     EXPECT_EQ(std::uint64_t{UNIT}, manager->getAllocated());
 
-    // A distance by which any sum would wrap around.
+    // With this distance any sum wraps around.
     MbBuffer const wide = factory.create("wide", UNIT, MbAlignment(~std::uint64_t{0}, 0, 0));
     EXPECT_THROW(load(wide), MbEx::ExNotEnoughMemory);
 }
@@ -193,7 +193,7 @@ TEST_F(HeapManager, WhoWaitsIsWokenByAnUnlock)
 TEST_F(HeapManager, WhoWaitsIsWokenByAFree)
 {
     auto const control = std::make_shared<Control>();
-    // Under way, and so no victim.
+    // An operation is under way, so the buffer cannot be evicted.
     MbBuffer other = make("other", control);
     other.prefetch();
     MbBuffer const large = make("large", 4 * UNIT);
@@ -243,7 +243,7 @@ TEST_F(HeapManager, AVictimThatFailsFailsTheLoadAndStaysLoaded)
     EXPECT_EQ(4u * UNIT, manager->getAllocated());
     EXPECT_EQ(Lines{}, loaderControl->log.take());
     EXPECT_EQ(1, MbBufferProbe(victim).keepAlive());
-    // It is a victim still.
+    // The buffer can still be evicted.
     victimControl->hooks.clear();
     load(buffer);
     EXPECT_EQ("Unloaded", stateOf(victim));
@@ -322,7 +322,7 @@ public:
     ~BadlyEndingProtocol() noexcept(false) override { throw std::runtime_error("~protocol"); }
 };
 
-/// The thread that has chosen the victim ends it then. Two failures at once do not end the process.
+/// Then the thread that has selected the buffer ends it. Two failures at once do not end the process.
 TEST_F(HeapManager, AVictimWhoseLastHandleGoesMayFailAndEndBadly)
 {
     auto const control = std::make_shared<Control>();
@@ -365,7 +365,7 @@ TEST_F(HeapManager, AThreadThatWaitsForMemoryKeepsNoOtherFromTheBuffer)
     EXPECT_TRUE(wanted.isLoaded());
 }
 
-/// The same while another buffer is unloaded for it, and while it is loaded.
+/// A name can be asked for while another buffer is evicted, and while the buffer is loaded.
 TEST_F(HeapManager, AThreadThatUnloadsAVictimKeepsNoOtherFromTheBuffer)
 {
     auto const victimControl = std::make_shared<Control>();
@@ -390,7 +390,7 @@ TEST_F(HeapManager, AThreadThatUnloadsAVictimKeepsNoOtherFromTheBuffer)
               text.str());
 }
 
-/// The thread that unloads it is loading that buffer.
+/// The protocol of the evicted buffer locks the buffer that its thread is loading.
 TEST_F(HeapManager, AVictimCannotLockTheBufferThatItGoesFor)
 {
     auto const control = std::make_shared<Control>();
@@ -465,7 +465,7 @@ TEST_F(HeapManager, DumpsToAStreamThatUsesItsBuffers)
     EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU", text.str());
 }
 
-/// Says that it has given a region, and has not.
+/// Reports that it has set a region, and has not.
 class CarelessManager : public MbPoolManager
 {
 public:
@@ -490,7 +490,7 @@ TEST(MbPoolManager, AssertsThatARegionHasBeenSet)
     EXPECT_EQ("Freed", stateOf(buffer));
 }
 
-/// Who has chosen a victim comes to its mutex while the victim, loaded anew, waits for memory itself.
+/// A thread has selected a buffer, and takes its mutex while the buffer is loaded again and waits for memory itself.
 TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
 {
     for (int turn = 0; turn < 30; ++turn) {
@@ -521,7 +521,7 @@ TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
             v.free();
             holdsF.emplace(f);
         }
-        // One needs a part, which may come, the other two, which come after it.
+        // One buffer needs one part of the memory, and the other one needs two parts, which are freed later.
         waitForWaiters(*manager, 2);
         holdsA.reset();
         loader.join();
@@ -533,7 +533,7 @@ TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
 
 // ---- without memory for the books
 
-/// A manager of either strategy, whose budget is no matter.
+/// A manager of either strategy, with a budget that is large enough.
 class BuffersWithoutMemory : public testing::TestWithParam<bool>
 {
 protected:
@@ -558,7 +558,7 @@ protected:
         new MbHeapManager("heap", 100 * UNIT, ObjPtr<MbUnloadStrategy>(makeStrategy()))};
 };
 
-/// Whatever order they are locked and unlocked in, for the first time or again.
+/// Buffers are locked and unlocked in any order, for the first time or again.
 void unlockWithoutMemory(std::vector<MbBuffer> const &buffers)
 {
     for (int round = 0; round < 3; ++round) {
@@ -592,7 +592,7 @@ TEST_P(BuffersWithoutMemory, AreUnlockedAlsoWhereItCannotBeTraced)
     LgTrace::setOutput(nullptr, nullptr);
 }
 
-/// All that may happen to a buffer that is loaded.
+/// All events of a buffer that is loaded.
 TEST_P(BuffersWithoutMemory, AreUsedSynchedUnloadedFreedAndEnded)
 {
     for (bool const isTracing : {false, true}) {
@@ -667,7 +667,7 @@ protected:
 
     static MbManager *newManager(std::uint64_t size)
     {
-        // Pages, so that the pool begins at a multiple of every alignment that is asked for here.
+        // Memory in pages, so that the arena begins at a multiple of every alignment in this test.
         return new MbArenaManager(
             "arena",
             ObjPtr<DaArenaPool>(DaArenaPool::create(DaMemoryMapAllocator::create("pages"), size)),
@@ -693,7 +693,7 @@ TEST_F(ArenaManager, TakesPoolAndStrategyOver)
 
 TEST_F(ArenaManager, TakesNoMoreThanTheSizeFromAnAlignedPlace)
 {
-    // As many as there is room for, without an allowance.
+    // As many buffers as fit, without room for their alignment.
     std::vector<MbBuffer> buffers;
     for (int i = 0; i < 8; ++i) {
         buffers.push_back(factory.create("a", 128));
@@ -760,7 +760,7 @@ MbManager *newArena(ObjPtr<DaArenaPool> pool)
     return new MbArenaManager("arena", pool, makeObj<MbUnloadLRU>(0));
 }
 
-/// Pools give multiples of 8 bytes.
+/// An arena gives multiples of 8 bytes.
 TEST_F(ArenaManager, RefusesWhatTheEndOfThePoolIsTooShortFor)
 {
     RCShdPtr<MbManager> const odd(
@@ -790,7 +790,7 @@ private:
     alignas(128) char _memory[2048];
 };
 
-/// It is only known when the last of the others has given its memory back.
+/// That the buffer does not fit is known only when all others have given their memory back.
 TEST_F(ArenaManager, RefusesWhatNoPlaceIsAlignedFor)
 {
     RCShdPtr<MbManager> const crooked(
@@ -818,7 +818,7 @@ TEST_F(ArenaManager, TakesPiecesThatAreTooSmallForNoMemoryAtAll)
     }
     for (std::size_t i = 0; i < 8; i += 2)
         buffers[i].free();
-    // Half of the pool is free, a quarter in one piece is not: the one between the first two goes.
+    // Half of the arena is free, but no quarter is free in one piece. The buffer between the first two is evicted.
     MbBuffer const large = factory.create("large", 256);
     load(large);
     EXPECT_EQ("Unloaded", stateOf(buffers[1]));

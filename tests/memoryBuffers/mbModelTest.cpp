@@ -1,8 +1,8 @@
-// The machine against its model, on long random sequences of events from several threads.
+// Compares the state machine with its model, on long random sequences of events from several threads.
 //
 // At each step one thread does one thing: it delivers an event, or the call of the protocol that it is in delivers one,
-// returns or throws. Then everybody comes to rest, and the buffer has to be where the model says. Threads that wait are
-// woken as the machine sees fit; where several are, the model allows every order, but nobody may be forgotten.
+// returns or throws. Then all threads come to rest, and the buffer must be in the state of the model. The machine may wake
+// waiting threads in any order, so the model allows every order. No thread may be forgotten.
 
 #include "scene.h"
 
@@ -127,7 +127,7 @@ public:
     }
     ~Walk()
     {
-        // Who returns may wake another one, which calls the protocol then.
+        // A thread that returns may wake another one, which then calls the protocol.
         auto const isInProtocol = [](auto const &worker) {
             return worker->status == Status::IN_PROTOCOL;
         };
@@ -148,7 +148,7 @@ public:
         _workers.clear();
     }
 
-    /// False where there is nothing left to do.
+    /// Returns false if there is nothing left to do.
     bool step()
     {
         for (int tries = 0; tries < 50 && !testing::Test::HasFailure(); ++tries) {
@@ -171,7 +171,7 @@ private:
     int pick(int choices) { return static_cast<int>(_random() % static_cast<unsigned>(choices)); }
     int pickEvent()
     {
-        // Some of them would otherwise end the walk too soon, or never come to pass.
+        // Otherwise some of these events would end the walk too soon, or never happen.
         static constexpr int events[] = {0, 0, 0, 1, 1, 2, 3, 3,  4,  4,  5,
                                          6, 6, 6, 7, 7, 8, 8, 10, 10, 11, 11};
         return pick(60) == 0 ? 9 : events[pick(std::size(events))];
@@ -193,7 +193,7 @@ private:
                 interpreter.throwFromProtocol(worker);
             Model::settle(next, results);
         }
-        // Somebody has to be left who can wake the others.
+        // At least one thread must be left that can wake the others.
         for (auto const &result : results)
             if (std::all_of(result.second.threads.begin(), result.second.threads.end(),
                             [](auto const &thread) { return thread.status == Status::WAITING; }))
@@ -221,10 +221,10 @@ private:
         return !_configs.empty();
     }
 
-    /// Waits until each thread is idle, waits, or is in a call of the protocol. Returns how things are then.
+    /// Waits until every thread is idle, waits, or is in a call of the protocol. Returns the observable state.
     ///
-    /// A thread that begins to wait in the buffer cannot say so. This one sleeps between its looks, so that it does not
-    /// take the processor from those it waits for.
+    /// A thread that begins to wait in the buffer cannot report it. This thread sleeps between its looks, so that it
+    /// does not take the processor from the threads that it waits for.
     std::string rest()
     {
         for (;; static_cast<void>(_moved.try_acquire_for(std::chrono::microseconds(100)))) {
@@ -260,7 +260,7 @@ private:
     std::counting_semaphore<> _moved{0};
     Scene _scene;
     std::vector<std::unique_ptr<Worker>> _workers;
-    /// All that the buffer and its threads may be, as far as it shows.
+    /// All configurations that the buffer and its threads may have, as far as they can be observed.
     std::vector<Model::Config> _configs;
     std::string _history;
 };

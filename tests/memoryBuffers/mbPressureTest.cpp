@@ -1,4 +1,4 @@
-// Many threads, many buffers, little memory, and protocols that are slow or fail.
+// Stress test: many threads, many buffers, little memory, and protocols that are slow or fail.
 
 #include "recording.h"
 #include "resmgt/dynamicAllocation.h"
@@ -15,7 +15,7 @@ namespace {
 
 using namespace ZvTest;
 
-/// Ends asynchronous operations on a thread of its own, some of them badly.
+/// Completes asynchronous operations on a thread of its own. Some of them fail.
 class Store
 {
 public:
@@ -26,7 +26,7 @@ public:
         _jobs.emplace_back(handle, std::move(work));
         _filled.notify_one();
     }
-    /// Whether this call is one that fails.
+    /// Returns true if this call must fail.
     bool fails()
     {
         if (!_isFailing)
@@ -168,7 +168,7 @@ public:
                     doSomething(random);
                 --nbRunning;
             });
-        // Whoever waits does so for want of a victim.
+        // A thread waits only if there is no buffer to evict.
         while (nbRunning != 0) {
             EXPECT_TRUE(MbManagerProbe::isFair(*_manager));
             std::this_thread::yield();
@@ -177,7 +177,7 @@ public:
             thread.join();
         EXPECT_EQ(0, MbManagerProbe::waiters(*_manager));
     }
-    /// No write is lost.
+    /// Asserts that no write is lost.
     void check()
     {
         _store.setFailing(false);
@@ -239,7 +239,7 @@ private:
             ++_nbFailures;
         }
     }
-    /// A buffer that ends while it may be somebody's victim.
+    /// A buffer that ends while another thread may have selected it.
     void useShortly()
     {
         MbBuffer const buffer =
@@ -254,7 +254,7 @@ private:
     std::atomic<int> _nbFailures = 0;
 };
 
-/// Room for a few of the buffers only, down to the largest one alone.
+/// The budgets have room for a few of the buffers, down to the largest one alone.
 constexpr std::uint64_t BUDGETS[] = {Pressure::LARGEST + 63, 3 * Pressure::LARGEST,
                                      6 * Pressure::LARGEST};
 constexpr int STEPS = 300;
@@ -300,7 +300,7 @@ TEST(MbPressure, OfAnArena)
             pressure.check();
             EXPECT_NE(0, pressure.getNbFailures());
         }
-        // The pool's destructor asserts that all blocks are back.
+        // The destructor of the arena asserts that all blocks were given back.
         EXPECT_NO_THROW(manager = RCShdPtr<MbPoolManager>());
     }
 }

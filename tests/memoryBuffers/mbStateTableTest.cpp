@@ -1,4 +1,4 @@
-// Each cell of the table, in both machines, and each way in which a state can fail when it is entered.
+// The table of the state machine: each cell in both machines, and each failure of a state that is entered.
 
 #include "scene.h"
 
@@ -44,7 +44,7 @@ protected:
         config.threads.resize(2);
         return config;
     }
-    /// The event from thread 0, all calls of the protocol succeeding.
+    /// Delivers the event from thread 0. All calls of the protocol succeed.
     static Model::Config expected(Model::Config config, int event)
     {
         Model::Interpreter interpreter(config);
@@ -69,7 +69,7 @@ protected:
     void checkWait(Scene &scene, Model::Config const &config, int event);
 };
 
-/// The event waits; when the buffer has become Destroyed, it is delivered to that state.
+/// The event waits. When the buffer is in Destroyed, the event is delivered to that state.
 void Cells::checkWait(Scene &scene, Model::Config const &config, int event)
 {
     ASSERT_NE(Owner::SELF, owner);
@@ -82,7 +82,7 @@ void Cells::checkWait(Scene &scene, Model::Config const &config, int event)
     });
     hasMutex.acquire();
     {
-        // The thread lets go of the mutex when it waits or when it is done.
+        // The thread releases the mutex when it waits or when it is done.
         LkGuard<LkMutex const> const guard(scene.probe.mutex());
         EXPECT_EQ(1, scene.probe.waiters());
         EXPECT_EQ(config.state, scene.probe.stateName());
@@ -137,6 +137,95 @@ INSTANTIATE_TEST_SUITE_P(
     BothMachines, Cells,
     testing::Combine(testing::Bool(), testing::Values(Owner::NOBODY, Owner::SELF, Owner::OTHER)));
 
+// ---- the table of the library beside that of the model
+
+/// A reaction in the words of the model.
+std::string textOf(MbReaction reaction)
+{
+    std::string const next =
+        reaction.next == MbStateId::NONE ? "" : MbTable::rowOf(reaction.next).name;
+    switch (reaction.kind) {
+    case MbReaction::REFUSE:
+        return "X";
+    case MbReaction::IGNORE:
+        return ".";
+    case MbReaction::WAIT:
+        return "W";
+    case MbReaction::DEFER:
+        return "D";
+    case MbReaction::POSTPONE:
+        return "Q";
+    case MbReaction::ADD_LOCK:
+        return next.empty() ? "+1" : "+1 " + next;
+    case MbReaction::DROP_LOCK:
+        return "-1 " + next;
+    case MbReaction::TOUCH:
+        return "touch";
+    case MbReaction::DEALLOCATE:
+        return "dealloc " + next;
+    case MbReaction::CHANGE:
+    case MbReaction::COMPLETE:
+        return next;
+    }
+    return "unknown";
+}
+
+/// The actions of a row in the words of the model.
+Lines actionsOf(MbEnteringRow const &row)
+{
+    static std::map<MbStep, std::string> const steps = {{MbStep::ALLOCATE, "allocateRegion"},
+                                                        {MbStep::DEALLOCATE, "deallocateRegion"},
+                                                        {MbStep::ADD_LOCK, "+1"},
+                                                        {MbStep::UNLOADABLE, "bufferUnloadable"}};
+    Lines actions;
+    auto const addStep = [&](MbStep step) {
+        if (step != MbStep::NOTHING)
+            actions.push_back(steps.at(step));
+    };
+    auto const addCall = [&](MbProtocolCall const &call) {
+        if (call.name)
+            actions.push_back('[' + std::string(call.name) + ']');
+    };
+    addStep(row.before);
+    addCall(row.calls.first);
+    addCall(row.calls.second);
+    addStep(row.after);
+    return actions;
+}
+
+TEST(MbStateTable, HasTheReactionsOfTheModel)
+{
+    ASSERT_EQ(std::size(Model::table), std::size(MbTable::states));
+    for (std::size_t i = 0; i < std::size(MbTable::states); ++i) {
+        EXPECT_STREQ(MbTable::states[i].name, Model::table[i].state);
+        for (int event = 0; event < EVENTS; ++event)
+            EXPECT_EQ(textOf(MbTable::states[i].reactions[event]), Model::table[i].cells[event])
+                << Model::table[i].state << ' ' << eventNames[event];
+    }
+}
+
+TEST(MbStateTable, HasTheEnteringsOfTheModel)
+{
+    EXPECT_EQ(std::size(MbTable::enterings), Model::enterings.size());
+    for (Model::Entering const &expected : Model::enterings) {
+        SCOPED_TRACE(expected.state);
+        auto const found =
+            std::find_if(std::begin(MbTable::enterings), std::end(MbTable::enterings),
+                         [&](MbEnteringRow const &row) {
+                             return std::string(MbTable::rowOf(row.state).name) == expected.state;
+                         });
+        ASSERT_NE(found, std::end(MbTable::enterings));
+        EXPECT_EQ(actionsOf(*found), expected.actions);
+        EXPECT_EQ(textOf(found->next), expected.next);
+    }
+}
+
+TEST(MbStateTable, NamesTheEventsInTheOrderOfTheirBits)
+{
+    for (int event = 0; event < EVENTS; ++event)
+        EXPECT_STREQ(MbTable::nameOf(eventOf(event)), eventNames[event]);
+}
+
 TEST(MbStates, AreThirtyWithTheirNamesInBothMachines)
 {
     EXPECT_EQ(30u, std::size(Model::table));
@@ -182,7 +271,7 @@ TEST(MbStateMachine, TracingMachineIsSilentWhileItsLevelIsOff)
 
 // ---- a protocol that throws
 
-/// A state, and the event that leads into a run of which one call of the protocol fails.
+/// A state, and an event that begins a run in which one call of the protocol fails.
 struct FailingRun
 {
     char const *state;
@@ -261,7 +350,7 @@ TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
     EXPECT_EQ(25, failures);
 }
 
-/// The first, the second … call fails by which the manager is told of what may be unloaded.
+/// The first, the second … call fails that tells the manager whether the buffer may be evicted.
 TEST_P(Failures, OfTheManagerTakeTheBufferBackToo)
 {
     bool const isTracing = GetParam();
@@ -306,7 +395,8 @@ TEST_P(Failures, OfTheManagerTakeTheBufferBackToo)
             EXPECT_EQ(config.log, scene.control->log.take());
         }
     }
-    // Ten calls in what begins in Loaded, seven in what begins in Synched, and one in each of six runs that end there.
+    // Ten calls in runs that begin in Loaded, seven in runs that begin in Synched, and one in each of six runs that
+    // end in one of the two.
     EXPECT_EQ(23, failures);
 }
 

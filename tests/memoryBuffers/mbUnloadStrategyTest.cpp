@@ -29,7 +29,7 @@ protected:
         strategy.dump(text);
         return text.str();
     }
-    /// The victims in their order, each of which leaves the set.
+    /// Removes the selected buffers one after the other. Returns them in that order.
     static std::string drain(MbUnloadStrategy &strategy)
     {
         std::string order;
@@ -50,7 +50,7 @@ protected:
     MbBufferImp * const d = make("d");
 };
 
-/// Buffers come and go in a set for which there is room for so many.
+/// Inserts and removes the buffers in a set that has room for them.
 void expectNothingIsAllocated(MbUnloadStrategy &strategy, std::vector<MbBufferImp *> const &buffers)
 {
     AllocationCount const allocations;
@@ -64,7 +64,7 @@ void expectNothingIsAllocated(MbUnloadStrategy &strategy, std::vector<MbBufferIm
     EXPECT_TRUE(strategy.isEmpty());
 }
 
-/// As many as there is room for, however the room has come about.
+/// Makes room for the buffers in several ways, and inserts them.
 template <class Strategy>
 void expectRoom(MbBufferImp *stranger, std::vector<MbBufferImp *> const &buffers)
 {
@@ -106,7 +106,7 @@ void expectRoom(MbBufferImp *stranger, std::vector<MbBufferImp *> const &buffers
     expectNothingIsAllocated(copy, buffers);
 }
 
-/// What does not join for want of memory leaves no trace.
+/// A buffer that cannot be inserted because there is no memory leaves the set unchanged.
 template <class Strategy>
 void expectRefusalsLeaveNothing(std::vector<MbBufferImp *> const &buffers)
 {
@@ -194,7 +194,7 @@ TEST_F(LRU, ABufferThatJoinsTwiceIsFoundAtItsNewPlace)
     strategy.insertBuffer(a);
     strategy.insertBuffer(c);
     strategy.removeBuffer(a);
-    // Its older place stays behind.
+    // Its older place is kept.
     EXPECT_EQ(a, strategy.selectVictim());
     strategy.insertBuffer(d);
     strategy.removeBuffer(c);
@@ -262,7 +262,7 @@ TEST_F(LRU, ThroughAManagerUnlockAndPrefetchCountAsUse)
         MbBufferRdGuardImp const guard(fourth);
         EXPECT_FALSE(first.isLoaded());
     }
-    // In their order of use: second, third, fourth; a prefetch makes second the last.
+    // The order of use is second, third, fourth. A prefetch makes second the last.
     second.prefetch();
     MbBufferRdGuardImp const guard(first);
     EXPECT_FALSE(third.isLoaded());
@@ -305,7 +305,7 @@ TEST_F(Random, AllocatesNothingWhereThereIsRoom)
     expectRefusalsLeaveNothing<MbUnloadRandom>(many);
 }
 
-/// The order in the container, as the dump has it.
+/// Returns the order in the container from the dump.
 std::string containerOf(MbUnloadRandom const &strategy)
 {
     std::ostringstream dump;
@@ -336,7 +336,7 @@ TEST_F(Random, RemovingTheLastLeavesTheOthersAndRemovingAnotherMovesOne)
     EXPECT_EQ("adc", containerOf(strategy));
     strategy.removeBuffer(d);
     EXPECT_EQ("ac", containerOf(strategy));
-    strategy.removeBuffer(b); // a stranger
+    strategy.removeBuffer(b); // not in the set
     strategy.removeBuffer(a);
     strategy.removeBuffer(c);
     EXPECT_TRUE(strategy.isEmpty());
@@ -391,7 +391,7 @@ TEST_F(Random, SelectsAllOfThemAboutEquallyOften)
     }
 }
 
-/// 2147483647 times the number, whole, modulo the count.
+/// Returns the integer part of 2147483647 times the number, modulo the count.
 TEST_F(Random, SelectsByTheGeneratorsNumbers)
 {
     MbUnloadRandom strategy(3);

@@ -1,7 +1,7 @@
-// The machine of the buffers once more, as a table and an interpreter: what the tests hold the real one against.
+// Model of the state machine of buffers: a second table and an interpreter, with which the tests compare the real one.
 //
-// A configuration is a value. Threads in it stop where the real ones do: in a call of the protocol and in a wait. Which
-// of several woken threads goes first is open: `settle` gives all that can come of it.
+// A configuration is a value. Its threads stop at the same points as the real ones, in a call of the protocol and in a
+// wait. If several threads are woken, any of them may be first. `settle` gives all results.
 #pragma once
 
 #include <algorithm>
@@ -20,7 +20,7 @@ constexpr char const *eventNames[EVENTS] = {
     "rdlock", "wrlock", "wrdup", "prefetch", "asyncSync",        "sync",
     "unlock", "unload", "free",  "destroy",  "asyncOpSucceeded", "asyncOpFailed"};
 
-/// X refused, . ignored, W wait, D defer or wait, Q put off, +1 and -1 the lock count, a name the state that follows.
+/// X refused, . ignored, W wait, D postpone or wait, Q postpone, +1 and -1 the lock count, a name is the next state.
 struct Row
 {
     char const *state;
@@ -61,8 +61,8 @@ constexpr Row table[] = {
     {"Destroyed", {"X", "X", "X", "X", "X", "X", "X", ".", "X", "X", "X", "X"}},
 };
 
-/// What happens when a state is entered: calls of the manager, of the protocol in brackets, the lock count; then the
-/// state that follows.
+/// The work of a state that is entered: calls of the manager, calls of the protocol in brackets, and the lock count. Then
+/// the next state.
 struct Entering
 {
     char const *state;
@@ -136,9 +136,9 @@ struct Frame
     {
         DELIVER, // one event, until it is done
         CHANGE,  // a run from state to state
-        PENDING, // what was put off
+        PENDING, // the postponed events
         HOOK,    // inside a call of the protocol
-        UNWIND   // what has failed goes on to the caller
+        UNWIND   // an exception on its way to the caller
     };
 
     Kind kind;
@@ -169,7 +169,7 @@ struct Config
     int owner = NOBODY;
     bool hasRegion = false;
     std::vector<Thread> threads;
-    /// The call of `bufferNotUnloadable` or `bufferUnloadable` that fails, counted from 1; 0 for none.
+    /// The number of the call of `bufferNotUnloadable` or `bufferUnloadable` that fails, from 1 on, or 0 for none.
     int failing = 0;
     std::vector<std::string> log;
     std::vector<std::string> trace;
@@ -185,7 +185,7 @@ struct Config
             text << "\n  " << line;
         return text.str();
     }
-    /// With what does not show: how far each thread has come.
+    /// Adds what cannot be observed: the frames of each thread.
     std::string toFullString() const
     {
         std::ostringstream text;
@@ -207,7 +207,7 @@ class Interpreter
 public:
     explicit Interpreter(Config &config) : _config(config) {}
 
-    /// An idle thread delivers an event; or one in a call of the protocol does, from there.
+    /// Lets a thread deliver an event. It must be idle or in a call of the protocol.
     void begin(int thread, int event)
     {
         Thread &self = _config.threads[thread];
@@ -270,7 +270,7 @@ public:
     }
 
 private:
-    /// False when the manager fails.
+    /// Returns false if the manager fails.
     bool say(std::string const &line)
     {
         _config.log.push_back(line);
@@ -307,7 +307,7 @@ private:
         int const event = self.frames.back().event;
         std::uint32_t const bit = std::uint32_t{1} << event;
         std::string cell = cellOf(_config.state, event);
-        // There is nothing in a region that is gone.
+        // A load cannot succeed if the region is gone.
         if (event == ASYNC_OP_SUCCEEDED && cell.find("oadSucceeded") != std::string::npos &&
             !_config.hasRegion)
             cell = "X";
@@ -410,7 +410,7 @@ private:
         self.frames.push_back({.kind = Frame::DELIVER, .event = event});
     }
 
-    /// A step of a run fails: the buffer goes back to the state in which the run began.
+    /// A step of a run fails. The buffer returns to the state in which the run began.
     void failRun(int thread)
     {
         Thread &self = _config.threads[thread];
@@ -440,14 +440,14 @@ private:
         Thread &self = _config.threads[thread];
         while (!self.frames.empty() && self.frames.back().kind != Frame::HOOK) {
             Frame const frame = self.frames.back();
-            // It counts as a failure of its own.
+            // An exception while the lock is given back is traced, and goes no further.
             if (frame.kind == Frame::UNWIND)
                 return;
             self.frames.pop_back();
-            // Of a run, only the delivery of what was put off fails here.
+            // Only the delivery of postponed events can fail here.
             if (frame.kind == Frame::CHANGE)
                 endRun(frame);
-            // A lock that fails gives its hold back.
+            // A lock event that fails gives its lock back.
             if (frame.kind == Frame::DELIVER && frame.isDone &&
                 (frame.event == RDLOCK || frame.event == WRLOCK)) {
                 if (_config.state == frame.former) {
@@ -465,7 +465,7 @@ private:
     Config &_config;
 };
 
-/// Whatever can come of a configuration, by its full text: until nobody can go on.
+/// Adds all configurations that can follow from this one when no thread can go on, by their full text.
 inline void settle(Config const &config, std::map<std::string, Config> &results)
 {
     bool isSettled = true;

@@ -1,4 +1,4 @@
-// What the tests of buffers share: a log, and a protocol and a manager that write to it.
+// Log of the tests of buffers, and a protocol and a manager that write to it.
 #pragma once
 
 #include "resmgt/memoryBuffers.h"
@@ -22,18 +22,16 @@
 
 namespace Zv {
 
-/// A buffer from inside. All but `lock` is for whoever holds the mutex.
-struct MbBufferProbe
+/// The private members of a buffer. The caller must hold the mutex for all operations but `mutex`.
+template <>
+struct TestAccess<MbBufferImp>
 {
-    explicit MbBufferProbe(MbBufferImp &buffer) : imp(buffer) {}
-    explicit MbBufferProbe(MbBuffer const &buffer) : imp(*buffer.getImp()) {}
+    explicit TestAccess(MbBufferImp &buffer) : imp(buffer) {}
+    explicit TestAccess(MbBuffer const &buffer) : imp(*buffer.getImp()) {}
 
     LkMutex const &mutex() const { return imp._mutex; }
     MbState const *state() const { return imp._state; }
-    std::string stateName() const
-    {
-        return static_cast<MbStateImp const *>(state())->getTypeName();
-    }
+    std::string stateName() const { return static_cast<MbStateImp const *>(state())->getName(); }
     void setState(MbState const *state) { imp._state = state; }
     int lockCount() const { return imp._lockCount; }
     void setLockCount(int count) { imp._lockCount = count; }
@@ -48,16 +46,17 @@ struct MbBufferProbe
     MbBufferImp &imp;
 };
 
-/// A manager from inside.
-struct MbManagerProbe
+/// The private members of a manager.
+template <>
+struct TestAccess<MbPoolManager>
 {
-    /// Threads that wait for memory.
+    /// Returns the number of threads that wait for memory.
     static int waiters(MbPoolManager const &manager)
     {
         LkGuard<LkMutex const> const guard(manager._mutex);
         return manager._waiters;
     }
-    /// Nobody waits while there is a victim.
+    /// Returns true if no thread waits while there is a buffer to evict.
     static bool isFair(MbPoolManager const &manager)
     {
         LkGuard<LkMutex const> const guard(manager._mutex);
@@ -71,6 +70,9 @@ namespace ZvTest {
 
 using namespace Zv;
 
+using MbBufferProbe = TestAccess<MbBufferImp>;
+using MbManagerProbe = TestAccess<MbPoolManager>;
+
 class Log
 {
 public:
@@ -79,7 +81,7 @@ public:
         std::lock_guard const guard(_mutex);
         _lines.push_back(std::move(line));
     }
-    /// The lines since the last asking.
+    /// Returns the lines since the last call.
     std::vector<std::string> take()
     {
         std::lock_guard const guard(_mutex);
@@ -93,7 +95,7 @@ private:
 
 using Lines = std::vector<std::string>;
 
-/// Lines of the trace, with the level "MbBuffers" on: those that hold a text, from that text on.
+/// Enables the level "MbBuffers", and collects the trace lines that contain a text, from that text on.
 class TraceCapture
 {
 public:
@@ -135,7 +137,7 @@ private:
     Lines _lines;
 };
 
-/// Writes its calls to the log, and does then what a test has asked for.
+/// Writes its calls to the log, and then calls the hooks of the test.
 class RecordingProtocol : public MbProtocol
 {
 public:
@@ -205,7 +207,7 @@ private:
     std::shared_ptr<Control> _control;
 };
 
-/// Gives every buffer memory, without limit, and writes what it is asked for to the log.
+/// Gives memory to every buffer without a limit, and writes its calls to the log.
 class RecordingManager : public MbManager
 {
 public:
@@ -215,7 +217,7 @@ public:
     void allocateRegion(MbBufferImp *buffer) override
     {
         say(*buffer, "allocateRegion");
-        // Scenes give a region to every state, also to those that have none.
+        // Scenes give a region to every state, even to states without memory.
         delete[] reinterpret_cast<char *>(buffer->getRegionStart());
         auto const total =
             static_cast<std::uint64_t>(buffer->getSize()) + buffer->getAlignment().getRoundUpMax(1);
@@ -231,7 +233,7 @@ public:
     void bufferUnloadable(MbBufferImp *buffer) override { say(*buffer, "bufferUnloadable"); }
     void dump(std::ostream &) const override {}
 
-    /// Called at each turn; may throw.
+    /// Called at each call. May throw.
     std::function<void(std::string const &)> hook;
 
 private:
@@ -239,7 +241,7 @@ private:
     {
         EXPECT_TRUE(MbBufferProbe(buffer).mutex().isLocked()) << what;
         _log.add(what);
-        // A copy: it may be replaced meanwhile.
+        // A copy, because the hook may be replaced meanwhile.
         if (auto const current = hook)
             current(what);
     }
@@ -248,13 +250,13 @@ private:
     LiString _name;
 };
 
-/// What a protocol throws that fails.
+/// The exception of a protocol that fails.
 struct Failure : std::runtime_error
 {
     explicit Failure(std::string const &what) : std::runtime_error(what) {}
 };
 
-/// Comes back when it is so.
+/// Returns when the condition is true.
 template <class Condition>
 void waitUntil(Condition condition)
 {
@@ -262,7 +264,7 @@ void waitUntil(Condition condition)
         std::this_thread::yield();
 }
 
-/// Threads that wait for a change of the buffer, once there are so many.
+/// Returns when `count` threads wait for a change of the buffer.
 inline void waitForWaiters(MbBuffer const &buffer, int count)
 {
     MbBufferProbe const probe(buffer);

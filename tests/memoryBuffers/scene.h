@@ -1,4 +1,4 @@
-// A buffer in any state.
+// Buffer that a test puts into any state.
 #pragma once
 
 #include "model.h"
@@ -12,42 +12,10 @@ namespace ZvTest {
 template <bool isTracing>
 std::map<std::string, MbState const *> statesOf()
 {
-    using S = MbStates<isTracing>;
     initialState(isTracing);
     std::map<std::string, MbState const *> states;
-    auto const add = [&](MbState const *state) {
-        states[static_cast<MbStateImp const *>(state)->getTypeName()] = state;
-    };
-    add(S::template the<typename S::Freed>);
-    add(S::template the<typename S::RdLocked>);
-    add(S::template the<typename S::WrLocked>);
-    add(S::template the<typename S::RdLockedFreed>);
-    add(S::template the<typename S::WrLockedFreed>);
-    add(S::template the<typename S::Loaded>);
-    add(S::template the<typename S::Synched>);
-    add(S::template the<typename S::Unloaded>);
-    add(S::template the<typename S::Destroyed>);
-    add(S::template the<typename S::WaitAsyncLoaded>);
-    add(S::template the<typename S::WaitAsyncReloaded>);
-    add(S::template the<typename S::WaitAsyncSynched>);
-    add(S::template the<typename S::BeingRdLoaded>);
-    add(S::template the<typename S::BeingWrLoaded>);
-    add(S::template the<typename S::BeingAsyncLoaded>);
-    add(S::template the<typename S::BeingRdReloaded>);
-    add(S::template the<typename S::BeingWrReloaded>);
-    add(S::template the<typename S::BeingAsyncReloaded>);
-    add(S::template the<typename S::BeingSynched>);
-    add(S::template the<typename S::BeingAsyncSynched>);
-    add(S::template the<typename S::BeingUnlocked>);
-    add(S::template the<typename S::BeingUnloaded>);
-    add(S::template the<typename S::BeingFreed>);
-    add(S::template the<typename S::BeingDestroyed>);
-    add(S::template the<typename S::AsyncLoadSucceeded>);
-    add(S::template the<typename S::AsyncLoadFailed>);
-    add(S::template the<typename S::AsyncReloadSucceeded>);
-    add(S::template the<typename S::AsyncReloadFailed>);
-    add(S::template the<typename S::AsyncSyncSucceeded>);
-    add(S::template the<typename S::AsyncSyncFailed>);
+    for (MbState const * const state : MbStates<isTracing>::the)
+        states[static_cast<MbStateImp const *>(state)->getName()] = state;
     return states;
 }
 
@@ -61,7 +29,7 @@ inline MbEvent eventOf(int number)
     return static_cast<MbEvent>(std::uint32_t{1} << number);
 }
 
-/// A buffer that is put into any state, and out of it again.
+/// A buffer in a state of the test's choice. The destructor returns it to Freed.
 class Scene
 {
 public:
@@ -86,7 +54,7 @@ public:
         probe.setPending(0);
     }
 
-    /// What an event throws, in the words of the model.
+    /// Delivers an event. Returns its exception in the words of the model.
     std::string deliver(int event)
     {
         return outcomeOf([&] { probe.imp.receive(eventOf(event)); });

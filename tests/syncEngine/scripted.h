@@ -1,4 +1,4 @@
-// Sources and clients that do what a test says.
+// Sources and clients that a test controls.
 #pragma once
 
 #include "resmgt/syncEngine/seClientThread.h"
@@ -20,7 +20,7 @@
 
 namespace Zv {
 
-/// What happened, in order. Any thread.
+/// A list of what happened, in order. Thread-safe.
 class Record
 {
 public:
@@ -40,7 +40,7 @@ public:
         std::lock_guard const guard(_mutex);
         return std::exchange(_text, {});
     }
-    /// Blocks until exactly this has happened; a record that goes another way is waited for in vain.
+    /// Blocks until the record is exactly this text. If it becomes another one, never returns.
     void await(std::string const &text) const
     {
         std::unique_lock guard(_mutex);
@@ -53,7 +53,7 @@ private:
     std::string _text;
 };
 
-/// Beats when the test says so.
+/// A source that beats when the test calls `beat`.
 class ScriptedSource : public SeSourceProtocol
 {
 public:
@@ -88,7 +88,7 @@ public:
     char const *getName() override { return _name; }
     std::ostream &dump(std::ostream &stream) override { return stream << _name << " source"; }
 
-    /// One beat, with the next count or another.
+    /// Sends one beat, with the next count or another one.
     void beat() { beat(getLast() + 1); }
     void beat(std::uint32_t count)
     {
@@ -96,14 +96,14 @@ public:
         _counts.push_back(count);
         _changed.notify_all();
     }
-    /// From now on it beats as fast as somebody waits.
+    /// From now on every wait returns at once with a beat.
     void runFree()
     {
         std::lock_guard const guard(_mutex);
         _isFree = true;
         _changed.notify_all();
     }
-    /// Blocks until so many waits have begun; the beats before the last one have been worked off then.
+    /// Blocks until so many waits have begun. Then all beats before the last wait have been handled.
     void awaitWaits(int nb)
     {
         std::unique_lock guard(_mutex);
@@ -114,7 +114,7 @@ public:
         std::lock_guard const guard(_mutex);
         return _nbWaits;
     }
-    /// The thread that waited last.
+    /// Returns the thread that waited last.
     long getThread()
     {
         std::lock_guard const guard(_mutex);
@@ -142,7 +142,7 @@ private:
     long _thread = 0;
 };
 
-/// Writes down its runs, "count late".
+/// A client that records its runs as "count late".
 class ScriptedClient : public SeClientThread
 {
 public:
@@ -155,7 +155,7 @@ public:
             onDestruction();
     }
 
-    /// Blocks until the client sleeps: it waits for a beat then.
+    /// Blocks until the client waits for a beat.
     void awaitAsleep() const
     {
         while (!_thread)
@@ -185,7 +185,7 @@ private:
     std::atomic<long> _thread = 0;
 };
 
-/// Whether `action`, on another thread, waits until `release` has been called.
+/// Returns true if `action`, on another thread, waits until `release` has been called.
 inline bool isHeldUp(std::function<void()> const &action, std::function<void()> const &release)
 {
     std::atomic<long> number = 0;

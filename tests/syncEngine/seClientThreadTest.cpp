@@ -1,4 +1,4 @@
-// The pacing of a client, in one thread: each wait of the client is a step of the test's script.
+// Pacing of a client on one thread. Each wait of the client is a step of the test's script.
 
 #include "resmgt/syncEngine/seClientThread.h"
 
@@ -23,11 +23,11 @@ namespace Zv {
 
 namespace {
 
-/// What a client waits for where the test writes the script.
+/// The kinds of wait of a client.
 enum Wait
 {
-    LATCHED, ///< Any pulse ever sent.
-    NEXT     ///< The next one.
+    LATCHED, ///< for any pulse ever sent
+    NEXT     ///< for the next pulse
 };
 
 constinit thread_local ZvTest::ThreadHook<void(Wait)> onWait;
@@ -36,7 +36,7 @@ constinit thread_local ZvTest::ThreadHook<void(Wait)> onWait;
 
 } // namespace Zv
 
-// The linker leads the library's waits here.
+// The linker redirects the library's waits to these functions.
 extern "C" void __real__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(Zv::LkPulseWindows const *,
                                                                    Zv::LkMutex const &);
 extern "C" void __wrap__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(Zv::LkPulseWindows const *pulse,
@@ -61,10 +61,23 @@ __wrap__ZNK2Zv14LkPulseWindows8waitNextERKNS_7LkMutexE(Zv::LkPulseWindows const 
 
 namespace Zv {
 
-/// A client without a generator: the test has the count, and each wait lets it jump.
+template <>
+struct TestAccess<SeClientThread>
+{
+    static void setUp(SeClientThread &client, Priority *generator, LkMutex *lock,
+                      LkPulse *condition, std::uint32_t *count, std::int32_t divisor)
+    {
+        client.setupNoLock(generator, lock, condition, count, divisor);
+    }
+    static MtThread *getThread(SeClientThread const &client) { return client._thread; }
+};
+
+/// A client without a generator. The test has the count, and changes it in each wait.
 class SeClientThreadTest : public testing::Test
 {
 protected:
+    using Access = TestAccess<SeClientThread>;
+
     SeClientThreadTest()
         : _thread(MtThreadFactory::getInstance().createThread("client", own(), true, 0))
     {
@@ -80,9 +93,9 @@ protected:
 
     void setUp(std::int32_t divisor)
     {
-        _client->setupNoLock(&_generator, &_mutex, &_pulse, &_count, divisor);
+        Access::setUp(*_client, &_generator, &_mutex, &_pulse, &_count, divisor);
     }
-    void clear() { _client->setupNoLock(nullptr, nullptr, nullptr, nullptr, 0); }
+    void clear() { Access::setUp(*_client, nullptr, nullptr, nullptr, nullptr, 0); }
     /// Runs the client through its jumps, then stops it while it waits.
     std::string run(std::int32_t divisor, std::vector<std::uint32_t> jumps)
     {
@@ -95,15 +108,15 @@ protected:
     }
     void setupWith(Priority *generator, LkMutex *lock, LkPulse *condition, std::uint32_t *count)
     {
-        _client->setupNoLock(generator, lock, condition, count, 1);
+        Access::setUp(*_client, generator, lock, condition, count, 1);
     }
-    MtThread *getThread() const { return _client->SeClientThread::_thread; }
-    /// Blocks for good where the lock is held.
+    MtThread *getThread() const { return Access::getThread(*_client); }
+    /// Never returns if the lock is held.
     void takeLockElsewhere()
     {
         std::thread([this] { LkGuard<LkMutex const> const guard(_mutex); }).join();
     }
-    /// The client's wait: lets the count jump, or asks for the end.
+    /// Replaces the client's wait. Changes the count, or stops the client.
     void takeStep(Wait wait)
     {
         _waits += wait == LATCHED ? 'l' : 'n';
@@ -130,47 +143,47 @@ protected:
 
 TEST_F(SeClientThreadTest, RunsAtEachBeatInTime)
 {
-    EXPECT_EQ("start;1001 0;1002 0;1003 0;1004 0;1005 0;end;", run(1, {1, 1, 1, 1, 1}));
+    EXPECT_EQ(run(1, {1, 1, 1, 1, 1}), "start;1001 0;1002 0;1003 0;1004 0;1005 0;end;");
 }
 
 TEST_F(SeClientThreadTest, ASkippedBeatMakesItLate)
 {
-    EXPECT_EQ("start;1001 0;1002 0;1004 1;1005 0;1015 9;1016 0;end;", run(1, {1, 1, 2, 1, 10, 1}));
+    EXPECT_EQ(run(1, {1, 1, 2, 1, 10, 1}), "start;1001 0;1002 0;1004 1;1005 0;1015 9;1016 0;end;");
 }
 
 TEST_F(SeClientThreadTest, RunsAtEachFourthBeat)
 {
-    EXPECT_EQ("start;1004 0;1008 0;1012 0;end;", run(4, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1}));
+    EXPECT_EQ(run(4, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1}), "start;1004 0;1008 0;1012 0;end;");
 }
 
 TEST_F(SeClientThreadTest, LateBeatsAreNotCarriedIntoTheNextPeriod)
 {
-    // One beat of the period is over, 3 remain, and 6 come at once; then 4 are needed.
-    EXPECT_EQ("start;1004 0;1011 3;1015 0;end;", run(4, {1, 1, 1, 1, 1, 6, 1, 1, 1, 1}));
+    // One beat of the period is over, 3 remain, and 6 pass at once. Then 4 are needed.
+    EXPECT_EQ(run(4, {1, 1, 1, 1, 1, 6, 1, 1, 1, 1}), "start;1004 0;1011 3;1015 0;end;");
     _count = 0;
-    EXPECT_EQ("start;4 0;8 0;end;", run(4, {1, 1, 2, 3, 1}));
+    EXPECT_EQ(run(4, {1, 1, 2, 3, 1}), "start;4 0;8 0;end;");
 }
 
 TEST_F(SeClientThreadTest, ItsFirstTwoWakeUpsCountAsOneBeatEach)
 {
-    EXPECT_EQ("start;1100 0;1200 0;1300 99;end;", run(1, {100, 100, 100}));
+    EXPECT_EQ(run(1, {100, 100, 100}), "start;1100 0;1200 0;1300 99;end;");
     _count = 0;
-    EXPECT_EQ("start;201 0;end;", run(3, {100, 100, 1}));
+    EXPECT_EQ(run(3, {100, 100, 1}), "start;201 0;end;");
     _count = 0;
-    EXPECT_EQ("start;0 0;0 0;1 0;end;", run(1, {0, 0, 1})); // without a beat as well
+    EXPECT_EQ(run(1, {0, 0, 1}), "start;0 0;0 0;1 0;end;"); // without a beat as well
 }
 
 TEST_F(SeClientThreadTest, AWakeUpWithoutABeatChangesNothing)
 {
-    EXPECT_EQ("start;1001 0;1002 0;1003 0;end;", run(1, {1, 1, 0, 0, 0, 1}));
+    EXPECT_EQ(run(1, {1, 1, 0, 0, 0, 1}), "start;1001 0;1002 0;1003 0;end;");
     _count = 0;
-    EXPECT_EQ("start;3 0;6 0;end;", run(3, {1, 1, 0, 1, 0, 1, 0, 2, 0}));
+    EXPECT_EQ(run(3, {1, 1, 0, 1, 0, 1, 0, 2, 0}), "start;3 0;6 0;end;");
 }
 
 TEST_F(SeClientThreadTest, TheLatchedWaitIsTakenInTheFirstTwoRoundsOnly)
 {
     run(2, {1, 1, 1, 1, 1});
-    EXPECT_EQ("llnnnn", _waits);
+    EXPECT_EQ(_waits, "llnnnn");
 }
 
 TEST_F(SeClientThreadTest, BeatsThatComeDuringTheWorkAreNotSleptThrough)
@@ -180,34 +193,34 @@ TEST_F(SeClientThreadTest, BeatsThatComeDuringTheWorkAreNotSleptThrough)
             _count += 2;
         return false;
     };
-    EXPECT_EQ("start;1001 0;1002 0;1003 0;1005 1;1006 0;end;", run(1, {1, 1, 1, 1}));
-    EXPECT_EQ("llnnn", _waits);
+    EXPECT_EQ(run(1, {1, 1, 1, 1}), "start;1001 0;1002 0;1003 0;1005 1;1006 0;end;");
+    EXPECT_EQ(_waits, "llnnn");
 }
 
 TEST_F(SeClientThreadTest, TheCountGoesRound)
 {
     _count = 0xFFFFFFFD;
-    EXPECT_EQ("start;4294967294 0;4294967295 0;0 0;1 0;3 1;end;", run(1, {1, 1, 1, 1, 2}));
+    EXPECT_EQ(run(1, {1, 1, 1, 1, 2}), "start;4294967294 0;4294967295 0;0 0;1 0;3 1;end;");
     _count = 0xFFFFFFFF;
-    EXPECT_EQ("start;3 0;end;", run(4, {1, 1, 1, 1}));
+    EXPECT_EQ(run(4, {1, 1, 1, 1}), "start;3 0;end;");
 }
 
 TEST_F(SeClientThreadTest, ACountThatStartsAgainDelaysAndDoesNoHarm)
 {
-    // 50 beats back: as if the next 51 were over already.
-    EXPECT_EQ("start;1001 0;1002 0;1003 0;end;", run(1, {1, 1, std::uint32_t(-50), 50, 1}));
-    // As far as the count can jump.
+    // The count goes back by 50 beats, as if the next 51 were over already.
+    EXPECT_EQ(run(1, {1, 1, std::uint32_t(-50), 50, 1}), "start;1001 0;1002 0;1003 0;end;");
+    // The largest jump of the count.
     _count = 0;
-    EXPECT_EQ("start;1 0;2 0;2147483650 2147483647;end;", run(1, {1, 1, 0x80000000u}));
+    EXPECT_EQ(run(1, {1, 1, 0x80000000u}), "start;1 0;2 0;2147483650 2147483647;end;");
     _count = 0;
-    EXPECT_EQ("start;1 0;2 0;end;", run(1, {1, 1, 0x80000002u}));
+    EXPECT_EQ(run(1, {1, 1, 0x80000002u}), "start;1 0;2 0;end;");
 }
 
 TEST_F(SeClientThreadTest, TheSmallestDivisorsRunAtEachWakeUp)
 {
-    EXPECT_EQ("start;1001 1;1002 1;1003 1;end;", run(0, {1, 1, 1}));
+    EXPECT_EQ(run(0, {1, 1, 1}), "start;1001 1;1002 1;1003 1;end;");
     _count = 0;
-    EXPECT_EQ("start;1 3;end;", run(-2, {1}));
+    EXPECT_EQ(run(-2, {1}), "start;1 3;end;");
 }
 
 TEST_F(SeClientThreadTest, TheLockIsFreeDuringTheWork)
@@ -225,8 +238,8 @@ TEST_F(SeClientThreadTest, EndsByItself)
     setUp(1);
     _jumps = {1, 1, 1, 1};
     _client->performExecute(_thread.get());
-    EXPECT_EQ("start;1001 0;1002 0;end;", _client->record.get());
-    EXPECT_EQ(2U, _jumps.size());
+    EXPECT_EQ(_client->record.get(), "start;1001 0;1002 0;end;");
+    EXPECT_EQ(_jumps.size(), 2U);
     takeLockElsewhere();
     clear();
 }
@@ -240,8 +253,8 @@ TEST_F(SeClientThreadTest, AStopThatComesDuringTheWorkIsTheEnd)
     setUp(1);
     _jumps = {1, 1, 1};
     _client->performExecute(_thread.get());
-    EXPECT_EQ("start;1001 0;end;", _client->record.get());
-    EXPECT_EQ("l", _waits);
+    EXPECT_EQ(_client->record.get(), "start;1001 0;end;");
+    EXPECT_EQ(_waits, "l");
     clear();
 }
 
@@ -250,10 +263,10 @@ TEST_F(SeClientThreadTest, AStopThatCameBeforeTheFirstWaitIsTheEnd)
     setUp(1);
     _client->performStop(_thread.get());
     _client->performExecute(_thread.get());
-    EXPECT_EQ("start;end;", _client->record.take());
-    EXPECT_EQ("", _waits);
+    EXPECT_EQ(_client->record.take(), "start;end;");
+    EXPECT_EQ(_waits, "");
     clear();
-    EXPECT_EQ("start;1001 0;end;", run(1, {1})); // set up anew, it is forgotten
+    EXPECT_EQ(run(1, {1}), "start;1001 0;end;"); // set up anew, it is forgotten
 }
 
 TEST_F(SeClientThreadTest, WhatTheWorkThrowsComesOutWithoutTheLock)
@@ -263,7 +276,7 @@ TEST_F(SeClientThreadTest, WhatTheWorkThrowsComesOutWithoutTheLock)
     _jumps = {1};
     EXPECT_THROW(_client->performExecute(_thread.get()), std::runtime_error);
     takeLockElsewhere();
-    EXPECT_EQ("start;1001 0;", _client->record.get());
+    EXPECT_EQ(_client->record.get(), "start;1001 0;");
     clear();
 }
 
@@ -271,22 +284,21 @@ TEST_F(SeClientThreadTest, IsSetUpWhenItIsFreeAndClearedWhenItIsNot)
 {
     std::string const expected = "generator ? ( _lock == 0 && _condition == 0 && _count == 0 ) : ( "
                                  "_lock != 0 && _condition != 0 && _count != 0 )";
-    EXPECT_EQ(expected, failedExpression([&] { clear(); }));
+    EXPECT_EQ(failedExpression([&] { clear(); }), expected);
     setUp(3);
-    EXPECT_EQ(3, _client->getDivisorNoLock());
-    EXPECT_EQ(expected, failedExpression([&] { setUp(4); }));
-    EXPECT_EQ(3, _client->getDivisorNoLock());
+    EXPECT_EQ(_client->getDivisorNoLock(), 3);
+    EXPECT_EQ(failedExpression([&] { setUp(4); }), expected);
+    EXPECT_EQ(_client->getDivisorNoLock(), 3);
     clear();
-    EXPECT_EQ(0, _client->getDivisorNoLock());
-    EXPECT_EQ(expected, failedExpression([&] { clear(); }));
+    EXPECT_EQ(_client->getDivisorNoLock(), 0);
+    EXPECT_EQ(failedExpression([&] { clear(); }), expected);
     // Each of the three counts.
     for (int missing = 0; missing != 3; ++missing) {
         setupWith(&_generator, missing == 0 ? nullptr : &_mutex, missing == 1 ? nullptr : &_pulse,
                   missing == 2 ? nullptr : &_count);
-        EXPECT_EQ(expected, failedExpression([&] { clear(); })) << missing;
-        EXPECT_EQ(expected, failedExpression([&] { setUp(1); })) << missing;
-        EXPECT_EQ("_lock && _condition && _count",
-                  failedExpression([&] { _client->performExecute(_thread.get()); }))
+        EXPECT_EQ(failedExpression([&] { clear(); }), expected) << missing;
+        EXPECT_EQ(failedExpression([&] { setUp(1); }), expected) << missing;
+        EXPECT_EQ(failedExpression([&] { _client->performExecute(_thread.get()); }), "_lock && _condition && _count")
             << missing;
         _thread.reset();
         _client = new Client;
@@ -296,28 +308,27 @@ TEST_F(SeClientThreadTest, IsSetUpWhenItIsFreeAndClearedWhenItIsNot)
 
 TEST_F(SeClientThreadTest, KnowsItsThreadWhileItIsAttached)
 {
-    EXPECT_EQ(_thread.get(), getThread());
+    EXPECT_EQ(getThread(), _thread.get());
     ObjPtr<MtThreadProtocol> const client(_thread->detachProtocol());
-    EXPECT_EQ(nullptr, getThread());
+    EXPECT_EQ(getThread(), nullptr);
 }
 
 TEST_F(SeClientThreadTest, DoesNotRunWithoutAGenerator)
 {
-    EXPECT_EQ("_lock && _condition && _count",
-              failedExpression([&] { _client->performExecute(_thread.get()); }));
-    EXPECT_EQ("start;", _client->record.get());
+    EXPECT_EQ(failedExpression([&] { _client->performExecute(_thread.get()); }), "_lock && _condition && _count");
+    EXPECT_EQ(_client->record.get(), "start;");
 }
 
 TEST_F(SeClientThreadTest, StaysBelowItsGenerator)
 {
     Priority &priority = _client->getPriorityNoLock();
-    EXPECT_EQ("syncClient", priority.getName());
+    EXPECT_EQ(priority.getName(), "syncClient");
     EXPECT_FALSE(priority.isPriorityFixed());
     PriorityRelation const high("test", _generator, PriorityRelation::LESS_EQUAL, priority);
-    EXPECT_EQ(5, priority.getPriority());
-    EXPECT_EQ(5, _thread->getPriority().getPriority());
+    EXPECT_EQ(priority.getPriority(), 5);
+    EXPECT_EQ(_thread->getPriority().getPriority(), 5);
     EXPECT_THROW(setUp(1), ExBase); // as high as its generator already
-    EXPECT_EQ(0, _client->getDivisorNoLock());
+    EXPECT_EQ(_client->getDivisorNoLock(), 0);
 }
 
 TEST_F(SeClientThreadTest, TheNamesOfItsRelations)
@@ -327,14 +338,14 @@ TEST_F(SeClientThreadTest, TheNamesOfItsRelations)
         _thread->getPriority().dump(stream, true);
         return stream.str();
     };
-    EXPECT_NE(std::string::npos, dump().find("syncClient=SeClientThread")) << dump();
-    EXPECT_EQ(std::string::npos, dump().find("client<generator"));
+    EXPECT_NE(dump().find("syncClient=SeClientThread"), std::string::npos) << dump();
+    EXPECT_EQ(dump().find("client<generator"), std::string::npos);
     setUp(1);
-    EXPECT_NE(std::string::npos, dump().find("client<generator")) << dump();
+    EXPECT_NE(dump().find("client<generator"), std::string::npos) << dump();
     clear();
-    EXPECT_EQ(std::string::npos, dump().find("client<generator"));
+    EXPECT_EQ(dump().find("client<generator"), std::string::npos);
     ObjPtr<MtThreadProtocol> const client(_thread->detachProtocol());
-    EXPECT_EQ(std::string::npos, dump().find("syncClient=SeClientThread"));
+    EXPECT_EQ(dump().find("syncClient=SeClientThread"), std::string::npos);
 }
 
 } // namespace Zv

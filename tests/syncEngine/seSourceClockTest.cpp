@@ -1,19 +1,20 @@
-#include "resmgt/syncEngine/seSourceClock.h"
+#include "resmgt/syncEngine/seSourceProtocol.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 #include <sstream>
 
 namespace Zv {
 
-/// What the timer says of its resolution, where a test wants another than the real one.
+/// The resolution that the timer reports, if a test needs another one than the real one.
 static double pretendedResolution = 0;
 
 } // namespace Zv
 
-// The linker leads the library's calls of PeriodicTimer::getResolution here.
+// The linker redirects the library's calls of PeriodicTimer::getResolution to this function.
 extern "C" double __real__ZN2Zv13PeriodicTimer13getResolutionEv();
 extern "C" double __wrap__ZN2Zv13PeriodicTimer13getResolutionEv()
 {
@@ -38,24 +39,24 @@ protected:
 
 TEST_F(SeSourceClockTest, IsOneForTheProcess)
 {
-    EXPECT_EQ(&_clock, &SeSourceClock::getInstance());
-    EXPECT_STREQ("Clock", _clock.getName());
+    EXPECT_EQ(&SeSourceClock::getInstance(), &_clock);
+    EXPECT_STREQ(_clock.getName(), "Clock");
 }
 
 TEST_F(SeSourceClockTest, BeatsEveryTenMilliseconds)
 {
-    EXPECT_EQ(0.01, SeSourceClock::DEF_WAIT_INTERVAL);
-    EXPECT_EQ(std::max(0.01, PeriodicTimer::getResolution()), SeSourceClock::getDefaultInterval());
+    EXPECT_EQ(SeSourceClock::DEF_WAIT_INTERVAL, 0.01);
+    EXPECT_EQ(SeSourceClock::getDefaultInterval(), std::max(0.01, PeriodicTimer::getResolution()));
 }
 
 TEST_F(SeSourceClockTest, ACoarseTimerSetsTheDefault)
 {
     pretendedResolution = 0.015625;
-    EXPECT_EQ(0.015625, SeSourceClock::getDefaultInterval());
+    EXPECT_EQ(SeSourceClock::getDefaultInterval(), 0.015625);
     pretendedResolution = 0.01;
-    EXPECT_EQ(0.01, SeSourceClock::getDefaultInterval());
+    EXPECT_EQ(SeSourceClock::getDefaultInterval(), 0.01);
     pretendedResolution = 0.001;
-    EXPECT_EQ(0.01, SeSourceClock::getDefaultInterval());
+    EXPECT_EQ(SeSourceClock::getDefaultInterval(), 0.01);
 }
 
 TEST_F(SeSourceClockTest, NoIntervalGoesBelowTheResolution)
@@ -63,21 +64,31 @@ TEST_F(SeSourceClockTest, NoIntervalGoesBelowTheResolution)
     double const resolution = PeriodicTimer::getResolution();
     for (double interval :
          {0.0, -1.0, resolution, resolution / 2, std::numeric_limits<double>::quiet_NaN()}) {
-        EXPECT_EQ(resolution, _clock.setInterval(interval)) << interval;
-        EXPECT_EQ(resolution, _clock.getInterval()) << interval;
+        EXPECT_EQ(_clock.setInterval(interval), resolution) << interval;
+        EXPECT_EQ(_clock.getInterval(), resolution) << interval;
     }
     pretendedResolution = 0.25;
-    EXPECT_EQ(0.25, _clock.setInterval(0.125));
-    EXPECT_EQ(0.25, _clock.getInterval());
+    EXPECT_EQ(_clock.setInterval(0.125), 0.25);
+    EXPECT_EQ(_clock.getInterval(), 0.25);
+}
+
+TEST_F(SeSourceClockTest, IntervalCanBeADuration)
+{
+    std::chrono::duration<double> const inForce =
+        _clock.setInterval(std::chrono::milliseconds(500));
+    EXPECT_EQ(inForce.count(), 0.5);
+    EXPECT_EQ(_clock.getInterval(), 0.5);
+    EXPECT_EQ(_clock.setInterval(std::chrono::nanoseconds(0)).count(),
+              PeriodicTimer::getResolution());
 }
 
 TEST_F(SeSourceClockTest, TheRateIsTheIntervalsReciprocal)
 {
     _clock.setInterval(0.02);
-    EXPECT_DOUBLE_EQ(50.0, _clock.getRate());
+    EXPECT_DOUBLE_EQ(_clock.getRate(), 50.0);
     SeSourceProtocol &source = _clock;
     _clock.setInterval(0.5);
-    EXPECT_DOUBLE_EQ(2.0, source.getRate());
+    EXPECT_DOUBLE_EQ(source.getRate(), 2.0);
 }
 
 TEST_F(SeSourceClockTest, CountsItsBeats)
@@ -105,7 +116,7 @@ TEST_F(SeSourceClockTest, BeginsToCountAnewWhenItIsStopped)
     _clock.stop();
     std::ostringstream stream;
     _clock.dump(stream);
-    EXPECT_EQ("Clock interval 3600 count 0", stream.str());
+    EXPECT_EQ(stream.str(), "Clock interval 3600 count 0");
 }
 
 TEST_F(SeSourceClockTest, WritesNameIntervalAndCount)
@@ -113,8 +124,8 @@ TEST_F(SeSourceClockTest, WritesNameIntervalAndCount)
     _clock.setInterval(3600.0);
     _clock.start();
     std::ostringstream stream;
-    EXPECT_EQ(&stream, &_clock.dump(stream));
-    EXPECT_EQ("Clock interval 3600 count 0", stream.str());
+    EXPECT_EQ(&_clock.dump(stream), &stream);
+    EXPECT_EQ(stream.str(), "Clock interval 3600 count 0");
     std::ostringstream other;
     SeSourceProtocol &source = _clock;
     other << source;

@@ -3,7 +3,7 @@
 #include "aborted.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/syncEngine/seGeneratorThread.private.h"
-#include "resmgt/syncEngine/seSourceClock.h"
+#include "resmgt/syncEngine/seSourceProtocol.h"
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadMgr.h"
@@ -28,10 +28,10 @@
 
 namespace Zv {
 
-/// Makes engines of the test's own, beside the one of the process.
-class SeSyncEngineTest : public testing::Test
+/// Makes engines besides the one of the process.
+template <>
+struct TestAccess<SeSyncEngine>
 {
-protected:
     static void destroyEngine(SeSyncEngine *engine) { delete engine; }
     static SeSyncEngine *makeEngine() { return new SeSyncEngine; }
     static SeGeneratorThread &getLastGenerator(SeSyncEngine &engine)
@@ -57,7 +57,7 @@ std::string dump(Priority &priority)
 
 // ---- generators
 
-/// A generator on a thread of its own, with a source that the test plays.
+/// A generator on a thread of its own, with a source that the test controls.
 class SeGeneratorThreadTest : public testing::Test
 {
 protected:
@@ -85,7 +85,7 @@ protected:
         _generator->addClient(name, client, divisor, MtThreadFactory::getInstance());
     }
     void start() { _thread->start(); }
-    /// One beat, worked off by the generator.
+    /// Sends one beat, and waits until the generator has handled it.
     void beat()
     {
         int const nbWaits = _source.getNbWaits();
@@ -111,19 +111,19 @@ TEST_F(SeGeneratorThreadTest, StartsTheSourceBeforeTheFirstBeatAndStopsItAfterTh
     EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
     start();
     _source.awaitWaits(1);
-    EXPECT_EQ("start;", _source.record.get());
-    EXPECT_NE(threadNumber(), _source.getThread());
+    EXPECT_EQ(_source.record.get(), "start;");
+    EXPECT_NE(_source.getThread(), threadNumber());
     EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
     beat();
     EXPECT_TRUE(isState(SeGeneratorThread::BEATING));
     beat();
-    EXPECT_EQ("start;", _source.record.get());
+    EXPECT_EQ(_source.record.get(), "start;");
     _thread->stop();
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
     _source.beat(); // to see it
     _thread->join();
-    EXPECT_EQ("start;stop;", _source.record.get());
-    EXPECT_EQ(4 - 1, _source.getNbWaits());
+    EXPECT_EQ(_source.record.get(), "start;stop;");
+    EXPECT_EQ(_source.getNbWaits(), 4 - 1);
 }
 
 TEST_F(SeGeneratorThreadTest, StartsAndStopsTheSourceUnderItsLock)
@@ -187,7 +187,7 @@ TEST_F(SeGeneratorThreadTest, ARemovalLeavesTheWakingToTheNextBeat)
         [&] { ObjPtr<SeClientThread> const back(_generator->removeClient(client)); },
         [&] {
             other->awaitAsleep();
-            EXPECT_EQ("start;", other->record.get()) << "in its rounds of grace, any pulse counts";
+            EXPECT_EQ(other->record.get(), "start;") << "in its rounds of grace, any pulse counts";
             beat();
         }));
     other->record.await("start;2 0;2 0;");
@@ -214,7 +214,7 @@ TEST_F(SeGeneratorThreadTest, AClientWhoseDestructorThrowsKeepsNothingFromTheOth
     }
     startBeating();
     EXPECT_THROW(_thread->stop(), std::runtime_error);
-    EXPECT_EQ(3, nbDestroyed);
+    EXPECT_EQ(nbDestroyed, 3);
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
 }
 
@@ -224,7 +224,7 @@ TEST_F(SeGeneratorThreadTest, TheFirstBeatReachesNobody)
     startBeating();
     EXPECT_TRUE(isState(SeGeneratorThread::BEATING));
     beat();
-    client->record.await("start;2 0;2 0;"); // the rounds of grace, from the first pulse on
+    client->record.await("start;2 0;2 0;"); // the wake-ups of grace, from the first pulse on
     beat();
     client->record.await("start;2 0;2 0;3 0;");
     beat();
@@ -236,8 +236,8 @@ TEST_F(SeGeneratorThreadTest, AFirstCountOfZeroIsAFault)
     ScriptedSource source;
     source.beat(0);
     SeGeneratorThread generator(source);
-    EXPECT_EQ("last != 0", failedExpression([&] { generator.performExecute(_thread.get()); }));
-    EXPECT_EQ("start;", source.record.get());
+    EXPECT_EQ(failedExpression([&] { generator.performExecute(_thread.get()); }), "last != 0");
+    EXPECT_EQ(source.record.get(), "start;");
 }
 
 TEST_F(SeGeneratorThreadTest, EachClientHasItsDivisor)
@@ -308,12 +308,12 @@ TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAndCanBeAddedAgain)
     unsigned const nbThreads = getNbThreads();
     _source.runFree(); // the next beat ends it
     ObjPtr<SeClientThread> back(_generator->removeClient(client));
-    EXPECT_EQ(client, back.get());
-    EXPECT_EQ(nbThreads - 1, getNbThreads());
+    EXPECT_EQ(back.get(), client);
+    EXPECT_EQ(getNbThreads(), nbThreads - 1);
     EXPECT_FALSE(_generator->hasClient(client));
     std::string const record = client->record.take();
-    EXPECT_EQ("end;", record.substr(record.size() - 4));
-    EXPECT_EQ(std::string::npos, dump(client->getPriorityNoLock()).find("syncClient=SeClient"));
+    EXPECT_EQ(record.substr(record.size() - 4), "end;");
+    EXPECT_EQ(dump(client->getPriorityNoLock()).find("syncClient=SeClient"), std::string::npos);
     addAgain(back, 1);
     EXPECT_TRUE(back.isNull());
     EXPECT_TRUE(_generator->hasClient(client));
@@ -331,9 +331,9 @@ TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAlsoWhileThePriorityGraphIs
     PriorityRelation order("below<above", below, PriorityRelation::LESS, above);
     EXPECT_THROW(below.setPriority(3), PriorityEx);
     ObjPtr<SeClientThread> back(_generator->removeClient(client));
-    EXPECT_EQ(client, back.get());
-    EXPECT_EQ(nbThreads, getNbThreads());
-    EXPECT_EQ(MtPriorityMgr::RELATION_INVALID, graph.check());
+    EXPECT_EQ(back.get(), client);
+    EXPECT_EQ(getNbThreads(), nbThreads);
+    EXPECT_EQ(graph.check(), MtPriorityMgr::RELATION_INVALID);
     below.setPriority(1);
     addAgain(back, 1);
     EXPECT_TRUE(back.isNull());
@@ -346,9 +346,9 @@ TEST_F(SeGeneratorThreadTest, AClientIsReleasedFromAGeneratorThatIsStillStarting
     ScriptedClient * const client = add(4);
     client->record.await("start;");
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
-    EXPECT_EQ("start;end;", client->record.get());
+    EXPECT_EQ(client->record.get(), "start;end;");
     EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
-    EXPECT_EQ(1, _source.getNbWaits());
+    EXPECT_EQ(_source.getNbWaits(), 1);
 }
 
 TEST_F(SeGeneratorThreadTest, ARemovalDuringTheStartUsesUpTheOthersGraceAndNothingElse)
@@ -376,8 +376,8 @@ TEST_F(SeGeneratorThreadTest, AClientThatHasEndedByItselfIsRemovedLikeAnyOther)
     beat();
     client->record.await("start;2 0;end;");
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
-    EXPECT_EQ(client, back.get());
-    EXPECT_EQ("start;2 0;end;", client->record.get());
+    EXPECT_EQ(back.get(), client);
+    EXPECT_EQ(client->record.get(), "start;2 0;end;");
 }
 
 TEST_F(SeGeneratorThreadTest, AStopEndsAllClientsAndDestroysThem)
@@ -388,15 +388,15 @@ TEST_F(SeGeneratorThreadTest, AStopEndsAllClientsAndDestroysThem)
     startBeating();
     unsigned const nbThreads = getNbThreads();
     _thread->stop();
-    EXPECT_EQ(5, nbDestroyed);
-    EXPECT_EQ(nbThreads - 5, getNbThreads());
+    EXPECT_EQ(nbDestroyed, 5);
+    EXPECT_EQ(getNbThreads(), nbThreads - 5);
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
     EXPECT_TRUE(_thread->isRunning()); // it waits for a beat
     _thread->stop();                   // and this does nothing more
     _source.beat();
     _thread->join();
     _thread->stop();
-    EXPECT_EQ("start;stop;", _source.record.get());
+    EXPECT_EQ(_source.record.get(), "start;stop;");
 }
 
 TEST_F(SeGeneratorThreadTest, IsNotStoppedBeforeItHasBeaten)
@@ -427,8 +427,8 @@ TEST_F(SeGeneratorThreadTest, IsDestroyedWithoutABeatWhereItWasNeverStarted)
     int nbDestroyed = 0;
     add(1)->nbDestroyed = &nbDestroyed;
     _thread.reset();
-    EXPECT_EQ(1, nbDestroyed);
-    EXPECT_EQ("", _source.record.get());
+    EXPECT_EQ(nbDestroyed, 1);
+    EXPECT_EQ(_source.record.get(), "");
 }
 
 TEST_F(SeGeneratorThreadTest, IsNotUsedAgainAfterAStop)
@@ -438,26 +438,24 @@ TEST_F(SeGeneratorThreadTest, IsNotUsedAgainAfterAStop)
     _thread->stop();
     ObjPtr<SeClientThread> other(new ScriptedClient);
     std::string const expected = "_sourceState != STOPPING && _sourceState != STOPPED";
-    EXPECT_EQ(expected, failedExpression([&] { addAgain(other, 1); }));
+    EXPECT_EQ(failedExpression([&] { addAgain(other, 1); }), expected);
     EXPECT_FALSE(other.isNull());
-    EXPECT_EQ(expected,
-              failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }));
+    EXPECT_EQ(failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }), expected);
 }
 
 TEST_F(SeGeneratorThreadTest, AClientIsAddedOnce)
 {
     ScriptedClient * const client = add(1);
     ObjPtr<SeClientThread> again(client);
-    EXPECT_EQ("clientThreadIter == _clients.end()", failedExpression([&] { addAgain(again, 1); }));
-    EXPECT_EQ(client, again.release());
+    EXPECT_EQ(failedExpression([&] { addAgain(again, 1); }), "clientThreadIter == _clients.end()");
+    EXPECT_EQ(again.release(), client);
 }
 
 TEST_F(SeGeneratorThreadTest, AClientIsRemovedOnce)
 {
     ScriptedClient * const client = add(1);
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
-    EXPECT_EQ("clientThreadIter != _clients.end()",
-              failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }));
+    EXPECT_EQ(failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }), "clientThreadIter != _clients.end()");
 }
 
 TEST_F(SeGeneratorThreadTest, IsNotDestroyedWhileItBeats)
@@ -479,8 +477,7 @@ TEST_F(SeGeneratorThreadTest, IsNotDestroyedWhileItBeats)
     auto * const generator = new SeGeneratorThread(source);
     EXPECT_THROW(generator->performExecute(_thread.get()), std::runtime_error);
     EXPECT_TRUE(generator->isState(SeGeneratorThread::BEATING));
-    EXPECT_EQ("_sourceState == STARTING || _sourceState == STOPPED",
-              failedExpression([&] { delete generator; }));
+    EXPECT_EQ(failedExpression([&] { delete generator; }), "_sourceState == STARTING || _sourceState == STOPPED");
 }
 
 TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
@@ -492,10 +489,10 @@ TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
     static_cast<ScriptedClient *>(owned.get())->nbDestroyed = &nbDestroyed;
     unsigned const nbThreads = getNbThreads();
     refuseThread(1);
-    EXPECT_EQ("threadHandle != NULL", failedExpression([&] { addAgain(owned, 1); }));
+    EXPECT_EQ(failedExpression([&] { addAgain(owned, 1); }), "threadHandle != NULL");
     EXPECT_TRUE(owned.isNull());
-    EXPECT_EQ(1, nbDestroyed);
-    EXPECT_EQ(nbThreads, getNbThreads());
+    EXPECT_EQ(nbDestroyed, 1);
+    EXPECT_EQ(getNbThreads(), nbThreads);
     startBeating();
     _source.runFree();
     ObjPtr<SeClientThread> const back(_generator->removeClient(other));
@@ -504,21 +501,20 @@ TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
 TEST_F(SeGeneratorThreadTest, StandsAboveRealTimeWorkAndAboveItsClients)
 {
     Priority &mine = _thread->getPriority();
-    EXPECT_EQ(RtPriorities::getInstance().getRealTimePriority().getPriority() + 1,
-              mine.getPriority());
-    EXPECT_NE(std::string::npos, dump(mine).find("rt<sync-gen")) << dump(mine);
+    EXPECT_EQ(mine.getPriority(), RtPriorities::getInstance().getRealTimePriority().getPriority() + 1);
+    EXPECT_NE(dump(mine).find("rt<sync-gen"), std::string::npos) << dump(mine);
     ScriptedClient * const client = add(1);
-    EXPECT_NE(std::string::npos, dump(mine).find("client<generator")) << dump(mine);
+    EXPECT_NE(dump(mine).find("client<generator"), std::string::npos) << dump(mine);
     {
         PriorityRelation const high("test", RtPriorities::getInstance().getRealTimePriority(),
                                     PriorityRelation::LESS, client->getPriorityNoLock());
-        EXPECT_EQ(2, client->getPriorityNoLock().getPriority());
-        EXPECT_EQ(3, mine.getPriority());
+        EXPECT_EQ(client->getPriorityNoLock().getPriority(), 2);
+        EXPECT_EQ(mine.getPriority(), 3);
     }
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
-    EXPECT_EQ(std::string::npos, dump(mine).find("client<generator"));
+    EXPECT_EQ(dump(mine).find("client<generator"), std::string::npos);
     ObjPtr<MtThreadProtocol> const generator(_thread->detachProtocol());
-    EXPECT_EQ(std::string::npos, dump(mine).find("rt<sync-gen"));
+    EXPECT_EQ(dump(mine).find("rt<sync-gen"), std::string::npos);
     _thread.reset();
 }
 
@@ -526,7 +522,7 @@ TEST_F(SeGeneratorThreadTest, WritesItsSourceAndItsClients)
 {
     std::ostringstream empty;
     _generator->dump(empty);
-    EXPECT_EQ("Source: scripted source", empty.str());
+    EXPECT_EQ(empty.str(), "Source: scripted source");
     ScriptedClient * const one = add(1, "one");
     ScriptedClient * const two = add(1, "two");
     one->record.await("start;");
@@ -536,14 +532,14 @@ TEST_F(SeGeneratorThreadTest, WritesItsSourceAndItsClients)
     std::istringstream lines(stream.str());
     std::string line;
     std::getline(lines, line);
-    EXPECT_EQ("Source: scripted source", line);
+    EXPECT_EQ(line, "Source: scripted source");
     for (char const * const name : {"one", "two"}) {
         std::getline(lines, line);
-        EXPECT_NE(std::string::npos, line.find(std::string(17, ' ') + name + " prio   0"))
+        EXPECT_NE(line.find(std::string(17, ' ') + name + " prio   0"), std::string::npos)
             << stream.str();
     }
     EXPECT_FALSE(std::getline(lines, line));
-    EXPECT_NE('\n', stream.str().back());
+    EXPECT_NE(stream.str().back(), '\n');
 }
 
 TEST_F(SeGeneratorThreadTest, AStateThatIsPastNeedsNoWaiting)
@@ -558,10 +554,10 @@ TEST_F(SeGeneratorThreadTest, AStateThatIsPastNeedsNoWaiting)
 
 // ---- the engine
 
-class SeSyncEngineOfTest : public SeSyncEngineTest
+class SeSyncEngineTest : public testing::Test, protected TestAccess<SeSyncEngine>
 {
 protected:
-    ~SeSyncEngineOfTest() noexcept override
+    ~SeSyncEngineTest() noexcept override
     {
         for (ScriptedSource * const source : {&_source, &_other})
             source->runFree();
@@ -580,7 +576,7 @@ protected:
     int getNbGenerators() const
     {
         std::string const text = getDump();
-        EXPECT_EQ("generators:\n", text.substr(0, 12));
+        EXPECT_EQ(text.substr(0, 12), "generators:\n");
         return static_cast<int>(text.size() == 12 ? 0 : std::count(text.begin(), text.end(), '\n'));
     }
     std::string getDump() const
@@ -599,26 +595,26 @@ protected:
     ScriptedSource _other;
 };
 
-TEST_F(SeSyncEngineOfTest, IsOneForTheProcess)
+TEST_F(SeSyncEngineTest, IsOneForTheProcess)
 {
     EXPECT_EQ(&SeSyncEngine::getInstance(), &SeSyncEngine::getInstance());
     SeSyncEngine::getInstance().stop(); // with nothing to stop
 }
 
-TEST_F(SeSyncEngineOfTest, MakesOneGeneratorForEachSource)
+TEST_F(SeSyncEngineTest, MakesOneGeneratorForEachSource)
 {
     unsigned const nbThreads = getNbThreads();
-    EXPECT_EQ(0, getNbGenerators());
+    EXPECT_EQ(getNbGenerators(), 0);
     add(_source);
-    EXPECT_EQ(1, getNbGenerators());
+    EXPECT_EQ(getNbGenerators(), 1);
     add(_source);
-    EXPECT_EQ(1, getNbGenerators());
+    EXPECT_EQ(getNbGenerators(), 1);
     add(_other); // equal, but another object
-    EXPECT_EQ(2, getNbGenerators());
-    EXPECT_EQ(nbThreads + 5, getNbThreads());
+    EXPECT_EQ(getNbGenerators(), 2);
+    EXPECT_EQ(getNbThreads(), nbThreads + 5);
 }
 
-TEST_F(SeSyncEngineOfTest, ClientsRunWithTheirSource)
+TEST_F(SeSyncEngineTest, ClientsRunWithTheirSource)
 {
     ScriptedClient * const client = add(_source);
     ScriptedClient * const stranger = add(_other);
@@ -629,20 +625,20 @@ TEST_F(SeSyncEngineOfTest, ClientsRunWithTheirSource)
     stranger->record.await("start;");
 }
 
-TEST_F(SeSyncEngineOfTest, AskingWhetherASourceBeatsStartsItsGenerator)
+TEST_F(SeSyncEngineTest, AskingWhetherASourceBeatsStartsItsGenerator)
 {
     EXPECT_FALSE(_engine->isSyncGenBeating(_source));
-    EXPECT_EQ(1, getNbGenerators());
+    EXPECT_EQ(getNbGenerators(), 1);
     _source.awaitWaits(1);
     EXPECT_FALSE(_engine->isSyncGenBeating(_source));
-    EXPECT_EQ(1, getNbGenerators());
+    EXPECT_EQ(getNbGenerators(), 1);
     _source.beat();
     _source.awaitWaits(2);
     EXPECT_TRUE(_engine->isSyncGenBeating(_source));
-    EXPECT_EQ("start;", _source.record.get());
+    EXPECT_EQ(_source.record.get(), "start;");
 }
 
-TEST_F(SeSyncEngineOfTest, WaitsUntilASourceBeats)
+TEST_F(SeSyncEngineTest, WaitsUntilASourceBeats)
 {
     std::atomic<long> waiter = 0;
     std::atomic<bool> isOver = false;
@@ -660,7 +656,7 @@ TEST_F(SeSyncEngineOfTest, WaitsUntilASourceBeats)
     _engine->waitSyncGenBeating(_source);
 }
 
-TEST_F(SeSyncEngineOfTest, IsHeldUpWhileAnotherThreadWaitsForTheFirstBeat)
+TEST_F(SeSyncEngineTest, IsHeldUpWhileAnotherThreadWaitsForTheFirstBeat)
 {
     std::thread waiter([&] { _engine->waitSyncGenBeating(_source); });
     _source.awaitWaits(1); // the waiter has the lock, or it would not have made the generator
@@ -671,7 +667,7 @@ TEST_F(SeSyncEngineOfTest, IsHeldUpWhileAnotherThreadWaitsForTheFirstBeat)
     waiter.join();
 }
 
-TEST_F(SeSyncEngineOfTest, IsHeldUpWhileAnotherThreadRemovesAClient)
+TEST_F(SeSyncEngineTest, IsHeldUpWhileAnotherThreadRemovesAClient)
 {
     std::binary_semaphore entered(0);
     std::binary_semaphore go(0);
@@ -697,10 +693,10 @@ TEST_F(SeSyncEngineOfTest, IsHeldUpWhileAnotherThreadRemovesAClient)
     waitUntilAsleep(remover);
     EXPECT_TRUE(isHeldUp([&] { _engine->isSyncGenBeating(_source); }, [&] { go.release(); }));
     thread.join();
-    EXPECT_EQ(client, back.get());
+    EXPECT_EQ(back.get(), client);
 }
 
-/// Passes for the thread of another client than it runs.
+/// A thread that reports another client than the one that it runs.
 class LyingThread : public StubThread
 {
 public:
@@ -742,66 +738,65 @@ private:
     MtThreadProtocol *_claimed;
 };
 
-TEST_F(SeSyncEngineOfTest, AClientThatTwoGeneratorsHaveIsAFault)
+TEST_F(SeSyncEngineTest, AClientThatTwoGeneratorsHaveIsAFault)
 {
     ScriptedClient * const client = add(_source);
     static_cast<void>(_engine->isSyncGenBeating(_other));
     ObjPtr<SeClientThread> second(new ScriptedClient);
     LyingFactory factory(client);
     getLastGenerator(*_engine).addClient("second", second, 1, factory);
-    EXPECT_EQ("!( foundOverall == true && foundThisSyncGen == true )", removalFailure(client));
+    EXPECT_EQ(removalFailure(client), "!( foundOverall == true && foundThisSyncGen == true )");
 }
 
-TEST_F(SeSyncEngineOfTest, GivesARemovedClientBack)
+TEST_F(SeSyncEngineTest, GivesARemovedClientBack)
 {
     ScriptedClient * const client = add(_source);
     _source.runFree();
     ObjPtr<SeClientThread> back(_engine->removeClient(client));
-    EXPECT_EQ(client, back.get());
-    EXPECT_EQ("clientThreadIter != _clients.end()", removalFailure(client));
+    EXPECT_EQ(back.get(), client);
+    EXPECT_EQ(removalFailure(client), "clientThreadIter != _clients.end()");
     _engine->addClient("again", back, _other, 2);
     EXPECT_TRUE(back.isNull());
 }
 
-TEST_F(SeSyncEngineOfTest, AClientThatIsNotThereCannotBeRemoved)
+TEST_F(SeSyncEngineTest, AClientThatIsNotThereCannotBeRemoved)
 {
     ScriptedClient client;
-    EXPECT_EQ("foundOverall", removalFailure(&client));
+    EXPECT_EQ(removalFailure(&client), "foundOverall");
     static_cast<void>(_engine->isSyncGenBeating(_source));
-    EXPECT_EQ("clientThreadIter != _clients.end()", removalFailure(&client));
+    EXPECT_EQ(removalFailure(&client), "clientThreadIter != _clients.end()");
 }
 
-TEST_F(SeSyncEngineOfTest, OnlyClientsOfTheFirstGeneratorCanBeRemoved)
+TEST_F(SeSyncEngineTest, OnlyClientsOfTheFirstGeneratorCanBeRemoved)
 {
     ScriptedClient * const first = add(_source);
     ScriptedClient * const second = add(_other);
     _source.runFree();
     _other.runFree();
-    EXPECT_EQ("clientThreadIter != _clients.end()", removalFailure(second));
+    EXPECT_EQ(removalFailure(second), "clientThreadIter != _clients.end()");
     ObjPtr<SeClientThread> const back(_engine->removeClient(first));
-    EXPECT_EQ(first, back.get());
-    EXPECT_EQ(2, getNbGenerators());
+    EXPECT_EQ(back.get(), first);
+    EXPECT_EQ(getNbGenerators(), 2);
     while (second->record.get().size() < 100) // it goes on
         std::this_thread::yield();
 }
 
-TEST_F(SeSyncEngineOfTest, AClientIsAddedOnce)
+TEST_F(SeSyncEngineTest, AClientIsAddedOnce)
 {
     ScriptedClient * const client = add(_source);
     ObjPtr<SeClientThread> again(client);
-    EXPECT_EQ("clientThreadIter == _clients.end()",
-              failedExpression([&] { _engine->addClient("again", again, _source, 1); }));
-    EXPECT_EQ(client, again.release());
+    EXPECT_EQ(failedExpression([&] { _engine->addClient("again", again, _source, 1); }), "clientThreadIter == _clients.end()");
+    EXPECT_EQ(again.release(), client);
 }
 
-TEST_F(SeSyncEngineOfTest, ANullClientIsRefusedBeforeAGeneratorIsMade)
+TEST_F(SeSyncEngineTest, ANullClientIsRefusedBeforeAGeneratorIsMade)
 {
     ObjPtr<SeClientThread> client;
     EXPECT_THROW(_engine->addClient("null", client, _source, 1), RCEx::ExNullPtr);
-    EXPECT_EQ(0, getNbGenerators());
+    EXPECT_EQ(getNbGenerators(), 0);
 }
 
-TEST_F(SeSyncEngineOfTest, AStopEndsAllGeneratorsAndLeavesTheEngineUsable)
+TEST_F(SeSyncEngineTest, AStopEndsAllGeneratorsAndLeavesTheEngineUsable)
 {
     int nbDestroyed = 0;
     unsigned const nbThreads = getNbThreads();
@@ -811,18 +806,18 @@ TEST_F(SeSyncEngineOfTest, AStopEndsAllGeneratorsAndLeavesTheEngineUsable)
     _source.runFree();
     _other.runFree();
     _engine->stop();
-    EXPECT_EQ("generators:\n", getDump());
-    EXPECT_EQ(3, nbDestroyed);
-    EXPECT_EQ(nbThreads, getNbThreads());
-    EXPECT_EQ("start;stop;", _source.record.get());
-    EXPECT_EQ("start;stop;", _other.record.get());
+    EXPECT_EQ(getDump(), "generators:\n");
+    EXPECT_EQ(nbDestroyed, 3);
+    EXPECT_EQ(getNbThreads(), nbThreads);
+    EXPECT_EQ(_source.record.get(), "start;stop;");
+    EXPECT_EQ(_other.record.get(), "start;stop;");
     _engine->stop();
     add(_source);
-    EXPECT_EQ(1, getNbGenerators());
+    EXPECT_EQ(getNbGenerators(), 1);
     _engine->waitSyncGenBeating(_source);
 }
 
-TEST_F(SeSyncEngineOfTest, ItsEndStopsAllGenerators)
+TEST_F(SeSyncEngineTest, ItsEndStopsAllGenerators)
 {
     SeSyncEngine * const engine = makeEngine();
     int nbDestroyed = 0;
@@ -831,22 +826,21 @@ TEST_F(SeSyncEngineOfTest, ItsEndStopsAllGenerators)
     engine->addClient("client", client, _source, 1);
     _source.runFree();
     destroyEngine(engine);
-    EXPECT_EQ(1, nbDestroyed);
-    EXPECT_EQ("start;stop;", _source.record.get());
+    EXPECT_EQ(nbDestroyed, 1);
+    EXPECT_EQ(_source.record.get(), "start;stop;");
 }
 
-TEST_F(SeSyncEngineOfTest, AGeneratorWhoseThreadCannotBeStartedIsNone)
+TEST_F(SeSyncEngineTest, AGeneratorWhoseThreadCannotBeStartedIsNone)
 {
     refuseThread(1);
-    EXPECT_EQ("threadHandle != NULL",
-              failedExpression([&] { static_cast<void>(_engine->isSyncGenBeating(_source)); }));
-    EXPECT_EQ(0, getNbGenerators());
+    EXPECT_EQ(failedExpression([&] { static_cast<void>(_engine->isSyncGenBeating(_source)); }), "threadHandle != NULL");
+    EXPECT_EQ(getNbGenerators(), 0);
     _source.runFree();
     _engine->waitSyncGenBeating(_source);
-    EXPECT_EQ(1, getNbGenerators());
+    EXPECT_EQ(getNbGenerators(), 1);
 }
 
-TEST_F(SeSyncEngineOfTest, WritesALineForEachGenerator)
+TEST_F(SeSyncEngineTest, WritesALineForEachGenerator)
 {
     ScriptedSource left("left");
     ScriptedSource right("right");
@@ -855,18 +849,18 @@ TEST_F(SeSyncEngineOfTest, WritesALineForEachGenerator)
     std::istringstream lines(getDump());
     std::string line;
     std::getline(lines, line);
-    EXPECT_EQ("generators:", line);
+    EXPECT_EQ(line, "generators:");
     std::getline(lines, line);
-    EXPECT_NE(std::string::npos, line.find(std::string(16, ' ') + "left prio   2")) << line;
+    EXPECT_NE(line.find(std::string(16, ' ') + "left prio   2"), std::string::npos) << line;
     std::getline(lines, line);
-    EXPECT_NE(std::string::npos, line.find(std::string(15, ' ') + "right prio   2")) << line;
+    EXPECT_NE(line.find(std::string(15, ' ') + "right prio   2"), std::string::npos) << line;
     EXPECT_FALSE(std::getline(lines, line));
     left.runFree();
     right.runFree();
     _engine->stop();
 }
 
-TEST_F(SeSyncEngineOfTest, NoBeatIsLostHoweverBusyTheMachineIs)
+TEST_F(SeSyncEngineTest, NoBeatIsLostHoweverBusyTheMachineIs)
 {
     struct Client
     {
@@ -881,7 +875,7 @@ TEST_F(SeSyncEngineOfTest, NoBeatIsLostHoweverBusyTheMachineIs)
         ObjPtr<SeClientThread> owned(new ScriptedClient);
         static_cast<ScriptedClient *>(owned.get())->onSync = [&client](std::uint32_t count,
                                                                        int late) {
-            // Between two runs lie a period and the lateness of the second, once the rounds of grace are over.
+            // After the wake-ups of grace, two runs are a period apart, plus the lateness of the second.
             if (client.nbRuns > 2 &&
                 count - client.last != static_cast<std::uint32_t>(client.divisor + late))
                 ++client.nbFaults;
@@ -895,12 +889,12 @@ TEST_F(SeSyncEngineOfTest, NoBeatIsLostHoweverBusyTheMachineIs)
     for (auto const &client : clients) {
         while (client->nbRuns < 50)
             std::this_thread::yield();
-        EXPECT_EQ(0, client->nbFaults);
+        EXPECT_EQ(client->nbFaults, 0);
     }
     _engine->stop();
 }
 
-TEST_F(SeSyncEngineOfTest, TheClockPacesItsClients)
+TEST_F(SeSyncEngineTest, TheClockPacesItsClients)
 {
     SeSourceClock &clock = SeSourceClock::getInstance();
     clock.setInterval(0.001);
@@ -920,7 +914,7 @@ TEST_F(SeSyncEngineOfTest, TheClockPacesItsClients)
     clock.setInterval(SeSourceClock::getDefaultInterval());
 }
 
-using SeSyncEngineDeathTest = SeSyncEngineOfTest;
+using SeSyncEngineDeathTest = SeSyncEngineTest;
 
 TEST_F(SeSyncEngineDeathTest, AFailureOfTheWorkEndsTheProcess)
 {

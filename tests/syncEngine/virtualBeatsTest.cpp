@@ -1,7 +1,7 @@
-// Hours of beats on a clock that passes as soon as somebody waits.
+// Hours of beats on a clock that moves as soon as a thread waits.
 
 #include "nanosecondClock.h"
-#include "resmgt/syncEngine/seSourceClock.h"
+#include "resmgt/syncEngine/seSourceProtocol.h"
 #include "zvbase/periodicTimer.h"
 
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 namespace Zv {
 namespace {
 
-/// The clock of the calling thread, in nanoseconds. A wait for a timer takes as long as the timer was set to, or what
-/// the test makes of that.
+/// The clock of the calling thread in nanoseconds. A wait takes as long as the timer was set to, unless the test changes
+/// that.
 class VirtualClock
 {
 public:
@@ -87,7 +87,7 @@ protected:
         double const elapsed = getElapsed();
         return beat * 0.01 <= elapsed && elapsed < (beat + 1) * 0.01;
     }
-    /// Within the unit that timers of the system are set in.
+    /// Equal up to the unit of the system's timers.
     bool isAt(std::uint32_t beat) const
     {
         return isIn(beat) && getElapsed() < beat * 0.01 + 1.1e-7;
@@ -95,7 +95,7 @@ protected:
     ObjPtr<PeriodicTimer> make(double interval)
     {
         ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(interval));
-        EXPECT_EQ(VirtualClock::START, _clock.now);
+        EXPECT_EQ(_clock.now, VirtualClock::START);
         return timer;
     }
 
@@ -112,7 +112,7 @@ TEST_F(VirtualBeats, TenHoursOfBeatsInTimeNoneEarlyNoneLost)
         ASSERT_TRUE(count == beat && isAt(beat)) << beat;
     }
     EXPECT_NEAR(36000.0, getElapsed(), 1e-6);
-    EXPECT_EQ(static_cast<int>(TEN_HOURS), _clock.nbWaits);
+    EXPECT_EQ(_clock.nbWaits, static_cast<int>(TEN_HOURS));
 }
 
 TEST_F(VirtualBeats, TenHoursOfTheSourceClock)
@@ -122,7 +122,7 @@ TEST_F(VirtualBeats, TenHoursOfTheSourceClock)
     source.start();
     LONGLONG const start = _clock.now;
     for (std::uint32_t beat = 1; beat <= TEN_HOURS; ++beat)
-        ASSERT_EQ(beat, source.waitSync());
+        ASSERT_EQ(source.waitSync(), beat);
     EXPECT_NEAR(36000.0, static_cast<double>(_clock.now - start) / 1e9, 1e-6);
     source.stop();
 }
@@ -152,7 +152,7 @@ TEST_F(VirtualBeats, ATimerThatFiresEarlyBringsNoBeatEarly)
         return duration - duration * (random % 3) / 2; // at once, half-way, or in time
     };
     for (std::uint32_t beat = 1; beat <= 100'000; ++beat) {
-        ASSERT_EQ(beat, timer->wait());
+        ASSERT_EQ(timer->wait(), beat);
         ASSERT_TRUE(isAt(beat)) << beat;
     }
     EXPECT_GT(_clock.nbWaits, 150'000);
@@ -163,25 +163,25 @@ TEST_F(VirtualBeats, RoundedQuotientsShiftNoBeat)
     // 0.35 divided by 0.01 gives 35, though 35 times 0.01 is more than 0.35.
     ObjPtr<PeriodicTimer> const timer(make(0.01));
     _clock.now = VirtualClock::START + 350'000'000;
-    EXPECT_EQ(34U, timer->getCurrentCount());
+    EXPECT_EQ(timer->getCurrentCount(), 34U);
     EXPECT_GT(timer->getTimeToNextBeat(), 0.0);
     EXPECT_LT(timer->getTimeToNextBeat(), 1e-9);
     _clock.now += 1;
-    EXPECT_EQ(35U, timer->getCurrentCount());
+    EXPECT_EQ(timer->getCurrentCount(), 35U);
     // 0.29 divided by 0.01 gives less than 29, though 29 times 0.01 is 0.29.
     _clock.now = VirtualClock::START + 290'000'000;
-    EXPECT_EQ(29U, timer->getCurrentCount());
+    EXPECT_EQ(timer->getCurrentCount(), 29U);
     EXPECT_GT(timer->getTimeToNextBeat(), 0.009);
     _clock.now -= 1;
-    EXPECT_EQ(28U, timer->getCurrentCount());
+    EXPECT_EQ(timer->getCurrentCount(), 28U);
 }
 
 TEST_F(VirtualBeats, AClockThatIsSetBackBringsNoBeat)
 {
     ObjPtr<PeriodicTimer> const timer(make(0.01));
     _clock.now -= 25'000'000;
-    EXPECT_EQ(0U, timer->getCurrentCount());
-    EXPECT_EQ(1U, timer->wait());
+    EXPECT_EQ(timer->getCurrentCount(), 0U);
+    EXPECT_EQ(timer->wait(), 1U);
     EXPECT_NEAR(0.01, getElapsed(), 1e-6);
 }
 

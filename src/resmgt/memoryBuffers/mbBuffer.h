@@ -1,4 +1,4 @@
-// The handle of a buffer.
+// A memory buffer that may be evicted and loaded again (applications).
 #pragma once
 
 #include "resmgt/memoryBuffers/mbBufferImp.h"
@@ -6,31 +6,43 @@
 
 namespace Zv {
 
-/// A named block of memory whose contents belong to a client's protocol and whose memory belongs to a manager. It may
-/// lose its memory whenever nobody holds a lock on it, and has it back, possibly elsewhere, when it is locked again: the
-/// guards `MbBufferRdGuardImp` and `MbBufferWrGuardImp` are the only way to it.
+/// A handle to a named buffer. The contents of a buffer belong to the client's protocol, and its
+/// memory belongs to a manager. While no guard holds the buffer, the manager may evict it. The next
+/// guard loads it again, possibly at another address. The guards `MbBufferRdGuardImp` and
+/// `MbBufferWrGuardImp` are the only way to the memory.
 ///
-///     RCShdPtr<MbManager> manager(new MbHeapManager("frames", 64 << 20, makeObj<MbUnloadLRU>(0)));
-///     MbBufferSimpleFactory factory(MbStateMachine::getInstance(false).getInitialState(), manager);
-///     MbBuffer frame = factory.create("frame 1", makeObj<FrameProtocol>(file), frameSize, MbAlignment(4095, 0, 0));
-///     ...
-///     MbBufferRdGuardImp guard(frame);
-///     show(guard.getMemory());
+///     RCShdPtr<MbManager> const manager(
+///         new MbHeapManager("frames", 64 << 20, ObjPtr<MbUnloadStrategy>(new MbUnloadLRU(0))));
+///     MbState const * const initial = MbStateMachine::getInstance(false).getInitialState();
+///     MbBufferSimpleFactory factory(initial, manager);
+///     MbBuffer const frame = factory.create("frame 1", 4096);
+///     {
+///         MbBufferWrGuardImp const guard(frame);
+///         guard.getData()[0] = std::byte{1};
+///     }
+///     MbBufferRdGuardImp const guard(frame);
+///     std::byte const first = guard.getData()[0];
 ///
-/// A small value: copies share the buffer, and none of them keeps its memory in place. The last handle or guard to go
-/// ends the buffer: it waits until no other thread runs a transition of it and no asynchronous operation is under way,
-/// calls the protocol's `free` if there are contents that were not synched, and gives its memory back. A failure comes out
-/// of the handle's destructor or assignment, or is traced while another exception passes; the buffer is never deleted then.
-/// If the last handle goes inside a call of the buffer's own protocol, the thread of that call ends the buffer afterwards.
-/// A failure then comes out of the operation that led to the call.
+/// **Threads**: a buffer is thread-safe. A handle is a value: each thread needs its own.
 ///
-/// Any thread may use a buffer at any time, by a handle of its own. A null handle throws `RCEx::ExNullPtr` at all that is
-/// asked of it but `isNull` and `isUniqueOwner`.
+/// **Throws** `RCEx::ExNullPtr` if the handle is null, except from `isNull` and `isUniqueOwner`.
+///
+/// **Owns**: copies of a handle share the buffer. They do not keep its memory in place. When the
+/// last handle or guard is destroyed, it ends the buffer. It waits until no other thread runs a
+/// transition of the buffer and no asynchronous operation is under way. It calls the protocol's
+/// `free` if there are contents that were not synched, and then gives the memory back.
+///
+/// If ending the buffer fails, the exception leaves the destructor or the assignment of the handle.
+/// If another exception is being handled, the failure is traced instead. In both cases the buffer
+/// is never deleted. If the last handle is destroyed inside a call of the buffer's own protocol,
+/// the thread of that call ends the buffer afterwards. A failure then leaves the operation that led
+/// to the call.
 class ZVRESMGT_EXPORT MbBuffer
 {
 public:
-    /// Null.
+    /// Makes a null handle.
     MbBuffer() noexcept;
+    /// Makes a handle to the buffer of a factory.
     explicit MbBuffer(RCShdEngPtr<MbBufferImp> imp);
     MbBuffer(MbBuffer const &);
     MbBuffer(MbBuffer &&) noexcept;
@@ -39,42 +51,47 @@ public:
     ~MbBuffer() noexcept(false);
 
     bool isNull() const noexcept { return _imp.isNull(); }
-    /// Whether there is no other handle and no guard. False for null.
+    /// Returns true if there is no other handle and no guard. Returns false if the handle is null.
     bool isUniqueOwner() const { return _imp.isUnique(); }
 
-    /// Returns the name, which is valid as long as the buffer. Takes the buffer's mutex. No thread keeps that while it
-    /// waits, calls the protocol or unloads another buffer.
+    /// Returns the name. It is valid as long as the buffer. Takes the buffer's mutex, which no
+    /// thread keeps while it waits, calls the protocol or evicts another buffer.
     char const *getName() const;
-    /// Bytes.
+    /// Returns the size in bytes.
     int getSize() const { return _imp->getSize(); }
     MbAlignment const &getAlignment() const { return _imp->getAlignment(); }
-    /// Returns whether a guard can be had without loading. False during every transition. Takes the buffer's mutex like
-    /// `getName`.
+    /// Returns true if a guard can be made without loading. Returns false during every transition.
+    /// Takes the buffer's mutex as `getName` does.
     bool isLoaded() const;
 
-    /// Begins to load a buffer that is not loaded, by the protocol's `asyncLoad` or `asyncReload`. A buffer that is loaded
-    /// and not locked becomes the most recently used.
+    /// Begins to load a buffer that is not loaded, by the protocol's `asyncLoad` or `asyncReload`.
+    /// If the buffer is loaded and not locked, it becomes the most recently used one.
     ///
-    /// **Blocks** while the manager has no free memory, while another thread unloads or frees the buffer, and as long as
-    /// the call of the protocol takes: by default that is the whole `reload`.
+    /// **Blocks** while the manager has no free memory, while another thread unloads or frees the
+    /// buffer, and as long as the call of the protocol takes. By default that is the whole
+    /// `reload`.
     void prefetch();
-    /// Writes the contents back and returns when that is done. Does nothing if there is nothing to write.
+    /// Writes the contents back, and returns when that is done. Does nothing if there is nothing to
+    /// write.
     ///
-    /// **Blocks** while there are guards, those of the calling thread among them, while another thread runs a transition,
-    /// and until an asynchronous operation under way has completed.
+    /// **Blocks** while there are guards, even those of the calling thread, while another thread
+    /// runs a transition, and until an asynchronous operation that is under way has completed.
     void sync();
-    /// Begins to write the contents back. If the buffer is locked, this takes effect when the last guard is gone.
+    /// Begins to write the contents back. If the buffer is locked, this takes effect when the last
+    /// guard is gone.
     ///
-    /// **Blocks** while another thread runs a transition, until an asynchronous operation under way has completed, and as
-    /// long as the call of the protocol takes: by default that is the whole `sync`.
+    /// **Blocks** while another thread runs a transition, until an asynchronous operation that is
+    /// under way has completed, and as long as the call of the protocol takes. By default that is
+    /// the whole `sync`.
     void asyncSync();
-    /// Gives the contents up: the next guard loads anew. If the buffer is locked, this takes effect when the last guard is
-    /// gone.
+    /// Discards the contents, so that the next guard calls `load`. If the buffer is locked, this
+    /// takes effect when the last guard is gone.
     ///
-    /// **Blocks** while another thread runs a transition and until an asynchronous operation under way has completed.
+    /// **Blocks** while another thread runs a transition, and until an asynchronous operation that
+    /// is under way has completed.
     void free();
 
-    /// For whoever builds on the buffer itself.
+    /// Returns the object behind the handle, for factories and guards.
     RCShdEngPtr<MbBufferImp> const &getImp() const noexcept { return _imp; }
 
 private:

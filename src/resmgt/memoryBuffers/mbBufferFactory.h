@@ -1,33 +1,86 @@
-// Who makes buffers.
+// Factories of memory buffers (applications).
 #pragma once
 
 #include "resmgt/memoryBuffers/mbBuffer.h"
+#include "resmgt/memoryBuffers/mbManager.h"
 #include "resmgt/memoryBuffers/mbProtocol.h"
 
 namespace Zv {
 
-/// Makes buffers of one kind. A new buffer is Freed: it has no memory until it is locked or prefetched. Sizes are bytes,
-/// not negative; a name is copied. Any thread.
+/// Makes buffers of one kind. A new buffer has no memory until it is locked or prefetched.
 ///
-/// **Throws** `RCEx::ExNullPtr` if the factory has no initial state. A buffer without a protocol or a manager throws it
-/// when it is first locked or prefetched.
+///     MbBuffer createFrame(MbBufferFactory &factory, int number)
+///     {
+///         return factory.create(LiString("frame"), 4096, MbAlignment(4095, 0, 0));
+///     }
+///
+/// **Threads**: thread-safe.
+///
+/// **Throws** `RCEx::ExNullPtr` if the factory has no initial state. A buffer without a protocol or
+/// a manager throws it when it is first locked or prefetched. If the size is negative, an assertion
+/// fails.
+///
+/// **Owns**: a buffer owns its protocol, shares its manager and copies its name.
+///
+/// Sizes are in bytes.
 class ZVRESMGT_EXPORT MbBufferFactory
 {
 public:
     virtual ~MbBufferFactory() noexcept(false);
 
-    /// A buffer whose contents are the protocol's.
-    virtual MbBuffer create(LiString const &name, ObjPtr<MbProtocol> protocol, int size,
-                            MbAlignment const &alignment) = 0;
-    /// A buffer that keeps its contents only while it is loaded.
-    virtual MbBuffer create(LiString const &name, int size, MbAlignment const &alignment) = 0;
-    /// The same, aligned to 128 bytes.
-    virtual MbBuffer create(LiString const &name, int size) = 0;
+    /// Makes a buffer whose contents belong to the protocol.
+    [[nodiscard]] virtual MbBuffer create(LiString const &name, ObjPtr<MbProtocol> protocol,
+                                          int size, MbAlignment const &alignment) = 0;
+    /// Makes a buffer that keeps its contents only while it is loaded.
+    [[nodiscard]] virtual MbBuffer create(LiString const &name, int size,
+                                          MbAlignment const &alignment) = 0;
+    /// Makes a buffer that keeps its contents only while it is loaded, and is aligned to 128 bytes.
+    [[nodiscard]] virtual MbBuffer create(LiString const &name, int size) = 0;
 
 protected:
     MbBufferFactory();
     MbBufferFactory(MbBufferFactory const &);
     MbBufferFactory &operator=(MbBufferFactory const &);
+};
+
+/// Makes the buffers of one state machine and one manager. A value: copies share the manager.
+///
+///     RCShdPtr<MbManager> const manager(
+///         new MbHeapManager("clips", 1 << 20, ObjPtr<MbUnloadStrategy>(new MbUnloadLRU(0))));
+///     MbState const * const initial = MbStateMachine::getInstance(false).getInitialState();
+///     MbBufferSimpleFactory factory(initial, manager);
+///     MbBuffer const clip = factory.create("clip", 4096);
+class ZVRESMGT_EXPORT MbBufferSimpleFactory : public MbBufferFactory
+{
+public:
+    /// `initialState` must be `MbStateMachine::getInstance(trace).getInitialState()`.
+    MbBufferSimpleFactory(MbState const *initialState, RCShdPtr<MbManager> const &manager);
+    MbBufferSimpleFactory(MbBufferSimpleFactory const &);
+    MbBufferSimpleFactory &operator=(MbBufferSimpleFactory const &);
+    ~MbBufferSimpleFactory() noexcept(false) override;
+
+    [[nodiscard]] MbBuffer create(LiString const &name, ObjPtr<MbProtocol> protocol, int size,
+                                  MbAlignment const &alignment) override;
+    [[nodiscard]] MbBuffer create(LiString const &name, int size,
+                                  MbAlignment const &alignment) override;
+    [[nodiscard]] MbBuffer create(LiString const &name, int size) override;
+
+private:
+    MbState const *_initialState;
+    RCShdPtr<MbManager> _manager;
+};
+
+/// Makes the object behind a handle. A class that derives from `MbBufferFactory` calls it.
+class ZVRESMGT_EXPORT MbBufferImpFactory
+{
+public:
+    /// Throws `RCEx::ExNullPtr` if `initialState` is null. If `size` is negative, an assertion
+    /// fails.
+    [[nodiscard]] static RCShdEngPtr<MbBufferImp>
+    create(LiString const &name, MbState const *initialState, RCShdPtr<MbManager> const &manager,
+           ObjPtr<MbProtocol> protocol, int size, MbAlignment const &alignment);
+
+    MbBufferImpFactory() = delete;
 };
 
 } // namespace Zv

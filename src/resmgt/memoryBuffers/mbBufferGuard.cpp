@@ -2,6 +2,8 @@
 
 #include "zvbase/scope.private.h"
 
+#include <utility>
+
 namespace Zv {
 
 MbBufferGuard::MbBufferGuard() noexcept = default;
@@ -31,12 +33,49 @@ void MbBufferGuard::assign(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event)
     _imp = std::move(next);
 }
 
-/// Null from here on, whatever fails: the hold is given up.
+/// The guard is null from the beginning on, so that a failure leaves no hold behind.
 void MbBufferGuard::letGo()
 {
-    // The reference outlasts the event, and goes before an exception does: two at once would end the process.
+    // The reference is released after the event, but before an exception leaves this function. Two
+    // exceptions at once would end the process.
     RCShdEngPtr<MbBufferImp> held(std::move(_imp));
     held->receive(MbEvent::UNLOCK);
 }
+
+MbBufferRdGuardImp::MbBufferRdGuardImp() noexcept = default;
+
+MbBufferRdGuardImp::MbBufferRdGuardImp(MbBuffer const &buffer)
+    : MbBufferGuard(buffer.getImp(), MbEvent::RDLOCK)
+{}
+
+MbBufferRdGuardImp::MbBufferRdGuardImp(MbBufferRdGuardImp const &other)
+    : MbBufferGuard(other.imp(), MbEvent::RDLOCK)
+{}
+
+MbBufferRdGuardImp &MbBufferRdGuardImp::operator=(MbBufferRdGuardImp const &other)
+{
+    assign(other.imp(), MbEvent::RDLOCK);
+    return *this;
+}
+
+MbBufferRdGuardImp::~MbBufferRdGuardImp() noexcept(false) = default;
+
+MbBufferWrGuardImp::MbBufferWrGuardImp() noexcept = default;
+
+MbBufferWrGuardImp::MbBufferWrGuardImp(MbBuffer const &buffer)
+    : MbBufferGuard(buffer.getImp(), MbEvent::WRLOCK)
+{}
+
+MbBufferWrGuardImp::MbBufferWrGuardImp(MbBufferWrGuardImp const &other)
+    : MbBufferGuard(other.imp(), MbEvent::WRDUP)
+{}
+
+MbBufferWrGuardImp &MbBufferWrGuardImp::operator=(MbBufferWrGuardImp const &other)
+{
+    assign(other.imp(), MbEvent::WRDUP);
+    return *this;
+}
+
+MbBufferWrGuardImp::~MbBufferWrGuardImp() noexcept(false) = default;
 
 } // namespace Zv

@@ -2,7 +2,6 @@
 
 #include "resmgt/memoryBuffers/mbManager.h"
 #include "resmgt/memoryBuffers/mbProtocol.h"
-#include "resmgt/memoryBuffers/mbState.h"
 #include "zvbase/failures.h"
 #include "zvbase/scope.private.h"
 #include "zvbase/traceCaught.private.h"
@@ -15,7 +14,7 @@ namespace Zv {
 MbBufferImp::MbBufferImp(LiString const &name, MbState const *initialState,
                          RCShdPtr<MbManager> const &manager, ObjPtr<MbProtocol> protocol, int size,
                          MbAlignment const &alignment)
-    // The locks keep a pointer to the characters, which this buffer's copy of the name keeps alive.
+    // The mutex and the pulse keep a pointer to the characters, which `_name` keeps alive.
     : _mutex(name.getChars()),
       _pulse(name.getChars(), LkPulse::WAKE_ALL),
       _keepAlive(1),
@@ -53,7 +52,7 @@ void MbBufferImp::receive(MbEvent event)
     try {
         deliver(event);
     } catch (...) {
-        // The event's failure is told, and not that of the end.
+        // The exception of the event is thrown, and an exception of the end is traced.
         try {
             endIfAbandoned(guard);
         } catch (...) {
@@ -111,8 +110,8 @@ void MbBufferImp::changeState(MbState const *next)
     _transientStateOwner.setCurrentThread();
     try {
         enterStates(next);
-        // The thread is still the owner: an event that meets a waiting state is put off again until the completion,
-        // which may be in this very mask, and is not waited for.
+        // The thread is still the owner. So if the state is waiting for a completion, an event is
+        // postponed again and not waited for. The completion may be in this mask.
         if (_pending != 0)
             deliverEvents(std::exchange(_pending, 0));
     } catch (...) {
@@ -122,7 +121,7 @@ void MbBufferImp::changeState(MbState const *next)
     endRun(formerOwner);
 }
 
-/// Goes on from state to state, and back to the first one if one of them throws.
+/// Changes from state to state, and returns to the first one if one of them throws.
 void MbBufferImp::enterStates(MbState const *next)
 {
     MbState const * const former = _state;
@@ -138,7 +137,8 @@ void MbBufferImp::enterStates(MbState const *next)
     }
 }
 
-/// The failure that led here is told. Another one on the way back is traced, unless it is an assertion.
+/// The caller throws its own exception. An exception on the way back is traced, unless it is an
+/// assertion.
 void MbBufferImp::fallBack(MbState const *former)
 {
     try {
@@ -156,7 +156,7 @@ void MbBufferImp::fallBack(MbState const *former)
     }
 }
 
-/// Every waiter looks at the buffer again, also after a run that has failed.
+/// Wakes every waiter, even if the run has failed.
 void MbBufferImp::endRun(LkThreadId formerOwner)
 {
     _transientStateOwner = formerOwner;
@@ -172,7 +172,8 @@ void MbBufferImp::changeStateForLock(MbState const *next, int formerCount)
         if (_state == former) {
             _lockCount = formerCount;
         } else {
-            // The lock has succeeded, and an event that was put off has failed. The last hold to go unlocks the buffer.
+            // The lock has succeeded, and a postponed event has failed. The last hold unlocks the
+            // buffer.
             try {
                 deliver(MbEvent::UNLOCK);
             } catch (...) {
@@ -183,7 +184,7 @@ void MbBufferImp::changeStateForLock(MbState const *next, int formerCount)
     }
 }
 
-/// Waiters are counted, so that a pulse is sent only for somebody. It wakes them all.
+/// Wakes all waiters. They are counted, so that no pulse is sent if there is none.
 void MbBufferImp::announceChange()
 {
     if (std::exchange(_waiters, 0) != 0)
@@ -209,7 +210,8 @@ void MbBufferImp::deliver(MbEvent event)
     }
 }
 
-/// False when the state has waited: the event then goes to the state that is current now.
+/// Returns false if the state has waited, so that the event must be delivered to the state that is
+/// current now.
 bool MbBufferImp::deliverOnce(MbEvent event)
 {
     dispatch(event);
@@ -224,32 +226,14 @@ void MbBufferImp::deliverEvents(std::uint32_t mask)
 
 void MbBufferImp::dispatch(MbEvent event)
 {
-    switch (event) {
-    case MbEvent::RDLOCK:
-        return _state->rdlock(this);
-    case MbEvent::WRLOCK:
-        return _state->wrlock(this);
-    case MbEvent::WRDUP:
-        return _state->wrdup(this);
-    case MbEvent::PREFETCH:
-        return _state->prefetch(this);
-    case MbEvent::ASYNC_SYNC:
-        return _state->asyncSync(this);
-    case MbEvent::SYNC:
-        return _state->sync(this);
-    case MbEvent::UNLOCK:
-        return _state->unlock(this);
-    case MbEvent::UNLOAD:
-        return _state->unload(this);
-    case MbEvent::FREE:
-        return _state->free(this);
-    case MbEvent::DESTROY:
-        return _state->destroy(this);
-    case MbEvent::ASYNC_OP_SUCCEEDED:
-        return _state->asyncOpSucceeded(this);
-    case MbEvent::ASYNC_OP_FAILED:
-        return _state->asyncOpFailed(this);
-    }
+    using Operation = void (MbState::*)(MbBufferImp *) const;
+    // In the order of the events' bits.
+    static constexpr Operation operations[] = {
+        &MbState::rdlock,   &MbState::wrlock,           &MbState::wrdup,
+        &MbState::prefetch, &MbState::asyncSync,        &MbState::sync,
+        &MbState::unlock,   &MbState::unload,           &MbState::free,
+        &MbState::destroy,  &MbState::asyncOpSucceeded, &MbState::asyncOpFailed};
+    (_state->*operations[std::countr_zero(static_cast<std::uint32_t>(event))])(this);
 }
 
 void MbBufferImp::destroy()
@@ -257,12 +241,13 @@ void MbBufferImp::destroy()
     throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] {
         {
             LkGuard<LkMutex const> guard(_mutex);
-            // A protocol call of this thread still stands on the object: it ends the buffer on its way back.
+            // A protocol call of this thread still uses the object. It ends the buffer when it
+            // returns.
             if (_transientStateOwner.isCurrentThread()) {
                 _isAbandoned = true;
                 return;
             }
-            // After each wait for an operation, too: another transition may have begun since it ended.
+            // Another transition may have begun after each wait.
             do {
                 while (!_transientStateOwner.isNull())
                     sleepUntilChange();
@@ -274,7 +259,8 @@ void MbBufferImp::destroy()
 
 void MbBufferImp::endIfAbandoned(LkGuard<LkMutex const> &guard)
 {
-    // While a transition runs, this is left to the thread that owns it, which passes here on its way out.
+    // While a transition runs, its thread is left to end the buffer. It calls this function when it
+    // returns.
     if (!_isAbandoned || !_transientStateOwner.isNull()) [[likely]]
         return;
     _isAbandoned = false;

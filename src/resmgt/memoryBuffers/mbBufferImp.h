@@ -1,4 +1,4 @@
-// The buffer behind its handles and guards.
+// The object behind a memory buffer's handles and guards (extenders).
 #pragma once
 
 #include "resmgt/literals/liString.h"
@@ -7,33 +7,46 @@
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/memoryBuffers/mbAlignment.h"
-#include "resmgt/memoryBuffers/mbEvent.h"
+#include "resmgt/memoryBuffers/mbStateMachine.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/testAccess.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace Zv {
 
 class MbManager;
 class MbProtocol;
-class MbState;
 
-/// A buffer: the data that its states work on. Clients have `MbBuffer` and the guards; this is for managers, unload
-/// strategies and states.
+/// A buffer, with the data that its states work on. Applications use `MbBuffer` and the guards
+/// instead. This class is for managers, unload strategies and states.
 ///
-/// Each event takes the buffer's mutex and goes to the current state, which may change the state, call the protocol
-/// with the mutex free, or wait for the buffer to change. Any thread may deliver any event at any time; it blocks where
-/// the state waits.
+///     void describe(std::ostream &stream, MbBufferImp const &buffer)
+///     {
+///         stream << buffer.getName() << ": " << buffer.getSize() << " bytes";
+///     }
 ///
-/// Two counts keep the object. When the last reference is gone, the event `DESTROY` is delivered, which waits for
-/// whatever another thread does with the buffer. The object is deleted when its keep-alive count is 0 as well: a pool
-/// manager holds one on the victim that it unloads.
+/// Each event takes the buffer's mutex and is delivered to the current state. The state may change
+/// the state of the buffer, call the protocol while the mutex is free, or wait for the buffer to
+/// change.
+///
+/// **Threads**: thread-safe, except for the operations that are for managers and states.
+///
+/// **Blocks**: an event blocks while the state waits.
+///
+/// **Owns**: the buffer owns its protocol and shares its manager. Two counts keep the object alive.
+/// When the last reference is gone, the event `DESTROY` is delivered, which waits until no other
+/// thread works on the buffer. The object is deleted when its keep-alive count is 0 as well. A pool
+/// manager adds one to this count while it evicts the buffer.
 class ZVRESMGT_EXPORT MbBufferImp : public RCBaseWithDestroy<LkCounter<long>>, public LkAsyncHandle
 {
 public:
-    /// `initialState` is one of `MbStateMachine`; `size` is in bytes, not negative.
+    /// `initialState` must be a state of `MbStateMachine`. Throws `RCEx::ExNullPtr` if it is null.
+    /// `size` is in bytes. If it is negative, an assertion fails.
     MbBufferImp(LiString const &name, MbState const *initialState,
                 RCShdPtr<MbManager> const &manager, ObjPtr<MbProtocol> protocol, int size,
                 MbAlignment const &alignment);
@@ -41,85 +54,97 @@ public:
     MbBufferImp &operator=(MbBufferImp const &) = delete;
     ~MbBufferImp() noexcept(false) override;
 
-    /// Takes the mutex and delivers an event.
+    /// Takes the mutex and delivers an event. Throws what the state throws.
     void receive(MbEvent event);
-    /// The asynchronous operation that the protocol began has come to its end. Any thread, once for each operation, also
-    /// inside the call that began it.
+    /// Reports that the asynchronous operation that the protocol began has succeeded. For each
+    /// operation, either `performSucceeded` or `performFailed` must be called, once. Any thread may
+    /// call it, even before the call that began the operation has returned.
     void performSucceeded() override;
+    /// Reports that the asynchronous operation that the protocol began has failed.
     void performFailed() override;
 
-    /// Takes the mutex for the state's answer.
+    /// Takes the mutex, and returns true if a lock can be taken without loading.
     bool isLoaded() const;
-    /// These do not change, and take no lock.
+    /// Takes no lock. The name, the size and the alignment do not change.
     LiString const &getName() const noexcept { return _name; }
     int getSize() const noexcept { return _size; }
     MbAlignment const &getAlignment() const noexcept { return _alignment; }
-    /// The name by way of a copy made under the mutex.
+    /// Returns a copy of the name that is made under the mutex.
     LiString copyName() const;
 
-    // ---- the region: for managers, which set it, and for whoever holds a lock on the buffer. No lock.
+    // ---- the region, for managers and for threads that hold a lock on the buffer. No lock is taken.
 
     std::uint64_t getRegionStart() const noexcept { return _regionStart; }
     std::uint64_t getDataStart() const noexcept { return _dataStart; }
     std::uint64_t getDataEnd() const noexcept { return _dataEnd; }
     std::uint64_t getRegionEnd() const noexcept { return _regionEnd; }
-    /// The memory that the manager has given: `size` bytes from `start`, room for the data and its alignment.
+    /// Sets the memory that the manager gives to the buffer. It is `size` bytes from `start`,
+    /// enough for the data and its alignment.
     void setRegion(std::uint64_t start, std::uint64_t size);
-    /// No memory any more.
+    /// Sets the memory that the manager gives to the buffer.
+    void setRegion(std::span<std::byte> memory)
+    {
+        setRegion(reinterpret_cast<std::uintptr_t>(memory.data()), memory.size());
+    }
+    /// Called when the manager has taken the memory back.
     void clearRegion() noexcept;
 
     // ---- the keep-alive count: for managers
 
+    /// Keeps the object alive until `releaseKeepAlive` is called.
     void addKeepAlive() { ++_keepAlive; }
-    /// Deletes the object where the count reaches 0.
+    /// Deletes the object if the count reaches 0.
     void releaseKeepAlive();
-    /// For an `allocateRegion` that waits: `letGo` releases the mutex that the caller of `allocateRegion` holds, and
-    /// `takeBack` takes it again.
+    /// Releases the mutex, which the caller of `MbManager::allocateRegion` holds, while the manager
+    /// waits.
     void letGo() const ZV_NO_THREAD_SAFETY_ANALYSIS { _mutex.unlock(); }
+    /// Takes the mutex again after `letGo`.
     void takeBack() const ZV_NO_THREAD_SAFETY_ANALYSIS { _mutex.lock(); }
 
-    // ---- for the states, with the mutex held
+    // ---- for the states. The caller must hold the mutex.
 
-    /// Goes on to `next` and to the states that follow from it, delivers what was put off and wakes who waits. Where one
-    /// of these states throws, the buffer goes back to the state it was in.
+    /// Changes to `next` and to the states that follow it, delivers the postponed events, and wakes
+    /// all waiters. If one of these states throws, the buffer returns to the state that it was in.
     void changeState(MbState const *next) ZV_NO_THREAD_SAFETY_ANALYSIS;
-    /// The same for a lock event: if anything throws, its hold is given back. `formerCount` is the lock count before the
-    /// event.
+    /// Changes the state for an event that takes a lock. If anything throws, the lock is given
+    /// back. `formerCount` is the lock count before the event.
     void changeStateForLock(MbState const *next, int formerCount) ZV_NO_THREAD_SAFETY_ANALYSIS;
-    /// Delivers an event to the current state, again and again while the states wait.
+    /// Delivers an event to the current state, and delivers it again after each wait of a state.
     void deliver(MbEvent event) ZV_NO_THREAD_SAFETY_ANALYSIS;
     /// Delivers the events of a mask, lowest bit first.
     void deliverEvents(std::uint32_t mask) ZV_NO_THREAD_SAFETY_ANALYSIS;
-    /// Remembers an event for the end of the next run of `changeState`.
+    /// Postpones an event to the end of the next `changeState`.
     void postpone(MbEvent event) noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
     {
         _pending |= static_cast<std::uint32_t>(event);
     }
-    /// Whether the calling thread runs the transition that the buffer is in.
+    /// Returns true if the calling thread runs the present transition of the buffer.
     bool isTransientStateOwner() const ZV_NO_THREAD_SAFETY_ANALYSIS
     {
         return _transientStateOwner.isCurrentThread();
     }
-    /// Waits for the next change of the buffer, the mutex free meanwhile; the event under way is then delivered anew.
+    /// Waits for the next change of the buffer while the mutex is free. The present event is then
+    /// delivered again. If the calling thread runs the present transition, an assertion fails.
     void waitForChange() ZV_NO_THREAD_SAFETY_ANALYSIS;
 
     int getLockCount() const noexcept ZV_NO_THREAD_SAFETY_ANALYSIS { return _lockCount; }
+    /// Adds one to the lock count.
     void addLock() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS { ++_lockCount; }
-    /// True where no lock is left.
+    /// Subtracts one from the lock count. Returns true if no lock is left.
     bool removeLock() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS { return --_lockCount == 0; }
 
     MbManager &getManager() const { return *_manager; }
-    /// Calls the protocol with the mutex free: `operation( protocol, memory, size )`. The body is in
+    /// Calls `operation( protocol, memory, size )` while the mutex is free. The body is in
     /// `mbBufferImp.inline.h`.
     template <class Operation>
     void callProtocol(Operation operation) ZV_NO_THREAD_SAFETY_ANALYSIS;
 
 protected:
-    /// The last reference is gone.
+    /// Ends the buffer. Called when the last reference is gone.
     void destroy() override;
 
 private:
-    friend struct MbBufferProbe; // how tests look at a buffer
+    friend struct TestAccess<MbBufferImp>;
 
     bool deliverOnce(MbEvent event) ZV_REQUIRES(_mutex);
     void dispatch(MbEvent event) ZV_REQUIRES(_mutex);
@@ -146,11 +171,11 @@ private:
     std::uint32_t _pending ZV_GUARDED_BY(_mutex);
     RCShdPtr<MbManager> _manager;
     ObjPtr<MbProtocol> _protocol;
-    /// Threads that wait for the next change.
+    /// The number of threads that wait for the next change.
     int _waiters ZV_GUARDED_BY(_mutex);
-    /// A state has waited: the event goes to whatever state is current now.
+    /// True if a state has waited, so that the event must be delivered again.
     bool _isAgain ZV_GUARDED_BY(_mutex);
-    /// The last reference went inside a call of the protocol.
+    /// True if the last reference was released inside a call of the protocol.
     bool _isAbandoned ZV_GUARDED_BY(_mutex);
 };
 

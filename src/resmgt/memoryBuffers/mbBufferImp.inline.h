@@ -1,4 +1,4 @@
-// The inline bodies of MbBufferImp.
+// Inline bodies of the object behind a buffer (extenders).
 #pragma once
 
 #include "resmgt/memoryBuffers/mbBufferImp.h"

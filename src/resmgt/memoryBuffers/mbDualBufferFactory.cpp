@@ -1,8 +1,7 @@
 #include "resmgt/memoryBuffers/mbDualBufferFactory.h"
 
-#include "resmgt/memoryBuffers/mbBufferImpFactory.h"
-#include "resmgt/memoryBuffers/mbBufferRdGuardImp.h"
-#include "resmgt/memoryBuffers/mbProtocol.h"
+#include "resmgt/memoryBuffers/mbBufferFactory.h"
+#include "resmgt/memoryBuffers/mbBufferGuard.h"
 #include "zvbase/failures.h"
 
 #include <cstring>
@@ -35,8 +34,9 @@ private:
     static void copy(void *to, MbBuffer const &buffer, int offset, int size)
     {
         MbBufferRdGuardImp const guard(buffer);
-        std::memcpy(to, static_cast<char const *>(guard.getMemory()) + offset,
-                    static_cast<std::size_t>(size));
+        auto const slice = guard.getData().subspan(static_cast<std::size_t>(offset),
+                                                   static_cast<std::size_t>(size));
+        std::memcpy(to, slice.data(), slice.size());
     }
 
     MbBuffer _buf1;
@@ -63,7 +63,7 @@ MbDualBufferFactory::~MbDualBufferFactory() noexcept(false) = default;
 MbBuffer MbDualBufferFactory::create(MbBuffer const &buf1, int firstOffset, int firstSize,
                                      MbBuffer const &buf2, int secondOffset, int secondSize)
 {
-    // In 64 bits no sum is too large.
+    // A sum of two numbers of 32 bits cannot overflow in 64 bits.
     std::int64_t const offset1 = firstOffset;
     std::int64_t const size1 = firstSize;
     std::int64_t const offset2 = secondOffset;

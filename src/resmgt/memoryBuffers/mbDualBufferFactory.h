@@ -1,4 +1,4 @@
-// Buffers made of slices of two others.
+// Buffers that show slices of two other buffers as one (applications).
 #pragma once
 
 #include "resmgt/memoryBuffers/mbBuffer.h"
@@ -6,29 +6,38 @@
 
 namespace Zv {
 
-class MbState;
-
-/// Makes buffers whose contents are a slice of one buffer and, behind it, a slice of another: a view in one piece, as of
-/// a frame that lies across the end of a ring. Loading it locks one source after the other for reading and copies; the
-/// sources are loaded as need be. Nothing is written back to them.
+/// Makes buffers whose contents are a slice of one buffer and, behind it, a slice of another one.
+/// An example is a frame that crosses the end of a ring, as a view in one piece. When the view is
+/// loaded, it locks one source after the other for reading, and copies. The sources are loaded if
+/// need be. Nothing is written back to them.
 ///
-/// If the view and a source have the same manager, its budget must have room for both at once. Otherwise loading the view
-/// never ends its wait: it does not give up its own memory for its source. A thread that holds a write guard on a source and
-/// loads the view deadlocks. Neither is detected.
+///     MbBuffer joinHalves(MbDualBufferFactory &views, MbBuffer const &a, MbBuffer const &b)
+///     {
+///         int const half = a.getSize() / 2;
+///         return views.create(a, half, half, b, 0, b.getSize() / 2);
+///     }
+///
+/// If the view and a source have the same manager, its budget must have room for both at once.
+/// Otherwise loading the view waits without end, because the view does not give up its own memory
+/// for its source. A thread that holds a write guard on a source and loads the view deadlocks.
+/// Neither is detected.
+///
+/// **Threads**: thread-safe.
 class ZVRESMGT_EXPORT MbDualBufferFactory
 {
 public:
-    /// `initialState` is `MbStateMachine::getInstance(trace).getInitialState()`.
+    /// `initialState` must be `MbStateMachine::getInstance(trace).getInitialState()`.
     MbDualBufferFactory(MbState const *initialState, RCShdPtr<MbManager> const &manager);
     MbDualBufferFactory(MbDualBufferFactory const &);
     MbDualBufferFactory &operator=(MbDualBufferFactory const &);
     virtual ~MbDualBufferFactory() noexcept(false);
 
-    /// The view of `size1` bytes of the first from `offset1` on and `size2` of the second from `offset2` on, named after
-    /// both: "a - b". Asserts that the slices are not empty and lie within their buffers, and that the sum of their sizes
-    /// is an `int`. The buffer keeps its sources alive. It has no alignment of its own.
-    virtual MbBuffer create(MbBuffer const &buf1, int offset1, int size1, MbBuffer const &buf2,
-                            int offset2, int size2);
+    /// Returns a view of `size1` bytes of `buf1` from `offset1` on, and of `size2` bytes of `buf2`
+    /// from `offset2` on. The name of the view is made of both names, as "a - b". The view keeps
+    /// its sources alive, and has no alignment. An assertion fails if a slice is empty or not
+    /// within its buffer, or if the sum of the sizes is no `int`.
+    [[nodiscard]] virtual MbBuffer create(MbBuffer const &buf1, int offset1, int size1,
+                                          MbBuffer const &buf2, int offset2, int size2);
 
 private:
     MbState const *_initialState;

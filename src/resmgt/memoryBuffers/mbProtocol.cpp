@@ -6,6 +6,7 @@ namespace Zv {
 
 namespace {
 
+/// Runs the synchronous form of an operation, and reports its end.
 template <class Operation>
 void carryOut(LkAsyncHandle *handle, Operation operation)
 {

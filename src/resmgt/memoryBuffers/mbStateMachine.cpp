@@ -1,46 +1,50 @@
 #include "resmgt/memoryBuffers/mbStateMachine.h"
 
 #include "resmgt/locks/lkSingleton.imp.h"
+#include "resmgt/memoryBuffers/mbEx.h"
 #include "resmgt/memoryBuffers/mbStates.private.h"
+#include "resmgt/memoryBuffers/memoryBuffersStatics.private.h"
+#include "zvbase/failures.h"
+#include "zvbase/trace.h"
+
+#include <new>
+#include <string>
 
 namespace Zv {
+
+MbState::MbState() = default;
+MbState::~MbState() noexcept(false) = default;
+
+void MbStateImp::refuse(MbBufferImp const &buffer, MbEvent event) const
+{
+    ZV_THROW(MbEx::ExIllegalTransition, buffer.getName().getChars(),
+             (std::string(MbTable::nameOf(event)) + "()").c_str(), getName());
+}
+
+void MbStateImp::write(MbBufferImp const &buffer, char const *what) const
+{
+    try {
+        ZV_TRACE(*MemoryBuffersStatics::mbBuffersLevel,
+                 "MbBuffer : " << buffer.getName() << " [ Lock count = " << buffer.getLockCount()
+                               << " ] -->  " << getName() << "::" << what);
+    } catch (std::bad_alloc const &) {
+        // What happens to the buffer must not depend on whether it can be traced.
+    }
+}
 
 MbStateMachine::MbStateMachine() = default;
 MbStateMachine::~MbStateMachine() noexcept(false) = default;
 
-/// Makes the states, which nobody ever destroys: buffers point to them.
 template <bool isTracing>
 class MbStateMachineImp : public MbStateMachine
 {
 public:
-    MbStateMachineImp()
-    {
-        using S = MbStates<isTracing>;
-        make<typename S::Freed, typename S::RdLocked, typename S::WrLocked,
-             typename S::RdLockedFreed, typename S::WrLockedFreed, typename S::Loaded,
-             typename S::Synched, typename S::Unloaded, typename S::Destroyed,
-             typename S::WaitAsyncLoaded, typename S::WaitAsyncReloaded,
-             typename S::WaitAsyncSynched, typename S::BeingRdLoaded, typename S::BeingWrLoaded,
-             typename S::BeingAsyncLoaded, typename S::BeingRdReloaded, typename S::BeingWrReloaded,
-             typename S::BeingAsyncReloaded, typename S::BeingSynched,
-             typename S::BeingAsyncSynched, typename S::BeingUnlocked, typename S::BeingUnloaded,
-             typename S::BeingFreed, typename S::BeingDestroyed, typename S::AsyncLoadSucceeded,
-             typename S::AsyncLoadFailed, typename S::AsyncReloadSucceeded,
-             typename S::AsyncReloadFailed, typename S::AsyncSyncSucceeded,
-             typename S::AsyncSyncFailed>();
-    }
+    MbStateMachineImp() { MbStates<isTracing>::make(); }
     ~MbStateMachineImp() noexcept(false) override = default;
 
     MbState const *getInitialState() const override
     {
-        return MbStates<isTracing>::template the<typename MbStates<isTracing>::Freed>;
-    }
-
-private:
-    template <class... State>
-    void make()
-    {
-        ((MbStates<isTracing>::template the<State> = new State), ...);
+        return MbStates<isTracing>::the[static_cast<std::size_t>(MbStateId::FREED)];
     }
 };
 

@@ -1,4 +1,5 @@
-// The statics of the package. They are built in one place, in order, and never destroyed.
+// Static variables of the memory buffers. statics.cpp builds them in order, and they are never
+// destroyed.
 #pragma once
 
 #include "zvbase/traceLevel.h"

@@ -10,10 +10,11 @@ namespace Zv {
 
 namespace {
 
-/// Wake-ups whose jump is ignored: the client's start is not charged to it.
+/// The number of wake-ups that count as one beat, however many beats have passed since the client
+/// was started.
 constexpr int NB_GRACE_ROUNDS = 2;
 
-/// Counts down a period that may have passed by any number of beats; 32 bits, as the count.
+/// Subtracts any number of beats in 32 bits, like the count.
 std::int32_t subtractBeats(std::int32_t remaining, std::uint32_t beats)
 {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(remaining) - beats);
@@ -110,8 +111,9 @@ void SeClientThread::runBeats()
     }
 }
 
-// The pulse latches: once it has been sent, the rounds of grace come at once. After them a beat that has come while
-// the client was busy is seen in the count, and for all others the client sleeps.
+/// The pulse latches. Once it has been sent, the wake-ups of grace follow each other at once. After
+/// them the client sees in the count whether there was a beat while it was busy, and otherwise
+/// waits for the next one.
 void SeClientThread::waitForBeat(Guard const &guard, std::uint32_t last, bool isInGrace) const
 {
     if (isInGrace)

@@ -50,7 +50,8 @@ void SeGeneratorThread::performExecute(MtThread *)
     guard.relock();
     _count = last;
     setState(BEATING);
-    // Clients that are past their rounds of grace already, after somebody's removal, take this beat as well.
+    // After a removal, clients may be past their wake-ups of grace. They need a pulse for this
+    // beat.
     if (_hasPulsed)
         pulse();
     while (_sourceState != STOPPING && _sourceState != STOPPED) {
@@ -67,7 +68,7 @@ void SeGeneratorThread::performExecute(MtThread *)
 void SeGeneratorThread::performStop(MtThread *thread)
 {
     Guard guard(_mutex);
-    // A thread that was never started brings no beat.
+    // If the thread was never started, there is no beat.
     while (_sourceState == STARTING && thread->isRunning())
         _stateChanged.waitNextPulse(_mutex);
     if (_sourceState == STOPPING || _sourceState == STOPPED)
@@ -83,7 +84,7 @@ void SeGeneratorThread::performStop(MtThread *thread)
         guard.unlock();
         failure.attempt([&client] {
             client->join();
-            client.reset(); // without the lock: what a client's destructor does is its own affair
+            client.reset(); // without the lock, because the destructor of a client may do anything
         });
         guard.relock();
     }
@@ -118,7 +119,7 @@ void SeGeneratorThread::addClient(LiString const &name, ObjPtr<SeClientThread> &
     } catch (...) {
         _clients.pop_back();
         thread->stop();
-        // The client needs the lock to come to its end. It has not waited for a beat yet.
+        // The client, which has not waited for a beat yet, needs the lock to end.
         guard.unlock();
         throw;
     }
@@ -137,8 +138,8 @@ ObjPtrRet<SeClientThread> SeGeneratorThread::removeClient(SeClientThread *client
         pulse();
     guard.unlock();
     thread->join();
-    // Relations and a thread that go solve the priority graph. That another thread has left it invalid is no reason to
-    // keep the client.
+    // Removing the relations and the thread solves the priority graph. If another thread has made
+    // the graph invalid, the client is removed all the same.
     auto const regardless = [](auto const &step) {
         try {
             step();
@@ -150,7 +151,7 @@ ObjPtrRet<SeClientThread> SeGeneratorThread::removeClient(SeClientThread *client
     ObjPtr<MtThreadProtocol> protocol;
     regardless([&] { protocol = thread->detachProtocol(); });
     if (!protocol)
-        protocol = thread->detachProtocol(); // its relations have gone
+        protocol = thread->detachProtocol(); // does not fail, because the relations are gone
     _clients.erase(clientThreadIter);
     regardless([thread] { ObjPtr<MtThread> const removed(thread); });
     return ObjPtrRet<SeClientThread>(static_cast<SeClientThread *>(protocol.release()));

@@ -1,4 +1,4 @@
-// The thread that takes the beats of a source and passes them on.
+// Thread that waits for the beats of a source and wakes its clients.
 #pragma once
 
 #include "resmgt/literals/liString.h"
@@ -21,48 +21,50 @@ class MtThread;
 class MtThreadFactory;
 class SeSourceProtocol;
 
-/// One source's generator: publishes the source's count and pulses on each beat, and owns the threads of the clients.
-/// It goes from one state to the next, in order, and is not used again.
+/// The generator of one source. It publishes the source's count, sends a pulse on each beat, and
+/// owns the threads of the clients. It goes through its states in their order, and is not used
+/// again.
 ///
-/// `addClient` and `removeClient` are called by one thread at a time, and not while the generator's thread is being
-/// destroyed; the engine's lock sees to that.
+/// **Threads**: `addClient` and `removeClient` must be called by one thread at a time, and not
+/// while the generator's thread is being destroyed. The engine's lock ensures that.
 class SeGeneratorThread final : public MtThreadProtocol
 {
 public:
     enum SourceState
     {
-        STARTING, ///< No beat yet.
+        STARTING, ///< there was no beat yet
         BEATING,
-        STOPPING, ///< The clients are being ended.
+        STOPPING, ///< the clients are being ended
         STOPPED
     };
 
-    /// `source` outlives the generator.
+    /// `source` must outlive the generator.
     explicit SeGeneratorThread(SeSourceProtocol &source);
-    /// Asserts that the generator never ran, or has been stopped.
+    /// If the generator has run and is not stopped, an assertion fails.
     ~SeGeneratorThread() noexcept(false) override;
 
     void performAttach(MtThread *thread) override;
     void performDetach(MtThread *thread) override;
     void performExecute(MtThread *thread) override;
-    /// Ends all clients and destroys them, without a lock. Blocks until the source has beaten once, unless the thread
-    /// was never started; the thread itself ends with a further beat. If the destructor of a client throws, the others
-    /// are ended all the same, and the first exception comes out.
+    /// Ends all clients, and destroys them without a lock. Blocks until the source has beaten once,
+    /// unless the thread was never started. The thread itself ends with a further beat. If the
+    /// destructor of a client throws, the other clients are ended all the same, and the first
+    /// exception is thrown.
     void performStop(MtThread *thread) override;
     virtual void dump(std::ostream &stream) const;
 
-    /// Makes a thread for the client and starts it. Asserts that the generator is not stopped, and that the client is
-    /// not there yet.
+    /// Makes a thread for the client and starts it. An assertion fails if the generator is stopped,
+    /// or if it has the client already.
     void addClient(LiString const &name, ObjPtr<SeClientThread> &client, std::int32_t divisor,
                    MtThreadFactory &factory);
-    /// Ends the client's thread and gives the client back, also while the priority graph is invalid. Asserts that the
-    /// generator is not stopped, and that the client is there. While the generator is starting, this pulses the beat,
-    /// and so does the first beat then.
-    ObjPtrRet<SeClientThread> removeClient(SeClientThread *client);
+    /// Ends the client's thread and returns the client, even if the priority graph is invalid. An
+    /// assertion fails if the generator is stopped, or if it does not have the client. While the
+    /// generator is starting, this sends the pulse, and the first beat then sends one as well.
+    [[nodiscard]] ObjPtrRet<SeClientThread> removeClient(SeClientThread *client);
     bool hasClient(SeClientThread const *client) const;
 
     bool isState(SourceState state) const;
-    /// Blocks until the state is this one, or a later one.
+    /// Blocks until the generator is in this state or in a later one.
     void waitState(SourceState state) const;
     bool isSource(SeSourceProtocol const &source) const { return _source == &source; }
 
@@ -71,7 +73,7 @@ private:
     using Clients = List<MtThread *>;
 
     void setState(SourceState state) ZV_REQUIRES(_mutex);
-    /// Wakes the clients.
+    /// Sends the pulse, which wakes the clients.
     void pulse() ZV_REQUIRES(_mutex);
     Clients::const_iterator find(SeClientThread const *client) const ZV_REQUIRES(_mutex);
 
@@ -84,7 +86,7 @@ private:
     LkPulse _stateChanged;
     ObjPtr<PriorityRelation> _rtRelation;
     Priority *_priority = nullptr;
-    bool _hasPulsed ZV_GUARDED_BY(_mutex) = false; // so that `_beat` has latched
+    bool _hasPulsed ZV_GUARDED_BY(_mutex) = false; // then `_beat` has latched
 };
 
 } // namespace Zv

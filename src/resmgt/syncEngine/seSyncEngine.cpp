@@ -31,7 +31,7 @@ SeSyncEngine::~SeSyncEngine() noexcept(false)
 void SeSyncEngine::addClient(LiString const &name, ObjPtr<SeClientThread> &client,
                              SeSourceProtocol &source, std::int32_t divisor)
 {
-    static_cast<void>(*client); // null throws before a generator is made
+    static_cast<void>(*client); // throws before a generator is made, if the client is null
     Guard const guard(_lock);
     SeGeneratorThread * const generator = getSyncGenNoLock(source);
     ZV_ASSERT(generator);
@@ -45,7 +45,7 @@ ObjPtrRet<SeClientThread> SeSyncEngine::removeClient(SeClientThread *client)
     bool foundOverall = false;
     for (MtThread * const thread : _generators) {
         auto &generator = static_cast<SeGeneratorThread &>(*thread->getProtocol());
-        // Whoever is asked to remove a client asserts that it is there.
+        // A generator that is asked to remove a client asserts that it has the client.
         bool foundThisSyncGen = foundOverall && generator.hasClient(client);
         if (!foundOverall) {
             removed = generator.removeClient(client);

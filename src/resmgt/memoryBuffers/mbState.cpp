@@ -1,8 +1,0 @@
-#include "resmgt/memoryBuffers/mbState.h"
-
-namespace Zv {
-
-MbState::MbState() = default;
-MbState::~MbState() noexcept(false) = default;
-
-} // namespace Zv
