@@ -693,13 +693,14 @@ public:
     }
     void expectLocked(DevMgr &manager, std::function<void()> const &operation)
     {
+        ObjPtr<DevMgrStreamAcc> const streams = manager.createStreamAcc();
         std::thread configuring(operation);
         _arrived.wait();
         std::atomic<bool> isDone{false};
         std::atomic<long> number{0};
         std::thread other([&] {
             number = threadNumber();
-            ObjPtr<DevMgrStreamAcc>(manager.createStreamAcc());
+            streams->isRegistered(DevMgrStreamAcc::StreamId("x"));
             isDone = true;
         });
         while (!number || (!isDone && !isAsleep(number)))
