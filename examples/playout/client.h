@@ -21,9 +21,10 @@ public:
     Client(Client const &) = delete;
     Client &operator=(Client const &) = delete;
 
-    /// Returns when the recording has gone through and everything is closed. Throws what went wrong, when everything is
-    /// closed as well; returns false if a signal has stopped it. A device that hangs is left behind: then it throws
-    /// `PlayoutEx::NoAnswer`, unless a signal has stopped it.
+    /// Returns when the recording has gone through and everything is closed. Throws what went
+    /// wrong, when everything is closed as well; returns false if a signal has stopped it. A device
+    /// that hangs is left behind: then it throws `PlayoutEx::NoAnswer`, unless a signal has stopped
+    /// it.
     bool run();
     /// Whether threads still run that may use this object. Then it must not be destroyed.
     bool hasLeftBehind() const { return _hasLeftBehind; }

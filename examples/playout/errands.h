@@ -10,8 +10,9 @@
 #include <functional>
 #include <memory>
 
-/// Makes calls that a device may keep waiting, one at a time, on a thread of its own. One that does not return is left
-/// behind with its thread. For one thread, which `PlayoutJob::wake` wakes when a call has returned.
+/// Makes calls that a device may keep waiting, one at a time, on a thread of its own. One that does
+/// not return is left behind with its thread. For one thread, which `PlayoutJob::wake` wakes when a
+/// call has returned.
 class Errands
 {
 public:
@@ -25,7 +26,8 @@ public:
     void begin(std::function<void()> call);
     /// Whether a call was begun and neither collected nor left behind.
     bool isPending() const { return !_call.isNull(); }
-    /// Returns true when the call has returned, and throws what it has thrown. Returns false while it is under way.
+    /// Returns true when the call has returned, and throws what it has thrown. Returns false while
+    /// it is under way.
     bool collect();
     /// Gives the call up. What it refers to must live until the process ends.
     void leaveBehind();

@@ -48,7 +48,8 @@ struct Fault
 class Faults
 {
 public:
-    /// Throws `std::invalid_argument` as `Fault::parse`, and if a device has a fault at that phase already.
+    /// Throws `std::invalid_argument` as `Fault::parse`, and if a device has a fault at that phase
+    /// already.
     void add(std::string const &text);
     bool isEmpty() const { return _faults.empty(); }
     std::vector<Fault> const &getAll() const { return _faults; }
@@ -58,6 +59,6 @@ private:
     std::vector<Fault> _faults;
 };
 
-/// Does what a fault asks for as soon as the phase begins: throws, does not return, or returns late. `device` is named in
-/// what is thrown. Other kinds are the caller's.
+/// Does what a fault asks for as soon as the phase begins: throws, does not return, or returns
+/// late. `device` is named in what is thrown. Other kinds are the caller's.
 void beginFault(std::optional<Fault::Kind> kind, std::string const &device, Fault::Phase phase);

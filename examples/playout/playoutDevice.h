@@ -36,8 +36,8 @@ public:
     Statistics getStatistics() const;
     /// The recording is given up: the device drops what it has for the next one, instead of waiting. Any thread.
     void letGo();
-    /// How long the device has been at one piece of its work, in seconds. 0 if it serves its FIFO, or waits for the next
-    /// device. Any thread.
+    /// How long the device has been at one piece of its work, in seconds. 0 if it serves its FIFO, or waits for the
+    /// next device. Any thread.
     double getBusySeconds() const;
     /// Has the device call a function, then look for something to do. Any thread.
     void post(std::function<void()> function);

@@ -13,8 +13,8 @@
 #include <vector>
 
 /// A manager with the tree of a show, its streams and its properties. What the library finds wrong in the show is
-/// thrown as `PlayoutEx::Client`, with the place and the text that it is about. One thread at a time, if nothing else is
-/// said.
+/// thrown as `PlayoutEx::Client`, with the place and the text that it is about. One thread at a time, if nothing else
+/// is said.
 class Stage
 {
 public:
@@ -36,8 +36,8 @@ public:
     void letGo();
     /// The devices get no cues from now on. Waits for a cue that a device has not taken yet.
     void stopCues() { _job->cues.stop(); }
-    /// Closes the devices within a limit. Those that do not close in time are left behind, see the report. Their objects
-    /// live on for their figures.
+    /// Closes the devices within a limit. Those that do not close in time are left behind, see the report. Their
+    /// objects live on for their figures.
     Zv::DevMgrCloseReport close(double seconds);
     /// Ends what is left. Only for a stage that was closed, if nothing was left behind. Otherwise the stage must not be
     /// destroyed, because its threads run on.

@@ -1,4 +1,5 @@
-// Devices that misbehave because `--fault` asks for it: the others end in order, and the program says what has happened.
+// Devices that misbehave because `--fault` asks for it: the others end in order, and the program
+// says what has happened.
 
 #include "playoutTest.h"
 
