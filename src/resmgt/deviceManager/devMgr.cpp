@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/devMgr.h"
 
 #include "resmgt/deviceManager/devMgrMediator.h"
+#include "resmgt/locks/lkGuard.h"
 
 namespace Zv {
 
@@ -15,20 +16,26 @@ public:
 
     ObjPtrRet<DevMgrSyncSeqAcc> createSyncSeqAcc() override
     {
-        _mediator->expectNotClosed();
-        return DevMgrSyncSeqAcc::create(_mediator);
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        LkGuard<LkLock const> const guard(mediator->getLock());
+        mediator->expectNotClosed();
+        return DevMgrSyncSeqAcc::create(mediator);
     }
 
     ObjPtrRet<DevMgrStreamAcc> createStreamAcc() override
     {
-        _mediator->expectNotClosed();
-        return DevMgrStreamAcc::create(_mediator);
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        LkGuard<LkLock const> const guard(mediator->getLock());
+        mediator->expectNotClosed();
+        return DevMgrStreamAcc::create(mediator);
     }
 
     ObjPtrRet<DevMgrPropertyAcc> createPropertyAcc() override
     {
-        _mediator->expectNotClosed();
-        return DevMgrPropertyAcc::create(_mediator);
+        RCShdPtr<DevMgrMediator> const mediator = _mediator;
+        LkGuard<LkLock const> const guard(mediator->getLock());
+        mediator->expectNotClosed();
+        return DevMgrPropertyAcc::create(mediator);
     }
 
     RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) override

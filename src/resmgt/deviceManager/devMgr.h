@@ -29,8 +29,8 @@ namespace Zv {
 ///
 /// **Threads**: all operations may be called by any thread but those of devices and "DevMgr ANO".
 ///
-/// **Blocks**: `createSeqSupervisor`, and `getPrtcl` of a device that was not opened before, block while another thread
-/// configures. The others do not wait for the opening of a device, except for `close`.
+/// **Blocks**: all operations block while another thread configures, except for `close`, and for `getPrtcl` of a device
+/// that was opened before.
 ///
 /// Releasing the last of the manager and its access objects closes all devices, the newest first, and destroys them.
 /// It blocks until that is done, and then throws the first failure of a device's closing or destruction. It must not
