@@ -13,7 +13,6 @@
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadMgr.h"
-#include "resmgt/threads/mtThreadProtocol.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/assertions.h"

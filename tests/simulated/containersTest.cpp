@@ -2,8 +2,8 @@
 #include "simulated/scenario.h"
 
 #include "resmgt/locks.h"
+#include "resmgt/threadExtensions/mtContainer.h"
 #include "resmgt/threadExtensions/mtContainer.imp.h"
-#include "resmgt/threadExtensions/mtContainerObserver.h"
 #include "resmgt/threadExtensions/mtRequestMgr.h"
 
 #include <queue>

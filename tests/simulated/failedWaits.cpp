@@ -1,8 +1,8 @@
 #include "simulated/failedWaits.h"
 
 #include "platform/services.h"
-#include "resmgt/locks/lkCondVarWindows.h"
-#include "resmgt/locks/lkPulseWindows.h"
+#include "resmgt/locks/lkCondVar.h"
+#include "resmgt/locks/lkPulse.h"
 
 namespace Zv::Simulated {
 

@@ -5,7 +5,6 @@
 #include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/locks/lkRecLock.h"
 #include "resmgt/locks/lkRwLock.h"
-#include "resmgt/locks/lkUnnamedSema.h"
 #include "threads/threadTesting.h"
 
 #include <gtest/gtest.h>

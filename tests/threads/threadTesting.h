@@ -5,7 +5,6 @@
 #include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/mtThreadProtocol.h"
 #include "threadExtensions/asleep.h"
 #include "zvbase/assertions.h"
 

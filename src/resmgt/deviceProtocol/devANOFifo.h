@@ -8,7 +8,6 @@
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/threadExtensions/mtContainer.h"
-#include "resmgt/threadExtensions/mtContainerObserver.h"
 #include "zvbase/containers.h"
 
 #include <chrono>

@@ -1,7 +1,7 @@
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 
 #include "resmgt/deviceProtocol/devReceiverWait.h"
-#include "resmgt/locks/lkUnnamedSema.h"
+#include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/priorityRelation.h"

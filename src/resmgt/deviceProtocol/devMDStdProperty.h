@@ -6,7 +6,7 @@
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
 #include "resmgt/export.h"
 #include "resmgt/locks/lkLock.h"
-#include "resmgt/locks/lkUnnamedSema.h"
+#include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/smartPtrs/rcProxy.h"
 #include "zvbase/objPtr.h"
 #include "zvbase/threadAnnotations.h"

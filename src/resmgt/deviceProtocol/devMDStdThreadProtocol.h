@@ -4,7 +4,7 @@
 
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
-#include "resmgt/threads/mtThreadProtocol.h"
+#include "resmgt/threads/mtThread.h"
 
 #include <chrono>
 #include <exception>

@@ -3,7 +3,7 @@
 
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
-#include "resmgt/locks/lkUnnamedSema.h"
+#include "resmgt/locks/lkNamedSema.h"
 
 namespace Zv {
 

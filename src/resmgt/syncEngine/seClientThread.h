@@ -4,7 +4,7 @@
 #include "resmgt/export.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkMutex.h"
-#include "resmgt/threads/mtThreadProtocol.h"
+#include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/objPtr.h"

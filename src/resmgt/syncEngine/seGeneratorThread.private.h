@@ -6,7 +6,7 @@
 #include "resmgt/locks/lkMutex.h"
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/syncEngine/seClientThread.h"
-#include "resmgt/threads/mtThreadProtocol.h"
+#include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/containers.h"
 #include "zvbase/objPtr.h"

@@ -1,8 +1,8 @@
 #include "resmgt/threadExtensions/mtThreadPool.h"
 
 #include "resmgt/threads/mtPriorityMgr.h"
+#include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/mtThreadProtocol.h"
 #include "resmgt/threads/priorityRelation.h"
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/scope.private.h"

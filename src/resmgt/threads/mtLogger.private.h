@@ -4,7 +4,7 @@
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/indexedList.private.h"
-#include "resmgt/threads/mtThreadProtocol.h"
+#include "resmgt/threads/mtThread.h"
 #include "zvbase/containers.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgRegistry.h"

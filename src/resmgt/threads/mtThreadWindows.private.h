@@ -3,8 +3,8 @@
 
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
+#include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/locks/lkRecLock.h"
-#include "resmgt/locks/lkUnnamedSema.h"
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/exBase.h"

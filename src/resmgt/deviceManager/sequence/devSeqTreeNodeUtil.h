@@ -4,7 +4,7 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
-#include "resmgt/locks/lkUnnamedSema.h"
+#include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/containers.h"

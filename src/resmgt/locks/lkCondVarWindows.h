@@ -1,4 +1,0 @@
-// Forwards to resmgt/locks/lkCondVar.h.
-#pragma once
-
-#include "resmgt/locks/lkCondVar.h"

@@ -1,4 +1,0 @@
-// Forwards to resmgt/locks/lkPulse.h.
-#pragma once
-
-#include "resmgt/locks/lkPulse.h"

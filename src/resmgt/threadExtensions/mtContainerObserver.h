@@ -1,4 +1,0 @@
-// Forwards to resmgt/threadExtensions/mtContainer.h.
-#pragma once
-
-#include "resmgt/threadExtensions/mtContainer.h"
