@@ -7,8 +7,8 @@ namespace Zv {
 
 namespace {
 
-/// A thread that hangs in the opening of a device, or waits behind one that does, has a reference of its own to the
-/// mediator: the manager may be closed and destroyed meanwhile.
+/// A thread that hangs in the opening of a device, or waits behind one that does, has a reference
+/// of its own to the mediator: the manager may be closed and destroyed meanwhile.
 class DevMgrImp : public DevMgr
 {
 public:

@@ -1,4 +1,4 @@
-// The result of closing a manager within a limit of time.
+// Report of a device manager that was closed with a limit (applications).
 #pragma once
 
 #include "resmgt/export.h"
@@ -9,27 +9,31 @@
 
 namespace Zv {
 
-/// What became of the devices of a manager that was closed by `DevMgr::close`.
+/// The report of `DevMgr::close`: for each device whether and how it was closed.
 struct ZVRESMGT_EXPORT DevMgrCloseReport
 {
+    /// How the device has ended.
     enum class End
     {
         CLOSED, ///< the device was closed
-        FAILED, ///< the device was closed, and its closing or its destruction threw `failure`
-        NOT_CLOSED, ///< left behind: `performClose` has not returned, or could not be called because of `failure`
-        NOT_OPENED ///< left behind: `performOpen` has not returned
+        FAILED, ///< the device was closed, and its closing or its destruction has thrown `failure`
+        /// The device was left behind, because `performClose` has not returned, because the device
+        /// is still in a call of a supervised sequence, or because of `failure`.
+        NOT_CLOSED,
+        NOT_OPENED ///< the device was left behind, because `performOpen` has not returned
     };
+    /// One device of the report.
     struct Device
     {
         LiString name;
         End end = End::CLOSED;
-        std::exception_ptr failure; ///< null unless `end` says something else
-        double seconds = 0; ///< how long the closing took; 0 for a device that was left behind
+        std::exception_ptr failure; ///< null if nothing has failed
+        double seconds = 0; ///< how long the closing took, or 0 if the device was left behind
     };
 
     /// The devices that were open or being opened, the newest first.
     Vector<Device> devices;
-    /// Whether the thread "DevMgr ANO" was left behind, because an observer or a device has not
+    /// True if the thread "DevMgr ANO" was left behind, because an observer or a device has not
     /// returned from a call.
     bool isThreadLeftBehind = false;
 

@@ -1,4 +1,4 @@
-// One device of a manager: its opening, its closing, and leaving it behind.
+// Device of a manager: its opening, its closing, and leaving it behind.
 #pragma once
 
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
@@ -16,13 +16,13 @@
 
 namespace Zv {
 
-/// Wakes the thread that closes a manager, each time that a device has been opened or closed. It outlives the manager in
-/// the threads that were left behind.
+/// Wakes the thread that closes a manager, each time that a device has been opened or closed.
+/// Threads that were left behind keep it alive after the manager.
 class DevMgrProgress : public RCBase<LkCounter<long>>
 {
 public:
     void post() { _sema.post(); }
-    /// Returns false if the time is over.
+    /// Returns false if `seconds` have passed.
     bool timedWait(double seconds) { return _sema.timedWait(seconds); }
 
 private:
@@ -31,8 +31,8 @@ private:
 
 /// A device that was created for a manager.
 ///
-/// **Threads**: one thread opens it. After that, one thread closes it, releases it or leaves it behind. Any thread may ask
-/// for its state and for what does not change, and may begin a `Call`.
+/// **Threads**: one thread opens it. After that, one thread closes it, releases it or leaves it
+/// behind. Any thread may ask for its state and for what does not change, and may begin a `Call`.
 class DevMgrDevice : public RCBase<LkCounter<long>>
 {
 public:
@@ -54,14 +54,15 @@ public:
     bool isOpening() const { return getState() == OPENING; }
     /// Returns what the opening has thrown; null if it has not failed.
     std::exception_ptr getOpenFailure() const;
-    /// Returns what the closing has thrown. Must be called in the states `CLOSED` and `UNCLOSED` only.
+    /// Returns what the closing has thrown. Must be called in the states `CLOSED` and `UNCLOSED`
+    /// only.
     std::exception_ptr const &getCloseFailure() const { return _closeFailure; }
     /// Returns how long `performClose` took. Must be called in the state `CLOSED` only.
     double getSecondsToClose() const { return _secondsToClose; }
 
     /// Calls `performOpen` if the device has an access protocol. Throws what that throws.
     void open();
-    /// Says that the device stays unopened, and why.
+    /// Records that the device stays unopened, and the reason.
     void failToOpen(std::exception_ptr const &failure);
     /// A call of the device by a supervised sequence. While there is one, the device is not closed.
     class Call
@@ -77,21 +78,23 @@ public:
         DevMgrDevice &_device;
     };
 
-    /// Calls `performClose` if the device is open. Throws what that throws. If there is a `Call`, the end of the call
-    /// closes the device instead.
+    /// Calls `performClose` if the device is open. Throws what that throws. If there is a `Call`,
+    /// the end of the call closes the device instead.
     void close();
-    /// If the device is open, starts a thread that calls `performClose`. Never throws and never blocks: what the system
-    /// refuses is the failure of the closing. Does nothing while there is a `Call`, whose end is progress.
+    /// If the device is open, starts a thread that calls `performClose`. Never throws and never
+    /// blocks: what the system refuses is the failure of the closing. Does nothing while there is a
+    /// `Call`, whose end posts the progress.
     void startToClose();
-    /// Whether `performClose` has returned, or is not to be called.
+    /// Returns true if `performClose` has returned, or will not be called.
     bool hasClosed() const;
-    /// Waits for the end of the thread that `startToClose` has started. Must be called in the state `CLOSED` only.
+    /// Waits for the end of the thread that `startToClose` has started. Must be called in the state
+    /// `CLOSED` only.
     void endClosing();
-    /// Keeps the device and the thread that closes it for the rest of the process. If there is a `Call`, the
-    /// end of the call still closes the device.
+    /// Keeps the device and the thread that closes it until the process ends. If there is a `Call`,
+    /// the end of the call still closes the device.
     void leaveBehind();
-    /// Releases the device. If the end of a `Call` has to close it, it is released with this object. Throws what the
-    /// device's destructor throws.
+    /// Releases the device. If the end of a `Call` has to close it, it is released with this
+    /// object. Throws what the device's destructor throws.
     void release();
 
 protected:
@@ -100,8 +103,8 @@ protected:
 private:
     class Closer;
 
-    /// Returns false if the device is not open, or if there is a `Call`. `isLeftToCall` says that the end of the call then
-    /// has to close the device.
+    /// Returns false if the device is not open, or if there is a `Call`. `isLeftToCall` says that
+    /// the end of the call then has to close the device.
     bool beginClosing(bool isLeftToCall);
     void startCloser();
     void endCall();

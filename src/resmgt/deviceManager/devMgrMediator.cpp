@@ -26,7 +26,8 @@ double now()
     return Sleeper::getInstance().getTime();
 }
 
-/// Waits until a condition holds that changes with the devices. Returns false if the time is over before.
+/// Waits until a condition holds that changes with the devices. Returns false if the time is over
+/// before.
 template <class Condition>
 bool waitUntil(DevMgrProgress &progress, double end, Condition condition)
 {
@@ -36,8 +37,8 @@ bool waitUntil(DevMgrProgress &progress, double end, Condition condition)
     return true;
 }
 
-/// Closes the devices, one after the other. One that does not close in its share of the time keeps the next one waiting
-/// no longer, but has what is left of the time when all others had their turn.
+/// Closes the devices, one after the other. One that does not close in its share of the time keeps
+/// the next one waiting no longer, but has what is left of the time when all others had their turn.
 void closeInTurn(Vector<RCShdPtr<DevMgrDevice>> const &devices, DevMgrProgress &progress,
                  double end)
 {
@@ -107,7 +108,8 @@ DevMgrMediator::~DevMgrMediator() noexcept(false)
 {
     bool const isDestroyedOnDevMgrANO = _thread->isCurrentThread();
     if (isDestroyedOnDevMgrANO) {
-        // The thread cannot wait for its own end, nor for devices that may wait for it: they are left behind.
+        // The thread cannot wait for its own end, nor for devices that may wait for it: they are
+        // left behind.
         static_cast<void>(_thread.release());
         for (auto const &device : _devices)
             DevMgrLeftBehind::keep(device);
@@ -143,7 +145,8 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
         report.devices.reserve(devices.size());
         Interlocked::storeRelease(_isClosed, true);
     }
-    // The thread ends first. Then it calls no observer and no sequence, and no device waits for room in its queue.
+    // The thread ends first. Then it calls no observer and no sequence, and no device waits for
+    // room in its queue.
     try {
         report.isThreadLeftBehind = !_thread->end(seconds / 2);
     } catch (...) { // nothing has been done

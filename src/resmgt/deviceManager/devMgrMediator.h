@@ -1,4 +1,4 @@
-// The meeting point of one manager: its devices, its configuration lock, its queue and its thread.
+// Shared part of a device manager: its devices, configuration lock, queue and thread (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/devMgrCloseReport.h"
@@ -20,58 +20,66 @@ class DevMgrDevice;
 class DevMgrProgress;
 class DevMgrThread;
 
-/// Holds the devices that were created for one manager, the lock under which all configuration runs, and the queue
-/// and the thread through which devices report back. The manager and its access objects share it; with the last of
-/// them it closes the devices, the newest first, and stops the thread.
+/// The part of a device manager that it shares with its access objects. It has the devices, the
+/// lock under which all configuration runs, and the queue and the thread through which devices
+/// report. When the last of the manager and its access objects is destroyed, it closes the devices,
+/// the newest first, and ends the thread.
+///
+/// **Threads**: thread-safe, unless an operation says that the caller must hold the configuration
+/// lock.
 class ZVRESMGT_EXPORT DevMgrMediator : public RCBase<LkCounter<long>>
 {
 public:
     /// Starts the thread "DevMgr ANO".
     DevMgrMediator();
-    /// Closes every device whose opening succeeded; one that fails to close does not keep the others open. Throws
-    /// the first failure when all is done. After `close` there is nothing left to do. On the manager's own thread it fails
-    /// the assertion "!isDestroyedOnDevMgrANO", and leaves the devices open and the thread running for the rest of the
-    /// process.
+    /// Closes every device whose opening has succeeded. If a device fails to close, the others are
+    /// closed nevertheless, and the first failure is thrown at the end. Does nothing if `close` was
+    /// called. On the manager's own thread the assertion "!isDestroyedOnDevMgrANO" fails, and the
+    /// devices stay open and the thread runs until the process ends.
     ~DevMgrMediator() noexcept(false) override;
 
-    /// See `DevMgr::close`.
+    /// Closes the manager, see `DevMgr::close`.
     [[nodiscard]] DevMgrCloseReport close(double seconds);
-    /// Returns whether `close` was called.
+    /// Returns true if `close` was called.
     bool isClosed() const;
     /// Throws `DevMgrEx::ManagerClosed` if `close` was called.
     void expectNotClosed() const;
-    /// Returns whether `close` has left "DevMgr ANO" behind. Then that thread may be in a sequence or in an observer for
-    /// ever, and hold their locks.
+    /// Returns true if `close` has left "DevMgr ANO" behind. That thread may never return from a
+    /// sequence or an observer, and may hold their locks.
     bool isThreadLeftBehind() const;
 
-    /// The configuration lock, which a thread must hold while it configures. A slow device holds up other configuration,
-    /// but no notification. Throws `DevMgrEx::ManagerClosed` after `close`. A thread that had to wait for the lock must
-    /// ask `expectNotClosed` again, and hold a reference of its own to the mediator: the object whose operation it
-    /// carries out may be gone.
+    /// Returns the configuration lock, which a thread must hold while it configures. A slow device
+    /// delays other configuration, but no notification. Throws `DevMgrEx::ManagerClosed` after
+    /// `close`. A thread that had to wait for the lock must call `expectNotClosed` again, and must
+    /// hold its own reference to the mediator, because the object whose operation it carries out
+    /// may have been destroyed.
     LkLock const &getLock() const ZV_RETURN_CAPABILITY(_configLock);
     RCShdPtr<DevMgrFifo> getFifo() const { return _fifo; }
-    /// As `DevMgr::setFailureHandler`.
+    /// Sets the handler, see `DevMgr::setFailureHandler`.
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler);
 
-    /// Returns whether the device was created. Any thread.
+    /// Returns true if the device was created.
     bool isPrtclCreated(LiString const &name) const;
-    /// Returns the device, which may not be open. Any thread. Throws `DevMgrEx::NameNotFound` if the device was not
+    /// Returns the device, which may not be open. Throws `DevMgrEx::NameNotFound` if it was not
     /// created, and `DevMgrEx::ManagerClosed` after `close`.
     RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) const;
-    /// Returns what the opening of the device has thrown. Returns null if the device is open, is being opened, or has no
-    /// access protocol. Any thread. Throws `DevMgrEx::NameNotFound` if the device was not created.
+    /// Returns what the opening of the device has thrown. Returns null if the device is open, is
+    /// being opened, or has no access protocol. Throws `DevMgrEx::NameNotFound` if the device was
+    /// not created.
     std::exception_ptr getOpenFailure(LiString const &name) const;
-    /// Returns the device with its opening and closing. Any thread. Throws as `getPrtcl` does.
+    /// Returns the record of the device's opening and closing. Throws like `getPrtcl`.
     RCShdPtr<DevMgrDevice> getDevice(LiString const &name) const;
-    /// Creates and opens the device unless that was done before. It is done at most once for each manager, also if the
-    /// opening failed: then the device stays unopened, and further calls return. The caller must hold the configuration
-    /// lock. Throws `DevPrtclEx::ExNameNotRegistered` if the registry does not hold the name, and what the device throws.
-    /// Fails an assertion, at each call, if the registry's entry has made a null pointer. Throws
-    /// `DevMgrEx::ManagerClosed` after `close`.
+    /// Creates and opens the device if that has not been done. It is done once for each manager. If
+    /// the opening has failed, the device stays unopened, and further calls return. The caller must
+    /// hold the configuration lock.
+    ///
+    /// Throws `DevPrtclEx::ExNameNotRegistered` if the registry has no such name, what the device
+    /// throws, and `DevMgrEx::ManagerClosed` after `close`. Fails an assertion, at each call, if
+    /// the registry's entry has returned null.
     void createPrtcl(LiString const &name) ZV_REQUIRES(_configLock);
-    /// Creates and opens the device unless that was done before, and returns it. Takes the configuration lock
-    /// only if the device has not been opened yet: the call does not wait for the opening of another device otherwise.
-    /// Any thread.
+    /// Creates and opens the device if that has not been done, and returns it. Takes the
+    /// configuration lock only if the device has not been opened yet. Otherwise the call does not
+    /// wait for the opening of another device.
     RCShdPtr<DevMDPrtcl> obtainPrtcl(LiString const &name);
 
 private:
@@ -88,7 +96,7 @@ private:
 
     ObjPtr<DevMgrThread> _thread;
     LkLock _configLock;
-    LkLock _prtclMapLock; // a leaf: other threads ask for devices while one is being created
+    LkLock _prtclMapLock; // a leaf. Other threads look for devices while one is being created
     HashMap<LiString, Entry> _prtclMap ZV_GUARDED_BY(_prtclMapLock);
     Vector<RCShdPtr<DevMgrDevice>>
         _devices ZV_GUARDED_BY(_prtclMapLock); // the same, in the order in which they were opened

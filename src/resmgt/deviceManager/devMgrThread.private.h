@@ -1,4 +1,4 @@
-// The owner of a manager's thread, "DevMgr ANO".
+// Thread of a device manager, "DevMgr ANO".
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFailure.h"
@@ -13,9 +13,9 @@ namespace Zv {
 
 class ANOThreadProtocol;
 
-/// Runs the thread that executes what arrives in a manager's queue, from its constructor to its destructor. The
-/// destructor lets everything that was queued before it run, and drops what comes later without executing it. After
-/// `end` it does nothing.
+/// Runs the thread that executes what arrives in a manager's queue, from its constructor to its
+/// destructor. The thread executes everything that was queued before the destructor, and destroys
+/// later requests without executing them. After `end` the destructor does nothing.
 class DevMgrThread
 {
 public:
@@ -25,12 +25,13 @@ public:
     DevMgrThread(DevMgrThread const &) = delete;
     DevMgrThread &operator=(DevMgrThread const &) = delete;
 
-    /// Does what the destructor does, but waits for the thread no longer than that many seconds. If the thread has not
-    /// executed everything by then, leaves it behind for the rest of the process and returns false. The thread ends
-    /// when what it executes returns. Must be called once. Throws only if the system is out of memory, and then has done nothing.
+    /// Does what the destructor does, but waits for the thread no longer than that many seconds. If
+    /// the thread has not executed everything by then, leaves it behind and returns false. The
+    /// thread ends when what it executes returns. Must be called once. If it throws, it has done
+    /// nothing. It throws only if the system is out of memory.
     [[nodiscard]] bool end(double seconds);
     bool isCurrentThread() const;
-    /// As `DevMgr::setFailureHandler`.
+    /// Sets the handler, see `DevMgr::setFailureHandler`.
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler);
 
 private:
@@ -43,8 +44,8 @@ private:
     ObjPtr<PriorityRelation> _relation;
     ObjPtr<MtThreadProtocol> _protocol; // until the thread has it
     ANOThreadProtocol *_executor;       // the same, for as long as the thread object lives
-    ObjPtr<DevANO> _close;              // had from the beginning: the thread can always be ended
-    DevANO const *_last;                // the same, also when it is queued
+    ObjPtr<DevANO> _close; // made in the constructor, so that the thread can always be ended
+    DevANO const *_last;   // the same, also when it is queued
     ObjPtr<DevSenderWait> _closer;
     LkSema *_hasArrived = nullptr; // of `_close`
     enum

@@ -6,7 +6,8 @@
 
 namespace Zv {
 
-/// Owns its entries, but does not outlive the process's need of them: what is still in it is left alone.
+/// Owns its entries, but does not outlive the process's need of them: what is still in it is left
+/// alone.
 class DevRegistryImp : public DevRegistry, private HashMap<LiString, DevRegistryEntry *>
 {
 public:

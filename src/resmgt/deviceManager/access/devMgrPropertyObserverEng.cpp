@@ -37,7 +37,8 @@ private:
     DevMgrPropertyObserverHint _hint;
 };
 
-/// What an observed property holds. It keeps property and engine alive until the last observer detaches.
+/// What an observed property holds. It keeps property and engine alive until the last observer
+/// detaches.
 class DevMgrPropertyAEO : public DevMDPropertyAEO
 {
 public:

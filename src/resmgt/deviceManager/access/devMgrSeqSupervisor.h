@@ -1,4 +1,4 @@
-// For applications: runs a tree of devices, and brings it to an end whatever a device does.
+// Supervisor that runs a tree of devices and always brings it to an end (applications).
 #pragma once
 
 #include "resmgt/deviceManager/sequence/devSeqObserver.h"
@@ -16,10 +16,11 @@ namespace Zv {
 
 class DevMgrMediator;
 
-/// One device of a supervised sequence, as it is or as it has ended. Times are in seconds, moments in seconds of the
-/// monotonic clock (`Sleeper`).
+/// The state of one device in a supervised sequence. Times are in seconds, moments in seconds of
+/// the monotonic clock (`Sleeper`).
 struct DevSeqDeviceStatus
 {
+    /// How the device has ended.
     enum class End
     {
         NONE,     ///< the device has not ended, or it was never started
@@ -36,26 +37,30 @@ struct DevSeqDeviceStatus
     };
 
     LiString name;
-    LiString
-        state; ///< of the device's machine, such as "wml". A failed device keeps the state in which it has failed
+    /// The state of the device's machine, such as "wml". A failed device keeps the state in which
+    /// it has failed.
+    LiString state;
     double stateSince = 0;
-    LiString
-        step; ///< "start", "sync", "recover", "stop" or "abort" if the device has not finished it. Otherwise empty
+    /// "start", "sync", "recover", "stop" or "abort" if the device has not finished that step.
+    /// Otherwise empty.
+    LiString step;
     double stepSince = 0;
-    LiString
-        call; ///< the same, or "getLatency" or "getMark", if the call of the device has not returned yet
+    /// The name of the step, "getLatency" or "getMark" if that call of the device has not returned.
+    /// Otherwise empty.
+    LiString call;
     double callSince = 0;
     DtTime latency;
     bool hasFailed = false;
-    LiString failure;            ///< why it has failed
-    std::uint32_t nbRefused = 0; ///< reports of the device that made no sense when they came
+    LiString failure;            ///< the reason why it has failed
+    std::uint32_t nbRefused = 0; ///< the number of its reports that were illegal at that moment
     End end = End::NONE;
-    Vector<StepTime> stepTimes; ///< of the steps that the device has finished
+    Vector<StepTime> stepTimes; ///< one for each kind of step that the device has finished
 };
 
-/// A supervised sequence at one moment.
+/// The state of a supervised sequence at one moment.
 struct DevSeqStatus
 {
+    /// How far the sequence has come.
     enum class Phase
     {
         IDLE,     ///< not started yet
@@ -73,8 +78,8 @@ struct DevSeqStatus
     std::uint32_t nbObserverFailures = 0;
 };
 
-/// Runs one tree of devices. Whatever a device does, each call returns within the limit that its caller chose, and
-/// tells which device was to blame:
+/// Runs one tree of devices. Each call returns within the limit that its caller has chosen, even if
+/// devices fail or hang, and the returned status names these devices:
 ///
 ///     ObjPtr<DevMgr> manager = DevMgr::create();
 ///     ObjPtr<DevMgrSeqSupervisor> sequence = manager->createSeqSupervisor("( recorder ( camera player ) )");
@@ -85,91 +90,103 @@ struct DevSeqStatus
 ///         if (device.end != DevSeqDeviceStatus::End::STOPPED)
 ///             std::cerr << device.name << ": " << device.failure << '\n';
 ///
-/// The tree, its order and its configuration string are those of `DevMgrSyncSeqAcc`. What is different:
+/// The tree, its order and its configuration string are those of `DevMgrSyncSeqAcc`. What is
+/// different:
 ///
-/// - Devices are called on a thread of the supervisor's own, never on the thread of a client. A device that does not
-///   return from a call holds up its own tree only, and that only until the limit of `stop` or `abort` has passed.
-/// - A report of a device that is illegal in the present state is refused. It is counted, traced at the level
-///   "DevSeqSupervisor", and changes nothing. A recovery that comes while a part of the device's subtree has not locked
-///   yet is carried out when it has. A recovery that is refused during a stop leads to the abort of the device.
-/// - A device has failed if it throws from a call, if its standard thread throws from a step, or if it destroys a
-///   completion without running it. Other devices go on.
+/// - Devices are called on a thread of the supervisor's own, never on the thread of a client. A
+///   device that does not return from a call holds up its own tree only, and that only until the
+///   limit of `stop` or `abort` has passed.
+/// - A report of a device that is illegal in the present state is refused. It is counted, traced at
+///   the level "DevSeqSupervisor", and changes nothing. A recovery that comes while a part of the
+///   device's subtree has not locked yet is carried out when it has. A recovery that is refused
+///   during a stop leads to the abort of the device.
+/// - A device has failed if it throws from a call, if its standard thread throws from a step, or if
+///   it destroys a completion without running it. Other devices go on.
 ///
 /// A sequence runs once. A further run needs a new supervisor.
 ///
-/// **Threads**: any thread may call any operation, at any time and any number of times. A call that makes no sense at
-/// the moment throws `DevMgrEx::SeqIllegalCall` and changes nothing. From an observer, and from within a call of a
-/// device, `waitLocked`, `wait`, `stop` and `abort` throw it as well, because they would wait for themselves.
-/// Destroying the supervisor there fails an assertion.
+/// **Threads**: any thread may call any operation, at any time and any number of times. A call that
+/// makes no sense at the moment throws `DevMgrEx::SeqIllegalCall` and changes nothing. From an
+/// observer, and from within a call of a device, `waitLocked`, `wait`, `stop` and `abort` throw it
+/// as well, because they would wait for themselves. Destroying the supervisor there fails an
+/// assertion.
 ///
-/// **Limits** are in seconds, and are kept to the millisecond. A negative limit, or one that is no number, is 0. If
-/// several threads stop or abort at the same time, the shortest limit counts for all.
+/// **Limits** are in seconds, and are kept to the millisecond. A negative limit, or one that is no
+/// number, is 0. If several threads stop or abort at the same time, the shortest limit counts for
+/// all.
 ///
-/// **Memory**: what an abort needs is allocated when the supervisor is created. Only the thread that replaces a thread
-/// that hangs in a device, and the returned report, need memory later. The orderly way needs memory for each step: if
-/// there is none, the stop goes over to the abort.
+/// **Memory**: what an abort needs is allocated when the supervisor is created. Only the thread
+/// that replaces a thread that hangs in a device, and the returned report, need memory later. The
+/// orderly way needs memory for each step: if there is none, the stop goes over to the abort.
 class ZVRESMGT_EXPORT DevMgrSeqSupervisor
 {
 public:
     /// The limit of the destructor, see `setEndLimit`.
     static constexpr double DEFAULT_END_LIMIT = 10;
 
-    /// Creates and opens the devices of the string that are not open yet, builds the tree and starts the supervisor's
-    /// thread. Takes the configuration lock. See `DevMgr::createSeqSupervisor`.
+    /// Creates and opens the devices of the string that are not open yet, builds the tree and
+    /// starts the supervisor's thread. Takes the configuration lock. See
+    /// `DevMgr::createSeqSupervisor`.
     static ObjPtrRet<DevMgrSeqSupervisor> create(RCShdPtr<DevMgrMediator> const &mediator,
                                                  LiString const &config);
 
-    /// Stops the sequence if it has been started and has not ended. No other thread may be in a call of this object. A
-    /// thread that hangs in a device is left behind, and ends when the device returns. The device is not closed before.
+    /// Stops the sequence if it has been started and has not ended. No other thread may be in a
+    /// call of this object. A thread that hangs in a device is left behind, and ends when the
+    /// device returns. The device is not closed before.
     ///
-    /// **Blocks** for the end limit at most. One half of it is for the stop and one half for the abort. If this object
-    /// is the last of its manager, it also closes the devices, see `DevMgr`.
+    /// **Blocks** for the end limit at most. One half of it is for the stop and one half for the
+    /// abort. If this object is the last of its manager, it also closes the devices, see `DevMgr`.
     virtual ~DevMgrSeqSupervisor() noexcept(false);
 
-    /// Begins to start the devices, and returns at once. Throws `DevMgrEx::SeqIllegalCall` if the sequence was started
-    /// before.
+    /// Begins to start the devices, and returns at once. Throws `DevMgrEx::SeqIllegalCall` if the
+    /// sequence was started before.
     virtual void start() = 0;
-    /// Blocks until every device is in lock. Returns false if the limit has passed. Throws `DevMgrEx::SeqDeviceFailed`
-    /// as soon as a device has failed or aborted, because the tree can no longer lock, and
-    /// `DevMgrEx::SeqIllegalCall` if the sequence was not started, is being ended or has ended.
+    /// Blocks until every device is in lock. Returns false if the limit has passed. Throws
+    /// `DevMgrEx::SeqDeviceFailed` as soon as a device has failed or aborted, because the tree can
+    /// no longer lock, and `DevMgrEx::SeqIllegalCall` if the sequence was not started, is being
+    /// ended or has ended.
     virtual bool waitLocked(double seconds) = 0;
-    /// Ends the sequence. The devices stop in order, the leaves first. A failed or aborted device does not keep the
-    /// others from that. If devices have not ended after `seconds`, or if a device waits for one that has failed, so
-    /// that it can never stop, `stop` goes over to the abort: each device that was started and has not ended is told to
-    /// abort once, children before their parents. After another `abortSeconds` the devices that have not answered are
-    /// given up.
+    /// Ends the sequence. The devices stop in order, the leaves first. A failed or aborted device
+    /// does not keep the others from that. If devices have not ended after `seconds`, or if a
+    /// device waits for one that has failed, so that it can never stop, `stop` goes over to the
+    /// abort: each device that was started and has not ended is told to abort once, children before
+    /// their parents. After another `abortSeconds` the devices that have not answered are given up.
     ///
-    /// A stop during the start or a recovery waits until all devices are in lock. Returns the status at the end. Later
-    /// calls return the same one. Throws `DevMgrEx::SeqIllegalCall` if the sequence was not started.
+    /// A stop during the start or a recovery waits until all devices are in lock. Returns the
+    /// status at the end. Later calls return the same one. Throws `DevMgrEx::SeqIllegalCall` if the
+    /// sequence was not started.
     ///
-    /// A parent is told to abort when its children have answered, or when its share of `abortSeconds` begins. With an
-    /// `abortSeconds` of 0 devices are given up without having been told.
+    /// A parent is told to abort when its children have answered, or when its share of
+    /// `abortSeconds` begins. With an `abortSeconds` of 0 devices are given up without having been
+    /// told.
     virtual DevSeqStatus stop(double seconds, double abortSeconds) = 0;
     /// Stops with the same limit for both ways.
     DevSeqStatus stop(double seconds) { return stop(seconds, seconds); }
-    /// Goes over to the abort at once, also if another thread is in `stop`. Returns and throws as `stop` does.
+    /// Goes over to the abort at once, also if another thread is in `stop`. Returns and throws as
+    /// `stop` does.
     virtual DevSeqStatus abort(double seconds) = 0;
-    /// Blocks until the sequence has ended, also if it ends because each device has aborted. May be called before
-    /// `start`. Returns false if the limit has passed.
+    /// Blocks until the sequence has ended, also if it ends because each device has aborted. May be
+    /// called before `start`. Returns false if the limit has passed.
     virtual bool wait(double seconds) = 0;
     /// Returns the status of this moment. Does not wait for any device.
     virtual DevSeqStatus getStatus() = 0;
-    /// Sets the observer, which is told of every state of every device, in order, and of "_exc" if a device has failed.
-    /// Null means none.
+    /// Sets the observer, which is told of every state of every device, in order, and of "_exc" if
+    /// a device has failed. Null means none.
     ///
-    /// The observer is called on the supervisor's thread, without a lock that an operation of this class needs. So it
-    /// may call `start`, `getStatus` and `setObserver`. It should return soon, because the devices wait for it. If it
-    /// throws, the exception is traced and kept in the status. If it does not return, it is treated as a device that
-    /// does not: `stop` and `abort` go on without it. If the destructor has left it behind, it must not use the
-    /// supervisor from then on.
+    /// The observer is called on the supervisor's thread, without a lock that an operation of this
+    /// class needs. So it may call `start`, `getStatus` and `setObserver`. It should return soon,
+    /// because the devices wait for it. If it throws, the exception is traced and kept in the
+    /// status. If it does not return, it is treated as a device that does not: `stop` and `abort`
+    /// go on without it. If the destructor has left it behind, it must not use the supervisor from
+    /// then on.
     ///
-    /// The last state of a device may be told after `stop`, `abort` or `wait` has returned. The former observer may
-    /// still be in a call when this function returns.
+    /// The last state of a device may be told after `stop`, `abort` or `wait` has returned. The
+    /// former observer may still be in a call when this function returns.
     virtual void setObserver(RCShdPtr<DevSeqObserver> observer) = 0;
     /// Sets the limit of the destructor.
     virtual void setEndLimit(double seconds) = 0;
 
-    // The same with the durations of the standard library.
+    /// The same operations with the durations of the standard library.
     bool waitLocked(std::chrono::duration<double> limit) { return waitLocked(limit.count()); }
     DevSeqStatus stop(std::chrono::duration<double> limit) { return stop(limit.count()); }
     DevSeqStatus stop(std::chrono::duration<double> limit, std::chrono::duration<double> abortLimit)

@@ -18,8 +18,8 @@ namespace Zv {
 
 namespace {
 
-/// A thread that hangs in an operation, because of a device, has references of its own to what it uses: the manager may
-/// be closed, and the object destroyed, meanwhile.
+/// A thread that hangs in an operation, because of a device, has references of its own to what it
+/// uses: the manager may be closed, and the object destroyed, meanwhile.
 class DevMgrSyncSeqAccImp : public DevMgrSyncSeqAcc
 {
 public:
@@ -37,7 +37,8 @@ public:
             DevMgrLeftBehind::keep(_tree);
         bool const isDestroyedByItsOwnCallback = _tree->isDelivering();
         if (isDestroyedByItsOwnCallback) {
-            // The delivery goes on when the callback returns: it needs the tree, and the tree's devices stay open.
+            // The delivery goes on when the callback returns: it needs the tree, and the tree's
+            // devices stay open.
             DevMgrLeftBehind::keep(_tree);
             DevMgrLeftBehind::keep(_mediator);
         }

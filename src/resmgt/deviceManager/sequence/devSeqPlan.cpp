@@ -169,8 +169,8 @@ bool DevSeqPlan::getNextDeferred(Task &task)
     return false;
 }
 
-/// The stop is delivered when each live device is in lock. So no event of the stop meets another state. A device that
-/// is lost cannot pass the stop on. That is done for it.
+/// The stop is delivered when each live device is in lock. So no event of the stop meets another
+/// state. A device that is lost cannot pass the stop on. That is done for it.
 bool DevSeqPlan::getNextOfStop(Task &task)
 {
     if (_record.getPhase() != Record::Phase::STOPPING)
@@ -231,8 +231,9 @@ void DevSeqPlan::checkProgress()
         _record.beginAbort();
 }
 
-/// Returns whether a device waits for one that is lost, so that it can never stop. The first loop looks for devices
-/// that wait for their children, the second one for those that wait for their parents.
+/// Returns whether a device waits for one that is lost, so that it can never stop. The first loop
+/// looks for devices that wait for their children, the second one for those that wait for their
+/// parents.
 bool DevSeqPlan::isBlocked()
 {
     for (Node &node : _nodes)

@@ -27,9 +27,9 @@ struct DevSeqTask
 
 /// Chooses the next task by the record and by what the devices have reported.
 ///
-/// Before the abort, tasks are events for the machines of the tree. No event is chosen that is illegal in the state of
-/// its machine. If a device has failed or aborted, the plan does for its neighbours what its machine no longer does. In
-/// the abort, tasks are calls of `performAbort`.
+/// Before the abort, tasks are events for the machines of the tree. No event is chosen that is
+/// illegal in the state of its machine. If a device has failed or aborted, the plan does for its
+/// neighbours what its machine no longer does. In the abort, tasks are calls of `performAbort`.
 ///
 /// **Threads**: one thread at a time, under the sequence's lock.
 class DevSeqPlan
@@ -39,10 +39,11 @@ public:
 
     /// Adds the next device. The parent of the root is the root.
     void add(std::size_t parent);
-    /// Adds a report to the queue. Needs no memory. Returns false if the same report of the device waits there already.
+    /// Adds a report to the queue. Needs no memory. Returns false if the same report of the device
+    /// waits there already.
     bool addReport(std::size_t device, DevSeqRecord::Report report);
-    /// Returns false if there is nothing to do before the moment `until`, which it may bring forward, or before
-    /// something changes.
+    /// Returns false if there is nothing to do before the moment `until`, which it may bring
+    /// forward, or before something changes.
     bool getNext(double &until, DevSeqTask &task);
 
 private:

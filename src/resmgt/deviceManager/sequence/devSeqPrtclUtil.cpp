@@ -15,9 +15,10 @@ public:
     ObjPtrRet<DevClonableANO> clone() const override { return makeObj<NullANO>(); }
 };
 
-/// The reports of one kind that a device makes of its own accord. Each is queued for the manager's thread, also if the
-/// queue is full: the calling thread may hold the tree's lock. A device that reports again and again cannot fill the
-/// memory, because a report is dropped if enough of them wait to be taken.
+/// The reports of one kind that a device makes of its own accord. Each is queued for the manager's
+/// thread, also if the queue is full: the calling thread may hold the tree's lock. A device that
+/// reports again and again cannot fill the memory, because a report is dropped if enough of them
+/// wait to be taken.
 class Reports : public RCBase<LkCounter<long>>
 {
 public:
@@ -66,9 +67,10 @@ private:
     LkCounter<long> _nbWaiting;
 };
 
-/// What a device keeps to report on its own initiative. The report never runs on the device's thread, which would wait
-/// there for the tree's lock while the tree may wait for the device's queue. Whichever way the device goes, executing
-/// it as often as it likes, notifying it, or sending it to itself, each of them makes one report.
+/// What a device keeps to report on its own initiative. The report never runs on the device's
+/// thread, which would wait there for the tree's lock while the tree may wait for the device's
+/// queue. Whichever way the device goes, executing it as often as it likes, notifying it, or
+/// sending it to itself, each of them makes one report.
 class ReportANO final : public DevANO
 {
 public:

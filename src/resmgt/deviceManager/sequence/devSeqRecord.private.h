@@ -15,11 +15,12 @@ namespace Zv {
 
 class DevSeqWaiters;
 
-/// The record of a supervised sequence: its phase, its limits, and of each device the state, the step in flight and how
-/// it has ended. It is told what happens, draws the conclusions, and wakes the threads that wait for a change. It calls
-/// no device and no observer.
+/// The record of a supervised sequence: its phase, its limits, and of each device the state, the
+/// step in flight and how it has ended. It is told what happens, draws the conclusions, and wakes
+/// the threads that wait for a change. It calls no device and no observer.
 ///
-/// Devices have numbers. The root has the number 0, and each other device a larger one than its parent.
+/// Devices have numbers. The root has the number 0, and each other device a larger one than its
+/// parent.
 ///
 /// **Threads**: one thread at a time, under the sequence's lock.
 class DevSeqRecord
@@ -114,8 +115,8 @@ public:
     DevMgrFailure getFailure(std::size_t number) const;
     DevSeqStatus makeStatus() const;
 
-    // The phases, in their order. From `STOPPING` on a sequence goes over to the abort, or to the end, by itself if its
-    // devices leave no other way.
+    // The phases, in their order. From `STOPPING` on a sequence goes over to the abort, or to the
+    // end, by itself if its devices leave no other way.
     Phase getPhase() const { return _phase; }
     /// Whether the machines of the tree decide which device is called.
     bool isOrderly() const { return _phase == Phase::RUNNING || _phase == Phase::STOPPING; }

@@ -8,20 +8,21 @@
 
 namespace Zv {
 
-/// Who calls the devices of a supervised sequence. A runner that hangs in a device or in the observer is replaced: it is
-/// no longer the present one, and does nothing more when it returns.
+/// The state of the thread that calls the devices of a supervised sequence, the runner. A runner
+/// that hangs in a device or in the observer is replaced: it is no longer the present one, and does
+/// nothing more when it returns.
 ///
 /// **Threads**: one thread at a time, under the sequence's lock.
 class DevSeqRunner
 {
 public:
-    /// Makes the runner of this number the present one, in place of the former. Its thread has not begun yet.
+    /// Makes the runner of this number the present one. Its thread has not begun yet.
     void appoint(unsigned number);
-    /// Says that the calling thread is that runner, if that is still the present one.
+    /// Records that the calling thread is that runner, if that runner is still the present one.
     void enter(unsigned number);
-    /// From now on there is none.
+    /// Records that there is no runner.
     void dismiss() { _number = 0; }
-    /// Says that the present runner has finished.
+    /// Records that the present runner has finished.
     void leave() { _hasLeft = true; }
 
     unsigned getNumber() const { return _number; }
@@ -29,10 +30,10 @@ public:
     bool isCurrentThread() const { return _thread.isCurrentThread(); }
     bool hasLeft() const { return _hasLeft; }
 
-    // What it does.
+    // What the runner does at the moment.
     void setIdle() { _isBusy = false; }
     void setBusy();
-    /// The next call begins, or one has returned.
+    /// Records that a call begins or has returned.
     void proceed();
     bool isBusy() const { return _isBusy; }
     double getBusySince() const { return _busySince; }
@@ -52,10 +53,10 @@ private:
 class DevSeqRunnerThread
 {
 public:
-    /// Starts another thread, and leaves the former one behind if there is one. Changes nothing if it throws.
+    /// Starts another thread. If there was one, leaves it behind. Changes nothing if it throws.
     void start(ObjPtr<MtThreadProtocol> body);
     void join();
-    /// The thread and its priority stay for the rest of the process.
+    /// Keeps the thread and its priority until the process ends.
     void leaveBehind();
 
 private:

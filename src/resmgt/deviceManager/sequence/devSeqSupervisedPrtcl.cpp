@@ -20,8 +20,8 @@ public:
     Abandoned *clone() const override { return new Abandoned(*this); }
 };
 
-/// What a device keeps to report on its own initiative. Whichever way the device goes, executing it as often as it
-/// likes, notifying it, or sending it to itself, each of them makes one report.
+/// What a device keeps to report on its own initiative. Whichever way the device goes, executing it
+/// as often as it likes, notifying it, or sending it to itself, each of them makes one report.
 class Notification final : public DevANO
 {
 public:

@@ -16,8 +16,8 @@ namespace Zv {
 class DevMgrDevice;
 class DevSeqSupervision;
 
-/// The completion of one step of one device. Only the first event counts: it is run, it is told of a failure, or it is
-/// destroyed.
+/// The completion of one step of one device. Only the first event counts: it is run, it is told of
+/// a failure, or it is destroyed.
 class DevSeqCompletion final : public DevFailableACO
 {
 public:
@@ -36,8 +36,8 @@ private:
     std::uint32_t _serial = 0;
 };
 
-/// Calls a device on behalf of its machine, and keeps the record. The completions and notifications that the machine
-/// gives are not used. The device gets those of the supervision.
+/// Calls a device on behalf of its machine, and keeps the record. The completions and notifications
+/// that the machine gives are not used. The device gets those of the supervision.
 class DevSeqSupervisedPrtcl final : public DevMDSyncSeqPrtcl, public DevSeqSMGuard
 {
 public:

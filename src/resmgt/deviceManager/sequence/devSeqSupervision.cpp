@@ -296,8 +296,8 @@ unsigned DevSeqSupervision::waitForEnd(Guard const &guard)
     return 0;
 }
 
-/// Returns the moment at which the runner counts as hanging. If each device hangs, half of the limit is enough to
-/// replace all their runners.
+/// Returns the moment at which the runner counts as hanging. If each device hangs, half of the
+/// limit is enough to replace all their runners.
 double DevSeqSupervision::getReplacement() const
 {
     if (!_runner.isBusy() || _isReplacing)
@@ -530,8 +530,8 @@ DevMgrFailure DevSeqSupervision::getFailure(std::size_t device)
     return _record.getFailure(device);
 }
 
-/// Releases the tree and the devices when the last of the client and the runners leaves. Completions that devices hold
-/// keep the empty record only.
+/// Releases the tree and the devices when the last of the client and the runners leaves.
+/// Completions that devices hold keep the empty record only.
 void DevSeqSupervision::leave()
 {
     Vector<DevSeqRecord::Device> devices;

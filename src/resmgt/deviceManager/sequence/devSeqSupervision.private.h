@@ -20,20 +20,23 @@ namespace Zv {
 class DevMgrDevice;
 class DevSeqCompletion;
 
-/// A supervised sequence. Clients and devices only write into the record, under one lock, which is never held while a
-/// device or an observer is called. A thread, the runner, asks the plan for the next task and carries it out: it
-/// delivers events to the tree, and calls devices and the observer.
+/// A supervised sequence. Clients and devices only write into the record, under one lock, which is
+/// never held while a device or an observer is called. A thread, the runner, asks the plan for the
+/// next task and carries it out: it delivers events to the tree, and calls devices and the
+/// observer.
 ///
-/// Before the abort, the machines of the tree decide which device is called. In the abort they are not used, and the
-/// runner calls the devices directly. If the runner hangs in a device, a client that waits for the abort replaces it.
-/// The new runner never touches the tree, whose lock the former one may never release.
+/// Before the abort, the machines of the tree decide which device is called. In the abort they are
+/// not used, and the runner calls the devices directly. If the runner hangs in a device, a client
+/// that waits for the abort replaces it. The new runner never touches the tree, whose lock the
+/// former one may never release.
 ///
-/// The limits are kept by the clients that wait. A runner that is late on its way into a call cannot be told from one
-/// that hangs in it. So a device that was given up with a call in its status may get that call later. Until the call
-/// has returned, the device is not closed, and when it was closed before, the call is not made.
+/// The limits are kept by the clients that wait. A runner that is late on its way into a call
+/// cannot be told from one that hangs in it. So a device that was given up with a call in its
+/// status may get that call later. Until the call has returned, the device is not closed, and when
+/// it was closed before, the call is not made.
 ///
-/// Completions and notifications keep the record alive. When the last of the client and the runners leaves, the tree
-/// and the devices are released, so that no cycle remains.
+/// Completions and notifications keep the record alive. When the last of the client and the runners
+/// leaves, the tree and the devices are released, so that no cycle remains.
 class DevSeqSupervision final : public RCBase<LkCounter<long>>
 {
 public:
@@ -48,8 +51,8 @@ public:
     DevSeqSupervision();
 
     // For the client.
-    /// Builds the tree and starts the runner. Must be called first. The first member is the root, and each other comes
-    /// behind its parent. If it throws, `close` must not be called.
+    /// Builds the tree and starts the runner. Must be called first. The first member is the root,
+    /// and each other comes behind its parent. If it throws, `close` must not be called.
     void open(Vector<Member> const &members);
     /// Ends the sequence. Must be called last.
     void close();
@@ -99,7 +102,8 @@ private:
     void startRunner(unsigned number);
     void checkWaiting(char const *call) const ZV_REQUIRES(_lock);
     void conclude(char const *call, double seconds, double abortSeconds);
-    /// Returns the number of the runner that must be started, because the present one hangs, or 0 at the end.
+    /// Returns the number of the runner that must be started, because the present one hangs, or 0
+    /// at the end.
     unsigned waitForEnd(Guard const &guard) ZV_REQUIRES(_lock);
     double getReplacement() const ZV_REQUIRES(_lock);
     void traceEnd();

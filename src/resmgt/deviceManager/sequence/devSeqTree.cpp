@@ -133,8 +133,8 @@ private:
     Nodes::iterator _child;
 };
 
-/// The observers that have been replaced by their own calls during a delivery. They live until it has released the
-/// lock.
+/// The observers that have been replaced by their own calls during a delivery. They live until it
+/// has released the lock.
 class DevSeqTree::Replaced
 {
 public:
@@ -146,13 +146,13 @@ private:
     Vector<RCShdPtr<DevSeqObserver>> _observers;
 };
 
-/// One delivery with all that follows from it. Tells the observer, and keeps its first exception for the end. Used
-/// under the tree's lock.
+/// One delivery with all that follows from it. Tells the observer, and keeps its first exception
+/// for the end. Used under the tree's lock.
 class DevSeqTree::Turn final : private DevSeqSM::Listener
 {
 public:
-    /// `current` is the tree's pointer to the list that takes replaced observers. A delivery that an observer begins within
-    /// another one leaves them to that one.
+    /// `current` is the tree's pointer to the list that takes replaced observers. A delivery that
+    /// an observer begins within another one leaves them to that one.
     Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current, unsigned long &deliverer,
          Replaced &replaced, std::optional<DevMgrFailure> &failure)
         : _observer(observer),
@@ -305,8 +305,9 @@ DevSeqTree::DevSeqTree()
     ZV_ASSERT(_hasLeft.getErrno() == 0);
 }
 
-// Takes the parent from each node, which may be held elsewhere. That takes no memory: the link back shows the way, and
-// a child that has been visited goes to the end, until all have been and are in their order again.
+// Takes the parent from each node, which may be held elsewhere. That takes no memory: the link back
+// shows the way, and a child that has been visited goes to the end, until all have been and are in
+// their order again.
 DevSeqTree::~DevSeqTree()
 {
     _link->clear();

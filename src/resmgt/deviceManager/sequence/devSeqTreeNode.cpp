@@ -28,8 +28,8 @@ DevSeqTreeNode::DevSeqTreeNode(LiString const &name, ObjPtr<DevSeqSM> sm,
     : _name(name), _sm(sm), _util(util)
 {}
 
-// Left to themselves, the destructors of a deep tree would nest as deep as the tree. The order is theirs all the same:
-// every node after its children, which take their place before it.
+// Left to themselves, the destructors of a deep tree would nest as deep as the tree. The order is
+// theirs all the same: every node after its children, which take their place before it.
 DevSeqTreeNode::~DevSeqTreeNode()
 {
     FirstFailure failure;

@@ -1,4 +1,4 @@
-// Where the threads of a supervised sequence wait for changes of its record.
+// Waiting and waking of the threads of a supervised sequence.
 #pragma once
 
 #include "resmgt/locks/lkGuard.h"
@@ -9,7 +9,7 @@
 
 namespace Zv {
 
-/// The waiting runner and the waiting clients of a supervised sequence.
+/// Lets the runner and the clients of a supervised sequence wait, and wakes them.
 ///
 /// **Threads**: all operations but `now` need the sequence's lock.
 class DevSeqWaiters
@@ -25,9 +25,9 @@ public:
     /// The clock by which all limits are kept.
     static double now();
 
-    /// For the runner. Blocks until `wakeRunner` is called, or until the moment.
+    /// Called by the runner. Blocks until `wakeRunner` is called, or until the moment.
     void waitForWork(Guard const &guard, double moment);
-    /// For a client. Blocks until `wakeClients` is called, or until the moment.
+    /// Called by a client. Blocks until `wakeClients` is called, or until the moment.
     void waitForChange(Guard const &guard, double moment);
     void wakeRunner() const;
     void wakeClients() const;
