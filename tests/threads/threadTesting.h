@@ -48,15 +48,6 @@ struct TestAccess<MtSpecificDataRegistry>
     }
 };
 
-} // namespace Zv
-
-namespace ZvTest {
-
-using namespace Zv;
-
-/// Maps the time-outs of all timed waits, in milliseconds, if it is set.
-inline std::atomic<unsigned (*)(unsigned milliseconds)> mapTimeout = nullptr;
-
 /// A thread that does nothing.
 class StubThread : public MtThread
 {
@@ -85,6 +76,15 @@ protected:
     void threadEnded() override {}
     void setProcessorNbNoLock(int) override {}
 };
+
+} // namespace Zv
+
+namespace ZvTest {
+
+using namespace Zv;
+
+/// Maps the time-outs of all timed waits, in milliseconds, if it is set.
+inline std::atomic<unsigned (*)(unsigned milliseconds)> mapTimeout = nullptr;
 
 /// A body out of a callable; `performStop` lets `waitForStop` go.
 class TestProtocol : public MtThreadProtocol
