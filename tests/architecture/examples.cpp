@@ -26,6 +26,15 @@ bool isCode(Example const &example)
                        [](std::string const &line) { return std::regex_match(line, code); });
 }
 
+/// An example with namespaces of its own, or one that adds to the library's, is in no other one.
+bool isAtGlobalScope(Example const &example)
+{
+    return std::any_of(example.code.begin(), example.code.end(), [](std::string const &line) {
+        return line.starts_with("namespace ") || line.starts_with("ZV_DECLARE_") ||
+               line.starts_with("ZV_DEFINE_");
+    });
+}
+
 } // namespace
 
 std::vector<Example> findExamplesOfHeader(std::istream &header)
@@ -109,10 +118,9 @@ void writeExamples(std::ostream &source, std::string const &file,
         source << "namespace " << name << " {\n";
     for (Example const &example : examples) {
         bool const isOutside = isAtNamespaceScope(example);
-        // What belongs into the library's own namespace cannot be in another one.
-        bool const isLibrary = !areContinued && example.code.front().starts_with("namespace Zv {");
+        bool const isGlobal = !areContinued && isAtGlobalScope(example);
         std::string const block = name + '_' + std::to_string(example.line);
-        if (!isLibrary)
+        if (!isGlobal)
             source << "namespace " << block << " {\nusing namespace Zv;\n";
         if (!isOutside)
             source << "[[maybe_unused]] auto example()\n{\n";
@@ -121,7 +129,7 @@ void writeExamples(std::ostream &source, std::string const &file,
             source << (isInclude(line) ? "" : line) << '\n';
         if (!isOutside)
             source << "}\n";
-        if (!isLibrary)
+        if (!isGlobal)
             source << "} // namespace " << block << '\n';
         if (areContinued)
             source << "using namespace " << block << ";\n";

@@ -100,6 +100,14 @@ TEST(Examples, ErrorsNameTheLineOfTheFile)
               (std::vector<std::string>{"#include <string>"}));
 }
 
+TEST(Examples, NamespacesStandAtGlobalScope)
+{
+    std::ostringstream source;
+    writeExamples(source, "a.h", {{1, {"namespace studio {", "}", "ZV_DECLARE_SINGLETON(A);"}}},
+                  false);
+    EXPECT_EQ(source.str(), "#line 1 \"a.h\"\nnamespace studio {\n}\nZV_DECLARE_SINGLETON(A);\n");
+}
+
 TEST(Examples, DocumentGoesOnFromExampleToExample)
 {
     std::ostringstream source;
