@@ -1,8 +1,10 @@
-// Compares the state machine with its model, on long random sequences of events from several threads.
+// Compares the state machine with its model, on long random sequences of events from several
+// threads.
 //
-// At each step one thread does one thing: it delivers an event, or the call of the protocol that it is in delivers one,
-// returns or throws. Then all threads come to rest, and the buffer must be in the state of the model. The machine may wake
-// waiting threads in any order, so the model allows every order. No thread may be forgotten.
+// At each step one thread does one thing: it delivers an event, or the call of the protocol that it
+// is in delivers one, returns or throws. Then all threads come to rest, and the buffer must be in
+// the state of the model. The machine may wake waiting threads in any order, so the model allows
+// every order. No thread may be forgotten.
 
 #include "scene.h"
 
@@ -14,9 +16,8 @@
 #include <semaphore>
 #include <thread>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 using Model::Status;
 
 constexpr int WORKERS = 4;
@@ -209,7 +210,8 @@ private:
         return !_configs.empty();
     }
 
-    /// Waits until every thread is idle, waits, or is in a call of the protocol. Returns the observable state.
+    /// Waits until every thread is idle, waits, or is in a call of the protocol. Returns the
+    /// observable state.
     std::string rest()
     {
         for (;; std::this_thread::yield()) {
@@ -270,3 +272,4 @@ TEST(MbModel, TracingMachineWalksTheSameWay)
 }
 
 } // namespace
+} // namespace ZvTest
