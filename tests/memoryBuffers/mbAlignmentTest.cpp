@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+namespace ZvTest {
 namespace {
 
 using namespace Zv;
@@ -29,14 +30,14 @@ char const notAPowerMinus1[] = "Invalid argument: Argument is not a power of 2 m
 TEST(MbAlignment, MaskOf127AsksForMultiplesOf128)
 {
     MbAlignment const alignment(127, 0, 0);
-    EXPECT_EQ(128u, alignment.roundUpToAlignment(1));
-    EXPECT_EQ(128u, alignment.roundUpToAlignment(128));
-    EXPECT_EQ(0u, alignment.roundUpToAlignment(0));
-    EXPECT_EQ(127u, alignment.getRoundUpMax(1));
-    EXPECT_EQ(0u, alignment.getRoundUpMax(128));
-    EXPECT_EQ(64u, alignment.getRoundUpMax(64));
-    EXPECT_EQ(0u, alignment.roundDownToAlignment(127));
-    EXPECT_EQ(127u, alignment.getRoundDownMax(1));
+    EXPECT_EQ(alignment.roundUpToAlignment(1), 128u);
+    EXPECT_EQ(alignment.roundUpToAlignment(128), 128u);
+    EXPECT_EQ(alignment.roundUpToAlignment(0), 0u);
+    EXPECT_EQ(alignment.getRoundUpMax(1), 127u);
+    EXPECT_EQ(alignment.getRoundUpMax(128), 0u);
+    EXPECT_EQ(alignment.getRoundUpMax(64), 64u);
+    EXPECT_EQ(alignment.roundDownToAlignment(127), 0u);
+    EXPECT_EQ(alignment.getRoundDownMax(1), 127u);
 }
 
 TEST(MbAlignment, WithoutMasksEveryAddressIsAligned)
@@ -45,20 +46,20 @@ TEST(MbAlignment, WithoutMasksEveryAddressIsAligned)
     for (std::uint64_t const address :
          {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{77}, TOP}) {
         EXPECT_TRUE(alignment.isAligned(address));
-        EXPECT_EQ(address, alignment.roundUpToAlignment(address));
-        EXPECT_EQ(address, alignment.roundDownToAlignment(address));
+        EXPECT_EQ(alignment.roundUpToAlignment(address), address);
+        EXPECT_EQ(alignment.roundDownToAlignment(address), address);
     }
-    EXPECT_EQ(0u, alignment.getRoundUpMax(1));
-    EXPECT_EQ(0u, alignment.getRoundDownMax(1));
+    EXPECT_EQ(alignment.getRoundUpMax(1), 0u);
+    EXPECT_EQ(alignment.getRoundDownMax(1), 0u);
 }
 
 TEST(MbAlignment, PatternPlacesTheDataBehindABoundary)
 {
     MbAlignment const alignment(0, 255, 16);
-    EXPECT_EQ(272u, alignment.roundUpToAlignment(17));
-    EXPECT_EQ(16u, alignment.roundUpToAlignment(16));
-    EXPECT_EQ(16u, alignment.roundUpToAlignment(0));
-    EXPECT_EQ(16u, alignment.roundDownToAlignment(271));
+    EXPECT_EQ(alignment.roundUpToAlignment(17), 272u);
+    EXPECT_EQ(alignment.roundUpToAlignment(16), 16u);
+    EXPECT_EQ(alignment.roundUpToAlignment(0), 16u);
+    EXPECT_EQ(alignment.roundDownToAlignment(271), 16u);
     EXPECT_TRUE(alignment.isAligned(16 + 1024));
     EXPECT_FALSE(alignment.isAligned(1024));
 }
@@ -69,7 +70,7 @@ TEST(MbAlignment, AlignmentMaskOverrulesThePattern)
     MbAlignment const alignment(7, 63, 0x3f);
     EXPECT_TRUE(alignment.isAligned(0x38));
     EXPECT_FALSE(alignment.isAligned(0x3f));
-    EXPECT_EQ(0x38u + 64, alignment.roundUpToAlignment(0x39));
+    EXPECT_EQ(alignment.roundUpToAlignment(0x39), 0x38u + 64);
 }
 
 TEST(MbAlignment, RoundingIsTheNearestAlignedAddress)
@@ -85,8 +86,8 @@ TEST(MbAlignment, RoundingIsTheNearestAlignedAddress)
             std::uint64_t down = address;
             while (!alignment.isAligned(down))
                 --down;
-            ASSERT_EQ(up, alignment.roundUpToAlignment(address)) << address;
-            ASSERT_EQ(down, alignment.roundDownToAlignment(address)) << address;
+            ASSERT_EQ(alignment.roundUpToAlignment(address), up) << address;
+            ASSERT_EQ(alignment.roundDownToAlignment(address), down) << address;
         }
     }
 }
@@ -106,8 +107,8 @@ TEST(MbAlignment, GreatestDistancesAreNeverExceededAndReachedFromAnyAddress)
             EXPECT_LE(up, alignment.getRoundUpMax(multiple));
             EXPECT_LE(down, alignment.getRoundDownMax(multiple));
             if (multiple == 1 && alignment.getOffsetMask() == 0) {
-                EXPECT_EQ(up, alignment.getRoundUpMax(multiple));
-                EXPECT_EQ(down, alignment.getRoundDownMax(multiple));
+                EXPECT_EQ(alignment.getRoundUpMax(multiple), up);
+                EXPECT_EQ(alignment.getRoundDownMax(multiple), down);
             }
         }
     }
@@ -116,37 +117,37 @@ TEST(MbAlignment, GreatestDistancesAreNeverExceededAndReachedFromAnyAddress)
 TEST(MbAlignment, DistancesFollowTheirFormulas)
 {
     MbAlignment const alignment(3, 63, 0x14);
-    EXPECT_EQ(63u, alignment.getRoundUpMax(1));
-    EXPECT_EQ(0x34u, alignment.getRoundUpMax(32));
-    EXPECT_EQ(0x14u, alignment.getRoundUpMax(64));
-    EXPECT_EQ(63u, alignment.getRoundDownMax(1));
-    EXPECT_EQ(0x2cu, alignment.getRoundDownMax(64));
-    EXPECT_EQ(0x3cu, alignment.getRoundDownMax(16));
+    EXPECT_EQ(alignment.getRoundUpMax(1), 63u);
+    EXPECT_EQ(alignment.getRoundUpMax(32), 0x34u);
+    EXPECT_EQ(alignment.getRoundUpMax(64), 0x14u);
+    EXPECT_EQ(alignment.getRoundDownMax(1), 63u);
+    EXPECT_EQ(alignment.getRoundDownMax(64), 0x2cu);
+    EXPECT_EQ(alignment.getRoundDownMax(16), 0x3cu);
 }
 
 TEST(MbAlignment, DistancesAreAskedForPowersOfTwoOnly)
 {
     MbAlignment const alignment(127, 0, 0);
     char const zero[] = "Invalid argument: Zero is not a power of two.";
-    EXPECT_EQ(zero, reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundUpMax(0); }));
-    EXPECT_EQ(zero, reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundDownMax(0); }));
-    EXPECT_EQ(notAPowerMinus1,
-              reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundUpMax(3); }));
-    EXPECT_EQ(notAPowerMinus1,
-              reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundDownMax(96); }));
+    EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundUpMax(0); }), zero);
+    EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundDownMax(0); }), zero);
+    EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundUpMax(3); }),
+              notAPowerMinus1);
+    EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([&] { alignment.getRoundDownMax(96); }),
+              notAPowerMinus1);
 }
 
 TEST(MbAlignment, NoRoundingWrapsAround)
 {
     MbAlignment const alignment(127, 0, 0);
-    EXPECT_EQ(TOP - 127, alignment.roundUpToAlignment(TOP - 127));
-    EXPECT_EQ("Out of range: Can't roundUpToAlignment() because of wrap-around.",
-              reasonOf<MbEx::ExRangeError>([&] { alignment.roundUpToAlignment(TOP - 126); }));
+    EXPECT_EQ(alignment.roundUpToAlignment(TOP - 127), TOP - 127);
+    EXPECT_EQ(reasonOf<MbEx::ExRangeError>([&] { alignment.roundUpToAlignment(TOP - 126); }),
+              "Out of range: Can't roundUpToAlignment() because of wrap-around.");
 
     MbAlignment const offset(0, 255, 16);
-    EXPECT_EQ(16u, offset.roundDownToAlignment(16));
-    EXPECT_EQ("Out of range: Can't roundDownToAlignment() because of wrap-around.",
-              reasonOf<MbEx::ExRangeError>([&] { offset.roundDownToAlignment(15); }));
+    EXPECT_EQ(offset.roundDownToAlignment(16), 16u);
+    EXPECT_EQ(reasonOf<MbEx::ExRangeError>([&] { offset.roundDownToAlignment(15); }),
+              "Out of range: Can't roundDownToAlignment() because of wrap-around.");
 }
 
 TEST(MbAlignment, MasksAreAPowerOfTwoMinusOne)
@@ -156,28 +157,28 @@ TEST(MbAlignment, MasksAreAPowerOfTwoMinusOne)
     EXPECT_NO_THROW(MbAlignment::checkPow2Minus1(TOP));
     for (std::uint64_t const value :
          {std::uint64_t{2}, std::uint64_t{5}, std::uint64_t{6}, TOP - 1})
-        EXPECT_EQ(notAPowerMinus1,
-                  reasonOf<MbEx::ExInvalidArgument>([&] { MbAlignment::checkPow2Minus1(value); }));
-    EXPECT_EQ(notAPowerMinus1, reasonOf<MbEx::ExInvalidArgument>([] { MbAlignment(5, 0, 0); }));
-    EXPECT_EQ(notAPowerMinus1, reasonOf<MbEx::ExInvalidArgument>([] { MbAlignment(0, 5, 0); }));
+        EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([&] { MbAlignment::checkPow2Minus1(value); }),
+                  notAPowerMinus1);
+    EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([] { MbAlignment(5, 0, 0); }), notAPowerMinus1);
+    EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([] { MbAlignment(0, 5, 0); }), notAPowerMinus1);
 }
 
 TEST(MbAlignment, SettersTestBeforeTheyStore)
 {
     MbAlignment alignment(7, 63, 8);
-    EXPECT_EQ(notAPowerMinus1,
-              reasonOf<MbEx::ExInvalidArgument>([&] { alignment.setAlignmentMask(10); }));
-    EXPECT_EQ(notAPowerMinus1,
-              reasonOf<MbEx::ExInvalidArgument>([&] { alignment.setOffsetMask(12); }));
-    EXPECT_EQ(7u, alignment.getAlignmentMask());
-    EXPECT_EQ(63u, alignment.getOffsetMask());
+    EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([&] { alignment.setAlignmentMask(10); }),
+              notAPowerMinus1);
+    EXPECT_EQ(reasonOf<MbEx::ExInvalidArgument>([&] { alignment.setOffsetMask(12); }),
+              notAPowerMinus1);
+    EXPECT_EQ(alignment.getAlignmentMask(), 7u);
+    EXPECT_EQ(alignment.getOffsetMask(), 63u);
 
     alignment.setAlignmentMask(15);
     alignment.setOffsetMask(127);
     alignment.setOffsetPattern(TOP);
-    EXPECT_EQ(15u, alignment.getAlignmentMask());
-    EXPECT_EQ(127u, alignment.getOffsetMask());
-    EXPECT_EQ(TOP, alignment.getOffsetPattern());
+    EXPECT_EQ(alignment.getAlignmentMask(), 15u);
+    EXPECT_EQ(alignment.getOffsetMask(), 127u);
+    EXPECT_EQ(alignment.getOffsetPattern(), TOP);
     EXPECT_TRUE(alignment.isAligned(0x70));
 }
 
@@ -185,38 +186,39 @@ TEST(MbAlignment, CompoundAsksForBoth)
 {
     MbAlignment alignment(7, 0, 0);
     alignment.compound(MbAlignment(0, 63, 40));
-    EXPECT_EQ(7u, alignment.getAlignmentMask());
-    EXPECT_EQ(63u, alignment.getOffsetMask());
-    EXPECT_EQ(40u, alignment.getOffsetPattern());
+    EXPECT_EQ(alignment.getAlignmentMask(), 7u);
+    EXPECT_EQ(alignment.getOffsetMask(), 63u);
+    EXPECT_EQ(alignment.getOffsetPattern(), 40u);
 
     MbAlignment wide(0, 255, 0xd4);
     wide.compound(MbAlignment(3, 15, 4));
-    EXPECT_EQ(3u, wide.getAlignmentMask());
-    EXPECT_EQ(255u, wide.getOffsetMask());
-    EXPECT_EQ(0xd4u, wide.getOffsetPattern());
+    EXPECT_EQ(wide.getAlignmentMask(), 3u);
+    EXPECT_EQ(wide.getOffsetMask(), 255u);
+    EXPECT_EQ(wide.getOffsetPattern(), 0xd4u);
 
     // Of two masks that are equal, the other's pattern is taken.
     MbAlignment equal(0, 15, 0x105);
     equal.compound(MbAlignment(0, 15, 0x205));
-    EXPECT_EQ(0x205u, equal.getOffsetPattern());
+    EXPECT_EQ(equal.getOffsetPattern(), 0x205u);
 }
 
 TEST(MbAlignment, CompoundForgivesADifferenceBelowTheNewAlignment)
 {
     MbAlignment alignment(0, 15, 9);
     alignment.compound(MbAlignment(7, 15, 8));
-    EXPECT_EQ(7u, alignment.getAlignmentMask());
+    EXPECT_EQ(alignment.getAlignmentMask(), 7u);
     EXPECT_TRUE(alignment.isAligned(8));
 }
 
 TEST(MbAlignment, CompoundThatContradictsChangesNothing)
 {
     MbAlignment alignment(0, 15, 8);
-    EXPECT_EQ("Out of range: Incompatible offsets..",
-              reasonOf<MbEx::ExRangeError>([&] { alignment.compound(MbAlignment(3, 31, 4)); }));
-    EXPECT_EQ(0u, alignment.getAlignmentMask());
-    EXPECT_EQ(15u, alignment.getOffsetMask());
-    EXPECT_EQ(8u, alignment.getOffsetPattern());
+    EXPECT_EQ(reasonOf<MbEx::ExRangeError>([&] { alignment.compound(MbAlignment(3, 31, 4)); }),
+              "Out of range: Incompatible offsets..");
+    EXPECT_EQ(alignment.getAlignmentMask(), 0u);
+    EXPECT_EQ(alignment.getOffsetMask(), 15u);
+    EXPECT_EQ(alignment.getOffsetPattern(), 8u);
 }
 
 } // namespace
+} // namespace ZvTest

@@ -14,9 +14,8 @@
 #include <span>
 #include <type_traits>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 
 class MbBufferTest : public testing::Test
 {
@@ -36,21 +35,21 @@ TEST_F(MbBufferTest, LivesFromLoadToFree)
     {
         MbBufferRdGuardImp const guard(buffer);
         EXPECT_EQ(control->memory, guard.getMemory());
-        EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 64);
-        EXPECT_EQ(100u, control->size);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 64, 0u);
+        EXPECT_EQ(control->size, 100u);
         EXPECT_TRUE(buffer.isLoaded());
     }
-    EXPECT_EQ((Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable"}),
-              control->log.take());
+    EXPECT_EQ(control->log.take(),
+              (Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable"}));
     buffer = MbBuffer();
-    EXPECT_EQ((Lines{"bufferNotUnloadable", "free", "deallocateRegion", "~protocol"}),
-              control->log.take());
+    EXPECT_EQ(control->log.take(),
+              (Lines{"bufferNotUnloadable", "free", "deallocateRegion", "~protocol"}));
 }
 
 TEST_F(MbBufferTest, WithoutEverHavingBeenUsedEndsWithoutACall)
 {
     buffer = MbBuffer();
-    EXPECT_EQ(Lines{"~protocol"}, control->log.take());
+    EXPECT_EQ(control->log.take(), Lines{"~protocol"});
 }
 
 TEST_F(MbBufferTest, SynchedEndsWithoutFree)
@@ -61,7 +60,7 @@ TEST_F(MbBufferTest, SynchedEndsWithoutFree)
     buffer.sync();
     control->log.take();
     buffer = MbBuffer();
-    EXPECT_EQ((Lines{"deallocateRegion", "bufferNotUnloadable", "~protocol"}), control->log.take());
+    EXPECT_EQ(control->log.take(), (Lines{"deallocateRegion", "bufferNotUnloadable", "~protocol"}));
 }
 
 TEST_F(MbBufferTest, WritersMarkItDirtyOnlyWhereTheyLoad)
@@ -70,8 +69,8 @@ TEST_F(MbBufferTest, WritersMarkItDirtyOnlyWhereTheyLoad)
         MbBufferWrGuardImp const guard(buffer);
         static_cast<char *>(guard.getMemory())[99] = 1;
     }
-    EXPECT_EQ((Lines{"allocateRegion", "load", "markDirty", "unlocked", "bufferUnloadable"}),
-              control->log.take());
+    EXPECT_EQ(control->log.take(),
+              (Lines{"allocateRegion", "load", "markDirty", "unlocked", "bufferUnloadable"}));
     {
         MbBufferWrGuardImp const guard(buffer);
     }
@@ -80,7 +79,7 @@ TEST_F(MbBufferTest, WritersMarkItDirtyOnlyWhereTheyLoad)
         MbBufferWrGuardImp const guard(buffer);
     }
     Lines const lines = control->log.take();
-    EXPECT_EQ(0, std::count(lines.begin(), lines.end(), "markDirty"));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "markDirty"), 0);
 }
 
 TEST_F(MbBufferTest, FreedWhileLockedIsLoadedAnewAfterTheLastGuard)
@@ -90,11 +89,11 @@ TEST_F(MbBufferTest, FreedWhileLockedIsLoadedAnewAfterTheLastGuard)
         buffer.free();
         MbBufferRdGuardImp const second(buffer);
         EXPECT_TRUE(buffer.isLoaded());
-        EXPECT_EQ((Lines{"allocateRegion", "load"}), control->log.take());
+        EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "load"}));
     }
-    EXPECT_EQ((Lines{"free", "deallocateRegion"}), control->log.take());
+    EXPECT_EQ(control->log.take(), (Lines{"free", "deallocateRegion"}));
     MbBufferRdGuardImp const guard(buffer);
-    EXPECT_EQ((Lines{"allocateRegion", "load"}), control->log.take());
+    EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "load"}));
 }
 
 TEST_F(MbBufferTest, TwoReadersShareItsMemoryAndAWriterWaitsForBoth)
@@ -106,24 +105,24 @@ TEST_F(MbBufferTest, TwoReadersShareItsMemoryAndAWriterWaitsForBoth)
         second.emplace(buffer);
         memory = second->getMemory();
     }).join();
-    EXPECT_NE(nullptr, memory);
+    EXPECT_NE(memory, nullptr);
     EXPECT_EQ(first->getMemory(), memory);
 
     std::atomic<bool> isLocked = false;
     std::thread writer([&] {
         MbBufferWrGuardImp const guard(buffer);
         isLocked = true;
-        EXPECT_EQ("WrLocked", stateOf(buffer));
+        EXPECT_EQ(stateOf(buffer), "WrLocked");
     });
     waitForWaiters(buffer, 1);
     first.reset();
-    EXPECT_EQ("RdLocked", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "RdLocked");
     waitForWaiters(buffer, 1);
     EXPECT_FALSE(isLocked);
     second.reset();
     writer.join();
     EXPECT_TRUE(isLocked);
-    EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "Loaded");
 }
 
 TEST_F(MbBufferTest, ReadersWaitForTheLastWriteGuard)
@@ -134,7 +133,7 @@ TEST_F(MbBufferTest, ReadersWaitForTheLastWriteGuard)
     waitForWaiters(buffer, 1);
     writer.reset();
     waitForWaiters(buffer, 1);
-    EXPECT_EQ("WrLocked", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "WrLocked");
     copy.reset();
     reader.join();
 }
@@ -156,7 +155,7 @@ TEST_F(MbBufferTest, WhoComesWhileItIsLoadedWaitsForTheLoad)
     loader.join();
     reader.join();
     Lines const lines = control->log.take();
-    EXPECT_EQ(1, std::count(lines.begin(), lines.end(), "load"));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "load"), 1);
 }
 
 TEST_F(MbBufferTest, ALoadThatFailsLeavesItFreedAndWhoWaitsTriesAnew)
@@ -180,25 +179,25 @@ TEST_F(MbBufferTest, ALoadThatFailsLeavesItFreedAndWhoWaitsTriesAnew)
     mayFail.release();
     loader.join();
     reader.join();
-    EXPECT_EQ("load", failure);
-    EXPECT_EQ(2, nbLoads);
-    EXPECT_EQ((Lines{"allocateRegion", "load", "deallocateRegion", "allocateRegion", "load",
-                     "unlocked", "bufferUnloadable"}),
-              control->log.take());
+    EXPECT_EQ(failure, "load");
+    EXPECT_EQ(nbLoads, 2);
+    EXPECT_EQ(control->log.take(),
+              (Lines{"allocateRegion", "load", "deallocateRegion", "allocateRegion", "load",
+                     "unlocked", "bufferUnloadable"}));
 }
 
 TEST_F(MbBufferTest, AsyncLoadEndsOnWhateverThreadSaysSo)
 {
     buffer.prefetch();
-    EXPECT_EQ("WaitAsyncLoaded", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "WaitAsyncLoaded");
     EXPECT_FALSE(buffer.isLoaded());
     std::thread reader([&] { MbBufferRdGuardImp const guard(buffer); });
     waitForWaiters(buffer, 1);
     std::thread([&] { control->handle->performSucceeded(); }).join();
     reader.join();
-    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable",
-                     "bufferNotUnloadable", "unlocked", "bufferUnloadable"}),
-              control->log.take());
+    EXPECT_EQ(control->log.take(),
+              (Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable",
+                     "bufferNotUnloadable", "unlocked", "bufferUnloadable"}));
 }
 
 TEST_F(MbBufferTest, AsyncLoadMayEndBeforeItsCallReturns)
@@ -206,21 +205,21 @@ TEST_F(MbBufferTest, AsyncLoadMayEndBeforeItsCallReturns)
     std::thread::id teller;
     control->hooks["asyncLoad"] = [&] {
         std::thread([&] { control->handle->performSucceeded(); }).join();
-        EXPECT_EQ("BeingAsyncLoaded", stateOf(buffer));
+        EXPECT_EQ(stateOf(buffer), "BeingAsyncLoaded");
     };
     control->hooks["asyncLoadSucceeded"] = [&] { teller = std::this_thread::get_id(); };
     buffer.prefetch();
-    EXPECT_EQ(std::this_thread::get_id(), teller);
-    EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ(teller, std::this_thread::get_id());
+    EXPECT_EQ(stateOf(buffer), "Loaded");
 }
 
 TEST_F(MbBufferTest, AsyncLoadThatFailsGivesTheMemoryBack)
 {
     control->hooks["asyncLoad"] = [&] { control->handle->performFailed(); };
     buffer.prefetch();
-    EXPECT_EQ("Freed", stateOf(buffer));
-    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "deallocateRegion", "asyncLoadFailed"}),
-              control->log.take());
+    EXPECT_EQ(stateOf(buffer), "Freed");
+    EXPECT_EQ(control->log.take(),
+              (Lines{"allocateRegion", "asyncLoad", "deallocateRegion", "asyncLoadFailed"}));
 }
 
 TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessComesFirstAndTheFailureIsRefused)
@@ -229,11 +228,11 @@ TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessComesFirstAndTheFailureIsR
         control->handle->performFailed();
         control->handle->performSucceeded();
     };
-    EXPECT_EQ("Illegal transition: buffer b received event asyncOpFailed() from state Loaded.",
-              reasonOf<MbEx::ExIllegalTransition>([&] { buffer.prefetch(); }));
-    EXPECT_EQ("Loaded", stateOf(buffer));
-    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable"}),
-              control->log.take());
+    EXPECT_EQ(reasonOf<MbEx::ExIllegalTransition>([&] { buffer.prefetch(); }),
+              "Illegal transition: buffer b received event asyncOpFailed() from state Loaded.");
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_EQ(control->log.take(),
+              (Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable"}));
 }
 
 TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
@@ -242,17 +241,18 @@ TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
         control->handle->performSucceeded();
         throw Failure("asyncLoad");
     };
-    EXPECT_EQ("asyncLoad", reasonOf<Failure>([&] { buffer.prefetch(); }));
-    EXPECT_EQ("Freed", stateOf(buffer));
-    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "deallocateRegion"}), control->log.take());
+    EXPECT_EQ(reasonOf<Failure>([&] { buffer.prefetch(); }), "asyncLoad");
+    EXPECT_EQ(stateOf(buffer), "Freed");
+    EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "asyncLoad", "deallocateRegion"}));
     // The next run that succeeds delivers it, in the state in which that run ends.
-    EXPECT_EQ("Illegal transition: buffer b received event asyncOpSucceeded() from state RdLocked.",
-              reasonOf<MbEx::ExIllegalTransition>([&] { MbBufferRdGuardImp const guard(buffer); }));
+    EXPECT_EQ(
+        reasonOf<MbEx::ExIllegalTransition>([&] { MbBufferRdGuardImp const guard(buffer); }),
+        "Illegal transition: buffer b received event asyncOpSucceeded() from state RdLocked.");
     // The lock was taken before the failure, and has been given back.
-    EXPECT_EQ("Loaded", stateOf(buffer));
-    EXPECT_EQ(0, buffer.getImp()->getLockCount());
-    EXPECT_EQ((Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable"}),
-              control->log.take());
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_EQ(buffer.getImp()->getLockCount(), 0);
+    EXPECT_EQ(control->log.take(),
+              (Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable"}));
     MbBufferWrGuardImp const writer(buffer);
     EXPECT_FALSE(writer.isNull());
 }
@@ -265,10 +265,10 @@ void failToLeave(MbBuffer const &buffer, RecordingManager &manager)
         if (what == "bufferNotUnloadable")
             throw Failure(what);
     };
-    EXPECT_EQ("bufferNotUnloadable", reasonOf<Failure>([&] { Guard const guard(buffer); }));
+    EXPECT_EQ(reasonOf<Failure>([&] { Guard const guard(buffer); }), "bufferNotUnloadable");
     manager.hook = nullptr;
-    EXPECT_EQ("Loaded", stateOf(buffer));
-    EXPECT_EQ(0, buffer.getImp()->getLockCount());
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_EQ(buffer.getImp()->getLockCount(), 0);
 }
 
 TEST_F(MbBufferTest, ALockThatItsManagerFailsIsNotHeld)
@@ -285,9 +285,9 @@ TEST_F(MbBufferTest, ALockThatItsManagerFailsIsNotHeld)
     };
     EXPECT_THROW(MbBufferWrGuardImp{buffer}, Failure);
     manager->hook = nullptr;
-    EXPECT_EQ("Synched", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "Synched");
     MbBufferWrGuardImp const writer(buffer);
-    EXPECT_EQ(1, buffer.getImp()->getLockCount());
+    EXPECT_EQ(buffer.getImp()->getLockCount(), 1);
 }
 
 TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
@@ -302,13 +302,13 @@ TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
     };
     // The calls that leave the state, leave it again on the way back, and enter it.
     TraceCapture capture("Exception: ");
-    EXPECT_EQ("bufferNotUnloadable 1",
-              reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }));
-    EXPECT_EQ((Lines{"Exception: bufferNotUnloadable 2", "Exception: bufferUnloadable 3"}),
-              capture.take());
+    EXPECT_EQ(reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }),
+              "bufferNotUnloadable 1");
+    EXPECT_EQ(capture.take(),
+              (Lines{"Exception: bufferNotUnloadable 2", "Exception: bufferUnloadable 3"}));
     manager->hook = nullptr;
-    EXPECT_EQ("Loaded", stateOf(buffer));
-    EXPECT_EQ(0, buffer.getImp()->getLockCount());
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_EQ(buffer.getImp()->getLockCount(), 0);
 }
 
 /// A postponed event stays postponed, and a thread that waits looks at the buffer again.
@@ -329,9 +329,9 @@ TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWaiters)
     };
     // It begins when the reader has unlocked the buffer.
     control->hooks["asyncSync"] = [&] { control->handle->performSucceeded(); };
-    EXPECT_EQ("bufferUnloadable", reasonOf<Failure>([&] { buffer.sync(); }));
+    EXPECT_EQ(reasonOf<Failure>([&] { buffer.sync(); }), "bufferUnloadable");
     reader.join();
-    EXPECT_EQ("Synched", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "Synched");
 }
 
 /// Each result operation, which fails at first.
@@ -370,21 +370,21 @@ TEST_F(MbBufferTest, AResultThatThrowsLeavesItWaitingForAnother)
         };
         control->hooks[result.call] = [] { throw Failure("not now"); };
         for (int i = 0; i < 2; ++i) {
-            EXPECT_EQ("not now", reasonOf<Failure>([&] { report(result.succeeds); }));
-            EXPECT_EQ(state, stateOf(other));
+            EXPECT_EQ(reasonOf<Failure>([&] { report(result.succeeds); }), "not now");
+            EXPECT_EQ(stateOf(other), state);
         }
         bool const hasRegion = result.succeeds || state == "WaitAsyncSynched";
-        EXPECT_EQ(hasRegion, other.getImp()->getRegionStart() != 0);
+        EXPECT_EQ(other.getImp()->getRegionStart() != 0, hasRegion);
         // If the memory is gone, nothing can have been loaded.
         if (!hasRegion) {
-            EXPECT_EQ("Illegal transition: buffer b received event asyncOpSucceeded() from state " +
-                          state + ".",
-                      reasonOf<MbEx::ExIllegalTransition>([&] { report(true); }));
-            EXPECT_EQ(state, stateOf(other));
+            EXPECT_EQ(reasonOf<MbEx::ExIllegalTransition>([&] { report(true); }),
+                      "Illegal transition: buffer b received event asyncOpSucceeded() from state " +
+                          state + ".");
+            EXPECT_EQ(stateOf(other), state);
         }
         control->hooks.clear();
         report(result.succeeds);
-        EXPECT_EQ(result.end, stateOf(other));
+        EXPECT_EQ(stateOf(other), result.end);
     }
 }
 
@@ -435,7 +435,7 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
                 return probe.waiters() == 1;
             });
             LkGuard<LkMutex const> const guard(probe.mutex());
-            EXPECT_EQ(call.state, probe.stateName());
+            EXPECT_EQ(probe.stateName(), call.state);
             // The operation that was begun here ends, too.
             if (call.event == PREFETCH || call.event == ASYNC_SYNC)
                 imp.deliver(ASYNC_OP_SUCCEEDED);
@@ -444,30 +444,31 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
         imp.addKeepAlive();
         imp.receive(call.event);
         last.join();
-        EXPECT_EQ("Destroyed", MbBufferProbe(imp).stateName());
+        EXPECT_EQ(MbBufferProbe(imp).stateName(), "Destroyed");
         control->log.take();
         control->hooks.clear();
         imp.releaseKeepAlive();
-        EXPECT_EQ(Lines{"~protocol"}, control->log.take());
+        EXPECT_EQ(control->log.take(), Lines{"~protocol"});
     }
 }
 
-/// The last handle is destroyed inside a call. Another thread that uses the buffer meanwhile must not end it.
+/// The last handle is destroyed inside a call. Another thread that uses the buffer meanwhile must
+/// not end it.
 TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
 {
     control->hooks["asyncLoad"] = [&] {
         LkAsyncHandle * const handle = control->handle;
         buffer = MbBuffer();
         std::thread([=] { handle->performSucceeded(); }).join();
-        EXPECT_EQ((Lines{"allocateRegion", "asyncLoad"}), control->log.take());
+        EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "asyncLoad"}));
     };
     std::thread::id ending;
     control->hooks["free"] = [&] { ending = std::this_thread::get_id(); };
     buffer.prefetch();
-    EXPECT_EQ(std::this_thread::get_id(), ending);
-    EXPECT_EQ((Lines{"asyncLoadSucceeded", "bufferUnloadable", "bufferNotUnloadable", "free",
-                     "deallocateRegion", "~protocol"}),
-              control->log.take());
+    EXPECT_EQ(ending, std::this_thread::get_id());
+    EXPECT_EQ(control->log.take(),
+              (Lines{"asyncLoadSucceeded", "bufferUnloadable", "bufferNotUnloadable", "free",
+                     "deallocateRegion", "~protocol"}));
 }
 
 /// The postponed event has a lower bit than the completion, and waits for it all the same.
@@ -478,21 +479,22 @@ TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion
         control->handle->performSucceeded();
     };
     buffer.prefetch();
-    EXPECT_EQ("Freed", stateOf(buffer));
-    EXPECT_EQ((Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable",
-                     "bufferNotUnloadable", "free", "deallocateRegion"}),
-              control->log.take());
+    EXPECT_EQ(stateOf(buffer), "Freed");
+    EXPECT_EQ(control->log.take(),
+              (Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable",
+                     "bufferNotUnloadable", "free", "deallocateRegion"}));
 
     // A later completion finds it, too.
     control->hooks["asyncLoad"] = [&] { buffer.asyncSync(); };
     control->hooks["asyncSync"] = [&] { control->handle->performSucceeded(); };
     buffer.prefetch();
-    EXPECT_EQ("WaitAsyncLoaded", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "WaitAsyncLoaded");
     control->handle->performSucceeded();
-    EXPECT_EQ("Synched", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "Synched");
 }
 
-/// Of the events that a call postpones, `asyncSync` is delivered first. It fails, and the later ones are lost.
+/// Of the events that a call postpones, `asyncSync` is delivered first. It fails, and the later
+/// ones are lost.
 TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
 {
     control->hooks["unlocked"] = [&] {
@@ -500,14 +502,13 @@ TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
         buffer.asyncSync();
     };
     control->hooks["asyncSync"] = [] { throw Failure("asyncSync"); };
-    EXPECT_EQ("asyncSync", reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }));
-    EXPECT_EQ((Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable",
-                     "bufferNotUnloadable", "asyncSync", "bufferUnloadable"}),
-              control->log.take());
-    EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ(reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }), "asyncSync");
+    EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "load", "unlocked", "bufferUnloadable",
+                                          "bufferNotUnloadable", "asyncSync", "bufferUnloadable"}));
+    EXPECT_EQ(stateOf(buffer), "Loaded");
     MbBufferProbe const probe(buffer);
     LkGuard<LkMutex const> const lock(probe.mutex());
-    EXPECT_EQ(0u, probe.pending());
+    EXPECT_EQ(probe.pending(), 0u);
 }
 
 /// Sets a flag when it is destroyed.
@@ -531,9 +532,9 @@ TEST_F(MbBufferTest, DeletesItsProtocolAndThenReleasesItsManager)
         other = MbBufferSimpleFactory(initialState(), leaving)
                     .create("other", makeObj<RecordingProtocol>(logging), 8, MbAlignment(0, 0, 0));
     }
-    EXPECT_EQ(Lines(), logging->log.take());
+    EXPECT_EQ(logging->log.take(), Lines());
     other = MbBuffer();
-    EXPECT_EQ((Lines{"~protocol", "~manager"}), logging->log.take());
+    EXPECT_EQ(logging->log.take(), (Lines{"~protocol", "~manager"}));
 }
 
 TEST_F(MbBufferTest, OfACopiedFactoryIsOfTheSameMachineAndManager)
@@ -547,8 +548,8 @@ TEST_F(MbBufferTest, OfACopiedFactoryIsOfTheSameMachineAndManager)
         {
             MbBufferRdGuardImp const guard(other);
         }
-        EXPECT_EQ("Loaded", stateOf(other));
-        EXPECT_EQ((Lines{"allocateRegion", "bufferUnloadable"}), control->log.take());
+        EXPECT_EQ(stateOf(other), "Loaded");
+        EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "bufferUnloadable"}));
         other = MbBuffer();
         control->log.take();
     }
@@ -558,14 +559,14 @@ TEST_F(MbBufferTest, WithoutAStateIsNotMadeAndWithoutTheRestCannotBeLocked)
 {
     char const expected[] = "Dereferencing a null pointer";
     MbBufferSimpleFactory stateless(nullptr, manager);
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { stateless.create("other", 8); }));
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { stateless.create("other", 8); }), expected);
     MbBufferSimpleFactory unmanaged(initialState(), RCShdPtr<MbManager>());
     MbBuffer const poor = unmanaged.create("poor", 8);
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { MbBufferRdGuardImp const guard(poor); }));
-    EXPECT_EQ("Freed", stateOf(poor));
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { MbBufferRdGuardImp const guard(poor); }), expected);
+    EXPECT_EQ(stateOf(poor), "Freed");
     MbBuffer const empty = factory.create("empty", ObjPtr<MbProtocol>(), 8, MbAlignment(0, 0, 0));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { MbBufferRdGuardImp const guard(empty); }));
-    EXPECT_EQ("Freed", stateOf(empty));
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { MbBufferRdGuardImp const guard(empty); }), expected);
+    EXPECT_EQ(stateOf(empty), "Freed");
 }
 
 /// An exception that cannot be thrown is traced, also if its class is unknown.
@@ -574,28 +575,30 @@ TEST_F(MbBufferTest, FailuresWhileAnExceptionPassesAreTraced)
     TraceCapture capture("Exception");
     auto const passing = [&](auto failure) {
         control->hooks["unlocked"] = [=] { throw failure; };
-        EXPECT_EQ("passing", reasonOf<Failure>([&] {
+        EXPECT_EQ(reasonOf<Failure>([&] {
                       MbBufferRdGuardImp const guard(buffer);
                       throw Failure("passing");
-                  }));
+                  }),
+                  "passing");
         control->hooks.clear();
         MbBufferRdGuardImp const guard(buffer);
     };
     passing(std::runtime_error("unlocked"));
-    EXPECT_EQ(Lines{"Exception: unlocked"}, capture.take());
+    EXPECT_EQ(capture.take(), Lines{"Exception: unlocked"});
     passing(1);
-    EXPECT_EQ(Lines{"Exception of an unknown class"}, capture.take());
+    EXPECT_EQ(capture.take(), Lines{"Exception of an unknown class"});
     passing(MbEx::ExRangeError("f", 1, "x"));
-    EXPECT_EQ(Lines{"Exception: f(1): Out of range: x."}, capture.take());
+    EXPECT_EQ(capture.take(), Lines{"Exception: f(1): Out of range: x."});
 
     control->hooks["free"] = [] { throw std::runtime_error("free"); };
     MbBufferProbe const probe(buffer);
-    EXPECT_EQ("passing", reasonOf<Failure>([&] {
+    EXPECT_EQ(reasonOf<Failure>([&] {
                   MbBuffer const last(std::move(buffer));
                   throw Failure("passing");
-              }));
-    EXPECT_EQ(Lines{"Exception: free"}, capture.take());
-    EXPECT_EQ("Loaded", probe.stateName());
+              }),
+              "passing");
+    EXPECT_EQ(capture.take(), Lines{"Exception: free"});
+    EXPECT_EQ(probe.stateName(), "Loaded");
     control->hooks.clear();
     // The buffer has not ended. Release a last reference once more.
     RCShdPtr<MbBufferImp> const last(&probe.imp);
@@ -607,10 +610,10 @@ TEST_F(MbBufferTest, WithoutARegionThereIsNothingToGiveBack)
         if (what == "allocateRegion")
             throw Failure("no region");
     };
-    EXPECT_EQ("no region", reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }));
-    EXPECT_EQ("no region", reasonOf<Failure>([&] { buffer.prefetch(); }));
-    EXPECT_EQ((Lines{"allocateRegion", "allocateRegion"}), control->log.take());
-    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ(reasonOf<Failure>([&] { MbBufferRdGuardImp const guard(buffer); }), "no region");
+    EXPECT_EQ(reasonOf<Failure>([&] { buffer.prefetch(); }), "no region");
+    EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "allocateRegion"}));
+    EXPECT_EQ(stateOf(buffer), "Freed");
 }
 
 TEST_F(MbBufferTest, ItsProtocolCannotWaitForItself)
@@ -633,13 +636,12 @@ TEST_F(MbBufferTest, ItsProtocolCannotWaitForItself)
     };
     {
         MbBufferRdGuardImp const guard(buffer);
-        EXPECT_EQ("RdLockedFreed", stateOf(buffer));
+        EXPECT_EQ(stateOf(buffer), "RdLockedFreed");
     }
-    EXPECT_EQ("! _transientStateOwner.isCurrentThread();"
-              "! _transientStateOwner.isCurrentThread();"
-              "! _transientStateOwner.isCurrentThread();",
-              assertions);
-    EXPECT_EQ((Lines{"allocateRegion", "load", "free", "deallocateRegion"}), control->log.take());
+    EXPECT_EQ(assertions, "! _transientStateOwner.isCurrentThread();"
+                          "! _transientStateOwner.isCurrentThread();"
+                          "! _transientStateOwner.isCurrentThread();");
+    EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "load", "free", "deallocateRegion"}));
 }
 
 /// Is not stable when a failure leads back to it.
@@ -673,10 +675,10 @@ TEST_F(MbBufferTest, AssertsThatTheStateItFallsBackToIsStable)
     } catch (AssertionFailed const &failure) {
         expression = failure.getExpression();
     }
-    EXPECT_EQ("_state->entering( this ) == 0", expression);
+    EXPECT_EQ(expression, "_state->entering( this ) == 0");
     MbBufferProbe const probe(other);
     LkGuard<LkMutex const> const guard(probe.mutex());
-    EXPECT_EQ(&unsteady, probe.state());
+    EXPECT_EQ(probe.state(), &unsteady);
     EXPECT_TRUE(probe.owner().isNull());
 }
 
@@ -685,12 +687,12 @@ TEST_F(MbBufferTest, AsyncSyncOfALockedBufferBeginsWithTheLastUnlock)
     {
         MbBufferWrGuardImp const guard(buffer);
         buffer.asyncSync();
-        EXPECT_EQ((Lines{"allocateRegion", "load", "markDirty"}), control->log.take());
+        EXPECT_EQ(control->log.take(), (Lines{"allocateRegion", "load", "markDirty"}));
     }
-    EXPECT_EQ((Lines{"unlocked", "bufferUnloadable", "bufferNotUnloadable", "asyncSync"}),
-              control->log.take());
+    EXPECT_EQ(control->log.take(),
+              (Lines{"unlocked", "bufferUnloadable", "bufferNotUnloadable", "asyncSync"}));
     control->handle->performSucceeded();
-    EXPECT_EQ("Synched", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "Synched");
 }
 
 TEST_F(MbBufferTest, SyncThatFailsLeavesItLoadedAndUnloadable)
@@ -700,9 +702,9 @@ TEST_F(MbBufferTest, SyncThatFailsLeavesItLoadedAndUnloadable)
     }
     control->hooks["sync"] = [] { throw Failure("sync"); };
     control->log.take();
-    EXPECT_EQ("sync", reasonOf<Failure>([&] { buffer.sync(); }));
-    EXPECT_EQ("Loaded", stateOf(buffer));
-    EXPECT_EQ((Lines{"bufferNotUnloadable", "sync", "bufferUnloadable"}), control->log.take());
+    EXPECT_EQ(reasonOf<Failure>([&] { buffer.sync(); }), "sync");
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_EQ(control->log.take(), (Lines{"bufferNotUnloadable", "sync", "bufferUnloadable"}));
 }
 
 TEST_F(MbBufferTest, TheLastHandleWaitsForAnAsynchronousOperation)
@@ -721,11 +723,10 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForAnAsynchronousOperation)
     imp.addKeepAlive();
     handle->performSucceeded();
     last.join();
-    EXPECT_EQ((Lines{"asyncLoadSucceeded", "bufferUnloadable", "bufferNotUnloadable", "free",
-                     "deallocateRegion"}),
-              control->log.take());
+    EXPECT_EQ(control->log.take(), (Lines{"asyncLoadSucceeded", "bufferUnloadable",
+                                          "bufferNotUnloadable", "free", "deallocateRegion"}));
     imp.releaseKeepAlive();
-    EXPECT_EQ(Lines{"~protocol"}, control->log.take());
+    EXPECT_EQ(control->log.take(), Lines{"~protocol"});
 }
 
 TEST_F(MbBufferTest, TheLastHandleMayGoInsideACallOfTheProtocol)
@@ -735,9 +736,8 @@ TEST_F(MbBufferTest, TheLastHandleMayGoInsideACallOfTheProtocol)
         control->hooks["unlocked"] = [&] { buffer = MbBuffer(); };
         control->log.take();
     }
-    EXPECT_EQ((Lines{"unlocked", "bufferUnloadable", "bufferNotUnloadable", "free",
-                     "deallocateRegion", "~protocol"}),
-              control->log.take());
+    EXPECT_EQ(control->log.take(), (Lines{"unlocked", "bufferUnloadable", "bufferNotUnloadable",
+                                          "free", "deallocateRegion", "~protocol"}));
 }
 
 TEST_F(MbBufferTest, OfAPlainProtocolHasItsContentsWhileItIsLoaded)
@@ -746,26 +746,26 @@ TEST_F(MbBufferTest, OfAPlainProtocolHasItsContentsWhileItIsLoaded)
     MbBufferSimpleFactory plain(initialState(), heap);
     MbBuffer first = plain.create("first", 1000);
     MbBuffer second = plain.create("second", 1000);
-    EXPECT_EQ(127u, first.getAlignment().getAlignmentMask());
-    EXPECT_EQ(0u, first.getAlignment().getOffsetMask());
-    EXPECT_EQ(0u, first.getAlignment().getOffsetPattern());
+    EXPECT_EQ(first.getAlignment().getAlignmentMask(), 127u);
+    EXPECT_EQ(first.getAlignment().getOffsetMask(), 0u);
+    EXPECT_EQ(first.getAlignment().getOffsetPattern(), 0u);
     {
         MbBufferWrGuardImp const guard(first);
-        EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 128);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 128, 0u);
         std::memset(guard.getMemory(), 'x', 1000);
     }
     {
         MbBufferRdGuardImp const guard(first);
-        EXPECT_EQ('x', static_cast<char const *>(guard.getMemory())[999]);
+        EXPECT_EQ(static_cast<char const *>(guard.getMemory())[999], 'x');
     }
     {
         MbBufferWrGuardImp const guard(second);
         std::memset(guard.getMemory(), 'y', 1000);
     }
-    EXPECT_EQ("Unloaded", stateOf(first));
+    EXPECT_EQ(stateOf(first), "Unloaded");
     // The plain protocol does not bring the contents back, so they are undefined.
     MbBufferWrGuardImp const guard(first);
-    EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 128);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(guard.getMemory()) % 128, 0u);
     std::memset(guard.getMemory(), 'z', 1000);
 }
 
@@ -823,9 +823,9 @@ TEST_F(MbBufferTest, RegionHasRoomForTheAlignment)
     MbBuffer plain = factory.create("plain", 1000);
     MbBufferRdGuardImp const guard(plain);
     MbBufferImp const &imp = *plain.getImp();
-    EXPECT_EQ(1127u, imp.getRegionEnd() - imp.getRegionStart());
-    EXPECT_EQ(1000u, imp.getDataEnd() - imp.getDataStart());
-    EXPECT_EQ(0u, imp.getDataStart() % 128);
+    EXPECT_EQ(imp.getRegionEnd() - imp.getRegionStart(), 1127u);
+    EXPECT_EQ(imp.getDataEnd() - imp.getDataStart(), 1000u);
+    EXPECT_EQ(imp.getDataStart() % 128, 0u);
     EXPECT_LE(imp.getRegionStart(), imp.getDataStart());
     EXPECT_LE(imp.getDataEnd(), imp.getRegionEnd());
     EXPECT_EQ(guard.getMemory(), reinterpret_cast<void const *>(imp.getDataStart()));
@@ -877,9 +877,9 @@ TEST(MbProtocol, LoadsByReloadingAndSynchsByUnloading)
     protocol.asyncSync(nullptr, 5, &handle);
     protocol.asyncLoadSucceeded();
     protocol.asyncLoadFailed();
-    EXPECT_EQ((Lines{"reload 1", "reload 2", "succeeded", "reload 3", "succeeded", "unload 4",
-                     "unload 5", "succeeded", "asyncReloadSucceeded", "asyncReloadFailed"}),
-              log.take());
+    EXPECT_EQ(log.take(),
+              (Lines{"reload 1", "reload 2", "succeeded", "reload 3", "succeeded", "unload 4",
+                     "unload 5", "succeeded", "asyncReloadSucceeded", "asyncReloadFailed"}));
 }
 
 TEST(MbProtocol, TellsTheHandleOfAFailureAndSwallowsIt)
@@ -891,8 +891,8 @@ TEST(MbProtocol, TellsTheHandleOfAFailureAndSwallowsIt)
     protocol.asyncLoad(nullptr, 2, &handle);
     protocol.asyncReload(nullptr, 3, &handle);
     protocol.asyncSync(nullptr, 5, &handle);
-    EXPECT_EQ((Lines{"reload 2", "failed", "reload 3", "failed", "unload 5", "failed"}),
-              log.take());
+    EXPECT_EQ(log.take(),
+              (Lines{"reload 2", "failed", "reload 3", "failed", "unload 5", "failed"}));
     EXPECT_THROW(protocol.load(nullptr, 1), int);
     EXPECT_THROW(protocol.sync(nullptr, 1), int);
 }
@@ -915,7 +915,7 @@ TEST(MbProtocol, DoesNothingElseByItself)
     protocol.asyncReloadFailed();
     protocol.asyncLoad(nullptr, 0, &handle);
     protocol.asyncSync(nullptr, 0, &handle);
-    EXPECT_EQ((Lines{"succeeded", "succeeded"}), log.take());
+    EXPECT_EQ(log.take(), (Lines{"succeeded", "succeeded"}));
 }
 
 // ---- texts of the failures
@@ -923,21 +923,22 @@ TEST(MbProtocol, DoesNothingElseByItself)
 TEST(MbEx, HasItsTexts)
 {
     MbEx::ExIllegalTransition const transition("f", 1, "b", "unlock()", "Loaded");
-    EXPECT_STREQ("Illegal transition: buffer b received event unlock() from state Loaded.",
-                 transition.what());
+    EXPECT_STREQ(transition.what(),
+                 "Illegal transition: buffer b received event unlock() from state Loaded.");
     MbEx::ExInvalidArgument const argument("f", 1, "x");
-    EXPECT_STREQ("Invalid argument: x.", argument.what());
+    EXPECT_STREQ(argument.what(), "Invalid argument: x.");
     MbEx::ExRangeError const range("f", 1, "x");
-    EXPECT_STREQ("Out of range: x.", range.what());
+    EXPECT_STREQ(range.what(), "Out of range: x.");
     MbEx::ExNotEnoughMemory const memory("f", 1, "x.");
-    EXPECT_STREQ("Not enough memory: x..", memory.what());
+    EXPECT_STREQ(memory.what(), "Not enough memory: x..");
     static_assert(std::is_base_of_v<std::logic_error, MbEx::ExIllegalTransition>);
     static_assert(std::is_base_of_v<std::invalid_argument, MbEx::ExInvalidArgument>);
     static_assert(std::is_base_of_v<std::range_error, MbEx::ExRangeError>);
     static_assert(std::is_base_of_v<std::range_error, MbEx::ExNotEnoughMemory>);
     // A long name does not overrun the text, and its beginning is kept.
     MbEx::ExIllegalTransition const longName("f", 1, std::string(100000, 'n').c_str(), "e", "s");
-    EXPECT_EQ(0u, std::string(longName.what()).find("Illegal transition: buffer nnn"));
+    EXPECT_EQ(std::string(longName.what()).find("Illegal transition: buffer nnn"), 0u);
 }
 
 } // namespace
+} // namespace ZvTest

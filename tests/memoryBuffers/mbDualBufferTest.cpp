@@ -7,9 +7,8 @@
 #include <climits>
 #include <cstring>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 
 /// Loads "abcdefgh…" from a letter on, and counts its calls.
 class Letters : public MbProtocol
@@ -64,46 +63,46 @@ protected:
 TEST_F(DualBuffer, GluesTwoSlices)
 {
     MbBuffer const dual = factory.create(first, 7, 3, second, 0, 4);
-    EXPECT_STREQ("first - second", dual.getName());
-    EXPECT_EQ(7, dual.getSize());
-    EXPECT_EQ(0u, dual.getAlignment().getAlignmentMask());
-    EXPECT_EQ(0u, dual.getAlignment().getOffsetMask());
-    EXPECT_EQ(0u, dual.getAlignment().getOffsetPattern());
+    EXPECT_STREQ(dual.getName(), "first - second");
+    EXPECT_EQ(dual.getSize(), 7);
+    EXPECT_EQ(dual.getAlignment().getAlignmentMask(), 0u);
+    EXPECT_EQ(dual.getAlignment().getOffsetMask(), 0u);
+    EXPECT_EQ(dual.getAlignment().getOffsetPattern(), 0u);
     EXPECT_FALSE(dual.isLoaded());
-    EXPECT_EQ("hijABCD", contentsOf(dual));
+    EXPECT_EQ(contentsOf(dual), "hijABCD");
 }
 
 /// The budget has room for one of the sources, so that each is evicted for the other.
 TEST_F(DualBuffer, ReadsItsSourcesBackOneAfterTheOther)
 {
     MbBuffer dual = factory.create(first, 0, 10, second, 0, 10);
-    EXPECT_EQ("abcdefghijABCDEFGHIJ", contentsOf(dual));
-    EXPECT_EQ("Unloaded", stateOf(first));
-    EXPECT_EQ("Loaded", stateOf(second));
+    EXPECT_EQ(contentsOf(dual), "abcdefghijABCDEFGHIJ");
+    EXPECT_EQ(stateOf(first), "Unloaded");
+    EXPECT_EQ(stateOf(second), "Loaded");
     dual.free();
-    EXPECT_EQ("abcdefghijABCDEFGHIJ", contentsOf(dual));
-    EXPECT_EQ(2, nbFirst);
-    EXPECT_EQ(2, nbSecond);
+    EXPECT_EQ(contentsOf(dual), "abcdefghijABCDEFGHIJ");
+    EXPECT_EQ(nbFirst, 2);
+    EXPECT_EQ(nbSecond, 2);
     // The sources can be used as before.
-    EXPECT_EQ("abcdefghij", contentsOf(first));
-    EXPECT_EQ(3, nbFirst);
-    EXPECT_EQ("Unloaded", stateOf(second));
-    EXPECT_EQ("ABCDEFGHIJ", contentsOf(second));
+    EXPECT_EQ(contentsOf(first), "abcdefghij");
+    EXPECT_EQ(nbFirst, 3);
+    EXPECT_EQ(stateOf(second), "Unloaded");
+    EXPECT_EQ(contentsOf(second), "ABCDEFGHIJ");
 }
 
 TEST_F(DualBuffer, IsReadFromItsSourcesAgainAfterItWasUnloaded)
 {
     MbBuffer const dual = factory.create(first, 1, 2, second, 3, 4);
-    EXPECT_EQ("bcDEFG", contentsOf(dual));
+    EXPECT_EQ(contentsOf(dual), "bcDEFG");
     {
         MbBufferWrGuardImp const guard(dual);
         std::memset(guard.getMemory(), 'x', 6);
     }
     dual.getImp()->receive(MbEvent::UNLOAD);
-    EXPECT_EQ("Unloaded", stateOf(dual));
+    EXPECT_EQ(stateOf(dual), "Unloaded");
     // Nothing has been written back.
-    EXPECT_EQ("bcDEFG", contentsOf(dual));
-    EXPECT_EQ("abcdefghij", contentsOf(first));
+    EXPECT_EQ(contentsOf(dual), "bcDEFG");
+    EXPECT_EQ(contentsOf(first), "abcdefghij");
 }
 
 TEST_F(DualBuffer, KeepsItsSourcesAlive)
@@ -112,24 +111,24 @@ TEST_F(DualBuffer, KeepsItsSourcesAlive)
     EXPECT_FALSE(first.isUniqueOwner());
     first = MbBuffer();
     second = MbBuffer();
-    EXPECT_EQ("bC", contentsOf(dual));
+    EXPECT_EQ(contentsOf(dual), "bC");
 }
 
 TEST_F(DualBuffer, MayHaveOneSourceTwiceAndDualBuffersAsSources)
 {
     MbBuffer const turned = factory.create(first, 5, 5, first, 0, 5);
-    EXPECT_EQ("fghijabcde", contentsOf(turned));
+    EXPECT_EQ(contentsOf(turned), "fghijabcde");
     MbBuffer const nested = factory.create(turned, 4, 2, second, 0, 1);
-    EXPECT_EQ("jaA", contentsOf(nested));
+    EXPECT_EQ(contentsOf(nested), "jaA");
 }
 
 TEST_F(DualBuffer, IsLoadedAheadLikeAnyOther)
 {
     MbBuffer dual = factory.create(first, 0, 1, second, 0, 1);
     dual.prefetch();
-    EXPECT_EQ("Loaded", stateOf(dual));
-    EXPECT_EQ("aA", contentsOf(dual));
-    EXPECT_EQ(1, nbFirst);
+    EXPECT_EQ(stateOf(dual), "Loaded");
+    EXPECT_EQ(contentsOf(dual), "aA");
+    EXPECT_EQ(nbFirst, 1);
 }
 
 TEST_F(DualBuffer, CannotBeLargerThanASizeCanSay)
@@ -142,9 +141,9 @@ TEST_F(DualBuffer, CannotBeLargerThanASizeCanSay)
         } catch (AssertionFailed const &failure) {
             expression = failure.getExpression();
         }
-        EXPECT_EQ("size >= 0", expression);
+        EXPECT_EQ(expression, "size >= 0");
     }
-    EXPECT_EQ(INT_MAX, factory.create(large, 0, INT_MAX - 1, large, 0, 1).getSize());
+    EXPECT_EQ(factory.create(large, 0, INT_MAX - 1, large, 0, 1).getSize(), INT_MAX);
 }
 
 TEST_F(DualBuffer, OfACopiedFactoryIsOfTheSameMachineAndManager)
@@ -155,21 +154,22 @@ TEST_F(DualBuffer, OfACopiedFactoryIsOfTheSameMachineAndManager)
     factory = MbDualBufferFactory(nullptr, RCShdPtr<MbManager>());
     for (MbDualBufferFactory *each : {&copy, &assigned}) {
         MbBuffer const dual = each->create(first, 0, 1, second, 0, 1);
-        EXPECT_EQ("aA", contentsOf(dual));
-        EXPECT_EQ(2u, static_cast<MbHeapManager const &>(*views).getAllocated());
+        EXPECT_EQ(contentsOf(dual), "aA");
+        EXPECT_EQ(static_cast<MbHeapManager const &>(*views).getAllocated(), 2u);
     }
 }
 
 TEST_F(DualBuffer, SlicesThatAreEmptyOrReachOutsideFailAssertions)
 {
-    EXPECT_EQ("offset1 >= 0", assertionOf(-1, 0, -1, 0));
-    EXPECT_EQ("offset2 >= 0", assertionOf(0, 0, -1, 0));
-    EXPECT_EQ("size1 > 0", assertionOf(0, 0, 0, 0));
-    EXPECT_EQ("size2 > 0", assertionOf(0, 11, 0, -1));
-    EXPECT_EQ("( offset1 + size1 ) <= buf1.getSize()", assertionOf(1, 10, 1, 10));
-    EXPECT_EQ("( offset2 + size2 ) <= buf2.getSize()", assertionOf(0, 10, 1, 10));
-    EXPECT_EQ("( offset1 + size1 ) <= buf1.getSize()", assertionOf(INT_MAX, INT_MAX, 0, 1));
-    EXPECT_EQ("", assertionOf(0, 10, 9, 1));
+    EXPECT_EQ(assertionOf(-1, 0, -1, 0), "offset1 >= 0");
+    EXPECT_EQ(assertionOf(0, 0, -1, 0), "offset2 >= 0");
+    EXPECT_EQ(assertionOf(0, 0, 0, 0), "size1 > 0");
+    EXPECT_EQ(assertionOf(0, 11, 0, -1), "size2 > 0");
+    EXPECT_EQ(assertionOf(1, 10, 1, 10), "( offset1 + size1 ) <= buf1.getSize()");
+    EXPECT_EQ(assertionOf(0, 10, 1, 10), "( offset2 + size2 ) <= buf2.getSize()");
+    EXPECT_EQ(assertionOf(INT_MAX, INT_MAX, 0, 1), "( offset1 + size1 ) <= buf1.getSize()");
+    EXPECT_EQ(assertionOf(0, 10, 9, 1), "");
 }
 
 } // namespace
+} // namespace ZvTest

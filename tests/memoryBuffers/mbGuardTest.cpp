@@ -6,9 +6,8 @@
 
 #include <gtest/gtest.h>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 
 class NotingState : public MbState
 {
@@ -62,7 +61,7 @@ protected:
     MbBuffer make(char const *name)
     {
         MbBuffer const buffer = MbBufferSimpleFactory(&state, manager).create(name, 8);
-        EXPECT_EQ(Lines{std::string("entering ") + name}, log.take());
+        EXPECT_EQ(log.take(), Lines{std::string("entering ") + name});
         return buffer;
     }
 
@@ -85,11 +84,11 @@ TEST_F(Handles, DeliverTheirEvents)
     handle.sync();
     handle.asyncSync();
     handle.free();
-    EXPECT_EQ((Lines{"isLoaded", "prefetch a", "sync a", "asyncSync a", "free a"}), log.take());
+    EXPECT_EQ(log.take(), (Lines{"isLoaded", "prefetch a", "sync a", "asyncSync a", "free a"}));
     LkAsyncHandle &async = *handle.getImp();
     async.performSucceeded();
     async.performFailed();
-    EXPECT_EQ((Lines{"asyncOpSucceeded a", "asyncOpFailed a"}), log.take());
+    EXPECT_EQ(log.take(), (Lines{"asyncOpSucceeded a", "asyncOpFailed a"}));
 }
 
 TEST_F(Handles, GiveTheMutexBackAlsoWhereTheEventThrows)
@@ -109,11 +108,11 @@ TEST_F(Handles, ShareTheirBufferAndEndItWithTheLast)
     EXPECT_FALSE(second.isUniqueOwner());
     EXPECT_EQ(first.getImp(), second.getImp());
     first = b;
-    EXPECT_STREQ("b", first.getName());
+    EXPECT_STREQ(first.getName(), "b");
     EXPECT_TRUE(second.isUniqueOwner());
-    EXPECT_EQ(Lines{}, log.take());
+    EXPECT_EQ(log.take(), Lines{});
     second = MbBuffer();
-    EXPECT_EQ(Lines{"destroy c"}, log.take());
+    EXPECT_EQ(log.take(), Lines{"destroy c"});
 }
 
 TEST_F(Handles, OfOneBufferAndAGuardAreNoUniqueOwner)
@@ -137,13 +136,13 @@ TEST_F(Handles, TellNameSizeAndAlignment)
     MbBuffer const buffer =
         MbBufferSimpleFactory(&state, manager).create("c", 77, MbAlignment(7, 63, 16));
     std::string const name = "c";
-    EXPECT_EQ(name, buffer.getName());
+    EXPECT_EQ(buffer.getName(), name);
     // The characters belong to the buffer.
     EXPECT_EQ(buffer.getName(), buffer.getName());
-    EXPECT_EQ(77, buffer.getSize());
-    EXPECT_EQ(7u, buffer.getAlignment().getAlignmentMask());
-    EXPECT_EQ(63u, buffer.getAlignment().getOffsetMask());
-    EXPECT_EQ(16u, buffer.getAlignment().getOffsetPattern());
+    EXPECT_EQ(buffer.getSize(), 77);
+    EXPECT_EQ(buffer.getAlignment().getAlignmentMask(), 7u);
+    EXPECT_EQ(buffer.getAlignment().getOffsetMask(), 63u);
+    EXPECT_EQ(buffer.getAlignment().getOffsetPattern(), 16u);
 }
 
 TEST_F(Handles, OfNothingRefuseAllButTwoQuestions)
@@ -153,16 +152,16 @@ TEST_F(Handles, OfNothingRefuseAllButTwoQuestions)
     EXPECT_FALSE(null.isUniqueOwner());
     EXPECT_FALSE(a.isNull());
     char const expected[] = "Dereferencing a null pointer";
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { null.getName(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { null.getSize(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { null.getAlignment(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { null.isLoaded(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { null.prefetch(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { null.sync(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { null.asyncSync(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { null.free(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { MbBufferRdGuardImp().getMemory(); }));
-    EXPECT_EQ(expected, reasonOf<RCEx::ExNullPtr>([&] { MbBufferWrGuardImp().getMemory(); }));
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { null.getName(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { null.getSize(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { null.getAlignment(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { null.isLoaded(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { null.prefetch(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { null.sync(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { null.asyncSync(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { null.free(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { MbBufferRdGuardImp().getMemory(); }), expected);
+    EXPECT_EQ(reasonOf<RCEx::ExNullPtr>([&] { MbBufferWrGuardImp().getMemory(); }), expected);
 }
 
 TEST_F(ReadGuards, LockAndUnlock)
@@ -170,11 +169,11 @@ TEST_F(ReadGuards, LockAndUnlock)
     {
         MbBufferRdGuardImp const guard(a);
         EXPECT_FALSE(guard.isNull());
-        EXPECT_EQ(Lines{"rdlock a"}, log.take());
+        EXPECT_EQ(log.take(), Lines{"rdlock a"});
         MbBufferRdGuardImp const copy(guard);
-        EXPECT_EQ(Lines{"rdlock a"}, log.take());
+        EXPECT_EQ(log.take(), Lines{"rdlock a"});
     }
-    EXPECT_EQ((Lines{"unlock a", "unlock a"}), log.take());
+    EXPECT_EQ(log.take(), (Lines{"unlock a", "unlock a"}));
 }
 
 TEST_F(ReadGuards, OfNothingDeliverNothing)
@@ -191,7 +190,7 @@ TEST_F(ReadGuards, OfNothingDeliverNothing)
         EXPECT_TRUE(assigned.isNull());
         EXPECT_TRUE(copy.getBuffer().isNull());
     }
-    EXPECT_EQ(Lines{}, log.take());
+    EXPECT_EQ(log.take(), Lines{});
 }
 
 TEST_F(ReadGuards, AssignedTheirOwnBufferDeliverNothing)
@@ -202,8 +201,8 @@ TEST_F(ReadGuards, AssignedTheirOwnBufferDeliverNothing)
     MbBufferRdGuardImp const &self = guard;
     guard = self;
     guard = other;
-    EXPECT_EQ(Lines{}, log.take());
-    EXPECT_EQ(a.getImp(), guard.getBuffer().getImp());
+    EXPECT_EQ(log.take(), Lines{});
+    EXPECT_EQ(guard.getBuffer().getImp(), a.getImp());
 }
 
 TEST_F(ReadGuards, AssignedAnotherBufferLetGoFirst)
@@ -213,15 +212,15 @@ TEST_F(ReadGuards, AssignedAnotherBufferLetGoFirst)
         MbBufferRdGuardImp const other(b);
         log.take();
         guard = other;
-        EXPECT_EQ((Lines{"unlock a", "rdlock b"}), log.take());
-        EXPECT_EQ(b.getImp(), guard.getBuffer().getImp());
+        EXPECT_EQ(log.take(), (Lines{"unlock a", "rdlock b"}));
+        EXPECT_EQ(guard.getBuffer().getImp(), b.getImp());
         guard = MbBufferRdGuardImp();
-        EXPECT_EQ(Lines{"unlock b"}, log.take());
+        EXPECT_EQ(log.take(), Lines{"unlock b"});
         EXPECT_TRUE(guard.isNull());
         guard = other;
-        EXPECT_EQ(Lines{"rdlock b"}, log.take());
+        EXPECT_EQ(log.take(), Lines{"rdlock b"});
     }
-    EXPECT_EQ((Lines{"unlock b", "unlock b"}), log.take());
+    EXPECT_EQ(log.take(), (Lines{"unlock b", "unlock b"}));
 }
 
 TEST_F(ReadGuards, ThatCannotLockAreNotMadeAndHoldNoReference)
@@ -230,7 +229,7 @@ TEST_F(ReadGuards, ThatCannotLockAreNotMadeAndHoldNoReference)
     MbBuffer const buffer = make("c");
     EXPECT_THROW(MbBufferRdGuardImp{buffer}, Failure);
     EXPECT_TRUE(buffer.isUniqueOwner());
-    EXPECT_EQ(Lines{"rdlock c"}, log.take());
+    EXPECT_EQ(log.take(), Lines{"rdlock c"});
 }
 
 TEST_F(ReadGuards, ThatCannotBeAssignedAreNull)
@@ -240,14 +239,14 @@ TEST_F(ReadGuards, ThatCannotBeAssignedAreNull)
     log.take();
     state.refused = "rdlock b";
     EXPECT_THROW(guard = other, Failure);
-    EXPECT_EQ((Lines{"unlock a", "rdlock b"}), log.take());
+    EXPECT_EQ(log.take(), (Lines{"unlock a", "rdlock b"}));
     EXPECT_TRUE(guard.isNull());
 
     MbBufferRdGuardImp holder(a);
     log.take();
     state.refused = "unlock a";
     EXPECT_THROW(holder = other, Failure);
-    EXPECT_EQ(Lines{"unlock a"}, log.take());
+    EXPECT_EQ(log.take(), Lines{"unlock a"});
     EXPECT_TRUE(holder.isNull());
 }
 
@@ -255,24 +254,25 @@ TEST_F(ReadGuards, DestructorsThrowWhatUnlockThrowsUnlessAnExceptionPasses)
 {
     state.refused = "unlock a";
     EXPECT_THROW(MbBufferRdGuardImp{a}, Failure);
-    EXPECT_EQ("passing", reasonOf<std::runtime_error>([&] {
+    EXPECT_EQ(reasonOf<std::runtime_error>([&] {
                   MbBufferRdGuardImp const guard(a);
                   throw std::runtime_error("passing");
-              }));
+              }),
+              "passing");
 }
 
 TEST_F(WriteGuards, LockDuplicateAndUnlock)
 {
     {
         MbBufferWrGuardImp const guard(a);
-        EXPECT_EQ(Lines{"wrlock a"}, log.take());
+        EXPECT_EQ(log.take(), Lines{"wrlock a"});
         MbBufferWrGuardImp const copy(guard);
-        EXPECT_EQ(Lines{"wrdup a"}, log.take());
+        EXPECT_EQ(log.take(), Lines{"wrdup a"});
         MbBufferWrGuardImp assigned;
         assigned = copy;
-        EXPECT_EQ(Lines{"wrdup a"}, log.take());
+        EXPECT_EQ(log.take(), Lines{"wrdup a"});
     }
-    EXPECT_EQ((Lines{"unlock a", "unlock a", "unlock a"}), log.take());
+    EXPECT_EQ(log.take(), (Lines{"unlock a", "unlock a", "unlock a"}));
 }
 
 TEST_F(WriteGuards, OfNothingDeliverNothing)
@@ -287,7 +287,7 @@ TEST_F(WriteGuards, OfNothingDeliverNothing)
         EXPECT_TRUE(made.isNull());
         EXPECT_TRUE(assigned.isNull());
     }
-    EXPECT_EQ(Lines{}, log.take());
+    EXPECT_EQ(log.take(), Lines{});
 }
 
 TEST_F(WriteGuards, AssignedTheirOwnBufferDeliverNothing)
@@ -298,7 +298,7 @@ TEST_F(WriteGuards, AssignedTheirOwnBufferDeliverNothing)
     MbBufferWrGuardImp const &self = guard;
     guard = self;
     guard = other;
-    EXPECT_EQ(Lines{}, log.take());
+    EXPECT_EQ(log.take(), Lines{});
 }
 
 TEST_F(WriteGuards, AssignedAnotherBufferLetGoFirst)
@@ -307,9 +307,9 @@ TEST_F(WriteGuards, AssignedAnotherBufferLetGoFirst)
     MbBufferWrGuardImp const other(b);
     log.take();
     guard = other;
-    EXPECT_EQ((Lines{"unlock a", "wrdup b"}), log.take());
+    EXPECT_EQ(log.take(), (Lines{"unlock a", "wrdup b"}));
     guard = MbBufferWrGuardImp();
-    EXPECT_EQ(Lines{"unlock b"}, log.take());
+    EXPECT_EQ(log.take(), Lines{"unlock b"});
 }
 
 TEST_F(WriteGuards, ThatCannotLockAreNotMade)
@@ -318,7 +318,7 @@ TEST_F(WriteGuards, ThatCannotLockAreNotMade)
     MbBuffer const buffer = make("c");
     EXPECT_THROW(MbBufferWrGuardImp{buffer}, Failure);
     EXPECT_TRUE(buffer.isUniqueOwner());
-    EXPECT_EQ(Lines{"wrlock c"}, log.take());
+    EXPECT_EQ(log.take(), Lines{"wrlock c"});
 }
 
 TEST_F(WriteGuards, OfAWriteLockedBufferAreAllThereIsToCopy)
@@ -330,3 +330,4 @@ TEST_F(WriteGuards, OfAWriteLockedBufferAreAllThereIsToCopy)
 }
 
 } // namespace
+} // namespace ZvTest

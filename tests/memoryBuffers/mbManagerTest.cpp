@@ -14,9 +14,8 @@
 #include <optional>
 #include <sstream>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 
 using Control = RecordingProtocol::Control;
 
@@ -38,7 +37,7 @@ void failToTell(MbBuffer &buffer, Control &control, int times)
         EXPECT_THROW(control.handle->performFailed(), std::runtime_error);
     control.hooks.clear();
     control.handle->performFailed();
-    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "Freed");
 }
 
 class HeapManager : public testing::Test
@@ -62,13 +61,13 @@ protected:
 
 TEST_F(HeapManager, HasANameABudgetAndADump)
 {
-    EXPECT_STREQ("heap", manager->getName().getChars());
-    EXPECT_EQ(4u * UNIT, manager->getMaximum());
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_STREQ(manager->getName().getChars(), "heap");
+    EXPECT_EQ(manager->getMaximum(), 4u * UNIT);
+    EXPECT_EQ(manager->getAllocated(), 0u);
     load(make("a"));
     std::ostringstream text;
     manager->dump(text);
-    EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU", text.str());
+    EXPECT_EQ(text.str(), "Name = heap\nUnload strategy = MbUnloadLRU");
 }
 
 TEST_F(HeapManager, TakesItsStrategyOver)
@@ -85,10 +84,10 @@ TEST_F(HeapManager, UnloadsAllOthersForABufferAsLargeAsTheBudget)
         load(other);
     MbBuffer const large = factory.create("large", 4 * UNIT - 63, MbAlignment(63, 0, 0));
     load(large);
-    EXPECT_EQ(4u * UNIT, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 4u * UNIT);
     EXPECT_TRUE(large.isLoaded());
     for (MbBuffer const &other : others)
-        EXPECT_EQ("Unloaded", stateOf(other));
+        EXPECT_EQ(stateOf(other), "Unloaded");
 }
 
 TEST_F(HeapManager, RefusesOneByteMoreThanTheBudgetAtOnceAndUnloadsNothing)
@@ -96,11 +95,11 @@ TEST_F(HeapManager, RefusesOneByteMoreThanTheBudgetAtOnceAndUnloadsNothing)
     MbBuffer const other = make("a");
     load(other);
     MbBuffer const large = factory.create("large", 4 * UNIT - 62, MbAlignment(63, 0, 0));
-    EXPECT_EQ("Not enough memory: Buffer size larger then maximum allocated bytes..",
-              reasonOf<MbEx::ExNotEnoughMemory>([&] { load(large); }));
-    EXPECT_EQ("Freed", stateOf(large));
+    EXPECT_EQ(reasonOf<MbEx::ExNotEnoughMemory>([&] { load(large); }),
+              "Not enough memory: Buffer size larger then maximum allocated bytes..");
+    EXPECT_EQ(stateOf(large), "Freed");
     EXPECT_TRUE(other.isLoaded());
-    EXPECT_EQ(std::uint64_t{UNIT}, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), std::uint64_t{UNIT});
 
     // With this distance any sum wraps around.
     MbBuffer const wide = factory.create("wide", UNIT, MbAlignment(~std::uint64_t{0}, 0, 0));
@@ -112,11 +111,11 @@ TEST_F(HeapManager, WithoutAHeapSaysSo)
     MbBuffer const buffer = make("a");
     {
         FailingAllocation const failing(0, Allocations::ANSWERING_NULL);
-        EXPECT_EQ("Not enough memory: Unable to allocate memory..",
-                  reasonOf<MbEx::ExNotEnoughMemory>([&] { load(buffer); }));
+        EXPECT_EQ(reasonOf<MbEx::ExNotEnoughMemory>([&] { load(buffer); }),
+                  "Not enough memory: Unable to allocate memory..");
         EXPECT_TRUE(failing.hasFailed());
     }
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 0u);
     load(buffer);
     EXPECT_TRUE(buffer.isLoaded());
 }
@@ -126,10 +125,10 @@ TEST_F(HeapManager, CountsTheDistanceThatTheAlignmentMayTake)
     RCShdPtr<MbHeapManager> const wide(new MbHeapManager("wide", 10000, makeObj<MbUnloadLRU>(0)));
     MbBuffer buffer = MbBufferSimpleFactory(initialState(), wide).create("a", 1000);
     load(buffer);
-    EXPECT_EQ(1127u, wide->getAllocated());
-    EXPECT_EQ(1127u, lengthOf(buffer));
+    EXPECT_EQ(wide->getAllocated(), 1127u);
+    EXPECT_EQ(lengthOf(buffer), 1127u);
     buffer.free();
-    EXPECT_EQ(0u, wide->getAllocated());
+    EXPECT_EQ(wide->getAllocated(), 0u);
 }
 
 TEST_F(HeapManager, HasItsBytesBackAfterUnloadFreeAndDestroy)
@@ -139,22 +138,22 @@ TEST_F(HeapManager, HasItsBytesBackAfterUnloadFreeAndDestroy)
     MbBuffer c = make("c", 4 * UNIT);
     load(a);
     load(b);
-    EXPECT_EQ(2u * UNIT, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 2u * UNIT);
     a.free();
-    EXPECT_EQ(1u * UNIT, manager->getAllocated());
-    EXPECT_EQ(0u, a.getImp()->getRegionStart());
-    EXPECT_EQ(0u, a.getImp()->getDataStart());
-    EXPECT_EQ(0u, a.getImp()->getDataEnd());
-    EXPECT_EQ(0u, a.getImp()->getRegionEnd());
+    EXPECT_EQ(manager->getAllocated(), 1u * UNIT);
+    EXPECT_EQ(a.getImp()->getRegionStart(), 0u);
+    EXPECT_EQ(a.getImp()->getDataStart(), 0u);
+    EXPECT_EQ(a.getImp()->getDataEnd(), 0u);
+    EXPECT_EQ(a.getImp()->getRegionEnd(), 0u);
     b = MbBuffer();
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 0u);
     load(a);
     load(c);
-    EXPECT_EQ("Unloaded", stateOf(a));
-    EXPECT_EQ(4u * UNIT, manager->getAllocated());
+    EXPECT_EQ(stateOf(a), "Unloaded");
+    EXPECT_EQ(manager->getAllocated(), 4u * UNIT);
     c.sync();
     c = MbBuffer();
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 0u);
 }
 
 TEST_F(HeapManager, HasItsBytesBackOnceHoweverOftenAFailureIsTold)
@@ -162,7 +161,7 @@ TEST_F(HeapManager, HasItsBytesBackOnceHoweverOftenAFailureIsTold)
     auto const control = std::make_shared<Control>();
     MbBuffer buffer = make("a", control);
     failToTell(buffer, *control, 2);
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 0u);
     MbBuffer const large = make("large", 4 * UNIT);
     load(large);
     EXPECT_TRUE(large.isLoaded());
@@ -186,7 +185,7 @@ TEST_F(HeapManager, WhoWaitsIsWokenByAnUnlock)
     waitForWaiters(*manager, 1);
     guard.reset();
     loader.join();
-    EXPECT_EQ("Unloaded", stateOf(small));
+    EXPECT_EQ(stateOf(small), "Unloaded");
     EXPECT_TRUE(large.isLoaded());
 }
 
@@ -201,7 +200,7 @@ TEST_F(HeapManager, WhoWaitsIsWokenByAFree)
     waitForWaiters(*manager, 1);
     control->handle->performFailed();
     loader.join();
-    EXPECT_EQ("Freed", stateOf(other));
+    EXPECT_EQ(stateOf(other), "Freed");
 
     // Freed while it was locked.
     std::optional<MbBufferRdGuardImp> guard(large);
@@ -211,7 +210,7 @@ TEST_F(HeapManager, WhoWaitsIsWokenByAFree)
     large.getImp()->receive(MbEvent::FREE);
     guard.reset();
     second.join();
-    EXPECT_EQ("Freed", stateOf(large));
+    EXPECT_EQ(stateOf(large), "Freed");
 }
 
 TEST_F(HeapManager, WhoWaitsIsWokenByTheEndOfABuffer)
@@ -237,17 +236,17 @@ TEST_F(HeapManager, AVictimThatFailsFailsTheLoadAndStaysLoaded)
     MbBuffer const buffer = make("a", loaderControl);
     load(victim);
     victimControl->hooks["unload"] = [] { throw Failure("unload of the victim"); };
-    EXPECT_EQ("unload of the victim", reasonOf<Failure>([&] { load(buffer); }));
-    EXPECT_EQ("Loaded", stateOf(victim));
-    EXPECT_EQ("Freed", stateOf(buffer));
-    EXPECT_EQ(4u * UNIT, manager->getAllocated());
-    EXPECT_EQ(Lines{}, loaderControl->log.take());
-    EXPECT_EQ(1, MbBufferProbe(victim).keepAlive());
+    EXPECT_EQ(reasonOf<Failure>([&] { load(buffer); }), "unload of the victim");
+    EXPECT_EQ(stateOf(victim), "Loaded");
+    EXPECT_EQ(stateOf(buffer), "Freed");
+    EXPECT_EQ(manager->getAllocated(), 4u * UNIT);
+    EXPECT_EQ(loaderControl->log.take(), Lines{});
+    EXPECT_EQ(MbBufferProbe(victim).keepAlive(), 1);
     // The buffer can still be evicted.
     victimControl->hooks.clear();
     load(buffer);
-    EXPECT_EQ("Unloaded", stateOf(victim));
-    EXPECT_EQ(std::uint64_t{UNIT}, manager->getAllocated());
+    EXPECT_EQ(stateOf(victim), "Unloaded");
+    EXPECT_EQ(manager->getAllocated(), std::uint64_t{UNIT});
 }
 
 TEST_F(HeapManager, AVictimThatIsLockedInBetweenIsPassedOver)
@@ -267,8 +266,8 @@ TEST_F(HeapManager, AVictimThatIsLockedInBetweenIsPassedOver)
         guard.emplace(victim);
     }
     loader.join();
-    EXPECT_EQ("RdLocked", stateOf(victim));
-    EXPECT_EQ("Unloaded", stateOf(second));
+    EXPECT_EQ(stateOf(victim), "RdLocked");
+    EXPECT_EQ(stateOf(second), "Unloaded");
 }
 
 TEST_F(HeapManager, AVictimThatEndsInBetweenIsLeftToWhoHasChosenIt)
@@ -283,11 +282,11 @@ TEST_F(HeapManager, AVictimThatEndsInBetweenIsLeftToWhoHasChosenIt)
     std::thread loader([&] { load(buffer); });
     waitUntil([&] { return probe.keepAlive() == 2; });
     victim = MbBuffer();
-    EXPECT_EQ((Lines{"free"}), control->log.take());
-    EXPECT_EQ("Destroyed", probe.stateName());
+    EXPECT_EQ(control->log.take(), (Lines{"free"}));
+    EXPECT_EQ(probe.stateName(), "Destroyed");
     probe.mutex().unlock();
     loader.join();
-    EXPECT_EQ(Lines{"~protocol"}, control->log.take());
+    EXPECT_EQ(control->log.take(), Lines{"~protocol"});
     EXPECT_TRUE(buffer.isLoaded());
 }
 
@@ -310,8 +309,8 @@ TEST_F(HeapManager, AVictimMayLoseItsLastHandleWhileItIsUnloaded)
     };
     load(buffer);
     last.join();
-    EXPECT_EQ((Lines{"unload", "~protocol"}), control->log.take());
-    EXPECT_EQ(std::uint64_t{UNIT}, manager->getAllocated());
+    EXPECT_EQ(control->log.take(), (Lines{"unload", "~protocol"}));
+    EXPECT_EQ(manager->getAllocated(), std::uint64_t{UNIT});
 }
 
 /// Throws when it is destroyed.
@@ -322,7 +321,8 @@ public:
     ~BadlyEndingProtocol() noexcept(false) override { throw std::runtime_error("~protocol"); }
 };
 
-/// Then the thread that has selected the buffer ends it. Two failures at once do not end the process.
+/// Then the thread that has selected the buffer ends it. Two failures at once do not end the
+/// process.
 TEST_F(HeapManager, AVictimWhoseLastHandleGoesMayFailAndEndBadly)
 {
     auto const control = std::make_shared<Control>();
@@ -336,11 +336,11 @@ TEST_F(HeapManager, AVictimWhoseLastHandleGoesMayFailAndEndBadly)
         throw Failure("unload of the victim");
     };
     TraceCapture capture("Exception: ");
-    EXPECT_EQ("unload of the victim", reasonOf<Failure>([&] { load(buffer); }));
-    EXPECT_EQ((Lines{"unload", "free", "~protocol"}), control->log.take());
-    EXPECT_EQ(Lines{"Exception: ~protocol"}, capture.take());
-    EXPECT_EQ("Freed", stateOf(buffer));
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(reasonOf<Failure>([&] { load(buffer); }), "unload of the victim");
+    EXPECT_EQ(control->log.take(), (Lines{"unload", "free", "~protocol"}));
+    EXPECT_EQ(capture.take(), Lines{"Exception: ~protocol"});
+    EXPECT_EQ(stateOf(buffer), "Freed");
+    EXPECT_EQ(manager->getAllocated(), 0u);
     load(buffer);
 }
 
@@ -352,14 +352,14 @@ TEST_F(HeapManager, AThreadThatWaitsForMemoryKeepsNoOtherFromTheBuffer)
     std::optional<MbBufferRdGuardImp> guard(held);
     std::thread loader([&] { load(wanted); });
     waitForWaiters(*manager, 1);
-    EXPECT_STREQ("wanted", wanted.getName());
+    EXPECT_STREQ(wanted.getName(), "wanted");
     EXPECT_FALSE(wanted.isLoaded());
     wanted.prefetch();
     wanted.getImp()->receive(MbEvent::UNLOAD);
-    EXPECT_EQ("BeingRdLoaded", stateOf(wanted));
+    EXPECT_EQ(stateOf(wanted), "BeingRdLoaded");
     std::ostringstream text;
     manager->dump(text);
-    EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU", text.str());
+    EXPECT_EQ(text.str(), "Name = heap\nUnload strategy = MbUnloadLRU");
     guard.reset();
     loader.join();
     EXPECT_TRUE(wanted.isLoaded());
@@ -384,10 +384,9 @@ TEST_F(HeapManager, AThreadThatUnloadsAVictimKeepsNoOtherFromTheBuffer)
     };
     control->hooks["load"] = [&] { std::thread([&] { manager->dump(text); }).join(); };
     load(wanted);
-    EXPECT_EQ("wanted", name);
-    EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU"
-              "Name = heap\nUnload strategy = MbUnloadLRU",
-              text.str());
+    EXPECT_EQ(name, "wanted");
+    EXPECT_EQ(text.str(), "Name = heap\nUnload strategy = MbUnloadLRU"
+                          "Name = heap\nUnload strategy = MbUnloadLRU");
 }
 
 /// The protocol of the evicted buffer locks the buffer that its thread is loading.
@@ -404,9 +403,9 @@ TEST_F(HeapManager, AVictimCannotLockTheBufferThatItGoesFor)
     } catch (AssertionFailed const &failure) {
         expression = failure.getExpression();
     }
-    EXPECT_EQ("! _transientStateOwner.isCurrentThread()", expression);
-    EXPECT_EQ("Loaded", stateOf(victim));
-    EXPECT_EQ("Freed", stateOf(wanted));
+    EXPECT_EQ(expression, "! _transientStateOwner.isCurrentThread()");
+    EXPECT_EQ(stateOf(victim), "Loaded");
+    EXPECT_EQ(stateOf(wanted), "Freed");
     control->hooks.clear();
 }
 
@@ -416,7 +415,7 @@ TEST_F(HeapManager, GivesItsMemoryBackToTheHeap)
     load(buffer);
     ReleaseCount const releases;
     buffer.free();
-    EXPECT_EQ(1u, releases.get());
+    EXPECT_EQ(releases.get(), 1u);
 }
 
 TEST_F(HeapManager, DumpsTheBuffersOfARandomStrategy)
@@ -426,16 +425,15 @@ TEST_F(HeapManager, DumpsTheBuffersOfARandomStrategy)
     load(buffer);
     std::ostringstream text;
     random->dump(text);
-    EXPECT_EQ("Name = heap\n"
-              "Unload strategy = MbUnloadRandom\n"
-              "Nb loaded and unlocked buffers  = 1\n"
-              "\n"
-              "Random buffer container: \n"
-              "    0 = a\n"
-              "\n"
-              "Pair associative indexes : \n"
-              "                   a = 0\n",
-              text.str());
+    EXPECT_EQ(text.str(), "Name = heap\n"
+                          "Unload strategy = MbUnloadRandom\n"
+                          "Nb loaded and unlocked buffers  = 1\n"
+                          "\n"
+                          "Random buffer container: \n"
+                          "    0 = a\n"
+                          "\n"
+                          "Pair associative indexes : \n"
+                          "                   a = 0\n");
 }
 
 /// Waits at its first character for another thread that loads a buffer.
@@ -462,7 +460,7 @@ TEST_F(HeapManager, DumpsToAStreamThatUsesItsBuffers)
     std::ostream stream(&text);
     manager->dump(stream);
     EXPECT_TRUE(buffer.isLoaded());
-    EXPECT_EQ("Name = heap\nUnload strategy = MbUnloadLRU", text.str());
+    EXPECT_EQ(text.str(), "Name = heap\nUnload strategy = MbUnloadLRU");
 }
 
 /// Reports that it has set a region, and has not.
@@ -486,11 +484,12 @@ TEST(MbPoolManager, AssertsThatARegionHasBeenSet)
     } catch (AssertionFailed const &failure) {
         expression = failure.getExpression();
     }
-    EXPECT_EQ("buffer->getRegionStart() != 0", expression);
-    EXPECT_EQ("Freed", stateOf(buffer));
+    EXPECT_EQ(expression, "buffer->getRegionStart() != 0");
+    EXPECT_EQ(stateOf(buffer), "Freed");
 }
 
-/// A thread has selected a buffer, and takes its mutex while the buffer is loaded again and waits for memory itself.
+/// A thread has selected a buffer, and takes its mutex while the buffer is loaded again and waits
+/// for memory itself.
 TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
 {
     for (int turn = 0; turn < 30; ++turn) {
@@ -521,14 +520,15 @@ TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
             v.free();
             holdsF.emplace(f);
         }
-        // One buffer needs one part of the memory, and the other one needs two parts, which are freed later.
+        // One buffer needs one part of the memory, and the other one needs two parts, which are
+        // freed later.
         waitForWaiters(*manager, 2);
         holdsA.reset();
         loader.join();
         again.join();
         EXPECT_TRUE(v.isLoaded());
     }
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 0u);
 }
 
 // ---- without memory for the books
@@ -571,7 +571,7 @@ void unlockWithoutMemory(std::vector<MbBuffer> const &buffers)
         }
     }
     for (MbBuffer const &buffer : buffers)
-        EXPECT_EQ("Loaded", stateOf(buffer));
+        EXPECT_EQ(stateOf(buffer), "Loaded");
 }
 
 TEST_P(BuffersWithoutMemory, AreUnlocked)
@@ -623,7 +623,7 @@ TEST_P(BuffersWithoutMemory, AreUsedSynchedUnloadedFreedAndEnded)
         buffers.clear();
         EXPECT_FALSE(failing.hasFailed());
     }
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 0u);
 }
 
 TEST_P(BuffersWithoutMemory, FailToLoadAndHaveNothing)
@@ -636,12 +636,12 @@ TEST_P(BuffersWithoutMemory, FailToLoadAndHaveNothing)
                 MbBufferRdGuardImp const guard(buffers[loaded]);
         },
         [&] {
-            EXPECT_EQ("Freed", stateOf(buffers[loaded]));
-            EXPECT_EQ(loaded * UNIT, manager->getAllocated());
+            EXPECT_EQ(stateOf(buffers[loaded]), "Freed");
+            EXPECT_EQ(manager->getAllocated(), loaded * UNIT);
         },
         Allocations::THROWING);
     EXPECT_LT(4, failures);
-    EXPECT_EQ(buffers.size() * UNIT, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), buffers.size() * UNIT);
 }
 
 TEST_P(BuffersWithoutMemory, FailToBePrefetchedAndHaveNothing)
@@ -651,10 +651,10 @@ TEST_P(BuffersWithoutMemory, FailToBePrefetchedAndHaveNothing)
         FailingAllocation const failing(0, Allocations::THROWING);
         EXPECT_THROW(buffer.prefetch(), std::bad_alloc);
     }
-    EXPECT_EQ("Freed", stateOf(buffer));
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(stateOf(buffer), "Freed");
+    EXPECT_EQ(manager->getAllocated(), 0u);
     buffer.prefetch();
-    EXPECT_EQ("Loaded", stateOf(buffer));
+    EXPECT_EQ(stateOf(buffer), "Loaded");
 }
 
 INSTANTIATE_TEST_SUITE_P(Strategies, BuffersWithoutMemory, testing::Bool(),
@@ -685,7 +685,7 @@ TEST_F(ArenaManager, TakesPoolAndStrategyOver)
     ObjPtr<MbUnloadStrategy> strategy(new MbUnloadRandom(0));
     {
         MbArenaManager const other("other", pool, strategy);
-        EXPECT_STREQ("other", other.getName().getChars());
+        EXPECT_STREQ(other.getName().getChars(), "other");
     }
     EXPECT_TRUE(pool.isNull());
     EXPECT_TRUE(strategy.isNull());
@@ -698,13 +698,13 @@ TEST_F(ArenaManager, TakesNoMoreThanTheSizeFromAnAlignedPlace)
     for (int i = 0; i < 8; ++i) {
         buffers.push_back(factory.create("a", 128));
         load(buffers.back());
-        EXPECT_EQ(128u, lengthOf(buffers.back()));
-        EXPECT_EQ(0u, buffers.back().getImp()->getDataStart() % 128);
+        EXPECT_EQ(lengthOf(buffers.back()), 128u);
+        EXPECT_EQ(buffers.back().getImp()->getDataStart() % 128, 0u);
     }
     for (MbBuffer const &buffer : buffers)
         EXPECT_TRUE(buffer.isLoaded());
     load(factory.create("b", 128));
-    EXPECT_EQ("Unloaded", stateOf(buffers.front()));
+    EXPECT_EQ(stateOf(buffers.front()), "Unloaded");
     EXPECT_TRUE(buffers.back().isLoaded());
 }
 
@@ -724,8 +724,8 @@ TEST_F(ArenaManager, AsksThePoolForTheAlignment)
     load(small);
     MbBuffer const aligned = factory.create("aligned", 128);
     load(aligned);
-    EXPECT_EQ(0u, aligned.getImp()->getRegionStart() % 128);
-    EXPECT_EQ(128u, lengthOf(aligned));
+    EXPECT_EQ(aligned.getImp()->getRegionStart() % 128, 0u);
+    EXPECT_EQ(lengthOf(aligned), 128u);
     EXPECT_NE(small.getImp()->getRegionStart(), aligned.getImp()->getRegionStart());
 }
 
@@ -733,9 +733,9 @@ TEST_F(ArenaManager, TakesMoreForAnOffset)
 {
     MbBuffer const buffer = factory.create("a", 100, MbAlignment(15, 63, 32));
     load(buffer);
-    EXPECT_EQ(100u + MbAlignment(15, 63, 32).getRoundUpMax(16), lengthOf(buffer));
-    EXPECT_EQ(32u, buffer.getImp()->getDataStart() % 64);
-    EXPECT_EQ(0u, buffer.getImp()->getRegionStart() % 16);
+    EXPECT_EQ(lengthOf(buffer), 100u + MbAlignment(15, 63, 32).getRoundUpMax(16));
+    EXPECT_EQ(buffer.getImp()->getDataStart() % 64, 32u);
+    EXPECT_EQ(buffer.getImp()->getRegionStart() % 16, 0u);
 }
 
 TEST_F(ArenaManager, UnloadsAllOthersForABufferAsLargeAsThePool)
@@ -747,11 +747,11 @@ TEST_F(ArenaManager, UnloadsAllOthersForABufferAsLargeAsThePool)
     MbBuffer const large = factory.create("large", 1024);
     load(large);
     EXPECT_TRUE(large.isLoaded());
-    EXPECT_EQ("Unloaded", stateOf(a));
-    EXPECT_EQ("Unloaded", stateOf(b));
+    EXPECT_EQ(stateOf(a), "Unloaded");
+    EXPECT_EQ(stateOf(b), "Unloaded");
     MbBuffer const larger = factory.create("larger", 1025);
-    EXPECT_EQ("Not enough memory: Buffer size larger then total arena pool size..",
-              reasonOf<MbEx::ExNotEnoughMemory>([&] { load(larger); }));
+    EXPECT_EQ(reasonOf<MbEx::ExNotEnoughMemory>([&] { load(larger); }),
+              "Not enough memory: Buffer size larger then total arena pool size..");
     EXPECT_TRUE(large.isLoaded());
 }
 
@@ -771,11 +771,11 @@ TEST_F(ArenaManager, RefusesWhatTheEndOfThePoolIsTooShortFor)
     EXPECT_TRUE(fitting.isLoaded());
     for (int size : {1017, 1020}) {
         MbBuffer const large = oddFactory.create("large", size, ANYWHERE);
-        EXPECT_EQ("Not enough memory: Buffer does not fit though nothing is allocated..",
-                  reasonOf<MbEx::ExNotEnoughMemory>([&] { load(large); }));
-        EXPECT_EQ("Freed", stateOf(large));
+        EXPECT_EQ(reasonOf<MbEx::ExNotEnoughMemory>([&] { load(large); }),
+                  "Not enough memory: Buffer does not fit though nothing is allocated..");
+        EXPECT_EQ(stateOf(large), "Freed");
     }
-    EXPECT_EQ("Unloaded", stateOf(fitting));
+    EXPECT_EQ(stateOf(fitting), "Unloaded");
     load(fitting);
 }
 
@@ -805,8 +805,8 @@ TEST_F(ArenaManager, RefusesWhatNoPlaceIsAlignedFor)
     small.free();
     guard.reset();
     loader.join();
-    EXPECT_EQ("Not enough memory: Buffer does not fit though nothing is allocated..", reason);
-    EXPECT_EQ("Freed", stateOf(large));
+    EXPECT_EQ(reason, "Not enough memory: Buffer does not fit though nothing is allocated..");
+    EXPECT_EQ(stateOf(large), "Freed");
 }
 
 TEST_F(ArenaManager, TakesPiecesThatAreTooSmallForNoMemoryAtAll)
@@ -818,10 +818,11 @@ TEST_F(ArenaManager, TakesPiecesThatAreTooSmallForNoMemoryAtAll)
     }
     for (std::size_t i = 0; i < 8; i += 2)
         buffers[i].free();
-    // Half of the arena is free, but no quarter is free in one piece. The buffer between the first two is evicted.
+    // Half of the arena is free, but no quarter is free in one piece. The buffer between the first
+    // two is evicted.
     MbBuffer const large = factory.create("large", 256);
     load(large);
-    EXPECT_EQ("Unloaded", stateOf(buffers[1]));
+    EXPECT_EQ(stateOf(buffers[1]), "Unloaded");
     EXPECT_TRUE(buffers[3].isLoaded());
     EXPECT_TRUE(buffers[5].isLoaded());
     EXPECT_TRUE(buffers[7].isLoaded());
@@ -836,14 +837,15 @@ TEST_F(ArenaManager, WaitsWhereAllThatIsThereIsLocked)
     waitForWaiters(static_cast<MbPoolManager const &>(*manager), 1);
     guard.reset();
     loader.join();
-    EXPECT_EQ("Unloaded", stateOf(a));
+    EXPECT_EQ(stateOf(a), "Unloaded");
 }
 
 TEST_F(ArenaManager, Dumps)
 {
     std::ostringstream text;
     manager->dump(text);
-    EXPECT_EQ("Name = arena\nUnload strategy = MbUnloadLRU", text.str());
+    EXPECT_EQ(text.str(), "Name = arena\nUnload strategy = MbUnloadLRU");
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,8 +1,10 @@
-// Compares the state machine with its model, on long random sequences of events from several threads.
+// Compares the state machine with its model, on long random sequences of events from several
+// threads.
 //
-// At each step one thread does one thing: it delivers an event, or the call of the protocol that it is in delivers one,
-// returns or throws. Then all threads come to rest, and the buffer must be in the state of the model. The machine may wake
-// waiting threads in any order, so the model allows every order. No thread may be forgotten.
+// At each step one thread does one thing: it delivers an event, or the call of the protocol that it
+// is in delivers one, returns or throws. Then all threads come to rest, and the buffer must be in
+// the state of the model. The machine may wake waiting threads in any order, so the model allows
+// every order. No thread may be forgotten.
 
 #include "scene.h"
 
@@ -15,9 +17,8 @@
 #include <semaphore>
 #include <thread>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 using Model::Status;
 
 constexpr int WORKERS = 4;
@@ -221,10 +222,11 @@ private:
         return !_configs.empty();
     }
 
-    /// Waits until every thread is idle, waits, or is in a call of the protocol. Returns the observable state.
+    /// Waits until every thread is idle, waits, or is in a call of the protocol. Returns the
+    /// observable state.
     ///
-    /// A thread that begins to wait in the buffer cannot report it. This thread sleeps between its looks, so that it
-    /// does not take the processor from the threads that it waits for.
+    /// A thread that begins to wait in the buffer cannot report it. This thread sleeps between its
+    /// looks, so that it does not take the processor from the threads that it waits for.
     std::string rest()
     {
         for (;; static_cast<void>(_moved.try_acquire_for(std::chrono::microseconds(100)))) {
@@ -273,8 +275,8 @@ void walk(unsigned seed, bool isTracing, int steps)
     }
 }
 
-/// Several walks run at a time. In each of them the threads wait for one another at each step. On a loaded machine one
-/// walk alone would wait for a processor most of the time.
+/// Several walks run at a time. In each of them the threads wait for one another at each step. On a
+/// loaded machine one walk alone would wait for a processor most of the time.
 void walkAll(unsigned nbSeeds, bool isTracing)
 {
     std::atomic<unsigned> lastSeed{0};
@@ -299,3 +301,4 @@ TEST(MbModel, TracingMachineWalksTheSameWay)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -11,9 +11,8 @@
 #include <deque>
 #include <random>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 
 /// Completes asynchronous operations on a thread of its own. Some of them fail.
 class Store
@@ -74,7 +73,8 @@ private:
     std::thread _thread{[this] { run(); }};
 };
 
-/// Every byte of a buffer has the same value, which counts the writers. The file outlasts the buffer.
+/// Every byte of a buffer has the same value, which counts the writers. The file outlasts the
+/// buffer.
 struct File
 {
     std::atomic<int> value = 0;
@@ -175,7 +175,7 @@ public:
         }
         for (std::thread &thread : threads)
             thread.join();
-        EXPECT_EQ(0, MbManagerProbe::waiters(*_manager));
+        EXPECT_EQ(MbManagerProbe::waiters(*_manager), 0);
     }
     /// Asserts that no write is lost.
     void check()
@@ -184,8 +184,8 @@ public:
         for (int i = 0; i < BUFFERS; ++i) {
             MbBuffer const &buffer = _buffers[static_cast<std::size_t>(i)];
             MbBufferRdGuardImp const guard(buffer);
-            EXPECT_EQ(static_cast<char>(_files[i].nbWrites),
-                      valueOf(guard.getMemory(), static_cast<std::uint64_t>(buffer.getSize())));
+            EXPECT_EQ(valueOf(guard.getMemory(), static_cast<std::uint64_t>(buffer.getSize())),
+                      static_cast<char>(_files[i].nbWrites));
         }
     }
     int getNbFailures() const { return _nbFailures; }
@@ -269,9 +269,9 @@ void press(std::uint64_t budget)
         pressure.run(STEPS);
         EXPECT_LE(manager->getAllocated(), budget);
         pressure.check();
-        EXPECT_NE(0, pressure.getNbFailures());
+        EXPECT_NE(pressure.getNbFailures(), 0);
     }
-    EXPECT_EQ(0u, manager->getAllocated());
+    EXPECT_EQ(manager->getAllocated(), 0u);
 }
 
 TEST(MbPressure, OfTheHeapWithTheLeastRecentlyUsedVictim)
@@ -298,7 +298,7 @@ TEST(MbPressure, OfAnArena)
             Pressure pressure(manager);
             pressure.run(STEPS);
             pressure.check();
-            EXPECT_NE(0, pressure.getNbFailures());
+            EXPECT_NE(pressure.getNbFailures(), 0);
         }
         // The destructor of the arena asserts that all blocks were given back.
         EXPECT_NO_THROW(manager = RCShdPtr<MbPoolManager>());
@@ -306,3 +306,4 @@ TEST(MbPressure, OfAnArena)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,4 +1,5 @@
-// The table of the state machine: each cell in both machines, and each failure of a state that is entered.
+// The table of the state machine: each cell in both machines, and each failure of a state that is
+// entered.
 
 #include "scene.h"
 
@@ -8,9 +9,8 @@
 #include <thread>
 #include <tuple>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 using Model::eventNames;
 using Model::EVENTS;
 
@@ -72,7 +72,7 @@ protected:
 /// The event waits. When the buffer is in Destroyed, the event is delivered to that state.
 void Cells::checkWait(Scene &scene, Model::Config const &config, int event)
 {
-    ASSERT_NE(Owner::SELF, owner);
+    ASSERT_NE(owner, Owner::SELF);
     std::binary_semaphore hasMutex(0);
     std::string outcome;
     std::thread thread([&] {
@@ -84,17 +84,17 @@ void Cells::checkWait(Scene &scene, Model::Config const &config, int event)
     {
         // The thread releases the mutex when it waits or when it is done.
         LkGuard<LkMutex const> const guard(scene.probe.mutex());
-        EXPECT_EQ(1, scene.probe.waiters());
-        EXPECT_EQ(config.state, scene.probe.stateName());
-        EXPECT_EQ(config.lockCount, scene.probe.lockCount());
-        EXPECT_EQ(0u, scene.probe.pending());
-        EXPECT_EQ(Lines(), scene.control->log.take());
-        EXPECT_EQ(traceOf(config), capture.take());
+        EXPECT_EQ(scene.probe.waiters(), 1);
+        EXPECT_EQ(scene.probe.stateName(), config.state);
+        EXPECT_EQ(scene.probe.lockCount(), config.lockCount);
+        EXPECT_EQ(scene.probe.pending(), 0u);
+        EXPECT_EQ(scene.control->log.take(), Lines());
+        EXPECT_EQ(capture.take(), traceOf(config));
         scene.probe.setState(stateOf(isTracing, "Destroyed"));
         scene.probe.announceChange();
     }
     thread.join();
-    EXPECT_EQ(std::string("illegal ") + eventNames[event] + "() Destroyed", outcome);
+    EXPECT_EQ(outcome, std::string("illegal ") + eventNames[event] + "() Destroyed");
 }
 
 void Cells::check(std::string const &state, int event, int lockCount)
@@ -113,13 +113,13 @@ void Cells::check(std::string const &state, int event, int lockCount)
     std::string outcome = scene.deliver(event);
     if (outcome == "assertion ! _transientStateOwner.isCurrentThread()")
         outcome = "assertion";
-    EXPECT_EQ(config.threads[0].outcome, outcome);
-    EXPECT_EQ(config.state, scene.probe.stateName());
-    EXPECT_EQ(config.lockCount, scene.probe.lockCount());
-    EXPECT_EQ(config.pending, scene.probe.pending());
+    EXPECT_EQ(outcome, config.threads[0].outcome);
+    EXPECT_EQ(scene.probe.stateName(), config.state);
+    EXPECT_EQ(scene.probe.lockCount(), config.lockCount);
+    EXPECT_EQ(scene.probe.pending(), config.pending);
     EXPECT_TRUE(ownerId() == scene.probe.owner());
-    EXPECT_EQ(config.log, scene.control->log.take());
-    EXPECT_EQ(traceOf(config), capture.take());
+    EXPECT_EQ(scene.control->log.take(), config.log);
+    EXPECT_EQ(capture.take(), traceOf(config));
 }
 
 TEST_P(Cells, AreAsTheTableSays)
@@ -228,11 +228,11 @@ TEST(MbStateTable, NamesTheEventsInTheOrderOfTheirBits)
 
 TEST(MbStates, AreThirtyWithTheirNamesInBothMachines)
 {
-    EXPECT_EQ(30u, std::size(Model::table));
+    EXPECT_EQ(std::size(Model::table), 30u);
     auto const silent = statesOf<false>();
     auto const tracing = statesOf<true>();
-    EXPECT_EQ(30u, silent.size());
-    EXPECT_EQ(30u, tracing.size());
+    EXPECT_EQ(silent.size(), 30u);
+    EXPECT_EQ(tracing.size(), 30u);
     for (Model::Row const &row : Model::table) {
         ASSERT_TRUE(silent.count(row.state)) << row.state;
         ASSERT_TRUE(tracing.count(row.state)) << row.state;
@@ -247,7 +247,7 @@ TEST(MbStates, SixOfThemAreLoaded)
         for (auto const &[name, state] : states)
             if (state->isLoaded())
                 loaded += name + ' ';
-        EXPECT_EQ("Loaded RdLocked RdLockedFreed Synched WrLocked WrLockedFreed ", loaded);
+        EXPECT_EQ(loaded, "Loaded RdLocked RdLockedFreed Synched WrLocked WrLockedFreed ");
     }
 }
 
@@ -256,8 +256,8 @@ TEST(MbStateMachine, ThereAreTwoEachWithItsFreedState)
     EXPECT_EQ(&MbStateMachine::getInstance(false), &MbStateMachine::getInstance(false));
     EXPECT_EQ(&MbStateMachine::getInstance(true), &MbStateMachine::getInstance(true));
     EXPECT_NE(&MbStateMachine::getInstance(false), &MbStateMachine::getInstance(true));
-    EXPECT_EQ(stateOf(false, "Freed"), MbStateMachine::getInstance(false).getInitialState());
-    EXPECT_EQ(stateOf(true, "Freed"), MbStateMachine::getInstance(true).getInitialState());
+    EXPECT_EQ(MbStateMachine::getInstance(false).getInitialState(), stateOf(false, "Freed"));
+    EXPECT_EQ(MbStateMachine::getInstance(true).getInitialState(), stateOf(true, "Freed"));
 }
 
 TEST(MbStateMachine, TracingMachineIsSilentWhileItsLevelIsOff)
@@ -265,8 +265,8 @@ TEST(MbStateMachine, TracingMachineIsSilentWhileItsLevelIsOff)
     TraceCapture capture;
     Trace::setEnabled("MbBuffers", false);
     Scene scene(true, "Loaded");
-    EXPECT_EQ("", scene.deliver(0));
-    EXPECT_EQ(Lines(), capture.take());
+    EXPECT_EQ(scene.deliver(0), "");
+    EXPECT_EQ(capture.take(), Lines());
 }
 
 // ---- a protocol that throws
@@ -334,20 +334,20 @@ TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
                 if (call++ == failing)
                     throw Failure("asked for");
             };
-            EXPECT_EQ("failure asked for", scene.deliver(run.event));
-            EXPECT_EQ(config.state, scene.probe.stateName());
-            EXPECT_EQ(std::string(run.state), scene.probe.stateName());
-            EXPECT_EQ(config.lockCount, scene.probe.lockCount());
-            EXPECT_EQ(0u, scene.probe.pending());
+            EXPECT_EQ(scene.deliver(run.event), "failure asked for");
+            EXPECT_EQ(scene.probe.stateName(), config.state);
+            EXPECT_EQ(scene.probe.stateName(), std::string(run.state));
+            EXPECT_EQ(scene.probe.lockCount(), config.lockCount);
+            EXPECT_EQ(scene.probe.pending(), 0u);
             EXPECT_TRUE(scene.probe.owner().isNull());
-            EXPECT_EQ(config.log, scene.control->log.take());
+            EXPECT_EQ(scene.control->log.take(), config.log);
             Lines expectedTrace;
             for (std::string const &line : config.trace)
                 expectedTrace.push_back("MbBuffer : b" + line);
-            EXPECT_EQ(isTracing ? expectedTrace : Lines(), capture.take());
+            EXPECT_EQ(capture.take(), isTracing ? expectedTrace : Lines());
         }
     }
-    EXPECT_EQ(25, failures);
+    EXPECT_EQ(failures, 25);
 }
 
 /// The first, the second … call fails that tells the manager whether the buffer may be evicted.
@@ -385,21 +385,22 @@ TEST_P(Failures, OfTheManagerTakeTheBufferBackToo)
                 if (what.find("nloadable") != std::string::npos && ++call == failing)
                     throw Failure("asked for");
             };
-            EXPECT_EQ("failure", config.threads[0].outcome);
-            EXPECT_EQ("failure asked for", scene.deliver(run.event));
-            EXPECT_EQ(config.state, scene.probe.stateName());
-            EXPECT_EQ(std::string(run.state), scene.probe.stateName());
-            EXPECT_EQ(config.lockCount, scene.probe.lockCount());
-            EXPECT_EQ(0u, scene.probe.pending());
+            EXPECT_EQ(config.threads[0].outcome, "failure");
+            EXPECT_EQ(scene.deliver(run.event), "failure asked for");
+            EXPECT_EQ(scene.probe.stateName(), config.state);
+            EXPECT_EQ(scene.probe.stateName(), std::string(run.state));
+            EXPECT_EQ(scene.probe.lockCount(), config.lockCount);
+            EXPECT_EQ(scene.probe.pending(), 0u);
             EXPECT_TRUE(scene.probe.owner().isNull());
-            EXPECT_EQ(config.log, scene.control->log.take());
+            EXPECT_EQ(scene.control->log.take(), config.log);
         }
     }
-    // Ten calls in runs that begin in Loaded, seven in runs that begin in Synched, and one in each of six runs that
-    // end in one of the two.
-    EXPECT_EQ(23, failures);
+    // Ten calls in runs that begin in Loaded, seven in runs that begin in Synched, and one in each
+    // of six runs that end in one of the two.
+    EXPECT_EQ(failures, 23);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothMachines, Failures, testing::Bool());
 
 } // namespace
+} // namespace ZvTest

@@ -9,9 +9,8 @@
 #include <set>
 #include <sstream>
 
+namespace ZvTest {
 namespace {
-
-using namespace ZvTest;
 
 class UnloadStrategies : public testing::Test
 {
@@ -60,7 +59,7 @@ void expectNothingIsAllocated(MbUnloadStrategy &strategy, std::vector<MbBufferIm
         for (MbBufferImp * const buffer : buffers)
             strategy.removeBuffer(buffer);
     }
-    EXPECT_EQ(0u, allocations.get());
+    EXPECT_EQ(allocations.get(), 0u);
     EXPECT_TRUE(strategy.isEmpty());
 }
 
@@ -132,18 +131,18 @@ using Random = UnloadStrategies;
 TEST_F(LRU, SelectsTheOneThatJoinedFirst)
 {
     MbUnloadLRU strategy(0);
-    EXPECT_STREQ("MbUnloadLRU", strategy.getName());
+    EXPECT_STREQ(strategy.getName(), "MbUnloadLRU");
     EXPECT_TRUE(strategy.isEmpty());
     strategy.insertBuffer(a);
     EXPECT_FALSE(strategy.isEmpty());
     strategy.insertBuffer(b);
     strategy.insertBuffer(c);
-    EXPECT_EQ(a, strategy.selectVictim());
+    EXPECT_EQ(strategy.selectVictim(), a);
     strategy.removeBuffer(a);
     strategy.insertBuffer(a);
-    EXPECT_EQ(b, strategy.selectVictim());
+    EXPECT_EQ(strategy.selectVictim(), b);
     strategy.removeBuffer(c);
-    EXPECT_EQ("ba", drain(strategy));
+    EXPECT_EQ(drain(strategy), "ba");
 }
 
 TEST_F(LRU, AskedTwiceSelectsTheSame)
@@ -151,15 +150,15 @@ TEST_F(LRU, AskedTwiceSelectsTheSame)
     MbUnloadLRU strategy(4);
     strategy.insertBuffer(c);
     strategy.insertBuffer(a);
-    EXPECT_EQ(c, strategy.selectVictim());
-    EXPECT_EQ(c, strategy.selectVictim());
+    EXPECT_EQ(strategy.selectVictim(), c);
+    EXPECT_EQ(strategy.selectVictim(), c);
 }
 
 TEST_F(LRU, DumpIsItsName)
 {
     MbUnloadLRU strategy(4);
     strategy.insertBuffer(a);
-    EXPECT_EQ("MbUnloadLRU", dumpOf(strategy));
+    EXPECT_EQ(dumpOf(strategy), "MbUnloadLRU");
 }
 
 TEST_F(LRU, CopiesGoTheirOwnWays)
@@ -171,18 +170,18 @@ TEST_F(LRU, CopiesGoTheirOwnWays)
     MbUnloadLRU copy(strategy);
     copy.removeBuffer(b);
     copy.insertBuffer(d);
-    EXPECT_EQ("abc", drain(strategy));
-    EXPECT_EQ("acd", drain(copy));
+    EXPECT_EQ(drain(strategy), "abc");
+    EXPECT_EQ(drain(copy), "acd");
     strategy.insertBuffer(b);
     copy.insertBuffer(a);
     strategy = copy;
     strategy.insertBuffer(c);
-    EXPECT_EQ("ac", drain(strategy));
-    EXPECT_EQ("a", drain(copy));
+    EXPECT_EQ(drain(strategy), "ac");
+    EXPECT_EQ(drain(copy), "a");
     MbUnloadLRU &self = strategy;
     strategy.insertBuffer(a);
     strategy = self;
-    EXPECT_EQ("a", drain(strategy));
+    EXPECT_EQ(drain(strategy), "a");
 }
 
 TEST_F(LRU, ABufferThatJoinsTwiceIsFoundAtItsNewPlace)
@@ -195,11 +194,11 @@ TEST_F(LRU, ABufferThatJoinsTwiceIsFoundAtItsNewPlace)
     strategy.insertBuffer(c);
     strategy.removeBuffer(a);
     // Its older place is kept.
-    EXPECT_EQ(a, strategy.selectVictim());
+    EXPECT_EQ(strategy.selectVictim(), a);
     strategy.insertBuffer(d);
     strategy.removeBuffer(c);
     strategy.removeBuffer(d);
-    EXPECT_EQ(a, strategy.selectVictim());
+    EXPECT_EQ(strategy.selectVictim(), a);
 }
 
 TEST_F(LRU, AStrangerLeavesNothingBehind)
@@ -208,7 +207,7 @@ TEST_F(LRU, AStrangerLeavesNothingBehind)
     strategy.removeBuffer(a);
     strategy.insertBuffer(b);
     strategy.removeBuffer(a);
-    EXPECT_EQ("b", drain(strategy));
+    EXPECT_EQ(drain(strategy), "b");
 }
 
 TEST_F(LRU, AllocatesNothingWhereThereIsRoom)
@@ -238,9 +237,9 @@ TEST_F(LRU, KeepsTheOrderThroughALongLife)
             strategy.removeBuffer(buffer);
             order.erase(place);
         }
-        ASSERT_EQ(order.empty(), strategy.isEmpty());
+        ASSERT_EQ(strategy.isEmpty(), order.empty());
         if (!order.empty()) {
-            ASSERT_EQ(order.front(), strategy.selectVictim());
+            ASSERT_EQ(strategy.selectVictim(), order.front());
         }
     }
 }
@@ -273,14 +272,14 @@ TEST_F(LRU, ThroughAManagerUnlockAndPrefetchCountAsUse)
 TEST_F(Random, WorksWithoutReservedRoom)
 {
     MbUnloadRandom strategy(0);
-    EXPECT_STREQ("MbUnloadRandom", strategy.getName());
+    EXPECT_STREQ(strategy.getName(), "MbUnloadRandom");
     EXPECT_TRUE(strategy.isEmpty());
     for (MbBufferImp * const buffer : {a, b, c, d})
         strategy.insertBuffer(buffer);
     EXPECT_FALSE(strategy.isEmpty());
     std::string order = drain(strategy);
     std::sort(order.begin(), order.end());
-    EXPECT_EQ("abcd", order);
+    EXPECT_EQ(order, "abcd");
     MbUnloadRandom(-1).insertBuffer(a);
 }
 
@@ -291,9 +290,9 @@ TEST_F(Random, ReservesTheRoomThatIsAskedFor)
         MbUnloadRandom const strategy(capacity);
         return allocations.get();
     };
-    EXPECT_EQ(allocationsOf(0), allocationsOf(-1));
-    EXPECT_EQ(allocationsOf(0) + 1, allocationsOf(1));
-    EXPECT_EQ(allocationsOf(0) + 1, allocationsOf(100));
+    EXPECT_EQ(allocationsOf(-1), allocationsOf(0));
+    EXPECT_EQ(allocationsOf(1), allocationsOf(0) + 1);
+    EXPECT_EQ(allocationsOf(100), allocationsOf(0) + 1);
 }
 
 TEST_F(Random, AllocatesNothingWhereThereIsRoom)
@@ -328,14 +327,14 @@ TEST_F(Random, RemovingTheLastLeavesTheOthersAndRemovingAnotherMovesOne)
     MbUnloadRandom strategy(10);
     for (MbBufferImp * const buffer : {a, b, c, d})
         strategy.insertBuffer(buffer);
-    EXPECT_EQ("abcd", containerOf(strategy));
+    EXPECT_EQ(containerOf(strategy), "abcd");
     strategy.removeBuffer(d);
-    EXPECT_EQ("abc", containerOf(strategy));
+    EXPECT_EQ(containerOf(strategy), "abc");
     strategy.insertBuffer(d);
     strategy.removeBuffer(b);
-    EXPECT_EQ("adc", containerOf(strategy));
+    EXPECT_EQ(containerOf(strategy), "adc");
     strategy.removeBuffer(d);
-    EXPECT_EQ("ac", containerOf(strategy));
+    EXPECT_EQ(containerOf(strategy), "ac");
     strategy.removeBuffer(b); // not in the set
     strategy.removeBuffer(a);
     strategy.removeBuffer(c);
@@ -345,13 +344,12 @@ TEST_F(Random, RemovingTheLastLeavesTheOthersAndRemovingAnotherMovesOne)
 TEST_F(Random, DumpShowsTheContainerAndItsIndex)
 {
     MbUnloadRandom strategy(10);
-    EXPECT_EQ("MbUnloadRandom\n"
-              "Nb loaded and unlocked buffers  = 0\n"
-              "\n"
-              "Random buffer container: \n"
-              "\n"
-              "Pair associative indexes : \n",
-              dumpOf(strategy));
+    EXPECT_EQ(dumpOf(strategy), "MbUnloadRandom\n"
+                                "Nb loaded and unlocked buffers  = 0\n"
+                                "\n"
+                                "Random buffer container: \n"
+                                "\n"
+                                "Pair associative indexes : \n");
     strategy.insertBuffer(make("first"));
     std::string const front = "MbUnloadRandom\n"
                               "Nb loaded and unlocked buffers  = 1\n"
@@ -361,7 +359,7 @@ TEST_F(Random, DumpShowsTheContainerAndItsIndex)
                               "\n"
                               "Pair associative indexes : \n"
                               "               first = 0\n";
-    EXPECT_EQ(front, dumpOf(strategy));
+    EXPECT_EQ(dumpOf(strategy), front);
     strategy.insertBuffer(make("second"));
     std::string const twoFront = "MbUnloadRandom\n"
                                  "Nb loaded and unlocked buffers  = 2\n"
@@ -401,7 +399,7 @@ TEST_F(Random, SelectsByTheGeneratorsNumbers)
     RnNumRecUniformRng generator;
     for (int i = 0; i < 100; ++i) {
         auto const number = static_cast<std::uint64_t>(generator.eval() * 2147483647.0);
-        ASSERT_EQ(container[number % 3], strategy.selectVictim());
+        ASSERT_EQ(strategy.selectVictim(), container[number % 3]);
     }
 }
 
@@ -416,11 +414,11 @@ TEST_F(Random, ACopyGoesOnWithTheSameNumbers)
     assigned = strategy;
     for (int i = 0; i < 20; ++i) {
         MbBufferImp * const victim = strategy.selectVictim();
-        EXPECT_EQ(victim, copy.selectVictim());
-        EXPECT_EQ(victim, assigned.selectVictim());
+        EXPECT_EQ(copy.selectVictim(), victim);
+        EXPECT_EQ(assigned.selectVictim(), victim);
     }
     copy.removeBuffer(a);
-    EXPECT_EQ("abcd", containerOf(strategy));
+    EXPECT_EQ(containerOf(strategy), "abcd");
 }
 
 TEST_F(Random, ABufferThatJoinsTwiceKeepsItsFirstIndex)
@@ -429,9 +427,10 @@ TEST_F(Random, ABufferThatJoinsTwiceKeepsItsFirstIndex)
     strategy.insertBuffer(a);
     strategy.insertBuffer(b);
     strategy.insertBuffer(a);
-    EXPECT_EQ("aba", containerOf(strategy));
+    EXPECT_EQ(containerOf(strategy), "aba");
     strategy.removeBuffer(b);
-    EXPECT_EQ("aa", containerOf(strategy));
+    EXPECT_EQ(containerOf(strategy), "aa");
 }
 
 } // namespace
+} // namespace ZvTest

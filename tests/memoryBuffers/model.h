@@ -1,7 +1,9 @@
-// Model of the state machine of buffers: a second table and an interpreter, with which the tests compare the real one.
+// Model of the state machine of buffers: a second table and an interpreter, with which the tests
+// compare the real one.
 //
-// A configuration is a value. Its threads stop at the same points as the real ones, in a call of the protocol and in a
-// wait. If several threads are woken, any of them may be first. `settle` gives all results.
+// A configuration is a value. Its threads stop at the same points as the real ones, in a call of
+// the protocol and in a wait. If several threads are woken, any of them may be first. `settle`
+// gives all results.
 #pragma once
 
 #include <algorithm>
@@ -20,7 +22,8 @@ constexpr char const *eventNames[EVENTS] = {
     "rdlock", "wrlock", "wrdup", "prefetch", "asyncSync",        "sync",
     "unlock", "unload", "free",  "destroy",  "asyncOpSucceeded", "asyncOpFailed"};
 
-/// X refused, . ignored, W wait, D postpone or wait, Q postpone, +1 and -1 the lock count, a name is the next state.
+/// X refused, . ignored, W wait, D postpone or wait, Q postpone, +1 and -1 the lock count, a name
+/// is the next state.
 struct Row
 {
     char const *state;
@@ -61,8 +64,8 @@ constexpr Row table[] = {
     {"Destroyed", {"X", "X", "X", "X", "X", "X", "X", ".", "X", "X", "X", "X"}},
 };
 
-/// The work of a state that is entered: calls of the manager, calls of the protocol in brackets, and the lock count. Then
-/// the next state.
+/// The work of a state that is entered: calls of the manager, calls of the protocol in brackets,
+/// and the lock count. Then the next state.
 struct Entering
 {
     char const *state;
@@ -169,7 +172,8 @@ struct Config
     int owner = NOBODY;
     bool hasRegion = false;
     std::vector<Thread> threads;
-    /// The number of the call of `bufferNotUnloadable` or `bufferUnloadable` that fails, from 1 on, or 0 for none.
+    /// The number of the call of `bufferNotUnloadable` or `bufferUnloadable` that fails, from 1 on,
+    /// or 0 for none.
     int failing = 0;
     std::vector<std::string> log;
     std::vector<std::string> trace;
@@ -465,7 +469,8 @@ private:
     Config &_config;
 };
 
-/// Adds all configurations that can follow from this one when no thread can go on, by their full text.
+/// Adds all configurations that can follow from this one when no thread can go on, by their full
+/// text.
 inline void settle(Config const &config, std::map<std::string, Config> &results)
 {
     bool isSettled = true;

@@ -95,7 +95,8 @@ private:
 
 using Lines = std::vector<std::string>;
 
-/// Enables the level "MbBuffers", and collects the trace lines that contain a text, from that text on.
+/// Enables the level "MbBuffers", and collects the trace lines that contain a text, from that text
+/// on.
 class TraceCapture
 {
 public:

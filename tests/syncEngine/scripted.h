@@ -18,7 +18,9 @@
 #include <thread>
 #include <utility>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
 
 /// A list of what happened, in order. Thread-safe.
 class Record
@@ -103,7 +105,8 @@ public:
         _isFree = true;
         _changed.notify_all();
     }
-    /// Blocks until so many waits have begun. Then all beats before the last wait have been handled.
+    /// Blocks until so many waits have begun. Then all beats before the last wait have been
+    /// handled.
     void awaitWaits(int nb)
     {
         std::unique_lock guard(_mutex);
@@ -217,4 +220,4 @@ inline std::string failedExpression(std::function<void()> const &action)
     return "nothing failed";
 }
 
-} // namespace Zv
+} // namespace ZvTest

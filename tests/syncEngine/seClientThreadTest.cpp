@@ -19,7 +19,9 @@
 #include <utility>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -30,11 +32,11 @@ enum Wait
     NEXT     ///< for the next pulse
 };
 
-constinit thread_local ZvTest::ThreadHook<void(Wait)> onWait;
+constinit thread_local ThreadHook<void(Wait)> onWait;
 
 } // namespace
 
-} // namespace Zv
+} // namespace ZvTest
 
 // The linker redirects the library's waits to these functions.
 extern "C" void __real__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(Zv::LkPulseWindows const *,
@@ -42,8 +44,8 @@ extern "C" void __real__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(Zv::LkPulseWi
 extern "C" void __wrap__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(Zv::LkPulseWindows const *pulse,
                                                                    Zv::LkMutex const &mutex)
 {
-    if (Zv::onWait)
-        Zv::onWait(Zv::LATCHED);
+    if (ZvTest::onWait)
+        ZvTest::onWait(ZvTest::LATCHED);
     else
         __real__ZNK2Zv14LkPulseWindows4waitERKNS_7LkMutexE(pulse, mutex);
 }
@@ -53,8 +55,8 @@ extern "C" void
 __wrap__ZNK2Zv14LkPulseWindows8waitNextERKNS_7LkMutexE(Zv::LkPulseWindows const *pulse,
                                                        Zv::LkMutex const &mutex)
 {
-    if (Zv::onWait)
-        Zv::onWait(Zv::NEXT);
+    if (ZvTest::onWait)
+        ZvTest::onWait(ZvTest::NEXT);
     else
         __real__ZNK2Zv14LkPulseWindows8waitNextERKNS_7LkMutexE(pulse, mutex);
 }
@@ -71,6 +73,10 @@ struct TestAccess<SeClientThread>
     }
     static MtThread *getThread(SeClientThread const &client) { return client._thread; }
 };
+
+} // namespace Zv
+
+namespace ZvTest {
 
 /// A client without a generator. The test has the count, and changes it in each wait.
 class SeClientThreadTest : public testing::Test
@@ -298,7 +304,8 @@ TEST_F(SeClientThreadTest, IsSetUpWhenItIsFreeAndClearedWhenItIsNot)
                   missing == 2 ? nullptr : &_count);
         EXPECT_EQ(failedExpression([&] { clear(); }), expected) << missing;
         EXPECT_EQ(failedExpression([&] { setUp(1); }), expected) << missing;
-        EXPECT_EQ(failedExpression([&] { _client->performExecute(_thread.get()); }), "_lock && _condition && _count")
+        EXPECT_EQ(failedExpression([&] { _client->performExecute(_thread.get()); }),
+                  "_lock && _condition && _count")
             << missing;
         _thread.reset();
         _client = new Client;
@@ -315,7 +322,8 @@ TEST_F(SeClientThreadTest, KnowsItsThreadWhileItIsAttached)
 
 TEST_F(SeClientThreadTest, DoesNotRunWithoutAGenerator)
 {
-    EXPECT_EQ(failedExpression([&] { _client->performExecute(_thread.get()); }), "_lock && _condition && _count");
+    EXPECT_EQ(failedExpression([&] { _client->performExecute(_thread.get()); }),
+              "_lock && _condition && _count");
     EXPECT_EQ(_client->record.get(), "start;");
 }
 
@@ -348,4 +356,4 @@ TEST_F(SeClientThreadTest, TheNamesOfItsRelations)
     EXPECT_EQ(dump().find("syncClient=SeClientThread"), std::string::npos);
 }
 
-} // namespace Zv
+} // namespace ZvTest

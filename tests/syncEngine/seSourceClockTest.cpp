@@ -7,22 +7,24 @@
 #include <limits>
 #include <sstream>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
 
 /// The resolution that the timer reports, if a test needs another one than the real one.
 static double pretendedResolution = 0;
 
-} // namespace Zv
+} // namespace ZvTest
 
 // The linker redirects the library's calls of PeriodicTimer::getResolution to this function.
 extern "C" double __real__ZN2Zv13PeriodicTimer13getResolutionEv();
 extern "C" double __wrap__ZN2Zv13PeriodicTimer13getResolutionEv()
 {
-    return Zv::pretendedResolution > 0 ? Zv::pretendedResolution
-                                       : __real__ZN2Zv13PeriodicTimer13getResolutionEv();
+    return ZvTest::pretendedResolution > 0 ? ZvTest::pretendedResolution
+                                           : __real__ZN2Zv13PeriodicTimer13getResolutionEv();
 }
 
-namespace Zv {
+namespace ZvTest {
 namespace {
 
 class SeSourceClockTest : public testing::Test
@@ -133,4 +135,4 @@ TEST_F(SeSourceClockTest, WritesNameIntervalAndCount)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -41,6 +41,12 @@ struct TestAccess<SeSyncEngine>
     }
 };
 
+} // namespace Zv
+
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 unsigned getNbThreads()
@@ -440,7 +446,8 @@ TEST_F(SeGeneratorThreadTest, IsNotUsedAgainAfterAStop)
     std::string const expected = "_sourceState != STOPPING && _sourceState != STOPPED";
     EXPECT_EQ(failedExpression([&] { addAgain(other, 1); }), expected);
     EXPECT_FALSE(other.isNull());
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }), expected);
+    EXPECT_EQ(failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }),
+              expected);
 }
 
 TEST_F(SeGeneratorThreadTest, AClientIsAddedOnce)
@@ -455,7 +462,8 @@ TEST_F(SeGeneratorThreadTest, AClientIsRemovedOnce)
 {
     ScriptedClient * const client = add(1);
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }), "clientThreadIter != _clients.end()");
+    EXPECT_EQ(failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }),
+              "clientThreadIter != _clients.end()");
 }
 
 TEST_F(SeGeneratorThreadTest, IsNotDestroyedWhileItBeats)
@@ -477,7 +485,8 @@ TEST_F(SeGeneratorThreadTest, IsNotDestroyedWhileItBeats)
     auto * const generator = new SeGeneratorThread(source);
     EXPECT_THROW(generator->performExecute(_thread.get()), std::runtime_error);
     EXPECT_TRUE(generator->isState(SeGeneratorThread::BEATING));
-    EXPECT_EQ(failedExpression([&] { delete generator; }), "_sourceState == STARTING || _sourceState == STOPPED");
+    EXPECT_EQ(failedExpression([&] { delete generator; }),
+              "_sourceState == STARTING || _sourceState == STOPPED");
 }
 
 TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
@@ -501,7 +510,8 @@ TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
 TEST_F(SeGeneratorThreadTest, StandsAboveRealTimeWorkAndAboveItsClients)
 {
     Priority &mine = _thread->getPriority();
-    EXPECT_EQ(mine.getPriority(), RtPriorities::getInstance().getRealTimePriority().getPriority() + 1);
+    EXPECT_EQ(mine.getPriority(),
+              RtPriorities::getInstance().getRealTimePriority().getPriority() + 1);
     EXPECT_NE(dump(mine).find("rt<sync-gen"), std::string::npos) << dump(mine);
     ScriptedClient * const client = add(1);
     EXPECT_NE(dump(mine).find("client<generator"), std::string::npos) << dump(mine);
@@ -785,7 +795,8 @@ TEST_F(SeSyncEngineTest, AClientIsAddedOnce)
 {
     ScriptedClient * const client = add(_source);
     ObjPtr<SeClientThread> again(client);
-    EXPECT_EQ(failedExpression([&] { _engine->addClient("again", again, _source, 1); }), "clientThreadIter == _clients.end()");
+    EXPECT_EQ(failedExpression([&] { _engine->addClient("again", again, _source, 1); }),
+              "clientThreadIter == _clients.end()");
     EXPECT_EQ(again.release(), client);
 }
 
@@ -833,7 +844,8 @@ TEST_F(SeSyncEngineTest, ItsEndStopsAllGenerators)
 TEST_F(SeSyncEngineTest, AGeneratorWhoseThreadCannotBeStartedIsNone)
 {
     refuseThread(1);
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(_engine->isSyncGenBeating(_source)); }), "threadHandle != NULL");
+    EXPECT_EQ(failedExpression([&] { static_cast<void>(_engine->isSyncGenBeating(_source)); }),
+              "threadHandle != NULL");
     EXPECT_EQ(getNbGenerators(), 0);
     _source.runFree();
     _engine->waitSyncGenBeating(_source);
@@ -875,7 +887,8 @@ TEST_F(SeSyncEngineTest, NoBeatIsLostHoweverBusyTheMachineIs)
         ObjPtr<SeClientThread> owned(new ScriptedClient);
         static_cast<ScriptedClient *>(owned.get())->onSync = [&client](std::uint32_t count,
                                                                        int late) {
-            // After the wake-ups of grace, two runs are a period apart, plus the lateness of the second.
+            // After the wake-ups of grace, two runs are a period apart, plus the lateness of the
+            // second.
             if (client.nbRuns > 2 &&
                 count - client.last != static_cast<std::uint32_t>(client.divisor + late))
                 ++client.nbFaults;
@@ -932,4 +945,4 @@ TEST_F(SeSyncEngineDeathTest, AFailureOfTheWorkEndsTheProcess)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

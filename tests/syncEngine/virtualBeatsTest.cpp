@@ -9,11 +9,14 @@
 #include <cstdint>
 #include <functional>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
-/// The clock of the calling thread in nanoseconds. A wait takes as long as the timer was set to, unless the test changes
-/// that.
+/// The clock of the calling thread in nanoseconds. A wait takes as long as the timer was set to,
+/// unless the test changes that.
 class VirtualClock
 {
 public:
@@ -35,9 +38,9 @@ public:
 thread_local VirtualClock *VirtualClock::current = nullptr;
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest
 
-using Zv::VirtualClock;
+using ZvTest::VirtualClock;
 
 BOOL wrapReadClock(LARGE_INTEGER *now)
 {
@@ -72,7 +75,7 @@ DWORD wrapWait(HANDLE object, DWORD milliseconds)
     return WAIT_OBJECT_0;
 }
 
-namespace Zv {
+namespace ZvTest {
 namespace {
 
 class VirtualBeats : public testing::Test
@@ -210,4 +213,4 @@ TEST_F(VirtualBeats, EveryTickAroundEveryBeatIsOnItsSide)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -72,7 +72,7 @@ public:
     /// Returns a copy of the name that is made under the mutex.
     LiString copyName() const;
 
-    // ---- the region, for managers and for threads that hold a lock on the buffer. No lock is taken.
+    // ---- the region, for managers and for threads that hold a lock on the buffer. Takes no lock.
 
     std::uint64_t getRegionStart() const noexcept { return _regionStart; }
     std::uint64_t getDataStart() const noexcept { return _dataStart; }
