@@ -13,12 +13,8 @@ namespace Zv {
 
 /// A failure of a device's sequence machine, or an exception on the thread "DevMgr ANO", with what is known of it:
 ///
-///     // device camera: event "stop" in state "stop": illegal event
-///     void report(DevMgrSyncSeqAcc &sequence)
-///     {
-///         if (auto const failure = sequence.getFailure("camera"))
-///             std::cerr << *failure << '\n';
-///     }
+///     if (auto const failure = sequence->getFailure("camera"))
+///         std::cerr << *failure << '\n'; // device camera: event "stop" in state "stop": illegal event
 struct ZVRESMGT_EXPORT DevMgrFailure
 {
     /// The device whose machine met the event. Empty if the failure belongs to no machine.

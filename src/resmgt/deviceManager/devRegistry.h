@@ -35,20 +35,9 @@ private:
 
 /// An entry that makes its devices by calling `maker` with its name:
 ///
-///     #include <resmgt/deviceProtocol.h>
-///
-///     class Camera : public DevMDStdDevice
-///     {
-///     public:
-///         explicit Camera(LiString const &name) : DevMDStdDevice(name) {}
-///     };
-///
-///     void addCamera()
-///     {
-///         DevRegistry::getInstance().add(makeRegistryEntry(
-///             "camera", "Takes pictures",
-///             [](LiString const &name) { return makeShd<Camera>(name); }));
-///     }
+///     DevRegistry::getInstance().add(makeRegistryEntry("camera", "Takes pictures", [](LiString const &name) {
+///         return makeShd<Camera>(name);
+///     }));
 template <std::invocable<LiString const &> Maker>
 ObjPtrRet<DevRegistryEntry> makeRegistryEntry(LiString const &name, LiString const &description,
                                               Maker maker)
