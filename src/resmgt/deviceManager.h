@@ -1,4 +1,4 @@
-// The package `deviceManager`: registry, manager, access objects, state machines and sequences.
+// Package deviceManager: managers, access objects, supervisors and sequences (applications).
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrPropertyAcc.h"

@@ -1,4 +1,4 @@
-// The package `deviceProtocol`: what a managed device implements, and the standard classes that a
+// Package deviceProtocol: what a managed device implements, and standard devices (device writers).
 // device derives from.
 #pragma once
 

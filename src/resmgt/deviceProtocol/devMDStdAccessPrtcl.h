@@ -60,7 +60,8 @@ public:
     /// thread has ended. Requests that arrive later are destroyed without being executed.
     ///
     /// Throws what the close request has thrown, when the thread has ended. Throws
-    /// `RCEx::ExNullPtr` if the device was never opened. Fails an assertion if it is closed already.
+    /// `RCEx::ExNullPtr` if the device was never opened. Fails an assertion if it is closed
+    /// already.
     void performClose() override;
 
     /// Returns the priority that the threads of all standard devices run at or above: the real-time

@@ -98,7 +98,7 @@ protected:
     /// not call `reportRecover` or `reportAbort` after that.
     ///
     /// With `DevMgrSyncSeqAcc` a recovery is legal only while the device is in lock. If it meets a
-    /// stop on its way, it is an illegal event, and the sequence does not come to its end.
+    /// stop on its way, it is an illegal event, and the sequence does not end.
     /// `DevMgrSeqSupervisor` handles it in any state.
     void reportRecover();
     /// Reports that the device cannot go on. See `reportRecover` for when it may be called.

@@ -86,7 +86,8 @@ private:
 ///         {
 ///             ObjPtr<DevMDStdPropertySetBuilder> builder = getPropertySetBuilder();
 ///             builder->pushSet("lens", "The lens");
-///             builder->addProperty(makeProperty<double>("focus", "In metres", makeShd<DevMDStdFifo>(),
+///             builder->addProperty(makeProperty<double>("focus", "In metres",
+///                                                       makeShd<DevMDStdFifo>(),
 ///                                                       [](double &metres) { metres = 2.5; }));
 ///         }
 ///     };

@@ -43,7 +43,7 @@ public:
     /// than `numGatees` threads arrive, and if the wait fails. After a failed wait the arrival is
     /// no longer counted, unless the keeper has been called already.
     void ready();
-    /// Returns true if all threads have arrived and the keeper has not come yet. Never blocks.
+    /// Returns true if all threads have arrived and the keeper has not arrived yet. Never blocks.
     /// **Throws** `RCEx::ExNullPtr` if the gate has no keeper.
     bool isGateReady();
     /// **Blocks** until all threads have arrived. Use it only on a gate with a keeper: without one

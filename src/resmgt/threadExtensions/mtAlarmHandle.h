@@ -33,8 +33,8 @@ class ZVRESMGT_EXPORT MtAlarmHandle : public RCBase<LkCounter<long>>
 public:
     class Callback;
 
-    /// Sets the object to call. The caller owns it, and must keep it until the last call has returned
-    /// or `MtAlarmManager::deregisterAlarm` has. Fails an assertion if it is null.
+    /// Sets the object to call. The caller owns it, and must keep it until the last call has
+    /// returned or `MtAlarmManager::deregisterAlarm` has. Fails an assertion if it is null.
     void setCallback(Callback *callback);
     /// Sets the time of the call. If it is in the past, the call is made at once.
     void setAlarmTime(double alarmTime);

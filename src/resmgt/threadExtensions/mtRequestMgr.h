@@ -72,9 +72,9 @@ public:
     /// Counts down. If the count is 0 then, wakes the threads that wait. A count below 0 wraps
     /// around. This is not detected.
     void decRequestCount(MtRequestTag tag);
-    /// Blocks until the count is 0. This works once for each tag: when a thread has waited for a tag
-    /// and the count has reached 0, each later wait for this tag returns at once, even if the count
-    /// is not 0. So each batch must acquire a tag of its own.
+    /// Blocks until the count is 0. This works once for each tag: when a thread has waited for a
+    /// tag and the count has reached 0, each later wait for this tag returns at once, even if the
+    /// count is not 0. So each batch must acquire a tag of its own.
     void waitRequestCountZero(MtRequestTag tag);
 
 private:

@@ -60,7 +60,7 @@ struct DevSeqDeviceStatus
 /// The state of a supervised sequence at one moment.
 struct DevSeqStatus
 {
-    /// How far the sequence has come.
+    /// The part of the sequence's life.
     enum class Phase
     {
         IDLE,     ///< not started yet
@@ -81,8 +81,9 @@ struct DevSeqStatus
 /// Runs one tree of devices. Each call returns within the limit that its caller has chosen, even if
 /// devices fail or hang, and the returned status names these devices:
 ///
-///     ObjPtr<DevMgr> manager = DevMgr::create();
-///     ObjPtr<DevMgrSeqSupervisor> sequence = manager->createSeqSupervisor("( recorder ( camera player ) )");
+///     ObjPtr<DevMgr> const manager = DevMgr::create();
+///     ObjPtr<DevMgrSeqSupervisor> const sequence =
+///         manager->createSeqSupervisor("( recorder ( camera player ) )");
 ///     sequence->start();
 ///     if (sequence->waitLocked(10))
 ///         std::cout << "All devices run.\n";
@@ -97,8 +98,8 @@ struct DevSeqStatus
 ///   device that does not return from a call holds up its own tree only, and that only until the
 ///   limit of `stop` or `abort` has passed.
 /// - A report of a device that is illegal in the present state is refused. It is counted, traced at
-///   the level "DevSeqSupervisor", and changes nothing. A recovery that comes while a part of the
-///   device's subtree has not locked yet is carried out when it has. A recovery that is refused
+///   the level "DevSeqSupervisor", and changes nothing. A recovery that is reported while a part of
+///   the device's subtree has not locked yet is carried out when it has. A recovery that is refused
 ///   during a stop leads to the abort of the device.
 /// - A device has failed if it throws from a call, if its standard thread throws from a step, or if
 ///   it destroys a completion without running it. Other devices go on.

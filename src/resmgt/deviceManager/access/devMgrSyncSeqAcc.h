@@ -26,7 +26,7 @@ class DevMgrMediator;
 ///     sequence->wait();
 ///
 /// A device that fails or hangs can keep the other devices of the tree from ending.
-/// `DevMgrSeqSupervisor` runs the same trees and always comes to an end. Prefer it.
+/// `DevMgrSeqSupervisor` runs the same trees and always ends. Prefer it.
 ///
 /// The start goes from the root down. When all devices are ready, the root locks with the largest
 /// latency of the tree, and each child locks to its parent's mark. The stop ends the leaves first
