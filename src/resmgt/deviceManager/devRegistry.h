@@ -36,6 +36,8 @@ private:
 
 /// Returns an entry that calls `maker` with its name to create a device:
 ///
+///     #include <resmgt/deviceProtocol.h>
+///
 ///     class Camera : public DevMDStdDevice
 ///     {
 ///     public:
