@@ -246,7 +246,7 @@ TEST(Layering, ThreadsAndTimeBelongToThePlatform)
         int number = 0;
         for (std::string line; std::getline(file, line);) {
             ++number;
-            EXPECT_FALSE(std::regex_search(line, forbidden))
+            EXPECT_FALSE(std::regex_search(line.substr(0, line.find("//")), forbidden))
                 << source.name << ":" << number << ": " << line;
         }
     }
