@@ -27,11 +27,11 @@ namespace Zv {
 /// compile with a lambda that captures one by value. Pass a `std::function` instead:
 ///
 ///     #include <functional>
-///     #include <thread>
+///     #include <future>
 ///
 ///     Zv::RCProxyShdPtr<int> const gain(Zv::makeObj<int>(3));
-///     std::thread thread(std::function<void()>([gain] { ++*gain; }));
-///     thread.join();
+///     auto done = std::async(std::launch::async, std::function<void()>([gain] { ++*gain; }));
+///     done.wait();
 ///
 /// **Throws**: if the destructor of the object throws, the exception leaves the destructor or the
 /// assignment that has released it. The assignment has taken its new value all the same. `->` and
