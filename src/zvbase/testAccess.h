@@ -3,8 +3,7 @@
 
 namespace Zv {
 
-/// Gives tests access to the private members of `Class`: a class befriends it, and a test
-/// specialises it.
+/// Gives tests access to the private members of `Class`: a class befriends it, and a test specialises it.
 template <class Class>
 struct TestAccess;
 

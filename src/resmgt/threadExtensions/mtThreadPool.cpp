@@ -4,11 +4,10 @@
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadProtocol.h"
 #include "resmgt/threads/priorityRelation.h"
-#include "zvbase/firstFailure.private.h"
 #include "zvbase/platform/interlocked.h"
 
 #include <cstdio>
-#include <utility>
+#include <exception>
 
 namespace Zv {
 
@@ -78,10 +77,14 @@ MtThreadPool::MtThreadPool(LiString const &name, unsigned nbThreads, Placement p
 
 MtThreadPool::~MtThreadPool() noexcept(false)
 {
-    // If this fails, the destructors of the threads wait once more.
-    FirstFailure failure;
-    failure.attempt([this] { MtThreadPool::stop(); });
-    failure.rethrow();
+    bool const isUnwinding = std::uncaught_exceptions() != 0;
+    try {
+        MtThreadPool::stop();
+    } catch (...) {
+        // The threads are waited for once more when they are destroyed.
+        if (!isUnwinding)
+            throw;
+    }
 }
 
 void MtThreadPool::doneTask(unsigned) {}

@@ -3,7 +3,7 @@
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkThreadId.h"
-#include "resmgt/threads/flagGuard.private.h"
+#include "resmgt/threads/making.private.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/priorityRelation.h"
@@ -58,13 +58,12 @@ bool MtLogger::_running = false;
 unsigned MtLogger::_nbRuns = 0;
 unsigned MtLogger::_run = 0;
 
-// A failure during the creation of a queue may be logged. That line must not ask for the queue.
 LgQueue *MtLogger::getThreadQueue()
 {
-    static thread_local bool isCreating = false;
-    if (isCreating)
+    static thread_local bool isMaking = false;
+    if (isMaking)
         return nullptr;
-    FlagGuard const creating(isCreating);
+    Making const making(isMaking);
     return ThreadsStatics::logQueue->getPointee()->getQueue();
 }
 
@@ -251,7 +250,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
                 }
                 idle = 0;
             }
-            // Sleeps until the time is over or the logger is stopped.
+            // A sleep that the end of the logger cuts short.
             _state->_stopped.timedWait(static_cast<float>(idle) * 0.016f);
             if (idle < 20)
                 ++idle;

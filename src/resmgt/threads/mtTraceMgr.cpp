@@ -1,6 +1,6 @@
 #include "resmgt/threads/mtTraceMgr.private.h"
 
-#include "resmgt/threads/flagGuard.private.h"
+#include "resmgt/threads/making.private.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/lgTrace.h"
@@ -45,17 +45,16 @@ MtTraceMgr::~MtTraceMgr()
     retire();
 }
 
-// A failure during the creation of a trace may be traced. That line must not ask for the trace.
 Trace *MtTraceMgr::getTrace()
 {
-    static thread_local bool isCreating = false;
-    if (isCreating)
-        return &_fallback;
-    FlagGuard const creating(isCreating);
+    static thread_local bool isMaking = false;
+    if (isMaking)
+        return &_nobodys;
+    Making const making(isMaking);
     try {
         return ThreadsStatics::traces->getPointee();
     } catch (...) {
-        return &_fallback; // the line is written without a name
+        return &_nobodys; // the line is written without a name
     }
 }
 

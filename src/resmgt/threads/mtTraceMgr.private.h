@@ -36,7 +36,7 @@ public:
     static void prepareThread();
 
 private:
-    Trace _fallback; // for lines about the creation of a trace
+    Trace _nobodys; // for lines about the creation of a trace
 };
 
 } // namespace Zv

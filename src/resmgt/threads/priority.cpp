@@ -1,7 +1,6 @@
 #include "resmgt/threads/priority.h"
 
 #include "resmgt/locks/lkGuard.h"
-#include "resmgt/threads/flagGuard.private.h"
 #include "resmgt/threads/priorityClients.private.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
@@ -16,6 +15,22 @@
 namespace Zv {
 
 using Guard = LkGuard<LkRecLock const>;
+
+namespace {
+
+// Ends the visit also where a relation turns out to be none.
+class Visit
+{
+public:
+    explicit Visit(bool &isVisiting) : _isVisiting(isVisiting) { _isVisiting = true; }
+    Visit(Visit const &) = delete;
+    ~Visit() { _isVisiting = false; }
+
+private:
+    bool &_isVisiting;
+};
+
+} // namespace
 
 Priority::Priority(LiString const &name, PriorityMgr &mgr, int priority)
     : Priority(name, mgr, priority, AT_EACH_SOLVING)
@@ -188,7 +203,7 @@ void Priority::set(Side side)
 {
     if (_isVisiting)
         return;
-    FlagGuard const visiting(_isVisiting);
+    Visit const visit(_isVisiting);
     Side const opposite = getOpposite(side);
     auto const push = [side](Priority &target, int bound) {
         target.pushTransient(side, bound);
