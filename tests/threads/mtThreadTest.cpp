@@ -1102,11 +1102,11 @@ TEST_F(MtThreadTest, ThousandThreadsComeAndGo)
             threads.emplace_back(makeWaitingThread());
             threads.back()->start();
         }
-        EXPECT_EQ(manager.getNbThreads(), nbThreads + 1000);
+        EXPECT_EQ(nbThreads + 1000, manager.getNbThreads());
         for (ObjPtr<MtThread> const &thread : threads)
-            EXPECT_EQ(manager.findThread(thread->getThreadId()), thread.get());
+            EXPECT_EQ(thread.get(), manager.findThread(thread->getThreadId()));
     }
-    EXPECT_EQ(manager.getNbThreads(), nbThreads);
+    EXPECT_EQ(nbThreads, manager.getNbThreads());
 }
 
 } // namespace
