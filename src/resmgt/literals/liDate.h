@@ -51,10 +51,10 @@ public:
     /// Returns the beginning of 1970, universal time.
     static LiDate const &getEpoch();
 
-    /// Adds seconds, rounded to the nearest microsecond. The date stays at the ends of its range.
+    /// Adds seconds, rounded to the nearest microsecond. A sum out of range gives its nearest end.
     LiDate &operator+=(double seconds);
-    /// Subtracts seconds, rounded to the nearest microsecond. The date stays at the ends of its
-    /// range.
+    /// Subtracts seconds, rounded to the nearest microsecond. A difference out of range gives its
+    /// nearest end.
     LiDate &operator-=(double seconds);
     /// Adds a duration, as with seconds. An integral duration is added without loss.
     template <LkDuration Duration>

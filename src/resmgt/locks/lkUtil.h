@@ -12,8 +12,8 @@ namespace Zv {
 ///
 ///     #include <chrono>
 ///
-///     while (Zv::LkUtil::toMilliseconds(std::chrono::seconds(2)) != 2000)
-///         Zv::LkUtil::yield();
+///     double const limit = Zv::LkUtil::toSeconds(std::chrono::milliseconds(40)); // 0.04
+///     Zv::LkUtil::performYield();
 ///
 /// **Threads**: thread-safe.
 class ZVRESMGT_EXPORT LkUtil
@@ -22,8 +22,8 @@ public:
     /// Returns 0.
     static int getMinSchedulingPriority() { return 0; }
 
-    /// Calls `performYield` if the environment variable ZV_LOCK_YIELD is not 0. Call it in code of
-    /// your own that spins. The locks of the library do not call it.
+    /// Offers the processor to another thread if the environment variable ZV_LOCK_YIELD is not 0.
+    /// Call it in code of your own that spins. The locks of the library do not call it.
     static void yield();
     /// Returns true if ZV_LOCK_YIELD is not 0.
     static bool isYieldEnabled();
