@@ -5,8 +5,8 @@
 #include "zvbase/platform/types.h"
 
 #include <cstddef>
-#include <functional>
 #include <iosfwd>
+#include <typeindex> // std::hash
 
 namespace Zv {
 
@@ -66,8 +66,5 @@ private:
 template <>
 struct std::hash<Zv::LkThreadId>
 {
-    std::size_t operator()(Zv::LkThreadId const &id) const noexcept
-    {
-        return std::hash<unsigned long>()(id.getNumber());
-    }
+    std::size_t operator()(Zv::LkThreadId const &id) const noexcept { return id.getNumber(); }
 };
