@@ -1,64 +1,32 @@
 // Draws docs/buffer-machine.svg: the states of a memory buffer and what leads from one to the other.
 //
-// The states, the events and the work of a state are read from the table of the machine. This file holds only places.
-// The program fails if the table has a change of state that has no route here, or if a route has no change of state.
+// The states, the events and the work of a state are read from the table of the machine. This file has only places.
+
+#include "chart.h"
 
 #include "resmgt/memoryBuffers/mbStateTable.private.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
-#include <fstream>
-#include <iostream>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
 using namespace Zv;
+using namespace ZvCharts;
 using enum MbStateId;
 
-/// In columns and rows, which need not be whole.
-struct Point
-{
-    double column;
-    double row;
-};
-
-struct Pixel
-{
-    int x;
-    int y;
-};
-
-constexpr double columns[] = {115, 370, 620, 810, 1030, 1290, 1500};
-constexpr int ROW_HEIGHT = 74;
-constexpr int TOP = 148;
-constexpr int WIDTH = 1580;
-constexpr int HEIGHT = 1030;
-
-Pixel pixelOf(Point point)
-{
-    auto const whole = static_cast<std::size_t>(std::clamp(std::floor(point.column), 0.0, 5.0));
-    double const part = point.column - static_cast<double>(whole);
-    double const x = columns[whole] + part * (columns[whole + 1] - columns[whole]);
-    return {static_cast<int>(std::lround(x)),
-            static_cast<int>(std::lround(TOP + point.row * ROW_HEIGHT))};
-}
-
-struct Box
+struct StateBox
 {
     MbStateId state;
     Point centre;
     int width = 176;
     int height = 46;
-    bool isCopy = false; ///< a second box of a state that is far away
+    bool isCopy = false;
 };
 
 // clang-format off
-constexpr Box boxes[] = {
+constexpr StateBox stateBoxes[] = {
     {RD_LOCKED,              {2.895, -1.25}, 1540, 34},
     {WR_LOCKED,              {2.895, 11.25}, 1540, 34},
     {FREED,                  {0, 2.5},      116, 246},
@@ -93,33 +61,18 @@ constexpr Box boxes[] = {
 };
 // clang-format on
 
-Box const &boxOf(MbStateId state, bool isCopy)
-{
-    for (Box const &box : boxes)
-        if (box.state == state && box.isCopy == isCopy)
-            return box;
-    throw std::runtime_error(std::string("no box for ") + MbTable::rowOf(state).name);
-}
-
-enum class Side
-{
-    LEFT,
-    RIGHT
-};
-
-/// The way of an arrow. The parts inside the two boxes are cut off.
-struct Route
+struct StateRoute
 {
     MbStateId from;
     MbStateId to;
     std::vector<Point> points;
-    Side side = Side::RIGHT; ///< of the text; above, if the first part is level
-    double at = 0.5;         ///< where on the first part the text is
+    Side side = Side::RIGHT;
+    double at = 0.5;
     bool isToCopy = false;
 };
 
 // clang-format off
-std::vector<Route> const routes = {
+std::vector<StateRoute> const stateRoutes = {
     {FREED,                  BEING_RD_LOADED,        {{0, 1.5}, {0, -0.2}}},
     {BEING_RD_LOADED,        RD_LOCKED,              {{0, -0.2}, {0, -1.25}}},
     {FREED,                  BEING_WR_LOADED,        {{0, 4}, {1, 4}}},
@@ -174,13 +127,10 @@ std::vector<Route> const routes = {
 };
 // clang-format on
 
-/// A change of state, and the text of its arrow.
-struct Change
+std::string nameOf(MbStateId state)
 {
-    MbStateId from;
-    MbStateId to;
-    std::string text;
-};
+    return MbTable::rowOf(state).name;
+}
 
 std::vector<Change> changesOfTable()
 {
@@ -197,12 +147,12 @@ std::vector<Change> changesOfTable()
                 text += ", last";
             else if (reaction.kind == MbReaction::DEALLOCATE)
                 text += ", dealloc";
-            changes.push_back({row.state, reaction.next, text});
+            changes.push_back({nameOf(row.state), nameOf(reaction.next), text});
         }
     }
     for (MbEnteringRow const &row : MbTable::enterings)
         if (row.next != NONE)
-            changes.push_back({row.state, row.next, ""});
+            changes.push_back({nameOf(row.state), nameOf(row.next), ""});
     return changes;
 }
 
@@ -212,7 +162,7 @@ bool isTransient(MbStateId state)
     return row && row->next != NONE;
 }
 
-/// What a transient state does, in the lines of its box.
+/// Returns what a transient state does, for the lines of its box.
 std::vector<std::string> workOf(MbStateId state)
 {
     std::vector<std::string> lines;
@@ -232,165 +182,37 @@ std::vector<std::string> workOf(MbStateId state)
     return lines;
 }
 
-class Drawing
+Chart makeChart()
 {
-public:
-    void draw()
-    {
-        begin();
-        drawRoutes();
-        for (Box const &box : boxes)
-            drawBox(box);
-        // Texts come last, so that no line crosses them.
-        _svg << _labels.str() << "</svg>\n";
-    }
-    std::string text() const { return _svg.str(); }
-
-private:
-    void begin()
-    {
-        _svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << WIDTH << "\" height=\""
-             << HEIGHT << "\" viewBox=\"0 0 " << WIDTH << ' ' << HEIGHT << "\">\n"
-             << "<title>The states of a memory buffer</title>\n"
-             << "<style>\n"
-                "text { font: 12px sans-serif; text-anchor: middle; fill: #222 }\n"
-                ".name { font-weight: bold }\n"
-                ".event { paint-order: stroke; stroke: #fff; stroke-width: 5px; fill: #06c }\n"
-                ".right { text-anchor: start }\n"
-                ".left { text-anchor: end }\n"
-                "rect { stroke: #444; stroke-width: 1 }\n"
-                ".stable { fill: #d8ecd8; stroke-width: 2 }\n"
-                ".transient { fill: #f6f1e1 }\n"
-                ".copy { fill: #fff; stroke-dasharray: 4 3 }\n"
-                "path { fill: none; stroke: #666; stroke-width: 1.3; marker-end: url(#arrow) }\n"
-                "</style>\n"
-                "<marker id=\"arrow\" viewBox=\"0 0 8 8\" refX=\"8\" refY=\"4\" markerWidth=\"8\" "
-                "markerHeight=\"8\" orient=\"auto\"><polygon points=\"0,0 8,4 0,8\" "
-                "fill=\"#666\"/></marker>\n"
-             << "<rect width=\"" << WIDTH << "\" height=\"" << HEIGHT
-             << "\" style=\"fill: #fff; stroke: none\"/>\n";
-        note(24,
-             "Green: stable states. Sand: transient states, with what is done when the state is "
-             "entered. The state at the arrow then follows at once.");
-        note(HEIGHT - 8,
-             "Blue: events. +1: the lock count goes up. last: the lock count has come to "
-             "0. dealloc: deallocateRegion comes first. Events that leave the state "
-             "as it is are not shown.");
-    }
-
-    void note(int y, char const *text)
-    {
-        _labels << "<text class=\"right\" x=\"20\" y=\"" << y << "\">" << text << "</text>\n";
-    }
-
-    void drawBox(Box const &box)
-    {
-        Pixel const centre = pixelOf(box.centre);
-        char const * const kind = box.isCopy               ? "copy"
-                                  : isTransient(box.state) ? "transient"
-                                                           : "stable";
-        _svg << "<rect class=\"" << kind << "\" x=\"" << centre.x - box.width / 2 << "\" y=\""
-             << centre.y - box.height / 2 << "\" width=\"" << box.width << "\" height=\""
-             << box.height << "\" rx=\"6\"/>\n";
-        std::vector<std::string> const work = workOf(box.state);
-        int y = centre.y + 4 - static_cast<int>(work.size()) * 7;
-        print("name", centre.x, y, MbTable::rowOf(box.state).name);
-        for (std::string const &line : work)
-            print("", centre.x, y += 14, line);
-    }
-
-    void print(char const *kind, int x, int y, std::string const &text)
-    {
-        _labels << "<text class=\"" << kind << "\" x=\"" << x << "\" y=\"" << y << "\">" << text
-                << "</text>\n";
-    }
-
-    void drawRoutes()
-    {
-        std::vector<Change> changes = changesOfTable();
-        for (Route const &route : routes) {
-            auto const change =
-                std::find_if(changes.begin(), changes.end(), [&](Change const &candidate) {
-                    return candidate.from == route.from && candidate.to == route.to;
-                });
-            if (change == changes.end())
-                fail("The table has no change", route.from, route.to);
-            drawRoute(route, change->text);
-            changes.erase(change);
-        }
-        if (!changes.empty())
-            fail("There is no route for the change", changes[0].from, changes[0].to);
-    }
-
-    [[noreturn]] static void fail(char const *what, MbStateId from, MbStateId to)
-    {
-        throw std::runtime_error(std::string(what) + " from " + MbTable::rowOf(from).name + " to " +
-                                 MbTable::rowOf(to).name);
-    }
-
-    void drawRoute(Route const &route, std::string const &text)
-    {
-        std::vector<Pixel> pixels;
-        for (Point const &point : route.points)
-            pixels.push_back(pixelOf(point));
-        pixels.front() = borderOf(boxOf(route.from, false), pixels[0], pixels[1]);
-        pixels.back() =
-            borderOf(boxOf(route.to, route.isToCopy), pixels.back(), pixels[pixels.size() - 2]);
-        _svg << "<path d=\"M";
-        for (Pixel const &pixel : pixels)
-            _svg << ' ' << pixel.x << ',' << pixel.y;
-        _svg << "\"/>\n";
-        if (!text.empty())
-            label(route, pixels[0], pixels[1], text);
-    }
-
-    void label(Route const &route, Pixel begin, Pixel end, std::string const &text)
-    {
-        int const x = begin.x + static_cast<int>(std::lround(route.at * (end.x - begin.x)));
-        int const y = begin.y + static_cast<int>(std::lround(route.at * (end.y - begin.y)));
-        if (begin.y == end.y)
-            print("event", x, y - 5, text);
-        else if (route.side == Side::LEFT)
-            print("event left", x - 8, y + 4, text);
-        else
-            print("event right", x + 8, y + 4, text);
-    }
-
-    /// Where the way from a point inside the box to one outside leaves it.
-    static Pixel borderOf(Box const &box, Pixel inside, Pixel outside)
-    {
-        Pixel const centre = pixelOf(box.centre);
-        double part = 1;
-        auto const limit = [&](int from, int to, int middle, int half) {
-            int const border = to > from ? middle + half : middle - half;
-            if (to != from)
-                part = std::min(part, static_cast<double>(border - from) / (to - from));
-        };
-        limit(inside.x, outside.x, centre.x, box.width / 2);
-        limit(inside.y, outside.y, centre.y, box.height / 2);
-        return {static_cast<int>(std::lround(inside.x + part * (outside.x - inside.x))),
-                static_cast<int>(std::lround(inside.y + part * (outside.y - inside.y)))};
-    }
-
-    std::ostringstream _svg;
-    std::ostringstream _labels;
-};
+    std::vector<Box> boxes;
+    for (StateBox const &box : stateBoxes)
+        boxes.push_back({nameOf(box.state), box.centre, box.width, box.height,
+                         box.isCopy               ? "copy"
+                         : isTransient(box.state) ? "transient"
+                                                  : "stable",
+                         workOf(box.state)});
+    std::vector<Route> routes;
+    for (StateRoute const &route : stateRoutes)
+        routes.push_back({nameOf(route.from), nameOf(route.to), route.points, route.side, route.at,
+                          route.isToCopy});
+    Sheet const sheet = {
+        "The states of a memory buffer",
+        {115, 370, 620, 810, 1030, 1290, 1500},
+        74,
+        148,
+        1580,
+        1030,
+        "Green: stable states. Sand: transient states, with what is done when the state is "
+        "entered. The state at the arrow then follows at once.",
+        "Blue: events. +1: the lock count goes up. last: the lock count has come to "
+        "0. dealloc: deallocateRegion comes first. Events that leave the state "
+        "as it is are not shown."};
+    return Chart(sheet, boxes, routes, changesOfTable());
+}
 
 } // namespace
 
 int main(int count, char **arguments)
 {
-    try {
-        if (count != 2)
-            throw std::runtime_error("usage: zv_buffer_chart FILE");
-        Drawing drawing;
-        drawing.draw();
-        std::ofstream file(arguments[1], std::ios::binary);
-        file << drawing.text();
-        if (!file.flush())
-            throw std::runtime_error(std::string("cannot write ") + arguments[1]);
-    } catch (std::exception const &failure) {
-        std::cerr << failure.what() << '\n';
-        return 1;
-    }
+    return drawChart(count, arguments, makeChart);
 }
