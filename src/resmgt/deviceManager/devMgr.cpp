@@ -17,7 +17,7 @@ public:
     ObjPtrRet<DevMgrSyncSeqAcc> createSyncSeqAcc() override
     {
         RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(mediator->getLock());
+        LkGuard const guard(mediator->getLock());
         mediator->expectNotClosed();
         return DevMgrSyncSeqAcc::create(mediator);
     }
@@ -25,7 +25,7 @@ public:
     ObjPtrRet<DevMgrStreamAcc> createStreamAcc() override
     {
         RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(mediator->getLock());
+        LkGuard const guard(mediator->getLock());
         mediator->expectNotClosed();
         return DevMgrStreamAcc::create(mediator);
     }
@@ -33,7 +33,7 @@ public:
     ObjPtrRet<DevMgrPropertyAcc> createPropertyAcc() override
     {
         RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(mediator->getLock());
+        LkGuard const guard(mediator->getLock());
         mediator->expectNotClosed();
         return DevMgrPropertyAcc::create(mediator);
     }

@@ -68,7 +68,7 @@ void DevMgrDevice::failToOpen(std::exception_ptr const &failure)
 
 DevMgrDevice::Call::Call(DevMgrDevice &device) : _device(device)
 {
-    LkGuard<LkLock const> const guard(device._callLock);
+    LkGuard const guard(device._callLock);
     State const state = device.getState();
     if (state == CLOSING || state == CLOSED || state == UNCLOSED)
         ZV_THROW(DevMgrEx::ManagerClosed);
@@ -83,7 +83,7 @@ DevMgrDevice::Call::~Call()
 void DevMgrDevice::endCall()
 {
     {
-        LkGuard<LkLock const> const guard(_callLock);
+        LkGuard const guard(_callLock);
         if (--_nbCalls > 0 || !_isClosingAwaited)
             return;
         if (!_isLeftToCall)
@@ -101,7 +101,7 @@ void DevMgrDevice::endCall()
 
 bool DevMgrDevice::beginClosing(bool isLeftToCall)
 {
-    LkGuard<LkLock const> const guard(_callLock);
+    LkGuard const guard(_callLock);
     if (getState() != OPEN)
         return false;
     _isClosingAwaited = true;
@@ -164,7 +164,7 @@ void DevMgrDevice::leaveBehind()
 void DevMgrDevice::release()
 {
     {
-        LkGuard<LkLock const> const guard(_callLock);
+        LkGuard const guard(_callLock);
         if (_isLeftToCall)
             return;
     }

@@ -139,7 +139,7 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
     DevMgrCloseReport report;
     Vector<RCShdPtr<DevMgrDevice>> devices;
     {
-        LkGuard<LkLock const> const guard(_prtclMapLock);
+        LkGuard const guard(_prtclMapLock);
         expectNotClosed();
         devices.assign(_devices.rbegin(), _devices.rend());
         report.devices.reserve(devices.size());
@@ -157,7 +157,7 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
     closeInTurn(devices, *_progress, end);
 
     {
-        LkGuard<LkLock const> const guard(_prtclMapLock);
+        LkGuard const guard(_prtclMapLock);
         _prtclMap.clear();
         _devices.clear();
     }
@@ -239,14 +239,14 @@ RCShdPtr<DevMDPrtcl> DevMgrMediator::obtainPrtcl(LiString const &name)
     expectNotClosed();
     if (auto const [known, device] = find(name); !known.isNull() && !device->isOpening())
         return known;
-    LkGuard<LkLock const> const guard(_configLock);
+    LkGuard const guard(_configLock);
     createPrtcl(name);
     return getPrtcl(name);
 }
 
 auto DevMgrMediator::find(LiString const &name) const -> Entry
 {
-    LkGuard<LkLock const> const guard(_prtclMapLock);
+    LkGuard const guard(_prtclMapLock);
     auto const entry = _prtclMap.find(name);
     return entry == _prtclMap.end() ? Entry() : entry->second;
 }
@@ -263,7 +263,7 @@ auto DevMgrMediator::get(LiString const &name) const -> Entry
 
 void DevMgrMediator::add(LiString const &name, Entry const &entry)
 {
-    LkGuard<LkLock const> const guard(_prtclMapLock);
+    LkGuard const guard(_prtclMapLock);
     expectNotClosed();
     _devices.push_back(entry.device);
     try {
@@ -277,7 +277,7 @@ void DevMgrMediator::add(LiString const &name, Entry const &entry)
 /// A device that was opened is the newest one, also if it has had others opened meanwhile.
 void DevMgrMediator::moveToEnd(RCShdPtr<DevMgrDevice> const &device)
 {
-    LkGuard<LkLock const> const guard(_prtclMapLock);
+    LkGuard const guard(_prtclMapLock);
     auto const place = std::find(_devices.rbegin(), _devices.rend(), device);
     if (place != _devices.rend())
         std::rotate(place.base() - 1, place.base(), _devices.end());

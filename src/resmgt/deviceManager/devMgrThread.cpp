@@ -51,7 +51,7 @@ public:
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler)
     {
         // The former one ends with the argument, without the lock.
-        LkGuard<LkLock const> const guard(_handlerLock);
+        LkGuard const guard(_handlerLock);
         handler.swap(_handler);
     }
 
@@ -94,7 +94,7 @@ private:
 
     RCShdPtr<DevMgrFailureHandler> getHandler() const
     {
-        LkGuard<LkLock const> const guard(_handlerLock);
+        LkGuard const guard(_handlerLock);
         return _handler;
     }
 

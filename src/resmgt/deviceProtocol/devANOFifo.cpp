@@ -121,7 +121,7 @@ void DevANOFifo::close()
 void DevANOFifo::leaveBehind(DevANO const *last)
 {
     {
-        LkGuard<LkLock const> const guard(_conditionLock);
+        LkGuard const guard(_conditionLock);
         if (_condition == CLOSED)
             return;
         _last = last;
@@ -161,7 +161,7 @@ bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
 
 void DevANOFifo::setCondition(Condition condition)
 {
-    LkGuard<LkLock const> const guard(_conditionLock);
+    LkGuard const guard(_conditionLock);
     Interlocked::storeRelease(_condition, condition);
 }
 
@@ -184,7 +184,7 @@ void DevANOFifo::discardWhile(Condition condition, FirstFailure &failure)
     for (int nbTimesSeen = 0; nbTimesSeen < 2;) {
         DevANOQueueEntry entry;
         {
-            LkGuard<LkLock const> const guard(_conditionLock);
+            LkGuard const guard(_conditionLock);
             if (_condition != condition || !_queue.tryConsume(entry))
                 return;
             if (condition == LEFT_BEHIND && entry.get() == _last) {

@@ -22,7 +22,7 @@ void DevMDStdPropertyObserver::set(ObjPtr<DevMDPropertyAEO> observer)
     RCProxyShdPtr<DevMDPropertyAEO> latter(observer);
     RCProxyShdPtr<DevMDPropertyAEO> former;
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard guard(_lock);
         former = std::move(_observer);
         Interlocked::storeRelease(_isSet, !latter.isNull());
         _observer = std::move(latter);
@@ -38,7 +38,7 @@ void DevMDStdPropertyObserver::notify(unsigned int events)
     // that queue may be waiting to replace the observer.
     RCProxyShdPtr<DevMDPropertyAEO> observer;
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard guard(_lock);
         observer = _observer;
     }
     if (!observer.isNull())
@@ -50,7 +50,7 @@ void DevMDStdPropertyObserver::notifyUnread()
     if (!Interlocked::loadAcquire(_isSet))
         return;
     {
-        LkGuard<LkLock const> guard(_lock);
+        LkGuard guard(_lock);
         if (_isUnread)
             return;
         _isUnread = true;
@@ -67,7 +67,7 @@ void DevMDStdPropertyObserver::setRead()
 {
     if (!Interlocked::loadAcquire(_isSet))
         return;
-    LkGuard<LkLock const> guard(_lock);
+    LkGuard guard(_lock);
     _isUnread = false;
 }
 

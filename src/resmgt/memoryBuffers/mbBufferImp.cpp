@@ -37,7 +37,7 @@ MbBufferImp::MbBufferImp(LiString const &name, MbState const *initialState,
     ZV_ASSERT(size >= 0);
     if (!initialState)
         RCExUtil::throwExNullPtr();
-    LkGuard<LkMutex const> guard(_mutex);
+    LkGuard guard(_mutex);
     _state->entering(this);
 }
 
@@ -48,7 +48,7 @@ MbBufferImp::~MbBufferImp() noexcept(false)
 
 void MbBufferImp::receive(MbEvent event)
 {
-    LkGuard<LkMutex const> guard(_mutex);
+    LkGuard guard(_mutex);
     try {
         deliver(event);
     } catch (...) {
@@ -75,13 +75,13 @@ void MbBufferImp::performFailed()
 
 bool MbBufferImp::isLoaded() const
 {
-    LkGuard<LkMutex const> guard(_mutex);
+    LkGuard guard(_mutex);
     return _state->isLoaded();
 }
 
 LiString MbBufferImp::copyName() const
 {
-    LkGuard<LkMutex const> guard(_mutex);
+    LkGuard guard(_mutex);
     return _name;
 }
 
@@ -240,7 +240,7 @@ void MbBufferImp::destroy()
 {
     throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] {
         {
-            LkGuard<LkMutex const> guard(_mutex);
+            LkGuard guard(_mutex);
             // A protocol call of this thread still uses the object. It ends the buffer when it
             // returns.
             if (_transientStateOwner.isCurrentThread()) {

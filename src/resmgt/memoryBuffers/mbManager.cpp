@@ -67,7 +67,7 @@ void MbPoolManager::allocateRegion(MbBufferImp *buffer)
     for (;;) {
         // It is locked again after the manager's mutex has been unlocked.
         BufferMutex mutex(*buffer);
-        LkGuard<LkMutex const> guard(_mutex);
+        LkGuard guard(_mutex);
         if (tryAllocate(buffer))
             return;
         bool const hasVictim = !_strategy->isEmpty();
@@ -87,7 +87,7 @@ void MbPoolManager::deallocateRegion(MbBufferImp *buffer)
 {
     if (!buffer->getRegionStart())
         return;
-    LkGuard<LkMutex const> guard(_mutex);
+    LkGuard guard(_mutex);
     performDeallocate(buffer);
     --_nbRegions;
     announceMemory();
@@ -95,13 +95,13 @@ void MbPoolManager::deallocateRegion(MbBufferImp *buffer)
 
 void MbPoolManager::bufferNotUnloadable(MbBufferImp *buffer)
 {
-    LkGuard<LkMutex const> guard(_mutex);
+    LkGuard guard(_mutex);
     _strategy->removeBuffer(buffer);
 }
 
 void MbPoolManager::bufferUnloadable(MbBufferImp *buffer)
 {
-    LkGuard<LkMutex const> guard(_mutex);
+    LkGuard guard(_mutex);
     _strategy->insertBuffer(buffer);
     announceMemory();
 }
@@ -111,7 +111,7 @@ void MbPoolManager::dump(std::ostream &stream) const
 {
     std::ostringstream text;
     {
-        LkGuard<LkMutex const> guard(_mutex);
+        LkGuard guard(_mutex);
         _strategy->dump(text);
     }
     stream << "Name = " << _name << '\n' << "Unload strategy = " << text.str();
@@ -171,7 +171,7 @@ MbHeapManager::~MbHeapManager() noexcept(false) = default;
 
 std::uint64_t MbHeapManager::getAllocated() const
 {
-    LkGuard<LkMutex const> guard(getMutex());
+    LkGuard guard(getMutex());
     return _allocated;
 }
 

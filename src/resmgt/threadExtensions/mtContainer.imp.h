@@ -104,7 +104,7 @@ MtContainer<Container, Adapter>::~MtContainer() noexcept(false)
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::setObserver(RCShdPtr<Observer> const &observer)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     ZV_ASSERT(_observer.isNull());
     _observer = observer;
 }
@@ -152,7 +152,7 @@ void MtContainer<Container, Adapter>::performProduce(Source &&element)
     Observer *observer = nullptr;
     bool wakes = false;
     {
-        LkGuard<LkMutex const> guard(_lock);
+        LkGuard guard(_lock);
         while (_container.size() >= _capacity)
             waitNoLock(_nonFull);
         observer = addNoLock(std::forward<Source>(element), wakes);
@@ -170,7 +170,7 @@ bool MtContainer<Container, Adapter>::performTryProduce(Source &&element)
     Observer *observer = nullptr;
     bool wakes = false;
     {
-        LkGuard<LkMutex const> guard(_lock);
+        LkGuard guard(_lock);
         if (_container.size() >= _capacity)
             return false;
         observer = addNoLock(std::forward<Source>(element), wakes);
@@ -189,7 +189,7 @@ void MtContainer<Container, Adapter>::performAdmit(Source &&element)
     Observer *observer = nullptr;
     bool wakes = false;
     {
-        LkGuard<LkMutex const> guard(_lock);
+        LkGuard guard(_lock);
         observer = addNoLock(std::forward<Source>(element), wakes);
     }
     if (wakes)
@@ -261,7 +261,7 @@ void MtContainer<Container, Adapter>::passOnNoLock()
 template <class Container, class Adapter>
 auto MtContainer<Container, Adapter>::consume() -> Element
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     while (_container.empty())
         waitNoLock(_nonEmpty);
     bool wakes = false;
@@ -298,7 +298,7 @@ bool MtContainer<Container, Adapter>::waitNonEmptyNoLock(double seconds)
 template <class Container, class Adapter>
 bool MtContainer<Container, Adapter>::timedConsume(Element &element, double seconds)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     if (!waitNonEmptyNoLock(seconds))
         return false;
     bool wakes = false;
@@ -318,7 +318,7 @@ bool MtContainer<Container, Adapter>::timedConsume(Element &element, double seco
 template <class Container, class Adapter>
 std::uint64_t MtContainer<Container, Adapter>::getSize() const
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     return _container.size();
 }
 

@@ -18,13 +18,13 @@ MtRequestMgr::~MtRequestMgr() noexcept(false)
 
 MtRequestTag MtRequestMgr::acquireTag()
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     return MtRequestTag(_entries.emplace(_entries.end(), 0U, nullptr));
 }
 
 void MtRequestMgr::releaseTag(MtRequestTag tag)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     ZV_ASSERT(tag.isValid());
     ZV_ASSERT((*tag._id).first == 0);
     delete (*tag._id).second;
@@ -33,21 +33,21 @@ void MtRequestMgr::releaseTag(MtRequestTag tag)
 
 unsigned MtRequestMgr::getRequestCount(MtRequestTag tag)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     ZV_ASSERT(tag.isValid());
     return tag._id->first;
 }
 
 void MtRequestMgr::incRequestCount(MtRequestTag tag)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     ZV_ASSERT(tag.isValid());
     ++tag._id->first;
 }
 
 void MtRequestMgr::decRequestCount(MtRequestTag tag)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     ZV_ASSERT(tag.isValid());
     if (--tag._id->first == 0 && tag._id->second)
         tag._id->second->pulse();
@@ -55,7 +55,7 @@ void MtRequestMgr::decRequestCount(MtRequestTag tag)
 
 void MtRequestMgr::waitRequestCountZero(MtRequestTag tag)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     ZV_ASSERT(tag.isValid());
     if (tag._id->first == 0)
         return;

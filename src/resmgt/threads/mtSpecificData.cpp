@@ -84,7 +84,7 @@ void MtSpecificDataRegistry::forgetFormerThread()
 void MtSpecificDataRegistry::addSpecificData(MtOpaqueData const *data)
 {
     ZV_ASSERT(data);
-    LkGuard<LkRecLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     forgetFormerThread();
     _entries.emplace(LkThreadId(LkThreadId::CURRENT_THREAD), data);
 }
@@ -101,7 +101,7 @@ void MtSpecificDataRegistry::removeSpecificData()
 
 void MtSpecificDataRegistry::forgetSpecificData(MtOpaqueData const *data)
 {
-    LkGuard<LkRecLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     forgetFormerThread();
     auto [entry, end] = _entries.equal_range(LkThreadId(LkThreadId::CURRENT_THREAD));
     while (entry != end)
@@ -110,14 +110,14 @@ void MtSpecificDataRegistry::forgetSpecificData(MtOpaqueData const *data)
 
 void MtSpecificDataRegistry::forgetAll(MtOpaqueData const *data)
 {
-    LkGuard<LkRecLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     std::erase_if(_entries, [data](auto const &entry) { return entry.second == data; });
 }
 
 MtOpaqueData const *MtSpecificDataRegistry::takeFirst()
 {
     LkThreadId const self(LkThreadId::CURRENT_THREAD);
-    LkGuard<LkRecLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     forgetFormerThread();
     auto const first = _entries.lower_bound(self);
     if (first == _entries.end() || !(first->first == self))

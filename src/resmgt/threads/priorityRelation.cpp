@@ -32,7 +32,7 @@ PriorityRelation::PriorityRelation(LiString const &name, Priority &lhs, Relation
     : _name(name), _relation(relation), _lhs(&lhs), _rhs(&rhs), _mgr(&lhs.getMgr())
 {
     // Held from the test to the adding. Otherwise two threads could close a cycle together.
-    LkGuard<LkRecLock const> guard(_mgr->getLock());
+    LkGuard guard(_mgr->getLock());
     ZV_ASSERT( isValid() );
     try {
         if (former)

@@ -60,7 +60,7 @@ Priority &RtPrioritiesWinNT::getInterruptPriority()
 
 void RtPrioritiesWinNT::setProcessScope(Priority &priority)
 {
-    LkGuard<LkRecLock const> const guard(MtPriorityMgr::getInstance().getLock());
+    LkGuard const guard(MtPriorityMgr::getInstance().getLock());
     // The new relation replaces the former one in one solving. Both at once may be unsolvable.
     ObjPtr<PriorityRelation> relation(
         new PriorityRelation("rt-process-scope", priority, PriorityRelation::EQUAL,

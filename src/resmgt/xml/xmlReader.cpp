@@ -44,7 +44,7 @@ XmlReader::~XmlReader() noexcept(false) = default;
 
 ObjPtrRet<XmlBaseElement> XmlReader::buildElement(std::istream &input)
 {
-    LkGuard<LkMutex const> guard(_lock);
+    LkGuard guard(_lock);
     Build build(*this);
     XmlParser::parse(*this, input);
     return ObjPtrRet<XmlBaseElement>(_root);

@@ -75,7 +75,7 @@ void DevMgrPropertyObserverEng::attach(RCShdPtr<DevMDPropertyAny> property,
 {
     if (observer.isNull())
         RCExUtil::throwExNullPtr(); // here, and not on the manager's thread
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     LiUuid const uuid = property->getUuid();
     if (auto const entry = _observerMap.find(uuid); entry != _observerMap.end()) {
         entry->second.observers.insert(observer);
@@ -95,7 +95,7 @@ void DevMgrPropertyObserverEng::attach(RCShdPtr<DevMDPropertyAny> property,
 void DevMgrPropertyObserverEng::detach(RCShdPtr<DevMDPropertyAny> property,
                                        RCShdPtr<DevMgrPropertyObserver> observer)
 {
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     auto const entry = _observerMap.find(property->getUuid());
     if (entry == _observerMap.end())
         return;
@@ -111,7 +111,7 @@ void DevMgrPropertyObserverEng::detachAll()
 {
     HashMap<LiUuid, Observed> detached; // without the lock: properties and observers may end here
     {
-        LkGuard<LkLock const> const guard(_lock);
+        LkGuard const guard(_lock);
         detached.swap(_observerMap);
     }
     FirstFailure failure;
@@ -142,7 +142,7 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint, O
 {
     LiUuid const uuid = hint.getProperty()->getUuid();
     FirstFailure failure;
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     auto const entry = _observerMap.find(uuid);
     if (entry == _observerMap.end())
         return;
@@ -165,7 +165,7 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint, O
 
 bool DevMgrPropertyObserverEng::isUpdating() const
 {
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     return _isUpdating;
 }
 

@@ -17,7 +17,7 @@ using Members = Vector<DevSeqSupervision::Member>;
 /// The devices of the string, created and open. A parent comes before its children in the string.
 Members openMembers(DevMgrMediator &mediator, LiString const &config)
 {
-    LkGuard<LkLock const> const guard(mediator.getLock());
+    LkGuard const guard(mediator.getLock());
     HashMap<LiString, std::size_t> places;
     Vector<std::size_t> parents;
     auto const edges = SeqConfigParser(config).getEdges();

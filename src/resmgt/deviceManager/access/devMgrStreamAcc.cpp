@@ -51,7 +51,7 @@ public:
     void connect(LiString const &config) override
     {
         RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(_mediator->getLock());
+        LkGuard const guard(_mediator->getLock());
         mediator->expectNotClosed();
         StreamConfigParser const parser(config);
         StreamId const sourceStreamId(parser.getSourceDevice(), parser.getSourceStream());
@@ -83,7 +83,7 @@ public:
     void registerStream(StreamId const &id, RCShdPtr<DevMDStream> stream) override
     {
         RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(_mediator->getLock());
+        LkGuard const guard(_mediator->getLock());
         mediator->expectNotClosed();
         registerNoGuard(id, stream);
     }
@@ -91,7 +91,7 @@ public:
     bool isRegistered(StreamId const &id) override
     {
         RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(_mediator->getLock());
+        LkGuard const guard(_mediator->getLock());
         mediator->expectNotClosed();
         return isRegisteredNoGuard(id);
     }

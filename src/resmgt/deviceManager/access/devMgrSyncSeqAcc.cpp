@@ -56,7 +56,7 @@ public:
     void configure(LiString const &config) override
     {
         RCShdPtr<DevMgrMediator> const mediator = _mediator;
-        LkGuard<LkLock const> const guard(mediator->getLock());
+        LkGuard const guard(mediator->getLock());
         mediator->expectNotClosed();
         Vector<Vector<LiString>> const edges = SeqConfigParser(config).getEdges();
         for (auto const &edge : edges) {
@@ -118,7 +118,7 @@ private:
 
     void buildTree(Vector<Vector<LiString>> const &edges)
     {
-        LkGuard<LkLock const> const guard(_tree->getLock()); // others see the whole tree or none
+        LkGuard const guard(_tree->getLock()); // others see the whole tree or none
         LiString const null;
         auto iter = edges.begin();
         ZV_ASSERT((*iter)[0] == null);

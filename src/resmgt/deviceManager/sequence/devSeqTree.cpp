@@ -51,14 +51,14 @@ void DevSeqTreeLink::processEvent(LiString const &name, std::int32_t event)
 void DevSeqTreeLink::processEvent(LiString const &name, std::int32_t event,
                                   std::optional<DevMgrFailure> &failure)
 {
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     if (_tree)
         _tree->processEvent(name, event, failure);
 }
 
 void DevSeqTreeLink::clear()
 {
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     _tree = nullptr;
 }
 
@@ -258,7 +258,7 @@ class DevSeqTree::Waiter
 public:
     explicit Waiter(DevSeqTree &tree) : _tree(tree)
     {
-        LkGuard<LkLock const> const guard(_tree._waitersLock);
+        LkGuard const guard(_tree._waitersLock);
         _place = _tree._waitedFor.insert(_tree._waitedFor.end(), nullptr);
         _isCounted = !_tree._hasReleased;
     }
@@ -269,7 +269,7 @@ public:
     {
         bool wasReleased = false;
         {
-            LkGuard<LkLock const> const guard(_tree._waitersLock);
+            LkGuard const guard(_tree._waitersLock);
             wasReleased = _isCounted && _tree._hasReleased;
             _tree._waitedFor.erase(_place);
         }
@@ -281,7 +281,7 @@ public:
     bool waitFor(DevSeqTreeNodeUtil &device)
     {
         {
-            LkGuard<LkLock const> const guard(_tree._waitersLock);
+            LkGuard const guard(_tree._waitersLock);
             if (_tree._hasReleased)
                 return device.hasEnded();
             *_place = &device;
@@ -329,8 +329,8 @@ DevSeqTree::~DevSeqTree()
 
 void DevSeqTree::setRoot(RCShdPtr<DevSeqTreeNode> const &node)
 {
-    LkGuard<LkLock const> const guard(_lock);
-    LkGuard<LkLock const> const waitersGuard(_waitersLock);
+    LkGuard const guard(_lock);
+    LkGuard const waitersGuard(_waitersLock);
     if (!_root.isNull())
         join(node, _root);
     _root = node;
@@ -340,8 +340,8 @@ void DevSeqTree::setRoot(RCShdPtr<DevSeqTreeNode> const &node)
 void DevSeqTree::attach(RCShdPtr<DevSeqTreeNode> const &parent,
                         RCShdPtr<DevSeqTreeNode> const &child)
 {
-    LkGuard<LkLock const> const guard(_lock);
-    LkGuard<LkLock const> const waitersGuard(_waitersLock);
+    LkGuard const guard(_lock);
+    LkGuard const waitersGuard(_waitersLock);
     join(parent, child);
 }
 
@@ -359,7 +359,7 @@ void DevSeqTree::processEvent(std::int32_t event)
 {
     std::optional<DevMgrFailure> failure;
     Replaced replaced;
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     Turn turn(_observer, _replaced, _deliverer, replaced, failure);
     deliver(turn, getRoot(), event);
 }
@@ -374,27 +374,27 @@ void DevSeqTree::processEvent(LiString const &name, std::int32_t event,
                               std::optional<DevMgrFailure> &failure)
 {
     Replaced replaced;
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     Turn turn(_observer, _replaced, _deliverer, replaced, failure);
     deliver(turn, find(name), event);
 }
 
 LiString DevSeqTree::getState(LiString const &name)
 {
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     return find(name)._sm->getStateName();
 }
 
 std::optional<DevMgrFailure> DevSeqTree::getFailure(LiString const &name)
 {
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     return find(name).getFailure();
 }
 
 void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 {
     RCShdPtr<DevSeqObserver> former(observer); // ends without the lock
-    LkGuard<LkLock const> const guard(_lock);
+    LkGuard const guard(_lock);
     if (_replaced)
         _replaced->add(_observer);
     former.swap(_observer);
@@ -410,7 +410,7 @@ void DevSeqTree::wait() ZV_NO_THREAD_SAFETY_ANALYSIS // changes of the tree take
     Vector<RCShdPtr<DevSeqTreeNodeUtil>> ends;
     Waiter waiter(*this);
     {
-        LkGuard<LkLock const> const guard(_waitersLock);
+        LkGuard const guard(_waitersLock);
         walk(
             *_root, [](DevSeqTreeNode &) {},
             [&ends](DevSeqTreeNode &node) { ends.push_back(node._util); });
@@ -426,7 +426,7 @@ void DevSeqTree::releaseWaiters()
 {
     std::size_t nbWaiters = 0;
     {
-        LkGuard<LkLock const> const guard(_waitersLock);
+        LkGuard const guard(_waitersLock);
         if (!_hasReleased)
             nbWaiters = _waitedFor.size();
         _hasReleased = true;
@@ -442,7 +442,7 @@ void DevSeqTree::write(std::ostream &stream) const
 {
     std::ostringstream text; // a stream of the caller's is written to without the lock
     {
-        LkGuard<LkLock const> const guard(_lock);
+        LkGuard const guard(_lock);
         DevSeqTreeNode &root = getRoot();
         text << "( ";
         walk(
