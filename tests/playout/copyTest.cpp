@@ -34,7 +34,7 @@ void expectSame(Sound const &one, Sound const &other)
 class CopyTest : public PlayoutTest, public testing::WithParamInterface<int>
 {};
 
-TEST_P(CopyTest, aPcmFileComesOutWithTheVerySamplesThatWentIn)
+TEST_P(CopyTest, APcmFileComesOutWithTheVerySamplesThatWentIn)
 {
     std::string const input = "in" + getExtension(GetParam());
     std::string const output = "out" + getExtension(GetParam());
@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SF_FORMAT_FLAC | SF_FORMAT_PCM_S8, SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
                     SF_FORMAT_FLAC | SF_FORMAT_PCM_24));
 
-TEST_F(PlayoutTest, aRecordingWithoutFramesComesOutWithoutFrames)
+TEST_F(PlayoutTest, ARecordingWithoutFramesComesOutWithoutFrames)
 {
     for (int const format : {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_AIFF | SF_FORMAT_PCM_24}) {
         std::string const extension = getExtension(format);
@@ -79,7 +79,7 @@ TEST_F(PlayoutTest, aRecordingWithoutFramesComesOutWithoutFrames)
     }
 }
 
-TEST_F(PlayoutTest, theNearestEncodingIsTakenWhereTheContainerHasNotTheSame)
+TEST_F(PlayoutTest, TheNearestEncodingIsTakenWhereTheContainerHasNotTheSame)
 {
     struct
     {
@@ -101,7 +101,7 @@ TEST_F(PlayoutTest, theNearestEncodingIsTakenWhereTheContainerHasNotTheSame)
     }
 }
 
-TEST_F(PlayoutTest, whatIsTooFineForTheContainerIsRounded)
+TEST_F(PlayoutTest, WhatIsTooFineForTheContainerIsRounded)
 {
     Sound const sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 1, 44100, 1000);
     EXPECT_EQ(play("in.wav", "out.flac").status, 0);
@@ -112,7 +112,7 @@ TEST_F(PlayoutTest, whatIsTooFineForTheContainerIsRounded)
         EXPECT_LE(std::abs(std::int64_t(copy.samples[i]) - sound.samples[i]), 128);
 }
 
-TEST_F(PlayoutTest, floatingPointStaysAsItIs)
+TEST_F(PlayoutTest, FloatingPointStaysAsItIs)
 {
     SF_INFO info = {0, 48000, 1, SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 0, 0};
     std::vector<double> const samples{0, 0.1, -1.0 / 3, 1.5, -7};
@@ -129,7 +129,7 @@ TEST_F(PlayoutTest, floatingPointStaysAsItIs)
     EXPECT_EQ(copy, samples);
 }
 
-TEST_F(PlayoutTest, aVorbisFileHasAllFramesAndCanBePlayedAgain)
+TEST_F(PlayoutTest, AVorbisFileHasAllFramesAndCanBePlayedAgain)
 {
     make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, 5000);
     EXPECT_EQ(play("in.wav", "out.ogg").status, 0);
@@ -140,7 +140,7 @@ TEST_F(PlayoutTest, aVorbisFileHasAllFramesAndCanBePlayedAgain)
     EXPECT_EQ(read("again.wav").samples.size(), 10000u);
 }
 
-TEST_F(PlayoutTest, theGainIsAFactorOnEverySampleAndRoundsToTheFilesBits)
+TEST_F(PlayoutTest, TheGainIsAFactorOnEverySampleAndRoundsToTheFilesBits)
 {
     Sound sound{SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 48000, {}};
     for (int const sample : {0, 1, 2, 3, -1, -2, -3, 1000, -32768, 32767})
@@ -158,7 +158,7 @@ TEST_F(PlayoutTest, theGainIsAFactorOnEverySampleAndRoundsToTheFilesBits)
     }
 }
 
-TEST_F(PlayoutTest, whatIsTooLoudIsClipped)
+TEST_F(PlayoutTest, WhatIsTooLoudIsClipped)
 {
     Sound sound{SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 48000, {}};
     for (int const sample : {100, 16384, 32767, -16384, -32768})
@@ -170,7 +170,7 @@ TEST_F(PlayoutTest, whatIsTooLoudIsClipped)
     EXPECT_EQ(read("out.wav").samples, (std::vector<int>{400 * 65536, HIGH, HIGH, LOW, LOW}));
 }
 
-TEST_F(PlayoutTest, whatStoodAtTheOutputIsReplaced)
+TEST_F(PlayoutTest, WhatStoodAtTheOutputIsReplaced)
 {
     Sound const sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 48000, 500);
     make("out.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2, 8000, 5000);

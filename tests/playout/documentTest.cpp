@@ -41,7 +41,7 @@ protected:
     Sound const _sound;
 };
 
-TEST_F(DocumentTest, isWrittenWithWhatItMayLeaveOut)
+TEST_F(DocumentTest, IsWrittenWithWhatItMayLeaveOut)
 {
     writeText("show.xml", "<show><clip file='in.wav'/></show>");
     EXPECT_EQ(dump({path("show.xml")}), R"xml(<?xml version='1.0'?>
@@ -97,7 +97,7 @@ TEST_F(DocumentTest, isWrittenWithWhatItMayLeaveOut)
     EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "show.xml"}));
 }
 
-TEST_F(DocumentTest, comesBackAsItWasWritten)
+TEST_F(DocumentTest, ComesBackAsItWasWritten)
 {
     writeText("show.xml", R"xml(<?xml version="1.0"?>
 <!DOCTYPE show>
@@ -132,7 +132,7 @@ TEST_F(DocumentTest, comesBackAsItWasWritten)
         EXPECT_NE(text.find(attribute), text.npos) << attribute;
 }
 
-TEST_F(DocumentTest, isWhatACommandLineAmountsTo)
+TEST_F(DocumentTest, IsWhatACommandLineAmountsTo)
 {
     std::string const text = dump({"--sequence", "( recorder ( player ) )", "--stream",
                                    "player:out push recorder:in", path("in.wav"), path("out.wav")});
@@ -143,7 +143,7 @@ TEST_F(DocumentTest, isWhatACommandLineAmountsTo)
     EXPECT_EQ(read("out.wav").samples, _sound.samples);
 }
 
-TEST_F(DocumentTest, playsItsClipsInARow)
+TEST_F(DocumentTest, PlaysItsClipsInARow)
 {
     std::vector<int> expected = _sound.samples;
     for (int const frames : {1, 0, 5000}) {
@@ -159,7 +159,7 @@ TEST_F(DocumentTest, playsItsClipsInARow)
     EXPECT_EQ(read("out.wav").format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
 }
 
-TEST_F(DocumentTest, namesDevicesOfItsOwn)
+TEST_F(DocumentTest, NamesDevicesOfItsOwn)
 {
     writeText("show.xml", R"xml(<show output="out.wav">
         <device name="deck" kind="player"/>
@@ -178,7 +178,7 @@ TEST_F(DocumentTest, namesDevicesOfItsOwn)
     EXPECT_EQ(read("out.wav").samples, std::vector<int>(3000, 0));
 }
 
-TEST_F(DocumentTest, theCommandLineGoesBeforeIt)
+TEST_F(DocumentTest, TheCommandLineGoesBeforeIt)
 {
     writeText("show.xml", R"xml(<show output="none/out.wav">
         <clip file="in.wav"/>
@@ -193,7 +193,7 @@ TEST_F(DocumentTest, theCommandLineGoesBeforeIt)
     EXPECT_EQ(read("out.wav").samples, _sound.samples);
 }
 
-TEST_F(DocumentTest, thatIsNoneIsRefusedWithItsLine)
+TEST_F(DocumentTest, ThatIsNoneIsRefusedWithItsLine)
 {
     expectRefused("1: Syntax error.", "");
     expectRefused("3: Syntax error.", "<show>\n<clip file='in.wav'/>\n\n");
@@ -210,7 +210,7 @@ TEST_F(DocumentTest, thatIsNoneIsRefusedWithItsLine)
                   "<show>\n<clip file='" + std::string(40000, 'a') + "'/>\n&\n</show>");
 }
 
-TEST_F(DocumentTest, thatIsNoShowIsRefusedWithItsLine)
+TEST_F(DocumentTest, ThatIsNoShowIsRefusedWithItsLine)
 {
     expectRefused("2: film: the document is no show", "\n<film/>");
     expectRefused("2: a show needs a clip", "<show>\n</show>");
@@ -241,7 +241,7 @@ TEST_F(DocumentTest, thatIsNoShowIsRefusedWithItsLine)
                         "<event at='00:00:00:00' action='stop' value='1'/>\n");
 }
 
-TEST_F(DocumentTest, whatTheLibraryRefusesHasItsLine)
+TEST_F(DocumentTest, WhatTheLibraryRefusesHasItsLine)
 {
     expectRefusedInside("2: sequence \"( recorder\": Configuration string Syntax error.",
                         "<sequence tree='( recorder'/>\n");
@@ -264,7 +264,7 @@ TEST_F(DocumentTest, whatTheLibraryRefusesHasItsLine)
                         "<device name='recorder'/>\n<sequence tree='( recorder ( a b ) )'/>\n");
 }
 
-TEST_F(DocumentTest, whatItNamesMayBeMissing)
+TEST_F(DocumentTest, WhatItNamesMayBeMissing)
 {
     auto const expectFailure = [&](std::string const &message, std::string const &text) {
         writeText("show.xml", text);
@@ -287,7 +287,7 @@ TEST_F(DocumentTest, whatItNamesMayBeMissing)
         "<show output='out.wav'><clip file='in.wav'/><clip file='stereo.wav'/></show>");
 }
 
-TEST_F(DocumentTest, thatCannotBeReadIsNamed)
+TEST_F(DocumentTest, ThatCannotBeReadIsNamed)
 {
     std::filesystem::create_directory(path("folder.xml"));
     for (auto const &[name, reason] : {std::pair{"none.xml", "No such file or directory"},

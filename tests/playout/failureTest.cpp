@@ -37,7 +37,7 @@ protected:
     }
 };
 
-TEST_F(FailureTest, anInputThatCannotBeRead)
+TEST_F(FailureTest, AnInputThatCannotBeRead)
 {
     std::ofstream(path("text.wav")) << "no sound";
     std::filesystem::create_directory(path("folder"));
@@ -46,7 +46,7 @@ TEST_F(FailureTest, anInputThatCannotBeRead)
     expectFailure("cannot read %text.wav: Format not recognised.", "text.wav", "out.wav");
 }
 
-TEST_F(FailureTest, anInputThatEndsBeforeItsTime)
+TEST_F(FailureTest, AnInputThatEndsBeforeItsTime)
 {
     make("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 48000, 200000);
     std::filesystem::resize_file(path("in.flac"), std::filesystem::file_size(path("in.flac")) / 2);
@@ -58,7 +58,7 @@ TEST_F(FailureTest, anInputThatEndsBeforeItsTime)
     EXPECT_EQ(files(), before);
 }
 
-TEST_F(FailureTest, anOutputThatCannotBeWritten)
+TEST_F(FailureTest, AnOutputThatCannotBeWritten)
 {
     std::filesystem::create_directory(path("folder.wav"));
     expectFailure("cannot write %none/out.wav.part: No such file or directory", "in.wav",
@@ -72,7 +72,7 @@ TEST_F(FailureTest, anOutputThatCannotBeWritten)
         "many.wav", "out.flac");
 }
 
-TEST_F(FailureTest, anOutputThatIsTheInput)
+TEST_F(FailureTest, AnOutputThatIsTheInput)
 {
     std::filesystem::create_symlink(path("in.wav"), path("link.wav"));
     std::filesystem::create_hard_link(path("in.wav"), path("out.wav.part"));
@@ -83,7 +83,7 @@ TEST_F(FailureTest, anOutputThatIsTheInput)
     EXPECT_EQ(read("in.wav").samples, sound.samples);
 }
 
-TEST_F(FailureTest, aPartThatAnotherProcessWritesIsLeftAlone)
+TEST_F(FailureTest, APartThatAnotherProcessWritesIsLeftAlone)
 {
     std::ofstream(path("out.wav.part")) << "another's";
     int const other = ::open(path("out.wav.part").c_str(), O_RDONLY | O_CLOEXEC);
@@ -93,7 +93,7 @@ TEST_F(FailureTest, aPartThatAnotherProcessWritesIsLeftAlone)
     EXPECT_EQ(std::filesystem::file_size(path("out.wav.part")), 9u);
 }
 
-TEST_F(FailureTest, aFullDiskLeavesWhatStoodThereBefore)
+TEST_F(FailureTest, AFullDiskLeavesWhatStoodThereBefore)
 {
     for (std::string const output : {"out.wav", "out.aiff", "out.flac", "out.ogg"}) {
         make(output,
@@ -114,7 +114,7 @@ TEST_F(FailureTest, aFullDiskLeavesWhatStoodThereBefore)
     }
 }
 
-TEST_F(FailureTest, aFailureMayComeAtAnyBlock)
+TEST_F(FailureTest, AFailureMayComeAtAnyBlock)
 {
     // Small blocks fill all queues; the failure finds the devices pushing, waiting and idle.
     for (rlim_t limit = 44; limit < 80000; limit = limit * 3 / 2) {
@@ -126,7 +126,7 @@ TEST_F(FailureTest, aFailureMayComeAtAnyBlock)
     }
 }
 
-TEST_F(FailureTest, aSequenceThatIsNone)
+TEST_F(FailureTest, ASequenceThatIsNone)
 {
     auto const fails = [this](std::string const &sequence, std::string const &reason) {
         expectFailure("sequence \"" + sequence + "\": " + reason, {"--sequence", sequence});
@@ -142,7 +142,7 @@ TEST_F(FailureTest, aSequenceThatIsNone)
     fails("( player )", "it has no recorder");
 }
 
-TEST_F(FailureTest, aStreamThatIsNone)
+TEST_F(FailureTest, AStreamThatIsNone)
 {
     auto const fails = [this](std::string const &stream, std::string const &reason) {
         expectFailure("stream \"" + stream + "\": " + reason, {"--stream", stream});
@@ -161,7 +161,7 @@ TEST_F(FailureTest, aStreamThatIsNone)
                   {"--stream", twice, "--stream", twice});
 }
 
-TEST_F(FailureTest, aStreamThatIsNotConnected)
+TEST_F(FailureTest, AStreamThatIsNotConnected)
 {
     // Two devices find their end loose; whoever is first says so.
     Outcome const outcome = play("in.wav", "out.wav", {"--stream", "player:out push fader:in"});
@@ -177,7 +177,7 @@ TEST_F(FailureTest, aStreamThatIsNotConnected)
                                                 "--stream", "player:out push recorder:in"});
 }
 
-TEST_F(FailureTest, aDeviceThatIsConnectedButNotInTheSequence)
+TEST_F(FailureTest, ADeviceThatIsConnectedButNotInTheSequence)
 {
     expectFailure("fader was pushed into, but not started: it is not in the sequence",
                   {"--sequence", "( recorder ( player ) )"});
@@ -186,7 +186,7 @@ TEST_F(FailureTest, aDeviceThatIsConnectedButNotInTheSequence)
                    "player:out push recorder:in", "--gain", "2"});
 }
 
-TEST_F(FailureTest, aPropertyThatIsNone)
+TEST_F(FailureTest, APropertyThatIsNone)
 {
     auto const fails = [this](std::string const &property, std::string const &reason) {
         expectFailure("property \"" + property + "\": " + reason, {"--property", property});
@@ -203,13 +203,13 @@ TEST_F(FailureTest, aPropertyThatIsNone)
     fails("player:transport:position=1", "\"set\" is not available for property position\".");
 }
 
-TEST_F(FailureTest, aTraceThatCannotBeWritten)
+TEST_F(FailureTest, ATraceThatCannotBeWritten)
 {
     expectFailure("cannot write %none/trace: No such file or directory",
                   {"--trace", path("none/trace")});
 }
 
-TEST_F(FailureTest, aCommandLineThatIsNone)
+TEST_F(FailureTest, ACommandLineThatIsNone)
 {
     std::string const input = path("in.wav");
     std::string const output = path("out.wav");
@@ -280,18 +280,18 @@ protected:
     }
 };
 
-TEST_F(SignalTest, anInterruptStopsItInOrder)
+TEST_F(SignalTest, AnInterruptStopsItInOrder)
 {
     expectStop(SIGINT);
 }
 
-TEST_F(SignalTest, soDoTheOtherSignalsThatAskForAnEnd)
+TEST_F(SignalTest, SoDoTheOtherSignalsThatAskForAnEnd)
 {
     expectStop(SIGTERM);
     expectStop(SIGHUP);
 }
 
-TEST_F(SignalTest, aSignalBeforeTheStartIsNoticedToo)
+TEST_F(SignalTest, ASignalBeforeTheStartIsNoticedToo)
 {
     Playout playout({path("in.wav"), path("out.wav"), "--block", "16"});
     ASSERT_TRUE(playout.waitFor("( recorder"));

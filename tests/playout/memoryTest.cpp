@@ -57,7 +57,7 @@ protected:
     }
 };
 
-TEST_F(MemoryTest, everySampleComesThroughWhateverTheMemory)
+TEST_F(MemoryTest, EverySampleComesThroughWhateverTheMemory)
 {
     Sound const sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 3, 8000, 5000);
     for (std::string const manager : {"heap", "arena"})
@@ -75,7 +75,7 @@ TEST_F(MemoryTest, everySampleComesThroughWhateverTheMemory)
     EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "out.svg", "out.wav", "show.xml"}));
 }
 
-TEST_F(MemoryTest, pagesThatHaveRoomStay)
+TEST_F(MemoryTest, PagesThatHaveRoomStay)
 {
     make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000, 10000);
     Figures const figures = playWell(show("in.wav", "page='8000' budget='90000'"));
@@ -87,7 +87,7 @@ TEST_F(MemoryTest, pagesThatHaveRoomStay)
     EXPECT_EQ(figures.budget, 90000);
 }
 
-TEST_F(MemoryTest, playedStraightNoPageIsLoadedTwiceByLRU)
+TEST_F(MemoryTest, PlayedStraightNoPageIsLoadedTwiceByLRU)
 {
     make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000, 40500);
     for (std::string const ahead : {"0", "1", "3", "1000"}) {
@@ -101,7 +101,7 @@ TEST_F(MemoryTest, playedStraightNoPageIsLoadedTwiceByLRU)
     }
 }
 
-TEST_F(MemoryTest, clipsShareIt)
+TEST_F(MemoryTest, ClipsShareIt)
 {
     Sound const one = make("one.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 8000, 1003);
     make("two.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 8000, 0);
@@ -113,7 +113,7 @@ TEST_F(MemoryTest, clipsShareIt)
     EXPECT_EQ(read("out.wav").samples, expected);
 }
 
-TEST_F(MemoryTest, aClipWithoutFramesTakesNone)
+TEST_F(MemoryTest, AClipWithoutFramesTakesNone)
 {
     make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 8000, 0);
     Figures const figures = playWell(show("in.wav", "budget='1'"));
@@ -121,7 +121,7 @@ TEST_F(MemoryTest, aClipWithoutFramesTakesNone)
     EXPECT_EQ(read("out.wav").samples.size(), 0u);
 }
 
-TEST_F(MemoryTest, aPageThatIsLargerThanTheBudgetIsRefusedWithItsLine)
+TEST_F(MemoryTest, APageThatIsLargerThanTheBudgetIsRefusedWithItsLine)
 {
     make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000, 10000);
     for (std::string const manager : {"heap", "arena"}) {
@@ -148,7 +148,7 @@ TEST_F(MemoryTest, APageThatComesBackIsReloaded)
     EXPECT_EQ(figures.visits, 18);
 }
 
-TEST_F(MemoryTest, aPageThatCannotBeReadFailsWhenItIsItsTurn)
+TEST_F(MemoryTest, APageThatCannotBeReadFailsWhenItIsItsTurn)
 {
     make("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 48000, 200000);
     std::filesystem::resize_file(path("in.flac"), std::filesystem::file_size(path("in.flac")) / 2);
@@ -201,7 +201,7 @@ protected:
     }
 };
 
-TEST_F(LongTest, isPlayedWithinAFewMegabytes)
+TEST_F(LongTest, IsPlayedWithinAFewMegabytes)
 {
     Outcome const outcome = playShow(show("in.wav", "budget='4000000' page='100000'"));
     EXPECT_EQ(outcome.status, 0) << outcome.err;

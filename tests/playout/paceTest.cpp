@@ -65,7 +65,7 @@ protected:
     Outcome _outcome;
 };
 
-TEST_F(PaceTest, eachEventHappensBeforeItsFrame)
+TEST_F(PaceTest, EachEventHappensBeforeItsFrame)
 {
     makeFrames(14);
     std::string const tags =
@@ -99,7 +99,7 @@ TEST_F(PaceTest, eachEventHappensBeforeItsFrame)
     }
 }
 
-TEST_F(PaceTest, eventsOfOneFrameHappenInTheOrderOfTheDocument)
+TEST_F(PaceTest, EventsOfOneFrameHappenInTheOrderOfTheDocument)
 {
     makeFrames(4);
     expect(0, 2);
@@ -112,7 +112,7 @@ TEST_F(PaceTest, eventsOfOneFrameHappenInTheOrderOfTheDocument)
     }
 }
 
-TEST_F(PaceTest, aJumpBehindTheEndEndsTheRecording)
+TEST_F(PaceTest, AJumpBehindTheEndEndsTheRecording)
 {
     makeFrames(6);
     expect(0, 2);
@@ -120,7 +120,7 @@ TEST_F(PaceTest, aJumpBehindTheEndEndsTheRecording)
     EXPECT_EQ(read("out.wav").samples, _expected);
 }
 
-TEST_F(PaceTest, theFaderNextToThePlayerTakesTheGain)
+TEST_F(PaceTest, TheFaderNextToThePlayerTakesTheGain)
 {
     makeFrames(3);
     expect(0, 1);
@@ -141,7 +141,7 @@ TEST_F(PaceTest, theFaderNextToThePlayerTakesTheGain)
     EXPECT_EQ(read("out.wav").samples, std::vector<int>(3 * FRAME, 0));
 }
 
-TEST_F(PaceTest, aShowTakesItsTime)
+TEST_F(PaceTest, AShowTakesItsTime)
 {
     makeFrames(20);
     auto const start = std::chrono::steady_clock::now();
@@ -167,7 +167,7 @@ TEST_F(PaceTest, aShowTakesItsTime)
     }
 }
 
-TEST_F(PaceTest, whoIsHeldUpCatchesUpAndSaysSo)
+TEST_F(PaceTest, WhoIsHeldUpCatchesUpAndSaysSo)
 {
     makeFrames(100);
     writeText("show.xml", show(event("00:00:02:00", "mute", "on")));
@@ -193,7 +193,7 @@ TEST_F(PaceTest, whoIsHeldUpCatchesUpAndSaysSo)
     }
 }
 
-TEST_F(PaceTest, aFastOneHasNoBeats)
+TEST_F(PaceTest, AFastOneHasNoBeats)
 {
     makeFrames(20);
     playWell("", {"--fast"});
@@ -201,7 +201,7 @@ TEST_F(PaceTest, aFastOneHasNoBeats)
     EXPECT_FALSE(isShown("late beats"));
 }
 
-TEST_F(PaceTest, allTreesAreKeptToTheClock)
+TEST_F(PaceTest, AllTreesAreKeptToTheClock)
 {
     makeFrames(5);
     for (std::string const tree :
@@ -211,7 +211,7 @@ TEST_F(PaceTest, allTreesAreKeptToTheClock)
     }
 }
 
-TEST_F(PaceTest, framesAreThoseOfTheRate)
+TEST_F(PaceTest, FramesAreThoseOfTheRate)
 {
     // Two seconds over a minute, where drop-frame leaves labels out.
     _sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1, RATE, 62 * RATE);
@@ -243,7 +243,7 @@ TEST_F(PaceTest, framesAreThoseOfTheRate)
     }
 }
 
-TEST_F(PaceTest, aFileMayHaveFewerSamplesThanTheClockHasFrames)
+TEST_F(PaceTest, AFileMayHaveFewerSamplesThanTheClockHasFrames)
 {
     Sound const sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 10, 7);
     playWell("", {"--fast"});
@@ -252,7 +252,7 @@ TEST_F(PaceTest, aFileMayHaveFewerSamplesThanTheClockHasFrames)
     EXPECT_EQ(read("out.wav").samples, sound.samples);
 }
 
-TEST_F(PaceTest, aPlainFileCanBeCuedToo)
+TEST_F(PaceTest, APlainFileCanBeCuedToo)
 {
     makeFrames(5);
     Outcome const outcome = play("in.wav", "out.wav", {"--property", "player:transport:cue=0.08"});
@@ -261,7 +261,7 @@ TEST_F(PaceTest, aPlainFileCanBeCuedToo)
     EXPECT_EQ(read("out.wav").samples, _expected);
 }
 
-TEST_F(PaceTest, anEventThatIsNoneIsRefusedWithItsLine)
+TEST_F(PaceTest, AnEventThatIsNoneIsRefusedWithItsLine)
 {
     makeFrames(1);
     auto const fails = [&](std::string const &reason, std::string const &tags) {
@@ -289,7 +289,7 @@ TEST_F(PaceTest, anEventThatIsNoneIsRefusedWithItsLine)
               event("00:00:00:00", "mute", "on"));
 }
 
-TEST_F(PaceTest, aFailureOnTheWayLeavesNothing)
+TEST_F(PaceTest, AFailureOnTheWayLeavesNothing)
 {
     makeFrames(50);
     for (auto const &arguments : {std::vector<std::string>{"--fast"}, std::vector<std::string>{}}) {
@@ -304,7 +304,7 @@ TEST_F(PaceTest, aFailureOnTheWayLeavesNothing)
     }
 }
 
-TEST_F(PaceTest, aSignalStopsAShow)
+TEST_F(PaceTest, ASignalStopsAShow)
 {
     _sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1, RATE, 3600 * RATE);
     writeText("show.xml",

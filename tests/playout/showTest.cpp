@@ -22,7 +22,7 @@ protected:
     Sound const _sound;
 };
 
-TEST_F(ShowTest, theTreeItsStreamsAndWhatEachDeviceTook)
+TEST_F(ShowTest, TheTreeItsStreamsAndWhatEachDeviceTook)
 {
     Outcome const outcome = play("in.wav", "out.wav", {"--block", "1000"});
     EXPECT_EQ(outcome.status, 0);
@@ -42,7 +42,7 @@ TEST_F(ShowTest, theTreeItsStreamsAndWhatEachDeviceTook)
     }
 }
 
-TEST_F(ShowTest, everyDeviceGoesThroughItsStatesInOrder)
+TEST_F(ShowTest, EveryDeviceGoesThroughItsStatesInOrder)
 {
     // A state that lasts shorter than a look may be missing, none may come out of turn.
     Outcome const outcome = play("in.wav", "out.wav", {"--block", "1000"});
@@ -66,7 +66,7 @@ TEST_F(ShowTest, everyDeviceGoesThroughItsStatesInOrder)
                           {"recorder", "final"}, {"fader", "final"}, {"player", "final"}}));
 }
 
-TEST_F(ShowTest, otherTreesAndConnectionsWork)
+TEST_F(ShowTest, OtherTreesAndConnectionsWork)
 {
     std::string const direct = "player:out push recorder:in";
     for (auto const &options : {
@@ -81,7 +81,7 @@ TEST_F(ShowTest, otherTreesAndConnectionsWork)
     }
 }
 
-TEST_F(ShowTest, theTraceIsKept)
+TEST_F(ShowTest, TheTraceIsKept)
 {
     Outcome const outcome =
         play("in.wav", "out.wav", {"--block", "1000", "--trace", path("trace")});
@@ -95,7 +95,7 @@ TEST_F(ShowTest, theTraceIsKept)
                                                    " .*: " + device + what + "\n"));
 }
 
-TEST_F(ShowTest, helpTellsOfEveryOption)
+TEST_F(ShowTest, HelpTellsOfEveryOption)
 {
     Outcome const outcome = Playout({"--help"}).finish();
     EXPECT_EQ(outcome.status, 0);
@@ -105,7 +105,7 @@ TEST_F(ShowTest, helpTellsOfEveryOption)
         EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
 }
 
-TEST_F(ShowTest, aReaderThatGoesAwayDoesNotHarmTheRecording)
+TEST_F(ShowTest, AReaderThatGoesAwayDoesNotHarmTheRecording)
 {
     Playout::Surroundings surroundings;
     surroundings.closedOutput = true;

@@ -55,7 +55,7 @@ protected:
     }
 };
 
-TEST_F(WaveformTest, showsTheExtremesOfAllChannels)
+TEST_F(WaveformTest, ShowsTheExtremesOfAllChannels)
 {
     Sound sound{PCM, 2, RATE, std::vector<int>(2 * 30 * FRAME)};
     for (std::size_t i = 0; i < sound.samples.size(); ++i)
@@ -78,7 +78,7 @@ TEST_F(WaveformTest, showsTheExtremesOfAllChannels)
     EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "out.svg", "out.wav", "show.xml"}));
 }
 
-TEST_F(WaveformTest, aPeakIsWhereItWas)
+TEST_F(WaveformTest, APeakIsWhereItWas)
 {
     for (int const at : {0, 1, 4000, 5555, 9599}) {
         Sound sound{PCM, 1, RATE, std::vector<int>(9600)};
@@ -96,7 +96,7 @@ TEST_F(WaveformTest, aPeakIsWhereItWas)
     }
 }
 
-TEST_F(WaveformTest, marksWhatHasHappened)
+TEST_F(WaveformTest, MarksWhatHasHappened)
 {
     make("in.wav", PCM, 1, RATE, 100 * FRAME);
     EXPECT_EQ(playShow("<clip file='in.wav'/><event at='00:00:01:00' action='gain' value='2'/>"
@@ -118,7 +118,7 @@ TEST_F(WaveformTest, marksWhatHasHappened)
               (std::vector<std::string>{"\n00:00:01:00 gain 2 mute on", "\n00:00:04:00 mute off"}));
 }
 
-TEST_F(WaveformTest, isFlatWhereNothingWasRecorded)
+TEST_F(WaveformTest, IsFlatWhereNothingWasRecorded)
 {
     make("in.wav", PCM, 2, RATE, 0);
     Outcome const outcome = playShow("<clip file='in.wav'/>"
@@ -130,7 +130,7 @@ TEST_F(WaveformTest, isFlatWhereNothingWasRecorded)
         EXPECT_TRUE(y == 120 || y == 121) << x;
 }
 
-TEST_F(WaveformTest, aPictureThatCannotBeWrittenIsAFailure)
+TEST_F(WaveformTest, APictureThatCannotBeWrittenIsAFailure)
 {
     make("in.wav", PCM, 1, RATE, 1000);
     make("out.wav", PCM, 1, RATE, 10);
@@ -157,7 +157,7 @@ TEST_F(WaveformTest, aPictureThatCannotBeWrittenIsAFailure)
     fails("out.svg: it is the input", "<clip file='out.svg'/>");
 }
 
-TEST_F(WaveformTest, aFullDiskLeavesNeitherPictureNorRecording)
+TEST_F(WaveformTest, AFullDiskLeavesNeitherPictureNorRecording)
 {
     make("in.wav", PCM, 1, RATE, 1000); // less than the picture
     Playout::Surroundings surroundings;
@@ -168,7 +168,7 @@ TEST_F(WaveformTest, aFullDiskLeavesNeitherPictureNorRecording)
     EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "show.xml"}));
 }
 
-TEST_F(WaveformTest, theSampleShowIsAShow)
+TEST_F(WaveformTest, TheSampleShowIsAShow)
 {
     Outcome const outcome = Playout({"--dump-show", ZVPLAYOUT_SHOW}).finish();
     EXPECT_EQ(outcome.status, 0);
@@ -192,7 +192,7 @@ protected:
     }
 };
 
-TEST_F(RealTimeTest, saysWhatItGot)
+TEST_F(RealTimeTest, SaysWhatItGot)
 {
     Sound const sound = make("in.wav", PCM, 1, RATE, 10 * FRAME);
     for (auto const &arguments : {std::vector<std::string>{"--realtime"},
@@ -207,7 +207,7 @@ TEST_F(RealTimeTest, saysWhatItGot)
     }
 }
 
-TEST_F(RealTimeTest, aRefusalSaysWhatWouldGrantIt)
+TEST_F(RealTimeTest, ARefusalSaysWhatWouldGrantIt)
 {
     Sound const sound = make("in.wav", PCM, 1, RATE, 10 * FRAME);
     Playout::Surroundings surroundings;
@@ -227,7 +227,7 @@ TEST_F(RealTimeTest, aRefusalSaysWhatWouldGrantIt)
     EXPECT_EQ(read("out.wav").samples, sound.samples);
 }
 
-TEST_F(RealTimeTest, theEnvironmentMayForbidIt)
+TEST_F(RealTimeTest, TheEnvironmentMayForbidIt)
 {
     make("in.wav", PCM, 1, RATE, FRAME);
     Playout::Surroundings surroundings;
@@ -240,7 +240,7 @@ TEST_F(RealTimeTest, theEnvironmentMayForbidIt)
         << outcome.out;
 }
 
-TEST_F(RealTimeTest, nobodyIsAskedWithoutTheOption)
+TEST_F(RealTimeTest, NobodyIsAskedWithoutTheOption)
 {
     make("in.wav", PCM, 1, RATE, FRAME);
     EXPECT_EQ(play("in.wav", "out.wav").out.find("real time"), std::string::npos);
