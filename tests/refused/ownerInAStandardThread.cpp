@@ -1,4 +1,4 @@
-// exception specification
+// looser exception
 
 #include <resmgt/threads.h>
 #include <thread>

@@ -5,9 +5,10 @@
 
 namespace Zv {
 
-/// Holds an `ObjPtr` or an `RCShdPtr` in a lambda that is given to `std::thread` or `std::async`.
+/// Holds an `ObjPtr` or an `RCShdPtr` in a lambda that is given to a thread of the standard
+/// library, or to `std::async`.
 ///
-///     #include <thread>
+///     #include <future>
 ///
 ///     class Work
 ///     {
@@ -16,8 +17,8 @@ namespace Zv {
 ///     };
 ///
 ///     ObjPtr<Work> work(new Work);
-///     std::thread thread([work = MtCapture(std::move(work))] { work->run(); });
-///     thread.join();
+///     auto done = std::async([work = MtCapture(std::move(work))] { work->run(); });
+///     done.wait();
 ///
 /// The standard library requires that the destructor of such a lambda throws nothing. The
 /// destructor of a pointer of this library throws what the destructor of the object throws, so a

@@ -69,13 +69,13 @@ private:
 ///
 /// A thread that the library did not create must destroy its values before it ends:
 ///
-///     #include <thread>
+///     #include <future>
 ///
-///     std::thread stranger([] {
+///     auto done = std::async(std::launch::async, [] {
 ///         // uses thread-specific data
 ///         MtSpecificDataRegistry::getInstance().removeSpecificData();
 ///     });
-///     stranger.join();
+///     done.wait();
 ///
 /// **Threads**: thread-safe. Each operation concerns the values of the calling thread, except
 /// `forgetAll`.
