@@ -281,6 +281,48 @@ constexpr bool isLoaded(MbStateId state)
     return state >= LOADED && state <= WR_LOCKED_FREED;
 }
 
+// ---- The families of states. The table is checked against what the states of a family share.
+
+inline constexpr MbStateId LockedStates[] = {RD_LOCKED, WR_LOCKED};
+inline constexpr MbStateId LoadedStates[] = {LOADED, SYNCHED};
+inline constexpr MbStateId TransientStates[] = {
+    BEING_RD_LOADED,        BEING_WR_LOADED,      BEING_ASYNC_LOADED,   BEING_RD_RELOADED,
+    BEING_WR_RELOADED,      BEING_ASYNC_RELOADED, BEING_SYNCHED,        BEING_ASYNC_SYNCHED,
+    BEING_UNLOCKED,         BEING_UNLOADED,       BEING_FREED,          WAIT_ASYNC_LOADED,
+    WAIT_ASYNC_RELOADED,    WAIT_ASYNC_SYNCHED,   ASYNC_LOAD_SUCCEEDED, ASYNC_LOAD_FAILED,
+    ASYNC_RELOAD_SUCCEEDED, ASYNC_RELOAD_FAILED,  ASYNC_SYNC_SUCCEEDED, ASYNC_SYNC_FAILED};
+inline constexpr MbStateId BeingAsyncStates[] = {BEING_ASYNC_LOADED, BEING_ASYNC_RELOADED,
+                                                 BEING_ASYNC_SYNCHED};
+inline constexpr MbStateId WaitAsyncStates[] = {WAIT_ASYNC_LOADED, WAIT_ASYNC_RELOADED,
+                                                WAIT_ASYNC_SYNCHED};
+inline constexpr MbStateId AsyncResultStates[] = {ASYNC_LOAD_SUCCEEDED,   ASYNC_LOAD_FAILED,
+                                                  ASYNC_RELOAD_SUCCEEDED, ASYNC_RELOAD_FAILED,
+                                                  ASYNC_SYNC_SUCCEEDED,   ASYNC_SYNC_FAILED};
+
+/// Returns true if each state of the family has this reaction to the event.
+template <std::size_t size>
+constexpr bool share(MbStateId const (&family)[size], MbEvent event, MbReaction reaction)
+{
+    return std::all_of(std::begin(family), std::end(family), [=](MbStateId state) {
+        MbReaction const &cell = rowOf(state).reactions[columnOf(event)];
+        return cell.kind == reaction.kind && cell.next == reaction.next;
+    });
+}
+
+static_assert(share(LockedStates, MbEvent::PREFETCH, o));
+static_assert(share(LockedStates, MbEvent::ASYNC_SYNC, Q));
+static_assert(share(LockedStates, MbEvent::SYNC, W));
+static_assert(share(LockedStates, MbEvent::UNLOCK, minus1(BEING_UNLOCKED)));
+static_assert(share(LoadedStates, MbEvent::RDLOCK, plus1(RD_LOCKED)));
+static_assert(share(LoadedStates, MbEvent::WRLOCK, plus1(WR_LOCKED)));
+static_assert(share(LoadedStates, MbEvent::PREFETCH, TOUCH));
+static_assert(share(TransientStates, MbEvent::RDLOCK, W));
+static_assert(share(TransientStates, MbEvent::WRLOCK, W));
+static_assert(share(BeingAsyncStates, MbEvent::ASYNC_OP_SUCCEEDED, Q));
+static_assert(share(BeingAsyncStates, MbEvent::ASYNC_OP_FAILED, Q));
+static_assert(share(WaitAsyncStates, MbEvent::DESTROY, D));
+static_assert(share(AsyncResultStates, MbEvent::DESTROY, X));
+
 } // namespace MbTable
 
 } // namespace Zv

@@ -7,7 +7,7 @@ namespace Zv {
 namespace {
 
 /// What the transitions of one node work on.
-struct Node
+struct SeqTransBase
 {
     bool isRoot() const { return !util->hasParent(); }
     bool isLeaf() const { return util->getNbChildren() == 0; }
@@ -27,113 +27,114 @@ struct Node
     RCShdPtr<DevSeqPrtclUtil> device;
 };
 
-/// A transition of the machine. One of several for the same state and event has a condition, unless
-/// it is the last of them.
-struct Transition
+/// A transition by its name. If there are several for the same state and event, all but the last
+/// have a condition.
+struct SeqTransName
 {
     char const *name;
-    void (*execute)(Node const &);
-    bool (*condition)(Node const &) = nullptr;
+    void (*execute)(SeqTransBase const &);
+    bool (*condition)(SeqTransBase const &) = nullptr;
 };
 
-void doNothing(Node const &) {}
+void doNothing(SeqTransBase const &) {}
 
-constexpr Transition transitions[] = {
+constexpr SeqTransName transitions[] = {
     {"start",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.device->start();
          node.sendToChildren(DevSeqEv::START);
      }},
-    {"psready", [](Node const &node) { node.parked->addEvent(DevSeqEv::SREADY); }},
+    {"psready", [](SeqTransBase const &node) { node.parked->addEvent(DevSeqEv::SREADY); }},
     {"wsr",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.util->setSreadyCount(0);
          node.parked->release();
      }},
-    {"wsrret", [](Node const &node) { node.util->setSreadyCount(node.util->getSreadyCount() + 1); },
+    {"wsrret",
+     [](SeqTransBase const &node) { node.util->setSreadyCount(node.util->getSreadyCount() + 1); },
      // The condition is checked before this child is counted. The last child takes "ready".
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          return node.util->getNbChildren() != node.util->getSreadyCount() + 1;
      }},
     {"ready",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.util->setLatency(node.device->getLatency());
          node.sendToParent(DevSeqEv::SREADY);
          node.util->sendToSelf(DevSeqEv::PROCEED);
      },
-     [](Node const &node) { return node.isLeaf(); }},
+     [](SeqTransBase const &node) { return node.isLeaf(); }},
     {"wml", doNothing},
     {"sync",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          if (node.isRoot())
              node.device->sync(node.util->getMaxLatency());
          else
              node.device->sync(node.util->getParentMark());
      },
-     [](Node const &node) { return node.isRoot(); }},
+     [](SeqTransBase const &node) { return node.isRoot(); }},
     {"lock",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.util->setMark(node.device->getMark());
          node.sendToChildren(DevSeqEv::MLOCK);
          node.parked->release();
      }},
     {"recover",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.device->recover();
          node.sendToChildren(DevSeqEv::RECOVER);
      }},
     {"wss",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.sendToChildren(DevSeqEv::STOP);
          node.util->setSstoppedCount(0);
          node.parked->release();
      }},
     {"wssret",
-     [](Node const &node) { node.util->setSstoppedCount(node.util->getSstoppedCount() + 1); },
+     [](SeqTransBase const &node) {
+         node.util->setSstoppedCount(node.util->getSstoppedCount() + 1);
+     },
      // The condition is checked before this child is counted. The last child takes "stop".
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          return node.util->getNbChildren() != node.util->getSstoppedCount() + 1;
      }},
-    {"stop", [](Node const &node) { node.device->stop(); },
-     [](Node const &node) { return node.isLeaf(); }},
-    {"pstop", [](Node const &node) { node.parked->addEvent(DevSeqEv::STOP); }},
+    {"stop", [](SeqTransBase const &node) { node.device->stop(); },
+     [](SeqTransBase const &node) { return node.isLeaf(); }},
+    {"pstop", [](SeqTransBase const &node) { node.parked->addEvent(DevSeqEv::STOP); }},
     {"stopped",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.sendToParent(DevSeqEv::SSTOPPED);
          node.util->postDone();
      }},
-    {"abort", [](Node const &node) { node.device->abort(); }},
-    {"aborted", [](Node const &node) { node.util->postDone(); }},
+    {"abort", [](SeqTransBase const &node) { node.device->abort(); }},
+    {"aborted", [](SeqTransBase const &node) { node.util->postDone(); }},
     {"ignore", doNothing},
 };
 
-class SeqTransition final : public DevSMTransition
+class SeqTrans final : public DevSMTransition, private SeqTransBase
 {
 public:
-    SeqTransition(Transition const &transition, Node const &node)
-        : DevSMTransition(transition.name), _transition(transition), _node(node)
+    SeqTrans(SeqTransName const &transition, SeqTransBase const &node)
+        : DevSMTransition(transition.name), SeqTransBase(node), _transition(transition)
     {}
 
-    void execute() override { _transition.execute(_node); }
+    void execute() override { _transition.execute(*this); }
 
 private:
-    Transition const &_transition;
-    Node _node;
+    SeqTransName const &_transition;
 };
 
-class SeqConditionalTransition final : public DevSMConditionalTransition
+class SeqCondTrans final : public DevSMConditionalTransition, private SeqTransBase
 {
 public:
-    SeqConditionalTransition(Transition const &transition, Node const &node)
-        : DevSMConditionalTransition(transition.name), _transition(transition), _node(node)
+    SeqCondTrans(SeqTransName const &transition, SeqTransBase const &node)
+        : DevSMConditionalTransition(transition.name), SeqTransBase(node), _transition(transition)
     {}
 
-    void execute() override { _transition.execute(_node); }
-    bool condition() override { return _transition.condition(_node); }
+    void execute() override { _transition.execute(*this); }
+    bool condition() override { return _transition.condition(*this); }
 
 private:
-    Transition const &_transition;
-    Node _node;
+    SeqTransName const &_transition;
 };
 
 } // namespace
@@ -148,13 +149,13 @@ DevSeqTransFactory::~DevSeqTransFactory() = default;
 
 RCShdPtr<DevSMTransition> DevSeqTransFactory::create(LiString const &name)
 {
-    Node const node{_evPend, _nodeUtil, _prtclUtil};
-    for (Transition const &transition : transitions) {
+    SeqTransBase const node{_evPend, _nodeUtil, _prtclUtil};
+    for (SeqTransName const &transition : transitions) {
         if (name != transition.name)
             continue;
         if (transition.condition)
-            return makeShd<SeqConditionalTransition>(transition, node);
-        return makeShd<SeqTransition>(transition, node);
+            return makeShd<SeqCondTrans>(transition, node);
+        return makeShd<SeqTrans>(transition, node);
     }
     return nullptr;
 }
