@@ -1,8 +1,9 @@
-// The operating-system services that the library stands on, by their Windows names and with their semantics,
-// last-error codes included. On Windows they are the system's own; elsewhere the folder of the platform has them.
+// Services of the operating system, by their Windows names and with their semantics, including
+// last-error codes. On Windows they are the services of the system itself. For other systems the
+// folder of the platform implements them.
 //
-// Included by sources only. Only the classes with the suffix `Windows` or `WinNT`, the allocators, libzvbase and
-// the few utilities that name a service see this header.
+// Only sources may include this header: the classes with the suffix `Windows` or `WinNT`, the
+// allocators, libzvbase and the few utilities that name a service.
 #pragma once
 
 #include "zvbase/platform/types.h"
@@ -20,12 +21,13 @@
 #include <rpc.h>
 #include <timeapi.h>
 
-#ifdef __MINGW32__ // has it in its libraries, but in no header
+#ifdef __MINGW32__ // the function is in its libraries, but in no header
 extern "C" __declspec(dllimport) HRESULT
     __stdcall SetThreadDescription(HANDLE thread, PCWSTR description);
 #endif
 
-// Public classes hold a critical section without the system's header: these give its functions what they hold.
+// Public classes hold a `ZvPlatform::CriticalSection`, so that they need no header of the system.
+// These functions pass it to the system.
 
 static_assert(sizeof(CRITICAL_SECTION) <= sizeof(ZvPlatform::CriticalSection));
 
@@ -52,7 +54,7 @@ inline void DeleteCriticalSection(ZvPlatform::CriticalSection *section)
 
 #else
 
-// Exported, for libzvresmgt, under private names: the namespace is no part of any interface.
+// Exported for libzvresmgt only. The functions are not part of any public interface.
 #pragma GCC visibility push(default)
 
 namespace ZvPlatform {
@@ -77,7 +79,7 @@ inline constexpr DWORD TLS_MINIMUM_AVAILABLE = 64;
 inline constexpr DWORD TLS_OUT_OF_INDEXES = 0xFFFFFFFF;
 inline constexpr DWORD FLS_OUT_OF_INDEXES = 0xFFFFFFFF;
 
-// ---- last error -----------------------------------------------------------------------------------------
+// ---- last error ---------------------------------------------------------------------------------
 
 inline constexpr DWORD ERROR_SUCCESS = 0;
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
@@ -99,23 +101,27 @@ inline constexpr DWORD ERROR_INVALID_ADDRESS = 487;
 inline constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
 inline constexpr DWORD ERROR_TIMEOUT = 1460;
 
-/// The code that the calling thread's last failed service left. A service that succeeds leaves it alone, except
-/// where it makes an object that can have a name: then it is 0 or ERROR_ALREADY_EXISTS. TlsGetValue clears it, too.
+/// Returns the code that the last failed service of the calling thread has set. A service that
+/// succeeds does not change it, with two exceptions. A service that creates an object sets it to 0
+/// or ERROR_ALREADY_EXISTS if the object can have a name. `TlsGetValue` sets it to 0.
 DWORD GetLastError();
 void SetLastError(DWORD code);
 
-// ---- waiting --------------------------------------------------------------------------------------------
+// ---- waiting ------------------------------------------------------------------------------------
 
 inline constexpr DWORD WAIT_OBJECT_0 = 0;
 inline constexpr DWORD WAIT_ABANDONED = 0x80;
 inline constexpr DWORD WAIT_TIMEOUT = 258;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
-/// Waits for a mutex, semaphore, event, timer or thread. Milliseconds; INFINITE waits for ever, 0 only tries.
+/// Waits for a mutex, semaphore, event, timer or thread. The time is in milliseconds. INFINITE
+/// waits without a limit, and 0 only tries.
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
 DWORD WaitForSingleObjectEx(HANDLE object, DWORD milliseconds, BOOL alertable);
 
-/// Sleeps while the `size` bytes (1, 2, 4 or 8) at `address` equal those at `compare`. May wake without a cause.
+/// If the `size` bytes (1, 2, 4 or 8) at `address` equal those at `compare`, sleeps until the
+/// address is woken. May also return TRUE without a cause. Returns FALSE, with ERROR_TIMEOUT, if
+/// the time is over.
 BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds);
 void WakeByAddressSingle(void *address);
 void WakeByAddressAll(void *address);
@@ -124,14 +130,15 @@ BOOL CloseHandle(HANDLE object);
 
 inline constexpr DWORD DUPLICATE_CLOSE_SOURCE = 1;
 inline constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
-/// Makes a handle of what stands for the current thread; of another handle, one more that is closed by itself.
+/// Makes a handle of the calling thread from `GetCurrentThread()`. From another handle, makes one
+/// more handle of its object. Each handle must be closed separately.
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE *target,
                      DWORD access, BOOL inherit, DWORD options);
 
-// ---- mutexes, events, semaphores, timers ----------------------------------------------------------------
+// ---- mutexes, events, semaphores, timers --------------------------------------------------------
 
-// A name has less than MAX_PATH bytes, and no backslash but that of a prefix: "Local\" changes nothing, "Global\" makes
-// it another name.
+// A name must have fewer than MAX_PATH bytes, and no backslash except that of a prefix. The prefix
+// "Local\" has no effect. The prefix "Global\" makes it a different name.
 
 struct SECURITY_ATTRIBUTES;
 
@@ -143,7 +150,8 @@ BOOL ReleaseMutex(HANDLE mutex);
 HANDLE CreateEventA(SECURITY_ATTRIBUTES *, BOOL manualReset, BOOL initialState, char const *name);
 BOOL SetEvent(HANDLE event);
 BOOL ResetEvent(HANDLE event);
-/// Releases those who wait at this moment, all or one, and leaves the event unset.
+/// Releases threads that wait at this moment, all of them if the event is reset manually, else one.
+/// Leaves the event unset.
 BOOL PulseEvent(HANDLE event);
 
 HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCount,
@@ -156,19 +164,20 @@ union LARGE_INTEGER
     LONGLONG QuadPart;
 };
 
-/// A timer to wait for. A negative due time counts from now, in units of 100 ns; `period` is in milliseconds.
-/// Completion routines are not served.
+/// A timer to wait for. A negative due time counts from now, in units of 100 ns. Another due time
+/// is a moment of `GetSystemTimePreciseAsFileTime`. `period` is in milliseconds. A completion
+/// routine is refused with ERROR_NOT_SUPPORTED.
 HANDLE CreateWaitableTimerA(SECURITY_ATTRIBUTES *, BOOL manualReset, char const *name);
 BOOL SetWaitableTimer(HANDLE timer, LARGE_INTEGER const *dueTime, LONG period, void *routine,
                       void *argument, BOOL resume);
 BOOL CancelWaitableTimer(HANDLE timer);
 
-// The names that the system's headers map to the forms above.
+// The system's headers map these names to the forms above.
 #define CreateMutex CreateMutexA
 #define CreateEvent CreateEventA
 #define CreateSemaphore CreateSemaphoreA
 
-// ---- critical sections ----------------------------------------------------------------------------------
+// ---- critical sections --------------------------------------------------------------------------
 
 void InitializeCriticalSection(CRITICAL_SECTION *);
 void EnterCriticalSection(CRITICAL_SECTION *);
@@ -176,7 +185,7 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION *);
 void LeaveCriticalSection(CRITICAL_SECTION *);
 void DeleteCriticalSection(CRITICAL_SECTION *);
 
-// ---- threads and processes ------------------------------------------------------------------------------
+// ---- threads and processes ----------------------------------------------------------------------
 
 using LPTHREAD_START_ROUTINE = DWORD (*)(void *);
 
@@ -198,23 +207,27 @@ inline constexpr DWORD STILL_ACTIVE = 259;
 
 inline constexpr DWORD STACK_SIZE_PARAM_IS_A_RESERVATION = 0x10000;
 
-/// `stackSize` bytes are the thread's own frames' to use: thread-local storage, guard page and what a sanitizer
-/// needs come on top. 0 gives a mebibyte. The only flag that is served is the one above, which changes nothing here.
+/// The frames of the thread can use `stackSize` bytes. Thread-local storage, the guard page and
+/// what a sanitizer needs are added. 0 means 1 MiB. The only allowed flag is the one above, which
+/// has no effect here.
 HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function,
                     void *argument, DWORD flags, DWORD *threadId);
-/// Ends a thread wherever it is, waiting or computing. Its mutexes become abandoned, its handle is signalled;
-/// nothing of its stack is unwound. One that is killed inside the allocator may leave it locked.
-/// Returns when the thread is gone. On Linux a thread that computes is reached by a signal (linux/killing.h): one that
-/// has blocked it past the C library is gone at its next service.
+/// Ends a thread wherever it is, even if it waits or computes. Its mutexes become abandoned, and
+/// its handle is signalled. Its stack is not unwound. If it is killed inside the allocator, the
+/// allocator may stay locked. Returns when the thread is gone, unless it is the calling thread. On
+/// Linux a thread that computes is reached by a signal (linux/killing.h). If the thread has blocked
+/// that signal by a system call of its own, it ends at its next service.
 BOOL TerminateThread(HANDLE thread, DWORD exitCode);
 BOOL GetExitCodeThread(HANDLE thread, DWORD *exitCode);
-/// The first 15 bytes reach the system. What fails is told by the result, not by the last error.
+/// The system gets the first 15 bytes. Returns 0 or an error code, and does not change the last
+/// error.
 long SetThreadDescription(HANDLE thread, wchar_t const *name);
 
-/// Only threads that CreateThread made change their scheduling; for any other the level is merely remembered.
+/// Changes the scheduling of threads that CreateThread made. For other threads the level is only
+/// remembered.
 BOOL SetThreadPriority(HANDLE thread, int priority);
 int GetThreadPriority(HANDLE thread);
-/// REALTIME_PRIORITY_CLASS fails with ERROR_PRIVILEGE_NOT_HELD where the process may not have it.
+/// REALTIME_PRIORITY_CLASS fails with ERROR_PRIVILEGE_NOT_HELD if the process may not have it.
 BOOL SetPriorityClass(HANDLE process, DWORD priorityClass);
 DWORD GetPriorityClass(HANDLE process);
 
@@ -232,12 +245,13 @@ void *TlsGetValue(DWORD index);
 BOOL TlsSetValue(DWORD index, void *value);
 
 using PFLS_CALLBACK_FUNCTION = void (*)(void *);
-/// A slot whose value, where it is not null, goes to `callback` when its thread ends, whoever made that; not when it is
-/// killed. In the thread itself, which is still served.
+/// Returns a slot with a callback. If the slot's value is not null when a thread ends, that thread
+/// calls `callback` with the value, and can still use the services there. This holds for all
+/// threads, except for those that are killed.
 DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback);
 BOOL FlsSetValue(DWORD index, void *value);
 
-// ---- memory ---------------------------------------------------------------------------------------------
+// ---- memory -------------------------------------------------------------------------------------
 
 inline constexpr DWORD MEM_COMMIT = 0x1000;
 inline constexpr DWORD MEM_RESERVE = 0x2000;
@@ -250,7 +264,7 @@ inline constexpr DWORD PAGE_READWRITE = 0x04;
 void *VirtualAlloc(void *address, SIZE_T size, DWORD type, DWORD protection);
 BOOL VirtualFree(void *address, SIZE_T size, DWORD type);
 
-// ---- system ---------------------------------------------------------------------------------------------
+// ---- system -------------------------------------------------------------------------------------
 
 struct SYSTEM_INFO
 {
@@ -280,7 +294,7 @@ struct OSVERSIONINFOA
 void GetSystemInfo(SYSTEM_INFO *);
 BOOL GetVersionExA(OSVERSIONINFOA *);
 
-// ---- time -----------------------------------------------------------------------------------------------
+// ---- time ---------------------------------------------------------------------------------------
 
 struct FILETIME
 {
@@ -288,17 +302,17 @@ struct FILETIME
     DWORD dwHighDateTime;
 };
 
-/// Milliseconds of a monotonic clock; wraps after 49.7 days.
+/// Returns milliseconds of a monotonic clock. The number wraps around after 49.7 days.
 DWORD timeGetTime();
-/// A monotonic clock of QueryPerformanceFrequency ticks a second.
+/// A monotonic clock. It has `QueryPerformanceFrequency` ticks per second.
 BOOL QueryPerformanceCounter(LARGE_INTEGER *);
 BOOL QueryPerformanceFrequency(LARGE_INTEGER *);
 /// Universal time, in units of 100 ns since the first of January 1601.
 void GetSystemTimePreciseAsFileTime(FILETIME *);
-/// Milliseconds; 0 gives the processor away once.
+/// Sleeps for milliseconds. 0 yields the processor once.
 void Sleep(DWORD milliseconds);
 
-// ---- identifiers ----------------------------------------------------------------------------------------
+// ---- identifiers --------------------------------------------------------------------------------
 
 using RPC_STATUS = long;
 using RPC_CSTR = unsigned char *;
@@ -319,7 +333,7 @@ RPC_STATUS UuidCreate(UUID *);
 RPC_STATUS UuidCreateNil(UUID *);
 int UuidIsNil(UUID *, RPC_STATUS *);
 int UuidEqual(UUID *, UUID *, RPC_STATUS *);
-/// -1, 0 or 1, field by field as unsigned numbers.
+/// Returns -1, 0 or 1. The fields are compared one by one, as unsigned numbers.
 int UuidCompare(UUID *, UUID *, RPC_STATUS *);
 std::uint16_t UuidHash(UUID *, RPC_STATUS *);
 RPC_STATUS UuidFromStringA(RPC_CSTR text, UUID *);
@@ -338,7 +352,8 @@ using namespace ZvPlatform;
 
 namespace ZvPlatform {
 
-/// What linux/fastWays.h has is the service's alone here.
+/// On Windows and in the simulated form, only the services themselves do what linux/fastWays.h does
+/// inline.
 inline bool takeMutexAtOnce(Handle)
 {
     return false;

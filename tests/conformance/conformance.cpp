@@ -62,7 +62,7 @@ DWORD runBody(void *body)
     return (*static_cast<std::function<DWORD()> *>(body))();
 }
 
-/// As the system wants it, whose calls have a convention of their own.
+/// The form that the system calls. On Windows it has a calling convention of its own.
 #ifdef _WIN32
 DWORD WINAPI start(void *body)
 {

@@ -1,7 +1,8 @@
-// What the services answer, line by line, in words that are the same wherever the program runs.
+// Prints the answers of the services line by line, in the same words on every system.
 //
-// A line has the table, the scene, the call as it stands in the source, and what it returned and left as last error.
-// Nothing in it depends on time, addresses or the machine: a race is shown by what holds in each of its orders.
+// A line has the table, the scene, the call as it is written in the source, its result and its last
+// error. Nothing in it depends on time, addresses or the machine. A race is shown by what holds in
+// each of its orders.
 #pragma once
 
 #include "platform/services.h"
@@ -13,10 +14,10 @@
 
 namespace Conformance {
 
-/// A last error that no service sets: a call that leaves it alone is shown with "last error kept".
+/// A last error that no service sets. If a call leaves it alone, the line says "last error kept".
 inline constexpr DWORD UNTOUCHED = 4711;
 
-/// For a wait that ends long before, or has gone wrong.
+/// A time-out for waits that end long before, unless something has gone wrong.
 inline constexpr DWORD LONG_TIME = 60000;
 
 inline HANDLE badHandle()
@@ -24,16 +25,16 @@ inline HANDLE badHandle()
     return reinterpret_cast<HANDLE>(std::intptr_t{-1});
 }
 
-/// What the following lines begin with.
+/// Set what the following lines begin with.
 void table(char const *name);
 void scene(std::string const &name);
 
-// A call's line. They are to be called by the macros below, at once after the call.
+// Print the line of a call. The macros below call them immediately after the call.
 BOOL showTruth(char const *call, bool result);
 DWORD showWait(char const *call, DWORD result);
 HANDLE showHandle(char const *call, HANDLE result);
 void showNumber(char const *call, long long result);
-/// A line about what came of several calls.
+/// Prints a line about the result of several calls.
 void showText(std::string const &what, std::string const &text);
 void showCount(std::string const &what, long long count);
 
@@ -43,7 +44,7 @@ void showCount(std::string const &what, long long count);
 #define NUMBER(...)                                                                                \
     (SetLastError(UNTOUCHED), showNumber(#__VA_ARGS__, static_cast<long long>(__VA_ARGS__)))
 
-/// A thread of the services', whose end its destructor awaits.
+/// A thread of the services. The destructor waits for its end.
 class Runner
 {
 public:
@@ -63,13 +64,13 @@ private:
     HANDLE _thread;
 };
 
-/// Calls the body on another thread and waits for its end.
+/// Calls `body` on another thread and waits for its end.
 void elsewhere(std::function<void()> body);
 
-/// Waits for what surely comes.
+/// Waits for an object that is certain to be signalled.
 void await(HANDLE);
 
-/// Closes its handle at its end.
+/// Handle that is closed by the destructor.
 class Owned
 {
 public:
@@ -100,7 +101,7 @@ void showMemory();
 void showIdentifiers();
 void showSystem();
 
-/// All tables.
+/// Prints all tables.
 void show();
 
 } // namespace Conformance

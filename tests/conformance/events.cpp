@@ -73,8 +73,8 @@ void showBadHandles()
     TRUTH(CloseHandle(closed));
 }
 
-/// Threads that wait for an event. Nobody outside can see whether a thread waits already, so that a pulse is sent
-/// again until it has had its effect.
+/// Threads that wait for an event. Other threads cannot see whether a thread waits already, so a
+/// pulse is repeated until it has had its effect.
 class Waiters
 {
 public:

@@ -38,7 +38,7 @@ void showUse(SIZE_T page)
 
     scene("committed in parts");
     memory = static_cast<char *>(MADE(VirtualAlloc(nullptr, 8 * page, MEM_RESERVE, PAGE_NOACCESS)));
-    // From the page of its first byte to the page of its last.
+    // The pages from that of the first byte to that of the last.
     TRUTH(VirtualAlloc(memory + page + 1, page, MEM_COMMIT, PAGE_READWRITE) == memory + page);
     showText("two pages of zeros", isZero(memory + page, 2 * page) ? "yes" : "no");
     std::fill_n(memory + page, 2 * page, '\7');

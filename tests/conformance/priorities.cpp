@@ -1,5 +1,5 @@
-// Of levels and classes. What they do to a thread's scheduling cannot be seen here; the real-time class, which hangs on
-// privileges, is left out.
+// Levels and classes. Their effect on a thread's scheduling cannot be seen here. The real-time
+// class depends on privileges and is left out.
 #include "conformance/conformance.h"
 
 namespace Conformance {
@@ -36,7 +36,7 @@ void showLevels()
         NUMBER(GetThreadPriority(GetCurrentThread()));
         TRUTH(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL));
         NUMBER(GetThreadPriority(GetCurrentThread()));
-        // A new thread's level is its own.
+        // A new thread has a level of its own.
         elsewhere([] { NUMBER(GetThreadPriority(GetCurrentThread())); });
     });
 
@@ -59,7 +59,7 @@ void showClasses()
         scene("class " + std::to_string(value));
         TRUTH(SetPriorityClass(process, value));
         NUMBER(GetPriorityClass(process));
-        // A thread's level is counted from the class.
+        // A thread's level is relative to the class.
         NUMBER(GetThreadPriority(GetCurrentThread()));
     }
     for (DWORD value : {DWORD{0}, DWORD{1}, DWORD{33}, DWORD{512}}) {

@@ -23,7 +23,7 @@ void showCounting()
     TRUTH(ReleaseSemaphore(s, 1, nullptr));
     for (int i = 0; i < 6; ++i)
         WAIT(WaitForSingleObject(s, 0));
-    // Whoever has no unit may release one.
+    // A thread that has no unit may release one.
     elsewhere([&] { TRUTH(ReleaseSemaphore(s, 1, nullptr)); });
     WAIT(WaitForSingleObjectEx(s, 5, FALSE));
 }

@@ -1,5 +1,5 @@
-// The lines are to be the same on every schedule: they are printed as the first one gives them, and those of each
-// other one are held against them.
+// Runs the tables under many schedules. The lines must be the same under each of them. Those of the
+// first schedule are printed, and those of the others are compared with them.
 #include "conformance/conformance.h"
 #include "platform/simulated/simulation.h"
 
@@ -21,7 +21,8 @@ constexpr std::uint64_t SEEDS = 25;
     std::exit(1);
 }
 
-/// Runs the program in a process of its own. What it prints goes into `output`.
+/// Runs the tables in a process of its own, and puts their lines into `output`. Returns whether the
+/// process has ended without a failure.
 bool run(Simulated::Options const &options, Simulated::Record &record, int output)
 {
     record = {};
@@ -33,7 +34,8 @@ bool run(Simulated::Options const &options, Simulated::Record &record, int outpu
         ::dup2(output, STDOUT_FILENO);
         Simulated::begin(options, record);
         Conformance::show();
-        // The first thread has asked for a handle of its own, whose object lives as long as it does.
+        // The first thread has asked for a handle of its own, whose object lives as long as that
+        // thread.
         Simulated::end({.objects = 1, .threads = 0});
         ::_exit(0);
     }

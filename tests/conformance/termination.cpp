@@ -1,4 +1,4 @@
-// Threads that are ended from outside. Nothing of a victim's stack is unwound, so that it owns nothing.
+// Ends of threads from outside. The stack of a victim is not unwound, so a victim owns nothing.
 #include "conformance/conformance.h"
 #include "zvbase/platform/interlocked.h"
 
@@ -91,7 +91,7 @@ DWORD ENTRY endAtOnce(void *)
 
 using Body = DWORD(ENTRY *)(void *);
 
-/// A thread in the midst of a body, and what it looks like when it is killed.
+/// A thread inside a body, and the lines about its end.
 class Victim
 {
 public:
@@ -236,7 +236,8 @@ void showEnds()
     TRUTH(GetExitCodeThread(ended, &code));
     showCount("exit code", code);
 
-    // By another while it begins or ends, a thread may have locks of the system's own: that is no row here.
+    // A thread that another one ends while it begins or ends may hold locks of the system. The
+    // table has no row for that.
     scene("by two at once");
     int ends = 0;
     for (int round = 0; round < 5; ++round) {
@@ -262,8 +263,8 @@ void showEnds()
     TRUTH(TerminateThread(e, 0));
 }
 
-/// The last of all: a thread that is killed in a queue of its process's own may stay there, and come in the way of those
-/// that wait in it later.
+/// Must be the last. A thread that is killed in a queue of its process may remain there, and
+/// disturb threads that wait there later.
 void showQueues()
 {
     scene("while it waits for an address");

@@ -9,7 +9,7 @@ struct Section
     Section() { InitializeCriticalSection(&section); }
     ~Section() { DeleteCriticalSection(&section); }
 
-    /// Whether another thread could enter now.
+    /// Returns whether another thread could enter now.
     bool isFree()
     {
         bool free = false;

@@ -111,8 +111,8 @@ TEST(PlatformEvent, APulseWithoutAWaiterIsLost)
 
 namespace {
 
-/// Waiters of an event, and how many have come back. Whether a thread waits already cannot be seen from outside, so
-/// pulses are sent until they have had their effect.
+/// Waiters of an event, and how many have been released. A test cannot see whether a thread waits
+/// already, so it sends pulses until they have had their effect.
 struct Waiters
 {
     Waiters(HANDLE event, int count)
@@ -165,7 +165,7 @@ TEST(PlatformEvent, EachPulseReleasesAtMostOneWaiterOfAnAutomaticOne)
     while (waiters.released < 6) {
         ++pulses;
         EXPECT_TRUE(PulseEvent(e));
-        // Whoever is released by this pulse was released by no later one.
+        // Each released waiter has used up a pulse of its own.
         EXPECT_LE(waiters.released, pulses);
         Sleep(0);
     }
@@ -176,7 +176,7 @@ TEST(PlatformEvent, EachPulseReleasesAtMostOneWaiterOfAnAutomaticOne)
 
 TEST(PlatformEvent, APulseReleasesNobodyWhoComesLater)
 {
-    // A thread that pulses and waits itself is the only waiter: it must find nothing.
+    // The thread that pulses is the only one that waits afterwards, and must find nothing.
     Owned const e = manualEvent();
     for (int i = 0; i < 1000; ++i) {
         EXPECT_TRUE(PulseEvent(e));
@@ -245,14 +245,14 @@ TEST(PlatformEvent, WhoeverIsReleasedMayCloseIt)
 
 TEST(PlatformEvent, AHandleClosedUnderAWaiterIsHarmless)
 {
-    // The waiter keeps the object, which nobody can set any more.
+    // The waiter keeps the object, although no thread can set the event.
     for (int round = 0; round < 50; ++round) {
         HANDLE const e = CreateEventA(nullptr, TRUE, FALSE, nullptr);
         Owned const begun = manualEvent();
         Runner other([&] {
             SetEvent(begun);
             DWORD const result = WaitForSingleObject(e, 2);
-            // A wait that comes too late is refused.
+            // A wait that begins after the event is closed fails.
             EXPECT_TRUE(result == WAIT_TIMEOUT || result == WAIT_FAILED);
             return 0;
         });

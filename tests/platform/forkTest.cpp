@@ -1,4 +1,4 @@
-// What the child of a fork may do with the services.
+// Services in the child of a fork.
 #include "platform/platformTest.h"
 
 #include "threadExtensions/asleep.h"
@@ -18,7 +18,7 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// Forks. The child ends with what `body` returns, and by a signal if that takes too long.
+/// Forks. The child exits with the result of `body`. A signal ends it if that takes too long.
 template <class Body>
 pid_t startChild(Body const &body)
 {
@@ -38,7 +38,7 @@ void expectEnd(pid_t child)
     EXPECT_EQ(status, 0);
 }
 
-/// The line of the child's first failed check is its exit code.
+/// Makes the line of the child's first failed check its exit code.
 #define ZV_CHECK(...)                                                                              \
     do {                                                                                           \
         if (!(__VA_ARGS__))                                                                        \
@@ -52,7 +52,7 @@ std::string nameFor(char const *what)
 
 constexpr char const *NAME = "ZV_FORK_NAME";
 
-/// A process that knows nothing of this one but the name.
+/// Returns what a process sees that knows only the name of the semaphore.
 int whatAStrangerSees(char const *test, std::string const &name)
 {
     setVariable(NAME, name.c_str());
@@ -65,14 +65,14 @@ constexpr int SEEN = 10, NOT_SEEN = 11;
 
 } // namespace
 
-/// No test: a process that looks for a semaphore.
+/// Not a test: a process that looks for a semaphore.
 TEST(PlatformFork, DISABLED_Stranger)
 {
     if (char const *name = std::getenv(NAME))
         std::_Exit(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name) ? SEEN : NOT_SEEN);
 }
 
-/// No test: a process that ends with a semaphore open.
+/// Not a test: a process that ends with a semaphore open.
 TEST(PlatformFork, DISABLED_Careless)
 {
     if (char const *name = std::getenv(NAME))
@@ -81,7 +81,7 @@ TEST(PlatformFork, DISABLED_Careless)
 
 TEST(PlatformFork, AChildMakesObjectsWhateverOthersWereDoing)
 {
-    // Each keeps a lock of the layer's busy.
+    // Each body keeps one lock of the layer busy.
     void (* const bodies[])() = {[] { Owned const m = mutex(); }, [] { TlsFree(TlsAlloc()); },
                                  [] { Owned const m = mutex(nameFor("busy").c_str()); },
                                  [] {
@@ -134,13 +134,13 @@ TEST(PlatformFork, OtherThreadsHaveEndedForTheChild)
         ZV_CHECK(TerminateThread(other.handle(), 0));
         ZV_CHECK(WaitForSingleObject(held, INFINITE) == WAIT_ABANDONED);
         ZV_CHECK(ReleaseMutex(held));
-        // It no longer waits: the unit is the child's.
+        // The other thread does not wait in the child, so the child gets the unit.
         ZV_CHECK(ReleaseSemaphore(s, 1, nullptr));
         ZV_CHECK(WaitForSingleObject(s, 0) == WAIT_OBJECT_0);
         ZV_CHECK(SetEvent(go));
         return 0;
     }));
-    // Nothing of that has happened here.
+    // The child has changed nothing in this process.
     EXPECT_EQ(WaitForSingleObject(other.handle(), 0), WAIT_TIMEOUT);
     EXPECT_EQ(WaitForSingleObject(held, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(ReleaseSemaphore(s, 1, nullptr));
@@ -250,7 +250,8 @@ TEST(PlatformNames, APostIsNotLostWithAProcessThatDiesOfIt)
         EXPECT_EQ(::waitpid(first, &status, 0), first);
         while (!isOver && !Zv::isAsleep(number))
             Sleep(0);
-        // One that sleeps has looked, and the unit was gone with the first.
+        // A thread that sleeps has looked for the unit. The first process had then taken the unit
+        // before it died.
         LONG left = 0;
         EXPECT_TRUE(ReleaseSemaphore(s, 1, &left));
         EXPECT_TRUE(isOver || left == 0) << round;
@@ -262,7 +263,7 @@ TEST(PlatformNames, APostIsNotLostWithAProcessThatDiesOfIt)
 
 namespace {
 
-/// Whether a file of the semaphore is in a folder of `user`.
+/// Returns whether a file of the semaphore is in the folder of `user`.
 bool hasFile(uid_t user, std::string const &name)
 {
     DIR *folder = ::opendir(("/dev/shm/zvresmgt-" + std::to_string(user)).c_str());
@@ -297,7 +298,7 @@ TEST(PlatformNames, TheMaskOfAProcessBarsNobody)
             std::string const name = nameFor("masked");
             HANDLE const s = CreateSemaphoreA(nullptr, 0, 1, name.c_str());
             ZV_CHECK(s && GetLastError() == ERROR_SUCCESS);
-            // Another process of that user, with another mask.
+            // A second process of that user, with another mask.
             pid_t const other = ::fork();
             if (other == 0) {
                 ::umask(022);
@@ -313,7 +314,7 @@ TEST(PlatformNames, TheMaskOfAProcessBarsNobody)
         }));
         EXPECT_EQ(::rmdir(folder.c_str()), 0);
     }
-    // What one left that ended before it could put its folder right.
+    // A process that ended before its `chmod` leaves such a folder.
     EXPECT_EQ(::mkdir(folder.c_str(), 0), 0);
     EXPECT_EQ(::chown(folder.c_str(), user, user), 0);
     expectEnd(startChild([&] {

@@ -1,4 +1,4 @@
-// What the services here do beyond, or instead of, what the system of their names does.
+// What the services on Linux do beyond Windows, or differently.
 #include "platform/platformTest.h"
 
 #include <algorithm>
@@ -13,7 +13,8 @@
 
 using namespace ZvTest;
 
-// The linker leads the layer's calls of these here.
+// The linker replaces the layer's calls of these functions by calls of the `__wrap_` functions
+// below.
 
 extern "C" int __real_sched_getaffinity(pid_t, std::size_t, cpu_set_t *);
 extern "C" int __real_sched_setaffinity(pid_t, std::size_t, cpu_set_t const *);
@@ -22,10 +23,10 @@ extern "C" int __real_pthread_create(pthread_t *, pthread_attr_t const *, void *
 
 namespace {
 
-/// What every thread may run on while it is not empty: a machine that this one is not.
+/// If this is not empty, every thread may run on these processors instead of those of the machine.
 cpu_set_t playedProcessors{};
 cpu_set_t lastSet{};
-thread_local int refusal = 0; // of the next thread
+thread_local int refusal = 0; // error for the next thread
 
 bool isPlayed()
 {
@@ -93,7 +94,7 @@ TEST(PlatformThread, ARefusalSaysWhetherThereIsMemory)
 
 TEST(PlatformPriority, ARefusedThreadIsNoMissingPrivilege)
 {
-    // Whether real time is allowed is found out by a thread.
+    // A thread finds out whether real-time operation is allowed.
     refusal = EAGAIN;
     EXPECT_FAILS(ERROR_MAX_THRDS_REACHED,
                  SetPriorityClass(GetCurrentProcess(), REALTIME_PRIORITY_CLASS));
@@ -103,14 +104,14 @@ TEST(PlatformPriority, ARefusedThreadIsNoMissingPrivilege)
 
 TEST(PlatformThread, IsMadeAlsoIfItsProcessorsAreGone)
 {
-    // The first attempt fails, and the second one asks for no processors.
+    // The first attempt fails. The second one asks for no processors.
     refusal = EINVAL;
     Runner t([] { return DWORD{3}; });
     t.join();
     EXPECT_EQ(t.exitCode(), 3u);
 }
 
-/// No test: the process of the test below.
+/// Not a test: the process of the test below.
 TEST(PlatformMemory, DISABLED_LittleAddressSpaceIsEnough)
 {
     Owned const go = manualEvent();
@@ -166,7 +167,7 @@ TEST(PlatformThread, TheFirst15BytesOfANameReachTheSystem)
     EXPECT_EQ(seen[1], "a name of more ");
     // A character is never cut in two.
     EXPECT_EQ(seen[2], "fourteen bytes");
-    // A byte of no character.
+    // These bytes are part of no character.
     EXPECT_EQ(seen[3], "\xF6\x80");
 }
 
@@ -185,7 +186,8 @@ TEST(PlatformThread, AThreadMayEndByPthreadExit)
 
 TEST(PlatformThread, NumbersComeRoundAgain)
 {
-    // What a thread has of the layer is given back, however the thread ends: else the numbers would run out.
+    // The block of a thread is given back, however the thread ends. Otherwise the numbers would run
+    // out.
     Owned const never = manualEvent();
     std::set<DWORD> numbers;
     for (int i = 0; i < 400; ++i) {
@@ -227,7 +229,8 @@ TEST(PlatformTermination, IsOverWhenItReturns)
 
 namespace {
 
-/// The C library keeps a large stack, and what it knows of the thread with it, for the next that wants as much.
+/// The C library keeps a large stack, together with its data of the thread, for the next thread
+/// that wants one of that size.
 constexpr SIZE_T LARGE = 0x1000000;
 
 void killOneWithALargeStack()
@@ -263,7 +266,7 @@ TEST(PlatformTermination, AThreadThatOthersMakeInItsPlaceIsNotTakenForIt)
     for (int round = 0; round < 50; ++round) {
         killOneWithALargeStack();
         Owned const go = manualEvent();
-        // It has the victim's place among our threads, where the stranger might have it among theirs.
+        // The new thread gets the victim's block, and the stranger may get the victim's stack.
         Runner successor([&] { return WaitForSingleObject(go, LONG_TIME); });
         runAStrangerOnALargeStack();
         EXPECT_EQ(WaitForSingleObject(successor.handle(), 0), WAIT_TIMEOUT);
@@ -325,7 +328,8 @@ TEST(PlatformTermination, ASectionsWaitersAreNotForgotten)
             },
             &scene, 0, nullptr));
         WaitForSingleObject(victimBegun, INFINITE);
-        // A victim that is killed inside keeps the section, so it is killed while the section is ours.
+        // A victim that is killed inside the section keeps it. It is therefore killed while this
+        // thread owns the section.
         Runner behind([&] {
             SetEvent(begun);
             EnterCriticalSection(&scene.section);

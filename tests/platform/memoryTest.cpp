@@ -32,7 +32,7 @@ TEST(PlatformMemory, CommittedPagesAreZeroAndWritable)
     EXPECT_EQ(GetLastError(), UNTOUCHED);
     ASSERT_NE(memory, nullptr);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % info.dwAllocationGranularity, 0u);
-    // Whole pages are given.
+    // Memory is given in whole pages.
     EXPECT_TRUE(isZero(memory, 4 * page()));
     std::memset(memory, 1, 4 * page());
     EXPECT_SUCCEEDS(VirtualFree(memory, 0, MEM_RELEASE));
@@ -43,11 +43,11 @@ TEST(PlatformMemory, AReservationIsCommittedInParts)
     SIZE_T const size = page();
     auto *memory = static_cast<char *>(VirtualAlloc(nullptr, 8 * size, MEM_RESERVE, PAGE_NOACCESS));
     ASSERT_NE(memory, nullptr);
-    // From the page of its first byte to the page of its last.
+    // The pages from that of the first byte to that of the last.
     EXPECT_EQ(VirtualAlloc(memory + size + 1, size, MEM_COMMIT, PAGE_READWRITE), memory + size);
     EXPECT_TRUE(isZero(memory + size, 2 * size));
     std::memset(memory + size, 7, 2 * size);
-    // Committed once more it keeps what is in it.
+    // Memory that is committed again keeps its contents.
     EXPECT_EQ(VirtualAlloc(memory + size, size, MEM_COMMIT, PAGE_READWRITE), memory + size);
     EXPECT_EQ(memory[size], 7);
     EXPECT_SUCCEEDS(VirtualFree(memory + size, size, MEM_DECOMMIT));
@@ -84,7 +84,7 @@ TEST(PlatformMemory, MisuseFails)
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, 0, PAGE_READWRITE));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, MEM_RELEASE, PAGE_READWRITE));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, MEM_RESERVE, 0));
-    // All that a process can have, in which there is something already.
+    // All the addresses that a process can have, of which some are in use already.
     EXPECT_FAILS(ERROR_NOT_ENOUGH_MEMORY,
                  VirtualAlloc(nullptr, SIZE_T{0x7FFF} << 32, MEM_RESERVE, PAGE_NOACCESS));
     for (SIZE_T tooMuch : {SIZE_T{1} << 60, SIZE_T{SIZE_MAX}})

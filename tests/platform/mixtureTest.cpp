@@ -1,5 +1,5 @@
-// All that threads wait for, by threads that go from one to the next at random: what one wait leaves behind meets the
-// next one, of another kind.
+// Threads that wait for objects of all kinds, in random order. What one wait leaves behind meets
+// the next one, which is of another kind.
 #include "platform/platformTest.h"
 
 #include <array>
@@ -83,7 +83,7 @@ private:
             return;
         ++mine.rounds;
         ++rounds[which];
-        // Its owner may be slow, and may wait for other things.
+        // The owner may be slow, and may wait for other objects.
         if (below(4) == 0)
             takeToken();
         if (below(8) == 0)
@@ -143,7 +143,7 @@ private:
         }
     }
 
-    /// One that lives for a single wait; its place is the next one's.
+    /// Runs a thread for a single wait. The next thread reuses its block.
     void thread()
     {
         HANDLE const event = _mixture.events[below(2)];

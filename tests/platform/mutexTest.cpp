@@ -96,7 +96,7 @@ TEST(PlatformMutex, MayBeClosedWhileHeld)
     HANDLE const m = CreateMutexA(nullptr, TRUE, nullptr);
     EXPECT_TRUE(CloseHandle(m));
     EXPECT_WAIT_FAILS(WaitForSingleObject(m, 0));
-    // The owner's next mutexes are not confused by it.
+    // The closed mutex does not disturb the owner's next mutexes.
     Owned const next = mutex();
     ASSERT_EQ(WaitForSingleObject(next, 0), WAIT_OBJECT_0);
     EXPECT_TRUE(ReleaseMutex(next));
@@ -132,7 +132,7 @@ TEST(PlatformMutex, AnOwnerThatEndsAbandonsIt)
     owner.join();
     EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_ABANDONED);
     EXPECT_EQ(WaitForSingleObject(n, INFINITE), WAIT_ABANDONED);
-    // It is the new owner's once, and as good as new.
+    // The new owner has taken the mutex once, and can use it like a new one.
     EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_OBJECT_0);
     EXPECT_TRUE(ReleaseMutex(m));
     EXPECT_TRUE(ReleaseMutex(m));
@@ -194,7 +194,7 @@ TEST(PlatformMutex, ExcludesUnderContention)
         for (int i = 0; i < THREADS; ++i)
             runners.push_back(std::make_unique<Runner>([&, i] {
                 for (int round = 0; round < ROUNDS; ++round) {
-                    // Some wait for ever, some try, some give up quickly.
+                    // Some wait without a limit, one only tries, and one gives up quickly.
                     DWORD const patience = i == 0 ? 0 : i == 1 ? 1 : INFINITE;
                     while (WaitForSingleObject(m, patience) != WAIT_OBJECT_0) {
                     }
@@ -215,7 +215,7 @@ TEST(PlatformMutex, ExcludesUnderContention)
 
 TEST(PlatformMutex, ATimeMayBeUpWhileTheWakeUpIsOnItsWay)
 {
-    // So many time-outs and wake-ups that some cross.
+    // There are so many time-outs and wake-ups that some of them coincide.
     constexpr int THREADS = 16, ROUNDS = 1000;
     Owned const m = mutex();
     LARGE_INTEGER frequency;

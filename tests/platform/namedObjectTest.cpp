@@ -49,7 +49,7 @@ TEST(PlatformNames, BothHandlesAreOneObject)
 {
     std::string const name = nameFor("shared");
     Owned first(CreateEventA(nullptr, TRUE, FALSE, name.c_str()));
-    // What exists keeps its kind and state.
+    // An object that exists keeps its kind and state.
     Owned const second(CreateEventA(nullptr, FALSE, TRUE, name.c_str()));
     EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(SetEvent(first));
@@ -296,11 +296,11 @@ TEST(PlatformNames, WaitersOfASemaphoreWithANameAreServed)
 
 namespace {
 
-/// Set in a process that a test has started: what to do there.
+/// Tells a process that a test has started what to do.
 constexpr char const *ROLE = "ZV_CONFORMANCE_ROLE";
 constexpr char const *NAME = "ZV_CONFORMANCE_NAME";
 
-/// What a process finds in its environment from the beginning of this to its end.
+/// The environment in which a process finds its role, as long as this object lives.
 struct Role
 {
     Role(char const *role, std::string const &name)
@@ -327,7 +327,7 @@ bool is(char const *role)
 
 } // namespace
 
-/// No test: what the processes do that the tests below start.
+/// Not a test: the processes that the tests below start.
 TEST(PlatformNames, DISABLED_OtherProcess)
 {
     if (!std::getenv(ROLE))
@@ -363,7 +363,7 @@ TEST(PlatformNames, ASemaphoreWorksBetweenProcesses)
         ASSERT_EQ(WaitForSingleObject(b, LONG_TIME), WAIT_OBJECT_0);
     }
     expectSuccess(child);
-    // The other process has closed its handles; ours keep the objects.
+    // The other process has closed its handles. Those of this process keep the objects.
     Owned const again(CreateSemaphoreA(nullptr, 0, 1000, name.c_str()));
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
 }

@@ -1,5 +1,5 @@
-// Small helpers for the conformance tests. The tests know the services by their header alone, so that the same source
-// tells whether any other implementation conforms.
+// Helpers for the conformance tests. The tests use the services only through their header. The same
+// sources therefore show whether another implementation conforms.
 #pragma once
 
 #include "childProcess.h"
@@ -19,7 +19,7 @@ inline HANDLE const INVALID = reinterpret_cast<HANDLE>(std::intptr_t{-1});
 /// A last error that no service sets.
 inline constexpr DWORD UNTOUCHED = 4711;
 
-/// Closes its handle at its end.
+/// Handle that is closed by the destructor.
 class Owned
 {
 public:
@@ -57,10 +57,10 @@ inline Owned semaphore(LONG count = 0, LONG maximum = 0x7FFFFFFF)
     return Owned(CreateSemaphoreA(nullptr, count, maximum, nullptr));
 }
 
-/// Waits for ever where a test could hang only if it has failed: 60 seconds.
+/// A time-out of 60 seconds, for waits that would never end if a test has failed.
 inline constexpr DWORD LONG_TIME = 60000;
 
-/// A thread by the services, joined at its end.
+/// A thread of the services, joined by the destructor.
 class Runner
 {
 public:
@@ -90,7 +90,7 @@ private:
     Owned _thread;
 };
 
-/// What a wait does on a thread of its own.
+/// Returns the result of a wait on a thread of its own.
 inline DWORD waitElsewhere(HANDLE handle, DWORD milliseconds)
 {
     DWORD result = 0;
@@ -112,7 +112,7 @@ DWORD useStack(void *)
     return static_cast<DWORD>(frame[SIZE - 1]);
 }
 
-/// A thread with a stack of `stackSize` has SIZE bytes of it for a frame, to the last one.
+/// Checks that a thread with a stack of `stackSize` bytes can use a frame of SIZE bytes.
 template <std::size_t SIZE>
 void usesStack(SIZE_T stackSize)
 {
@@ -123,14 +123,15 @@ void usesStack(SIZE_T stackSize)
     EXPECT_EQ(code, 1u);
 }
 
-/// Starts this program anew for one test alone, which is disabled otherwise: what is done there is another process's.
+/// Starts this program again for one test, which is disabled otherwise. That test runs in a process
+/// of its own.
 inline ChildProcess startElsewhere(std::string const &test)
 {
     return ChildProcess(
         {"--gtest_filter=" + test, "--gtest_also_run_disabled_tests", "--gtest_brief=1"});
 }
 
-/// The process that a test has started ends well.
+/// Checks that the process that a test has started ends without a failure.
 inline void expectSuccess(ChildProcess &child)
 {
     ChildProcess::End const end = child.await();

@@ -1,4 +1,4 @@
-// What becomes of levels and classes: Linux has its own way of running threads.
+// Levels and classes as Linux schedules them.
 #include "platform/platformTest.h"
 
 #include <algorithm>
@@ -22,8 +22,9 @@ constexpr int LEVELS[] = {-15, -2, -1, 0, 1, 2, 15};
 
 } // namespace
 
-// The linker leads the layer's calls of these two here. A process that may not raise its limits cannot have one that
-// lets it raise its threads half way, so such a kernel is played.
+// The linker replaces the layer's calls of these functions by calls of the `__wrap_` functions
+// below. A process that may not raise its limits cannot get a limit that lets it raise its threads
+// half way, so these tests play such a kernel.
 
 extern "C" int __real_getrlimit(__rlimit_resource_t, rlimit *);
 extern "C" int __real_getpriority(__priority_which_t, id_t);
@@ -31,7 +32,7 @@ extern "C" int __real_setpriority(__priority_which_t, id_t, int);
 
 namespace {
 
-/// Keeps to the kernel's rule: a nice value may rise, and may fall as far as the limit.
+/// Follows the kernel's rule: a nice value may rise, and may fall as far as the limit.
 class PlayedKernel
 {
 public:
@@ -121,7 +122,7 @@ Scheduling ownScheduling()
     return result;
 }
 
-/// A thread that says how it is scheduled each time that it is asked.
+/// A thread that reports its scheduling each time that it is asked.
 class Informant
 {
 public:
@@ -184,7 +185,7 @@ bool dropPrivileges()
     return ::syscall(SYS_capset, &header, data) == 0 && limited;
 }
 
-/// Runs a disabled test in a process of its own, which is to give up its privileges.
+/// Runs a disabled test in a process of its own, in which it gives up its privileges.
 void passesElsewhere(char const *test)
 {
     ChildProcess child = startElsewhere(test);
@@ -225,7 +226,7 @@ TEST(PlatformPriority, LevelsBecomeRealTimePriorities)
         EXPECT_EQ(t.ask().policy, SCHED_RR);
         EXPECT_EQ(t.ask().priority, REAL_TIME[level]);
     }
-    // Threads that others made never change.
+    // Threads that CreateThread has not made never change.
     EXPECT_EQ(ownScheduling(), mine);
     EXPECT_TRUE(SetPriorityClass(GetCurrentProcess(), NORMAL_PRIORITY_CLASS));
     EXPECT_EQ(t.ask(), (Scheduling{SCHED_OTHER, 0, -14}));
@@ -250,7 +251,7 @@ TEST(PlatformPriority, AThreadMadeInRealTimeRunsInRealTimeAndItsChildToo)
             return 0;
         });
         parent.join();
-        // A new thread's level is its own, not its parent's.
+        // A new thread has a level of its own, and does not inherit that of its parent.
         EXPECT_EQ(child.policy, SCHED_RR);
         EXPECT_EQ(child.priority, 24);
     }
@@ -316,7 +317,7 @@ TEST(PlatformPriority, DISABLED_EveryLevelIsAcceptedAndNoneChangesAThread)
 
 TEST(PlatformPriority, WithoutPrivilegeEveryLevelIsAcceptedAndNoneChangesAThread)
 {
-    // It may not be raised, and is not lowered because it could not be raised again.
+    // The thread may not be raised. It is not lowered either, because it could not be raised again.
     passesElsewhere("PlatformPriority.DISABLED_EveryLevelIsAcceptedAndNoneChangesAThread");
 }
 
@@ -410,7 +411,7 @@ TEST(PlatformPriority, WithoutPrivilegeAPolicyThatCannotBeLeftIsKept)
 
 namespace {
 
-/// A thread that stays, on a kernel that is played.
+/// A thread that runs until the end of the test, on a kernel that is played.
 struct Subject
 {
     explicit Subject(int lowestNice) : kernel(lowestNice)
@@ -472,7 +473,7 @@ TEST(PlatformPriority, ALevelThatDoesNotChangeMakesNoSystemCall)
     EXPECT_EQ(t.niceAt(THREAD_PRIORITY_NORMAL), 0);
     EXPECT_EQ(nbNiceCalls, 0);
     EXPECT_EQ(t.niceAt(THREAD_PRIORITY_IDLE), 14);
-    EXPECT_EQ(nbNiceCalls, 2); // one to see whether it can come back
+    EXPECT_EQ(nbNiceCalls, 2); // one tries whether the thread could be raised again
     EXPECT_EQ(t.niceAt(THREAD_PRIORITY_IDLE), 14);
     EXPECT_EQ(nbNiceCalls, 2);
     EXPECT_EQ(t.niceAt(THREAD_PRIORITY_NORMAL), 0);

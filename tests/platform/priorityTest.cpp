@@ -6,7 +6,7 @@ namespace {
 
 constexpr int LEVELS[] = {-15, -2, -1, 0, 1, 2, 15};
 
-/// A thread that stays until the test ends.
+/// A thread that runs until the end of the test.
 struct Waiting
 {
     Owned go = manualEvent();

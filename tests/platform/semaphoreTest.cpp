@@ -96,7 +96,7 @@ TEST(PlatformSemaphore, NoUnitIsLostOrMade)
     for (int i = 0; i < THREADS; ++i) {
         runners.push_back(std::make_unique<Runner>([&, i] {
             for (int round = 0; round < ROUNDS; ++round) {
-                // One of them gives up now and then, in the midst of releases.
+                // One of the threads gives up now and then, while others release units.
                 while (WaitForSingleObject(s, i == 0 ? 1 : LONG_TIME) != WAIT_OBJECT_0) {
                 }
                 ++taken;

@@ -1,4 +1,4 @@
-// Ends of threads that have blocked signals, and what becomes of the application's own signals.
+// Ends of threads that have blocked signals, and the application's own signals.
 #include "platform/platformTest.h"
 
 #include "zvbase/platform/interlocked.h"
@@ -34,14 +34,14 @@ void blockAllSignals()
     ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
 }
 
-/// Also those that the C library keeps for itself.
+/// Blocks all signals, including those that the C library keeps for itself.
 void blockAllSignalsPastTheLibrary()
 {
     std::uint64_t const all = ~std::uint64_t{0};
     ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &all, nullptr, sizeof all);
 }
 
-/// What a victim finds; it has no frame but its function's.
+/// The data of a victim, which has no frame except that of its function.
 struct Scene
 {
     HANDLE begun = CreateEventA(nullptr, TRUE, FALSE, nullptr);
@@ -72,7 +72,7 @@ Scene &sceneOf(void *data)
     return *static_cast<Scene *>(data);
 }
 
-/// Ends the thread from another one, which must come back.
+/// Kills a thread from another thread, and checks that the call returns.
 void expectKilled(HANDLE thread)
 {
     Runner killer([&] { return TerminateThread(thread, 7); });
@@ -189,7 +189,7 @@ TEST(PlatformSignals, AThreadThatSleepsOrWaitsInItsProcessIsEndedWithoutAny)
             EnterCriticalSection(&scene.section);
             expectKilled(scene.start(body));
             LeaveCriticalSection(&scene.section);
-            // The victim has not taken it along.
+            // The victim does not keep the section.
             EXPECT_TRUE(TryEnterCriticalSection(&scene.section));
             LeaveCriticalSection(&scene.section);
         }
@@ -207,9 +207,9 @@ TEST(PlatformSignals, AThreadThatHasBlockedThemPastTheLibraryEndsAtItsNextServic
             GetThreadPriority(GetCurrentThread());
     });
     while (!Interlocked::loadAcquire(scene.rounds))
-        Sleep(0); // until it has left the service that said that it has begun
+        Sleep(0); // until it has left the service that reported its beginning
     Runner killer([&] { return TerminateThread(victim, 7); });
-    // Neither the process nor what is asked of the victim waits for the killer.
+    // While the killer waits, the process goes on and the victim's handle can be used.
     EXPECT_EQ(GetThreadPriority(victim), THREAD_PRIORITY_NORMAL);
     EXPECT_EQ(WaitForSingleObject(victim, 0), WAIT_TIMEOUT);
     Interlocked::storeRelease(scene.isToGoOn, 1L);
@@ -219,7 +219,7 @@ TEST(PlatformSignals, AThreadThatHasBlockedThemPastTheLibraryEndsAtItsNextServic
     EXPECT_TRUE(CloseHandle(victim));
 }
 
-/// No test: the process of the test below.
+/// Not a test: the process of the test below.
 TEST(PlatformSignals, DISABLED_NoneOfTheApplicationsIsTaken)
 {
     std::vector<void (*)(int)> const before = handlers();
@@ -236,7 +236,7 @@ TEST(PlatformSignals, NoneOfTheApplicationsIsTaken)
     runElsewhere("NoneOfTheApplicationsIsTaken");
 }
 
-/// No test: the process of the test below.
+/// Not a test: the process of the test below.
 TEST(PlatformSignals, DISABLED_AnApplicationMayHandleOrIgnoreAll)
 {
     for (auto handler : {SIG_IGN, +[](int) {}}) {
@@ -273,7 +273,7 @@ TEST(PlatformSignals, TheLibraryStillGetsItsOwn)
         }
         return 0;
     });
-    // The C library changes the user of each thread by a signal, and waits until all have.
+    // The C library changes the user of each thread by a signal, and waits for all of them.
     EXPECT_EQ(::setresuid(::getuid(), ::geteuid(), static_cast<uid_t>(-1)), 0);
     Interlocked::storeRelease(isOver, 1L);
     EXPECT_TRUE(SetEvent(go));

@@ -53,7 +53,7 @@ TEST(PlatformTime, MillisecondsAndTheCounterAgree)
     Sleep(5);
     QueryPerformanceCounter(&after);
     DWORD const second = timeGetTime();
-    // The inner measure is never longer than the outer one, rounding aside.
+    // The inner measurement is never longer than the outer one, apart from rounding.
     LONGLONG const inner = (after.QuadPart - before.QuadPart) * 1000 / frequency.QuadPart;
     EXPECT_GE(inner, 5);
     EXPECT_GE(LONGLONG{second - first} + 1, inner);
@@ -96,7 +96,7 @@ TEST(PlatformTime, ATimedWaitIsNeverTooShort)
 
 TEST(PlatformTime, LongWaitsEndWhenTheObjectIsThere)
 {
-    // Longer than a signed number of milliseconds holds, and just short of for ever.
+    // Times that a signed number of milliseconds cannot hold. The second is just below INFINITE.
     Owned const e = autoEvent();
     for (DWORD milliseconds : {0x80000001u, 0xFFFFFFFEu}) {
         Runner setter([&] {

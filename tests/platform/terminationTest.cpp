@@ -1,6 +1,7 @@
-// Threads that are ended from outside. A victim owns nothing that a destructor would free: nothing is unwound. It is
-// always in its own function, which it never leaves by itself: while a thread begins or ends it has locks of the
-// system's, which a system may not get back from the dead.
+// Ends of threads from outside. A victim owns nothing that a destructor would free, because its
+// stack is not unwound. It is always in its own function, which it never leaves by itself. While a
+// thread begins or ends, it holds locks of the system, which some systems do not get back from a
+// killed thread.
 #include "platform/platformTest.h"
 
 #include "zvbase/platform/interlocked.h"
@@ -12,7 +13,7 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// What a victim finds; it has no frame but its function's.
+/// The data of a victim, which has no frame except that of its function.
 struct Scene
 {
     HANDLE begun = CreateEventA(nullptr, TRUE, FALSE, nullptr);
@@ -93,7 +94,7 @@ TEST(PlatformTermination, EndsOneThatWaitsForAnything)
             EXPECT_SUCCEEDS(TerminateThread(t, 0xFFFFFFFF));
             expectEnded(t, 0xFFFFFFFF);
         }
-    // The objects have forgotten them.
+    // The objects have no trace of the victims.
     EXPECT_TRUE(ReleaseMutex(objects[0]));
     EXPECT_EQ(waitElsewhere(objects[0], 0), WAIT_OBJECT_0);
     EXPECT_TRUE(SetEvent(objects[2]));
@@ -336,7 +337,8 @@ TEST(PlatformTermination, WhatIsNoThreadIsRefused)
 
 TEST(PlatformTermination, TheProcessGoesOn)
 {
-    // Many victims: what they leave is given back, or the address space would be used up.
+    // There are many victims. If what they leave were not given back, the address space would be
+    // used up.
     for (int round = 0; round < 300; ++round) {
         Scene scene;
         scene.object = scene.begun;

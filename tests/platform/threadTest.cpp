@@ -72,7 +72,8 @@ TEST(PlatformThread, NumbersOfRunningThreadsDiffer)
 
 TEST(PlatformThread, ANumberIsNotGivenOutAnewWhileAHandleIsOpen)
 {
-    // Also when the thread has ended, or was killed: whoever has the handle may know the thread by its number.
+    // This holds even if the thread has ended or was killed. The owner of a handle may know the
+    // thread by its number.
     Owned const begun = autoEvent(), never = manualEvent();
     std::vector<std::unique_ptr<Runner>> ended;
     std::set<DWORD> numbers{GetCurrentThreadId()};
@@ -108,7 +109,8 @@ TEST(PlatformThread, AHandleMayBeClosedWhileTheThreadRuns)
             return 0;
         },
         &all, 0, nullptr);
-    // A thread that begins may have handles made, and the system may give out a value anew.
+    // Waits until the thread has begun. Its beginning may make handles, and the system may reuse
+    // the value of the closed one.
     WaitForSingleObject(begun, INFINITE);
     EXPECT_SUCCEEDS(CloseHandle(t));
     EXPECT_FAILS(ERROR_INVALID_HANDLE, CloseHandle(t));
@@ -153,7 +155,8 @@ TEST(PlatformThread, TheReservationFlagIsAccepted)
 
 TEST(PlatformThread, TheStackThatWasAskedForIsItsOwn)
 {
-    // 0x100 bytes for the frame's own needs. A large one has its guard inside, where the system has it.
+    // 0x100 bytes are for the frame's own needs. A large stack has its guard inside, if the system
+    // puts it there.
     usesStack<0x4000 - 0x100>(0x4000);
     usesStack<0x10000 - 0x100>(0x10000);
     usesStack<0x1000000 - 0x10000>(0x1000000);
@@ -181,7 +184,7 @@ TEST(PlatformThread, PseudoHandles)
     EXPECT_EQ(code, STILL_ACTIVE);
     EXPECT_EQ(WaitForSingleObject(GetCurrentThread(), 0), WAIT_TIMEOUT);
     EXPECT_EQ(WaitForSingleObject(GetCurrentThread(), 1), WAIT_TIMEOUT);
-    // A process that waits for its own end.
+    // The process waits for its own end.
     EXPECT_EQ(WaitForSingleObject(GetCurrentProcess(), 0), WAIT_TIMEOUT);
     EXPECT_EQ(WaitForSingleObject(GetCurrentProcess(), 1), WAIT_TIMEOUT);
     EXPECT_SUCCEEDS(CloseHandle(GetCurrentThread()));
@@ -202,7 +205,7 @@ TEST(PlatformThread, ADuplicateOfThePseudoHandleIsGoodEverywhere)
     EXPECT_TRUE(CloseHandle(self));
     EXPECT_EQ(waitElsewhere(again, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(CloseHandle(again));
-    // And once more when none is left.
+    // One more handle, after the last one has been closed.
     ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &self,
                                 0, FALSE, DUPLICATE_SAME_ACCESS));
     EXPECT_EQ(waitElsewhere(self, 1), WAIT_TIMEOUT);
@@ -287,7 +290,7 @@ TEST(PlatformThread, AffinityIsSetWithinTheProcessesAndReadBack)
     EXPECT_EQ(SetThreadAffinityMask(t.handle(), lowest), process);
     EXPECT_EQ(SetThreadAffinityMask(t.handle(), process), lowest);
     EXPECT_EQ(SetThreadAffinityMask(GetCurrentThread(), lowest), process);
-    // The mask of the process is not that of its main thread.
+    // The mask of the process does not change with that of its main thread.
     DWORD_PTR now = 0;
     EXPECT_TRUE(GetProcessAffinityMask(GetCurrentProcess(), &now, &system));
     EXPECT_EQ(now, process);
@@ -333,7 +336,7 @@ TEST(PlatformThread, AThreadThatOthersMadeIsServedToo)
         EXPECT_EQ(waitElsewhere(handle, 0), WAIT_TIMEOUT);
     }).join();
     EXPECT_NE(number, 0u);
-    // Its end is seen as that of any other.
+    // Other threads see its end like that of any thread.
     EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_ABANDONED);
     EXPECT_TRUE(ReleaseMutex(m));
     EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_OBJECT_0);

@@ -41,7 +41,7 @@ TEST(PlatformTimer, AManualOneStaysSignalledOnceItWasDue)
     EXPECT_SUCCEEDS(set(t, -MILLISECOND));
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(WaitForSingleObject(t, INFINITE), WAIT_OBJECT_0);
-    // Setting it anew takes the signal back.
+    // Setting the timer again takes its signal back.
     EXPECT_TRUE(set(t, -HOUR));
     EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_TIMEOUT);
 }
@@ -100,7 +100,7 @@ TEST(PlatformTimer, PeriodsStayOnTheirGrid)
     for (int i = 0; i <= PERIODS; ++i)
         EXPECT_EQ(WaitForSingleObject(t, LONG_TIME), WAIT_OBJECT_0);
     QueryPerformanceCounter(&after);
-    // Late waits skip periods, early ones there are none.
+    // Late waits skip periods, but no wait returns early.
     EXPECT_GE((after.QuadPart - before.QuadPart) * 1000, (1 + 2 * PERIODS) * frequency.QuadPart);
 }
 
@@ -118,7 +118,7 @@ TEST(PlatformTimer, ACancelledOneIsDueNoMore)
     EXPECT_TRUE(set(t, -MILLISECOND, 1));
     EXPECT_SUCCEEDS(CancelWaitableTimer(t));
     EXPECT_SUCCEEDS(CancelWaitableTimer(t));
-    // The signal, if it came first, stays; no new one comes.
+    // A signal that came before is kept, but no new one follows.
     if (WaitForSingleObject(t, 0) == WAIT_TIMEOUT) {
         EXPECT_EQ(WaitForSingleObject(t, 3), WAIT_TIMEOUT);
     }

@@ -8,7 +8,7 @@ using namespace ZvTest;
 namespace {
 
 constexpr DWORD MOST = 1088;
-constexpr DWORD MOST_FLS = 4080; // that any system has
+constexpr DWORD MOST_FLS = 4080; // the most of any system
 
 struct Slot
 {
@@ -36,7 +36,7 @@ TEST(PlatformTls, ANewSlotIsEmptyAndKeepsWhatIsStored)
 
 TEST(PlatformTls, ReadingClearsTheLastError)
 {
-    // Null is a good value, so this is how a caller tells it from a failure.
+    // Null is a valid value, so the last error tells it from a failure.
     Slot slot;
     SetLastError(UNTOUCHED);
     EXPECT_EQ(TlsGetValue(slot.index), nullptr);
@@ -101,7 +101,7 @@ TEST(PlatformTls, SlotsRunOutInTheEnd)
         return 0;
     });
     other.join();
-    // Threads that come after another one find nothing of it.
+    // Later threads do not find the values of an earlier one.
     Runner next([&] {
         for (DWORD index : slots)
             EXPECT_EQ(TlsGetValue(index), nullptr);
@@ -117,7 +117,7 @@ TEST(PlatformTls, SlotsRunOutInTheEnd)
 
 namespace {
 
-/// What the callback of a slot was called with, and by which threads.
+/// What the callback of a slot was called with, and by which thread.
 struct Called
 {
     std::atomic<int> count{0};

@@ -127,7 +127,7 @@ TEST(PlatformUuid, NewOnesAreRandomOfTheStandardForm)
         }
     }
     EXPECT_EQ(seen.size(), 1000u);
-    // Every bit but those of version and variant takes both values.
+    // Every bit except those of version and variant takes both values.
     for (int b = 0; b < 16; ++b) {
         EXPECT_EQ(ones[b] | (b == 6 ? 0xB0 : b == 8 ? 0x40 : 0), 0xFF) << b;
         EXPECT_EQ(zeros[b] | (b == 6 ? 0x40 : b == 8 ? 0x80 : 0), 0xFF) << b;
@@ -165,7 +165,7 @@ TEST(PlatformUuid, OrderIsByFieldsAsUnsignedNumbers)
     for (int field = 0; field < 11; ++field) {
         EXPECT_EQ(compare(changed(field, -1), changed(field, 0)), -1) << field;
         EXPECT_EQ(compare(changed(field, 0), changed(field, -1)), 1) << field;
-        // An earlier field decides.
+        // The first field that differs decides.
         if (field > 0) {
             EXPECT_EQ(compare(changed(field - 1, -1), changed(field, -1)), -1) << field;
         }
@@ -193,6 +193,6 @@ TEST(PlatformUuid, EqualOnesHaveEqualHashes)
         EXPECT_EQ(UuidHash(&copy, &status), hash);
         hashes.insert(hash);
     }
-    // 1000 of 65536 values: nearly all differ.
+    // 1000 identifiers have nearly as many different hashes.
     EXPECT_GT(hashes.size(), 900u);
 }

@@ -30,7 +30,7 @@ std::uintptr_t pageSize()
     return value;
 }
 
-/// The whole pages of a range.
+/// The whole pages that contain a range of bytes.
 struct Pages
 {
     Pages(void *address, SIZE_T bytes)
@@ -62,7 +62,7 @@ bool isInside(Pages const &pages, Region const &region)
     return pages.base + pages.size <= region.base + region.size;
 }
 
-/// -1: no such protection.
+/// Returns the system's form of a protection, or -1 if it is unknown.
 int protectionOf(DWORD protection)
 {
     switch (protection) {
@@ -153,7 +153,7 @@ BOOL free(void *address, SIZE_T size, DWORD type)
         pages.size = region->size;
     if (!isInside(pages, *region))
         return fail(ERROR_INVALID_PARAMETER);
-    // New pages over the old ones: what is committed again is zero again.
+    // Replaces the pages by new ones, so that they are zero when they are committed again.
     int const flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED;
     return ::mmap(pages.start(), pages.size, PROT_NONE, flags, -1, 0) != MAP_FAILED
                ? TRUE

@@ -1,11 +1,11 @@
-// The address space in regions of pages, as VirtualAlloc and VirtualFree hand it out.
+// Regions of pages in the address space, for VirtualAlloc and VirtualFree.
 #pragma once
 
 #include "platform/services.h"
 
 namespace ZvPlatform::Memory {
 
-/// The two services. One call at a time: the caller sees to that.
+/// Carry out the two services. The caller must see to it that only one call runs at a time.
 void *allocate(void *address, SIZE_T size, DWORD type, DWORD protection);
 BOOL free(void *address, SIZE_T size, DWORD type);
 

@@ -1,4 +1,4 @@
-// Names of objects: what is good as one, and which two are the same.
+// Names of objects: which are allowed, and which mean the same object.
 #pragma once
 
 #include "platform/services.h"
@@ -7,10 +7,11 @@
 
 namespace ZvPlatform {
 
-/// Leads past a prefix that changes nothing. Returns the error of what is no name, else ERROR_SUCCESS.
+/// Skips a prefix that has no effect. Returns ERROR_SUCCESS, or the error if the name is not
+/// allowed.
 ///
-/// There is one session here, whose names "Local\" means and a name without a prefix too. "Global\" has a folder of its
-/// own. Nothing else has one.
+/// There is one session here. A name with the prefix "Local\" is in it, and so is a name without a
+/// prefix. "Global\" has a folder of its own. No other folder is allowed.
 inline DWORD resolveName(char const *&name)
 {
     constexpr char LOCAL[] = "Local\\", GLOBAL[] = "Global\\";

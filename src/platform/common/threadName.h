@@ -1,4 +1,4 @@
-// Thread names as the system keeps them.
+// Names of threads as the system keeps them.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 namespace ZvPlatform {
 
-/// The beginning of a name in UTF-8, as many whole characters as fit. A lone surrogate from 0xDC80 to 0xDCFF means
-/// a byte that is part of no character.
+/// Stores the beginning of a name in UTF-8, as many whole characters as fit. A lone surrogate from
+/// 0xDC80 to 0xDCFF stands for a byte that is part of no character.
 inline void narrow(wchar_t const *name, char (&text)[16])
 {
     std::size_t length = 0;

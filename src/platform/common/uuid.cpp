@@ -13,7 +13,7 @@ constexpr std::size_t BYTES = 16;
 
 UUID const NIL{};
 
-/// A null pointer stands for the nil identifier.
+/// Returns the identifier. A null pointer means the nil identifier.
 UUID const &valueOf(UUID const *uuid)
 {
     return uuid ? *uuid : NIL;
@@ -46,7 +46,7 @@ int digitOf(unsigned char c)
     return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
 }
 
-/// The bytes in the order in which they are written.
+/// Stores the bytes in the order in which they are written as text.
 void toBytes(UUID const &uuid, unsigned char (&bytes)[BYTES])
 {
     for (unsigned i = 0; i < 4; ++i)
@@ -71,7 +71,7 @@ void fromBytes(unsigned char const (&bytes)[BYTES], UUID &uuid)
 
 void makeRandomUuid(unsigned char (&bytes)[16], UUID &uuid)
 {
-    // Version 4, from random numbers, in the variant of RFC 4122.
+    // Version 4, which is made of random numbers, in the variant of RFC 4122.
     bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
     bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
     fromBytes(bytes, uuid);

@@ -1,11 +1,12 @@
-// What all forms of the layer know of identifiers; where the random bytes come from is each one's own business.
+// Functions for identifiers that all forms of the platform share. Each form has its own source of
+// random bytes.
 #pragma once
 
 #include "platform/services.h"
 
 namespace ZvPlatform {
 
-/// Makes an identifier of 16 random bytes.
+/// Makes an identifier from 16 random bytes.
 void makeRandomUuid(unsigned char (&bytes)[16], UUID &uuid);
 
 } // namespace ZvPlatform

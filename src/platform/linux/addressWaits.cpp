@@ -1,5 +1,5 @@
-// Waiting until the bytes at an address change. The waiters of an address stand in the queue of a bucket, in the order
-// in which they came; a bucket serves many addresses.
+// Waits for a wake-up at an address. The waiters of an address are in the queue of a bucket, in the
+// order in which they began to wait. A bucket serves many addresses.
 #include "platform/linux/object.h"
 
 #include <cstring>
@@ -64,7 +64,8 @@ void remove(Bucket &bucket, Waiter &waiter)
 void wake(void *address, bool all)
 {
     Bucket &bucket = bucketOf(address);
-    // A look that writes: who counts himself in later has it before him, and with it the caller's change.
+    // A read-modify-write instead of a load. A waiter that is counted later is ordered after it,
+    // and then sees the caller's change.
     if (bucket.waiters.fetch_add(0, std::memory_order_acq_rel) == 0)
         return;
     Service service;
@@ -136,7 +137,7 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
         Locked locked(bucket.lock);
         if (me.queued) {
             remove(bucket, me);
-            // A stray wake-up is allowed, and is no failure.
+            // A wake-up without a cause is allowed, and is not a failure.
             return inTime ? TRUE : fail(ERROR_TIMEOUT);
         }
     }

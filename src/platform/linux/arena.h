@@ -1,10 +1,10 @@
-// Memory that keeps its type for ever.
+// Arena: memory for elements of one type that stays mapped until the process ends.
 //
-// What an arena once gave out stays mapped and stays a `T`, so that a late reader finds a dead object rather than a
-// hole: a handle that was closed a moment ago is refused, and a wake-up that comes late wakes nobody.
+// What an arena has given out remains a `T`. A late reader finds a dead object instead of unmapped
+// memory: a handle that was closed a moment ago is refused, and a late wake-up wakes nothing.
 //
-// An arena grows by segments, each twice as large as the one before, so that a process has no more address space taken
-// than about twice what it uses.
+// An arena grows by segments, each twice as large as the one before. The address space that it
+// takes is at most about twice what the process uses.
 #pragma once
 
 #include "platform/linux/futex.h"
@@ -14,20 +14,22 @@
 #include <new>
 #include <sys/mman.h>
 
-/// There in programs that are searched for leaks.
+/// Present in programs that are checked for leaks.
 extern "C" void __lsan_register_root_region(void const *begin, std::size_t size)
     __attribute__((weak));
 
 namespace ZvPlatform::Linux {
 
-/// `T` has a member `T *nextFree`. Used inside a `Service`. About CAPACITY of them: as many as whole segments hold.
+/// `T` must have a member `T *nextFree`. `take` and `give` must be called inside a `Service`. An
+/// arena holds about CAPACITY elements, as many as fit into whole segments.
 template <class T, std::size_t CAPACITY>
 class Arena
 {
 public:
     constexpr Arena() = default;
 
-    /// Null when the address space or the capacity is used up. A used element comes back as it was given.
+    /// Returns null if the address space or the capacity is used up. An element that was used
+    /// before is returned as it was given back.
     T *take()
     {
         Locked locked(_lock);
@@ -52,7 +54,7 @@ public:
         _free = element;
     }
 
-    /// Whether an address is that of an element, whatever its state.
+    /// Returns whether an address is that of an element, in use or not.
     bool holds(void const *address) const
     {
         std::size_t left = _used.load(std::memory_order_acquire);
@@ -83,7 +85,7 @@ public:
         }
     }
 
-    /// For a fork, which needs the arena to be at rest.
+    /// A fork takes this lock, so that the arena does not change meanwhile.
     constexpr Lock &lock() { return _lock; }
 
 private:
@@ -125,7 +127,7 @@ private:
                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (memory == MAP_FAILED)
             return false;
-        // What only a thread's slots or a handle lead to is no leak.
+        // Memory to which only a thread's slots or a handle lead is not a leak.
         if (__lsan_register_root_region)
             __lsan_register_root_region(memory, size);
         _segments[segment].store(reinterpret_cast<std::uintptr_t>(memory),

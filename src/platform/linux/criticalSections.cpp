@@ -14,7 +14,8 @@ void enterSlowly(Section &section)
         return section.word.load(std::memory_order_relaxed) == 0 && take(section, me);
     };
     bool isTaken = spin(section.spin, tryIt);
-    // Having slept, one cannot know whether others still do, and takes the section with the bit set.
+    // A thread that has slept cannot know whether others still sleep, so it takes the section with
+    // SLEEPERS set.
     while (!isTaken && !(isTaken = take(section, me | Section::SLEEPERS))) {
         std::uint32_t seen = section.word.load(std::memory_order_relaxed);
         if (seen == 0)
@@ -24,12 +25,12 @@ void enterSlowly(Section &section)
                                                  std::memory_order_relaxed))
             sleepOn(service, &section.word, seen | Section::SLEEPERS, NEVER);
         if (service.killed()) {
-            // This may have been the one that was woken.
+            // The wake-up may have been for this thread, so it is passed on.
             futexWake(&section.word, 1);
             return;
         }
     }
-    // A thread that is killed in here does not take the section along.
+    // A thread that was killed in here must not keep the section.
     if (service.killed() && section.word.exchange(0, std::memory_order_release) & Section::SLEEPERS)
         wakeSleeper(section);
 }

@@ -17,7 +17,8 @@ BOOL SetEvent(HANDLE event)
     if (!object)
         return fail(ERROR_INVALID_HANDLE);
     Word word = object->word.load(std::memory_order_relaxed);
-    // An event that is set already is stored to as well: who takes it then sees what the caller has written.
+    // Stores even if the event is set already. The thread that takes the event then sees what the
+    // caller has written.
     while ((word & ~Word{SIGNALLED | MANUAL}) == EVENT)
         if (object->word.compare_exchange_weak(word, word | SIGNALLED, std::memory_order_release,
                                                std::memory_order_relaxed))

@@ -1,7 +1,7 @@
-// What the services do nearly always, inline in their callers: nobody else wants the lock.
+// Inline fast paths of the services: no other thread wants the lock.
 //
-// The rest is the services' own: whatever is not settled by one interlocked operation falls to the functions out of
-// line, which begin from the start.
+// If one interlocked operation does not settle a call, the service out of line carries out the
+// whole call.
 #pragma once
 
 #include "zvbase/platform/types.h"
@@ -14,21 +14,22 @@ namespace ZvPlatform::Linux {
 
 struct Thread;
 
-/// What the thread itself alone touches.
+/// Data of a thread that only the thread itself touches.
 struct Local
 {
-    ThreadNumber number; ///< 0: not yet known to the layer
+    ThreadNumber number; ///< 0 if the layer does not know the thread yet
     std::uint32_t lastError;
-    /// Mutexes that the thread owns, counted before one is taken and after it was released: when the thread ends, by
-    /// itself or from outside, none is there beyond this number.
+    /// At least the number of mutexes that the thread owns. The fast paths count before they take a
+    /// mutex and after they have released it. No owned mutex is missed, whenever the thread ends or
+    /// is killed.
     std::uint32_t held;
-    std::uint32_t depth; ///< services that it is inside of
+    std::uint32_t depth; ///< how many services the thread is inside of
     Thread *thread;
 };
 
 extern constinit thread_local Local local __attribute__((tls_model("initial-exec")));
 
-/// Makes the calling thread known.
+/// Makes the calling thread known to the layer.
 void attach();
 
 inline ThreadNumber currentNumber()
@@ -38,21 +39,21 @@ inline ThreadNumber currentNumber()
     return local.number;
 }
 
-/// What looking again before sleeping has come to, in the waits for one object.
+/// What spinning before a sleep has achieved, in the waits for one object.
 struct SpinCredit
 {
-    std::uint16_t pauses;   ///< that may be spent on the next wait
-    std::uint16_t refusals; ///< waits that sleep at once before it is tried again
-    std::uint8_t failures;  ///< tries in a row that came to nothing
+    std::uint16_t pauses;   ///< that the next wait may spin
+    std::uint16_t refusals; ///< waits that sleep at once before the next try
+    std::uint8_t failures;  ///< tries since the last success
 };
 
-/// What is in a critical section's storage.
+/// The contents of a critical section's storage.
 struct Section
 {
-    /// In the word, a bit that thread numbers do not have.
+    /// A bit of `word` that thread numbers do not have.
     static constexpr std::uint32_t SLEEPERS = 1;
 
-    std::atomic<std::uint32_t> word{0}; ///< the owner's number, and whether somebody sleeps
+    std::atomic<std::uint32_t> word{0}; ///< the owner's number, and SLEEPERS if a thread may sleep
     std::uint32_t again = 0;            ///< how often the owner has entered beyond the first time
     SpinCredit spin{};
 };
@@ -72,18 +73,20 @@ inline bool take(Section &section, std::uint32_t mine)
 
 void wakeSleeper(Section &);
 
-/// The lower half of a word holds its type and flags, the upper half the owner of a mutex or the count of a semaphore.
+/// The state of an object. Its lower half holds the type and the flags. Its upper half holds the
+/// owner of a mutex or the count of a semaphore.
 using Word = std::uint64_t;
 
 inline constexpr int VALUE_SHIFT = 32;
-/// The word of a mutex that nobody owns and nobody waits for.
+/// The word of a mutex that has no owner and no waiters.
 inline constexpr Word FREE_MUTEX = 1;
 
-/// What a handle points at begins with this.
+/// The beginning of every object that a handle points to.
 struct ObjectHead
 {
     std::atomic<Word> word{0};
-    /// How often a mutex's owner has taken it beyond the first time. The owner's to touch.
+    /// How often the owner of a mutex has taken it beyond the first time. Only the owner touches
+    /// it.
     std::uint32_t again = 0;
 };
 
@@ -109,7 +112,8 @@ inline std::uint32_t GetCurrentThreadId()
     return Linux::currentNumber();
 }
 
-/// EnterCriticalSection if there is nothing to it: nobody is in, or the caller. False leaves everything to the service.
+/// Enters the section if it is free or the caller is inside it already. Returns false, with nothing
+/// changed, if the service must do the work.
 inline bool enterAtOnce(CriticalSection *section)
 {
     Linux::Section &mine = Linux::sectionOf(section);
@@ -133,8 +137,8 @@ inline void LeaveCriticalSection(CriticalSection *section)
         Linux::wakeSleeper(mine);
 }
 
-/// WaitForSingleObject for the handle of a mutex, if there is nothing to it: nobody has it, or the caller alone wants
-/// it. False leaves everything to the service.
+/// Takes a mutex if it is free or the caller owns it, and no other thread waits for it. `handle`
+/// must be that of a mutex. Returns false, with nothing changed, if the service must do the work.
 inline bool takeMutexAtOnce(Handle handle)
 {
     auto &mutex = *static_cast<Linux::ObjectHead *>(handle);
@@ -150,7 +154,8 @@ inline bool takeMutexAtOnce(Handle handle)
     return true;
 }
 
-/// ReleaseMutex in the same way: the caller owns it and nobody waits.
+/// Releases a mutex if the caller owns it and no other thread waits for it. Returns false, with
+/// nothing changed, if the service must do the work.
 inline bool releaseMutexAtOnce(Handle handle)
 {
     auto &mutex = *static_cast<Linux::ObjectHead *>(handle);

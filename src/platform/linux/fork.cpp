@@ -11,7 +11,7 @@ namespace ZvPlatform::Linux {
 
 namespace {
 
-/// In the order in which they are taken. `namesLock` comes before them.
+/// In the order in which they are taken, after `namesLock` and the locks of the address waits.
 constinit Lock * const LOCKS[] = {&slotsLock,  &deadThreadsLock, &schedulingLock,
                                   &signalLock, &objects.lock(),  &threads.lock()};
 
@@ -31,7 +31,8 @@ void unlockAll()
     unlockAddresses();
 }
 
-/// Nothing of the layer is half done while the process is copied. The thread cannot be killed until it is.
+/// Takes all locks, so that no table of the layer is half changed while the process is copied. The
+/// thread cannot be killed until the fork is over.
 void prepare()
 {
     currentThread();
@@ -45,10 +46,10 @@ void goOnInParent()
     leaveSharedToChild();
     namesLock.unlock();
     --local.depth;
-    Service service; // ends here if it was killed meanwhile
+    Service service; // ends the thread if it was killed meanwhile
 }
 
-/// Of an object that others may have been busy with.
+/// Brings an object into order that other threads may have been using.
 void leaveBehind(Object &object, Thread const &me)
 {
     Word word = object.word.load(std::memory_order_relaxed);
@@ -74,11 +75,11 @@ void goOnInChild()
     Thread &me = *local.thread;
     for (std::size_t i = 0; i < objects.size(); ++i)
         leaveBehind(objects[i], me);
-    // Their numbers are those of the parent's threads.
+    // The kernel's numbers are those of the parent's threads.
     for (std::size_t i = 0; i < threads.size(); ++i)
         threads[i].kernelId.store(0, std::memory_order_relaxed);
     me.kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)), std::memory_order_relaxed);
-    me.dying.store(0, std::memory_order_relaxed); // that was said to the parent's
+    me.dying.store(0, std::memory_order_relaxed); // the kill was meant for the parent's thread
     forgetDeadThreads();
     forgetAddressWaits();
     takeSharedFromParent();

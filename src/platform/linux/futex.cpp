@@ -40,7 +40,7 @@ int futexWait(void const *word, std::uint32_t value, Instant deadline, Scope sco
         limit.tv_nsec = deadline % 1'000'000'000;
         timeout = &limit;
     }
-    // The bitset form is the one whose time is absolute and monotonic.
+    // Only the bitset form takes an absolute time of the monotonic clock.
     long const result = ::syscall(SYS_futex, word, operation(FUTEX_WAIT_BITSET, scope), value,
                                   timeout, nullptr, FUTEX_BITSET_MATCH_ANY);
     return result == 0 ? 0 : errno;

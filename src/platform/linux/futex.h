@@ -1,4 +1,4 @@
-// The kernel's one waiting primitive, and the smallest lock made of it.
+// Futexes, the kernel's primitive for waiting, and a small mutex made of one.
 #pragma once
 
 #include <atomic>
@@ -15,24 +15,28 @@ inline constexpr Instant MILLISECOND = 1'000'000;
 
 Instant now();
 
-/// The instant `milliseconds` from now; INFINITE is NEVER.
+/// Returns the instant `milliseconds` from now, or NEVER for INFINITE.
 Instant deadlineAfter(std::uint32_t milliseconds);
 
-/// Who may sleep on a word: the threads of this process, or those of every process that maps it.
+/// Which threads may sleep on a word: those of this process, or those of every process that maps
+/// it.
 enum class Scope
 {
     PRIVATE,
     SHARED
 };
 
-/// Sleeps while the 32 bits at `word` are `value`. Returns 0, EAGAIN, EINTR or ETIMEDOUT.
+/// Sleeps until a wake-up or the deadline if the 32 bits at `word` equal `value`. Returns 0,
+/// EAGAIN, EINTR or ETIMEDOUT.
 int futexWait(void const *word, std::uint32_t value, Instant deadline,
               Scope scope = Scope::PRIVATE);
 
-/// Never touches the memory itself, so that what is at `word` may be gone already.
+/// Wakes up to `count` threads that sleep on `word`. Does not access the memory, which may be gone
+/// already.
 void futexWake(void const *word, int count, Scope scope = Scope::PRIVATE);
 
-/// Guards the layer's own tables. It is held for a few instructions, inside a `Service`, and by no thread that waits.
+/// Guards a table of the layer. A thread must hold it inside a `Service`, because nothing releases
+/// it if the thread is killed, and must not wait for an object meanwhile.
 class Lock
 {
 public:

@@ -34,7 +34,7 @@ void onKill()
     if (thread && thread->dying.load(std::memory_order_relaxed)) {
         if (local.depth == 0)
             die();
-        // Inside a service it ends with the service, which may have to be woken for it.
+        // A thread inside a service ends when it leaves the service. The bit ends a sleep in there.
         thread->waiter.park.fetch_or(Waiter::KILLED, std::memory_order_relaxed);
     }
     errno = error;
@@ -42,13 +42,14 @@ void onKill()
 
 #ifdef ZV_SHARED_SIGNAL
 
-/// Tells the C library's threads to change their user. Its handler is there from the first thread on, and stays.
+/// The C library uses this signal to change the user of its threads. Its handler is installed when
+/// the first thread is made, and stays.
 constexpr int SIGNAL = 33;
 constexpr std::size_t MASK_SIZE = 8;
 
 using Handler = void (*)(int, siginfo_t *, void *);
 
-/// As the kernel has it.
+/// The kernel's form of `struct sigaction`.
 struct Action
 {
     Handler handler;
@@ -59,7 +60,7 @@ struct Action
 
 constinit Action libraryAction{};
 constinit bool isTaken = false;
-/// Its address tells our signals from others.
+/// Its address distinguishes our signals from others.
 constinit char sender = 0;
 
 extern "C" void zvPlatformOnKill(int number, siginfo_t *info, void *context)
@@ -90,7 +91,8 @@ bool takeSignal()
 
 void acceptKilling()
 {
-    // Inherited from a thread that has blocked it past the C library.
+    // The thread may have inherited the mask of a thread that blocked the signal by a system call
+    // of its own.
     std::uint64_t const mask = std::uint64_t{1} << (SIGNAL - 1);
     ::syscall(SYS_rt_sigprocmask, SIG_UNBLOCK, &mask, nullptr, MASK_SIZE);
 }
@@ -118,7 +120,8 @@ extern "C" void zvPlatformOnKill(int)
     onKill();
 }
 
-/// Returns a real-time signal that has no handler so far.
+/// Returns the signal that kills. The first call chooses it among the real-time signals that have
+/// no handler, and installs the handler.
 int takeSignal()
 {
     Locked locked(signalLock);
@@ -133,7 +136,7 @@ int takeSignal()
     struct sigaction action = {};
     action.sa_handler = zvPlatformOnKill;
     ::sigemptyset(&action.sa_mask);
-    // Waits are to end with it, hence no SA_RESTART.
+    // The signal must end waits, hence no SA_RESTART.
     ::sigaction(number, &action, nullptr);
     killSignal = number;
     return number;

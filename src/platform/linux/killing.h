@@ -1,26 +1,28 @@
-// How a thread that is to end is reached: through what it sleeps on, and by a signal.
+// Ends a thread wherever it is: wakes it from what it sleeps on, and sends it a signal.
 #pragma once
 
 #include "platform/linux/thread.h"
 
 namespace ZvPlatform::Linux {
 
-/// Prepares the calling thread, which begins, for the signal.
+/// Makes the calling thread, which has just begun, accept the signal.
 void acceptKilling();
 
-/// Takes the signal, if that has not happened yet, and sends it. False if the system refuses.
+/// Sends the signal that kills. Installs its handler first, if that has not happened yet. Returns
+/// false if the system refuses.
 ///
-/// With the GNU C library the signal is one of the library's own, 33: the library's functions neither block it nor give
-/// it away, so it reaches a thread whatever that has blocked. What is not meant for us goes on to the C library's
-/// handler. Under the thread sanitizer, which has to know of every handler, and with other C libraries it is the
-/// highest real-time signal that is free when the first thread is made.
+/// With the GNU C library on x86-64 and AArch64 the signal is 33, one of that library's own. The
+/// library's functions neither block nor give away this signal, so it reaches a thread that has
+/// blocked all others. A signal that this layer has not sent is passed on to the library's handler.
+/// With the thread sanitizer, which must know every handler, and in all other cases it is the
+/// highest real-time signal below SIGRTMAX that has no handler when the signal is first needed.
 bool sendKill(std::uint32_t kernelId);
 
 /// Guards the choice of the signal.
 extern constinit Lock signalLock;
 
-/// Wakes a thread that sleeps inside a service. A sleep that has not begun yet may miss it, so it is called until the
-/// thread has ended.
+/// Wakes a thread that sleeps inside a service. A thread that is about to sleep may miss the
+/// wake-up, so the caller must repeat the call until the thread has ended.
 void wakeVictim(Thread &);
 
 } // namespace ZvPlatform::Linux

@@ -6,7 +6,7 @@ void passOn(Queue &queue, WakeList &wakes)
 {
     Object &object = queue.object();
     queue.word = withValue(queue.word, 0);
-    // One at a time tries again; whoever is on its way sees to those behind it.
+    // Only one waiter at a time tries again. It passes the mutex on to those behind it.
     if (!object.first || queue.word & WAKING)
         return;
     Waiter *next = queue.pop();
@@ -24,7 +24,7 @@ void passOn(Queue &queue, WakeList &wakes)
 
 namespace {
 
-// Out of line, so that the fast way saves no registers for it.
+// Not inline, so that the fast path saves no registers for it.
 [[gnu::noinline]] BOOL releaseSlowly(Object *object)
 {
     Service service;
@@ -47,7 +47,8 @@ namespace {
 
 void abandonMutexes()
 {
-    // Nearly every thread ends without one. The others pay for it, and not who locks.
+    // Nearly every thread ends without a mutex. Only the others pay for this search, so that
+    // locking needs no list of mutexes.
     for (std::size_t i = 0; local.held && i < objects.size(); ++i) {
         Word const word = objects[i].word.load(std::memory_order_relaxed);
         if ((word & TYPE) != MUTEX || valueOf(word) != local.number)
@@ -83,7 +84,8 @@ BOOL ReleaseMutex(HANDLE mutex)
     if (!object) [[unlikely]]
         return fail(ERROR_INVALID_HANDLE);
     Word word = object->word.load(std::memory_order_relaxed);
-    // A free mutex has the owner 0, a thread that the layer does not know the number 0: the slow path tells.
+    // Both the owner of a free mutex and the number of a thread unknown to the layer are 0. The
+    // slow path handles these cases.
     if ((word & TYPE) == MUTEX && valueOf(word) == local.number && local.number) [[likely]] {
         if (object->again) {
             --object->again;

@@ -16,7 +16,7 @@ constinit Lock namesLock;
 static_assert(std::endian::native == std::endian::little,
               "the futex of a word is its lower half, at the word's own address");
 
-// ---- queues ---------------------------------------------------------------------------------------------
+// ---- queues -------------------------------------------------------------------------------------
 
 Queue::Queue(Object *object, Word type, Access access) : _object(object)
 {
@@ -26,14 +26,15 @@ Queue::Queue(Object *object, Word type, Access access) : _object(object)
     for (;;) {
         bool const wanted = (seen & TYPE) == type || type == ANY_TYPE;
         if ((seen & TYPE) == DEAD || !wanted || (access == BY_HANDLE && (seen & CLOSED))) {
-            // The wake-up that came here is for the next sleeper.
+            // Another sleeper needs the wake-up that this thread has got.
             if (slept)
                 futexWake(&object->word, INT_MAX);
             _good = false;
             return;
         }
         if (!(seen & QUEUE)) {
-            // Whoever has slept cannot know whether others still do, and wakes one more when it leaves.
+            // A thread that has slept cannot know whether others still sleep, so it wakes one more
+            // when it leaves the queue.
             Word const mine = seen | QUEUE | (slept ? Word{QUEUE_SLEEP} : 0);
             if (object->word.compare_exchange_weak(seen, mine, std::memory_order_acquire)) {
                 word = seen & ~Word{QUEUE_SLEEP};
@@ -152,7 +153,7 @@ void WakeList::grant(Waiter *waiter, DWORD result)
 
 WakeList::~WakeList()
 {
-    // A waiter that has been woken may be in another queue already, hence the link is read first.
+    // A woken waiter may already be in another queue, so its link is read first.
     while (Waiter *waiter = _first) {
         _first = waiter->next;
         unpark(*waiter, Waiter::GRANTED);
@@ -161,7 +162,7 @@ WakeList::~WakeList()
         unpark(*_looking, Waiter::LOOK);
 }
 
-// ---- parking --------------------------------------------------------------------------------------------
+// ---- parking ------------------------------------------------------------------------------------
 
 void unpark(Waiter &waiter, std::uint32_t bit)
 {
@@ -199,7 +200,7 @@ void awaitGrant(Waiter &waiter)
     }
 }
 
-// ---- objects and their names ----------------------------------------------------------------------------
+// ---- objects and their names --------------------------------------------------------------------
 
 Object *newObject()
 {
@@ -318,8 +319,9 @@ enum class Closing
     BAD
 };
 
-/// Drops a handle. The last one of an object with a name goes under `namesLock` only, so that nobody finds by its name
-/// what is being buried.
+/// Drops a handle. The last handle of an object with a name is dropped only under `namesLock`, so
+/// that no thread finds a dying object by its name. Returns NAMED if the caller must repeat the
+/// call under that lock.
 Closing closeHandle(Object *object, bool locked)
 {
     Queue queue(object, ANY_TYPE);
@@ -335,7 +337,8 @@ Closing closeHandle(Object *object, bool locked)
         removeName(object);
     object->handles = 0;
     queue.word |= CLOSED;
-    // A mutex that nobody waits for dies in its owner's hands; one that is held elsewhere lives until it is let go.
+    // A mutex without waiters dies with its last handle if the calling thread owns it. If another
+    // thread owns it, it lives until that thread releases it.
     if ((queue.word & TYPE) == MUTEX && object->pins == 0 && valueOf(queue.word) == local.number) {
         --local.held;
         queue.word = withValue(queue.word, 0);
@@ -347,7 +350,7 @@ Closing closeHandle(Object *object, bool locked)
 
 BOOL CloseHandle(HANDLE handle)
 {
-    // What stands for the current process and thread need not be closed.
+    // The pseudo-handles of the current process and thread need not be closed.
     if (handle == CURRENT_PROCESS || handle == CURRENT_THREAD)
         return TRUE;
     Service service;

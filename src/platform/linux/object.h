@@ -1,10 +1,11 @@
-// The objects behind handles: a word that says all of their state, and a queue of those who wait.
+// Kernel objects behind handles: a word for the state, and a queue of waiters.
 //
-// A handle is the address of an object. All that decides about an operation stands in `word`, the type included, so
-// that an operation that needs nobody else is one compare-and-exchange, and one on a handle that was just closed
-// fails cleanly. The queue and the counts are guarded by a bit of the same word; letting go of the queue and giving
-// the object its new state are one store, the last access to the object. Only then are waiters woken: any of them
-// may close the object at once.
+// A handle is the address of an object. `word` contains all that decides about an operation,
+// including the type. An operation that concerns no other thread is therefore one
+// compare-and-exchange, and an operation on a handle that was just closed fails cleanly. A bit of
+// the word guards the queue and the counts. One store releases the queue and sets the new state,
+// and is the last access to the object. Waiters are woken only after it, because any of them may
+// close the object at once.
 #pragma once
 
 #include "platform/linux/arena.h"
@@ -23,16 +24,15 @@ enum : Word
     THREAD = 5,
     SHARED_SEMAPHORE = 6,
 
-    QUEUE = 1 << 3,       ///< somebody is at the queue
-    QUEUE_SLEEP = 1 << 4, ///< somebody sleeps until the queue is free
+    QUEUE = 1 << 3,       ///< a thread is at the queue
+    QUEUE_SLEEP = 1 << 4, ///< a thread sleeps until the queue is free
     WAITERS = 1 << 5,     ///< the queue is not empty
-    CLOSED = 1 << 6, ///< no handle is left; waiters, an owner or the running thread keep the object
-    SIGNALLED = 1 << 7, ///< event, timer, thread
-    MANUAL = 1 << 8,    ///< event, timer: stays signalled
-    ABANDONED = 1 << 9, ///< mutex: its last owner ended
-    WAKING = 1 << 10,   ///< mutex: a waiter is on its way to try again
-    HAND_OVER =
-        1 << 11, ///< mutex: the first waiter has waited long; the next release makes it the owner
+    CLOSED = 1 << 6,      ///< no handle is left, but waiters, an owner or a thread keep the object
+    SIGNALLED = 1 << 7,   ///< event, timer, thread
+    MANUAL = 1 << 8,      ///< event, timer: stays signalled
+    ABANDONED = 1 << 9,   ///< mutex: its last owner ended
+    WAKING = 1 << 10,     ///< mutex: a waiter is about to try again
+    HAND_OVER = 1 << 11,  ///< mutex: the next release makes the first waiter the owner
 
     FLAGS = 0xFFFFFFFF
 };
@@ -66,7 +66,7 @@ struct alignas(64) Object : ObjectHead
     };
     struct ThreadState
     {
-        Thread *thread; ///< also when it has ended
+        Thread *thread; ///< stays set when the thread has ended
         DWORD exitCode;
         int level;
     };
@@ -77,9 +77,9 @@ struct alignas(64) Object : ObjectHead
         int childFile; ///< during a fork, the child's
     };
 
-    // The queue guards what follows.
+    // The queue guards the following members, except `spin`.
     std::uint32_t handles = 0;
-    std::uint32_t pins = 0; ///< waiters, and the running thread
+    std::uint32_t pins = 0; ///< uses without a handle, as by waiters and the running thread
     union
     {
         Waiter *first = nullptr; ///< of a ring
@@ -108,7 +108,7 @@ inline Object *objectOf(HANDLE handle)
     return objects.holds(handle) ? static_cast<Object *>(handle) : nullptr;
 }
 
-/// The waiters that a change has satisfied, to be woken when the object has been let go.
+/// Waiters that a change has satisfied. They are woken after the object's queue is released.
 class WakeList
 {
 public:
@@ -116,12 +116,13 @@ public:
     WakeList(WakeList const &) = delete;
     WakeList &operator=(WakeList const &) = delete;
 
-    /// Wakes them all, the first first.
+    /// Wakes the waiters in the order in which they were added.
     ~WakeList();
 
     void grant(Waiter *, DWORD result);
-    /// For one that was taken off the queue to try again; at most one in a list. Its time may be up before the wake-up
-    /// comes, and its links be another queue's by then, so none of this list's leads to it.
+    /// Adds a waiter that was taken off the queue to try again. A list holds at most one. The
+    /// waiter may time out and enter another queue before its wake-up, so this list has no link to
+    /// it.
     void look(Waiter *waiter) { _looking = waiter; }
 
 private:
@@ -130,14 +131,15 @@ private:
     Waiter *_looking = nullptr;
 };
 
-/// Lets the waiter's thread go on.
+/// Sets a bit in the waiter's `park`, and wakes its thread if it sleeps.
 void unpark(Waiter &, std::uint32_t bit);
 
-/// A stay at an object's queue. Declared after the wake list, so that the queue is free before anyone is woken.
+/// Access to an object's queue, held until the destructor. Must be declared after the wake list, so
+/// that the queue is free before a waiter is woken.
 class Queue
 {
 public:
-    /// Whether the handle may be closed already.
+    /// Whether the access needs a handle that is not closed.
     enum Access
     {
         BY_HANDLE,
@@ -145,13 +147,14 @@ public:
     };
 
     Queue(Object *, Word type, Access = BY_HANDLE);
-    /// Stores the word, and buries the object when nothing holds it any more.
+    /// Stores `word`, and frees the object if nothing keeps it.
     ~Queue();
 
     Queue(Queue const &) = delete;
     Queue &operator=(Queue const &) = delete;
 
-    /// Whether the object is one of the wanted type. If not, nothing but this may be asked.
+    /// Returns whether the access was granted: the object must have the wanted type, and a handle
+    /// if the access needs one. If not, only this operator may be called.
     explicit operator bool() const { return _good; }
 
     Object &object() { return *_object; }
@@ -162,9 +165,9 @@ public:
     void remove(Waiter &);
     Waiter *pop();
 
-    /// Takes from the object what a waiter wants, if it is there.
+    /// Takes from the object what a waiter wants. Returns false if the object does not have it.
     bool consume();
-    /// Satisfies waiters as far as it goes.
+    /// Grants waiters what they want, from the first one on, as long as the object has it.
     void serve(WakeList &);
 
 private:
@@ -176,34 +179,39 @@ private:
 
 inline constexpr Word ANY_TYPE = TYPE;
 
-/// The thread behind its object, at the queue; null once it has ended. It cannot end meanwhile: for that it needs the
-/// queue.
+/// Returns the thread of an object whose queue the caller holds, or null if the thread has ended.
+/// The thread cannot end meanwhile, because for that it needs the queue.
 inline Thread *livingThread(Queue &queue)
 {
     return queue.word & SIGNALLED ? nullptr : queue.object().thread.thread;
 }
 
-/// A new object, with no handle yet and unknown to others; null with the last error set.
+/// Returns a new object, which has no handle yet and is unknown to other threads. Returns null,
+/// with the last error set, if there is no memory.
 Object *newObject();
 /// Gives a new object its word and its first handle.
 HANDLE publish(Object *, Word word);
 void discard(Object *);
 
-// ---- names ----------------------------------------------------------------------------------------------
+// ---- names --------------------------------------------------------------------------------------
 
 extern constinit Lock namesLock;
 
-/// Sets the last error when a name cannot be one. Leads past a prefix that changes nothing.
+/// Returns false, with the last error set, if the name is not allowed. Skips a prefix that has no
+/// effect.
 bool isGoodName(char const *&);
-/// Under `namesLock`.
+/// Returns the object of a name, or null. The caller of `findName`, `addName` and `removeName` must
+/// hold `namesLock`.
 Object *findName(char const *);
-/// False with the last error set when there is no memory.
+/// Returns false, with the last error set, if there is no memory.
 bool addName(Object *, char const *);
 void removeName(Object *);
-/// One more handle for an object that was found by its name; null with the last error set when it is of another type.
+/// Returns one more handle of an object that was found by its name. Returns null, with the last
+/// error set, if the object has another type.
 HANDLE openExisting(Object *, Word type);
 
-/// An object by its name, or a new one that `make` brings into shape and gives its word.
+/// Returns a handle of the object of a name, or of a new object. `make` initialises a new object
+/// and returns its word.
 template <class Make>
 HANDLE createObject(char const *name, Word type, Make make)
 {
@@ -235,38 +243,41 @@ HANDLE createObject(char const *name, Word type, Make make)
     return publish(object, make(*object));
 }
 
-/// Waits, to the end, for an object that was not available a moment ago.
+/// Carries out a wait that could not be settled without the queue, and returns its result.
 DWORD waitSlowly(Service &, Object *, DWORD milliseconds, Queue::Access = Queue::BY_HANDLE);
 
-// ---- what the parts have of each other ------------------------------------------------------------------
+// ---- what the parts have of each other ----------------------------------------------------------
 
-/// Gives the mutex to the next, at the queue and by its owner. The count of what it holds is the caller's business.
+/// Frees a mutex, and makes the next waiter try again or makes it the owner. The caller must hold
+/// the queue, and must own the mutex or have found it free. It must correct `Local::held` itself.
 void passOn(Queue &, WakeList &);
-/// Ends the calling thread's ownership of all its mutexes.
+/// Releases all mutexes of the calling thread, and marks them as abandoned.
 void abandonMutexes();
 
-/// For a fork.
+/// Take and release the locks of the address waits, for a fork.
 void lockAddresses();
 void unlockAddresses();
-/// In its child, in which no other thread waits.
+/// Empties the queues of the address waits in the child of a fork, in which no other thread waits.
 void forgetAddressWaits();
 
-/// Brings a timer's state up to the clock. Returns when it will change next.
+/// Updates a timer's state to the clock. Returns when the state will change next.
 Instant updateTimer(Queue &);
 
 DWORD waitShared(Service &, Object *, DWORD milliseconds);
-/// A child of a fork has file locks of its own. Called under `namesLock`, the first two by the parent.
+/// Give the child of a fork file locks of its own. The caller must hold `namesLock`. The parent
+/// calls the first before and the second after the fork, and the child calls the third.
 void prepareSharedForFork();
 void leaveSharedToChild();
 void takeSharedFromParent();
-/// The object's last user has gone.
+/// Closes a shared semaphore whose last user in this process has gone.
 void leaveShared(Object::SharedState);
 
-// ---- looking again before sleeping ----------------------------------------------------------------------
+// ---- looking again before sleeping --------------------------------------------------------------
 
-/// How many pauses may be spent now; 0 on one processor, in real-time operation, and where it did not pay.
+/// Returns how many pauses may be spent now. Returns 0 on one processor, in real-time operation,
+/// and if spinning does not pay.
 std::uint32_t spinBudget(SpinCredit &);
-/// What an object begins with.
+/// Returns the credit of a new object.
 SpinCredit newSpinCredit();
 void spinPaid(SpinCredit &);
 void spinFailed(SpinCredit &);
@@ -282,7 +293,7 @@ inline void pause()
 #endif
 }
 
-/// Looks again while it may pay.
+/// Calls `tryIt` until it succeeds, as long as that may pay. Returns whether it has succeeded.
 template <class Try>
 bool spin(SpinCredit &credit, Try tryIt)
 {
@@ -299,10 +310,11 @@ bool spin(SpinCredit &credit, Try tryIt)
     return false;
 }
 
-/// Sleeps until a bit other than SLEEPING is set in the waiter's word; false when the deadline came first.
+/// Sleeps until a bit other than SLEEPING is set in the waiter's `park`. Returns false if the
+/// deadline is reached first.
 bool park(Waiter &, Instant deadline);
 
-/// Sleeps until a grant that is certain has come.
+/// Sleeps until the bit GRANTED is set, which must be certain.
 void awaitGrant(Waiter &);
 
 } // namespace ZvPlatform::Linux

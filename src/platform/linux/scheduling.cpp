@@ -18,15 +18,16 @@ constinit Lock schedulingLock;
 namespace {
 
 constinit std::atomic<DWORD> processClass{NORMAL_PRIORITY_CLASS};
-/// Moves with every change that a new thread could inherit.
+/// Counts the changes that a new thread could inherit.
 constinit std::atomic<std::uint32_t> generation{0};
-/// The processors of the process, kept from before its main thread, which stands for it, was placed.
+/// The processors of the process are those of its main thread, until that thread is placed. Their
+/// set at that time is kept here.
 constinit cpu_set_t setBefore{};
 constinit std::atomic<bool> isMainPlaced{false};
 
 constexpr int HIGHEST_BASE = 31;
 constexpr int NORMAL_BASE = 8;
-/// In place of a real-time priority: the application's threads run as it likes, and those that they make inherit it.
+/// In place of a real-time priority: the policy is the application's, or is not known yet.
 constexpr int FOREIGN = -1;
 
 bool isLevel(int level)
@@ -64,14 +65,16 @@ int lowestNiceAllowed()
     return 20 - static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 40));
 }
 
-/// As near to the wanted value as the process may come, and no further down than it could come up again.
+/// Sets the nice value as near to the wanted one as the process may. Does not lower the thread if
+/// it could not be raised again.
 void changeNice(Thread &thread, std::uint32_t kernelId, int nice)
 {
     if (nice == thread.askedNice)
         return;
     thread.askedNice = nice;
     if (nice > thread.nice) {
-        // Whether a thread may be raised is known to the kernel alone: capabilities count in the first user namespace.
+        // Only the kernel knows whether a thread may be raised, because capabilities count in the
+        // first user namespace. So it is tried.
         bool const canRaise = thread.nice == -20 || setNice(kernelId, thread.nice - 1) ||
                               lowestNiceAllowed() <= thread.nice;
         if (canRaise && setNice(kernelId, nice))
@@ -88,7 +91,8 @@ void changeNice(Thread &thread, std::uint32_t kernelId, int nice)
     }
 }
 
-/// Tells the system what class and level ask for. False when real-time operation is refused.
+/// Tells the system what a class and a level ask for. Returns false if real-time operation is
+/// refused.
 bool apply(Thread &thread, DWORD priorityClass, int level)
 {
     std::uint32_t const kernelId = thread.kernelId.load(std::memory_order_relaxed);
@@ -109,7 +113,8 @@ bool apply(Thread &thread, DWORD priorityClass, int level)
     return true;
 }
 
-/// Returns why the process may not run threads in real time, or 0. A thread of its own tries it.
+/// Returns why the process may not run threads in real time, or 0 if it may. A thread of its own
+/// tries it.
 DWORD refusalOfRealTime()
 {
     bool may = false;
@@ -130,7 +135,7 @@ DWORD refusalOfRealTime()
     return may ? 0 : ERROR_PRIVILEGE_NOT_HELD;
 }
 
-/// Of the calling thread, which has just begun.
+/// Asks the system for the scheduling of the calling thread, which has just begun.
 void askWhatWasInherited(Thread &thread)
 {
     int const policy = ::sched_getscheduler(0);
@@ -146,14 +151,15 @@ bool applyToAll(DWORD priorityClass)
     bool good = true;
     for (std::size_t i = 0; i < threads.size() && good; ++i) {
         Thread &thread = threads[i];
-        // In this order: only what bears a number stays the same thread's.
+        // The number must be checked first. While it is set, the block belongs to one thread,
+        // because it is cleared under `schedulingLock`.
         if (thread.kernelId.load(std::memory_order_seq_cst) && thread.created)
             good = apply(thread, priorityClass, thread.level.load(std::memory_order_seq_cst));
     }
     return good;
 }
 
-/// Empty if the system does not tell.
+/// Returns the processors of a thread. The set is empty if the system refuses.
 cpu_set_t setOf(pid_t kernelId)
 {
     cpu_set_t set;
@@ -168,7 +174,7 @@ cpu_set_t processSet()
     return isMainPlaced.load(std::memory_order_acquire) ? setBefore : setOf(::getpid());
 }
 
-/// A mask knows the first 64 processors.
+/// Returns the mask of a set. A mask has a bit for each of the first 64 processors.
 DWORD_PTR maskOf(cpu_set_t const &set)
 {
     DWORD_PTR mask = 0;
@@ -188,7 +194,8 @@ cpu_set_t setFrom(DWORD_PTR mask)
     return set;
 }
 
-/// Calls `what` with the thread behind a handle, or with null when it has ended. False for a bad handle.
+/// Calls `what` with the thread of a handle, or with null if it has ended. Returns false, with the
+/// last error set, if the handle is bad.
 template <class What>
 bool withThread(Service &service, HANDLE handle, What what)
 {
@@ -203,7 +210,8 @@ bool withThread(Service &service, HANDLE handle, What what)
     return true;
 }
 
-/// A thread that has been made and has not begun yet soon has its number. Asleep one does not keep it from beginning.
+/// Returns the kernel's number of a thread. A thread that has not begun yet soon has its number.
+/// The wait for it sleeps, so that it does not keep the thread from beginning.
 pid_t kernelIdOf(Thread &thread)
 {
     std::uint32_t id;
@@ -233,7 +241,8 @@ void giveProcessors(pthread_attr_t &attributes)
 void beginScheduling(Thread &thread)
 {
     bool const inheritedNothing = !thread.realTime && !thread.nice;
-    // From here on others may apply what they change; what they changed before is found below.
+    // From here on other threads may apply their changes. Changes that they made before are found
+    // below.
     thread.kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)),
                           std::memory_order_seq_cst);
     if (inheritedNothing && processClass.load(std::memory_order_seq_cst) == NORMAL_PRIORITY_CLASS &&
@@ -241,7 +250,8 @@ void beginScheduling(Thread &thread)
         generation.load(std::memory_order_seq_cst) == thread.generation)
         return;
     Locked locked(schedulingLock);
-    // What is not known, or has changed since the parent was looked at, the system says.
+    // If the inherited scheduling is unknown, or may have changed since the parent was looked at,
+    // the system is asked.
     if (thread.realTime == FOREIGN ||
         generation.load(std::memory_order_relaxed) != thread.generation)
         askWhatWasInherited(thread);
@@ -275,7 +285,7 @@ BOOL SetThreadPriority(HANDLE handle, int priority)
             return;
         }
         int const before = thread->level.exchange(priority, std::memory_order_seq_cst);
-        // One that has not begun yet applies its level when it does.
+        // A thread that has not begun yet applies its level itself when it begins.
         if (before == priority || !thread->created ||
             !thread->kernelId.load(std::memory_order_seq_cst))
             return;
@@ -362,7 +372,8 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
                 isMainPlaced.store(true, std::memory_order_release);
             }
         }
-        // The mask of the process means all of its processors, also those that no mask can name.
+        // The mask of the process means all of its processors, including those that have no bit in
+        // a mask.
         cpu_set_t const set = mask == allowed ? all : setFrom(mask);
         DWORD_PTR const former = maskOf(setOf(kernelId));
         if (::sched_setaffinity(kernelId, sizeof set, &set) == 0)

@@ -1,22 +1,24 @@
-// Priority classes and levels, and what they are to the system's scheduler.
+// Priority classes and levels of threads, as the system's scheduler gets them.
 #pragma once
 
 #include "platform/linux/object.h"
 
 namespace ZvPlatform::Linux {
 
-/// Guards what the system was last told of each thread. Taken after a queue.
+/// Guards what the system was last told about each thread. If a thread also needs a queue, it must
+/// take the queue first.
 extern constinit Lock schedulingLock;
 
-/// The thread that is being made will inherit the scheduling of the calling one.
+/// Records that a new thread inherits the scheduling of `parent`, which must be the calling thread.
 void inheritScheduling(Thread &child, Thread const &parent);
 
-/// A thread with these attributes will have the processors of the process, and not those of the calling thread.
+/// Gives new threads the processors of the process instead of those of the calling thread.
 void giveProcessors(pthread_attr_t &);
 
-/// The calling thread, made by CreateThread, begins: from here on others may change its scheduling.
+/// Begins the scheduling of the calling thread, which CreateThread has made. From here on other
+/// threads may change it.
 void beginScheduling(Thread &);
-/// It ends: from here on nobody may.
+/// Ends the scheduling of the calling thread. From here on no thread may change it.
 void endScheduling(Thread &);
 
 } // namespace ZvPlatform::Linux

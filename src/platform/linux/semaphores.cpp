@@ -8,7 +8,7 @@ using namespace Linux;
 
 namespace {
 
-// Out of line, so that the fast way saves no registers for it.
+// Not inline, so that the fast path saves no registers for it.
 [[gnu::noinline]] BOOL releaseSlowly(Object *object, std::uint32_t amount, LONG *previousCount)
 {
     Service service;
@@ -38,7 +38,7 @@ HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCo
         fail(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    // A name makes it known to other processes.
+    // A name makes the semaphore known to other processes.
     if (name && *name)
         return createShared(name, initialCount, maximumCount);
     return createObject(nullptr, SEMAPHORE, [&](Object &object) {
@@ -67,7 +67,7 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG *previousCount)
     Word word = object->word.load(std::memory_order_relaxed);
     while ((word & FLAGS) == SEMAPHORE) {
         std::uint32_t const maximum = __atomic_load_n(&object->semaphore.maximum, __ATOMIC_RELAXED);
-        // Not a sum: it may not fit.
+        // A sum could overflow.
         if (amount > maximum - valueOf(word))
             return fail(ERROR_TOO_MANY_POSTS);
         if (object->word.compare_exchange_weak(word, word + amount * ONE, std::memory_order_release,

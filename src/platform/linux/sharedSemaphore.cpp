@@ -13,11 +13,11 @@
 
 namespace ZvPlatform::Linux {
 
-/// What the processes share. All zero bits would be no semaphore: the maximum is never 0.
+/// The memory of a semaphore that the processes share.
 struct SharedSegment
 {
-    /// The count in the lower half, those who sleep in the upper one, so that a post knows them with the same access
-    /// that frees them.
+    /// The count is in the lower half, the number of sleepers in the upper half. A post therefore
+    /// learns of sleepers by the access that adds its units.
     std::atomic<std::uint64_t> state;
     std::uint32_t maximum;
     char file[256];
@@ -68,13 +68,13 @@ public:
         char path[64];
         std::snprintf(path, sizeof path, "/dev/shm/zvresmgt-%u", unsigned{::geteuid()});
         if (::mkdir(path, 0700) == 0 || (errno == EEXIST && isBarred(path)))
-            ::chmod(path, 0700); // whatever the mask of the process takes away
+            ::chmod(path, 0700); // the process's mask may have removed bits
         else if (errno != EEXIST)
             return;
         int const folder = ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         if (folder < 0)
             return;
-        // Anybody can make a folder under that name; only one's own may be trusted.
+        // Any user can make a folder of that name. Only a folder of the user's own can be trusted.
         struct stat status;
         bool const own = ::fstat(folder, &status) == 0 && status.st_uid == ::geteuid() &&
                          (status.st_mode & 022) == 0;
@@ -89,7 +89,8 @@ public:
     {
         if (_folder < 0)
             return;
-        // A child that was forked meanwhile has the same lock, and keeps it when this descriptor is closed.
+        // A child that was forked meanwhile shares the lock, and would keep it if the descriptor
+        // were only closed.
         lockFile(_folder, LOCK_UN);
         ::close(_folder);
     }
@@ -101,7 +102,8 @@ public:
     int get() const { return _folder; }
 
 private:
-    /// Whether it is the user's own and yet closed to its owner, by a process that ended before it could open it.
+    /// Returns whether the folder is the user's own and yet closed to its owner. A process that
+    /// ended before its `chmod` leaves such a folder.
     static bool isBarred(char const *path)
     {
         struct stat status;
@@ -114,7 +116,8 @@ private:
     int _folder = -1;
 };
 
-/// Removes what processes that ended without closing have left. Once in a process: that bounds what can gather.
+/// Removes the files of processes that ended without closing them. Does so once per process, which
+/// limits how many files can gather.
 void sweep(Folder const &folder)
 {
     static constinit bool isDone = false; // under `namesLock`
@@ -140,7 +143,8 @@ void sweep(Folder const &folder)
     ::closedir(entries);
 }
 
-/// A file name for a name with any bytes in it. A long one keeps its beginning, and a digest of the whole.
+/// Makes a file name from a name with any bytes. It consists of the beginning of the name, in which
+/// special bytes are escaped, and a digest of the whole name.
 void makeFileName(char const *name, char (&file)[256])
 {
     std::size_t length = 0;
@@ -158,7 +162,7 @@ void makeFileName(char const *name, char (&file)[256])
                   static_cast<unsigned long long>(digest));
 }
 
-/// One process's way to a semaphore.
+/// What a process needs to use a semaphore.
 struct Opened
 {
     int file = -1;
@@ -180,7 +184,7 @@ Opened openFile(Folder const &folder, char const *name, Mode mode)
     makeFileName(name, file);
     int const flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | (mode == Mode::CREATE ? O_CREAT : 0);
     opened.file = ::openat(folder.get(), file, flags, 0600);
-    // What its maker's mask has taken away, its owner gives back.
+    // If the mask of the process that made the file has removed bits, its owner sets them again.
     if (opened.file < 0 && errno == EACCES && ::fchmodat(folder.get(), file, 0600, 0) == 0)
         opened.file = ::openat(folder.get(), file, flags, 0600);
     if (opened.file < 0) {
@@ -189,7 +193,7 @@ Opened openFile(Folder const &folder, char const *name, Mode mode)
     }
     if (mode == Mode::CREATE)
         ::fchmod(opened.file, 0600);
-    // Nobody holds it: it is new, or was left by processes that died.
+    // If no process holds the file, it is new or was left by processes that died.
     bool const deserted = lockFile(opened.file, LOCK_EX | LOCK_NB) == 0;
     if (deserted && mode == Mode::OPEN) {
         ::unlinkat(folder.get(), file, 0);
@@ -248,7 +252,7 @@ bool take(SharedSegment *segment)
     return false;
 }
 
-/// Keeps the mapping while its user is inside, whoever closes the handle meanwhile.
+/// Keeps the mapping during an operation, even if the handle is closed meanwhile.
 class Pin
 {
 public:
@@ -337,7 +341,8 @@ BOOL releaseShared(Object *object, std::uint32_t count, LONG *previousCount)
             return fail(ERROR_TOO_MANY_POSTS);
     } while (!segment->state.compare_exchange_weak(state, state + count, std::memory_order_release,
                                                    std::memory_order_relaxed));
-    // All of them look. One that is chosen may be of a process that is stopped, or dies before it has taken its unit.
+    // Wakes all sleepers. A single one could be in a process that is stopped, or that dies before
+    // it has taken its unit.
     if (state >= ONE_WAITER)
         futexWake(&segment->state, INT_MAX, Scope::SHARED);
     if (previousCount)
@@ -374,7 +379,8 @@ DWORD waitShared(Service &service, Object *object, DWORD milliseconds)
 void leaveShared(Object::SharedState shared)
 {
     Folder const folder;
-    // The last one takes the file along; without the folder it is left to whoever finds it without a holder.
+    // The last user removes the file. If the folder cannot be opened, the file stays until a
+    // process finds it without a holder.
     if (folder && lockFile(shared.file, LOCK_EX | LOCK_NB) == 0)
         ::unlinkat(folder.get(), shared.segment->file, 0);
     ::munmap(shared.segment, sizeof(SharedSegment));
@@ -402,7 +408,8 @@ void prepareSharedForFork()
         ++object.pins; // until the fork is over
         char path[32];
         std::snprintf(path, sizeof path, "/proc/self/fd/%d", object.shared.file);
-        // A file lock belongs to what `open` makes. A child that shared the parent's would unlock for both.
+        // A file lock belongs to what `open` makes. If the child shared the parent's, an unlock in
+        // one process would unlock for both.
         int const file = ::open(path, O_RDWR | O_CLOEXEC);
         if (file >= 0)
             lockFile(file, LOCK_SH);

@@ -1,12 +1,14 @@
 // Semaphores with names, which work between processes.
 //
-// The count lives in a file under /dev/shm, in a folder of the user's own. Each process that has a handle holds a
-// shared file lock, which the kernel drops with the process: who finds the file without a holder knows that the
-// semaphore has died, however its last user ended. All opening and closing is serialised by a lock on the folder.
+// The count is in a file under /dev/shm, in a folder of the user. Each process that has a handle
+// holds a shared lock on the file. The kernel drops that lock when the process ends. If a process
+// finds a file without a lock, the semaphore is dead, however its last user ended. A lock on the
+// folder serialises all opening and closing.
 //
-// The reach of a name is the user and the machine's (or container's) /dev/shm. Waiters of several processes are not
-// served in the order in which they came: a post wakes them all, and one of them takes the unit. A child of a fork is a
-// user of its own of each semaphore that its parent has open, as long as /proc is there.
+// A name is valid for the processes of one user that see the same /dev/shm, which is that of a
+// machine or a container. Waiters are not served in the order in which they began to wait: a post
+// wakes all of them, and each unit goes to the first that takes it. The child of a fork is a
+// separate user of each semaphore that its parent has open, provided that /proc exists.
 #pragma once
 
 #include "platform/linux/object.h"

@@ -1,9 +1,10 @@
-// Looking again for a moment before sleeping, where that pays.
+// Spinning before a sleep, if that pays.
 //
-// A sleep and the wake-up from it cost some microseconds; a hand-over from a thread that runs on another processor
-// costs a fraction of one. Each object learns for itself: a success gives it the longest time, a failure halves it.
-// Between two threads it pays only if both are awake, so a try, after waits that slept at once, is one for the next few
-// waits of the whole process. Tries that fail, as those of threads on one processor do, become ever rarer.
+// A sleep and its wake-up cost some microseconds. A hand-over from a thread that runs on another
+// processor costs a fraction of that. Each object learns by itself: a success gives it the longest
+// time to spin, and a failure halves its time. Spinning between two threads pays only if both are
+// awake. After waits that slept at once, a try therefore includes the next few waits of the whole
+// process. Tries that fail, such as those of threads on one processor, become ever rarer.
 #include "platform/linux/object.h"
 
 #include <algorithm>
@@ -14,19 +15,19 @@ namespace ZvPlatform::Linux {
 
 namespace {
 
-constexpr Instant LONGEST_SPIN = 5000; // nanoseconds, about what a sleep and a wake-up cost
+constexpr Instant LONGEST_SPIN = 5000; // nanoseconds, about the cost of a sleep and a wake-up
 constexpr std::uint16_t SHORTEST = 16; // pauses
 constexpr std::uint32_t TRIES = 16;
 constexpr std::uint16_t REFUSALS = 64;
 constexpr std::uint8_t MOST_FAILURES = 8;
 
-/// Pauses; 0: not known yet.
+/// In pauses. 0 if it is not measured yet.
 constinit std::atomic<std::uint32_t> longestSpin{0};
 
-/// Waits that are still part of the present try.
+/// Waits that still belong to the present try.
 constinit std::atomic<std::uint32_t> triesLeft{0};
 
-/// What the waits for all objects have lately come to: where an object begins that has no waits of its own.
+/// The recent results of the waits for all objects. A new object begins with them.
 constinit SpinCredit lately{};
 
 template <class T>
@@ -38,12 +39,13 @@ T get(T const &value)
 template <class T>
 void set(T &value, T wanted)
 {
-    // What is shared by all waits is not written without need.
+    // All waits share this variable, so it is not written without need.
     if (get(value) != wanted)
         __atomic_store_n(&value, wanted, __ATOMIC_RELAXED);
 }
 
-/// The processors that this thread and the main one may use: a thread that is tied to one of them tells little.
+/// Returns the number of processors that this thread and the main thread may use together. A thread
+/// that is tied to one processor says little about the others.
 int usableProcessors()
 {
     cpu_set_t mine, main;
@@ -57,7 +59,7 @@ int usableProcessors()
 
 std::uint32_t measure()
 {
-    // The fastest of a few short runs: the others were interrupted.
+    // The fastest of a few short runs counts, because the others were interrupted.
     constexpr std::uint32_t PAUSES = 64;
     Instant best = NEVER;
     for (int run = 0; run < 4; ++run) {
@@ -70,7 +72,7 @@ std::uint32_t measure()
     return static_cast<std::uint32_t>(std::clamp<Instant>(pauses, SHORTEST, 4000));
 }
 
-/// Whether a wait without credit is to try all the same.
+/// Returns whether a wait without credit must spin all the same.
 bool tries(SpinCredit &credit)
 {
     std::uint32_t left = triesLeft.load(std::memory_order_relaxed);

@@ -1,4 +1,4 @@
-// What the layer knows of each thread.
+// Thread blocks: what the layer knows about each thread.
 #pragma once
 
 #include "platform/linux/arena.h"
@@ -11,16 +11,16 @@ namespace ZvPlatform::Linux {
 struct Object;
 struct Thread;
 
-/// A thread's place in the queue of whatever it waits for. A thread waits for one thing at a time.
+/// A thread's place in the queue of what it waits for. A thread waits for one thing at a time.
 struct Waiter
 {
     /// Bits of `park`.
     enum : std::uint32_t
     {
-        SLEEPING = 1, ///< the thread sleeps, or is about to
+        SLEEPING = 1, ///< the thread sleeps, or is about to sleep
         LOOK = 2,     ///< something has changed
-        GRANTED = 4,  ///< what it waited for is its own; `result` tells how
-        KILLED = 8    ///< the thread is to end
+        GRANTED = 4,  ///< the thread has what it waited for, and `result` tells how
+        KILLED = 8    ///< the thread must end
     };
 
     Waiter *next = nullptr;
@@ -28,14 +28,16 @@ struct Waiter
     std::atomic<std::uint32_t> park{0};
     ThreadNumber number = 0;
     DWORD result = 0;
-    // Guarded by the queue, as the links are.
+    // Guarded by the queue, like the links.
     bool queued = false;
-    /// Taken off a mutex's queue to try again.
+    /// The waiter was taken off a mutex's queue to try again.
     bool woken = false;
-    /// Taken off a queue for good: the bit GRANTED is there or is about to come.
+    /// The waiter was taken off a queue and has what it waited for. The bit GRANTED is set, or will
+    /// be soon.
     bool granted = false;
     void const *address = nullptr;
-    /// The word of another kind that the thread sleeps on, or is about to: a killer wakes it there.
+    /// A word other than `park` on which the thread sleeps, or is about to sleep. A killer wakes
+    /// the thread there.
     std::atomic<void const *> sleepsOn{nullptr};
 };
 
@@ -49,32 +51,38 @@ inline constexpr std::uint64_t SENTENCED = std::uint64_t{1} << 32;
 
 inline constexpr DWORD TLS_SLOTS = 1088;
 
-/// Never freed, for another thread may still wake a thread that has ended.
+/// What the layer knows about a thread. Never unmapped, because another thread may still wake a
+/// thread that has ended.
 struct alignas(64) Thread
 {
     Thread *nextFree = nullptr;
-    /// The thread until it has ended, and its object: a number is not given out anew while a handle is open.
+    /// How many use the block: the thread until it has ended, and its object. A thread number is
+    /// not reused while a handle is open.
     std::atomic<std::uint32_t> holders{0};
     Waiter waiter;
     ThreadNumber number = 0;
-    /// The kernel's number; 0 before the thread has begun and once it ends. Goes to 0 under `schedulingLock`.
+    /// The kernel's number of the thread. 0 before the thread has begun and after its end. Set to 0
+    /// under `schedulingLock`.
     std::atomic<std::uint32_t> kernelId{0};
-    /// Its handle's object, null until one is wanted. Written by the thread itself or before it begins.
+    /// The object of the thread's handle, or null if there is none yet. Written by the thread
+    /// itself, or before it begins.
     Object *object = nullptr;
     pthread_t pthread{};
-    /// Made by CreateThread.
+    /// Whether CreateThread has made the thread.
     bool created = false;
     DWORD exitCode = 0;
-    /// The exit code of a thread that is to be killed, and the bit SENTENCED; 0 otherwise.
+    /// The exit code of a thread that is being killed, with the bit SENTENCED, otherwise 0.
     std::atomic<std::uint64_t> dying{0};
     LPTHREAD_START_ROUTINE function = nullptr;
     void *argument = nullptr;
 
     std::atomic<int> level{THREAD_PRIORITY_NORMAL};
-    /// Of the scheduling when the thread was made; what it inherited is known as long as that has not moved.
+    /// The generation of the scheduling when the thread was made. What the thread inherited is
+    /// known as long as the generation has not changed.
     std::uint32_t generation = 0;
-    /// What the system was last told, under `schedulingLock`: a real-time priority, 0, or less where the application's
-    /// own policy was inherited; a nice value, and the latter as it was asked for.
+    /// What the system was last told. `schedulingLock` guards it. `realTime` is a real-time
+    /// priority, 0 if there is none, or negative if the policy is the application's own or unknown.
+    /// `nice` is the nice value, and `askedNice` is the value that was asked for.
     int realTime = 0;
     int nice = 0;
     int askedNice = 0;
@@ -87,21 +95,22 @@ struct alignas(64) Thread
 using Threads = Arena<Thread, 1 << 17>;
 extern constinit Threads threads;
 
-/// One of the holders has done with the block.
+/// Ends one use of the block. The last one makes the block free for a new thread.
 void release(Thread &);
 
-/// Guards the threads that were killed and not given back yet.
+/// Guards the list of killed threads whose blocks have not been given back yet.
 extern constinit Lock deadThreadsLock;
-/// In the child of a fork, for which the C library has taken their stacks back.
+/// Empties the list of killed threads in the child of a fork, in which the C library has already
+/// taken back their stacks.
 void forgetDeadThreads();
 
-/// Returns what is the matter if a thread with that stack cannot be made. The C library does not tell.
+/// Returns why a thread with a stack of that size could not be made. The C library does not tell.
 DWORD refusalOfThread(std::size_t stack);
 
-/// Guards the slots' generations.
+/// Guards the generations of the slots.
 extern constinit Lock slotsLock;
 
-/// Calls those who want to know that the calling thread ends.
+/// Calls the callbacks of the slots of the calling thread, which ends.
 void callBack(Thread &);
 
 inline Thread &currentThread()
@@ -111,10 +120,12 @@ inline Thread &currentThread()
     return *local.thread;
 }
 
-/// Ends the calling thread on the spot, after its last duties.
+/// Ends the calling thread at once. Its mutexes become abandoned and its handle is signalled, but
+/// its stack is not unwound.
 [[noreturn]] void die();
 
-/// While one exists the thread cannot be killed: whoever tries it waits until the outermost is left.
+/// While an object of this class exists, its thread cannot be killed. A kill takes effect when the
+/// outermost one is destroyed.
 class Service
 {
 public:
@@ -141,7 +152,8 @@ private:
     Thread &_thread;
 };
 
-/// `futexWait` inside a service that ends when the thread is killed. The caller looks for that afterwards.
+/// Calls `futexWait` inside a service, and returns when the thread is killed. The caller must check
+/// `Service::killed` afterwards.
 inline void sleepOn(Service &service, void const *word, std::uint32_t value, Instant deadline,
                     Scope scope = Scope::PRIVATE)
 {

@@ -35,7 +35,7 @@ constinit std::atomic<bool> isSetUp{false};
 pthread_key_t endKey;
 std::size_t stackOverhead;
 
-/// Threads that were killed, whose stacks the C library still takes for used.
+/// Threads that were killed, whose stacks the C library regards as used.
 constinit Thread *deadThreads = nullptr;
 
 void onThreadEnd(void *);
@@ -44,13 +44,13 @@ std::size_t measureOverhead()
 {
     pthread_attr_t attributes;
     ::pthread_attr_init(&attributes);
-    // What the C library keeps on a new thread's stack for itself. The function is not one of its public ones.
+    // What the C library itself keeps on a new thread's stack. The function is not public.
     using GetMinStack = std::size_t (*)(pthread_attr_t const *);
     auto const getMinStack =
         reinterpret_cast<GetMinStack>(::dlsym(RTLD_DEFAULT, "__pthread_get_minstack"));
     std::size_t overhead = getMinStack ? getMinStack(&attributes) : std::size_t{64 * 1024};
     ::pthread_attr_destroy(&attributes);
-    // The frame of the signal that kills, and what the thread has done before its function begins.
+    // The frame of the signal that kills, and the frames before the thread's function.
 #ifdef AT_MINSIGSTKSZ
     overhead += ::getauxval(AT_MINSIGSTKSZ);
 #endif
@@ -73,7 +73,7 @@ void setUp()
     isSetUp.store(true, std::memory_order_release);
 }
 
-/// A thread's block in the state of a new thread's; null when there are too many.
+/// Returns a thread block with the values of a new thread, or null if there are too many threads.
 Thread *newThread()
 {
     Thread *thread = threads.take();
@@ -93,7 +93,7 @@ Thread *newThread()
     return thread;
 }
 
-/// The end of the calling thread, as others see it.
+/// Ends the calling thread as other threads see it.
 void end(Thread &thread, DWORD exitCode)
 {
     abandonMutexes();
@@ -105,16 +105,18 @@ void end(Thread &thread, DWORD exitCode)
         --object->pins;
         queue.serve(wakes);
     }
-    // Not earlier: whoever is at the handle's queue waits for a thread that has not begun to get its number.
+    // Must come after the handle is signalled. A thread that holds the queue of an unsignalled
+    // handle waits for its thread to get a number.
     endScheduling(thread);
 }
 
-/// Runs when the thread's own storage has been destroyed: what others see as its end is the last that it does.
+/// Runs when the thread's thread-local objects have been destroyed, so that other threads see its
+/// end as the last thing that it does.
 void onThreadEnd(void *data)
 {
     Thread &thread = *static_cast<Thread *>(data);
     callBack(thread);
-    // A service's guard would try to die here.
+    // From here on the destructor of a `Service` must not call `die`.
     ++local.depth;
     end(thread, thread.exitCode);
     if (thread.created)
@@ -135,15 +137,16 @@ void *run(void *data)
     beginScheduling(thread);
     std::atomic_signal_fence(std::memory_order_seq_cst);
     --local.depth;
-    // Killed before it had a number to send a signal to.
+    // The thread was killed before it had a number to which a signal could be sent.
     if (thread.dying.load(std::memory_order_seq_cst))
         die();
     thread.exitCode = thread.function(thread.argument);
     return nullptr;
 }
 
-/// Waits until the system, too, has ended a thread whose handle is signalled. Until then a `setuid` of the process would
-/// wait for the thread's answer without end. The main thread stays until the process ends.
+/// Waits until the system, too, has ended a thread whose handle is signalled. Until then a `setuid`
+/// of the process would wait for an answer that the thread never gives. Does not wait for the main
+/// thread, which stays until the process ends.
 void awaitKernel(std::uint32_t kernelId)
 {
     if (kernelId == static_cast<std::uint32_t>(::getpid()))
@@ -153,7 +156,7 @@ void awaitKernel(std::uint32_t kernelId)
         ::nanosleep(&pause, nullptr);
 }
 
-/// Gives back what killed threads have left.
+/// Gives back the stacks and blocks of killed threads.
 void bury()
 {
     Thread *thread;
@@ -164,7 +167,8 @@ void bury()
     }
     while (thread) {
         Thread *next = thread->nextFree;
-        // A sanitizer believes that a thread still runs if it ended without its knowledge. A join would never return.
+        // A sanitizer does not notice the end of a killed thread and believes that it still runs. A
+        // join would never return.
 #ifndef ZV_SANITIZED
         ::pthread_join(thread->pthread, nullptr);
 #endif
@@ -179,7 +183,7 @@ std::size_t stackFor(SIZE_T wanted)
     if (size > SIZE_MAX / 8)
         return 0;
 #ifdef ZV_SANITIZED
-    // Frames are several times as large.
+    // A sanitizer makes frames several times as large.
     size = size * 4 + 256 * 1024;
 #endif
     std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
@@ -200,12 +204,13 @@ int makePthread(Thread *thread, std::size_t stack, bool isPlaced)
     return error;
 }
 
-/// ERROR_SUCCESS, or why there is no thread.
+/// Returns ERROR_SUCCESS, or why there is no thread.
 DWORD createPthread(Thread *thread, SIZE_T stackSize)
 {
     std::size_t const stack = stackFor(stackSize);
     int error = makePthread(thread, stack, true);
-    // The processors that were the process's may be taken away meanwhile: then the thread has its starter's.
+    // The system may have taken processors away from the process meanwhile. The thread then gets
+    // those of its creator.
     if (error == EINVAL)
         error = makePthread(thread, stack, false);
     if (!error)
@@ -259,11 +264,12 @@ void release(Thread &thread)
 void die()
 {
     Thread &thread = *local.thread;
-    // No second time, should the signal come again.
+    // A second signal must not call this function again.
     local.depth = 1;
     bool const created = thread.created;
     end(thread, static_cast<DWORD>(thread.dying.load(std::memory_order_relaxed)));
-    // The C library forgets nothing of a thread that ends past it, and would call the next one's end ours.
+    // The C library keeps the value of a thread that ends without it. The end of the next thread in
+    // its place would then be taken for the end of this one.
     ::pthread_setspecific(endKey, nullptr);
     if (created) {
         Locked locked(deadThreadsLock);
@@ -272,7 +278,7 @@ void die()
     } else {
         release(thread);
     }
-    // The thread alone, past everything that would unwind its stack.
+    // Ends only this thread, without the C library's function, which would unwind the stack.
     for (;;)
         ::syscall(SYS_exit, 0);
 }
@@ -335,7 +341,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
     inheritScheduling(*thread, service.thread());
     object->thread = {thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
     object->pins = 1;
-    // From its beginning the thread is free to end, and to take its block along.
+    // Once it has begun, the thread may end at any time. Its number is therefore read before.
     DWORD const number = thread->number;
     publish(object, THREAD | MANUAL);
     if (DWORD const refusal = createPthread(thread, stackSize)) {
@@ -379,17 +385,18 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
                 --object->pins;
                 return TRUE;
             }
-            // One that has not begun yet looks for itself when it does.
+            // A thread that has not begun yet checks `dying` when it begins.
             if (std::uint32_t const id = thread->kernelId.load(std::memory_order_seq_cst)) {
                 kernelId = id;
                 isSent = isSent || sendKill(id);
                 wakeVictim(*thread);
             }
         }
-        // A wake-up can come between a look and a sleep, so there are more until the thread has ended.
+        // The thread misses a wake-up between its check and its sleep. It is therefore woken again
+        // until it has ended.
         waitSlowly(service, object, pause, Queue::CLOSED_TOO);
     }
-    // Two that kill each other would wait for each other.
+    // Two threads that kill each other would wait for each other.
     if (kernelId && !service.killed())
         awaitKernel(kernelId);
     bury();
@@ -414,7 +421,7 @@ BOOL GetExitCodeThread(HANDLE handle, DWORD *exitCode)
 
 namespace {
 
-/// A handle of the calling thread.
+/// Returns a handle of the calling thread, or null, with the last error set, if there is no memory.
 HANDLE ownHandle(Thread &thread)
 {
     if (!thread.object) {

@@ -26,7 +26,7 @@ BOOL QueryPerformanceFrequency(LARGE_INTEGER *frequency)
 
 void GetSystemTimePreciseAsFileTime(FILETIME *file)
 {
-    // Days between the beginnings of the two calendars.
+    // The clocks begin 134774 days apart.
     constexpr std::uint64_t SECONDS_BEFORE = 134774ull * 24 * 60 * 60;
     timespec time;
     ::clock_gettime(CLOCK_REALTIME, &time);
@@ -47,7 +47,7 @@ void Sleep(DWORD milliseconds)
     Waiter &me = service.thread().waiter;
     Instant const deadline = deadlineAfter(milliseconds);
     bool early = true;
-    // A wake-up that was for an earlier wait ends no sleep.
+    // A wake-up for an earlier wait must not end the sleep.
     while (early && !service.killed()) {
         me.park.store(0, std::memory_order_relaxed);
         early = !service.killed() && park(me, deadline);

@@ -1,4 +1,5 @@
-// Timers need no thread: whoever waits sleeps until the timer is due, and brings it up to the clock then.
+// Waitable timers. They need no thread: a waiter sleeps until the timer is due, and then updates
+// its state to the clock.
 #include "platform/linux/object.h"
 
 #include <ctime>
@@ -13,7 +14,7 @@ Instant updateTimer(Queue &queue)
     Instant const time = now();
     if (time >= timer.due) {
         queue.word |= SIGNALLED;
-        // The next due time stays on the grid, however late it is now.
+        // The next due time is on the grid of the period, however late it is now.
         timer.due = timer.period
                         ? timer.due + ((time - timer.due) / timer.period + 1) * timer.period
                         : NEVER;
@@ -23,7 +24,7 @@ Instant updateTimer(Queue &queue)
 
 namespace {
 
-/// The instant of a due time as the services give it.
+/// Returns the instant of a due time in the unit of the services.
 Instant instantOf(LONGLONG due)
 {
     constexpr LONGLONG UNIT = 100;
@@ -71,7 +72,7 @@ BOOL SetWaitableTimer(HANDLE timer, LARGE_INTEGER const *dueTime, LONG period, v
     queue.word &= ~Word{SIGNALLED};
     updateTimer(queue);
     queue.serve(wakes);
-    // Those who still wait sleep for another time now. They stay where they are in the queue.
+    // The other waiters must now sleep until another time. They keep their places in the queue.
     if (Waiter *first = object.first) {
         Waiter *waiter = first;
         do {

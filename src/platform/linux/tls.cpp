@@ -10,10 +10,11 @@ constinit Lock slotsLock;
 
 namespace {
 
-/// Odd while the slot is allocated. A thread's value counts only if it was stored under the present generation, so that
-/// a slot is empty in all threads when it is given out anew.
+/// Generations of the slots, odd while a slot is allocated. A thread's value is valid only if it
+/// was stored in the present generation. A slot that is allocated again is therefore empty in all
+/// threads.
 constinit std::atomic<std::uint32_t> generations[TLS_SLOTS] = {};
-/// Of the slots that FlsAlloc gave out.
+/// Callbacks of the slots that FlsAlloc has allocated.
 constinit std::atomic<PFLS_CALLBACK_FUNCTION> callbacks[TLS_SLOTS] = {};
 TlsSlot *slotOf(Thread &thread, DWORD index)
 {
@@ -88,7 +89,7 @@ BOOL TlsSetValue(DWORD index, void *value)
     Service service;
     Thread &thread = service.thread();
     if (index >= TLS_MINIMUM_AVAILABLE && !thread.moreSlots) {
-        // It stays with the block, for the threads that come after.
+        // The memory stays with the block, for later threads.
         thread.moreSlots = new (std::nothrow) TlsSlot[TLS_SLOTS - TLS_MINIMUM_AVAILABLE];
         if (!thread.moreSlots)
             return fail(ERROR_NOT_ENOUGH_MEMORY);
@@ -99,7 +100,7 @@ BOOL TlsSetValue(DWORD index, void *value)
     return TRUE;
 }
 
-// One of the slots above, with a callback.
+// Allocates a slot like TlsAlloc, and gives it a callback.
 DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback)
 {
     DWORD const index = TlsAlloc();

@@ -7,10 +7,12 @@ namespace ZvPlatform::Linux {
 
 namespace {
 
-/// Who has waited this long for a mutex, and lost it to a thread that came later, gets it next.
+/// If a waiter has waited this long for a mutex, and lost it to a thread that came later, it gets
+/// the mutex next.
 constexpr Instant PATIENCE = MILLISECOND;
 
-/// An attempt without the queue. True when `result` is there.
+/// Tries to take the object without its queue. Returns whether that has succeeded, with the result
+/// of the wait in `result`.
 bool tryNow(Object *object, DWORD &result)
 {
     Word word = object->word.load(std::memory_order_relaxed);
@@ -30,7 +32,8 @@ bool tryNow(Object *object, DWORD &result)
     return object->word.compare_exchange_strong(word, word - ONE, std::memory_order_acquire);
 }
 
-/// The same at the queue.
+/// Tries to take the object at its queue. Returns whether that has succeeded, with the result of
+/// the wait in `result`.
 bool tryQueued(Queue &queue, DWORD &result)
 {
     result = WAIT_OBJECT_0;
@@ -56,7 +59,7 @@ DWORD badHandle()
     return WAIT_FAILED;
 }
 
-/// The thread stands in the queue.
+/// The wait of a thread that is in the queue.
 class Sleep
 {
 public:
@@ -71,7 +74,8 @@ public:
 
     DWORD run(Instant due)
     {
-        // A pulse is for those in the queue, so whoever waits for an event looks again from there.
+        // A pulse reaches only the threads in the queue. A thread that waits for an event therefore
+        // spins after it has entered the queue.
         if (_type == EVENT)
             spin(_object->spin, [&] { return _me.park.load(std::memory_order_relaxed) != 0; });
         for (DWORD result = 0;;) {
@@ -108,7 +112,8 @@ private:
         if (_type == TIMER)
             due = updateTimer(queue);
         if (_type == TIMER || _type == MUTEX) {
-            // The first come first, where there is no mutex to be quick about.
+            // Waiters of a timer are served in order. A mutex goes to the first thread that takes
+            // it.
             if (_type == TIMER)
                 queue.serve(wakes);
             if (_me.granted)
@@ -197,7 +202,7 @@ DWORD waitSlowly(Service &service, Object *object, DWORD milliseconds, Queue::Ac
 
 namespace {
 
-/// The handles that are no objects, and the objects that take longer.
+/// Waits for a pseudo-handle, or carries out a wait that the fast path could not settle.
 DWORD waitOther(HANDLE handle, DWORD milliseconds)
 {
     Object *object = objectOf(handle);
@@ -207,7 +212,7 @@ DWORD waitOther(HANDLE handle, DWORD milliseconds)
     }
     if (handle != CURRENT_THREAD && handle != CURRENT_PROCESS)
         return badHandle();
-    // A thread that waits for its own end.
+    // A thread waits for its own end, or for that of its process.
     ZvPlatform::Sleep(milliseconds);
     return WAIT_TIMEOUT;
 }

@@ -1,8 +1,9 @@
 // Interlocked operations: the only way to share a variable without a lock (extenders).
 //
 // All of them are inline. Read-modify-write operations are full barriers, like the system's
-// operations of the same names. The names of the others say what they order. In the simulated form
-// of the platform each of them is a scheduling point.
+// operations of the same names. A `compareExchange` that fails only acquires. The names of the
+// others say what they order. In the simulated form of the platform each of them is a scheduling
+// point.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,7 @@ __attribute__((visibility("default"))) void schedulingPoint();
 inline void schedulingPoint() {}
 #endif
 
-/// Returns the value. Later accesses of the thread come after it.
+/// Returns the value. Later accesses of the thread are ordered after it.
 template <class T>
 [[nodiscard]] inline T loadAcquire(T const &variable)
 {
@@ -37,7 +38,7 @@ template <class T>
     return value;
 }
 
-/// Stores a value. Earlier accesses of the thread come before it.
+/// Stores a value. Earlier accesses of the thread are ordered before it.
 template <class T>
 inline void storeRelease(T &variable, T value)
 {
