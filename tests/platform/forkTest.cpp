@@ -79,6 +79,11 @@ TEST(PlatformFork, DISABLED_Careless)
         std::_Exit(CreateSemaphoreA(nullptr, 0, 1, name) ? SEEN : NOT_SEEN);
 }
 
+void *memory()
+{
+    return VirtualAlloc(nullptr, 4096, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+}
+
 TEST(PlatformFork, AChildMakesObjectsWhateverOthersWereDoing)
 {
     // Each body keeps one lock of the layer busy.
@@ -87,7 +92,8 @@ TEST(PlatformFork, AChildMakesObjectsWhateverOthersWereDoing)
                                  [] {
                                      long value = 0, compare = 0;
                                      WaitOnAddress(&value, &compare, sizeof value, 0);
-                                 }};
+                                 },
+                                 [] { VirtualFree(memory(), 0, MEM_RELEASE); }};
     for (auto body : bodies) {
         std::atomic<bool> isOver{false};
         std::vector<std::unique_ptr<Runner>> busy;
@@ -110,6 +116,7 @@ TEST(PlatformFork, AChildMakesObjectsWhateverOthersWereDoing)
                 ZV_CHECK(slot != TLS_OUT_OF_INDEXES && TlsFree(slot));
                 long value = 0, compare = 0;
                 WaitOnAddress(&value, &compare, sizeof value, 1);
+                ZV_CHECK(VirtualFree(memory(), 0, MEM_RELEASE));
                 ZV_CHECK(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_NORMAL));
                 return 0;
             }));

@@ -12,8 +12,8 @@ namespace ZvPlatform::Linux {
 namespace {
 
 /// In the order in which they are taken, after `namesLock` and the locks of the address waits.
-constinit Lock * const LOCKS[] = {&slotsLock,  &deadThreadsLock, &schedulingLock,
-                                  &signalLock, &objects.lock(),  &threads.lock()};
+constinit Lock * const LOCKS[] = {&slotsLock,      &deadThreadsLock, &schedulingLock, &signalLock,
+                                  &objects.lock(), &threads.lock(),  &regionsLock};
 
 void lockAll()
 {

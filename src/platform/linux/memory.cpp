@@ -4,13 +4,13 @@
 
 namespace ZvPlatform {
 
-using namespace Linux;
-
-namespace {
+namespace Linux {
 
 constinit Lock regionsLock;
 
-} // namespace
+} // namespace Linux
+
+using namespace Linux;
 
 void *VirtualAlloc(void *address, SIZE_T size, DWORD type, DWORD protection)
 {

@@ -110,6 +110,9 @@ DWORD refusalOfThread(std::size_t stack);
 /// Guards the generations of the slots.
 extern constinit Lock slotsLock;
 
+/// Guards the regions of `VirtualAlloc`.
+extern constinit Lock regionsLock;
+
 /// Calls the callbacks of the slots of the calling thread, which ends.
 void callBack(Thread &);
 
