@@ -1,4 +1,4 @@
-// Memory that can be refused, and that is counted.
+// Replaces `operator new`: counts the allocations and can make them fail.
 #include "simulated/scenario.h"
 
 #include <cstdlib>

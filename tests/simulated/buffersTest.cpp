@@ -1,4 +1,4 @@
-// Buffers that are shared, compete for memory, and are loaded and written back by others.
+// Buffers that are shared, compete for memory, and are loaded and written back by other threads.
 #include "simulated/scenario.h"
 
 #include "resmgt/dynamicAllocation.h"
@@ -22,16 +22,16 @@ MbAlignment const ALIGNMENT(7, 0, 0);
 constexpr Settings WITH_BUFFERS = {
     .schedules = 200, .leftOver = {64, 0}, .prepare = [] { MbStateMachine::getInstance(false); }};
 
-/// Where the contents of a buffer are while it is unloaded, and who looks after it.
+/// Contents of a buffer while it is unloaded, and what its calls do.
 struct Storage
 {
     std::int64_t value = 0;
     int unloads = 0;
     bool isGone = false;
     bool isBusy = false;
-    /// Takes over what is asynchronous; without it that is done here and now.
+    /// Gets the work of each asynchronous call. If it is empty, the work is done inside the call.
     std::function<void(std::function<void()>)> defer;
-    /// Is called inside each asynchronous call and inside `sync`.
+    /// Called inside each asynchronous call and inside `sync`.
     std::function<void()> inside;
     bool fails = false;
 };
@@ -71,7 +71,7 @@ public:
     void free(void *memory, std::uint64_t size) override { unload(memory, size); }
 
 private:
-    /// Two calls for one buffer never meet.
+    /// Checks that two calls for one buffer never overlap.
     class Busy
     {
     public:
@@ -108,11 +108,11 @@ private:
     Storage &_storage;
 };
 
-/// What a buffer whose operations the program ends itself has told.
+/// Record of the calls for a buffer. The program itself ends the asynchronous operations.
 struct Telling
 {
     LkAsyncHandle *handle = nullptr;
-    /// Is called inside each call that begins an operation.
+    /// Called inside each call that begins an operation.
     std::function<void()> inside;
     int operations = 0;
     int results = 0;
@@ -156,7 +156,7 @@ private:
     Telling &_telling;
 };
 
-/// Does one thing for a buffer, on a thread of its own.
+/// A thread that does the work of one asynchronous call for a buffer.
 class Servant
 {
 public:
@@ -173,7 +173,7 @@ public:
             _given.post();
         };
     }
-    /// Nothing has been asked for.
+    /// Ends the thread if there was no such call.
     void dismiss() { _given.post(); }
     void join() { _worker.join(); }
 
@@ -200,7 +200,7 @@ MbBuffer makeBuffer(char const *name, Telling &telling, RCShdPtr<MbManager> cons
     return makeBuffer(name, makeObj<Told>(telling), manager);
 }
 
-/// With room for so many of these buffers.
+/// Returns a manager with memory for `nbBuffers` of these buffers.
 RCShdPtr<MbManager> makeManager(unsigned nbBuffers)
 {
     std::uint64_t const each = SIZE + ALIGNMENT.getRoundUpMax(1);
@@ -277,7 +277,7 @@ SIMULATED(BuffersCompeteForTheLastPlace, WITH_BUFFERS)
         HOLDS(read(buffer) == 1);
 }
 
-/// Any of them may have to go, and somebody looks at them meanwhile.
+/// The strategy evicts a random buffer, while another thread asks about the buffers.
 SIMULATED(BuffersOfAnyOrderCompete, WITH_BUFFERS)
 {
     Storage storages[4];
@@ -306,12 +306,12 @@ SIMULATED(BuffersOfAnyOrderCompete, WITH_BUFFERS)
     work(2);
     first.join();
     second.join();
-    // Whoever had chosen it to be unloaded may have been the last to let go.
+    // The last handle may have been that of a thread that had chosen the buffer for eviction.
     HOLDS(storages[1].isGone);
     HOLDS(read(buffers[3]) == 3);
 }
 
-/// What goes for good gives its memory to whoever waits.
+/// A buffer that is destroyed gives its memory to a thread that waits for memory.
 SIMULATED(BufferGoesWhileAnotherWaits, WITH_BUFFERS)
 {
     Storage storages[3];
@@ -372,7 +372,7 @@ SIMULATED(BufferCannotBeLoadedByAnother, WITH_BUFFERS)
     storage.fails = true;
     Servant servant(storage);
     buffer.prefetch();
-    // Who wants it loads it then.
+    // A guard loads the buffer itself then.
     Worker other("other", [buffer] { HOLDS(read(buffer) == 7); });
     HOLDS(read(buffer) == 7);
     other.join();
@@ -438,8 +438,8 @@ SIMULATED(BufferGoesWithItsLastGuard, WITH_BUFFERS)
     HOLDS(storage.isGone);
 }
 
-/// A buffer that is chosen to be unloaded is given up and loaded again before that comes to it. It waits for memory that
-/// only he has who has chosen it.
+/// A buffer is chosen for eviction, but it is freed and loaded again before it is unloaded. The
+/// load waits for memory that only the thread that has chosen the buffer can give.
 SIMULATED(BufferLoadedAgainWhileItIsChosen,
           {.schedules = 300, .preemptions = 1, .leftOver = {64, 0}, .prepare = [] {
                MbStateMachine::getInstance(false);
@@ -472,7 +472,7 @@ SIMULATED(BufferLoadedAgainWhileItIsChosen,
     again.join();
 }
 
-/// A thread that waits for memory for a buffer keeps no other thread from asking about that buffer.
+/// While a thread waits for memory for a buffer, other threads can ask about that buffer.
 SIMULATED(NameIsAskedWhileMemoryIsWaitedFor, WITH_BUFFERS)
 {
     Storage storages[2];
@@ -487,7 +487,8 @@ SIMULATED(NameIsAskedWhileMemoryIsWaitedFor, WITH_BUFFERS)
     loader.join();
 }
 
-/// The last handle goes inside `asyncLoad`, which then waits for the thread that reports the end.
+/// The last handle is destroyed inside `asyncLoad`, which then waits for the thread that reports
+/// the end.
 SIMULATED(LastHandleGoesInsideACallThatAnotherThreadEnds, WITH_BUFFERS)
 {
     Storage storage;
@@ -502,7 +503,8 @@ SIMULATED(LastHandleGoesInsideACallThatAnotherThreadEnds, WITH_BUFFERS)
     HOLDS(storage.isGone);
 }
 
-/// The same, but the operation ends at any time, and the contents were given up inside the call as well.
+/// The buffer is freed and its last handle is destroyed inside `asyncLoad`. The operation may end
+/// at any time.
 SIMULATED(BufferIsFreedAndItsLastHandleGoesInsideACall, WITH_BUFFERS)
 {
     Storage storage;
@@ -513,12 +515,14 @@ SIMULATED(BufferIsFreedAndItsLastHandleGoesInsideACall, WITH_BUFFERS)
         buffer = MbBuffer();
     };
     buffer.prefetch();
-    // Ended by the thread that ran `asyncLoad`, on its way out, and not by the one that reported the end.
+    // The thread that ran `asyncLoad` has destroyed the buffer on its way out, not the thread that
+    // reports the end.
     HOLDS(storage.isGone);
     servant.join();
 }
 
-/// A thread that needs memory has chosen a buffer whose last handle goes inside its `sync`. It takes another victim.
+/// A thread that needs memory has chosen a buffer whose last handle is destroyed inside its `sync`.
+/// The thread evicts another buffer instead.
 SIMULATED(LastHandleOfAVictimGoesInsideACall, WITH_BUFFERS)
 {
     Storage storages[3];
@@ -540,7 +544,8 @@ SIMULATED(LastHandleOfAVictimGoesInsideACall, WITH_BUFFERS)
     stranger.join();
 }
 
-/// Lets the last handle go while the result of an operation is told, which fails at first and is told again.
+/// The last handle is destroyed while the result of an operation is reported. The first report
+/// fails, and is repeated.
 SIMULATED(LastHandleGoesWhileAResultIsToldAgain, WITH_BUFFERS)
 {
     Telling telling;
@@ -560,7 +565,8 @@ SIMULATED(LastHandleGoesWhileAResultIsToldAgain, WITH_BUFFERS)
     teller.join();
 }
 
-/// Each event that can be put off inside a call that begins an operation, with each end of that operation, at any time.
+/// Each event that can be deferred inside a call that begins an operation, with each result of the
+/// operation at any time.
 SIMULATED(EventsArePutOffInsideACallThatCompletes, WITH_BUFFERS)
 {
     enum Operation
@@ -596,7 +602,7 @@ SIMULATED(EventsArePutOffInsideACallThatCompletes, WITH_BUFFERS)
                         else
                             buffer.asyncSync();
                     } else {
-                        telling.handle->performSucceeded(); // of what was put off
+                        telling.handle->performSucceeded(); // of the deferred operation
                     }
                 };
                 if (operation == SYNC)
@@ -613,7 +619,7 @@ SIMULATED(EventsArePutOffInsideACallThatCompletes, WITH_BUFFERS)
             }
 }
 
-/// One hold for writing in two hands.
+/// Two guards on different threads share one hold for writing.
 SIMULATED(BufferWrittenUnderASharedHold, WITH_BUFFERS)
 {
     Storage storage;

@@ -1,5 +1,5 @@
-// Managers that are closed within a limit, in virtual time: devices that are slow or hang in any phase, and threads that
-// use the manager meanwhile.
+// Closing of a manager within a limit, in virtual time, with devices that are slow or hang in any
+// phase, and threads that use the manager meanwhile.
 #include "simulated/scenario.h"
 
 #include "resmgt/deviceManager.h"
@@ -21,15 +21,15 @@ namespace {
 
 using End = DevMgrCloseReport::End;
 
-/// Time moves when all threads wait, and not before.
+/// Time advances only when all threads wait.
 constexpr Settings STRICT = {
     .schedules = 100, .bound = 100'000, .hasty = false, .leftOver = {64, 0}};
 constexpr Settings ONE_HANGS = {
     .schedules = 100, .bound = 100'000, .hasty = false, .leftOver = {64, 1}};
-/// Any thread may be late here, as on a loaded machine, and is left behind then.
+/// Any thread may be late, as on a loaded machine, and may then be left behind.
 constexpr Settings HASTY = {.schedules = 100, .bound = 100'000, .leftOver = {64, 4}};
 
-/// What the program knows of a device, also when the device is gone.
+/// What the program knows of a device, also after the device has been destroyed.
 struct Watched
 {
     std::string name;
@@ -88,8 +88,8 @@ struct Scene
             manager->getPrtcl(device->name.c_str());
     }
 
-    std::vector<std::string> closings; // in the order of their beginnings
-    std::vector<Watched *> watched;    // they are left to threads that hang
+    std::vector<std::string> closings; // names of the devices, as their closings begin
+    std::vector<Watched *> watched;    // never deleted, because threads that hang may use them
     ObjPtr<DevMgr> manager;
 };
 
@@ -103,7 +103,7 @@ bool isAbout(double value, double expected)
     return std::fabs(value - expected) < 0.01;
 }
 
-/// Of a thread that is not to come back.
+/// Never returns.
 void hang()
 {
     ::Sleep(INFINITE);
@@ -120,7 +120,7 @@ SIMULATED(DevicesThatHangOrAreSlowShareTheTime, ONE_HANGS)
     scene[2].close = [] { ::Sleep(3000); };
     scene.open();
     double const start = seconds();
-    // Its share is 2 seconds, but c gets the 3 that it needs.
+    // The share of each device is 2 seconds, but "c" gets the 3 seconds that it needs.
     DevMgrCloseReport const report = scene.manager->close(6);
     HOLDS(isAbout(seconds() - start, 6));
     HOLDS((scene.closings == std::vector<std::string>{"c", "b", "a"}));
@@ -177,7 +177,7 @@ SIMULATED(ADeviceThatHangsInItsOpeningIsLeftBehind, STRICT)
     HOLDS(scene[1].nbDestroyed == 0 && scene[2].nbOpened == 0);
 }
 
-/// What is opened in time is closed, and nothing is opened afterwards.
+/// Devices that are opened in time are closed, and no device is opened afterwards.
 SIMULATED(ManagerIsClosedWhileTwoThreadsOpenDevices, STRICT)
 {
     InPackageScope const packages;
@@ -206,7 +206,7 @@ SIMULATED(ManagerIsClosedWhileTwoThreadsOpenDevices, STRICT)
 SIMULATED(ManagerIsClosedByTwoInNoTime, HASTY)
 {
     InPackageScope const packages;
-    auto &scene = *new Scene; // is left to the threads that are left behind
+    auto &scene = *new Scene; // never deleted, because threads that are left behind may use it
     scene.open();
     LkCounter<long> nbClosings;
     auto const close = [&] {
@@ -227,7 +227,7 @@ SIMULATED(ManagerIsClosedByTwoInNoTime, HASTY)
     scene.manager = nullptr;
 }
 
-/// The manager's thread comes free when its share of the time is over.
+/// The manager's thread can continue at the moment when its share of the time is over.
 SIMULATED(ManagerIsClosedWhileItsThreadComesFree, HASTY)
 {
     InPackageScope const packages;
@@ -236,7 +236,7 @@ SIMULATED(ManagerIsClosedWhileItsThreadComesFree, HASTY)
         LkUnnamedSema mayGoOn{"mayGoOn", 0};
         int nb = 0;
     };
-    auto &executed = *new Executed; // is left to the thread
+    auto &executed = *new Executed; // never deleted, because the thread may use it
     RCShdPtr<DevMgrMediator> mediator(new DevMgrMediator);
     auto const produce = [fifo = mediator->getFifo()](std::function<void()> function) {
         DevANOQueueEntry entry(makeANO(std::move(function)));

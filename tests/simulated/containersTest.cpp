@@ -1,4 +1,4 @@
-// The queue between threads, and what counts requests.
+// The queue between threads, and the counting of requests.
 #include "simulated/scenario.h"
 
 #include "resmgt/locks.h"
@@ -16,7 +16,7 @@ namespace {
 using Numbers = std::queue<int>;
 using Queue = MtContainer<Numbers>;
 
-/// Counts, under a lock of its own, what it is told.
+/// Counts the elements that were produced and not consumed yet.
 class Observer : public Queue::Observer
 {
 public:
@@ -87,7 +87,7 @@ SIMULATED(QueueTriedAndTimed, {.schedules = 500})
     });
     consumer.join();
     int element = 0;
-    // The producer waits for a place until one is made for the last of its elements.
+    // The producer waits until the queue has room for its last element.
     while (::WaitForSingleObject(producer.getHandle(), 0) == WAIT_TIMEOUT)
         if (queue.timedConsume(element, 0.001))
             consumed += element;

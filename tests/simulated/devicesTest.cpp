@@ -1,5 +1,5 @@
-// Devices and their manager: rendezvous, opening and closing, properties, streams, and sequences whose devices answer
-// in any order.
+// Devices and their manager: rendezvous, opening and closing, properties, streams, and sequences
+// whose devices answer in any order.
 #include "simulated/scenario.h"
 #include "simulated/streams.h"
 
@@ -22,7 +22,7 @@ namespace {
 
 constexpr Settings WITH_PACKAGES = {.schedules = 60, .bound = 100'000, .leftOver = {64, 0}};
 
-/// A device with all four faces. What it does is done on its own thread, which each function checks.
+/// A device with all four interfaces. Its functions check that they run on the device's thread.
 class Probe : public DevMDStdAccessPrtcl,
               public DevMDStdSyncSeqPrtcl,
               public DevMDStdStreamPrtcl,
@@ -33,10 +33,10 @@ public:
     {
         using DevMDStdProperty<int>::DevMDStdProperty;
     };
-    /// What else a device does.
+    /// Additional behaviour of a device.
     struct Wishes
     {
-        /// The step at which it aborts.
+        /// Name of the step in which the device reports that it aborts.
         char const *abortsAt = "";
     };
 
@@ -72,7 +72,7 @@ public:
         builder->addProperty(level);
     }
 
-    // On the device's thread.
+    // Called on the device's thread.
     void open()
     {
         _thread = ::GetCurrentThreadId();
@@ -119,7 +119,7 @@ public:
         _recover->performExecute();
     }
 
-    // On other threads.
+    // Called on other threads.
     DtTime getLatency() override { return DtTime(); }
     DtTimeMark getMark() override
     {
@@ -133,7 +133,7 @@ public:
         _queue->produce(entry);
     }
 
-    /// Is posted each time that the device has locked and its machine knows.
+    /// Posted each time the machine of the device enters the state "lock".
     LkUnnamedSema locked{"locked", 0};
     bool isOpen = false;
     bool isStarted = false;
@@ -168,7 +168,8 @@ ProbePtr makeProbe(char const *name, int capacity = 1)
     return makeShd<Probe>(name, makeShd<DevMDStdFifo>(capacity), Probe::Wishes{});
 }
 
-/// A kind of device that the registry knows; the device stays here to be looked at.
+/// Adds a kind of device to the registry. Returns a pointer that holds the device once it has been
+/// created.
 ProbePtr &enterProbe(char const *name, Probe::Wishes const &wishes = {})
 {
     auto &device = *new ProbePtr;
@@ -224,7 +225,7 @@ SIMULATED(DeviceClosedWhileRequestsArrive, WITH_PACKAGES)
             device->level->get(level);
             HOLDS(level == 1);
         } catch (DevPrtclEx::ExMDStdPropertyGet const &) {
-            // It was closed before.
+            // The device was closed before.
         }
     };
     device->performOpen();
@@ -241,7 +242,7 @@ SIMULATED(DeviceDestroyedUnclosed, WITH_PACKAGES)
     InPackageScope const packages;
     auto const fifo = makeShd<DevMDStdFifo>(1);
     bool isGone = false;
-    // Of nothing that is the device's: it is destroyed before its thread ends.
+    // The requests use nothing of the device, which is destroyed before its thread ends.
     auto const request = [&isGone] { return makeANO([&isGone] { HOLDS(!isGone); }); };
     {
         auto const device = makeShd<Probe>("probe", fifo, Probe::Wishes{});
@@ -257,7 +258,7 @@ SIMULATED(DeviceDestroyedUnclosed, WITH_PACKAGES)
 
 namespace {
 
-/// A request that tells how it ended, on whichever thread.
+/// Makes a request and records whether it was executed and destroyed, on any thread.
 struct Sent
 {
     bool isExecuted = false;
@@ -286,7 +287,8 @@ struct Sent
 
 } // namespace
 
-// A request that is destroyed unexecuted is destroyed because the device goes: no later one is executed.
+// If a request is destroyed without being executed, the device is being destroyed. No later request
+// is executed then.
 SIMULATED(DeviceDestroyedUnclosedWhileAClientSends, WITH_PACKAGES)
 {
     InPackageScope const packages;
@@ -309,7 +311,7 @@ SIMULATED(DeviceDestroyedUnclosedWhileTwoClientsAsk, WITH_PACKAGES)
     InPackageScope const packages;
     auto const fifo = makeShd<DevMDStdFifo>(1);
     auto device = makeShd<Probe>("probe", fifo, Probe::Wishes{});
-    // Its functions need nothing of the device.
+    // The functions of the property use nothing of the device.
     auto const gain = makeProperty<int>("gain", "A number", fifo, [](int &value) { value = 5; });
     auto const ask = [&gain] {
         try {
@@ -317,7 +319,7 @@ SIMULATED(DeviceDestroyedUnclosedWhileTwoClientsAsk, WITH_PACKAGES)
             gain->get(value);
             HOLDS(value == 5);
         } catch (DevPrtclEx::ExMDStdPropertyGet const &) {
-            // The device was gone before.
+            // The device was destroyed before.
         }
     };
     device->performOpen();
@@ -363,7 +365,7 @@ SIMULATED(FifoOpenedAgainWhileAClientSends, {.schedules = 300, .preemptions = 2}
     HOLDS(mine.isDestroyed && late.isDestroyed);
 }
 
-// ---- the manager ----------------------------------------------------------------------------------------
+// ---- The manager.
 
 SIMULATED(ManagerAskedForOneDeviceByThree, WITH_PACKAGES)
 {
@@ -403,7 +405,7 @@ SIMULATED(MediatorComesAndGoes, WITH_PACKAGES)
     HOLDS(executed <= 2);
 }
 
-// ---- properties -----------------------------------------------------------------------------------------
+// ---- Properties.
 
 namespace {
 
@@ -463,7 +465,7 @@ SIMULATED(PropertyAccessGoesWhileTheDeviceReports, WITH_PACKAGES)
     probe = nullptr;
 }
 
-// ---- streams --------------------------------------------------------------------------------------------
+// ---- Streams.
 
 SIMULATED(StreamsConnectedByTwo, WITH_PACKAGES)
 {
@@ -495,11 +497,11 @@ SIMULATED(StreamsConnectedByTwo, WITH_PACKAGES)
     to = nullptr;
 }
 
-// ---- sequences ------------------------------------------------------------------------------------------
+// ---- Sequences.
 
 namespace {
 
-/// Three devices in a tree, from its configuration until all have ended.
+/// A sequence of three devices, from its configuration to its end.
 class Sequence
 {
 public:
@@ -557,7 +559,7 @@ void breakDown(ProbePtr const &probe)
     probe->ask([device = probe.get()] { device->breakDown(); });
 }
 
-/// Stopped by another thread at whatever point they have come to.
+/// Runs a sequence that another thread stops at any point.
 void stopSomewhere(char const *config, Probe::Wishes const &ofRoot = {})
 {
     Sequence sequence(config, ofRoot);
@@ -570,7 +572,8 @@ void stopSomewhere(char const *config, Probe::Wishes const &ofRoot = {})
 
 } // namespace
 
-/// The table of the machines takes tens of thousands of steps, and no thread but its maker sees it before it stands.
+/// The table of the sequence machine takes tens of thousands of steps, and no second thread sees it
+/// before it is complete. It is therefore created before the first schedule.
 constexpr Settings WITH_TABLE = {.schedules = 60,
                                  .bound = 100'000,
                                  .leftOver = {64, 0},
@@ -588,8 +591,9 @@ SIMULATED(SequenceInALineStoppedAtAnyPoint, WITH_TABLE)
     stopSomewhere("( root ( child ( other ) ) )");
 }
 
-/// An abort is the device's own affair: its neighbours are not told, so all of them break down, each at its own point.
-/// What a neighbour reports or orders behind a machine's end is illegal there, and changes nothing for the devices.
+/// The neighbours of a device that aborts are not told, so all devices break down, each at its own
+/// point. An event that a neighbour sends after the end of a machine is illegal there, but changes
+/// nothing for the devices.
 SIMULATED(SequenceInALineBreaksAtAnyPoint, WITH_TABLE)
 {
     InPackageScope const packages;
@@ -625,7 +629,8 @@ SIMULATED(SequenceAbortedByItsRootAsItStops, WITH_TABLE)
     stopSomewhere("( root ( child other ) )", {.abortsAt = "stop"});
 }
 
-/// A device that loses its lock takes those below it along; all lock again, and stop as ever.
+/// A device that loses its lock falls back with its subtree. All of them lock again, and can be
+/// stopped.
 SIMULATED(SequenceLosesItsLock, WITH_TABLE)
 {
     InPackageScope const packages;
@@ -633,7 +638,7 @@ SIMULATED(SequenceLosesItsLock, WITH_TABLE)
     sequence.start();
     sequence.waitForLock();
     sequence.child->ask([device = sequence.child.get()] { device->loseLock(); });
-    // The root reads its mark anew when all below it are ready.
+    // The mark of the root is read again when its subtree is ready.
     sequence.waitForLock();
     sequence.stop();
     sequence.waitForEnd();
@@ -671,7 +676,7 @@ SIMULATED(SequenceTreeGoesUnstopped, WITH_TABLE)
 
 namespace {
 
-/// A device whose steps are finished by another thread, whenever that comes to it.
+/// A device whose steps are finished when another thread says so, at any time.
 class Answered : public DevMDStdDevice
 {
 public:
@@ -679,7 +684,7 @@ public:
 
     Answered(LiString const &name, Answers &answers) : DevMDStdDevice(name), _answers(answers) {}
 
-    /// On any thread: the device's own finishes the step.
+    /// Finishes the step on the device's thread. Called on any thread.
     void answer()
     {
         DevANOQueueEntry entry(makeANO([this] {

@@ -39,7 +39,7 @@ Options optionsFor(Settings const &settings, Choice choice, std::uint64_t seed)
     return options;
 }
 
-/// The script that comes after the one that has just run, or none.
+/// Returns the script that follows the one that has just run, or nothing after the last one.
 std::optional<std::vector<std::uint8_t>> nextScript(Record const &record, int preemptions)
 {
     std::uint32_t const length = std::min(record.decisions, Record::DECISIONS);
@@ -50,7 +50,8 @@ std::optional<std::vector<std::uint8_t>> nextScript(Record const &record, int pr
     }
     for (std::uint32_t i = length; i-- > 0;) {
         Decision const &decision = record.decision[i];
-        // The running thread comes last in the ring only where it asked to be passed over; then it is not taken.
+        // Each decision was first taken with option 0, or with option 1 if the running thread
+        // yields. A thread that yields is therefore never chosen.
         if (decision.chosen + 1 >= decision.count ||
             spent[i] + (decision.isPreemption ? 1 : 0) > preemptions)
             continue;
@@ -73,7 +74,7 @@ std::string describeStatus(int status)
 
 } // namespace
 
-// ---- schedules in words ---------------------------------------------------------------------------------
+// ---- Texts of schedules.
 
 std::string Schedule::toText() const
 {
@@ -89,7 +90,7 @@ std::string Schedule::toText() const
         break;
     case Choice::SCRIPT:
         text << ":script=";
-        // "3*0." stands for three zeros.
+        // "3*0." means three zeros.
         for (std::size_t i = 0; i < script.size();) {
             std::size_t same = i;
             while (same < script.size() && script[same] == script[i])
@@ -164,7 +165,7 @@ std::optional<Schedule> Schedule::fromText(std::string const &text)
     return schedule;
 }
 
-// ---- running --------------------------------------------------------------------------------------------
+// ---- Running.
 
 std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, bool isTraced)
 {
@@ -248,7 +249,7 @@ void Explorer::byRepetition(Tally &tally, unsigned scenario, unsigned schedules,
         auto const first = run(tally, schedule);
         auto const digest = record.digest;
         auto const steps = record.steps;
-        // Also where each step is written down.
+        // The trace must not change a run, so some of the second runs are traced.
         auto const second = run(tally, schedule, i % 4 < 2);
         if (digest != record.digest || steps != record.steps ||
             first.has_value() != second.has_value())
@@ -258,7 +259,7 @@ void Explorer::byRepetition(Tally &tally, unsigned scenario, unsigned schedules,
     }
 }
 
-// ---- telling --------------------------------------------------------------------------------------------
+// ---- Texts of failures.
 
 std::string Explorer::replay(Schedule const &schedule)
 {

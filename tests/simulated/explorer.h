@@ -1,4 +1,4 @@
-// Takes scenarios through schedules.
+// Explorer: runs programs under many schedules.
 #pragma once
 
 #include "simulated/nursery.h"
@@ -9,7 +9,7 @@
 
 namespace Zv::Simulated {
 
-/// One schedule in words, from which it can be run again: `Name:random:seed=7:hasty`.
+/// A schedule. It can be run again from its text, such as `Name:random:seed=7:hasty`.
 struct Schedule
 {
     unsigned scenario = 0;
@@ -17,7 +17,7 @@ struct Schedule
     std::vector<std::uint8_t> script;
 
     std::string toText() const;
-    /// Nothing where the text is none.
+    /// Returns nothing if the text is not a schedule.
     static std::optional<Schedule> fromText(std::string const &);
 };
 
@@ -28,14 +28,14 @@ struct Finding
     std::string report;
 };
 
-/// What a number of schedules came to.
+/// Results of a number of schedules.
 struct Tally
 {
     std::uint64_t schedules = 0;
     std::uint64_t steps = 0;
     std::uint64_t switches = 0;
     double seconds = 0;
-    bool isComplete = false; ///< the exhaustive search came to its end
+    bool isComplete = false; ///< the exhaustive search has run all schedules
     std::unordered_set<std::uint64_t> digests;
     std::optional<Finding> finding;
 
@@ -47,18 +47,20 @@ class Explorer
 public:
     explicit Explorer(Nursery &nursery) : _nursery(nursery) {}
 
-    /// So many schedules by chance, until something is found.
+    /// Runs at most `schedules` schedules by a random strategy, until there is a finding.
     void byChance(Tally &, unsigned scenario, Choice, unsigned schedules, std::uint64_t seed);
-    /// All schedules with at most so many pre-emptions, until something is found or the number is used up.
+    /// Runs all schedules with at most `preemptions` pre-emptions, until there is a finding or
+    /// `schedules` of them have been run.
     void byExhaustion(Tally &, unsigned scenario, int preemptions, unsigned schedules);
-    /// Makes the first call of those that may fail do so, then the second, with a few schedules for each.
+    /// Lets the first call that can be made to fail do so, then the second, and so on, in
+    /// `schedules` schedules each, until there is a finding.
     void byRefusal(Tally &, unsigned scenario, unsigned schedules, std::uint64_t seed);
-    /// Runs seeds twice. A finding where the two runs differ.
+    /// Runs each seed twice. If the two runs differ, this is a finding.
     void byRepetition(Tally &, unsigned scenario, unsigned schedules, std::uint64_t seed);
 
-    /// Runs one schedule again and tells of it, step by step.
+    /// Runs a schedule again. Returns all of its steps, and the finding.
     std::string replay(Schedule const &);
-    /// The text of a failure: what, how to run it again, and the last steps.
+    /// Returns the text of a failure: the finding, how to run it again, and the last steps.
     std::string tell(Finding const &);
 
     std::optional<Finding> run(Tally &, Schedule const &, bool isTraced = false);
@@ -67,7 +69,7 @@ private:
     Nursery &_nursery;
 };
 
-/// Puts functions and lines in the place of the addresses in a text.
+/// Returns the text with functions and lines in place of its addresses.
 std::string withSymbols(std::string const &text);
 
 } // namespace Zv::Simulated

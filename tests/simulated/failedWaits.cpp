@@ -25,7 +25,7 @@ void failIf(FailingWait here)
         Assertions::throwAssertionFailed(__FILE__, __LINE__, "the wait");
 }
 
-/// A wait of the library, which fails if it is to.
+/// Runs a wait of the library, and makes it fail if the calling thread has a `NextWaitFails`.
 template <class Wait>
 auto failing(Wait wait)
 {
@@ -53,7 +53,8 @@ NextWaitFails::~NextWaitFails()
 
 } // namespace Zv::Simulated
 
-// The linker leads the library's waits here.
+// The linker replaces the library's waits by these functions. Their symbols are listed in
+// `wrapped.txt`.
 
 using namespace Zv;
 using namespace Zv::Simulated;

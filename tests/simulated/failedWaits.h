@@ -1,4 +1,4 @@
-// Waits that fail, in the place and in the thread that a program wants.
+// Makes a wait fail, at a place and on a thread that the program chooses.
 #pragma once
 
 #include "zvbase/assertions.h"
@@ -8,11 +8,12 @@ namespace Zv::Simulated {
 enum class FailingWait
 {
     BEFORE_SLEEPING, ///< at once, with the mutex held
-    WHEN_WOKEN,      ///< when the wake-up has been used up and the mutex is held again
-    IN_THE_SERVICE   ///< the system refuses the sleep itself
+    WHEN_WOKEN,      ///< after the wake-up has been used up, with the mutex held again
+    IN_THE_SERVICE   ///< the service in which the thread sleeps fails
 };
 
-/// While it lives, the calling thread's next wait on a condition variable or a pulse fails an assertion.
+/// While it exists, the calling thread's next wait on a condition variable or a pulse fails an
+/// assertion.
 class NextWaitFails
 {
 public:
@@ -22,7 +23,7 @@ public:
     NextWaitFails &operator=(NextWaitFails const &) = delete;
 };
 
-/// Runs `work`, in which the first wait fails. Returns whether it came to its end nevertheless.
+/// Runs `work`, in which the first wait fails. Returns whether `work` has finished nevertheless.
 template <class Work>
 bool withFailingWait(FailingWait where, Work work)
 {

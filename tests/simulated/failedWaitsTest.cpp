@@ -1,4 +1,5 @@
-// A wait that fails in the middle of a lock, or an element that throws in a queue: the others go on.
+// Waits that fail inside a lock, and elements that throw in a queue. The other threads must
+// continue.
 #include "simulated/failedWaits.h"
 #include "simulated/scenario.h"
 
@@ -24,7 +25,7 @@ SIMULATED(AbandonedMutex, {.preemptions = 1})
     LkMutex mutex("mutex");
     LkCounter<long> refusals;
     LkCounter<long> inside;
-    // A thread that is refused tries again.
+    // A thread that does not get the mutex tries again.
     auto const visit = [&](auto lock) {
         for (bool isOurs = false; !isOurs;) {
             try {
@@ -74,7 +75,7 @@ std::string stateOf(LkRwLock const &lock)
     return stream.str();
 }
 
-/// Takes the lock for a moment, and has a wait fail.
+/// Takes and releases the lock. If this has to wait, the first wait fails.
 template <class Lock>
 void fallOut(LkRwLock const &lock, FailingWait where, Lock take)
 {
@@ -167,7 +168,7 @@ SIMULATED(ConditionCannotWait, {.schedules = 500})
     first.join();
     second.join();
     HOLDS(tokens == 0);
-    changed.broadcast(); // no thread is counted now
+    changed.broadcast(); // no thread must be counted as waiting now
 }
 
 SIMULATED(CountedPulseCannotBeWaitedFor, {.schedules = 500})
@@ -186,7 +187,7 @@ SIMULATED(CountedPulseCannotBeWaitedFor, {.schedules = 500})
 SIMULATED(SemaphoreCannotBeWaitedFor, {.schedules = 500})
 {
     LkSema sema("sema", 0);
-    // What a thread gets that was to fail, it gives back.
+    // A thread whose wait does not fail gives back what it got.
     auto const fallOut = [&](FailingWait where) {
         if (withFailingWait(where, [&] { sema.wait(); }))
             sema.post();
@@ -203,7 +204,7 @@ SIMULATED(SemaphoreCannotBeWaitedFor, {.schedules = 500})
     Worker waiter("waiter", [&] { sema.wait(); });
     sema.post();
     waiter.join();
-    sema.post(); // for those that are still to fail
+    sema.post(); // for threads that have not failed yet
     for (Worker *worker : {&early, &late, &timed})
         worker->join();
     HOLDS(sema.tryWait());
@@ -267,7 +268,7 @@ SIMULATED(GateWithKeeperCannotBeWaitedAt, {.schedules = 500})
         try {
             gate.ready();
             HOLDS(isOpen);
-        } catch (AssertionFailed const &) { // the keeper has come, and counts on it
+        } catch (AssertionFailed const &) { // the keeper has already counted this thread
         }
     });
     Worker late("late", [&] {
@@ -280,11 +281,11 @@ SIMULATED(GateWithKeeperCannotBeWaitedAt, {.schedules = 500})
     isOpen = true;
 }
 
-// ---- the queue between threads --------------------------------------------------------------------------
+// ---- The queue between threads.
 
 namespace {
 
-/// Copies and moves of the calling thread throw as long as this says so.
+/// Whether copies and moves on this thread throw.
 thread_local bool isBreaking = false;
 
 struct Fragile
@@ -349,7 +350,7 @@ SIMULATED(QueueConsumersElementThrows, {.schedules = 500})
     queue.produce(one);
     second.join();
     third.join();
-    queue.produce(one); // for those that are still to fail
+    queue.produce(one); // for threads that have not failed yet
     timed.join();
     breaker.join();
     HOLDS(queue.consume().value == 1);
@@ -372,7 +373,7 @@ SIMULATED(QueueProducerCannotWait, {.schedules = 500})
         ++produced;
     });
     HOLDS(queue.consume() == 1);
-    // At least one comes, whichever fails.
+    // At least one producer queues its element, in any case.
     HOLDS(queue.consume() == 1);
     int element = 0;
     for (Worker *worker : {&early, &late, &second})
@@ -386,7 +387,7 @@ SIMULATED(QueueProducerCannotWait, {.schedules = 500})
 SIMULATED(QueueConsumerCannotWait, {.schedules = 500})
 {
     Queue queue("queue");
-    // What a thread gets that was to fail, it gives back.
+    // A thread whose wait does not fail gives back what it got.
     Worker early("early", [&] {
         if (withFailingWait(BEFORE_SLEEPING, [&] { static_cast<void>(queue.consume()); }))
             queue.produce(1);
@@ -404,7 +405,7 @@ SIMULATED(QueueConsumerCannotWait, {.schedules = 500})
     Worker second("second", [&] { HOLDS(queue.consume() == 1); });
     queue.produce(1);
     second.join();
-    queue.produce(1); // for those that are still to fail
+    queue.produce(1); // for threads that have not failed yet
     for (Worker *worker : {&early, &late, &timed})
         worker->join();
     HOLDS(queue.consume() == 1);

@@ -1,4 +1,4 @@
-// Each kind of finding, by the smallest program that has one.
+// The smallest program for each kind of finding.
 #include "simulated/scenario.h"
 
 #include "zvbase/platform/interlocked.h"
@@ -14,7 +14,7 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// Found in the very first schedule.
+/// A fault that the first schedule must find.
 constexpr Fault always(char const *finding)
 {
     return {.finding = finding, .byRandom = 1, .byPriority = 1};
@@ -32,7 +32,7 @@ KNOWN_FAULT(WaitsForNothing, always("deadlock"), {})
     ::WaitForSingleObject(makeEvent(), INFINITE);
 }
 
-/// Others that live by timers do not hide it.
+/// A thread that only sleeps does not hide the deadlock of the first thread.
 KNOWN_FAULT(WaitsForNothingWhileTimePasses, always("deadlock"), {.leftOver = {8, 1}})
 {
     Worker ticking("ticking", [] {
@@ -57,7 +57,7 @@ KNOWN_FAULT(Spins, always("no progress"), {.bound = 5000})
 
 KNOWN_FAULT(ComputesForEver, (Fault{.finding = "computes for ever", .byRandom = 1}), {})
 {
-    // As if it had done so for the time that a schedule may take.
+    // The system sends this signal when a schedule has used up its processor time.
     ::raise(SIGXCPU);
 }
 
@@ -138,7 +138,7 @@ KNOWN_FAULT(ForeignThread, always("foreign thread"), {})
     ::pthread_join(thread, nullptr);
 }
 
-/// Only where a time-out comes although the other thread could have gone on.
+/// Can only be found if a time-out occurs although the other thread could run.
 KNOWN_FAULT(TrustsATimeOut, (Fault{.finding = "does not hold", .byRandom = 200, .byPriority = 200}),
             {})
 {
@@ -149,7 +149,7 @@ KNOWN_FAULT(TrustsATimeOut, (Fault{.finding = "does not hold", .byRandom = 200, 
     ::CloseHandle(event);
 }
 
-/// Only where the wait ends without a cause.
+/// Can only be found if the wait ends without a cause.
 KNOWN_FAULT(TrustsAWakeUp, (Fault{.finding = "does not hold", .byRandom = 200, .byPriority = 200}),
             {})
 {
@@ -167,7 +167,7 @@ KNOWN_FAULT(TrustsAWakeUp, (Fault{.finding = "does not hold", .byRandom = 200, .
     waker.join();
 }
 
-/// A failure that nobody looks for: only where that call is made to fail.
+/// Does not check the result of its last call. Can only be found if that call is made to fail.
 KNOWN_FAULT(TrustsACall, (Fault{.finding = "does not hold", .byRefusal = 1}),
             {.refusals = SEMAPHORES})
 {
@@ -179,7 +179,7 @@ KNOWN_FAULT(TrustsACall, (Fault{.finding = "does not hold", .byRefusal = 1}),
     }
 }
 
-/// What the schedule does not decide: the number of the process, here.
+/// Depends on the number of the process, which the schedule does not determine.
 KNOWN_FAULT(DependsOnTheProcess, (Fault{.finding = "not deterministic", .byRepetition = 5}), {})
 {
     for (int i = ::getpid() % 1000; i > 0; --i)
@@ -187,7 +187,7 @@ KNOWN_FAULT(DependsOnTheProcess, (Fault{.finding = "not deterministic", .byRepet
 }
 
 #ifdef __SANITIZE_THREAD__
-/// The baton hides no race from the sanitizer.
+/// The baton does not hide a data race from the thread sanitizer.
 KNOWN_FAULT(DataRace, (Fault{.finding = "exit 66", .byRandom = 3, .byPriority = 3}), {})
 {
     int shared = 0;

@@ -1,4 +1,5 @@
-// Sequences whose queues are full all the time: steps and reports pass, requests and notifications wait.
+// Sequences with full queues: steps and reports are queued nevertheless, requests and notifications
+// wait.
 #include "simulated/sequences.h"
 
 #include "resmgt/deviceManager.h"
@@ -16,7 +17,7 @@ void produce(DevANOFifo &fifo, ObjPtr<DevANO> ano)
     fifo.produce(entry);
 }
 
-/// A tree, and a thread that serves its queue, which has room for one.
+/// A tree, and a thread that serves its queue, which has room for one entry.
 class Manager
 {
 public:
@@ -43,7 +44,7 @@ public:
             tree->attach(_root, node);
         return node;
     }
-    /// As a device does whose property has changed.
+    /// Queues a notification, as a device does when a property has changed.
     void notify()
     {
         produce(*_fifo, makeANO([] {}));
@@ -71,7 +72,7 @@ private:
                    }};
 };
 
-/// A device with room for one request.
+/// A device whose queue has room for one request.
 class Narrow : public DevMDStdDevice
 {
 public:

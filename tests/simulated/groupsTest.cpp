@@ -1,5 +1,5 @@
-// Groups: those that the thread manager tells of processors, threads that several start and stop together, pools; and
-// what each thread of a group has for itself.
+// Groups of threads: thread groups of the manager, threads that several threads start and stop,
+// pools, thread-specific data and lines of the log.
 #include "simulated/threadProtocols.h"
 
 #include "resmgt/locks.h"
@@ -27,7 +27,7 @@ namespace {
 
 constexpr Settings WITH_PACKAGES = {.schedules = 100, .bound = 100'000, .leftOver = {64, 0}};
 
-// ---- the manager's groups -------------------------------------------------------------------------------
+// ---- Thread groups of the manager.
 
 class NoThreads : public MtThreadFactory
 {
@@ -192,7 +192,7 @@ SIMULATED(RealTimeSwitchedByThree, {.schedules = 300, .preemptions = 1})
     HOLDS(!mgr.isRealTime() && !mgr.isOn);
 }
 
-// ---- threads that are started, stopped and joined by others -----------------------------------------------
+// ---- Threads that other threads start, stop and join.
 
 SIMULATED(ThreadsStartedStoppedAndJoinedByOthers, WITH_PACKAGES)
 {
@@ -243,7 +243,7 @@ SIMULATED(ThreadsCancelledAndJoinedByTwo, WITH_PACKAGES)
     HOLDS(cancelled == 1);
 }
 
-/// One of two who wait for a thread comes back when it has been started again.
+/// One of two joining threads may return only after the thread has been started again.
 SIMULATED(ThreadStartedAgainWhileOneStillJoins, WITH_PACKAGES)
 {
     InPackageScope const packages;
@@ -291,7 +291,8 @@ SIMULATED(ThreadPlacedAndLookedAtWhileItComesAndGoes, WITH_PACKAGES)
     }
 }
 
-/// Whoever has started a thread finds its lines in their order behind its own.
+/// When `start` returns, the thread runs, is known to the manager, and has a queue in the log. Its
+/// lines therefore follow those that the starting thread wrote before.
 SIMULATED(ThreadIsAllThereWhenItHasStarted, WITH_PACKAGES)
 {
     InPackageScope const packages;
@@ -310,11 +311,11 @@ SIMULATED(ThreadIsAllThereWhenItHasStarted, WITH_PACKAGES)
     HOLDS(runs == 1);
 }
 
-// ---- pools ------------------------------------------------------------------------------------------------
+// ---- Pools.
 
 namespace {
 
-/// Each worker works until it is told that the pool stops.
+/// A pool whose workers make rounds until it stops.
 class Crew : public MtThreadPool
 {
 public:
@@ -392,11 +393,11 @@ SIMULATED(PoolIsFollowedByItsWorkersPriorities, WITH_PACKAGES)
     HOLDS(crew.getPriority() == 3);
 }
 
-// ---- what each thread has for itself ------------------------------------------------------------------------
+// ---- Thread-specific data.
 
 namespace {
 
-/// Belongs to the thread that has made it.
+/// Data that must be destroyed on the thread that has created it.
 struct Own
 {
     Own() { ++made; }
@@ -452,7 +453,7 @@ SIMULATED(SpecificDataOfThreadsThatComeAndGo, WITH_PACKAGES)
     HOLDS(Own::made.getValue() == 7 && Own::deleted.getValue() == 7);
 }
 
-// ---- lines while the logger goes ------------------------------------------------------------------------------
+// ---- Lines of the log while the packages start and shut down.
 
 namespace {
 
@@ -473,7 +474,8 @@ void writeLine()
 
 } // namespace
 
-/// Once the logger is down, a line is out when it has been written, whoever was there when it was begun.
+/// After the logger has been shut down, a line is output as soon as it is written, even if the
+/// logger still ran when the line was begun.
 SIMULATED(LinesWrittenWhileTheLoggerComesAndGoes, WITH_PACKAGES)
 {
     LgTrace::setOutput(countLine, nullptr);
@@ -500,7 +502,7 @@ SIMULATED(TraceLevelSwitchedWhileOthersWrite, WITH_PACKAGES)
     {
         InPackageScope const packages;
         auto const write = [] {
-            // Whoever comes first makes the level.
+            // The first thread that registers the level creates it.
             TraceLevel const &level = *Trace::registerLevel("a level of ours", __FILE__);
             for (int i = 0; i < 2; ++i)
                 ZV_TRACE(level, "one of ours");
@@ -520,7 +522,7 @@ SIMULATED(TraceLevelSwitchedWhileOthersWrite, WITH_PACKAGES)
     LgTrace::setOutput(nullptr, nullptr);
 }
 
-// ---- a group that works off commands --------------------------------------------------------------------------
+// ---- Commands of a group.
 
 SIMULATED(CommandsOfAGroup, {.schedules = 300, .leaks = true})
 {
@@ -556,9 +558,9 @@ SIMULATED(CommandsOfAGroup, {.schedules = 300, .leaks = true})
         commands.produce(MtGroupCommand());
 }
 
-// ---- the whole process ----------------------------------------------------------------------------------------
+// ---- The whole process.
 
-/// Real-time operation, and the priority that many follow, move while threads start.
+/// Real-time operation and the priority of the process scope change while a thread starts.
 SIMULATED(ProcessMovesWhileItsThreadsStart, WITH_PACKAGES)
 {
     InPackageScope const packages;

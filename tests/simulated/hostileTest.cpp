@@ -1,4 +1,5 @@
-// Hostile devices: a random tree in which each device misbehaves in its own way, and clients that do what they like.
+// Hostile devices: a random tree whose devices misbehave in random ways, and clients that make
+// random calls.
 #include "simulated/sequences.h"
 
 #include "resmgt/deviceManager.h"
@@ -23,7 +24,7 @@ using Status = DevSeqDeviceStatus;
 
 constexpr int MOST_DEVICES = 8;
 
-/// Numbers that the seed of the schedule decides.
+/// Random numbers that the seed of the schedule determines.
 class Dice
 {
 public:
@@ -35,7 +36,7 @@ public:
         _state |= 1;
     }
 
-    /// From 0 to `end` - 1.
+    /// Returns a number from 0 to `end` - 1.
     int roll(int end)
     {
         LkGuard<LkLock const> const guard(_lock);
@@ -73,7 +74,7 @@ enum class Planted
     ABORT_AFTER_STOP,  // a device that has stopped is aborted
     NO_CLOSING,        // a device is not closed
     SECOND_CLOSING,    // a device is closed twice
-    CALL_AFTER_CLOSE,  // a device is called when it is closed
+    CALL_AFTER_CLOSE,  // a device is called after it has been closed
     WRONG_CULPRIT,     // a device that has ended well is reported as failed
     UNNAMED_CULPRIT,   // a device that has failed is not reported
     FORGOTTEN_REASON,  // why a device has failed is not reported
@@ -89,8 +90,8 @@ class Hostile;
 /// What the devices of one run share.
 struct World
 {
-    /// Whether time-outs come only when nothing else can happen. Otherwise any device may be given up at any time, also
-    /// while it is on its way into a call.
+    /// Whether a time-out only occurs when no thread can run. Otherwise any device may be given up
+    /// at any time, also while a thread is on its way into a call of the device.
     bool isPunctual = true;
     bool mayHang = true;
     Planted planted = Planted::NOTHING;
@@ -100,7 +101,7 @@ struct World
         ++nbHanging;
         gate.wait();
     }
-    /// Something that another thread is to do at some time.
+    /// Adds an action that another thread runs at some later time.
     void later(std::function<void()> action)
     {
         {
@@ -109,6 +110,7 @@ struct World
         }
         hasActions.post();
     }
+    /// Runs a random one of the actions. Returns false if there is none.
     bool act()
     {
         std::function<void()> action;
@@ -130,8 +132,8 @@ struct World
     LkUnnamedSema hasActions{"actions", 0};
     LkUnnamedSema gate{"gate", 0};
     LkCounter<long> nbHanging{0};
-    bool isOver = false;               // the sequence has ended
-    Vector<RCShdPtr<Hostile>> devices; // of the tree, when it is gone
+    bool isOver = false;               // the supervisor has been destroyed
+    Vector<RCShdPtr<Hostile>> devices; // of the tree, after it has been destroyed
 };
 
 class Hostile final : public DevMDAccessPrtcl, public DevMDSyncSeqPrtcl
@@ -187,7 +189,7 @@ public:
         return DtTimeMark();
     }
 
-    /// An answer that does not come, or a failure, that the report must name.
+    /// Returns whether the report must name the device, because it has failed or does not answer.
     bool isHostile() const { return hasFailed || hasHung || isSilent; }
     bool wasToldToEnd() const { return nbStopped + nbAborted > 0; }
     /// Runs the completion of a step.
@@ -206,16 +208,17 @@ public:
     int nbStopped = 0;
     int nbAborted = 0;
     bool hasStarted = false;
-    bool hasEnded = false;       // answers its stop or its abort
+    bool hasEnded = false;       // has begun to answer its stop or its abort
     bool hasReportedEnd = false; // has answered it
     bool hasFailed = false;      // has thrown, or destroyed a completion
-    LiString failure;            // in words
+    LiString failure;            // the reason
     bool hasHung = false;
     bool isSilent = false;
-    bool isUnruly = false; // reports when it likes
+    bool isUnruly = false; // reports at any time
 
 private:
-    /// A device is aborted after its children, but for those that do not answer. It may abort by itself at any time.
+    /// Checks that a device is aborted after its children, except children that do not answer. A
+    /// device that reports an abort by itself is not checked.
     void checkChildren() const
     {
         if (isUnruly || !_world.isPunctual)
@@ -410,7 +413,7 @@ private:
     ObjPtr<DevMgrSeqSupervisor> _supervisor;
 };
 
-/// A random tree below `names[first]`, which it writes into `config`.
+/// A random tree of devices. Adds them to the registry, and writes the configuration to `config`.
 class Tree
 {
 public:
@@ -481,7 +484,7 @@ private:
     World &_world;
 };
 
-/// A call returns within its limit. It may be refused.
+/// Checks that a call returns within its limit. The call may be refused.
 void withinLimit(World const &world, double seconds, std::function<void()> const &call)
 {
     double const begin = Sleeper::getInstance().getTime();
@@ -515,7 +518,7 @@ void actAtRandom(World &world, DevMgrSeqSupervisor &supervisor)
     }
 }
 
-/// Takes notes, asks, and throws now and then.
+/// Makes random calls of the supervisor, and throws at random.
 class Observer final : public DevSeqObserver
 {
 public:
@@ -523,7 +526,7 @@ public:
     {}
     void stateChanged(LiString const &, LiString const &) override
     {
-        // One that was left behind must not use a supervisor that is gone.
+        // If time-outs occur at any time, this call may be left behind and outlive the supervisor.
         if (_world.dice.roll(4) == 0 && _world.isPunctual)
             actAtRandom(_world, _supervisor);
         if (_world.dice.roll(8) == 0)
@@ -603,22 +606,22 @@ void run(World &world)
     }
     for (RCShdPtr<Hostile> const &device : tree.devices) {
         HOLDS(device->nbOpened == 1);
-        // One that is in a call is closed when the call has returned.
+        // A device that hangs in a call is closed when the call has returned.
         HOLDS(device->nbClosed == (device->hasHung ? 0 : 1) || !world.isPunctual);
         HOLDS(device->isHostile() || !device->hasStarted || device->wasToldToEnd() ||
               !world.isPunctual);
     }
 }
 
-/// How devices may be.
+/// Behaviour of devices and time-outs.
 enum class Hostility
 {
-    PUNCTUAL,   // time-outs come only when nothing else can happen
-    HASTY,      // they come at any time
-    UNRELENTING // punctual, and nothing hangs
+    PUNCTUAL,   // a time-out only occurs when no thread can run
+    HASTY,      // a time-out may occur at any time
+    UNRELENTING // punctual, and no device hangs
 };
 
-/// What is late comes when all is gone, and what hangs goes on then.
+/// Runs a sequence. After its end, devices that hang continue, and late answers are given.
 void runAll(Hostility hostility, Planted planted = Planted::NOTHING)
 {
     auto owner = std::make_unique<World>();
@@ -648,16 +651,17 @@ void runAll(Hostility hostility, Planted planted = Planted::NOTHING)
         static_cast<void>(owner.release()); // a runner that was left behind may still use it
 }
 
-/// Nothing stays of a sequence whose devices do not hang. The first run makes what stays for good.
+/// Checks that nothing remains of a sequence whose devices do not hang. A first run creates what
+/// remains until the end of the process.
 void runWithoutRemains(Planted planted = Planted::NOTHING)
 {
     runAll(Hostility::UNRELENTING);
-    ::Sleep(1000); // the log's reader takes what threads have left to it
+    ::Sleep(1000); // until the log's reader has taken what the threads have left
     long const nbAllocations = getNbAllocations();
     std::uint32_t const nbObjects = getNbObjects();
     runAll(Hostility::UNRELENTING, planted);
     ::Sleep(1000);
-    // A sequence is more than a few of them. Tables of the process may have grown.
+    // A sequence that remains would have more allocations. Tables of the process may have grown.
     HOLDS(getNbAllocations() < nbAllocations + 5);
     HOLDS(getNbObjects() == nbObjects);
 }
@@ -673,7 +677,8 @@ SIMULATED(HostileDevices, PUNCTUAL)
     runAll(Hostility::PUNCTUAL);
 }
 
-// Runners are replaced while they do not hang, and go on at any moment. Some of them may not have ended.
+// Runners may be replaced although they do not hang, and continue at any moment. Some of them may
+// not have ended.
 SIMULATED(HostileDevicesOfImpatientClients, withSequences(300, 400'000, true, {200, 16}))
 {
     InPackageScope const packages;

@@ -1,4 +1,4 @@
-// The scheduler on programs whose faults are known: each has to be found within a number of schedules.
+// Programs with known faults, which the strategies must find within a number of schedules.
 #include "simulated/scenario.h"
 
 #include "zvbase/platform/interlocked.h"
@@ -59,7 +59,7 @@ private:
 
 } // namespace
 
-/// The flag is looked at and then slept on, in two steps.
+/// The waiter reads the flag and begins its wait in two separate steps.
 KNOWN_FAULT(LostWakeUp, (Fault{"waits for ever", 100, 100, 100}), {.preemptions = 2})
 {
     int flag = 0;
@@ -107,7 +107,7 @@ KNOWN_FAULT(CheckThenAct, (Fault{"does not hold", 100, 100, 100}), {.preemptions
     HOLDS(places >= 0);
 }
 
-/// A pulse is for those who wait at that moment, and the mutex is let go before the wait.
+/// A pulse only wakes threads that already wait, and the waiter releases the mutex before its wait.
 KNOWN_FAULT(MissedPulse, (Fault{"waits for ever", 100, 100, 100}), {.preemptions = 2})
 {
     Lock lock("lock");
@@ -134,7 +134,8 @@ KNOWN_FAULT(MissedPulse, (Fault{"waits for ever", 100, 100, 100}), {.preemptions
 
 namespace {
 
-/// A broadcast that posts once for each waiter: a thread that comes to wait just then takes the post of another.
+/// Condition variable whose broadcast posts once for each waiter. A thread that begins to wait
+/// later may take the post of another thread.
 class NaiveCondition
 {
 public:
@@ -164,7 +165,8 @@ KNOWN_FAULT(BroadcastGap, (Fault{"waits for ever", 0, 3000, 0}), {})
     Lock lock("lock");
     NaiveCondition condition;
     int round = 0;
-    // Waits for each of the two rounds: quick, it takes in the second what was meant for the other in the first.
+    // Waits for each round. The quick thread may wait for the second round early, and take the post
+    // for the slow one.
     auto const follow = [&](int rounds) {
         lock.lock();
         for (int mine = 1; mine <= rounds; ++mine)
@@ -197,7 +199,8 @@ struct Counted
     Counted *next = nullptr;
 };
 
-/// A stack whose pop trusts that the same address is the same element.
+/// Stack whose pop takes it for granted that an element at the same address still has the same
+/// successor.
 class NaiveStack
 {
 public:
@@ -225,7 +228,8 @@ private:
 
 } // namespace
 
-/// Elements that are used again: one comes back to the top while another thread still holds what stood below it.
+/// An element is pushed again while another thread, which is about to pop it, still has its former
+/// successor.
 KNOWN_FAULT(ReferenceCountAba, (Fault{"does not hold", 3000, 3000, 3000}), {.preemptions = 2})
 {
     Counted elements[2];

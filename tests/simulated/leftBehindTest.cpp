@@ -1,4 +1,5 @@
-// What was left behind goes on one day: the thread of a closed manager, and a thread on its way into a device.
+// Threads that were left behind and continue later: the thread of a closed manager, and a thread on
+// its way into a device.
 #include "simulated/scenario.h"
 
 #include "resmgt/deviceManager.h"
@@ -15,11 +16,11 @@ using namespace Zv::Simulated;
 
 namespace {
 
-/// Time moves when all threads wait, and not before.
+/// Time advances only when all threads wait.
 constexpr Settings STRICT = {
     .schedules = 300, .bound = 100'000, .hasty = false, .leftOver = {64, 0}};
 
-/// A device that answers at once. Its time to open, to start and to close may be chosen.
+/// A device that answers at once. The duration of its start can be chosen.
 class Prompt final : public DevMDAccessPrtcl, public DevMDSyncSeqPrtcl
 {
 public:
@@ -97,7 +98,8 @@ void prepareTable()
 
 } // namespace
 
-/// The thread comes free at the moment when it is left behind. It may be about to take its next entry then.
+/// The thread can continue at the moment when it is left behind. It may then be about to take its
+/// next entry.
 SIMULATED(ThreadOfAClosedManagerEndsWhenItComesFree, STRICT)
 {
     InPackageScope const packages;
@@ -113,7 +115,7 @@ SIMULATED(ThreadOfAClosedManagerEndsWhenItComesFree, STRICT)
     ::Sleep(1000); // until it has ended
 }
 
-/// A device reports while the thread is left behind. Nothing of it stays.
+/// A device reports while the thread may be left behind. The thread ends nevertheless.
 SIMULATED(ThreadOfAClosedManagerEndsAlsoIfDevicesStillReport, STRICT)
 {
     InPackageScope const packages;
@@ -135,13 +137,14 @@ SIMULATED(ThreadOfAClosedManagerEndsAlsoIfDevicesStillReport, STRICT)
     ::Sleep(1000);
 }
 
-/// Time hurries here: the device is given up at any point, also on the way into a call. Nothing of the manager waits for
-/// it, and it is closed when it has returned.
+/// Time-outs may occur at any moment, so the device may be given up at any point, also on the way
+/// into a call. The manager does not wait for the device, which is closed when its call has
+/// returned.
 SIMULATED(DeviceIsNotCalledAfterItsClosing,
           {.schedules = 500, .bound = 400'000, .leftOver = {200, 16}, .prepare = prepareTable})
 {
     InPackageScope const packages;
-    auto &scene = *new Scene; // is left to a runner that is late
+    auto &scene = *new Scene; // never deleted, because a runner that was left behind may use it
     scene.supervisor->start();
     scene.supervisor->waitLocked(0.001);
     scene.supervisor->stop(0.001, 0.001);
@@ -199,7 +202,8 @@ SIMULATED(ClosingWithALimitWaitsForACall, {.schedules = 100,
     }
 }
 
-/// Any thread may close the manager while a sequence runs. The devices are closed between two calls.
+/// Any thread may close the manager while a sequence runs. The devices are closed between two
+/// calls.
 SIMULATED(ManagerIsClosedWhileASupervisedSequenceRuns, {.schedules = 500,
                                                         .bound = 400'000,
                                                         .hasty = false,
@@ -212,7 +216,7 @@ SIMULATED(ManagerIsClosedWhileASupervisedSequenceRuns, {.schedules = 500,
         try {
             scene.supervisor->start();
             scene.supervisor->waitLocked(10);
-        } catch (DevMgrEx::SeqDeviceFailed const &) { // it was closed before
+        } catch (DevMgrEx::SeqDeviceFailed const &) { // the device was closed before
         }
     });
     DevMgrCloseReport const report = scene.manager->close(10);

@@ -1,4 +1,4 @@
-// The locks: whoever holds one is alone with what it guards.
+// Locks and wait objects: mutual exclusion, and wake-ups that are not lost.
 #include "simulated/scenario.h"
 
 #include "resmgt/locks.h"
@@ -11,7 +11,8 @@ using namespace Zv::Simulated;
 
 namespace {
 
-/// Counts who is inside, with a step between coming and going, so that two can meet.
+/// Counts the threads inside. Between entering and leaving there is a step, so that two threads can
+/// meet.
 class Room
 {
 public:
@@ -99,11 +100,11 @@ SIMULATED(MutexTries, {.preemptions = 2})
     mutex.unlock();
 }
 
-// ---- the read-write lock --------------------------------------------------------------------------------
+// ---- The read-write lock.
 
 namespace {
 
-/// Readers may meet readers; a writer meets nobody.
+/// Checks that a writer is alone. Several readers may be inside at the same time.
 class Page
 {
 public:
@@ -192,7 +193,7 @@ SIMULATED(RwLockTries)
     lock.unlock();
 }
 
-// ---- what threads wait for ------------------------------------------------------------------------------
+// ---- Wait objects.
 
 SIMULATED(ConditionSignal, {.preemptions = 1})
 {
@@ -285,7 +286,7 @@ SIMULATED(PulseWakesOne, {.preemptions = 1})
     };
     Worker first("first", wait);
     Worker second("second", wait);
-    // Counted: none is lost, whoever waits when.
+    // The pulses are counted, so none is lost.
     pulse.pulse();
     pulse.pulse();
     first.join();
@@ -334,7 +335,7 @@ SIMULATED(NextPulse, {.schedules = 600})
     }
 }
 
-/// Who is woken may destroy what it waited on.
+/// The woken thread may destroy the pulse on which it has waited.
 SIMULATED(PulseDestroyedByTheWoken)
 {
     LkMutex mutex("mutex");

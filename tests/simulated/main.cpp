@@ -1,4 +1,4 @@
-// The tests of this folder, and what `./run explore` calls.
+// Main program of the simulated tests and of `./run explore`.
 #include "simulated/explorer.h"
 
 #include <gtest/gtest.h>
@@ -14,8 +14,8 @@
 #include <sys/personality.h>
 #include <unistd.h>
 
-/// Under the thread sanitizer a process would wait a second at its end for threads that are still there, as the abandoned
-/// ones are.
+/// Keeps the thread sanitizer from waiting one second, at the end of each process, for threads that
+/// have not ended. Killed threads never end.
 extern "C" __attribute__((visibility("default"))) char const *__tsan_default_options();
 char const *__tsan_default_options()
 {
@@ -38,7 +38,7 @@ constexpr std::uint64_t FIRST_SEED = 1;
 constexpr unsigned REPETITIONS = 5;
 constexpr unsigned SCHEDULES_FOR_EACH_REFUSAL = 3;
 
-/// Schedules of a scenario as the tests take them.
+/// Test that runs a program under a fixed number of schedules.
 class ScenarioTest : public testing::Test
 {
 public:
@@ -103,7 +103,7 @@ private:
         }
     }
 
-    /// The words of a failure are enough to have it again.
+    /// Expects that the schedule in the text of a failure reproduces the finding.
     static void expectAgain(Explorer &explorer, Finding const &finding)
     {
         if (finding.kind == "not deterministic")
@@ -125,7 +125,7 @@ private:
     unsigned _scenario;
 };
 
-// ---- ./run explore --------------------------------------------------------------------------------------
+// ---- ./run explore.
 
 struct Wishes
 {
@@ -218,9 +218,10 @@ Wishes parse(int argc, char **argv)
     return wishes;
 }
 
-// ---- a process that is the same each time ---------------------------------------------------------------
+// ---- Processes that are the same each time.
 
-/// Addresses are to be the same in each process; that can be had only before a program begins.
+/// Starts the program again without random addresses. They can only be switched off before a
+/// program begins.
 void fixAddresses(char **argv)
 {
     int const present = ::personality(0xFFFFFFFF);
@@ -259,7 +260,7 @@ int main(int argc, char **argv)
     fixAddresses(argv);
     fixProcessor();
     ::mallopt(M_ARENA_MAX, 1);
-    // The first call loads what it needs.
+    // The first call loads what it needs, which must not happen during a schedule.
     void *frame;
     ::backtrace(&frame, 1);
     nursery = new Nursery;

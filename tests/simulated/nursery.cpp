@@ -14,7 +14,7 @@ namespace Zv::Simulated {
 
 namespace {
 
-/// The status of a process that was asked for a program that is not its own.
+/// Exit status of the process of a program when another program is requested.
 constexpr int ANOTHER = 10;
 
 void check(bool good, char const *what)
@@ -45,10 +45,11 @@ void *runBody(void *data)
     ::_exit(0);
 }
 
-/// The process of one schedule. Its first thread has a stack whose place the environment has no part in.
+/// Runs one schedule in the calling process. The body has a thread of its own, so that the address
+/// of its stack does not depend on the environment.
 [[noreturn]] void runSchedule(Run &run, int trace)
 {
-    // A thread that computes for ever comes to no step.
+    // The scheduler does not notice a thread that computes without taking a step.
     rlimit const limit = {20, 25};
     ::setrlimit(RLIMIT_CPU, &limit);
     int const output = run.options.trace >= 0 ? trace : ::open("/dev/null", O_WRONLY);
@@ -110,7 +111,7 @@ void Nursery::serve()
     ::_exit(0);
 }
 
-/// Until another program is asked for, or nothing any more.
+/// Runs schedules of one program until another program is requested or the tests end.
 void Nursery::serveScenario()
 {
     unsigned const scenario = _run->scenario;

@@ -1,4 +1,4 @@
-// Where the processes of the schedules come from.
+// Nursery: forks a process for each schedule.
 #pragma once
 
 #include "simulated/scenario.h"
@@ -7,19 +7,19 @@
 
 namespace Zv::Simulated {
 
-/// What is asked for, and what came of it.
+/// A schedule to be run, and its result.
 struct Run
 {
     unsigned scenario;
     Options options;
-    /// As `waitpid` tells it.
+    /// Status of the process, as `waitpid` returns it.
     int status;
     Record record;
 };
 
-/// A process that is forked before the program has done anything. It forks one for each program, which prepares it
-/// once, and that forks one for each schedule: all schedules of a program find the very same memory, whatever has been
-/// done in the meantime.
+/// A process that is forked at the beginning of the tests. It forks a process for each program,
+/// which prepares the program once and forks a process for each schedule. All schedules of a
+/// program therefore begin with the same memory.
 class Nursery
 {
 public:
@@ -28,10 +28,11 @@ public:
     Nursery(Nursery const &) = delete;
     Nursery &operator=(Nursery const &) = delete;
 
-    /// What the next run is to be; its script stands in the record.
+    /// Returns the next run. Its record holds the script of the schedule.
     Run &getRun() { return *_run; }
-    /// Runs it. What it wrote is in `getTrace`, if it was to be traced.
+    /// Executes the run, and waits for its process.
     void run();
+    /// Returns the trace of the last run, which is empty if the run was not traced.
     std::string getTrace() const;
     int getTraceFile() const { return _trace; }
 

@@ -1,4 +1,4 @@
-// Pools, alarms and paced threads, in a time that moves when everybody waits.
+// Pools, alarms and paced threads, in virtual time.
 #include "simulated/scenario.h"
 
 #include "resmgt/locks.h"
@@ -18,12 +18,12 @@ namespace {
 
 constexpr Settings WITH_PACKAGES = {.schedules = 100, .bound = 100'000, .leftOver = {64, 0}};
 
-/// The thread of the alarms stays as long as the process.
+/// The thread of the alarms runs until the end of the process.
 constexpr Settings WITH_ALARMS = {.schedules = 150, .leftOver = {64, 1}};
 
 } // namespace
 
-// ---- pools ----------------------------------------------------------------------------------------------
+// ---- Pools.
 
 namespace {
 
@@ -124,7 +124,7 @@ SIMULATED(PoolWorks, WITH_PACKAGES)
     HOLDS(pool.done.getValue() == pool.executed.getValue() + pool.empty.getValue());
 }
 
-/// What is left when the pool stops stays, and is worked off when it runs again.
+/// Tasks that remain when the pool stops are executed when it runs again.
 SIMULATED(PoolStopsWhileWorkComes, WITH_PACKAGES)
 {
     InPackageScope const packages;
@@ -147,12 +147,12 @@ SIMULATED(PoolStopsWhileWorkComes, WITH_PACKAGES)
     pool.requests.releaseTag(tag);
 }
 
-// ---- alarms ---------------------------------------------------------------------------------------------
+// ---- Alarms.
 
 namespace {
 
-/// A binary fraction of a second: a moment that is due is reached without rounding, which would be waited for in vain
-/// by a thread that only looks at the clock.
+/// A binary fraction of a second, so that a due time is reached without rounding. After rounding, a
+/// thread that only reads the clock could wait for it in vain.
 constexpr double SOON = 1.0 / 64;
 
 MtAlarmManager &alarms()
@@ -165,7 +165,7 @@ double now()
     return Sleeper::getInstance().getTime();
 }
 
-/// Counts its calls, and looks at their times.
+/// Counts its calls, and checks their times.
 class Bell : public MtAlarmHandle::Callback
 {
 public:
@@ -261,7 +261,7 @@ SIMULATED(AlarmsRegisterEachOther, WITH_ALARMS)
     HOLDS(second.calls >= 1 && first.calls >= second.calls);
 }
 
-// ---- paced threads --------------------------------------------------------------------------------------
+// ---- Paced threads.
 
 namespace {
 
@@ -285,7 +285,7 @@ private:
     std::uint32_t _count = 0;
 };
 
-/// Beats as long as it lives.
+/// Gives the beats of a source while it exists.
 class Beating
 {
 public:
@@ -330,7 +330,7 @@ SeSyncEngine &engine()
     return SeSyncEngine::getInstance();
 }
 
-/// Adds a client, lets it run twice and takes it back.
+/// Adds a client, lets it run twice, or once if it ends itself, and removes it.
 void pace(char const *name, SeSourceProtocol &source, std::int32_t divisor, bool endsItself)
 {
     ObjPtr<SeClientThread> owned(new Client(endsItself));

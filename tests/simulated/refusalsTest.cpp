@@ -1,4 +1,4 @@
-// What is left when the system refuses: each call that may fail does, one after the other, until all goes well.
+// Refused calls of the system: each call that can fail does so in turn, and nothing remains behind.
 #include "simulated/scenario.h"
 #include "simulated/streams.h"
 
@@ -23,7 +23,7 @@ namespace {
 constexpr Settings WITH_PACKAGES = {
     .schedules = 20, .hasty = false, .leftOver = {64, 0}, .refusals = ALL_RESOURCES};
 
-/// Runs `work` while calls may be refused. A failure that is reported is none of ours; what stays behind is.
+/// Runs `work` while calls may be refused. Returns false if it throws, which is allowed.
 template <class Work>
 bool attempt(Work work)
 {
@@ -36,7 +36,7 @@ bool attempt(Work work)
     }
 }
 
-/// What is in use when all is quiet: the log's reader has taken what threads have left to it.
+/// Allocations and objects in use, after the log's reader has taken what threads have left.
 struct InUse
 {
     InUse()
@@ -65,8 +65,9 @@ void reportFailure()
     }
 }
 
-/// The same, and nothing stays behind. What is taken for good is taken before: by the first report of a failure, and by
-/// the first time that the work is done. Afterwards it can be done again.
+/// Runs `work` while calls may be refused, and checks that nothing remains and that `work` then
+/// succeeds. What the process keeps is allocated before that, by a first report of a failure and by
+/// a first run of `work`.
 template <class Work>
 void attemptWithoutLeak(Work work)
 {
@@ -263,7 +264,7 @@ SIMULATED(DeviceIsRefused, WITH_PACKAGES)
 
 namespace {
 
-/// Reports from its steps, and goes on when one of them fails.
+/// A device that reports inside its steps, and continues if a step fails.
 class Reporting : public DevMDStdDevice
 {
 public:
@@ -349,11 +350,12 @@ SIMULATED(PackagesAreRefused, {.schedules = 20,
     upAndDown();
     InUse const before;
     attempt(upAndDown);
-    upAndDown(); // takes up what a start that failed has kept
+    upAndDown(); // uses what a failed start has kept
     before.expectAgain();
 }
 
-/// Lines that find no memory at the logger's end stay in their queues.
+/// Lines for which there is no memory when the logger is shut down remain in their queues, so the
+/// number of allocations is not compared.
 SIMULATED(PackagesFindNoMemory, {.schedules = 20, .leftOver = {64, 0}, .refusals = MEMORY})
 {
     attempt(upAndDown);
@@ -367,11 +369,11 @@ SIMULATED(SingletonIsRefused, WITH_PACKAGES)
     HOLDS(!DevRegistry::getInstance().isRegistered("nothing"));
 }
 
-// ---- pools, alarms, paced threads -----------------------------------------------------------------------
+// ---- Pools, alarms and paced threads.
 
 namespace {
 
-/// Each worker makes a few rounds.
+/// A pool whose workers make a few rounds.
 class Rounds : public MtThreadPool
 {
 public:
@@ -414,7 +416,7 @@ SIMULATED(PoolIsRefused, WITH_PACKAGES)
     });
 }
 
-/// The thread of the alarms stays.
+/// The thread of the alarms runs until the end of the process.
 constexpr Settings WITH_ALARMS = {
     .schedules = 20, .hasty = false, .leftOver = {64, 1}, .refusals = ALL_RESOURCES};
 
@@ -453,7 +455,7 @@ SIMULATED(PacedThreadIsRefused, WITH_PACKAGES)
     });
 }
 
-// ---- buffers --------------------------------------------------------------------------------------------
+// ---- Buffers.
 
 namespace {
 
@@ -508,11 +510,11 @@ SIMULATED(BuffersOfAnyOrderAreRefused,
     refuseBuffers<MbUnloadRandom>();
 }
 
-// ---- what the manager gives -----------------------------------------------------------------------------
+// ---- Accessors of the device manager.
 
 namespace {
 
-/// A device with all four faces that does nothing.
+/// A device with all four interfaces that does nothing.
 class Full : public DevMDStdAccessPrtcl,
              public DevMDStdSyncSeqPrtcl,
              public DevMDStdStreamPrtcl,
@@ -634,7 +636,7 @@ SIMULATED(SupervisorIsRefused, WITH_DEVICES)
 
 namespace {
 
-/// A device without a thread, which needs no memory.
+/// A device without a thread that allocates no memory.
 class Frugal final : public DevMDSyncSeqPrtcl
 {
 public:
@@ -661,7 +663,7 @@ void stopRefused(bool isAbort)
     ObjPtr<DevMgrSeqSupervisor> supervisor = manager->createSeqSupervisor("( root ( child ) )");
     supervisor->start();
     HOLDS(supervisor->waitLocked(1));
-    // What is refused may be the report.
+    // The refused call may be one for the report.
     attempt([&] { isAbort ? supervisor->abort(1) : supervisor->stop(1, 1); });
     DevSeqStatus const status = supervisor->getStatus();
     HOLDS(status.phase == DevSeqStatus::Phase::ENDED);
@@ -672,7 +674,7 @@ void stopRefused(bool isAbort)
 
 } // namespace
 
-// A process that is short of memory can still stop its devices, and abort them.
+// A process that has no memory left can still stop and abort its devices.
 SIMULATED(SupervisorStopsWithoutMemory, WITH_DEVICES)
 {
     stopRefused(false);

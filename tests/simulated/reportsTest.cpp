@@ -1,5 +1,5 @@
-// What devices say of their own accord: reports from their own threads, while requests arrive, while they are stopped
-// and while they close.
+// Reports that devices make on their own threads, while requests arrive, while they are stopped and
+// while they close.
 #include "simulated/scenario.h"
 
 #include "resmgt/deviceManager.h"
@@ -21,7 +21,7 @@ constexpr Settings WITH_TABLE = {.schedules = 60,
                                  .leftOver = {64, 0},
                                  .prepare = [] { DevSeqSMTable::getInstance(); }};
 
-/// A device with work of its own.
+/// A device that does work of its own on its thread.
 class Reporter : public DevMDStdDevice
 {
 public:
@@ -60,7 +60,8 @@ public:
         return DtTimeMark();
     }
 
-    /// Each time that it has locked, for its own work and for whoever looks on.
+    /// Both are posted each time the device has locked: `hasLocked` for its own work, `locked` for
+    /// the program.
     LkUnnamedSema hasLocked{"hasLocked", 0};
     LkUnnamedSema locked{"locked", 0};
     RCShdPtr<Level> level;
@@ -72,7 +73,7 @@ public:
     std::function<void()> onStart;
 
 private:
-    /// What a device does is done on its thread, one thing at a time, while it is open.
+    /// Checks that the device works on its own thread, on one thing at a time, while it is open.
     class Inside
     {
     public:
@@ -144,7 +145,8 @@ private:
 
 using ReporterPtr = RCShdPtr<Reporter>;
 
-/// A millisecond after the other, whatever the device has come to.
+/// Returns work that reports an abort `count` times after the start, in intervals of a millisecond
+/// and in any state of the device.
 Reporter::Work abortTimes(int count)
 {
     return [count](Reporter &device) {
@@ -156,7 +158,8 @@ Reporter::Work abortTimes(int count)
     };
 }
 
-/// A kind of device that the registry knows; the device stays here to be looked at.
+/// Adds a kind of device to the registry. Returns a pointer that holds the device once it has been
+/// created.
 ReporterPtr &enterReporter(char const *name, Reporter::Work const &work,
                            int capacity = DevMDStdFifo::DEFAULT_CAPACITY)
 {
@@ -169,7 +172,7 @@ ReporterPtr &enterReporter(char const *name, Reporter::Work const &work,
     return device;
 }
 
-/// A device may have been closed when it is asked.
+/// Writes and reads the property of a device, which may have been closed before.
 void ask(Reporter &device)
 {
     try {
@@ -181,7 +184,7 @@ void ask(Reporter &device)
     }
 }
 
-/// A sequence and what it consists of.
+/// A sequence and its manager.
 class Sequence
 {
 public:
@@ -198,12 +201,12 @@ public:
 
 private:
     ObjPtr<DevMgr> _manager;
-    ObjPtr<DevMgrSyncSeqAcc> _access; // goes first
+    ObjPtr<DevMgrSyncSeqAcc> _access; // must be destroyed first
 };
 
 } // namespace
 
-/// Without a manager: reports are made on the device's thread, from the start on until the stop.
+/// Without a manager, reports are executed on the device's thread, from the start until the stop.
 SIMULATED(DeviceReportsWhileItIsAskedAndCloses, WITH_PACKAGES)
 {
     InPackageScope const packages;
@@ -235,13 +238,13 @@ SIMULATED(DeviceReportsWhileItIsAskedAndCloses, WITH_PACKAGES)
         device->performClose();
     }
     HOLDS(!device->isOpen);
-    // What it has done is complete, and the rest was destroyed.
+    // Each step that was executed has run its completion. The other steps were destroyed.
     HOLDS(completed == device->nbSteps);
     HOLDS(recovers == aborts && aborts <= device->nbReports);
 }
 
-/// A report that meets the stop is made or not, but never behind the device's end. Whoever asks may be in the way of
-/// the stop, and the tree then in the way of everybody but the one who reports.
+/// A report during the stop may be executed or not, but not after the end of the device. Requests
+/// may fill the device's queue meanwhile, which has room for one.
 SIMULATED(DeviceAbortsOfItselfWhileItIsStopped, WITH_TABLE)
 {
     InPackageScope const packages;
@@ -254,7 +257,7 @@ SIMULATED(DeviceAbortsOfItselfWhileItIsStopped, WITH_TABLE)
         sequence->wait();
         stopper.join();
         HOLDS(root->isEnded);
-        // The stop comes too late for a machine that has ended before.
+        // The stop is an illegal event for a machine that has already ended.
         HOLDS(sequence.isIn("root", "final") || sequence.isIn("root", "_ill"));
     }
     HOLDS(!root->isOpen);
@@ -275,7 +278,8 @@ SIMULATED(DevicesAbortOfThemselvesInALine, WITH_TABLE)
     root = child = nullptr;
 }
 
-/// A burst that the manager's queue does not hold, while the manager goes.
+/// The devices make more reports at once than the manager's queue has room for, while the manager
+/// is destroyed.
 SIMULATED(ManagerGoesWhileItsDevicesReport, WITH_TABLE)
 {
     InPackageScope const packages;
@@ -296,7 +300,7 @@ SIMULATED(ManagerGoesWhileItsDevicesReport, WITH_TABLE)
     root = child = nullptr;
 }
 
-/// Its own work finds the lock lost, twice; it is asked for its property meanwhile.
+/// The device reports twice that it has lost its lock, while a client uses its property.
 SIMULATED(DeviceLosesItsLockAgainAndAgain, WITH_TABLE)
 {
     InPackageScope const packages;
@@ -325,7 +329,7 @@ SIMULATED(DeviceLosesItsLockAgainAndAgain, WITH_TABLE)
     root = child = nullptr;
 }
 
-/// A step that somebody finishes when there may be nobody left to be told.
+/// Another thread finishes a step while the sequence and its manager are being destroyed.
 SIMULATED(CompletionOutlivesItsSequence, WITH_TABLE)
 {
     InPackageScope const packages;
@@ -349,7 +353,7 @@ SIMULATED(CompletionOutlivesItsSequence, WITH_TABLE)
     completion = nullptr;
 }
 
-/// Two trees of one manager, whose one thread brings the reports of both.
+/// Two trees of one manager, whose thread executes the reports of both.
 SIMULATED(SequencesOfOneManager, WITH_TABLE)
 {
     InPackageScope const packages;
@@ -374,7 +378,7 @@ SIMULATED(SequencesOfOneManager, WITH_TABLE)
     a = b = nullptr;
 }
 
-// ---- who looks on -----------------------------------------------------------------------------------------
+// ---- Observers.
 
 namespace {
 
@@ -425,7 +429,7 @@ SIMULATED(SequenceObservedByOneAfterTheOther, WITH_TABLE)
 
 namespace {
 
-/// A body that waits for something else than its queue, and is woken for that.
+/// A thread body that does not wait on its queue. The observer of the queue wakes it.
 class Woken : public DevMDStdThreadProtocol
 {
 public:
@@ -451,7 +455,7 @@ public:
             tryConsume();
         }
     }
-    /// The device's thread stands still in its last request.
+    /// Called while the device's thread waits in its last request, so the flag needs no lock.
     void performStop(MtThread *) override { _isStopped = true; }
 
 private:
@@ -493,16 +497,16 @@ SIMULATED(DeviceIsWokenByTheObserverOfItsQueue, WITH_PACKAGES)
         }
         HOLDS(brought.getValue() == 4 && done.getValue() <= 4);
     }
-    HOLDS(alarm->told.getValue() == 6); // with the opening and the closing
+    HOLDS(alarm->told.getValue() == 6); // including the opening and the closing
 }
 
-// ---- what devices show ------------------------------------------------------------------------------------
+// ---- Readings.
 
 namespace {
 
 constexpr int LAST = 3;
 
-/// Shows one value after the other.
+/// A device that shows one value after the other.
 class Meter : public DevMDStdDevice
 {
 public:
@@ -532,7 +536,8 @@ struct Notice : DevMgrPropertyObserver
 
 } // namespace
 
-/// Notices are few, but nobody who reads at each of them misses the last value.
+/// There may be fewer notices than values, but a client that reads at each notice gets the last
+/// value.
 SIMULATED(LastReadingIsSeenByAll, WITH_PACKAGES)
 {
     InPackageScope const packages;

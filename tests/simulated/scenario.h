@@ -1,16 +1,16 @@
-// Small programs of a few threads, each with what must hold in it. The explorer takes them through many schedules.
+// Programs of a few threads, which the explorer runs under many schedules.
 //
 //     SIMULATED(TwoThreadsCount, {.schedules = 500})
 //     {
 //         LkCounter<long> counter(0);
-//         Worker other("other", [&] { counter.increment(); });
-//         counter.increment();
+//         Worker other("other", [&] { ++counter; });
+//         ++counter;
 //         other.join();
-//         HOLDS(counter.getCount() == 2);
+//         HOLDS(counter.getValue() == 2);
 //     }
 //
-// The body runs in a process of its own for each schedule. It ends by returning; what it leaves behind, and all that
-// the scheduler can see going wrong, is found without its help.
+// The body runs in a new process for each schedule. What it leaves behind, and every fault that the
+// scheduler can detect, is found without its help.
 #pragma once
 
 #include "platform/simulated/simulation.h"
@@ -25,35 +25,39 @@ using namespace ZvPlatform::Simulated;
 
 struct Settings
 {
-    /// Schedules that the tests take by random choice, and as many by priorities.
+    /// Number of schedules that the tests run by random choice, and again by priorities.
     unsigned schedules = 300;
-    /// Pre-emptions up to which all schedules are taken; -1 for none. For programs of a few steps.
+    /// All schedules with at most this many pre-emptions are run as well, or none if it is -1. For
+    /// programs of a few steps.
     int preemptions = -1;
-    /// At most so many of these.
+    /// Limit of the number of those schedules.
     unsigned exhaustive = 2000;
     unsigned bound = 50'000;
-    /// Time may hurry, and waits for an address may end without a cause, in half of the schedules.
+    /// In half of the schedules, time may advance while threads could run.
     bool hasty = true;
+    /// In half of the schedules, waits for an address may end without a cause.
     bool stray = true;
-    /// What stays by design.
+    /// What may remain at the end.
     LeftOver leftOver = {};
-    /// Is called once, before the first schedule: makes what takes many steps and is not looked at here.
+    /// Called once, before the first schedule, for preparations that take many steps and are not
+    /// tested.
     void (*prepare)() = nullptr;
-    /// Calls of these kinds fail, the first in the first schedules, then the second, until there is none left.
+    /// Kinds of calls that fail: in the first schedules the first such call, then the second, until
+    /// there is none left.
     std::uint32_t refusals = 0;
-    /// Memory that the body has allocated must be free again.
+    /// Memory that the body has allocated must be free at the end.
     bool leaks = false;
 };
 
-/// A program that has a fault, which must be found within so many schedules of each kind; 0 stands for a way that is not
-/// to find it.
+/// Fault of a program, and the number of schedules within which each kind of search must find it. A
+/// search with 0 schedules is not run.
 struct Fault
 {
     char const *finding = nullptr;
     unsigned byRandom = 0;
     unsigned byPriority = 0;
     unsigned byExhaustion = 0;
-    unsigned byRefusal = 0; ///< for each call
+    unsigned byRefusal = 0; ///< for each call that fails
     unsigned byRepetition = 0;
 };
 
@@ -65,15 +69,16 @@ struct Scenario
     Fault fault = {};
 };
 
-/// In the order in which they are linked.
+/// Returns all programs, in the order in which they are linked.
 std::vector<Scenario> &getScenarios();
 
+/// Adds a program, and a test that runs it.
 struct Enter
 {
     Enter(char const *suite, Scenario const &, char const *file, int line);
 };
 
-/// A thread of the scheduler, which the destructor joins.
+/// A simulated thread. Its destructor joins it.
 class Worker
 {
 public:
@@ -93,7 +98,7 @@ private:
     HANDLE _handle;
 };
 
-/// Memory of `operator new` that is in use.
+/// Returns the number of allocations by `operator new` that are in use.
 long getNbAllocations();
 
 #define SIMULATED(NAME, ...)                                                                       \

@@ -1,4 +1,4 @@
-// What programs that run a sequence of devices share.
+// Settings of programs that run a sequence of devices.
 #pragma once
 
 #include "simulated/scenario.h"
@@ -7,13 +7,15 @@
 
 namespace Zv::Simulated {
 
-/// The table of the sequence machine takes many steps. It is made before the first schedule.
+/// Creates the table of the sequence machine before the first schedule, because this takes many
+/// steps.
 inline void makeSequenceTable()
 {
     DevSeqSMTable::getInstance();
 }
 
-/// With `isHasty` time-outs may come at any time, otherwise only when nothing else can happen.
+/// Returns settings for a program with sequences. If `isHasty` is false, a time-out only occurs
+/// when no thread can run.
 constexpr Settings withSequences(unsigned schedules, unsigned bound = 100'000, bool isHasty = true,
                                  LeftOver leftOver = {64, 0})
 {

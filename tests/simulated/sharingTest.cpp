@@ -1,4 +1,4 @@
-// What threads share without a lock of their own: singletons, counted pointers, strings.
+// Objects that threads share without a lock: singletons, reference-counted pointers, strings.
 #include "simulated/scenario.h"
 
 #include "resmgt/literals.h"
@@ -94,7 +94,7 @@ SIMULATED(SingletonThatFailsIsTriedAgain)
     HOLDS(failures == 1 && Failing::attempts == 2);
 }
 
-// ---- counted pointers -----------------------------------------------------------------------------------
+// ---- Reference-counted pointers.
 
 namespace {
 
@@ -159,7 +159,7 @@ SIMULATED(LastReferenceAmongThreads, {.preemptions = 3, .leaks = true})
     HOLDS(returned == 1);
 }
 
-// ---- strings --------------------------------------------------------------------------------------------
+// ---- Strings.
 
 SIMULATED(StringsShareTheirBody, {.preemptions = 1, .leaks = true})
 {

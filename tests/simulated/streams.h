@@ -1,4 +1,4 @@
-// The streams of simulated devices.
+// Sink and source streams of simulated devices.
 #pragma once
 
 #include "resmgt/deviceProtocol.h"

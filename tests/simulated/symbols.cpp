@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t FRAMES_SHOWN = 5;
 
-/// Calls `found` with each address of the list that ends a line.
+/// Calls `found` with each address of the list at the end of a line.
 template <class Found>
 void forEachAddress(std::string const &line, Found found)
 {
@@ -26,7 +26,8 @@ void forEachAddress(std::string const &line, Found found)
         found(std::strtoull(word.c_str(), nullptr, 16));
 }
 
-/// The path from the project's root, where it is one of the project's.
+/// Returns the path relative to the project's root, or an empty text if the file is not in `src` or
+/// `tests`.
 std::string shortPath(std::string const &path)
 {
     auto const source = path.rfind("../src/");
@@ -43,7 +44,7 @@ bool isInner(std::string const &path)
            path.find("tests/simulated/scenario") != path.npos;
 }
 
-/// A function's name without its arguments, those of templates among them.
+/// Returns the name of a function without its arguments and template arguments.
 std::string shortName(std::string const &function)
 {
     std::string name;
@@ -59,7 +60,7 @@ std::string shortName(std::string const &function)
             name += c;
         depth -= c == '>';
     }
-    // A function of a template bears its result.
+    // The name of a function template begins with the type of its result.
     auto const blank = name.rfind(' ');
     std::string const last = blank == name.npos ? name : name.substr(blank + 1);
     return last.starts_with("Zv::") ? last.substr(4) : last;
@@ -71,7 +72,7 @@ std::map<unsigned long long, std::string> lookUp(std::set<unsigned long long> co
     char name[] = "/tmp/addressesXXXXXX";
     int const file = ::mkstemp(name);
     std::ostringstream list;
-    // An address of return stands behind its call.
+    // A return address is that of the instruction after the call.
     for (auto const address : addresses)
         list << std::hex << "0x" << address - 1 << '\n';
     bool const good = file >= 0 && ::write(file, list.str().data(), list.str().size()) > 0;

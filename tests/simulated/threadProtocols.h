@@ -1,4 +1,4 @@
-// What the threads of the programs do.
+// Thread bodies that several programs use.
 #pragma once
 
 #include "simulated/scenario.h"
@@ -11,7 +11,7 @@
 
 namespace Zv::Simulated {
 
-/// Runs until it is stopped, be it before it has begun.
+/// Runs until it is stopped. It may be stopped before its body has begun.
 class Loop : public MtThreadProtocol
 {
 public:
@@ -43,7 +43,7 @@ private:
     std::function<void()> _what;
 };
 
-/// Waits for ever, and may be killed there.
+/// Sleeps until it is killed.
 class Victim : public MtThreadProtocol
 {
 public:

@@ -1,4 +1,4 @@
-// Threads of the library: started, stopped, joined and killed by several at once.
+// Threads of the library that several threads start, stop, join and kill at the same time.
 #include "simulated/threadProtocols.h"
 
 #include "resmgt/locks.h"
@@ -14,7 +14,7 @@ using namespace Zv::Simulated;
 
 namespace {
 
-/// Singletons and what they hold stay for the rest of the process.
+/// Singletons and their objects remain until the end of the process.
 constexpr LeftOver SINGLETONS = {64, 0};
 constexpr Settings WITH_PACKAGES = {.schedules = 150, .leftOver = SINGLETONS};
 
@@ -78,7 +78,7 @@ SIMULATED(ThreadJoinedByTwo, WITH_PACKAGES)
 
 namespace {
 
-/// May be killed in the first half of its body only.
+/// A body that may only be killed in its first half.
 class Candidate : public MtThreadProtocol
 {
 public:
@@ -166,7 +166,7 @@ SIMULATED(ThreadsWriteToTheLog, WITH_PACKAGES)
     LgLog::flush();
 }
 
-// ---- priorities -----------------------------------------------------------------------------------------
+// ---- Priorities.
 
 namespace {
 

@@ -11,7 +11,8 @@ using namespace Zv::Simulated;
 
 namespace {
 
-/// A tree of two nodes without devices. The child has ended, the root is in stop.
+/// Returns a tree of two nodes without devices. The child has ended, and the root is in the state
+/// "stop".
 RCShdPtr<DevSeqTree> makeStoppingTree()
 {
     RCShdPtr<DevSeqTree> const tree(new DevSeqTree);

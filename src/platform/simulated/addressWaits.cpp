@@ -6,7 +6,7 @@ using namespace Simulated;
 
 namespace {
 
-// In the order in which they came, whatever they wait for.
+// Threads that wait for any address, in the order of their arrival.
 constinit Simulated::Queue sleepers;
 
 void wake(void *address, bool all)
@@ -23,7 +23,8 @@ void wake(void *address, bool all)
     }
 }
 
-/// Here, and not by a function of the C library, which the sanitizer would take for a read without a lock.
+/// Compares memory without the C library, whose functions the thread sanitizer would report as
+/// reads without a lock.
 bool isSame(void const volatile *address, void const *other, SIZE_T size)
 {
     auto const volatile *left = static_cast<unsigned char const volatile *>(address);

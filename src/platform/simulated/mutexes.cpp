@@ -49,7 +49,7 @@ HANDLE CreateMutexA(SECURITY_ATTRIBUTES *, BOOL initiallyOwned, char const *name
 BOOL ReleaseMutex(HANDLE mutex)
 {
     enter("ReleaseMutex", mutex);
-    // Its owner may let go of one whose last handle is closed.
+    // The owner may release a mutex whose last handle has been closed.
     Thread &me = currentThread();
     Object *object = nullptr;
     for (Object *held = me.held; held && !object; held = held->nextHeld)

@@ -19,7 +19,7 @@ constinit std::uint32_t serial = 0;
 struct GivenName
 {
     void const *object;
-    std::uint32_t serial; ///< of a handle's object, which may be another one later
+    std::uint32_t serial; ///< of the object, because a later object may have its address
     char const *name;
 };
 constinit GivenName givenNames[256] = {};
@@ -110,7 +110,7 @@ void release(Object &object)
     freeObjects = &object;
 }
 
-// ---- names ----------------------------------------------------------------------------------------------
+// ---- Names.
 
 bool isGoodName(char const *&name)
 {
@@ -118,7 +118,8 @@ bool isGoodName(char const *&name)
     return error == ERROR_SUCCESS || fail(error);
 }
 
-// To the thread sanitizer the names are a table behind a lock: whoever finds one gone has seen what came before.
+// For the thread sanitizer the names are a table with a lock: a thread that looks for a name sees
+// all that happened before names were removed.
 
 Object *findName(char const *name)
 {
@@ -151,7 +152,7 @@ void removeName(Object &object)
     object.name = nullptr;
 }
 
-// ---- for reports ----------------------------------------------------------------------------------------
+// ---- Texts for reports.
 
 void setName(void const *object, char const *name)
 {
@@ -222,7 +223,7 @@ using namespace Simulated;
 
 BOOL CloseHandle(HANDLE handle)
 {
-    // What stands for the current process and thread need not be closed.
+    // The constants for the current process and thread need not be closed.
     if (handle == CURRENT_PROCESS || handle == CURRENT_THREAD)
         return TRUE;
     enter("CloseHandle", handle);
@@ -233,7 +234,8 @@ BOOL CloseHandle(HANDLE handle)
         return TRUE;
     object->closed = true;
     removeName(*object);
-    // A mutex that nobody waits for dies in its owner's hands; one that is held elsewhere lives until it is let go.
+    // A mutex that has no waiter and belongs to the calling thread is destroyed. If it belongs to
+    // another thread, it exists until that thread releases it.
     if (object->type == Object::MUTEX && object->pins == 0 && object->owner == &currentThread())
         disclaim(*object);
     release(*object);

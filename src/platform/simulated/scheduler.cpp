@@ -14,7 +14,7 @@
 #include <unistd.h>
 #include <utility>
 
-// There in programs that the thread sanitizer watches. Its eyes are closed where the baton changes hands.
+// Functions of the thread sanitizer, null in programs that are built without it.
 extern "C" {
 void AnnotateIgnoreSyncBegin(char const *file, int line) __attribute__((weak));
 void AnnotateIgnoreSyncEnd(char const *file, int line) __attribute__((weak));
@@ -32,11 +32,12 @@ constinit Scheduler scheduler;
 
 namespace {
 
-/// A thread that takes so many steps on end while others could is passed over.
+/// A thread that takes more steps than this in succession while others can run has to yield.
 constexpr std::uint32_t PATIENCE = 500;
-/// So many calls of Sleep(0) without anything else to do: they wait for time to pass.
+/// After more calls of `Sleep(0)` than this in succession, time advances.
 constexpr std::uint32_t YIELDS = 50;
-/// Time that has moved so often while the first thread waited, or another for what it says is there: for ever.
+/// A wait without a time-out is taken for endless if time advances more often than this while the
+/// first thread waits, or while any thread waits although its stated condition is true.
 constexpr std::uint32_t MOVES = 1000;
 
 std::uint64_t mix(std::uint64_t digest, std::uint64_t value)
@@ -96,11 +97,12 @@ void synchroniseAcquire(void const *place)
         __tsan_acquire(const_cast<void *>(place));
 }
 
-// ---- the baton ------------------------------------------------------------------------------------------
+// ---- The baton.
 
 void Scheduler::receive()
 {
-    // Not before the thread that has ended is gone for good: what the C library does at its end would mix with ours.
+    // The ended thread is joined first. Otherwise the C library's work at its end would run at the
+    // same time as the next thread. The sanitizer must not take this join for one of the program.
     Thread * const ended = std::exchange(_ended, nullptr);
     if (!ended)
         return;
@@ -118,10 +120,10 @@ void Scheduler::handOver(Thread &to)
     if (&to == &from)
         return;
     ++_record->switches;
-    // Asked while the baton is here: the next thread may end this one.
+    // This must be read before the baton is passed, because the next thread may kill this one.
     bool const isOver = from.state == Thread::ENDED;
     self = &to;
-    // Whoever kills it where it stands has seen it come so far.
+    // `TerminateThread` acquires this, because it may kill a thread that waits for the baton.
     synchroniseRelease(&from);
     giveBaton(to.baton);
     if (isOver)
@@ -151,7 +153,7 @@ void Scheduler::abandon()
         ::pause();
 }
 
-// ---- who goes on ----------------------------------------------------------------------------------------
+// ---- The choice of the next thread.
 
 bool Scheduler::isEnabled(Thread const &thread) const
 {
@@ -170,7 +172,8 @@ void Scheduler::collect(Candidates &candidates, bool hasYielded)
         candidates.add(Option::RUN, self);
         candidates.isCurrentFirst = true;
     }
-    // In a ring from the running thread on, so that who always takes the next one comes to all.
+    // In a ring from the running thread on, so that a strategy that always takes the next thread
+    // reaches all of them.
     unsigned const current = static_cast<unsigned>(self - _threads);
     for (unsigned i = 1; i < _used; ++i) {
         Thread &thread = _threads[(current + i) % _used];
@@ -198,7 +201,8 @@ void Scheduler::pick(bool hasYielded)
     for (;;) {
         Candidates candidates;
         collect(candidates, hasYielded);
-        // Where nobody can go on but by a wake-up without a cause, nobody can.
+        // A wake-up without a cause does not count as progress: without another option, time
+        // advances.
         if (candidates.count == 0 || candidates.option[0].what != Option::RUN) {
             advance();
             continue;
@@ -282,7 +286,7 @@ void Scheduler::note(std::uint64_t result)
         trace("%35s gets %llu\n", self->name, static_cast<unsigned long long>(result));
 }
 
-// ---- the clock ------------------------------------------------------------------------------------------
+// ---- The clock.
 
 Instant Scheduler::deadlineAfter(DWORD milliseconds) const
 {
@@ -313,7 +317,7 @@ void Scheduler::advance()
     judgeStated();
     if (next == NEVER)
         report("deadlock", "nobody can go on, and nothing is due");
-    // What runs by timers alone keeps no program alive.
+    // Threads that only wait for times must not hide that the first thread waits without an end.
     bool const waits = _threads->state == Thread::WAITING && _threads->deadline == NEVER;
     if (waits && ++_threads->moves > MOVES) {
         static char text[80];
@@ -338,7 +342,8 @@ void Scheduler::advance()
     });
 }
 
-/// Whether somebody waits for ever for what is there.
+/// Reports a thread that waits without a time-out although its stated condition is true, if no time
+/// is due that could still wake it, or if it has waited for too long.
 void Scheduler::judgeStated()
 {
     Unseen const unseen;
@@ -358,7 +363,7 @@ void Scheduler::judgeStated()
     });
 }
 
-// ---- threads --------------------------------------------------------------------------------------------
+// ---- Threads.
 
 Thread *Scheduler::newThread()
 {
@@ -410,7 +415,7 @@ void Scheduler::release(Thread &thread)
     _free = &thread;
 }
 
-// ---- beginning and end ----------------------------------------------------------------------------------
+// ---- Beginning and end.
 
 void Scheduler::begin(Options const &options, Record &record)
 {
@@ -439,7 +444,7 @@ void Scheduler::end(LeftOver const &leftOver)
     forEach([&](Thread &thread) {
         bool const isAlive = thread.state != Thread::ENDED && &thread != self;
         alive += isAlive;
-        // One that may stay may be anywhere.
+        // A thread that is allowed to remain may hold locks.
         if (isAlive)
             return;
         if (thread.held)
@@ -468,7 +473,7 @@ bool Scheduler::isRefused(Resource resource)
     return isIt;
 }
 
-// ---- reports --------------------------------------------------------------------------------------------
+// ---- Reports.
 
 void Scheduler::mark(Place &place) const
 {

@@ -1,4 +1,5 @@
-// The baton, the clock, and the record of what happens.
+// Scheduler of the simulated threads: passes the baton, advances the virtual clock, and writes the
+// record.
 #pragma once
 
 #include "platform/simulated/strategies.h"
@@ -23,23 +24,27 @@ public:
     void end(LeftOver const &);
     bool isRunning() const { return _record != nullptr; }
 
-    /// Lets others go on before the calling thread takes a step.
+    /// Point of the schedule: other threads may run before the calling thread takes a step.
     void point(Step const &, bool hasYielded = false);
-    /// The calling thread waits, as its fields say, until it may go on.
+    /// Makes the calling thread wait for what its fields describe. Returns when the thread can run
+    /// and has been chosen.
     void wait();
-    /// Tells the record what came of a step.
+    /// Adds the result of a step to the digest and to the trace.
     void note(std::uint64_t result);
 
-    /// A block for a new thread, null when there are too many; `start` makes it take part.
+    /// Returns a block for a new thread, or null if there are too many. The block counts as
+    /// runnable at once: there must be no point of the schedule before the call of `start`.
     Thread *newThread();
+    /// Creates the real thread, and begins a simulation if none runs. Returns false if there is no
+    /// thread.
     bool start(Thread &, SIZE_T stackSize);
-    /// One of the holders of a block has done with it.
+    /// Gives back one reference to a block.
     void release(Thread &);
-    /// The calling thread, made by `start`, has the baton for the first time.
+    /// Waits until the calling thread, created by `start`, gets the baton for the first time.
     void arrive(Thread &);
-    /// It has ended: the baton goes on, and whoever gets it waits for the real thread's end.
+    /// Ends the calling thread and passes the baton on. The next thread joins the real thread.
     void leave();
-    /// It is to stand still for ever.
+    /// Passes the baton on from the calling thread, which has been killed and never runs again.
     [[noreturn]] void abandon();
 
     Instant now() const { return _now; }
@@ -54,7 +59,8 @@ public:
 
     [[noreturn]] void report(char const *finding, char const *text);
 
-    /// All blocks that were ever used.
+    /// Calls `what` for each thread that has a block. Ended threads are included until their block
+    /// is reused.
     template <class What>
     void forEach(What what)
     {
@@ -85,35 +91,36 @@ private:
     std::uint32_t _serial = 0;
     std::uint32_t _spinning = 0;
     std::uint32_t _yields = 0;
-    int _refusals = 0;               ///< scopes in which calls may be refused
-    std::uint32_t _objects = 0;      ///< at the beginning
-    std::uint32_t _latestObject = 0; ///< likewise
-    Thread *_ended = nullptr;        ///< has handed the baton on and not yet been waited for
+    int _refusals = 0;               ///< number of `MayBeRefused` objects
+    std::uint32_t _objects = 0;      ///< number of objects at the beginning
+    std::uint32_t _latestObject = 0; ///< serial number of the latest object at the beginning
+    Thread *_ended = nullptr;        ///< has passed the baton on and has not been joined yet
     char _line[2048] = {};
 };
 
 extern constinit Scheduler scheduler;
 
-/// How many objects there are.
+/// Returns the number of objects.
 std::uint32_t countObjects();
-/// The number of the latest one.
+/// Returns the serial number of the latest object.
 std::uint32_t latestObject();
-/// Those that are younger than the one of that number, and where they were made.
+/// Appends the objects whose serial number is above `since`, and, if the run is traced, where they
+/// were created.
 void listObjects(std::uint32_t since, char *&text, char *end);
-/// "mutex 3 "name", held by worker", or an address.
+/// Appends a description of an object, such as `mutex 3 "name", held by worker`, or an address.
 void describe(void const *, char *&text, char *end);
-/// An empty text for what has none.
+/// Returns the name of an object or an address, or an empty text.
 char const *nameOf(void const *);
 
-/// Takes the thread from those who wait for an address.
+/// Removes a thread from the threads that wait for an address.
 void leaveAddress(Thread &);
-/// Units of 100 ns since 1601.
+/// Returns the date in units of 100 ns since 1601.
 LONGLONG getSystemTime();
 
 void append(char *&text, char *end, char const *format, ...) __attribute__((format(printf, 3, 4)));
 void append(char *&text, char *end, Place const &);
 
-/// The point at the beginning of a service.
+/// Point of the schedule at the beginning of a service. It has no effect if no simulation runs.
 inline void enter(char const *what, void const *object = nullptr)
 {
     if (scheduler.isRunning())

@@ -1,4 +1,5 @@
-// Priority classes, levels and processors are remembered and change nothing: all orders come about anyway.
+// Priority classes, priorities and processors of threads. They are stored but decide nothing,
+// because a schedule can be any order.
 #include "platform/common/threadName.h"
 #include "platform/priorityTable.h"
 #include "platform/simulated/scheduler.h"
@@ -13,7 +14,9 @@ constexpr DWORD_PTR PROCESSORS = 0xF;
 
 constinit DWORD processClass = NORMAL_PRIORITY_CLASS;
 
-/// Calls `what` with the thread behind a handle, or with null when it has ended. False for a bad handle.
+/// Calls `what` with the thread and the object behind a handle. The thread is null if it has ended.
+/// The object is null if the handle is the constant for the calling thread. Returns false if the
+/// handle is not valid.
 template <class What>
 bool withThread(HANDLE handle, What what)
 {

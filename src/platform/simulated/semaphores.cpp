@@ -39,7 +39,7 @@ HANDLE OpenSemaphoreA(DWORD, BOOL, char const *name)
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG *previousCount)
 {
     enter("ReleaseSemaphore", semaphore);
-    // A count that cannot be comes before a handle of another type.
+    // An invalid count is reported before a handle of another type.
     if (!objectOf(semaphore))
         return FALSE;
     if (count <= 0)

@@ -1,15 +1,21 @@
-// Runs a program on a scheduler that decides, from a seed, which thread goes on at each step.
+// Deterministic scheduler for tests: runs the threads of a program in an order that a seed
+// determines.
 //
-// All threads of the program are real ones, and exactly one of them runs at a time: the others wait for the baton.
-// Each call of a service and each interlocked operation is a point at which the scheduler may hand the baton on, so
-// that a seed stands for one order of events, on every machine and at every time. Time is virtual: it moves only when
-// every thread waits, to the instant for which the first of them does.
+// The threads are real ones, but exactly one of them runs at a time, and the others wait for the
+// baton. Each interlocked operation and each service call is a point at which the scheduler may
+// pass the baton to another thread, except calls that only concern the calling thread or return a
+// constant. A seed therefore determines one order of events, the same on every machine.
 //
-// A process runs one schedule. It calls `begin`, runs its program and calls `end`; whoever wants many schedules forks
-// a fresh process for each. What goes wrong on the way is a finding: it is entered in the record, and ends the process.
+// Time is virtual. When all threads wait, it advances to the next time-out or due timer. It also
+// advances while threads only call `Sleep(0)`, and at random moments if the option `hasty` is set.
 //
-// Seen are all orders of the operations of the layer. Not seen is what a processor or a compiler may reorder, and what
-// happens between two operations of the layer: the thread sanitizer, which does not see the baton, looks for that.
+// A process runs one schedule: it calls `begin`, runs the program and calls `end`. To run many
+// schedules, fork a new process for each of them. A fault that the scheduler detects is a finding.
+// It is entered in the record, and ends the process.
+//
+// A schedule can be any order of the operations of the layer. It does not show what a processor or
+// a compiler may reorder, or what happens between two operations of the layer. The thread sanitizer
+// does not see the baton, so a program that is built with it shows data races as well.
 #pragma once
 
 #include "platform/services.h"
@@ -18,12 +24,17 @@
 
 namespace ZvPlatform::Simulated {
 
-/// What chooses the next thread.
+/// Strategy that chooses the next thread.
 enum class Choice : std::uint32_t
 {
-    RANDOM, ///< any one that can run, all with the same chance
-    PRIORITY, ///< the one of the highest of random priorities, which change at `depth - 1` random decisions
-    SCRIPT ///< as the record says; where it says nothing the running thread goes on
+    /// Any thread that can run, each with the same probability.
+    RANDOM,
+    /// The thread with the highest of random priorities. At `depth - 1` random decisions the
+    /// running thread gets the lowest.
+    PRIORITY,
+    /// The thread that the record gives. After the given decisions, the running thread as long as
+    /// it can run.
+    SCRIPT
 };
 
 /// Kinds of calls that can be made to fail.
@@ -31,7 +42,7 @@ enum Resource : std::uint32_t
 {
     THREADS = 1,
     SEMAPHORES = 2,
-    EVENTS = 4, ///< timers too
+    EVENTS = 4, ///< and timers
     MUTEXES = 8,
     MEMORY = 16,
     PRIORITIES = 32,
@@ -44,33 +55,35 @@ struct Options
     Choice choice = Choice::RANDOM;
     std::uint64_t seed = 1;
     std::uint32_t depth = 3;
-    /// Decisions among which the changes of priority are spread.
+    /// Number of decisions over which the changes of priority are spread.
     std::uint32_t length = 1000;
-    /// A run that takes more steps makes no progress.
+    /// Number of steps after which a run is the finding "no progress".
     std::uint32_t bound = 50'000;
-    /// Time may move although threads could run, as it does on a loaded machine.
+    /// Time may advance while threads could run, as on a loaded machine.
     bool hasty = false;
     /// Waits for an address may end without a cause.
     bool stray = false;
     /// Whether the process may have the real-time class.
     bool privileged = true;
-    /// The call of the kinds in `resources` that fails, from 1; 0 for none.
+    /// Number of the call of the kinds in `resources` that fails, from 1, or 0 for none.
     std::uint32_t failing = 0;
     std::uint32_t resources = ALL_RESOURCES;
-    /// Every step is written to this file, and where each thread is is found out. -1 for none.
+    /// File descriptor to which each step is written, with the call stack of its thread, or -1 for
+    /// none.
     int trace = -1;
 };
 
-/// One point at which several could go on. The first of them is the running thread, if it can run.
+/// A point at which the scheduler had several options. The first option is the running thread, if
+/// it can run.
 struct Decision
 {
     std::uint8_t chosen;
     std::uint8_t count;
-    /// The running thread could have gone on and had not asked to be passed over.
+    /// The running thread could continue and did not yield.
     bool isPreemption;
 };
 
-/// What a schedule came to. It stands in memory that the process shares with whoever reads it.
+/// Result of a schedule, in memory that its process shares with the reader.
 struct Record
 {
     static constexpr std::uint32_t DECISIONS = 100'000;
@@ -78,49 +91,52 @@ struct Record
     std::uint32_t steps;
     std::uint32_t switches;
     std::uint32_t decisions;
-    /// Decisions that are laid down.
+    /// Number of decisions that are given.
     std::uint32_t scripted;
-    /// Calls so far that could have been made to fail.
+    /// Number of calls so far that could be made to fail.
     std::uint32_t failable;
     std::uint32_t threads;
-    /// A digest of all that happened, in its order.
+    /// Hash of all events in their order.
     std::uint64_t digest;
     std::int64_t time;
     bool isDone;
-    /// Empty, or what was found: "deadlock" and the like.
+    /// Kind of the finding, such as "deadlock", or empty.
     char finding[32];
     char report[16'000];
-    /// Of SCRIPT alone: what is laid down, and then what was chosen.
+    /// Only for `SCRIPT`: the given decisions before the run, all decisions after it.
     Decision decision[DECISIONS];
 };
 
-/// From here on the calling thread is the first of a simulation.
+/// Begins a simulation. The calling thread is its first thread.
 void begin(Options const &, Record &);
 
-/// What may be left over at the end.
+/// What may remain at the end of a simulation.
 struct LeftOver
 {
     std::uint32_t objects = 0;
     std::uint32_t threads = 0;
 };
 
-/// Ends the simulation: looks for threads that have not ended, for locks that are held, and for more objects than
-/// there were at the beginning. The calling thread goes on, alone; all others stand still for ever.
+/// Ends the simulation. Locks that are still held by the calling thread or by an ended one are a
+/// finding, and so are more threads that have not ended, or more additional objects, than may
+/// remain. Afterwards only the calling thread runs.
 void end(LeftOver = {});
 
 bool isRunning();
 
-/// Enters a finding and ends the process. Outside a simulation it goes to the standard error output.
+/// Enters a finding in the record and ends the process. Outside a simulation it is written to the
+/// standard error output, and the process is aborted.
 [[noreturn]] void find(char const *finding, char const *format, ...)
     __attribute__((format(printf, 2, 3)));
 
-/// A point of its own, in the program's own words.
+/// An additional point of the schedule, which a program names.
 void step(char const *what);
 
-/// A name for a handle, a critical section or an address in reports. The text must stay.
+/// Names a handle, a critical section or an address in reports. The text is not copied. Only the
+/// first 256 names are kept.
 void setName(void const *object, char const *name);
 
-/// Calls are made to fail only while one of these lives, whichever thread makes them.
+/// Calls of all threads can be made to fail only while an object of this class exists.
 class MayBeRefused
 {
 public:
@@ -130,17 +146,19 @@ public:
     MayBeRefused &operator=(MayBeRefused const &) = delete;
 };
 
-/// Counts a call that may be made to fail, and says whether it is to.
+/// Counts a call that can be made to fail. Returns whether it must fail.
 bool isRefused(Resource);
 
-/// What handles stand for: events, threads and the like that have not been closed.
+/// Returns the number of objects behind handles, such as events and threads. An object whose last
+/// handle has been closed still counts while a thread uses it.
 std::uint32_t getNbObjects();
 
-/// Virtual nanoseconds since the beginning.
+/// Returns the virtual time since the beginning, in nanoseconds.
 std::int64_t getTime();
 
-/// While it lives the calling thread says what it waits for. A thread that waits for ever although the condition holds
-/// is a finding of its own. The condition is called on another thread: it must neither block nor call a service.
+/// States what the calling thread waits for, while the object exists. If the thread is never woken
+/// although the condition is true, the finding is "waits for ever" instead of "deadlock". The
+/// condition is called on any thread, and must neither block nor call a service.
 class WaitingFor
 {
 public:

@@ -4,7 +4,7 @@ namespace ZvPlatform::Simulated {
 
 std::uint64_t Random::next()
 {
-    // Sebastiano Vigna's splitmix64.
+    // The generator splitmix64 by Sebastiano Vigna.
     _state += 0x9E3779B97F4A7C15;
     std::uint64_t z = _state;
     z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9;
@@ -25,7 +25,8 @@ void Candidates::add(Option::What what, Thread *thread)
 
 namespace {
 
-/// A thread that has asked to be passed over is, as long as another can run.
+/// Returns the first option that may be chosen. A running thread that yields is skipped if there is
+/// another option.
 unsigned firstAllowed(Candidates const &candidates)
 {
     return candidates.hasYielded && candidates.count > 1 ? 1 : 0;
@@ -38,7 +39,8 @@ public:
 
     unsigned choose(Candidates const &candidates, Record &) override
     {
-        // Threads that run are the rule; a clock that hurries and a wake-up without a cause the exception.
+        // All threads have the same weight. Wake-ups without a cause and advances of the clock are
+        // less likely.
         std::uint32_t weight = 0;
         unsigned const first = firstAllowed(candidates);
         for (unsigned i = first; i < candidates.count; ++i)
@@ -59,8 +61,9 @@ private:
     Random _random;
 };
 
-/// Burckhardt, Kothari, Musuvathi and Nagarakatte, "A randomized scheduler with probabilistic guarantees of finding
-/// bugs", 2010. A fault that needs d orderings is found with a chance of at least one in n * k^(d-1), n threads, k steps.
+/// Random priorities, after Burckhardt, Kothari, Musuvathi and Nagarakatte, "A randomized scheduler
+/// with probabilistic guarantees of finding bugs", 2010. With n threads and k steps, a fault that
+/// needs d orderings is found with a probability of at least 1 / (n * k^(d-1)).
 class PriorityChoice final : public Strategy
 {
 public:
@@ -91,7 +94,7 @@ public:
         for (unsigned i = 1; i < candidates.count; ++i)
             if (priorityOf(candidates.option[i]) > priorityOf(candidates.option[best]))
                 best = i;
-        // Neither the clock nor a stray wake-up keeps its turn.
+        // The clock and wake-ups without a cause share one priority, which drops after each use.
         if (candidates.option[best].what != Option::RUN)
             _clock = --_lowest;
         if (_random.below(CLOCK_RISES) == 0)
@@ -117,7 +120,8 @@ private:
     std::int64_t _lowest = 0;
 };
 
-/// What an exhaustive search has laid down, then the running thread as long as it can.
+/// The decisions that an exhaustive search has given, then the running thread as long as it can
+/// run.
 class ScriptedChoice final : public Strategy
 {
 public:

@@ -1,18 +1,18 @@
-// Who goes on.
+// Strategies that choose the next thread.
 #pragma once
 
 #include "platform/simulated/thread.h"
 
 namespace ZvPlatform::Simulated {
 
-/// A small generator of random numbers whose sequence is the same everywhere.
+/// Generator of random numbers. A seed gives the same sequence on every machine.
 class Random
 {
 public:
     constexpr explicit Random(std::uint64_t seed = 0) : _state(seed) {}
 
     std::uint64_t next();
-    /// Below `bound`.
+    /// Returns a number from 0 to `bound` - 1.
     std::uint32_t below(std::uint32_t bound);
 
 private:
@@ -26,7 +26,7 @@ struct Option
     {
         RUN,
         STRAY, ///< a wait ends without a cause
-        CLOCK  ///< time moves
+        CLOCK  ///< time advances
     };
 
     What what;
@@ -35,13 +35,13 @@ struct Option
 
 inline constexpr unsigned MAX_OPTIONS = 250;
 
-/// All that can happen next. The running thread is the first, if it can run.
+/// All options for the next step. The first is the running thread, if it can run.
 struct Candidates
 {
     Option option[MAX_OPTIONS];
     unsigned count = 0;
     bool isCurrentFirst = false;
-    /// The running thread wants others to go on before it.
+    /// The running thread can run, but yields, or has run for too long.
     bool hasYielded = false;
 
     void add(Option::What, Thread *);

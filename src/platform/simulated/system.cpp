@@ -9,7 +9,7 @@ namespace ZvPlatform {
 
 using namespace Simulated;
 
-// ---- memory ---------------------------------------------------------------------------------------------
+// ---- Memory.
 
 void *VirtualAlloc(void *address, SIZE_T size, DWORD type, DWORD protection)
 {
@@ -26,7 +26,7 @@ BOOL VirtualFree(void *address, SIZE_T size, DWORD type)
     return Memory::free(address, size, type);
 }
 
-// ---- identifiers ----------------------------------------------------------------------------------------
+// ---- Identifiers.
 
 RPC_STATUS UuidCreate(UUID *uuid)
 {
@@ -38,7 +38,7 @@ RPC_STATUS UuidCreate(UUID *uuid)
     return RPC_S_OK;
 }
 
-// ---- a machine that is the same everywhere --------------------------------------------------------------
+// ---- Description of the machine.
 
 void GetSystemInfo(SYSTEM_INFO *info)
 {

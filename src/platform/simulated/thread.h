@@ -1,7 +1,8 @@
-// What the scheduler knows of each thread, and of the objects behind handles.
+// State of the simulated threads, and of the objects behind handles.
 //
-// Only the thread that has the baton touches any of this, so nothing here is guarded. Nothing here allocates either: a
-// program finds the same memory whether its steps are written down or not.
+// Only the thread that has the baton uses this state, so no lock guards it. Only the names of
+// objects are allocated on the heap, so that a program gets the same addresses whether or not its
+// steps are traced.
 #pragma once
 
 #include "platform/services.h"
@@ -21,7 +22,7 @@ struct Object;
 struct Section;
 struct Thread;
 
-/// Threads in the order in which they came.
+/// First-in, first-out queue of waiting threads.
 class Queue
 {
 public:
@@ -44,7 +45,7 @@ struct TlsSlot
 inline constexpr DWORD TLS_SLOTS = 1088;
 inline constexpr unsigned FRAMES = 24;
 
-/// Return addresses, the innermost first.
+/// A call stack as return addresses, the innermost first.
 struct Place
 {
     void *frames[FRAMES];
@@ -69,40 +70,41 @@ struct Thread
     };
 
     Thread *nextFree = nullptr;
-    /// The thread until it is gone, and its object: a number is not given out anew while a handle is open.
+    /// References to this block: one of the thread until it has been joined, one of its object. The
+    /// block and its number are reused when there are none.
     std::uint32_t holders = 0;
     std::uint32_t baton = 0;
     ThreadNumber number = 0;
-    std::uint32_t serial = 0; ///< unlike the number it never comes again
+    std::uint32_t serial = 0; ///< unlike the number, never reused
     State state = UNUSED;
     bool created = false;
     char name[16] = {};
     pthread_t pthread{};
     LPTHREAD_START_ROUTINE function = nullptr;
     void *argument = nullptr;
-    Object *object = nullptr; ///< its handle's, null until one is wanted
+    Object *object = nullptr; ///< of its handles, null until a handle is requested
     DWORD exitCode = 0;
     DWORD lastError = 0;
     int level = THREAD_PRIORITY_NORMAL;
     DWORD_PTR mask = 0;
 
-    // What it waits for.
+    // The current wait, or the last one.
     Kind kind = OBJECT;
-    bool granted = false; ///< what it waited for is its own
+    bool granted = false; ///< another thread or a timer has satisfied the wait
     bool isStray = false;
     bool hasYielded = false;
     DWORD result = 0;
     Instant deadline = NEVER;
-    std::uint32_t since = 0; ///< the step
-    std::uint32_t moves = 0; ///< of the clock, while it has waited
+    std::uint32_t since = 0; ///< the step at which the wait began
+    std::uint32_t moves = 0; ///< advances of the clock during the wait, of the first thread only
     Object *awaited = nullptr;
     Section *section = nullptr;
     void const *address = nullptr;
     Thread *next = nullptr;
     Thread *previous = nullptr;
 
-    Object *held = nullptr; ///< the mutexes that it owns
-    std::uint32_t sections = 0;
+    Object *held = nullptr;     ///< the first of the mutexes that it owns
+    std::uint32_t sections = 0; ///< number of critical sections that it owns
     WaitingFor *stated = nullptr;
     char const *doing = "";
     Place place;
@@ -125,11 +127,11 @@ struct Object
 
     Type type = DEAD;
     bool signalled = false;
-    bool manual = false; ///< event, timer: stays signalled
+    bool manual = false; ///< of an event, a timer or a thread: stays signalled after a wait
     bool abandoned = false;
-    bool closed = false; ///< no handle is left
+    bool closed = false; ///< the last handle has been closed
     std::uint32_t handles = 0;
-    std::uint32_t pins = 0; ///< waiters, and the running thread
+    std::uint32_t pins = 0; ///< one for each waiter, and one for the thread until it ends
     std::uint32_t serial = 0;
     Thread *owner = nullptr;
     std::uint32_t recursion = 0;
@@ -139,7 +141,7 @@ struct Object
     Instant due = NEVER;
     Instant period = 0;
     Thread *thread = nullptr; ///< null once it has ended
-    Thread *block = nullptr;  ///< also when it has ended
+    Thread *block = nullptr;  ///< of the thread, also after its end
     DWORD exitCode = 0;
     int level = 0;
     Queue queue;
@@ -150,7 +152,9 @@ struct Object
 
 extern Thread *self;
 
-/// The calling thread. One that the layer has not made may call only as long as it is the only one.
+/// Returns the calling thread. The first thread that calls is adopted. Any other thread must have
+/// been created by the layer, otherwise this is a finding, or aborts the process if no simulation
+/// runs.
 Thread &currentThread();
 
 inline BOOL fail(DWORD code)
@@ -159,22 +163,24 @@ inline BOOL fail(DWORD code)
     return FALSE;
 }
 
-// ---- objects --------------------------------------------------------------------------------------------
+// ---- Objects.
 
 inline HANDLE const CURRENT_PROCESS = reinterpret_cast<HANDLE>(std::intptr_t{-1});
 inline HANDLE const CURRENT_THREAD = reinterpret_cast<HANDLE>(std::intptr_t{-2});
 
-/// An object of the wanted type that has a handle; null with the last error set.
+/// Returns the object of the given type behind a handle, or null with the last error set.
 Object *objectOf(HANDLE, Object::Type);
-/// The same of any type.
+/// Returns the object of any type behind a handle, or null with the last error set.
 Object *objectOf(HANDLE);
 
-/// A new one, with a handle; null with the last error set.
+/// Returns a new object with one handle, or null with the last error set.
 Object *newObject(Object::Type);
-/// Buries an object that nothing holds any more.
+/// Destroys an object that has no handle, no pin and, if it is a mutex, no owner. Otherwise it has
+/// no effect.
 void release(Object &);
 
-/// An object by its name, or a new one that `make` brings into shape.
+/// Returns a handle of the object with the given name, or of a new object that `make` initialises.
+/// Returns null with the last error set if this fails.
 template <class Make>
 HANDLE createObject(char const *name, Object::Type type, Resource resource, Make make);
 
@@ -215,28 +221,33 @@ HANDLE createObject(char const *name, Object::Type type, Resource resource, Make
     return object;
 }
 
-// ---- what the parts have of each other ------------------------------------------------------------------
+// ---- Functions that the sources share.
 
-/// Satisfies waiters as far as it goes.
+/// Satisfies the waiters of an object in their order, until it has nothing left to consume. The
+/// object must not be a mutex.
 void serve(Object &);
-/// Takes from the object what a waiter wants, if it is there.
+/// Takes from an object what satisfies one wait. Returns false if there is nothing to take. The
+/// object must not be a mutex.
 bool consume(Object &);
+/// Satisfies the wait of a thread.
 void grant(Thread &, DWORD result);
 
-/// Enters a mutex that the thread has just come to own among those that it holds.
+/// Makes a thread the owner of a free mutex.
 void claim(Object &, Thread &);
+/// Makes a mutex free.
 void disclaim(Object &);
+/// Makes the mutexes of a thread that ends free, and marks them as abandoned.
 void abandonMutexes(Thread &);
 
-/// Calls those who want to know that the calling thread ends.
+/// Calls the callbacks of `FlsAlloc` for the values that the ending thread has stored.
 void callBack(Thread &);
-/// The block's former thread has left its slots filled.
+/// Clears the values that the previous thread of this block has stored.
 void forgetSlots(Thread &);
 
-/// Brings a timer's state up to the clock.
+/// Signals a timer whose due time has been reached, and sets its next due time.
 void updateTimer(Object &);
 
-/// What the simulation knows of a critical section.
+/// State of a critical section, in the storage of the section.
 struct Section
 {
     Thread *owner;
@@ -246,12 +257,14 @@ struct Section
 };
 static_assert(sizeof(Section) <= sizeof(CRITICAL_SECTION));
 
-// What the thread sanitizer is told: what was done before a release is seen after the acquire that follows.
+// Tell the thread sanitizer that what happened before a release is visible after the next acquire
+// of this place. They have no effect in other builds.
 void synchroniseRelease(void const *);
 void synchroniseAcquire(void const *);
 
-/// While it lives the thread sanitizer takes no notice of the thread. What the simulation writes down is its own affair:
-/// where the simulation's code is not seen, calls of the C library still are, and what a program has handed over.
+/// While it exists, the thread sanitizer ignores the memory accesses of the thread. The simulation
+/// itself is built without the sanitizer, but the functions of the C library and the conditions of
+/// a program are still checked.
 class Unseen
 {
 public:

@@ -13,7 +13,7 @@ constinit Thread *self = nullptr;
 namespace {
 
 constexpr std::size_t DEFAULT_STACK = 1024 * 1024;
-/// What the C library, a sanitizer and the scheduler itself need.
+/// Additional stack for the C library, a sanitizer and the scheduler.
 constexpr std::size_t STACK_OVERHEAD = 512 * 1024;
 
 constinit thread_local Thread *mine __attribute__((tls_model("initial-exec"))) = nullptr;
@@ -21,7 +21,7 @@ constinit bool hasFirst = false;
 
 void adopt()
 {
-    // The one that loads the program, until there are more.
+    // Only the first thread, which loads the program, is adopted.
     if (hasFirst) {
         if (scheduler.isRunning())
             find("foreign thread", "a thread that the layer has not made calls a service");
@@ -51,7 +51,7 @@ void adopt()
     find("terminate", "%s ends the program", self ? self->name : "nobody");
 }
 
-/// The end of a thread, as others see it.
+/// Abandons the mutexes of an ended thread, and wakes the threads that wait for its end.
 void end(Thread &thread, DWORD exitCode)
 {
     abandonMutexes(thread);
@@ -102,7 +102,7 @@ bool Scheduler::start(Thread &thread, SIZE_T stackSize)
     if (wanted > SIZE_MAX / 8)
         return false;
     if (!isRunning()) {
-        // A program that knows nothing of simulations: one schedule, the first of the seeds.
+        // A program that has not called `begin` runs under the default options.
         static Record record;
         begin({}, record);
     }
@@ -120,7 +120,7 @@ bool Scheduler::start(Thread &thread, SIZE_T stackSize)
 
 void begin(Options const &options, Record &record)
 {
-    // It takes over from the one that has loaded the program, if that is another.
+    // The calling thread takes the place of the thread that has loaded the program.
     if (hasFirst) {
         mine = self;
         mine->pthread = ::pthread_self();
@@ -191,7 +191,7 @@ namespace ZvPlatform {
 
 using namespace Simulated;
 
-// What belongs to the calling thread alone is no point of the schedule.
+// These calls only concern the calling thread, so they are no points of the schedule.
 
 DWORD GetLastError()
 {
@@ -256,7 +256,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
     }
     if (threadId)
         *threadId = thread->number;
-    // Also after it: the new thread may do all of its work before the caller goes on.
+    // A second point: the new thread may run, and even end, before the caller continues.
     enter("CreateThread, done", object);
     return object;
 }
@@ -286,7 +286,7 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
     }
     synchroniseAcquire(thread);
     end(*thread, exitCode);
-    // The block stays with it, and so do its stack and the sections that it is in.
+    // The killed thread keeps its block, its stack and its critical sections.
     if (thread == &currentThread())
         scheduler.abandon();
     thread->state = Thread::ENDED;
@@ -307,7 +307,7 @@ BOOL GetExitCodeThread(HANDLE handle, DWORD *exitCode)
 
 namespace {
 
-/// A handle of the calling thread.
+/// Returns an additional handle of the calling thread, or null with the last error set.
 HANDLE ownHandle(Thread &thread)
 {
     if (Object *object = thread.object) {

@@ -4,7 +4,7 @@ namespace ZvPlatform::Simulated {
 
 namespace {
 
-/// The clocks begin an hour after the machine has started, on the first of January 2026.
+/// The clocks begin one hour after the start of the machine, at the beginning of 2026.
 constexpr Instant UPTIME = 3'600'000 * MILLISECOND;
 constexpr LONGLONG BEGINNING = 155'228ll * 24 * 60 * 60 * 10'000'000;
 

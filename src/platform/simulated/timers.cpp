@@ -8,14 +8,15 @@ void updateTimer(Object &timer)
     if (timer.due == NEVER || now < timer.due)
         return;
     timer.signalled = true;
-    // The next due time stays on the grid, however late it is now.
+    // The next due time is a whole number of periods after the first one, however late it is now.
     timer.due =
         timer.period ? timer.due + ((now - timer.due) / timer.period + 1) * timer.period : NEVER;
 }
 
 namespace {
 
-/// The instant of a due time as the services give it.
+/// Returns the instant of a due time in units of 100 ns, which is a date, or relative to now if it
+/// is negative.
 Instant instantOf(LONGLONG due)
 {
     constexpr LONGLONG UNIT = 100;

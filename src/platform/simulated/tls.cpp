@@ -9,11 +9,13 @@ using namespace Simulated;
 
 namespace {
 
-/// Odd while the slot is allocated. A thread's value counts only if it was stored under the present generation.
+/// Generation of each slot, odd while the slot is allocated. A thread's value is valid only if it
+/// was stored under the current generation.
 constinit std::uint32_t generations[TLS_SLOTS] = {};
-/// Of the slots that FlsAlloc gave out.
+/// Callbacks of the slots that `FlsAlloc` has allocated.
 constinit PFLS_CALLBACK_FUNCTION callbacks[TLS_SLOTS] = {};
-/// Above the highest slot that was ever allocated: the rest of these tables is not even looked at.
+/// One more than the highest slot that was ever allocated. The values of a thread are searched up
+/// to this one.
 constinit DWORD bound = 0;
 
 } // namespace
@@ -58,7 +60,7 @@ BOOL TlsFree(DWORD index)
     return TRUE;
 }
 
-// One of the slots above, with a callback.
+// Allocates a slot of `TlsAlloc` and gives it a callback.
 DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback)
 {
     DWORD const index = TlsAlloc();
@@ -67,7 +69,7 @@ DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback)
     return index;
 }
 
-// What belongs to the calling thread alone is no point of the schedule.
+// These calls only concern the calling thread, so they are no points of the schedule.
 
 void *TlsGetValue(DWORD index)
 {

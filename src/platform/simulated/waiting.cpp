@@ -36,7 +36,8 @@ void serve(Object &object)
 
 namespace {
 
-/// Takes what the object has now. True when `result` is there.
+/// Takes from an object what satisfies a wait of the calling thread, and sets `result`. Returns
+/// false if the thread has to wait.
 bool take(Object &object, DWORD &result)
 {
     result = WAIT_OBJECT_0;
@@ -70,7 +71,7 @@ DWORD waitInQueue(Object &object, DWORD milliseconds)
     if (!me.granted) {
         object.queue.remove(me);
         --object.pins;
-        // Nobody ran between the look that found the mutex free and this.
+        // No thread has run since the scheduler found the mutex free, so it still is.
         if (object.type != Object::MUTEX || !take(object, result))
             result = WAIT_TIMEOUT;
     }
@@ -84,7 +85,7 @@ DWORD waitInQueue(Object &object, DWORD milliseconds)
 DWORD waitFor(HANDLE handle, DWORD milliseconds)
 {
     if (handle == CURRENT_THREAD || handle == CURRENT_PROCESS) {
-        // A thread that waits for its own end, or for its process's.
+        // The calling thread waits for its own end, or for the end of its process.
         ZvPlatform::Sleep(milliseconds);
         return WAIT_TIMEOUT;
     }
