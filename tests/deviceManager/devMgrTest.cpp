@@ -666,8 +666,8 @@ TEST(Manager, SequencesRunWhileADeviceOpens)
     opener.join();
 }
 
-/// Runs an operation that calls `pass`, and checks whether another configuration waits for its lock
-/// meanwhile.
+/// Runs an operation that calls `pass`, and checks that another operation waits for the
+/// configuration lock meanwhile.
 class Midway
 {
 public:

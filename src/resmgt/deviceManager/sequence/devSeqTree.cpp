@@ -306,7 +306,7 @@ DevSeqTree::DevSeqTree()
 }
 
 // Clears the link to the parent in each node, because nodes may outlive the tree. The walk needs no
-// memory: it goes back by these links, and moves each child that was visited to the end of its
+// memory. It goes back by these links, and moves each child that was visited to the end of its
 // list. When all children were visited, the list has its first order again.
 DevSeqTree::~DevSeqTree()
 {
