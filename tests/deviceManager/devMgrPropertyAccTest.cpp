@@ -630,8 +630,8 @@ TEST_F(PropertyAccess, ObserverThatAnotherOneDetachesIsNotToldAnyMore)
 TEST_F(PropertyAccess, ObserverThatIsAttachedFromWithinAnUpdateIsToldOfTheNextChange)
 {
     auto const x = device().x;
-    std::vector<RCShdPtr<DevMgrPropertyObserver>>
-        others; // in the order, before and after the attaching one
+    // In the order of the calls, some are before the attaching observer and some are after it.
+    std::vector<RCShdPtr<DevMgrPropertyObserver>> others;
     for (int i = 0; i < 8; ++i)
         others.push_back(makeShd<RecordingObserver>("other", journal));
     auto const attaching = makeShd<ActingObserver>("attaching", journal, [&] {

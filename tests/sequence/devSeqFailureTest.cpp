@@ -117,7 +117,7 @@ protected:
 Log traceOf(std::function<void()> const &action)
 {
     LogTest::CapturedLog log;
-    LgLog::flush(); // removes earlier lines
+    LgLog::flush(); // writes the lines that are still queued
     std::size_t const before = log.getLines().size();
     action();
     LgLog::flush();

@@ -43,7 +43,7 @@ struct Wrapped
 
     ObjPtr<DevClonableANO> ano(char const *name) { return makeObj<NamedANO>(name, ran); }
 
-    /// Executes the requests in the FIFO, and returns the log since the last call.
+    /// Executes the requests in the FIFO. Returns those that have run since the last call.
     Log reports()
     {
         for (DevANOQueueEntry entry; fifo->tryConsume(entry);) {
