@@ -1,5 +1,5 @@
-// Closing a manager within a limit: what is closed, what is left behind, and what is left to do afterwards. How devices
-// that hang share the time is tested in virtual time, in tests/simulated.
+// Closing a manager within a limit: the devices that are closed, those that are left behind, and
+// later calls. `tests/simulated` tests in virtual time how devices that hang share the limit.
 #include "fader.h"
 #include "fakeDevices.h"
 
@@ -25,9 +25,9 @@ using End = DevMgrCloseReport::End;
 
 namespace {
 
-/// Longer than any test runs.
+/// Limit in seconds that no test reaches.
 constexpr double LONG = 3600;
-/// For devices that do not end in any time.
+/// Limit in seconds for devices that hang.
 constexpr double SHORT = 0.05;
 
 std::string messageOf(std::exception_ptr const &failure)
@@ -41,7 +41,7 @@ std::string messageOf(std::exception_ptr const &failure)
     return "";
 }
 
-/// Writes down its opening, its closing and its end.
+/// Device that logs its opening, its closing and its destruction.
 class Recording : public RecordingAccess
 {
 public:
@@ -161,7 +161,7 @@ TEST_F(ManagerIsClosed, ADeviceThatHangsIsLeftBehind)
     EXPECT_EQ(report.devices[0].failure, nullptr);
     EXPECT_EQ(report.getLeftBehind(), (Vector<LiString>{"a"}));
     manager = nullptr;
-    // It is not destroyed when its closing returns after all.
+    // The device is not destroyed, even when its closing returns later.
     gate.open();
     gate.waitForLeaving();
     EXPECT_EQ(journal.take(), (Lines{"close a"}));
@@ -205,7 +205,7 @@ TEST_F(ManagerIsClosed, ADeviceThatHangsInItsOpeningIsLeftBehind)
         }
     });
     gate.waitForArrival();
-    // The configuration lock is not to be had, and not needed.
+    // The opening thread holds the configuration lock. Closing does not need it.
     DevMgrCloseReport const report = manager->close(SHORT);
     ASSERT_EQ(report.devices.size(), 1u);
     EXPECT_EQ(report.devices[0].name, "b");
@@ -301,7 +301,8 @@ TEST_F(ManagerIsClosed, ADeviceThatOpensInTimeIsClosed)
 TEST_F(ManagerIsClosed, ADeviceThatFailsToOpenMeanwhileNeedsNoClosing)
 {
     Gate gate;
-    // Outlives all threads: the thread sanitizer does not see how the last one that lets go of an exception is found.
+    // Outlives all threads, because the thread sanitizer does not see how the last owner of an
+    // exception is found.
     std::exception_ptr const noLens = std::make_exception_ptr(std::runtime_error("no lens"));
     Registered const a = device("a", {.open = [&] {
                                     gate.pass();
@@ -390,7 +391,7 @@ private:
     bool _hasPassed = false;
 };
 
-// The device waits for room in the manager's queue, which the observer keeps full.
+// The device waits for room in the manager's queue. The observer keeps the queue full.
 TEST_F(ManagerIsClosed, AnObserverThatHangsKeepsNoDeviceFromBeingClosed)
 {
     Gate gate;
@@ -400,7 +401,7 @@ TEST_F(ManagerIsClosed, AnObserverThatHangsKeepsNoDeviceFromBeingClosed)
     ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
     auto const observer = makeShd<Blocking>(gate);
     DevMgrPropertyObserverUtil::attachObserver(*properties, "fader:level", observer);
-    for (int i = 0; i < 30; ++i) // more than the manager's queue holds
+    for (int i = 0; i < 30; ++i) // more than fit into the manager's queue
         DevMgrPropertyValueUtil<int>::setValue(*properties, "fader:level", i);
     gate.waitForArrival();
     DevMgrCloseReport const report = manager->close(2);
@@ -414,14 +415,14 @@ TEST_F(ManagerIsClosed, AnObserverThatHangsKeepsNoDeviceFromBeingClosed)
     gate.waitForLeaving();
 }
 
-/// Hangs in one call, under the lock of its sequence.
+/// Device that hangs in one call, under the lock of its sequence.
 class HangsInACall : public PromptSequence
 {
 public:
     enum Call
     {
-        MARK, // from "DevMgr ANO"
-        STOP  // from a client
+        MARK, // called on "DevMgr ANO"
+        STOP  // called by a client
     };
 
     HangsInACall(Journal &journal, Gate &gate, Call call)

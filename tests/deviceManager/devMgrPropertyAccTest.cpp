@@ -23,7 +23,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-/// A property whose value lies in itself.
+/// Property that contains its value.
 template <class T>
 class PlainProperty : public DevMDProperty<T>
 {
@@ -68,7 +68,7 @@ private:
     ObjPtr<DevMDPropertyAEO> _observer;
 };
 
-/// cam : x, cam : lens : focus, cam : lens : motor : speed.
+/// Device with the properties cam : x, cam : lens : focus and cam : lens : motor : speed.
 class PropertyDevice : public DevMDStdPropertyPrtcl
 {
 public:
@@ -139,7 +139,7 @@ protected:
         return "no failure";
     }
 
-    /// Returns when the manager's thread has done all that was queued before.
+    /// Waits until the manager's thread has executed all requests that were queued before.
     void settle()
     {
         LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
@@ -240,7 +240,7 @@ TEST_F(PropertyAccess, ReadsAndWritesTypedValues)
     EXPECT_EQ(device().speed->value, (Vector<short>{7, 8, 9}));
 }
 
-/// A device with a property of each type, named "0", "1" and so on.
+/// Device with a property of each type, named "0", "1" and so on.
 class OfAllTypes : public DevMDStdPropertyPrtcl
 {
 public:
@@ -347,7 +347,7 @@ TEST_F(PropertyAccess, ChangesReachAllObserversOnTheManagersThread)
     EXPECT_NE(recording->getThread(), std::this_thread::get_id());
 }
 
-/// Holds the manager's thread in an update until it is let go.
+/// Observer that holds the manager's thread in an update until a test releases it.
 class HoldingObserver : public DevMgrPropertyObserver
 {
 public:
@@ -484,7 +484,7 @@ TEST_F(PropertyAccess, DestructionDetachesTheOthersWhereOneFails)
     EXPECT_EQ(lines, (Lines{"cleared focus", "cleared x"}));
     x->failsToSetObserver = false;
     focus->failsToSetObserver = false;
-    x->setObserverAEO(nullptr); // the one that stayed keeps its property
+    x->setObserverAEO(nullptr); // an observer that could not be removed keeps its property
     focus->setObserverAEO(nullptr);
 }
 
@@ -516,7 +516,7 @@ TEST_F(PropertyAccess, DetachingThatFailsLetsTheNextObserverBeginAnew)
     EXPECT_EQ(journal.take(), (Lines{"observed x"}));
 }
 
-/// Attaches another observer when it ends.
+/// Observer that calls a function when it is destroyed.
 class RestlessObserver : public RecordingObserver
 {
 public:
@@ -564,7 +564,7 @@ TEST_F(PropertyAccess, ObserversComeAndGoWhileChangesArrive)
     settle();
 }
 
-/// Does with the access what a test wants it to, while it is told.
+/// Observer that calls a function in each update.
 class ActingObserver : public RecordingObserver
 {
 public:
@@ -624,13 +624,14 @@ TEST_F(PropertyAccess, ObserverThatAnotherOneDetachesIsNotToldAnyMore)
     journal.take();
     x->notify(1);
     settle();
-    EXPECT_EQ(journal.take(), Lines{"told x 1"}); // whichever came first
+    EXPECT_EQ(journal.take(), Lines{"told x 1"}); // the one that is called first
 }
 
 TEST_F(PropertyAccess, ObserverThatIsAttachedFromWithinAnUpdateIsToldOfTheNextChange)
 {
     auto const x = device().x;
-    std::vector<RCShdPtr<DevMgrPropertyObserver>> others; // before and behind it in their order
+    // In the order of the calls, some are before the attaching observer and some are after it.
+    std::vector<RCShdPtr<DevMgrPropertyObserver>> others;
     for (int i = 0; i < 8; ++i)
         others.push_back(makeShd<RecordingObserver>("other", journal));
     auto const attaching = makeShd<ActingObserver>("attaching", journal, [&] {
@@ -681,7 +682,7 @@ TEST_F(PropertyAccess, ObserverThatDetachesItselfEndsWithoutTheLockOfTheAccess)
     ended.wait();
 }
 
-/// Writes down the failures on the manager's thread.
+/// Handler that logs the failures on the manager's thread.
 class WritingHandler : public DevMgrFailureHandler
 {
 public:
@@ -776,7 +777,7 @@ TEST_F(PropertyAccess, ObserverMayDestroyAnotherAccess)
 
 using PropertyAccessDeathTest = PropertyAccess;
 
-// In a process of its own: the device that is left behind is never closed.
+// Runs in a process of its own, because the device that is left behind is never closed.
 TEST_F(PropertyAccessDeathTest, ManagerThatAnObserverDestroysFailsAnAssertionAndDoesNotHang)
 {
     EXPECT_EXIT(

@@ -23,7 +23,7 @@ public:
     int const rate;
 };
 
-/// A standard stream that writes what happens to it.
+/// Standard stream that logs its calls.
 template <class Base>
 class Recorded : public Base
 {
@@ -119,8 +119,8 @@ public:
 
 using PassiveSink = Sink<PassiveSinkBase>;
 
-/// A device with one stream of each kind: out (active source), lend (passive source), fetch (active sink), in
-/// (passive sink).
+/// Device with one stream of each kind: out (active source), lend (passive source), fetch (active
+/// sink) and in (passive sink).
 class StreamDevice : public DevMDStdStreamPrtcl
 {
 public:
@@ -170,7 +170,7 @@ protected:
 
     bool isDeviceMade() const { return _a || _b; }
 
-    /// The reason of the failure that `connect` ends with.
+    /// Returns the reason of the exception that `connect` throws.
     template <class Failure>
     std::string refusal(char const *config)
     {
@@ -224,7 +224,7 @@ TEST_F(StreamAccess, GoodStringsParse)
     for (char const *config : {"a:x push b:y", " a : x\tpull\nb : y ", ":x push :y",
                                "a:: push b::", "a:push push push:pull"})
         EXPECT_EQ(syntaxError(config), "no failure") << config;
-    // Only connecting makes devices.
+    // Devices are created by connecting only.
     EXPECT_FALSE(isDeviceMade());
     access->connect("a:a.out push b:b.in");
     EXPECT_TRUE(isDeviceMade());
@@ -302,7 +302,7 @@ TEST_F(StreamAccess, ConnectsUnderTheConfigurationLockThroughout)
 {
     LkUnnamedSema arrived("arrived", 0, LkSemaTypes::Shared());
     LkUnnamedSema released("released", 0, LkSemaTypes::Shared());
-    deviceA().out->whenStarted = [&] { // the last step
+    deviceA().out->whenStarted = [&] { // the last step of connecting
         arrived.post();
         released.wait();
     };
@@ -482,7 +482,7 @@ TEST(StreamAccessByItself, TakesNoLockInTheNoGuardFormsNorWhenItGoes)
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     ObjPtr<DevMgrStreamAcc> access = DevMgrStreamAcc::create(mediator);
     LkGuard<LkLock const> const guard(mediator->getLock());
-    // As if this thread had handed its lock on to the other one, which would wait for it for ever.
+    // This thread holds the lock, so the other one would wait forever if it needed the lock.
     std::thread([&] {
         access->registerNoGuard({"x"}, RCShdPtr<DevMDStream>(stream));
         EXPECT_TRUE(access->isRegisteredNoGuard({"x"}));

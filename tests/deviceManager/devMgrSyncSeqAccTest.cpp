@@ -96,7 +96,7 @@ TEST_F(SequenceAccess, ObserverIsToldOfEveryState)
     EXPECT_EQ(states.take(), Lines{});
 }
 
-/// Keeps the two notifications that a device reports with.
+/// Device that keeps its two notifications, with which it reports.
 class ReportingSequence : public PromptSequence
 {
 public:
@@ -138,12 +138,12 @@ TEST_F(SequenceAccess, ReportsOfADeviceComeAsWhatTheyAre)
     access->wait();
     access->setObserver(nullptr);
     EXPECT_EQ(journal.take().back(), "abort a");
-    access->setObserver(nullptr); // who waits is let go before the observer is told of the end
+    access->setObserver(nullptr); // `wait` may return before the observer is told of the end
     device->recoverReport = nullptr;
     device->abortReport = nullptr;
 }
 
-// The nodes hold their devices longer than the manager does.
+// The nodes keep their devices longer than the manager does.
 TEST_F(SequenceAccess, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
 {
     auto const failing = [this](char const *name) {
@@ -200,7 +200,7 @@ TEST_F(SequenceAccess, NodesThatWereMadeStayAfterAConfigurationThatFailed)
     }
 }
 
-/// Keeps the completion of its start.
+/// Device that keeps the completion of its start.
 class KeepingSequence : public PromptSequence
 {
 public:
@@ -245,7 +245,7 @@ TEST_F(SequenceAccess, AReportWaitsForNoDeliveryThatRuns)
     access->configure("( a ( b ) )");
     std::thread client([&] { access->start(); });
     arrived.wait();
-    // As the device's thread would: neither the tree nor the manager is waited for.
+    // As on the device's thread. The completion waits neither for the tree nor for the manager.
     ObjPtr<DevACO> const completion(keeping->completion);
     completion->performExecute();
     released.post();

@@ -154,7 +154,7 @@ TEST(Manager, DeviceThatFailsToCloseDoesNotKeepTheOthersOpen)
     EXPECT_EQ(journal.take(), (Lines{"close b", "close a"}));
 }
 
-/// What an action throws.
+/// Returns the text of the exception that the action throws.
 template <class Action>
 std::string whatFails(Action action)
 {
@@ -286,7 +286,7 @@ TEST(Manager, ConfigurationLockIsFreeAfterAFailure)
     };
     for (auto const &failure : failures) {
         EXPECT_ANY_THROW(failure());
-        // On another thread, which does not have the lock already.
+        // On another thread, because this one may hold the lock.
         std::thread([&] { manager->getPrtcl("plain"); }).join();
     }
 }
@@ -350,7 +350,7 @@ TEST(Mediator, ARequestIsNotifiedAndLivesOnUntilTheNextHasArrived)
     produce(*mediator->getFifo(), ano);
     while (!number)
         std::this_thread::yield();
-    waitUntilAsleep(number); // in the queue, which is empty
+    waitUntilAsleep(number); // at the empty queue
     EXPECT_EQ(journal.take(), (Lines{"executed", "notified"}));
 
     LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
@@ -368,14 +368,14 @@ TEST(Mediator, WhatComesWhenItHasGoneIsDestroyedUnrun)
     RCShdPtr<DevMgrFifo> const fifo = mediator->getFifo();
     mediator = nullptr;
     Journal journal;
-    for (int i = 0; i < 30; ++i) { // more than the queue holds
+    for (int i = 0; i < 30; ++i) { // more than fit into the queue
         ObjPtr<DevANO> ano(new LoggedANO([] { ADD_FAILURE() << "executed"; }, journal));
         produce(*fifo, ano);
     }
     EXPECT_EQ(journal.take(), Lines(30, "gone"));
 }
 
-/// Takes its time to open, until a test lets it.
+/// Device whose opening waits until a test releases it.
 class SlowDevice : public DevMDAccessPrtcl
 {
 public:
@@ -428,7 +428,7 @@ TEST(Manager, ConfigurationWaitsForConfiguration)
             number = threadNumber();
             try {
                 operation();
-            } catch (std::exception const &) { // how it goes is not the question
+            } catch (std::exception const &) { // the result does not matter
             }
             ++nbDone;
         });
@@ -445,7 +445,7 @@ TEST(Manager, ConfigurationWaitsForConfiguration)
         thread.join();
 }
 
-/// What runs while a device takes its time to open.
+/// Operations during the opening of a device.
 class WhileADeviceOpens : public testing::Test
 {
 protected:
@@ -495,7 +495,7 @@ TEST_F(WhileADeviceOpens, NoOpeningHasFailed)
     EXPECT_THROW(mediator->getOpenFailure("other"), DevMgrEx::NameNotFound);
 }
 
-/// A device with a property.
+/// Device with a property.
 class Camera : public DevMDStdDevice
 {
 public:
@@ -520,7 +520,7 @@ TEST(Manager, ADeviceThatIsOpenIsHadWhileAnotherOneOpens)
     ObjPtr<DevMgr> const manager = DevMgr::create();
     ObjPtr<DevMgrPropertyAcc> const properties = manager->createPropertyAcc();
     auto const device = manager->getPrtcl("camera");
-    auto const other = manager->getPrtcl("plain"); // has no access protocol
+    auto const other = manager->getPrtcl("plain"); // a device without access protocol
     std::thread opener([&] { manager->getPrtcl("slow"); });
     arrived.wait();
     EXPECT_TRUE(manager->getPrtcl("camera") == device);
@@ -533,7 +533,7 @@ TEST(Manager, ADeviceThatIsOpenIsHadWhileAnotherOneOpens)
     opener.join();
 }
 
-/// A camera whose first opening in the process fails.
+/// Camera that fails to open if it is the first one that opens.
 class UnpluggedCamera : public Camera
 {
 public:
@@ -555,7 +555,7 @@ std::string messageOf(std::exception_ptr const &failure)
     return failure ? whatFails([&failure] { std::rethrow_exception(failure); }) : "null";
 }
 
-// By design: another attempt needs a new manager.
+// This is by design. Another attempt needs a new manager.
 TEST(Manager, ADeviceWhoseOpeningFailedStaysUnopenedAndItsFailureIsKept)
 {
     int nbTries = 0;
@@ -613,7 +613,7 @@ TEST(Manager, ANullDeviceFailsItsAssertionAtEachMention)
     EXPECT_EQ(nbCalls, 1);
 }
 
-/// Has another device opened while it opens.
+/// Device that opens another device during its opening.
 class Composite : public RecordingAccess
 {
 public:
@@ -666,7 +666,8 @@ TEST(Manager, SequencesRunWhileADeviceOpens)
     opener.join();
 }
 
-/// Runs an operation that calls `pass` from within, and looks whether other configuration waits for it there.
+/// Runs an operation that calls `pass`, and checks that another operation waits for the
+/// configuration lock meanwhile.
 class Midway
 {
 public:
@@ -728,7 +729,7 @@ TEST(Mediator, ItsThreadRunsAtTheRealTimeLandmark)
         << dump.str();
 }
 
-/// Holds the manager's thread in one request.
+/// Holds the manager's thread in a request.
 class Stopper
 {
 public:
@@ -763,7 +764,7 @@ TEST(Mediator, TwentySixthRequestWaitsUntilOneHasBeenTaken)
     std::thread producer([&] {
         number = threadNumber();
         produce(*mediator->getFifo(), [] {});
-        executedBefore = released; // it can have come through only after the thread went on
+        executedBefore = released; // the queue has room only after the thread went on
         first.post();
     });
     while (!number)

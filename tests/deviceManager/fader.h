@@ -1,4 +1,4 @@
-// A device that fills the queue of its manager, and a place where a thread is held meanwhile.
+// Device that fills the queue of its manager, and a gate that holds a thread.
 #pragma once
 
 #include "resmgt/deviceProtocol.h"
@@ -12,7 +12,7 @@ namespace Test {
 
 using namespace Zv;
 
-/// A place where one thread stops until another lets it go.
+/// A place where one thread waits until another one opens it.
 class Gate
 {
 public:
@@ -32,7 +32,7 @@ private:
     LkUnnamedSema _left{"left", 0, LkSemaTypes::Shared()};
 };
 
-/// A standard device whose property tells of each value that is set.
+/// Standard device whose property notifies its observer of each value that is set.
 class Fader : public DevMDStdDevice
 {
 public:

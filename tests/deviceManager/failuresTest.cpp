@@ -18,7 +18,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-/// A device that finishes a step when a test lets it.
+/// Device that finishes a step when a test tells it to.
 class ByHand : public RecordingSequence
 {
 public:
@@ -36,7 +36,7 @@ private:
     ObjPtr<DevACO> _aco;
 };
 
-/// Writes down what it is given, and lets the process go on or end.
+/// Handler that logs the failures. It returns, so the manager's thread goes on.
 class Handler : public DevMgrFailureHandler
 {
 public:
@@ -89,7 +89,7 @@ private:
     std::function<void(std::string const &)> _onState;
 };
 
-/// The sequence ( root ( a b ) ), and what happens on the manager's thread.
+/// The sequence ( root ( a b ) ), and the failures on the manager's thread.
 class Failures : public testing::Test
 {
 protected:
@@ -125,7 +125,7 @@ protected:
         for (char const *name : {"a", "b"})
             completeUntil(name, "lock");
     }
-    /// For a test that ends the process: what it does never comes back.
+    /// Ends the process of a death test, without destroying its objects.
     [[noreturn]] static void exitWith(int code)
     {
         LgLog::flush();
@@ -237,7 +237,7 @@ TEST_F(Failures, HandlerIsToldOfAReportWhoseDestructorThrows)
     produce(*mediator->getFifo(), failing);
     LkUnnamedSema done("done", 0, LkSemaTypes::Shared());
     produce(*mediator->getFifo(), [&] { done.post(); });
-    done.wait(); // the next one is executed all the same
+    done.wait(); // the next request is executed nevertheless
     handled.wait();
     EXPECT_EQ(failures.take(), Lines{"device , property , state , event : the end of a report"});
 }
@@ -292,7 +292,7 @@ TEST_F(Failures, HandlerIsToldWhereTheSequenceObserverThrew)
     EXPECT_EQ(failures.take(),
               Lines{"device a, property , state ready, event : my observer failed"});
     completeUntil("b", "wml");
-    completeUntil("root", "sync"); // with a counted
+    completeUntil("root", "sync"); // root has counted a
 }
 
 TEST_F(FailuresDeathTest, SequenceObserverThatThrowsOnTheManagersThreadEndsTheProcess)
@@ -310,7 +310,7 @@ TEST_F(FailuresDeathTest, SequenceObserverThatThrowsOnTheManagersThreadEndsThePr
         ZvTest::aborted(), "\"DevMgr ANO\". device a: in state \"ready\": my observer failed");
 }
 
-// In a process of its own: the devices that are left behind are never closed.
+// Runs in a process of its own, because the devices that are left behind are never closed.
 TEST_F(FailuresDeathTest, AccessThatItsObserverDestroysFailsAnAssertion)
 {
     EXPECT_EXIT(
@@ -410,14 +410,14 @@ TEST_F(FailuresDeathTest, ManagerThatIsDestroyedOnItsOwnThreadFailsAnAssertion)
                     journal.add(failure.getExpression());
                 }
             });
-            produce(*fifo, [&] { done.post(); }); // the thread goes on
+            produce(*fifo, [&] { done.post(); }); // the thread must go on
             done.wait();
             exitWith(journal.take() == Lines{"open c", "!isDestroyedOnDevMgrANO"} ? 0 : 1);
         },
         testing::ExitedWithCode(0), "Assertion \"!isDestroyedOnDevMgrANO\" failed");
 }
 
-// A client may ask while another one configures: there is no tree yet, or the whole of it.
+// A client may ask for states while another one configures. It sees no tree or the whole tree.
 TEST_F(Failures, SequenceIsSeenWholeWhileItIsConfigured)
 {
     constexpr int NB_DEVICES = 40;
@@ -441,7 +441,7 @@ TEST_F(Failures, SequenceIsSeenWholeWhileItIsConfigured)
                 try {
                     EXPECT_EQ(sequence->getState(std::to_string(NB_DEVICES - 1).c_str()), "init");
                     return;
-                } catch (RCEx::ExNullPtr const &) { // not yet
+                } catch (RCEx::ExNullPtr const &) { // there is no tree yet
                     ++nbAsked;
                 }
             }

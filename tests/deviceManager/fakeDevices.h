@@ -1,4 +1,4 @@
-// Devices that do nothing but remember, and a registry that forgets them with the test.
+// Fake devices that log their calls, and registry entries that are removed at the end of a test.
 #pragma once
 
 #include "resmgt/deviceManager.h"
@@ -14,7 +14,7 @@ namespace Test {
 
 using namespace Zv;
 
-/// What happened, in its order. Shared by threads.
+/// Log of events, in their order. Thread-safe.
 class Journal
 {
 public:
@@ -35,7 +35,8 @@ private:
     std::vector<std::string> _lines;
 };
 
-/// An entry that calls a function for each device, and is taken out of the registry with the test.
+/// Registers a kind of device, whose devices a function makes. The destructor removes it from the
+/// registry.
 class Registered
 {
 public:
@@ -65,7 +66,7 @@ private:
     LiString _name;
 };
 
-/// The access face: writes "open NAME" and "close NAME".
+/// Access interface that logs "open NAME" and "close NAME".
 class RecordingAccess : public DevMDAccessPrtcl
 {
 public:
@@ -80,7 +81,7 @@ protected:
     Journal &_journal;
 };
 
-/// A member that makes the end of its object fail, also while another exception is passing.
+/// A member whose destructor throws, also while another exception is being handled.
 class FailingEnd
 {
 public:
@@ -98,7 +99,7 @@ private:
     Journal &_journal;
 };
 
-/// `Base` with such a member.
+/// `Base` with a `FailingEnd`.
 template <class Base>
 class FailsToEnd : public Base
 {
@@ -112,7 +113,7 @@ private:
     FailingEnd _end;
 };
 
-/// The sequence face: writes each step, and leaves it to a derived class to finish it.
+/// Sequence interface that logs each step. A derived class finishes the step.
 class RecordingSequence : public DevMDSyncSeqPrtcl
 {
 public:
@@ -145,7 +146,7 @@ private:
     Journal &_journal;
 };
 
-/// Finishes each step at once, on the caller's thread.
+/// Sequence interface that finishes each step at once, on the caller's thread.
 class PromptSequence : public RecordingSequence
 {
 public:
@@ -155,7 +156,7 @@ private:
     void finish(ObjPtr<DevACO> aco) override { aco->performExecute(); }
 };
 
-/// A report that calls a function.
+/// Request that calls a function.
 class CallANO : public DevANO
 {
 public:

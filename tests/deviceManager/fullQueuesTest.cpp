@@ -27,7 +27,8 @@ public:
     void update(DevMgrPropertyObserverHint const &) override {}
 };
 
-/// A device that finishes each step inside the call. It can be told to keep the completion of its lock.
+/// Device that finishes each step within the call. A test can make it keep the completion of its
+/// lock.
 class Hand : public PromptSequence
 {
 public:
@@ -82,7 +83,8 @@ protected:
     ObjPtr<DevMgrPropertyAcc> properties = manager->createPropertyAcc();
 };
 
-// "DevMgr ANO" delivers a step to the device, whose thread waits for room in the queue that "DevMgr ANO" empties.
+// "DevMgr ANO" delivers a step to the device. The device's thread waits for room in the queue that
+// "DevMgr ANO" empties.
 TEST_F(FullQueues, AStepComesThroughWhileTheDeviceWaitsForTheManager)
 {
     RCShdPtr<Hand> root;
@@ -106,8 +108,8 @@ TEST_F(FullQueues, AStepComesThroughWhileTheDeviceWaitsForTheManager)
     EXPECT_EQ(access->getState("root"), "final");
 }
 
-// A client stops the device under the tree's lock, "DevMgr ANO" waits for that lock, and the device's thread waits for
-// "DevMgr ANO".
+// A client stops the device under the tree's lock. "DevMgr ANO" waits for that lock, and the
+// device's thread waits for "DevMgr ANO".
 TEST_F(FullQueues, AClientsStopComesThroughWhileTheDeviceWaitsForTheManager)
 {
     RCShdPtr<Fader> root;
@@ -124,7 +126,7 @@ TEST_F(FullQueues, AClientsStopComesThroughWhileTheDeviceWaitsForTheManager)
     DevMgrPropertyObserverUtil::attachObserver(*properties, "fader:level", makeShd<Marks>());
     Gate gate;
     fader->beforeStop = [&] {
-        late->kept->performExecute(); // "DevMgr ANO" takes this report to the tree's lock
+        late->kept->performExecute(); // "DevMgr ANO" waits for the tree's lock with this report
         gate.pass();
     };
     std::thread client([&] { access->stop(); });
@@ -149,8 +151,8 @@ TEST_F(FullQueues, AClientsStopComesThroughWhileTheDeviceWaitsForTheManager)
     EXPECT_EQ(access->getState("root"), "final");
 }
 
-// The reports come from the client's thread under the tree's lock at first, and from "DevMgr ANO" itself when it tells
-// the children to lock.
+// At first the client's thread makes the reports, under the tree's lock. Later "DevMgr ANO" itself
+// makes them, when it tells the children to lock.
 TEST_F(FullQueues, AnyNumberOfDevicesMayFinishTheirStepsInsideTheCalls)
 {
     for (int const nbDevices : {MANAGER_CAPACITY + 2, 1000}) {

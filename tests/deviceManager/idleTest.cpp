@@ -1,4 +1,4 @@
-// A process whose threads all wait uses no processor time.
+// Processor time of a process whose threads all wait.
 
 #include "../../examples/counter/counter.h"
 
@@ -20,7 +20,7 @@ double processorSeconds()
     return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
 }
 
-/// Processor time that the process takes within a second in which this thread sleeps.
+/// Returns the processor time that the process uses while this thread sleeps for a second.
 double idleSeconds()
 {
     double const before = processorSeconds();
@@ -28,7 +28,7 @@ double idleSeconds()
     return processorSeconds() - before;
 }
 
-constexpr double GENEROUS = 0.25; // one thread that polls takes a whole second
+constexpr double GENEROUS = 0.25; // a thread that polls uses a whole second
 
 TEST(IdleProcess, AnOpenTreeInLockTakesNoProcessorTime)
 {
@@ -57,7 +57,7 @@ TEST(IdleProcess, WaitersOnPulsesThatHaveLatchedTakeNoProcessorTime)
     LkGate gate("gate", 2, true);
     LkUnnamedSema latched("latched", 0);
     LkUnnamedSema again("again", 0);
-    // Each of them waits once and is woken, so that its pulse has latched, and then waits again.
+    // Each thread waits once and is woken, so that its pulse has latched. Then it waits again.
     lock.writeLock();
     std::thread reader([&] {
         lock.readLock();

@@ -13,7 +13,7 @@ namespace {
 
 using Edges = std::vector<std::pair<std::string, std::string>>;
 
-/// What the library makes of a string; nothing where it refuses it.
+/// Returns the edges that the library reads from a string, or nothing if it refuses the string.
 std::optional<Edges> parse(std::string const &config)
 {
     static ObjPtr<DevMgr> &manager = *new ObjPtr<DevMgr>(DevMgr::create());
@@ -32,7 +32,7 @@ std::optional<Edges> parse(std::string const &config)
     }
 }
 
-/// The grammar as a table of (state, kind of token), written down a second time.
+/// The grammar as a table of states and kinds of tokens, written a second time.
 std::optional<Edges> parseByTable(std::vector<std::string> const &tokens)
 {
     enum Kind

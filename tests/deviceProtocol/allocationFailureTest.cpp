@@ -1,4 +1,4 @@
-// What happens when memory runs out: each allocation of the calling thread fails in its turn.
+// Devices without memory. Each allocation of the calling thread fails in its turn.
 
 #include "recording.h"
 
@@ -43,7 +43,7 @@ TEST(AllocationFailure, AnOpenThatFailsAnywhereLeavesADeviceThatCanBeDestroyed)
                            [&] {
                                EXPECT_THROW(device->performClose(), RCEx::ExNullPtr);
                                EXPECT_EQ(quiet.opened, 0);
-                               int value = 0; // no wait for a device that is not open
+                               int value = 0; // does not wait, because the device is not open
                                EXPECT_THROW(gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
                                device = quietDevice(quiet, fifo);
                            });
@@ -87,7 +87,7 @@ TEST(AllocationFailure, ASetThatCannotBePushedChangesNothing)
     int count = 1;
     DevMDStdPropertySetBuilder builder(sets, properties, count);
     LiString const name("lens");
-    for (int depth = 0; depth < 100; ++depth) { // where the cursor's own memory has grown as well
+    for (int depth = 0; depth < 100; ++depth) { // the builder's own memory grows, too
         LiString const current = builder.getCurrentSetName();
         failEachAllocation([&] { builder.pushSet(name + std::to_string(depth).c_str(), name); },
                            [&] {

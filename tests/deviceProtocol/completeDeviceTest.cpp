@@ -1,4 +1,4 @@
-// A complete device in one page: a thread, a sequence, a stream and properties, with nothing but its own work to write.
+// Example of a complete device: a thread, a sequence, a stream and properties.
 
 #include "recording.h"
 
@@ -15,7 +15,7 @@ struct Samples : DevMDStreamBuf
     Vector<double> values;
 };
 
-/// Measures the peak of what is pushed into it.
+/// Device that measures the peak of the elements that are pushed into it.
 class PeakMeter : public DevMDStdAccessPrtcl,
                   public DevMDStdSyncSeqPrtcl,
                   public DevMDStdStreamPrtcl,
@@ -45,7 +45,7 @@ public:
         builder->addProperty(_peakProperty);
     }
 
-    // On the device's thread.
+    // Called on the device's thread.
     void open() {}
     void close() { _running = false; }
     void start(ObjPtr<DevANO>, ObjPtr<DevANO>) { _running = true; }
@@ -55,7 +55,7 @@ public:
     void stop() { _running = false; }
     void abort() { _running = false; }
 
-    // On other threads.
+    // Called on other threads.
     DtTime getLatency() override { return DtTime(); }
     DtTimeMark getMark() override { return DtTimeMark(); }
 
@@ -109,12 +109,12 @@ TEST(CompleteDevice, RunsThroughItsFourFaces)
         void performNotify(unsigned int) override { ++nbChanges; }
         int &nbChanges;
     };
-    int nbChanges = 0; // the device's thread's until it has ended
+    int nbChanges = 0; // used by the device's thread until it has ended
     peak->setObserverAEO(makeObj<Observer>(nbChanges));
 
     access.performOpen();
     double value = -1;
-    EXPECT_THROW(peak->get(value), DevPrtclEx::ExMDStdPropertyGet); // not started yet
+    EXPECT_THROW(peak->get(value), DevPrtclEx::ExMDStdPropertyGet); // not yet started
     LkUnnamedSema started("started", 0);
     sequence.performStart(makeACO([&] { started.post(); }), nullptr, nullptr);
     started.wait();

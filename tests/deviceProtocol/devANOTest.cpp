@@ -68,7 +68,7 @@ TEST(DevANO, ReleaseACOTwiceYieldsTheACOAndThenOneThatDoesNothing)
     EXPECT_EQ(log.lines(), Lines{});
     first->performExecute();
     EXPECT_EQ(log.lines(), Lines{"aco"});
-    ano->notify(); // nothing is held any more
+    ano->notify(); // the ANO has no ACO now
     EXPECT_EQ(log.lines(), Lines{"aco"});
 }
 
@@ -97,7 +97,7 @@ TEST(DevACO, MadeFromACallableRunsIt)
     EXPECT_EQ(log.lines(), Lines{"run"});
 }
 
-/// Writes down which failure it was told of.
+/// Completion that logs the failure that it is told of.
 class FailableACO final : public DevFailableACO
 {
 public:
@@ -283,7 +283,7 @@ TEST(DevReceiverWait, ASenderThatComesFirstWaitsForTheReceiver)
     DevReceiverWait receiver("rendezvous");
     DevSenderWait sender(receiver);
     std::binary_semaphore coming{0};
-    bool stoodStill = false; // the rendezvous alone orders the accesses
+    bool stoodStill = false; // only the rendezvous orders the accesses
     std::thread serving([&] {
         coming.acquire();
         receiver.post();

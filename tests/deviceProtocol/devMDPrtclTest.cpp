@@ -7,7 +7,7 @@
 namespace ZvTest {
 namespace {
 
-/// Access and properties, and nothing of the standard classes.
+/// Device with access and properties, without the standard classes.
 class PlainDevice : public DevMDAccessPrtcl, public DevMDPropertyPrtcl
 {
 public:

@@ -1,4 +1,4 @@
-// Whole devices with real threads: opening, sequences, closing, and failures half-way.
+// Whole devices with real threads: opening, sequences, closing, and failures in between.
 
 #include "recording.h"
 
@@ -24,7 +24,7 @@
 namespace ZvTest {
 namespace {
 
-/// The device's body, with a log of how it comes and goes.
+/// Body of the device's thread. It logs its beginning, its stop and its end.
 class Body : public DevMDStdLoopThreadProtocol
 {
 public:
@@ -58,7 +58,7 @@ private:
     Log &_log;
 };
 
-/// What happens on the device's thread.
+/// Handler of the requests, on the device's thread.
 struct Handler
 {
     Log &log;
@@ -121,7 +121,7 @@ public:
 class DevMDStdDeviceTest : public testing::Test
 {
 protected:
-    ~DevMDStdDeviceTest() noexcept override {} // the pointers' own may throw, a test's may not
+    ~DevMDStdDeviceTest() noexcept override {} // destructors of members may throw
 
     Log _log;
     Handler _handler{_log};
@@ -140,8 +140,7 @@ TEST_F(DevMDStdDeviceTest, OpenReturnsAfterTheOpenRequestHasRunOnTheDevicesThrea
 TEST_F(DevMDStdDeviceTest, CloseReturnsAfterTheThreadHasEnded)
 {
     _device->performOpen();
-    _device
-        ->performClose(); // finds the thread asleep in consume, and wakes it by the close request
+    _device->performClose(); // the close request wakes the thread in consume
     EXPECT_EQ(_log.lines(), (Lines{"body of camera", "open", "close", "stop asked", "body ended"}));
     _device = nullptr;
     EXPECT_EQ(_log.lines().back(), "~body");
@@ -149,7 +148,7 @@ TEST_F(DevMDStdDeviceTest, CloseReturnsAfterTheThreadHasEnded)
 
 TEST_F(DevMDStdDeviceTest, TheStopReachesAThreadThatStandsStill)
 {
-    // After the close request the body asks for nothing before it was told to stop.
+    // A body that must be told to stop before it takes another request after the close request.
     class Careful : public DevMDStdThreadProtocol
     {
     public:
@@ -165,7 +164,7 @@ TEST_F(DevMDStdDeviceTest, TheStopReachesAThreadThatStandsStill)
 
     private:
         int &_nbRounds;
-        bool _stop = false; // the rendezvous alone orders the accesses
+        bool _stop = false; // only the rendezvous orders the accesses
     };
     int nbRounds = 0;
     RCShdPtr<Device> const device =
@@ -210,7 +209,7 @@ TEST_F(DevMDStdDeviceTest, EachStepOfASequenceRunsOnTheDevicesThreadAndThenItsCo
                                    "aborted",        "~aborted",    "close",
                                    "stop asked",     "body ended"}));
 
-    // The two notifications are the device's, to use when it wants to.
+    // The device may execute both notifications at any time.
     _handler.recoverNotification->performExecute();
     EXPECT_EQ(_log.lines().back(), "recoverANO");
     _handler.abortNotification->performExecute();
@@ -222,7 +221,7 @@ TEST_F(DevMDStdDeviceTest, EachStepOfASequenceRunsOnTheDevicesThreadAndThenItsCo
 TEST_F(DevMDStdDeviceTest, AStepReturnsWhenItIsQueued)
 {
     ObjPtr<DevACO> aco(recordingACO(_log, "stopped"));
-    _device->performStop(aco); // nobody serves the FIFO
+    _device->performStop(aco); // no thread serves the FIFO
     EXPECT_TRUE(aco.isNull());
     EXPECT_EQ(_log.lines(), Lines{});
     _device->performOpen();
@@ -393,7 +392,7 @@ TEST_F(DevMDStdDeviceTest, RequestsThatComeTooLateAreDestroyedUnrunAndAGetIsRele
     EXPECT_FALSE(_log.has("stopped"));
     EXPECT_TRUE(_log.has("~stopped"));
 
-    gain->set(2); // and behind everything
+    gain->set(2); // queued after the end of the device
     int value = 0;
     EXPECT_THROW(gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
 }
@@ -646,7 +645,7 @@ TEST(DevMDStdLoopThreadProtocol, HandsAlsoAnExBaseThatIsNoStandardExceptionToThe
     EXPECT_EQ(body.nbFailures, 1);
 }
 
-/// Serves by hand.
+/// Body whose requests the test serves itself.
 class ByHand : public DevMDStdThreadProtocol
 {
 public:
@@ -704,7 +703,7 @@ TEST(DevMDStdDevices, OpenAndCloseWhileClientsKeepSending)
         Handler handler{log};
         RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(2);
         RCShdPtr<Device> const device = makeShd<Device>(handler, fifo);
-        int held = 0; // the device's thread's
+        int held = 0; // used by the device's thread
         RCShdPtr<DevMDStdProperty<int>> const gain(new DevMDStdProperty<int>(
             "gain", "", 3,
             makePropertyANOFactory<int>([&](int value) { held = value; },

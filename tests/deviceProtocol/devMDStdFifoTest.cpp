@@ -154,7 +154,7 @@ TEST(DevMDStdFifo, TellsItsObserverOfEachProductionWithTheEmptiedEntry)
         void performProduced(DevANOQueue &queue, DevANOQueueEntry const &entry) override
         {
             EXPECT_TRUE(entry.isNull());
-            sizes.push_back(queue.getSize()); // takes the queue's lock: nobody holds it
+            sizes.push_back(queue.getSize()); // takes the queue's lock, which must be free
         }
         std::vector<std::uint64_t> sizes;
     };
@@ -162,7 +162,7 @@ TEST(DevMDStdFifo, TellsItsObserverOfEachProductionWithTheEmptiedEntry)
     RCShdPtr<DevMDStdFifo> fifo = makeShd<DevMDStdFifo>(RCShdPtr<DevMDStdFifoObs>(obs), 10);
     produce(*fifo, makeANO([] {}));
     produce(*fifo, makeANO([] {}));
-    drain(*fifo); // is no production
+    drain(*fifo); // taking requests out does not call the observer
     EXPECT_EQ(obs->sizes, (std::vector<std::uint64_t>{1, 2}));
     EXPECT_FALSE(obs.isUnique());
     fifo = nullptr;
@@ -330,7 +330,7 @@ TEST(DevMDStdFifo, CloseDestroysAllAndReleasesProducersAlsoIfOneANOFailsToEnd)
     std::atomic<long> number{0};
     std::thread producer([&] {
         number = threadNumber();
-        // It helps to destroy what is queued, and may be told of the second one.
+        // This thread also destroys queued requests, so it may get the exception of the second one.
         (void)whatFails([&] { produce(*fifo, recordingANO(log, "fourth")); });
     });
     while (!number)
@@ -375,7 +375,7 @@ TEST(DevMDStdFifo, TheLastANOIsFoundBehindThoseThatCameBeforeIt)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     Log log;
-    // The destruction of what is queued lets another producer come first.
+    // Its destruction makes another producer queue a request before the last one.
     struct Late
     {
         Late(DevMDStdFifo &fifo, Log &log) : _fifo(&fifo), _log(log) {}
@@ -433,7 +433,7 @@ TEST(DevMDStdFifo, ManyProducersLoseNothing)
     constexpr int nbProducers = 4;
     constexpr int nbEach = 500;
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(2);
-    int executed = 0; // touched by the consumer only
+    int executed = 0; // used by the consumer only
     std::vector<std::thread> producers;
     for (int i = 0; i < nbProducers; ++i) {
         producers.emplace_back([&] {

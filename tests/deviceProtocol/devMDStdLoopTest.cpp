@@ -1,4 +1,4 @@
-// The loop of a device's thread, by hand: what it serves and when it works.
+// The loop of a device's thread, run by the test: which requests it serves and when it works.
 
 #include "recording.h"
 #include "threadExtensions/asleep.h"
@@ -13,7 +13,7 @@
 namespace ZvTest {
 namespace {
 
-/// Works as a test says and writes down its failures.
+/// Body that works as the test says, and logs its failures.
 class Working : public DevMDStdLoopThreadProtocol
 {
 public:
@@ -39,7 +39,7 @@ private:
 class DevMDStdLoopTest : public testing::Test
 {
 protected:
-    ~DevMDStdLoopTest() noexcept override {} // the pointers' own may throw, a test's may not
+    ~DevMDStdLoopTest() noexcept override {} // destructors of members may throw
 
     void stopBehind(DevMDStdLoopThreadProtocol &body)
     {
@@ -94,7 +94,7 @@ TEST_F(DevMDStdLoopTest, WorksAgainWhenItsTimeIsOver)
     Working body(_fifo, _log, [&](Working &self) {
         if (++nbPieces == 3)
             self.performStop(nullptr);
-        return 0.001; // nobody sends a request
+        return 0.001; // no request arrives
     });
     body.performExecute(nullptr);
     EXPECT_EQ(nbPieces, 3);

@@ -47,8 +47,7 @@ char const * const readUnavailable = " forbidden while property builders are act
 class DevMDStdPropertyPrtclTest : public testing::Test
 {
 protected:
-    ~DevMDStdPropertyPrtclTest() noexcept override {
-    } // the pointers' own may throw, a test's may not
+    ~DevMDStdPropertyPrtclTest() noexcept override {} // destructors of members may throw
 
     RCShdPtr<Device> _device = makeShd<Device>();
 };
@@ -66,7 +65,7 @@ TEST_F(DevMDStdPropertyPrtclTest, NoReadIsPossibleWhileABuilderLives)
     EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertyIter(); }), properties);
     EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertyIterEnd(); }), properties);
 
-    // A refused read is none: building goes on.
+    // A refused read does not count as one, so building goes on.
     ObjPtr<DevMDStdPropertySetBuilder> another(_device->getPropertySetBuilder());
     EXPECT_FALSE(another.isNull());
 }
@@ -105,7 +104,7 @@ TEST_F(DevMDStdPropertyPrtclTest, EachOfTheFourReadsEndsTheTimeOfBuilding)
     }
 }
 
-// Each reader says that reading has started: a race where it is said in a plain flag.
+// Each reader records that reading has started. With a plain flag that would be a data race.
 TEST_F(DevMDStdPropertyPrtclTest, AnyThreadReadsATreeThatIsBuilt)
 {
     ObjPtr<DevMDStdPropertySetBuilder>(_device->getPropertySetBuilder())

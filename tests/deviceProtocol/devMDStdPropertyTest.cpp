@@ -15,7 +15,7 @@
 namespace ZvTest {
 namespace {
 
-/// What a device's factory is asked for, by hand.
+/// Factory that records the identifiers of the properties it is called for.
 class RecordingFactory : public DevMDStdPropertyANOFactory<int>
 {
 public:
@@ -53,7 +53,7 @@ constexpr unsigned int both = DevMDPropertyAny::READABLE | DevMDPropertyAny::WRI
 class DevMDStdPropertyTest : public testing::Test
 {
 protected:
-    ~DevMDStdPropertyTest() noexcept override {} // the pointers' own may throw, a test's may not
+    ~DevMDStdPropertyTest() noexcept override {} // destructors of members may throw
 
     RCShdPtr<Gain> makeGain()
     {
@@ -68,7 +68,7 @@ protected:
     RCShdPtr<Gain> _gain = makeGain();
 };
 
-/// The device's thread: executes so many requests.
+/// Stands in for the device's thread. Executes the given number of requests.
 class Server
 {
 public:
@@ -111,7 +111,7 @@ TEST_F(DevMDStdPropertyTest, TheDeviceChangesWhatCanBeDone)
 
 TEST_F(DevMDStdPropertyTest, SetDoesNotWaitForTheDevicesThread)
 {
-    _gain->set(5); // nobody serves the FIFO
+    _gain->set(5); // no thread serves the FIFO
     EXPECT_EQ(_ids, std::vector<LiUuid>{_gain->getUuid()});
     drain(*_fifo);
     Server server(*_fifo, 1);
@@ -174,7 +174,8 @@ TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsIsReleased)
     device.join();
 }
 
-// The request writes to the reader's stack: a reader that went on would leave it nothing to write to.
+// The request writes to the reader's stack, so the reader must not go on before the request has
+// ended.
 TEST_F(DevMDStdPropertyTest, AGetWaitsForItsRequestAlsoWhereTheFifosObserverFails)
 {
     struct Obs : DevMDStdFifoObs
@@ -239,7 +240,7 @@ TEST_F(DevMDStdPropertyTest, ManyThreadsSetAndGetAtOnce)
     Server server(*_fifo, nbThreads * nbRounds * 2);
     std::vector<std::thread> clients;
     std::atomic<int> nbGood{0};
-    // The factory records identifiers without a lock: here another one.
+    // `RecordingFactory` is not thread-safe, so this property has another factory.
     int held = 0;
     RCShdPtr<Gain> const shared =
         makeShd<Gain>("shared", "", both,
@@ -351,7 +352,7 @@ TEST_F(DevMDStdPropertyTest, DestroysItsObserverWithItself)
 
 TEST_F(DevMDStdPropertyTest, AChangeIsToldOnceUntilTheValueHasBeenRead)
 {
-    _gain->changed(); // to nobody
+    _gain->changed(); // there is no observer
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
     _gain->changed();
     _gain->changed();
@@ -410,7 +411,7 @@ TEST_F(DevMDStdPropertyTest, ANewObserverHasNothingUnread)
     EXPECT_EQ(_log.lines(), (Lines{"first 4294967295", "~first", "second 4294967295"}));
 }
 
-/// Cannot take the first notification.
+/// Observer whose first notification throws.
 struct Failing : DevMDPropertyAEO
 {
     explicit Failing(int &n) : nbCalls(n) {}
@@ -448,7 +449,7 @@ TEST_F(DevMDStdPropertyTest, AReadingShowsEachNewValueAndCannotBeSet)
     EXPECT_EQ(position->getAttributes(), DevMDPropertyAny::READABLE);
     EXPECT_EQ(position->getDescription(), "In seconds");
     EXPECT_THROW(position->set(1), DevPrtclEx::ExMDPropertyIllegalOp);
-    position->show(0.5); // not new
+    position->show(0.5); // the value has not changed
     EXPECT_EQ(_log.lines(), Lines{});
     position->show(1);
     position->show(2);
@@ -511,7 +512,7 @@ TEST_F(DevMDStdPropertyTest, AnObserverThatIsBeingNotifiedMayBeReplacedAndEndsAf
     std::thread device([&] { _gain->notify(1); });
     turnstile.waitForArrival();
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "next")));
-    EXPECT_EQ(_log.lines(), Lines{}); // set has not waited, nor destroyed what is in use
+    EXPECT_EQ(_log.lines(), Lines{}); // the former observer is in use, and was not destroyed
     turnstile.open();
     device.join();
     EXPECT_EQ(_log.lines(), (Lines{"slow 1", "~slow"}));
@@ -531,7 +532,7 @@ TEST_F(DevMDStdPropertyTest, AnObserverMayKeepItsPropertyAlive)
     EXPECT_FALSE(_gain.isUnique());
     DevMDPropertyAny * const last = _gain.get();
     _gain = nullptr;
-    last->setObserverAEO(nullptr); // destroys the property as well, outside its lock
+    last->setObserverAEO(nullptr); // destroys the property, too, without its lock
 }
 
 TEST_F(DevMDStdPropertyTest, ObserversComeAndGoWhileTheDeviceNotifies)

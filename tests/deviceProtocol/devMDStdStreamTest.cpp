@@ -92,7 +92,7 @@ TEST(DevMDStdStream, IsAvailableUntilStartedAndAgainAfterStop)
     }
 }
 
-// A connection lets its streams go without a lock: a race where the flag is a plain one.
+// A connection stops its streams without a lock. With a plain flag that would be a data race.
 TEST(DevMDStdStream, AnyThreadAsksWhetherItIsAvailable)
 {
     for (auto const &stream : allKinds()) {
@@ -167,8 +167,7 @@ TEST(DevMDStreamElem, CopiesShareThePayload)
 class DevMDStdStreamPassiveSinkTest : public testing::Test
 {
 protected:
-    ~DevMDStdStreamPassiveSinkTest() noexcept override {
-    } // the pointers' own may throw, a test's may not
+    ~DevMDStdStreamPassiveSinkTest() noexcept override {} // destructors of members may throw
 
     RCShdPtr<DevMDStdFifo> _fifo = makeShd<DevMDStdFifo>(2);
     std::vector<int> _taken;
@@ -194,7 +193,7 @@ TEST_F(DevMDStdStreamPassiveSinkTest, APushedRequestHasNoACO)
     _sink->push(element(1));
     ObjPtr<DevANO> ano(_fifo->consume().release());
     ObjPtr<DevACO> aco(ano->releaseACO());
-    aco->performExecute(); // the one that does nothing
+    aco->performExecute(); // does nothing
     EXPECT_TRUE(_taken.empty());
 }
 

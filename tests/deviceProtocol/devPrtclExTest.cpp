@@ -11,7 +11,7 @@ namespace {
 
 using namespace Zv;
 
-/// Throws the exception, and looks at it through each class that it may be caught as.
+/// Throws the exception and catches it as each of its base classes. Returns its text.
 template <class Exception, class... Arguments>
 std::string textOf(Arguments... arguments)
 {

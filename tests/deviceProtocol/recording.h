@@ -1,4 +1,5 @@
-// What the tests of this folder share: a log that threads write to, requests that write to it, and a turnstile.
+// Shared helpers of the tests of devices: a log that threads write to, requests that write to it,
+// and a turnstile.
 #pragma once
 
 #include "resmgt/deviceProtocol.h"
@@ -41,7 +42,7 @@ private:
 
 using Lines = std::vector<std::string>;
 
-/// Writes its name when it is executed, and when it is destroyed.
+/// Request that logs its name when it is executed and when it is destroyed.
 class RecordingANO : public DevMDStdANO
 {
 public:
@@ -68,7 +69,7 @@ private:
     std::string _name;
 };
 
-/// A member that makes the end of its object fail.
+/// A member whose destructor throws, so that the destructor of its object does.
 class FailingEnd
 {
 public:
@@ -98,7 +99,7 @@ private:
     FailingEnd _end;
 };
 
-/// The text of the exception that `action` ends with.
+/// Returns the text of the exception that `action` throws.
 template <class Action>
 std::string whatFails(Action action)
 {
@@ -126,7 +127,7 @@ inline void produce(DevMDStdFifo &fifo, ObjPtr<DevANO> ano)
     fifo.produce(entry);
 }
 
-/// Executes what the FIFO holds, on this thread.
+/// Executes the requests in the FIFO, on the calling thread.
 inline void drain(DevMDStdFifo &fifo)
 {
     for (DevANOQueueEntry entry; fifo.tryConsume(entry);) {
@@ -136,7 +137,7 @@ inline void drain(DevMDStdFifo &fifo)
     }
 }
 
-/// One thread stops here, another one lets it go on.
+/// A place where one thread waits until another one opens it.
 class Turnstile
 {
 public:
@@ -153,7 +154,7 @@ private:
     std::counting_semaphore<> _open{0};
 };
 
-/// Posts a semaphore for each entry that was put into its FIFO.
+/// Observer that releases a semaphore for each entry that is put into its FIFO.
 class CountingObs : public DevMDStdFifoObs
 {
 public:

@@ -1,4 +1,4 @@
-// The base of devices: its steps, completions that are taken, reports, work and failures.
+// The base class of devices: steps, completions that the device takes, reports, work and failures.
 
 #include "recording.h"
 
@@ -25,7 +25,7 @@ public:
     using DevMDStdDevice::reportRecover;
     using DevMDStdDevice::takeCompletion;
 
-    ObjPtr<DevACO> taken; // of a start or stop, where `isSlow`
+    ObjPtr<DevACO> taken; // the completion of a start or stop, if `isSlow`
     bool isSlow = false;
     bool isBusy = false;
 
@@ -82,7 +82,7 @@ private:
 class StandardDevice : public testing::Test
 {
 protected:
-    ~StandardDevice() noexcept override {} // the pointers' own may throw, a test's may not
+    ~StandardDevice() noexcept override {} // destructors of members may throw
 
     Log _log;
     RCShdPtr<Device> _device = makeShd<Device>(_log);
@@ -176,7 +176,7 @@ TEST_F(StandardDevice, NoCompletionIsTakenOutsideOfAStep)
     };
     EXPECT_EQ(refused(), "_request != nullptr");
     _device->performOpen();
-    _device->performAbort(nullptr); // a step that throws is over, too
+    _device->performAbort(nullptr); // the step throws, which ends it, too
     std::string afterwards;
     produce(*_device->getFifo(), makeANO([&] { afterwards = refused(); }));
     _device->performClose();
@@ -185,7 +185,7 @@ TEST_F(StandardDevice, NoCompletionIsTakenOutsideOfAStep)
 
 TEST_F(StandardDevice, ReportsFromStartOnAsOftenAsItLikes)
 {
-    _device->reportRecover(); // to nobody
+    _device->reportRecover(); // has no effect
     _device->reportAbort();
     _device->performOpen();
     _device->performStart(nullptr, recordingANO(_log, "lost"), recordingANO(_log, "given up"));
@@ -213,7 +213,7 @@ TEST_F(StandardDevice, ReportsNothingOnceItHasStoppedOrAborted)
     start();
     _device->performStop(recordingACO(_log, "stopped"));
     report();
-    start(); // in another sequence
+    start(); // begins another sequence
     report();
     _device->performClose();
     EXPECT_EQ(_log.lines(), (Lines{"open", "start", "stop", "~lost", "~given up", "stopped",
@@ -262,7 +262,7 @@ TEST_F(StandardDevice, AStepAfterOneWhoseCompletionWasTakenIsFinishedWhenItRetur
 
 TEST_F(StandardDevice, WorksBetweenRequestsAndHandlesItsFailures)
 {
-    _device->isBusy = true; // before there is a thread: the work comes before the open request
+    _device->isBusy = true; // set before the thread starts, which works before it opens the device
     _device->performOpen();
     _device->performAbort(recordingACO(_log, "aborted"));
     _device->performClose();
@@ -296,7 +296,7 @@ TEST_F(StandardDevice, TakesABodyOfItsOwn)
     EXPECT_EQ(_log.lines(), (Lines{"open", "close", "stop asked"}));
 }
 
-/// Throws from its opening or its closing.
+/// Device whose opening or closing throws.
 template <class Exception>
 class Broken : public Device
 {

@@ -104,7 +104,7 @@ TEST(DevMgrFifoTest, ABlockedProducerIsLetGoByClose)
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
     produce(*fifo, "queued", log);
     std::binary_semaphore started(0);
-    Log own; // written by whichever of the two threads discards the entry
+    Log own; // written by the one thread that discards the entry
     std::thread producer([&] {
         started.release();
         produce(*fifo, "blocked", own);

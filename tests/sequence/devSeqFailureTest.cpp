@@ -113,11 +113,11 @@ protected:
     Log heard;
 };
 
-/// The lines that an action has written to the trace.
+/// Returns the lines that an action writes to the trace.
 Log traceOf(std::function<void()> const &action)
 {
     LogTest::CapturedLog log;
-    LgLog::flush(); // what was written before
+    LgLog::flush(); // writes the lines that are still queued
     std::size_t const before = log.getLines().size();
     action();
     LgLog::flush();
@@ -182,7 +182,7 @@ TEST_F(SequenceFailure, EventThatAFailedMachineRefusesIsTraced)
                                      "../src/resmgt/deviceManager/"))
         << trace[0];
     EXPECT_TRUE(trace[0].ends_with("State machine error condition.")) << trace[0];
-    // What led to it stays.
+    // The record of the failure stays.
     EXPECT_EQ(failureText("R"), "device R: event \"start\" in state \"start\": illegal event");
 }
 
@@ -196,7 +196,7 @@ TEST_F(SequenceFailure, EventThatIsOutsideTheMachineFailsNothing)
     EXPECT_EQ(failureText("R"), "none");
 }
 
-// The second stop is kept as the first one is, and is illegal when both have their turn.
+// The second stop is parked like the first one. When both are delivered, it is illegal.
 TEST_F(SequenceFailure, ParkedEventThatIsIllegalIsTheOneThatIsReported)
 {
     World single;
@@ -321,7 +321,7 @@ TEST_F(SequenceFailure, ObserverMayTakeItselfAwayAndEndsWithoutTheLock)
     bool hasReturned = false;
     observer.onState = [&](std::string const &) {
         world.tree->setObserver(nullptr);
-        EXPECT_FALSE(hasEnded); // it is still in this call
+        EXPECT_FALSE(hasEnded); // this call still uses it
         hasReturned = true;
     };
     observer.onEnd = [&] {
@@ -346,7 +346,7 @@ TEST_F(SequenceFailure, ObserverMayBeReplacedByItsOwnCall)
     EXPECT_EQ(heardBySecond, (Log{"A start", "B start"}));
 }
 
-// It must not, but nothing breaks.
+// An observer must not deliver events. If it does, it is still kept until its call returns.
 TEST_F(SequenceFailure, ObserverThatDeliversAndIsReplacedMeanwhileOutlivesItsCall)
 {
     Observer &observer = observe();

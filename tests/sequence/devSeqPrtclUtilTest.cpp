@@ -14,7 +14,7 @@ using Testing::Log;
 using Testing::markAt;
 using Testing::RecordingProtocol;
 
-/// Writes its name down when it runs; clones are told from the prototype.
+/// Request that logs its name when it runs. Clones have another name than the prototype.
 class NamedANO final : public DevClonableANO
 {
 public:
@@ -43,7 +43,7 @@ struct Wrapped
 
     ObjPtr<DevClonableANO> ano(char const *name) { return makeObj<NamedANO>(name, ran); }
 
-    /// What came through the FIFO, executed.
+    /// Executes the requests in the FIFO. Returns those that have run since the last call.
     Log reports()
     {
         for (DevANOQueueEntry entry; fifo->tryConsume(entry);) {
@@ -105,7 +105,7 @@ TEST(DevSeqPrtclUtilTest, EachWayToUseANotificationMakesOneReport)
     Wrapped wrapped;
     wrapped.util->start();
     ObjPtr<DevANO> const recovery = wrapped.device->takeRecover();
-    recovery->performExecute(); // as one that comes out of the device's own queue
+    recovery->performExecute(); // with `notify`, as if it came from the device's queue
     recovery->notify();
     EXPECT_EQ(wrapped.reports().size(), 1u);
     recovery->performExecute();
@@ -146,12 +146,12 @@ TEST(DevSeqPrtclUtilTest, ReportsThatWereTakenDoNotWait)
         recovery->performExecute();
     DevANOQueueEntry entry = wrapped.fifo->consume();
     ObjPtr<DevANO> taken = entry.release();
-    taken->performExecute(); // and is kept, as the manager's thread does
+    taken->performExecute(); // the manager's thread also keeps it after that
     recovery->performExecute();
     EXPECT_EQ(wrapped.reports().size(), static_cast<std::size_t>(MAX + 1));
     taken = nullptr;
 
-    // Nor do those that are destroyed unexecuted.
+    // Reports that are destroyed without being executed do not count either.
     for (int i = 0; i < MAX; ++i)
         recovery->performExecute();
     wrapped.fifo->close();
@@ -187,7 +187,7 @@ TEST(DevSeqPrtclUtilTest, ANullProtocolIsANullPointer)
     EXPECT_THROW((void)util->getLatency(), RCEx::ExNullPtr);
 }
 
-/// Writes down that it was destroyed.
+/// Completion that logs its destruction.
 class MortalACO final : public DevACO
 {
 public:

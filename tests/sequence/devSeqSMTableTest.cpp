@@ -30,7 +30,7 @@ constexpr std::array transitions{"start", "psready", "wsr",     "wsrret",  "read
                                  "sync",  "lock",    "recover", "wss",     "wssret", "stop",
                                  "pstop", "stopped", "abort",   "aborted", "ignore"};
 
-/// What a sequence does, row by row.
+/// Returns the expected machine, written a second time.
 Machine machine()
 {
     Machine rows{
@@ -198,7 +198,7 @@ TEST_F(DevSeqSMTableTest, EveryStateAndEventDoesWhatTheMachineSays)
             } else if (row->second.size() == 1) {
                 Target const &target = row->second[0];
                 EXPECT_EQ(fired(s, e), target.transition);
-                // All that is ignored in abort shares one check, the last one's.
+                // All events that are ignored in abort share the check of the last one.
                 std::string const last =
                     target.transition == "ignore" && s == "abort" ? "abort" : e;
                 std::string const check =

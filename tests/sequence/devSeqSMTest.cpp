@@ -21,7 +21,7 @@ using Testing::markAt;
 using Testing::RecordingProtocol;
 using Events = Vector<std::int32_t>;
 
-/// One machine without a tree: what it sends to its neighbours stays in the queues, to be looked
+/// A machine without a tree. The events for its neighbours stay in the queues, for tests to look
 /// at.
 struct Machine
 {
@@ -65,8 +65,8 @@ struct Machine
     ObjPtr<DevSeqSM> sm;
 };
 
-/// Events that lead to a state, for a node with and without children; empty where it is out of
-/// reach.
+/// Returns events that lead to a state, for a node with or without children. Empty if they cannot
+/// lead there.
 Events pathTo(std::string const &state, bool hasChildren)
 {
     using E = DevSeqEv;
@@ -103,7 +103,7 @@ Events pathTo(std::string const &state, bool hasChildren)
     return path;
 }
 
-/// Where an event leads from a state, told apart from the library's own declaration.
+/// Returns the state after an event, from rules that are independent of the library's table.
 std::string expectedNext(std::string const &state, std::int32_t event, bool hasChildren,
                          bool hasParent)
 {
@@ -147,7 +147,7 @@ std::string expectedNext(std::string const &state, std::int32_t event, bool hasC
     return "_ill";
 }
 
-/// A node with a parent passes through `wml` on its way to what comes behind.
+/// A node with a parent passes through `wml` before the later states.
 Events pathWithParent(std::string const &state, bool hasChildren)
 {
     Events path = pathTo(state, hasChildren);
@@ -377,13 +377,13 @@ TEST(DevSeqSMTest, RecoverCallsTheDeviceAndItsChildren)
 {
     Machine node(1);
     Events path = pathTo("lock", true);
-    path.erase(path.begin() + 3); // one child only
+    path.erase(path.begin() + 3); // the node has one child only
     node.feed(path);
     ASSERT_EQ(node.state(), "lock");
     node.sm->execute(DevSeqEv::RECOVER);
     EXPECT_EQ(node.log, (Log{"recover"}));
     EXPECT_EQ(node.toChildren(), (Events{DevSeqEv::RECOVER}));
-    // It counts its children anew.
+    // It counts its children from 0 again.
     node.sm->execute(DevSeqEv::READY);
     EXPECT_EQ(node.state(), "wsr");
     EXPECT_EQ(node.util->getSreadyCount(), 0);
@@ -424,7 +424,7 @@ TEST(DevSeqSMTest, AFailingDeviceLeadsToExcAndSendsNothing)
     EXPECT_THROW(node.sm->execute(DevSeqEv::READY), DevMgrEx::SMExecutionError);
 }
 
-/// Whether a thread that waits for the machine's end is let go before the test does it.
+/// Returns true if the machine releases the threads that wait for its end. Releases them otherwise.
 bool hasPosted(Machine &node)
 {
     std::atomic<bool> isDone{false};
@@ -472,7 +472,7 @@ TEST(DevSeqSMTest, HasItsLabel)
     EXPECT_EQ(machine.util->getName(), "device");
 }
 
-/// Writes down what it is told.
+/// Guard that records its calls.
 struct Guard final : DevSeqSMGuard
 {
     void stateChanged(std::int32_t state) override { states.push_back(state); }

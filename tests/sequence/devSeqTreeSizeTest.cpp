@@ -24,8 +24,8 @@ std::string textOf(DevSeqTree const &tree)
     return stream.str();
 }
 
-/// Every machine from `init` to `final`, with the devices' reports made by hand. Node 0 is the root
-/// and a node comes behind its parent.
+/// Takes each machine from `init` to `final`, and delivers the reports of the devices itself. Node
+/// 0 is the root, and a parent has a smaller number than its children.
 void runThrough(DevSeqTree &tree, int nbNodes)
 {
     auto const expectAll = [&](char const *state) {

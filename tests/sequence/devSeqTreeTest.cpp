@@ -64,7 +64,7 @@ protected:
         expectStates("lock", "lock", "lock", "lock");
         (void)world.takeLog();
     }
-    /// Asked on another thread, which does not have the lock already.
+    /// Asks on another thread, because this one may hold the lock.
     void expectLockIsFree()
     {
         std::thread([this] { (void)world.state("R"); }).join();
@@ -221,7 +221,7 @@ TEST_F(DevSeqTreeTest, ALostLockIsFoundAgainUnderTheParent)
     world.complete("A");
     expectStates("lock", "wsr", "lock", "recover");
     world.complete("C");
-    // R stays in lock, reads a fresh mark, and B ignores what A syncs to.
+    // R stays in lock and reads its mark again. B ignores the event with which A syncs.
     expectStates("lock", "sync", "lock", "wml");
     EXPECT_EQ(world.takeLog(), (Log{"A sync mark 20"}));
     world.complete("A");
@@ -236,7 +236,7 @@ TEST_F(DevSeqTreeTest, AChildThatIsReadyFirstDuringARecoveryIsCountedOnce)
     lock();
     world.recover("A");
     world.complete("C");
-    expectStates("lock", "recover", "lock", "wml"); // kept until A is ready itself
+    expectStates("lock", "recover", "lock", "wml"); // C's event is parked until A is ready, too
     world.complete("A");
     expectStates("lock", "sync", "lock", "wml");
 }
@@ -330,7 +330,7 @@ TEST_F(DevSeqTreeTest, AnyNumberOfThreadsMayWaitForTheEndAgainAndAgain)
     world.tree->wait();
 }
 
-/// What a wait that does not return by itself ends in, when the tree that `world` holds is destroyed.
+/// Returns how a wait ends when the tree of `world` is destroyed during the wait.
 std::string endOfWait(World &world)
 {
     std::atomic<long> number{0};
@@ -483,8 +483,8 @@ TEST_F(DevSeqTreeTest, OfEqualNamesTheFirstOneFoundIsMeant)
         return DevSeqTreeNode::create("same", RCShdPtr<DevSeqPrtclUtil>(new DevSeqPrtclUtil(
                                                   RCShdPtr<DevMDSyncSeqPrtcl>(device))));
     };
-    // R ( A ( same ) B ( D ( same ) ) same ): R's own children come before A's, A's before those
-    // deeper down.
+    // R ( A ( same ) B ( D ( same ) ) same ). R's own children are searched before A's, and A's
+    // before deeper ones.
     world.root("R");
     world.child("R", "A");
     world.child("R", "B");
@@ -523,7 +523,7 @@ TEST_F(DevSeqTreeTest, WhatIsNoExBaseAbandonsTheDelivery)
     expectStates("start", "init", "init", "init");
     EXPECT_EQ(world.takeLog(), (Log{"R start", "A start"}));
     EXPECT_THROW(world.tree->processEvent("A", DevSeqEv::START), DevMgrEx::SMExecutionError);
-    // B lost the start that was on its way, but can be given one.
+    // B has lost the start that was on its way. It can still be started by an event of its own.
     world.tree->processEvent("B", DevSeqEv::START);
     EXPECT_EQ(world.state("B"), "start");
 }
@@ -590,7 +590,7 @@ TEST_F(DevSeqTreeTest, AnObserverThatIsReplacedEndsWithoutTheLock)
 
 using DevSeqTreeDeathTest = DevSeqTreeTest;
 
-// In a process of its own: nothing ends that wait.
+// Runs in a process of its own, because nothing ends that wait.
 TEST_F(DevSeqTreeDeathTest, WaitDoesNotReturnForADeviceThatFailedOrGotAnIllegalEvent)
 {
     for (bool const isIllegal : {false, true})
@@ -716,11 +716,11 @@ TEST_F(DevSeqTreeTest, ANodeHeldBelowOneThatEndsHasNoParent)
     world.child("C", "G");
     auto const held = world.nodes["G"];
     world.nodes.clear();
-    top = nullptr; // takes C along
+    top = nullptr; // destroys C, too
     EXPECT_EQ(world.takeLog(), (Log{"C gone", "P gone"}));
     world.tree->setRoot(held);
     world.tree->processEvent(DevSeqEv::START);
-    // It still reports to a parent, as it did when it had one.
+    // It still sends its event to a parent, as before.
     EXPECT_THROW(world.complete("G"), RCEx::ExNullPtr);
 }
 
@@ -748,7 +748,7 @@ TEST_F(DevSeqTreeTest, ADeviceThatReportsLateReportsToNobody)
     build();
     start();
     ObjPtr<DevANO> const recovery = world.devices["A"]->takeRecover();
-    world.devices["R"]->complete(); // waits in the queue
+    world.devices["R"]->complete(); // the report waits in the queue
     world.nodes.clear();
     world.tree = nullptr;
     EXPECT_NO_THROW(world.deliverReports());
@@ -792,8 +792,8 @@ TEST_F(DevSeqTreeTest, ATreeThatEndsWaitsForTheReportThatIsBeingDelivered)
 {
     build();
     start();
-    // R's report is delivered by another thread, which stands in R's getMark until the tree is
-    // about to end.
+    // Another thread delivers R's report, and waits in R's getMark until the destructor of the tree
+    // is about to run.
     ObjPtr<DevClonableANO> const report = SeqANOFactory(world.tree).create("R", DevSeqEv::LOCK);
     ZvTest::Latch isInside(1);
     ZvTest::Latch mayLeave(1);

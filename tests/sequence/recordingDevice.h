@@ -1,4 +1,4 @@
-// Devices that write down what they are told and answer when a test wants them to.
+// Recording devices: they log their calls, and finish a step when a test wants it.
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFifo.h"
@@ -25,7 +25,7 @@ inline std::string textOf(Zv::DtTime const &time)
     return stream.str();
 }
 
-/// A mark by which tests tell one from the other.
+/// Returns a mark that tests can tell from others by its reference.
 inline Zv::DtTimeMark markAt(double reference)
 {
     return Zv::DtTimeMark(Zv::DtTime(), reference);
@@ -64,14 +64,14 @@ public:
         return mark;
     }
 
-    /// The step that the device was last told is finished.
+    /// Runs the completion of the device's last step.
     void complete()
     {
         Zv::ObjPtr<Zv::DevACO> aco = _aco;
         aco->performExecute();
     }
     bool hasStep() const { return !_aco.isNull(); }
-    /// Hands the notification over as a device does: to whoever executes it.
+    /// Passes the notification to the caller, which may execute it.
     Zv::ObjPtr<Zv::DevANO> takeRecover() { return _recover; }
     Zv::ObjPtr<Zv::DevANO> takeAbort() { return _abort; }
 
@@ -105,7 +105,7 @@ private:
     Zv::ObjPtr<Zv::DevANO> _abort;
 };
 
-/// A tree of recording devices with the queue by which they report.
+/// A tree of recording devices, and the queue of their reports.
 class World
 {
 public:
@@ -134,7 +134,7 @@ public:
         tree->attach(nodes.at(parent), createNode(name));
     }
 
-    /// The device has finished its step, and its report has reached the tree.
+    /// Finishes the device's step and delivers its report to the tree.
     void complete(std::string const &name)
     {
         devices.at(name)->complete();
@@ -162,7 +162,7 @@ public:
     }
 
     std::string state(std::string const &name) { return tree->getState(name.c_str()).getChars(); }
-    /// What was written down since the last time.
+    /// Returns the lines of the log since the last call.
     Log takeLog() { return std::exchange(log, {}); }
 
     Log log;

@@ -11,7 +11,7 @@ namespace {
 
 using namespace Zv;
 
-/// What a class says of itself, thrown and caught in all the ways in which it can be.
+/// Throws the exception, catches it as each of its base classes, and returns its reason.
 template <class Exception, class... Arguments>
 std::string reasonOf(Arguments... arguments)
 {

@@ -47,7 +47,7 @@ private:
     std::function<bool()> _condition;
 };
 
-/// Transitions that write into a log, with bodies and conditions as a test wants them.
+/// The log of the transitions, and the bodies and conditions that a test gives them.
 struct Script
 {
     Log log;
@@ -98,7 +98,11 @@ ObjPtr<DevSMExecutionEng> createEngine(RCShdPtr<DevSMTable> const &table, Script
     return DevSMExecutionEng::create(table, initial, makeObj<Factory>(script));
 }
 
-/// a --x--> t, b; b --x--> t, a; a --y--> one of first, second and third, to b.
+/// Returns this table. In the last row, the first condition that holds selects the transition.
+///
+///     a --x--> t, b
+///     b --x--> t, a
+///     a --y--> first, second or third, b
 RCShdPtr<DevSMTable> createTable()
 {
     DevSMTableBuilder builder;
@@ -326,7 +330,7 @@ TEST_F(DevSMExecutionEngTest, AllCandidatesButTheLastAreConditional)
     EXPECT_THROW(createEngine(table, script), DevMgrEx::SMBadTransitionImp);
 }
 
-/// A table of one state, one event and one transition, to be spoilt.
+/// A table of one state, one event and one transition. The test spoils a part of it.
 struct Crafted
 {
     Names states{"a", "_exc", "_ill"};

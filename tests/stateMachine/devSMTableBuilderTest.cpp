@@ -66,14 +66,14 @@ Names transitionsOf(DevSMTable const &table)
     return names;
 }
 
-/// The transition that an event selects, by name; "" for none.
+/// Returns the name of the transition that an event selects, or "" if there is none.
 LiString fired(DevSMTable const &table, LiString const &state, LiString const &event)
 {
     std::int32_t const t = table.getTransition(table.getState(state), table.getEvent(event));
     return t < 0 ? LiString() : table.getTransitionName(t);
 }
 
-/// The state that a transition leads to, by name; "" for none.
+/// Returns the name of the state that a transition leads to, or "" if there is none.
 LiString next(DevSMTable const &table, LiString const &state, LiString const &transition)
 {
     std::int32_t const s = table.getState(table.getState(state), table.getTransition(transition));
@@ -186,7 +186,7 @@ TEST(DevSMTableBuilderTest, AChoiceExpandsToAConditionalTransitionAndItsState)
     EXPECT_EQ(next(*table, "_exchk(_cs(a:x):_ce(t1):t1)", "_noexc"), "b");
     EXPECT_EQ(next(*table, "_exchk(_cs(a:x):_ce(t2):t2)", "_noexc"), "c");
     EXPECT_EQ(next(*table, "_exchk(_cs(a:x):_ce(t2):t2)", "_exc"), "_exc");
-    // Without a choice t1 is not run from a itself.
+    // Only the choice runs t1, so state a has no next state for it.
     EXPECT_EQ(next(*table, "a", "t1"), "");
 }
 

@@ -15,7 +15,7 @@ using Testing::failedAssertion;
 using Names = Vector<LiString>;
 using Desc = DevSMTable::ConditionalTransitionDesc;
 
-/// What a table is made of; a test changes what it is about.
+/// The parts of a table. A test changes the part that it checks.
 struct Parts
 {
     Names states{"on", "off", "_cs(on:x)"};

@@ -1,4 +1,4 @@
-// What failures say, for tests to compare.
+// Texts of failed assertions, for tests to compare.
 #pragma once
 
 #include "zvbase/assertions.h"
@@ -7,7 +7,7 @@
 
 namespace Testing {
 
-/// The source text of the assertion that fails, or "" where none does.
+/// Returns the source text of the assertion that fails, or "" if none does.
 template <class Function>
 std::string failedAssertion(Function function)
 {

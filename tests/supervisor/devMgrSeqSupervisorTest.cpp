@@ -1,4 +1,4 @@
-// Supervised sequences: each operation, each refusal, and single devices that misbehave.
+// Supervised sequences: each operation, each illegal call, and single devices that misbehave.
 #include "hostileDevices.h"
 
 #include <future>
@@ -322,7 +322,7 @@ TEST(Supervisor, StopGoesOverToTheAbortAtOnceIfADeviceCanNeverStop)
     DevSeqStatus const status = stage.supervisor->stop(LONG);
     EXPECT_EQ(endsOf(status), "aborted aborted aborted failed (No power.)");
     EXPECT_EQ(Stage::find(status, "b").step, "start");
-    EXPECT_EQ(stage.world->count("abort b"), 0); // it never ran
+    EXPECT_EQ(stage.world->count("abort b"), 0); // it has not been running
     Lines const journal = stage.world->getJournal();
     auto const placeOf = [&](char const *line) {
         return std::find(journal.begin(), journal.end(), line) - journal.begin();
@@ -428,10 +428,10 @@ TEST(Supervisor, DestructorLeavesADeviceThatHangsBehind)
     stage["b"].manners["abort"] = Manner::HANGS;
     stage.run();
     stage.supervisor->setEndLimit(0.2);
-    stage.supervisor = nullptr; // returns
+    stage.supervisor = nullptr; // returns within the limit
 }
 
-// Every reference that a client can hold, in every order, with a sequence that has come so far.
+// All references that a client can hold, released in each order and at each stage of a sequence.
 TEST(Supervisor, ReferencesMayGoInAnyOrder)
 {
     using StandardStage = StageOf<HostileStandard>;
@@ -471,7 +471,7 @@ TEST(Supervisor, AnyNumberOfDevicesMayFinishTheirStepsInsideTheCalls)
         EXPECT_EQ(device.end, End::STOPPED) << device.name;
 }
 
-/// Calls a function for each state.
+/// Observer that calls a function for each state.
 class Observer : public DevSeqObserver
 {
 public:
@@ -496,7 +496,7 @@ TEST(Supervisor, ObserverIsToldOfEachStateInOrder)
     stage.supervisor->start();
     EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
     stage.supervisor->abort(LONG);
-    stage.supervisor = nullptr; // the last states are told
+    stage.supervisor = nullptr; // the observer has been told of the last states after that
     Lines told;
     for (std::string const &line : stage.world->getJournal())
         if (line[0] == '=')
@@ -542,7 +542,7 @@ TEST(Supervisor, ObserverIsToldOfTheFailureOfADevice)
     stage.supervisor->start();
     EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqDeviceFailed);
     stage.supervisor->stop(LONG);
-    stage.supervisor = nullptr; // the last failure is told
+    stage.supervisor = nullptr; // the observer has been told of the last failure after that
     Lines told;
     for (std::string const &line : stage.world->getJournal())
         if (line[0] == '=')

@@ -1,4 +1,4 @@
-// What is said of a device of a supervised sequence that fails: the state, the call and the reason.
+// Reports of a failed device in a supervised sequence: the state, the call and the reason.
 #include "hostileDevices.h"
 
 #include "zvbase/lgLog.h"
@@ -9,7 +9,7 @@ using namespace ZvTest;
 
 namespace {
 
-/// Notes each failure as one text.
+/// Observer that logs each failure as one line.
 class Notes : public DevSeqObserver
 {
 public:

@@ -1,4 +1,4 @@
-// Devices that misbehave at a chosen step, and a stage for them.
+// Devices that misbehave at a chosen step, and a manager with such devices.
 #pragma once
 
 #include "resmgt/deviceManager.h"
@@ -28,14 +28,14 @@ using Lines = std::vector<std::string>;
 using End = DevSeqDeviceStatus::End;
 using Phase = DevSeqStatus::Phase;
 
-/// Long enough for everything that does come.
+/// Limit for events that must occur, in seconds.
 constexpr double LONG = 60;
 
-/// What a device does when it is asked for a step.
+/// Behaviour of a device in a call.
 enum class Manner
 {
     PROMPT,       // answers within the call
-    SLOW,         // in the call, until the test lets it go on
+    SLOW,         // waits in the call until the test calls `goOn`
     LATER,        // answers on another thread
     TWICE,        // answers twice within the call, or answers its last step again
     SILENT,       // keeps the completion
@@ -43,14 +43,14 @@ enum class Manner
     THROWS,       // an ExBase
     THROWS_OTHER, // a standard exception
     THROWS_INT,
-    HANGS,         // in the call, until the stage is over
+    HANGS,         // waits in the call until the stage ends
     RECOVERS,      // reports a recovery, then answers
     ABORTS,        // reports an abort, then answers
     ABORTS_SILENT, // reports an abort and does not answer
     NB_MANNERS
 };
 
-/// What devices share. They may outlive the test.
+/// State that the devices share. The devices may outlive the test.
 class World
 {
 public:
@@ -78,7 +78,7 @@ public:
         });
     }
 
-    /// What a device does first at each step.
+    /// Called first in each call of a device. Returns the behaviour for the call.
     Manner ask(std::string const &step, std::string const &device,
                std::map<std::string, Manner> const &manners)
     {
@@ -109,7 +109,7 @@ public:
         std::unique_lock guard(_mutex);
         _changed.wait(guard, [this] { return _mayGoOn; });
     }
-    /// For the devices that are slow.
+    /// Lets the slow devices go on.
     void goOn()
     {
         std::lock_guard const guard(_mutex);
@@ -148,7 +148,7 @@ private:
     bool _isOver = false;
 };
 
-/// Whether a device must keep its completions, to run one of them again.
+/// Returns true if the device must keep its last completion, to run it a second time.
 inline bool answersAgain(std::map<std::string, Manner> const &manners)
 {
     return std::any_of(manners.begin(), manners.end(),
@@ -161,8 +161,8 @@ public:
     Hostile(std::string name, std::shared_ptr<World> world) : _name(std::move(name)), _world(world)
     {}
 
-    /// For the steps "open", "start", "getLatency", "sync", "getMark", "recover", "stop", "abort", "close". To be set
-    /// while the device is not called.
+    /// For the calls "open", "start", "getLatency", "sync", "getMark", "recover", "stop", "abort"
+    /// and "close". Must not be changed during a call of the device.
     std::map<std::string, Manner> manners;
     DtTime latency;
 
@@ -196,11 +196,11 @@ public:
         return DtTimeMark();
     }
 
-    // On any thread, also late.
+    // Called on any thread, also after the end of the sequence.
     void reportRecover() { _recover->performExecute(); }
     void reportAbort() { _abort->performExecute(); }
-    /// Runs the completion that a silent device has kept when it was asked for the step for the n-th time. Waits until
-    /// the device has it.
+    /// Waits until a silent device has kept the completion of the n-th call of the step, and runs
+    /// it.
     void answer(std::string const &step, std::size_t n = 1)
     {
         std::unique_lock guard(_mutex);
@@ -213,7 +213,7 @@ public:
 private:
     Manner ask(std::string const &step) { return _world->ask(step, _name, manners); }
 
-    /// In a call that is answered when it returns.
+    /// Behaves in a call that has no completion.
     void reply(std::string const &call)
     {
         Manner const manner = ask(call);
@@ -270,13 +270,14 @@ private:
     ObjPtr<DevANO> _recover;
     ObjPtr<DevANO> _abort;
     std::condition_variable _isKept;
-    std::map<std::string, std::vector<std::shared_ptr<DevACO>>> _kept; // by the steps
+    std::map<std::string, std::vector<std::shared_ptr<DevACO>>> _kept; // by step
     std::shared_ptr<DevACO> _last; // of the last step, if it is to be answered again
     bool _hasReported = false;     // beside a call that is no step
     std::vector<std::thread> _threads;
 };
 
-/// The same as a standard device: it opens, makes its steps and closes on its own thread, and misbehaves there.
+/// Hostile standard device. It opens, makes its steps and closes on its own thread, and misbehaves
+/// there.
 class HostileStandard : public DevMDStdDevice
 {
 public:
@@ -296,7 +297,7 @@ public:
         reply("getMark");
         return DtTimeMark();
     }
-    /// On any other thread than the device's own.
+    /// Must not be called on the device's thread.
     void reportRecover(int nbTimes = 1)
     {
         onItsThread([this, nbTimes] {
@@ -328,7 +329,7 @@ private:
     void stop() override { act("stop"); }
     void abort() override { act("abort"); }
 
-    /// In a call on another thread, which is answered when it returns.
+    /// Behaves in a call on another thread that has no completion.
     void reply(std::string const &call)
     {
         Manner const manner = _world->ask(call, _name, manners);
@@ -339,7 +340,7 @@ private:
         else if (manner == Manner::ABORTS && !std::exchange(_hasReported, true))
             onItsThread([this] { reportAbort(); });
     }
-    /// Returns when the action has been executed.
+    /// Executes the action on the device's thread, and waits for its end.
     void onItsThread(std::function<void()> const &action)
     {
         std::binary_semaphore executed(0);
@@ -393,7 +394,7 @@ private:
     std::vector<std::thread> _threads;
 };
 
-/// A manager with hostile devices. At its end devices that hang go on.
+/// A manager with hostile devices. Its destructor lets the devices that hang go on.
 template <class Device>
 class StageOf
 {
@@ -414,7 +415,7 @@ public:
     {
         supervisor = nullptr;
         if constexpr (std::is_base_of_v<HostileStandard, Device>)
-            world->end(); // or its thread does not end
+            world->end(); // otherwise its thread does not end
         manager = nullptr;
         world->end();
         for (std::string const &name : names)
@@ -431,7 +432,7 @@ public:
     enum Progress
     {
         CREATED,
-        STARTED, // and not locked yet, perhaps
+        STARTED, // perhaps not locked yet
         LOCKED,
         STOPPED
     };
@@ -446,14 +447,14 @@ public:
         if (progress >= STOPPED)
             supervisor->stop(LONG);
     }
-    /// Starts the sequence, and returns when a device is in the call.
+    /// Starts the sequence, and returns when a device is in that call.
     void startUntil(std::string const &call)
     {
         create();
         supervisor->start();
         world->waitFor(call);
     }
-    /// Stops the sequence on another thread, and returns when that has begun.
+    /// Begins to stop the sequence on another thread. Returns when the sequence is stopping.
     std::future<DevSeqStatus> stopLater()
     {
         auto stopped = std::async(std::launch::async, [this] { return supervisor->stop(LONG); });
@@ -498,7 +499,8 @@ private:
 
 using Stage = StageOf<Hostile>;
 
-/// The ends of all devices, in their order: "stopped aborted failed (No signal.) silent none".
+/// Returns the ends of all devices, in their order, as in "stopped aborted failed (No signal.)
+/// silent none".
 inline std::string endsOf(DevSeqStatus const &status)
 {
     std::string text;
@@ -525,7 +527,7 @@ inline std::string endsOf(DevSeqStatus const &status)
     return text;
 }
 
-/// What a call throws, in words. Empty if it returns.
+/// Returns the text of the exception that the call throws. Empty if the call returns.
 template <class Call>
 std::string thrownBy(Call call)
 {

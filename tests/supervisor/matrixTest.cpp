@@ -1,5 +1,5 @@
-// Each way to misbehave, in each phase, at each place of the tree: what the reports say, and that the others have ended
-// and were closed.
+// Each kind of misbehaviour, in each phase, at each place of the tree. The tests check the reports,
+// and that the other devices have ended and were closed.
 #include "hostileDevices.h"
 
 #include <atomic>
@@ -10,7 +10,8 @@ using namespace ZvTest;
 
 namespace {
 
-/// The device of each place in "( root ( inner ( leaf other ) sibling ) )".
+/// The devices that misbehave, one for each kind of place in "( root ( inner ( leaf other ) sibling
+/// ) )".
 constexpr char const *PLACES[] = {"root", "inner", "leaf"};
 constexpr char const *DEVICES[] = {"root", "inner", "leaf", "other", "sibling"};
 
@@ -24,7 +25,7 @@ constexpr DevicePhase PHASES[] = {{"open", "open"}, {"start", "start"},  {"ready
                                   {"sync", "sync"}, {"lock", "getMark"}, {"recover", "recover"},
                                   {"stop", "stop"}, {"abort", "abort"},  {"close", "close"}};
 
-/// A device fails in four of these ways, hangs in two, and is slow in two.
+/// A kind of misbehaviour. A device fails in four of these ways, hangs in two, and is slow in two.
 struct Kind
 {
     char const *name;
@@ -51,7 +52,7 @@ bool isThrow(Manner manner)
            manner == Manner::THROWS_INT;
 }
 
-/// Why a device cannot misbehave in this way in this phase. Null if it can.
+/// Returns the reason why a device cannot misbehave in this way in this phase, or null if it can.
 char const *whyNot(Manner manner, std::string const &phase)
 {
     bool const hasCompletion =
@@ -65,7 +66,7 @@ char const *whyNot(Manner manner, std::string const &phase)
     return nullptr;
 }
 
-/// One cell: the stage, and the way through it.
+/// One cell of the matrix: the stage and the calls of the test.
 template <class Device>
 struct Case
 {
@@ -96,7 +97,7 @@ struct Case
         EXPECT_GE(stage->world->count(call + " " + culprit), 1) << name;
     }
 
-    /// Returns whether there is a sequence.
+    /// Opens the devices. Returns true if there is a sequence.
     bool open()
     {
         if (phase != "open" || manner == Manner::PROMPT) {
@@ -131,7 +132,7 @@ struct Case
         if (phase == "recover") {
             (*stage)[culprit].reportRecover();
             passThrough();
-            // One that comes during the stop leads to the abort.
+            // A recovery that is reported during the stop leads to the abort.
             while (manner == Manner::RECOVERS && stage->getStatus(culprit).nbRefused == 0)
                 std::this_thread::yield();
         }
@@ -145,7 +146,8 @@ struct Case
         checkSlow();
         return ending.get();
     }
-    /// Waits until all devices have locked, or until the culprit has come so far that they never will.
+    /// Waits until all devices have locked, or until the culprit is in the call that keeps them
+    /// from it.
     void passThrough()
     {
         if (manner == Manner::SLOW)
@@ -154,11 +156,11 @@ struct Case
             stage->world->waitFor(call + " " + culprit);
         if (!isMute()) {
             thrownBy([&] { EXPECT_TRUE(stage->supervisor->waitLocked(LONG)) << name; });
-        } else if (phase != "recover") { // it is in lock until the call returns
+        } else if (phase != "recover") { // the culprit is in lock until the call returns
             EXPECT_FALSE(stage->supervisor->waitLocked(0)) << name;
         }
     }
-    /// The status says which device the others wait for.
+    /// Checks that the status shows the device that the others wait for.
     void checkSlow()
     {
         stage->world->waitFor(call + " " + culprit);
@@ -167,13 +169,14 @@ struct Case
         stage->world->goOn();
     }
 
-    /// Whether the device does not answer, or only after the sequence has ended.
+    /// Returns true if the device does not answer, or only after the sequence has ended.
     bool isMute() const
     {
         return phase != "close" && (manner == Manner::SILENT || manner == Manner::HANGS ||
                                     (manner == Manner::ABORTS_SILENT && phase == "abort"));
     }
-    /// Whether the device misbehaves on the thread that calls it. A standard device makes its steps on its own thread.
+    /// Returns true if the device misbehaves on the thread that calls it. A standard device makes
+    /// its steps on its own thread.
     bool hasHungRunner() const { return !IS_STANDARD || phase == "ready" || phase == "lock"; }
 
     End getExpectedEnd() const
@@ -220,7 +223,7 @@ struct Case
         if (manner == Manner::RECOVERS && phase == "lock") {
             EXPECT_EQ(stage->world->count("recover " + culprit), 1) << name;
         }
-        // The abort may have ended when the second answer comes.
+        // The abort may have ended before the second answer.
         if (manner == Manner::TWICE && phase != "abort" && phase != "close") {
             EXPECT_EQ(device.nbRefused, 1u) << name;
         }
@@ -271,7 +274,7 @@ struct Case
         EXPECT_EQ(report.getLeftBehind(), leftBehind) << name;
     }
 
-    /// Each device that was opened has been closed once, and was not called afterwards.
+    /// Checks that each opened device was closed once, and was not called afterwards.
     void checkCloses()
     {
         Lines const journal = stage->world->getJournal();
@@ -290,7 +293,7 @@ struct Case
         }
     }
 
-    /// What hangs goes on, and finds nothing to do.
+    /// Lets the devices that hang go on. They find nothing to do.
     void letGo()
     {
         stage->world->end();
@@ -309,7 +312,7 @@ struct Case
                                                 : "42";
     }
 
-    static constexpr double LIMIT = 6; // for what does not come
+    static constexpr double LIMIT = 6; // for events that do not occur
     static inline int nextNumber = 0;
 
     Manner manner;
@@ -319,7 +322,7 @@ struct Case
     std::string suffix;
     std::string culprit;
     std::unique_ptr<StageOf<Device>> stage;
-    std::future<std::string> opening; // what it has thrown
+    std::future<std::string> opening; // the text of its exception
 };
 
 class Matrix : public testing::TestWithParam<Kind>
@@ -334,7 +337,7 @@ std::vector<DevicePhase> getPhases(Manner manner)
     return phases;
 }
 
-// The cases of one kind run at the same time: those that hang wait for their limits.
+// Runs the cases of one kind at the same time, because those that hang wait for their limits.
 template <class Device>
 void runCases(Kind const &kind)
 {
@@ -369,7 +372,7 @@ TEST_P(Matrix, OfStandardDevices)
 INSTANTIATE_TEST_SUITE_P(Of, Matrix, testing::ValuesIn(KINDS),
                          [](auto const &kind) { return std::string(kind.param.name); });
 
-// Of all ways, in each phase. A cell that is left out has a reason, and there are no others.
+// Counts all kinds in each phase. Each cell that is left out must have a reason.
 TEST(MatrixCells, RunOrHaveAReason)
 {
     std::map<std::string, std::size_t> nbLeftOut;

@@ -1,5 +1,5 @@
-// What a client of a tree sees if one device misbehaves in a phase: while it stops the sequence and closes the manager,
-// and if it only lets both go.
+// A device that misbehaves in one phase, as the client of its tree sees it. The client stops the
+// sequence and closes the manager, or only destroys both.
 #include "hostileDevices.h"
 
 #include <atomic>
@@ -10,7 +10,8 @@ using namespace ZvTest;
 
 namespace {
 
-/// A device that handles what its requests throw. That concerns no step.
+/// A device that handles the exceptions of its requests. That does not include the failures of its
+/// steps.
 class Handling final : public HostileStandard
 {
 public:
@@ -23,8 +24,8 @@ private:
     }
 };
 
-/// The device "a" of "( root ( a b ) )" misbehaves. The client has the ends of the sequence's devices in their order,
-/// and those of the manager's devices, the newest one first.
+/// The device "a" of "( root ( a b ) )" misbehaves. A row has the expected ends of the sequence's
+/// devices, in their order, and of the manager's devices, the newest one first.
 struct Row
 {
     char const *phase;
@@ -46,7 +47,7 @@ Row const FAILURES[] = {
 Row const ABORTS[] = {{"start", Manner::ABORTS, "aborted aborted aborted"},
                       {"sync", Manner::ABORTS, "stopped aborted stopped"},
                       {"stop", Manner::ABORTS, "stopped aborted stopped"}};
-// The device hangs on its own thread, so that the others are called.
+// The device hangs on its own thread, so the other devices are still called.
 Row const HANGS[] = {{"open", Manner::HANGS, "The device manager was closed.", "hanging closed"},
                      {"start", Manner::HANGS, "aborted silent aborted", "closed hanging closed"},
                      {"sync", Manner::HANGS, "aborted silent aborted", "closed hanging closed"},
@@ -94,7 +95,7 @@ public:
             thrownBy([&] { supervisor.waitLocked(isHanging() ? 0 : LONG); });
             DevSeqStatus const status = supervisor.stop(isHanging() ? 0.2 : LONG, LIMIT);
             EXPECT_EQ(endsOf(status), _row.ends) << name();
-            // The user presses it again.
+            // A second stop returns the first result again.
             EXPECT_EQ(endsOf(supervisor.stop(LONG)), _row.ends) << name();
             EXPECT_TRUE(supervisor.wait(0)) << name();
             _stage.supervisor = nullptr;
@@ -121,7 +122,7 @@ public:
     }
 
 private:
-    static constexpr double LIMIT = 6; // for what does not come
+    static constexpr double LIMIT = 6; // for events that do not occur
 
     std::string name() const { return _row.phase + _suffix; }
     bool isHanging() const { return _row.manner == Manner::HANGS; }
@@ -138,7 +139,7 @@ private:
         _stage.supervisor->start();
         return true;
     }
-    /// Until the device has come to its phase, if it is one of these.
+    /// Waits until the device is in its phase, if that is one of these phases.
     void waitFor(std::initializer_list<std::string> phases)
     {
         for (std::string const &phase : phases)
@@ -164,10 +165,10 @@ private:
     Row const &_row;
     std::string _suffix;
     StageOf<Device> _stage;
-    std::future<std::string> _opening; // what it has thrown
+    std::future<std::string> _opening; // the text of its exception
 };
 
-/// The rows run at the same time: those that hang wait for their limits.
+/// Runs the rows at the same time, because those that hang wait for their limits.
 template <class Device, std::size_t N>
 void forEach(Row const (&rows)[N], void (Client<Device>::*act)())
 {

@@ -37,7 +37,7 @@ private:
     std::map<std::string, Action> _actions;
 };
 
-/// A sound root with one device below it that acts.
+/// A root that works, with one device below it that misbehaves.
 class StandardDevice : public testing::Test
 {
 protected:
@@ -57,7 +57,7 @@ protected:
         supervisor->start();
         try {
             EXPECT_TRUE(supervisor->waitLocked(LONG));
-        } catch (DevMgrEx::SeqDeviceFailed const &) { // stands in the report
+        } catch (DevMgrEx::SeqDeviceFailed const &) { // the report has it, too
         }
         return supervisor->stop(LONG);
     }

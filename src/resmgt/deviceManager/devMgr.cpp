@@ -7,8 +7,9 @@ namespace Zv {
 
 namespace {
 
-/// A thread that hangs in the opening of a device, or waits behind one that does, has a reference
-/// of its own to the mediator: the manager may be closed and destroyed meanwhile.
+/// Each operation that may open a device, or wait for one that is being opened, has its own
+/// reference to the mediator. So the manager may be closed and destroyed while a thread hangs
+/// there.
 class DevMgrImp : public DevMgr
 {
 public:

@@ -31,7 +31,8 @@ struct ZVRESMGT_EXPORT DevMgrCloseReport
         double seconds = 0; ///< how long the closing took, or 0 if the device was left behind
     };
 
-    /// The devices that were open or being opened, the newest first.
+    /// The devices that were open or being opened, and others whose destruction has failed, the
+    /// newest first.
     Vector<Device> devices;
     /// True if the thread "DevMgr ANO" was left behind, because an observer or a device has not
     /// returned from a call.

@@ -15,7 +15,8 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// As much as the application's own threads have for it, within reason.
+/// Stack of the thread that calls `performClose`, in bytes. A device may need as much as on a
+/// thread of the application.
 constexpr unsigned CLOSER_STACK = 1 << 20;
 
 } // namespace
@@ -133,7 +134,7 @@ void DevMgrDevice::startCloser()
             "DevMgr close", makeObj<Closer>(*this), true, CLOSER_STACK);
         _closer->start();
     } catch (...) {
-        // What has failed may have come after the thread's beginning.
+        // `start` may throw after the thread has begun to run.
         if (!_closer.isNull() && _closer->isRunning())
             return;
         _closer = nullptr;
@@ -155,7 +156,7 @@ void DevMgrDevice::endClosing()
 
 void DevMgrDevice::leaveBehind()
 {
-    if (beginClosing(true)) // the call has returned only now
+    if (beginClosing(true)) // no call is left since then
         startCloser();
     static_cast<void>(_closer.release());
     DevMgrLeftBehind::keep(RCShdPtr<DevMgrDevice>(this));

@@ -16,13 +16,13 @@
 
 namespace Zv {
 
-/// Wakes the thread that closes a manager, each time that a device has been opened or closed.
+/// Wakes the thread that closes a manager, each time that the state of a device has changed.
 /// Threads that were left behind keep it alive after the manager.
 class DevMgrProgress : public RCBase<LkCounter<long>>
 {
 public:
     void post() { _sema.post(); }
-    /// Returns false if `seconds` have passed.
+    /// Waits for a post. Returns false if there is none within `seconds`.
     bool timedWait(double seconds) { return _sema.timedWait(seconds); }
 
 private:
@@ -32,7 +32,7 @@ private:
 /// A device that was created for a manager.
 ///
 /// **Threads**: one thread opens it. After that, one thread closes it, releases it or leaves it
-/// behind. Any thread may ask for its state and for what does not change, and may begin a `Call`.
+/// behind. Any thread may read its state and its constant members, and may begin a `Call`.
 class DevMgrDevice : public RCBase<LkCounter<long>>
 {
 public:
@@ -52,15 +52,16 @@ public:
     LiString const &getName() const { return _name; }
     State getState() const;
     bool isOpening() const { return getState() == OPENING; }
-    /// Returns what the opening has thrown; null if it has not failed.
+    /// Returns the exception of the opening, or null if the opening has not failed.
     std::exception_ptr getOpenFailure() const;
-    /// Returns what the closing has thrown. Must be called in the states `CLOSED` and `UNCLOSED`
+    /// Returns the exception of the closing. Must be called in the states `CLOSED` and `UNCLOSED`
     /// only.
     std::exception_ptr const &getCloseFailure() const { return _closeFailure; }
     /// Returns how long `performClose` took. Must be called in the state `CLOSED` only.
     double getSecondsToClose() const { return _secondsToClose; }
 
-    /// Calls `performOpen` if the device has an access protocol. Throws what that throws.
+    /// Calls `performOpen` if the device has an access protocol. Throws the exceptions of
+    /// `performOpen`.
     void open();
     /// Records that the device stays unopened, and the reason.
     void failToOpen(std::exception_ptr const &failure);
@@ -78,23 +79,24 @@ public:
         DevMgrDevice &_device;
     };
 
-    /// Calls `performClose` if the device is open. Throws what that throws. If there is a `Call`,
-    /// the end of the call closes the device instead.
+    /// Calls `performClose` if the device is open. Throws the exceptions of `performClose`. If
+    /// there is a `Call`, the end of the last call closes the device instead.
     void close();
     /// If the device is open, starts a thread that calls `performClose`. Never throws and never
-    /// blocks: what the system refuses is the failure of the closing. Does nothing while there is a
-    /// `Call`, whose end posts the progress.
+    /// blocks. If the system refuses the thread, its exception is the failure of the closing. While
+    /// there is a `Call`, only records that the closing is due. The end of the last call then posts
+    /// the progress.
     void startToClose();
-    /// Returns true if `performClose` has returned, or will not be called.
+    /// Returns true if `performClose` has returned or thrown, or if it will not be called.
     bool hasClosed() const;
     /// Waits for the end of the thread that `startToClose` has started. Must be called in the state
     /// `CLOSED` only.
     void endClosing();
     /// Keeps the device and the thread that closes it until the process ends. If there is a `Call`,
-    /// the end of the call still closes the device.
+    /// the end of the last call still closes the device.
     void leaveBehind();
-    /// Releases the device. If the end of a `Call` has to close it, it is released with this
-    /// object. Throws what the device's destructor throws.
+    /// Releases the device. If the end of a `Call` has to close the device, the device is released
+    /// with this object instead. Throws the exceptions of the device's destructor.
     void release();
 
 protected:
@@ -103,8 +105,8 @@ protected:
 private:
     class Closer;
 
-    /// Returns false if the device is not open, or if there is a `Call`. `isLeftToCall` says that
-    /// the end of the call then has to close the device.
+    /// Enters the state `CLOSING`. Returns false if the device is not open, or if there is a
+    /// `Call`. If `isLeftToCall` is true, the end of the last call then closes the device.
     bool beginClosing(bool isLeftToCall);
     void startCloser();
     void endCall();
@@ -115,8 +117,8 @@ private:
     RCShdPtr<DevMDPrtcl> _prtcl;
     RCShdPtr<DevMDAccessPrtcl> _access;
     RCShdPtr<DevMgrProgress> const _progress;
-    State _state = OPENING; // written after everything else
-    LkLock _callLock;       // a leaf. Held to leave the state OPEN
+    State _state = OPENING; // written last, so that its reader sees the failures
+    LkLock _callLock;       // a leaf. Held while the state OPEN is left
     unsigned _nbCalls ZV_GUARDED_BY(_callLock) = 0;
     bool _isClosingAwaited ZV_GUARDED_BY(_callLock) = false;
     bool _isLeftToCall ZV_GUARDED_BY(_callLock) = false;

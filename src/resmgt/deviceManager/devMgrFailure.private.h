@@ -5,7 +5,7 @@
 
 namespace Zv {
 
-/// A request that can describe what it was doing when it has thrown. The caller adds the exception.
+/// A request that can describe what it was doing when it threw. The caller adds the exception.
 class DevMgrFailureSource
 {
 public:

@@ -8,7 +8,8 @@
 
 namespace Zv {
 
-/// The list of such objects. It lets leak checkers find them.
+/// List of the objects that are kept until the process ends. Leak checkers find the objects through
+/// it.
 class DevMgrLeftBehind
 {
 public:

@@ -26,8 +26,8 @@ double now()
     return Sleeper::getInstance().getTime();
 }
 
-/// Waits until a condition holds that changes with the devices. Returns false if the time is over
-/// before.
+/// Waits until the condition holds. Checks it each time that the state of a device has changed.
+/// Returns false if it does not hold at the moment `end`.
 template <class Condition>
 bool waitUntil(DevMgrProgress &progress, double end, Condition condition)
 {
@@ -37,13 +37,14 @@ bool waitUntil(DevMgrProgress &progress, double end, Condition condition)
     return true;
 }
 
-/// Closes the devices, one after the other. One that does not close in its share of the time keeps
-/// the next one waiting no longer, but has what is left of the time when all others had their turn.
+/// Closes the devices one after the other. If a device does not close within its share of the time,
+/// the next one has its turn. After the last turn, the devices that are still open have the rest of
+/// the time together.
 void closeInTurn(Vector<RCShdPtr<DevMgrDevice>> const &devices, DevMgrProgress &progress,
                  double end)
 {
     auto const tryToClose = [](DevMgrDevice &device) {
-        device.startToClose(); // also a device that has been opened only now
+        device.startToClose(); // it may have been opened only now
         return device.hasClosed();
     };
     for (std::size_t i = 0; i < devices.size(); ++i) {
@@ -58,7 +59,8 @@ void closeInTurn(Vector<RCShdPtr<DevMgrDevice>> const &devices, DevMgrProgress &
     });
 }
 
-/// Destroys a device that was closed, and leaves any other behind. Returns what became of it.
+/// Releases a device that was closed or was never open, and leaves any other behind. Returns the
+/// device's line of the report.
 DevMgrCloseReport::Device finish(DevMgrDevice &device, DevMgrDevice::State state)
 {
     using End = DevMgrCloseReport::End;
@@ -108,8 +110,8 @@ DevMgrMediator::~DevMgrMediator() noexcept(false)
 {
     bool const isDestroyedOnDevMgrANO = _thread->isCurrentThread();
     if (isDestroyedOnDevMgrANO) {
-        // The thread cannot wait for its own end, nor for devices that may wait for it: they are
-        // left behind.
+        // This thread cannot wait for its own end, nor for devices that may wait for it. The thread
+        // and the devices are left behind.
         static_cast<void>(_thread.release());
         for (auto const &device : _devices)
             DevMgrLeftBehind::keep(device);
@@ -145,11 +147,11 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
         report.devices.reserve(devices.size());
         Interlocked::storeRelease(_isClosed, true);
     }
-    // The thread ends first. Then it calls no observer and no sequence, and no device waits for
-    // room in its queue.
+    // The thread must end first. After that, no observer and no sequence is called, and no device
+    // waits for room in the queue.
     try {
         report.isThreadLeftBehind = !_thread->end(seconds / 2);
-    } catch (...) { // nothing has been done
+    } catch (...) { // `end` has had no effect
         Interlocked::storeRelease(_isClosed, false);
         throw;
     }
@@ -255,7 +257,7 @@ auto DevMgrMediator::get(LiString const &name) const -> Entry
 {
     Entry entry = find(name);
     if (entry.device.isNull()) {
-        expectNotClosed(); // there was one
+        expectNotClosed(); // if it was closed, that has removed the device
         ZV_THROW(DevMgrEx::NameNotFound);
     }
     return entry;
@@ -274,7 +276,7 @@ void DevMgrMediator::add(LiString const &name, Entry const &entry)
     }
 }
 
-/// A device that was opened is the newest one, also if it has had others opened meanwhile.
+/// Makes an opened device the newest one. Its opening may have opened other devices.
 void DevMgrMediator::moveToEnd(RCShdPtr<DevMgrDevice> const &device)
 {
     LkGuard const guard(_prtclMapLock);

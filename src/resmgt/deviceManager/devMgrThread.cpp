@@ -18,7 +18,7 @@ namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
-/// Executes one entry of the queue after the other until it is told to stop.
+/// Executes the requests of the queue, one after the other, until it is told to stop.
 class ANOThreadProtocol : public MtThreadProtocol
 {
 public:
@@ -26,7 +26,7 @@ public:
         : _fifo(fifo), _handlerLock("DevMgr failure handler")
     {}
 
-    /// An object lives on until the next one has arrived.
+    /// Destroys a request only when the next one has arrived.
     void performExecute(MtThread *) override
     {
         ObjPtr<DevANO> ano;
@@ -43,14 +43,14 @@ public:
             attempt(nullptr, [this] { _fifo->close(); });
     }
 
-    /// From now on the thread closes the queue when it ends.
+    /// Makes the thread close the queue when it ends.
     void leaveBehind() { Interlocked::storeRelease(_isLeftBehind, true); }
 
     void performStop(MtThread *) override { Interlocked::storeRelease(_stop, true); }
 
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler)
     {
-        // The former one ends with the argument, without the lock.
+        // The former handler is destroyed with the argument, without the lock.
         LkGuard const guard(_handlerLock);
         handler.swap(_handler);
     }
@@ -62,7 +62,7 @@ private:
         try {
             action();
         } catch (...) {
-            if (!std::current_exception()) // the thread is being ended from outside
+            if (!std::current_exception()) // the system cancels this thread
                 throw;
             DevMgrFailure const failure = describe(ano);
             RCShdPtr<DevMgrFailureHandler> const handler = getHandler();
@@ -72,7 +72,7 @@ private:
         }
     }
 
-    /// What has been caught, written to the trace.
+    /// Returns a description of the caught exception, and writes it to the trace.
     static DevMgrFailure describe(DevANO const *ano) noexcept
     {
         DevMgrFailure failure;
@@ -81,13 +81,13 @@ private:
             if (auto const * const source = dynamic_cast<DevMgrFailureSource const *>(ano))
                 failure = source->getFailure();
         } catch (...) {
-            // There is no memory to say more.
+            // There is no memory for a description.
         }
         failure.exception = exception;
         try {
             ZV_TRACE(*Trace::MainTraceLevel, "Unhandled exception on \"DevMgr ANO\". " << failure);
         } catch (...) {
-            // Nor for the line.
+            // There is no memory for the line.
         }
         return failure;
     }
@@ -107,7 +107,8 @@ private:
 
 namespace {
 
-/// Stops the thread where everything queued before has been executed.
+/// Blocks the manager's thread when it has executed all requests that were queued before, until the
+/// closing thread has stopped it.
 class SynchronizedCloseANO : public DevANO
 {
 public:
@@ -120,11 +121,11 @@ public:
         _wait.wait();
     }
 
-    /// There is one for each closing.
+    /// Must not be called. Each closing has a request of its own.
     virtual ObjPtrRet<DevANO> clone() const { ZV_ABORT_PROGRAM(); }
 
     DevReceiverWait &getWait() { return _wait; }
-    /// Is posted when the thread has come here.
+    /// Returns the semaphore that is posted when the thread executes this request.
     LkSema &getArrival() { return _hasArrived; }
 
 private:
@@ -150,7 +151,7 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo)
     try {
         _thread->start();
     } catch (...) {
-        // What has failed may have come after the thread's beginning.
+        // `start` may throw after the thread has begun to run.
         if (_thread->isRunning())
             end();
         throw;
@@ -181,10 +182,10 @@ bool DevMgrThread::end(double seconds)
         } else {
             _executor->leaveBehind();
             _thread->stop();
-            _closer->post(); // for a thread that comes there late
+            _closer->post(); // for a thread that executes `_close` late
             _fifo->leaveBehind(_last);
         }
-    } catch (...) { // of an ANO that was destroyed
+    } catch (...) { // thrown by the destructor of a request
         traceCaught(__FILE__, __LINE__);
     }
     return hasArrived;
@@ -210,7 +211,7 @@ void DevMgrThread::finish()
     _fifo->close();
 }
 
-/// The queue may be full, and the thread may hang and never make room.
+/// Queues `_close` even if the queue is full, because a thread that hangs never makes room.
 void DevMgrThread::sendClose()
 {
     DevANOQueueEntry entry(_close);

@@ -13,9 +13,9 @@ namespace Zv {
 
 class ANOThreadProtocol;
 
-/// Runs the thread that executes what arrives in a manager's queue, from its constructor to its
-/// destructor. The thread executes everything that was queued before the destructor, and destroys
-/// later requests without executing them. After `end` the destructor does nothing.
+/// Runs the thread that executes the requests of a manager's queue, from its constructor to its
+/// destructor. The destructor waits until the thread has executed all requests that were queued
+/// before, and destroys later ones without executing them. After `end` the destructor does nothing.
 class DevMgrThread
 {
 public:
@@ -25,10 +25,10 @@ public:
     DevMgrThread(DevMgrThread const &) = delete;
     DevMgrThread &operator=(DevMgrThread const &) = delete;
 
-    /// Does what the destructor does, but waits for the thread no longer than that many seconds. If
-    /// the thread has not executed everything by then, leaves it behind and returns false. The
-    /// thread ends when what it executes returns. Must be called once. If it throws, it has done
-    /// nothing. It throws only if the system is out of memory.
+    /// Does what the destructor does, but waits for the thread no longer than `seconds`. If the
+    /// thread has not executed all requests by then, leaves the thread behind and returns false.
+    /// The thread then ends when its present request returns. Must be called once at most. Throws
+    /// only if the system is out of memory, and has no effect then.
     [[nodiscard]] bool end(double seconds);
     bool isCurrentThread() const;
     /// Sets the handler, see `DevMgr::setFailureHandler`.
@@ -42,12 +42,12 @@ private:
     RCShdPtr<DevMgrFifo> _fifo;
     ObjPtr<MtThread> _thread;
     ObjPtr<PriorityRelation> _relation;
-    ObjPtr<MtThreadProtocol> _protocol; // until the thread has it
-    ANOThreadProtocol *_executor;       // the same, for as long as the thread object lives
-    ObjPtr<DevANO> _close; // made in the constructor, so that the thread can always be ended
-    DevANO const *_last;   // the same, also when it is queued
+    ObjPtr<MtThreadProtocol> _protocol; // null when the thread has it
+    ANOThreadProtocol *_executor;       // the thread's protocol, valid as long as `_thread`
+    ObjPtr<DevANO> _close; // made in the constructor, so that ending needs no memory for it
+    DevANO const *_last;   // the object of `_close`, also when that is queued
     ObjPtr<DevSenderWait> _closer;
-    LkSema *_hasArrived = nullptr; // of `_close`
+    LkSema *_hasArrived = nullptr; // the arrival semaphore of `_close`
     enum
     {
         NOT_ENDED,

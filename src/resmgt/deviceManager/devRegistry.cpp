@@ -6,8 +6,7 @@
 
 namespace Zv {
 
-/// Owns its entries, but does not outlive the process's need of them: what is still in it is left
-/// alone.
+/// Owns its entries. Those that are still registered when the process ends are not destroyed.
 class DevRegistryImp : public DevRegistry, private HashMap<LiString, DevRegistryEntry *>
 {
 public:

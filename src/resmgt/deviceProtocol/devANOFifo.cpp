@@ -95,8 +95,8 @@ bool DevANOFifo::tryConsume(DevANOQueueEntry &entry)
     return timedConsume(entry, 0.0);
 }
 
-// The time begins anew after a request that is destroyed here, because the last one is on its way
-// then.
+// The time-out starts again after each request that is destroyed here, because the last request
+// arrives soon then.
 bool DevANOFifo::timedConsume(DevANOQueueEntry &entry, double seconds)
 {
     for (;;) {
@@ -152,7 +152,7 @@ bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
             _last = nullptr;
         return true;
     }
-    // A failure is kept for `close`: failures on this thread are no longer handled.
+    // A failure is kept for `close`, because failures on this thread are no longer handled.
     FirstFailure failure(_failure);
     failure.attempt([&entry] { entry = DevANOQueueEntry(); });
     _failure = failure.get();
@@ -165,8 +165,9 @@ void DevANOFifo::setCondition(Condition condition)
     Interlocked::storeRelease(_condition, condition);
 }
 
-// Called when the entry is queued. Both sides have held the queue's lock by then, so either the
-// closing thread finds the entry or the thread that has queued it too late finds the queue closed.
+// Called when the entry has been queued. The closing thread and the queueing thread have both held
+// the queue's lock by then. So either the closing thread finds the entry, or the queueing thread
+// finds the queue closed.
 void DevANOFifo::discardIfClosed()
 {
     Condition const condition = Interlocked::loadAcquire(_condition);
@@ -177,8 +178,8 @@ void DevANOFifo::discardIfClosed()
     failure.rethrow();
 }
 
-// The last ANO goes back to the end for a thread that may come for it. What was behind it has its
-// turn before it comes again.
+// Puts the last ANO back to the end of the queue, for the thread that was left behind. When that
+// ANO has been taken out twice, all requests that were behind it have been destroyed.
 void DevANOFifo::discardWhile(Condition condition, FirstFailure &failure)
 {
     for (int nbTimesSeen = 0; nbTimesSeen < 2;) {

@@ -2,8 +2,8 @@
 
 namespace Zv {
 
-// The key functions. They give each face one place for its type information, which casts between
-// libraries need.
+// The destructors are defined here, so that the type information of each interface exists once.
+// Casts between libraries need that.
 
 DevMDPrtcl::~DevMDPrtcl() = default;
 

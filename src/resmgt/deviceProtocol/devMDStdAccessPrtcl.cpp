@@ -130,8 +130,8 @@ std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last, Send
     last->setBaseACO(aco);
     std::exception_ptr const sendFailure = ((*_fifo).*send)(last);
 
-    // The device's thread must be released in any case: it waits on an object that this thread
-    // destroys.
+    // The device's thread must be released in any case, because it waits on an object that this
+    // thread destroys.
     struct Release
     {
         DevSenderWait &sender;
@@ -152,7 +152,7 @@ void DevMDStdAccessPrtcl::endThread(ObjPtr<DevMDStdANO> last, Send send)
         std::rethrow_exception(failure);
 }
 
-// The thread cannot wait for its own end, so it is not joined.
+// The calling thread is the device's thread. It cannot wait for its own end, so it is not joined.
 void DevMDStdAccessPrtcl::abandonThread()
 {
     MtThread * const thread = _thread.release();
@@ -164,10 +164,10 @@ void DevMDStdAccessPrtcl::rollBackOpen()
 {
     try {
         if (_thread.isNull() || !_thread->isRunning())
-            _fifo->close(); // releases the threads that wait for the device
+            _fifo->close(); // releases the threads that wait for a request
         else
             endThread(makeANO([] {}), &DevANOFifo::send);
-    } catch (...) { // the caller throws the failure of the opening, which says more
+    } catch (...) { // the caller rethrows the failure of the opening
     }
     if (!_thread.isNull() && _thread->isRunning())
         return; // the destructor tries again

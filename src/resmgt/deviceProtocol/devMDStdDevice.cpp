@@ -4,7 +4,7 @@
 
 namespace Zv {
 
-/// A completion that the device has detached, and that can still be told that its step has failed.
+/// A completion that the device has detached. It can still be told that its step has failed.
 class DevMDStdDevice::TakenCompletion final : public RCBase<LkCounter<long>>
 {
 public:
@@ -16,7 +16,8 @@ private:
     ObjPtr<DevFailableACO> _aco;
 };
 
-// If the device has detached the completion, the request does not have it when the step fails.
+// If the device has detached the completion, the request cannot tell it that the step has failed.
+// So this step does.
 template <class Step>
 ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
 {
@@ -43,7 +44,7 @@ ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
     });
 }
 
-// A step that throws is finished as well. A report after it has no effect.
+// A step that throws has finished, too. Reports after it have no effect.
 template <class Step>
 ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeLastStep(Step step)
 {
@@ -191,8 +192,8 @@ ObjPtrRet<DevACO> DevMDStdDevice::takeCompletion()
     return makeACO([taken = _taken] { taken->get().performExecute(); });
 }
 
-// The state machine of a device that has ended accepts no report: the second one would end the
-// process.
+// The machine of a device that has ended accepts no report. A second report would be an unhandled
+// exception on the manager's thread.
 void DevMDStdDevice::endReports()
 {
     if (_isTaken)

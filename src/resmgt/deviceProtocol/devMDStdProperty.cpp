@@ -58,7 +58,7 @@ void DevMDStdPropertyObserver::notifyUnread()
     try {
         notify(DevMDPropertyAEO::ALL_EVENTS);
     } catch (...) {
-        setRead(); // the observer does not know
+        setRead(); // the observer was not told
         throw;
     }
 }
@@ -97,7 +97,7 @@ void DevMDStdPropertyGetACO::performExecute()
     post();
 }
 
-// The observer is set to read even if there was no value. The reader must be released in any case.
+// The value counts as read even if there was none. The reader must be released in any case.
 void DevMDStdPropertyGetACO::post()
 {
     struct Post

@@ -57,7 +57,8 @@ DevMDStdLoopThreadProtocol::DevMDStdLoopThreadProtocol(RCShdPtr<DevMDStdFifo> co
 
 DevMDStdLoopThreadProtocol::~DevMDStdLoopThreadProtocol() = default;
 
-// There is no `catch (...)`: the exception with which the system cancels a thread must pass.
+// There is no `catch (...)`, because the exception with which the system cancels a thread must
+// pass.
 template <class Action>
 void DevMDStdLoopThreadProtocol::attempt(Action action)
 {

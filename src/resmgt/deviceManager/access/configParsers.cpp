@@ -41,7 +41,7 @@ bool ConfigTokens::isColonNext() const
 LiString ConfigTokens::take()
 {
     LiString const &token = _tokens[_next++];
-    _echo += token.getChars(); // up to a zero byte, which would end the report as well
+    _echo += token.getChars(); // up to a zero byte, which ends the report, too
     _echo += ' ';
     return token;
 }
@@ -118,7 +118,8 @@ SeqConfigParser::SeqConfigParser(LiString const &config) : _config(config)
         fail();
 }
 
-/// A name that the end of the string cuts off is dropped.
+/// Splits the string into names and brackets. A name is dropped if the string ends directly after
+/// it.
 Vector<LiString> SeqConfigParser::tokenise(LiString const &config)
 {
     Vector<LiString> tokens;

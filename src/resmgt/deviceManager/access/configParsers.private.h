@@ -22,7 +22,7 @@ public:
     /// Returns the next token without accepting it, or null if there is none.
     LiString const *peek() const { return isEmpty() ? nullptr : &_tokens[_next]; }
     bool isColonNext() const;
-    /// Accepts the next token and returns it. There must be one.
+    /// Accepts the next token and returns it. There must be a next token.
     LiString take();
 
     /// Returns the text of an error: all that was accepted, then the message in brackets.
@@ -44,7 +44,7 @@ public:
 
     LiString const &getDeviceName() const { return _deviceName; }
     LiString const &getPropertyName() const { return _propertyName; }
-    /// Returns the sets from the device's root inwards.
+    /// Returns the names of the sets, the outermost first.
     Vector<LiString> const &getSetNames() const { return _setNames; }
 
 private:
@@ -64,7 +64,7 @@ private:
 class SeqConfigParser
 {
 public:
-    /// A parent and a child. The parent of the root is the empty string.
+    /// The names of a parent and its child. The name of the root's parent is empty.
     using Edge = Vector<LiString>;
 
     explicit SeqConfigParser(LiString const &config);
@@ -110,7 +110,7 @@ public:
 
     explicit StreamConfigParser(LiString const &config);
 
-    /// Returns the empty string if the stream was registered without device.
+    /// Returns the empty string if the stream was registered without a device.
     LiString const &getSourceDevice() const { return _sourceDevice; }
     LiString const &getSourceStream() const { return _sourceStream; }
     LiString const &getSinkDevice() const { return _sinkDevice; }

@@ -13,7 +13,7 @@ namespace Zv {
 
 namespace {
 
-/// The element of a range that bears the name.
+/// Returns the element of that name. Throws `DevMgrEx::NameNotRegistered` if there is none.
 template <class Iter>
 auto findByName(Iter iter, Iter const &end, LiString const &name)
 {
@@ -32,7 +32,7 @@ public:
 
     ~DevMgrPropertyAccImp() noexcept(false) override
     {
-        // That thread may hang in one of the observers, with the engine's lock.
+        // The manager's thread may hang in an observer, and hold the engine's lock.
         if (!_mediator.isNull() && _mediator->isThreadLeftBehind()) {
             DevMgrLeftBehind::keep(_observerEng);
             return;

@@ -14,7 +14,7 @@ namespace Zv {
 
 namespace {
 
-/// A change on its way to the manager's thread.
+/// Request that tells the observers of a change, on the manager's thread.
 class DevMgrPropertyANO : public DevANO, public DevMgrFailureSource
 {
 public:
@@ -37,8 +37,8 @@ private:
     DevMgrPropertyObserverHint _hint;
 };
 
-/// What an observed property holds. It keeps property and engine alive until the last observer
-/// detaches.
+/// The observer object of a property. It keeps the property and the engine alive until the last
+/// observer detaches.
 class DevMgrPropertyAEO : public DevMDPropertyAEO
 {
 public:
@@ -86,7 +86,7 @@ void DevMgrPropertyObserverEng::attach(RCShdPtr<DevMDPropertyAny> property,
     auto const entry = _observerMap.try_emplace(uuid, Observed{property, {observer}}).first;
     try {
         property->setObserverAEO(aeo);
-    } catch (...) { // the next one to come is the first again
+    } catch (...) { // the next observer registers the engine again
         _observerMap.erase(entry);
         throw;
     }
@@ -101,7 +101,8 @@ void DevMgrPropertyObserverEng::detach(RCShdPtr<DevMDPropertyAny> property,
         return;
     entry->second.observers.erase(observer);
     if (entry->second.observers.empty()) {
-        // First of all: if the property cannot let go, the next observer begins anew.
+        // Erase the entry first. If `setObserverAEO` throws, the next observer registers the engine
+        // again.
         _observerMap.erase(entry);
         property->setObserverAEO(nullptr);
     }
@@ -109,7 +110,7 @@ void DevMgrPropertyObserverEng::detach(RCShdPtr<DevMDPropertyAny> property,
 
 void DevMgrPropertyObserverEng::detachAll()
 {
-    HashMap<LiUuid, Observed> detached; // without the lock: properties and observers may end here
+    HashMap<LiUuid, Observed> detached; // destroys properties and observers without the lock
     {
         LkGuard const guard(_lock);
         detached.swap(_observerMap);
@@ -133,7 +134,7 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint)
     Observers called;
     FirstFailure failure;
     failure.attempt([&] { update(hint, called); });
-    // Without the lock: observers that have detached themselves end here.
+    // Observers that were detached meanwhile are destroyed here, without the lock.
     releaseEach(called, failure);
     failure.rethrow();
 }
@@ -155,7 +156,7 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint, O
                 try {
                     observer->update(hint);
                 } catch (...) {
-                    traceCaught(__FILE__, __LINE__); // only the first one passes
+                    traceCaught(__FILE__, __LINE__); // only the first exception is rethrown
                     throw;
                 }
             });

@@ -1,4 +1,4 @@
-// The observers of one property access, and their notifications.
+// Observers of one property access, and their notifications.
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
@@ -17,8 +17,8 @@ class DevMgrMediator;
 class DevMgrPropertyObserverEng : public RCBase<LkCounter<long>>
 {
 public:
-    /// Does not own the mediator, because the mediator's devices have the properties that own this
-    /// engine. `detachAll` must be called before the mediator is destroyed.
+    /// Does not own the mediator, because the devices of the mediator own the properties, and these
+    /// own this engine. `detachAll` must be called before the mediator is destroyed.
     explicit DevMgrPropertyObserverEng(DevMgrMediator &mediator);
 
     virtual void attach(RCShdPtr<DevMDPropertyAny> property,
@@ -27,8 +27,8 @@ public:
                         RCShdPtr<DevMgrPropertyObserver> observer);
     void detachAll();
 
-    /// Calls the property's observers, under the lock, in the order of their addresses. Throws the
-    /// first exception of an observer when all have been called.
+    /// Calls the property's observers, under the lock, in the order of their addresses. When all
+    /// have been called, rethrows the first exception of an observer.
     void update(DevMgrPropertyObserverHint const &hint);
     /// Returns true if the calling thread is in `update`. Blocks while another thread is.
     bool isUpdating() const;

@@ -14,7 +14,8 @@ namespace {
 
 using Members = Vector<DevSeqSupervision::Member>;
 
-/// The devices of the string, created and open. A parent comes before its children in the string.
+/// Creates and opens the devices of the string. Returns them in its order, in which a parent
+/// precedes its children.
 Members openMembers(DevMgrMediator &mediator, LiString const &config)
 {
     LkGuard const guard(mediator.getLock());
@@ -36,7 +37,7 @@ Members openMembers(DevMgrMediator &mediator, LiString const &config)
         auto const prtcl = rcDynamicCast<DevMDSyncSeqPrtcl>(mediator.getPrtcl(name));
         if (prtcl.isNull())
             ZV_THROW(DevMgrEx::BadMDPrtclImp);
-        if (auto const failure = mediator.getOpenFailure(name)) // of an earlier attempt
+        if (auto const failure = mediator.getOpenFailure(name)) // of an earlier opening
             std::rethrow_exception(failure);
         members.push_back({name, prtcl, mediator.getDevice(name), parents[i]});
     }

@@ -21,7 +21,8 @@ LiString withoutSpace(LiString const &text)
     return result;
 }
 
-/// The stream by the face that a verb needs. Never null.
+/// Returns the stream by the interface that the verb needs. Throws `DevMgrEx::BadMDPrtclImp` if the
+/// stream does not have it.
 template <class Face>
 RCShdPtr<Face> as(RCShdPtr<DevMDStream> const &stream)
 {
@@ -131,7 +132,8 @@ private:
         ZV_THROW(DevMgrEx::NameNotFound);
     }
 
-    /// The passive end starts first, so that it can take what the active end delivers at once.
+    /// Connects the two ends and starts them. The passive end starts first, because the active end
+    /// may call it at once.
     template <class Active, class Passive>
     void join(RCShdPtr<Active> const &active, RCShdPtr<Passive> const &passive)
     {
@@ -142,8 +144,8 @@ private:
 
     void startStream(RCShdPtr<DevMDStream> const &stream)
     {
-        List<RCShdPtr<DevMDStream>> started{
-            stream}; // a stream that runs does not want for memory to be stopped
+        // Allocated first, so that recording a running stream needs no memory.
+        List<RCShdPtr<DevMDStream>> started{stream};
         stream->start();
         _started.splice(_started.begin(), started);
     }

@@ -18,8 +18,8 @@ namespace Zv {
 
 namespace {
 
-/// A thread that hangs in an operation, because of a device, has references of its own to what it
-/// uses: the manager may be closed, and the object destroyed, meanwhile.
+/// Each operation that calls devices has its own references to what it uses. So the manager may be
+/// closed, and this object destroyed, while a thread hangs in a device.
 class DevMgrSyncSeqAccImp : public DevMgrSyncSeqAcc
 {
 public:
@@ -32,13 +32,12 @@ public:
     ~DevMgrSyncSeqAccImp() noexcept(false) override
     {
         _tree->releaseWaiters();
-        // That thread may hang in this tree, with the tree's lock.
+        // The manager's thread may hang in this tree, and hold the tree's lock.
         if (!_mediator.isNull() && _mediator->isThreadLeftBehind())
             DevMgrLeftBehind::keep(_tree);
         bool const isDestroyedByItsOwnCallback = _tree->isDelivering();
         if (isDestroyedByItsOwnCallback) {
-            // The delivery goes on when the callback returns: it needs the tree, and the tree's
-            // devices stay open.
+            // The delivery goes on when the callback returns. It needs the tree and open devices.
             DevMgrLeftBehind::keep(_tree);
             DevMgrLeftBehind::keep(_mediator);
         }
@@ -75,7 +74,7 @@ public:
     void wait() override
     {
         if (_mediator->isClosed())
-            _tree->releaseWaiters(); // no device reports its end from now on
+            _tree->releaseWaiters(); // a closed manager delivers no reports
         _tree->wait();
     }
     LiString getState(LiString const &name) override
@@ -93,7 +92,7 @@ private:
     void deliver(std::int32_t event)
     {
         _mediator->expectNotClosed();
-        RCShdPtr<DevSeqTree> const tree = _tree; // outlives a device that hangs in the call
+        RCShdPtr<DevSeqTree> const tree = _tree; // needed until the call returns
         tree->processEvent(event);
     }
 
@@ -118,7 +117,7 @@ private:
 
     void buildTree(Vector<Vector<LiString>> const &edges)
     {
-        LkGuard const guard(_tree->getLock()); // others see the whole tree or none
+        LkGuard const guard(_tree->getLock()); // other threads see the whole tree or none
         LiString const null;
         auto iter = edges.begin();
         ZV_ASSERT((*iter)[0] == null);
@@ -127,7 +126,7 @@ private:
             _tree->attach(findNode((*iter)[0]), findNode((*iter)[1]));
     }
 
-    /// Null for a name without node: the root has no sibling.
+    /// Returns null if no node has that name, for example for the parent of a second root.
     RCShdPtr<DevSeqTreeNode> findNode(LiString const &name) const
     {
         auto const entry = _seqTreeNodeMap.find(name);

@@ -28,7 +28,7 @@ bool waitsForParent(Device const &device)
            device.state == Record::WML_STATE;
 }
 
-/// The event that a report is for the device's machine.
+/// Returns the event that passes a report to the device's machine.
 std::int32_t toEvent(Device const &device, Record::Report report)
 {
     if (report == Record::WANTS_ABORT)
@@ -114,14 +114,14 @@ bool DevSeqPlan::getNextReport(Task &task)
     return false;
 }
 
-/// Returns whether the report makes a task.
+/// Returns true if the report leads to a task.
 bool DevSeqPlan::takeReport(std::size_t number, Record::Report report, Task &task)
 {
     Device const &device = getDevice(number);
     if (report == Record::WANTS_RECOVERY)
         return takeRecovery(number, task);
     if (report == Record::COMPLETED && (device.hasFailed || !device.isAnswered))
-        return false; // of a step that no machine waits for now
+        return false; // no machine waits for this completion now
     std::int32_t const event = toEvent(device, report);
     if (!device.isRunning() || !DevSeqSMTable::getInstance().isLegal(device.state, event)) {
         _record.refuse(number, report);
@@ -157,7 +157,7 @@ bool DevSeqPlan::getNextDeferred(Task &task)
         Device const &device = getDevice(i);
         if (!_nodes[i].isRecoveryDeferred)
             continue;
-        // Its parent may have taken it along meanwhile.
+        // The device may have recovered with its parent meanwhile.
         bool const isObsolete = !device.isLive() || !device.isLocked();
         if (!isObsolete && !_isStopDelivered && !isSubtreeLocked(i))
             continue;
@@ -169,8 +169,8 @@ bool DevSeqPlan::getNextDeferred(Task &task)
     return false;
 }
 
-/// The stop is delivered when each live device is in lock. So no event of the stop meets another
-/// state. A device that is lost cannot pass the stop on. That is done for it.
+/// Delivers the stop when each live device is in lock, so that no event of the stop meets another
+/// state. A lost device cannot pass the stop on, so the plan does that.
 bool DevSeqPlan::getNextOfStop(Task &task)
 {
     if (_record.getPhase() != Record::Phase::STOPPING)
@@ -199,7 +199,7 @@ bool DevSeqPlan::getNextOfLostParent(Task &task)
     return false;
 }
 
-/// A lost device counts for its parent as stopped when nothing in its subtree runs.
+/// For its parent, a lost device counts as stopped when nothing in its subtree runs.
 bool DevSeqPlan::getNextOfLostChild(Task &task)
 {
     for (std::size_t i = 0; i < _nodes.size(); ++i)
@@ -231,9 +231,8 @@ void DevSeqPlan::checkProgress()
         _record.beginAbort();
 }
 
-/// Returns whether a device waits for one that is lost, so that it can never stop. The first loop
-/// looks for devices that wait for their children, the second one for those that wait for their
-/// parents.
+/// Returns true if a device waits for a lost one, so that it can never stop. The first loop finds
+/// devices that wait for their children, the second one those that wait for their parents.
 bool DevSeqPlan::isBlocked()
 {
     for (Node &node : _nodes)
@@ -268,14 +267,14 @@ bool DevSeqPlan::isSubtreeLocked(std::size_t top)
     return true;
 }
 
-/// A device is told to abort when its children have answered, or when its share of the time begins.
+/// A device is told to abort when its children have ended, or when its share of the time begins.
 bool DevSeqPlan::getNextAbort(double &until, Task &task)
 {
     double const now = DevSeqWaiters::now();
     double const begin = _record.getAbortBegin();
     double const share = (_record.getAbortEnd() - begin) / (_nodes[0].height + 1.0);
     for (Node &node : _nodes)
-        node.isMarked = false; // has a child that has not answered
+        node.isMarked = false; // a marked node has a child that has not ended
     for (std::size_t i = _nodes.size(); i-- > 0;) {
         Device const &device = getDevice(i);
         if (device.life != Record::Life::STARTED)

@@ -9,15 +9,15 @@
 
 namespace Zv {
 
-/// Something that the runner of a supervised sequence has to do.
+/// A task of the runner of a supervised sequence.
 struct DevSeqTask
 {
     enum Kind
     {
-        DELIVER,     ///< an event to the device's machine
+        DELIVER,     ///< deliver an event to the device's machine
         CALL_ABORT,  ///< call the device, without its machine
-        TELL,        ///< the observer of a state of the device
-        TELL_FAILURE ///< the same, of a device that has failed
+        TELL,        ///< tell the observer the state of the device
+        TELL_FAILURE ///< tell the observer that the device has failed
     };
 
     Kind kind;
@@ -25,10 +25,10 @@ struct DevSeqTask
     std::int32_t number; // of the event or of the state
 };
 
-/// Chooses the next task by the record and by what the devices have reported.
+/// Chooses the next task of a supervised sequence, from the record and the reports of the devices.
 ///
-/// Before the abort, tasks are events for the machines of the tree. No event is chosen that is
-/// illegal in the state of its machine. If a device has failed or aborted, the plan does for its
+/// Before the abort, tasks are events for the machines of the tree. An event that is illegal in the
+/// state of its machine is never chosen. If a device has failed or aborted, the plan does for its
 /// neighbours what its machine no longer does. In the abort, tasks are calls of `performAbort`.
 ///
 /// **Threads**: one thread at a time, under the sequence's lock.
@@ -39,11 +39,11 @@ public:
 
     /// Adds the next device. The parent of the root is the root.
     void add(std::size_t parent);
-    /// Adds a report to the queue. Needs no memory. Returns false if the same report of the device
-    /// waits there already.
+    /// Adds a report to the queue. Needs no memory. Returns false if this report of the device is
+    /// in the queue already.
     bool addReport(std::size_t device, DevSeqRecord::Report report);
-    /// Returns false if there is nothing to do before the moment `until`, which it may bring
-    /// forward, or before something changes.
+    /// Chooses the next task. Returns false if there is nothing to do until something changes. If
+    /// there will be something to do at a moment before `until`, sets `until` to that moment.
     bool getNext(double &until, DevSeqTask &task);
 
 private:
@@ -51,7 +51,7 @@ private:
     {
         std::size_t parent;
         unsigned height = 0;             // above the lowest device of its subtree
-        unsigned reports = 0;            // those in the queue
+        unsigned reports = 0;            // bits: those in the queue
         bool isRecoveryDeferred = false; // until its subtree has locked
         bool isSettled = false;          // its parent no longer waits for its end
         bool isMarked = false;           // for a walk through the tree

@@ -15,10 +15,9 @@ public:
     ObjPtrRet<DevClonableANO> clone() const override { return makeObj<NullANO>(); }
 };
 
-/// The reports of one kind that a device makes of its own accord. Each is queued for the manager's
-/// thread, also if the queue is full: the calling thread may hold the tree's lock. A device that
-/// reports again and again cannot fill the memory, because a report is dropped if enough of them
-/// wait to be taken.
+/// Queues the reports of one kind that a device makes of its own accord. They are queued even if
+/// the queue is full, because the calling thread may hold the tree's lock. If enough of them wait,
+/// further ones are dropped, so that a device that reports again and again cannot fill the memory.
 class Reports : public RCBase<LkCounter<long>>
 {
 public:
@@ -35,7 +34,7 @@ public:
     }
 
 private:
-    /// A report in the queue. It counts until it is taken out.
+    /// A report in the queue. It counts until it is executed or destroyed.
     class Waiting final : public DevANO
     {
     public:
@@ -67,10 +66,10 @@ private:
     LkCounter<long> _nbWaiting;
 };
 
-/// What a device keeps to report on its own initiative. The report never runs on the device's
-/// thread, which would wait there for the tree's lock while the tree may wait for the device's
-/// queue. Whichever way the device goes, executing it as often as it likes, notifying it, or
-/// sending it to itself, each of them makes one report.
+/// Request that a device keeps, to report of its own accord. The device may execute it any number
+/// of times, notify it, or send it to its own queue. Each of these makes one report. The report
+/// never runs on the device's thread. There it would wait for the tree's lock, while the tree may
+/// wait for the device's queue.
 class ReportANO final : public DevANO
 {
 public:

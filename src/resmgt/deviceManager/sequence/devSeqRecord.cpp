@@ -34,7 +34,7 @@ DevSMTable const &getTable()
     return *DevSeqSMTable::getInstance().getTable();
 }
 
-/// The reason of a failure. Null means that a completion was destroyed.
+/// Returns the text of a failure. A null `failure` stands for a completion that was destroyed.
 LiString describe(std::exception_ptr const &failure)
 {
     if (!failure)
@@ -168,7 +168,7 @@ void DevSeqRecord::shortenLimits(double seconds, double abortSeconds)
     _abortSeconds = std::min(_abortSeconds, abortSeconds);
     if (_phase == Phase::ABORTING) {
         _abortEnd = std::min(_abortEnd, now() + seconds + abortSeconds);
-        _waiters.wakeRunner(); // the turns of the devices come earlier
+        _waiters.wakeRunner(); // the turns of the devices are earlier now
     }
 }
 
@@ -241,7 +241,8 @@ bool DevSeqRecord::answer(std::size_t number, std::uint32_t serial)
     return isOrderly();
 }
 
-// Within a call the exception that follows may say more.
+// If a completion is destroyed within a call, the failure is recorded at the end of the call,
+// because the exception of the call says more.
 void DevSeqRecord::drop(std::size_t number, std::uint32_t serial, std::exception_ptr const &failure)
 {
     if (_phase == Phase::ENDED)

@@ -1,4 +1,4 @@
-// What is known of a supervised sequence and of each of its devices.
+// Record of a supervised sequence and of each of its devices.
 #pragma once
 
 #include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
@@ -15,12 +15,12 @@ namespace Zv {
 
 class DevSeqWaiters;
 
-/// The record of a supervised sequence: its phase, its limits, and of each device the state, the
-/// step in flight and how it has ended. It is told what happens, draws the conclusions, and wakes
-/// the threads that wait for a change. It calls no device and no observer.
+/// The phase and the limits of a supervised sequence, and the state, the present step and the end
+/// of each device. The functions record what happens, draw the conclusions, and wake the threads
+/// that wait for a change. They call no device and no observer.
 ///
-/// Devices have numbers. The root has the number 0, and each other device a larger one than its
-/// parent.
+/// Devices have numbers. The root has the number 0, and each other device has a larger number than
+/// its parent.
 ///
 /// **Threads**: one thread at a time, under the sequence's lock.
 class DevSeqRecord
@@ -37,18 +37,18 @@ public:
         RECOVER,
         STOP,
         ABORT,
-        LATENCY, // the last two are calls without a step
+        LATENCY, // like MARK, a call that is no step
         MARK,
         NB_STEPS
     };
-    /// What a device reports.
+    /// Kinds of reports of a device.
     enum Report : unsigned
     {
         COMPLETED = 1,
         WANTS_RECOVERY = 2,
         WANTS_ABORT = 4
     };
-    /// The machine's numbers of its states, which are in the order of their declaration.
+    /// The numbers of the machine's states, in the order of their declaration.
     enum State : std::int32_t
     {
         INIT_STATE,
@@ -78,17 +78,17 @@ public:
         End end = End::NONE;
         std::int32_t state = INIT_STATE;
         double stateSince = 0;
-        Step step = NO_STEP; // the last one
+        Step step = NO_STEP;
         double stepSince = 0;
-        std::uint32_t serial = 0; // of the step. A completion of another one is late
-        bool isAnswered = true;   // the step
-        bool isDropped = false;   // its completion, within the call
+        std::uint32_t serial = 0; // of the step; a completion of another step is late
+        bool isAnswered = true;
+        bool isDropped = false; // the completion was destroyed within the call
         Step call = NO_STEP;
         double callSince = 0;
         bool hasFailed = false;
         Step failedIn = NO_STEP;
         LiString failure;
-        std::exception_ptr exception; // the same. Null for a completion that was destroyed
+        std::exception_ptr exception; // the failure; null if a completion was destroyed
         DtTime latency;
         std::uint32_t nbRefused = 0;
         double took[NB_STEPS] = {};
@@ -96,9 +96,11 @@ public:
         unsigned tells = 0;
         bool isAbortCalled = false;
 
-        /// Whether the device runs in order, or aborts of its own accord.
+        /// Returns true if the device has started, and has neither ended nor failed. It may be
+        /// aborting of its own accord.
         bool isRunning() const { return life == Life::STARTED && !hasFailed; }
-        /// Whether its machine goes on in order. A device that is not live is lost for the others.
+        /// Returns true if the device's machine takes part in the sequence. The other devices do
+        /// not count on a device that is not live.
         bool isLive() const { return isRunning() && state != ABORT_STATE; }
         bool isLocked() const { return state == LOCK_STATE; }
     };
@@ -106,67 +108,72 @@ public:
     explicit DevSeqRecord(DevSeqWaiters &waiters);
 
     void add(LiString const &name);
-    /// Empties the record of a sequence that has ended.
+    /// Ends the sequence and returns its devices. The record has no devices after that.
     Vector<Device> takeDevices();
 
     std::size_t getNbDevices() const { return _devices.size(); }
     Device const &getDevice(std::size_t number) const { return _devices[number]; }
-    /// Returns how the device has failed.
+    /// Returns a description of the device's failure.
     DevMgrFailure getFailure(std::size_t number) const;
     DevSeqStatus makeStatus() const;
 
-    // The phases, in their order. From `STOPPING` on a sequence goes over to the abort, or to the
-    // end, by itself if its devices leave no other way.
+    // The phases, in their order. A sequence ends by itself when no device runs. While it is
+    // stopping, it begins the abort by itself if its devices can no longer stop.
     Phase getPhase() const { return _phase; }
-    /// Whether the machines of the tree decide which device is called.
+    /// Returns true if the machines of the tree decide which device is called.
     bool isOrderly() const { return _phase == Phase::RUNNING || _phase == Phase::STOPPING; }
     void start();
     void stop();
     void beginAbort();
-    /// Gives up what has not ended.
+    /// Ends the sequence. Gives up the devices that have not ended.
     void finish();
-    /// The failure of the sequence itself. Only the first one counts.
+    /// Records a failure of the sequence itself. Only the first one counts.
     void failAsWhole(std::exception_ptr const &failure);
     bool hasFailedAsWhole() const { return !_failure.isEmpty(); }
-    /// Returns the text of an exception. Needs no memory if there is none.
+    /// Returns the text of an exception. If there is no memory for the text, returns one that was
+    /// made before.
     LiString getReason(std::exception_ptr const &failure) const;
 
-    // The limits: moments of the clock.
+    // The limits. The getters return moments of the clock.
     void shortenLimits(double seconds, double abortSeconds);
     double getStopEnd() const { return _stopEnd; }
     double getAbortBegin() const { return _abortBegin; }
     double getAbortEnd() const { return _abortEnd; }
 
     // Calls of a device.
-    /// Returns the number of the step, for the completion.
+    /// Records that a call begins. Returns the serial number of the device's step, for its
+    /// completion.
     std::uint32_t beginCall(std::size_t number, Step step);
-    /// Of `performAbort`, in the abort.
+    /// Records that the runner calls `performAbort`, in the abort.
     void beginAbortOf(std::size_t number);
     void endCall(std::size_t number, std::exception_ptr const &failure);
 
-    // What a device or its machine tells.
-    /// Returns whether the machine waits for the answer. A late one is refused.
+    // Events of a device or its machine.
+    /// Records the completion of a step. Returns true if the device's machine must be told. A late
+    /// completion is refused.
     bool answer(std::size_t number, std::uint32_t serial);
-    /// A completion has failed, or was destroyed if `failure` is null.
+    /// Records that a completion was told of a failure, or was destroyed if `failure` is null.
     void drop(std::size_t number, std::uint32_t serial, std::exception_ptr const &failure);
     void refuse(std::size_t number, Report report);
-    /// The machine has refused an event that was not the device's.
+    /// Traces an event that the device's machine has refused. The device did not cause it, so it is
+    /// not counted.
     void refuseEvent(std::size_t number, std::int32_t event) const;
-    /// Returns whether the state is one that an observer is told of here.
+    /// Records a new state of the device's machine. Returns true if the caller must tell the
+    /// observer. If the machine has failed, the observer is told by a task instead.
     bool changeState(std::size_t number, std::int32_t state);
     void setLatency(std::size_t number, DtTime const &latency);
 
-    // The devices together.
+    // All devices together.
     bool areLocked() const { return _nbLocked == _devices.size(); }
     bool isAnyStarted() const { return _nbStarted > 0; }
-    /// Whether a device has failed or was told to abort.
+    /// Returns true if a device has failed or was told to abort.
     bool isAnyLost() const { return _isAnyLost; }
-    /// Throws `DevMgrEx::SeqDeviceFailed` if they can no longer lock together.
+    /// Throws `DevMgrEx::SeqDeviceFailed` if the devices can no longer lock together.
     void checkLockable() const;
 
     // What the observer is told without a step of a machine.
     bool hasTells() const { return _nbTells > 0; }
-    /// Returns false if there is nothing to tell.
+    /// Takes the next device and state to tell the observer. Returns false if there is none.
     bool takeTell(std::size_t &number, std::int32_t &state);
     bool isFailedState(std::int32_t state) const { return state == _failedState; }
 
@@ -191,7 +198,7 @@ private:
     Vector<Device> _devices;
     Phase _phase = Phase::IDLE;
     LiString _failure;
-    std::size_t _nbStarted = 0; // whose life is STARTED
+    std::size_t _nbStarted = 0; // devices whose life is STARTED
     std::size_t _nbLocked = 0;
     std::size_t _nbTells = 0;
     bool _isAnyLost = false;

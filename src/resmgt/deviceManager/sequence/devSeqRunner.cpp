@@ -50,7 +50,7 @@ void DevSeqRunnerThread::start(ObjPtr<MtThreadProtocol> body)
     try {
         thread->start();
     } catch (...) {
-        // What has failed may have come after the thread's beginning.
+        // `start` may throw after the thread has begun to run.
         if (!thread->isRunning())
             throw;
         traceCaught(__FILE__, __LINE__);

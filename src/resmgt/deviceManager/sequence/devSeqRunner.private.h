@@ -9,8 +9,8 @@
 namespace Zv {
 
 /// The state of the thread that calls the devices of a supervised sequence, the runner. A runner
-/// that hangs in a device or in the observer is replaced: it is no longer the present one, and does
-/// nothing more when it returns.
+/// that hangs in a device or in the observer is replaced. It is no longer the present runner then,
+/// and does nothing more when its call returns.
 ///
 /// **Threads**: one thread at a time, under the sequence's lock.
 class DevSeqRunner
@@ -18,7 +18,8 @@ class DevSeqRunner
 public:
     /// Makes the runner of this number the present one. Its thread has not begun yet.
     void appoint(unsigned number);
-    /// Records that the calling thread is that runner, if that runner is still the present one.
+    /// Records that the calling thread is the runner of this number, if that is still the present
+    /// one.
     void enter(unsigned number);
     /// Records that there is no runner.
     void dismiss() { _number = 0; }
@@ -53,7 +54,8 @@ private:
 class DevSeqRunnerThread
 {
 public:
-    /// Starts another thread. If there was one, leaves it behind. Changes nothing if it throws.
+    /// Starts another thread. If there was one before, leaves it behind. Has no effect if it
+    /// throws.
     void start(ObjPtr<MtThreadProtocol> body);
     void join();
     /// Keeps the thread and its priority until the process ends.

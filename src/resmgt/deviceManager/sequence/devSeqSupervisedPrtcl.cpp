@@ -9,7 +9,7 @@ namespace {
 
 using Record = DevSeqRecord;
 
-/// Thrown into the machines when they must no longer call devices.
+/// Exception that a machine gets when it must no longer call its device.
 class Abandoned final : public ExBase
 {
 public:
@@ -20,8 +20,8 @@ public:
     Abandoned *clone() const override { return new Abandoned(*this); }
 };
 
-/// What a device keeps to report on its own initiative. Whichever way the device goes, executing it
-/// as often as it likes, notifying it, or sending it to itself, each of them makes one report.
+/// Request that a device keeps, to report of its own accord. The device may execute it any number
+/// of times, notify it, or send it to its own queue. Each of these makes one report.
 class Notification final : public DevANO
 {
 public:

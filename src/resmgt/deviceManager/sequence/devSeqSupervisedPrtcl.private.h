@@ -16,8 +16,8 @@ namespace Zv {
 class DevMgrDevice;
 class DevSeqSupervision;
 
-/// The completion of one step of one device. Only the first event counts: it is run, it is told of
-/// a failure, or it is destroyed.
+/// The completion of one step of one device. It is run, told of a failure, or destroyed. Only the
+/// first of these events counts.
 class DevSeqCompletion final : public DevFailableACO
 {
 public:
@@ -36,8 +36,8 @@ private:
     std::uint32_t _serial = 0;
 };
 
-/// Calls a device on behalf of its machine, and keeps the record. The completions and notifications
-/// that the machine gives are not used. The device gets those of the supervision.
+/// Calls a device on behalf of its machine, and keeps the record. The device gets the completions
+/// and notifications of the supervision. Those that the machine passes are not used.
 class DevSeqSupervisedPrtcl final : public DevMDSyncSeqPrtcl, public DevSeqSMGuard
 {
 public:
@@ -57,16 +57,16 @@ public:
     void refused(std::int32_t event) override;
 
 private:
-    /// A call that begins a step.
+    /// Calls the device for a step, with a new completion.
     template <class Call>
     void perform(DevSeqRecord::Step step, Call call);
     template <class Call>
     void call(DevSeqRecord::Step step, DevSeqCompletion *completion, Call call);
 
-    DevSeqSupervision &_supervision; // which owns the tree
+    DevSeqSupervision &_supervision; // owns the tree, and so this object
     std::size_t _device;
     RCShdPtr<DevMDSyncSeqPrtcl> _prtcl;
-    RCShdPtr<DevMgrDevice> _managed; // the same device
+    RCShdPtr<DevMgrDevice> _managed; // the manager's object for `_prtcl`
 };
 
 } // namespace Zv

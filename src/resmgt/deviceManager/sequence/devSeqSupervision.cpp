@@ -18,7 +18,7 @@ namespace Zv {
 namespace {
 
 constexpr double NEVER = std::numeric_limits<double>::infinity();
-constexpr double LONGEST_LIMIT = 1e9; // some thirty years
+constexpr double LONGEST_LIMIT = 1e9; // about 30 years
 
 double now()
 {
@@ -57,7 +57,7 @@ public:
         : _supervision(&supervision), _number(number)
     {}
 
-    // The thread of a runner that was left behind keeps this object, but not the sequence.
+    // The thread of a runner that was left behind keeps this object. It must not keep the sequence.
     void performExecute(MtThread *) override
     {
         RCShdPtr<DevSeqSupervision> const supervision(std::move(_supervision));
@@ -88,7 +88,7 @@ void DevSeqSupervision::open(Vector<Member> const &members)
     }
 }
 
-// Not in the constructor: completions count on this object.
+// Not in the constructor, because the completions take references to this object.
 void DevSeqSupervision::build(Vector<Member> const &members)
 {
     Guard const guard(_lock);
@@ -228,7 +228,7 @@ DevSeqStatus DevSeqSupervision::getStatus()
 
 void DevSeqSupervision::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 {
-    RCShdPtr<DevSeqObserver> former(observer); // ends without the lock
+    RCShdPtr<DevSeqObserver> former(observer); // destroyed without the lock
     Guard const guard(_lock);
     former.swap(_observer);
 }
@@ -245,7 +245,7 @@ void DevSeqSupervision::checkWaiting(char const *call) const
         ZV_THROW(DevMgrEx::SeqIllegalCall, call, "it would wait for the thread that calls it.");
 }
 
-/// Brings the sequence to its end, within the limits of this caller at the latest.
+/// Ends the sequence, within the limits of this call at the latest.
 void DevSeqSupervision::conclude(char const *call, double seconds, double abortSeconds)
 {
     Guard guard(_lock);
@@ -261,7 +261,7 @@ void DevSeqSupervision::conclude(char const *call, double seconds, double abortS
         try {
             startRunner(number);
         } catch (...) {
-            traceCaught(__FILE__, __LINE__); // tried again while there is time
+            traceCaught(__FILE__, __LINE__); // the loop tries again while there is time
         }
         guard.relock();
         _isReplacing = false;
@@ -417,7 +417,7 @@ void DevSeqSupervision::run(unsigned number)
     }
     try {
         leave();
-    } catch (...) { // a device was destroyed here, because the client had left before
+    } catch (...) { // thrown by the destructor of a device
         traceCaught(__FILE__, __LINE__);
     }
 }
@@ -431,7 +431,7 @@ bool DevSeqSupervision::next(unsigned number, DevSeqTask &task)
         if (_plan.getNext(until, task)) {
             _runner.setBusy();
             if (_record.getPhase() == Phase::ABORTING)
-                _waiters.wakeClients(); // they check whether it hangs
+                _waiters.wakeClients(); // they check whether the runner hangs
             return true;
         }
         _runner.setIdle();

@@ -22,7 +22,7 @@ class DevSeqCompletion;
 
 /// A supervised sequence. Clients and devices only write into the record, under one lock, which is
 /// never held while a device or an observer is called. A thread, the runner, asks the plan for the
-/// next task and carries it out: it delivers events to the tree, and calls devices and the
+/// next task and carries it out. It delivers events to the tree, and calls devices and the
 /// observer.
 ///
 /// Before the abort, the machines of the tree decide which device is called. In the abort they are
@@ -30,10 +30,10 @@ class DevSeqCompletion;
 /// that waits for the abort replaces it. The new runner never touches the tree, whose lock the
 /// former one may never release.
 ///
-/// The limits are kept by the clients that wait. A runner that is late on its way into a call
-/// cannot be told from one that hangs in it. So a device that was given up with a call in its
-/// status may get that call later. Until the call has returned, the device is not closed, and when
-/// it was closed before, the call is not made.
+/// The clients that wait keep the limits. A runner that is about to make a call looks like one that
+/// hangs in the call. So a device may get a call after the status has reported that it was given up
+/// in that call. The device is not closed until such a call has returned. If the device was closed
+/// before, the call is not made.
 ///
 /// Completions and notifications keep the record alive. When the last of the client and the runners
 /// leaves, the tree and the devices are released, so that no cycle remains.
@@ -45,14 +45,14 @@ public:
         LiString name;
         RCShdPtr<DevMDSyncSeqPrtcl> prtcl;
         RCShdPtr<DevMgrDevice> device;
-        std::size_t parent; // its place in the list; that of the root is its own
+        std::size_t parent; // its place in the list; the root is its own parent
     };
 
     DevSeqSupervision();
 
     // For the client.
     /// Builds the tree and starts the runner. Must be called first. The first member is the root,
-    /// and each other comes behind its parent. If it throws, `close` must not be called.
+    /// and a parent precedes its children. If `open` throws, `close` must not be called.
     void open(Vector<Member> const &members);
     /// Ends the sequence. Must be called last.
     void close();
@@ -74,7 +74,7 @@ public:
     // For the tree, on the thread of the runner that delivers.
     /// Returns false if the device must not be called.
     bool beginCall(std::size_t device, DevSeqRecord::Step step, DevSeqCompletion *completion);
-    /// Returns whether the device's machine goes on.
+    /// Returns true if the device's machine must go on.
     bool endCall(std::size_t device, std::exception_ptr const &failure);
     void setLatency(std::size_t device, DtTime const &latency);
     void stateChanged(std::size_t device, std::int32_t state);
@@ -102,8 +102,8 @@ private:
     void startRunner(unsigned number);
     void checkWaiting(char const *call) const ZV_REQUIRES(_lock);
     void conclude(char const *call, double seconds, double abortSeconds);
-    /// Returns the number of the runner that must be started, because the present one hangs, or 0
-    /// at the end.
+    /// Returns 0 when the sequence has ended. Returns the number of the next runner if the present
+    /// one hangs and must be replaced.
     unsigned waitForEnd(Guard const &guard) ZV_REQUIRES(_lock);
     double getReplacement() const ZV_REQUIRES(_lock);
     void traceEnd();
@@ -123,7 +123,7 @@ private:
     DevSeqWaiters _waiters ZV_GUARDED_BY(_lock);
     DevSeqRecord _record ZV_GUARDED_BY(_lock);
     DevSeqPlan _plan ZV_GUARDED_BY(_lock);
-    bool _isEndWanted ZV_GUARDED_BY(_lock) = false; // by a client
+    bool _isEndWanted ZV_GUARDED_BY(_lock) = false;
     bool _isEndTraced ZV_GUARDED_BY(_lock) = false;
     double _endLimit ZV_GUARDED_BY(_lock) = DevMgrSeqSupervisor::DEFAULT_END_LIMIT;
 
@@ -136,11 +136,11 @@ private:
     bool _isReplacing ZV_GUARDED_BY(_lock) = false;
     bool _isClosing ZV_GUARDED_BY(_lock) = false;
     std::size_t _nbUsers ZV_GUARDED_BY(_lock) = 1; // the client and the runners
-    DevSeqRunnerThread _thread;                    // of the client that opens, closes or replaces
+    DevSeqRunnerThread _thread; // used by one client at a time, and not under the lock
 
     // Built before the first runner starts, released when the last user has left.
     Vector<Callee> _callees;
-    RCShdPtr<DevSeqTree> _tree; // the first runner's
+    RCShdPtr<DevSeqTree> _tree; // used by the first runner only
 };
 
 } // namespace Zv

@@ -6,7 +6,7 @@ namespace Zv {
 
 namespace {
 
-/// What the transitions of one node work on.
+/// The objects that the transitions of one node use.
 struct SeqTransBase
 {
     bool isRoot() const { return !util->hasParent(); }
@@ -27,7 +27,7 @@ struct SeqTransBase
     RCShdPtr<DevSeqPrtclUtil> device;
 };
 
-/// A transition by its name. If there are several for the same state and event, all but the last
+/// A transition with its name. If there are several for the same state and event, all but the last
 /// have a condition.
 struct SeqTransName
 {

@@ -62,14 +62,14 @@ void DevSeqTreeLink::clear()
     _tree = nullptr;
 }
 
-/// What is left of one event's delivery to one node: the events that the node's machine queued, for
-/// the node itself, then for its parent, then for its children.
+/// The rest of one event's delivery to one node. These are the events that the node's machine has
+/// queued for the node itself, for its parent and for its children, in this order.
 class DevSeqTree::Delivery
 {
 public:
     struct Next
     {
-        DevSeqTreeNode *node; // null: nothing is left
+        DevSeqTreeNode *node; // null if nothing is left
         std::int32_t event;
     };
 
@@ -133,8 +133,8 @@ private:
     Nodes::iterator _child;
 };
 
-/// The observers that have been replaced by their own calls during a delivery. They live until it
-/// has released the lock.
+/// Observers that were replaced during a delivery. They live until the delivery has released the
+/// lock.
 class DevSeqTree::Replaced
 {
 public:
@@ -146,13 +146,13 @@ private:
     Vector<RCShdPtr<DevSeqObserver>> _observers;
 };
 
-/// One delivery with all that follows from it. Tells the observer, and keeps its first exception
-/// for the end. Used under the tree's lock.
+/// One delivery of an event, with all events that follow from it. Tells the observer of changes,
+/// and keeps the observer's first exception until the end. Used under the tree's lock.
 class DevSeqTree::Turn final : private DevSeqSM::Listener
 {
 public:
-    /// `current` is the tree's pointer to the list that takes replaced observers. A delivery that
-    /// an observer begins within another one leaves them to that one.
+    /// `current` is the tree's pointer to the list of replaced observers. A delivery that begins
+    /// within another one uses the list of the outer delivery.
     Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current, unsigned long &deliverer,
          Replaced &replaced, std::optional<DevMgrFailure> &failure)
         : _observer(observer),
@@ -243,13 +243,13 @@ private:
         }
     }
 
-    RCShdPtr<DevSeqObserver> const &_observer; // the tree's: it may be replaced in between
+    RCShdPtr<DevSeqObserver> const &_observer; // the tree's; its calls may replace it
     Replaced *&_current;
     unsigned long &_deliverer;
     Replaced * const _outer;
     std::optional<DevMgrFailure> &_failure;
     FirstFailure _ofObserver;
-    DevSeqTreeNode *_node = nullptr; // whose machine steps
+    DevSeqTreeNode *_node = nullptr; // whose machine makes a step
 };
 
 /// A thread in `wait`.
@@ -277,7 +277,7 @@ public:
             _tree._hasLeft.post();
     }
 
-    /// Returns whether the device has ended.
+    /// Blocks until the device has ended or the waiters are released. Returns true if it has ended.
     bool waitFor(DevSeqTreeNodeUtil &device)
     {
         {
@@ -293,7 +293,7 @@ public:
 private:
     DevSeqTree &_tree;
     List<DevSeqTreeNodeUtil *>::iterator _place;
-    bool _isCounted = false; // by `releaseWaiters`
+    bool _isCounted = false; // `releaseWaiters` waits for it
 };
 
 DevSeqTree::DevSeqTree()
@@ -305,9 +305,9 @@ DevSeqTree::DevSeqTree()
     ZV_ASSERT(_hasLeft.getErrno() == 0);
 }
 
-// Takes the parent from each node, which may be held elsewhere. That takes no memory: the link back
-// shows the way, and a child that has been visited goes to the end, until all have been and are in
-// their order again.
+// Clears the link to the parent in each node, because nodes may outlive the tree. The walk needs no
+// memory. It goes back by these links, and moves each child that was visited to the end of its
+// list. When all children were visited, the list has its first order again.
 DevSeqTree::~DevSeqTree()
 {
     _link->clear();
@@ -393,7 +393,7 @@ std::optional<DevMgrFailure> DevSeqTree::getFailure(LiString const &name)
 
 void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 {
-    RCShdPtr<DevSeqObserver> former(observer); // ends without the lock
+    RCShdPtr<DevSeqObserver> former(observer); // destroyed without the lock
     LkGuard const guard(_lock);
     if (_replaced)
         _replaced->add(_observer);
@@ -440,7 +440,7 @@ void DevSeqTree::releaseWaiters()
 
 void DevSeqTree::write(std::ostream &stream) const
 {
-    std::ostringstream text; // a stream of the caller's is written to without the lock
+    std::ostringstream text; // the caller's stream is written without the lock
     {
         LkGuard const guard(_lock);
         DevSeqTreeNode &root = getRoot();
@@ -523,7 +523,7 @@ DevSeqTreeNode &DevSeqTree::find(LiString const &name)
     return *found->second;
 }
 
-// The first node of a name stays: this is the order in which the tree is searched.
+// If several nodes have the same name, the first one in this order is found.
 void DevSeqTree::index(DevSeqTreeNode &root)
 {
     _nodes.clear();

@@ -28,8 +28,8 @@ DevSeqTreeNode::DevSeqTreeNode(LiString const &name, ObjPtr<DevSeqSM> sm,
     : _name(name), _sm(sm), _util(util)
 {}
 
-// Left to themselves, the destructors of a deep tree would nest as deep as the tree. The order is
-// theirs all the same: every node after its children, which take their place before it.
+// Destroys the subtree without recursion, because a deep tree would overflow the stack. Each node
+// is destroyed after its children, as with nested destructors.
 DevSeqTreeNode::~DevSeqTreeNode()
 {
     FirstFailure failure;
@@ -45,7 +45,7 @@ DevSeqTreeNode::~DevSeqTreeNode()
             _children.pop_front();
         }
     }
-    failure.attempt([this] { _sm = nullptr; }); // and with it the device
+    failure.attempt([this] { _sm = nullptr; }); // destroys the device, too
     failure.rethrow();
 }
 

@@ -11,18 +11,18 @@ namespace Zv {
 
 /// Lets the runner and the clients of a supervised sequence wait, and wakes them.
 ///
-/// **Threads**: all operations but `now` need the sequence's lock.
+/// **Threads**: the caller must hold the sequence's lock, except for `now`.
 class DevSeqWaiters
 {
 public:
     using Guard = LkGuard<LkMutex const>;
 
-    /// A thread that waits looks at the clock at least this often.
+    /// The longest single wait, in seconds. The thread then looks at the clock and waits again.
     static constexpr double LONGEST_WAIT = 10'000;
 
     DevSeqWaiters();
 
-    /// The clock by which all limits are kept.
+    /// Returns the time of the clock by which all limits are kept.
     static double now();
 
     /// Called by the runner. Blocks until `wakeRunner` is called, or until the moment.

@@ -46,7 +46,8 @@ void DevSMExecutionEngImp::execute(std::int32_t event)
     if (table._links.isDeadEnd[static_cast<std::size_t>(_state)])
         ZV_THROW(DevMgrEx::SMExecutionError);
 
-    // The table knows the result of a single transition: the steps of its check run no code.
+    // If the event runs a single transition, the table has the state after its check, because the
+    // steps of the check run no code.
     DevSMTable::Shortcut const &shortcut = table.getShortcut(_state, event);
     if (shortcut.transition >= 0) {
         takeShortcut(shortcut);
@@ -214,8 +215,8 @@ ExEngCondTrans::~ExEngCondTrans()
     releaseAll(_candidates);
 }
 
-// The table leads a choice into a checking state, like any transition. `_noexc` leads from there to
-// the state in which the selecting event is legal.
+// A choice leads to a checking state, like any transition. `_noexc` leads from there to the state
+// in which the selecting event is legal.
 void ExEngCondTrans::execute()
 {
     std::size_t chosen = 0;

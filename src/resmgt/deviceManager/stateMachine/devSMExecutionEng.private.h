@@ -10,7 +10,8 @@
 
 namespace Zv {
 
-/// The queue of internal events. It is empty after each `execute`, and then reuses its memory.
+/// The queue of internal events. It is empty after each successful `execute`, and then reuses its
+/// memory.
 class DevSMPendingEvents
 {
 public:
@@ -98,8 +99,8 @@ public:
                       std::int32_t noException);
 
     void execute() override;
-    /// Runs the factory's transition. Returns false, and keeps the exception, if it has thrown an
-    /// `ExBase`.
+    /// Runs the factory's transition. If that throws an `ExBase`, keeps the exception and returns
+    /// false.
     bool run();
 
 private:
@@ -125,7 +126,7 @@ public:
     using Candidates = Vector<RCShdPtr<DevSMConditionalTransition>>;
 
     /// `candidates` does not contain the last transition, which has no condition. `events` has one
-    /// for each transition.
+    /// event for each transition, including the last one.
     ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine, Candidates const &candidates,
                    Vector<std::int32_t> const &events, std::int32_t exception,
                    std::int32_t noException);

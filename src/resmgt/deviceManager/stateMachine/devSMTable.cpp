@@ -204,7 +204,7 @@ DevSMTable::ConditionalLinks DevSMTable::link(ConditionalTransitionDesc const &d
     return links;
 }
 
-// A missing name is no failure here. The engine that needs the name fails.
+// A missing name is not a failure here. The engine fails if it needs that name.
 void DevSMTable::linkNames()
 {
     _links.exception = find("_exc", _e);
@@ -240,7 +240,8 @@ DevSMTable::Shortcut DevSMTable::findShortcut(std::int32_t state, std::int32_t e
     return {transition, onSuccess, onFailure};
 }
 
-// There is a shortcut only if nothing but an auxiliary transition runs, which does nothing.
+// Returns the state after the check. Returns -1 if the check runs anything but an auxiliary
+// transition, because only these do nothing.
 std::int32_t DevSMTable::passCheck(std::int32_t checkState, std::int32_t event) const
 {
     if (!isState(checkState) || !isEvent(event))

@@ -26,8 +26,8 @@ void addUnique(LiString const &name, Vector<LiString> &names)
     names.push_back(name);
 }
 
-/// The numbers of names, by position. The number of an unknown name is 0. So a forgotten next state
-/// is state 0.
+/// The numbers of names, by position. The number of an unknown name is 0. So the next state of a
+/// transition is state 0 if the declaration does not set it.
 class Numbers
 {
 public:
