@@ -142,8 +142,8 @@ void Client::prepare()
     });
 }
 
-/// Makes a call that waits for devices. Throws `PlayoutEx::Interrupted` if a signal comes before it
-/// has returned.
+/// Makes a call that waits for devices. Throws `PlayoutEx::Interrupted` if a signal arrives before
+/// it has returned.
 void Client::perform(std::function<void()> call)
 {
     _errands.begin(std::move(call));
