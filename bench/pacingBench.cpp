@@ -83,8 +83,8 @@ protected:
     }
 
 private:
-    /// Calls at the beginning that are not measured. At first the engine may call a client without
-    /// waiting for a new beat.
+    /// First calls that are not measured. The engine may make its first two calls without a new
+    /// beat.
     static constexpr int NB_IGNORED = 4;
 
     Source &_source;
