@@ -446,8 +446,7 @@ TEST_F(MtLoggerTest, AFullQueueDropsTheNewestAndTheLogSaysHowMuch)
     constexpr int NB_LINES = 2000;
     std::string const filling(80, 'x');
     for (int i = 0; i != NB_LINES; ++i)
-        ZV_TRACE(*testLevel,
-                 "line" << i << ' ' << filling); // must never wait
+        ZV_TRACE(*testLevel, "line" << i << ' ' << filling); // must never wait
     output->release();
     MtLogger::stopLogger();
 
