@@ -18,7 +18,7 @@ namespace {
 constexpr int BLOCK_FRAMES = 1024;
 constexpr std::size_t LONGEST_NAME = 80; // bytes of a device's name that are shown
 
-// In seconds.
+// Intervals and limits in seconds.
 constexpr double SIGNAL_INTERVAL = 0.05; // between looks for a signal
 constexpr double WATCH_INTERVAL = 0.1;   // between looks for a device that failed silently
 constexpr double SHORT = 0.3;            // wait for what should be nearly done

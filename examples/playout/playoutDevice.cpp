@@ -77,8 +77,7 @@ PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &j
 
 PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &job,
                              RCShdPtr<FifoClock> const &clock)
-    : PlayoutDevice(name, job, clock,
-                    makeShd<DevMDStdFifo>(clock, 0)) // no limit, see AudioConnection
+    : PlayoutDevice(name, job, clock, makeShd<DevMDStdFifo>(clock, 0)) // see AudioConnection
 {}
 
 PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &job,

@@ -305,8 +305,8 @@ TEST_F(FaultTest, ADeviceThatAbortsOrDropsItsAnswerEndsTheRun)
             EXPECT_EQ(outcome.status, 1);
             EXPECT_EQ(endOf(outcome, device), message == dropped ? "failed" : "aborted");
             expectOthersEnded(outcome, device);
-            if (outcome.err.ends_with("(" + path("out.wav") +
-                                      " is complete)\n")) { // the recording was faster
+            // The recording may be complete before the fault.
+            if (outcome.err.ends_with("(" + path("out.wav") + " is complete)\n")) {
                 EXPECT_EQ(outcome.err.find("zvplayout: " + device + message + " ("), 0u);
                 expectWritten();
                 removeOutput();
@@ -419,8 +419,8 @@ TEST_F(FaultTest, CtrlCEndsItWhenADeviceHangs)
         {"recorder", "stop:hangs", "recorder   wss -> stop", "no answer, left behind", true,
          SIGINT}};
     makeLong();
-    std::vector<std::unique_ptr<Playout>>
-        playouts; // at the same time, because most wait for a limit
+    // The programs run at the same time, because most wait for a limit.
+    std::vector<std::unique_ptr<Playout>> playouts;
     for (Case const &one : cases) {
         std::string const number = std::to_string(playouts.size());
         playouts.push_back(std::make_unique<Playout>(std::vector<std::string>{
