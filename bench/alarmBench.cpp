@@ -1,8 +1,8 @@
-// What it costs to register an alarm and to cancel it, with others outstanding.
+// Cost of registering and cancelling an alarm while others are outstanding.
 //
-// Alarms are spread evenly over a long time, and the one that comes and goes falls anywhere among them. The peer knows
-// no threads and no clock but the one that its loop read last. To be used as ours is, it needs a lock, and a reading of
-// the clock: that is the second peer.
+// The outstanding alarms are spread evenly over a long time, and the measured alarm is at any place
+// among them. The first peer is used on one thread, and with the time that its loop read last. The
+// second peer has a lock and reads the clock, as an alarm manager must.
 
 #include "resmgt/threadExtensions.h"
 
@@ -23,7 +23,7 @@ using namespace Zv;
 constexpr int EARLIEST = 100'000; // seconds
 constexpr int SPREAD = 1'000'000;
 
-/// Times to come, the same ones for both.
+/// Future times, the same ones for all subjects.
 class Times
 {
 public:
@@ -33,7 +33,7 @@ private:
     std::minstd_rand _random{1};
 };
 
-/// More handles than one, so that each is found in the state in which it was left some time ago.
+/// Several handles are used in turn, so that a handle was not used immediately before.
 constexpr std::size_t NB_IN_TURN = 64;
 
 struct Nothing : MtAlarmHandle::Callback

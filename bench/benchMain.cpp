@@ -11,8 +11,9 @@ int main(int argc, char **argv)
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
-    // The C and C++ libraries leave their atomic operations out of a process with a single thread. Programs of this
-    // library have several, so that one is parked here for as long as anything is measured.
+    // The C and C++ libraries avoid atomic operations while a process has a single thread. Programs
+    // that use this library have several threads, so a second thread waits here during all
+    // measurements.
     std::binary_semaphore end(0);
     std::jthread const parked([&] { end.acquire(); });
     benchmark::RunSpecifiedBenchmarks();

@@ -1,4 +1,4 @@
-// One event of a state machine: the engine beside a table written by hand.
+// Cost of an event in a state machine: the engine compared with a table written by hand.
 
 #include "resmgt/deviceManager.h"
 
@@ -12,8 +12,8 @@ namespace {
 
 using namespace Zv;
 
-// Four states in a ring. "on" goes one on, "back" one back, "pick" to the next or the one after it, whichever of two
-// transitions is chosen by its condition.
+// Four states in a ring. "on" goes to the next state and "back" to the previous one. "pick" goes to
+// the next state or to the one after it, as the condition of its first transition says.
 constexpr std::array<char const *, 4> STATES{"a", "b", "c", "d"};
 enum Event : std::int32_t
 {
@@ -90,7 +90,7 @@ RCShdPtr<DevSMTable> makeTable()
     return builder.createTable();
 }
 
-/// What one would write for this one machine.
+/// Code for this one machine, written by hand.
 class ByHand
 {
 public:
@@ -140,7 +140,7 @@ private:
     };
     using Entry = std::array<Choice, 2>;
 
-    /// The last one of a choice is asked nothing.
+    /// Chooses between two transitions. Only the condition of the first one is evaluated.
     static Choice const &choose(Entry const &entry)
     {
         bool const isFirst = !entry[1].transition || entry[0].transition->condition();

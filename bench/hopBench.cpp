@@ -1,7 +1,8 @@
-// A round trip between two threads: a request to a device's thread, and its completion back.
+// Round trip between two threads: a request to a device's thread, and its completion back.
 //
-// Each subject runs with both threads on one processor, and with each on its own. The peers make the same number of
-// thread switches: two for a round trip. The futex peer always sleeps, so that it is the price of the switches alone.
+// Each subject runs with both threads on one processor, and with each thread on a processor of its
+// own. The peers make the same number of thread switches, two for a round trip. The futex peer
+// always sleeps, so that it shows the cost of the switches alone.
 
 #include "threads.h"
 
@@ -37,7 +38,8 @@ long switches()
     return usage.ru_nvcsw + usage.ru_nivcsw;
 }
 
-/// `Pair` has a constructor that takes the processor of its other thread, and `roundTrip`.
+/// Measures a pair of threads. `Pair` must have `roundTrip` and a constructor that takes the
+/// processor of the other thread.
 template <class Pair, Placement placement>
 void hop(benchmark::State &state)
 {
@@ -57,7 +59,7 @@ void hop(benchmark::State &state)
         benchmark::Counter(double(switches() - before), benchmark::Counter::kAvgIterations);
 }
 
-/// A standard device that does nothing of its own.
+/// Standard device without work.
 class Device : public DevMDStdAccessPrtcl
 {
 public:
@@ -69,8 +71,8 @@ public:
     void close() {}
 };
 
-/// The ANO goes through the device's FIFO to its thread, the ACO sends the answer through the manager's FIFO, and the
-/// caller stands for the manager's thread.
+/// Sends an ANO through the device's FIFO to its thread. The ACO sends the answer through the
+/// manager's FIFO. The caller takes the place of the manager's thread.
 class ANOPair
 {
 public:
@@ -79,7 +81,7 @@ public:
         _device->performOpen();
         std::binary_semaphore isPinned(0);
         send(makeANO([&, cpu] {
-            // The device's thread ends with the pair, and has no use for the processors that it had before.
+            // Kept until the destructor of the pair.
             _pinned.reset(new Pinned(cpu));
             isPinned.release();
         }));
@@ -121,7 +123,7 @@ private:
     long _nbAnswers = 0;
 };
 
-/// A word that one thread waits on, always asleep.
+/// Word on which one thread waits. It never spins.
 class Futex
 {
 public:

@@ -1,4 +1,4 @@
-// Locks and semaphores that nobody else wants at the moment.
+// Cost of locks and semaphores without contention.
 
 #include "resmgt/locks.h"
 
@@ -14,7 +14,7 @@ namespace {
 
 using namespace Zv;
 
-/// Locks of the library have a name.
+/// Lock of the library, which needs a name.
 template <class Lock>
 struct Named : Lock
 {

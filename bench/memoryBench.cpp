@@ -1,4 +1,4 @@
-// Memory: a hold on a loaded buffer, loading where memory is short, the arena.
+// Cost of memory buffers: a hold on a loaded buffer, loads under memory pressure, and the arena.
 
 #include "resmgt/dynamicAllocation.h"
 #include "resmgt/memoryBuffers.h"
@@ -29,7 +29,7 @@ ObjPtr<MbUnloadStrategy> newStrategy()
     return ObjPtr<MbUnloadStrategy>(new MbUnloadLRU(0));
 }
 
-// ---- a hold on a buffer that is loaded
+// ---- hold on a loaded buffer
 
 class LoadedBuffer
 {
@@ -69,7 +69,7 @@ void anotherHold(benchmark::State &state)
     }
 }
 
-/// What a program writes that has neither: the memory is counted, the lock keeps it in step.
+/// The same with the standard library: the memory is reference-counted, and a lock guards it.
 struct SharedMemory
 {
     std::shared_mutex lock;
@@ -108,7 +108,7 @@ BENCHMARK(firstHoldPeer)->Name("hold/std::shared_mutex");
 BENCHMARK(anotherHold)->Name("holdAgain/MbBufferRdGuardImp");
 BENCHMARK(anotherHoldPeer)->Name("holdAgain/std::shared_mutex");
 
-// ---- pages of which a part has room, one read after the other: each is loaded, and another one goes
+// ---- pages that do not all fit, read in turn: each read loads a page and evicts another one
 
 constexpr int PAGE = 4096;
 constexpr int PAGES = 1024;
@@ -158,7 +158,8 @@ private:
     std::vector<MbBuffer> _pages;
 };
 
-/// A map and a list under a mutex. Who reads holds a page by its count, so that the mutex is free meanwhile.
+/// Cache with a map and a list under a mutex. A reader holds a page by its reference count, so that
+/// the mutex is free during the read.
 template <template <class...> class Map>
 class PageCache
 {
@@ -206,7 +207,7 @@ template <class Cache>
 void loadUnderPressure(benchmark::State &state)
 {
     Cache cache;
-    // In a circle, so that the page wanted next is always one that has gone.
+    // The pages are read in a circle, so that the next page was always evicted before.
     int page = 0;
     for (; page < PAGES; ++page)
         cache.read(page);
@@ -226,7 +227,7 @@ BENCHMARK(loadUnderPressure<Pages<MbArenaManager>>)->Name("load/MbArenaManager")
 BENCHMARK(loadUnderPressure<PageCache<Tree>>)->Name("load/std::map");
 BENCHMARK(loadUnderPressure<PageCache<Hash>>)->Name("load/std::unordered_map");
 
-// ---- the arena: a block of any size comes and another one goes, so many being out
+// ---- arena: a block of any size is freed and another one allocated, while many are allocated
 
 constexpr std::size_t ARENA = std::size_t{1} << 28;
 
@@ -247,7 +248,7 @@ public:
     void deallocate(void *memory) { std::free(memory); }
 };
 
-/// Boost's, which like ours leaves locking to others.
+/// Boost's allocator, which, like the arena, does not lock.
 class BestFit
 {
     using Algorithm = boost::interprocess::rbtree_best_fit<boost::interprocess::null_mutex_family>;
@@ -284,7 +285,7 @@ void exchangeBlocks(benchmark::State &state)
         allocator.deallocate(block);
         block = allocator.allocate(size());
     };
-    // The free memory has fallen to pieces as it does in a long life.
+    // Fragments the free memory, as a long run does.
     for (std::size_t i = 0; i < 20 * blocks.size(); ++i)
         exchange();
     for (auto _ : state)

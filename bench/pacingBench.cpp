@@ -1,7 +1,8 @@
-// How late a client of the synchronisation engine runs after its beat, beside a thread that does nothing but sleep:
-// cyclictest, with the same interval, at the same priority, and without its tuning of the machine.
+// Delay of a client of the synchronisation engine after its beat, compared with cyclictest, a
+// thread that only sleeps. It has the same interval and the same priority, and does not tune the
+// machine.
 //
-// Two threads wake up for a client, the generator and the client itself, where cyclictest is a single one.
+// Two threads wake up for a beat, the generator and the client. In cyclictest it is a single one.
 
 #include "resmgt/syncEngine.h"
 #include "resmgt/threads.h"
@@ -29,7 +30,7 @@ using namespace Zv;
 constexpr double INTERVAL = 0.01;
 constexpr std::size_t NB_BEATS = 200;
 
-/// The clock that the library supplies, with a way to ask when its beats were due.
+/// Clock like that of the library, which also tells when its beats were due.
 class Source : public SeSourceProtocol
 {
 public:
@@ -40,7 +41,7 @@ public:
     char const *getName() override { return "bench clock"; }
     std::ostream &dump(std::ostream &stream) override { return stream << getName(); }
 
-    /// Seconds since the beat of that number.
+    /// Returns the seconds since the beat of that number.
     double getLateness(std::uint32_t count) const
     {
         double const sinceLast = INTERVAL - _timer->getTimeToNextBeat();
@@ -82,7 +83,8 @@ protected:
     }
 
 private:
-    /// The first ones come with the rounds of grace.
+    /// First calls that are not measured. The engine may make its first two calls without a new
+    /// beat.
     static constexpr int NB_IGNORED = 4;
 
     Source &_source;
@@ -102,7 +104,7 @@ void report(benchmark::State &state, std::vector<double> latenesses)
     state.counters["p99"] = latenesses[nb * 99 / 100];
 }
 
-/// Real-time operation for as long as it lives.
+/// Real-time operation while the object exists. Throws if the system refuses it.
 class RealTime
 {
 public:
@@ -151,7 +153,7 @@ void clients(benchmark::State &state, bool isRealTime)
     }
 }
 
-/// The latenesses that cyclictest tells of, one a line, in nanoseconds.
+/// Returns the latenesses that cyclictest reports, in microseconds. Its lines have nanoseconds.
 std::vector<double> runCyclictest(int policy, int priority)
 {
     std::string command = "cyclictest --default-system -t1 -v -N -i " +

@@ -1,4 +1,4 @@
-// What the benchmarks of threads share.
+// Helpers of the benchmarks of threads.
 #pragma once
 
 #include <condition_variable>
@@ -10,7 +10,8 @@
 
 namespace ZvBench {
 
-/// A processor that the process may run on: the first one or the one after it. -1 where there is none.
+/// Returns the `which`-th processor on which the process may run, counted from 0, or -1 if there is
+/// none.
 inline int processor(int which)
 {
     cpu_set_t allowed;
@@ -21,7 +22,7 @@ inline int processor(int which)
     return -1;
 }
 
-/// Keeps the calling thread on one processor, for as long as it lives or the object does.
+/// Keeps the calling thread on one processor while the object exists.
 class Pinned
 {
 public:
@@ -41,7 +42,7 @@ private:
     cpu_set_t _former;
 };
 
-/// The queue that everybody writes: a mutex and a condition variable.
+/// Simple queue with a mutex and a condition variable.
 template <class T>
 class Queue
 {

@@ -1,8 +1,9 @@
-// What one line of the trace costs the thread that writes it. Text and output are the same on both sides: a file of
-// the system that swallows everything.
+// Cost of a line of the trace for the thread that writes it. Both subjects write the same text to
+// /dev/null.
 //
-// In a burst the lines come one after the other, as many as the queues of both hold; between two bursts the readers
-// empty them. At a steady pace one line comes every tenth of a millisecond, and the reader has gone to sleep again.
+// In a burst, as many lines as fit into the queues of both follow one another. Between two bursts
+// the readers empty the queues. At a steady pace a line is written every tenth of a millisecond,
+// when the reader sleeps again.
 
 #include "resmgt/threads.h"
 #include "zvbase/failures.h"
@@ -31,13 +32,13 @@ constexpr int NB_BURSTS = 100;
 constexpr int NB_STEADY_LINES = 5000;
 constexpr char NOWHERE[] = "/dev/null";
 
-/// The trace as a program with threads has it.
+/// The trace of a program with threads.
 class OurTrace
 {
 public:
     OurTrace() : _level(*Trace::registerLevel("Bench", __FILE__))
     {
-        // Also brings the library of threads into the process, and its logger with it.
+        // Also has the library of threads, with its logger, linked to the process.
         MtThreadMgr::getInstance();
         ZV_ASSERT(LgLog::isLoggerActive());
         _level.setEnabled(true);
@@ -55,7 +56,7 @@ private:
     TraceLevel &_level;
 };
 
-/// With a queue that never makes the writer wait, as ours.
+/// spdlog, with a queue that never blocks the writer, like the trace.
 class Spdlog
 {
 public:
@@ -78,7 +79,7 @@ private:
     std::shared_ptr<spdlog::async_logger> _logger;
 };
 
-/// What the measuring itself takes.
+/// Returns the cost of the measurement itself, in nanoseconds.
 double getCostOfTheClock()
 {
     std::vector<double> costs;
@@ -126,7 +127,7 @@ template <class Logger>
 void burst(benchmark::State &state)
 {
     Logger logger;
-    logger.write(0); // what the thread needs is made now
+    logger.write(0); // creates what the thread needs
     Costs costs(NB_BURSTS * LINES_IN_A_BURST);
     for (auto _ : state) {
         for (int i = 0; i < NB_BURSTS; ++i) {

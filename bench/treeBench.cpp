@@ -1,4 +1,4 @@
-// The life of a whole tree of devices, from its configuration to its end, for each device of it.
+// Cost of a tree of devices from its configuration to its end, for each device.
 
 #include "threads.h"
 
@@ -40,8 +40,9 @@ double processorSeconds()
     return double(time.tv_sec) + double(time.tv_nsec) * 1e-9;
 }
 
-/// Splits an iteration into phases, and reports each as microseconds for each device, and the processor time of all
-/// threads, which others who use the machine change less than they change the time.
+/// Divides an iteration into phases and reports the microseconds of each phase for each device.
+/// Also reports the processor time of all threads, which depends less on other users of the
+/// machine.
 class Phases
 {
 public:
@@ -91,7 +92,7 @@ private:
     double _processor = 0;
 };
 
-/// Counts how many devices have come to a step; the last one wakes who waits.
+/// Counts the devices that have reached a step. The last one wakes the waiting thread.
 class Step
 {
 public:
@@ -111,7 +112,7 @@ private:
 Step started;
 Step locked;
 
-/// A standard device that does no work of its own in any step.
+/// Standard device without work in any step.
 class Device : public DevMDStdAccessPrtcl, public DevMDStdSyncSeqPrtcl
 {
 public:
@@ -158,7 +159,7 @@ void registerDevices()
         registry.add(makeObj<Entry>(device));
 }
 
-/// A node, and its children in brackets: up to ten of them.
+/// Appends a node and, in brackets, its children, at most ten.
 void addNode(std::string &config, int device, int nbDevices)
 {
     config += nameOf(device) + ' ';
@@ -179,7 +180,7 @@ std::string makeConfig(int nbDevices)
     return config + ")";
 }
 
-/// A tree that its client runs by itself.
+/// Sequence without a supervisor.
 class Plain
 {
 public:
@@ -239,7 +240,7 @@ void tree(benchmark::State &state)
     phases.report();
 }
 
-/// Threads that are sent the same number of requests one by one, without a tree, names, priorities or a log.
+/// Thread that gets one request for each phase, without a tree, names, priorities or a log.
 class BareThread
 {
 public:

@@ -1,4 +1,4 @@
-// What it costs to copy a value and to drop the copy.
+// Cost of copying a value and destroying the copy.
 
 #include "resmgt/literals.h"
 #include "resmgt/smartPtrs.h"

@@ -1,4 +1,5 @@
-// XML, read as it passes, read into a document, and written, beside the readers and writers that everybody takes.
+// Speed of reading XML with callbacks, reading it into a document, and writing it, compared with
+// common libraries.
 
 #include "resmgt/xml.h"
 
@@ -23,8 +24,8 @@ using namespace Zv;
 
 constexpr std::size_t DOCUMENT_SIZE = 4 * 1024 * 1024;
 
-/// A show as an editing system describes it: indented elements with a few attributes each, titles and notes as text,
-/// now and then a reference, a comment or a CDATA section.
+/// Returns a show as an editing system describes it: indented elements with a few attributes each,
+/// titles and notes as text, and some references, comments and CDATA sections.
 std::string makeDocument()
 {
     static char const * const words[] = {"Harbour", "interview", "wide shot", "night",
@@ -62,7 +63,7 @@ std::string const &document()
     return text;
 }
 
-/// The same document without texts, which the document of ours does not write.
+/// Returns `document()` without its texts, which `XmlDocument` does not write.
 std::string const &bareDocument()
 {
     static std::string const &text = *[] {
@@ -73,7 +74,7 @@ std::string const &bareDocument()
     return text;
 }
 
-/// A stream over bytes that are there already.
+/// Stream over bytes in memory.
 class Memory : private std::streambuf, public std::istream
 {
 public:
@@ -89,7 +90,8 @@ void count(benchmark::State &state, std::size_t bytes)
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
 }
 
-/// Each of the two copies the name and the attributes of every element, and every text.
+/// Handlers that copy the name and the attributes of every element, and every text. Those of the
+/// peer do the same.
 struct OurHandlers : XmlParserProtocolSax
 {
     void startElement(LiString const &name, XmlAttributeList const &attributes) override

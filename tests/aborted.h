@@ -1,4 +1,4 @@
-// How a process ends that the library ends: by abort.
+// Exit status of a process that ends by abort().
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 
 namespace ZvTest {
 
-/// For EXPECT_EXIT.
+/// Returns the predicate for EXPECT_EXIT.
 inline auto aborted()
 {
 #ifdef _WIN32

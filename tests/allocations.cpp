@@ -7,7 +7,7 @@ namespace {
 
 thread_local std::size_t nbAllocations = 0;
 thread_local std::size_t nbReleases = 0;
-thread_local long nbStillGood = -1; // negative: all
+thread_local long nbStillGood = -1; // negative if none fails
 thread_local ZvTest::Allocations failing = ZvTest::Allocations::ALL;
 std::atomic<bool> isPoor = false;
 

@@ -1,4 +1,5 @@
-// What the calling thread allocates, counted, and made to fail. For the folders that tests/CMakeLists.txt names.
+// Counts the allocations of the calling thread, and makes them fail. For the folders that
+// tests/CMakeLists.txt names.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +7,7 @@
 
 namespace ZvTest {
 
-/// Allocations by the calling thread since this was built.
+/// Counts the allocations of the calling thread since the construction of this object.
 class AllocationCount
 {
 public:
@@ -17,7 +18,7 @@ private:
     std::size_t _start;
 };
 
-/// Memory that the calling thread has given back since this was built.
+/// Counts the blocks that the calling thread has freed since the construction of this object.
 class ReleaseCount
 {
 public:
@@ -28,16 +29,16 @@ private:
     std::size_t _start;
 };
 
-/// What tells of a failure: an exception, or null.
+/// Kinds of allocations, by how they report a failure.
 enum class Allocations
 {
     ALL,
     THROWING,
-    ANSWERING_NULL, // arrays
+    ANSWERING_NULL, // of arrays, with std::nothrow
 };
 
-/// While it lives, that many allocations of the calling thread succeed, and the one after them fails. Those of another
-/// kind succeed and do not count.
+/// While an object exists, that many allocations of the calling thread succeed, and the next one
+/// fails. Allocations of another kind succeed and do not count.
 class FailingAllocation
 {
 public:
@@ -48,7 +49,7 @@ public:
     FailingAllocation &operator=(FailingAllocation const &) = delete;
 };
 
-/// While it lives, threads that have not allocated before it cannot.
+/// While an object exists, allocations fail in threads that have not allocated before.
 class NewThreadsHaveNoMemory
 {
 public:
@@ -58,8 +59,8 @@ public:
     NewThreadsHaveNoMemory &operator=(NewThreadsHaveNoMemory const &) = delete;
 };
 
-/// Calls `function` with the first allocation failing, then the second and so on, until none fails. Returns the number
-/// of failures. `afterwards` is called after each failure.
+/// Calls `function` with the first allocation failing, then with the second one and so on, until
+/// none fails. Calls `afterwards` after each failure. Returns the number of failures.
 template <class Function, class Afterwards>
 int failEachAllocation(Function function, Afterwards afterwards,
                        Allocations kind = Allocations::ALL)

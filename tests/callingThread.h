@@ -1,4 +1,4 @@
-// What the system says of the calling thread.
+// Name and processors of the calling thread, as the system reports them.
 #pragma once
 
 #include <set>
@@ -8,7 +8,7 @@
 
 #include <windows.h>
 
-// It stands in no header of mingw-w64's.
+// No header of mingw-w64 declares it.
 extern "C" __declspec(dllimport) HRESULT
     __stdcall GetThreadDescription(HANDLE thread, PWSTR *description);
 
@@ -28,7 +28,7 @@ inline std::string getName()
 
 inline std::set<int> getProcessors()
 {
-    // A mask is told only to one who sets another.
+    // Windows returns a thread's mask only to a call that sets another one.
     DWORD_PTR ofProcess = 0, ofSystem = 0;
     ::GetProcessAffinityMask(::GetCurrentProcess(), &ofProcess, &ofSystem);
     DWORD_PTR const mask = ::SetThreadAffinityMask(::GetCurrentThread(), ofProcess);
@@ -49,7 +49,7 @@ inline std::set<int> getProcessors()
 
 namespace ZvTest {
 
-/// Of the name that it was given, what the system keeps: 15 bytes, or all.
+/// Returns the name as the system keeps it: on Linux its first 15 bytes, on Windows all.
 inline std::string getName()
 {
     char name[16] = {};
@@ -57,7 +57,7 @@ inline std::string getName()
     return name;
 }
 
-/// Those that it may run on.
+/// Returns the processors on which the thread may run.
 inline std::set<int> getProcessors()
 {
     cpu_set_t mask;

@@ -1,4 +1,4 @@
-// What a test does to its process, and the processes that it starts.
+// Child processes and environment variables for tests.
 #pragma once
 
 #include <string>
@@ -6,16 +6,16 @@
 
 namespace ZvTest {
 
-/// Sets a variable of the environment, or takes it away where `value` is null.
+/// Sets a variable of the environment, or removes it if `value` is null.
 void setVariable(char const *name, char const *value);
 
-/// This program, started anew with other arguments and with the environment as it is now. What it writes, errors too,
-/// is kept for the test.
+/// Starts this program again, with other arguments and with the current environment. Its output and
+/// errors are kept for the test.
 class ChildProcess
 {
 public:
     explicit ChildProcess(std::vector<std::string> const &arguments);
-    /// Waits for its end.
+    /// Waits for the end of the process.
     ~ChildProcess();
 
     ChildProcess(ChildProcess const &) = delete;
@@ -26,9 +26,9 @@ public:
     struct End
     {
         std::string output;
-        int code; // 128 and the signal's number, where a signal was the end
+        int code; // 128 plus the number of the signal if a signal ended it
     };
-    /// Waits for its end. Once only.
+    /// Waits for the end of the process. May be called once.
     End await();
 
 private:

@@ -1,4 +1,4 @@
-// Whether code that reads the environment leaves it alone while it may be changing.
+// Checks that code waits for the lock of the environment before it reads it.
 #pragma once
 
 #include "threadExtensions/asleep.h"
@@ -9,8 +9,8 @@
 
 namespace ZvTest {
 
-/// Calls `reading` in another thread while this one holds the environment. Returns whether that thread waited, and
-/// lets it end.
+/// Calls `reading` on another thread while this thread holds the lock of the environment. Returns,
+/// after that thread has ended, whether it waited.
 template <class Reading>
 bool waitsForTheEnvironment(Reading reading)
 {

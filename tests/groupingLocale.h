@@ -1,4 +1,4 @@
-// A program that has chosen a locale of its own.
+// Global locale that groups digits.
 #pragma once
 
 #include <locale>
@@ -6,7 +6,7 @@
 
 namespace ZvTest {
 
-/// While it lives, new streams write 1234567.5 as "1.234.567,5".
+/// While an object exists, new streams write 1234567.5 as "1.234.567,5".
 class GroupingLocale
 {
 public:

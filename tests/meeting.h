@@ -1,5 +1,5 @@
-// Where threads meet. The standard's latches and barriers would do, but those of GCC lose wake-ups where the system has no
-// futex: a waiter looks, is overtaken, and then sleeps for ever.
+// Latch and barrier for tests. Those of GCC's standard library lose wake-ups if the system has no
+// futex, and then a thread waits without end.
 #pragma once
 
 #include <condition_variable>
@@ -7,7 +7,7 @@
 
 namespace ZvTest {
 
-/// As std::latch.
+/// Latch as std::latch.
 class Latch
 {
 public:
@@ -36,7 +36,7 @@ private:
     int _nb;
 };
 
-/// As std::barrier without a completion.
+/// Barrier as std::barrier without a completion function.
 class Barrier
 {
 public:

@@ -1,5 +1,5 @@
-// A clock in nanoseconds, whatever unit the system's has, for one source of a program whose tests pretend other times.
-// The folder's wrapped.txt has both of the calls.
+// Clock in nanoseconds on every system, for tests that simulate the time. Include it in one source
+// of a program. The wrapped.txt of its folder must list both calls.
 #pragma once
 
 #include "platform/services.h"
@@ -20,7 +20,7 @@ namespace Zv {
 
 inline constexpr LONGLONG NANOSECONDS = 1'000'000'000;
 
-/// What the system's own clock shows.
+/// Returns the time of the system's own clock, in nanoseconds.
 inline LONGLONG readRealClock()
 {
     LARGE_INTEGER ticks, frequency;

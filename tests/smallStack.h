@@ -1,4 +1,4 @@
-// Threads with the stack that the library gives its own.
+// Runs code on a thread with a small stack, as the library's own threads have.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,12 +9,12 @@
 #include <functional>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t SMALL_STACK = 512 * 1024; // the sanitizers' own needs come on top
+constexpr std::size_t SMALL_STACK = 512 * 1024; // the sanitizers need more
 #else
 constexpr std::size_t SMALL_STACK = 64 * 1024;
 #endif
 
-/// Runs `body` on a thread with a small stack.
+/// Runs `body` on a thread with a small stack and waits for its end.
 inline void runOnSmallStack(std::function<void()> body)
 {
     pthread_attr_t attributes;

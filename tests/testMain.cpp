@@ -13,10 +13,11 @@ namespace {
 
 LPTOP_LEVEL_EXCEPTION_FILTER languageFilter = nullptr;
 
-/// Ends the process with a code of its own. Else a debugger would come by itself, after which all may seem well.
+/// Ends the process with a special code. Otherwise a debugger might start by itself, and the
+/// process might seem to have succeeded.
 LONG WINAPI endWithTheException(EXCEPTION_POINTERS *pointers)
 {
-    // It continues what is C++'s own, which has its end in std::terminate.
+    // The C++ runtime's filter handles C++ exceptions, which end in std::terminate.
     if (languageFilter && languageFilter(pointers) == EXCEPTION_CONTINUE_EXECUTION)
         return EXCEPTION_CONTINUE_EXECUTION;
     char text[64];
@@ -33,21 +34,21 @@ LONG WINAPI endWithTheException(EXCEPTION_POINTERS *pointers)
 
 #endif
 
-/// What a test program does as a process of its own: a test of the program starts it with "--child" and what else the
-/// child needs. It finds the libraries loaded and no package up. Where a test program defines it.
+/// Main function of a child process, which a test program may define. A test starts the program
+/// with "--child" and the arguments of the child. The libraries are loaded, and no package is up.
 int zvChildMain(int argc, char **argv) __attribute__((weak));
 
 int main(int argc, char **argv)
 {
 #ifdef _WIN32
     languageFilter = ::SetUnhandledExceptionFilter(endWithTheException);
-    // What goes wrong is written and ends the process: nobody sits there to answer a window.
+    // Errors are written and end the process. Windows must not show a message box.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     ::_set_error_mode(_OUT_TO_STDERR);
 #endif
     if (zvChildMain && argc > 1 && std::strcmp(argv[1], "--child") == 0)
         return zvChildMain(argc - 2, argv + 2);
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the children make threads
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // because the children make threads
     testing::InitGoogleTest(&argc, argv);
     Zv::InPackageScope packages;
     return RUN_ALL_TESTS();

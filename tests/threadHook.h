@@ -1,4 +1,4 @@
-// A function that a test leaves behind for code that runs later on the same thread.
+// Function that a test sets for code that runs later on its thread.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,9 @@
 
 namespace ZvTest {
 
-/// A `std::function` for a thread_local variable. It has no destructor: on Windows, a thread's variables may be freed
-/// before their destructors run. The function is deleted when it is taken or replaced by null.
+/// `std::function` for a thread_local variable. It has no destructor, because on Windows a thread's
+/// variables may be freed before their destructors run. The function is deleted when another
+/// function or null is assigned.
 template <class Signature>
 class ThreadHook
 {
@@ -37,7 +38,7 @@ public:
         (*_function)(arguments...);
     }
 
-    /// Returns the function, which the hook then no longer has; null if there is none.
+    /// Returns the function and removes it from the hook. Returns null if there is none.
     std::unique_ptr<Function> take()
     {
         return std::unique_ptr<Function>(std::exchange(_function, nullptr));

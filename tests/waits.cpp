@@ -1,5 +1,6 @@
-// Whether a thread sleeps, for Windows, which does not tell it everywhere: the waits of a whole program, those of the
-// C++ library too, come here. What can be had at once is had without a wait.
+// Records which threads sleep, for Windows, where the system does not always report it. The linker
+// redirects all waits of a program here, also those of the C++ library. A wait that can end at once
+// does not count as sleep.
 
 #include "threadExtensions/asleep.h"
 
@@ -13,10 +14,10 @@ constinit std::atomic<bool> areAsleep[0x10000];
 
 std::atomic<bool> &getIsAsleep(DWORD thread)
 {
-    return areAsleep[thread / 4 % 0x10000]; // numbers are multiples of four
+    return areAsleep[thread / 4 % 0x10000]; // identifiers are multiples of four
 }
 
-/// While it lives, the calling thread is said to sleep.
+/// While an object exists, the calling thread counts as asleep.
 class Asleep
 {
 public:
@@ -28,7 +29,8 @@ public:
 
 } // namespace
 
-// The pointers by which a service is called: the linker gives all objects of the program the second one.
+// The pointers through which a service is called. The linker makes all objects of the program use
+// the second one.
 #define ZV_WAIT(Name)                                                                              \
     extern decltype(&Name) real##Name __asm__("__real___imp_" #Name);                              \
     extern decltype(&Name) wrap##Name __asm__("__wrap___imp_" #Name)
@@ -90,7 +92,8 @@ void WINAPI enter(CRITICAL_SECTION *section)
 
 } // namespace
 
-// mingw-w64's header does not say that it is imported: it is called by its name.
+// mingw-w64's header does not declare it as imported, so it is called by its name and not through a
+// pointer.
 BOOL WINAPI callWaitOnAddress(void volatile *address, void *compare, SIZE_T size,
                               DWORD milliseconds)
 {
@@ -108,7 +111,7 @@ namespace Zv {
 long threadNumber()
 {
     DWORD const number = ::GetCurrentThreadId();
-    getIsAsleep(number) = false; // one of the same number may have been killed in a wait
+    getIsAsleep(number) = false; // a thread with this identifier may have been killed in a wait
     return static_cast<long>(number);
 }
 

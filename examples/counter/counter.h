@@ -1,4 +1,4 @@
-// A complete device. It counts while it runs, and shows its count as a property.
+// Complete example device: counts the readings of its property.
 #pragma once
 
 #include <resmgt/deviceManager.h>

@@ -1,4 +1,4 @@
-// Two counters in a tree: started, read, stopped.
+// zvcounter: starts two counters in a tree, reads a property and stops them.
 
 #include "counter.h"
 

@@ -1,4 +1,4 @@
-// What a recording is like.
+// Format of a recording.
 #pragma once
 
 #include "channels.h"
@@ -10,14 +10,14 @@
 struct AudioFormat
 {
     int channels = 0;
-    Channels layout;         // of the channels, in the order of blocks
+    Channels layout;         // the channels, in the order of blocks
     int rate = 0;            // frames per second
-    int encoding = 0;        // of the file that it comes from: a subtype of libsndfile
+    int encoding = 0;        // of the source file, a subtype of libsndfile
     std::int64_t frames = 0; // or UNKNOWN
 
     static constexpr std::int64_t UNKNOWN = -1;
 
-    /// Bits of a sample where the encoding is PCM; 0 for all others.
+    /// Returns the bits of a sample if the encoding is PCM, else 0.
     static int getPcmBits(int encoding)
     {
         switch (encoding) {

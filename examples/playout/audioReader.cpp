@@ -19,7 +19,7 @@ AudioReader::AudioReader(std::string const &path) : _path(path), _file(nullptr, 
 
 void AudioReader::open()
 {
-    // The system says better than libsndfile why a file cannot be opened.
+    // Opened here, because errno describes a failure better than libsndfile does.
     int const descriptor = openDescriptor();
     struct stat status = {};
     int const error = ::fstat(descriptor, &status) != 0 ? errno
@@ -60,7 +60,7 @@ int AudioReader::openDescriptor() const
             return descriptor;
         if (errno != EINTR)
             ZV_THROW(PlayoutEx::Input, _path.c_str(), std::strerror(errno));
-        // A pipe that no other process has opened yet.
+        // A signal has interrupted the wait for the other end of a pipe.
         if (Signals::getCaught())
             ZV_THROW(PlayoutEx::Interrupted);
     }
@@ -76,7 +76,7 @@ std::vector<double> AudioReader::read(std::int64_t position, int frames)
 {
     if (!_file)
         open();
-    // A file that is read straight on need not be seekable.
+    // A file that is read from the beginning to the end need not be seekable.
     if (position != _position && sf_seek(_file.get(), position, SEEK_SET) != position)
         ZV_THROW(PlayoutEx::Input, _path.c_str(), sf_strerror(_file.get()));
     auto const channels = static_cast<std::size_t>(_format.channels);

@@ -1,4 +1,4 @@
-// Reading a sound file.
+// Reads a sound file.
 #pragma once
 
 #include "clip.h"
@@ -10,16 +10,19 @@
 #include <string>
 #include <vector>
 
-/// A sound file, read as it comes. Samples are exact: PCM goes through whole numbers of 32 bits.
+/// A clip that reads a sound file directly. PCM samples are exact, because they are read as
+/// integers of 32 bits.
 class AudioReader : public Clip
 {
 public:
-    /// Throws `PlayoutEx::Input`.
+    /// Opens the file. Throws `PlayoutEx::Input` if it cannot be read, and `PlayoutEx::Interrupted`
+    /// if a signal ends the wait for the other end of a pipe.
     explicit AudioReader(std::string const &path);
 
     AudioFormat const &getFormat() const override { return _format; }
     std::vector<double> read(std::int64_t position, int frames) override;
-    /// Closes the file. Does nothing for a pipe, which could not be opened again.
+    /// Closes a regular file, which the next `read` opens again. Does nothing for a pipe, which
+    /// could not be opened again.
     void rest() override;
 
 private:
@@ -27,11 +30,11 @@ private:
     int openDescriptor() const;
 
     std::string _path;
-    struct stat _status = {}; // of the file when it was opened first
+    struct stat _status = {}; // of the file when it was opened
     std::unique_ptr<SNDFILE, int (*)(SNDFILE *)> _file;
     AudioFormat _format;
-    std::vector<std::size_t>
-        _indices; // of the channels of a block in the file; empty if the orders are the same
+    // For each channel of a block, its index in the file. Empty if the orders are equal.
+    std::vector<std::size_t> _indices;
     std::int64_t _position = 0;
     std::vector<int> _numbers; // of one block, for PCM
 };

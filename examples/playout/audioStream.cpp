@@ -4,7 +4,7 @@ using namespace Zv;
 
 namespace {
 
-constexpr int CAPACITY = DevMDStdFifo::DEFAULT_CAPACITY; // blocks on their way
+constexpr int CAPACITY = DevMDStdFifo::DEFAULT_CAPACITY; // blocks that were pushed and not taken up
 
 } // namespace
 

@@ -1,4 +1,4 @@
-// The streams of the playout's devices, and what passes along them.
+// Streams of audio blocks between the playout's devices.
 #pragma once
 
 #include "audioFormat.h"
@@ -10,7 +10,8 @@
 #include <functional>
 #include <vector>
 
-/// One block of samples, interleaved, in full scale 1.0. It belongs to the device that holds its element.
+/// Block of interleaved samples with full scale 1.0. Only the device that has its element may use
+/// it.
 class AudioBlock : public Zv::DevMDStreamBuf
 {
 public:
@@ -19,12 +20,12 @@ public:
     std::vector<double> samples;
 };
 
-/// What an element says.
+/// Kinds of stream elements.
 namespace AudioEv {
 using Ev = Zv::DevMDStreamElem::Ev;
 inline constexpr Ev BLOCK{0};
-inline constexpr Ev END{1};    ///< the recording has come to its end; no block
-inline constexpr Ev FAILED{2}; ///< the source has failed: there will be no end; no block
+inline constexpr Ev END{1};    ///< the recording is complete; no block
+inline constexpr Ev FAILED{2}; ///< the source has failed, and no `END` will follow; no block
 } // namespace AudioEv
 
 class AudioStreamFormat : public Zv::DevMDStreamFormat
@@ -35,26 +36,28 @@ public:
     AudioFormat const format;
 };
 
-/// What both ends of a connection share: the flow control, and the way back. The FIFOs of the devices have no limit, so
-/// that nothing but a push ever waits for a device, and each push can be ended. Any thread may call any operation.
+/// Flow control of a connection, shared by its two ends. The FIFOs of the devices have no limit. So
+/// only `push` waits for a device, and `letGo` and `breakUp` end that wait. Thread-safe.
 class AudioConnection : public Zv::RCBase<Zv::LkCounter<long>>
 {
 public:
-    /// `onBroken` is called on the source device's thread, if at all.
+    /// `breakUp` has `onBroken` called on the source device's thread, if the source is not in
+    /// `push`.
     AudioConnection(Zv::RCShdPtr<Zv::DevMDStdFifo> sourceFifo, std::function<void()> onBroken);
 
-    /// For the source. Blocks while as many blocks as the connection carries have not been taken up. Returns false if
-    /// the sink has failed. Drops the element if the connection has been let go.
+    /// Passes an element to the sink. Called by the source. Blocks while the connection is full of
+    /// blocks that the sink has not taken up. Returns false if the sink has failed. Drops the
+    /// element if the sink has failed or if `letGo` was called.
     bool push(Zv::DevMDStreamPassiveSink &sink, Zv::ObjPtr<Zv::DevMDStreamElem> elem);
     bool isBroken() const;
-    /// Whether the source waits in `push`.
+    /// Returns whether the source waits in `push` for a place in the connection.
     bool isWaiting() const;
-    /// For the sink, for each block.
+    /// Makes room for another block. Called by the sink for each block that has left its FIFO.
     void takeUp();
-    /// For a sink that has failed, once: tells the source. A source that is pushing sees it when `push` returns. Any
-    /// other one gets a request.
+    /// Tells the source that the sink has failed. Called by the sink, once. If the source is in
+    /// `push`, that call returns false. Otherwise the source gets a request that calls `onBroken`.
     void breakUp();
-    /// The recording is given up: nothing is delivered from now on, and `push` no longer blocks.
+    /// Gives up the recording: no further element is delivered, and `push` does not block.
     void letGo();
 
 private:
@@ -62,14 +65,15 @@ private:
     std::function<void()> _onBroken;
     Zv::LkMutex mutable _lock{"AudioConnection"};
     Zv::LkPulse _changed{"AudioConnection", Zv::LkPulse::WAKE_ALL};
-    int _nbOnTheWay ZV_GUARDED_BY(_lock) = 0; // blocks
+    int _nbOnTheWay ZV_GUARDED_BY(_lock) = 0; // blocks that were pushed and not taken up
     bool _isPushing ZV_GUARDED_BY(_lock) = false;
     bool _isWaiting ZV_GUARDED_BY(_lock) = false;
     bool _isBroken ZV_GUARDED_BY(_lock) = false;
     bool _isLetGo ZV_GUARDED_BY(_lock) = false;
 };
 
-/// A passive sink. Connected by the client before START; from then on the device's.
+/// Input of a device: a passive sink. The client connects it before START. After that only the
+/// device's thread uses it.
 class AudioIn : public Zv::DevMDStdStreamPassiveSink
 {
 public:
@@ -81,9 +85,9 @@ public:
     void attach(AudioFormat const &format, Zv::RCShdPtr<AudioConnection> const &connection);
     bool isConnected() const { return !_connection.isNull(); }
     AudioFormat const &getFormat() const { return _format; }
-    /// A block has left the FIFO.
+    /// See `AudioConnection::takeUp`.
     void takeUp();
-    /// Tells the source that this device has failed.
+    /// Tells the source that this device has failed. Does nothing if there is no connection.
     void breakUp();
 
 private:
@@ -91,11 +95,13 @@ private:
     Zv::RCShdPtr<AudioConnection> _connection;
 };
 
-/// An active source. Connected by the client before START; from then on the device's.
+/// Output of a device: an active source. The client connects it before START. After that only the
+/// device's thread uses it, if an operation does not say otherwise.
 class AudioOut : public Zv::DevMDStdStreamActiveSource
 {
 public:
-    /// `getFormat` is called where the stream is connected. `onBroken` is called on the device's thread.
+    /// `getFormat` is called by the thread that connects the stream. `onBroken` is called on the
+    /// device's thread.
     AudioOut(Zv::LiString const &name, Zv::LiString const &description,
              Zv::RCShdPtr<Zv::DevMDStdFifo> fifo, std::function<AudioFormat()> getFormat,
              std::function<void()> onBroken);
@@ -106,10 +112,12 @@ public:
 
     bool isConnected() const { return !_connection.isNull(); }
     bool isBroken() const { return isConnected() && _connection->isBroken(); }
+    /// Returns whether the device waits in `push` for a place in the connection. Thread-safe after
+    /// START.
     bool isWaiting() const { return isConnected() && _connection->isWaiting(); }
-    /// See `AudioConnection::letGo`. Any thread.
+    /// See `AudioConnection::letGo`. Thread-safe after START.
     void letGo();
-    /// Returns false if the sink has failed. Blocks while the sink's device is busy.
+    /// Pushes an element, as `AudioConnection::push`. The stream must be connected.
     bool push(AudioEv::Ev ev, Zv::RCShdPtr<AudioBlock> const &block = nullptr);
 
 private:

@@ -12,7 +12,7 @@
 
 namespace {
 
-/// Of libsndfile; 0 for a name that says none.
+/// Returns libsndfile's format of the container, or 0 if the extension is not known.
 int getContainer(std::string const &path)
 {
     std::string extension = Zv::OsFilePath(path).getExtension();
@@ -30,7 +30,8 @@ int getContainer(std::string const &path)
     return 0;
 }
 
-/// The recording's own encoding, or the nearest that the container takes; 0 where it takes none.
+/// Returns the format with the recording's own encoding or the nearest that the container takes, or
+/// 0 if there is none.
 int chooseFormat(int container, AudioFormat const &recording, SF_INFO info)
 {
     int const bits = AudioFormat::getPcmBits(recording.encoding);
@@ -96,7 +97,7 @@ void AudioWriter::write(std::vector<double> const &block)
     auto const frames = static_cast<sf_count_t>(samples.size()) / _channels;
     sf_count_t written = 0;
     if (_bits) {
-        // Rounded to the bits of the file: libsndfile would cut the rest of the 32 off.
+        // Rounds to the bits of the file, because libsndfile would truncate.
         double const scale = std::ldexp(1.0, _bits - 1);
         _numbers.resize(samples.size());
         std::transform(samples.begin(), samples.end(), _numbers.begin(), [&](double sample) {
@@ -114,7 +115,7 @@ void AudioWriter::write(std::vector<double> const &block)
 
 void AudioWriter::finish()
 {
-    // FLAC's header is otherwise written with the first frame.
+    // Without frames, libsndfile does not write the header of a FLAC file by itself.
     if (_frames == 0 && (_format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC)
         sf_command(_file.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
     if (int const error = sf_close(_file.release()))
@@ -124,8 +125,8 @@ void AudioWriter::finish()
     _part->finish();
 }
 
-/// In an AIFF file libsndfile takes the byte that makes the length of a chunk even for a part of the sound, and counts a
-/// frame more if frames are single bytes.
+/// Corrects the lengths in an AIFF file. libsndfile counts the byte that makes the length of a
+/// chunk even as a part of the sound, and as a frame if frames are single bytes.
 void AudioWriter::correctLength() const
 {
     auto const frameBytes = _bits / 8 * _channels;

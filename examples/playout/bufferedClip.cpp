@@ -12,7 +12,7 @@ BufferedClip::BufferedClip(std::unique_ptr<Clip> source, ClipMemory &memory)
     _framesPerPage = std::max(_memory.getPageBytes() / frameBytes, 1);
 }
 
-// A buffer's end may throw, and a container's own destructor must not.
+// The destructor of a buffer may throw, and that of a container must not.
 BufferedClip::~BufferedClip() noexcept(false)
 {
     while (!_pages.empty())
@@ -101,7 +101,8 @@ void BufferedClip::append(std::vector<double> &samples, std::int64_t index, std:
                    page + (end - first) * channels);
 }
 
-/// Without a guard: this may wait for memory.
+/// Loads the pages behind `index` ahead of time. The caller must hold no guard, because this may
+/// wait for memory.
 void BufferedClip::loadBehind(std::int64_t index)
 {
     for (int i = 0; i < _memory.getAhead(); ++i)

@@ -1,4 +1,4 @@
-// A clip that is read through memory.
+// Clip that is read through memory buffers.
 #pragma once
 
 #include "clip.h"
@@ -11,14 +11,14 @@
 #include <unordered_map>
 #include <vector>
 
-/// Another clip in pages, each in a buffer of its own that has memory only when somebody needs it: a page is loaded by
-/// the guard that reads it, unless it has been ahead of time, and goes when another needs its memory. A page is made
-/// when it is needed for the first time, and its object goes after its memory, so that a long clip takes no more than a
-/// short one.
+/// Divides another clip into pages, each in a buffer of its own. A page is loaded ahead of time, or
+/// by the guard that reads it. It is unloaded when another page needs its memory. The object of a
+/// page is made when it is first needed and removed after its memory, so that a long clip takes no
+/// more memory than a short one.
 class BufferedClip : public Clip
 {
 public:
-    /// The source's length is known. The memory outlives the clip.
+    /// The length of `source` must be known. `memory` must outlive the clip.
     BufferedClip(std::unique_ptr<Clip> source, ClipMemory &memory);
     ~BufferedClip() noexcept(false) override;
 
@@ -29,7 +29,7 @@ private:
     struct Page
     {
         Zv::MbBuffer buffer;
-        ClipPage *protocol; // the buffer's
+        ClipPage *protocol; // owned by the buffer
     };
 
     Page &getPage(std::int64_t index);
@@ -41,13 +41,13 @@ private:
     void loadBehind(std::int64_t index);
 
     ClipMemory &_memory;
-    Zv::LkMutex _lock; // one thread at a time reads the source
+    Zv::LkMutex _lock; // for reading the source
     std::unique_ptr<Clip> _source;
     int _framesPerPage;
-    std::unordered_map<std::int64_t, Page>
-        _pages;                    // by index: those that have memory, and a few more
-    std::vector<bool> _wereLoaded; // the pages that were unloaded
-    std::int64_t _current = NONE;  // of the pages
+    // By index: the pages that have memory, and a few more.
+    std::unordered_map<std::int64_t, Page> _pages;
+    std::vector<bool> _wereLoaded; // by index: whether the page was unloaded before
+    std::int64_t _current = NONE;  // index of the page that was read last
     UnloadedPages _unloaded;
 
     static constexpr std::int64_t NONE = -1;

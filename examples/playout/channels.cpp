@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int FIRST_NUMBER = 1000; // behind all of libsndfile's names
+constexpr int FIRST_NUMBER = 1000; // greater than all of libsndfile's values
 
 struct Speaker
 {
@@ -16,7 +16,7 @@ struct Speaker
     char const *text;
 };
 
-/// In the order of WAV.
+/// All loudspeakers, in the order of WAV.
 constexpr Speaker SPEAKERS[] = {{SF_CHANNEL_MAP_MONO, "mono"},
                                 {SF_CHANNEL_MAP_LEFT, "left"},
                                 {SF_CHANNEL_MAP_RIGHT, "right"},
@@ -48,7 +48,7 @@ constexpr int RC = SF_CHANNEL_MAP_REAR_CENTER;
 constexpr int SL = SF_CHANNEL_MAP_SIDE_LEFT;
 constexpr int SR = SF_CHANNEL_MAP_SIDE_RIGHT;
 
-/// libsndfile has two names for each of the three in front.
+/// Replaces the second of the two names that libsndfile has for each loudspeaker in front.
 int toOneName(int name)
 {
     return name == SF_CHANNEL_MAP_FRONT_LEFT     ? L
@@ -57,7 +57,7 @@ int toOneName(int name)
                                                  : name;
 }
 
-/// The place in the order of WAV.
+/// Returns the place in the order of WAV.
 std::ptrdiff_t getRank(int name)
 {
     auto const place = std::find_if(std::begin(SPEAKERS), std::end(SPEAKERS),
@@ -83,7 +83,7 @@ Channels::Channels(Speakers speakers, bool isNamed)
     : _speakers(std::move(speakers)), _isNamed(isNamed)
 {}
 
-/// Also the order of FLAC.
+/// Returns the channels that WAV and FLAC files with this number of channels have.
 Channels::Speakers Channels::getUsual(std::size_t number)
 {
     switch (number) {
@@ -147,7 +147,8 @@ Channels Channels::ofFile(SNDFILE *file, SF_INFO const &info)
     return Channels(type == SF_FORMAT_OGG ? getVorbis(number) : getUsual(number), isOrdered);
 }
 
-/// A file with one pair of surrounds calls it as it likes. Here it has the name that the usual channels give it.
+/// Returns the channels with a uniform name for a single pair of surrounds, which files call "side"
+/// or "rear". It is the name that the pair has in `getUsual`.
 Channels::Speakers Channels::withOnePair() const
 {
     Speakers speakers = _speakers;
@@ -189,7 +190,7 @@ Channels Channels::assignTo(SNDFILE *file, int type) const
         return sf_command(file, SFC_SET_CHANNEL_MAP_INFO, speakers.data(), size) == SF_TRUE;
     };
     auto const inOrder = [&](Speakers const &order) {
-        // By the names that the channels have here.
+        // The order has uniform names. The result has the names that the channels have here.
         Channels result(order, _isNamed);
         auto const indices = Channels(withOnePair(), _isNamed).getIndices(result);
         for (std::size_t i = 0; i < indices.size(); ++i)
@@ -209,7 +210,7 @@ Channels Channels::assignTo(SNDFILE *file, int type) const
             refuse();
         return Channels(speakers, true);
     }
-    // AIFF has names for some sets of channels, in one order each. The usual ones need none.
+    // AIFF can name some sets of channels, each in one order. The usual sets need no names.
     if (isUsual) {
         tell(getUsual(getNumber()));
         return inOrder(getUsual(getNumber()));

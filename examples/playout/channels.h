@@ -1,4 +1,4 @@
-// The loudspeakers that the channels of a recording are for.
+// Loudspeakers of a recording's channels.
 #pragma once
 
 #include <sndfile.h>
@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
-/// The channels of a recording, by the names of their loudspeakers, in some order: a file's own, or that of the blocks
-/// that pass through the devices. Formats order their channels differently. In a Vorbis file the centre comes second
-/// and the low frequencies last, in a WAV file they are third and fourth.
+/// The channels of a recording, by the names of their loudspeakers. They are in the order of a
+/// file, or in that of the blocks that pass through the devices. Formats order their channels
+/// differently. In a Vorbis file the centre is second and the low frequencies are last. In a WAV
+/// file they are third and fourth.
 ///
-/// A file may leave its channels without names. Then they are those that a WAV file of so many channels has, as all
-/// programs take it; if there are more than eight, they are just numbers.
+/// If a file does not name its channels, they are taken for those
+/// that a WAV file with this number of channels usually has. If there are more than eight, they are
+/// only numbered.
 class Channels
 {
 public:
@@ -22,23 +24,26 @@ public:
     static Channels ofFile(SNDFILE *file, SF_INFO const &info);
     /// Returns these channels in the order of blocks.
     Channels inBlockOrder() const;
-    /// Returns these channels in the order in which a file of libsndfile's format `type` has them, and tells a WAV or
-    /// AIFF file that is open for writing their names, if they have any. Throws `std::invalid_argument`, with the names,
-    /// if such a file has no place for one of them.
+    /// Returns these channels in the order of a file of libsndfile's format `type`. If `file` is a
+    /// WAV or AIFF file and the channels need names, their names are written to it. It must be open
+    /// for writing. Throws `std::invalid_argument` with the names if such a file has no place for
+    /// one of the channels.
     Channels assignTo(SNDFILE *file, int type) const;
 
     std::size_t getNumber() const { return _speakers.size(); }
-    /// Returns whether a WAV file has to name these channels, because they have names and are more than two or unusual.
+    /// Returns whether a WAV file has to name these channels. It has to if they have names and are
+    /// more than two or unusual.
     bool needNames() const;
-    /// Returns for each channel of `order` its index here. `order` has the same channels.
+    /// Returns the index in this object of each channel of `order`, which must have the same
+    /// channels.
     std::vector<std::size_t> getIndices(Channels const &order) const;
-    /// Whether these are the same channels, in whatever order. A single pair of surrounds is the same pair if one
-    /// calls it "side" and the other "rear".
+    /// Returns whether both objects have the same channels, in any order. A single pair of
+    /// surrounds may be called "side" in one object and "rear" in the other.
     bool areThoseOf(Channels const &other) const;
 
 private:
-    using Speakers =
-        std::vector<int>; // of libsndfile's SF_CHANNEL_MAP, or numbers from FIRST_NUMBER on
+    // Values of libsndfile's SF_CHANNEL_MAP, or numbers from FIRST_NUMBER on.
+    using Speakers = std::vector<int>;
 
     Channels(Speakers speakers, bool isNamed);
 
@@ -52,5 +57,5 @@ private:
     bool _isNamed = false;
 };
 
-/// Reorders interleaved samples: channel `i` of each frame becomes what channel `indices[i]` was.
+/// Reorders interleaved samples. Channel `i` of each frame gets the sample of channel `indices[i]`.
 void reorder(std::vector<double> &samples, std::vector<std::size_t> const &indices);

@@ -18,14 +18,14 @@ namespace {
 constexpr int BLOCK_FRAMES = 1024;
 constexpr std::size_t LONGEST_NAME = 80; // bytes of a device's name that are shown
 
-// In seconds.
-constexpr double SIGNAL_INTERVAL = 0.05; // in which a signal is noticed
-constexpr double WATCH_INTERVAL = 0.1;   // in which a device that fails without a word is noticed
-constexpr double SHORT = 0.3;            // for what is nearly done
-constexpr double NOTICE = 3;             // from then on a device that does not answer is named
-constexpr double HANG = 10;              // from then on a step counts as one that hangs
+// Intervals and limits in seconds.
+constexpr double SIGNAL_INTERVAL = 0.05; // between looks for a signal
+constexpr double WATCH_INTERVAL = 0.1;   // between looks for a device that failed silently
+constexpr double SHORT = 0.3;            // wait for what should be nearly done
+constexpr double NOTICE = 3;             // until a device that does not answer is named
+constexpr double HANG = 10;              // until a step counts as hanging
 
-/// How long the end may take.
+/// Limits in seconds for the end of a recording.
 struct EndLimits
 {
     double stop;
@@ -35,7 +35,7 @@ struct EndLimits
 constexpr EndLimits LIMITS = {5, 3, 3};
 constexpr EndLimits LIMITS_AFTER_HANG = {1, 3, 3};
 constexpr EndLimits LIMITS_AFTER_SIGNAL = {0.5, 0.9, 0.9};
-constexpr double END_AFTER_SIGNAL = 4; // all of it, and some more
+constexpr double END_AFTER_SIGNAL = 4; // for all of the end, with a reserve
 
 using End = DevSeqDeviceStatus::End;
 using CloseEnd = DevMgrCloseReport::End;
@@ -68,13 +68,13 @@ std::string shown(LiString const &device)
     return shorten(device.getChars(), LONGEST_NAME);
 }
 
-/// "recorder: No space", or the reason alone if it begins with the name.
+/// Returns "recorder: No space", or only the reason if it begins with the name.
 std::string withName(std::string const &name, std::string const &reason)
 {
     return reason.starts_with(name + " ") ? reason : name + ": " + reason;
 }
 
-/// What a device has not answered.
+/// Returns the call or step that a device has not answered. Empty if there is none.
 std::string getQuestion(DevSeqDeviceStatus const &device)
 {
     return (device.call.isEmpty() ? device.step : device.call).getChars();
@@ -98,7 +98,7 @@ bool Client::run()
     auto const attempt = [&failure](auto step) {
         try {
             step();
-        } catch (PlayoutEx::Interrupted const &) { // the signal is known
+        } catch (PlayoutEx::Interrupted const &) { // `Signals` has the signal
         } catch (...) {
             if (!failure)
                 failure = std::current_exception();
@@ -142,7 +142,8 @@ void Client::prepare()
     });
 }
 
-/// Makes a call that waits for devices. Throws `PlayoutEx::Interrupted` if a signal comes before it has returned.
+/// Makes a call that waits for devices. Throws `PlayoutEx::Interrupted` if a signal arrives before
+/// it has returned.
 void Client::perform(std::function<void()> call)
 {
     _errands.begin(std::move(call));
@@ -235,7 +236,7 @@ bool Client::mustEnd()
     return !_failure.empty();
 }
 
-/// Looks for devices that have ended by themselves, or do not go on.
+/// Looks for devices that have ended by themselves or do not answer.
 void Client::watch()
 {
     bool const isLost = std::any_of(_states.begin(), _states.end(), [](auto const &entry) {
@@ -305,14 +306,16 @@ void Client::endSequence()
     awaitStates();
 }
 
-/// If another thread is in `stop`, it returns, too.
+/// Stops the sequence within the shorter limits. A call of `stop` on another thread then returns,
+/// too.
 void Client::stopAfterSignal()
 {
     Signals::beginEnd(END_AFTER_SIGNAL);
     _stage.sequence().stop(LIMITS_AFTER_SIGNAL.stop, LIMITS_AFTER_SIGNAL.abort);
 }
 
-/// Keeps what a device has not answered. In the end it has not answered its abort either, which says less.
+/// Records what the devices have not answered. An unanswered abort is not recorded, because the
+/// question before it says more.
 void Client::noteQuestions()
 {
     DevSeqStatus const status = _stage.sequence().getStatus();
@@ -324,14 +327,14 @@ void Client::noteQuestions()
     }
 }
 
-/// Returns what a device has not answered.
+/// Returns the recorded question that a device has not answered, else the current one.
 std::string Client::getUnanswered(DevSeqDeviceStatus const &device) const
 {
     auto const place = _questions.find(device.name.getChars());
     return place == _questions.end() ? getQuestion(device) : place->second;
 }
 
-/// The observer may be told of the last states a little later.
+/// Waits a short time for the observer's calls for the last states.
 void Client::awaitStates()
 {
     _status = _stage.sequence().getStatus();
@@ -346,7 +349,8 @@ void Client::awaitStates()
         _job->wait(SIGNAL_INTERVAL);
 }
 
-/// Waits for a call that is under way, and leaves it behind when the time is over. Returns whether it went well.
+/// Waits for a pending call, and leaves it behind after the time. Returns false if it was left
+/// behind or has failed.
 bool Client::settleErrand(double seconds)
 {
     double const end = now() + seconds;
@@ -359,7 +363,7 @@ bool Client::settleErrand(double seconds)
             _job->wait(std::min(seconds, SIGNAL_INTERVAL));
         }
         return true;
-    } catch (ExBase const &) { // what is read or stopped at the end is no failure of the recording
+    } catch (ExBase const &) { // not a failure of the recording
         return false;
     }
 }
@@ -368,7 +372,7 @@ void Client::close()
 {
     Signals::beginEnd(END_AFTER_SIGNAL);
     double const limit = (Signals::getCaught() ? LIMITS_AFTER_SIGNAL : LIMITS).close;
-    if (_startedAt > 0 && _status.devices.empty()) { // something has come in between
+    if (_startedAt > 0 && _status.devices.empty()) { // `play` was interrupted
         stopAfterSignal();
         settleErrand(SHORT);
         awaitStates();
@@ -379,7 +383,7 @@ void Client::close()
     }
     Signals::beginEnd(limit + END_AFTER_SIGNAL / 2);
     _closed = _stage.close(limit);
-    settleErrand(SHORT); // what has been opening devices
+    settleErrand(SHORT); // a call that was opening devices
     auto const &devices = _closed.devices;
     _hasLeftBehind =
         _errands.hasLeftBehind() || _closed.isThreadLeftBehind ||
@@ -414,7 +418,8 @@ bool Client::haveAll(char const *state) const
                        [&](auto const &entry) { return entry.second == state; });
 }
 
-/// One reading after the other, so that a device that does not answer keeps nothing else waiting.
+/// Shows a finished reading, or begins the next one. There is one reading at a time, on the thread
+/// of the errands, so that a device that does not answer delays nothing else.
 void Client::showProgress()
 {
     if (_errands.isPending()) {
@@ -463,7 +468,7 @@ void Client::showEnds()
             end.seconds[step.step.getChars()] = step.seconds;
         show(device.name, end);
     }
-    if (_status.devices.empty()) // they were never started
+    if (_status.devices.empty()) // the devices were never started
         for (auto device = _closed.devices.rbegin(); device != _closed.devices.rend(); ++device)
             show(device->name, {isLeftBehind(*device) ? "" : "not started", {}});
     for (auto const &device : _status.devices)
@@ -525,7 +530,7 @@ DevMgrCloseReport::Device const *Client::findClosed(LiString const &name) const
     return place == devices.end() ? nullptr : &*place;
 }
 
-/// A recording may have gone through, and a device fails at its end all the same.
+/// Names the device that failed at the end, even if the recording is complete.
 void Client::findCulprit()
 {
     enum Rank
@@ -576,7 +581,7 @@ void Client::showResult()
     _display.statistics("device", nullptr, 0, 0);
     for (auto const &[name, device] : _stage.getDevices()) {
         if (auto const * const closed = findClosed(name.c_str()); !closed || isLeftBehind(*closed))
-            continue; // its figures are its own
+            continue; // its thread may still change its figures
         auto const figures = device->getStatistics();
         _display.statistics(shorten(name, LONGEST_NAME), &figures, _startedAt, _stoppedAt);
     }

@@ -1,4 +1,4 @@
-// The client of the device manager.
+// Client of the device manager: plays a show.
 #pragma once
 
 #include "display.h"
@@ -12,21 +12,22 @@
 #include <string>
 #include <vector>
 
-/// Plays a show once, and tells of it. For one thread.
+/// Plays a show once and reports its progress and result. Only one thread may use it.
 class Client
 {
 public:
-    /// Options and show outlive the client. Throws `PlayoutEx`.
+    /// `options` and `show` must outlive the client. Throws `PlayoutEx`.
     Client(Options const &options, Show const &show, std::string const &output);
     Client(Client const &) = delete;
     Client &operator=(Client const &) = delete;
 
-    /// Returns when the recording has gone through and everything is closed. Throws what went
-    /// wrong, when everything is closed as well; returns false if a signal has stopped it. A device
-    /// that hangs is left behind: then it throws `PlayoutEx::NoAnswer`, unless a signal has stopped
-    /// it.
+    /// Plays the show and closes everything. Returns true if the recording is complete, and false
+    /// if a signal has stopped it. If something goes wrong, closes everything and throws the
+    /// reason. A device that hangs is left behind. Then `PlayoutEx::NoAnswer` is thrown, unless a
+    /// signal has stopped the recording.
     bool run();
-    /// Whether threads still run that may use this object. Then it must not be destroyed.
+    /// Returns whether threads were left behind that may use this object. If so, it must not be
+    /// destroyed.
     bool hasLeftBehind() const { return _hasLeftBehind; }
 
 private:
@@ -66,7 +67,7 @@ private:
     Display _display;
     Stage _stage;
     Errands _errands;
-    std::string _player;              // by name
+    std::string _player;              // its name
     std::vector<std::string> _faders; // the first one's peak is shown
     Zv::RCShdPtr<PropertyObserver> _observer;
     Zv::RCShdPtr<StateObserver> _stateObserver;
@@ -76,20 +77,20 @@ private:
     double _stoppedAt = 0;
     double _shownAt = 0;
     double _watchedAt = 0;
-    // What an errand has read.
+    // Property values that an errand has read.
     struct Reading
     {
         double position = 0;
         double place = 0;
         double peak = -1;
     };
-    Reading _reading; // the errand's while it is under way
+    Reading _reading; // written by the errand while it runs
     double _position = 0;
 
-    std::map<std::string, std::string>
-        _questions;           // that devices have not answered for long, by device
+    // By device: the call or step that it has not answered for long.
+    std::map<std::string, std::string> _questions;
     std::string _failure;     // of a device; empty while there is none
-    bool _isNoAnswer = false; // the same, because it hangs
+    bool _isNoAnswer = false; // the failure is that a device hangs
     Zv::DevSeqStatus _status; // at the end of the sequence
     Zv::DevMgrCloseReport _closed;
     bool _isComplete = false;

@@ -1,4 +1,4 @@
-// Something to play.
+// Interface of a recording that can be played.
 #pragma once
 
 #include "audioFormat.h"
@@ -6,16 +6,18 @@
 #include <cstdint>
 #include <vector>
 
-/// A recording that can be read from anywhere. One thread at a time.
+/// Recording that can be read at any position. One thread at a time.
 class Clip
 {
 public:
     virtual ~Clip() noexcept(false) = default;
 
     virtual AudioFormat const &getFormat() const = 0;
-    /// Up to `frames` frames from `position` on, interleaved, the channels in the order of blocks, in full scale 1.0 whatever the file's encoding: fewer at
-    /// its end, and none behind it. Throws `PlayoutEx::Input`, also for a file that ends before its time.
+    /// Returns up to `frames` frames from `position` on, interleaved, with the channels in the
+    /// order of blocks and with full scale 1.0 for every encoding. Returns an empty vector if
+    /// `position` is at the end or behind it. Throws `PlayoutEx::Input` if a file cannot be read or
+    /// ends before its last frame.
     virtual std::vector<double> read(std::int64_t position, int frames) = 0;
-    /// Gives back what the next `read` can have again, such as an open file.
+    /// Releases what the next `read` can acquire again, such as an open file.
     virtual void rest() {}
 };

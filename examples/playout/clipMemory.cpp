@@ -22,7 +22,7 @@ ClipMemory::ClipMemory(ShowMemory const &show, MemoryFigures &figures)
     : _show(show),
       _figures(figures),
       _loader("page loader", 1),
-      // A page that comes too late holds up a device.
+      // The loader has a high priority, because a page that is late delays a device.
       _priority("page loader", RtPriorities::getInstance().getRealTimePriority(),
                 PriorityRelation::LESS_EQUAL, _loader),
       _factory(MbStateMachine::getInstance(false).getInitialState(), makeManager(show))

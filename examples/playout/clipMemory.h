@@ -1,4 +1,4 @@
-// Where clips live while they are played.
+// Memory of the clips that are played.
 #pragma once
 
 #include "clipPage.h"
@@ -9,17 +9,21 @@
 #include <resmgt/memoryBuffers.h>
 #include <resmgt/threads.h>
 
-/// The buffer manager that a show asks for, and the thread that loads ahead. Buffers end before it.
+/// The buffer manager that a show asks for, and the thread that loads pages ahead of time. It must
+/// outlive its buffers.
 class ClipMemory
 {
 public:
-    /// Both outlive it. Throws what keeps it from having the memory.
+    /// `show` and `figures` must outlive the object. Throws what the library throws if there is no
+    /// such memory.
     ClipMemory(ShowMemory const &show, MemoryFigures &figures);
 
-    /// A page of so many bytes, on a multiple of 8. `page` receives its protocol, which is the buffer's.
+    /// Returns a buffer of that many bytes, aligned to 8. `page` receives its protocol, which the
+    /// buffer owns.
     Zv::MbBuffer createPage(ClipPage::Fill fill, int bytes, ClipPage::Place place, ClipPage *&page);
     int getPageBytes() const { return static_cast<int>(_show.page); }
-    /// How many pages there is room for beside the one that is being played, and no more than the show wants.
+    /// Returns the number of pages to load ahead: what the show asks for, but no more than fit into
+    /// the budget beside the page that is being played.
     int getAhead() const;
     MemoryFigures &getFigures() const { return _figures; }
 

@@ -49,7 +49,7 @@ void ClipPage::fillLater(void *memory, std::uint64_t size, bool isReload, LkAsyn
         try {
             fill(memory, size, isReload);
         } catch (std::exception const &) {
-            isFilled = false; // whoever comes to the page will try again, and hear of it
+            isFilled = false; // the next guard on the page tries again, and gets the exception
         }
         _isPrefetched = isFilled;
         isFilled ? handle->performSucceeded() : handle->performFailed();

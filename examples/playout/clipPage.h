@@ -1,4 +1,4 @@
-// A page of a clip.
+// Page of a clip in a memory buffer.
 #pragma once
 
 #include "memoryFigures.h"
@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-/// Returns the indices of the pages that have lost their memory since the last call. Any thread.
+/// Collects the indices of pages that have lost their memory. Thread-safe.
 class UnloadedPages
 {
 public:
@@ -22,6 +22,7 @@ public:
         Zv::LkGuard<Zv::LkLock const> const guard(_lock);
         _indices.push_back(index);
     }
+    /// Returns the indices that were added since the last call.
     std::vector<std::int64_t> take()
     {
         Zv::LkGuard<Zv::LkLock const> const guard(_lock);
@@ -33,28 +34,29 @@ private:
     std::vector<std::int64_t> _indices;
 };
 
-/// What a buffer does with a page. It fills it on the thread that wants it, or, ahead of time, on a thread of the
-/// loader's. There is nothing to write back: the page is still in its file.
+/// Loads a page into its buffer, on the thread that wants it, or ahead of time on a thread of the
+/// loader. Nothing is written back, because the page is still in its file.
 class ClipPage : public Zv::MbProtocol
 {
 public:
-    /// Fills the memory. Any thread; throws what keeps it from that.
+    /// Fills the memory. Called on any thread. May throw.
     using Fill = std::function<void(void *memory, std::uint64_t size)>;
 
     struct Place
     {
-        UnloadedPages &unloaded; // is told when the page has lost its memory
-        std::int64_t index;      // as what
-        bool wasLoaded;          // an object before this one had the page in memory
+        UnloadedPages &unloaded; // gets `index` when the page loses its memory
+        std::int64_t index;
+        bool wasLoaded; // by an earlier object of this page
     };
 
-    /// Loader, figures and `place.unloaded` outlive the page.
+    /// `loader`, `figures` and `place.unloaded` must outlive the page.
     ClipPage(Fill fill, Place const &place, TaskPool &loader, MemoryFigures &figures);
 
-    /// Whether it was loaded, or begun to be loaded, since it was unloaded last.
+    /// Returns whether a load has begun since the page was last unloaded.
     bool hasMemory() const { return _hasMemory; }
 
-    /// Whether the last load was ahead of time, and over when this is asked; true once for each.
+    /// Returns whether a load ahead of time has succeeded and the page was not unloaded since.
+    /// Returns true once for each such load.
     bool takePrefetched() { return _isPrefetched.exchange(false); }
 
     void load(void *memory, std::uint64_t size) override { fill(memory, size, false); }

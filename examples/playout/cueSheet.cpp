@@ -17,7 +17,8 @@ std::string toNumber(double number)
     return format("%.17g", number);
 }
 
-/// The property that an event sets, and the value. `fader` is empty if there is none next to the player.
+/// Returns the property that an event sets, and its value. `fader` must be empty if the player is
+/// connected to no fader. Throws `std::invalid_argument` if the event is wrong.
 std::pair<std::string, std::string> toSetting(ShowEvent const &event, std::string const &player,
                                               std::string const &fader, Timeline const &timeline)
 {
@@ -38,7 +39,7 @@ std::pair<std::string, std::string> toSetting(ShowEvent const &event, std::strin
     return {fader + ":levels:mute", event.value == "on" ? "1" : "0"};
 }
 
-/// Runs on the alarm manager's thread. The device does it when it comes to it.
+/// Sets a property. Runs on the alarm manager's thread.
 void set(RCShdPtr<DevMDPropertyAny> const &property, std::string const &value, PlayoutJob &job)
 {
     try {
@@ -53,7 +54,8 @@ void set(RCShdPtr<DevMDPropertyAny> const &property, std::string const &value, P
 void setCues(Stage const &stage, PlayoutJob &job)
 {
     std::string const name = stage.findAll("player").front();
-    // The player's own neighbour: what lies between them is on its way when the player holds.
+    // Only the fader next to the player will do. While the player waits, all blocks before the cue
+    // are already in that fader's FIFO.
     std::string const next = stage.findNext(name);
     std::string const fader = stage.isA("fader", next) ? next : "";
     std::map<std::string, RCShdPtr<DevMDPropertyAny>> properties;
@@ -75,7 +77,7 @@ void setCues(Stage const &stage, PlayoutJob &job)
         if (known == name)
             player = device.get();
     job.cues.set(std::move(cues), [player, &job] {
-        // Behind the jump that may still be in its FIFO.
+        // Posted, because the request of a jump may still be in the player's FIFO.
         player->post([&job] {
             job.cues.countHappened();
             job.wake();

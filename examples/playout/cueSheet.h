@@ -1,8 +1,8 @@
-// From the events of a show to what is done.
+// Turns the events of a show into cues.
 #pragma once
 
 #include "stage.h"
 
-/// Hands the events of the stage's show to the cues of its job. What is wrong with one is thrown as
-/// `PlayoutEx::Client`, with its place.
+/// Gives the events of the show to the cues of `job`. Throws `PlayoutEx::Client`, with the place in
+/// the show, if an event is wrong.
 void setCues(Stage const &stage, PlayoutJob &job);

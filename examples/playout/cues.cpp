@@ -26,7 +26,7 @@ void Cues::start(double moment, double interval)
 {
     LkGuard<LkLock const> const guard(_lock);
     _isDue.assign(_cues.size(), false);
-    // Of alarms for the same moment, the manager calls first the one that was registered last.
+    // If alarms have the same moment, the manager first calls the one that was registered last.
     for (std::size_t i = _cues.size(); i-- > 0;)
         schedule(i, moment + static_cast<double>(_cues[i].frame) * interval);
 }
@@ -54,9 +54,9 @@ void Cues::stop()
 {
     {
         LkGuard<LkLock const> const guard(_lock);
-        _isStopped = true; // the handles stay as they are
+        _isStopped = true; // `schedule` changes no handle after that
     }
-    // Waits for one that is under way, which needs the lock.
+    // Waits for an alarm that is running and that may need the lock.
     for (Alarm const &alarm : _alarms)
         if (!alarm.handle.isNull())
             MtAlarmManager::getInstance().deregisterAlarm(alarm.handle);
@@ -91,7 +91,8 @@ void Cues::Alarm::performAlarm(RCShdPtr<MtAlarmHandle>, bool goingAway)
     _cues._onDone();
 }
 
-/// Otherwise it is due, and waits for the player, or for the cue before it.
+/// Returns whether a cue may run now. If it may not, marks it as due, so that it runs when the
+/// player and the earlier cues allow it.
 bool Cues::mayHappen(std::size_t index)
 {
     LkGuard<LkLock const> const guard(_lock);

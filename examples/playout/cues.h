@@ -1,4 +1,4 @@
-// The events of a show, on their way.
+// Cues: actions at given frames of a recording.
 #pragma once
 
 #include "timeline.h"
@@ -12,17 +12,18 @@
 #include <string>
 #include <vector>
 
-/// Lets things happen at their frames, on the thread of the alarm manager. By the clock each has its moment; where the
-/// player is late, or there is no clock, it has it when the player gets there. The player holds until it has happened,
-/// so that it happens between the right two frames.
+/// Runs actions at their frames, on the thread of the alarm manager. If there is a clock, an action
+/// is due at the moment of its frame. If the player is late, or if there is no clock, the action
+/// runs when the player reaches the frame. The player waits until the action has been carried out,
+/// so that it takes effect between the right two frames.
 class Cues
 {
 public:
     struct Cue
     {
         std::int64_t frame;
-        std::string text;             // for the user
-        std::function<void()> action; // throws nothing
+        std::string text;             // shown to the user
+        std::function<void()> action; // must not throw
     };
 
     Cues() = default;
@@ -30,25 +31,31 @@ public:
     Cues &operator=(Cues const &) = delete;
     ~Cues() noexcept(false);
 
-    /// All cues, before the player begins. `onDone` is called when the action of one has returned, on the alarm manager's
-    /// thread: it sees to it that `countHappened` is called when what the action has asked for is done.
+    /// Sets all cues. Must be called before the player begins. `onDone` is called on the alarm
+    /// manager's thread after each action has returned. It must have `countHappened` called when
+    /// what the action asked for is done.
     void set(std::vector<Cue> cues, std::function<void()> onDone);
-    /// Frame 0 is played at `moment`, and each frame an interval later.
+    /// Schedules all cues. Frame 0 is played at `moment`, and each frame an interval after the one
+    /// before.
     void start(double moment, double interval);
-    /// For the player, before each frame: whether it has to wait for what happens at this one.
+    /// Returns whether the player must wait for a cue at this frame. The player calls it before
+    /// each frame.
     bool isHeld(std::int64_t frame);
-    /// The next one has happened. Any thread.
+    /// Counts the next cue as carried out. Any thread may call it.
     void countHappened();
-    /// Nothing happens any more from here on. The devices still run.
+    /// Ends the cues. No action begins after the call, and the call waits for an action that is
+    /// running. The devices must still run.
     void stop();
 
-    /// Those that have happened since the last call.
+    /// Returns the cues that were carried out since the last call.
     std::vector<Cue> takeHappened();
+    /// Returns the cues that were carried out.
     std::vector<Cue> getHappened() const;
+    /// Returns the cues that were not carried out.
     std::vector<Cue> getOthers() const;
 
 private:
-    /// Of one cue.
+    /// Alarm of one cue.
     class Alarm final : public Zv::MtAlarmHandle::Callback
     {
     public:
@@ -56,8 +63,8 @@ private:
 
         void performAlarm(Zv::RCShdPtr<Zv::MtAlarmHandle> handle, bool goingAway) override;
 
-        Zv::RCShdPtr<Zv::MtAlarmHandle>
-            handle; // null before the cue is scheduled; guarded by the lock of the cues
+        // Null until the cue is scheduled. Guarded by the lock of the cues.
+        Zv::RCShdPtr<Zv::MtAlarmHandle> handle;
 
     private:
         Cues &_cues;
@@ -68,10 +75,12 @@ private:
     void schedule(std::size_t index, double moment) ZV_REQUIRES(_lock);
 
     Zv::LkLock mutable _lock{"Cues"};
-    std::vector<Cue> _cues; // by frame; unchanged from `set` on, as is what follows
+    // `set` sets the next three, and nothing changes them afterwards, except the handles of alarms.
+    std::vector<Cue> _cues; // by frame
     std::function<void()> _onDone;
-    std::deque<Alarm> _alarms;                     // of all cues
-    std::vector<bool> _isDue ZV_GUARDED_BY(_lock); // its moment has come, and the player has not
+    std::deque<Alarm> _alarms; // one for each cue
+    // By cue: its moment has passed, and it waits for the player.
+    std::vector<bool> _isDue ZV_GUARDED_BY(_lock);
     std::int64_t _reached ZV_GUARDED_BY(_lock) = -1;
     std::size_t _nbBegun ZV_GUARDED_BY(_lock) = 0;
     std::size_t _nbHappened ZV_GUARDED_BY(_lock) = 0;

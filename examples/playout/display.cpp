@@ -15,7 +15,7 @@ namespace {
 
 constexpr int BAR_WIDTH = 40;
 constexpr std::size_t LONGEST_LINE = 4096; // bytes
-constexpr double UNKNOWN_LENGTH_STEP = 10; // seconds a line
+constexpr double UNKNOWN_LENGTH_STEP = 10; // seconds for each line
 
 std::string getTime(DeviceEnd const &end, char const *step)
 {

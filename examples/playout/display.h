@@ -1,4 +1,4 @@
-// What the user sees.
+// Output for the user.
 #pragma once
 
 #include "playoutDevice.h"
@@ -7,48 +7,49 @@
 #include <set>
 #include <string>
 
-/// How a device has ended.
+/// How a device ended.
 struct DeviceEnd
 {
     std::string text; ///< "stopped"
-    std::map<std::string, double>
-        seconds; ///< by the steps that it has finished, "close" among them
+    /// How long its finished steps and "close" took, by name.
+    std::map<std::string, double> seconds;
 };
 
-/// Writes to the standard output: lines, and below them a progress bar where that is a terminal; elsewhere the progress
-/// is lines, too, one for each tenth.
+/// Writes to the standard output. On a terminal it shows a progress bar below the lines. Otherwise
+/// the progress is lines, too, one for each tenth of the length.
 class Display
 {
 public:
-    /// `length` in seconds, 0 where it is not known.
+    /// `length` is in seconds, 0 if it is not known.
     void setLength(double length) { _length = length; }
-    /// For positions, from now on; outlives the display.
+    /// Shows positions as timecode from now on. `timeline` must outlive the display.
     void setTimeline(Timeline const *timeline) { _timeline = timeline; }
-    /// How often progress is worth showing, in seconds.
+    /// Returns the shortest useful interval between calls of `progress`, in seconds.
     double getInterval() const { return _isTerminal ? 0.04 : 0.001; }
 
-    /// Shows the text as one line, whatever it contains; see `toShownText`.
+    /// Shows the text as one line. `toShownText` replaces its control characters.
     void line(std::string const &text);
-    /// `position`, how much has been played, and `place`, where in the clips that is, in seconds; `peak` in full scale
-    /// 1.0, negative where nobody measures it.
+    /// Shows the progress. `position` is how much was played and `place` the place in the clips,
+    /// both in seconds. `peak` has full scale 1.0, and is negative if it is not measured.
     void progress(double position, double place, double peak);
-    /// The bar stays as it is.
+    /// Ends the bar and leaves it on the terminal.
     void endProgress();
-    /// Shows the text as one line, and has the bar begin anew below it, as `line` does. At most once for each text.
+    /// Shows the text like `line`, but at most once for each text.
     void notice(std::string const &text);
-    /// `name`, and the figures of a device; null for the head of the table. `startedAt` and `stoppedAt` are moments, 0
-    /// for never.
+    /// Shows the figures of a device. If `figures` is null, shows the head of the table.
+    /// `startedAt` and `stoppedAt` are moments, 0 for never.
     void statistics(std::string const &name, PlayoutDevice::Statistics const *figures,
                     double startedAt, double stoppedAt);
 
-    /// How a device has ended, and how long its steps took; null for the head of the table.
+    /// Shows how a device ended and how long its steps took. If `end` is null, shows the head of
+    /// the table.
     void end(std::string const &name, DeviceEnd const *end);
-    /// The same for the beats of a device.
+    /// Shows the beats of a device. If `figures` is null, shows the head of the table.
     void beats(std::string const &name, Metronome::Figures const *figures);
-    /// What became of the pages of the clips.
+    /// Shows what happened to the pages of the clips.
     void memory(ShowMemory const &show, MemoryFigures::Figures const &figures);
 
-    /// Seconds as timecode where there is a timeline.
+    /// Returns the text of a position in seconds: a timecode if there is a timeline, else seconds.
     std::string toPosition(double seconds) const;
     static std::string toDecibels(double level);
 
@@ -63,5 +64,5 @@ private:
     static bool isTerminal();
 };
 
-/// As `printf` writes it.
+/// Returns the text that `printf` would write, cut to 511 bytes.
 [[gnu::format(printf, 1, 2)]] std::string format(char const *text, ...);

@@ -1,4 +1,4 @@
-// Calls that must not hold up the main thread.
+// Runs calls that must not block the main thread.
 #pragma once
 
 #include "playoutJob.h"
@@ -10,26 +10,25 @@
 #include <functional>
 #include <memory>
 
-/// Makes calls that a device may keep waiting, one at a time, on a thread of its own. One that does
-/// not return is left behind with its thread. For one thread, which `PlayoutJob::wake` wakes when a
-/// call has returned.
+/// Makes calls that may wait for a device, one at a time, on a thread of its own. A call that does
+/// not return can be left behind with its thread. Only one thread may use the object.
+/// `PlayoutJob::wake` is called when a call has returned.
 class Errands
 {
 public:
     explicit Errands(Zv::RCShdPtr<PlayoutJob> const &job);
     Errands(Errands const &) = delete;
     Errands &operator=(Errands const &) = delete;
-    /// Waits for the call that is under way.
+    /// Waits for a call that is running and was not left behind.
     ~Errands() noexcept(false);
 
-    /// Begins a call. The one before must have been collected or left behind.
+    /// Begins a call. The previous call must have been collected or left behind.
     void begin(std::function<void()> call);
-    /// Whether a call was begun and neither collected nor left behind.
+    /// Returns whether a call was begun and neither collected nor left behind.
     bool isPending() const { return !_call.isNull(); }
-    /// Returns true when the call has returned, and throws what it has thrown. Returns false while
-    /// it is under way.
+    /// Returns whether the call that is pending has returned. Throws what the call has thrown.
     bool collect();
-    /// Gives the call up. What it refers to must live until the process ends.
+    /// Gives up the call and its thread. What the call refers to must live until the process ends.
     void leaveBehind();
     bool hasLeftBehind() const { return _hasLeftBehind; }
 

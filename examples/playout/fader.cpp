@@ -11,7 +11,7 @@ Fader::Fader(LiString const &name, RCShdPtr<PlayoutJob> const &job) : PlayoutDev
 {
     addIn("What is faded");
     addOut("The same at another level", [this, name] {
-        // Connected from the player on, so that each device knows the format when it is its turn.
+        // Streams must be connected from the player on, so that each device knows the format.
         if (!getIn().isConnected())
             ZV_THROW(PlayoutEx::NotConnected, name.getChars(), "in");
         return getIn().getFormat();

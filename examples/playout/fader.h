@@ -1,11 +1,11 @@
-// The device in between.
+// Device that applies a gain.
 #pragma once
 
 #include "playoutDevice.h"
 
-/// Passes on what comes in at `in`, multiplied, to what is connected to `out`. Properties: `levels:gain`, a factor,
-/// `levels:mute`, 1 for silence and 0 for none, and `levels:peak`, the largest sample so far, after the gain, in full
-/// scale 1.0.
+/// Multiplies the samples from `in` and passes them to `out`. Its properties are `levels:gain`, a
+/// factor, `levels:mute`, 1 for silence and 0 for none, and `levels:peak`, the largest sample so
+/// far after the gain, with full scale 1.0.
 class Fader : public PlayoutDevice
 {
 public:

@@ -28,7 +28,8 @@ constexpr KindName KINDS[] = {{"fails", Kind::FAILS},   {"fails-otherwise", Kind
                               {"twice", Kind::TWICE},   {"recovers", Kind::RECOVERS},
                               {"aborts", Kind::ABORTS}};
 
-/// What can go wrong in a phase: a call has no completion, and only a device that runs reports something.
+/// Which kinds of faults a phase may have. A call has no completion, and only a running device
+/// reports something.
 enum Kinds
 {
     OF_CALL,
@@ -72,7 +73,7 @@ bool isPossible(Kinds kinds, Kind kind)
     return false;
 }
 
-/// "open, start, ready"
+/// Returns the names as text: "open, start, ready".
 template <class Names, class Filter>
 std::string list(Names const &names, Filter filter)
 {

@@ -1,4 +1,4 @@
-// Devices that misbehave on request, to show what the program does about them.
+// Faults that devices have on request, to show how the program handles them.
 #pragma once
 
 #include <optional>
@@ -26,9 +26,9 @@ struct Fault
         FAILS_OTHERWISE, ///< throws an exception that is no `Zv::ExBase`
         HANGS,           ///< does not return until the process ends
         SLOW,            ///< returns late
-        SILENT,          ///< returns, and never answers
+        SILENT,          ///< returns, and never runs its completion
         DROPS,           ///< destroys the completion instead of running it
-        TWICE,           ///< answers twice
+        TWICE,           ///< runs its completion twice
         RECOVERS,        ///< reports that it has lost its lock
         ABORTS           ///< reports an abort
     };
@@ -36,7 +36,7 @@ struct Fault
     /// Throws `std::invalid_argument` with a text that says what is wrong and what is possible.
     static Fault parse(std::string const &text);
 
-    /// The word for a phase in a command line.
+    /// Returns the name of a phase on the command line.
     static char const *getName(Phase phase);
 
     std::string device;
@@ -48,8 +48,8 @@ struct Fault
 class Faults
 {
 public:
-    /// Throws `std::invalid_argument` as `Fault::parse`, and if a device has a fault at that phase
-    /// already.
+    /// Throws `std::invalid_argument` as `Fault::parse` does, and if the device already has a fault
+    /// in that phase.
     void add(std::string const &text);
     bool isEmpty() const { return _faults.empty(); }
     std::vector<Fault> const &getAll() const { return _faults; }
@@ -59,6 +59,6 @@ private:
     std::vector<Fault> _faults;
 };
 
-/// Does what a fault asks for as soon as the phase begins: throws, does not return, or returns
-/// late. `device` is named in what is thrown. Other kinds are the caller's.
+/// Carries out a fault that takes effect when the phase begins: throws, does not return, or returns
+/// late. The exception names `device`. The caller must carry out the other kinds.
 void beginFault(std::optional<Fault::Kind> kind, std::string const &device, Fault::Phase phase);

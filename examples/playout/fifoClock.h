@@ -1,22 +1,23 @@
-// How long requests wait in a device's FIFO.
+// Measures how long requests wait in a device's FIFO.
 #pragma once
 
 #include <resmgt/deviceManager.h>
 #include <resmgt/deviceProtocol.h>
 #include <resmgt/locks.h>
 
-/// Told of each request that enters a FIFO, and by the device of each that leaves it, keeps the longest stay.
+/// Keeps the longest time that a request spent in a FIFO. The FIFO reports each request that enters
+/// it, and the device each request that leaves it. Thread-safe.
 class FifoClock : public Zv::DevMDStdFifoObs
 {
 public:
     void performProduced(Zv::DevANOQueue &queue, Zv::DevANOQueueEntry const &entry) override;
     void consumed();
-    /// In seconds.
+    /// Returns the longest wait in seconds.
     double getLongestWait() const;
 
 private:
     Zv::LkLock mutable _lock{"FifoClock"};
     Zv::Deque<double> _entered;
-    int _nbEarly = 0; // left before anybody was told that they had entered
+    int _nbEarly = 0; // requests that left the FIFO before their entry was reported
     double _longestWait = 0;
 };

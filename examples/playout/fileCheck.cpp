@@ -13,7 +13,8 @@
 
 namespace {
 
-/// What tells a file from all others: its own numbers, or those of its folder and its name if it does not exist.
+/// Identifies a file by its device and inode, or by those of its folder and its name if it does not
+/// exist.
 using Identity = std::tuple<dev_t, ino_t, std::string>;
 
 Identity identify(std::string const &path)

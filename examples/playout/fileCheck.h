@@ -1,4 +1,4 @@
-// What must not be written over.
+// Keeps the program from overwriting its own input and output files.
 #pragma once
 
 #include "options.h"
@@ -6,7 +6,8 @@
 
 #include <string>
 
-/// Compares the files that are written, the trace among them, with the files that are read and with each other. Throws
-/// `PlayoutEx::Output` if one would be written over. Links are followed; a file that does not exist yet is known by its
-/// folder and its name. `output` may be empty for a show that is not played.
+/// Compares the files that will be written, including the trace, with the files that will be read
+/// and with each other. Throws `PlayoutEx::Output` if one would be overwritten. Links are followed.
+/// A file that does not exist yet is identified by its folder and its name. `output` may be empty
+/// for a show that is not played.
 void checkFiles(Options const &options, Show const &show, std::string const &output);

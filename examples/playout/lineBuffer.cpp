@@ -13,7 +13,7 @@ LineBuffer::LineBuffer(std::string const &path)
     errno = std::filesystem::is_directory(path) ? EISDIR : 0;
     if (errno == 0)
         _file.open(path, std::ios::binary);
-    if (!_file.is_open() && Signals::getCaught()) // at a pipe that no other process has opened yet
+    if (!_file.is_open() && Signals::getCaught()) // while waiting for the other end of a pipe
         ZV_THROW(PlayoutEx::Interrupted);
     if (!_file.is_open())
         ZV_THROW(PlayoutEx::Input, path.c_str(), std::strerror(errno));

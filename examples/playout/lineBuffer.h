@@ -1,19 +1,21 @@
-// A file that is read line by line.
+// Stream buffer that reads a file line by line.
 #pragma once
 
 #include <fstream>
 #include <streambuf>
 #include <string>
 
-/// Tells a parser's user where the parser is. That reads in blocks, and a block that is not full is its last: so each
-/// block holds one line and is filled up with blanks. Between tags, and between attributes, blanks do not count.
+/// Knows the line at which a parser is. The parser reads in blocks and takes a block that is not
+/// full for the last one. So each block holds one line, or a part of one, and is filled up with
+/// blanks. Blanks between tags and between attributes have no meaning.
 class LineBuffer : public std::streambuf
 {
 public:
-    /// Throws `PlayoutEx::Input`.
+    /// Throws `PlayoutEx::Input` if the file cannot be opened, and `PlayoutEx::Interrupted` if a
+    /// signal ends the wait for the other end of a pipe.
     explicit LineBuffer(std::string const &path);
 
-    /// Of the block that was read last, from 1 on.
+    /// Returns the number of the line that was read last, from 1 on.
     int getLine() const { return _line > 0 ? _line : 1; }
 
 protected:
@@ -21,7 +23,7 @@ protected:
 
 private:
     std::ifstream _file;
-    std::string _text;      // a line
-    std::size_t _place = 0; // in it: it may be longer than a block
+    std::string _text;      // the current line
+    std::size_t _place = 0; // in the text, which may be longer than a block
     int _line = 0;
 };

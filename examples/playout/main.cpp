@@ -1,4 +1,4 @@
-// zvplayout: recordings through a tree of managed devices.
+// zvplayout: plays recordings through a tree of managed devices.
 
 #include "client.h"
 #include "fileCheck.h"
@@ -28,13 +28,13 @@ enum Status
     FAILED = 1,
     WRONG_USAGE = 2,
     NO_ANSWER = 3,  // a device hangs
-    SIGNALLED = 128 // and the number of the signal
+    SIGNALLED = 128 // plus the number of the signal
 };
 
 constexpr std::size_t LONGEST_MESSAGE = 1000; // bytes
 
-/// Sends the log to a file, with all levels on. Without a file there is no log: a failed assertion, which is told there
-/// too, is reported once.
+/// Sends the trace to a file, with all levels enabled. Without a file the trace is dropped, so that
+/// a failed assertion, which is also traced, is shown only once.
 class TraceFile
 {
 public:
@@ -56,7 +56,7 @@ public:
         if (path.empty())
             return;
         if (!Zv::LgTrace::openFile(path.c_str())) {
-            if (errno == EINTR && Signals::getCaught()) // at a pipe that has no reader yet
+            if (errno == EINTR && Signals::getCaught()) // while waiting for the reader of a pipe
                 ZV_THROW(PlayoutEx::Interrupted);
             ZV_THROW(PlayoutEx::Output, path.c_str(), std::strerror(errno));
         }
@@ -90,7 +90,7 @@ int reportSignal(std::string const &output)
     return SIGNALLED + Signals::getCaught();
 }
 
-/// Writes a text that is all that was asked for. Throws `PlayoutEx::Output`.
+/// Writes a text to the standard output. Throws `PlayoutEx::Output`, with `name`, if that fails.
 void print(std::string const &text, char const *name)
 {
     errno = 0;
@@ -115,7 +115,7 @@ int reportUsage(Options::Error const &error)
     return WRONG_USAGE;
 }
 
-/// To be called in a handler.
+/// Reports the exception that is being handled. Must be called in a handler.
 int reportException(std::string const &output)
 {
     try {
@@ -133,7 +133,8 @@ int reportException(std::string const &output)
     }
 }
 
-/// Returns whether the recording has gone through. Does not return if a device hangs: its thread may use everything.
+/// Plays the show. Returns whether the recording is complete. If a device hangs, ends the process
+/// instead, because its thread may still use everything.
 bool run(Client *client, std::string const &output, TraceFile &trace)
 {
     std::unique_ptr<Client> owner(client);
@@ -149,7 +150,7 @@ bool run(Client *client, std::string const &output, TraceFile &trace)
             throw;
         try {
             trace.close();
-        } catch (PlayoutEx const &) { // there is worse to report
+        } catch (PlayoutEx const &) { // the first failure is worse
         }
         status = reportException(output);
     }
@@ -187,12 +188,12 @@ int playOut(Options const &options)
     }
 }
 
-/// A file that is opened must not get the number of a standard stream that is closed. What is written there fails as
-/// before.
+/// Opens /dev/null for each standard stream that is closed, so that no other file gets its number.
+/// It is opened for the wrong direction, so that reading or writing still fails.
 void occupyStandardStreams()
 {
     for (int const number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (::fcntl(number, F_GETFD) < 0) // then it is the lowest number that is free
+        if (::fcntl(number, F_GETFD) < 0) // so it is the lowest free number
             ::open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 

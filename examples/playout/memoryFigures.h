@@ -1,4 +1,4 @@
-// What became of the pages of a show.
+// Statistics of the pages of a show.
 #pragma once
 
 #include <resmgt/locks.h>
@@ -6,19 +6,19 @@
 #include <algorithm>
 #include <cstdint>
 
-/// Counts. Any thread.
+/// Counts loads, unloads and bytes of pages. Thread-safe.
 class MemoryFigures
 {
 public:
     struct Figures
     {
         long loads = 0;
-        long reloads = 0; // of pages that were unloaded
-        long unloads = 0; // for want of memory
-        long visits = 0;  // pages that the player has come to
-        long hits = 0;    // of them, those that a prefetch had loaded by then
-        std::int64_t bytes = 0;
-        std::int64_t peak = 0; // of the bytes
+        long reloads = 0;       // of pages that were unloaded
+        long unloads = 0;       // because another page needed the memory
+        long visits = 0;        // pages that the player has entered
+        long hits = 0;          // visits of pages that a prefetch had loaded by then
+        std::int64_t bytes = 0; // in use
+        std::int64_t peak = 0;  // largest value of `bytes`
     };
 
     Figures get() const

@@ -13,7 +13,8 @@ public:
     {}
 
 protected:
-    /// The two first calls may come at once, for one beat: what counts is the count.
+    /// The first call only sets `_count`, and the second one may follow at the same beat. So the
+    /// beats are counted by `count`, not by the calls.
     bool performSync(std::uint32_t count, int late) override
     {
         std::uint32_t const beats = count - std::exchange(_count, count);
@@ -48,7 +49,7 @@ void Metronome::start(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo, 
     auto * const added = new Client(*this, fifo, std::move(onBeats));
     ObjPtr<SeClientThread> client(added);
     SeSyncEngine::getInstance().addClient(name, client, SeSourceClock::getInstance(), 1);
-    _client = added; // the engine has it only now: it may have refused it
+    _client = added; // only now, because addClient may throw
     _isUsed = true;
 }
 

@@ -1,4 +1,4 @@
-// The beats of the show's clock.
+// Delivers the beats of the show's clock to a device.
 #pragma once
 
 #include <resmgt/deviceProtocol.h>
@@ -8,16 +8,18 @@
 #include <cstdint>
 #include <functional>
 
-/// Brings the sync engine's beats to a device, as requests in its FIFO. A client thread of the clock waits for them.
+/// Passes the beats of the sync engine to a device as requests in its FIFO. A client thread of the
+/// clock waits for the beats.
 class Metronome
 {
 public:
     struct Figures
     {
         long beats = 0;
-        long late = 0; // beats that came when the one before was still being delivered
+        long late = 0; // beats that passed while an earlier one was being delivered
     };
-    /// So many beats have come since the last call: more than one where the thread was late. On the device's thread.
+    /// Called on the device's thread with the number of beats since the last call. It is more than
+    /// one if the client thread was late.
     using OnBeats = std::function<void(std::int64_t)>;
 
     Metronome() = default;
@@ -25,20 +27,23 @@ public:
     Metronome &operator=(Metronome const &) = delete;
     ~Metronome() noexcept(false);
 
-    // One thread at a time, and none whose device waits for the other.
+    /// Begins to deliver beats. `start` and `stop` must be called by one thread at a time, and the
+    /// device must not wait for that thread.
     void start(Zv::LiString const &name, Zv::RCShdPtr<Zv::DevMDStdFifo> const &fifo,
                OnBeats onBeats);
-    /// The device still serves its FIFO. Nothing where the metronome is not running.
+    /// Ends the delivery. The device must still serve its FIFO. Does nothing if the metronome is
+    /// not running.
     void stop();
 
+    /// Returns whether the metronome was ever started.
     bool isUsed() const { return _isUsed; }
-    /// Any thread.
+    /// Any thread may call it.
     Figures getFigures() const;
 
 private:
     class Client;
 
-    Client *_client = nullptr; // the sync engine's
+    Client *_client = nullptr; // owned by the sync engine
     bool _isUsed = false;
     Zv::LkLock mutable _lock{"Metronome"};
     Figures _figures;

@@ -1,4 +1,4 @@
-// What the client hears of its devices.
+// Observers of properties and of device states.
 #pragma once
 
 #include "playoutJob.h"
@@ -12,7 +12,8 @@
 #include <utility>
 #include <vector>
 
-/// Runs on the manager's thread, which must not wait for a device: it marks, and the client's own thread reads.
+/// Sets a mark and wakes the client when a property changes. It is called on the manager's thread,
+/// which must not wait for a device. The client's own thread reads the value.
 class PropertyObserver final : public Zv::DevMgrPropertyObserver
 {
 public:
@@ -30,11 +31,12 @@ private:
     std::atomic<bool> _isMarked = false;
 };
 
-/// Runs on the supervisor's thread, while the devices wait: it takes a note, and the client's own thread shows it.
+/// Records the changes of state. It is called on the supervisor's thread while the devices wait.
+/// The client's own thread shows the changes.
 class StateObserver final : public Zv::DevSeqObserver
 {
 public:
-    /// A device has come to a state.
+    /// Change of a device to another state.
     struct Move
     {
         double time; // of the monotonic clock

@@ -38,7 +38,7 @@ void addFault(Faults &faults, std::string const &option, std::string const &text
     }
 }
 
-/// The names of a tree "( recorder ( player ) )".
+/// Returns the names in a tree such as "( recorder ( player ) )".
 std::vector<std::string> listDevices(std::string const &tree)
 {
     std::vector<std::string> names;

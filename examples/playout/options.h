@@ -1,4 +1,4 @@
-// The command line.
+// Options of the command line.
 #pragma once
 
 #include "fault.h"
@@ -12,21 +12,22 @@
 
 struct Options
 {
-    /// A command line that cannot be understood: the text says why.
+    /// Reports a wrong command line. The text says why.
     struct Error : std::runtime_error
     {
         using runtime_error::runtime_error;
     };
 
-    /// Throws `Error`.
+    /// Throws `Error` if the command line is wrong.
     static Options parse(int argc, char const * const *argv);
     static char const *getHelp();
 
-    /// Whether the input is a show: by its extension.
+    /// Returns whether the input is a show, by its extension ".xml".
     bool isShow() const;
-    /// The show of the document, or of the one file, with what the options say in its place. Throws `PlayoutEx`.
+    /// Returns the show in the input, or a show with the input as its only clip. The options
+    /// replace the corresponding parts. Throws `PlayoutEx`.
     std::unique_ptr<Show> makeShow() const;
-    /// Throws `Error` if a fault is for a device that the sequence of the show does not have.
+    /// Throws `Error` if a fault names a device that is not in the sequence of the show.
     void checkFaults(Show const &show) const;
 
     bool help = false;

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int MOST_LINKS = 40; // as the system's own limit
+constexpr int MOST_LINKS = 40; // the system's own limit
 
 [[noreturn]] void refuse(std::string const &path, int error)
 {
@@ -45,7 +45,7 @@ PartFile::PartFile(std::string const &path)
 
 PartFile::~PartFile()
 {
-    // Another process may have a part under this name, if this one was removed meanwhile.
+    // If this part was removed meanwhile, the name may belong to another process.
     if (_descriptor >= 0 && Signals::isFileAt(_partPath.c_str(), _descriptor))
         std::remove(_partPath.c_str());
     close();
@@ -62,19 +62,19 @@ std::string PartFile::getTarget(std::string const &path)
         fs::path const next = fs::read_symlink(target, none);
         if (none)
             refuse(path, none.value());
-        target = target.parent_path() / next; // or `next`, if that is absolute
+        target = target.parent_path() / next; // `next` alone if it is absolute
     }
     return target;
 }
 
 void PartFile::open()
 {
-    // A process that finds an unlocked part removes it, also one that was just made and is not locked yet.
+    // Tries again, because another process may remove a part that was made and is not locked yet.
     while (!makeAndLock()) {
     }
 }
 
-/// False if another process has been faster.
+/// Returns false if another process was faster.
 bool PartFile::makeAndLock()
 {
     _descriptor = ::open(_partPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
@@ -157,7 +157,7 @@ SF_VIRTUAL_IO PartFile::getCalls()
                 continue;
             written += std::max<sf_count_t>(file.noted(result), 0);
         }
-        return count; // libsndfile's encoders leak when they are told of a failure
+        return count; // libsndfile's encoders leak memory if they are told of a failure
     };
     return calls;
 }
@@ -185,7 +185,7 @@ void PartFile::writeAt(off_t offset, std::string const &bytes)
 
 void PartFile::finish()
 {
-    // Without this, a power cut may leave the name with an empty file.
+    // Without this, an empty file may have the name after a power cut.
     int result = 0;
     do
         result = ::fsync(_descriptor);

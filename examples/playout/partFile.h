@@ -1,46 +1,51 @@
-// A file that appears only when it is complete.
+// Output file that appears only when it is complete.
 #pragma once
 
 #include <sndfile.h>
 
 #include <string>
 
-/// Is written beside its place, under its path with ".part" behind it. `finish` and `commit` put it there, in place of
-/// what was there before; a part that is destroyed without that is removed. If the path is a symbolic link, the file
-/// that the link leads to is written.
+/// Writes a file under its path with ".part" appended, the part. `finish` and `commit` rename it to
+/// its path and replace the file there. If the object is destroyed without that, the part is
+/// removed. If the path is a symbolic link, the file that the link leads to is written.
 ///
-/// The part is locked while it is written, so that no two processes write one file. A part that is not locked was left
-/// behind by a process that was killed; it is replaced. One thread at a time.
+/// The part is locked while it is written, so that no two processes write one file. A part that is
+/// not locked was left by a process that was killed, and is replaced. One thread at a time.
 class PartFile
 {
 public:
-    /// Throws `PlayoutEx::Output` if there cannot be a file of that path, if the path leads to something that is not a
-    /// regular file, and if another process is writing it.
+    /// Throws `PlayoutEx::Output` if no file can be made or replaced at that path, if the path
+    /// leads to something that is not a regular file, or if another process is writing it.
     explicit PartFile(std::string const &path);
     PartFile(PartFile const &) = delete;
     PartFile &operator=(PartFile const &) = delete;
     ~PartFile();
 
-    /// Returns the file that a path leads to: the path itself, or what the symbolic link there names, which need not
-    /// exist. Throws `PlayoutEx::Output` if links lead in a circle.
+    /// Returns the file that a path leads to. This is the path itself, or the target of the
+    /// symbolic link there, which need not exist. Throws `PlayoutEx::Output` if links form a
+    /// circle.
     static std::string getTarget(std::string const &path);
     /// Returns the path under which the file is written.
     static std::string getPartPath(std::string const &path) { return getTarget(path) + ".part"; }
 
-    /// The calls by which libsndfile writes; their context is this object.
+    /// Returns the functions by which libsndfile writes. Their context must be a pointer to a
+    /// `PartFile`.
     static SF_VIRTUAL_IO getCalls();
-    /// The first failure of the system, as errno says it; 0 while there is none. libsndfile is not told of it and goes
-    /// on; what it writes from then on goes nowhere.
+    /// Returns the `errno` of the first system call that failed, 0 if none has failed. libsndfile
+    /// is not told of a failed write. What it writes after that is dropped.
     int getSystemError() const { return _systemError; }
     /// Appends text. Throws `PlayoutEx::Output`.
     void write(std::string const &text);
-    /// Reads or writes bytes at an offset of what was written. Throws `PlayoutEx::Output`.
+    /// Returns up to `count` bytes of what was written, from `offset` on. Throws
+    /// `PlayoutEx::Output`.
     std::string readAt(off_t offset, std::size_t count);
+    /// Overwrites what was written from `offset` on. Throws `PlayoutEx::Output`.
     void writeAt(off_t offset, std::string const &bytes);
-    /// Brings everything to the disk. Nothing must be written after it. Throws `PlayoutEx::Output`.
+    /// Waits until everything is on the disk. Nothing must be written after that. Throws
+    /// `PlayoutEx::Output`.
     void finish();
-    /// Puts the finished file in its place. Call it within a `Signals::Critical`. Throws `PlayoutEx::Output`; then the
-    /// part is removed with this object.
+    /// Puts the finished file in its place. Call it while a `Signals::Critical` exists. Throws
+    /// `PlayoutEx::Output`. In that case, the part is removed with this object.
     void commit();
 
 private:
@@ -57,5 +62,5 @@ private:
     std::string _partPath;
     int _descriptor = -1;
     int _systemError = 0;
-    int _number = -1; // of the part among the files to be removed
+    int _number = -1; // from `Signals::remember`
 };

@@ -37,7 +37,7 @@ Player::~Player() = default;
 
 void Player::performOpen()
 {
-    // On the client's thread: the device's does not run yet.
+    // This runs on the client's thread. The device's thread does not run yet.
     Show const &show = getJob().show;
     auto reel = std::make_unique<Reel>();
     for (auto const &clip : show.clips) {
@@ -97,7 +97,7 @@ bool Player::performPiece()
     --_nbDue;
     ++_block;
     if (frames == 0)
-        return true; // in a file of very few samples a second
+        return true; // the file has very few samples per second
     auto const &format = _clip->getFormat();
     std::vector<double> samples;
     attemptWithMemory([&] { samples = _clip->read(_place, frames); });

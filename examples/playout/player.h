@@ -1,4 +1,4 @@
-// The device that reads.
+// Device that reads the clips.
 #pragma once
 
 #include "clip.h"
@@ -7,10 +7,10 @@
 
 #include <memory>
 
-/// Reads the clips and pushes them, block by block, into what is connected to `out`, at the beats of the clock where
-/// that paces the show, elsewhere as fast as `out` takes it: from
-/// the moment that it has locked to the end of the last one. Properties, in seconds: `transport:position`, how much
-/// has been played, `transport:cue`, the place in the clips, which can be set, and `transport:length`, 0 for unknown.
+/// Reads the clips and pushes them block by block to `out`, from its lock to the end of the last
+/// clip. If the clock paces the show, it does so at the beats, otherwise as fast as `out` takes the
+/// blocks. Its properties, in seconds, are `transport:position`, how much was played,
+/// `transport:cue`, the place in the clips, which can be set, and `transport:length`, 0 if unknown.
 class Player : public PlayoutDevice
 {
 public:
@@ -29,20 +29,21 @@ protected:
     void performEnd() override;
 
 private:
-    /// A frame of the show's clock, or what the command line says.
+    /// Returns the frames of the next block: a frame of the show's clock, or what the command line
+    /// says.
     int getBlockFrames() const;
     template <class Step>
     void attemptWithMemory(Step step) const;
 
-    std::unique_ptr<ClipMemory> _memory; // null where clips are read as they come
-    std::unique_ptr<Clip> _clip;         // all of them, as one
+    std::unique_ptr<ClipMemory> _memory; // null if clips are read without buffers
+    std::unique_ptr<Clip> _clip;         // all clips as one
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _position;
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _length;
     bool _isPlaying = false;
     bool _hasSentAll = false;
-    bool _hasBegun = false;       // at a beat
-    std::int64_t _nbDue = 0;      // blocks, by the beats
-    std::int64_t _block = 0;      // the next one's number
+    bool _hasBegun = false;       // the first beat has come
+    std::int64_t _nbDue = 0;      // blocks that the beats ask for and that were not sent
+    std::int64_t _block = 0;      // number of the next one
     std::int64_t _place = 0;      // in the clips, in frames
-    std::int64_t _framesSent = 0; // in all
+    std::int64_t _framesSent = 0; // in total
 };

@@ -13,7 +13,8 @@ TraceLevel const &traceLevel = *Trace::registerLevel("playout", __FILE__);
 
 } // namespace
 
-/// Tells the clock of each request that leaves the FIFO, and keeps the moment since which the device is at work.
+/// Loop that reports to the clock each request that leaves the FIFO, and that records since when
+/// the device is busy.
 class PlayoutDevice::Body final : public DevMDStdLoopThreadProtocol
 {
 public:
@@ -86,7 +87,7 @@ PlayoutDevice::PlayoutDevice(LiString const &name, RCShdPtr<PlayoutJob> const &j
       _job(job),
       _clock(clock)
 {
-    job->setOpening(name.getChars()); // what is created is opened next
+    job->setOpening(name.getChars()); // a device is opened after its creation
 }
 
 PlayoutDevice::~PlayoutDevice() = default;
@@ -126,7 +127,7 @@ void PlayoutDevice::performOpen()
                          [this](std::int64_t beats) { take(beats); });
 }
 
-// A device whose closing fails is closed all the same.
+// The device is closed even if the fault throws.
 void PlayoutDevice::performClose()
 {
     _metronome.stop();
@@ -189,7 +190,7 @@ void PlayoutDevice::start()
 {
     ZV_TRACE(traceLevel, _name << " starts");
     performStep(Fault::Phase::START, [this] {
-        if (_hasFailed) // with a neighbour that was faster
+        if (_hasFailed) // a neighbour was faster and has failed
             ZV_THROW(PlayoutEx::NeighbourFailed, _name.getChars());
         _state = State::running;
         requireStreams();
@@ -344,7 +345,6 @@ void PlayoutDevice::failWithNeighbour()
         attempt([this] { ZV_THROW(PlayoutEx::NeighbourFailed, _name.getChars()); });
 }
 
-/// Lets go of everything, and tells the client and the neighbours.
 void PlayoutDevice::fail(char const *reason, bool isOwn)
 {
     if (_hasFailed)

@@ -1,4 +1,4 @@
-// What the three devices have in common.
+// Base class of the playout's devices.
 #pragma once
 
 #include "audioStream.h"
@@ -13,12 +13,15 @@
 #include <atomic>
 #include <functional>
 
-/// A derived class adds its streams and properties in its constructor and says what it does with the recording; all of
-/// that runs on the device's thread, so that it needs no lock.
+/// Device with a thread, at most one input and at most one output. A derived class adds its streams
+/// and properties in its constructor, and overrides the `perform` functions. These run on the
+/// device's thread, so they need no lock. Only `performOpen`, `performClose` and `getLatency` run
+/// on other threads.
 ///
-/// A device that fails ends its own node of the sequence and no other. It tells the client why. In a step it throws, so
-/// that the supervisor has the reason, too, and elsewhere it fires its abort notification. It passes the failure along
-/// its streams in both directions, so that each neighbour fails in the same way. Then it goes on serving its FIFO.
+/// A device that fails ends only its own node of the sequence, and tells the client the reason. In
+/// a step it also throws, so that the supervisor gets the reason. Between steps it reports an
+/// abort. It passes the failure along its streams in both directions, so that each neighbour fails,
+/// too. It still serves its FIFO afterwards.
 ///
 /// A device also misbehaves if the job has a fault for it: see `Fault`.
 class PlayoutDevice : public Zv::DevMDStdDevice
@@ -27,58 +30,61 @@ public:
     struct Statistics
     {
         long blocks = 0;
-        double longestWait = 0; // seconds that a request stood in the FIFO
+        double longestWait = 0; // seconds that a request was in the FIFO
         double lockedAt = 0;    // moments of the monotonic clock, 0 for never
         double endedAt = 0;
     };
 
-    /// For a device that is closed.
+    /// Returns the figures of the device. It must be closed.
     Statistics getStatistics() const;
-    /// The recording is given up: the device drops what it has for the next one, instead of waiting. Any thread.
+    /// Gives up the recording. The device drops its elements for the next device from now on,
+    /// instead of waiting for that device. Any thread may call it.
     void letGo();
-    /// How long the device has been at one piece of its work, in seconds. 0 if it serves its FIFO, or waits for the
-    /// next device. Any thread.
+    /// Returns how many seconds the device has spent on one request or piece of work. Returns 0 if
+    /// it waits for requests or for the next device. Any thread may call it.
     double getBusySeconds() const;
-    /// Has the device call a function, then look for something to do. Any thread.
+    /// Has the device's thread call a function, and then `performPiece`. Any thread may call it.
     void post(std::function<void()> function);
     Metronome const &getMetronome() const { return _metronome; }
 
     void performOpen() override;
     void performClose() override;
-    /// None. Overridden for a fault at "ready".
+    /// Returns the latency of the base class. Overridden for a fault at "ready".
     Zv::DtTime getLatency() override;
 
 protected:
     PlayoutDevice(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
     ~PlayoutDevice() override;
 
-    // What a device does. What these throw is the device's failure.
-    /// START: all streams are connected.
+    // Work of a device. If one of these throws, the device fails.
+    /// Called at START, when all streams are connected.
     virtual void performBegin() {}
+    /// Called when the device locks.
     virtual void performLock() {}
-    /// A block has come.
+    /// Called for each block from the input.
     virtual void performTake(Zv::RCShdPtr<AudioBlock> const &) {}
-    /// All blocks have come.
+    /// Called after the last block from the input.
     virtual void performTakeEnd() {}
-    /// Called again and again while the device runs, between requests, for as long as it returns true.
+    /// Called between requests while the device runs, again and again as long as it returns true.
     virtual bool performPiece() { return false; }
-    /// So many beats of the clock have come: for a device that is paced, from START on.
+    /// Called with the number of new beats of the clock, from START on, if the device is paced.
     virtual void performBeats(std::int64_t) {}
-    /// STOP, or a failure: let go of everything. Throws nothing.
+    /// Called at STOP, at ABORT and after a failure. Releases everything. Must not throw.
     virtual void performEnd() {}
 
     void addIn(char const *description);
-    /// `getFormat` is called where the stream is connected.
+    /// Adds the output. `getFormat` is called by the thread that connects the stream.
     void addOut(char const *description, std::function<AudioFormat()> getFormat);
-    /// Has the clock pace the device, where it paces the show. In its constructor.
+    /// Has the clock pace the device if it paces the show. For the device's constructor.
     void addBeats() { _isPaced = _job->isPaced; }
     bool isPaced() const { return _isPaced; }
     AudioIn &getIn() const { return *_in; }
     PlayoutJob &getJob() const { return *_job; }
-    /// Pushes a block downstream and counts it.
+    /// Counts a block and pushes it to the output. Throws `PlayoutEx::NeighbourFailed` if the next
+    /// device has failed.
     void send(Zv::RCShdPtr<AudioBlock> const &block);
     void sendEnd();
-    /// A block has been sent or written.
+    /// Counts a block as sent or written, and carries out a fault at the first one.
     void count();
 
 private:
@@ -105,14 +111,17 @@ private:
     void take(std::int64_t beats);
     bool work();
     void requireStreams() const;
-    /// A step of the sequence, with the fault that it may have. The device has failed if it throws.
+    /// Runs a step of the sequence with its fault. If an exception is thrown, the device fails and
+    /// the exception is passed on.
     template <class Step>
     void performStep(Fault::Phase phase, Step step);
     void finishFault(Fault::Kind kind);
-    /// Work between the steps. Returns whether it went well. The device has failed otherwise, and aborts.
+    /// Runs work between the steps. If it throws, the device fails, reports an abort, and the
+    /// result is false.
     template <class Step>
     bool attempt(Step step);
-    /// `isOwn`: the failure is not one of a neighbour.
+    /// Lets the device fail, and tells the client and the neighbours. `isOwn` says that the cause
+    /// is not the failure of a neighbour.
     void fail(char const *reason, bool isOwn = true);
     void failWithNeighbour();
     std::optional<Fault::Kind> findFault(Fault::Phase phase) const;
@@ -127,6 +136,6 @@ private:
     State _state = State::idle;
     bool _hasFailed = false;
     Statistics _statistics;
-    std::atomic<double> _busySince = 0; // 0 if it is not
-    Zv::ObjPtr<Zv::DevACO> _kept;       // by a device that is to be silent
+    std::atomic<double> _busySince = 0; // moment; 0 if it is not busy
+    Zv::ObjPtr<Zv::DevACO> _kept;       // completion of a device that must be silent
 };

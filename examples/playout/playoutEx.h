@@ -1,12 +1,13 @@
-// Failures of the playout: a family of its own beside those of the library.
+// Exceptions of the playout.
 #pragma once
 
 #include <zvbase/zvbase.h>
 
 #include <stdexcept>
 
-/// Caught as `Zv::ExBase`, like every failure of the library, and as `std::runtime_error`. Long texts are cut in the
-/// middle, so that a reason has room behind a name of any length.
+/// Base class of the playout's exceptions. They can be caught as `Zv::ExBase`, like all of the
+/// library, and as `std::runtime_error`. Long texts are cut in the middle, so that a reason has
+/// room behind a name of any length.
 class PlayoutEx : public Zv::ExBase
 {
 public:
@@ -64,7 +65,7 @@ public:
     ZV_EXCEPTION_MEMBERS(NeighbourFailed)
 };
 
-/// What the client itself finds wrong: the text.
+/// Failure that the client finds. The text says everything.
 class PlayoutEx::Client : public std::runtime_error, public PlayoutEx
 {
 public:
@@ -80,7 +81,7 @@ public:
     ZV_EXCEPTION_MEMBERS(Show)
 };
 
-/// A signal has asked for a stop: "interrupted"
+/// "interrupted", because a signal has asked for a stop
 class PlayoutEx::Interrupted : public std::runtime_error, public PlayoutEx
 {
 public:
@@ -88,7 +89,7 @@ public:
     ZV_EXCEPTION_MEMBERS(Interrupted)
 };
 
-/// A fault that was asked for: "recorder fails at "start", as --fault asks"
+/// "recorder fails at "start", as --fault asks"
 class PlayoutEx::Fault : public std::runtime_error, public PlayoutEx
 {
 public:
@@ -96,7 +97,7 @@ public:
     ZV_EXCEPTION_MEMBERS(Fault)
 };
 
-/// A device hangs: the text.
+/// Failure because a device hangs. The text says everything.
 class PlayoutEx::NoAnswer : public std::runtime_error, public PlayoutEx
 {
 public:

@@ -90,7 +90,7 @@ std::string PlayoutJob::getOpening() const
 
 void PlayoutJob::wait(double seconds)
 {
-    // What wakes from here on is seen by the next call.
+    // A later `wake` ends the next wait.
     if (_changed.timedWait(seconds))
         _changed.reset();
 }

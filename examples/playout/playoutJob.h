@@ -1,4 +1,4 @@
-// What the client and its devices share: the show, and how the recording went.
+// State of a recording, shared by the client and the devices.
 #pragma once
 
 #include "cues.h"
@@ -14,20 +14,21 @@
 #include <memory>
 #include <string>
 
-/// One recording on its way. Any thread may call anything; nothing blocks but `wait`.
+/// State of one recording: its show, its options and its result. Thread-safe. Only `wait` blocks.
 class PlayoutJob : public Zv::RCBase<Zv::LkCounter<long>>
 {
 public:
-    /// The show outlives the job. `isFast`: its clock does not pace it.
+    /// `playedShow` must outlive the job. If `isFast` is set, the show's clock does not pace it.
     PlayoutJob(Show const &playedShow, std::string outputPath, int framesPerBlock, bool isFast,
                Faults askedFaults);
 
-    /// The path of the picture that a show gets, beside its output; empty for a show without a clock.
+    /// Returns the path of the picture of a show, beside its output. It is empty for a show without
+    /// a clock.
     static std::string getPicturePath(Show const &show, std::string const &output);
 
     Show const &show;
     std::string const output;
-    int const blockFrames;                          ///< where there is no timeline
+    int const blockFrames;                          ///< if there is no timeline
     std::unique_ptr<Timeline const> const timeline; ///< null for a show without a clock
     std::string const picture;                      ///< of the waveform; empty for none
     bool const isPaced;
@@ -35,25 +36,25 @@ public:
     MemoryFigures memoryFigures;
     Faults const faults;
 
-    /// The recording has gone through. Comes too late after a failure.
+    /// Marks the recording as complete, unless it has failed.
     void complete();
-    /// The recording has failed. The first reason stays; none comes after the completion.
+    /// Marks the recording as failed, unless it is complete. Only the first reason is kept.
     void fail(char const *reason);
-    /// A device has failed, and with it the recording.
+    /// Marks a device, and with it the recording, as failed.
     void fail(std::string const &device, char const *reason);
     bool isComplete() const;
     bool hasFailed() const;
     std::string getFailure() const;
-    /// Returns why a device has failed by its own account. Empty if it has not.
+    /// Returns the reason that a device gave for its own failure. Empty if it gave none.
     std::string getFailure(std::string const &device) const;
 
-    /// The device that is opened now.
+    /// Sets the name of the device that is being opened.
     void setOpening(std::string const &device);
     std::string getOpening() const;
 
-    /// Something has changed: wakes the client.
+    /// Wakes the client.
     void wake() { _changed.set(); }
-    /// For the client: returns after `wake`, or after that many seconds.
+    /// Waits for `wake`, at most that many seconds. Called by the client.
     void wait(double seconds);
 
 private:

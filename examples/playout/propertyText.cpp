@@ -10,7 +10,7 @@ using namespace Zv;
 
 namespace {
 
-/// Sets a property that holds a `T`; false for another one.
+/// Sets a property that holds a `T`. Returns false if it holds something else.
 template <class T>
 bool setNumber(RCShdPtr<DevMDPropertyAny> const &any, std::string const &text)
 {

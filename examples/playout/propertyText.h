@@ -1,4 +1,4 @@
-// Properties' values as text.
+// Conversion of text to numbers and property values.
 #pragma once
 
 #include <resmgt/deviceManager.h>
@@ -6,9 +6,10 @@
 #include <optional>
 #include <string>
 
-/// The whole text as a number, or nothing. Infinities are none.
+/// Returns the number if the whole text is a finite number, else nothing.
 std::optional<double> parseNumber(std::string const &text);
 
-/// Sets a property that holds a number. Throws `std::invalid_argument` for a text that is no value for it,
-/// `Zv::DevMgrEx::PropertyInvalidType` for a property that holds something else, and what setting throws.
+/// Sets a property that holds a number. Throws `std::invalid_argument` if the text is no value of
+/// the property's type, `Zv::DevMgrEx::PropertyInvalidType` if the property does not hold a number,
+/// and what `set` throws.
 void setPropertyText(Zv::RCShdPtr<Zv::DevMDPropertyAny> const &property, std::string const &text);

@@ -12,13 +12,13 @@ using namespace Zv;
 
 namespace {
 
-constexpr rlim_t NEEDED = 31; // the highest priority that the library gives
+constexpr rlim_t NEEDED = 31; // the highest priority that the library uses
 
 } // namespace
 
 void RealTime::request()
 {
-    MtThreadMgr::indicateAppIsRealTime(false); // one that is refused plays on
+    MtThreadMgr::indicateAppIsRealTime(false); // if it is refused, the program plays without
 }
 
 std::vector<std::string> RealTime::getOutcome()

@@ -1,4 +1,4 @@
-// Real-time operation.
+// Request for real-time scheduling.
 #pragma once
 
 #include <string>
@@ -6,10 +6,10 @@
 
 namespace RealTime {
 
-/// Asks for it. To be called before the packages come up.
+/// Asks for real-time scheduling. Must be called before the packages start.
 void request();
-/// What came of it, for the user, line by line: what the threads have, or why not and what would grant it. To be called when the
-/// packages are up.
+/// Returns the result of the request as lines for the user: that it was granted, or why not and
+/// what would grant it. Must be called while the packages are up.
 std::vector<std::string> getOutcome();
 
 } // namespace RealTime

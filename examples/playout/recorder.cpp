@@ -56,7 +56,7 @@ void Recorder::finish()
     if (_picture)
         _picture->finish();
     {
-        // The recording comes last: if it is in its place, all is.
+        // The recording is last. If it is in its place, so is the picture.
         Signals::Critical critical;
         if (_picture)
             _picture->commit();

@@ -1,4 +1,4 @@
-// The device that writes.
+// Device that writes the output file.
 #pragma once
 
 #include "audioWriter.h"
@@ -7,9 +7,10 @@
 
 #include <memory>
 
-/// Writes what comes in at `in` to the output file, from START on, when the format is known, at the beats of the clock
-/// where that paces it. When everything has come in it puts the file in its place, the picture of a show's waveform
-/// beside it, and tells the client; a recorder that is stopped before that leaves no file.
+/// Writes the blocks from `in` to the output file, from START on. If the clock paces the show, it
+/// writes at the beats. After the last block it puts the file in its place, and beside it the
+/// picture of the waveform if there is one, and tells the client. If it is stopped before that, it
+/// leaves no file.
 class Recorder : public PlayoutDevice
 {
 public:
@@ -30,6 +31,6 @@ private:
     std::unique_ptr<AudioWriter> _writer;
     Zv::Vector<Zv::RCShdPtr<AudioBlock>> _waiting; // for the next beat
     bool _hasAll = false;
-    std::unique_ptr<PartFile> _picture; // null for a recording that gets none
+    std::unique_ptr<PartFile> _picture; // null if there is none
     std::unique_ptr<Waveform> _waveform;
 };

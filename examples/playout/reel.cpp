@@ -20,7 +20,7 @@ void Reel::add(std::unique_ptr<Clip> clip, std::string const &path)
             !format.layout.areThoseOf(_format.layout))
             ZV_THROW(PlayoutEx::Input, path.c_str(),
                      "its channels and its rate are not those of the clip before it");
-        // Floating point, whose bits count as none, is finer than all PCM.
+        // Floating point, for which getPcmBits returns 0, is finer than all PCM.
         int const bits = AudioFormat::getPcmBits(_format.encoding);
         int const others = AudioFormat::getPcmBits(format.encoding);
         if (bits && (!others || others > bits))
@@ -28,7 +28,7 @@ void Reel::add(std::unique_ptr<Clip> clip, std::string const &path)
         bool const isKnown = std::min(_format.frames, format.frames) != AudioFormat::UNKNOWN;
         _format.frames = isKnown ? _format.frames + format.frames : AudioFormat::UNKNOWN;
     }
-    auto const frames = format.frames; // before the clip goes
+    auto const frames = format.frames; // before the clip is moved
     std::int64_t begin = 0;
     if (!_parts.empty())
         begin = _parts.back().begin + std::max<std::int64_t>(_parts.back().frames, 0);
@@ -38,7 +38,7 @@ void Reel::add(std::unique_ptr<Clip> clip, std::string const &path)
     use(_parts.size() - 1);
 }
 
-/// The part from which to look for a position.
+/// Returns the part at which the search for a position must begin.
 std::size_t Reel::find(std::int64_t position) const
 {
     auto const known = _parts.begin() + static_cast<std::ptrdiff_t>(_nbKnown);

@@ -1,15 +1,16 @@
-// The devices that a show may have.
+// Registration of the devices of a show.
 #pragma once
 
 #include "playoutJob.h"
 
 #include <string>
 
-/// Has a device of the job's show in the registry for as long as it lives.
+/// Keeps an entry for a device in the registry while it lives.
 class Registration
 {
 public:
-    /// Throws `PlayoutEx::Client` where the name is taken.
+    /// Throws `PlayoutEx::Client` if the registry refuses the entry, for example because the name
+    /// is taken.
     Registration(ShowDevice const &device, Zv::RCShdPtr<PlayoutJob> const &job);
     Registration(Registration const &) = delete;
     Registration &operator=(Registration const &) = delete;

@@ -1,4 +1,4 @@
-// A show: what is played, by whom, and what happens meanwhile.
+// Description of a show: its clips, devices, streams, clock and events.
 #pragma once
 
 #include "showElement.h"
@@ -8,18 +8,18 @@
 #include <string>
 #include <vector>
 
-/// A recording. The clips of a show are played one after the other.
+/// Sound file to be played. The clips of a show are played one after the other.
 class ShowClip : public ShowElement
 {
 public:
     explicit ShowClip(std::string const &path = "") : ShowElement("clip"), file(path) {}
-    std::string file; ///< as it stands in the show: see `Show::resolve`
+    std::string file; ///< as written in the show, see `Show::resolve`
 
 protected:
     void performAttributes(ShowAttributes &attributes) override;
 };
 
-/// A value that a property of the device around it gets before the start.
+/// Value that a property of the enclosing device gets before the start.
 class ShowProperty : public ShowElement
 {
 public:
@@ -31,7 +31,7 @@ protected:
     void performAttributes(ShowAttributes &attributes) override;
 };
 
-/// A device that the sequence may name.
+/// Device that the sequence may name.
 class ShowDevice : public ShowElement
 {
 public:
@@ -39,7 +39,7 @@ public:
         : ShowElement("device"), name(kindAndName), kind(kindAndName)
     {}
     std::string name;
-    std::string kind; ///< player, fader or recorder; the name where it is left out
+    std::string kind; ///< player, fader or recorder; the name if it is left out
     std::vector<std::unique_ptr<ShowProperty>> properties;
 
 protected:
@@ -48,7 +48,7 @@ protected:
     void forEachChild(std::function<void(ShowElement &)> const &visit) override;
 };
 
-/// The tree of devices.
+/// Tree of devices.
 class ShowSequence : public ShowElement
 {
 public:
@@ -59,7 +59,7 @@ protected:
     void performAttributes(ShowAttributes &attributes) override;
 };
 
-/// A stream from device to device.
+/// Stream from one device to another.
 class ShowConnection : public ShowElement
 {
 public:
@@ -71,7 +71,7 @@ protected:
     void performAttributes(ShowAttributes &attributes) override;
 };
 
-/// What the show is paced by: beats are the frames of a video rate.
+/// Clock that paces the show. Its beats are the frames of a video rate.
 class ShowClock : public ShowElement
 {
 public:
@@ -82,22 +82,22 @@ protected:
     void performAttributes(ShowAttributes &attributes) override;
 };
 
-/// Where the clips live while they are played.
+/// Memory of the clips while they are played.
 class ShowMemory : public ShowElement
 {
 public:
     ShowMemory() : ShowElement("memory") {}
     std::string manager = "heap";
-    std::string strategy = "LRU";          ///< what goes where memory is short
+    std::string strategy = "LRU";          ///< chooses the page to unload if memory is short
     std::int64_t budget = 4 * 1024 * 1024; ///< bytes
     std::int64_t page = 256 * 1024;        ///< bytes that are loaded at once
-    std::int64_t ahead = 4;                ///< pages that are loaded before they are wanted
+    std::int64_t ahead = 4;                ///< pages that are loaded ahead of time
 
 protected:
     void performAttributes(ShowAttributes &attributes) override;
 };
 
-/// Something that happens when the recording has come to a timecode.
+/// Action when the recording reaches a timecode.
 class ShowEvent : public ShowElement
 {
 public:
@@ -110,22 +110,24 @@ protected:
     void performAttributes(ShowAttributes &attributes) override;
 };
 
-/// The whole. A plain object: whoever has it reads and changes its members.
+/// The whole show. A plain object with public members.
 class Show : public ShowElement
 {
 public:
     Show() : ShowElement("show") {}
 
-    /// Where the document stands: from there its files are found.
+    /// Sets the path of the document. Its folder is the base of the show's relative paths.
     void setPath(std::string const &path) { _path = path; }
+    /// Returns the path of a file that the show names.
     std::string resolve(std::string const &file) const;
-    /// Adds what a document may leave out: devices, sequence and connections; where `isPaced`, clock and memory too.
+    /// Adds the devices, the sequence and the connections if the show has none. If `isPaced` is
+    /// set, adds the clock and the memory, too.
     void complete(bool isPaced);
     void performReadEnd() override;
 
-    std::string output; ///< as it stands in the show; empty where the command line has to say it
-    std::unique_ptr<ShowClock> clock;   ///< null: as fast as it goes
-    std::unique_ptr<ShowMemory> memory; ///< null: clips are read as they come
+    std::string output; ///< as written in the show; empty if the command line must name it
+    std::unique_ptr<ShowClock> clock;   ///< null if nothing paces the show
+    std::unique_ptr<ShowMemory> memory; ///< null if clips are read without buffers
     std::vector<std::unique_ptr<ShowDevice>> devices;
     std::vector<std::unique_ptr<ShowClip>> clips;
     std::unique_ptr<ShowSequence> sequence;

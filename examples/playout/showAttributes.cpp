@@ -14,8 +14,8 @@ namespace {
     ZV_THROW(PlayoutEx::Client, (std::string(name) + ": " + reason).c_str());
 }
 
-/// The writer takes values as they are; a quote or a bracket would not come back, and a control character would be an
-/// order to the terminal.
+/// Returns the value with references for special characters, because the writer does not escape.
+/// Quotes and brackets could not be read again, and a control character could control a terminal.
 std::string escape(std::string const &value)
 {
     std::string escaped;

@@ -1,4 +1,4 @@
-// The attributes of a show's tags, read and written by the same lines.
+// Reads and writes the attributes of a show's tags.
 #pragma once
 
 #include <resmgt/xml.h>
@@ -7,22 +7,25 @@
 #include <initializer_list>
 #include <string>
 
-/// An element goes through its attributes once, in one function for both directions; see `ShowElement`.
+/// Interface by which an element reads or writes its attributes. One function of the element serves
+/// both directions, see `ShowElement`.
 class ShowAttributes
 {
 public:
     virtual ~ShowAttributes() = default;
 
+    // A required attribute.
     virtual void text(char const *name, std::string &value) = 0;
-    // These may be left out: the value stays as it is.
+    // Attributes that may be left out. If one is, its value is not changed.
     virtual void optional(char const *name, std::string &value) = 0;
     virtual void number(char const *name, std::int64_t &value, std::int64_t least,
                         std::int64_t most) = 0;
-    /// One of a few words.
+    /// An optional attribute with one of the given words.
     void choice(char const *name, std::string &value, std::initializer_list<char const *> words);
 };
 
-/// From a tag. What is wrong is thrown as `PlayoutEx::Client`, with the name and the library's reason.
+/// Reads the attributes of a tag. Throws `PlayoutEx::Client`, with the name and the reason, if one
+/// is wrong.
 class ShowAttributesRead : public ShowAttributes
 {
 public:
@@ -32,14 +35,14 @@ public:
     void optional(char const *name, std::string &value) override;
     void number(char const *name, std::int64_t &value, std::int64_t least,
                 std::int64_t most) override;
-    /// Nothing may be left.
+    /// Throws `PlayoutEx::Client` if an attribute was not read.
     void finish() const;
 
 private:
-    Zv::XmlAttributeList _attributes; // that nobody has asked for
+    Zv::XmlAttributeList _attributes; // those that were not read
 };
 
-/// Into a tag. Leaves out optional texts that are empty.
+/// Writes the attributes of a tag. Leaves out optional texts that are empty.
 class ShowAttributesWritten : public ShowAttributes
 {
 public:

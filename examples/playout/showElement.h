@@ -1,4 +1,4 @@
-// What all tags of a show have in common.
+// Base class of the tags of a show.
 #pragma once
 
 #include "showAttributes.h"
@@ -10,13 +10,14 @@
 #include <string>
 #include <vector>
 
-/// A tag that reads itself from a show's document and writes itself into one. A derived class has its attributes as
-/// members and goes through them in `performAttributes`; one with children makes them in `makeChild` and goes through
-/// them in `forEachChild`.
+/// Tag that reads itself from a show's document and writes itself into one. A derived class has its
+/// attributes as members and visits them in `performAttributes`. A class with children makes them
+/// in `makeChild` and visits them in `forEachChild`.
 class ShowElement : public Zv::XmlTopElement
 {
 public:
-    /// Before each reason that has to do with this tag: "show.xml:12: ", or nothing where no document has it.
+    /// Returns the prefix of error messages about this tag: "show.xml:12: ", or nothing if the tag
+    /// is not from a document.
     std::string const &getWhere() const { return _where; }
 
     Zv::LiString getTagName() const final { return _tag; }
@@ -29,19 +30,22 @@ public:
 protected:
     explicit ShowElement(char const *tag) : _tag(tag) {}
 
+    /// Passes each attribute to `attributes`, which reads or writes it.
     virtual void performAttributes(ShowAttributes &attributes) = 0;
-    /// A new child, which this element keeps; null for a tag that has no place here.
+    /// Returns a new child, which this element owns, or null if the tag has no place here.
     virtual ShowElement *makeChild(std::string const &) { return nullptr; }
-    /// In the order in which they are written.
+    /// Calls a function for each child, in the order in which they are written.
     virtual void forEachChild(std::function<void(ShowElement &)> const &) {}
 
-    /// For tags that stand once at most, and for others.
+    /// Makes a child of which there is at most one. Throws `PlayoutEx::Client` if there is one
+    /// already.
     template <class Child>
     static Child *make(std::unique_ptr<Child> &place)
     {
         requireFree(!place);
         return (place = std::make_unique<Child>()).get();
     }
+    /// Makes a child of which there may be several.
     template <class Child>
     static Child *make(std::vector<std::unique_ptr<Child>> &children)
     {

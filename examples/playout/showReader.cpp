@@ -29,7 +29,8 @@ std::string ShowReader::getWhere() const
     return _path + ":" + std::to_string(_tagLine) + ": ";
 }
 
-// An element's start is told when its first child begins, or its end has come: by then the reader is further on.
+// Notes the line here, because an element is only started when its first child begins or when it
+// ends. At that time the reader may be at a later line.
 void ShowReader::notifyBeginElement(LiString const &name)
 {
     XmlReader::notifyBeginElement(name);

@@ -1,4 +1,4 @@
-// Reading a show's document.
+// Reads the document of a show.
 #pragma once
 
 #include "lineBuffer.h"
@@ -10,16 +10,18 @@
 #include <string>
 #include <vector>
 
-/// Reads one document. Beyond what the library's reader does it knows the line at which it is, compares the names of
-/// closing tags, and refuses text. For one thread.
+/// Reads one document. Unlike the library's reader it knows the current line, compares the names of
+/// closing tags, and refuses text between tags. Only one thread may use it.
 class ShowReader : private Zv::XmlBaseElementBuilder, public Zv::XmlReader
 {
 public:
+    /// Throws `PlayoutEx::Input` if the file cannot be opened.
     explicit ShowReader(std::string const &path);
 
-    /// Throws `PlayoutEx::Input` where the file cannot be read, and `PlayoutEx::Show` where it is no show.
+    /// Returns the show. Throws `PlayoutEx::Show`, with the line, if the document is not a correct
+    /// show.
     std::unique_ptr<Show> read();
-    /// "show.xml:12: " of the tag that is being read.
+    /// Returns the prefix of messages about the tag that is being read: "show.xml:12: ".
     std::string getWhere() const;
 
     void notifyBeginElement(Zv::LiString const &name) override;
@@ -37,5 +39,5 @@ private:
     LineBuffer _lines;
     std::vector<Zv::LiString> _openNames;
     int _tagLine = 0;    // of the tag that began last
-    int _failedLine = 0; // of a tag that an element has refused
+    int _failedLine = 0; // of the tag that was refused; 0 if none was
 };

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::string_view GAP = "...";
 
-/// The bytes of the character at the beginning of a text; 0 for bytes that are none.
+/// Returns the number of bytes of the first character of a text, or 0 if it is not UTF-8.
 std::size_t measureCharacter(std::string_view text)
 {
     auto const byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };

@@ -16,10 +16,10 @@
 namespace {
 
 constexpr long SECOND = 1'000'000'000; // nanoseconds
-constexpr long PATIENCE =
-    450'000'000;                  // nanoseconds from the signal to the end, or to the second look
-constexpr long SOON = 20'000'000; // nanoseconds, until the output is in its place
-constexpr int LOOKS = 50;         // so often, until the output counts as not written
+// Nanoseconds from a signal to the end at once, and between later looks.
+constexpr long PATIENCE = 450'000'000;
+constexpr long SOON = 20'000'000; // nanoseconds between looks whether the output is in its place
+constexpr int LOOKS = 50;         // number of such looks before the output counts as not written
 constexpr int TIMER_SIGNAL = SIGVTALRM;
 
 enum class Stage
@@ -27,8 +27,8 @@ enum class Stage
     running,
     critical,
     complete,  // the output is in its place
-    reporting, // the main thread says how the process ends
-    ending     // at once
+    reporting, // a thread reports how the process ends
+    ending     // the process is being ended at once
 };
 
 struct File
@@ -44,7 +44,7 @@ struct Message
     std::size_t length = 0;
 };
 
-// All that a signal handler reads.
+// State that the signal handlers use.
 std::atomic<int> caught = 0;
 std::atomic<Stage> stage = Stage::running;
 std::array<File, 4> files;
@@ -82,7 +82,8 @@ void removeFiles()
             ::unlink(file.path);
 }
 
-/// The orderly stop did not come to its end.
+/// Ends the process at once, because the orderly stop takes too long. Handler of the timer's
+/// signal.
 void stopNow(int)
 {
     int const error = errno;
@@ -102,6 +103,8 @@ void stopNow(int)
     errno = error;
 }
 
+/// Begins an orderly stop. At a second signal, ends the process at once. Handler of the signals
+/// that ask for a stop.
 void stopLater(int number)
 {
     int none = 0;
@@ -128,7 +131,7 @@ void Signals::install()
         action = {};
         sigaction(signal, nullptr, &action);
         if (action.sa_handler == SIG_IGN)
-            continue; // somebody has decided so: nohup, or a shell for its background
+            continue; // set by nohup, or by a shell for a background job
         action = {};
         action.sa_handler = &stopLater;
         sigaction(signal, &action, nullptr);
@@ -145,7 +148,7 @@ int Signals::getCaught()
 void Signals::beginEnd(double seconds)
 {
     patience = static_cast<long>(seconds * SECOND);
-    if (caught) // otherwise a signal that comes now sees the new time
+    if (caught) // if a signal arrives later, its handler uses the new time
         setTimer(patience);
 }
 

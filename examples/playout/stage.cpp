@@ -15,7 +15,7 @@ namespace {
 
 using Children = std::map<std::string, std::vector<std::string>>;
 
-/// `( recorder ( fader ( player ) ) ) `
+/// Appends the children of a node: `( recorder ( fader ( player ) ) ) `.
 void appendTree(std::string &text, Children const &children, std::string const &parent)
 {
     auto const place = children.find(parent);
@@ -29,7 +29,7 @@ void appendTree(std::string &text, Children const &children, std::string const &
     text += ") ";
 }
 
-/// A connection's devices. Empty for a text that is none.
+/// The devices of a connection. Their names are empty if the text is not a connection.
 struct Ends
 {
     explicit Ends(std::string text) // "player:out push fader:in"
@@ -45,7 +45,8 @@ struct Ends
     std::string sink;
 };
 
-/// What `configure` takes for a programmer's mistake may be a user's here.
+/// Throws `std::invalid_argument` for mistakes of the user in the tree that the library would take
+/// for mistakes of the programmer.
 void checkEdges(Vector<Vector<LiString>> const &edges)
 {
     std::set<std::string> names;
@@ -112,11 +113,11 @@ void Stage::configure()
 
 void Stage::connect()
 {
-    std::map<std::string, std::string> sinks; // by source, of what is connected so far
+    std::map<std::string, std::string> sinks; // by source, of the streams that are connected so far
     for (auto const &connection : _job->show.connections)
         inContext(connection->getWhere() + "stream \"" + connection->stream + "\"", [&] {
             Ends const ends(connection->stream);
-            // Follows the streams from the sink on.
+            // Follows the streams from the sink, to find a circle.
             for (auto end = ends.sink; !end.empty(); end = sinks.contains(end) ? sinks[end] : "")
                 if (end == ends.source)
                     throw std::invalid_argument("it leads back to " + ends.source);

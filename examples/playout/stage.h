@@ -1,4 +1,4 @@
-// The devices of a show, put together.
+// Sets up the devices of a show.
 #pragma once
 
 #include "playoutDevice.h"
@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-/// A manager with the tree of a show, its streams and its properties. What the library finds wrong in the show is
-/// thrown as `PlayoutEx::Client`, with the place and the text that it is about. One thread at a time, if nothing else
-/// is said.
+/// Device manager with the tree, the streams and the properties of a show. Throws
+/// `PlayoutEx::Client`, with the place and the text in question, if the show is wrong. One thread
+/// at a time, if an operation does not say otherwise.
 class Stage
 {
 public:
@@ -27,33 +27,35 @@ public:
 
     /// Makes the manager. Waits for no device.
     void create();
-    /// Sets the clock, opens the devices, connects their streams and sets their properties. Waits for devices: `close`
-    /// may be called meanwhile by another thread, and then this throws.
+    /// Sets the clock, opens the devices, connects their streams and sets their properties. Waits
+    /// for devices. Another thread may call `close` at the same time. Then this call throws.
     void build();
-    /// `setting` is "fader:levels:gain=0.5"; `where` stands before each reason.
+    /// Sets a property. `setting` is like "fader:levels:gain=0.5". `where` is put before the reason
+    /// of a failure.
     void setProperty(std::string const &where, std::string const &setting);
-    /// The recording is given up: no device waits for another one from now on.
+    /// Gives up the recording. No device waits for another device from now on.
     void letGo();
-    /// The devices get no cues from now on. Waits for a cue that a device has not taken yet.
+    /// Ends the cues. Waits for a cue whose action is running.
     void stopCues() { _job->cues.stop(); }
-    /// Closes the devices within a limit. Those that do not close in time are left behind, see the report. Their
-    /// objects live on for their figures.
+    /// Closes the devices within a limit. Devices that do not close in time are left behind, see
+    /// the report. The objects of all devices are kept for their figures.
     Zv::DevMgrCloseReport close(double seconds);
-    /// Ends what is left. Only for a stage that was closed, if nothing was left behind. Otherwise the stage must not be
-    /// destroyed, because its threads run on.
+    /// Destroys the manager and stops the clock. The stage must be closed and nothing left behind.
+    /// If something was left behind, the stage must not be destroyed, because its threads still
+    /// run.
     void release();
 
     Zv::DevMgrSeqSupervisor &sequence() const { return *_sequence; }
     Zv::DevMgrPropertyAcc &properties() const { return *_properties; }
-    /// The root first.
+    /// Returns the devices, with the root first.
     Devices const &getDevices() const { return _devices; }
-    /// The names of the devices of a kind, in the same order.
+    /// Returns the names of the devices of a kind, in the order of `getDevices`.
     std::vector<std::string> findAll(std::string const &kind) const;
-    /// The device that a device's first stream goes to; empty where there is none.
+    /// Returns the device to which the first stream of a device leads. Empty if there is none.
     std::string findNext(std::string const &device) const;
-    /// Whether a device is of a kind.
+    /// Returns whether a device is of a kind.
     bool isA(std::string const &kind, std::string const &device) const;
-    /// "( recorder ( fader ( player ) ) )"
+    /// Returns the tree as text: "( recorder ( fader ( player ) ) )".
     std::string const &getTree() const { return _tree; }
 
 private:
@@ -64,7 +66,7 @@ private:
     std::vector<std::unique_ptr<Registration>> _registrations;
     Devices _devices;
     std::string _tree;
-    // Destroyed in the reverse order.
+    // The order matters: these are destroyed in the reverse order.
     Zv::ObjPtr<Zv::DevMgr> _manager;
     Zv::ObjPtr<Zv::DevMgrStreamAcc> _streams;
     Zv::ObjPtr<Zv::DevMgrPropertyAcc> _properties;

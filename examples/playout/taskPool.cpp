@@ -4,7 +4,7 @@ using namespace Zv;
 
 namespace {
 
-constexpr unsigned STACK = 1 << 20; // bytes: decoders want some
+constexpr unsigned STACK = 1 << 20; // bytes; decoders need a large stack
 constexpr int CAPACITY = 256;
 
 class Work final : public MtTaskImp
@@ -26,7 +26,8 @@ TaskPool::TaskPool(char const *name, unsigned nbThreads)
       _lock(name),
       _done(name, LkPulse::WAKE_ALL)
 {
-    // The destructor does not run if a worker is refused. Those that run would wait for work without end.
+    // If a worker cannot be started, the destructor does not run, so the other workers are ended
+    // here.
     try {
         start();
     } catch (...) {

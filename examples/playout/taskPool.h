@@ -1,4 +1,4 @@
-// Work that others do meanwhile.
+// Pool of threads that run tasks in order.
 #pragma once
 
 #include <resmgt/locks.h>
@@ -6,17 +6,18 @@
 
 #include <functional>
 
-/// A pool of threads that do what they are given, in its order. Any thread may give; a task throws nothing.
+/// Pool of threads that begin tasks in the order in which they were added. A task must not throw.
+/// Thread-safe.
 class TaskPool : public Zv::MtThreadPool
 {
 public:
     TaskPool(char const *name, unsigned nbThreads);
-    /// Drops what nobody has begun.
+    /// Waits for the tasks that run. Drops those that were not begun.
     ~TaskPool() noexcept(false) override;
 
-    /// Blocks while very much is waiting.
+    /// Adds a task. Blocks while 256 tasks are unfinished.
     void add(std::function<void()> work);
-    /// Blocks until all that has been added is done.
+    /// Blocks until no task is unfinished.
     void finish();
 
 private:
@@ -24,7 +25,7 @@ private:
     void executeTask(unsigned workerIndex) override;
     void stopThreads() override;
 
-    Zv::LkUnnamedSema _nbWaiting; // and one for each worker that has to end
+    Zv::LkUnnamedSema _nbWaiting; // tasks, and one for each worker that must end
     Zv::LkMutex _lock;
     Zv::LkPulse _done;
     Zv::Deque<Zv::MtTask> _tasks;

@@ -28,7 +28,7 @@ std::string Timeline::getTimecode(std::int64_t frame) const
 
 std::int64_t Timeline::getFrame(std::string const &timecode) const
 {
-    // Labels go up with the frames, as texts do: they are all of one length.
+    // Binary search. All timecodes have one length, so their texts have the order of the frames.
     std::int64_t first = 0;
     for (std::int64_t count = _rate->getFramesPerTC24h(); count > 0;) {
         std::int64_t const half = count / 2;
@@ -49,6 +49,6 @@ std::int64_t Timeline::getSample(std::int64_t frame, int rate) const
 
 std::int64_t Timeline::getFrameAt(double seconds) const
 {
-    // Rounding must not lead into the frame before.
+    // Rounding errors must not give the previous frame.
     return static_cast<std::int64_t>(std::floor(seconds / getInterval() + 1e-6));
 }

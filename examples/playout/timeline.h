@@ -1,4 +1,4 @@
-// Frames of a show's clock.
+// Timecodes and frames of a show's clock.
 #pragma once
 
 #include <resmgt/literals.h>
@@ -6,23 +6,24 @@
 #include <cstdint>
 #include <string>
 
-/// Counts a show in the frames of a video rate: which frame has which timecode, and when it begins. Immutable.
+/// Converts between frames of a video rate, their timecodes, samples and seconds. Immutable.
 class Timeline
 {
 public:
-    /// `rate` is the short name of one of the library's rates, such as "NTSC DF".
+    /// `rate` is the short name of one of the library's rates, such as "NTSC DF". Any other name
+    /// means PAL.
     explicit Timeline(std::string const &rate);
 
     std::string getName() const { return _rate->getFullName().getChars(); }
-    /// Seconds from frame to frame.
+    /// Returns the seconds from frame to frame.
     double getInterval() const { return 1 / _rate->getEditRate().getDouble(); }
     std::string getTimecode(std::int64_t frame) const;
-    /// The frame of a timecode, within the first 24 hours. Throws `std::invalid_argument` for one that this rate has not,
-    /// such as the labels that drop-frame drops.
+    /// Returns the frame of a timecode, within the first 24 hours. Throws `std::invalid_argument`
+    /// if the rate does not have this timecode, such as the labels that drop-frame drops.
     std::int64_t getFrame(std::string const &timecode) const;
-    /// The first sample of a frame, at a rate of samples.
+    /// Returns the first sample of a frame at a sample rate.
     std::int64_t getSample(std::int64_t frame, int rate) const;
-    /// The frame at a moment in seconds.
+    /// Returns the frame at a position in seconds.
     std::int64_t getFrameAt(double seconds) const;
 
 private:

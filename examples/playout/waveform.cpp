@@ -17,7 +17,7 @@ constexpr int WIDTH = 1200;
 constexpr int HEIGHT = 240;
 constexpr std::size_t MOST_PEAKS = 1 << 16; // even
 
-/// The vertical place of a sample.
+/// Returns the vertical position of a sample.
 int toY(double sample)
 {
     return static_cast<int>(std::lround(HEIGHT / 2.0 * (1 - std::clamp(sample, -1.0, 1.0))));
@@ -39,7 +39,7 @@ void drawEvent(XmlStreamer::ElementGuard &picture, double x, std::string const &
     label.addAttribute("transform", format("translate(%.2f 0) rotate(90)", x).c_str());
     label.addAttribute("font-size", 11);
     label.addAttribute("fill", "firebrick");
-    label.addTextData(text.c_str()); // timecodes, words and numbers: nothing to escape
+    label.addTextData(text.c_str()); // timecodes, words and numbers need no escapes
 }
 
 } // namespace
@@ -64,8 +64,8 @@ void Waveform::add(RCShdPtr<AudioBlock> const &block)
     _pool.add([&peaks, block] { compute(peaks, block->samples); });
 }
 
-/// Two blocks become one, so that a long recording takes no more memory than a short one. Then a column of the picture
-/// still shows more than a hundred parts.
+/// Merges each two blocks into one, so that a long recording takes no more memory than a short one.
+/// After that, a column of the picture still shows more than a hundred parts.
 void Waveform::merge()
 {
     _pool.finish();
@@ -99,7 +99,7 @@ std::vector<Waveform::Extent> Waveform::toColumns() const
     for (Peaks const &peaks : _peaks) {
         auto const nbParts = static_cast<std::int64_t>(peaks.parts.size());
         for (std::int64_t i = 0; i < nbParts; ++i) {
-            // In parts of frames, to stay exact.
+            // In fractions of a frame, to be exact.
             auto const begin = (first * nbParts + peaks.frames * i) * WIDTH;
             auto const end = begin + peaks.frames * WIDTH;
             auto const column = _frames * nbParts;

@@ -1,4 +1,4 @@
-// The picture of a recording.
+// Picture of a recording's waveform.
 #pragma once
 
 #include "audioStream.h"
@@ -11,20 +11,20 @@
 #include <string>
 #include <vector>
 
-/// Has the peaks of a recording computed by a pool of threads while it is made, and draws them. Takes no more than a few
-/// megabytes, however long the recording is. One thread uses it.
+/// Computes the peaks of a recording on a pool of threads, and draws them. Takes at most a few
+/// megabytes for a recording of any length. Only one thread may use it.
 class Waveform
 {
 public:
     explicit Waveform(AudioFormat const &format);
 
-    /// The next samples. Nobody changes them any more.
+    /// Appends a block. Its samples must not change after that.
     void add(Zv::RCShdPtr<AudioBlock> const &block);
-    /// A document of SVG, with what has happened where. Waits for the last peaks.
+    /// Returns an SVG document with the waveform and the events. Waits for the last peaks.
     std::string draw(Timeline const &timeline, std::vector<Cues::Cue> const &events);
 
 private:
-    /// The extremes of some samples.
+    /// Lowest and highest value of some samples.
     struct Extent
     {
         float lowest = 0;
@@ -32,7 +32,7 @@ private:
 
         void include(Extent const &other);
     };
-    /// Of one block, over all channels.
+    /// Peaks of a block, over all channels.
     struct Peaks
     {
         std::int64_t frames;
@@ -45,6 +45,6 @@ private:
 
     AudioFormat const _format;
     std::int64_t _frames = 0;
-    std::deque<Peaks> _peaks; // which stay where they are: the pool's threads fill them in
+    std::deque<Peaks> _peaks; // a deque, because the pool's threads write into its elements
     TaskPool _pool;
 };

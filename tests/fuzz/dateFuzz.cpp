@@ -9,7 +9,7 @@ ZV_FUZZ(date)
     LiString const text(reinterpret_cast<char const *>(data), size);
     try {
         LiDate const date(text);
-        // Milliseconds are cut where they are written.
+        // Written dates are truncated to milliseconds.
         LiDate const again(date.toString(OsDateTypes::UNIVERSAL));
         LiDate late(again);
         late += 0.002;

@@ -1,4 +1,4 @@
-// Hands libFuzzer the one target of the program.
+// Main program of a fuzzing target: passes the only target to libFuzzer.
 
 #include "fuzzing.h"
 

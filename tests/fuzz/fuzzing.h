@@ -1,9 +1,9 @@
-// A fuzzing target: a body for arbitrary bytes, which aborts where something is not as it has to be.
+// Fuzzing target: a body that gets arbitrary bytes and aborts if a property does not hold.
 //
 //     ZV_FUZZ(date) { ... data, size ... }
 //
-// Built for fuzzing, each source is a program of libFuzzer's. Built as a test, all of them are one program that replays
-// the texts of `corpus/`.
+// In a build for fuzzing, each source is a program of libFuzzer. In a build of the tests, all
+// sources are one program that replays the texts of `corpus/`.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ namespace ZvFuzz {
 
 using Body = void (*)(std::uint8_t const *data, std::size_t size);
 
-/// The targets of this program.
+/// Returns the targets of this program by name.
 std::map<std::string, Body> &targets();
 
 struct Registration
@@ -25,7 +25,7 @@ struct Registration
     Registration(char const *name, Body body) { targets()[name] = body; }
 };
 
-/// Ends the process where a property does not hold.
+/// Aborts the process if a property does not hold.
 inline void check(bool holds, char const *property)
 {
     if (holds)

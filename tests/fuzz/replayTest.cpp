@@ -1,4 +1,4 @@
-// Replays the texts that fuzzing has found worth keeping.
+// Replays the texts of the fuzzing corpus.
 
 #include "fuzzing.h"
 

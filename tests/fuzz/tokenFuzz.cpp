@@ -18,7 +18,7 @@ ZV_FUZZ(token)
     }
     ZV_FUZZ_CHECK(taken <= size);
 
-    // A word is read whole, and what is behind it stays.
+    // A word is read like a std::string, and the stream is at the same place after it.
     std::istringstream words(std::string(reinterpret_cast<char const *>(data), size));
     std::istringstream same(words.str());
     LiString word;

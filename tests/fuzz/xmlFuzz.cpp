@@ -61,7 +61,7 @@ std::string textOf(XmlDocument const &document)
     return stream.str();
 }
 
-/// What the reader builds knows nothing of children.
+/// Element that represents its children by itself.
 struct Element : XmlBaseElement
 {
     explicit Element(LiString const &tag) : name(tag) {}
@@ -96,12 +96,13 @@ ZV_FUZZ(xml)
     std::string const text(reinterpret_cast<char const *>(data), size);
     std::string const told = toldOf(text);
 
-    // Blocks of the input make no difference: the text again, with the end of a block somewhere in it.
+    // The blocks of the input make no difference. The text is read again with the end of a block at
+    // some place in it.
     std::size_t const before = size == 0 ? 0 : (data[0] * 256u + data[size - 1]) % (size + 1);
     std::string const filling(2 * XmlInput::BLOCK - 7 - before % XmlInput::BLOCK, 'x');
     ZV_FUZZ_CHECK(toldOf("<!--" + filling + "-->" + text) == told);
 
-    // What a document writes, it reads again.
+    // A document can be read again from what it writes.
     try {
         std::istringstream input(text);
         std::string const written = textOf(XmlDocument(input));

@@ -1,4 +1,4 @@
-// A process that may write no file.
+// Tests of a process that is not allowed to write files.
 #include "resmgt/locks/mtUtil.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,8 @@ namespace {
 
 TEST(MtUtil, AFailureThatIsNotTheMemorysIsReported)
 {
-    // The process may write no file at all; standard error is a pipe, which is no file.
+    // The process is not allowed to write files. Its standard error is a pipe, to which the limit
+    // does not apply.
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     int const standardError = ::dup(STDERR_FILENO);

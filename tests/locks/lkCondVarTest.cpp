@@ -10,7 +10,7 @@
 namespace Zv {
 namespace {
 
-/// Threads that wait on a condition variable until they are told to go.
+/// Threads that wait on a condition variable until they are told to end.
 class Waiters
 {
 public:
@@ -18,7 +18,7 @@ public:
     {
         for (int i = 0; i < number; ++i)
             _threads.emplace_back([this] { run(); });
-        // Once they have let the mutex go, all of them wait.
+        // When all have released the mutex, all of them wait.
         for (int i = 0; i < number; ++i)
             _arrived.acquire();
         LkGuard<LkMutex const> guard(_mutex);
@@ -36,7 +36,7 @@ public:
         LkGuard<LkMutex const> guard(_mutex);
         return _nbWoken;
     }
-    /// Blocks until one more has been woken.
+    /// Waits until another thread has been woken.
     void awaitOne() { _woken.acquire(); }
     LkMutex const &mutex() const { return _mutex; }
 
@@ -213,7 +213,7 @@ TEST(LkCondVar, WaitWithoutTheMutexFailsAndCountsNoWaiter)
     LkCondVar const condVar("c");
     EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { condVar.wait(mutex); }),
               "::ReleaseMutex( externalMutex.getImp().getMutex() )");
-    condVar.broadcast(); // would hang for a waiter that is not there
+    condVar.broadcast(); // would hang if it still counted a waiter
 }
 
 } // namespace

@@ -39,7 +39,7 @@ TYPED_TEST(LkCounterOf, LosesNoCountAmongThreads)
     constexpr int COUNTS = 20000;
     LkCounter<TypeParam> counter;
     ZvTest::Latch both(2);
-    // One kind of operation at a time, while the other thread does the same.
+    // Both threads carry out one kind of operation at a time.
     auto const count = [&] {
         both.arrive_and_wait();
         for (int i = 0; i < COUNTS; ++i)

@@ -1,4 +1,4 @@
-// Durations of the standard library as the limits of waits.
+// Tests of durations of the standard library as time-outs.
 
 #include "resmgt/locks.h"
 
@@ -36,7 +36,7 @@ static_assert(LkUtil::toMilliseconds(Seconds(0.0004)) == 0);
 
 TEST(LkUtil, RoundsADurationWithoutLoss)
 {
-    // A double would have lost the last of them.
+    // A double could not represent the last nanosecond.
     EXPECT_EQ(LkUtil::toMilliseconds(4'294'966'000'499'999'999ns), 0xFFFFFFFEu);
     EXPECT_EQ(LkUtil::toMilliseconds(4'294'966'000'499'999ns), 4'294'966'000u);
     EXPECT_EQ(LkUtil::toMilliseconds(4'294'966'000'500'000ns), 4'294'966'001u);

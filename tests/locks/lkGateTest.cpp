@@ -46,7 +46,7 @@ TEST(LkGate, OpensForGood)
         Joined other([&] { gate.ready(); });
         gate.ready();
     }
-    gate.ready(); // the first of two, and it does not block
+    gate.ready(); // the first of two, which does not block
     EXPECT_EQ(dumpOf(gate).find("num ready: 1\n") != std::string::npos, true);
 }
 

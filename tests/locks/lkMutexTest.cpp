@@ -19,7 +19,7 @@ static_assert(requires(LkMutex const &mutex) {
     std::unique_lock<LkMutex const>(mutex);
 });
 
-/// Asks the system itself whether another thread could take the mutex.
+/// Returns whether another thread could take the mutex, as the system says.
 bool isFreeForOthers(LkMutex const &mutex)
 {
     return elsewhere([&] {
@@ -167,7 +167,8 @@ TEST(LkMutex, UnlockByAnotherThreadFailsWithTheSystemsError)
     mayEnd.release();
 }
 
-/// A thread has ended while it held the mutex. `action` is refused it, and then others can have it.
+/// Calls `action` with a mutex whose thread has ended while it held it. Expects that the mutex is
+/// free after that.
 template <class Action>
 void expectRefusedOnce(Action action)
 {

@@ -16,7 +16,7 @@
 namespace Zv {
 namespace {
 
-/// Blocks until the holder has let the mutex go, and leaves its flag alone.
+/// Waits until the mutex is released, without a change of its flag.
 void awaitRelease(LkMutex const &mutex)
 {
     HANDLE const handle = mutex.getImp().getMutex();
@@ -158,7 +158,7 @@ TEST(LkPulse, WaitWithoutTheMutexFails)
     EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.wait(mutex); }), text);
     EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.waitNextPulse(mutex); }),
               text);
-    pulse.pulse(); // finds no waiting thread
+    pulse.pulse(); // no thread waits
 }
 
 TEST(LkPulse, ServesWhoeverKnowsTheBaseOnly)
@@ -245,7 +245,7 @@ TEST(LkPulseNext, OnePulseWakesAllWhateverItsType)
         Joined a(wait), b(wait), c(wait);
         for (int i = 0; i < 3; ++i)
             arrived.acquire();
-        awaitRelease(mutex); // held until all three are counted in: the last has let go
+        awaitRelease(mutex); // the last thread holds it until it is counted as a waiter
         pulse.pulse();
     }
 }

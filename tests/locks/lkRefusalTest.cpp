@@ -1,4 +1,5 @@
-// Every report of a system call that fails, provoked: the linker leads the library's calls of the platform here.
+// Tests of every report of a failed system call. The linker redirects the library's calls of the
+// platform here.
 
 #include "locks/lockTestUtil.h"
 #include "platform/services.h"
@@ -22,22 +23,22 @@ namespace {
 
 constexpr DWORD REFUSED = 4711;
 
-/// What the calling thread's services refuse: the call of that name, after so many that work.
+/// The service that fails on the calling thread, and the number of calls that succeed before that.
 thread_local std::string_view refusing;
 thread_local int nbBefore = 0;
 thread_local DWORD answer = WAIT_FAILED;
-/// Happens at the refusal.
+/// Called at the refusal.
 constinit thread_local ZvTest::ThreadHook<void()> whenRefused;
-/// Happens when the calling thread's next sleep has ended.
+/// Called when the calling thread's next wait for an event or a semaphore has ended.
 constinit thread_local ZvTest::ThreadHook<void()> whenWoken;
-/// Happens before the calling thread's next release of a mutex.
+/// Called before the calling thread's next release of a mutex.
 constinit thread_local ZvTest::ThreadHook<void()> whenReleasing;
 thread_local int nbWakeCalls = 0;
 thread_local int nbSignals = 0;
 thread_local int nbCloseCalls = 0;
 thread_local int nbSemaphoreReleases = 0;
 thread_local int nbSleepCalls = 0;
-/// The limit of the calling thread's last wait that may have one.
+/// Time-out of the calling thread's last wait that takes one.
 thread_local DWORD lastLimit = INFINITE;
 
 bool refuses(std::string_view service)
@@ -51,7 +52,7 @@ bool refuses(std::string_view service)
     return true;
 }
 
-/// Lets the `nb`-th call of a service fail, once, in this thread.
+/// Lets the `nb`-th call of a service fail, once, on this thread.
 void refuse(std::string_view service, int nb = 1, DWORD waitAnswer = WAIT_FAILED)
 {
     refusing = service;
@@ -59,13 +60,13 @@ void refuse(std::string_view service, int nb = 1, DWORD waitAnswer = WAIT_FAILED
     answer = waitAnswer;
 }
 
-/// Lets the calling thread's next wait fail when it was woken: the mutex cannot be had again.
+/// Lets the calling thread fail to take the mutex again after its next wait.
 void refuseMutexWhenWoken()
 {
     whenWoken = [] { refuse("WaitForSingleObject", 1, WAIT_ABANDONED); };
 }
 
-/// What the calling thread's wait for an event or a semaphore is followed by.
+/// Returns `result`. After a wait for an event or a semaphore, first calls `whenWoken`.
 template <class Result>
 Result after(std::string_view service, Result result)
 {
@@ -131,7 +132,7 @@ ZV_WRAP(DWORD, WaitForSingleObjectEx, _ZN10ZvPlatform21WaitForSingleObjectExEPvj
         (HANDLE h, DWORD milliseconds, BOOL alertable), (h, noted(milliseconds), alertable), answer)
 ZV_WRAP(BOOL, SetEvent, _ZN10ZvPlatform8SetEventEPv, (HANDLE h), (h),
         (__real__ZN10ZvPlatform8SetEventEPv(h), FALSE))
-// The handle is closed even if the answer is a refusal.
+// The handle is closed even if the call is refused.
 ZV_WRAP(BOOL, CloseHandle, _ZN10ZvPlatform11CloseHandleEPv, (HANDLE h), (closing(h)),
         (__real__ZN10ZvPlatform11CloseHandleEPv(closing(h)), ::SetLastError(REFUSED), FALSE))
 
@@ -170,7 +171,7 @@ protected:
     }
 };
 
-/// The text of the system assertion that `action` fails.
+/// Returns the text of the system assertion that `action` fails.
 std::string systemAssertionOf(std::function<void()> const &action)
 {
     try {
@@ -298,7 +299,8 @@ TEST_F(Refused, ConditionWaitCannotTakeTheMutexAgain)
     EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(condVar.timedWait(mutex, 0.0)); }), RETAKE);
 }
 
-/// Waits for a broadcast, and has a service refused on its way out.
+/// Waits for a broadcast, and has a service refused when the wait ends. Returns the text of the
+/// failed assertion.
 std::string refusedWaiter(std::string_view service, int nb)
 {
     LkMutex const mutex("m");
@@ -345,11 +347,11 @@ TEST_F(Refused, BroadcastFails)
               "::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0");
 }
 
-/// A broadcast in its middle: its waiter was woken and is kept from leaving.
+/// Broadcast that is held in the middle: its waiter was woken and cannot leave yet.
 class HeldBroadcast
 {
 public:
-    /// `before` happens to the condition variable first.
+    /// Calls `before` before the wait.
     explicit HeldBroadcast(
         std::function<void(LkMutex const &, LkCondVar const &)> const &before = nullptr)
     {
@@ -500,7 +502,7 @@ TEST_F(Refused, PulseWaitWithoutALimitCannotTimeOut)
     EXPECT_EQ(assertionOf([&] { pulse.wait(guard); }), "wait_internal( externalMutex, INFINITE )");
 }
 
-/// Another thread takes the mutex and ends with it.
+/// Has another thread take the mutex and end while it holds it.
 void abandon(LkMutex const &mutex)
 {
     std::thread([&] { mutex.lock(); }).join();
@@ -687,7 +689,7 @@ TEST_F(Refused, KeeperThatComesUncalledFails)
               "(*_gateKeeper).tryWait() == false");
 }
 
-// Two threads look for room at the gate before either of them has counted itself.
+// Two threads check whether there is room at the gate before either of them is counted.
 TEST_F(Refused, KeeperOfAnOvercrowdedGateFails)
 {
     LkGate gate("g", 2, true);

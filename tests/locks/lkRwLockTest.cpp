@@ -213,7 +213,7 @@ TEST(LkRwLock, SpinnersDoNotSleepAsLongAsTheyHaveTries)
     });
     begin.acquire();
     begin.acquire();
-    // Long enough for threads that would go to sleep, and short beside 2^32 tries.
+    // Long enough for the threads to fall asleep if they could, and much shorter than 2^32 tries.
     std::clock_t const start = std::clock();
     while (std::clock() - start < CLOCKS_PER_SEC / 20)
         std::this_thread::yield();

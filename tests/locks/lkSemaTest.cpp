@@ -13,7 +13,7 @@
 namespace Zv {
 namespace {
 
-/// A system name that no other run of the tests uses.
+/// Returns a system name that no other run of the tests uses.
 std::string uniqueName(char const *what)
 {
     return "zvLockTest_" + std::to_string(::getpid()) + "_" + what;
@@ -223,7 +223,7 @@ TEST(LkSemaTypes, HaveTheirValues)
 TEST(LkUnnamedSema, SaysThatItCouldNotBeHad)
 {
     EXPECT_EQ(LkUnnamedSema("s", 0).getErrno(), 0);
-    LkUnnamedSema sema("s", 0x80000000U); // more than a semaphore counts
+    LkUnnamedSema sema("s", 0x80000000U); // more than a semaphore can count
     EXPECT_EQ(sema.getErrno(), 87);
     sema.wait();
     sema.post();

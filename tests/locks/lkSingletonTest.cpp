@@ -58,7 +58,7 @@ struct Failing
     static inline int attempts = 0;
 };
 
-/// Looks for itself at its end, which throws.
+/// Looks for itself in its destructor, which throws.
 struct Clinging
 {
     static Clinging &getInstance() { return LkSingleton<Clinging>::getInstance(); }
@@ -70,7 +70,7 @@ struct Clinging
     static inline bool foundItself = false;
 };
 
-/// Its constructor waits until the test lets it go on.
+/// Has a constructor that waits until the test lets it continue.
 struct Slow
 {
     Slow()
@@ -101,7 +101,7 @@ ZV_DEFINE_SINGLETON(Clinging, Clinging);
 
 namespace {
 
-// A singleton is made once in a process: a repeated run has nothing left to see.
+// A singleton is made once in a process, so a repeated run of a test is skipped.
 #define ONCE_IN_A_PROCESS()                                                                        \
     static bool isRepeated = false;                                                                \
     if (std::exchange(isRepeated, true))                                                           \
@@ -161,7 +161,7 @@ TEST(LkSingleton, DestroyedBeforeItsFirstUseIsNeverMade)
     EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
     LkSingleton<S>::checkState();
     EXPECT_EQ(assertionOf([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
-#ifndef __SANITIZE_ADDRESS__ // its companion rightly reports a null reference
+#ifndef __SANITIZE_ADDRESS__ // UBSan, which runs with it, rightly reports a null reference
     EXPECT_NO_THROW(static_cast<void>(S::getInstance()));
     EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
 #endif
@@ -169,7 +169,7 @@ TEST(LkSingleton, DestroyedBeforeItsFirstUseIsNeverMade)
     EXPECT_EQ(S::destroyed, 0);
 }
 
-/// Lets threads race for a singleton that has not been used yet.
+/// Lets threads use a singleton for the first time at the same time.
 template <int Number>
 void race()
 {
@@ -257,8 +257,8 @@ TEST(LkSingleton, NamesItsStates)
 
 TEST(LkInitMutexWindows, RefusesANameThatDoesNotFitBeforeItAsksTheSystem)
 {
-    std::string const fits(260 - 1 - 12 - 12 - 1,
-                           'x'); // base text, number, less than the longest less one
+    // Without the base text, the number and the limits of the assertion.
+    std::string const fits(260 - 1 - 12 - 12 - 1, 'x');
     std::string const tooLong = fits + "x";
     Detail::releaseInitMutex(Detail::acquireInitMutex(fits.c_str()));
     EXPECT_EQ(

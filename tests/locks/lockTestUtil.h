@@ -11,7 +11,7 @@
 #include <thread>
 #include <utility>
 
-// Locks are misused here on purpose.
+// The tests misuse locks on purpose.
 #ifdef __clang__
 #pragma clang diagnostic ignored "-Wthread-safety-analysis"
 #endif
@@ -39,7 +39,7 @@ std::string dumpOf(T const &object)
     return stream.str();
 }
 
-/// Runs `action` in a thread of its own and returns its result.
+/// Runs `action` on a thread of its own and returns its result.
 template <class Action>
 auto elsewhere(Action action)
 {
@@ -78,7 +78,7 @@ public:
               body();
           })
     {}
-    /// Returns when the thread sleeps. The thread must sleep only in the place that the test means.
+    /// Waits until the thread sleeps. The thread must sleep only in the place that the test means.
     void waitUntilAsleep() const
     {
         while (!_number)

@@ -19,7 +19,7 @@
 namespace Zv {
 namespace {
 
-/// The log's output, from here on.
+/// Captures the output of the log from its construction on.
 class LogOutput
 {
 public:
@@ -138,7 +138,7 @@ TEST(MtUtil, TellsMemoryThatCanBeReadFromMemoryThatCannot)
     EXPECT_EQ(MtUtil::testWritable(two, page), 0);
 }
 
-/// Another value of an environment variable for the length of a test.
+/// Changes an environment variable while the object exists.
 class WithVariable
 {
 public:

@@ -1,4 +1,5 @@
-// The guards of the standard library on the locks, and LkGuard without its argument.
+// Tests of the standard library's guards on the locks, and of LkGuard without its template
+// argument.
 
 #include "locks/lockTestUtil.h"
 #include "resmgt/locks.h"
@@ -45,7 +46,7 @@ static_assert(std::is_same_v<Deduced<LkRecLock const>, LkGuard<LkRecLock const>>
 static_assert(std::is_same_v<Deduced<LkRwLock>, LkGuard<LkRwLock>>, "it writes");
 static_assert(std::is_same_v<Deduced<LkRwLock const>, LkGuard<LkRwLock const>>, "it reads");
 
-/// Whether another thread can take the lock.
+/// Returns whether another thread can take the lock.
 template <class Lock>
 bool isFree(Lock const &lock)
 {
@@ -148,7 +149,7 @@ TEST(LkRecLock, TryToLockByTheHolderCounts)
     EXPECT_FALSE(isFree(lock)) << "the outer guard has it still";
 }
 
-/// What another thread gets of a read-write lock at once.
+/// What another thread can get of a read-write lock without waiting.
 struct Chances
 {
     bool reads;

@@ -1,4 +1,4 @@
-// What all exception classes have in common.
+// Tests of what all exception classes have in common.
 
 #include "allocations.h"
 #include "resmgt/containers/iteratorEx.h"
@@ -23,7 +23,7 @@
 namespace Zv {
 namespace {
 
-/// Says which of the two bases comes first.
+/// The first one of the two bases.
 enum First
 {
     STANDARD,

@@ -1,4 +1,5 @@
-// The packages before, during and after their run, each time in a new process.
+// Tests of the packages before they are up, while they are up and after that, each in a new
+// process.
 
 #include "childProcess.h"
 #include "packages/registered.h"

@@ -1,4 +1,4 @@
-// Each channel comes out at its own loudspeaker.
+// Tests that each channel keeps its loudspeaker.
 
 #include "playoutTest.h"
 
@@ -14,7 +14,8 @@ constexpr int FRAMES = 4000;
 
 using Names = std::vector<std::string>;
 
-/// The tone that a loudspeaker has in these tests, in Hz. In the channel for low frequencies Vorbis keeps only low ones.
+/// Returns the tone of a loudspeaker in these tests, in Hz. It is low for the channel of low
+/// frequencies, in which Vorbis keeps only those.
 int getTone(std::string const &name)
 {
     static std::map<std::string, int> const tones{
@@ -23,7 +24,7 @@ int getTone(std::string const &name)
     return tones.at(name);
 }
 
-/// The order that the WAV and FLAC formats define.
+/// Returns the order that the WAV and FLAC formats define.
 Names getUsual(int count)
 {
     return std::vector<Names>{{},
@@ -38,7 +39,7 @@ Names getUsual(int count)
         .at(static_cast<std::size_t>(count));
 }
 
-/// The order that the Vorbis format defines.
+/// Returns the order that the Vorbis format defines.
 Names getVorbis(int count)
 {
     return std::vector<Names>{{},
@@ -68,7 +69,7 @@ constexpr Kind KINDS[] = {{".wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, &getUsual},
 class ChannelTest : public PlayoutTest
 {
 protected:
-    using Map = std::vector<int>; // of libsndfile's names
+    using Map = std::vector<int>; // values of SF_CHANNEL_MAP
 
     /// Makes a file in which each channel has the tone of its loudspeaker.
     void makeTones(std::string const &name, int format, Names const &names, Map map = {}) const
@@ -92,7 +93,7 @@ protected:
         EXPECT_EQ(sf_writef_double(file, samples.data(), FRAMES), FRAMES);
         EXPECT_EQ(sf_close(file), 0);
     }
-    /// The loudspeakers of a file's channels, as their tones tell them.
+    /// Returns the loudspeakers of a file's channels, found by their tones.
     Names findTones(std::string const &name) const
     {
         SF_INFO info = {};
@@ -127,7 +128,7 @@ protected:
         }
         return found;
     }
-    /// The names that a file gives its channels; empty if it gives none.
+    /// Returns the names that a file gives its channels. Empty if it gives none.
     Map getMap(std::string const &name) const
     {
         SF_INFO info = {};

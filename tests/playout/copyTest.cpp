@@ -1,4 +1,4 @@
-// What comes out is what went in.
+// Tests that the output has the samples of the input.
 
 #include "playoutTest.h"
 

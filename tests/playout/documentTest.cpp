@@ -1,4 +1,4 @@
-// Shows: their documents, and playing what they name.
+// Tests of shows: reading and writing their documents, and playing them.
 
 #include "playoutTest.h"
 
@@ -24,7 +24,7 @@ protected:
         EXPECT_EQ(withoutFolder(outcome.err), "zvplayout: %show.xml:" + reason + "\n");
         EXPECT_EQ(files(), before);
     }
-    /// What stands inside the show, from line 2 on.
+    /// `text` is put inside the show, from line 2 on.
     void expectRefusedInside(std::string const &reason, std::string const &text)
     {
         expectRefused(reason, "<show>\n" + text + "<clip file='in.wav'/>\n</show>\n");
@@ -205,7 +205,7 @@ TEST_F(DocumentTest, ThatIsNoneIsRefusedWithItsLine)
     expectRefused("4: Syntax error.", "<show>\n<clip file='in.wav'/>\n</show>\n<show/>");
     expectRefused("1: Syntax error.", "<?xml version='1.0' encoding='UTF-8'?><show/>");
     expectRefused("2: Lexical error.", "<show>\n<!-- a -- b -->\n</show>");
-    // One token that is longer than what the parser reads at once, and behind it a line that is wrong.
+    // A token that is longer than a block of the parser, before a wrong line.
     expectRefused("3: Lexical error.",
                   "<show>\n<clip file='" + std::string(40000, 'a') + "'/>\n&\n</show>");
 }

@@ -1,4 +1,4 @@
-// Whatever goes wrong: one message with the reason, a status that says so, and nothing left behind.
+// Tests of failures: each gives one message with the reason and a status, and leaves no file.
 
 #include "playoutTest.h"
 
@@ -116,7 +116,7 @@ TEST_F(FailureTest, AFullDiskLeavesWhatStoodThereBefore)
 
 TEST_F(FailureTest, AFailureMayComeAtAnyBlock)
 {
-    // Small blocks fill all queues; the failure finds the devices pushing, waiting and idle.
+    // Small blocks fill all queues, so that devices are pushing, waiting or idle at the failure.
     for (rlim_t limit = 44; limit < 80000; limit = limit * 3 / 2) {
         SCOPED_TRACE(limit);
         Playout::Surroundings surroundings;
@@ -163,7 +163,7 @@ TEST_F(FailureTest, AStreamThatIsNone)
 
 TEST_F(FailureTest, AStreamThatIsNotConnected)
 {
-    // Two devices find their end loose; whoever is first says so.
+    // Two devices find that their stream is not connected. The first one reports it.
     Outcome const outcome = play("in.wav", "out.wav", {"--stream", "player:out push fader:in"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, testing::AnyOf("zvplayout: fader:out is not connected\n",
@@ -172,7 +172,7 @@ TEST_F(FailureTest, AStreamThatIsNotConnected)
     expectFailure("fader:in is not connected", {"--stream", "player:out push recorder:in"});
     expectFailure("fader:in is not connected", {"--stream", "fader:out push recorder:in",
                                                 "--stream", "player:out push fader:in"});
-    // One that no stream joins to the others.
+    // A device that no stream connects to the others.
     expectFailure("fader:in is not connected", {"--sequence", "( recorder ( player fader ) )",
                                                 "--stream", "player:out push recorder:in"});
 }
@@ -245,7 +245,7 @@ TEST_F(FailureTest, ACommandLineThatIsNone)
     EXPECT_EQ(files(), (std::set<std::string>{"in.wav"}));
 }
 
-/// A recording that lasts: it is sparse on the disk, and small blocks take their time.
+/// Long recording. It is a sparse file, and small blocks make it slow.
 class SignalTest : public PlayoutTest
 {
 protected:

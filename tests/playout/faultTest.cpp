@@ -1,5 +1,5 @@
-// Devices that misbehave because `--fault` asks for it: the others end in order, and the program
-// says what has happened.
+// Tests of devices that misbehave because of `--fault`: the others end in order, and the program
+// reports what has happened.
 
 #include "playoutTest.h"
 
@@ -22,7 +22,7 @@ using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 
-/// Seconds from a signal to the end. It is two or three on a machine with nothing else to do.
+/// Seconds from a signal to the end. It takes two or three on an idle machine.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr double FEW = 40;
 constexpr double PROMPT = 20;
@@ -33,7 +33,7 @@ constexpr double PROMPT = 1.5; // after a second signal
 
 char const * const DEVICES[] = {"recorder", "fader", "player"};
 
-/// A row of the table of the ends.
+/// Row of the table that shows how the devices ended.
 struct Row
 {
     std::string end; // "no answer, left behind"
@@ -52,7 +52,7 @@ protected:
             arguments.insert(arguments.end(), {"--fault", fault});
         return play("in.wav", "out.wav", arguments);
     }
-    /// Columns are of fixed width, so that an end may have blanks.
+    /// Reads the table. Its columns have fixed widths, so that an end may contain blanks.
     static std::map<std::string, Row> readEnds(std::string const &out)
     {
         std::map<std::string, Row> rows;
@@ -82,7 +82,7 @@ protected:
         auto const place = rows.find(device);
         return place == rows.end() ? "not in the table" : place->second.end;
     }
-    /// All devices but one have ended well, and all have closed.
+    /// Expects that all devices but one have ended and closed in order.
     static void expectOthersEnded(Outcome const &outcome, std::string const &culprit)
     {
         for (auto const &[device, row] : readEnds(outcome.out)) {
@@ -100,7 +100,7 @@ protected:
         EXPECT_EQ(read("out.wav").samples, _sound.samples);
     }
     void removeOutput() { std::filesystem::remove(path("out.wav")); }
-    /// A recording that lasts until something has come of a fault at its first block.
+    /// Makes a recording that is long enough for a fault at its first block to take effect.
     void makeLong() { make("long.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1, 8000, 4'000'000); }
 
     static constexpr std::size_t WIDTH = 35 + 6 * 11;
@@ -112,7 +112,7 @@ std::string join(std::string const &device, std::string const &phase, std::strin
     return device + ":" + phase + ":" + kind;
 }
 
-// ---- The option.
+// ---- the option
 
 TEST_F(FaultTest, TheOptionSaysWhatIsWrongAndWhatIsPossible)
 {
@@ -181,7 +181,7 @@ TEST_F(FaultTest, TheHelpNamesEachPhaseAndKind)
         EXPECT_THAT(outcome.out, HasSubstr(word));
 }
 
-// ---- The table.
+// ---- the table
 
 TEST_F(FaultTest, TheTableHasHowEachDeviceEndedAndTheTimesOfItsSteps)
 {
@@ -214,7 +214,7 @@ TEST_F(FaultTest, ATimeOfTheTableIsThatOfItsStep)
     }
 }
 
-// ---- Each kind at each phase.
+// ---- each kind at each phase
 
 TEST_F(FaultTest, ADeviceThatFailsIsNamedAndTheOthersEnd)
 {
@@ -305,7 +305,8 @@ TEST_F(FaultTest, ADeviceThatAbortsOrDropsItsAnswerEndsTheRun)
             EXPECT_EQ(outcome.status, 1);
             EXPECT_EQ(endOf(outcome, device), message == dropped ? "failed" : "aborted");
             expectOthersEnded(outcome, device);
-            if (outcome.err.ends_with("(" + path("out.wav") + " is complete)\n")) { // it was faster
+            // The recording may be complete before the fault.
+            if (outcome.err.ends_with("(" + path("out.wav") + " is complete)\n")) {
                 EXPECT_EQ(outcome.err.find("zvplayout: " + device + message + " ("), 0u);
                 expectWritten();
                 removeOutput();
@@ -328,9 +329,9 @@ TEST_F(FaultTest, SeveralDevicesMayMisbehave)
     expectWritten();
 }
 
-// ---- Devices that hang.
+// ---- devices that hang
 
-// They run at the same time, since each waits for its limits.
+// The programs run at the same time, because each waits for its limits.
 TEST_F(FaultTest, AHungDeviceIsReportedAndTheOthersAreStoppedAndClosed)
 {
     struct Case
@@ -388,9 +389,9 @@ TEST_F(FaultTest, CtrlCEndsItWhenADeviceHangs)
     {
         std::string device;
         char const *fault;
-        char const *text; // when it hangs
+        char const *text; // shown when the device hangs
         char const *end;
-        bool isComplete; // the recording, by then
+        bool isComplete; // whether the recording is complete by then
         int number;
     };
     Case const cases[] = {
@@ -418,7 +419,8 @@ TEST_F(FaultTest, CtrlCEndsItWhenADeviceHangs)
         {"recorder", "stop:hangs", "recorder   wss -> stop", "no answer, left behind", true,
          SIGINT}};
     makeLong();
-    std::vector<std::unique_ptr<Playout>> playouts; // at the same time, since most wait for a limit
+    // The programs run at the same time, because most wait for a limit.
+    std::vector<std::unique_ptr<Playout>> playouts;
     for (Case const &one : cases) {
         std::string const number = std::to_string(playouts.size());
         playouts.push_back(std::make_unique<Playout>(std::vector<std::string>{

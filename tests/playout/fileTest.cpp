@@ -1,4 +1,4 @@
-// The files that the program writes, and those that it must not.
+// Tests of the files that the program writes and of those that it must not write.
 
 #include "playoutTest.h"
 
@@ -66,7 +66,7 @@ TEST_F(FileTest, APartIsNeverWrittenThrough)
     EXPECT_EQ(getText("precious"), "precious");
 }
 
-/// A recording that goes on until the test ends it.
+/// Fixture with a recording that runs until the test ends it.
 class TwoRunsTest : public FileTest
 {
 protected:
@@ -124,7 +124,7 @@ TEST_F(FileTest, AnOutputThatIsALinkIsWrittenWhereItLeads)
     fs::create_directory(path("folder"));
     fs::create_symlink("folder/far.wav", path("near.wav"));
     fs::create_symlink(path("near.wav"), path("out.wav"));
-    for (int run = 0; run < 2; ++run) { // the first one makes the file
+    for (int run = 0; run < 2; ++run) { // the first run makes the file
         EXPECT_EQ(play("in.wav", "out.wav").status, 0);
         EXPECT_TRUE(fs::is_symlink(path("out.wav")));
         EXPECT_TRUE(fs::is_symlink(path("near.wav")));
@@ -202,7 +202,7 @@ TEST_F(FileTest, ClosedStandardStreamsDoNotReachTheOutput)
         EXPECT_EQ(getText("out.wav"), getText("in.wav"));
         EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "out.wav"}));
     }
-    // A failure has nowhere to be told, least of all in a file.
+    // A failure cannot be reported, and must not be written into a file.
     Playout::Surroundings surroundings;
     surroundings.closed = {0, 1, 2};
     EXPECT_EQ(play("none.wav", "out.wav", {}, surroundings).status, 1);
@@ -249,7 +249,7 @@ TEST_F(FileTest, AnAiffFileHasAsManyFramesAsItsInput)
                 Sound const sound = make("odd.wav", format, channels, 8000, frames);
                 EXPECT_EQ(play("odd.wav", "odd.aiff").status, 0);
                 EXPECT_EQ(read("odd.aiff").samples, sound.samples);
-                // Its head counts them, too, and its chunks end with the file.
+                // The header has the same number of frames, and the last chunk ends with the file.
                 std::string const text = getText("odd.aiff");
                 ASSERT_EQ(text.substr(0, 4) + text.substr(8, 8), "FORMAIFFCOMM");
                 auto const getNumber = [&](std::size_t place) {
@@ -290,7 +290,7 @@ TEST_F(FileTest, AShowMayHaveMoreClipsThanOpenFiles)
 
 TEST_F(FileTest, AClipThatChangesWhileItRestsIsRefused)
 {
-    // The second clip rests while the player waits for the first one.
+    // The second clip is closed while the player waits for the first one.
     ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
     make("changed.wav", PCM, 1, 8000, 4000);
     std::string text = "<show output='out.wav'><memory page='32000' budget='70000' ahead='0'/>"

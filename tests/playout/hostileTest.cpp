@@ -1,4 +1,4 @@
-// Shows that mean harm.
+// Tests of hostile shows.
 
 #include "playoutTest.h"
 
@@ -29,7 +29,7 @@ protected:
             return (static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7F;
         })) << text;
     }
-    /// The processor time of a show, in seconds.
+    /// Returns the processor time of a show, in seconds.
     double measure(std::string const &text)
     {
         Outcome const outcome = playShow(text);

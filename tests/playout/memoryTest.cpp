@@ -1,4 +1,4 @@
-// Clips that live in memory as long as there is room.
+// Tests of clips that are read through memory buffers.
 
 #include "playoutTest.h"
 
@@ -143,7 +143,7 @@ TEST_F(MemoryTest, APageThatComesBackIsReloaded)
         playWell(show("in.wav", "page='8000' budget='24100' ahead='0'",
                       "<event at='00:00:01:00' action='jump' value='00:00:00:00'/>"));
     EXPECT_EQ(figures.loads, 10);
-    EXPECT_EQ(figures.reloads, 8); // those before the jump
+    EXPECT_EQ(figures.reloads, 8); // of the pages before the jump
     EXPECT_EQ(figures.unloads, 15);
     EXPECT_EQ(figures.visits, 18);
 }
@@ -163,7 +163,7 @@ TEST_F(MemoryTest, APageThatCannotBeReadFailsWhenItIsItsTurn)
     }
 }
 
-/// Two hours of a voice; fewer where each access is watched.
+/// Two hours of sound, or ten minutes with a sanitizer.
 class LongTest : public MemoryTest
 {
 protected:
@@ -225,7 +225,7 @@ TEST_F(LongTest, IsPlayedWithinAFewMegabytes)
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 TEST_F(LongTest, TakesHardlyMoreMemoryThanAMinute)
 {
-    // What each page and each block leaves behind would be seen.
+    // Memory that each page or each block leaks would show.
     std::string const memory = "budget='1000000' page='16384'";
     long const large = playShow(show("in.wav", memory)).largestMemory;
     make("short.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1, RATE, 60 * RATE);

@@ -1,4 +1,4 @@
-// The clock of a show, and what happens by it.
+// Tests of a show's clock and of its events.
 
 #include "playoutTest.h"
 
@@ -51,7 +51,7 @@ protected:
     {
         return _sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, RATE, count * FRAME);
     }
-    /// Appends frames of the input, times a factor.
+    /// Appends frames of the input, multiplied by a factor, to the expected samples.
     void expect(int first, int end, double gain = 1)
     {
         for (int i = first * FRAME; i < end * FRAME; ++i)
@@ -146,7 +146,7 @@ TEST_F(PaceTest, AShowTakesItsTime)
     makeFrames(20);
     auto const start = std::chrono::steady_clock::now();
     playWell("");
-    // The first frame goes at the first beat, and none of the others early.
+    // The first frame is played at the first beat, and no other frame is early.
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(19 * 40));
     EXPECT_EQ(read("out.wav").samples, _sound.samples);
     EXPECT_TRUE(isShown("\n  PAL 25 FPS, 25 frames a second\n")) << _outcome.out;
@@ -213,7 +213,7 @@ TEST_F(PaceTest, AllTreesAreKeptToTheClock)
 
 TEST_F(PaceTest, FramesAreThoseOfTheRate)
 {
-    // Two seconds over a minute, where drop-frame leaves labels out.
+    // Two seconds more than a minute, at which drop-frame skips labels.
     _sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1, RATE, 62 * RATE);
     struct
     {

@@ -21,9 +21,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr unsigned PATIENCE = 300; // seconds, until a process counts as hanging
+constexpr unsigned PATIENCE = 300; // seconds until a process counts as hanging
 
-/// False at the end.
+/// Appends what can be read. Returns false at the end of the file.
 bool readOn(int descriptor, std::string &text)
 {
     char buffer[4096];
@@ -41,7 +41,7 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
     int error[2] = {-1, -1};
     EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
     EXPECT_EQ(::pipe2(error, O_CLOEXEC), 0);
-    ::fcntl(error[1], F_SETPIPE_SZ, 1 << 20); // it is read in the end
+    ::fcntl(error[1], F_SETPIPE_SZ, 1 << 20); // large, because it is only read at the end
     std::vector<char const *> argv{surroundings.refused.empty() ? ZVPLAYOUT : ZVPLAYOUT_REFUSING};
     for (auto const &argument : arguments)
         argv.push_back(argument.c_str());
@@ -60,7 +60,7 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
         ::dup2(out[1], STDOUT_FILENO);
         ::dup2(error[1], STDERR_FILENO);
         for (int const number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ})
-            ::signal(number, SIG_DFL); // whatever the tests run under
+            ::signal(number, SIG_DFL); // the tests may ignore them
         if (surroundings.largestFile) {
             rlimit const limit{*surroundings.largestFile, *surroundings.largestFile};
             ::setrlimit(RLIMIT_FSIZE, &limit);
@@ -68,7 +68,7 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
         if (surroundings.unprivileged) {
             rlimit const none{0, 0};
             ::setrlimit(RLIMIT_RTPRIO, &none);
-            ::prctl(PR_CAPBSET_DROP, CAP_SYS_NICE); // refused to those who have it not
+            ::prctl(PR_CAPBSET_DROP, CAP_SYS_NICE); // fails without harm if the process lacks it
         }
         if (surroundings.mostFiles) {
             rlimit const limit{*surroundings.mostFiles, *surroundings.mostFiles};

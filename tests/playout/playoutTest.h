@@ -1,4 +1,4 @@
-// Runs the program as its users do: as a process, on files.
+// Fixture that runs zvplayout as a process, on files.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,28 +15,28 @@ namespace ZvTest {
 
 struct Outcome
 {
-    int status = -1; // of exit; -1 where a signal has killed the process
+    int status = -1; // of exit; -1 if a signal has killed the process
     std::string out;
     std::string err;
     long largestMemory = 0;   // bytes that were resident
     double processorTime = 0; // seconds
 };
 
-/// The program on its way.
+/// Running process of the program.
 class Playout
 {
 public:
     struct Surroundings
     {
         std::optional<rlim_t> largestFile; // bytes
-        bool closedOutput = false;         // nobody reads its standard output
-        bool fullOutput = false;           // its standard output takes nothing, and blocks
-        bool unprivileged = false;         // as far as real time goes
+        bool closedOutput = false;         // its standard output is a closed pipe
+        bool fullOutput = false;           // its standard output is a full pipe, so it blocks
+        bool unprivileged = false;         // without the privilege of real time
         std::string noRealTime;            // a value of ZV_THREAD_NO_REALTIME
-        std::string refused;               // what refusing/refusals.cpp takes
-        std::string refusals;              // the file in which it counts
-        std::set<int> closed;              // of the standard streams
-        std::string output;                // a file in place of the standard output
+        std::string refused;               // for ZV_REFUSE, see refusing/refusals.cpp
+        std::string refusals;              // path of the file that counts the refusals
+        std::set<int> closed;              // standard streams that are closed
+        std::string output;                // a file to which the standard output goes
         std::optional<rlim_t> mostFiles;   // open at a time
     };
 
@@ -47,13 +47,15 @@ public:
     Playout &operator=(Playout const &) = delete;
     ~Playout();
 
-    /// Reads its standard output until a text has come; false where it ends before.
+    /// Reads its standard output until it contains a text. Returns false if the output ends before
+    /// that.
     bool waitFor(std::string const &text);
     void signal(int number);
-    /// Whether it ends within so many seconds.
+    /// Returns whether the process ends within that many seconds.
     bool endsWithin(double seconds);
-    /// Whether it catches signals and its main thread sleeps in a call of the system, as the system says it.
+    /// Returns whether the process catches signals and its main thread sleeps in a system call.
     bool isAsleep() const;
+    /// Waits for the end of the process. Returns its status and all of its output.
     Outcome finish();
 
 private:
@@ -63,7 +65,7 @@ private:
     std::string _text;
 };
 
-/// A sound file's frames as numbers of 32 bits.
+/// Contents of a sound file, as integers of 32 bits.
 struct Sound
 {
     int format = 0; // of libsndfile
@@ -72,7 +74,7 @@ struct Sound
     std::vector<int> samples;
 };
 
-/// A folder of its own for each test.
+/// Fixture with a temporary folder for each test.
 class PlayoutTest : public testing::Test
 {
 protected:
@@ -80,7 +82,7 @@ protected:
     ~PlayoutTest() override;
 
     std::string path(std::string const &name) const { return _folder + "/" + name; }
-    /// The names that stand in the folder.
+    /// Returns the names of the files in the folder.
     std::set<std::string> files() const;
 
     /// Makes a sound file of noise.
@@ -89,10 +91,10 @@ protected:
     Sound read(std::string const &name) const;
     void write(std::string const &name, Sound const &sound) const;
     void writeText(std::string const &name, std::string const &text) const;
-    /// A message, with the folder's path as "%".
+    /// Returns a message with the folder's path replaced by "%".
     std::string withoutFolder(std::string text) const;
 
-    /// With the folder's files as INPUT and OUTPUT.
+    /// Runs the program with files of the folder as INPUT and OUTPUT.
     Outcome play(std::string const &input, std::string const &output,
                  std::vector<std::string> options = {},
                  Playout::Surroundings surroundings = Playout::Surroundings()) const;

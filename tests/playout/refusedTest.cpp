@@ -1,4 +1,4 @@
-// System calls that are refused: one message, and nothing left behind.
+// Tests of refused system calls: each gives one message and leaves no file.
 
 #include "playoutTest.h"
 
@@ -21,7 +21,8 @@ protected:
                               "<event at='00:00:00:02' action='gain' value='2'/></show>");
     }
 
-    /// Refuses one call after the other until a run makes fewer. Returns how many it makes.
+    /// Refuses the first call in one run, the second one in the next run and so on, until a run
+    /// makes fewer calls. Returns their number.
     int refuseEach(std::string const &call, std::string const &more,
                    std::vector<std::string> const &arguments)
     {
@@ -39,7 +40,8 @@ protected:
                 removeOutput();
                 return turn - 1;
             }
-            // The thread that finds out whether real time is allowed is made once more.
+            // If the thread that checks the privilege of real time is refused, it is started once
+            // more.
             if (turn == 1 && outcome.status == 0 &&
                 outcome.out.find("  real time: granted; ") == 0) {
                 removeOutput();
@@ -48,7 +50,7 @@ protected:
             EXPECT_EQ(outcome.status, 1);
             EXPECT_EQ(outcome.err.find("zvplayout: "), 0u) << outcome.err;
             EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
-            // At the closing the recording is in its place, and the message says so.
+            // If the failure is at closing, the recording is in its place, and the message says so.
             if (outcome.err.ends_with(" is complete)\n"))
                 removeOutput();
             EXPECT_EQ(files(), before);

@@ -1,4 +1,4 @@
-// What the user sees, and may choose.
+// Tests of the output for the user and of the options.
 
 #include "playoutTest.h"
 
@@ -44,7 +44,7 @@ TEST_F(ShowTest, TheTreeItsStreamsAndWhatEachDeviceTook)
 
 TEST_F(ShowTest, EveryDeviceGoesThroughItsStatesInOrder)
 {
-    // A state that lasts shorter than a look may be missing, none may come out of turn.
+    // A state that was too short to be seen may be missing. The order of the states must be right.
     Outcome const outcome = play("in.wav", "out.wav", {"--block", "1000"});
     std::vector<std::string> const order{"init", "start", "wsr", "ready", "wml",
                                          "sync", "lock",  "wss", "stop",  "final"};

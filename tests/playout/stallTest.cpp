@@ -1,4 +1,4 @@
-// A signal ends the program within a few seconds, also if it waits for something that does not come.
+// Tests that a signal ends the program within a few seconds, even if it waits without end.
 
 #include "playoutTest.h"
 
@@ -13,7 +13,7 @@
 namespace ZvTest {
 namespace {
 
-/// Seconds. On a machine with nothing else to do it is two at most.
+/// Seconds to the end. It takes two at most on an idle machine.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr double PROMPT = 20;
 #else
@@ -29,7 +29,8 @@ protected:
         EXPECT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
     }
 
-    /// Writes the beginning of the recording into the pipe when the program has opened it. The pipe stays open.
+    /// Writes the beginning of the recording into the pipe after the program has opened it. Leaves
+    /// the pipe open.
     void feed(std::size_t bytes)
     {
         _pipe = ::open(path("pipe").c_str(), O_WRONLY | O_CLOEXEC);
@@ -54,7 +55,7 @@ protected:
         if (_pipe >= 0)
             ::close(std::exchange(_pipe, -1));
     }
-    /// Waits until a process sleeps in a call.
+    /// Waits until a process sleeps in a system call.
     void waitForSleep(Playout const &playout)
     {
         while (!playout.isAsleep())

@@ -1,4 +1,4 @@
-// The picture of a recording, and real time.
+// Tests of the picture of a recording, and of real time.
 
 #include "playoutTest.h"
 
@@ -33,7 +33,8 @@ protected:
         arguments.push_back(path("show.xml"));
         return Playout(arguments, surroundings).finish();
     }
-    /// The outline: its upper edge from left to right, then its lower one from right to left.
+    /// Returns the outline: its upper edge from left to right, then its lower edge from right to
+    /// left.
     Points getPoints(Zv::XmlDocument const &picture) const
     {
         auto const paths = picture.getElementsByTagName("path");
@@ -88,7 +89,7 @@ TEST_F(WaveformTest, APeakIsWhereItWas)
         std::ifstream file(path("out.svg"));
         Points const points = getPoints(Zv::XmlDocument(file));
         ASSERT_EQ(points.size(), 2400u);
-        int const part = at / (FRAME / 4) * (FRAME / 4); // each frame has four
+        int const part = at / (FRAME / 4) * (FRAME / 4); // a frame has four parts
         for (int x = 0; x < 1200; ++x)
             EXPECT_EQ(points[static_cast<std::size_t>(x)].second,
                       x * 8 < part + FRAME / 4 && x * 8 + 8 > part ? 60 : 120)
@@ -159,7 +160,7 @@ TEST_F(WaveformTest, APictureThatCannotBeWrittenIsAFailure)
 
 TEST_F(WaveformTest, AFullDiskLeavesNeitherPictureNorRecording)
 {
-    make("in.wav", PCM, 1, RATE, 1000); // less than the picture
+    make("in.wav", PCM, 1, RATE, 1000); // smaller than the picture
     Playout::Surroundings surroundings;
     surroundings.largestFile = 4000;
     Outcome const outcome = playShow("<clip file='in.wav'/>", {"--fast"}, surroundings);
@@ -178,7 +179,7 @@ TEST_F(WaveformTest, TheSampleShowIsAShow)
 class RealTimeTest : public WaveformTest
 {
 protected:
-    /// What a process like this one may do.
+    /// Returns whether a process with the privileges of this one may run in real time.
     static bool mayRunRealTime()
     {
         pid_t const probe = ::fork();

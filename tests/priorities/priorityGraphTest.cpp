@@ -28,7 +28,7 @@ class PriorityGraph : public testing::Test
 protected:
     ~PriorityGraph() noexcept override = default;
 
-    /// The reason of the exception of this class that the action throws.
+    /// Returns the reason of the exception of class `Exception` that the action throws.
     template <class Exception, class Action>
     static std::string reasonOf(Action const &action)
     {
@@ -124,7 +124,7 @@ TEST_F(PriorityGraph, AFreeNodeBoundedFromBothSidesOfOneFixedNodeHasNoValue)
     Priority fixed("fixed", mgr, 3);
     Priority f("f", mgr, Priority::NOT_SET);
     Relation below("fixed<f", fixed, Relation::LESS, f);
-    // Directly it would be a cycle of order relations; an equal of f takes its part.
+    // A direct relation would be a cycle of order relations, so a node that equals f is used.
     EXPECT_EQ(failedAssertionOf([&] { Relation("f<fixed", f, Relation::LESS, fixed); }),
               "isValid()");
     Priority equal("equal", mgr, Priority::NOT_SET);
@@ -152,7 +152,7 @@ TEST_F(PriorityGraph, ARingOfEqualRelationsEnds)
         EXPECT_EQ(b.getPriority(), 4);
         EXPECT_EQ(c.getPriority(), 4);
     }
-    // What upheld the ring is gone; it does not uphold itself.
+    // The node that raised the ring is gone. The ring does not keep its value.
     EXPECT_EQ(a.getPriority(), 0);
     EXPECT_EQ(b.getPriority(), 0);
     EXPECT_EQ(c.getPriority(), 0);
@@ -186,7 +186,7 @@ TEST_F(PriorityGraph, TheTestForCyclesRunsForEqualRelationsToo)
 
 TEST_F(PriorityGraph, ManyWaysBetweenTwoNodesAreSearchedInNoTime)
 {
-    // Each of these layers doubles the number of ways.
+    // Each layer doubles the number of paths.
     std::vector<std::unique_ptr<Priority>> nodes;
     std::vector<std::unique_ptr<Relation>> relations;
     auto const addNode = [&] {

@@ -1,4 +1,4 @@
-// The graph when memory runs out.
+// Tests of the priority graph when memory runs out.
 
 #include "allocations.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -40,7 +40,7 @@ std::string dumpOf(PriorityMgr const &mgr)
     return os.str();
 }
 
-/// Checks even if nothing has failed.
+/// Calls `ZvTest::failEachAllocation`, and `check` once more after the success.
 template <class Action, class Check>
 int failEachAllocation(Action const &action, Check const &check)
 {

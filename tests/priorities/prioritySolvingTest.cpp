@@ -1,5 +1,5 @@
-// Solving by way of what changed against solving from scratch: two graphs, the same changes to
-// both, everything that can be seen compared after each of them.
+// Compares incremental solving with solving from scratch. Two graphs get the same changes, and
+// their visible states are compared after each change.
 
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
@@ -65,7 +65,7 @@ private:
     Log &_log;
 };
 
-/// Overrides, and joins in the constructor of its base.
+/// Node that overrides `updatePriority`, and that joins in the constructor of its base.
 class SimplyDerivedNode : public Priority
 {
 public:
@@ -180,7 +180,7 @@ struct Shape
     std::size_t _nbRelations;
     int _nbGraphs;
     int _nbChanges;
-    bool _isTame; // relations and values that mostly fit
+    bool _isTame; // most relations and values fit
 };
 
 void PrintTo(Shape const &shape, std::ostream *os)
@@ -188,7 +188,7 @@ void PrintTo(Shape const &shape, std::ostream *os)
     *os << shape._minimum << " to " << shape._maximum << ", " << shape._nbNodes << " nodes";
 }
 
-/// Two worlds that see the same changes.
+/// Two graphs that get the same changes.
 class Twins
 {
 public:
@@ -239,7 +239,7 @@ private:
     void addNode()
     {
         std::size_t const kind = upTo(4);
-        // Few names, so that there are `==` relations between nodes of one name.
+        // There are few names, so that some `==` relations connect nodes of one name.
         std::string const name(1, static_cast<char>('a' + upTo(_shape._isTame ? 26 : 8)));
         int const priority = upTo(_shape._isTame ? 6 : 3) ? Priority::NOT_SET : anyValue();
         inBoth([&](World &world) { world.addNode(static_cast<int>(kind), name, priority); });
@@ -257,7 +257,7 @@ private:
         if (upTo(8)) {
             inBoth([&](World &world) { world.removeRelation(index); });
         } else {
-            // Off the graph and back on it, at the end of all lists.
+            // Removes the relation and adds it again, at the end of all lists.
             inBoth([&](World &world) {
                 world.attempt([&] { world._mgr->remove(*world._relations[index]); });
             });
@@ -326,7 +326,7 @@ TEST_P(PrioritySolving, GivesWhatSolvingFromScratchGives)
                 ++(twins.isValid() ? nbValid : nbInvalid);
         }
     }
-    // Both kinds came up, or the comparison would mean little.
+    // Both kinds must occur, or the comparison would mean little.
     EXPECT_GT(nbValid, 200);
     EXPECT_GT(nbInvalid, 20);
 }
@@ -342,8 +342,8 @@ INSTANTIATE_TEST_SUITE_P(
 // ---- a change that fails
 // -----------------------------------------------------------------------------
 
-/// A ladder of diamonds: with each layer, there are twice as many ways from its first node to its
-/// last one. The steps are pairs of `==` nodes, as a pool and its workers are.
+/// Ladder of diamonds. Each layer doubles the number of paths from the first node to the last one.
+/// The steps are pairs of `==` nodes, like a pool and its workers.
 class Ladder
 {
 public:
@@ -390,7 +390,7 @@ std::string dumpOf(PriorityMgr const &mgr)
     return os.str();
 }
 
-/// Returns what the action throws, and the graph after it.
+/// Returns the reason of what the action throws, and the dump of the graph after it.
 std::string reportOf(PriorityMgr const &mgr, auto const &action)
 {
     try {
@@ -401,9 +401,9 @@ std::string reportOf(PriorityMgr const &mgr, auto const &action)
     return "nothing thrown" + dumpOf(mgr);
 }
 
-/// Raises the ladder's first node and lowers its last one: by a fixed node that is moved, by a
-/// relation that cannot be added, and by nodes that are added and removed. At the end, a node is
-/// removed before its relations.
+/// Raises the ladder's first node and lowers its last one. Changes the value of a fixed node, adds
+/// a relation that is refused, and adds and removes nodes. At the end, removes a node before its
+/// relations. Returns all reports.
 std::string breakLadder(PriorityMgr &mgr, int nbLayers)
 {
     Ladder ladder(mgr, nbLayers);
@@ -437,7 +437,7 @@ TEST(PriorityFailing, ReportsWhatWalkingAllWaysReports)
 
 TEST(PriorityFailing, WalksNoWayTwice)
 {
-    // Way by way, the failures alone would take longer than anybody can wait.
+    // If each path were followed, the failures alone would take far too long.
     for (int const minimum : {0, -1}) {
         PriorityMgr mgr("mgr", minimum, 6);
         std::string const text = breakLadder(mgr, 60);
@@ -445,7 +445,7 @@ TEST(PriorityFailing, WalksNoWayTwice)
     }
 }
 
-/// Keeps what is invalid.
+/// Manager that keeps invalid graphs.
 template <class Mgr>
 class Forgiving : public Mgr
 {
@@ -456,8 +456,9 @@ protected:
     void updateError(PriorityMgr::Error) override {}
 };
 
-/// A bound that runs round the ring is too late for a relation that was followed before, because
-/// `outside` has passed on its own value already.
+/// Returns the dump of a graph with a fixed node outside the range. A bound that goes round the
+/// ring is too late for a relation that was followed before, because `outside` has already passed
+/// on its own value.
 std::string pushFromOutside(PriorityMgr &mgr, int value)
 {
     Priority outside("outside", mgr, value);
@@ -481,8 +482,9 @@ TEST(PriorityFailing, AFixedNodeOutsideTheRangePushesOnWhatWalkingAllWaysPushes)
     }
 }
 
-/// What the second fixed node pushes to `x` cannot be pushed on to `y`; what the first one pushes
-/// is there already.
+/// Returns the dump of a graph with values at the end of the range of `int`. The value that the
+/// second fixed node passes to `x` cannot be passed on to `y`. The value of the first one is
+/// already there.
 std::string pushToTheEnd(PriorityMgr &mgr, int nextToLast, int last)
 {
     bool const isUpwards = last > 0;
@@ -519,7 +521,7 @@ class PriorityRings : public testing::Test
 protected:
     ~PriorityRings() noexcept override = default;
 
-    /// Whether the bounds are found without walking all ways.
+    /// Returns whether the bounds are found without following all paths.
     bool areTame()
     {
         PriorityRingSolver lower(0, 6);
@@ -564,7 +566,7 @@ TEST_F(PriorityRings, AreLeftToTheFullSolvingIfANodeInThemHasLeft)
 // ---- the cost is proportional to the change
 // ---------------------------------------------------------------------
 
-/// Keeps nodes and relations in their lists and leaves the solving to the test.
+/// Manager that only keeps nodes and relations. The test solves the graph.
 class UnsolvedMgr : public PriorityMgr
 {
 public:

@@ -57,7 +57,7 @@ private:
     Log &_log;
 };
 
-/// Overrides the simple way: the node joins before this class is complete.
+/// Listener that joins in the constructor of its base, before this class is complete.
 class SimpleListener : public Priority
 {
 public:
@@ -130,7 +130,7 @@ TEST_F(PriorityTelling, LeavesOutOneThatWantsNothing)
     EXPECT_EQ(a.getPriority(), 4);
 }
 
-/// Derives from a class that has joined already and hears of nothing.
+/// Listener whose base class has joined without notifications.
 class LateListener : public Listener
 {
 public:
@@ -219,7 +219,7 @@ TEST_F(PriorityTelling, MayChangeTheGraph)
     takeLog();
     a._then = [&] { b.setPriority(4); };
     mgr.notify(PriorityMgr::VALUE_CHANGED);
-    // The change is solved and told from within, then the first telling continues.
+    // The change is solved and notified inside the notification, which then continues.
     EXPECT_EQ(takeLog(), Log({"a1", "a1", "b4", "c4", "b4"}));
     EXPECT_EQ(c.getPriority(), 4);
 }
@@ -291,7 +291,7 @@ TEST_F(PriorityTelling, ANodeWhoseJoiningIsRefusedHasNotJoined)
     EXPECT_EQ(takeLog(), Log({"a1", "b2"}));
 }
 
-/// Solves in its own way, and counts.
+/// Manager that counts its solvings, and that can leave them out.
 class CountingMgr : public PriorityMgr
 {
 public:

@@ -1,4 +1,4 @@
-// The graph under many threads.
+// Tests of the priority graph with many threads.
 
 #include "meeting.h"
 #include "resmgt/threads/mtSpecificData.h"
@@ -106,7 +106,8 @@ TEST(PriorityThreads, CannotCloseACycleBetweenThem)
         };
         std::thread other([&] {
             relate(a, b);
-            // What the report of the refusal has left in a thread that the library did not start.
+            // Frees the data of the report of the refusal, because the library did not start this
+            // thread.
             MtSpecificDataRegistry::getInstance().removeSpecificData();
         });
         relate(b, a);
@@ -115,7 +116,7 @@ TEST(PriorityThreads, CannotCloseACycleBetweenThem)
     }
 }
 
-/// A chain of nodes, each above the one before it.
+/// Chain of nodes, each at least as high as the one before it.
 class Chain
 {
 public:

@@ -23,7 +23,7 @@ using namespace Zv;
 
 namespace {
 
-/// A thread that only notes the levels that it is given.
+/// Thread that only records the levels that it is given.
 class NotingThread : public StubThread
 {
 public:
@@ -43,7 +43,7 @@ protected:
     }
 
 private:
-    MtThreadPriority _priority; // last: it tells the thread its level at once
+    MtThreadPriority _priority; // last, because it sets the thread's level at once
 };
 
 using Levels = std::vector<int>;
@@ -230,7 +230,7 @@ TEST(RealTimePriorities, AProcessScopeThatIsSetInABrokenGraphLeavesTheOldOneInFo
         EXPECT_EQ(scope.getPriority(), 3);
         first.setPriority(4);
         EXPECT_EQ(scope.getPriority(), 4);
-        // Also if it is no failure of the graph that keeps it from being set.
+        // This also holds for a failure outside the graph.
         NotingThread refusing;
         Relation follows("refusing", scope, Relation::EQUAL, refusing.getPriority());
         refusing._refuses = true;

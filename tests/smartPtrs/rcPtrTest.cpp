@@ -243,7 +243,7 @@ TEST(RCShdPtr, AnAssignmentTakesItsValueThoughTheOldObjectsEndThrows)
     EXPECT_TRUE(good.isUnique());
 }
 
-/// Looks at its last pointer when it is destroyed.
+/// Reads its last pointer in its destructor.
 struct Looking : RCBase<LkCounter<long>>
 {
     ~Looking() noexcept(false) override { seen = pointer->get(); }
@@ -251,7 +251,7 @@ struct Looking : RCBase<LkCounter<long>>
     static inline Looking const *seen = nullptr;
 };
 
-/// Returns what the old object finds in its pointer while `assign` replaces it.
+/// Expects that the old object finds itself in its pointer while `assign` replaces it.
 template <class Assign>
 void expectThatTheOldObjectFindsItself(Assign const &assign)
 {

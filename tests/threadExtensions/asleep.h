@@ -1,4 +1,4 @@
-// Waits until another thread of this process sleeps in the operating system.
+// Waits until another thread of this process sleeps.
 #pragma once
 
 #include <thread>
@@ -16,7 +16,7 @@ namespace Zv {
 
 #ifdef _WIN32
 
-// In tests/waits.cpp, which all waits of a test program pass.
+// Defined in tests/waits.cpp, to which the linker redirects all waits of a test program.
 long threadNumber();
 bool isAsleep(long number);
 
@@ -27,7 +27,7 @@ inline long threadNumber()
     return ::gettid();
 }
 
-/// Whether the thread sleeps in the system.
+/// Returns whether the thread sleeps in the system.
 inline bool isAsleep(long number)
 {
     std::ifstream file("/proc/self/task/" + std::to_string(number) + "/stat");
@@ -39,8 +39,8 @@ inline bool isAsleep(long number)
 
 #endif
 
-/// Returns when the thread sleeps in the system. The test must make sure that it sleeps in one
-/// place only.
+/// Waits until the thread sleeps in the system. The test must make sure that it sleeps in one place
+/// only.
 inline void waitUntilAsleep(long number)
 {
     while (!isAsleep(number))

@@ -1,4 +1,4 @@
-// The order of alarms, held against a list that is searched from the front.
+// Tests the order of alarms by comparison with a sorted list.
 
 #include "resmgt/threadExtensions/mtAlarmQueue.private.h"
 
@@ -25,7 +25,7 @@ struct Maker : MtAlarmHandleManipulator
     using MtAlarmHandleManipulator::createHandle;
 };
 
-/// A sorted list. A new alarm is inserted before the first one that is due at its time or later.
+/// Sorted list. A new alarm is inserted before the first one that is due at its time or later.
 class SortedList
 {
 public:

@@ -39,7 +39,7 @@ using Alarm = RCShdPtr<MtAlarmHandle>;
 
 constexpr double FOR_EVER = std::numeric_limits<double>::infinity();
 
-/// A callback out of a callable.
+/// Callback that runs a callable.
 class Call : public MtAlarmHandle::Callback
 {
 public:
@@ -52,7 +52,7 @@ private:
     Action _action;
 };
 
-/// Records the calls and their times.
+/// Text of recorded calls. Thread-safe.
 class Record
 {
 public:
@@ -102,7 +102,7 @@ std::string failedExpression(std::function<void()> const &action)
     return "nothing failed";
 }
 
-/// Reaches what managers reach.
+/// Gives the tests access to the operations for managers.
 struct Manipulator : MtAlarmHandleManipulator
 {
     using MtAlarmHandleManipulator::callCallback;
@@ -112,7 +112,7 @@ struct Manipulator : MtAlarmHandleManipulator
     using MtAlarmHandleManipulator::setRegisteredAlarmTime;
 };
 
-/// A manager of the test's own, in a time of its own.
+/// Fixture with a manager of its own and with virtual time.
 class MtAlarmManagerTest : public testing::Test
 {
 protected:
@@ -127,7 +127,7 @@ protected:
     /// Destroys the manager.
     void end()
     {
-        // Callbacks that run meanwhile still use it.
+        // Callbacks that run during its destruction still use `_manager`.
         std::unique_ptr<MtAlarmManagerImp> const ending(_manager);
         _isOver = true;
     }
@@ -138,7 +138,7 @@ protected:
         alarm->setCallback(&callback);
         return alarm;
     }
-    /// An alarm that writes its name down, so many seconds from now.
+    /// Registers an alarm that records its name, that many seconds after the test's start.
     Alarm add(char const *name, double seconds)
     {
         Alarm const alarm = make(*_callbacks.emplace_back(new Named(_record, name)));
@@ -153,13 +153,14 @@ protected:
         manager().registerAlarm(alarm);
         return alarm;
     }
-    /// Lets time pass to so many seconds after the test's start, and returns at once.
+    /// Advances the time to that many seconds after the test's start, and returns at once.
     void beginToPassTo(double seconds)
     {
-        VirtualTime::awaitAsleep(); // or the thread would measure its wait from the new time on
+        VirtualTime::awaitAsleep(); // otherwise the thread would begin its wait at the new time
         VirtualTime::passTo(_start + seconds);
     }
-    /// The same, and the alarms come that are due.
+    /// Advances the time as `beginToPassTo`, and waits until the alarms that are due have been
+    /// called.
     void passTo(double seconds)
     {
         beginToPassTo(seconds);
@@ -274,7 +275,7 @@ TEST_F(MtAlarmManagerTest, ManagersReachWhatIsHidden)
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_TRUE(Manipulator::prepareForRegistration(*alarm, 1.0));
     EXPECT_FALSE(alarm->hasOccurred());
-    EXPECT_EQ(alarm->getRepeatCount(), 1U); // not reset by a registration
+    EXPECT_EQ(alarm->getRepeatCount(), 1U); // a registration does not reset it
 }
 
 // ---- times
@@ -309,12 +310,12 @@ TEST_F(MtAlarmManagerTest, AnAlarmThatIsPutOffAgainAndAgainWakesNobodyBeforeItsF
     VirtualTime::awaitAsleep();
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps);
     EXPECT_NEAR(_start + 5.0, VirtualTime::getFirstDeadline(), 0.001);
-    passTo(5.001); // woken for nothing
+    passTo(5.001); // the thread wakes and finds no due alarm
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
     EXPECT_NEAR(_start + 9.5, VirtualTime::getFirstDeadline(), 0.001);
 
     manager().deregisterAlarm(watchdog);
-    watchdog->setDuration(1.0); // sooner than anybody wakes by himself
+    watchdog->setDuration(1.0); // before the next time at which the thread would wake
     manager().registerAlarm(watchdog);
     passTo(6.002);
     EXPECT_EQ(_record.get(), "bite;");
@@ -376,7 +377,7 @@ TEST_F(MtAlarmManagerTest, RepeatsFollowTheFirstCall)
         manager().registerAlarm(alarm);
         std::string expected;
         for (unsigned call = 0; call <= nbRepeats; ++call) {
-            if (call == 1) { // by design, together with the first call
+            if (call == 1) { // the first repeat follows the first call at once
                 expected += "call;";
                 continue;
             }
@@ -401,7 +402,7 @@ TEST_F(MtAlarmManagerTest, RepeatsAreCountedFromTheRegistrationHoweverLateACallI
     std::vector<double> moments;
     Call call([&](Alarm const &, bool) {
         moments.push_back(VirtualTime::getTime() - _start);
-        VirtualTime::pass(moments.size() == 3 ? 5.5 : 0.125); // each call takes its time
+        VirtualTime::pass(moments.size() == 3 ? 5.5 : 0.125); // the duration of the call
     });
     Alarm const alarm = make(call);
     alarm->setDuration(1.0);
@@ -435,7 +436,7 @@ TEST_F(MtAlarmManagerTest, ThousandsOfRepeatsDoNotDrift)
         VirtualTime::passTo(VirtualTime::getFirstDeadline());
     }
     EXPECT_EQ(nbCalls, 5000);
-    EXPECT_LT(worst, 0.0031); // a call's length: that of the first repeat
+    EXPECT_LT(worst, 0.0031); // the first repeat is late by the duration of a call
 }
 
 TEST_F(MtAlarmManagerTest, AHandleMayBeRegisteredAgainWhenItIsOver)
@@ -472,7 +473,7 @@ TEST_F(MtAlarmManagerTest, AnAlarmFarAwayComesAllTheSame)
     constexpr double DAY = 86400.0;
     Alarm const distant = add("far", 100 * DAY);
     VirtualTime::awaitAsleep();
-    EXPECT_LT(VirtualTime::getFirstDeadline(), _start + 50 * DAY); // what one wait can do
+    EXPECT_LT(VirtualTime::getFirstDeadline(), _start + 50 * DAY); // the longest possible wait
     passTo(99 * DAY);
     EXPECT_EQ(_record.get(), "");
     passTo(100 * DAY);
@@ -499,7 +500,7 @@ TEST_F(MtAlarmManagerTest, TheThreadSleepsAsLongAsNothingIsDue)
     VirtualTime::awaitAsleep();
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
     EXPECT_NEAR(_start + 100.0, VirtualTime::getFirstDeadline(), 1e-6);
-    // An alarm after the first one wakes no thread.
+    // An alarm that is due after the first one does not wake the thread.
     std::vector<Alarm> alarms;
     for (int i = 0; i != 50; ++i)
         alarms.push_back(add("later", 101.0 + i));
@@ -510,7 +511,7 @@ TEST_F(MtAlarmManagerTest, TheThreadSleepsAsLongAsNothingIsDue)
     VirtualTime::awaitAsleep();
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 2);
     EXPECT_NEAR(_start + 1.0, VirtualTime::getFirstDeadline(), 1e-6);
-    // Pulses that were sent before wake no thread again.
+    // Earlier pulses do not wake the thread again.
     passTo(1.0);
     EXPECT_EQ(_record.get(), "early;");
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 3);
@@ -533,7 +534,7 @@ TEST_F(MtAlarmManagerTest, ARestBelowTheWaitsUnitIsSleptThrough)
 
 TEST_F(MtAlarmManagerTest, ARestThatIsNegligibleIsNotSleptThrough)
 {
-    // The first look at the clock finds the alarm 50 ns away, the next one finds it due.
+    // At the first reading of the clock the alarm is due in 50 ns, at the next one it is due.
     Alarm const second = add("second", 1.00000005);
     Call call([&](Alarm const &, bool) {
         _record.note("first");
@@ -545,7 +546,7 @@ TEST_F(MtAlarmManagerTest, ARestThatIsNegligibleIsNotSleptThrough)
     beginToPassTo(1.0);
     while (_record.get() != "first;")
         std::this_thread::yield();
-    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps); // it looks at the clock
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps); // it reads the clock again and again
     VirtualTime::passTo(_start + 1.00000005);
     VirtualTime::awaitAsleep();
     EXPECT_EQ(_record.get(), "first;second;");
@@ -783,7 +784,7 @@ TEST_F(MtAlarmManagerTest, ACallbackMayRegisterAndDeregisterOthers)
     EXPECT_FALSE(victim->isRegistered());
 }
 
-/// An alarm whose callback waits until it is let go.
+/// Callback that waits until the test releases it.
 class HeldCall
 {
 public:
@@ -823,14 +824,14 @@ TEST_F(MtAlarmManagerTest, ADeregistrationWaitsForACallThatIsUnderWay)
     };
     std::thread one(deregister);
     std::thread other(deregister);
-    VirtualTime::awaitAsleep(2); // both wait, and the thread of the alarms is in the callback
+    VirtualTime::awaitAsleep(2); // both wait, and the manager's thread is in the callback
     EXPECT_EQ(nbReturned, 0);
     EXPECT_TRUE(alarm->isRegistered());
     held._go.release();
     one.join();
     other.join();
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(held._nbCalls, 1); // though the next repeat was due already
+    EXPECT_EQ(held._nbCalls, 1); // although the next repeat was due
 }
 
 TEST_F(MtAlarmManagerTest, ADeregistrationDoesNotWaitForOthersCalls)
@@ -845,7 +846,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationDoesNotWaitForOthersCalls)
     manager().deregisterAlarm(other);
     manager().deregisterAlarm(later);
     EXPECT_TRUE(held._isRunning);
-    Alarm const added = add("added", 1.0); // nor does a registration
+    Alarm const added = add("added", 1.0); // a registration does not wait either
     held._go.release();
     VirtualTime::awaitAsleep();
     passTo(3.0);
@@ -891,7 +892,7 @@ TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAnewIsEndedFromOutsideA
     held._begun.acquire();
     std::thread thread([&] { manager().deregisterAlarm(alarm); });
     VirtualTime::awaitAsleep();
-    held._go.release(1000000); // it may be called as often as it likes
+    held._go.release(1000000); // for any number of calls
     thread.join();
     EXPECT_FALSE(alarm->isRegistered());
     VirtualTime::awaitAsleep();
@@ -901,7 +902,7 @@ TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAnewIsEndedFromOutsideA
 
 // ---- repeats that are always due
 
-/// An alarm with repeats of duration 0.
+/// Fixture with an alarm whose repeats have the duration 0.
 class MtRestlessAlarmTest : public MtAlarmManagerTest
 {
 protected:
@@ -958,7 +959,7 @@ TEST_F(MtRestlessAlarmTest, DoesNotKeepTheManagerFromItsEnd)
     EXPECT_FALSE(_alarm->isRegistered());
 }
 
-// ---- the end of the manager
+// ---- end of the manager
 
 TEST_F(MtAlarmManagerTest, TheManagersEndIsToldToAllThatAreLeft)
 {
@@ -1041,7 +1042,7 @@ TEST_F(MtAlarmManagerTest, AManagerThatIsDestroyedWhileItCallsLetsTheCallEnd)
     EXPECT_EQ(_record.get(), "later goes;");
 }
 
-// ---- many of them
+// ---- many alarms
 
 TEST_F(MtAlarmManagerTest, ManyAlarmsComeInOrder)
 {

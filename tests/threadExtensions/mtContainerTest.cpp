@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-// The linker leads the library's pulses here, to be counted.
+// The linker redirects the library's pulses here, where they are counted.
 
 static std::atomic<int> nbPulses{0};
 
@@ -31,7 +31,7 @@ extern "C" void __wrap__ZNK2Zv14LkPulseWindows5pulseEv(Zv::LkPulseWindows const 
     __real__ZNK2Zv14LkPulseWindows5pulseEv(pulse);
 }
 
-// And its waits with a time-out, which a test answers in place of the system.
+// The linker also redirects the waits with a time-out, so that a test can replace them.
 
 static thread_local std::function<DWORD(DWORD milliseconds)> answerWait;
 
@@ -65,7 +65,8 @@ std::string failedExpression(Action action)
     return "nothing failed";
 }
 
-/// Writes down what it is told, and takes the container's lock each time: it must be free.
+/// Observer that records its notifications. In each, another thread takes the container's lock,
+/// which must be free.
 template <class Container>
 class Recorder : public Container::Observer
 {
@@ -105,7 +106,7 @@ private:
     std::string &_record;
 };
 
-/// A thread whose number is known as soon as it runs.
+/// Thread that a test can see asleep.
 class Runner
 {
 public:
@@ -228,7 +229,7 @@ TEST(MtContainer, HasOneObserverForLife)
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
               }),
               "_observer.isNull()");
-    queue.produce(1); // the lock is free, the first observer stays
+    queue.produce(1); // the lock is free, and the first observer is still there
     EXPECT_EQ(queue.consume(), 1);
     EXPECT_EQ(record, "gone;produced 1 of 1;consumed 1 of 0;");
 }
@@ -325,7 +326,7 @@ TEST(MtContainer, AnAdmittedElementWakesAConsumer)
     EXPECT_EQ(got, 7);
 }
 
-// A producer that is woken while there is no room yet would only go back to sleep.
+// If a producer were woken while there is no room, it would only sleep again.
 TEST(MtContainer, AProducerIsWokenWhenThereIsRoomBelowTheCapacityAgain)
 {
     Queue queue("queue", 1);
@@ -419,7 +420,7 @@ TEST(MtContainer, NothingIsLostBetweenThreadsOfAllKinds)
         threads.emplace_back([&, c] {
             for (int i = 0; i < EACH; ++i) {
                 int element = 0;
-                // A short time makes time-outs and wake-ups meet.
+                // The time-out is short, so that time-outs and wake-ups coincide.
                 bool const got = c == 0   ? queue.timedConsume(element, 0.0005)
                                  : c == 1 ? queue.tryConsume(element)
                                           : false;
@@ -451,7 +452,7 @@ TEST(MtContainer, ATimedConsumerThatIsWokenInVainEndsInTime)
 // ---- elements that throw
 // --------------------------------------------------------------------------------
 
-/// Lets the next copy, or the next move, of such an element throw.
+/// Element whose next copy or next move can be made to throw.
 struct Fragile
 {
     static inline std::atomic<bool> copyThrows{false};
@@ -475,7 +476,7 @@ struct Fragile
 
 using FragileQueue = MtContainer<std::queue<Fragile>>;
 
-/// What `action` throws, or "".
+/// Returns the text of what `action` throws, or "".
 template <class Action>
 std::string failureOf(Action action)
 {
@@ -487,7 +488,7 @@ std::string failureOf(Action action)
     return "";
 }
 
-/// Two threads that both wait in the queue, for the same, one of which is going to fail.
+/// Two threads that wait in a queue for the same event. One of them will fail.
 class TwoWaiters
 {
 public:
@@ -499,7 +500,7 @@ public:
         _first.waitUntilAsleep();
         _second.waitUntilAsleep();
     }
-    /// What they have thrown.
+    /// Returns the text of what they have thrown.
     std::string join()
     {
         _first.join();
@@ -602,7 +603,7 @@ TEST(MtContainer, AWaitThatFailsIsCountedNoMore)
     EXPECT_EQ(nbPulses, 0);
 }
 
-/// Ends with a call of its own, which may throw.
+/// Element whose destructor calls a function, which may throw.
 class Ending
 {
 public:

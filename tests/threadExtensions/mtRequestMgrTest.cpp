@@ -67,7 +67,7 @@ TEST(MtRequestMgr, RefusesInvalidTags)
     EXPECT_EQ(failedExpression([&] { mgr.incRequestCount(none); }), "tag.isValid()");
     EXPECT_EQ(failedExpression([&] { mgr.decRequestCount(none); }), "tag.isValid()");
     EXPECT_EQ(failedExpression([&] { mgr.waitRequestCountZero(none); }), "tag.isValid()");
-    EXPECT_TRUE(mgr.acquireTag().isValid()); // the lock is free again
+    EXPECT_TRUE(mgr.acquireTag().isValid()); // the lock is free
 }
 
 TEST(MtRequestMgr, DoesNotReleaseATagWithRequests)
@@ -93,7 +93,7 @@ TEST(MtRequestMgr, WaitingForACountOfZeroReturnsAtOnceAndLatchesNothing)
     MtRequestMgr mgr;
     MtRequestTag const tag = mgr.acquireTag();
     mgr.waitRequestCountZero(tag);
-    // Had that wait made a pulse, this turn to 0 would set it for good, and the wait below would
+    // If that wait had created a pulse, this change to 0 would latch it, and the wait below would
     // not wait.
     mgr.incRequestCount(tag);
     mgr.decRequestCount(tag);
@@ -143,7 +143,7 @@ TEST(MtRequestMgr, ATagThatHasBeenWaitedForNeverWaitsAgain)
     mgr.decRequestCount(tag);
     waiter.join();
     mgr.incRequestCount(tag);
-    mgr.waitRequestCountZero(tag); // would not return
+    mgr.waitRequestCountZero(tag); // would hang if it waited
     EXPECT_EQ(mgr.getRequestCount(tag), 1U);
     mgr.decRequestCount(tag);
     mgr.releaseTag(tag);

@@ -41,7 +41,7 @@ using namespace Zv;
 
 namespace {
 
-/// Does something, and tells when it is destroyed.
+/// Task that runs a function, and that counts its destruction.
 class Work : public MtTaskImp
 {
 public:
@@ -60,7 +60,7 @@ private:
     int *_nbDestroyed;
 };
 
-/// A pool with a queue of tasks, as a user writes one. Writes down what its workers do.
+/// Pool with a queue of tasks, as a user would write it. Records what its workers do.
 class QueuePool : public MtThreadPool
 {
 public:
@@ -82,7 +82,7 @@ public:
     {
         add(MtTask(MtRequestTag(), RCShdPtr<MtTaskImp>(new Work(std::move(action)))));
     }
-    /// Takes a task back that no worker has taken.
+    /// Removes a task that no worker has taken. Returns false if there is none.
     bool cancel(MtRequestTag tag)
     {
         std::lock_guard const guard(_mutex);
@@ -101,7 +101,7 @@ public:
     }
     MtRequestMgr &getRequests() { return _requests; }
     int getNbStops() const { return _nbStops; }
-    /// What a worker has done: obtained, executed, done, each by its first letter.
+    /// Returns the first letters of what a worker has done: obtained, executed, done.
     std::string getRounds(unsigned worker)
     {
         std::lock_guard const guard(_mutex);
@@ -155,7 +155,7 @@ private:
     std::atomic<int> _nbStops{0};
 };
 
-/// What the manager knows of its threads.
+/// Returns the dump of the manager of threads.
 std::string dumpThreads()
 {
     std::ostringstream stream;
@@ -168,7 +168,7 @@ bool isThread(std::string const &name)
     return dumpThreads().find(' ' + name + " prio ") != std::string::npos;
 }
 
-/// Lets a number of threads in and holds them there until it is opened.
+/// Holds threads until it is opened.
 class Gate
 {
 public:
@@ -336,8 +336,7 @@ TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
 
 TEST(MtThreadPool, MayComeAndGoWhileOthersChangeTheGraph)
 {
-    // Of interest under the thread sanitizer: no thread looks at the type of a pool that is half
-    // destroyed.
+    // Mainly for ThreadSanitizer: no thread may read the type of a pool during its destruction.
     std::atomic<bool> isOver = false;
     std::thread other([&] {
         while (!isOver)
@@ -364,7 +363,7 @@ TEST(MtThreadPool, GoesAltogetherAlsoWhileThePriorityGraphIsInvalid)
     below.setPriority(1);
 }
 
-/// Listens to what the graph has for it.
+/// Pool that can receive its priority from the graph.
 class ListeningPool : public QueuePool
 {
 public:
@@ -508,7 +507,7 @@ TEST(MtThreadPool, TheDestructorWaitsForATaskUnderWay)
     thread.join();
 }
 
-/// Does not call `stop` in its destructor, which is harmless without workers.
+/// Pool that does not call `stop` in its destructor. This is harmless without workers.
 class ForgetfulPool : public MtThreadPool
 {
 public:
@@ -540,7 +539,7 @@ TEST(MtThreadPool, TheBasesDestructorCallsNothingOfTheDerivedClass)
     }
 }
 
-/// Does nothing more than it has to.
+/// Pool that overrides only what it must.
 class BarePool : public MtThreadPool
 {
 public:
@@ -557,7 +556,7 @@ protected:
     }
 };
 
-/// Notes the processor of its only worker in the first round.
+/// Pool that records the processor of its only worker in the first round.
 class PlacementPool : public MtThreadPool
 {
 public:
@@ -613,7 +612,7 @@ TEST(MtThreadPool, AWorkerThatCannotBeStartedLeavesTheOthersToTheStop)
     } catch (AssertionFailed const &failure) {
         EXPECT_STREQ(failure.getExpression(), "threadHandle != NULL");
     }
-    done.acquire(); // by the first one
+    done.acquire(); // run by the first worker
     EXPECT_TRUE(pool.isRunning());
     pool.stop();
     EXPECT_EQ(pool.getRounds(1), "");

@@ -1,4 +1,4 @@
-// A system that has no more threads, for test programs that wrap its CreateThread.
+// Refuses to start threads, for test programs that wrap CreateThread.
 #pragma once
 
 #include "platform/services.h"
@@ -6,7 +6,7 @@
 namespace Zv {
 
 inline thread_local int attemptsUntilRefusal = 0;
-/// What the calling thread's last attempt asked for, in bytes.
+/// Stack size of the calling thread's last attempt, in bytes.
 inline thread_local SIZE_T lastStackSize = 0;
 
 /// The calling thread's `which`-th attempt to start a thread from now on, counted from 1, fails.

@@ -48,9 +48,10 @@ State &getState()
     return state;
 }
 
-bool isVirtual = false; // changes while no other thread reads the clock
+bool isVirtual = false; // changed only while no other thread reads the clock
 
-/// The log's reader lives by the real time: it waits for lines that are older than its clock.
+/// Returns whether the calling thread is the log's reader. It needs the real time, because it waits
+/// for lines that are older than its clock.
 bool isLogReader()
 {
     static thread_local int isReader = -1;

@@ -1,4 +1,4 @@
-// What the child of a fork may do beside the library's threads, and what becomes of these.
+// Tests of forked children: what a child may do, and what happens to the library's threads.
 #include "resmgt/locks/lkCondVar.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkMutex.h"

@@ -36,7 +36,7 @@ namespace {
 
 TraceLevel * const testLevel = Trace::registerLevel("mtLoggerTest", __FILE__);
 
-/// The log's output, kept line by line.
+/// Captures the log's output line by line.
 class Output
 {
 public:
@@ -50,7 +50,7 @@ public:
         std::lock_guard const guard(_mutex);
         return _lines;
     }
-    /// The lines with a text, cut to what begins with it.
+    /// Returns the lines that contain a text, each from that text on.
     std::vector<std::string> find(std::string const &text)
     {
         std::vector<std::string> found;
@@ -59,9 +59,9 @@ public:
                 found.push_back(line.substr(position, line.find('\n', position) - position));
         return found;
     }
-    /// Lines that the thread has written itself that made this.
+    /// Returns the number of lines that the thread that made this object has written itself.
     int getNbOwn() const { return _nbOwn; }
-    /// The next line holds the output up, until `release`.
+    /// Blocks the output at the next line, until `release`.
     void hold() { _isHeld = true; }
     void waitUntilHeld() { _held.acquire(); }
     void release() { _released.release(); }
@@ -89,7 +89,7 @@ private:
     std::binary_semaphore _released{0};
 };
 
-/// A logger of the test's own, whether or not the packages are up.
+/// Fixture with a logger of its own, whether the packages are up or not.
 class MtLoggerTest : public testing::Test, protected TestAccess<MtSpecificDataRegistry>
 {
 protected:
@@ -207,7 +207,7 @@ TEST_F(MtLoggerTest, StopsAlsoWhileThePriorityGraphIsInvalid)
     EXPECT_EQ(output->find("before").size(), 1u);
     EXPECT_EQ(&LgLog::getRegistry(), before);
     EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
-    EXPECT_THROW(MtLogger::startLogger(), PriorityEx); // its thread joins the graph
+    EXPECT_THROW(MtLogger::startLogger(), PriorityEx); // because its thread joins the graph
     EXPECT_FALSE(LgLog::isLoggerActive());
     EXPECT_EQ(&LgLog::getRegistry(), before);
     below.setPriority(1);
@@ -217,8 +217,8 @@ TEST_F(MtLoggerTest, StopsAlsoWhileThePriorityGraphIsInvalid)
     EXPECT_EQ(output->find("after").size(), 1u);
 }
 
-/// What the idle reader sleeps for, in milliseconds; its 25 first sleeps end at once, the next one
-/// when it is stopped.
+/// Records the milliseconds of the idle reader's sleeps. Its first 25 sleeps end at once, and the
+/// next one when it is stopped.
 struct ReaderSleeps
 {
     static unsigned map(unsigned milliseconds)
@@ -255,7 +255,7 @@ TEST_F(MtLoggerTest, TheIdleReaderSleepsLongerAndLongerUntilItIsStopped)
     EXPECT_EQ(ReaderSleeps::sleeps, expected);
 }
 
-/// Traces in the reader's thread, for each text that this writes, as often as that can be.
+/// Output that traces on the reader's thread for each text, at most 100 times.
 struct TracingOutput
 {
     static void write(void *context, char const *text, std::size_t length)
@@ -308,7 +308,7 @@ TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
         EXPECT_EQ(output->find("run" + std::to_string(run)),
                   numbered(("run" + std::to_string(run) + "line").c_str(), 20));
     }
-    EXPECT_EQ(output->getNbOwn(), 0); // the reader writes it, also what it finds only at its end
+    EXPECT_EQ(output->getNbOwn(), 0); // the reader writes everything, even what it finds at its end
 }
 
 TEST_F(MtLoggerTest, WithoutALoggerTextComesOutAtOnce)
@@ -353,7 +353,7 @@ TEST_F(MtLoggerTest, TextOfThreadsThatEndOrAreKilledIsNotLost)
         thread->start();
     }
     for (int i = 0; i != 5; ++i) {
-        // A thread that is killed while it waits for an event of the system holds no lock.
+        // A thread that is killed while it waits for an event holds no lock.
         LkEvent written{"written", false}, never{"never", false};
         ObjPtr<MtThread> const thread = makeThread("victim", [&](TestProtocol &, MtThread *self) {
             ZV_TRACE(*testLevel, "killed" << i);
@@ -446,7 +446,7 @@ TEST_F(MtLoggerTest, AFullQueueDropsTheNewestAndTheLogSaysHowMuch)
     constexpr int NB_LINES = 2000;
     std::string const filling(80, 'x');
     for (int i = 0; i != NB_LINES; ++i)
-        ZV_TRACE(*testLevel, "line" << i << ' ' << filling); // never waits, or this would not end
+        ZV_TRACE(*testLevel, "line" << i << ' ' << filling); // must never wait
     output->release();
     MtLogger::stopLogger();
 
@@ -459,7 +459,7 @@ TEST_F(MtLoggerTest, AFullQueueDropsTheNewestAndTheLogSaysHowMuch)
         if (end)
             nbLost += nbLines;
         else if (line.find("line" + std::to_string(nbWritten) + ' ') != std::string::npos)
-            ++nbWritten; // the oldest, in order
+            ++nbWritten; // the oldest lines, in order
     }
     EXPECT_GT(nbLost, 0);
     EXPECT_GT(nbWritten, 100);
@@ -563,7 +563,7 @@ TEST_F(MtLoggerTest, ManagerGivesEachThreadItsTraceAndPrintsToTheLog)
     EXPECT_EQ(output->find("printed"), std::vector<std::string>{"printed"});
 }
 
-// ---- what threads and their manager say
+// ---- traces of threads and of their manager
 
 TEST_F(MtLoggerTest, CancelTracesWhyItDoesNothing)
 {
@@ -592,7 +592,7 @@ TEST_F(MtLoggerTest, AReportAboutAThreadIsMadeWithoutItsLock)
                   "::SetThreadAffinityMask( _threadHandle, mask )");
     });
     output->waitUntilHeld();
-    EXPECT_TRUE(thread->isRunning()); // else it would wait for the report
+    EXPECT_TRUE(thread->isRunning()); // would wait if the report were made under the lock
     EXPECT_FALSE(thread->getThreadId().isNull());
     output->release();
     stranger.join();
@@ -649,8 +649,8 @@ TEST_F(MtLoggerTest, ObserverLetsAWriterWithRoomPass)
     unsigned const room = queue.getStream().getNumCharacters();
     bool isOver = false;
     std::thread([&] {
-        observer.wait(queue,
-                      room); // all that it has; a writer that waited here would wait for good
+        // The queue has all of its room. A wait here would not end.
+        observer.wait(queue, room);
         observer.notify(queue);
         isOver = true;
     }).join();

@@ -136,7 +136,7 @@ TEST_F(MtSpecificDataTest, AThreadIsNotTakenForAFormerOneOfItsNumber)
 {
     MtSpecificData<Counted> const data("data");
     std::vector<ObjPtr<Counted>> left(20);
-    for (ObjPtr<Counted> &value : left) // each thread may well get the number of the one before
+    for (ObjPtr<Counted> &value : left) // each thread may get the number of the previous one
         std::thread([&] { value.reset(data.getPointee()); }).join();
     for (int i = 0; i != 20; ++i)
         std::thread([&] {
@@ -168,7 +168,7 @@ TEST_F(MtSpecificDataTest, AnEntryWithoutValueFailsTheAssertion)
     });
 }
 
-/// Searches for itself while it is deleted, and throws if the test wants that.
+/// Searches for itself while it is deleted. Throws if the test wants that.
 struct Looking
 {
     ~Looking() noexcept(false)

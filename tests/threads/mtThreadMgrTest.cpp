@@ -25,7 +25,7 @@ using namespace Zv;
 
 namespace {
 
-/// A thread that is a number.
+/// Thread with a given identifier. It never runs.
 class NumberThread : public StubThread
 {
 public:
@@ -60,7 +60,7 @@ protected:
     }
 };
 
-/// The portable manager, with a real-time operation that can be refused.
+/// The portable manager. Its real-time operation can be refused.
 class TestMgr : public MtThreadMgrImp
 {
 public:
@@ -260,7 +260,7 @@ TEST_F(MtThreadMgrTest, DestructionWithAThreadFailsTheAssertion)
     EXPECT_EQ(failedAssertion([&] { delete other; }), "_threads.size() == 0");
 }
 
-/// Looks whether another group can be added while this one is told.
+/// Checks during its notification whether another group can be added.
 class LookingGroup : public MtThreadGroup
 {
 public:
@@ -303,7 +303,7 @@ TEST_F(MtThreadMgrTest, TheManagerOfTheProcessTellsItsGroupsNothing)
     EXPECT_TRUE(calls.empty());
 }
 
-/// Counts how often it is asked for its number.
+/// Counts the requests for its identifier.
 class AskedNumberThread : public NumberThread
 {
 public:
@@ -322,7 +322,7 @@ TEST_F(MtThreadMgrTest, AStrangerIsLookedForAmongThreadsThatReportNothing)
     manager.addThread(&reporting);
     manager.threadIdChanged(&reporting, LkThreadId(5));
     EXPECT_EQ(manager.findThread(LkThreadId(7)), nullptr);
-    EXPECT_EQ(reporting.nbQuestions, 0); // however many there are
+    EXPECT_EQ(reporting.nbQuestions, 0); // threads that report their identifiers are not asked
     manager.addThread(&silent);
     EXPECT_EQ(manager.findThread(LkThreadId(7)), &silent);
     EXPECT_EQ(manager.findThread(LkThreadId(8)), nullptr);
@@ -351,7 +351,7 @@ TEST_F(MtThreadMgrTest, TheMainThreadHasItsOwnLevelBackWhenNothingIsAskedOfIt)
     EXPECT_EQ(dump(), before);
 }
 
-/// As the main thread of the platform, registered as long as it lives.
+/// Thread that is registered while it exists, like the main thread of the platform.
 class RegisteredThread : public NumberThread
 {
 public:
@@ -402,7 +402,7 @@ TEST_F(MtThreadMgrTest, DestructionWithAGroupFailsTheAssertion)
 
 TEST_F(MtThreadMgrTest, AThreadThatTheLibraryDidNotMakeIsNobody)
 {
-    MtThread *found = &*ObjPtr<MtThread>(makeWaitingThread()); // anything but null
+    MtThread *found = &*ObjPtr<MtThread>(makeWaitingThread()); // any pointer that is not null
     std::thread([&] { found = MtThreadMgr::findCurrentThread(); }).join();
     EXPECT_EQ(found, nullptr);
 }

@@ -50,7 +50,7 @@ struct TestAccess<MtThreadWindows>
         return imp(thread)._priorityValue;
     }
     static bool isTerminating(MtThread &thread) { return imp(thread)._terminateOnUnhandled; }
-    /// Returns when the thread has ended, and leaves it unjoined.
+    /// Waits until the thread has ended, without joining it.
     static void awaitEnd(MtThread &thread)
     {
         ZvPlatform::Handle handle;
@@ -86,7 +86,7 @@ namespace {
 using MtThreadTest = MtThreadWindowsTest;
 using MtThreadDeathTest = MtThreadWindowsTest;
 
-/// A thread that answers questions about itself until it is stopped.
+/// Thread that runs functions for the test until it is stopped.
 class AskedThread
 {
 public:
@@ -187,7 +187,7 @@ TEST_F(MtThreadTest, SecondStartWithoutJoinFailsTheAssertion)
 TEST_F(MtThreadTest, SecondJoinReturnsAtOnce)
 {
     ObjPtr<MtThread> const thread = makeThread("joined", [](TestProtocol &, MtThread *) {});
-    thread->join(); // never ran
+    thread->join(); // it has never run
     thread->start();
     thread->join();
     thread->join();
@@ -235,7 +235,7 @@ TEST_F(MtThreadTest, AJoinThatComesLateLeavesTheNextRunAlone)
     joiner.join();
 }
 
-/// Lets the test say what stopping is.
+/// Protocol with a `performStop` that the test can replace.
 class StopCalling : public MtThreadProtocol
 {
 public:
@@ -261,7 +261,7 @@ TEST_F(MtThreadTest, AJoinThatComesBackAfterARestartLeavesTheNewRunAlone)
         std::this_thread::yield();
     waitUntilAsleep(number);
     auto const usual = protocol->onStop;
-    protocol->onStop = [protocol](MtThread *self) { // all under the thread's lock
+    protocol->onStop = [protocol](MtThread *self) { // called under the thread's lock
         protocol->go.release();
         self->join();
         self->start();
@@ -353,7 +353,7 @@ TEST_F(MtThreadTest, TheBytesOfANameReachTheSystemUnchanged)
                                     "b",
                                     "\xED\xA0\x80", "\xF5\x80\x80\x80", "\xC0\xAF"})
         EXPECT_EQ(getNameOfThread(given), given);
-    // A character is not cut in two.
+    // A character is never divided.
     EXPECT_EQ(getNameOfThread("fourteen bytes\xC3\xB6"), "fourteen bytes");
     EXPECT_EQ(getNameOfThread("eleven byte\xF0\x9F\x8E\xAC and more"),
               "eleven byte\xF0\x9F\x8E\xAC");
@@ -417,7 +417,7 @@ TEST_F(MtThreadTest, AThreadWhoseBodyHasEndedIsNotCancelable)
     EXPECT_FALSE(thread->isRunning());
     for (int round = 0; round != 20; ++round) {
         thread->start();
-        thread->cancel(); // in its body, behind it, or ended
+        thread->cancel(); // the thread is in its body, behind it, or has ended
         thread->join();
     }
 }
@@ -497,7 +497,7 @@ TEST_F(MtThreadTest, AThreadThatHasComeBackFromDisablingIsNotKilled)
                 isProtected = false;
             }
         });
-        // At the lowest level it would hardly run beside other work.
+        // At the lowest level it would hardly run on a busy machine.
         PriorityRelation const relation("toggling",
                                         RtPriorities::getInstance().getInterruptPriority(),
                                         PriorityRelation::EQUAL, thread->getPriority());
@@ -578,7 +578,7 @@ TEST_F(MtThreadTest, StoppingAndCancelingAreToldUnderTheThreadsLock)
     for (auto const &look : protocol->looks)
         EXPECT_TRUE(look->wasBlocked());
     thread->join();
-    protocol->looks.clear(); // the destructor of the thread stops it once more
+    protocol->looks.clear(); // the thread's destructor calls performStop again
     ObjPtr<MtThreadProtocol> const taken(thread->detachProtocol());
 }
 
@@ -719,7 +719,7 @@ public:
     }
     void performDetach(MtThread *thread) override
     {
-        // Another thread gets at the thread's lock meanwhile.
+        // Another thread can take the thread's lock during this call.
         std::thread([thread] { thread->getProtocol(); }).join();
     }
     bool _isRunning = false;
@@ -914,7 +914,7 @@ TEST_F(MtThreadTest, AThreadThatCannotBePlacedFailsItsStartAndRunsNoBody)
         EXPECT_TRUE(thread->getThreadId().isNull());
         EXPECT_EQ(thread->getProcessorNb(), 31);
     }
-    // Its lock is free for others, and it can run after all.
+    // Other threads can take its lock, and it can still run.
     std::thread([&] { thread->setProcessorNb(-1); }).join();
     thread->start();
     thread->join();
@@ -1031,7 +1031,7 @@ TEST_F(MtThreadTest, DumpOfARunningThreadHasItsNumber)
     EXPECT_EQ(os.str(), expected.str());
 }
 
-// ---- the ends of the process
+// ---- ends of the process
 
 using ThreadEndsDeathTest = MtThreadWindowsTest;
 
@@ -1092,8 +1092,8 @@ TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsComeOut)
         ZvTest::aborted(), "LAST WORDS");
 }
 
-// Ten others start and end them. Each start and each end waits for the thread, and on a loaded machine that thread waits
-// for a processor.
+// Ten other threads start and end them. Each start and each end waits for the thread, and on a
+// loaded machine that thread waits for a processor.
 TEST_F(MtThreadTest, ThousandThreadsComeAndGo)
 {
     constexpr std::size_t NB_STARTERS = 10;

@@ -1,5 +1,4 @@
-// Real-time operation of the whole process, with and without the privilege, each in a process of
-// its own.
+// Tests of real-time operation, with and without the privilege, each in a process of its own.
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priorityRelation.h"
@@ -31,7 +30,7 @@ void dropPrivilege()
         std::perror("setresuid");
 }
 
-/// Whether this process may run threads in real time.
+/// Returns whether this process may run threads in real time.
 bool hasPrivilege()
 {
     rlimit limit = {};

@@ -1,4 +1,4 @@
-// Every report of a service that fails, provoked: the linker leads the library's calls of the
+// Tests of every report of a failed service. The linker redirects the library's calls of the
 // platform here.
 
 #include "allocations.h"
@@ -31,14 +31,14 @@ namespace {
 
 constexpr DWORD REFUSED = 4711;
 
-/// What the calling thread's services refuse, how often, and with which error.
+/// The service that fails on the calling thread, how often, and with which error.
 thread_local std::string_view refusing;
 thread_local int nbRefusals = 0;
 thread_local DWORD error = REFUSED;
 thread_local int nbCalls = 0; // of the service above
 thread_local BOOL pretending = FALSE;
-thread_local DWORD given = REALTIME_PRIORITY_CLASS; // the class that SetPriorityClass sets instead
-thread_local std::uint64_t asked = 0; // the number that the last refused call was given
+thread_local DWORD given = REALTIME_PRIORITY_CLASS; // the class that SetPriorityClass really sets
+thread_local std::uint64_t asked = 0;               // the argument of the last refused call
 
 bool refuses(std::string_view service)
 {
@@ -52,7 +52,7 @@ bool refuses(std::string_view service)
     return true;
 }
 
-/// Lets the next calls of a service fail, in this thread.
+/// Lets the next calls of a service fail on this thread.
 void refuse(std::string_view service, int count = 1, DWORD code = REFUSED)
 {
     refusing = service;
@@ -62,7 +62,7 @@ void refuse(std::string_view service, int count = 1, DWORD code = REFUSED)
     pretending = FALSE;
 }
 
-/// Lets the next call of a service do nothing and answer that it worked.
+/// Lets the next call of a service do nothing and report success.
 void pretend(std::string_view service)
 {
     refuse(service);
@@ -123,7 +123,7 @@ ZV_WRAP(DWORD_PTR, SetThreadAffinityMask, _ZN10ZvPlatform21SetThreadAffinityMask
         (asked = m, pretending ? DWORD_PTR{1} : DWORD_PTR{0}))
 ZV_WRAP(BOOL, GetProcessAffinityMask, _ZN10ZvPlatform22GetProcessAffinityMaskEPvPmS1_,
         (HANDLE h, DWORD_PTR *p, DWORD_PTR *s), (h, p, s), FALSE)
-// Frees in any case, also if it answers with a failure.
+// Frees in any case, even if it reports a failure.
 ZV_WRAP(BOOL, TlsFree, _ZN10ZvPlatform7TlsFreeEj, (DWORD i), (i),
         (__real__ZN10ZvPlatform7TlsFreeEj(i), ::SetLastError(REFUSED), FALSE))
 ZV_WRAP(DWORD, TlsAlloc, _ZN10ZvPlatform8TlsAllocEv, (), (), TLS_OUT_OF_INDEXES)
@@ -146,7 +146,7 @@ protected:
     }
 };
 
-/// The text of the system assertion that `action` fails.
+/// Returns the text of the system assertion that `action` fails.
 std::string systemAssertionOf(std::function<void()> const &action)
 {
     try {
@@ -193,7 +193,7 @@ TEST_F(ThreadRefused, ProcessorNumbersShiftABitModulo32)
 {
     std::binary_semaphore ready{0};
     ObjPtr<MtThread> const thread = makeThread("placed", [&](TestProtocol &protocol, MtThread *) {
-        ready.release(); // it has placed itself
+        ready.release(); // it has set its processor
         protocol.waitForStop();
     });
     thread->start();
@@ -305,7 +305,7 @@ TEST_F(ThreadRefused, LevelThatDoesNotChangeMakesNoCall)
     EXPECT_EQ(nbCalls, 2);
 }
 
-/// Fails to be told, once.
+/// Priority whose notification fails once.
 class DeafPriority : public Priority
 {
 public:
@@ -331,7 +331,7 @@ TEST_F(ThreadRefused, LevelThatIsToldOnceMoreMakesNoCall)
     PriorityMgr &mgr = MtPriorityMgr::getInstance();
     EXPECT_THROW(mgr.notify(PriorityMgr::VALUE_CHANGED), MtEx::ExNotImplemented);
     refuse("SetThreadPriority", 0);
-    mgr.notify(PriorityMgr::VALUE_CHANGED); // makes up for it: tells everybody
+    mgr.notify(PriorityMgr::VALUE_CHANGED); // notifies all nodes again
     EXPECT_EQ(nbCalls, 0);
 }
 
@@ -434,7 +434,7 @@ TEST_F(ThreadRefused, RealTimeThatCannotBeLeftStaysOn)
     EXPECT_EXIT(
         {
             MtThreadMgr &manager = MtThreadMgr::getInstance();
-            pretend("SetPriorityClass"); // whether or not the process may
+            pretend("SetPriorityClass"); // so that it works without the privilege
             manager.setRealTime(true);
             refuse("SetPriorityClass");
             std::string const failed = systemAssertionOf([&] { manager.setRealTime(false); });
@@ -475,7 +475,7 @@ TEST_F(ThreadRefused, ALineAboutTheFailureToMakeItsQueueOrTagIsWrittenWithoutThe
     nbLines = 0;
     LgTrace::setOutput([](void *, char const *, std::size_t) { ++nbLines; }, nullptr);
     std::thread([] {
-        refuse("TlsSetValue", 100000); // as often as it is tried
+        refuse("TlsSetValue", 100000); // at every attempt
         LgTrace::print("line");
         ZV_TRACE(*Trace::MainTraceLevel, "line");
         EXPECT_GT(nbCalls, 0);
@@ -493,8 +493,8 @@ TEST_F(ThreadRefused, ALineAboutTheFailureToMakeItsQueueOrTagIsWrittenWithoutThe
 
 int zvChildMain(int argc, char **argv);
 
-/// No package is initialised, and there is no manager of threads yet. If its creation fails, it can
-/// be created later.
+/// Runs while no package is up and no manager of threads exists. Checks that the manager can be
+/// created after its creation has failed.
 int zvChildMain(int, char **)
 {
     refuse("DuplicateHandle");

@@ -1,4 +1,4 @@
-// Threads that have blocked signals, and bodies that POSIX ends.
+// Tests of threads that block signals, and of bodies that POSIX ends.
 #include "aborted.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/threads/mtThreadMgr.h"
@@ -31,7 +31,7 @@ void blockAllSignals()
     pthread_sigmask(SIG_BLOCK, &all, nullptr);
 }
 
-/// Also those that the C library keeps for itself.
+/// Blocks all signals, including those that the C library reserves for itself.
 void blockAllSignalsPastTheLibrary()
 {
     std::uint64_t const all = ~std::uint64_t{0};
@@ -62,7 +62,7 @@ TEST_F(ThreadSignals, CancelOfAThreadThatCannotBeReachedHoldsUpNoOther)
     ObjPtr<MtThread> const thread = makeThread("deaf", [&](TestProtocol &, MtThread *self) {
         blockAllSignalsPastTheLibrary();
         self->enableCancel();
-        isComputing = true; // without a service, at whose end the thread could be killed
+        isComputing = true; // without a call of a service, in which the thread could be killed
         while (!isToGoOn) {
         }
         LkEvent("never", false).wait();

@@ -48,7 +48,7 @@ struct TestAccess<MtSpecificDataRegistry>
     }
 };
 
-/// A thread that does nothing.
+/// Thread that does nothing.
 class StubThread : public MtThread
 {
 public:
@@ -83,10 +83,10 @@ namespace ZvTest {
 
 using namespace Zv;
 
-/// Maps the time-outs of all timed waits, in milliseconds, if it is set.
+/// If set, maps the time-outs of all timed waits, in milliseconds.
 inline std::atomic<unsigned (*)(unsigned milliseconds)> mapTimeout = nullptr;
 
-/// A body out of a callable; `performStop` lets `waitForStop` go.
+/// Protocol that runs a callable. `performStop` ends `waitForStop`.
 class TestProtocol : public MtThreadProtocol
 {
 public:
@@ -110,13 +110,13 @@ inline ObjPtrRet<MtThread> makeThread(char const *name, TestProtocol::Body body,
         name, ObjPtr<MtThreadProtocol>(new TestProtocol(std::move(body))), true, stackSize);
 }
 
-/// A thread that waits until it is stopped.
+/// Returns a thread that waits until it is stopped.
 inline ObjPtrRet<MtThread> makeWaitingThread(char const *name = "waiting")
 {
     return makeThread(name, [](TestProtocol &protocol, MtThread *) { protocol.waitForStop(); });
 }
 
-/// Runs `body` in a thread that the library did not make, and frees what it left there.
+/// Runs `body` on a thread that the library did not make, and frees that thread's data.
 inline void runStranger(std::function<void()> const &body)
 {
     std::thread([&body] {
@@ -125,8 +125,8 @@ inline void runStranger(std::function<void()> const &body)
     }).join();
 }
 
-/// Whether `action` waits for a lock that the calling thread holds. The action runs in its own
-/// thread.
+/// Checks whether `action` waits for a lock that the calling thread holds. Runs it on a thread of
+/// its own, which the destructor joins.
 class Blocked
 {
 public:
@@ -164,7 +164,7 @@ inline std::string failedAssertion(std::function<void()> const &action)
     return {};
 }
 
-/// Threads may start during a test, whether or not the packages are up.
+/// Fixture that lets threads start, whether the packages are up or not.
 class ThreadTest : public testing::Test
 {
 protected:

@@ -75,7 +75,7 @@ TEST(EnvVar, PutsWhatStandsBehindTheFirstSign)
     EXPECT_EQ(EnvVar::getEnv("ZV_TEST_VARIABLE"), "a=b");
     EnvVar::putEnv("ZV_TEST_VARIABLE=");
     EXPECT_EQ(EnvVar::getEnv("ZV_TEST_VARIABLE"), "");
-#ifndef _WIN32 // there a variable without a value does not exist
+#ifndef _WIN32 // on Windows a variable without a value does not exist
     EXPECT_NE(std::getenv("ZV_TEST_VARIABLE"), nullptr);
 #endif
 }
@@ -170,7 +170,7 @@ TEST(DbgBuildInfo, AProcessWithoutRecordsRefusesAnOwnerOfNothing)
     EXPECT_EQ(child.await().output, "refused, 0 records\n");
 }
 
-/// A stream during whose output another thread lists and registers.
+/// Stream buffer that has another thread use the list during each output.
 class Visited : public std::stringbuf
 {
 protected:

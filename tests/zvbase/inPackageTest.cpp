@@ -225,7 +225,7 @@ TEST_F(InPackage, AVariableThatFailsTakesItsPackageDown)
     EXPECT_EQ(steps, (Steps{"+a", "up a", "+b", "+x", "+y", "-x", "-b", "-a", "down a"}));
 }
 
-/// A variable that adds and removes others, or itself, in its steps.
+/// Variable that adds and removes others, or itself, in its steps.
 class Restless : public InVariableBase
 {
 public:
@@ -386,7 +386,7 @@ TEST(InInit, KnowsWhetherItIsUp)
     run.takeDown();
     EXPECT_FALSE(InInit<ZvInit::TestUpper>::isInitialized());
     EXPECT_EQ(steps, (Steps{"upper comes", "upper goes"}));
-    base.setInitialized(true); // as it was
+    base.setInitialized(true); // restores its state
 }
 
 // ---- scopes
@@ -412,11 +412,11 @@ TEST(InPackageScope, ANestedScopeRunsNothing)
 
 } // namespace
 
-// ---- a process of its own
+// ---- tests in a process of their own
 
 namespace {
 
-/// Returns what a process of its own writes in a scene, and in brackets how it ends.
+/// Returns what a new process writes in a scene, and its exit code in brackets.
 std::string runChild(std::string const &scene)
 {
     ZvTest::ChildProcess child({"--child", scene});

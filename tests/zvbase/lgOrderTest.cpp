@@ -1,4 +1,4 @@
-// Time order of the log under schedules that rarely happen by chance.
+// Tests of the log's time order under schedules that rarely happen by chance.
 
 #include "zvbase/logTestUtil.h"
 #include "zvbase/services.h"
@@ -13,7 +13,7 @@ using LogTest::TestLogger;
 using ServiceTest::Hooked;
 using Lines = std::vector<std::string>;
 
-/// A thread that stops in the middle of ending a line: it has read the clock, but not published the
+/// Thread that stops in the middle of ending a line. It has read the clock, but not published the
 /// line.
 class SlowWriter
 {
@@ -64,7 +64,7 @@ private:
     }
 
     static inline thread_local bool standsStillAtClock = false;
-    // Events of the system: a thread that is killed while it sets one leaves no lock behind.
+    // Events of the system, so that a thread that is killed while it sets one leaves no lock taken.
     static inline HANDLE atClock = nullptr;
     static inline HANDLE goOn = nullptr;
     static inline unsigned long number = 0;
@@ -155,7 +155,7 @@ TEST(LogOrder, ALineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
     LgLog::registerQueue(TestLogger::getThreadQueue());
     Hooked hooked;
     bool isDone = false;
-    // The line is ended right after the reader has read the clock first.
+    // The line is ended directly after the reader's first reading of the clock.
     hooked->readsClock = [&](LONGLONG &ticks) {
         if (isDone)
             return false;

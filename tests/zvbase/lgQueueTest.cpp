@@ -18,7 +18,7 @@ thread_local long nbAllocations = 0;
 
 } // namespace
 
-// Not inline, or the compiler warns that the two do not match.
+// Not inline, because the compiler would warn that `new` and `delete` do not match.
 [[gnu::noinline]] void *operator new(std::size_t size)
 {
     ++nbAllocations;
@@ -64,7 +64,7 @@ TEST(LgQueue, FreeCharactersAreWhatOneLineMayHave)
     std::size_t const room = queue.getStream().getNumCharacters();
     {
         LgLine line(LgLine::PLAIN);
-        line.getStream() << std::string(room - 1, 'y'); // and the line end
+        line.getStream() << std::string(room - 1, 'y'); // plus the line end
     }
     EXPECT_TRUE(queue.isFull());
     EXPECT_EQ(queue.getStream().getNumCharacters(), 0U);
@@ -98,7 +98,8 @@ TEST(LgQueue, TextsSurviveTheSeamOfTheRing)
     CapturedLog const log;
     TestLogger logger;
     Lines written;
-    // Lengths without a common factor with the ring's: lines cross its end at every place.
+    // The lengths have no common factor with the size of the ring, so that lines cross its end at
+    // every place.
     for (int i = 0; i < 5000; ++i) {
         std::string const text =
             std::to_string(i) + std::string(static_cast<unsigned>(i) % 61, 'z');
@@ -119,7 +120,7 @@ TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
     int const kept = fillQueue();
     LgTrace::print("lost");
     LgTrace::print("lost too");
-    EXPECT_EQ(logger.flush(), kept + 1); // the note is a line
+    EXPECT_EQ(logger.flush(), kept + 1); // the note about lost lines is a line
     LgTrace::print("later");
     logger.flush();
 
@@ -166,7 +167,7 @@ TEST(LgQueue, AnEmptyTextIsALineWhateverStoodInItsPlaceBefore)
               static_cast<std::ptrdiff_t>(lines.size() - before));
 }
 
-/// Says when it is destroyed, and whether another thread can read the log then.
+/// Observer that counts its destruction, and during it has another thread read the log.
 class Going : public LgQueue::Observer
 {
 public:
@@ -293,7 +294,7 @@ TEST(LgQueue, AKillerEndsTheQueueOfItsVictim)
     std::thread([&] {
         LgTrace::print("interrupted");
         number = LogTest::threadQueue->getThreadId();
-        LogTest::threadQueue = nullptr; // as if the thread was killed
+        LogTest::threadQueue = nullptr; // as if the thread had been killed
     }).join();
     EXPECT_TRUE(LgLog::creatorExit(number));
     EXPECT_FALSE(LgLog::creatorExit(number)) << "it has ended already";
@@ -310,7 +311,7 @@ TEST(LgQueue, AVictimThatIsKilledInsideALineLosesThatLineOnly)
     std::thread([&] {
         LgTrace::print("whole");
         number = LogTest::threadQueue->getThreadId();
-        // Never ended, as if the thread was killed in the middle of it.
+        // The line is never ended, as if the thread had been killed in the middle of it.
         alignas(LgLine) static std::byte room[sizeof(LgLine)];
         auto * const line = ::new (static_cast<void *>(room)) LgLine(LgLine::PLAIN);
         line->getStream() << "half a li";
@@ -347,7 +348,7 @@ TEST(LgQueue, WithoutALoggerAnEndingThreadWritesAndDeletesItsQueue)
 
 // ---- blocking trace
 
-/// Reads while the writer waits.
+/// Observer that reads while the writer waits.
 class ReadingObserver : public LgQueue::Observer
 {
 public:
@@ -429,7 +430,7 @@ TEST_F(BlockingTrace, ALineThatFitsNoQueueIsDroppedWithoutWaiting)
     EXPECT_EQ(TestLogger::getThreadQueue()->getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-/// Returns without making room.
+/// Observer whose `wait` makes no room.
 class IdleObserver : public LgQueue::Observer
 {
 public:

@@ -34,7 +34,7 @@ double getMoment(std::string const &line)
     return std::strtod(line.c_str(), nullptr);
 }
 
-/// A thread that does one thing at a time, when the test tells it to.
+/// Thread that runs one function at a time for the test.
 class Servant
 {
 public:
@@ -182,7 +182,7 @@ TEST(LgReader, FlushWritesInTheCallingThread)
     EXPECT_EQ(logger.flush(), 0);
 }
 
-/// An output of the log that does something else for each line.
+/// Output of the log that calls a function for each line.
 class ActingLog
 {
 public:

@@ -1,4 +1,4 @@
-// Captures the log of a test, and plays the logger.
+// Captures the log of a test, and replaces the logger.
 #pragma once
 
 #include "zvbase/lgLog.h"
@@ -79,8 +79,8 @@ private:
 
 inline thread_local LgQueue *threadQueue = nullptr;
 
-/// A logger without a thread: the test reads. A thread that has written must call `endThread`
-/// before it ends.
+/// Logger without a thread. The test reads the queues. A thread that has written must call
+/// `endThread` before it ends.
 class TestLogger
 {
 public:

@@ -98,7 +98,7 @@ TEST(OsDate, KnowsLeapYears)
     EXPECT_FALSE(isDate(2004, 2, 30));
 }
 
-// The first day that the standard library knows.
+// The first day that the standard library supports.
 #ifdef _WIN32
 constexpr std::int64_t EARLIEST = 0;
 #else

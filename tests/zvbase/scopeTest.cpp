@@ -1,4 +1,4 @@
-// Scope guards, failures of several actions, and destructors that throw.
+// Tests of scope guards, failures of several actions, and destructors that throw.
 
 #include "zvbase/scope.private.h"
 
@@ -55,7 +55,7 @@ private:
 
 std::string WhileUnwinding::thrown;
 
-/// A scope object with a destructor that fails.
+/// Scope object with a destructor that fails.
 class FailingScope
 {
 public:

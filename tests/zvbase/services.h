@@ -1,4 +1,4 @@
-// Services of the platform under the control of a test.
+// Replaces services of the platform in tests.
 #pragma once
 
 #include "platform/services.h"

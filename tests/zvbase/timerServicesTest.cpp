@@ -1,4 +1,4 @@
-// Timers and clocks with services that refuse, and with a clock that the test sets.
+// Tests of timers and clocks with services that fail, and with a clock that the test sets.
 
 #include "zvbase/failures.h"
 #include "zvbase/logTestUtil.h"
@@ -43,7 +43,7 @@ TEST(SleeperServices, ALongSleepIsNotForEver)
     EXPECT_NEAR(slept, 1e7, 0.01);
 }
 
-/// The test's own clock, and timers that expire at once.
+/// Fixture with a clock that the test sets, and with timers that expire at once.
 class Grid : public testing::Test
 {
 protected:
@@ -120,7 +120,7 @@ TEST_F(Grid, AChangeWhileItIsAwaitedMovesTheBeat)
     int nbWaits = 0;
     _hooked->beforeWait = [&](HANDLE, DWORD) {
         if (nbWaits++ == 0)
-            timer->setInterval(0.002); // sets the timer again, or this would wait for long
+            timer->setInterval(0.002); // sets the timer again, or this would wait for a long time
         else
             FAIL() << "the beat is due";
         setTime(0.0021);

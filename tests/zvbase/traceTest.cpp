@@ -414,7 +414,7 @@ TEST(TraceManager, RetiresWhenNobodyIsInsideAnyMore)
     std::thread writer([] { ZV_TRACE(getLevel(), "slowly"); });
     inside.acquire();
     std::thread helper([&] {
-        // When the destructor below begins to wait, the former manager is in charge again.
+        // When the destructor below begins to wait, the former manager is active again.
         while (TraceManager::getInstance() == manager)
             std::this_thread::yield();
         EXPECT_FALSE(isOut);
@@ -544,7 +544,8 @@ Zv::TraceLevel *early = nullptr;
 
 void tellOfLevels();
 
-/// Returns what a child process writes about the levels that its environment names.
+/// Writes for each level whether it is enabled. Runs in a child process whose environment names
+/// levels.
 void tellOfLevels()
 {
     std::printf("early %d", early->isEnabled());

@@ -1,7 +1,7 @@
-// System calls that are refused, in a build of the playout for the tests.
+// Refuses system calls, in a build of the playout for the tests.
 //
-// ZV_REFUSE is "CALL K" or "CALL K on": the K-th call of that name fails, or each one from the K-th on. Each refusal
-// adds a byte to the file that ZV_REFUSALS names.
+// If ZV_REFUSE is "CALL K", the K-th call of that name fails. If it is "CALL K on", the K-th call
+// and all later ones fail. Each refusal adds a byte to the file that ZV_REFUSALS names.
 
 #include <fcntl.h>
 #include <pthread.h>
