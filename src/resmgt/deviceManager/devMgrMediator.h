@@ -65,7 +65,7 @@ public:
     RCShdPtr<DevMDPrtcl> getPrtcl(LiString const &name) const;
     /// Returns what the opening of the device has thrown. Returns null if the device is open, is
     /// being opened, or has no access protocol. Throws `DevMgrEx::NameNotFound` if the device was
-    /// not created.
+    /// not created, and `DevMgrEx::ManagerClosed` after `close`.
     std::exception_ptr getOpenFailure(LiString const &name) const;
     /// Returns the record of the device's opening and closing. Throws like `getPrtcl`.
     RCShdPtr<DevMgrDevice> getDevice(LiString const &name) const;

@@ -38,7 +38,8 @@ public:
     create(RCShdPtr<DevMgrMediator> const &mediator);
 
     /// Detaches all observers. Blocks while one of them is in `update`. If this object is the last
-    /// of its manager, the destructor also closes the devices, see `DevMgr`.
+    /// of its manager, the destructor also closes the devices, see `DevMgr`. If `DevMgr::close` has
+    /// left "DevMgr ANO" behind, the observers stay attached, because that thread may be in one.
     ///
     /// An observer must not destroy the object in `update`. That fails the assertion
     /// "!isDestroyedByItsOwnObserver" when all are detached. Throws the first failure of a property
