@@ -29,10 +29,10 @@ public:
     /// Creates an engine. Asks the factory for each primary transition, and keeps the factory.
     ///
     /// Throws `DevMgrEx::SMDomainError` if the initial state is not primary, or if the table lacks
-    /// the events of its expansion. Throws
-    /// `DevMgrEx::SMBadTransitionImp` if the factory returns null, or if a transition of a choice,
-    /// other than the last, is not a `DevSMConditionalTransition`. Throws `DevMgrEx::SMBadImp` if a
-    /// transition of the table gets no object.
+    /// the events of its expansion. Throws `DevMgrEx::SMBadTransitionImp` if the factory returns
+    /// null, or if a transition of a choice, other than the last, is not a
+    /// `DevSMConditionalTransition`. Throws `DevMgrEx::SMBadImp` if a transition of the table gets
+    /// no object.
     [[nodiscard]] static ObjPtrRet<DevSMExecutionEng>
     create(RCShdPtr<DevSMTable> table, std::int32_t initialState,
            ObjPtr<DevSMTransitionFactory> factory);
