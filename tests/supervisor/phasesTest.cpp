@@ -5,6 +5,7 @@
 #include <atomic>
 #include <future>
 #include <initializer_list>
+#include <memory>
 
 using namespace ZvTest;
 
@@ -160,7 +161,7 @@ private:
             _stage.world->waitFor("close a" + _suffix);
     }
 
-    static inline std::atomic<int> _nextNumber{0};
+    static inline int _nextNumber = 0;
 
     Row const &_row;
     std::string _suffix;
@@ -168,16 +169,17 @@ private:
     std::future<std::string> _opening; // the text of its exception
 };
 
-/// Runs the rows at the same time, because those that hang wait for their limits.
+/// Runs the rows at the same time, because those that hang wait for their limits. The registry of
+/// devices, which has no lock, changes only before and after that.
 template <class Device, std::size_t N>
 void forEach(Row const (&rows)[N], void (Client<Device>::*act)())
 {
-    std::vector<std::thread> threads;
+    std::vector<std::unique_ptr<Client<Device>>> clients;
     for (Row const &row : rows)
-        threads.emplace_back([&row, act] {
-            Client<Device> client(row);
-            (client.*act)();
-        });
+        clients.push_back(std::make_unique<Client<Device>>(row));
+    std::vector<std::thread> threads;
+    for (auto const &client : clients)
+        threads.emplace_back([&client, act] { (*client.*act)(); });
     for (std::thread &thread : threads)
         thread.join();
 }
