@@ -275,6 +275,15 @@ constexpr MbEnteringRow const *enteringOf(MbStateId state)
     return nullptr;
 }
 
+/// Returns the row, or one that does nothing, with the state `NONE`.
+constexpr MbEnteringRow copyOfEntering(MbStateId state)
+{
+    for (MbEnteringRow const &row : enterings)
+        if (row.state == state)
+            return row;
+    return {NONE, MbStep::NOTHING, {}, MbStep::NOTHING, NONE};
+}
+
 /// Whether a lock can be taken without loading.
 constexpr bool isLoaded(MbStateId state)
 {
