@@ -7,7 +7,7 @@
 namespace ZvPlatform {
 
 /// Stores the beginning of a name in UTF-8, as many whole characters as fit. A lone surrogate from
-/// 0xDC80 to 0xDCFF stands for a byte that is part of no character.
+/// 0xDC80 to 0xDCFF encodes a byte that is part of no character.
 inline void narrow(wchar_t const *name, char (&text)[16])
 {
     std::size_t length = 0;

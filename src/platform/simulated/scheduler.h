@@ -104,8 +104,8 @@ extern constinit Scheduler scheduler;
 std::uint32_t countObjects();
 /// Returns the serial number of the latest object.
 std::uint32_t latestObject();
-/// Appends the objects whose serial number is above `since`, and, if the run is traced, where they
-/// were created.
+/// Appends the objects whose serial number is above `since`, and, if the run is traced, the places
+/// of their creation.
 void listObjects(std::uint32_t since, char *&text, char *end);
 /// Appends a description of an object, such as `mutex 3 "name", held by worker`, or an address.
 void describe(void const *, char *&text, char *end);
