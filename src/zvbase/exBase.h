@@ -7,7 +7,7 @@
 
 namespace Zv {
 
-/// An exception that keeps its reason and the place where it was thrown.
+/// An exception that keeps its reason, and the source line that has thrown it.
 ///
 /// A family derives from it (`LkEx`, `DevMgrEx`, …). The classes of a family derive from the family
 /// and from one standard exception class, except `PriorityEx::ExError`, which has no standard base.

@@ -34,7 +34,7 @@ DevSMTable const &getTable()
     return *DevSeqSMTable::getInstance().getTable();
 }
 
-/// Returns the text of a failure. A null `failure` stands for a completion that was destroyed.
+/// Returns the text of a failure. A null `failure` means that a completion was destroyed.
 LiString describe(std::exception_ptr const &failure)
 {
     if (!failure)
