@@ -185,6 +185,7 @@ std::uint32_t DevSeqRecord::beginCall(std::size_t number, Step step)
     if (step == ABORT) {
         device.isAbortCalled = true;
         _isAnyLost = true;
+        _waiters.wakeClients();
     }
     device.call = step;
     device.callSince = now();
@@ -291,7 +292,6 @@ bool DevSeqRecord::changeState(std::size_t number, std::int32_t state)
     setState(device, state);
     if (state == FINAL_STATE)
         end(device, !device.isAbortCalled ? End::STOPPED : End::ABORTED);
-    _waiters.wakeClients();
     return true;
 }
 
@@ -339,6 +339,8 @@ void DevSeqRecord::setState(Device &device, std::int32_t state)
     device.state = state;
     _nbLocked += device.isLocked() ? 1 : 0;
     device.stateSince = now();
+    if (areLocked())
+        _waiters.wakeClients();
 }
 
 void DevSeqRecord::addTell(Device &device, Tell tell)
