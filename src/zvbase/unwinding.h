@@ -7,10 +7,13 @@ namespace Zv {
 
 /// Tells whether an exception has begun to unwind the stack since this object was constructed.
 ///
-/// A destructor must not throw while an exception leaves through it: two at once end the process. A
-/// scope object that may throw has an `Unwinding` as a member. The number of exceptions is taken at
-/// construction, because the whole object may live inside of a destructor that another exception
-/// runs. There it may throw, to be caught by that destructor.
+/// A destructor must not let an exception out while the stack is being unwound, because that ends
+/// the process. A scope object whose destructor may throw has an `Unwinding` as a member, and asks
+/// it first.
+///
+/// Only exceptions that were thrown after the construction count. If an earlier exception is
+/// unwinding the stack, a destructor that it runs may construct a scope object. That scope object
+/// may throw, if the destructor catches the exception.
 ///
 ///     class Transaction
 ///     {
@@ -26,21 +29,22 @@ namespace Zv {
 ///         Zv::Unwinding _unwinding;
 ///     };
 ///
-/// **Threads**: one thread constructs and destroys the object.
+/// **Threads**: the thread that has constructed the object calls `hasBegun`. Any thread may call it
+/// if `ofAny` has made the object.
 class Unwinding
 {
 public:
     Unwinding() noexcept : _nbBefore(std::uncaught_exceptions()) {}
-    /// A copy counts from its own construction.
+    /// Makes an object that counts from its own construction, also if the source is from `ofAny`.
     Unwinding(Unwinding const &) noexcept : Unwinding() {}
+    /// Changes nothing.
     Unwinding &operator=(Unwinding const &) noexcept { return *this; }
 
-    /// Returns an object for which every exception of the calling thread counts. For objects that
-    /// may outlive the scope or the thread that constructed them: their own count would say
-    /// nothing.
+    /// Returns an object for which every exception of the thread that calls `hasBegun` counts. Use
+    /// it for objects that may outlive the scope or the thread that constructed them.
     [[nodiscard]] static Unwinding ofAny() noexcept { return Unwinding(0); }
 
-    /// Returns true if an exception is leaving the scope.
+    /// Returns true if an exception of the calling thread that counts is unwinding the stack.
     [[nodiscard]] bool hasBegun() const noexcept { return std::uncaught_exceptions() > _nbBefore; }
 
 private:
