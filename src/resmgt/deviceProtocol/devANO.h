@@ -72,10 +72,15 @@ public:
 /// The sender puts it into a queue as a `DevANOQueueEntry`. The thread that serves the queue takes
 /// it out, calls `performExecute` and then `notify`, and destroys it.
 ///
-/// `performExecute` must not throw, unless a standard device executes it. In a loop of one's own
-/// the exception leaves the loop, and the completion is destroyed without having run, so that a
-/// thread that waits for it waits without end. A standard device passes the exception to a
-/// `DevFailableACO` and goes on.
+/// If `performExecute` throws on the thread of a standard device, a `DevFailableACO` gets the
+/// exception, and the device goes on. If the completion is of another class, it is destroyed
+/// without having run, and the exception goes to `DevMDStdLoopThreadProtocol::performFailed`, which
+/// ends the process unless the device has overridden it. On "DevMgr ANO" the exception goes to the
+/// `DevMgrFailureHandler`.
+///
+/// On other threads `performExecute` must not throw. The exception would leave the loop of the
+/// thread, and the completion would be destroyed without having run. A thread that waits for the
+/// completion would wait without end.
 class ZVRESMGT_EXPORT DevANO : public DevAEO
 {
 public:
@@ -91,7 +96,7 @@ public:
     /// Tells the completion that `performExecute` has thrown, and destroys it. Returns false, and
     /// does nothing, if there is no completion or if it is not a `DevFailableACO`.
     [[nodiscard]] bool notifyFailure(std::exception_ptr const &failure);
-    /// Attaches a completion. Destroys the one that was attached before.
+    /// Attaches a completion. Null means none. Destroys the one that was attached before.
     void setACO(ObjPtr<DevACO> aco);
     /// Detaches the completion and returns it. Never returns null: if there is none, the returned
     /// one does nothing.

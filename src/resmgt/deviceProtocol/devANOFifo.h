@@ -29,12 +29,14 @@ extern template class ZVRESMGT_EXPORT
 ///
 /// Any number of threads produce, and one thread consumes. A full queue blocks the threads that
 /// call `produce`. That is the only flow control between clients, devices and managers. A thread
-/// that calls `admit` is never blocked: the steps that a sequence sends to a device, and the
-/// reports that a device sends back, pass on that way. A thread that sends one of them may hold a
-/// lock that the consuming thread needs, or be the consuming thread itself.
+/// that calls `admit` is never blocked. The steps that a sequence sends to a device use it, and so
+/// do the reports that a device sends back. A thread that sends one of these may hold a lock that
+/// the consuming thread needs, or be the consuming thread itself.
 ///
-/// **Threads**: any thread may call `produce`, `admit`, `send`, `close` and `open`, also at the
-/// same time. Only the consuming thread may call `consume`, `tryConsume` and `timedConsume`.
+/// **Threads**: any thread may call `produce`, `admit`, `send`, `leaveBehind`, `close` and `open`,
+/// also at the same time. But only one thread at a time may call `close`. Only the thread that ends
+/// the consuming thread may call `sendLast`. Only the consuming thread may call `consume`,
+/// `tryConsume` and `timedConsume`.
 ///
 /// The queue must be empty when it is destroyed. Otherwise an assertion of `MtContainer` fails.
 class ZVRESMGT_EXPORT DevANOFifo : public RCBase<LkCounter<long>>
@@ -50,10 +52,9 @@ public:
     /// Like `produce`, but also queues the request if the queue is full, and never blocks. The
     /// queue stays bounded only if the callers limit how many such requests they have on their way.
     void admit(DevANOQueueEntry &entry);
-    /// Like `produce`, for a sender that then waits for the request to be executed. If the queue's
-    /// observer throws, the request is queued nevertheless and the exception is returned: the
-    /// sender must still wait. If the request could not be queued, the exception is thrown. Returns
-    /// null if nothing has failed.
+    /// Like `produce`, for a sender that then waits for the request to be executed. Returns null if
+    /// nothing has failed. If the queue's observer throws, returns that exception. The request is
+    /// queued then, so the sender must still wait. Throws if the request could not be queued.
     [[nodiscard]] std::exception_ptr send(ObjPtr<DevANO> ano);
     /// Like `send`, with the last request that the consuming thread gets. Destroys what is queued.
     /// The consuming thread destroys every other request that arrives, before or after the last
@@ -71,8 +72,9 @@ public:
     }
 
     /// Closes the queue: destroys what is queued, releases blocked producers, and destroys what is
-    /// produced from now on. The consuming thread must have ended. Destroys every request even if a
-    /// destructor throws, and then throws the first exception.
+    /// produced from now on. The consuming thread must have ended, or must call this function
+    /// itself and consume nothing after it. Destroys every request even if a destructor throws, and
+    /// then throws the first exception.
     void close();
     /// Like `close`, for a consuming thread that hangs and may return later: if it has not got
     /// `last` yet, it gets that request and no other. Call `close` when that thread has ended. Does

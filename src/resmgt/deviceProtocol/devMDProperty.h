@@ -103,7 +103,8 @@ protected:
 
 /// A property with a value of the type `T`, one of the 22 types of `DevMDPropertyValue`.
 ///
-/// **Threads**: any thread may call `set` and `get`, except the device's own.
+/// **Threads**: any thread may call `set` and `get`, except the device's own and "DevMgr ANO". The
+/// call may wait for the device's thread, and the device may be waiting for "DevMgr ANO".
 ///
 /// **Blocks**: as long as the device's `performSet` and `performGet` do. See `DevMDStdProperty`.
 template <class T>
@@ -130,6 +131,8 @@ protected:
 ///
 /// The iterators of the properties and of the sets point to the first one, those named `End` behind
 /// the last one. The set must outlive its iterators.
+///
+/// **Threads**: any thread may call any operation, also at the same time.
 class ZVRESMGT_EXPORT DevMDPropertySet : public RCBase<LkCounter<long>>
 {
 public:
@@ -146,6 +149,8 @@ protected:
 
 /// The face of a device that has properties. It gives the root level of the tree of property sets,
 /// in the way of `DevMDPropertySet`. The device must outlive its iterators.
+///
+/// **Threads**: any thread may call any operation, also at the same time.
 class ZVRESMGT_EXPORT DevMDPropertyPrtcl : public virtual DevMDPrtcl
 {
 public:

@@ -72,6 +72,10 @@ public:
     /// one of them, on any thread, if it has lost its lock and wants a recovery, or if it cannot go
     /// on. That queues a report for the manager's thread and never blocks. If 8 reports of that
     /// kind from this device wait in the queue, the report is dropped.
+    ///
+    /// The device must execute `recover` only while it is in lock. Otherwise a supervisor refuses
+    /// the report. In a sequence without supervisor the device's machine fails, because the event
+    /// is illegal.
     virtual void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) = 0;
     /// Locks the device to the mark of its parent device.
     virtual void performSync(ObjPtr<DevACO> aco, DtTimeMark const &mark) = 0;
@@ -84,9 +88,11 @@ public:
     virtual void performStop(ObjPtr<DevACO> aco) = 0;
     /// Ends the device at once.
     virtual void performAbort(ObjPtr<DevACO> aco) = 0;
-    /// Returns how long the device takes from input to output. Called once the device has started.
+    /// Returns how long the device takes from input to output. Called after each start and each
+    /// recovery of the device.
     virtual DtTime getLatency() = 0;
-    /// Returns the point of time that the device has locked to. Called once it has locked.
+    /// Returns the point of time that the device has locked to. Called after each lock of the
+    /// device, and again when a child that has recovered is ready.
     virtual DtTimeMark getMark() = 0;
 
 protected:

@@ -24,7 +24,7 @@ class PriorityRelation;
 /// the device's thread.
 ///
 /// **Throws**: `performOpen` and `performClose` throw what their request has thrown on the device's
-/// thread.
+/// thread, what these functions throw, and `RCEx::ExNullPtr` if they return null.
 class ZVRESMGT_EXPORT DevMDStdAccessANOFactory
 {
 public:

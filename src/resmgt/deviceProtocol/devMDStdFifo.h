@@ -8,6 +8,11 @@ namespace Zv {
 
 /// The observer of a `DevMDStdFifo`. A device derives from it if its thread waits for something
 /// else than the queue. The observer wakes that thread, which then calls `tryConsume`.
+///
+/// **Threads**: any threads may make the call, also at the same time.
+///
+/// **Throws**: an exception of the observer leaves the call that has queued the request. The
+/// request is queued nevertheless.
 class ZVRESMGT_EXPORT DevMDStdFifoObs : public RCBase<LkCounter<long>>
 {
 public:

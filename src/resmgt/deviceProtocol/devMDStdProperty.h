@@ -33,11 +33,11 @@ public:
     /// Sets the observer. Null means none. The former observer is destroyed. If it is being
     /// notified, the notifying thread destroys it afterwards.
     void set(ObjPtr<DevMDPropertyAEO> observer);
-    /// Notifies the observer, if there is one, without holding a lock: the observer may block, and
-    /// may be replaced while it does.
+    /// Notifies the observer, if there is one. No lock is held, so the observer may block, and may
+    /// be replaced meanwhile. Throws what the observer throws.
     void notify(unsigned int events);
     /// Notifies the observer of all events, unless it has been notified this way and `setRead` has
-    /// not been called since. If the observer throws, it counts as not notified.
+    /// not been called since. Throws what the observer throws, which then counts as not notified.
     void notifyUnread();
     /// Records that the property was read, so that the next `notifyUnread` notifies again.
     void setRead();
@@ -82,8 +82,11 @@ private:
 /// Makes the requests of one property, or of several properties that it tells apart by `id`. The
 /// device implements it, or uses `makePropertyANOFactory`.
 ///
-/// **Threads**: called on the thread that sets or gets. The requests are executed on the device's
-/// thread.
+/// **Threads**: called on the threads that set or get, and by several of them at the same time. The
+/// requests are executed on the device's thread.
+///
+/// **Throws**: `set` and `get` throw what these functions throw, and `RCEx::ExNullPtr` if they
+/// return null.
 template <class T>
 class ZVRESMGT_EXPORT DevMDStdPropertyANOFactory
 {
@@ -102,16 +105,20 @@ public:
 ///
 /// `makeProperty` makes one from two functions.
 ///
-/// **Threads**: any thread may call `set` and `get`, except the device's own, which must not call
-/// `get`. The device's thread calls `changed` and `notify`.
+/// **Threads**: any thread may call `set` and `get`, except the device's own and "DevMgr ANO". On
+/// the device's thread `get` waits for itself, and so does `set` if the queue is full. The
+/// device's thread calls `changed` and `notify`.
 ///
 /// **Blocks**: `set` and `get` block while the queue is full. `set` returns when the request is
 /// queued. `get` returns when the device's thread has executed the request. If the device has not
-/// been opened yet, `get` blocks until then.
+/// been opened yet, `get` blocks until then. `changed` and `notify` block while the observer does,
+/// which is while the manager's queue is full. The device serves no request during that time.
 ///
 /// **Throws**: `get` throws `DevPrtclEx::ExMDStdPropertyGet` if the request reports that there is
 /// no value, if the request throws, and if the device is closed or destroyed before it has executed
-/// the request. `set` has no effect and does not fail if the device is closed.
+/// the request. That is also so if the opening of the device has failed. `set` has no effect and
+/// does not fail if the device is closed. Both pass on what the request factory and the queue's
+/// observer throw. `changed` and `notify` throw what the observer of the property throws.
 template <class T>
 class ZVRESMGT_EXPORT DevMDStdProperty : public DevMDProperty<T>
 {
@@ -131,8 +138,8 @@ public:
     /// Notifies the observer that there is a new value. Call it when the value has changed.
     ///
     /// Does nothing if the observer has been notified before and the device has executed no `get`
-    /// since: a notification carries no value, so a second one would say nothing more. A `get` that
-    /// failed counts as well. So a client that is too slow cannot fill the manager's queue. An
+    /// since. A notification carries no value, so a second one would say nothing more, and a client
+    /// that is too slow cannot fill the manager's queue. A `get` that failed counts as well. An
     /// observer must get the value once after it was attached, and once after each notification.
     void changed() { _observerAEO.notifyUnread(); }
 
@@ -145,8 +152,6 @@ protected:
     virtual void setAttributes(unsigned int attributes);
     /// Notifies the observer, if there is one, at every call. Use it for events with a meaning of
     /// their own, and `changed` for a new value.
-    ///
-    /// Blocks while the observer's queue is full. The device serves no request during that time.
     void notify(unsigned int events) { _observerAEO.notify(events); }
 
 private:

@@ -98,7 +98,10 @@ public:
     DevMDStdStreamPassiveSink &operator=(DevMDStdStreamPassiveSink &source);
 
     /// Queues the request and returns. Blocks while the queue is full, which is the flow control of
-    /// a connection.
+    /// a connection. If the device is closed, destroys the element.
+    ///
+    /// Throws what the request factory and the queue's observer throw, and `RCEx::ExNullPtr` if the
+    /// factory is null or returns null.
     void push(ObjPtr<DevMDStreamElem> elem) override;
 
 protected:

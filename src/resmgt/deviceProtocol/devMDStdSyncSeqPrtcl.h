@@ -37,8 +37,17 @@ public:
 /// longer for a step detaches the completion with `releaseACO` and runs it when the step is
 /// finished.
 ///
+/// If the device is closed, the request and its completion are destroyed without having run. The
+/// step is never finished then.
+///
 /// The device implements `getLatency` and `getMark`. They run on other threads than the device's,
 /// so what they read must be safe to read there.
+///
+/// **Threads**: the thread that drives the sequence makes the calls, one at a time.
+///
+/// **Throws**: each call throws what the request factory throws, and `RCEx::ExNullPtr` if the
+/// factory is null or returns null. It passes on what the queue's observer throws. The request is
+/// queued then.
 class ZVRESMGT_EXPORT DevMDStdSyncSeqPrtcl : public DevMDSyncSeqPrtcl
 {
 public:

@@ -20,7 +20,8 @@ namespace Zv {
 /// The body must not return before `performStop` has been called:
 /// `DevMDStdAccessPrtcl::performClose` sends a last request and waits for it.
 ///
-/// **Threads**: only the device's thread may call `consume`, `tryConsume` and `timedConsume`.
+/// **Threads**: only the device's thread may call `consume`, `tryConsume` and `timedConsume`. The
+/// thread that closes or destroys the device calls `performStop`.
 ///
 /// **Throws**: each of them passes on what the request or its completion throws. Both are
 /// destroyed. If the request has thrown, its completion does not run. A `DevFailableACO` gets the
@@ -60,9 +61,9 @@ protected:
     /// Does a piece of the device's periodic work. Called before the first request, after each
     /// request, and when the time that it last returned has elapsed.
     ///
-    /// Returns the number of seconds until it must be called again at the latest. 0 means that
-    /// there is more to do. Then the loop executes a request, if there is one, and calls again.
-    /// `NO_WORK`, which the default returns, means that only a request makes new work.
+    /// Returns the number of seconds until it must be called again at the latest. 0 or less means
+    /// that there is more to do. Then the loop executes a request, if there is one, and calls
+    /// again. `NO_WORK`, which the default returns, means that only a request makes new work.
     virtual double performWork();
     /// Called on the device's thread if a request or `performWork` has thrown. The loop goes on
     /// when this function returns. The default throws the exception again, which ends the process.

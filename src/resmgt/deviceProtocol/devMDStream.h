@@ -54,8 +54,8 @@ protected:
 /// One end of a connection. An active source pushes into a passive sink, and an active sink pulls
 /// from a passive source.
 ///
-/// **Threads**: threads of clients configure streams under the manager's configuration lock.
-/// Elements pass between the threads of the devices.
+/// **Threads**: threads of clients connect and start streams under the manager's configuration
+/// lock. They call `stop` without that lock. Elements pass between the threads of the devices.
 class ZVRESMGT_EXPORT DevMDStream : public RCBase<LkCounter<long>>
 {
 public:
@@ -68,7 +68,8 @@ public:
     virtual bool isAvailable() = 0;
     /// Called when a connection takes the stream.
     virtual void start() = 0;
-    /// Called when the connection releases the stream.
+    /// Called when the connection releases the stream, on the thread that destroys the
+    /// `DevMgrStreamAcc`.
     virtual void stop() = 0;
 
 protected:

@@ -18,11 +18,14 @@ namespace Zv {
 ///    completion,
 /// 4. does what it must do while the receiving thread waits, and calls `DevSenderWait::post`.
 ///
-/// **Threads**: one thread, the receiver, calls the operations of this object.
+/// If the request is destroyed without having been executed, the sender blocks without end.
+///
+/// **Threads**: any thread may construct the object. One thread, the receiver, calls its
+/// operations.
 class ZVRESMGT_EXPORT DevReceiverWait
 {
 public:
-    /// `name` is the name of both semaphores.
+    /// `name` is the name of both semaphores. Fails an assertion if the system cannot make them.
     explicit DevReceiverWait(LiString const &name);
     DevReceiverWait(DevReceiverWait const &) = delete;
     DevReceiverWait &operator=(DevReceiverWait const &) = delete;
