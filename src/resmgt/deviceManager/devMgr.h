@@ -28,8 +28,9 @@ namespace Zv {
 /// registry of device kinds and nothing else.
 ///
 /// If the opening of a device fails, the device stays in the manager unopened. It is not opened
-/// again, and later mentions of its name do not fail. A plain sequence of it does not get beyond
-/// the state `start`, and reading its properties blocks. A supervisor refuses it.
+/// again, and later mentions of its name do not fail. If it is a standard device, a plain sequence
+/// of it does not get beyond the state `start`, reading its properties throws
+/// `DevPrtclEx::ExMDStdPropertyGet`, and setting them has no effect. A supervisor refuses it.
 /// `DevMgrMediator::getOpenFailure` returns the reason. Another attempt needs a new manager.
 ///
 /// Releasing the last of the manager and its access objects closes all devices, the newest first,

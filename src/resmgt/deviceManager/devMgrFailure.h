@@ -29,16 +29,18 @@ struct ZVRESMGT_EXPORT DevMgrFailure
     /// The exception, so that it can be thrown again. Null if the event was illegal in the state.
     std::exception_ptr exception;
 
-    /// Returns the exception's text with its place if it has one, and "illegal event" if there is
-    /// no exception.
+    /// Returns the exception's text, for an `ExBase` with its place in the source. Returns "illegal
+    /// event" if there is no exception, and "exception of an unknown class" if it is neither an
+    /// `ExBase` nor a `std::exception`.
     LiString getReason() const;
 };
 
 /// Writes the failure as one text.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevMgrFailure const &failure);
 
-/// Decides whether the process goes on after an exception on the thread "DevMgr ANO". An
-/// application derives from it and installs an instance with `DevMgr::setFailureHandler`:
+/// Decides whether the process goes on after an exception on the thread "DevMgr ANO". Without a
+/// handler the process ends. An application derives from it and installs an instance with
+/// `DevMgr::setFailureHandler`:
 ///
 ///     class GoOn : public DevMgrFailureHandler
 ///     {
@@ -52,9 +54,9 @@ class ZVRESMGT_EXPORT DevMgrFailureHandler : public RCBase<LkCounter<long>>
 {
 public:
     /// Called on "DevMgr ANO" with an exception that would end the process. The exception was
-    /// thrown by a property observer, a sequence observer or a device that was called there, or is
-    /// a `DevMgrEx::SMExecutionError` because a machine that has failed got an event. It has been
-    /// written to the trace.
+    /// thrown by a property observer, a sequence observer, a device that was called there or the
+    /// destructor of a request. Or it is a `DevMgrEx::SMExecutionError` because a machine that has
+    /// failed got an event. It has been written to the trace.
     ///
     /// If this function returns, the thread goes on with the next report. The events that the
     /// failed delivery would still have delivered are lost. If it throws, the process ends.

@@ -58,7 +58,7 @@ public:
     /// Sets the handler, see `DevMgr::setFailureHandler`.
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler);
 
-    /// Returns true if the device was created.
+    /// Returns true if the device was created. Returns false after `close`.
     bool isPrtclCreated(LiString const &name) const;
     /// Returns the device, which may not be open. Throws `DevMgrEx::NameNotFound` if it was not
     /// created, and `DevMgrEx::ManagerClosed` after `close`.
@@ -71,15 +71,17 @@ public:
     RCShdPtr<DevMgrDevice> getDevice(LiString const &name) const;
     /// Creates and opens the device if that has not been done. It is done once for each manager. If
     /// the opening has failed, the device stays unopened, and further calls return. The caller must
-    /// hold the configuration lock.
+    /// hold the configuration lock. The call blocks until the device is open.
     ///
     /// Throws `DevPrtclEx::ExNameNotRegistered` if the registry has no such name, what the device
     /// throws, and `DevMgrEx::ManagerClosed` after `close`. Fails an assertion, at each call, if
     /// the registry's entry has returned null.
     void createPrtcl(LiString const &name) ZV_REQUIRES(_configLock);
-    /// Creates and opens the device if that has not been done, and returns it. Takes the
-    /// configuration lock only if the device has not been opened yet. Otherwise the call does not
-    /// wait for the opening of another device.
+    /// Creates and opens the device if that has not been done, and returns it. If an earlier
+    /// opening has failed, returns the unopened device.
+    ///
+    /// Takes the configuration lock only if the device is unknown or is being opened. Otherwise the
+    /// call does not wait for the opening of another device. Throws like `createPrtcl`.
     RCShdPtr<DevMDPrtcl> obtainPrtcl(LiString const &name);
 
 private:

@@ -21,9 +21,10 @@ public:
     DevRegistryEntry(LiString const &name, LiString const &description);
     virtual ~DevRegistryEntry() noexcept(false);
 
-    /// Creates a device of this kind. Called once for each manager that uses the device, on the
-    /// thread that names it first. The manager's configuration lock is held, so the function must
-    /// not configure that manager.
+    /// Creates a device of this kind. Must not return null. Called once for each manager that uses
+    /// the device, on the thread that names it first. Several threads may call it at the same time,
+    /// for different managers. The manager's configuration lock is held, so the function must not
+    /// wait for another thread that configures that manager.
     virtual RCShdPtr<DevMDPrtcl> createPrtcl() = 0;
 
     LiString getName() const { return _name; }
@@ -69,8 +70,10 @@ makeRegistryEntry(LiString const &name, LiString const &description, Maker maker
 
 /// The registry of all device kinds in the process. Their names are unique. All managers share it.
 ///
-/// **Threads**: one thread at a time. Add and remove entries while packages are started, or while
-/// no manager is in use. `getInstance` is thread-safe.
+/// **Threads**: `getInstance` is thread-safe. Any threads may call the operations other than `add`
+/// and `remove` at the same time. Managers call them when a client names a device. While a thread
+/// is in `add` or `remove`, no other thread may call an operation. So add and remove entries while
+/// packages are started, or while no manager is in use.
 class ZVRESMGT_EXPORT DevRegistry
 {
 public:
@@ -80,10 +83,11 @@ public:
     virtual ~DevRegistry() noexcept(false);
 
     /// Adds an entry and owns it. If its name is in use, destroys the entry and throws
-    /// `DevPrtclEx::ExNameNotUnique`.
+    /// `DevPrtclEx::ExNameNotUnique`. Throws `RCEx::ExNullPtr` if the entry is null.
     virtual void add(ObjPtr<DevRegistryEntry> entry) = 0;
     /// Returns true if there is an entry of that name.
     virtual bool isRegistered(LiString const &name) = 0;
+    /// Returns the number of entries.
     virtual int getCount() = 0;
     /// Returns all names, in no particular order.
     virtual ObjPtrRet<Vector<LiString>> getNames() = 0;

@@ -22,11 +22,11 @@ class DevMgrMediator;
 /// observers by string.
 ///
 /// Changes are reported on the manager's thread "DevMgr ANO". Only one property access at a time
-/// can observe a property: attaching through a second one replaces the first one's observers
-/// without a report.
+/// can observe a property. If a second one attaches an observer, it replaces the observers of the
+/// first one without a report.
 ///
 /// **Threads**: any thread may call any operation at any time, except the threads of devices and
-/// "DevMgr ANO".
+/// "DevMgr ANO". On "DevMgr ANO" an observer may call `attachObserver` and `detachObserver`.
 ///
 /// **Throws**: after `DevMgr::close`, `getProperty` throws `DevMgrEx::ManagerClosed`.
 class ZVRESMGT_EXPORT DevMgrPropertyAcc : public RCBase<LkCounter<long>>
@@ -51,8 +51,8 @@ public:
     /// the opening of another device.
     ///
     /// If the opening of the device has failed before, the device is not opened. If it is a
-    /// standard device, reading the property then blocks without end, and so does setting it when
-    /// the device's queue is full.
+    /// standard device, reading the property then throws `DevPrtclEx::ExMDStdPropertyGet`, and
+    /// setting it has no effect.
     ///
     /// Throws `DevMgrEx::PropertySyntaxError`, with what was accepted and the fault, if the string
     /// is wrong, `DevMgrEx::NameNotFound` if the device is unknown, `DevMgrEx::BadMDPrtclImp` if it
@@ -66,7 +66,8 @@ public:
     ///
     /// Both block while another thread is in `update` of an observer of this object. An observer
     /// may call both in `update`, for itself and for others. One that is attached there is called
-    /// at the next change. Both throw `RCEx::ExNullPtr` if a pointer is null.
+    /// at the next change. Both throw `RCEx::ExNullPtr` if the property is null, and
+    /// `attachObserver` also if the observer is null.
     virtual void attachObserver(RCShdPtr<DevMDPropertyAny> property,
                                 RCShdPtr<DevMgrPropertyObserver> observer) = 0;
     virtual void detachObserver(RCShdPtr<DevMDPropertyAny> property,

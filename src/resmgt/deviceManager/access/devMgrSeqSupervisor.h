@@ -78,8 +78,8 @@ struct DevSeqStatus
     std::uint32_t nbObserverFailures = 0;
 };
 
-/// Runs one tree of devices. Each call returns within the limit that its caller has chosen, even if
-/// devices fail or hang, and the returned status names these devices:
+/// Runs one tree of devices. Each call that waits returns within the limits that its caller has
+/// chosen, even if devices fail or hang. The returned status names these devices:
 ///
 ///     ObjPtr<DevMgr> const manager = DevMgr::create();
 ///     ObjPtr<DevMgrSeqSupervisor> const sequence =
@@ -111,6 +111,9 @@ struct DevSeqStatus
 /// observer, and from within a call of a device, `waitLocked`, `wait`, `stop` and `abort` throw it
 /// as well, because they would wait for themselves. Destroying the supervisor there fails an
 /// assertion.
+///
+/// After `DevMgr::close` the operations do not throw `DevMgrEx::ManagerClosed`. A device that was
+/// closed is not called. If the sequence has another step for it, it counts as failed.
 ///
 /// **Limits** are in seconds, and are kept to the millisecond. A negative limit, or one that is no
 /// number, is 0. If several threads stop or abort at the same time, the shortest limit counts for
@@ -161,10 +164,10 @@ public:
     /// `abortSeconds` begins. With an `abortSeconds` of 0 devices are given up without having been
     /// told.
     virtual DevSeqStatus stop(double seconds, double abortSeconds) = 0;
-    /// Stops with the same limit for both ways.
+    /// Calls `stop(seconds, seconds)`, which may take twice the limit.
     DevSeqStatus stop(double seconds) { return stop(seconds, seconds); }
-    /// Goes over to the abort at once, also if another thread is in `stop`. Returns and throws as
-    /// `stop` does.
+    /// Goes over to the abort at once, also if another thread is in `stop`. Blocks for `seconds` at
+    /// most. Returns and throws as `stop` does.
     virtual DevSeqStatus abort(double seconds) = 0;
     /// Blocks until the sequence has ended, also if it ends because each device has aborted. May be
     /// called before `start`. Returns false if the limit has passed.

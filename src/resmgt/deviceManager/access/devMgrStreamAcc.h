@@ -25,7 +25,11 @@ class DevMgrMediator;
 /// **Threads**: any thread may call any operation at any time, except the threads of devices and
 /// "DevMgr ANO".
 ///
-/// **Throws**: after `DevMgr::close`, the operations that take the configuration lock throw
+/// **Blocks**: `connect`, `registerStream` and `isRegistered` take the configuration lock, so they
+/// block while another thread configures. `connect` also blocks while a device is opened or a
+/// stream starts.
+///
+/// **Throws**: after `DevMgr::close`, `connect`, `registerStream` and `isRegistered` throw
 /// `DevMgrEx::ManagerClosed`.
 ///
 /// The streams of a device whose opening has failed before are connected like those of any other

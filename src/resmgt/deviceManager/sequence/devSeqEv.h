@@ -20,11 +20,11 @@ public:
         PROCEED,  ///< from a node to itself, when its whole subtree is ready
         LOCK,     ///< from the device, when it has locked
         MLOCK,    ///< from a parent to its children, which then lock to its mark
-        RECOVER,  ///< from the device, at any time, and from a parent to its children
+        RECOVER,  ///< from the device, when it has lost its lock, and from a parent to its children
         STOP,     ///< from the client to the root, and from a parent to its children
         STOPPED,  ///< from the device, when it has stopped
         SSTOPPED, ///< from a child to its parent, when its whole subtree has stopped
-        ABORT,    ///< from the device, at any time
+        ABORT,    ///< from the device, at any time between its start and its end
         ABORTED   ///< from the device, when it has aborted
     };
 

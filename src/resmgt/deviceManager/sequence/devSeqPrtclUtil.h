@@ -20,7 +20,7 @@ namespace Zv {
 ///
 /// **Blocks**: as long as the device's protocol does.
 ///
-/// **Throws**: what the device's protocol throws.
+/// **Throws**: what the device's protocol throws, and `RCEx::ExNullPtr` if the protocol is null.
 class ZVRESMGT_EXPORT DevSeqPrtclUtil : public RCBase<LkCounter<long>>
 {
 public:
@@ -29,7 +29,9 @@ public:
     /// them.
     static constexpr long MAX_WAITING_REPORTS = 8;
 
-    /// Makes an object without queue, whose notifications do nothing.
+    /// Makes an object without a queue. Requests to recover and to abort then do nothing. A
+    /// completion that is run throws `RCEx::ExNullPtr`, so the protocol must destroy its
+    /// completions.
     explicit DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl> prtcl);
     /// Makes an object with the queue and the prototypes of the notifications of `READY`, `LOCK`,
     /// `ABORTED`, `STOPPED`, `RECOVER` and `ABORT`.

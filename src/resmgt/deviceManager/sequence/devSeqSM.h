@@ -22,7 +22,8 @@ class ZVRESMGT_EXPORT DevSeqSMGuard
 public:
     /// Called when the machine has reached another state.
     virtual void stateChanged(std::int32_t state) = 0;
-    /// Called if an event is illegal in the present state. The machine does not change.
+    /// Called instead of executing an event that is illegal in the present state. The machine does
+    /// not change.
     virtual void refused(std::int32_t event) = 0;
 
 protected:
@@ -74,11 +75,13 @@ public:
     /// name. Empty if it has not failed.
     std::optional<DevMgrFailure> getFailure() const;
     /// Returns the last event for which `execute` has thrown, and the state in which the machine
-    /// got it, without the device's name and the exception.
+    /// got it, without the device's name and the exception. Must not be called before `execute` has
+    /// thrown.
     DevMgrFailure getLastThrown() const;
 
-    /// Sets the guard. From now on the machine refuses illegal events, and the guard reports
-    /// failures instead of the trace. The guard must outlive the machine. Null means none.
+    /// Sets the guard. Null means none. The guard must outlive the machine. From now on the machine
+    /// refuses illegal events. It does not trace its failures, because the owner of the guard
+    /// reports them.
     void setGuard(DevSeqSMGuard *guard) { _guard = guard; }
 
 private:

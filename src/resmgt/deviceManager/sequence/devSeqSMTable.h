@@ -19,6 +19,7 @@ namespace Zv {
 ///     wsr      sready -> wsr, ready               recover -> recover
 ///     ready    proceed -> sync, wml               sready -> lock
 ///     wml      mlock -> sync             recover  ready -> ready, wsr
+///                                                 mlock -> lock
 ///     wss      sstopped -> wss, stop     stop     stopped -> final
 ///
 /// From every state between `init` and `final`, `abort` leads to `abort`. There every event but

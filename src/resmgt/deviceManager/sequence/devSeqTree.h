@@ -23,7 +23,7 @@ namespace Zv {
 
 class DevSeqTree;
 
-/// A link to a tree that may be destroyed while the link exists. Devices may keep their
+/// A link to a tree. The tree may be destroyed before the link, because devices may keep their
 /// notifications for any time. A report that arrives after the tree has been destroyed has no
 /// effect. The destructor of a tree waits for the report that is being delivered.
 ///
@@ -33,11 +33,13 @@ class ZVRESMGT_EXPORT DevSeqTreeLink : public RCBase<LkCounter<long>>
 public:
     explicit DevSeqTreeLink(DevSeqTree *tree);
 
-    /// Calls `DevSeqTree::processEvent`, or does nothing if there is no tree.
+    /// Call `DevSeqTree::processEvent`, or do nothing if there is no tree. Block while another
+    /// thread delivers an event.
     void processEvent(LiString const &name, std::int32_t event);
     void processEvent(LiString const &name, std::int32_t event,
                       std::optional<DevMgrFailure> &failure);
-    /// Removes the link to the tree. Blocks while an event is being delivered.
+    /// Removes the link to the tree. Blocks while another thread delivers an event through this
+    /// link.
     void clear();
 
 protected:
@@ -58,11 +60,12 @@ private:
 /// - `STOP`, delivered to the root, is kept at each device that has not locked yet. The devices
 ///   then stop from the leaves up, the root last.
 /// - A device that has lost its lock recovers with its whole subtree, and locks again to its
-///   parent, which stays in lock.
+///   parent, which stays in lock. If a part of the subtree has not locked yet, the recovery is an
+///   illegal event for that part.
 /// - An abort concerns the device alone.
 ///
-/// A tree runs once: build it, deliver events, wait, destroy it. The depth of a tree needs no
-/// stack.
+/// A tree runs once: build it, deliver events, wait, destroy it. A deep tree needs no more stack
+/// than a flat one.
 ///
 /// If a device gets an illegal event, its machine goes to `_ill`. If its protocol throws an
 /// `ExBase`, its machine goes to `_exc`. The call that delivers the event does not throw because of
@@ -72,7 +75,11 @@ private:
 /// the observer does not have that effect.
 ///
 /// **Threads**: thread-safe. One lock is held for a whole delivery, also while the devices'
-/// protocols are called. These must hand a request over and return, and must not wait for the tree.
+/// protocols and the observer are called. These must return soon, and must not wait for the tree.
+/// They must not release the last reference to the tree. That is not detected.
+///
+/// **Blocks**: `processEvent`, `getState`, `getFailure`, `setObserver` and `write` block while
+/// another thread delivers an event.
 class ZVRESMGT_EXPORT DevSeqTree : public RCBase<LkCounter<long>>
 {
 public:
@@ -82,10 +89,11 @@ public:
     DevSeqTree &operator=(DevSeqTree const &) = delete;
 
     /// Sets the root. A former root becomes the last child of `node`. Must be called before the
-    /// first delivery.
+    /// first delivery, which is not detected.
     void setRoot(RCShdPtr<DevSeqTreeNode> const &node);
     /// Makes `child` the last child of `parent`. Both must be nodes of this tree or of none. Must
-    /// be called before the first delivery. Throws `RCEx::ExNullPtr` if one of them is null.
+    /// be called before the first delivery. Neither rule is checked. Throws `RCEx::ExNullPtr` if
+    /// one of them is null.
     void attach(RCShdPtr<DevSeqTreeNode> const &parent, RCShdPtr<DevSeqTreeNode> const &child);
 
     /// Deliver an event, a value of `DevSeqEv`, and all events that follow from it, to the root or
@@ -102,15 +110,16 @@ public:
     void processEvent(LiString const &name, std::int32_t event,
                       std::optional<DevMgrFailure> &failure) ZV_EXCLUDES(_lock);
     /// Returns the name of the state of the device's machine. Throws `DevMgrEx::NameNotFound` if
-    /// there is no such device.
+    /// there is no such device, and `RCEx::ExNullPtr` if the tree is empty.
     LiString getState(LiString const &name) ZV_EXCLUDES(_lock);
 
     /// Returns the reason why the device's machine has failed. Empty if it has not failed. Throws
-    /// `DevMgrEx::NameNotFound` if there is no such device.
+    /// `DevMgrEx::NameNotFound` if there is no such device, and `RCEx::ExNullPtr` if the tree is
+    /// empty.
     std::optional<DevMgrFailure> getFailure(LiString const &name) ZV_EXCLUDES(_lock);
 
     /// Sets the observer. Null means none. The former observer is not called after this function
-    /// has returned. Blocks while an event is being delivered.
+    /// has returned. An observer may call it.
     void setObserver(RCShdPtr<DevSeqObserver> const &observer) ZV_EXCLUDES(_lock);
     /// Returns true if the calling thread is delivering an event of this tree. That is so in the
     /// functions of observers and devices that the tree calls. Does not block.

@@ -27,7 +27,8 @@ public:
     /// Creates a node for a device.
     [[nodiscard]] static RCShdPtr<DevSeqTreeNode> create(LiString const &name,
                                                          RCShdPtr<DevSeqPrtclUtil> prtclUtil);
-    /// Creates a node without a device. Its events must be delivered by name.
+    /// Creates a node without a device. It gets no reports, so the caller must deliver the events
+    /// of the device by `DevSeqTree::processEvent` with the node's name.
     [[nodiscard]] static RCShdPtr<DevSeqTreeNode> createNoop(LiString const &name);
 
     DevSeqTreeNode(DevSeqTreeNode const &) = delete;

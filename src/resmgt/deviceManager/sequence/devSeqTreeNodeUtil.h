@@ -79,7 +79,7 @@ public:
     /// The largest latency of the subtree.
     DtTime const &getMaxLatency() const { return _maxLatency; }
     void setMaxLatency(DtTime const &latency) { _maxLatency = latency; }
-    /// The mark of this device. Valid once it has locked.
+    /// The mark of this device. Valid after it has locked.
     DtTimeMark const &getMark() const { return _mark; }
     void setMark(DtTimeMark const &mark) { _mark = mark; }
     /// The mark that this device locks to.

@@ -63,7 +63,7 @@ public:
     /// that is not an `ExBase`.
     virtual void execute(std::int32_t event) = 0;
     /// Returns the last `ExBase` that a transition has thrown, so that it can be thrown again.
-    /// Returns null if there was none.
+    /// Returns null if there was none. `takeException` does not change the result.
     virtual std::exception_ptr getException() const = 0;
 
 protected:
