@@ -55,8 +55,10 @@ public:
     void createXmlDeclaration(LiString const &version) override;
     void createDocumentType(LiString const &name) override;
     void notifyBeginElement(LiString const &name) override;
+    /// Throws `XmlEx::ExSyntaxError` if no element is open.
     void notifyEmptyElementEnd() override;
-    /// Throws `XmlEx::ExSyntaxError` if the innermost open element has another name.
+    /// Throws `XmlEx::ExSyntaxError` if the innermost open element has another name, or if no
+    /// element is open.
     void notifyClosingElement(LiString const &name) override;
     /// Adds an attribute to the innermost open element, or replaces its value if the name was read
     /// before. Throws `XmlEx::ExSyntaxError` if no element is open.
