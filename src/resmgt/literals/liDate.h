@@ -23,8 +23,9 @@ namespace Zv {
 /// Local time is that of the time zone that the environment variable TZ names at the time of the
 /// call.
 ///
-/// **Threads**: one thread at a time. An operation by local time **blocks** while another thread
-/// runs `EnvVar::putEnv`.
+/// **Threads**: a value.
+///
+/// **Blocks**: an operation by local time blocks while another thread runs `EnvVar::putEnv`.
 class ZVRESMGT_EXPORT LiDate
 {
 public:

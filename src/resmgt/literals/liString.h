@@ -64,8 +64,7 @@ private:
 /// Everything that takes or gives a `char const *` ends at the first of them. Everything with a
 /// length or a `std::string_view` has all bytes.
 ///
-/// **Threads**: one thread at a time. Different strings that share a body may be used by different
-/// threads at the same time.
+/// **Threads**: a value. That holds also for strings that share a body.
 ///
 /// **Throws** `std::length_error` if the string would have 2^31 - 1 bytes or more. After an
 /// exception the string has its old value. If a string was moved from, you may destroy it, copy it,

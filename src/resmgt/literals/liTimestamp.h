@@ -16,7 +16,7 @@ namespace Zv {
 ///
 /// Two timestamps compare, and their seconds can be subtracted.
 ///
-/// **Threads**: one thread at a time.
+/// **Threads**: a value.
 class LiTimestamp
 {
 public:

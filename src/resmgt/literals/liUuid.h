@@ -65,7 +65,7 @@ public:
 ///     Zv::LiUuid const same(session.toString());
 ///     bool const isSame = same == session; // true
 ///
-/// **Threads**: one thread at a time.
+/// **Threads**: a value.
 ///
 /// **Throws** `LiUuidEx::ExInternalError` if the platform refuses a call.
 class ZVRESMGT_EXPORT LiUuid

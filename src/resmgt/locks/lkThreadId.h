@@ -18,7 +18,7 @@ namespace Zv {
 ///
 /// The system may give the number of a thread that has ended to a new thread.
 ///
-/// **Threads**: one thread at a time.
+/// **Threads**: a value.
 class ZVRESMGT_EXPORT LkThreadId
 {
 public:

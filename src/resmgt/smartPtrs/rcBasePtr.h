@@ -20,7 +20,9 @@ namespace Zv {
 /// pointer. If only the old object keeps the new one alive, as in `p = p->next`, copy or move the
 /// new one first.
 ///
-/// **Threads**: one thread at a time. Threads that share an object need a pointer each.
+/// **Threads**: one thread at a time. But any threads may read or copy a pointer that no thread
+/// changes, if the object's counter is an `LkCounter<long>`. Threads that share an object and
+/// change their pointers need a pointer each.
 ///
 /// The destructors of the counted pointers, and of all handles that contain one, may throw. For
 /// that reason `thread`, `jthread`, `async` and `packaged_task` of the standard library do not
