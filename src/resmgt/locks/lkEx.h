@@ -17,7 +17,7 @@ public:
     LkEx(char const *file, int line) noexcept;
 };
 
-/// Thrown if a thread locks a mutex that it already holds, which would deadlock.
+/// Thrown by `LkMutex::spinLock` if the calling thread holds the mutex already.
 /// `LkMutexWindows "name" deadlocked in thread 0x0 (self deadlock)`, with the class and the name of
 /// the lock, the number of the thread if it is known, and a comment.
 ZV_EXCEPTION(ZVRESMGT_EXPORT, LkEx, ExDeadLock, LkEx, std::runtime_error, char const *lockClass,

@@ -154,9 +154,9 @@ private:
 /// `std::lock_guard`, `std::unique_lock` and `std::scoped_lock` work on it. All operations are
 /// `const`, so that a `const` object can lock its own mutex.
 ///
-/// `lock` is recursive without saying so; `tryLock`, `try_lock` and `spinLock` refuse recursion.
-/// The flag behind `isLocked` has no count and no owner: the first `unlock` of a nested pair clears
-/// it.
+/// `lock` is recursive. A thread that holds the mutex may take it again, and must then call
+/// `unlock` once for each `lock`. `tryLock`, `try_lock` and `spinLock` refuse recursion. The flag
+/// behind `isLocked` has no count and no owner. The first `unlock` of a nested pair clears it.
 ///
 /// **Limits**: during a wait on an `LkPulse` the flag stays set although the mutex is free.
 /// `tryLock` and `try_lock` then return false and `spinLock` reports a deadlock. Do not use these
@@ -185,7 +185,8 @@ public:
     /// until no other thread holds it. **Throws** `AssertionFailed` if the mutex was abandoned; the
     /// caller does not hold it then.
     bool lock() const ZV_ACQUIRE() ZV_NO_THREAD_SAFETY_ANALYSIS { return _imp.lock(); }
-    /// Releases the mutex. The caller must hold it, or an assertion fails.
+    /// Releases the mutex. **Throws** `AssertionFailed` if the caller does not hold it. `isLocked`
+    /// returns false then, even if another thread holds the mutex.
     void unlock() const ZV_RELEASE() ZV_NO_THREAD_SAFETY_ANALYSIS { _imp.unlock(); }
     /// Takes the mutex if it is free. Returns false if another thread or the caller holds it, and
     /// if it was abandoned. Never blocks.

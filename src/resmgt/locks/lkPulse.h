@@ -85,7 +85,7 @@ public:
     /// either wake type. It does not use up a pulse that a thread in `wait` would get.
     void waitNextPulse(LkMutex const &mutex) const ZV_REQUIRES(mutex) { _imp.waitNext(mutex); }
     /// As `waitNextPulse`, but returns false when the time is over, and true if a pulse woke it.
-    /// The limit is read as that of `timedWait`.
+    /// `LkWaitable` says how the limit is rounded.
     [[nodiscard]] bool timedWaitNextPulse(LkMutex const &mutex, double seconds) const
         ZV_REQUIRES(mutex)
     {
