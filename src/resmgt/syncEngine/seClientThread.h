@@ -88,12 +88,13 @@ protected:
 
     SeClientThread();
 
-    /// Returns the divisor, which is 1 or more. Returns 0 while the client is not added.
+    /// Returns the divisor, which is 1 or more. Returns 0 while the client is not added. Takes no
+    /// lock. Call it on the client's own thread, or while no other thread adds or stops the client.
     std::int32_t getDivisorNoLock() const { return _divisor; }
 
 public:
     /// Returns the client's node in `MtPriorityMgr`, "syncClient", which the thread's priority is
-    /// equal to. It is valid as long as the client.
+    /// equal to. It is valid as long as the client. The caller need not hold a lock.
     Priority &getPriorityNoLock() { return _priority; }
 
 private:

@@ -36,7 +36,8 @@ protected:
 ///     task.execute();
 ///     mgr.decRequestCount(tag);
 ///
-/// **Threads**: one thread at a time. The task may be destroyed or assigned to while it executes.
+/// **Threads**: one thread at a time. During `execute` the work may destroy the task or assign to
+/// it.
 class ZVRESMGT_EXPORT MtTask : public MtRequestBase
 {
 public:

@@ -34,9 +34,9 @@ namespace Zv {
 /// must then return at once, and `executeTask` must accept a round without work. Work that is left
 /// when the pool stops stays in the derived class.
 ///
-/// The pool is not told its value. A derived class that overrides `updatePriority` must call
-/// `setTelling` at the end of its constructor and, with `NEVER`, at the beginning of its
-/// destructor.
+/// `updatePriority` of a pool is not called. A derived class that overrides it must call
+/// `setTelling` with `AT_EACH_SOLVING` or `WHEN_CHANGED` at the end of its constructor, and with
+/// `NEVER` at the beginning of its destructor.
 ///
 /// **Threads**: one controlling thread, which is no worker of the pool, calls `start`, `stop` and
 /// the destructor. `isRunning`, `getNbThreads` and the operations of `Priority` are thread-safe.
@@ -87,7 +87,7 @@ protected:
 public:
     /// Starts the workers in order. Does nothing if the pool runs. A pool may be started again
     /// after a stop. Throws what `MtThread::start` throws if a worker cannot be started or placed.
-    /// The pool then runs with the workers before it, and must be stopped.
+    /// The workers with lower indices then run, and the pool must be stopped.
     void start();
     /// Wakes the workers and waits for their ends. Does nothing if the pool does not run.
     void stop();
