@@ -26,8 +26,8 @@ public:
     virtual void addQueue(LgQueue *queue) = 0;
     /// Removes all entries that equal `queue`.
     virtual void removeQueue(LgQueue *queue) = 0;
-    /// Returns a copy of the list. The reader deletes the queue of an ended thread once it is
-    /// empty. If you access the queues, hold an `LgLog::QueuesGuard` from before this call.
+    /// Returns a copy of the list. The reader deletes the queue of an ended thread when the queue
+    /// is empty. If you access the queues, hold an `LgLog::QueuesGuard` from before this call.
     virtual List<LgQueue *> getQueues() = 0;
     /// Returns true if the list contains a queue. Called when a thread begins and when it ends.
     /// This implementation searches the result of `getQueues`. Override it if there is a faster

@@ -92,8 +92,8 @@ private:
 ///         }
 ///     };
 ///
-/// First the tree is built, then it is read: it cannot be read while a builder exists, and cannot
-/// be built once it has been read.
+/// First the tree is built, then it is read. It cannot be read while a builder exists, and cannot
+/// be built after it has been read.
 ///
 /// **Threads**: any thread may read. Only the constructing thread may build.
 ///

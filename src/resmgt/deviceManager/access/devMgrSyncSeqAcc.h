@@ -80,8 +80,8 @@ public:
     /// returns the failure.
     virtual void configure(LiString const &config) = 0;
     /// Begins to start the devices, and returns. Blocks while another event of this tree is being
-    /// delivered. Call it once: a second start is an illegal event for the root, whose machine then
-    /// fails.
+    /// delivered. Must be called once. A second start is an illegal event for the root, whose
+    /// machine then fails.
     ///
     /// Throws `RCEx::ExNullPtr` if the tree is empty. Throws `DevMgrEx::SMExecutionError` if an
     /// event is for a device whose machine has failed. The events that were still to be delivered
@@ -91,8 +91,8 @@ public:
     /// delivered.
     virtual void start() = 0;
     /// Begins to stop the devices, and returns. If they have not locked yet, they stop when they
-    /// have. Call it once: a second stop is an illegal event for the root once the first one has
-    /// taken effect. Blocks and throws like `start`.
+    /// have. Must be called once. A second stop is an illegal event for the root after the first
+    /// one has taken effect. Blocks and throws like `start`.
     virtual void stop() = 0;
     /// Blocks until every device has stopped or has finished an abort. May be called before
     /// `start`. Any number of threads may call it at the same time, any number of times. It may
