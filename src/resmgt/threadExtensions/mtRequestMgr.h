@@ -65,7 +65,8 @@ public:
 
     /// Returns a new tag with a count of 0. The caller must release it.
     [[nodiscard]] MtRequestTag acquireTag();
-    /// Releases a tag. Fails an assertion if the count is not 0.
+    /// Releases a tag. Fails an assertion if the count is not 0. No thread may still be in
+    /// `waitRequestCountZero` for the tag. This is not detected.
     void releaseTag(MtRequestTag tag);
     unsigned getRequestCount(MtRequestTag tag);
     void incRequestCount(MtRequestTag tag);

@@ -194,7 +194,7 @@ public:
     /// Returns true if this call changed the setting. Fails the assertion "!check ||
     /// isRunningNoLock()" if the thread does not run.
     virtual bool enableCancel() = 0;
-    /// Forbids `cancel`. The thread is not killed once this has returned. Otherwise like
+    /// Forbids `cancel`. The thread is not killed after this has returned. Otherwise like
     /// `enableCancel`.
     virtual bool disableCancel() = 0;
 
