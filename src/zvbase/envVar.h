@@ -25,14 +25,15 @@ namespace Zv {
 ///     }
 ///
 /// **Threads**: thread-safe.
+///
+/// **Blocks**: all operations block while another thread has a `Guard`, or reads or changes the
+/// environment.
 class ZVBASE_EXPORT EnvVar
 {
 public:
     /// Keeps other threads from changing the environment during its lifetime.
     ///
     /// A thread that holds a guard may construct another one, and may call `putEnv`.
-    ///
-    /// **Blocks**: the constructor waits while another thread reads or changes the environment.
     class ZVBASE_EXPORT Guard
     {
     public:
@@ -71,7 +72,7 @@ public:
 
     /// Reads the environment again.
     void refresh();
-    /// Returns the value that was read last.
+    /// Returns the value that was read last. Does not block.
     int getValue() const;
     char const *getName() const { return _name; }
 

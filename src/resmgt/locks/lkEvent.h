@@ -57,7 +57,7 @@ public:
     /// **Blocks** until the event is set.
     void wait() const { _imp.wait(); }
     /// **Blocks** until the event is set and returns true, or returns false when the time is over.
-    /// The limit is read as that of `LkWaitable::timedWait`.
+    /// `LkWaitable` says how the limit is rounded.
     [[nodiscard]] bool timedWait(double seconds) const { return _imp.timedWait(seconds); }
     /// As with seconds.
     template <LkDuration Duration>

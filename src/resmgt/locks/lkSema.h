@@ -34,8 +34,8 @@ public:
     /// **Blocks** until the count is above 0, then subtracts 1.
     void wait();
     /// **Blocks** until the count is above 0, subtracts 1 and returns true. Returns false when the
-    /// time is over. The time starts again each time that another thread was faster. The limit is
-    /// read as that of `LkWaitable::timedWait`.
+    /// time is over. The time starts again each time that another thread was faster. `LkWaitable`
+    /// says how the limit is rounded.
     [[nodiscard]] bool timedWait(double seconds);
     /// As with seconds.
     template <LkDuration Duration>

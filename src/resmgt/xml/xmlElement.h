@@ -59,9 +59,9 @@ public:
     /// Removes an attribute. Does nothing if there is none of this name.
     void removeAttribute(LiString const &name);
 
-    /// Returns an iterator over the children, in their order. It refers to its own copy of a
-    /// pointer. The copy is valid until the iterator moves. Assigning to it changes neither the
-    /// children nor the iterator.
+    /// Returns an iterator over the children, in their order. Its operator `*` returns a reference
+    /// to a pointer inside the iterator, which is valid until the iterator moves. Assigning to that
+    /// pointer changes neither the children nor the iterator.
     Iterator<UnownedObjPtr<XmlElement>> getChildren() const;
     /// Returns this element and those below it that have this name, each before its children. The
     /// name "*" selects all elements. The iterator has a list of its own, which later changes do
