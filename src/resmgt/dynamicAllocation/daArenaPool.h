@@ -37,7 +37,7 @@ public:
     /// size of 1, so that each block has an address of its own. Throws `std::bad_alloc` if there is
     /// no memory for the pool's own data. Nothing has changed then.
     [[nodiscard]] virtual void *allocate(std::uint64_t size, std::uint64_t alignment) = 0;
-    /// Returns `size` bytes without alignment, as above.
+    /// Calls `allocate(size, 0)`.
     [[nodiscard]] virtual void *allocate(std::uint64_t size);
     /// Takes a block back. Fails the assertion "blockEntry != _allocatedBlocks.end()" if `memory`
     /// is not an allocated block of this pool.
