@@ -82,7 +82,7 @@ protected:
     virtual void stop();
     virtual void abort();
 
-    /// Do the same as in `DevMDStdLoopThreadProtocol`.
+    /// Called by the standard body, see `DevMDStdLoopThreadProtocol`.
     virtual double performWork();
     virtual void performFailed(std::exception_ptr const &failure);
 

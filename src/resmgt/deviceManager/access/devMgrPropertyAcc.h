@@ -33,7 +33,8 @@ class ZVRESMGT_EXPORT DevMgrPropertyAcc : public RCBase<LkCounter<long>>
 {
 public:
     /// Creates an access object for the devices of a mediator. Applications call
-    /// `DevMgr::createPropertyAcc`.
+    /// `DevMgr::createPropertyAcc`. The returned pointer is the only owner, although the object can
+    /// count references. To share it, pass what `release` returns to an `RCShdPtr`.
     [[nodiscard]] static ObjPtrRet<DevMgrPropertyAcc>
     create(RCShdPtr<DevMgrMediator> const &mediator);
 

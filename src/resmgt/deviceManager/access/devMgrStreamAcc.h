@@ -82,7 +82,8 @@ public:
     virtual void registerStream(StreamId const &id, RCShdPtr<DevMDStream> stream) = 0;
     /// Returns true if a stream is registered under the id.
     virtual bool isRegistered(StreamId const &id) = 0;
-    /// Do the same for a caller that holds the configuration lock, `DevMgrMediator::getLock`.
+    /// Do what `registerStream` and `isRegistered` do. The caller must hold the configuration lock,
+    /// `DevMgrMediator::getLock`.
     virtual void registerNoGuard(StreamId const &id, RCShdPtr<DevMDStream> stream) = 0;
     virtual bool isRegisteredNoGuard(StreamId const &id) = 0;
 
