@@ -174,7 +174,8 @@ public:
     void performAbort(ObjPtr<DevACO> aco) override
     {
         HOLDS(++nbAborted == 1);
-        HOLDS(isUnruly || !hasReportedEnd);
+        wasAbortedAfterEnd = !isUnruly && hasReportedEnd;
+        HOLDS(!wasAbortedAfterEnd || !_world.isPunctual);
         checkChildren();
         take("abort", aco);
     }
@@ -210,8 +211,9 @@ public:
     bool hasStarted = false;
     bool hasEnded = false;       // has begun to answer its stop or its abort
     bool hasReportedEnd = false; // has answered it
-    bool hasFailed = false;      // has thrown, or destroyed a completion
-    LiString failure;            // the reason
+    bool wasAbortedAfterEnd = false;
+    bool hasFailed = false; // has thrown, or destroyed a completion
+    LiString failure;       // the reason
     bool hasHung = false;
     bool isSilent = false;
     bool isUnruly = false; // reports at any time
@@ -566,6 +568,9 @@ void checkReport(World const &world, Tree const &tree, DevSeqStatus const &statu
         HOLDS(!real.hasFailed || device.hasFailed || device.end == Status::End::NO_ANSWER);
         HOLDS(real.isHostile() || !real.hasStarted || real.wasToldToEnd() || !world.isPunctual);
         HOLDS(device.call.isEmpty() || real.hasHung || !world.isPunctual);
+        // A device may answer its stop after the supervisor has decided to abort it.
+        HOLDS(!real.wasAbortedAfterEnd || device.nbRefused > 0 ||
+              device.end == Status::End::NO_ANSWER);
     }
 }
 
