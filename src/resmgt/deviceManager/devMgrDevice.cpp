@@ -1,7 +1,6 @@
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "zvbase/failures.h"
@@ -12,6 +11,23 @@
 namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
+
+// ---- DevMgrLeftBehind
+
+namespace {
+
+constinit DevMgrLeftBehind *newest = nullptr;
+
+} // namespace
+
+void DevMgrLeftBehind::enter()
+{
+    _next = Interlocked::loadAcquire(newest);
+    while (!Interlocked::compareExchange(newest, _next, this)) {
+    }
+}
+
+// ---- DevMgrDevice
 
 namespace {
 

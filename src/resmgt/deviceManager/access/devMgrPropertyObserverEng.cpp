@@ -1,6 +1,6 @@
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 
-#include "resmgt/deviceManager/devMgrFailure.private.h"
+#include "resmgt/deviceManager/devMgrFifo.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devMDProperty.h"
@@ -63,8 +63,6 @@ private:
 };
 
 } // namespace
-
-DevMgrPropertyObserver::~DevMgrPropertyObserver() noexcept(false) = default;
 
 DevMgrPropertyObserverEng::DevMgrPropertyObserverEng(DevMgrMediator &mediator)
     : _mediator(mediator), _lock("Device Property-Observer hash map lock")
