@@ -6,6 +6,7 @@
 #include "resmgt/deviceProtocol/devMDProperty.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/scope.private.h"
 #include "zvbase/traceCaught.private.h"
 
 #include <string>
@@ -147,7 +148,7 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint, O
         return;
     // The observers may attach and detach, and so change the set.
     called.assign(entry->second.observers.begin(), entry->second.observers.end());
-    _isUpdating = true;
+    TemporaryValue const updating(_isUpdating, true);
     for (auto const &observer : called)
         if (isAttached(uuid, observer))
             failure.attempt([&] {
@@ -158,7 +159,6 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint, O
                     throw;
                 }
             });
-    _isUpdating = false;
     failure.rethrow();
 }
 

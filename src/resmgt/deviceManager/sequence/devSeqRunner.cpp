@@ -2,6 +2,7 @@
 
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/threads/mtThreadFactory.h"
+#include "zvbase/scope.private.h"
 #include "zvbase/sleeper.h"
 #include "zvbase/traceCaught.private.h"
 
@@ -47,13 +48,9 @@ void DevSeqWaiters::wakeClients() const
 void DevSeqWaiters::wait(LkPulse const &pulse, std::size_t &nbWaiting, Guard const &guard,
                          double moment)
 {
-    struct Waiting
-    {
-        std::size_t &nb;
-        ~Waiting() { --nb; }
-    };
     double const seconds = std::clamp(moment - now(), 0.001, LONGEST_WAIT);
-    Waiting const waiting{++nbWaiting};
+    ++nbWaiting;
+    AtScopeEnd const leaving([&nbWaiting] { --nbWaiting; });
     static_cast<void>(pulse.timedWaitNextPulse(guard, seconds)); // the caller looks at the record
 }
 
