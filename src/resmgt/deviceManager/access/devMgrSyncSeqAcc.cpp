@@ -87,7 +87,7 @@ public:
     }
 
 private:
-    void deliver(std::int32_t event)
+    void deliver(DevSeqEv::Event event)
     {
         _mediator->expectNotClosed();
         RCShdPtr<DevSeqTree> const tree = _tree; // needed until the call returns
@@ -108,7 +108,7 @@ private:
         _seqTreeNodeMap.emplace(name, DevSeqTreeNode::create(name, util));
     }
 
-    ObjPtr<DevClonableANO> prototype(LiString const &name, unsigned event)
+    ObjPtr<DevClonableANO> prototype(LiString const &name, DevSeqEv::Event event)
     {
         return _anoFactory->create(name, event);
     }

@@ -169,12 +169,12 @@ struct SeqTransBase
 {
     bool isRoot() const { return !util->hasParent(); }
     bool isLeaf() const { return util->getNbChildren() == 0; }
-    void sendToParent(std::int32_t event) const
+    void sendToParent(DevSeqEv::Event event) const
     {
         if (!isRoot())
             util->sendToParent(event);
     }
-    void sendToChildren(std::int32_t event) const
+    void sendToChildren(DevSeqEv::Event event) const
     {
         if (!isLeaf())
             util->sendToChildren(event);
