@@ -152,7 +152,7 @@ void DevMgrDevice::startCloser()
     } catch (...) {
         // `start` may throw after the thread has begun to run.
         if (!_closer.isNull() && _closer->isRunning())
-            return;
+            return traceCaught(__FILE__, __LINE__);
         _closer = nullptr;
         _closeFailure = std::current_exception();
         setState(UNCLOSED);
