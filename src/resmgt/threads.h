@@ -11,5 +11,4 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"

@@ -3,9 +3,11 @@
 #include "fader.h"
 #include "fakeDevices.h"
 
+#include "allocations.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/locks/lkSema.h"
 #include "threadExtensions/asleep.h"
+#include "zvbase/logTestUtil.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +15,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -148,6 +151,34 @@ TEST_F(ManagerIsClosed, FailuresAreReportedWithTheirNames)
     EXPECT_TRUE(report.getLeftBehind().empty());
     EXPECT_EQ(journal.take(), (Lines{"close c", "close b", "close a", "end c", "end b", "end a"}));
     manager = nullptr;
+}
+
+TEST_F(ManagerIsClosed, AFailureAfterTheClosingThreadHasBegunIsTraced)
+{
+    Registered const a = device("a");
+    bool isTraced = false;
+    bool hasFailed = true;
+    for (long nbGood = 0; hasFailed; ++nbGood) {
+        manager = DevMgr::create();
+        open({"a"});
+        LgLog::flush(); // writes the lines that are still queued
+        LogTest::CapturedLog const log;
+        DevMgrCloseReport report;
+        {
+            ZvTest::FailingAllocation const failing(nbGood);
+            try {
+                report = manager->close(LONG);
+            } catch (std::bad_alloc const &) {
+            }
+            hasFailed = failing.hasFailed();
+        }
+        LgLog::flush();
+        if (report.devices.empty() || report.devices[0].end != End::CLOSED)
+            continue; // the failure was thrown, or is in the report
+        for (std::string const &line : log.getLines())
+            isTraced = isTraced || line.find("devMgrDevice.cpp") != std::string::npos;
+    }
+    EXPECT_TRUE(isTraced);
 }
 
 TEST_F(ManagerIsClosed, ADeviceThatHangsIsLeftBehind)

@@ -2,7 +2,6 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>

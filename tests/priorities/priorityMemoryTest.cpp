@@ -4,7 +4,6 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityMgr.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPrioritiesWinNT.private.h"
 
 #include <gtest/gtest.h>

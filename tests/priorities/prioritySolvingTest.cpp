@@ -4,7 +4,6 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/priorityRingSolver.private.h"
 #include "resmgt/threads/prioritySolver.private.h"
 #include "zvbase/assertions.h"

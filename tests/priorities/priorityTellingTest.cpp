@@ -1,7 +1,6 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
-#include "resmgt/threads/priorityRelation.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,6 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "threads/threadTesting.h"
 #include "zvbase/assertions.h"
 

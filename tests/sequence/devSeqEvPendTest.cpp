@@ -1,4 +1,4 @@
-#include "resmgt/deviceManager/sequence/devSeqTreeNodeUtil.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 
 #include "resmgt/smartPtrs/rcShdPtr.h"
 

@@ -2,7 +2,6 @@
 
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
-#include "resmgt/deviceManager/sequence/noopedSyncSeqProtocol.h"
 #include "zvbase/rcEx.h"
 
 #include <gtest/gtest.h>

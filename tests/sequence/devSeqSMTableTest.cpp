@@ -1,6 +1,4 @@
-#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
-
-#include "resmgt/deviceManager/sequence/devSeqEv.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,7 @@
-#include "resmgt/deviceManager/sequence/devSeqSM.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
-#include "resmgt/deviceManager/sequence/devSeqTransFactory.h"
 #include "threadExtensions/asleep.h"
 #include "zvbase/failures.h"
 

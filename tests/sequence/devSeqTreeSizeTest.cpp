@@ -1,5 +1,5 @@
-#include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "smallStack.h"
 
 #include <gtest/gtest.h>

@@ -2,10 +2,9 @@
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFifo.h"
-#include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
-#include "resmgt/deviceManager/sequence/seqANOFactory.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 
 #include <functional>

@@ -3,7 +3,7 @@
 
 #include "simulated/scenario.h"
 
-#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 
 namespace Zv::Simulated {
 

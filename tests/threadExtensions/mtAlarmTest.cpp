@@ -6,7 +6,7 @@
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/threadExtensions/mtAlarmManagerImp.private.h"
 #include "resmgt/threads/mtThreadMgr.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "virtualTime.h"
 #include "zvbase/assertions.h"

@@ -9,8 +9,8 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "zvbase/assertions.h"
 

@@ -8,7 +8,6 @@
 #include "resmgt/threads/mtTraceMgr.private.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "threads/threadTesting.h"

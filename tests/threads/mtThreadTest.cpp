@@ -8,7 +8,7 @@
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtThreadWindows.private.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "threadExtensions/asleep.h"

@@ -1,7 +1,7 @@
 // Tests of real-time operation, with and without the privilege, each in a process of its own.
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThreadMgr.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "threads/threadTesting.h"
 

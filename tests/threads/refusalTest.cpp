@@ -9,7 +9,6 @@
 #include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priority.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "threadHook.h"
 #include "threads/threadTesting.h"

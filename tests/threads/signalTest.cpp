@@ -2,7 +2,7 @@
 #include "aborted.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/threads/mtThreadMgr.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "threads/threadTesting.h"
 

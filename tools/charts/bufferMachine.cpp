@@ -4,7 +4,7 @@
 
 #include "chart.h"
 
-#include "resmgt/memoryBuffers/mbStateTable.private.h"
+#include "resmgt/memoryBuffers/mbStates.private.h"
 
 #include <cstddef>
 #include <string>

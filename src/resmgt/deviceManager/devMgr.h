@@ -5,7 +5,6 @@
 #include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
 #include "resmgt/deviceManager/access/devMgrStreamAcc.h"
 #include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
-#include "resmgt/deviceManager/devMgrCloseReport.h"
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"

@@ -1,7 +1,6 @@
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "zvbase/failures.h"
@@ -12,6 +11,23 @@
 namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
+
+// ---- DevMgrLeftBehind
+
+namespace {
+
+constinit DevMgrLeftBehind *newest = nullptr;
+
+} // namespace
+
+void DevMgrLeftBehind::enter()
+{
+    _next = Interlocked::loadAcquire(newest);
+    while (!Interlocked::compareExchange(newest, _next, this)) {
+    }
+}
+
+// ---- DevMgrDevice
 
 namespace {
 
@@ -136,7 +152,7 @@ void DevMgrDevice::startCloser()
     } catch (...) {
         // `start` may throw after the thread has begun to run.
         if (!_closer.isNull() && _closer->isRunning())
-            return;
+            return traceCaught(__FILE__, __LINE__);
         _closer = nullptr;
         _closeFailure = std::current_exception();
         setState(UNCLOSED);

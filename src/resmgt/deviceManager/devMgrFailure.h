@@ -1,11 +1,12 @@
-// Failure of a device or an observer, and the handler that decides what happens then
-// (applications).
+// Failure of a device or an observer, the handler that decides what happens then, and the report of
+// a closed manager (applications).
 #pragma once
 
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/smartPtrs/rcBase.h"
+#include "zvbase/containers.h"
 
 #include <exception>
 #include <iosfwd>
@@ -67,6 +68,39 @@ public:
 
 protected:
     ~DevMgrFailureHandler() override;
+};
+
+/// The report of `DevMgr::close`: for each device whether and how it was closed.
+struct ZVRESMGT_EXPORT DevMgrCloseReport
+{
+    /// How the device has ended.
+    enum class End
+    {
+        CLOSED, ///< the device was closed
+        FAILED, ///< the device was closed, and its closing or its destruction has thrown `failure`
+        /// The device was left behind, because `performClose` has not returned, because the device
+        /// is still in a call of a supervised sequence, or because of `failure`.
+        NOT_CLOSED,
+        NOT_OPENED ///< the device was left behind, because `performOpen` has not returned
+    };
+    /// One device of the report.
+    struct Device
+    {
+        LiString name;
+        End end = End::CLOSED;
+        std::exception_ptr failure; ///< null if nothing has failed
+        double seconds = 0; ///< how long the closing took, or 0 if the device was left behind
+    };
+
+    /// The devices that were open or being opened, and others whose destruction has failed, the
+    /// newest first.
+    Vector<Device> devices;
+    /// True if the thread "DevMgr ANO" was left behind, because an observer or a device has not
+    /// returned from a call.
+    bool isThreadLeftBehind = false;
+
+    /// Returns the names of the devices that were left behind, the newest first.
+    Vector<LiString> getLeftBehind() const;
 };
 
 } // namespace Zv

@@ -1,6 +1,22 @@
 #include "resmgt/deviceManager/devMgrFifo.h"
 
+#include "resmgt/deviceManager/devMgrFifo.private.h"
+#include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
+#include "resmgt/deviceProtocol/devReceiverWait.h"
+#include "resmgt/locks/lkGuard.h"
+#include "resmgt/locks/lkLock.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "zvbase/failures.h"
+#include "zvbase/platform/interlocked.h"
+#include "zvbase/threadAnnotations.h"
+#include "zvbase/trace.h"
+#include "zvbase/traceCaught.private.h"
+
+#include <exception>
+
 namespace Zv {
+
+// ---- DevMgrFifo, DevMgrACO
 
 DevMgrFifo::DevMgrFifo(int capacity) : DevANOFifo("DevMgrFifo", capacity) {}
 
@@ -14,6 +30,215 @@ void DevMgrACO::performExecute()
 {
     DevANOQueueEntry entry(_ano);
     _fifo->admit(entry);
+}
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+// ---- DevMgrThread
+
+/// Executes the requests of the queue, one after the other, until it is told to stop.
+class ANOThreadProtocol : public MtThreadProtocol
+{
+public:
+    explicit ANOThreadProtocol(RCShdPtr<DevMgrFifo> const &fifo)
+        : _fifo(fifo), _handlerLock("DevMgr failure handler")
+    {}
+
+    /// Destroys a request only when the next one has arrived.
+    void performExecute(MtThread *) override
+    {
+        ObjPtr<DevANO> ano;
+        while (!Interlocked::loadAcquire(_stop)) {
+            DevANOQueueEntry next(_fifo->consume());
+            attempt(nullptr, [&ano] { ano = nullptr; });
+            ano = next.release();
+            attempt(ano.get(), [&ano] {
+                ano->performExecute();
+                ano->notify();
+            });
+        }
+        if (Interlocked::loadAcquire(_isLeftBehind))
+            attempt(nullptr, [this] { _fifo->close(); });
+    }
+
+    /// Makes the thread close the queue when it ends.
+    void leaveBehind() { Interlocked::storeRelease(_isLeftBehind, true); }
+
+    void performStop(MtThread *) override { Interlocked::storeRelease(_stop, true); }
+
+    void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler)
+    {
+        // The former handler is destroyed with the argument, without the lock.
+        LkGuard const guard(_handlerLock);
+        handler.swap(_handler);
+    }
+
+private:
+    template <class Action>
+    void attempt(DevANO const *ano, Action action)
+    {
+        try {
+            action();
+        } catch (...) {
+            if (!std::current_exception()) // the system cancels this thread
+                throw;
+            DevMgrFailure const failure = describe(ano);
+            RCShdPtr<DevMgrFailureHandler> const handler = getHandler();
+            if (handler.isNull())
+                throw;
+            handler->handle(failure);
+        }
+    }
+
+    /// Returns a description of the caught exception, and writes it to the trace.
+    static DevMgrFailure describe(DevANO const *ano) noexcept
+    {
+        DevMgrFailure failure;
+        std::exception_ptr const exception = std::current_exception();
+        try {
+            if (auto const * const source = dynamic_cast<DevMgrFailureSource const *>(ano))
+                failure = source->getFailure();
+        } catch (...) {
+            // There is no memory for a description.
+        }
+        failure.exception = exception;
+        try {
+            ZV_TRACE(*Trace::MainTraceLevel, "Unhandled exception on \"DevMgr ANO\". " << failure);
+        } catch (...) {
+            // There is no memory for the line.
+        }
+        return failure;
+    }
+
+    RCShdPtr<DevMgrFailureHandler> getHandler() const
+    {
+        LkGuard const guard(_handlerLock);
+        return _handler;
+    }
+
+    RCShdPtr<DevMgrFifo> _fifo;
+    LkLock _handlerLock;
+    RCShdPtr<DevMgrFailureHandler> _handler ZV_GUARDED_BY(_handlerLock);
+    bool _stop = false;
+    bool _isLeftBehind = false;
+};
+
+namespace {
+
+/// Blocks the manager's thread when it has executed all requests that were queued before, until the
+/// closing thread has stopped it.
+class SynchronizedCloseANO : public DevANO
+{
+public:
+    SynchronizedCloseANO() : _wait("DevMgr SynchronizedCloseANO") {}
+
+    void performExecute() override
+    {
+        _hasArrived.post();
+        _wait.post();
+        _wait.wait();
+    }
+
+    /// Must not be called. Each closing has a request of its own.
+    virtual ObjPtrRet<DevANO> clone() const { ZV_ABORT_PROGRAM(); }
+
+    DevReceiverWait &getWait() { return _wait; }
+    /// Returns the semaphore that is posted when the thread executes this request.
+    LkSema &getArrival() { return _hasArrived; }
+
+private:
+    DevReceiverWait _wait;
+    LkSema _hasArrived{"DevMgr SynchronizedCloseANO", 0};
+};
+
+} // namespace
+
+DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo)
+{
+    auto * const protocol = new ANOThreadProtocol(fifo);
+    _protocol = ObjPtr<MtThreadProtocol>(protocol);
+    _executor = protocol;
+    auto * const close = new SynchronizedCloseANO;
+    _close = ObjPtr<DevANO>(close);
+    _last = close;
+    _closer = makeObj<DevSenderWait>(close->getWait());
+    _hasArrived = &close->getArrival();
+    _thread = MtThreadFactory::getInstance().createThread("DevMgr ANO", _protocol, true, 0);
+    _relation = makeObj<PriorityRelation>("DevMgr ANO", DevMDStdAccessPrtcl::getPriority(),
+                                          PriorityRelation::EQUAL, _thread->getPriority());
+    try {
+        _thread->start();
+    } catch (...) {
+        // `start` may throw after the thread has begun to run.
+        if (_thread->isRunning())
+            end();
+        throw;
+    }
+}
+
+DevMgrThread::~DevMgrThread() noexcept(false)
+{
+    if (_end == NOT_ENDED)
+        end();
+    else if (_end == LEFT_BEHIND)
+        static_cast<void>(_thread.release());
+}
+
+bool DevMgrThread::isCurrentThread() const
+{
+    return _thread->getThreadId().isCurrentThread();
+}
+
+bool DevMgrThread::end(double seconds)
+{
+    sendClose();
+    bool const hasArrived = _hasArrived->timedWait(seconds);
+    _end = hasArrived ? ENDED : LEFT_BEHIND;
+    try {
+        if (hasArrived) {
+            finish();
+        } else {
+            _executor->leaveBehind();
+            _thread->stop();
+            _closer->post(); // for a thread that executes `_close` late
+            _fifo->leaveBehind(_last);
+        }
+    } catch (...) { // thrown by the destructor of a request
+        traceCaught(__FILE__, __LINE__);
+    }
+    return hasArrived;
+}
+
+void DevMgrThread::setFailureHandler(RCShdPtr<DevMgrFailureHandler> const &handler)
+{
+    _executor->setFailureHandler(handler);
+}
+
+void DevMgrThread::end()
+{
+    sendClose();
+    finish();
+}
+
+void DevMgrThread::finish()
+{
+    _closer->wait();
+    _thread->stop();
+    _closer->post();
+    _thread->join();
+    _fifo->close();
+}
+
+/// Queues `_close` even if the queue is full, because a thread that hangs never makes room.
+void DevMgrThread::sendClose()
+{
+    DevANOQueueEntry entry(_close);
+    try {
+        _fifo->admit(entry);
+    } catch (...) {
+        _close = entry.release();
+        throw;
+    }
 }
 
 } // namespace Zv

@@ -2,8 +2,7 @@
 
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
-#include "resmgt/deviceManager/devMgrThread.private.h"
+#include "resmgt/deviceManager/devMgrFifo.private.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"

@@ -1,7 +1,6 @@
 // Shared part of a device manager: its devices, configuration lock, queue and thread (extenders).
 #pragma once
 
-#include "resmgt/deviceManager/devMgrCloseReport.h"
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"

@@ -4,7 +4,7 @@
 #include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "zvbase/failures.h"
 

@@ -1,5 +1,9 @@
 #include "resmgt/memoryBuffers/mbBuffer.h"
 
+#include "zvbase/scope.private.h"
+
+#include <utility>
+
 namespace Zv {
 
 MbBuffer::MbBuffer() noexcept = default;
@@ -49,5 +53,79 @@ void MbBuffer::free()
 {
     _imp->receive(MbEvent::FREE);
 }
+
+// ---- Guards
+
+MbBufferGuard::MbBufferGuard() noexcept = default;
+
+MbBufferGuard::MbBufferGuard(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event) : _imp(imp)
+{
+    if (!_imp.isNull())
+        _imp->receive(event);
+}
+
+MbBufferGuard::~MbBufferGuard() noexcept(false)
+{
+    if (_imp.isNull())
+        return;
+    throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] { letGo(); });
+}
+
+void MbBufferGuard::assign(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event)
+{
+    if (imp == _imp)
+        return;
+    RCShdEngPtr<MbBufferImp> next(imp);
+    if (!_imp.isNull())
+        letGo();
+    if (!next.isNull())
+        next->receive(event);
+    _imp = std::move(next);
+}
+
+/// The guard is null from the beginning on, so that a failure leaves no hold behind.
+void MbBufferGuard::letGo()
+{
+    // The reference is released after the event, but before an exception leaves this function. Two
+    // exceptions at once would end the process.
+    RCShdEngPtr<MbBufferImp> held(std::move(_imp));
+    held->receive(MbEvent::UNLOCK);
+}
+
+MbBufferRdGuardImp::MbBufferRdGuardImp() noexcept = default;
+
+MbBufferRdGuardImp::MbBufferRdGuardImp(MbBuffer const &buffer)
+    : MbBufferGuard(buffer.getImp(), MbEvent::RDLOCK)
+{}
+
+MbBufferRdGuardImp::MbBufferRdGuardImp(MbBufferRdGuardImp const &other)
+    : MbBufferGuard(other.imp(), MbEvent::RDLOCK)
+{}
+
+MbBufferRdGuardImp &MbBufferRdGuardImp::operator=(MbBufferRdGuardImp const &other)
+{
+    assign(other.imp(), MbEvent::RDLOCK);
+    return *this;
+}
+
+MbBufferRdGuardImp::~MbBufferRdGuardImp() noexcept(false) = default;
+
+MbBufferWrGuardImp::MbBufferWrGuardImp() noexcept = default;
+
+MbBufferWrGuardImp::MbBufferWrGuardImp(MbBuffer const &buffer)
+    : MbBufferGuard(buffer.getImp(), MbEvent::WRLOCK)
+{}
+
+MbBufferWrGuardImp::MbBufferWrGuardImp(MbBufferWrGuardImp const &other)
+    : MbBufferGuard(other.imp(), MbEvent::WRDUP)
+{}
+
+MbBufferWrGuardImp &MbBufferWrGuardImp::operator=(MbBufferWrGuardImp const &other)
+{
+    assign(other.imp(), MbEvent::WRDUP);
+    return *this;
+}
+
+MbBufferWrGuardImp::~MbBufferWrGuardImp() noexcept(false) = default;
 
 } // namespace Zv

@@ -134,8 +134,7 @@ public:
     bool removeLock() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS { return --_lockCount == 0; }
 
     MbManager &getManager() const { return *_manager; }
-    /// Calls `operation( protocol, memory, size )` while the mutex is free. The body is in
-    /// `mbBufferImp.inline.h`.
+    /// Calls `operation( protocol, memory, size )` while the mutex is free.
     template <class Operation>
     void callProtocol(Operation operation) ZV_NO_THREAD_SAFETY_ANALYSIS;
 
@@ -178,5 +177,20 @@ private:
     /// True if the last reference was released inside a call of the protocol.
     bool _isAbandoned ZV_GUARDED_BY(_mutex);
 };
+
+template <class Operation>
+void MbBufferImp::callProtocol(Operation operation)
+{
+    void * const memory = reinterpret_cast<void *>(_dataStart);
+    std::uint64_t const size = _dataEnd - _dataStart;
+    letGo();
+    try {
+        operation(*_protocol, memory, size);
+    } catch (...) {
+        takeBack();
+        throw;
+    }
+    takeBack();
+}
 
 } // namespace Zv

@@ -6,7 +6,6 @@
 #include "resmgt/locks/lkMutex.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priority.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "zvbase/objPtr.h"
 #include "zvbase/testAccess.h"
 

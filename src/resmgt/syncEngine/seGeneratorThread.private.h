@@ -7,7 +7,7 @@
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/syncEngine/seClientThread.h"
 #include "resmgt/threads/mtThread.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
 #include "zvbase/threadAnnotations.h"

@@ -5,7 +5,7 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 #include "zvbase/scope.private.h"

@@ -3,7 +3,7 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/scope.private.h"
 

@@ -5,7 +5,7 @@
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/failures.h"

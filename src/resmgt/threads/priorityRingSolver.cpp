@@ -2,7 +2,6 @@
 
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/priority.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/prioritySolver.private.h"
 
 #include <algorithm>

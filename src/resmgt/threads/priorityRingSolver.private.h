@@ -1,7 +1,7 @@
 // Solver that finds the bounds of a whole priority graph in one pass, also of an invalid one.
 #pragma once
 
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "zvbase/containers.h"
 
 #include <cstddef>

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "resmgt/threads/priority.h"
-#include "resmgt/threads/priorityRelation.h"
 #include "zvbase/containers.h"
 
 #include <cstddef>

@@ -2,8 +2,8 @@
 
 #include "resmgt/deviceManager/access/configParsers.private.h"
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
+#include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/deviceProtocol/devMDProperty.h"
@@ -92,9 +92,57 @@ private:
 
 DevMgrPropertyAcc::~DevMgrPropertyAcc() noexcept(false) = default;
 
+DevMgrPropertyObserver::~DevMgrPropertyObserver() noexcept(false) = default;
+
 ObjPtrRet<DevMgrPropertyAcc> DevMgrPropertyAcc::create(RCShdPtr<DevMgrMediator> const &mediator)
 {
     return makeObj<DevMgrPropertyAccImp>(mediator);
+}
+
+// ---- DevMgrPropertyValueUtil, DevMgrPropertyObserverUtil
+
+namespace {
+
+template <class T>
+RCShdPtr<DevMDProperty<T>> getTypedProperty(DevMgrPropertyAcc &access, LiString const &config)
+{
+    RCShdPtr<DevMDPropertyAny> const property = access.getProperty(config);
+    auto const typed = rcDynamicCast<DevMDProperty<T>>(property);
+    if (typed.isNull())
+        ZV_THROW(DevMgrEx::PropertyInvalidType, property->getName().getChars());
+    return typed;
+}
+
+} // namespace
+
+template <class T>
+void DevMgrPropertyValueUtil<T>::getValue(DevMgrPropertyAcc &access, LiString const &config,
+                                          T &value)
+{
+    getTypedProperty<T>(access, config)->get(value);
+}
+
+template <class T>
+void DevMgrPropertyValueUtil<T>::setValue(DevMgrPropertyAcc &access, LiString const &config,
+                                          T const &value)
+{
+    getTypedProperty<T>(access, config)->set(value);
+}
+
+#define ZV_INSTANTIATE_PROPERTY_UTIL(T) template class DevMgrPropertyValueUtil<T>;
+ZV_FOR_EACH_PROPERTY_TYPE(ZV_INSTANTIATE_PROPERTY_UTIL)
+#undef ZV_INSTANTIATE_PROPERTY_UTIL
+
+void DevMgrPropertyObserverUtil::attachObserver(DevMgrPropertyAcc &access, LiString const &config,
+                                                RCShdPtr<DevMgrPropertyObserver> observer)
+{
+    access.attachObserver(access.getProperty(config), observer);
+}
+
+void DevMgrPropertyObserverUtil::detachObserver(DevMgrPropertyAcc &access, LiString const &config,
+                                                RCShdPtr<DevMgrPropertyObserver> observer)
+{
+    access.detachObserver(access.getProperty(config), observer);
 }
 
 } // namespace Zv

@@ -1,13 +1,47 @@
 // Access object that finds and observes the properties of devices (applications).
 #pragma once
 
-#include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
 #include "resmgt/deviceProtocol/devMDProperty.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "zvbase/objPtr.h"
 
 namespace Zv {
+
+/// What an observer is told of a change: the property, and the event bits that the device has set.
+/// It does not contain the value.
+class ZVRESMGT_EXPORT DevMgrPropertyObserverHint
+{
+public:
+    DevMgrPropertyObserverHint(RCShdPtr<DevMDPropertyAny> const &property, unsigned int event)
+        : _property(property), _event(event)
+    {}
+
+    RCShdPtr<DevMDPropertyAny> getProperty() const { return _property; }
+    unsigned int getEvent() const { return _event; }
+
+private:
+    RCShdPtr<DevMDPropertyAny> _property;
+    unsigned int _event;
+};
+
+/// Observes properties. A client derives from it and attaches an instance with
+/// `DevMgrPropertyAcc::attachObserver`.
+class ZVRESMGT_EXPORT DevMgrPropertyObserver : public RCBase<LkCounter<long>>
+{
+public:
+    /// Called on the manager's thread "DevMgr ANO", which serves all notifications of the manager.
+    /// It should record the change and let a thread of the client read the value. It must not wait
+    /// for a device: a device that waits for this thread would deadlock. It may attach observers,
+    /// and detach itself and others. It must not destroy the property access or the manager. That
+    /// fails an assertion.
+    ///
+    /// If it throws, the property's other observers are called nevertheless. The first exception
+    /// then goes to the manager's `DevMgrFailureHandler`, and ends the process if there is none.
+    virtual void update(DevMgrPropertyObserverHint const &hint) = 0;
+
+    ~DevMgrPropertyObserver() noexcept(false) override;
+};
 
 class DevMgrMediator;
 
@@ -77,5 +111,41 @@ public:
 protected:
     DevMgrPropertyAcc() = default;
 };
+
+/// Reads and writes a property whose value is a `T`, one of the types of `DevMDPropertyValue`. See
+/// `DevMgrPropertyAcc` for an example.
+///
+/// **Throws**: `DevMgrEx::PropertyInvalidType` with the property's name if its value has another
+/// type, what `getProperty` throws, and what the property throws.
+template <class T>
+class ZVRESMGT_EXPORT DevMgrPropertyValueUtil
+{
+public:
+    /// Writes the value into `value`. Blocks until the device's thread has delivered it. Must not
+    /// be called on that thread nor in an observer's `update`.
+    static void getValue(DevMgrPropertyAcc &access, LiString const &config, T &value);
+    /// Sets the value. Returns before the device has stored it. Blocks while the device's queue is
+    /// full.
+    static void setValue(DevMgrPropertyAcc &access, LiString const &config, T const &value);
+
+    DevMgrPropertyValueUtil() = delete;
+};
+
+/// Attaches and detaches observers by a property string. Both operations throw what
+/// `DevMgrPropertyAcc::getProperty` throws.
+class ZVRESMGT_EXPORT DevMgrPropertyObserverUtil
+{
+public:
+    static void attachObserver(DevMgrPropertyAcc &access, LiString const &config,
+                               RCShdPtr<DevMgrPropertyObserver> observer);
+    static void detachObserver(DevMgrPropertyAcc &access, LiString const &config,
+                               RCShdPtr<DevMgrPropertyObserver> observer);
+
+    DevMgrPropertyObserverUtil() = delete;
+};
+
+#define ZV_EXTERN_PROPERTY_UTIL(T) extern template class DevMgrPropertyValueUtil<T>;
+ZV_FOR_EACH_PROPERTY_TYPE(ZV_EXTERN_PROPERTY_UTIL)
+#undef ZV_EXTERN_PROPERTY_UTIL
 
 } // namespace Zv

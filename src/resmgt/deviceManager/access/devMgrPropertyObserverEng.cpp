@@ -1,11 +1,12 @@
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 
-#include "resmgt/deviceManager/devMgrFailure.private.h"
+#include "resmgt/deviceManager/devMgrFifo.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devMDProperty.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/scope.private.h"
 #include "zvbase/traceCaught.private.h"
 
 #include <string>
@@ -63,8 +64,6 @@ private:
 };
 
 } // namespace
-
-DevMgrPropertyObserver::~DevMgrPropertyObserver() noexcept(false) = default;
 
 DevMgrPropertyObserverEng::DevMgrPropertyObserverEng(DevMgrMediator &mediator)
     : _mediator(mediator), _lock("Device Property-Observer hash map lock")
@@ -149,7 +148,7 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint, O
         return;
     // The observers may attach and detach, and so change the set.
     called.assign(entry->second.observers.begin(), entry->second.observers.end());
-    _isUpdating = true;
+    TemporaryValue const updating(_isUpdating, true);
     for (auto const &observer : called)
         if (isAttached(uuid, observer))
             failure.attempt([&] {
@@ -160,7 +159,6 @@ void DevMgrPropertyObserverEng::update(DevMgrPropertyObserverHint const &hint, O
                     throw;
                 }
             });
-    _isUpdating = false;
     failure.rethrow();
 }
 

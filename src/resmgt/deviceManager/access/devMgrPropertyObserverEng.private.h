@@ -1,7 +1,7 @@
 // Observers of one property access, and their notifications.
 #pragma once
 
-#include "resmgt/deviceManager/access/devMgrPropertyObserver.h"
+#include "resmgt/deviceManager/access/devMgrPropertyAcc.h"
 #include "resmgt/literals/liUuid.h"
 #include "resmgt/locks/lkLock.h"
 #include "zvbase/containers.h"

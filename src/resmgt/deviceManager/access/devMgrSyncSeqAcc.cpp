@@ -1,14 +1,12 @@
 #include "resmgt/deviceManager/access/devMgrSyncSeqAcc.h"
 
 #include "resmgt/deviceManager/access/configParsers.private.h"
+#include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "resmgt/deviceManager/devMgrLeftBehind.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
-#include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
-#include "resmgt/deviceManager/sequence/seqANOFactory.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
@@ -89,7 +87,7 @@ public:
     }
 
 private:
-    void deliver(std::int32_t event)
+    void deliver(DevSeqEv::Event event)
     {
         _mediator->expectNotClosed();
         RCShdPtr<DevSeqTree> const tree = _tree; // needed until the call returns
@@ -110,7 +108,7 @@ private:
         _seqTreeNodeMap.emplace(name, DevSeqTreeNode::create(name, util));
     }
 
-    ObjPtr<DevClonableANO> prototype(LiString const &name, unsigned event)
+    ObjPtr<DevClonableANO> prototype(LiString const &name, DevSeqEv::Event event)
     {
         return _anoFactory->create(name, event);
     }

@@ -1,8 +1,7 @@
 #include "resmgt/deviceManager/sequence/devSeqPlan.private.h"
 
-#include "resmgt/deviceManager/sequence/devSeqEv.h"
-#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
-#include "resmgt/deviceManager/sequence/devSeqWaiters.private.h"
+#include "resmgt/deviceManager/sequence/devSeqRunner.private.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 
 #include <algorithm>
 

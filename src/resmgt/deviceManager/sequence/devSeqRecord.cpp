@@ -1,8 +1,8 @@
 #include "resmgt/deviceManager/sequence/devSeqRecord.private.h"
 
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
-#include "resmgt/deviceManager/sequence/devSeqWaiters.private.h"
+#include "resmgt/deviceManager/sequence/devSeqRunner.private.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "zvbase/failures.h"
 #include "zvbase/trace.h"
 

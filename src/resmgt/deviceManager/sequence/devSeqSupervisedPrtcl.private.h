@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceManager/sequence/devSeqRecord.private.h"
-#include "resmgt/deviceManager/sequence/devSeqSM.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"

@@ -2,8 +2,8 @@
 
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "resmgt/deviceManager/sequence/devSeqSMTable.h"
 #include "resmgt/deviceManager/sequence/devSeqSupervisedPrtcl.private.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 #include "zvbase/trace.h"

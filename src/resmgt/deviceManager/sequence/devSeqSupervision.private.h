@@ -6,7 +6,6 @@
 #include "resmgt/deviceManager/sequence/devSeqRecord.private.h"
 #include "resmgt/deviceManager/sequence/devSeqRunner.private.h"
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
-#include "resmgt/deviceManager/sequence/devSeqWaiters.private.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkMutex.h"

@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/devMgrFifo.private.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "zvbase/failures.h"
@@ -8,6 +9,7 @@
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/trace.h"
 
+#include <optional>
 #include <ostream>
 #include <sstream>
 #include <utility>
@@ -33,6 +35,8 @@ std::string_view nameOf(LiString const &name)
 }
 
 } // namespace
+
+// ---- DevSeqObserver, DevSeqTreeLink
 
 DevSeqObserver::~DevSeqObserver() = default;
 
@@ -61,6 +65,8 @@ void DevSeqTreeLink::clear()
     LkGuard const guard(_lock);
     _tree = nullptr;
 }
+
+// ---- DevSeqTree
 
 /// The rest of one event's delivery to one node. These are the events that the node's machine has
 /// queued for the node itself, for its parent and for its children, in this order.
@@ -538,6 +544,50 @@ void DevSeqTree::index(DevSeqTreeNode &root)
             toSearch.push_back(child->get());
     }
     _isIndexed = true;
+}
+
+// ---- SeqANOFactory
+
+namespace {
+
+class SeqANO final : public DevClonableANO, public DevMgrFailureSource
+{
+public:
+    SeqANO(LiString const &deviceName, unsigned int event, RCShdPtr<DevSeqTreeLink> const &tree)
+        : _deviceName(deviceName), _event(event), _tree(tree)
+    {}
+
+    void performExecute() override
+    {
+        _tree->processEvent(_deviceName, static_cast<std::int32_t>(_event), _failure);
+    }
+    DevMgrFailure getFailure() const override
+    {
+        if (_failure)
+            return *_failure;
+        DevMgrFailure failure;
+        failure.device = _deviceName;
+        return failure;
+    }
+    ObjPtrRet<DevClonableANO> clone() const override
+    {
+        return makeObj<SeqANO>(_deviceName, _event, _tree);
+    }
+
+private:
+    LiString _deviceName;
+    unsigned int _event;
+    RCShdPtr<DevSeqTreeLink> _tree;
+    std::optional<DevMgrFailure> _failure;
+};
+
+} // namespace
+
+SeqANOFactory::SeqANOFactory(RCShdPtr<DevSeqTree> tree) : _tree(tree) {}
+
+ObjPtrRet<DevClonableANO> SeqANOFactory::create(LiString const &name, unsigned int event) const
+{
+    return makeObj<SeqANO>(name, event, _tree->getLink());
 }
 
 } // namespace Zv

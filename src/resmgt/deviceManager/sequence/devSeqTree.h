@@ -1,9 +1,10 @@
-// Tree of devices that start, lock and stop together (extenders).
+// Tree of devices that start, lock and stop together, and the reports of its devices (extenders).
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/sequence/devSeqObserver.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
+#include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
@@ -12,6 +13,7 @@
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/containers.h"
+#include "zvbase/objPtr.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>
@@ -186,5 +188,21 @@ private:
 
 /// Calls `DevSeqTree::write`.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevSeqTree const &tree);
+
+/// Creates the notifications of one tree's devices. A notification delivers one event to one node,
+/// on the thread that executes it. The factory keeps the tree alive, its notifications do not.
+class ZVRESMGT_EXPORT SeqANOFactory
+{
+public:
+    explicit SeqANOFactory(RCShdPtr<DevSeqTree> tree);
+
+    /// Returns a new notification of an event, a value of `DevSeqEv`, for the device of that name.
+    /// Throws `RCEx::ExNullPtr` if the tree is null. The notification throws what
+    /// `DevSeqTree::processEvent` throws.
+    ObjPtrRet<DevClonableANO> create(LiString const &name, unsigned int event) const;
+
+private:
+    RCShdPtr<DevSeqTree> _tree;
+};
 
 } // namespace Zv

@@ -1,11 +1,430 @@
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 
-#include "resmgt/deviceManager/sequence/devSeqEv.h"
-#include "resmgt/deviceManager/sequence/devSeqTransFactory.h"
-#include "resmgt/deviceManager/sequence/noopedSyncSeqProtocol.h"
+#include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
+#include "resmgt/deviceManager/sequence/seqMachine.private.h"
+#include "resmgt/deviceManager/stateMachine/devSMTableBuilder.h"
+#include "resmgt/locks/lkSingleton.imp.h"
+#include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/platform/interlocked.h"
+#include "zvbase/trace.h"
+
+#include <string>
 
 namespace Zv {
+
+namespace Interlocked = ZvPlatform::Interlocked;
+
+// ---- DevSeqEvPend, DevSeqTreeNodeUtil
+
+namespace {
+
+void send(RCShdPtr<DevSeqEvPend> const &pend, std::int32_t event)
+{
+    pend->addEvent(event);
+    pend->release();
+}
+
+} // namespace
+
+DevSeqEvPend::~DevSeqEvPend() = default;
+
+DevSeqTreeNodeUtil::DevSeqTreeNodeUtil(LiString const &name)
+    : _name(name),
+      _selfPend(new DevSeqEvPend),
+      _parentPend(new DevSeqEvPend),
+      _childrenPend(new DevSeqEvPend),
+      _done(_name.getChars(), 0)
+{
+    ZV_ASSERT(_done.getErrno() == 0);
+}
+
+DevSeqTreeNodeUtil::~DevSeqTreeNodeUtil() = default;
+
+void DevSeqTreeNodeUtil::sendToSelf(std::int32_t event)
+{
+    send(_selfPend, event);
+}
+
+void DevSeqTreeNodeUtil::sendToParent(std::int32_t event)
+{
+    send(_parentPend, event);
+}
+
+void DevSeqTreeNodeUtil::sendToChildren(std::int32_t event)
+{
+    send(_childrenPend, event);
+}
+
+void DevSeqTreeNodeUtil::postDone()
+{
+    Interlocked::storeRelease(_hasEnded, true);
+    _done.post();
+}
+
+void DevSeqTreeNodeUtil::waitDone()
+{
+    _done.wait();
+    _done.post(); // for the next thread
+}
+
+bool DevSeqTreeNodeUtil::hasEnded() const
+{
+    return Interlocked::loadAcquire(_hasEnded);
+}
+
+// ---- DevSeqEv
+
+namespace {
+
+constexpr DevSeqEv::Names names = {"start",   "ready", "sready",  "proceed",  "lock",  "mlock",
+                                   "recover", "stop",  "stopped", "sstopped", "abort", "aborted"};
+
+} // namespace
+
+DevSeqEv::Names const &DevSeqEv::getNames()
+{
+    return names;
+}
+
+// ---- DevSeqSMTable: makes the table of the machine
+
+namespace {
+
+void declareEvents(DevSMTableBuilder &builder, DevSeqEv::Names const &e)
+{
+    for (char const *name : {e.start, e.ready, e.sready, e.proceed, e.lock, e.mlock, e.recover,
+                             e.stop, e.stopped, e.sstopped, e.abort, e.aborted})
+        builder.addEvent(name);
+}
+
+void declareRow(DevSMTableBuilder &builder, SeqMachine::Row const &row)
+{
+    builder.addTransitionForEvent(row.state, row.event, row.transition);
+    builder.setNextState(row.state, row.transition, row.next);
+}
+
+void declareAbort(DevSMTableBuilder &builder, DevSeqEv::Names const &e)
+{
+    for (char const *state : SeqMachine::abortable)
+        declareRow(builder, {state, e.abort, "abort", "abort"});
+    for (char const *ignored : {e.ready, e.sready, e.proceed, e.lock, e.mlock, e.recover, e.stop,
+                                e.stopped, e.sstopped, e.abort})
+        declareRow(builder, {"abort", ignored, "ignore", "abort"});
+}
+
+void verifyEvents(DevSMTable const *smtable, DevSeqEv::Names const *e)
+{
+    ZV_ASSERT(smtable->getEvent(e->start) == DevSeqEv::START);
+    ZV_ASSERT(smtable->getEvent(e->ready) == DevSeqEv::READY);
+    ZV_ASSERT(smtable->getEvent(e->sready) == DevSeqEv::SREADY);
+    ZV_ASSERT(smtable->getEvent(e->proceed) == DevSeqEv::PROCEED);
+    ZV_ASSERT(smtable->getEvent(e->lock) == DevSeqEv::LOCK);
+    ZV_ASSERT(smtable->getEvent(e->mlock) == DevSeqEv::MLOCK);
+    ZV_ASSERT(smtable->getEvent(e->recover) == DevSeqEv::RECOVER);
+    ZV_ASSERT(smtable->getEvent(e->stop) == DevSeqEv::STOP);
+    ZV_ASSERT(smtable->getEvent(e->stopped) == DevSeqEv::STOPPED);
+    ZV_ASSERT(smtable->getEvent(e->sstopped) == DevSeqEv::SSTOPPED);
+    ZV_ASSERT(smtable->getEvent(e->abort) == DevSeqEv::ABORT);
+    ZV_ASSERT(smtable->getEvent(e->aborted) == DevSeqEv::ABORTED);
+}
+
+} // namespace
+
+DevSeqSMTable::DevSeqSMTable()
+{
+    DevSeqEv::Names const &e = DevSeqEv::getNames();
+    DevSMTableBuilder builder;
+    for (char const *state : SeqMachine::states)
+        builder.addState(state);
+    declareEvents(builder, e);
+    for (char const *transition : SeqMachine::transitions)
+        builder.addTransition(transition);
+    for (SeqMachine::Row const &row : SeqMachine::rows)
+        declareRow(builder, row);
+    declareAbort(builder, e);
+    builder.expand();
+    _table = builder.createTable();
+    verifyEvents(_table.get(), &e);
+    _illegal = _table->getTransition("_ill");
+}
+
+DevSeqSMTable::~DevSeqSMTable() noexcept(false) = default;
+
+bool DevSeqSMTable::isLegal(std::int32_t state, std::int32_t event) const
+{
+    DevSMTable const &table = *_table;
+    return table.isPrimaryState(state) && table.isPrimaryEvent(event) &&
+           table.getTransition(state, event) != _illegal;
+}
+
+ZV_DEFINE_SINGLETON(DevSeqSMTable, DevSeqSMTable);
+
+// ---- DevSeqTransFactory: what the transitions of the machine do
+
+namespace {
+
+/// The objects that the transitions of one node use.
+struct SeqTransBase
+{
+    bool isRoot() const { return !util->hasParent(); }
+    bool isLeaf() const { return util->getNbChildren() == 0; }
+    void sendToParent(DevSeqEv::Event event) const
+    {
+        if (!isRoot())
+            util->sendToParent(event);
+    }
+    void sendToChildren(DevSeqEv::Event event) const
+    {
+        if (!isLeaf())
+            util->sendToChildren(event);
+    }
+
+    RCShdPtr<DevSeqEvPend> parked;
+    RCShdPtr<DevSeqTreeNodeUtil> util;
+    RCShdPtr<DevSeqPrtclUtil> device;
+};
+
+/// A transition with its name. If there are several for the same state and event, all but the last
+/// have a condition.
+struct SeqTransName
+{
+    char const *name;
+    void (*execute)(SeqTransBase const &);
+    bool (*condition)(SeqTransBase const &) = nullptr;
+};
+
+void doNothing(SeqTransBase const &) {}
+
+constexpr SeqTransName transitions[] = {
+    {"start",
+     [](SeqTransBase const &node) {
+         node.device->start();
+         node.sendToChildren(DevSeqEv::START);
+     }},
+    {"psready", [](SeqTransBase const &node) { node.parked->addEvent(DevSeqEv::SREADY); }},
+    {"wsr",
+     [](SeqTransBase const &node) {
+         node.util->setSreadyCount(0);
+         node.parked->release();
+     }},
+    {"wsrret",
+     [](SeqTransBase const &node) { node.util->setSreadyCount(node.util->getSreadyCount() + 1); },
+     // The condition is checked before this child is counted. The last child takes "ready".
+     [](SeqTransBase const &node) {
+         return node.util->getNbChildren() != node.util->getSreadyCount() + 1;
+     }},
+    {"ready",
+     [](SeqTransBase const &node) {
+         node.util->setLatency(node.device->getLatency());
+         node.sendToParent(DevSeqEv::SREADY);
+         node.util->sendToSelf(DevSeqEv::PROCEED);
+     },
+     [](SeqTransBase const &node) { return node.isLeaf(); }},
+    {"wml", doNothing},
+    {"sync",
+     [](SeqTransBase const &node) {
+         if (node.isRoot())
+             node.device->sync(node.util->getMaxLatency());
+         else
+             node.device->sync(node.util->getParentMark());
+     },
+     [](SeqTransBase const &node) { return node.isRoot(); }},
+    {"lock",
+     [](SeqTransBase const &node) {
+         node.util->setMark(node.device->getMark());
+         node.sendToChildren(DevSeqEv::MLOCK);
+         node.parked->release();
+     }},
+    {"recover",
+     [](SeqTransBase const &node) {
+         node.device->recover();
+         node.sendToChildren(DevSeqEv::RECOVER);
+     }},
+    {"wss",
+     [](SeqTransBase const &node) {
+         node.sendToChildren(DevSeqEv::STOP);
+         node.util->setSstoppedCount(0);
+         node.parked->release();
+     }},
+    {"wssret",
+     [](SeqTransBase const &node) {
+         node.util->setSstoppedCount(node.util->getSstoppedCount() + 1);
+     },
+     // The condition is checked before this child is counted. The last child takes "stop".
+     [](SeqTransBase const &node) {
+         return node.util->getNbChildren() != node.util->getSstoppedCount() + 1;
+     }},
+    {"stop", [](SeqTransBase const &node) { node.device->stop(); },
+     [](SeqTransBase const &node) { return node.isLeaf(); }},
+    {"pstop", [](SeqTransBase const &node) { node.parked->addEvent(DevSeqEv::STOP); }},
+    {"stopped",
+     [](SeqTransBase const &node) {
+         node.sendToParent(DevSeqEv::SSTOPPED);
+         node.util->postDone();
+     }},
+    {"abort", [](SeqTransBase const &node) { node.device->abort(); }},
+    {"aborted", [](SeqTransBase const &node) { node.util->postDone(); }},
+    {"ignore", doNothing},
+};
+
+class SeqTrans final : public DevSMTransition, private SeqTransBase
+{
+public:
+    SeqTrans(SeqTransName const &transition, SeqTransBase const &node)
+        : DevSMTransition(transition.name), SeqTransBase(node), _transition(transition)
+    {}
+
+    void execute() override { _transition.execute(*this); }
+
+private:
+    SeqTransName const &_transition;
+};
+
+class SeqCondTrans final : public DevSMConditionalTransition, private SeqTransBase
+{
+public:
+    SeqCondTrans(SeqTransName const &transition, SeqTransBase const &node)
+        : DevSMConditionalTransition(transition.name), SeqTransBase(node), _transition(transition)
+    {}
+
+    void execute() override { _transition.execute(*this); }
+    bool condition() override { return _transition.condition(*this); }
+
+private:
+    SeqTransName const &_transition;
+};
+
+} // namespace
+
+DevSeqTransFactory::DevSeqTransFactory(RCShdPtr<DevSeqEvPend> evPend,
+                                       RCShdPtr<DevSeqTreeNodeUtil> nodeUtil,
+                                       RCShdPtr<DevSeqPrtclUtil> prtclUtil)
+    : _evPend(evPend), _nodeUtil(nodeUtil), _prtclUtil(prtclUtil)
+{}
+
+DevSeqTransFactory::~DevSeqTransFactory() = default;
+
+RCShdPtr<DevSMTransition> DevSeqTransFactory::create(LiString const &name)
+{
+    SeqTransBase const node{_evPend, _nodeUtil, _prtclUtil};
+    for (SeqTransName const &transition : transitions) {
+        if (name != transition.name)
+            continue;
+        if (transition.condition)
+            return makeShd<SeqCondTrans>(transition, node);
+        return makeShd<SeqTrans>(transition, node);
+    }
+    return nullptr;
+}
+
+// ---- DevSeqSM
+
+DevSeqSM::DevSeqSM(ObjPtr<DevSMTransitionFactory> factory, RCShdPtr<DevSeqEvPend> evPend,
+                   LiString const &label)
+    : _table(DevSeqSMTable::getInstance().getTable()),
+      _engine(DevSMExecutionEng::create(_table, _table->getState("init"), factory)),
+      _evPend(evPend),
+      _label(label)
+{}
+
+DevSeqSM::~DevSeqSM() noexcept(false) = default;
+
+void DevSeqSM::execute(std::int32_t event, Listener *listener)
+{
+    execute(Step{_engine->getState(), event}, listener);
+    while (_evPend->isReleased())
+        for (std::int32_t const parked : _evPend->take())
+            execute(Step{_engine->getState(), parked}, listener);
+}
+
+LiString DevSeqSM::getStateName() const
+{
+    return _table->getStateName(_engine->getState());
+}
+
+std::optional<DevMgrFailure> DevSeqSM::getFailure() const
+{
+    if (!_failure)
+        return std::nullopt;
+    DevMgrFailure failure = describe(_failure->step);
+    failure.exception = _failure->exception;
+    return failure;
+}
+
+DevMgrFailure DevSeqSM::getLastThrown() const
+{
+    return describe(_lastThrown);
+}
+
+void DevSeqSM::execute(Step const &step, Listener *listener)
+{
+    if (_guard && !DevSeqSMTable::getInstance().isLegal(step.state, step.event))
+        return _guard->refused(step.event);
+    try {
+        _engine->execute(step.event);
+    } catch (...) {
+        stepThrew(step, listener);
+        throw;
+    }
+    std::int32_t const state = _engine->getState();
+    if (state == step.state)
+        return;
+    bool const hasFailed = !_table->isPrimaryState(state);
+    if (hasFailed) {
+        bool const isIllegal = getStateName() == "_ill";
+        fail(step, isIllegal ? nullptr : _engine->getException(),
+             isIllegal ? "comes to _ill" : "comes to _exc");
+    }
+    if (_guard)
+        _guard->stateChanged(state);
+    if (listener) {
+        listener->stateChanged();
+        if (hasFailed)
+            listener->machineFailed();
+    }
+}
+
+void DevSeqSM::stepThrew(Step const &step, Listener *listener)
+{
+    _lastThrown = step;
+    bool const hasBroken = _engine->getStatus() != 0 && !_failure;
+    if (!hasBroken)
+        return trace(step, std::current_exception(), "refuses an event");
+    fail(step, std::current_exception(), "breaks");
+    if (listener)
+        listener->machineFailed();
+}
+
+void DevSeqSM::fail(Step const &step, std::exception_ptr const &exception, char const *how)
+{
+    _failure = Failure{step, exception};
+    if (!_guard)
+        trace(step, exception, how);
+}
+
+void DevSeqSM::trace(Step const &step, std::exception_ptr const &exception,
+                     char const *how) const noexcept
+{
+    try {
+        DevMgrFailure failure = describe(step);
+        failure.exception = exception;
+        ZV_TRACE(*Trace::MainTraceLevel, _label << ' ' << how << ": " << failure);
+    } catch (...) {
+        // There is no memory for the line.
+    }
+}
+
+DevMgrFailure DevSeqSM::describe(Step const &step) const
+{
+    DevMgrFailure failure;
+    failure.state = _table->getStateName(step.state);
+    failure.event = _table->isEvent(step.event) ? _table->getEventName(step.event)
+                                                : LiString(std::to_string(step.event).c_str());
+    return failure;
+}
+
+// ---- DevSeqTreeNode
 
 RCShdPtr<DevSeqTreeNode> DevSeqTreeNode::create(LiString const &name,
                                                 RCShdPtr<DevSeqPrtclUtil> prtclUtil)

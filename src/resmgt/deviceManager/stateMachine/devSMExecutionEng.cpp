@@ -1,12 +1,21 @@
 #include "resmgt/deviceManager/stateMachine/devSMExecutionEng.private.h"
 
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/stateMachine/devSMExecutionEng.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 
 #include <algorithm>
 
 namespace Zv {
+
+DevSMTransition::DevSMTransition(LiString const &name) : _name(name) {}
+
+DevSMTransition::~DevSMTransition() = default;
+
+DevSMConditionalTransition::~DevSMConditionalTransition() = default;
+
+DevSMTransitionFactory::~DevSMTransitionFactory() noexcept(false) = default;
 
 DevSMExecutionEng::~DevSMExecutionEng() noexcept(false) = default;
 

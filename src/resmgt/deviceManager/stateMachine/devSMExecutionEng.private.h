@@ -2,7 +2,6 @@
 #pragma once
 
 #include "resmgt/deviceManager/stateMachine/devSMExecutionEng.h"
-#include "resmgt/deviceManager/stateMachine/devSMTransition.h"
 #include "zvbase/containers.h"
 
 #include <cstddef>

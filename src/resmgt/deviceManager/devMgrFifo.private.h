@@ -1,4 +1,4 @@
-// Thread of a device manager, "DevMgr ANO".
+// Thread of a device manager, "DevMgr ANO", which executes the requests of the manager's queue.
 #pragma once
 
 #include "resmgt/deviceManager/devMgrFailure.h"
@@ -6,10 +6,20 @@
 #include "resmgt/deviceProtocol/devReceiverWait.h"
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/mtThread.h"
-#include "resmgt/threads/priorityRelation.h"
+#include "resmgt/threads/priority.h"
 #include "zvbase/objPtr.h"
 
 namespace Zv {
+
+/// A request that can describe what it was doing when it threw. The caller adds the exception.
+class DevMgrFailureSource
+{
+public:
+    virtual DevMgrFailure getFailure() const = 0;
+
+protected:
+    ~DevMgrFailureSource() = default;
+};
 
 class ANOThreadProtocol;
 

@@ -1,4 +1,4 @@
-// Tells the nodes of a priority graph their values after a solving.
+// Part of the priority graph that tells the nodes their values.
 #pragma once
 
 #include "zvbase/containers.h"
