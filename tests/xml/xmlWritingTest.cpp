@@ -260,8 +260,10 @@ private:
 
 TEST(XmlStreamer, AGuardTracesAFailureThatItCannotThrow)
 {
+    LgLog::flush();
     Zv::LogTest::CapturedLog const log;
     EXPECT_THROW({ Unclosable const element; }, std::ios_base::failure);
+    LgLog::flush();
     EXPECT_TRUE(log.getLines().empty());
     EXPECT_THROW(
         {
@@ -269,6 +271,7 @@ TEST(XmlStreamer, AGuardTracesAFailureThatItCannotThrow)
             throw 7;
         },
         int);
+    LgLog::flush();
     ASSERT_EQ(log.getLines().size(), 1U);
     EXPECT_NE(log.getLines()[0].find("xmlStreamer.cpp"), std::string::npos);
     EXPECT_TRUE(log.getTexts()[0].starts_with("Exception: ")) << log.getTexts()[0];
