@@ -8,8 +8,9 @@
 
 namespace Zv {
 
-/// Runs an action at the end of the scope, also if an exception leaves it. The action must not
-/// throw.
+/// Runs an action at the end of the scope, also if an exception leaves it. Throws what the action
+/// throws. An action that may throw while an exception leaves the scope ends the process, and must
+/// use `throwUnlessUnwinding`.
 template <class Action>
 class AtScopeEnd
 {
@@ -17,7 +18,7 @@ public:
     explicit AtScopeEnd(Action action) : _action(std::move(action)) {}
     AtScopeEnd(AtScopeEnd const &) = delete;
     AtScopeEnd &operator=(AtScopeEnd const &) = delete;
-    ~AtScopeEnd() { _action(); }
+    ~AtScopeEnd() noexcept(noexcept(std::declval<Action &>()())) { _action(); }
 
 private:
     Action _action;

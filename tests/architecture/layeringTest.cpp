@@ -234,13 +234,11 @@ TEST(Layering, NoHeaderRunsInCircles)
             visit(source.name);
 }
 
-TEST(Layering, ThreadsAndTimeBelongToThePlatform)
+/// Expects that no source matches, except those whose names begin with `place`.
+void expectOnlyIn(std::string const &place, std::regex const &forbidden)
 {
-    static std::regex const forbidden(
-        "std::(mutex|recursive_mutex|shared_mutex|condition_variable|thread\\b|jthread|atomic|"
-        "counting_semaphore|this_thread)|pthread_|sleep_for|_clock::now");
     for (auto const &source : readSources()) {
-        if (startsWith(source.name, "platform/"))
+        if (startsWith(source.name, place))
             continue;
         std::ifstream file(sourceFolder / source.name);
         int number = 0;
@@ -250,6 +248,19 @@ TEST(Layering, ThreadsAndTimeBelongToThePlatform)
                 << source.name << ":" << number << ": " << line;
         }
     }
+}
+
+TEST(Layering, ThreadsAndTimeBelongToThePlatform)
+{
+    expectOnlyIn("platform/",
+                 std::regex("std::(mutex|recursive_mutex|shared_mutex|condition_variable|"
+                            "thread\\b|jthread|atomic|counting_semaphore|this_thread)|"
+                            "pthread_|sleep_for|_clock::now"));
+}
+
+TEST(Layering, OnlyOneClassAsksWhetherAnExceptionUnwinds)
+{
+    expectOnlyIn("zvbase/unwinding.h", std::regex("uncaught_exception"));
 }
 
 } // namespace

@@ -210,10 +210,10 @@ TEST(LkAsyncHandle, ReportsToWhoeverImplementsIt)
         int nbSucceeded = 0;
         int nbFailed = 0;
     } handle;
-    LkAsyncHandle &face = handle;
-    face.performSucceeded();
-    face.performSucceeded();
-    face.performFailed();
+    LkAsyncHandle &base = handle;
+    base.performSucceeded();
+    base.performSucceeded();
+    base.performFailed();
     EXPECT_EQ(handle.nbSucceeded, 2);
     EXPECT_EQ(handle.nbFailed, 1);
     EXPECT_TRUE(std::has_virtual_destructor_v<LkAsyncHandle>);

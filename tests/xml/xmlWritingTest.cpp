@@ -1,5 +1,6 @@
 #include "groupingLocale.h"
 #include "xmlTesting.h"
+#include "zvbase/logTestUtil.h"
 
 #include <iomanip>
 #include <memory>
@@ -242,6 +243,62 @@ TEST(XmlStreamer, AGuardThatCannotEndItsElementLetsAFailureThatIsOnItsWayPass)
         EXPECT_THROW(write(stream), std::ios_base::failure) << room;
         EXPECT_EQ(whole.str().substr(0, room), buffer.text);
     }
+}
+
+/// Opens an element in a stream that has no room for its end.
+class Unclosable
+{
+public:
+    Unclosable() { _stream.exceptions(std::ios_base::badbit); }
+
+private:
+    FullBuffer _buffer{3};
+    std::ostream _stream{&_buffer};
+    XmlStreamer _streamer{_stream, false, LiString()};
+    XmlStreamer::ElementGuard _element{_streamer, "a"};
+};
+
+TEST(XmlStreamer, AGuardTracesAFailureThatItCannotThrow)
+{
+    LgLog::flush();
+    Zv::LogTest::CapturedLog const log;
+    EXPECT_THROW({ Unclosable const element; }, std::ios_base::failure);
+    LgLog::flush();
+    EXPECT_TRUE(log.getLines().empty());
+    EXPECT_THROW(
+        {
+            Unclosable const element;
+            throw 7;
+        },
+        int);
+    LgLog::flush();
+    ASSERT_EQ(log.getLines().size(), 1U);
+    EXPECT_NE(log.getLines()[0].find("xmlStreamer.cpp"), std::string::npos);
+    EXPECT_TRUE(log.getTexts()[0].starts_with("Exception: ")) << log.getTexts()[0];
+}
+
+TEST(XmlStreamer, AGuardThrowsInsideOfADestructorThatUnwindingRuns)
+{
+    static bool hasThrown;
+    struct Report
+    {
+        ~Report()
+        {
+            try {
+                Unclosable const element;
+            } catch (std::ios_base::failure const &) {
+                hasThrown = true;
+            }
+        }
+    };
+    hasThrown = false;
+    EXPECT_THROW(
+        {
+            Report const report;
+            throw 7;
+        },
+        int);
+    EXPECT_TRUE(hasThrown);
 }
 
 // XmlWriter

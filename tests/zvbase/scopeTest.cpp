@@ -11,6 +11,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace Zv {
@@ -83,6 +84,16 @@ TEST(AtScopeEnd, RunsItsActionOnceAlsoAfterAnException)
         },
         std::runtime_error);
     EXPECT_EQ(nbRuns, 2);
+}
+
+TEST(AtScopeEnd, ThrowsWhatItsActionThrows)
+{
+    auto const failing = [] { fail("the action's own"); };
+    EXPECT_THROW({ AtScopeEnd const end(failing); }, std::runtime_error);
+    static_assert(!std::is_nothrow_destructible_v<AtScopeEnd<decltype(failing)>>);
+
+    auto const safe = []() noexcept {};
+    static_assert(std::is_nothrow_destructible_v<AtScopeEnd<decltype(safe)>>);
 }
 
 TEST(TemporaryValue, PutsTheFormerValueBackAlsoAfterAnException)

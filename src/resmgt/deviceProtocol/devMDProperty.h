@@ -1,5 +1,5 @@
-// Properties of a device: typed values, their sets, and the face that offers them (applications,
-// device writers).
+// Properties of a device: typed values, their sets, and the interface that offers them
+// (applications, device writers).
 #pragma once
 
 #include "resmgt/containers/iterator.h"
@@ -147,8 +147,8 @@ protected:
     ~DevMDPropertySet() override;
 };
 
-/// The face of a device that has properties. It gives the root level of the tree of property sets,
-/// in the way of `DevMDPropertySet`. The device must outlive its iterators.
+/// The interface of a device that has properties. It gives the root level of the tree of property
+/// sets, in the way of `DevMDPropertySet`. The device must outlive its iterators.
 ///
 /// **Threads**: any thread may call any operation, also at the same time.
 class ZVRESMGT_EXPORT DevMDPropertyPrtcl : public virtual DevMDPrtcl

@@ -1,5 +1,5 @@
-// The managed device, its face for opening and closing, and its face for sequences (device
-// writers).
+// The managed device, its interface for opening and closing, and its interface for sequences
+// (device writers).
 #pragma once
 
 #include "resmgt/deviceProtocol/devANO.h"
@@ -11,25 +11,25 @@
 namespace Zv {
 
 /// A managed device (MD): an object that the device manager finds by name and drives through up to
-/// four faces (device protocols, Prtcl).
+/// four interfaces (device protocols, Prtcl).
 ///
 /// - `DevMDAccessPrtcl` opens and closes it.
 /// - `DevMDSyncSeqPrtcl` starts, synchronises and stops it together with others.
 /// - `DevMDStreamPrtcl` offers its streams.
 /// - `DevMDPropertyPrtcl` offers its properties.
 ///
-/// Each face derives from this class virtually, so a device with several faces is one object with
-/// one reference count. The manager finds out with a run-time cast which faces a device has. Most
-/// devices derive from `DevMDStdDevice`, which has all four and runs every request on a thread of
-/// the device's own.
+/// Each interface derives from this class virtually, so a device with several interfaces is one
+/// object with one reference count. The manager finds out with a run-time cast which interfaces a
+/// device has. Most devices derive from `DevMDStdDevice`, which has all four and runs every request
+/// on a thread of the device's own.
 class ZVRESMGT_EXPORT DevMDPrtcl : public RCBase<LkCounter<long>>
 {
 protected:
     ~DevMDPrtcl() override;
 };
 
-/// The face of a device that must be opened before it is used. The manager calls both operations on
-/// threads of clients.
+/// The interface of a device that must be opened before it is used. The manager calls both
+/// operations on threads of clients.
 class ZVRESMGT_EXPORT DevMDAccessPrtcl : public virtual DevMDPrtcl
 {
 public:
@@ -50,8 +50,8 @@ protected:
     ~DevMDAccessPrtcl() override;
 };
 
-/// The face of a device that takes part in a synchronised sequence. Each operation but the last two
-/// begins one step.
+/// The interface of a device that takes part in a synchronised sequence. Each operation but the
+/// last two begins one step.
 ///
 /// The device must run the completion `aco` exactly once, when the step is finished. It may do so
 /// on any thread, even before the call has returned. The completion queues a report for the

@@ -7,6 +7,8 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
+#include "zvbase/scope.private.h"
 
 namespace Zv {
 
@@ -102,9 +104,7 @@ void DevMDStdAccessPrtcl::performOpen()
         request->setBaseACO(makeObj<OpenedACO>(ended, failure));
         auto const sendFailure = _fifo->send(request);
         ended.wait();
-        for (auto const &thrown : {failure, sendFailure})
-            if (thrown)
-                std::rethrow_exception(thrown);
+        FirstFailure(failure ? failure : sendFailure).rethrowAlways();
     } catch (...) {
         rollBackOpen();
         throw;
@@ -129,27 +129,20 @@ std::exception_ptr DevMDStdAccessPrtcl::stopAfter(ObjPtr<DevMDStdANO> last, Send
     ObjPtr<DevSenderWait> sender(aco->createSender());
     last->setBaseACO(aco);
     std::exception_ptr const sendFailure = ((*_fifo).*send)(last);
-
+    sender->wait();
     // The device's thread must be released in any case, because it waits on an object that this
     // thread destroys.
-    struct Release
-    {
-        DevSenderWait &sender;
-        ~Release() { sender.post(); }
-    };
-    sender->wait();
-    Release release{*sender};
+    AtScopeEnd const release([&sender] { sender->post(); });
     _thread->stop();
     return failure ? failure : sendFailure;
 }
 
 void DevMDStdAccessPrtcl::endThread(ObjPtr<DevMDStdANO> last, Send send)
 {
-    std::exception_ptr const failure = stopAfter(last, send);
+    FirstFailure const failure(stopAfter(last, send));
     _thread->join();
     _fifo->close();
-    if (failure)
-        std::rethrow_exception(failure);
+    failure.rethrowAlways();
 }
 
 // The calling thread is the device's thread. It cannot wait for its own end, so it is not joined.

@@ -1,6 +1,7 @@
 #include "resmgt/deviceProtocol/devMDStdDevice.h"
 
 #include "zvbase/failures.h"
+#include "zvbase/scope.private.h"
 
 namespace Zv {
 
@@ -21,19 +22,13 @@ private:
 template <class Step>
 ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
 {
-    struct Current
-    {
-        DevMDStdDevice &device;
-        ~Current() noexcept(false)
-        {
-            device._request = nullptr;
-            device._taken = nullptr;
-        }
-    };
     return makeANO([this, step = std::move(step)](DevMDStdANO &request) mutable {
         _request = &request;
         _isTaken = false;
-        Current const current{*this};
+        AtScopeEnd const forget([this] {
+            _request = nullptr;
+            _taken = nullptr;
+        });
         try {
             step();
         } catch (...) {
@@ -48,13 +43,8 @@ ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeStep(Step step)
 template <class Step>
 ObjPtrRet<DevMDStdANO> DevMDStdDevice::makeLastStep(Step step)
 {
-    struct End
-    {
-        DevMDStdDevice &device;
-        ~End() noexcept(false) { device.endReports(); }
-    };
     return makeStep([this, step = std::move(step)] {
-        End const end{*this};
+        AtScopeEnd const end([this] { endReports(); });
         step();
     });
 }

@@ -12,9 +12,9 @@
 
 namespace Zv {
 
-/// A device of all four faces with its thread and its queue. A device derives from it, adds its
-/// streams and properties in its constructor, and overrides the steps at which it has something to
-/// do:
+/// A device of all four interfaces with its thread and its queue. A device derives from it, adds
+/// its streams and properties in its constructor, and overrides the steps at which it has something
+/// to do:
 ///
 ///     class Shutter : public DevMDStdDevice
 ///     {
@@ -37,7 +37,7 @@ namespace Zv {
 ///     };
 ///
 /// Close the device before you destroy it. Otherwise its thread runs on with a destroyed object
-/// until the destructor of this class has ended it. A device that must not have all four faces
+/// until the destructor of this class has ended it. A device that must not have all four interfaces
 /// derives from the standard protocols of the others instead.
 ///
 /// **Threads**: the steps, `performWork`, `performFailed`, and the functions of the device's

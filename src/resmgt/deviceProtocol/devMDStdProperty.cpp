@@ -3,9 +3,9 @@
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 #include "zvbase/platform/interlocked.h"
-
-#include <exception>
+#include "zvbase/scope.private.h"
 
 namespace Zv {
 
@@ -100,12 +100,7 @@ void DevMDStdPropertyGetACO::performExecute()
 // The value counts as read even if there was none. The reader must be released in any case.
 void DevMDStdPropertyGetACO::post()
 {
-    struct Post
-    {
-        LkUnnamedSema &done;
-        ~Post() noexcept(false) { done.post(); }
-    };
-    Post const post{_done};
+    AtScopeEnd const post([&done = _done] { done.post(); });
     if (_observer)
         _observer->setRead();
 }
@@ -164,10 +159,9 @@ void DevMDStdProperty<T>::performGet(T &value)
     ZV_ASSERT(done.getErrno() == 0);
     ObjPtr<DevMDStdANO> ano(_anoFactory->createGetANO(getUuid(), value, ok));
     ano->setBaseACO(ObjPtr<DevACO>(new DevMDStdPropertyGetACO(done, ok, _observerAEO)));
-    std::exception_ptr const failure = _fifo->send(ano);
+    FirstFailure const failure(_fifo->send(ano));
     done.wait();
-    if (failure)
-        std::rethrow_exception(failure);
+    failure.rethrowAlways();
     if (!ok)
         ZV_THROW(DevPrtclEx::ExMDStdPropertyGet, _name.getChars());
 }

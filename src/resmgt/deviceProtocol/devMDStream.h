@@ -1,4 +1,4 @@
-// Streams of a device: sources, sinks, the elements that pass between them, and the face that
+// Streams of a device: sources, sinks, the elements that pass between them, and the interface that
 // offers them (device writers).
 #pragma once
 
@@ -143,7 +143,7 @@ protected:
     ~DevMDStreamActiveSink() override;
 };
 
-/// The face of a device that has streams.
+/// The interface of a device that has streams.
 class ZVRESMGT_EXPORT DevMDStreamPrtcl : public virtual DevMDPrtcl
 {
 public:

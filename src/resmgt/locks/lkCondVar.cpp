@@ -5,6 +5,7 @@
 #include "resmgt/locks/lkSingleton.imp.h"
 #include "resmgt/locks/lkUtil.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 #include "zvbase/scope.private.h"
 
 #include <ostream>
@@ -69,13 +70,10 @@ LkCondVarWindows::~LkCondVarWindows() noexcept(false)
 {
     ::DeleteCriticalSection(&_broadcastLock);
     ::DeleteCriticalSection(&_waitersLock);
-    try {
-        ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _sema ));
-    } catch (...) {
-        ::CloseHandle(_waitersDone);
-        throw;
-    }
-    ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _waitersDone ));
+    FirstFailure failure;
+    failure.attempt([this] { ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _sema )); });
+    failure.attempt([this] { ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _waitersDone )); });
+    failure.rethrowAlways();
 }
 
 void LkCondVarWindows::wait(LkMutex const &externalMutex) const

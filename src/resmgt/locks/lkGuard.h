@@ -2,8 +2,7 @@
 #pragma once
 
 #include "zvbase/threadAnnotations.h"
-
-#include <exception>
+#include "zvbase/unwinding.h"
 
 namespace Zv {
 
@@ -59,7 +58,8 @@ private:
         try {
             _lock->unlock();
         } catch (...) {
-            if (!std::uncaught_exceptions())
+            // Counts all exceptions. A count at construction would make each guard slower.
+            if (!Unwinding::ofAny().hasBegun())
                 throw;
         }
     }

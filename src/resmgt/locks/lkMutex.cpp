@@ -5,6 +5,7 @@
 #include "resmgt/locks/lkSingleton.imp.h"
 #include "resmgt/locks/mtUtil.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 #include <ostream>
 
@@ -67,13 +68,10 @@ LkMutexWindows::LkMutexWindows(char const *name)
 
 LkMutexWindows::~LkMutexWindows() noexcept(false)
 {
-    try {
-        ZV_ASSERT_IN_DESTRUCTOR(!_isLocked);
-    } catch (...) {
-        ::CloseHandle(_mutex);
-        throw;
-    }
-    ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _mutex ));
+    FirstFailure failure;
+    failure.attempt([this] { ZV_ASSERT_IN_DESTRUCTOR(!_isLocked); });
+    failure.attempt([this] { ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _mutex )); });
+    failure.rethrowAlways();
 }
 
 bool LkMutexWindows::lock() const

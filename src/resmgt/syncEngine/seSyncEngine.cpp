@@ -107,13 +107,9 @@ SeGeneratorThread *SeSyncEngine::addSyncGenNoLock(SeSourceProtocol &source)
     auto * const generator = new SeGeneratorThread(source);
     ObjPtr<MtThreadProtocol> protocol(generator);
     ObjPtr<MtThread> thread(_threadFactory.createThread(source.getName(), protocol, true, 0));
-    _generators.push_back(thread.get());
-    try {
-        thread->start();
-    } catch (...) {
-        _generators.pop_back();
-        throw;
-    }
+    List<MtThread *> added{thread.get()};
+    thread->start();
+    _generators.splice(_generators.end(), added);
     static_cast<void>(thread.release());
     return generator;
 }

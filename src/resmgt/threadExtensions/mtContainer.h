@@ -181,12 +181,17 @@ private:
     /// element that throws.
     struct Emptied;
 
+    /// What is done with an element for which there is no room.
+    enum class WhenFull
+    {
+        WAIT,
+        REFUSE,
+        ADD
+    };
+
+    /// Returns false if the element was refused.
     template <class Source>
-    void performProduce(Source &&element);
-    template <class Source>
-    [[nodiscard]] bool performTryProduce(Source &&element);
-    template <class Source>
-    void performAdmit(Source &&element);
+    bool add(Source &&element, WhenFull whenFull);
     template <class Source>
     Observer *addNoLock(Source &&element, bool &wakes) ZV_REQUIRES(_lock);
     Element takeNoLock(bool &wakes) ZV_REQUIRES(_lock);

@@ -112,67 +112,52 @@ void MtContainer<Container, Adapter>::setObserver(RCShdPtr<Observer> const &obse
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::produce(Element const &element)
 {
-    performProduce(element);
+    add(element, WhenFull::WAIT);
 }
 
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::produce(Element &&element)
 {
-    performProduce(std::move(element));
+    add(std::move(element), WhenFull::WAIT);
 }
 
 template <class Container, class Adapter>
 bool MtContainer<Container, Adapter>::tryProduce(Element const &element)
 {
-    return performTryProduce(element);
+    return add(element, WhenFull::REFUSE);
 }
 
 template <class Container, class Adapter>
 bool MtContainer<Container, Adapter>::tryProduce(Element &&element)
 {
-    return performTryProduce(std::move(element));
+    return add(std::move(element), WhenFull::REFUSE);
 }
 
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::admit(Element const &element)
 {
-    performAdmit(element);
+    add(element, WhenFull::ADD);
 }
 
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::admit(Element &&element)
 {
-    performAdmit(std::move(element));
+    add(std::move(element), WhenFull::ADD);
 }
 
 template <class Container, class Adapter>
 template <class Source>
-void MtContainer<Container, Adapter>::performProduce(Source &&element)
+bool MtContainer<Container, Adapter>::add(Source &&element, WhenFull whenFull)
 {
     Observer *observer = nullptr;
     bool wakes = false;
     {
         LkGuard guard(_lock);
-        while (_container.size() >= _capacity)
+        while (whenFull != WhenFull::ADD && _container.size() >= _capacity) {
+            if (whenFull == WhenFull::REFUSE)
+                return false;
             waitNoLock(_nonFull);
-        observer = addNoLock(std::forward<Source>(element), wakes);
-    }
-    if (wakes)
-        _nonEmpty.pulse();
-    if (observer)
-        observer->performProduced(*this, element);
-}
-
-template <class Container, class Adapter>
-template <class Source>
-bool MtContainer<Container, Adapter>::performTryProduce(Source &&element)
-{
-    Observer *observer = nullptr;
-    bool wakes = false;
-    {
-        LkGuard guard(_lock);
-        if (_container.size() >= _capacity)
-            return false;
+        }
         observer = addNoLock(std::forward<Source>(element), wakes);
     }
     if (wakes)
@@ -180,22 +165,6 @@ bool MtContainer<Container, Adapter>::performTryProduce(Source &&element)
     if (observer)
         observer->performProduced(*this, element);
     return true;
-}
-
-template <class Container, class Adapter>
-template <class Source>
-void MtContainer<Container, Adapter>::performAdmit(Source &&element)
-{
-    Observer *observer = nullptr;
-    bool wakes = false;
-    {
-        LkGuard guard(_lock);
-        observer = addNoLock(std::forward<Source>(element), wakes);
-    }
-    if (wakes)
-        _nonEmpty.pulse();
-    if (observer)
-        observer->performProduced(*this, element);
 }
 
 // A pulse is sent without the lock. The thread that it wakes acquires the lock, and would have to

@@ -4,7 +4,6 @@
 #include "zvbase/containers.h"
 
 #include <cstddef>
-#include <iterator>
 
 namespace Zv {
 
@@ -19,13 +18,9 @@ public:
     /// Appends an entry. The list may contain it already.
     void add(T *entry)
     {
-        _entries.push_back(entry);
-        try {
-            _places.emplace(entry, std::prev(_entries.end()));
-        } catch (...) {
-            _entries.pop_back();
-            throw;
-        }
+        Entries added{entry};
+        _places.emplace(entry, added.begin());
+        _entries.splice(_entries.end(), added); // keeps the place valid
     }
 
     /// Removes all entries that equal `entry`.

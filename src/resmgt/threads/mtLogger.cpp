@@ -9,7 +9,6 @@
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/failures.h"
-#include "zvbase/firstFailure.private.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgReader.h"
 #include "zvbase/platform/interlocked.h"
@@ -98,11 +97,10 @@ void MtLogger::stopLogger()
 {
     ZV_ASSERT(LgLog::isLoggerActive());
     LgLog::setLoggerActive(false);
-    if (std::exception_ptr const failure = dismantle())
-        std::rethrow_exception(failure);
+    dismantle().rethrowAlways();
 }
 
-std::exception_ptr MtLogger::dismantle()
+FirstFailure MtLogger::dismantle()
 {
     FirstFailure failure;
     if (!_state->_thread.isNull()) {
@@ -125,7 +123,7 @@ std::exception_ptr MtLogger::dismantle()
     failure.attempt([&state] {
         ObjPtr<LgRegistry> const registry(LgLog::setRegistry(state->_formerRegistry));
     });
-    return failure.get();
+    return failure;
 }
 
 LgQueue *MtLogger::enterThread()

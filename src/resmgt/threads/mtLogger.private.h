@@ -6,12 +6,11 @@
 #include "resmgt/threads/indexedList.private.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/containers.h"
+#include "zvbase/firstFailure.private.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgRegistry.h"
 #include "zvbase/objPtr.h"
 #include "zvbase/threadAnnotations.h"
-
-#include <exception>
 
 namespace Zv {
 
@@ -51,8 +50,8 @@ private:
     struct State;
 
     static LgQueue *getThreadQueue();
-    /// Undoes `startLogger`. Goes on after a failure, and returns the first one, or null.
-    static std::exception_ptr dismantle();
+    /// Undoes `startLogger`. Goes on after a failure, and returns the first one.
+    static FirstFailure dismantle();
 
     static State *_state; // while the logger runs
     static bool _running;

@@ -5,6 +5,7 @@
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtOpaqueDataWindows.private.h"
 #include "zvbase/failures.h"
+#include "zvbase/firstFailure.private.h"
 
 #include <iterator>
 
@@ -42,13 +43,10 @@ void MtOpaqueData::performDelete() const
 {
     if (void * const value = getSpecific()) {
         MtSpecificDataRegistry::getInstance().forgetSpecificData(this);
-        try {
-            _deleter(value); // may still read the value
-        } catch (...) {
-            setSpecific(nullptr);
-            throw;
-        }
+        FirstFailure failure;
+        failure.attempt([this, value] { _deleter(value); }); // may still read the value
         setSpecific(nullptr);
+        failure.rethrowAlways();
     }
 }
 

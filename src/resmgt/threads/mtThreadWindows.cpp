@@ -248,13 +248,10 @@ void MtThreadWindows::start()
     DWORD threadId = 0;
     HANDLE const threadHandle = ::CreateThread(nullptr, _stackSize, execute, this, 0, &threadId);
     ZV_SYS_ASSERT(threadHandle != NULL);
-    try {
-        enterRunning(threadHandle, threadId);
-    } catch (...) {
-        meetNewThread();
-        throw;
-    }
+    FirstFailure failure;
+    failure.attempt([&] { enterRunning(threadHandle, threadId); });
     meetNewThread();
+    failure.rethrowAlways();
     if (_placingFailure)
         failStart();
 }
@@ -417,14 +414,11 @@ void MtThreadWindows::cancel()
         ZV_TRACE(*ThreadsStatics::threadLevel, "_cancelable is FALSE!!!");
         return;
     }
-    try {
-        if (!_protocol.isNull())
-            _protocol->performCanceled(this);
-    } catch (...) {
-        exitLogQueue();
-        throw;
-    }
+    FirstFailure failure;
+    if (MtThreadProtocol * const protocol = _protocol.get())
+        failure.attempt([this, protocol] { protocol->performCanceled(this); });
     exitLogQueue();
+    failure.rethrowAlways();
 }
 
 void MtThreadWindows::exitLogQueue()

@@ -29,14 +29,9 @@ void XmlAttributeList::addAttribute(LiString const &name, LiString const &value)
     auto const nameLength = static_cast<std::size_t>(name.getLength());
     auto const valueLength = static_cast<std::size_t>(value.getLength());
     std::size_t const start = _bytes.size();
+    _bytes.append(name.getChars(), nameLength);
+    _bytes.append(value.getChars(), valueLength);
     _attributes.push_back({start, nameLength, valueLength});
-    try {
-        _bytes.append(name.getChars(), nameLength);
-        _bytes.append(value.getChars(), valueLength);
-    } catch (...) {
-        _attributes.pop_back();
-        throw;
-    }
 }
 
 void XmlAttributeList::removeAttribute(LiString const &name)

@@ -3,8 +3,8 @@
 #include "resmgt/xml/xmlEx.h"
 #include "resmgt/xml/xmlPiece.private.h"
 #include "zvbase/failures.h"
+#include "zvbase/scope.private.h"
 
-#include <exception>
 #include <locale>
 #include <ostream>
 #include <sstream>
@@ -102,12 +102,7 @@ XmlStreamer::ElementGuard::ElementGuard(NodeGuard &parent, LiString const &name,
 
 XmlStreamer::ElementGuard::~ElementGuard() noexcept(false)
 {
-    try {
-        close();
-    } catch (...) {
-        if (!std::uncaught_exceptions())
-            throw;
-    }
+    throwUnlessUnwinding(_unwinding, __FILE__, __LINE__, [this] { close(); });
 }
 
 void XmlStreamer::ElementGuard::close()

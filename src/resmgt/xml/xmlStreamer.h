@@ -4,6 +4,7 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/unwinding.h"
 
 #include <iosfwd>
 
@@ -24,7 +25,7 @@ namespace Zv {
 ///
 /// **Throws** what the stream throws. Other errors of the stream are not reported, so the caller
 /// must check the stream. If the destructor of a guard runs because of an exception, it throws no
-/// second one.
+/// second one. What the stream throws then is written to the trace.
 class ZVRESMGT_EXPORT XmlStreamer
 {
 public:
@@ -110,6 +111,7 @@ private:
     void close();
 
     LiString _name;
+    Unwinding _unwinding;
 };
 
 } // namespace Zv
