@@ -171,6 +171,23 @@ TEST(PlatformThread, TheFirst15BytesOfANameReachTheSystem)
     EXPECT_EQ(seen[3], "\xF6\x80");
 }
 
+TEST(PlatformFls, ACallbackMayStoreInASlotThatComesLater)
+{
+    static DWORD slots[2];
+    static int calls[2];
+    static int value;
+    slots[0] = FlsAlloc([](void *) {
+        ++calls[0];
+        FlsSetValue(slots[1], &value);
+    });
+    slots[1] = FlsAlloc([](void *) { ++calls[1]; });
+    Runner([] { return FlsSetValue(slots[0], &value); }).join();
+    EXPECT_EQ(calls[0], 1);
+    EXPECT_EQ(calls[1], 1);
+    for (DWORD slot : slots)
+        EXPECT_TRUE(TlsFree(slot));
+}
+
 TEST(PlatformThread, AThreadMayEndByPthreadExit)
 {
     Owned const m = mutex();

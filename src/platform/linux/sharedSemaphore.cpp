@@ -223,23 +223,13 @@ Opened openFile(Folder const &folder, char const *name, Mode mode)
 
 HANDLE makeShared(char const *name, Opened const &opened)
 {
-    Object *object = newObject();
-    if (object && !addName(object, name)) {
-        discard(object);
-        object = nullptr;
-    }
+    Object *object = newObject(name);
     if (!object) {
         leaveShared({opened.segment, opened.file, -1});
         return nullptr;
     }
     object->shared = {opened.segment, opened.file, -1};
     return publish(object, SHARED_SEMAPHORE);
-}
-
-HANDLE failWith(int error)
-{
-    fail(errorOf(error));
-    return nullptr;
 }
 
 bool take(SharedSegment *segment)
@@ -287,22 +277,18 @@ private:
 HANDLE createShared(char const *name, LONG initialCount, LONG maximumCount)
 {
     Service service;
-    if (!isGoodName(name))
-        return nullptr;
+    if (DWORD const error = resolveName(name))
+        return refuse(error);
     Locked locked(namesLock);
-    if (Object *existing = findName(name)) {
-        HANDLE handle = openExisting(existing, SHARED_SEMAPHORE);
-        if (handle)
-            local.lastError = ERROR_ALREADY_EXISTS;
-        return handle;
-    }
+    if (Object *existing = findName(name))
+        return createExisting(existing, SHARED_SEMAPHORE);
     Folder const folder;
     if (!folder)
-        return failWith(errno);
+        return refuse(errorOf(errno));
     sweep(folder);
     Opened const opened = openFile(folder, name, Mode::CREATE);
     if (opened.error)
-        return failWith(opened.error);
+        return refuse(errorOf(opened.error));
     if (!opened.existed) {
         opened.segment->maximum = static_cast<std::uint32_t>(maximumCount);
         opened.segment->state.store(static_cast<std::uint32_t>(initialCount),
@@ -317,16 +303,16 @@ HANDLE createShared(char const *name, LONG initialCount, LONG maximumCount)
 HANDLE openShared(char const *name)
 {
     Service service;
-    if (!isGoodName(name))
-        return nullptr;
+    if (DWORD const error = resolveName(name))
+        return refuse(error);
     Locked locked(namesLock);
     if (Object *existing = findName(name))
         return openExisting(existing, SHARED_SEMAPHORE);
     Folder const folder;
     if (!folder)
-        return failWith(errno);
+        return refuse(errorOf(errno));
     Opened const opened = openFile(folder, name, Mode::OPEN);
-    return opened.error ? failWith(opened.error) : makeShared(name, opened);
+    return opened.error ? refuse(errorOf(opened.error)) : makeShared(name, opened);
 }
 
 BOOL releaseShared(Object *object, std::uint32_t count, LONG *previousCount)

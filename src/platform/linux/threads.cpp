@@ -93,6 +93,20 @@ Thread *newThread()
     return thread;
 }
 
+/// Returns the object of a thread that runs or is about to run, or null, with the last error set, if
+/// there is no memory.
+Object *newThreadObject(Thread &thread)
+{
+    Object *object = newObject();
+    if (!object)
+        return nullptr;
+    object->thread = {&thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
+    object->pins = 1;
+    thread.object = object;
+    thread.holders.fetch_add(1, std::memory_order_relaxed);
+    return object;
+}
+
 /// Ends the calling thread as other threads see it.
 void end(Thread &thread, DWORD exitCode)
 {
@@ -299,16 +313,6 @@ void SetLastError(DWORD code)
     local.lastError = code;
 }
 
-HANDLE GetCurrentThread()
-{
-    return CURRENT_THREAD;
-}
-
-HANDLE GetCurrentProcess()
-{
-    return CURRENT_PROCESS;
-}
-
 DWORD GetCurrentProcessId()
 {
     return static_cast<DWORD>(::getpid());
@@ -317,30 +321,23 @@ DWORD GetCurrentProcessId()
 HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function,
                     void *argument, DWORD flags, DWORD *threadId)
 {
-    if (!function || flags & ~DWORD{STACK_SIZE_PARAM_IS_A_RESERVATION}) {
-        fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (DWORD const error = checkThread(function, flags))
+        return refuse(error);
     Service service;
     setUp();
     bury();
-    Object *object = newObject();
-    if (!object)
-        return nullptr;
     Thread *thread = newThread();
-    if (!thread) {
-        discard(object);
-        fail(ERROR_NOT_ENOUGH_MEMORY);
+    if (!thread)
+        return refuse(ERROR_NOT_ENOUGH_MEMORY);
+    Object *object = newThreadObject(*thread);
+    if (!object) {
+        release(*thread);
         return nullptr;
     }
     thread->created = true;
     thread->function = function;
     thread->argument = argument;
-    thread->object = object;
-    thread->holders.store(2, std::memory_order_relaxed);
     inheritScheduling(*thread, service.thread());
-    object->thread = {thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
-    object->pins = 1;
     // Once it has begun, the thread may end at any time. Its number is therefore read before.
     DWORD const number = thread->number;
     publish(object, THREAD | MANUAL);
@@ -348,8 +345,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
         object->word.store(DEAD, std::memory_order_relaxed);
         discard(object);
         threads.give(thread);
-        fail(refusal);
-        return nullptr;
+        return refuse(refusal);
     }
     if (threadId)
         *threadId = number;
@@ -425,14 +421,8 @@ namespace {
 HANDLE ownHandle(Thread &thread)
 {
     if (!thread.object) {
-        Object *object = newObject();
-        if (!object)
-            return nullptr;
-        object->thread = {&thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
-        object->pins = 1;
-        thread.object = object;
-        thread.holders.fetch_add(1, std::memory_order_relaxed);
-        return publish(object, THREAD | MANUAL);
+        Object *object = newThreadObject(thread);
+        return object ? publish(object, THREAD | MANUAL) : nullptr;
     }
     Queue queue(thread.object, THREAD, Queue::CLOSED_TOO);
     ++thread.object->handles;
@@ -440,31 +430,16 @@ HANDLE ownHandle(Thread &thread)
     return thread.object;
 }
 
-HANDLE moreHandle(Object *object)
-{
-    Queue queue(object, ANY_TYPE);
-    if (!queue) {
-        fail(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    ++object->handles;
-    return object;
-}
-
 } // namespace
 
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE *target,
                      DWORD, BOOL, DWORD options)
 {
-    if (sourceProcess != CURRENT_PROCESS || targetProcess != CURRENT_PROCESS)
-        return fail(ERROR_INVALID_HANDLE);
-    if (source == CURRENT_PROCESS)
-        return fail(ERROR_NOT_SUPPORTED);
-    if (!target)
-        return fail(ERROR_INVALID_PARAMETER);
+    if (DWORD const error = checkDuplication(sourceProcess, source, targetProcess, target))
+        return fail(error);
     Service service;
-    HANDLE handle =
-        source == CURRENT_THREAD ? ownHandle(service.thread()) : moreHandle(objectOf(source));
+    HANDLE handle = source == CURRENT_THREAD ? ownHandle(service.thread())
+                                             : openExisting(objectOf(source), ANY_TYPE);
     if (!handle)
         return FALSE;
     *target = handle;
