@@ -93,9 +93,11 @@ void release(Thread &);
 
 /// Guards the list of killed threads whose blocks have not been given back yet.
 extern constinit Lock deadThreadsLock;
-/// Empties the list of killed threads in the child of a fork, in which the C library has already
-/// taken back their stacks.
-void forgetDeadThreads();
+/// Gives back the blocks of killed threads in the child of a fork, in which the C library has
+/// already taken back their stacks. Blocks of threads that lived when the process was copied are
+/// never given back in the child. A critical section may still have the number of such a thread, and
+/// a new thread with that number would be taken for its owner.
+void releaseDeadThreads();
 
 /// Returns why a thread with a stack of that size could not be made. The C library does not tell.
 DWORD refusalOfThread(std::size_t stack);

@@ -11,6 +11,7 @@
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define ZV_SANITIZED
@@ -170,25 +171,33 @@ void awaitKernel(std::uint32_t kernelId)
         ::nanosleep(&pause, nullptr);
 }
 
-/// Gives back the stacks and blocks of killed threads.
-void bury()
+/// Gives back the blocks of killed threads. Calls `prepare` with each before that.
+template <class Prepare>
+void releaseDead(Prepare prepare)
 {
     Thread *thread;
     {
         Locked locked(deadThreadsLock);
-        thread = deadThreads;
-        deadThreads = nullptr;
+        thread = std::exchange(deadThreads, nullptr);
     }
     while (thread) {
-        Thread *next = thread->nextFree;
-        // A sanitizer does not notice the end of a killed thread and believes that it still runs. A
-        // join would never return.
-#ifndef ZV_SANITIZED
-        ::pthread_join(thread->pthread, nullptr);
-#endif
+        Thread * const next = thread->nextFree;
+        prepare(*thread);
         release(*thread);
         thread = next;
     }
+}
+
+/// Gives back the stacks and blocks of killed threads.
+void bury()
+{
+    releaseDead([]([[maybe_unused]] Thread const &thread) {
+#ifndef ZV_SANITIZED
+        // A sanitizer does not notice the end of a killed thread and believes that it still runs. A
+        // join would never return.
+        ::pthread_join(thread.pthread, nullptr);
+#endif
+    });
 }
 
 std::size_t stackFor(SIZE_T wanted)
@@ -264,9 +273,9 @@ DWORD refusalOfThread(std::size_t stack)
     return ERROR_MAX_THRDS_REACHED;
 }
 
-void forgetDeadThreads()
+void releaseDeadThreads()
 {
-    deadThreads = nullptr;
+    releaseDead([](Thread const &) {});
 }
 
 void release(Thread &thread)
