@@ -8,7 +8,7 @@
 #     - the line as it is expected
 #     + the line as it is here
 #
-# An exception that no longer differs makes the comparison fail, and so does one that stands for no expected line.
+# If an exception no longer differs, or its first line is not expected, the comparison fails.
 set -eu
 expected=$1
 exceptions=${2:-/dev/null}

@@ -102,7 +102,7 @@ private:
 
 void showPulses(char const *kind, HANDLE e)
 {
-    scene(std::string("pulses of ") + kind + " one that nobody waits for");
+    scene(std::string("pulses of ") + kind + " one without a waiter");
     TRUTH(PulseEvent(e));
     WAIT(WaitForSingleObject(e, 0));
     WAIT(WaitForSingleObject(e, 1));

@@ -13,7 +13,7 @@ void showMisuse()
     WAIT(WaitForSingleObjectEx(nullptr, 5, FALSE));
     TRUTH(CloseHandle(nullptr));
 
-    scene("what stands for the process and the thread");
+    scene("the fixed handles of the process and the thread");
     TRUTH(CloseHandle(GetCurrentProcess()));
     TRUTH(CloseHandle(GetCurrentThread()));
     WAIT(WaitForSingleObject(GetCurrentProcess(), 0));
@@ -47,7 +47,7 @@ void showDuplicates()
     TRUTH(CloseHandle(moved));
     TRUTH(CloseHandle(moved));
 
-    scene("a duplicate of what stands for the thread");
+    scene("a duplicate of the fixed handle of the thread");
     HANDLE self = nullptr, again = nullptr;
     TRUTH(DuplicateHandle(process, GetCurrentThread(), process, &self, 0, FALSE,
                           DUPLICATE_SAME_ACCESS));

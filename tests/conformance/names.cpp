@@ -83,7 +83,7 @@ void showWhatStays()
         WAIT(WaitForSingleObject(first, 0));
     }
     {
-        scene("a mutex that exists is not owned by whoever opens it");
+        scene("a mutex that exists is not owned by the thread that opens it");
         Owned const first(MADE(CreateMutexA(nullptr, FALSE, text)));
         Owned const second(MADE(CreateMutexA(nullptr, TRUE, text)));
         elsewhere([&] {

@@ -21,9 +21,9 @@ constexpr std::uint64_t SEEDS = 25;
     std::exit(1);
 }
 
-/// Runs the tables in a process of its own, and puts their lines into `output`. Returns whether the
-/// process has ended without a failure.
-bool run(Simulated::Options const &options, Simulated::Record &record, int output)
+/// Runs `body` in a process of its own, whose output goes to `output`. Returns whether the process
+/// has ended without a failure.
+bool run(void (*body)(), Simulated::Options const &options, Simulated::Record &record, int output)
 {
     record = {};
     std::fflush(stdout);
@@ -33,7 +33,7 @@ bool run(Simulated::Options const &options, Simulated::Record &record, int outpu
     if (child == 0) {
         ::dup2(output, STDOUT_FILENO);
         Simulated::begin(options, record);
-        Conformance::show();
+        body();
         // The first thread has asked for a handle of its own, whose object lives as long as that
         // thread.
         Simulated::end({.objects = 1, .threads = 0});
@@ -48,6 +48,18 @@ bool run(Simulated::Options const &options, Simulated::Record &record, int outpu
                  static_cast<unsigned>(options.choice),
                  static_cast<unsigned long long>(options.seed), status, record.report);
     return false;
+}
+
+/// Checks that each allocation of a slot counts once among the calls that can be made to fail.
+void allocateSlots()
+{
+    TlsAlloc();
+    TlsAlloc();
+    Simulated::MayBeRefused const refusals;
+    bool const first = TlsAlloc() != TLS_OUT_OF_INDEXES;
+    bool const second = TlsAlloc() != TLS_OUT_OF_INDEXES;
+    if (!first || second || GetLastError() != ERROR_NO_MORE_ITEMS)
+        Simulated::find("refusals", "the second allocation of a slot was to fail");
 }
 
 std::string linesOf(int file)
@@ -67,6 +79,11 @@ int main()
     if (memory == MAP_FAILED)
         die("mmap");
     auto &record = *static_cast<Simulated::Record *>(memory);
+    Simulated::Options refusing;
+    refusing.failing = 2;
+    refusing.resources = Simulated::SLOTS;
+    if (!run(allocateSlots, refusing, record, STDOUT_FILENO))
+        return 1;
     std::string first;
     for (std::uint64_t seed = 1; seed <= SEEDS; ++seed)
         for (Simulated::Choice choice : {Simulated::Choice::RANDOM, Simulated::Choice::PRIORITY}) {
@@ -78,7 +95,7 @@ int main()
             int const output = ::memfd_create("lines", 0);
             if (output < 0)
                 die("memfd_create");
-            bool const isGood = run(options, record, output);
+            bool const isGood = run(Conformance::show, options, record, output);
             std::string const lines = linesOf(output);
             ::close(output);
             if (first.empty() || lines != first)

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -152,6 +153,31 @@ TEST(PlatformFork, OtherThreadsHaveEndedForTheChild)
     EXPECT_EQ(WaitForSingleObject(held, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(ReleaseSemaphore(s, 1, nullptr));
     EXPECT_TRUE(SetEvent(go));
+}
+
+TEST(PlatformFork, AChildReusesTheNumberOfAThreadThatWasKilled)
+{
+    std::atomic<int> kernelId{0};
+    Runner victim([&]() -> DWORD {
+        kernelId = ::gettid();
+        TerminateThread(GetCurrentThread(), 0);
+        return 1;
+    });
+    victim.join();
+    // The system ends the thread after its handle is signalled.
+    while (::syscall(SYS_tgkill, ::getpid(), kernelId.load(), 0) == 0)
+        Sleep(0);
+    DWORD const number = victim.number();
+    HANDLE const handle = victim.handle();
+    expectEnd(startChild([=] {
+        ZV_CHECK(CloseHandle(handle));
+        DWORD next = 0;
+        HANDLE const thread = CreateThread(
+            nullptr, 0x10000, [](void *) -> DWORD { return 0; }, nullptr, 0, &next);
+        ZV_CHECK(WaitForSingleObject(thread, LONG_TIME) == WAIT_OBJECT_0);
+        ZV_CHECK(next == number);
+        return 0;
+    }));
 }
 
 TEST(PlatformFork, AChildChangesNoPriorityOfItsParents)

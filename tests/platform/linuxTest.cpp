@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <pthread.h>
 #include <sched.h>
 #include <set>
 #include <string>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +22,8 @@ extern "C" int __real_sched_getaffinity(pid_t, std::size_t, cpu_set_t *);
 extern "C" int __real_sched_setaffinity(pid_t, std::size_t, cpu_set_t const *);
 extern "C" int __real_pthread_create(pthread_t *, pthread_attr_t const *, void *(*)(void *),
                                      void *);
+extern "C" int __real_flock(int, int);
+extern "C" int __real_clock_nanosleep(clockid_t, int, timespec const *, timespec *);
 
 namespace {
 
@@ -27,6 +31,18 @@ namespace {
 cpu_set_t playedProcessors{};
 cpu_set_t lastSet{};
 thread_local int refusal = 0; // error for the next thread
+
+/// What another process has done to the locks of files, as the calling thread sees it.
+enum class Files
+{
+    FREE,
+    LOCKED,
+    /// The calling thread is killed when it waits for the first time.
+    DEADLY
+};
+thread_local Files files = Files::FREE;
+/// Nanoseconds that threads have waited for locked files, and the number of pauses.
+long waitedForFiles = 0, nbPauses = 0;
 
 bool isPlayed()
 {
@@ -56,6 +72,27 @@ extern "C" int __wrap_pthread_create(pthread_t *thread, pthread_attr_t const *at
 {
     return refusal ? std::exchange(refusal, 0)
                    : __real_pthread_create(thread, attributes, function, argument);
+}
+
+extern "C" int __wrap_flock(int file, int operation)
+{
+    if (files == Files::FREE || operation == LOCK_UN)
+        return __real_flock(file, operation);
+    EXPECT_TRUE(operation & LOCK_NB) << "this call would never return";
+    errno = EWOULDBLOCK;
+    return -1;
+}
+
+extern "C" int __wrap_clock_nanosleep(clockid_t clock, int flags, timespec const *time,
+                                      timespec *left)
+{
+    if (files == Files::FREE)
+        return __real_clock_nanosleep(clock, flags, time, left);
+    waitedForFiles += time->tv_nsec;
+    ++nbPauses;
+    if (files == Files::DEADLY)
+        TerminateThread(GetCurrentThread(), 7);
+    return 0;
 }
 
 TEST(PlatformThread, TheMaskOfTheProcessStandsForAllItsProcessors)
@@ -169,6 +206,61 @@ TEST(PlatformThread, TheFirst15BytesOfANameReachTheSystem)
     EXPECT_EQ(seen[2], "fourteen bytes");
     // These bytes are part of no character.
     EXPECT_EQ(seen[3], "\xF6\x80");
+}
+
+TEST(PlatformNames, ALockOfAnotherProcessDelaysASemaphoreForSecondsOnly)
+{
+    std::string const stem = "zvlinux-" + std::to_string(GetCurrentProcessId());
+    Owned present(CreateSemaphoreA(nullptr, 0, 1, (stem + "-present").c_str()));
+    std::string const name = stem + "-new";
+    constexpr long SECOND = 1'000'000'000;
+    waitedForFiles = 0;
+    files = Files::LOCKED;
+    EXPECT_FAILS(ERROR_TIMEOUT, CreateSemaphoreA(nullptr, 0, 1, name.c_str()));
+    EXPECT_GE(waitedForFiles, SECOND);
+    EXPECT_LE(waitedForFiles, 10 * SECOND);
+    EXPECT_FAILS(ERROR_TIMEOUT, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name.c_str()));
+    // A semaphore is closed all the same. Only its file remains.
+    present.close();
+    files = Files::FREE;
+    Owned const created(CreateSemaphoreA(nullptr, 0, 1, name.c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    EXPECT_FAILS(ERROR_FILE_NOT_FOUND,
+                 OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, (stem + "-present").c_str()));
+}
+
+TEST(PlatformNames, AThreadThatWaitsForALockOfAnotherProcessCanBeKilled)
+{
+    std::string const name = "zvlinux-deadly-" + std::to_string(GetCurrentProcessId());
+    nbPauses = 0;
+    Runner victim([&] {
+        files = Files::DEADLY;
+        CreateSemaphoreA(nullptr, 0, 1, name.c_str());
+        return 1;
+    });
+    victim.join();
+    EXPECT_EQ(victim.exitCode(), 7u);
+    EXPECT_EQ(nbPauses, 1);
+    // The names are free for the other threads.
+    Owned const created(CreateSemaphoreA(nullptr, 0, 1, name.c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+}
+
+TEST(PlatformFls, ACallbackMayStoreInASlotThatComesLater)
+{
+    static DWORD slots[2];
+    static int calls[2];
+    static int value;
+    slots[0] = FlsAlloc([](void *) {
+        ++calls[0];
+        FlsSetValue(slots[1], &value);
+    });
+    slots[1] = FlsAlloc([](void *) { ++calls[1]; });
+    Runner([] { return FlsSetValue(slots[0], &value); }).join();
+    EXPECT_EQ(calls[0], 1);
+    EXPECT_EQ(calls[1], 1);
+    for (DWORD slot : slots)
+        EXPECT_TRUE(TlsFree(slot));
 }
 
 TEST(PlatformThread, AThreadMayEndByPthreadExit)

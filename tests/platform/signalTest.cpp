@@ -261,6 +261,26 @@ TEST(PlatformSignals, AnApplicationMayHandleOrIgnoreAll)
     runElsewhere("AnApplicationMayHandleOrIgnoreAll");
 }
 
+/// Not a test: the process of the test below.
+TEST(PlatformSignals, DISABLED_AnApplicationKeepsAllThatItHandles)
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    for (int number = SIGRTMIN; number <= SIGRTMAX; ++number)
+        ::sigaction(number, &action, nullptr);
+    std::vector<void (*)(int)> const before = handlers();
+    Owned const never = manualEvent();
+    Scene scene;
+    scene.object = never;
+    expectKilled(scene.start(waitForEver));
+    EXPECT_EQ(handlers(), before);
+}
+
+TEST(PlatformSignals, AnApplicationKeepsAllThatItHandles)
+{
+    runElsewhere("AnApplicationKeepsAllThatItHandles");
+}
+
 TEST(PlatformSignals, TheLibraryStillGetsItsOwn)
 {
     Scene scene;

@@ -160,4 +160,14 @@ BOOL free(void *address, SIZE_T size, DWORD type)
                : fail(ERROR_NOT_ENOUGH_MEMORY);
 }
 
+void describe(SYSTEM_INFO &info)
+{
+    constexpr int BITS = sizeof(void *) == 8 ? 47 : 31;
+    std::uintptr_t const page = pageSize();
+    info.dwPageSize = info.dwAllocationGranularity = static_cast<DWORD>(page);
+    info.lpMinimumApplicationAddress = reinterpret_cast<void *>(std::uintptr_t{0x10000});
+    info.lpMaximumApplicationAddress =
+        reinterpret_cast<void *>((std::uintptr_t{1} << BITS) - page - 1);
+}
+
 } // namespace ZvPlatform::Memory

@@ -9,4 +9,7 @@ namespace ZvPlatform::Memory {
 void *allocate(void *address, SIZE_T size, DWORD type, DWORD protection);
 BOOL free(void *address, SIZE_T size, DWORD type);
 
+/// Stores the size of a page and the bounds of the addresses.
+void describe(SYSTEM_INFO &);
+
 } // namespace ZvPlatform::Memory

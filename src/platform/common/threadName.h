@@ -1,8 +1,7 @@
 // Names of threads as the system keeps them.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
+#include "platform/services.h"
 
 namespace ZvPlatform {
 
@@ -29,6 +28,23 @@ inline void narrow(wchar_t const *name, char (&text)[16])
             text[length++] = static_cast<char>(0x80 | (code >> 6 * i & 0x3F));
     }
     text[length] = '\0';
+}
+
+/// Carries out `SetThreadDescription`. `give` gives the name to the system. It returns false, and
+/// may set the last error, if the handle is bad.
+template <class Give>
+long describeThread(wchar_t const *name, Give give)
+{
+    constexpr long INVALID_HANDLE = static_cast<std::int32_t>(0x80070006);
+    constexpr long INVALID_ARGUMENT = static_cast<std::int32_t>(0x80070057);
+    if (!name)
+        return INVALID_ARGUMENT;
+    char text[16];
+    narrow(name, text);
+    DWORD const lastError = GetLastError();
+    bool const good = give(text);
+    SetLastError(lastError);
+    return good ? 0 : INVALID_HANDLE;
 }
 
 } // namespace ZvPlatform

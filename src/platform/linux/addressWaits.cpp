@@ -1,5 +1,6 @@
 // Waits for a wake-up at an address. The waiters of an address are in the queue of a bucket, in the
 // order in which they began to wait. A bucket serves many addresses.
+#include "platform/common/waitList.h"
 #include "platform/linux/object.h"
 
 #include <cstring>
@@ -12,8 +13,7 @@ struct alignas(64) Bucket
 {
     Lock lock;
     std::atomic<std::uint32_t> waiters{0};
-    Waiter *first = nullptr;
-    Waiter *last = nullptr;
+    WaitList<Waiter> list;
 };
 
 constinit Bucket buckets[256];
@@ -44,20 +44,10 @@ bool equal(void const volatile *address, void const *compare, SIZE_T size)
     }
 }
 
-void append(Bucket &bucket, Waiter &waiter)
-{
-    waiter.queued = true;
-    waiter.next = nullptr;
-    waiter.previous = bucket.last;
-    (bucket.last ? bucket.last->next : bucket.first) = &waiter;
-    bucket.last = &waiter;
-}
-
-void remove(Bucket &bucket, Waiter &waiter)
+/// Notes that a waiter is no longer in the list.
+void left(Bucket &bucket, Waiter &waiter)
 {
     waiter.queued = false;
-    (waiter.previous ? waiter.previous->next : bucket.first) = waiter.next;
-    (waiter.next ? waiter.next->previous : bucket.last) = waiter.previous;
     bucket.waiters.fetch_sub(1, std::memory_order_relaxed);
 }
 
@@ -71,16 +61,10 @@ void wake(void *address, bool all)
     Service service;
     WakeList wakes;
     Locked locked(bucket.lock);
-    for (Waiter *waiter = bucket.first; waiter;) {
-        Waiter * const next = waiter->next;
-        if (waiter->address == address) {
-            remove(bucket, *waiter);
-            wakes.grant(waiter, WAIT_OBJECT_0);
-            if (!all)
-                return;
-        }
-        waiter = next;
-    }
+    bucket.list.wake(address, all, [&](Waiter &waiter) {
+        left(bucket, waiter);
+        wakes.grant(&waiter, WAIT_OBJECT_0);
+    });
 }
 
 } // namespace
@@ -101,7 +85,7 @@ void forgetAddressWaits()
 {
     for (Bucket &bucket : buckets) {
         bucket.waiters.store(0, std::memory_order_relaxed);
-        bucket.first = bucket.last = nullptr;
+        bucket.list = {};
     }
 }
 
@@ -113,9 +97,8 @@ using namespace Linux;
 
 BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds)
 {
-    if (!address || !compare || (size != 1 && size != 2 && size != 4 && size != 8) ||
-        reinterpret_cast<std::uintptr_t>(address) % size != 0)
-        return fail(ERROR_INVALID_PARAMETER);
+    if (DWORD const error = checkAddress(address, compare, size))
+        return fail(error);
     Service service;
     Instant const deadline = deadlineAfter(milliseconds);
     Bucket &bucket = bucketOf(address);
@@ -130,13 +113,15 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
         me.address = const_cast<void const *>(address);
         me.park.store(0, std::memory_order_relaxed);
         me.woken = me.granted = false;
-        append(bucket, me);
+        me.queued = true;
+        bucket.list.append(me);
     }
     bool const inTime = park(me, deadline);
     {
         Locked locked(bucket.lock);
         if (me.queued) {
-            remove(bucket, me);
+            bucket.list.remove(me);
+            left(bucket, me);
             // A wake-up without a cause is allowed, and is not a failure.
             return inTime ? TRUE : fail(ERROR_TIMEOUT);
         }

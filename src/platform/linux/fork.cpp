@@ -80,10 +80,10 @@ void goOnInChild()
         threads[i].kernelId.store(0, std::memory_order_relaxed);
     me.kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)), std::memory_order_relaxed);
     me.dying.store(0, std::memory_order_relaxed); // the kill was meant for the parent's thread
-    forgetDeadThreads();
     forgetAddressWaits();
     takeSharedFromParent();
     unlockAll();
+    releaseDeadThreads();
     namesLock.unlock();
     --local.depth;
 }

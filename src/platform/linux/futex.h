@@ -1,18 +1,14 @@
 // Futexes, the kernel's primitive for waiting, and a small mutex made of one.
 #pragma once
 
+#include "platform/common/clock.h"
+
 #include <atomic>
 #include <climits>
-#include <cstdint>
 
 namespace ZvPlatform::Linux {
 
-/// Nanoseconds of the monotonic clock.
-using Instant = std::int64_t;
-
-inline constexpr Instant NEVER = INT64_MAX;
-inline constexpr Instant MILLISECOND = 1'000'000;
-
+/// Returns the present time.
 Instant now();
 
 /// Returns the instant `milliseconds` from now, or NEVER for INFINITE.

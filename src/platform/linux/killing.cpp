@@ -120,41 +120,42 @@ extern "C" void zvPlatformOnKill(int)
     onKill();
 }
 
-/// Returns the signal that kills. The first call chooses it among the real-time signals that have
-/// no handler, and installs the handler.
+/// Returns the signal that kills, or 0 if there is none. The first call that finds a real-time
+/// signal without a handler installs the handler.
 int takeSignal()
 {
     Locked locked(signalLock);
-    if (killSignal)
-        return killSignal;
-    int number = SIGRTMAX - 1;
-    for (; number > SIGRTMIN; --number) {
+    for (int number = SIGRTMAX - 1; !killSignal && number >= SIGRTMIN; --number) {
         struct sigaction present;
-        if (::sigaction(number, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
-            break;
+        if (::sigaction(number, nullptr, &present) != 0 || present.sa_handler != SIG_DFL)
+            continue;
+        struct sigaction action = {};
+        action.sa_handler = zvPlatformOnKill;
+        ::sigemptyset(&action.sa_mask);
+        // The signal must end waits, hence no SA_RESTART.
+        if (::sigaction(number, &action, nullptr) == 0)
+            killSignal = number;
     }
-    struct sigaction action = {};
-    action.sa_handler = zvPlatformOnKill;
-    ::sigemptyset(&action.sa_mask);
-    // The signal must end waits, hence no SA_RESTART.
-    ::sigaction(number, &action, nullptr);
-    killSignal = number;
-    return number;
+    return killSignal;
 }
 
 } // namespace
 
 void acceptKilling()
 {
+    int const number = takeSignal();
+    if (!number)
+        return;
     sigset_t signals;
     ::sigemptyset(&signals);
-    ::sigaddset(&signals, takeSignal());
+    ::sigaddset(&signals, number);
     ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 bool sendKill(std::uint32_t kernelId)
 {
-    return ::syscall(SYS_tgkill, ::getpid(), kernelId, takeSignal()) == 0;
+    int const number = takeSignal();
+    return number && ::syscall(SYS_tgkill, ::getpid(), kernelId, number) == 0;
 }
 
 #endif

@@ -15,7 +15,8 @@ void acceptKilling();
 /// library's functions neither block nor give away this signal, so it reaches a thread that has
 /// blocked all others. A signal that this layer has not sent is passed on to the library's handler.
 /// With the thread sanitizer, which must know every handler, and in all other cases it is the
-/// highest real-time signal below SIGRTMAX that has no handler when the signal is first needed.
+/// highest real-time signal below SIGRTMAX that has no handler when the signal is first needed. If
+/// all have one, no signal is sent, and a thread that computes ends at its next service.
 bool sendKill(std::uint32_t kernelId);
 
 /// Guards the choice of the signal.

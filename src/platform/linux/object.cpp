@@ -1,7 +1,5 @@
 #include "platform/linux/object.h"
 
-#include "platform/common/objectName.h"
-
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -205,10 +203,8 @@ void awaitGrant(Waiter &waiter)
 Object *newObject()
 {
     Object *object = objects.take();
-    if (!object) {
-        fail(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    if (!object)
+        return refuse(ERROR_NOT_ENOUGH_MEMORY);
     object->handles = 0;
     object->pins = 0;
     object->first = nullptr;
@@ -253,12 +249,6 @@ Name *&chainOf(char const *text)
 
 } // namespace
 
-bool isGoodName(char const *&name)
-{
-    DWORD const error = resolveName(name);
-    return error == ERROR_SUCCESS || fail(error);
-}
-
 Object *findName(char const *text)
 {
     for (Name *name = chainOf(text); name; name = name->next)
@@ -296,11 +286,27 @@ void removeName(Object *object)
 HANDLE openExisting(Object *object, Word type)
 {
     Queue queue(object, type);
-    if (!queue) {
-        fail(ERROR_INVALID_HANDLE);
+    if (!queue)
+        return refuse(ERROR_INVALID_HANDLE);
+    ++object->handles;
+    return object;
+}
+
+HANDLE createExisting(Object *object, Word type)
+{
+    HANDLE handle = openExisting(object, type);
+    if (handle)
+        local.lastError = ERROR_ALREADY_EXISTS;
+    return handle;
+}
+
+Object *newObject(char const *name)
+{
+    Object *object = newObject();
+    if (object && !addName(object, name)) {
+        discard(object);
         return nullptr;
     }
-    ++object->handles;
     return object;
 }
 

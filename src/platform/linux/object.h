@@ -8,6 +8,7 @@
 // close the object at once.
 #pragma once
 
+#include "platform/common/objectName.h"
 #include "platform/linux/arena.h"
 #include "platform/linux/thread.h"
 
@@ -59,11 +60,6 @@ struct alignas(64) Object : ObjectHead
     {
         std::uint32_t maximum;
     };
-    struct TimerState
-    {
-        Instant due;
-        Instant period;
-    };
     struct ThreadState
     {
         Thread *thread; ///< stays set when the thread has ended
@@ -99,9 +95,6 @@ static_assert(sizeof(Object) == 64);
 
 using Objects = Arena<Object, 1 << 22>;
 extern constinit Objects objects;
-
-inline HANDLE const CURRENT_PROCESS = reinterpret_cast<HANDLE>(std::intptr_t{-1});
-inline HANDLE const CURRENT_THREAD = reinterpret_cast<HANDLE>(std::intptr_t{-2});
 
 inline Object *objectOf(HANDLE handle)
 {
@@ -197,18 +190,19 @@ void discard(Object *);
 
 extern constinit Lock namesLock;
 
-/// Returns false, with the last error set, if the name is not allowed. Skips a prefix that has no
-/// effect.
-bool isGoodName(char const *&);
-/// Returns the object of a name, or null. The caller of `findName`, `addName` and `removeName` must
-/// hold `namesLock`.
+/// Returns the object of a name, or null. The caller of this function and of the following ones that
+/// take a name must hold `namesLock`, and so must the caller of `removeName`.
 Object *findName(char const *);
 /// Returns false, with the last error set, if there is no memory.
 bool addName(Object *, char const *);
 void removeName(Object *);
-/// Returns one more handle of an object that was found by its name. Returns null, with the last
-/// error set, if the object has another type.
+/// Returns one more handle of an object. Returns null, with the last error set, if the object has
+/// another type or no handle.
 HANDLE openExisting(Object *, Word type);
+/// Like `openExisting`, for a service that would have created the object.
+HANDLE createExisting(Object *, Word type);
+/// Returns a new object with a name. Returns null, with the last error set, if there is no memory.
+Object *newObject(char const *name);
 
 /// Returns a handle of the object of a name, or of a new object. `make` initialises a new object
 /// and returns its word.
@@ -223,22 +217,14 @@ HANDLE createObject(char const *name, Word type, Make make)
         local.lastError = ERROR_SUCCESS;
         return publish(object, make(*object));
     }
-    if (!isGoodName(name))
-        return nullptr;
+    if (DWORD const error = resolveName(name))
+        return refuse(error);
     Locked locked(namesLock);
-    if (Object *existing = findName(name)) {
-        HANDLE handle = openExisting(existing, type);
-        if (handle)
-            local.lastError = ERROR_ALREADY_EXISTS;
-        return handle;
-    }
-    Object *object = newObject();
+    if (Object *existing = findName(name))
+        return createExisting(existing, type);
+    Object *object = newObject(name);
     if (!object)
         return nullptr;
-    if (!addName(object, name)) {
-        discard(object);
-        return nullptr;
-    }
     local.lastError = ERROR_SUCCESS;
     return publish(object, make(*object));
 }
@@ -246,7 +232,7 @@ HANDLE createObject(char const *name, Word type, Make make)
 /// Carries out a wait that could not be settled without the queue, and returns its result.
 DWORD waitSlowly(Service &, Object *, DWORD milliseconds, Queue::Access = Queue::BY_HANDLE);
 
-// ---- what the parts have of each other ----------------------------------------------------------
+// ---- functions that the sources share -----------------------------------------------------------
 
 /// Frees a mutex, and makes the next waiter try again or makes it the owner. The caller must hold
 /// the queue, and must own the mutex or have found it free. It must correct `Local::held` itself.
@@ -272,7 +258,7 @@ void takeSharedFromParent();
 /// Closes a shared semaphore whose last user in this process has gone.
 void leaveShared(Object::SharedState);
 
-// ---- looking again before sleeping --------------------------------------------------------------
+// ---- spinning before a sleep --------------------------------------------------------------------
 
 /// Returns how many pauses may be spent now. Returns 0 on one processor, in real-time operation,
 /// and if spinning does not pay.

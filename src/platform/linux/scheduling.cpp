@@ -30,16 +30,6 @@ constexpr int NORMAL_BASE = 8;
 /// In place of a real-time priority: the policy is the application's, or is not known yet.
 constexpr int FOREIGN = -1;
 
-bool isLevel(int level)
-{
-    return PriorityTable::findLevel(level) >= 0;
-}
-
-bool isPriorityClass(DWORD priorityClass)
-{
-    return PriorityTable::findRow(priorityClass);
-}
-
 int basePriority(DWORD priorityClass, int level)
 {
     PriorityTable::Row const &row = *PriorityTable::findRow(priorityClass);
@@ -276,7 +266,7 @@ BOOL SetThreadPriority(HANDLE handle, int priority)
     Service service;
     BOOL result = TRUE;
     bool const good = withThread(service, handle, [&](Thread *thread, Object *object) {
-        if (!isLevel(priority)) {
+        if (PriorityTable::findLevel(priority) < 0) {
             result = fail(ERROR_INVALID_PARAMETER);
             return;
         }
@@ -314,7 +304,7 @@ BOOL SetPriorityClass(HANDLE process, DWORD priorityClass)
     Service service;
     if (process != CURRENT_PROCESS)
         return fail(ERROR_INVALID_HANDLE);
-    if (!isPriorityClass(priorityClass))
+    if (!PriorityTable::findRow(priorityClass))
         return fail(ERROR_INVALID_PARAMETER);
     if (priorityClass == processClass.load(std::memory_order_relaxed))
         return TRUE;
@@ -386,22 +376,15 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
 
 long SetThreadDescription(HANDLE handle, wchar_t const *name)
 {
-    constexpr long INVALID_HANDLE = static_cast<std::int32_t>(0x80070006);
-    constexpr long INVALID_ARGUMENT = static_cast<std::int32_t>(0x80070057);
-    if (!name)
-        return INVALID_ARGUMENT;
-    char text[16];
-    narrow(name, text);
-    Service service;
-    DWORD const lastError = local.lastError;
-    bool const good = withThread(service, handle, [&](Thread *thread, Object *) {
-        if (!thread)
-            return;
-        kernelIdOf(*thread);
-        ::pthread_setname_np(thread->pthread, text);
+    return describeThread(name, [=](char const *text) {
+        Service service;
+        return withThread(service, handle, [=](Thread *thread, Object *) {
+            if (!thread)
+                return;
+            kernelIdOf(*thread);
+            ::pthread_setname_np(thread->pthread, text);
+        });
     });
-    local.lastError = lastError;
-    return good ? 0 : INVALID_HANDLE;
 }
 
 } // namespace ZvPlatform

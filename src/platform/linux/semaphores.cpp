@@ -34,10 +34,8 @@ namespace {
 HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCount,
                         char const *name)
 {
-    if (initialCount < 0 || maximumCount <= 0 || initialCount > maximumCount) {
-        fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (DWORD const error = checkCounts(initialCount, maximumCount))
+        return refuse(error);
     // A name makes the semaphore known to other processes.
     if (name && *name)
         return createShared(name, initialCount, maximumCount);
@@ -49,10 +47,8 @@ HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCo
 
 HANDLE OpenSemaphoreA(DWORD, BOOL, char const *name)
 {
-    if (!name || !*name) {
-        fail(name ? ERROR_INVALID_HANDLE : ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (DWORD const error = checkNameToOpen(name))
+        return refuse(error);
     return openShared(name);
 }
 

@@ -1,8 +1,10 @@
 #include "platform/linux/sharedSemaphore.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -45,6 +47,8 @@ DWORD errorOf(int error)
     case ENOSYS:
     case EINVAL:
         return ERROR_NOT_SUPPORTED;
+    case EWOULDBLOCK:
+        return ERROR_TIMEOUT;
     default:
         return ERROR_NOT_ENOUGH_MEMORY;
     }
@@ -57,6 +61,26 @@ int lockFile(int file, int operation)
         result = ::flock(file, operation);
     while (result != 0 && errno == EINTR);
     return result;
+}
+
+/// Takes a lock of a file. If another process keeps the lock, because it is stopped or uses the file
+/// for something else, fails with EWOULDBLOCK after a few seconds. Fails at once if the calling
+/// thread is killed.
+int awaitFileLock(int file, int operation)
+{
+    constexpr long PATIENCE = 5'000'000'000, FIRST = 50'000, LONGEST = 10'000'000;
+    timespec pause{0, FIRST};
+    for (long waited = 0; lockFile(file, operation | LOCK_NB) != 0; waited += pause.tv_nsec) {
+        if (errno != EWOULDBLOCK)
+            return -1;
+        if (waited >= PATIENCE || currentThread().dying.load(std::memory_order_relaxed)) {
+            errno = EWOULDBLOCK;
+            return -1;
+        }
+        ::clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr);
+        pause.tv_nsec = std::min(2 * pause.tv_nsec, LONGEST);
+    }
+    return 0;
 }
 
 /// The user's folder, locked while the object lives.
@@ -80,10 +104,13 @@ public:
                          (status.st_mode & 022) == 0;
         if (!own)
             errno = EACCES;
-        if (own && lockFile(folder, LOCK_EX) == 0)
+        if (own && awaitFileLock(folder, LOCK_EX) == 0) {
             _folder = folder;
-        else
-            ::close(folder);
+            return;
+        }
+        int const error = errno;
+        ::close(folder);
+        errno = error;
     }
     ~Folder()
     {
@@ -201,7 +228,7 @@ Opened openFile(Folder const &folder, char const *name, Mode mode)
     } else if (deserted && (::ftruncate(opened.file, 0) != 0 ||
                             ::ftruncate(opened.file, sizeof(SharedSegment)) != 0)) {
         opened.error = errno;
-    } else if (lockFile(opened.file, LOCK_SH) != 0) {
+    } else if (awaitFileLock(opened.file, LOCK_SH) != 0) {
         opened.error = errno;
     } else {
         void *memory = ::mmap(nullptr, sizeof(SharedSegment), PROT_READ | PROT_WRITE, MAP_SHARED,
@@ -223,23 +250,13 @@ Opened openFile(Folder const &folder, char const *name, Mode mode)
 
 HANDLE makeShared(char const *name, Opened const &opened)
 {
-    Object *object = newObject();
-    if (object && !addName(object, name)) {
-        discard(object);
-        object = nullptr;
-    }
+    Object *object = newObject(name);
     if (!object) {
         leaveShared({opened.segment, opened.file, -1});
         return nullptr;
     }
     object->shared = {opened.segment, opened.file, -1};
     return publish(object, SHARED_SEMAPHORE);
-}
-
-HANDLE failWith(int error)
-{
-    fail(errorOf(error));
-    return nullptr;
 }
 
 bool take(SharedSegment *segment)
@@ -287,22 +304,18 @@ private:
 HANDLE createShared(char const *name, LONG initialCount, LONG maximumCount)
 {
     Service service;
-    if (!isGoodName(name))
-        return nullptr;
+    if (DWORD const error = resolveName(name))
+        return refuse(error);
     Locked locked(namesLock);
-    if (Object *existing = findName(name)) {
-        HANDLE handle = openExisting(existing, SHARED_SEMAPHORE);
-        if (handle)
-            local.lastError = ERROR_ALREADY_EXISTS;
-        return handle;
-    }
+    if (Object *existing = findName(name))
+        return createExisting(existing, SHARED_SEMAPHORE);
     Folder const folder;
     if (!folder)
-        return failWith(errno);
+        return refuse(errorOf(errno));
     sweep(folder);
     Opened const opened = openFile(folder, name, Mode::CREATE);
     if (opened.error)
-        return failWith(opened.error);
+        return refuse(errorOf(opened.error));
     if (!opened.existed) {
         opened.segment->maximum = static_cast<std::uint32_t>(maximumCount);
         opened.segment->state.store(static_cast<std::uint32_t>(initialCount),
@@ -317,16 +330,16 @@ HANDLE createShared(char const *name, LONG initialCount, LONG maximumCount)
 HANDLE openShared(char const *name)
 {
     Service service;
-    if (!isGoodName(name))
-        return nullptr;
+    if (DWORD const error = resolveName(name))
+        return refuse(error);
     Locked locked(namesLock);
     if (Object *existing = findName(name))
         return openExisting(existing, SHARED_SEMAPHORE);
     Folder const folder;
     if (!folder)
-        return failWith(errno);
+        return refuse(errorOf(errno));
     Opened const opened = openFile(folder, name, Mode::OPEN);
-    return opened.error ? failWith(opened.error) : makeShared(name, opened);
+    return opened.error ? refuse(errorOf(opened.error)) : makeShared(name, opened);
 }
 
 BOOL releaseShared(Object *object, std::uint32_t count, LONG *previousCount)
@@ -379,8 +392,8 @@ DWORD waitShared(Service &service, Object *object, DWORD milliseconds)
 void leaveShared(Object::SharedState shared)
 {
     Folder const folder;
-    // The last user removes the file. If the folder cannot be opened, the file stays until a
-    // process finds it without a holder.
+    // The last user removes the file. If the folder cannot be locked, the file stays until a process
+    // finds it without a holder.
     if (folder && lockFile(shared.file, LOCK_EX | LOCK_NB) == 0)
         ::unlinkat(folder.get(), shared.segment->file, 0);
     ::munmap(shared.segment, sizeof(SharedSegment));
@@ -412,7 +425,7 @@ void prepareSharedForFork()
         // one process would unlock for both.
         int const file = ::open(path, O_RDWR | O_CLOEXEC);
         if (file >= 0)
-            lockFile(file, LOCK_SH);
+            lockFile(file, LOCK_SH | LOCK_NB); // no process can hold the other kind of lock
         object.shared.childFile = file;
     });
 }

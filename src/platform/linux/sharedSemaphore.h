@@ -3,7 +3,8 @@
 // The count is in a file under /dev/shm, in a folder of the user. Each process that has a handle
 // holds a shared lock on the file. The kernel drops that lock when the process ends. If a process
 // finds a file without a lock, the semaphore is dead, however its last user ended. A lock on the
-// folder serialises all opening and closing.
+// folder serialises all opening and closing. If another process keeps that lock for some seconds,
+// opening fails with ERROR_TIMEOUT.
 //
 // A name is valid for the processes of one user that see the same /dev/shm, which is that of a
 // machine or a container. Waiters are not served in the order in which they began to wait: a post

@@ -1,3 +1,4 @@
+#include "platform/common/memory.h"
 #include "platform/linux/thread.h"
 
 #include <cstdio>
@@ -47,11 +48,7 @@ void GetSystemInfo(SYSTEM_INFO *info)
     *info = {};
     info->wProcessorArchitecture = ARCHITECTURE;
     info->dwProcessorType = PROCESSOR_TYPE;
-    info->dwPageSize = static_cast<DWORD>(::sysconf(_SC_PAGESIZE));
-    info->dwAllocationGranularity = info->dwPageSize;
-    info->lpMinimumApplicationAddress = reinterpret_cast<void *>(std::uintptr_t{0x10000});
-    info->lpMaximumApplicationAddress = reinterpret_cast<void *>(
-        (std::uintptr_t{1} << (sizeof(void *) == 8 ? 47 : 31)) - info->dwPageSize - 1);
+    Memory::describe(*info);
     info->dwNumberOfProcessors = static_cast<DWORD>(::sysconf(_SC_NPROCESSORS_ONLN));
     DWORD_PTR process;
     GetProcessAffinityMask(GetCurrentProcess(), &process, &info->dwActiveProcessorMask);

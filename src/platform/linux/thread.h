@@ -1,8 +1,9 @@
 // Thread blocks: what the layer knows about each thread.
 #pragma once
 
+#include "platform/common/arguments.h"
+#include "platform/common/slots.h"
 #include "platform/linux/arena.h"
-#include "platform/services.h"
 
 #include <pthread.h>
 
@@ -41,15 +42,7 @@ struct Waiter
     std::atomic<void const *> sleepsOn{nullptr};
 };
 
-struct TlsSlot
-{
-    void *value = nullptr;
-    std::uint32_t generation = 0;
-};
-
 inline constexpr std::uint64_t SENTENCED = std::uint64_t{1} << 32;
-
-inline constexpr DWORD TLS_SLOTS = 1088;
 
 /// What the layer knows about a thread. Never unmapped, because another thread may still wake a
 /// thread that has ended.
@@ -100,14 +93,16 @@ void release(Thread &);
 
 /// Guards the list of killed threads whose blocks have not been given back yet.
 extern constinit Lock deadThreadsLock;
-/// Empties the list of killed threads in the child of a fork, in which the C library has already
-/// taken back their stacks.
-void forgetDeadThreads();
+/// Gives back the blocks of killed threads in the child of a fork, in which the C library has
+/// already taken back their stacks. Blocks of threads that lived when the process was copied are
+/// never given back in the child. A critical section may still have the number of such a thread, and
+/// a new thread with that number would be taken for its owner.
+void releaseDeadThreads();
 
 /// Returns why a thread with a stack of that size could not be made. The C library does not tell.
 DWORD refusalOfThread(std::size_t stack);
 
-/// Guards the generations of the slots.
+/// Guards the allocation of slots.
 extern constinit Lock slotsLock;
 
 /// Guards the regions of `VirtualAlloc`.
@@ -171,6 +166,12 @@ inline BOOL fail(DWORD code)
 {
     local.lastError = code;
     return FALSE;
+}
+
+inline std::nullptr_t refuse(DWORD code)
+{
+    local.lastError = code;
+    return nullptr;
 }
 
 } // namespace ZvPlatform::Linux

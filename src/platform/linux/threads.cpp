@@ -11,6 +11,7 @@
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define ZV_SANITIZED
@@ -93,6 +94,20 @@ Thread *newThread()
     return thread;
 }
 
+/// Returns the object of a thread that runs or is about to run, or null, with the last error set, if
+/// there is no memory.
+Object *newThreadObject(Thread &thread)
+{
+    Object *object = newObject();
+    if (!object)
+        return nullptr;
+    object->thread = {&thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
+    object->pins = 1;
+    thread.object = object;
+    thread.holders.fetch_add(1, std::memory_order_relaxed);
+    return object;
+}
+
 /// Ends the calling thread as other threads see it.
 void end(Thread &thread, DWORD exitCode)
 {
@@ -156,25 +171,33 @@ void awaitKernel(std::uint32_t kernelId)
         ::nanosleep(&pause, nullptr);
 }
 
-/// Gives back the stacks and blocks of killed threads.
-void bury()
+/// Gives back the blocks of killed threads. Calls `prepare` with each before that.
+template <class Prepare>
+void releaseDead(Prepare prepare)
 {
     Thread *thread;
     {
         Locked locked(deadThreadsLock);
-        thread = deadThreads;
-        deadThreads = nullptr;
+        thread = std::exchange(deadThreads, nullptr);
     }
     while (thread) {
-        Thread *next = thread->nextFree;
-        // A sanitizer does not notice the end of a killed thread and believes that it still runs. A
-        // join would never return.
-#ifndef ZV_SANITIZED
-        ::pthread_join(thread->pthread, nullptr);
-#endif
+        Thread * const next = thread->nextFree;
+        prepare(*thread);
         release(*thread);
         thread = next;
     }
+}
+
+/// Gives back the stacks and blocks of killed threads.
+void bury()
+{
+    releaseDead([]([[maybe_unused]] Thread const &thread) {
+#ifndef ZV_SANITIZED
+        // A sanitizer does not notice the end of a killed thread and believes that it still runs. A
+        // join would never return.
+        ::pthread_join(thread.pthread, nullptr);
+#endif
+    });
 }
 
 std::size_t stackFor(SIZE_T wanted)
@@ -250,9 +273,9 @@ DWORD refusalOfThread(std::size_t stack)
     return ERROR_MAX_THRDS_REACHED;
 }
 
-void forgetDeadThreads()
+void releaseDeadThreads()
 {
-    deadThreads = nullptr;
+    releaseDead([](Thread const &) {});
 }
 
 void release(Thread &thread)
@@ -299,16 +322,6 @@ void SetLastError(DWORD code)
     local.lastError = code;
 }
 
-HANDLE GetCurrentThread()
-{
-    return CURRENT_THREAD;
-}
-
-HANDLE GetCurrentProcess()
-{
-    return CURRENT_PROCESS;
-}
-
 DWORD GetCurrentProcessId()
 {
     return static_cast<DWORD>(::getpid());
@@ -317,30 +330,23 @@ DWORD GetCurrentProcessId()
 HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function,
                     void *argument, DWORD flags, DWORD *threadId)
 {
-    if (!function || flags & ~DWORD{STACK_SIZE_PARAM_IS_A_RESERVATION}) {
-        fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (DWORD const error = checkThread(function, flags))
+        return refuse(error);
     Service service;
     setUp();
     bury();
-    Object *object = newObject();
-    if (!object)
-        return nullptr;
     Thread *thread = newThread();
-    if (!thread) {
-        discard(object);
-        fail(ERROR_NOT_ENOUGH_MEMORY);
+    if (!thread)
+        return refuse(ERROR_NOT_ENOUGH_MEMORY);
+    Object *object = newThreadObject(*thread);
+    if (!object) {
+        release(*thread);
         return nullptr;
     }
     thread->created = true;
     thread->function = function;
     thread->argument = argument;
-    thread->object = object;
-    thread->holders.store(2, std::memory_order_relaxed);
     inheritScheduling(*thread, service.thread());
-    object->thread = {thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
-    object->pins = 1;
     // Once it has begun, the thread may end at any time. Its number is therefore read before.
     DWORD const number = thread->number;
     publish(object, THREAD | MANUAL);
@@ -348,8 +354,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
         object->word.store(DEAD, std::memory_order_relaxed);
         discard(object);
         threads.give(thread);
-        fail(refusal);
-        return nullptr;
+        return refuse(refusal);
     }
     if (threadId)
         *threadId = number;
@@ -425,14 +430,8 @@ namespace {
 HANDLE ownHandle(Thread &thread)
 {
     if (!thread.object) {
-        Object *object = newObject();
-        if (!object)
-            return nullptr;
-        object->thread = {&thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
-        object->pins = 1;
-        thread.object = object;
-        thread.holders.fetch_add(1, std::memory_order_relaxed);
-        return publish(object, THREAD | MANUAL);
+        Object *object = newThreadObject(thread);
+        return object ? publish(object, THREAD | MANUAL) : nullptr;
     }
     Queue queue(thread.object, THREAD, Queue::CLOSED_TOO);
     ++thread.object->handles;
@@ -440,31 +439,16 @@ HANDLE ownHandle(Thread &thread)
     return thread.object;
 }
 
-HANDLE moreHandle(Object *object)
-{
-    Queue queue(object, ANY_TYPE);
-    if (!queue) {
-        fail(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    ++object->handles;
-    return object;
-}
-
 } // namespace
 
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE *target,
                      DWORD, BOOL, DWORD options)
 {
-    if (sourceProcess != CURRENT_PROCESS || targetProcess != CURRENT_PROCESS)
-        return fail(ERROR_INVALID_HANDLE);
-    if (source == CURRENT_PROCESS)
-        return fail(ERROR_NOT_SUPPORTED);
-    if (!target)
-        return fail(ERROR_INVALID_PARAMETER);
+    if (DWORD const error = checkDuplication(sourceProcess, source, targetProcess, target))
+        return fail(error);
     Service service;
-    HANDLE handle =
-        source == CURRENT_THREAD ? ownHandle(service.thread()) : moreHandle(objectOf(source));
+    HANDLE handle = source == CURRENT_THREAD ? ownHandle(service.thread())
+                                             : openExisting(objectOf(source), ANY_TYPE);
     if (!handle)
         return FALSE;
     *target = handle;

@@ -18,23 +18,18 @@ BOOL QueryPerformanceCounter(LARGE_INTEGER *counter)
     return TRUE;
 }
 
-BOOL QueryPerformanceFrequency(LARGE_INTEGER *frequency)
+LONGLONG getSystemTime()
 {
-    frequency->QuadPart = 1'000'000'000;
-    return TRUE;
+    // The clocks begin 134774 days apart.
+    constexpr LONGLONG SECONDS_BEFORE = 134774ll * 24 * 60 * 60;
+    timespec time;
+    ::clock_gettime(CLOCK_REALTIME, &time);
+    return (time.tv_sec + SECONDS_BEFORE) * 10'000'000 + time.tv_nsec / 100;
 }
 
 void GetSystemTimePreciseAsFileTime(FILETIME *file)
 {
-    // The clocks begin 134774 days apart.
-    constexpr std::uint64_t SECONDS_BEFORE = 134774ull * 24 * 60 * 60;
-    timespec time;
-    ::clock_gettime(CLOCK_REALTIME, &time);
-    std::uint64_t const units =
-        (static_cast<std::uint64_t>(time.tv_sec) + SECONDS_BEFORE) * 10'000'000 +
-        static_cast<std::uint64_t>(time.tv_nsec) / 100;
-    file->dwLowDateTime = static_cast<DWORD>(units);
-    file->dwHighDateTime = static_cast<DWORD>(units >> 32);
+    *file = fileTimeOf(getSystemTime());
 }
 
 void Sleep(DWORD milliseconds)

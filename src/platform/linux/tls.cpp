@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <new>
-#include <utility>
 
 namespace ZvPlatform::Linux {
 
@@ -10,12 +9,9 @@ constinit Lock slotsLock;
 
 namespace {
 
-/// Generations of the slots, odd while a slot is allocated. A thread's value is valid only if it
-/// was stored in the present generation. A slot that is allocated again is therefore empty in all
-/// threads.
-constinit std::atomic<std::uint32_t> generations[TLS_SLOTS] = {};
-/// Callbacks of the slots that FlsAlloc has allocated.
-constinit std::atomic<PFLS_CALLBACK_FUNCTION> callbacks[TLS_SLOTS] = {};
+constinit SlotTable table;
+
+/// Returns null if the thread has never stored a value in a slot of such a high index.
 TlsSlot *slotOf(Thread &thread, DWORD index)
 {
     if (index < TLS_MINIMUM_AVAILABLE)
@@ -27,16 +23,8 @@ TlsSlot *slotOf(Thread &thread, DWORD index)
 
 void callBack(Thread &thread)
 {
-    for (DWORD index = 0; index < thread.usedSlots; ++index) {
-        PFLS_CALLBACK_FUNCTION const callback = callbacks[index].load(std::memory_order_acquire);
-        if (!callback)
-            continue;
-        TlsSlot &slot = *slotOf(thread, index);
-        if (slot.generation != generations[index].load(std::memory_order_relaxed))
-            continue;
-        if (void * const value = std::exchange(slot.value, nullptr))
-            callback(value);
-    }
+    table.callBack(thread.usedSlots,
+                   [&](DWORD index) -> TlsSlot & { return *slotOf(thread, index); });
 }
 
 } // namespace ZvPlatform::Linux
@@ -45,28 +33,21 @@ namespace ZvPlatform {
 
 using namespace Linux;
 
-DWORD TlsAlloc()
+DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback)
 {
     Service service;
     Locked locked(slotsLock);
-    for (DWORD index = 0; index < TLS_SLOTS; ++index)
-        if (generations[index].load(std::memory_order_relaxed) % 2 == 0) {
-            generations[index].fetch_add(1, std::memory_order_release);
-            return index;
-        }
-    fail(ERROR_NO_MORE_ITEMS);
-    return TLS_OUT_OF_INDEXES;
+    DWORD const index = table.allocate(callback);
+    if (index == TLS_OUT_OF_INDEXES)
+        fail(ERROR_NO_MORE_ITEMS);
+    return index;
 }
 
 BOOL TlsFree(DWORD index)
 {
     Service service;
     Locked locked(slotsLock);
-    if (index >= TLS_SLOTS || generations[index].load(std::memory_order_relaxed) % 2 == 0)
-        return fail(ERROR_INVALID_PARAMETER);
-    callbacks[index].store(nullptr, std::memory_order_relaxed);
-    generations[index].fetch_add(1, std::memory_order_release);
-    return TRUE;
+    return table.free(index) ? TRUE : fail(ERROR_INVALID_PARAMETER);
 }
 
 void *TlsGetValue(DWORD index)
@@ -77,9 +58,7 @@ void *TlsGetValue(DWORD index)
     }
     local.lastError = ERROR_SUCCESS;
     TlsSlot const *slot = slotOf(currentThread(), index);
-    return slot && slot->generation == generations[index].load(std::memory_order_relaxed)
-               ? slot->value
-               : nullptr;
+    return slot ? table.valueOf(*slot, index) : nullptr;
 }
 
 BOOL TlsSetValue(DWORD index, void *value)
@@ -96,22 +75,8 @@ BOOL TlsSetValue(DWORD index, void *value)
     }
     if (thread.usedSlots <= index)
         thread.usedSlots = index + 1;
-    *slotOf(thread, index) = {value, generations[index].load(std::memory_order_relaxed)};
+    table.store(*slotOf(thread, index), index, value);
     return TRUE;
-}
-
-// Allocates a slot like TlsAlloc, and gives it a callback.
-DWORD FlsAlloc(PFLS_CALLBACK_FUNCTION callback)
-{
-    DWORD const index = TlsAlloc();
-    if (index != TLS_OUT_OF_INDEXES)
-        callbacks[index].store(callback, std::memory_order_release);
-    return index;
-}
-
-BOOL FlsSetValue(DWORD index, void *value)
-{
-    return TlsSetValue(index, value);
 }
 
 } // namespace ZvPlatform

@@ -7,20 +7,11 @@ using namespace Simulated;
 namespace {
 
 // Threads that wait for any address, in the order of their arrival.
-constinit Simulated::Queue sleepers;
+constinit WaitList<Thread> sleepers;
 
 void wake(void *address, bool all)
 {
-    for (Thread *thread = sleepers.first(); thread;) {
-        Thread * const next = thread->next;
-        if (thread->address == address) {
-            sleepers.remove(*thread);
-            grant(*thread, WAIT_OBJECT_0);
-            if (!all)
-                return;
-        }
-        thread = next;
-    }
+    sleepers.wake(address, all, [](Thread &thread) { grant(thread, WAIT_OBJECT_0); });
 }
 
 /// Compares memory without the C library, whose functions the thread sanitizer would report as
@@ -45,9 +36,8 @@ void Simulated::leaveAddress(Thread &thread)
 BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds)
 {
     enter("WaitOnAddress", const_cast<void *>(address));
-    if (!address || !compare || (size != 1 && size != 2 && size != 4 && size != 8) ||
-        reinterpret_cast<std::uintptr_t>(address) % size != 0)
-        return fail(ERROR_INVALID_PARAMETER);
+    if (DWORD const error = checkAddress(address, compare, size))
+        return fail(error);
     bool const isEqual = isSame(address, compare, size);
     scheduler.note(isEqual);
     if (!isEqual)

@@ -4,6 +4,17 @@ namespace ZvPlatform {
 
 using namespace Simulated;
 
+namespace {
+
+void signal(Object &event)
+{
+    synchroniseRelease(&event);
+    event.signalled = true;
+    serve(event);
+}
+
+} // namespace
+
 HANDLE CreateEventA(SECURITY_ATTRIBUTES *, BOOL manualReset, BOOL initialState, char const *name)
 {
     enter("CreateEvent");
@@ -16,37 +27,25 @@ HANDLE CreateEventA(SECURITY_ATTRIBUTES *, BOOL manualReset, BOOL initialState, 
 BOOL SetEvent(HANDLE event)
 {
     enter("SetEvent", event);
-    Object *object = objectOf(event, Object::EVENT);
-    if (!object)
-        return FALSE;
-    synchroniseRelease(object);
-    object->signalled = true;
-    serve(*object);
-    return TRUE;
+    return withObject(event, Object::EVENT, signal);
 }
 
 BOOL ResetEvent(HANDLE event)
 {
     enter("ResetEvent", event);
-    Object *object = objectOf(event, Object::EVENT);
-    if (!object)
-        return FALSE;
-    synchroniseAcquire(object);
-    object->signalled = false;
-    return TRUE;
+    return withObject(event, Object::EVENT, [](Object &object) {
+        synchroniseAcquire(&object);
+        object.signalled = false;
+    });
 }
 
 BOOL PulseEvent(HANDLE event)
 {
     enter("PulseEvent", event);
-    Object *object = objectOf(event, Object::EVENT);
-    if (!object)
-        return FALSE;
-    synchroniseRelease(object);
-    object->signalled = true;
-    serve(*object);
-    object->signalled = false;
-    return TRUE;
+    return withObject(event, Object::EVENT, [](Object &object) {
+        signal(object);
+        object.signalled = false;
+    });
 }
 
 } // namespace ZvPlatform

@@ -1,4 +1,3 @@
-#include "platform/common/objectName.h"
 #include "platform/simulated/scheduler.h"
 
 #include <cstdlib>
@@ -41,27 +40,12 @@ char const *typeName(Object::Type type)
 
 } // namespace
 
-void Queue::append(Thread &thread)
-{
-    thread.next = nullptr;
-    thread.previous = _last;
-    (_last ? _last->next : _first) = &thread;
-    _last = &thread;
-}
-
-void Queue::remove(Thread &thread)
-{
-    (thread.previous ? thread.previous->next : _first) = thread.next;
-    (thread.next ? thread.next->previous : _last) = thread.previous;
-}
-
 Object *objectOf(HANDLE handle)
 {
     Object *object = holds(handle) ? static_cast<Object *>(handle) : nullptr;
     if (object && object->type != Object::DEAD && !object->closed)
         return object;
-    fail(ERROR_INVALID_HANDLE);
-    return nullptr;
+    return refuse(ERROR_INVALID_HANDLE);
 }
 
 Object *objectOf(HANDLE handle, Object::Type type)
@@ -69,8 +53,7 @@ Object *objectOf(HANDLE handle, Object::Type type)
     Object *object = objectOf(handle);
     if (object && object->type == type)
         return object;
-    fail(ERROR_INVALID_HANDLE);
-    return nullptr;
+    return refuse(ERROR_INVALID_HANDLE);
 }
 
 Object *newObject(Object::Type type)
@@ -85,10 +68,8 @@ Object *newObject(Object::Type type)
         freeObjects = object->nextFree;
     else if (objects && used < MAX_OBJECTS)
         object = &objects[used++];
-    if (!object) {
-        fail(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    if (!object)
+        return refuse(ERROR_NOT_ENOUGH_MEMORY);
     *object = {};
     object->type = type;
     object->handles = 1;
@@ -111,12 +92,6 @@ void release(Object &object)
 }
 
 // ---- Names.
-
-bool isGoodName(char const *&name)
-{
-    DWORD const error = resolveName(name);
-    return error == ERROR_SUCCESS || fail(error);
-}
 
 // For the thread sanitizer the names are a table with a lock: a thread that looks for a name sees
 // all that happened before names were removed.
@@ -187,7 +162,7 @@ void describe(void const *address, char *&text, char *end)
     if (object.type == Object::THREAD && object.thread)
         append(text, end, " (%s)", object.thread->name);
     if (object.type == Object::MUTEX)
-        append(text, end, ", held by %s", object.owner ? object.owner->name : "nobody");
+        append(text, end, ", held by %s", object.owner ? object.owner->name : "no thread");
 }
 
 std::uint32_t countObjects()

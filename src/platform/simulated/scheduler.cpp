@@ -306,7 +306,7 @@ Instant Scheduler::nextDeadline()
         consider(thread.deadline);
         if (thread.kind == Thread::OBJECT && thread.awaited &&
             thread.awaited->type == Object::TIMER)
-            consider(thread.awaited->due);
+            consider(thread.awaited->timer.due);
     });
     return next;
 }
@@ -316,12 +316,13 @@ void Scheduler::advance()
     Instant const next = nextDeadline();
     judgeStated();
     if (next == NEVER)
-        report("deadlock", "nobody can go on, and nothing is due");
+        report("deadlock", "no thread can run, and no time is due");
     // Threads that only wait for times must not hide that the first thread waits without an end.
     bool const waits = _threads->state == Thread::WAITING && _threads->deadline == NEVER;
     if (waits && ++_threads->moves > MOVES) {
         static char text[80];
-        std::snprintf(text, sizeof text, "time goes by, and the first thread waits since step %u",
+        std::snprintf(text, sizeof text,
+                      "time advances, and the first thread has waited since step %u",
                       _threads->since);
         report("deadlock", text);
     }
@@ -535,7 +536,7 @@ void describeThread(Thread &thread, char *&text, char *end)
         if (thread.kind == Thread::SECTION)
             append(text, end, "waits for critical section %u %s, held by %s",
                    thread.section->serial, nameOf(thread.section),
-                   thread.section->owner ? thread.section->owner->name : "nobody");
+                   thread.section->owner ? thread.section->owner->name : "no thread");
         if (thread.kind == Thread::OBJECT && thread.awaited) {
             append(text, end, "waits for ");
             describe(thread.awaited, text, end);

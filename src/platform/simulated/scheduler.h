@@ -114,8 +114,6 @@ char const *nameOf(void const *);
 
 /// Removes a thread from the threads that wait for an address.
 void leaveAddress(Thread &);
-/// Returns the date in units of 100 ns since 1601.
-LONGLONG getSystemTime();
 
 void append(char *&text, char *end, char const *format, ...) __attribute__((format(printf, 3, 4)));
 void append(char *&text, char *end, Place const &);

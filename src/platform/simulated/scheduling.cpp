@@ -4,6 +4,8 @@
 #include "platform/priorityTable.h"
 #include "platform/simulated/scheduler.h"
 
+#include <cstring>
+
 namespace ZvPlatform {
 
 using namespace Simulated;
@@ -112,17 +114,12 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
 long SetThreadDescription(HANDLE handle, wchar_t const *name)
 {
     enter("SetThreadDescription", handle);
-    constexpr long INVALID_HANDLE = static_cast<std::int32_t>(0x80070006);
-    constexpr long INVALID_ARGUMENT = static_cast<std::int32_t>(0x80070057);
-    if (!name)
-        return INVALID_ARGUMENT;
-    DWORD const lastError = GetLastError();
-    bool const good = withThread(handle, [&](Thread *thread, Object *) {
-        if (thread)
-            narrow(name, thread->name);
+    return describeThread(name, [=](char const *text) {
+        return withThread(handle, [=](Thread *thread, Object *) {
+            if (thread)
+                std::strcpy(thread->name, text);
+        });
     });
-    SetLastError(lastError);
-    return good ? 0 : INVALID_HANDLE;
 }
 
 } // namespace ZvPlatform

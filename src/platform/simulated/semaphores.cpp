@@ -8,10 +8,8 @@ HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCo
                         char const *name)
 {
     enter("CreateSemaphore");
-    if (initialCount < 0 || maximumCount <= 0 || initialCount > maximumCount) {
-        fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (DWORD const error = checkCounts(initialCount, maximumCount))
+        return refuse(error);
     return createObject(name, Object::SEMAPHORE, SEMAPHORES, [&](Object &object) {
         object.count = static_cast<std::uint32_t>(initialCount);
         object.maximum = static_cast<std::uint32_t>(maximumCount);
@@ -21,17 +19,13 @@ HANDLE CreateSemaphoreA(SECURITY_ATTRIBUTES *, LONG initialCount, LONG maximumCo
 HANDLE OpenSemaphoreA(DWORD, BOOL, char const *name)
 {
     enter("OpenSemaphore");
-    if (!name || !*name) {
-        fail(name ? ERROR_INVALID_HANDLE : ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    if (!isGoodName(name))
-        return nullptr;
+    if (DWORD const error = checkNameToOpen(name))
+        return refuse(error);
+    if (DWORD const error = resolveName(name))
+        return refuse(error);
     Object *object = findName(name);
-    if (!object || object->type != Object::SEMAPHORE) {
-        fail(object ? ERROR_INVALID_HANDLE : ERROR_FILE_NOT_FOUND);
-        return nullptr;
-    }
+    if (!object || object->type != Object::SEMAPHORE)
+        return refuse(object ? ERROR_INVALID_HANDLE : ERROR_FILE_NOT_FOUND);
     ++object->handles;
     return object;
 }

@@ -3,7 +3,6 @@
 #include "platform/simulated/scheduler.h"
 
 #include <cstdio>
-#include <unistd.h>
 
 namespace ZvPlatform {
 
@@ -14,10 +13,8 @@ using namespace Simulated;
 void *VirtualAlloc(void *address, SIZE_T size, DWORD type, DWORD protection)
 {
     enter("VirtualAlloc");
-    if (!isRefused(MEMORY))
-        return Memory::allocate(address, size, type, protection);
-    fail(ERROR_NOT_ENOUGH_MEMORY);
-    return nullptr;
+    return isRefused(MEMORY) ? refuse(ERROR_NOT_ENOUGH_MEMORY)
+                             : Memory::allocate(address, size, type, protection);
 }
 
 BOOL VirtualFree(void *address, SIZE_T size, DWORD type)
@@ -45,11 +42,7 @@ void GetSystemInfo(SYSTEM_INFO *info)
     *info = {};
     info->wProcessorArchitecture = 9;
     info->dwProcessorType = 8664;
-    info->dwPageSize = static_cast<DWORD>(::sysconf(_SC_PAGESIZE));
-    info->dwAllocationGranularity = info->dwPageSize;
-    info->lpMinimumApplicationAddress = reinterpret_cast<void *>(std::uintptr_t{0x10000});
-    info->lpMaximumApplicationAddress = reinterpret_cast<void *>(
-        (std::uintptr_t{1} << (sizeof(void *) == 8 ? 47 : 31)) - info->dwPageSize - 1);
+    Memory::describe(*info);
     DWORD_PTR process;
     GetProcessAffinityMask(GetCurrentProcess(), &process, &info->dwActiveProcessorMask);
     for (; process; process &= process - 1)

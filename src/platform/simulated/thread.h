@@ -5,44 +5,21 @@
 // steps are traced.
 #pragma once
 
-#include "platform/services.h"
+#include "platform/common/arguments.h"
+#include "platform/common/clock.h"
+#include "platform/common/objectName.h"
+#include "platform/common/slots.h"
+#include "platform/common/waitList.h"
 #include "platform/simulated/simulation.h"
 
 #include <pthread.h>
 
 namespace ZvPlatform::Simulated {
 
-/// Virtual nanoseconds.
-using Instant = std::int64_t;
-
-inline constexpr Instant NEVER = INT64_MAX;
-inline constexpr Instant MILLISECOND = 1'000'000;
-
 struct Object;
 struct Section;
 struct Thread;
 
-/// First-in, first-out queue of waiting threads.
-class Queue
-{
-public:
-    void append(Thread &);
-    void remove(Thread &);
-    Thread *first() const { return _first; }
-    bool isEmpty() const { return !_first; }
-
-private:
-    Thread *_first = nullptr;
-    Thread *_last = nullptr;
-};
-
-struct TlsSlot
-{
-    void *value = nullptr;
-    std::uint32_t generation = 0;
-};
-
-inline constexpr DWORD TLS_SLOTS = 1088;
 inline constexpr unsigned FRAMES = 24;
 
 /// A call stack as return addresses, the innermost first.
@@ -92,7 +69,6 @@ struct Thread
     Kind kind = OBJECT;
     bool granted = false; ///< another thread or a timer has satisfied the wait
     bool isStray = false;
-    bool hasYielded = false;
     DWORD result = 0;
     Instant deadline = NEVER;
     std::uint32_t since = 0; ///< the step at which the wait began
@@ -138,13 +114,12 @@ struct Object
     Object *nextHeld = nullptr;
     std::uint32_t count = 0;
     std::uint32_t maximum = 0;
-    Instant due = NEVER;
-    Instant period = 0;
+    TimerState timer{NEVER, 0};
     Thread *thread = nullptr; ///< null once it has ended
     Thread *block = nullptr;  ///< of the thread, also after its end
     DWORD exitCode = 0;
     int level = 0;
-    Queue queue;
+    WaitList<Thread> queue;
     char *name = nullptr;
     Object *nextFree = nullptr;
     Place made;
@@ -163,10 +138,13 @@ inline BOOL fail(DWORD code)
     return FALSE;
 }
 
-// ---- Objects.
+inline std::nullptr_t refuse(DWORD code)
+{
+    currentThread().lastError = code;
+    return nullptr;
+}
 
-inline HANDLE const CURRENT_PROCESS = reinterpret_cast<HANDLE>(std::intptr_t{-1});
-inline HANDLE const CURRENT_THREAD = reinterpret_cast<HANDLE>(std::intptr_t{-2});
+// ---- Objects.
 
 /// Returns the object of the given type behind a handle, or null with the last error set.
 Object *objectOf(HANDLE, Object::Type);
@@ -179,35 +157,27 @@ Object *newObject(Object::Type);
 /// no effect.
 void release(Object &);
 
-/// Returns a handle of the object with the given name, or of a new object that `make` initialises.
-/// Returns null with the last error set if this fails.
-template <class Make>
-HANDLE createObject(char const *name, Object::Type type, Resource resource, Make make);
-
 Object *findName(char const *);
-bool isGoodName(char const *&);
 bool addName(Object &, char const *);
 void removeName(Object &);
 
+/// Returns a handle of the object with the given name, or of a new object that `make` initialises.
+/// Returns null with the last error set if this fails.
 template <class Make>
 HANDLE createObject(char const *name, Object::Type type, Resource resource, Make make)
 {
     bool const named = name && *name;
-    if (named && !isGoodName(name))
-        return nullptr;
+    if (DWORD const error = named ? resolveName(name) : ERROR_SUCCESS)
+        return refuse(error);
     if (Object *existing = named ? findName(name) : nullptr) {
-        if (existing->type != type) {
-            fail(ERROR_INVALID_HANDLE);
-            return nullptr;
-        }
+        if (existing->type != type)
+            return refuse(ERROR_INVALID_HANDLE);
         ++existing->handles;
         currentThread().lastError = ERROR_ALREADY_EXISTS;
         return existing;
     }
-    if (isRefused(resource)) {
-        fail(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    if (isRefused(resource))
+        return refuse(ERROR_NOT_ENOUGH_MEMORY);
     Object *object = newObject(type);
     if (!object)
         return nullptr;
@@ -219,6 +189,18 @@ HANDLE createObject(char const *name, Object::Type type, Resource resource, Make
     make(*object);
     currentThread().lastError = ERROR_SUCCESS;
     return object;
+}
+
+/// Calls `what` with the object of the given type behind a handle. Returns FALSE with the last error
+/// set if there is none.
+template <class What>
+BOOL withObject(HANDLE handle, Object::Type type, What what)
+{
+    Object *object = objectOf(handle, type);
+    if (!object)
+        return FALSE;
+    what(*object);
+    return TRUE;
 }
 
 // ---- Functions that the sources share.

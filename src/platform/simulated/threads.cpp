@@ -48,7 +48,7 @@ void adopt()
 {
     if (std::current_exception())
         findException("terminate");
-    find("terminate", "%s ends the program", self ? self->name : "nobody");
+    find("terminate", "%s ends the program", self ? self->name : "a thread");
 }
 
 /// Abandons the mutexes of an ended thread, and wakes the threads that wait for its end.
@@ -185,6 +185,25 @@ WaitingFor::~WaitingFor()
     currentThread().stated = _outer;
 }
 
+namespace {
+
+/// Returns the object of a thread that has not ended, or null with the last error set.
+Object *newThreadObject(Thread &thread)
+{
+    Object *object = newObject(Object::THREAD);
+    if (!object)
+        return nullptr;
+    object->manual = true;
+    object->exitCode = STILL_ACTIVE;
+    object->pins = 1;
+    object->thread = object->block = &thread;
+    ++thread.holders;
+    thread.object = object;
+    return object;
+}
+
+} // namespace
+
 } // namespace ZvPlatform::Simulated
 
 namespace ZvPlatform {
@@ -203,16 +222,6 @@ void SetLastError(DWORD code)
     currentThread().lastError = code;
 }
 
-HANDLE GetCurrentThread()
-{
-    return CURRENT_THREAD;
-}
-
-HANDLE GetCurrentProcess()
-{
-    return CURRENT_PROCESS;
-}
-
 DWORD GetCurrentThreadId()
 {
     return currentThread().number;
@@ -227,22 +236,14 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
                     void *argument, DWORD flags, DWORD *threadId)
 {
     enter("CreateThread");
-    if (!function || flags & ~DWORD{STACK_SIZE_PARAM_IS_A_RESERVATION}) {
-        fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (DWORD const error = checkThread(function, flags))
+        return refuse(error);
     Thread *thread = isRefused(THREADS) ? nullptr : scheduler.newThread();
-    Object *object = thread ? newObject(Object::THREAD) : nullptr;
+    Object *object = thread ? newThreadObject(*thread) : nullptr;
     if (object) {
-        object->manual = true;
-        object->exitCode = STILL_ACTIVE;
-        object->pins = 1;
-        object->thread = object->block = thread;
-        ++thread->holders;
         thread->created = true;
         thread->function = function;
         thread->argument = argument;
-        thread->object = object;
     }
     if (!object || !scheduler.start(*thread, stackSize)) {
         if (object) {
@@ -251,8 +252,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
         }
         if (thread)
             scheduler.release(*thread);
-        fail(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
+        return refuse(ERROR_NOT_ENOUGH_MEMORY);
     }
     if (threadId)
         *threadId = thread->number;
@@ -315,16 +315,7 @@ HANDLE ownHandle(Thread &thread)
         object->closed = false;
         return object;
     }
-    Object *object = newObject(Object::THREAD);
-    if (!object)
-        return nullptr;
-    object->manual = true;
-    object->exitCode = STILL_ACTIVE;
-    object->pins = 1;
-    object->thread = object->block = &thread;
-    ++thread.holders;
-    thread.object = object;
-    return object;
+    return newThreadObject(thread);
 }
 
 } // namespace
@@ -333,12 +324,8 @@ BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, 
                      DWORD, BOOL, DWORD options)
 {
     enter("DuplicateHandle", source);
-    if (sourceProcess != CURRENT_PROCESS || targetProcess != CURRENT_PROCESS)
-        return fail(ERROR_INVALID_HANDLE);
-    if (source == CURRENT_PROCESS)
-        return fail(ERROR_NOT_SUPPORTED);
-    if (!target)
-        return fail(ERROR_INVALID_PARAMETER);
+    if (DWORD const error = checkDuplication(sourceProcess, source, targetProcess, target))
+        return fail(error);
     HANDLE handle;
     if (source == CURRENT_THREAD) {
         handle = ownHandle(currentThread());

@@ -10,11 +10,6 @@ constexpr LONGLONG BEGINNING = 155'228ll * 24 * 60 * 60 * 10'000'000;
 
 } // namespace
 
-LONGLONG getSystemTime()
-{
-    return BEGINNING + scheduler.now() / 100;
-}
-
 std::int64_t getTime()
 {
     return scheduler.now();
@@ -25,6 +20,11 @@ std::int64_t getTime()
 namespace ZvPlatform {
 
 using namespace Simulated;
+
+LONGLONG getSystemTime()
+{
+    return BEGINNING + scheduler.now() / 100;
+}
 
 DWORD timeGetTime()
 {
@@ -39,18 +39,10 @@ BOOL QueryPerformanceCounter(LARGE_INTEGER *counter)
     return TRUE;
 }
 
-BOOL QueryPerformanceFrequency(LARGE_INTEGER *frequency)
-{
-    frequency->QuadPart = 1'000'000'000;
-    return TRUE;
-}
-
 void GetSystemTimePreciseAsFileTime(FILETIME *file)
 {
     enter("GetSystemTimePreciseAsFileTime");
-    auto const units = static_cast<std::uint64_t>(getSystemTime());
-    file->dwLowDateTime = static_cast<DWORD>(units);
-    file->dwHighDateTime = static_cast<DWORD>(units >> 32);
+    *file = fileTimeOf(getSystemTime());
 }
 
 void Sleep(DWORD milliseconds)

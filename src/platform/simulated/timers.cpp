@@ -4,33 +4,9 @@ namespace ZvPlatform::Simulated {
 
 void updateTimer(Object &timer)
 {
-    Instant const now = scheduler.now();
-    if (timer.due == NEVER || now < timer.due)
-        return;
-    timer.signalled = true;
-    // The next due time is a whole number of periods after the first one, however late it is now.
-    timer.due =
-        timer.period ? timer.due + ((now - timer.due) / timer.period + 1) * timer.period : NEVER;
+    if (timer.timer.update(scheduler.now()))
+        timer.signalled = true;
 }
-
-namespace {
-
-/// Returns the instant of a due time in units of 100 ns, which is a date, or relative to now if it
-/// is negative.
-Instant instantOf(LONGLONG due)
-{
-    constexpr LONGLONG UNIT = 100;
-    constexpr LONGLONG FURTHEST = NEVER / 4 / UNIT;
-    Instant const now = scheduler.now();
-    if (due < 0)
-        return now + (due < -FURTHEST ? FURTHEST : -due) * UNIT;
-    LONGLONG const today = getSystemTime();
-    if (due <= today)
-        return now;
-    return now + (due - today > FURTHEST ? FURTHEST : due - today) * UNIT;
-}
-
-} // namespace
 
 } // namespace ZvPlatform::Simulated
 
@@ -49,32 +25,25 @@ BOOL SetWaitableTimer(HANDLE timer, LARGE_INTEGER const *dueTime, LONG period, v
                       void *, BOOL)
 {
     enter("SetWaitableTimer", timer);
-    if (!dueTime || period < 0)
-        return fail(ERROR_INVALID_PARAMETER);
-    if (routine)
-        return fail(ERROR_NOT_SUPPORTED);
-    Object *object = objectOf(timer, Object::TIMER);
-    if (!object)
-        return FALSE;
-    synchroniseRelease(object);
-    object->due = instantOf(dueTime->QuadPart);
-    object->period = Instant{period} * MILLISECOND;
-    object->signalled = false;
-    updateTimer(*object);
-    serve(*object);
-    return TRUE;
+    if (DWORD const error = checkTimer(dueTime, period, routine))
+        return fail(error);
+    return withObject(timer, Object::TIMER, [=](Object &object) {
+        synchroniseRelease(&object);
+        object.timer = {scheduler.now() + timeUntil(dueTime->QuadPart),
+                        Instant{period} * MILLISECOND};
+        object.signalled = false;
+        updateTimer(object);
+        serve(object);
+    });
 }
 
 BOOL CancelWaitableTimer(HANDLE timer)
 {
     enter("CancelWaitableTimer", timer);
-    Object *object = objectOf(timer, Object::TIMER);
-    if (!object)
-        return FALSE;
-    updateTimer(*object);
-    object->due = NEVER;
-    object->period = 0;
-    return TRUE;
+    return withObject(timer, Object::TIMER, [](Object &object) {
+        updateTimer(object);
+        object.timer = {NEVER, 0};
+    });
 }
 
 } // namespace ZvPlatform
