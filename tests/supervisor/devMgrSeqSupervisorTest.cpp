@@ -113,6 +113,49 @@ TEST(Supervisor, SecondStopReturnsTheSameReport)
     EXPECT_EQ(first.moment, third.moment);
 }
 
+// The device gets the steps of both trees. A failure in one of them does not concern the other one.
+template <class Device>
+void runInTwoTrees()
+{
+    StageOf<Device> stage("( root ( a ) )");
+    stage.run();
+    ObjPtr<DevMgrSeqSupervisor> const second = stage.manager->createSeqSupervisor("( a )");
+    second->start();
+    EXPECT_TRUE(second->waitLocked(LONG));
+    EXPECT_EQ(stage.world->count("start a"), 2);
+    EXPECT_EQ(stage.world->count("open a"), 1);
+    EXPECT_EQ(endsOf(second->stop(LONG)), "stopped");
+    EXPECT_EQ(stage.getStatus("a").state, "lock");
+
+    ObjPtr<DevMgrSeqSupervisor> const third = stage.manager->createSeqSupervisor("( a )");
+    third->start();
+    EXPECT_TRUE(third->waitLocked(LONG));
+    stage["a"].manners["stop"] = Manner::THROWS;
+    EXPECT_EQ(endsOf(third->stop(LONG)), "failed (No signal.)");
+    EXPECT_EQ(stage.getStatus("a").state, "lock");
+    EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
+    stage["a"].manners.clear();
+
+    ObjPtr<DevMgrSyncSeqAcc> const plain = stage.manager->createSyncSeqAcc();
+    plain->configure("( a )");
+    plain->start();
+    while (plain->getState("a") != "lock")
+        std::this_thread::yield();
+    EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "stopped stopped");
+    EXPECT_EQ(plain->getState("a"), "lock");
+    plain->stop();
+    plain->wait();
+    EXPECT_EQ(stage.world->count("start a"), 4);
+    EXPECT_EQ(stage.world->count("stop a"), 4);
+    EXPECT_EQ(stage.world->count("abort a"), 1);
+}
+
+TEST(Supervisor, DeviceOfTwoTreesGetsTheStepsOfBoth)
+{
+    runInTwoTrees<Hostile>();
+    runInTwoTrees<HostileStandard>();
+}
+
 TEST(Supervisor, ManyThreadsStopAndAbort)
 {
     for (int i = 0; i < 20; ++i) {
