@@ -52,11 +52,11 @@ public:
     bool isDetached = false;
 };
 
-/// Attaches an observer and detaches it again.
+/// Attaches observers, one after the other, and detaches them again.
 template <class Observed>
-void observe(Observed &observed)
+void observe(Observed &observed, int nbObservers)
 {
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < nbObservers; ++i) {
         auto const onlooker = makeShd<Onlooker>();
         observed.setObserver(onlooker);
         step("observes");
@@ -113,7 +113,7 @@ SIMULATED(TreeIsBuiltWhileItsStatesAreRead, WITH_TABLE)
                 HOLDS(read("child") == state);
             }
         });
-        Worker observer("observer", [&] { observe(*tree); });
+        Worker observer("observer", [&] { observe(*tree, 3); });
         auto const root = DevSeqTreeNode::createNoop("root");
         tree->setRoot(root);
         tree->attach(root, DevSeqTreeNode::createNoop("child"));
@@ -180,7 +180,7 @@ SIMULATED(SequenceIsConfiguredWhileItsStatesAreRead, WITH_TABLE)
     {
         Worker reader("reader", [&] {
             isAlmostBuilt.wait();
-            for (int i = 0; i < 4; ++i) {
+            for (int i = 0; i < 40; ++i) {
                 LiString const first = tryTo([&] { return access->getState("a"); });
                 LiString const last = tryTo([&] { return access->getState("c"); });
                 HOLDS(first.isEmpty() || !last.isEmpty());
@@ -190,7 +190,7 @@ SIMULATED(SequenceIsConfiguredWhileItsStatesAreRead, WITH_TABLE)
         });
         Worker observer("observer", [&] {
             isAlmostBuilt.wait();
-            observe(*access);
+            observe(*access, 15);
         });
         access->configure("( a ( b c ) )");
         HOLDS(access->getState("c") == "init");
