@@ -666,6 +666,28 @@ TEST(Supervisor, ObserverThatHangsIsLeftBehind)
     EXPECT_EQ(endsOf(stage.supervisor->stop(0.01, 6)), "aborted none");
 }
 
+TEST(Supervisor, ObserverAfterOneThatHangsIsToldOfTheEnd)
+{
+    Stage stage("( root ( a ) )");
+    stage["root"].manners["abort"] = Manner::SILENT;
+    stage.run();
+    auto const world = stage.world;
+    stage.supervisor->setObserver(RCShdPtr<DevSeqObserver>(new Observer([world](auto const &line) {
+        world->add("first " + line);
+        world->hang();
+    })));
+    auto aborted = std::async(std::launch::async, [&] { return stage.supervisor->abort(6); });
+    stage.world->waitFor("first a abort");
+    stage.world->waitFor("abort root"); // by another thread
+    stage.supervisor->setObserver(RCShdPtr<DevSeqObserver>(
+        new Observer([world](auto const &line) { world->add("second " + line); })));
+    stage["root"].answer("abort");
+    EXPECT_EQ(endsOf(aborted.get()), "aborted aborted");
+    stage.supervisor = nullptr; // the observer has been told of the end after that
+    EXPECT_EQ(stage.world->count("second root final"), 1);
+    EXPECT_EQ(stage.world->count("first root final"), 0);
+}
+
 TEST(Supervisor, ChoosesTheShortestLimit)
 {
     Stage stage("( root )");
