@@ -1,5 +1,5 @@
-// Clients of a supervised sequence that wait with a limit that never passes. Each call returns at
-// the moment of its cause, so that no wake-up is lost.
+// Wake-ups of a supervised sequence. Clients wait with limits that never pass, and return at the
+// moment of the cause. The supervisor's thread does its next task at the moment of its cause.
 #include "simulated/sequences.h"
 
 #include "resmgt/deviceManager.h"
@@ -181,6 +181,14 @@ std::unique_ptr<Client> waitLocked(Scene &scene)
 std::unique_ptr<Client> wait(Scene &scene)
 {
     return std::make_unique<Client>([&scene] { return scene.supervisor->wait(NEVER); });
+}
+
+std::unique_ptr<Client> abort(Scene &scene, double seconds)
+{
+    return std::make_unique<Client>([&scene, seconds] {
+        scene.supervisor->abort(seconds);
+        return true;
+    });
 }
 
 std::unique_ptr<Client> stop(Scene &scene)
@@ -365,6 +373,97 @@ SIMULATED(DestructorWakesWhenTheThreadHasLeft, STRICT)
     double const begin = now();
     scene.supervisor = nullptr;
     HOLDS(now() <= begin + 0.01);
+}
+
+// ---- The supervisor's thread wakes as well.
+
+SIMULATED(ThreadWakesWhenADeviceFailsWhileTheSequenceStops, STRICT)
+{
+    InPackageScope const packages;
+    Scene scene;
+    scene.child->keeps = "start";
+    scene.start();
+    auto const stopping = stop(scene);
+    settle();
+    scene.child->drop(); // the root waits for the child and can never stop
+    HOLDS(stopping->getResult() == Result::RETURNED);
+}
+
+/// The root is aborted as soon as the child has answered.
+SIMULATED(ThreadWakesWhenAChildHasEnded, STRICT)
+{
+    InPackageScope const packages;
+    Scene scene;
+    scene.start();
+    scene.child->keeps = "abort";
+    auto const aborting = abort(scene, 9);
+    settle();
+    scene.child->answer();
+    HOLDS(aborting->getResult() == Result::RETURNED);
+}
+
+/// The turn of the root is earlier if the limit becomes shorter.
+SIMULATED(ThreadWakesWhenTheLimitIsShortened, STRICT)
+{
+    InPackageScope const packages;
+    Scene scene;
+    scene.start();
+    scene.child->keeps = "abort";
+    auto const aborting = abort(scene, NEVER);
+    settle();
+    double const begin = now();
+    DevSeqStatus const status = scene.supervisor->abort(10);
+    HOLDS(now() <= begin + 10.01);
+    HOLDS(status.devices[0].end == End::ABORTED);
+    HOLDS(status.devices[1].end == End::NO_ANSWER);
+    HOLDS(aborting->getResult() == Result::RETURNED);
+    scene.child->drop();
+}
+
+/// The child does not return from its stop, so the thread is replaced. When the child returns, it is
+/// aborted at once.
+SIMULATED(ThreadWakesWhenACallReturns, STRICT)
+{
+    InPackageScope const packages;
+    Scene scene;
+    scene.start();
+    scene.child->hangsIn = "stop";
+    scene.child->keeps = "stop";
+    Client stopping([&scene] {
+        scene.supervisor->stop(1, 9);
+        return true;
+    });
+    ::Sleep(4000);
+    scene.child->goOn();
+    HOLDS(stopping.getResult() == Result::RETURNED);
+    HOLDS(scene.supervisor->getStatus().devices[1].end == End::ABORTED);
+    scene.child->drop();
+    settle(); // until the thread that was left behind has ended
+}
+
+SIMULATED(ThreadWakesToTellTheObserverOfTheEnd, STRICT)
+{
+    class Observer final : public DevSeqObserver
+    {
+    public:
+        void stateChanged(LiString const &device, LiString const &state) override
+        {
+            last = device + " " + state;
+        }
+        LiString last;
+    };
+    InPackageScope const packages;
+    Scene scene;
+    auto const observer = makeShd<Observer>();
+    scene.supervisor->setObserver(observer);
+    scene.start();
+    scene.root->keeps = "abort";
+    auto const aborting = abort(scene, NEVER);
+    settle();
+    HOLDS(observer->last == "root abort");
+    scene.root->answer();
+    settle();
+    HOLDS(observer->last == "root final");
 }
 
 // ---- There is no memory for the orderly way.
