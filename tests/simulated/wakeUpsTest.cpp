@@ -420,8 +420,8 @@ SIMULATED(ThreadWakesWhenTheLimitIsShortened, STRICT)
     scene.child->drop();
 }
 
-/// The child does not return from its stop, so the thread is replaced. When the child returns, it is
-/// aborted at once.
+/// The child does not return from its stop, so the thread is replaced. When the child returns, it
+/// is aborted at once.
 SIMULATED(ThreadWakesWhenACallReturns, STRICT)
 {
     InPackageScope const packages;
@@ -523,8 +523,8 @@ SIMULATED(StopWakesWhenThereIsNoMemory, WITHOUT_MEMORY)
     scene.root->drop();
 }
 
-/// A child whose parent has aborted is told to stop by the plan. If there is no memory for that, the
-/// plan does not try again and again.
+/// A child whose parent has aborted is told to stop by the plan. If there is no memory for that,
+/// the plan does not try again and again.
 SIMULATED(LostSubtreeStopsWithoutMemory, WITHOUT_MEMORY)
 {
     InPackageScope const packages;

@@ -321,7 +321,9 @@ TEST(Supervisor, SequenceEndsWhenAllDevicesHaveAborted)
     EXPECT_FALSE(stage.supervisor->wait(0));
     stage["root"].reportAbort();
     EXPECT_TRUE(stage.supervisor->wait(LONG));
+    EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqDeviceFailed);
     EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "aborted aborted");
+    EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqIllegalCall);
 }
 
 TEST(Supervisor, OthersStopInOrderIfADeviceHasFailedInLock)
