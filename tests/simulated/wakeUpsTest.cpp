@@ -258,6 +258,7 @@ SIMULATED(ClientsWakeWhenADeviceAborts, STRICT)
     HOLDS(second->getResult() == Result::FAILED);
     settle();
     scene.child->answer();
+    scene.root->answer(); // so that it can be stopped
 }
 
 SIMULATED(ClientsWakeWhenTheSequenceIsStoppedAndWhenItHasEnded, STRICT)
