@@ -49,6 +49,33 @@ TEST_F(SequenceAccess, ParsingTouchesNoDevice)
     EXPECT_EQ(journal.take(), Lines{});
 }
 
+// The device cannot know from which of the trees a step comes. Each tree gets its own completions.
+TEST_F(SequenceAccess, DeviceOfTwoTreesGetsTheStepsOfBoth)
+{
+    Registered const a = device("a");
+    Registered const b = device("b");
+    ObjPtr<DevMgrSyncSeqAcc> const other = manager->createSyncSeqAcc();
+    access->configure("( a )");
+    other->configure("( b ( a ) )");
+    EXPECT_EQ(journal.take(), (Lines{"create a", "create b"}));
+    for (DevMgrSyncSeqAcc * const sequence : {access.get(), other.get()}) {
+        EXPECT_EQ(sequence->getState("a"), "init");
+        sequence->start();
+        while (sequence->getState("a") != "lock")
+            std::this_thread::yield();
+    }
+    EXPECT_EQ(journal.take(), (Lines{"start a", "sync to time a", "start b", "start a",
+                                     "sync to time b", "sync to mark a"}));
+    access->stop();
+    access->wait();
+    EXPECT_EQ(access->getState("a"), "final");
+    EXPECT_EQ(other->getState("a"), "lock");
+    other->stop();
+    other->wait();
+    EXPECT_EQ(other->getState("a"), "final");
+    EXPECT_EQ(journal.take(), (Lines{"stop a", "stop a", "stop b"}));
+}
+
 TEST_F(SequenceAccess, WholeTreeStartsLocksAndStops)
 {
     Registered const a = device("a");

@@ -4,6 +4,7 @@
 #include "childProcess.h"
 #include "packages/registered.h"
 #include "platform/services.h"
+#include "resmgt/deviceManager/devMgr.h"
 #include "resmgt/locks/locksStatics.private.h"
 #include "resmgt/packages.h"
 #include "resmgt/syncEngine/seSyncEngine.h"
@@ -89,6 +90,16 @@ void tryThread()
     }
 }
 
+void tryManager()
+{
+    try {
+        ObjPtr<DevMgr> const manager = DevMgr::create();
+        std::cout << "created" << std::endl;
+    } catch (AssertionFailed const &failure) {
+        std::cout << "failed " << failure.getExpression() << std::endl;
+    }
+}
+
 void giveUpPrivileges()
 {
 #ifdef _WIN32
@@ -125,6 +136,13 @@ void startEarly()
     tryThread();
     InPackageScope const packages;
     tryThread();
+}
+
+void manageEarly()
+{
+    tryManager();
+    InPackageScope const packages;
+    tryManager();
 }
 
 void upAndDown()
@@ -256,6 +274,7 @@ struct Scene
     void (*play)();
 };
 Scene const scenes[] = {{"startEarly", startEarly},
+                        {"manageEarly", manageEarly},
                         {"upAndDown", upAndDown},
                         {"unasked", unasked},
                         {"wanted", wanted},
@@ -290,6 +309,13 @@ TEST(FreshProcess, NoThreadStartsBeforeThePackagesAreUp)
 {
     std::string const output = play("startEarly");
     EXPECT_THAT(output, HasSubstr("failed canStart()\nran\n"));
+}
+
+TEST(FreshProcess, NoDeviceManagerIsCreatedBeforeThePackagesAreUp)
+{
+    std::string const output = play("manageEarly");
+    EXPECT_THAT(output, HasSubstr("failed canStart()\ncreated\n"));
+    EXPECT_THAT(output, Not(HasSubstr("status")));
 }
 
 TEST(FreshProcess, ThreadsMayStartForTheRestOfTheProcess)

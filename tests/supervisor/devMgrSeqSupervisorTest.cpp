@@ -113,6 +113,49 @@ TEST(Supervisor, SecondStopReturnsTheSameReport)
     EXPECT_EQ(first.moment, third.moment);
 }
 
+// The device gets the steps of both trees. A failure in one of them does not concern the other one.
+template <class Device>
+void runInTwoTrees()
+{
+    StageOf<Device> stage("( root ( a ) )");
+    stage.run();
+    ObjPtr<DevMgrSeqSupervisor> const second = stage.manager->createSeqSupervisor("( a )");
+    second->start();
+    EXPECT_TRUE(second->waitLocked(LONG));
+    EXPECT_EQ(stage.world->count("start a"), 2);
+    EXPECT_EQ(stage.world->count("open a"), 1);
+    EXPECT_EQ(endsOf(second->stop(LONG)), "stopped");
+    EXPECT_EQ(stage.getStatus("a").state, "lock");
+
+    ObjPtr<DevMgrSeqSupervisor> const third = stage.manager->createSeqSupervisor("( a )");
+    third->start();
+    EXPECT_TRUE(third->waitLocked(LONG));
+    stage["a"].manners["stop"] = Manner::THROWS;
+    EXPECT_EQ(endsOf(third->stop(LONG)), "failed (No signal.)");
+    EXPECT_EQ(stage.getStatus("a").state, "lock");
+    EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
+    stage["a"].manners.clear();
+
+    ObjPtr<DevMgrSyncSeqAcc> const plain = stage.manager->createSyncSeqAcc();
+    plain->configure("( a )");
+    plain->start();
+    while (plain->getState("a") != "lock")
+        std::this_thread::yield();
+    EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "stopped stopped");
+    EXPECT_EQ(plain->getState("a"), "lock");
+    plain->stop();
+    plain->wait();
+    EXPECT_EQ(stage.world->count("start a"), 4);
+    EXPECT_EQ(stage.world->count("stop a"), 4);
+    EXPECT_EQ(stage.world->count("abort a"), 1);
+}
+
+TEST(Supervisor, DeviceOfTwoTreesGetsTheStepsOfBoth)
+{
+    runInTwoTrees<Hostile>();
+    runInTwoTrees<HostileStandard>();
+}
+
 TEST(Supervisor, ManyThreadsStopAndAbort)
 {
     for (int i = 0; i < 20; ++i) {
@@ -278,7 +321,9 @@ TEST(Supervisor, SequenceEndsWhenAllDevicesHaveAborted)
     EXPECT_FALSE(stage.supervisor->wait(0));
     stage["root"].reportAbort();
     EXPECT_TRUE(stage.supervisor->wait(LONG));
+    EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqDeviceFailed);
     EXPECT_EQ(endsOf(stage.supervisor->stop(LONG)), "aborted aborted");
+    EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqIllegalCall);
 }
 
 TEST(Supervisor, OthersStopInOrderIfADeviceHasFailedInLock)
@@ -621,6 +666,28 @@ TEST(Supervisor, ObserverThatHangsIsLeftBehind)
     stage.supervisor->start();
     stage.world->waitHanging();
     EXPECT_EQ(endsOf(stage.supervisor->stop(0.01, 6)), "aborted none");
+}
+
+TEST(Supervisor, ObserverAfterOneThatHangsIsToldOfTheEnd)
+{
+    Stage stage("( root ( a ) )");
+    stage["root"].manners["abort"] = Manner::SILENT;
+    stage.run();
+    auto const world = stage.world;
+    stage.supervisor->setObserver(RCShdPtr<DevSeqObserver>(new Observer([world](auto const &line) {
+        world->add("first " + line);
+        world->hang();
+    })));
+    auto aborted = std::async(std::launch::async, [&] { return stage.supervisor->abort(6); });
+    stage.world->waitFor("first a abort");
+    stage.world->waitFor("abort root"); // by another thread
+    stage.supervisor->setObserver(RCShdPtr<DevSeqObserver>(
+        new Observer([world](auto const &line) { world->add("second " + line); })));
+    stage["root"].answer("abort");
+    EXPECT_EQ(endsOf(aborted.get()), "aborted aborted");
+    stage.supervisor = nullptr; // the observer has been told of the end after that
+    EXPECT_EQ(stage.world->count("second root final"), 1);
+    EXPECT_EQ(stage.world->count("first root final"), 0);
 }
 
 TEST(Supervisor, ChoosesTheShortestLimit)

@@ -48,7 +48,8 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevMgr
 {
 public:
-    /// Creates a manager and starts its thread "DevMgr ANO".
+    /// Creates a manager and starts its thread "DevMgr ANO". Fails the assertion "canStart()"
+    /// before the first `InPackageScope`.
     [[nodiscard]] static ObjPtrRet<DevMgr> create();
 
     virtual ~DevMgr() noexcept(false);

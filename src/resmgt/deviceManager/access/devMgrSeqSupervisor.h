@@ -38,7 +38,7 @@ struct DevSeqDeviceStatus
 
     LiString name;
     /// The state of the device's machine, such as "wml". A failed device keeps the state in which
-    /// it has failed.
+    /// it has failed, until it is told to abort.
     LiString state;
     double stateSince = 0;
     /// "start", "sync", "recover", "stop" or "abort" if the device has not finished that step.
@@ -104,7 +104,8 @@ struct DevSeqStatus
 /// - A device has failed if it throws from a call, if its standard thread throws from a step, or if
 ///   it destroys a completion without running it. Other devices go on.
 ///
-/// A sequence runs once. A further run needs a new supervisor.
+/// A sequence runs once. A further run needs a new supervisor. A device that is in several trees
+/// gets the steps of each, so let one tree end before the next one starts.
 ///
 /// **Threads**: any thread may call any operation, at any time and any number of times. A call that
 /// makes no sense at the moment throws `DevMgrEx::SeqIllegalCall` and changes nothing. From an
@@ -147,8 +148,8 @@ public:
     virtual void start() = 0;
     /// Blocks until every device is in lock. Returns false if the limit has passed. Throws
     /// `DevMgrEx::SeqDeviceFailed` as soon as a device has failed or aborted, because the tree can
-    /// no longer lock, and `DevMgrEx::SeqIllegalCall` if the sequence was not started, is being
-    /// ended or has ended.
+    /// no longer lock, and `DevMgrEx::SeqIllegalCall` if the sequence was not started, or if `stop`
+    /// or `abort` was called.
     virtual bool waitLocked(double seconds) = 0;
     /// Ends the sequence. The devices stop in order, the leaves first. A failed or aborted device
     /// does not keep the others from that. If devices have not ended after `seconds`, or if a

@@ -36,7 +36,8 @@ class DevMgrMediator;
 /// device, to any depth: `( root ( child child ( grandchild ) child ) )`. White space separates
 /// names. Brackets need none.
 ///
-/// An access object has one tree, which runs once. A further run needs a new object.
+/// An access object has one tree, which runs once. A further run needs a new object. A device that
+/// is in several trees gets the steps of each, so let one tree end before the next one starts.
 ///
 /// **Threads**: any thread may call any operation at any time, except the threads of devices and
 /// "DevMgr ANO".

@@ -169,10 +169,11 @@ bool DevSeqPlan::getNextDeferred(Task &task)
 }
 
 /// Delivers the stop when each live device is in lock, so that no event of the stop meets another
-/// state. A lost device cannot pass the stop on, so the plan does that.
+/// state. A lost device cannot pass the stop on, so the plan does that. If the sequence itself has
+/// failed, a machine may refuse the stop again and again. Then the abort is next.
 bool DevSeqPlan::getNextOfStop(Task &task)
 {
-    if (_record.getPhase() != Record::Phase::STOPPING)
+    if (_record.getPhase() != Record::Phase::STOPPING || _record.hasFailedAsWhole())
         return false;
     if (!_isStopDelivered) {
         if (!_record.areLocked() &&

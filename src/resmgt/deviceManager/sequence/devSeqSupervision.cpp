@@ -231,6 +231,8 @@ void DevSeqSupervision::setObserver(RCShdPtr<DevSeqObserver> const &observer)
     RCShdPtr<DevSeqObserver> former(observer); // destroyed without the lock
     Guard const guard(_lock);
     former.swap(_observer);
+    if (former != _observer)
+        _isObserverGivenUp = false;
 }
 
 void DevSeqSupervision::setEndLimit(double seconds)
