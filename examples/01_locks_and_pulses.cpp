@@ -1,7 +1,7 @@
 // Locks and pulses: a decoder passes pictures to a display through a slot with room for one.
 //
-// A mutex guards the slot, and a pulse wakes the other thread after each change. Both threads are
-// of the standard library. No thread polls, and no picture is lost.
+// A mutex guards the slot, and a pulse wakes the other thread after each change. No thread polls,
+// and no picture is lost. The locks work on threads of the standard library, too.
 //
 // Prints:
 //

@@ -1,6 +1,6 @@
 // A pool of threads: the waveform of a recording, each half second computed by a task of its own.
 //
-// The client counts its tasks under a tag and waits until the count is 0.
+// The tasks are counted under a tag, and the client waits until the count is 0.
 //
 // Prints:
 //
@@ -39,7 +39,7 @@ public:
     ~TaskPool() noexcept(false) override
     {
         stop();
-        Task left;
+        Task left; // no worker has taken it
         while (_tasks.tryConsume(left))
             continue;
     }

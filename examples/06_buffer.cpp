@@ -79,7 +79,7 @@ int main()
     MbBuffer const first = open("picture 1", SIZE, std::byte(10));
     MbBuffer const second = open("picture 2", SIZE, std::byte(20));
     MbBuffer const third = open("picture 3", SIZE / 2, std::byte(30));
-    std::ranges::fill(MbBufferWrGuardImp(first).getData(), std::byte(30));
+    std::ranges::fill(MbBufferWrGuardImp(first).getData(), std::byte(30)); // held for this call
     show(second);
     try {
         show(third);

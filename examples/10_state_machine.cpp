@@ -1,7 +1,6 @@
 // A state machine: a tape deck that records only if the tape may be written.
 //
-// The machine is a table, and its transitions are code. A condition chooses between two of them. An
-// event that is illegal in a state leads to the state `_ill`.
+// A condition chooses between two transitions. An illegal event leads to the state `_ill`.
 //
 // Prints:
 //
