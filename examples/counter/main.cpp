@@ -1,4 +1,10 @@
 // zvcounter: starts two counters in a tree, reads a property and stops them.
+//
+// Prints:
+//
+//     The child has counted to 1.
+//     parent is in state final.
+//     child is in state final.
 
 #include "counter.h"
 

@@ -1,7 +1,8 @@
 # cmake -D BUILD=<build folder> -D SOURCE=<this folder> -D CXX=<compiler> -D GENERATOR=<generator>
-#     -P check.cmake
+#     [-D FLAGS=<compiler flags>] [-D EXAMPLES=<folder of the examples>] -P check.cmake
 #
-# Installs the build into a prefix of its own, moves that, and builds and runs the consumer against it.
+# Installs the build into a prefix of its own, moves that, and builds and runs the consumer against it. If EXAMPLES is
+# given, builds the examples alone against it and runs their tests.
 
 set(work ${BUILD}/consumer)
 file(REMOVE_RECURSE ${work})
@@ -19,10 +20,19 @@ get_filename_component(library_folder ${package_folder} DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${package_folder})
 set(ENV{LD_LIBRARY_PATH} ${library_folder})
 
-do(${CMAKE_COMMAND} -S ${SOURCE} -B ${work}/build -G ${GENERATOR} -D CMAKE_PREFIX_PATH=${work}/prefix
-    -D CMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${FLAGS}")
-do(${CMAKE_COMMAND} --build ${work}/build)
+function(build source folder)
+    do(${CMAKE_COMMAND} -S ${source} -B ${folder} -G ${GENERATOR} -D CMAKE_PREFIX_PATH=${work}/prefix
+        -D CMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${FLAGS}")
+    do(${CMAKE_COMMAND} --build ${folder})
+endfunction()
+
+build(${SOURCE} ${work}/build)
 do(${work}/build/by_package)
 do(${work}/build/by_pkg_config)
 unset(ENV{LD_LIBRARY_PATH})
 do(${work}/build/by_run_path)
+
+if(EXAMPLES)
+    build(${EXAMPLES} ${work}/examples)
+    do(${CMAKE_CTEST_COMMAND} --test-dir ${work}/examples --no-tests=error)
+endif()
