@@ -1,5 +1,4 @@
 // Package deviceProtocol: what a managed device implements, and standard devices (device writers).
-// device derives from.
 #pragma once
 
 #include "resmgt/deviceProtocol/devANO.h"

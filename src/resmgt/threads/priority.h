@@ -101,6 +101,7 @@ public:
     bool isIndependantButNotSet() const;
 
     LiString getName() const;
+    /// Renames the node. Does not solve the graph.
     void setName(LiString const &name);
     LkRecLock const &getLock() const ZV_RETURN_CAPABILITY(_lock) { return _lock; }
     PriorityMgr &getMgr() const { return *_mgr; }

@@ -24,6 +24,7 @@ public:
         RIGHT
     };
 
+    /// Returns the other side.
     static Side getOpposite(Side side) { return side == LEFT ? RIGHT : LEFT; }
 };
 
@@ -44,6 +45,7 @@ public:
 class ZVRESMGT_EXPORT PriorityRelation : public PriorityTypes
 {
 public:
+    /// How the left-hand priority compares with the right-hand one.
     enum Relation : int
     {
         EQUAL,     ///< ==
@@ -69,7 +71,9 @@ public:
     LiString const &getName() const { return _name; }
     Priority &getLhs() const { return *_lhs; }
     Priority &getRhs() const { return *_rhs; }
+    /// Returns the node on that side.
     Priority &get(Side side) const { return side == LEFT ? *_lhs : *_rhs; }
+    /// Returns whether the nodes are related in that way.
     bool isRelation(Relation relation) const { return _relation == relation; }
     /// Returns whether `priority` is one of the two nodes.
     bool uses(Priority const &priority) const { return _lhs == &priority || _rhs == &priority; }

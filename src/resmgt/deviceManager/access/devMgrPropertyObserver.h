@@ -11,6 +11,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevMgrPropertyObserverHint
 {
 public:
+    /// `event` has the bits that the device has set.
     DevMgrPropertyObserverHint(RCShdPtr<DevMDPropertyAny> const &property, unsigned int event)
         : _property(property), _event(event)
     {}

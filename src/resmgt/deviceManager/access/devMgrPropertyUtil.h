@@ -31,8 +31,10 @@ public:
 class ZVRESMGT_EXPORT DevMgrPropertyObserverUtil
 {
 public:
+    /// Attaches an observer to the property, as `DevMgrPropertyAcc::attachObserver` does.
     static void attachObserver(DevMgrPropertyAcc &access, LiString const &config,
                                RCShdPtr<DevMgrPropertyObserver> observer);
+    /// Detaches an observer from the property, as `DevMgrPropertyAcc::detachObserver` does.
     static void detachObserver(DevMgrPropertyAcc &access, LiString const &config,
                                RCShdPtr<DevMgrPropertyObserver> observer);
 

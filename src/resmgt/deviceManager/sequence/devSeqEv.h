@@ -12,6 +12,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevSeqEv
 {
 public:
+    /// The events. Their values are the numbers in the table.
     enum Event : std::int32_t
     {
         START,    ///< from the client to the root, and from a parent to its children
@@ -31,18 +32,18 @@ public:
     /// The names of the events.
     struct Names
     {
-        char const *start;
-        char const *ready;
-        char const *sready;
-        char const *proceed;
-        char const *lock;
-        char const *mlock;
-        char const *recover;
-        char const *stop;
-        char const *stopped;
-        char const *sstopped;
-        char const *abort;
-        char const *aborted;
+        char const *start;    ///< name of `START`
+        char const *ready;    ///< name of `READY`
+        char const *sready;   ///< name of `SREADY`
+        char const *proceed;  ///< name of `PROCEED`
+        char const *lock;     ///< name of `LOCK`
+        char const *mlock;    ///< name of `MLOCK`
+        char const *recover;  ///< name of `RECOVER`
+        char const *stop;     ///< name of `STOP`
+        char const *stopped;  ///< name of `STOPPED`
+        char const *sstopped; ///< name of `SSTOPPED`
+        char const *abort;    ///< name of `ABORT`
+        char const *aborted;  ///< name of `ABORTED`
     };
     /// Returns the names. They stay valid until the process ends.
     static Names const &getNames();

@@ -15,6 +15,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevSeqTransFactory : public DevSMTransitionFactory
 {
 public:
+    /// `evPend` is the queue that the `DevSeqSM` of the node takes its events from.
     DevSeqTransFactory(RCShdPtr<DevSeqEvPend> evPend, RCShdPtr<DevSeqTreeNodeUtil> nodeUtil,
                        RCShdPtr<DevSeqPrtclUtil> prtclUtil);
     ~DevSeqTransFactory() override;

@@ -31,6 +31,7 @@ class DevSeqTree;
 class ZVRESMGT_EXPORT DevSeqTreeLink : public RCBase<LkCounter<long>>
 {
 public:
+    /// Links to `tree`, which must call `clear` before it is destroyed.
     explicit DevSeqTreeLink(DevSeqTree *tree);
 
     /// Calls `DevSeqTree::processEvent`, or does nothing if there is no tree.

@@ -60,8 +60,10 @@ public:
     std::int32_t getSstoppedCount() const { return _sstoppedCount; }
     void setSstoppedCount(std::int32_t count) { _sstoppedCount = count; }
 
+    /// The number of children of the node.
     std::int32_t getNbChildren() const { return _nbChildren; }
     void setNbChildren(std::int32_t nbChildren) { _nbChildren = nbChildren; }
+    /// True if the node has a parent.
     bool hasParent() const { return _hasParent; }
     void setHasParent(bool hasParent) { _hasParent = hasParent; }
 

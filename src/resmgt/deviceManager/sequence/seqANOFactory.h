@@ -15,6 +15,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT SeqANOFactory
 {
 public:
+    /// `tree` gets the events. If it is null, `create` throws.
     explicit SeqANOFactory(RCShdPtr<DevSeqTree> tree);
 
     /// Returns a new notification of an event, a value of `DevSeqEv`, for the device of that name.
