@@ -64,6 +64,7 @@ private:
 
 } // namespace Zv
 
+/// Agrees with `==`.
 template <>
 struct std::hash<Zv::LkThreadId>
 {
