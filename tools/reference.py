@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 """Prepares headers and documents for doxygen, so that they need no commands of doxygen themselves.
 
-    reference.py FILE          prints FILE as doxygen reads it (INPUT_FILTER in docs/Doxyfile)
-    reference.py --pages DIR   writes a page for each audience into DIR
-    reference.py --check LOG   prints the warnings in LOG that count, and fails if there is one
+    reference.py write DIR         writes what doxygen reads into DIR, with a page for each audience
+    reference.py check LOG DIR     prints the warnings in LOG that count, and fails if there is one
 
-A header's folder says which package it belongs to, and so which group. Its first line has its purpose and its audience. A
-package's purpose is the first line of its umbrella header.
+A header's folder says which package it belongs to, and so which group. Its first line has its purpose and its audience.
+A package's purpose is the first line of its umbrella header. All lines keep their numbers.
 """
 
+import glob
 import os
 import re
 import sys
@@ -16,9 +16,9 @@ import sys
 ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), ".."))
 
 AUDIENCES = {
-    "applications": ("Applications", "What programs use that run devices, threads, buffers and clocks."),
-    "device writers": ("Device writers", "What devices implement, and the classes that they derive from."),
-    "extenders": ("Extenders", "What is used to add to the library itself."),
+    "applications": "What programs use that run devices, threads, buffers and clocks.",
+    "device writers": "What devices implement, and the classes that they derive from.",
+    "extenders": "What is used to add to the library itself.",
 }
 
 # The umbrella headers of the packages, in the order of the packages.
@@ -90,8 +90,8 @@ def markExamples(lines):
 
 def shareComments(lines):
     """Gives declarations the comment that they share with one above them. A comment that begins with a verb in the
-    singular ("Returns …") is for one declaration and for the overloads right below it. Any other ("Return …", "The steps
-    …") is for all declarations down to the next comment, plain getter or blank line. The overloads for
+    singular ("Returns …") is for one declaration and for the overloads right below it. Any other ("Return …", "The
+    steps …") is for all declarations down to the next comment, plain getter or blank line. The overloads for
     std::chrono::duration share the comment of those for seconds."""
     comment, name, known, i = [], None, set(), 0
     while i < len(lines):
@@ -184,10 +184,13 @@ def filterHeader(name, lines):
     shareComments(lines)
 
 
-def anchor(document, heading):
-    """Returns doxygen's label for a heading. The second part is what code hosts use."""
-    slug = re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-")
-    return f"{os.path.splitext(os.path.basename(document))[0]}-{slug}"
+def label(document, heading=None):
+    """Returns the label of a document or of a heading. The second part is what code hosts use."""
+    name = os.path.splitext(os.path.basename(document))[0].lower()
+    if not heading:
+        return name
+    slug = re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+    return f"{name}-{slug}"
 
 
 def filterDocument(name, lines):
@@ -198,7 +201,9 @@ def filterDocument(name, lines):
         if isCode:
             continue
         if heading := re.fullmatch(r"##+ (.*)", line):
-            lines[i] += f" {{#{anchor(name, heading[1])}}}"
+            lines[i] += f" {{#{label(name, heading[1])}}}"
+        elif line.startswith("# ") and name != "README.md":
+            lines[i] += f" {{#{label(name)}}}"
         lines[i] = re.sub(r"\[((?:[^\[\]`]|`[^`]*`)+)\]\(([\w./-]+)(?:#([\w-]+))?\)",
                           lambda link: convertLink(os.path.dirname(name), *link.groups()), lines[i])
 
@@ -211,18 +216,8 @@ def convertLink(folder, text, target, heading):
     if target.endswith(".h") and target.startswith("src/"):
         return f"[{text}](@ref {target[4:]})"
     if target.endswith(".md"):
-        return f"[{text}](#{anchor(target, heading)})" if heading else f"[{text}]({target})"
+        return f"[{text}](#{label(target, heading)})"
     return text
-
-
-def printFiltered(path):
-    name = os.path.relpath(os.path.realpath(path), ROOT)
-    lines = readLines(name)
-    if name.endswith(".h"):
-        filterHeader(name, lines)
-    elif name.endswith(".md"):
-        filterDocument(name, lines)
-    print("\n".join(lines))
 
 
 def findHeaders():
@@ -235,12 +230,29 @@ def findHeaders():
     return sorted(headers)
 
 
+def writeLines(name, lines):
+    os.makedirs(os.path.dirname(name), exist_ok=True)
+    with open(name, "w", encoding="utf-8") as file:
+        file.write("\n".join(lines) + "\n")
+
+
+def writeInput(folder):
+    for name in findHeaders():
+        lines = readLines(name)
+        filterHeader(name, lines)
+        writeLines(os.path.join(folder, name), lines)
+    for document in [*glob.glob("*.md", root_dir=ROOT), *glob.glob("docs/*.md", root_dir=ROOT)]:
+        lines = readLines(document)
+        filterDocument(document, lines)
+        writeLines(os.path.join(folder, document), lines)
+    writePages(folder)
+
+
 def writePages(folder):
-    os.makedirs(folder, exist_ok=True)
     headers = {name: readPurpose(readLines(name))[:2] for name in findHeaders()}
-    for audience, (title, text) in AUDIENCES.items():
-        label = "for-" + audience.replace(" ", "-")  # of the page and the file
-        lines = [f"# For {audience} {{#{label}}}", "", text]
+    for audience, text in AUDIENCES.items():
+        page = f"for-{audience.replace(' ', '-')}.md"
+        lines = [f"# For {audience}", "", text]
         for package, umbrella in UMBRELLAS.items():
             own = [name for name in headers
                    if packageOf(name) == package and name != umbrella and audience in headers[name][1]]
@@ -249,8 +261,8 @@ def writePages(folder):
             lines += ["", f"## {package}", "", headers[umbrella][0], "",
                       "| header | what it holds |", "|---|---|"]
             lines += [f"| @ref {name[4:]} | {headers[name][0]} |" for name in own]
-        with open(os.path.join(folder, f"{label}.md"), "w", encoding="utf-8") as file:
-            file.write("\n".join(lines) + "\n")
+        filterDocument(page, lines)
+        writeLines(os.path.join(folder, page), lines)
 
 
 # Members that need no sentence (docs/style.md): what doxygen calls them, with their class as {0}.
@@ -267,28 +279,26 @@ PLATFORM_FORM = r"(Windows|WinNT)$"
 
 
 def isPlain(warning):
-    member = re.fullmatch(r".* warning: Member (.*) \((?:function|friend|typedef)\) of (?:class|struct) (?:[\w:]*::)?(\w+)(?:<.*>)? "
-                          r"is not documented\.", warning)
+    member = re.fullmatch(r".* warning: Member (.*) \((?:function|friend|typedef)\) of (?:class|struct) "
+                          r"(?:[\w:]*::)?(\w+)(?:<.*>)? is not documented\.", warning)
     if not member:
         return False
     return re.search(PLATFORM_FORM, member[2]) or any(re.match(plain.format(member[2]), member[1]) for plain in PLAIN)
 
 
-def check(log):
+def check(log, folder):
     with open(log, encoding="utf-8") as file:
-        warnings = [line for line in file.read().splitlines() if line]
-    counting = [warning for warning in dict.fromkeys(warnings) if not isPlain(warning)]
-    print("\n".join(counting))
+        text = file.read().replace(os.path.realpath(folder) + "/", "")
+    counting = [line for line in dict.fromkeys(text.splitlines()) if line and not isPlain(line)]
+    print("".join(f"{line}\n" for line in counting), end="")
     sys.exit(1 if counting else 0)
 
 
 def main():
-    if len(sys.argv) == 2:
-        printFiltered(sys.argv[1])
-    elif sys.argv[1:2] == ["--pages"] and len(sys.argv) == 3:
-        writePages(sys.argv[2])
-    elif sys.argv[1:2] == ["--check"] and len(sys.argv) == 3:
-        check(sys.argv[2])
+    if sys.argv[1:2] == ["write"] and len(sys.argv) == 3:
+        writeInput(sys.argv[2])
+    elif sys.argv[1:2] == ["check"] and len(sys.argv) == 4:
+        check(sys.argv[2], sys.argv[3])
     else:
         sys.exit(__doc__)
 
