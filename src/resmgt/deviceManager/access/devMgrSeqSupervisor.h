@@ -41,7 +41,7 @@ struct DevSeqDeviceStatus
     /// The state of the device's machine, such as "wml". A failed device keeps the state in which
     /// it has failed.
     LiString state;
-    /// The moment at which the machine has come to that state.
+    /// The moment at which the machine entered that state.
     double stateSince = 0;
     /// "start", "sync", "recover", "stop" or "abort" if the device has not finished that step.
     /// Otherwise empty.
