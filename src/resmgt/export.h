@@ -8,5 +8,6 @@
 #define ZVRESMGT_EXPORT __declspec(dllimport)
 #endif
 #else
+/// Exports a class, function or template instance from libzvresmgt.
 #define ZVRESMGT_EXPORT __attribute__((visibility("default")))
 #endif

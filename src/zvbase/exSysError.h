@@ -20,6 +20,7 @@ public:
     ExSysError &operator=(ExSysError const &);
     ~ExSysError() override;
 
+    /// Returns the reason, as `getReason` does.
     char const *what() const noexcept override;
     int getSystemError() const noexcept { return _systemError; }
 

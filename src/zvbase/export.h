@@ -12,6 +12,8 @@
 #define ZVBASE_EXPORT __declspec(dllimport)
 #endif
 #else
+/// Exports a class, function or variable from libzvbase.
 #define ZVBASE_EXPORT __attribute__((visibility("default")))
+/// Exports a class template. On Windows its explicit instantiations are exported instead.
 #define ZVBASE_TEMPLATE_EXPORT ZVBASE_EXPORT
 #endif

@@ -112,7 +112,9 @@ namespace ZvInit {
 /// The tag of the base library's package, which needs no other one.
 struct ZVBASE_EXPORT base
 {
+    /// The name of the package.
     static constexpr char const *NAME = "base";
+    /// The packages that it needs.
     using DependsOn = InDependencies<>;
 };
 

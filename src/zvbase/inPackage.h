@@ -122,6 +122,7 @@ private:
 class ZVBASE_EXPORT InPackageError : public std::logic_error
 {
 public:
+    /// `what` is the text that `what()` returns.
     explicit InPackageError(std::string const &what);
     ~InPackageError() override;
 };

@@ -28,6 +28,7 @@ class LgQueueImp;
 class ZVBASE_EXPORT LgLine
 {
 public:
+    /// The form of a line.
     enum Kind : std::uint32_t
     {
         /// A trace line. It begins with the moment at which it was ended.
@@ -36,6 +37,7 @@ public:
         PLAIN
     };
 
+    /// Makes an empty line.
     explicit LgLine(Kind kind = LINE);
     ~LgLine();
     LgLine(LgLine const &) = delete;

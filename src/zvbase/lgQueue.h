@@ -136,6 +136,7 @@ protected:
 class ZVBASE_EXPORT LgQueue::SuppressGuard
 {
 public:
+    /// Drops the lines of `queue` from now on.
     explicit SuppressGuard(LgQueue &queue);
     ~SuppressGuard();
     SuppressGuard(SuppressGuard const &) = delete;

@@ -76,9 +76,11 @@ public:
 
     constexpr BasicObjPtr() noexcept = default;
     constexpr BasicObjPtr(std::nullptr_t) noexcept {}
+    /// Takes ownership of `object`, which may be null.
     explicit constexpr BasicObjPtr(T *object) noexcept : _object(object) {}
     BasicObjPtr(BasicObjPtr &source) noexcept : _object(source.release()) {}
     BasicObjPtr(BasicObjPtr &&source) noexcept : _object(source.release()) {}
+    /// Takes the object that a function has returned.
     BasicObjPtr(BasicObjPtrRet<T, Disposal> &&source) noexcept : _object(source.release()) {}
 
     /// Takes the object of an owner of a derived class.
@@ -108,6 +110,7 @@ public:
         reset(source.release());
         return *this;
     }
+    /// Destroys the object.
     BasicObjPtr &operator=(std::nullptr_t)
     {
         reset();
@@ -169,9 +172,12 @@ class [[nodiscard]] BasicObjPtrRet
 public:
     constexpr BasicObjPtrRet() noexcept = default;
     constexpr BasicObjPtrRet(std::nullptr_t) noexcept {}
+    /// Takes ownership of `object`, which may be null.
     explicit constexpr BasicObjPtrRet(T *object) noexcept : _object(object) {}
     BasicObjPtrRet(BasicObjPtrRet &&source) noexcept : _object(source.release()) {}
+    /// Takes the object of an owner, which becomes null.
     BasicObjPtrRet(BasicObjPtr<T, Disposal> &source) noexcept : _object(source.release()) {}
+    /// Takes the object of an owner, which becomes null.
     BasicObjPtrRet(BasicObjPtr<T, Disposal> &&source) noexcept : _object(source.release()) {}
 
     /// Takes the object of an owner of a derived class.

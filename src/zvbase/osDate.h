@@ -25,7 +25,7 @@ public:
     /// A moment, in microseconds since the beginning of 1970, universal time.
     struct DateRep
     {
-        std::int64_t microseconds = 0;
+        std::int64_t microseconds = 0; ///< since the beginning of 1970
 
         friend auto operator<=>(DateRep const &, DateRep const &) = default;
     };
@@ -35,7 +35,7 @@ public:
     {
         /// As in the standard library: years from 1900, months from 0. Do not use `tm_zone`.
         std::tm tm = {};
-        int milliseconds = 0;
+        int milliseconds = 0; ///< within the second
         /// The name of the time zone, cut if it is longer. "UTC" always means universal time. If a
         /// local zone calls itself "UTC" but differs from it, this is its distance instead, such as
         /// "+03".

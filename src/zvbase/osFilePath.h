@@ -22,6 +22,7 @@ class ZVBASE_EXPORT OsFilePath
 public:
     /// Constructs the empty path.
     OsFilePath() = default;
+    /// Constructs the path that the text contains. Checks and changes nothing.
     explicit OsFilePath(std::string path) : _path(std::move(path)) {}
 
     std::string const &getPath() const noexcept { return _path; }

@@ -18,8 +18,10 @@ namespace Zv {
 class ZVBASE_EXPORT RnNumRecUniformRng
 {
 public:
+    /// The seed of a generator that is constructed without one.
     static constexpr std::uint64_t DEFAULT_SEED = 0x9E3779B97F4A7C15;
 
+    /// Starts the sequence of the seed.
     explicit RnNumRecUniformRng(std::uint64_t seed = DEFAULT_SEED) noexcept : _state(seed) {}
 
     /// Returns the next number, in [0, 1), a multiple of 2^-53.

@@ -4,6 +4,7 @@
 #if defined(__clang__)
 #define ZV_THREAD_ANNOTATION(x) __attribute__((x))
 #else
+/// Attaches an attribute of clang. Does nothing for other compilers.
 #define ZV_THREAD_ANNOTATION(x)
 #endif
 

@@ -37,6 +37,7 @@ template <class Container, class ContainerHolder>
 class BasicIteratorSTL : public BasicIteratorImp<Detail::ElementOf<Container>>
 {
 public:
+    /// The class of the elements. It is `const` if the container is.
     using Element = Detail::ElementOf<Container>;
 
     /// The position is the first element. Throws `RCEx::ExNullPtr` if the holder is null.
@@ -73,6 +74,8 @@ public:
         --_position;
     }
     std::size_t getCardinality() const override { return container().size(); }
+    /// Returns true if `other` is an engine of this class, on the same container and at the same
+    /// position.
     bool isAt(BasicIteratorImp<Element> const &other) const override
     {
         auto const * const same = dynamic_cast<BasicIteratorSTL const *>(&other);

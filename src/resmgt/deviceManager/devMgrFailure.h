@@ -86,8 +86,8 @@ struct ZVRESMGT_EXPORT DevMgrCloseReport
     /// One device of the report.
     struct Device
     {
-        LiString name;
-        End end = End::CLOSED;
+        LiString name;              ///< of the device
+        End end = End::CLOSED;      ///< how the device has ended
         std::exception_ptr failure; ///< null if nothing has failed
         double seconds = 0; ///< how long the closing took, or 0 if the device was left behind
     };

@@ -29,6 +29,7 @@ protected:
 class ZVRESMGT_EXPORT DevMgrACO final : public DevACO
 {
 public:
+    /// Owns the request `ano`, and shares the manager's queue.
     DevMgrACO(ObjPtr<DevANO> ano, RCShdPtr<DevMgrFifo> fifo);
     DevMgrACO(DevMgrACO const &) = delete;
     DevMgrACO &operator=(DevMgrACO const &) = delete;

@@ -141,6 +141,7 @@ class ZVRESMGT_EXPORT DevANOQueueEntry
 {
 public:
     DevANOQueueEntry() noexcept = default;
+    /// Takes the request over.
     explicit DevANOQueueEntry(ObjPtr<DevANO> ano) noexcept : _ano(std::move(ano)) {}
     /// Leaves the source empty.
     DevANOQueueEntry(DevANOQueueEntry const &source) noexcept : _ano(std::move(source._ano)) {}

@@ -91,6 +91,7 @@ protected:
     DevANOFifo(char const *name, int capacity);
     ~DevANOFifo() override;
 
+    /// Sets the observer, as `MtContainer::setObserver` does.
     void setObserver(RCShdPtr<DevANOQueue::Observer> const &observer);
 
 private:

@@ -31,6 +31,7 @@
     ZV_FOR_PROPERTY_TYPE(apply, std::uint64_t)                                                     \
     ZV_FOR_PROPERTY_TYPE(apply, float)                                                             \
     ZV_FOR_PROPERTY_TYPE(apply, double)
+/// Calls `apply` with a type and with the vector of it. For `ZV_FOR_EACH_PROPERTY_TYPE`.
 #define ZV_FOR_PROPERTY_TYPE(apply, Type) apply(Type) apply(::Zv::Vector<Type>)
 
 namespace Zv {
@@ -81,8 +82,9 @@ public:
 class ZVRESMGT_EXPORT DevMDPropertyAny : public RCBase<LkCounter<long>>
 {
 public:
-    /// Bits of `getAttributes`.
+    /// Bit of `getAttributes`: the value can be read.
     static constexpr unsigned int READABLE = 1;
+    /// Bit of `getAttributes`: the value can be set.
     static constexpr unsigned int WRITABLE = 2;
 
     /// Returns the identifier, which no other property has.
@@ -123,7 +125,9 @@ public:
 protected:
     ~DevMDProperty() override;
 
+    /// Sets the value. Called by `set` if the property is `WRITABLE`.
     virtual void performSet(T const &value) = 0;
+    /// Writes the value into `value`. Called by `get` if the property is `READABLE`.
     virtual void performGet(T &value) = 0;
 };
 

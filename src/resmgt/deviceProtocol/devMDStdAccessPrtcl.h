@@ -30,7 +30,9 @@ class ZVRESMGT_EXPORT DevMDStdAccessANOFactory
 public:
     virtual ~DevMDStdAccessANOFactory() noexcept(false);
 
+    /// Returns the request that opens the device.
     virtual ObjPtrRet<DevMDStdANO> createOpenANO() = 0;
+    /// Returns the request that closes the device.
     virtual ObjPtrRet<DevMDStdANO> createCloseANO() = 0;
 };
 
@@ -46,6 +48,8 @@ public:
 class ZVRESMGT_EXPORT DevMDStdAccessPrtcl : public DevMDAccessPrtcl
 {
 public:
+    /// `name` is the name of the device and of its thread. `threadProtocol` is the body of the
+    /// thread and must serve `fifo`.
     DevMDStdAccessPrtcl(LiString const &name, RCShdPtr<DevMDStdFifo> fifo,
                         ObjPtr<DevMDStdThreadProtocol> threadProtocol,
                         ObjPtr<DevMDStdAccessANOFactory> anoFactory);

@@ -77,6 +77,8 @@ protected:
     /// Locks the device as the root, with the largest latency of the sequence. The default calls
     /// `sync`.
     virtual void syncWithLatency(DtTime const &latency);
+    /// Further steps, whose defaults do nothing. Only the defaults of `syncToMark` and
+    /// `syncWithLatency` call `sync`.
     virtual void sync();
     virtual void recover();
     virtual void stop();

@@ -30,6 +30,7 @@ protected:
 class ZVRESMGT_EXPORT DevMDStdFifo : public DevANOFifo
 {
 public:
+    /// The number of requests that wait at most, if no capacity is given.
     static constexpr int DEFAULT_CAPACITY = 10;
 
     /// `capacity` is the largest number of requests that wait, without the steps of a sequence. 0

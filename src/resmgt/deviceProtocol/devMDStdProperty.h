@@ -285,6 +285,7 @@ template <class T>
 class DevMDStdReading : public DevMDStdProperty<T>
 {
 public:
+    /// `initial` is the value until the first call of `show`.
     DevMDStdReading(LiString const &name, LiString const &description, RCShdPtr<DevMDStdFifo> fifo,
                     T initial = T())
         : DevMDStdProperty<T>(name, description, DevMDPropertyAny::READABLE,

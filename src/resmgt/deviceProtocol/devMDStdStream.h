@@ -26,7 +26,9 @@ public:
     LiString getDescription() override { return _description; }
     /// Returns true at first, and when no connection has taken the stream.
     bool isAvailable() override;
+    /// Makes the stream unavailable.
     void start() override;
+    /// Makes the stream available again.
     void stop() override;
 
 protected:
@@ -91,6 +93,7 @@ public:
 class ZVRESMGT_EXPORT DevMDStdStreamPassiveSink : public DevMDStdStream<DevMDStreamPassiveSink>
 {
 public:
+    /// `fifo` is the queue of the device. `anoFactory` makes a request of each element.
     DevMDStdStreamPassiveSink(LiString name, LiString description, RCShdPtr<DevMDStdFifo> fifo,
                               ObjPtr<DevMDStdStreamPassiveSinkANOFactory> anoFactory);
     /// Takes the factory away from `source`. Nothing can be pushed into `source` from then on.

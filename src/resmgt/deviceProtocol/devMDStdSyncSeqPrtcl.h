@@ -20,12 +20,19 @@ class ZVRESMGT_EXPORT DevMDStdSyncSeqANOFactory
 public:
     virtual ~DevMDStdSyncSeqANOFactory() noexcept(false);
 
-    /// The device keeps `recover` and `abort`. See `DevMDSyncSeqPrtcl::performStart`.
+    /// Returns the request that starts the device, which keeps `recover` and `abort`. See
+    /// `DevMDSyncSeqPrtcl::performStart`.
     virtual ObjPtrRet<DevMDStdANO> createStartANO(ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) = 0;
+    /// Returns the request that locks the device to the mark of its parent.
     virtual ObjPtrRet<DevMDStdANO> createSyncANO(DtTimeMark const &mark) = 0;
+    /// Returns the request that locks the device as the root, with the largest latency of the
+    /// sequence.
     virtual ObjPtrRet<DevMDStdANO> createSyncANO(DtTime const &latency) = 0;
+    /// Returns the request that lets the device recover.
     virtual ObjPtrRet<DevMDStdANO> createRecoverANO() = 0;
+    /// Returns the request that stops the device.
     virtual ObjPtrRet<DevMDStdANO> createStopANO() = 0;
+    /// Returns the request that aborts the device.
     virtual ObjPtrRet<DevMDStdANO> createAbortANO() = 0;
 };
 
@@ -51,6 +58,7 @@ public:
 class ZVRESMGT_EXPORT DevMDStdSyncSeqPrtcl : public DevMDSyncSeqPrtcl
 {
 public:
+    /// `fifo` is the queue of the device. `anoFactory` makes a request of each step.
     DevMDStdSyncSeqPrtcl(LiString const &name, RCShdPtr<DevMDStdFifo> fifo,
                          ObjPtr<DevMDStdSyncSeqANOFactory> anoFactory);
 

@@ -29,6 +29,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevMDStdThreadProtocol : public MtThreadProtocol
 {
 public:
+    /// Shares `fifo`, the queue of the device.
     explicit DevMDStdThreadProtocol(RCShdPtr<DevMDStdFifo> const &fifo);
     ~DevMDStdThreadProtocol() override;
 
@@ -49,8 +50,10 @@ private:
 class ZVRESMGT_EXPORT DevMDStdLoopThreadProtocol : public DevMDStdThreadProtocol
 {
 public:
+    /// What `performWork` returns if only a request makes new work.
     static constexpr double NO_WORK = std::numeric_limits<double>::infinity();
 
+    /// Shares `fifo`, the queue of the device.
     explicit DevMDStdLoopThreadProtocol(RCShdPtr<DevMDStdFifo> const &fifo);
     ~DevMDStdLoopThreadProtocol() override;
 

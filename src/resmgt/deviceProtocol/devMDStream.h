@@ -33,6 +33,7 @@ public:
     {
     };
 
+    /// Shares the payload `buf`.
     DevMDStreamElem(RCShdPtr<DevMDStreamBuf> const &buf, Ev ev);
 
     RCShdPtr<DevMDStreamBuf> getBuf() const { return _buf; }

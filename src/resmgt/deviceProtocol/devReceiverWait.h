@@ -51,6 +51,7 @@ private:
 class ZVRESMGT_EXPORT DevSenderWait
 {
 public:
+    /// `receiver` is the other side of the rendezvous.
     explicit DevSenderWait(DevReceiverWait &receiver);
     DevSenderWait(DevSenderWait const &) = delete;
     DevSenderWait &operator=(DevSenderWait const &) = delete;

@@ -57,6 +57,7 @@ public:
     DaArenaPool &operator=(DaArenaPool const &) = delete;
 
 protected:
+    /// Owns the allocator. Takes no memory from it.
     DaArenaPool(ObjPtr<DaArenaAllocator> allocator, std::uint64_t size);
 
 private:

@@ -22,6 +22,7 @@ class LiTimestamp
 public:
     /// Becomes 0 seconds.
     constexpr LiTimestamp() noexcept = default;
+    /// Becomes `seconds`. The conversion is implicit.
     constexpr LiTimestamp(double seconds) noexcept : _seconds(seconds) {}
     /// Becomes the duration in seconds, rounded to the nearest `double`.
     template <LkDuration Duration>

@@ -18,10 +18,10 @@ public:
     /// The 16 bytes of RFC 4122, by fields.
     struct Uuid
     {
-        std::uint32_t data1;
-        std::uint16_t data2;
-        std::uint16_t data3;
-        std::uint8_t data4[8];
+        std::uint32_t data1;   ///< `time_low`
+        std::uint16_t data2;   ///< `time_mid`
+        std::uint16_t data3;   ///< `time_hi_and_version`
+        std::uint8_t data4[8]; ///< `clock_seq_hi_and_reserved`, `clock_seq_low`, `node`
     };
 
     LiUuidTypes() = delete;
@@ -36,6 +36,7 @@ public:
 class ZVRESMGT_EXPORT LiUuidUtil
 {
 public:
+    /// The plain form of an identifier.
     using Uuid = LiUuidTypes::Uuid;
 
     /// Makes the identifier nil.

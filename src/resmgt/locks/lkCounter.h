@@ -25,6 +25,7 @@ template <class T>
 class LkCounter
 {
 public:
+    /// Starts at `value`.
     explicit LkCounter(T const &value = T()) : _lock("LkCounterLock"), _value(value) {}
     LkCounter(LkCounter const &) = delete;
     LkCounter &operator=(LkCounter const &) = delete;
@@ -111,6 +112,7 @@ template <>
 class LkCounter<long>
 {
 public:
+    /// Starts at the low 32 bits of `value`.
     explicit LkCounter(long value = 0) noexcept : _imp(value) {}
     LkCounter(LkCounter const &) = delete;
     LkCounter &operator=(LkCounter const &) = delete;

@@ -46,6 +46,7 @@ private:
 class ZVRESMGT_EXPORT LkEvent
 {
 public:
+    /// `initialState` is true if the event is set at first.
     LkEvent(char const *name, bool initialState) : _imp(name, initialState) {}
     LkEvent(LkEvent const &) = delete;
     LkEvent &operator=(LkEvent const &) = delete;

@@ -73,6 +73,7 @@ public:
         WAKE_ALL = 1  ///< it ends all waits, present and future
     };
 
+    /// `type` says what one pulse does to the threads that wait.
     LkPulse(char const *name, WakeType type) : _imp(name, type == WAKE_ALL) {}
     ~LkPulse() noexcept(false) override;
 

@@ -22,6 +22,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT LkThreadId
 {
 public:
+    /// Ids without a number.
     enum ReservedId
     {
         NULL_ID = 0,       ///< no thread
@@ -63,6 +64,7 @@ private:
 
 } // namespace Zv
 
+/// Agrees with `==`.
 template <>
 struct std::hash<Zv::LkThreadId>
 {

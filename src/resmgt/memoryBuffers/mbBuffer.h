@@ -122,6 +122,7 @@ protected:
     /// Releases the hold, and delivers `event` to the other buffer. Does nothing if both are the
     /// same buffer. If it throws, the guard is null.
     void assign(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event);
+    /// Returns the reference to the buffer, which may be null.
     RCShdEngPtr<MbBufferImp> const &imp() const noexcept { return _imp; }
     /// Returns the first byte of the data.
     void *memory() const { return reinterpret_cast<void *>(_imp->getDataStart()); }

@@ -70,6 +70,7 @@ protected:
 class ZVRESMGT_EXPORT MbPoolManager : public MbManager
 {
 public:
+    /// `strategy` selects the buffers to evict.
     MbPoolManager(LiString const &name, ObjPtr<MbUnloadStrategy> strategy);
     ~MbPoolManager() noexcept(false) override;
 
@@ -160,6 +161,7 @@ private:
 class ZVRESMGT_EXPORT MbArenaManager : public MbPoolManager
 {
 public:
+    /// `pool` is the arena, and `strategy` selects the buffers to evict.
     MbArenaManager(LiString const &name, ObjPtr<DaArenaPool> pool,
                    ObjPtr<MbUnloadStrategy> strategy);
     ~MbArenaManager() noexcept(false) override;

@@ -132,6 +132,7 @@ public:
 
     /// Returns the entry of a buffer, or `end()` if there is none.
     iterator find(MbBufferImp *buffer) { return _entries.find(buffer); }
+    /// Return the ends of the map.
     iterator end() noexcept { return _entries.end(); }
     const_iterator begin() const noexcept { return _entries.begin(); }
     const_iterator end() const noexcept { return _entries.end(); }

@@ -67,6 +67,7 @@ public:
 
 protected:
     constexpr RCBasePtr() noexcept : _pointee(nullptr) {}
+    /// Takes a reference to `pointee`, which may be null.
     RCBasePtr(T *pointee) : _pointee(pointee)
     {
         if (_pointee)

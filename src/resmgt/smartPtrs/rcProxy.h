@@ -16,6 +16,7 @@ class RCProxy : public RCBase<LkCounter<long>>
 public:
     /// Takes ownership of `object`, which may be null.
     explicit RCProxy(T *object) noexcept : _object(object) {}
+    /// Takes ownership of `object`, which may be null.
     explicit RCProxy(ObjPtr<T> object) noexcept : _object(std::move(object)) {}
     RCProxy(RCProxy const &) = delete;
     RCProxy &operator=(RCProxy const &) = delete;

@@ -55,6 +55,7 @@ public:
 
 } // namespace Zv
 
+/// Agrees with `==`.
 template <class T>
 struct std::hash<Zv::RCShdEngPtr<T>>
 {

@@ -70,6 +70,7 @@ template <class U, class T>
 
 } // namespace Zv
 
+/// Agrees with `==`.
 template <class T>
 struct std::hash<Zv::RCShdPtr<T>>
 {

@@ -58,6 +58,7 @@ private:
 
 } // namespace Zv
 
+/// Agrees with `==`.
 template <class T>
 struct std::hash<Zv::UnownedObjPtr<T>>
 {

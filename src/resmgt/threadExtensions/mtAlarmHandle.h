@@ -72,6 +72,7 @@ public:
     bool isRegistered() const;
 
 protected:
+    /// Creates a handle that is not set up.
     [[nodiscard]] static RCShdPtr<MtAlarmHandle> create();
     MtAlarmHandle();
     ~MtAlarmHandle() noexcept(false) override;
@@ -136,7 +137,9 @@ protected:
     MtAlarmHandleManipulator &operator=(MtAlarmHandleManipulator const &) = delete;
     virtual ~MtAlarmHandleManipulator() noexcept(false) = 0;
 
+    /// Creates a handle that is not set up.
     [[nodiscard]] static RCShdPtr<MtAlarmHandle> createHandle();
+    /// Marks the handle as registered, or as not registered.
     static void setRegistered(MtAlarmHandle &handle, bool registered);
     /// Sets the alarm time, even while the handle is registered.
     static void setRegisteredAlarmTime(MtAlarmHandle &handle, double alarmTime);

@@ -64,6 +64,7 @@ public:
     /// Returns a number of seconds that the manager keeps for its users and does not use itself,
     /// initially 0.02.
     virtual double getResolution() const = 0;
+    /// Sets the number that `getResolution` returns.
     virtual void setResolution(double resolution) = 0;
     void setResolution(std::chrono::duration<double> resolution)
     {

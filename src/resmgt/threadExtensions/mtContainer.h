@@ -97,7 +97,9 @@ template <class Container, class Adapter = MtAdapterContainer<Container>>
 class MtContainer
 {
 public:
+    /// The class of the elements.
     using Element = typename Container::value_type;
+    /// The interface of the container's observer.
     using Observer = MtContainerObserver<Container, Adapter, Element>;
 
     /// `name` is the name of the lock and must outlive the container. `capacity` is the number of

@@ -20,6 +20,7 @@ public:
     /// The number of requests under way, and the pulse that is sent at 0. The pulse is null until a
     /// thread waits.
     using Entry = std::pair<unsigned, LkPulse *>;
+    /// The entries of one manager.
     using EntryList = std::list<Entry>;
 
     /// Constructs an invalid tag.
@@ -68,7 +69,9 @@ public:
     /// Releases a tag. Fails an assertion if the count is not 0. No thread may still be in
     /// `waitRequestCountZero` for the tag. This is not detected.
     void releaseTag(MtRequestTag tag);
+    /// Returns the number of requests that are under way.
     unsigned getRequestCount(MtRequestTag tag);
+    /// Counts up.
     void incRequestCount(MtRequestTag tag);
     /// Counts down. If the count is 0 then, wakes the threads that wait. A count below 0 wraps
     /// around. This is not detected.
@@ -91,12 +94,14 @@ class ZVRESMGT_EXPORT MtRequestBase
 public:
     /// Constructs a request with an invalid tag.
     MtRequestBase();
+    /// Constructs a request that is counted under `tag`.
     explicit MtRequestBase(MtRequestTag tag);
     MtRequestBase(MtRequestBase const &);
     MtRequestBase &operator=(MtRequestBase const &);
     virtual ~MtRequestBase() noexcept(false);
 
     MtRequestTag getTag() const { return _tag; }
+    /// Sets the tag. Counts nothing.
     void setTag(MtRequestTag tag) { _tag = tag; }
 
 private:

@@ -70,10 +70,12 @@ private:
 class ZVRESMGT_EXPORT MtGroupCommand : public MtRequestBase
 {
 public:
+    /// The function of a command. Its parameter is the argument of the command.
     using Function = void (*)(void *);
 
     /// Constructs a command with an invalid tag and without a function. It must not be executed.
     MtGroupCommand();
+    /// Constructs a command that calls `function` with `argument`.
     MtGroupCommand(MtRequestTag tag, Function function, void *argument);
     MtGroupCommand(MtGroupCommand const &);
     MtGroupCommand &operator=(MtGroupCommand const &);

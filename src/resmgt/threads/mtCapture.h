@@ -34,6 +34,7 @@ template <class Pointer>
 class MtCapture
 {
 public:
+    /// Captures `pointer`. Move an owner into it.
     explicit MtCapture(Pointer pointer) : _pointer(std::move(pointer)) {}
     MtCapture(MtCapture const &) = default;
     MtCapture(MtCapture &&) = default;

@@ -152,6 +152,7 @@ protected:
     /// Creates the object of the calling thread.
     [[nodiscard]] ObjPtrRet<MtThread> createMainThread(MtThreadFactory &factory);
 
+    /// What `getRealTimeParam` returns.
     static RealTimeParam _realTimeParam;
 };
 

@@ -28,6 +28,7 @@ public:
         RIGHT
     };
 
+    /// Returns the other side.
     static Side getOpposite(Side side) { return side == LEFT ? RIGHT : LEFT; }
 };
 
@@ -48,6 +49,7 @@ public:
 class ZVRESMGT_EXPORT PriorityRelation : public PriorityTypes
 {
 public:
+    /// How the left-hand priority compares with the right-hand one.
     enum Relation : int
     {
         EQUAL,     ///< ==
@@ -73,7 +75,9 @@ public:
     LiString const &getName() const { return _name; }
     Priority &getLhs() const { return *_lhs; }
     Priority &getRhs() const { return *_rhs; }
+    /// Returns the node on that side.
     Priority &get(Side side) const { return side == LEFT ? *_lhs : *_rhs; }
+    /// Returns whether the nodes are related in that way.
     bool isRelation(Relation relation) const { return _relation == relation; }
     /// Returns whether `priority` is one of the two nodes.
     bool uses(Priority const &priority) const { return _lhs == &priority || _rhs == &priority; }
@@ -209,6 +213,7 @@ public:
     bool isIndependantButNotSet() const;
 
     LiString getName() const;
+    /// Renames the node. Does not solve the graph.
     void setName(LiString const &name);
     LkRecLock const &getLock() const ZV_RETURN_CAPABILITY(_lock) { return _lock; }
     PriorityMgr &getMgr() const { return *_mgr; }

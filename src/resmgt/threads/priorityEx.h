@@ -35,6 +35,7 @@ ZV_EXCEPTION(ZVRESMGT_EXPORT, PriorityEx, ExRelationInvalid, PriorityEx, std::lo
 class ZVRESMGT_EXPORT PriorityEx::ExError : public PriorityEx
 {
 public:
+    /// `error` is the name of the error.
     ExError(char const *file, int line, char const *error) noexcept;
     ~ExError() override;
     ExError *clone() const override;

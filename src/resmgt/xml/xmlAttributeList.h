@@ -33,6 +33,7 @@ public:
     int getLength() const;
     /// Returns the first position of a name, or -1 if there is none.
     int index(LiString const &name) const;
+    /// Returns true if there is an attribute of that name.
     bool exists(LiString const &name) const;
     /// Returns the name at a position. Throws `XmlEx::ExNonExistentAttribute` if there is no such
     /// position.

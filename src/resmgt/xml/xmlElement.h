@@ -39,6 +39,7 @@ public:
     ~XmlElement() noexcept(false) override;
 
     LiString getData() const { return _data.get(); }
+    /// Replaces the data.
     void setData(LiString const &data) { _data.assign(data); }
 
     /// Returns the value of an attribute. Throws `XmlEx::ExNonExistentAttribute` if there is none.
@@ -86,8 +87,9 @@ public:
     void streamToOutput(XmlStreamer &streamer) const;
 
     /// Allocates an element that is part of no block. The elements of a parsed text are allocated
-    /// together in blocks. A block is freed with its last element.
+    /// together in blocks.
     static void *operator new(std::size_t size);
+    /// Frees the memory of an element. A block is freed with its last element.
     static void operator delete(void *memory);
 
 private:

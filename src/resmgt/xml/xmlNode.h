@@ -107,6 +107,7 @@ public:
     ~XmlAttribute() noexcept(false) override;
 
     LiString getValue() const { return _value.get(); }
+    /// Replaces the value.
     void setValue(LiString const &value) { _value.assign(value); }
     /// Writes the attribute into the open start tag of an element. Throws `XmlEx::ExSyntaxError` if
     /// the element has content already. Name and value end at their first zero byte.
@@ -114,6 +115,7 @@ public:
 
     /// Allocates an attribute that is part of no block of a document.
     static void *operator new(std::size_t size);
+    /// Frees the memory of an attribute.
     static void operator delete(void *memory);
 
 private:

@@ -14,6 +14,7 @@ namespace ZvPlatform::Interlocked {
 /// Lets the scheduler switch to another thread.
 __attribute__((visibility("default"))) void schedulingPoint();
 #else
+/// Does nothing. Lets the scheduler switch to another thread if the services are simulated.
 inline void schedulingPoint() {}
 #endif
 

@@ -24,7 +24,7 @@ using ThreadResult = std::uint32_t;
 /// Memory for a critical section of any platform. It must not be copied or moved.
 struct alignas(std::max_align_t) CriticalSection
 {
-    unsigned char storage[48];
+    unsigned char storage[48]; ///< belongs to the system's functions
 };
 
 } // namespace ZvPlatform

@@ -13,6 +13,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevMgrPropertyObserverHint
 {
 public:
+    /// `event` has the bits that the device has set.
     DevMgrPropertyObserverHint(RCShdPtr<DevMDPropertyAny> const &property, unsigned int event)
         : _property(property), _event(event)
     {}
@@ -136,8 +137,10 @@ public:
 class ZVRESMGT_EXPORT DevMgrPropertyObserverUtil
 {
 public:
+    /// Attaches an observer to the property, as `DevMgrPropertyAcc::attachObserver` does.
     static void attachObserver(DevMgrPropertyAcc &access, LiString const &config,
                                RCShdPtr<DevMgrPropertyObserver> observer);
+    /// Detaches an observer from the property, as `DevMgrPropertyAcc::detachObserver` does.
     static void detachObserver(DevMgrPropertyAcc &access, LiString const &config,
                                RCShdPtr<DevMgrPropertyObserver> observer);
 

@@ -32,29 +32,33 @@ struct DevSeqDeviceStatus
     /// How long the last step of a kind has taken, from the call to the device's report.
     struct StepTime
     {
-        LiString step;
-        double seconds = 0;
+        LiString step;      ///< the kind of step, such as "start"
+        double seconds = 0; ///< how long the step has taken
     };
 
+    /// The name of the device.
     LiString name;
     /// The state of the device's machine, such as "wml". A failed device keeps the state in which
     /// it has failed, until it is told to abort.
     LiString state;
+    /// The moment at which the machine entered that state.
     double stateSince = 0;
     /// "start", "sync", "recover", "stop" or "abort" if the device has not finished that step.
     /// Otherwise empty.
     LiString step;
+    /// The moment at which that step was called, or 0 if there is none.
     double stepSince = 0;
     /// The name of the step, "getLatency" or "getMark" if that call of the device has not returned.
     /// Otherwise empty.
     LiString call;
+    /// The moment of the last call of the device.
     double callSince = 0;
-    DtTime latency;
-    bool hasFailed = false;
+    DtTime latency;              ///< what `getLatency` of the device has returned
+    bool hasFailed = false;      ///< a call or a step of the device has failed
     LiString failure;            ///< the reason why it has failed
     std::uint32_t nbRefused = 0; ///< the number of its reports that were illegal at that moment
-    End end = End::NONE;
-    Vector<StepTime> stepTimes; ///< one for each kind of step that the device has finished
+    End end = End::NONE;         ///< how the device has ended
+    Vector<StepTime> stepTimes;  ///< one for each kind of step that the device has finished
 };
 
 /// The state of a supervised sequence at one moment.
@@ -70,12 +74,12 @@ struct DevSeqStatus
         ENDED     ///< no device is called from now on
     };
 
-    Phase phase = Phase::IDLE;
-    double moment = 0;
+    Phase phase = Phase::IDLE; ///< the part of its life that the sequence is in
+    double moment = 0;         ///< the moment of this status, or that of the end if it has ended
     Vector<DevSeqDeviceStatus> devices; ///< in the order of the configuration string
     LiString failure; ///< of the sequence itself, such as a lack of memory. Empty if there was none
     LiString observerFailure; ///< the first failure of an observer. Empty if there was none
-    std::uint32_t nbObserverFailures = 0;
+    std::uint32_t nbObserverFailures = 0; ///< the number of failures of observers
 };
 
 /// Runs one tree of devices. Each call that waits returns within the limits that its caller has

@@ -43,7 +43,9 @@ public:
     {
     public:
         StreamId() = default;
+        /// Makes the name of a stream without device.
         StreamId(LiString const &stream);
+        /// Makes the name of a device's stream.
         StreamId(LiString const &device, LiString const &stream);
 
         LiString getId() const { return _id; }

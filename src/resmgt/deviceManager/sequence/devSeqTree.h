@@ -33,6 +33,7 @@ class DevSeqTree;
 class ZVRESMGT_EXPORT DevSeqTreeLink : public RCBase<LkCounter<long>>
 {
 public:
+    /// Links to `tree`, which must call `clear` before it is destroyed.
     explicit DevSeqTreeLink(DevSeqTree *tree);
 
     /// Call `DevSeqTree::processEvent`, or do nothing if there is no tree. Block while another
@@ -194,6 +195,7 @@ ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevSeqTree const 
 class ZVRESMGT_EXPORT SeqANOFactory
 {
 public:
+    /// `tree` gets the events. If it is null, `create` throws.
     explicit SeqANOFactory(RCShdPtr<DevSeqTree> tree);
 
     /// Returns a new notification of an event, a value of `DevSeqEv`, for the device of that name.

@@ -28,6 +28,7 @@ namespace Zv {
 class ZVRESMGT_EXPORT DevSeqEv
 {
 public:
+    /// The events. Their values are the numbers in the table.
     enum Event : std::int32_t
     {
         START,    ///< from the client to the root, and from a parent to its children
@@ -47,18 +48,18 @@ public:
     /// The names of the events.
     struct Names
     {
-        char const *start;
-        char const *ready;
-        char const *sready;
-        char const *proceed;
-        char const *lock;
-        char const *mlock;
-        char const *recover;
-        char const *stop;
-        char const *stopped;
-        char const *sstopped;
-        char const *abort;
-        char const *aborted;
+        char const *start;    ///< name of `START`
+        char const *ready;    ///< name of `READY`
+        char const *sready;   ///< name of `SREADY`
+        char const *proceed;  ///< name of `PROCEED`
+        char const *lock;     ///< name of `LOCK`
+        char const *mlock;    ///< name of `MLOCK`
+        char const *recover;  ///< name of `RECOVER`
+        char const *stop;     ///< name of `STOP`
+        char const *stopped;  ///< name of `STOPPED`
+        char const *sstopped; ///< name of `SSTOPPED`
+        char const *abort;    ///< name of `ABORT`
+        char const *aborted;  ///< name of `ABORTED`
     };
     /// Returns the names. They stay valid until the process ends.
     static Names const &getNames();
@@ -111,8 +112,10 @@ public:
     std::int32_t getSstoppedCount() const { return _sstoppedCount; }
     void setSstoppedCount(std::int32_t count) { _sstoppedCount = count; }
 
+    /// The number of children of the node.
     std::int32_t getNbChildren() const { return _nbChildren; }
     void setNbChildren(std::int32_t nbChildren) { _nbChildren = nbChildren; }
+    /// True if the node has a parent.
     bool hasParent() const { return _hasParent; }
     void setHasParent(bool hasParent) { _hasParent = hasParent; }
 
@@ -173,6 +176,7 @@ private:
 class ZVRESMGT_EXPORT DevSeqTransFactory : public DevSMTransitionFactory
 {
 public:
+    /// `evPend` is the queue that the `DevSeqSM` of the node takes its events from.
     DevSeqTransFactory(RCShdPtr<DevSeqEvPend> evPend, RCShdPtr<DevSeqTreeNodeUtil> nodeUtil,
                        RCShdPtr<DevSeqPrtclUtil> prtclUtil);
     ~DevSeqTransFactory() override;

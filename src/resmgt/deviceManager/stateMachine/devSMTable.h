@@ -31,9 +31,9 @@ public:
     /// transition.
     struct ConditionalTransitionDesc
     {
-        LiString name;
-        Vector<LiString> transitions;
-        Vector<LiString> events;
+        LiString name;                ///< of the transition
+        Vector<LiString> transitions; ///< the transitions to choose from
+        Vector<LiString> events;      ///< the events that select them
     };
 
     /// One row for each state. -1 means that there is no entry.
@@ -188,6 +188,7 @@ private:
     std::int32_t _nbPrimaryTransitions;
 };
 
+/// Writes what `DevSMTable::dump` writes.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream, DevSMTable const &table);
 /// Writes `{ name, { transition, … }, { event, … } }`.
 ZVRESMGT_EXPORT std::ostream &operator<<(std::ostream &stream,
