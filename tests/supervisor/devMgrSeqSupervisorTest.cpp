@@ -610,6 +610,33 @@ TEST(Supervisor, ObserverThatThrowsIsReported)
     EXPECT_GE(status.nbObserverFailures, 9u);
 }
 
+TEST(Supervisor, ObserverThatThrowsInItsDestructorIsReported)
+{
+    class Fragile : public DevSeqObserver
+    {
+    public:
+        explicit Fragile(DevMgrSeqSupervisor &supervisor) : _supervisor(supervisor) {}
+        ~Fragile() noexcept(false) override { throw std::runtime_error("the destructor"); }
+        void stateChanged(LiString const &, LiString const &) override
+        {
+            _supervisor.setObserver(nullptr); // what calls this function has the last reference
+            throw std::runtime_error("the function");
+        }
+
+    private:
+        DevMgrSeqSupervisor &_supervisor;
+    };
+    Stage stage(TREE);
+    stage.create();
+    stage.supervisor->setObserver(RCShdPtr<DevSeqObserver>(new Fragile(*stage.supervisor)));
+    stage.supervisor->start();
+    EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
+    DevSeqStatus const status = stage.supervisor->stop(LONG);
+    EXPECT_EQ(endsOf(status), "stopped stopped stopped stopped");
+    EXPECT_EQ(status.observerFailure, "the function");
+    EXPECT_EQ(status.nbObserverFailures, 1u);
+}
+
 TEST(Supervisor, ObserverMayCallWhatDoesNotWaitForIt)
 {
     Stage stage("( root )");

@@ -507,23 +507,30 @@ void DevSeqSupervision::tell(std::size_t device, std::int32_t state, bool hasFai
         observer = _observer;
         _runner.setInObserver(true);
     }
-    std::exception_ptr failure;
-    try {
+    FirstFailure failure;
+    auto const attempt = [&failure](auto action) {
+        failure.attempt([&action] {
+            try {
+                action();
+            } catch (...) {
+                traceCaught(__FILE__, __LINE__);
+                throw;
+            }
+        });
+    };
+    attempt([&] {
         observer->stateChanged(_callees[device].name,
                                DevSeqSMTable::getInstance().getTable()->getStateName(state));
         if (hasFailed)
             observer->machineFailed(getFailure(device));
-        observer = nullptr;
-    } catch (...) {
-        traceCaught(__FILE__, __LINE__);
-        failure = std::current_exception();
-    }
+    });
+    attempt([&observer] { observer = nullptr; }); // the last reference, if it was replaced
     Guard const guard(_lock);
     if (!_runner.isCurrentThread())
         return;
     _runner.setInObserver(false);
-    if (failure && _nbObserverFailures++ == 0)
-        _observerFailure = _record.getReason(failure);
+    if (failure.get() && _nbObserverFailures++ == 0)
+        _observerFailure = _record.getReason(failure.get());
 }
 
 DevMgrFailure DevSeqSupervision::getFailure(std::size_t device)
