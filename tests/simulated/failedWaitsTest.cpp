@@ -68,10 +68,11 @@ SIMULATED(AbandonedMutexIsTried, {.preemptions = 1})
 
 namespace {
 
-std::string stateOf(LkRwLock const &lock)
+template <class Object>
+std::string stateOf(Object const &object)
 {
     std::ostringstream stream;
-    lock.dump(stream);
+    object.dump(stream);
     return stream.str();
 }
 
@@ -279,6 +280,19 @@ SIMULATED(GateWithKeeperCannotBeWaitedAt, {.schedules = 500})
     LkGateKeeperGuard const keeper(gate);
     HOLDS(come.getValue() == 2);
     isOpen = true;
+}
+
+// An arrival that is withdrawn while the gate is asked for its state must not stay counted.
+SIMULATED(GateIsAskedWhileAWaitFails, {.schedules = 500, .preemptions = 1})
+{
+    LkGate gate("gate", 1, true);
+    Worker asking("asking", [&] { static_cast<void>(gate.isGateReady()); });
+    Worker dumping("dumping", [&] { static_cast<void>(stateOf(gate)); });
+    HOLDS(!withFailingWait(BEFORE_SLEEPING, [&] { gate.ready(); }));
+    asking.join();
+    dumping.join();
+    HOLDS(!gate.isGateReady());
+    HOLDS(stateOf(gate).find("num ready: 0\n") != std::string::npos);
 }
 
 // ---- The queue between threads.
