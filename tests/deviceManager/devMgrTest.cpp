@@ -585,6 +585,23 @@ TEST(Manager, ADeviceWhoseOpeningFailedStaysUnopenedAndItsFailureIsKept)
     EXPECT_EQ(mediator->getOpenFailure("camera"), nullptr);
 }
 
+// The camera fails before its thread could be started.
+TEST(Manager, AReadingOfADeviceThatFailedToOpenFailsAtOnce)
+{
+    int nbTries = 0;
+    Registered const camera("camera", [&] {
+        return RCShdPtr<DevMDPrtcl>(makeShd<UnpluggedCamera>("camera", nbTries).get());
+    });
+    ObjPtr<DevMgr> const manager = DevMgr::create();
+    ObjPtr<DevMgrPropertyAcc> const properties = manager->createPropertyAcc();
+    int focus = 0;
+    auto const read = [&] {
+        DevMgrPropertyValueUtil<int>::getValue(*properties, "camera:focus", focus);
+    };
+    EXPECT_EQ(whatFails(read), "cable not plugged in");
+    EXPECT_THROW(read(), DevPrtclEx::ExMDStdPropertyGet);
+}
+
 TEST(Manager, ADeviceWithoutAccessHasNoOpeningThatFailed)
 {
     Journal journal;

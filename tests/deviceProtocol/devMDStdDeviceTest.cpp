@@ -281,6 +281,37 @@ TEST_F(DevMDStdDeviceTest, NullFactoriesAreNullPointerFailures)
     EXPECT_THROW(withoutBody->performOpen(), RCEx::ExNullPtr);
 }
 
+TEST_F(DevMDStdDeviceTest, AnOpenWithoutABodyOrAFactoryClosesTheQueue)
+{
+    auto const expectClosed = [](ObjPtr<DevMDStdThreadProtocol> body,
+                                 ObjPtr<DevMDStdAccessANOFactory> factory) {
+        Log log;
+        RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+        RCShdPtr<Device> const device = makeShd<Device>(fifo, body, factory);
+        EXPECT_THROW(device->performOpen(), RCEx::ExNullPtr);
+        produce(*fifo, recordingANO(log, "request"));
+        EXPECT_EQ(log.lines(), Lines{"~request"});
+    };
+    expectClosed(nullptr, makeAccessANOFactory(_handler));
+    expectClosed(ObjPtr<DevMDStdThreadProtocol>(new Body(_fifo, _log)), nullptr);
+}
+
+TEST_F(DevMDStdDeviceTest, ClosesTheQueueOnlyWithoutAThread)
+{
+    _device->performOpen();
+    _device->closeUnopened();
+    produce(*_fifo, makeANO([this] { _handler.note("served"); }));
+    _device->performClose();
+    EXPECT_TRUE(_log.has("served"));
+
+    RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
+    RCShdPtr<Device> const unopened = makeShd<Device>(_handler, fifo);
+    unopened->closeUnopened();
+    produce(*fifo, recordingANO(_log, "request"));
+    EXPECT_TRUE(_log.has("~request"));
+    makeShd<Device>(_handler, RCShdPtr<DevMDStdFifo>())->closeUnopened();
+}
+
 TEST_F(DevMDStdDeviceTest, OpensOnce)
 {
     _device->performOpen();

@@ -163,6 +163,7 @@ TEST(LkMutex, UnlockByAnotherThreadFailsWithTheSystemsError)
         EXPECT_TRUE(failure.hasSystemError());
         EXPECT_EQ(failure.getSystemError(), 288);
     }
+    EXPECT_FALSE(mutex.isLocked()) << "the flag has no owner";
     EXPECT_FALSE(isFreeForOthers(mutex));
     mayEnd.release();
 }

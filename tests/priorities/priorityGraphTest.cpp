@@ -1,3 +1,4 @@
+#include "askingStream.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
@@ -518,6 +519,25 @@ TEST_F(PriorityGraph, TheDumpShowsNodesFixedNodesAndRelations)
     EXPECT_THROW(a.setPriority(6), PriorityEx::ExTransientInvalid);
     EXPECT_EQ(dumpOf(af), "\"       a<f\" : a (    6 ) <  free (    7 ) valid");
     a.setPriority(3);
+}
+
+TEST_F(PriorityGraph, DumpsWriteWithoutTheLocks)
+{
+    Priority a("a", mgr, 1);
+    Priority b("b", mgr, 2);
+    Relation ab("a<b", a, Relation::LESS, b);
+    auto const expectUnlocked = [&](auto const &object, auto... arguments) {
+        auto const work = [&] {
+            EXPECT_FALSE(mgr.getLock().isLocked());
+            EXPECT_FALSE(a.getLock().isLocked());
+        };
+        auto const write = [&](std::ostream &os) { object.dump(os, arguments...); };
+        EXPECT_EQ(ZvTest::writtenDuring(work, write), dumpOf(object, arguments...));
+    };
+    expectUnlocked(mgr);
+    expectUnlocked(a, true);
+    expectUnlocked(a, false);
+    expectUnlocked(ab);
 }
 
 TEST_F(PriorityGraph, TheDumpOfABrokenRelationSaysSo)

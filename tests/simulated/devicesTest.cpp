@@ -13,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <queue>
+#include <stdexcept>
 #include <utility>
 
 using namespace Zv;
@@ -363,6 +364,44 @@ SIMULATED(FifoOpenedAgainWhileAClientSends, {.schedules = 300, .preemptions = 2}
     client.join();
     fifo->close();
     HOLDS(mine.isDestroyed && late.isDestroyed);
+}
+
+SIMULATED(FifoClosedByTwo, {.schedules = 300, .preemptions = 1})
+{
+    struct Failing
+    {
+        explicit Failing(int &nbThrown) : _nbThrown(&nbThrown) {}
+        Failing(Failing &&other) noexcept : _nbThrown(std::exchange(other._nbThrown, nullptr)) {}
+        ~Failing() noexcept(false)
+        {
+            if (!_nbThrown)
+                return;
+            ++*_nbThrown;
+            throw std::runtime_error("the request");
+        }
+        void operator()() const {}
+        int *_nbThrown;
+    };
+    auto const fifo = makeShd<DevMDStdFifo>(0);
+    Sent last;
+    int nbThrown = 0;
+    LkCounter<long> nbTold;
+    HOLDS(!fifo->sendLast(last.make()));
+    HOLDS(!fifo->send(makeANO(Failing(nbThrown))));
+    static_cast<void>(fifo->consume());
+    DevANOQueueEntry entry;
+    HOLDS(!fifo->tryConsume(entry)); // keeps what the request throws
+    auto const close = [&] {
+        try {
+            fifo->close();
+        } catch (std::runtime_error const &) {
+            ++nbTold;
+        }
+    };
+    Worker other("other", close);
+    close();
+    other.join();
+    HOLDS(nbThrown == 1 && nbTold.getValue() == 1);
 }
 
 // ---- The manager.

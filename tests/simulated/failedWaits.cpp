@@ -4,12 +4,15 @@
 #include "resmgt/locks/lkCondVar.h"
 #include "resmgt/locks/lkPulse.h"
 
+#include <utility>
+
 namespace Zv::Simulated {
 
 namespace {
 
 thread_local FailingWait place;
 thread_local bool isFailing = false;
+thread_local LkUnnamedSema *posted = nullptr;
 
 bool failsHere(FailingWait here)
 {
@@ -34,6 +37,8 @@ auto failing(Wait wait)
         ~Woken() noexcept(false) { failIf(FailingWait::WHEN_WOKEN); }
     };
     failIf(FailingWait::BEFORE_SLEEPING);
+    if (auto * const waits = std::exchange(posted, nullptr))
+        waits->post();
     Woken const woken;
     return wait();
 }
@@ -49,6 +54,16 @@ NextWaitFails::NextWaitFails(FailingWait where)
 NextWaitFails::~NextWaitFails()
 {
     isFailing = false;
+}
+
+NextWaitPosts::NextWaitPosts(LkUnnamedSema &waits)
+{
+    posted = &waits;
+}
+
+NextWaitPosts::~NextWaitPosts()
+{
+    posted = nullptr;
 }
 
 } // namespace Zv::Simulated

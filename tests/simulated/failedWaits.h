@@ -1,6 +1,7 @@
-// Makes a wait fail, at a place and on a thread that the program chooses.
+// Makes a wait fail, at a place and on a thread that the program chooses, or reports it.
 #pragma once
 
+#include "resmgt/locks/lkNamedSema.h"
 #include "zvbase/assertions.h"
 
 namespace Zv::Simulated {
@@ -21,6 +22,17 @@ public:
     ~NextWaitFails();
     NextWaitFails(NextWaitFails const &) = delete;
     NextWaitFails &operator=(NextWaitFails const &) = delete;
+};
+
+/// While it exists, the calling thread's next wait on a condition variable or a pulse posts a
+/// semaphore first, with the mutex held.
+class NextWaitPosts
+{
+public:
+    explicit NextWaitPosts(LkUnnamedSema &waits);
+    ~NextWaitPosts();
+    NextWaitPosts(NextWaitPosts const &) = delete;
+    NextWaitPosts &operator=(NextWaitPosts const &) = delete;
 };
 
 /// Runs `work`, in which the first wait fails. Returns whether `work` has finished nevertheless.

@@ -5,6 +5,7 @@
 
 #include "resmgt/locks.h"
 #include "resmgt/threadExtensions/mtContainer.imp.h"
+#include "resmgt/threadExtensions/mtRequestMgr.h"
 
 #include <queue>
 #include <sstream>
@@ -68,10 +69,11 @@ SIMULATED(AbandonedMutexIsTried, {.preemptions = 1})
 
 namespace {
 
-std::string stateOf(LkRwLock const &lock)
+template <class Object>
+std::string stateOf(Object const &object)
 {
     std::ostringstream stream;
-    lock.dump(stream);
+    object.dump(stream);
     return stream.str();
 }
 
@@ -279,6 +281,56 @@ SIMULATED(GateWithKeeperCannotBeWaitedAt, {.schedules = 500})
     LkGateKeeperGuard const keeper(gate);
     HOLDS(come.getValue() == 2);
     isOpen = true;
+}
+
+// An arrival that is withdrawn while the gate is asked for its state must not stay counted.
+SIMULATED(GateIsAskedWhileAWaitFails, {.schedules = 500, .preemptions = 1})
+{
+    LkGate gate("gate", 1, true);
+    Worker asking("asking", [&] { static_cast<void>(gate.isGateReady()); });
+    Worker dumping("dumping", [&] { static_cast<void>(stateOf(gate)); });
+    HOLDS(!withFailingWait(BEFORE_SLEEPING, [&] { gate.ready(); }));
+    asking.join();
+    dumping.join();
+    HOLDS(!gate.isGateReady());
+    HOLDS(stateOf(gate).find("num ready: 0\n") != std::string::npos);
+}
+
+SIMULATED(TagIsReleasedBeforeItsWaitersRun, {.schedules = 300, .preemptions = 1, .leaks = true})
+{
+    MtRequestMgr requests;
+    MtRequestTag const tag = requests.acquireTag();
+    requests.incRequestCount(tag);
+    LkUnnamedSema waits("waits", 0);
+    auto const wait = [&] {
+        NextWaitPosts const posting(waits);
+        requests.waitRequestCountZero(tag);
+    };
+    Worker first("first", wait);
+    Worker second("second", wait);
+    waits.wait();
+    waits.wait();
+    requests.decRequestCount(tag);
+    requests.releaseTag(tag);
+    HOLDS(requests.getRequestCount(requests.acquireTag()) == 0);
+}
+
+SIMULATED(WaitForATagFails, {.schedules = 300})
+{
+    MtRequestMgr requests;
+    MtRequestTag const tag = requests.acquireTag();
+    requests.incRequestCount(tag);
+    LkUnnamedSema waits("waits", 0);
+    auto const fail = [&](FailingWait where) {
+        NextWaitPosts const posting(waits);
+        HOLDS(!withFailingWait(where, [&] { requests.waitRequestCountZero(tag); }));
+    };
+    Worker late("late", [&] { fail(WHEN_WOKEN); });
+    Worker inTheService("in the service", [&] { fail(IN_THE_SERVICE); });
+    waits.wait();
+    waits.wait();
+    requests.decRequestCount(tag);
+    requests.releaseTag(tag);
 }
 
 // ---- The queue between threads.

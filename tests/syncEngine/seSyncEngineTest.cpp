@@ -1,6 +1,7 @@
 #include "resmgt/syncEngine/seSyncEngine.h"
 
 #include "aborted.h"
+#include "askingStream.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/syncEngine/seGeneratorThread.private.h"
 #include "resmgt/syncEngine/seSourceProtocol.h"
@@ -552,6 +553,16 @@ TEST_F(SeGeneratorThreadTest, WritesItsSourceAndItsClients)
     EXPECT_NE(stream.str().back(), '\n');
 }
 
+TEST_F(SeGeneratorThreadTest, WritesWithoutItsMutex)
+{
+    ScriptedClient * const one = add(1, "one");
+    one->record.await("start;");
+    auto const work = [this] { static_cast<void>(_generator->hasClient(nullptr)); };
+    std::string const text =
+        writtenDuring(work, [this](std::ostream &stream) { _generator->dump(stream); });
+    EXPECT_TRUE(text.starts_with("Source: scripted source\n0x")) << text;
+}
+
 TEST_F(SeGeneratorThreadTest, AStateThatIsPastNeedsNoWaiting)
 {
     startBeating();
@@ -850,6 +861,15 @@ TEST_F(SeSyncEngineTest, AGeneratorWhoseThreadCannotBeStartedIsNone)
     _source.runFree();
     _engine->waitSyncGenBeating(_source);
     EXPECT_EQ(getNbGenerators(), 1);
+}
+
+TEST_F(SeSyncEngineTest, WritesWithoutItsLock)
+{
+    static_cast<void>(_engine->isSyncGenBeating(_source));
+    auto const work = [this] { static_cast<void>(_engine->isSyncGenBeating(_source)); };
+    std::string const text =
+        writtenDuring(work, [this](std::ostream &stream) { stream << *_engine; });
+    EXPECT_TRUE(text.starts_with("generators:\n0x")) << text;
 }
 
 TEST_F(SeSyncEngineTest, WritesALineForEachGenerator)

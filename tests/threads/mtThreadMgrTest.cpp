@@ -1,5 +1,6 @@
 #include "resmgt/threads/mtThreadMgr.h"
 
+#include "askingStream.h"
 #include "resmgt/locks/mtUtil.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -238,6 +239,15 @@ TEST_F(MtThreadMgrTest, DumpHasEachThreadOnALineInOrder)
     EXPECT_EQ(os.str(), "\nthread 7\nthread 5");
     manager.removeThread(&a);
     manager.removeThread(&b);
+}
+
+TEST_F(MtThreadMgrTest, DumpWritesWithoutTheLock)
+{
+    NumberThread a(5);
+    manager.addThread(&a);
+    auto const work = [this] { static_cast<void>(manager.getNbThreads()); };
+    EXPECT_EQ(writtenDuring(work, [this](std::ostream &os) { manager.dump(os); }), "\nthread 5");
+    manager.removeThread(&a);
 }
 
 TEST_F(MtThreadMgrTest, DumpOfTheProcessEndsWithThePriorities)

@@ -2,6 +2,7 @@
 #include "meeting.h"
 
 #include "aborted.h"
+#include "askingStream.h"
 #include "callingThread.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkEvent.h"
@@ -1017,6 +1018,15 @@ TEST_F(MtThreadTest, DumpIsOneLineOfFixedFields)
     EXPECT_EQ(
         os.str(),
         "0x     0              dumped prio   0 NTprio   1 pol RR SYSTEM ex? no exception runon  0");
+}
+
+TEST_F(MtThreadTest, DumpWritesWithoutTheLock)
+{
+    ObjPtr<MtThread> const thread = makeWaitingThread("dumped");
+    auto const work = [&thread] { static_cast<void>(thread->getProcessorNb()); };
+    EXPECT_EQ(
+        writtenDuring(work, [&thread](std::ostream &os) { thread->dump(os); }),
+        "0x     0              dumped prio   0 NTprio   1 pol RR SYSTEM ex? no exception runon -1");
 }
 
 TEST_F(MtThreadTest, DumpOfARunningThreadHasItsNumber)

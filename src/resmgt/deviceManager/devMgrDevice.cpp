@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "zvbase/failures.h"
@@ -80,6 +81,12 @@ void DevMgrDevice::open()
 void DevMgrDevice::failToOpen(std::exception_ptr const &failure)
 {
     _openFailure = failure;
+    try {
+        if (auto * const standard = dynamic_cast<DevMDStdAccessPrtcl *>(_access.get()))
+            standard->closeUnopened();
+    } catch (...) {
+        traceCaught(__FILE__, __LINE__);
+    }
     setState(UNOPENED);
 }
 

@@ -112,8 +112,13 @@ bool DevANOFifo::timedConsume(DevANOQueueEntry &entry, double seconds)
 
 void DevANOFifo::close()
 {
-    setCondition(CLOSED);
-    FirstFailure failure(std::exchange(_failure, nullptr));
+    std::exception_ptr former;
+    {
+        LkGuard const guard(_conditionLock);
+        Interlocked::storeRelease(_condition, CLOSED);
+        former = std::exchange(_failure, nullptr);
+    }
+    FirstFailure failure(former);
     discardWhile(CLOSED, failure);
     failure.rethrow();
 }
@@ -153,9 +158,11 @@ bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
         return true;
     }
     // A failure is kept for `close`, because failures on this thread are no longer handled.
-    FirstFailure failure(_failure);
+    FirstFailure failure;
     failure.attempt([&entry] { entry = DevANOQueueEntry(); });
-    _failure = failure.get();
+    LkGuard const guard(_conditionLock);
+    if (!_failure)
+        _failure = failure.get();
     return false;
 }
 

@@ -9,6 +9,7 @@
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/threadExtensions/mtContainer.h"
 #include "zvbase/containers.h"
+#include "zvbase/threadAnnotations.h"
 
 #include <chrono>
 #include <exception>
@@ -34,9 +35,8 @@ extern template class ZVRESMGT_EXPORT
 /// the consuming thread needs, or be the consuming thread itself.
 ///
 /// **Threads**: any thread may call `produce`, `admit`, `send`, `leaveBehind`, `close` and `open`,
-/// also at the same time. But only one thread at a time may call `close`. Only the thread that ends
-/// the consuming thread may call `sendLast`. Only the consuming thread may call `consume`,
-/// `tryConsume` and `timedConsume`.
+/// also at the same time. Only the thread that ends the consuming thread may call `sendLast`. Only
+/// the consuming thread may call `consume`, `tryConsume` and `timedConsume`.
 ///
 /// The queue must be empty when it is destroyed. Otherwise an assertion of `MtContainer` fails.
 class ZVRESMGT_EXPORT DevANOFifo : public RCBase<LkCounter<long>>
@@ -74,7 +74,8 @@ public:
     /// Closes the queue: destroys what is queued, releases blocked producers, and destroys what is
     /// produced from now on. The consuming thread must have ended, or must call this function
     /// itself and consume nothing after it. Destroys every request even if a destructor throws, and
-    /// then throws the first exception.
+    /// then throws the first exception. If several threads close the queue at the same time, each
+    /// destroys a part of the requests and may return before the others.
     void close();
     /// Like `close`, for a consuming thread that hangs and may return later: if it has not got
     /// `last` yet, it gets that request and no other. Call `close` when that thread has ended. Does
@@ -117,7 +118,8 @@ private:
     // Written before the condition is ENDING or LEFT_BEHIND. In ENDING also by the consumer, until
     // it has ended.
     DevANO const *_last = nullptr;
-    std::exception_ptr _failure; // of a request that the consumer has destroyed
+    // Of a request that the consumer has destroyed.
+    std::exception_ptr _failure ZV_GUARDED_BY(_conditionLock);
 };
 
 } // namespace Zv

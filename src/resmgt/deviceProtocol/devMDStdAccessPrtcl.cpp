@@ -71,12 +71,8 @@ DevMDStdAccessPrtcl::DevMDStdAccessPrtcl(LiString const &name, RCShdPtr<DevMDStd
 
 DevMDStdAccessPrtcl::~DevMDStdAccessPrtcl()
 {
-    if (_thread.isNull()) {
-        if (!_fifo.isNull())
-            _fifo->close(); // no thread will execute what is queued
-        return;
-    }
-    if (!_thread->isRunning())
+    closeUnopened();
+    if (_thread.isNull() || !_thread->isRunning())
         return;
     bool const isOnItsOwnThread = _thread->getThreadId().isCurrentThread();
     if (isOnItsOwnThread)
@@ -89,9 +85,11 @@ DevMDStdAccessPrtcl::~DevMDStdAccessPrtcl()
 
 void DevMDStdAccessPrtcl::performOpen()
 {
-    if (_fifo.isNull() || _threadProtocol.isNull() || _anoFactory.isNull())
-        RCExUtil::throwExNullPtr();
+    if (!_thread.isNull())
+        RCExUtil::throwExNullPtr(); // it is called again
     try {
+        if (_fifo.isNull() || _threadProtocol.isNull() || _anoFactory.isNull())
+            RCExUtil::throwExNullPtr();
         _fifo->open();
         _thread = MtThreadFactory::getInstance().createThread(_name, _threadProtocol, true, 0);
         _relation = makeObj<PriorityRelation>("std-device", getPriority(),
@@ -115,6 +113,13 @@ void DevMDStdAccessPrtcl::performClose()
 {
     ZV_ASSERT(_thread->isRunning());
     endThread(_anoFactory->createCloseANO(), &DevANOFifo::send);
+}
+
+// No thread will execute what is queued.
+void DevMDStdAccessPrtcl::closeUnopened()
+{
+    if (_thread.isNull() && !_fifo.isNull())
+        _fifo->close();
 }
 
 Priority &DevMDStdAccessPrtcl::getPriority()
@@ -156,11 +161,12 @@ void DevMDStdAccessPrtcl::abandonThread()
 void DevMDStdAccessPrtcl::rollBackOpen()
 {
     try {
-        if (_thread.isNull() || !_thread->isRunning())
-            _fifo->close(); // releases the threads that wait for a request
-        else
+        if (!_thread.isNull() && _thread->isRunning())
             endThread(makeANO([] {}), &DevANOFifo::send);
-    } catch (...) { // the caller rethrows the failure of the opening
+        else if (!_fifo.isNull())
+            _fifo->close(); // releases the threads that wait for a request
+    } catch (...) {
+        // The caller rethrows the failure of the opening.
     }
     if (!_thread.isNull() && _thread->isRunning())
         return; // the destructor tries again

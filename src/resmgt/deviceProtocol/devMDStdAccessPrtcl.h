@@ -57,8 +57,8 @@ public:
     /// Starts the thread and returns when it has executed the open request.
     ///
     /// Throws what the open request has thrown. Throws `RCEx::ExNullPtr` if it is called again, or
-    /// if an argument of the constructor was null. If it throws, no thread is left, and the device
-    /// can only be destroyed.
+    /// if an argument of the constructor was null. If it throws on the first call, no thread is
+    /// left, the queue is closed, and the device can only be destroyed.
     void performOpen() override;
     /// Executes all requests that were sent before, then the close request, and returns when the
     /// thread has ended. Requests that arrive later are destroyed without being executed.
@@ -67,6 +67,10 @@ public:
     /// `RCEx::ExNullPtr` if the device was never opened. Fails an assertion if it is closed
     /// already.
     void performClose() override;
+    /// Closes the queue if the device has no thread. Does nothing otherwise. The manager calls it
+    /// when `performOpen` has thrown: a derived class may have failed before it called
+    /// `performOpen` of this class. Throws the first failure of the destruction of a request.
+    void closeUnopened();
 
     /// Returns the priority that the threads of all standard devices run at or above: the real-time
     /// landmark.

@@ -84,17 +84,24 @@ void LkGate::open()
 /// gate is about to open.
 void LkGate::withdraw()
 {
-    bool const isKeeperCalled = _numReady == _numGatees;
-    if (!isKeeperCalled || _gateKeeper->tryWait())
+    if (_numReady != _numGatees || _gateKeeper->tryWait())
         storeRelease(_numReady, _numReady - 1);
 }
 
 bool LkGate::isGateReady()
 {
-    bool const isReady = _gateKeeper->tryWait();
-    if (isReady)
+    return isKeeperCalled();
+}
+
+/// Takes the keeper's semaphore for a moment. The lock keeps a thread that withdraws from taking
+/// its absence for the arrival of the keeper.
+bool LkGate::isKeeperCalled() const
+{
+    LkGuard const guard(*_lock);
+    bool const isCalled = _gateKeeper->tryWait();
+    if (isCalled)
         _gateKeeper->post();
-    return isReady;
+    return isCalled;
 }
 
 void LkGate::observeGateReady()
@@ -134,10 +141,7 @@ void LkGate::dump(std::ostream &stream) const
         stream << "unused";
         return;
     }
-    bool const isSet = _gateKeeper->tryWait();
-    if (isSet)
-        _gateKeeper->post();
-    stream << (isSet ? "set" : "not set");
+    stream << (isKeeperCalled() ? "set" : "not set");
 }
 
 } // namespace Zv

@@ -41,7 +41,7 @@ public:
 
     /// Arrives at the gate. **Blocks** until the gate opens. **Throws** `AssertionFailed` if more
     /// than `numGatees` threads arrive, and if the wait fails. After a failed wait the arrival is
-    /// no longer counted, unless the keeper has been called already.
+    /// no longer counted, unless the keeper has arrived already.
     void ready();
     /// Returns true if all threads have arrived and the keeper has not arrived yet. Never blocks.
     /// **Throws** `RCEx::ExNullPtr` if the gate has no keeper.
@@ -61,6 +61,7 @@ private:
     void releaseGate();
     void open();
     void withdraw();
+    bool isKeeperCalled() const;
 
     bool _useGateKeeper;
     int _numGatees;

@@ -109,6 +109,8 @@ void LkMutexWindows::failLock() const
         static_cast<int>(::GetLastError()));
 }
 
+// The flag is cleared first: after the release another thread may have set it. If the release
+// fails, the flag stays cleared, because its former value may be out of date by then.
 void LkMutexWindows::unlock() const
 {
     clearLockedFlag();

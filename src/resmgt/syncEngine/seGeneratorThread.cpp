@@ -9,7 +9,7 @@
 #include "zvbase/firstFailure.private.h"
 
 #include <algorithm>
-#include <ostream>
+#include <sstream>
 
 namespace Zv {
 
@@ -94,12 +94,15 @@ void SeGeneratorThread::performStop(MtThread *thread)
 
 void SeGeneratorThread::dump(std::ostream &stream) const
 {
-    Guard const guard(_mutex);
-    stream << "Source: " << *_source;
-    for (MtThread const * const client : _clients) {
-        stream << '\n';
-        client->dump(stream);
+    std::ostringstream text; // the caller's stream is written without the mutex
+    {
+        Guard const guard(_mutex);
+        for (MtThread const * const client : _clients) {
+            text << '\n';
+            client->dump(text);
+        }
     }
+    stream << "Source: " << *_source << text.str();
 }
 
 void SeGeneratorThread::addClient(LiString const &name, ObjPtr<SeClientThread> &client,

@@ -8,7 +8,7 @@
 #include "zvbase/failures.h"
 
 #include <cstddef>
-#include <ostream>
+#include <sstream>
 
 namespace Zv {
 
@@ -82,14 +82,18 @@ void SeSyncEngine::stop()
 
 void SeSyncEngine::dump(std::ostream &stream) const
 {
-    Guard const guard(_lock);
-    stream << "generators:\n";
-    char const *separator = "";
-    for (MtThread const * const generator : _generators) {
-        stream << separator;
-        generator->dump(stream);
-        separator = "\n";
+    std::ostringstream text; // the caller's stream is written without the lock
+    {
+        Guard const guard(_lock);
+        text << "generators:\n";
+        char const *separator = "";
+        for (MtThread const * const generator : _generators) {
+            text << separator;
+            generator->dump(text);
+            separator = "\n";
+        }
     }
+    stream << text.str();
 }
 
 SeGeneratorThread *SeSyncEngine::findSyncGenNoLock(SeSourceProtocol const &source) const

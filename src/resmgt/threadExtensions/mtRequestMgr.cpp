@@ -6,6 +6,26 @@
 
 namespace Zv {
 
+namespace {
+
+/// Pulse of a tag. The tag uses it, and so does each thread that waits for the tag.
+class RequestPulse : public LkPulse
+{
+public:
+    RequestPulse() : LkPulse("RequestZero", WAKE_ALL) {}
+
+    unsigned nbUsers = 1;
+};
+
+/// Destroys the pulse with its last user.
+void letGo(RequestPulse *pulse)
+{
+    if (--pulse->nbUsers == 0)
+        delete pulse;
+}
+
+} // namespace
+
 // ---- MtRequestMgr
 
 MtRequestMgr::MtRequestMgr() : _lock("MtRequestMgr") {}
@@ -27,8 +47,10 @@ void MtRequestMgr::releaseTag(MtRequestTag tag)
     LkGuard guard(_lock);
     ZV_ASSERT(tag.isValid());
     ZV_ASSERT((*tag._id).first == 0);
-    delete (*tag._id).second;
+    auto * const pulse = static_cast<RequestPulse *>((*tag._id).second);
     _entries.erase(tag._id);
+    if (pulse)
+        letGo(pulse);
 }
 
 unsigned MtRequestMgr::getRequestCount(MtRequestTag tag)
@@ -60,8 +82,16 @@ void MtRequestMgr::waitRequestCountZero(MtRequestTag tag)
     if (tag._id->first == 0)
         return;
     if (!tag._id->second)
-        tag._id->second = new LkPulse("RequestZero", LkPulse::WAKE_ALL);
-    tag._id->second->wait(_lock);
+        tag._id->second = new RequestPulse;
+    auto * const pulse = static_cast<RequestPulse *>(tag._id->second);
+    ++pulse->nbUsers;
+    try {
+        pulse->wait(_lock);
+    } catch (...) {
+        letGo(pulse);
+        throw;
+    }
+    letGo(pulse); // the tag may have been released meanwhile
 }
 
 // ---- MtRequestBase

@@ -66,8 +66,9 @@ public:
 
     /// Returns a new tag with a count of 0. The caller must release it.
     [[nodiscard]] MtRequestTag acquireTag();
-    /// Releases a tag. Fails an assertion if the count is not 0. No thread may still be in
-    /// `waitRequestCountZero` for the tag. This is not detected.
+    /// Releases a tag. Fails an assertion if the count is not 0. A thread that still waits for the
+    /// tag, because it has not run since the count reached 0, returns from
+    /// `waitRequestCountZero` as usual.
     void releaseTag(MtRequestTag tag);
     /// Returns the number of requests that are under way.
     unsigned getRequestCount(MtRequestTag tag);

@@ -113,9 +113,8 @@ public:
     virtual unsigned getNbProcessors() const = 0;
     /// Returns whether `setRealTime` has switched the process into real-time operation.
     virtual bool isRealTime() const = 0;
-    /// Writes each thread on a line of its own, then the graph of the priorities. Holds the
-    /// manager's lock while it writes the threads, so no thread can start or end if the stream
-    /// blocks.
+    /// Writes each thread on a line of its own, then the graph of the priorities. Calls
+    /// `MtThread::dump` under the manager's lock, and writes to the stream without a lock.
     virtual void dump(std::ostream &) const = 0;
 
 protected:

@@ -6,7 +6,7 @@
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/failures.h"
 
-#include <ostream>
+#include <sstream>
 #include <utility>
 
 namespace Zv {
@@ -190,12 +190,16 @@ void MtThreadMgrImp::disableRealTime() {}
 
 void MtThreadMgrImp::dump(std::ostream &os) const
 {
-    Guard const guard(_lock);
-    for (MtThread const * const thread : _threads.entries()) {
-        os << std::endl;
-        if (thread)
-            thread->dump(os);
+    std::ostringstream text; // the caller's stream is written without the lock
+    {
+        Guard const guard(_lock);
+        for (MtThread const * const thread : _threads.entries()) {
+            text << '\n';
+            if (thread)
+                thread->dump(text);
+        }
     }
+    os << text.str();
 }
 
 } // namespace Zv

@@ -24,7 +24,7 @@
 #include <exception>
 #include <iomanip>
 #include <new>
-#include <ostream>
+#include <sstream>
 #include <utility>
 
 namespace Zv {
@@ -600,16 +600,20 @@ void MtThreadWindows::place(int processorNb, StateGuard &state)
 void MtThreadWindows::dump(std::ostream &os) const
 {
     LiString const name = getName();
-    StateGuard const state(_stateLock);
-    int const level = MtPriorityLevels::fromSystemValue(
-        isRunningNoLock() ? ::GetThreadPriority(_threadHandle) : _priorityValue);
-    os << LkThreadId(_threadId) << std::setw(20) << name.getChars() << " prio " << std::setw(3)
-       << level << " NTprio " << std::setw(3)
-       << MtPriorityLevels::getBasePriority(::GetPriorityClass(::GetCurrentProcess()), level)
-       << " pol "
-       << "RR SYSTEM"
-       << " ex? " << (_exception.isNull() ? "no exception" : _exception->getReason()) << " runon "
-       << std::setw(2) << _processorNb;
+    std::ostringstream text; // the caller's stream is written without the lock
+    {
+        StateGuard const state(_stateLock);
+        int const level = MtPriorityLevels::fromSystemValue(
+            isRunningNoLock() ? ::GetThreadPriority(_threadHandle) : _priorityValue);
+        text << LkThreadId(_threadId) << std::setw(20) << name.getChars() << " prio "
+             << std::setw(3) << level << " NTprio " << std::setw(3)
+             << MtPriorityLevels::getBasePriority(::GetPriorityClass(::GetCurrentProcess()), level)
+             << " pol "
+             << "RR SYSTEM"
+             << " ex? " << (_exception.isNull() ? "no exception" : _exception->getReason())
+             << " runon " << std::setw(2) << _processorNb;
+    }
+    os << text.str();
 }
 
 // The stack belongs to the system. It has no protection page of the library, hence "N/A".

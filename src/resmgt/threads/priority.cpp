@@ -9,7 +9,7 @@
 
 #include <algorithm>
 #include <iomanip>
-#include <ostream>
+#include <sstream>
 
 namespace Zv {
 
@@ -245,14 +245,18 @@ void Priority::setTransient(Side side, int bound)
 
 void Priority::dump(std::ostream &os, bool withRelations) const
 {
-    if (!withRelations)
-        return dumpLine(os);
-    // The line of a relation reads the other node as well.
-    Guard guard(_mgr->getLock());
-    dumpLine(os);
-    dumpRelations(os, "Dependants: ", getOrders(LEFT));
-    dumpRelations(os, "DependOns: ", getOrders(RIGHT));
-    dumpRelations(os, "Equals: ", getEquals());
+    std::ostringstream text; // the caller's stream is written without a lock
+    if (withRelations) {
+        // The line of a relation reads the other node as well.
+        Guard guard(_mgr->getLock());
+        dumpLine(text);
+        dumpRelations(text, "Dependants: ", getOrders(LEFT));
+        dumpRelations(text, "DependOns: ", getOrders(RIGHT));
+        dumpRelations(text, "Equals: ", getEquals());
+    } else {
+        dumpLine(text);
+    }
+    os << text.str();
 }
 
 void Priority::dumpLine(std::ostream &os) const
@@ -260,15 +264,15 @@ void Priority::dumpLine(std::ostream &os) const
     Guard guard(_lock);
     os << std::setw(20) << _name.getChars() << " prio " << std::setw(8) << _priority << " fixed "
        << _isFixed << " lhs " << std::setw(8) << _lhsTransient << " rhs " << std::setw(8)
-       << _rhsTransient << std::endl;
+       << _rhsTransient << '\n';
 }
 
 void Priority::dumpRelations(std::ostream &os, char const *title, Relations const &relations)
 {
-    os << title << std::endl;
+    os << title << '\n';
     for (PriorityRelation const *relation : relations) {
         relation->dump(os);
-        os << std::endl;
+        os << '\n';
     }
 }
 

@@ -10,7 +10,7 @@
 #include "zvbase/platform/interlocked.h"
 
 #include <new>
-#include <ostream>
+#include <sstream>
 #include <typeinfo>
 
 namespace Zv {
@@ -455,24 +455,28 @@ std::uint64_t PriorityMgr::nextSearch()
 
 void PriorityMgr::dump(std::ostream &os) const
 {
-    Guard guard(_lock);
-    os << std::endl << _name.getChars() << ' ' << (_isDirty ? "NOT UP TO DATE" : "") << std::endl;
-    os << "Priorities:" << std::endl;
-    for (Priority const *priority : _priorities) {
-        os << '\t';
-        priority->dump(os, false);
+    std::ostringstream text; // the caller's stream is written without the lock
+    {
+        Guard guard(_lock);
+        text << '\n' << _name.getChars() << ' ' << (_isDirty ? "NOT UP TO DATE" : "") << '\n';
+        text << "Priorities:\n";
+        for (Priority const *priority : _priorities) {
+            text << '\t';
+            priority->dump(text, false);
+        }
+        text << "Independant: \n";
+        for (Priority const *priority : _independant) {
+            text << '\t';
+            priority->dump(text, false);
+        }
+        text << "Relations: \n";
+        for (PriorityRelation const *relation : _relations) {
+            text << '\t';
+            relation->dump(text);
+            text << '\n';
+        }
     }
-    os << "Independant: " << std::endl;
-    for (Priority const *priority : _independant) {
-        os << '\t';
-        priority->dump(os, false);
-    }
-    os << "Relations: " << std::endl;
-    for (PriorityRelation const *relation : _relations) {
-        os << '\t';
-        relation->dump(os);
-        os << std::endl;
-    }
+    os << text.str();
 }
 
 std::ostream &operator<<(std::ostream &os, PriorityMgr const &mgr)
