@@ -40,9 +40,9 @@ function(zv_read_wine_list file left_out)
     set(${left_out} "${sources}" PARENT_SCOPE)
 endfunction()
 
-# The system's services are imported: a call goes through the pointer __imp_X. Those of the services that are to be
-# wrapped are renamed in the archive PARTS, so that nobody else's calls are met, the C library's own least of all; the
-# source that comes out has the pointers, and the __real_ functions, under the names that they have elsewhere.
+# The system's services are imported: a call uses the pointer __imp_X. The pointers of the services to be wrapped are
+# renamed in the archive PARTS, so that no other calls are redirected, such as those of the C library. The generated
+# source defines these pointers, and the __real_ functions under the names that they have on other systems.
 function(zv_wrap_services parts wrapped source)
     set(text "// Generated: calls of services, on their way to the tests.\n")
     set(renamed "")
@@ -67,7 +67,7 @@ function(zv_wrap_services parts wrapped source)
     set_property(TARGET ${parts} APPEND PROPERTY LINK_DEPENDS ${names})
 endfunction()
 
-# The objects of libzvresmgt import what they use of libzvbase. In a test program they stand beside it.
+# The objects of libzvresmgt import what they use of libzvbase. A test program contains both.
 set(zv_imports ${CMAKE_CURRENT_BINARY_DIR}/imports.cpp)
 file(GENERATE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/importing.txt CONTENT
     "$<JOIN:$<TARGET_OBJECTS:zvresmgt_objects>,\n>\n")
@@ -76,11 +76,11 @@ add_custom_command(OUTPUT ${zv_imports} DEPENDS zvresmgt_objects $<TARGET_OBJECT
         -D OUTPUT=${zv_imports} -P ${PROJECT_SOURCE_DIR}/cmake/imports.cmake)
 add_library(zv_test_imports OBJECT ${zv_imports})
 
-# The waits of all code in a test program, on their way to waits.cpp, which records the threads that sleep.
+# The waits of all code in a test program, on their way to testing/waits.cpp, which records the threads that sleep.
 set(zv_test_waits WaitForSingleObject WaitForSingleObjectEx WaitForMultipleObjects WaitOnAddress EnterCriticalSection)
 list(TRANSFORM zv_test_waits PREPEND __imp_)
 list(APPEND zv_test_waits WaitOnAddress)
-add_library(zv_test_waits OBJECT waits.cpp)
+add_library(zv_test_waits OBJECT testing/waits.cpp)
 target_link_libraries(zv_test_waits PRIVATE zv_compile)
 target_include_directories(zv_test_waits PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 

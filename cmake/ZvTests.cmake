@@ -3,7 +3,7 @@
 # zv_add_test_program(FOLDER [ALLOCATIONS] [BASE_ONLY] [EXCLUDE source...] [DEFINE definition...])
 #     Builds all sources of a folder, with GoogleTest and the objects of both libraries, as the program test_FOLDER, and
 #     adds the test FOLDER. The objects bring the statics of the packages along, and hidden classes can be tested.
-#       ALLOCATIONS  counts the allocations of a thread and lets them fail (allocations.h)
+#       ALLOCATIONS  counts the allocations of a thread and lets them fail (testing/allocations.h)
 #       BASE_ONLY    links libzvbase alone, so that no package of libzvresmgt runs
 #       EXCLUDE      sources that belong to other programs
 #       DEFINE       definitions of the preprocessor

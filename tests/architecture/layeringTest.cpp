@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+namespace ZvTest {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -253,3 +255,4 @@ TEST(Layering, ThreadsAndTimeBelongToThePlatform)
 }
 
 } // namespace
+} // namespace ZvTest

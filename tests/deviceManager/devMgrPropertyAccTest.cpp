@@ -1,12 +1,13 @@
 #include "fakeDevices.h"
 
-#include "aborted.h"
-#include "allocations.h"
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devMDStdPropertySet.h"
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
+#include "testing/aborted.h"
+#include "testing/allocations.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 #include "zvbase/lgLog.h"
 
 #include <gtest/gtest.h>
@@ -18,8 +19,9 @@
 #include <stdexcept>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -131,12 +133,7 @@ protected:
     template <class Failure>
     std::string refusal(char const *config)
     {
-        try {
-            access->getProperty(config);
-        } catch (Failure const &failure) {
-            return failure.getReason();
-        }
-        return "no failure";
+        return reasonOf<Failure>([&] { access->getProperty(config); });
     }
 
     /// Waits until the manager's thread has executed all requests that were queued before.
@@ -459,8 +456,7 @@ TEST_F(PropertyAccess, AttachingThatRunsOutOfMemoryCanBeTriedAgain)
 {
     auto const x = device().x;
     RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
-    int const nbFailures =
-        ZvTest::failEachAllocation([&] { access->attachObserver(x, one); }, [] {});
+    int const nbFailures = failEachAllocation([&] { access->attachObserver(x, one); }, [] {});
     EXPECT_GT(nbFailures, 2);
     journal.take();
     x->notify(1);
@@ -808,7 +804,8 @@ TEST_F(PropertyAccessDeathTest, ObserverThatThrowsEndsTheProcess)
             x->notify(5);
             LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
         },
-        ZvTest::aborted(), "observer of property x: event \"5\": my update failed");
+        aborted(), "observer of property x: event \"5\": my update failed");
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,9 +1,9 @@
 #include "fakeDevices.h"
 
-#include "allocations.h"
 #include "resmgt/deviceProtocol/devMDStdStream.h"
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
+#include "testing/allocations.h"
+#include "testing/asleep.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,9 @@
 #include <atomic>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -498,13 +499,13 @@ TEST_F(StreamAccess, StreamThatWasStartedIsStoppedWhateverAllocationFails)
     auto &out = *deviceA().out;
     auto &in = *deviceB().in;
     LiString const config("a:a.out push b:b.in");
-    int const nbFailures = ZvTest::failEachAllocation([&] { access->connect(config); },
-                                                      [&] {
-                                                          access = nullptr;
-                                                          EXPECT_TRUE(out.isAvailable());
-                                                          EXPECT_TRUE(in.isAvailable());
-                                                          access = manager->createStreamAcc();
-                                                      });
+    int const nbFailures = failEachAllocation([&] { access->connect(config); },
+                                              [&] {
+                                                  access = nullptr;
+                                                  EXPECT_TRUE(out.isAvailable());
+                                                  EXPECT_TRUE(in.isAvailable());
+                                                  access = manager->createStreamAcc();
+                                              });
     EXPECT_GT(nbFailures, 5);
     EXPECT_FALSE(out.isAvailable());
 }
@@ -519,3 +520,4 @@ TEST_F(StreamAccess, IdsAreCanonical)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,7 +1,8 @@
 #include "fakeDevices.h"
 
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +10,9 @@
 #include <atomic>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -173,12 +175,8 @@ TEST_F(SequenceAccess, NameBehindTheRootsGroupIsANullPointer)
 TEST_F(SequenceAccess, DeviceThatStandsTwiceFailsItsAssertion)
 {
     Registered const a = device("a");
-    try {
-        access->configure("( a ( a ) )");
-        FAIL() << "a device got two nodes";
-    } catch (AssertionFailed const &failure) {
-        EXPECT_STREQ(failure.getExpression(), "iter == _seqTreeNodeMap.end()");
-    }
+    EXPECT_EQ(failedAssertion([&] { access->configure("( a ( a ) )"); }),
+              "iter == _seqTreeNodeMap.end()");
 }
 
 TEST_F(SequenceAccess, SecondConfigurationWithAKnownDeviceFailsItsAssertion)
@@ -192,12 +190,8 @@ TEST_F(SequenceAccess, NodesThatWereMadeStayAfterAConfigurationThatFailed)
 {
     Registered const a = device("a");
     EXPECT_THROW(access->configure("( a ( nobody ) )"), DevPrtclEx::ExNameNotRegistered);
-    try {
-        access->configure("( a )");
-        FAIL() << "the node was made again";
-    } catch (AssertionFailed const &failure) {
-        EXPECT_STREQ(failure.getExpression(), "iter == _seqTreeNodeMap.end()");
-    }
+    EXPECT_EQ(failedAssertion([&] { access->configure("( a )"); }),
+              "iter == _seqTreeNodeMap.end()");
 }
 
 /// Device that keeps the completion of its start.
@@ -340,3 +334,4 @@ TEST_F(SequenceAccess, NullMediatorIsANullPointer)
 }
 
 } // namespace
+} // namespace ZvTest

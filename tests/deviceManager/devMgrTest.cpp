@@ -1,13 +1,14 @@
 #include "fakeDevices.h"
 
-#include "aborted.h"
-#include "allocations.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/mtPriorityMgr.h"
-#include "threadExtensions/asleep.h"
+#include "testing/aborted.h"
+#include "testing/allocations.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
@@ -18,8 +19,9 @@
 #include <stdexcept>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -154,18 +156,6 @@ TEST(Manager, DeviceThatFailsToCloseDoesNotKeepTheOthersOpen)
     EXPECT_EQ(journal.take(), (Lines{"close b", "close a"}));
 }
 
-/// Returns the text of the exception that the action throws.
-template <class Action>
-std::string whatFails(Action action)
-{
-    try {
-        action();
-    } catch (std::exception const &failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
-
 TEST(Manager, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
 {
     Journal journal;
@@ -233,12 +223,12 @@ TEST(Manager, DeviceThatWasOpenedIsClosedWhateverAllocationFails)
                        [&] { return RCShdPtr<DevMDPrtcl>(new CountedDevice(opened, closed)); });
     LiString const name("a");
     ObjPtr<DevMgr> manager = DevMgr::create();
-    int const nbFailures = ZvTest::failEachAllocation([&] { manager->getPrtcl(name); },
-                                                      [&] {
-                                                          manager = nullptr;
-                                                          EXPECT_EQ(closed, opened);
-                                                          manager = DevMgr::create();
-                                                      });
+    int const nbFailures = failEachAllocation([&] { manager->getPrtcl(name); },
+                                              [&] {
+                                                  manager = nullptr;
+                                                  EXPECT_EQ(closed, opened);
+                                                  manager = DevMgr::create();
+                                              });
     EXPECT_GT(nbFailures, 2);
     manager = nullptr;
     EXPECT_EQ(closed, opened);
@@ -550,11 +540,6 @@ private:
     int &_nbTries;
 };
 
-std::string messageOf(std::exception_ptr const &failure)
-{
-    return failure ? whatFails([&failure] { std::rethrow_exception(failure); }) : "null";
-}
-
 // This is by design. Another attempt needs a new manager.
 TEST(Manager, ADeviceWhoseOpeningFailedStaysUnopenedAndItsFailureIsKept)
 {
@@ -790,14 +775,14 @@ TEST(MediatorDeathTest, ARequestThatThrowsEndsTheProcess)
             produce(*mediator->getFifo(), [] { throw std::runtime_error("report lost"); });
             LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
         },
-        ZvTest::aborted(), "report lost");
+        aborted(), "report lost");
     EXPECT_EXIT(
         {
             RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
             produce(*mediator->getFifo(), [] { throw DevMgrEx::NameNotFound("report", 1); });
             LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
         },
-        ZvTest::aborted(), "");
+        aborted(), "");
 }
 
 TEST(Mediator, DestructionExecutesWhatWasQueuedBeforeIt)
@@ -825,3 +810,4 @@ TEST(Mediator, DestructionExecutesWhatWasQueuedBeforeIt)
 }
 
 } // namespace
+} // namespace ZvTest

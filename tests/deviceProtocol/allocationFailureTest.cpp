@@ -2,7 +2,7 @@
 
 #include "recording.h"
 
-#include "allocations.h"
+#include "testing/allocations.h"
 
 #include <gtest/gtest.h>
 

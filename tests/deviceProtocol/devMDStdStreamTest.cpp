@@ -250,17 +250,17 @@ TEST(DevMDStdStreamPrtcl, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
     class Failing : public PassiveSource
     {
     public:
-        Failing(Log &log, char const *name) : PassiveSource(name, ""), _end(log, name) {}
+        Failing(Journal &log, char const *name) : PassiveSource(name, ""), _end(log, name) {}
 
     private:
         FailingEnd _end;
     };
-    Log log;
+    Journal log;
     RCShdPtr<Device> device = makeShd<Device>();
     device->addStream(makeShd<Failing>(log, "first"));
     device->addStream(makeShd<Failing>(log, "second"));
     EXPECT_EQ(whatFails([&] { device = nullptr; }), "first");
-    EXPECT_EQ(log.lines(), (Lines{"~first", "~second"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~first", "~second"}));
 }
 
 } // namespace

@@ -7,9 +7,11 @@
 #include <memory>
 #include <string>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 /// Throws the exception and catches it as each of its base classes. Returns its text.
 template <class Exception, class... Arguments>
@@ -72,3 +74,4 @@ TEST(DevPrtclEx, ATextThatIsTooLongIsCut)
 }
 
 } // namespace
+} // namespace ZvTest

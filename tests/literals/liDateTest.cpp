@@ -1,7 +1,8 @@
 #include "resmgt/literals/liDate.h"
 
-#include "childProcess.h"
-#include "environmentHeld.h"
+#include "testing/childProcess.h"
+#include "testing/environmentHeld.h"
+#include "testing/failures.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -36,7 +37,10 @@ extern "C" std::size_t __wrap_strftime(char *text, std::size_t size, char const 
     return __real_strftime(text, size, format, tm);
 }
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Another place for the length of a test.
@@ -47,9 +51,9 @@ public:
     {
         if (char const *former = std::getenv("TZ"))
             _former = former;
-        ZvTest::setVariable("TZ", zone);
+        setVariable("TZ", zone);
     }
-    ~AtPlace() { ZvTest::setVariable("TZ", _former.empty() ? nullptr : _former.c_str()); }
+    ~AtPlace() { setVariable("TZ", _former.empty() ? nullptr : _former.c_str()); }
     AtPlace(AtPlace const &) = delete;
     AtPlace &operator=(AtPlace const &) = delete;
 
@@ -168,13 +172,12 @@ TEST(LiDate, GoesByTheZoneThatTZNamesNow)
 
 TEST(LiDate, WaitsForTheEnvironmentByLocalTime)
 {
-    EXPECT_TRUE(
-        ZvTest::waitsForTheEnvironment([] { LiDate(2026, 1, 1, 12, 0, 0, OsDateTypes::LOCAL); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::LOCAL); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { LiDate().toString("%Z"); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(
+    EXPECT_TRUE(waitsForTheEnvironment([] { LiDate(2026, 1, 1, 12, 0, 0, OsDateTypes::LOCAL); }));
+    EXPECT_TRUE(waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::LOCAL); }));
+    EXPECT_TRUE(waitsForTheEnvironment([] { LiDate().toString("%Z"); }));
+    EXPECT_TRUE(waitsForTheEnvironment(
         [] { EXPECT_THROW(LiDate("2026/01/01 12:00:00.000 !!!"), OsDateEx::ExInvalidDate); }));
-    EXPECT_FALSE(ZvTest::waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::UNIVERSAL); }));
+    EXPECT_FALSE(waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::UNIVERSAL); }));
 }
 
 TEST(LiDate, KeepsTheEnvironmentAsItIsWhileItFormats)
@@ -331,13 +334,8 @@ TEST(LiDate, WritesAnyFormatByTheClockOfThePlace)
 TEST(LiDate, AnEmptyOrTooLongResultFailsAnAssertion)
 {
     for (std::string const &format : {std::string(), std::string(256, 'x')}) {
-        try {
-            LiDate().toString(format.c_str());
-            FAIL() << "nothing thrown";
-        } catch (AssertionFailed const &failure) {
-            EXPECT_STREQ(failure.getExpression(),
-                         "::strftime( dateBuf, sizeof(dateBuf), format, &tm )");
-        }
+        EXPECT_EQ(failedAssertion([&] { LiDate().toString(format.c_str()); }),
+                  "::strftime( dateBuf, sizeof(dateBuf), format, &tm )");
     }
     EXPECT_EQ(LiDate().toString(std::string(255, 'x').c_str()).getLength(), 255);
 }
@@ -350,4 +348,4 @@ TEST(LiDate, NowGoesOn)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

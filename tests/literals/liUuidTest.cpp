@@ -9,7 +9,10 @@
 #include <string>
 #include <type_traits>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 TEST(LiUuid, IsNilUntilItIsCreated)
@@ -121,4 +124,4 @@ TEST(LiUuidEx, NamesTheFunctionThatFailed)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

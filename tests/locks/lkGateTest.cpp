@@ -9,7 +9,10 @@
 #include <memory>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 TEST(LkGate, OneGateeWithoutKeeperGoesThroughAtOnce)
@@ -157,20 +160,20 @@ TEST(LkGate, OneArrivalTooManyFails)
     LkGate gate("g", 1, true);
     Joined gatee([&] { gate.ready(); });
     gate.observeGateReady();
-    EXPECT_EQ(assertionOf([&] { gate.ready(); }), "_numReady < _numGatees");
+    EXPECT_EQ(failedAssertion([&] { gate.ready(); }), "_numReady < _numGatees");
     LkGateKeeperGuard keeper(gate);
 }
 
 TEST(LkGate, NeedsAtLeastOneGatee)
 {
-    EXPECT_EQ(assertionOf([] { LkGate gate("g", 0, false); }), "numGatees > 0");
-    EXPECT_EQ(assertionOf([] { LkGate gate("g", -1, true); }), "numGatees > 0");
+    EXPECT_EQ(failedAssertion([] { LkGate gate("g", 0, false); }), "numGatees > 0");
+    EXPECT_EQ(failedAssertion([] { LkGate gate("g", -1, true); }), "numGatees > 0");
 }
 
 TEST(LkGate, WithoutAKeeperNobodyMayKeepIt)
 {
     LkGate gate("g", 1, false);
-    EXPECT_EQ(assertionOf([&] { LkGateKeeperGuard keeper(gate); }), "_useGateKeeper");
+    EXPECT_EQ(failedAssertion([&] { LkGateKeeperGuard keeper(gate); }), "_useGateKeeper");
 }
 
 TEST(LkGate, TakesOverFromAnotherGate)
@@ -220,4 +223,4 @@ TEST(LkAsyncHandle, ReportsToWhoeverImplementsIt)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -9,7 +9,10 @@
 #include <mutex>
 #include <stdexcept>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 static_assert(requires(LkLock const &lock) { std::lock_guard<LkLock const>(lock); });
@@ -188,4 +191,4 @@ TEST(LkGuard, LetsAPassingExceptionPass)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -11,7 +11,10 @@
 #include <mutex>
 #include <stdexcept>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 static_assert(requires(LkMutex const &mutex) {
@@ -125,7 +128,7 @@ TEST(LkMutex, SpinLockWaitsWhenItsTriesAreUsedUp)
 
 TEST(LkMutex, DestroyedWhileHeldFailsItsAssertion)
 {
-    EXPECT_EQ(assertionOf([] {
+    EXPECT_EQ(failedAssertion([] {
                   LkMutex mutex("m");
                   mutex.lock();
               }),
@@ -184,13 +187,13 @@ TEST(LkMutex, AnAbandonedMutexFailsTheWaitsAssertionAndIsFree)
 {
     char const * const text = "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0";
     expectRefusedOnce(
-        [&](LkMutex const &mutex) { EXPECT_EQ(assertionOf([&] { mutex.lock(); }), text); });
+        [&](LkMutex const &mutex) { EXPECT_EQ(failedAssertion([&] { mutex.lock(); }), text); });
     expectRefusedOnce([&](LkMutex const &mutex) {
-        EXPECT_EQ(assertionOf([&] { LkGuard<LkMutex const> guard(mutex); }), text);
+        EXPECT_EQ(failedAssertion([&] { LkGuard<LkMutex const> guard(mutex); }), text);
     });
     for (unsigned tries : {0u, 1u, 10u})
         expectRefusedOnce([&](LkMutex const &mutex) {
-            EXPECT_EQ(assertionOf([&] { mutex.spinLock(tries); }), text);
+            EXPECT_EQ(failedAssertion([&] { mutex.spinLock(tries); }), text);
         });
 }
 
@@ -263,4 +266,4 @@ TEST(LkEx, ADeadlockIsCaughtInAllItsForms)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

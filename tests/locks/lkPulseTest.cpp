@@ -13,7 +13,10 @@
 #include <memory>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Waits until the mutex is released, without a change of its flag.
@@ -155,8 +158,8 @@ TEST(LkPulse, WaitWithoutTheMutexFails)
     LkPulse const pulse("p", LkPulse::WAKE_ONE);
     pulse.pulse();
     char const * const text = "::ReleaseMutex( externalMutex.getImp().getMutex() )";
-    EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.wait(mutex); }), text);
-    EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.waitNextPulse(mutex); }),
+    EXPECT_EQ(failedAssertion([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.wait(mutex); }), text);
+    EXPECT_EQ(failedAssertion([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.waitNextPulse(mutex); }),
               text);
     pulse.pulse(); // no thread waits
 }
@@ -404,4 +407,4 @@ TEST(LkUtil, YieldIsSwitchedInTheEnvironment)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

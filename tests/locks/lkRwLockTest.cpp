@@ -11,7 +11,10 @@
 #include <shared_mutex>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 static_assert(requires(LkRwLock & lock, LkRwLock const &reader) {
@@ -330,7 +333,7 @@ TEST(LkTicket, ATurnThatIsOverFails)
 {
     LkTicket ticket("t");
     ticket.next();
-    EXPECT_EQ(assertionOf([&] { ticket.waitForTicket(0); }), "ticket >= _current");
+    EXPECT_EQ(failedAssertion([&] { ticket.waitForTicket(0); }), "ticket >= _current");
 }
 
 TEST(LkTicket, GivesThreadsTheirTurnsInOrder)
@@ -372,4 +375,4 @@ TEST(LkTicket, ACounterOfOnesOwnFollowsTheTurns)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,8 +1,8 @@
 #include "resmgt/locks/lkSema.h"
-#include "allocations.h"
 #include "locks/lockTestUtil.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkNamedSema.h"
+#include "testing/allocations.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,10 @@
 #include <cstdlib>
 #include <unistd.h>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Returns a system name that no other run of the tests uses.
@@ -180,7 +183,7 @@ TEST(LkNamedSema, OpeningAnUnknownNameFailsAndWaitsReturnAtOnce)
     EXPECT_EQ(sema.getErrno(), 2);
     sema.wait();
     sema.post();
-    EXPECT_EQ(assertionOf([&] { static_cast<void>(sema.tryWait()); }),
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(sema.tryWait()); }),
               "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT");
 }
 
@@ -191,7 +194,7 @@ TEST(LkNamedSema, NeedsNoMemoryForItsName)
     std::replace(slashes.begin(), slashes.end(), '\\', '/');
     LkNamedSema const first(slashes.c_str(), 0, LkSemaTypes::CREATE, nullptr);
     ASSERT_EQ(first.getErrno(), 0);
-    ZvTest::FailingAllocation const noMemory(0);
+    FailingAllocation const noMemory(0);
     LkNamedSema const second(name.c_str(), 0, LkSemaTypes::OPEN, nullptr);
     EXPECT_EQ(second.getErrno(), 0);
 }
@@ -227,7 +230,7 @@ TEST(LkUnnamedSema, SaysThatItCouldNotBeHad)
     EXPECT_EQ(sema.getErrno(), 87);
     sema.wait();
     sema.post();
-    EXPECT_EQ(assertionOf([&] { static_cast<void>(sema.tryWait()); }),
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(sema.tryWait()); }),
               "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT");
 }
 
@@ -251,4 +254,4 @@ TEST(LkUnnamedSema, WaiterMayDestroyItAtOnce)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

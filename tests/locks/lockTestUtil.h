@@ -1,7 +1,9 @@
 // Helpers of the tests of the locks.
 #pragma once
 
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
+#include "testing/dump.h"
+#include "testing/failures.h"
 #include "zvbase/assertions.h"
 
 #include <atomic>
@@ -16,28 +18,9 @@
 #pragma clang diagnostic ignored "-Wthread-safety-analysis"
 #endif
 
-namespace Zv {
+namespace ZvTest {
 
-/// Returns the source text of the assertion that fails in `action`, or "" if none fails.
-template <class Action>
-std::string assertionOf(Action action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return "";
-}
-
-/// Returns what `object` writes into a dump.
-template <class T>
-std::string dumpOf(T const &object)
-{
-    std::ostringstream stream;
-    object.dump(stream);
-    return stream.str();
-}
+using namespace Zv;
 
 /// Runs `action` on a thread of its own and returns its result.
 template <class Action>
@@ -83,7 +66,7 @@ public:
     {
         while (!_number)
             std::this_thread::yield();
-        Zv::waitUntilAsleep(_number);
+        ZvTest::waitUntilAsleep(_number);
     }
     void join() { _thread.join(); }
 
@@ -92,4 +75,4 @@ private:
     Joined _thread;
 };
 
-} // namespace Zv
+} // namespace ZvTest

@@ -1,6 +1,7 @@
 // Behaviour of buffers that a client can observe.
 
 #include "recording.h"
+#include "testing/failures.h"
 #include "zvbase/failures.h"
 #include "zvbase/rcEx.h"
 
@@ -248,7 +249,7 @@ TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
     EXPECT_EQ(
         reasonOf<MbEx::ExIllegalTransition>([&] { MbBufferRdGuardImp const guard(buffer); }),
         "Illegal transition: buffer b received event asyncOpSucceeded() from state RdLocked.");
-    // The lock was taken before the failure, and has been given back.
+    // The lock was taken before the failure, and has been released.
     EXPECT_EQ(stateOf(buffer), "Loaded");
     EXPECT_EQ(buffer.getImp()->getLockCount(), 0);
     EXPECT_EQ(control->log.take(),
@@ -471,7 +472,7 @@ TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
                      "deallocateRegion", "~protocol"}));
 }
 
-/// The postponed event has a lower bit than the completion, and waits for it all the same.
+/// The postponed event has a lower bit than the completion, and waits for it nevertheless.
 TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion)
 {
     control->hooks["asyncLoad"] = [&] {
@@ -515,16 +516,16 @@ TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
 class LeavingManager : public RecordingManager
 {
 public:
-    explicit LeavingManager(Log &log) : RecordingManager(log), _log(log) {}
+    explicit LeavingManager(Journal &log) : RecordingManager(log), _log(log) {}
     ~LeavingManager() noexcept(false) override { _log.add("~manager"); }
 
 private:
-    Log &_log;
+    Journal &_log;
 };
 
 TEST_F(MbBufferTest, DeletesItsProtocolAndThenReleasesItsManager)
 {
-    Log log;
+    Journal log;
     auto const logging = std::make_shared<RecordingProtocol::Control>();
     MbBuffer other;
     {
@@ -669,13 +670,8 @@ TEST_F(MbBufferTest, AssertsThatTheStateItFallsBackToIsStable)
     Refusing const refusing;
     MbBuffer const other = MbBufferSimpleFactory(&unsteady, manager).create("other", 8);
     unsteady.next = &refusing;
-    std::string expression;
-    try {
-        MbBufferRdGuardImp const guard(other);
-    } catch (AssertionFailed const &failure) {
-        expression = failure.getExpression();
-    }
-    EXPECT_EQ(expression, "_state->entering( this ) == 0");
+    EXPECT_EQ(failedAssertion([&] { MbBufferRdGuardImp const guard(other); }),
+              "_state->entering( this ) == 0");
     MbBufferProbe const probe(other);
     LkGuard<LkMutex const> const guard(probe.mutex());
     EXPECT_EQ(probe.state(), &unsteady);
@@ -836,7 +832,7 @@ TEST_F(MbBufferTest, RegionHasRoomForTheAlignment)
 class Chain : public MbProtocol
 {
 public:
-    explicit Chain(Log &log) : _log(log) {}
+    explicit Chain(Journal &log) : _log(log) {}
     void reload(void *, std::uint64_t size) override { tell("reload", size); }
     void unload(void *, std::uint64_t size) override { tell("unload", size); }
     void asyncReloadSucceeded() override { _log.add("asyncReloadSucceeded"); }
@@ -852,22 +848,22 @@ private:
             throw 1; // not derived from any exception class
     }
 
-    Log &_log;
+    Journal &_log;
 };
 
 struct RecordingHandle : LkAsyncHandle
 {
-    explicit RecordingHandle(Log &log) : _log(log) {}
+    explicit RecordingHandle(Journal &log) : _log(log) {}
     void performSucceeded() override { _log.add("succeeded"); }
     void performFailed() override { _log.add("failed"); }
 
 private:
-    Log &_log;
+    Journal &_log;
 };
 
 TEST(MbProtocol, LoadsByReloadingAndSynchsByUnloading)
 {
-    Log log;
+    Journal log;
     Chain protocol(log);
     RecordingHandle handle(log);
     protocol.load(nullptr, 1);
@@ -884,7 +880,7 @@ TEST(MbProtocol, LoadsByReloadingAndSynchsByUnloading)
 
 TEST(MbProtocol, TellsTheHandleOfAFailureAndSwallowsIt)
 {
-    Log log;
+    Journal log;
     Chain protocol(log);
     protocol.fails = true;
     RecordingHandle handle(log);
@@ -899,7 +895,7 @@ TEST(MbProtocol, TellsTheHandleOfAFailureAndSwallowsIt)
 
 TEST(MbProtocol, DoesNothingElseByItself)
 {
-    Log log;
+    Journal log;
     MbProtocol protocol;
     RecordingHandle handle(log);
     protocol.load(nullptr, 0);

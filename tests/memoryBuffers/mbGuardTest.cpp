@@ -12,7 +12,7 @@ namespace {
 class NotingState : public MbState
 {
 public:
-    explicit NotingState(Log &log) : _log(log) {}
+    explicit NotingState(Journal &log) : _log(log) {}
 
     void rdlock(MbBufferImp *buffer) const override { note(buffer, "rdlock"); }
     void wrlock(MbBufferImp *buffer) const override { note(buffer, "wrlock"); }
@@ -50,7 +50,7 @@ private:
             throw Failure(text);
     }
 
-    Log &_log;
+    Journal &_log;
 };
 
 class Guards : public testing::Test
@@ -65,7 +65,7 @@ protected:
         return buffer;
     }
 
-    Log log;
+    Journal log;
     NotingState state{log};
     RCShdPtr<RecordingManager> manager{new RecordingManager(log)};
     MbBuffer const a = make("a");

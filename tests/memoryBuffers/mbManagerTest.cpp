@@ -1,8 +1,9 @@
 // Managers: budgets, eviction and waiting, one step at a time.
 
-#include "allocations.h"
 #include "recording.h"
 #include "resmgt/dynamicAllocation.h"
+#include "testing/allocations.h"
+#include "testing/failures.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -365,7 +366,7 @@ TEST_F(HeapManager, AThreadThatWaitsForMemoryKeepsNoOtherFromTheBuffer)
     EXPECT_TRUE(wanted.isLoaded());
 }
 
-/// A name can be asked for while another buffer is evicted, and while the buffer is loaded.
+/// The name can be read while another buffer is evicted, and while the buffer is loaded.
 TEST_F(HeapManager, AThreadThatUnloadsAVictimKeepsNoOtherFromTheBuffer)
 {
     auto const victimControl = std::make_shared<Control>();
@@ -397,13 +398,7 @@ TEST_F(HeapManager, AVictimCannotLockTheBufferThatItGoesFor)
     MbBuffer const wanted = make("wanted");
     load(victim);
     control->hooks["unload"] = [&] { load(wanted); };
-    std::string expression;
-    try {
-        load(wanted);
-    } catch (AssertionFailed const &failure) {
-        expression = failure.getExpression();
-    }
-    EXPECT_EQ(expression, "! _transientStateOwner.isCurrentThread()");
+    EXPECT_EQ(failedAssertion([&] { load(wanted); }), "! _transientStateOwner.isCurrentThread()");
     EXPECT_EQ(stateOf(victim), "Loaded");
     EXPECT_EQ(stateOf(wanted), "Freed");
     control->hooks.clear();
@@ -478,13 +473,8 @@ TEST(MbPoolManager, AssertsThatARegionHasBeenSet)
 {
     RCShdPtr<MbManager> const manager(new CarelessManager);
     MbBuffer const buffer = MbBufferSimpleFactory(initialState(), manager).create("a", 1);
-    std::string expression;
-    try {
-        MbBufferRdGuardImp const guard(buffer);
-    } catch (AssertionFailed const &failure) {
-        expression = failure.getExpression();
-    }
-    EXPECT_EQ(expression, "buffer->getRegionStart() != 0");
+    EXPECT_EQ(failedAssertion([&] { MbBufferRdGuardImp const guard(buffer); }),
+              "buffer->getRegionStart() != 0");
     EXPECT_EQ(stateOf(buffer), "Freed");
 }
 

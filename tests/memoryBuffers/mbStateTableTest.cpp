@@ -350,7 +350,7 @@ TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
     EXPECT_EQ(failures, 25);
 }
 
-/// The first, the second … call fails that tells the manager whether the buffer may be evicted.
+/// The first, the second … call fails that reports whether the buffer may be evicted.
 TEST_P(Failures, OfTheManagerTakeTheBufferBackToo)
 {
     bool const isTracing = GetParam();

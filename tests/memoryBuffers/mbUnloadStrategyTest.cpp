@@ -1,5 +1,6 @@
-#include "allocations.h"
 #include "recording.h"
+#include "testing/allocations.h"
+#include "testing/dump.h"
 
 #include <gtest/gtest.h>
 
@@ -22,12 +23,6 @@ protected:
         buffers.push_back(MbBufferSimpleFactory(initialState(), manager).create(name, 8));
         return buffers.back().getImp().get();
     }
-    static std::string dumpOf(MbUnloadStrategy const &strategy)
-    {
-        std::ostringstream text;
-        strategy.dump(text);
-        return text.str();
-    }
     /// Removes the selected buffers one after the other. Returns them in that order.
     static std::string drain(MbUnloadStrategy &strategy)
     {
@@ -40,7 +35,7 @@ protected:
         return order;
     }
 
-    Log log;
+    Journal log;
     RCShdPtr<RecordingManager> manager{new RecordingManager(log)};
     std::vector<MbBuffer> buffers;
     MbBufferImp * const a = make("a");

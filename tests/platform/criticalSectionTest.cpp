@@ -1,6 +1,6 @@
 #include "platform/platformTest.h"
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -117,3 +117,5 @@ TEST(PlatformCriticalSection, WhoeverIsInMayDestroyIt)
         LeaveCriticalSection(s);
     }
 }
+
+} // namespace ZvTest

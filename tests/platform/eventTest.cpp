@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 TEST(PlatformEvent, AManualOneStaysSet)
 {
@@ -260,3 +260,5 @@ TEST(PlatformEvent, AHandleClosedUnderAWaiterIsHarmless)
         EXPECT_TRUE(CloseHandle(e));
     }
 }
+
+} // namespace ZvTest

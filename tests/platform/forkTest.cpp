@@ -1,7 +1,7 @@
 // Services in the child of a fork.
 #include "platform/platformTest.h"
 
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 #include "zvbase/platform/interlocked.h"
 
 #include <atomic>
@@ -13,7 +13,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using namespace ZvTest;
+namespace ZvTest {
+
 namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
@@ -242,20 +243,20 @@ TEST(PlatformNames, APostIsNotLostWithAProcessThatDiesOfIt)
         std::atomic<long> number{0};
         std::atomic<bool> isOver{false};
         Runner behind([&] {
-            number = Zv::threadNumber();
+            number = ZvTest::threadNumber();
             WaitForSingleObject(s, INFINITE);
             isOver = true;
             return 0;
         });
         while (!number)
             Sleep(0);
-        Zv::waitUntilAsleep(number);
+        ZvTest::waitUntilAsleep(number);
 
         EXPECT_TRUE(ReleaseSemaphore(s, 1, nullptr));
         EXPECT_EQ(::kill(first, SIGKILL), 0);
         int status = 0;
         EXPECT_EQ(::waitpid(first, &status, 0), first);
-        while (!isOver && !Zv::isAsleep(number))
+        while (!isOver && !ZvTest::isAsleep(number))
             Sleep(0);
         // A thread that sleeps has looked for the unit. The first process had then taken the unit
         // before it died.
@@ -332,3 +333,5 @@ TEST(PlatformNames, TheMaskOfAProcessBarsNobody)
     }));
     EXPECT_EQ(::rmdir(folder.c_str()), 0);
 }
+
+} // namespace ZvTest

@@ -11,7 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 // The linker replaces the layer's calls of these functions by calls of the `__wrap_` functions
 // below.
@@ -104,7 +104,7 @@ TEST(PlatformPriority, ARefusedThreadIsNoMissingPrivilege)
 
 TEST(PlatformThread, IsMadeAlsoIfItsProcessorsAreGone)
 {
-    // The first attempt fails. The second one asks for no processors.
+    // The first attempt fails. The second one requests no processors.
     refusal = EINVAL;
     Runner t([] { return DWORD{3}; });
     t.join();
@@ -186,7 +186,7 @@ TEST(PlatformThread, AThreadMayEndByPthreadExit)
 
 TEST(PlatformThread, NumbersComeRoundAgain)
 {
-    // The block of a thread is given back, however the thread ends. Otherwise the numbers would run
+    // The block of a thread is freed, however the thread ends. Otherwise the numbers would run
     // out.
     Owned const never = manualEvent();
     std::set<DWORD> numbers;
@@ -403,3 +403,5 @@ TEST(PlatformMemory, AStackIsNoReservation)
     EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(&onStack, 0, MEM_RELEASE));
     EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualAlloc(&onStack, 1, MEM_COMMIT, PAGE_READWRITE));
 }
+
+} // namespace ZvTest

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -141,3 +141,5 @@ TEST(PlatformMemoryDeathTest, WhatIsNotCommittedIsOutOfReach)
     EXPECT_TRUE(VirtualFree(const_cast<char *>(memory), 0, MEM_RELEASE));
     EXPECT_TRUE(VirtualFree(const_cast<char *>(constant), 0, MEM_RELEASE));
 }
+
+} // namespace ZvTest

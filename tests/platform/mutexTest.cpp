@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 TEST(PlatformMutex, IsFreeWhenMadeAndTakenByAWait)
 {
@@ -288,3 +288,5 @@ TEST(PlatformMutex, WhoeverGetsItMayCloseIt)
         other.join();
     }
 }
+
+} // namespace ZvTest

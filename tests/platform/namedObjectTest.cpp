@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -391,3 +391,5 @@ TEST(PlatformNames, ASemaphoreSurvivesTheDeathOfAProcessThatUsesIt)
     s.close();
     EXPECT_FAILS(ERROR_FILE_NOT_FOUND, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name.c_str()));
 }
+
+} // namespace ZvTest

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 TEST(PlatformSemaphore, CountsDownByWaitsAndUpByReleases)
 {
@@ -126,3 +126,5 @@ TEST(PlatformSemaphore, WhoeverIsServedMayCloseIt)
         EXPECT_TRUE(ReleaseSemaphore(s, 1, nullptr));
     }
 }
+
+} // namespace ZvTest

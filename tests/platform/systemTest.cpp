@@ -3,7 +3,7 @@
 #include <cstring>
 #include <ctime>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 TEST(PlatformSystem, SaysWhatItRunsOn)
 {
@@ -127,3 +127,5 @@ TEST(PlatformSystem, TheProcessHasOneNumber)
     other.join();
     EXPECT_EQ(elsewhere, number);
 }
+
+} // namespace ZvTest

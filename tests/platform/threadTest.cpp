@@ -5,7 +5,7 @@
 #include <set>
 #include <thread>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -342,3 +342,5 @@ TEST(PlatformThread, AThreadThatOthersMadeIsServedToo)
     EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_OBJECT_0);
     EXPECT_TRUE(CloseHandle(handle));
 }
+
+} // namespace ZvTest

@@ -1,6 +1,6 @@
 #include "platform/platformTest.h"
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -160,3 +160,5 @@ TEST(PlatformTimer, ANegativePeriodIsRefused)
     Owned const t = timer(true);
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, set(t, 0, -1));
 }
+
+} // namespace ZvTest

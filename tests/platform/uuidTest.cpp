@@ -3,7 +3,7 @@
 #include <set>
 #include <string>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -196,3 +196,5 @@ TEST(PlatformUuid, EqualOnesHaveEqualHashes)
     // 1000 identifiers have nearly as many different hashes.
     EXPECT_GT(hashes.size(), 900u);
 }
+
+} // namespace ZvTest

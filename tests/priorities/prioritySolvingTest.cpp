@@ -7,6 +7,7 @@
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/priorityRingSolver.private.h"
 #include "resmgt/threads/prioritySolver.private.h"
+#include "testing/dump.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -382,13 +383,6 @@ private:
     std::vector<std::unique_ptr<Priority>> _nodes;
     std::vector<std::unique_ptr<PriorityRelation>> _relations;
 };
-
-std::string dumpOf(PriorityMgr const &mgr)
-{
-    std::ostringstream os;
-    mgr.dump(os);
-    return os.str();
-}
 
 /// Returns the reason of what the action throws, and the dump of the graph after it.
 std::string reportOf(PriorityMgr const &mgr, auto const &action)

@@ -6,6 +6,7 @@
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/rtPrioritiesWinNT.private.h"
+#include "testing/failures.h"
 #include "threads/threadTesting.h"
 #include "zvbase/assertions.h"
 
@@ -133,12 +134,7 @@ TEST(RealTimePriorities, AThreadHearsOfItsLevelOnlyWhenThatChanges)
 
 TEST(RealTimePriorities, AThreadPriorityNeedsAThread)
 {
-    try {
-        MtThreadPriority priority("nobody's", nullptr);
-        FAIL();
-    } catch (AssertionFailed const &failure) {
-        EXPECT_STREQ(failure.getExpression(), "_thread");
-    }
+    EXPECT_EQ(failedAssertion([&] { MtThreadPriority priority("nobody's", nullptr); }), "_thread");
 }
 
 TEST(RealTimePriorities, TheProcessScopeFollowsWhatItWasSetToLast)

@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
+
 using Events = Vector<std::int32_t>;
 
 TEST(DevSeqEvPendTest, WhatIsAddedStaysParked)
@@ -47,3 +50,4 @@ TEST(DevSeqEvPendTest, TakeHandsAllOutAndStartsAnew)
 }
 
 } // namespace
+} // namespace ZvTest

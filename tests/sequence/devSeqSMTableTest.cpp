@@ -11,9 +11,11 @@
 #include <utility>
 #include <vector>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 struct Target
 {
@@ -260,3 +262,4 @@ TEST_F(DevSeqSMTableTest, NineChecksAreOutOfReach)
 }
 
 } // namespace
+} // namespace ZvTest

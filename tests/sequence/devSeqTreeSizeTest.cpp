@@ -1,6 +1,6 @@
 #include "resmgt/deviceManager/sequence/devSeqEv.h"
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
-#include "smallStack.h"
+#include "testing/smallStack.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 LiString nameOf(int number)
 {
@@ -136,3 +138,4 @@ TEST(DevSeqTreeSizeTest, ABushyTreeRunsThrough)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -13,7 +13,10 @@
 #include <unordered_set>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 struct Log
@@ -568,4 +571,4 @@ TEST(ObjPtr, PassedByValueIsNullInTheCaller)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

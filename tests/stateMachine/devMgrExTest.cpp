@@ -7,9 +7,11 @@
 #include <memory>
 #include <string>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 /// Throws the exception, catches it as each of its base classes, and returns its reason.
 template <class Exception, class... Arguments>
@@ -94,3 +96,4 @@ TEST(DevMgrExTest, TheThrowingPlaceIsKept)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -13,9 +13,12 @@
 #include <stdexcept>
 #include <string>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
+
 using Names = Vector<LiString>;
 using Log = std::vector<std::string>;
 
@@ -563,3 +566,4 @@ TEST(DevSMExecutionEngTableTest, WhatFailsAtTheEndOfTransitionsComesOutWhenAllHa
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,16 +1,18 @@
 #include "resmgt/deviceManager/stateMachine/devSMTableBuilder.h"
 
-#include "failing.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
-using Testing::failedAssertion;
+
+namespace {
+
 using Names = Vector<LiString>;
 
 struct Declaration
@@ -440,3 +442,4 @@ TEST(DevSMTableBuilderTest, DumpsTheExpandedMachineBehindIt)
 }
 
 } // namespace
+} // namespace ZvTest

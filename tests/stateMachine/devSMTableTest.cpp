@@ -1,17 +1,19 @@
 #include "resmgt/deviceManager/stateMachine/devSMTable.h"
 
-#include "failing.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
-using Testing::failedAssertion;
+
+namespace {
+
 using Names = Vector<LiString>;
 using Desc = DevSMTable::ConditionalTransitionDesc;
 
@@ -219,3 +221,4 @@ TEST(DevSMTableTest, AMachineWithoutChoicesDumpsNone)
 }
 
 } // namespace
+} // namespace ZvTest

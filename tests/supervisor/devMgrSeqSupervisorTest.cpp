@@ -4,7 +4,7 @@
 #include <future>
 #include <sstream>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -496,7 +496,7 @@ TEST(Supervisor, ObserverIsToldOfEachStateInOrder)
     stage.supervisor->start();
     EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
     stage.supervisor->abort(LONG);
-    stage.supervisor = nullptr; // the observer has been told of the last states after that
+    stage.supervisor = nullptr; // after that the observer has got the last states
     Lines told;
     for (std::string const &line : stage.world->getJournal())
         if (line[0] == '=')
@@ -542,7 +542,7 @@ TEST(Supervisor, ObserverIsToldOfTheFailureOfADevice)
     stage.supervisor->start();
     EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqDeviceFailed);
     stage.supervisor->stop(LONG);
-    stage.supervisor = nullptr; // the observer has been told of the last failure after that
+    stage.supervisor = nullptr; // after that the observer has got the last failure
     Lines told;
     for (std::string const &line : stage.world->getJournal())
         if (line[0] == '=')
@@ -673,3 +673,4 @@ TEST(Supervisor, RefusesBadStrings)
 }
 
 } // namespace
+} // namespace ZvTest

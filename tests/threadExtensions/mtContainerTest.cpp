@@ -1,7 +1,8 @@
 #include "resmgt/threadExtensions/mtContainer.imp.h"
 
-#include "asleep.h"
 #include "platform/services.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 #include "virtualTime.h"
 #include "zvbase/assertions.h"
 #include "zvbase/containers.h"
@@ -53,17 +54,6 @@ namespace {
 
 using Queue = MtContainer<std::queue<int, Deque<int>>>;
 using OwnerQueue = MtContainer<std::queue<std::unique_ptr<int>, Deque<std::unique_ptr<int>>>>;
-
-template <class Action>
-std::string failedExpression(Action action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return "nothing failed";
-}
 
 /// Observer that records its notifications. In each, another thread takes the container's lock,
 /// which must be free.
@@ -122,7 +112,7 @@ public:
     {
         while (!_number.load())
             std::this_thread::yield();
-        Zv::waitUntilAsleep(_number.load());
+        waitUntilAsleep(_number.load());
     }
     void join()
     {
@@ -225,7 +215,7 @@ TEST(MtContainer, HasOneObserverForLife)
     std::string record;
     Queue queue("queue");
     queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
-    EXPECT_EQ(failedExpression([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
               }),
               "_observer.isNull()");
@@ -237,7 +227,7 @@ TEST(MtContainer, HasOneObserverForLife)
 TEST(MtContainer, DestroyedWithElementsFailsAnAssertion)
 {
     std::string record;
-    EXPECT_EQ(failedExpression([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   Queue queue("queue");
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
                   queue.produce(1);
@@ -258,7 +248,7 @@ TEST(MtContainer, LetsItsObserverGoBeforeItsAssertionFails)
         void performConsumed(Queue &, int const &) override {}
     };
     nbPassing = -1;
-    EXPECT_EQ(failedExpression([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   Queue queue("queue");
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Witness));
                   queue.produce(1);
@@ -476,26 +466,14 @@ struct Fragile
 
 using FragileQueue = MtContainer<std::queue<Fragile>>;
 
-/// Returns the text of what `action` throws, or "".
-template <class Action>
-std::string failureOf(Action action)
-{
-    try {
-        action();
-    } catch (std::exception const &failure) {
-        return failure.what();
-    }
-    return "";
-}
-
 /// Two threads that wait in a queue for the same event. One of them will fail.
 class TwoWaiters
 {
 public:
     template <class Action>
     explicit TwoWaiters(Action action)
-        : _first([this, action] { _failures[0] = failureOf(action); }),
-          _second([this, action] { _failures[1] = failureOf(action); })
+        : _first([this, action] { _failures[0] = whatFails(action); }),
+          _second([this, action] { _failures[1] = whatFails(action); })
     {
         _first.waitUntilAsleep();
         _second.waitUntilAsleep();
@@ -561,10 +539,10 @@ TEST(MtContainer, AnElementThatCannotBeMovedOutStays)
     Fragile const seven(7);
     queue.produce(seven);
     Fragile::moveThrows = true;
-    EXPECT_EQ(failureOf([&] { static_cast<void>(queue.consume()); }), "the move");
+    EXPECT_EQ(whatFails([&] { static_cast<void>(queue.consume()); }), "the move");
     EXPECT_EQ(queue.consume().value, 7);
     Fragile::copyThrows = true;
-    EXPECT_EQ(failureOf([&] { static_cast<void>(queue.tryProduce(seven)); }), "the copy");
+    EXPECT_EQ(whatFails([&] { static_cast<void>(queue.tryProduce(seven)); }), "the copy");
     EXPECT_TRUE(queue.isEmpty());
 }
 
@@ -591,10 +569,10 @@ TEST(MtContainer, AWaitThatFailsIsCountedNoMore)
     answerWait = [](DWORD) { return WAIT_FAILED; };
     int element = 0;
     char const * const text = "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT";
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(queue.consume()); }), text);
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(queue.timedConsume(element, 1.0)); }), text);
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(queue.consume()); }), text);
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(queue.timedConsume(element, 1.0)); }), text);
     queue.produce(1);
-    EXPECT_EQ(failedExpression([&] { queue.produce(2); }), text);
+    EXPECT_EQ(failedAssertion([&] { queue.produce(2); }), text);
     answerWait = nullptr;
     nbPulses = 0;
     EXPECT_EQ(queue.consume(), 1);
@@ -662,7 +640,7 @@ TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
     producer.waitUntilAsleep();
     {
         Ending element([] { throw std::runtime_error("the end of the old one"); });
-        EXPECT_EQ(failureOf([&] { static_cast<void>(queue.tryConsume(element)); }),
+        EXPECT_EQ(whatFails([&] { static_cast<void>(queue.tryConsume(element)); }),
                   "the end of the old one");
         EXPECT_FALSE(element.isNull());
         EXPECT_EQ(record, "consumed;");
@@ -675,7 +653,7 @@ TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
 TEST(MtContainer, DestroyedWithElementsThatThrowFailsAnAssertion)
 {
     int nbEnded = 0;
-    EXPECT_EQ(failedExpression([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   EndingQueue queue("queue");
                   for (int i = 0; i < 2; ++i)
                       queue.produce(Ending([&] {

@@ -1,6 +1,5 @@
 #include "resmgt/threads/mtLogger.private.h"
 
-#include "allocations.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -11,6 +10,8 @@
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
+#include "testing/allocations.h"
+#include "testing/capturedLog.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -51,14 +52,7 @@ public:
         return _lines;
     }
     /// Returns the lines that contain a text, each from that text on.
-    std::vector<std::string> find(std::string const &text)
-    {
-        std::vector<std::string> found;
-        for (std::string const &line : getLines())
-            if (auto const position = line.find(text); position != std::string::npos)
-                found.push_back(line.substr(position, line.find('\n', position) - position));
-        return found;
-    }
+    Lines find(std::string const &text) { return linesFrom(text, getLines()); }
     /// Returns the number of lines that the thread that made this object has written itself.
     int getNbOwn() const { return _nbOwn; }
     /// Blocks the output at the next line, until `release`.
@@ -490,7 +484,7 @@ TEST_F(MtLoggerTest, AThreadStartsWithoutMemoryForItsQueue)
         ZV_TRACE(*testLevel, "written by the poor");
     });
     {
-        ZvTest::NewThreadsHaveNoMemory const poverty;
+        NewThreadsHaveNoMemory const poverty;
         thread->start();
     }
     thread->stop();
@@ -504,7 +498,7 @@ TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
     MtLogger::startLogger();
     std::size_t nbAllocations = 1;
     ObjPtr<MtThread> const thread = makeThread("frugal", [&](TestProtocol &, MtThread *) {
-        ZvTest::AllocationCount const count;
+        AllocationCount const count;
         for (int i = 0; i != 20; ++i)
             ZV_TRACE(*testLevel, "item" << i << ' ' << 1.5);
         nbAllocations = count.get();

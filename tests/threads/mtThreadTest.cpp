@@ -1,8 +1,6 @@
 #include "resmgt/threads/mtThread.h"
-#include "meeting.h"
+#include "testing/meeting.h"
 
-#include "aborted.h"
-#include "callingThread.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/threads/mtEx.h"
@@ -11,7 +9,9 @@
 #include "resmgt/threads/priorityRelation.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
-#include "threadExtensions/asleep.h"
+#include "testing/aborted.h"
+#include "testing/asleep.h"
+#include "testing/callingThread.h"
 #include "threads/threadTesting.h"
 #include "zvbase/envVar.h"
 #include "zvbase/lgLog.h"
@@ -125,7 +125,7 @@ public:
     std::set<int> getProcessors()
     {
         std::set<int> processors;
-        ask([&] { processors = ZvTest::getProcessors(); });
+        ask([&] { processors = getProcessors(); });
         return processors;
     }
 
@@ -199,7 +199,7 @@ TEST_F(MtThreadTest, ManyMayJoinOneThread)
     for (int round = 0; round != 20; ++round) {
         ObjPtr<MtThread> const thread = makeWaitingThread();
         thread->start();
-        ZvTest::Latch ready(4);
+        Latch ready(4);
         std::vector<std::thread> joiners;
         for (int i = 0; i != 3; ++i)
             joiners.emplace_back([&] {
@@ -324,7 +324,7 @@ TEST_F(MtThreadTest, FirstFifteenBytesOfTheNameReachTheSystem)
 {
     std::string name;
     ObjPtr<MtThread> const thread = makeThread(
-        "a name that is too long", [&](TestProtocol &, MtThread *) { name = ZvTest::getName(); });
+        "a name that is too long", [&](TestProtocol &, MtThread *) { name = getName(); });
     thread->start();
     thread->join();
     EXPECT_EQ(name.substr(0, 15), "a name that is "); // some systems keep more
@@ -334,7 +334,7 @@ std::string getNameOfThread(std::string const &given)
 {
     std::string name;
     ObjPtr<MtThread> const thread =
-        makeThread(given.c_str(), [&](TestProtocol &, MtThread *) { name = ZvTest::getName(); });
+        makeThread(given.c_str(), [&](TestProtocol &, MtThread *) { name = getName(); });
     thread->start();
     thread->join();
     return name;
@@ -826,7 +826,7 @@ TEST_F(MtThreadTest, ProcessorNumberIsRememberedAndAppliedAtTheStart)
     AskedThread thread;
     EXPECT_TRUE(thread->isProcessorPlaceable());
     EXPECT_EQ(thread->getProcessorNb(), -1);
-    int const processor = *ZvTest::getProcessors().begin();
+    int const processor = *getProcessors().begin();
     thread->setProcessorNb(processor);
     EXPECT_EQ(thread->getProcessorNb(), processor);
     thread->start();
@@ -851,7 +851,7 @@ public:
 TEST_F(MtThreadTest, PlacingAtTheStartCanBeSwitchedOffAndPlacingOfARunningThreadCannot)
 {
     RunOnGuard const off("ZV_RUNON=0");
-    std::set<int> const all = ZvTest::getProcessors();
+    std::set<int> const all = getProcessors();
     AskedThread thread;
     int const processor = *all.begin();
     thread->setProcessorNb(processor);
@@ -864,7 +864,7 @@ TEST_F(MtThreadTest, PlacingAtTheStartCanBeSwitchedOffAndPlacingOfARunningThread
 
 TEST_F(MtThreadTest, ProcessorNumbersCountModulo32AndMinusOneIsAllOfTheProcess)
 {
-    std::set<int> const all = ZvTest::getProcessors();
+    std::set<int> const all = getProcessors();
     if (!all.contains(1))
         GTEST_SKIP() << "the process may not use processor 1 of this machine";
     AskedThread thread;
@@ -879,7 +879,7 @@ TEST_F(MtThreadTest, ProcessorNumbersCountModulo32AndMinusOneIsAllOfTheProcess)
 
 TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered)
 {
-    if (ZvTest::getProcessors().contains(31))
+    if (getProcessors().contains(31))
         GTEST_SKIP() << "this machine has a processor 31";
     AskedThread thread;
     thread->start();
@@ -890,7 +890,7 @@ TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered
 
 TEST_F(MtThreadTest, AThreadHasTheProcessorsOfTheProcessAndNotOfItsStarter)
 {
-    std::set<int> const all = ZvTest::getProcessors();
+    std::set<int> const all = getProcessors();
     AskedThread starter, child;
     starter->setProcessorNb(*all.begin());
     starter->start();
@@ -901,7 +901,7 @@ TEST_F(MtThreadTest, AThreadHasTheProcessorsOfTheProcessAndNotOfItsStarter)
 
 TEST_F(MtThreadTest, AThreadThatCannotBePlacedFailsItsStartAndRunsNoBody)
 {
-    if (ZvTest::getProcessors().contains(31))
+    if (getProcessors().contains(31))
         GTEST_SKIP() << "this machine has a processor 31";
     int nbRuns = 0;
     ObjPtr<MtThread> const thread =
@@ -1033,7 +1033,20 @@ TEST_F(MtThreadTest, DumpOfARunningThreadHasItsNumber)
 
 // ---- ends of the process
 
-using ThreadEndsDeathTest = MtThreadWindowsTest;
+class ThreadEndsDeathTest : public MtThreadWindowsTest
+{
+protected:
+    /// Stores an exception in a thread and joins it.
+    static void joinWithAStoredException()
+    {
+        ObjPtr<MtThread> const thread = makeWaitingThread();
+        thread->start();
+        setException(*thread, new MtEx::ExNotImplemented("f", 1, "x"));
+        thread->stop();
+        thread->join();
+        std::_Exit(0);
+    }
+};
 
 TEST_F(ThreadEndsDeathTest, AnExceptionThatLeavesTheBodyEndsTheProcess)
 {
@@ -1045,21 +1058,12 @@ TEST_F(ThreadEndsDeathTest, AnExceptionThatLeavesTheBodyEndsTheProcess)
             thread->join();
             std::_Exit(0);
         },
-        ZvTest::aborted(), "lost");
+        aborted(), "lost");
 }
 
 TEST_F(ThreadEndsDeathTest, AStoredExceptionEndsTheProcessWhereTheThreadSaysSo)
 {
-    EXPECT_EXIT(
-        {
-            ObjPtr<MtThread> const thread = makeWaitingThread();
-            thread->start();
-            setException(*thread, new MtEx::ExNotImplemented("f", 1, "x"));
-            thread->stop();
-            thread->join();
-            std::_Exit(0);
-        },
-        ZvTest::aborted(), "");
+    EXPECT_EXIT(joinWithAStoredException(), aborted(), "");
 }
 
 TEST_F(ThreadEndsDeathTest, TheTraceTellsOfAStoredException)
@@ -1067,14 +1071,9 @@ TEST_F(ThreadEndsDeathTest, TheTraceTellsOfAStoredException)
     EXPECT_EXIT(
         {
             ThreadsStatics::threadLevel->setEnabled(true);
-            ObjPtr<MtThread> const thread = makeWaitingThread();
-            thread->start();
-            setException(*thread, new MtEx::ExNotImplemented("f", 1, "x"));
-            thread->stop();
-            thread->join();
-            std::_Exit(0);
+            joinWithAStoredException();
         },
-        ZvTest::aborted(), "Terminating on unhandled exception\\.\n");
+        aborted(), "Terminating on unhandled exception\\.\n");
 }
 
 TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsComeOut)
@@ -1089,7 +1088,7 @@ TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsComeOut)
             thread->join();
             std::_Exit(0);
         },
-        ZvTest::aborted(), "LAST WORDS");
+        aborted(), "LAST WORDS");
 }
 
 // Ten other threads start and end them. Each start and each end waits for the thread, and on a

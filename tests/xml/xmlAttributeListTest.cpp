@@ -1,4 +1,4 @@
-#include "groupingLocale.h"
+#include "testing/groupingLocale.h"
 #include "xmlTesting.h"
 
 #include <limits>

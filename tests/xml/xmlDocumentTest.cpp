@@ -1,4 +1,4 @@
-#include "groupingLocale.h"
+#include "testing/groupingLocale.h"
 #include "xmlTesting.h"
 
 #include "resmgt/containers.h"
@@ -586,7 +586,7 @@ TEST(XmlDocumentBuilder, TagsMatch)
     EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a></b>"); }), "Syntax error.");
     EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a><b></a></b>"); }),
               "Syntax error.");
-    EXPECT_EQ(reasonOf([] { XmlDocument("<a><a></a></a>"); }), "no failure");
+    EXPECT_EQ(reasonOf([] { XmlDocument("<a><a></a></a>"); }), "nothing was thrown");
 }
 
 TEST(XmlDocumentBuilder, ADoubleAttributeHasItsLaterValue)

@@ -1,4 +1,4 @@
-#include "meeting.h"
+#include "testing/meeting.h"
 #include "xmlTesting.h"
 
 #include "resmgt/xml/xmlInput.private.h"
@@ -475,7 +475,7 @@ TEST(XmlParser, AStreamThatThrowsAtItsEndIsReadToItsEnd)
 
 // Blocks of the input
 
-/// A document with all kinds of tokens, and what is told of it.
+/// A document with all kinds of tokens, and the calls of the parser for it.
 std::string const allTokens =
     "<root first='1' second = \"two&lt;\" > text <!-- comment - -->x]]>y&amp;&#65;"
     "<![CDATA[ a ]] b ]>]]]]>\n\t <empty-element  attribute='value' /></root >\n<!-- end -->\n";
@@ -536,7 +536,7 @@ TEST(XmlParser, EveryPieceOfADocumentFromItsStartFails)
         EXPECT_EQ(toldOf(text.substr(0, length)), "declaration[1.0] type[r] " + allTold);
 }
 
-/// A stream that tells how much of it has been asked for.
+/// A stream that reports how much of it has been read.
 class CountingBuffer : public std::stringbuf
 {
 public:
@@ -634,7 +634,7 @@ TEST(XmlParser, AProtocolMayParseAnotherStream)
 TEST(XmlParser, ThreadsParseAtOnce)
 {
     constexpr int THREADS = 4;
-    ZvTest::Barrier start(THREADS);
+    Barrier start(THREADS);
     std::atomic<int> right = 0;
     std::vector<std::jthread> threads;
     for (int i = 0; i < THREADS; ++i)
@@ -656,15 +656,15 @@ TEST(XmlParser, ThreadsThatAreInTheMidstOfATextDoNotMeet)
     // Each thread stops in its first call until the other one is in its own.
     struct Meeting : Recorder
     {
-        explicit Meeting(ZvTest::Barrier &met) : both(met) {}
+        explicit Meeting(Barrier &met) : both(met) {}
         void notifyBeginElement(LiString const &name) override
         {
             Recorder::notifyBeginElement(name);
             both.arrive_and_wait();
         }
-        ZvTest::Barrier &both;
+        Barrier &both;
     };
-    ZvTest::Barrier met(2);
+    Barrier met(2);
     Meeting first(met), second(met);
     std::jthread const other([&] {
         std::istringstream input("<x y='z'>t</x>");

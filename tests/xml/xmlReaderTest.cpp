@@ -1,4 +1,4 @@
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 #include "xmlTesting.h"
 
 #include <atomic>

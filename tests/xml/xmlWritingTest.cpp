@@ -1,4 +1,4 @@
-#include "groupingLocale.h"
+#include "testing/groupingLocale.h"
 #include "xmlTesting.h"
 
 #include <iomanip>
@@ -169,7 +169,7 @@ TEST_F(XmlStreamerTest, TheLastBracketOfACdataSectionIsTheCallers)
     EXPECT_EQ(text, "<a >\n<![CDATA[x<y]]><![CDATA[]]></a>\n");
     EXPECT_EQ(toldOf(text), "begin[a] tagEnd cdata[x<y] cdata[] close[a] ");
     EXPECT_EQ(toldOf("<a >\n<![CDATA[x<y]]</a>\n"), "begin[a] tagEnd Lexical error.")
-        << "without it nobody reads it";
+        << "the section must have its end";
 }
 
 TEST_F(XmlStreamerTest, AClientsOwnGuardMayStandForANode)

@@ -11,11 +11,11 @@
 #include <string>
 #include <type_traits>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using LogTest::TestLogger;
+using namespace Zv;
+
+namespace {
 
 constexpr char FILE_NAME[] = "../tests/zvbase/failuresTest.cpp";
 
@@ -293,4 +293,4 @@ TEST(ExBase, CopiesKeepTheirText)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

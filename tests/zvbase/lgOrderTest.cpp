@@ -5,13 +5,11 @@
 
 #include <gtest/gtest.h>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using LogTest::TestLogger;
-using ServiceTest::Hooked;
-using Lines = std::vector<std::string>;
+using namespace Zv;
+
+namespace {
 
 /// Thread that stops in the middle of ending a line. It has read the clock, but not published the
 /// line.
@@ -169,4 +167,4 @@ TEST(LogOrder, ALineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,7 +1,7 @@
 #include "zvbase/osDate.h"
 
-#include "childProcess.h"
-#include "environmentHeld.h"
+#include "testing/childProcess.h"
+#include "testing/environmentHeld.h"
 #include "zvbase/envVar.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,10 @@
 #include <thread>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 using Types = OsDateTypes;
@@ -23,7 +26,7 @@ class At
 {
 public:
     explicit At(char const *zone) { EnvVar::putEnv((std::string("TZ=") + zone).c_str()); }
-    ~At() { ZvTest::setVariable("TZ", nullptr); }
+    ~At() { setVariable("TZ", nullptr); }
 };
 
 // Complete rules, so that no list of zones has to be installed.
@@ -233,10 +236,10 @@ TEST(OsDate, WaitsForTheEnvironmentByLocalTimeOnly)
     auto const takeApart = [](Types::TimeMode mode) {
         return [mode] { OsDateUtil::convertToDateStruct({}, mode); };
     };
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(make(Types::LOCAL)));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(takeApart(Types::LOCAL)));
-    EXPECT_FALSE(ZvTest::waitsForTheEnvironment(make(Types::UNIVERSAL)));
-    EXPECT_FALSE(ZvTest::waitsForTheEnvironment(takeApart(Types::UNIVERSAL)));
+    EXPECT_TRUE(waitsForTheEnvironment(make(Types::LOCAL)));
+    EXPECT_TRUE(waitsForTheEnvironment(takeApart(Types::LOCAL)));
+    EXPECT_FALSE(waitsForTheEnvironment(make(Types::UNIVERSAL)));
+    EXPECT_FALSE(waitsForTheEnvironment(takeApart(Types::UNIVERSAL)));
 }
 
 TEST(OsDate, MillisecondsBefore1970AreCutDownwards)
@@ -311,4 +314,4 @@ TEST(OsDateEx, AnInvalidDateSaysSo)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

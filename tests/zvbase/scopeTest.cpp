@@ -13,10 +13,11 @@
 #include <string>
 #include <vector>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
+using namespace Zv;
+
+namespace {
 
 [[noreturn]] void fail(char const *what)
 {
@@ -249,4 +250,4 @@ TEST(FirstFailure, OfReleasedElementsIsThrownAfterAllAreReleased)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

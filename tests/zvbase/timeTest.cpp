@@ -13,7 +13,10 @@
 #include <sstream>
 #include <thread>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 constexpr std::int64_t LARGEST = std::numeric_limits<std::int64_t>::max();
@@ -64,7 +67,7 @@ TEST(Rational, ReachesTheEndsOfItsRange)
 
 TEST(Rational, RefusesWhatIsNoFraction)
 {
-    LogTest::CapturedLog const log;
+    CapturedLog const log;
     Rational value(1, 2);
     EXPECT_THROW(value.setValue(1, 0), AssertionFailed);
     EXPECT_THROW(value.setValue(SMALLEST, -1), AssertionFailed);
@@ -115,7 +118,7 @@ TEST(DtTime, ComparesExactlyAtTheEndsOfItsRange)
 
 TEST(DtTime, RefusesARateThatIsNone)
 {
-    LogTest::CapturedLog const log;
+    CapturedLog const log;
     EXPECT_THROW(DtTime(1, Rational()), AssertionFailed);
     EXPECT_THROW(DtTime(1, Rational(-1, 1)), AssertionFailed);
     EXPECT_EQ(log.getTexts().at(0), "Assertion \"rate > Rational()\" failed\n");
@@ -269,4 +272,4 @@ TEST(PeriodicTimer, ServesIntervalsBeyondAnyTimersRange)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -11,11 +11,11 @@
 #include <stdexcept>
 #include <vector>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using ServiceTest::Hooked;
+using namespace Zv;
+
+namespace {
 
 TEST(SleeperServices, SecondsBecomeMilliseconds)
 {
@@ -179,4 +179,4 @@ TEST(TimerServices, ARefusalIsASystemAssertion)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,5 +1,5 @@
 #include "zvbase/trace.h"
-#include "childProcess.h"
+#include "testing/childProcess.h"
 
 #include "platform/services.h"
 #include "zvbase/exSysError.h"
@@ -20,12 +20,11 @@
 #include <stdexcept>
 #include <thread>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using LogTest::TestLogger;
-using Lines = std::vector<std::string>;
+using namespace Zv;
+
+namespace {
 
 TraceLevel &getLevel()
 {
@@ -526,7 +525,7 @@ TEST(LgTrace, WhatTheOutputItselfWritesIsDropped)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest
 
 namespace ZvTest {
 
