@@ -159,7 +159,7 @@ TEST_F(ManagerIsClosed, ADeviceThatHangsIsLeftBehind)
     EXPECT_EQ(journal.take(), (Lines{"close a"}));
 }
 
-TEST_F(ManagerIsClosed, AStandardDeviceWhoseThreadHangsIsLeftBehind)
+TEST_F(ManagerIsClosed, AStandardDeviceWithAHangingThreadIsLeftBehind)
 {
     class Standard : public DevMDStdDevice
     {
@@ -384,7 +384,7 @@ private:
 };
 
 // The device waits for room in the manager's queue. The observer keeps the queue full.
-TEST_F(ManagerIsClosed, AnObserverThatHangsKeepsNoDeviceFromBeingClosed)
+TEST_F(ManagerIsClosed, AHangingObserverDoesNotPreventDevicesFromBeingClosed)
 {
     Turnstile gate;
     Registered const fader("fader", [] {
@@ -486,7 +486,7 @@ TEST_F(SequenceHangs, OnAClientsThreadAndKeepsNoObjectFromBeingDestroyed)
     client.join();
 }
 
-TEST_F(ManagerIsClosed, WhatWasQueuedIsExecutedAndWhatComesLaterIsDropped)
+TEST_F(ManagerIsClosed, QueuedRequestsAreExecutedAndLaterOnesDropped)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     auto const report = [&](char const *what) {

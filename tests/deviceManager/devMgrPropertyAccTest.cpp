@@ -362,7 +362,7 @@ public:
     LkUnnamedSema released;
 };
 
-TEST_F(PropertyAccess, NotificationUnderWayReachesNobodyOnceTheLastObserverHasGone)
+TEST_F(PropertyAccess, NotificationUnderWayIsDroppedOnceTheLastObserverIsDetached)
 {
     ObjPtr<DevMgrPropertyAcc> other = manager->createPropertyAcc();
     RCShdPtr<PlainProperty<int>> const gate(new PlainProperty<int>("gate", 0, ignored));
@@ -464,7 +464,7 @@ TEST_F(PropertyAccess, AttachingThatRunsOutOfMemoryCanBeTriedAgain)
     EXPECT_EQ(journal.take(), (Lines{"one x 1"}));
 }
 
-TEST_F(PropertyAccess, DestructionDetachesTheOthersWhereOneFails)
+TEST_F(PropertyAccess, DestructionDetachesTheOthersIfOneThrows)
 {
     RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
     auto const x = device().x;
@@ -484,7 +484,7 @@ TEST_F(PropertyAccess, DestructionDetachesTheOthersWhereOneFails)
     focus->setObserverAEO(nullptr);
 }
 
-TEST_F(PropertyAccess, WhatFailsAtTheEndOfObserversComesOutWhenAllAreDetached)
+TEST_F(PropertyAccess, ThrowsWhatAnObserversDestructorThrewAfterDetachingAll)
 {
     auto const attachFailing = [this](auto const &property, char const *name) {
         access->attachObserver(property, makeShd<FailsToEnd<RecordingObserver>>(name, journal));
@@ -608,7 +608,7 @@ TEST_F(PropertyAccess, LastObserverMayDetachItselfFromWithinItsUpdate)
     EXPECT_EQ(journal.take(), (Lines{"observed x", "once x 1", "cleared x"}));
 }
 
-TEST_F(PropertyAccess, ObserverThatAnotherOneDetachesIsNotToldAnyMore)
+TEST_F(PropertyAccess, AnObserverDetachedByAnotherOneIsNoLongerNotified)
 {
     auto const x = device().x;
     RCShdPtr<DevMgrPropertyObserver> one;
@@ -623,7 +623,7 @@ TEST_F(PropertyAccess, ObserverThatAnotherOneDetachesIsNotToldAnyMore)
     EXPECT_EQ(journal.take(), Lines{"told x 1"}); // the one that is called first
 }
 
-TEST_F(PropertyAccess, ObserverThatIsAttachedFromWithinAnUpdateIsToldOfTheNextChange)
+TEST_F(PropertyAccess, AnObserverAttachedInAnUpdateIsNotifiedOfTheNextChange)
 {
     auto const x = device().x;
     // In the order of the calls, some are before the attaching observer and some are after it.
@@ -694,7 +694,7 @@ private:
     Journal &_lines;
 };
 
-TEST_F(PropertyAccess, WhatFailsAtTheEndOfAnObserverThatDetachesItselfPasses)
+TEST_F(PropertyAccess, ThrowsWhatTheDestructorOfAnObserverThatDetachesItselfThrows)
 {
     auto const x = device().x;
     Journal failures;
@@ -712,7 +712,7 @@ TEST_F(PropertyAccess, WhatFailsAtTheEndOfAnObserverThatDetachesItselfPasses)
     EXPECT_EQ(failures.take(), Lines{"observer of property x: event \"1\": the end of ending"});
 }
 
-TEST_F(PropertyAccess, OtherObserversAreToldWhenOneThrowsAndTheFirstExceptionPasses)
+TEST_F(PropertyAccess, OtherObserversAreNotifiedIfOneThrowsAndTheFirstExceptionIsThrown)
 {
     auto const x = device().x;
     Journal failures;

@@ -388,7 +388,7 @@ TEST_F(StreamAccess, RegistrationsSurviveAFailedConnection)
     EXPECT_TRUE(deviceA().out->isAvailable());
 }
 
-TEST_F(StreamAccess, StreamInUseComesBeforeEndsThatDoNotFit)
+TEST_F(StreamAccess, StreamInUseIsReportedBeforeEndsThatDoNotFit)
 {
     access->connect("a:a.out push b:b.in");
     EXPECT_EQ(refusal<DevMgrEx::StreamNotAvailable>("a:a.out push b:b.out"), "a:a.out");
@@ -401,7 +401,7 @@ TEST_F(StreamAccess, IncompatibleStreamsComeBeforeTheVerb)
               "a:a.lend push b:b.in");
 }
 
-TEST_F(StreamAccess, NothingStartsWhereConnectingFails)
+TEST_F(StreamAccess, NothingStartsIfConnectingFails)
 {
     deviceA().out->failsToConnect = true;
     EXPECT_THROW(access->connect("a:a.out push b:b.in"), std::runtime_error);
@@ -453,7 +453,7 @@ TEST_F(StreamAccess, StreamStartedByAnotherOnesStartIsStoppedAfterIt)
     EXPECT_EQ(journal.take(), (Lines{"stop a.out", "stop b.in", "stop a.fetch", "stop b.lend"}));
 }
 
-TEST_F(StreamAccess, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
+TEST_F(StreamAccess, ThrowsWhatAStreamsDestructorThrewAfterDestroyingAll)
 {
     for (char const * const name : {"x", "y"})
         access->registerStream({name}, makeShd<FailsToEnd<ActiveSource>>(name, journal));
@@ -494,7 +494,7 @@ TEST(StreamAccessByItself, TakesNoLockInTheNoGuardFormsNorWhenItGoes)
     }).join();
 }
 
-TEST_F(StreamAccess, StreamThatWasStartedIsStoppedWhateverAllocationFails)
+TEST_F(StreamAccess, AStartedStreamIsStoppedIfAnyAllocationFails)
 {
     auto &out = *deviceA().out;
     auto &in = *deviceB().in;

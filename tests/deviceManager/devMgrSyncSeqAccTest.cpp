@@ -81,7 +81,7 @@ private:
     Journal &_journal;
 };
 
-TEST_F(SequenceAccess, ObserverIsToldOfEveryState)
+TEST_F(SequenceAccess, ObserverIsNotifiedOfEveryState)
 {
     Registered const a("a",
                        [this] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("a", journal)); });
@@ -146,7 +146,7 @@ TEST_F(SequenceAccess, ReportsOfADeviceComeAsWhatTheyAre)
 }
 
 // The nodes keep their devices longer than the manager does.
-TEST_F(SequenceAccess, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
+TEST_F(SequenceAccess, ThrowsWhatADevicesDestructorThrewAfterDestroyingAll)
 {
     auto const failing = [this](char const *name) {
         return Registered(name, [this, name] {
@@ -172,7 +172,7 @@ TEST_F(SequenceAccess, NameBehindTheRootsGroupIsANullPointer)
     EXPECT_THROW(access->configure("( a ( b ) c )"), RCEx::ExNullPtr);
 }
 
-TEST_F(SequenceAccess, DeviceThatStandsTwiceFailsItsAssertion)
+TEST_F(SequenceAccess, ADeviceThatIsNamedTwiceFailsAnAssertion)
 {
     Registered const a = device("a");
     EXPECT_EQ(failedAssertion([&] { access->configure("( a ( a ) )"); }),
@@ -248,7 +248,7 @@ TEST_F(SequenceAccess, AReportWaitsForNoDeliveryThatRuns)
     access->wait();
 }
 
-TEST_F(SequenceAccess, AThreadThatWaitsIsLetGoWhenTheAccessIsDestroyed)
+TEST_F(SequenceAccess, DestroyingTheAccessWakesAThreadThatWaits)
 {
     KeepingSequence *keeping = nullptr;
     Registered const a("a", [&] {

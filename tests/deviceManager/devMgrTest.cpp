@@ -156,7 +156,7 @@ TEST(Manager, DeviceThatFailsToCloseDoesNotKeepTheOthersOpen)
     EXPECT_EQ(journal.take(), (Lines{"close b", "close a"}));
 }
 
-TEST(Manager, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
+TEST(Manager, ThrowsWhatADevicesDestructorThrewAfterDestroyingAll)
 {
     Journal journal;
     Registered const a(
@@ -176,7 +176,7 @@ TEST(Manager, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
     EXPECT_EQ((Lines{lines[2], lines[3]}), (Lines{"end a", "end b"}));
 }
 
-TEST(Manager, AFailureToCloseComesBeforeOneAtTheEnd)
+TEST(Manager, AFailureToCloseIsThrownBeforeOneOfADestructor)
 {
     Journal journal;
     Registered const a(
@@ -188,7 +188,7 @@ TEST(Manager, AFailureToCloseComesBeforeOneAtTheEnd)
     EXPECT_EQ(journal.take(), (Lines{"close a", "end a"}));
 }
 
-TEST(Manager, WhatFailsAtTheEndOfADeviceDoesNotHideAnExceptionThatPasses)
+TEST(Manager, ADevicesDestructorDoesNotHideAnExceptionInFlight)
 {
     Journal journal;
     Registered const a(
@@ -215,7 +215,7 @@ private:
     int &_closed;
 };
 
-TEST(Manager, DeviceThatWasOpenedIsClosedWhateverAllocationFails)
+TEST(Manager, AnOpenedDeviceIsClosedIfAnyAllocationFails)
 {
     int opened = 0;
     int closed = 0;
@@ -352,7 +352,7 @@ TEST(Mediator, ARequestIsNotifiedAndLivesOnUntilTheNextHasArrived)
     EXPECT_EQ(journal.take(), (Lines{"gone", "next"}));
 }
 
-TEST(Mediator, WhatComesWhenItHasGoneIsDestroyedUnrun)
+TEST(Mediator, RequestsAfterItsEndAreDestroyedUnexecuted)
 {
     RCShdPtr<DevMgrMediator> mediator(new DevMgrMediator);
     RCShdPtr<DevMgrFifo> const fifo = mediator->getFifo();
@@ -541,7 +541,7 @@ private:
 };
 
 // This is by design. Another attempt needs a new manager.
-TEST(Manager, ADeviceWhoseOpeningFailedStaysUnopenedAndItsFailureIsKept)
+TEST(Manager, IfADeviceFailsToOpenItStaysUnopenedAndItsFailureIsKept)
 {
     int nbTries = 0;
     Registered const camera("camera", [&] {

@@ -147,7 +147,7 @@ protected:
 
 using FailuresDeathTest = Failures;
 
-TEST_F(Failures, SecondStartIsAFailureOfTheRootThatCanBeAskedFor)
+TEST_F(Failures, ASecondStartIsAFailureOfTheRootAndCanBeQueried)
 {
     access->start();
     EXPECT_FALSE(access->getFailure("root"));
@@ -190,7 +190,7 @@ TEST_F(FailuresDeathTest, ReportOfADeviceThatWasStoppedTwiceIsTracedAndEndsThePr
         "device root: event \"sstopped\" in state \"_ill\": .*State machine error condition.");
 }
 
-TEST_F(Failures, HandlerLetsTheProcessGoOnAfterASecondStop)
+TEST_F(Failures, HandlerLetsTheProcessContinueAfterASecondStop)
 {
     handle();
     lock();
@@ -206,7 +206,7 @@ TEST_F(Failures, HandlerLetsTheProcessGoOnAfterASecondStop)
     EXPECT_EQ(failures.take(), (Lines{line, line}));
 }
 
-TEST_F(Failures, HandlerIsToldOfAnythingThatIsThrownOnTheManagersThread)
+TEST_F(Failures, HandlerGetsEveryExceptionOnTheManagersThread)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     mediator->setFailureHandler(makeShd<Handler>(failures, handled));
@@ -230,7 +230,7 @@ public:
     ~FailsToEndANO() noexcept(false) override { throw std::runtime_error("the end of a report"); }
 };
 
-TEST_F(Failures, HandlerIsToldOfAReportWhoseDestructorThrows)
+TEST_F(Failures, HandlerGetsTheExceptionOfAReportsDestructor)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     mediator->setFailureHandler(makeShd<Handler>(failures, handled));
@@ -269,7 +269,7 @@ TEST_F(FailuresDeathTest, ProcessEndsAgainWhenTheHandlerHasBeenTakenAway)
         aborted(), "Unhandled exception");
 }
 
-TEST_F(Failures, DeliveryGoesOnWhenTheSequenceObserverThrows)
+TEST_F(Failures, DeliveryContinuesIfTheSequenceObserverThrows)
 {
     observe([](std::string const &line) {
         if (line == "root start")
@@ -280,7 +280,7 @@ TEST_F(Failures, DeliveryGoesOnWhenTheSequenceObserverThrows)
     EXPECT_EQ(access->getState("b"), "start");
 }
 
-TEST_F(Failures, HandlerIsToldWhereTheSequenceObserverThrew)
+TEST_F(Failures, HandlerIsCalledIfTheSequenceObserverThrows)
 {
     handle();
     observe([](std::string const &line) {

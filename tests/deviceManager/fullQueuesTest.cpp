@@ -87,7 +87,7 @@ protected:
 
 // "DevMgr ANO" delivers a step to the device. The device's thread waits for room in the queue that
 // "DevMgr ANO" empties.
-TEST_F(FullQueues, AStepComesThroughWhileTheDeviceWaitsForTheManager)
+TEST_F(FullQueues, AStepIsDeliveredWhileTheDeviceWaitsForTheManager)
 {
     RCShdPtr<Hand> root;
     RCShdPtr<Fader> fader;
@@ -112,7 +112,7 @@ TEST_F(FullQueues, AStepComesThroughWhileTheDeviceWaitsForTheManager)
 
 // A client stops the device under the tree's lock. "DevMgr ANO" waits for that lock, and the
 // device's thread waits for "DevMgr ANO".
-TEST_F(FullQueues, AClientsStopComesThroughWhileTheDeviceWaitsForTheManager)
+TEST_F(FullQueues, AClientsStopIsDeliveredWhileTheDeviceWaitsForTheManager)
 {
     RCShdPtr<Fader> root;
     RCShdPtr<Fader> fader;

@@ -116,7 +116,7 @@ private:
     Journal &_log;
 };
 
-TEST(DevANO, TellsAFailableACOOfAFailureOnce)
+TEST(DevANO, ReportsAFailureToAFailableACOOnce)
 {
     Journal log;
     ObjPtr<DevANO> ano(recordingANO(log, "ano"));
@@ -255,7 +255,7 @@ TEST(DevANOQueue, ACapacityOfZeroNeverBlocksAProducer)
     }
 }
 
-TEST(DevANOQueue, TryProduceLeavesTheEntryUntouchedWhereTheQueueIsFull)
+TEST(DevANOQueue, TryProduceLeavesTheEntryUntouchedIfTheQueueIsFull)
 {
     DevANOQueue queue("test", 1);
     Journal log;
@@ -278,7 +278,7 @@ TEST(DevReceiverWait, APostBeforeTheWaitOfTheSenderIsRemembered)
     receiver.wait();
 }
 
-TEST(DevReceiverWait, ASenderThatComesFirstWaitsForTheReceiver)
+TEST(DevReceiverWait, ASenderThatArrivesFirstWaitsForTheReceiver)
 {
     DevReceiverWait receiver("rendezvous");
     DevSenderWait sender(receiver);
@@ -297,7 +297,7 @@ TEST(DevReceiverWait, ASenderThatComesFirstWaitsForTheReceiver)
     serving.join();
 }
 
-TEST(DevReceiverWait, AReceiverThatComesFirstWaitsToBeLetGo)
+TEST(DevReceiverWait, AReceiverThatArrivesFirstWaitsForItsRelease)
 {
     DevReceiverWait receiver("rendezvous");
     DevSenderWait sender(receiver);

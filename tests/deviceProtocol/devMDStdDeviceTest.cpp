@@ -144,7 +144,7 @@ TEST_F(DevMDStdDeviceTest, CloseReturnsAfterTheThreadHasEnded)
     EXPECT_EQ(_log.getLines().back(), "~body");
 }
 
-TEST_F(DevMDStdDeviceTest, TheStopReachesAThreadThatStandsStill)
+TEST_F(DevMDStdDeviceTest, TheStopReachesAThreadThatIsBlocked)
 {
     // A body that must be told to stop before it takes another request after the close request.
     class Careful : public DevMDStdThreadProtocol
@@ -395,7 +395,7 @@ TEST_F(DevMDStdDeviceTest, RequestsThatComeTooLateAreDestroyedUnrunAndAGetIsRele
     EXPECT_THROW(gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
 }
 
-TEST_F(DevMDStdDeviceTest, CloseLetsGoWhoeverWaitsForRoom)
+TEST_F(DevMDStdDeviceTest, CloseWakesThreadsThatWaitForRoom)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(1);
     Turnstile closing;
@@ -492,7 +492,7 @@ TEST_F(DeviceEndsDeathTest, ARequestThatThrowsEndsTheProcess)
         aborted(), "");
 }
 
-TEST_F(DeviceEndsDeathTest, ItsLastReferenceMustNotGoOnItsOwnThread)
+TEST_F(DeviceEndsDeathTest, ItsLastReferenceMustNotBeReleasedOnItsOwnThread)
 {
     EXPECT_EXIT(
         {

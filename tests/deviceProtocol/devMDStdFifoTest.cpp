@@ -12,7 +12,7 @@
 namespace ZvTest {
 namespace {
 
-TEST(DevMDStdFifo, BlocksTheEleventhProduceUntilSomebodyConsumes)
+TEST(DevMDStdFifo, BlocksTheEleventhProduceUntilAnEntryIsConsumed)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     std::atomic<bool> consumed{false};
@@ -147,7 +147,7 @@ TEST(DevMDStdFifo, ConsumeWaitsForAProducer)
     consumer.join();
 }
 
-TEST(DevMDStdFifo, TellsItsObserverOfEachProductionWithTheEmptiedEntry)
+TEST(DevMDStdFifo, CallsItsObserverForEachProductionWithTheEmptiedEntry)
 {
     struct Obs : DevMDStdFifoObs
     {
@@ -185,7 +185,7 @@ TEST(DevMDStdFifo, DestroyedWithEntriesTripsTheAssertionThatItIsEmpty)
     EXPECT_EQ(log.getLines(), Lines{"~left"});
 }
 
-TEST(DevMDStdFifo, CloseDestroysWhatIsQueuedAndWhatStillComes)
+TEST(DevMDStdFifo, CloseDestroysQueuedAndLaterEntries)
 {
     Journal log;
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
@@ -212,7 +212,7 @@ struct FailingObs : DevMDStdFifoObs
     }
 };
 
-TEST(DevMDStdFifo, AClosedOneDestroysWhatComesAlsoWhereItsObserverFails)
+TEST(DevMDStdFifo, IfClosedDestroysNewEntriesEvenIfItsObserverThrows)
 {
     Journal log;
     RCShdPtr<DevMDStdFifo> const fifo =
@@ -232,7 +232,7 @@ TEST(DevMDStdFifo, AnEntryWithoutAnANOIsANullPointerFailureOfItsProducer)
     EXPECT_FALSE(fifo->tryConsume(entry));
 }
 
-TEST(DevMDStdFifo, SendHandsOutWhatTheObserverThrowsAndThrowsWhatKeepsTheANO)
+TEST(DevMDStdFifo, SendReturnsWhatTheObserverThrowsAndThrowsIfTheANOIsNotQueued)
 {
     Journal log;
     RCShdPtr<DevMDStdFifo> const plain = makeShd<DevMDStdFifo>();
@@ -263,7 +263,7 @@ TEST(DevMDStdFifo, TimedConsumeWaitsForAProducerOrForItsTime)
     EXPECT_EQ(log.getLines(), Lines{"~held"});
 }
 
-TEST(DevMDStdFifo, WhatAFilledEntryHeldEndsWithoutTheLock)
+TEST(DevMDStdFifo, DestroysTheFormerContentsOfAnEntryWithoutTheLock)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     Journal log;
@@ -343,7 +343,7 @@ TEST(DevMDStdFifo, CloseDestroysAllAndReleasesProducersAlsoIfOneANOFailsToEnd)
     EXPECT_EQ(lines, (Lines{"~first", "~fourth", "~second", "~third"}));
 }
 
-TEST(DevMDStdFifo, TheProducerIsToldOfAnANOThatFailsToEndInAClosedOne)
+TEST(DevMDStdFifo, IfClosedThrowsWhatTheDestructorOfAnANOThrows)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     Journal log;
@@ -371,7 +371,7 @@ TEST(DevMDStdFifo, TheLastANOIsAllThatTheConsumerGets)
     fifo->close();
 }
 
-TEST(DevMDStdFifo, TheLastANOIsFoundBehindThoseThatCameBeforeIt)
+TEST(DevMDStdFifo, TheLastANOIsBehindTheEarlierOnes)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     Journal log;
@@ -398,7 +398,7 @@ TEST(DevMDStdFifo, TheLastANOIsFoundBehindThoseThatCameBeforeIt)
     fifo->close();
 }
 
-TEST(DevMDStdFifo, CloseTellsWhatFailedToEndOnTheConsumersThread)
+TEST(DevMDStdFifo, CloseThrowsWhatADestructorThrewOnTheConsumersThread)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     Journal log;

@@ -132,7 +132,7 @@ TEST_F(DevMDStdLoopTest, ARequestEndsTheWaitForTheNextWork)
     device.join();
 }
 
-TEST_F(DevMDStdLoopTest, WorkThatFailsIsTheDevicesToHandleAndKeepsNoRequestWaiting)
+TEST_F(DevMDStdLoopTest, FailedWorkIsHandledByTheDeviceAndDelaysNoRequest)
 {
     Working body(_fifo, _log, [](Working &) -> double { throw std::runtime_error("work"); });
     produce(*_fifo, recordingANO(_log, "one"));
@@ -141,7 +141,7 @@ TEST_F(DevMDStdLoopTest, WorkThatFailsIsTheDevicesToHandleAndKeepsNoRequestWaiti
     EXPECT_EQ(_log.getLines(), (Lines{"failed: work", "one", "~one", "failed: work"}));
 }
 
-TEST_F(DevMDStdLoopTest, WorkThatFailsIsNotAskedForAgainBeforeTheNextRequest)
+TEST_F(DevMDStdLoopTest, FailedWorkIsNotRepeatedBeforeTheNextRequest)
 {
     std::atomic<int> nbFailures{0};
     std::atomic<bool> hasEnded{false};

@@ -61,7 +61,7 @@ TEST_F(DevMDStdPropertyPrtclTest, NoReadIsPossibleWhileABuilderLives)
     EXPECT_FALSE(another.isNull());
 }
 
-TEST_F(DevMDStdPropertyPrtclTest, AReadAfterTheBuilderIsAllowedAndBuildersAreRefusedForEver)
+TEST_F(DevMDStdPropertyPrtclTest, AReadAfterTheBuilderIsAllowedAndLaterBuildersAreRefused)
 {
     {
         ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
@@ -196,7 +196,7 @@ TEST_F(DevMDStdPropertyPrtclTest, APropertysNameIsUniqueInItsSetOnly)
     EXPECT_EQ(names(builder->getCurrentPropertyIter()), Lines{"gain"});
 }
 
-TEST_F(DevMDStdPropertyPrtclTest, WhatFailsAtTheEndOfPropertiesComesOutWhenAllHaveEnded)
+TEST_F(DevMDStdPropertyPrtclTest, ThrowsWhatAPropertysDestructorThrewAfterDestroyingAll)
 {
     class Failing : public DevMDStdProperty<int>
     {
@@ -226,7 +226,7 @@ TEST_F(DevMDStdPropertyPrtclTest, WhatFailsAtTheEndOfPropertiesComesOutWhenAllHa
     EXPECT_EQ(log.getLines(), (Lines{"~focus", "~zoom", "~focus", "~zoom", "~gain", "~offset"}));
 }
 
-TEST(DevMDStdPropertySetBuilder, TakesItselfFromTheCountInItsDestructorAlone)
+TEST(DevMDStdPropertySetBuilder, OnlyItsDestructorDecrementsTheCount)
 {
     Vector<RCShdPtr<DevMDPropertySet>> sets;
     Vector<RCShdPtr<DevMDPropertyAny>> properties;

@@ -145,7 +145,7 @@ TEST_F(DevMDStdPropertyTest, AGetThatTheDeviceCannotAnswerThrows)
     }
 }
 
-TEST_F(DevMDStdPropertyTest, AGetWhoseRequestIsDestroyedUnrunThrows)
+TEST_F(DevMDStdPropertyTest, AGetThrowsIfItsRequestIsDestroyedUnexecuted)
 {
     std::thread closing([&] { DevANOQueueEntry const unrun(_fifo->consume()); });
     int value = 3;
@@ -159,7 +159,7 @@ TEST_F(DevMDStdPropertyTest, AGetWhoseRequestIsDestroyedUnrunThrows)
     closing.join();
 }
 
-TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsIsReleased)
+TEST_F(DevMDStdPropertyTest, AGetReturnsIfItsRequestThrows)
 {
     RCShdPtr<Gain> const failing = makeShd<Gain>(
         "failing", "", both,
@@ -176,7 +176,7 @@ TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsIsReleased)
 
 // The request writes to the reader's stack, so the reader must not continue before the request
 // has ended.
-TEST_F(DevMDStdPropertyTest, AGetWaitsForItsRequestAlsoWhereTheFifosObserverFails)
+TEST_F(DevMDStdPropertyTest, AGetWaitsForItsRequestEvenIfTheFifosObserverThrows)
 {
     struct Obs : DevMDStdFifoObs
     {
@@ -262,7 +262,7 @@ TEST_F(DevMDStdPropertyTest, ManyThreadsSetAndGetAtOnce)
     EXPECT_EQ(nbGood, nbThreads * nbRounds);
 }
 
-TEST(DevMDStdPropertyVector, AVectorGoesThereAndBack)
+TEST(DevMDStdPropertyVector, AVectorIsSetAndRead)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     Vector<double> held;
@@ -327,7 +327,7 @@ private:
     Turnstile *_turnstile;
 };
 
-TEST_F(DevMDStdPropertyTest, NotifiesNobodyAtFirst)
+TEST_F(DevMDStdPropertyTest, HasNoObserverAtFirst)
 {
     _gain->notify(1);
 }
@@ -350,7 +350,7 @@ TEST_F(DevMDStdPropertyTest, DestroysItsObserverWithItself)
     EXPECT_EQ(_log.getLines(), Lines{"~observer"});
 }
 
-TEST_F(DevMDStdPropertyTest, AChangeIsToldOnceUntilTheValueHasBeenRead)
+TEST_F(DevMDStdPropertyTest, AChangeIsNotifiedOnceUntilTheValueIsRead)
 {
     _gain->changed(); // there is no observer
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
@@ -383,7 +383,7 @@ TEST_F(DevMDStdPropertyTest, AGetWithoutAValueReadsAChangeAsAnyOther)
     EXPECT_EQ(_log.getLines(), (Lines{"told 4294967295", "told 4294967295"}));
 }
 
-TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsReadsAChangeAsAnyOther)
+TEST_F(DevMDStdPropertyTest, AGetWithAThrowingRequestReadsAChangeAsAnyOther)
 {
     auto const gain = makeProperty<int>("gain", "Amplification", _fifo,
                                         [](int &) { throw std::runtime_error("no gain"); });
@@ -423,7 +423,7 @@ struct Failing : DevMDPropertyAEO
     int &nbCalls;
 };
 
-TEST_F(DevMDStdPropertyTest, AChangeThatCouldNotBeToldIsToldAgain)
+TEST_F(DevMDStdPropertyTest, AChangeThatCouldNotBeNotifiedIsNotifiedAgain)
 {
     int nbCalls = 0;
     _gain->setObserverAEO(makeObj<Failing>(nbCalls));
@@ -433,7 +433,7 @@ TEST_F(DevMDStdPropertyTest, AChangeThatCouldNotBeToldIsToldAgain)
     EXPECT_EQ(nbCalls, 2);
 }
 
-TEST_F(DevMDStdPropertyTest, EveryEventOfItsOwnIsTold)
+TEST_F(DevMDStdPropertyTest, EveryEventOfItsOwnIsNotified)
 {
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
     _gain->changed();
@@ -464,7 +464,7 @@ TEST_F(DevMDStdPropertyTest, AReadingShowsEachNewValueAndCannotBeSet)
     EXPECT_EQ(_log.getLines().size(), 2u);
 }
 
-TEST_F(DevMDStdPropertyTest, AReadingThatCouldNotBeToldCanBeShownAgain)
+TEST_F(DevMDStdPropertyTest, AReadingThatCouldNotBeNotifiedCanBeShownAgain)
 {
     auto const position = makeShd<DevMDStdReading<double>>("position", "In seconds", _fifo, 0.5);
     int nbCalls = 0;
@@ -478,7 +478,7 @@ TEST_F(DevMDStdPropertyTest, AReadingThatCouldNotBeToldCanBeShownAgain)
     EXPECT_EQ(value, 1);
 }
 
-TEST_F(DevMDStdPropertyTest, MadeFromFunctionsItCanBeSetWhereThereIsASetter)
+TEST_F(DevMDStdPropertyTest, MadeFromFunctionsItCanBeSetIfThereIsASetter)
 {
     int held = 3;
     auto const read = makeProperty<int>("read", "r", _fifo, [&](int &value) { value = held; });
@@ -496,7 +496,7 @@ TEST_F(DevMDStdPropertyTest, MadeFromFunctionsItCanBeSetWhereThereIsASetter)
     EXPECT_EQ(value, 4);
 }
 
-TEST_F(DevMDStdPropertyTest, ASetWithoutASetterFailsWhereItIsSet)
+TEST_F(DevMDStdPropertyTest, ASetWithoutASetterThrowsInTheSet)
 {
     auto const gain =
         makeShd<Gain>("gain", "", both, makePropertyANOFactory<int>([](int &) {}), _fifo);

@@ -93,7 +93,7 @@ TEST(DevMDStdStream, IsAvailableUntilStartedAndAgainAfterStop)
 }
 
 // A connection stops its streams without a lock. With a plain flag that would be a data race.
-TEST(DevMDStdStream, AnyThreadAsksWhetherItIsAvailable)
+TEST(DevMDStdStream, AnyThreadMayAskWhetherItIsAvailable)
 {
     for (auto const &stream : allKinds()) {
         std::thread connection([&] {
@@ -109,7 +109,7 @@ TEST(DevMDStdStream, AnyThreadAsksWhetherItIsAvailable)
     }
 }
 
-TEST(DevMDStdStreamPrtcl, AnyThreadAsksForTheStreams)
+TEST(DevMDStdStreamPrtcl, AnyThreadMayAskForTheStreams)
 {
     RCShdPtr<Device> const device = makeShd<Device>();
     device->addStream(makeShd<ActiveSource>("video", ""));
@@ -211,7 +211,7 @@ TEST_F(DevMDStdStreamPassiveSinkTest, AFullFifoHoldsThePusher)
         EXPECT_EQ(_taken[static_cast<std::size_t>(i)], i);
 }
 
-TEST_F(DevMDStdStreamPassiveSinkTest, AnElementWhoseRequestIsNotExecutedIsDestroyed)
+TEST_F(DevMDStdStreamPassiveSinkTest, AnElementIsDestroyedIfItsRequestIsNotExecuted)
 {
     ObjPtr<DevMDStreamElem> elem = element(1);
     RCShdPtr<DevMDStreamBuf> const payload = elem->getBuf();
@@ -245,7 +245,7 @@ TEST_F(DevMDStdStreamPassiveSinkTest, NullFifoAndNullFactoryAreNullPointerFailur
     EXPECT_THROW(withoutFactory->push(element(1)), RCEx::ExNullPtr);
 }
 
-TEST(DevMDStdStreamPrtcl, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
+TEST(DevMDStdStreamPrtcl, ThrowsWhatAStreamsDestructorThrewAfterDestroyingAll)
 {
     class Failing : public PassiveSource
     {

@@ -47,7 +47,7 @@ TEST(DevPrtclEx, AnIllegalOperationIsTextedWithoutTheQuoteBeforeTheProperty)
               "\"set\" is not available for property gain\".");
 }
 
-TEST(DevPrtclEx, TheDeviceStandsInTheTextsOfTheTwoPhases)
+TEST(DevPrtclEx, TheTextsOfTheTwoPhasesNameTheDevice)
 {
     EXPECT_EQ((textOf<DevPrtclEx::ExMDStdPropertiesReadUnavail>("camera", "property sets")),
               "Read-only access to camera property sets forbidden while property builders are "

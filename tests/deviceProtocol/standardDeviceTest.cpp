@@ -126,7 +126,7 @@ TEST_F(StandardDevice, AStepIsSentToAFullFifoBehindTheRequests)
     EXPECT_EQ(_log.getLines(), expected);
 }
 
-TEST_F(StandardDevice, TellsAMarkFromALatencyWhereItWantsTo)
+TEST_F(StandardDevice, CanTellAMarkFromALatency)
 {
     class Precise : public Device
     {
@@ -154,7 +154,7 @@ TEST_F(StandardDevice, TellsAMarkFromALatencyWhereItWantsTo)
     EXPECT_EQ(_log.getLines(), (Lines{"open", "mark 7", "latency 8", "close"}));
 }
 
-TEST_F(StandardDevice, AStepWhoseCompletionIsTakenIsFinishedWhenThatIsExecuted)
+TEST_F(StandardDevice, AStepWithATakenCompletionIsFinishedWhenThatIsExecuted)
 {
     _device->isSlow = true;
     _device->performOpen();
@@ -248,7 +248,7 @@ TEST_F(StandardDevice, ReportsNothingOnceItsAbortHasThrown)
                                       "failed", "close"}));
 }
 
-TEST_F(StandardDevice, AStepAfterOneWhoseCompletionWasTakenIsFinishedWhenItReturns)
+TEST_F(StandardDevice, AStepAfterATakenCompletionIsFinishedWhenItReturns)
 {
     _device->isSlow = true;
     _device->performOpen();
@@ -324,7 +324,7 @@ private:
     Exception _exception;
 };
 
-TEST_F(StandardDevice, WhatItsOpeningThrowsComesOutAndLeavesNoThread)
+TEST_F(StandardDevice, ThrowsWhatItsOpeningThrowsAndLeavesNoThread)
 {
     auto const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     auto const noCable = makeShd<Broken<std::runtime_error>>(_log, true, std::runtime_error("-"));
@@ -335,7 +335,7 @@ TEST_F(StandardDevice, WhatItsOpeningThrowsComesOutAndLeavesNoThread)
     EXPECT_EQ(_log.getLines(), (Lines{"open", "open"}));
 }
 
-TEST_F(StandardDevice, WhatItsClosingThrowsComesOutWhenItsThreadHasEnded)
+TEST_F(StandardDevice, ThrowsWhatItsClosingThrewAfterItsThreadHasEnded)
 {
     auto const device = makeShd<Broken<std::runtime_error>>(_log, false, std::runtime_error("-"));
     device->performOpen();
@@ -345,7 +345,7 @@ TEST_F(StandardDevice, WhatItsClosingThrowsComesOutWhenItsThreadHasEnded)
     EXPECT_EQ(_log.getLines(), (Lines{"open", "close", "~late"}));
 }
 
-TEST_F(StandardDevice, OfItselfDoesNothingAndHasNoLatency)
+TEST_F(StandardDevice, ByDefaultDoesNothingAndHasNoLatency)
 {
     class Idle : public DevMDStdDevice
     {

@@ -147,7 +147,7 @@ TEST(DaFirstFitArena, SizesThatCannotBeRoundedUpDoNotFit)
     EXPECT_EQ(atTheTop.allocate(8, std::uint64_t{1} << 63), 0u);
 }
 
-TEST(DaFirstFitArena, OnlyABlockThatWasGivenOutComesBack)
+TEST(DaFirstFitArena, TakesBackOnlyBlocksThatItAllocated)
 {
     DaFirstFitArena arena(BASE, 64);
     std::uint64_t const block = arena.allocate(16, 0);
@@ -279,7 +279,7 @@ void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsig
     }
 }
 
-TEST(DaFirstFitArena, RandomBlocksLieWhereTheModelHasThem)
+TEST(DaFirstFitArena, RandomBlocksHaveTheAddressesOfTheModel)
 {
     for (unsigned seed = 1; seed <= 10; ++seed)
         compareWithModel(seed, 1 << 13, 300, 3000);
@@ -411,7 +411,7 @@ public:
     }
 };
 
-TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
+TEST(DaArenaPool, ThrowsWhatItsAllocatorThrowsUnlessAnExceptionIsHandled)
 {
     Calls calls;
     EXPECT_THROW(delete DaArenaPool::create(new BadAllocator(calls), 64), std::runtime_error);
@@ -429,7 +429,7 @@ TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
     EXPECT_EQ(log.getTexts(), (Lines{"Exception: deallocate\n"}));
 }
 
-TEST(DaArenaPool, WhateverFailsTheAllocatorGoesWithThePool)
+TEST(DaArenaPool, TheAllocatorIsDestroyedWithThePoolIfAnAllocationFails)
 {
     for (int turn = 0;; ++turn) {
         Calls calls;

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 class Replay : public testing::TestWithParam<std::string>
 {};
 
-TEST_P(Replay, NothingOfTheCorpusDoesAnyHarm)
+TEST_P(Replay, TheCorpusBreaksNoProperty)
 {
     std::size_t replayed = 0;
     for (auto const &entry : fs::directory_iterator(fs::path(ZV_FUZZ_CORPUS) / GetParam())) {

@@ -87,7 +87,7 @@ TEST(LiDate, WritesItsFields)
                  "2006/07/20 09:04:05.000 CES");
 }
 
-TEST(LiDate, ComesBackFromItsTextToTheMillisecond)
+TEST(LiDate, ReadsItsTextExactToTheMillisecond)
 {
     AtPlace const place(CENTRAL_EUROPE);
     for (double seconds : {0.0, 0.001, 5.25, 59.999}) {
@@ -103,7 +103,7 @@ TEST(LiDate, ComesBackFromItsTextToTheMillisecond)
     EXPECT_GE(present, read);
 }
 
-TEST(LiDate, TellsTheTwoHoursApartThatTheClockRepeats)
+TEST(LiDate, DistinguishesTheTwoHoursThatTheClockRepeats)
 {
     AtPlace const place(CENTRAL_EUROPE);
     LiDate const first = universal(2006, 10, 29, 0, 30, 0);
@@ -130,7 +130,7 @@ int countTextsThatAreReadAsAnotherDate(char const *zone)
     return nb;
 }
 
-TEST(LiDate, ComesBackFromALocalTextWhateverTheZonesDistanceAndShift)
+TEST(LiDate, ReadsItsLocalTextForEveryOffsetAndShiftOfTheZone)
 {
     for (char const *zone :
          {"UTC0", CENTRAL_EUROPE, "GMT0BST,M3.5.0/1,M10.5.0", "IST-1GMT0,M10.5.0,M3.5.0/1",
@@ -140,7 +140,7 @@ TEST(LiDate, ComesBackFromALocalTextWhateverTheZonesDistanceAndShift)
         EXPECT_EQ(countTextsThatAreReadAsAnotherDate(zone), 0) << zone;
 }
 
-TEST(LiDate, OfTwoTimesWithTheSameThreeLettersTheFirstIsMeant)
+TEST(LiDate, OfTwoTimesWithTheSameThreeLettersTheFirstCounts)
 {
     AtPlace const place("ABCW1ABCS,M3.2.0,M11.1.0");
     LiDate const first = universal(2026, 11, 1, 1, 30, 0);
@@ -149,7 +149,7 @@ TEST(LiDate, OfTwoTimesWithTheSameThreeLettersTheFirstIsMeant)
     EXPECT_EQ(LiDate(second.toString(OsDateTypes::LOCAL)), first);
 }
 
-TEST(LiDate, ATextInUniversalTimeIsReadAsSuchEvenIfTheZoneCallsItselfSo)
+TEST(LiDate, ATextInUniversalTimeIsReadAsSuchEvenIfTheZoneHasThatName)
 {
     LiDate const date = universal(2026, 1, 1, 12, 0, 0);
     AtPlace const place("UTC-3");
@@ -157,7 +157,7 @@ TEST(LiDate, ATextInUniversalTimeIsReadAsSuchEvenIfTheZoneCallsItselfSo)
     EXPECT_EQ(LiDate("2026/01/01 12:00:00.000 UTC"), date);
 }
 
-TEST(LiDate, GoesByTheZoneThatTZNamesNow)
+TEST(LiDate, UsesTheCurrentValueOfTZ)
 {
     LiDate const date = universal(2026, 1, 1, 12, 0, 0);
     AtPlace const place("UTC0");
@@ -180,7 +180,7 @@ TEST(LiDate, WaitsForTheEnvironmentByLocalTime)
     EXPECT_FALSE(waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::UNIVERSAL); }));
 }
 
-TEST(LiDate, KeepsTheEnvironmentAsItIsWhileItFormats)
+TEST(LiDate, LocksTheEnvironmentWhileItFormats)
 {
     struct Probe
     {
@@ -211,7 +211,7 @@ TEST(LiDate, KeepsTheEnvironmentAsItIsWhileItFormats)
     EXPECT_EQ(nbHeld, 2) << "for the zone's name, and for the text";
 }
 
-TEST(LiDate, RefusesWhatStandsBehindTheZone)
+TEST(LiDate, RefusesTextBehindTheZone)
 {
     using namespace std::string_literals;
     for (std::string const &text :
@@ -324,7 +324,7 @@ TEST(LiDate, Compares)
     EXPECT_TRUE(early < late && late > early && early != late && early == early);
 }
 
-TEST(LiDate, WritesAnyFormatByTheClockOfThePlace)
+TEST(LiDate, WritesAnyFormatInLocalTime)
 {
     AtPlace const place(CENTRAL_EUROPE);
     LiDate const date = universal(2006, 2, 20, 7, 4, 5);
@@ -340,7 +340,7 @@ TEST(LiDate, AnEmptyOrTooLongResultFailsAnAssertion)
     EXPECT_EQ(LiDate().toString(std::string(255, 'x').c_str()).getLength(), 255);
 }
 
-TEST(LiDate, NowGoesOn)
+TEST(LiDate, NowAdvances)
 {
     LiDate const before = LiDate::now();
     EXPECT_LT(LiDate(), before);

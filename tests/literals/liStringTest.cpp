@@ -174,7 +174,7 @@ private:
     void *_memory;
 };
 
-TEST(LiString, RefusesATextWhoseLengthHasNoNumber)
+TEST(LiString, RefusesATextThatIsTooLongForAnInt)
 {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the sanitizer notes each byte that is looked at";
@@ -226,7 +226,7 @@ TEST(LiString, TakesARange)
     EXPECT_EQ(LiString(s, 2, 6).getLength(), 6);
 }
 
-TEST(LiString, ARangeOfLengthZeroIsEmptyWhereverItStarts)
+TEST(LiString, ARangeOfLengthZeroIsEmptyForEveryStart)
 {
     LiString const empty;
     EXPECT_TRUE(LiString(empty, 0, 0).isEmpty());
@@ -324,7 +324,7 @@ TEST(LiString, AppendsItself)
     EXPECT_STREQ(shared.getChars(), "abcabcabcabcabc");
 }
 
-TEST(LiString, GrowsByItsNeedAndStaysWhereItHasRoom)
+TEST(LiString, GrowsByItsNeedAndIsNotMovedIfItHasRoom)
 {
     LiString s("abcd");
     s += 'e'; // 4 + 5
@@ -632,7 +632,7 @@ TEST(LiString, BytesAreTakenAsTheyAre)
     EXPECT_THROW(LiString(&byte, std::size_t{1} << 31), std::length_error);
 }
 
-TEST(LiString, AssignedBytesUseTheBodyAgainWhereNobodySharesIt)
+TEST(LiString, AssignedBytesReuseAnUnsharedBody)
 {
     LiString s("abcdef");
     char const * const body = s.getChars();

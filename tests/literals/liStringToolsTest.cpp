@@ -82,7 +82,7 @@ TEST(LiStringParser, AZeroByteIsPartOfAToken)
     EXPECT_EQ(next(), std::string("\0", 1));
 }
 
-TEST(LiStringUtil, WritesNumbersWhateverLocaleTheProgramHas)
+TEST(LiStringUtil, WritesNumbersIndependentlyOfTheLocale)
 {
     GroupingLocale const locale;
     EXPECT_STREQ(LiStringUtil::convertNb(-1234567).getChars(), "-1234567");

@@ -86,7 +86,7 @@ std::vector<Rate> makeRates()
     };
 }
 
-TEST(LiTimeCode, EachRateTellsWhatItIs)
+TEST(LiTimeCode, EachRateHasItsProperties)
 {
     for (Rate const &rate : makeRates()) {
         LiTimeCode const &timeCode = *rate.timeCode;

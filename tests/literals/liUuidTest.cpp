@@ -37,7 +37,7 @@ TEST(LiUuid, EachIsAnother)
     EXPECT_NE(a.compare(b), 0);
 }
 
-TEST(LiUuid, ComesBackFromItsText)
+TEST(LiUuid, ReadsItsOwnText)
 {
     LiUuid const uuid(LiUuid::CREATE);
     LiUuid other;
@@ -65,7 +65,7 @@ TEST(LiUuid, HasTheUsualText)
     }
 }
 
-TEST(LiUuid, RefusesATextThatIsNone)
+TEST(LiUuid, RefusesInvalidTexts)
 {
     try {
         LiUuid uuid(LiString("x"));

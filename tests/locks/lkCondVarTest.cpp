@@ -71,7 +71,7 @@ TEST(LkCondVar, KeepsTheCallersName)
     EXPECT_STREQ(LkCondVarAttr::getDefaultAttr().getName(), "DefaultLkCondVarAttr");
 }
 
-TEST(LkCondVar, SignalThatNobodyWaitsForIsLost)
+TEST(LkCondVar, SignalWithoutAWaiterIsLost)
 {
     LkMutex const mutex("m");
     LkCondVar const condVar("c");

@@ -15,14 +15,14 @@ using namespace Zv;
 
 namespace {
 
-TEST(LkGate, OneGateeWithoutKeeperGoesThroughAtOnce)
+TEST(LkGate, ASingleGateeWithoutAKeeperPassesAtOnce)
 {
     LkGate gate("g", 1, false);
     gate.ready();
     gate.ready();
 }
 
-TEST(LkGate, HoldsEverybodyUntilTheLastHasCome)
+TEST(LkGate, HoldsAllThreadsUntilTheLastArrives)
 {
     LkGate gate("g", 3, false);
     std::counting_semaphore<> through(0);
@@ -53,7 +53,7 @@ TEST(LkGate, OpensForGood)
     EXPECT_EQ(dumpOf(gate).find("num ready: 1\n") != std::string::npos, true);
 }
 
-TEST(LkGate, TheKeeperActsWhileAllStandAtTheGate)
+TEST(LkGate, TheKeeperActsWhileAllWaitAtTheGate)
 {
     LkGate gate("g", 2, true);
     std::atomic<int> nbThrough = 0;
@@ -107,7 +107,7 @@ TEST(LkGate, AskingWhetherItIsReadyChangesNothing)
     EXPECT_FALSE(gate.isGateReady());
 }
 
-TEST(LkGate, ObserversSeeAllStandAtTheGate)
+TEST(LkGate, ObserversSeeAllThreadsAtTheGate)
 {
     LkGate gate("g", 2, true);
     Joined observer([&] {
@@ -149,7 +149,7 @@ TEST(LkGate, TheKeeperSleepsUntilTheLastHasCome)
     gate.ready();
 }
 
-TEST(LkGate, WithoutAKeeperThereIsNobodyToAskFor)
+TEST(LkGate, WithoutAKeeperNoneCanBeAskedFor)
 {
     LkGate gate("g", 1, false);
     EXPECT_THROW(gate.isGateReady(), RCEx::ExNullPtr);
@@ -170,7 +170,7 @@ TEST(LkGate, NeedsAtLeastOneGatee)
     EXPECT_EQ(failedAssertion([] { LkGate gate("g", -1, true); }), "numGatees > 0");
 }
 
-TEST(LkGate, WithoutAKeeperNobodyMayKeepIt)
+TEST(LkGate, WithoutAKeeperItCannotBeKept)
 {
     LkGate gate("g", 1, false);
     EXPECT_EQ(failedAssertion([&] { LkGateKeeperGuard keeper(gate); }), "_useGateKeeper");
@@ -204,7 +204,7 @@ TEST(LkGate, DumpShowsItsState)
     LkGateKeeperGuard keeper(gate);
 }
 
-TEST(LkAsyncHandle, ReportsToWhoeverImplementsIt)
+TEST(LkAsyncHandle, ReportsToItsImplementation)
 {
     struct Handle : LkAsyncHandle
     {

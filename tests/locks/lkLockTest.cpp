@@ -29,7 +29,7 @@ TEST(LkLock, ReportsWhetherSomeThreadHoldsIt)
     EXPECT_FALSE(lock.isLocked());
 }
 
-TEST(LkLock, ReportsThatAThreadHoldsItWhichHadToWait)
+TEST(LkLock, IsHeldByAThreadThatHadToWait)
 {
     LkLock const lock("l");
     bool isLocked = false;
@@ -82,7 +82,7 @@ TYPED_TEST(LightLock, ExcludesOthers)
     EXPECT_EQ(counter, 60000);
 }
 
-TEST(LkRecLock, TellsHolderFromOthers)
+TEST(LkRecLock, DistinguishesItsHolderFromOthers)
 {
     LkRecLock const lock("r", LkMutexAttr::getDefaultAttr());
     EXPECT_FALSE(lock.isLocked());
@@ -124,7 +124,7 @@ TEST(LkGuard, HoldsForItsScope)
     EXPECT_FALSE(lock.isLocked());
 }
 
-TEST(LkGuard, LetsGoForAWhile)
+TEST(LkGuard, CanUnlockAndLockAgain)
 {
     LkRecLock const lock("r");
     {

@@ -77,7 +77,7 @@ TEST(LkMutex, TryLockByTheHolderIsRefusedAndChangesNothing)
     EXPECT_TRUE(isFreeForOthers(mutex));
 }
 
-TEST(LkMutex, TryLockFailsWhereAnotherThreadHolds)
+TEST(LkMutex, TryLockFailsIfAnotherThreadHoldsIt)
 {
     LkMutex const mutex("m");
     mutex.lock();
@@ -102,7 +102,7 @@ TEST(LkMutex, SpinLockByTheHolderReportsADeadlockAndChangesNothing)
     EXPECT_TRUE(isFreeForOthers(mutex));
 }
 
-TEST(LkMutex, SpinLockTakesAFreeMutexWhateverTheNumberOfTries)
+TEST(LkMutex, SpinLockTakesAFreeMutexForEveryNumberOfTries)
 {
     LkMutex const mutex("m");
     for (unsigned tries : {0u, 1u, 1000u}) {

@@ -27,7 +27,7 @@ void awaitRelease(LkMutex const &mutex)
     ASSERT_TRUE(::ReleaseMutex(handle));
 }
 
-TEST(LkPulse, CountedPulseIsKeptUntilSomebodyWaits)
+TEST(LkPulse, CountedPulseIsKeptUntilAThreadWaits)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ONE);
@@ -164,7 +164,7 @@ TEST(LkPulse, WaitWithoutTheMutexFails)
     pulse.pulse(); // no thread waits
 }
 
-TEST(LkPulse, ServesWhoeverKnowsTheBaseOnly)
+TEST(LkPulse, CanBeUsedThroughItsBaseClass)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ALL);
@@ -214,7 +214,7 @@ TEST(LkPulseNext, EndsATimedWaitInEachOfItsForms)
     EXPECT_TRUE(wasWoken[1]);
 }
 
-TEST(LkPulseNext, PulseSentAfterTheMutexWasLetGoIsNotLost)
+TEST(LkPulseNext, PulseSentAfterTheMutexWasReleasedIsNotLost)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ALL);
@@ -234,7 +234,7 @@ TEST(LkPulseNext, PulseSentAfterTheMutexWasLetGoIsNotLost)
     }
 }
 
-TEST(LkPulseNext, OnePulseWakesAllWhateverItsType)
+TEST(LkPulseNext, OnePulseOfEitherTypeWakesAll)
 {
     for (LkPulse::WakeType const type : {LkPulse::WAKE_ONE, LkPulse::WAKE_ALL}) {
         LkMutex const mutex("m");
@@ -253,7 +253,7 @@ TEST(LkPulseNext, OnePulseWakesAllWhateverItsType)
     }
 }
 
-TEST(LkPulseNext, TakesNothingFromThoseWhoWaitForACount)
+TEST(LkPulseNext, TakesNoPulseFromWaitersForACount)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ONE);
@@ -272,7 +272,7 @@ TEST(LkPulseNext, TakesNothingFromThoseWhoWaitForACount)
     EXPECT_FALSE(pulse.timedWait(guard, 0.0));
 }
 
-TEST(LkPulseNext, MixesWithTimeOutsAndLosesNobody)
+TEST(LkPulseNext, MixesWithTimeOutsAndLosesNoWaiter)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ALL);
@@ -331,7 +331,7 @@ TEST(LkPulsePool, PulsesAreLatchingAndComeBackAsTheyAre)
     EXPECT_TRUE(pulse->timedWait(guard, 0.0));
 }
 
-TEST(LkPulsePool, NullEntryComesBackAsNull)
+TEST(LkPulsePool, NullEntryIsReturnedAsNull)
 {
     LkPulsePool pool;
     ObjPtr<LkPulse> null;
@@ -354,7 +354,7 @@ TEST(LkEvent, StaysSetUntilItIsReset)
     EXPECT_EQ(dumpOf(event), "e");
 }
 
-TEST(LkEvent, WakesAllWhoWait)
+TEST(LkEvent, WakesAllWaiters)
 {
     LkEvent event("e", false);
     EXPECT_STREQ(event.getName(), "e");

@@ -406,7 +406,7 @@ TEST(LkCondVarBroadcast, IsNotDisturbedByASignal)
     EXPECT_EQ(nbSemaphoreReleases, 0) << "a newcomer would take it";
 }
 
-TEST(LkCondVarBroadcast, KeepsNewcomersOutside)
+TEST(LkCondVarBroadcast, BlocksNewWaitersDuringABroadcast)
 {
     HeldBroadcast broadcast;
     Watched newcomer([&] {
@@ -526,7 +526,7 @@ TEST_F(Refused, WaitThatFindsItsMutexAbandonedFailsAndTheGuardReleasesIt)
     }
 }
 
-TEST_F(Refused, WriterThatCannotWaitKeepsNobodyOut)
+TEST_F(Refused, WriterThatCannotWaitBlocksNoOther)
 {
     LkRwLock lock("l");
     lock.readLock();
@@ -580,7 +580,7 @@ TEST_F(Refused, WriterThatFailsAfterItsCallCallsTheNext)
     EXPECT_EQ(dumpOf(lock), "name l rwLock 0 wr wait 0 rd wait 0");
 }
 
-TEST_F(Refused, ReaderThatCannotWaitIsCountedNoMore)
+TEST_F(Refused, ReaderThatCannotWaitIsNoLongerCounted)
 {
     LkRwLock lock("l");
     lock.writeLock();
@@ -593,7 +593,7 @@ TEST_F(Refused, ReaderThatCannotWaitIsCountedNoMore)
     lock.unlock();
 }
 
-TEST_F(Refused, TicketWhoseHolderCannotWaitIsStillToCome)
+TEST_F(Refused, TicketStaysValidIfItsHolderCannotWait)
 {
     LkTicket ticket("t");
     long long mine = 0;
@@ -605,7 +605,7 @@ TEST_F(Refused, TicketWhoseHolderCannotWaitIsStillToCome)
     EXPECT_FALSE(ticket.waitForNextTicket(mine));
 }
 
-TEST_F(Refused, SemaphoreWhoseWaiterFailsHasNobodyToSignal)
+TEST_F(Refused, SemaphoreHasNoWaiterAfterAFailedWait)
 {
     LkSema sema("s", 0);
     nbSignals = 0;
@@ -679,7 +679,7 @@ TEST_F(Refused, GateThatHasOpenedTakesNoArrivalBack)
     EXPECT_NE(dumpOf(gate).find("num ready: 0\n"), std::string::npos);
 }
 
-TEST_F(Refused, KeeperThatComesUncalledFails)
+TEST_F(Refused, KeeperThatArrivesUncalledFails)
 {
     LkGate gate("g", 1, true);
     refuse("WaitForSingleObjectEx", 1, WAIT_OBJECT_0);
@@ -830,7 +830,7 @@ TEST(TimedWait, HandsADurationOnAsRoundedMilliseconds)
     EXPECT_TRUE(counted.timedWait(guard, std::chrono::hours::max()));
 }
 
-TEST(LkUtil, YieldsWhereTheEnvironmentAsksForIt)
+TEST(LkUtil, YieldsIfTheEnvironmentAsksForIt)
 {
     auto const countOf = [](void (*yield)()) {
         nbSleepCalls = 0;
@@ -846,7 +846,7 @@ TEST(LkUtil, YieldsWhereTheEnvironmentAsksForIt)
     LkUtil::disableYield();
 }
 
-TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
+TEST_F(Refused, PulseWithoutAWaiterMakesNoCallToWake)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ALL);

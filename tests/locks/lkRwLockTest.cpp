@@ -81,7 +81,7 @@ TEST(LkRwLock, ManyReadersOrOneWriter)
     lock.unlock();
 }
 
-TEST(LkRwLock, AWaitingWriterKeepsNewReadersOut)
+TEST(LkRwLock, AWaitingWriterBlocksNewReaders)
 {
     LkRwLock lock("l");
     lock.readLock();
@@ -275,7 +275,7 @@ TEST(LkRwLock, ReadersThatWaitedOnceStillWaitTheNextTime)
     }
 }
 
-TEST(LkRwLock, KeepsWritersApartFromEverybody)
+TEST(LkRwLock, ExcludesAllOthersWhileAWriterHoldsIt)
 {
     LkRwLock lock("l");
     int a = 0;

@@ -78,7 +78,7 @@ TEST(LkSema, PostWithoutAWaiterOnlyCounts)
     EXPECT_FALSE(sema.tryWait());
 }
 
-TEST(LkSema, TryWaitAtZeroFailsAndTheCountIsSaidToBeNonZero)
+TEST(LkSema, TryWaitAtZeroFailsAndReportsANonZeroCount)
 {
     LkSema sema("s", 0, LkMutexAttr::getDefaultAttr(), LkCondVarAttr::getDefaultAttr());
     EXPECT_FALSE(sema.tryWait());
@@ -99,7 +99,7 @@ TEST(LkSema, TimedWaitSleepsUntilAPost)
     EXPECT_TRUE(sema.isCountNonZero());
 }
 
-TEST(LkSema, EachPostWakesOneOfThoseWhoSleep)
+TEST(LkSema, EachPostWakesOneWaiter)
 {
     LkSema sema("s", 0);
     std::counting_semaphore<> through(0);
@@ -207,7 +207,7 @@ TEST(LkNamedSema, RefusesANameThatIsTooLong)
     EXPECT_EQ(shortest.getErrno(), int{ERROR_FILENAME_EXCED_RANGE});
 }
 
-TEST(LkNamedSema, BearsItsLabelOrItsSystemName)
+TEST(LkNamedSema, HasItsLabelOrItsSystemName)
 {
     std::string const name = uniqueName("label");
     LkNamedSema const labelled(name.c_str(), 0, LkSemaTypes::CREATE, "label");
@@ -223,7 +223,7 @@ TEST(LkSemaTypes, HaveTheirValues)
     EXPECT_EQ(LkSemaTypes::CREATE_EXCLUSIVE, 2);
 }
 
-TEST(LkUnnamedSema, SaysThatItCouldNotBeHad)
+TEST(LkUnnamedSema, ReportsThatItCouldNotBeCreated)
 {
     EXPECT_EQ(LkUnnamedSema("s", 0).getErrno(), 0);
     LkUnnamedSema sema("s", 0x80000000U); // more than a semaphore can count

@@ -203,7 +203,7 @@ TEST(LkSingleton, IsOneObjectForAllThreadsThatRaceForIt)
     (std::make_integer_sequence<int, 50>());
 }
 
-TEST(LkSingleton, WhoLosesTheRaceWaitsAndFindsTheObjectMade)
+TEST(LkSingleton, TheLoserOfTheRaceWaitsAndFindsTheObject)
 {
     ONCE_IN_A_PROCESS();
     Slow *first = nullptr;
@@ -281,7 +281,7 @@ TEST(LkInitMutexWindows, IsKnownToTheSystemByTheTypeAndTheProcess)
     EXPECT_TRUE(::CloseHandle(same));
 }
 
-TEST(LkInitMutexWindows, OneWhoseHolderWasLostIsReportedOnceAndGoesOnToOthers)
+TEST(LkInitMutexWindows, AnAbandonedOneIsReportedOnceAndCanBeTakenByOthers)
 {
     std::thread([] { static_cast<void>(Detail::acquireInitMutex("lost")); }).join();
     EXPECT_THROW(Detail::acquireInitMutex("lost"), ExSysErrorWindows);

@@ -30,7 +30,7 @@ std::string line(char const *format, char const *name, auto value)
     return buffer;
 }
 
-TEST(MtUtil, AnswersWhatThePlatformGives)
+TEST(MtUtil, ReturnsWhatThePlatformReports)
 {
     EXPECT_GE(MtUtil::getNbProcessors(), 1);
     EXPECT_TRUE(MtUtil::isSystemScopeDefault());
@@ -47,7 +47,7 @@ TEST(MtUtil, DefaultsCannotBeChanged)
     EXPECT_TRUE(MtUtil::isSystemScopeDefault());
 }
 
-TEST(MtUtil, LocksNoMemoryAndSaysSoAtItsLevelOnly)
+TEST(MtUtil, LocksNoMemoryAndReportsItAtItsLevelOnly)
 {
     LgLog::flush();
     CapturedLog const output;
@@ -67,7 +67,7 @@ TEST(MtUtil, LocksNoMemoryAndSaysSoAtItsLevelOnly)
     EXPECT_NE(text.find("../src/resmgt/locks/mtUtil.cpp("), std::string::npos) << text;
 }
 
-TEST(MtUtil, PrintsWhatTheSystemSaysOfItself)
+TEST(MtUtil, PrintsTheConfigurationOfTheSystem)
 {
     SYSTEM_INFO info;
     ::GetSystemInfo(&info);
@@ -104,7 +104,7 @@ TEST(MtUtil, PrintsWhatTheSystemSaysOfItself)
     EXPECT_EQ(output.getText(), expected);
 }
 
-TEST(MtUtil, TellsMemoryThatCanBeReadFromMemoryThatCannot)
+TEST(MtUtil, DistinguishesReadableMemory)
 {
     SYSTEM_INFO info;
     ::GetSystemInfo(&info);
@@ -139,7 +139,7 @@ private:
     std::optional<std::string> _former;
 };
 
-TEST(MtUtil, WhereNoScratchFileCanBeMadeNothingIsWritable)
+TEST(MtUtil, WithoutAScratchFileNothingIsWritable)
 {
     WithVariable const nowhere("TMPDIR", "/no such folder");
     char const byte = 0;
@@ -157,7 +157,7 @@ TEST(MtUtil, ItsScratchFileMayHaveTheFirstNumberThereIs)
     EXPECT_EQ(answer, 1);
 }
 
-TEST(MtUtil, FindsItsFolderWhenNobodyChangesTheEnvironment)
+TEST(MtUtil, ReadsItsFolderUnderTheLockOfTheEnvironment)
 {
     char const byte = 'x';
     EXPECT_TRUE(waitsForTheEnvironment([&] { MtUtil::testWritable(&byte, 1); }));

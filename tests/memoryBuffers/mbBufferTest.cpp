@@ -64,7 +64,7 @@ TEST_F(MbBufferTest, SynchedEndsWithoutFree)
     EXPECT_EQ(control->log.take(), (Lines{"deallocateRegion", "bufferNotUnloadable", "~protocol"}));
 }
 
-TEST_F(MbBufferTest, WritersMarkItDirtyOnlyWhereTheyLoad)
+TEST_F(MbBufferTest, WritersMarkItDirtyOnlyIfTheyLoadIt)
 {
     {
         MbBufferWrGuardImp const guard(buffer);
@@ -139,7 +139,7 @@ TEST_F(MbBufferTest, ReadersWaitForTheLastWriteGuard)
     reader.join();
 }
 
-TEST_F(MbBufferTest, WhoComesWhileItIsLoadedWaitsForTheLoad)
+TEST_F(MbBufferTest, AThreadThatLocksItDuringALoadWaitsForTheLoad)
 {
     std::binary_semaphore isLoading(0);
     std::binary_semaphore mayLoad(0);
@@ -159,7 +159,7 @@ TEST_F(MbBufferTest, WhoComesWhileItIsLoadedWaitsForTheLoad)
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "load"), 1);
 }
 
-TEST_F(MbBufferTest, ALoadThatFailsLeavesItFreedAndWhoWaitsTriesAnew)
+TEST_F(MbBufferTest, AFailedLoadLeavesItFreedAndAWaiterTriesAgain)
 {
     std::binary_semaphore isLoading(0);
     std::binary_semaphore mayFail(0);
@@ -187,7 +187,7 @@ TEST_F(MbBufferTest, ALoadThatFailsLeavesItFreedAndWhoWaitsTriesAnew)
                      "unlocked", "bufferUnloadable"}));
 }
 
-TEST_F(MbBufferTest, AsyncLoadEndsOnWhateverThreadSaysSo)
+TEST_F(MbBufferTest, AsyncLoadMayBeEndedByAnyThread)
 {
     buffer.prefetch();
     EXPECT_EQ(stateOf(buffer), "WaitAsyncLoaded");
@@ -223,7 +223,7 @@ TEST_F(MbBufferTest, AsyncLoadThatFailsGivesTheMemoryBack)
               (Lines{"allocateRegion", "asyncLoad", "deallocateRegion", "asyncLoadFailed"}));
 }
 
-TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessComesFirstAndTheFailureIsRefused)
+TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessCountsAndTheFailureIsRefused)
 {
     control->hooks["asyncLoad"] = [&] {
         control->handle->performFailed();
@@ -236,7 +236,7 @@ TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessComesFirstAndTheFailureIsR
               (Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable"}));
 }
 
-TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
+TEST_F(MbBufferTest, AnEndBeforeAFailedBeginningStaysPending)
 {
     control->hooks["asyncLoad"] = [&] {
         control->handle->performSucceeded();
@@ -291,7 +291,7 @@ TEST_F(MbBufferTest, ALockThatItsManagerFailsIsNotHeld)
     EXPECT_EQ(buffer.getImp()->getLockCount(), 1);
 }
 
-TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
+TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsThrown)
 {
     {
         MbBufferRdGuardImp const guard(buffer);
@@ -313,7 +313,7 @@ TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
 }
 
 /// A postponed event stays postponed, and a thread that waits looks at the buffer again.
-TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWaiters)
+TEST_F(MbBufferTest, IfItsManagerFailsKeepsPostponedEventsAndWakesWaiters)
 {
     {
         MbBufferRdGuardImp const guard(buffer);
@@ -455,7 +455,7 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
 
 /// The last handle is destroyed inside a call. Another thread that uses the buffer meanwhile must
 /// not end it.
-TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
+TEST_F(MbBufferTest, IsDestroyedAfterTheCallInWhichItsLastHandleIsReleased)
 {
     control->hooks["asyncLoad"] = [&] {
         LkAsyncHandle * const handle = control->handle;
@@ -473,7 +473,7 @@ TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
 }
 
 /// The postponed event has a lower bit than the completion, and waits for it nevertheless.
-TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion)
+TEST_F(MbBufferTest, EventsPostponedInsideACompletingCallFollowTheCompletion)
 {
     control->hooks["asyncLoad"] = [&] {
         buffer.free();
@@ -496,7 +496,7 @@ TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion
 
 /// Of the events that a call postpones, `asyncSync` is delivered first. It fails, and the later
 /// ones are lost.
-TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
+TEST_F(MbBufferTest, PostponedEventsAreLostAfterAFailure)
 {
     control->hooks["unlocked"] = [&] {
         buffer.free();
@@ -605,7 +605,7 @@ TEST_F(MbBufferTest, FailuresWhileAnExceptionPassesAreTraced)
     RCShdPtr<MbBufferImp> const last(&probe.imp);
 }
 
-TEST_F(MbBufferTest, WithoutARegionThereIsNothingToGiveBack)
+TEST_F(MbBufferTest, WithoutARegionThereIsNothingToFree)
 {
     manager->hook = [](std::string const &what) {
         if (what == "allocateRegion")
@@ -878,7 +878,7 @@ TEST(MbProtocol, LoadsByReloadingAndSynchsByUnloading)
                      "unload 5", "succeeded", "asyncReloadSucceeded", "asyncReloadFailed"}));
 }
 
-TEST(MbProtocol, TellsTheHandleOfAFailureAndSwallowsIt)
+TEST(MbProtocol, ReportsAFailureToTheHandleAndDropsIt)
 {
     Journal log;
     Chain protocol(log);

@@ -140,7 +140,7 @@ TEST_F(LRU, SelectsTheOneThatJoinedFirst)
     EXPECT_EQ(drain(strategy), "ba");
 }
 
-TEST_F(LRU, AskedTwiceSelectsTheSame)
+TEST_F(LRU, SelectsTheSameBufferTwice)
 {
     MbUnloadLRU strategy(4);
     strategy.insertBuffer(c);
@@ -205,7 +205,7 @@ TEST_F(LRU, AStrangerLeavesNothingBehind)
     EXPECT_EQ(drain(strategy), "b");
 }
 
-TEST_F(LRU, AllocatesNothingWhereThereIsRoom)
+TEST_F(LRU, AllocatesNothingIfThereIsRoom)
 {
     std::vector<MbBufferImp *> many;
     for (int i = 0; i < 100; ++i)
@@ -290,7 +290,7 @@ TEST_F(Random, ReservesTheRoomThatIsAskedFor)
     EXPECT_EQ(allocationsOf(100), allocationsOf(0) + 1);
 }
 
-TEST_F(Random, AllocatesNothingWhereThereIsRoom)
+TEST_F(Random, AllocatesNothingIfThereIsRoom)
 {
     std::vector<MbBufferImp *> many;
     for (int i = 0; i < 100; ++i)
@@ -398,7 +398,7 @@ TEST_F(Random, SelectsByTheGeneratorsNumbers)
     }
 }
 
-TEST_F(Random, ACopyGoesOnWithTheSameNumbers)
+TEST_F(Random, ACopyContinuesWithTheSameNumbers)
 {
     MbUnloadRandom strategy(4);
     for (MbBufferImp * const buffer : {a, b, c, d})

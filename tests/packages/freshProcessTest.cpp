@@ -300,7 +300,7 @@ TEST(FreshProcess, ThreadsMayStartForTheRestOfTheProcess)
     EXPECT_EQ("ran\n", play("startLate"));
 }
 
-TEST(FreshProcess, NothingIsSaidOrDoneAboutRealTimeUnasked)
+TEST(FreshProcess, RealTimeIsNeitherSetNorReportedUnlessRequested)
 {
     EXPECT_EQ(DOWN UP DOWN, play("upAndDown"));
     EXPECT_EQ("read 0\nread 7\n", play("unasked"));
@@ -312,7 +312,7 @@ TEST(FreshProcess, ZeroAndNegativeWishesAreNone)
         EXPECT_EQ(DOWN UP DOWN, play("upAndDown", wish));
 }
 
-TEST(FreshProcess, AWishIsNotGrantedWhereRealTimeIsSwitchedOff)
+TEST(FreshProcess, AWishIsNotGrantedIfRealTimeIsSwitchedOff)
 {
     std::string const output = play("upAndDown", "1", "1");
     EXPECT_THAT(output, HasSubstr("Real-time not enabled."));

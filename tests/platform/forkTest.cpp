@@ -85,7 +85,7 @@ void *memory()
     return VirtualAlloc(nullptr, 4096, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
 }
 
-TEST(PlatformFork, AChildMakesObjectsWhateverOthersWereDoing)
+TEST(PlatformFork, AChildMakesObjectsWhileTheParentsThreadsUseThem)
 {
     // Each body keeps one lock of the layer busy.
     void (* const bodies[])() = {[] { Owned const m = mutex(); }, [] { TlsFree(TlsAlloc()); },
@@ -285,7 +285,7 @@ bool hasFile(uid_t user, std::string const &name)
 
 } // namespace
 
-TEST(PlatformNames, WhatACarelessProcessLeavesTheNextOneRemoves)
+TEST(PlatformNames, TheNextProcessRemovesWhatAKilledOneLeft)
 {
     std::string const name = nameFor("careless");
     EXPECT_EQ(whatAStrangerSees("Careless", name), SEEN);
@@ -293,7 +293,7 @@ TEST(PlatformNames, WhatACarelessProcessLeavesTheNextOneRemoves)
     EXPECT_FALSE(hasFile(::geteuid(), name));
 }
 
-TEST(PlatformNames, TheMaskOfAProcessBarsNobody)
+TEST(PlatformNames, TheMaskOfAProcessExcludesNoOther)
 {
     if (::geteuid() != 0)
         GTEST_SKIP() << "only the superuser can become a user that has no folder yet";

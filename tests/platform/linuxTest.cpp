@@ -58,7 +58,7 @@ extern "C" int __wrap_pthread_create(pthread_t *thread, pthread_attr_t const *at
                    : __real_pthread_create(thread, attributes, function, argument);
 }
 
-TEST(PlatformThread, TheMaskOfTheProcessStandsForAllItsProcessors)
+TEST(PlatformThread, TheMaskOfTheProcessAllowsAllItsProcessors)
 {
     Owned const go = manualEvent();
     Runner t([&] { return WaitForSingleObject(go, LONG_TIME); });
@@ -79,7 +79,7 @@ TEST(PlatformThread, TheMaskOfTheProcessStandsForAllItsProcessors)
     EXPECT_TRUE(SetEvent(go));
 }
 
-TEST(PlatformThread, ARefusalSaysWhetherThereIsMemory)
+TEST(PlatformThread, ARefusalReportsWhetherThereIsMemory)
 {
     refusal = EAGAIN;
     EXPECT_FAILS(ERROR_MAX_THRDS_REACHED,
@@ -208,7 +208,7 @@ TEST(PlatformThread, AFunctionIsNeeded)
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, CreateThread(nullptr, 0, nullptr, nullptr, 0, nullptr));
 }
 
-TEST(PlatformThread, TheWholeStackThatWasAskedForIsItsOwn)
+TEST(PlatformThread, HasTheWholeRequestedStack)
 {
     usesStack<0x1000000 - 0x100>(0x1000000);
 }

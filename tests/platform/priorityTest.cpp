@@ -17,7 +17,7 @@ struct Waiting
 
 } // namespace
 
-TEST(PlatformPriority, EveryLevelIsRememberedAsAskedFor)
+TEST(PlatformPriority, EveryLevelIsRememberedAsRequested)
 {
     Waiting t;
     EXPECT_EQ(GetThreadPriority(t.handle()), THREAD_PRIORITY_NORMAL);

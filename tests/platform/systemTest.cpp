@@ -5,7 +5,7 @@
 
 namespace ZvTest {
 
-TEST(PlatformSystem, SaysWhatItRunsOn)
+TEST(PlatformSystem, ReportsItsProcessors)
 {
     SYSTEM_INFO info;
     GetSystemInfo(&info);
@@ -18,7 +18,7 @@ TEST(PlatformSystem, SaysWhatItRunsOn)
     EXPECT_LT(address, reinterpret_cast<std::uintptr_t>(info.lpMaximumApplicationAddress));
 }
 
-TEST(PlatformSystem, SaysItsVersion)
+TEST(PlatformSystem, ReportsItsVersion)
 {
     OSVERSIONINFOA version;
     std::memset(&version, 0xFF, sizeof version);

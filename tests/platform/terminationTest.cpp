@@ -141,7 +141,7 @@ TEST(PlatformTermination, MutexesThatItHeldAreAbandoned)
     EXPECT_TRUE(ReleaseMutex(held));
 }
 
-TEST(PlatformTermination, InTheMidstOfLockingLeavesNoMutexBehind)
+TEST(PlatformTermination, WhileLockingLeavesNoMutexOwned)
 {
     Owned const contended = mutex();
     for (int round = 0; round < 200; ++round) {
@@ -168,7 +168,7 @@ TEST(PlatformTermination, InTheMidstOfLockingLeavesNoMutexBehind)
     }
 }
 
-TEST(PlatformTermination, InTheMidstOfAnyServiceLeavesTheObjectsGood)
+TEST(PlatformTermination, InAnyServiceLeavesTheObjectsIntact)
 {
     Owned const e = autoEvent(), s = semaphore();
     struct Objects
@@ -312,14 +312,14 @@ TEST(PlatformTermination, TwoMayKillEachOther)
     }
 }
 
-TEST(PlatformTermination, WhatIsNoThreadIsRefused)
+TEST(PlatformTermination, AHandleThatIsNoThreadIsRefused)
 {
     Owned const e = manualEvent();
     for (HANDLE bad : {HANDLE{nullptr}, INVALID, HANDLE{e}})
         EXPECT_FAILS(ERROR_INVALID_HANDLE, TerminateThread(bad, 0));
 }
 
-TEST(PlatformTermination, TheProcessGoesOn)
+TEST(PlatformTermination, TheProcessContinues)
 {
     // There are many victims. If their resources were not freed, the address space would be
     // used up.

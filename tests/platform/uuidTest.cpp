@@ -40,7 +40,7 @@ TEST(PlatformUuid, TextForm)
     EXPECT_EQ(textOf(UUID{}), "00000000-0000-0000-0000-000000000000");
 }
 
-TEST(PlatformUuid, ATextThatWasFreedIsNoLongerPointedTo)
+TEST(PlatformUuid, FreeingATextSetsItsPointerToNull)
 {
     UUID uuid = SAMPLE;
     RPC_CSTR text = nullptr;

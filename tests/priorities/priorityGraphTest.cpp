@@ -54,7 +54,7 @@ TEST_F(PriorityGraph, AFreeNodeWithoutRelationsHasTheMinimum)
     EXPECT_EQ(there.getPriority(), 2);
 }
 
-TEST_F(PriorityGraph, AFreeNodeFollowsAFixedEqualWhicheverSideItStandsOn)
+TEST_F(PriorityGraph, AFreeNodeFollowsAFixedEqualOnEitherSide)
 {
     Priority fixed("fixed", mgr, 3);
     Priority left("left", mgr, Priority::NOT_SET);
@@ -489,7 +489,7 @@ TEST_F(PriorityGraph, TheDumpShowsNodesFixedNodesAndRelations)
     a.setPriority(3);
 }
 
-TEST_F(PriorityGraph, TheDumpOfABrokenRelationSaysSo)
+TEST_F(PriorityGraph, TheDumpMarksABrokenRelation)
 {
     Priority a("a", mgr, 1);
     Priority b("b", mgr, 2);
@@ -514,7 +514,7 @@ TEST_F(PriorityGraph, AManagerIsNamedAndMarked)
     EXPECT_EQ(node.getName(), "renamed");
 }
 
-TEST_F(PriorityGraph, AddingWhatIsAddedSolvesTheGraphAndNoMore)
+TEST_F(PriorityGraph, AddingAgainChangesNothing)
 {
     Priority a("a", mgr, 1);
     Priority b("b", mgr, Priority::NOT_SET);

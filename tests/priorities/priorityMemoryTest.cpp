@@ -113,7 +113,7 @@ TEST(PriorityMemory, ASolvingThatRunsOutIsMadeUpForByTheNext)
               0);
 }
 
-TEST(PriorityMemory, WhatGoesHasGoneThoughTheSolvingRunsOut)
+TEST(PriorityMemory, ARemovedNodeStaysRemovedEvenIfSolvingRunsOutOfMemory)
 {
     PriorityMgr mgr("mgr", 0, 6);
     Priority fixed("fixed", mgr, 3);

@@ -636,7 +636,7 @@ TEST_F(PrioritySolverCost, AThreadThatJoinsAmongAThousandTouchesItselfAlone)
     EXPECT_EQ(countTouched(), 0u);
 }
 
-TEST_F(PrioritySolverCost, AMemberOfAGroupOfAThousandComesAndGoesAlone)
+TEST_F(PrioritySolverCost, AMemberOfAGroupOfAThousandIsAddedAndRemovedAlone)
 {
     Priority &group = addThread("group");
     for (auto const &thread : threads) {

@@ -55,7 +55,7 @@ RtPriorities &landmarks()
     return RtPriorities::getInstance();
 }
 
-TEST(RealTimePriorities, StandAtTheirPlacesOfTheScale)
+TEST(RealTimePriorities, HaveTheirPlacesInTheScale)
 {
     EXPECT_EQ(landmarks().getBaseLinePriority().getPriority(), 0);
     EXPECT_EQ(landmarks().getRealTimePriority().getPriority(), 1);
@@ -111,7 +111,7 @@ TEST(RealTimePriorities, AThreadWithoutRelationsIsIdle)
     EXPECT_EQ(MtPriorityLevels::toSystemValue(thread._levels.back()), -15);
 }
 
-TEST(RealTimePriorities, AThreadHearsOfItsLevelOnlyWhenThatChanges)
+TEST(RealTimePriorities, AThreadIsNotifiedOfItsLevelOnlyIfItChanges)
 {
     NotingThread device;
     NotingThread generator;

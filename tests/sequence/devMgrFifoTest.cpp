@@ -99,7 +99,7 @@ TEST(DevMgrFifoTest, AClosedOneDestroysWhatItHoldsAndIsGiven)
     EXPECT_EQ(log, (Lines{"queued gone", "late gone", "later gone"}));
 }
 
-TEST(DevMgrFifoTest, ABlockedProducerIsLetGoByClose)
+TEST(DevMgrFifoTest, CloseWakesABlockedProducer)
 {
     Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
@@ -149,7 +149,7 @@ TEST(DevMgrACOTest, TakesANotificationThatIsNotRunWithIt)
     EXPECT_EQ(log, (Lines{"report gone"}));
 }
 
-TEST(DevMgrACOTest, RunASecondTimeItIsANullPointerOfWhoRunsIt)
+TEST(DevMgrACOTest, ASecondExecutionThrowsANullPointerInTheCaller)
 {
     Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));

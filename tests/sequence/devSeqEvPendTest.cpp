@@ -12,7 +12,7 @@ namespace {
 
 using Events = Vector<std::int32_t>;
 
-TEST(DevSeqEvPendTest, WhatIsAddedStaysParked)
+TEST(DevSeqEvPendTest, AnAddedEventStaysParked)
 {
     RCShdPtr<DevSeqEvPend> const pend(new DevSeqEvPend);
     pend->addEvent(7);

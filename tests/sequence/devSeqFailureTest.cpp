@@ -231,7 +231,7 @@ TEST_F(SequenceFailure, ThrownExceptionSaysToWhichDeviceTheEventWent)
     EXPECT_EQ(failure->event, "ready");
 }
 
-TEST_F(SequenceFailure, ObserverHearsEveryStateAlsoTheShortOnes)
+TEST_F(SequenceFailure, ObserverIsNotifiedOfEveryStateEvenOfShortOnes)
 {
     World pair;
     pair.root("R");
@@ -253,7 +253,7 @@ TEST_F(SequenceFailure, ObserverHearsEveryStateAlsoTheShortOnes)
     EXPECT_EQ(heard, (Lines{"A final", "R stop", "R final"}));
 }
 
-TEST_F(SequenceFailure, ObserverIsToldOnceOfEachMachineThatFails)
+TEST_F(SequenceFailure, ObserverIsNotifiedOnceOfEachFailedMachine)
 {
     observe();
     makeFail("A");
@@ -269,7 +269,7 @@ TEST_F(SequenceFailure, ObserverIsToldOnceOfEachMachineThatFails)
     EXPECT_EQ(heard, Lines());
 }
 
-TEST_F(SequenceFailure, FailureIsKnownWhenTheStateIsTold)
+TEST_F(SequenceFailure, FailureIsSetWhenTheStateIsNotified)
 {
     std::string told;
     observe().onState = [&](std::string const &line) {
@@ -281,7 +281,7 @@ TEST_F(SequenceFailure, FailureIsKnownWhenTheStateIsTold)
     EXPECT_EQ(told, "device A: event \"start\" in state \"init\": ../src/busy.cpp(7): busy");
 }
 
-TEST_F(SequenceFailure, DeliveryGoesOnWhenTheObserverThrowsAndItsFirstExceptionPasses)
+TEST_F(SequenceFailure, DeliveryContinuesIfTheObserverThrowsAndItsFirstExceptionIsThrown)
 {
     observe().onState = [](std::string const &line) { throw std::runtime_error(line); };
     Lines const trace = traceOf([this] {

@@ -231,7 +231,7 @@ TEST_F(DevSeqSMTableTest, EveryStateAndEventDoesWhatTheMachineSays)
         }
 }
 
-TEST_F(DevSeqSMTableTest, NothingElseStandsInTheTable)
+TEST_F(DevSeqSMTableTest, TheTableHasNoOtherRows)
 {
     std::size_t pairs = 0;
     for (std::int32_t s = 0; s < table->getNbStates(); ++s)

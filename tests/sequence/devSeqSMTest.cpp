@@ -219,7 +219,7 @@ TEST(DevSeqSMTest, StartCallsTheDeviceAndItsChildren)
     EXPECT_EQ(node.toParent(), Events());
 }
 
-TEST(DevSeqSMTest, AReadyLeafTellsItsParentAndGoesOn)
+TEST(DevSeqSMTest, AReadyLeafNotifiesItsParentAndContinues)
 {
     Machine root;
     root.device->latency = DtTime(5, Rational(1, 1));
@@ -364,7 +364,7 @@ TEST(DevSeqSMTest, ANodeStopsAfterItsChildren)
     node.util->waitDone();
 }
 
-TEST(DevSeqSMTest, ARootThatStoppedTellsNobody)
+TEST(DevSeqSMTest, ARootThatStoppedNotifiesNoNode)
 {
     Machine root;
     root.feed(pathTo("stop", false));

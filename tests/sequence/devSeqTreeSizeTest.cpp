@@ -95,7 +95,7 @@ TEST(DevSeqTreeSizeTest, ATreeBuiltFromBelowIsTheSame)
     });
 }
 
-TEST(DevSeqTreeSizeTest, ADeepSubtreeThatSomebodyHoldsDiesWithItsHolder)
+TEST(DevSeqTreeSizeTest, ADeepSubtreeIsDestroyedWithItsLastReference)
 {
     runOnSmallStack([] {
         RCShdPtr<DevSeqTreeNode> held;

@@ -106,7 +106,7 @@ TEST_F(DevSeqTreeTest, DevicesStartParentsFirst)
     expectStates("start", "start", "start", "start");
 }
 
-TEST_F(DevSeqTreeTest, ReadinessComesUpFromTheLeaves)
+TEST_F(DevSeqTreeTest, ReadinessRisesFromTheLeaves)
 {
     build();
     world.tree->processEvent(DevSeqEv::START);
@@ -123,7 +123,7 @@ TEST_F(DevSeqTreeTest, ReadinessComesUpFromTheLeaves)
     EXPECT_EQ(world.log, (Lines{"R sync time 0.4"}));
 }
 
-TEST_F(DevSeqTreeTest, TheRootSyncsWithTheLargestLatencyWhereverItSits)
+TEST_F(DevSeqTreeTest, TheRootSyncsWithTheLargestLatencyOfAnyNode)
 {
     for (char const * const slowest : {"R", "A", "B", "C"}) {
         World other;
@@ -350,14 +350,14 @@ std::string endOfWait(World &world)
     return end;
 }
 
-TEST_F(DevSeqTreeTest, AThreadThatWaitsIsLetGoWhenTheTreeIsDestroyed)
+TEST_F(DevSeqTreeTest, DestroyingTheTreeWakesAThreadThatWaits)
 {
     build();
     lock();
     EXPECT_EQ(endOfWait(world), "The sequence was abandoned before it had ended.");
 }
 
-TEST_F(DevSeqTreeTest, AThreadThatWaitsForTheLastDeviceIsLetGoWhenTheTreeIsDestroyed)
+TEST_F(DevSeqTreeTest, DestroyingTheTreeWakesAThreadThatWaitsForTheLastDevice)
 {
     build();
     lock();
@@ -470,7 +470,7 @@ TEST_F(DevSeqTreeTest, ASubtreeThatIsJoinedLaterIsFound)
     EXPECT_EQ(world.state("B"), "init");
 }
 
-TEST_F(DevSeqTreeTest, OfEqualNamesTheFirstOneFoundIsMeant)
+TEST_F(DevSeqTreeTest, OfEqualNamesTheFirstOneCounts)
 {
     auto const started = [&] {
         world.tree->processEvent("same", DevSeqEv::START);
@@ -512,7 +512,7 @@ TEST_F(DevSeqTreeTest, AFailingDeviceFallsOutSilently)
     expectLockIsFree();
 }
 
-TEST_F(DevSeqTreeTest, WhatIsNoExBaseAbandonsTheDelivery)
+TEST_F(DevSeqTreeTest, AnExceptionOtherThanAnExBaseAbandonsTheDelivery)
 {
     build();
     world.devices["A"]->onCall = [](std::string const &) { ZV_ASSERT(1 > 2); };
@@ -535,7 +535,7 @@ TEST_F(DevSeqTreeTest, TheLockIsFreeAfterANameThatIsNotFound)
     expectLockIsFree();
 }
 
-TEST_F(DevSeqTreeTest, TheObserverIsToldOfMachinesThatFail)
+TEST_F(DevSeqTreeTest, TheObserverIsNotifiedOfFailedMachines)
 {
     class Observer : public DevSeqObserver
     {
@@ -646,7 +646,7 @@ TEST_F(DevSeqTreeTest, NodesDieAfterTheirChildren)
     EXPECT_EQ(world.log, (Lines{"C gone", "A gone", "B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, ANodeThatSomebodyHoldsOutlivesItsTree)
+TEST_F(DevSeqTreeTest, AReferencedNodeOutlivesItsTree)
 {
     build();
     auto const held = world.nodes["A"];
@@ -655,7 +655,7 @@ TEST_F(DevSeqTreeTest, ANodeThatSomebodyHoldsOutlivesItsTree)
     EXPECT_EQ(world.log, (Lines{"B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, WhatADevicesDestructorThrowsComesOut)
+TEST_F(DevSeqTreeTest, ThrowsWhatADevicesDestructorThrows)
 {
     build();
     world.devices["A"]->onDestruction = [] { ZV_ASSERT(3 < 2); };
@@ -667,7 +667,7 @@ TEST_F(DevSeqTreeTest, WhatADevicesDestructorThrowsComesOut)
     EXPECT_EQ(gone, (Lines{"A gone", "B gone", "C gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, WhatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
+TEST_F(DevSeqTreeTest, ThrowsTheFirstOfSeveralExceptionsAfterDestroyingAll)
 {
     build();
     for (auto const &[name, device] : world.devices)
@@ -682,7 +682,7 @@ TEST_F(DevSeqTreeTest, WhatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
     EXPECT_EQ(world.takeLog(), (Lines{"C gone", "A gone", "B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, ASubtreeThatJoinsNoTreeEndsWithItsHolder)
+TEST_F(DevSeqTreeTest, ASubtreeOutsideOfATreeIsDestroyedWithItsLastReference)
 {
     RCShdPtr<DevSeqTreeNode> top = world.createNode("P");
     world.child("P", "C");
@@ -741,7 +741,7 @@ TEST_F(DevSeqTreeTest, AnAttachThatFailsChangesNothing)
     EXPECT_EQ(textOf(*world.tree), "( R ( A ) )");
 }
 
-TEST_F(DevSeqTreeTest, ADeviceThatReportsLateReportsToNobody)
+TEST_F(DevSeqTreeTest, ALateReportOfADeviceIsDropped)
 {
     build();
     start();

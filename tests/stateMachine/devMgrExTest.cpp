@@ -57,7 +57,7 @@ TEST(DevMgrExTest, ADetailIsTheWholeReason)
     EXPECT_EQ(reasonOf<DevMgrEx::StreamsNotCompatible>("too wide"), "too wide");
 }
 
-TEST(DevMgrExTest, WithoutADetailTheFixedTextStands)
+TEST(DevMgrExTest, WithoutADetailHasTheFixedText)
 {
     char const * const none = nullptr;
     EXPECT_EQ(reasonOf<DevMgrEx::ConfigSyntaxError>(none), "Configuration string Syntax error.");

@@ -127,7 +127,7 @@ TEST(DevSMTableBuilderTest, TransitionsOfAPairAddUpAndANextStateIsOverwritten)
     EXPECT_EQ(builder.getState("s", "t"), "c");
 }
 
-TEST(DevSMTableBuilderTest, WhatWasNotDeclaredIsAnAssertion)
+TEST(DevSMTableBuilderTest, AnUndeclaredNameFailsAnAssertion)
 {
     DevSMTableBuilder builder;
     EXPECT_EQ(failedAssertion([&] { (void)builder.getTransitions("s", "e"); }),
@@ -328,7 +328,7 @@ TEST(DevSMTableBuilderTest, NamesOfTheExpansionsOwnFormAreFound)
     EXPECT_EQ(failedAssertion([&] { both.expand(); }), "1 == tv.size()");
 }
 
-TEST(DevSMTableBuilderTest, NamesThatOnlyTheSeparatorTellsApartAreFound)
+TEST(DevSMTableBuilderTest, NamesThatDifferOnlyBySeparatorsAreFound)
 {
     DevSMTableBuilder single;
     declare(single, {"a", "a:b"}, {"b:c", "c"}, {"t"}, {{"a", "b:c", "t", "a"}});

@@ -57,7 +57,7 @@ TEST(DevSMTableTest, CountsAndDomains)
     EXPECT_FALSE(table->isTransition(-1));
 }
 
-TEST(DevSMTableTest, WhatTheExpansionAddedIsNotPrimary)
+TEST(DevSMTableTest, AdditionsOfTheExpansionAreNotPrimary)
 {
     auto const table = Parts().create();
     EXPECT_TRUE(table->isPrimaryState(1));
@@ -144,7 +144,7 @@ TEST(DevSMTableTest, TheFirstOfEqualNamesIsFound)
     EXPECT_EQ(table->getTransition(LiString("_exc")), 3);
 }
 
-TEST(DevSMTableTest, PrimaryTransitionsAreThoseThatNobodyElseNames)
+TEST(DevSMTableTest, PrimaryTransitionsExcludeConditionalAndAuxiliaryOnes)
 {
     auto const table = Parts().create();
     EXPECT_EQ(table->getPrimaryTransitions(), (Names{"a", "b"}));
@@ -156,7 +156,7 @@ TEST(DevSMTableTest, PrimaryTransitionsAreThoseThatNobodyElseNames)
     EXPECT_EQ(descs[0].events, (Names{"_ce(a)", "y"}));
 }
 
-TEST(DevSMTableTest, EachPrimaryListIsWhereItsFullListBegins)
+TEST(DevSMTableTest, EachFullListBeginsWithItsPrimaryList)
 {
     Parts states;
     states.primaryStates = {"off"};

@@ -243,7 +243,7 @@ TEST(Supervisor, DeviceThatRecoversWhileItStopsIsAborted)
     EXPECT_EQ(stage.world->count("abort a"), 1);
 }
 
-TEST(Supervisor, DeviceThatAbortsByItselfKeepsNobodyFromStopping)
+TEST(Supervisor, ADeviceThatAbortsByItselfLetsTheOthersStop)
 {
     for (char const *name : {"root", "a", "b", "c"}) {
         Stage stage(TREE);
@@ -311,7 +311,7 @@ TEST(Supervisor, DeviceFailsIfItThrowsFromAnyCall)
     }
 }
 
-TEST(Supervisor, StopGoesOverToTheAbortAtOnceIfADeviceCanNeverStop)
+TEST(Supervisor, StopBecomesAnAbortAtOnceIfADeviceCanNeverStop)
 {
     Stage stage(TREE);
     stage["b"].manners["start"] = Manner::THROWS_OTHER;
@@ -331,7 +331,7 @@ TEST(Supervisor, StopGoesOverToTheAbortAtOnceIfADeviceCanNeverStop)
     EXPECT_LT(placeOf("abort a"), placeOf("abort root"));
 }
 
-TEST(Supervisor, LateReportsReachNobody)
+TEST(Supervisor, LateReportsAreDropped)
 {
     Stage stage("( root ( a ) )");
     stage["a"].manners["abort"] = Manner::SILENT;
@@ -367,7 +367,7 @@ TEST(Supervisor, LateAnswerToAnEarlierStepIsNoAnswerToTheAbort)
     EXPECT_EQ(endsOf(aborted.get()), "aborted");
 }
 
-TEST(Supervisor, DeviceThatHangsInACallCostsNobodyElseAnything)
+TEST(Supervisor, ADeviceThatHangsInACallDoesNotAffectTheOthers)
 {
     Stage stage("( root ( a b ) )");
     stage["a"].manners["start"] = Manner::HANGS;
@@ -487,7 +487,7 @@ private:
     Function _function;
 };
 
-TEST(Supervisor, ObserverIsToldOfEachStateInOrder)
+TEST(Supervisor, ObserverIsNotifiedOfEachStateInOrder)
 {
     Stage stage("( root ( a ) )");
     stage.create();
@@ -516,7 +516,7 @@ TEST(Supervisor, ShorterLimitBringsTheTurnsOfTheDevicesForward)
     EXPECT_EQ(endsOf(stage.supervisor->abort(1)), "aborted silent");
 }
 
-TEST(Supervisor, ObserverIsToldOfTheFailureOfADevice)
+TEST(Supervisor, ObserverIsNotifiedOfTheFailureOfADevice)
 {
     class FailureObserver : public DevSeqObserver
     {
@@ -647,7 +647,7 @@ TEST(Supervisor, TakesDurationsAndStrangeLimits)
     EXPECT_EQ(endsOf(stage.supervisor->stop(1min, 1min)), "stopped");
 }
 
-TEST(Supervisor, TakesNoDeviceWhoseOpeningHasFailed)
+TEST(Supervisor, TakesNoDeviceThatFailedToOpen)
 {
     Stage stage("( root ( a ) )");
     stage["a"].manners["open"] = Manner::THROWS;

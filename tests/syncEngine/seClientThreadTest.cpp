@@ -203,7 +203,7 @@ TEST_F(SeClientThreadTest, BeatsThatComeDuringTheWorkAreNotSleptThrough)
     EXPECT_EQ(_waits, "llnnn");
 }
 
-TEST_F(SeClientThreadTest, TheCountGoesRound)
+TEST_F(SeClientThreadTest, TheCountWrapsAround)
 {
     _count = 0xFFFFFFFD;
     EXPECT_EQ(run(1, {1, 1, 1, 1, 2}), "start;4294967294 0;4294967295 0;0 0;1 0;3 1;end;");
@@ -250,7 +250,7 @@ TEST_F(SeClientThreadTest, EndsByItself)
     clear();
 }
 
-TEST_F(SeClientThreadTest, AStopThatComesDuringTheWorkIsTheEnd)
+TEST_F(SeClientThreadTest, AStopDuringTheWorkEndsTheThread)
 {
     _client->onSync = [this](std::uint32_t, int) {
         _client->performStop(_thread.get());
@@ -275,7 +275,7 @@ TEST_F(SeClientThreadTest, AStopThatCameBeforeTheFirstWaitIsTheEnd)
     EXPECT_EQ(run(1, {1}), "start;1001 0;end;"); // set up anew, it is forgotten
 }
 
-TEST_F(SeClientThreadTest, WhatTheWorkThrowsComesOutWithoutTheLock)
+TEST_F(SeClientThreadTest, ThrowsWhatTheWorkThrowsWithoutTheLock)
 {
     _client->onSync = [](std::uint32_t, int) -> bool { throw std::runtime_error("no picture"); };
     setUp(1);

@@ -211,7 +211,7 @@ TEST_F(SeGeneratorThreadTest, DestroysItsClientsWithoutItsLock)
     EXPECT_TRUE(isStopping);
 }
 
-TEST_F(SeGeneratorThreadTest, AClientWhoseDestructorThrowsKeepsNothingFromTheOthers)
+TEST_F(SeGeneratorThreadTest, AThrowingDestructorOfAClientDoesNotAffectTheOthers)
 {
     int nbDestroyed = 0;
     for (int i = 0; i != 3; ++i) {
@@ -225,7 +225,7 @@ TEST_F(SeGeneratorThreadTest, AClientWhoseDestructorThrowsKeepsNothingFromTheOth
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
 }
 
-TEST_F(SeGeneratorThreadTest, TheFirstBeatReachesNobody)
+TEST_F(SeGeneratorThreadTest, TheFirstBeatReachesNoClient)
 {
     ScriptedClient * const client = add(1);
     startBeating();
@@ -306,7 +306,7 @@ TEST_F(SeGeneratorThreadTest, AClientThatIsBusyIsLate)
     client->record.awaitText("start;2 0;2 0;3 0;7 3;8 0;");
 }
 
-TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAndCanBeAddedAgain)
+TEST_F(SeGeneratorThreadTest, ARemovedClientIsReturnedAndCanBeAddedAgain)
 {
     ScriptedClient * const client = add(1);
     startBeating();
@@ -328,7 +328,7 @@ TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAndCanBeAddedAgain)
         std::this_thread::yield();
 }
 
-TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAlsoWhileThePriorityGraphIsInvalid)
+TEST_F(SeGeneratorThreadTest, ARemovedClientIsReturnedEvenIfThePriorityGraphIsInvalid)
 {
     unsigned const nbThreads = getNbThreads();
     ScriptedClient * const client = add(1);
@@ -429,7 +429,7 @@ TEST_F(SeGeneratorThreadTest, IsNotStoppedBeforeItHasBeaten)
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
 }
 
-TEST_F(SeGeneratorThreadTest, IsDestroyedWithoutABeatWhereItWasNeverStarted)
+TEST_F(SeGeneratorThreadTest, IsDestroyedWithoutABeatIfItWasNeverStarted)
 {
     int nbDestroyed = 0;
     add(1)->nbDestroyed = &nbDestroyed;
@@ -490,7 +490,7 @@ TEST_F(SeGeneratorThreadTest, IsNotDestroyedWhileItBeats)
               "_sourceState == STARTING || _sourceState == STOPPED");
 }
 
-TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
+TEST_F(SeGeneratorThreadTest, AClientIsDestroyedIfItsThreadCannotBeStarted)
 {
     int nbDestroyed = 0;
     ScriptedClient * const other = add(1);
@@ -508,7 +508,7 @@ TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
     ObjPtr<SeClientThread> const back(_generator->removeClient(other));
 }
 
-TEST_F(SeGeneratorThreadTest, StandsAboveRealTimeWorkAndAboveItsClients)
+TEST_F(SeGeneratorThreadTest, HasAHigherPriorityThanRealTimeWorkAndItsClients)
 {
     Priority &mine = _thread->getPriority();
     EXPECT_EQ(mine.getPriority(),
@@ -842,7 +842,7 @@ TEST_F(SeSyncEngineTest, ItsEndStopsAllGenerators)
     EXPECT_EQ(_source.record.getText(), "start;stop;");
 }
 
-TEST_F(SeSyncEngineTest, AGeneratorWhoseThreadCannotBeStartedIsNone)
+TEST_F(SeSyncEngineTest, NoGeneratorIsKeptIfItsThreadCannotBeStarted)
 {
     refuseThread(1);
     EXPECT_EQ(failedAssertion([&] { static_cast<void>(_engine->isSyncGenBeating(_source)); }),

@@ -247,7 +247,7 @@ TEST_F(MtAlarmManagerTest, ManagersReachWhatIsHidden)
 
 // ---- times
 
-TEST_F(MtAlarmManagerTest, AnAlarmComesAtItsTimeAndNotBefore)
+TEST_F(MtAlarmManagerTest, AnAlarmIsCalledAtItsTimeAndNotBefore)
 {
     Alarm const alarm = add("alarm", 2.0);
     EXPECT_TRUE(alarm->isRegistered());
@@ -261,7 +261,7 @@ TEST_F(MtAlarmManagerTest, AnAlarmComesAtItsTimeAndNotBefore)
     EXPECT_TRUE(alarm.isUnique());
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmThatIsPutOffAgainAndAgainWakesNobodyBeforeItsFirstMoment)
+TEST_F(MtAlarmManagerTest, AnAlarmThatIsPostponedRepeatedlyDoesNotWakeTheThreadEarly)
 {
     Named callback(_record, "bite");
     Alarm const watchdog = make(callback);
@@ -288,7 +288,7 @@ TEST_F(MtAlarmManagerTest, AnAlarmThatIsPutOffAgainAndAgainWakesNobodyBeforeItsF
     EXPECT_EQ(_record.getText(), "bite;");
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmInThePastComesAtOnce)
+TEST_F(MtAlarmManagerTest, AnAlarmInThePastIsCalledAtOnce)
 {
     passTo(10.0);
     Alarm const alarm = add("past", 3.0);
@@ -297,7 +297,7 @@ TEST_F(MtAlarmManagerTest, AnAlarmInThePastComesAtOnce)
     EXPECT_EQ(alarm->getDuration(), -7.0);
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmOfThisMomentComesAtOnce)
+TEST_F(MtAlarmManagerTest, AnAlarmForNowIsCalledAtOnce)
 {
     Alarm const alarm = add("now", 0.0);
     VirtualTime::awaitAsleep();
@@ -322,7 +322,7 @@ TEST_F(MtAlarmManagerTest, AlarmsOfOneTimeComeInReverseOrderOfRegistration)
     EXPECT_EQ(_record.getText(), "before;third;second;first;");
 }
 
-TEST_F(MtAlarmManagerTest, AHandleThatNobodyHoldsIsDroppedWithoutACall)
+TEST_F(MtAlarmManagerTest, AnUnreferencedHandleIsDroppedWithoutACall)
 {
     Alarm const kept = add("kept", 1.0);
     Alarm dropped = add("dropped", 1.0);
@@ -435,7 +435,7 @@ TEST_F(MtAlarmManagerTest, ASecondRegistrationDoesNothing)
     EXPECT_EQ(_record.getText(), "alarm;");
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmFarAwayComesAllTheSame)
+TEST_F(MtAlarmManagerTest, AnAlarmFarInTheFutureIsCalled)
 {
     constexpr double DAY = 86400.0;
     Alarm const distant = add("far", 100 * DAY);
@@ -447,7 +447,7 @@ TEST_F(MtAlarmManagerTest, AnAlarmFarAwayComesAllTheSame)
     EXPECT_EQ(_record.getText(), "far;");
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmForNeverNeverComes)
+TEST_F(MtAlarmManagerTest, AnAlarmAtInfinityIsNeverCalled)
 {
     Alarm const never = add("never", FOR_EVER);
     Alarm const alarm = add("alarm", 1.0);
@@ -615,7 +615,7 @@ TEST(MtAlarmManager, HasAThreadWithTheUsualStack)
     EXPECT_EQ(lastStackSize, 65536u);
 }
 
-TEST(MtAlarmManager, WithoutAThreadThereIsNone)
+TEST(MtAlarmManager, IsNotCreatedWithoutAThread)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     refuseThread(1);
@@ -652,7 +652,7 @@ TEST_F(MtAlarmManagerTest, ADeregisteredAlarmDoesNotCome)
     EXPECT_FALSE(alarm->hasOccurred());
 }
 
-TEST_F(MtAlarmManagerTest, WhatWasNeverRegisteredIsDeregisteredWithoutEffect)
+TEST_F(MtAlarmManagerTest, DeregisteringAnUnregisteredAlarmHasNoEffect)
 {
     Alarm const alarm = manager().createHandle();
     manager().deregisterAlarm(alarm);
@@ -844,7 +844,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationReturnsThoughOthersAreAlwaysDue)
     EXPECT_EQ(held._nbCalls, 1);
 }
 
-TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAnewIsEndedFromOutsideAllTheSame)
+TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAgainCanBeDeregisteredFromOutside)
 {
     HeldCall held;
     Call call([&](Alarm const &alarm, bool) {
@@ -889,7 +889,7 @@ protected:
     Alarm _alarm = manager().createHandle();
 };
 
-TEST_F(MtRestlessAlarmTest, ComesBeforeLaterOnes)
+TEST_F(MtRestlessAlarmTest, IsCalledBeforeLaterOnes)
 {
     addRestless(999);
     int nbBefore = 0;
@@ -928,7 +928,7 @@ TEST_F(MtRestlessAlarmTest, DoesNotKeepTheManagerFromItsEnd)
 
 // ---- end of the manager
 
-TEST_F(MtAlarmManagerTest, TheManagersEndIsToldToAllThatAreLeft)
+TEST_F(MtAlarmManagerTest, TheManagersEndIsReportedToAllRemainingAlarms)
 {
     Alarm const two = add("two", 2.0);
     Alarm const over = add("over", 0.5);
@@ -971,7 +971,7 @@ TEST_F(MtAlarmManagerTest, ACallAtTheManagersEndMayRegisterAndDeregister)
     EXPECT_FALSE(added->isRegistered());
 }
 
-TEST_F(MtAlarmManagerTest, ACallThatThrowsAtTheManagersEndKeepsNothingFromTheOthers)
+TEST_F(MtAlarmManagerTest, AThrowingCallAtTheManagersEndDoesNotAffectTheOthers)
 {
     Call call([](Alarm const &, bool) { throw std::runtime_error("not now"); });
     Alarm const failing = add(call, 1.0);

@@ -189,7 +189,7 @@ TEST(MtContainer, TryingOnAFullOneLeavesTheElementAlone)
     EXPECT_EQ(*queue.consume(), 2);
 }
 
-TEST(MtContainer, TellsItsObserverOutsideTheLock)
+TEST(MtContainer, CallsItsObserverOutsideTheLock)
 {
     std::string record;
     {
@@ -336,7 +336,7 @@ TEST(MtContainer, AProducerIsWokenWhenThereIsRoomBelowTheCapacityAgain)
     EXPECT_EQ(queue.consume(), 4);
 }
 
-TEST(MtContainer, ATimedConsumerGetsWhatComesInTime)
+TEST(MtContainer, ATimedConsumerGetsAnElementThatArrivesInTime)
 {
     Queue queue("queue");
     int element = 0;
@@ -349,7 +349,7 @@ TEST(MtContainer, ATimedConsumerGetsWhatComesInTime)
     EXPECT_EQ(element, 7);
 }
 
-TEST(MtContainer, NoPulseIsSentWhereNobodyWaits)
+TEST(MtContainer, NoPulseIsSentIfNoThreadWaits)
 {
     Queue queue("queue", 1);
     nbPulses = 0;
@@ -492,7 +492,7 @@ private:
     Runner _second;
 };
 
-TEST(MtContainer, AWokenProducerWhoseElementThrowsPassesItsWakeUpOn)
+TEST(MtContainer, AWokenProducerPassesItsWakeUpOnIfItsElementThrows)
 {
     FragileQueue queue("queue", 1);
     queue.produce(Fragile(1));
@@ -504,7 +504,7 @@ TEST(MtContainer, AWokenProducerWhoseElementThrowsPassesItsWakeUpOn)
     EXPECT_EQ(queue.consume().value, 2);
 }
 
-TEST(MtContainer, AWokenConsumerWhoseElementThrowsPassesItsWakeUpOn)
+TEST(MtContainer, AWokenConsumerPassesItsWakeUpOnIfItsElementThrows)
 {
     FragileQueue queue("queue");
     std::atomic<int> sum{0};
@@ -517,7 +517,7 @@ TEST(MtContainer, AWokenConsumerWhoseElementThrowsPassesItsWakeUpOn)
     EXPECT_TRUE(queue.isEmpty());
 }
 
-TEST(MtContainer, AWokenTimedConsumerWhoseElementThrowsPassesItsWakeUpOn)
+TEST(MtContainer, AWokenTimedConsumerPassesItsWakeUpOnIfItsElementThrows)
 {
     FragileQueue queue("queue");
     std::atomic<int> sum{0};
@@ -563,7 +563,7 @@ TEST(MtContainer, WaitsForADurationOfTheStandardLibrary)
     EXPECT_EQ(element, 7);
 }
 
-TEST(MtContainer, AWaitThatFailsIsCountedNoMore)
+TEST(MtContainer, AFailedWaitIsNoLongerCounted)
 {
     Queue queue("queue", 1);
     answerWait = [](DWORD) { return WAIT_FAILED; };
@@ -618,7 +618,7 @@ TEST(MtContainer, TheConsumersOldElementEndsWithoutTheLock)
     EXPECT_EQ(sizeAtTheEnd, 0U);
 }
 
-TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
+TEST(MtContainer, AThrowingDestructorOfTheConsumersOldElementLosesNothing)
 {
     std::string record;
     struct Witness : EndingQueue::Observer

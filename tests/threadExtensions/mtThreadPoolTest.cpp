@@ -185,7 +185,7 @@ TEST(MtThreadPool, NoThreadsMakeNoCalls)
     EXPECT_EQ(pool.getRounds(0), "");
 }
 
-TEST(MtThreadPool, NobodyRunsBeforeTheStart)
+TEST(MtThreadPool, NoWorkerRunsBeforeTheStart)
 {
     unsigned const nbBefore = MtThreadMgr::getInstance().getNbThreads();
     {
@@ -198,7 +198,7 @@ TEST(MtThreadPool, NobodyRunsBeforeTheStart)
     EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbBefore);
 }
 
-TEST(MtThreadPool, EachWorkerGoesRoundAndRoundAndOnceMoreAfterTheStop)
+TEST(MtThreadPool, EachWorkerRepeatsItsWorkAndRunsOnceMoreAfterTheStop)
 {
     QueuePool pool(1);
     pool.start();
@@ -250,7 +250,7 @@ TEST(MtThreadPool, ASecondStartMakesNoSecondSetOfThreads)
     EXPECT_EQ(pool.getNbStops(), 1);
 }
 
-TEST(MtThreadPool, AStopOfAPoolThatDoesNotRunWakesNobody)
+TEST(MtThreadPool, AStopOfAPoolThatDoesNotRunWakesNoThread)
 {
     QueuePool pool(2);
     pool.stop();
@@ -330,7 +330,7 @@ TEST(MtThreadPool, MayComeAndGoWhileOthersChangeTheGraph)
     other.join();
 }
 
-TEST(MtThreadPool, GoesAltogetherAlsoWhileThePriorityGraphIsInvalid)
+TEST(MtThreadPool, IsDestroyedCompletelyEvenIfThePriorityGraphIsInvalid)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     PriorityMgr &graph = MtPriorityMgr::getInstance();
@@ -358,7 +358,7 @@ public:
     int _told = NOT_SET;
 };
 
-TEST(MtThreadPool, ADerivedOneIsToldItsPriorityIfItAsksForThat)
+TEST(MtThreadPool, ADerivedOneIsNotifiedOfItsPriorityOnRequest)
 {
     ListeningPool pool;
     PriorityRelation relation("disk", RtPriorities::getInstance().getRealTimePriority(),
@@ -369,7 +369,7 @@ TEST(MtThreadPool, ADerivedOneIsToldItsPriorityIfItAsksForThat)
     EXPECT_EQ(pool._told, 1);
 }
 
-TEST(MtThreadPool, AWorkerStandsOnTheProcessorOfItsIndex)
+TEST(MtThreadPool, AWorkerRunsOnTheProcessorOfItsIndex)
 {
     if (!getProcessors().contains(0))
         GTEST_SKIP() << "processor 0 is not ours";
@@ -426,7 +426,7 @@ TEST(MtThreadPool, AWorkerIsNotPlacedWithoutNeed)
     EXPECT_EQ(processor, -1);
 }
 
-TEST(MtThreadPool, WorkersHaveTheStackThatWasAskedFor)
+TEST(MtThreadPool, WorkersHaveTheRequestedStack)
 {
     std::binary_semaphore done(0);
     QueuePool pool(1, "deep", false, 4 * 1024 * 1024);
@@ -683,7 +683,7 @@ TEST(MtTask, MayBeGivenUpWhileItExecutes)
     EXPECT_EQ(nbDestroyed, 1);
 }
 
-TEST(MtTask, WhatTheWorkThrowsComesOut)
+TEST(MtTask, ThrowsWhatTheWorkThrows)
 {
     MtTask task(MtRequestTag(), new Work([] { throw std::runtime_error("disk is full"); }));
     EXPECT_THROW(task.execute(), std::runtime_error);

@@ -292,7 +292,7 @@ TEST_F(MtLoggerTest, ALineLeavesItsStreamAsItWas)
     }
 }
 
-TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
+TEST_F(MtLoggerTest, TextPrintedJustBeforeTheStopIsWritten)
 {
     for (int run = 0; run != 5; ++run) {
         MtLogger::startLogger();
@@ -305,7 +305,7 @@ TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
     EXPECT_EQ(output->getNbOwn(), 0); // the reader writes everything, even what it finds at its end
 }
 
-TEST_F(MtLoggerTest, WithoutALoggerTextComesOutAtOnce)
+TEST_F(MtLoggerTest, WithoutALoggerTextIsWrittenAtOnce)
 {
     ZV_TRACE(*testLevel, "before");
     EXPECT_EQ(output->find("before").size(), 1u);
@@ -431,7 +431,7 @@ TEST_F(MtLoggerTest, AKilledThreadThatTheLoggerForgotIsNoFailure)
     thread->join();
 }
 
-TEST_F(MtLoggerTest, AFullQueueDropsTheNewestAndTheLogSaysHowMuch)
+TEST_F(MtLoggerTest, AFullQueueDropsTheNewestTextAndTheLogReportsHowMuch)
 {
     MtLogger::startLogger();
     output->hold();
@@ -592,7 +592,7 @@ TEST_F(MtLoggerTest, AReportAboutAThreadIsMadeWithoutItsLock)
     stranger.join();
 }
 
-TEST_F(MtLoggerTest, StackReportTellsWhereTheStackLies)
+TEST_F(MtLoggerTest, StackReportHasTheAddressesOfTheStack)
 {
     printThreadStack();
     EXPECT_TRUE(output->find("valueOnStack").empty());

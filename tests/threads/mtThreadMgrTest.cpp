@@ -276,7 +276,7 @@ private:
     MtThreadGroup &_other;
 };
 
-TEST_F(MtThreadMgrTest, GroupsAreToldUnderTheManagersLock)
+TEST_F(MtThreadMgrTest, GroupsAreNotifiedUnderTheManagersLock)
 {
     std::vector<std::pair<int, unsigned>> calls;
     TestGroup other(calls, 1);
@@ -290,7 +290,7 @@ TEST_F(MtThreadMgrTest, GroupsAreToldUnderTheManagersLock)
     manager.removeGroup(&group);
 }
 
-TEST_F(MtThreadMgrTest, TheManagerOfTheProcessTellsItsGroupsNothing)
+TEST_F(MtThreadMgrTest, TheManagerOfTheProcessDoesNotNotifyItsGroups)
 {
     std::vector<std::pair<int, unsigned>> calls;
     TestGroup group(calls, 1);
@@ -333,7 +333,7 @@ TEST_F(MtThreadMgrTest, AStrangerIsLookedForAmongThreadsThatReportNothing)
     manager.removeThread(&reporting);
 }
 
-TEST_F(MtThreadMgrTest, TheMainThreadHasItsOwnLevelBackWhenNothingIsAskedOfIt)
+TEST_F(MtThreadMgrTest, TheMainThreadReturnsToItsLevelWithoutRequests)
 {
     MtThread &main = *MtThreadMgr::findCurrentThread();
     auto const dump = [&main] {
@@ -400,7 +400,7 @@ TEST_F(MtThreadMgrTest, DestructionWithAGroupFailsTheAssertion)
     EXPECT_EQ(failedAssertion([&] { delete other; }), "_groups.size() == 0");
 }
 
-TEST_F(MtThreadMgrTest, AThreadThatTheLibraryDidNotMakeIsNobody)
+TEST_F(MtThreadMgrTest, FindsNoObjectForAThreadOfTheApplication)
 {
     MtThread *found = &*ObjPtr<MtThread>(makeWaitingThread()); // any pointer that is not null
     std::thread([&] { found = MtThreadMgr::findCurrentThread(); }).join();
@@ -441,7 +441,7 @@ TEST_F(MtThreadMgrTest, GroupsHearOfANewNumberOfProcessorsOnce)
     manager.removeGroup(&a);
 }
 
-TEST_F(MtThreadMgrTest, TheManagerOfTheProcessKnowsItsProcessorsAndTellsNoGroup)
+TEST_F(MtThreadMgrTest, TheManagerOfTheProcessHasItsProcessorsAndNotifiesNoGroup)
 {
     MtThreadMgr &process = MtThreadMgr::getInstance();
     unsigned const nbProcessors = process.getNbProcessors();
@@ -458,7 +458,7 @@ TEST_F(MtThreadMgrTest, TheManagerOfTheProcessKnowsItsProcessorsAndTellsNoGroup)
 
 // ---- real time
 
-TEST_F(MtThreadMgrTest, ApplicationSaysWhatItWants)
+TEST_F(MtThreadMgrTest, TheApplicationRequestsRealTime)
 {
     TestMgr::setParam(MtThreadMgr::REAL_TIME_NOT_STATED);
     MtThreadMgr::indicateAppIsRealTime(false);
@@ -490,7 +490,7 @@ TEST_F(MtThreadMgrTest, RealTimeIsEnabledOnceAndDisabledOnce)
     EXPECT_FALSE(manager.isRealTime());
 }
 
-TEST_F(MtThreadMgrTest, ARefusalIsDroppedWhereRealTimeIsMerelyWanted)
+TEST_F(MtThreadMgrTest, ARefusalIsIgnoredIfRealTimeIsOnlyWanted)
 {
     TestMgr::setParam(MtThreadMgr::REAL_TIME_WANTED);
     manager.isRefused = true;
@@ -500,7 +500,7 @@ TEST_F(MtThreadMgrTest, ARefusalIsDroppedWhereRealTimeIsMerelyWanted)
     EXPECT_EQ(manager.nbEnabled, 2);
 }
 
-TEST_F(MtThreadMgrTest, ARefusalIsThrownWhereRealTimeIsRequired)
+TEST_F(MtThreadMgrTest, ARefusalIsThrownIfRealTimeIsRequired)
 {
     TestMgr::setParam(MtThreadMgr::REAL_TIME_REQUIRED);
     manager.isRefused = true;

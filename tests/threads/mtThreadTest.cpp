@@ -214,7 +214,7 @@ TEST_F(MtThreadTest, ManyMayJoinOneThread)
     }
 }
 
-TEST_F(MtThreadTest, AJoinThatComesLateLeavesTheNextRunAlone)
+TEST_F(MtThreadTest, ALateJoinDoesNotAffectTheNextRun)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     std::atomic<bool> isOver = false;
@@ -246,7 +246,7 @@ public:
     std::function<void(MtThread *)> onStop = [this](MtThread *) { go.release(); };
 };
 
-TEST_F(MtThreadTest, AJoinThatComesBackAfterARestartLeavesTheNewRunAlone)
+TEST_F(MtThreadTest, AJoinThatReturnsAfterARestartDoesNotAffectTheNewRun)
 {
     auto * const protocol = new StopCalling;
     ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
@@ -407,7 +407,7 @@ TEST_F(MtThreadTest, QuestionsAboutCancellingNeedARunningThread)
     thread->testCancel();
 }
 
-TEST_F(MtThreadTest, AThreadWhoseBodyHasEndedIsNotCancelable)
+TEST_F(MtThreadTest, AThreadIsNotCancelableAfterItsBody)
 {
     ObjPtr<MtThread> const thread =
         makeThread("ended", [](TestProtocol &, MtThread *self) { self->enableCancel(); });
@@ -446,7 +446,7 @@ private:
     std::vector<std::string> &_calls;
 };
 
-TEST_F(MtThreadTest, CancelKillsAThreadThatEnabledItAndTellsTheProtocol)
+TEST_F(MtThreadTest, CancelKillsAThreadThatEnabledItAndNotifiesTheProtocol)
 {
     std::vector<std::string> calls;
     auto * const protocol = new CanceledProtocol(calls);
@@ -565,7 +565,7 @@ private:
     }
 };
 
-TEST_F(MtThreadTest, StoppingAndCancelingAreToldUnderTheThreadsLock)
+TEST_F(MtThreadTest, StoppingAndCancelingAreNotifiedUnderTheThreadsLock)
 {
     auto * const protocol = new LockedProtocol;
     ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
@@ -610,7 +610,7 @@ public:
     void performAttach(MtThread *) override { throw std::runtime_error("no"); }
 };
 
-TEST_F(MtThreadTest, ThreadWhoseProtocolDoesNotAttachIsNeitherMadeNorRegistered)
+TEST_F(MtThreadTest, ThreadIsNeitherMadeNorRegisteredIfItsProtocolFailsToAttach)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     EXPECT_THROW(MtThreadFactory::getInstance()
@@ -627,7 +627,7 @@ public:
     void performDetach(MtThread *) override { throw std::runtime_error("no"); }
 };
 
-TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToDetachIsUnregisteredAllTheSame)
+TEST_F(MtThreadTest, ThreadIsUnregisteredEvenIfItsProtocolFailsToDetach)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
@@ -667,7 +667,7 @@ private:
     bool &_isDetached;
 };
 
-TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToStopIsWaitedForAllTheSame)
+TEST_F(MtThreadTest, ThreadIsWaitedForEvenIfItsProtocolFailsToStop)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     bool hasEnded = false, isDetached = false;
@@ -1061,12 +1061,12 @@ TEST_F(ThreadEndsDeathTest, AnExceptionThatLeavesTheBodyEndsTheProcess)
         aborted(), "lost");
 }
 
-TEST_F(ThreadEndsDeathTest, AStoredExceptionEndsTheProcessWhereTheThreadSaysSo)
+TEST_F(ThreadEndsDeathTest, AStoredExceptionEndsTheProcessAtTheEndOfTheThread)
 {
     EXPECT_EXIT(joinWithAStoredException(), aborted(), "");
 }
 
-TEST_F(ThreadEndsDeathTest, TheTraceTellsOfAStoredException)
+TEST_F(ThreadEndsDeathTest, TheTraceReportsAStoredException)
 {
     EXPECT_EXIT(
         {
@@ -1076,7 +1076,7 @@ TEST_F(ThreadEndsDeathTest, TheTraceTellsOfAStoredException)
         aborted(), "Terminating on unhandled exception\\.\n");
 }
 
-TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsComeOut)
+TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsAreWritten)
 {
     EXPECT_EXIT(
         {

@@ -199,7 +199,7 @@ TEST_F(ThreadRefused, ProcessorNumbersShiftABitModulo32)
     EXPECT_EQ(asked, process);
 }
 
-TEST_F(ThreadRefused, ThreadWhoseLevelCannotBeSetRunsAllTheSame)
+TEST_F(ThreadRefused, ThreadRunsEvenIfItsLevelCannotBeSet)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     refuse("SetThreadPriority");
@@ -311,7 +311,7 @@ public:
     bool isDeaf = false;
 };
 
-TEST_F(ThreadRefused, LevelThatIsToldOnceMoreMakesNoCall)
+TEST_F(ThreadRefused, AnUnchangedLevelMakesNoCall)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     thread->start();
@@ -400,7 +400,7 @@ TEST_F(ThreadRefused, RealTimeThatFailsForAnotherReasonThanPrivilegeIsAnAssertio
     EXPECT_FALSE(manager.isRealTime());
 }
 
-TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsDroppedWhereItIsNotRequired)
+TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsIgnoredIfItIsNotRequired)
 {
     MtThreadMgr &manager = MtThreadMgr::getInstance();
     refuse("SetPriorityClass", 1, ERROR_PRIVILEGE_NOT_HELD);
@@ -408,7 +408,7 @@ TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsDroppedWhereItIsNotRequired)
     EXPECT_FALSE(manager.isRealTime());
 }
 
-TEST_F(ThreadRefused, RealTimeOfWhichTheSystemGivesLessIsNone)
+TEST_F(ThreadRefused, RealTimeIsOffIfTheSystemGrantsLess)
 {
     MtThreadMgr &manager = MtThreadMgr::getInstance();
     pretend("SetPriorityClass");

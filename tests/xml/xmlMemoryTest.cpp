@@ -41,7 +41,7 @@ char const text[] =
     "it'>"
     "text<b><c z='2'>more text, so that it is no short one</c></b><![CDATA[raw]]></a>";
 
-TEST(XmlMemory, ATextGivesBackWhatItTook)
+TEST(XmlMemory, ATextFreesAllItsMemory)
 {
     Zv::LiString const longText("long"), longerText("longer");
     ReleaseCount const releases;

@@ -51,7 +51,7 @@ TEST(XmlParser, AVersionIsOneOrMoreOfItsBytesBetweenEqualQuotes)
     EXPECT_EQ(toldOf("<?xml version='&#49;'?><a/>"), LEXICAL);
 }
 
-TEST(XmlParser, OnlyCommentsStandBeforeTheDeclaration)
+TEST(XmlParser, OnlyCommentsAreAllowedBeforeTheDeclaration)
 {
     EXPECT_EQ(toldOf("<!-- x --><?xml version='1.0'?><a/>"), "declaration[1.0] begin[a] emptyEnd ");
     EXPECT_EQ(toldOf(" <?xml version='1.0'?><a/>"), SYNTAX);
@@ -94,7 +94,7 @@ TEST(XmlParser, ADoctypeHasANameAndNothingElse)
     EXPECT_EQ(toldOf("<a/><!DOCTYPE a>"), "begin[a] emptyEnd Syntax error.");
 }
 
-TEST(XmlParser, WhiteSpaceAndCommentsStandBetweenThePartsOfADocument)
+TEST(XmlParser, WhiteSpaceAndCommentsAreAllowedBetweenThePartsOfADocument)
 {
     EXPECT_EQ(
         toldOf("<?xml version='1.0'?> <!-- x -->\n<!-- y -->\t<!DOCTYPE a>\r\n<!-- z --> <a/> "
@@ -105,7 +105,7 @@ TEST(XmlParser, WhiteSpaceAndCommentsStandBetweenThePartsOfADocument)
     EXPECT_EQ(toldOf("\f<a/>"), SYNTAX);
 }
 
-TEST(XmlParser, NothingElseStandsOutsideTheRoot)
+TEST(XmlParser, NothingElseIsAllowedOutsideTheRoot)
 {
     EXPECT_EQ(toldOf(""), SYNTAX);
     EXPECT_EQ(toldOf(" \n"), SYNTAX);
@@ -161,7 +161,7 @@ TEST(XmlParser, ACommentSplitsAText)
 
 // Tags
 
-TEST(XmlParser, AStartTagIsToldWithItsAttributesInOrder)
+TEST(XmlParser, AStartTagIsReportedWithItsAttributesInOrder)
 {
     EXPECT_EQ(toldOf("<a c='1' b=\"2\" c='3'></a>"), "begin[a] c=[1] b=[2] c=[3] tagEnd close[a] ");
     EXPECT_EQ(toldOf("<a b=''/>"), "begin[a] b=[] emptyEnd ");
@@ -176,7 +176,7 @@ TEST(XmlParser, WhiteSpaceSeparatesAttributes)
     EXPECT_EQ(toldOf("<a b='1''c'/>"), "begin[a] b=[1] Syntax error.");
 }
 
-TEST(XmlParser, NoWhiteSpaceStandsBeforeTheNameOfATag)
+TEST(XmlParser, NoWhiteSpaceIsAllowedBeforeTheNameOfATag)
 {
     EXPECT_EQ(toldOf("< a/>"), SYNTAX);
     EXPECT_EQ(toldOf("<a></ a>"), "begin[a] tagEnd Syntax error.");
@@ -252,7 +252,7 @@ TEST(XmlParser, NamesOfStartAndEndTagsAreNotCompared)
     EXPECT_EQ(toldOf("<a><b></c></d>"), "begin[a] tagEnd begin[b] tagEnd close[c] close[d] ");
 }
 
-TEST(XmlParser, ManyNamesAreToldAsTheyStand)
+TEST(XmlParser, ManyNamesAreReportedUnchanged)
 {
     std::string text = "<r>";
     std::string told = "begin[r] tagEnd ";
@@ -298,7 +298,7 @@ TEST(XmlParser, AValueHoldsAnyOtherByte)
 
 // Text and references
 
-TEST(XmlParser, ATextWithReferencesComesInPieces)
+TEST(XmlParser, ATextWithReferencesIsPassedInPieces)
 {
     EXPECT_EQ(toldOf("<a>x&amp;y</a>"), "begin[a] tagEnd text[x] text[&] text[y] close[a] ");
     EXPECT_EQ(toldOf("<a>&lt;&gt;&apos;&quot;&#65;&#x42;</a>"),
@@ -336,7 +336,7 @@ TEST(XmlParser, ATextIsCutBeforeTheBracketOfACdataEnd)
     EXPECT_EQ(toldOf("<a>x]"), "begin[a] tagEnd text[x]] Syntax error.");
 }
 
-TEST(XmlParser, ACdataEndWhereATokenStartsIsASyntaxError)
+TEST(XmlParser, ACdataEndAtTheStartOfATokenIsASyntaxError)
 {
     EXPECT_EQ(toldOf("<a>]]></a>"), "begin[a] tagEnd Syntax error.");
     EXPECT_EQ(toldOf("<a><b/>]]></a>"), "begin[a] tagEnd begin[b] emptyEnd Syntax error.");
@@ -367,7 +367,7 @@ TEST(XmlParser, NumericReferencesReachTo255)
     EXPECT_EQ(toldOf("<a>&#x10000000000000041;</a>"), "begin[a] tagEnd Lexical error.");
 }
 
-TEST(XmlParser, WhatIsNoReferenceIsALexicalError)
+TEST(XmlParser, AnInvalidReferenceIsALexicalError)
 {
     for (char const *text :
          {"&",    "&;",     "& ",    "&lt",     "&lt ;",   "&Lt;",  "&l;",   "&gt",    "&amp",
@@ -381,7 +381,7 @@ TEST(XmlParser, WhatIsNoReferenceIsALexicalError)
     }
 }
 
-TEST(XmlParser, AnOpeningBracketInAValueIsALexicalErrorWhateverFollows)
+TEST(XmlParser, AnOpeningBracketInAValueIsALexicalErrorBeforeAnyText)
 {
     for (char const *text : {"<", "x<y", "<amp;", "x<lt;y", "<#65;", "&amp;<amp;"})
         EXPECT_EQ(toldOf("<a b='" + std::string(text) + "'/>"), "begin[a] Lexical error.") << text;
@@ -389,7 +389,7 @@ TEST(XmlParser, AnOpeningBracketInAValueIsALexicalErrorWhateverFollows)
 
 // CDATA sections
 
-TEST(XmlParser, ACdataSectionIsToldAsItStands)
+TEST(XmlParser, ACdataSectionIsPassedUnchanged)
 {
     EXPECT_EQ(toldOf("<a><![CDATA[<b>]]></a>"), "begin[a] tagEnd cdata[<b>] close[a] ");
     EXPECT_EQ(toldOf("<a><![CDATA[]]></a>"), "begin[a] tagEnd cdata[] close[a] ");
@@ -677,7 +677,7 @@ TEST(XmlParser, ThreadsThatAreInTheMidstOfATextDoNotMeet)
     EXPECT_EQ(second.told, "begin[x] y=[z] tagEnd text[t] close[x] ");
 }
 
-TEST(XmlParser, WhatAProtocolThrowsComesOut)
+TEST(XmlParser, ThrowsWhatAProtocolThrows)
 {
     struct Refusing : Recorder
     {
@@ -690,7 +690,7 @@ TEST(XmlParser, WhatAProtocolThrowsComesOut)
     EXPECT_EQ(toldOf("<a/>"), "begin[a] emptyEnd ") << "nothing is left behind";
 }
 
-TEST(XmlParser, ACallComesBeforeAnythingBehindItIsLookedAt)
+TEST(XmlParser, ACallIsMadeBeforeTheTextBehindItIsRead)
 {
     EXPECT_EQ(toldOf("<?xml version='1.0'?>&"), "declaration[1.0] Lexical error.");
     EXPECT_EQ(toldOf("<!DOCTYPE a>&"), "type[a] Lexical error.");

@@ -106,7 +106,7 @@ TEST_F(XmlStreamerTest, NumbersHaveTheFormatOfTheStream)
     EXPECT_EQ(written(), "i=\"ff\" d=\"0.667\" ");
 }
 
-TEST_F(XmlStreamerTest, NumbersAreWrittenWhateverLocaleTheStreamHas)
+TEST_F(XmlStreamerTest, NumbersAreWrittenIndependentlyOfTheStreamsLocale)
 {
     GroupingLocale const locale;
     stream.imbue(std::locale());
@@ -145,7 +145,7 @@ TEST_F(XmlStreamerTest, ADocumentHasOneRoot)
     EXPECT_EQ(&stream, &streamer.getDocument().getOutput());
 }
 
-TEST_F(XmlStreamerTest, TextIsWrittenAsItStands)
+TEST_F(XmlStreamerTest, TextIsWrittenUnchanged)
 {
     {
         Guard a(streamer, "a");
@@ -172,7 +172,7 @@ TEST_F(XmlStreamerTest, TheLastBracketOfACdataSectionIsTheCallers)
         << "the section must have its end";
 }
 
-TEST_F(XmlStreamerTest, AClientsOwnGuardMayStandForANode)
+TEST_F(XmlStreamerTest, AClientsOwnGuardMayRepresentANode)
 {
     EXPECT_FALSE(streamer.getDocument().hasContent());
     streamer.getDocument().setContent();
@@ -209,7 +209,7 @@ TEST(XmlStreamer, ErrorsOfTheStreamAreNotLookedAt)
     EXPECT_TRUE(stream.bad());
 }
 
-TEST(XmlStreamer, WhatTheStreamThrowsPassesThroughWhereverItComes)
+TEST(XmlStreamer, ThrowsWhatTheStreamThrowsAtAnyCall)
 {
     XmlDocument const document("<a x='1'><b c='d'><e/></b><b/></a>");
     std::ostringstream whole;
@@ -342,7 +342,7 @@ TEST(XmlWriter, WritesNumbersOfAllKinds)
               "u=\"4294967295\"\n    us=\"65535\"\n    empty=\"\"");
 }
 
-TEST(XmlWriter, WritesNumbersWhateverLocaleTheProgramHas)
+TEST(XmlWriter, WritesNumbersIndependentlyOfTheLocale)
 {
     GroupingLocale const locale;
     XmlWriter writer;

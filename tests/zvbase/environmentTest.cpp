@@ -26,7 +26,7 @@ namespace {
 
 // ---- environment
 
-TEST(EnvIntVar, HasItsDefaultWhereNothingIsSet)
+TEST(EnvIntVar, HasItsDefaultIfNotSet)
 {
     setVariable("ZV_TEST_VARIABLE", nullptr);
     EnvIntVar const variable("ZV_TEST_VARIABLE", 12);
@@ -34,7 +34,7 @@ TEST(EnvIntVar, HasItsDefaultWhereNothingIsSet)
     EXPECT_STREQ(variable.getName(), "ZV_TEST_VARIABLE");
 }
 
-TEST(EnvIntVar, ReadsAgainOnlyWhenTold)
+TEST(EnvIntVar, ReadsAgainOnlyOnRequest)
 {
     EnvVar::putEnv("ZV_TEST_VARIABLE=5");
     EnvIntVar variable("ZV_TEST_VARIABLE", 0);
@@ -72,7 +72,7 @@ TEST(EnvIntVar, NonsenseGivesTheDefault)
         EXPECT_EQ(readInt(text), 77) << '"' << text << '"';
 }
 
-TEST(EnvVar, PutsWhatStandsBehindTheFirstSign)
+TEST(EnvVar, PutsTheTextBehindTheFirstEqualSign)
 {
     EnvVar::putEnv("ZV_TEST_VARIABLE=a=b");
     EXPECT_EQ(EnvVar::getEnv("ZV_TEST_VARIABLE"), "a=b");
@@ -158,7 +158,7 @@ TEST(DbgBuildInfo, IsListedAndReplacedByTheNextOfItsLibrary)
     EXPECT_TRUE(list.str().ends_with(paragraph("libA", 3) + paragraph("libB", 2))) << list.str();
 }
 
-TEST(DbgBuildInfo, AnOwnerOfNothingIsRefusedWhateverIsListed)
+TEST(DbgBuildInfo, ANullRecordIsRefused)
 {
     EXPECT_THROW(DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>()), RCEx::ExNullPtr);
     DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libC", 1)));
@@ -231,7 +231,7 @@ TEST(RnNumRecUniformRng, IsUniform)
     EXPECT_LT(chiSquare, 43.8) << "19 degrees of freedom: beyond one in a thousand";
 }
 
-TEST(RnNumRecUniformRng, ACopyGoesOnWithTheSameRow)
+TEST(RnNumRecUniformRng, ACopyContinuesWithTheSameSequence)
 {
     RnNumRecUniformRng first(7);
     first.eval();

@@ -82,7 +82,7 @@ protected:
     Package<3> _c{"c"};
 };
 
-TEST_F(InPackage, ComesUpAfterWhatItNeedsAndGoesDownBefore)
+TEST_F(InPackage, StartsAfterItsDependenciesAndEndsBeforeThem)
 {
     _a.needs<3>().needs<2>();
     _b.needs<3>();
@@ -94,7 +94,7 @@ TEST_F(InPackage, ComesUpAfterWhatItNeedsAndGoesDownBefore)
     EXPECT_EQ(steps, (Steps{"-a", "down a", "-b", "down b", "-c", "down c"}));
 }
 
-TEST_F(InPackage, KeepsTheOrderOfRegistrationWhereNothingElseIsSaid)
+TEST_F(InPackage, KeepsTheOrderOfRegistrationWithoutDependencies)
 {
     InPackageRun run(all());
     EXPECT_EQ(run.getOrder(), all());
@@ -139,7 +139,7 @@ TEST_F(InPackage, AMissingPackageIsNamed)
                                  "Zv::(anonymous namespace)::Package<4>.");
 }
 
-TEST_F(InPackage, WhatWasUpGoesDownWhenOneFails)
+TEST_F(InPackage, StartedPackagesAreShutDownIfOneFails)
 {
     failing = "+c";
     InPackageRun run(all());
@@ -161,7 +161,7 @@ TEST_F(InPackage, TheFirstFailureIsTheOneToTell)
     EXPECT_EQ(steps.back(), "down a");
 }
 
-TEST_F(InPackage, AFailureOnTheWayDownStopsNobody)
+TEST_F(InPackage, AFailureOnTheWayDownDoesNotStopTheOtherPackages)
 {
     InPackageRun run(all());
     run.bringUp();
@@ -174,7 +174,7 @@ TEST_F(InPackage, AFailureOnTheWayDownStopsNobody)
     EXPECT_TRUE(steps.empty()) << "no package is up";
 }
 
-TEST_F(InPackage, ComesUpAgain)
+TEST_F(InPackage, CanStartAgain)
 {
     InPackageRun run({&_a});
     run.bringUp();
@@ -257,7 +257,7 @@ private:
     InPackageInit &_package;
 };
 
-TEST_F(InPackage, AVariableThatGoesMayRemoveOthersAndItself)
+TEST_F(InPackage, AVariableThatIsDestroyedMayRemoveOthersAndItself)
 {
     Restless x("x", _a);
     Restless y("y", _a);
@@ -278,7 +278,7 @@ TEST_F(InPackage, AVariableThatGoesMayRemoveOthersAndItself)
     run.takeDown();
 }
 
-TEST_F(InPackage, AVariableThatComesMayAddAndRemoveOthersAndItself)
+TEST_F(InPackage, AnInitialisingVariableMayAddAndRemoveOthersAndItself)
 {
     Restless x("x", _a);
     Restless y("y", _a);
@@ -446,7 +446,7 @@ TEST(InPackageScope, AScopeWithinAStepOfAPackageRunsNothing)
                                   "(0)");
 }
 
-TEST(InPackageScope, AScopeThatAStepLeavesOpenKeepsThePackagesUp)
+TEST(InPackageScope, AScopeThatAStepLeavesOpenKeepsThePackagesRunning)
 {
     EXPECT_EQ(runChild("left"), "+late\nup late\n"
                                 "the outer scope is closed\n"
@@ -471,7 +471,7 @@ TEST(InPackageScope, AFailingPackageLeavesNoScope)
     EXPECT_EQ(runChild("failing"), "+late\nfailed: +late\nno scope\n(0)");
 }
 
-TEST(InPackageScope, APackageThatFailsGoingDownEndsInAnException)
+TEST(InPackageScope, AFailureOnTheWayDownIsThrown)
 {
     std::string output = runChild("down");
     // The failure of the second scope, which an exception ends, is only traced.

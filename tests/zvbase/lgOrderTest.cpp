@@ -91,7 +91,7 @@ TEST(LogOrder, ALaterLineWaitsForTheOneThatIsBeingEnded)
     EXPECT_EQ(log.getLines(), (Lines{"first\n", "second\n"}));
 }
 
-TEST(LogOrder, AThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
+TEST(LogOrder, AThreadThatWasKilledWhileItEndedALineBlocksNoOther)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -131,7 +131,7 @@ TEST(LogOrder, AThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
     EXPECT_EQ(log.getLines(), (Lines{"second\n", "first\n"}));
 }
 
-TEST(LogOrder, ALineThatIsBeingEndedWhenTheLoggerStopsComesOut)
+TEST(LogOrder, ALineThatIsBeingEndedWhenTheLoggerStopsIsWritten)
 {
     CapturedLog const log;
     TestLogger logger;

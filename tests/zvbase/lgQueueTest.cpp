@@ -84,7 +84,7 @@ TEST(LgQueue, TextsSurviveTheSeamOfTheRing)
     EXPECT_EQ(log.getLines(), written);
 }
 
-TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
+TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogReportsHowMuch)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -106,7 +106,7 @@ TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
     EXPECT_EQ(lines.back(), "later\n");
 }
 
-TEST(LgQueue, EachLossIsToldOnce)
+TEST(LgQueue, EachLossIsReportedOnce)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -118,7 +118,7 @@ TEST(LgQueue, EachLossIsToldOnce)
     }
 }
 
-TEST(LgQueue, AnEmptyTextIsALineWhateverStoodInItsPlaceBefore)
+TEST(LgQueue, AnEmptyTextIsALineInAReusedPlace)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -155,7 +155,7 @@ private:
     int &_nbGone;
 };
 
-TEST(LgQueue, AnObserverGoesWhileOthersMayRead)
+TEST(LgQueue, AnObserverCanBeRemovedWhileOthersRead)
 {
     int nbGone = 0;
     {
@@ -167,7 +167,7 @@ TEST(LgQueue, AnObserverGoesWhileOthersMayRead)
     EXPECT_EQ(nbGone, 2);
 }
 
-TEST(LgQueue, ALossIsToldBeforeTheLineThatFollowsIt)
+TEST(LgQueue, ALossIsReportedBeforeTheNextLine)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -242,7 +242,7 @@ TEST(LgQueue, TheReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
     EXPECT_EQ(log.getLines(), (Lines{"last words\n"}));
 }
 
-TEST(LgQueue, TheLossesOfAnEndedThreadAreTold)
+TEST(LgQueue, TheLossesOfAnEndedThreadAreReported)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -409,7 +409,7 @@ public:
     void wait(LgQueue &, unsigned) override {}
 };
 
-TEST_F(BlockingTrace, ALineIsDroppedWhereWaitingMadeNoRoom)
+TEST_F(BlockingTrace, ALineIsDroppedIfWaitingMadeNoRoom)
 {
     LgTrace::print("first");
     LgQueue &queue = *TestLogger::getThreadQueue();
@@ -423,7 +423,7 @@ TEST_F(BlockingTrace, ALineIsDroppedWhereWaitingMadeNoRoom)
     EXPECT_EQ(queue.getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-TEST_F(BlockingTrace, NobodyWaitsOnceTheLoggerIsStopping)
+TEST_F(BlockingTrace, NoThreadWaitsOnceTheLoggerIsStopping)
 {
     fillQueue();
     LgLog::setLoggerActive(false);

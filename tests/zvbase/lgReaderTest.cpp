@@ -325,7 +325,7 @@ TEST(LgReader, UnderLoadThreadsKeepTheirOrderAndTheLogItsTime)
     }
 }
 
-TEST(LgReader, NothingIsLostWhenTheLoggerStopsInTheMiddle)
+TEST(LgReader, NoLineIsLostIfTheLoggerStopsDuringAFlush)
 {
     constexpr int LINES = 200; // as many fit a queue
     for (int round = 0; round < 20; ++round) {

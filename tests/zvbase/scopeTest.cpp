@@ -217,7 +217,7 @@ TEST(FirstFailure, OfADestructorIsDroppedWhileUnwinding)
     EXPECT_EQ(WhileUnwinding::run([&] { failure.rethrow(before); }), "nothing");
 }
 
-TEST(FirstFailure, OfAFunctionIsThrownAlsoWhileUnwinding)
+TEST(FirstFailure, OfAFunctionIsThrownEvenWhileUnwinding)
 {
     FirstFailure failure;
     failure.attempt([] { fail("kept"); });

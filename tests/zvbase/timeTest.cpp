@@ -37,7 +37,7 @@ TEST(Rational, IsZeroByDefaultAndInLowestTerms)
     EXPECT_DOUBLE_EQ(Rational(-1, 4).getDouble(), -0.25);
 }
 
-TEST(Rational, BearsItsSignAbove)
+TEST(Rational, HasItsSignInTheNumerator)
 {
     EXPECT_EQ(Rational(1, -2), Rational(-1, 2));
     EXPECT_EQ(Rational(-1, -2), Rational(1, 2));
@@ -116,7 +116,7 @@ TEST(DtTime, ComparesExactlyAtTheEndsOfItsRange)
     EXPECT_EQ(DtTime(LARGEST, Rational(LARGEST, 1)), DtTime(1, Rational(1, 1)));
 }
 
-TEST(DtTime, RefusesARateThatIsNone)
+TEST(DtTime, RefusesAnInvalidRate)
 {
     CapturedLog const log;
     EXPECT_THROW(DtTime(1, Rational()), AssertionFailed);
@@ -141,7 +141,7 @@ TEST(DtTimeMark, IsAValue)
 
 // ---- the clock
 
-TEST(Sleeper, IsOneAndNeverGoesBack)
+TEST(Sleeper, IsMonotonic)
 {
     Sleeper &sleeper = Sleeper::getInstance();
     EXPECT_EQ(&Sleeper::getInstance(), &sleeper);
@@ -155,7 +155,7 @@ TEST(Sleeper, IsOneAndNeverGoesBack)
     EXPECT_LE(sleeper.getResolution(), 1e-6);
 }
 
-TEST(Sleeper, SleepsNoShorterThanTold)
+TEST(Sleeper, SleepsAtLeastTheGivenTime)
 {
     Sleeper &sleeper = Sleeper::getInstance();
     double const before = sleeper.getTime();
@@ -185,7 +185,7 @@ TEST(PeriodicTimer, ClampsItsIntervalToTheResolution)
     EXPECT_EQ(timer->setInterval(2), 2.0);
 }
 
-TEST(PeriodicTimer, TheFirstBeatIsNumberOneAndComesOneIntervalLater)
+TEST(PeriodicTimer, TheFirstBeatIsNumberOneAndOneIntervalLater)
 {
     double const before = Sleeper::getInstance().getTime();
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.02));
@@ -211,7 +211,7 @@ TEST(PeriodicTimer, NoBeatIsEarlyAndNoneIsLostInTheCount)
     EXPECT_GE(static_cast<double>(timer->getCurrentCount() + 1) * INTERVAL, elapsed);
 }
 
-TEST(PeriodicTimer, BeatsThatNobodyWaitedForStayInTheCount)
+TEST(PeriodicTimer, BeatsWithoutAWaiterAreCounted)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     while (timer->getCurrentCount() < 5)
@@ -233,7 +233,7 @@ TEST(PeriodicTimer, ResetBeginsAnew)
     EXPECT_GE(timer->wait(), 1U);
 }
 
-TEST(PeriodicTimer, ANewIntervalBeginsNowAndTheCountGoesOn)
+TEST(PeriodicTimer, ANewIntervalBeginsNowAndTheCountContinues)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     unsigned long const count = timer->wait();
