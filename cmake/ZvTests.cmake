@@ -39,6 +39,17 @@ else()
     endfunction()
 endif()
 
+# WRAPPED becomes the list of functions in the folder's file wrapped.txt.
+function(zv_read_wrapped folder wrapped)
+    set(functions "")
+    if(EXISTS ${folder}/wrapped.txt)
+        file(STRINGS ${folder}/wrapped.txt functions)
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${folder}/wrapped.txt)
+    endif()
+    set(${wrapped} "${functions}" PARENT_SCOPE)
+endfunction()
+
+# Gives a target the includes, libraries and definitions of all tests.
 function(zv_compile_as_test target)
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
     target_link_libraries(${target} PRIVATE zv_compile GTest::gtest GTest::gmock Threads::Threads
@@ -56,11 +67,7 @@ function(zv_add_test_program folder)
     if(NOT arg_BASE_ONLY)
         list(APPEND objects $<TARGET_OBJECTS:zvresmgt_objects>)
     endif()
-    set(wrapped "")
-    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/wrapped.txt)
-        file(STRINGS ${folder}/wrapped.txt wrapped)
-        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${folder}/wrapped.txt)
-    endif()
+    zv_read_wrapped(${CMAKE_CURRENT_SOURCE_DIR}/${folder} wrapped)
 
     zv_link_test_program(${name} compiled SOURCES ${sources} OBJECTS ${objects} WRAPPED ${wrapped})
     if(arg_ALLOCATIONS)
