@@ -1,8 +1,8 @@
 #include "resmgt/threadExtensions/mtContainer.imp.h"
 
 #include "platform/services.h"
-#include "testing/asleep.h"
 #include "testing/failures.h"
+#include "testing/watchedThread.h"
 #include "virtualTime.h"
 #include "zvbase/assertions.h"
 #include "zvbase/containers.h"
@@ -94,35 +94,6 @@ private:
     }
 
     std::string &_record;
-};
-
-/// Thread that a test can see asleep.
-class Runner
-{
-public:
-    template <class Action>
-    explicit Runner(Action action)
-        : _thread([this, action] {
-              _number.store(threadNumber());
-              action();
-          })
-    {}
-    ~Runner() { join(); }
-    void waitUntilAsleep() const
-    {
-        while (!_number.load())
-            std::this_thread::yield();
-        waitUntilAsleep(_number.load());
-    }
-    void join()
-    {
-        if (_thread.joinable())
-            _thread.join();
-    }
-
-private:
-    std::atomic<long> _number{0};
-    std::thread _thread;
 };
 
 TEST(MtContainer, HandsElementsOverInOrder)
@@ -261,7 +232,7 @@ TEST(MtContainer, AConsumerWaitsForAnElement)
 {
     Queue queue("queue");
     std::atomic<int> got{0};
-    Runner consumer([&] { got = queue.consume(); });
+    Watched consumer([&] { got = queue.consume(); });
     consumer.waitUntilAsleep();
     EXPECT_EQ(got, 0);
     queue.produce(7);
@@ -274,7 +245,7 @@ TEST(MtContainer, AProducerWaitsForRoom)
     Queue queue("queue", 1);
     queue.produce(1);
     std::atomic<bool> produced{false};
-    Runner producer([&] {
+    Watched producer([&] {
         queue.produce(2);
         produced = true;
     });
@@ -309,7 +280,7 @@ TEST(MtContainer, AnAdmittedElementWakesAConsumer)
 {
     Queue queue("queue", 1);
     std::atomic<int> got{0};
-    Runner consumer([&] { got = queue.consume(); });
+    Watched consumer([&] { got = queue.consume(); });
     consumer.waitUntilAsleep();
     queue.admit(7);
     consumer.join();
@@ -323,7 +294,7 @@ TEST(MtContainer, AProducerIsWokenWhenThereIsRoomBelowTheCapacityAgain)
     queue.produce(1);
     queue.admit(2);
     queue.admit(3);
-    Runner producer([&] { queue.produce(4); });
+    Watched producer([&] { queue.produce(4); });
     producer.waitUntilAsleep();
     nbPulses = 0;
     EXPECT_EQ(queue.consume(), 1);
@@ -341,7 +312,7 @@ TEST(MtContainer, ATimedConsumerGetsAnElementThatArrivesInTime)
     Queue queue("queue");
     int element = 0;
     bool got = false;
-    Runner consumer([&] { got = queue.timedConsume(element, 3600.0); });
+    Watched consumer([&] { got = queue.timedConsume(element, 3600.0); });
     consumer.waitUntilAsleep();
     queue.produce(7);
     consumer.join();
@@ -365,7 +336,7 @@ TEST(MtContainer, NoPulseIsSentIfNoThreadWaits)
     EXPECT_TRUE(queue.timedConsume(element, 0.001));
     EXPECT_EQ(nbPulses, 0);
 
-    Runner consumer([&] { element = queue.consume(); });
+    Watched consumer([&] { element = queue.consume(); });
     consumer.waitUntilAsleep();
     queue.produce(7);
     consumer.join();
@@ -378,9 +349,9 @@ TEST(MtContainer, EachWaiterIsWoken)
     constexpr int WAITERS = 4;
     Queue queue("queue");
     std::atomic<int> sum{0};
-    std::vector<std::unique_ptr<Runner>> consumers;
+    std::vector<std::unique_ptr<Watched>> consumers;
     for (int i = 0; i < WAITERS; ++i)
-        consumers.push_back(std::make_unique<Runner>([&] { sum += queue.consume(); }));
+        consumers.push_back(std::make_unique<Watched>([&] { sum += queue.consume(); }));
     for (auto const &consumer : consumers)
         consumer->waitUntilAsleep();
     for (int i = 1; i <= WAITERS; ++i)
@@ -488,8 +459,8 @@ public:
 
 private:
     std::string _failures[2];
-    Runner _first;
-    Runner _second;
+    Watched _first;
+    Watched _second;
 };
 
 TEST(MtContainer, AWokenProducerPassesItsWakeUpOnIfItsElementThrows)
@@ -636,7 +607,7 @@ TEST(MtContainer, AThrowingDestructorOfTheConsumersOldElementLosesNothing)
     EndingQueue queue("queue", 1);
     queue.setObserver(RCShdPtr<EndingQueue::Observer>(new Witness(record)));
     queue.produce(Ending([&] { record += "first ends;"; }));
-    Runner producer([&] { queue.produce(Ending([&] { record += "second ends;"; })); });
+    Watched producer([&] { queue.produce(Ending([&] { record += "second ends;"; })); });
     producer.waitUntilAsleep();
     {
         Ending element([] { throw std::runtime_error("the end of the old one"); });
