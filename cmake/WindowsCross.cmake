@@ -7,6 +7,6 @@ set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_CROSSCOMPILING_EMULATOR wine)
-# Windows 10: thread descriptions, waits on addresses. Everything of the compiler's stands in the programs themselves.
+# Windows 10: thread descriptions, waits on addresses. The programs contain the compiler's libraries.
 add_compile_definitions(_WIN32_WINNT=0x0A00)
 add_link_options(-static)

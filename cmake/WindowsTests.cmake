@@ -1,4 +1,11 @@
-# What the test programs need that are built for Windows, and run under Wine.
+# How test programs are built for Windows and run under Wine. ZvTests.cmake includes this module.
+
+set(ZV_TEST_SYSTEM_LIBRARIES rpcrt4 winmm synchronization)
+set(ZV_TEST_DEFINITIONS
+    # Nothing is imported from the libraries: the programs contain their objects.
+    ZVBASE_BUILDING ZVRESMGT_BUILDING
+    # Without a futex, the semaphores that GCC makes of its own waits lose wake-ups.
+    _GLIBCXX_USE_POSIX_SEMAPHORE=1)
 
 # GoogleTest comes as sources: Debian's package googletest has them here.
 set(ZV_GOOGLETEST /usr/src/googletest CACHE PATH "GoogleTest's sources")
@@ -33,9 +40,9 @@ function(zv_read_wine_list file left_out)
     set(${left_out} "${sources}" PARENT_SCOPE)
 endfunction()
 
-# The system's services are imported: a call goes through the pointer __imp_X. Those of the services that are to be
-# wrapped are renamed in the archive PARTS, so that nobody else's calls are met, the C library's own least of all; the
-# source that comes out has the pointers, and the __real_ functions, under the names that they have elsewhere.
+# The system's services are imported: a call uses the pointer __imp_X. The pointers of the services to be wrapped are
+# renamed in the archive PARTS, so that no other calls are redirected, such as those of the C library. The generated
+# source defines these pointers, and the __real_ functions under the names that they have on other systems.
 function(zv_wrap_services parts wrapped source)
     set(text "// Generated: calls of services, on their way to the tests.\n")
     set(renamed "")
@@ -60,7 +67,7 @@ function(zv_wrap_services parts wrapped source)
     set_property(TARGET ${parts} APPEND PROPERTY LINK_DEPENDS ${names})
 endfunction()
 
-# The objects of libzvresmgt import what they use of libzvbase. In a test program they stand beside it.
+# The objects of libzvresmgt import what they use of libzvbase. A test program contains both.
 set(zv_imports ${CMAKE_CURRENT_BINARY_DIR}/imports.cpp)
 file(GENERATE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/importing.txt CONTENT
     "$<JOIN:$<TARGET_OBJECTS:zvresmgt_objects>,\n>\n")
@@ -69,10 +76,55 @@ add_custom_command(OUTPUT ${zv_imports} DEPENDS zvresmgt_objects $<TARGET_OBJECT
         -D OUTPUT=${zv_imports} -P ${PROJECT_SOURCE_DIR}/cmake/imports.cmake)
 add_library(zv_test_imports OBJECT ${zv_imports})
 
-# The waits of all that stands in a test program, on their way to those who ask whether a thread sleeps.
+# The waits of all code in a test program, on their way to testing/waits.cpp, which records the threads that sleep.
 set(zv_test_waits WaitForSingleObject WaitForSingleObjectEx WaitForMultipleObjects WaitOnAddress EnterCriticalSection)
 list(TRANSFORM zv_test_waits PREPEND __imp_)
 list(APPEND zv_test_waits WaitOnAddress)
-add_library(zv_test_waits OBJECT waits.cpp)
+add_library(zv_test_waits OBJECT testing/waits.cpp)
 target_link_libraries(zv_test_waits PRIVATE zv_compile)
 target_include_directories(zv_test_waits PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+
+# Links a test program from SOURCES and OBJECTS, without the sources that the folder's wine.txt lists. COMPILED becomes
+# the target that compiles the sources.
+function(zv_link_test_program name compiled)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;OBJECTS;WRAPPED")
+    list(GET arg_SOURCES 0 first)
+    get_filename_component(folder ${first} DIRECTORY)
+    zv_read_wine_list(${folder}/wine.txt left_out)
+    list(REMOVE_ITEM arg_SOURCES ${left_out})
+    set(main $<TARGET_OBJECTS:zv_test_main> $<TARGET_OBJECTS:zv_test_waits>)
+    if(arg_OBJECTS MATCHES zvresmgt_objects)
+        list(APPEND main $<TARGET_OBJECTS:zv_test_imports>)
+    endif()
+    # The system's own libraries call these. The sources that would replace them are left out.
+    list(FILTER arg_WRAPPED EXCLUDE REGEX "^pthread_")
+
+    if(arg_WRAPPED MATCHES "_ZN10ZvPlatform")
+        set(parts ${name}_parts)
+        set(services ${CMAKE_CURRENT_BINARY_DIR}/${name}Services.cpp)
+        add_library(${parts} STATIC ${arg_SOURCES} ${arg_OBJECTS})
+        zv_wrap_services(${parts} "${arg_WRAPPED}" ${services})
+        list(FILTER arg_WRAPPED EXCLUDE REGEX "^_ZN10ZvPlatform")
+        add_executable(${name} ${services} ${main})
+        target_link_libraries(${name} PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,${parts}>)
+        set(${compiled} ${parts} PARENT_SCOPE)
+    else()
+        add_executable(${name} ${arg_SOURCES} ${arg_OBJECTS} ${main})
+        set(${compiled} ${name} PARENT_SCOPE)
+    endif()
+    set(wrapped ${arg_WRAPPED} ${zv_test_waits})
+    list(TRANSFORM wrapped PREPEND LINKER:--wrap=)
+    target_link_options(${name} PRIVATE ${wrapped})
+endfunction()
+
+# Runs a test program without the tests that the folder's wine.txt lists, and, labelled left-out, with them alone.
+function(zv_add_folder_test folder name)
+    set(list ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/wine.txt)
+    set(under_wine sh ${CMAKE_CURRENT_SOURCE_DIR}/underWine.sh)
+    set(program ${list} ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
+    add_test(NAME ${folder} COMMAND ${under_wine} ${program})
+    if(EXISTS ${list})
+        add_test(NAME ${folder}_left_out COMMAND ${under_wine} --left-out ${program})
+        set_tests_properties(${folder}_left_out PROPERTIES LABELS left-out TIMEOUT 1200)
+    endif()
+endfunction()

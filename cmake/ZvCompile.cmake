@@ -26,7 +26,7 @@ target_compile_features(zv_compile INTERFACE cxx_std_20)
 target_compile_options(zv_compile INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wunused
     $<$<BOOL:${ZV_WERROR}>:-Werror>
-    # Reports name files by their path from the project's root, whatever folder the build runs in.
+    # Reports name files by their path from the project's root, independently of the build folder.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=../
     -ffile-prefix-map=${zv_root_from_build}=../
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wexit-time-destructors>

@@ -1,5 +1,5 @@
-# Writes a source with the import pointers of what the objects of one library import from the other, for a program in
-# which both stand.
+# Writes a source with the import pointers of what the objects of one library import from the other, for a program
+# that contains both.
 #
 #     cmake -D NM=nm -D OBJECTS=<file with a list of objects> -D OUTPUT=<source> -P imports.cmake
 

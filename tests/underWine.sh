@@ -1,15 +1,15 @@
 #!/bin/sh
 # underWine.sh [--left-out] LIST PROGRAM [ARGUMENT...]
 #
-# Runs a test program but for the tests that LIST has, which may not be there at all. In it each test has a line of its
-# own, below the reason:
+# Runs a test program without the tests that LIST names. LIST may be missing. Each test has a line of its own, below the
+# reason:
 #
-#     # why it does not hold there
+#     # why the test does not pass under Wine
 #     Suite.Test
 #     source.cpp        a whole source, which is not built
 #
-# A line without a reason, or one that names no test, is an error. With --left-out it runs the tests of the list, each
-# alone, and fails where one of them passes.
+# A line without a reason, or one that names no test, is an error. With --left-out, runs the tests of the list, each
+# alone, and fails if one of them passes.
 set -eu
 mode=all
 [ "$1" != --left-out ] || { mode=left-out; shift; }
@@ -27,7 +27,7 @@ if [ -e "$list" ]; then
         $0 in seen { print "twice: " $0 >"/dev/stderr"; exit 1 }
         { seen[$0] = 1 }
         !/\.cpp$/ { print }
-    ' "$list") || die "is no good"
+    ' "$list") || die "cannot be used"
 fi
 
 if [ -n "$rows" ]; then

@@ -38,7 +38,7 @@ std::vector<Rule> const &getRules()
     return rules;
 }
 
-/// Words behind which "where" tells a place. Behind all others it is an "if" or a "when".
+/// Words behind which "where" is a place. Behind all others it means "if" or "when".
 std::regex const &getPlaces()
 {
     static std::regex const places =
@@ -75,7 +75,7 @@ std::size_t countCharacters(std::string const &line)
         std::count_if(line.begin(), line.end(), [](char c) { return (c & 0xc0) != 0x80; }));
 }
 
-/// Where the comment of a line begins; npos if there is none.
+/// Returns the index at which the comment of a line begins, or npos if there is none.
 std::size_t findComment(std::string const &line)
 {
     char quote = 0;
@@ -100,7 +100,7 @@ std::size_t findComment(std::string const &line)
 struct Paragraph
 {
     std::string text;
-    std::vector<std::pair<std::size_t, int>> lines; // where each begins
+    std::vector<std::pair<std::size_t, int>> lines; // start of each
 
     void add(std::string const &line, int number)
     {

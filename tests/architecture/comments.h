@@ -14,7 +14,7 @@ struct CommentLine
 {
     int number;
     std::string text;
-    bool isAlone;      ///< no code stands before it on the line
+    bool isAlone;      ///< no code is before it on the line
     bool isExample;    ///< indented by four more blanks
     std::size_t width; ///< of the whole line, in characters
 };

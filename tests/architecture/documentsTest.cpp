@@ -75,7 +75,7 @@ TEST(Documents, NamedSourcesExist)
         if (document.filename() == "CHANGELOG.md") // names what was there
             continue;
         for (std::string const &name : findAll(read(document), source)) {
-            // What stands for any name.
+            // Placeholders of names.
             if (name == "fooBar.h" || name == "fooBar.cpp")
                 continue;
             ++nbSources;

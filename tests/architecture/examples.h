@@ -20,7 +20,7 @@ std::vector<Example> findExamplesOfHeader(std::istream &header);
 /// Returns the blocks of a document that begin with "```cpp".
 std::vector<Example> findExamplesOfDocument(std::istream &document);
 
-/// Returns whether the lines stand outside of functions. All others are the statements of a function.
+/// Returns whether the lines are outside of functions. All others are the statements of a function.
 bool isAtNamespaceScope(Example const &example);
 
 /// Writes the examples of a file as code, each in a namespace of its own. The compiler's errors name `file` and its

@@ -68,7 +68,7 @@ TEST(Examples, DocumentHasItsFences)
     EXPECT_EQ(examples[0].code, (std::vector<std::string>{"int a;"}));
 }
 
-TEST(Examples, DeclarationsStandOutsideOfFunctions)
+TEST(Examples, DeclarationsAreOutsideOfFunctions)
 {
     EXPECT_TRUE(isOutside({"int main()", "{", "    return 0;", "}"}));
     EXPECT_TRUE(isOutside({"#include <string>", "class A", "{", "};"}));
@@ -100,7 +100,7 @@ TEST(Examples, ErrorsNameTheLineOfTheFile)
               (std::vector<std::string>{"#include <string>"}));
 }
 
-TEST(Examples, NamespacesStandAtGlobalScope)
+TEST(Examples, NamespacesAreAtGlobalScope)
 {
     std::ostringstream source;
     writeExamples(source, "a.h", {{1, {"namespace studio {", "}", "ZV_DECLARE_SINGLETON(A);"}}},
@@ -108,7 +108,7 @@ TEST(Examples, NamespacesStandAtGlobalScope)
     EXPECT_EQ(source.str(), "#line 1 \"a.h\"\nnamespace studio {\n}\nZV_DECLARE_SINGLETON(A);\n");
 }
 
-TEST(Examples, DocumentGoesOnFromExampleToExample)
+TEST(Examples, AnExampleOfADocumentCanUseEarlierOnes)
 {
     std::ostringstream source;
     writeExamples(source, "a.md", {{1, {"class A {};"}}, {5, {"A a;"}}}, true);

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+namespace ZvTest {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -264,3 +266,4 @@ TEST(Layering, OnlyOneClassAsksWhetherAnExceptionUnwinds)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,11 +1,11 @@
-# Nothing above the platform layer goes around it: no thread, lock, clock or wait of the system or of the standard
-# library, and no guard of a function's static, stands in the objects. What goes through the layer can be simulated.
+# Checks that nothing above the platform layer bypasses it. The objects contain no thread, lock, clock or wait of the
+# system or of the standard library, and no guard of a function's static. What uses the layer can be simulated.
 #
 #     cmake -D NM=nm -D OBJECTS=<file with a list of objects> -P objects.cmake
 #
-# With -D PLATFORM=ON the layer itself is looked at too, which has to fail.
+# With -D PLATFORM=ON the layer itself is checked too, which must fail.
 
-# As they stand in the symbol tables of ELF. The reason follows each of them.
+# Names in the symbol tables of ELF. The reason follows each of them.
 set(forbidden
     "pthread_(create|join|detach|mutex|cond|rwlock|spin|barrier|once|key|setspecific|getspecific|kill)" # threads
     "sem_(init|wait|post|timedwait|trywait)"                 # semaphores

@@ -3,6 +3,7 @@
 #include "resmgt/containers/iteratorEx.h"
 #include "resmgt/containers/iteratorSTL.h"
 #include "resmgt/smartPtrs/rcProxy.h"
+#include "testing/failures.h"
 #include "zvbase/rcEx.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +16,10 @@
 #include <type_traits>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 using Numbers = std::vector<int>;
@@ -56,17 +60,6 @@ protected:
 
 using Kinds = testing::Types<OfConst, OfMutable>;
 TYPED_TEST_SUITE(IteratorTest, Kinds);
-
-template <class Action>
-std::string outOfRangeReason(Action action)
-{
-    try {
-        action();
-    } catch (std::out_of_range const &error) {
-        return error.what();
-    }
-    return "nothing thrown";
-}
 
 TYPED_TEST(IteratorTest, WalksForwardAndBack)
 {
@@ -129,14 +122,14 @@ TYPED_TEST(IteratorTest, ADefaultOneThrowsOnAnyUse)
 TYPED_TEST(IteratorTest, StepsBeyondEitherEndThrow)
 {
     auto i = this->over(this->_numbers);
-    EXPECT_EQ(outOfRangeReason([&] { --i; }), "\tReached the container boundary");
+    EXPECT_EQ(reasonOf<std::out_of_range>([&] { --i; }), "\tReached the container boundary");
     EXPECT_EQ(*i, 1);
     i.last();
     ++i;
     EXPECT_TRUE(i.atEnd());
-    EXPECT_EQ(outOfRangeReason([&] { ++i; }), "\tReached the container boundary");
-    EXPECT_EQ(outOfRangeReason([&] { i++; }), "\tReached the container boundary");
-    EXPECT_EQ(outOfRangeReason([&] { *i; }), "\tReached the container boundary");
+    EXPECT_EQ(reasonOf<std::out_of_range>([&] { ++i; }), "\tReached the container boundary");
+    EXPECT_EQ(reasonOf<std::out_of_range>([&] { i++; }), "\tReached the container boundary");
+    EXPECT_EQ(reasonOf<std::out_of_range>([&] { *i; }), "\tReached the container boundary");
     EXPECT_TRUE(i.atEnd());
     EXPECT_THROW(++i, IteratorEx);
 }
@@ -230,4 +223,4 @@ TEST(IteratorEx, KeepsItsTextThroughAllBases)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -2,12 +2,13 @@
 // later calls. `tests/simulated` tests in virtual time how devices that hang share the limit.
 #include "fader.h"
 #include "fakeDevices.h"
+#include "testing/failures.h"
 
-#include "allocations.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
-#include "zvbase/logTestUtil.h"
+#include "testing/allocations.h"
+#include "testing/asleep.h"
+#include "testing/capturedLog.h"
 
 #include <gtest/gtest.h>
 
@@ -22,8 +23,10 @@
 #include <utility>
 #include <vector>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
+
 using End = DevMgrCloseReport::End;
 
 namespace {
@@ -32,17 +35,6 @@ namespace {
 constexpr double LONG = 3600;
 /// Limit in seconds for devices that hang.
 constexpr double SHORT = 0.05;
-
-std::string messageOf(std::exception_ptr const &failure)
-{
-    try {
-        if (failure)
-            std::rethrow_exception(failure);
-    } catch (std::exception const &caught) {
-        return caught.what();
-    }
-    return "";
-}
 
 /// Device that logs its opening, its closing and its destruction.
 class Recording : public RecordingAccess
@@ -162,7 +154,7 @@ TEST_F(ManagerIsClosed, AFailureAfterTheClosingThreadHasBegunIsTraced)
         manager = DevMgr::create();
         open({"a"});
         LgLog::flush(); // writes the lines that are still queued
-        LogTest::CapturedLog const log;
+        CapturedLog const log;
         DevMgrCloseReport report;
         {
             ZvTest::FailingAllocation const failing(nbGood);
@@ -183,7 +175,7 @@ TEST_F(ManagerIsClosed, AFailureAfterTheClosingThreadHasBegunIsTraced)
 
 TEST_F(ManagerIsClosed, ADeviceThatHangsIsLeftBehind)
 {
-    Gate gate;
+    Turnstile gate;
     Registered const a = device("a", {.close = [&gate] { gate.pass(); }});
     open({"a"});
     DevMgrCloseReport const report = manager->close(SHORT);
@@ -198,7 +190,7 @@ TEST_F(ManagerIsClosed, ADeviceThatHangsIsLeftBehind)
     EXPECT_EQ(journal.take(), (Lines{"close a"}));
 }
 
-TEST_F(ManagerIsClosed, AStandardDeviceWhoseThreadHangsIsLeftBehind)
+TEST_F(ManagerIsClosed, AStandardDeviceWithAHangingThreadIsLeftBehind)
 {
     class Standard : public DevMDStdDevice
     {
@@ -213,7 +205,7 @@ TEST_F(ManagerIsClosed, AStandardDeviceWhoseThreadHangsIsLeftBehind)
         return RCShdPtr<DevMDPrtcl>(static_cast<DevMDSyncSeqPrtcl *>(standard.get()));
     });
     open({"a"});
-    Gate gate;
+    Turnstile gate;
     produce(*standard->getFifo(), [&gate] { gate.pass(); });
     gate.waitForArrival();
     EXPECT_EQ(manager->close(SHORT).getLeftBehind(), (Vector<LiString>{"a"}));
@@ -224,7 +216,7 @@ TEST_F(ManagerIsClosed, AStandardDeviceWhoseThreadHangsIsLeftBehind)
 
 TEST_F(ManagerIsClosed, ADeviceThatHangsInItsOpeningIsLeftBehind)
 {
-    Gate gate;
+    Turnstile gate;
     Registered const b = device("b", {.open = [&gate] { gate.pass(); }});
     ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
     std::string failure;
@@ -253,7 +245,7 @@ TEST_F(ManagerIsClosed, ADeviceThatHangsInItsOpeningIsLeftBehind)
 
 TEST_F(ManagerIsClosed, ThreadsThatWaitBehindADeviceThatHangsAreRefusedAfterIt)
 {
-    Gate gate;
+    Turnstile gate;
     Registered const a = device("a", {.open = [&gate] { gate.pass(); }});
     ObjPtr<DevMgrSyncSeqAcc> sequence = manager->createSyncSeqAcc();
     ObjPtr<DevMgrStreamAcc> streams = manager->createStreamAcc();
@@ -297,7 +289,7 @@ TEST_F(ManagerIsClosed, ThreadsThatWaitBehindADeviceThatHangsAreRefusedAfterIt)
 
 TEST_F(ManagerIsClosed, ADeviceThatOpensInTimeIsClosed)
 {
-    Gate gate;
+    Turnstile gate;
     Registered const a = device("a");
     Registered const b = device("b", {.open = [&gate] { gate.pass(); }});
     open({"a"});
@@ -331,7 +323,7 @@ TEST_F(ManagerIsClosed, ADeviceThatOpensInTimeIsClosed)
 
 TEST_F(ManagerIsClosed, ADeviceThatFailsToOpenMeanwhileNeedsNoClosing)
 {
-    Gate gate;
+    Turnstile gate;
     // Outlives all threads, because the thread sanitizer does not see how the last owner of an
     // exception is found.
     std::exception_ptr const noLens = std::make_exception_ptr(std::runtime_error("no lens"));
@@ -410,7 +402,7 @@ TEST_F(ManagerIsClosed, ASequenceThatHasEndedIsNotWaitedFor)
 class Blocking : public DevMgrPropertyObserver
 {
 public:
-    explicit Blocking(Gate &gate) : _gate(gate) {}
+    explicit Blocking(Turnstile &gate) : _gate(gate) {}
     void update(DevMgrPropertyObserverHint const &) override
     {
         if (!std::exchange(_hasPassed, true))
@@ -418,14 +410,14 @@ public:
     }
 
 private:
-    Gate &_gate;
+    Turnstile &_gate;
     bool _hasPassed = false;
 };
 
 // The device waits for room in the manager's queue. The observer keeps the queue full.
-TEST_F(ManagerIsClosed, AnObserverThatHangsKeepsNoDeviceFromBeingClosed)
+TEST_F(ManagerIsClosed, AHangingObserverDoesNotPreventDevicesFromBeingClosed)
 {
-    Gate gate;
+    Turnstile gate;
     Registered const fader("fader", [] {
         return RCShdPtr<DevMDPrtcl>(static_cast<DevMDSyncSeqPrtcl *>(new Fader("fader")));
     });
@@ -456,7 +448,7 @@ public:
         STOP  // called by a client
     };
 
-    HangsInACall(Journal &journal, Gate &gate, Call call)
+    HangsInACall(Journal &journal, Turnstile &gate, Call call)
         : PromptSequence("a", journal), _gate(gate), _call(call)
     {}
     DtTimeMark getMark() override
@@ -474,7 +466,7 @@ public:
     }
 
 private:
-    Gate &_gate;
+    Turnstile &_gate;
     Call _call;
 };
 
@@ -499,7 +491,7 @@ protected:
         gate.open();
     }
 
-    Gate gate;
+    Turnstile gate;
     std::unique_ptr<Registered> registered;
     ObjPtr<DevMgrSyncSeqAcc> sequence;
 };
@@ -525,7 +517,7 @@ TEST_F(SequenceHangs, OnAClientsThreadAndKeepsNoObjectFromBeingDestroyed)
     client.join();
 }
 
-TEST_F(ManagerIsClosed, WhatWasQueuedIsExecutedAndWhatComesLaterIsDropped)
+TEST_F(ManagerIsClosed, QueuedRequestsAreExecutedAndLaterOnesDropped)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     auto const report = [&](char const *what) {
@@ -559,3 +551,4 @@ TEST_F(ManagerIsClosed, ItsOwnThreadCannotCloseIt)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,12 +1,13 @@
 #include "fakeDevices.h"
 
-#include "aborted.h"
-#include "allocations.h"
 #include "resmgt/deviceManager/access/devMgrPropertyObserverEng.private.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devMDStdPropertySet.h"
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
+#include "testing/aborted.h"
+#include "testing/allocations.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 #include "zvbase/lgLog.h"
 
 #include <gtest/gtest.h>
@@ -18,8 +19,9 @@
 #include <stdexcept>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -131,12 +133,7 @@ protected:
     template <class Failure>
     std::string refusal(char const *config)
     {
-        try {
-            access->getProperty(config);
-        } catch (Failure const &failure) {
-            return failure.getReason();
-        }
-        return "no failure";
+        return reasonOf<Failure>([&] { access->getProperty(config); });
     }
 
     /// Waits until the manager's thread has executed all requests that were queued before.
@@ -365,7 +362,7 @@ public:
     LkUnnamedSema released;
 };
 
-TEST_F(PropertyAccess, NotificationUnderWayReachesNobodyOnceTheLastObserverHasGone)
+TEST_F(PropertyAccess, NotificationUnderWayIsDroppedOnceTheLastObserverIsDetached)
 {
     ObjPtr<DevMgrPropertyAcc> other = manager->createPropertyAcc();
     RCShdPtr<PlainProperty<int>> const gate(new PlainProperty<int>("gate", 0, ignored));
@@ -459,8 +456,7 @@ TEST_F(PropertyAccess, AttachingThatRunsOutOfMemoryCanBeTriedAgain)
 {
     auto const x = device().x;
     RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
-    int const nbFailures =
-        ZvTest::failEachAllocation([&] { access->attachObserver(x, one); }, [] {});
+    int const nbFailures = failEachAllocation([&] { access->attachObserver(x, one); }, [] {});
     EXPECT_GT(nbFailures, 2);
     journal.take();
     x->notify(1);
@@ -468,7 +464,7 @@ TEST_F(PropertyAccess, AttachingThatRunsOutOfMemoryCanBeTriedAgain)
     EXPECT_EQ(journal.take(), (Lines{"one x 1"}));
 }
 
-TEST_F(PropertyAccess, DestructionDetachesTheOthersWhereOneFails)
+TEST_F(PropertyAccess, DestructionDetachesTheOthersIfOneThrows)
 {
     RCShdPtr<DevMgrPropertyObserver> const one(new RecordingObserver("one", journal));
     auto const x = device().x;
@@ -488,7 +484,7 @@ TEST_F(PropertyAccess, DestructionDetachesTheOthersWhereOneFails)
     focus->setObserverAEO(nullptr);
 }
 
-TEST_F(PropertyAccess, WhatFailsAtTheEndOfObserversComesOutWhenAllAreDetached)
+TEST_F(PropertyAccess, ThrowsWhatAnObserversDestructorThrewAfterDetachingAll)
 {
     auto const attachFailing = [this](auto const &property, char const *name) {
         access->attachObserver(property, makeShd<FailsToEnd<RecordingObserver>>(name, journal));
@@ -612,7 +608,7 @@ TEST_F(PropertyAccess, LastObserverMayDetachItselfFromWithinItsUpdate)
     EXPECT_EQ(journal.take(), (Lines{"observed x", "once x 1", "cleared x"}));
 }
 
-TEST_F(PropertyAccess, ObserverThatAnotherOneDetachesIsNotToldAnyMore)
+TEST_F(PropertyAccess, AnObserverDetachedByAnotherOneIsNoLongerNotified)
 {
     auto const x = device().x;
     RCShdPtr<DevMgrPropertyObserver> one;
@@ -627,7 +623,7 @@ TEST_F(PropertyAccess, ObserverThatAnotherOneDetachesIsNotToldAnyMore)
     EXPECT_EQ(journal.take(), Lines{"told x 1"}); // the one that is called first
 }
 
-TEST_F(PropertyAccess, ObserverThatIsAttachedFromWithinAnUpdateIsToldOfTheNextChange)
+TEST_F(PropertyAccess, AnObserverAttachedInAnUpdateIsNotifiedOfTheNextChange)
 {
     auto const x = device().x;
     // In the order of the calls, some are before the attaching observer and some are after it.
@@ -698,7 +694,7 @@ private:
     Journal &_lines;
 };
 
-TEST_F(PropertyAccess, WhatFailsAtTheEndOfAnObserverThatDetachesItselfPasses)
+TEST_F(PropertyAccess, ThrowsWhatTheDestructorOfAnObserverThatDetachesItselfThrows)
 {
     auto const x = device().x;
     Journal failures;
@@ -716,7 +712,7 @@ TEST_F(PropertyAccess, WhatFailsAtTheEndOfAnObserverThatDetachesItselfPasses)
     EXPECT_EQ(failures.take(), Lines{"observer of property x: event \"1\": the end of ending"});
 }
 
-TEST_F(PropertyAccess, OtherObserversAreToldWhenOneThrowsAndTheFirstExceptionPasses)
+TEST_F(PropertyAccess, OtherObserversAreNotifiedIfOneThrowsAndTheFirstExceptionIsThrown)
 {
     auto const x = device().x;
     Journal failures;
@@ -808,7 +804,8 @@ TEST_F(PropertyAccessDeathTest, ObserverThatThrowsEndsTheProcess)
             x->notify(5);
             LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
         },
-        ZvTest::aborted(), "observer of property x: event \"5\": my update failed");
+        aborted(), "observer of property x: event \"5\": my update failed");
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,9 +1,9 @@
 #include "fakeDevices.h"
 
-#include "allocations.h"
 #include "resmgt/deviceProtocol/devMDStdStream.h"
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
+#include "testing/allocations.h"
+#include "testing/asleep.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,9 @@
 #include <atomic>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -387,7 +388,7 @@ TEST_F(StreamAccess, RegistrationsSurviveAFailedConnection)
     EXPECT_TRUE(deviceA().out->isAvailable());
 }
 
-TEST_F(StreamAccess, StreamInUseComesBeforeEndsThatDoNotFit)
+TEST_F(StreamAccess, StreamInUseIsReportedBeforeEndsThatDoNotFit)
 {
     access->connect("a:a.out push b:b.in");
     EXPECT_EQ(refusal<DevMgrEx::StreamNotAvailable>("a:a.out push b:b.out"), "a:a.out");
@@ -400,7 +401,7 @@ TEST_F(StreamAccess, IncompatibleStreamsComeBeforeTheVerb)
               "a:a.lend push b:b.in");
 }
 
-TEST_F(StreamAccess, NothingStartsWhereConnectingFails)
+TEST_F(StreamAccess, NothingStartsIfConnectingFails)
 {
     deviceA().out->failsToConnect = true;
     EXPECT_THROW(access->connect("a:a.out push b:b.in"), std::runtime_error);
@@ -452,7 +453,7 @@ TEST_F(StreamAccess, StreamStartedByAnotherOnesStartIsStoppedAfterIt)
     EXPECT_EQ(journal.take(), (Lines{"stop a.out", "stop b.in", "stop a.fetch", "stop b.lend"}));
 }
 
-TEST_F(StreamAccess, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
+TEST_F(StreamAccess, ThrowsWhatAStreamsDestructorThrewAfterDestroyingAll)
 {
     for (char const * const name : {"x", "y"})
         access->registerStream({name}, makeShd<FailsToEnd<ActiveSource>>(name, journal));
@@ -493,18 +494,18 @@ TEST(StreamAccessByItself, TakesNoLockInTheNoGuardFormsNorWhenItGoes)
     }).join();
 }
 
-TEST_F(StreamAccess, StreamThatWasStartedIsStoppedWhateverAllocationFails)
+TEST_F(StreamAccess, AStartedStreamIsStoppedIfAnyAllocationFails)
 {
     auto &out = *deviceA().out;
     auto &in = *deviceB().in;
     LiString const config("a:a.out push b:b.in");
-    int const nbFailures = ZvTest::failEachAllocation([&] { access->connect(config); },
-                                                      [&] {
-                                                          access = nullptr;
-                                                          EXPECT_TRUE(out.isAvailable());
-                                                          EXPECT_TRUE(in.isAvailable());
-                                                          access = manager->createStreamAcc();
-                                                      });
+    int const nbFailures = failEachAllocation([&] { access->connect(config); },
+                                              [&] {
+                                                  access = nullptr;
+                                                  EXPECT_TRUE(out.isAvailable());
+                                                  EXPECT_TRUE(in.isAvailable());
+                                                  access = manager->createStreamAcc();
+                                              });
     EXPECT_GT(nbFailures, 5);
     EXPECT_FALSE(out.isAvailable());
 }
@@ -519,3 +520,4 @@ TEST_F(StreamAccess, IdsAreCanonical)
 }
 
 } // namespace
+} // namespace ZvTest

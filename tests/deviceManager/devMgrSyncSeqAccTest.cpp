@@ -1,7 +1,8 @@
 #include "fakeDevices.h"
 
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +10,9 @@
 #include <atomic>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -106,7 +108,7 @@ private:
     Journal &_journal;
 };
 
-TEST_F(SequenceAccess, ObserverIsToldOfEveryState)
+TEST_F(SequenceAccess, ObserverIsNotifiedOfEveryState)
 {
     Registered const a("a",
                        [this] { return RCShdPtr<DevMDPrtcl>(new PromptSequence("a", journal)); });
@@ -171,7 +173,7 @@ TEST_F(SequenceAccess, ReportsOfADeviceComeAsWhatTheyAre)
 }
 
 // The nodes keep their devices longer than the manager does.
-TEST_F(SequenceAccess, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
+TEST_F(SequenceAccess, ThrowsWhatADevicesDestructorThrewAfterDestroyingAll)
 {
     auto const failing = [this](char const *name) {
         return Registered(name, [this, name] {
@@ -197,15 +199,11 @@ TEST_F(SequenceAccess, NameBehindTheRootsGroupIsANullPointer)
     EXPECT_THROW(access->configure("( a ( b ) c )"), RCEx::ExNullPtr);
 }
 
-TEST_F(SequenceAccess, DeviceThatStandsTwiceFailsItsAssertion)
+TEST_F(SequenceAccess, ADeviceThatIsNamedTwiceFailsAnAssertion)
 {
     Registered const a = device("a");
-    try {
-        access->configure("( a ( a ) )");
-        FAIL() << "a device got two nodes";
-    } catch (AssertionFailed const &failure) {
-        EXPECT_STREQ(failure.getExpression(), "iter == _seqTreeNodeMap.end()");
-    }
+    EXPECT_EQ(failedAssertion([&] { access->configure("( a ( a ) )"); }),
+              "iter == _seqTreeNodeMap.end()");
 }
 
 TEST_F(SequenceAccess, SecondConfigurationWithAKnownDeviceFailsItsAssertion)
@@ -219,12 +217,8 @@ TEST_F(SequenceAccess, NodesThatWereMadeStayAfterAConfigurationThatFailed)
 {
     Registered const a = device("a");
     EXPECT_THROW(access->configure("( a ( nobody ) )"), DevPrtclEx::ExNameNotRegistered);
-    try {
-        access->configure("( a )");
-        FAIL() << "the node was made again";
-    } catch (AssertionFailed const &failure) {
-        EXPECT_STREQ(failure.getExpression(), "iter == _seqTreeNodeMap.end()");
-    }
+    EXPECT_EQ(failedAssertion([&] { access->configure("( a )"); }),
+              "iter == _seqTreeNodeMap.end()");
 }
 
 /// Device that keeps the completion of its start.
@@ -281,7 +275,7 @@ TEST_F(SequenceAccess, AReportWaitsForNoDeliveryThatRuns)
     access->wait();
 }
 
-TEST_F(SequenceAccess, AThreadThatWaitsIsLetGoWhenTheAccessIsDestroyed)
+TEST_F(SequenceAccess, DestroyingTheAccessWakesAThreadThatWaits)
 {
     KeepingSequence *keeping = nullptr;
     Registered const a("a", [&] {
@@ -367,3 +361,4 @@ TEST_F(SequenceAccess, NullMediatorIsANullPointer)
 }
 
 } // namespace
+} // namespace ZvTest

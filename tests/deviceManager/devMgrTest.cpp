@@ -1,13 +1,14 @@
 #include "fakeDevices.h"
 
-#include "aborted.h"
-#include "allocations.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/mtPriorityMgr.h"
-#include "threadExtensions/asleep.h"
+#include "testing/aborted.h"
+#include "testing/allocations.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
@@ -18,8 +19,9 @@
 #include <stdexcept>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -154,19 +156,7 @@ TEST(Manager, DeviceThatFailsToCloseDoesNotKeepTheOthersOpen)
     EXPECT_EQ(journal.take(), (Lines{"close b", "close a"}));
 }
 
-/// Returns the text of the exception that the action throws.
-template <class Action>
-std::string whatFails(Action action)
-{
-    try {
-        action();
-    } catch (std::exception const &failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
-
-TEST(Manager, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
+TEST(Manager, ThrowsWhatADevicesDestructorThrewAfterDestroyingAll)
 {
     Journal journal;
     Registered const a(
@@ -186,7 +176,7 @@ TEST(Manager, WhatFailsAtTheEndOfDevicesComesOutWhenAllHaveEnded)
     EXPECT_EQ((Lines{lines[2], lines[3]}), (Lines{"end a", "end b"}));
 }
 
-TEST(Manager, AFailureToCloseComesBeforeOneAtTheEnd)
+TEST(Manager, AFailureToCloseIsThrownBeforeOneOfADestructor)
 {
     Journal journal;
     Registered const a(
@@ -198,7 +188,7 @@ TEST(Manager, AFailureToCloseComesBeforeOneAtTheEnd)
     EXPECT_EQ(journal.take(), (Lines{"close a", "end a"}));
 }
 
-TEST(Manager, WhatFailsAtTheEndOfADeviceDoesNotHideAnExceptionThatPasses)
+TEST(Manager, ADevicesDestructorDoesNotHideAnExceptionInFlight)
 {
     Journal journal;
     Registered const a(
@@ -225,7 +215,7 @@ private:
     int &_closed;
 };
 
-TEST(Manager, DeviceThatWasOpenedIsClosedWhateverAllocationFails)
+TEST(Manager, AnOpenedDeviceIsClosedIfAnyAllocationFails)
 {
     int opened = 0;
     int closed = 0;
@@ -233,12 +223,12 @@ TEST(Manager, DeviceThatWasOpenedIsClosedWhateverAllocationFails)
                        [&] { return RCShdPtr<DevMDPrtcl>(new CountedDevice(opened, closed)); });
     LiString const name("a");
     ObjPtr<DevMgr> manager = DevMgr::create();
-    int const nbFailures = ZvTest::failEachAllocation([&] { manager->getPrtcl(name); },
-                                                      [&] {
-                                                          manager = nullptr;
-                                                          EXPECT_EQ(closed, opened);
-                                                          manager = DevMgr::create();
-                                                      });
+    int const nbFailures = failEachAllocation([&] { manager->getPrtcl(name); },
+                                              [&] {
+                                                  manager = nullptr;
+                                                  EXPECT_EQ(closed, opened);
+                                                  manager = DevMgr::create();
+                                              });
     EXPECT_GT(nbFailures, 2);
     manager = nullptr;
     EXPECT_EQ(closed, opened);
@@ -362,7 +352,7 @@ TEST(Mediator, ARequestIsNotifiedAndLivesOnUntilTheNextHasArrived)
     EXPECT_EQ(journal.take(), (Lines{"gone", "next"}));
 }
 
-TEST(Mediator, WhatComesWhenItHasGoneIsDestroyedUnrun)
+TEST(Mediator, RequestsAfterItsEndAreDestroyedUnexecuted)
 {
     RCShdPtr<DevMgrMediator> mediator(new DevMgrMediator);
     RCShdPtr<DevMgrFifo> const fifo = mediator->getFifo();
@@ -550,13 +540,8 @@ private:
     int &_nbTries;
 };
 
-std::string messageOf(std::exception_ptr const &failure)
-{
-    return failure ? whatFails([&failure] { std::rethrow_exception(failure); }) : "null";
-}
-
 // This is by design. Another attempt needs a new manager.
-TEST(Manager, ADeviceWhoseOpeningFailedStaysUnopenedAndItsFailureIsKept)
+TEST(Manager, IfADeviceFailsToOpenItStaysUnopenedAndItsFailureIsKept)
 {
     int nbTries = 0;
     Registered const camera("camera", [&] {
@@ -807,14 +792,14 @@ TEST(MediatorDeathTest, ARequestThatThrowsEndsTheProcess)
             produce(*mediator->getFifo(), [] { throw std::runtime_error("report lost"); });
             LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
         },
-        ZvTest::aborted(), "report lost");
+        aborted(), "report lost");
     EXPECT_EXIT(
         {
             RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
             produce(*mediator->getFifo(), [] { throw DevMgrEx::NameNotFound("report", 1); });
             LkUnnamedSema("never", 0, LkSemaTypes::Shared()).wait();
         },
-        ZvTest::aborted(), "");
+        aborted(), "");
 }
 
 TEST(Mediator, DestructionExecutesWhatWasQueuedBeforeIt)
@@ -842,3 +827,4 @@ TEST(Mediator, DestructionExecutesWhatWasQueuedBeforeIt)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 
-using namespace Test;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -106,3 +108,4 @@ TEST(Registry, UnknownNamesAreRefused)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,36 +1,17 @@
-// Device that fills the queue of its manager, and a gate that holds a thread.
+// Device that fills the queue of its manager.
 #pragma once
 
 #include "resmgt/deviceProtocol.h"
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
+#include "testing/turnstile.h"
 
 #include <atomic>
 #include <functional>
 
-namespace Test {
+namespace ZvTest {
 
 using namespace Zv;
-
-/// A place where one thread waits until another one opens it.
-class Gate
-{
-public:
-    void pass()
-    {
-        _arrived.post();
-        _released.wait();
-        _left.post();
-    }
-    void waitForArrival() { _arrived.wait(); }
-    void open() { _released.post(); }
-    void waitForLeaving() { _left.wait(); }
-
-private:
-    LkUnnamedSema _arrived{"arrived", 0, LkSemaTypes::Shared()};
-    LkUnnamedSema _released{"released", 0, LkSemaTypes::Shared()};
-    LkUnnamedSema _left{"left", 0, LkSemaTypes::Shared()};
-};
 
 /// Standard device whose property notifies its observer of each value that is set.
 class Fader : public DevMDStdDevice
@@ -64,4 +45,4 @@ public:
     std::atomic<long> thread{0};
 };
 
-} // namespace Test
+} // namespace ZvTest

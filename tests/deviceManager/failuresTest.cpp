@@ -1,8 +1,8 @@
 #include "fakeDevices.h"
 
-#include "aborted.h"
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/locks/lkSema.h"
+#include "testing/aborted.h"
 #include "zvbase/logTestUtil.h"
 
 #include <gtest/gtest.h>
@@ -13,8 +13,9 @@
 #include <stdexcept>
 #include <thread>
 
-using namespace Test;
-using Lines = std::vector<std::string>;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -36,7 +37,7 @@ private:
     ObjPtr<DevACO> _aco;
 };
 
-/// Handler that logs the failures. It returns, so the manager's thread goes on.
+/// Handler that logs the failures. It returns, so the manager's thread continues.
 class Handler : public DevMgrFailureHandler
 {
 public:
@@ -146,7 +147,7 @@ protected:
 
 using FailuresDeathTest = Failures;
 
-TEST_F(Failures, SecondStartIsAFailureOfTheRootThatCanBeAskedFor)
+TEST_F(Failures, ASecondStartIsAFailureOfTheRootAndCanBeQueried)
 {
     access->start();
     EXPECT_FALSE(access->getFailure("root"));
@@ -172,7 +173,7 @@ TEST_F(FailuresDeathTest, ReportOfADeviceThatWasStartedTwiceIsTracedAndEndsThePr
                 devices.at("root")->complete();
                 waitForTheEnd();
             },
-            ZvTest::aborted(), line);
+            aborted(), line);
 }
 
 TEST_F(FailuresDeathTest, ReportOfADeviceThatWasStoppedTwiceIsTracedAndEndsTheProcess)
@@ -185,11 +186,11 @@ TEST_F(FailuresDeathTest, ReportOfADeviceThatWasStoppedTwiceIsTracedAndEndsThePr
             completeUntil("a", "final");
             waitForTheEnd();
         },
-        ZvTest::aborted(),
+        aborted(),
         "device root: event \"sstopped\" in state \"_ill\": .*State machine error condition.");
 }
 
-TEST_F(Failures, HandlerLetsTheProcessGoOnAfterASecondStop)
+TEST_F(Failures, HandlerLetsTheProcessContinueAfterASecondStop)
 {
     handle();
     lock();
@@ -205,7 +206,7 @@ TEST_F(Failures, HandlerLetsTheProcessGoOnAfterASecondStop)
     EXPECT_EQ(failures.take(), (Lines{line, line}));
 }
 
-TEST_F(Failures, HandlerIsToldOfAnythingThatIsThrownOnTheManagersThread)
+TEST_F(Failures, HandlerGetsEveryExceptionOnTheManagersThread)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     mediator->setFailureHandler(makeShd<Handler>(failures, handled));
@@ -229,7 +230,7 @@ public:
     ~FailsToEndANO() noexcept(false) override { throw std::runtime_error("the end of a report"); }
 };
 
-TEST_F(Failures, HandlerIsToldOfAReportWhoseDestructorThrows)
+TEST_F(Failures, HandlerGetsTheExceptionOfAReportsDestructor)
 {
     RCShdPtr<DevMgrMediator> const mediator(new DevMgrMediator);
     mediator->setFailureHandler(makeShd<Handler>(failures, handled));
@@ -251,7 +252,7 @@ TEST_F(FailuresDeathTest, HandlerThatThrowsEndsTheProcess)
             produce(*mediator->getFifo(), [] { throw std::runtime_error("report lost"); });
             waitForTheEnd();
         },
-        ZvTest::aborted(), "Unhandled exception on \"DevMgr ANO\". report lost");
+        aborted(), "Unhandled exception on \"DevMgr ANO\". report lost");
 }
 
 TEST_F(FailuresDeathTest, ProcessEndsAgainWhenTheHandlerHasBeenTakenAway)
@@ -265,10 +266,10 @@ TEST_F(FailuresDeathTest, ProcessEndsAgainWhenTheHandlerHasBeenTakenAway)
             devices.at("root")->complete();
             waitForTheEnd();
         },
-        ZvTest::aborted(), "Unhandled exception");
+        aborted(), "Unhandled exception");
 }
 
-TEST_F(Failures, DeliveryGoesOnWhenTheSequenceObserverThrows)
+TEST_F(Failures, DeliveryContinuesIfTheSequenceObserverThrows)
 {
     observe([](std::string const &line) {
         if (line == "root start")
@@ -279,7 +280,7 @@ TEST_F(Failures, DeliveryGoesOnWhenTheSequenceObserverThrows)
     EXPECT_EQ(access->getState("b"), "start");
 }
 
-TEST_F(Failures, HandlerIsToldWhereTheSequenceObserverThrew)
+TEST_F(Failures, HandlerIsCalledIfTheSequenceObserverThrows)
 {
     handle();
     observe([](std::string const &line) {
@@ -307,7 +308,7 @@ TEST_F(FailuresDeathTest, SequenceObserverThatThrowsOnTheManagersThreadEndsThePr
             devices.at("a")->complete();
             waitForTheEnd();
         },
-        ZvTest::aborted(), "\"DevMgr ANO\". device a: in state \"ready\": my observer failed");
+        aborted(), "\"DevMgr ANO\". device a: in state \"ready\": my observer failed");
 }
 
 // Runs in a process of its own, because the devices that are left behind are never closed.
@@ -410,7 +411,7 @@ TEST_F(FailuresDeathTest, ManagerThatIsDestroyedOnItsOwnThreadFailsAnAssertion)
                     journal.add(failure.getExpression());
                 }
             });
-            produce(*fifo, [&] { done.post(); }); // the thread must go on
+            produce(*fifo, [&] { done.post(); }); // the thread must continue
             done.wait();
             exitWith(journal.take() == Lines{"open c", "!isDestroyedOnDevMgrANO"} ? 0 : 1);
         },
@@ -454,3 +455,4 @@ TEST_F(Failures, SequenceIsSeenWholeWhileItIsConfigured)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -3,6 +3,7 @@
 
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
+#include "testing/journal.h"
 
 #include <functional>
 #include <mutex>
@@ -10,30 +11,9 @@
 #include <string>
 #include <vector>
 
-namespace Test {
+namespace ZvTest {
 
 using namespace Zv;
-
-/// Log of events, in their order. Thread-safe.
-class Journal
-{
-public:
-    void add(std::string const &line)
-    {
-        std::lock_guard const guard(_mutex);
-        _lines.push_back(line);
-    }
-
-    std::vector<std::string> take()
-    {
-        std::lock_guard const guard(_mutex);
-        return std::move(_lines);
-    }
-
-private:
-    std::mutex _mutex;
-    std::vector<std::string> _lines;
-};
 
 /// Registers a kind of device, whose devices a function makes. The destructor removes it from the
 /// registry.
@@ -178,4 +158,4 @@ inline void produce(DevANOFifo &fifo, std::function<void()> function)
     produce(fifo, ObjPtr<DevANO>(new CallANO(std::move(function))));
 }
 
-} // namespace Test
+} // namespace ZvTest

@@ -3,7 +3,7 @@
 #include "fakeDevices.h"
 
 #include "resmgt/locks/lkSema.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,9 @@
 #include <type_traits>
 #include <vector>
 
-using namespace Test;
+namespace ZvTest {
+
+using namespace Zv;
 
 namespace {
 
@@ -85,7 +87,7 @@ protected:
 
 // "DevMgr ANO" delivers a step to the device. The device's thread waits for room in the queue that
 // "DevMgr ANO" empties.
-TEST_F(FullQueues, AStepComesThroughWhileTheDeviceWaitsForTheManager)
+TEST_F(FullQueues, AStepIsDeliveredWhileTheDeviceWaitsForTheManager)
 {
     RCShdPtr<Hand> root;
     RCShdPtr<Fader> fader;
@@ -93,7 +95,7 @@ TEST_F(FullQueues, AStepComesThroughWhileTheDeviceWaitsForTheManager)
     Registered const theFader = device("fader", fader);
     access->configure("( root ( fader ) )");
     DevMgrPropertyObserverUtil::attachObserver(*properties, "fader:level", makeShd<Marks>());
-    Gate gate;
+    Turnstile gate;
     root->inMark = [&gate] { gate.pass(); };
     access->start();
     gate.waitForArrival();
@@ -110,7 +112,7 @@ TEST_F(FullQueues, AStepComesThroughWhileTheDeviceWaitsForTheManager)
 
 // A client stops the device under the tree's lock. "DevMgr ANO" waits for that lock, and the
 // device's thread waits for "DevMgr ANO".
-TEST_F(FullQueues, AClientsStopComesThroughWhileTheDeviceWaitsForTheManager)
+TEST_F(FullQueues, AClientsStopIsDeliveredWhileTheDeviceWaitsForTheManager)
 {
     RCShdPtr<Fader> root;
     RCShdPtr<Fader> fader;
@@ -124,7 +126,7 @@ TEST_F(FullQueues, AClientsStopComesThroughWhileTheDeviceWaitsForTheManager)
     late->hasSync.wait();
     waitFor("fader", "lock");
     DevMgrPropertyObserverUtil::attachObserver(*properties, "fader:level", makeShd<Marks>());
-    Gate gate;
+    Turnstile gate;
     fader->beforeStop = [&] {
         late->kept->performExecute(); // "DevMgr ANO" waits for the tree's lock with this report
         gate.pass();
@@ -152,7 +154,7 @@ TEST_F(FullQueues, AClientsStopComesThroughWhileTheDeviceWaitsForTheManager)
 }
 
 // At first the client's thread makes the reports, under the tree's lock. Later "DevMgr ANO" itself
-// makes them, when it tells the children to lock.
+// makes them, when it lets the children lock.
 TEST_F(FullQueues, AnyNumberOfDevicesMayFinishTheirStepsInsideTheCalls)
 {
     for (int const nbDevices : {MANAGER_CAPACITY + 2, 1000}) {
@@ -180,3 +182,4 @@ TEST_F(FullQueues, AnyNumberOfDevicesMayFinishTheirStepsInsideTheCalls)
 }
 
 } // namespace
+} // namespace ZvTest

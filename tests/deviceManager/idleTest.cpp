@@ -9,6 +9,8 @@
 #include <ctime>
 #include <thread>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 namespace {
@@ -94,3 +96,4 @@ TEST(IdleProcess, WaitersOnPulsesThatHaveLatchedTakeNoProcessorTime)
 }
 
 } // namespace
+} // namespace ZvTest

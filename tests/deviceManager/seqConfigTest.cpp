@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 namespace {
@@ -155,3 +157,4 @@ TEST(SequenceString, EveryShortStringParsesAsTheTableSays)
 }
 
 } // namespace
+} // namespace ZvTest

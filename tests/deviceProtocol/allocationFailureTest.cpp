@@ -2,7 +2,7 @@
 
 #include "recording.h"
 
-#include "allocations.h"
+#include "testing/allocations.h"
 
 #include <gtest/gtest.h>
 
@@ -64,7 +64,7 @@ TEST(AllocationFailure, ACloseThatFailsCanBeTriedAgain)
     EXPECT_EQ(quiet.closed, 1);
 }
 
-TEST(AllocationFailure, AGetThatFailsWaitsForNobody)
+TEST(AllocationFailure, AGetThatFailsDoesNotWait)
 {
     auto const fifo = makeShd<DevMDStdFifo>();
     RCShdPtr<DevMDStdProperty<int>> const gain(new DevMDStdProperty<int>(

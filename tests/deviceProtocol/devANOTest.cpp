@@ -18,90 +18,90 @@ static_assert(!std::is_nothrow_destructible_v<DevAEO>);
 
 TEST(DevANO, NotifyWithoutAnACODoesNothing)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevANO> ano(recordingANO(log, "ano"));
     ano->notify();
-    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(log.getLines(), Lines{});
 }
 
 TEST(DevANO, NotifyRunsAndDestroysTheACOOnce)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevANO> ano(recordingANO(log, "ano"));
     ano->setACO(recordingACO(log, "aco"));
     ano->notify();
-    EXPECT_EQ(log.lines(), (Lines{"aco", "~aco"}));
+    EXPECT_EQ(log.getLines(), (Lines{"aco", "~aco"}));
     ano->notify();
-    EXPECT_EQ(log.lines(), (Lines{"aco", "~aco"}));
+    EXPECT_EQ(log.getLines(), (Lines{"aco", "~aco"}));
 }
 
 TEST(DevANO, SetACODestroysTheFormerOne)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevANO> ano(recordingANO(log, "ano"));
     ano->setACO(recordingACO(log, "first"));
     ano->setACO(recordingACO(log, "second"));
-    EXPECT_EQ(log.lines(), Lines{"~first"});
+    EXPECT_EQ(log.getLines(), Lines{"~first"});
     ano->setACO(nullptr);
-    EXPECT_EQ(log.lines(), (Lines{"~first", "~second"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~first", "~second"}));
 }
 
 TEST(DevANO, DestroysAnACOThatHasNotRun)
 {
-    Log log;
+    Journal log;
     {
         ObjPtr<DevANO> ano(recordingANO(log, "ano"));
         ano->setACO(recordingACO(log, "aco"));
     }
-    EXPECT_EQ(log.lines(), (Lines{"~ano", "~aco"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~ano", "~aco"}));
 }
 
 TEST(DevANO, ReleaseACOTwiceYieldsTheACOAndThenOneThatDoesNothing)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevANO> ano(recordingANO(log, "ano"));
     ano->setACO(recordingACO(log, "aco"));
     ObjPtr<DevACO> first(ano->releaseACO());
     ObjPtr<DevACO> second(ano->releaseACO());
     ASSERT_FALSE(second.isNull());
     second->performExecute();
-    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(log.getLines(), Lines{});
     first->performExecute();
-    EXPECT_EQ(log.lines(), Lines{"aco"});
+    EXPECT_EQ(log.getLines(), Lines{"aco"});
     ano->notify(); // the ANO has no ACO now
-    EXPECT_EQ(log.lines(), Lines{"aco"});
+    EXPECT_EQ(log.getLines(), Lines{"aco"});
 }
 
 TEST(DevANO, AnACOThatThrowsIsDestroyedWithTheANO)
 {
-    Log log;
+    Journal log;
     {
         ObjPtr<DevANO> ano(recordingANO(log, "ano"));
         struct Guard : RecordingACO
         {
-            explicit Guard(Log &log) : RecordingACO(log, "aco") {}
+            explicit Guard(Journal &log) : RecordingACO(log, "aco") {}
             void performExecute() override { throw std::runtime_error("aco"); }
         };
         ano->setACO(ObjPtr<DevACO>(new Guard(log)));
         EXPECT_THROW(ano->notify(), std::runtime_error);
     }
-    EXPECT_EQ(log.lines(), (Lines{"~ano", "~aco"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~ano", "~aco"}));
 }
 
 TEST(DevACO, MadeFromACallableRunsIt)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevMDStdANO> ano(recordingANO(log, "ano"));
     ano->setACO(makeACO([&] { log.add("run"); }));
     ano->notify();
-    EXPECT_EQ(log.lines(), Lines{"run"});
+    EXPECT_EQ(log.getLines(), Lines{"run"});
 }
 
-/// Completion that logs the failure that it is told of.
+/// Completion that logs its failure.
 class FailableACO final : public DevFailableACO
 {
 public:
-    explicit FailableACO(Log &log) : _log(log) {}
+    explicit FailableACO(Journal &log) : _log(log) {}
     void performExecute() override { _log.add("executed"); }
     void performFail(std::exception_ptr const &failure) override
     {
@@ -113,35 +113,35 @@ public:
     }
 
 private:
-    Log &_log;
+    Journal &_log;
 };
 
-TEST(DevANO, TellsAFailableACOOfAFailureOnce)
+TEST(DevANO, ReportsAFailureToAFailableACOOnce)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevANO> ano(recordingANO(log, "ano"));
     auto const failure = std::make_exception_ptr(std::runtime_error("no tape"));
     EXPECT_FALSE(ano->notifyFailure(failure));
     ano->setACO(makeObj<FailableACO>(log));
     EXPECT_TRUE(ano->notifyFailure(failure));
     EXPECT_FALSE(ano->notifyFailure(failure));
-    EXPECT_EQ(log.lines(), Lines{"no tape"});
+    EXPECT_EQ(log.getLines(), Lines{"no tape"});
 }
 
 TEST(DevANO, KeepsAnotherACOWhenItFails)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevANO> ano(recordingANO(log, "ano"));
     ano->setACO(recordingACO(log, "aco"));
     EXPECT_FALSE(ano->notifyFailure(std::make_exception_ptr(std::runtime_error("no tape"))));
-    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(log.getLines(), Lines{});
     ano->notify();
-    EXPECT_EQ(log.lines(), (Lines{"aco", "~aco"}));
+    EXPECT_EQ(log.getLines(), (Lines{"aco", "~aco"}));
 }
 
 TEST(DevANO, MadeFromACallableOwnsWhatItHolds)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevACO> held(recordingACO(log, "held"));
     ObjPtr<DevANO> ano(makeANO([held = std::move(held), &log] {
         log.add("executed");
@@ -149,21 +149,21 @@ TEST(DevANO, MadeFromACallableOwnsWhatItHolds)
     }));
     ano->performExecute();
     ano = nullptr;
-    EXPECT_EQ(log.lines(), (Lines{"executed", "held", "~held"}));
+    EXPECT_EQ(log.getLines(), (Lines{"executed", "held", "~held"}));
 }
 
 TEST(DevANO, MadeFromACallableThatTakesItsRequestItMayKeepTheCompletion)
 {
-    Log log;
+    Journal log;
     ObjPtr<DevACO> kept;
     ObjPtr<DevANO> ano(makeANO([&](DevMDStdANO &request) { kept = request.releaseACO(); }));
     ano->setACO(recordingACO(log, "aco"));
     ano->performExecute();
     ano->notify();
     ano = nullptr;
-    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(log.getLines(), Lines{});
     kept->performExecute();
-    EXPECT_EQ(log.lines(), Lines{"aco"});
+    EXPECT_EQ(log.getLines(), Lines{"aco"});
 }
 
 class CountingANO : public DevClonableANO
@@ -180,7 +180,7 @@ private:
 
 TEST(DevClonableANO, AClonePassesTheSameRequestWithoutTheACO)
 {
-    Log log;
+    Journal log;
     int count = 0;
     ObjPtr<DevClonableANO> prototype(new CountingANO(count));
     prototype->setACO(recordingACO(log, "aco"));
@@ -189,7 +189,7 @@ TEST(DevClonableANO, AClonePassesTheSameRequestWithoutTheACO)
     clone->performExecute();
     clone->notify();
     EXPECT_EQ(count, 1);
-    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(log.getLines(), Lines{});
 }
 
 TEST(DevANOQueueEntry, HoldsNothingAtFirst)
@@ -201,52 +201,52 @@ TEST(DevANOQueueEntry, HoldsNothingAtFirst)
 
 TEST(DevANOQueueEntry, CopyingMovesAlsoFromAConstSource)
 {
-    Log log;
+    Journal log;
     DevANOQueueEntry const source{ObjPtr<DevANO>(recordingANO(log, "ano"))};
     DevANOQueueEntry copy(source);
     EXPECT_TRUE(source.isNull());
     ASSERT_FALSE(copy.isNull());
     ObjPtr<DevANO>(copy.release())->performExecute();
     EXPECT_TRUE(copy.isNull());
-    EXPECT_EQ(log.lines(), (Lines{"ano", "~ano"}));
+    EXPECT_EQ(log.getLines(), (Lines{"ano", "~ano"}));
 }
 
 TEST(DevANOQueueEntry, AssignmentDestroysWhatTheTargetHeldAndEmptiesTheSource)
 {
-    Log log;
+    Journal log;
     DevANOQueueEntry target{ObjPtr<DevANO>(recordingANO(log, "target"))};
     DevANOQueueEntry const source{ObjPtr<DevANO>(recordingANO(log, "source"))};
     target = source;
     EXPECT_TRUE(source.isNull());
-    EXPECT_EQ(log.lines(), Lines{"~target"});
+    EXPECT_EQ(log.getLines(), Lines{"~target"});
     ASSERT_FALSE(target.isNull());
     ObjPtr<DevANO>(target.release())->performExecute();
-    EXPECT_EQ(log.lines(), (Lines{"~target", "source", "~source"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~target", "source", "~source"}));
 }
 
 TEST(DevANOQueueEntry, SelfAssignmentKeepsTheANO)
 {
-    Log log;
+    Journal log;
     DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "ano"))};
     DevANOQueueEntry const &same = entry;
     entry = same;
     EXPECT_FALSE(entry.isNull());
-    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(log.getLines(), Lines{});
 }
 
 TEST(DevANOQueueEntry, DestroysTheANOThatItHolds)
 {
-    Log log;
+    Journal log;
     {
         DevANOQueueEntry const entry{ObjPtr<DevANO>(recordingANO(log, "ano"))};
     }
-    EXPECT_EQ(log.lines(), Lines{"~ano"});
+    EXPECT_EQ(log.getLines(), Lines{"~ano"});
 }
 
 TEST(DevANOQueue, ACapacityOfZeroNeverBlocksAProducer)
 {
     DevANOQueue queue("test", 0);
-    Log log;
+    Journal log;
     for (int i = 0; i < 5000; ++i)
         queue.produce(DevANOQueueEntry(ObjPtr<DevANO>(recordingANO(log, "ano"))));
     EXPECT_EQ(queue.getSize(), 5000u);
@@ -255,10 +255,10 @@ TEST(DevANOQueue, ACapacityOfZeroNeverBlocksAProducer)
     }
 }
 
-TEST(DevANOQueue, TryProduceLeavesTheEntryUntouchedWhereTheQueueIsFull)
+TEST(DevANOQueue, TryProduceLeavesTheEntryUntouchedIfTheQueueIsFull)
 {
     DevANOQueue queue("test", 1);
-    Log log;
+    Journal log;
     DevANOQueueEntry first{ObjPtr<DevANO>(recordingANO(log, "first"))};
     DevANOQueueEntry second{ObjPtr<DevANO>(recordingANO(log, "second"))};
     EXPECT_TRUE(queue.tryProduce(first));
@@ -278,7 +278,7 @@ TEST(DevReceiverWait, APostBeforeTheWaitOfTheSenderIsRemembered)
     receiver.wait();
 }
 
-TEST(DevReceiverWait, ASenderThatComesFirstWaitsForTheReceiver)
+TEST(DevReceiverWait, ASenderThatArrivesFirstWaitsForTheReceiver)
 {
     DevReceiverWait receiver("rendezvous");
     DevSenderWait sender(receiver);
@@ -297,7 +297,7 @@ TEST(DevReceiverWait, ASenderThatComesFirstWaitsForTheReceiver)
     serving.join();
 }
 
-TEST(DevReceiverWait, AReceiverThatComesFirstWaitsToBeLetGo)
+TEST(DevReceiverWait, AReceiverThatArrivesFirstWaitsForItsRelease)
 {
     DevReceiverWait receiver("rendezvous");
     DevSenderWait sender(receiver);

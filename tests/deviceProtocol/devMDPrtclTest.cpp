@@ -1,5 +1,7 @@
 #include "recording.h"
 
+#include "testing/failures.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -80,21 +82,10 @@ private:
     unsigned int _attributes;
 };
 
-template <class Function>
-std::string illegalOperation(Function function)
-{
-    try {
-        function();
-    } catch (DevPrtclEx::ExMDPropertyIllegalOp &failure) {
-        return failure.getReason();
-    }
-    return "no failure";
-}
-
 TEST(DevMDProperty, SetWithoutItsBitThrowsAndNeverReachesTheDevice)
 {
     RCShdPtr<PlainProperty<int>> property(new PlainProperty<int>(DevMDPropertyAny::READABLE));
-    EXPECT_EQ(illegalOperation([&] { property->set(1); }),
+    EXPECT_EQ(reasonOf<DevPrtclEx::ExMDPropertyIllegalOp>([&] { property->set(1); }),
               "\"set\" is not available for property gain\".");
     EXPECT_EQ(property->sets, 0);
     int value = 7;
@@ -106,7 +97,7 @@ TEST(DevMDProperty, GetWithoutItsBitThrowsAndNeverReachesTheDevice)
 {
     RCShdPtr<PlainProperty<int>> property(new PlainProperty<int>(DevMDPropertyAny::WRITABLE));
     int value = 7;
-    EXPECT_EQ(illegalOperation([&] { property->get(value); }),
+    EXPECT_EQ(reasonOf<DevPrtclEx::ExMDPropertyIllegalOp>([&] { property->get(value); }),
               "\"get\" is not available for property gain\".");
     EXPECT_EQ(property->gets, 0);
     EXPECT_EQ(value, 7);

@@ -2,15 +2,15 @@
 
 #include "recording.h"
 
-#include "aborted.h"
+#include "testing/aborted.h"
 
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
-#include "threadExtensions/asleep.h"
-#include "threadExtensions/refusedThreads.h"
+#include "testing/asleep.h"
+#include "testing/refusedThreads.h"
 
 #include <gtest/gtest.h>
 
@@ -28,7 +28,8 @@ namespace {
 class Body : public DevMDStdLoopThreadProtocol
 {
 public:
-    Body(RCShdPtr<DevMDStdFifo> const &fifo, Log &log) : DevMDStdLoopThreadProtocol(fifo), _log(log)
+    Body(RCShdPtr<DevMDStdFifo> const &fifo, Journal &log)
+        : DevMDStdLoopThreadProtocol(fifo), _log(log)
     {}
     ~Body() override { _log.add("~body"); }
 
@@ -47,21 +48,17 @@ public:
 protected:
     void performFailed(std::exception_ptr const &failure) override
     {
-        try {
-            std::rethrow_exception(failure);
-        } catch (std::exception const &caught) {
-            _log.add(std::string("failed: ") + caught.what());
-        }
+        _log.add("failed: " + messageOf(failure));
     }
 
 private:
-    Log &_log;
+    Journal &_log;
 };
 
 /// Handler of the requests, on the device's thread.
 struct Handler
 {
-    Log &log;
+    Journal &log;
     std::thread::id thread{};
     std::function<void()> onClose = [] {};
     ObjPtr<DevANO> recoverNotification{};
@@ -123,7 +120,7 @@ class DevMDStdDeviceTest : public testing::Test
 protected:
     ~DevMDStdDeviceTest() noexcept override {} // destructors of members may throw
 
-    Log _log;
+    Journal _log;
     Handler _handler{_log};
     RCShdPtr<DevMDStdFifo> _fifo = makeShd<DevMDStdFifo>();
     RCShdPtr<Device> _device = makeShd<Device>(_handler, _fifo);
@@ -132,7 +129,7 @@ protected:
 TEST_F(DevMDStdDeviceTest, OpenReturnsAfterTheOpenRequestHasRunOnTheDevicesThread)
 {
     _device->performOpen();
-    EXPECT_EQ(_log.lines(), (Lines{"body of camera", "open"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"body of camera", "open"}));
     EXPECT_NE(_handler.thread, std::this_thread::get_id());
     _device->performClose();
 }
@@ -141,12 +138,13 @@ TEST_F(DevMDStdDeviceTest, CloseReturnsAfterTheThreadHasEnded)
 {
     _device->performOpen();
     _device->performClose(); // the close request wakes the thread in consume
-    EXPECT_EQ(_log.lines(), (Lines{"body of camera", "open", "close", "stop asked", "body ended"}));
+    EXPECT_EQ(_log.getLines(),
+              (Lines{"body of camera", "open", "close", "stop asked", "body ended"}));
     _device = nullptr;
-    EXPECT_EQ(_log.lines().back(), "~body");
+    EXPECT_EQ(_log.getLines().back(), "~body");
 }
 
-TEST_F(DevMDStdDeviceTest, TheStopReachesAThreadThatStandsStill)
+TEST_F(DevMDStdDeviceTest, TheStopReachesAThreadThatIsBlocked)
 {
     // A body that must be told to stop before it takes another request after the close request.
     class Careful : public DevMDStdThreadProtocol
@@ -186,7 +184,7 @@ TEST_F(DevMDStdDeviceTest, EverythingQueuedBeforeCloseIsExecuted)
         expected.push_back(std::to_string(i));
     for (char const *line : {"close", "stop asked", "body ended"})
         expected.push_back(line);
-    EXPECT_EQ(_log.lines(), expected);
+    EXPECT_EQ(_log.getLines(), expected);
 }
 
 TEST_F(DevMDStdDeviceTest, EachStepOfASequenceRunsOnTheDevicesThreadAndThenItsCompletion)
@@ -200,20 +198,20 @@ TEST_F(DevMDStdDeviceTest, EachStepOfASequenceRunsOnTheDevicesThreadAndThenItsCo
     _device->performStop(recordingACO(_log, "stopped"));
     _device->performAbort(recordingACO(_log, "aborted"));
     _device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"body of camera", "open",        "start",
-                                   "started",        "~started",    "sync to mark 7",
-                                   "locked",         "~locked",     "sync with latency 8",
-                                   "locked too",     "~locked too", "recover",
-                                   "recovered",      "~recovered",  "stop",
-                                   "stopped",        "~stopped",    "abort",
-                                   "aborted",        "~aborted",    "close",
-                                   "stop asked",     "body ended"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"body of camera", "open",        "start",
+                                      "started",        "~started",    "sync to mark 7",
+                                      "locked",         "~locked",     "sync with latency 8",
+                                      "locked too",     "~locked too", "recover",
+                                      "recovered",      "~recovered",  "stop",
+                                      "stopped",        "~stopped",    "abort",
+                                      "aborted",        "~aborted",    "close",
+                                      "stop asked",     "body ended"}));
 
     // The device may execute both notifications at any time.
     _handler.recoverNotification->performExecute();
-    EXPECT_EQ(_log.lines().back(), "recoverANO");
+    EXPECT_EQ(_log.getLines().back(), "recoverANO");
     _handler.abortNotification->performExecute();
-    EXPECT_EQ(_log.lines().back(), "abortANO");
+    EXPECT_EQ(_log.getLines().back(), "abortANO");
     _handler.recoverNotification = nullptr;
     _handler.abortNotification = nullptr;
 }
@@ -223,7 +221,7 @@ TEST_F(DevMDStdDeviceTest, AStepReturnsWhenItIsQueued)
     ObjPtr<DevACO> aco(recordingACO(_log, "stopped"));
     _device->performStop(aco); // no thread serves the FIFO
     EXPECT_TRUE(aco.isNull());
-    EXPECT_EQ(_log.lines(), Lines{});
+    EXPECT_EQ(_log.getLines(), Lines{});
     _device->performOpen();
     EXPECT_TRUE(_log.has("~stopped"));
     _device->performClose();
@@ -264,7 +262,7 @@ TEST_F(DevMDStdDeviceTest, ADeviceMayTakeItsTimeOverAStep)
     EXPECT_FALSE(_log.has("started"));
     ASSERT_FALSE(taken.isNull());
     taken->performExecute();
-    EXPECT_EQ(_log.lines().back(), "started");
+    EXPECT_EQ(_log.getLines().back(), "started");
 }
 
 TEST_F(DevMDStdDeviceTest, NullFactoriesAreNullPointerFailures)
@@ -351,7 +349,7 @@ TEST_F(DevMDStdDeviceTest, AnOpenThatFailsHalfWayLeavesNoThreadAndNoRelation)
 {
     auto const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     for (bool const returnsNull : {false, true}) {
-        Log log;
+        Journal log;
         RCShdPtr<Device> device = makeShd<Device>(
             _fifo, ObjPtr<DevMDStdThreadProtocol>(new Body(_fifo, log)),
             ObjPtr<DevMDStdAccessANOFactory>(new FailingAccessFactory(returnsNull)));
@@ -359,7 +357,7 @@ TEST_F(DevMDStdDeviceTest, AnOpenThatFailsHalfWayLeavesNoThreadAndNoRelation)
             EXPECT_THROW(device->performOpen(), RCEx::ExNullPtr);
         else
             EXPECT_THROW(device->performOpen(), std::runtime_error);
-        EXPECT_EQ(log.lines(),
+        EXPECT_EQ(log.getLines(),
                   (Lines{"body of camera", "stop asked", "body ended", "stop asked", "~body"}));
         EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
         EXPECT_THROW(device->performOpen(), RCEx::ExNullPtr);
@@ -428,7 +426,7 @@ TEST_F(DevMDStdDeviceTest, RequestsThatComeTooLateAreDestroyedUnrunAndAGetIsRele
     EXPECT_THROW(gain->get(value), DevPrtclEx::ExMDStdPropertyGet);
 }
 
-TEST_F(DevMDStdDeviceTest, CloseLetsGoWhoeverWaitsForRoom)
+TEST_F(DevMDStdDeviceTest, CloseWakesThreadsThatWaitForRoom)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(1);
     Turnstile closing;
@@ -453,7 +451,7 @@ TEST_F(DevMDStdDeviceTest, DestroyedOpenItEndsItsThreadWithoutTheCloseRequest)
     _device = nullptr;
     EXPECT_TRUE(_log.has("body ended"));
     EXPECT_FALSE(_log.has("close"));
-    EXPECT_EQ(_log.lines().back(), "~body");
+    EXPECT_EQ(_log.getLines().back(), "~body");
 }
 
 TEST_F(DevMDStdDeviceTest, DestroyedOpenItDestroysWhatIsQueuedUnrun)
@@ -498,7 +496,7 @@ TEST_F(DevMDStdDeviceTest, NeverOpenedItReleasesAReaderAndDestroysWhatIsQueued)
     device = nullptr;
     reader.join();
     produce(*fifo, recordingANO(_log, "late"));
-    EXPECT_EQ(_log.lines().back(), "~late");
+    EXPECT_EQ(_log.getLines().back(), "~late");
 }
 
 using DeviceEndsDeathTest = DevMDStdDeviceTest;
@@ -525,7 +523,7 @@ TEST_F(DeviceEndsDeathTest, ARequestThatThrowsEndsTheProcess)
         aborted(), "");
 }
 
-TEST_F(DeviceEndsDeathTest, ItsLastReferenceMustNotGoOnItsOwnThread)
+TEST_F(DeviceEndsDeathTest, ItsLastReferenceMustNotBeReleasedOnItsOwnThread)
 {
     EXPECT_EXIT(
         {
@@ -613,11 +611,11 @@ TEST_F(DevMDStdDeviceTest, ItsThreadRunsAtOrAboveTheRealTimeLandmark)
 
 TEST_F(DevMDStdDeviceTest, ItsThreadHasTheUsualStack)
 {
-    Zv::lastStackSize = 0;
+    lastStackSize = 0;
     auto const device = makeShd<Device>(_handler, _fifo);
     device->performOpen();
     device->performClose();
-    EXPECT_EQ(Zv::lastStackSize, 65536u);
+    EXPECT_EQ(lastStackSize, 65536u);
 }
 
 TEST_F(DevMDStdDeviceTest, AFailingRequestIsTheDevicesToHandleAndItsCompletionDoesNotRun)
@@ -628,23 +626,23 @@ TEST_F(DevMDStdDeviceTest, AFailingRequestIsTheDevicesToHandleAndItsCompletionDo
     produce(*_fifo, failing);
     produce(*_fifo, makeANO([this] { _handler.note("next"); }));
     _device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"body of camera", "open", "~pushed", "failed: push", "next",
-                                   "close", "stop asked", "body ended"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"body of camera", "open", "~pushed", "failed: push", "next",
+                                      "close", "stop asked", "body ended"}));
 }
 
 TEST(DevMDStdLoopThreadProtocol, WithoutAHandlerAFailureLeavesTheBody)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     DevMDStdLoopThreadProtocol body(fifo);
-    Log log;
+    Journal log;
     ObjPtr<DevANO> failing(makeANO([] { ZV_THROW(DevPrtclEx::ExNameNotUnique); }));
     failing->setACO(recordingACO(log, "aco"));
     produce(*fifo, failing);
     produce(*fifo, recordingANO(log, "behind"));
     EXPECT_THROW(body.performExecute(nullptr), DevPrtclEx::ExNameNotUnique);
-    EXPECT_EQ(log.lines(), Lines{"~aco"});
+    EXPECT_EQ(log.getLines(), Lines{"~aco"});
     EXPECT_TRUE(body.tryConsume());
-    EXPECT_EQ(log.lines(), (Lines{"~aco", "behind", "~behind"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~aco", "behind", "~behind"}));
 }
 
 TEST(DevMDStdLoopThreadProtocol, HandsAlsoAnExBaseThatIsNoStandardExceptionToTheDevice)
@@ -692,7 +690,7 @@ TEST(DevMDStdThreadProtocol, TryConsumeOnAnEmptyQueueExecutesNothingAndReturnsFa
 
 TEST(DevMDStdThreadProtocol, ExecutesNotifiesAndDestroysInThisOrder)
 {
-    Log log;
+    Journal log;
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     ByHand body(fifo);
     for (int i = 0; i < 2; ++i) {
@@ -702,9 +700,9 @@ TEST(DevMDStdThreadProtocol, ExecutesNotifiesAndDestroysInThisOrder)
     }
     Lines const once{"ano", "aco", "~aco", "~ano"};
     body.consume();
-    EXPECT_EQ(log.lines(), once);
+    EXPECT_EQ(log.getLines(), once);
     EXPECT_TRUE(body.tryConsume());
-    EXPECT_EQ(log.lines().size(), 8u);
+    EXPECT_EQ(log.getLines().size(), 8u);
     EXPECT_FALSE(body.tryConsume());
 }
 
@@ -717,20 +715,20 @@ TEST(DevMDStdThreadProtocol, ANullFifoIsANullPointerFailure)
 
 TEST(DevMDStdThreadProtocol, AnExceptionOfARequestPassesAndItsCompletionDoesNotRun)
 {
-    Log log;
+    Journal log;
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     ByHand body(fifo);
     ObjPtr<DevANO> ano(makeANO([] { throw std::runtime_error("ano"); }));
     ano->setACO(recordingACO(log, "aco"));
     produce(*fifo, ano);
     EXPECT_THROW(body.consume(), std::runtime_error);
-    EXPECT_EQ(log.lines(), Lines{"~aco"});
+    EXPECT_EQ(log.getLines(), Lines{"~aco"});
 }
 
 TEST(DevMDStdDevices, OpenAndCloseWhileClientsKeepSending)
 {
     for (int round = 0; round < 20; ++round) {
-        Log log;
+        Journal log;
         Handler handler{log};
         RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(2);
         RCShdPtr<Device> const device = makeShd<Device>(handler, fifo);

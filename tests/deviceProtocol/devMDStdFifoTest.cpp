@@ -1,5 +1,5 @@
 #include "recording.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 namespace ZvTest {
 namespace {
 
-TEST(DevMDStdFifo, BlocksTheEleventhProduceUntilSomebodyConsumes)
+TEST(DevMDStdFifo, BlocksTheEleventhProduceUntilAnEntryIsConsumed)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     std::atomic<bool> consumed{false};
@@ -72,7 +72,7 @@ TEST(DevMDStdFifo, AdmitsAboveItsCapacityInTheOrderOfItsCalls)
     std::counting_semaphore<> produced{0};
     RCShdPtr<DevMDStdFifo> const fifo(
         new DevMDStdFifo(RCShdPtr<DevMDStdFifoObs>(new CountingObs(produced)), 1));
-    Log log;
+    Journal log;
     produce(*fifo, recordingANO(log, "request"));
     for (char const *name : {"step", "other step"}) {
         DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, name))};
@@ -82,50 +82,50 @@ TEST(DevMDStdFifo, AdmitsAboveItsCapacityInTheOrderOfItsCalls)
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(produced.try_acquire());
     drain(*fifo);
-    EXPECT_EQ(log.lines(),
+    EXPECT_EQ(log.getLines(),
               (Lines{"request", "~request", "step", "~step", "other step", "~other step"}));
 }
 
 TEST(DevMDStdFifo, DestroysWhatItAdmitsWhenItIsClosed)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(1);
-    Log log;
+    Journal log;
     DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "queued"))};
     fifo->admit(entry);
     fifo->close();
     entry = DevANOQueueEntry{ObjPtr<DevANO>(recordingANO(log, "late"))};
     fifo->admit(entry);
-    EXPECT_EQ(log.lines(), (Lines{"~queued", "~late"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~queued", "~late"}));
     EXPECT_THROW(fifo->admit(entry), RCEx::ExNullPtr);
 }
 
 TEST(DevMDStdFifo, ProduceLeavesTheEntryEmptyAndConsumeKeepsTheOrder)
 {
     RCShdPtr<DevMDStdFifo> const queue = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "first"))};
     queue->produce(entry);
     EXPECT_TRUE(entry.isNull());
     produce(*queue, recordingANO(log, "second"));
     ObjPtr<DevANO>(queue->consume().release())->performExecute();
     ObjPtr<DevANO>(queue->consume().release())->performExecute();
-    EXPECT_EQ(log.lines(), (Lines{"first", "~first", "second", "~second"}));
+    EXPECT_EQ(log.getLines(), (Lines{"first", "~first", "second", "~second"}));
 }
 
 TEST(DevMDStdFifo, TryConsumeOnAnEmptyOneReturnsFalseAndLeavesTheEntryAsItWas)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "held"))};
     EXPECT_FALSE(fifo->tryConsume(entry));
     EXPECT_FALSE(entry.isNull());
-    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(log.getLines(), Lines{});
 
     produce(*fifo, recordingANO(log, "queued"));
     EXPECT_TRUE(fifo->tryConsume(entry));
-    EXPECT_EQ(log.lines(), Lines{"~held"});
+    EXPECT_EQ(log.getLines(), Lines{"~held"});
     ObjPtr<DevANO>(entry.release())->performExecute();
-    EXPECT_EQ(log.lines(), (Lines{"~held", "queued", "~queued"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~held", "queued", "~queued"}));
 }
 
 TEST(DevMDStdFifo, ConsumeWaitsForAProducer)
@@ -147,7 +147,7 @@ TEST(DevMDStdFifo, ConsumeWaitsForAProducer)
     consumer.join();
 }
 
-TEST(DevMDStdFifo, TellsItsObserverOfEachProductionWithTheEmptiedEntry)
+TEST(DevMDStdFifo, CallsItsObserverForEachProductionWithTheEmptiedEntry)
 {
     struct Obs : DevMDStdFifoObs
     {
@@ -178,29 +178,29 @@ TEST(DevMDStdFifo, ANullObserverIsANullPointerFailureOfEachProduction)
 
 TEST(DevMDStdFifo, DestroyedWithEntriesTripsTheAssertionThatItIsEmpty)
 {
-    Log log;
+    Journal log;
     RCShdPtr<DevMDStdFifo> fifo = makeShd<DevMDStdFifo>();
     produce(*fifo, recordingANO(log, "left"));
     EXPECT_THROW(fifo = nullptr, AssertionFailed);
-    EXPECT_EQ(log.lines(), Lines{"~left"});
+    EXPECT_EQ(log.getLines(), Lines{"~left"});
 }
 
-TEST(DevMDStdFifo, CloseDestroysWhatIsQueuedAndWhatStillComes)
+TEST(DevMDStdFifo, CloseDestroysQueuedAndLaterEntries)
 {
-    Log log;
+    Journal log;
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     produce(*fifo, recordingANO(log, "queued"));
     fifo->close();
-    EXPECT_EQ(log.lines(), Lines{"~queued"});
+    EXPECT_EQ(log.getLines(), Lines{"~queued"});
     produce(*fifo, recordingANO(log, "late"));
-    EXPECT_EQ(log.lines(), (Lines{"~queued", "~late"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~queued", "~late"}));
     DevANOQueueEntry entry;
     EXPECT_FALSE(fifo->tryConsume(entry));
 
     fifo->open();
     produce(*fifo, recordingANO(log, "again"));
     drain(*fifo);
-    EXPECT_EQ(log.lines().back(), "~again");
+    EXPECT_EQ(log.getLines().back(), "~again");
     EXPECT_TRUE(log.has("again"));
 }
 
@@ -212,14 +212,14 @@ struct FailingObs : DevMDStdFifoObs
     }
 };
 
-TEST(DevMDStdFifo, AClosedOneDestroysWhatComesAlsoWhereItsObserverFails)
+TEST(DevMDStdFifo, IfClosedDestroysNewEntriesEvenIfItsObserverThrows)
 {
-    Log log;
+    Journal log;
     RCShdPtr<DevMDStdFifo> const fifo =
         makeShd<DevMDStdFifo>(RCShdPtr<DevMDStdFifoObs>(new FailingObs));
     fifo->close();
     EXPECT_THROW(produce(*fifo, recordingANO(log, "late")), std::runtime_error);
-    EXPECT_EQ(log.lines(), Lines{"~late"});
+    EXPECT_EQ(log.getLines(), Lines{"~late"});
     DevANOQueueEntry entry;
     EXPECT_FALSE(fifo->tryConsume(entry));
 }
@@ -232,14 +232,14 @@ TEST(DevMDStdFifo, AnEntryWithoutAnANOIsANullPointerFailureOfItsProducer)
     EXPECT_FALSE(fifo->tryConsume(entry));
 }
 
-TEST(DevMDStdFifo, SendHandsOutWhatTheObserverThrowsAndThrowsWhatKeepsTheANO)
+TEST(DevMDStdFifo, SendReturnsWhatTheObserverThrowsAndThrowsIfTheANOIsNotQueued)
 {
-    Log log;
+    Journal log;
     RCShdPtr<DevMDStdFifo> const plain = makeShd<DevMDStdFifo>();
     EXPECT_EQ(plain->send(recordingANO(log, "sent")), nullptr);
     EXPECT_THROW((void)plain->send(nullptr), RCEx::ExNullPtr);
     drain(*plain);
-    EXPECT_EQ(log.lines(), (Lines{"sent", "~sent"}));
+    EXPECT_EQ(log.getLines(), (Lines{"sent", "~sent"}));
 
     RCShdPtr<DevMDStdFifo> const failing =
         makeShd<DevMDStdFifo>(RCShdPtr<DevMDStdFifoObs>(new FailingObs));
@@ -252,38 +252,38 @@ TEST(DevMDStdFifo, SendHandsOutWhatTheObserverThrowsAndThrowsWhatKeepsTheANO)
 TEST(DevMDStdFifo, TimedConsumeWaitsForAProducerOrForItsTime)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "held"))};
     EXPECT_FALSE(fifo->timedConsume(entry, 0.001));
     EXPECT_FALSE(entry.isNull());
-    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(log.getLines(), Lines{});
     std::thread producer([&] { produce(*fifo, recordingANO(log, "queued")); });
     EXPECT_TRUE(fifo->timedConsume(entry, 3600));
     producer.join();
-    EXPECT_EQ(log.lines(), Lines{"~held"});
+    EXPECT_EQ(log.getLines(), Lines{"~held"});
 }
 
-TEST(DevMDStdFifo, WhatAFilledEntryHeldEndsWithoutTheLock)
+TEST(DevMDStdFifo, DestroysTheFormerContentsOfAnEntryWithoutTheLock)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     struct ProducesAtItsEnd : DevMDStdANO
     {
-        ProducesAtItsEnd(DevMDStdFifo &f, Log &l) : fifo(f), log(l) {}
+        ProducesAtItsEnd(DevMDStdFifo &f, Journal &l) : fifo(f), log(l) {}
         ~ProducesAtItsEnd() override
         {
             std::thread([this] { produce(fifo, recordingANO(log, "another")); }).join();
         }
         void performExecute() override {}
         DevMDStdFifo &fifo;
-        Log &log;
+        Journal &log;
     };
     for (bool const isTimed : {false, true}) {
         DevANOQueueEntry entry{ObjPtr<DevANO>(makeObj<ProducesAtItsEnd>(*fifo, log))};
         produce(*fifo, recordingANO(log, "queued"));
         EXPECT_TRUE(isTimed ? fifo->timedConsume(entry, 3600) : fifo->tryConsume(entry));
         drain(*fifo);
-        EXPECT_EQ(log.lines().back(), "~another");
+        EXPECT_EQ(log.getLines().back(), "~another");
     }
 }
 
@@ -323,7 +323,7 @@ TEST(DevMDStdFifo, CloseLetsBlockedProducersGo)
 TEST(DevMDStdFifo, CloseDestroysAllAndReleasesProducersAlsoIfOneANOFailsToEnd)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>(3);
-    Log log;
+    Journal log;
     produce(*fifo, makeObj<FailingANO>(log, "first"));
     produce(*fifo, makeObj<FailingANO>(log, "second"));
     produce(*fifo, recordingANO(log, "third"));
@@ -338,47 +338,47 @@ TEST(DevMDStdFifo, CloseDestroysAllAndReleasesProducersAlsoIfOneANOFailsToEnd)
     waitUntilAsleep(number);
     EXPECT_EQ(whatFails([&] { fifo->close(); }), "first");
     producer.join();
-    Lines lines = log.lines();
+    Lines lines = log.getLines();
     std::sort(lines.begin(), lines.end());
     EXPECT_EQ(lines, (Lines{"~first", "~fourth", "~second", "~third"}));
 }
 
-TEST(DevMDStdFifo, TheProducerIsToldOfAnANOThatFailsToEndInAClosedOne)
+TEST(DevMDStdFifo, IfClosedThrowsWhatTheDestructorOfAnANOThrows)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     fifo->close();
     EXPECT_EQ(whatFails([&] { produce(*fifo, makeObj<FailingANO>(log, "late")); }), "late");
-    EXPECT_EQ(log.lines(), Lines{"~late"});
+    EXPECT_EQ(log.getLines(), Lines{"~late"});
 }
 
 TEST(DevMDStdFifo, TheLastANOIsAllThatTheConsumerGets)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     produce(*fifo, recordingANO(log, "queued"));
     EXPECT_EQ(fifo->sendLast(recordingANO(log, "last")), nullptr);
-    EXPECT_EQ(log.lines(), Lines{"~queued"});
+    EXPECT_EQ(log.getLines(), Lines{"~queued"});
     produce(*fifo, recordingANO(log, "late"));
     drain(*fifo);
-    EXPECT_EQ(log.lines(), (Lines{"~queued", "last", "~last", "~late"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~queued", "last", "~last", "~late"}));
 
     produce(*fifo, recordingANO(log, "waits"));
     DevANOQueueEntry entry{ObjPtr<DevANO>(recordingANO(log, "held"))};
     EXPECT_FALSE(fifo->timedConsume(entry, 0.001));
     EXPECT_FALSE(entry.isNull());
-    EXPECT_EQ(log.lines().back(), "~waits");
+    EXPECT_EQ(log.getLines().back(), "~waits");
     fifo->close();
 }
 
-TEST(DevMDStdFifo, TheLastANOIsFoundBehindThoseThatCameBeforeIt)
+TEST(DevMDStdFifo, TheLastANOIsBehindTheEarlierOnes)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     // Its destruction makes another producer queue a request before the last one.
     struct Late
     {
-        Late(DevMDStdFifo &fifo, Log &log) : _fifo(&fifo), _log(log) {}
+        Late(DevMDStdFifo &fifo, Journal &log) : _fifo(&fifo), _log(log) {}
         Late(Late &&other) noexcept : _fifo(std::exchange(other._fifo, nullptr)), _log(other._log)
         {}
         ~Late() noexcept(false)
@@ -388,24 +388,24 @@ TEST(DevMDStdFifo, TheLastANOIsFoundBehindThoseThatCameBeforeIt)
         }
         void operator()() const {}
         DevMDStdFifo *_fifo;
-        Log &_log;
+        Journal &_log;
     };
     produce(*fifo, makeANO(Late(*fifo, log)));
     EXPECT_EQ(fifo->sendLast(recordingANO(log, "last")), nullptr);
     ObjPtr<DevANO> const last(fifo->consume().release());
     last->performExecute();
-    EXPECT_EQ(log.lines(), (Lines{"~late", "last"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~late", "last"}));
     fifo->close();
 }
 
-TEST(DevMDStdFifo, CloseTellsWhatFailedToEndOnTheConsumersThread)
+TEST(DevMDStdFifo, CloseThrowsWhatADestructorThrewOnTheConsumersThread)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     EXPECT_EQ(fifo->sendLast(recordingANO(log, "last")), nullptr);
     produce(*fifo, makeObj<FailingANO>(log, "late"));
     drain(*fifo);
-    EXPECT_EQ(log.lines(), (Lines{"last", "~last", "~late"}));
+    EXPECT_EQ(log.getLines(), (Lines{"last", "~last", "~late"}));
     EXPECT_EQ(whatFails([&] { fifo->close(); }), "late");
     fifo->close();
 }
@@ -413,7 +413,7 @@ TEST(DevMDStdFifo, CloseTellsWhatFailedToEndOnTheConsumersThread)
 TEST(DevMDStdFifo, SendLastHandsOutWhatFailsAndThrowsForANullPointer)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
-    Log log;
+    Journal log;
     EXPECT_THROW((void)fifo->sendLast(nullptr), RCEx::ExNullPtr);
     produce(*fifo, makeObj<FailingANO>(log, "queued"));
     std::exception_ptr const failure = fifo->sendLast(recordingANO(log, "last"));

@@ -1,7 +1,7 @@
 // The loop of a device's thread, run by the test: which requests it serves and when it works.
 
 #include "recording.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 
 #include <gtest/gtest.h>
 
@@ -17,22 +17,18 @@ namespace {
 class Working : public DevMDStdLoopThreadProtocol
 {
 public:
-    Working(RCShdPtr<DevMDStdFifo> const &fifo, Log &log, std::function<double(Working &)> work)
+    Working(RCShdPtr<DevMDStdFifo> const &fifo, Journal &log, std::function<double(Working &)> work)
         : DevMDStdLoopThreadProtocol(fifo), _log(log), _work(std::move(work))
     {}
 
     double performWork() override { return _work(*this); }
     void performFailed(std::exception_ptr const &failure) override
     {
-        try {
-            std::rethrow_exception(failure);
-        } catch (std::exception const &caught) {
-            _log.add(std::string("failed: ") + caught.what());
-        }
+        _log.add("failed: " + messageOf(failure));
     }
 
 private:
-    Log &_log;
+    Journal &_log;
     std::function<double(Working &)> _work;
 };
 
@@ -46,7 +42,7 @@ protected:
         produce(*_fifo, makeANO([&body] { body.performStop(nullptr); }));
     }
 
-    Log _log;
+    Journal _log;
     RCShdPtr<DevMDStdFifo> _fifo = makeShd<DevMDStdFifo>();
 };
 
@@ -57,7 +53,7 @@ TEST_F(DevMDStdLoopTest, WithoutWorkItServesUntilItIsStopped)
     stopBehind(body);
     produce(*_fifo, recordingANO(_log, "behind"));
     body.performExecute(nullptr);
-    EXPECT_EQ(_log.lines(), (Lines{"one", "~one"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"one", "~one"}));
     EXPECT_TRUE(body.tryConsume());
 }
 
@@ -71,7 +67,7 @@ TEST_F(DevMDStdLoopTest, WorksBeforeTheFirstRequestAndAfterEachOne)
     produce(*_fifo, makeANO([this] { _log.add("two"); }));
     stopBehind(body);
     body.performExecute(nullptr);
-    EXPECT_EQ(_log.lines(), (Lines{"work", "one", "work", "two", "work"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"work", "one", "work", "two", "work"}));
 }
 
 TEST_F(DevMDStdLoopTest, WhileThereIsMoreToDoItNeitherSleepsNorStarvesItsQueue)
@@ -85,7 +81,7 @@ TEST_F(DevMDStdLoopTest, WhileThereIsMoreToDoItNeitherSleepsNorStarvesItsQueue)
     });
     produce(*_fifo, makeANO([this] { _log.add("one"); }));
     body.performExecute(nullptr);
-    EXPECT_EQ(_log.lines(), (Lines{"piece", "one", "piece", "piece", "piece"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"piece", "one", "piece", "piece", "piece"}));
 }
 
 TEST_F(DevMDStdLoopTest, WorksAgainWhenItsTimeIsOver)
@@ -136,16 +132,16 @@ TEST_F(DevMDStdLoopTest, ARequestEndsTheWaitForTheNextWork)
     device.join();
 }
 
-TEST_F(DevMDStdLoopTest, WorkThatFailsIsTheDevicesToHandleAndKeepsNoRequestWaiting)
+TEST_F(DevMDStdLoopTest, FailedWorkIsHandledByTheDeviceAndDelaysNoRequest)
 {
     Working body(_fifo, _log, [](Working &) -> double { throw std::runtime_error("work"); });
     produce(*_fifo, recordingANO(_log, "one"));
     stopBehind(body);
     body.performExecute(nullptr);
-    EXPECT_EQ(_log.lines(), (Lines{"failed: work", "one", "~one", "failed: work"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"failed: work", "one", "~one", "failed: work"}));
 }
 
-TEST_F(DevMDStdLoopTest, WorkThatFailsIsNotAskedForAgainBeforeTheNextRequest)
+TEST_F(DevMDStdLoopTest, FailedWorkIsNotRepeatedBeforeTheNextRequest)
 {
     std::atomic<int> nbFailures{0};
     std::atomic<bool> hasEnded{false};
@@ -176,7 +172,7 @@ TEST_F(DevMDStdLoopTest, TimedConsumeExecutesOneRequestOrNone)
     ano->setACO(recordingACO(_log, "aco"));
     produce(*_fifo, ano);
     EXPECT_TRUE(body.timedConsume(3600));
-    EXPECT_EQ(_log.lines(), (Lines{"one", "aco", "~aco", "~one"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"one", "aco", "~aco", "~one"}));
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "recording.h"
 
+#include "testing/failures.h"
+
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -31,17 +33,6 @@ Lines names(ConstIterator<RCShdPtr<Element>> iterator)
     return found;
 }
 
-template <class Exception, class Function>
-std::string failure(Function function)
-{
-    try {
-        function();
-    } catch (Exception &caught) {
-        return caught.getReason();
-    }
-    return "no failure";
-}
-
 char const * const readUnavailable = " forbidden while property builders are active.";
 
 class DevMDStdPropertyPrtclTest : public testing::Test
@@ -60,17 +51,17 @@ TEST_F(DevMDStdPropertyPrtclTest, NoReadIsPossibleWhileABuilderLives)
         std::string("Read-only access to camera property sets") + readUnavailable;
     std::string const properties =
         std::string("Read-only access to camera properties") + readUnavailable;
-    EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertySetIter(); }), sets);
-    EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertySetIterEnd(); }), sets);
-    EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertyIter(); }), properties);
-    EXPECT_EQ(failure<Unavailable>([&] { _device->getPropertyIterEnd(); }), properties);
+    EXPECT_EQ(reasonOf<Unavailable>([&] { _device->getPropertySetIter(); }), sets);
+    EXPECT_EQ(reasonOf<Unavailable>([&] { _device->getPropertySetIterEnd(); }), sets);
+    EXPECT_EQ(reasonOf<Unavailable>([&] { _device->getPropertyIter(); }), properties);
+    EXPECT_EQ(reasonOf<Unavailable>([&] { _device->getPropertyIterEnd(); }), properties);
 
-    // A refused read does not count as one, so building goes on.
+    // A refused read does not count as one, so building continues.
     ObjPtr<DevMDStdPropertySetBuilder> another(_device->getPropertySetBuilder());
     EXPECT_FALSE(another.isNull());
 }
 
-TEST_F(DevMDStdPropertyPrtclTest, AReadAfterTheBuilderIsAllowedAndBuildersAreRefusedForEver)
+TEST_F(DevMDStdPropertyPrtclTest, AReadAfterTheBuilderIsAllowedAndLaterBuildersAreRefused)
 {
     {
         ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
@@ -78,7 +69,7 @@ TEST_F(DevMDStdPropertyPrtclTest, AReadAfterTheBuilderIsAllowedAndBuildersAreRef
     }
     EXPECT_EQ(names(_device->getPropertyIter()), Lines{"gain"});
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(failure<DevPrtclEx::ExMDStdPropertiesWriteUnavail>([&] {
+        EXPECT_EQ(reasonOf<DevPrtclEx::ExMDStdPropertiesWriteUnavail>([&] {
                       ObjPtr<DevMDStdPropertySetBuilder>(_device->getPropertySetBuilder());
                   }),
                   "Read-write access to camera properties forbidden after read-only access has "
@@ -177,7 +168,7 @@ TEST_F(DevMDStdPropertyPrtclTest, PoppingAtTheRootThrowsAndTheStackStaysEmpty)
 {
     ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(failure<DevPrtclEx::ExMDStdPropertySetBuilderPop>([&] { builder->popSet(); }),
+        EXPECT_EQ(reasonOf<DevPrtclEx::ExMDStdPropertySetBuilderPop>([&] { builder->popSet(); }),
                   "Trying to pop the builder's property stack when it is empty.");
         EXPECT_EQ(builder->getCurrentSetName(), "");
     }
@@ -196,20 +187,21 @@ TEST_F(DevMDStdPropertyPrtclTest, APropertysNameIsUniqueInItsSetOnly)
 {
     ObjPtr<DevMDStdPropertySetBuilder> builder(_device->getPropertySetBuilder());
     builder->addProperty(property("gain"));
-    EXPECT_EQ(failure<DevPrtclEx::ExNameNotUnique>([&] { builder->addProperty(property("gain")); }),
-              "Not a unique name.");
+    EXPECT_EQ(
+        reasonOf<DevPrtclEx::ExNameNotUnique>([&] { builder->addProperty(property("gain")); }),
+        "Not a unique name.");
     EXPECT_EQ(names(builder->getCurrentPropertyIter()), Lines{"gain"});
     builder->pushSet("lens", "");
     builder->addProperty(property("gain"));
     EXPECT_EQ(names(builder->getCurrentPropertyIter()), Lines{"gain"});
 }
 
-TEST_F(DevMDStdPropertyPrtclTest, WhatFailsAtTheEndOfPropertiesComesOutWhenAllHaveEnded)
+TEST_F(DevMDStdPropertyPrtclTest, ThrowsWhatAPropertysDestructorThrewAfterDestroyingAll)
 {
     class Failing : public DevMDStdProperty<int>
     {
     public:
-        Failing(Log &log, char const *name)
+        Failing(Journal &log, char const *name)
             : DevMDStdProperty(name, "", READABLE, makePropertyANOFactory<int>([](int &) {}),
                                makeShd<DevMDStdFifo>()),
               _end(log, name)
@@ -218,7 +210,7 @@ TEST_F(DevMDStdPropertyPrtclTest, WhatFailsAtTheEndOfPropertiesComesOutWhenAllHa
     private:
         FailingEnd _end;
     };
-    Log log;
+    Journal log;
     {
         ObjPtr<DevMDStdPropertySetBuilder> const builder(_device->getPropertySetBuilder());
         builder->addProperty(makeShd<Failing>(log, "gain"));
@@ -231,10 +223,10 @@ TEST_F(DevMDStdPropertyPrtclTest, WhatFailsAtTheEndOfPropertiesComesOutWhenAllHa
         }
     }
     EXPECT_EQ(whatFails([&] { _device = nullptr; }), "focus");
-    EXPECT_EQ(log.lines(), (Lines{"~focus", "~zoom", "~focus", "~zoom", "~gain", "~offset"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~focus", "~zoom", "~focus", "~zoom", "~gain", "~offset"}));
 }
 
-TEST(DevMDStdPropertySetBuilder, TakesItselfFromTheCountInItsDestructorAlone)
+TEST(DevMDStdPropertySetBuilder, OnlyItsDestructorDecrementsTheCount)
 {
     Vector<RCShdPtr<DevMDPropertySet>> sets;
     Vector<RCShdPtr<DevMDPropertyAny>> properties;

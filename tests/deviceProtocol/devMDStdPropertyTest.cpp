@@ -1,7 +1,7 @@
 #include "recording.h"
 
-#include "allocations.h"
-#include "threadExtensions/asleep.h"
+#include "testing/allocations.h"
+#include "testing/asleep.h"
 
 #include <gtest/gtest.h>
 
@@ -62,13 +62,13 @@ protected:
                              _fifo);
     }
 
-    Log _log;
+    Journal _log;
     std::vector<LiUuid> _ids;
     RCShdPtr<DevMDStdFifo> _fifo = makeShd<DevMDStdFifo>();
     RCShdPtr<Gain> _gain = makeGain();
 };
 
-/// Stands in for the device's thread. Executes the given number of requests.
+/// Replaces the device's thread. Executes the given number of requests.
 class Server
 {
 public:
@@ -145,7 +145,7 @@ TEST_F(DevMDStdPropertyTest, AGetThatTheDeviceCannotAnswerThrows)
     }
 }
 
-TEST_F(DevMDStdPropertyTest, AGetWhoseRequestIsDestroyedUnrunThrows)
+TEST_F(DevMDStdPropertyTest, AGetThrowsIfItsRequestIsDestroyedUnexecuted)
 {
     std::thread closing([&] { DevANOQueueEntry const unrun(_fifo->consume()); });
     int value = 3;
@@ -159,7 +159,7 @@ TEST_F(DevMDStdPropertyTest, AGetWhoseRequestIsDestroyedUnrunThrows)
     closing.join();
 }
 
-TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsIsReleased)
+TEST_F(DevMDStdPropertyTest, AGetReturnsIfItsRequestThrows)
 {
     RCShdPtr<Gain> const failing = makeShd<Gain>(
         "failing", "", both,
@@ -174,9 +174,9 @@ TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsIsReleased)
     device.join();
 }
 
-// The request writes to the reader's stack, so the reader must not go on before the request has
-// ended.
-TEST_F(DevMDStdPropertyTest, AGetWaitsForItsRequestAlsoWhereTheFifosObserverFails)
+// The request writes to the reader's stack, so the reader must not continue before the request
+// has ended.
+TEST_F(DevMDStdPropertyTest, AGetWaitsForItsRequestEvenIfTheFifosObserverThrows)
 {
     struct Obs : DevMDStdFifoObs
     {
@@ -262,7 +262,7 @@ TEST_F(DevMDStdPropertyTest, ManyThreadsSetAndGetAtOnce)
     EXPECT_EQ(nbGood, nbThreads * nbRounds);
 }
 
-TEST(DevMDStdPropertyVector, AVectorGoesThereAndBack)
+TEST(DevMDStdPropertyVector, AVectorIsSetAndRead)
 {
     RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
     Vector<double> held;
@@ -309,7 +309,7 @@ TEST(DevMDStdPropertyGetACO, PostsOnceWhetherItRunsOrNot)
 class RecordingAEO : public DevMDPropertyAEO
 {
 public:
-    RecordingAEO(Log &log, std::string name, Turnstile *turnstile = nullptr)
+    RecordingAEO(Journal &log, std::string name, Turnstile *turnstile = nullptr)
         : _log(log), _name(std::move(name)), _turnstile(turnstile)
     {}
     ~RecordingAEO() override { _log.add("~" + _name); }
@@ -322,12 +322,12 @@ public:
     }
 
 private:
-    Log &_log;
+    Journal &_log;
     std::string _name;
     Turnstile *_turnstile;
 };
 
-TEST_F(DevMDStdPropertyTest, NotifiesNobodyAtFirst)
+TEST_F(DevMDStdPropertyTest, HasNoObserverAtFirst)
 {
     _gain->notify(1);
 }
@@ -340,32 +340,32 @@ TEST_F(DevMDStdPropertyTest, NotifiesItsObserverUntilItIsReplaced)
     _gain->notify(6);
     _gain->setObserverAEO(nullptr);
     _gain->notify(7);
-    EXPECT_EQ(_log.lines(), (Lines{"first 5", "~first", "second 6", "~second"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"first 5", "~first", "second 6", "~second"}));
 }
 
 TEST_F(DevMDStdPropertyTest, DestroysItsObserverWithItself)
 {
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "observer")));
     _gain = nullptr;
-    EXPECT_EQ(_log.lines(), Lines{"~observer"});
+    EXPECT_EQ(_log.getLines(), Lines{"~observer"});
 }
 
-TEST_F(DevMDStdPropertyTest, AChangeIsToldOnceUntilTheValueHasBeenRead)
+TEST_F(DevMDStdPropertyTest, AChangeIsNotifiedOnceUntilTheValueIsRead)
 {
     _gain->changed(); // there is no observer
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
     _gain->changed();
     _gain->changed();
-    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
+    EXPECT_EQ(_log.getLines(), Lines{"told 4294967295"});
     {
         Server server(*_fifo, 1);
         int value = 0;
         _gain->get(value);
     }
-    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
+    EXPECT_EQ(_log.getLines(), Lines{"told 4294967295"});
     _gain->changed();
     _gain->changed();
-    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 4294967295"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"told 4294967295", "told 4294967295"}));
 }
 
 TEST_F(DevMDStdPropertyTest, AGetWithoutAValueReadsAChangeAsAnyOther)
@@ -380,10 +380,10 @@ TEST_F(DevMDStdPropertyTest, AGetWithoutAValueReadsAChangeAsAnyOther)
     }
     _gain->changed();
     _gain->changed();
-    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 4294967295"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"told 4294967295", "told 4294967295"}));
 }
 
-TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsReadsAChangeAsAnyOther)
+TEST_F(DevMDStdPropertyTest, AGetWithAThrowingRequestReadsAChangeAsAnyOther)
 {
     auto const gain = makeProperty<int>("gain", "Amplification", _fifo,
                                         [](int &) { throw std::runtime_error("no gain"); });
@@ -398,7 +398,7 @@ TEST_F(DevMDStdPropertyTest, AGetWhoseRequestThrowsReadsAChangeAsAnyOther)
     device.join();
     gain->changed();
     gain->changed();
-    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 4294967295"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"told 4294967295", "told 4294967295"}));
 }
 
 TEST_F(DevMDStdPropertyTest, ANewObserverHasNothingUnread)
@@ -408,7 +408,7 @@ TEST_F(DevMDStdPropertyTest, ANewObserverHasNothingUnread)
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "second")));
     _gain->changed();
     _gain->changed();
-    EXPECT_EQ(_log.lines(), (Lines{"first 4294967295", "~first", "second 4294967295"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"first 4294967295", "~first", "second 4294967295"}));
 }
 
 /// Observer whose first notification throws.
@@ -423,7 +423,7 @@ struct Failing : DevMDPropertyAEO
     int &nbCalls;
 };
 
-TEST_F(DevMDStdPropertyTest, AChangeThatCouldNotBeToldIsToldAgain)
+TEST_F(DevMDStdPropertyTest, AChangeThatCouldNotBeNotifiedIsNotifiedAgain)
 {
     int nbCalls = 0;
     _gain->setObserverAEO(makeObj<Failing>(nbCalls));
@@ -433,13 +433,13 @@ TEST_F(DevMDStdPropertyTest, AChangeThatCouldNotBeToldIsToldAgain)
     EXPECT_EQ(nbCalls, 2);
 }
 
-TEST_F(DevMDStdPropertyTest, EveryEventOfItsOwnIsTold)
+TEST_F(DevMDStdPropertyTest, EveryEventOfItsOwnIsNotified)
 {
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "told")));
     _gain->changed();
     _gain->notify(1);
     _gain->notify(1);
-    EXPECT_EQ(_log.lines(), (Lines{"told 4294967295", "told 1", "told 1"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"told 4294967295", "told 1", "told 1"}));
 }
 
 TEST_F(DevMDStdPropertyTest, AReadingShowsEachNewValueAndCannotBeSet)
@@ -450,10 +450,10 @@ TEST_F(DevMDStdPropertyTest, AReadingShowsEachNewValueAndCannotBeSet)
     EXPECT_EQ(position->getDescription(), "In seconds");
     EXPECT_THROW(position->set(1), DevPrtclEx::ExMDPropertyIllegalOp);
     position->show(0.5); // the value has not changed
-    EXPECT_EQ(_log.lines(), Lines{});
+    EXPECT_EQ(_log.getLines(), Lines{});
     position->show(1);
     position->show(2);
-    EXPECT_EQ(_log.lines(), Lines{"told 4294967295"});
+    EXPECT_EQ(_log.getLines(), Lines{"told 4294967295"});
     double value = 0;
     {
         Server server(*_fifo, 1);
@@ -461,10 +461,10 @@ TEST_F(DevMDStdPropertyTest, AReadingShowsEachNewValueAndCannotBeSet)
     }
     EXPECT_EQ(value, 2);
     position->show(3);
-    EXPECT_EQ(_log.lines().size(), 2u);
+    EXPECT_EQ(_log.getLines().size(), 2u);
 }
 
-TEST_F(DevMDStdPropertyTest, AReadingThatCouldNotBeToldCanBeShownAgain)
+TEST_F(DevMDStdPropertyTest, AReadingThatCouldNotBeNotifiedCanBeShownAgain)
 {
     auto const position = makeShd<DevMDStdReading<double>>("position", "In seconds", _fifo, 0.5);
     int nbCalls = 0;
@@ -478,7 +478,7 @@ TEST_F(DevMDStdPropertyTest, AReadingThatCouldNotBeToldCanBeShownAgain)
     EXPECT_EQ(value, 1);
 }
 
-TEST_F(DevMDStdPropertyTest, MadeFromFunctionsItCanBeSetWhereThereIsASetter)
+TEST_F(DevMDStdPropertyTest, MadeFromFunctionsItCanBeSetIfThereIsASetter)
 {
     int held = 3;
     auto const read = makeProperty<int>("read", "r", _fifo, [&](int &value) { value = held; });
@@ -496,7 +496,7 @@ TEST_F(DevMDStdPropertyTest, MadeFromFunctionsItCanBeSetWhereThereIsASetter)
     EXPECT_EQ(value, 4);
 }
 
-TEST_F(DevMDStdPropertyTest, ASetWithoutASetterFailsWhereItIsSet)
+TEST_F(DevMDStdPropertyTest, ASetWithoutASetterThrowsInTheSet)
 {
     auto const gain =
         makeShd<Gain>("gain", "", both, makePropertyANOFactory<int>([](int &) {}), _fifo);
@@ -512,12 +512,12 @@ TEST_F(DevMDStdPropertyTest, AnObserverThatIsBeingNotifiedMayBeReplacedAndEndsAf
     std::thread device([&] { _gain->notify(1); });
     turnstile.waitForArrival();
     _gain->setObserverAEO(ObjPtr<DevMDPropertyAEO>(new RecordingAEO(_log, "next")));
-    EXPECT_EQ(_log.lines(), Lines{}); // the former observer is in use, and was not destroyed
+    EXPECT_EQ(_log.getLines(), Lines{}); // the former observer is in use, and was not destroyed
     turnstile.open();
     device.join();
-    EXPECT_EQ(_log.lines(), (Lines{"slow 1", "~slow"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"slow 1", "~slow"}));
     _gain->notify(2);
-    EXPECT_EQ(_log.lines().back(), "next 2");
+    EXPECT_EQ(_log.getLines().back(), "next 2");
 }
 
 TEST_F(DevMDStdPropertyTest, AnObserverMayKeepItsPropertyAlive)

@@ -93,7 +93,7 @@ TEST(DevMDStdStream, IsAvailableUntilStartedAndAgainAfterStop)
 }
 
 // A connection stops its streams without a lock. With a plain flag that would be a data race.
-TEST(DevMDStdStream, AnyThreadAsksWhetherItIsAvailable)
+TEST(DevMDStdStream, AnyThreadMayAskWhetherItIsAvailable)
 {
     for (auto const &stream : allKinds()) {
         std::thread connection([&] {
@@ -109,7 +109,7 @@ TEST(DevMDStdStream, AnyThreadAsksWhetherItIsAvailable)
     }
 }
 
-TEST(DevMDStdStreamPrtcl, AnyThreadAsksForTheStreams)
+TEST(DevMDStdStreamPrtcl, AnyThreadMayAskForTheStreams)
 {
     RCShdPtr<Device> const device = makeShd<Device>();
     device->addStream(makeShd<ActiveSource>("video", ""));
@@ -211,7 +211,7 @@ TEST_F(DevMDStdStreamPassiveSinkTest, AFullFifoHoldsThePusher)
         EXPECT_EQ(_taken[static_cast<std::size_t>(i)], i);
 }
 
-TEST_F(DevMDStdStreamPassiveSinkTest, AnElementWhoseRequestIsNotExecutedIsDestroyed)
+TEST_F(DevMDStdStreamPassiveSinkTest, AnElementIsDestroyedIfItsRequestIsNotExecuted)
 {
     ObjPtr<DevMDStreamElem> elem = element(1);
     RCShdPtr<DevMDStreamBuf> const payload = elem->getBuf();
@@ -245,22 +245,22 @@ TEST_F(DevMDStdStreamPassiveSinkTest, NullFifoAndNullFactoryAreNullPointerFailur
     EXPECT_THROW(withoutFactory->push(element(1)), RCEx::ExNullPtr);
 }
 
-TEST(DevMDStdStreamPrtcl, WhatFailsAtTheEndOfStreamsComesOutWhenAllHaveEnded)
+TEST(DevMDStdStreamPrtcl, ThrowsWhatAStreamsDestructorThrewAfterDestroyingAll)
 {
     class Failing : public PassiveSource
     {
     public:
-        Failing(Log &log, char const *name) : PassiveSource(name, ""), _end(log, name) {}
+        Failing(Journal &log, char const *name) : PassiveSource(name, ""), _end(log, name) {}
 
     private:
         FailingEnd _end;
     };
-    Log log;
+    Journal log;
     RCShdPtr<Device> device = makeShd<Device>();
     device->addStream(makeShd<Failing>(log, "first"));
     device->addStream(makeShd<Failing>(log, "second"));
     EXPECT_EQ(whatFails([&] { device = nullptr; }), "first");
-    EXPECT_EQ(log.lines(), (Lines{"~first", "~second"}));
+    EXPECT_EQ(log.getLines(), (Lines{"~first", "~second"}));
 }
 
 } // namespace

@@ -7,9 +7,11 @@
 #include <memory>
 #include <string>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 /// Throws the exception and catches it as each of its base classes. Returns its text.
 template <class Exception, class... Arguments>
@@ -45,7 +47,7 @@ TEST(DevPrtclEx, AnIllegalOperationIsTextedWithoutTheQuoteBeforeTheProperty)
               "\"set\" is not available for property gain\".");
 }
 
-TEST(DevPrtclEx, TheDeviceStandsInTheTextsOfTheTwoPhases)
+TEST(DevPrtclEx, TheTextsOfTheTwoPhasesNameTheDevice)
 {
     EXPECT_EQ((textOf<DevPrtclEx::ExMDStdPropertiesReadUnavail>("camera", "property sets")),
               "Read-only access to camera property sets forbidden while property builders are "
@@ -72,3 +74,4 @@ TEST(DevPrtclEx, ATextThatIsTooLongIsCut)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -3,6 +3,9 @@
 #pragma once
 
 #include "resmgt/deviceProtocol.h"
+#include "testing/failures.h"
+#include "testing/journal.h"
+#include "testing/turnstile.h"
 
 #include <algorithm>
 #include <exception>
@@ -16,56 +19,30 @@ namespace ZvTest {
 
 using namespace Zv;
 
-class Log
-{
-public:
-    void add(std::string const &line)
-    {
-        std::lock_guard const guard(_mutex);
-        _lines.push_back(line);
-    }
-    std::vector<std::string> lines() const
-    {
-        std::lock_guard const guard(_mutex);
-        return _lines;
-    }
-    bool has(std::string const &line) const
-    {
-        auto const all = lines();
-        return std::find(all.begin(), all.end(), line) != all.end();
-    }
-
-private:
-    std::mutex mutable _mutex;
-    std::vector<std::string> _lines;
-};
-
-using Lines = std::vector<std::string>;
-
 /// Request that logs its name when it is executed and when it is destroyed.
 class RecordingANO : public DevMDStdANO
 {
 public:
-    RecordingANO(Log &log, std::string name) : _log(log), _name(std::move(name)) {}
+    RecordingANO(Journal &log, std::string name) : _log(log), _name(std::move(name)) {}
     ~RecordingANO() override { _log.add("~" + _name); }
 
     void performExecute() override { _log.add(_name); }
 
 private:
-    Log &_log;
+    Journal &_log;
     std::string _name;
 };
 
 class RecordingACO : public DevACO
 {
 public:
-    RecordingACO(Log &log, std::string name) : _log(log), _name(std::move(name)) {}
+    RecordingACO(Journal &log, std::string name) : _log(log), _name(std::move(name)) {}
     ~RecordingACO() override { _log.add("~" + _name); }
 
     void performExecute() override { _log.add(_name); }
 
 private:
-    Log &_log;
+    Journal &_log;
     std::string _name;
 };
 
@@ -73,7 +50,7 @@ private:
 class FailingEnd
 {
 public:
-    FailingEnd(Log &log, std::string name) : _log(log), _name(std::move(name)) {}
+    FailingEnd(Journal &log, std::string name) : _log(log), _name(std::move(name)) {}
     FailingEnd(FailingEnd const &) = delete;
     FailingEnd &operator=(FailingEnd const &) = delete;
     ~FailingEnd() noexcept(false)
@@ -84,14 +61,14 @@ public:
     }
 
 private:
-    Log &_log;
+    Journal &_log;
     std::string _name;
 };
 
 class FailingANO : public DevMDStdANO
 {
 public:
-    FailingANO(Log &log, std::string const &name) : _end(log, name) {}
+    FailingANO(Journal &log, std::string const &name) : _end(log, name) {}
 
     void performExecute() override {}
 
@@ -99,24 +76,12 @@ private:
     FailingEnd _end;
 };
 
-/// Returns the text of the exception that `action` throws.
-template <class Action>
-std::string whatFails(Action action)
-{
-    try {
-        action();
-    } catch (std::exception const &failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
-
-inline ObjPtrRet<DevMDStdANO> recordingANO(Log &log, std::string const &name)
+inline ObjPtrRet<DevMDStdANO> recordingANO(Journal &log, std::string const &name)
 {
     return ObjPtrRet<DevMDStdANO>(new RecordingANO(log, name));
 }
 
-inline ObjPtrRet<DevACO> recordingACO(Log &log, std::string const &name)
+inline ObjPtrRet<DevACO> recordingACO(Journal &log, std::string const &name)
 {
     return ObjPtrRet<DevACO>(new RecordingACO(log, name));
 }
@@ -136,23 +101,6 @@ inline void drain(DevMDStdFifo &fifo)
         ano->notify();
     }
 }
-
-/// A place where one thread waits until another one opens it.
-class Turnstile
-{
-public:
-    void pass()
-    {
-        _arrived.release();
-        _open.acquire();
-    }
-    void waitForArrival() { _arrived.acquire(); }
-    void open() { _open.release(); }
-
-private:
-    std::counting_semaphore<> _arrived{0};
-    std::counting_semaphore<> _open{0};
-};
 
 /// Observer that releases a semaphore for each entry that is put into its FIFO.
 class CountingObs : public DevMDStdFifoObs

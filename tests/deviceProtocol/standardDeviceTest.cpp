@@ -15,8 +15,8 @@ namespace {
 class Device : public DevMDStdDevice
 {
 public:
-    explicit Device(Log &log) : DevMDStdDevice("camera"), _log(log) {}
-    Device(Log &log, RCShdPtr<DevMDStdFifo> const &fifo, ObjPtr<DevMDStdThreadProtocol> body)
+    explicit Device(Journal &log) : DevMDStdDevice("camera"), _log(log) {}
+    Device(Journal &log, RCShdPtr<DevMDStdFifo> const &fifo, ObjPtr<DevMDStdThreadProtocol> body)
         : DevMDStdDevice("camera", fifo, body), _log(log)
     {}
 
@@ -75,7 +75,7 @@ private:
         _log.add(std::this_thread::get_id() == _thread ? what : what + " on a foreign thread");
     }
 
-    Log &_log;
+    Journal &_log;
     std::thread::id _thread;
 };
 
@@ -84,7 +84,7 @@ class StandardDevice : public testing::Test
 protected:
     ~StandardDevice() noexcept override {} // destructors of members may throw
 
-    Log _log;
+    Journal _log;
     RCShdPtr<Device> _device = makeShd<Device>(_log);
 };
 
@@ -97,7 +97,7 @@ TEST_F(StandardDevice, MakesEachStepOnItsOwnThreadAndThenItsCompletion)
     _device->performRecover(recordingACO(_log, "recovered"));
     _device->performStop(recordingACO(_log, "stopped"));
     _device->performClose();
-    EXPECT_EQ(_log.lines(),
+    EXPECT_EQ(_log.getLines(),
               (Lines{"open", "start", "started", "~started", "sync", "locked", "~locked", "sync",
                      "locked too", "~locked too", "recover", "recovered", "~recovered", "stop",
                      "stopped", "~stopped", "close"}));
@@ -123,15 +123,15 @@ TEST_F(StandardDevice, AStepIsSentToAFullFifoBehindTheRequests)
     _device->performClose();
     for (char const *step : {"start", "sync", "sync", "recover", "stop", "close"})
         expected.push_back(step);
-    EXPECT_EQ(_log.lines(), expected);
+    EXPECT_EQ(_log.getLines(), expected);
 }
 
-TEST_F(StandardDevice, TellsAMarkFromALatencyWhereItWantsTo)
+TEST_F(StandardDevice, CanTellAMarkFromALatency)
 {
     class Precise : public Device
     {
     public:
-        explicit Precise(Log &log) : Device(log), _log(log) {}
+        explicit Precise(Journal &log) : Device(log), _log(log) {}
 
     protected:
         void syncToMark(DtTimeMark const &mark) override
@@ -144,24 +144,24 @@ TEST_F(StandardDevice, TellsAMarkFromALatencyWhereItWantsTo)
         }
 
     private:
-        Log &_log;
+        Journal &_log;
     };
     RCShdPtr<Precise> const device = makeShd<Precise>(_log);
     device->performOpen();
     device->performSync(nullptr, DtTimeMark(DtTime(7, Rational(1, 1)), 0));
     device->performSync(nullptr, DtTime(8, Rational(1, 1)));
     device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"open", "mark 7", "latency 8", "close"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "mark 7", "latency 8", "close"}));
 }
 
-TEST_F(StandardDevice, AStepWhoseCompletionIsTakenIsFinishedWhenThatIsExecuted)
+TEST_F(StandardDevice, AStepWithATakenCompletionIsFinishedWhenThatIsExecuted)
 {
     _device->isSlow = true;
     _device->performOpen();
     _device->performStart(recordingACO(_log, "started"), nullptr, nullptr);
     produce(*_device->getFifo(), makeANO([this] { _device->taken->performExecute(); }));
     _device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "started", "close"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "start", "started", "close"}));
 }
 
 TEST_F(StandardDevice, NoCompletionIsTakenOutsideOfAStep)
@@ -195,7 +195,7 @@ TEST_F(StandardDevice, ReportsFromStartOnAsOftenAsItLikes)
         _device->reportAbort();
     }));
     _device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "lost", "lost", "given up", "close"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "start", "lost", "lost", "given up", "close"}));
 }
 
 TEST_F(StandardDevice, ReportsNothingOnceItHasStoppedOrAborted)
@@ -216,8 +216,8 @@ TEST_F(StandardDevice, ReportsNothingOnceItHasStoppedOrAborted)
     start(); // begins another sequence
     report();
     _device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "stop", "~lost", "~given up", "stopped",
-                                   "~stopped", "start", "lost", "given up", "close"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "start", "stop", "~lost", "~given up", "stopped",
+                                      "~stopped", "start", "lost", "given up", "close"}));
 }
 
 TEST_F(StandardDevice, ReportsUntilAStepThatIsFinishedLaterIsFinished)
@@ -231,7 +231,7 @@ TEST_F(StandardDevice, ReportsUntilAStepThatIsFinishedLaterIsFinished)
         _device->taken->performExecute();
     }));
     _device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "stop", "given up", "stopped", "close"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "start", "stop", "given up", "stopped", "close"}));
 }
 
 TEST_F(StandardDevice, ReportsNothingOnceItsAbortHasThrown)
@@ -244,11 +244,11 @@ TEST_F(StandardDevice, ReportsNothingOnceItsAbortHasThrown)
         _device->reportAbort();
     }));
     _device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "abort", "~lost", "~given up", "~aborted",
-                                   "failed", "close"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "start", "abort", "~lost", "~given up", "~aborted",
+                                      "failed", "close"}));
 }
 
-TEST_F(StandardDevice, AStepAfterOneWhoseCompletionWasTakenIsFinishedWhenItReturns)
+TEST_F(StandardDevice, AStepAfterATakenCompletionIsFinishedWhenItReturns)
 {
     _device->isSlow = true;
     _device->performOpen();
@@ -257,7 +257,7 @@ TEST_F(StandardDevice, AStepAfterOneWhoseCompletionWasTakenIsFinishedWhenItRetur
     _device->performStop(nullptr);
     produce(*_device->getFifo(), makeANO([this] { _device->reportAbort(); }));
     _device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"open", "start", "stop", "~given up", "close"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "start", "stop", "~given up", "close"}));
 }
 
 TEST_F(StandardDevice, WorksBetweenRequestsAndHandlesItsFailures)
@@ -266,7 +266,7 @@ TEST_F(StandardDevice, WorksBetweenRequestsAndHandlesItsFailures)
     _device->performOpen();
     _device->performAbort(recordingACO(_log, "aborted"));
     _device->performClose();
-    EXPECT_EQ(_log.lines(),
+    EXPECT_EQ(_log.getLines(),
               (Lines{"work on a foreign thread", "open", "abort", "~aborted", "failed", "close"}));
 }
 
@@ -275,7 +275,7 @@ TEST_F(StandardDevice, TakesABodyOfItsOwn)
     class Body : public DevMDStdLoopThreadProtocol
     {
     public:
-        Body(RCShdPtr<DevMDStdFifo> const &fifo, Log &log)
+        Body(RCShdPtr<DevMDStdFifo> const &fifo, Journal &log)
             : DevMDStdLoopThreadProtocol(fifo), _log(log)
         {}
         void performStop(MtThread *thread) override
@@ -285,7 +285,7 @@ TEST_F(StandardDevice, TakesABodyOfItsOwn)
         }
 
     private:
-        Log &_log;
+        Journal &_log;
     };
     auto const fifo = makeShd<DevMDStdFifo>(1);
     RCShdPtr<Device> const device =
@@ -293,7 +293,7 @@ TEST_F(StandardDevice, TakesABodyOfItsOwn)
     EXPECT_EQ(device->getFifo(), fifo);
     device->performOpen();
     device->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"open", "close", "stop asked"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "close", "stop asked"}));
 }
 
 /// Device whose opening or closing throws.
@@ -301,7 +301,7 @@ template <class Exception>
 class Broken : public Device
 {
 public:
-    Broken(Log &log, bool isOpening, Exception const &exception)
+    Broken(Journal &log, bool isOpening, Exception const &exception)
         : Device(log), _isOpening(isOpening), _exception(exception)
     {}
 
@@ -324,7 +324,7 @@ private:
     Exception _exception;
 };
 
-TEST_F(StandardDevice, WhatItsOpeningThrowsComesOutAndLeavesNoThread)
+TEST_F(StandardDevice, ThrowsWhatItsOpeningThrowsAndLeavesNoThread)
 {
     auto const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     auto const noCable = makeShd<Broken<std::runtime_error>>(_log, true, std::runtime_error("-"));
@@ -332,20 +332,20 @@ TEST_F(StandardDevice, WhatItsOpeningThrowsComesOutAndLeavesNoThread)
     auto const number = makeShd<Broken<int>>(_log, true, 42);
     EXPECT_THROW(number->performOpen(), int);
     EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
-    EXPECT_EQ(_log.lines(), (Lines{"open", "open"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "open"}));
 }
 
-TEST_F(StandardDevice, WhatItsClosingThrowsComesOutWhenItsThreadHasEnded)
+TEST_F(StandardDevice, ThrowsWhatItsClosingThrewAfterItsThreadHasEnded)
 {
     auto const device = makeShd<Broken<std::runtime_error>>(_log, false, std::runtime_error("-"));
     device->performOpen();
     EXPECT_THROW(device->performClose(), std::runtime_error);
     EXPECT_THROW(device->performClose(), AssertionFailed) << "its thread does not run";
     produce(*device->getFifo(), recordingANO(_log, "late"));
-    EXPECT_EQ(_log.lines(), (Lines{"open", "close", "~late"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"open", "close", "~late"}));
 }
 
-TEST_F(StandardDevice, OfItselfDoesNothingAndHasNoLatency)
+TEST_F(StandardDevice, ByDefaultDoesNothingAndHasNoLatency)
 {
     class Idle : public DevMDStdDevice
     {
@@ -364,8 +364,8 @@ TEST_F(StandardDevice, OfItselfDoesNothingAndHasNoLatency)
     idle->performAbort(recordingACO(_log, "aborted"));
     idle->performStop(recordingACO(_log, "stopped"));
     idle->performClose();
-    EXPECT_EQ(_log.lines(), (Lines{"started", "~started", "locked", "~locked", "recovered",
-                                   "~recovered", "aborted", "~aborted", "stopped", "~stopped"}));
+    EXPECT_EQ(_log.getLines(), (Lines{"started", "~started", "locked", "~locked", "recovered",
+                                      "~recovered", "aborted", "~aborted", "stopped", "~stopped"}));
 }
 
 } // namespace

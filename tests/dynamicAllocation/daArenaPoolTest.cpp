@@ -1,6 +1,8 @@
-#include "allocations.h"
 #include "resmgt/dynamicAllocation.h"
 #include "resmgt/dynamicAllocation/daFirstFitArena.private.h"
+#include "testing/allocations.h"
+#include "testing/capturedLog.h"
+#include "testing/failures.h"
 #include "zvbase/exSysError.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgLog.h"
@@ -21,9 +23,11 @@
 #include <string>
 #include <vector>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 constexpr std::uint64_t BASE = 0x10000;
 
@@ -32,17 +36,6 @@ std::string freeBlocks(DaFirstFitArena const &arena)
     std::ostringstream text;
     arena.dump(text);
     return text.str();
-}
-
-template <class Function>
-std::string assertionOf(Function function)
-{
-    try {
-        function();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return "no assertion failed";
 }
 
 TEST(DaFirstFitArena, OneByteTakesEight)
@@ -154,14 +147,14 @@ TEST(DaFirstFitArena, SizesThatCannotBeRoundedUpDoNotFit)
     EXPECT_EQ(atTheTop.allocate(8, std::uint64_t{1} << 63), 0u);
 }
 
-TEST(DaFirstFitArena, OnlyABlockThatWasGivenOutComesBack)
+TEST(DaFirstFitArena, TakesBackOnlyBlocksThatItAllocated)
 {
     DaFirstFitArena arena(BASE, 64);
     std::uint64_t const block = arena.allocate(16, 0);
     char const expected[] = "blockEntry != _allocatedBlocks.end()";
-    EXPECT_EQ(assertionOf([&] { arena.deallocate(block + 8); }), expected);
+    EXPECT_EQ(failedAssertion([&] { arena.deallocate(block + 8); }), expected);
     arena.deallocate(block);
-    EXPECT_EQ(assertionOf([&] { arena.deallocate(block); }), expected);
+    EXPECT_EQ(failedAssertion([&] { arena.deallocate(block); }), expected);
 }
 
 TEST(DaFirstFitArena, DumpsSaySizeCountAndFreeBlocks)
@@ -286,7 +279,7 @@ void compareWithModel(unsigned seed, std::uint64_t size, unsigned largest, unsig
     }
 }
 
-TEST(DaFirstFitArena, RandomBlocksLieWhereTheModelHasThem)
+TEST(DaFirstFitArena, RandomBlocksHaveTheAddressesOfTheModel)
 {
     for (unsigned seed = 1; seed <= 10; ++seed)
         compareWithModel(seed, 1 << 13, 300, 3000);
@@ -303,15 +296,15 @@ TEST(DaFirstFitArena, AnAllocationThatThrowsChangesNothingAndAReleaseNeverDoes)
     for (int i = 0; i < 300; ++i) {
         std::string const before = freeBlocks(arena);
         std::uint64_t block = 0;
-        nbFailures += ZvTest::failEachAllocation([&] { block = arena.allocate(8, 16); },
-                                                 [&] { ASSERT_EQ(freeBlocks(arena), before); });
+        nbFailures += failEachAllocation([&] { block = arena.allocate(8, 16); },
+                                         [&] { ASSERT_EQ(freeBlocks(arena), before); });
         ASSERT_NE(0u, block);
         blocks.push_back(block);
     }
     EXPECT_GT(nbFailures, 300);
     std::shuffle(blocks.begin(), blocks.end(), random);
     {
-        ZvTest::FailingAllocation const none(0);
+        FailingAllocation const none(0);
         for (std::uint64_t const block : blocks)
             arena.deallocate(block);
     }
@@ -376,7 +369,7 @@ TEST(DaArenaPool, ALiveBlockFailsTheDestructorAfterTheMemoryWentBack)
     Calls calls;
     DaArenaPool * const pool = DaArenaPool::create(new RecordingAllocator(calls), 64);
     ASSERT_NE(nullptr, pool->allocate(8));
-    EXPECT_EQ(assertionOf([&] { delete pool; }), "_nbAllocated == 0");
+    EXPECT_EQ(failedAssertion([&] { delete pool; }), "_nbAllocated == 0");
     EXPECT_EQ(calls.text, "+64-64~");
 }
 
@@ -385,16 +378,16 @@ TEST(DaArenaPool, AFailedAllocationIsNoLiveBlock)
     Calls calls;
     DaArenaPool * const pool = DaArenaPool::create(new RecordingAllocator(calls), 64);
     EXPECT_EQ(pool->allocate(65), nullptr);
-    EXPECT_EQ(assertionOf([&] { pool->deallocate(nullptr); }),
+    EXPECT_EQ(failedAssertion([&] { pool->deallocate(nullptr); }),
               "blockEntry != _allocatedBlocks.end()");
-    EXPECT_EQ(assertionOf([&] { delete pool; }), "no assertion failed");
+    EXPECT_EQ(failedAssertion([&] { delete pool; }), "");
 }
 
 TEST(DaArenaPool, WithoutMemoryThereIsNoPool)
 {
     Calls calls;
     calls.isEmpty = true;
-    EXPECT_EQ(assertionOf([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   static_cast<void>(DaArenaPool::create(new RecordingAllocator(calls), 64));
               }),
               "_buffer != NULL");
@@ -418,18 +411,13 @@ public:
     }
 };
 
-TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
+TEST(DaArenaPool, ThrowsWhatItsAllocatorThrowsUnlessAnExceptionIsHandled)
 {
     Calls calls;
     EXPECT_THROW(delete DaArenaPool::create(new BadAllocator(calls), 64), std::runtime_error);
     EXPECT_EQ(calls.text, "+64-64~");
-    std::string trace;
     LgLog::flush();
-    LgTrace::setOutput(
-        [](void *kept, char const *text, std::size_t length) {
-            static_cast<std::string *>(kept)->append(text, length);
-        },
-        &trace);
+    CapturedLog const log;
     EXPECT_THROW(
         {
             ObjPtr<DaArenaPool> const pool(DaArenaPool::create(new BadAllocator(calls), 64));
@@ -438,21 +426,20 @@ TEST(DaArenaPool, WhatItsAllocatorThrowsIsToldUnlessAnExceptionPasses)
         std::bad_alloc);
     EXPECT_EQ(calls.text, "+64-64~+64-64~");
     LgLog::flush();
-    LgTrace::setOutput(nullptr, nullptr);
-    EXPECT_THAT(trace, testing::EndsWith("): Exception: deallocate\n"));
+    EXPECT_EQ(log.getTexts(), (Lines{"Exception: deallocate\n"}));
 }
 
-TEST(DaArenaPool, WhateverFailsTheAllocatorGoesWithThePool)
+TEST(DaArenaPool, TheAllocatorIsDestroyedWithThePoolIfAnAllocationFails)
 {
     for (int turn = 0;; ++turn) {
         Calls calls;
         DaArenaAllocator * const allocator = new RecordingAllocator(calls);
-        ZvTest::FailingAllocation const failing(turn);
+        FailingAllocation const failing(turn);
         try {
             delete DaArenaPool::create(allocator, 64);
         } catch (std::bad_alloc &) {
         }
-        // Nothing was taken, the memory was refused, or it was taken and given back.
+        // Nothing was taken, the memory was refused, or it was taken and freed.
         ASSERT_TRUE(calls.text == "~" || calls.text == "+64~" || calls.text == "+64-64~")
             << calls.text;
         if (!failing.hasFailed()) {
@@ -512,3 +499,4 @@ TEST(DaMemoryMapAllocator, CarriesAPool)
 }
 
 } // namespace
+} // namespace ZvTest

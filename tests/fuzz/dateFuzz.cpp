@@ -2,6 +2,8 @@
 
 #include "resmgt/literals.h"
 
+namespace ZvTest {
+
 using namespace Zv;
 
 ZV_FUZZ(date)
@@ -17,3 +19,5 @@ ZV_FUZZ(date)
     } catch (OsDateEx::ExInvalidDate const &) {
     }
 }
+
+} // namespace ZvTest

@@ -4,7 +4,7 @@
 
 #include "zvbase/inPackage.h"
 
-std::map<std::string, ZvFuzz::Body> &ZvFuzz::targets()
+std::map<std::string, ZvTest::Body> &ZvTest::targets()
 {
     static auto &all = *new std::map<std::string, Body>;
     return all;
@@ -21,6 +21,6 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)
 {
-    ZvFuzz::targets().begin()->second(data, size);
+    ZvTest::targets().begin()->second(data, size);
     return 0;
 }

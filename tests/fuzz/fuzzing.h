@@ -13,7 +13,7 @@
 #include <map>
 #include <string>
 
-namespace ZvFuzz {
+namespace ZvTest {
 
 using Body = void (*)(std::uint8_t const *data, std::size_t size);
 
@@ -34,11 +34,11 @@ inline void check(bool holds, char const *property)
     std::abort();
 }
 
-} // namespace ZvFuzz
+} // namespace ZvTest
 
-#define ZV_FUZZ_CHECK(...) ::ZvFuzz::check(static_cast<bool>(__VA_ARGS__), #__VA_ARGS__)
+#define ZV_FUZZ_CHECK(...) ::ZvTest::check(static_cast<bool>(__VA_ARGS__), #__VA_ARGS__)
 
 #define ZV_FUZZ(name)                                                                              \
     static void name##Body(std::uint8_t const *data, std::size_t size);                            \
-    static ::ZvFuzz::Registration const name##Registration(#name, name##Body);                     \
+    static ::ZvTest::Registration const name##Registration(#name, name##Body);                     \
     static void name##Body(std::uint8_t const *data, std::size_t size)

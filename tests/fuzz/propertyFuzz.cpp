@@ -3,6 +3,8 @@
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceManager/access/configParsers.private.h"
 
+namespace ZvTest {
+
 using namespace Zv;
 
 ZV_FUZZ(property)
@@ -15,3 +17,5 @@ ZV_FUZZ(property)
         ZV_FUZZ_CHECK(*failure.getReason());
     }
 }
+
+} // namespace ZvTest

@@ -8,11 +8,13 @@
 #include <fstream>
 #include <iterator>
 
-std::map<std::string, ZvFuzz::Body> &ZvFuzz::targets()
+std::map<std::string, ZvTest::Body> &ZvTest::targets()
 {
     static auto &all = *new std::map<std::string, Body>;
     return all;
 }
+
+namespace ZvTest {
 
 namespace {
 
@@ -21,15 +23,14 @@ namespace fs = std::filesystem;
 class Replay : public testing::TestWithParam<std::string>
 {};
 
-TEST_P(Replay, NothingOfTheCorpusDoesAnyHarm)
+TEST_P(Replay, TheCorpusBreaksNoProperty)
 {
     std::size_t replayed = 0;
     for (auto const &entry : fs::directory_iterator(fs::path(ZV_FUZZ_CORPUS) / GetParam())) {
         std::ifstream file(entry.path(), std::ios_base::binary);
         std::string const text{std::istreambuf_iterator<char>(file), {}};
         SCOPED_TRACE(entry.path().filename().string());
-        ZvFuzz::targets().at(GetParam())(reinterpret_cast<std::uint8_t const *>(text.data()),
-                                         text.size());
+        targets().at(GetParam())(reinterpret_cast<std::uint8_t const *>(text.data()), text.size());
         ++replayed;
     }
     EXPECT_GT(replayed, 0u);
@@ -39,10 +40,10 @@ TEST(ReplayTargets, EachHasACorpusAndEachCorpusATarget)
 {
     std::size_t folders = 0;
     for (auto const &entry : fs::directory_iterator(ZV_FUZZ_CORPUS)) {
-        EXPECT_TRUE(ZvFuzz::targets().contains(entry.path().filename().string())) << entry.path();
+        EXPECT_TRUE(targets().contains(entry.path().filename().string())) << entry.path();
         ++folders;
     }
-    EXPECT_EQ(folders, ZvFuzz::targets().size());
+    EXPECT_EQ(folders, targets().size());
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Replay,
@@ -51,3 +52,4 @@ INSTANTIATE_TEST_SUITE_P(All, Replay,
                          [](auto const &target) { return target.param; });
 
 } // namespace
+} // namespace ZvTest

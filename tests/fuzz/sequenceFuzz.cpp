@@ -3,6 +3,8 @@
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceManager/access/configParsers.private.h"
 
+namespace ZvTest {
+
 using namespace Zv;
 
 ZV_FUZZ(sequence)
@@ -17,3 +19,5 @@ ZV_FUZZ(sequence)
     } catch (DevMgrEx::ConfigSyntaxError const &) {
     }
 }
+
+} // namespace ZvTest

@@ -3,6 +3,8 @@
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceManager/access/configParsers.private.h"
 
+namespace ZvTest {
+
 using namespace Zv;
 
 ZV_FUZZ(stream)
@@ -16,3 +18,5 @@ ZV_FUZZ(stream)
         ZV_FUZZ_CHECK(*failure.getReason());
     }
 }
+
+} // namespace ZvTest

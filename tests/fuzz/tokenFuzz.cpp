@@ -5,6 +5,8 @@
 #include <sstream>
 #include <string>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 ZV_FUZZ(token)
@@ -28,3 +30,5 @@ ZV_FUZZ(token)
     ZV_FUZZ_CHECK(words.fail() == same.fail());
     ZV_FUZZ_CHECK(words.tellg() == same.tellg());
 }
+
+} // namespace ZvTest

@@ -2,6 +2,8 @@
 
 #include "resmgt/literals.h"
 
+namespace ZvTest {
+
 using namespace Zv;
 
 ZV_FUZZ(uuid)
@@ -14,3 +16,5 @@ ZV_FUZZ(uuid)
     } catch (LiUuidEx const &) {
     }
 }
+
+} // namespace ZvTest

@@ -6,6 +6,8 @@
 #include <sstream>
 #include <string>
 
+namespace ZvTest {
+
 using namespace Zv;
 
 namespace {
@@ -120,3 +122,5 @@ ZV_FUZZ(xml)
     } catch (XmlEx const &) {
     }
 }
+
+} // namespace ZvTest

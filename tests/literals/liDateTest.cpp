@@ -1,7 +1,8 @@
 #include "resmgt/literals/liDate.h"
 
-#include "childProcess.h"
-#include "environmentHeld.h"
+#include "testing/childProcess.h"
+#include "testing/environmentHeld.h"
+#include "testing/failures.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -36,7 +37,10 @@ extern "C" std::size_t __wrap_strftime(char *text, std::size_t size, char const 
     return __real_strftime(text, size, format, tm);
 }
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Another place for the length of a test.
@@ -47,9 +51,9 @@ public:
     {
         if (char const *former = std::getenv("TZ"))
             _former = former;
-        ZvTest::setVariable("TZ", zone);
+        setVariable("TZ", zone);
     }
-    ~AtPlace() { ZvTest::setVariable("TZ", _former.empty() ? nullptr : _former.c_str()); }
+    ~AtPlace() { setVariable("TZ", _former.empty() ? nullptr : _former.c_str()); }
     AtPlace(AtPlace const &) = delete;
     AtPlace &operator=(AtPlace const &) = delete;
 
@@ -83,7 +87,7 @@ TEST(LiDate, WritesItsFields)
                  "2006/07/20 09:04:05.000 CES");
 }
 
-TEST(LiDate, ComesBackFromItsTextToTheMillisecond)
+TEST(LiDate, ReadsItsTextExactToTheMillisecond)
 {
     AtPlace const place(CENTRAL_EUROPE);
     for (double seconds : {0.0, 0.001, 5.25, 59.999}) {
@@ -99,7 +103,7 @@ TEST(LiDate, ComesBackFromItsTextToTheMillisecond)
     EXPECT_GE(present, read);
 }
 
-TEST(LiDate, TellsTheTwoHoursApartThatTheClockRepeats)
+TEST(LiDate, DistinguishesTheTwoHoursThatTheClockRepeats)
 {
     AtPlace const place(CENTRAL_EUROPE);
     LiDate const first = universal(2006, 10, 29, 0, 30, 0);
@@ -126,7 +130,7 @@ int countTextsThatAreReadAsAnotherDate(char const *zone)
     return nb;
 }
 
-TEST(LiDate, ComesBackFromALocalTextWhateverTheZonesDistanceAndShift)
+TEST(LiDate, ReadsItsLocalTextForEveryOffsetAndShiftOfTheZone)
 {
     for (char const *zone :
          {"UTC0", CENTRAL_EUROPE, "GMT0BST,M3.5.0/1,M10.5.0", "IST-1GMT0,M10.5.0,M3.5.0/1",
@@ -136,7 +140,7 @@ TEST(LiDate, ComesBackFromALocalTextWhateverTheZonesDistanceAndShift)
         EXPECT_EQ(countTextsThatAreReadAsAnotherDate(zone), 0) << zone;
 }
 
-TEST(LiDate, OfTwoTimesWithTheSameThreeLettersTheFirstIsMeant)
+TEST(LiDate, OfTwoTimesWithTheSameThreeLettersTheFirstCounts)
 {
     AtPlace const place("ABCW1ABCS,M3.2.0,M11.1.0");
     LiDate const first = universal(2026, 11, 1, 1, 30, 0);
@@ -145,7 +149,7 @@ TEST(LiDate, OfTwoTimesWithTheSameThreeLettersTheFirstIsMeant)
     EXPECT_EQ(LiDate(second.toString(OsDateTypes::LOCAL)), first);
 }
 
-TEST(LiDate, ATextInUniversalTimeIsReadAsSuchEvenIfTheZoneCallsItselfSo)
+TEST(LiDate, ATextInUniversalTimeIsReadAsSuchEvenIfTheZoneHasThatName)
 {
     LiDate const date = universal(2026, 1, 1, 12, 0, 0);
     AtPlace const place("UTC-3");
@@ -153,7 +157,7 @@ TEST(LiDate, ATextInUniversalTimeIsReadAsSuchEvenIfTheZoneCallsItselfSo)
     EXPECT_EQ(LiDate("2026/01/01 12:00:00.000 UTC"), date);
 }
 
-TEST(LiDate, GoesByTheZoneThatTZNamesNow)
+TEST(LiDate, UsesTheCurrentValueOfTZ)
 {
     LiDate const date = universal(2026, 1, 1, 12, 0, 0);
     AtPlace const place("UTC0");
@@ -168,16 +172,15 @@ TEST(LiDate, GoesByTheZoneThatTZNamesNow)
 
 TEST(LiDate, WaitsForTheEnvironmentByLocalTime)
 {
-    EXPECT_TRUE(
-        ZvTest::waitsForTheEnvironment([] { LiDate(2026, 1, 1, 12, 0, 0, OsDateTypes::LOCAL); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::LOCAL); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { LiDate().toString("%Z"); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(
+    EXPECT_TRUE(waitsForTheEnvironment([] { LiDate(2026, 1, 1, 12, 0, 0, OsDateTypes::LOCAL); }));
+    EXPECT_TRUE(waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::LOCAL); }));
+    EXPECT_TRUE(waitsForTheEnvironment([] { LiDate().toString("%Z"); }));
+    EXPECT_TRUE(waitsForTheEnvironment(
         [] { EXPECT_THROW(LiDate("2026/01/01 12:00:00.000 !!!"), OsDateEx::ExInvalidDate); }));
-    EXPECT_FALSE(ZvTest::waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::UNIVERSAL); }));
+    EXPECT_FALSE(waitsForTheEnvironment([] { LiDate().toString(OsDateTypes::UNIVERSAL); }));
 }
 
-TEST(LiDate, KeepsTheEnvironmentAsItIsWhileItFormats)
+TEST(LiDate, LocksTheEnvironmentWhileItFormats)
 {
     struct Probe
     {
@@ -208,7 +211,7 @@ TEST(LiDate, KeepsTheEnvironmentAsItIsWhileItFormats)
     EXPECT_EQ(nbHeld, 2) << "for the zone's name, and for the text";
 }
 
-TEST(LiDate, RefusesWhatStandsBehindTheZone)
+TEST(LiDate, RefusesTextBehindTheZone)
 {
     using namespace std::string_literals;
     for (std::string const &text :
@@ -321,7 +324,7 @@ TEST(LiDate, Compares)
     EXPECT_TRUE(early < late && late > early && early != late && early == early);
 }
 
-TEST(LiDate, WritesAnyFormatByTheClockOfThePlace)
+TEST(LiDate, WritesAnyFormatInLocalTime)
 {
     AtPlace const place(CENTRAL_EUROPE);
     LiDate const date = universal(2006, 2, 20, 7, 4, 5);
@@ -331,18 +334,13 @@ TEST(LiDate, WritesAnyFormatByTheClockOfThePlace)
 TEST(LiDate, AnEmptyOrTooLongResultFailsAnAssertion)
 {
     for (std::string const &format : {std::string(), std::string(256, 'x')}) {
-        try {
-            LiDate().toString(format.c_str());
-            FAIL() << "nothing thrown";
-        } catch (AssertionFailed const &failure) {
-            EXPECT_STREQ(failure.getExpression(),
-                         "::strftime( dateBuf, sizeof(dateBuf), format, &tm )");
-        }
+        EXPECT_EQ(failedAssertion([&] { LiDate().toString(format.c_str()); }),
+                  "::strftime( dateBuf, sizeof(dateBuf), format, &tm )");
     }
     EXPECT_EQ(LiDate().toString(std::string(255, 'x').c_str()).getLength(), 255);
 }
 
-TEST(LiDate, NowGoesOn)
+TEST(LiDate, NowAdvances)
 {
     LiDate const before = LiDate::now();
     EXPECT_LT(LiDate(), before);
@@ -350,4 +348,4 @@ TEST(LiDate, NowGoesOn)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

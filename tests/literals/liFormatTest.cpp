@@ -5,7 +5,10 @@
 #include <string>
 #include <string_view>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 #ifdef __cpp_lib_format
@@ -34,4 +37,4 @@ TEST(LiFormat, NeedsAStandardLibraryWithFormat)
 #endif
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,5 +1,6 @@
 #include "resmgt/literals/liString.h"
 
+#include "testing/failures.h"
 #include "zvbase/containers.h"
 #include "zvbase/rcEx.h"
 
@@ -22,19 +23,11 @@
 #include <unistd.h>
 #endif
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-template <class Action>
-std::string outOfBoundsReason(Action action)
-{
-    try {
-        action();
-    } catch (std::range_error const &error) {
-        return error.what();
-    }
-    return "nothing thrown";
-}
+using namespace Zv;
+
+namespace {
 
 LiString text(std::string const &bytes)
 {
@@ -181,7 +174,7 @@ private:
     void *_memory;
 };
 
-TEST(LiString, RefusesATextWhoseLengthHasNoNumber)
+TEST(LiString, RefusesATextThatIsTooLongForAnInt)
 {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the sanitizer notes each byte that is looked at";
@@ -233,29 +226,29 @@ TEST(LiString, TakesARange)
     EXPECT_EQ(LiString(s, 2, 6).getLength(), 6);
 }
 
-TEST(LiString, ARangeOfLengthZeroIsEmptyWhereverItStarts)
+TEST(LiString, ARangeOfLengthZeroIsEmptyForEveryStart)
 {
     LiString const empty;
     EXPECT_TRUE(LiString(empty, 0, 0).isEmpty());
     EXPECT_TRUE(LiString(empty, -7, 0).isEmpty());
     EXPECT_TRUE(LiString(LiString("abc"), 99, 0).isEmpty());
-    EXPECT_EQ(outOfBoundsReason([&] { LiString(empty, 0, 1); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { LiString(empty, 0, 1); }),
               "Index (0) is not in the proper range (0-0).");
 }
 
 TEST(LiString, ARangeOutsideNamesTheFirstThingThatIsWrong)
 {
     LiString const s("abc");
-    EXPECT_EQ(outOfBoundsReason([&] { LiString(s, 3, 1); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { LiString(s, 3, 1); }),
               "Index (3) is not in the proper range (0-3).");
-    EXPECT_EQ(outOfBoundsReason([&] { LiString(s, -1, -2); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { LiString(s, -1, -2); }),
               "Index (-1) is not in the proper range (0-3).");
-    EXPECT_EQ(outOfBoundsReason([&] { LiString(s, 1, -2); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { LiString(s, 1, -2); }),
               "Index (-2) is not in the proper range (0-3).");
-    EXPECT_EQ(outOfBoundsReason([&] { LiString(s, 1, 3); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { LiString(s, 1, 3); }),
               "Index (3) is not in the proper range (0-3).");
     int const most = std::numeric_limits<int>::max();
-    EXPECT_EQ(outOfBoundsReason([&] { LiString(s, 2, most); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { LiString(s, 2, most); }),
               "Index (2147483647) is not in the proper range (0-3).");
 }
 
@@ -331,7 +324,7 @@ TEST(LiString, AppendsItself)
     EXPECT_STREQ(shared.getChars(), "abcabcabcabcabc");
 }
 
-TEST(LiString, GrowsByItsNeedAndStaysWhereItHasRoom)
+TEST(LiString, GrowsByItsNeedAndIsNotMovedIfItHasRoom)
 {
     LiString s("abcd");
     s += 'e'; // 4 + 5
@@ -359,9 +352,10 @@ TEST(LiString, IndexesWithinItsLength)
     LiString const s("abc");
     EXPECT_EQ(s[0], 'a');
     EXPECT_EQ(s[2], 'c');
-    EXPECT_EQ(outOfBoundsReason([&] { s[s.getLength()]; }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { s[s.getLength()]; }),
               "Index (3) is not in the proper range (0-3).");
-    EXPECT_EQ(outOfBoundsReason([&] { s[-1]; }), "Index (-1) is not in the proper range (0-3).");
+    EXPECT_EQ(reasonOf<std::range_error>([&] { s[-1]; }),
+              "Index (-1) is not in the proper range (0-3).");
     EXPECT_THROW(s[3], LiStringEx);
     EXPECT_THROW(s[3], ExBase);
 }
@@ -372,7 +366,7 @@ TEST(LiString, ReplacesOneByte)
     s.replace(1, 'X');
     EXPECT_STREQ(s.getChars(), "aXc");
     LiString const shared(s);
-    EXPECT_EQ(outOfBoundsReason([&] { s.replace(3, 'Y'); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { s.replace(3, 'Y'); }),
               "Index (3) is not in the proper range (0-3).");
     EXPECT_EQ(shared.getChars(), s.getChars());
 }
@@ -386,13 +380,13 @@ TEST(LiString, ReplacesARange)
     EXPECT_STREQ(s.getChars(), "abXYef");
     s.replace(99, LiString());
     EXPECT_STREQ(s.getChars(), "abXYef");
-    EXPECT_EQ(outOfBoundsReason([&] { s.replace(5, LiString("PQ")); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { s.replace(5, LiString("PQ")); }),
               "Index (6) is not in the proper range (0-6).");
-    EXPECT_EQ(outOfBoundsReason([&] { s.replace(-1, LiString("PQ")); }),
+    EXPECT_EQ(reasonOf<std::range_error>([&] { s.replace(-1, LiString("PQ")); }),
               "Index (-1) is not in the proper range (0-6).");
-    EXPECT_EQ(
-        outOfBoundsReason([&] { s.replace(std::numeric_limits<int>::max(), LiString("PQ")); }),
-        "Index (2147483647) is not in the proper range (0-6).");
+    EXPECT_EQ(reasonOf<std::range_error>(
+                  [&] { s.replace(std::numeric_limits<int>::max(), LiString("PQ")); }),
+              "Index (2147483647) is not in the proper range (0-6).");
     EXPECT_STREQ(s.getChars(), "abXYef");
 }
 
@@ -638,7 +632,7 @@ TEST(LiString, BytesAreTakenAsTheyAre)
     EXPECT_THROW(LiString(&byte, std::size_t{1} << 31), std::length_error);
 }
 
-TEST(LiString, AssignedBytesUseTheBodyAgainWhereNobodySharesIt)
+TEST(LiString, AssignedBytesReuseAnUnsharedBody)
 {
     LiString s("abcdef");
     char const * const body = s.getChars();
@@ -671,4 +665,4 @@ TEST(LiString, AShortTextDoesNotKeepTheRoomOfALongOne)
     EXPECT_STREQ(s.getChars(), "short");
 }
 
-} // namespace Zv
+} // namespace ZvTest

@@ -1,7 +1,7 @@
 #include "resmgt/literals/liStringUtil.h"
 #include "resmgt/literals/liTimestamp.h"
 
-#include "groupingLocale.h"
+#include "testing/groupingLocale.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,10 @@
 #include <sstream>
 #include <string>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 TEST(LiStringParser, ReadsWordsAndQuotedTexts)
@@ -79,9 +82,9 @@ TEST(LiStringParser, AZeroByteIsPartOfAToken)
     EXPECT_EQ(next(), std::string("\0", 1));
 }
 
-TEST(LiStringUtil, WritesNumbersWhateverLocaleTheProgramHas)
+TEST(LiStringUtil, WritesNumbersIndependentlyOfTheLocale)
 {
-    ZvTest::GroupingLocale const locale;
+    GroupingLocale const locale;
     EXPECT_STREQ(LiStringUtil::convertNb(-1234567).getChars(), "-1234567");
     EXPECT_STREQ(LiStringUtil::convertNb(1234567UL).getChars(), "1234567");
     EXPECT_STREQ(LiStringUtil::convertNb(12345.5).getChars(), "12345.5");
@@ -127,4 +130,4 @@ TEST(LiTimestamp, EqualTimestampsHaveEqualHashes)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

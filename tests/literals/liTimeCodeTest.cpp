@@ -9,7 +9,10 @@
 #include <string>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Counts labels as an editor does: after the last frame of a second follows the next second, and a minute begins with
@@ -83,7 +86,7 @@ std::vector<Rate> makeRates()
     };
 }
 
-TEST(LiTimeCode, EachRateTellsWhatItIs)
+TEST(LiTimeCode, EachRateHasItsProperties)
 {
     for (Rate const &rate : makeRates()) {
         LiTimeCode const &timeCode = *rate.timeCode;
@@ -251,4 +254,4 @@ TEST(LiTimeCode, TheProgramsLocaleGroupsNoDigits)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

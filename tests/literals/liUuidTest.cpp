@@ -9,7 +9,10 @@
 #include <string>
 #include <type_traits>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 TEST(LiUuid, IsNilUntilItIsCreated)
@@ -34,7 +37,7 @@ TEST(LiUuid, EachIsAnother)
     EXPECT_NE(a.compare(b), 0);
 }
 
-TEST(LiUuid, ComesBackFromItsText)
+TEST(LiUuid, ReadsItsOwnText)
 {
     LiUuid const uuid(LiUuid::CREATE);
     LiUuid other;
@@ -62,7 +65,7 @@ TEST(LiUuid, HasTheUsualText)
     }
 }
 
-TEST(LiUuid, RefusesATextThatIsNone)
+TEST(LiUuid, RefusesInvalidTexts)
 {
     try {
         LiUuid uuid(LiString("x"));
@@ -121,4 +124,4 @@ TEST(LiUuidEx, NamesTheFunctionThatFailed)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -64,7 +64,10 @@ extern "C" RPC_STATUS __wrap__ZN10ZvPlatform14RpcStringFreeAEPPh(RPC_CSTR *text)
     return refuses("RpcStringFreeA") ? REFUSED : status;
 }
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 class LiUuidUtilTest : public testing::Test
@@ -130,4 +133,4 @@ TEST_F(LiUuidUtilTest, ARefusedTextIsTheTextsFault)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

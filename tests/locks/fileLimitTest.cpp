@@ -11,7 +11,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 TEST(MtUtil, AFailureThatIsNotTheMemorysIsReported)
@@ -44,4 +47,4 @@ TEST(MtUtil, AFailureThatIsNotTheMemorysIsReported)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

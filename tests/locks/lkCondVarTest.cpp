@@ -7,7 +7,10 @@
 #include <memory>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Threads that wait on a condition variable until they are told to end.
@@ -68,7 +71,7 @@ TEST(LkCondVar, KeepsTheCallersName)
     EXPECT_STREQ(LkCondVarAttr::getDefaultAttr().getName(), "DefaultLkCondVarAttr");
 }
 
-TEST(LkCondVar, SignalThatNobodyWaitsForIsLost)
+TEST(LkCondVar, SignalWithoutAWaiterIsLost)
 {
     LkMutex const mutex("m");
     LkCondVar const condVar("c");
@@ -211,10 +214,10 @@ TEST(LkCondVar, WaitWithoutTheMutexFailsAndCountsNoWaiter)
 {
     LkMutex const mutex("m");
     LkCondVar const condVar("c");
-    EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { condVar.wait(mutex); }),
+    EXPECT_EQ(failedAssertion([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { condVar.wait(mutex); }),
               "::ReleaseMutex( externalMutex.getImp().getMutex() )");
     condVar.broadcast(); // would hang if it still counted a waiter
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

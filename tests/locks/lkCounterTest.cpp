@@ -1,7 +1,7 @@
 #include "resmgt/locks/lkCounter.h"
 #include "locks/lockTestUtil.h"
-#include "meeting.h"
 #include "resmgt/locks/lkThreadId.h"
+#include "testing/meeting.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,10 @@
 #include <sstream>
 #include <unordered_set>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 template <class T>
@@ -38,7 +41,7 @@ TYPED_TEST(LkCounterOf, LosesNoCountAmongThreads)
 {
     constexpr int COUNTS = 20000;
     LkCounter<TypeParam> counter;
-    ZvTest::Latch both(2);
+    Latch both(2);
     // Both threads carry out one kind of operation at a time.
     auto const count = [&] {
         both.arrive_and_wait();
@@ -138,4 +141,4 @@ TEST(LkThreadId, OrdersByNumberOfThread)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -9,7 +9,10 @@
 #include <limits>
 #include <ratio>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -81,4 +84,4 @@ TEST(LkDuration, CountsUnitsUpToTheLargestNumber)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

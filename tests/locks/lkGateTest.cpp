@@ -9,17 +9,20 @@
 #include <memory>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
-TEST(LkGate, OneGateeWithoutKeeperGoesThroughAtOnce)
+TEST(LkGate, ASingleGateeWithoutAKeeperPassesAtOnce)
 {
     LkGate gate("g", 1, false);
     gate.ready();
     gate.ready();
 }
 
-TEST(LkGate, HoldsEverybodyUntilTheLastHasCome)
+TEST(LkGate, HoldsAllThreadsUntilTheLastArrives)
 {
     LkGate gate("g", 3, false);
     std::counting_semaphore<> through(0);
@@ -50,7 +53,7 @@ TEST(LkGate, OpensForGood)
     EXPECT_EQ(dumpOf(gate).find("num ready: 1\n") != std::string::npos, true);
 }
 
-TEST(LkGate, TheKeeperActsWhileAllStandAtTheGate)
+TEST(LkGate, TheKeeperActsWhileAllWaitAtTheGate)
 {
     LkGate gate("g", 2, true);
     std::atomic<int> nbThrough = 0;
@@ -104,7 +107,7 @@ TEST(LkGate, AskingWhetherItIsReadyChangesNothing)
     EXPECT_FALSE(gate.isGateReady());
 }
 
-TEST(LkGate, ObserversSeeAllStandAtTheGate)
+TEST(LkGate, ObserversSeeAllThreadsAtTheGate)
 {
     LkGate gate("g", 2, true);
     Joined observer([&] {
@@ -146,7 +149,7 @@ TEST(LkGate, TheKeeperSleepsUntilTheLastHasCome)
     gate.ready();
 }
 
-TEST(LkGate, WithoutAKeeperThereIsNobodyToAskFor)
+TEST(LkGate, WithoutAKeeperNoneCanBeAskedFor)
 {
     LkGate gate("g", 1, false);
     EXPECT_THROW(gate.isGateReady(), RCEx::ExNullPtr);
@@ -157,20 +160,20 @@ TEST(LkGate, OneArrivalTooManyFails)
     LkGate gate("g", 1, true);
     Joined gatee([&] { gate.ready(); });
     gate.observeGateReady();
-    EXPECT_EQ(assertionOf([&] { gate.ready(); }), "_numReady < _numGatees");
+    EXPECT_EQ(failedAssertion([&] { gate.ready(); }), "_numReady < _numGatees");
     LkGateKeeperGuard keeper(gate);
 }
 
 TEST(LkGate, NeedsAtLeastOneGatee)
 {
-    EXPECT_EQ(assertionOf([] { LkGate gate("g", 0, false); }), "numGatees > 0");
-    EXPECT_EQ(assertionOf([] { LkGate gate("g", -1, true); }), "numGatees > 0");
+    EXPECT_EQ(failedAssertion([] { LkGate gate("g", 0, false); }), "numGatees > 0");
+    EXPECT_EQ(failedAssertion([] { LkGate gate("g", -1, true); }), "numGatees > 0");
 }
 
-TEST(LkGate, WithoutAKeeperNobodyMayKeepIt)
+TEST(LkGate, WithoutAKeeperItCannotBeKept)
 {
     LkGate gate("g", 1, false);
-    EXPECT_EQ(assertionOf([&] { LkGateKeeperGuard keeper(gate); }), "_useGateKeeper");
+    EXPECT_EQ(failedAssertion([&] { LkGateKeeperGuard keeper(gate); }), "_useGateKeeper");
 }
 
 TEST(LkGate, TakesOverFromAnotherGate)
@@ -201,7 +204,7 @@ TEST(LkGate, DumpShowsItsState)
     LkGateKeeperGuard keeper(gate);
 }
 
-TEST(LkAsyncHandle, ReportsToWhoeverImplementsIt)
+TEST(LkAsyncHandle, ReportsToItsImplementation)
 {
     struct Handle : LkAsyncHandle
     {
@@ -220,4 +223,4 @@ TEST(LkAsyncHandle, ReportsToWhoeverImplementsIt)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

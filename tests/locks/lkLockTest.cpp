@@ -9,7 +9,10 @@
 #include <mutex>
 #include <stdexcept>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 static_assert(requires(LkLock const &lock) { std::lock_guard<LkLock const>(lock); });
@@ -26,7 +29,7 @@ TEST(LkLock, ReportsWhetherSomeThreadHoldsIt)
     EXPECT_FALSE(lock.isLocked());
 }
 
-TEST(LkLock, ReportsThatAThreadHoldsItWhichHadToWait)
+TEST(LkLock, IsHeldByAThreadThatHadToWait)
 {
     LkLock const lock("l");
     bool isLocked = false;
@@ -79,7 +82,7 @@ TYPED_TEST(LightLock, ExcludesOthers)
     EXPECT_EQ(counter, 60000);
 }
 
-TEST(LkRecLock, TellsHolderFromOthers)
+TEST(LkRecLock, DistinguishesItsHolderFromOthers)
 {
     LkRecLock const lock("r", LkMutexAttr::getDefaultAttr());
     EXPECT_FALSE(lock.isLocked());
@@ -121,7 +124,7 @@ TEST(LkGuard, HoldsForItsScope)
     EXPECT_FALSE(lock.isLocked());
 }
 
-TEST(LkGuard, LetsGoForAWhile)
+TEST(LkGuard, CanUnlockAndLockAgain)
 {
     LkRecLock const lock("r");
     {
@@ -188,4 +191,4 @@ TEST(LkGuard, LetsAPassingExceptionPass)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

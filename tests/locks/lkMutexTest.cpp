@@ -11,7 +11,10 @@
 #include <mutex>
 #include <stdexcept>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 static_assert(requires(LkMutex const &mutex) {
@@ -74,7 +77,7 @@ TEST(LkMutex, TryLockByTheHolderIsRefusedAndChangesNothing)
     EXPECT_TRUE(isFreeForOthers(mutex));
 }
 
-TEST(LkMutex, TryLockFailsWhereAnotherThreadHolds)
+TEST(LkMutex, TryLockFailsIfAnotherThreadHoldsIt)
 {
     LkMutex const mutex("m");
     mutex.lock();
@@ -99,7 +102,7 @@ TEST(LkMutex, SpinLockByTheHolderReportsADeadlockAndChangesNothing)
     EXPECT_TRUE(isFreeForOthers(mutex));
 }
 
-TEST(LkMutex, SpinLockTakesAFreeMutexWhateverTheNumberOfTries)
+TEST(LkMutex, SpinLockTakesAFreeMutexForEveryNumberOfTries)
 {
     LkMutex const mutex("m");
     for (unsigned tries : {0u, 1u, 1000u}) {
@@ -125,7 +128,7 @@ TEST(LkMutex, SpinLockWaitsWhenItsTriesAreUsedUp)
 
 TEST(LkMutex, DestroyedWhileHeldFailsItsAssertion)
 {
-    EXPECT_EQ(assertionOf([] {
+    EXPECT_EQ(failedAssertion([] {
                   LkMutex mutex("m");
                   mutex.lock();
               }),
@@ -185,13 +188,13 @@ TEST(LkMutex, AnAbandonedMutexFailsTheWaitsAssertionAndIsFree)
 {
     char const * const text = "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0";
     expectRefusedOnce(
-        [&](LkMutex const &mutex) { EXPECT_EQ(assertionOf([&] { mutex.lock(); }), text); });
+        [&](LkMutex const &mutex) { EXPECT_EQ(failedAssertion([&] { mutex.lock(); }), text); });
     expectRefusedOnce([&](LkMutex const &mutex) {
-        EXPECT_EQ(assertionOf([&] { LkGuard<LkMutex const> guard(mutex); }), text);
+        EXPECT_EQ(failedAssertion([&] { LkGuard<LkMutex const> guard(mutex); }), text);
     });
     for (unsigned tries : {0u, 1u, 10u})
         expectRefusedOnce([&](LkMutex const &mutex) {
-            EXPECT_EQ(assertionOf([&] { mutex.spinLock(tries); }), text);
+            EXPECT_EQ(failedAssertion([&] { mutex.spinLock(tries); }), text);
         });
 }
 
@@ -264,4 +267,4 @@ TEST(LkEx, ADeadlockIsCaughtInAllItsForms)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

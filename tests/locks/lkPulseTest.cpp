@@ -13,7 +13,10 @@
 #include <memory>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Waits until the mutex is released, without a change of its flag.
@@ -24,7 +27,7 @@ void awaitRelease(LkMutex const &mutex)
     ASSERT_TRUE(::ReleaseMutex(handle));
 }
 
-TEST(LkPulse, CountedPulseIsKeptUntilSomebodyWaits)
+TEST(LkPulse, CountedPulseIsKeptUntilAThreadWaits)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ONE);
@@ -155,13 +158,13 @@ TEST(LkPulse, WaitWithoutTheMutexFails)
     LkPulse const pulse("p", LkPulse::WAKE_ONE);
     pulse.pulse();
     char const * const text = "::ReleaseMutex( externalMutex.getImp().getMutex() )";
-    EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.wait(mutex); }), text);
-    EXPECT_EQ(assertionOf([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.waitNextPulse(mutex); }),
+    EXPECT_EQ(failedAssertion([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.wait(mutex); }), text);
+    EXPECT_EQ(failedAssertion([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { pulse.waitNextPulse(mutex); }),
               text);
     pulse.pulse(); // no thread waits
 }
 
-TEST(LkPulse, ServesWhoeverKnowsTheBaseOnly)
+TEST(LkPulse, CanBeUsedThroughItsBaseClass)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ALL);
@@ -211,7 +214,7 @@ TEST(LkPulseNext, EndsATimedWaitInEachOfItsForms)
     EXPECT_TRUE(wasWoken[1]);
 }
 
-TEST(LkPulseNext, PulseSentAfterTheMutexWasLetGoIsNotLost)
+TEST(LkPulseNext, PulseSentAfterTheMutexWasReleasedIsNotLost)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ALL);
@@ -231,7 +234,7 @@ TEST(LkPulseNext, PulseSentAfterTheMutexWasLetGoIsNotLost)
     }
 }
 
-TEST(LkPulseNext, OnePulseWakesAllWhateverItsType)
+TEST(LkPulseNext, OnePulseOfEitherTypeWakesAll)
 {
     for (LkPulse::WakeType const type : {LkPulse::WAKE_ONE, LkPulse::WAKE_ALL}) {
         LkMutex const mutex("m");
@@ -250,7 +253,7 @@ TEST(LkPulseNext, OnePulseWakesAllWhateverItsType)
     }
 }
 
-TEST(LkPulseNext, TakesNothingFromThoseWhoWaitForACount)
+TEST(LkPulseNext, TakesNoPulseFromWaitersForACount)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ONE);
@@ -269,7 +272,7 @@ TEST(LkPulseNext, TakesNothingFromThoseWhoWaitForACount)
     EXPECT_FALSE(pulse.timedWait(guard, 0.0));
 }
 
-TEST(LkPulseNext, MixesWithTimeOutsAndLosesNobody)
+TEST(LkPulseNext, MixesWithTimeOutsAndLosesNoWaiter)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ALL);
@@ -328,7 +331,7 @@ TEST(LkPulsePool, PulsesAreLatchingAndComeBackAsTheyAre)
     EXPECT_TRUE(pulse->timedWait(guard, 0.0));
 }
 
-TEST(LkPulsePool, NullEntryComesBackAsNull)
+TEST(LkPulsePool, NullEntryIsReturnedAsNull)
 {
     LkPulsePool pool;
     ObjPtr<LkPulse> null;
@@ -351,7 +354,7 @@ TEST(LkEvent, StaysSetUntilItIsReset)
     EXPECT_EQ(dumpOf(event), "e");
 }
 
-TEST(LkEvent, WakesAllWhoWait)
+TEST(LkEvent, WakesAllWaiters)
 {
     LkEvent event("e", false);
     EXPECT_STREQ(event.getName(), "e");
@@ -404,4 +407,4 @@ TEST(LkUtil, YieldIsSwitchedInTheEnvironment)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -5,7 +5,8 @@
 #include "platform/services.h"
 #include "resmgt/locks.h"
 #include "resmgt/locks/lkSingleton.imp.h"
-#include "threadHook.h"
+#include "testing/failures.h"
+#include "testing/threadHook.h"
 #include "zvbase/exSysError.h"
 
 #include <gtest/gtest.h>
@@ -158,7 +159,10 @@ extern "C" void __wrap__ZN10ZvPlatform5SleepEj(DWORD milliseconds)
     __real__ZN10ZvPlatform5SleepEj(milliseconds);
 }
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 class Refused : public testing::Test
@@ -171,19 +175,6 @@ protected:
     }
 };
 
-/// Returns the text of the system assertion that `action` fails.
-std::string systemAssertionOf(std::function<void()> const &action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        EXPECT_TRUE(failure.hasSystemError());
-        EXPECT_EQ(failure.getSystemError(), int{REFUSED});
-        return failure.getExpression();
-    }
-    return "";
-}
-
 constexpr char const *RET = "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT";
 constexpr char const *RETAKE =
     "::WaitForSingleObject( externalMutex.getImp().getMutex(), INFINITE ) == WAIT_OBJECT_0";
@@ -192,15 +183,16 @@ TEST_F(Refused, MutexCannotBeMade)
 {
     LkMutexAttr::getDefaultAttr();
     refuse("CreateMutex");
-    EXPECT_EQ(systemAssertionOf([] { LkMutex mutex("m"); }), "_mutex != NULL");
+    EXPECT_EQ(failedSystemCall(REFUSED, [] { LkMutex mutex("m"); }), "_mutex != NULL");
 }
 
 TEST_F(Refused, MutexCannotBeClosed)
 {
-    EXPECT_EQ(systemAssertionOf([] {
-                  LkMutex mutex("m");
-                  refuse("CloseHandle");
-              }),
+    EXPECT_EQ(failedSystemCall(REFUSED,
+                               [] {
+                                   LkMutex mutex("m");
+                                   refuse("CloseHandle");
+                               }),
               "::CloseHandle( _mutex )");
 }
 
@@ -218,7 +210,7 @@ TEST_F(Refused, MutexCannotBeTaken)
         });
         isHeld.acquire();
         refuse("WaitForSingleObject");
-        EXPECT_EQ(systemAssertionOf([&] { mutex.lock(); }),
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { mutex.lock(); }),
                   "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0");
         EXPECT_FALSE(mutex.isLocked());
         mayGo.release();
@@ -231,7 +223,7 @@ TEST_F(Refused, MutexCannotBeReleased)
     mutex.lock();
     Joined([&] {
         refuse("ReleaseMutex");
-        EXPECT_EQ(systemAssertionOf([&] { mutex.unlock(); }), "::ReleaseMutex( _mutex )");
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { mutex.unlock(); }), "::ReleaseMutex( _mutex )");
     });
     EXPECT_FALSE(mutex.isLocked()) << "the flag goes first";
     mutex.unlock();
@@ -250,28 +242,30 @@ TEST_F(Refused, ConditionVariableCannotBeMade)
 {
     LkCondVarAttr::getDefaultAttr();
     refuse("CreateSemaphore");
-    EXPECT_EQ(systemAssertionOf([] { LkCondVar condVar("c"); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [] { LkCondVar condVar("c"); }),
               "_sema = ::CreateSemaphore( NULL, 0, 0x7fffffff, NULL )");
     nbCloseCalls = 0;
     refuse("CreateEvent");
-    EXPECT_EQ(systemAssertionOf([] { LkCondVar condVar("c"); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [] { LkCondVar condVar("c"); }),
               "_waitersDone = ::CreateEvent( NULL, false, false, NULL )");
     EXPECT_EQ(nbCloseCalls, 1) << "the semaphore stays open";
 }
 
 TEST_F(Refused, ConditionVariableCannotBeClosed)
 {
-    EXPECT_EQ(systemAssertionOf([] {
-                  LkCondVar condVar("c");
-                  nbCloseCalls = 0;
-                  refuse("CloseHandle");
-              }),
+    EXPECT_EQ(failedSystemCall(REFUSED,
+                               [] {
+                                   LkCondVar condVar("c");
+                                   nbCloseCalls = 0;
+                                   refuse("CloseHandle");
+                               }),
               "::CloseHandle( _sema )");
     EXPECT_EQ(nbCloseCalls, 2) << "the event stays open";
-    EXPECT_EQ(systemAssertionOf([] {
-                  LkCondVar condVar("c");
-                  refuse("CloseHandle", 2);
-              }),
+    EXPECT_EQ(failedSystemCall(REFUSED,
+                               [] {
+                                   LkCondVar condVar("c");
+                                   refuse("CloseHandle", 2);
+                               }),
               "::CloseHandle( _waitersDone )");
 }
 
@@ -282,7 +276,7 @@ TEST_F(Refused, ConditionWaitFails)
     {
         LkGuard<LkMutex const> guard(mutex);
         refuse("WaitForSingleObjectEx");
-        EXPECT_EQ(systemAssertionOf([&] { condVar.wait(guard); }), RET);
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { condVar.wait(guard); }), RET);
         EXPECT_TRUE(mutex.isLocked()) << "the guard has it still";
         EXPECT_FALSE(elsewhere([&] { return mutex.tryLock(); }));
     }
@@ -296,7 +290,8 @@ TEST_F(Refused, ConditionWaitCannotTakeTheMutexAgain)
     LkCondVar const condVar("c");
     mutex.lock();
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(condVar.timedWait(mutex, 0.0)); }), RETAKE);
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { static_cast<void>(condVar.timedWait(mutex, 0.0)); }),
+              RETAKE);
 }
 
 /// Waits for a broadcast, and has a service refused when the wait ends. Returns the text of the
@@ -313,7 +308,7 @@ std::string refusedWaiter(std::string_view service, int nb)
         condVar.broadcast();
     });
     refuse(service, nb);
-    return systemAssertionOf([&] { condVar.wait(mutex); });
+    return failedSystemCall(REFUSED, [&] { condVar.wait(mutex); });
 }
 
 TEST_F(Refused, LastWaiterOfABroadcastCannotLeave)
@@ -340,10 +335,10 @@ TEST_F(Refused, BroadcastFails)
         LkGuard<LkMutex const> untilItWaits(mutex);
     }
     refuse("ReleaseSemaphore");
-    EXPECT_EQ(systemAssertionOf([&] { condVar.broadcast(); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { condVar.broadcast(); }),
               "::ReleaseSemaphore( _sema, _nbWaiters, 0 )");
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { condVar.broadcast(); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { condVar.broadcast(); }),
               "::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0");
 }
 
@@ -411,7 +406,7 @@ TEST(LkCondVarBroadcast, IsNotDisturbedByASignal)
     EXPECT_EQ(nbSemaphoreReleases, 0) << "a newcomer would take it";
 }
 
-TEST(LkCondVarBroadcast, KeepsNewcomersOutside)
+TEST(LkCondVarBroadcast, BlocksNewWaitersDuringABroadcast)
 {
     HeldBroadcast broadcast;
     Watched newcomer([&] {
@@ -434,7 +429,7 @@ TEST_F(Refused, BroadcastThatFailedDoesNotEndTheNext)
         waiter.waitUntilAsleep();
         refuse("WaitForSingleObject");
         whenRefused = [&] { waiter.join(); };
-        EXPECT_EQ(systemAssertionOf([&] { condVar.broadcast(); }),
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { condVar.broadcast(); }),
                   "::WaitForSingleObject( _waitersDone, INFINITE ) == WAIT_OBJECT_0");
     });
     EXPECT_FALSE(broadcast.hasReturned);
@@ -443,31 +438,35 @@ TEST_F(Refused, BroadcastThatFailedDoesNotEndTheNext)
 TEST_F(Refused, EventFails)
 {
     refuse("CreateEvent");
-    EXPECT_EQ(systemAssertionOf([] { LkEvent event("e", false); }), "_event!= NULL");
-    EXPECT_EQ(systemAssertionOf([] {
-                  LkEvent event("e", false);
-                  refuse("CloseHandle");
-              }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [] { LkEvent event("e", false); }), "_event!= NULL");
+    EXPECT_EQ(failedSystemCall(REFUSED,
+                               [] {
+                                   LkEvent event("e", false);
+                                   refuse("CloseHandle");
+                               }),
               "::CloseHandle( _event )");
     LkEvent const event("e", true);
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { event.wait(); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { event.wait(); }),
               "::WaitForSingleObject( _event, INFINITE ) == WAIT_OBJECT_0");
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(event.timedWait(0.0)); }), RET);
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { static_cast<void>(event.timedWait(0.0)); }), RET);
 }
 
 TEST_F(Refused, PulseFails)
 {
     refuse("CreateEvent");
-    EXPECT_EQ(systemAssertionOf([] { LkPulse pulse("p", LkPulse::WAKE_ALL); }), "_event!= NULL");
+    EXPECT_EQ(failedSystemCall(REFUSED, [] { LkPulse pulse("p", LkPulse::WAKE_ALL); }),
+              "_event!= NULL");
     refuse("CreateSemaphore");
-    EXPECT_EQ(systemAssertionOf([] { LkPulse pulse("p", LkPulse::WAKE_ONE); }), "_event!= NULL");
+    EXPECT_EQ(failedSystemCall(REFUSED, [] { LkPulse pulse("p", LkPulse::WAKE_ONE); }),
+              "_event!= NULL");
     for (auto const type : {LkPulse::WAKE_ONE, LkPulse::WAKE_ALL})
-        EXPECT_EQ(systemAssertionOf([type] {
-                      LkPulse pulse("p", type);
-                      refuse("CloseHandle");
-                  }),
+        EXPECT_EQ(failedSystemCall(REFUSED,
+                                   [type] {
+                                       LkPulse pulse("p", type);
+                                       refuse("CloseHandle");
+                                   }),
                   "::CloseHandle( _event )");
 }
 
@@ -479,16 +478,16 @@ TEST_F(Refused, PulseWaitFailsAndTheGuardStillHasItsMutex)
         LkGuard<LkMutex const> guard(mutex);
         refuse("WaitForSingleObjectEx");
         whenRefused = [&] { elsewhere([&] { return mutex.lock() && (mutex.unlock(), true); }); };
-        EXPECT_EQ(systemAssertionOf([&] { pulse.wait(guard); }), RET);
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { pulse.wait(guard); }), RET);
         EXPECT_TRUE(mutex.isLocked());
         refuse("ReleaseMutex");
-        EXPECT_EQ(systemAssertionOf([&] { pulse.wait(guard); }),
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { pulse.wait(guard); }),
                   "::ReleaseMutex( externalMutex.getImp().getMutex() )");
     }
     mutex.lock();
     pulse.pulse();
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { pulse.wait(mutex); }), RETAKE);
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { pulse.wait(mutex); }), RETAKE);
     mutex.lock(); // it is free, but its flag is still set
     mutex.unlock();
 }
@@ -499,7 +498,8 @@ TEST_F(Refused, PulseWaitWithoutALimitCannotTimeOut)
     LkPulse const pulse("p", LkPulse::WAKE_ALL);
     LkGuard<LkMutex const> guard(mutex);
     refuse("WaitForSingleObjectEx", 1, WAIT_TIMEOUT);
-    EXPECT_EQ(assertionOf([&] { pulse.wait(guard); }), "wait_internal( externalMutex, INFINITE )");
+    EXPECT_EQ(failedAssertion([&] { pulse.wait(guard); }),
+              "wait_internal( externalMutex, INFINITE )");
 }
 
 /// Has another thread take the mutex and end while it holds it.
@@ -519,19 +519,19 @@ TEST_F(Refused, WaitThatFindsItsMutexAbandonedFailsAndTheGuardReleasesIt)
             LkGuard<LkMutex const> guard(mutex);
             refuse("WaitForSingleObjectEx", 1, WAIT_OBJECT_0);
             whenRefused = [&] { abandon(mutex); };
-            EXPECT_EQ(assertionOf([&] { waitable->wait(guard); }), RETAKE);
+            EXPECT_EQ(failedAssertion([&] { waitable->wait(guard); }), RETAKE);
             EXPECT_FALSE(elsewhere([&] { return mutex.tryLock(); }));
         }
         EXPECT_TRUE(elsewhere([&] { return mutex.tryLock() && (mutex.unlock(), true); }));
     }
 }
 
-TEST_F(Refused, WriterThatCannotWaitKeepsNobodyOut)
+TEST_F(Refused, WriterThatCannotWaitBlocksNoOther)
 {
     LkRwLock lock("l");
     lock.readLock();
     refuse("WaitForSingleObjectEx");
-    EXPECT_EQ(systemAssertionOf([&] { lock.writeLock(); }), RET);
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { lock.writeLock(); }), RET);
     EXPECT_EQ(dumpOf(lock), "name l rwLock 1 wr wait 0 rd wait 0");
     EXPECT_TRUE(lock.tryReadLock());
     lock.unlock();
@@ -554,7 +554,7 @@ TEST_F(Refused, WriterThatCannotWaitCallsTheReadersThatItKeptOut)
         reader->waitUntilAsleep();
         EXPECT_EQ(dumpOf(lock), "name l rwLock 1 wr wait 1 rd wait 1");
     };
-    EXPECT_EQ(systemAssertionOf([&] { lock.writeLock(); }), RET);
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { lock.writeLock(); }), RET);
     reader->join();
     lock.unlock();
     EXPECT_EQ(dumpOf(lock), "name l rwLock 0 wr wait 0 rd wait 0");
@@ -566,7 +566,7 @@ TEST_F(Refused, WriterThatFailsAfterItsCallCallsTheNext)
     lock.readLock();
     Watched failing([&] {
         refuseMutexWhenWoken();
-        EXPECT_EQ(systemAssertionOf([&] { lock.writeLock(); }), RETAKE);
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { lock.writeLock(); }), RETAKE);
     });
     failing.waitUntilAsleep();
     Watched next([&] {
@@ -580,12 +580,12 @@ TEST_F(Refused, WriterThatFailsAfterItsCallCallsTheNext)
     EXPECT_EQ(dumpOf(lock), "name l rwLock 0 wr wait 0 rd wait 0");
 }
 
-TEST_F(Refused, ReaderThatCannotWaitIsCountedNoMore)
+TEST_F(Refused, ReaderThatCannotWaitIsNoLongerCounted)
 {
     LkRwLock lock("l");
     lock.writeLock();
     refuse("ReleaseMutex");
-    EXPECT_EQ(systemAssertionOf([&] { lock.readLock(); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { lock.readLock(); }),
               "::ReleaseMutex( externalMutex.getImp().getMutex() )");
     EXPECT_EQ(dumpOf(lock), "name l rwLock -1 wr wait 0 rd wait 0");
     lock.unlock();
@@ -593,19 +593,19 @@ TEST_F(Refused, ReaderThatCannotWaitIsCountedNoMore)
     lock.unlock();
 }
 
-TEST_F(Refused, TicketWhoseHolderCannotWaitIsStillToCome)
+TEST_F(Refused, TicketStaysValidIfItsHolderCannotWait)
 {
     LkTicket ticket("t");
     long long mine = 0;
     refuse("ReleaseMutex");
-    EXPECT_EQ(systemAssertionOf([&] { ticket.waitForNextTicket(mine); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { ticket.waitForNextTicket(mine); }),
               "::ReleaseMutex( externalMutex.getImp().getMutex() )");
     EXPECT_EQ(mine, 0);
     ticket.next();
     EXPECT_FALSE(ticket.waitForNextTicket(mine));
 }
 
-TEST_F(Refused, SemaphoreWhoseWaiterFailsHasNobodyToSignal)
+TEST_F(Refused, SemaphoreHasNoWaiterAfterAFailedWait)
 {
     LkSema sema("s", 0);
     nbSignals = 0;
@@ -613,9 +613,9 @@ TEST_F(Refused, SemaphoreWhoseWaiterFailsHasNobodyToSignal)
     EXPECT_TRUE(sema.tryWait());
     for (int i = 0; i < 2; ++i) {
         refuse("WaitForSingleObjectEx");
-        EXPECT_EQ(
-            systemAssertionOf([&] { i ? sema.wait() : static_cast<void>(sema.timedWait(1)); }),
-            RET);
+        EXPECT_EQ(failedSystemCall(REFUSED,
+                                   [&] { i ? sema.wait() : static_cast<void>(sema.timedWait(1)); }),
+                  RET);
         sema.post();
         EXPECT_TRUE(sema.tryWait());
     }
@@ -627,7 +627,7 @@ TEST_F(Refused, SemaphoreWaiterThatFailsAfterItsSignalSignalsTheNext)
     LkSema sema("s", 0);
     Watched failing([&] {
         refuseMutexWhenWoken();
-        EXPECT_EQ(systemAssertionOf([&] { sema.wait(); }), RETAKE);
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { sema.wait(); }), RETAKE);
     });
     failing.waitUntilAsleep();
     Watched next([&] { sema.wait(); });
@@ -648,7 +648,7 @@ TEST_F(Refused, GateTakesBackAnArrivalThatCannotWait)
 {
     LkGate gate("g", 2, false);
     refuse("WaitForSingleObjectEx");
-    EXPECT_EQ(systemAssertionOf([&] { gate.ready(); }), RET);
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { gate.ready(); }), RET);
     EXPECT_NE(dumpOf(gate).find("num ready: 0\n"), std::string::npos);
     Watched first([&] { gate.ready(); });
     first.waitUntilAsleep();
@@ -659,7 +659,7 @@ TEST_F(Refused, GateTakesItsKeepersCallBackWithTheLastArrival)
 {
     LkGate gate("g", 1, true);
     refuse("WaitForSingleObjectEx");
-    EXPECT_EQ(systemAssertionOf([&] { gate.ready(); }), RET);
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { gate.ready(); }), RET);
     EXPECT_FALSE(gate.isGateReady());
     Joined gatee([&] { gate.ready(); });
     LkGateKeeperGuard const keeper(gate);
@@ -671,7 +671,7 @@ TEST_F(Refused, GateThatHasOpenedTakesNoArrivalBack)
     LkGate gate("g", 2, false);
     Watched first([&] {
         refuseMutexWhenWoken();
-        EXPECT_EQ(systemAssertionOf([&] { gate.ready(); }), RETAKE);
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { gate.ready(); }), RETAKE);
     });
     first.waitUntilAsleep();
     gate.ready();
@@ -679,13 +679,13 @@ TEST_F(Refused, GateThatHasOpenedTakesNoArrivalBack)
     EXPECT_NE(dumpOf(gate).find("num ready: 0\n"), std::string::npos);
 }
 
-TEST_F(Refused, KeeperThatComesUncalledFails)
+TEST_F(Refused, KeeperThatArrivesUncalledFails)
 {
     LkGate gate("g", 1, true);
     refuse("WaitForSingleObjectEx", 1, WAIT_OBJECT_0);
     gate.ready();
     refuse("WaitForSingleObject", 1, WAIT_OBJECT_0);
-    EXPECT_EQ(assertionOf([&] { LkGateKeeperGuard keeper(gate); }),
+    EXPECT_EQ(failedAssertion([&] { LkGateKeeperGuard keeper(gate); }),
               "(*_gateKeeper).tryWait() == false");
 }
 
@@ -706,21 +706,22 @@ TEST_F(Refused, KeeperOfAnOvercrowdedGateFails)
     };
     comeAndGo();
     others.clear();
-    EXPECT_EQ(assertionOf([&] { LkGateKeeperGuard keeper(gate); }), "_numReady == _numGatees");
+    EXPECT_EQ(failedAssertion([&] { LkGateKeeperGuard keeper(gate); }), "_numReady == _numGatees");
 }
 
 TEST_F(Refused, PulsePoolDestroysAllPulsesEvenIfOneFails)
 {
-    EXPECT_EQ(systemAssertionOf([&] {
-                  LkPulsePool pool;
-                  ObjPtr<LkPulse> pulses[3];
-                  for (ObjPtr<LkPulse> &pulse : pulses)
-                      pulse = pool.getPulse();
-                  for (ObjPtr<LkPulse> &pulse : pulses)
-                      pool.recyclePulse(pulse);
-                  nbCloseCalls = 0;
-                  refuse("CloseHandle", 2);
-              }),
+    EXPECT_EQ(failedSystemCall(REFUSED,
+                               [&] {
+                                   LkPulsePool pool;
+                                   ObjPtr<LkPulse> pulses[3];
+                                   for (ObjPtr<LkPulse> &pulse : pulses)
+                                       pulse = pool.getPulse();
+                                   for (ObjPtr<LkPulse> &pulse : pulses)
+                                       pool.recyclePulse(pulse);
+                                   nbCloseCalls = 0;
+                                   refuse("CloseHandle", 2);
+                               }),
               "::CloseHandle( _event )");
     EXPECT_EQ(nbCloseCalls, 3);
 }
@@ -728,20 +729,21 @@ TEST_F(Refused, PulsePoolDestroysAllPulsesEvenIfOneFails)
 TEST_F(Refused, KeeperOfAGateCannotBeMade)
 {
     refuse("CreateSemaphore");
-    EXPECT_EQ(assertionOf([] { LkGate gate("g", 1, true); }),
+    EXPECT_EQ(failedAssertion([] { LkGate gate("g", 1, true); }),
               "!useGateKeeper || _gateKeeper->getErrno() == 0");
 }
 
 TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
 {
-    EXPECT_EQ(systemAssertionOf([] {
-                  LkUnnamedSema sema("s", 0);
-                  refuse("CloseHandle");
-              }),
+    EXPECT_EQ(failedSystemCall(REFUSED,
+                               [] {
+                                   LkUnnamedSema sema("s", 0);
+                                   refuse("CloseHandle");
+                               }),
               "::CloseHandle( _sema )");
     LkUnnamedSema sema("s", 1);
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { static_cast<void>(sema.tryWait()); }), RET);
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { static_cast<void>(sema.tryWait()); }), RET);
     refuse("CreateSemaphore");
     LkNamedSema const failed("zvRefused", 0, LkSemaTypes::CREATE, nullptr);
     EXPECT_EQ(failed.getErrno(), int{REFUSED});
@@ -755,8 +757,11 @@ TEST_F(Refused, SemaphoreCannotBeClosedOrTried)
 struct RefusedSingleton
 {};
 
-ZV_DEFINE_SINGLETON(RefusedSingleton, RefusedSingleton);
+} // namespace ZvTest
 
+ZV_DEFINE_SINGLETON(ZvTest::RefusedSingleton, ZvTest::RefusedSingleton);
+
+namespace ZvTest {
 namespace {
 
 TEST_F(Refused, CreationLockOfASingletonFails)
@@ -825,7 +830,7 @@ TEST(TimedWait, HandsADurationOnAsRoundedMilliseconds)
     EXPECT_TRUE(counted.timedWait(guard, std::chrono::hours::max()));
 }
 
-TEST(LkUtil, YieldsWhereTheEnvironmentAsksForIt)
+TEST(LkUtil, YieldsIfTheEnvironmentAsksForIt)
 {
     auto const countOf = [](void (*yield)()) {
         nbSleepCalls = 0;
@@ -841,7 +846,7 @@ TEST(LkUtil, YieldsWhereTheEnvironmentAsksForIt)
     LkUtil::disableYield();
 }
 
-TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
+TEST_F(Refused, PulseWithoutAWaiterMakesNoCallToWake)
 {
     LkMutex const mutex("m");
     LkPulse const pulse("p", LkPulse::WAKE_ALL);
@@ -852,7 +857,7 @@ TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
         pulse.wait(guard);
         EXPECT_FALSE(pulse.timedWaitNextPulse(guard, 0.0));
         refuse("ReleaseMutex");
-        EXPECT_EQ(systemAssertionOf([&] { pulse.waitNextPulse(guard); }),
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { pulse.waitNextPulse(guard); }),
                   "::ReleaseMutex( externalMutex.getImp().getMutex() )");
         pulse.pulse();
         EXPECT_EQ(nbWakeCalls, 0);
@@ -875,4 +880,4 @@ TEST_F(Refused, PulseThatNobodyAwaitsMakesNoCallToWake)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

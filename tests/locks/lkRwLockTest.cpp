@@ -11,7 +11,10 @@
 #include <shared_mutex>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 static_assert(requires(LkRwLock & lock, LkRwLock const &reader) {
@@ -78,7 +81,7 @@ TEST(LkRwLock, ManyReadersOrOneWriter)
     lock.unlock();
 }
 
-TEST(LkRwLock, AWaitingWriterKeepsNewReadersOut)
+TEST(LkRwLock, AWaitingWriterBlocksNewReaders)
 {
     LkRwLock lock("l");
     lock.readLock();
@@ -272,7 +275,7 @@ TEST(LkRwLock, ReadersThatWaitedOnceStillWaitTheNextTime)
     }
 }
 
-TEST(LkRwLock, KeepsWritersApartFromEverybody)
+TEST(LkRwLock, ExcludesAllOthersWhileAWriterHoldsIt)
 {
     LkRwLock lock("l");
     int a = 0;
@@ -330,7 +333,7 @@ TEST(LkTicket, ATurnThatIsOverFails)
 {
     LkTicket ticket("t");
     ticket.next();
-    EXPECT_EQ(assertionOf([&] { ticket.waitForTicket(0); }), "ticket >= _current");
+    EXPECT_EQ(failedAssertion([&] { ticket.waitForTicket(0); }), "ticket >= _current");
 }
 
 TEST(LkTicket, GivesThreadsTheirTurnsInOrder)
@@ -372,4 +375,4 @@ TEST(LkTicket, ACounterOfOnesOwnFollowsTheTurns)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

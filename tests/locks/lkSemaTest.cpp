@@ -1,8 +1,8 @@
 #include "resmgt/locks/lkSema.h"
-#include "allocations.h"
 #include "locks/lockTestUtil.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkNamedSema.h"
+#include "testing/allocations.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,10 @@
 #include <cstdlib>
 #include <unistd.h>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// Returns a system name that no other run of the tests uses.
@@ -75,7 +78,7 @@ TEST(LkSema, PostWithoutAWaiterOnlyCounts)
     EXPECT_FALSE(sema.tryWait());
 }
 
-TEST(LkSema, TryWaitAtZeroFailsAndTheCountIsSaidToBeNonZero)
+TEST(LkSema, TryWaitAtZeroFailsAndReportsANonZeroCount)
 {
     LkSema sema("s", 0, LkMutexAttr::getDefaultAttr(), LkCondVarAttr::getDefaultAttr());
     EXPECT_FALSE(sema.tryWait());
@@ -96,7 +99,7 @@ TEST(LkSema, TimedWaitSleepsUntilAPost)
     EXPECT_TRUE(sema.isCountNonZero());
 }
 
-TEST(LkSema, EachPostWakesOneOfThoseWhoSleep)
+TEST(LkSema, EachPostWakesOneWaiter)
 {
     LkSema sema("s", 0);
     std::counting_semaphore<> through(0);
@@ -180,7 +183,7 @@ TEST(LkNamedSema, OpeningAnUnknownNameFailsAndWaitsReturnAtOnce)
     EXPECT_EQ(sema.getErrno(), 2);
     sema.wait();
     sema.post();
-    EXPECT_EQ(assertionOf([&] { static_cast<void>(sema.tryWait()); }),
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(sema.tryWait()); }),
               "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT");
 }
 
@@ -191,7 +194,7 @@ TEST(LkNamedSema, NeedsNoMemoryForItsName)
     std::replace(slashes.begin(), slashes.end(), '\\', '/');
     LkNamedSema const first(slashes.c_str(), 0, LkSemaTypes::CREATE, nullptr);
     ASSERT_EQ(first.getErrno(), 0);
-    ZvTest::FailingAllocation const noMemory(0);
+    FailingAllocation const noMemory(0);
     LkNamedSema const second(name.c_str(), 0, LkSemaTypes::OPEN, nullptr);
     EXPECT_EQ(second.getErrno(), 0);
 }
@@ -204,7 +207,7 @@ TEST(LkNamedSema, RefusesANameThatIsTooLong)
     EXPECT_EQ(shortest.getErrno(), int{ERROR_FILENAME_EXCED_RANGE});
 }
 
-TEST(LkNamedSema, BearsItsLabelOrItsSystemName)
+TEST(LkNamedSema, HasItsLabelOrItsSystemName)
 {
     std::string const name = uniqueName("label");
     LkNamedSema const labelled(name.c_str(), 0, LkSemaTypes::CREATE, "label");
@@ -220,14 +223,14 @@ TEST(LkSemaTypes, HaveTheirValues)
     EXPECT_EQ(LkSemaTypes::CREATE_EXCLUSIVE, 2);
 }
 
-TEST(LkUnnamedSema, SaysThatItCouldNotBeHad)
+TEST(LkUnnamedSema, ReportsThatItCouldNotBeCreated)
 {
     EXPECT_EQ(LkUnnamedSema("s", 0).getErrno(), 0);
     LkUnnamedSema sema("s", 0x80000000U); // more than a semaphore can count
     EXPECT_EQ(sema.getErrno(), 87);
     sema.wait();
     sema.post();
-    EXPECT_EQ(assertionOf([&] { static_cast<void>(sema.tryWait()); }),
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(sema.tryWait()); }),
               "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT");
 }
 
@@ -251,4 +254,4 @@ TEST(LkUnnamedSema, WaiterMayDestroyItAtOnce)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -12,8 +12,9 @@
 #include <string>
 #include <vector>
 
-namespace Zv {
-inline namespace SingletonTest {
+namespace ZvTest {
+
+using namespace Zv;
 
 template <int Number>
 struct Single
@@ -84,21 +85,22 @@ struct Slow
     static inline std::binary_semaphore mayEnd{0};
 };
 
-} // namespace SingletonTest
+} // namespace ZvTest
 
 template <int Number>
-struct LkSingletonCreator<Single<Number>>
+struct Zv::LkSingletonCreator<ZvTest::Single<Number>>
 {
-    static Single<Number> *create() { return new Single<Number>; }
+    static ZvTest::Single<Number> *create() { return new ZvTest::Single<Number>; }
 };
 
-ZV_DEFINE_SINGLETON(Interface, Implementation);
-ZV_DEFINE_SINGLETON(Inner, Inner);
-ZV_DEFINE_SINGLETON(Outer, Outer);
-ZV_DEFINE_SINGLETON(Failing, Failing);
-ZV_DEFINE_SINGLETON(Slow, Slow);
-ZV_DEFINE_SINGLETON(Clinging, Clinging);
+ZV_DEFINE_SINGLETON(ZvTest::Interface, ZvTest::Implementation);
+ZV_DEFINE_SINGLETON(ZvTest::Inner, ZvTest::Inner);
+ZV_DEFINE_SINGLETON(ZvTest::Outer, ZvTest::Outer);
+ZV_DEFINE_SINGLETON(ZvTest::Failing, ZvTest::Failing);
+ZV_DEFINE_SINGLETON(ZvTest::Slow, ZvTest::Slow);
+ZV_DEFINE_SINGLETON(ZvTest::Clinging, ZvTest::Clinging);
 
+namespace ZvTest {
 namespace {
 
 // A singleton is made once in a process, so a repeated run of a test is skipped.
@@ -133,8 +135,8 @@ TEST(LkSingleton, DestroyedOneIsNeverMadeAgain)
     EXPECT_EQ(S::destroyed, 1);
     EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
     LkSingleton<S>::checkState();
-    EXPECT_EQ(assertionOf([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
-    EXPECT_EQ(assertionOf([] { LkSingleton<S>::destroy(); }),
+    EXPECT_EQ(failedAssertion([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
+    EXPECT_EQ(failedAssertion([] { LkSingleton<S>::destroy(); }),
               "LkSingleton<T>::_state != LkSingleton<T>::DESTROYED");
     EXPECT_EQ(S::made, 1);
     EXPECT_EQ(S::destroyed, 1);
@@ -148,7 +150,7 @@ TEST(LkSingleton, FindsItselfUntilItsEndWhichMayThrow)
     EXPECT_TRUE(Clinging::foundItself);
     EXPECT_EQ(LkSingleton<Clinging>::getState(), LkSingleton<Clinging>::DESTROYED);
     LkSingleton<Clinging>::checkState();
-    EXPECT_EQ(elsewhere([] { return assertionOf([] { LkSingleton<Clinging>::destroy(); }); }),
+    EXPECT_EQ(elsewhere([] { return failedAssertion([] { LkSingleton<Clinging>::destroy(); }); }),
               "LkSingleton<T>::_state != LkSingleton<T>::DESTROYED")
         << "the creation lock was kept";
 }
@@ -160,7 +162,7 @@ TEST(LkSingleton, DestroyedBeforeItsFirstUseIsNeverMade)
     LkSingleton<S>::destroy();
     EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
     LkSingleton<S>::checkState();
-    EXPECT_EQ(assertionOf([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
+    EXPECT_EQ(failedAssertion([] { LkSingleton<S>::init(); }), "_state == UNINITIALIZED");
 #ifndef __SANITIZE_ADDRESS__ // UBSan, which runs with it, rightly reports a null reference
     EXPECT_NO_THROW(static_cast<void>(S::getInstance()));
     EXPECT_EQ(LkSingleton<S>::getState(), LkSingleton<S>::DESTROYED);
@@ -201,7 +203,7 @@ TEST(LkSingleton, IsOneObjectForAllThreadsThatRaceForIt)
     (std::make_integer_sequence<int, 50>());
 }
 
-TEST(LkSingleton, WhoLosesTheRaceWaitsAndFindsTheObjectMade)
+TEST(LkSingleton, TheLoserOfTheRaceWaitsAndFindsTheObject)
 {
     ONCE_IN_A_PROCESS();
     Slow *first = nullptr;
@@ -262,7 +264,7 @@ TEST(LkInitMutexWindows, RefusesANameThatDoesNotFitBeforeItAsksTheSystem)
     std::string const tooLong = fits + "x";
     Detail::releaseInitMutex(Detail::acquireInitMutex(fits.c_str()));
     EXPECT_EQ(
-        assertionOf([&] { Detail::acquireInitMutex(tooLong.c_str()); }),
+        failedAssertion([&] { Detail::acquireInitMutex(tooLong.c_str()); }),
         "::strlen( MUTEX_BASE_NAME ) + PID_LEN + ::strlen( ZV_TYPE_NAME( Id ) ) < MAX_PATH - 1");
 }
 
@@ -279,7 +281,7 @@ TEST(LkInitMutexWindows, IsKnownToTheSystemByTheTypeAndTheProcess)
     EXPECT_TRUE(::CloseHandle(same));
 }
 
-TEST(LkInitMutexWindows, OneWhoseHolderWasLostIsReportedOnceAndGoesOnToOthers)
+TEST(LkInitMutexWindows, AnAbandonedOneIsReportedOnceAndCanBeTakenByOthers)
 {
     std::thread([] { static_cast<void>(Detail::acquireInitMutex("lost")); }).join();
     EXPECT_THROW(Detail::acquireInitMutex("lost"), ExSysErrorWindows);
@@ -315,7 +317,7 @@ TEST(LkInitMutexWindows, ReplacesBackslashesInTheName)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest
 
 // A class in a namespace that knows nothing of the library.
 

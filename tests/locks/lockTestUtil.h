@@ -1,7 +1,9 @@
 // Helpers of the tests of the locks.
 #pragma once
 
-#include "threadExtensions/asleep.h"
+#include "testing/dump.h"
+#include "testing/failures.h"
+#include "testing/watchedThread.h"
 #include "zvbase/assertions.h"
 
 #include <atomic>
@@ -16,28 +18,9 @@
 #pragma clang diagnostic ignored "-Wthread-safety-analysis"
 #endif
 
-namespace Zv {
+namespace ZvTest {
 
-/// Returns the source text of the assertion that fails in `action`, or "" if none fails.
-template <class Action>
-std::string assertionOf(Action action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return "";
-}
-
-/// Returns what `object` writes into a dump.
-template <class T>
-std::string dumpOf(T const &object)
-{
-    std::ostringstream stream;
-    object.dump(stream);
-    return stream.str();
-}
+using namespace Zv;
 
 /// Runs `action` on a thread of its own and returns its result.
 template <class Action>
@@ -48,48 +31,4 @@ auto elsewhere(Action action)
     return answer;
 }
 
-/// Thread that is joined at the end of its scope.
-class Joined
-{
-public:
-    template <class Body>
-    explicit Joined(Body body) : _thread(std::move(body))
-    {}
-    Joined(Joined &&) = default;
-    ~Joined() { join(); }
-    void join()
-    {
-        if (_thread.joinable())
-            _thread.join();
-    }
-
-private:
-    std::thread _thread;
-};
-
-/// Thread that is joined at the end of its scope and that a test can see asleep.
-class Watched
-{
-public:
-    template <class Body>
-    explicit Watched(Body body)
-        : _thread([this, body = std::move(body)] {
-              _number = threadNumber();
-              body();
-          })
-    {}
-    /// Waits until the thread sleeps. The thread must sleep only in the place that the test means.
-    void waitUntilAsleep() const
-    {
-        while (!_number)
-            std::this_thread::yield();
-        Zv::waitUntilAsleep(_number);
-    }
-    void join() { _thread.join(); }
-
-private:
-    std::atomic<long> _number = 0;
-    Joined _thread;
-};
-
-} // namespace Zv
+} // namespace ZvTest

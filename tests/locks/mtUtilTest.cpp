@@ -1,8 +1,9 @@
 #include "resmgt/locks/mtUtil.h"
 
-#include "childProcess.h"
-#include "environmentHeld.h"
 #include "platform/services.h"
+#include "testing/capturedLog.h"
+#include "testing/childProcess.h"
+#include "testing/environmentHeld.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
 #include "zvbase/trace.h"
@@ -16,33 +17,11 @@
 
 #include <unistd.h>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
-
-/// Captures the output of the log from its construction on.
-class LogOutput
-{
-public:
-    LogOutput()
-    {
-        LgLog::flush();
-        LgTrace::setOutput(&LogOutput::append, this);
-    }
-    ~LogOutput() { LgTrace::setOutput(nullptr, nullptr); }
-    std::string const &getText()
-    {
-        LgLog::flush();
-        return _text;
-    }
-
-private:
-    static void append(void *output, char const *text, std::size_t length)
-    {
-        static_cast<LogOutput *>(output)->_text.append(text, length);
-    }
-
-    std::string _text;
-};
 
 std::string line(char const *format, char const *name, auto value)
 {
@@ -51,7 +30,7 @@ std::string line(char const *format, char const *name, auto value)
     return buffer;
 }
 
-TEST(MtUtil, AnswersWhatThePlatformGives)
+TEST(MtUtil, ReturnsWhatThePlatformReports)
 {
     EXPECT_GE(MtUtil::getNbProcessors(), 1);
     EXPECT_TRUE(MtUtil::isSystemScopeDefault());
@@ -68,24 +47,27 @@ TEST(MtUtil, DefaultsCannotBeChanged)
     EXPECT_TRUE(MtUtil::isSystemScopeDefault());
 }
 
-TEST(MtUtil, LocksNoMemoryAndSaysSoAtItsLevelOnly)
+TEST(MtUtil, LocksNoMemoryAndReportsItAtItsLevelOnly)
 {
-    LogOutput output;
+    LgLog::flush();
+    CapturedLog const output;
     Trace::setEnabled("MtUtil", false);
     MtUtil::lockProcessMemory();
-    EXPECT_EQ(output.getText(), "");
+    LgLog::flush();
+    EXPECT_EQ(output.getLines(), Lines());
 
     Trace::setEnabled("MtUtil", true);
     MtUtil::lockProcessMemory();
     Trace::setEnabled("MtUtil", false);
     std::string const end = ": Process memory not locked, not available under NT4.0.\n";
+    LgLog::flush();
     std::string const text = output.getText();
     ASSERT_GT(text.size(), end.size());
     EXPECT_EQ(text.substr(text.size() - end.size()), end);
     EXPECT_NE(text.find("../src/resmgt/locks/mtUtil.cpp("), std::string::npos) << text;
 }
 
-TEST(MtUtil, PrintsWhatTheSystemSaysOfItself)
+TEST(MtUtil, PrintsTheConfigurationOfTheSystem)
 {
     SYSTEM_INFO info;
     ::GetSystemInfo(&info);
@@ -115,12 +97,14 @@ TEST(MtUtil, PrintsWhatTheSystemSaysOfItself)
         "TLS_MINIMUM_AVAILABLE                            64\n"
         "CLOCKS_PER_SEC                                 1000\n";
 
-    LogOutput output;
+    LgLog::flush();
+    CapturedLog const output;
     MtUtil::printSysConf();
+    LgLog::flush();
     EXPECT_EQ(output.getText(), expected);
 }
 
-TEST(MtUtil, TellsMemoryThatCanBeReadFromMemoryThatCannot)
+TEST(MtUtil, DistinguishesReadableMemory)
 {
     SYSTEM_INFO info;
     ::GetSystemInfo(&info);
@@ -146,16 +130,16 @@ public:
     {
         if (char const *former = std::getenv(name))
             _former = former;
-        ZvTest::setVariable(name, value);
+        setVariable(name, value);
     }
-    ~WithVariable() { ZvTest::setVariable(_name, _former ? _former->c_str() : nullptr); }
+    ~WithVariable() { setVariable(_name, _former ? _former->c_str() : nullptr); }
 
 private:
     char const *_name;
     std::optional<std::string> _former;
 };
 
-TEST(MtUtil, WhereNoScratchFileCanBeMadeNothingIsWritable)
+TEST(MtUtil, WithoutAScratchFileNothingIsWritable)
 {
     WithVariable const nowhere("TMPDIR", "/no such folder");
     char const byte = 0;
@@ -173,11 +157,11 @@ TEST(MtUtil, ItsScratchFileMayHaveTheFirstNumberThereIs)
     EXPECT_EQ(answer, 1);
 }
 
-TEST(MtUtil, FindsItsFolderWhenNobodyChangesTheEnvironment)
+TEST(MtUtil, ReadsItsFolderUnderTheLockOfTheEnvironment)
 {
     char const byte = 'x';
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([&] { MtUtil::testWritable(&byte, 1); }));
+    EXPECT_TRUE(waitsForTheEnvironment([&] { MtUtil::testWritable(&byte, 1); }));
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

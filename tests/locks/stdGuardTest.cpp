@@ -11,7 +11,10 @@
 #include <shared_mutex>
 #include <type_traits>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 template <class T>
@@ -224,4 +227,4 @@ TEST(LkRwLock, ScopedLockTakesOneToReadAndOneToWrite)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,5 +1,6 @@
 #include "resmgt/memoryBuffers/mbAlignment.h"
 #include "resmgt/memoryBuffers/mbEx.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
@@ -13,17 +14,6 @@ namespace {
 using namespace Zv;
 
 constexpr std::uint64_t TOP = ~std::uint64_t{0};
-
-template <class Ex, class Function>
-std::string reasonOf(Function function)
-{
-    try {
-        function();
-    } catch (Ex const &failure) {
-        return failure.getReason();
-    }
-    return "nothing was thrown";
-}
 
 char const notAPowerMinus1[] = "Invalid argument: Argument is not a power of 2 minus 1.";
 

@@ -1,6 +1,7 @@
 // Behaviour of buffers that a client can observe.
 
 #include "recording.h"
+#include "testing/failures.h"
 #include "zvbase/failures.h"
 #include "zvbase/rcEx.h"
 
@@ -63,7 +64,7 @@ TEST_F(MbBufferTest, SynchedEndsWithoutFree)
     EXPECT_EQ(control->log.take(), (Lines{"deallocateRegion", "bufferNotUnloadable", "~protocol"}));
 }
 
-TEST_F(MbBufferTest, WritersMarkItDirtyOnlyWhereTheyLoad)
+TEST_F(MbBufferTest, WritersMarkItDirtyOnlyIfTheyLoadIt)
 {
     {
         MbBufferWrGuardImp const guard(buffer);
@@ -138,7 +139,7 @@ TEST_F(MbBufferTest, ReadersWaitForTheLastWriteGuard)
     reader.join();
 }
 
-TEST_F(MbBufferTest, WhoComesWhileItIsLoadedWaitsForTheLoad)
+TEST_F(MbBufferTest, AThreadThatLocksItDuringALoadWaitsForTheLoad)
 {
     std::binary_semaphore isLoading(0);
     std::binary_semaphore mayLoad(0);
@@ -158,7 +159,7 @@ TEST_F(MbBufferTest, WhoComesWhileItIsLoadedWaitsForTheLoad)
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "load"), 1);
 }
 
-TEST_F(MbBufferTest, ALoadThatFailsLeavesItFreedAndWhoWaitsTriesAnew)
+TEST_F(MbBufferTest, AFailedLoadLeavesItFreedAndAWaiterTriesAgain)
 {
     std::binary_semaphore isLoading(0);
     std::binary_semaphore mayFail(0);
@@ -186,7 +187,7 @@ TEST_F(MbBufferTest, ALoadThatFailsLeavesItFreedAndWhoWaitsTriesAnew)
                      "unlocked", "bufferUnloadable"}));
 }
 
-TEST_F(MbBufferTest, AsyncLoadEndsOnWhateverThreadSaysSo)
+TEST_F(MbBufferTest, AsyncLoadMayBeEndedByAnyThread)
 {
     buffer.prefetch();
     EXPECT_EQ(stateOf(buffer), "WaitAsyncLoaded");
@@ -222,7 +223,7 @@ TEST_F(MbBufferTest, AsyncLoadThatFailsGivesTheMemoryBack)
               (Lines{"allocateRegion", "asyncLoad", "deallocateRegion", "asyncLoadFailed"}));
 }
 
-TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessComesFirstAndTheFailureIsRefused)
+TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessCountsAndTheFailureIsRefused)
 {
     control->hooks["asyncLoad"] = [&] {
         control->handle->performFailed();
@@ -235,7 +236,7 @@ TEST_F(MbBufferTest, OfTwoEndsOfOneOperationTheSuccessComesFirstAndTheFailureIsR
               (Lines{"allocateRegion", "asyncLoad", "asyncLoadSucceeded", "bufferUnloadable"}));
 }
 
-TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
+TEST_F(MbBufferTest, AnEndBeforeAFailedBeginningStaysPending)
 {
     control->hooks["asyncLoad"] = [&] {
         control->handle->performSucceeded();
@@ -248,7 +249,7 @@ TEST_F(MbBufferTest, AnEndThatComesBeforeItsBeginningFailsStaysPending)
     EXPECT_EQ(
         reasonOf<MbEx::ExIllegalTransition>([&] { MbBufferRdGuardImp const guard(buffer); }),
         "Illegal transition: buffer b received event asyncOpSucceeded() from state RdLocked.");
-    // The lock was taken before the failure, and has been given back.
+    // The lock was taken before the failure, and has been released.
     EXPECT_EQ(stateOf(buffer), "Loaded");
     EXPECT_EQ(buffer.getImp()->getLockCount(), 0);
     EXPECT_EQ(control->log.take(),
@@ -290,7 +291,7 @@ TEST_F(MbBufferTest, ALockThatItsManagerFailsIsNotHeld)
     EXPECT_EQ(buffer.getImp()->getLockCount(), 1);
 }
 
-TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
+TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsThrown)
 {
     {
         MbBufferRdGuardImp const guard(buffer);
@@ -312,7 +313,7 @@ TEST_F(MbBufferTest, OfTwoFailuresOfItsManagerTheFirstIsTold)
 }
 
 /// A postponed event stays postponed, and a thread that waits looks at the buffer again.
-TEST_F(MbBufferTest, ARunThatItsManagerFailsKeepsWhatWasPutOffAndWakesWaiters)
+TEST_F(MbBufferTest, IfItsManagerFailsKeepsPostponedEventsAndWakesWaiters)
 {
     {
         MbBufferRdGuardImp const guard(buffer);
@@ -454,7 +455,7 @@ TEST_F(MbBufferTest, TheLastHandleWaitsForATransitionOfAnotherThread)
 
 /// The last handle is destroyed inside a call. Another thread that uses the buffer meanwhile must
 /// not end it.
-TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
+TEST_F(MbBufferTest, IsDestroyedAfterTheCallInWhichItsLastHandleIsReleased)
 {
     control->hooks["asyncLoad"] = [&] {
         LkAsyncHandle * const handle = control->handle;
@@ -471,8 +472,8 @@ TEST_F(MbBufferTest, IsEndedByTheThreadOfTheCallInsideWhichItsLastHandleGoes)
                      "deallocateRegion", "~protocol"}));
 }
 
-/// The postponed event has a lower bit than the completion, and waits for it all the same.
-TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion)
+/// The postponed event has a lower bit than the completion, and waits for it nevertheless.
+TEST_F(MbBufferTest, EventsPostponedInsideACompletingCallFollowTheCompletion)
 {
     control->hooks["asyncLoad"] = [&] {
         buffer.free();
@@ -495,7 +496,7 @@ TEST_F(MbBufferTest, WhatIsPutOffInsideACallThatCompletesComesAfterTheCompletion
 
 /// Of the events that a call postpones, `asyncSync` is delivered first. It fails, and the later
 /// ones are lost.
-TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
+TEST_F(MbBufferTest, PostponedEventsAreLostAfterAFailure)
 {
     control->hooks["unlocked"] = [&] {
         buffer.free();
@@ -515,16 +516,16 @@ TEST_F(MbBufferTest, WhatIsPutOffIsLostBehindAFailure)
 class LeavingManager : public RecordingManager
 {
 public:
-    explicit LeavingManager(Log &log) : RecordingManager(log), _log(log) {}
+    explicit LeavingManager(Journal &log) : RecordingManager(log), _log(log) {}
     ~LeavingManager() noexcept(false) override { _log.add("~manager"); }
 
 private:
-    Log &_log;
+    Journal &_log;
 };
 
 TEST_F(MbBufferTest, DeletesItsProtocolAndThenReleasesItsManager)
 {
-    Log log;
+    Journal log;
     auto const logging = std::make_shared<RecordingProtocol::Control>();
     MbBuffer other;
     {
@@ -604,7 +605,7 @@ TEST_F(MbBufferTest, FailuresWhileAnExceptionPassesAreTraced)
     RCShdPtr<MbBufferImp> const last(&probe.imp);
 }
 
-TEST_F(MbBufferTest, WithoutARegionThereIsNothingToGiveBack)
+TEST_F(MbBufferTest, WithoutARegionThereIsNothingToFree)
 {
     manager->hook = [](std::string const &what) {
         if (what == "allocateRegion")
@@ -669,13 +670,8 @@ TEST_F(MbBufferTest, AssertsThatTheStateItFallsBackToIsStable)
     Refusing const refusing;
     MbBuffer const other = MbBufferSimpleFactory(&unsteady, manager).create("other", 8);
     unsteady.next = &refusing;
-    std::string expression;
-    try {
-        MbBufferRdGuardImp const guard(other);
-    } catch (AssertionFailed const &failure) {
-        expression = failure.getExpression();
-    }
-    EXPECT_EQ(expression, "_state->entering( this ) == 0");
+    EXPECT_EQ(failedAssertion([&] { MbBufferRdGuardImp const guard(other); }),
+              "_state->entering( this ) == 0");
     MbBufferProbe const probe(other);
     LkGuard<LkMutex const> const guard(probe.mutex());
     EXPECT_EQ(probe.state(), &unsteady);
@@ -836,7 +832,7 @@ TEST_F(MbBufferTest, RegionHasRoomForTheAlignment)
 class Chain : public MbProtocol
 {
 public:
-    explicit Chain(Log &log) : _log(log) {}
+    explicit Chain(Journal &log) : _log(log) {}
     void reload(void *, std::uint64_t size) override { tell("reload", size); }
     void unload(void *, std::uint64_t size) override { tell("unload", size); }
     void asyncReloadSucceeded() override { _log.add("asyncReloadSucceeded"); }
@@ -852,22 +848,22 @@ private:
             throw 1; // not derived from any exception class
     }
 
-    Log &_log;
+    Journal &_log;
 };
 
 struct RecordingHandle : LkAsyncHandle
 {
-    explicit RecordingHandle(Log &log) : _log(log) {}
+    explicit RecordingHandle(Journal &log) : _log(log) {}
     void performSucceeded() override { _log.add("succeeded"); }
     void performFailed() override { _log.add("failed"); }
 
 private:
-    Log &_log;
+    Journal &_log;
 };
 
 TEST(MbProtocol, LoadsByReloadingAndSynchsByUnloading)
 {
-    Log log;
+    Journal log;
     Chain protocol(log);
     RecordingHandle handle(log);
     protocol.load(nullptr, 1);
@@ -882,9 +878,9 @@ TEST(MbProtocol, LoadsByReloadingAndSynchsByUnloading)
                      "unload 5", "succeeded", "asyncReloadSucceeded", "asyncReloadFailed"}));
 }
 
-TEST(MbProtocol, TellsTheHandleOfAFailureAndSwallowsIt)
+TEST(MbProtocol, ReportsAFailureToTheHandleAndDropsIt)
 {
-    Log log;
+    Journal log;
     Chain protocol(log);
     protocol.fails = true;
     RecordingHandle handle(log);
@@ -899,7 +895,7 @@ TEST(MbProtocol, TellsTheHandleOfAFailureAndSwallowsIt)
 
 TEST(MbProtocol, DoesNothingElseByItself)
 {
-    Log log;
+    Journal log;
     MbProtocol protocol;
     RecordingHandle handle(log);
     protocol.load(nullptr, 0);

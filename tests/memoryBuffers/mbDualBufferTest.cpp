@@ -1,5 +1,6 @@
 #include "recording.h"
 
+#include "testing/failures.h"
 #include "zvbase/failures.h"
 
 #include <gtest/gtest.h>
@@ -40,12 +41,9 @@ protected:
     }
     std::string assertionOf(int offset1, int size1, int offset2, int size2)
     {
-        try {
+        return failedAssertion([&] {
             static_cast<void>(factory.create(first, offset1, size1, second, offset2, size2));
-            return "";
-        } catch (AssertionFailed const &failure) {
-            return failure.getExpression();
-        }
+        });
     }
 
     int nbFirst = 0;
@@ -135,13 +133,10 @@ TEST_F(DualBuffer, CannotBeLargerThanASizeCanSay)
 {
     MbBuffer const large = plain.create("large", INT_MAX, MbAlignment(0, 0, 0));
     for (int size : {1, INT_MAX}) {
-        std::string expression;
-        try {
-            static_cast<void>(factory.create(large, 0, INT_MAX, large, 0, size));
-        } catch (AssertionFailed const &failure) {
-            expression = failure.getExpression();
-        }
-        EXPECT_EQ(expression, "size >= 0");
+        EXPECT_EQ(failedAssertion([&] {
+                      static_cast<void>(factory.create(large, 0, INT_MAX, large, 0, size));
+                  }),
+                  "size >= 0");
     }
     EXPECT_EQ(factory.create(large, 0, INT_MAX - 1, large, 0, 1).getSize(), INT_MAX);
 }

@@ -12,7 +12,7 @@ namespace {
 class NotingState : public MbState
 {
 public:
-    explicit NotingState(Log &log) : _log(log) {}
+    explicit NotingState(Journal &log) : _log(log) {}
 
     void rdlock(MbBufferImp *buffer) const override { note(buffer, "rdlock"); }
     void wrlock(MbBufferImp *buffer) const override { note(buffer, "wrlock"); }
@@ -50,7 +50,7 @@ private:
             throw Failure(text);
     }
 
-    Log &_log;
+    Journal &_log;
 };
 
 class Guards : public testing::Test
@@ -65,7 +65,7 @@ protected:
         return buffer;
     }
 
-    Log log;
+    Journal log;
     NotingState state{log};
     RCShdPtr<RecordingManager> manager{new RecordingManager(log)};
     MbBuffer const a = make("a");
@@ -91,7 +91,7 @@ TEST_F(Handles, DeliverTheirEvents)
     EXPECT_EQ(log.take(), (Lines{"asyncOpSucceeded a", "asyncOpFailed a"}));
 }
 
-TEST_F(Handles, GiveTheMutexBackAlsoWhereTheEventThrows)
+TEST_F(Handles, ReleaseTheMutexEvenIfTheEventThrows)
 {
     state.refused = "sync a";
     MbBuffer handle(a);
@@ -145,7 +145,7 @@ TEST_F(Handles, TellNameSizeAndAlignment)
     EXPECT_EQ(buffer.getAlignment().getOffsetPattern(), 16u);
 }
 
-TEST_F(Handles, OfNothingRefuseAllButTwoQuestions)
+TEST_F(Handles, EmptyOnesRefuseAllButTwoQueries)
 {
     MbBuffer null;
     EXPECT_TRUE(null.isNull());
@@ -176,7 +176,7 @@ TEST_F(ReadGuards, LockAndUnlock)
     EXPECT_EQ(log.take(), (Lines{"unlock a", "unlock a"}));
 }
 
-TEST_F(ReadGuards, OfNothingDeliverNothing)
+TEST_F(ReadGuards, EmptyOnesDeliverNothing)
 {
     {
         MbBufferRdGuardImp const null;
@@ -205,7 +205,7 @@ TEST_F(ReadGuards, AssignedTheirOwnBufferDeliverNothing)
     EXPECT_EQ(guard.getBuffer().getImp(), a.getImp());
 }
 
-TEST_F(ReadGuards, AssignedAnotherBufferLetGoFirst)
+TEST_F(ReadGuards, AnAssignmentUnlocksTheFormerBufferFirst)
 {
     {
         MbBufferRdGuardImp guard(a);
@@ -275,7 +275,7 @@ TEST_F(WriteGuards, LockDuplicateAndUnlock)
     EXPECT_EQ(log.take(), (Lines{"unlock a", "unlock a", "unlock a"}));
 }
 
-TEST_F(WriteGuards, OfNothingDeliverNothing)
+TEST_F(WriteGuards, EmptyOnesDeliverNothing)
 {
     {
         MbBufferWrGuardImp const null;
@@ -301,7 +301,7 @@ TEST_F(WriteGuards, AssignedTheirOwnBufferDeliverNothing)
     EXPECT_EQ(log.take(), Lines{});
 }
 
-TEST_F(WriteGuards, AssignedAnotherBufferLetGoFirst)
+TEST_F(WriteGuards, AnAssignmentUnlocksTheFormerBufferFirst)
 {
     MbBufferWrGuardImp guard(a);
     MbBufferWrGuardImp const other(b);
@@ -321,7 +321,7 @@ TEST_F(WriteGuards, ThatCannotLockAreNotMade)
     EXPECT_EQ(log.take(), Lines{"wrlock c"});
 }
 
-TEST_F(WriteGuards, OfAWriteLockedBufferAreAllThereIsToCopy)
+TEST_F(WriteGuards, ALockedBufferCanOnlyBeCopiedThroughItsGuard)
 {
     // A read guard cannot become a write guard, and the source of a write guard holds its lock.
     static_assert(!std::is_constructible_v<MbBufferWrGuardImp, MbBufferRdGuardImp const &>);

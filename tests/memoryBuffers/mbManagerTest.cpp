@@ -1,8 +1,9 @@
 // Managers: budgets, eviction and waiting, one step at a time.
 
-#include "allocations.h"
 #include "recording.h"
 #include "resmgt/dynamicAllocation.h"
+#include "testing/allocations.h"
+#include "testing/failures.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -106,7 +107,7 @@ TEST_F(HeapManager, RefusesOneByteMoreThanTheBudgetAtOnceAndUnloadsNothing)
     EXPECT_THROW(load(wide), MbEx::ExNotEnoughMemory);
 }
 
-TEST_F(HeapManager, WithoutAHeapSaysSo)
+TEST_F(HeapManager, ReportsThatThereIsNoHeap)
 {
     MbBuffer const buffer = make("a");
     {
@@ -156,7 +157,7 @@ TEST_F(HeapManager, HasItsBytesBackAfterUnloadFreeAndDestroy)
     EXPECT_EQ(manager->getAllocated(), 0u);
 }
 
-TEST_F(HeapManager, HasItsBytesBackOnceHoweverOftenAFailureIsTold)
+TEST_F(HeapManager, GetsItsBytesBackOnceEvenIfAFailureIsReportedTwice)
 {
     auto const control = std::make_shared<Control>();
     MbBuffer buffer = make("a", control);
@@ -176,7 +177,7 @@ TEST_F(HeapManager, OutlivesItsClientsForTheSakeOfItsBuffers)
     EXPECT_TRUE(buffer.isLoaded());
 }
 
-TEST_F(HeapManager, WhoWaitsIsWokenByAnUnlock)
+TEST_F(HeapManager, AnUnlockWakesAWaiter)
 {
     MbBuffer const small = make("small");
     MbBuffer const large = make("large", 4 * UNIT);
@@ -189,7 +190,7 @@ TEST_F(HeapManager, WhoWaitsIsWokenByAnUnlock)
     EXPECT_TRUE(large.isLoaded());
 }
 
-TEST_F(HeapManager, WhoWaitsIsWokenByAFree)
+TEST_F(HeapManager, AFreeWakesAWaiter)
 {
     auto const control = std::make_shared<Control>();
     // An operation is under way, so the buffer cannot be evicted.
@@ -213,7 +214,7 @@ TEST_F(HeapManager, WhoWaitsIsWokenByAFree)
     EXPECT_EQ(stateOf(large), "Freed");
 }
 
-TEST_F(HeapManager, WhoWaitsIsWokenByTheEndOfABuffer)
+TEST_F(HeapManager, TheDestructionOfABufferWakesAWaiter)
 {
     std::optional<MbBufferRdGuardImp> guard;
     {
@@ -270,7 +271,7 @@ TEST_F(HeapManager, AVictimThatIsLockedInBetweenIsPassedOver)
     EXPECT_EQ(stateOf(second), "Unloaded");
 }
 
-TEST_F(HeapManager, AVictimThatEndsInBetweenIsLeftToWhoHasChosenIt)
+TEST_F(HeapManager, AVictimDestroyedInBetweenIsLeftToTheThreadThatChoseIt)
 {
     auto const control = std::make_shared<Control>();
     MbBuffer victim = make("victim", control, 4 * UNIT);
@@ -323,7 +324,7 @@ public:
 
 /// Then the thread that has selected the buffer ends it. Two failures at once do not end the
 /// process.
-TEST_F(HeapManager, AVictimWhoseLastHandleGoesMayFailAndEndBadly)
+TEST_F(HeapManager, AVictimWithoutHandlesMayFailToUnloadAndToBeDestroyed)
 {
     auto const control = std::make_shared<Control>();
     MbBuffer victim =
@@ -345,7 +346,7 @@ TEST_F(HeapManager, AVictimWhoseLastHandleGoesMayFailAndEndBadly)
 }
 
 /// Any thread may ask about the buffer meanwhile.
-TEST_F(HeapManager, AThreadThatWaitsForMemoryKeepsNoOtherFromTheBuffer)
+TEST_F(HeapManager, AThreadThatWaitsForMemoryDoesNotBlockTheBuffer)
 {
     MbBuffer const held = make("held", 4 * UNIT);
     MbBuffer wanted = make("wanted");
@@ -365,8 +366,8 @@ TEST_F(HeapManager, AThreadThatWaitsForMemoryKeepsNoOtherFromTheBuffer)
     EXPECT_TRUE(wanted.isLoaded());
 }
 
-/// A name can be asked for while another buffer is evicted, and while the buffer is loaded.
-TEST_F(HeapManager, AThreadThatUnloadsAVictimKeepsNoOtherFromTheBuffer)
+/// The name can be read while another buffer is evicted, and while the buffer is loaded.
+TEST_F(HeapManager, AThreadThatUnloadsAVictimDoesNotBlockTheBuffer)
 {
     auto const victimControl = std::make_shared<Control>();
     auto const control = std::make_shared<Control>();
@@ -390,20 +391,14 @@ TEST_F(HeapManager, AThreadThatUnloadsAVictimKeepsNoOtherFromTheBuffer)
 }
 
 /// The protocol of the evicted buffer locks the buffer that its thread is loading.
-TEST_F(HeapManager, AVictimCannotLockTheBufferThatItGoesFor)
+TEST_F(HeapManager, AVictimCannotLockTheBufferThatNeedsItsMemory)
 {
     auto const control = std::make_shared<Control>();
     MbBuffer const victim = make("victim", control, 4 * UNIT);
     MbBuffer const wanted = make("wanted");
     load(victim);
     control->hooks["unload"] = [&] { load(wanted); };
-    std::string expression;
-    try {
-        load(wanted);
-    } catch (AssertionFailed const &failure) {
-        expression = failure.getExpression();
-    }
-    EXPECT_EQ(expression, "! _transientStateOwner.isCurrentThread()");
+    EXPECT_EQ(failedAssertion([&] { load(wanted); }), "! _transientStateOwner.isCurrentThread()");
     EXPECT_EQ(stateOf(victim), "Loaded");
     EXPECT_EQ(stateOf(wanted), "Freed");
     control->hooks.clear();
@@ -478,19 +473,14 @@ TEST(MbPoolManager, AssertsThatARegionHasBeenSet)
 {
     RCShdPtr<MbManager> const manager(new CarelessManager);
     MbBuffer const buffer = MbBufferSimpleFactory(initialState(), manager).create("a", 1);
-    std::string expression;
-    try {
-        MbBufferRdGuardImp const guard(buffer);
-    } catch (AssertionFailed const &failure) {
-        expression = failure.getExpression();
-    }
-    EXPECT_EQ(expression, "buffer->getRegionStart() != 0");
+    EXPECT_EQ(failedAssertion([&] { MbBufferRdGuardImp const guard(buffer); }),
+              "buffer->getRegionStart() != 0");
     EXPECT_EQ(stateOf(buffer), "Freed");
 }
 
 /// A thread has selected a buffer, and takes its mutex while the buffer is loaded again and waits
 /// for memory itself.
-TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryHoldsNobodyUp)
+TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryBlocksNoThread)
 {
     for (int turn = 0; turn < 30; ++turn) {
         MbBuffer const a = make("a");
@@ -581,7 +571,7 @@ TEST_P(BuffersWithoutMemory, AreUnlocked)
     EXPECT_LT(0u, allocations.get());
 }
 
-TEST_P(BuffersWithoutMemory, AreUnlockedAlsoWhereItCannotBeTraced)
+TEST_P(BuffersWithoutMemory, AreUnlockedEvenIfItCannotBeTraced)
 {
     LgLog::flush();
     LgTrace::setOutput([](void *, char const *, std::size_t) {}, nullptr);
@@ -691,7 +681,7 @@ TEST_F(ArenaManager, TakesPoolAndStrategyOver)
     EXPECT_TRUE(strategy.isNull());
 }
 
-TEST_F(ArenaManager, TakesNoMoreThanTheSizeFromAnAlignedPlace)
+TEST_F(ArenaManager, TakesExactlyTheSizeFromAnAlignedAddress)
 {
     // As many buffers as fit, without room for their alignment.
     std::vector<MbBuffer> buffers;
@@ -708,7 +698,7 @@ TEST_F(ArenaManager, TakesNoMoreThanTheSizeFromAnAlignedPlace)
     EXPECT_TRUE(buffers.back().isLoaded());
 }
 
-TEST_F(ArenaManager, HasItsMemoryBackOnceHoweverOftenAFailureIsTold)
+TEST_F(ArenaManager, GetsItsMemoryBackOnceEvenIfAFailureIsReportedTwice)
 {
     auto const control = std::make_shared<Control>();
     MbBuffer buffer = factory.create("a", makeObj<RecordingProtocol>(control), 128, ANYWHERE);
@@ -828,7 +818,7 @@ TEST_F(ArenaManager, TakesPiecesThatAreTooSmallForNoMemoryAtAll)
     EXPECT_TRUE(buffers[7].isLoaded());
 }
 
-TEST_F(ArenaManager, WaitsWhereAllThatIsThereIsLocked)
+TEST_F(ArenaManager, WaitsIfAllItsMemoryIsLocked)
 {
     MbBuffer const a = factory.create("a", 1024);
     MbBuffer const b = factory.create("b", 8);

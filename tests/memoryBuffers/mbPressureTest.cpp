@@ -300,7 +300,7 @@ TEST(MbPressure, OfAnArena)
             pressure.check();
             EXPECT_NE(pressure.getNbFailures(), 0);
         }
-        // The destructor of the arena asserts that all blocks were given back.
+        // The destructor of the arena asserts that all blocks were freed.
         EXPECT_NO_THROW(manager = RCShdPtr<MbPoolManager>());
     }
 }

@@ -122,7 +122,7 @@ void Cells::check(std::string const &state, int event, int lockCount)
     EXPECT_EQ(capture.take(), traceOf(config));
 }
 
-TEST_P(Cells, AreAsTheTableSays)
+TEST_P(Cells, AreThoseOfTheTable)
 {
     for (Model::Row const &row : Model::table) {
         for (int event = 0; event < EVENTS; ++event) {
@@ -296,7 +296,7 @@ std::vector<FailingRun> runs()
 class Failures : public testing::TestWithParam<bool>
 {};
 
-TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
+TEST_P(Failures, ReturnTheBufferToItsStateBeforeTheRun)
 {
     bool const isTracing = GetParam();
     TraceCapture capture;
@@ -350,8 +350,8 @@ TEST_P(Failures, TakeTheBufferBackToWhereTheRunBegan)
     EXPECT_EQ(failures, 25);
 }
 
-/// The first, the second … call fails that tells the manager whether the buffer may be evicted.
-TEST_P(Failures, OfTheManagerTakeTheBufferBackToo)
+/// The first, the second … call fails that reports whether the buffer may be evicted.
+TEST_P(Failures, OfTheManagerAlsoRestoreTheBuffer)
 {
     bool const isTracing = GetParam();
     std::vector<FailingRun> all = runs();

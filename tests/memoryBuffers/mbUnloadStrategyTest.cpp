@@ -1,5 +1,6 @@
-#include "allocations.h"
 #include "recording.h"
+#include "testing/allocations.h"
+#include "testing/dump.h"
 
 #include <gtest/gtest.h>
 
@@ -22,12 +23,6 @@ protected:
         buffers.push_back(MbBufferSimpleFactory(initialState(), manager).create(name, 8));
         return buffers.back().getImp().get();
     }
-    static std::string dumpOf(MbUnloadStrategy const &strategy)
-    {
-        std::ostringstream text;
-        strategy.dump(text);
-        return text.str();
-    }
     /// Removes the selected buffers one after the other. Returns them in that order.
     static std::string drain(MbUnloadStrategy &strategy)
     {
@@ -40,7 +35,7 @@ protected:
         return order;
     }
 
-    Log log;
+    Journal log;
     RCShdPtr<RecordingManager> manager{new RecordingManager(log)};
     std::vector<MbBuffer> buffers;
     MbBufferImp * const a = make("a");
@@ -145,7 +140,7 @@ TEST_F(LRU, SelectsTheOneThatJoinedFirst)
     EXPECT_EQ(drain(strategy), "ba");
 }
 
-TEST_F(LRU, AskedTwiceSelectsTheSame)
+TEST_F(LRU, SelectsTheSameBufferTwice)
 {
     MbUnloadLRU strategy(4);
     strategy.insertBuffer(c);
@@ -210,7 +205,7 @@ TEST_F(LRU, AStrangerLeavesNothingBehind)
     EXPECT_EQ(drain(strategy), "b");
 }
 
-TEST_F(LRU, AllocatesNothingWhereThereIsRoom)
+TEST_F(LRU, AllocatesNothingIfThereIsRoom)
 {
     std::vector<MbBufferImp *> many;
     for (int i = 0; i < 100; ++i)
@@ -295,7 +290,7 @@ TEST_F(Random, ReservesTheRoomThatIsAskedFor)
     EXPECT_EQ(allocationsOf(100), allocationsOf(0) + 1);
 }
 
-TEST_F(Random, AllocatesNothingWhereThereIsRoom)
+TEST_F(Random, AllocatesNothingIfThereIsRoom)
 {
     std::vector<MbBufferImp *> many;
     for (int i = 0; i < 100; ++i)
@@ -403,7 +398,7 @@ TEST_F(Random, SelectsByTheGeneratorsNumbers)
     }
 }
 
-TEST_F(Random, ACopyGoesOnWithTheSameNumbers)
+TEST_F(Random, ACopyContinuesWithTheSameNumbers)
 {
     MbUnloadRandom strategy(4);
     for (MbBufferImp * const buffer : {a, b, c, d})

@@ -444,7 +444,7 @@ private:
         Thread &self = _config.threads[thread];
         while (!self.frames.empty() && self.frames.back().kind != Frame::HOOK) {
             Frame const frame = self.frames.back();
-            // An exception while the lock is given back is traced, and goes no further.
+            // An exception while the lock is released is traced and not thrown.
             if (frame.kind == Frame::UNWIND)
                 return;
             self.frames.pop_back();
@@ -469,7 +469,7 @@ private:
     Config &_config;
 };
 
-/// Adds all configurations that can follow from this one when no thread can go on, by their full
+/// Adds all configurations that can follow from this one if no thread can continue, by their full
 /// text.
 inline void settle(Config const &config, std::map<std::string, Config> &results)
 {

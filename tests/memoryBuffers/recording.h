@@ -1,8 +1,11 @@
-// Log of the tests of buffers, and a protocol and a manager that write to it.
+// Journal of the tests of buffers, and a protocol and a manager that write to it.
 #pragma once
 
 #include "resmgt/memoryBuffers.h"
 #include "resmgt/memoryBuffers/mbStates.private.h"
+#include "testing/capturedLog.h"
+#include "testing/failures.h"
+#include "testing/journal.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
 #include "zvbase/trace.h"
@@ -73,28 +76,6 @@ using namespace Zv;
 using MbBufferProbe = TestAccess<MbBufferImp>;
 using MbManagerProbe = TestAccess<MbPoolManager>;
 
-class Log
-{
-public:
-    void add(std::string line)
-    {
-        std::lock_guard const guard(_mutex);
-        _lines.push_back(std::move(line));
-    }
-    /// Returns the lines since the last call.
-    std::vector<std::string> take()
-    {
-        std::lock_guard const guard(_mutex);
-        return std::exchange(_lines, {});
-    }
-
-private:
-    std::mutex _mutex;
-    std::vector<std::string> _lines;
-};
-
-using Lines = std::vector<std::string>;
-
 /// Enables the level "MbBuffers", and collects the trace lines that contain a text, from that text
 /// on.
 class TraceCapture
@@ -103,14 +84,13 @@ public:
     explicit TraceCapture(std::string beginning = "MbBuffer : ") : _beginning(std::move(beginning))
     {
         LgLog::flush();
-        LgTrace::setOutput(&write, this);
+        _log.emplace();
         Trace::setEnabled("MbBuffers", true);
     }
     ~TraceCapture()
     {
         Trace::setEnabled("MbBuffers", false);
         LgLog::flush();
-        LgTrace::setOutput(nullptr, nullptr);
     }
     TraceCapture(TraceCapture const &) = delete;
     TraceCapture &operator=(TraceCapture const &) = delete;
@@ -118,24 +98,12 @@ public:
     Lines take()
     {
         LgLog::flush();
-        std::lock_guard const guard(_mutex);
-        return std::exchange(_lines, {});
+        return linesFrom(_beginning, _log->take());
     }
 
 private:
-    static void write(void *context, char const *text, std::size_t length)
-    {
-        TraceCapture &self = *static_cast<TraceCapture *>(context);
-        std::string const line(text, length);
-        auto const start = line.find(self._beginning);
-        std::lock_guard const guard(self._mutex);
-        if (start != std::string::npos)
-            self._lines.push_back(line.substr(start, line.find('\n') - start));
-    }
-
     std::string const _beginning;
-    std::mutex _mutex;
-    Lines _lines;
+    std::optional<CapturedLog> _log;
 };
 
 /// Writes its calls to the log, and then calls the hooks of the test.
@@ -146,7 +114,7 @@ public:
 
     struct Control
     {
-        Log log;
+        Journal log;
         std::map<std::string, Hook> hooks;
         std::function<void(std::string const &)> hook; // at each call
         void *memory = nullptr;
@@ -212,7 +180,7 @@ private:
 class RecordingManager : public MbManager
 {
 public:
-    explicit RecordingManager(Log &log) : _log(log), _name("recording") {}
+    explicit RecordingManager(Journal &log) : _log(log), _name("recording") {}
 
     LiString const &getName() const override { return _name; }
     void allocateRegion(MbBufferImp *buffer) override
@@ -247,7 +215,7 @@ private:
             current(what);
     }
 
-    Log &_log;
+    Journal &_log;
     LiString _name;
 };
 
@@ -285,17 +253,6 @@ inline std::string stateOf(MbBuffer const &buffer)
     MbBufferProbe const probe(buffer);
     LkGuard<LkMutex const> const guard(probe.mutex());
     return probe.stateName();
-}
-
-template <class Exception, class Function>
-std::string reasonOf(Function function)
-{
-    try {
-        function();
-    } catch (Exception const &failure) {
-        return failure.what();
-    }
-    return "nothing was thrown";
 }
 
 inline MbState const *initialState(bool trace = false)

@@ -1,6 +1,5 @@
 // Tests of what all exception classes have in common.
 
-#include "allocations.h"
 #include "resmgt/containers/iteratorEx.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceProtocol/devPrtclEx.h"
@@ -11,6 +10,7 @@
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/xml/xmlEx.h"
+#include "testing/allocations.h"
 #include "zvbase/objPtr.h"
 #include "zvbase/rcEx.h"
 #include "zvbase/typeName.h"
@@ -20,7 +20,10 @@
 #include <stdexcept>
 #include <string>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// The first one of the two bases.
@@ -39,7 +42,7 @@ template <First FIRST, class Failure, class Family, class Standard, class... Arg
 void check(Arguments... arguments)
 {
     SCOPED_TRACE(nameType(typeid(Failure)));
-    ZvTest::AllocationCount const count;
+    AllocationCount const count;
     Failure const failure("x.cpp", 7, arguments...);
     std::size_t const made = count.get();
     EXPECT_EQ(made, 0u) << "a failure is made without memory";
@@ -131,7 +134,7 @@ TEST(Failures, OfLocksThreadsAndPrioritiesAreOfTheirFamilyFirst)
 TEST(Failures, OfPrioritiesHaveOneThatIsNoStandardException)
 {
     static_assert(!std::is_base_of_v<std::exception, PriorityEx::ExError>);
-    ZvTest::AllocationCount const count;
+    AllocationCount const count;
     PriorityEx::ExError const failure("x.cpp", 7, "the text");
     EXPECT_EQ(count.get(), 0u);
     EXPECT_STREQ(failure.getReason(), "the text");
@@ -140,7 +143,7 @@ TEST(Failures, OfPrioritiesHaveOneThatIsNoStandardException)
 TEST(Failures, ThatCarryOneAreMadeWithoutMemory)
 {
     ExBase * const carried = RCEx::ExNullPtr("y.cpp", 8).clone();
-    ZvTest::AllocationCount const count;
+    AllocationCount const count;
     MtEx::ExThrownException const failure("x.cpp", 7, carried);
     EXPECT_EQ(count.get(), 0u);
     EXPECT_TRUE(isAt(static_cast<MtEx const *>(&failure), &failure));
@@ -149,4 +152,4 @@ TEST(Failures, ThatCarryOneAreMadeWithoutMemory)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,7 +1,6 @@
 // Tests of the packages before they are up, while they are up and after that, each in a new
 // process.
 
-#include "childProcess.h"
 #include "packages/registered.h"
 #include "platform/services.h"
 #include "resmgt/deviceManager/devMgr.h"
@@ -17,6 +16,7 @@
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
+#include "testing/childProcess.h"
 #include "zvbase/assertions.h"
 #include "zvbase/dbgBuildInfo.h"
 #include "zvbase/hmHeapMgr.h"
@@ -62,7 +62,10 @@ extern "C" DWORD __wrap__ZN10ZvPlatform16GetPriorityClassEPv(HANDLE process)
                           : __real__ZN10ZvPlatform16GetPriorityClassEPv(process);
 }
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 /// A thread's body that reports that it runs.
@@ -158,7 +161,7 @@ void upAndDown()
 void unasked()
 {
     // `setRealTime` always reads this variable again.
-    ZvTest::setVariable("ZV_THREAD_NO_REALTIME", "7");
+    setVariable("ZV_THREAD_NO_REALTIME", "7");
     {
         InPackageScope const packages;
     }
@@ -240,7 +243,7 @@ void endTwice()
     }
     MtLogger::startLogger();
     try {
-        ZvTest::getRegistered<ZvInit::threads>().cleanupPackage();
+        getRegistered<ZvInit::threads>().cleanupPackage();
     } catch (AssertionFailed const &failure) {
         std::cout << "failed " << failure.getExpression() << std::endl;
     }
@@ -291,9 +294,9 @@ Scene const scenes[] = {{"startEarly", startEarly},
 /// request real-time operation.
 std::string play(char const *scene, char const *force = nullptr, char const *no = nullptr)
 {
-    ZvTest::setVariable("ZV_THREAD_FORCE_REALTIME", force);
-    ZvTest::setVariable("ZV_THREAD_NO_REALTIME", no);
-    auto const end = ZvTest::ChildProcess({"--child", scene}).await();
+    setVariable("ZV_THREAD_FORCE_REALTIME", force);
+    setVariable("ZV_THREAD_NO_REALTIME", no);
+    auto const end = ChildProcess({"--child", scene}).await();
     if (end.code != 0)
         return end.output + "status " + std::to_string(end.code) + "\n";
     return end.output;
@@ -323,7 +326,7 @@ TEST(FreshProcess, ThreadsMayStartForTheRestOfTheProcess)
     EXPECT_EQ("ran\n", play("startLate"));
 }
 
-TEST(FreshProcess, NothingIsSaidOrDoneAboutRealTimeUnasked)
+TEST(FreshProcess, RealTimeIsNeitherSetNorReportedUnlessRequested)
 {
     EXPECT_EQ(DOWN UP DOWN, play("upAndDown"));
     EXPECT_EQ("read 0\nread 7\n", play("unasked"));
@@ -335,7 +338,7 @@ TEST(FreshProcess, ZeroAndNegativeWishesAreNone)
         EXPECT_EQ(DOWN UP DOWN, play("upAndDown", wish));
 }
 
-TEST(FreshProcess, AWishIsNotGrantedWhereRealTimeIsSwitchedOff)
+TEST(FreshProcess, AWishIsNotGrantedIfRealTimeIsSwitchedOff)
 {
     std::string const output = play("upAndDown", "1", "1");
     EXPECT_THAT(output, HasSubstr("Real-time not enabled."));
@@ -415,13 +418,13 @@ TEST(FreshProcess, TheLoadEntersThePackagesInOrderAndMakesNoThreadOrManager)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest
 
 int zvChildMain(int argc, char **argv);
 
 int zvChildMain(int argc, char **argv)
 {
-    for (Zv::Scene const &scene : Zv::scenes)
+    for (ZvTest::Scene const &scene : ZvTest::scenes)
         if (argc > 0 && std::strcmp(argv[0], scene.name) == 0) {
             scene.play();
             return 0;

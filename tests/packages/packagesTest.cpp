@@ -7,10 +7,12 @@
 #include <string>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
-using ZvTest::getRegistered;
 using Names = std::vector<std::string>;
 
 Names dependenciesOf(InPackageInit const &package)
@@ -75,4 +77,4 @@ TEST(Packages, AreUpWhileTheTestsRun)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -4,7 +4,8 @@
 
 #include <atomic>
 
-using namespace ZvTest;
+namespace ZvTest {
+
 namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
@@ -119,3 +120,5 @@ TEST(PlatformAddress, MisuseFails)
     for (SIZE_T size : {0, 3, 5, 16})
         EXPECT_FAILS(ERROR_INVALID_PARAMETER, WaitOnAddress(&value, &same, size, 0));
 }
+
+} // namespace ZvTest

@@ -1,6 +1,6 @@
 #include "platform/platformTest.h"
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -53,7 +53,7 @@ TEST(PlatformCriticalSection, TouchesNoLastError)
     EXPECT_EQ(GetLastError(), UNTOUCHED);
 }
 
-TEST(PlatformCriticalSection, AWaiterComesInWhenItIsLeft)
+TEST(PlatformCriticalSection, AWaiterEntersWhenItIsLeft)
 {
     Section s;
     EnterCriticalSection(&s.section);
@@ -98,7 +98,7 @@ TEST(PlatformCriticalSection, ExcludesUnderContention)
     EXPECT_TRUE(s.isFree());
 }
 
-TEST(PlatformCriticalSection, WhoeverIsInMayDestroyIt)
+TEST(PlatformCriticalSection, TheThreadThatEntersMayDestroyIt)
 {
     for (int round = 0; round < 300; ++round) {
         auto *s = new CRITICAL_SECTION;
@@ -117,3 +117,5 @@ TEST(PlatformCriticalSection, WhoeverIsInMayDestroyIt)
         LeaveCriticalSection(s);
     }
 }
+
+} // namespace ZvTest

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 TEST(PlatformEvent, AManualOneStaysSet)
 {
@@ -61,7 +61,7 @@ TEST(PlatformEvent, BadHandlesFail)
     EXPECT_WAIT_FAILS(WaitForSingleObject(closed, 0));
 }
 
-TEST(PlatformEvent, SettingAManualOneReleasesAllWhoWait)
+TEST(PlatformEvent, SettingAManualOneReleasesAllWaiters)
 {
     Owned const e = manualEvent(), begun = semaphore();
     std::vector<std::unique_ptr<Runner>> waiters;
@@ -81,7 +81,7 @@ TEST(PlatformEvent, SettingAManualOneReleasesAllWhoWait)
     EXPECT_EQ(released, 8);
 }
 
-TEST(PlatformEvent, SettingAnAutomaticOneReleasesOneOfThoseWhoWait)
+TEST(PlatformEvent, SettingAnAutomaticOneReleasesOneWaiter)
 {
     Owned const e = autoEvent(), released = semaphore();
     std::vector<std::unique_ptr<Runner>> waiters;
@@ -131,7 +131,7 @@ struct Waiters
 
 } // namespace
 
-TEST(PlatformEvent, APulseReleasesTheOneWhoWaits)
+TEST(PlatformEvent, APulseReleasesTheWaiter)
 {
     for (bool manual : {true, false}) {
         Owned const e = manual ? manualEvent() : autoEvent();
@@ -145,7 +145,7 @@ TEST(PlatformEvent, APulseReleasesTheOneWhoWaits)
     }
 }
 
-TEST(PlatformEvent, PulsesReleaseAllWhoWaitForAManualOne)
+TEST(PlatformEvent, PulsesReleaseAllWaitersOfAManualOne)
 {
     Owned const e = manualEvent();
     Waiters waiters(e, 6);
@@ -174,7 +174,7 @@ TEST(PlatformEvent, EachPulseReleasesAtMostOneWaiterOfAnAutomaticOne)
     EXPECT_EQ(WaitForSingleObject(e, 0), WAIT_TIMEOUT);
 }
 
-TEST(PlatformEvent, APulseReleasesNobodyWhoComesLater)
+TEST(PlatformEvent, APulseReleasesNoLaterWaiter)
 {
     // The thread that pulses is the only one that waits afterwards, and must find nothing.
     Owned const e = manualEvent();
@@ -230,7 +230,7 @@ TEST(PlatformEvent, TimeOutsAndSettingsRaceCleanly)
     EXPECT_LE(taken, ROUNDS + 1);
 }
 
-TEST(PlatformEvent, WhoeverIsReleasedMayCloseIt)
+TEST(PlatformEvent, AReleasedThreadMayCloseIt)
 {
     for (int round = 0; round < 300; ++round) {
         HANDLE const e = CreateEventA(nullptr, round % 2, FALSE, nullptr);
@@ -260,3 +260,5 @@ TEST(PlatformEvent, AHandleClosedUnderAWaiterIsHarmless)
         EXPECT_TRUE(CloseHandle(e));
     }
 }
+
+} // namespace ZvTest

@@ -1,7 +1,7 @@
 // Services in the child of a fork.
 #include "platform/platformTest.h"
 
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 #include "zvbase/platform/interlocked.h"
 
 #include <atomic>
@@ -14,7 +14,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using namespace ZvTest;
+namespace ZvTest {
+
 namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
@@ -85,7 +86,7 @@ void *memory()
     return VirtualAlloc(nullptr, 4096, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
 }
 
-TEST(PlatformFork, AChildMakesObjectsWhateverOthersWereDoing)
+TEST(PlatformFork, AChildMakesObjectsWhileTheParentsThreadsUseThem)
 {
     // Each body keeps one lock of the layer busy.
     void (* const bodies[])() = {[] { Owned const m = mutex(); }, [] { TlsFree(TlsAlloc()); },
@@ -268,20 +269,20 @@ TEST(PlatformNames, APostIsNotLostWithAProcessThatDiesOfIt)
         std::atomic<long> number{0};
         std::atomic<bool> isOver{false};
         Runner behind([&] {
-            number = Zv::threadNumber();
+            number = ZvTest::threadNumber();
             WaitForSingleObject(s, INFINITE);
             isOver = true;
             return 0;
         });
         while (!number)
             Sleep(0);
-        Zv::waitUntilAsleep(number);
+        ZvTest::waitUntilAsleep(number);
 
         EXPECT_TRUE(ReleaseSemaphore(s, 1, nullptr));
         EXPECT_EQ(::kill(first, SIGKILL), 0);
         int status = 0;
         EXPECT_EQ(::waitpid(first, &status, 0), first);
-        while (!isOver && !Zv::isAsleep(number))
+        while (!isOver && !ZvTest::isAsleep(number))
             Sleep(0);
         // A thread that sleeps has looked for the unit. The first process had then taken the unit
         // before it died.
@@ -310,7 +311,7 @@ bool hasFile(uid_t user, std::string const &name)
 
 } // namespace
 
-TEST(PlatformNames, WhatACarelessProcessLeavesTheNextOneRemoves)
+TEST(PlatformNames, TheNextProcessRemovesWhatAKilledOneLeft)
 {
     std::string const name = nameFor("careless");
     EXPECT_EQ(whatAStrangerSees("Careless", name), SEEN);
@@ -318,7 +319,7 @@ TEST(PlatformNames, WhatACarelessProcessLeavesTheNextOneRemoves)
     EXPECT_FALSE(hasFile(::geteuid(), name));
 }
 
-TEST(PlatformNames, TheMaskOfAProcessBarsNobody)
+TEST(PlatformNames, TheMaskOfAProcessExcludesNoOther)
 {
     if (::geteuid() != 0)
         GTEST_SKIP() << "only the superuser can become a user that has no folder yet";
@@ -358,3 +359,5 @@ TEST(PlatformNames, TheMaskOfAProcessBarsNobody)
     }));
     EXPECT_EQ(::rmdir(folder.c_str()), 0);
 }
+
+} // namespace ZvTest

@@ -13,7 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 // The linker replaces the layer's calls of these functions by calls of the `__wrap_` functions
 // below.
@@ -95,7 +95,7 @@ extern "C" int __wrap_clock_nanosleep(clockid_t clock, int flags, timespec const
     return 0;
 }
 
-TEST(PlatformThread, TheMaskOfTheProcessStandsForAllItsProcessors)
+TEST(PlatformThread, TheMaskOfTheProcessAllowsAllItsProcessors)
 {
     Owned const go = manualEvent();
     Runner t([&] { return WaitForSingleObject(go, LONG_TIME); });
@@ -116,7 +116,7 @@ TEST(PlatformThread, TheMaskOfTheProcessStandsForAllItsProcessors)
     EXPECT_TRUE(SetEvent(go));
 }
 
-TEST(PlatformThread, ARefusalSaysWhetherThereIsMemory)
+TEST(PlatformThread, ARefusalReportsWhetherThereIsMemory)
 {
     refusal = EAGAIN;
     EXPECT_FAILS(ERROR_MAX_THRDS_REACHED,
@@ -141,7 +141,7 @@ TEST(PlatformPriority, ARefusedThreadIsNoMissingPrivilege)
 
 TEST(PlatformThread, IsMadeAlsoIfItsProcessorsAreGone)
 {
-    // The first attempt fails. The second one asks for no processors.
+    // The first attempt fails. The second one requests no processors.
     refusal = EINVAL;
     Runner t([] { return DWORD{3}; });
     t.join();
@@ -278,7 +278,7 @@ TEST(PlatformThread, AThreadMayEndByPthreadExit)
 
 TEST(PlatformThread, NumbersComeRoundAgain)
 {
-    // The block of a thread is given back, however the thread ends. Otherwise the numbers would run
+    // The block of a thread is freed, however the thread ends. Otherwise the numbers would run
     // out.
     Owned const never = manualEvent();
     std::set<DWORD> numbers;
@@ -300,7 +300,7 @@ TEST(PlatformThread, AFunctionIsNeeded)
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, CreateThread(nullptr, 0, nullptr, nullptr, 0, nullptr));
 }
 
-TEST(PlatformThread, TheWholeStackThatWasAskedForIsItsOwn)
+TEST(PlatformThread, HasTheWholeRequestedStack)
 {
     usesStack<0x1000000 - 0x100>(0x1000000);
 }
@@ -495,3 +495,5 @@ TEST(PlatformMemory, AStackIsNoReservation)
     EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualFree(&onStack, 0, MEM_RELEASE));
     EXPECT_FAILS(ERROR_INVALID_ADDRESS, VirtualAlloc(&onStack, 1, MEM_COMMIT, PAGE_READWRITE));
 }
+
+} // namespace ZvTest

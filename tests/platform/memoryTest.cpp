@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -66,7 +66,7 @@ TEST(PlatformMemory, CommittingWithoutAnAddressReserves)
     EXPECT_TRUE(VirtualFree(memory, 0, MEM_RELEASE));
 }
 
-TEST(PlatformMemory, AnAddressThatIsFreeCanBeAskedFor)
+TEST(PlatformMemory, AFreeAddressCanBeRequested)
 {
     void *memory = VirtualAlloc(nullptr, 4 * page(), MEM_RESERVE, PAGE_NOACCESS);
     ASSERT_NE(memory, nullptr);
@@ -104,7 +104,7 @@ TEST(PlatformMemory, MisuseFails)
     EXPECT_FALSE(VirtualFree(nullptr, 0, MEM_RELEASE));
 }
 
-TEST(PlatformMemory, WhatWasReleasedIsReleasedNoMore)
+TEST(PlatformMemory, ReleasedMemoryCannotBeReleasedAgain)
 {
     void *memory = VirtualAlloc(nullptr, page(), MEM_RESERVE, PAGE_NOACCESS);
     EXPECT_TRUE(VirtualFree(memory, 0, MEM_RELEASE));
@@ -129,7 +129,7 @@ TEST(PlatformMemory, ThreadsShareTheReservations)
 
 using PlatformMemoryDeathTest = testing::Test;
 
-TEST(PlatformMemoryDeathTest, WhatIsNotCommittedIsOutOfReach)
+TEST(PlatformMemoryDeathTest, UncommittedMemoryCannotBeAccessed)
 {
     auto volatile *memory =
         static_cast<char volatile *>(VirtualAlloc(nullptr, page(), MEM_RESERVE, PAGE_NOACCESS));
@@ -141,3 +141,5 @@ TEST(PlatformMemoryDeathTest, WhatIsNotCommittedIsOutOfReach)
     EXPECT_TRUE(VirtualFree(const_cast<char *>(memory), 0, MEM_RELEASE));
     EXPECT_TRUE(VirtualFree(const_cast<char *>(constant), 0, MEM_RELEASE));
 }
+
+} // namespace ZvTest

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <random>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -182,3 +182,5 @@ TEST(PlatformMixture, ThreadsGoFromAnyWaitToAnyOther)
         ++mixture.taken;
     EXPECT_EQ(mixture.taken, mixture.released);
 }
+
+} // namespace ZvTest

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 TEST(PlatformMutex, IsFreeWhenMadeAndTakenByAWait)
 {
@@ -141,7 +141,7 @@ TEST(PlatformMutex, AnOwnerThatEndsAbandonsIt)
     EXPECT_EQ(waitElsewhere(m, 0), WAIT_OBJECT_0);
 }
 
-TEST(PlatformMutex, AWaiterOfAnAbandonedMutexIsTold)
+TEST(PlatformMutex, AWaiterLearnsThatAMutexIsAbandoned)
 {
     Owned const m = mutex();
     Owned const taken = manualEvent(), waiting = manualEvent();
@@ -246,7 +246,7 @@ TEST(PlatformMutex, ATimeMayBeUpWhileTheWakeUpIsOnItsWay)
     EXPECT_TRUE(ReleaseMutex(m));
 }
 
-TEST(PlatformMutex, AThreadThatTakesItAgainAndAgainStarvesNobody)
+TEST(PlatformMutex, AThreadThatTakesItRepeatedlyDoesNotStarveOthers)
 {
     Owned const m = mutex();
     std::atomic<bool> done{false};
@@ -271,7 +271,7 @@ TEST(PlatformMutex, AThreadThatTakesItAgainAndAgainStarvesNobody)
     done = true;
 }
 
-TEST(PlatformMutex, WhoeverGetsItMayCloseIt)
+TEST(PlatformMutex, TheThreadThatGetsItMayCloseIt)
 {
     for (int round = 0; round < 300; ++round) {
         HANDLE const m = CreateMutexA(nullptr, TRUE, nullptr);
@@ -288,3 +288,5 @@ TEST(PlatformMutex, WhoeverGetsItMayCloseIt)
         other.join();
     }
 }
+
+} // namespace ZvTest

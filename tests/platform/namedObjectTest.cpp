@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -58,7 +58,7 @@ TEST(PlatformNames, BothHandlesAreOneObject)
     EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_OBJECT_0);
 }
 
-TEST(PlatformNames, AMutexThatExistsIsNotOwnedByWhoeverOpensIt)
+TEST(PlatformNames, OpeningAnExistingMutexDoesNotOwnIt)
 {
     std::string const name = nameFor("owned");
     Owned const first = mutex(name.c_str());
@@ -162,7 +162,7 @@ TEST(PlatformNames, APrefixNamesTheSessionOrTheMachine)
     EXPECT_EQ(WaitForSingleObject(made, 0), WAIT_OBJECT_0);
 }
 
-TEST(PlatformNames, AnEmptyNameIsNone)
+TEST(PlatformNames, AnEmptyNameCountsAsNoName)
 {
     for (int kind = 0; kind < KINDS; ++kind) {
         Owned const first(create(kind, "")), second(create(kind, ""));
@@ -239,7 +239,7 @@ TEST(PlatformNames, OpeningASemaphoreThatIsNotThereFails)
     EXPECT_FAILS(ERROR_PATH_NOT_FOUND, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, "a\\b"));
 }
 
-TEST(PlatformNames, OpeningASemaphoreLeavesTheLastErrorAlone)
+TEST(PlatformNames, OpeningASemaphoreKeepsTheLastError)
 {
     std::string const name = nameFor("open");
     Owned first(CreateSemaphoreA(nullptr, 1, 2, name.c_str()));
@@ -391,3 +391,5 @@ TEST(PlatformNames, ASemaphoreSurvivesTheDeathOfAProcessThatUsesIt)
     s.close();
     EXPECT_FAILS(ERROR_FILE_NOT_FOUND, OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name.c_str()));
 }
+
+} // namespace ZvTest

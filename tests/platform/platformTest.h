@@ -2,8 +2,8 @@
 // sources therefore show whether another implementation conforms.
 #pragma once
 
-#include "childProcess.h"
 #include "platform/services.h"
+#include "testing/childProcess.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -88,6 +88,30 @@ private:
     std::function<DWORD()> _body;
     DWORD _number = 0;
     Owned _thread;
+};
+
+/// Data of a thread that a test kills. The thread has no frame except that of its function, and
+/// sets `begun` first. `Scene` is the derived class.
+template <class Scene>
+struct VictimScene
+{
+    HANDLE begun = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE object = nullptr;
+    long rounds = 0;
+
+    VictimScene() = default;
+    ~VictimScene() { EXPECT_TRUE(CloseHandle(begun)); }
+    VictimScene(VictimScene const &) = delete;
+    VictimScene &operator=(VictimScene const &) = delete;
+
+    /// Starts a thread with this object as its argument. Returns when it has begun.
+    HANDLE start(LPTHREAD_START_ROUTINE body)
+    {
+        HANDLE const thread =
+            CreateThread(nullptr, 0x10000, body, static_cast<Scene *>(this), 0, nullptr);
+        EXPECT_EQ(WaitForSingleObject(begun, LONG_TIME), WAIT_OBJECT_0);
+        return thread;
+    }
 };
 
 /// Returns the result of a wait on a thread of its own.

@@ -14,7 +14,7 @@
 #include <mutex>
 #include <thread>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -122,7 +122,7 @@ Scheduling ownScheduling()
     return result;
 }
 
-/// A thread that reports its scheduling each time that it is asked.
+/// A thread that reports its scheduling on each request.
 class Informant
 {
 public:
@@ -504,3 +504,5 @@ TEST(PlatformPriority, ThreadsOfOthersThatComeAndGoMeanwhileDoNotChange)
     isOver = true;
     strangers.join();
 }
+
+} // namespace ZvTest

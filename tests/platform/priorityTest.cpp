@@ -1,6 +1,6 @@
 #include "platform/platformTest.h"
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -17,7 +17,7 @@ struct Waiting
 
 } // namespace
 
-TEST(PlatformPriority, EveryLevelIsRememberedAsAskedFor)
+TEST(PlatformPriority, EveryLevelIsRememberedAsRequested)
 {
     Waiting t;
     EXPECT_EQ(GetThreadPriority(t.handle()), THREAD_PRIORITY_NORMAL);
@@ -81,3 +81,5 @@ TEST(PlatformPriority, ClassesAreReadBackAndOthersRefused)
         EXPECT_FAILS(ERROR_INVALID_PARAMETER, SetPriorityClass(GetCurrentProcess(), priorityClass));
     EXPECT_EQ(GetPriorityClass(GetCurrentProcess()), NORMAL_PRIORITY_CLASS);
 }
+
+} // namespace ZvTest

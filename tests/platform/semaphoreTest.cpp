@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 TEST(PlatformSemaphore, CountsDownByWaitsAndUpByReleases)
 {
@@ -70,7 +70,7 @@ TEST(PlatformSemaphore, BadHandlesFail)
     EXPECT_WAIT_FAILS(WaitForSingleObject(closed, 0));
 }
 
-TEST(PlatformSemaphore, OneReleaseServesManyWhoWait)
+TEST(PlatformSemaphore, OneReleaseServesManyWaiters)
 {
     Owned const s = semaphore();
     std::atomic<int> served{0};
@@ -114,7 +114,7 @@ TEST(PlatformSemaphore, NoUnitIsLostOrMade)
     EXPECT_EQ(WaitForSingleObject(s, 0), WAIT_TIMEOUT);
 }
 
-TEST(PlatformSemaphore, WhoeverIsServedMayCloseIt)
+TEST(PlatformSemaphore, AServedThreadMayCloseIt)
 {
     for (int round = 0; round < 300; ++round) {
         HANDLE const s = CreateSemaphoreA(nullptr, 0, 1, nullptr);
@@ -126,3 +126,5 @@ TEST(PlatformSemaphore, WhoeverIsServedMayCloseIt)
         EXPECT_TRUE(ReleaseSemaphore(s, 1, nullptr));
     }
 }
+
+} // namespace ZvTest

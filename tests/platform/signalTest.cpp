@@ -8,7 +8,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-using namespace ZvTest;
+namespace ZvTest {
+
 namespace Interlocked = ZvPlatform::Interlocked;
 
 #if defined(__SANITIZE_THREAD__)
@@ -41,30 +42,13 @@ void blockAllSignalsPastTheLibrary()
     ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &all, nullptr, sizeof all);
 }
 
-/// The data of a victim, which has no frame except that of its function.
-struct Scene
+struct Scene : VictimScene<Scene>
 {
-    HANDLE begun = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    HANDLE object = nullptr;
     CRITICAL_SECTION section{};
     long isToGoOn = 0;
-    long rounds = 0;
 
     Scene() { InitializeCriticalSection(&section); }
-    ~Scene()
-    {
-        DeleteCriticalSection(&section);
-        EXPECT_TRUE(CloseHandle(begun));
-    }
-    Scene(Scene const &) = delete;
-    Scene &operator=(Scene const &) = delete;
-
-    HANDLE start(LPTHREAD_START_ROUTINE body)
-    {
-        HANDLE const thread = CreateThread(nullptr, 0x10000, body, this, 0, nullptr);
-        EXPECT_EQ(WaitForSingleObject(begun, LONG_TIME), WAIT_OBJECT_0);
-        return thread;
-    }
+    ~Scene() { DeleteCriticalSection(&section); }
 };
 
 Scene &sceneOf(void *data)
@@ -209,7 +193,7 @@ TEST(PlatformSignals, AThreadThatHasBlockedThemPastTheLibraryEndsAtItsNextServic
     while (!Interlocked::loadAcquire(scene.rounds))
         Sleep(0); // until it has left the service that reported its beginning
     Runner killer([&] { return TerminateThread(victim, 7); });
-    // While the killer waits, the process goes on and the victim's handle can be used.
+    // While the killer waits, the process continues and the victim's handle can be used.
     EXPECT_EQ(GetThreadPriority(victim), THREAD_PRIORITY_NORMAL);
     EXPECT_EQ(WaitForSingleObject(victim, 0), WAIT_TIMEOUT);
     Interlocked::storeRelease(scene.isToGoOn, 1L);
@@ -300,3 +284,5 @@ TEST(PlatformSignals, TheLibraryStillGetsItsOwn)
     waiting.join();
     EXPECT_EQ(waiting.exitCode(), WAIT_OBJECT_0);
 }
+
+} // namespace ZvTest

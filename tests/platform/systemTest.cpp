@@ -3,9 +3,9 @@
 #include <cstring>
 #include <ctime>
 
-using namespace ZvTest;
+namespace ZvTest {
 
-TEST(PlatformSystem, SaysWhatItRunsOn)
+TEST(PlatformSystem, ReportsItsProcessors)
 {
     SYSTEM_INFO info;
     GetSystemInfo(&info);
@@ -18,7 +18,7 @@ TEST(PlatformSystem, SaysWhatItRunsOn)
     EXPECT_LT(address, reinterpret_cast<std::uintptr_t>(info.lpMaximumApplicationAddress));
 }
 
-TEST(PlatformSystem, SaysItsVersion)
+TEST(PlatformSystem, ReportsItsVersion)
 {
     OSVERSIONINFOA version;
     std::memset(&version, 0xFF, sizeof version);
@@ -127,3 +127,5 @@ TEST(PlatformSystem, TheProcessHasOneNumber)
     other.join();
     EXPECT_EQ(elsewhere, number);
 }
+
+} // namespace ZvTest

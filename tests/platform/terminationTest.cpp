@@ -8,30 +8,14 @@
 
 #include <atomic>
 
-using namespace ZvTest;
+namespace ZvTest {
+
 namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
-/// The data of a victim, which has no frame except that of its function.
-struct Scene
-{
-    HANDLE begun = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    HANDLE object = nullptr;
-    long rounds = 0;
-
-    Scene() = default;
-    ~Scene() { EXPECT_TRUE(CloseHandle(begun)); }
-    Scene(Scene const &) = delete;
-    Scene &operator=(Scene const &) = delete;
-
-    HANDLE start(LPTHREAD_START_ROUTINE body)
-    {
-        HANDLE const thread = CreateThread(nullptr, 0x10000, body, this, 0, nullptr);
-        EXPECT_EQ(WaitForSingleObject(begun, LONG_TIME), WAIT_OBJECT_0);
-        return thread;
-    }
-};
+struct Scene : VictimScene<Scene>
+{};
 
 Scene &sceneOf(void *data)
 {
@@ -157,7 +141,7 @@ TEST(PlatformTermination, MutexesThatItHeldAreAbandoned)
     EXPECT_TRUE(ReleaseMutex(held));
 }
 
-TEST(PlatformTermination, InTheMidstOfLockingLeavesNoMutexBehind)
+TEST(PlatformTermination, WhileLockingLeavesNoMutexOwned)
 {
     Owned const contended = mutex();
     for (int round = 0; round < 200; ++round) {
@@ -184,7 +168,7 @@ TEST(PlatformTermination, InTheMidstOfLockingLeavesNoMutexBehind)
     }
 }
 
-TEST(PlatformTermination, InTheMidstOfAnyServiceLeavesTheObjectsGood)
+TEST(PlatformTermination, InAnyServiceLeavesTheObjectsIntact)
 {
     Owned const e = autoEvent(), s = semaphore();
     struct Objects
@@ -328,16 +312,16 @@ TEST(PlatformTermination, TwoMayKillEachOther)
     }
 }
 
-TEST(PlatformTermination, WhatIsNoThreadIsRefused)
+TEST(PlatformTermination, AHandleThatIsNoThreadIsRefused)
 {
     Owned const e = manualEvent();
     for (HANDLE bad : {HANDLE{nullptr}, INVALID, HANDLE{e}})
         EXPECT_FAILS(ERROR_INVALID_HANDLE, TerminateThread(bad, 0));
 }
 
-TEST(PlatformTermination, TheProcessGoesOn)
+TEST(PlatformTermination, TheProcessContinues)
 {
-    // There are many victims. If what they leave were not given back, the address space would be
+    // There are many victims. If their resources were not freed, the address space would be
     // used up.
     for (int round = 0; round < 300; ++round) {
         Scene scene;
@@ -352,3 +336,5 @@ TEST(PlatformTermination, TheProcessGoesOn)
     t.join();
     EXPECT_EQ(t.exitCode(), 1u);
 }
+
+} // namespace ZvTest

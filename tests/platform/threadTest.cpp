@@ -5,7 +5,7 @@
 #include <set>
 #include <thread>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -44,7 +44,7 @@ TEST(PlatformThread, ItsHandleIsNotSignalledWhileItRuns)
     EXPECT_EQ(t.exitCode(), WAIT_OBJECT_0);
 }
 
-TEST(PlatformThread, KnowsTheNumberThatItsCreatorWasTold)
+TEST(PlatformThread, HasTheNumberThatItsCreatorGot)
 {
     DWORD inside = 0;
     Runner t([&] {
@@ -140,7 +140,7 @@ TEST(PlatformThread, CreationThatCannotBe)
                  CreateThread(nullptr, SIZE_T{1} << 50, returnArgument, nullptr, 0, nullptr));
 }
 
-TEST(PlatformThread, AFlagThatMeansNothingIsRefused)
+TEST(PlatformThread, AnUnknownFlagIsRefused)
 {
     EXPECT_FAILS(ERROR_INVALID_PARAMETER,
                  CreateThread(nullptr, 0, returnArgument, nullptr, 0x80000000, nullptr));
@@ -153,7 +153,7 @@ TEST(PlatformThread, TheReservationFlagIsAccepted)
     EXPECT_EQ(WaitForSingleObject(t, LONG_TIME), WAIT_OBJECT_0);
 }
 
-TEST(PlatformThread, TheStackThatWasAskedForIsItsOwn)
+TEST(PlatformThread, HasTheRequestedStack)
 {
     // 0x100 bytes are for the frame's own needs. A large stack has its guard inside, if the system
     // puts it there.
@@ -342,3 +342,5 @@ TEST(PlatformThread, AThreadThatOthersMadeIsServedToo)
     EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_OBJECT_0);
     EXPECT_TRUE(CloseHandle(handle));
 }
+
+} // namespace ZvTest

@@ -1,6 +1,6 @@
 #include "platform/platformTest.h"
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -104,7 +104,7 @@ TEST(PlatformTimer, PeriodsStayOnTheirGrid)
     EXPECT_GE((after.QuadPart - before.QuadPart) * 1000, (1 + 2 * PERIODS) * frequency.QuadPart);
 }
 
-TEST(PlatformTimer, PeriodsThatNobodyWaitedForCountOnce)
+TEST(PlatformTimer, PeriodsWithoutAWaiterCountOnce)
 {
     Owned const t = timer(false);
     EXPECT_TRUE(set(t, 0, 1000 * 3600));
@@ -112,7 +112,7 @@ TEST(PlatformTimer, PeriodsThatNobodyWaitedForCountOnce)
     EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_TIMEOUT);
 }
 
-TEST(PlatformTimer, ACancelledOneIsDueNoMore)
+TEST(PlatformTimer, ACancelledOneIsNotSignalled)
 {
     Owned const t = timer(true);
     EXPECT_TRUE(set(t, -MILLISECOND, 1));
@@ -160,3 +160,5 @@ TEST(PlatformTimer, ANegativePeriodIsRefused)
     Owned const t = timer(true);
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, set(t, 0, -1));
 }
+
+} // namespace ZvTest

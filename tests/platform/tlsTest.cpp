@@ -3,7 +3,7 @@
 #include <atomic>
 #include <thread>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -215,3 +215,5 @@ TEST(PlatformTls, WrongIndexesFail)
     EXPECT_TRUE(TlsFree(index));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, TlsFree(index));
 }
+
+} // namespace ZvTest

@@ -3,7 +3,7 @@
 #include <set>
 #include <string>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -40,7 +40,7 @@ TEST(PlatformUuid, TextForm)
     EXPECT_EQ(textOf(UUID{}), "00000000-0000-0000-0000-000000000000");
 }
 
-TEST(PlatformUuid, ATextThatWasFreedIsNoLongerPointedTo)
+TEST(PlatformUuid, FreeingATextSetsItsPointerToNull)
 {
     UUID uuid = SAMPLE;
     RPC_CSTR text = nullptr;
@@ -196,3 +196,5 @@ TEST(PlatformUuid, EqualOnesHaveEqualHashes)
     // 1000 identifiers have nearly as many different hashes.
     EXPECT_GT(hashes.size(), 900u);
 }
+
+} // namespace ZvTest

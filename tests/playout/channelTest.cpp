@@ -180,7 +180,7 @@ TEST_F(ChannelTest, AFileMayNameItsChannelsInAnotherOrder)
     }
 }
 
-TEST_F(ChannelTest, NamesStayWhereAFileHasRoomForThem)
+TEST_F(ChannelTest, NamesAreKeptIfTheFileFormatHasRoom)
 {
     makeTones("in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, getVorbis(6));
     ASSERT_EQ(play("in.ogg", "out.wav").status, 0);

@@ -34,7 +34,7 @@ void expectSame(Sound const &one, Sound const &other)
 class CopyTest : public PlayoutTest, public testing::WithParamInterface<int>
 {};
 
-TEST_P(CopyTest, APcmFileComesOutWithTheVerySamplesThatWentIn)
+TEST_P(CopyTest, APcmFileIsCopiedSampleBySample)
 {
     std::string const input = "in" + getExtension(GetParam());
     std::string const output = "out" + getExtension(GetParam());
@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SF_FORMAT_FLAC | SF_FORMAT_PCM_S8, SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
                     SF_FORMAT_FLAC | SF_FORMAT_PCM_24));
 
-TEST_F(PlayoutTest, ARecordingWithoutFramesComesOutWithoutFrames)
+TEST_F(PlayoutTest, ARecordingWithoutFramesIsWrittenWithoutFrames)
 {
     for (int const format : {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_AIFF | SF_FORMAT_PCM_24}) {
         std::string const extension = getExtension(format);
@@ -79,7 +79,7 @@ TEST_F(PlayoutTest, ARecordingWithoutFramesComesOutWithoutFrames)
     }
 }
 
-TEST_F(PlayoutTest, TheNearestEncodingIsTakenWhereTheContainerHasNotTheSame)
+TEST_F(PlayoutTest, TheNearestEncodingIsTakenIfTheContainerLacksTheSame)
 {
     struct
     {
@@ -101,7 +101,7 @@ TEST_F(PlayoutTest, TheNearestEncodingIsTakenWhereTheContainerHasNotTheSame)
     }
 }
 
-TEST_F(PlayoutTest, WhatIsTooFineForTheContainerIsRounded)
+TEST_F(PlayoutTest, SamplesTooFineForTheContainerAreRounded)
 {
     Sound const sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 1, 44100, 1000);
     EXPECT_EQ(play("in.wav", "out.flac").status, 0);
@@ -158,7 +158,7 @@ TEST_F(PlayoutTest, TheGainIsAFactorOnEverySampleAndRoundsToTheFilesBits)
     }
 }
 
-TEST_F(PlayoutTest, WhatIsTooLoudIsClipped)
+TEST_F(PlayoutTest, TooLoudSamplesAreClipped)
 {
     Sound sound{SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 48000, {}};
     for (int const sample : {100, 16384, 32767, -16384, -32768})
@@ -170,7 +170,7 @@ TEST_F(PlayoutTest, WhatIsTooLoudIsClipped)
     EXPECT_EQ(read("out.wav").samples, (std::vector<int>{400 * 65536, HIGH, HIGH, LOW, LOW}));
 }
 
-TEST_F(PlayoutTest, WhatStoodAtTheOutputIsReplaced)
+TEST_F(PlayoutTest, AnExistingOutputIsReplaced)
 {
     Sound const sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 48000, 500);
     make("out.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2, 8000, 5000);

@@ -97,7 +97,7 @@ TEST_F(DocumentTest, IsWrittenWithWhatItMayLeaveOut)
     EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "show.xml"}));
 }
 
-TEST_F(DocumentTest, ComesBackAsItWasWritten)
+TEST_F(DocumentTest, IsReadAsItWasWritten)
 {
     writeText("show.xml", R"xml(<?xml version="1.0"?>
 <!DOCTYPE show>
@@ -178,7 +178,7 @@ TEST_F(DocumentTest, NamesDevicesOfItsOwn)
     EXPECT_EQ(read("out.wav").samples, std::vector<int>(3000, 0));
 }
 
-TEST_F(DocumentTest, TheCommandLineGoesBeforeIt)
+TEST_F(DocumentTest, TheCommandLineOverridesIt)
 {
     writeText("show.xml", R"xml(<show output="none/out.wav">
         <clip file="in.wav"/>
@@ -193,7 +193,7 @@ TEST_F(DocumentTest, TheCommandLineGoesBeforeIt)
     EXPECT_EQ(read("out.wav").samples, _sound.samples);
 }
 
-TEST_F(DocumentTest, ThatIsNoneIsRefusedWithItsLine)
+TEST_F(DocumentTest, AFileThatIsNoDocumentIsRefusedWithItsLine)
 {
     expectRefused("1: Syntax error.", "");
     expectRefused("3: Syntax error.", "<show>\n<clip file='in.wav'/>\n\n");
@@ -241,7 +241,7 @@ TEST_F(DocumentTest, ThatIsNoShowIsRefusedWithItsLine)
                         "<event at='00:00:00:00' action='stop' value='1'/>\n");
 }
 
-TEST_F(DocumentTest, WhatTheLibraryRefusesHasItsLine)
+TEST_F(DocumentTest, ARefusalOfTheLibraryHasItsLine)
 {
     expectRefusedInside("2: sequence \"( recorder\": Configuration string Syntax error.",
                         "<sequence tree='( recorder'/>\n");
@@ -264,7 +264,7 @@ TEST_F(DocumentTest, WhatTheLibraryRefusesHasItsLine)
                         "<device name='recorder'/>\n<sequence tree='( recorder ( a b ) )'/>\n");
 }
 
-TEST_F(DocumentTest, WhatItNamesMayBeMissing)
+TEST_F(DocumentTest, FilesThatItNamesMayBeMissing)
 {
     auto const expectFailure = [&](std::string const &message, std::string const &text) {
         writeText("show.xml", text);

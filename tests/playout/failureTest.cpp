@@ -83,7 +83,7 @@ TEST_F(FailureTest, AnOutputThatIsTheInput)
     EXPECT_EQ(read("in.wav").samples, sound.samples);
 }
 
-TEST_F(FailureTest, APartThatAnotherProcessWritesIsLeftAlone)
+TEST_F(FailureTest, APartialFileOfAnotherProcessIsNotTouched)
 {
     std::ofstream(path("out.wav.part")) << "another's";
     int const other = ::open(path("out.wav.part").c_str(), O_RDONLY | O_CLOEXEC);
@@ -126,7 +126,7 @@ TEST_F(FailureTest, AFailureMayComeAtAnyBlock)
     }
 }
 
-TEST_F(FailureTest, ASequenceThatIsNone)
+TEST_F(FailureTest, AnInvalidSequence)
 {
     auto const fails = [this](std::string const &sequence, std::string const &reason) {
         expectFailure("sequence \"" + sequence + "\": " + reason, {"--sequence", sequence});
@@ -142,7 +142,7 @@ TEST_F(FailureTest, ASequenceThatIsNone)
     fails("( player )", "it has no recorder");
 }
 
-TEST_F(FailureTest, AStreamThatIsNone)
+TEST_F(FailureTest, AnInvalidStream)
 {
     auto const fails = [this](std::string const &stream, std::string const &reason) {
         expectFailure("stream \"" + stream + "\": " + reason, {"--stream", stream});
@@ -186,7 +186,7 @@ TEST_F(FailureTest, ADeviceThatIsConnectedButNotInTheSequence)
                    "player:out push recorder:in", "--gain", "2"});
 }
 
-TEST_F(FailureTest, APropertyThatIsNone)
+TEST_F(FailureTest, AnInvalidProperty)
 {
     auto const fails = [this](std::string const &property, std::string const &reason) {
         expectFailure("property \"" + property + "\": " + reason, {"--property", property});
@@ -209,7 +209,7 @@ TEST_F(FailureTest, ATraceThatCannotBeWritten)
                   {"--trace", path("none/trace")});
 }
 
-TEST_F(FailureTest, ACommandLineThatIsNone)
+TEST_F(FailureTest, AnInvalidCommandLine)
 {
     std::string const input = path("in.wav");
     std::string const output = path("out.wav");
@@ -285,7 +285,7 @@ TEST_F(SignalTest, AnInterruptStopsItInOrder)
     expectStop(SIGINT);
 }
 
-TEST_F(SignalTest, SoDoTheOtherSignalsThatAskForAnEnd)
+TEST_F(SignalTest, TheOtherTerminatingSignalsAlsoDo)
 {
     expectStop(SIGTERM);
     expectStop(SIGHUP);

@@ -114,7 +114,7 @@ std::string join(std::string const &device, std::string const &phase, std::strin
 
 // ---- the option
 
-TEST_F(FaultTest, TheOptionSaysWhatIsWrongAndWhatIsPossible)
+TEST_F(FaultTest, TheOptionReportsWhatIsWrongAndWhatIsPossible)
 {
     std::string const input = path("in.wav");
     std::string const output = path("out.wav");
@@ -162,7 +162,7 @@ TEST_F(FaultTest, TheOptionSaysWhatIsWrongAndWhatIsPossible)
     expectNothingWritten();
 }
 
-TEST_F(FaultTest, AWrongSequenceIsSaidBeforeAFault)
+TEST_F(FaultTest, AWrongSequenceIsReportedBeforeAFault)
 {
     Outcome const outcome =
         play("in.wav", "out.wav", {"--sequence", "", "--fault", "a:open:fails"});
@@ -201,7 +201,7 @@ TEST_F(FaultTest, TheTableHasHowEachDeviceEndedAndTheTimesOfItsSteps)
     expectWritten();
 }
 
-TEST_F(FaultTest, ATimeOfTheTableIsThatOfItsStep)
+TEST_F(FaultTest, TheTableHasTheTimeOfEachStep)
 {
     for (std::string const step : {"start", "stop", "close"}) {
         Outcome const outcome = playWith({join("fader", step, "slow")});
@@ -258,7 +258,7 @@ TEST_F(FaultTest, ADeviceThatCannotBeOpenedEndsTheRun)
               "at \"open\", as --fault asks\n");
 }
 
-TEST_F(FaultTest, AFailureAfterTheRecordingIsSaidAndTheRecordingIsThere)
+TEST_F(FaultTest, AFailureAfterTheRecordingIsReportedAndTheRecordingIsKept)
 {
     for (std::string const phase : {"stop", "close"})
         for (std::string const device : DEVICES)
@@ -278,7 +278,7 @@ TEST_F(FaultTest, AFailureAfterTheRecordingIsSaidAndTheRecordingIsThere)
             }
 }
 
-TEST_F(FaultTest, WhatIsOnlySlowOrUnusualDoesNoHarm)
+TEST_F(FaultTest, SlowOrUnusualDevicesDoNoHarm)
 {
     for (std::string const fault :
          {"recorder:start:twice", "fader:sync:twice", "player:stop:twice", "fader:recover:twice",

@@ -97,7 +97,7 @@ TEST_F(TwoRunsTest, TheSecondIsRefused)
     EXPECT_EQ(read("out.wav").samples, _sound.samples);
 }
 
-TEST_F(TwoRunsTest, ARunWhosePartWasTakenAwaySaysSo)
+TEST_F(TwoRunsTest, ARunReportsThatItsPartialFileWasTakenAway)
 {
     fs::remove(path("out.wav.part"));
     writeText("out.wav.part", "another's");
@@ -119,7 +119,7 @@ TEST_F(TwoRunsTest, AnInterruptedRunLeavesThePartOfAnotherAlone)
     ::close(_pipe);
 }
 
-TEST_F(FileTest, AnOutputThatIsALinkIsWrittenWhereItLeads)
+TEST_F(FileTest, AnOutputThatIsALinkIsWrittenToItsTarget)
 {
     fs::create_directory(path("folder"));
     fs::create_symlink("folder/far.wav", path("near.wav"));
@@ -208,7 +208,7 @@ TEST_F(FileTest, ClosedStandardStreamsDoNotReachTheOutput)
     EXPECT_EQ(play("none.wav", "out.wav", {}, surroundings).status, 1);
 }
 
-TEST_F(FileTest, ATextThatCannotBeWrittenIsAFailureIfItIsAllThatWasAskedFor)
+TEST_F(FileTest, ATextThatCannotBeWrittenIsAFailureIfOnlyItWasRequested)
 {
     Playout::Surroundings surroundings;
     surroundings.output = "/dev/full";

@@ -57,7 +57,7 @@ protected:
     }
 };
 
-TEST_F(MemoryTest, EverySampleComesThroughWhateverTheMemory)
+TEST_F(MemoryTest, EverySampleIsPlayedWithAnyMemory)
 {
     Sound const sound = make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 3, 8000, 5000);
     for (std::string const manager : {"heap", "arena"})
@@ -136,7 +136,7 @@ TEST_F(MemoryTest, APageThatIsLargerThanTheBudgetIsRefusedWithItsLine)
     }
 }
 
-TEST_F(MemoryTest, APageThatComesBackIsReloaded)
+TEST_F(MemoryTest, APageThatIsUsedAgainIsReloaded)
 {
     make("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000, 10000);
     Figures const figures =

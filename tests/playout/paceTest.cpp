@@ -167,7 +167,7 @@ TEST_F(PaceTest, AShowTakesItsTime)
     }
 }
 
-TEST_F(PaceTest, WhoIsHeldUpCatchesUpAndSaysSo)
+TEST_F(PaceTest, ADelayedPlayoutCatchesUpAndReportsIt)
 {
     makeFrames(100);
     writeText("show.xml", show(event("00:00:02:00", "mute", "on")));
@@ -261,7 +261,7 @@ TEST_F(PaceTest, APlainFileCanBeCuedToo)
     EXPECT_EQ(read("out.wav").samples, _expected);
 }
 
-TEST_F(PaceTest, AnEventThatIsNoneIsRefusedWithItsLine)
+TEST_F(PaceTest, AnInvalidEventIsRefusedWithItsLine)
 {
     makeFrames(1);
     auto const fails = [&](std::string const &reason, std::string const &tags) {

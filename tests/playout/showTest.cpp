@@ -42,7 +42,7 @@ TEST_F(ShowTest, TheTreeItsStreamsAndWhatEachDeviceTook)
     }
 }
 
-TEST_F(ShowTest, EveryDeviceGoesThroughItsStatesInOrder)
+TEST_F(ShowTest, EveryDevicePassesItsStatesInOrder)
 {
     // A state that was too short to be seen may be missing. The order of the states must be right.
     Outcome const outcome = play("in.wav", "out.wav", {"--block", "1000"});
@@ -95,7 +95,7 @@ TEST_F(ShowTest, TheTraceIsKept)
                                                    " .*: " + device + what + "\n"));
 }
 
-TEST_F(ShowTest, HelpTellsOfEveryOption)
+TEST_F(ShowTest, HelpListsEveryOption)
 {
     Outcome const outcome = Playout({"--help"}).finish();
     EXPECT_EQ(outcome.status, 0);
@@ -105,7 +105,7 @@ TEST_F(ShowTest, HelpTellsOfEveryOption)
         EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
 }
 
-TEST_F(ShowTest, AReaderThatGoesAwayDoesNotHarmTheRecording)
+TEST_F(ShowTest, AReaderThatDisconnectsDoesNotHarmTheRecording)
 {
     Playout::Surroundings surroundings;
     surroundings.closedOutput = true;

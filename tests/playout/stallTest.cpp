@@ -65,7 +65,7 @@ protected:
     int _pipe = -1;
 };
 
-TEST_F(StallTest, ARecordingThatDoesNotGoOnCanBeInterrupted)
+TEST_F(StallTest, AStalledRecordingCanBeInterrupted)
 {
     for (int const number : {SIGINT, SIGTERM, SIGHUP}) {
         Playout playout({path("pipe"), path("out.wav")});
@@ -83,14 +83,14 @@ TEST_F(StallTest, SoCanAHeadThatIsNotComplete)
     expectStop(playout, SIGINT);
 }
 
-TEST_F(StallTest, SoCanAPipeThatNobodyWrites)
+TEST_F(StallTest, SoCanAPipeWithoutAWriter)
 {
     Playout playout({path("pipe"), path("out.wav")});
     waitForSleep(playout);
     expectStop(playout, SIGTERM);
 }
 
-TEST_F(StallTest, SoCanAShowThatDoesNotGoOn)
+TEST_F(StallTest, SoCanAStalledShow)
 {
     ASSERT_EQ(::rename(path("pipe").c_str(), path("pipe.xml").c_str()), 0);
     Playout playout({path("pipe.xml"), path("out.wav")});
@@ -101,14 +101,14 @@ TEST_F(StallTest, SoCanAShowThatDoesNotGoOn)
     ::close(pipe);
 }
 
-TEST_F(StallTest, SoCanATraceThatNobodyReads)
+TEST_F(StallTest, SoCanATraceWithoutAReader)
 {
     Playout playout({"--trace", path("pipe"), path("in.wav"), path("out.wav")});
     waitForSleep(playout);
     expectStop(playout, SIGHUP);
 }
 
-TEST_F(StallTest, SoCanAnOutputThatNobodyReads)
+TEST_F(StallTest, SoCanAnOutputWithoutAReader)
 {
     Playout::Surroundings surroundings;
     surroundings.fullOutput = true;

@@ -79,7 +79,7 @@ TEST_F(WaveformTest, ShowsTheExtremesOfAllChannels)
     EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "out.svg", "out.wav", "show.xml"}));
 }
 
-TEST_F(WaveformTest, APeakIsWhereItWas)
+TEST_F(WaveformTest, APeakIsAtItsPosition)
 {
     for (int const at : {0, 1, 4000, 5555, 9599}) {
         Sound sound{PCM, 1, RATE, std::vector<int>(9600)};
@@ -119,7 +119,7 @@ TEST_F(WaveformTest, MarksWhatHasHappened)
               (std::vector<std::string>{"\n00:00:01:00 gain 2 mute on", "\n00:00:04:00 mute off"}));
 }
 
-TEST_F(WaveformTest, IsFlatWhereNothingWasRecorded)
+TEST_F(WaveformTest, IsFlatIfNothingWasRecorded)
 {
     make("in.wav", PCM, 2, RATE, 0);
     Outcome const outcome = playShow("<clip file='in.wav'/>"
@@ -241,7 +241,7 @@ TEST_F(RealTimeTest, TheEnvironmentMayForbidIt)
         << outcome.out;
 }
 
-TEST_F(RealTimeTest, NobodyIsAskedWithoutTheOption)
+TEST_F(RealTimeTest, TheSystemIsNotAskedWithoutTheOption)
 {
     make("in.wav", PCM, 1, RATE, FRAME);
     EXPECT_EQ(play("in.wav", "out.wav").out.find("real time"), std::string::npos);

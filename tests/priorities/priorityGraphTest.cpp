@@ -1,8 +1,10 @@
-#include "askingStream.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
+#include "testing/askingStream.h"
+#include "testing/dump.h"
+#include "testing/failures.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -28,37 +30,6 @@ class PriorityGraph : public testing::Test
 protected:
     ~PriorityGraph() noexcept override = default;
 
-    /// Returns the reason of the exception of class `Exception` that the action throws.
-    template <class Exception, class Action>
-    static std::string reasonOf(Action const &action)
-    {
-        try {
-            action();
-        } catch (Exception const &exception) {
-            return exception.getReason();
-        }
-        return "nothing thrown";
-    }
-
-    template <class Action>
-    static std::string failedAssertionOf(Action const &action)
-    {
-        try {
-            action();
-        } catch (AssertionFailed const &failure) {
-            return failure.getExpression();
-        }
-        return "nothing failed";
-    }
-
-    template <class Object, class... Arguments>
-    static std::string dumpOf(Object const &object, Arguments... arguments)
-    {
-        std::ostringstream os;
-        object.dump(os, arguments...);
-        return os.str();
-    }
-
     PriorityMgr mgr{"graph", 0, 6};
 };
 
@@ -83,7 +54,7 @@ TEST_F(PriorityGraph, AFreeNodeWithoutRelationsHasTheMinimum)
     EXPECT_EQ(there.getPriority(), 2);
 }
 
-TEST_F(PriorityGraph, AFreeNodeFollowsAFixedEqualWhicheverSideItStandsOn)
+TEST_F(PriorityGraph, AFreeNodeFollowsAFixedEqualOnEitherSide)
 {
     Priority fixed("fixed", mgr, 3);
     Priority left("left", mgr, Priority::NOT_SET);
@@ -125,8 +96,7 @@ TEST_F(PriorityGraph, AFreeNodeBoundedFromBothSidesOfOneFixedNodeHasNoValue)
     Priority f("f", mgr, Priority::NOT_SET);
     Relation below("fixed<f", fixed, Relation::LESS, f);
     // A direct relation would be a cycle of order relations, so a node that equals f is used.
-    EXPECT_EQ(failedAssertionOf([&] { Relation("f<fixed", f, Relation::LESS, fixed); }),
-              "isValid()");
+    EXPECT_EQ(failedAssertion([&] { Relation("f<fixed", f, Relation::LESS, fixed); }), "isValid()");
     Priority equal("equal", mgr, Priority::NOT_SET);
     Relation same("f==equal", f, Relation::EQUAL, equal);
     EXPECT_EQ(reasonOf<PriorityEx::ExTransientInvalid>(
@@ -165,12 +135,10 @@ TEST_F(PriorityGraph, ACycleOfOrderRelationsIsRefusedWhenItIsMade)
     Priority c("c", mgr, Priority::NOT_SET);
     Relation ab("a<b", a, Relation::LESS, b);
     Relation bc("b<=c", b, Relation::LESS_EQUAL, c);
-    EXPECT_EQ(failedAssertionOf([&] { Relation("c<a", c, Relation::LESS, a); }), "isValid()");
-    EXPECT_EQ(failedAssertionOf([&] { Relation("c<=b", c, Relation::LESS_EQUAL, b); }),
-              "isValid()");
-    EXPECT_EQ(failedAssertionOf([&] { Relation("a<a", a, Relation::LESS, a); }), "isValid()");
-    EXPECT_EQ(failedAssertionOf([&] { Relation("a<=a", a, Relation::LESS_EQUAL, a); }),
-              "isValid()");
+    EXPECT_EQ(failedAssertion([&] { Relation("c<a", c, Relation::LESS, a); }), "isValid()");
+    EXPECT_EQ(failedAssertion([&] { Relation("c<=b", c, Relation::LESS_EQUAL, b); }), "isValid()");
+    EXPECT_EQ(failedAssertion([&] { Relation("a<a", a, Relation::LESS, a); }), "isValid()");
+    EXPECT_EQ(failedAssertion([&] { Relation("a<=a", a, Relation::LESS_EQUAL, a); }), "isValid()");
     EXPECT_EQ(c.getPriority(), 1);
 }
 
@@ -179,7 +147,7 @@ TEST_F(PriorityGraph, TheTestForCyclesRunsForEqualRelationsToo)
     Priority a("a", mgr, Priority::NOT_SET);
     Priority b("b", mgr, Priority::NOT_SET);
     Relation ab("a<b", a, Relation::LESS, b);
-    EXPECT_EQ(failedAssertionOf([&] { Relation("b==a", b, Relation::EQUAL, a); }), "isValid()");
+    EXPECT_EQ(failedAssertion([&] { Relation("b==a", b, Relation::EQUAL, a); }), "isValid()");
     EXPECT_EQ(reasonOf<PriorityEx>([&] { Relation("a==b", a, Relation::EQUAL, b); }).substr(0, 8),
               "Relation");
 }
@@ -205,7 +173,7 @@ TEST_F(PriorityGraph, ManyWaysBetweenTwoNodesAreSearchedInNoTime)
         }
         last = next;
     }
-    EXPECT_EQ(failedAssertionOf([&] { Relation("r", *last, Relation::LESS_EQUAL, *first); }),
+    EXPECT_EQ(failedAssertion([&] { Relation("r", *last, Relation::LESS_EQUAL, *first); }),
               "isValid()");
     Priority floor("floor", mgr, 2);
     Relation lift("lift", floor, Relation::LESS, *first);
@@ -218,8 +186,8 @@ TEST_F(PriorityGraph, NodesOfTwoManagersAreNotRelated)
     PriorityMgr other("other", 0, 6);
     Priority here("here", mgr, 1);
     Priority there("there", other, 1);
-    EXPECT_EQ(failedAssertionOf([&] { Relation("r", here, Relation::EQUAL, there); }), "isValid()");
-    EXPECT_EQ(failedAssertionOf([&] { Relation("r", there, Relation::EQUAL, here); }), "isValid()");
+    EXPECT_EQ(failedAssertion([&] { Relation("r", here, Relation::EQUAL, there); }), "isValid()");
+    EXPECT_EQ(failedAssertion([&] { Relation("r", there, Relation::EQUAL, here); }), "isValid()");
 }
 
 TEST_F(PriorityGraph, SetPriorityOnAFreeNodeIsOverwrittenAtOnce)
@@ -388,10 +356,10 @@ TEST_F(PriorityGraph, AManagerRefusesNodesAndRelationsOfAnother)
     Priority b("b", other, Priority::NOT_SET);
     Relation ab("a<b", a, Relation::LESS, b);
     std::string const before = dumpOf(other);
-    EXPECT_EQ(failedAssertionOf([&] { mgr.add(a); }), "&priority.getMgr() == this");
-    EXPECT_EQ(failedAssertionOf([&] { mgr.remove(a); }), "&priority.getMgr() == this");
-    EXPECT_EQ(failedAssertionOf([&] { mgr.add(ab); }), "relation._mgr == this");
-    EXPECT_EQ(failedAssertionOf([&] { mgr.remove(ab); }), "relation._mgr == this");
+    EXPECT_EQ(failedAssertion([&] { mgr.add(a); }), "&priority.getMgr() == this");
+    EXPECT_EQ(failedAssertion([&] { mgr.remove(a); }), "&priority.getMgr() == this");
+    EXPECT_EQ(failedAssertion([&] { mgr.add(ab); }), "relation._mgr == this");
+    EXPECT_EQ(failedAssertion([&] { mgr.remove(ab); }), "relation._mgr == this");
     EXPECT_EQ(dumpOf(other), before);
     EXPECT_EQ(dumpOf(mgr), "\ngraph \nPriorities:\nIndependant: \nRelations: \n");
 }
@@ -406,8 +374,8 @@ TEST_F(PriorityGraph, ANodeThatIsDestroyedBeforeItsRelationsIsReportedAndDoesNoH
         Relation bc("b==c", *b, Relation::EQUAL, c);
         Relation cb("c<=b", c, Relation::LESS_EQUAL, *b);
         EXPECT_EQ(c.getPriority(), 4);
-        EXPECT_EQ(failedAssertionOf([&] { delete b.release(); }), "hasNoRelations");
-        EXPECT_EQ(c.getPriority(), 0) << "nothing leads through it any more";
+        EXPECT_EQ(failedAssertion([&] { delete b.release(); }), "hasNoRelations");
+        EXPECT_EQ(c.getPriority(), 0) << "no relation leads through it now";
         a.setPriority(5);
     }
     EXPECT_EQ(mgr.check(), PriorityMgr::ALL_VALID);
@@ -540,7 +508,7 @@ TEST_F(PriorityGraph, DumpsWriteWithoutTheLocks)
     expectUnlocked(ab);
 }
 
-TEST_F(PriorityGraph, TheDumpOfABrokenRelationSaysSo)
+TEST_F(PriorityGraph, TheDumpMarksABrokenRelation)
 {
     Priority a("a", mgr, 1);
     Priority b("b", mgr, 2);
@@ -565,7 +533,7 @@ TEST_F(PriorityGraph, AManagerIsNamedAndMarked)
     EXPECT_EQ(node.getName(), "renamed");
 }
 
-TEST_F(PriorityGraph, AddingWhatIsAddedSolvesTheGraphAndNoMore)
+TEST_F(PriorityGraph, AddingAgainChangesNothing)
 {
     Priority a("a", mgr, 1);
     Priority b("b", mgr, Priority::NOT_SET);

@@ -1,10 +1,12 @@
 // Tests of the priority graph when memory runs out.
 
-#include "allocations.h"
+#include "priorities/follower.h"
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/rtPrioritiesWinNT.private.h"
+#include "testing/allocations.h"
+#include "testing/dump.h"
 
 #include <gtest/gtest.h>
 
@@ -18,32 +20,11 @@ using namespace Zv;
 
 namespace {
 
-class Follower : public Priority
-{
-public:
-    explicit Follower(PriorityMgr &mgr) : Priority("follower", mgr, NOT_SET, WHEN_CHANGED)
-    {
-        join();
-    }
-    ~Follower() noexcept(false) override { leave(); }
-
-    void updatePriority(int priority) override { _told = priority; }
-
-    int _told = NOT_SET;
-};
-
-std::string dumpOf(PriorityMgr const &mgr)
-{
-    std::ostringstream os;
-    mgr.dump(os);
-    return os.str();
-}
-
-/// Calls `ZvTest::failEachAllocation`, and `check` once more after the success.
+/// Lets each allocation of `action` fail. Calls `check` after each failure and after the success.
 template <class Action, class Check>
-int failEachAllocation(Action const &action, Check const &check)
+int checkEachOutcome(Action const &action, Check const &check)
 {
-    int const nbFailures = ZvTest::failEachAllocation(action, check);
+    int const nbFailures = failEachAllocation(action, check);
     check();
     return nbFailures;
 }
@@ -54,7 +35,7 @@ TEST(PriorityMemory, ANodeThatFailsToJoinLeavesTheGraphAsItWas)
     Priority fixed("fixed", mgr, 3);
     std::string const before = dumpOf(mgr);
     std::optional<Follower> follower;
-    EXPECT_GT(failEachAllocation(
+    EXPECT_GT(checkEachOutcome(
                   [&] {
                       follower.emplace(mgr);
                       follower.reset();
@@ -77,17 +58,17 @@ TEST(PriorityMemory, ARelationThatFailsToBeMadeLeavesTheGraphAsItWas)
     std::string const before = dumpOf(mgr);
     std::optional<PriorityRelation> relation;
     EXPECT_GT(
-        failEachAllocation([&] { relation.emplace("r", fixed, PriorityRelation::LESS, follower); },
-                           [&] {
-                               if (relation) {
-                                   EXPECT_EQ(follower.getPriority(), 4);
-                                   EXPECT_EQ(other._told, 4);
-                                   relation.reset();
-                               }
-                               EXPECT_EQ(dumpOf(mgr), before);
-                               EXPECT_EQ(follower._told, 0);
-                               EXPECT_EQ(other._told, 0);
-                           }),
+        checkEachOutcome([&] { relation.emplace("r", fixed, PriorityRelation::LESS, follower); },
+                         [&] {
+                             if (relation) {
+                                 EXPECT_EQ(follower.getPriority(), 4);
+                                 EXPECT_EQ(other._told, 4);
+                                 relation.reset();
+                             }
+                             EXPECT_EQ(dumpOf(mgr), before);
+                             EXPECT_EQ(follower._told, 0);
+                             EXPECT_EQ(other._told, 0);
+                         }),
         0);
 }
 
@@ -100,7 +81,7 @@ TEST(PriorityMemory, AProcessScopeThatFailsToBeSetFollowsWhatItFollowed)
     Priority const &scope = own.getProcessScopePriority();
     own.setProcessScope(first);
     bool isSet = false;
-    EXPECT_GT(failEachAllocation(
+    EXPECT_GT(checkEachOutcome(
                   [&] {
                       isSet = false;
                       own.setProcessScope(second);
@@ -122,16 +103,16 @@ TEST(PriorityMemory, ASolvingThatRunsOutIsMadeUpForByTheNext)
     Follower follower(mgr);
     PriorityRelation relation("r", fixed, PriorityRelation::LESS, follower);
     int value = 0;
-    EXPECT_GT(failEachAllocation([&] { fixed.setPriority(value = (value + 1) % 6); },
-                                 [&] {
-                                     mgr.notify(PriorityMgr::VALUE_CHANGED);
-                                     EXPECT_EQ(follower.getPriority(), value + 1);
-                                     EXPECT_EQ(follower._told, value + 1);
-                                 }),
+    EXPECT_GT(checkEachOutcome([&] { fixed.setPriority(value = (value + 1) % 6); },
+                               [&] {
+                                   mgr.notify(PriorityMgr::VALUE_CHANGED);
+                                   EXPECT_EQ(follower.getPriority(), value + 1);
+                                   EXPECT_EQ(follower._told, value + 1);
+                               }),
               0);
 }
 
-TEST(PriorityMemory, WhatGoesHasGoneThoughTheSolvingRunsOut)
+TEST(PriorityMemory, ARemovedNodeStaysRemovedEvenIfSolvingRunsOutOfMemory)
 {
     PriorityMgr mgr("mgr", 0, 6);
     Priority fixed("fixed", mgr, 3);
@@ -144,7 +125,7 @@ TEST(PriorityMemory, WhatGoesHasGoneThoughTheSolvingRunsOut)
         relation.emplace("r", fixed, PriorityRelation::LESS, follower);
     };
     make();
-    EXPECT_GT(failEachAllocation(
+    EXPECT_GT(checkEachOutcome(
                   [&] {
                       EXPECT_NO_THROW(relation.reset());
                       EXPECT_NO_THROW(between.reset());

@@ -6,6 +6,7 @@
 #include "resmgt/threads/priorityMgr.h"
 #include "resmgt/threads/priorityRingSolver.private.h"
 #include "resmgt/threads/prioritySolver.private.h"
+#include "testing/dump.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -382,13 +383,6 @@ private:
     std::vector<std::unique_ptr<PriorityRelation>> _relations;
 };
 
-std::string dumpOf(PriorityMgr const &mgr)
-{
-    std::ostringstream os;
-    mgr.dump(os);
-    return os.str();
-}
-
 /// Returns the reason of what the action throws, and the dump of the graph after it.
 std::string reportOf(PriorityMgr const &mgr, auto const &action)
 {
@@ -641,7 +635,7 @@ TEST_F(PrioritySolverCost, AThreadThatJoinsAmongAThousandTouchesItselfAlone)
     EXPECT_EQ(countTouched(), 0u);
 }
 
-TEST_F(PrioritySolverCost, AMemberOfAGroupOfAThousandComesAndGoesAlone)
+TEST_F(PrioritySolverCost, AMemberOfAGroupOfAThousandIsAddedAndRemovedAlone)
 {
     Priority &group = addThread("group");
     for (auto const &thread : threads) {

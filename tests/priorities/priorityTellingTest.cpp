@@ -84,7 +84,7 @@ protected:
     PriorityMgr mgr{"mgr", 0, 6};
 };
 
-TEST_F(PriorityTelling, GoesToEveryNodeAtEachSolvingInTheOrderOfJoining)
+TEST_F(PriorityTelling, NotifiesEveryNodeAtEachSolvingInTheOrderOfJoining)
 {
     Listener a("a", mgr, 3, Listener::EACH, log);
     EXPECT_EQ(takeLog(), Log({"a3"}));
@@ -106,7 +106,7 @@ TEST_F(PriorityTelling, GoesToEveryNodeAtEachSolvingInTheOrderOfJoining)
     EXPECT_EQ(takeLog(), Log()) << "a clean graph is not solved";
 }
 
-TEST_F(PriorityTelling, OfOneThatHearsOfChangesIsLeftOutWhereNothingChanged)
+TEST_F(PriorityTelling, AnObserverOfChangesIsNotCalledWithoutAChange)
 {
     Listener a("a", mgr, 3, Listener::EACH, log);
     Listener b("b", mgr, Priority::NOT_SET, Listener::CHANGED, log);
@@ -195,7 +195,7 @@ TEST_F(PriorityTelling, StaysAwayFromAFailedSolving)
     EXPECT_EQ(takeLog(), Log({"a4", "b5"}));
 }
 
-TEST_F(PriorityTelling, AfterARelationWasTakenBackGoesToTheNodesAgain)
+TEST_F(PriorityTelling, NotifiesTheNodesAgainAfterARelationIsUndone)
 {
     Listener a("a", mgr, 3, Listener::EACH, log);
     takeLog();
@@ -238,7 +238,7 @@ TEST_F(PriorityTelling, MayAddAndRemoveNodes)
     EXPECT_EQ(takeLog(), Log({"a1", "a1", "c3", "a1", "c3", "d4", "c3", "d4"}));
 }
 
-TEST_F(PriorityTelling, MayEndTheNodeThatIsTold)
+TEST_F(PriorityTelling, MayDestroyTheNotifiedNode)
 {
     auto a = std::make_unique<Listener>("a", mgr, 1, Listener::EACH, log);
     Listener b("b", mgr, 2, Listener::EACH, log);
@@ -278,7 +278,7 @@ TEST_F(PriorityTelling, ThatThrowsReachesTheCallerAndIsMadeUpFor)
     EXPECT_EQ(takeLog(), Log({"a0", "b0"}));
 }
 
-TEST_F(PriorityTelling, ANodeWhoseJoiningIsRefusedHasNotJoined)
+TEST_F(PriorityTelling, ANodeHasNotJoinedIfItsJoiningIsRefused)
 {
     Listener a("a", mgr, 1, Listener::EACH, log);
     Listener b("b", mgr, 2, Listener::EACH, log);
@@ -307,7 +307,7 @@ protected:
     }
 };
 
-TEST(PriorityOverriding, AManagersOwnSolvingIsCalledForEveryChange)
+TEST(PriorityOverriding, AnOverriddenSolverIsCalledForEveryChange)
 {
     Log log;
     CountingMgr mgr("counting", 0, 6);

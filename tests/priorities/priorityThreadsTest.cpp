@@ -1,10 +1,11 @@
 // Tests of the priority graph with many threads.
 
-#include "meeting.h"
+#include "priorities/follower.h"
 #include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"
+#include "testing/meeting.h"
 #include "threads/threadTesting.h"
 #include "zvbase/assertions.h"
 
@@ -22,20 +23,6 @@ using namespace Zv;
 
 namespace {
 
-class Follower : public Priority
-{
-public:
-    explicit Follower(PriorityMgr &mgr) : Priority("follower", mgr, NOT_SET, WHEN_CHANGED)
-    {
-        join();
-    }
-    ~Follower() noexcept(false) override { leave(); }
-
-    void updatePriority(int priority) override { _told = priority; }
-
-    std::atomic<int> _told = NOT_SET;
-};
-
 TEST(PriorityThreads, ChangeReadAndDumpOneGraph)
 {
     constexpr int NB_THREADS = 4;
@@ -43,7 +30,7 @@ TEST(PriorityThreads, ChangeReadAndDumpOneGraph)
     PriorityMgr mgr("mgr", 0, 6);
     Priority floor("floor", mgr, 2);
     Priority moving("moving", mgr, 3);
-    ZvTest::Barrier start(NB_THREADS + 1);
+    Barrier start(NB_THREADS + 1);
     std::vector<std::thread> threads;
     for (int number = 0; number < NB_THREADS; ++number) {
         threads.emplace_back([&] {
@@ -90,8 +77,8 @@ TEST(PriorityThreads, CannotCloseACycleBetweenThem)
         PriorityMgr mgr("mgr", 0, 6);
         Priority a("a", mgr, Priority::NOT_SET);
         Priority b("b", mgr, Priority::NOT_SET);
-        ZvTest::Barrier start(2);
-        ZvTest::Barrier end(2);
+        Barrier start(2);
+        Barrier end(2);
         std::atomic<int> nbRefused = 0;
         auto const relate = [&](Priority &lhs, Priority &rhs) {
             start.arrive_and_wait();

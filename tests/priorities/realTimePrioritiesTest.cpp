@@ -6,6 +6,7 @@
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/rtPrioritiesWinNT.private.h"
+#include "testing/failures.h"
 #include "threads/threadTesting.h"
 #include "zvbase/assertions.h"
 
@@ -54,7 +55,7 @@ RtPriorities &landmarks()
     return RtPriorities::getInstance();
 }
 
-TEST(RealTimePriorities, StandAtTheirPlacesOfTheScale)
+TEST(RealTimePriorities, HaveTheirPlacesInTheScale)
 {
     EXPECT_EQ(landmarks().getBaseLinePriority().getPriority(), 0);
     EXPECT_EQ(landmarks().getRealTimePriority().getPriority(), 1);
@@ -110,7 +111,7 @@ TEST(RealTimePriorities, AThreadWithoutRelationsIsIdle)
     EXPECT_EQ(MtPriorityLevels::toSystemValue(thread._levels.back()), -15);
 }
 
-TEST(RealTimePriorities, AThreadHearsOfItsLevelOnlyWhenThatChanges)
+TEST(RealTimePriorities, AThreadIsNotifiedOfItsLevelOnlyIfItChanges)
 {
     NotingThread device;
     NotingThread generator;
@@ -133,12 +134,7 @@ TEST(RealTimePriorities, AThreadHearsOfItsLevelOnlyWhenThatChanges)
 
 TEST(RealTimePriorities, AThreadPriorityNeedsAThread)
 {
-    try {
-        MtThreadPriority priority("nobody's", nullptr);
-        FAIL();
-    } catch (AssertionFailed const &failure) {
-        EXPECT_STREQ(failure.getExpression(), "_thread");
-    }
+    EXPECT_EQ(failedAssertion([&] { MtThreadPriority priority("nobody's", nullptr); }), "_thread");
 }
 
 TEST(RealTimePriorities, TheProcessScopeFollowsWhatItWasSetToLast)

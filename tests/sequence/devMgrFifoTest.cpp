@@ -10,24 +10,25 @@
 #include <semaphore>
 #include <thread>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
-using Testing::Log;
+
+namespace {
 
 class LoggingANO final : public DevANO
 {
 public:
-    LoggingANO(std::string name, Log &log) : _name(std::move(name)), _log(log) {}
+    LoggingANO(std::string name, Lines &log) : _name(std::move(name)), _log(log) {}
     ~LoggingANO() override { _log.push_back(_name + " gone"); }
     void performExecute() override { _log.push_back(_name); }
 
 private:
     std::string _name;
-    Log &_log;
+    Lines &_log;
 };
 
-void produce(DevMgrFifo &fifo, std::string const &name, Log &log)
+void produce(DevMgrFifo &fifo, std::string const &name, Lines &log)
 {
     DevANOQueueEntry entry(makeObj<LoggingANO>(name, log));
     fifo.produce(entry);
@@ -43,28 +44,28 @@ void executeNext(DevMgrFifo &fifo)
 
 TEST(DevMgrFifoTest, IsFirstInFirstOut)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
     produce(*fifo, "a", log);
     produce(*fifo, "b", log);
     executeNext(*fifo);
     executeNext(*fifo);
-    EXPECT_EQ(log, (Log{"a", "a gone", "b", "b gone"}));
+    EXPECT_EQ(log, (Lines{"a", "a gone", "b", "b gone"}));
 }
 
 TEST(DevMgrFifoTest, AnEmptyOneLeavesTheEntryAsItWas)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
     DevANOQueueEntry entry(makeObj<LoggingANO>("kept", log));
     EXPECT_FALSE(fifo->tryConsume(entry));
     EXPECT_FALSE(entry.isNull());
-    EXPECT_EQ(log, Log());
+    EXPECT_EQ(log, Lines());
 }
 
 TEST(DevMgrFifoTest, AFullOneBlocksItsProducerUntilOneIsTaken)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
     for (int i = 0; i < 25; ++i)
         produce(*fifo, std::to_string(i), log);
@@ -88,23 +89,23 @@ TEST(DevMgrFifoTest, AFullOneBlocksItsProducerUntilOneIsTaken)
 
 TEST(DevMgrFifoTest, AClosedOneDestroysWhatItHoldsAndIsGiven)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
     produce(*fifo, "queued", log);
     fifo->close();
-    EXPECT_EQ(log, (Log{"queued gone"}));
+    EXPECT_EQ(log, (Lines{"queued gone"}));
     produce(*fifo, "late", log);
     produce(*fifo, "later", log);
-    EXPECT_EQ(log, (Log{"queued gone", "late gone", "later gone"}));
+    EXPECT_EQ(log, (Lines{"queued gone", "late gone", "later gone"}));
 }
 
-TEST(DevMgrFifoTest, ABlockedProducerIsLetGoByClose)
+TEST(DevMgrFifoTest, CloseWakesABlockedProducer)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
     produce(*fifo, "queued", log);
     std::binary_semaphore started(0);
-    Log own; // written by the one thread that discards the entry
+    Lines own; // written by the one thread that discards the entry
     std::thread producer([&] {
         started.release();
         produce(*fifo, "blocked", own);
@@ -112,45 +113,45 @@ TEST(DevMgrFifoTest, ABlockedProducerIsLetGoByClose)
     started.acquire();
     fifo->close();
     producer.join();
-    EXPECT_EQ(own, (Log{"blocked gone"}));
+    EXPECT_EQ(own, (Lines{"blocked gone"}));
 }
 
 TEST(DevMgrACOTest, PassesItsNotificationOnWithoutRunningIt)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
     DevMgrACO aco(makeObj<LoggingANO>("report", log), fifo);
     aco.performExecute();
-    EXPECT_EQ(log, Log());
+    EXPECT_EQ(log, Lines());
     executeNext(*fifo);
-    EXPECT_EQ(log, (Log{"report", "report gone"}));
+    EXPECT_EQ(log, (Lines{"report", "report gone"}));
 }
 
 TEST(DevMgrACOTest, AFullFifoDoesNotBlockIt)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(1));
     produce(*fifo, "queued", log);
     DevMgrACO aco(makeObj<LoggingANO>("report", log), fifo);
     aco.performExecute();
     executeNext(*fifo);
     executeNext(*fifo);
-    EXPECT_EQ(log, (Log{"queued", "queued gone", "report", "report gone"}));
+    EXPECT_EQ(log, (Lines{"queued", "queued gone", "report", "report gone"}));
 }
 
 TEST(DevMgrACOTest, TakesANotificationThatIsNotRunWithIt)
 {
-    Log log;
+    Lines log;
     {
         RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
         DevMgrACO const aco(makeObj<LoggingANO>("report", log), fifo);
     }
-    EXPECT_EQ(log, (Log{"report gone"}));
+    EXPECT_EQ(log, (Lines{"report gone"}));
 }
 
-TEST(DevMgrACOTest, RunASecondTimeItIsANullPointerOfWhoRunsIt)
+TEST(DevMgrACOTest, ASecondExecutionThrowsANullPointerInTheCaller)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMgrFifo> const fifo(new DevMgrFifo(25));
     DevMgrACO aco(makeObj<LoggingANO>("report", log), fifo);
     aco.performExecute();
@@ -162,9 +163,10 @@ TEST(DevMgrACOTest, RunASecondTimeItIsANullPointerOfWhoRunsIt)
 
 TEST(DevMgrACOTest, WithoutAFifoItIsANullPointer)
 {
-    Log log;
+    Lines log;
     DevMgrACO aco(makeObj<LoggingANO>("report", log), nullptr);
     EXPECT_THROW(aco.performExecute(), RCEx::ExNullPtr);
 }
 
 } // namespace
+} // namespace ZvTest

@@ -4,12 +4,15 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
+
 using Events = Vector<std::int32_t>;
 
-TEST(DevSeqEvPendTest, WhatIsAddedStaysParked)
+TEST(DevSeqEvPendTest, AnAddedEventStaysParked)
 {
     RCShdPtr<DevSeqEvPend> const pend(new DevSeqEvPend);
     pend->addEvent(7);
@@ -47,3 +50,4 @@ TEST(DevSeqEvPendTest, TakeHandsAllOutAndStartsAnew)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -1,8 +1,8 @@
 #include "recordingDevice.h"
 
-#include "meeting.h"
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
+#include "testing/meeting.h"
 #include "zvbase/failures.h"
 #include "zvbase/logTestUtil.h"
 
@@ -19,13 +19,11 @@ namespace ZvTest {
 namespace {
 
 using namespace Zv;
-using Testing::Log;
-using Testing::World;
 
 class Observer : public DevSeqObserver
 {
 public:
-    explicit Observer(Log &log) : _log(log) {}
+    explicit Observer(Lines &log) : _log(log) {}
 
     void stateChanged(LiString const &device, LiString const &state) override
     {
@@ -57,7 +55,7 @@ protected:
     }
 
 private:
-    Log &_log;
+    Lines &_log;
 };
 
 /// Root R with children A and B.
@@ -110,18 +108,18 @@ protected:
     }
 
     World world;
-    Log heard;
+    Lines heard;
 };
 
 /// Returns the lines that an action writes to the trace.
-Log traceOf(std::function<void()> const &action)
+Lines traceOf(std::function<void()> const &action)
 {
-    LogTest::CapturedLog log;
+    CapturedLog log;
     LgLog::flush(); // writes the lines that are still queued
     std::size_t const before = log.getLines().size();
     action();
     LgLog::flush();
-    Log texts = log.getTexts();
+    Lines texts = log.getTexts();
     texts.erase(texts.begin(), texts.begin() + static_cast<std::ptrdiff_t>(before));
     for (std::string &text : texts)
         text.erase(text.find_last_not_of('\n') + 1);
@@ -131,9 +129,9 @@ Log traceOf(std::function<void()> const &action)
 TEST_F(SequenceFailure, FailureOfADeviceIsTracedAndCanBeRethrown)
 {
     makeFail("A");
-    Log const trace = traceOf([this] { deliver(DevSeqEv::START); });
-    EXPECT_EQ(trace, Log{"node A comes to _exc: event \"start\" in state \"init\": "
-                         "../src/busy.cpp(7): busy"});
+    Lines const trace = traceOf([this] { deliver(DevSeqEv::START); });
+    EXPECT_EQ(trace, Lines{"node A comes to _exc: event \"start\" in state \"init\": "
+                           "../src/busy.cpp(7): busy"});
     EXPECT_EQ(failureText("A"),
               "device A: event \"start\" in state \"init\": ../src/busy.cpp(7): busy");
     EXPECT_THROW(std::rethrow_exception(world.tree->getFailure("A")->exception),
@@ -145,9 +143,9 @@ TEST_F(SequenceFailure, FailureOfADeviceIsTracedAndCanBeRethrown)
 TEST_F(SequenceFailure, IllegalEventIsTracedAndHasAReason)
 {
     deliver(DevSeqEv::START);
-    Log const trace = traceOf([this] { deliver(DevSeqEv::START); });
+    Lines const trace = traceOf([this] { deliver(DevSeqEv::START); });
     EXPECT_EQ(trace,
-              Log{"node R comes to _ill: event \"start\" in state \"start\": illegal event"});
+              Lines{"node R comes to _ill: event \"start\" in state \"start\": illegal event"});
     EXPECT_EQ(failureText("R"), "device R: event \"start\" in state \"start\": illegal event");
     EXPECT_FALSE(world.tree->getFailure("R")->exception);
 }
@@ -155,9 +153,9 @@ TEST_F(SequenceFailure, IllegalEventIsTracedAndHasAReason)
 TEST_F(SequenceFailure, MachineThatBreaksIsTracedAndCanBeAskedFor)
 {
     makeBreak("A");
-    Log const trace =
+    Lines const trace =
         traceOf([this] { EXPECT_THROW(deliver(DevSeqEv::START), std::runtime_error); });
-    EXPECT_EQ(trace, Log{"node A breaks: event \"start\" in state \"init\": no lens"});
+    EXPECT_EQ(trace, Lines{"node A breaks: event \"start\" in state \"init\": no lens"});
     EXPECT_EQ(failureText("A"), "device A: event \"start\" in state \"init\": no lens");
     EXPECT_THROW(std::rethrow_exception(world.tree->getFailure("A")->exception),
                  std::runtime_error);
@@ -166,16 +164,16 @@ TEST_F(SequenceFailure, MachineThatBreaksIsTracedAndCanBeAskedFor)
 TEST_F(SequenceFailure, ExceptionOfAnUnknownClassIsTracedToo)
 {
     world.devices["A"]->onCall = [](std::string const &) { throw 42; };
-    Log const trace = traceOf([this] { EXPECT_THROW(deliver(DevSeqEv::START), int); });
-    EXPECT_EQ(trace, Log{"node A breaks: event \"start\" in state \"init\": "
-                         "exception of an unknown class"});
+    Lines const trace = traceOf([this] { EXPECT_THROW(deliver(DevSeqEv::START), int); });
+    EXPECT_EQ(trace, Lines{"node A breaks: event \"start\" in state \"init\": "
+                           "exception of an unknown class"});
 }
 
 TEST_F(SequenceFailure, EventThatAFailedMachineRefusesIsTraced)
 {
     deliver(DevSeqEv::START);
     deliver(DevSeqEv::START);
-    Log const trace =
+    Lines const trace =
         traceOf([this] { EXPECT_THROW(deliver(DevSeqEv::STOP), DevMgrEx::SMExecutionError); });
     ASSERT_EQ(trace.size(), 1u);
     EXPECT_TRUE(trace[0].starts_with("node R refuses an event: event \"stop\" in state \"_ill\": "
@@ -188,7 +186,7 @@ TEST_F(SequenceFailure, EventThatAFailedMachineRefusesIsTraced)
 
 TEST_F(SequenceFailure, EventThatIsOutsideTheMachineFailsNothing)
 {
-    Log const trace =
+    Lines const trace =
         traceOf([this] { EXPECT_THROW(world.tree->processEvent(99), DevMgrEx::SMDomainError); });
     ASSERT_EQ(trace.size(), 1u);
     EXPECT_TRUE(trace[0].starts_with("node R refuses an event: event \"99\" in state \"init\": "))
@@ -206,10 +204,11 @@ TEST_F(SequenceFailure, ParkedEventThatIsIllegalIsTheOneThatIsReported)
     single.tree->processEvent(DevSeqEv::STOP);
     single.tree->processEvent(DevSeqEv::STOP);
     single.tree->setObserver(makeShd<Observer>(heard));
-    Log const trace = traceOf([&] { single.complete("R"); });
-    EXPECT_EQ(trace, Log{"node R comes to _ill: event \"stop\" in state \"stop\": illegal event"});
+    Lines const trace = traceOf([&] { single.complete("R"); });
+    EXPECT_EQ(trace,
+              Lines{"node R comes to _ill: event \"stop\" in state \"stop\": illegal event"});
     EXPECT_EQ(heard,
-              (Log{"R lock", "R stop", "R _ill", "failed: device R, state stop, event stop"}));
+              (Lines{"R lock", "R stop", "R _ill", "failed: device R, state stop, event stop"}));
 }
 
 TEST_F(SequenceFailure, FailuresAreAskedForByTheNamesOfDevices)
@@ -232,7 +231,7 @@ TEST_F(SequenceFailure, ThrownExceptionSaysToWhichDeviceTheEventWent)
     EXPECT_EQ(failure->event, "ready");
 }
 
-TEST_F(SequenceFailure, ObserverHearsEveryStateAlsoTheShortOnes)
+TEST_F(SequenceFailure, ObserverIsNotifiedOfEveryStateEvenOfShortOnes)
 {
     World pair;
     pair.root("R");
@@ -240,21 +239,21 @@ TEST_F(SequenceFailure, ObserverHearsEveryStateAlsoTheShortOnes)
     pair.tree->setObserver(makeShd<Observer>(heard));
     pair.tree->processEvent(DevSeqEv::START);
     pair.complete("A");
-    EXPECT_EQ(std::exchange(heard, {}), (Log{"R start", "A start", "A ready", "A wml"}));
+    EXPECT_EQ(std::exchange(heard, {}), (Lines{"R start", "A start", "A ready", "A wml"}));
     pair.complete("R");
-    EXPECT_EQ(std::exchange(heard, {}), (Log{"R wsr", "R ready", "R sync"}));
+    EXPECT_EQ(std::exchange(heard, {}), (Lines{"R wsr", "R ready", "R sync"}));
     pair.tree->processEvent(DevSeqEv::STOP);
-    EXPECT_EQ(heard, Log());
+    EXPECT_EQ(heard, Lines());
     pair.complete("R");
-    EXPECT_EQ(std::exchange(heard, {}), (Log{"R lock", "R wss", "A sync"}));
+    EXPECT_EQ(std::exchange(heard, {}), (Lines{"R lock", "R wss", "A sync"}));
     pair.complete("A");
-    EXPECT_EQ(std::exchange(heard, {}), (Log{"A lock", "A stop"}));
+    EXPECT_EQ(std::exchange(heard, {}), (Lines{"A lock", "A stop"}));
     pair.complete("A");
     pair.complete("R");
-    EXPECT_EQ(heard, (Log{"A final", "R stop", "R final"}));
+    EXPECT_EQ(heard, (Lines{"A final", "R stop", "R final"}));
 }
 
-TEST_F(SequenceFailure, ObserverIsToldOnceOfEachMachineThatFails)
+TEST_F(SequenceFailure, ObserverIsNotifiedOnceOfEachFailedMachine)
 {
     observe();
     makeFail("A");
@@ -262,15 +261,15 @@ TEST_F(SequenceFailure, ObserverIsToldOnceOfEachMachineThatFails)
     EXPECT_THROW(deliver(DevSeqEv::START), std::runtime_error);
     deliver(DevSeqEv::START);
     EXPECT_EQ(std::exchange(heard, {}),
-              (Log{"R start", "A _exc", "failed: device A, state init, event start",
-                   "failed: device B, state init, event start", "R _ill",
-                   "failed: device R, state start, event start"}));
+              (Lines{"R start", "A _exc", "failed: device A, state init, event start",
+                     "failed: device B, state init, event start", "R _ill",
+                     "failed: device R, state start, event start"}));
     for (char const *device : {"R", "A", "B"})
         EXPECT_THROW(deliver(device, DevSeqEv::STOP), DevMgrEx::SMExecutionError);
-    EXPECT_EQ(heard, Log());
+    EXPECT_EQ(heard, Lines());
 }
 
-TEST_F(SequenceFailure, FailureIsKnownWhenTheStateIsTold)
+TEST_F(SequenceFailure, FailureIsSetWhenTheStateIsNotified)
 {
     std::string told;
     observe().onState = [&](std::string const &line) {
@@ -282,10 +281,10 @@ TEST_F(SequenceFailure, FailureIsKnownWhenTheStateIsTold)
     EXPECT_EQ(told, "device A: event \"start\" in state \"init\": ../src/busy.cpp(7): busy");
 }
 
-TEST_F(SequenceFailure, DeliveryGoesOnWhenTheObserverThrowsAndItsFirstExceptionPasses)
+TEST_F(SequenceFailure, DeliveryContinuesIfTheObserverThrowsAndItsFirstExceptionIsThrown)
 {
     observe().onState = [](std::string const &line) { throw std::runtime_error(line); };
-    Log const trace = traceOf([this] {
+    Lines const trace = traceOf([this] {
         try {
             deliver(DevSeqEv::START);
             ADD_FAILURE() << "nothing came out";
@@ -293,11 +292,11 @@ TEST_F(SequenceFailure, DeliveryGoesOnWhenTheObserverThrowsAndItsFirstExceptionP
             EXPECT_STREQ(failure.what(), "R start");
         }
     });
-    EXPECT_EQ(heard, (Log{"R start", "A start", "B start"}));
-    EXPECT_EQ(world.takeLog(), (Log{"R start", "A start", "B start"}));
-    EXPECT_EQ(trace, (Log{"A sequence observer throws. device R: in state \"start\": R start",
-                          "A sequence observer throws. device A: in state \"start\": A start",
-                          "A sequence observer throws. device B: in state \"start\": B start"}));
+    EXPECT_EQ(heard, (Lines{"R start", "A start", "B start"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"R start", "A start", "B start"}));
+    EXPECT_EQ(trace, (Lines{"A sequence observer throws. device R: in state \"start\": R start",
+                            "A sequence observer throws. device A: in state \"start\": A start",
+                            "A sequence observer throws. device B: in state \"start\": B start"}));
     expectLockIsFree();
 }
 
@@ -331,19 +330,19 @@ TEST_F(SequenceFailure, ObserverMayTakeItselfAwayAndEndsWithoutTheLock)
     deliver(DevSeqEv::START);
     EXPECT_TRUE(hasReturned);
     EXPECT_TRUE(hasEnded);
-    EXPECT_EQ(heard, Log{"R start"});
+    EXPECT_EQ(heard, Lines{"R start"});
     EXPECT_EQ(world.state("B"), "start");
 }
 
 TEST_F(SequenceFailure, ObserverMayBeReplacedByItsOwnCall)
 {
-    Log heardBySecond;
+    Lines heardBySecond;
     observe().onState = [&](std::string const &) {
         world.tree->setObserver(makeShd<Observer>(heardBySecond));
     };
     deliver(DevSeqEv::START);
-    EXPECT_EQ(heard, Log{"R start"});
-    EXPECT_EQ(heardBySecond, (Log{"A start", "B start"}));
+    EXPECT_EQ(heard, Lines{"R start"});
+    EXPECT_EQ(heardBySecond, (Lines{"A start", "B start"}));
 }
 
 // An observer must not deliver events. If it does, it is still kept until its call returns.
@@ -361,7 +360,7 @@ TEST_F(SequenceFailure, ObserverThatDeliversAndIsReplacedMeanwhileOutlivesItsCal
     observer.onEnd = [&] { hasEnded = true; };
     deliver(DevSeqEv::START);
     EXPECT_TRUE(hasEnded);
-    EXPECT_EQ(heard, (Log{"R start", "R abort"}));
+    EXPECT_EQ(heard, (Lines{"R start", "R abort"}));
 }
 
 TEST_F(SequenceFailure, TakingTheObserverAwayWaitsForItsCall)

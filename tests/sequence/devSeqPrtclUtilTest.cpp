@@ -6,18 +6,17 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
-using Testing::Log;
-using Testing::markAt;
-using Testing::RecordingProtocol;
+
+namespace {
 
 /// Request that logs its name when it runs. Clones have another name than the prototype.
 class NamedANO final : public DevClonableANO
 {
 public:
-    NamedANO(std::string name, Log &log) : _name(std::move(name)), _log(log) {}
+    NamedANO(std::string name, Lines &log) : _name(std::move(name)), _log(log) {}
 
     void performExecute() override { _log.push_back(_name); }
     ObjPtrRet<DevClonableANO> clone() const override
@@ -27,7 +26,7 @@ public:
 
 private:
     std::string _name;
-    Log &_log;
+    Lines &_log;
 };
 
 struct Wrapped
@@ -43,7 +42,7 @@ struct Wrapped
     ObjPtr<DevClonableANO> ano(char const *name) { return makeObj<NamedANO>(name, ran); }
 
     /// Executes the requests in the FIFO. Returns those that have run since the last call.
-    Log reports()
+    Lines reports()
     {
         for (DevANOQueueEntry entry; fifo->tryConsume(entry);) {
             ObjPtr<DevANO> const report = entry.release();
@@ -52,8 +51,8 @@ struct Wrapped
         return std::exchange(ran, {});
     }
 
-    Log calls;
-    Log ran;
+    Lines calls;
+    Lines ran;
     RCShdPtr<DevMgrFifo> fifo;
     RCShdPtr<RecordingProtocol> device;
     RCShdPtr<DevSeqPrtclUtil> util;
@@ -67,15 +66,15 @@ TEST(DevSeqPrtclUtilTest, EachStepReportsItsOwnEnd)
         wrapped.device->complete();
         return wrapped.reports();
     };
-    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.start(); }), (Log{"ready clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.start(); }), (Lines{"ready clone"}));
     EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.sync(DtTime(2, Rational(1, 1))); }),
-              (Log{"lock clone"}));
-    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.sync(markAt(8)); }), (Log{"lock clone"}));
-    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.recover(); }), (Log{"ready clone"}));
-    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.stop(); }), (Log{"stopped clone"}));
-    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.abort(); }), (Log{"aborted clone"}));
+              (Lines{"lock clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.sync(markAt(8)); }), (Lines{"lock clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.recover(); }), (Lines{"ready clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.stop(); }), (Lines{"stopped clone"}));
+    EXPECT_EQ(endOf([](DevSeqPrtclUtil &util) { util.abort(); }), (Lines{"aborted clone"}));
     EXPECT_EQ(wrapped.calls,
-              (Log{"start", "sync time 2", "sync mark 8", "recover", "stop", "abort"}));
+              (Lines{"start", "sync time 2", "sync mark 8", "recover", "stop", "abort"}));
 }
 
 TEST(DevSeqPrtclUtilTest, AReportDoesNotRunOnTheDevicesThread)
@@ -83,8 +82,8 @@ TEST(DevSeqPrtclUtilTest, AReportDoesNotRunOnTheDevicesThread)
     Wrapped wrapped;
     wrapped.util->start();
     wrapped.device->complete();
-    EXPECT_EQ(wrapped.ran, Log());
-    EXPECT_EQ(wrapped.reports(), (Log{"ready clone"}));
+    EXPECT_EQ(wrapped.ran, Lines());
+    EXPECT_EQ(wrapped.reports(), (Lines{"ready clone"}));
 }
 
 TEST(DevSeqPrtclUtilTest, StartGivesTheDeviceItsNotifications)
@@ -95,8 +94,8 @@ TEST(DevSeqPrtclUtilTest, StartGivesTheDeviceItsNotifications)
     ObjPtr<DevANO> const abortion = wrapped.device->takeAbort();
     recovery->performExecute();
     abortion->performExecute();
-    EXPECT_EQ(wrapped.ran, Log());
-    EXPECT_EQ(wrapped.reports(), (Log{"recover clone clone", "abort clone clone"}));
+    EXPECT_EQ(wrapped.ran, Lines());
+    EXPECT_EQ(wrapped.reports(), (Lines{"recover clone clone", "abort clone clone"}));
 }
 
 TEST(DevSeqPrtclUtilTest, EachWayToUseANotificationMakesOneReport)
@@ -127,7 +126,7 @@ TEST(DevSeqPrtclUtilTest, ReportsOfOneKindAreDroppedWhileEnoughOfThemWait)
         recovery->performExecute();
     abortion->performExecute();
     wrapped.device->complete();
-    Log expected(MAX, "recover clone clone");
+    Lines expected(MAX, "recover clone clone");
     expected.push_back("abort clone clone");
     expected.push_back("ready clone");
     EXPECT_EQ(wrapped.reports(), expected);
@@ -170,7 +169,7 @@ TEST(DevSeqPrtclUtilTest, LatencyAndMarkAreTheDevices)
 
 TEST(DevSeqPrtclUtilTest, WithoutNotificationsThereIsNoFifoEither)
 {
-    Log calls;
+    Lines calls;
     RCShdPtr<RecordingProtocol> const device(new RecordingProtocol("", calls));
     RCShdPtr<DevSeqPrtclUtil> const util(new DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl>(device)));
     util->start();
@@ -190,17 +189,17 @@ TEST(DevSeqPrtclUtilTest, ANullProtocolIsANullPointer)
 class MortalACO final : public DevACO
 {
 public:
-    explicit MortalACO(Log &log) : _log(log) {}
+    explicit MortalACO(Lines &log) : _log(log) {}
     ~MortalACO() override { _log.push_back("destroyed"); }
     void performExecute() override { _log.push_back("executed"); }
 
 private:
-    Log &_log;
+    Lines &_log;
 };
 
 TEST(NoopedSyncSeqProtocolTest, DestroysWhatItIsGiven)
 {
-    Log log;
+    Lines log;
     RCShdPtr<DevMDSyncSeqPrtcl> const nobody(new NoopedSyncSeqProtocol);
     auto const aco = [&] { return makeObj<MortalACO>(log); };
     nobody->performStart(aco(), nullptr, nullptr);
@@ -209,10 +208,11 @@ TEST(NoopedSyncSeqProtocolTest, DestroysWhatItIsGiven)
     nobody->performRecover(aco());
     nobody->performStop(aco());
     nobody->performAbort(aco());
-    EXPECT_EQ(log, Log(6, "destroyed"));
+    EXPECT_EQ(log, Lines(6, "destroyed"));
     EXPECT_EQ(nobody->getLatency(), DtTime());
     EXPECT_EQ(nobody->getLatency().getRate(), Rational(1, 1));
     EXPECT_EQ(nobody->getMark(), DtTimeMark());
 }
 
 } // namespace
+} // namespace ZvTest

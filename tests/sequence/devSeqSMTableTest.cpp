@@ -9,9 +9,11 @@
 #include <utility>
 #include <vector>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 struct Target
 {
@@ -227,7 +229,7 @@ TEST_F(DevSeqSMTableTest, EveryStateAndEventDoesWhatTheMachineSays)
         }
 }
 
-TEST_F(DevSeqSMTableTest, NothingElseStandsInTheTable)
+TEST_F(DevSeqSMTableTest, TheTableHasNoOtherRows)
 {
     std::size_t pairs = 0;
     for (std::int32_t s = 0; s < table->getNbStates(); ++s)
@@ -258,3 +260,4 @@ TEST_F(DevSeqSMTableTest, NineChecksAreOutOfReach)
 }
 
 } // namespace
+} // namespace ZvTest

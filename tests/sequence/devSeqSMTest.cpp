@@ -2,7 +2,7 @@
 
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 #include "zvbase/failures.h"
 
 #include <gtest/gtest.h>
@@ -11,12 +11,12 @@
 #include <atomic>
 #include <thread>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
-using Testing::Log;
-using Testing::markAt;
-using Testing::RecordingProtocol;
+
+namespace {
+
 using Events = Vector<std::int32_t>;
 
 /// A machine without a tree. The events for its neighbours stay in the queues, for tests to look
@@ -57,7 +57,7 @@ struct Machine
     Events toParent() const { return sent(util->getParentPend()); }
     Events toChildren() const { return sent(util->getChildrenPend()); }
 
-    Log log;
+    Lines log;
     RCShdPtr<RecordingProtocol> device;
     RCShdPtr<DevSeqTreeNodeUtil> util;
     ObjPtr<DevSeqSM> sm;
@@ -207,17 +207,17 @@ TEST(DevSeqSMTest, StartCallsTheDeviceAndItsChildren)
 {
     Machine leaf;
     leaf.sm->execute(DevSeqEv::START);
-    EXPECT_EQ(leaf.log, (Log{"start"}));
+    EXPECT_EQ(leaf.log, (Lines{"start"}));
     EXPECT_EQ(leaf.toChildren(), Events());
     Machine node(1, true);
     node.sm->execute(DevSeqEv::START);
-    EXPECT_EQ(node.log, (Log{"start"}));
+    EXPECT_EQ(node.log, (Lines{"start"}));
     EXPECT_EQ(node.toChildren(), (Events{DevSeqEv::START}));
     EXPECT_EQ(node.toSelf(), Events());
     EXPECT_EQ(node.toParent(), Events());
 }
 
-TEST(DevSeqSMTest, AReadyLeafTellsItsParentAndGoesOn)
+TEST(DevSeqSMTest, AReadyLeafNotifiesItsParentAndContinues)
 {
     Machine root;
     root.device->latency = DtTime(5, Rational(1, 1));
@@ -262,15 +262,15 @@ TEST(DevSeqSMTest, TheRootSyncsToATimeAndOthersToAMark)
     root.feed({DevSeqEv::START, DevSeqEv::READY});
     root.util->setMaxLatency(DtTime(7, Rational(2, 1)));
     root.sm->execute(DevSeqEv::PROCEED);
-    EXPECT_EQ(root.log, (Log{"sync time 3.5"}));
+    EXPECT_EQ(root.log, (Lines{"sync time 3.5"}));
 
     Machine child(0, true);
     child.feed({DevSeqEv::START, DevSeqEv::READY});
     child.util->setParentMark(markAt(12));
     child.sm->execute(DevSeqEv::PROCEED);
-    EXPECT_EQ(child.log, Log());
+    EXPECT_EQ(child.log, Lines());
     child.sm->execute(DevSeqEv::MLOCK);
-    EXPECT_EQ(child.log, (Log{"sync mark 12"}));
+    EXPECT_EQ(child.log, (Lines{"sync mark 12"}));
 }
 
 TEST(DevSeqSMTest, LockKeepsTheMarkAndCallsTheChildren)
@@ -300,7 +300,7 @@ TEST(DevSeqSMTest, MlockIsIgnoredInLock)
     node.feed(pathWithParent("lock", true));
     node.sm->execute(DevSeqEv::MLOCK);
     EXPECT_EQ(node.state(), "lock");
-    EXPECT_EQ(node.log, Log());
+    EXPECT_EQ(node.log, Lines());
     EXPECT_EQ(node.toChildren(), Events());
 }
 
@@ -347,14 +347,14 @@ TEST(DevSeqSMTest, ANodeStopsAfterItsChildren)
     node.feed(pathWithParent("lock", true));
     node.sm->execute(DevSeqEv::STOP);
     EXPECT_EQ(node.toChildren(), (Events{DevSeqEv::STOP}));
-    EXPECT_EQ(node.log, Log());
+    EXPECT_EQ(node.log, Lines());
     node.sm->execute(DevSeqEv::SSTOPPED);
     EXPECT_EQ(node.state(), "wss");
     EXPECT_EQ(node.util->getSstoppedCount(), 1);
-    EXPECT_EQ(node.log, Log());
+    EXPECT_EQ(node.log, Lines());
     node.sm->execute(DevSeqEv::SSTOPPED);
     EXPECT_EQ(node.state(), "stop");
-    EXPECT_EQ(node.log, (Log{"stop"}));
+    EXPECT_EQ(node.log, (Lines{"stop"}));
     EXPECT_EQ(node.toParent(), Events());
     node.sm->execute(DevSeqEv::STOPPED);
     EXPECT_EQ(node.state(), "final");
@@ -362,7 +362,7 @@ TEST(DevSeqSMTest, ANodeStopsAfterItsChildren)
     node.util->waitDone();
 }
 
-TEST(DevSeqSMTest, ARootThatStoppedTellsNobody)
+TEST(DevSeqSMTest, ARootThatStoppedNotifiesNoNode)
 {
     Machine root;
     root.feed(pathTo("stop", false));
@@ -379,7 +379,7 @@ TEST(DevSeqSMTest, RecoverCallsTheDeviceAndItsChildren)
     node.feed(path);
     ASSERT_EQ(node.state(), "lock");
     node.sm->execute(DevSeqEv::RECOVER);
-    EXPECT_EQ(node.log, (Log{"recover"}));
+    EXPECT_EQ(node.log, (Lines{"recover"}));
     EXPECT_EQ(node.toChildren(), (Events{DevSeqEv::RECOVER}));
     // It counts its children from 0 again.
     node.sm->execute(DevSeqEv::READY);
@@ -394,7 +394,7 @@ TEST(DevSeqSMTest, AnAbortCallsTheDeviceOnce)
     node.sm->execute(DevSeqEv::ABORT);
     node.sm->execute(DevSeqEv::ABORT);
     EXPECT_EQ(node.state(), "abort");
-    EXPECT_EQ(node.log, (Log{"abort"}));
+    EXPECT_EQ(node.log, (Lines{"abort"}));
     EXPECT_EQ(node.toChildren(), Events());
     EXPECT_EQ(node.toParent(), Events());
     node.sm->execute(DevSeqEv::ABORTED);
@@ -517,3 +517,4 @@ TEST(DevSeqSMTest, AGuardedMachineThatHasFailedRefusesEverything)
 }
 
 } // namespace
+} // namespace ZvTest

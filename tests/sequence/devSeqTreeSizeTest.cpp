@@ -1,6 +1,6 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
-#include "smallStack.h"
+#include "testing/smallStack.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 LiString nameOf(int number)
 {
@@ -93,7 +95,7 @@ TEST(DevSeqTreeSizeTest, ATreeBuiltFromBelowIsTheSame)
     });
 }
 
-TEST(DevSeqTreeSizeTest, ADeepSubtreeThatSomebodyHoldsDiesWithItsHolder)
+TEST(DevSeqTreeSizeTest, ADeepSubtreeIsDestroyedWithItsLastReference)
 {
     runOnSmallStack([] {
         RCShdPtr<DevSeqTreeNode> held;
@@ -136,3 +138,4 @@ TEST(DevSeqTreeSizeTest, ABushyTreeRunsThrough)
 }
 
 } // namespace
+} // namespace ZvTest

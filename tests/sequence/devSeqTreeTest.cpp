@@ -1,10 +1,10 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
-#include "allocations.h"
-#include "meeting.h"
+#include "testing/allocations.h"
+#include "testing/meeting.h"
 
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 #include "zvbase/failures.h"
 
 #include <gtest/gtest.h>
@@ -16,12 +16,11 @@
 #include <stdexcept>
 #include <thread>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
-using Testing::Log;
-using Testing::markAt;
-using Testing::World;
+
+namespace {
 
 std::string textOf(DevSeqTree const &tree)
 {
@@ -96,18 +95,18 @@ TEST_F(DevSeqTreeTest, ASingleNodeRunsFromStartToEnd)
     world.complete("R");
     EXPECT_EQ(world.state("R"), "final");
     world.tree->wait();
-    EXPECT_EQ(world.log, (Log{"R start", "R sync time 1.5", "R stop"}));
+    EXPECT_EQ(world.log, (Lines{"R start", "R sync time 1.5", "R stop"}));
 }
 
 TEST_F(DevSeqTreeTest, DevicesStartParentsFirst)
 {
     build();
     world.tree->processEvent(DevSeqEv::START);
-    EXPECT_EQ(world.log, (Log{"R start", "A start", "C start", "B start"}));
+    EXPECT_EQ(world.log, (Lines{"R start", "A start", "C start", "B start"}));
     expectStates("start", "start", "start", "start");
 }
 
-TEST_F(DevSeqTreeTest, ReadinessComesUpFromTheLeaves)
+TEST_F(DevSeqTreeTest, ReadinessRisesFromTheLeaves)
 {
     build();
     world.tree->processEvent(DevSeqEv::START);
@@ -118,13 +117,13 @@ TEST_F(DevSeqTreeTest, ReadinessComesUpFromTheLeaves)
     expectStates("wsr", "start", "start", "wml");
     world.complete("A");
     expectStates("wsr", "wml", "start", "wml");
-    EXPECT_EQ(world.log, Log());
+    EXPECT_EQ(world.log, Lines());
     world.complete("B");
     expectStates("sync", "wml", "wml", "wml");
-    EXPECT_EQ(world.log, (Log{"R sync time 0.4"}));
+    EXPECT_EQ(world.log, (Lines{"R sync time 0.4"}));
 }
 
-TEST_F(DevSeqTreeTest, TheRootSyncsWithTheLargestLatencyWhereverItSits)
+TEST_F(DevSeqTreeTest, TheRootSyncsWithTheLargestLatencyOfAnyNode)
 {
     for (char const * const slowest : {"R", "A", "B", "C"}) {
         World other;
@@ -161,14 +160,14 @@ TEST_F(DevSeqTreeTest, LockGoesDownWithEachParentsMark)
     (void)world.takeLog();
     world.complete("R");
     expectStates("lock", "sync", "sync", "wml");
-    EXPECT_EQ(world.takeLog(), (Log{"A sync mark 1", "B sync mark 1"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"A sync mark 1", "B sync mark 1"}));
     world.complete("A");
     expectStates("lock", "lock", "sync", "sync");
-    EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"C sync mark 2"}));
     world.complete("C");
     world.complete("B");
     expectStates("lock", "lock", "lock", "lock");
-    EXPECT_EQ(world.takeLog(), Log());
+    EXPECT_EQ(world.takeLog(), Lines());
 }
 
 TEST_F(DevSeqTreeTest, DevicesStopFromTheLeavesUp)
@@ -177,16 +176,16 @@ TEST_F(DevSeqTreeTest, DevicesStopFromTheLeavesUp)
     lock();
     world.tree->processEvent(DevSeqEv::STOP);
     expectStates("wss", "wss", "stop", "stop");
-    EXPECT_EQ(world.takeLog(), (Log{"C stop", "B stop"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"C stop", "B stop"}));
     world.complete("B");
     expectStates("wss", "wss", "final", "stop");
-    EXPECT_EQ(world.takeLog(), Log());
+    EXPECT_EQ(world.takeLog(), Lines());
     world.complete("C");
     expectStates("wss", "stop", "final", "final");
-    EXPECT_EQ(world.takeLog(), (Log{"A stop"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"A stop"}));
     world.complete("A");
     expectStates("stop", "final", "final", "final");
-    EXPECT_EQ(world.takeLog(), (Log{"R stop"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"R stop"}));
     world.complete("R");
     expectStates("final", "final", "final", "final");
     world.tree->wait();
@@ -201,13 +200,13 @@ TEST_F(DevSeqTreeTest, AStopDuringSyncLetsTheChildrenSyncFirst)
     EXPECT_EQ(world.state("R"), "sync");
     world.complete("R");
     expectStates("wss", "sync", "sync", "wml");
-    EXPECT_EQ(world.takeLog(), (Log{"A sync mark 1", "B sync mark 1"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"A sync mark 1", "B sync mark 1"}));
     world.complete("A");
     expectStates("wss", "wss", "sync", "sync");
     world.complete("C");
     world.complete("B");
     expectStates("wss", "wss", "stop", "stop");
-    EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2", "C stop", "B stop"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"C sync mark 2", "C stop", "B stop"}));
 }
 
 TEST_F(DevSeqTreeTest, ALostLockIsFoundAgainUnderTheParent)
@@ -217,17 +216,17 @@ TEST_F(DevSeqTreeTest, ALostLockIsFoundAgainUnderTheParent)
     world.devices["R"]->mark = markAt(20);
     world.recover("A");
     expectStates("lock", "recover", "lock", "recover");
-    EXPECT_EQ(world.takeLog(), (Log{"A recover", "C recover"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"A recover", "C recover"}));
     world.complete("A");
     expectStates("lock", "wsr", "lock", "recover");
     world.complete("C");
     // R stays in lock and reads its mark again. B ignores the event with which A syncs.
     expectStates("lock", "sync", "lock", "wml");
-    EXPECT_EQ(world.takeLog(), (Log{"A sync mark 20"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"A sync mark 20"}));
     world.complete("A");
     world.complete("C");
     expectStates("lock", "lock", "lock", "lock");
-    EXPECT_EQ(world.takeLog(), (Log{"C sync mark 2"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"C sync mark 2"}));
 }
 
 TEST_F(DevSeqTreeTest, AChildThatIsReadyFirstDuringARecoveryIsCountedOnce)
@@ -247,11 +246,11 @@ TEST_F(DevSeqTreeTest, TheRootRecoversByItself)
     lock();
     world.recover("R");
     expectStates("recover", "recover", "recover", "recover");
-    EXPECT_EQ(world.takeLog(), (Log{"R recover", "A recover", "C recover", "B recover"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"R recover", "A recover", "C recover", "B recover"}));
     for (char const * const name : {"R", "A", "B", "C"})
         world.complete(name);
     expectStates("sync", "wml", "wml", "wml");
-    EXPECT_EQ(world.takeLog(), (Log{"R sync time 0.4"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"R sync time 0.4"}));
 }
 
 TEST_F(DevSeqTreeTest, ARecoveryAboveAChildThatHasNotLockedIsIllegalThere)
@@ -271,7 +270,7 @@ TEST_F(DevSeqTreeTest, AnAbortIsTheDevicesOwn)
     lock();
     world.abort("A");
     expectStates("lock", "abort", "lock", "lock");
-    EXPECT_EQ(world.takeLog(), (Log{"A abort"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"A abort"}));
     world.complete("A");
     expectStates("lock", "final", "lock", "lock");
 }
@@ -289,7 +288,7 @@ TEST_F(DevSeqTreeTest, WaitReturnsWhenOneAbortedAndTheOthersStopped)
     world.complete("R");
     waiter.join();
     expectStates("final", "final", "final", "final");
-    EXPECT_EQ(world.log, (Log{"C stop", "B stop", "R abort", "A stop"}));
+    EXPECT_EQ(world.log, (Lines{"C stop", "B stop", "R abort", "A stop"}));
 }
 
 TEST_F(DevSeqTreeTest, WaitEndsWithTheLastDevice)
@@ -297,7 +296,7 @@ TEST_F(DevSeqTreeTest, WaitEndsWithTheLastDevice)
     build();
     lock();
     world.tree->processEvent(DevSeqEv::STOP);
-    ZvTest::Latch waiting(1);
+    Latch waiting(1);
     std::string rootWhenDone;
     std::thread waiter([&] {
         waiting.count_down();
@@ -351,14 +350,14 @@ std::string endOfWait(World &world)
     return end;
 }
 
-TEST_F(DevSeqTreeTest, AThreadThatWaitsIsLetGoWhenTheTreeIsDestroyed)
+TEST_F(DevSeqTreeTest, DestroyingTheTreeWakesAThreadThatWaits)
 {
     build();
     lock();
     EXPECT_EQ(endOfWait(world), "The sequence was abandoned before it had ended.");
 }
 
-TEST_F(DevSeqTreeTest, AThreadThatWaitsForTheLastDeviceIsLetGoWhenTheTreeIsDestroyed)
+TEST_F(DevSeqTreeTest, DestroyingTheTreeWakesAThreadThatWaitsForTheLastDevice)
 {
     build();
     lock();
@@ -407,7 +406,7 @@ TEST_F(DevSeqTreeTest, AnUnknownNameIsNotFoundAndChangesNothing)
     }
     EXPECT_THROW((void)world.tree->getState("nobody"), DevMgrEx::NameNotFound);
     expectStates("lock", "lock", "lock", "lock");
-    EXPECT_EQ(world.takeLog(), Log());
+    EXPECT_EQ(world.takeLog(), Lines());
 }
 
 TEST_F(DevSeqTreeTest, AnUnknownEventIsOutsideTheMachine)
@@ -456,7 +455,7 @@ TEST_F(DevSeqTreeTest, ANewRootTakesTheOldOneAsItsLastChild)
     world.tree->setRoot(top);
     EXPECT_EQ(textOf(*world.tree), "( T ( S R ( A ( C ) B ) ) )");
     world.tree->processEvent(DevSeqEv::START);
-    EXPECT_EQ(world.log, (Log{"T start", "S start", "R start", "A start", "C start", "B start"}));
+    EXPECT_EQ(world.log, (Lines{"T start", "S start", "R start", "A start", "C start", "B start"}));
     EXPECT_EQ(world.state("C"), "start");
 }
 
@@ -471,15 +470,14 @@ TEST_F(DevSeqTreeTest, ASubtreeThatIsJoinedLaterIsFound)
     EXPECT_EQ(world.state("B"), "init");
 }
 
-TEST_F(DevSeqTreeTest, OfEqualNamesTheFirstOneFoundIsMeant)
+TEST_F(DevSeqTreeTest, OfEqualNamesTheFirstOneCounts)
 {
     auto const started = [&] {
         world.tree->processEvent("same", DevSeqEv::START);
         return world.takeLog();
     };
     auto const node = [&](std::string const &label) {
-        auto const device =
-            RCShdPtr<Testing::RecordingProtocol>(new Testing::RecordingProtocol(label, world.log));
+        auto const device = RCShdPtr<RecordingProtocol>(new RecordingProtocol(label, world.log));
         return DevSeqTreeNode::create("same", RCShdPtr<DevSeqPrtclUtil>(new DevSeqPrtclUtil(
                                                   RCShdPtr<DevMDSyncSeqPrtcl>(device))));
     };
@@ -490,11 +488,11 @@ TEST_F(DevSeqTreeTest, OfEqualNamesTheFirstOneFoundIsMeant)
     world.child("R", "B");
     world.child("B", "D");
     world.tree->attach(world.nodes["D"], node("under D"));
-    EXPECT_EQ(started(), (Log{"under D start"}));
+    EXPECT_EQ(started(), (Lines{"under D start"}));
     world.tree->attach(world.nodes["A"], node("under A"));
-    EXPECT_EQ(started(), (Log{"under A start"}));
+    EXPECT_EQ(started(), (Lines{"under A start"}));
     world.tree->attach(world.nodes["R"], node("under R"));
-    EXPECT_EQ(started(), (Log{"under R start"}));
+    EXPECT_EQ(started(), (Lines{"under R start"}));
     auto const top = DevSeqTreeNode::createNoop("same");
     world.tree->setRoot(top);
     EXPECT_EQ(world.state("same"), "init");
@@ -514,14 +512,14 @@ TEST_F(DevSeqTreeTest, AFailingDeviceFallsOutSilently)
     expectLockIsFree();
 }
 
-TEST_F(DevSeqTreeTest, WhatIsNoExBaseAbandonsTheDelivery)
+TEST_F(DevSeqTreeTest, AnExceptionOtherThanAnExBaseAbandonsTheDelivery)
 {
     build();
     world.devices["A"]->onCall = [](std::string const &) { ZV_ASSERT(1 > 2); };
     EXPECT_THROW(world.tree->processEvent(DevSeqEv::START), AssertionFailed);
     expectLockIsFree();
     expectStates("start", "init", "init", "init");
-    EXPECT_EQ(world.takeLog(), (Log{"R start", "A start"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"R start", "A start"}));
     EXPECT_THROW(world.tree->processEvent("A", DevSeqEv::START), DevMgrEx::SMExecutionError);
     // B has lost the start that was on its way. It can still be started by an event of its own.
     world.tree->processEvent("B", DevSeqEv::START);
@@ -537,29 +535,29 @@ TEST_F(DevSeqTreeTest, TheLockIsFreeAfterANameThatIsNotFound)
     expectLockIsFree();
 }
 
-TEST_F(DevSeqTreeTest, TheObserverIsToldOfMachinesThatFail)
+TEST_F(DevSeqTreeTest, TheObserverIsNotifiedOfFailedMachines)
 {
     class Observer : public DevSeqObserver
     {
     public:
-        explicit Observer(Log &log) : _log(log) {}
+        explicit Observer(Lines &log) : _log(log) {}
         void stateChanged(LiString const &device, LiString const &state) override
         {
             _log.push_back((device + " " + state).getChars());
         }
 
     private:
-        Log &_log;
+        Lines &_log;
     };
     build();
-    Log states;
+    Lines states;
     world.tree->setObserver(makeShd<Observer>(states));
     world.devices["A"]->onCall = [](std::string const &) {
         ZV_THROW(DevMgrEx::StreamNotAvailable, "busy");
     };
     world.tree->processEvent(DevSeqEv::START);
     world.tree->processEvent("B", DevSeqEv::LOCK);
-    EXPECT_EQ(states, (Log{"R start", "A _exc", "B start", "B _ill"}));
+    EXPECT_EQ(states, (Lines{"R start", "A _exc", "B start", "B _ill"}));
 }
 
 TEST_F(DevSeqTreeTest, AnObserverThatIsReplacedEndsWithoutTheLock)
@@ -645,31 +643,31 @@ TEST_F(DevSeqTreeTest, NodesDieAfterTheirChildren)
     build();
     world.nodes.clear();
     world.tree = nullptr;
-    EXPECT_EQ(world.log, (Log{"C gone", "A gone", "B gone", "R gone"}));
+    EXPECT_EQ(world.log, (Lines{"C gone", "A gone", "B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, ANodeThatSomebodyHoldsOutlivesItsTree)
+TEST_F(DevSeqTreeTest, AReferencedNodeOutlivesItsTree)
 {
     build();
     auto const held = world.nodes["A"];
     world.nodes.clear();
     world.tree = nullptr;
-    EXPECT_EQ(world.log, (Log{"B gone", "R gone"}));
+    EXPECT_EQ(world.log, (Lines{"B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, WhatADevicesDestructorThrowsComesOut)
+TEST_F(DevSeqTreeTest, ThrowsWhatADevicesDestructorThrows)
 {
     build();
     world.devices["A"]->onDestruction = [] { ZV_ASSERT(3 < 2); };
     world.nodes.clear();
     EXPECT_THROW(world.tree = nullptr, AssertionFailed);
     EXPECT_TRUE(world.tree.isNull());
-    Log gone = world.takeLog();
+    Lines gone = world.takeLog();
     std::sort(gone.begin(), gone.end());
-    EXPECT_EQ(gone, (Log{"A gone", "B gone", "C gone", "R gone"}));
+    EXPECT_EQ(gone, (Lines{"A gone", "B gone", "C gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, WhatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
+TEST_F(DevSeqTreeTest, ThrowsTheFirstOfSeveralExceptionsAfterDestroyingAll)
 {
     build();
     for (auto const &[name, device] : world.devices)
@@ -681,17 +679,17 @@ TEST_F(DevSeqTreeTest, WhatSeveralDestructorsThrowComesOutWhenAllHaveEnded)
     } catch (std::runtime_error const &failure) {
         EXPECT_STREQ(failure.what(), "C");
     }
-    EXPECT_EQ(world.takeLog(), (Log{"C gone", "A gone", "B gone", "R gone"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"C gone", "A gone", "B gone", "R gone"}));
 }
 
-TEST_F(DevSeqTreeTest, ASubtreeThatJoinsNoTreeEndsWithItsHolder)
+TEST_F(DevSeqTreeTest, ASubtreeOutsideOfATreeIsDestroyedWithItsLastReference)
 {
     RCShdPtr<DevSeqTreeNode> top = world.createNode("P");
     world.child("P", "C");
     world.child("C", "G");
     world.nodes.clear();
     top = nullptr;
-    EXPECT_EQ(world.log, (Log{"G gone", "C gone", "P gone"}));
+    EXPECT_EQ(world.log, (Lines{"G gone", "C gone", "P gone"}));
 }
 
 TEST_F(DevSeqTreeTest, ANodeThatOutlivesItsParentHasNone)
@@ -700,7 +698,7 @@ TEST_F(DevSeqTreeTest, ANodeThatOutlivesItsParentHasNone)
     world.child("P", "C");
     auto const held = world.nodes["C"];
     world.nodes.clear();
-    EXPECT_EQ(world.takeLog(), Log{"P gone"});
+    EXPECT_EQ(world.takeLog(), Lines{"P gone"});
     world.root("R");
     world.tree->attach(world.nodes["R"], held);
     world.tree->processEvent(DevSeqEv::START);
@@ -717,7 +715,7 @@ TEST_F(DevSeqTreeTest, ANodeHeldBelowOneThatEndsHasNoParent)
     auto const held = world.nodes["G"];
     world.nodes.clear();
     top = nullptr; // destroys C, too
-    EXPECT_EQ(world.takeLog(), (Log{"C gone", "P gone"}));
+    EXPECT_EQ(world.takeLog(), (Lines{"C gone", "P gone"}));
     world.tree->setRoot(held);
     world.tree->processEvent(DevSeqEv::START);
     // It still sends its event to a parent, as before.
@@ -728,7 +726,7 @@ TEST_F(DevSeqTreeTest, AnAttachThatFailsChangesNothing)
 {
     world.root("R");
     RCShdPtr<DevSeqTreeNode> child = world.createNode("A");
-    int const nbFailures = ZvTest::failEachAllocation(
+    int const nbFailures = failEachAllocation(
         [&] { world.tree->attach(world.nodes["R"], child); },
         [&] {
             EXPECT_EQ(textOf(*world.tree), "( R )");
@@ -743,7 +741,7 @@ TEST_F(DevSeqTreeTest, AnAttachThatFailsChangesNothing)
     EXPECT_EQ(textOf(*world.tree), "( R ( A ) )");
 }
 
-TEST_F(DevSeqTreeTest, ADeviceThatReportsLateReportsToNobody)
+TEST_F(DevSeqTreeTest, ALateReportOfADeviceIsDropped)
 {
     build();
     start();
@@ -776,7 +774,7 @@ TEST_F(DevSeqTreeTest, AFactoryOfNotificationsKeepsItsTreeAlive)
     SeqANOFactory const factory(world.tree);
     world.nodes.clear();
     world.tree = nullptr;
-    EXPECT_EQ(world.log, Log());
+    EXPECT_EQ(world.log, Lines());
     ObjPtr<DevClonableANO> const notification = factory.create("R", DevSeqEv::START);
     notification->performExecute();
     EXPECT_EQ(world.log.at(0), "R start");
@@ -795,8 +793,8 @@ TEST_F(DevSeqTreeTest, ATreeThatEndsWaitsForTheReportThatIsBeingDelivered)
     // Another thread delivers R's report, and waits in R's getMark until the destructor of the tree
     // is about to run.
     ObjPtr<DevClonableANO> const report = SeqANOFactory(world.tree).create("R", DevSeqEv::LOCK);
-    ZvTest::Latch isInside(1);
-    ZvTest::Latch mayLeave(1);
+    Latch isInside(1);
+    Latch mayLeave(1);
     bool hasLeft = false;
     world.devices["R"]->onMark = [&] {
         isInside.count_down();
@@ -846,3 +844,4 @@ TEST_F(DevSeqTreeTest, DeliveriesOfTwoThreadsTakeTurns)
 }
 
 } // namespace
+} // namespace ZvTest

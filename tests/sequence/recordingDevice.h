@@ -6,6 +6,7 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
+#include "testing/journal.h"
 
 #include <functional>
 #include <map>
@@ -13,9 +14,7 @@
 #include <string>
 #include <vector>
 
-namespace Testing {
-
-using Log = std::vector<std::string>;
+namespace ZvTest {
 
 inline std::string textOf(Zv::DtTime const &time)
 {
@@ -33,7 +32,7 @@ inline Zv::DtTimeMark markAt(double reference)
 class RecordingProtocol : public Zv::DevMDSyncSeqPrtcl
 {
 public:
-    RecordingProtocol(std::string name, Log &log) : _name(std::move(name)), _log(log) {}
+    RecordingProtocol(std::string name, Lines &log) : _name(std::move(name)), _log(log) {}
 
     void performStart(Zv::ObjPtr<Zv::DevACO> aco, Zv::ObjPtr<Zv::DevANO> recovery,
                       Zv::ObjPtr<Zv::DevANO> abortion) override
@@ -98,7 +97,7 @@ private:
     }
 
     std::string _name;
-    Log &_log;
+    Lines &_log;
     Zv::ObjPtr<Zv::DevACO> _aco;
     Zv::ObjPtr<Zv::DevANO> _recover;
     Zv::ObjPtr<Zv::DevANO> _abort;
@@ -162,13 +161,13 @@ public:
 
     std::string state(std::string const &name) { return tree->getState(name.c_str()).getChars(); }
     /// Returns the lines of the log since the last call.
-    Log takeLog() { return std::exchange(log, {}); }
+    Lines takeLog() { return std::exchange(log, {}); }
 
-    Log log;
+    Lines log;
     Zv::RCShdPtr<Zv::DevSeqTree> tree;
     Zv::RCShdPtr<Zv::DevMgrFifo> fifo;
     std::map<std::string, RecordingProtocol *> devices;
     std::map<std::string, Zv::RCShdPtr<Zv::DevSeqTreeNode>> nodes;
 };
 
-} // namespace Testing
+} // namespace ZvTest

@@ -13,7 +13,10 @@
 #include <unordered_set>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 struct Log
@@ -267,7 +270,7 @@ void expectThatTheOldObjectFindsItself(Assign const &assign)
         pointer->pointer = &pointer;
 }
 
-TEST(RCShdPtr, EveryAssignmentLetsGoOfTheOldObjectBeforeItTakesTheNewOne)
+TEST(RCShdPtr, EveryAssignmentReleasesTheOldObjectBeforeItTakesTheNewOne)
 {
     expectThatTheOldObjectFindsItself([](RCShdPtr<Looking> &pointer) {
         RCShdPtr<Looking> other(new Looking);
@@ -294,7 +297,7 @@ struct Link : RCBase<LkCounter<long>>
     RCShdPtr<Link> next;
 };
 
-TEST(RCShdPtr, WhatLivesOnlyThroughTheOldObjectIsMovedToThePointer)
+TEST(RCShdPtr, CanBeAssignedAMemberOfItsOldObject)
 {
     RCShdPtr<Link> first(new Link);
     first->next = makeShd<Link>();
@@ -304,7 +307,7 @@ TEST(RCShdPtr, WhatLivesOnlyThroughTheOldObjectIsMovedToThePointer)
     EXPECT_TRUE(first.isUnique());
 }
 
-TEST(RCShdPtr, GoesToAStandardThreadInAFunction)
+TEST(RCShdPtr, CanBePassedToAStandardThread)
 {
     Log log;
     RCShdPtr<Shared> const shared(new Shared(log, 3));
@@ -398,7 +401,7 @@ TEST(RCShdEngPtr, DestroyDeletesByDefault)
     EXPECT_THROW(static_cast<void>(*null), RCEx::ExNullPtr);
 }
 
-TEST(RCShdEngPtr, TellsWhetherItIsTheOnlyOne)
+TEST(RCShdEngPtr, ReportsWhetherItIsTheOnlyOne)
 {
     Log log;
     RCShdEngPtr<PlainEngine<int>> null;
@@ -568,4 +571,4 @@ TEST(ObjPtr, PassedByValueIsNullInTheCaller)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -7,9 +7,11 @@
 #include <memory>
 #include <string>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
 
 /// Throws the exception, catches it as each of its base classes, and returns its reason.
 template <class Exception, class... Arguments>
@@ -55,7 +57,7 @@ TEST(DevMgrExTest, ADetailIsTheWholeReason)
     EXPECT_EQ(reasonOf<DevMgrEx::StreamsNotCompatible>("too wide"), "too wide");
 }
 
-TEST(DevMgrExTest, WithoutADetailTheFixedTextStands)
+TEST(DevMgrExTest, WithoutADetailHasTheFixedText)
 {
     char const * const none = nullptr;
     EXPECT_EQ(reasonOf<DevMgrEx::ConfigSyntaxError>(none), "Configuration string Syntax error.");
@@ -94,3 +96,4 @@ TEST(DevMgrExTest, TheThrowingPlaceIsKept)
 }
 
 } // namespace
+} // namespace ZvTest

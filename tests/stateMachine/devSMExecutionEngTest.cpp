@@ -13,9 +13,12 @@
 #include <stdexcept>
 #include <string>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
+
+namespace {
+
 using Names = Vector<LiString>;
 using Log = std::vector<std::string>;
 
@@ -202,7 +205,7 @@ TEST_F(DevSMExecutionEngTest, TheFirstConditionThatHoldsWins)
     EXPECT_EQ(stateName(), "b");
 }
 
-TEST_F(DevSMExecutionEngTest, ConditionsAreAskedOneByOne)
+TEST_F(DevSMExecutionEngTest, ConditionsAreEvaluatedOneByOne)
 {
     script.conditions["second"] = [] { return true; };
     engine->execute(Y);
@@ -217,7 +220,7 @@ TEST_F(DevSMExecutionEngTest, TheLastCandidateIsTakenWithoutAQuestion)
     EXPECT_EQ(stateName(), "b");
 }
 
-TEST_F(DevSMExecutionEngTest, TheConditionOfALastCandidateIsNotAsked)
+TEST_F(DevSMExecutionEngTest, TheConditionOfALastCandidateIsNotEvaluated)
 {
     Script asked;
     asked.conditions = script.conditions;
@@ -265,7 +268,7 @@ TEST_F(DevSMExecutionEngTest, AFailedChosenTransitionLeadsToExc)
     EXPECT_EQ(stateName(), "_exc");
 }
 
-TEST_F(DevSMExecutionEngTest, WhatIsNoExBaseBreaksTheEngine)
+TEST_F(DevSMExecutionEngTest, AnExceptionOtherThanAnExBaseBreaksTheEngine)
 {
     script.bodies["t"] = [] { throw std::runtime_error("lost"); };
     EXPECT_THROW(engine->execute(X), std::runtime_error);
@@ -288,7 +291,7 @@ TEST_F(DevSMExecutionEngTest, AFailedAssertionBreaksTheEngine)
     EXPECT_THROW(engine->execute(X), DevMgrEx::SMExecutionError);
 }
 
-TEST_F(DevSMExecutionEngTest, AnIllegalEventTellsOnlyAtTheNextOne)
+TEST_F(DevSMExecutionEngTest, AnIllegalEventIsReportedAtTheNextOne)
 {
     engine->execute(X);
     EXPECT_NO_THROW(engine->execute(Y));
@@ -430,7 +433,7 @@ TEST(DevSMExecutionEngTableTest, ATransitionInPlaceOfACheckIsRun)
     EXPECT_EQ(engine->getStatus(), 0);
 }
 
-TEST(DevSMExecutionEngTableTest, DeadEndsAreToldByTheirNames)
+TEST(DevSMExecutionEngTableTest, DeadEndsAreReportedByName)
 {
     for (char const * const name : {"_ill", "_exc"}) {
         Crafted crafted;
@@ -518,7 +521,7 @@ TEST(DevSMExecutionEngTableTest, AChoiceAfterAChoiceFindsItsOwnEvents)
     EXPECT_EQ(engine->getStatus(), 0);
 }
 
-TEST(DevSMExecutionEngTableTest, WhatFailsAtTheEndOfTransitionsComesOutWhenAllHaveEnded)
+TEST(DevSMExecutionEngTableTest, ThrowsWhatATransitionsDestructorThrewAfterDestroyingAll)
 {
     class Failing : public DevSMConditionalTransition
     {
@@ -563,3 +566,4 @@ TEST(DevSMExecutionEngTableTest, WhatFailsAtTheEndOfTransitionsComesOutWhenAllHa
 }
 
 } // namespace
+} // namespace ZvTest

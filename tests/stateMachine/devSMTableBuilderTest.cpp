@@ -1,16 +1,18 @@
 #include "resmgt/deviceManager/stateMachine/devSMTableBuilder.h"
 
-#include "failing.h"
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
-using Testing::failedAssertion;
+
+namespace {
+
 using Names = Vector<LiString>;
 
 struct Declaration
@@ -125,7 +127,7 @@ TEST(DevSMTableBuilderTest, TransitionsOfAPairAddUpAndANextStateIsOverwritten)
     EXPECT_EQ(builder.getState("s", "t"), "c");
 }
 
-TEST(DevSMTableBuilderTest, WhatWasNotDeclaredIsAnAssertion)
+TEST(DevSMTableBuilderTest, AnUndeclaredNameFailsAnAssertion)
 {
     DevSMTableBuilder builder;
     EXPECT_EQ(failedAssertion([&] { (void)builder.getTransitions("s", "e"); }),
@@ -326,7 +328,7 @@ TEST(DevSMTableBuilderTest, NamesOfTheExpansionsOwnFormAreFound)
     EXPECT_EQ(failedAssertion([&] { both.expand(); }), "1 == tv.size()");
 }
 
-TEST(DevSMTableBuilderTest, NamesThatOnlyTheSeparatorTellsApartAreFound)
+TEST(DevSMTableBuilderTest, NamesThatDifferOnlyBySeparatorsAreFound)
 {
     DevSMTableBuilder single;
     declare(single, {"a", "a:b"}, {"b:c", "c"}, {"t"}, {{"a", "b:c", "t", "a"}});
@@ -440,3 +442,4 @@ TEST(DevSMTableBuilderTest, DumpsTheExpandedMachineBehindIt)
 }
 
 } // namespace
+} // namespace ZvTest

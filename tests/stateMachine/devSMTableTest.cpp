@@ -1,17 +1,19 @@
 #include "resmgt/deviceManager/stateMachine/devSMTable.h"
 
-#include "failing.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "testing/failures.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
-namespace {
+namespace ZvTest {
 
 using namespace Zv;
-using Testing::failedAssertion;
+
+namespace {
+
 using Names = Vector<LiString>;
 using Desc = DevSMTable::ConditionalTransitionDesc;
 
@@ -55,7 +57,7 @@ TEST(DevSMTableTest, CountsAndDomains)
     EXPECT_FALSE(table->isTransition(-1));
 }
 
-TEST(DevSMTableTest, WhatTheExpansionAddedIsNotPrimary)
+TEST(DevSMTableTest, AdditionsOfTheExpansionAreNotPrimary)
 {
     auto const table = Parts().create();
     EXPECT_TRUE(table->isPrimaryState(1));
@@ -142,7 +144,7 @@ TEST(DevSMTableTest, TheFirstOfEqualNamesIsFound)
     EXPECT_EQ(table->getTransition(LiString("_exc")), 3);
 }
 
-TEST(DevSMTableTest, PrimaryTransitionsAreThoseThatNobodyElseNames)
+TEST(DevSMTableTest, PrimaryTransitionsExcludeConditionalAndAuxiliaryOnes)
 {
     auto const table = Parts().create();
     EXPECT_EQ(table->getPrimaryTransitions(), (Names{"a", "b"}));
@@ -154,7 +156,7 @@ TEST(DevSMTableTest, PrimaryTransitionsAreThoseThatNobodyElseNames)
     EXPECT_EQ(descs[0].events, (Names{"_ce(a)", "y"}));
 }
 
-TEST(DevSMTableTest, EachPrimaryListIsWhereItsFullListBegins)
+TEST(DevSMTableTest, EachFullListBeginsWithItsPrimaryList)
 {
     Parts states;
     states.primaryStates = {"off"};
@@ -219,3 +221,4 @@ TEST(DevSMTableTest, AMachineWithoutChoicesDumpsNone)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -4,7 +4,7 @@
 #include <future>
 #include <sstream>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -286,7 +286,7 @@ TEST(Supervisor, DeviceThatRecoversWhileItStopsIsAborted)
     EXPECT_EQ(stage.world->count("abort a"), 1);
 }
 
-TEST(Supervisor, DeviceThatAbortsByItselfKeepsNobodyFromStopping)
+TEST(Supervisor, ADeviceThatAbortsByItselfLetsTheOthersStop)
 {
     for (char const *name : {"root", "a", "b", "c"}) {
         Stage stage(TREE);
@@ -356,7 +356,7 @@ TEST(Supervisor, DeviceFailsIfItThrowsFromAnyCall)
     }
 }
 
-TEST(Supervisor, StopGoesOverToTheAbortAtOnceIfADeviceCanNeverStop)
+TEST(Supervisor, StopBecomesAnAbortAtOnceIfADeviceCanNeverStop)
 {
     Stage stage(TREE);
     stage["b"].manners["start"] = Manner::THROWS_OTHER;
@@ -376,7 +376,7 @@ TEST(Supervisor, StopGoesOverToTheAbortAtOnceIfADeviceCanNeverStop)
     EXPECT_LT(placeOf("abort a"), placeOf("abort root"));
 }
 
-TEST(Supervisor, LateReportsReachNobody)
+TEST(Supervisor, LateReportsAreDropped)
 {
     Stage stage("( root ( a ) )");
     stage["a"].manners["abort"] = Manner::SILENT;
@@ -412,7 +412,7 @@ TEST(Supervisor, LateAnswerToAnEarlierStepIsNoAnswerToTheAbort)
     EXPECT_EQ(endsOf(aborted.get()), "aborted");
 }
 
-TEST(Supervisor, DeviceThatHangsInACallCostsNobodyElseAnything)
+TEST(Supervisor, ADeviceThatHangsInACallDoesNotAffectTheOthers)
 {
     Stage stage("( root ( a b ) )");
     stage["a"].manners["start"] = Manner::HANGS;
@@ -532,7 +532,7 @@ private:
     Function _function;
 };
 
-TEST(Supervisor, ObserverIsToldOfEachStateInOrder)
+TEST(Supervisor, ObserverIsNotifiedOfEachStateInOrder)
 {
     Stage stage("( root ( a ) )");
     stage.create();
@@ -541,7 +541,7 @@ TEST(Supervisor, ObserverIsToldOfEachStateInOrder)
     stage.supervisor->start();
     EXPECT_TRUE(stage.supervisor->waitLocked(LONG));
     stage.supervisor->abort(LONG);
-    stage.supervisor = nullptr; // the observer has been told of the last states after that
+    stage.supervisor = nullptr; // after that the observer has got the last states
     Lines told;
     for (std::string const &line : stage.world->getJournal())
         if (line[0] == '=')
@@ -561,7 +561,7 @@ TEST(Supervisor, ShorterLimitBringsTheTurnsOfTheDevicesForward)
     EXPECT_EQ(endsOf(stage.supervisor->abort(1)), "aborted silent");
 }
 
-TEST(Supervisor, ObserverIsToldOfTheFailureOfADevice)
+TEST(Supervisor, ObserverIsNotifiedOfTheFailureOfADevice)
 {
     class FailureObserver : public DevSeqObserver
     {
@@ -587,7 +587,7 @@ TEST(Supervisor, ObserverIsToldOfTheFailureOfADevice)
     stage.supervisor->start();
     EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqDeviceFailed);
     stage.supervisor->stop(LONG);
-    stage.supervisor = nullptr; // the observer has been told of the last failure after that
+    stage.supervisor = nullptr; // after that the observer has got the last failure
     Lines told;
     for (std::string const &line : stage.world->getJournal())
         if (line[0] == '=')
@@ -741,7 +741,7 @@ TEST(Supervisor, TakesDurationsAndStrangeLimits)
     EXPECT_EQ(endsOf(stage.supervisor->stop(1min, 1min)), "stopped");
 }
 
-TEST(Supervisor, TakesNoDeviceWhoseOpeningHasFailed)
+TEST(Supervisor, TakesNoDeviceThatFailedToOpen)
 {
     Stage stage("( root ( a ) )");
     stage["a"].manners["open"] = Manner::THROWS;
@@ -767,3 +767,4 @@ TEST(Supervisor, RefusesBadStrings)
 }
 
 } // namespace
+} // namespace ZvTest

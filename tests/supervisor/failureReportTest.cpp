@@ -5,7 +5,7 @@
 
 #include <sstream>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -36,7 +36,7 @@ TEST(FailureOfASupervisedDevice, NamesTheStateAndTheCall)
         stage.supervisor->start();
         EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqDeviceFailed);
         stage.supervisor->stop(LONG);
-        stage.supervisor = nullptr; // the observer has been told of everything
+        stage.supervisor = nullptr; // the observer has got all reports
         std::string const expected = std::string("= device a: event \"") + call;
         std::string noted;
         for (std::string const &line : stage.world->getJournal())
@@ -67,3 +67,4 @@ TEST(FailureOfASupervisedDevice, IsTracedWhenItHappens)
 }
 
 } // namespace
+} // namespace ZvTest

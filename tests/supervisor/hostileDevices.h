@@ -3,6 +3,8 @@
 
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
+#include "testing/failures.h"
+#include "testing/journal.h"
 
 #include <gtest/gtest.h>
 
@@ -24,7 +26,6 @@
 namespace ZvTest {
 
 using namespace Zv;
-using Lines = std::vector<std::string>;
 using End = DevSeqDeviceStatus::End;
 using Phase = DevSeqStatus::Phase;
 
@@ -109,7 +110,7 @@ public:
         std::unique_lock guard(_mutex);
         _changed.wait(guard, [this] { return _mayGoOn; });
     }
-    /// Lets the slow devices go on.
+    /// Lets the slow devices continue.
     void goOn()
     {
         std::lock_guard const guard(_mutex);
@@ -394,7 +395,7 @@ private:
     std::vector<std::thread> _threads;
 };
 
-/// A manager with hostile devices. Its destructor lets the devices that hang go on.
+/// A manager with hostile devices. Its destructor lets hanging devices continue.
 template <class Device>
 class StageOf
 {
@@ -541,17 +542,6 @@ std::string thrownBy(Call call)
         return std::to_string(number);
     }
     return "";
-}
-
-template <class Exception, class Call>
-std::string reasonOf(Call call)
-{
-    try {
-        call();
-    } catch (Exception const &exception) {
-        return exception.getReason();
-    }
-    return "nothing was thrown";
 }
 
 } // namespace ZvTest

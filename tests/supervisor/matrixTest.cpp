@@ -6,7 +6,7 @@
 #include <future>
 #include <type_traits>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -293,7 +293,7 @@ struct Case
         }
     }
 
-    /// Lets the devices that hang go on. They find nothing to do.
+    /// Lets the hanging devices continue. They have nothing to do.
     void letGo()
     {
         stage->world->end();
@@ -392,3 +392,4 @@ TEST(MatrixCells, RunOrHaveAReason)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -7,7 +7,7 @@
 #include <initializer_list>
 #include <memory>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -239,3 +239,4 @@ TEST(DeviceThatHangs, KeepsNoOtherOpenIfTheClientLetsGo)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -3,7 +3,7 @@
 
 #include <semaphore>
 
-using namespace ZvTest;
+namespace ZvTest {
 
 namespace {
 
@@ -145,3 +145,4 @@ TEST_F(StandardDevice, AbortInEachStep)
 }
 
 } // namespace
+} // namespace ZvTest

@@ -3,7 +3,9 @@
 
 #include "resmgt/syncEngine/seClientThread.h"
 #include "resmgt/syncEngine/seSourceProtocol.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
+#include "testing/journal.h"
 #include "zvbase/assertions.h"
 
 #include <atomic>
@@ -22,39 +24,6 @@ namespace ZvTest {
 
 using namespace Zv;
 
-/// A list of what happened, in order. Thread-safe.
-class Record
-{
-public:
-    void note(std::string const &what)
-    {
-        std::lock_guard const guard(_mutex);
-        _text += what + ';';
-        _changed.notify_all();
-    }
-    std::string get() const
-    {
-        std::lock_guard const guard(_mutex);
-        return _text;
-    }
-    std::string take()
-    {
-        std::lock_guard const guard(_mutex);
-        return std::exchange(_text, {});
-    }
-    /// Blocks until the record is exactly this text. If it becomes another one, never returns.
-    void await(std::string const &text) const
-    {
-        std::unique_lock guard(_mutex);
-        _changed.wait(guard, [&] { return _text == text; });
-    }
-
-private:
-    mutable std::mutex _mutex;
-    mutable std::condition_variable _changed;
-    std::string _text;
-};
-
 /// A source that beats when the test calls `beat`.
 class ScriptedSource : public SeSourceProtocol
 {
@@ -63,13 +32,13 @@ public:
 
     void start() override
     {
-        record.note("start");
+        record.add("start");
         if (onStart)
             onStart();
     }
     void stop() override
     {
-        record.note("stop");
+        record.add("stop");
         if (onStop)
             onStop();
     }
@@ -124,7 +93,7 @@ public:
         return _thread;
     }
 
-    Record record;
+    Journal record;
     std::function<void()> onStart;
     std::function<void()> onStop;
 
@@ -166,7 +135,7 @@ public:
         waitUntilAsleep(_thread);
     }
 
-    Record record;
+    Journal record;
     std::function<bool(std::uint32_t, int)> onSync;
     int *nbDestroyed = nullptr;
     std::function<void()> onDestruction;
@@ -174,15 +143,15 @@ public:
 protected:
     void performStart() override
     {
-        record.note("start");
+        record.add("start");
         _thread = threadNumber();
     }
     bool performSync(std::uint32_t count, int late) override
     {
-        record.note(std::to_string(count) + ' ' + std::to_string(late));
+        record.add(std::to_string(count) + ' ' + std::to_string(late));
         return onSync && onSync(count, late);
     }
-    void performEnd() override { record.note("end"); }
+    void performEnd() override { record.add("end"); }
 
 private:
     std::atomic<long> _thread = 0;
@@ -208,16 +177,6 @@ inline bool isHeldUp(std::function<void()> const &action, std::function<void()> 
     end.release();
     thread.join();
     return wasHeldUp;
-}
-
-inline std::string failedExpression(std::function<void()> const &action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return "nothing failed";
 }
 
 } // namespace ZvTest

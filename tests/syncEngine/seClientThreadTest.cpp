@@ -6,7 +6,7 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "scripted.h"
-#include "threadHook.h"
+#include "testing/threadHook.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -110,7 +110,7 @@ protected:
         _client->performExecute(_thread.get());
         EXPECT_TRUE(_jumps.empty());
         clear();
-        return _client->record.take();
+        return _client->record.takeText();
     }
     void setupWith(Priority *generator, LkMutex *lock, LkPulse *condition, std::uint32_t *count)
     {
@@ -203,7 +203,7 @@ TEST_F(SeClientThreadTest, BeatsThatComeDuringTheWorkAreNotSleptThrough)
     EXPECT_EQ(_waits, "llnnn");
 }
 
-TEST_F(SeClientThreadTest, TheCountGoesRound)
+TEST_F(SeClientThreadTest, TheCountWrapsAround)
 {
     _count = 0xFFFFFFFD;
     EXPECT_EQ(run(1, {1, 1, 1, 1, 2}), "start;4294967294 0;4294967295 0;0 0;1 0;3 1;end;");
@@ -244,13 +244,13 @@ TEST_F(SeClientThreadTest, EndsByItself)
     setUp(1);
     _jumps = {1, 1, 1, 1};
     _client->performExecute(_thread.get());
-    EXPECT_EQ(_client->record.get(), "start;1001 0;1002 0;end;");
+    EXPECT_EQ(_client->record.getText(), "start;1001 0;1002 0;end;");
     EXPECT_EQ(_jumps.size(), 2U);
     takeLockElsewhere();
     clear();
 }
 
-TEST_F(SeClientThreadTest, AStopThatComesDuringTheWorkIsTheEnd)
+TEST_F(SeClientThreadTest, AStopDuringTheWorkEndsTheThread)
 {
     _client->onSync = [this](std::uint32_t, int) {
         _client->performStop(_thread.get());
@@ -259,7 +259,7 @@ TEST_F(SeClientThreadTest, AStopThatComesDuringTheWorkIsTheEnd)
     setUp(1);
     _jumps = {1, 1, 1};
     _client->performExecute(_thread.get());
-    EXPECT_EQ(_client->record.get(), "start;1001 0;end;");
+    EXPECT_EQ(_client->record.getText(), "start;1001 0;end;");
     EXPECT_EQ(_waits, "l");
     clear();
 }
@@ -269,20 +269,20 @@ TEST_F(SeClientThreadTest, AStopThatCameBeforeTheFirstWaitIsTheEnd)
     setUp(1);
     _client->performStop(_thread.get());
     _client->performExecute(_thread.get());
-    EXPECT_EQ(_client->record.take(), "start;end;");
+    EXPECT_EQ(_client->record.takeText(), "start;end;");
     EXPECT_EQ(_waits, "");
     clear();
     EXPECT_EQ(run(1, {1}), "start;1001 0;end;"); // set up anew, it is forgotten
 }
 
-TEST_F(SeClientThreadTest, WhatTheWorkThrowsComesOutWithoutTheLock)
+TEST_F(SeClientThreadTest, ThrowsWhatTheWorkThrowsWithoutTheLock)
 {
     _client->onSync = [](std::uint32_t, int) -> bool { throw std::runtime_error("no picture"); };
     setUp(1);
     _jumps = {1};
     EXPECT_THROW(_client->performExecute(_thread.get()), std::runtime_error);
     takeLockElsewhere();
-    EXPECT_EQ(_client->record.get(), "start;1001 0;");
+    EXPECT_EQ(_client->record.getText(), "start;1001 0;");
     clear();
 }
 
@@ -290,21 +290,21 @@ TEST_F(SeClientThreadTest, IsSetUpWhenItIsFreeAndClearedWhenItIsNot)
 {
     std::string const expected = "generator ? ( _lock == 0 && _condition == 0 && _count == 0 ) : ( "
                                  "_lock != 0 && _condition != 0 && _count != 0 )";
-    EXPECT_EQ(failedExpression([&] { clear(); }), expected);
+    EXPECT_EQ(failedAssertion([&] { clear(); }), expected);
     setUp(3);
     EXPECT_EQ(_client->getDivisorNoLock(), 3);
-    EXPECT_EQ(failedExpression([&] { setUp(4); }), expected);
+    EXPECT_EQ(failedAssertion([&] { setUp(4); }), expected);
     EXPECT_EQ(_client->getDivisorNoLock(), 3);
     clear();
     EXPECT_EQ(_client->getDivisorNoLock(), 0);
-    EXPECT_EQ(failedExpression([&] { clear(); }), expected);
+    EXPECT_EQ(failedAssertion([&] { clear(); }), expected);
     // Each of the three counts.
     for (int missing = 0; missing != 3; ++missing) {
         setupWith(&_generator, missing == 0 ? nullptr : &_mutex, missing == 1 ? nullptr : &_pulse,
                   missing == 2 ? nullptr : &_count);
-        EXPECT_EQ(failedExpression([&] { clear(); }), expected) << missing;
-        EXPECT_EQ(failedExpression([&] { setUp(1); }), expected) << missing;
-        EXPECT_EQ(failedExpression([&] { _client->performExecute(_thread.get()); }),
+        EXPECT_EQ(failedAssertion([&] { clear(); }), expected) << missing;
+        EXPECT_EQ(failedAssertion([&] { setUp(1); }), expected) << missing;
+        EXPECT_EQ(failedAssertion([&] { _client->performExecute(_thread.get()); }),
                   "_lock && _condition && _count")
             << missing;
         _thread.reset();
@@ -322,9 +322,9 @@ TEST_F(SeClientThreadTest, KnowsItsThreadWhileItIsAttached)
 
 TEST_F(SeClientThreadTest, DoesNotRunWithoutAGenerator)
 {
-    EXPECT_EQ(failedExpression([&] { _client->performExecute(_thread.get()); }),
+    EXPECT_EQ(failedAssertion([&] { _client->performExecute(_thread.get()); }),
               "_lock && _condition && _count");
-    EXPECT_EQ(_client->record.get(), "start;");
+    EXPECT_EQ(_client->record.getText(), "start;");
 }
 
 TEST_F(SeClientThreadTest, StaysBelowItsGenerator)

@@ -61,7 +61,7 @@ TEST_F(SeSourceClockTest, ACoarseTimerSetsTheDefault)
     EXPECT_EQ(SeSourceClock::getDefaultInterval(), 0.01);
 }
 
-TEST_F(SeSourceClockTest, NoIntervalGoesBelowTheResolution)
+TEST_F(SeSourceClockTest, NoIntervalIsBelowTheResolution)
 {
     double const resolution = PeriodicTimer::getResolution();
     for (double interval :

@@ -1,7 +1,5 @@
 #include "resmgt/syncEngine/seSyncEngine.h"
 
-#include "aborted.h"
-#include "askingStream.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/syncEngine/seGeneratorThread.private.h"
 #include "resmgt/syncEngine/seSourceProtocol.h"
@@ -11,8 +9,10 @@
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "scripted.h"
-#include "threadExtensions/asleep.h"
-#include "threadExtensions/refusedThreads.h"
+#include "testing/aborted.h"
+#include "testing/askingStream.h"
+#include "testing/asleep.h"
+#include "testing/refusedThreads.h"
 #include "threads/threadTesting.h"
 #include "zvbase/rcEx.h"
 
@@ -118,18 +118,18 @@ TEST_F(SeGeneratorThreadTest, StartsTheSourceBeforeTheFirstBeatAndStopsItAfterTh
     EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
     start();
     _source.awaitWaits(1);
-    EXPECT_EQ(_source.record.get(), "start;");
+    EXPECT_EQ(_source.record.getText(), "start;");
     EXPECT_NE(_source.getThread(), threadNumber());
     EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
     beat();
     EXPECT_TRUE(isState(SeGeneratorThread::BEATING));
     beat();
-    EXPECT_EQ(_source.record.get(), "start;");
+    EXPECT_EQ(_source.record.getText(), "start;");
     _thread->stop();
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
     _source.beat(); // to see it
     _thread->join();
-    EXPECT_EQ(_source.record.get(), "start;stop;");
+    EXPECT_EQ(_source.record.getText(), "start;stop;");
     EXPECT_EQ(_source.getNbWaits(), 4 - 1);
 }
 
@@ -190,14 +190,15 @@ TEST_F(SeGeneratorThreadTest, ARemovalLeavesTheWakingToTheNextBeat)
     startBeating();
     ScriptedClient * const other = add(1);
     ScriptedClient * const client = add(1);
-    EXPECT_TRUE(isHeldUp(
-        [&] { ObjPtr<SeClientThread> const back(_generator->removeClient(client)); },
-        [&] {
-            other->awaitAsleep();
-            EXPECT_EQ(other->record.get(), "start;") << "in its rounds of grace, any pulse counts";
-            beat();
-        }));
-    other->record.await("start;2 0;2 0;");
+    EXPECT_TRUE(
+        isHeldUp([&] { ObjPtr<SeClientThread> const back(_generator->removeClient(client)); },
+                 [&] {
+                     other->awaitAsleep();
+                     EXPECT_EQ(other->record.getText(), "start;")
+                         << "in its rounds of grace, any pulse counts";
+                     beat();
+                 }));
+    other->record.awaitText("start;2 0;2 0;");
 }
 
 TEST_F(SeGeneratorThreadTest, DestroysItsClientsWithoutItsLock)
@@ -211,7 +212,7 @@ TEST_F(SeGeneratorThreadTest, DestroysItsClientsWithoutItsLock)
     EXPECT_TRUE(isStopping);
 }
 
-TEST_F(SeGeneratorThreadTest, AClientWhoseDestructorThrowsKeepsNothingFromTheOthers)
+TEST_F(SeGeneratorThreadTest, AThrowingDestructorOfAClientDoesNotAffectTheOthers)
 {
     int nbDestroyed = 0;
     for (int i = 0; i != 3; ++i) {
@@ -225,17 +226,17 @@ TEST_F(SeGeneratorThreadTest, AClientWhoseDestructorThrowsKeepsNothingFromTheOth
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
 }
 
-TEST_F(SeGeneratorThreadTest, TheFirstBeatReachesNobody)
+TEST_F(SeGeneratorThreadTest, TheFirstBeatReachesNoClient)
 {
     ScriptedClient * const client = add(1);
     startBeating();
     EXPECT_TRUE(isState(SeGeneratorThread::BEATING));
     beat();
-    client->record.await("start;2 0;2 0;"); // the wake-ups of grace, from the first pulse on
+    client->record.awaitText("start;2 0;2 0;"); // the wake-ups of grace, from the first pulse on
     beat();
-    client->record.await("start;2 0;2 0;3 0;");
+    client->record.awaitText("start;2 0;2 0;3 0;");
     beat();
-    client->record.await("start;2 0;2 0;3 0;4 0;");
+    client->record.awaitText("start;2 0;2 0;3 0;4 0;");
 }
 
 TEST_F(SeGeneratorThreadTest, AFirstCountOfZeroIsAFault)
@@ -243,8 +244,8 @@ TEST_F(SeGeneratorThreadTest, AFirstCountOfZeroIsAFault)
     ScriptedSource source;
     source.beat(0);
     SeGeneratorThread generator(source);
-    EXPECT_EQ(failedExpression([&] { generator.performExecute(_thread.get()); }), "last != 0");
-    EXPECT_EQ(source.record.get(), "start;");
+    EXPECT_EQ(failedAssertion([&] { generator.performExecute(_thread.get()); }), "last != 0");
+    EXPECT_EQ(source.record.getText(), "start;");
 }
 
 TEST_F(SeGeneratorThreadTest, EachClientHasItsDivisor)
@@ -253,16 +254,16 @@ TEST_F(SeGeneratorThreadTest, EachClientHasItsDivisor)
     ScriptedClient * const third = add(3);
     startBeating();
     beat();
-    each->record.await("start;2 0;2 0;");
+    each->record.awaitText("start;2 0;2 0;");
     third->awaitAsleep();
     std::string expected = "start;2 0;2 0;";
     for (int count = 3; count != 9; ++count) {
         beat();
         expected += std::to_string(count) + " 0;";
-        each->record.await(expected);
+        each->record.awaitText(expected);
         third->awaitAsleep();
     }
-    third->record.await("start;3 0;6 0;");
+    third->record.awaitText("start;3 0;6 0;");
 }
 
 TEST_F(SeGeneratorThreadTest, AClientOfABeatingGeneratorIsGivenItsRoundsOfGraceAtOnce)
@@ -270,11 +271,11 @@ TEST_F(SeGeneratorThreadTest, AClientOfABeatingGeneratorIsGivenItsRoundsOfGraceA
     ScriptedClient * const first = add(1);
     startBeating();
     beat();
-    first->record.await("start;2 0;2 0;");
+    first->record.awaitText("start;2 0;2 0;");
     ScriptedClient * const second = add(1);
-    second->record.await("start;2 0;2 0;");
+    second->record.awaitText("start;2 0;2 0;");
     beat();
-    second->record.await("start;2 0;2 0;3 0;");
+    second->record.awaitText("start;2 0;2 0;3 0;");
 }
 
 TEST_F(SeGeneratorThreadTest, AClientThatIsBusyIsLate)
@@ -295,40 +296,40 @@ TEST_F(SeGeneratorThreadTest, AClientThatIsBusyIsLate)
     client->awaitAsleep();
     startBeating();
     beat();
-    client->record.await("start;2 0;2 0;");
+    client->record.awaitText("start;2 0;2 0;");
     beat();
     begun.acquire();
     for (int i = 0; i != 4; ++i)
         beat();
     go.release();
-    client->record.await("start;2 0;2 0;3 0;7 3;");
+    client->record.awaitText("start;2 0;2 0;3 0;7 3;");
     beat();
-    client->record.await("start;2 0;2 0;3 0;7 3;8 0;");
+    client->record.awaitText("start;2 0;2 0;3 0;7 3;8 0;");
 }
 
-TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAndCanBeAddedAgain)
+TEST_F(SeGeneratorThreadTest, ARemovedClientIsReturnedAndCanBeAddedAgain)
 {
     ScriptedClient * const client = add(1);
     startBeating();
     beat();
-    client->record.await("start;2 0;2 0;");
+    client->record.awaitText("start;2 0;2 0;");
     unsigned const nbThreads = getNbThreads();
     _source.runFree(); // the next beat ends it
     ObjPtr<SeClientThread> back(_generator->removeClient(client));
     EXPECT_EQ(back.get(), client);
     EXPECT_EQ(getNbThreads(), nbThreads - 1);
     EXPECT_FALSE(_generator->hasClient(client));
-    std::string const record = client->record.take();
+    std::string const record = client->record.takeText();
     EXPECT_EQ(record.substr(record.size() - 4), "end;");
     EXPECT_EQ(dump(client->getPriorityNoLock()).find("syncClient=SeClient"), std::string::npos);
     addAgain(back, 1);
     EXPECT_TRUE(back.isNull());
     EXPECT_TRUE(_generator->hasClient(client));
-    while (client->record.get().size() < 100)
+    while (client->record.getText().size() < 100)
         std::this_thread::yield();
 }
 
-TEST_F(SeGeneratorThreadTest, ARemovedClientComesBackAlsoWhileThePriorityGraphIsInvalid)
+TEST_F(SeGeneratorThreadTest, ARemovedClientIsReturnedEvenIfThePriorityGraphIsInvalid)
 {
     unsigned const nbThreads = getNbThreads();
     ScriptedClient * const client = add(1);
@@ -351,9 +352,9 @@ TEST_F(SeGeneratorThreadTest, AClientIsReleasedFromAGeneratorThatIsStillStarting
     start();
     _source.awaitWaits(1);
     ScriptedClient * const client = add(4);
-    client->record.await("start;");
+    client->record.awaitText("start;");
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
-    EXPECT_EQ(client->record.get(), "start;end;");
+    EXPECT_EQ(client->record.getText(), "start;end;");
     EXPECT_TRUE(isState(SeGeneratorThread::STARTING));
     EXPECT_EQ(_source.getNbWaits(), 1);
 }
@@ -365,11 +366,11 @@ TEST_F(SeGeneratorThreadTest, ARemovalDuringTheStartUsesUpTheOthersGraceAndNothi
     ScriptedClient * const other = add(1);
     ScriptedClient * const client = add(1);
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
-    other->record.await("start;0 0;0 0;");
+    other->record.awaitText("start;0 0;0 0;");
     beat(); // which reaches it, though it is the first
-    other->record.await("start;0 0;0 0;1 0;");
+    other->record.awaitText("start;0 0;0 0;1 0;");
     beat();
-    other->record.await("start;0 0;0 0;1 0;2 0;");
+    other->record.awaitText("start;0 0;0 0;1 0;2 0;");
 }
 
 TEST_F(SeGeneratorThreadTest, AClientThatHasEndedByItselfIsRemovedLikeAnyOther)
@@ -381,10 +382,10 @@ TEST_F(SeGeneratorThreadTest, AClientThatHasEndedByItselfIsRemovedLikeAnyOther)
     client->awaitAsleep();
     startBeating();
     beat();
-    client->record.await("start;2 0;end;");
+    client->record.awaitText("start;2 0;end;");
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
     EXPECT_EQ(back.get(), client);
-    EXPECT_EQ(client->record.get(), "start;2 0;end;");
+    EXPECT_EQ(client->record.getText(), "start;2 0;end;");
 }
 
 TEST_F(SeGeneratorThreadTest, AStopEndsAllClientsAndDestroysThem)
@@ -403,7 +404,7 @@ TEST_F(SeGeneratorThreadTest, AStopEndsAllClientsAndDestroysThem)
     _source.beat();
     _thread->join();
     _thread->stop();
-    EXPECT_EQ(_source.record.get(), "start;stop;");
+    EXPECT_EQ(_source.record.getText(), "start;stop;");
 }
 
 TEST_F(SeGeneratorThreadTest, IsNotStoppedBeforeItHasBeaten)
@@ -411,7 +412,7 @@ TEST_F(SeGeneratorThreadTest, IsNotStoppedBeforeItHasBeaten)
     ScriptedClient * const client = add(1);
     start();
     _source.awaitWaits(1);
-    client->record.await("start;");
+    client->record.awaitText("start;");
     std::atomic<long> stopper = 0;
     std::atomic<bool> isOver = false;
     std::thread thread([&] {
@@ -429,13 +430,13 @@ TEST_F(SeGeneratorThreadTest, IsNotStoppedBeforeItHasBeaten)
     EXPECT_TRUE(isState(SeGeneratorThread::STOPPED));
 }
 
-TEST_F(SeGeneratorThreadTest, IsDestroyedWithoutABeatWhereItWasNeverStarted)
+TEST_F(SeGeneratorThreadTest, IsDestroyedWithoutABeatIfItWasNeverStarted)
 {
     int nbDestroyed = 0;
     add(1)->nbDestroyed = &nbDestroyed;
     _thread.reset();
     EXPECT_EQ(nbDestroyed, 1);
-    EXPECT_EQ(_source.record.get(), "");
+    EXPECT_EQ(_source.record.getText(), "");
 }
 
 TEST_F(SeGeneratorThreadTest, IsNotUsedAgainAfterAStop)
@@ -445,9 +446,9 @@ TEST_F(SeGeneratorThreadTest, IsNotUsedAgainAfterAStop)
     _thread->stop();
     ObjPtr<SeClientThread> other(new ScriptedClient);
     std::string const expected = "_sourceState != STOPPING && _sourceState != STOPPED";
-    EXPECT_EQ(failedExpression([&] { addAgain(other, 1); }), expected);
+    EXPECT_EQ(failedAssertion([&] { addAgain(other, 1); }), expected);
     EXPECT_FALSE(other.isNull());
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }),
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(_generator->removeClient(client)); }),
               expected);
 }
 
@@ -455,7 +456,7 @@ TEST_F(SeGeneratorThreadTest, AClientIsAddedOnce)
 {
     ScriptedClient * const client = add(1);
     ObjPtr<SeClientThread> again(client);
-    EXPECT_EQ(failedExpression([&] { addAgain(again, 1); }), "clientThreadIter == _clients.end()");
+    EXPECT_EQ(failedAssertion([&] { addAgain(again, 1); }), "clientThreadIter == _clients.end()");
     EXPECT_EQ(again.release(), client);
 }
 
@@ -463,7 +464,7 @@ TEST_F(SeGeneratorThreadTest, AClientIsRemovedOnce)
 {
     ScriptedClient * const client = add(1);
     ObjPtr<SeClientThread> const back(_generator->removeClient(client));
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(_generator->removeClient(client)); }),
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(_generator->removeClient(client)); }),
               "clientThreadIter != _clients.end()");
 }
 
@@ -486,20 +487,20 @@ TEST_F(SeGeneratorThreadTest, IsNotDestroyedWhileItBeats)
     auto * const generator = new SeGeneratorThread(source);
     EXPECT_THROW(generator->performExecute(_thread.get()), std::runtime_error);
     EXPECT_TRUE(generator->isState(SeGeneratorThread::BEATING));
-    EXPECT_EQ(failedExpression([&] { delete generator; }),
+    EXPECT_EQ(failedAssertion([&] { delete generator; }),
               "_sourceState == STARTING || _sourceState == STOPPED");
 }
 
-TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
+TEST_F(SeGeneratorThreadTest, AClientIsDestroyedIfItsThreadCannotBeStarted)
 {
     int nbDestroyed = 0;
     ScriptedClient * const other = add(1);
-    other->record.await("start;");
+    other->record.awaitText("start;");
     ObjPtr<SeClientThread> owned(new ScriptedClient);
     static_cast<ScriptedClient *>(owned.get())->nbDestroyed = &nbDestroyed;
     unsigned const nbThreads = getNbThreads();
     refuseThread(1);
-    EXPECT_EQ(failedExpression([&] { addAgain(owned, 1); }), "threadHandle != NULL");
+    EXPECT_EQ(failedAssertion([&] { addAgain(owned, 1); }), "threadHandle != NULL");
     EXPECT_TRUE(owned.isNull());
     EXPECT_EQ(nbDestroyed, 1);
     EXPECT_EQ(getNbThreads(), nbThreads);
@@ -508,7 +509,7 @@ TEST_F(SeGeneratorThreadTest, AClientWhoseThreadCannotBeStartedIsDestroyed)
     ObjPtr<SeClientThread> const back(_generator->removeClient(other));
 }
 
-TEST_F(SeGeneratorThreadTest, StandsAboveRealTimeWorkAndAboveItsClients)
+TEST_F(SeGeneratorThreadTest, HasAHigherPriorityThanRealTimeWorkAndItsClients)
 {
     Priority &mine = _thread->getPriority();
     EXPECT_EQ(mine.getPriority(),
@@ -536,8 +537,8 @@ TEST_F(SeGeneratorThreadTest, WritesItsSourceAndItsClients)
     EXPECT_EQ(empty.str(), "Source: scripted source");
     ScriptedClient * const one = add(1, "one");
     ScriptedClient * const two = add(1, "two");
-    one->record.await("start;");
-    two->record.await("start;");
+    one->record.awaitText("start;");
+    two->record.awaitText("start;");
     std::ostringstream stream;
     _generator->dump(stream);
     std::istringstream lines(stream.str());
@@ -608,7 +609,7 @@ protected:
     }
     std::string removalFailure(SeClientThread *client)
     {
-        return failedExpression([&] { static_cast<void>(_engine->removeClient(client)); });
+        return failedAssertion([&] { static_cast<void>(_engine->removeClient(client)); });
     }
 
     SeSyncEngine *_engine = makeEngine();
@@ -642,8 +643,8 @@ TEST_F(SeSyncEngineTest, ClientsRunWithTheirSource)
     _source.beat();
     _source.awaitWaits(2);
     _source.beat();
-    client->record.await("start;2 0;2 0;");
-    stranger->record.await("start;");
+    client->record.awaitText("start;2 0;2 0;");
+    stranger->record.awaitText("start;");
 }
 
 TEST_F(SeSyncEngineTest, AskingWhetherASourceBeatsStartsItsGenerator)
@@ -656,7 +657,7 @@ TEST_F(SeSyncEngineTest, AskingWhetherASourceBeatsStartsItsGenerator)
     _source.beat();
     _source.awaitWaits(2);
     EXPECT_TRUE(_engine->isSyncGenBeating(_source));
-    EXPECT_EQ(_source.record.get(), "start;");
+    EXPECT_EQ(_source.record.getText(), "start;");
 }
 
 TEST_F(SeSyncEngineTest, WaitsUntilASourceBeats)
@@ -798,7 +799,7 @@ TEST_F(SeSyncEngineTest, OnlyClientsOfTheFirstGeneratorCanBeRemoved)
     ObjPtr<SeClientThread> const back(_engine->removeClient(first));
     EXPECT_EQ(back.get(), first);
     EXPECT_EQ(getNbGenerators(), 2);
-    while (second->record.get().size() < 100) // it goes on
+    while (second->record.getText().size() < 100) // it continues
         std::this_thread::yield();
 }
 
@@ -806,7 +807,7 @@ TEST_F(SeSyncEngineTest, AClientIsAddedOnce)
 {
     ScriptedClient * const client = add(_source);
     ObjPtr<SeClientThread> again(client);
-    EXPECT_EQ(failedExpression([&] { _engine->addClient("again", again, _source, 1); }),
+    EXPECT_EQ(failedAssertion([&] { _engine->addClient("again", again, _source, 1); }),
               "clientThreadIter == _clients.end()");
     EXPECT_EQ(again.release(), client);
 }
@@ -831,8 +832,8 @@ TEST_F(SeSyncEngineTest, AStopEndsAllGeneratorsAndLeavesTheEngineUsable)
     EXPECT_EQ(getDump(), "generators:\n");
     EXPECT_EQ(nbDestroyed, 3);
     EXPECT_EQ(getNbThreads(), nbThreads);
-    EXPECT_EQ(_source.record.get(), "start;stop;");
-    EXPECT_EQ(_other.record.get(), "start;stop;");
+    EXPECT_EQ(_source.record.getText(), "start;stop;");
+    EXPECT_EQ(_other.record.getText(), "start;stop;");
     _engine->stop();
     add(_source);
     EXPECT_EQ(getNbGenerators(), 1);
@@ -849,13 +850,13 @@ TEST_F(SeSyncEngineTest, ItsEndStopsAllGenerators)
     _source.runFree();
     destroyEngine(engine);
     EXPECT_EQ(nbDestroyed, 1);
-    EXPECT_EQ(_source.record.get(), "start;stop;");
+    EXPECT_EQ(_source.record.getText(), "start;stop;");
 }
 
-TEST_F(SeSyncEngineTest, AGeneratorWhoseThreadCannotBeStartedIsNone)
+TEST_F(SeSyncEngineTest, NoGeneratorIsKeptIfItsThreadCannotBeStarted)
 {
     refuseThread(1);
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(_engine->isSyncGenBeating(_source)); }),
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(_engine->isSyncGenBeating(_source)); }),
               "threadHandle != NULL");
     EXPECT_EQ(getNbGenerators(), 0);
     _source.runFree();
@@ -961,7 +962,7 @@ TEST_F(SeSyncEngineDeathTest, AFailureOfTheWorkEndsTheProcess)
             _source.runFree();
             std::binary_semaphore(0).acquire();
         },
-        ZvTest::aborted(), "no picture");
+        aborted(), "no picture");
 }
 
 } // namespace

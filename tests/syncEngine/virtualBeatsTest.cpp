@@ -1,7 +1,7 @@
 // Hours of beats on a clock that moves as soon as a thread waits.
 
-#include "nanosecondClock.h"
 #include "resmgt/syncEngine/seSourceProtocol.h"
+#include "testing/nanosecondClock.h"
 #include "zvbase/periodicTimer.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ using ZvTest::VirtualClock;
 
 BOOL wrapReadClock(LARGE_INTEGER *now)
 {
-    now->QuadPart = VirtualClock::current ? VirtualClock::current->now : Zv::readRealClock();
+    now->QuadPart = VirtualClock::current ? VirtualClock::current->now : ZvTest::readRealClock();
     return TRUE;
 }
 

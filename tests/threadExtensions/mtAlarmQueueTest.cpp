@@ -111,7 +111,7 @@ TEST(MtAlarmQueue, HoldsOneReferenceToEach)
         EXPECT_TRUE(alarm.isUnique());
 }
 
-TEST(MtAlarmQueue, WhatIsNoNumberComesLastAndDisturbsNobody)
+TEST(MtAlarmQueue, ANotANumberIsLastAndLeavesTheOrderOfTheOthers)
 {
     double const noNumber = std::nan("");
     MtAlarmQueue queue;

@@ -1,13 +1,15 @@
 #include "resmgt/threadExtensions/mtAlarmManager.h"
 
-#include "aborted.h"
-#include "asleep.h"
-#include "refusedThreads.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/threadExtensions/mtAlarmManagerImp.private.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
+#include "testing/aborted.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
+#include "testing/journal.h"
+#include "testing/refusedThreads.h"
 #include "virtualTime.h"
 #include "zvbase/assertions.h"
 #include "zvbase/rcEx.h"
@@ -52,55 +54,20 @@ private:
     Action _action;
 };
 
-/// Text of recorded calls. Thread-safe.
-class Record
-{
-public:
-    void note(std::string const &what)
-    {
-        std::lock_guard const guard(_mutex);
-        _text += what + ';';
-    }
-    std::string get() const
-    {
-        std::lock_guard const guard(_mutex);
-        return _text;
-    }
-    std::string take()
-    {
-        std::lock_guard const guard(_mutex);
-        return std::exchange(_text, {});
-    }
-
-private:
-    mutable std::mutex _mutex;
-    std::string _text;
-};
-
 /// Records its name, with a mark if the manager is being destroyed.
 class Named : public MtAlarmHandle::Callback
 {
 public:
-    Named(Record &record, std::string name) : _record(record), _name(std::move(name)) {}
+    Named(Journal &record, std::string name) : _record(record), _name(std::move(name)) {}
     void performAlarm(Alarm, bool goingAway) override
     {
-        _record.note(goingAway ? _name + " goes" : _name);
+        _record.add(goingAway ? _name + " goes" : _name);
     }
 
 private:
-    Record &_record;
+    Journal &_record;
     std::string _name;
 };
-
-std::string failedExpression(std::function<void()> const &action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return "nothing failed";
-}
 
 /// Gives the tests access to the operations for managers.
 struct Manipulator : MtAlarmHandleManipulator
@@ -169,7 +136,7 @@ protected:
 
     VirtualTime _time;
     double _start = VirtualTime::getTime();
-    Record _record;
+    Journal _record;
     std::vector<std::unique_ptr<Named>> _callbacks;
     MtAlarmManagerImp *_manager;
     bool _isOver = false;
@@ -203,8 +170,8 @@ TEST_F(MtAlarmManagerTest, AHandleWithoutACallbackIsNotRegistered)
 TEST_F(MtAlarmManagerTest, ACallbackIsNotNull)
 {
     Alarm const alarm = manager().createHandle();
-    EXPECT_EQ(failedExpression([&] { alarm->setCallback(nullptr); }), "callback");
-    EXPECT_EQ(failedExpression([&] { Manipulator::callCallback(*alarm, false); }), "_callback");
+    EXPECT_EQ(failedAssertion([&] { alarm->setCallback(nullptr); }), "callback");
+    EXPECT_EQ(failedAssertion([&] { Manipulator::callCallback(*alarm, false); }), "_callback");
     EXPECT_FALSE(alarm->hasOccurred());
 }
 
@@ -222,9 +189,9 @@ TEST_F(MtAlarmManagerTest, NothingIsSetWhileRegistered)
     EXPECT_EQ(alarm->getRepeatDuration(), 0.0);
     EXPECT_EQ(alarm->getRequestedRepeats(), 0U);
     passTo(9.0);
-    EXPECT_EQ(_record.get(), "");
+    EXPECT_EQ(_record.getText(), "");
     passTo(10.0);
-    EXPECT_EQ(_record.get(), "alarm;");
+    EXPECT_EQ(_record.getText(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, TheLastOfAlarmTimeAndDurationCounts)
@@ -239,7 +206,7 @@ TEST_F(MtAlarmManagerTest, TheLastOfAlarmTimeAndDurationCounts)
     EXPECT_EQ(alarm->getAlarmTime(), _start + 3.0);
     EXPECT_EQ(alarm->getDuration(), 2.0);
     passTo(3.0);
-    EXPECT_EQ(_record.take(), "alarm;");
+    EXPECT_EQ(_record.takeText(), "alarm;");
 
     alarm->setAlarmTime(_start + 100.0);
     alarm->setDuration(0.5);
@@ -248,7 +215,7 @@ TEST_F(MtAlarmManagerTest, TheLastOfAlarmTimeAndDurationCounts)
     EXPECT_EQ(alarm->getAlarmTime(), _start + 3.5);
     EXPECT_EQ(alarm->getDuration(), 0.5);
     passTo(3.5);
-    EXPECT_EQ(_record.take(), "alarm;");
+    EXPECT_EQ(_record.takeText(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, ManagersReachWhatIsHidden)
@@ -270,7 +237,7 @@ TEST_F(MtAlarmManagerTest, ManagersReachWhatIsHidden)
     EXPECT_EQ(alarm->getRepeatCount(), 0U);
     Manipulator::callCallback(*alarm, true);
     EXPECT_EQ(alarm->getRepeatCount(), 1U);
-    EXPECT_EQ(_record.get(), "alarm;alarm goes;");
+    EXPECT_EQ(_record.getText(), "alarm;alarm goes;");
     Manipulator::setRegistered(*alarm, false);
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_TRUE(Manipulator::prepareForRegistration(*alarm, 1.0));
@@ -280,21 +247,21 @@ TEST_F(MtAlarmManagerTest, ManagersReachWhatIsHidden)
 
 // ---- times
 
-TEST_F(MtAlarmManagerTest, AnAlarmComesAtItsTimeAndNotBefore)
+TEST_F(MtAlarmManagerTest, AnAlarmIsCalledAtItsTimeAndNotBefore)
 {
     Alarm const alarm = add("alarm", 2.0);
     EXPECT_TRUE(alarm->isRegistered());
     passTo(1.999999);
-    EXPECT_EQ(_record.get(), "");
+    EXPECT_EQ(_record.getText(), "");
     EXPECT_FALSE(alarm->hasOccurred());
     passTo(2.001);
-    EXPECT_EQ(_record.get(), "alarm;");
+    EXPECT_EQ(_record.getText(), "alarm;");
     EXPECT_TRUE(alarm->hasOccurred());
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_TRUE(alarm.isUnique());
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmThatIsPutOffAgainAndAgainWakesNobodyBeforeItsFirstMoment)
+TEST_F(MtAlarmManagerTest, AnAlarmThatIsPostponedRepeatedlyDoesNotWakeTheThreadEarly)
 {
     Named callback(_record, "bite");
     Alarm const watchdog = make(callback);
@@ -318,23 +285,23 @@ TEST_F(MtAlarmManagerTest, AnAlarmThatIsPutOffAgainAndAgainWakesNobodyBeforeItsF
     watchdog->setDuration(1.0); // before the next time at which the thread would wake
     manager().registerAlarm(watchdog);
     passTo(6.002);
-    EXPECT_EQ(_record.get(), "bite;");
+    EXPECT_EQ(_record.getText(), "bite;");
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmInThePastComesAtOnce)
+TEST_F(MtAlarmManagerTest, AnAlarmInThePastIsCalledAtOnce)
 {
     passTo(10.0);
     Alarm const alarm = add("past", 3.0);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(_record.get(), "past;");
+    EXPECT_EQ(_record.getText(), "past;");
     EXPECT_EQ(alarm->getDuration(), -7.0);
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmOfThisMomentComesAtOnce)
+TEST_F(MtAlarmManagerTest, AnAlarmForNowIsCalledAtOnce)
 {
     Alarm const alarm = add("now", 0.0);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(_record.get(), "now;");
+    EXPECT_EQ(_record.getText(), "now;");
 }
 
 TEST_F(MtAlarmManagerTest, AlarmsComeInTheOrderOfTheirTimes)
@@ -342,9 +309,9 @@ TEST_F(MtAlarmManagerTest, AlarmsComeInTheOrderOfTheirTimes)
     std::vector<Alarm> const alarms = {add("three", 3.0), add("one", 1.0), add("four", 4.0),
                                        add("two", 2.0)};
     passTo(2.5);
-    EXPECT_EQ(_record.take(), "one;two;");
+    EXPECT_EQ(_record.takeText(), "one;two;");
     passTo(10.0);
-    EXPECT_EQ(_record.take(), "three;four;");
+    EXPECT_EQ(_record.takeText(), "three;four;");
 }
 
 TEST_F(MtAlarmManagerTest, AlarmsOfOneTimeComeInReverseOrderOfRegistration)
@@ -352,17 +319,17 @@ TEST_F(MtAlarmManagerTest, AlarmsOfOneTimeComeInReverseOrderOfRegistration)
     std::vector<Alarm> const alarms = {add("first", 1.0), add("second", 1.0), add("before", 0.5),
                                        add("third", 1.0)};
     passTo(1.0);
-    EXPECT_EQ(_record.get(), "before;third;second;first;");
+    EXPECT_EQ(_record.getText(), "before;third;second;first;");
 }
 
-TEST_F(MtAlarmManagerTest, AHandleThatNobodyHoldsIsDroppedWithoutACall)
+TEST_F(MtAlarmManagerTest, AnUnreferencedHandleIsDroppedWithoutACall)
 {
     Alarm const kept = add("kept", 1.0);
     Alarm dropped = add("dropped", 1.0);
     Alarm const other = add("other", 1.0);
     dropped = nullptr;
     passTo(1.0);
-    EXPECT_EQ(_record.get(), "other;kept;");
+    EXPECT_EQ(_record.getText(), "other;kept;");
 }
 
 TEST_F(MtAlarmManagerTest, RepeatsFollowTheFirstCall)
@@ -384,16 +351,16 @@ TEST_F(MtAlarmManagerTest, RepeatsFollowTheFirstCall)
             double const due = start + 1.0 + (call == 0 ? 0 : call - 1) * 0.25;
             EXPECT_EQ(alarm->getAlarmTime(), _start + due);
             passTo(due - 0.001);
-            EXPECT_EQ(_record.get(), expected);
+            EXPECT_EQ(_record.getText(), expected);
             EXPECT_TRUE(alarm->isRegistered());
             passTo(due);
             expected += "call;";
-            EXPECT_EQ(_record.get(), expected + (call == 0 && nbRepeats ? "call;" : ""));
+            EXPECT_EQ(_record.getText(), expected + (call == 0 && nbRepeats ? "call;" : ""));
         }
         EXPECT_FALSE(alarm->isRegistered());
         EXPECT_EQ(alarm->getRepeatCount(), nbRepeats);
         passTo(start + 100.0);
-        EXPECT_EQ(_record.take(), expected);
+        EXPECT_EQ(_record.takeText(), expected);
     }
 }
 
@@ -448,13 +415,13 @@ TEST_F(MtAlarmManagerTest, AHandleMayBeRegisteredAgainWhenItIsOver)
     alarm->setRequestedRepeats(1);
     manager().registerAlarm(alarm);
     passTo(2.0);
-    EXPECT_EQ(_record.take(), "call;call;");
+    EXPECT_EQ(_record.takeText(), "call;call;");
     // Its repeats are used up.
     manager().registerAlarm(alarm);
     EXPECT_FALSE(alarm->hasOccurred());
     EXPECT_EQ(alarm->getAlarmTime(), _start + 3.0);
     passTo(10.0);
-    EXPECT_EQ(_record.take(), "call;");
+    EXPECT_EQ(_record.takeText(), "call;");
     EXPECT_EQ(alarm->getRepeatCount(), 1U);
 }
 
@@ -465,27 +432,27 @@ TEST_F(MtAlarmManagerTest, ASecondRegistrationDoesNothing)
     manager().registerAlarm(alarm);
     EXPECT_EQ(alarm->getTimeRegistered(), _start);
     passTo(5.0);
-    EXPECT_EQ(_record.get(), "alarm;");
+    EXPECT_EQ(_record.getText(), "alarm;");
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmFarAwayComesAllTheSame)
+TEST_F(MtAlarmManagerTest, AnAlarmFarInTheFutureIsCalled)
 {
     constexpr double DAY = 86400.0;
     Alarm const distant = add("far", 100 * DAY);
     VirtualTime::awaitAsleep();
     EXPECT_LT(VirtualTime::getFirstDeadline(), _start + 50 * DAY); // the longest possible wait
     passTo(99 * DAY);
-    EXPECT_EQ(_record.get(), "");
+    EXPECT_EQ(_record.getText(), "");
     passTo(100 * DAY);
-    EXPECT_EQ(_record.get(), "far;");
+    EXPECT_EQ(_record.getText(), "far;");
 }
 
-TEST_F(MtAlarmManagerTest, AnAlarmForNeverNeverComes)
+TEST_F(MtAlarmManagerTest, AnAlarmAtInfinityIsNeverCalled)
 {
     Alarm const never = add("never", FOR_EVER);
     Alarm const alarm = add("alarm", 1.0);
     passTo(1e8);
-    EXPECT_EQ(_record.get(), "alarm;");
+    EXPECT_EQ(_record.getText(), "alarm;");
     manager().deregisterAlarm(never);
     EXPECT_FALSE(never->isRegistered());
 }
@@ -513,7 +480,7 @@ TEST_F(MtAlarmManagerTest, TheThreadSleepsAsLongAsNothingIsDue)
     EXPECT_NEAR(_start + 1.0, VirtualTime::getFirstDeadline(), 1e-6);
     // Earlier pulses do not wake the thread again.
     passTo(1.0);
-    EXPECT_EQ(_record.get(), "early;");
+    EXPECT_EQ(_record.getText(), "early;");
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 3);
     EXPECT_NEAR(_start + 100.0, VirtualTime::getFirstDeadline(), 1e-6);
     passTo(100.0);
@@ -529,7 +496,7 @@ TEST_F(MtAlarmManagerTest, ARestBelowTheWaitsUnitIsSleptThrough)
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
     EXPECT_NEAR(_start + 0.001, VirtualTime::getFirstDeadline(), 1e-9);
     passTo(0.001);
-    EXPECT_EQ(_record.get(), "alarm;");
+    EXPECT_EQ(_record.getText(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, ARestThatIsNegligibleIsNotSleptThrough)
@@ -537,19 +504,19 @@ TEST_F(MtAlarmManagerTest, ARestThatIsNegligibleIsNotSleptThrough)
     // At the first reading of the clock the alarm is due in 50 ns, at the next one it is due.
     Alarm const second = add("second", 1.00000005);
     Call call([&](Alarm const &, bool) {
-        _record.note("first");
+        _record.add("first");
         EXPECT_TRUE(second->isRegistered());
     });
     Alarm const first = add(call, 1.0);
     VirtualTime::awaitAsleep();
     int const nbSleeps = VirtualTime::getNbSleeps();
     beginToPassTo(1.0);
-    while (_record.get() != "first;")
+    while (_record.getText() != "first;")
         std::this_thread::yield();
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps); // it reads the clock again and again
     VirtualTime::passTo(_start + 1.00000005);
     VirtualTime::awaitAsleep();
-    EXPECT_EQ(_record.get(), "first;second;");
+    EXPECT_EQ(_record.getText(), "first;second;");
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
 }
 
@@ -616,7 +583,7 @@ TEST_F(MtAlarmManagerTest, DurationsOfTheStandardLibraryAreSeconds)
     manager().registerAlarm(alarm);
     EXPECT_EQ(alarm->getAlarmTime(), _start + 0.5);
     passTo(0.5);
-    EXPECT_EQ(_record.take(), "alarm;");
+    EXPECT_EQ(_record.takeText(), "alarm;");
 }
 
 TEST_F(MtAlarmManagerTest, ANullHandleIsRefused)
@@ -648,11 +615,11 @@ TEST(MtAlarmManager, HasAThreadWithTheUsualStack)
     EXPECT_EQ(lastStackSize, 65536u);
 }
 
-TEST(MtAlarmManager, WithoutAThreadThereIsNone)
+TEST(MtAlarmManager, IsNotCreatedWithoutAThread)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     refuseThread(1);
-    EXPECT_EQ(failedExpression([] { MtAlarmManagerImp manager; }), "threadHandle != NULL");
+    EXPECT_EQ(failedAssertion([] { MtAlarmManagerImp manager; }), "threadHandle != NULL");
     EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
 }
 
@@ -667,7 +634,7 @@ TEST(MtAlarmManagerDeathTest, ACallbackThatThrowsEndsTheProcess)
             manager.registerAlarm(alarm);
             std::binary_semaphore(0).acquire();
         },
-        ZvTest::aborted(), "no alarm");
+        aborted(), "no alarm");
 }
 
 // ---- deregistration
@@ -681,11 +648,11 @@ TEST_F(MtAlarmManagerTest, ADeregisteredAlarmDoesNotCome)
     EXPECT_TRUE(alarm.isUnique());
     manager().deregisterAlarm(alarm);
     passTo(3.0);
-    EXPECT_EQ(_record.get(), "other;");
+    EXPECT_EQ(_record.getText(), "other;");
     EXPECT_FALSE(alarm->hasOccurred());
 }
 
-TEST_F(MtAlarmManagerTest, WhatWasNeverRegisteredIsDeregisteredWithoutEffect)
+TEST_F(MtAlarmManagerTest, DeregisteringAnUnregisteredAlarmHasNoEffect)
 {
     Alarm const alarm = manager().createHandle();
     manager().deregisterAlarm(alarm);
@@ -698,7 +665,7 @@ TEST_F(MtAlarmManagerTest, WhatWasNeverRegisteredIsDeregisteredWithoutEffect)
         EXPECT_TRUE(mine->isRegistered());
     }
     passTo(1.0);
-    EXPECT_EQ(_record.get(), "mine;");
+    EXPECT_EQ(_record.getText(), "mine;");
 }
 
 TEST_F(MtAlarmManagerTest, ACallbackEndsItsOwnRepeatsWithoutWaiting)
@@ -755,7 +722,7 @@ TEST_F(MtAlarmManagerTest, ACallbackMayRegisterItsAlarmAnew)
 TEST_F(MtAlarmManagerTest, ACallbackMayTakeItsNewRegistrationBack)
 {
     Call call([&](Alarm const &alarm, bool) {
-        _record.note("call");
+        _record.add("call");
         manager().deregisterAlarm(alarm);
         alarm->setDuration(1.0);
         manager().registerAlarm(alarm);
@@ -766,7 +733,7 @@ TEST_F(MtAlarmManagerTest, ACallbackMayTakeItsNewRegistrationBack)
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_TRUE(alarm.isUnique());
     passTo(10.0);
-    EXPECT_EQ(_record.get(), "call;");
+    EXPECT_EQ(_record.getText(), "call;");
 }
 
 TEST_F(MtAlarmManagerTest, ACallbackMayRegisterAndDeregisterOthers)
@@ -774,13 +741,13 @@ TEST_F(MtAlarmManagerTest, ACallbackMayRegisterAndDeregisterOthers)
     Alarm const victim = add("victim", 1.0);
     Alarm added;
     Call call([&](Alarm const &, bool) {
-        _record.note("call");
+        _record.add("call");
         manager().deregisterAlarm(victim);
         added = add("added", 1.0);
     });
     Alarm const alarm = add(call, 1.0);
     passTo(1.0);
-    EXPECT_EQ(_record.get(), "call;added;");
+    EXPECT_EQ(_record.getText(), "call;added;");
     EXPECT_FALSE(victim->isRegistered());
 }
 
@@ -842,7 +809,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationDoesNotWaitForOthersCalls)
     Alarm const later = add("later", 2.0);
     beginToPassTo(1.0);
     held._begun.acquire();
-    EXPECT_EQ(_record.get(), "other;");
+    EXPECT_EQ(_record.getText(), "other;");
     manager().deregisterAlarm(other);
     manager().deregisterAlarm(later);
     EXPECT_TRUE(held._isRunning);
@@ -850,7 +817,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationDoesNotWaitForOthersCalls)
     held._go.release();
     VirtualTime::awaitAsleep();
     passTo(3.0);
-    EXPECT_EQ(_record.get(), "other;added;");
+    EXPECT_EQ(_record.getText(), "other;added;");
 }
 
 TEST_F(MtAlarmManagerTest, ADeregistrationReturnsThoughOthersAreAlwaysDue)
@@ -877,7 +844,7 @@ TEST_F(MtAlarmManagerTest, ADeregistrationReturnsThoughOthersAreAlwaysDue)
     EXPECT_EQ(held._nbCalls, 1);
 }
 
-TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAnewIsEndedFromOutsideAllTheSame)
+TEST_F(MtAlarmManagerTest, ACallbackThatRegistersItsAlarmAgainCanBeDeregisteredFromOutside)
 {
     HeldCall held;
     Call call([&](Alarm const &alarm, bool) {
@@ -922,7 +889,7 @@ protected:
     Alarm _alarm = manager().createHandle();
 };
 
-TEST_F(MtRestlessAlarmTest, ComesBeforeLaterOnes)
+TEST_F(MtRestlessAlarmTest, IsCalledBeforeLaterOnes)
 {
     addRestless(999);
     int nbBefore = 0;
@@ -961,7 +928,7 @@ TEST_F(MtRestlessAlarmTest, DoesNotKeepTheManagerFromItsEnd)
 
 // ---- end of the manager
 
-TEST_F(MtAlarmManagerTest, TheManagersEndIsToldToAllThatAreLeft)
+TEST_F(MtAlarmManagerTest, TheManagersEndIsReportedToAllRemainingAlarms)
 {
     Alarm const two = add("two", 2.0);
     Alarm const over = add("over", 0.5);
@@ -976,9 +943,9 @@ TEST_F(MtAlarmManagerTest, TheManagersEndIsToldToAllThatAreLeft)
     });
     Alarm const here = add(call, 4.0);
     passTo(0.5);
-    EXPECT_EQ(_record.take(), "over;");
+    EXPECT_EQ(_record.takeText(), "over;");
     end();
-    EXPECT_EQ(_record.get(), "one goes;other two goes;two goes;nobody's goes;");
+    EXPECT_EQ(_record.getText(), "one goes;other two goes;two goes;nobody's goes;");
     EXPECT_TRUE(caller.isCurrentThread());
     for (Alarm const &alarm : {one, two, otherTwo, here}) {
         EXPECT_FALSE(alarm->isRegistered());
@@ -998,13 +965,13 @@ TEST_F(MtAlarmManagerTest, ACallAtTheManagersEndMayRegisterAndDeregister)
     });
     Alarm const alarm = add(call, 1.0);
     end();
-    EXPECT_EQ(_record.get(), "added goes;");
+    EXPECT_EQ(_record.getText(), "added goes;");
     EXPECT_FALSE(alarm->isRegistered());
     EXPECT_FALSE(victim->isRegistered());
     EXPECT_FALSE(added->isRegistered());
 }
 
-TEST_F(MtAlarmManagerTest, ACallThatThrowsAtTheManagersEndKeepsNothingFromTheOthers)
+TEST_F(MtAlarmManagerTest, AThrowingCallAtTheManagersEndDoesNotAffectTheOthers)
 {
     Call call([](Alarm const &, bool) { throw std::runtime_error("not now"); });
     Alarm const failing = add(call, 1.0);
@@ -1016,7 +983,7 @@ TEST_F(MtAlarmManagerTest, ACallThatThrowsAtTheManagersEndKeepsNothingFromTheOth
     } catch (std::runtime_error const &error) {
         EXPECT_STREQ(error.what(), "not now");
     }
-    EXPECT_EQ(_record.get(), "alarm goes;");
+    EXPECT_EQ(_record.getText(), "alarm goes;");
     EXPECT_FALSE(failing->isRegistered());
 }
 
@@ -1039,7 +1006,7 @@ TEST_F(MtAlarmManagerTest, AManagerThatIsDestroyedWhileItCallsLetsTheCallEnd)
     held._go.release();
     thread.join();
     EXPECT_EQ(held._nbCalls, 1);
-    EXPECT_EQ(_record.get(), "later goes;");
+    EXPECT_EQ(_record.getText(), "later goes;");
 }
 
 // ---- many alarms

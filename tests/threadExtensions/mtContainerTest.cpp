@@ -1,7 +1,8 @@
 #include "resmgt/threadExtensions/mtContainer.imp.h"
 
-#include "asleep.h"
 #include "platform/services.h"
+#include "testing/failures.h"
+#include "testing/watchedThread.h"
 #include "virtualTime.h"
 #include "zvbase/assertions.h"
 #include "zvbase/containers.h"
@@ -54,17 +55,6 @@ namespace {
 using Queue = MtContainer<std::queue<int, Deque<int>>>;
 using OwnerQueue = MtContainer<std::queue<std::unique_ptr<int>, Deque<std::unique_ptr<int>>>>;
 
-template <class Action>
-std::string failedExpression(Action action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return "nothing failed";
-}
-
 /// Observer that records its notifications. In each, another thread takes the container's lock,
 /// which must be free.
 template <class Container>
@@ -104,35 +94,6 @@ private:
     }
 
     std::string &_record;
-};
-
-/// Thread that a test can see asleep.
-class Runner
-{
-public:
-    template <class Action>
-    explicit Runner(Action action)
-        : _thread([this, action] {
-              _number.store(threadNumber());
-              action();
-          })
-    {}
-    ~Runner() { join(); }
-    void waitUntilAsleep() const
-    {
-        while (!_number.load())
-            std::this_thread::yield();
-        Zv::waitUntilAsleep(_number.load());
-    }
-    void join()
-    {
-        if (_thread.joinable())
-            _thread.join();
-    }
-
-private:
-    std::atomic<long> _number{0};
-    std::thread _thread;
 };
 
 TEST(MtContainer, HandsElementsOverInOrder)
@@ -199,7 +160,7 @@ TEST(MtContainer, TryingOnAFullOneLeavesTheElementAlone)
     EXPECT_EQ(*queue.consume(), 2);
 }
 
-TEST(MtContainer, TellsItsObserverOutsideTheLock)
+TEST(MtContainer, CallsItsObserverOutsideTheLock)
 {
     std::string record;
     {
@@ -225,7 +186,7 @@ TEST(MtContainer, HasOneObserverForLife)
     std::string record;
     Queue queue("queue");
     queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
-    EXPECT_EQ(failedExpression([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
               }),
               "_observer.isNull()");
@@ -237,7 +198,7 @@ TEST(MtContainer, HasOneObserverForLife)
 TEST(MtContainer, DestroyedWithElementsFailsAnAssertion)
 {
     std::string record;
-    EXPECT_EQ(failedExpression([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   Queue queue("queue");
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Recorder<Queue>(record)));
                   queue.produce(1);
@@ -258,7 +219,7 @@ TEST(MtContainer, LetsItsObserverGoBeforeItsAssertionFails)
         void performConsumed(Queue &, int const &) override {}
     };
     nbPassing = -1;
-    EXPECT_EQ(failedExpression([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   Queue queue("queue");
                   queue.setObserver(RCShdPtr<Queue::Observer>(new Witness));
                   queue.produce(1);
@@ -271,7 +232,7 @@ TEST(MtContainer, AConsumerWaitsForAnElement)
 {
     Queue queue("queue");
     std::atomic<int> got{0};
-    Runner consumer([&] { got = queue.consume(); });
+    Watched consumer([&] { got = queue.consume(); });
     consumer.waitUntilAsleep();
     EXPECT_EQ(got, 0);
     queue.produce(7);
@@ -284,7 +245,7 @@ TEST(MtContainer, AProducerWaitsForRoom)
     Queue queue("queue", 1);
     queue.produce(1);
     std::atomic<bool> produced{false};
-    Runner producer([&] {
+    Watched producer([&] {
         queue.produce(2);
         produced = true;
     });
@@ -319,7 +280,7 @@ TEST(MtContainer, AnAdmittedElementWakesAConsumer)
 {
     Queue queue("queue", 1);
     std::atomic<int> got{0};
-    Runner consumer([&] { got = queue.consume(); });
+    Watched consumer([&] { got = queue.consume(); });
     consumer.waitUntilAsleep();
     queue.admit(7);
     consumer.join();
@@ -333,7 +294,7 @@ TEST(MtContainer, AProducerIsWokenWhenThereIsRoomBelowTheCapacityAgain)
     queue.produce(1);
     queue.admit(2);
     queue.admit(3);
-    Runner producer([&] { queue.produce(4); });
+    Watched producer([&] { queue.produce(4); });
     producer.waitUntilAsleep();
     nbPulses = 0;
     EXPECT_EQ(queue.consume(), 1);
@@ -346,12 +307,12 @@ TEST(MtContainer, AProducerIsWokenWhenThereIsRoomBelowTheCapacityAgain)
     EXPECT_EQ(queue.consume(), 4);
 }
 
-TEST(MtContainer, ATimedConsumerGetsWhatComesInTime)
+TEST(MtContainer, ATimedConsumerGetsAnElementThatArrivesInTime)
 {
     Queue queue("queue");
     int element = 0;
     bool got = false;
-    Runner consumer([&] { got = queue.timedConsume(element, 3600.0); });
+    Watched consumer([&] { got = queue.timedConsume(element, 3600.0); });
     consumer.waitUntilAsleep();
     queue.produce(7);
     consumer.join();
@@ -359,7 +320,7 @@ TEST(MtContainer, ATimedConsumerGetsWhatComesInTime)
     EXPECT_EQ(element, 7);
 }
 
-TEST(MtContainer, NoPulseIsSentWhereNobodyWaits)
+TEST(MtContainer, NoPulseIsSentIfNoThreadWaits)
 {
     Queue queue("queue", 1);
     nbPulses = 0;
@@ -375,7 +336,7 @@ TEST(MtContainer, NoPulseIsSentWhereNobodyWaits)
     EXPECT_TRUE(queue.timedConsume(element, 0.001));
     EXPECT_EQ(nbPulses, 0);
 
-    Runner consumer([&] { element = queue.consume(); });
+    Watched consumer([&] { element = queue.consume(); });
     consumer.waitUntilAsleep();
     queue.produce(7);
     consumer.join();
@@ -388,9 +349,9 @@ TEST(MtContainer, EachWaiterIsWoken)
     constexpr int WAITERS = 4;
     Queue queue("queue");
     std::atomic<int> sum{0};
-    std::vector<std::unique_ptr<Runner>> consumers;
+    std::vector<std::unique_ptr<Watched>> consumers;
     for (int i = 0; i < WAITERS; ++i)
-        consumers.push_back(std::make_unique<Runner>([&] { sum += queue.consume(); }));
+        consumers.push_back(std::make_unique<Watched>([&] { sum += queue.consume(); }));
     for (auto const &consumer : consumers)
         consumer->waitUntilAsleep();
     for (int i = 1; i <= WAITERS; ++i)
@@ -476,26 +437,14 @@ struct Fragile
 
 using FragileQueue = MtContainer<std::queue<Fragile>>;
 
-/// Returns the text of what `action` throws, or "".
-template <class Action>
-std::string failureOf(Action action)
-{
-    try {
-        action();
-    } catch (std::exception const &failure) {
-        return failure.what();
-    }
-    return "";
-}
-
 /// Two threads that wait in a queue for the same event. One of them will fail.
 class TwoWaiters
 {
 public:
     template <class Action>
     explicit TwoWaiters(Action action)
-        : _first([this, action] { _failures[0] = failureOf(action); }),
-          _second([this, action] { _failures[1] = failureOf(action); })
+        : _first([this, action] { _failures[0] = whatFails(action); }),
+          _second([this, action] { _failures[1] = whatFails(action); })
     {
         _first.waitUntilAsleep();
         _second.waitUntilAsleep();
@@ -510,11 +459,11 @@ public:
 
 private:
     std::string _failures[2];
-    Runner _first;
-    Runner _second;
+    Watched _first;
+    Watched _second;
 };
 
-TEST(MtContainer, AWokenProducerWhoseElementThrowsPassesItsWakeUpOn)
+TEST(MtContainer, AWokenProducerPassesItsWakeUpOnIfItsElementThrows)
 {
     FragileQueue queue("queue", 1);
     queue.produce(Fragile(1));
@@ -526,7 +475,7 @@ TEST(MtContainer, AWokenProducerWhoseElementThrowsPassesItsWakeUpOn)
     EXPECT_EQ(queue.consume().value, 2);
 }
 
-TEST(MtContainer, AWokenConsumerWhoseElementThrowsPassesItsWakeUpOn)
+TEST(MtContainer, AWokenConsumerPassesItsWakeUpOnIfItsElementThrows)
 {
     FragileQueue queue("queue");
     std::atomic<int> sum{0};
@@ -539,7 +488,7 @@ TEST(MtContainer, AWokenConsumerWhoseElementThrowsPassesItsWakeUpOn)
     EXPECT_TRUE(queue.isEmpty());
 }
 
-TEST(MtContainer, AWokenTimedConsumerWhoseElementThrowsPassesItsWakeUpOn)
+TEST(MtContainer, AWokenTimedConsumerPassesItsWakeUpOnIfItsElementThrows)
 {
     FragileQueue queue("queue");
     std::atomic<int> sum{0};
@@ -561,10 +510,10 @@ TEST(MtContainer, AnElementThatCannotBeMovedOutStays)
     Fragile const seven(7);
     queue.produce(seven);
     Fragile::moveThrows = true;
-    EXPECT_EQ(failureOf([&] { static_cast<void>(queue.consume()); }), "the move");
+    EXPECT_EQ(whatFails([&] { static_cast<void>(queue.consume()); }), "the move");
     EXPECT_EQ(queue.consume().value, 7);
     Fragile::copyThrows = true;
-    EXPECT_EQ(failureOf([&] { static_cast<void>(queue.tryProduce(seven)); }), "the copy");
+    EXPECT_EQ(whatFails([&] { static_cast<void>(queue.tryProduce(seven)); }), "the copy");
     EXPECT_TRUE(queue.isEmpty());
 }
 
@@ -585,16 +534,16 @@ TEST(MtContainer, WaitsForADurationOfTheStandardLibrary)
     EXPECT_EQ(element, 7);
 }
 
-TEST(MtContainer, AWaitThatFailsIsCountedNoMore)
+TEST(MtContainer, AFailedWaitIsNoLongerCounted)
 {
     Queue queue("queue", 1);
     answerWait = [](DWORD) { return WAIT_FAILED; };
     int element = 0;
     char const * const text = "ret == WAIT_OBJECT_0 || ret == WAIT_TIMEOUT";
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(queue.consume()); }), text);
-    EXPECT_EQ(failedExpression([&] { static_cast<void>(queue.timedConsume(element, 1.0)); }), text);
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(queue.consume()); }), text);
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(queue.timedConsume(element, 1.0)); }), text);
     queue.produce(1);
-    EXPECT_EQ(failedExpression([&] { queue.produce(2); }), text);
+    EXPECT_EQ(failedAssertion([&] { queue.produce(2); }), text);
     answerWait = nullptr;
     nbPulses = 0;
     EXPECT_EQ(queue.consume(), 1);
@@ -640,7 +589,7 @@ TEST(MtContainer, TheConsumersOldElementEndsWithoutTheLock)
     EXPECT_EQ(sizeAtTheEnd, 0U);
 }
 
-TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
+TEST(MtContainer, AThrowingDestructorOfTheConsumersOldElementLosesNothing)
 {
     std::string record;
     struct Witness : EndingQueue::Observer
@@ -658,11 +607,11 @@ TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
     EndingQueue queue("queue", 1);
     queue.setObserver(RCShdPtr<EndingQueue::Observer>(new Witness(record)));
     queue.produce(Ending([&] { record += "first ends;"; }));
-    Runner producer([&] { queue.produce(Ending([&] { record += "second ends;"; })); });
+    Watched producer([&] { queue.produce(Ending([&] { record += "second ends;"; })); });
     producer.waitUntilAsleep();
     {
         Ending element([] { throw std::runtime_error("the end of the old one"); });
-        EXPECT_EQ(failureOf([&] { static_cast<void>(queue.tryConsume(element)); }),
+        EXPECT_EQ(whatFails([&] { static_cast<void>(queue.tryConsume(element)); }),
                   "the end of the old one");
         EXPECT_FALSE(element.isNull());
         EXPECT_EQ(record, "consumed;");
@@ -675,7 +624,7 @@ TEST(MtContainer, TheConsumersOldElementThatThrowsKeepsNothingBack)
 TEST(MtContainer, DestroyedWithElementsThatThrowFailsAnAssertion)
 {
     int nbEnded = 0;
-    EXPECT_EQ(failedExpression([&] {
+    EXPECT_EQ(failedAssertion([&] {
                   EndingQueue queue("queue");
                   for (int i = 0; i < 2; ++i)
                       queue.produce(Ending([&] {

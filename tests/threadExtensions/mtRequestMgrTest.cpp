@@ -1,7 +1,8 @@
 #include "resmgt/threadExtensions/mtRequestMgr.h"
 
-#include "asleep.h"
 #include "resmgt/threadExtensions/mtTask.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -17,17 +18,6 @@ namespace ZvTest {
 using namespace Zv;
 
 namespace {
-
-template <class Action>
-std::string failedExpression(Action action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return "nothing failed";
-}
 
 TEST(MtRequestTag, IsInvalidUntilAcquired)
 {
@@ -62,11 +52,11 @@ TEST(MtRequestMgr, RefusesInvalidTags)
 {
     MtRequestMgr mgr;
     MtRequestTag const none;
-    EXPECT_EQ(failedExpression([&] { mgr.releaseTag(none); }), "tag.isValid()");
-    EXPECT_EQ(failedExpression([&] { mgr.getRequestCount(none); }), "tag.isValid()");
-    EXPECT_EQ(failedExpression([&] { mgr.incRequestCount(none); }), "tag.isValid()");
-    EXPECT_EQ(failedExpression([&] { mgr.decRequestCount(none); }), "tag.isValid()");
-    EXPECT_EQ(failedExpression([&] { mgr.waitRequestCountZero(none); }), "tag.isValid()");
+    EXPECT_EQ(failedAssertion([&] { mgr.releaseTag(none); }), "tag.isValid()");
+    EXPECT_EQ(failedAssertion([&] { mgr.getRequestCount(none); }), "tag.isValid()");
+    EXPECT_EQ(failedAssertion([&] { mgr.incRequestCount(none); }), "tag.isValid()");
+    EXPECT_EQ(failedAssertion([&] { mgr.decRequestCount(none); }), "tag.isValid()");
+    EXPECT_EQ(failedAssertion([&] { mgr.waitRequestCountZero(none); }), "tag.isValid()");
     EXPECT_TRUE(mgr.acquireTag().isValid()); // the lock is free
 }
 
@@ -75,7 +65,7 @@ TEST(MtRequestMgr, DoesNotReleaseATagWithRequests)
     MtRequestMgr mgr;
     MtRequestTag const tag = mgr.acquireTag();
     mgr.incRequestCount(tag);
-    EXPECT_EQ(failedExpression([&] { mgr.releaseTag(tag); }), "(*tag._id).first == 0");
+    EXPECT_EQ(failedAssertion([&] { mgr.releaseTag(tag); }), "(*tag._id).first == 0");
     mgr.decRequestCount(tag);
     mgr.releaseTag(tag);
 }
@@ -181,7 +171,7 @@ TEST(MtGroupCommand, CallsItsFunction)
 TEST(MtGroupCommand, WithoutAFunctionFailsAnAssertion)
 {
     MtGroupCommand command;
-    EXPECT_EQ(failedExpression([&] { command.execute(); }), "_function != 0");
+    EXPECT_EQ(failedAssertion([&] { command.execute(); }), "_function != 0");
 }
 
 } // namespace

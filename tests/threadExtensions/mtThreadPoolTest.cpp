@@ -1,9 +1,5 @@
 #include "resmgt/threadExtensions/mtThreadPool.h"
 
-#include "aborted.h"
-#include "asleep.h"
-#include "callingThread.h"
-#include "refusedThreads.h"
 #include "resmgt/threadExtensions/mtRequestMgr.h"
 #include "resmgt/threadExtensions/mtTask.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -12,6 +8,12 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/rtPriorities.h"
+#include "testing/aborted.h"
+#include "testing/asleep.h"
+#include "testing/callingThread.h"
+#include "testing/failures.h"
+#include "testing/refusedThreads.h"
+#include "testing/turnstile.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -168,27 +170,6 @@ bool isThread(std::string const &name)
     return dumpThreads().find(' ' + name + " prio ") != std::string::npos;
 }
 
-/// Holds threads until it is opened.
-class Gate
-{
-public:
-    void pass()
-    {
-        _arrived.release();
-        _open.acquire();
-    }
-    void awaitArrivals(int number)
-    {
-        for (int i = 0; i != number; ++i)
-            _arrived.acquire();
-    }
-    void open(int number) { _open.release(number); }
-
-private:
-    std::counting_semaphore<> _arrived{0};
-    std::counting_semaphore<> _open{0};
-};
-
 // ---- the pool
 
 TEST(MtThreadPool, NoThreadsMakeNoCalls)
@@ -204,7 +185,7 @@ TEST(MtThreadPool, NoThreadsMakeNoCalls)
     EXPECT_EQ(pool.getRounds(0), "");
 }
 
-TEST(MtThreadPool, NobodyRunsBeforeTheStart)
+TEST(MtThreadPool, NoWorkerRunsBeforeTheStart)
 {
     unsigned const nbBefore = MtThreadMgr::getInstance().getNbThreads();
     {
@@ -217,7 +198,7 @@ TEST(MtThreadPool, NobodyRunsBeforeTheStart)
     EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbBefore);
 }
 
-TEST(MtThreadPool, EachWorkerGoesRoundAndRoundAndOnceMoreAfterTheStop)
+TEST(MtThreadPool, EachWorkerRepeatsItsWorkAndRunsOnceMoreAfterTheStop)
 {
     QueuePool pool(1);
     pool.start();
@@ -235,7 +216,7 @@ TEST(MtThreadPool, EachWorkerGoesRoundAndRoundAndOnceMoreAfterTheStop)
 
 TEST(MtThreadPool, AllWorkersWorkAtOnce)
 {
-    Gate gate;
+    Turnstile gate;
     std::mutex mutex;
     std::set<LkThreadId> threads;
     QueuePool pool(5);
@@ -248,19 +229,19 @@ TEST(MtThreadPool, AllWorkersWorkAtOnce)
             }
             gate.pass();
         });
-    gate.awaitArrivals(5);
+    gate.waitForArrival(5);
     EXPECT_EQ(threads.size(), 5U);
     gate.open(5);
 }
 
 TEST(MtThreadPool, ASecondStartMakesNoSecondSetOfThreads)
 {
-    Gate gate;
+    Turnstile gate;
     QueuePool pool(2);
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     pool.start();
     pool.add([&] { gate.pass(); });
-    gate.awaitArrivals(1);
+    gate.waitForArrival(1);
     pool.start();
     EXPECT_TRUE(pool.isRunning());
     EXPECT_EQ(MtThreadMgr::getInstance().getNbThreads(), nbThreads);
@@ -269,7 +250,7 @@ TEST(MtThreadPool, ASecondStartMakesNoSecondSetOfThreads)
     EXPECT_EQ(pool.getNbStops(), 1);
 }
 
-TEST(MtThreadPool, AStopOfAPoolThatDoesNotRunWakesNobody)
+TEST(MtThreadPool, AStopOfAPoolThatDoesNotRunWakesNoThread)
 {
     QueuePool pool(2);
     pool.stop();
@@ -308,7 +289,7 @@ TEST(MtThreadPool, AWorkersIndexTakesTwoColumnsOfItsName)
 TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
 {
     std::array<std::atomic<int>, 2> levels{-1, -1};
-    Gate gate;
+    Turnstile gate;
     QueuePool pool(2);
     EXPECT_EQ(pool.getName(), "Disk");
     EXPECT_FALSE(pool.isPriorityFixed());
@@ -323,7 +304,7 @@ TEST(MtThreadPool, ThePoolsPriorityIsThatOfItsWorkers)
             level = MtThreadMgr::getInstance().findThread(id)->getPriority().getPriority();
             gate.pass();
         });
-    gate.awaitArrivals(2);
+    gate.waitForArrival(2);
     EXPECT_EQ(levels[0], 2);
     EXPECT_EQ(levels[1], 2);
     std::ostringstream relations;
@@ -349,7 +330,7 @@ TEST(MtThreadPool, MayComeAndGoWhileOthersChangeTheGraph)
     other.join();
 }
 
-TEST(MtThreadPool, GoesAltogetherAlsoWhileThePriorityGraphIsInvalid)
+TEST(MtThreadPool, IsDestroyedCompletelyEvenIfThePriorityGraphIsInvalid)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     PriorityMgr &graph = MtPriorityMgr::getInstance();
@@ -377,7 +358,7 @@ public:
     int _told = NOT_SET;
 };
 
-TEST(MtThreadPool, ADerivedOneIsToldItsPriorityIfItAsksForThat)
+TEST(MtThreadPool, ADerivedOneIsNotifiedOfItsPriorityOnRequest)
 {
     ListeningPool pool;
     PriorityRelation relation("disk", RtPriorities::getInstance().getRealTimePriority(),
@@ -388,9 +369,9 @@ TEST(MtThreadPool, ADerivedOneIsToldItsPriorityIfItAsksForThat)
     EXPECT_EQ(pool._told, 1);
 }
 
-TEST(MtThreadPool, AWorkerStandsOnTheProcessorOfItsIndex)
+TEST(MtThreadPool, AWorkerRunsOnTheProcessorOfItsIndex)
 {
-    if (!ZvTest::getProcessors().contains(0))
+    if (!getProcessors().contains(0))
         GTEST_SKIP() << "processor 0 is not ours";
     int processor = -1;
     std::set<int> mine;
@@ -400,7 +381,7 @@ TEST(MtThreadPool, AWorkerStandsOnTheProcessorOfItsIndex)
         pool.add([&] {
             LkThreadId const id(LkThreadId::CURRENT_THREAD);
             processor = MtThreadMgr::getInstance().findThread(id)->getProcessorNb();
-            mine = ZvTest::getProcessors();
+            mine = getProcessors();
             done.release();
         });
         pool.start();
@@ -412,10 +393,10 @@ TEST(MtThreadPool, AWorkerStandsOnTheProcessorOfItsIndex)
 
 TEST(MtThreadPool, EachWorkerHasAProcessorOfItsOwn)
 {
-    if (!ZvTest::getProcessors().contains(0) || !ZvTest::getProcessors().contains(1))
+    if (!getProcessors().contains(0) || !getProcessors().contains(1))
         GTEST_SKIP() << "processors 0 and 1 are not ours";
     std::array<std::atomic<int>, 2> processors{-1, -1};
-    Gate gate;
+    Turnstile gate;
     QueuePool pool(2, "placed", true);
     for (int i = 0; i != 2; ++i)
         pool.add([&] {
@@ -424,7 +405,7 @@ TEST(MtThreadPool, EachWorkerHasAProcessorOfItsOwn)
             gate.pass();
         });
     pool.start();
-    gate.awaitArrivals(2);
+    gate.waitForArrival(2);
     EXPECT_EQ(processors[0], 0);
     EXPECT_EQ(processors[1], 1);
     gate.open(2);
@@ -445,7 +426,7 @@ TEST(MtThreadPool, AWorkerIsNotPlacedWithoutNeed)
     EXPECT_EQ(processor, -1);
 }
 
-TEST(MtThreadPool, WorkersHaveTheStackThatWasAskedFor)
+TEST(MtThreadPool, WorkersHaveTheRequestedStack)
 {
     std::binary_semaphore done(0);
     QueuePool pool(1, "deep", false, 4 * 1024 * 1024);
@@ -463,12 +444,12 @@ TEST(MtThreadPool, TasksThatAreLeftAreDestroyedUnexecuted)
 {
     int nbDestroyed = 0;
     int nbExecuted = 0;
-    Gate gate;
+    Turnstile gate;
     {
         QueuePool pool(1);
         pool.start();
         pool.add([&] { gate.pass(); });
-        gate.awaitArrivals(1);
+        gate.waitForArrival(1);
         for (int i = 0; i != 10; ++i)
             pool.add(MtTask(MtRequestTag(), new Work([&] { ++nbExecuted; }, &nbDestroyed)));
         std::thread stopper([&] { pool.stop(); });
@@ -485,7 +466,7 @@ TEST(MtThreadPool, TasksThatAreLeftAreDestroyedUnexecuted)
 
 TEST(MtThreadPool, TheDestructorWaitsForATaskUnderWay)
 {
-    Gate gate;
+    Turnstile gate;
     std::atomic<bool> isOver = false;
     auto pool = std::make_unique<QueuePool>(2);
     pool->start();
@@ -493,7 +474,7 @@ TEST(MtThreadPool, TheDestructorWaitsForATaskUnderWay)
         gate.pass();
         isOver = true;
     });
-    gate.awaitArrivals(1);
+    gate.waitForArrival(1);
     std::atomic<long> destroyer = 0;
     std::thread thread([&] {
         destroyer = threadNumber();
@@ -586,7 +567,7 @@ TEST(MtThreadPool, WorkersArePlacedIfThePoolNamesThatPlacement)
 {
     EXPECT_EQ(PlacementPool().findProcessor(), -1);
     EXPECT_EQ(PlacementPool(MtThreadPool::Placement::ALL_PROCESSORS).findProcessor(), -1);
-    if (!ZvTest::getProcessors().contains(0))
+    if (!getProcessors().contains(0))
         GTEST_SKIP() << "processor 0 is not ours";
     EXPECT_EQ(PlacementPool(MtThreadPool::Placement::ONE_PROCESSOR_EACH).findProcessor(), 0);
 }
@@ -606,12 +587,7 @@ TEST(MtThreadPool, AWorkerThatCannotBeStartedLeavesTheOthersToTheStop)
     QueuePool pool(3);
     pool.add([&] { done.release(); });
     refuseThread(2);
-    try {
-        pool.start();
-        ADD_FAILURE() << "the second worker was started";
-    } catch (AssertionFailed const &failure) {
-        EXPECT_STREQ(failure.getExpression(), "threadHandle != NULL");
-    }
+    EXPECT_EQ(failedAssertion([&] { pool.start(); }), "threadHandle != NULL");
     done.acquire(); // run by the first worker
     EXPECT_TRUE(pool.isRunning());
     pool.stop();
@@ -631,7 +607,7 @@ TEST(MtThreadPoolDeathTest, ATaskThatThrowsEndsTheProcess)
             pool.start();
             std::binary_semaphore(0).acquire();
         },
-        ZvTest::aborted(), "disk is full");
+        aborted(), "disk is full");
 }
 
 // ---- tasks
@@ -707,7 +683,7 @@ TEST(MtTask, MayBeGivenUpWhileItExecutes)
     EXPECT_EQ(nbDestroyed, 1);
 }
 
-TEST(MtTask, WhatTheWorkThrowsComesOut)
+TEST(MtTask, ThrowsWhatTheWorkThrows)
 {
     MtTask task(MtRequestTag(), new Work([] { throw std::runtime_error("disk is full"); }));
     EXPECT_THROW(task.execute(), std::runtime_error);
@@ -733,11 +709,11 @@ TEST(MtTask, ACancelledOneIsNeitherExecutedNorWaitedFor)
     QueuePool pool(1);
     MtRequestMgr &requests = pool.getRequests();
     MtRequestTag const tag = requests.acquireTag();
-    Gate gate;
+    Turnstile gate;
     int nbDestroyed = 0;
     pool.start();
     pool.add([&] { gate.pass(); });
-    gate.awaitArrivals(1);
+    gate.waitForArrival(1);
     pool.add(MtTask(tag, new Work([] { FAIL(); }, &nbDestroyed)));
     EXPECT_EQ(requests.getRequestCount(tag), 1U);
     EXPECT_TRUE(pool.cancel(tag));

@@ -1,7 +1,7 @@
 #include "virtualTime.h"
 
-#include "callingThread.h"
-#include "nanosecondClock.h"
+#include "testing/callingThread.h"
+#include "testing/nanosecondClock.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,7 +11,7 @@
 #include <list>
 #include <mutex>
 
-namespace Zv {
+namespace ZvTest {
 
 namespace {
 
@@ -56,7 +56,7 @@ bool isLogReader()
 {
     static thread_local int isReader = -1;
     if (isReader < 0) {
-        isReader = ZvTest::getName().starts_with("Log_Reader");
+        isReader = getName().starts_with("Log_Reader");
     }
     return isReader;
 }
@@ -125,16 +125,16 @@ int VirtualTime::getNbSleeps()
     return getState().nbSleeps;
 }
 
-} // namespace Zv
+} // namespace ZvTest
 
 BOOL wrapReadClock(LARGE_INTEGER *now)
 {
-    if (!Zv::getIsVirtual()) {
-        now->QuadPart = Zv::readRealClock();
+    if (!ZvTest::getIsVirtual()) {
+        now->QuadPart = ZvTest::readRealClock();
         return TRUE;
     }
-    std::lock_guard const guard(Zv::getState().mutex);
-    now->QuadPart = Zv::getState().now;
+    std::lock_guard const guard(ZvTest::getState().mutex);
+    now->QuadPart = ZvTest::getState().now;
     return TRUE;
 }
 
@@ -142,10 +142,10 @@ DWORD realGetTime() ZV_REAL("_ZN10ZvPlatform11timeGetTimeEv");
 DWORD wrapGetTime() ZV_WRAP("_ZN10ZvPlatform11timeGetTimeEv");
 DWORD wrapGetTime()
 {
-    if (!Zv::getIsVirtual())
+    if (!ZvTest::getIsVirtual())
         return realGetTime();
-    std::lock_guard const guard(Zv::getState().mutex);
-    return static_cast<DWORD>(Zv::getState().now / Zv::MILLISECOND);
+    std::lock_guard const guard(ZvTest::getState().mutex);
+    return static_cast<DWORD>(ZvTest::getState().now / ZvTest::MILLISECOND);
 }
 
 BOOL realWait(void volatile *, void *, SIZE_T, DWORD)
@@ -154,12 +154,13 @@ BOOL wrapWait(void volatile *, void *, SIZE_T, DWORD)
     ZV_WRAP("_ZN10ZvPlatform13WaitOnAddressEPVvPvmj");
 BOOL wrapWait(void volatile *address, void *compare, SIZE_T size, DWORD milliseconds)
 {
-    if (!Zv::getIsVirtual() || size != sizeof(std::uint32_t))
+    if (!ZvTest::getIsVirtual() || size != sizeof(std::uint32_t))
         return realWait(address, compare, size, milliseconds);
-    Zv::State &state = Zv::getState();
+    ZvTest::State &state = ZvTest::getState();
     std::unique_lock guard(state.mutex);
-    LONGLONG const deadline =
-        milliseconds == INFINITE ? Zv::NEVER : state.now + LONGLONG{milliseconds} * Zv::MILLISECOND;
+    LONGLONG const deadline = milliseconds == INFINITE
+                                  ? ZvTest::NEVER
+                                  : state.now + LONGLONG{milliseconds} * ZvTest::MILLISECOND;
     auto const me = state.sleepers.insert(
         state.sleepers.end(), {address, *static_cast<std::uint32_t *>(compare), deadline});
     ++state.nbSleeps;
@@ -178,6 +179,6 @@ void wrapWake(void *) ZV_WRAP("_ZN10ZvPlatform16WakeByAddressAllEPv");
 void wrapWake(void *address)
 {
     realWake(address);
-    std::lock_guard const guard(Zv::getState().mutex);
-    Zv::getState().changed.notify_all();
+    std::lock_guard const guard(ZvTest::getState().mutex);
+    ZvTest::getState().changed.notify_all();
 }

@@ -1,7 +1,7 @@
 // Virtual clock for tests of threads that wait on pulses with a time-out.
 #pragma once
 
-namespace Zv {
+namespace ZvTest {
 
 /// Stops the library's clock while it exists. A thread that waits for the next pulse then sleeps
 /// until a pulse is sent or the test lets enough time pass. There may be one at a time. Threads
@@ -28,4 +28,4 @@ public:
     static int getNbSleeps();
 };
 
-} // namespace Zv
+} // namespace ZvTest

@@ -61,7 +61,7 @@ void useNewLocks()
 
 using ThreadsAndForks = ThreadTest;
 
-TEST_F(ThreadsAndForks, AChildMakesLocksWhateverTheThreadsWereDoing)
+TEST_F(ThreadsAndForks, AChildMakesLocksWhileTheParentsThreadsUseThem)
 {
     std::atomic<bool> isOver{false};
     std::vector<ObjPtr<MtThread>> busy;

@@ -1,9 +1,9 @@
 #include "resmgt/threads/mtCapture.h"
 
-#include "aborted.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "testing/aborted.h"
 #include "zvbase/objPtr.h"
 
 #include <gtest/gtest.h>

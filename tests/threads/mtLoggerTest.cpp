@@ -1,6 +1,5 @@
 #include "resmgt/threads/mtLogger.private.h"
 
-#include "allocations.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -10,6 +9,8 @@
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
+#include "testing/allocations.h"
+#include "testing/capturedLog.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -50,14 +51,7 @@ public:
         return _lines;
     }
     /// Returns the lines that contain a text, each from that text on.
-    std::vector<std::string> find(std::string const &text)
-    {
-        std::vector<std::string> found;
-        for (std::string const &line : getLines())
-            if (auto const position = line.find(text); position != std::string::npos)
-                found.push_back(line.substr(position, line.find('\n', position) - position));
-        return found;
-    }
+    Lines find(std::string const &text) { return linesFrom(text, getLines()); }
     /// Returns the number of lines that the thread that made this object has written itself.
     int getNbOwn() const { return _nbOwn; }
     /// Blocks the output at the next line, until `release`.
@@ -297,7 +291,7 @@ TEST_F(MtLoggerTest, ALineLeavesItsStreamAsItWas)
     }
 }
 
-TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
+TEST_F(MtLoggerTest, TextPrintedJustBeforeTheStopIsWritten)
 {
     for (int run = 0; run != 5; ++run) {
         MtLogger::startLogger();
@@ -310,7 +304,7 @@ TEST_F(MtLoggerTest, TextWrittenJustBeforeTheStopComesOut)
     EXPECT_EQ(output->getNbOwn(), 0); // the reader writes everything, even what it finds at its end
 }
 
-TEST_F(MtLoggerTest, WithoutALoggerTextComesOutAtOnce)
+TEST_F(MtLoggerTest, WithoutALoggerTextIsWrittenAtOnce)
 {
     ZV_TRACE(*testLevel, "before");
     EXPECT_EQ(output->find("before").size(), 1u);
@@ -436,7 +430,7 @@ TEST_F(MtLoggerTest, AKilledThreadThatTheLoggerForgotIsNoFailure)
     thread->join();
 }
 
-TEST_F(MtLoggerTest, AFullQueueDropsTheNewestAndTheLogSaysHowMuch)
+TEST_F(MtLoggerTest, AFullQueueDropsTheNewestTextAndTheLogReportsHowMuch)
 {
     MtLogger::startLogger();
     output->hold();
@@ -489,7 +483,7 @@ TEST_F(MtLoggerTest, AThreadStartsWithoutMemoryForItsQueue)
         ZV_TRACE(*testLevel, "written by the poor");
     });
     {
-        ZvTest::NewThreadsHaveNoMemory const poverty;
+        NewThreadsHaveNoMemory const poverty;
         thread->start();
     }
     thread->stop();
@@ -503,7 +497,7 @@ TEST_F(MtLoggerTest, AThreadThatTracesAllocatesNothing)
     MtLogger::startLogger();
     std::size_t nbAllocations = 1;
     ObjPtr<MtThread> const thread = makeThread("frugal", [&](TestProtocol &, MtThread *) {
-        ZvTest::AllocationCount const count;
+        AllocationCount const count;
         for (int i = 0; i != 20; ++i)
             ZV_TRACE(*testLevel, "item" << i << ' ' << 1.5);
         nbAllocations = count.get();
@@ -597,7 +591,7 @@ TEST_F(MtLoggerTest, AReportAboutAThreadIsMadeWithoutItsLock)
     stranger.join();
 }
 
-TEST_F(MtLoggerTest, StackReportTellsWhereTheStackLies)
+TEST_F(MtLoggerTest, StackReportHasTheAddressesOfTheStack)
 {
     printThreadStack();
     EXPECT_TRUE(output->find("valueOnStack").empty());

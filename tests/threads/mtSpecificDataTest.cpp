@@ -194,7 +194,7 @@ TEST_F(MtSpecificDataTest, ADeleterStillFindsTheValue)
     EXPECT_TRUE(data.isNull());
 }
 
-TEST_F(MtSpecificDataTest, AValueWhoseDeleterThrowsHasGone)
+TEST_F(MtSpecificDataTest, AValueIsRemovedEvenIfItsDeleterThrows)
 {
     {
         MtSpecificData<Looking> const data("data");

@@ -1,6 +1,5 @@
 #include "resmgt/threads/mtThreadMgr.h"
 
-#include "askingStream.h"
 #include "resmgt/locks/mtUtil.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -9,6 +8,7 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
+#include "testing/askingStream.h"
 #include "threads/threadTesting.h"
 #include "zvbase/envVar.h"
 
@@ -286,7 +286,7 @@ private:
     MtThreadGroup &_other;
 };
 
-TEST_F(MtThreadMgrTest, GroupsAreToldUnderTheManagersLock)
+TEST_F(MtThreadMgrTest, GroupsAreNotifiedUnderTheManagersLock)
 {
     std::vector<std::pair<int, unsigned>> calls;
     TestGroup other(calls, 1);
@@ -300,7 +300,7 @@ TEST_F(MtThreadMgrTest, GroupsAreToldUnderTheManagersLock)
     manager.removeGroup(&group);
 }
 
-TEST_F(MtThreadMgrTest, TheManagerOfTheProcessTellsItsGroupsNothing)
+TEST_F(MtThreadMgrTest, TheManagerOfTheProcessDoesNotNotifyItsGroups)
 {
     std::vector<std::pair<int, unsigned>> calls;
     TestGroup group(calls, 1);
@@ -343,7 +343,7 @@ TEST_F(MtThreadMgrTest, AStrangerIsLookedForAmongThreadsThatReportNothing)
     manager.removeThread(&reporting);
 }
 
-TEST_F(MtThreadMgrTest, TheMainThreadHasItsOwnLevelBackWhenNothingIsAskedOfIt)
+TEST_F(MtThreadMgrTest, TheMainThreadReturnsToItsLevelWithoutRequests)
 {
     MtThread &main = *MtThreadMgr::findCurrentThread();
     auto const dump = [&main] {
@@ -410,7 +410,7 @@ TEST_F(MtThreadMgrTest, DestructionWithAGroupFailsTheAssertion)
     EXPECT_EQ(failedAssertion([&] { delete other; }), "_groups.size() == 0");
 }
 
-TEST_F(MtThreadMgrTest, AThreadThatTheLibraryDidNotMakeIsNobody)
+TEST_F(MtThreadMgrTest, FindsNoObjectForAThreadOfTheApplication)
 {
     MtThread *found = &*ObjPtr<MtThread>(makeWaitingThread()); // any pointer that is not null
     std::thread([&] { found = MtThreadMgr::findCurrentThread(); }).join();
@@ -451,7 +451,7 @@ TEST_F(MtThreadMgrTest, GroupsHearOfANewNumberOfProcessorsOnce)
     manager.removeGroup(&a);
 }
 
-TEST_F(MtThreadMgrTest, TheManagerOfTheProcessKnowsItsProcessorsAndTellsNoGroup)
+TEST_F(MtThreadMgrTest, TheManagerOfTheProcessHasItsProcessorsAndNotifiesNoGroup)
 {
     MtThreadMgr &process = MtThreadMgr::getInstance();
     unsigned const nbProcessors = process.getNbProcessors();
@@ -468,7 +468,7 @@ TEST_F(MtThreadMgrTest, TheManagerOfTheProcessKnowsItsProcessorsAndTellsNoGroup)
 
 // ---- real time
 
-TEST_F(MtThreadMgrTest, ApplicationSaysWhatItWants)
+TEST_F(MtThreadMgrTest, TheApplicationRequestsRealTime)
 {
     TestMgr::setParam(MtThreadMgr::REAL_TIME_NOT_STATED);
     MtThreadMgr::indicateAppIsRealTime(false);
@@ -500,7 +500,7 @@ TEST_F(MtThreadMgrTest, RealTimeIsEnabledOnceAndDisabledOnce)
     EXPECT_FALSE(manager.isRealTime());
 }
 
-TEST_F(MtThreadMgrTest, ARefusalIsDroppedWhereRealTimeIsMerelyWanted)
+TEST_F(MtThreadMgrTest, ARefusalIsIgnoredIfRealTimeIsOnlyWanted)
 {
     TestMgr::setParam(MtThreadMgr::REAL_TIME_WANTED);
     manager.isRefused = true;
@@ -510,7 +510,7 @@ TEST_F(MtThreadMgrTest, ARefusalIsDroppedWhereRealTimeIsMerelyWanted)
     EXPECT_EQ(manager.nbEnabled, 2);
 }
 
-TEST_F(MtThreadMgrTest, ARefusalIsThrownWhereRealTimeIsRequired)
+TEST_F(MtThreadMgrTest, ARefusalIsThrownIfRealTimeIsRequired)
 {
     TestMgr::setParam(MtThreadMgr::REAL_TIME_REQUIRED);
     manager.isRefused = true;

@@ -1,9 +1,6 @@
 #include "resmgt/threads/mtThread.h"
-#include "meeting.h"
+#include "testing/meeting.h"
 
-#include "aborted.h"
-#include "askingStream.h"
-#include "callingThread.h"
 #include "platform/services.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/threads/mtEx.h"
@@ -12,7 +9,10 @@
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "resmgt/threads/threadsStatics.private.h"
-#include "threadExtensions/asleep.h"
+#include "testing/aborted.h"
+#include "testing/askingStream.h"
+#include "testing/asleep.h"
+#include "testing/callingThread.h"
 #include "threads/threadTesting.h"
 #include "zvbase/envVar.h"
 #include "zvbase/lgLog.h"
@@ -126,7 +126,7 @@ public:
     std::set<int> getProcessors()
     {
         std::set<int> processors;
-        ask([&] { processors = ZvTest::getProcessors(); });
+        ask([&] { processors = getProcessors(); });
         return processors;
     }
 
@@ -200,7 +200,7 @@ TEST_F(MtThreadTest, ManyMayJoinOneThread)
     for (int round = 0; round != 20; ++round) {
         ObjPtr<MtThread> const thread = makeWaitingThread();
         thread->start();
-        ZvTest::Latch ready(4);
+        Latch ready(4);
         std::vector<std::thread> joiners;
         for (int i = 0; i != 3; ++i)
             joiners.emplace_back([&] {
@@ -215,7 +215,7 @@ TEST_F(MtThreadTest, ManyMayJoinOneThread)
     }
 }
 
-TEST_F(MtThreadTest, AJoinThatComesLateLeavesTheNextRunAlone)
+TEST_F(MtThreadTest, ALateJoinDoesNotAffectTheNextRun)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     std::atomic<bool> isOver = false;
@@ -247,7 +247,7 @@ public:
     std::function<void(MtThread *)> onStop = [this](MtThread *) { go.release(); };
 };
 
-TEST_F(MtThreadTest, AJoinThatComesBackAfterARestartLeavesTheNewRunAlone)
+TEST_F(MtThreadTest, AJoinThatReturnsAfterARestartDoesNotAffectTheNewRun)
 {
     auto * const protocol = new StopCalling;
     ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
@@ -325,7 +325,7 @@ TEST_F(MtThreadTest, FirstFifteenBytesOfTheNameReachTheSystem)
 {
     std::string name;
     ObjPtr<MtThread> const thread = makeThread(
-        "a name that is too long", [&](TestProtocol &, MtThread *) { name = ZvTest::getName(); });
+        "a name that is too long", [&](TestProtocol &, MtThread *) { name = getName(); });
     thread->start();
     thread->join();
     EXPECT_EQ(name.substr(0, 15), "a name that is "); // some systems keep more
@@ -335,7 +335,7 @@ std::string getNameOfThread(std::string const &given)
 {
     std::string name;
     ObjPtr<MtThread> const thread =
-        makeThread(given.c_str(), [&](TestProtocol &, MtThread *) { name = ZvTest::getName(); });
+        makeThread(given.c_str(), [&](TestProtocol &, MtThread *) { name = getName(); });
     thread->start();
     thread->join();
     return name;
@@ -408,7 +408,7 @@ TEST_F(MtThreadTest, QuestionsAboutCancellingNeedARunningThread)
     thread->testCancel();
 }
 
-TEST_F(MtThreadTest, AThreadWhoseBodyHasEndedIsNotCancelable)
+TEST_F(MtThreadTest, AThreadIsNotCancelableAfterItsBody)
 {
     ObjPtr<MtThread> const thread =
         makeThread("ended", [](TestProtocol &, MtThread *self) { self->enableCancel(); });
@@ -447,7 +447,7 @@ private:
     std::vector<std::string> &_calls;
 };
 
-TEST_F(MtThreadTest, CancelKillsAThreadThatEnabledItAndTellsTheProtocol)
+TEST_F(MtThreadTest, CancelKillsAThreadThatEnabledItAndNotifiesTheProtocol)
 {
     std::vector<std::string> calls;
     auto * const protocol = new CanceledProtocol(calls);
@@ -566,7 +566,7 @@ private:
     }
 };
 
-TEST_F(MtThreadTest, StoppingAndCancelingAreToldUnderTheThreadsLock)
+TEST_F(MtThreadTest, StoppingAndCancelingAreNotifiedUnderTheThreadsLock)
 {
     auto * const protocol = new LockedProtocol;
     ObjPtr<MtThread> const thread = MtThreadFactory::getInstance().createThread(
@@ -611,7 +611,7 @@ public:
     void performAttach(MtThread *) override { throw std::runtime_error("no"); }
 };
 
-TEST_F(MtThreadTest, ThreadWhoseProtocolDoesNotAttachIsNeitherMadeNorRegistered)
+TEST_F(MtThreadTest, ThreadIsNeitherMadeNorRegisteredIfItsProtocolFailsToAttach)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     EXPECT_THROW(MtThreadFactory::getInstance()
@@ -628,7 +628,7 @@ public:
     void performDetach(MtThread *) override { throw std::runtime_error("no"); }
 };
 
-TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToDetachIsUnregisteredAllTheSame)
+TEST_F(MtThreadTest, ThreadIsUnregisteredEvenIfItsProtocolFailsToDetach)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
@@ -668,7 +668,7 @@ private:
     bool &_isDetached;
 };
 
-TEST_F(MtThreadTest, ThreadWhoseProtocolFailsToStopIsWaitedForAllTheSame)
+TEST_F(MtThreadTest, ThreadIsWaitedForEvenIfItsProtocolFailsToStop)
 {
     unsigned const nbThreads = MtThreadMgr::getInstance().getNbThreads();
     bool hasEnded = false, isDetached = false;
@@ -827,7 +827,7 @@ TEST_F(MtThreadTest, ProcessorNumberIsRememberedAndAppliedAtTheStart)
     AskedThread thread;
     EXPECT_TRUE(thread->isProcessorPlaceable());
     EXPECT_EQ(thread->getProcessorNb(), -1);
-    int const processor = *ZvTest::getProcessors().begin();
+    int const processor = *getProcessors().begin();
     thread->setProcessorNb(processor);
     EXPECT_EQ(thread->getProcessorNb(), processor);
     thread->start();
@@ -852,7 +852,7 @@ public:
 TEST_F(MtThreadTest, PlacingAtTheStartCanBeSwitchedOffAndPlacingOfARunningThreadCannot)
 {
     RunOnGuard const off("ZV_RUNON=0");
-    std::set<int> const all = ZvTest::getProcessors();
+    std::set<int> const all = getProcessors();
     AskedThread thread;
     int const processor = *all.begin();
     thread->setProcessorNb(processor);
@@ -865,7 +865,7 @@ TEST_F(MtThreadTest, PlacingAtTheStartCanBeSwitchedOffAndPlacingOfARunningThread
 
 TEST_F(MtThreadTest, ProcessorNumbersCountModulo32AndMinusOneIsAllOfTheProcess)
 {
-    std::set<int> const all = ZvTest::getProcessors();
+    std::set<int> const all = getProcessors();
     if (!all.contains(1))
         GTEST_SKIP() << "the process may not use processor 1 of this machine";
     AskedThread thread;
@@ -880,7 +880,7 @@ TEST_F(MtThreadTest, ProcessorNumbersCountModulo32AndMinusOneIsAllOfTheProcess)
 
 TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered)
 {
-    if (ZvTest::getProcessors().contains(31))
+    if (getProcessors().contains(31))
         GTEST_SKIP() << "this machine has a processor 31";
     AskedThread thread;
     thread->start();
@@ -891,7 +891,7 @@ TEST_F(MtThreadTest, AProcessorThatIsNotThereFailsTheAssertionAndIsNotRemembered
 
 TEST_F(MtThreadTest, AThreadHasTheProcessorsOfTheProcessAndNotOfItsStarter)
 {
-    std::set<int> const all = ZvTest::getProcessors();
+    std::set<int> const all = getProcessors();
     AskedThread starter, child;
     starter->setProcessorNb(*all.begin());
     starter->start();
@@ -902,7 +902,7 @@ TEST_F(MtThreadTest, AThreadHasTheProcessorsOfTheProcessAndNotOfItsStarter)
 
 TEST_F(MtThreadTest, AThreadThatCannotBePlacedFailsItsStartAndRunsNoBody)
 {
-    if (ZvTest::getProcessors().contains(31))
+    if (getProcessors().contains(31))
         GTEST_SKIP() << "this machine has a processor 31";
     int nbRuns = 0;
     ObjPtr<MtThread> const thread =
@@ -1043,7 +1043,20 @@ TEST_F(MtThreadTest, DumpOfARunningThreadHasItsNumber)
 
 // ---- ends of the process
 
-using ThreadEndsDeathTest = MtThreadWindowsTest;
+class ThreadEndsDeathTest : public MtThreadWindowsTest
+{
+protected:
+    /// Stores an exception in a thread and joins it.
+    static void joinWithAStoredException()
+    {
+        ObjPtr<MtThread> const thread = makeWaitingThread();
+        thread->start();
+        setException(*thread, new MtEx::ExNotImplemented("f", 1, "x"));
+        thread->stop();
+        thread->join();
+        std::_Exit(0);
+    }
+};
 
 TEST_F(ThreadEndsDeathTest, AnExceptionThatLeavesTheBodyEndsTheProcess)
 {
@@ -1055,39 +1068,25 @@ TEST_F(ThreadEndsDeathTest, AnExceptionThatLeavesTheBodyEndsTheProcess)
             thread->join();
             std::_Exit(0);
         },
-        ZvTest::aborted(), "lost");
+        aborted(), "lost");
 }
 
-TEST_F(ThreadEndsDeathTest, AStoredExceptionEndsTheProcessWhereTheThreadSaysSo)
+TEST_F(ThreadEndsDeathTest, AStoredExceptionEndsTheProcessAtTheEndOfTheThread)
 {
-    EXPECT_EXIT(
-        {
-            ObjPtr<MtThread> const thread = makeWaitingThread();
-            thread->start();
-            setException(*thread, new MtEx::ExNotImplemented("f", 1, "x"));
-            thread->stop();
-            thread->join();
-            std::_Exit(0);
-        },
-        ZvTest::aborted(), "");
+    EXPECT_EXIT(joinWithAStoredException(), aborted(), "");
 }
 
-TEST_F(ThreadEndsDeathTest, TheTraceTellsOfAStoredException)
+TEST_F(ThreadEndsDeathTest, TheTraceReportsAStoredException)
 {
     EXPECT_EXIT(
         {
             ThreadsStatics::threadLevel->setEnabled(true);
-            ObjPtr<MtThread> const thread = makeWaitingThread();
-            thread->start();
-            setException(*thread, new MtEx::ExNotImplemented("f", 1, "x"));
-            thread->stop();
-            thread->join();
-            std::_Exit(0);
+            joinWithAStoredException();
         },
-        ZvTest::aborted(), "Terminating on unhandled exception\\.\n");
+        aborted(), "Terminating on unhandled exception\\.\n");
 }
 
-TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsComeOut)
+TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsAreWritten)
 {
     EXPECT_EXIT(
         {
@@ -1099,7 +1098,7 @@ TEST_F(ThreadEndsDeathTest, TheLinesOfABodyThatThrowsComeOut)
             thread->join();
             std::_Exit(0);
         },
-        ZvTest::aborted(), "LAST WORDS");
+        aborted(), "LAST WORDS");
 }
 
 // Ten other threads start and end them. Each start and each end waits for the thread, and on a

@@ -1,8 +1,6 @@
 // Tests of every report of a failed service. The linker redirects the library's calls of the
 // platform here.
 
-#include "allocations.h"
-#include "childProcess.h"
 #include "platform/services.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtPriorityMgr.h"
@@ -10,7 +8,10 @@
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
-#include "threadHook.h"
+#include "testing/allocations.h"
+#include "testing/childProcess.h"
+#include "testing/failures.h"
+#include "testing/threadHook.h"
 #include "threads/threadTesting.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
@@ -145,24 +146,11 @@ protected:
     }
 };
 
-/// Returns the text of the system assertion that `action` fails.
-std::string systemAssertionOf(std::function<void()> const &action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        EXPECT_TRUE(failure.hasSystemError());
-        EXPECT_EQ(failure.getSystemError(), int{REFUSED});
-        return failure.getExpression();
-    }
-    return "";
-}
-
 TEST_F(ThreadRefused, ThreadThatCannotBeMadeIsNotRunningAndCanStartLater)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     refuse("CreateThread");
-    EXPECT_EQ(systemAssertionOf([&] { thread->start(); }), "threadHandle != NULL");
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->start(); }), "threadHandle != NULL");
     EXPECT_FALSE(thread->isRunning());
     thread->start();
     EXPECT_TRUE(thread->isRunning());
@@ -183,7 +171,7 @@ TEST_F(ThreadRefused, TheSystemIsAskedForTheStackThatWasAskedFor)
         ObjPtr<MtThread> const thread = makeThread(
             "stack", [](TestProtocol &, MtThread *) {}, size);
         refuse("CreateThread");
-        EXPECT_EQ(systemAssertionOf([&] { thread->start(); }), "threadHandle != NULL");
+        EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->start(); }), "threadHandle != NULL");
         EXPECT_EQ(asked, size ? size : 65536u);
     }
 }
@@ -210,11 +198,11 @@ TEST_F(ThreadRefused, ProcessorNumbersShiftABitModulo32)
     EXPECT_EQ(asked, process);
 }
 
-TEST_F(ThreadRefused, ThreadWhoseLevelCannotBeSetRunsAllTheSame)
+TEST_F(ThreadRefused, ThreadRunsEvenIfItsLevelCannotBeSet)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     refuse("SetThreadPriority");
-    EXPECT_EQ(systemAssertionOf([&] { thread->start(); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->start(); }),
               "::SetThreadPriority( _threadHandle, _priorityValue )");
     EXPECT_TRUE(thread->isRunning());
     thread->stop();
@@ -227,11 +215,12 @@ TEST_F(ThreadRefused, LevelOfARunningThreadCannotBeSet)
     ObjPtr<MtThread> const thread = makeWaitingThread();
     thread->start();
     refuse("SetThreadPriority");
-    EXPECT_EQ(systemAssertionOf([&] {
-                  PriorityRelation const relation(
-                      "level", RtPriorities::getInstance().getInterruptPriority(),
-                      PriorityRelation::EQUAL, thread->getPriority());
-              }),
+    EXPECT_EQ(failedSystemCall(REFUSED,
+                               [&] {
+                                   PriorityRelation const relation(
+                                       "level", RtPriorities::getInstance().getInterruptPriority(),
+                                       PriorityRelation::EQUAL, thread->getPriority());
+                               }),
               "::SetThreadPriority( _threadHandle, _priorityValue )");
 }
 
@@ -247,7 +236,7 @@ TEST_F(ThreadRefused, LevelThatWasRefusedIsAskedForAgain)
         return os.str().find(" prio   6 ") != std::string::npos;
     };
     refuse("SetThreadPriority");
-    EXPECT_EQ(systemAssertionOf([&] { node.setPriority(6); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { node.setPriority(6); }),
               "::SetThreadPriority( _threadHandle, _priorityValue )");
     EXPECT_FALSE(isAtItsLevel());
     MtPriorityMgr::getInstance().notify(PriorityMgr::VALUE_CHANGED);
@@ -260,7 +249,7 @@ TEST_F(ThreadRefused, LevelThatWasRefusedAtTheStartIsAskedForAgain)
     Priority node("moved", MtPriorityMgr::getInstance(), 6);
     PriorityRelation const relation("moved", node, PriorityRelation::EQUAL, thread->getPriority());
     refuse("SetThreadPriority", 1);
-    EXPECT_EQ(systemAssertionOf([&] { thread->start(); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->start(); }),
               "::SetThreadPriority( _threadHandle, _priorityValue )");
     nbCalls = 0;
     node.setPriority(5);
@@ -271,7 +260,7 @@ TEST_F(ThreadRefused, AThreadThatCannotBeMadeLeavesItsLockToOthers)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     refuse("CreateThread");
-    EXPECT_EQ(systemAssertionOf([&] { thread->start(); }), "threadHandle != NULL");
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->start(); }), "threadHandle != NULL");
     std::thread([&] { thread->getProtocol(); }).join();
 }
 
@@ -321,7 +310,7 @@ public:
     bool isDeaf = false;
 };
 
-TEST_F(ThreadRefused, LevelThatIsToldOnceMoreMakesNoCall)
+TEST_F(ThreadRefused, AnUnchangedLevelMakesNoCall)
 {
     ObjPtr<MtThread> const thread = makeWaitingThread();
     thread->start();
@@ -340,11 +329,11 @@ TEST_F(ThreadRefused, WaitForTheEndFailsAndTheThreadCanBeJoinedLater)
     thread->start();
     thread->stop();
     refuse("WaitForSingleObject");
-    EXPECT_EQ(systemAssertionOf([&] { thread->join(); }), "waitResult == WAIT_OBJECT_0");
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->join(); }), "waitResult == WAIT_OBJECT_0");
     EXPECT_TRUE(thread->isRunning());
     refuse("DuplicateHandle");
     EXPECT_EQ(
-        systemAssertionOf([&] { thread->join(); }),
+        failedSystemCall(REFUSED, [&] { thread->join(); }),
         "::DuplicateHandle( process, handle, process, &_handle, 0, FALSE, DUPLICATE_SAME_ACCESS )");
     thread->join();
     EXPECT_FALSE(thread->isRunning());
@@ -362,7 +351,7 @@ TEST_F(ThreadRefused, ThreadThatCannotBeKilledRunsOn)
     thread->start();
     ready.acquire();
     refuse("TerminateThread");
-    EXPECT_EQ(systemAssertionOf([&] { thread->cancel(); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->cancel(); }),
               "::TerminateThread( _threadHandle, 0 )");
     EXPECT_TRUE(thread->isRunning());
 }
@@ -372,10 +361,10 @@ TEST_F(ThreadRefused, ThreadCannotBePlaced)
     ObjPtr<MtThread> const thread = makeWaitingThread();
     thread->start();
     refuse("SetThreadAffinityMask");
-    EXPECT_EQ(systemAssertionOf([&] { thread->setProcessorNb(0); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->setProcessorNb(0); }),
               "::SetThreadAffinityMask( _threadHandle, mask )");
     refuse("GetProcessAffinityMask");
-    EXPECT_EQ(systemAssertionOf([&] { thread->setProcessorNb(-1); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { thread->setProcessorNb(-1); }),
               "::GetProcessAffinityMask( processHandle, &threadAffinity, &systemAffinity )");
     EXPECT_EQ(thread->getProcessorNb(), -1);
 }
@@ -396,8 +385,8 @@ TEST_F(ThreadRefused, AThreadWithoutAProcessorOfItsOwnIsNotPlaced)
 
 TEST_F(ThreadRefused, TheMainThreadThatCouldNotBeAdoptedCanBeLater)
 {
-    ZvTest::ChildProcess child({"--child", "adopt"});
-    ZvTest::ChildProcess::End const end = child.await();
+    ChildProcess child({"--child", "adopt"});
+    ChildProcess::End const end = child.await();
     EXPECT_EQ(end.code, 0) << end.output;
 }
 
@@ -405,12 +394,12 @@ TEST_F(ThreadRefused, RealTimeThatFailsForAnotherReasonThanPrivilegeIsAnAssertio
 {
     MtThreadMgr &manager = MtThreadMgr::getInstance();
     refuse("SetPriorityClass", 2);
-    EXPECT_EQ(systemAssertionOf([&] { manager.setRealTime(true); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { manager.setRealTime(true); }),
               "::SetPriorityClass( _processHandle, REALTIME_PRIORITY_CLASS )");
     EXPECT_FALSE(manager.isRealTime());
 }
 
-TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsDroppedWhereItIsNotRequired)
+TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsIgnoredIfItIsNotRequired)
 {
     MtThreadMgr &manager = MtThreadMgr::getInstance();
     refuse("SetPriorityClass", 1, ERROR_PRIVILEGE_NOT_HELD);
@@ -418,7 +407,7 @@ TEST_F(ThreadRefused, RealTimeWithoutPrivilegeIsDroppedWhereItIsNotRequired)
     EXPECT_FALSE(manager.isRealTime());
 }
 
-TEST_F(ThreadRefused, RealTimeOfWhichTheSystemGivesLessIsNone)
+TEST_F(ThreadRefused, RealTimeIsOffIfTheSystemGrantsLess)
 {
     MtThreadMgr &manager = MtThreadMgr::getInstance();
     pretend("SetPriorityClass");
@@ -436,7 +425,8 @@ TEST_F(ThreadRefused, RealTimeThatCannotBeLeftStaysOn)
             pretend("SetPriorityClass"); // so that it works without the privilege
             manager.setRealTime(true);
             refuse("SetPriorityClass");
-            std::string const failed = systemAssertionOf([&] { manager.setRealTime(false); });
+            std::string const failed =
+                failedSystemCall(REFUSED, [&] { manager.setRealTime(false); });
             bool const isGood =
                 failed == "::SetPriorityClass( _processHandle, NORMAL_PRIORITY_CLASS )" &&
                 manager.isRealTime();
@@ -453,16 +443,17 @@ struct Value
 TEST_F(ThreadRefused, ThreadLocalStorageThatIsRefusedFailsAnAssertion)
 {
     refuse("TlsAlloc");
-    EXPECT_EQ(systemAssertionOf([] { MtSpecificData<Value> const data("data"); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [] { MtSpecificData<Value> const data("data"); }),
               "_tlsIndex != 0xFFFFFFFF");
-    EXPECT_EQ(systemAssertionOf([] {
-                  MtSpecificData<Value> const data("data");
-                  refuse("TlsFree");
-              }),
+    EXPECT_EQ(failedSystemCall(REFUSED,
+                               [] {
+                                   MtSpecificData<Value> const data("data");
+                                   refuse("TlsFree");
+                               }),
               "::TlsFree( _tlsIndex ) == TRUE");
     MtSpecificData<Value> const data("data");
     refuse("TlsSetValue");
-    EXPECT_EQ(systemAssertionOf([&] { data.getPointee(); }),
+    EXPECT_EQ(failedSystemCall(REFUSED, [&] { data.getPointee(); }),
               "::TlsSetValue( _tlsIndex, data ) != 0");
     EXPECT_TRUE(data.isNull());
     EXPECT_EQ(data->value, 0);

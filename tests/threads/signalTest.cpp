@@ -1,9 +1,9 @@
 // Tests of threads that block signals, and of bodies that POSIX ends.
-#include "aborted.h"
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
+#include "testing/aborted.h"
 #include "threads/threadTesting.h"
 
 #include <gtest/gtest.h>
@@ -104,7 +104,7 @@ TEST_F(ThreadEndsByPosixDeathTest, PthreadExitInABodyEndsTheProcess)
             thread->join();
             std::_Exit(0);
         },
-        ZvTest::aborted(), "A thread's body ends by the POSIX exit or cancel");
+        aborted(), "A thread's body ends by the POSIX exit or cancel");
 }
 
 TEST_F(ThreadEndsByPosixDeathTest, PthreadCancelOfABodyEndsTheProcess)
@@ -119,7 +119,7 @@ TEST_F(ThreadEndsByPosixDeathTest, PthreadCancelOfABodyEndsTheProcess)
             thread->join();
             std::_Exit(0);
         },
-        ZvTest::aborted(), "A thread's body ends by the POSIX exit or cancel");
+        aborted(), "A thread's body ends by the POSIX exit or cancel");
 }
 
 } // namespace

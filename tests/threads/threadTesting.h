@@ -5,7 +5,8 @@
 #include "resmgt/threads/mtSpecificData.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
+#include "testing/failures.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -48,6 +49,12 @@ struct TestAccess<MtSpecificDataRegistry>
     }
 };
 
+} // namespace Zv
+
+namespace ZvTest {
+
+using namespace Zv;
+
 /// Thread that does nothing.
 class StubThread : public MtThread
 {
@@ -76,12 +83,6 @@ protected:
     void threadEnded() override {}
     void setProcessorNbNoLock(int) override {}
 };
-
-} // namespace Zv
-
-namespace ZvTest {
-
-using namespace Zv;
 
 /// If set, maps the time-outs of all timed waits, in milliseconds.
 inline std::atomic<unsigned (*)(unsigned milliseconds)> mapTimeout = nullptr;
@@ -152,17 +153,6 @@ private:
     bool _wasBlocked = false;
     std::thread _thread;
 };
-
-/// Returns the expression of the assertion that `action` fails, or an empty text.
-inline std::string failedAssertion(std::function<void()> const &action)
-{
-    try {
-        action();
-    } catch (AssertionFailed const &failure) {
-        return failure.getExpression();
-    }
-    return {};
-}
 
 /// Fixture that lets threads start, whether the packages are up or not.
 class ThreadTest : public testing::Test

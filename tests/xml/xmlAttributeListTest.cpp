@@ -1,4 +1,4 @@
-#include "groupingLocale.h"
+#include "testing/groupingLocale.h"
 #include "xmlTesting.h"
 
 #include <limits>
@@ -124,14 +124,14 @@ TEST(XmlAttributeList, AnUnsignedNumberIsNotNegative)
     EXPECT_EQ(listOf("-0").getUInt32("x"), 0u);
 }
 
-TEST(XmlAttributeList, ReadsNumbersWhateverLocaleTheProgramHas)
+TEST(XmlAttributeList, ReadsNumbersIndependentlyOfTheLocale)
 {
     GroupingLocale const locale;
     EXPECT_EQ(listOf("1234567").getInt("x"), 1234567);
     EXPECT_EQ(listOf("1.234.567").getInt("x"), 1);
 }
 
-TEST(XmlAttributeList, WhatIsNoNumberOrDoesNotFitIsAConversionError)
+TEST(XmlAttributeList, AnInvalidOrTooLargeNumberIsAConversionError)
 {
     char const reason[] = "Conversion error.";
     for (char const *value : {"", "abc", " ", "-", "x1"}) {

@@ -1,4 +1,4 @@
-#include "groupingLocale.h"
+#include "testing/groupingLocale.h"
 #include "xmlTesting.h"
 
 #include "resmgt/containers.h"
@@ -131,7 +131,7 @@ TEST(XmlElement, ANumberMayHaveASignAndSpaceBeforeIt)
     EXPECT_EQ(numberOf<int>("+-1"), 0);
 }
 
-TEST(XmlElement, NumbersAreWrittenAndReadWhateverLocaleTheProgramHas)
+TEST(XmlElement, NumbersAreWrittenAndReadIndependentlyOfTheLocale)
 {
     GroupingLocale const locale;
     XmlElement a("a");
@@ -221,7 +221,7 @@ double workFor(std::string const &text)
     return static_cast<double>(std::clock() - start + 1);
 }
 
-TEST(XmlElement, AttributesWhoseNamesHaveOneHashAreNoMoreWorkThanOthers)
+TEST(XmlElement, AttributesWithEqualHashesAreNoMoreWorkThanOthers)
 {
     ASSERT_EQ(LiString("af").hash(), LiString("ba").hash());
     ASSERT_NE(LiString("ag").hash(), LiString("ba").hash());
@@ -328,7 +328,7 @@ TEST(XmlAttribute, HasANameAndAValue)
 
 // Children
 
-TEST(XmlElement, ChildrenStandInTheOrderOfTheDocument)
+TEST(XmlElement, ChildrenAreInTheOrderOfTheDocument)
 {
     XmlElement a("a");
     EXPECT_TRUE(a.getChildren().atEnd());
@@ -502,7 +502,7 @@ TEST(XmlDocument, IsReadFromAStreamAndFromATextAlike)
     }
 }
 
-TEST(XmlDocument, HasNoDeclarationWhereItsTextHasNone)
+TEST(XmlDocument, HasNoDeclarationIfItsTextHasNone)
 {
     EXPECT_EQ(textOf(XmlDocument("<a/>")), "<!DOCTYPE a>\n<a />\n");
     EXPECT_FALSE(XmlDocument("<a/>").hasXmlDecl());
@@ -530,7 +530,7 @@ TEST(XmlDocument, TakesRootAndTypeOver)
     EXPECT_EQ(Counted::living, 0);
 }
 
-TEST(XmlDocument, WhatIsWrittenIsReadAgain)
+TEST(XmlDocument, WrittenTextCanBeRead)
 {
     std::string const text =
         "<?xml version=\"1.0\"?>\n<!DOCTYPE a>\n<a x=\"&quot;&amp;&apos;&lt;&gt;\xFF\" >\n"
@@ -538,7 +538,7 @@ TEST(XmlDocument, WhatIsWrittenIsReadAgain)
     EXPECT_EQ(textOf(XmlDocument(text.c_str())), text);
 }
 
-TEST(XmlElement, IsWrittenAloneWhereverItStands)
+TEST(XmlElement, IsWrittenAloneFromAnyPlace)
 {
     XmlDocument const document("<a><b x='1'><c/><d><e/></d></b><f/></a>");
     auto const written = [&](char const *tag) {
@@ -586,7 +586,7 @@ TEST(XmlDocumentBuilder, TagsMatch)
     EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a></b>"); }), "Syntax error.");
     EXPECT_EQ(reasonOf<XmlEx::ExSyntaxError>([] { XmlDocument("<a><b></a></b>"); }),
               "Syntax error.");
-    EXPECT_EQ(reasonOf([] { XmlDocument("<a><a></a></a>"); }), "no failure");
+    EXPECT_EQ(reasonOf([] { XmlDocument("<a><a></a></a>"); }), "nothing was thrown");
 }
 
 TEST(XmlDocumentBuilder, ADoubleAttributeHasItsLaterValue)

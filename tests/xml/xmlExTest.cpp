@@ -50,7 +50,7 @@ TEST(XmlEx, AClientsParsingErrorShowsTheFirst256Bytes)
     EXPECT_STREQ(error.getReason(), copy->getReason());
 }
 
-TEST(XmlEx, AClientsParsingErrorIsNoneOfTheFamily)
+TEST(XmlEx, AClientsParsingErrorIsNotOfTheFamily)
 {
     static_assert(std::is_base_of_v<std::invalid_argument, XmlEx::ExSaxParsingError>);
     static_assert(std::is_base_of_v<ExBase, XmlEx::ExSaxParsingError>);

@@ -1,15 +1,15 @@
-// What happens when memory runs out: each allocation of the calling thread fails in its turn.
+// XML without memory. Each allocation of the calling thread fails in its turn.
 
-#include "allocations.h"
-#include "childProcess.h"
 #include "resmgt/xml/xmlBlocks.private.h"
 #include "resmgt/xml/xmlNode.h"
+#include "testing/allocations.h"
+#include "testing/childProcess.h"
 #include "xmlTesting.h"
 
 #include <cstdio>
 #include <cstdlib>
 
-/// Reads a text with so many buffers to be had.
+/// Reads a text while only a given number of buffers can be allocated.
 int zvChildMain(int argc, char **argv);
 
 int zvChildMain(int argc, char **argv)
@@ -28,7 +28,7 @@ int zvChildMain(int argc, char **argv)
 namespace ZvTest {
 namespace {
 
-/// The parser's buffers are no part of it: without them the process ends.
+/// Lets each allocation that can throw fail. Without the parser's buffers the process would end.
 template <class Function>
 int failInTurn(Function const &function)
 {
@@ -41,7 +41,7 @@ char const text[] =
     "it'>"
     "text<b><c z='2'>more text, so that it is no short one</c></b><![CDATA[raw]]></a>";
 
-TEST(XmlMemory, ATextGivesBackWhatItTook)
+TEST(XmlMemory, ATextFreesAllItsMemory)
 {
     Zv::LiString const longText("long"), longerText("longer");
     ReleaseCount const releases;
@@ -152,7 +152,8 @@ TEST(XmlMemory, APieceOfNothingIsReleased)
     delete none;
 }
 
-/// What a process of this program prints that has so many buffers for a text of this size, and its exit code.
+/// Returns the output and the exit code of a process with that many buffers for a text of this
+/// size.
 std::string childSays(std::string const &buffers, std::string const &size)
 {
     auto const end = ChildProcess({"--child", buffers, size}).await();

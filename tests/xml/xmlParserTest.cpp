@@ -1,4 +1,4 @@
-#include "meeting.h"
+#include "testing/meeting.h"
 #include "xmlTesting.h"
 
 #include "resmgt/xml/xmlInput.private.h"
@@ -51,7 +51,7 @@ TEST(XmlParser, AVersionIsOneOrMoreOfItsBytesBetweenEqualQuotes)
     EXPECT_EQ(toldOf("<?xml version='&#49;'?><a/>"), LEXICAL);
 }
 
-TEST(XmlParser, OnlyCommentsStandBeforeTheDeclaration)
+TEST(XmlParser, OnlyCommentsAreAllowedBeforeTheDeclaration)
 {
     EXPECT_EQ(toldOf("<!-- x --><?xml version='1.0'?><a/>"), "declaration[1.0] begin[a] emptyEnd ");
     EXPECT_EQ(toldOf(" <?xml version='1.0'?><a/>"), SYNTAX);
@@ -94,7 +94,7 @@ TEST(XmlParser, ADoctypeHasANameAndNothingElse)
     EXPECT_EQ(toldOf("<a/><!DOCTYPE a>"), "begin[a] emptyEnd Syntax error.");
 }
 
-TEST(XmlParser, WhiteSpaceAndCommentsStandBetweenThePartsOfADocument)
+TEST(XmlParser, WhiteSpaceAndCommentsAreAllowedBetweenThePartsOfADocument)
 {
     EXPECT_EQ(
         toldOf("<?xml version='1.0'?> <!-- x -->\n<!-- y -->\t<!DOCTYPE a>\r\n<!-- z --> <a/> "
@@ -105,7 +105,7 @@ TEST(XmlParser, WhiteSpaceAndCommentsStandBetweenThePartsOfADocument)
     EXPECT_EQ(toldOf("\f<a/>"), SYNTAX);
 }
 
-TEST(XmlParser, NothingElseStandsOutsideTheRoot)
+TEST(XmlParser, NothingElseIsAllowedOutsideTheRoot)
 {
     EXPECT_EQ(toldOf(""), SYNTAX);
     EXPECT_EQ(toldOf(" \n"), SYNTAX);
@@ -161,7 +161,7 @@ TEST(XmlParser, ACommentSplitsAText)
 
 // Tags
 
-TEST(XmlParser, AStartTagIsToldWithItsAttributesInOrder)
+TEST(XmlParser, AStartTagIsReportedWithItsAttributesInOrder)
 {
     EXPECT_EQ(toldOf("<a c='1' b=\"2\" c='3'></a>"), "begin[a] c=[1] b=[2] c=[3] tagEnd close[a] ");
     EXPECT_EQ(toldOf("<a b=''/>"), "begin[a] b=[] emptyEnd ");
@@ -176,7 +176,7 @@ TEST(XmlParser, WhiteSpaceSeparatesAttributes)
     EXPECT_EQ(toldOf("<a b='1''c'/>"), "begin[a] b=[1] Syntax error.");
 }
 
-TEST(XmlParser, NoWhiteSpaceStandsBeforeTheNameOfATag)
+TEST(XmlParser, NoWhiteSpaceIsAllowedBeforeTheNameOfATag)
 {
     EXPECT_EQ(toldOf("< a/>"), SYNTAX);
     EXPECT_EQ(toldOf("<a></ a>"), "begin[a] tagEnd Syntax error.");
@@ -252,7 +252,7 @@ TEST(XmlParser, NamesOfStartAndEndTagsAreNotCompared)
     EXPECT_EQ(toldOf("<a><b></c></d>"), "begin[a] tagEnd begin[b] tagEnd close[c] close[d] ");
 }
 
-TEST(XmlParser, ManyNamesAreToldAsTheyStand)
+TEST(XmlParser, ManyNamesAreReportedUnchanged)
 {
     std::string text = "<r>";
     std::string told = "begin[r] tagEnd ";
@@ -298,7 +298,7 @@ TEST(XmlParser, AValueHoldsAnyOtherByte)
 
 // Text and references
 
-TEST(XmlParser, ATextWithReferencesComesInPieces)
+TEST(XmlParser, ATextWithReferencesIsPassedInPieces)
 {
     EXPECT_EQ(toldOf("<a>x&amp;y</a>"), "begin[a] tagEnd text[x] text[&] text[y] close[a] ");
     EXPECT_EQ(toldOf("<a>&lt;&gt;&apos;&quot;&#65;&#x42;</a>"),
@@ -336,7 +336,7 @@ TEST(XmlParser, ATextIsCutBeforeTheBracketOfACdataEnd)
     EXPECT_EQ(toldOf("<a>x]"), "begin[a] tagEnd text[x]] Syntax error.");
 }
 
-TEST(XmlParser, ACdataEndWhereATokenStartsIsASyntaxError)
+TEST(XmlParser, ACdataEndAtTheStartOfATokenIsASyntaxError)
 {
     EXPECT_EQ(toldOf("<a>]]></a>"), "begin[a] tagEnd Syntax error.");
     EXPECT_EQ(toldOf("<a><b/>]]></a>"), "begin[a] tagEnd begin[b] emptyEnd Syntax error.");
@@ -367,7 +367,7 @@ TEST(XmlParser, NumericReferencesReachTo255)
     EXPECT_EQ(toldOf("<a>&#x10000000000000041;</a>"), "begin[a] tagEnd Lexical error.");
 }
 
-TEST(XmlParser, WhatIsNoReferenceIsALexicalError)
+TEST(XmlParser, AnInvalidReferenceIsALexicalError)
 {
     for (char const *text :
          {"&",    "&;",     "& ",    "&lt",     "&lt ;",   "&Lt;",  "&l;",   "&gt",    "&amp",
@@ -381,7 +381,7 @@ TEST(XmlParser, WhatIsNoReferenceIsALexicalError)
     }
 }
 
-TEST(XmlParser, AnOpeningBracketInAValueIsALexicalErrorWhateverFollows)
+TEST(XmlParser, AnOpeningBracketInAValueIsALexicalErrorBeforeAnyText)
 {
     for (char const *text : {"<", "x<y", "<amp;", "x<lt;y", "<#65;", "&amp;<amp;"})
         EXPECT_EQ(toldOf("<a b='" + std::string(text) + "'/>"), "begin[a] Lexical error.") << text;
@@ -389,7 +389,7 @@ TEST(XmlParser, AnOpeningBracketInAValueIsALexicalErrorWhateverFollows)
 
 // CDATA sections
 
-TEST(XmlParser, ACdataSectionIsToldAsItStands)
+TEST(XmlParser, ACdataSectionIsPassedUnchanged)
 {
     EXPECT_EQ(toldOf("<a><![CDATA[<b>]]></a>"), "begin[a] tagEnd cdata[<b>] close[a] ");
     EXPECT_EQ(toldOf("<a><![CDATA[]]></a>"), "begin[a] tagEnd cdata[] close[a] ");
@@ -475,7 +475,7 @@ TEST(XmlParser, AStreamThatThrowsAtItsEndIsReadToItsEnd)
 
 // Blocks of the input
 
-/// A document with all kinds of tokens, and what is told of it.
+/// A document with all kinds of tokens, and the calls of the parser for it.
 std::string const allTokens =
     "<root first='1' second = \"two&lt;\" > text <!-- comment - -->x]]>y&amp;&#65;"
     "<![CDATA[ a ]] b ]>]]]]>\n\t <empty-element  attribute='value' /></root >\n<!-- end -->\n";
@@ -536,7 +536,7 @@ TEST(XmlParser, EveryPieceOfADocumentFromItsStartFails)
         EXPECT_EQ(toldOf(text.substr(0, length)), "declaration[1.0] type[r] " + allTold);
 }
 
-/// A stream that tells how much of it has been asked for.
+/// A stream that reports how much of it has been read.
 class CountingBuffer : public std::stringbuf
 {
 public:
@@ -634,7 +634,7 @@ TEST(XmlParser, AProtocolMayParseAnotherStream)
 TEST(XmlParser, ThreadsParseAtOnce)
 {
     constexpr int THREADS = 4;
-    ZvTest::Barrier start(THREADS);
+    Barrier start(THREADS);
     std::atomic<int> right = 0;
     std::vector<std::jthread> threads;
     for (int i = 0; i < THREADS; ++i)
@@ -656,15 +656,15 @@ TEST(XmlParser, ThreadsThatAreInTheMidstOfATextDoNotMeet)
     // Each thread stops in its first call until the other one is in its own.
     struct Meeting : Recorder
     {
-        explicit Meeting(ZvTest::Barrier &met) : both(met) {}
+        explicit Meeting(Barrier &met) : both(met) {}
         void notifyBeginElement(LiString const &name) override
         {
             Recorder::notifyBeginElement(name);
             both.arrive_and_wait();
         }
-        ZvTest::Barrier &both;
+        Barrier &both;
     };
-    ZvTest::Barrier met(2);
+    Barrier met(2);
     Meeting first(met), second(met);
     std::jthread const other([&] {
         std::istringstream input("<x y='z'>t</x>");
@@ -677,7 +677,7 @@ TEST(XmlParser, ThreadsThatAreInTheMidstOfATextDoNotMeet)
     EXPECT_EQ(second.told, "begin[x] y=[z] tagEnd text[t] close[x] ");
 }
 
-TEST(XmlParser, WhatAProtocolThrowsComesOut)
+TEST(XmlParser, ThrowsWhatAProtocolThrows)
 {
     struct Refusing : Recorder
     {
@@ -690,7 +690,7 @@ TEST(XmlParser, WhatAProtocolThrowsComesOut)
     EXPECT_EQ(toldOf("<a/>"), "begin[a] emptyEnd ") << "nothing is left behind";
 }
 
-TEST(XmlParser, ACallComesBeforeAnythingBehindItIsLookedAt)
+TEST(XmlParser, ACallIsMadeBeforeTheTextBehindItIsRead)
 {
     EXPECT_EQ(toldOf("<?xml version='1.0'?>&"), "declaration[1.0] Lexical error.");
     EXPECT_EQ(toldOf("<!DOCTYPE a>&"), "type[a] Lexical error.");

@@ -1,4 +1,4 @@
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 #include "xmlTesting.h"
 
 #include <atomic>
@@ -63,7 +63,7 @@ TEST(XmlParserProtocolSax, ElementsOfOneNameNest)
     EXPECT_EQ(saxOf("<a><a></a></a>"), "start[a] start[a] end[a] end[a] ");
 }
 
-TEST(XmlParserProtocolSax, DeclarationTypeAndTextsAreNotTold)
+TEST(XmlParserProtocolSax, DeclarationTypeAndTextsAreNotReported)
 {
     EXPECT_EQ(saxOf("<?xml version='7'?><!DOCTYPE t><a>x&amp;<![CDATA[y]]></a>"),
               "start[a] end[a] ");
@@ -283,7 +283,7 @@ TEST_F(XmlReaderTest, AThreadWaitsUntilTheOtherHasBuilt)
                            "builder makes other/0; other reads 0; other ends; ");
 }
 
-TEST_F(XmlReaderTest, WhatAWriterWritesIsReadAgain)
+TEST_F(XmlReaderTest, WrittenTextCanBeRead)
 {
     XmlWriter writer;
     ObjPtr<XmlBaseElement> const root(reader.buildElement("<a x='1'><b y='2' z='3'/></a>"));

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "resmgt/xml.h"
-#include "smallStack.h"
+#include "testing/failures.h"
+#include "testing/smallStack.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +20,7 @@ inline std::string bytesOf(LiString const &string)
     return std::string(string.getChars(), static_cast<std::size_t>(string.getLength()));
 }
 
-/// Writes down what the parser tells.
+/// Records the calls of the parser.
 class Recorder : public XmlParserProtocol
 {
 public:
@@ -45,7 +46,7 @@ private:
     }
 };
 
-/// What the parser tells of a text, with the reason of the failure at the end.
+/// Returns the calls of the parser for a text, with the reason of the failure at the end.
 inline std::string toldOf(std::istream &input)
 {
     Recorder recorder;
@@ -63,25 +64,13 @@ inline std::string toldOf(std::string const &text)
     return toldOf(input);
 }
 
-/// The reason of the failure of an action.
-template <class Exception, class Action>
-std::string reasonOf(Action const &action)
-{
-    try {
-        action();
-    } catch (Exception const &error) {
-        return error.getReason();
-    }
-    return "no failure";
-}
-
 template <class Action>
 std::string reasonOf(Action const &action)
 {
     return reasonOf<XmlEx>(action);
 }
 
-/// Elements within elements, as many as asked for.
+/// Returns that many nested elements.
 inline std::string nested(int levels)
 {
     std::string text;

@@ -1,6 +1,6 @@
-#include "groupingLocale.h"
+#include "testing/capturedLog.h"
+#include "testing/groupingLocale.h"
 #include "xmlTesting.h"
-#include "zvbase/logTestUtil.h"
 
 #include <iomanip>
 #include <memory>
@@ -107,7 +107,7 @@ TEST_F(XmlStreamerTest, NumbersHaveTheFormatOfTheStream)
     EXPECT_EQ(written(), "i=\"ff\" d=\"0.667\" ");
 }
 
-TEST_F(XmlStreamerTest, NumbersAreWrittenWhateverLocaleTheStreamHas)
+TEST_F(XmlStreamerTest, NumbersAreWrittenIndependentlyOfTheStreamsLocale)
 {
     GroupingLocale const locale;
     stream.imbue(std::locale());
@@ -146,7 +146,7 @@ TEST_F(XmlStreamerTest, ADocumentHasOneRoot)
     EXPECT_EQ(&stream, &streamer.getDocument().getOutput());
 }
 
-TEST_F(XmlStreamerTest, TextIsWrittenAsItStands)
+TEST_F(XmlStreamerTest, TextIsWrittenUnchanged)
 {
     {
         Guard a(streamer, "a");
@@ -170,10 +170,10 @@ TEST_F(XmlStreamerTest, TheLastBracketOfACdataSectionIsTheCallers)
     EXPECT_EQ(text, "<a >\n<![CDATA[x<y]]><![CDATA[]]></a>\n");
     EXPECT_EQ(toldOf(text), "begin[a] tagEnd cdata[x<y] cdata[] close[a] ");
     EXPECT_EQ(toldOf("<a >\n<![CDATA[x<y]]</a>\n"), "begin[a] tagEnd Lexical error.")
-        << "without it nobody reads it";
+        << "the section must have its end";
 }
 
-TEST_F(XmlStreamerTest, AClientsOwnGuardMayStandForANode)
+TEST_F(XmlStreamerTest, AClientsOwnGuardMayRepresentANode)
 {
     EXPECT_FALSE(streamer.getDocument().hasContent());
     streamer.getDocument().setContent();
@@ -210,7 +210,7 @@ TEST(XmlStreamer, ErrorsOfTheStreamAreNotLookedAt)
     EXPECT_TRUE(stream.bad());
 }
 
-TEST(XmlStreamer, WhatTheStreamThrowsPassesThroughWhereverItComes)
+TEST(XmlStreamer, ThrowsWhatTheStreamThrowsAtAnyCall)
 {
     XmlDocument const document("<a x='1'><b c='d'><e/></b><b/></a>");
     std::ostringstream whole;
@@ -261,7 +261,7 @@ private:
 TEST(XmlStreamer, AGuardTracesAFailureThatItCannotThrow)
 {
     LgLog::flush();
-    Zv::LogTest::CapturedLog const log;
+    CapturedLog const log;
     EXPECT_THROW({ Unclosable const element; }, std::ios_base::failure);
     LgLog::flush();
     EXPECT_TRUE(log.getLines().empty());
@@ -399,7 +399,7 @@ TEST(XmlWriter, WritesNumbersOfAllKinds)
               "u=\"4294967295\"\n    us=\"65535\"\n    empty=\"\"");
 }
 
-TEST(XmlWriter, WritesNumbersWhateverLocaleTheProgramHas)
+TEST(XmlWriter, WritesNumbersIndependentlyOfTheLocale)
 {
     GroupingLocale const locale;
     XmlWriter writer;

@@ -1,5 +1,5 @@
-#include "childProcess.h"
-#include "environmentHeld.h"
+#include "testing/childProcess.h"
+#include "testing/environmentHeld.h"
 #include "zvbase/dbgBuildInfo.h"
 #include "zvbase/envVar.h"
 #include "zvbase/failures.h"
@@ -18,20 +18,23 @@
 #include <thread>
 #include <type_traits>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 // ---- environment
 
-TEST(EnvIntVar, HasItsDefaultWhereNothingIsSet)
+TEST(EnvIntVar, HasItsDefaultIfNotSet)
 {
-    ZvTest::setVariable("ZV_TEST_VARIABLE", nullptr);
+    setVariable("ZV_TEST_VARIABLE", nullptr);
     EnvIntVar const variable("ZV_TEST_VARIABLE", 12);
     EXPECT_EQ(variable.getValue(), 12);
     EXPECT_STREQ(variable.getName(), "ZV_TEST_VARIABLE");
 }
 
-TEST(EnvIntVar, ReadsAgainOnlyWhenTold)
+TEST(EnvIntVar, ReadsAgainOnlyOnRequest)
 {
     EnvVar::putEnv("ZV_TEST_VARIABLE=5");
     EnvIntVar variable("ZV_TEST_VARIABLE", 0);
@@ -40,7 +43,7 @@ TEST(EnvIntVar, ReadsAgainOnlyWhenTold)
     EXPECT_EQ(variable.getValue(), 5);
     variable.refresh();
     EXPECT_EQ(variable.getValue(), -6);
-    ZvTest::setVariable("ZV_TEST_VARIABLE", nullptr);
+    setVariable("ZV_TEST_VARIABLE", nullptr);
     variable.refresh();
     EXPECT_EQ(variable.getValue(), 0);
 }
@@ -69,7 +72,7 @@ TEST(EnvIntVar, NonsenseGivesTheDefault)
         EXPECT_EQ(readInt(text), 77) << '"' << text << '"';
 }
 
-TEST(EnvVar, PutsWhatStandsBehindTheFirstSign)
+TEST(EnvVar, PutsTheTextBehindTheFirstEqualSign)
 {
     EnvVar::putEnv("ZV_TEST_VARIABLE=a=b");
     EXPECT_EQ(EnvVar::getEnv("ZV_TEST_VARIABLE"), "a=b");
@@ -90,7 +93,7 @@ TEST(EnvVar, KeepsACopy)
 
 TEST(EnvVar, RefusesATextThatAssignsNothing)
 {
-    LogTest::CapturedLog const log;
+    CapturedLog const log;
     EXPECT_THROW(EnvVar::putEnv("ZV_TEST_VARIABLE"), AssertionFailed);
     EXPECT_THROW(EnvVar::putEnv("=x"), AssertionFailed);
     EXPECT_THROW(EnvVar::putEnv(""), AssertionFailed);
@@ -100,11 +103,11 @@ TEST(EnvVar, RefusesATextThatAssignsNothing)
 TEST(EnvVar, ItsGuardKeepsTheEnvironmentFromOtherThreads)
 {
     EnvIntVar variable("ZV_TEST_VARIABLE", 0);
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { EnvVar::putEnv("ZV_TEST_VARIABLE=1"); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { EnvVar::getEnv("ZV_TEST_VARIABLE"); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([&] { variable.refresh(); }));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment([] { EnvVar::Guard const guard; }));
-    EXPECT_FALSE(ZvTest::waitsForTheEnvironment([&] { variable.getValue(); }));
+    EXPECT_TRUE(waitsForTheEnvironment([] { EnvVar::putEnv("ZV_TEST_VARIABLE=1"); }));
+    EXPECT_TRUE(waitsForTheEnvironment([] { EnvVar::getEnv("ZV_TEST_VARIABLE"); }));
+    EXPECT_TRUE(waitsForTheEnvironment([&] { variable.refresh(); }));
+    EXPECT_TRUE(waitsForTheEnvironment([] { EnvVar::Guard const guard; }));
+    EXPECT_FALSE(waitsForTheEnvironment([&] { variable.getValue(); }));
     EXPECT_EQ(variable.getValue(), 1);
     EnvVar::Guard const guard;
     EnvVar::Guard const another;
@@ -155,7 +158,7 @@ TEST(DbgBuildInfo, IsListedAndReplacedByTheNextOfItsLibrary)
     EXPECT_TRUE(list.str().ends_with(paragraph("libA", 3) + paragraph("libB", 2))) << list.str();
 }
 
-TEST(DbgBuildInfo, AnOwnerOfNothingIsRefusedWhateverIsListed)
+TEST(DbgBuildInfo, ANullRecordIsRefused)
 {
     EXPECT_THROW(DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>()), RCEx::ExNullPtr);
     DbgBuildInfoUtil::registerInfo(ObjPtr<DbgBuildInfo>(new TestInfo("libC", 1)));
@@ -166,7 +169,7 @@ TEST(DbgBuildInfo, AnOwnerOfNothingIsRefusedWhateverIsListed)
 
 TEST(DbgBuildInfo, AProcessWithoutRecordsRefusesAnOwnerOfNothing)
 {
-    ZvTest::ChildProcess child({"--child", "nullInfo"});
+    ChildProcess child({"--child", "nullInfo"});
     EXPECT_EQ(child.await().output, "refused, 0 records\n");
 }
 
@@ -228,7 +231,7 @@ TEST(RnNumRecUniformRng, IsUniform)
     EXPECT_LT(chiSquare, 43.8) << "19 degrees of freedom: beyond one in a thousand";
 }
 
-TEST(RnNumRecUniformRng, ACopyGoesOnWithTheSameRow)
+TEST(RnNumRecUniformRng, ACopyContinuesWithTheSameSequence)
 {
     RnNumRecUniformRng first(7);
     first.eval();
@@ -311,4 +314,4 @@ TEST(Immortal, IsBuiltAndNeverDestroyed)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -11,15 +11,15 @@
 #include <string>
 #include <type_traits>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using LogTest::TestLogger;
+using namespace Zv;
+
+namespace {
 
 constexpr char FILE_NAME[] = "../tests/zvbase/failuresTest.cpp";
 
-TEST(Assertions, ATrueConditionCostsNothingAndSaysNothing)
+TEST(Assertions, ATrueConditionHasNoEffect)
 {
     CapturedLog const log;
     int evaluated = 0;
@@ -74,7 +74,7 @@ TEST(Assertions, AConditionWithACommaIsOne)
     }
 }
 
-TEST(Assertions, AFailedSystemCallBearsItsError)
+TEST(Assertions, AFailedSystemCallHasItsErrorCode)
 {
     CapturedLog const log;
     int const line = __LINE__ + 3;
@@ -98,7 +98,7 @@ TEST(Assertions, AFailedSystemCallBearsItsError)
     }
 }
 
-TEST(Assertions, AnAbortedProgramSaysWhere)
+TEST(Assertions, AnAbortReportsItsFileAndLine)
 {
     CapturedLog const log;
     int const line = __LINE__ + 2;
@@ -293,4 +293,4 @@ TEST(ExBase, CopiesKeepTheirText)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

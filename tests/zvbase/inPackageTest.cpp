@@ -1,6 +1,6 @@
 #include "zvbase/inPackage.h"
 
-#include "childProcess.h"
+#include "testing/childProcess.h"
 #include "zvbase/dbgBuildInfo.h"
 #include "zvbase/inInit.h"
 #include "zvbase/inPackageRun.private.h"
@@ -14,10 +14,11 @@
 #include <vector>
 
 namespace ZvTest {
-void tellOfLevels(); // traceTest.cpp
-}
 
-namespace Zv {
+using namespace Zv;
+
+void tellOfLevels(); // traceTest.cpp
+
 namespace {
 
 using Steps = std::vector<std::string>;
@@ -81,7 +82,7 @@ protected:
     Package<3> _c{"c"};
 };
 
-TEST_F(InPackage, ComesUpAfterWhatItNeedsAndGoesDownBefore)
+TEST_F(InPackage, StartsAfterItsDependenciesAndEndsBeforeThem)
 {
     _a.needs<3>().needs<2>();
     _b.needs<3>();
@@ -93,7 +94,7 @@ TEST_F(InPackage, ComesUpAfterWhatItNeedsAndGoesDownBefore)
     EXPECT_EQ(steps, (Steps{"-a", "down a", "-b", "down b", "-c", "down c"}));
 }
 
-TEST_F(InPackage, KeepsTheOrderOfRegistrationWhereNothingElseIsSaid)
+TEST_F(InPackage, KeepsTheOrderOfRegistrationWithoutDependencies)
 {
     InPackageRun run(all());
     EXPECT_EQ(run.getOrder(), all());
@@ -138,7 +139,7 @@ TEST_F(InPackage, AMissingPackageIsNamed)
                                  "Zv::(anonymous namespace)::Package<4>.");
 }
 
-TEST_F(InPackage, WhatWasUpGoesDownWhenOneFails)
+TEST_F(InPackage, StartedPackagesAreShutDownIfOneFails)
 {
     failing = "+c";
     InPackageRun run(all());
@@ -160,7 +161,7 @@ TEST_F(InPackage, TheFirstFailureIsTheOneToTell)
     EXPECT_EQ(steps.back(), "down a");
 }
 
-TEST_F(InPackage, AFailureOnTheWayDownStopsNobody)
+TEST_F(InPackage, AFailureOnTheWayDownDoesNotStopTheOtherPackages)
 {
     InPackageRun run(all());
     run.bringUp();
@@ -170,10 +171,10 @@ TEST_F(InPackage, AFailureOnTheWayDownStopsNobody)
     EXPECT_EQ(steps, (Steps{"-c", "down c", "-b", "down b", "-a", "down a"}));
     steps.clear();
     run.takeDown();
-    EXPECT_TRUE(steps.empty()) << "nothing is up any more";
+    EXPECT_TRUE(steps.empty()) << "no package is up";
 }
 
-TEST_F(InPackage, ComesUpAgain)
+TEST_F(InPackage, CanStartAgain)
 {
     InPackageRun run({&_a});
     run.bringUp();
@@ -256,7 +257,7 @@ private:
     InPackageInit &_package;
 };
 
-TEST_F(InPackage, AVariableThatGoesMayRemoveOthersAndItself)
+TEST_F(InPackage, AVariableThatIsDestroyedMayRemoveOthersAndItself)
 {
     Restless x("x", _a);
     Restless y("y", _a);
@@ -277,7 +278,7 @@ TEST_F(InPackage, AVariableThatGoesMayRemoveOthersAndItself)
     run.takeDown();
 }
 
-TEST_F(InPackage, AVariableThatComesMayAddAndRemoveOthersAndItself)
+TEST_F(InPackage, AnInitialisingVariableMayAddAndRemoveOthersAndItself)
 {
     Restless x("x", _a);
     Restless y("y", _a);
@@ -329,62 +330,62 @@ TEST_F(InPackage, AVariableThatFailsToJoinAPackageThatIsUpIsNotEntered)
 
 // ---- tags
 
-namespace ZvInit {
-
 struct TestUpper;
 
 struct TestLower
 {
     static constexpr char const *NAME = "lower";
-    using DependsOn = InDependencies<base>;
+    using DependsOn = InDependencies<ZvInit::base>;
 };
 
 struct TestUpper
 {
     static constexpr char const *NAME = "upper";
-    using DependsOn = InDependencies<TestLower, base>;
+    using DependsOn = InDependencies<TestLower, ZvInit::base>;
 };
 
-} // namespace ZvInit
+} // namespace ZvTest
 
 template <>
-void InInit<ZvInit::TestUpper>::initPackage()
+void Zv::InInit<ZvTest::TestUpper>::initPackage()
 {
-    record("upper comes");
+    ZvTest::record("upper comes");
 }
 
 template <>
-void InInit<ZvInit::TestUpper>::cleanupPackage()
+void Zv::InInit<ZvTest::TestUpper>::cleanupPackage()
 {
-    record("upper goes");
+    ZvTest::record("upper goes");
 }
+
+namespace ZvTest {
 
 namespace {
 
 TEST(InInit, TakesNameAndDependenciesFromItsTag)
 {
-    InInit<ZvInit::TestUpper> const upper;
+    InInit<TestUpper> const upper;
     EXPECT_STREQ(upper.getName(), "upper");
     EXPECT_EQ(upper.getDependencies(),
-              (std::vector<std::type_info const *>{&InInit<ZvInit::TestLower>::getType(),
+              (std::vector<std::type_info const *>{&InInit<TestLower>::getType(),
                                                    &InInit<ZvInit::base>::getType()}));
-    EXPECT_EQ(InInit<ZvInit::TestUpper>::getType(), typeid(upper));
+    EXPECT_EQ(InInit<TestUpper>::getType(), typeid(upper));
 }
 
 TEST(InInit, KnowsWhetherItIsUp)
 {
     steps.clear();
     failing.clear();
-    InInit<ZvInit::TestUpper> upper;
-    InInit<ZvInit::TestLower> lower;
+    InInit<TestUpper> upper;
+    InInit<TestLower> lower;
     InInit<ZvInit::base> base;
     InPackageRun run({&upper, &lower, &base});
-    EXPECT_FALSE(InInit<ZvInit::TestUpper>::isInitialized());
+    EXPECT_FALSE(InInit<TestUpper>::isInitialized());
     run.bringUp();
-    EXPECT_TRUE(InInit<ZvInit::TestUpper>::isInitialized());
-    EXPECT_TRUE(InInit<ZvInit::TestLower>::isInitialized());
+    EXPECT_TRUE(InInit<TestUpper>::isInitialized());
+    EXPECT_TRUE(InInit<TestLower>::isInitialized());
     run.takeDown();
-    EXPECT_FALSE(InInit<ZvInit::TestUpper>::isInitialized());
+    EXPECT_FALSE(InInit<TestUpper>::isInitialized());
     EXPECT_EQ(steps, (Steps{"upper comes", "upper goes"}));
     base.setInitialized(true); // restores its state
 }
@@ -419,8 +420,8 @@ namespace {
 /// Returns what a new process writes in a scene, and its exit code in brackets.
 std::string runChild(std::string const &scene)
 {
-    ZvTest::ChildProcess child({"--child", scene});
-    ZvTest::ChildProcess::End const end = child.await();
+    ChildProcess child({"--child", scene});
+    ChildProcess::End const end = child.await();
     return end.output + "(" + std::to_string(end.code) + ")";
 }
 
@@ -445,7 +446,7 @@ TEST(InPackageScope, AScopeWithinAStepOfAPackageRunsNothing)
                                   "(0)");
 }
 
-TEST(InPackageScope, AScopeThatAStepLeavesOpenKeepsThePackagesUp)
+TEST(InPackageScope, AScopeThatAStepLeavesOpenKeepsThePackagesRunning)
 {
     EXPECT_EQ(runChild("left"), "+late\nup late\n"
                                 "the outer scope is closed\n"
@@ -470,7 +471,7 @@ TEST(InPackageScope, AFailingPackageLeavesNoScope)
     EXPECT_EQ(runChild("failing"), "+late\nfailed: +late\nno scope\n(0)");
 }
 
-TEST(InPackageScope, APackageThatFailsGoingDownEndsInAnException)
+TEST(InPackageScope, AFailureOnTheWayDownIsThrown)
 {
     std::string output = runChild("down");
     // The failure of the second scope, which an exception ends, is only traced.
@@ -482,11 +483,6 @@ TEST(InPackageScope, APackageThatFailsGoingDownEndsInAnException)
                       "+late\nup late\n-late\ndown late\nfailed: something else\n(0)");
 }
 
-} // namespace
-} // namespace Zv
-
-namespace {
-
 void tell(char const *text)
 {
     std::puts(text);
@@ -494,17 +490,17 @@ void tell(char const *text)
 
 void tellOfScope()
 {
-    tell(Zv::InPackageScope::isOpen() ? "a scope" : "no scope");
+    tell(InPackageScope::isOpen() ? "a scope" : "no scope");
 }
 
-class Talking : public Zv::Package<5>
+class Talking : public Package<5>
 {
 public:
     using Package<5>::Package;
     void initPackage() override
     {
         if (leavesScope)
-            left = new Zv::InPackageScope;
+            left = new InPackageScope;
         say(std::string("+") + getName());
         openScope();
     }
@@ -517,7 +513,7 @@ public:
 
     bool opensScopes = false;
     bool leavesScope = false;
-    Zv::InPackageScope *left = nullptr;
+    InPackageScope *left = nullptr;
 
 private:
     void openScope() const
@@ -525,7 +521,7 @@ private:
         if (!opensScopes)
             return;
         {
-            Zv::InPackageScope const scope;
+            InPackageScope const scope;
             tellOfScope();
         }
         tellOfScope();
@@ -533,34 +529,34 @@ private:
     static void say(std::string const &step)
     {
         tell(step.c_str());
-        if (step == Zv::failing)
+        if (step == failing)
             throw std::runtime_error(step);
     }
 };
 
 void tellOfBase()
 {
-    tell(Zv::InInit<Zv::ZvInit::base>::isInitialized() ? "base is up" : "base is down");
+    tell(InInit<ZvInit::base>::isInitialized() ? "base is up" : "base is down");
 }
 
 void runScopes()
 {
     tellOfBase();
     {
-        Zv::InPackageScope const outer;
+        InPackageScope const outer;
         {
-            Zv::InPackageScope const inner;
+            InPackageScope const inner;
         }
         tellOfBase();
     }
     tellOfBase();
-    Zv::InPackageScope const again;
+    InPackageScope const again;
 }
 
 void runFailing(bool fails)
 {
     try {
-        Zv::InPackageScope const scope;
+        InPackageScope const scope;
         if (fails)
             throw std::runtime_error("something else");
     } catch (std::exception const &exception) {
@@ -569,20 +565,23 @@ void runFailing(bool fails)
 }
 
 } // namespace
+} // namespace ZvTest
 
 int zvChildMain(int argc, char **argv)
 {
+    using namespace ZvTest;
+
     Talking late("late");
     late.registerPackage();
     std::string const what = argc > 0 ? argv[0] : "";
     if (what == "scopes") {
         runScopes();
     } else if (what == "failing") {
-        Zv::failing = "+late";
+        failing = "+late";
         runFailing(false);
         tellOfScope();
     } else if (what == "down") {
-        Zv::failing = "-late";
+        failing = "-late";
         runFailing(false);
         tellOfScope();
         runFailing(true);
@@ -594,7 +593,7 @@ int zvChildMain(int argc, char **argv)
             std::printf("refused, %zu records\n", Zv::DbgBuildInfoUtil::getNbInfos());
         }
     } else if (what == "levels") {
-        ZvTest::tellOfLevels();
+        tellOfLevels();
     } else if (what == "within") {
         late.opensScopes = true;
         {
@@ -613,13 +612,13 @@ int zvChildMain(int argc, char **argv)
         tellOfBase();
     } else if (what == "leftByFailure") {
         late.leavesScope = true;
-        Zv::failing = "+late";
+        failing = "+late";
         runFailing(false);
         tellOfScope();
         delete late.left;
         tellOfScope();
         late.leavesScope = false;
-        Zv::failing.clear();
+        failing.clear();
         Zv::InPackageScope const scope;
     }
     return 0;

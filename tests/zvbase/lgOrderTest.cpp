@@ -5,13 +5,11 @@
 
 #include <gtest/gtest.h>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using LogTest::TestLogger;
-using ServiceTest::Hooked;
-using Lines = std::vector<std::string>;
+using namespace Zv;
+
+namespace {
 
 /// Thread that stops in the middle of ending a line. It has read the clock, but not published the
 /// line.
@@ -93,7 +91,7 @@ TEST(LogOrder, ALaterLineWaitsForTheOneThatIsBeingEnded)
     EXPECT_EQ(log.getLines(), (Lines{"first\n", "second\n"}));
 }
 
-TEST(LogOrder, AThreadThatWasKilledWhileItEndedALineHoldsNobodyUp)
+TEST(LogOrder, AThreadThatWasKilledWhileItEndedALineBlocksNoOther)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -133,7 +131,7 @@ TEST(LogOrder, AThreadThatIsStoppedForGoodDoesNotSilenceTheLog)
     EXPECT_EQ(log.getLines(), (Lines{"second\n", "first\n"}));
 }
 
-TEST(LogOrder, ALineThatIsBeingEndedWhenTheLoggerStopsComesOut)
+TEST(LogOrder, ALineThatIsBeingEndedWhenTheLoggerStopsIsWritten)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -169,4 +167,4 @@ TEST(LogOrder, ALineThatIsEndedAfterTheReadersLookAtTheClockIsNotLeftBehind)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,49 +1,20 @@
 #include "zvbase/lgQueue.h"
 
+#include "testing/allocations.h"
 #include "zvbase/logTestUtil.h"
 #include "zvbase/trace.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <new>
 #include <semaphore>
 #include <thread>
 
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
-
-/// The number of allocations of the calling thread.
-thread_local long nbAllocations = 0;
-
-} // namespace
-
-// Not inline, because the compiler would warn that `new` and `delete` do not match.
-[[gnu::noinline]] void *operator new(std::size_t size)
-{
-    ++nbAllocations;
-    if (void * const memory = std::malloc(size ? size : 1))
-        return memory;
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void *memory) noexcept
-{
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void *memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
-namespace Zv {
-namespace {
-
-using LogTest::CapturedLog;
-using LogTest::fillQueue;
-using LogTest::TestLogger;
-using Lines = std::vector<std::string>;
 
 TEST(LgQueue, IsEmptyAndRoomyWhenNew)
 {
@@ -113,7 +84,7 @@ TEST(LgQueue, TextsSurviveTheSeamOfTheRing)
     EXPECT_EQ(log.getLines(), written);
 }
 
-TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
+TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogReportsHowMuch)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -135,7 +106,7 @@ TEST(LgQueue, AFullQueueDropsTheNewestTextAndTheLogSaysHowMuch)
     EXPECT_EQ(lines.back(), "later\n");
 }
 
-TEST(LgQueue, EachLossIsToldOnce)
+TEST(LgQueue, EachLossIsReportedOnce)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -147,7 +118,7 @@ TEST(LgQueue, EachLossIsToldOnce)
     }
 }
 
-TEST(LgQueue, AnEmptyTextIsALineWhateverStoodInItsPlaceBefore)
+TEST(LgQueue, AnEmptyTextIsALineInAReusedPlace)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -184,7 +155,7 @@ private:
     int &_nbGone;
 };
 
-TEST(LgQueue, AnObserverGoesWhileOthersMayRead)
+TEST(LgQueue, AnObserverCanBeRemovedWhileOthersRead)
 {
     int nbGone = 0;
     {
@@ -196,7 +167,7 @@ TEST(LgQueue, AnObserverGoesWhileOthersMayRead)
     EXPECT_EQ(nbGone, 2);
 }
 
-TEST(LgQueue, ALossIsToldBeforeTheLineThatFollowsIt)
+TEST(LgQueue, ALossIsReportedBeforeTheNextLine)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -218,10 +189,10 @@ TEST(LgQueue, WritingAllocatesNothing)
     static TraceLevel &level = *Trace::registerLevel("LgQueueTest", __FILE__);
     level.setEnabled(true);
     ZV_TRACE(level, "the first line of a thread makes its queue");
-    long const before = nbAllocations;
+    AllocationCount const count;
     for (int i = 0; i < 100; ++i)
         ZV_TRACE(level, "number " << i << " of " << 1.5 << " things " << &level);
-    EXPECT_EQ(nbAllocations, before);
+    EXPECT_EQ(count.get(), 0U);
     EXPECT_EQ(logger.flush(), 101);
 }
 
@@ -271,7 +242,7 @@ TEST(LgQueue, TheReaderEmptiesAndDeletesTheQueueOfAnEndedThread)
     EXPECT_EQ(log.getLines(), (Lines{"last words\n"}));
 }
 
-TEST(LgQueue, TheLossesOfAnEndedThreadAreTold)
+TEST(LgQueue, TheLossesOfAnEndedThreadAreReported)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -293,8 +264,8 @@ TEST(LgQueue, AKillerEndsTheQueueOfItsVictim)
     unsigned long number = 0;
     std::thread([&] {
         LgTrace::print("interrupted");
-        number = LogTest::threadQueue->getThreadId();
-        LogTest::threadQueue = nullptr; // as if the thread had been killed
+        number = threadQueue->getThreadId();
+        threadQueue = nullptr; // as if the thread had been killed
     }).join();
     EXPECT_TRUE(LgLog::creatorExit(number));
     EXPECT_FALSE(LgLog::creatorExit(number)) << "it has ended already";
@@ -310,12 +281,12 @@ TEST(LgQueue, AVictimThatIsKilledInsideALineLosesThatLineOnly)
     unsigned long number = 0;
     std::thread([&] {
         LgTrace::print("whole");
-        number = LogTest::threadQueue->getThreadId();
+        number = threadQueue->getThreadId();
         // The line is never ended, as if the thread had been killed in the middle of it.
         alignas(LgLine) static std::byte room[sizeof(LgLine)];
         auto * const line = ::new (static_cast<void *>(room)) LgLine(LgLine::PLAIN);
         line->getStream() << "half a li";
-        LogTest::threadQueue = nullptr;
+        threadQueue = nullptr;
     }).join();
     EXPECT_TRUE(LgLog::creatorExit(number));
     logger.flush();
@@ -438,7 +409,7 @@ public:
     void wait(LgQueue &, unsigned) override {}
 };
 
-TEST_F(BlockingTrace, ALineIsDroppedWhereWaitingMadeNoRoom)
+TEST_F(BlockingTrace, ALineIsDroppedIfWaitingMadeNoRoom)
 {
     LgTrace::print("first");
     LgQueue &queue = *TestLogger::getThreadQueue();
@@ -452,7 +423,7 @@ TEST_F(BlockingTrace, ALineIsDroppedWhereWaitingMadeNoRoom)
     EXPECT_EQ(queue.getStream().getNumCharacters(), LgQueue::CAPACITY - 32);
 }
 
-TEST_F(BlockingTrace, NobodyWaitsOnceTheLoggerIsStopping)
+TEST_F(BlockingTrace, NoThreadWaitsOnceTheLoggerIsStopping)
 {
     fillQueue();
     LgLog::setLoggerActive(false);
@@ -468,4 +439,4 @@ TEST_F(BlockingTrace, NobodyWaitsOnceTheLoggerIsStopping)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,5 +1,5 @@
 #include "zvbase/lgReader.h"
-#include "meeting.h"
+#include "testing/meeting.h"
 
 #include "zvbase/logTestUtil.h"
 #include "zvbase/trace.h"
@@ -15,12 +15,11 @@
 #include <thread>
 #include <utility>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using LogTest::TestLogger;
-using Lines = std::vector<std::string>;
+using namespace Zv;
+
+namespace {
 
 TraceLevel &getLevel()
 {
@@ -47,7 +46,7 @@ public:
                   _order();
                   _done.release();
               }
-              if (LogTest::threadQueue)
+              if (threadQueue)
                   TestLogger::endThread();
           })
     {}
@@ -111,7 +110,7 @@ TEST(LgReader, ALineCountsFromItsEnd)
         LgLine line(LgLine::PLAIN);
         line.getStream() << "begun first";
         other.perform([] { LgTrace::print("ended first"); });
-        EXPECT_EQ(logger.flush(), 1) << "a line that is not ended holds nobody up";
+        EXPECT_EQ(logger.flush(), 1) << "an unfinished line does not block the others";
     }
     logger.flush();
     EXPECT_EQ(log.getLines(), (Lines{"ended first\n", "begun first\n"}));
@@ -267,7 +266,7 @@ TEST(LgReader, AReaderForgetsAQueueThatAnotherOneDeleted)
     EXPECT_FALSE(logger.getReader().flushEarliest());
 }
 
-/// Threads write numbered lines as fast as they can while a reader reads. All lines must come out
+/// Threads write numbered lines as fast as they can while a reader reads. All lines must be written
 /// in order.
 class Flood
 {
@@ -301,7 +300,7 @@ public:
     }
 
 private:
-    ZvTest::Barrier _start{THREADS};
+    Barrier _start{THREADS};
     std::atomic<int> _running = THREADS;
 };
 
@@ -326,13 +325,13 @@ TEST(LgReader, UnderLoadThreadsKeepTheirOrderAndTheLogItsTime)
     }
 }
 
-TEST(LgReader, NothingIsLostWhenTheLoggerStopsInTheMiddle)
+TEST(LgReader, NoLineIsLostIfTheLoggerStopsDuringAFlush)
 {
     constexpr int LINES = 200; // as many fit a queue
     for (int round = 0; round < 20; ++round) {
         CapturedLog const log;
         std::vector<std::thread> threads;
-        ZvTest::Barrier start(3);
+        Barrier start(3);
         {
             TestLogger logger;
             for (int thread = 0; thread < 2; ++thread) {
@@ -359,4 +358,4 @@ TEST(LgReader, NothingIsLostWhenTheLoggerStopsInTheMiddle)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

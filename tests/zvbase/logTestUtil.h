@@ -1,6 +1,7 @@
 // Captures the log of a test, and replaces the logger.
 #pragma once
 
+#include "testing/capturedLog.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgReader.h"
@@ -16,42 +17,9 @@
 #include <utility>
 #include <vector>
 
-namespace Zv::LogTest {
+namespace ZvTest {
 
-/// Captures the lines of the log during its lifetime.
-class CapturedLog
-{
-public:
-    CapturedLog() { LgTrace::setOutput(take, this); }
-    ~CapturedLog() { LgTrace::setOutput(nullptr, nullptr); }
-    CapturedLog(CapturedLog const &) = delete;
-    CapturedLog &operator=(CapturedLog const &) = delete;
-
-    std::vector<std::string> getLines() const
-    {
-        std::lock_guard const guard(_mutex);
-        return _lines;
-    }
-    /// Returns the lines without their moment, tag and place.
-    std::vector<std::string> getTexts() const
-    {
-        std::vector<std::string> texts;
-        for (std::string const &line : getLines())
-            texts.push_back(line.substr(line.find("): ") + 3));
-        return texts;
-    }
-
-private:
-    static void take(void *context, char const *text, std::size_t length)
-    {
-        auto * const log = static_cast<CapturedLog *>(context);
-        std::lock_guard const guard(log->_mutex);
-        log->_lines.emplace_back(text, length);
-    }
-
-    mutable std::mutex _mutex;
-    std::vector<std::string> _lines;
-};
+using namespace Zv;
 
 class TestRegistry : public LgRegistry
 {
@@ -149,4 +117,4 @@ inline int fillQueue()
     return lines;
 }
 
-} // namespace Zv::LogTest
+} // namespace ZvTest

@@ -6,7 +6,10 @@
 #include <type_traits>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 int nbAlive = 0;
@@ -201,4 +204,4 @@ TEST_F(ObjPtrTest, LetsTheExceptionOfADestructorPass)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

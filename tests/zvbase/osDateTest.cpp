@@ -1,7 +1,7 @@
 #include "zvbase/osDate.h"
 
-#include "childProcess.h"
-#include "environmentHeld.h"
+#include "testing/childProcess.h"
+#include "testing/environmentHeld.h"
 #include "zvbase/envVar.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,10 @@
 #include <thread>
 #include <vector>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 using Types = OsDateTypes;
@@ -23,7 +26,7 @@ class At
 {
 public:
     explicit At(char const *zone) { EnvVar::putEnv((std::string("TZ=") + zone).c_str()); }
-    ~At() { ZvTest::setVariable("TZ", nullptr); }
+    ~At() { setVariable("TZ", nullptr); }
 };
 
 // Complete rules, so that no list of zones has to be installed.
@@ -130,7 +133,7 @@ TEST(OsDate, AgreesWithTheStandardLibraryOnEveryDay)
     }
 }
 
-TEST(OsDate, LocalTimeIsThatOfThePlace)
+TEST(OsDate, LocalTimeIsThatOfTheZone)
 {
     At const place(BERLIN);
     EXPECT_EQ(toSeconds(2006, 2, 20, 13, 0, 0, Types::LOCAL), toSeconds(2006, 2, 20, 12, 0, 0));
@@ -146,7 +149,7 @@ TEST(OsDate, LocalTimeIsThatOfThePlace)
     EXPECT_STREQ(OsDateUtil::convertToDateStruct(date, Types::UNIVERSAL).zone, "UTC");
 }
 
-TEST(OsDate, RefusesTheHourThatThePlacesClockSkips)
+TEST(OsDate, RefusesASkippedLocalHour)
 {
     At const place(BERLIN);
     EXPECT_TRUE(isDate(2006, 3, 26, 1, 59, 59, Types::LOCAL));
@@ -156,7 +159,7 @@ TEST(OsDate, RefusesTheHourThatThePlacesClockSkips)
     EXPECT_TRUE(isDate(2006, 10, 29, 2, 30, 0, Types::LOCAL)) << "this one comes twice";
 }
 
-TEST(OsDate, OfAnHourThatThePlacesClockRepeatsTheFirstIsMeant)
+TEST(OsDate, OfARepeatedLocalHourTheFirstCounts)
 {
     At const place(BERLIN);
     std::int64_t const first = toSeconds(2006, 10, 29, 0, 30, 0);
@@ -166,7 +169,7 @@ TEST(OsDate, OfAnHourThatThePlacesClockRepeatsTheFirstIsMeant)
     EXPECT_EQ(toSeconds(2006, 10, 29, 2, 30, 0, Types::LOCAL), first);
 }
 
-TEST(OsDate, ATimeThatTheClockRepeatsHasTwoMomentsWhateverTheShift)
+TEST(OsDate, ATimeThatTheClockRepeatsHasTwoMomentsForEveryShift)
 {
     struct Place
     {
@@ -199,7 +202,7 @@ TEST(OsDate, ATimeThatTheClockRepeatsHasTwoMomentsWhateverTheShift)
     EXPECT_FALSE(OsDateUtil::makeTime(date, 2006, 4, 2, 1, 45, 0, Types::UNIVERSAL, 1));
 }
 
-TEST(OsDate, GoesByTheZoneThatTZNamesNow)
+TEST(OsDate, UsesTheCurrentValueOfTZ)
 {
     Types::DateRep const date = {toSeconds(2006, 1, 1, 12, 0, 0) * 1'000'000};
     for (int turn = 0; turn < 2; ++turn) {
@@ -212,7 +215,7 @@ TEST(OsDate, GoesByTheZoneThatTZNamesNow)
     }
 }
 
-TEST(OsDate, AZoneThatWronglyCallsItselfUniversalTimeIsNamedByItsDistance)
+TEST(OsDate, AZoneWithTheNameOfUniversalTimeIsNamedByItsOffset)
 {
     auto const zoneAt = [](char const *zone) {
         At const there(zone);
@@ -233,10 +236,10 @@ TEST(OsDate, WaitsForTheEnvironmentByLocalTimeOnly)
     auto const takeApart = [](Types::TimeMode mode) {
         return [mode] { OsDateUtil::convertToDateStruct({}, mode); };
     };
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(make(Types::LOCAL)));
-    EXPECT_TRUE(ZvTest::waitsForTheEnvironment(takeApart(Types::LOCAL)));
-    EXPECT_FALSE(ZvTest::waitsForTheEnvironment(make(Types::UNIVERSAL)));
-    EXPECT_FALSE(ZvTest::waitsForTheEnvironment(takeApart(Types::UNIVERSAL)));
+    EXPECT_TRUE(waitsForTheEnvironment(make(Types::LOCAL)));
+    EXPECT_TRUE(waitsForTheEnvironment(takeApart(Types::LOCAL)));
+    EXPECT_FALSE(waitsForTheEnvironment(make(Types::UNIVERSAL)));
+    EXPECT_FALSE(waitsForTheEnvironment(takeApart(Types::UNIVERSAL)));
 }
 
 TEST(OsDate, MillisecondsBefore1970AreCutDownwards)
@@ -295,7 +298,7 @@ TEST(OsDate, AnyThreadTakesDatesApart)
         thread.join();
 }
 
-TEST(OsDateEx, AnInvalidDateSaysSo)
+TEST(OsDateEx, AnInvalidDateHasItsText)
 {
     OsDateEx::ExInvalidDate const failure("a.cpp", 3);
     EXPECT_STREQ(failure.getReason(), "Invalid date.");
@@ -311,4 +314,4 @@ TEST(OsDateEx, AnInvalidDateSaysSo)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

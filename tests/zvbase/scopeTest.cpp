@@ -14,10 +14,11 @@
 #include <type_traits>
 #include <vector>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
+using namespace Zv;
+
+namespace {
 
 [[noreturn]] void fail(char const *what)
 {
@@ -227,7 +228,7 @@ TEST(FirstFailure, OfADestructorIsDroppedWhileUnwinding)
     EXPECT_EQ(WhileUnwinding::run([&] { failure.rethrow(before); }), "nothing");
 }
 
-TEST(FirstFailure, OfAFunctionIsThrownAlsoWhileUnwinding)
+TEST(FirstFailure, OfAFunctionIsThrownEvenWhileUnwinding)
 {
     FirstFailure failure;
     failure.attempt([] { fail("kept"); });
@@ -260,4 +261,4 @@ TEST(FirstFailure, OfReleasedElementsIsThrownAfterAllAreReleased)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,6 +1,6 @@
 #include "zvbase/services.h"
 
-namespace Zv::ServiceTest {
+namespace ZvTest {
 
 Hooks &getHooks()
 {
@@ -8,9 +8,9 @@ Hooks &getHooks()
     return hooks;
 }
 
-} // namespace Zv::ServiceTest
+} // namespace ZvTest
 
-using Zv::ServiceTest::getHooks;
+using ZvTest::getHooks;
 
 #define ZV_WRAP(name) __asm__("__wrap_" name)
 #define ZV_REAL(name) __asm__("__real_" name)

@@ -5,7 +5,7 @@
 
 #include <functional>
 
-namespace Zv::ServiceTest {
+namespace ZvTest {
 
 /// Functions that replace a service. A test must set them before it starts threads that use the
 /// service.
@@ -32,4 +32,4 @@ public:
     Hooks *operator->() { return &getHooks(); }
 };
 
-} // namespace Zv::ServiceTest
+} // namespace ZvTest

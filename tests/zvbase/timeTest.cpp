@@ -13,7 +13,10 @@
 #include <sstream>
 #include <thread>
 
-namespace Zv {
+namespace ZvTest {
+
+using namespace Zv;
+
 namespace {
 
 constexpr std::int64_t LARGEST = std::numeric_limits<std::int64_t>::max();
@@ -34,7 +37,7 @@ TEST(Rational, IsZeroByDefaultAndInLowestTerms)
     EXPECT_DOUBLE_EQ(Rational(-1, 4).getDouble(), -0.25);
 }
 
-TEST(Rational, BearsItsSignAbove)
+TEST(Rational, HasItsSignInTheNumerator)
 {
     EXPECT_EQ(Rational(1, -2), Rational(-1, 2));
     EXPECT_EQ(Rational(-1, -2), Rational(1, 2));
@@ -64,7 +67,7 @@ TEST(Rational, ReachesTheEndsOfItsRange)
 
 TEST(Rational, RefusesWhatIsNoFraction)
 {
-    LogTest::CapturedLog const log;
+    CapturedLog const log;
     Rational value(1, 2);
     EXPECT_THROW(value.setValue(1, 0), AssertionFailed);
     EXPECT_THROW(value.setValue(SMALLEST, -1), AssertionFailed);
@@ -113,9 +116,9 @@ TEST(DtTime, ComparesExactlyAtTheEndsOfItsRange)
     EXPECT_EQ(DtTime(LARGEST, Rational(LARGEST, 1)), DtTime(1, Rational(1, 1)));
 }
 
-TEST(DtTime, RefusesARateThatIsNone)
+TEST(DtTime, RefusesAnInvalidRate)
 {
-    LogTest::CapturedLog const log;
+    CapturedLog const log;
     EXPECT_THROW(DtTime(1, Rational()), AssertionFailed);
     EXPECT_THROW(DtTime(1, Rational(-1, 1)), AssertionFailed);
     EXPECT_EQ(log.getTexts().at(0), "Assertion \"rate > Rational()\" failed\n");
@@ -138,7 +141,7 @@ TEST(DtTimeMark, IsAValue)
 
 // ---- the clock
 
-TEST(Sleeper, IsOneAndNeverGoesBack)
+TEST(Sleeper, IsMonotonic)
 {
     Sleeper &sleeper = Sleeper::getInstance();
     EXPECT_EQ(&Sleeper::getInstance(), &sleeper);
@@ -152,7 +155,7 @@ TEST(Sleeper, IsOneAndNeverGoesBack)
     EXPECT_LE(sleeper.getResolution(), 1e-6);
 }
 
-TEST(Sleeper, SleepsNoShorterThanTold)
+TEST(Sleeper, SleepsAtLeastTheGivenTime)
 {
     Sleeper &sleeper = Sleeper::getInstance();
     double const before = sleeper.getTime();
@@ -182,7 +185,7 @@ TEST(PeriodicTimer, ClampsItsIntervalToTheResolution)
     EXPECT_EQ(timer->setInterval(2), 2.0);
 }
 
-TEST(PeriodicTimer, TheFirstBeatIsNumberOneAndComesOneIntervalLater)
+TEST(PeriodicTimer, TheFirstBeatIsNumberOneAndOneIntervalLater)
 {
     double const before = Sleeper::getInstance().getTime();
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.02));
@@ -208,7 +211,7 @@ TEST(PeriodicTimer, NoBeatIsEarlyAndNoneIsLostInTheCount)
     EXPECT_GE(static_cast<double>(timer->getCurrentCount() + 1) * INTERVAL, elapsed);
 }
 
-TEST(PeriodicTimer, BeatsThatNobodyWaitedForStayInTheCount)
+TEST(PeriodicTimer, BeatsWithoutAWaiterAreCounted)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     while (timer->getCurrentCount() < 5)
@@ -230,7 +233,7 @@ TEST(PeriodicTimer, ResetBeginsAnew)
     EXPECT_GE(timer->wait(), 1U);
 }
 
-TEST(PeriodicTimer, ANewIntervalBeginsNowAndTheCountGoesOn)
+TEST(PeriodicTimer, ANewIntervalBeginsNowAndTheCountContinues)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     unsigned long const count = timer->wait();
@@ -269,4 +272,4 @@ TEST(PeriodicTimer, ServesIntervalsBeyondAnyTimersRange)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

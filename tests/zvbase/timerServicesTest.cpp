@@ -11,11 +11,11 @@
 #include <stdexcept>
 #include <vector>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using ServiceTest::Hooked;
+using namespace Zv;
+
+namespace {
 
 TEST(SleeperServices, SecondsBecomeMilliseconds)
 {
@@ -30,7 +30,7 @@ TEST(SleeperServices, SecondsBecomeMilliseconds)
     EXPECT_EQ(slept, (std::vector<DWORD>{0, 0, 0, 1, 16, 1000, 320}));
 }
 
-TEST(SleeperServices, ALongSleepIsNotForEver)
+TEST(SleeperServices, ALongSleepEnds)
 {
     Hooked hooked;
     double slept = 0;
@@ -128,7 +128,7 @@ TEST_F(Grid, AChangeWhileItIsAwaitedMovesTheBeat)
     EXPECT_EQ(timer->wait(), 1U);
 }
 
-TEST_F(Grid, ACountGoesRoundAfter32Bits)
+TEST_F(Grid, ACountWrapsAroundAfter32Bits)
 {
     ObjPtr<PeriodicTimer> timer(PeriodicTimer::create(0.001));
     setTime(4294967.2955);
@@ -179,4 +179,4 @@ TEST(TimerServices, ARefusalIsASystemAssertion)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest

@@ -1,5 +1,5 @@
 #include "zvbase/trace.h"
-#include "childProcess.h"
+#include "testing/childProcess.h"
 
 #include "platform/services.h"
 #include "zvbase/exSysError.h"
@@ -20,12 +20,11 @@
 #include <stdexcept>
 #include <thread>
 
-namespace Zv {
-namespace {
+namespace ZvTest {
 
-using LogTest::CapturedLog;
-using LogTest::TestLogger;
-using Lines = std::vector<std::string>;
+using namespace Zv;
+
+namespace {
 
 TraceLevel &getLevel()
 {
@@ -87,7 +86,7 @@ TEST(TraceLevel, TheStarMeansAll)
 
 // ---- lines
 
-TEST(Trace, ALineBearsMomentTagAndPlace)
+TEST(Trace, ALineHasItsMomentTagAndPlace)
 {
     CapturedLog const log;
     int const line = __LINE__ + 1;
@@ -144,7 +143,7 @@ TEST(Trace, LogWritesTheHeadToAnyStream)
     EXPECT_EQ(stream.str(), "unknown         a.cpp(12): text");
 }
 
-TEST(Trace, AnEntryTracesComingAndGoing)
+TEST(Trace, AnEntryTracesItsBeginningAndItsEnd)
 {
     CapturedLog const log;
     TestLogger logger;
@@ -173,7 +172,7 @@ TEST(Trace, AnEntryAsksForTheLevelOnce)
     EXPECT_EQ(log.getTexts(), (Lines{"> loud\n", "< loud\n"}));
 }
 
-TEST(Trace, AnExceptionIsPrintedWhateverLevelsAreOn)
+TEST(Trace, AnExceptionIsPrintedAtEveryLevel)
 {
     CapturedLog const log;
     Trace::setEnabled("*", false);
@@ -210,7 +209,7 @@ Lines getNestedLines()
     return {"inner a\n", "inner b\n", "middle b\n", "outer a b end\n"};
 }
 
-TEST(Trace, ATextThatTracesComesAfterWhatItTraced)
+TEST(Trace, ATextThatTracesIsWrittenAfterItsOwnTrace)
 {
     CapturedLog const log;
     writeNestedLines();
@@ -338,7 +337,7 @@ private:
     NamedTrace _trace;
 };
 
-TEST(TraceManager, TheBaseLibrarysOwnPrintsAndKnowsNobody)
+TEST(TraceManager, TheBaseLibrarysOwnPrintsAndKnowsNoThread)
 {
     CapturedLog const log;
     TraceManager * const manager = TraceManager::getInstance();
@@ -399,7 +398,7 @@ TEST(TraceManager, MayTraceWhileItIsAskedForAThreadsTag)
     EXPECT_EQ(log.getTexts(), (Lines{"asked\n", "line\n"}));
 }
 
-TEST(TraceManager, RetiresWhenNobodyIsInsideAnyMore)
+TEST(TraceManager, RetiresWhenNoThreadIsInside)
 {
     CapturedLog const log;
     TestManager * const manager = new TestManager("slow");
@@ -429,7 +428,7 @@ TEST(TraceManager, RetiresWhenNobodyIsInsideAnyMore)
 
 // ---- output
 
-TEST(LgTrace, AddsALineEndWhereThereIsNone)
+TEST(LgTrace, AddsAMissingLineEnd)
 {
     CapturedLog const log;
     LgTrace::print("without");
@@ -489,7 +488,7 @@ TEST(LgTrace, AFileThatCannotBeOpenedChangesNothing)
     EXPECT_EQ(log.getLines(), (Lines{"still here\n"}));
 }
 
-TEST(LgTrace, TellsThatAFileIsNotComplete)
+TEST(LgTrace, ReportsThatAFileIsNotComplete)
 {
     if (!std::ofstream("/dev/full"))
         GTEST_SKIP() << "no device that is always full";
@@ -516,7 +515,7 @@ void writeAndTrace(void *context, char const *text, std::size_t length)
     LgTrace::print("from the output itself");
 }
 
-TEST(LgTrace, WhatTheOutputItselfWritesIsDropped)
+TEST(LgTrace, TracesOfTheOutputItselfAreDropped)
 {
     std::string text;
     LgTrace::setOutput(writeAndTrace, &text);
@@ -526,7 +525,7 @@ TEST(LgTrace, WhatTheOutputItselfWritesIsDropped)
 }
 
 } // namespace
-} // namespace Zv
+} // namespace ZvTest
 
 namespace ZvTest {
 

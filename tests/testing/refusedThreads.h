@@ -3,7 +3,7 @@
 
 #include "platform/services.h"
 
-namespace Zv {
+namespace ZvTest {
 
 inline thread_local int attemptsUntilRefusal = 0;
 /// Stack size of the calling thread's last attempt, in bytes.
@@ -33,4 +33,4 @@ inline HANDLE wrapCreateThread(SECURITY_ATTRIBUTES *, SIZE_T, LPTHREAD_START_ROU
     return realCreateThread(security, stackSize, function, argument, flags, threadId);
 }
 
-} // namespace Zv
+} // namespace ZvTest

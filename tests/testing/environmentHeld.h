@@ -1,7 +1,7 @@
 // Checks that code waits for the lock of the environment before it reads it.
 #pragma once
 
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 #include "zvbase/envVar.h"
 
 #include <atomic>
@@ -21,13 +21,13 @@ bool waitsForTheEnvironment(Reading reading)
     {
         Zv::EnvVar::Guard const guard;
         thread = std::thread([&] {
-            number = Zv::threadNumber();
+            number = threadNumber();
             reading();
             hasEnded = true;
         });
         while (!hasEnded && !hasWaited) {
             std::this_thread::yield();
-            hasWaited = number != 0 && Zv::isAsleep(number) && !hasEnded;
+            hasWaited = number != 0 && isAsleep(number) && !hasEnded;
         }
     }
     thread.join();

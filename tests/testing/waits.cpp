@@ -2,7 +2,7 @@
 // redirects all waits of a program here, also those of the C++ library. A wait that can end at once
 // does not count as sleep.
 
-#include "threadExtensions/asleep.h"
+#include "testing/asleep.h"
 
 #include <windows.h>
 
@@ -106,7 +106,7 @@ constinit decltype(&WaitForMultipleObjects) wrapWaitForMultipleObjects = waitFor
 constinit decltype(&WaitOnAddress) wrapWaitOnAddress = waitOnAddress;
 constinit decltype(&EnterCriticalSection) wrapEnterCriticalSection = enter;
 
-namespace Zv {
+namespace ZvTest {
 
 long threadNumber()
 {
@@ -120,4 +120,4 @@ bool isAsleep(long number)
     return getIsAsleep(static_cast<DWORD>(number));
 }
 
-} // namespace Zv
+} // namespace ZvTest

@@ -16,7 +16,7 @@ BOOL realReadClock(LARGE_INTEGER *)
 BOOL wrapReadClock(LARGE_INTEGER *)
     ZV_WRAP("_ZN10ZvPlatform23QueryPerformanceCounterEPNS_13LARGE_INTEGERE");
 
-namespace Zv {
+namespace ZvTest {
 
 inline constexpr LONGLONG NANOSECONDS = 1'000'000'000;
 
@@ -30,10 +30,10 @@ inline LONGLONG readRealClock()
     return ticks.QuadPart / f * NANOSECONDS + ticks.QuadPart % f * NANOSECONDS / f;
 }
 
-} // namespace Zv
+} // namespace ZvTest
 
 BOOL wrapGetFrequency(LARGE_INTEGER *frequency)
 {
-    frequency->QuadPart = Zv::NANOSECONDS;
+    frequency->QuadPart = ZvTest::NANOSECONDS;
     return TRUE;
 }

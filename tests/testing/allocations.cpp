@@ -1,4 +1,4 @@
-#include "allocations.h"
+#include "testing/allocations.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "childProcess.h"
+#include "testing/childProcess.h"
 
 #include <gtest/gtest.h>
 

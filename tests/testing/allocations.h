@@ -1,5 +1,5 @@
-// Counts the allocations of the calling thread, and makes them fail. For the folders that
-// tests/CMakeLists.txt names.
+// Counts the allocations of the calling thread, and makes them fail. For the folders with
+// ALLOCATIONS in tests/CMakeLists.txt.
 #pragma once
 
 #include <cstddef>

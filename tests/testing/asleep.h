@@ -12,7 +12,7 @@
 
 #endif
 
-namespace Zv {
+namespace ZvTest {
 
 #ifdef _WIN32
 
@@ -47,4 +47,4 @@ inline void waitUntilAsleep(long number)
         std::this_thread::yield();
 }
 
-} // namespace Zv
+} // namespace ZvTest

@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <functional>
 
+namespace ZvTest {
+
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::size_t SMALL_STACK = 512 * 1024; // the sanitizers need more
 #else
@@ -29,3 +31,5 @@ inline void runOnSmallStack(std::function<void()> body)
     ::pthread_join(thread, nullptr);
     ::pthread_attr_destroy(&attributes);
 }
+
+} // namespace ZvTest

@@ -1,0 +1,125 @@
+# Functions that make test programs and other tests out of the folders of tests/.
+#
+# zv_add_test_program(FOLDER [ALLOCATIONS] [BASE_ONLY] [EXCLUDE source...] [DEFINE definition...])
+#     Builds all sources of a folder, with GoogleTest and the objects of both libraries, as the program test_FOLDER, and
+#     adds the test FOLDER. The objects bring the statics of the packages along, and hidden classes can be tested.
+#       ALLOCATIONS  counts the allocations of a thread and lets them fail (testing/allocations.h)
+#       BASE_ONLY    links libzvbase alone, so that no package of libzvresmgt runs
+#       EXCLUDE      sources that belong to other programs
+#       DEFINE       definitions of the preprocessor
+#     If the folder has a file wrapped.txt, calls of the functions that it lists go to the folder's own `__wrap_` forms,
+#     for example to a service that refuses.
+#
+# zv_require_test_programs([FOLDER...])
+#     Fails if a folder other than these has tests and no program.
+#
+# zv_add_refused_sources(FOLDER)
+#     Adds a test for each source of a folder. The source must not compile. Its first line is a comment with a part of
+#     the compiler's message.
+#
+# zv_add_object_test()
+#     Adds the test of what the objects above the platform layer call, and one that shows that it finds a call.
+
+if(WIN32)
+    include(WindowsTests)
+else()
+    find_package(GTest REQUIRED)
+
+    # Links a test program from SOURCES and OBJECTS. COMPILED becomes the target that compiles the sources.
+    function(zv_link_test_program name compiled)
+        cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;OBJECTS;WRAPPED")
+        add_executable(${name} ${arg_SOURCES} ${arg_OBJECTS} $<TARGET_OBJECTS:zv_test_main>)
+        list(TRANSFORM arg_WRAPPED PREPEND LINKER:--wrap=)
+        target_link_options(${name} PRIVATE ${arg_WRAPPED})
+        set(${compiled} ${name} PARENT_SCOPE)
+    endfunction()
+
+    function(zv_add_folder_test folder name)
+        add_test(NAME ${folder} COMMAND ${name})
+    endfunction()
+endif()
+
+# WRAPPED becomes the list of functions in the folder's file wrapped.txt.
+function(zv_read_wrapped folder wrapped)
+    set(functions "")
+    if(EXISTS ${folder}/wrapped.txt)
+        file(STRINGS ${folder}/wrapped.txt functions)
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${folder}/wrapped.txt)
+    endif()
+    set(${wrapped} "${functions}" PARENT_SCOPE)
+endfunction()
+
+# Gives a target the includes, libraries and definitions of all tests.
+function(zv_compile_as_test target)
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
+    target_link_libraries(${target} PRIVATE zv_compile GTest::gtest GTest::gmock Threads::Threads
+        ${ZV_TEST_SYSTEM_LIBRARIES})
+    target_compile_definitions(${target} PRIVATE ${ZV_TEST_DEFINITIONS})
+endfunction()
+
+function(zv_add_test_program folder)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "ALLOCATIONS;BASE_ONLY" "" "EXCLUDE;DEFINE")
+    set(name test_${folder})
+    file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    list(TRANSFORM arg_EXCLUDE PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/)
+    list(REMOVE_ITEM sources ${arg_EXCLUDE})
+    set(objects $<TARGET_OBJECTS:zvbase_objects>)
+    if(NOT arg_BASE_ONLY)
+        list(APPEND objects $<TARGET_OBJECTS:zvresmgt_objects>)
+    endif()
+    zv_read_wrapped(${CMAKE_CURRENT_SOURCE_DIR}/${folder} wrapped)
+
+    zv_link_test_program(${name} compiled SOURCES ${sources} OBJECTS ${objects} WRAPPED ${wrapped})
+    if(arg_ALLOCATIONS)
+        target_sources(${name} PRIVATE $<TARGET_OBJECTS:zv_test_allocations>)
+    endif()
+    zv_compile_as_test(${compiled})
+    target_compile_definitions(${compiled} PRIVATE ${arg_DEFINE})
+    # The libraries are tested as they are shipped. The tests themselves compile in half the time. What the address
+    # sanitizer adds to their code takes the optimiser longer than all the rest.
+    target_compile_options(${compiled} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O1;-g1>)
+    if(ZV_SANITIZE MATCHES address)
+        target_compile_options(${compiled} PRIVATE -O0)
+    endif()
+
+    zv_add_folder_test(${folder} ${name})
+    # The limit is for tests that hang. Under a sanitizer some programs need minutes. The thread sanitizer would let
+    # each program wait for a second at its end.
+    set_tests_properties(${folder} PROPERTIES TIMEOUT 1800)
+    if(ZV_SANITIZE STREQUAL thread)
+        set_tests_properties(${folder} PROPERTIES ENVIRONMENT TSAN_OPTIONS=atexit_sleep_ms=0)
+    endif()
+endfunction()
+
+function(zv_require_test_programs)
+    file(GLOB sources RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} CONFIGURE_DEPENDS */*Test.cpp)
+    foreach(source IN LISTS sources)
+        get_filename_component(folder ${source} DIRECTORY)
+        if(NOT TARGET test_${folder} AND NOT folder IN_LIST ARGN)
+            message(FATAL_ERROR "tests/CMakeLists.txt has no zv_add_test_program(${folder})")
+        endif()
+    endforeach()
+endfunction()
+
+function(zv_add_refused_sources folder)
+    file(GLOB refused CONFIGURE_DEPENDS ${folder}/*.cpp)
+    foreach(source IN LISTS refused)
+        get_filename_component(name ${source} NAME_WE)
+        file(STRINGS ${source} message LIMIT_COUNT 1)
+        string(REGEX REPLACE "^// " "" message "${message}")
+        # The headers are included as an installed tree has them.
+        add_test(NAME refused_${name} COMMAND ${CMAKE_CXX_COMPILER} -std=c++20 -fsyntax-only
+            -isystem ${PROJECT_SOURCE_DIR}/src ${source})
+        set_tests_properties(refused_${name} PROPERTIES PASS_REGULAR_EXPRESSION "${message}")
+    endforeach()
+endfunction()
+
+function(zv_add_object_test)
+    set(list ${CMAKE_CURRENT_BINARY_DIR}/objects.txt)
+    file(GENERATE OUTPUT ${list} CONTENT
+        "$<JOIN:$<TARGET_OBJECTS:zvbase_objects>,\n>\n$<JOIN:$<TARGET_OBJECTS:zvresmgt_objects>,\n>\n")
+    set(script -D NM=${CMAKE_NM} -D OBJECTS=${list} -P ${CMAKE_CURRENT_SOURCE_DIR}/architecture/objects.cmake)
+    add_test(NAME objects COMMAND ${CMAKE_COMMAND} ${script})
+    add_test(NAME objects_finds COMMAND ${CMAKE_COMMAND} -D PLATFORM=ON ${script})
+    set_tests_properties(objects_finds PROPERTIES PASS_REGULAR_EXPRESSION "threads.cpp.o: pthread_create")
+endfunction()
