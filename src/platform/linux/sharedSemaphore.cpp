@@ -68,9 +68,10 @@ int lockFile(int file, int operation)
 /// thread is killed.
 int awaitFileLock(int file, int operation)
 {
-    constexpr long PATIENCE = 5'000'000'000, FIRST = 50'000, LONGEST = 10'000'000;
+    constexpr Instant PATIENCE = 5'000 * MILLISECOND;
+    constexpr long FIRST = 50'000, LONGEST = 10'000'000; // nanoseconds
     timespec pause{0, FIRST};
-    for (long waited = 0; lockFile(file, operation | LOCK_NB) != 0; waited += pause.tv_nsec) {
+    for (Instant waited = 0; lockFile(file, operation | LOCK_NB) != 0; waited += pause.tv_nsec) {
         if (errno != EWOULDBLOCK)
             return -1;
         if (waited >= PATIENCE || currentThread().dying.load(std::memory_order_relaxed)) {
