@@ -1,6 +1,7 @@
 // Priority that records its last update.
 #pragma once
 
+#include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityMgr.h"
 
 #include <atomic>
