@@ -9,6 +9,7 @@
 #include "testing/allocations.h"
 #include "testing/asleep.h"
 #include "testing/capturedLog.h"
+#include "zvbase/lgLog.h"
 
 #include <gtest/gtest.h>
 

@@ -283,12 +283,12 @@ TEST_F(DevMDStdDeviceTest, AnOpenWithoutABodyOrAFactoryClosesTheQueue)
 {
     auto const expectClosed = [](ObjPtr<DevMDStdThreadProtocol> body,
                                  ObjPtr<DevMDStdAccessANOFactory> factory) {
-        Log log;
+        Journal log;
         RCShdPtr<DevMDStdFifo> const fifo = makeShd<DevMDStdFifo>();
         RCShdPtr<Device> const device = makeShd<Device>(fifo, body, factory);
         EXPECT_THROW(device->performOpen(), RCEx::ExNullPtr);
         produce(*fifo, recordingANO(log, "request"));
-        EXPECT_EQ(log.lines(), Lines{"~request"});
+        EXPECT_EQ(log.getLines(), Lines{"~request"});
     };
     expectClosed(nullptr, makeAccessANOFactory(_handler));
     expectClosed(ObjPtr<DevMDStdThreadProtocol>(new Body(_fifo, _log)), nullptr);
