@@ -557,7 +557,7 @@ TEST_F(SeGeneratorThreadTest, WritesItsSourceAndItsClients)
 TEST_F(SeGeneratorThreadTest, WritesWithoutItsMutex)
 {
     ScriptedClient * const one = add(1, "one");
-    one->record.await("start;");
+    one->record.awaitText("start;");
     auto const work = [this] { static_cast<void>(_generator->hasClient(nullptr)); };
     std::string const text =
         writtenDuring(work, [this](std::ostream &stream) { _generator->dump(stream); });

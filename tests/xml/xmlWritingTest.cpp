@@ -1,6 +1,7 @@
 #include "testing/capturedLog.h"
 #include "testing/groupingLocale.h"
 #include "xmlTesting.h"
+#include "zvbase/lgLog.h"
 
 #include <iomanip>
 #include <memory>
