@@ -136,7 +136,7 @@ TEST_F(InPackage, AMissingPackageIsNamed)
 {
     _b.needs<4>();
     EXPECT_EQ(getFailure(all()), "Package \"b\" needs a package that is not registered: "
-                                 "Zv::(anonymous namespace)::Package<4>.");
+                                 "ZvTest::(anonymous namespace)::Package<4>.");
 }
 
 TEST_F(InPackage, StartedPackagesAreShutDownIfOneFails)
