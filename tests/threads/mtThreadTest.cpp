@@ -126,7 +126,7 @@ public:
     std::set<int> getProcessors()
     {
         std::set<int> processors;
-        ask([&] { processors = getProcessors(); });
+        ask([&] { processors = ZvTest::getProcessors(); });
         return processors;
     }
 
