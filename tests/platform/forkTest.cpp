@@ -158,6 +158,9 @@ TEST(PlatformFork, OtherThreadsHaveEndedForTheChild)
 
 TEST(PlatformFork, AChildReusesTheNumberOfAThreadThatWasKilled)
 {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "under the thread sanitizer a child of several threads can start none";
+#endif
     std::atomic<int> kernelId{0};
     Runner victim([&]() -> DWORD {
         kernelId = ::gettid();
