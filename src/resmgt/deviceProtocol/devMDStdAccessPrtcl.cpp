@@ -86,7 +86,7 @@ DevMDStdAccessPrtcl::~DevMDStdAccessPrtcl()
 void DevMDStdAccessPrtcl::performOpen()
 {
     if (!_thread.isNull())
-        RCExUtil::throwExNullPtr(); // it is called again
+        RCExUtil::throwExNullPtr(); // this is not the first call
     try {
         if (_fifo.isNull() || _threadProtocol.isNull() || _anoFactory.isNull())
             RCExUtil::throwExNullPtr();
@@ -115,7 +115,7 @@ void DevMDStdAccessPrtcl::performClose()
     endThread(_anoFactory->createCloseANO(), &DevANOFifo::send);
 }
 
-// No thread will execute what is queued.
+// Without a thread, nothing executes the requests in the queue.
 void DevMDStdAccessPrtcl::closeUnopened()
 {
     if (_thread.isNull() && !_fifo.isNull())
