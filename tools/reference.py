@@ -193,7 +193,30 @@ def label(document, heading=None):
     return f"{name}-{slug}"
 
 
+def drawSequences(lines):
+    """Makes message sequence charts of the sequence diagrams, which code hosts draw from another language."""
+    begin = "```mermaid"
+    while begin in lines:
+        first = lines.index(begin)
+        last = lines.index("```", first)
+        names, messages = [], []
+        for line in lines[first + 1:last]:
+            line = line.strip().replace('"', r'\"')
+            if found := re.fullmatch(r"participant (\w+) as (.*)", line):
+                names.append(f'{found[1]} [label="{found[2]}"]')
+            elif found := re.fullmatch(r"(\w+)(-->>|->>)(\w+): (.*)", line):
+                arrow = "=>" if found[2] == "->>" else ">>"
+                messages.append(f'{found[1]} {arrow} {found[3]} [label="{found[4]}"];')
+            elif found := re.fullmatch(r"Note over (\w+): (.*)", line):
+                messages.append(f'{found[1]} note {found[1]} [label="{found[2]}"];')
+            elif line != "sequenceDiagram" and not re.fullmatch(r"(box|end)\b.*", line):
+                sys.exit(f"a diagram has a line that is not known here: {line}")
+        chart = ["@msc", f'hscale="{len(names) * 0.28:.2f}";', ", ".join(names) + ";", *messages, "@endmsc"]
+        lines[first:last + 1] = chart
+
+
 def filterDocument(name, lines):
+    drawSequences(lines)
     isCode = False
     for i, line in enumerate(lines):
         if line.startswith("```"):
