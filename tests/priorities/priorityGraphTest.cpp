@@ -5,6 +5,7 @@
 #include "testing/askingStream.h"
 #include "testing/dump.h"
 #include "testing/failures.h"
+#include "testing/graphviz.h"
 #include "zvbase/assertions.h"
 
 #include <gtest/gtest.h>
@@ -607,6 +608,20 @@ TEST(PriorityErrors, ExErrorIsNoStandardException)
         FAIL();
     } catch (ExBase const &) {
     }
+}
+
+TEST_F(PriorityGraph, ItsDotHasEachNodeWithItsValueAndEachRelation)
+{
+    Priority floor("floor", mgr, 3);
+    Priority worker("worker \\1", mgr, Priority::NOT_SET);
+    Priority twin("twin", mgr, Priority::NOT_SET);
+    Relation above("above", floor, Relation::LESS, worker);
+    Relation same("same", worker, Relation::EQUAL, twin);
+    EXPECT_EQ(graphOf(mgr),
+              (std::vector<std::string>{"p1: floor 3", "p2: worker \\1 4", "p3: twin 4",
+                                        "p1 -> p2: <", "p2 -> p3: =="}));
+    Relation notBelow("notBelow", floor, Relation::LESS_EQUAL, twin);
+    EXPECT_EQ(graphOf(mgr)[4], "p1 -> p3: <=");
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "testing/asleep.h"
+#include "testing/graphviz.h"
 #include "zvbase/failures.h"
 
 #include <gtest/gtest.h>
@@ -841,6 +842,22 @@ TEST_F(DevSeqTreeTest, DeliveriesOfTwoThreadsTakeTurns)
     other.join();
     expectStates("lock", "lock", "lock", "lock");
     EXPECT_EQ(most, 1);
+}
+
+TEST_F(DevSeqTreeTest, ItsDotHasEachDeviceBelowItsParentWithItsState)
+{
+    build();
+    start();
+    EXPECT_EQ(graphOf(*world.tree),
+              (std::vector<std::string>{"d0: R sync", "d1: A wml", "d2: C wml", "d3: B wml",
+                                        "d0 -> d1", "d0 -> d3", "d1 -> d2"}));
+}
+
+TEST_F(DevSeqTreeTest, TheDotOfAnEmptyTreeThrows)
+{
+    std::ostringstream text;
+    EXPECT_THROW(world.tree->dumpDot(text), RCEx::ExNullPtr);
+    EXPECT_EQ(text.str(), "");
 }
 
 } // namespace

@@ -1,8 +1,10 @@
 #include "resmgt/deviceManager/stateMachine/devSMTable.h"
 
 #include "resmgt/deviceManager/devMgrEx.h"
+#include "resmgt/deviceManager/stateMachine/devSMTableBuilder.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "testing/failures.h"
+#include "testing/graphviz.h"
 
 #include <gtest/gtest.h>
 
@@ -218,6 +220,47 @@ TEST(DevSMTableTest, AMachineWithoutChoicesDumpsNone)
     EXPECT_NE(stream.str().find("\n0 conditional transition descriptions:\n\n"
                                 "state:event=>transition table:\n"),
               std::string::npos);
+}
+
+TEST(DevSMTableDot, HasTheDeclaredStatesAndTheEventsBetweenThem)
+{
+    DevSMTableBuilder builder;
+    for (char const *state : {"off", "on", "worn \"out\""})
+        builder.addState(state);
+    for (char const *event : {"press", "hold", "fall"})
+        builder.addEvent(event);
+    for (char const *transition : {"toggle", "blink", "break"})
+        builder.addTransition(transition);
+    for (char const *event : {"press", "hold"})
+        builder.addTransitionForEvent("off", event, "toggle");
+    builder.setNextState("off", "toggle", "on");
+    // A choice: it blinks, or goes off.
+    builder.addTransitionForEvent("on", "press", "blink");
+    builder.addTransitionForEvent("on", "press", "toggle");
+    builder.setNextState("on", "blink", "on");
+    builder.setNextState("on", "toggle", "off");
+    builder.addTransitionForEvent("on", "fall", "break");
+    builder.setNextState("on", "break", "worn \"out\"");
+    builder.expand();
+    auto const table = builder.createTable();
+    EXPECT_EQ(graphOf(*table),
+              (std::vector<std::string>{"s0: off", "s1: on", "s2: worn \"out\"",
+                                        "s0 -> s1: press / toggle hold / toggle",
+                                        "s1 -> s0: press / toggle", "s1 -> s1: press / blink",
+                                        "s1 -> s2: fall / break"}));
+    std::ostringstream text;
+    table->dumpDot(text);
+    EXPECT_NE(text.str().find("s2 [label=\"worn \\\"out\\\"\", peripheries=2];"), std::string::npos)
+        << text.str();
+}
+
+TEST(DevSMTableDot, ACircleOfInnerStatesEnds)
+{
+    Parts parts; // x leads from "on" to "_cs(on:x)", where _ce(a) now leads back to itself
+    parts.stateTransition[2][0] = 2;
+    EXPECT_EQ(
+        graphOf(*parts.create()),
+        (std::vector<std::string>{"s0: on", "s1: off", "s0 -> s1: y / a", "s1 -> s0: y / b"}));
 }
 
 } // namespace

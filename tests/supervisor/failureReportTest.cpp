@@ -1,6 +1,7 @@
 // Reports of a failed device in a supervised sequence: the state, the call and the reason.
 #include "hostileDevices.h"
 
+#include "testing/graphviz.h"
 #include "zvbase/lgLog.h"
 
 #include <sstream>
@@ -64,6 +65,26 @@ TEST(FailureOfASupervisedDevice, IsTracedWhenItHappens)
         trace.find("A device has failed. device a: event \"start\" in state \"init\": No power."),
         std::string::npos)
         << trace;
+}
+
+TEST(StatusOfASupervisedSequence, DrawsTheTreeAndWhatHasFailed)
+{
+    Stage stage("( root ( a ( b ) c ) )");
+    stage["b"].manners["start"] = Manner::THROWS_OTHER;
+    stage.create();
+    DevSeqStatus const idle = stage.supervisor->getStatus();
+    EXPECT_EQ(idle.devices[0].parent, "");
+    EXPECT_EQ(idle.devices[2].name, "b");
+    EXPECT_EQ(idle.devices[2].parent, "a");
+    stage.supervisor->start();
+    EXPECT_THROW(stage.supervisor->waitLocked(LONG), DevMgrEx::SeqDeviceFailed);
+    DevSeqStatus const status = stage.supervisor->stop(LONG);
+    EXPECT_EQ(graphOf(status),
+              (std::vector<std::string>{"d0: root final", "d1: a final", "d2: b init No power.",
+                                        "d3: c final", "d0 -> d1", "d0 -> d3", "d1 -> d2"}));
+    std::ostringstream text;
+    status.dumpDot(text);
+    EXPECT_NE(text.str().find("No power.\", color=red];"), std::string::npos) << text.str();
 }
 
 } // namespace

@@ -6,17 +6,20 @@
 #include "resmgt/threads/priorityMgr.private.h"
 #include "resmgt/threads/priorityRingSolver.private.h"
 #include "resmgt/threads/prioritySolver.private.h"
+#include "zvbase/dotText.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/platform/interlocked.h"
 
 #include <new>
 #include <sstream>
+#include <string>
 #include <typeinfo>
 
 namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
+using Detail::writeDotString;
 using Guard = LkGuard<LkRecLock const>;
 
 /// The entries of a relation in the lists of its nodes and of the manager. They are allocated
@@ -475,6 +478,35 @@ void PriorityMgr::dump(std::ostream &os) const
             relation->dump(text);
             text << '\n';
         }
+    }
+    os << text.str();
+}
+
+void PriorityMgr::dumpDot(std::ostream &os) const
+{
+    std::ostringstream text; // the caller's stream is written without the lock
+    {
+        Guard guard(_lock);
+        text << "digraph {\n  rankdir=BT;\n  label=";
+        writeDotString(text, _name + (_isDirty ? "\nNOT UP TO DATE" : ""));
+        text << ";\n";
+        for (Priority const *priority : _priorities) {
+            text << "  p" << priority->_membership._order << " [label=";
+            writeDotString(text, priority->getName() + "\n" +
+                                     std::to_string(priority->getPriorityNoCheck()));
+            text << (priority->isPriorityFixed() ? ", shape=box];\n" : "];\n");
+        }
+        for (PriorityRelation const *relation : _relations) {
+            if (relation->_membership._isStray)
+                continue;
+            text << "  p" << relation->_lhs->_membership._order << " -> p"
+                 << relation->_rhs->_membership._order
+                 << (relation->isRelation(PriorityRelation::EQUAL)  ? " [label=\"==\", dir=none"
+                     : relation->isRelation(PriorityRelation::LESS) ? " [label=\"<\""
+                                                                    : " [label=\"<=\"")
+                 << "];\n";
+        }
+        text << "}\n";
     }
     os << text.str();
 }

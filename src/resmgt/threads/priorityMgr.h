@@ -102,6 +102,10 @@ public:
     /// Writes the whole graph: all nodes, then those that were fixed when they were added, then all
     /// relations.
     void dump(std::ostream &) const;
+    /// Writes the graph in DOT, for Graphviz, with the name and value of each node. Fixed nodes are
+    /// boxes. An arrow leads from the left-hand side of a relation to the right-hand side, upwards.
+    /// Relations of nodes that are not in the graph are left out.
+    void dumpDot(std::ostream &) const;
 
 protected:
     // These are called under the lock, which is recursive. They acquire it once more.

@@ -6,7 +6,10 @@
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/sequence/devSeqSupervision.private.h"
 #include "resmgt/locks/lkGuard.h"
+#include "zvbase/dotText.private.h"
 #include "zvbase/failures.h"
+
+#include <ostream>
 
 namespace Zv {
 
@@ -80,6 +83,26 @@ private:
 };
 
 } // namespace
+
+void DevSeqStatus::dumpDot(std::ostream &stream) const
+{
+    HashMap<LiString, std::size_t> numbers;
+    stream << "digraph {\n  node [shape=box];\n";
+    for (DevSeqDeviceStatus const &device : devices) {
+        std::size_t const number = numbers.size();
+        numbers.emplace(device.name, number);
+        LiString text = device.name + "\n" + device.state;
+        if (!device.failure.isEmpty())
+            text = text + "\n" + device.failure;
+        bool const isLost = device.hasFailed || device.end == DevSeqDeviceStatus::End::NO_ANSWER;
+        stream << "  d" << number << " [label=";
+        Detail::writeDotString(stream, text);
+        stream << (isLost ? ", color=red];\n" : "];\n");
+        if (auto const parent = numbers.find(device.parent); parent != numbers.end())
+            stream << "  d" << parent->second << " -> d" << number << ";\n";
+    }
+    stream << "}\n";
+}
 
 DevMgrSeqSupervisor::~DevMgrSeqSupervisor() noexcept(false) = default;
 

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <iosfwd>
 
 namespace Zv {
 
@@ -59,10 +60,11 @@ struct DevSeqDeviceStatus
     std::uint32_t nbRefused = 0; ///< the number of its reports that were illegal at that moment
     End end = End::NONE;         ///< how the device has ended
     Vector<StepTime> stepTimes;  ///< one for each kind of step that the device has finished
+    LiString parent;             ///< the name of the device's parent. Empty for the root
 };
 
 /// The state of a supervised sequence at one moment.
-struct DevSeqStatus
+struct ZVRESMGT_EXPORT DevSeqStatus
 {
     /// The part of the sequence's life.
     enum class Phase
@@ -80,6 +82,10 @@ struct DevSeqStatus
     LiString failure; ///< of the sequence itself, such as a lack of memory. Empty if there was none
     LiString observerFailure; ///< the first failure of an observer. Empty if there was none
     std::uint32_t nbObserverFailures = 0; ///< the number of failures of observers
+
+    /// Writes the tree of devices in DOT, for Graphviz, with the name and state of each device, and
+    /// the reason why it has failed. Devices that have failed or have not answered are red.
+    void dumpDot(std::ostream &stream) const;
 };
 
 /// Runs one tree of devices. Each call that waits returns within the limits that its caller has

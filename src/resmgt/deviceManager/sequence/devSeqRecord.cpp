@@ -63,9 +63,11 @@ DevSeqRecord::DevSeqRecord(DevSeqWaiters &waiters)
         ZV_ASSERT(getTable().getStateName(state) == STATE_NAMES[state]);
 }
 
-void DevSeqRecord::add(LiString const &name)
+void DevSeqRecord::add(LiString const &name, LiString const &parent)
 {
-    _devices.emplace_back().name = name;
+    Device &device = _devices.emplace_back();
+    device.name = name;
+    device.parent = parent;
 }
 
 Vector<DevSeqRecord::Device> DevSeqRecord::takeDevices()
@@ -97,6 +99,7 @@ DevSeqStatus DevSeqRecord::makeStatus() const
     for (Device const &device : _devices) {
         DevSeqDeviceStatus &copy = status.devices.emplace_back();
         copy.name = device.name;
+        copy.parent = device.parent;
         copy.state = getTable().getStateName(device.state);
         copy.stateSince = device.stateSince;
         if (!device.isAnswered) {

@@ -74,6 +74,7 @@ public:
     struct Device
     {
         LiString name;
+        LiString parent; // its name; empty for the root
         Life life = Life::IDLE;
         End end = End::NONE;
         std::int32_t state = INIT_STATE;
@@ -107,7 +108,7 @@ public:
 
     explicit DevSeqRecord(DevSeqWaiters &waiters);
 
-    void add(LiString const &name);
+    void add(LiString const &name, LiString const &parent);
     /// Ends the sequence and returns its devices. The record has no devices after that.
     Vector<Device> takeDevices();
 

@@ -95,7 +95,7 @@ void DevSeqSupervision::build(Vector<Member> const &members)
     Vector<RCShdPtr<DevSeqTreeNode>> nodes;
     for (Member const &member : members) {
         std::size_t const number = nodes.size();
-        _record.add(member.name);
+        _record.add(member.name, number == 0 ? LiString() : members[member.parent].name);
         _plan.add(member.parent);
         Callee &callee = _callees.emplace_back();
         callee.name = member.name;

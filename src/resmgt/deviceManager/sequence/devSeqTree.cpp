@@ -4,6 +4,7 @@
 #include "resmgt/deviceManager/devMgrFifo.private.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkThreadId.h"
+#include "zvbase/dotText.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 #include "zvbase/platform/interlocked.h"
@@ -461,6 +462,30 @@ void DevSeqTree::write(std::ostream &stream) const
                     text << ") ";
             });
         text << ")";
+    }
+    stream << text.str();
+}
+
+void DevSeqTree::dumpDot(std::ostream &stream) const
+{
+    std::ostringstream text; // the caller's stream is written without the lock
+    {
+        LkGuard const guard(_lock);
+        Vector<std::size_t> path; // the numbers of the devices above the next one
+        std::size_t number = 0;
+        text << "digraph {\n  node [shape=box];\n";
+        walk(
+            getRoot(),
+            [&](DevSeqTreeNode &node) {
+                text << "  d" << number << " [label=";
+                Detail::writeDotString(text, node._name + "\n" + node._sm->getStateName());
+                text << "];\n";
+                if (!path.empty())
+                    text << "  d" << path.back() << " -> d" << number << ";\n";
+                path.push_back(number++);
+            },
+            [&path](DevSeqTreeNode &) { path.pop_back(); });
+        text << "}\n";
     }
     stream << text.str();
 }

@@ -81,8 +81,8 @@ private:
 /// protocols and the observer are called. These must return soon, and must not wait for the tree.
 /// They must not release the last reference to the tree. That is not detected.
 ///
-/// **Blocks**: `processEvent`, `getState`, `getFailure`, `setObserver` and `write` block while
-/// another thread delivers an event.
+/// **Blocks**: `processEvent`, `getState`, `getFailure`, `setObserver`, `write` and `dumpDot` block
+/// while another thread delivers an event.
 class ZVRESMGT_EXPORT DevSeqTree : public RCBase<LkCounter<long>>
 {
 public:
@@ -148,6 +148,9 @@ public:
 
     /// Writes the tree in the form `( R ( A B ) )`. Throws `RCEx::ExNullPtr` if the tree is empty.
     void write(std::ostream &stream) const;
+    /// Writes the tree in DOT, for Graphviz, with the name and state of each device. Blocks while
+    /// another thread delivers an event. Throws `RCEx::ExNullPtr` if the tree is empty.
+    void dumpDot(std::ostream &stream) const;
 
 protected:
     /// Waits for the report that is being delivered. Later ones have no effect. Calls

@@ -2,6 +2,7 @@
 
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/stateMachine/devSMNames.private.h"
+#include "zvbase/dotText.private.h"
 #include "zvbase/failures.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@ namespace Zv {
 
 namespace {
 
+using Detail::writeDotString;
 using Detail::writeNames;
 
 std::int32_t count(Vector<LiString> const &names)
@@ -174,6 +176,50 @@ void DevSMTable::dump(std::ostream &stream) const
     dumpRows(stream, "state:event=>transition table:", _stateEventTable, _s.size(), _e.size());
     stream << '\n';
     dumpRows(stream, "state:transition=>state table:", _stateTransitionTable, _s.size(), _t.size());
+}
+
+void DevSMTable::dumpDot(std::ostream &stream) const
+{
+    stream << "digraph {\n  rankdir=LR;\n  node [shape=box, style=rounded];\n";
+    for (std::int32_t state = 0; state < _nbPrimaryStates; ++state) {
+        Vector<LiString> arrows(_primaryStateVector.size()); // the text for each next state
+        for (std::int32_t event = 0; event < _nbPrimaryEvents; ++event)
+            addArrows(arrows, state, event, getEventName(event), 0);
+        bool isLeft = false;
+        for (std::int32_t next = 0; next < _nbPrimaryStates; ++next) {
+            LiString const &text = arrows[static_cast<std::size_t>(next)];
+            if (text.isEmpty())
+                continue;
+            isLeft = isLeft || next != state;
+            stream << "  s" << state << " -> s" << next << " [label=";
+            writeDotString(stream, text);
+            stream << "];\n";
+        }
+        stream << "  s" << state << " [label=";
+        writeDotString(stream, getStateName(state));
+        stream << (isLeft ? "];\n" : ", peripheries=2];\n");
+    }
+    stream << "}\n";
+}
+
+// Adds the arrows of an event, and follows the states that the expansion has added. The number of
+// steps is limited because a table that was made by hand may have a circle of such states.
+void DevSMTable::addArrows(Vector<LiString> &arrows, std::int32_t state, std::int32_t event,
+                           LiString const &text, std::int32_t nbSteps) const
+{
+    std::int32_t const transition = getTransition(state, event);
+    if (!isTransition(transition) || nbSteps == _nbStates)
+        return;
+    std::int32_t const next = getState(state, transition);
+    LiString const longer =
+        isPrimaryTransition(transition) ? text + " / " + getTransitionName(transition) : text;
+    if (isPrimaryState(next)) {
+        LiString &arrow = arrows[static_cast<std::size_t>(next)];
+        arrow = arrow.isEmpty() ? longer : arrow + "\n" + longer;
+    } else if (isState(next)) {
+        for (std::int32_t inner = 0; inner < _nbEvents; ++inner)
+            addArrows(arrows, next, inner, longer, nbSteps + 1);
+    }
 }
 
 void DevSMTable::throwDomainError()

@@ -102,6 +102,15 @@ public:
 
     /// Writes the lists and then the matrices as readable text. An empty list is an empty line.
     void dump(std::ostream &stream) const;
+    /// Writes the machine as a directed graph in DOT, for Graphviz:
+    ///
+    ///     dot -Tsvg machine.dot >machine.svg
+    ///
+    /// The nodes are the primary states. An arrow has a line for each event that leads along it,
+    /// with the transition that it runs. Choices are followed to the states that they lead to.
+    /// Illegal events and failed transitions are left out. States without an arrow to another state
+    /// have a double border.
+    void dumpDot(std::ostream &stream) const;
 
 protected:
     ~DevSMTable() override;
@@ -167,6 +176,9 @@ private:
     void linkShortcuts();
     Shortcut findShortcut(std::int32_t state, std::int32_t event) const;
     std::int32_t passCheck(std::int32_t checkState, std::int32_t event) const;
+
+    void addArrows(Vector<LiString> &arrows, std::int32_t state, std::int32_t event,
+                   LiString const &text, std::int32_t nbSteps) const;
 
     Vector<LiString> _s;
     Vector<LiString> _e;
