@@ -243,7 +243,7 @@ void tree(benchmark::State &state)
 
 // The peer: the same threads and the same messages between them in the same order, written by hand
 // with a queue for each device and one for the managing thread. It has no state machines, names,
-// priorities or log, and nothing in it can fail.
+// priorities or log, and no way to fail.
 
 enum class Request
 {
@@ -287,7 +287,7 @@ private:
     void execute(Request request)
     {
         send(request);
-        _executed.take();
+        _executed.acquire();
     }
 
     static void *run(void *device)
@@ -302,7 +302,7 @@ private:
             switch (request) {
             case Request::OPEN:
             case Request::CLOSE:
-                _executed.put(request);
+                _executed.release();
                 break;
             case Request::START:
                 started.arrive();
@@ -324,7 +324,7 @@ private:
     int _number;
     Queue<Report> &_reports;
     Queue<Request> _requests;
-    Queue<Request> _executed;
+    std::binary_semaphore _executed{0};
     pthread_t _thread{};
 };
 
