@@ -189,7 +189,7 @@ private:
     struct Transition;
 
     RCShdPtr<Node> _node;
-    std::size_t _next = 0; // where the search for the next transition begins
+    std::size_t _next = 0; // the place of the transition that `create` looks at first
 };
 
 /// The table of the sequence machine. A device goes from `init` through `start`, `ready` and `sync`
