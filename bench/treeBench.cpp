@@ -32,6 +32,7 @@ enum Phase
 };
 constexpr char const *PHASES[NB_PHASES] = {"open", "start", "lock", "stop", "close"};
 constexpr int MAX_DEVICES = 1000;
+constexpr int NB_CHILDREN = 10; // of a device, at most
 
 double processorSeconds()
 {
@@ -159,15 +160,15 @@ void registerDevices()
         registry.add(makeObj<Entry>(device));
 }
 
-/// Appends a node and, in brackets, its children, at most ten.
+/// Appends a node and, in brackets, its children.
 void addNode(std::string &config, int device, int nbDevices)
 {
     config += nameOf(device) + ' ';
-    int const first = device * 10 + 1;
+    int const first = device * NB_CHILDREN + 1;
     if (first >= nbDevices)
         return;
     config += "( ";
-    for (int child = first; child < std::min(first + 10, nbDevices); ++child)
+    for (int child = first; child < std::min(first + NB_CHILDREN, nbDevices); ++child)
         addNode(config, child, nbDevices);
     config += ") ";
 }
@@ -240,63 +241,196 @@ void tree(benchmark::State &state)
     phases.report();
 }
 
-/// Thread that gets one request for each phase, without a tree, names, priorities or a log.
-class BareThread
+// The peer: the same threads and the same messages between them in the same order, written by hand
+// with a queue for each device and one for the managing thread. It has no state machines, names,
+// priorities or log, and no way to fail.
+
+enum class Request
+{
+    OPEN,
+    START,
+    LOCK,
+    STOP,
+    CLOSE,
+    END
+};
+
+/// Message to the managing thread: a device has executed a request.
+struct Report
+{
+    int device;
+    Request request;
+};
+
+/// Thread of a device, which executes the requests of its queue until it is told to end.
+class BareDevice
 {
 public:
-    explicit BareThread(Queue<int> &answers) : _answers(answers)
+    BareDevice(int number, Queue<Report> &reports) : _number(number), _reports(reports)
     {
-        ::pthread_create(&_thread, nullptr, &BareThread::run, this);
+        ::pthread_create(&_thread, nullptr, &BareDevice::run, this);
+        execute(Request::OPEN);
     }
-    ~BareThread() { ::pthread_join(_thread, nullptr); }
-    BareThread(BareThread const &) = delete;
-    BareThread &operator=(BareThread const &) = delete;
+    ~BareDevice()
+    {
+        execute(Request::CLOSE);
+        send(Request::END);
+        ::pthread_join(_thread, nullptr);
+    }
+    BareDevice(BareDevice const &) = delete;
+    BareDevice &operator=(BareDevice const &) = delete;
 
-    void send(Phase phase) { _requests.put(phase); }
+    void send(Request request) { _requests.put(request); }
 
 private:
-    static void *run(void *argument)
+    /// Waits until the thread has executed the request.
+    void execute(Request request)
     {
-        auto &self = *static_cast<BareThread *>(argument);
-        Phase phase = OPEN;
-        while (phase != CLOSE) {
-            phase = self._requests.take();
-            self._answers.put(phase);
-        }
-        return nullptr;
+        send(request);
+        _executed.acquire();
     }
 
-    Queue<int> &_answers;
-    Queue<Phase> _requests;
+    static void *run(void *device)
+    {
+        static_cast<BareDevice *>(device)->serve();
+        return nullptr;
+    }
+    void serve()
+    {
+        for (;;) {
+            Request const request = _requests.take();
+            switch (request) {
+            case Request::OPEN:
+            case Request::CLOSE:
+                _executed.release();
+                break;
+            case Request::START:
+                started.arrive();
+                _reports.put({_number, request});
+                break;
+            case Request::LOCK:
+                locked.arrive();
+                _reports.put({_number, request});
+                break;
+            case Request::STOP:
+                _reports.put({_number, request});
+                break;
+            case Request::END:
+                return;
+            }
+        }
+    }
+
+    int _number;
+    Queue<Report> &_reports;
+    Queue<Request> _requests;
+    std::binary_semaphore _executed{0};
+    pthread_t _thread{};
+};
+
+/// Devices of the same tree, and the thread that gets their reports.
+class BareTree
+{
+public:
+    explicit BareTree(int nbDevices) : _nbRunningChildren(static_cast<std::size_t>(nbDevices))
+    {
+        ::pthread_create(&_thread, nullptr, &BareTree::run, this);
+        for (int device = 0; device < nbDevices; ++device)
+            _devices.push_back(std::make_unique<BareDevice>(device, _reports));
+        for (int device = 0; device < nbDevices; ++device)
+            _nbRunningChildren[device] = endOfChildren(device) - firstChild(device);
+    }
+    ~BareTree()
+    {
+        while (!_devices.empty())
+            _devices.pop_back();
+        _reports.put({0, Request::END});
+        ::pthread_join(_thread, nullptr);
+    }
+    BareTree(BareTree const &) = delete;
+    BareTree &operator=(BareTree const &) = delete;
+
+    /// Starts all devices. When all have started, they lock, parents first.
+    void start()
+    {
+        for (auto const &device : _devices)
+            device->send(Request::START);
+    }
+    /// Stops all devices, children first, and waits until they have stopped.
+    void stop()
+    {
+        int const nbDevices = static_cast<int>(_devices.size());
+        for (int device = 0; device < nbDevices; ++device)
+            if (firstChild(device) == endOfChildren(device))
+                _devices[device]->send(Request::STOP);
+        _hasStopped.acquire();
+    }
+
+private:
+    static int parent(int device) { return (device - 1) / NB_CHILDREN; }
+    int firstChild(int device) const
+    {
+        return std::min(device * NB_CHILDREN + 1, static_cast<int>(_devices.size()));
+    }
+    int endOfChildren(int device) const
+    {
+        return std::min((device + 1) * NB_CHILDREN + 1, static_cast<int>(_devices.size()));
+    }
+
+    static void *run(void *tree)
+    {
+        static_cast<BareTree *>(tree)->manage();
+        return nullptr;
+    }
+    void manage()
+    {
+        std::size_t nbStarted = 0;
+        for (;;) {
+            auto const [device, request] = _reports.take();
+            if (request == Request::END)
+                return;
+            if (request == Request::START && ++nbStarted == _devices.size())
+                _devices[0]->send(Request::LOCK);
+            if (request == Request::LOCK)
+                for (int child = firstChild(device); child < endOfChildren(device); ++child)
+                    _devices[child]->send(Request::LOCK);
+            if (request == Request::STOP)
+                deviceStopped(device);
+        }
+    }
+    void deviceStopped(int device)
+    {
+        if (device == 0)
+            _hasStopped.release();
+        else if (--_nbRunningChildren[parent(device)] == 0)
+            _devices[parent(device)]->send(Request::STOP);
+    }
+
+    Queue<Report> _reports;
+    std::vector<int> _nbRunningChildren;
+    std::binary_semaphore _hasStopped{0};
+    std::vector<std::unique_ptr<BareDevice>> _devices;
     pthread_t _thread{};
 };
 
 void bareThreads(benchmark::State &state)
 {
-    int const nbThreads = static_cast<int>(state.range(0));
-    Phases phases(state, nbThreads);
+    int const nbDevices = static_cast<int>(state.range(0));
+    Phases phases(state, nbDevices);
     for (auto _ : state) {
-        Queue<int> answers;
-        std::vector<std::unique_ptr<BareThread>> threads;
+        started.expect(nbDevices);
+        locked.expect(nbDevices);
         phases.begin();
-        for (int i = 0; i < nbThreads; ++i) {
-            threads.push_back(std::make_unique<BareThread>(answers));
-            threads.back()->send(OPEN);
-            answers.take();
-        }
+        auto tree = std::make_unique<BareTree>(nbDevices);
         phases.end(OPEN);
-        for (Phase const phase : {START, LOCK, STOP}) {
-            for (auto const &thread : threads)
-                thread->send(phase);
-            for (int i = 0; i < nbThreads; ++i)
-                answers.take();
-            phases.end(phase);
-        }
-        while (!threads.empty()) {
-            threads.back()->send(CLOSE);
-            answers.take();
-            threads.pop_back();
-        }
+        tree->start();
+        started.wait();
+        phases.end(START);
+        locked.wait();
+        phases.end(LOCK);
+        tree->stop();
+        phases.end(STOP);
+        tree = nullptr;
         phases.end(CLOSE);
         phases.endIteration();
     }

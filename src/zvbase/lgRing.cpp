@@ -14,8 +14,7 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 // In real-time operation the memory is filled, so that the writer never waits for a page. Otherwise
 // the system provides the pages when they are used, because many threads never write a line.
-LgRing::LgRing(std::size_t capacity)
-    : _memory(std::make_unique_for_overwrite<char[]>(capacity)), _capacity(capacity)
+LgRing::LgRing(std::size_t capacity) : _memory(LgRingMemory::take(capacity)), _capacity(capacity)
 {
     if (::GetPriorityClass(::GetCurrentProcess()) == REALTIME_PRIORITY_CLASS)
         std::memset(_memory.get(), 0, capacity);

@@ -1,11 +1,11 @@
 // Ring buffer of records, with one writing thread and one reader at a time.
 #pragma once
 
+#include "zvbase/lgRingMemory.private.h"
 #include "zvbase/platform/interlocked.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace Zv {
@@ -103,7 +103,7 @@ public:
 private:
     void reverse(std::uint64_t first, std::uint64_t last);
 
-    std::unique_ptr<char[]> _memory;
+    LgRingMemory::Owned _memory;
     std::size_t _capacity;
     alignas(64) std::uint64_t _tail = 0; // written by the writer
     std::uint64_t _reserved = UNIT;      // where text would continue, behind the tail's header

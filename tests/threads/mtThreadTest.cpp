@@ -5,6 +5,7 @@
 #include "resmgt/locks/lkEvent.h"
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/mtThreadStart.private.h"
 #include "resmgt/threads/mtThreadWindows.private.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
@@ -28,6 +29,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace Zv {
 
@@ -38,6 +40,8 @@ struct TestAccess<MtThreadWindows>
     {
         return dynamic_cast<MtThreadWindows &>(thread);
     }
+    /// Returns whether a starter would find that it has met its thread already.
+    static bool isMet(MtThread &thread) { return imp(thread)._started.tryWait(); }
     static unsigned getStackSize(MtThread &thread) { return imp(thread)._stackSize; }
     static void execute(void *data) { MtThreadWindows::execute(data); }
     static void setException(MtThread &thread, ExBase *exception)
@@ -898,6 +902,63 @@ TEST_F(MtThreadTest, AThreadHasTheProcessorsOfTheProcessAndNotOfItsStarter)
     starter.ask([&] { child->start(); });
     EXPECT_EQ(child->getProcessorNb(), -1);
     EXPECT_EQ(child.getProcessors(), all);
+}
+
+TEST_F(MtThreadTest, AStarterThatDoesNotMeetItsThreadFindsItRunning)
+{
+    std::binary_semaphore go{0};
+    bool isNamed = false;
+    bool hasQueue = false;
+    ObjPtr<MtThread> const thread = makeThread("unmet", [&](TestProtocol &, MtThread *self) {
+        go.acquire();
+        isNamed = getName() == "unmet";
+        hasQueue = LgLog::getRegistry().hasQueue(LgLog::getQueue());
+        EXPECT_EQ(self->getThreadId(), LkThreadId(LkThreadId::CURRENT_THREAD));
+    });
+    for (int round = 0; round != 10; ++round) {
+        if (round % 2)
+            thread->start();
+        else
+            startWithoutMeeting(*thread);
+        EXPECT_TRUE(thread->isRunning());
+        EXPECT_FALSE(thread->getThreadId().isNull());
+        go.release();
+        thread->join();
+        EXPECT_FALSE(thread->isRunning());
+        EXPECT_TRUE(std::exchange(isNamed, false));
+        EXPECT_TRUE(std::exchange(hasQueue, false));
+        EXPECT_FALSE(isMet(*thread)) << "the next starter would not wait for its thread";
+    }
+}
+
+TEST_F(MtThreadTest, AThreadThatIsPlacedMeetsItsStarterInAnyCase)
+{
+    if (getProcessors().contains(31))
+        GTEST_SKIP() << "this machine has a processor 31";
+    int nbRuns = 0;
+    ObjPtr<MtThread> const thread =
+        makeThread("displaced", [&](TestProtocol &, MtThread *) { ++nbRuns; });
+    thread->setProcessorNb(31);
+    EXPECT_EQ(failedAssertion([&] { startWithoutMeeting(*thread); }),
+              "::SetThreadAffinityMask( _threadHandle, mask )");
+    EXPECT_FALSE(thread->isRunning());
+    thread->setProcessorNb(-1);
+    startWithoutMeeting(*thread);
+    thread->join();
+    EXPECT_EQ(nbRuns, 1);
+}
+
+TEST_F(MtThreadTest, AThreadOfAnotherClassIsStartedAsItsClassDoes)
+{
+    class Started : public StubThread
+    {
+    public:
+        void start() override { hasStarted = true; }
+        bool hasStarted = false;
+    };
+    Started thread;
+    startWithoutMeeting(thread);
+    EXPECT_TRUE(thread.hasStarted);
 }
 
 TEST_F(MtThreadTest, AThreadThatCannotBePlacedFailsItsStartAndRunsNoBody)

@@ -11,6 +11,28 @@ namespace {
 /// the mutex next.
 constexpr Instant PATIENCE = MILLISECOND;
 
+/// Decides in which turns of a spin a thread tries to take a mutex. The turns become rarer, so that
+/// the owner can release and take the mutex several times before its memory moves to the other
+/// processor. That costs more than what a mutex usually protects.
+class Turns
+{
+public:
+    bool isNext()
+    {
+        if (_left--)
+            return false;
+        _left = _pause;
+        _pause = std::min(2 * _pause + 1, LONGEST_PAUSE);
+        return true;
+    }
+
+private:
+    static constexpr int LONGEST_PAUSE = 31;
+
+    int _left = 0;
+    int _pause = 0;
+};
+
 /// Tries to take the object without its queue. Returns whether that has succeeded, with the result
 /// of the wait in `result`.
 bool tryNow(Object *object, DWORD &result)
@@ -173,7 +195,11 @@ DWORD waitSlowly(Service &service, Object *object, DWORD milliseconds, Queue::Ac
     if ((type == MUTEX && valueOf(word) != service.thread().number) || type == SEMAPHORE) {
         if (tryNow(object, result))
             return result;
-        if (milliseconds && spin(object->spin, [&] { return tryNow(object, result); }))
+        Turns turns;
+        auto const tryInTurn = [&] {
+            return (type != MUTEX || turns.isNext()) && tryNow(object, result);
+        };
+        if (milliseconds && spin(object->spin, tryInTurn))
             return result;
     }
     Instant const deadline = milliseconds ? deadlineAfter(milliseconds) : 0;

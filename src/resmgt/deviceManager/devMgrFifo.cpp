@@ -6,6 +6,7 @@
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/mtThreadStart.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/threadAnnotations.h"
@@ -167,9 +168,9 @@ DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo)
     _relation = makeObj<PriorityRelation>("DevMgr ANO", DevMDStdAccessPrtcl::getPriority(),
                                           PriorityRelation::EQUAL, _thread->getPriority());
     try {
-        _thread->start();
+        startWithoutMeeting(*_thread);
     } catch (...) {
-        // `start` may throw after the thread has begun to run.
+        // The start may fail after the thread has begun to run.
         if (_thread->isRunning())
             end();
         throw;

@@ -4,6 +4,7 @@
 #include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/mtThreadStart.private.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "zvbase/failures.h"
@@ -94,7 +95,7 @@ void DevMDStdAccessPrtcl::performOpen()
         _thread = MtThreadFactory::getInstance().createThread(_name, _threadProtocol, true, 0);
         _relation = makeObj<PriorityRelation>("std-device", getPriority(),
                                               PriorityRelation::LESS_EQUAL, _thread->getPriority());
-        _thread->start();
+        startWithoutMeeting(*_thread); // the first request is waited for below
         LkUnnamedSema ended(_name.getChars(), 0);
         ZV_ASSERT(ended.getErrno() == 0);
         std::exception_ptr failure;

@@ -157,6 +157,7 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
       _terminateOnUnhandled(terminateOnUnhandled),
       _isNewThread(isNewThread),
       _runNb(0),
+      _meets(true),
       _loggerRun(0),
       _logQueue(nullptr),
       _lock("MtThreadWindows"),
@@ -241,18 +242,31 @@ void MtThreadWindows::disownCallingThread()
 
 void MtThreadWindows::start()
 {
+    start(true);
+}
+
+void MtThreadWindows::startWithoutMeeting()
+{
+    start(false);
+}
+
+void MtThreadWindows::start(bool meets)
+{
     RecGuard const guard(_lock);
     ZV_ASSERT(!isRunningNoLock());
     ZV_ASSERT(canStart());
     _placingFailure = nullptr;
+    _meets = meets || isToBePlaced();
     DWORD threadId = 0;
     HANDLE const threadHandle = ::CreateThread(nullptr, _stackSize, execute, this, 0, &threadId);
     ZV_SYS_ASSERT(threadHandle != NULL);
     FirstFailure failure;
     failure.attempt([&] { enterRunning(threadHandle, threadId); });
-    meetNewThread();
+    _created.post();
+    if (_meets)
+        _started.wait();
     failure.rethrowAlways();
-    if (_placingFailure)
+    if (_meets && _placingFailure)
         failStart();
 }
 
@@ -265,12 +279,6 @@ void MtThreadWindows::failStart()
     ZV_SYS_ASSERT(waitResult == WAIT_OBJECT_0);
     ObjPtr<ExBase> const exception(leaveRunning(run));
     std::rethrow_exception(std::exchange(_placingFailure, nullptr));
-}
-
-void MtThreadWindows::meetNewThread()
-{
-    _created.post();
-    _started.wait();
 }
 
 void MtThreadWindows::enterRunning(HANDLE threadHandle, ZvPlatform::ThreadNumber threadId)
@@ -316,7 +324,7 @@ ZvPlatform::ThreadResult MtThreadWindows::execute(void *data)
     return 0;
 }
 
-// Reads the protocol without `_lock`: `start`, which holds it, waits for `_started`.
+// Reads the protocol without `_lock`, which `start` may hold. A running thread keeps its protocol.
 void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     setCancelable(false, false);
@@ -325,13 +333,7 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
     _logQueue = nullptr;
     asMemoryAllows([this] { _logQueue = MtLogger::enterThread(); });
     _created.wait();
-    try {
-        applyProcessorNb();
-    } catch (...) {
-        _placingFailure = std::current_exception(); // `start` throws it
-    }
-    bool const isToExecute = !_placingFailure && !_protocol.isNull();
-    _started.post();
+    bool const isToExecute = (!_meets || meetStarter()) && !_protocol.isNull();
 
     asMemoryAllows([] { MtTraceMgr::prepareThread(); });
     if (isToExecute)
@@ -341,6 +343,19 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
     MtLogger::exitThread();
     freeSpecificData();
     abortOnException();
+}
+
+/// Returns false if the thread could not be placed.
+bool MtThreadWindows::meetStarter()
+{
+    try {
+        applyProcessorNb();
+    } catch (...) {
+        _placingFailure = std::current_exception(); // `start` throws it
+    }
+    bool const isPlaced = !_placingFailure;
+    _started.post();
+    return isPlaced;
 }
 
 // An exception that leaves the body ends the process, because `run` is noexcept. The log is written
@@ -565,10 +580,21 @@ void MtThreadWindows::applyPriorityValue(StateGuard &state)
     _isLevelRefused = false;
 }
 
+bool MtThreadWindows::isToBePlaced() const
+{
+    StateGuard const state(_stateLock);
+    return isToBePlacedNoLock();
+}
+
+bool MtThreadWindows::isToBePlacedNoLock() const
+{
+    return _processorNb > -1 && ThreadsStatics::runOn.getValue() != 0;
+}
+
 void MtThreadWindows::applyProcessorNb()
 {
     StateGuard state(_stateLock);
-    if (_processorNb > -1 && ThreadsStatics::runOn.getValue() != 0)
+    if (isToBePlacedNoLock())
         place(_processorNb, state);
 }
 

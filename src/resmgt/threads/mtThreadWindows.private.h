@@ -30,6 +30,9 @@ public:
                     bool isNewThread, bool terminateOnUnhandled, unsigned stackSize);
 
     void start() override;
+    /// Like `start`, but may return before the thread has begun. The thread registers its log queue
+    /// before its body then. If a processor was chosen for the thread, does what `start` does.
+    void startWithoutMeeting();
     void stop() override;
     void join() override;
     void cancel() override;
@@ -70,8 +73,10 @@ private:
         BEGUN ///< the thread is being killed
     };
 
+    void start(bool meets);
     static ZvPlatform::ThreadResult execute(void *data);
     void run() noexcept;
+    bool meetStarter();
     void executeProtocol();
 
     /// One start of the thread.
@@ -84,7 +89,6 @@ private:
     void adoptCallingThread();
     void disownCallingThread();
     void enterRunning(ZvPlatform::Handle threadHandle, ZvPlatform::ThreadNumber threadId);
-    void meetNewThread();
     Run getRun() const;
     ObjPtrRet<ExBase> waitForEnd();
     /// Ends a run and returns its stored exception. Does nothing if another `join` was first.
@@ -96,6 +100,8 @@ private:
     void abortOnException() const;
     bool setCancelable(bool cancelable, bool check);
     bool isRunningNoLock() const;
+    bool isToBePlaced() const;
+    bool isToBePlacedNoLock() const ZV_REQUIRES(_stateLock);
     /// Ends a start whose thread could not be placed and has not run its body.
     void failStart();
     /// Sets `_priorityValue` in the system. Releases `_stateLock` if it fails.
@@ -116,10 +122,11 @@ private:
     bool _terminateOnUnhandled;
     bool _isNewThread;
     unsigned _runNb ZV_GUARDED_BY(_stateLock); // counts the starts
-    unsigned _loggerRun; // the thread writes this and `_logQueue` before `start` returns
+    bool _meets;                               // in `start`. Written before the thread is created
+    unsigned _loggerRun; // the thread writes this and `_logQueue` before it may be cancelled
     LgQueue *_logQueue;
     ObjPtr<ExBase> _exception ZV_GUARDED_BY(_stateLock);
-    std::exception_ptr _placingFailure; // the thread writes it before `start` returns
+    std::exception_ptr _placingFailure; // a thread that meets its starter writes it before
     LkRecLock _lock;
     LkLock _stateLock;
     LkUnnamedSema _started;

@@ -2,6 +2,7 @@
 
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/threads/mtThreadFactory.h"
+#include "resmgt/threads/mtThreadStart.private.h"
 #include "zvbase/scope.private.h"
 #include "zvbase/sleeper.h"
 #include "zvbase/traceCaught.private.h"
@@ -95,9 +96,9 @@ void DevSeqRunnerThread::start(ObjPtr<MtThreadProtocol> body)
         makeObj<PriorityRelation>("DevMgr Seq", DevMDStdAccessPrtcl::getPriority(),
                                   PriorityRelation::EQUAL, thread->getPriority());
     try {
-        thread->start();
+        startWithoutMeeting(*thread);
     } catch (...) {
-        // `start` may throw after the thread has begun to run.
+        // The start may fail after the thread has begun to run.
         if (!thread->isRunning())
             throw;
         traceCaught(__FILE__, __LINE__);

@@ -9,6 +9,7 @@
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/trace.h"
 
+#include <iterator>
 #include <string>
 
 namespace Zv {
@@ -162,11 +163,15 @@ ZV_DEFINE_SINGLETON(DevSeqSMTable, DevSeqSMTable);
 
 // ---- DevSeqTransFactory: what the transitions of the machine do
 
-namespace {
-
 /// The objects that the transitions of one node use.
-struct SeqTransBase
+class DevSeqTransFactory::Node : public RCBase<LkCounter<long>>
 {
+public:
+    Node(RCShdPtr<DevSeqEvPend> const &evPend, RCShdPtr<DevSeqTreeNodeUtil> const &nodeUtil,
+         RCShdPtr<DevSeqPrtclUtil> const &prtclUtil)
+        : parked(evPend), util(nodeUtil), device(prtclUtil)
+    {}
+
     bool isRoot() const { return !util->hasParent(); }
     bool isLeaf() const { return util->getNbChildren() == 0; }
     void sendToParent(DevSeqEv::Event event) const
@@ -180,140 +185,145 @@ struct SeqTransBase
             util->sendToChildren(event);
     }
 
-    RCShdPtr<DevSeqEvPend> parked;
-    RCShdPtr<DevSeqTreeNodeUtil> util;
-    RCShdPtr<DevSeqPrtclUtil> device;
+    RCShdPtr<DevSeqEvPend> const parked;
+    RCShdPtr<DevSeqTreeNodeUtil> const util;
+    RCShdPtr<DevSeqPrtclUtil> const device;
 };
 
 /// A transition with its name. If there are several for the same state and event, all but the last
 /// have a condition.
-struct SeqTransName
+struct DevSeqTransFactory::Transition
 {
     char const *name;
-    void (*execute)(SeqTransBase const &);
-    bool (*condition)(SeqTransBase const &) = nullptr;
+    void (*execute)(Node const &);
+    bool (*condition)(Node const &) = nullptr;
+
+    static Transition const all[];
+
+    class Plain;
+    class Conditional;
 };
 
-void doNothing(SeqTransBase const &) {}
-
-constexpr SeqTransName transitions[] = {
+DevSeqTransFactory::Transition const DevSeqTransFactory::Transition::all[] = {
     {"start",
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          node.device->start();
          node.sendToChildren(DevSeqEv::START);
      }},
-    {"psready", [](SeqTransBase const &node) { node.parked->addEvent(DevSeqEv::SREADY); }},
+    {"psready", [](Node const &node) { node.parked->addEvent(DevSeqEv::SREADY); }},
     {"wsr",
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          node.util->setSreadyCount(0);
          node.parked->release();
      }},
-    {"wsrret",
-     [](SeqTransBase const &node) { node.util->setSreadyCount(node.util->getSreadyCount() + 1); },
+    {"wsrret", [](Node const &node) { node.util->setSreadyCount(node.util->getSreadyCount() + 1); },
      // The condition is checked before this child is counted. The last child takes "ready".
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          return node.util->getNbChildren() != node.util->getSreadyCount() + 1;
      }},
     {"ready",
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          node.util->setLatency(node.device->getLatency());
          node.sendToParent(DevSeqEv::SREADY);
          node.util->sendToSelf(DevSeqEv::PROCEED);
      },
-     [](SeqTransBase const &node) { return node.isLeaf(); }},
-    {"wml", doNothing},
+     [](Node const &node) { return node.isLeaf(); }},
+    {"wml", [](Node const &) {}},
     {"sync",
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          if (node.isRoot())
              node.device->sync(node.util->getMaxLatency());
          else
              node.device->sync(node.util->getParentMark());
      },
-     [](SeqTransBase const &node) { return node.isRoot(); }},
+     [](Node const &node) { return node.isRoot(); }},
     {"lock",
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          node.util->setMark(node.device->getMark());
          node.sendToChildren(DevSeqEv::MLOCK);
          node.parked->release();
      }},
     {"recover",
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          node.device->recover();
          node.sendToChildren(DevSeqEv::RECOVER);
      }},
     {"wss",
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          node.sendToChildren(DevSeqEv::STOP);
          node.util->setSstoppedCount(0);
          node.parked->release();
      }},
     {"wssret",
-     [](SeqTransBase const &node) {
-         node.util->setSstoppedCount(node.util->getSstoppedCount() + 1);
-     },
+     [](Node const &node) { node.util->setSstoppedCount(node.util->getSstoppedCount() + 1); },
      // The condition is checked before this child is counted. The last child takes "stop".
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          return node.util->getNbChildren() != node.util->getSstoppedCount() + 1;
      }},
-    {"stop", [](SeqTransBase const &node) { node.device->stop(); },
-     [](SeqTransBase const &node) { return node.isLeaf(); }},
-    {"pstop", [](SeqTransBase const &node) { node.parked->addEvent(DevSeqEv::STOP); }},
+    {"stop", [](Node const &node) { node.device->stop(); },
+     [](Node const &node) { return node.isLeaf(); }},
+    {"pstop", [](Node const &node) { node.parked->addEvent(DevSeqEv::STOP); }},
     {"stopped",
-     [](SeqTransBase const &node) {
+     [](Node const &node) {
          node.sendToParent(DevSeqEv::SSTOPPED);
          node.util->postDone();
      }},
-    {"abort", [](SeqTransBase const &node) { node.device->abort(); }},
-    {"aborted", [](SeqTransBase const &node) { node.util->postDone(); }},
-    {"ignore", doNothing},
+    {"abort", [](Node const &node) { node.device->abort(); }},
+    {"aborted", [](Node const &node) { node.util->postDone(); }},
+    {"ignore", [](Node const &) {}},
 };
 
-class SeqTrans final : public DevSMTransition, private SeqTransBase
+class DevSeqTransFactory::Transition::Plain final : public DevSMTransition
 {
 public:
-    SeqTrans(SeqTransName const &transition, SeqTransBase const &node)
-        : DevSMTransition(transition.name), SeqTransBase(node), _transition(transition)
+    Plain(LiString const &name, Transition const &transition, RCShdPtr<Node> const &node)
+        : DevSMTransition(name), _transition(transition), _node(node)
     {}
 
-    void execute() override { _transition.execute(*this); }
+    void execute() override { _transition.execute(*_node); }
 
 private:
-    SeqTransName const &_transition;
+    Transition const &_transition;
+    RCShdPtr<Node> const _node;
 };
 
-class SeqCondTrans final : public DevSMConditionalTransition, private SeqTransBase
+class DevSeqTransFactory::Transition::Conditional final : public DevSMConditionalTransition
 {
 public:
-    SeqCondTrans(SeqTransName const &transition, SeqTransBase const &node)
-        : DevSMConditionalTransition(transition.name), SeqTransBase(node), _transition(transition)
+    Conditional(LiString const &name, Transition const &transition, RCShdPtr<Node> const &node)
+        : DevSMConditionalTransition(name), _transition(transition), _node(node)
     {}
 
-    void execute() override { _transition.execute(*this); }
-    bool condition() override { return _transition.condition(*this); }
+    void execute() override { _transition.execute(*_node); }
+    bool condition() override { return _transition.condition(*_node); }
 
 private:
-    SeqTransName const &_transition;
+    Transition const &_transition;
+    RCShdPtr<Node> const _node;
 };
-
-} // namespace
 
 DevSeqTransFactory::DevSeqTransFactory(RCShdPtr<DevSeqEvPend> evPend,
                                        RCShdPtr<DevSeqTreeNodeUtil> nodeUtil,
                                        RCShdPtr<DevSeqPrtclUtil> prtclUtil)
-    : _evPend(evPend), _nodeUtil(nodeUtil), _prtclUtil(prtclUtil)
+    : _node(makeShd<Node>(evPend, nodeUtil, prtclUtil))
 {}
 
 DevSeqTransFactory::~DevSeqTransFactory() = default;
 
 RCShdPtr<DevSMTransition> DevSeqTransFactory::create(LiString const &name)
 {
-    SeqTransBase const node{_evPend, _nodeUtil, _prtclUtil};
-    for (SeqTransName const &transition : transitions) {
+    // An engine asks for the transitions in the order of the table, which is the order of this
+    // list, too. So the search begins where the last one has ended.
+    constexpr std::size_t NB_TRANSITIONS = std::size(Transition::all);
+    for (std::size_t i = 0; i < NB_TRANSITIONS; ++i) {
+        std::size_t const place = (_next + i) % NB_TRANSITIONS;
+        Transition const &transition = Transition::all[place];
         if (name != transition.name)
             continue;
+        _next = place + 1;
         if (transition.condition)
-            return makeShd<SeqCondTrans>(transition, node);
-        return makeShd<SeqTrans>(transition, node);
+            return makeShd<Transition::Conditional>(name, transition, _node);
+        return makeShd<Transition::Plain>(name, transition, _node);
     }
     return nullptr;
 }

@@ -16,6 +16,7 @@
 #include "zvbase/dtTime.h"
 #include "zvbase/objPtr.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -184,9 +185,11 @@ public:
     RCShdPtr<DevSMTransition> create(LiString const &name) override;
 
 private:
-    RCShdPtr<DevSeqEvPend> _evPend;
-    RCShdPtr<DevSeqTreeNodeUtil> _nodeUtil;
-    RCShdPtr<DevSeqPrtclUtil> _prtclUtil;
+    class Node;
+    struct Transition;
+
+    RCShdPtr<Node> _node;
+    std::size_t _next = 0; // the place of the transition that `create` looks at first
 };
 
 /// The table of the sequence machine. A device goes from `init` through `start`, `ready` and `sync`
