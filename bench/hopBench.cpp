@@ -3,22 +3,32 @@
 // Each subject runs with both threads on one processor, and with each thread on a processor of its
 // own. The peers make the same number of thread switches, two for a round trip. The futex peer
 // always sleeps, so that it shows the cost of the switches alone.
+//
+// A wait of the library may spin before it sleeps. Two more benchmarks show what that costs: the
+// throughput of more threads than processors, and the processor time of a thread whose waits are
+// long. Their peer never spins.
 
 #include "threads.h"
 
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
+#include "resmgt/locks.h"
 
 #include <benchmark/benchmark.h>
 
 #include <atomic>
+#include <chrono>
 #include <climits>
+#include <cstdint>
+#include <ctime>
 #include <linux/futex.h>
+#include <semaphore.h>
 #include <semaphore>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -200,11 +210,103 @@ private:
     std::jthread _thread;
 };
 
+struct OurSema
+{
+    void post() { sema.post(); }
+    void wait() { sema.wait(); }
+
+    LkUnnamedSema sema{"bench", 0};
+};
+
+struct PosixSema
+{
+    PosixSema() { ::sem_init(&sema, 0, 0); }
+    ~PosixSema() { ::sem_destroy(&sema); }
+    void post() { ::sem_post(&sema); }
+    void wait() { ::sem_wait(&sema); }
+
+    sem_t sema;
+};
+
+/// A fixed amount of computation, some microseconds.
+void work()
+{
+    std::uint64_t value = 1;
+    for (int i = 0; i < 5000; ++i) {
+        value = value * 6364136223846793005 + 1;
+        benchmark::DoNotOptimize(value);
+    }
+}
+
+/// Two threads for each processor hand over to two others, and all of them compute.
+template <class Sema>
+void fullLoad(benchmark::State &state)
+{
+    constexpr int ROUNDS = 500;
+    struct Pair
+    {
+        Sema there;
+        Sema back;
+    };
+    for (auto _ : state) {
+        std::vector<Pair> pairs(2 * std::thread::hardware_concurrency());
+        std::vector<std::jthread> threads;
+        for (Pair &pair : pairs) {
+            threads.emplace_back([&pair] {
+                for (int i = 0; i < ROUNDS; ++i) {
+                    work();
+                    pair.there.post();
+                    pair.back.wait();
+                }
+            });
+            threads.emplace_back([&pair] {
+                for (int i = 0; i < ROUNDS; ++i) {
+                    pair.there.wait();
+                    work();
+                    pair.back.post();
+                }
+            });
+        }
+        threads.clear();
+    }
+}
+
+/// A thread waits, and is woken 2000 times in a second. "processor" is the time that all threads
+/// spend for a wake-up.
+template <class Sema>
+void idle(benchmark::State &state)
+{
+    Sema called;
+    std::atomic<bool> isOver = false;
+    std::jthread waiting([&] {
+        while (!isOver.load(std::memory_order_relaxed))
+            called.wait();
+    });
+    auto const processorTime = [] {
+        timespec time{};
+        ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+        return double(time.tv_sec) * 1e6 + double(time.tv_nsec) * 1e-3;
+    };
+    double const before = processorTime();
+    for (auto _ : state) {
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+        called.post();
+    }
+    state.counters["processor"] =
+        benchmark::Counter(processorTime() - before, benchmark::Counter::kAvgIterations);
+    isOver.store(true, std::memory_order_relaxed);
+    called.post();
+}
+
 BENCHMARK(hop<ANOPair, SAME_CORE>)->Name("hop1/ANO and ACO")->UseRealTime();
 BENCHMARK(hop<FutexPair, SAME_CORE>)->Name("hop1/futex")->UseRealTime();
 BENCHMARK(hop<QueuePair, SAME_CORE>)->Name("hop1/condition variables")->UseRealTime();
 BENCHMARK(hop<ANOPair, TWO_CORES>)->Name("hop2/ANO and ACO")->UseRealTime();
 BENCHMARK(hop<FutexPair, TWO_CORES>)->Name("hop2/futex")->UseRealTime();
 BENCHMARK(hop<QueuePair, TWO_CORES>)->Name("hop2/condition variables")->UseRealTime();
+BENCHMARK(fullLoad<OurSema>)->Name("full load/LkUnnamedSema")->UseRealTime();
+BENCHMARK(fullLoad<PosixSema>)->Name("full load/sem_t")->UseRealTime();
+BENCHMARK(idle<OurSema>)->Name("idle/LkUnnamedSema")->UseRealTime();
+BENCHMARK(idle<PosixSema>)->Name("idle/sem_t")->UseRealTime();
 
 } // namespace

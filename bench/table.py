@@ -55,11 +55,15 @@ def queue_rows():
 
 def hop_rows():
     rows = []
-    for where, title in (("hop1", "one core"), ("hop2", "two cores")):
+    for where, title, aim in (("hop1", "one core", {"aim": 1.1}), ("hop2", "two cores", {"limit": 3})):
         ours = f"{where}/ANO and ACO/real_time"
-        rows.append(Row(f"round trip, {title}: ANO, ACO / futex", ours, f"{where}/futex/real_time", 1.3))
+        rows.append(Row(f"round trip, {title}: ANO, ACO / futex", ours, f"{where}/futex/real_time", **aim))
         rows.append(Row(f"round trip, {title}: ANO, ACO / condition variables", ours,
                         f"{where}/condition variables/real_time"))
+    rows.append(Row("hand-overs under full load: LkUnnamedSema / sem_t", "full load/LkUnnamedSema/real_time",
+                    "full load/sem_t/real_time", 1.1))
+    rows.append(Row("processor time of an idle thread's wake-up: LkUnnamedSema / sem_t",
+                    "idle/LkUnnamedSema/real_time#processor", "idle/sem_t/real_time#processor", 1.1))
     return rows
 
 

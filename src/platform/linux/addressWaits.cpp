@@ -13,6 +13,7 @@ struct alignas(64) Bucket
 {
     Lock lock;
     std::atomic<std::uint32_t> waiters{0};
+    std::atomic<SpinCredit> spin{};
     WaitList<Waiter> list;
 };
 
@@ -100,9 +101,12 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
     if (DWORD const error = checkAddress(address, compare, size))
         return fail(error);
     Service service;
-    Instant const deadline = deadlineAfter(milliseconds);
     Bucket &bucket = bucketOf(address);
     Waiter &me = service.thread().waiter;
+    Instant const start = now();
+    Spin spin(bucket.spin, me.call, start);
+    if (milliseconds && spin.run([&] { return !equal(address, compare, size); }))
+        return TRUE;
     {
         Locked locked(bucket.lock);
         bucket.waiters.fetch_add(1, std::memory_order_acq_rel);
@@ -116,7 +120,8 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
         me.queued = true;
         bucket.list.append(me);
     }
-    bool const inTime = park(me, deadline);
+    bool const inTime = park(me, deadlineAfter(milliseconds, start));
+    spin.learn();
     {
         Locked locked(bucket.lock);
         if (me.queued) {

@@ -6,6 +6,16 @@ using namespace Linux;
 
 namespace {
 
+/// The calls to the sleepers of the sections. Another thread may destroy a section as soon as it is
+/// free, so the call is not noted in the section.
+constinit Call calls[64];
+
+Call &callOf(Section const &section)
+{
+    auto const bits = reinterpret_cast<std::uintptr_t>(&section);
+    return calls[(bits >> 4 ^ bits >> 10) % std::size(calls)];
+}
+
 void enterSlowly(Section &section)
 {
     Service service;
@@ -13,7 +23,8 @@ void enterSlowly(Section &section)
     auto const tryIt = [&] {
         return section.word.load(std::memory_order_relaxed) == 0 && take(section, me);
     };
-    bool isTaken = spin(section.spin, tryIt);
+    Spin spin(section.spin, callOf(section), now());
+    bool isTaken = spin.run(tryIt);
     // A thread that has slept cannot know whether others still sleep, so it takes the section with
     // SLEEPERS set.
     while (!isTaken && !(isTaken = take(section, me | Section::SLEEPERS))) {
@@ -22,8 +33,10 @@ void enterSlowly(Section &section)
             continue;
         if (seen & Section::SLEEPERS ||
             section.word.compare_exchange_strong(seen, seen | Section::SLEEPERS,
-                                                 std::memory_order_relaxed))
+                                                 std::memory_order_relaxed)) {
             sleepOn(service, &section.word, seen | Section::SLEEPERS, NEVER);
+            spin.learn();
+        }
         if (service.killed()) {
             // The wake-up may have been for this thread, so it is passed on.
             futexWake(&section.word, 1);
@@ -39,6 +52,7 @@ void enterSlowly(Section &section)
 
 void Linux::wakeSleeper(Section &section)
 {
+    callOf(section).note();
     futexWake(&section.word, 1);
 }
 

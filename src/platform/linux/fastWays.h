@@ -42,9 +42,11 @@ inline ThreadNumber currentNumber()
 /// What spinning before a sleep has achieved, in the waits for one object.
 struct SpinCredit
 {
-    std::uint16_t pauses;   ///< that the next wait may spin
-    std::uint16_t refusals; ///< waits that sleep at once before the next try
+    std::uint8_t trust;     ///< 0 if the next wait must sleep at once
     std::uint8_t failures;  ///< tries since the last success
+    std::uint16_t refusals; ///< short waits that must sleep before the next try
+
+    bool operator==(SpinCredit const &) const = default;
 };
 
 /// The contents of a critical section's storage.
@@ -55,7 +57,7 @@ struct Section
 
     std::atomic<std::uint32_t> word{0}; ///< the owner's number, and SLEEPERS if a thread may sleep
     std::uint32_t again = 0;            ///< how often the owner has entered beyond the first time
-    SpinCredit spin{};
+    std::atomic<SpinCredit> spin{};
 };
 static_assert(sizeof(Section) <= sizeof(CriticalSection));
 

@@ -26,9 +26,9 @@ Instant now()
     return Instant{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-Instant deadlineAfter(std::uint32_t milliseconds)
+Instant deadlineAfter(std::uint32_t milliseconds, Instant start)
 {
-    return milliseconds == INFINITE ? NEVER : now() + Instant{milliseconds} * MILLISECOND;
+    return milliseconds == INFINITE ? NEVER : start + Instant{milliseconds} * MILLISECOND;
 }
 
 int futexWait(void const *word, std::uint32_t value, Instant deadline, Scope scope)

@@ -11,8 +11,8 @@ namespace ZvPlatform::Linux {
 /// Returns the present time.
 Instant now();
 
-/// Returns the instant `milliseconds` from now, or NEVER for INFINITE.
-Instant deadlineAfter(std::uint32_t milliseconds);
+/// Returns the instant `milliseconds` after `start`, or NEVER for INFINITE.
+Instant deadlineAfter(std::uint32_t milliseconds, Instant start = now());
 
 /// Which threads may sleep on a word: those of this process, or those of every process that maps
 /// it.

@@ -164,6 +164,7 @@ WakeList::~WakeList()
 
 void unpark(Waiter &waiter, std::uint32_t bit)
 {
+    waiter.call.note();
     if (waiter.park.fetch_or(bit, std::memory_order_acq_rel) & Waiter::SLEEPING)
         futexWake(&waiter.park, 1);
 }
@@ -211,7 +212,7 @@ Object *newObject()
     object->name = nullptr;
     object->semaphore = {};
     object->again = 0;
-    object->spin = newSpinCredit();
+    object->spin.store({}, std::memory_order_relaxed);
     return object;
 }
 

@@ -89,7 +89,7 @@ struct alignas(64) Object : ObjectHead
         ThreadState thread;
         SharedState shared;
     };
-    SpinCredit spin{};
+    std::atomic<SpinCredit> spin{};
 };
 static_assert(sizeof(Object) == 64);
 
@@ -258,43 +258,7 @@ void takeSharedFromParent();
 /// Closes a shared semaphore whose last user in this process has gone.
 void leaveShared(Object::SharedState);
 
-// ---- spinning before a sleep --------------------------------------------------------------------
-
-/// Returns how many pauses may be spent now. Returns 0 on one processor, in real-time operation,
-/// and if spinning does not pay.
-std::uint32_t spinBudget(SpinCredit &);
-/// Returns the credit of a new object.
-SpinCredit newSpinCredit();
-void spinPaid(SpinCredit &);
-void spinFailed(SpinCredit &);
-
-inline void pause()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    __asm__ volatile("yield");
-#else
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-#endif
-}
-
-/// Calls `tryIt` until it succeeds, as long as that may pay. Returns whether it has succeeded.
-template <class Try>
-bool spin(SpinCredit &credit, Try tryIt)
-{
-    std::uint32_t const budget = spinBudget(credit);
-    for (std::uint32_t i = 0; i < budget; ++i) {
-        if (tryIt()) {
-            spinPaid(credit);
-            return true;
-        }
-        pause();
-    }
-    if (budget)
-        spinFailed(credit);
-    return false;
-}
+// ---- parking ------------------------------------------------------------------------------------
 
 /// Sleeps until a bit other than SLEEPING is set in the waiter's `park`. Returns false if the
 /// deadline is reached first.

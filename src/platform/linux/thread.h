@@ -4,6 +4,7 @@
 #include "platform/common/arguments.h"
 #include "platform/common/slots.h"
 #include "platform/linux/arena.h"
+#include "platform/linux/spinning.h"
 
 #include <pthread.h>
 
@@ -40,6 +41,7 @@ struct Waiter
     /// A word other than `park` on which the thread sleeps, or is about to sleep. A killer wakes
     /// the thread there.
     std::atomic<void const *> sleepsOn{nullptr};
+    Call call;
 };
 
 inline constexpr std::uint64_t SENTENCED = std::uint64_t{1} << 32;

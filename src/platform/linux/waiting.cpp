@@ -85,12 +85,12 @@ DWORD badHandle()
 class Sleep
 {
 public:
-    Sleep(Service &service, Object *object, Word type, Instant deadline)
+    Sleep(Service &service, Object *object, Word type, Instant deadline, Spin &spin)
         : _service(service),
           _object(object),
           _type(type),
           _deadline(deadline),
-          _since(type == MUTEX ? now() : 0),
+          _spin(spin),
           _me(service.thread().waiter)
     {}
 
@@ -98,10 +98,10 @@ public:
     {
         // A pulse reaches only the threads in the queue. A thread that waits for an event therefore
         // spins after it has entered the queue.
-        if (_type == EVENT)
-            spin(_object->spin, [&] { return _me.park.load(std::memory_order_relaxed) != 0; });
-        for (DWORD result = 0;;) {
-            park(_me, std::min(_deadline, due));
+        auto const isCalled = [&] { return _me.park.load(std::memory_order_relaxed) != 0; };
+        if (_type != EVENT || !_spin.run(isCalled))
+            sleep(due);
+        for (DWORD result = 0;; sleep(due)) {
             if (_me.park.load(std::memory_order_acquire) & Waiter::GRANTED)
                 return granted();
             Progress const progress = look(due, result);
@@ -119,6 +119,12 @@ private:
         GRANTED,
         DONE
     };
+
+    void sleep(Instant due)
+    {
+        park(_me, std::min(_deadline, due));
+        _spin.learn();
+    }
 
     Progress look(Instant &due, DWORD &result)
     {
@@ -154,7 +160,7 @@ private:
         }
         if (!_me.queued) {
             queue.prepend(_me);
-            if (now() - _since > PATIENCE)
+            if (now() - _spin.getStart() > PATIENCE)
                 queue.word |= HAND_OVER;
         }
         return AGAIN;
@@ -179,7 +185,7 @@ private:
     Object *_object;
     Word _type;
     Instant _deadline;
-    Instant _since;
+    Spin &_spin;
     Waiter &_me;
 };
 
@@ -192,17 +198,19 @@ DWORD waitSlowly(Service &service, Object *object, DWORD milliseconds, Queue::Ac
     Word const type = word & TYPE;
     if (type == SHARED_SEMAPHORE)
         return waitShared(service, object, milliseconds);
+    Instant const start = milliseconds ? now() : 0;
+    Spin spin(object->spin, service.thread().waiter.call, start);
     if ((type == MUTEX && valueOf(word) != service.thread().number) || type == SEMAPHORE) {
         if (tryNow(object, result))
             return result;
-        Turns turns;
+Turns turns;
         auto const tryInTurn = [&] {
             return (type != MUTEX || turns.isNext()) && tryNow(object, result);
         };
-        if (milliseconds && spin(object->spin, tryInTurn))
+        if (milliseconds && spin.run(tryInTurn))
             return result;
     }
-    Instant const deadline = milliseconds ? deadlineAfter(milliseconds) : 0;
+    Instant const deadline = deadlineAfter(milliseconds, start);
     Instant due = NEVER;
     {
         WakeList wakes;
@@ -223,7 +231,7 @@ DWORD waitSlowly(Service &service, Object *object, DWORD milliseconds, Queue::Ac
         queue.append(me);
         ++object->pins;
     }
-    return Sleep(service, object, type, deadline).run(due);
+    return Sleep(service, object, type, deadline, spin).run(due);
 }
 
 namespace {
