@@ -348,9 +348,40 @@ using namespace ZvPlatform;
 
 #endif
 
+// ---- stamps of moments --------------------------------------------------------------------------
+
+namespace ZvPlatform {
+
+/// A moment on two clocks.
+struct Moment
+{
+    std::uint64_t stamp; ///< of `readStamp`
+    LONGLONG clock;      ///< of `QueryPerformanceCounter`
+};
+
+/// Returns a number that grows with time, at a constant rate. It is cheaper than the clock. A stamp
+/// that is taken after another one, on any thread, is not less. When the machine has slept, stamps
+/// may begin anew.
+std::uint64_t readStamp();
+/// Reads both clocks. They may differ by a fraction of a microsecond.
+Moment readMoment();
+
+} // namespace ZvPlatform
+
 #if defined(_WIN32) || defined(ZV_PLATFORM_SIMULATED)
 
 namespace ZvPlatform {
+
+inline Moment readMoment()
+{
+    LARGE_INTEGER now;
+    ::QueryPerformanceCounter(&now);
+    return {static_cast<std::uint64_t>(now.QuadPart), now.QuadPart};
+}
+inline std::uint64_t readStamp()
+{
+    return readMoment().stamp;
+}
 
 /// On Windows and in the simulated form, only the services themselves do what linux/fastWays.h does
 /// inline.

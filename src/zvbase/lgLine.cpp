@@ -1,5 +1,6 @@
 #include "zvbase/lgLine.h"
 
+#include "zvbase/lgClock.private.h"
 #include "zvbase/lgLogImp.private.h"
 #include "zvbase/lgQueueImp.private.h"
 #include "zvbase/lgReader.h"
@@ -8,7 +9,6 @@
 
 #include <charconv>
 #include <cstring>
-#include <locale>
 #include <sstream>
 
 namespace Zv {
@@ -43,24 +43,23 @@ void renewTag(LgQueueImp &queue, unsigned generation)
     std::memcpy(queue._tag, tag, queue._tagLength);
 }
 
-void writePlace(std::streambuf &buffer, char const *file, int line)
+/// The stream of a line that goes directly to the output.
+class DirectText : public LgText
 {
-    buffer.sputn(file, static_cast<std::streamsize>(std::strlen(file)));
-    char number[24] = "(";
-    char * const end = std::to_chars(number + 1, number + 16, line).ptr;
-    std::memcpy(end, "): ", 3);
-    buffer.sputn(number, end + 3 - number);
-}
+public:
+    DirectText() : LgText(nullptr, nullptr) { rdbuf(&_buffer); }
+    std::string_view getText() const { return _buffer.view(); }
+
+private:
+    std::stringbuf _buffer;
+};
 
 } // namespace
 
 LgLine::LgLine(Kind kind) : _kind(kind)
 {
-    if (!useQueue()) {
-        auto * const stream = new std::ostringstream;
-        stream->imbue(std::locale::classic());
-        _stream = stream;
-    }
+    if (!useQueue())
+        _stream = new DirectText;
 }
 
 LgLine::~LgLine()
@@ -94,7 +93,8 @@ bool LgLine::useQueue() noexcept
         _outer.precision = stream.precision();
         _outer.fill = stream.fill();
     }
-    stream.clear();
+    if (!stream.good()) [[unlikely]]
+        stream.clear();
     stream.flags(std::ios_base::skipws | std::ios_base::dec);
     stream.width(0);
     stream.precision(6);
@@ -103,17 +103,28 @@ bool LgLine::useQueue() noexcept
     return true;
 }
 
-std::ostream &LgLine::begin(char const *file, int line)
+LgText &LgLine::begin(char const *file, int line)
 {
-    if (_queue) {
-        unsigned const generation = TraceTags::getGeneration();
-        if (_queue->_tagGeneration != generation) [[unlikely]]
-            renewTag(*_queue, generation);
-        _stream->rdbuf()->sputn(_queue->_tag, static_cast<std::streamsize>(_queue->_tagLength));
-    } else {
+    begin(file);
+    char number[24] = "(";
+    char * const end = std::to_chars(number + 1, number + 16, line).ptr;
+    std::memcpy(end, "): ", 3);
+    _stream->rdbuf()->sputn(number, end + 3 - number);
+    return *_stream;
+}
+
+LgText &LgLine::begin(std::string_view place)
+{
+    if (!_queue) [[unlikely]] {
         TraceTags::write(*_stream);
+        _stream->rdbuf()->sputn(place.data(), static_cast<std::streamsize>(place.size()));
+        return *_stream;
     }
-    writePlace(*_stream->rdbuf(), file, line);
+    unsigned const generation = TraceTags::getGeneration();
+    if (_queue->_tagGeneration != generation) [[unlikely]]
+        renewTag(*_queue, generation);
+    _queue->_buffer.append(_queue->_tag, _queue->_tagLength);
+    _queue->_buffer.append(place.data(), place.size());
     return *_stream;
 }
 
@@ -138,15 +149,15 @@ void LgLine::endInQueue() noexcept
 
 void LgLine::endDirectly() noexcept
 {
-    auto * const stream = static_cast<std::ostringstream *>(_stream);
+    auto * const stream = static_cast<DirectText *>(_stream);
     try {
-        std::string const text = stream->str();
+        std::string_view const text = stream->getText();
         BaseGuard const guard(LgLogImp::_readingLock);
         if (!LgOutput::isBusy()) {
             LgReader(nullptr, nullptr).flushAll();
             std::string line;
             if (_kind == LINE)
-                LgOutput::appendStamp(line, LgRing::getNow());
+                LgOutput::appendMoment(line, LgClock::getSeconds());
             line += text;
             if (!text.ends_with('\n'))
                 line += '\n';

@@ -2,10 +2,11 @@
 #pragma once
 
 #include "zvbase/export.h"
+#include "zvbase/lgText.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <ostream>
+#include <string_view>
 
 namespace Zv {
 
@@ -43,29 +44,31 @@ public:
     LgLine(LgLine const &) = delete;
     LgLine &operator=(LgLine const &) = delete;
 
-    /// Returns the stream for the text. It uses the "C" locale.
-    std::ostream &getStream() noexcept { return *_stream; }
+    /// Returns the stream for the text.
+    LgText &getStream() noexcept { return *_stream; }
     /// Writes the thread's tag and the place, as `Trace::log` does. Returns the stream for the
     /// text.
-    std::ostream &begin(char const *file, int line);
+    LgText &begin(char const *file, int line);
+    /// Same as above. `place` is the whole place, such as "mixer.cpp(12): ".
+    LgText &begin(std::string_view place);
 
 private:
     friend class LgLineBuffer;
 
     /// The state of the line that this one interrupts. Places count from the end of the queue's
-    /// text.
+    /// text. If there is no such line, only `exists` is set.
     struct Outer
     {
-        bool exists = false;
-        bool isDiscarding = false;
-        bool isSuppressed = false;
-        std::uint64_t start = 0;
-        std::uint64_t position = 0;
-        std::uint64_t discarded = 0;
-        std::ios_base::fmtflags flags = {};
-        std::streamsize width = 0;
-        std::streamsize precision = 0;
-        char fill = ' ';
+        bool exists;
+        bool isDiscarding;
+        bool isSuppressed;
+        std::uint64_t start;
+        std::uint64_t position;
+        std::uint64_t discarded;
+        std::ios_base::fmtflags flags;
+        std::streamsize width;
+        std::streamsize precision;
+        char fill;
     };
 
     bool useQueue() noexcept;
@@ -74,7 +77,7 @@ private:
 
     Kind _kind;
     LgQueueImp *_queue = nullptr; // null if the line goes directly to the output
-    std::ostream *_stream = nullptr;
+    LgText *_stream = nullptr;
     Outer _outer;
 };
 

@@ -52,6 +52,7 @@ constinit BaseLock LgLogImp::_readingLock;
 constinit BaseLock LgLogImp::_registryLock;
 constinit std::uint64_t LgLogImp::_generation = 0;
 constinit std::uint64_t LgLogImp::_registration = 1;
+constinit LgClock LgLogImp::_clock;
 
 bool LgLog::_loggerActive = false;
 bool LgLog::_blockingTrace = false;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zvbase/baseLock.private.h"
+#include "zvbase/lgClock.private.h"
 #include "zvbase/lgLog.h"
 
 #include <cstddef>
@@ -26,6 +27,7 @@ public:
     static std::uint64_t _generation ZV_GUARDED_BY(_readingLock);
     /// The number of the installed registry. It is read without the lock.
     static std::uint64_t _registration;
+    static LgClock _clock ZV_GUARDED_BY(_readingLock);
 
     static LgRegistry &getRegistryInForce() ZV_REQUIRES(_registryLock);
     static bool isOwnRegistryInForce() ZV_REQUIRES(_registryLock);
@@ -41,7 +43,7 @@ public:
     static void write(char const *text, std::size_t length) ZV_REQUIRES(LgLogImp::_readingLock);
     static void flush() ZV_REQUIRES(LgLogImp::_readingLock);
     /// Appends the moment of a line, in the form in which it precedes the line.
-    static void appendStamp(std::string &text, std::uint64_t stamp);
+    static void appendMoment(std::string &text, double seconds);
 };
 
 } // namespace Zv

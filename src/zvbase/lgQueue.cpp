@@ -4,7 +4,6 @@
 #include "zvbase/lgQueueImp.private.h"
 #include "zvbase/lgReader.h"
 
-#include <locale>
 #include <utility>
 
 namespace Zv {
@@ -13,11 +12,9 @@ namespace Interlocked = ZvPlatform::Interlocked;
 
 // ---- LgStream
 
-LgStream::LgStream(LgQueueImp &queue, std::streambuf &buffer) : std::ostream(&buffer), _queue(queue)
-{
-    // The program's own locale does not change the log.
-    imbue(std::locale::classic());
-}
+LgStream::LgStream(LgQueueImp &queue, LgLineBuffer &buffer)
+    : LgText(&buffer, &buffer), _queue(queue)
+{}
 
 LgStream::~LgStream() = default;
 

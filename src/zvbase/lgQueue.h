@@ -2,11 +2,11 @@
 #pragma once
 
 #include "zvbase/export.h"
+#include "zvbase/lgText.h"
 #include "zvbase/objPtr.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <ostream>
 
 namespace Zv {
 
@@ -18,7 +18,7 @@ class LgQueueImp;
 /// stream never fails. Text that does not fit is counted.
 ///
 /// **Threads**: the thread of the queue.
-class ZVBASE_EXPORT LgStream : public std::ostream
+class ZVBASE_EXPORT LgStream : public LgText
 {
 public:
     ~LgStream() override;
@@ -30,7 +30,7 @@ public:
 private:
     friend class LgQueueImp;
 
-    LgStream(LgQueueImp &queue, std::streambuf &buffer);
+    LgStream(LgQueueImp &queue, LgLineBuffer &buffer);
 
     LgQueueImp &_queue;
 };

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <streambuf>
 
 namespace Zv {
@@ -23,6 +24,17 @@ public:
     /// Ends the line and resumes the outer one. Returns true if a reader is sure to find the line,
     /// as `LgRing::publish` does.
     bool end(LgLine::Outer const &outer, LgLine::Kind kind);
+
+    /// Same as `sputn`, without a virtual call if the text fits.
+    void append(char const *text, std::size_t length)
+    {
+        if (static_cast<std::size_t>(epptr() - pptr()) > length) [[likely]] {
+            std::memcpy(pptr(), text, length);
+            pbump(static_cast<int>(length));
+        } else {
+            LgLineBuffer::xsputn(text, static_cast<std::streamsize>(length));
+        }
+    }
 
 protected:
     int_type overflow(int_type character) override;

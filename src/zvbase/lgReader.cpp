@@ -55,11 +55,13 @@ bool LgReader::flushEarliest()
         _queues.clear();
     }
     LgQueueImp *earliest = findEarliest();
-    while (!earliest) {
+    for (int nbLooks = 1; !earliest; ++nbLooks) {
         refresh();
+        // A line that was ended after the reader has taken its stamp is due when it takes the next
+        // one, unless stamps have begun anew.
+        if (nbLooks > 2)
+            _horizon = UINT64_MAX;
         earliest = findEarliest();
-        // A line that was ended after the reader has read the clock is due when it reads the clock
-        // again.
         if (!earliest && std::all_of(_queues.begin(), _queues.end(),
                                      [](LgQueue const *queue) { return queue->isEmpty(); }))
             break;
@@ -83,9 +85,9 @@ void LgReader::flushAll()
     }
 }
 
-void LgReader::refresh()
+void LgReader::refresh() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    std::uint64_t const now = LgRing::getNow();
+    std::uint64_t const now = LgLogImp::_clock.read();
     Interlocked::increment(barrier);
     List<LgQueue *> queues;
     {
@@ -134,7 +136,7 @@ void LgReader::write(LgQueueImp &queue) ZV_NO_THREAD_SAFETY_ANALYSIS
         writeLoss(queue, header.stamp, header.lostLines, header.lostCharacters);
     _text.clear();
     if (header.kind == LgLine::LINE)
-        LgOutput::appendStamp(_text, header.stamp);
+        LgOutput::appendMoment(_text, LgLogImp::_clock.toSeconds(header.stamp));
     queue._ring.readFront(_text);
     queue._ring.pop();
     LgOutput::write(_text.data(), _text.size());
@@ -153,7 +155,7 @@ void LgReader::writeLoss(LgQueueImp &queue, std::uint64_t stamp, std::uint64_t l
     queue._toldLines = lines;
     queue._toldCharacters = characters;
     _text.clear();
-    LgOutput::appendStamp(_text, stamp);
+    LgOutput::appendMoment(_text, LgLogImp::_clock.toSeconds(stamp));
     _text += note;
     LgOutput::write(_text.data(), _text.size());
 }

@@ -12,6 +12,13 @@ namespace Zv {
 
 namespace Interlocked = ZvPlatform::Interlocked;
 
+namespace {
+
+/// More than most lines have.
+constexpr std::uint64_t LONGEST_PREFETCH = 256;
+
+} // namespace
+
 // In real-time operation the memory is filled, so that the writer never waits for a page. Otherwise
 // the system provides the pages when they are used, because many threads never write a line.
 LgRing::LgRing(std::size_t capacity) : _memory(LgRingMemory::take(capacity)), _capacity(capacity)
@@ -20,32 +27,27 @@ LgRing::LgRing(std::size_t capacity) : _memory(LgRingMemory::take(capacity)), _c
         std::memset(_memory.get(), 0, capacity);
 }
 
-std::uint64_t LgRing::getNow()
-{
-    LARGE_INTEGER now;
-    ::QueryPerformanceCounter(&now);
-    return static_cast<std::uint64_t>(now.QuadPart);
-}
-
-double LgRing::toSeconds(std::uint64_t stamp)
-{
-    LARGE_INTEGER frequency;
-    ::QueryPerformanceFrequency(&frequency);
-    return static_cast<double>(stamp) / static_cast<double>(frequency.QuadPart);
-}
-
 bool LgRing::publish(std::uint64_t end, std::uint32_t kind)
 {
     Interlocked::exchange(_announcement, _announcement + 1);
     bool const isServed = LgLog::isLoggerActive();
-    Header const header = {getNow(), static_cast<std::uint32_t>(end - _tail - UNIT), kind,
-                           _lostLines, _lostCharacters};
+    Header const header = {ZvPlatform::readStamp(), static_cast<std::uint32_t>(end - _tail - UNIT),
+                           kind, _lostLines, _lostCharacters};
     std::memcpy(at(_tail), &header, sizeof header);
     std::uint64_t const next = roundUp(end);
     Interlocked::storeRelaxed(_reserved, next + UNIT);
     Interlocked::storeRelease(_tail, next);
     Interlocked::storeRelease(_announcement, _announcement + 1);
+    prefetch(next, next - (end - header.length - UNIT));
     return isServed;
+}
+
+void LgRing::prefetch(std::uint64_t place, std::uint64_t length)
+{
+    constexpr std::uint64_t CACHE_LINE = 64;
+    std::uint64_t const end = place + std::min(length, LONGEST_PREFETCH);
+    for (; place < end; place += CACHE_LINE)
+        __builtin_prefetch(at(place), 1);
 }
 
 void LgRing::countLoss(std::uint64_t characters)

@@ -17,11 +17,11 @@ namespace Zv {
 /// end of the memory. A text may.
 ///
 /// Time order: a writer ends a record in three steps. It announces that (an odd number in
-/// `_announcement`), reads the clock, and publishes the record with that moment. A reader reads the
-/// clock first and the announcements afterwards. The announcement and the reader's access to the
-/// clock are full barriers. If the reader has not seen an announcement, that writer reads the clock
-/// later than the reader did. So if the reader waits until all announcements that it has seen are
-/// over, it knows all records up to its own moment.
+/// `_announcement`), takes a stamp, and publishes the record with that stamp. A reader takes a stamp
+/// first and reads the announcements afterwards. The announcement and what the reader does between
+/// the two are full barriers. If the reader has not seen an announcement, that writer takes its
+/// stamp later than the reader did. So if the reader waits until all announcements that it has seen
+/// are over, it knows all records up to its own stamp.
 class LgRing
 {
 public:
@@ -29,7 +29,7 @@ public:
 
     struct Header
     {
-        std::uint64_t stamp;
+        std::uint64_t stamp; // of ZvPlatform::readStamp, see LgClock
         std::uint32_t length;
         std::uint32_t kind;
         std::uint64_t lostLines; // all that the writer had lost when it ended the record
@@ -96,11 +96,10 @@ public:
         return ZvPlatform::Interlocked::loadAcquire(_lostCharacters);
     }
 
-    /// Returns the present moment, in ticks of the clock of the records.
-    static std::uint64_t getNow();
-    static double toSeconds(std::uint64_t stamp);
-
 private:
+    /// Fetches memory into the cache. The next record is probably as long as this one, and its
+    /// memory was used last a whole ring ago.
+    void prefetch(std::uint64_t place, std::uint64_t length);
     void reverse(std::uint64_t first, std::uint64_t last);
 
     LgRingMemory::Owned _memory;

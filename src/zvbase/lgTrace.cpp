@@ -4,7 +4,6 @@
 #include "zvbase/lgLogImp.private.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgReader.h"
-#include "zvbase/lgRing.private.h"
 #include "zvbase/scope.private.h"
 
 #include <charconv>
@@ -73,14 +72,13 @@ void LgOutput::flush()
         hasFailed = true;
 }
 
-void LgOutput::appendStamp(std::string &text, std::uint64_t stamp)
+void LgOutput::appendMoment(std::string &text, double seconds)
 {
     // Same as "%12.6f " in the "C" locale.
     constexpr std::size_t WIDTH = 12;
     char digits[64];
-    char const * const end = std::to_chars(digits, digits + sizeof digits, LgRing::toSeconds(stamp),
-                                           std::chars_format::fixed, 6)
-                                 .ptr;
+    char const * const end =
+        std::to_chars(digits, digits + sizeof digits, seconds, std::chars_format::fixed, 6).ptr;
     auto const length = static_cast<std::size_t>(end - digits);
     text.append(length < WIDTH ? WIDTH - length : 0, ' ').append(digits, length) += ' ';
 }

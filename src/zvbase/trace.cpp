@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstring>
 #include <iomanip>
+#include <locale>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -137,7 +139,12 @@ void Trace::writeTag(std::ostream &stream) const
 
 std::ostream &Trace::log(std::ostream &stream, char const *file, int line)
 {
-    TraceTags::write(stream);
+    // The caller's stream may block or throw. A manager that retires waits only for its own code.
+    std::ostringstream tag;
+    tag.imbue(std::locale::classic());
+    TraceTags::write(tag);
+    stream.width(0);
+    stream.write(tag.view().data(), static_cast<std::streamsize>(tag.view().size()));
     return stream << file << '(' << line << "): ";
 }
 

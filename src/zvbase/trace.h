@@ -99,9 +99,12 @@ private:
     do {                                                                                           \
         if (::Zv::Trace::isEnabled(level)) [[unlikely]] {                                          \
             ::Zv::LgLine zvTraceLine;                                                              \
-            zvTraceLine.begin(__FILE__, __LINE__) << __VA_ARGS__;                                  \
+            zvTraceLine.begin(__FILE__ "(" ZV_TRACE_STRING(__LINE__) "): ") << __VA_ARGS__;        \
         }                                                                                          \
     } while (false)
+
+#define ZV_TRACE_STRING(number) ZV_TRACE_STRING_OF(number)
+#define ZV_TRACE_STRING_OF(number) #number
 
 /// Traces the begin and the end of the enclosing block, if a level is on.
 #define ZV_TRACE_ENTRY(level, name) ::Zv::Trace::Entry zvTraceEntry(level, name, __FILE__, __LINE__)

@@ -76,6 +76,33 @@ BOOL wrapReadClock(LARGE_INTEGER *now)
     return isRead;
 }
 
+#ifndef _WIN32 // there the stamps are readings of the clock above
+
+std::uint64_t realReadStamp() ZV_REAL("_ZN10ZvPlatform9readStampEv");
+std::uint64_t wrapReadStamp() ZV_WRAP("_ZN10ZvPlatform9readStampEv");
+std::uint64_t wrapReadStamp()
+{
+    auto const stamp = static_cast<LONGLONG>(realReadStamp());
+    LONGLONG changed = stamp;
+    bool const isChanged = getHooks().readsClock && getHooks().readsClock(changed);
+    return static_cast<std::uint64_t>(isChanged ? changed : stamp);
+}
+
+ZvPlatform::Moment realReadMoment() ZV_REAL("_ZN10ZvPlatform10readMomentEv");
+ZvPlatform::Moment wrapReadMoment() ZV_WRAP("_ZN10ZvPlatform10readMomentEv");
+ZvPlatform::Moment wrapReadMoment()
+{
+    ZvPlatform::Moment moment = realReadMoment();
+    auto stamp = static_cast<LONGLONG>(moment.stamp);
+    if (getHooks().readsClock && getHooks().readsClock(stamp))
+        moment.stamp = static_cast<std::uint64_t>(stamp);
+    if (getHooks().changesMoment)
+        getHooks().changesMoment(moment);
+    return moment;
+}
+
+#endif
+
 void realSleep(DWORD) ZV_REAL("_ZN10ZvPlatform5SleepEj");
 void wrapSleep(DWORD) ZV_WRAP("_ZN10ZvPlatform5SleepEj");
 void wrapSleep(DWORD milliseconds)

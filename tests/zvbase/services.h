@@ -15,8 +15,9 @@ struct Hooks
     std::function<bool()> refusesToSetTimer;
     std::function<bool()> refusesToClose;
     std::function<void(HANDLE, DWORD)> beforeWait;
-    std::function<bool(LONGLONG &)> readsClock; // returns true if it has set the ticks
-    std::function<bool(DWORD)> sleeps;          // returns true if it has slept
+    std::function<bool(LONGLONG &)> readsClock; // returns true if it has set the ticks or the stamp
+    std::function<void(ZvPlatform::Moment &)> changesMoment; // not on Windows
+    std::function<bool(DWORD)> sleeps;                       // returns true if it has slept
 };
 
 Hooks &getHooks();

@@ -426,6 +426,33 @@ TEST(TraceManager, RetiresWhenNoThreadIsInside)
     EXPECT_EQ(log.getLines().at(0).substr(13, 5), "slow ");
 }
 
+/// Destroys the manager in charge when the first text is written to it.
+class RetiringBuffer : public std::stringbuf
+{
+public:
+    explicit RetiringBuffer(TestManager *manager) : _manager(manager) {}
+
+protected:
+    std::streamsize xsputn(char const *text, std::streamsize length) override
+    {
+        delete std::exchange(_manager, nullptr);
+        return std::stringbuf::xsputn(text, length);
+    }
+
+private:
+    TestManager *_manager;
+};
+
+// The destructor would wait here without end if the calling thread counted as inside the manager.
+TEST(TraceManager, RetiresWhileACallersStreamIsWritten)
+{
+    RetiringBuffer buffer(new TestManager("tag"));
+    std::ostream stream(&buffer);
+    stream << std::setw(12);
+    Trace::log(stream, "a.cpp", 12) << "text";
+    EXPECT_EQ(buffer.str(), "tag a.cpp(12): text");
+}
+
 // ---- output
 
 TEST(LgTrace, AddsAMissingLineEnd)
