@@ -701,6 +701,100 @@ TEST(XmlDocument, ElementsOfATextMayBeChangedAndRemoved)
               "<!DOCTYPE a>\n<a x=\"a longer value\" z=\"3\" >\n<c />\n<d />\n</a>\n");
 }
 
+TEST(XmlDocument, ElementsThatAreAddedToAParsedOneAreDestroyedWithIt)
+{
+    {
+        XmlDocument document("<a><b><c/><d/></b></a>");
+        auto const add = [] { return ObjPtr<XmlElement>(new Counted("e")); };
+        UnownedObjPtr<XmlElement> const b = *document.getElementsByTagName("b");
+        b->appendChild(add());
+        b->insertBefore(add(), *b->getChildren());
+        b->replaceChild(add(), *document.getElementsByTagName("d"));
+        (*document.getElementsByTagName("c"))->appendChild(add());
+        EXPECT_EQ(textOf(document), "<!DOCTYPE a>\n<a >\n<b >\n<e />\n<c >\n<e />\n</c>\n<e />\n"
+                                    "<e />\n</b>\n</a>\n");
+        EXPECT_EQ(Counted::living, 4);
+        b->removeChild(*document.getElementsByTagName("c"));
+        EXPECT_EQ(Counted::living, 3);
+    }
+    EXPECT_EQ(Counted::living, 0);
+}
+
+TEST(XmlDocument, ValuesOfAnySizeStayAfterTheTextHasGone)
+{
+    std::string const sizes[] = {std::string(10, 'x'), std::string(5000, 'y'),
+                                 std::string(70000, 'z'), std::string(300000, 'w')};
+    std::string text = "<r>";
+    for (int i = 0; i < 400; ++i) {
+        std::string const &value = sizes[i % 101 == 100 ? 3 : i % 23 == 22 ? 2 : i % 2];
+        text += "<e" + std::to_string(i) + " a='" + value + "' b='" + value + "&lt;'>" + value +
+                "</e" + std::to_string(i) + ">";
+    }
+    std::istringstream input(text + "</r>");
+    text.clear();
+    XmlDocument const document(input);
+    input.str(std::string());
+    auto child = document.getRoot()->getChildren();
+    for (int i = 0; i < 400; ++i, ++child) {
+        std::string const &value = sizes[i % 101 == 100 ? 3 : i % 23 == 22 ? 2 : i % 2];
+        ASSERT_EQ(bytesOf((*child)->getNodeName()), "e" + std::to_string(i));
+        ASSERT_EQ(bytesOf((*child)->getAttribute("a")), value);
+        ASSERT_EQ(bytesOf((*child)->getAttribute("b")), value + "<");
+        ASSERT_EQ(bytesOf((*child)->getData()), value);
+    }
+    EXPECT_TRUE(child.atEnd());
+}
+
+TEST(XmlDocument, EqualNamesOfElementsShareTheirBytes)
+{
+    XmlDocument const document("<a><b/><c/><b/></a>");
+    auto child = document.getRoot()->getChildren();
+    LiString const first = (*child)->getNodeName();
+    ++child;
+    EXPECT_EQ(bytesOf((*child)->getNodeName()), "c");
+    ++child;
+    EXPECT_EQ(first.getChars(), (*child)->getNodeName().getChars());
+}
+
+TEST(XmlDocument, EachOfManyAttributesIsReadOnce)
+{
+    // The names differ in their first letters only, or in their lengths.
+    std::vector<std::string> names;
+    for (int i = 0; i < 40; ++i)
+        names.push_back(std::string(1, static_cast<char>('a' + i % 20)) +
+                        std::string(static_cast<std::size_t>(i / 20), 'y') + "x");
+    std::string text = "<r";
+    for (char const *turn : {"first", "second"})
+        for (std::string const &name : names)
+            text += " " + name + "='" + turn + name + "'";
+    XmlDocument document((text + "/>").c_str());
+    for (std::string const &name : names)
+        EXPECT_EQ(bytesOf(document.getRoot()->getAttribute(name.c_str())), "second" + name);
+    for (std::string const &name : names)
+        document.getRoot()->removeAttribute(name.c_str());
+    EXPECT_EQ(textOf(document), "<!DOCTYPE r>\n<r />\n");
+}
+
+TEST(XmlDocumentBuilder, TakesNamesThatNoTextHas)
+{
+    XmlDocument document(false);
+    XmlDocumentBuilder builder;
+    builder.setDocument(&document);
+    builder.notifyBeginElement(LiString("a\0z", 3));
+    builder.pushAttribute(LiString("b\0z", 3), "1");
+    builder.pushAttribute("b", "2");
+    builder.notifyBeginElement(LiString());
+    builder.pushAttribute(LiString(), "3");
+    builder.notifyEmptyElementEnd();
+    builder.pushAttribute("c", "4");
+    builder.notifyClosingElement(LiString("a\0z", 3));
+    UnownedObjPtr<XmlElement> const root = document.getRoot();
+    EXPECT_EQ(bytesOf(root->getNodeName()), std::string("a\0z", 3));
+    EXPECT_EQ(bytesOf(root->getAttribute(LiString("b\0z", 3))), "1");
+    EXPECT_EQ(bytesOf((*root->getChildren())->getNodeName()), "");
+    EXPECT_EQ(textOf(document), "<!DOCTYPE a>\n<a b=\"1\" b=\"2\" c=\"4\" >\n< =\"3\" />\n</a>\n");
+}
+
 // Depth
 
 TEST(XmlDocument, TheDeepestNestingFitsOnASmallStack)

@@ -1,71 +1,68 @@
 #include "resmgt/xml/xmlBlocks.private.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace Zv {
 
-namespace {
-
-/// A pointer to the block is in front of each piece. It is null for a piece of its own.
-void *&blockOf(void *piece)
+/// The beginning of each block and of each text.
+struct alignas(void *) XmlBlocks::Block
 {
-    return static_cast<void **>(piece)[-1];
-}
+    Block *former;
+};
 
-} // namespace
-
-void *XmlBlocks::allocate(std::size_t size)
+XmlBlocks::~XmlBlocks()
 {
-    constexpr std::size_t UNIT = sizeof(void *);
-    std::size_t const needed = UNIT + (size + UNIT - 1) / UNIT * UNIT;
-    if (needed > LARGE_PIECE)
-        return allocateAlone(size);
-    if (needed > _room) {
-        void * const memory = ::operator new(BLOCK_SIZE);
-        retire();
-        _block = ::new (memory) Block{1};
-        _free = static_cast<char *>(memory) + sizeof(Block);
-        _room = BLOCK_SIZE - sizeof(Block);
+    while (Block * const block = _blocks) {
+        _blocks = block->former;
+        delete[] reinterpret_cast<char *>(block);
     }
-    void * const piece = _free + UNIT;
-    blockOf(piece) = _block;
-    ++_block->holders;
-    _free += needed;
-    _room -= needed;
+}
+
+char *XmlBlocks::add(char *memory) noexcept
+{
+    _blocks = ::new (static_cast<void *>(memory)) Block{_blocks};
+    return memory + sizeof(Block);
+}
+
+void *XmlBlocks::allocateFromAnother(std::size_t size)
+{
+    // A large piece has a block of its own, so that the rest of the present one is not lost.
+    if (size > LARGEST / 16)
+        return add(new char[sizeof(Block) + size]);
+    _size = std::clamp(2 * size, _size, LARGEST);
+    char * const piece = add(new char[sizeof(Block) + _size]);
+    _free = piece + size;
+    _end = piece + _size;
+    _size = std::min(2 * _size, LARGEST);
     return piece;
 }
 
-void XmlBlocks::retire() noexcept
+std::string_view XmlBlocks::copy(std::string_view bytes)
 {
-    if (_block)
-        letGo(_block);
-    _block = nullptr;
-    _room = 0;
-}
-
-void *XmlBlocks::allocateAlone(std::size_t size)
-{
-    // A piece of its own may hold an object of any class, and is aligned for it.
-    constexpr std::size_t BEFORE = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
-    void * const piece = static_cast<char *>(::operator new(BEFORE + size)) + BEFORE;
-    blockOf(piece) = nullptr;
-    return piece;
-}
-
-void XmlBlocks::release(void *piece) noexcept
-{
-    if (!piece)
-        return;
-    if (void * const block = blockOf(piece))
-        letGo(static_cast<Block *>(block));
+    if (bytes.empty())
+        return {};
+    char *target;
+    if (bytes.size() <= static_cast<std::size_t>(_end - _free))
+        target = _end -= bytes.size();
     else
-        ::operator delete(static_cast<char *>(piece) - __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+        target = static_cast<char *>(allocate(bytes.size()));
+    std::memcpy(target, bytes.data(), bytes.size());
+    return {target, bytes.size()};
 }
 
-void XmlBlocks::letGo(Block *block) noexcept
+char *XmlBlocks::allocateText(std::size_t size) noexcept
 {
-    if (--block->holders == 0)
-        ::operator delete(block);
+    char * const memory = new (std::nothrow) char[sizeof(Block) + size];
+    return memory ? add(memory) : nullptr;
+}
+
+LiString const &XmlBlocks::nameOf(std::string_view name)
+{
+    if (_names.isNull())
+        _names.reset(new XmlNames);
+    return _names->get(name);
 }
 
 } // namespace Zv

@@ -1,48 +1,72 @@
-// Allocates the parts of an XML document in blocks.
+// Memory of the parts of a parsed XML document.
 #pragma once
 
+#include "resmgt/literals/liString.h"
+#include "resmgt/xml/xmlNames.private.h"
+#include "zvbase/objPtr.h"
+
 #include <cstddef>
+#include <string_view>
 
 namespace Zv {
 
-/// Allocates pieces of large blocks, because a document has many small parts, most of which are
-/// created and destroyed together. A block is freed when all its pieces are released and no more
-/// are allocated from it.
+class XmlElement;
+
+/// The memory of the parts of one parsed document, and of the text that their names and values are
+/// in. A document has many small parts, which are created and destroyed together. The parts are
+/// therefore pieces of large blocks, and all blocks are freed together, when the root is destroyed.
 ///
-/// One thread at a time may allocate and release the pieces of one object. After `retire` its
-/// pieces may be released by another thread than the one that uses the object.
+/// One thread at a time.
 class XmlBlocks
 {
 public:
     XmlBlocks() = default;
     XmlBlocks(XmlBlocks const &) = delete;
     XmlBlocks &operator=(XmlBlocks const &) = delete;
-    ~XmlBlocks() { retire(); }
+    ~XmlBlocks();
 
     /// Returns memory that is aligned like a pointer.
-    void *allocate(std::size_t size);
-    /// Allocates no more from the present block.
-    void retire() noexcept;
+    void *allocate(std::size_t size)
+    {
+        constexpr std::size_t UNIT = alignof(void *);
+        std::size_t const needed = (size + UNIT - 1) / UNIT * UNIT;
+        if (needed > static_cast<std::size_t>(_end - _free)) [[unlikely]]
+            return allocateFromAnother(needed);
+        char * const piece = _free;
+        _free += needed;
+        return piece;
+    }
+    /// Returns a copy of the bytes.
+    std::string_view copy(std::string_view bytes);
+    /// Returns memory for bytes of a text, or null if there is none.
+    char *allocateText(std::size_t size) noexcept;
+    /// Returns the name as a string. Equal names mostly share one body.
+    LiString const &nameOf(std::string_view name);
 
-    /// Returns a piece that is no part of a block.
-    static void *allocateAlone(std::size_t size);
-    /// Releases a piece. Does nothing if `piece` is null.
-    static void release(void *piece) noexcept;
+    /// The blocks are a part of the root from now on.
+    void setRoot(XmlElement const &root) { _root = &root; }
+    bool isRoot(XmlElement const &element) const { return _root == &element; }
+
+    /// Called when an element in these blocks gets something that its destructor must release.
+    void setOwning() { _isOwning = true; }
+    bool isOwning() const { return _isOwning; }
 
 private:
-    struct Block
-    {
-        std::size_t holders; // its pieces, and the object while it allocates from the block
-    };
+    struct Block;
 
-    static constexpr std::size_t BLOCK_SIZE = 32768;
-    static constexpr std::size_t LARGE_PIECE = BLOCK_SIZE / 16;
+    void *allocateFromAnother(std::size_t size);
+    char *add(char *memory) noexcept;
 
-    static void letGo(Block *block) noexcept;
+    static constexpr std::size_t SMALLEST = 1024;
+    static constexpr std::size_t LARGEST = 65536;
 
-    Block *_block = nullptr;
-    char *_free = nullptr;
-    std::size_t _room = 0;
+    Block *_blocks = nullptr;
+    char *_free = nullptr; // nodes are allocated from here upwards
+    char *_end = nullptr;  // texts are copied to here downwards
+    std::size_t _size = SMALLEST;
+    XmlElement const *_root = nullptr;
+    bool _isOwning = false;
+    ObjPtr<XmlNames> _names;
 };
 
 } // namespace Zv

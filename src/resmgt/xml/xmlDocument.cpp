@@ -47,7 +47,7 @@ void XmlDocument::parse(std::istream &input)
 {
     XmlDocumentBuilder builder;
     builder.setDocument(this);
-    XmlParser::parse(builder, input);
+    builder.parseKept(input);
 }
 
 void XmlDocument::parse(char const *text, std::size_t length)

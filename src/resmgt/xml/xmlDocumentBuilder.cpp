@@ -1,14 +1,82 @@
 #include "resmgt/xml/xmlDocumentBuilder.h"
 
 #include "resmgt/smartPtrs/unownedObjPtr.h"
-#include "resmgt/xml/xmlBlocks.private.h"
 #include "resmgt/xml/xmlDocument.h"
+#include "resmgt/xml/xmlElementParts.private.h"
 #include "resmgt/xml/xmlEx.h"
+#include "resmgt/xml/xmlParsing.private.h"
 #include "zvbase/failures.h"
+
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <string_view>
 
 namespace Zv {
 
-XmlDocumentBuilder::XmlDocumentBuilder() : _blocks(new XmlBlocks) {}
+namespace {
+
+/// Returns whether an element may view such a name.
+bool isPlain(LiString const &name)
+{
+    return !name.isEmpty() && std::strlen(name.getChars()) == std::string_view(name).size();
+}
+
+} // namespace
+
+/// Builds a document from views that are valid as long as its memory.
+class XmlDocumentBuilder::Sink
+{
+public:
+    explicit Sink(XmlDocumentBuilder &builder) : _builder(builder) {}
+
+    void createXmlDeclaration(std::string_view version) { _builder.createXmlDeclaration(version); }
+    void createDocumentType(std::string_view name) { _builder.createDocumentType(name); }
+    void notifyBeginElement(std::string_view name)
+    {
+        _builder.beginElement(name);
+        _nextAttribute = &current()._firstAttribute;
+        _marks = 0;
+    }
+    void notifyEmptyElementEnd() { _builder.endElement(); }
+    void notifyStartTagEnd() {}
+    void notifyClosingElement(std::string_view name)
+    {
+        if (!current().hasName(name))
+            ZV_THROW(XmlEx::ExSyntaxError);
+        _builder.endElement();
+    }
+    void pushAttribute(std::string_view name, std::string_view value)
+    {
+        // Two equal names have equal marks, so most names need not be compared with the others.
+        XmlElement &element = current();
+        std::uint64_t const mark = std::uint64_t{1} << ((name.size() + name.back()) & 63);
+        if (_marks & mark || element._nbAttributes >= XmlElement::AttributeIndex::MANY) {
+            element.viewAttribute(name, value);
+            while (*_nextAttribute)
+                _nextAttribute = &(*_nextAttribute)->next;
+            return;
+        }
+        _marks |= mark;
+        void * const memory = element._blocks->allocate(sizeof(XmlElement::Attribute));
+        auto * const attribute = ::new (memory) XmlElement::Attribute(name, value, false);
+        *_nextAttribute = attribute;
+        _nextAttribute = &attribute->next;
+        ++element._nbAttributes;
+    }
+    void notifyTextData(std::string_view data) { current().viewData(data); }
+    void notifyCharacterData(std::string_view data) { current().viewData(data); }
+
+private:
+    XmlElement &current() const { return *_builder._current; }
+
+    XmlDocumentBuilder &_builder;
+    // Of the element that began last:
+    XmlElement::Attribute **_nextAttribute = nullptr; // where one more has to be stored
+    std::uint64_t _marks = 0;
+};
+
+XmlDocumentBuilder::XmlDocumentBuilder() = default;
 
 XmlDocumentBuilder::~XmlDocumentBuilder() noexcept(false)
 {
@@ -17,12 +85,16 @@ XmlDocumentBuilder::~XmlDocumentBuilder() noexcept(false)
 
 void XmlDocumentBuilder::destroyUnattached()
 {
-    while (!_openElements.empty()) {
-        ObjPtr<XmlElement> const element(_openElements.back());
-        _openElements.pop_back();
-    }
+    _current = nullptr;
     _root.reset();
-    _blocks->retire();
+    _blocks.reset();
+}
+
+void XmlDocumentBuilder::parseKept(std::istream &input)
+{
+    XmlBlocks &keeper = memory();
+    Sink sink(*this);
+    XmlParsing<Sink>(sink, input, &keeper).parse();
 }
 
 void XmlDocumentBuilder::setDocument(XmlDocument *document)
@@ -41,13 +113,20 @@ XmlDocument &XmlDocumentBuilder::document() const
     return *UnownedObjPtr<XmlDocument>(_document);
 }
 
+XmlBlocks &XmlDocumentBuilder::memory()
+{
+    if (_current)
+        return *_current->_blocks;
+    if (_blocks.isNull())
+        _blocks.reset(new XmlBlocks);
+    return *_blocks;
+}
+
 XmlElement &XmlDocumentBuilder::current() const
 {
-    if (!_openElements.empty())
-        return *_openElements.back();
-    if (_root.isNull())
+    if (!_current)
         ZV_THROW(XmlEx::ExSyntaxError);
-    return *_root;
+    return *_current;
 }
 
 void XmlDocumentBuilder::createXmlDeclaration(LiString const &version)
@@ -63,30 +142,47 @@ void XmlDocumentBuilder::createDocumentType(LiString const &name)
     document().setDocumentType(type);
 }
 
+template <class Name>
+void XmlDocumentBuilder::beginElement(Name const &name)
+{
+    XmlBlocks &blocks = memory();
+    if (_current) {
+        void * const memory = blocks.allocate(sizeof(XmlElement));
+        auto * const child = ::new (memory) XmlElement(name, blocks);
+        _current->link(*child, nullptr);
+        _current = child;
+    } else {
+        _root.reset(new XmlElement(name, blocks));
+        blocks.setRoot(*_root);
+        static_cast<void>(_blocks.release());
+        _current = _root.get();
+    }
+}
+
 void XmlDocumentBuilder::notifyBeginElement(LiString const &name)
 {
-    ObjPtr<XmlElement> element(new (_blocks.get()) XmlElement(name));
-    if (_root.isNull()) {
-        _root = element;
-        return;
-    }
-    _openElements.push_back(element.get());
-    static_cast<void>(element.release());
+    if (isPlain(name))
+        return beginElement(memory().copy(name));
+    memory().setOwning();
+    beginElement(name);
 }
 
 void XmlDocumentBuilder::pushAttribute(LiString const &name, LiString const &value)
 {
-    current().setAttribute(name, value, _blocks.get());
+    if (isPlain(name))
+        current().viewAttribute(memory().copy(name), memory().copy(value));
+    else
+        current().setAttribute(name, value);
 }
 
 void XmlDocumentBuilder::notifyTextData(LiString const &data)
 {
-    current()._data.assign(data, _blocks.get());
+    current().viewData(memory().copy(data));
 }
 
 void XmlDocumentBuilder::notifyCharacterData(LiString const &data)
 {
-    current()._data.assign(data, _blocks.get());
+    current().viewData(memory().copy(data));
 }
 
 void XmlDocumentBuilder::notifyEmptyElementEnd()
@@ -104,14 +200,13 @@ void XmlDocumentBuilder::notifyClosingElement(LiString const &name)
 
 void XmlDocumentBuilder::endElement()
 {
-    if (_openElements.empty()) {
-        document().setRoot(_root);
-        _blocks->retire(); // the document may go to another thread now
+    if (_current != _root.get()) {
+        _current = _current->_parent;
         return;
     }
-    ObjPtr<XmlElement> element(_openElements.back());
-    _openElements.pop_back();
-    current().appendChild(element);
+    XmlDocument &target = document();
+    _current = nullptr;
+    target.setRoot(_root);
 }
 
 } // namespace Zv

@@ -5,7 +5,7 @@
 #include "resmgt/xml/xmlParser.h"
 #include "zvbase/objPtr.h"
 
-#include <vector>
+#include <iosfwd>
 
 namespace Zv {
 
@@ -71,16 +71,27 @@ public:
     void notifyCharacterData(LiString const &data) override;
 
 private:
+    friend class XmlDocument;
+    class Sink;
+
+    /// Reads a document that keeps its text.
+    void parseKept(std::istream &input);
+
+    /// Returns the memory of the document that is being built.
+    XmlBlocks &memory();
     /// Returns the innermost open element. Throws `XmlEx::ExSyntaxError` if there is none.
     XmlElement &current() const;
+    /// Begins an element with a string, or a view that is valid as long as the memory, as its name.
+    template <class Name>
+    void beginElement(Name const &name);
     void endElement();
     XmlDocument &document() const;
     void destroyUnattached();
 
     XmlDocument *_document = nullptr;
-    std::vector<XmlElement *> _openElements; // owned until attached
-    ObjPtr<XmlElement> _root;
-    ObjPtr<XmlBlocks> _blocks; // the memory of the document's parts
+    ObjPtr<XmlBlocks> _blocks;      // for a root that has not begun
+    ObjPtr<XmlElement> _root;       // until attached
+    XmlElement *_current = nullptr; // the innermost open element
 };
 
 } // namespace Zv

@@ -4,18 +4,16 @@
 #include "resmgt/containers/iteratorSTL.h"
 #include "resmgt/literals/liStringUtil.h"
 #include "resmgt/smartPtrs/rcProxy.h"
-#include "resmgt/xml/xmlBlocks.private.h"
+#include "resmgt/xml/xmlElementParts.private.h"
 #include "resmgt/xml/xmlEx.h"
 #include "resmgt/xml/xmlPiece.private.h"
 #include "zvbase/failures.h"
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <locale>
-#include <map>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -29,37 +27,37 @@ namespace {
 
 using Elements = std::vector<UnownedObjPtr<XmlElement>>;
 
-/// If an element has more attributes, they have an index.
-constexpr std::size_t MANY_ATTRIBUTES = 16;
-
-/// Skips the characters that `atoi` skips before a number.
-char const *skipSpace(char const *text)
+/// Skips the white space that `atoi` skips before a number, and a plus sign.
+std::string_view skipToNumber(std::string_view text)
 {
-    while (*text == ' ' || (*text >= '\t' && *text <= '\r'))
-        ++text;
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+    if (text.starts_with('+') && !text.starts_with("+-"))
+        text.remove_prefix(1);
     return text;
 }
 
 /// Returns the nearest number that fits.
 template <class T>
-T readInteger(char const *text)
+T readInteger(std::string_view text)
 {
-    long long const number = std::strtoll(skipSpace(text), nullptr, 10);
-    return static_cast<T>(std::clamp<long long>(number, std::numeric_limits<T>::min(),
-                                                std::numeric_limits<T>::max()));
+    using Limits = std::numeric_limits<T>;
+    text = skipToNumber(text);
+    long long number = 0;
+    auto const result = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (result.ec == std::errc::result_out_of_range)
+        return text.front() == '-' ? Limits::min() : Limits::max();
+    return static_cast<T>(std::clamp<long long>(number, Limits::min(), Limits::max()));
 }
 
 // `strtod` depends on the locale of the program.
-double readDouble(char const *text)
+double readDouble(std::string_view text)
 {
-    text = skipSpace(text);
-    if (text[0] == '+' && text[1] != '-')
-        ++text;
+    text = skipToNumber(text);
     double number = 0;
-    auto const [end, error] = std::from_chars(text, text + std::strlen(text), number);
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error == std::errc::result_out_of_range) {
         // The stream gives the nearest number that fits.
-        std::istringstream stream(std::string(text, end));
+        std::istringstream stream(std::string(text.data(), end));
         stream.imbue(std::locale::classic());
         stream >> number;
     }
@@ -84,7 +82,7 @@ public:
         return _item;
     }
     void first() override { _child = _element._firstChild; }
-    void last() override { _child = _element._lastChild; }
+    void last() override { _child = _element.lastChild(); }
     void end() override { _child = nullptr; }
     bool atEnd() const override { return _child.isNull(); }
     bool atBegin() const override { return _child.get() == _element._firstChild; }
@@ -93,7 +91,7 @@ public:
     {
         if (atBegin())
             IteratorExUtil::throwExOutOfRange();
-        _child = atEnd() ? _element._lastChild : _child->_previous;
+        _child = atEnd() ? _element.lastChild() : _child->_previous;
     }
     std::size_t getCardinality() const override { return _element._nbChildren; }
     bool isAt(IteratorImp<UnownedObjPtr<XmlElement>> const &other) const override
@@ -113,136 +111,157 @@ private:
     UnownedObjPtr<XmlElement> mutable _item; // handed out by reference, whatever becomes of it
 };
 
-/// Finds an attribute of an element that has many. They are sorted, because the author of a text
-/// could choose names that all have the same hash.
-class XmlElement::AttributeIndex
-{
-public:
-    explicit AttributeIndex(XmlAttribute *first)
-    {
-        for (XmlAttribute *attribute = first; attribute; attribute = attribute->_next)
-            add(*attribute);
-    }
-
-    void add(XmlAttribute &attribute)
-    {
-        _attributes.emplace(bytesOf(attribute.name()), &attribute);
-    }
-    XmlAttribute *find(LiString const &name) const
-    {
-        auto const found = _attributes.find(bytesOf(name));
-        return found == _attributes.end() ? nullptr : found->second;
-    }
-
-private:
-    static std::string_view bytesOf(LiString const &name)
-    {
-        return {name.getChars(), static_cast<std::size_t>(name.getLength())};
-    }
-
-    std::map<std::string_view, XmlAttribute *> _attributes; // by the attributes' own names
-};
-
 XmlElement::XmlElement(LiString const &name) : XmlNode(name) {}
+
+XmlElement::~XmlElement() noexcept(false)
+{
+    if (!_blocks || _blocks->isOwning())
+        destroyParts();
+    if (_blocks && _blocks->isRoot(*this))
+        delete _blocks;
+}
 
 // The children of a child are moved to this element before the child is destroyed, so that the
 // destructors do not nest.
-XmlElement::~XmlElement() noexcept(false)
+void XmlElement::destroyParts()
 {
     while (XmlElement * const child = _firstChild) {
         _firstChild = child->_next;
         if (child->_firstChild) {
-            child->_lastChild->_next = _firstChild;
+            child->lastChild()->_next = _firstChild;
             _firstChild = std::exchange(child->_firstChild, nullptr);
-            child->_lastChild = nullptr;
             child->_nbChildren = 0;
         }
-        delete child;
+        destroy(child);
     }
-    while (XmlAttribute * const attribute = _firstAttribute) {
-        _firstAttribute = attribute->_next;
-        delete attribute;
+    while (Attribute * const attribute = _firstAttribute) {
+        _firstAttribute = attribute->next;
+        Attribute::destroy(attribute);
     }
 }
 
-void *XmlElement::operator new(std::size_t size)
+void XmlElement::destroy(XmlElement *element)
 {
-    return XmlBlocks::allocateAlone(size);
+    if (element->_blocks)
+        element->~XmlElement();
+    else
+        delete element;
 }
 
-void *XmlElement::operator new(std::size_t size, XmlBlocks *blocks)
+XmlElement::Attribute *XmlElement::Attribute::make(LiString const &name, LiString const &value)
 {
-    return blocks ? blocks->allocate(size) : XmlBlocks::allocateAlone(size);
+    std::string_view const bytes = name;
+    auto * const memory = static_cast<char *>(::operator new(sizeof(Attribute) + bytes.size()));
+    char * const copy = memory + sizeof(Attribute);
+    std::memcpy(copy, bytes.data(), bytes.size());
+    return ::new (memory) Attribute({copy, bytes.size()}, value, true); // which does not throw
 }
 
-void XmlElement::operator delete(void *memory)
+void XmlElement::Attribute::destroy(Attribute *attribute)
 {
-    XmlBlocks::release(memory);
+    bool const alone = attribute->isAlone;
+    attribute->~Attribute();
+    if (alone)
+        ::operator delete(attribute);
 }
 
-void XmlElement::operator delete(void *memory, XmlBlocks *)
+LiString XmlElement::viewedName() const
 {
-    XmlBlocks::release(memory);
+    return _blocks->nameOf(_name.getBytes());
 }
 
-XmlAttribute *XmlElement::findAttribute(LiString const &name) const
+void XmlElement::setData(LiString const &data)
 {
-    if (_nbAttributes > MANY_ATTRIBUTES) {
-        if (_attributeIndex.isNull())
-            _attributeIndex.reset(new AttributeIndex(_firstAttribute));
-        return _attributeIndex->find(name);
+    _data.assign(data);
+    setOwning();
+}
+
+XmlElement::Attribute **XmlElement::placeOfAttribute(std::string_view name)
+{
+    if (_nbAttributes > AttributeIndex::MANY)
+        return index().placeOf(name);
+    Attribute **place = &_firstAttribute;
+    while (*place && !(*place)->isNamed(name))
+        place = &(*place)->next;
+    return place;
+}
+
+XmlElement::Attribute *XmlElement::findAttribute(std::string_view name) const
+{
+    return *const_cast<XmlElement &>(*this).placeOfAttribute(name);
+}
+
+XmlElement::AttributeIndex &XmlElement::index() const
+{
+    if (_attributeIndex.isNull()) {
+        setOwning();
+        _attributeIndex.reset(new AttributeIndex(const_cast<Attribute **>(&_firstAttribute)));
     }
-    for (XmlAttribute *attribute = _firstAttribute; attribute; attribute = attribute->_next)
-        if (attribute->isNamed(name))
-            return attribute;
-    return nullptr;
+    return *_attributeIndex;
 }
 
-XmlAttribute const &XmlElement::attribute(LiString const &name) const
+XmlText const &XmlElement::attribute(LiString const &name) const
 {
-    XmlAttribute const * const found = findAttribute(name);
+    Attribute const * const found = findAttribute(name);
     if (!found)
         ZV_THROW(XmlEx::ExNonExistentAttribute);
-    return *found;
+    return found->value;
 }
 
 LiString XmlElement::getAttribute(LiString const &name) const
 {
-    return attribute(name).getValue();
+    return attribute(name).get();
 }
 
 void XmlElement::getAttribute(LiString const &name, int &value) const
 {
-    value = readInteger<int>(attribute(name)._value.getChars());
+    value = readInteger<int>(attribute(name).getBytes());
 }
 
 void XmlElement::getAttribute(LiString const &name, unsigned int &value) const
 {
-    value = readInteger<unsigned int>(attribute(name)._value.getChars());
+    value = readInteger<unsigned int>(attribute(name).getBytes());
 }
 
 void XmlElement::getAttribute(LiString const &name, double &value) const
 {
-    value = readDouble(attribute(name)._value.getChars());
+    value = readDouble(attribute(name).getBytes());
+}
+
+void XmlElement::addAttribute(Attribute &attribute, Attribute **place)
+{
+    if (!_attributeIndex.isNull())
+        _attributeIndex->add(attribute, place);
+    *place = &attribute;
+    ++_nbAttributes;
+}
+
+void XmlElement::viewAttribute(std::string_view name, std::string_view value)
+{
+    Attribute ** const place = placeOfAttribute(name);
+    if (*place) {
+        (*place)->value.view(value);
+        return;
+    }
+    void * const memory = _blocks->allocate(sizeof(Attribute));
+    addAttribute(*::new (memory) Attribute(name, value, false), place);
 }
 
 void XmlElement::setAttribute(LiString const &name, LiString const &value)
 {
-    setAttribute(name, value, nullptr);
-}
-
-void XmlElement::setAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks)
-{
-    if (XmlAttribute * const present = findAttribute(name)) {
-        present->_value.assign(value, blocks);
+    setOwning();
+    Attribute ** const place = placeOfAttribute(name);
+    if (*place) {
+        (*place)->value.assign(value);
         return;
     }
-    ObjPtr<XmlAttribute> attribute(XmlAttribute::make(name, value, blocks));
-    if (!_attributeIndex.isNull())
-        _attributeIndex->add(*attribute);
-    (_lastAttribute ? _lastAttribute->_next : _firstAttribute) = attribute.get();
-    _lastAttribute = attribute.release();
-    ++_nbAttributes;
+    Attribute * const attribute = Attribute::make(name, value);
+    try {
+        addAttribute(*attribute, place);
+    } catch (...) {
+        Attribute::destroy(attribute);
+        throw;
+    }
 }
 
 void XmlElement::setAttribute(LiString const &name, int value)
@@ -262,20 +281,16 @@ void XmlElement::setAttribute(LiString const &name, double value)
 
 void XmlElement::removeAttribute(LiString const &name)
 {
-    XmlAttribute *previous = nullptr;
-    XmlAttribute *attribute = _firstAttribute;
-    while (attribute && !attribute->isNamed(name)) {
-        previous = attribute;
-        attribute = attribute->_next;
-    }
+    Attribute **place = &_firstAttribute;
+    while (*place && !(*place)->isNamed(name))
+        place = &(*place)->next;
+    Attribute * const attribute = *place;
     if (!attribute)
         return;
     _attributeIndex.reset();
-    (previous ? previous->_next : _firstAttribute) = attribute->_next;
-    if (attribute == _lastAttribute)
-        _lastAttribute = previous;
+    *place = attribute->next;
     --_nbAttributes;
-    delete attribute;
+    Attribute::destroy(attribute);
 }
 
 Iterator<UnownedObjPtr<XmlElement>> XmlElement::getChildren() const
@@ -289,7 +304,7 @@ Iterator<UnownedObjPtr<XmlElement>> XmlElement::getElementsByTagName(LiString co
     Holder const found(ObjPtr<Elements>(new Elements));
     bool const all = tag == "*";
     for (XmlElement *element = this; element;) {
-        if (all || element->name() == tag)
+        if (all || element->isNamed(tag))
             found->push_back(element);
         if (element->_firstChild) {
             element = element->_firstChild;
@@ -309,20 +324,17 @@ XmlElement &XmlElement::childOf(UnownedObjPtr<XmlElement> reference) const
     return *reference;
 }
 
-void XmlElement::link(XmlElement &child, XmlElement *next) noexcept
-{
-    child._parent = this;
-    child._next = next;
-    child._previous = next ? next->_previous : _lastChild;
-    (child._previous ? child._previous->_next : _firstChild) = &child;
-    (next ? next->_previous : _lastChild) = &child;
-    ++_nbChildren;
-}
-
 void XmlElement::unlink(XmlElement &child) noexcept
 {
-    (child._previous ? child._previous->_next : _firstChild) = child._next;
-    (child._next ? child._next->_previous : _lastChild) = child._previous;
+    XmlElement * const last = lastChild();
+    if (&child == _firstChild)
+        _firstChild = child._next;
+    else
+        child._previous->_next = child._next;
+    if (&child != last)
+        child._next->_previous = child._previous;
+    else if (_firstChild)
+        _firstChild->_previous = child._previous;
     child._parent = child._previous = child._next = nullptr;
     --_nbChildren;
 }
@@ -346,14 +358,14 @@ void XmlElement::replaceChild(ObjPtr<XmlElement> child, UnownedObjPtr<XmlElement
     link(*child, &former);
     static_cast<void>(child.release());
     unlink(former);
-    delete &former;
+    destroy(&former);
 }
 
 void XmlElement::removeChild(UnownedObjPtr<XmlElement> reference)
 {
     XmlElement &former = childOf(reference);
     unlink(former);
-    delete &former;
+    destroy(&former);
 }
 
 // Writes what nested guards would write, but in large pieces and without recursion.
@@ -364,9 +376,9 @@ void XmlElement::streamToOutput(XmlStreamer &streamer) const
     using Output = XmlPiece<4096>;
     Output output(document.getOutput());
     for (XmlElement const *element = this; element;) {
-        output.addStart(element->name());
-        for (XmlAttribute const *a = element->_firstAttribute; a; a = a->_next)
-            output.addAttribute(Output::bytesOf(a->name()), a->_value.getBytes());
+        output.addStart(element->_name.getWritten());
+        for (Attribute const *a = element->_firstAttribute; a; a = a->next)
+            output.addAttribute(a->getWrittenName(), a->value.getBytes());
         if (element->_firstChild) {
             output.addContent();
             element = element->_firstChild;
@@ -375,7 +387,7 @@ void XmlElement::streamToOutput(XmlStreamer &streamer) const
         output.addEmptyEnd();
         while (element != this && !element->_next) {
             element = element->_parent;
-            output.addEnd(element->name());
+            output.addEnd(element->_name.getWritten());
         }
         element = element == this ? nullptr : element->_next;
     }

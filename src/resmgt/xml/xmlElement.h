@@ -6,8 +6,8 @@
 #include "resmgt/xml/xmlNode.h"
 #include "zvbase/objPtr.h"
 
-#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace Zv {
 
@@ -29,7 +29,8 @@ class XmlElementChildren;
 /// **Threads**: one thread at a time for a document and all its parts.
 ///
 /// **Owns** its attributes and children. An iterator over children is valid until a child of the
-/// element is added or removed.
+/// element is added or removed. The memory of a parsed document, which includes its text, is freed
+/// as a whole when the root is destroyed.
 class ZVRESMGT_EXPORT XmlElement : public XmlNode
 {
 public:
@@ -40,7 +41,7 @@ public:
 
     LiString getData() const { return _data.get(); }
     /// Replaces the data.
-    void setData(LiString const &data) { _data.assign(data); }
+    void setData(LiString const &data);
 
     /// Returns the value of an attribute. Throws `XmlEx::ExNonExistentAttribute` if there is none.
     LiString getAttribute(LiString const &name) const;
@@ -86,47 +87,68 @@ public:
     /// document. Throws `XmlEx::ExSyntaxError` if the streamer has a root already.
     void streamToOutput(XmlStreamer &streamer) const;
 
-    /// Allocates an element that is part of no block. The elements of a parsed text are allocated
-    /// together in blocks.
-    static void *operator new(std::size_t size);
-    /// Frees the memory of an element. A block is freed with its last element.
-    static void operator delete(void *memory);
-
 private:
     friend class XmlDocumentBuilder;
     friend class XmlElementChildren;
+    friend class XmlNode;
+    struct Attribute;
     class AttributeIndex;
 
-    static void *operator new(std::size_t size, XmlBlocks *blocks);
-    static void operator delete(void *memory, XmlBlocks *blocks);
+    /// Makes an element of a parsed document. The name is a string, or a view that is valid as long
+    /// as the memory of the document.
+    template <class Name>
+    XmlElement(Name const &name, XmlBlocks &blocks) : XmlNode(name), _blocks(&blocks)
+    {}
 
-    void setAttribute(LiString const &name, LiString const &value, XmlBlocks *blocks);
+    bool hasName(std::string_view name) const;
+    /// Returns the name as a string, if the element views it.
+    LiString viewedName() const;
+    /// Sets the data to a view that is valid as long as the memory of the document.
+    void viewData(std::string_view data) { _data.view(data); }
+    /// Adds an attribute, or replaces its value. The views are valid as long as the memory of the
+    /// document.
+    void viewAttribute(std::string_view name, std::string_view value);
+
     /// Returns the attribute, or null if there is none.
-    XmlAttribute *findAttribute(LiString const &name) const;
-    XmlAttribute const &attribute(LiString const &name) const;
+    Attribute *findAttribute(std::string_view name) const;
+    /// Returns where the pointer to the attribute is. If there is no such attribute, returns where
+    /// the pointer to one more attribute has to be stored, which is null.
+    Attribute **placeOfAttribute(std::string_view name);
+    void addAttribute(Attribute &attribute, Attribute **place);
+    AttributeIndex &index() const;
+    XmlText const &attribute(LiString const &name) const;
+
     /// Returns the child. Throws `XmlEx::ExChildNotFound` if it is no child of this element.
     XmlElement &childOf(UnownedObjPtr<XmlElement> reference) const;
     /// Puts a child before `next`, or at the end if `next` is null.
     void link(XmlElement &child, XmlElement *next) noexcept;
+    XmlElement *lastChild() const { return _firstChild ? _firstChild->_previous : nullptr; }
     void unlink(XmlElement &child) noexcept;
 
-    // Attributes are a list, and have an index if there are many.
-    XmlAttribute *_firstAttribute = nullptr;
-    XmlAttribute *_lastAttribute = nullptr;
-    ObjPtr<AttributeIndex> mutable _attributeIndex;
+    /// Called when the element gets something that its destructor has to release.
+    void setOwning() const;
+    void destroyParts();
+    static void destroy(XmlElement *element);
 
-    // Children are a list through their own pointers.
-    XmlElement *_firstChild = nullptr;
-    XmlElement *_lastChild = nullptr;
-
-    XmlText _data;
-
-    std::uint32_t _nbAttributes = 0;
     std::uint32_t _nbChildren = 0;
 
+    // Children are a list through their own pointers. The first one points to the last one.
+    XmlElement *_firstChild = nullptr;
+
+    // Attributes are a list, and have an index if there are many.
+    Attribute *_firstAttribute = nullptr;
+    ObjPtr<AttributeIndex> mutable _attributeIndex;
+
+    [[no_unique_address]] XmlText _data; // whose padding the next member uses
+    std::uint32_t _nbAttributes = 0;
+
     XmlElement *_parent = nullptr;
-    XmlElement *_previous = nullptr;
     XmlElement *_next = nullptr;
+    XmlElement *_previous = nullptr; // of the first child: the last one
+
+    /// The memory of a parsed document. The root of the document owns it, and all other elements
+    /// of the document are in it. Null if the application has made the element.
+    XmlBlocks *_blocks = nullptr;
 };
 
 } // namespace Zv

@@ -1,5 +1,9 @@
 #include "resmgt/xml/xmlInput.private.h"
 
+#include "resmgt/xml/xmlBlocks.private.h"
+#include "zvbase/objPtr.h"
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,10 +14,15 @@ namespace Zv {
 
 namespace {
 
-/// Zeroes the margin, so that no uninitialised byte is read.
-char *allocate(std::size_t capacity)
+/// The zero byte behind the window, and the bytes behind it that may be read.
+constexpr std::size_t BEHIND = 1 + XmlBytes::MARGIN;
+
+/// The text of a document is kept in pieces of this size or less, unless a name or a value is
+/// larger.
+constexpr std::size_t KEPT_PIECE = 4 * XmlInput::BLOCK;
+
+char *checked(char *buffer)
 {
-    char * const buffer = new (std::nothrow) char[capacity + XmlInput::MARGIN]();
     if (!buffer) {
         std::fputs("out of dynamic memory in yy_create_buffer()\n", stderr);
         std::exit(2);
@@ -21,41 +30,77 @@ char *allocate(std::size_t capacity)
     return buffer;
 }
 
+char *allocate(std::size_t capacity)
+{
+    return checked(new (std::nothrow) char[capacity + BEHIND]);
+}
+
 } // namespace
 
-XmlInput::XmlInput(std::istream &stream)
-    : _stream(stream), _capacity(BLOCK), _buffer(allocate(BLOCK)), _limit(_buffer)
-{}
+XmlInput::XmlInput(std::istream &stream, XmlBlocks *keeper) : _stream(stream), _keeper(keeper)
+{
+    if (!keeper) {
+        setBuffer(allocate(BLOCK), BLOCK);
+        setLimit(_buffer);
+        return;
+    }
+    // The size of a small text is known when it is read. Not more than that is kept.
+    ArrayPtr<char> const first(allocate(BLOCK));
+    std::size_t const size = read(first.get());
+    std::size_t const capacity = _ended ? size : KEPT_PIECE;
+    setBuffer(checked(keeper->allocateText(capacity + BEHIND)), capacity);
+    std::memcpy(_buffer, first.get(), size);
+    setLimit(_buffer + size);
+}
 
 XmlInput::~XmlInput()
 {
-    delete[] _buffer;
+    if (!_keeper)
+        delete[] _buffer;
 }
 
-bool XmlInput::more(char const *&kept)
+void XmlInput::setBuffer(char *buffer, std::size_t capacity)
+{
+    _buffer = buffer;
+    _capacity = capacity;
+}
+
+void XmlInput::setLimit(char *limit)
+{
+    _limit = limit;
+    std::memset(limit, 0, BEHIND);
+}
+
+bool XmlInput::more(char const *&needed)
 {
     if (_ended)
         return false;
-    auto const keptSize = static_cast<std::size_t>(_limit - kept);
-    if (keptSize + BLOCK > _capacity)
-        grow(keptSize, kept);
-    else if (keptSize != 0 && kept != _buffer)
-        std::memmove(_buffer, kept, keptSize);
-    kept = _buffer;
-    std::size_t const added = read(_buffer + keptSize);
-    _limit = _buffer + keptSize + added;
-    *_limit = '\0';
+    auto const size = static_cast<std::size_t>(_limit - needed);
+    makeRoom(needed, size);
+    needed = _limit - size;
+    std::size_t const added = read(_limit);
+    setLimit(_limit + added);
     return added != 0;
 }
 
-void XmlInput::grow(std::size_t keptSize, char const *kept)
+void XmlInput::makeRoom(char const *needed, std::size_t size)
 {
-    std::size_t const capacity = 2 * _capacity + BLOCK;
-    char * const buffer = allocate(capacity);
-    std::memcpy(buffer, kept, keptSize);
-    delete[] _buffer;
-    _buffer = buffer;
-    _capacity = capacity;
+    if (_keeper) {
+        if (_capacity - static_cast<std::size_t>(_limit - _buffer) >= BLOCK)
+            return;
+        std::size_t const capacity = std::max(KEPT_PIECE, 2 * size + BLOCK);
+        setBuffer(checked(_keeper->allocateText(capacity + BEHIND)), capacity);
+        std::memcpy(_buffer, needed, size);
+    } else if (size + BLOCK > _capacity) {
+        std::size_t const capacity = 2 * _capacity + BLOCK;
+        char * const buffer = allocate(capacity);
+        std::memcpy(buffer, needed, size);
+        delete[] _buffer;
+        setBuffer(buffer, capacity);
+    } else {
+        std::memmove(_buffer, needed, size);
+    }
+    _limit = _buffer + size;
 }
 
 std::size_t XmlInput::read(char *target)

@@ -1,97 +1,64 @@
 #include "resmgt/xml/xmlNode.h"
 
-#include "resmgt/xml/xmlBlocks.private.h"
+#include "resmgt/xml/xmlElement.h"
 
-#include <cstring>
 #include <new>
+#include <stdexcept>
+#include <utility>
 
 namespace Zv {
 
-namespace {
-
-/// Returns the length of a string, which fits into 31 bits.
-std::uint32_t lengthOf(LiString const &text)
+XmlText::XmlText(XmlText const &source) : XmlText()
 {
-    return static_cast<std::uint32_t>(text.getLength()) & 0x7FFFFFFF;
+    XmlText copy = source._isView ? XmlText(source.getBytes()) : XmlText(source._string);
+    take(copy);
 }
 
-} // namespace
+XmlText::XmlText(XmlText &&source) noexcept : XmlText()
+{
+    take(source);
+}
+
+XmlText &XmlText::operator=(XmlText source) noexcept
+{
+    if (!_isView)
+        _string.~LiString();
+    take(source);
+    return *this;
+}
+
+/// Takes the text of another one over. This one has no string.
+void XmlText::take(XmlText &source) noexcept
+{
+    _isView = source._isView;
+    _viewedLength = source._viewedLength;
+    if (_isView)
+        _bytes = source._bytes;
+    else
+        ::new (static_cast<void *>(&_string)) LiString(std::move(source._string));
+}
+
+void XmlText::throwTooLong()
+{
+    throw std::length_error("LiString");
+}
 
 XmlNode::~XmlNode() noexcept(false) = default;
 
+LiString XmlNode::getNodeName() const
+{
+    if (!_name._isView)
+        return _name._string;
+    return static_cast<XmlElement const &>(*this).viewedName();
+}
+
 XmlDocumentType::~XmlDocumentType() noexcept(false) = default;
-
-XmlText::XmlText(LiString const &text, char *room) : _chars(room), _room(lengthOf(text))
-{
-    copy(text);
-}
-
-XmlText::~XmlText()
-{
-    release();
-}
-
-void XmlText::assign(LiString const &text, XmlBlocks *blocks)
-{
-    std::uint32_t const length = lengthOf(text);
-    if (length > _room) {
-        std::size_t const size = std::size_t{length} + 1;
-        void * const room = blocks ? blocks->allocate(size) : XmlBlocks::allocateAlone(size);
-        release();
-        _chars = static_cast<char *>(room);
-        _room = length & 0x7FFFFFFF;
-        _ownsRoom = true;
-    }
-    copy(text);
-}
-
-void XmlText::copy(LiString const &text)
-{
-    _length = lengthOf(text);
-    if (_chars)
-        std::memcpy(_chars, text.getChars(), std::size_t{_length} + 1);
-}
-
-void XmlText::release() noexcept
-{
-    if (_ownsRoom)
-        XmlBlocks::release(_chars);
-}
-
-XmlAttribute::XmlAttribute(LiString const &name, LiString const &value) : XmlNode(name)
-{
-    _value.assign(value);
-}
-
-XmlAttribute::XmlAttribute(LiString const &name, LiString const &value, char *room)
-    : XmlNode(name), _value(value, room)
-{}
-
-ObjPtrRet<XmlAttribute> XmlAttribute::make(LiString const &name, LiString const &value,
-                                           XmlBlocks *blocks)
-{
-    std::size_t const size = sizeof(XmlAttribute) + static_cast<std::size_t>(value.getLength()) + 1;
-    void * const memory = blocks ? blocks->allocate(size) : XmlBlocks::allocateAlone(size);
-    char * const room = static_cast<char *>(memory) + sizeof(XmlAttribute);
-    auto * const attribute = ::new (memory) XmlAttribute(name, value, room); // which does not throw
-    return ObjPtrRet<XmlAttribute>(attribute);
-}
 
 XmlAttribute::~XmlAttribute() noexcept(false) = default;
 
 void XmlAttribute::streamToOutput(XmlStreamer::ElementGuard &guard) const
 {
     guard.addAttribute(name().getChars(), _value.getChars());
-}
-
-void *XmlAttribute::operator new(std::size_t size)
-{
-    return XmlBlocks::allocateAlone(size);
-}
-
-void XmlAttribute::operator delete(void *memory)
-{
-    XmlBlocks::release(memory);
 }
 
 } // namespace Zv

@@ -4,7 +4,6 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/xml/xmlStreamer.h"
-#include "zvbase/objPtr.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +11,81 @@
 
 namespace Zv {
 
-class XmlBlocks;
+/// A text that is a string, or a view of bytes in the memory of a document. It is handed out as a
+/// string, because documents have many short texts, and few of them are ever asked for.
+///
+///     XmlText text;
+///     text.assign("25");
+///     std::cout << text.get() << '\n';
+///
+/// **Threads**: one thread at a time.
+class ZVRESMGT_EXPORT XmlText
+{
+public:
+    XmlText() noexcept : _bytes(""), _viewedLength(0), _isView(true) {}
+    explicit XmlText(LiString const &text) : _string(text), _viewedLength(0), _isView(false) {}
+    XmlText(XmlText const &source);
+    XmlText(XmlText &&source) noexcept;
+    XmlText &operator=(XmlText source) noexcept;
+    ~XmlText()
+    {
+        if (!_isView)
+            _string.~LiString();
+    }
+
+    /// Replaces the text. Both strings share their bytes.
+    void assign(LiString const &text) { *this = XmlText(text); }
+    LiString get() const { return _isView ? LiString(getBytes()) : _string; }
+    /// Returns the bytes with a zero byte behind them. They are valid until the next `assign`.
+    char const *getChars() const { return _isView ? "" : _string.getChars(); }
+    /// Returns all bytes, zero bytes included. They are valid until the next `assign`.
+    std::string_view getBytes() const
+    {
+        return _isView ? std::string_view(_bytes, _viewedLength) : std::string_view(_string);
+    }
+
+private:
+    friend class XmlElement;
+    friend class XmlNode;
+
+    /// Views bytes that outlive the text. Only elements have such texts, and do not call `getChars`
+    /// for them. Throws `std::length_error` if there are too many bytes for a string.
+    explicit XmlText(std::string_view bytes)
+        : _bytes(bytes.data()), _viewedLength(checkedLength(bytes.size())), _isView(true)
+    {}
+    /// Returns the bytes up to the first zero byte, which a viewed name does not have.
+    std::string_view getWritten() const
+    {
+        return _isView ? getBytes() : std::string_view(_string.getChars());
+    }
+    void take(XmlText &source) noexcept;
+    void view(std::string_view bytes)
+    {
+        std::uint32_t const length = checkedLength(bytes.size());
+        if (!_isView)
+            _string.~LiString();
+        _bytes = bytes.data();
+        _viewedLength = length & 0x7FFFFFFF;
+        _isView = true;
+    }
+    static std::uint32_t checkedLength(std::size_t length)
+    {
+        if (length > MAX_LENGTH) [[unlikely]]
+            throwTooLong();
+        return static_cast<std::uint32_t>(length) & 0x7FFFFFFF;
+    }
+    [[noreturn]] static void throwTooLong();
+
+    static constexpr std::size_t MAX_LENGTH = 0x7FFFFFFE;
+
+    union
+    {
+        LiString _string;
+        char const *_bytes;
+    };
+    std::uint32_t _viewedLength : 31;
+    std::uint32_t _isView : 1;
+};
 
 /// The base of all parts of a document that have a name: elements, attributes and the document
 /// type.
@@ -22,10 +95,10 @@ class ZVRESMGT_EXPORT XmlNode
 {
 public:
     virtual ~XmlNode() noexcept(false);
-    LiString getNodeName() const { return _name; }
+    LiString getNodeName() const;
     /// Returns whether the part has this name. This is cheaper than a comparison with
     /// `getNodeName`.
-    bool isNamed(LiString const &name) const { return _name == name; }
+    bool isNamed(LiString const &name) const { return _name.getBytes() == name; }
 
 protected:
     explicit XmlNode(LiString const &name) : _name(name) {}
@@ -35,10 +108,15 @@ protected:
     XmlNode &operator=(XmlNode &&) noexcept = default;
 
     /// Returns the name without a copy.
-    LiString const &name() const { return _name; }
+    LiString const &name() const { return _name._string; }
 
 private:
-    LiString _name;
+    friend class XmlElement;
+
+    /// Makes an element of a parsed document, which views its name.
+    explicit XmlNode(std::string_view name) : _name(name) {}
+
+    [[no_unique_address]] XmlText _name; // whose padding the members of elements use
 };
 
 /// The type of a document: the name in `<!DOCTYPE name>`.
@@ -53,47 +131,8 @@ public:
     ~XmlDocumentType() noexcept(false) override;
 };
 
-/// A text in the memory of its document. It is handed out as a copy, because documents have many
-/// short texts, and few of them are ever asked for.
-///
-///     XmlText text;
-///     text.assign("25");
-///     std::cout << text.get() << '\n';
-///
-/// **Threads**: one thread at a time.
-class ZVRESMGT_EXPORT XmlText
-{
-public:
-    XmlText() = default;
-    XmlText(XmlText const &) = delete;
-    XmlText &operator=(XmlText const &) = delete;
-    ~XmlText();
-
-    /// Copies the bytes of the string. If the present memory is too small, the text takes new
-    /// memory from `blocks`, or from the heap if `blocks` is null.
-    void assign(LiString const &text, XmlBlocks *blocks = nullptr);
-    LiString get() const { return LiString(_chars, _length); }
-    /// Returns the bytes with a zero byte behind them. They are valid until the next `assign`.
-    char const *getChars() const { return _chars ? _chars : ""; }
-    /// Returns all bytes, zero bytes included. They are valid until the next `assign`.
-    std::string_view getBytes() const { return {getChars(), _length}; }
-
-private:
-    friend class XmlAttribute;
-
-    /// Copies the string to `room`, which has one byte more than the string and outlives the text.
-    XmlText(LiString const &text, char *room);
-    /// Copies the string to the present memory.
-    void copy(LiString const &text);
-    void release() noexcept;
-
-    char *_chars = nullptr;
-    std::uint32_t _length = 0;
-    std::uint32_t _room : 31 = 0; // for bytes before the terminator
-    bool _ownsRoom : 1 = false;
-};
-
-/// A name and a value of an element. `XmlElement` owns its attributes and shows only their values.
+/// A name and a value, to be written. `XmlElement` has attributes of its own and shows only their
+/// values.
 ///
 ///     XmlStreamer streamer(std::cout, true, "show");
 ///     XmlStreamer::ElementGuard show(streamer, "show");
@@ -101,7 +140,7 @@ private:
 class ZVRESMGT_EXPORT XmlAttribute final : public XmlNode
 {
 public:
-    XmlAttribute(LiString const &name, LiString const &value);
+    XmlAttribute(LiString const &name, LiString const &value) : XmlNode(name), _value(value) {}
     XmlAttribute(XmlAttribute const &) = delete;
     XmlAttribute &operator=(XmlAttribute const &) = delete;
     ~XmlAttribute() noexcept(false) override;
@@ -113,22 +152,8 @@ public:
     /// the element has content already. Name and value end at their first zero byte.
     void streamToOutput(XmlStreamer::ElementGuard &guard) const;
 
-    /// Allocates an attribute that is part of no block of a document.
-    static void *operator new(std::size_t size);
-    /// Frees the memory of an attribute.
-    static void operator delete(void *memory);
-
 private:
-    friend class XmlElement;
-
-    /// Returns an attribute with its value behind it in one piece of `blocks`, or of the heap if
-    /// `blocks` is null.
-    static ObjPtrRet<XmlAttribute> make(LiString const &name, LiString const &value,
-                                        XmlBlocks *blocks);
-    XmlAttribute(LiString const &name, LiString const &value, char *room);
-
     XmlText _value;
-    XmlAttribute *_next = nullptr; // of the same element
 };
 
 } // namespace Zv

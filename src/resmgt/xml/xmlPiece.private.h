@@ -39,10 +39,10 @@ public:
     }
 
     /// Adds a start tag without its end. Attributes may follow.
-    void addStart(LiString const &name)
+    void addStart(std::string_view name)
     {
         add("<");
-        add(bytesOf(name));
+        add(name);
         add(" ");
     }
     void addAttribute(std::string_view name, std::string_view value)
@@ -59,10 +59,10 @@ public:
     }
     /// Adds the end of a start tag.
     void addContent() { add(">\n"); }
-    void addEnd(LiString const &name)
+    void addEnd(std::string_view name)
     {
         add("</");
-        add(bytesOf(name));
+        add(name);
         add(">\n");
     }
     /// Adds the end of an element without content.

@@ -1,129 +1,48 @@
 #include "resmgt/xml/xmlScanner.private.h"
 
+#include "resmgt/xml/xmlBlocks.private.h"
 #include "resmgt/xml/xmlEx.h"
 #include "zvbase/failures.h"
 
-#include <bit>
-#include <cstdint>
 #include <cstring>
 
 namespace Zv {
+
+using namespace XmlBytes;
 
 namespace {
 
 constexpr int END_OF_INPUT = -1;
 
-enum : unsigned char
-{
-    WHITE = 1,
-    NAME_START = 2,
-    NAME = 4,
-    TEXT = 8,   // goes on with a text without a further look
-    VALUE = 16, // goes on with a value of an attribute
-    VERSION = 32,
-};
-
-constexpr bool isLetter(int c)
-{
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
-constexpr bool isDigit(int c)
-{
-    return c >= '0' && c <= '9';
-}
-
-constexpr unsigned char classOf(int c)
-{
-    bool const white = c == '\t' || c == '\n' || c == '\r' || c == ' ';
-    bool const nameStart =
-        isLetter(c) || c == '_' || c == ':' || (c >= 0xC0 && c != 0xD7 && c != 0xF7);
-    bool const name = nameStart || isDigit(c) || c == '-' || c == '.' || c == 0xB7;
-    bool const text = c != '<' && c != '&' && c != ']' && c != 0;
-    bool const value = c != '"' && c != '\'' && c != '&' && c != '<' && c != '>' && c != 0;
-    bool const version = isLetter(c) || isDigit(c) || c == '-' || c == '.' || c == ':' || c == '_';
-    return static_cast<unsigned char>((white ? WHITE : 0) | (nameStart ? NAME_START : 0) |
-                                      (name ? NAME : 0) | (text ? TEXT : 0) | (value ? VALUE : 0) |
-                                      (version ? VERSION : 0));
-}
-
-constexpr auto CLASSES = [] {
-    std::array<unsigned char, 256> table{};
-    for (int c = 0; c < 256; ++c)
-        table[static_cast<std::size_t>(c)] = classOf(c);
-    return table;
-}();
-
-inline bool is(char c, unsigned char kind)
-{
-    return CLASSES[static_cast<unsigned char>(c)] & kind;
-}
-
-/// Returns the first byte that is not of the kind. A zero byte is of no kind, so the search ends at
-/// the end of the window.
-inline char const *skip(char const *position, unsigned char kind)
-{
-    for (;; position += 4) {
-        if (!is(position[0], kind))
-            return position;
-        if (!is(position[1], kind))
-            return position + 1;
-        if (!is(position[2], kind))
-            return position + 2;
-        if (!is(position[3], kind))
-            return position + 3;
-    }
-}
-
-inline std::uint64_t load(char const *bytes)
-{
-    std::uint64_t word;
-    std::memcpy(&word, bytes, sizeof(word));
-    return word;
-}
-
-/// Returns the first bytes of a name. `XmlInput::MARGIN` bytes behind the window may be read.
-inline std::uint64_t headOf(char const *bytes, std::size_t length)
-{
-    constexpr std::uint64_t ALL = ~std::uint64_t{0};
-    std::uint64_t const word = load(bytes);
-    if (length >= sizeof(word))
-        return word;
-    if constexpr (std::endian::native == std::endian::little)
-        return word & ~(ALL << (8 * length));
-    else
-        return word & ~(ALL >> (8 * length));
-}
-
-inline std::size_t placeOf(std::uint64_t head, char const *bytes, std::size_t length)
-{
-    constexpr std::uint64_t MIX = 0x9E3779B97F4A7C15;
-    std::uint64_t word = head + length;
-    if (length > sizeof(word))
-        word ^= load(bytes + length - sizeof(word)) * MIX;
-    return static_cast<std::size_t>(word * MIX >> 56);
-}
-
 } // namespace
 
-XmlScanner::XmlScanner(std::istream &stream)
-    : _input(stream), _cursor(_input.begin()), _token(_cursor), _names(NAMES + NEAR)
+XmlScanner::XmlScanner(std::istream &stream, XmlBlocks *keeper)
+    : _input(stream, keeper), _cursor(_input.begin()), _token(_cursor)
 {}
 
 bool XmlScanner::more()
 {
-    char const *kept = _cursor = _input.limit();
-    bool const read = _input.more(kept);
-    _cursor = kept;
-    return read;
+    holdName();
+    _cursor = _input.limit();
+    return _input.more(_cursor);
 }
 
 bool XmlScanner::more(char const *&position)
 {
+    holdName();
     std::ptrdiff_t const scanned = position - _token;
     bool const read = _input.more(_token);
     position = _token + scanned;
     return read;
+}
+
+void XmlScanner::holdName()
+{
+    if (!_nameIsInWindow || _input.getKeeper())
+        return;
+    _heldName = _name;
+    _name = _heldName;
+    _nameIsInWindow = false;
 }
 
 int XmlScanner::peek()
@@ -147,42 +66,12 @@ bool XmlScanner::skipSpace()
 {
     bool skipped = false;
     for (;;) {
-        char const * const end = skip(_cursor, WHITE);
+        char const * const end = skipWhite(_cursor);
         skipped |= end != _cursor;
         _cursor = end;
         if (_cursor != _input.limit() || !more())
             return skipped;
     }
-}
-
-void XmlScanner::setName(char const *bytes, std::size_t length)
-{
-    std::uint64_t const head = headOf(bytes, length);
-    std::size_t const place = placeOf(head, bytes, length);
-    KnownName *free = &_names[place];
-    for (std::size_t i = 0; i != NEAR; ++i) {
-        KnownName &known = _names[place + i];
-        if (known.head == head && known.length == length &&
-            (length <= sizeof(head) || std::memcmp(known.name->getChars(), bytes, length) == 0)) {
-            _name = &*known.name;
-            return;
-        }
-        if (known.length == 0) {
-            free = &known;
-            break;
-        }
-    }
-    free->length = 0; // for good if there is no memory
-    free->name.emplace(bytes, length);
-    free->head = head;
-    free->length = length;
-    _name = &*free->name;
-}
-
-void XmlScanner::setValue(char const *bytes, std::size_t length)
-{
-    _turn = (_turn + 1) % VALUES;
-    _values[_turn].assign(bytes, length);
 }
 
 XmlToken XmlScanner::next()
@@ -303,7 +192,7 @@ XmlToken XmlScanner::scanText()
 {
     _token = _cursor;
     char const *position = _cursor;
-    while (*(position = skip(position, WHITE)) == '\0' && position == _input.limit())
+    while (*(position = skipWhite(position)) == '\0' && position == _input.limit())
         if (!more(position))
             break;
     if (position != _token &&
@@ -312,7 +201,7 @@ XmlToken XmlScanner::scanText()
         return XmlToken::SPACE;
     }
     for (;;) {
-        position = skip(position, TEXT);
+        position = skipText(position);
         if (*position == ']') {
             while (_input.limit() - position < 3 && more(position)) {
             }
@@ -321,8 +210,7 @@ XmlToken XmlScanner::scanText()
                     _cursor = position + 3;
                     return XmlToken::CDATA_END;
                 }
-                position +=
-                    2; // what ends a CDATA section does not stand in a text: it is cut in two
+                position += 2; // the text is cut in two, because it has no end of a CDATA section
                 break;
             }
             ++position;
@@ -335,15 +223,14 @@ XmlToken XmlScanner::scanText()
         }
     }
     _cursor = position;
-    setValue(_token, static_cast<std::size_t>(position - _token));
+    _value = tokenUntil(position);
     return XmlToken::TEXT;
 }
 
 XmlToken XmlScanner::scanReference()
 {
     ++_cursor;
-    char const byte = takeReference();
-    setValue(&byte, 1);
+    _value = single(takeReference());
     return XmlToken::TEXT;
 }
 
@@ -428,26 +315,8 @@ XmlToken XmlScanner::scanCdata()
         position += *position == ']';
     }
     _cursor = position;
-    setValue(_token, static_cast<std::size_t>(position - _token));
+    _value = tokenUntil(position);
     return XmlToken::CDATA_CONTENT;
-}
-
-bool XmlScanner::takePlainAttribute()
-{
-    if (_cursor[0] != ' ' || !is(_cursor[1], NAME_START))
-        return false;
-    char const * const name = _cursor + 1;
-    char const * const nameEnd = skip(name, NAME);
-    if (nameEnd[0] != '=' || nameEnd[1] != '"')
-        return false;
-    char const * const value = nameEnd + 2;
-    char const * const valueEnd = skip(value, VALUE);
-    if (*valueEnd != '"') // which the end of the window is not
-        return false;
-    setName(name, static_cast<std::size_t>(nameEnd - name));
-    setValue(value, static_cast<std::size_t>(valueEnd - value));
-    _cursor = valueEnd + 1;
-    return true;
 }
 
 XmlToken XmlScanner::nextInTag()
@@ -498,11 +367,12 @@ XmlToken XmlScanner::scanName()
 {
     _token = _cursor;
     char const *position = _cursor;
-    while ((position = skip(position, NAME)) == _input.limit())
+    while ((position = skipName(position)) == _input.limit())
         if (!more(position))
             break;
     _cursor = position;
-    setName(_token, static_cast<std::size_t>(position - _token));
+    _name = tokenUntil(position);
+    _nameIsInWindow = true;
     return XmlToken::NAME;
 }
 
@@ -513,26 +383,26 @@ XmlToken XmlScanner::scanAttributeValue(char quote)
     for (;;) {
         _token = _cursor;
         char const *position = _cursor;
-        while (*(position = skip(position, VALUE)) == '\0') {
+        while (*(position = skipValue(position)) == '\0') {
             if (position != _input.limit())
                 ++position; // a zero byte of the value's own
             else if (!more(position))
                 return XmlToken::END;
         }
         _cursor = position;
-        auto const length = static_cast<std::size_t>(position - _token);
+        std::string_view const piece = tokenUntil(position);
         if (*position == quote && !hasPieces) {
             ++_cursor;
-            setValue(_token, length);
+            _value = piece;
             return XmlToken::ATTRIBUTE_VALUE;
         }
         if (!hasPieces)
             _pieces.clear();
         hasPieces = true;
-        _pieces.append(_token, length);
+        _pieces += piece;
         if (*position == quote) {
             ++_cursor;
-            setValue(_pieces.data(), _pieces.size());
+            _value = valueOfPieces();
             return XmlToken::ATTRIBUTE_VALUE;
         }
         if (*position != '&')
@@ -540,6 +410,12 @@ XmlToken XmlScanner::scanAttributeValue(char quote)
         ++_cursor;
         _pieces += takeReference();
     }
+}
+
+std::string_view XmlScanner::valueOfPieces()
+{
+    XmlBlocks * const keeper = _input.getKeeper();
+    return keeper ? keeper->copy(_pieces) : _pieces;
 }
 
 XmlToken XmlScanner::nextInDeclaration()
@@ -576,7 +452,7 @@ XmlToken XmlScanner::scanVersionValue(char quote)
     if (position == _token || *position != quote)
         ZV_THROW(XmlEx::ExLexicalError);
     _cursor = position + 1;
-    setValue(_token, static_cast<std::size_t>(position - _token));
+    _value = tokenUntil(position);
     return XmlToken::VERSION_VALUE;
 }
 

@@ -1,16 +1,12 @@
 // Cuts XML text into tokens.
 #pragma once
 
-#include "resmgt/literals/liString.h"
+#include "resmgt/xml/xmlBytes.private.h"
 #include "resmgt/xml/xmlInput.private.h"
 
-#include <array>
 #include <cstddef>
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace Zv {
 
@@ -36,24 +32,44 @@ enum class XmlToken
     SPACE,
 };
 
+/// A piece of XML that is written as most are and lies in the window as a whole.
+enum class XmlPlain
+{
+    NONE, // anything else
+    START_TAG,
+    END_TAG,
+    TEXT,
+    TAG_CLOSE,
+    EMPTY_CLOSE,
+};
+
 /// Cuts a stream into tokens.
 class XmlScanner
 {
 public:
-    explicit XmlScanner(std::istream &stream);
+    /// If `keeper` is not null, it keeps the bytes of names and values.
+    XmlScanner(std::istream &stream, XmlBlocks *keeper);
 
     /// Returns the next token. Throws `XmlEx::ExLexicalError` if no token can begin with the next
     /// byte.
     XmlToken next();
-    /// Takes a whole attribute of a tag and returns true, if it is written as most are: a blank, a
-    /// name, `=`, and a value without references in double quotes. Otherwise takes nothing and
-    /// returns false.
-    bool takePlainAttribute();
-    /// Returns the text of the last `NAME`. It is valid until the next one.
-    LiString const &name() const { return *_name; }
+
+    /// Each of the following takes some tokens in one step if the next bytes are plain. If they are
+    /// not, it takes nothing.
+    ///
+    /// Takes the white space before a tag, and `<name` or `</name>`, or takes a text.
+    XmlPlain takePlainContent();
+    /// Takes an attribute, with the white space before it, and returns true. The name is followed
+    /// by `=` at once, and the value has no references. Does not set `name` and `value`.
+    bool takePlainAttribute(std::string_view &name, std::string_view &value);
+    /// Takes `>` or `/>`.
+    XmlPlain takePlainTagEnd();
+
+    /// Returns the text of the last `NAME`. If no keeper keeps it, it is valid until the next one.
+    std::string_view name() const { return _name; }
     /// Returns the text of the last `ATTRIBUTE_VALUE`, `VERSION_VALUE`, `TEXT` or `CDATA_CONTENT`.
-    /// It is valid until the next one of them.
-    LiString const &value() const { return _values[_turn]; }
+    /// If no keeper keeps it, it is valid until the next token.
+    std::string_view value() const { return _value; }
 
 private:
     /// Which tokens may follow.
@@ -66,20 +82,6 @@ private:
         MALFORMED, // behind the start of what is no tag, no comment and no declaration
     };
 
-    /// A name that was read before. A text repeats few names, so each is created once, and kept
-    /// near the place that its bytes determine.
-    struct KnownName
-    {
-        std::uint64_t head = 0; // the first bytes
-        std::size_t length = 0; // 0 for none
-        std::optional<LiString> name;
-    };
-    static constexpr std::size_t NAMES = 256;
-    static constexpr std::size_t NEAR = 4;
-
-    /// So many values are kept in turn. The memory of a value is used again if no handler keeps it.
-    static constexpr std::size_t VALUES = 8;
-
     XmlToken nextInContent();
     XmlToken nextInTag();
     XmlToken nextInDeclaration();
@@ -90,6 +92,7 @@ private:
     XmlToken scanReference();
     XmlToken scanName();
     XmlToken scanAttributeValue(char quote);
+    std::string_view valueOfPieces();
     XmlToken scanVersionValue(char quote);
     XmlToken scanCdata();
     XmlToken afterSpaceInTag(bool spaceBefore);
@@ -100,26 +103,92 @@ private:
     bool take(std::string_view text);
     char takeReference();
     char takeNumber(unsigned base);
-    /// Reads the next block at `_cursor`. No bytes are kept.
+    /// Reads the next block at `_cursor`. No bytes of the window are needed any longer.
     bool more();
     /// Reads the next block for a loop that has reached the end of the window. The bytes from
-    /// `_token` on are kept, and `position` moves with them.
+    /// `_token` on are needed, and `position` moves with them.
     bool more(char const *&position);
+    /// Copies the last name before its bytes move.
+    void holdName();
     /// Returns the byte at the cursor, or `END_OF_INPUT`.
     int peek();
 
-    void setName(char const *bytes, std::size_t length);
-    void setValue(char const *bytes, std::size_t length);
+    /// Ends a name or a value that began at `_token`.
+    std::string_view tokenUntil(char const *end) const
+    {
+        return {_token, static_cast<std::size_t>(end - _token)};
+    }
 
     XmlInput _input;
     Condition _condition = Condition::INITIAL;
     char const *_cursor;
     char const *_token; // the beginning of the present token
-    LiString const *_name = nullptr;
-    std::size_t _turn = 0;
-    std::array<LiString, VALUES> _values;
+    std::string_view _name;
+    std::string_view _value;
+    bool _nameIsInWindow = false;
+    std::string _heldName;
     std::string _pieces; // of a value with references
-    std::vector<KnownName> _names;
 };
+
+inline XmlPlain XmlScanner::takePlainContent()
+{
+    char const * const start = XmlBytes::skipWhite(_cursor);
+    if (*start != '<') {
+        char const * const end = XmlBytes::skipText(start);
+        if (*end != '<' && (*end != '&' || end == start))
+            return XmlPlain::NONE;
+        _value = {_cursor, static_cast<std::size_t>(end - _cursor)};
+        _cursor = end;
+        return XmlPlain::TEXT;
+    }
+    bool const closes = start[1] == '/';
+    char const * const name = start + 1 + closes;
+    if (!XmlBytes::is(*name, XmlBytes::NAME_START))
+        return XmlPlain::NONE;
+    char const * const end = XmlBytes::skipName(name + 1);
+    if (closes ? *end != '>' : *end == '\0') // a zero byte may be the end of the window
+        return XmlPlain::NONE;
+    _name = {name, static_cast<std::size_t>(end - name)};
+    _nameIsInWindow = true;
+    if (closes) {
+        _cursor = end + 1;
+        return XmlPlain::END_TAG;
+    }
+    _cursor = end;
+    _condition = Condition::TAG;
+    return XmlPlain::START_TAG;
+}
+
+inline bool XmlScanner::takePlainAttribute(std::string_view &name, std::string_view &value)
+{
+    char const *start = _cursor + 1;
+    if (*_cursor != ' ' || !XmlBytes::is(*start, XmlBytes::NAME_START)) {
+        start = XmlBytes::skipWhite(_cursor);
+        if (start == _cursor || !XmlBytes::is(*start, XmlBytes::NAME_START))
+            return false;
+    }
+    char const * const nameEnd = XmlBytes::skipName(start + 1);
+    char const quote = *nameEnd == '=' ? nameEnd[1] : '\0';
+    if (quote != '"' && quote != '\'')
+        return false;
+    char const * const valueStart = nameEnd + 2;
+    char const * const valueEnd = XmlBytes::skipValue(valueStart);
+    if (*valueEnd != quote) // which the end of the window is not
+        return false;
+    name = {start, static_cast<std::size_t>(nameEnd - start)};
+    value = {valueStart, static_cast<std::size_t>(valueEnd - valueStart)};
+    _cursor = valueEnd + 1;
+    return true;
+}
+
+inline XmlPlain XmlScanner::takePlainTagEnd()
+{
+    bool const isEmpty = *_cursor == '/';
+    if (_cursor[isEmpty] != '>')
+        return XmlPlain::NONE;
+    _cursor += 1 + isEmpty;
+    _condition = Condition::INITIAL;
+    return isEmpty ? XmlPlain::EMPTY_CLOSE : XmlPlain::TAG_CLOSE;
+}
 
 } // namespace Zv

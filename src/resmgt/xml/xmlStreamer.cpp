@@ -96,7 +96,7 @@ XmlStreamer::ElementGuard::ElementGuard(NodeGuard &parent, LiString const &name,
 {
     parent.setContent();
     Piece start(output);
-    start.addStart(_name);
+    start.addStart(Piece::bytesOf(_name));
     start.write();
 }
 
@@ -109,7 +109,7 @@ void XmlStreamer::ElementGuard::close()
 {
     Piece end(getOutput());
     if (hasContent())
-        end.addEnd(_name);
+        end.addEnd(Piece::bytesOf(_name));
     else
         end.addEmptyEnd();
     end.write();
