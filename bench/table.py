@@ -7,11 +7,14 @@ Figures are medians of repetitions that were run in random order. Times of a sha
 ratios are what counts."""
 
 import argparse
+import datetime
 import fnmatch
 import json
 import os
 import pathlib
+import random
 import re
+import resource
 import statistics
 import subprocess
 import sys
@@ -156,7 +159,13 @@ PROGRAMS = {
         Row("XML into a document: XmlDocument / pugixml", "xmlRead/ours", "xmlRead/pugixml"),
         Row("XML from a document: XmlDocument / pugixml", "xmlWrite/ours", "xmlWrite/pugixml", 1.0),
     ],
+    "compiling": [
+        Row("compile #include: <resmgt/deviceManager.h> / <iostream>", "compile/resmgt/deviceManager.h",
+            "compile/iostream", 1.0),
+    ],
 }
+
+COMPILED_HEADERS = ("resmgt/deviceManager.h", "iostream")
 
 UNITS = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}  # in microseconds
 
@@ -184,17 +193,53 @@ def measure(program, options):
     return figures
 
 
+def measure_compiling(options):
+    """The processor time in which the compiler reads a header, in microseconds, in the order of `measure`."""
+    include = pathlib.Path(__file__).resolve().parent.parent / "src"
+    command = ["g++", "-std=c++20", "-fsyntax-only", "-I", include, "-x", "c++", "-"]
+    processor = {min(os.sched_getaffinity(0))}
+    figures = {f"compile/{header}": [] for header in COMPILED_HEADERS}
+    for _ in range(3 * options.repetitions):
+        for header in random.sample(COMPILED_HEADERS, len(COMPILED_HEADERS)):
+            before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime
+            subprocess.run(command, input=f"#include <{header}>\n", text=True, check=True,
+                           preexec_fn=lambda: os.sched_setaffinity(0, processor))
+            used = resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime - before
+            figures[f"compile/{header}"].append(used * UNITS["s"])
+    return figures
+
+
 def time_text(microseconds):
     if microseconds < 1:
         return f"{microseconds * 1000:.1f} ns"
-    return f"{microseconds:.1f} us"
+    if microseconds < 1000:
+        return f"{microseconds:.1f} us"
+    return f"{microseconds / 1000:.1f} ms"
+
+
+def medians(row, figures):
+    """The times of ours and of the faster peer in microseconds, or None if one of them was not measured."""
+    if not {row.ours, *row.peers} <= figures.keys():
+        return None
+    return statistics.median(figures[row.ours]), min(statistics.median(figures[name]) for name in row.peers)
+
+
+def save(file, rows, options):
+    """Writes the rows with both times in microseconds, and where and when they were measured, for picture.py."""
+    heads = ("program", "title", "ours", "peer")
+    file.write_text(json.dumps({
+        "machine": f"{os.cpu_count()} x {processor_name()}",
+        "date": datetime.date.today().isoformat(),
+        "repetitions": options.repetitions,
+        "rows": [dict(zip(heads, row)) for row in rows],
+    }, indent=1) + "\n")
 
 
 def cells(row, figures):
-    if not {row.ours, *row.peers} <= figures.keys():
+    times = medians(row, figures)
+    if times is None:
         return [row.title, "-", "-", "-", "", "not measured"]
-    ours = statistics.median(figures[row.ours])
-    peer = min(statistics.median(figures[name]) for name in row.peers)
+    ours, peer = times
     ratio = ours / peer
     aim, misses = "", False
     if row.aim is not None:
@@ -225,6 +270,7 @@ def main():
     parser.add_argument("--quick", action="store_true", help="3 short repetitions: for a first look")
     parser.add_argument("--repetitions", type=int, help="default 7")
     parser.add_argument("--only", metavar="PATTERN", default="*", help="programs to run, such as lock*")
+    parser.add_argument("--save", metavar="FILE", type=pathlib.Path, help="also write the rows as JSON")
     parser.add_argument("--check", action="store_true", help="fail where an aim is missed or a row was not measured")
     parser.add_argument("rest", nargs="*", help="options for the programs, after --")
     options = parser.parse_args()
@@ -234,13 +280,17 @@ def main():
     load = os.getloadavg()[0]
     print(f"{len(os.sched_getaffinity(0))} of {os.cpu_count()} processors, {processor_name()}, load {load:.1f}; "
           f"medians of {options.repetitions}\n", flush=True)
-    rows = []
+    rows, measured = [], []
     for program, program_rows in PROGRAMS.items():
         if fnmatch.fnmatch(program, options.only):
             print(f"running {program}", file=sys.stderr)
-            figures = measure(options.folder / program, options)
+            figures = (measure_compiling(options) if program == "compiling"
+                       else measure(options.folder / program, options))
             rows += [cells(row, figures) for row in program_rows]
+            measured += [(program, row.title, *medians(row, figures)) for row in program_rows if medians(row, figures)]
     print_table(rows)
+    if options.save:
+        save(options.save, measured, options)
     aimed = [row for row in rows if row[4] or row[5]]
     failed = [row for row in aimed if row[5]]
     print(f"\n{len(aimed) - len(failed)} of {len(aimed)} aims met")

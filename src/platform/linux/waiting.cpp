@@ -203,7 +203,7 @@ DWORD waitSlowly(Service &service, Object *object, DWORD milliseconds, Queue::Ac
     if ((type == MUTEX && valueOf(word) != service.thread().number) || type == SEMAPHORE) {
         if (tryNow(object, result))
             return result;
-Turns turns;
+        Turns turns;
         auto const tryInTurn = [&] {
             return (type != MUTEX || turns.isNext()) && tryNow(object, result);
         };

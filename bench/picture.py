@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""Draws the best rows of the table as bars, ours beside the fastest peer: `picture.py TABLE.json PICTURE.svg`.
+
+The table is what `table.py --save` has written. The picture has no fonts of its own and follows the light or dark
+appearance of the page."""
+
+import html
+import json
+import pathlib
+import re
+import sys
+
+from table import time_text
+
+ROWS_OF_A_PROGRAM, LARGEST_RATIO = 2, 0.9
+WIDTH, TOP, HEIGHT, BAR = 860, 74, 46, 12
+LEFT, LENGTH = 220, 330  # where the bars begin, and the peer's length
+
+STYLE = """
+  text { font: 13px system-ui, sans-serif; fill: #24292f }
+  .title { font-size: 17px; font-weight: 600 }
+  .small { font-size: 12px; fill: #57606a }
+  .ratio { font-weight: 600; text-anchor: end }
+  .ours { fill: #1f6feb }
+  .peer { fill: #b6bec8 }
+  @media (prefers-color-scheme: dark) {
+    text { fill: #e6edf3 }
+    .small { fill: #9da7b3 }
+    .ours { fill: #58a6ff }
+    .peer { fill: #4b535d }
+  }
+"""
+
+
+def ratio(row):
+    return row["ours"] / row["peer"]
+
+
+def split(title):
+    """The subject of a row, and the names of ours and of the peer."""
+    subject, _, names = title.partition(": ")
+    ours, _, peer = names.partition(" / ")
+    return subject, ours, peer
+
+
+def best(rows):
+    """The rows with the smallest ratios, a few of each program, in the order of the table. Each of ours is beside its
+    fastest peer. Of a subject that was measured in several sizes, one row is shown."""
+    rows = [row for row in rows if not re.search("supervised|each of", row["title"])]  # ours beside ours
+    fastest = {}
+    for row in sorted(rows, key=ratio):
+        fastest[split(row["title"])[:2]] = row
+    chosen = []
+    for program in dict.fromkeys(row["program"] for row in rows):
+        subjects = {}
+        for row in sorted(fastest.values(), key=ratio):
+            if row["program"] == program and ratio(row) < LARGEST_RATIO:
+                subjects.setdefault(re.sub("[0-9]+|(median|99.*%).*", "", split(row["title"])[0]), row)
+        chosen += list(subjects.values())[:ROWS_OF_A_PROGRAM]
+    return [row for row in rows if row in chosen]
+
+
+def text(x, y, content, kind=""):
+    kind = f' class="{kind}"' if kind else ""
+    return f'  <text x="{x:g}" y="{y:g}"{kind}>{html.escape(content)}</text>'
+
+
+def bar(y, length, kind):
+    return f'  <rect class="{kind}" x="{LEFT}" y="{y:g}" width="{length:.1f}" height="{BAR}" rx="2"/>'
+
+
+def draw(table):
+    rows = best(table["rows"])
+    height = TOP + HEIGHT * len(rows) + 34
+    lines = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH} {height}" role="img"',
+             '  aria-label="Times of libzvresmgt and of its peers">',
+             f"  <style>{STYLE}  </style>",
+             text(16, 28, "How long it takes: libzvresmgt and its peers", "title"),
+             text(16, 48, "The bar of each peer has the same length, and a shorter bar is better. "
+                          "On the right: how many times faster.", "small")]
+    for number, row in enumerate(rows):
+        y = TOP + HEIGHT * number
+        subject, ours, peer = split(row["title"])
+        length = max(2, LENGTH * ratio(row))
+        lines += [text(16, y + 20, subject), bar(y + 2, length, "ours"), bar(y + 18, LENGTH, "peer"),
+                  text(LEFT + length + 8, y + 12, f'{ours}, {time_text(row["ours"])}'),
+                  text(LEFT + LENGTH + 8, y + 28, f'{peer}, {time_text(row["peer"])}', "small"),
+                  text(WIDTH - 16, y + 12, f"{1 / ratio(row):.1f} x", "ratio")]
+    lines += [text(16, height - 14, f'{table["machine"]}, {table["date"]}, medians of {table["repetitions"]}. '
+                                    "./run bench prints the whole table.", "small"), "</svg>"]
+    return "\n".join(lines) + "\n"
+
+
+def main():
+    if len(sys.argv) != 3:
+        sys.exit("usage: picture.py TABLE.json PICTURE.svg")
+    table, picture = map(pathlib.Path, sys.argv[1:])
+    picture.write_text(draw(json.loads(table.read_text())))
+
+
+if __name__ == "__main__":
+    main()
