@@ -8,6 +8,8 @@
 #include <boost/interprocess/mem_algo/rbtree_best_fit.hpp>
 #include <boost/interprocess/sync/mutex_family.hpp>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <list>
@@ -271,27 +273,76 @@ private:
     Algorithm *_arena;
 };
 
+/// Blocks of random sizes, with the free memory as fragmented as after a long run.
+template <class Allocator>
+class Blocks
+{
+public:
+    explicit Blocks(std::int64_t nbBlocks) : _blocks(static_cast<std::size_t>(nbBlocks))
+    {
+        for (void *&block : _blocks)
+            block = _allocator.allocate(pickSize());
+        for (std::size_t i = 0; i < 20 * _blocks.size(); ++i)
+            exchange();
+    }
+    ~Blocks()
+    {
+        for (void * const block : _blocks)
+            _allocator.deallocate(block);
+    }
+
+    /// Frees any block, and allocates another one. `allocate( function )` calls the function, which
+    /// is the allocation itself.
+    template <class Allocate>
+    void exchange(Allocate allocate)
+    {
+        void *&block = _blocks[_random() % _blocks.size()];
+        _allocator.deallocate(block);
+        std::size_t const size = pickSize();
+        allocate([&] { block = _allocator.allocate(size); });
+    }
+    void exchange()
+    {
+        exchange([](auto const &allocation) { allocation(); });
+    }
+
+private:
+    std::size_t pickSize() { return 16 + _random() % 4096; }
+
+    Allocator _allocator;
+    std::mt19937 _random{1};
+    std::vector<void *> _blocks;
+};
+
 template <class Allocator>
 void exchangeBlocks(benchmark::State &state)
 {
-    Allocator allocator;
-    std::mt19937 random(1);
-    auto const size = [&] { return 16 + random() % 4096; };
-    std::vector<void *> blocks(static_cast<std::size_t>(state.range(0)));
-    for (void *&block : blocks)
-        block = allocator.allocate(size());
-    auto const exchange = [&] {
-        void *&block = blocks[random() % blocks.size()];
-        allocator.deallocate(block);
-        block = allocator.allocate(size());
-    };
-    // Fragments the free memory, as a long run does.
-    for (std::size_t i = 0; i < 20 * blocks.size(); ++i)
-        exchange();
+    Blocks<Allocator> blocks(state.range(0));
     for (auto _ : state)
-        exchange();
-    for (void * const block : blocks)
-        allocator.deallocate(block);
+        blocks.exchange();
+}
+
+/// Times each allocation alone. Both sides include a reading of the clock.
+template <class Allocator>
+void slowAllocations(benchmark::State &state)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr int NB_ALLOCATIONS = 50000;
+    std::vector<double> costs; // in microseconds
+    costs.reserve(NB_ALLOCATIONS);
+    Blocks<Allocator> blocks(state.range(0));
+    for (auto _ : state) {
+        for (int i = 0; i < NB_ALLOCATIONS; ++i)
+            blocks.exchange([&](auto const &allocation) {
+                Clock::time_point const start = Clock::now();
+                allocation();
+                costs.push_back(
+                    std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+            });
+    }
+    auto const p999 = costs.begin() + NB_ALLOCATIONS / 1000 * 999;
+    std::nth_element(costs.begin(), p999, costs.end());
+    state.counters["p999"] = *p999;
 }
 
 BENCHMARK(exchangeBlocks<Arena>)->Name("arena/DaArenaPool")->RangeMultiplier(10)->Range(10, 100000);
@@ -300,5 +351,15 @@ BENCHMARK(exchangeBlocks<BestFit>)
     ->Name("arena/rbtree_best_fit")
     ->RangeMultiplier(10)
     ->Range(10, 100000);
+BENCHMARK(slowAllocations<Arena>)
+    ->Name("slow/DaArenaPool")
+    ->RangeMultiplier(10)
+    ->Range(10, 100000)
+    ->Iterations(1);
+BENCHMARK(slowAllocations<Heap>)
+    ->Name("slow/malloc")
+    ->RangeMultiplier(10)
+    ->Range(10, 100000)
+    ->Iterations(1);
 
 } // namespace

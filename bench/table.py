@@ -73,9 +73,9 @@ def hop_rows():
 def memory_rows():
     rows = [
         Row("hold a loaded buffer: MbBufferRdGuardImp / std::shared_mutex, std::shared_ptr",
-            "hold/MbBufferRdGuardImp", "hold/std::shared_mutex", limit=0.07),
+            "hold/MbBufferRdGuardImp", "hold/std::shared_mutex", 1.1),
         Row("hold a locked buffer: MbBufferRdGuardImp / std::shared_mutex, std::shared_ptr",
-            "holdAgain/MbBufferRdGuardImp", "holdAgain/std::shared_mutex", limit=0.07),
+            "holdAgain/MbBufferRdGuardImp", "holdAgain/std::shared_mutex", 0.8),
     ]
     for manager in ("MbHeapManager", "MbArenaManager"):
         for peer in ("std::map", "std::unordered_map"):
@@ -84,8 +84,11 @@ def memory_rows():
     for size in (10, 100, 1000, 10000, 100000):
         ours = f"arena/DaArenaPool/{size}"
         rows.append(Row(f"exchange one of {size} blocks: DaArenaPool / rbtree_best_fit", ours,
-                        f"arena/rbtree_best_fit/{size}", 1.0))
-        rows.append(Row(f"exchange one of {size} blocks: DaArenaPool / malloc", ours, f"arena/malloc/{size}"))
+                        f"arena/rbtree_best_fit/{size}", 0.9))
+        rows.append(Row(f"exchange one of {size} blocks: DaArenaPool / malloc", ours, f"arena/malloc/{size}", 1.3))
+    for size in (10, 100, 1000, 10000, 100000):
+        rows.append(Row(f"allocate beside {size} blocks, 99.9 %: DaArenaPool / malloc", f"slow/DaArenaPool/{size}#p999",
+                        f"slow/malloc/{size}#p999", 1.0))
     return rows
 
 

@@ -489,7 +489,7 @@ TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryBlocksNoThread)
         MbBuffer v = make("v", 2 * UNIT);
         MbBuffer const f = make("f", 2 * UNIT);
         load(v);
-        MbBufferProbe const probe(v);
+        MbBufferProbe probe(v);
         std::optional<MbBufferRdGuardImp> holdsA(a);
         std::optional<MbBufferRdGuardImp> holdsF;
         std::atomic<bool> isBegun = false;
@@ -497,6 +497,7 @@ TEST_F(HeapManager, AChosenBufferThatWaitsForMemoryBlocksNoThread)
         std::thread loader;
         {
             LkGuard<LkMutex const> const lock(probe.mutex());
+            probe.close();
             again = std::thread([&] {
                 isBegun = true;
                 load(v);

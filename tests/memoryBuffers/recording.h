@@ -3,6 +3,7 @@
 
 #include "resmgt/memoryBuffers.h"
 #include "resmgt/memoryBuffers/mbStates.private.h"
+#include "resmgt/memoryBuffers/mbUntoldUses.private.h"
 #include "testing/capturedLog.h"
 #include "testing/failures.h"
 #include "testing/journal.h"
@@ -33,20 +34,35 @@ struct TestAccess<MbBufferImp>
     explicit TestAccess(MbBuffer const &buffer) : imp(*buffer.getImp()) {}
 
     LkMutex const &mutex() const { return imp._mutex; }
-    MbState const *state() const { return imp._state; }
+    MbState const *state() const { return closed()._state; }
     std::string stateName() const { return static_cast<MbStateImp const *>(state())->getName(); }
-    void setState(MbState const *state) { imp._state = state; }
-    int lockCount() const { return imp._lockCount; }
-    void setLockCount(int count) { imp._lockCount = count; }
-    std::uint32_t pending() const { return imp._pending; }
-    void setPending(std::uint32_t mask) { imp._pending = mask; }
-    LkThreadId owner() const { return imp._transientStateOwner; }
-    void setOwner(LkThreadId owner) { imp._transientStateOwner = owner; }
+    void setState(MbState const *state) { closed()._state = state; }
+    int lockCount() const { return closed()._lockCount; }
+    void setLockCount(int count) { closed()._lockCount = count; }
+    std::uint32_t pending() const { return closed()._pending; }
+    void setPending(std::uint32_t mask) { closed()._pending = mask; }
+    LkThreadId owner() const { return closed()._transientStateOwner; }
+    void setOwner(LkThreadId owner) { closed()._transientStateOwner = owner; }
     int waiters() const { return imp._waiters; }
     void announceChange() { imp.announceChange(); }
+    /// Makes guards take the mutex.
+    void close() { imp.close(); }
     long keepAlive() const { return imp._keepAlive.getValue(); }
+    /// Returns true if guards lock and unlock the buffer without its mutex.
+    bool isOpen() const
+    {
+        return !MbWord::isClosed(ZvPlatform::Interlocked::loadAcquire(imp._word));
+    }
 
     MbBufferImp &imp;
+
+private:
+    /// The members are valid while the word is closed.
+    MbBufferImp &closed() const
+    {
+        imp.close();
+        return imp;
+    }
 };
 
 /// The private members of a manager.

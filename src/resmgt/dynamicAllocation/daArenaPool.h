@@ -18,8 +18,8 @@ namespace Zv {
 ///
 /// A block is the first free place that fits. Sizes are rounded up to multiples of 8 bytes. A block
 /// that is given back is merged with its free neighbours. Both operations take logarithmic time in
-/// the number of free blocks. In addition, an allocation looks at each earlier free block that is
-/// long enough but has no place with the alignment.
+/// the number of blocks. In addition, an allocation looks at each earlier free block that is long
+/// enough but has no place with the alignment.
 ///
 /// **Threads**: one thread at a time.
 ///

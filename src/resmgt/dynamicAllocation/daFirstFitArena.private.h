@@ -1,8 +1,7 @@
 // First-fit allocation of address ranges.
 #pragma once
 
-#include "resmgt/dynamicAllocation/daFreeBlocks.private.h"
-#include "zvbase/containers.h"
+#include "resmgt/dynamicAllocation/daBlockTree.private.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -32,19 +31,13 @@ public:
     void dump(std::ostream &stream) const;
 
 private:
-    struct Hash
-    {
-        std::size_t operator()(std::uint64_t address) const noexcept { return address; }
-    };
-
     static std::uint64_t roundUp(std::uint64_t address, std::uint64_t alignment);
-    void take(DaFreeBlocks::Position block, std::uint64_t start, std::uint64_t size);
 
     char const *_name;
     std::uint64_t _base;
     std::uint64_t _size;
-    DaFreeBlocks _freeBlocks; // no two of them are adjacent
-    HashMap<std::uint64_t, std::uint64_t, Hash> _allocatedBlocks;
+    DaBlockTree _blocks; // no two free ones are adjacent
+    std::size_t _nbAllocated;
 };
 
 } // namespace Zv

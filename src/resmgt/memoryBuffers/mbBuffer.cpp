@@ -56,40 +56,36 @@ void MbBuffer::free()
 
 // ---- Guards
 
-MbBufferGuard::MbBufferGuard() noexcept = default;
+MbBufferGuard::MbBufferGuard() noexcept : _imp(nullptr) {}
 
-MbBufferGuard::MbBufferGuard(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event) : _imp(imp)
+MbBufferGuard::MbBufferGuard(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event) : _imp(imp.get())
 {
-    if (!_imp.isNull())
-        _imp->receive(event);
+    if (_imp)
+        _imp->addHold(event);
 }
 
 MbBufferGuard::~MbBufferGuard() noexcept(false)
 {
-    if (_imp.isNull())
-        return;
-    throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] { letGo(); });
+    if (_imp)
+        throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] { letGo(); });
 }
 
 void MbBufferGuard::assign(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event)
 {
-    if (imp == _imp)
+    if (imp.get() == _imp)
         return;
-    RCShdEngPtr<MbBufferImp> next(imp);
-    if (!_imp.isNull())
+    RCShdEngPtr<MbBufferImp> const next(imp);
+    if (_imp)
         letGo();
     if (!next.isNull())
-        next->receive(event);
-    _imp = std::move(next);
+        next->addHold(event);
+    _imp = next.get();
 }
 
 /// The guard is null from the beginning on, so that a failure leaves no hold behind.
 void MbBufferGuard::letGo()
 {
-    // The reference is released after the event, but before an exception leaves this function. Two
-    // exceptions at once would end the process.
-    RCShdEngPtr<MbBufferImp> held(std::move(_imp));
-    held->receive(MbEvent::UNLOCK);
+    std::exchange(_imp, nullptr)->releaseHold();
 }
 
 MbBufferRdGuardImp::MbBufferRdGuardImp() noexcept = default;

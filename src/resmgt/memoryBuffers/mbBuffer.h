@@ -64,7 +64,7 @@ public:
     int getSize() const { return _imp->getSize(); }
     MbAlignment const &getAlignment() const { return _imp->getAlignment(); }
     /// Returns true if a guard can be made without loading. Returns false during every transition.
-    /// Takes the buffer's mutex as `getName` does.
+    /// May take the buffer's mutex as `getName` does.
     bool isLoaded() const;
 
     /// Begins to load a buffer that is not loaded, by the protocol's `asyncLoad` or `asyncReload`.
@@ -106,7 +106,7 @@ private:
 class ZVRESMGT_EXPORT MbBufferGuard
 {
 public:
-    bool isNull() const noexcept { return _imp.isNull(); }
+    bool isNull() const noexcept { return !_imp; }
     /// Returns a handle to the buffer, which is null if the guard is null.
     MbBuffer getBuffer() const { return MbBuffer(_imp); }
 
@@ -117,15 +117,21 @@ protected:
     /// reference.
     MbBufferGuard(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event);
     ~MbBufferGuard() noexcept(false);
+    MbBufferGuard(MbBufferGuard const &) = delete;
     MbBufferGuard &operator=(MbBufferGuard const &) = delete;
 
     /// Releases the hold, and delivers `event` to the other buffer. Does nothing if both are the
     /// same buffer. If it throws, the guard is null.
     void assign(RCShdEngPtr<MbBufferImp> const &imp, MbEvent event);
-    /// Returns the reference to the buffer, which may be null.
-    RCShdEngPtr<MbBufferImp> const &imp() const noexcept { return _imp; }
+    /// Returns a reference to the buffer, which may be null.
+    RCShdEngPtr<MbBufferImp> imp() const { return _imp; }
     /// Returns the first byte of the data.
-    void *memory() const { return reinterpret_cast<void *>(_imp->getDataStart()); }
+    void *memory() const
+    {
+        if (!_imp) [[unlikely]]
+            RCExUtil::throwExNullPtr();
+        return reinterpret_cast<void *>(_imp->getDataStart());
+    }
     /// Returns the data.
     std::span<std::byte> data() const
     {
@@ -135,7 +141,7 @@ protected:
 private:
     void letGo();
 
-    RCShdEngPtr<MbBufferImp> _imp;
+    MbBufferImp *_imp; // one operation of the buffer adds both the hold and the reference
 };
 
 /// Holds a buffer for reading, and keeps its memory in place. Any number of read guards, on any

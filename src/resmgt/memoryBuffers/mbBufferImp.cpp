@@ -2,20 +2,63 @@
 
 #include "resmgt/memoryBuffers/mbManager.h"
 #include "resmgt/memoryBuffers/mbProtocol.h"
+#include "resmgt/memoryBuffers/mbStates.private.h"
+#include "resmgt/memoryBuffers/mbUntoldUses.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/scope.private.h"
 #include "zvbase/traceCaught.private.h"
 
 #include <bit>
+#include <cstddef>
 #include <utility>
 
 namespace Zv {
+
+using namespace ZvPlatform;
+
+namespace {
+
+/// Only the word of a buffer of the silent machine is ever open. The tracing machine traces each
+/// event.
+MbState const *stateOf(MbStateId id)
+{
+    return MbStates<false>::the[static_cast<std::size_t>(id)];
+}
+
+/// The state of each mode of the word.
+constexpr MbStateId stateIds[] = {MbStateId::LOADED, MbStateId::RD_LOCKED, MbStateId::WR_LOCKED,
+                                  MbStateId::BEING_UNLOCKED};
+
+MbState const *stateOf(MbWord::Mode mode)
+{
+    return stateOf(stateIds[mode]);
+}
+
+/// Returns the word with one hold more, or 0 if only the state can handle the event.
+std::uint64_t withHold(std::uint64_t word, MbEvent event)
+{
+    if (MbWord::isClosed(word) || (word & MbWord::HOLDS) == MbWord::HOLDS)
+        return 0;
+    MbWord::Mode const locked = event == MbEvent::RDLOCK ? MbWord::RD_LOCKED : MbWord::WR_LOCKED;
+    if (MbWord::modeOf(word) == MbWord::LOADED && event != MbEvent::WRDUP)
+        return (word | locked | MbWord::IS_NOTED) + MbWord::HOLD;
+    if (MbWord::modeOf(word) == locked && event != MbEvent::WRLOCK)
+        return word + MbWord::HOLD;
+    return 0;
+}
+
+} // namespace
 
 MbBufferImp::MbBufferImp(LiString const &name, MbState const *initialState,
                          RCShdPtr<MbManager> const &manager, ObjPtr<MbProtocol> protocol, int size,
                          MbAlignment const &alignment)
     // The mutex and the pulse keep a pointer to the characters, which `_name` keeps alive.
-    : _mutex(name.getChars()),
+    : _word(MbWord::CLOSED),
+      _untoldUses(nullptr),
+      _lastUse(0),
+      _nextNoted(nullptr),
+      _unlocker(0),
+      _mutex(name.getChars()),
       _pulse(name.getChars(), LkPulse::WAKE_ALL),
       _keepAlive(1),
       _name(name),
@@ -48,9 +91,17 @@ MbBufferImp::~MbBufferImp() noexcept(false)
 
 void MbBufferImp::receive(MbEvent event)
 {
+    underMutex([&] { deliver(event); });
+}
+
+/// Calls `function` under the mutex, while no guard changes the word.
+template <class Function>
+void MbBufferImp::underMutex(Function function)
+{
     LkGuard guard(_mutex);
+    close();
     try {
-        deliver(event);
+        function();
     } catch (...) {
         // The exception of the event is thrown, and an exception of the end is traced.
         try {
@@ -60,7 +111,127 @@ void MbBufferImp::receive(MbEvent event)
         }
         throw;
     }
+    open();
     endIfAbandoned(guard);
+}
+
+void MbBufferImp::addHold(MbEvent event)
+{
+    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    while (std::uint64_t const held = withHold(word, event)) {
+        bool const mustNote = (held & ~word & MbWord::IS_NOTED) != 0;
+        if (Interlocked::compareExchange(_word, word, held + REFERENCE)) {
+            if (mustNote)
+                _untoldUses->note(this);
+            return;
+        }
+    }
+    incReferenceCount();
+    try {
+        receive(event);
+    } catch (...) {
+        decReferenceCount();
+        throw;
+    }
+}
+
+void MbBufferImp::releaseHold()
+{
+    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    while (!MbWord::isClosed(word) && MbWord::isLocked(word)) {
+        std::uint64_t const released = word - MbWord::HOLD;
+        if ((released & MbWord::HOLDS) != 0) {
+            if (Interlocked::compareExchange(_word, word, released - REFERENCE))
+                return;
+        } else if ((word & MbWord::IN_STRATEGY) != 0) {
+            MbState const * const former = stateOf(MbWord::modeOf(word));
+            // No other thread writes this while this thread has the last hold.
+            Interlocked::storeRelaxed(_unlocker,
+                                      LkThreadId(LkThreadId::CURRENT_THREAD).getNumber());
+            if (Interlocked::compareExchange(_word, word,
+                                             MbWord::withMode(released, MbWord::BEING_UNLOCKED)))
+                return finishUnlock(former);
+        } else {
+            break;
+        }
+    }
+    AtScopeEnd const release([this] { decReferenceCount(); });
+    receive(MbEvent::UNLOCK);
+}
+
+/// Does the rest of an unlock, after the last guard has set the mode to `BEING_UNLOCKED`. Releases
+/// the reference of the guard.
+void MbBufferImp::finishUnlock(MbState const *former)
+{
+    auto const release = [this] { decReferenceCount(); };
+    try {
+        _protocol->unlocked(reinterpret_cast<void *>(_dataStart), _dataEnd - _dataStart);
+    } catch (...) {
+        AtScopeEnd const last(release);
+        underMutex([&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
+            _state = former;
+            endRun(LkThreadId());
+            throw;
+        });
+    }
+    Interlocked::storeRelaxed(_lastUse, _untoldUses->tellTime(_lastUse));
+    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    while (!MbWord::isClosed(word) && (word & MbWord::IN_STRATEGY) != 0) {
+        std::uint64_t const unlocked = MbWord::withMode(word, MbWord::LOADED) - REFERENCE;
+        if (Interlocked::compareExchange(_word, word, unlocked)) {
+            if (unlocked < REFERENCE)
+                destroy();
+            return;
+        }
+    }
+    // Another thread has closed the word, or has told the strategy that the buffer is locked.
+    AtScopeEnd const last(release);
+    underMutex([&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
+        _state = former;
+        run(stateOf(MbStateId::LOADED), LkThreadId());
+    });
+}
+
+/// Opens the word if the buffer rests in a state that has a mode, and neither a thread nor an event
+/// waits for the next change.
+void MbBufferImp::open()
+{
+    if (_pending != 0 || _waiters != 0 || !_transientStateOwner.isNull())
+        return;
+    std::uint64_t opened;
+    if (_state == stateOf(MbStateId::LOADED) && _untoldUses)
+        opened = MbWord::LOADED | MbWord::IN_STRATEGY;
+    else if (_lockCount <= 1 || _lockCount > MbWord::MAXIMUM_OF_HOLDS)
+        return; // A single hold gains nothing, because its end has to be told to the manager.
+    else if (_state == stateOf(MbStateId::RD_LOCKED))
+        opened = MbWord::RD_LOCKED;
+    else if (_state == stateOf(MbStateId::WR_LOCKED))
+        opened = MbWord::WR_LOCKED;
+    else
+        return;
+    opened |= static_cast<std::uint64_t>(_lockCount) * MbWord::HOLD;
+
+    constexpr std::uint64_t KEPT = MbWord::IS_NOTED | (0 - REFERENCE);
+    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    while (!Interlocked::compareExchange(_word, word, (word & KEPT) | opened)) {
+    }
+}
+
+/// Closes the word, and takes over what guards have done to it.
+void MbBufferImp::close()
+{
+    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    do {
+        if (MbWord::isClosed(word))
+            return;
+    } while (!Interlocked::compareExchange(_word, word, word | MbWord::CLOSED));
+
+    _state = stateOf(MbWord::modeOf(word));
+    _lockCount = static_cast<std::int32_t>((word & MbWord::HOLDS) / MbWord::HOLD);
+    if (MbWord::modeOf(word) == MbWord::BEING_UNLOCKED)
+        _transientStateOwner = LkThreadId(Interlocked::loadRelaxed(_unlocker));
+    if (MbWord::modeOf(word) != MbWord::LOADED && (word & MbWord::IN_STRATEGY) != 0)
+        _manager->bufferNotUnloadable(this);
 }
 
 void MbBufferImp::performSucceeded()
@@ -75,6 +246,9 @@ void MbBufferImp::performFailed()
 
 bool MbBufferImp::isLoaded() const
 {
+    std::uint64_t const word = Interlocked::loadAcquire(_word);
+    if (!MbWord::isClosed(word))
+        return MbWord::modeOf(word) != MbWord::BEING_UNLOCKED;
     LkGuard guard(_mutex);
     return _state->isLoaded();
 }
@@ -108,6 +282,12 @@ void MbBufferImp::changeState(MbState const *next)
 {
     LkThreadId const formerOwner = _transientStateOwner;
     _transientStateOwner.setCurrentThread();
+    run(next, formerOwner);
+}
+
+/// Does what `changeState` does. The calling thread is the owner already.
+void MbBufferImp::run(MbState const *next, LkThreadId formerOwner)
+{
     try {
         enterStates(next);
         // The thread is still the owner. So if the state is waiting for a completion, an event is
@@ -195,6 +375,7 @@ void MbBufferImp::sleepUntilChange()
 {
     ++_waiters;
     _pulse.waitNextPulse(_mutex);
+    close();
 }
 
 void MbBufferImp::waitForChange()
@@ -241,6 +422,7 @@ void MbBufferImp::destroy()
     throwUnlessUnwinding(Unwinding::ofAny(), __FILE__, __LINE__, [this] {
         {
             LkGuard guard(_mutex);
+            close();
             // A protocol call of this thread still uses the object. It ends the buffer when it
             // returns.
             if (_transientStateOwner.isCurrentThread()) {

@@ -8,9 +8,9 @@
 #include "resmgt/locks/lkThreadId.h"
 #include "resmgt/memoryBuffers/mbAlignment.h"
 #include "resmgt/memoryBuffers/mbStateMachine.h"
-#include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/interlocked.h"
 #include "zvbase/testAccess.h"
 
 #include <cstddef>
@@ -21,6 +21,7 @@ namespace Zv {
 
 class MbManager;
 class MbProtocol;
+class MbUntoldUses;
 
 /// A buffer, with the data that its states work on. Applications use `MbBuffer` and the guards
 /// instead. This class is for managers, unload strategies and states.
@@ -32,7 +33,8 @@ class MbProtocol;
 ///
 /// Each event takes the buffer's mutex and is delivered to the current state. The state may change
 /// the state of the buffer, call the protocol while the mutex is free, or wait for the buffer to
-/// change.
+/// change. Guards do without the mutex if the buffer is loaded and nothing else happens to it. What
+/// they do is the same as if the state had received the event.
 ///
 /// **Threads**: thread-safe, except for the operations that are for managers and states.
 ///
@@ -42,7 +44,7 @@ class MbProtocol;
 /// When the last reference is gone, the event `DESTROY` is delivered, which waits until no other
 /// thread works on the buffer. The object is deleted when its keep-alive count is 0 as well. A pool
 /// manager adds one to this count while it evicts the buffer.
-class ZVRESMGT_EXPORT MbBufferImp : public RCBaseWithDestroy<LkCounter<long>>, public LkAsyncHandle
+class ZVRESMGT_EXPORT MbBufferImp : public LkAsyncHandle
 {
 public:
     /// `initialState` must be a state of `MbStateMachine`. Throws `RCEx::ExNullPtr` if it is null.
@@ -56,6 +58,12 @@ public:
 
     /// Takes the mutex and delivers an event. Throws what the state throws.
     void receive(MbEvent event);
+    /// Delivers the event of a guard that locks the buffer, and adds a reference. Throws what the
+    /// state throws, with nothing added. The caller must have a reference.
+    void addHold(MbEvent event);
+    /// Delivers the event of a guard that unlocks the buffer, and releases its reference. If it
+    /// throws, the reference is released all the same.
+    void releaseHold();
     /// Reports that the asynchronous operation that the protocol began has succeeded. For each
     /// operation, either `performSucceeded` or `performFailed` must be called, once. Any thread may
     /// call it, even before the call that began the operation has returned.
@@ -63,7 +71,7 @@ public:
     /// Reports that the asynchronous operation that the protocol began has failed.
     void performFailed() override;
 
-    /// Takes the mutex, and returns true if a lock can be taken without loading.
+    /// Returns true if a lock can be taken without loading. May take the mutex.
     bool isLoaded() const;
     /// Takes no lock. The name, the size and the alignment do not change.
     LiString const &getName() const noexcept { return _name; }
@@ -88,6 +96,9 @@ public:
     }
     /// Called when the manager has taken the memory back.
     void clearRegion() noexcept;
+    /// Lets guards note their uses in `uses`, and not call `bufferNotUnloadable` and
+    /// `bufferUnloadable`. For `bufferUnloadable`.
+    void noteUsesIn(MbUntoldUses *uses) noexcept { _untoldUses = uses; }
 
     // ---- the keep-alive count: for managers
 
@@ -138,15 +149,35 @@ public:
     template <class Operation>
     void callProtocol(Operation operation) ZV_NO_THREAD_SAFETY_ANALYSIS;
 
-protected:
-    /// Ends the buffer. Called when the last reference is gone.
-    void destroy() override;
-
 private:
     friend struct TestAccess<MbBufferImp>;
+    friend class MbUntoldUses;
+    template <class T>
+    friend class RCBasePtr;
 
+    /// What a reference adds to `_word`.
+    static constexpr std::uint64_t REFERENCE = std::uint64_t{1} << 32;
+
+    void incReferenceCount() const { ZvPlatform::Interlocked::add(_word, REFERENCE); }
+    void decReferenceCount() const
+    {
+        if (ZvPlatform::Interlocked::add(_word, 0 - REFERENCE) < REFERENCE)
+            const_cast<MbBufferImp *>(this)->destroy();
+    }
+    long getReferenceCount() const
+    {
+        return static_cast<long>(ZvPlatform::Interlocked::loadAcquire(_word) / REFERENCE);
+    }
+    void destroy();
+
+    template <class Function>
+    void underMutex(Function function) ZV_NO_THREAD_SAFETY_ANALYSIS;
+    void open() ZV_REQUIRES(_mutex);
+    void close() ZV_REQUIRES(_mutex);
+    void finishUnlock(MbState const *former);
     bool deliverOnce(MbEvent event) ZV_REQUIRES(_mutex);
     void dispatch(MbEvent event) ZV_REQUIRES(_mutex);
+    void run(MbState const *next, LkThreadId formerOwner) ZV_REQUIRES(_mutex);
     void enterStates(MbState const *next) ZV_REQUIRES(_mutex);
     void fallBack(MbState const *former) ZV_REQUIRES(_mutex);
     void endRun(LkThreadId formerOwner) ZV_REQUIRES(_mutex);
@@ -154,6 +185,15 @@ private:
     void sleepUntilChange() ZV_REQUIRES(_mutex);
     void endIfAbandoned(LkGuard<LkMutex const> &guard) ZV_NO_THREAD_SAFETY_ANALYSIS;
 
+    /// The number of references, and what guards change without the mutex. `MbWord` has its parts.
+    std::uint64_t mutable _word;
+    /// Null if the manager must be told each use.
+    MbUntoldUses *_untoldUses;
+    /// The time of the last use, as `MbUntoldUses` tells it.
+    std::uint64_t _lastUse;
+    MbBufferImp *_nextNoted;
+    /// The thread of the last guard, in the mode `MbWord::BEING_UNLOCKED`.
+    unsigned long _unlocker;
     LkMutex _mutex;
     LkPulse _pulse;
     LkThreadId _transientStateOwner ZV_GUARDED_BY(_mutex);

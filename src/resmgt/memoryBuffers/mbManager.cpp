@@ -2,6 +2,7 @@
 
 #include "resmgt/memoryBuffers/mbBufferImp.h"
 #include "resmgt/memoryBuffers/mbEx.h"
+#include "resmgt/memoryBuffers/mbUntoldUses.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/traceCaught.private.h"
 
@@ -9,6 +10,7 @@
 #include <ostream>
 #include <span>
 #include <sstream>
+#include <typeinfo>
 #include <utility>
 
 namespace Zv {
@@ -51,6 +53,7 @@ MbPoolManager::MbPoolManager(LiString const &name, ObjPtr<MbUnloadStrategy> stra
       _pulse(name.getChars(), LkPulse::WAKE_ALL),
       _name(name),
       _strategy(strategy),
+      _untoldUses(new MbUntoldUses),
       _waiters(0),
       _nbRegions(0)
 {}
@@ -70,6 +73,7 @@ void MbPoolManager::allocateRegion(MbBufferImp *buffer)
         LkGuard guard(_mutex);
         if (tryAllocate(buffer))
             return;
+        _untoldUses->tell(*_strategy);
         bool const hasVictim = !_strategy->isEmpty();
         if (!hasVictim && _nbRegions == 0)
             ZV_THROW(MbEx::ExNotEnoughMemory, "Buffer does not fit though nothing is allocated.");
@@ -88,6 +92,7 @@ void MbPoolManager::deallocateRegion(MbBufferImp *buffer)
     if (!buffer->getRegionStart())
         return;
     LkGuard guard(_mutex);
+    _untoldUses->tell(*_strategy);
     performDeallocate(buffer);
     --_nbRegions;
     announceMemory();
@@ -96,13 +101,17 @@ void MbPoolManager::deallocateRegion(MbBufferImp *buffer)
 void MbPoolManager::bufferNotUnloadable(MbBufferImp *buffer)
 {
     LkGuard guard(_mutex);
+    _untoldUses->tell(*_strategy);
     _strategy->removeBuffer(buffer);
 }
 
 void MbPoolManager::bufferUnloadable(MbBufferImp *buffer)
 {
     LkGuard guard(_mutex);
+    _untoldUses->tell(*_strategy);
     _strategy->insertBuffer(buffer);
+    if (mayBeToldLater(*buffer))
+        buffer->noteUsesIn(_untoldUses.get());
     announceMemory();
 }
 
@@ -112,15 +121,27 @@ void MbPoolManager::dump(std::ostream &stream) const
     std::ostringstream text;
     {
         LkGuard guard(_mutex);
+        _untoldUses->tell(*_strategy);
         _strategy->dump(text);
     }
     stream << "Name = " << _name << '\n' << "Unload strategy = " << text.str();
+}
+
+/// Returns true if no code outside of the library sees which buffers are in the strategy. A class
+/// that is derived from one of these may count the calls, and a manager may pass them on to this one.
+bool MbPoolManager::mayBeToldLater(MbBufferImp const &buffer) const
+{
+    std::type_info const &manager = typeid(*this);
+    MbUnloadStrategy const &strategy = *_strategy;
+    return &buffer.getManager() == this && typeid(strategy) == typeid(MbUnloadLRU) &&
+           (manager == typeid(MbHeapManager) || manager == typeid(MbArenaManager));
 }
 
 /// Reserves the buffer's place in the strategy first, so that its unlock cannot fail.
 bool MbPoolManager::tryAllocate(MbBufferImp *buffer)
 {
     _strategy->reserve(_nbRegions + 1);
+    _untoldUses->reserve(_nbRegions + 1);
     if (!performAllocate(buffer))
         return false;
     ZV_ASSERT(buffer->getRegionStart() != 0);

@@ -18,6 +18,7 @@
 namespace Zv {
 
 class MbBufferImp;
+class MbUntoldUses;
 
 /// The memory of a group of buffers. An application makes a manager, passes it to the factories of
 /// its buffers and may `dump` it. All other operations are for buffers. Buffers share their
@@ -98,6 +99,7 @@ private:
     /// mutex.
     virtual void performDeallocate(MbBufferImp *buffer) ZV_REQUIRES(getMutex()) = 0;
 
+    bool mayBeToldLater(MbBufferImp const &buffer) const ZV_REQUIRES(_mutex);
     bool tryAllocate(MbBufferImp *buffer) ZV_REQUIRES(_mutex);
     void unloadVictim(LkGuard<LkMutex const> &guard) ZV_REQUIRES(_mutex);
     void waitForMemory(LkGuard<LkMutex const> const &guard) ZV_REQUIRES(_mutex);
@@ -107,6 +109,7 @@ private:
     LkPulse _pulse;
     LiString _name;
     ObjPtr<MbUnloadStrategy> _strategy ZV_PT_GUARDED_BY(_mutex);
+    ObjPtr<MbUntoldUses> _untoldUses;
     int _waiters ZV_GUARDED_BY(_mutex);
     /// The number of buffers that have memory.
     std::size_t _nbRegions ZV_GUARDED_BY(_mutex);
