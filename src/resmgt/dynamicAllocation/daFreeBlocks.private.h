@@ -1,7 +1,7 @@
 // Search tree of free blocks, sorted by address.
 #pragma once
 
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -10,6 +10,7 @@
 #include "zvbase/trace.h"
 
 #include <string>
+#include <utility>
 
 namespace Zv {
 
@@ -28,6 +29,22 @@ void send(RCShdPtr<DevSeqEvPend> const &pend, std::int32_t event)
 } // namespace
 
 DevSeqEvPend::~DevSeqEvPend() = default;
+
+void DevSeqEvPend::addEvent(std::int32_t event)
+{
+    _events.push_back(event);
+}
+
+void DevSeqEvPend::release()
+{
+    _released = _released || !_events.empty();
+}
+
+Vector<std::int32_t> DevSeqEvPend::take()
+{
+    _released = false;
+    return std::exchange(_events, {});
+}
 
 DevSeqTreeNodeUtil::DevSeqTreeNodeUtil(LiString const &name)
     : _name(name),
