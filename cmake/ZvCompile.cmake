@@ -35,6 +35,13 @@ target_compile_options(zv_compile INTERFACE
 if(ZV_PLATFORM STREQUAL simulated)
     target_compile_definitions(zv_compile INTERFACE ZV_PLATFORM_SIMULATED)
 endif()
+# Compiles headers that most sources need once for all sources of a target. They take half of the time in which a source
+# compiles. The preset clang leaves them out, and so finds a source that does not include what it needs.
+function(zv_precompile_standard_headers target)
+    target_precompile_headers(${target} PRIVATE <algorithm> <cstring> <deque> <functional> <limits> <list> <optional>
+        <queue> <sstream> <stdexcept> <string> <unordered_map> <vector>)
+endfunction()
+
 if(ZV_SANITIZE)
     target_compile_options(zv_compile INTERFACE -fsanitize=${ZV_SANITIZE} -fno-omit-frame-pointer)
     if(NOT ZV_SANITIZE STREQUAL "thread")

@@ -1,25 +1,12 @@
 // Standard containers under the names that this system uses (applications).
 #pragma once
 
-#include <deque>
+#include "zvbase/sequenceContainers.h"
+
 #include <functional>
-#include <list>
 #include <unordered_map>
-#include <vector>
 
 namespace Zv {
-
-/// The standard vector.
-template <class T>
-using Vector = std::vector<T>;
-
-/// The standard doubly linked list.
-template <class T>
-using List = std::list<T>;
-
-/// The standard double-ended queue.
-template <class T>
-using Deque = std::deque<T>;
 
 /// The standard hash map. Names (`LiString`) and identifiers (`LiUuid`) can be keys, because both
 /// have a `std::hash`.

@@ -2,6 +2,8 @@
 
 #include "zvbase/failures.h"
 
+#include <ostream>
+
 namespace Zv {
 
 namespace {

@@ -7,7 +7,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <ostream>
+#include <iosfwd>
 
 namespace Zv {
 

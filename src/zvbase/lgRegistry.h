@@ -1,8 +1,8 @@
 // Interface to the list of all log queues (extenders).
 #pragma once
 
-#include "zvbase/containers.h"
 #include "zvbase/export.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 

@@ -70,6 +70,20 @@ TEST(LkUtil, TheSecondsOfADurationAreReadAsTheDuration)
     EXPECT_EQ(LkUtil::toSeconds(-5s), 0.0);
 }
 
+TEST(LkDuration, CountsSecondsAsTheStandardLibraryDoes)
+{
+    auto const expectSeconds = [](auto const &time) {
+        EXPECT_EQ(Detail::countSeconds(time), Seconds(time).count()) << time.count();
+    };
+    expectSeconds(-1500ns);
+    expectSeconds(1ms);
+    expectSeconds(100h);
+    expectSeconds(Frames(7));
+    expectSeconds(Seconds(0.1));
+    expectSeconds(Femtoseconds::max());
+    expectSeconds(Unsigned::max());
+}
+
 TEST(LkDuration, CountsUnitsUpToTheLargestNumber)
 {
     constexpr std::int64_t MOST = std::numeric_limits<std::int64_t>::max();

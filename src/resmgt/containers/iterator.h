@@ -6,7 +6,7 @@
 #include "resmgt/smartPtrs/rcPvtEngPtr.h"
 
 #include <cstddef>
-#include <iterator>
+#include <string_view> // the tags of iterators. <iterator> brings the streams as well
 #include <type_traits>
 
 namespace Zv {

@@ -8,9 +8,8 @@
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"
+#include "resmgt/locks/lkDuration.h"
 #include "zvbase/objPtr.h"
-
-#include <chrono>
 
 namespace Zv {
 
@@ -109,9 +108,10 @@ public:
     /// **Throws** `DevMgrEx::ManagerClosed` if it was called before. What devices throw is in the
     /// report.
     [[nodiscard]] virtual DevMgrCloseReport close(double seconds) = 0;
-    [[nodiscard]] DevMgrCloseReport close(std::chrono::duration<double> limit)
+    template <LkDuration Limit>
+    [[nodiscard]] DevMgrCloseReport close(Limit const &limit)
     {
-        return close(limit.count());
+        return close(Detail::countSeconds(limit));
     }
 
 protected:

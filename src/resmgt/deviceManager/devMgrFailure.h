@@ -6,7 +6,7 @@
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/smartPtrs/rcBase.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <exception>
 #include <iosfwd>

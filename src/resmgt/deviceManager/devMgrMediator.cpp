@@ -5,6 +5,7 @@
 #include "resmgt/deviceManager/devMgrFifo.private.h"
 #include "resmgt/deviceManager/devRegistry.h"
 #include "resmgt/locks/lkGuard.h"
+#include "zvbase/containers.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 #include "zvbase/platform/interlocked.h"
@@ -95,9 +96,13 @@ DevMgrCloseReport::Device finish(DevMgrDevice &device, DevMgrDevice::State state
 
 } // namespace
 
+struct DevMgrMediator::PrtclMap : HashMap<LiString, Entry>
+{};
+
 DevMgrMediator::DevMgrMediator()
     : _configLock("DevMgrMediator ConfigLock"),
       _prtclMapLock("DevMgrMediator MapLock"),
+      _prtclMap(new PrtclMap),
       _progress(new DevMgrProgress),
       _fifo(new DevMgrFifo(FIFO_CAPACITY))
 {
@@ -114,14 +119,14 @@ DevMgrMediator::~DevMgrMediator() noexcept(false)
         static_cast<void>(_thread.release());
         for (auto const &device : _devices)
             DevMgrLeftBehind::keep(device);
-        _prtclMap.clear();
+        _prtclMap->clear();
         _devices.clear();
     }
     ZV_ASSERT_IN_DESTRUCTOR(!isDestroyedOnDevMgrANO);
     FirstFailure failure;
     for (auto device = _devices.rbegin(); device != _devices.rend(); ++device)
         failure.attempt([&device] { (*device)->close(); });
-    _prtclMap.clear(); // before the last reference to a device is released, which may fail
+    _prtclMap->clear(); // before the last reference to a device is released, which may fail
     for (auto device = _devices.rbegin(); device != _devices.rend(); ++device)
         failure.attempt([&device] { (*device)->release(); });
     failure.rethrow();
@@ -159,7 +164,7 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
 
     {
         LkGuard const guard(_prtclMapLock);
-        _prtclMap.clear();
+        _prtclMap->clear();
         _devices.clear();
     }
     for (auto const &device : devices) {
@@ -248,8 +253,8 @@ RCShdPtr<DevMDPrtcl> DevMgrMediator::obtainPrtcl(LiString const &name)
 auto DevMgrMediator::find(LiString const &name) const -> Entry
 {
     LkGuard const guard(_prtclMapLock);
-    auto const entry = _prtclMap.find(name);
-    return entry == _prtclMap.end() ? Entry() : entry->second;
+    auto const entry = _prtclMap->find(name);
+    return entry == _prtclMap->end() ? Entry() : entry->second;
 }
 
 auto DevMgrMediator::get(LiString const &name) const -> Entry
@@ -268,7 +273,7 @@ void DevMgrMediator::add(LiString const &name, Entry const &entry)
     expectNotClosed();
     _devices.push_back(entry.device);
     try {
-        _prtclMap.emplace(name, entry);
+        _prtclMap->emplace(name, entry);
     } catch (...) {
         _devices.pop_back();
         throw;

@@ -7,8 +7,8 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkLock.h"
-#include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <exception>
@@ -90,6 +90,8 @@ private:
         RCShdPtr<DevMgrDevice> device; // null if there is none of the name
     };
 
+    struct PrtclMap; // entries by the name of the device
+
     Entry find(LiString const &name) const;
     Entry get(LiString const &name) const;
     void add(LiString const &name, Entry const &entry);
@@ -98,7 +100,7 @@ private:
     ObjPtr<DevMgrThread> _thread;
     LkLock _configLock;
     LkLock _prtclMapLock; // a leaf. Other threads look for devices while one is being created
-    HashMap<LiString, Entry> _prtclMap ZV_GUARDED_BY(_prtclMapLock);
+    ObjPtr<PrtclMap> const _prtclMap ZV_PT_GUARDED_BY(_prtclMapLock);
     Vector<RCShdPtr<DevMgrDevice>>
         _devices ZV_GUARDED_BY(_prtclMapLock); // the same, in the order in which they were opened
     RCShdPtr<DevMgrProgress> _progress;

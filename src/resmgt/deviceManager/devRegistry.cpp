@@ -2,6 +2,7 @@
 
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "resmgt/locks/lkSingleton.imp.h"
+#include "zvbase/containers.h"
 #include "zvbase/failures.h"
 
 namespace Zv {

@@ -4,11 +4,10 @@
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
-#include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <concepts>
-#include <functional>
 #include <utility>
 
 namespace Zv {
@@ -60,7 +59,7 @@ makeRegistryEntry(LiString const &name, LiString const &description, Maker maker
             : DevRegistryEntry(name, description), _maker(std::move(maker))
         {}
 
-        RCShdPtr<DevMDPrtcl> createPrtcl() override { return std::invoke(_maker, getName()); }
+        RCShdPtr<DevMDPrtcl> createPrtcl() override { return _maker(getName()); }
 
     private:
         Maker _maker;

@@ -7,7 +7,6 @@
 
 #include <concepts>
 #include <exception>
-#include <functional>
 #include <type_traits>
 #include <utility>
 
@@ -176,7 +175,7 @@ class CallableACO final : public DevACO
 public:
     explicit CallableACO(Function function) : _function(std::move(function)) {}
 
-    void performExecute() override { std::invoke(_function); }
+    void performExecute() override { _function(); }
 
 private:
     Function _function;
@@ -191,9 +190,9 @@ public:
     void performExecute() override
     {
         if constexpr (std::invocable<Function &>)
-            std::invoke(_function);
+            _function();
         else
-            std::invoke(_function, static_cast<DevMDStdANO &>(*this));
+            _function(static_cast<DevMDStdANO &>(*this));
     }
 
 private:
@@ -218,7 +217,10 @@ template <DevCompletionFunction Function>
 /// A function that a request can call: it takes no argument, or the request itself.
 template <class Function>
 concept DevMDRequestFunction = std::invocable<Detail::Stored<Function>> ||
-    std::invocable<Detail::Stored<Function>, DevMDStdANO &>;
+    requires(Detail::Stored<Function> function, DevMDStdANO &request)
+{
+    function(request);
+};
 
 /// Returns a request that calls `function` on the thread that executes it:
 ///

@@ -5,13 +5,13 @@
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/export.h"
 #include "resmgt/locks/lkCounter.h"
+#include "resmgt/locks/lkDuration.h"
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/threadExtensions/mtContainer.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
-#include <chrono>
 #include <exception>
 #include <queue>
 
@@ -66,9 +66,10 @@ public:
     [[nodiscard]] bool tryConsume(DevANOQueueEntry &entry);
     /// Like `tryConsume`, but waits up to `seconds` for a request.
     [[nodiscard]] bool timedConsume(DevANOQueueEntry &entry, double seconds);
-    [[nodiscard]] bool timedConsume(DevANOQueueEntry &entry, std::chrono::duration<double> limit)
+    template <LkDuration Limit>
+    [[nodiscard]] bool timedConsume(DevANOQueueEntry &entry, Limit const &limit)
     {
-        return timedConsume(entry, limit.count());
+        return timedConsume(entry, Detail::countSeconds(limit));
     }
 
     /// Closes the queue: destroys what is queued, releases blocked producers, and destroys what is

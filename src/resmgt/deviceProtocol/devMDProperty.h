@@ -11,9 +11,9 @@
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
-#include "zvbase/containers.h"
 #include "zvbase/failures.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <concepts>
 #include <cstdint>

@@ -3,7 +3,7 @@
 
 #include "resmgt/containers/iterator.h"
 #include "resmgt/containers/iteratorSTL.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 namespace Zv::Detail {
 

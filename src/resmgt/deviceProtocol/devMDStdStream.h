@@ -5,7 +5,7 @@
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
 #include "resmgt/deviceProtocol/devMDStream.h"
 #include "resmgt/literals/liString.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <concepts>
 #include <functional>

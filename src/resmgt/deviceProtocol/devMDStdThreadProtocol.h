@@ -3,10 +3,10 @@
 #pragma once
 
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
+#include "resmgt/locks/lkDuration.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "resmgt/threads/mtThread.h"
 
-#include <chrono>
 #include <exception>
 #include <limits>
 
@@ -39,7 +39,11 @@ public:
     virtual bool tryConsume();
     /// Like `tryConsume`, but waits up to `seconds` for a request.
     bool timedConsume(double seconds);
-    bool timedConsume(std::chrono::duration<double> limit) { return timedConsume(limit.count()); }
+    template <LkDuration Limit>
+    bool timedConsume(Limit const &limit)
+    {
+        return timedConsume(Detail::countSeconds(limit));
+    }
 
 private:
     RCShdPtr<DevMDStdFifo> _fifo;

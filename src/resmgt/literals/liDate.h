@@ -8,9 +8,9 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <iosfwd>
 #include <ratio>
+#include <string_view> // std::hash
 
 namespace Zv {
 

@@ -10,10 +10,9 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <iosfwd>
 #include <new>
-#include <string_view>
+#include <string_view> // std::hash
 #include <utility>
 
 namespace Zv {

@@ -4,7 +4,7 @@
 #include "resmgt/locks/lkDuration.h"
 
 #include <cstddef>
-#include <functional>
+#include <string_view> // std::hash
 
 namespace Zv {
 

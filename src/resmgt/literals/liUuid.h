@@ -7,7 +7,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <string_view> // std::hash
 
 namespace Zv {
 

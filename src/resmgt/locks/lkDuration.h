@@ -8,8 +8,8 @@
 
 namespace Zv {
 
-/// An object of `std::chrono::duration`. It is described by its members, so that no header of the
-/// locks has to include `<chrono>`.
+/// An object of `std::chrono::duration`. It is described by its members, so that the headers that
+/// take a duration do not include `<chrono>`, which takes longer to compile than all of theirs.
 ///
 /// Each operation that takes seconds as a `double` takes a duration as well:
 ///
@@ -33,6 +33,14 @@ concept LkDuration = requires(T const &time)
 };
 
 namespace Detail {
+
+/// Returns a duration in seconds, as its conversion to `std::chrono::duration<double>` does.
+template <LkDuration Duration>
+constexpr double countSeconds(Duration const &time) noexcept
+{
+    using Period = std::ratio<Duration::period::num, Duration::period::den>;
+    return static_cast<double>(time.count()) * Period::num / Period::den;
+}
 
 /// Returns the number of units, such as `std::milli`, in a duration. Rounds to the nearest one, a
 /// half away from zero. An integral duration is converted without any loss in between. A duration

@@ -6,7 +6,6 @@
 #include <compare>
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <utility>
 
 namespace Zv {

@@ -4,6 +4,8 @@
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcBasePtr.h"
 
+#include <string_view> // std::hash
+
 namespace Zv {
 
 /// A shared owner of an object, whose class derives from `RCBase`. See `RCBasePtr` for threads and

@@ -5,7 +5,7 @@
 
 #include <compare>
 #include <cstddef>
-#include <functional>
+#include <string_view> // std::hash
 
 namespace Zv {
 

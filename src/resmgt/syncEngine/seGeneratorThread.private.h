@@ -8,8 +8,8 @@
 #include "resmgt/syncEngine/seClientThread.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priority.h"
-#include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>

@@ -7,8 +7,8 @@
 #include "resmgt/locks/lkSingleton.h"
 #include "resmgt/syncEngine/seClientThread.h"
 #include "resmgt/syncEngine/seSourceProtocol.h"
-#include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 #include "zvbase/testAccess.h"
 #include "zvbase/threadAnnotations.h"
 

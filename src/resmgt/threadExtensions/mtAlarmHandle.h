@@ -3,12 +3,12 @@
 
 #include "resmgt/export.h"
 #include "resmgt/locks/lkCounter.h"
+#include "resmgt/locks/lkDuration.h"
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/threadAnnotations.h"
 
-#include <chrono>
 #include <cstddef>
 #include <optional>
 
@@ -40,16 +40,21 @@ public:
     void setAlarmTime(double alarmTime);
     /// Sets the time from the registration to the call, in place of an alarm time.
     void setDuration(double duration);
-    void setDuration(std::chrono::duration<double> duration) { setDuration(duration.count()); }
+    template <LkDuration Duration>
+    void setDuration(Duration const &duration)
+    {
+        setDuration(Detail::countSeconds(duration));
+    }
     /// Sets the time between two calls. If it is 0 or less, or if the callback takes longer, a
     /// repeat is due as soon as the call before it has returned. It then precedes all alarms of
     /// later times. After 1000 such calls in a row, all other alarms that are due get their turn,
     /// so that they are not delayed without end. For an alarm that repeats for long, set a duration
     /// that leaves the thread time for other alarms.
     void setRepeatDuration(double repeatDuration);
-    void setRepeatDuration(std::chrono::duration<double> repeatDuration)
+    template <LkDuration Duration>
+    void setRepeatDuration(Duration const &repeatDuration)
     {
-        setRepeatDuration(repeatDuration.count());
+        setRepeatDuration(Detail::countSeconds(repeatDuration));
     }
     /// Sets how many calls follow the first one. Repeat n is due n - 1 repeat durations after the
     /// time of the first call, even if a call was late. So the first repeat is due together with

@@ -2,11 +2,10 @@
 #pragma once
 
 #include "resmgt/export.h"
+#include "resmgt/locks/lkDuration.h"
 #include "resmgt/locks/lkSingleton.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "resmgt/threadExtensions/mtAlarmHandle.h"
-
-#include <chrono>
 
 namespace Zv {
 
@@ -66,9 +65,10 @@ public:
     virtual double getResolution() const = 0;
     /// Sets the number that `getResolution` returns.
     virtual void setResolution(double resolution) = 0;
-    void setResolution(std::chrono::duration<double> resolution)
+    template <LkDuration Duration>
+    void setResolution(Duration const &resolution)
     {
-        setResolution(resolution.count());
+        setResolution(Detail::countSeconds(resolution));
     }
 
 protected:

@@ -3,7 +3,7 @@
 
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "resmgt/threadExtensions/mtAlarmHandle.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 #include <cstdint>

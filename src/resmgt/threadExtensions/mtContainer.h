@@ -2,13 +2,13 @@
 #pragma once
 
 #include "resmgt/locks/lkCounter.h"
+#include "resmgt/locks/lkDuration.h"
 #include "resmgt/locks/lkMutex.h"
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/threadAnnotations.h"
 
-#include <chrono>
 #include <cstdint>
 
 namespace Zv {
@@ -139,9 +139,10 @@ public:
     /// `element` has the new value and everything else has been done. If the assignment to
     /// `element` throws, the new value is lost.
     [[nodiscard]] bool timedConsume(Element &element, double seconds);
-    [[nodiscard]] bool timedConsume(Element &element, std::chrono::duration<double> time)
+    template <LkDuration Duration>
+    [[nodiscard]] bool timedConsume(Element &element, Duration const &time)
     {
-        return timedConsume(element, time.count());
+        return timedConsume(element, Detail::countSeconds(time));
     }
     /// Like `timedConsume`, but does not wait.
     [[nodiscard]] bool tryConsume(Element &element) { return timedConsume(element, 0.0); }

@@ -1,9 +1,10 @@
 // List that finds its entries in constant time.
 #pragma once
 
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
+#include <unordered_map>
 
 namespace Zv {
 

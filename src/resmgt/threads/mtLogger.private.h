@@ -5,11 +5,11 @@
 #include "resmgt/locks/lkSema.h"
 #include "resmgt/threads/indexedList.private.h"
 #include "resmgt/threads/mtThread.h"
-#include "zvbase/containers.h"
 #include "zvbase/firstFailure.private.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgRegistry.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
 namespace Zv {

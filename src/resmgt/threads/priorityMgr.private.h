@@ -1,7 +1,7 @@
 // Part of the priority graph that tells the nodes their values.
 #pragma once
 
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstdint>
 #include <map>

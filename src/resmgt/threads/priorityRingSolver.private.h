@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/threads/priority.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 #include <cstdint>

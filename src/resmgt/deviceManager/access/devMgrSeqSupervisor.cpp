@@ -6,6 +6,7 @@
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceManager/sequence/devSeqSupervision.private.h"
 #include "resmgt/locks/lkGuard.h"
+#include "zvbase/containers.h"
 #include "zvbase/dotText.private.h"
 #include "zvbase/failures.h"
 
@@ -105,6 +106,11 @@ void DevSeqStatus::dumpDot(std::ostream &stream) const
 }
 
 DevMgrSeqSupervisor::~DevMgrSeqSupervisor() noexcept(false) = default;
+
+DevSeqStatus DevMgrSeqSupervisor::stop(double seconds)
+{
+    return stop(seconds, seconds);
+}
 
 ObjPtrRet<DevMgrSeqSupervisor> DevMgrSeqSupervisor::create(RCShdPtr<DevMgrMediator> const &mediator,
                                                            LiString const &config)

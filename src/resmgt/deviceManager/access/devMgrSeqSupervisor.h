@@ -4,12 +4,12 @@
 #include "resmgt/deviceManager/sequence/devSeqObserver.h"
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
+#include "resmgt/locks/lkDuration.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
-#include "zvbase/containers.h"
 #include "zvbase/dtTime.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 
-#include <chrono>
 #include <cstdint>
 #include <iosfwd>
 
@@ -176,7 +176,7 @@ public:
     /// told.
     virtual DevSeqStatus stop(double seconds, double abortSeconds) = 0;
     /// Calls `stop(seconds, seconds)`, which may take twice the limit.
-    DevSeqStatus stop(double seconds) { return stop(seconds, seconds); }
+    DevSeqStatus stop(double seconds);
     /// Goes over to the abort at once, also if another thread is in `stop`. Blocks for `seconds` at
     /// most. Returns and throws as `stop` does.
     virtual DevSeqStatus abort(double seconds) = 0;
@@ -202,14 +202,31 @@ public:
     virtual void setEndLimit(double seconds) = 0;
 
     /// The same operations with the durations of the standard library.
-    bool waitLocked(std::chrono::duration<double> limit) { return waitLocked(limit.count()); }
-    DevSeqStatus stop(std::chrono::duration<double> limit) { return stop(limit.count()); }
-    DevSeqStatus stop(std::chrono::duration<double> limit, std::chrono::duration<double> abortLimit)
+    template <LkDuration Limit>
+    bool waitLocked(Limit const &limit)
     {
-        return stop(limit.count(), abortLimit.count());
+        return waitLocked(Detail::countSeconds(limit));
     }
-    DevSeqStatus abort(std::chrono::duration<double> limit) { return abort(limit.count()); }
-    bool wait(std::chrono::duration<double> limit) { return wait(limit.count()); }
+    template <LkDuration Limit>
+    DevSeqStatus stop(Limit const &limit)
+    {
+        return stop(Detail::countSeconds(limit));
+    }
+    template <LkDuration Limit, LkDuration AbortLimit>
+    DevSeqStatus stop(Limit const &limit, AbortLimit const &abortLimit)
+    {
+        return stop(Detail::countSeconds(limit), Detail::countSeconds(abortLimit));
+    }
+    template <LkDuration Limit>
+    DevSeqStatus abort(Limit const &limit)
+    {
+        return abort(Detail::countSeconds(limit));
+    }
+    template <LkDuration Limit>
+    bool wait(Limit const &limit)
+    {
+        return wait(Detail::countSeconds(limit));
+    }
 
 protected:
     DevMgrSeqSupervisor() = default;

@@ -5,6 +5,7 @@
 #include "resmgt/deviceManager/devMgrMediator.h"
 #include "resmgt/deviceProtocol/devMDStream.h"
 #include "resmgt/locks/lkGuard.h"
+#include "zvbase/containers.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 

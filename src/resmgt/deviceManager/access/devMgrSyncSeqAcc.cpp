@@ -9,6 +9,7 @@
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/locks/lkGuard.h"
+#include "zvbase/containers.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 

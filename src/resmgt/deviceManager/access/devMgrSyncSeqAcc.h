@@ -6,8 +6,8 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
-#include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <optional>
 

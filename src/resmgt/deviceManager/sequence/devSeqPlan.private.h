@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceManager/sequence/devSeqRecord.private.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -4,8 +4,8 @@
 #include "resmgt/deviceManager/access/devMgrSeqSupervisor.h"
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/literals/liString.h"
-#include "zvbase/containers.h"
 #include "zvbase/dtTime.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -4,6 +4,7 @@
 #include "resmgt/deviceManager/devMgrFifo.private.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkThreadId.h"
+#include "zvbase/containers.h"
 #include "zvbase/dotText.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
@@ -13,6 +14,7 @@
 #include <optional>
 #include <ostream>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 namespace Zv {
@@ -303,9 +305,14 @@ private:
     bool _isCounted = false; // `releaseWaiters` waits for it
 };
 
+// The names are the nodes' own.
+struct DevSeqTree::NodesByName : HashMap<std::string_view, DevSeqTreeNode *>
+{};
+
 DevSeqTree::DevSeqTree()
     : _lock("DevSeqTree"),
       _link(new DevSeqTreeLink(this)),
+      _nodes(new NodesByName),
       _waitersLock("DevSeqTree waiters"),
       _hasLeft("DevSeqTree waiters", 0)
 {
@@ -548,8 +555,8 @@ DevSeqTreeNode &DevSeqTree::find(LiString const &name)
     DevSeqTreeNode &root = getRoot();
     if (!_isIndexed)
         index(root);
-    auto const found = _nodes.find(nameOf(name));
-    if (found == _nodes.end())
+    auto const found = _nodes->find(nameOf(name));
+    if (found == _nodes->end())
         ZV_THROW(DevMgrEx::NameNotFound);
     return *found->second;
 }
@@ -557,14 +564,14 @@ DevSeqTreeNode &DevSeqTree::find(LiString const &name)
 // If several nodes have the same name, the first one in this order is found.
 void DevSeqTree::index(DevSeqTreeNode &root)
 {
-    _nodes.clear();
-    _nodes.emplace(nameOf(root._name), &root);
+    _nodes->clear();
+    _nodes->emplace(nameOf(root._name), &root);
     Vector<DevSeqTreeNode *> toSearch{&root};
     while (!toSearch.empty()) {
         DevSeqTreeNode const &node = *toSearch.back();
         toSearch.pop_back();
         for (RCShdPtr<DevSeqTreeNode> const &child : node._children)
-            _nodes.emplace(nameOf(child->_name), child.get());
+            _nodes->emplace(nameOf(child->_name), child.get());
         for (auto child = node._children.rbegin(); child != node._children.rend(); ++child)
             toSearch.push_back(child->get());
     }

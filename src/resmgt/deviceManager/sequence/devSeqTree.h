@@ -12,14 +12,13 @@
 #include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
-#include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
-#include <string_view>
 
 namespace Zv {
 
@@ -159,6 +158,7 @@ protected:
 
 private:
     class Delivery;
+    struct NodesByName;
     class Replaced;
     class Turn;
     class Waiter;
@@ -176,8 +176,7 @@ private:
     LkLock _lock;
     RCShdPtr<DevSeqTreeNode> _root ZV_GUARDED_BY(_lock);
     RCShdPtr<DevSeqTreeLink> _link;
-    HashMap<std::string_view, DevSeqTreeNode *>
-        _nodes ZV_GUARDED_BY(_lock); // by name; the names are the nodes' own
+    ObjPtr<NodesByName> const _nodes ZV_PT_GUARDED_BY(_lock);
     bool _isIndexed ZV_GUARDED_BY(_lock) = false;
     RCShdPtr<DevSeqObserver> _observer ZV_GUARDED_BY(_lock);
     Replaced *_replaced ZV_GUARDED_BY(_lock) = nullptr; // of the delivery that runs

@@ -11,6 +11,7 @@
 
 #include <iterator>
 #include <string>
+#include <utility>
 
 namespace Zv {
 
@@ -29,6 +30,22 @@ void send(RCShdPtr<DevSeqEvPend> const &pend, std::int32_t event)
 } // namespace
 
 DevSeqEvPend::~DevSeqEvPend() = default;
+
+void DevSeqEvPend::addEvent(std::int32_t event)
+{
+    _events.push_back(event);
+}
+
+void DevSeqEvPend::release()
+{
+    _released = _released || !_events.empty();
+}
+
+Vector<std::int32_t> DevSeqEvPend::take()
+{
+    _released = false;
+    return std::exchange(_events, {});
+}
 
 DevSeqTreeNodeUtil::DevSeqTreeNodeUtil(LiString const &name)
     : _name(name),

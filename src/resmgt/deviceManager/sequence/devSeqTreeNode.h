@@ -12,15 +12,14 @@
 #include "resmgt/locks/lkSingleton.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
-#include "zvbase/containers.h"
 #include "zvbase/dtTime.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <optional>
-#include <utility>
 
 namespace Zv {
 
@@ -75,16 +74,12 @@ class ZVRESMGT_EXPORT DevSeqEvPend : public RCBase<LkCounter<long>>
 {
 public:
     /// Appends an event.
-    void addEvent(std::int32_t event) { _events.push_back(event); }
+    void addEvent(std::int32_t event);
     /// Releases the events in the queue. Does nothing if the queue is empty.
-    void release() { _released = _released || !_events.empty(); }
+    void release();
     bool isReleased() const { return _released; }
     /// Removes all events and returns them, the oldest first. The queue is not released afterwards.
-    Vector<std::int32_t> take()
-    {
-        _released = false;
-        return std::exchange(_events, {});
-    }
+    Vector<std::int32_t> take();
 
 protected:
     ~DevSeqEvPend() override;

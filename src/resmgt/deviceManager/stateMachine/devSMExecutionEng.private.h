@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceManager/stateMachine/devSMExecutionEng.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 #include <cstdint>

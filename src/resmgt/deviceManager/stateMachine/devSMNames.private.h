@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/literals/liString.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <ostream>
 

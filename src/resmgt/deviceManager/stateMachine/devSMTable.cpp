@@ -160,6 +160,21 @@ std::int32_t DevSMTable::getTransition(LiString const &name) const
     return number;
 }
 
+Vector<LiString> DevSMTable::getPrimaryTransitions() const
+{
+    return _primaryTransitionVector;
+}
+
+Vector<LiString> DevSMTable::getAuxiliaryTransitions() const
+{
+    return _auxiliaryVector;
+}
+
+auto DevSMTable::getConditionalTransitions() const -> Vector<ConditionalTransitionDesc>
+{
+    return _conditionalDescs;
+}
+
 void DevSMTable::dump(std::ostream &stream) const
 {
     dumpNumbered(stream, " states:", _s);

@@ -4,7 +4,7 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/smartPtrs/rcBase.h"
-#include "zvbase/containers.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -93,12 +93,9 @@ public:
     std::int32_t getEvent(LiString const &name) const;
     std::int32_t getTransition(LiString const &name) const;
 
-    Vector<LiString> getPrimaryTransitions() const { return _primaryTransitionVector; }
-    Vector<LiString> getAuxiliaryTransitions() const { return _auxiliaryVector; }
-    Vector<ConditionalTransitionDesc> getConditionalTransitions() const
-    {
-        return _conditionalDescs;
-    }
+    Vector<LiString> getPrimaryTransitions() const;
+    Vector<LiString> getAuxiliaryTransitions() const;
+    Vector<ConditionalTransitionDesc> getConditionalTransitions() const;
 
     /// Writes the lists and then the matrices as readable text. An empty list is an empty line.
     void dump(std::ostream &stream) const;

@@ -2,6 +2,7 @@
 
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "resmgt/deviceManager/stateMachine/devSMNames.private.h"
+#include "zvbase/containers.h"
 #include "zvbase/failures.h"
 
 #include <algorithm>
@@ -45,8 +46,26 @@ private:
 
 } // namespace
 
+// By state and transition.
+struct DevSMTableBuilder::FiringEvents : HashMap<LiString, LiString>
+{};
+
+struct DevSMTableBuilder::Tables
+{
+    Vector<LiString> const &getTransitions(LiString const &key) const
+    {
+        auto const setTblIter = _setTbl.find(key);
+        ZV_ASSERT(setTblIter != _setTbl.end());
+        return setTblIter->second;
+    }
+
+    HashMap<LiString, Vector<LiString>> _setTbl; // transitions by state and event
+    HashMap<LiString, LiString> _stsTbl;         // next states by state and transition
+};
+
 DevSMTableBuilder::DevSMTableBuilder()
-    : _illegal("_ill"),
+    : _tables(new Tables),
+      _illegal("_ill"),
       _exception("_exc"),
       _noException("_noexc"),
       _exceptionCheck("_exchk"),
@@ -77,32 +96,30 @@ void DevSMTableBuilder::addTransition(LiString const &name)
 void DevSMTableBuilder::addTransitionForEvent(LiString const &state, LiString const &event,
                                               LiString const &transition)
 {
-    _setTbl[key(state, event)].push_back(transition);
+    _tables->_setTbl[key(state, event)].push_back(transition);
 }
 
 void DevSMTableBuilder::setNextState(LiString const &state, LiString const &transition,
                                      LiString const &next)
 {
-    _stsTbl[key(state, transition)] = next;
+    _tables->_stsTbl[key(state, transition)] = next;
 }
 
 bool DevSMTableBuilder::isAssociatedStateEvent(LiString const &state, LiString const &event) const
 {
-    return _setTbl.contains(key(state, event));
+    return _tables->_setTbl.contains(key(state, event));
 }
 
 bool DevSMTableBuilder::isAssociatedStateTransition(LiString const &state,
                                                     LiString const &transition) const
 {
-    return _stsTbl.contains(key(state, transition));
+    return _tables->_stsTbl.contains(key(state, transition));
 }
 
 Vector<LiString> DevSMTableBuilder::getTransitions(LiString const &state,
                                                    LiString const &event) const
 {
-    auto const setTblIter = _setTbl.find(key(state, event));
-    ZV_ASSERT(setTblIter != _setTbl.end());
-    return setTblIter->second;
+    return _tables->getTransitions(key(state, event));
 }
 
 LiString DevSMTableBuilder::getState(LiString const &state, LiString const &transition) const
@@ -115,7 +132,7 @@ LiString DevSMTableBuilder::replaceNextState(LiString const &state, LiString con
                                              LiString const &next)
 {
     ZV_ASSERT(isAssociatedStateTransition(state, transition));
-    return std::exchange(_stsTbl[key(state, transition)], next);
+    return std::exchange(_tables->_stsTbl[key(state, transition)], next);
 }
 
 void DevSMTableBuilder::expand()
@@ -146,13 +163,14 @@ RCShdPtr<DevSMTable> DevSMTableBuilder::createTable() const
     for (LiString const &s : sm._states) {
         Vector<std::int32_t> &fired = stateEventTable.emplace_back();
         for (LiString const &e : sm._events) {
-            auto const entry = sm._setTbl.find(sm.key(s, e));
-            fired.push_back(entry == sm._setTbl.end() ? -1 : transitions[entry->second.front()]);
+            auto const entry = sm._tables->_setTbl.find(sm.key(s, e));
+            fired.push_back(
+                entry == sm._tables->_setTbl.end() ? -1 : transitions[entry->second.front()]);
         }
         Vector<std::int32_t> &next = stateTransitionTable.emplace_back();
         for (LiString const &t : sm._transitions) {
-            auto const entry = sm._stsTbl.find(sm.key(s, t));
-            next.push_back(entry == sm._stsTbl.end() ? -1 : states[entry->second]);
+            auto const entry = sm._tables->_stsTbl.find(sm.key(s, t));
+            next.push_back(entry == sm._tables->_stsTbl.end() ? -1 : states[entry->second]);
         }
     }
     return RCShdPtr<DevSMTable>(new DevSMTable(
@@ -187,16 +205,16 @@ bool DevSMTableBuilder::isTransition(LiString const &name) const
 
 LiString DevSMTableBuilder::findNextState(LiString const &state, LiString const &transition) const
 {
-    auto const entry = _stsTbl.find(key(state, transition));
-    return entry == _stsTbl.end() ? LiString() : entry->second;
+    auto const entry = _tables->_stsTbl.find(key(state, transition));
+    return entry == _tables->_stsTbl.end() ? LiString() : entry->second;
 }
 
 void DevSMTableBuilder::expandConditionals(DevSMTableBuilder *sm) const
 {
     for (LiString const &s : _states)
         for (LiString const &e : _events) {
-            auto const entry = _setTbl.find(key(s, e));
-            if (entry == _setTbl.end())
+            auto const entry = _tables->_setTbl.find(key(s, e));
+            if (entry == _tables->_setTbl.end())
                 continue;
             if (entry->second.size() >= 2)
                 expandChoice(sm, s, e, entry->second);
@@ -249,9 +267,9 @@ void DevSMTableBuilder::expandExceptionChecks()
     wireCheckStates(addCheckStates());
 }
 
-HashMap<LiString, LiString> DevSMTableBuilder::addCheckStates()
+auto DevSMTableBuilder::addCheckStates() -> FiringEvents
 {
-    HashMap<LiString, LiString> firing;
+    FiringEvents firing;
     Vector<LiString> const states = _states;
     for (LiString const &s : states)
         for (LiString const &e : _events) {
@@ -271,7 +289,7 @@ HashMap<LiString, LiString> DevSMTableBuilder::addCheckStates()
 
 // The transitions of the checking states are not in the list yet, so they are not checked
 // themselves.
-void DevSMTableBuilder::wireCheckStates(HashMap<LiString, LiString> const &firing)
+void DevSMTableBuilder::wireCheckStates(FiringEvents const &firing)
 {
     for (LiString const &s : _states)
         for (LiString const &t : _transitions) {

@@ -5,8 +5,8 @@
 #include "resmgt/export.h"
 #include "resmgt/literals/liString.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
-#include "zvbase/containers.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/sequenceContainers.h"
 
 #include <iosfwd>
 
@@ -92,6 +92,8 @@ public:
 
 private:
     using ConditionalTransitionDesc = DevSMTable::ConditionalTransitionDesc;
+    struct FiringEvents;
+    struct Tables;
 
     LiString key(LiString const &first, LiString const &second) const;
     LiString exchkName(LiString const &state, LiString const &event,
@@ -105,8 +107,8 @@ private:
     void expandSingle(DevSMTableBuilder *sm, LiString const &s, LiString const &e,
                       Vector<LiString> const &tv) const;
     void expandExceptionChecks();
-    HashMap<LiString, LiString> addCheckStates();
-    void wireCheckStates(HashMap<LiString, LiString> const &firing);
+    FiringEvents addCheckStates();
+    void wireCheckStates(FiringEvents const &firing);
     void addExceptionHandling();
     void expandIllegals(Vector<LiString> const &states, Vector<LiString> const &events);
 
@@ -117,8 +119,7 @@ private:
     Vector<LiString> _states;
     Vector<LiString> _events;
     Vector<LiString> _transitions;
-    HashMap<LiString, Vector<LiString>> _setTbl;
-    HashMap<LiString, LiString> _stsTbl;
+    ObjPtr<Tables> _tables;
     ObjPtr<DevSMTableBuilder> _expanded;
     bool _isExpanded = false;
     LiString _illegal;
