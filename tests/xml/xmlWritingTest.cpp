@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <memory>
 #include <streambuf>
+#include <utility>
 
 namespace ZvTest {
 namespace {
@@ -93,6 +94,28 @@ TEST_F(XmlStreamerTest, AttributesAreEscaped)
         a.addAttribute("f", (some + "<").c_str());
         EXPECT_EQ(written(), "f=\"" + some + "&lt;\" ");
     }
+}
+
+TEST(XmlDocument, ASpecialByteIsEscapedAtAnyPlaceOfAValueOfAnyLength)
+{
+    std::pair<char, char const *> const references[] = {
+        {'"', "&quot;"}, {'&', "&amp;"}, {'\'', "&apos;"}, {'<', "&lt;"}, {'>', "&gt;"}};
+    for (std::size_t length = 1; length != 40; ++length)
+        for (std::size_t place = 0; place != length; ++place)
+            for (auto const &[special, reference] : references) {
+                std::string const before(place, '%');
+                std::string const after(length - place - 1, '?');
+                ObjPtr<XmlElement> root(new XmlElement("a"));
+                root->setAttribute("b", (before + special + after).c_str());
+                XmlDocument document(false);
+                document.setRoot(root);
+                std::ostringstream stream;
+                stream << document;
+                ASSERT_EQ(stream.str(),
+                          "<!DOCTYPE a>\n<a b=\"" + before + reference + after + "\" />\n");
+                XmlDocument const again(stream.str().c_str());
+                ASSERT_EQ(bytesOf(again.getRoot()->getAttribute("b")), before + special + after);
+            }
 }
 
 TEST_F(XmlStreamerTest, NumbersHaveTheFormatOfTheStream)

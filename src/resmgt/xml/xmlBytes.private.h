@@ -1,6 +1,7 @@
 // Classes of the bytes of XML text, and searches for the end of a run of them.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -118,10 +119,16 @@ public:
         : _bytes(_mm_loadu_si128(reinterpret_cast<__m128i const *>(bytes)))
     {}
 
-    void store(char *target) const
+    /// Returns the bytes at both ends of a text, which may overlap, and zero bytes.
+    template <class Word>
+    static Sixteen ends(std::string_view text)
     {
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(target), _bytes);
+        Word first, last;
+        std::memcpy(&first, text.data(), sizeof(Word));
+        std::memcpy(&last, text.data() + text.size() - sizeof(Word), sizeof(Word));
+        return Sixteen(_mm_set_epi64x(static_cast<long long>(first), static_cast<long long>(last)));
     }
+
     /// Each of the following returns a number with a bit for each byte, the lowest for the first.
     unsigned endsOfText() const
     {
@@ -132,6 +139,8 @@ public:
     unsigned specials() const { return bits(anySpecial()); }
 
 private:
+    explicit Sixteen(__m128i bytes) : _bytes(bytes) {}
+
     __m128i equal(char c, char ignored = 0) const
     {
         return _mm_cmpeq_epi8(_mm_or_si128(_bytes, _mm_set1_epi8(ignored)), _mm_set1_epi8(c));
@@ -207,6 +216,54 @@ inline bool equal(std::string_view a, std::string_view b)
     if (size >= 2)
         return equalEnds(std::uint16_t{});
     return size == 0 || a[0] == b[0];
+}
+
+/// Copies a text. Most are short.
+inline void copy(char *target, std::string_view text)
+{
+    std::size_t const size = text.size();
+    auto const copyEnds = [&]<class Word>(Word) { // the two ends may overlap
+        Word first, last;
+        std::memcpy(&first, text.data(), sizeof(Word));
+        std::memcpy(&last, text.data() + size - sizeof(Word), sizeof(Word));
+        std::memcpy(target, &first, sizeof(Word));
+        std::memcpy(target + size - sizeof(Word), &last, sizeof(Word));
+    };
+    if (size > 16)
+        std::memcpy(target, text.data(), size);
+    else if (size >= 8)
+        copyEnds(std::uint64_t{});
+    else if (size >= 4)
+        copyEnds(std::uint32_t{});
+    else if (size >= 2)
+        copyEnds(std::uint16_t{});
+    else if (size == 1)
+        *target = text.front();
+}
+
+inline bool isSpecial(char c)
+{
+    return c != '\0' && !is(c, VALUE);
+}
+
+/// Returns whether a text has one of the five bytes that are written as references.
+inline bool hasSpecial(std::string_view text)
+{
+#ifdef __SSE2__
+    char const * const bytes = text.data();
+    std::size_t const size = text.size();
+    if (size > 16) {
+        unsigned specials = Sixteen(bytes + size - 16).specials();
+        for (std::size_t i = 0; i + 16 < size; i += 16)
+            specials |= Sixteen(bytes + i).specials();
+        return specials != 0;
+    }
+    if (size >= 8)
+        return Sixteen::ends<std::uint64_t>(text).specials() != 0;
+    if (size >= 4)
+        return Sixteen::ends<std::uint32_t>(text).specials() != 0;
+#endif
+    return std::any_of(text.begin(), text.end(), isSpecial);
 }
 
 /// One byte of each value.

@@ -2,11 +2,12 @@
 #pragma once
 
 #include "resmgt/literals/liString.h"
+#include "resmgt/xml/xmlBytes.private.h"
 
 #include <algorithm>
 #include <array>
+#include <concepts>
 #include <cstddef>
-#include <cstring>
 #include <ostream>
 #include <string_view>
 
@@ -25,46 +26,32 @@ public:
     /// Returns the bytes of a name up to its first zero byte.
     static std::string_view bytesOf(LiString const &name) { return name.getChars(); }
 
-    void add(std::string_view bytes)
+    /// Adds texts, one behind the other.
+    template <std::convertible_to<std::string_view>... Texts>
+    void add(Texts const &...texts)
     {
-        if (bytes.size() > SIZE - _used) {
-            write();
-            if (bytes.size() > SIZE) {
-                _stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-                return;
-            }
-        }
-        std::memcpy(_bytes.data() + _used, bytes.data(), bytes.size());
-        _used += bytes.size();
+        if ((std::string_view(texts).size() + ...) > SIZE - _used) [[unlikely]]
+            return (addAcross(texts), ...);
+        char *end = _bytes.data() + _used;
+        ((XmlBytes::copy(end, texts), end += std::string_view(texts).size()), ...);
+        _used = static_cast<std::size_t>(end - _bytes.data());
     }
 
     /// Adds a start tag without its end. Attributes may follow.
-    void addStart(std::string_view name)
-    {
-        add("<");
-        add(name);
-        add(" ");
-    }
+    void addStart(std::string_view name) { add("<", name, " "); }
     void addAttribute(std::string_view name, std::string_view value)
     {
+        if (!XmlBytes::hasSpecial(value))
+            return add(name, "=\"", value, "\" ");
         addStartOfAttribute(name);
         addEscaped(value);
         add("\" ");
     }
     /// Adds an attribute up to the quote before its value.
-    void addStartOfAttribute(std::string_view name)
-    {
-        add(name);
-        add("=\"");
-    }
+    void addStartOfAttribute(std::string_view name) { add(name, "=\""); }
     /// Adds the end of a start tag.
     void addContent() { add(">\n"); }
-    void addEnd(std::string_view name)
-    {
-        add("</");
-        add(name);
-        add(">\n");
-    }
+    void addEnd(std::string_view name) { add("</", name, ">\n"); }
     /// Adds the end of an element without content.
     void addEmptyEnd() { add("/>\n"); }
 
@@ -76,19 +63,21 @@ public:
     }
 
 private:
-    static constexpr auto SPECIAL = [] {
-        std::array<bool, 256> table{};
-        for (unsigned char const c : {'"', '&', '\'', '<', '>'})
-            table[c] = true;
-        return table;
-    }();
-
+    /// Adds a text that may have to be written in several pieces.
+    void addAcross(std::string_view text)
+    {
+        if (text.size() > SIZE - _used)
+            write();
+        if (text.size() > SIZE)
+            _stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+        else
+            add(text);
+    }
     /// Adds a text. The five special bytes become references.
     void addEscaped(std::string_view text)
     {
-        auto const isSpecial = [](char c) { return SPECIAL[static_cast<unsigned char>(c)]; };
         for (;;) {
-            auto const special = std::find_if(text.begin(), text.end(), isSpecial);
+            auto const special = std::find_if(text.begin(), text.end(), XmlBytes::isSpecial);
             auto const length = static_cast<std::size_t>(special - text.begin());
             add(text.substr(0, length));
             if (length == text.size())
