@@ -530,7 +530,9 @@ void DevSeqTree::walk(DevSeqTreeNode &root, Enter enter, Leave leave)
 
 void DevSeqTree::deliver(Turn &turn, DevSeqTreeNode &node, std::int32_t event)
 {
+    constexpr std::size_t USUAL_DEPTH = 8; // of events that follow from another one
     Vector<Delivery> deliveries;
+    deliveries.reserve(USUAL_DEPTH);
     Delivery::Next next{&node, event};
     for (;;) {
         if (next.node) {
