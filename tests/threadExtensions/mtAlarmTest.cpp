@@ -488,6 +488,28 @@ TEST_F(MtAlarmManagerTest, TheThreadSleepsAsLongAsNothingIsDue)
     EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 4);
 }
 
+TEST_F(MtAlarmManagerTest, AlarmsThatAreWithdrawnInTimeDoNotWakeTheThreadEach)
+{
+    Alarm const late = add("late", 100.0);
+    VirtualTime::awaitAsleep();
+    manager().deregisterAlarm(add("first limit", 1.0));
+    VirtualTime::awaitAsleep();
+    int const nbSleeps = VirtualTime::getNbSleeps();
+    EXPECT_NEAR(_start + 1.0, VirtualTime::getFirstDeadline(), 1e-6);
+    for (int i = 0; i != 50; ++i)
+        manager().deregisterAlarm(add("next limit", 1.0 + i));
+    VirtualTime::awaitAsleep();
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps);
+    passTo(1.0); // the thread looks once, and does not come back to that time
+    EXPECT_EQ(VirtualTime::getNbSleeps(), nbSleeps + 1);
+    EXPECT_NEAR(_start + 100.0, VirtualTime::getFirstDeadline(), 1e-6);
+    Alarm const early = add("early", 1.5);
+    VirtualTime::awaitAsleep();
+    EXPECT_NEAR(_start + 1.5, VirtualTime::getFirstDeadline(), 1e-6);
+    passTo(1.5);
+    EXPECT_EQ(_record.getText(), "early;");
+}
+
 TEST_F(MtAlarmManagerTest, ARestBelowTheWaitsUnitIsSleptThrough)
 {
     int const nbSleeps = VirtualTime::getNbSleeps();

@@ -10,6 +10,7 @@
 #include "zvbase/threadAnnotations.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 
 namespace Zv {
@@ -106,6 +107,8 @@ private:
     LkLock _lock;
     // State of the manager, under its lock.
     std::size_t _position = NOWHERE; // in the manager's queue
+    RCShdPtr<MtAlarmHandle> _queued; // the queue's reference to this handle, while it is there
+    std::uint64_t _number = 0;       // of its addition to the queue
     unsigned _nbDeregistering = 0;   // number of threads that wait for the end of a call
 };
 

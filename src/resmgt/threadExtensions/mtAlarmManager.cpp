@@ -28,6 +28,7 @@ constexpr double SHORTEST_WAIT = 0.001;
 /// The number of calls in a row of an alarm whose time does not advance, such as one with a repeat
 /// duration of 0. After them, all other alarms that are due get their turn.
 constexpr unsigned LONGEST_ROW = 1000;
+constexpr double NEVER = std::numeric_limits<double>::infinity();
 
 double getTime()
 {
@@ -136,6 +137,7 @@ void MtAlarmManagerImp::insert(RCShdPtr<MtAlarmHandle> alarm, double time)
     if (time >= _wakeTime)
         return; // the thread looks again before that
     _wakeTime = AWAKE;
+    _awaitedTime = time;
     _waitPulse.pulse();
 }
 
@@ -230,12 +232,16 @@ void MtAlarmManagerImp::waitForAlarm()
 {
     if (_stop)
         return;
-    if (_alarms.isEmpty()) {
-        _wakeTime = std::numeric_limits<double>::infinity();
+    double const now = getTime();
+    _wakeTime = _alarms.isEmpty() ? NEVER : _alarms.getFrontTime();
+    // If the alarm that woke the thread is gone already, the next one often has a similar time, as
+    // the limits of operations that end before them. The thread is not woken for each of them.
+    if (_awaitedTime > now && !(_wakeTime <= _awaitedTime))
+        _wakeTime = _awaitedTime;
+    if (_wakeTime == NEVER) {
         _waitPulse.waitNextPulse(_lock);
     } else {
-        _wakeTime = _alarms.getFrontTime();
-        double const remaining = _wakeTime - getTime();
+        double const remaining = _wakeTime - now;
         if (!(NEGLIGIBLE > remaining))
             static_cast<void>(
                 _waitPulse.timedWaitNextPulse(_lock, std::max(remaining, SHORTEST_WAIT)));

@@ -57,8 +57,9 @@ private:
     void dismissAlarms();
 
     MtAlarmQueue _alarms ZV_GUARDED_BY(_lock);
-    double _now = 0;                               // for the manager's thread only
-    double _wakeTime ZV_GUARDED_BY(_lock) = AWAKE; // when the manager's thread looks again
+    double _now = 0;                                  // for the manager's thread only
+    double _wakeTime ZV_GUARDED_BY(_lock) = AWAKE;    // when the manager's thread looks again
+    double _awaitedTime ZV_GUARDED_BY(_lock) = AWAKE; // of the alarm that woke the thread last
     LkPulse _waitPulse;
     LkPulse _deregPulse;
     LkMutex _lock;

@@ -12,7 +12,7 @@ constexpr std::size_t NB_CHILDREN = 4;
 
 } // namespace
 
-bool MtAlarmQueue::Entry::isBefore(Entry const &other) const
+bool MtAlarmQueue::Entry::isBefore(Entry other) const
 {
     if (time < other.time)
         return true;
@@ -20,25 +20,32 @@ bool MtAlarmQueue::Entry::isBefore(Entry const &other) const
         return false;
     if (time != other.time && std::isnan(time) != std::isnan(other.time))
         return std::isnan(other.time);
-    return number > other.number;
+    return handle->_number > other.handle->_number;
 }
 
 bool MtAlarmQueue::contains(MtAlarmHandle const &handle) const
 {
-    return handle._position < _entries.size() && _entries[handle._position].handle.get() == &handle;
+    return handle._position < _entries.size() && _entries[handle._position].handle == &handle;
 }
 
-void MtAlarmQueue::reserve(std::size_t nb)
+MtAlarmQueue::~MtAlarmQueue()
 {
-    if (_entries.capacity() - _entries.size() < nb)
-        _entries.reserve(std::max(2 * _entries.capacity(), _entries.size() + nb));
+    while (!isEmpty())
+        takeFront();
+}
+
+void MtAlarmQueue::grow(std::size_t nb)
+{
+    _entries.reserve(std::max(2 * _entries.capacity(), _entries.size() + nb));
 }
 
 void MtAlarmQueue::add(RCShdPtr<MtAlarmHandle> handle, double time)
 {
-    std::size_t const last = _entries.size();
-    _entries.emplace_back();
-    settle(last, Entry{time, ++_nbAdded, std::move(handle)});
+    MtAlarmHandle &added = *handle;
+    _entries.push_back({time, &added});
+    added._number = ++_nbAdded;
+    added._queued = std::move(handle);
+    settle(_entries.size() - 1, {time, &added});
 }
 
 RCShdPtr<MtAlarmHandle> MtAlarmQueue::takeFront()
@@ -51,13 +58,13 @@ RCShdPtr<MtAlarmHandle> MtAlarmQueue::take(MtAlarmHandle const &handle)
     if (!contains(handle))
         return nullptr;
     std::size_t const hole = handle._position;
-    RCShdPtr<MtAlarmHandle> taken(std::move(_entries[hole].handle));
-    taken->_position = MtAlarmHandle::NOWHERE;
-    Entry last(std::move(_entries.back()));
+    MtAlarmHandle &taken = *_entries[hole].handle;
+    taken._position = MtAlarmHandle::NOWHERE;
+    Entry const last = _entries.back();
     _entries.pop_back();
     if (hole < _entries.size())
-        settle(hole, std::move(last));
-    return taken;
+        settle(hole, last);
+    return std::move(taken._queued);
 }
 
 /// Stores an entry at its place in the order, starting from a free place: upwards, or else
@@ -65,18 +72,18 @@ RCShdPtr<MtAlarmHandle> MtAlarmQueue::take(MtAlarmHandle const &handle)
 void MtAlarmQueue::settle(std::size_t free, Entry entry)
 {
     std::size_t const place = rise(free, entry);
-    put(place == free ? sink(free, entry) : place, std::move(entry));
+    put(place == free ? sink(free, entry) : place, entry);
 }
 
 /// Moves entries above the free place that are later than `entry` down. Returns the place that is
 /// free then.
-std::size_t MtAlarmQueue::rise(std::size_t free, Entry const &entry)
+std::size_t MtAlarmQueue::rise(std::size_t free, Entry entry)
 {
     while (free > 0) {
         std::size_t const parent = (free - 1) / NB_CHILDREN;
         if (!entry.isBefore(_entries[parent]))
             break;
-        put(free, std::move(_entries[parent]));
+        put(free, _entries[parent]);
         free = parent;
     }
     return free;
@@ -84,7 +91,7 @@ std::size_t MtAlarmQueue::rise(std::size_t free, Entry const &entry)
 
 /// Moves entries below the free place that are earlier than `entry` up. Returns the place that is
 /// free then.
-std::size_t MtAlarmQueue::sink(std::size_t free, Entry const &entry)
+std::size_t MtAlarmQueue::sink(std::size_t free, Entry entry)
 {
     for (;;) {
         std::size_t const first = NB_CHILDREN * free + 1;
@@ -97,7 +104,7 @@ std::size_t MtAlarmQueue::sink(std::size_t free, Entry const &entry)
                 earliest = child;
         if (!_entries[earliest].isBefore(entry))
             return free;
-        put(free, std::move(_entries[earliest]));
+        put(free, _entries[earliest]);
         free = earliest;
     }
 }
@@ -105,7 +112,7 @@ std::size_t MtAlarmQueue::sink(std::size_t free, Entry const &entry)
 void MtAlarmQueue::put(std::size_t place, Entry entry)
 {
     entry.handle->_position = place;
-    _entries[place] = std::move(entry);
+    _entries[place] = entry;
 }
 
 } // namespace Zv
