@@ -391,8 +391,14 @@ void Client::close()
         std::any_of(_status.devices.begin(), _status.devices.end(), [](auto const &device) {
             return device.end == End::NO_ANSWER || !device.call.isEmpty();
         });
-    if (!_hasLeftBehind)
-        _stage.release();
+    if (_hasLeftBehind)
+        return;
+    _stage.release();
+    if (_job->card) {
+        _errands.begin([job = _job] { job->card->close(); });
+        settleErrand(limit);
+        _hasLeftBehind = _errands.hasLeftBehind();
+    }
 }
 
 void Client::followStates()
@@ -447,7 +453,7 @@ void Client::showReadProgress()
 {
     _shownAt = now();
     _position = _reading.position;
-    _display.progress(_reading.position, _reading.place, _reading.peak);
+    _display.progress(_reading.position, _reading.place, _reading.peak, _job->card.get());
 }
 
 void Client::showEnds()
@@ -573,6 +579,8 @@ void Client::findCulprit()
 
 std::string Client::describeOutput() const
 {
+    if (_job->card)
+        return _isComplete ? "all was played" : "not all was played";
     return _job->output + (_isComplete ? " is complete" : " was not written");
 }
 
@@ -592,13 +600,17 @@ void Client::showResult()
             auto const figures = metronome.getFigures();
             _display.beats(shorten(name, LONGEST_NAME), &figures);
         }
+    if (_job->card)
+        _display.card(*_job->card);
     if (_job->show.memory)
         _display.memory(*_job->show.memory, _job->memoryFigures.get());
     followCues();
     for (auto const &cue : _job->cues.getOthers())
         _display.line("  " + _job->timeline->getTimecode(cue.frame) + "  " + cue.text +
                       " was not reached");
-    _display.line("recorded " + _display.toPosition(_position) + " in " + _job->output);
+    _display.line(_job->card
+                      ? "played " + _display.toPosition(_position) + " to " + _job->card->getName()
+                      : "recorded " + _display.toPosition(_position) + " in " + _job->output);
     if (!_job->picture.empty())
         _display.line("its waveform is " + _job->picture);
 }

@@ -68,10 +68,14 @@ std::string Display::toPosition(double seconds) const
                      : format("%.2f s", seconds);
 }
 
-void Display::progress(double position, double place, double peak)
+void Display::progress(double position, double place, double peak, SoundCard const *card)
 {
-    std::string const figures = format(_timeline ? "  %s" : "%10s", toPosition(position).c_str()) +
-                                (peak < 0 ? "" : format("   peak %s", toDecibels(peak).c_str()));
+    std::string figures = format(_timeline ? "  %s" : "%10s", toPosition(position).c_str()) +
+                          (peak < 0 ? "" : format("   peak %s", toDecibels(peak).c_str()));
+    if (card)
+        figures += format("   underruns %lld   late %lld",
+                          static_cast<long long>(card->getFigures().underruns),
+                          static_cast<long long>(card->getFigures().late));
     double const share = _length > 0 ? std::min(place / _length, 1.0) : 0;
     int const percent = static_cast<int>(share * 100);
     if (_isTerminal) {
@@ -112,6 +116,17 @@ void Display::beats(std::string const &name, Metronome::Figures const *figures)
         line(format("  %-10s %8ld %17ld", name.c_str(), figures->beats, figures->late));
     else
         line(format("  %-10s %8s %17s", name.c_str(), "beats", "late beats"));
+}
+
+void Display::card(SoundCard &card)
+{
+    auto const figures = card.getFigures();
+    line(format("  %-10s %12s %10s %13s %14s", "sound card", "samples", "underruns", "silence",
+                "late periods"));
+    line(format("  %-10s %12lld %10lld %10.3f ms %14lld", card.getName(),
+                static_cast<long long>(figures.samples), static_cast<long long>(figures.underruns),
+                1000.0 * static_cast<double>(figures.silence) / card.getSampleRate(),
+                static_cast<long long>(figures.late)));
 }
 
 void Display::memory(ShowMemory const &show, MemoryFigures::Figures const &figures)

@@ -30,8 +30,9 @@ public:
     /// Shows the text as one line. `toShownText` replaces its control characters.
     void line(std::string const &text);
     /// Shows the progress. `position` is how much was played and `place` the place in the clips,
-    /// both in seconds. `peak` has full scale 1.0, and is negative if it is not measured.
-    void progress(double position, double place, double peak);
+    /// both in seconds. `peak` has full scale 1.0, and is negative if it is not measured. `card` is
+    /// null if there is no sound card.
+    void progress(double position, double place, double peak, SoundCard const *card);
     /// Ends the bar and leaves it on the terminal.
     void endProgress();
     /// Shows the text like `line`, but at most once for each text.
@@ -46,6 +47,8 @@ public:
     void end(std::string const &name, DeviceEnd const *end);
     /// Shows the beats of a device. If `figures` is null, shows the head of the table.
     void beats(std::string const &name, Metronome::Figures const *figures);
+    /// Shows the figures of the sound card.
+    void card(SoundCard &card);
     /// Shows what happened to the pages of the clips.
     void memory(ShowMemory const &show, MemoryFigures::Figures const &figures);
 

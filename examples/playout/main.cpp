@@ -103,6 +103,8 @@ std::string chooseOutput(Options const &options, Show const &show)
 {
     if (!options.output.empty())
         return options.output;
+    if (show.find("speaker"))
+        return "";
     if (show.output.empty() && !options.dumpShow)
         ZV_THROW(PlayoutEx::Client, (show.getWhere() + "show: it names no output").c_str());
     return show.output.empty() ? "" : show.resolve(show.output);

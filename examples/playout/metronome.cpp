@@ -44,11 +44,12 @@ Metronome::~Metronome() noexcept(false)
     stop();
 }
 
-void Metronome::start(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo, OnBeats onBeats)
+void Metronome::start(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo,
+                      SeSourceProtocol &source, OnBeats onBeats)
 {
     auto * const added = new Client(*this, fifo, std::move(onBeats));
     ObjPtr<SeClientThread> client(added);
-    SeSyncEngine::getInstance().addClient(name, client, SeSourceClock::getInstance(), 1);
+    SeSyncEngine::getInstance().addClient(name, client, source, 1);
     _client = added; // only now, because addClient may throw
     _isUsed = true;
 }

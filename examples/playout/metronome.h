@@ -27,10 +27,11 @@ public:
     Metronome &operator=(Metronome const &) = delete;
     ~Metronome() noexcept(false);
 
-    /// Begins to deliver beats. `start` and `stop` must be called by one thread at a time, and the
+    /// Begins to deliver the beats of a source, which must outlive the metronome's use of it.
+    /// `start` and `stop` must be called by one thread at a time, and the
     /// device must not wait for that thread.
     void start(Zv::LiString const &name, Zv::RCShdPtr<Zv::DevMDStdFifo> const &fifo,
-               OnBeats onBeats);
+               Zv::SeSourceProtocol &source, OnBeats onBeats);
     /// Ends the delivery. The device must still serve its FIFO. Does nothing if the metronome is
     /// not running.
     void stop();

@@ -2,6 +2,7 @@
 
 #include "propertyText.h"
 #include "showReader.h"
+#include "soundCard.h"
 
 #include <zvbase/zvbase.h>
 
@@ -36,6 +37,16 @@ void addFault(Faults &faults, std::string const &option, std::string const &text
     } catch (std::invalid_argument const &failure) {
         throw Options::Error(option + " " + failure.what());
     }
+}
+
+std::string takePlace(std::string const &option, std::string const &text)
+{
+    try {
+        SoundCard::check(text);
+    } catch (std::invalid_argument const &failure) {
+        throw Options::Error(option + ": " + failure.what());
+    }
+    return text;
 }
 
 /// Returns the names in a tree such as "( recorder ( player ) )".
@@ -94,6 +105,8 @@ Options Options::parse(int argc, char const * const *argv)
             options.streams.push_back(value());
         else if (name == "--property")
             options.properties.push_back(value());
+        else if (name == "--to")
+            options.to = takePlace(name, value());
         else if (name == "--trace")
             options.trace = value();
         else if (name == "--fault")
@@ -107,11 +120,14 @@ Options Options::parse(int argc, char const * const *argv)
         options.input = files[0];
     if (files.size() == 2)
         options.output = files[1];
-    else if (files.size() != 1 || !options.isShow())
-        throw Error("an INPUT and an OUTPUT are needed");
+    else if (files.size() != 1 || (!options.isShow() && options.to.empty()))
+        throw Error(options.to.empty() ? "an INPUT and an OUTPUT are needed"
+                                       : "an INPUT is needed");
+    if (!options.output.empty() && !options.to.empty())
+        throw Error("--to plays, so that there is no OUTPUT");
     if (options.input.empty() || (files.size() == 2 && options.output.empty()))
         throw Error("the name of a file is empty");
-    if (options.isShow() && options.blockFrames)
+    if ((options.isShow() || !options.to.empty()) && options.blockFrames)
         throw Error("--block: the blocks of a show are the frames of its clock");
     if (options.dumpShow && (options.gain || !options.properties.empty()))
         throw Error("--dump-show: a show has properties of its own");
@@ -141,10 +157,16 @@ std::unique_ptr<Show> Options::makeShow() const
     } else {
         show = std::make_unique<Show>();
         show->clips.push_back(std::make_unique<ShowClip>(input));
-        show->complete(dumpShow);
+        show->complete(dumpShow || !to.empty(), to.empty() ? "recorder" : "speaker");
     }
     if (!output.empty())
         show->output = output;
+    if (!to.empty())
+        playTo(*show);
+    if (show->find("speaker") && fast)
+        throw Error("--fast: a speaker plays at the pace of its sound card");
+    if (show->find("speaker") && !output.empty())
+        throw Error("the show has a speaker, so that there is no OUTPUT");
     if (sequence)
         show->sequence = std::make_unique<ShowSequence>(*sequence);
     if (!streams.empty())
@@ -152,6 +174,19 @@ std::unique_ptr<Show> Options::makeShow() const
     for (auto const &stream : streams)
         show->connections.push_back(std::make_unique<ShowConnection>(stream));
     return show;
+}
+
+/// Has a speaker play the show in place of its recorder.
+void Options::playTo(Show &show) const
+{
+    ShowDevice *device = show.find("speaker");
+    if (!device)
+        device = show.find("recorder");
+    if (!device)
+        throw Error("--to: the show has no recorder");
+    device->kind = "speaker";
+    device->card = to;
+    show.output.clear();
 }
 
 void Options::checkFaults(Show const &show) const
@@ -170,6 +205,7 @@ char const *Options::getHelp()
 {
     return R"help(usage: zvplayout [options] INPUT OUTPUT
        zvplayout [options] SHOW.xml [OUTPUT]
+       zvplayout [options] INPUT|SHOW.xml --to CARD
 
 Plays a sound file through a tree of three devices into another one: `player` reads it, `fader` applies a gain and
 measures the peak, `recorder` writes it. OUTPUT's extension chooses its kind: .wav, .aiff, .flac or .ogg. Each channel
@@ -179,6 +215,7 @@ A show names all that, and more: its clips, its devices and their properties, ho
 paces them, the memory that clips may take, and events at timecodes. Its files are looked for beside it. OUTPUT goes
 before the show's own, and a picture of the waveform with the events stands beside it, named .svg.
 
+  --to CARD           play through a sound card instead of writing OUTPUT; see below
   --gain X            the factor on every sample, in place of 1
   --sequence STRING   the tree, in place of "( recorder ( fader ( player ) ) )"
   --stream STRING     a connection; given once or more often, in place of
@@ -192,6 +229,12 @@ before the show's own, and a picture of the waveform with the events stands besi
                       let a device misbehave, to see what comes of it; may be given more often
   --trace FILE        keep what the library and the devices trace
   --help              this text
+
+With --to, a speaker is in the place of the recorder. CARD is "jack", or "jack:" and the names of ports, one for each
+channel, such as jack:system:playback_1,system:playback_2. The JACK server must run, and its rate must be that of the
+clips. Its clock paces the show, so that --fast is refused. In a show, a device with kind="speaker" and card="CARD"
+does the same. Its property card:latency is how many seconds of sound are kept ready, 0.2 if it is not set. The
+progress shows how often the sound has run out (underruns), and how many periods the server has called late.
 
 A fault, such as recorder:start:hangs, has one of these phases:
   open, close         the device is opened or closed

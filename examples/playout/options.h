@@ -33,6 +33,7 @@ struct Options
     bool help = false;
     std::string input;
     std::string output; ///< may be empty for a show
+    std::string to;     ///< place of the sound card that plays; empty for none
     std::optional<double> gain;
     std::optional<std::string> sequence;
     std::vector<std::string> streams;
@@ -46,4 +47,5 @@ struct Options
 
 private:
     bool *findFlag(std::string const &name);
+    void playTo(Show &show) const;
 };

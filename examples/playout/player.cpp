@@ -82,11 +82,18 @@ void Player::performBeats(std::int64_t beats)
 {
     if (!_isPlaying)
         return;
-    if (!std::exchange(_hasBegun, true)) {
-        beats = 1;
-        getJob().cues.start(Sleeper::getInstance().getTime(), getJob().timeline->getInterval());
-    }
-    _nbDue += beats;
+    _nbDue += std::exchange(_hasBegun, true) ? beats : begin();
+}
+
+/// Schedules the cues if there is no sound card. With one, the player is ahead by the card's
+/// latency, and each cue is due when the player reaches it. Returns how many blocks are due.
+std::int64_t Player::begin()
+{
+    double const interval = getJob().timeline->getInterval();
+    if (auto const &card = getJob().card)
+        return 1 + std::llround(std::ceil(card->getLatency() / interval));
+    getJob().cues.start(Sleeper::getInstance().getTime(), interval);
+    return 1;
 }
 
 bool Player::performPiece()

@@ -32,6 +32,7 @@ private:
     /// Returns the frames of the next block: a frame of the show's clock, or what the command line
     /// says.
     int getBlockFrames() const;
+    std::int64_t begin();
     template <class Step>
     void attemptWithMemory(Step step) const;
 

@@ -124,7 +124,7 @@ void PlayoutDevice::performOpen()
     DevMDStdDevice::performOpen();
     if (_isPaced)
         _metronome.start((std::string(_name.getChars()) + " beats").c_str(), getFifo(),
-                         [this](std::int64_t beats) { take(beats); });
+                         _job->getBeats(), [this](std::int64_t beats) { take(beats); });
 }
 
 // The device is closed even if the fault throws.

@@ -18,7 +18,16 @@ PlayoutJob::PlayoutJob(Show const &playedShow, std::string outputPath, int frame
 
 std::string PlayoutJob::getPicturePath(Show const &show, std::string const &output)
 {
-    return show.clock ? std::filesystem::path(output).replace_extension(".svg").string() : "";
+    return show.clock && !output.empty()
+               ? std::filesystem::path(output).replace_extension(".svg").string()
+               : "";
+}
+
+SeSourceProtocol &PlayoutJob::getBeats() const
+{
+    if (card)
+        return *card;
+    return SeSourceClock::getInstance();
 }
 
 void PlayoutJob::complete()

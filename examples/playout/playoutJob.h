@@ -5,10 +5,12 @@
 #include "fault.h"
 #include "memoryFigures.h"
 #include "show.h"
+#include "soundCard.h"
 #include "timeline.h"
 
 #include <resmgt/deviceManager.h>
 #include <resmgt/locks.h>
+#include <resmgt/syncEngine.h>
 
 #include <map>
 #include <memory>
@@ -23,18 +25,23 @@ public:
                Faults askedFaults);
 
     /// Returns the path of the picture of a show, beside its output. It is empty for a show without
-    /// a clock.
+    /// a clock or without an output.
     static std::string getPicturePath(Show const &show, std::string const &output);
 
     Show const &show;
-    std::string const output;
+    std::string const output;                       ///< empty if a speaker plays the show
     int const blockFrames;                          ///< if there is no timeline
     std::unique_ptr<Timeline const> const timeline; ///< null for a show without a clock
     std::string const picture;                      ///< of the waveform; empty for none
     bool const isPaced;
     Cues cues;
     MemoryFigures memoryFigures;
+    /// Null if the show has none. Set before the devices are opened, and not changed afterwards.
+    std::unique_ptr<SoundCard> card;
     Faults const faults;
+
+    /// Returns the source of the beats that pace the show: the sound card, else the library's clock.
+    Zv::SeSourceProtocol &getBeats() const;
 
     /// Marks the recording as complete, unless it has failed.
     void complete();

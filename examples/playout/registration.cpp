@@ -4,6 +4,7 @@
 #include "player.h"
 #include "playoutEx.h"
 #include "recorder.h"
+#include "speaker.h"
 
 using namespace Zv;
 
@@ -29,6 +30,8 @@ Registration::Registration(ShowDevice const &device, RCShdPtr<PlayoutJob> const 
             registry.add(makeEntry<Player>(_name, "Reads sound files", job));
         else if (device.kind == "fader")
             registry.add(makeEntry<Fader>(_name, "Applies a gain", job));
+        else if (device.kind == "speaker")
+            registry.add(makeEntry<Speaker>(_name, "Plays through a sound card", job));
         else
             registry.add(makeEntry<Recorder>(_name, "Writes a sound file", job));
     } catch (ExBase const &failure) {

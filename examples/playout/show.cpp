@@ -1,8 +1,11 @@
 #include "show.h"
 
 #include "playoutEx.h"
+#include "soundCard.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <stdexcept>
 
 void ShowClip::performAttributes(ShowAttributes &attributes)
 {
@@ -21,9 +24,20 @@ void ShowDevice::performAttributes(ShowAttributes &attributes)
     attributes.optional("kind", kind);
     if (kind.empty())
         kind = name;
-    if (kind != "player" && kind != "fader" && kind != "recorder")
+    if (kind != "player" && kind != "fader" && kind != "recorder" && kind != "speaker")
         ZV_THROW(PlayoutEx::Client,
-                 ("\"" + kind + "\" is none of player, fader, recorder").c_str());
+                 ("\"" + kind + "\" is none of player, fader, recorder, speaker").c_str());
+    attributes.optional("card", card);
+    if (kind == "speaker" && card.empty())
+        card = "jack";
+    if (kind != "speaker" && !card.empty())
+        ZV_THROW(PlayoutEx::Client, "card: only a speaker has one");
+    try {
+        if (!card.empty())
+            SoundCard::check(card);
+    } catch (std::invalid_argument const &failure) {
+        ZV_THROW(PlayoutEx::Client, ("card: " + std::string(failure.what())).c_str());
+    }
 }
 
 ShowElement *ShowDevice::makeChild(std::string const &tag)
@@ -73,19 +87,27 @@ std::string Show::resolve(std::string const &file) const
     return std::filesystem::path(_path).replace_filename(file);
 }
 
-void Show::complete(bool isPaced)
+ShowDevice *Show::find(std::string const &kind) const
+{
+    auto const place = std::find_if(devices.begin(), devices.end(),
+                                    [&](auto const &device) { return device->kind == kind; });
+    return place == devices.end() ? nullptr : place->get();
+}
+
+void Show::complete(bool isPaced, std::string const &sink)
 {
     if (isPaced && !clock)
         clock = std::make_unique<ShowClock>();
     if (isPaced && !memory)
         memory = std::make_unique<ShowMemory>();
     if (devices.empty())
-        for (char const * const kind : {"player", "fader", "recorder"})
+        for (std::string const &kind : {std::string("player"), std::string("fader"), sink})
             devices.push_back(std::make_unique<ShowDevice>(kind));
     if (!sequence)
-        sequence = std::make_unique<ShowSequence>("( recorder ( fader ( player ) ) )");
+        sequence = std::make_unique<ShowSequence>("( " + sink + " ( fader ( player ) ) )");
     if (connections.empty())
-        for (char const * const stream : {"player:out push fader:in", "fader:out push recorder:in"})
+        for (std::string const &stream :
+             {std::string("player:out push fader:in"), "fader:out push " + sink + ":in"})
             connections.push_back(std::make_unique<ShowConnection>(stream));
 }
 

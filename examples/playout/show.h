@@ -39,7 +39,8 @@ public:
         : ShowElement("device"), name(kindAndName), kind(kindAndName)
     {}
     std::string name;
-    std::string kind; ///< player, fader or recorder; the name if it is left out
+    std::string kind; ///< player, fader, recorder or speaker; the name if it is left out
+    std::string card; ///< place of a speaker's sound card, see `SoundCard::check`
     std::vector<std::unique_ptr<ShowProperty>> properties;
 
 protected:
@@ -120,10 +121,13 @@ public:
     void setPath(std::string const &path) { _path = path; }
     /// Returns the path of a file that the show names.
     std::string resolve(std::string const &file) const;
-    /// Adds the devices, the sequence and the connections if the show has none. If `isPaced` is
-    /// set, adds the clock and the memory, too.
-    void complete(bool isPaced);
+    /// Adds the devices, the sequence and the connections if the show has none. `sink` is the kind
+    /// and name of the device to which they lead. If `isPaced` is set, adds the clock and the
+    /// memory, too.
+    void complete(bool isPaced, std::string const &sink = "recorder");
     void performReadEnd() override;
+    /// Returns the first device of a kind. Returns null if there is none.
+    ShowDevice *find(std::string const &kind) const;
 
     std::string output; ///< as written in the show; empty if the command line must name it
     std::unique_ptr<ShowClock> clock;   ///< null if nothing paces the show

@@ -177,7 +177,7 @@ void Signals::setOutput(std::string const &path)
 
 std::string Signals::getMessage(std::string const &path)
 {
-    return "interrupted: " + (path.empty() ? "nothing" : toShownText(path)) + " was not written";
+    return "interrupted" + (path.empty() ? "" : ": " + toShownText(path) + " was not written");
 }
 
 bool Signals::beginReport()

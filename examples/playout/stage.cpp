@@ -76,7 +76,9 @@ void Stage::create()
 
 void Stage::build()
 {
-    if (_job->isPaced)
+    if (auto const * const speaker = _job->show.find("speaker"))
+        _job->card = SoundCard::open(speaker->card, *_job->timeline);
+    else if (_job->isPaced)
         SeSourceClock::getInstance().setInterval(_job->timeline->getInterval());
     configure();
     connect();
@@ -105,10 +107,12 @@ void Stage::configure()
         appendTree(_tree, children, "");
         _tree.pop_back();
     });
-    for (std::string const needed : {"player", "recorder"})
+    for (std::string const needed : {"player", _job->card ? "speaker" : "recorder"})
         if (auto const count = findAll(needed).size(); count != 1)
             ZV_THROW(PlayoutEx::Client,
                      (context + ": it has " + (count ? "more than one " : "no ") + needed).c_str());
+    if (_job->card && !findAll("recorder").empty())
+        ZV_THROW(PlayoutEx::Client, (context + ": it has a recorder and a speaker").c_str());
 }
 
 void Stage::connect()

@@ -42,7 +42,8 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
     EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
     EXPECT_EQ(::pipe2(error, O_CLOEXEC), 0);
     ::fcntl(error[1], F_SETPIPE_SZ, 1 << 20); // large, because it is only read at the end
-    std::vector<char const *> argv{surroundings.refused.empty() ? ZVPLAYOUT : ZVPLAYOUT_REFUSING};
+    bool const isPlain = surroundings.refused.empty() && !surroundings.trapped;
+    std::vector<char const *> argv{isPlain ? ZVPLAYOUT : ZVPLAYOUT_REFUSING};
     for (auto const &argument : arguments)
         argv.push_back(argument.c_str());
     argv.push_back(nullptr);
@@ -79,6 +80,7 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
         for (int const number : surroundings.closed)
             ::close(number);
         ::setenv("ZV_REFUSE", surroundings.refused.c_str(), 1);
+        ::setenv("ZV_PROVOKE", surroundings.provoked.c_str(), 1);
         ::setenv("ZV_REFUSALS", surroundings.refusals.c_str(), 1);
         ::unsetenv("ZV_THREAD_NO_REALTIME");
         if (!surroundings.noRealTime.empty())

@@ -34,6 +34,8 @@ public:
         bool unprivileged = false;         // without the privilege of real time
         std::string noRealTime;            // a value of ZV_THREAD_NO_REALTIME
         std::string refused;               // for ZV_REFUSE, see refusing/refusals.cpp
+        bool trapped = false;              // see refusing/callbackTraps.cpp
+        std::string provoked;              // for ZV_PROVOKE, see there
         std::string refusals;              // path of the file that counts the refusals
         std::set<int> closed;              // standard streams that are closed
         std::string output;                // a file to which the standard output goes

@@ -1,0 +1,67 @@
+// Server of JACK without a sound card, and a client that captures what is played.
+#pragma once
+
+#include <jack/jack.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace ZvTest {
+
+/// Server with a dummy driver that waits for its clients, so that no period is lost on a busy
+/// machine. If a client was killed, it waits a minute for that one, too. It runs in a folder of its
+/// own and with a name of its own, which all programs that are started later use.
+class SoundServer
+{
+public:
+    static constexpr int RATE = 48000;
+    static constexpr int PERIOD = 1024;
+
+    explicit SoundServer(std::string const &folder);
+    SoundServer(SoundServer const &) = delete;
+    SoundServer &operator=(SoundServer const &) = delete;
+    ~SoundServer();
+
+    void signal(int number);
+    /// Kills the server and waits for its end.
+    void kill();
+
+    /// Opens a client. Returns null if no server answers.
+    static jack_client_t *openClient(char const *name);
+
+private:
+    pid_t _process = -1;
+};
+
+/// Client with ports "NAME:in_1" and so on that keeps all samples from its start on.
+class SoundCapture
+{
+public:
+    explicit SoundCapture(int channels);
+    SoundCapture(SoundCapture const &) = delete;
+    SoundCapture &operator=(SoundCapture const &) = delete;
+    ~SoundCapture();
+
+    /// Returns "jack:" and the names of the ports.
+    std::string getPlace() const;
+    /// Returns the samples so far, interleaved.
+    std::vector<float> getSamples() const;
+    /// Waits until the samples meet a condition. Returns false if it takes minutes.
+    bool waitUntil(std::function<bool(std::vector<float> const &)> const &condition) const;
+    jack_client_t *getClient() const { return _client; }
+
+private:
+    int process(jack_nframes_t count);
+
+    static constexpr std::size_t MOST = 120 * SoundServer::RATE; // samples of a channel
+
+    jack_client_t *_client;
+    std::vector<jack_port_t *> _ports;
+    std::vector<float> _samples;
+    std::atomic<std::size_t> _count = 0;
+};
+
+} // namespace ZvTest
