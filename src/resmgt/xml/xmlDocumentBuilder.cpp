@@ -24,6 +24,24 @@ bool isPlain(LiString const &name)
 
 } // namespace
 
+template <class Name>
+inline void XmlDocumentBuilder::beginElement(Name const &name)
+{
+    if (_current) {
+        XmlBlocks &blocks = *_current->_blocks;
+        void * const memory = blocks.allocate(sizeof(XmlElement));
+        auto * const child = ::new (memory) XmlElement(name, blocks);
+        _current->link(*child, nullptr);
+        _current = child;
+    } else {
+        XmlBlocks &blocks = memory();
+        _root.reset(new XmlElement(name, blocks));
+        blocks.setRoot(*_root);
+        static_cast<void>(_blocks.release());
+        _current = _root.get();
+    }
+}
+
 /// Builds a document from views that are valid as long as its memory.
 class XmlDocumentBuilder::Sink
 {
@@ -140,23 +158,6 @@ void XmlDocumentBuilder::createDocumentType(LiString const &name)
 {
     ObjPtr<XmlDocumentType> type(new XmlDocumentType(name));
     document().setDocumentType(type);
-}
-
-template <class Name>
-void XmlDocumentBuilder::beginElement(Name const &name)
-{
-    XmlBlocks &blocks = memory();
-    if (_current) {
-        void * const memory = blocks.allocate(sizeof(XmlElement));
-        auto * const child = ::new (memory) XmlElement(name, blocks);
-        _current->link(*child, nullptr);
-        _current = child;
-    } else {
-        _root.reset(new XmlElement(name, blocks));
-        blocks.setRoot(*_root);
-        static_cast<void>(_blocks.release());
-        _current = _root.get();
-    }
 }
 
 void XmlDocumentBuilder::notifyBeginElement(LiString const &name)

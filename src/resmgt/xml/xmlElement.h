@@ -111,8 +111,8 @@ private:
 
     /// Returns the attribute, or null if there is none.
     Attribute *findAttribute(std::string_view name) const;
-    /// Returns where the pointer to the attribute is. If there is no such attribute, returns where
-    /// the pointer to one more attribute has to be stored, which is null.
+    /// Returns the place of the pointer to the attribute. If there is no such attribute, returns
+    /// the place for the pointer to one more, which is null.
     Attribute **placeOfAttribute(std::string_view name);
     void addAttribute(Attribute &attribute, Attribute **place);
     AttributeIndex &index() const;
