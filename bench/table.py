@@ -138,12 +138,12 @@ PROGRAMS = {
         Row("post, wait: LkUnnamedSema / std::counting_semaphore", "sema/LkUnnamedSema",
             "sema/std::counting_semaphore"),
         Row("post, wait: LkSema / std::counting_semaphore", "sema/LkSema", "sema/std::counting_semaphore"),
-        Row("post, wait: LkSema / sem_t", "sema/LkSema", "sema/sem_t"),
+        Row("post, wait: LkSema / sem_t", "sema/LkSema", "sema/sem_t", 1.2),
     ],
     "hopBench": hop_rows(),
     "engineBench": [
         Row("event: DevSMExecutionEng / by hand", "event/DevSMExecutionEng", "event/by hand", 3.0),
-        Row("event with a choice: DevSMExecutionEng / by hand", "choice/DevSMExecutionEng", "choice/by hand"),
+        Row("event with a choice: DevSMExecutionEng / by hand", "choice/DevSMExecutionEng", "choice/by hand", 3.0),
     ],
     "valueBench": [
         Row("copy 8 bytes: LiString / std::string", "shortText/LiString", "shortText/std::string"),

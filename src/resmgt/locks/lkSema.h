@@ -4,6 +4,8 @@
 #include "resmgt/locks/lkCondVar.h"
 #include "resmgt/locks/lkMutex.h"
 
+#include <cstdint>
+
 namespace Zv {
 
 /// Counting semaphore with a time-out, built from a mutex and a condition variable.
@@ -12,8 +14,8 @@ namespace Zv {
 ///     frames.post();
 ///     bool const hasFrame = frames.timedWait(0.04); // true
 ///
-/// If you need no time-out, use `LkUnnamedSema`. It is cheaper, and a thread may be killed while it
-/// waits, which this class does not tolerate.
+/// If you need no time-out, use `LkUnnamedSema`. Its waits are cheaper if they have to sleep, and a
+/// thread may be killed while it waits, which this class does not tolerate.
 ///
 /// **Threads**: thread-safe.
 ///
@@ -53,14 +55,12 @@ public:
 
 private:
     template <class Wait>
-    bool waitCounted(Wait wait) ZV_REQUIRES(_lock);
-    void signalNoLock() ZV_REQUIRES(_lock);
+    bool waitForPost(Wait wait);
 
     char const *_name;
-    unsigned _count; // written under _lock, read without
-    LkMutex _lock;
+    std::uint64_t _state; // the upper half is the count, the lower half the number of waiters
+    LkMutex _lock;        // for waiters, and for a post that finds one
     LkCondVar _nonZero;
-    unsigned _nbWaiters ZV_GUARDED_BY(_lock);
 };
 
 } // namespace Zv

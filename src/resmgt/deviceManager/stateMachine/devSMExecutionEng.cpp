@@ -55,17 +55,25 @@ void DevSMExecutionEngImp::execute(std::int32_t event)
     if (table._links.isDeadEnd[static_cast<std::size_t>(_state)])
         ZV_THROW(DevMgrEx::SMExecutionError);
 
-    // If the event runs a single transition, the table has the state after its check, because the
-    // steps of the check run no code.
+    // If the check of a transition or choice runs no code, the table has the state after it.
     DevSMTable::Shortcut const &shortcut = table.getShortcut(_state, event);
-    if (shortcut.transition >= 0) {
+    if (table.isPrimaryTransition(shortcut.transition))
         takeShortcut(shortcut);
-        return;
-    }
-    step(event);
-    while (!_pending.isEmpty()) {
-        step(_pending.getFirst());
-        _pending.removeFirst();
+    else
+        takeLongWay(event);
+}
+
+// Not inline, so that a single transition saves no registers for it.
+[[gnu::noinline]] void DevSMExecutionEngImp::takeLongWay(std::int32_t event)
+{
+    DevSMTable const &table = *_smtable;
+    while (event >= 0) {
+        DevSMTable::Shortcut const &shortcut = table.getShortcut(_state, event);
+        if (table.isPrimaryTransition(shortcut.transition))
+            return takeShortcut(shortcut);
+        if (shortcut.transition < 0)
+            return takeSteps(event);
+        event = takeChoice(shortcut);
     }
 }
 
@@ -157,6 +165,25 @@ void DevSMExecutionEngImp::takeShortcut(DevSMTable::Shortcut const &shortcut)
     _state = hasSucceeded ? shortcut.onSuccess : shortcut.onFailure;
 }
 
+/// Returns the event of the chosen transition, or -1 if the choice has failed.
+std::int32_t DevSMExecutionEngImp::takeChoice(DevSMTable::Shortcut const &shortcut)
+{
+    auto &transition =
+        static_cast<ExEngCondTrans &>(*_transVect[static_cast<std::size_t>(shortcut.transition)]);
+    std::int32_t const event = attempt(TRANSITION_FAILED, [&] { return transition.run(); });
+    _state = event >= 0 ? shortcut.onSuccess : shortcut.onFailure;
+    return event;
+}
+
+void DevSMExecutionEngImp::takeSteps(std::int32_t event)
+{
+    step(event);
+    while (!_pending.isEmpty()) {
+        step(_pending.getFirst());
+        _pending.removeFirst();
+    }
+}
+
 void DevSMExecutionEngImp::step(std::int32_t event)
 {
     DevSMTable const &table = *_smtable;
@@ -228,24 +255,26 @@ ExEngCondTrans::~ExEngCondTrans()
 // in which the selecting event is legal.
 void ExEngCondTrans::execute()
 {
-    std::size_t chosen = 0;
-    try {
-        chosen = choose();
-    } catch (ExBase const &exception) {
-        _engine.keepException(exception);
+    std::int32_t const event = run();
+    if (event < 0) {
         _engine.pend(_exception);
         return;
     }
     _engine.pend(_noException);
-    _engine.pend(_events[chosen]);
+    _engine.pend(event);
 }
 
-std::size_t ExEngCondTrans::choose() const
+std::int32_t ExEngCondTrans::run()
 {
-    std::size_t i = 0;
-    while (i < _candidates.size() && !_candidates[i]->condition())
-        ++i;
-    return i;
+    try {
+        std::size_t chosen = 0;
+        while (chosen < _candidates.size() && !_candidates[chosen]->condition())
+            ++chosen;
+        return _events[chosen];
+    } catch (ExBase const &exception) {
+        _engine.keepException(exception);
+        return -1;
+    }
 }
 
 } // namespace Zv

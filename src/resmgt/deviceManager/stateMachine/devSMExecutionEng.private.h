@@ -76,6 +76,9 @@ private:
     template <class Operation>
     auto attempt(Status onFailure, Operation operation);
     void takeShortcut(DevSMTable::Shortcut const &shortcut);
+    std::int32_t takeChoice(DevSMTable::Shortcut const &shortcut);
+    void takeLongWay(std::int32_t event);
+    void takeSteps(std::int32_t event);
     void step(std::int32_t event);
     [[noreturn]] void failInconsistent();
 
@@ -132,10 +135,11 @@ public:
     ~ExEngCondTrans() override;
 
     void execute() override;
+    /// Returns the event of the selected transition. If a condition throws an `ExBase`, keeps the
+    /// exception and returns -1.
+    std::int32_t run();
 
 private:
-    std::size_t choose() const;
-
     DevSMExecutionEngImp &_engine;
     Candidates _candidates;
     Vector<std::int32_t> _events;

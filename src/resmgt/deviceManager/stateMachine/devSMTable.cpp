@@ -96,10 +96,6 @@ DevSMTable::DevSMTable(Vector<LiString> const &states, Vector<LiString> const &e
       _nbPrimaryEvents(count(primaryEvents)),
       _nbPrimaryTransitions(0)
 {
-    auto const isConditional = [this](LiString const &name) {
-        return std::any_of(_conditionalDescs.begin(), _conditionalDescs.end(),
-                           [&name](auto const &desc) { return desc.name == name; });
-    };
     for (LiString const &name : _t)
         if (!isConditional(name) && !isMember(name, _auxiliaryVector))
             _primaryTransitionVector.push_back(name);
@@ -242,6 +238,12 @@ void DevSMTable::throwDomainError()
     ZV_THROW(DevMgrEx::SMDomainError);
 }
 
+bool DevSMTable::isConditional(LiString const &transition) const
+{
+    return std::any_of(_conditionalDescs.begin(), _conditionalDescs.end(),
+                       [&](auto const &desc) { return desc.name == transition; });
+}
+
 std::size_t DevSMTable::getTransition(NamedTransition const &transition) const
 {
     if (transition.number < 0)
@@ -291,7 +293,8 @@ void DevSMTable::linkShortcuts()
 DevSMTable::Shortcut DevSMTable::findShortcut(std::int32_t state, std::int32_t event) const
 {
     std::int32_t const transition = getTransition(state, event);
-    if (!isPrimaryTransition(transition))
+    if (!isPrimaryTransition(transition) &&
+        !(isTransition(transition) && isConditional(getTransitionName(transition))))
         return {};
     std::int32_t const checkState = getState(state, transition);
     std::int32_t const onSuccess = passCheck(checkState, _links.noException);
@@ -308,7 +311,10 @@ std::int32_t DevSMTable::passCheck(std::int32_t checkState, std::int32_t event) 
     if (!isState(checkState) || !isEvent(event))
         return -1;
     std::int32_t const transition = getTransition(checkState, event);
-    if (!isTransition(transition) || !isMember(getTransitionName(transition), _auxiliaryVector))
+    if (!isTransition(transition))
+        return -1;
+    LiString const name = getTransitionName(transition);
+    if (!isMember(name, _auxiliaryVector) || isConditional(name))
         return -1;
     return getState(checkState, transition);
 }

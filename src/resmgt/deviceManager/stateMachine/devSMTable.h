@@ -131,7 +131,8 @@ private:
         Vector<std::int32_t> candidates; // numbers of primary transitions
         Vector<std::int32_t> events;
     };
-    /// What a state and event lead to if a single transition runs between them, with its check.
+    /// What a state and event lead to if they run a primary or conditional transition whose check
+    /// runs no code.
     struct Shortcut
     {
         std::int32_t transition = -1; // -1: there is no shortcut
@@ -169,6 +170,7 @@ private:
     {
         return _links.shortcuts[index(state, _nbEvents, event)];
     }
+    bool isConditional(LiString const &transition) const;
     void linkNames();
     void linkShortcuts();
     Shortcut findShortcut(std::int32_t state, std::int32_t event) const;
