@@ -181,133 +181,140 @@ ZV_DEFINE_SINGLETON(DevSeqSMTable, DevSeqSMTable);
 // ---- DevSeqTransFactory: what the transitions of the machine do
 
 /// The objects that the transitions of one node use.
-class DevSeqTransFactory::Node : public RCBase<LkCounter<long>>
+class DevSeqTransFactory::SeqTransBase : public RCBase<LkCounter<long>>
 {
 public:
-    Node(RCShdPtr<DevSeqEvPend> const &evPend, RCShdPtr<DevSeqTreeNodeUtil> const &nodeUtil,
-         RCShdPtr<DevSeqPrtclUtil> const &prtclUtil)
-        : parked(evPend), util(nodeUtil), device(prtclUtil)
+    SeqTransBase(RCShdPtr<DevSeqEvPend> const &evPend, RCShdPtr<DevSeqTreeNodeUtil> const &nodeUtil,
+                 RCShdPtr<DevSeqPrtclUtil> const &prtclUtil)
+        : _evPend(evPend), _nodeUtil(nodeUtil), _prtclUtil(prtclUtil)
     {}
 
-    bool isRoot() const { return !util->hasParent(); }
-    bool isLeaf() const { return util->getNbChildren() == 0; }
+    bool isRoot() const { return !_nodeUtil->hasParent(); }
+    bool isLeaf() const { return _nodeUtil->getNbChildren() == 0; }
     void sendToParent(DevSeqEv::Event event) const
     {
         if (!isRoot())
-            util->sendToParent(event);
+            _nodeUtil->sendToParent(event);
     }
     void sendToChildren(DevSeqEv::Event event) const
     {
         if (!isLeaf())
-            util->sendToChildren(event);
+            _nodeUtil->sendToChildren(event);
     }
 
-    RCShdPtr<DevSeqEvPend> const parked;
-    RCShdPtr<DevSeqTreeNodeUtil> const util;
-    RCShdPtr<DevSeqPrtclUtil> const device;
+    RCShdPtr<DevSeqEvPend> const _evPend;
+    RCShdPtr<DevSeqTreeNodeUtil> const _nodeUtil;
+    RCShdPtr<DevSeqPrtclUtil> const _prtclUtil;
 };
 
 /// A transition with its name. If there are several for the same state and event, all but the last
 /// have a condition.
-struct DevSeqTransFactory::Transition
+struct DevSeqTransFactory::SeqTransName
 {
     char const *name;
-    void (*execute)(Node const &);
-    bool (*condition)(Node const &) = nullptr;
+    void (*execute)(SeqTransBase const &);
+    bool (*condition)(SeqTransBase const &) = nullptr;
 
-    static Transition const all[];
+    static SeqTransName const all[];
 
-    class Plain;
-    class Conditional;
+    class SeqTrans;
+    class SeqCondTrans;
 };
 
-DevSeqTransFactory::Transition const DevSeqTransFactory::Transition::all[] = {
+DevSeqTransFactory::SeqTransName const DevSeqTransFactory::SeqTransName::all[] = {
     {"start",
-     [](Node const &node) {
-         node.device->start();
+     [](SeqTransBase const &node) {
+         node._prtclUtil->start();
          node.sendToChildren(DevSeqEv::START);
      }},
-    {"psready", [](Node const &node) { node.parked->addEvent(DevSeqEv::SREADY); }},
+    {"psready", [](SeqTransBase const &node) { node._evPend->addEvent(DevSeqEv::SREADY); }},
     {"wsr",
-     [](Node const &node) {
-         node.util->setSreadyCount(0);
-         node.parked->release();
+     [](SeqTransBase const &node) {
+         node._nodeUtil->setSreadyCount(0);
+         node._evPend->release();
      }},
-    {"wsrret", [](Node const &node) { node.util->setSreadyCount(node.util->getSreadyCount() + 1); },
+    {"wsrret",
+     [](SeqTransBase const &node) {
+         node._nodeUtil->setSreadyCount(node._nodeUtil->getSreadyCount() + 1);
+     },
      // The condition is checked before this child is counted. The last child takes "ready".
-     [](Node const &node) {
-         return node.util->getNbChildren() != node.util->getSreadyCount() + 1;
+     [](SeqTransBase const &node) {
+         return node._nodeUtil->getNbChildren() != node._nodeUtil->getSreadyCount() + 1;
      }},
     {"ready",
-     [](Node const &node) {
-         node.util->setLatency(node.device->getLatency());
+     [](SeqTransBase const &node) {
+         node._nodeUtil->setLatency(node._prtclUtil->getLatency());
          node.sendToParent(DevSeqEv::SREADY);
-         node.util->sendToSelf(DevSeqEv::PROCEED);
+         node._nodeUtil->sendToSelf(DevSeqEv::PROCEED);
      },
-     [](Node const &node) { return node.isLeaf(); }},
-    {"wml", [](Node const &) {}},
+     [](SeqTransBase const &node) { return node.isLeaf(); }},
+    {"wml", [](SeqTransBase const &) {}},
     {"sync",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          if (node.isRoot())
-             node.device->sync(node.util->getMaxLatency());
+             node._prtclUtil->sync(node._nodeUtil->getMaxLatency());
          else
-             node.device->sync(node.util->getParentMark());
+             node._prtclUtil->sync(node._nodeUtil->getParentMark());
      },
-     [](Node const &node) { return node.isRoot(); }},
+     [](SeqTransBase const &node) { return node.isRoot(); }},
     {"lock",
-     [](Node const &node) {
-         node.util->setMark(node.device->getMark());
+     [](SeqTransBase const &node) {
+         node._nodeUtil->setMark(node._prtclUtil->getMark());
          node.sendToChildren(DevSeqEv::MLOCK);
-         node.parked->release();
+         node._evPend->release();
      }},
     {"recover",
-     [](Node const &node) {
-         node.device->recover();
+     [](SeqTransBase const &node) {
+         node._prtclUtil->recover();
          node.sendToChildren(DevSeqEv::RECOVER);
      }},
     {"wss",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.sendToChildren(DevSeqEv::STOP);
-         node.util->setSstoppedCount(0);
-         node.parked->release();
+         node._nodeUtil->setSstoppedCount(0);
+         node._evPend->release();
      }},
     {"wssret",
-     [](Node const &node) { node.util->setSstoppedCount(node.util->getSstoppedCount() + 1); },
+     [](SeqTransBase const &node) {
+         node._nodeUtil->setSstoppedCount(node._nodeUtil->getSstoppedCount() + 1);
+     },
      // The condition is checked before this child is counted. The last child takes "stop".
-     [](Node const &node) {
-         return node.util->getNbChildren() != node.util->getSstoppedCount() + 1;
+     [](SeqTransBase const &node) {
+         return node._nodeUtil->getNbChildren() != node._nodeUtil->getSstoppedCount() + 1;
      }},
-    {"stop", [](Node const &node) { node.device->stop(); },
-     [](Node const &node) { return node.isLeaf(); }},
-    {"pstop", [](Node const &node) { node.parked->addEvent(DevSeqEv::STOP); }},
+    {"stop", [](SeqTransBase const &node) { node._prtclUtil->stop(); },
+     [](SeqTransBase const &node) { return node.isLeaf(); }},
+    {"pstop", [](SeqTransBase const &node) { node._evPend->addEvent(DevSeqEv::STOP); }},
     {"stopped",
-     [](Node const &node) {
+     [](SeqTransBase const &node) {
          node.sendToParent(DevSeqEv::SSTOPPED);
-         node.util->postDone();
+         node._nodeUtil->postDone();
      }},
-    {"abort", [](Node const &node) { node.device->abort(); }},
-    {"aborted", [](Node const &node) { node.util->postDone(); }},
-    {"ignore", [](Node const &) {}},
+    {"abort", [](SeqTransBase const &node) { node._prtclUtil->abort(); }},
+    {"aborted", [](SeqTransBase const &node) { node._nodeUtil->postDone(); }},
+    {"ignore", [](SeqTransBase const &) {}},
 };
 
-class DevSeqTransFactory::Transition::Plain final : public DevSMTransition
+class DevSeqTransFactory::SeqTransName::SeqTrans final : public DevSMTransition
 {
 public:
-    Plain(LiString const &name, Transition const &transition, RCShdPtr<Node> const &node)
+    SeqTrans(LiString const &name, SeqTransName const &transition,
+             RCShdPtr<SeqTransBase> const &node)
         : DevSMTransition(name), _transition(transition), _node(node)
     {}
 
     void execute() override { _transition.execute(*_node); }
 
 private:
-    Transition const &_transition;
-    RCShdPtr<Node> const _node;
+    SeqTransName const &_transition;
+    RCShdPtr<SeqTransBase> const _node;
 };
 
-class DevSeqTransFactory::Transition::Conditional final : public DevSMConditionalTransition
+class DevSeqTransFactory::SeqTransName::SeqCondTrans final : public DevSMConditionalTransition
 {
 public:
-    Conditional(LiString const &name, Transition const &transition, RCShdPtr<Node> const &node)
+    SeqCondTrans(LiString const &name, SeqTransName const &transition,
+                 RCShdPtr<SeqTransBase> const &node)
         : DevSMConditionalTransition(name), _transition(transition), _node(node)
     {}
 
@@ -315,14 +322,14 @@ public:
     bool condition() override { return _transition.condition(*_node); }
 
 private:
-    Transition const &_transition;
-    RCShdPtr<Node> const _node;
+    SeqTransName const &_transition;
+    RCShdPtr<SeqTransBase> const _node;
 };
 
 DevSeqTransFactory::DevSeqTransFactory(RCShdPtr<DevSeqEvPend> evPend,
                                        RCShdPtr<DevSeqTreeNodeUtil> nodeUtil,
                                        RCShdPtr<DevSeqPrtclUtil> prtclUtil)
-    : _node(makeShd<Node>(evPend, nodeUtil, prtclUtil))
+    : _node(makeShd<SeqTransBase>(evPend, nodeUtil, prtclUtil))
 {}
 
 DevSeqTransFactory::~DevSeqTransFactory() = default;
@@ -331,16 +338,16 @@ RCShdPtr<DevSMTransition> DevSeqTransFactory::create(LiString const &name)
 {
     // An engine asks for the transitions in the order of the table, which is the order of this
     // list, too. So the search begins where the last one has ended.
-    constexpr std::size_t NB_TRANSITIONS = std::size(Transition::all);
+    constexpr std::size_t NB_TRANSITIONS = std::size(SeqTransName::all);
     for (std::size_t i = 0; i < NB_TRANSITIONS; ++i) {
         std::size_t const place = (_next + i) % NB_TRANSITIONS;
-        Transition const &transition = Transition::all[place];
+        SeqTransName const &transition = SeqTransName::all[place];
         if (name != transition.name)
             continue;
         _next = place + 1;
         if (transition.condition)
-            return makeShd<Transition::Conditional>(name, transition, _node);
-        return makeShd<Transition::Plain>(name, transition, _node);
+            return makeShd<SeqTransName::SeqCondTrans>(name, transition, _node);
+        return makeShd<SeqTransName::SeqTrans>(name, transition, _node);
     }
     return nullptr;
 }

@@ -180,10 +180,10 @@ public:
     RCShdPtr<DevSMTransition> create(LiString const &name) override;
 
 private:
-    class Node;
-    struct Transition;
+    class SeqTransBase;
+    struct SeqTransName;
 
-    RCShdPtr<Node> _node;
+    RCShdPtr<SeqTransBase> _node;
     std::size_t _next = 0; // the place of the transition that `create` looks at first
 };
 
