@@ -96,7 +96,7 @@ inline void pause()
 class Spin
 {
 public:
-    /// `call` is where the call that ends the sleep is noted, and `start` is the present time.
+    /// `call` notes the call that ends the sleep, and `start` is the present time.
     Spin(std::atomic<SpinCredit> &credit, Call const &call, Instant start)
         : _credit(credit),
           _call(call),

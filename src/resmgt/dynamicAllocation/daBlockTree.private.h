@@ -9,9 +9,9 @@
 namespace Zv {
 
 /// All blocks of an arena, free and allocated, in the order of their addresses. They leave no gaps,
-/// so a block ends where the next one begins. A tree with wide nodes (a B+ tree): each entry of a
-/// node knows the longest free block below it. So the first free block of a given length is found
-/// without looking at all blocks before it, and few cache lines are touched.
+/// so a block ends at the address of the next one. A tree with wide nodes (a B+ tree): each entry
+/// of a node knows the longest free block below it. So the first free block of a given length is
+/// found without looking at all blocks before it, and few cache lines are touched.
 ///
 /// Only the constructor and `reserve` allocate memory and throw.
 class DaBlockTree
@@ -60,8 +60,8 @@ private:
     struct Node
     {
         unsigned count;
-        Position
-            children[WIDTH]; // of a leaf: unused. The first one of a spare node: the next spare
+        // Not used in a leaf. The first one of a spare node is the next spare node.
+        Position children[WIDTH];
         Entry entries[WIDTH];
     };
     struct Step

@@ -90,7 +90,7 @@ private:
 
     XmlDocumentBuilder &_builder;
     // Of the element that began last:
-    XmlElement::Attribute **_nextAttribute = nullptr; // where one more has to be stored
+    XmlElement::Attribute **_nextAttribute = nullptr; // the link to one more
     std::uint64_t _marks = 0;
 };
 

@@ -337,7 +337,7 @@ DevSeqTransFactory::~DevSeqTransFactory() = default;
 RCShdPtr<DevSMTransition> DevSeqTransFactory::create(LiString const &name)
 {
     // An engine asks for the transitions in the order of the table, which is the order of this
-    // list, too. So the search begins where the last one has ended.
+    // list, too. So the search begins behind the transition that was found last.
     constexpr std::size_t NB_TRANSITIONS = std::size(SeqTransName::all);
     for (std::size_t i = 0; i < NB_TRANSITIONS; ++i) {
         std::size_t const place = (_next + i) % NB_TRANSITIONS;
