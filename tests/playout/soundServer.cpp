@@ -70,11 +70,7 @@ SoundServer::SoundServer(std::string const &folder)
 
 SoundServer::~SoundServer()
 {
-    if (_process > 0) {
-        signal(SIGCONT);
-        signal(SIGTERM);
-        ::waitpid(std::exchange(_process, -1), nullptr, 0);
-    }
+    kill();
     ::unsetenv("JACK_DEFAULT_SERVER");
     // A server that was killed leaves these behind.
     for (auto const &entry : std::filesystem::directory_iterator("/dev/shm"))
@@ -92,6 +88,8 @@ void SoundServer::signal(int number)
 
 void SoundServer::kill()
 {
+    if (_process < 0)
+        return;
     signal(SIGKILL);
     ::waitpid(std::exchange(_process, -1), nullptr, 0);
 }
@@ -101,8 +99,9 @@ jack_client_t *SoundServer::openClient(char const *name)
     return jack_client_open(name, JackNoStartServer, nullptr);
 }
 
-SoundCapture::SoundCapture(int channels)
-    : _client(SoundServer::openClient("capture")),
+SoundCapture::SoundCapture(SoundServer &server, int channels)
+    : _server(server),
+      _client(SoundServer::openClient("capture")),
       _samples(MOST * static_cast<std::size_t>(channels))
 {
     if (!_client)
@@ -121,6 +120,7 @@ SoundCapture::SoundCapture(int channels)
 
 SoundCapture::~SoundCapture()
 {
+    _server.kill();
     jack_client_close(_client);
 }
 

@@ -26,7 +26,7 @@ public:
     ~SoundServer();
 
     void signal(int number);
-    /// Kills the server and waits for its end.
+    /// Kills the server and waits for its end, unless it was killed before.
     void kill();
 
     /// Opens a client. Returns null if no server answers.
@@ -40,9 +40,11 @@ private:
 class SoundCapture
 {
 public:
-    explicit SoundCapture(int channels);
+    SoundCapture(SoundServer &server, int channels);
     SoundCapture(SoundCapture const &) = delete;
     SoundCapture &operator=(SoundCapture const &) = delete;
+    /// Kills the server first, because a client that leaves waits for an answer. A server that
+    /// waits for its clients may never give it if another client has left in the same period.
     ~SoundCapture();
 
     /// Returns "jack:" and the names of the ports.
@@ -58,6 +60,7 @@ private:
 
     static constexpr std::size_t MOST = 120 * SoundServer::RATE; // samples of a channel
 
+    SoundServer &_server;
     jack_client_t *_client;
     std::vector<jack_port_t *> _ports;
     std::vector<float> _samples;

@@ -96,7 +96,7 @@ TEST_F(SoundTest, WhatIsHeardIsTheRecording)
     startServer();
     for (int const channels : {1, 2, 3}) {
         auto const expected = makeSound(channels, 2 * RATE + 7);
-        SoundCapture const capture(channels);
+        SoundCapture const capture(*_server, channels);
         Outcome const outcome = playTo(capture, {path("in.wav")});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.err, "");
@@ -112,7 +112,7 @@ TEST_F(SoundTest, TheCardPacesTheShow)
 {
     startServer();
     auto const expected = makeSound(1, 3 * RATE);
-    SoundCapture const capture(1);
+    SoundCapture const capture(*_server, 1);
     Outcome const outcome = playTo(capture, {path("in.wav")});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     long long samples = 0;
@@ -133,7 +133,7 @@ TEST_F(SoundTest, EventsAreHeardAtTheirFrames)
 {
     startServer();
     auto expected = makeSound(2, 20 * FRAME);
-    SoundCapture const capture(2);
+    SoundCapture const capture(*_server, 2);
     writeText("show.xml", "<show><device name='player'/><device name='fader'/>"
                           "<device name='out' kind='speaker' card='" +
                               capture.getPlace() +
@@ -158,7 +158,7 @@ TEST_F(SoundTest, ASpeakerTakesThePlaceOfTheRecorder)
 {
     startServer();
     auto const expected = makeSound(1, 3000);
-    SoundCapture const capture(1);
+    SoundCapture const capture(*_server, 1);
     writeText("show.xml", "<show output='out.wav'><clip file='in.wav'/></show>");
     Outcome const outcome = Playout({path("show.xml"), "--to", capture.getPlace()}).finish();
     EXPECT_EQ(outcome.status, 0) << outcome.out;
@@ -171,7 +171,7 @@ TEST_F(SoundTest, WithoutNamesThePortsAreThoseOfTheCard)
 {
     startServer();
     makeSound(1, RATE);
-    SoundCapture const capture(1); // is not connected
+    SoundCapture const capture(*_server, 1); // is not connected
     Playout playout({path("in.wav"), "--to", "jack"});
     ASSERT_TRUE(playout.waitFor("player     sync -> lock"));
     jack_port_t * const port = jack_port_by_name(capture.getClient(), "zvplayout:out_1");
@@ -190,7 +190,7 @@ TEST_F(SoundTest, WhatComesTooLateIsSilenceAndCounted)
 {
     startServer();
     auto const expected = makeSound(2, 2 * RATE);
-    SoundCapture const capture(2);
+    SoundCapture const capture(*_server, 2);
     // Small pages, so that the player gets what is in the pipe.
     writeText("show.xml", "<show><memory page='8192' budget='100000' ahead='0'/>"
                           "<clip file='pipe'/></show>");
@@ -227,7 +227,7 @@ TEST_F(SoundTest, TheShowEndsInOrderIfTheServerDies)
 {
     startServer();
     makeSound(2, 20 * RATE);
-    SoundCapture const capture(2);
+    SoundCapture const capture(*_server, 2);
     Playout playout({path("in.wav"), "--to", capture.getPlace()});
     EXPECT_TRUE(capture.waitUntil(hasSound));
     _server->kill();
@@ -244,7 +244,7 @@ TEST_F(SoundTest, TheShowEndsInOrderIfTheServerStandsStill)
 {
     startServer();
     makeSound(1, 20 * RATE);
-    SoundCapture const capture(1);
+    SoundCapture const capture(*_server, 1);
     Playout playout({path("in.wav"), "--to", capture.getPlace()});
     EXPECT_TRUE(capture.waitUntil(hasSound));
     _server->signal(SIGSTOP);
@@ -252,14 +252,13 @@ TEST_F(SoundTest, TheShowEndsInOrderIfTheServerStandsStill)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "zvplayout: the JACK server does not go on\n");
     EXPECT_THAT(outcome.out, testing::Not(HasSubstr("left behind")));
-    _server->kill(); // the capture could not leave it
 }
 
 TEST_F(SoundTest, AnInterruptEndsIt)
 {
     startServer();
     makeSound(1, 20 * RATE);
-    SoundCapture const capture(1);
+    SoundCapture const capture(*_server, 1);
     Playout playout({path("in.wav"), "--to", capture.getPlace()});
     EXPECT_TRUE(capture.waitUntil(hasSound));
     playout.signal(SIGINT);
@@ -272,7 +271,7 @@ TEST_F(SoundTest, TheCallbackObeysTheRulesOfRealTimeAudio)
 {
     startServer();
     auto const expected = makeSound(2, RATE);
-    SoundCapture const capture(2);
+    SoundCapture const capture(*_server, 2);
     Playout::Surroundings surroundings;
     surroundings.trapped = true;
     Outcome const outcome = playTo(capture, {path("in.wav")}, surroundings);
