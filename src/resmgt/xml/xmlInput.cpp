@@ -97,7 +97,7 @@ void XmlInput::makeRoom(char const *needed, std::size_t size)
         std::memcpy(buffer, needed, size);
         delete[] _buffer;
         setBuffer(buffer, capacity);
-    } else {
+    } else if (needed != _buffer) { // a long text stays at the beginning
         std::memmove(_buffer, needed, size);
     }
     _limit = _buffer + size;
