@@ -43,12 +43,12 @@ endfunction()
 # The system's services are imported: a call uses the pointer __imp_X. The pointers of the services to be wrapped are
 # renamed in the archive PARTS, so that no other calls are redirected, such as those of the C library. The generated
 # source defines these pointers, and the __real_ functions under the names that they have on other systems. The system's
-# services have names with a capital. The others are inline functions of platform/services.h there.
+# services have names with a capital, except timeGetTime. The others are inline functions of platform/services.h there.
 function(zv_wrap_services parts wrapped source)
     set(text "// Generated: calls of services, on their way to the tests.\n")
     set(renamed "")
     foreach(symbol IN LISTS wrapped)
-        if(NOT symbol MATCHES "^_ZN10ZvPlatform([0-9]+)([A-Z].*)$")
+        if(NOT symbol MATCHES "^_ZN10ZvPlatform([0-9]+)([A-Z].*|timeGetTime.*)$")
             continue()
         endif()
         string(SUBSTRING ${CMAKE_MATCH_2} 0 ${CMAKE_MATCH_1} service)
