@@ -39,8 +39,9 @@ inline ThreadNumber currentNumber()
     return local.number;
 }
 
-/// What spinning before a sleep has achieved, in the waits for one object.
-struct SpinCredit
+/// What spinning before a sleep has achieved, in the waits for one object. Aligned as the number of
+/// its size, because clang calls a library for an atomic object of less alignment.
+struct alignas(std::uint32_t) SpinCredit
 {
     std::uint8_t trust;     ///< 0 if the next wait must sleep at once
     std::uint8_t failures;  ///< tries since the last success

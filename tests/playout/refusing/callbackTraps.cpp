@@ -124,6 +124,12 @@ ZV_TRAP(int, pthread_rwlock_wrlock, (pthread_rwlock_t * lock), (lock))
     throw std::bad_alloc();
 }
 
+[[gnu::noinline]] void *operator new(std::size_t size, std::nothrow_t const &) noexcept
+{
+    check("operator new");
+    return std::malloc(size > 0 ? size : 1);
+}
+
 [[gnu::noinline]] void operator delete(void *memory) noexcept
 {
     check("operator delete");
