@@ -33,12 +33,14 @@ class ZVBASE_EXPORT LgText : public std::ostream
 public:
     ~LgText() override;
 
+    /// Writes a text, a character or a whole number.
     template <LgTextElement T>
     friend LgText &operator<<(LgText &text, T element)
     {
         text.add(element);
         return text;
     }
+    /// Writes a text.
     template <class T>
     requires std::same_as<T, std::string> || std::same_as<T, std::string_view>
     friend LgText &operator<<(LgText &text, T const &element)

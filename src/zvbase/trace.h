@@ -103,7 +103,9 @@ private:
         }                                                                                          \
     } while (false)
 
+/// Makes a text of a macro's number, such as that of the line.
 #define ZV_TRACE_STRING(number) ZV_TRACE_STRING_OF(number)
+/// For `ZV_TRACE_STRING` alone.
 #define ZV_TRACE_STRING_OF(number) #number
 
 /// Traces the begin and the end of the enclosing block, if a level is on.

@@ -23,6 +23,7 @@ class ZVRESMGT_EXPORT XmlText
 {
 public:
     XmlText() noexcept : _bytes(""), _viewedLength(0), _isView(true) {}
+    /// Shares the bytes of a string.
     explicit XmlText(LiString const &text) : _string(text), _viewedLength(0), _isView(false) {}
     XmlText(XmlText const &source);
     XmlText(XmlText &&source) noexcept;
