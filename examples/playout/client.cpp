@@ -119,6 +119,8 @@ bool Client::run()
         std::rethrow_exception(failure);
     if (isSignalled && !_isComplete)
         return false;
+    if (!_failure.empty() && _job->isWritten()) // after the failure of another device
+        _failure += " (" + describeOutput() + ")";
     findCulprit();
     if (_isNoAnswer)
         ZV_THROW(PlayoutEx::NoAnswer, _failure.c_str());
@@ -579,9 +581,10 @@ void Client::findCulprit()
 
 std::string Client::describeOutput() const
 {
+    bool const isWritten = _isComplete || _job->isWritten();
     if (_job->card)
-        return _isComplete ? "all was played" : "not all was played";
-    return _job->output + (_isComplete ? " is complete" : " was not written");
+        return isWritten ? "all was played" : "not all was played";
+    return _job->output + (isWritten ? " is complete" : " was not written");
 }
 
 void Client::showResult()

@@ -34,6 +34,7 @@ void PlayoutJob::complete()
 {
     {
         LkGuard<LkLock const> const guard(_lock);
+        _isWritten = true;
         _isComplete = !_hasFailed;
     }
     wake();
@@ -64,6 +65,12 @@ bool PlayoutJob::isComplete() const
 {
     LkGuard<LkLock const> const guard(_lock);
     return _isComplete;
+}
+
+bool PlayoutJob::isWritten() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return _isWritten;
 }
 
 bool PlayoutJob::hasFailed() const

@@ -50,6 +50,8 @@ public:
     /// Marks a device, and with it the recording, as failed.
     void fail(std::string const &device, char const *reason);
     bool isComplete() const;
+    /// Returns whether all was recorded or played, even if another device had failed before.
+    bool isWritten() const;
     bool hasFailed() const;
     std::string getFailure() const;
     /// Returns the reason that a device gave for its own failure. Empty if it gave none.
@@ -67,6 +69,7 @@ public:
 private:
     Zv::LkLock mutable _lock{"PlayoutJob"};
     Zv::LkEvent _changed{"PlayoutJob", false};
+    bool _isWritten = false;
     bool _isComplete = false;
     bool _hasFailed = false;
     std::string _failure;
