@@ -2,14 +2,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace ZvTest {
@@ -27,9 +30,25 @@ bool await(std::function<bool()> const &isDone)
     return true;
 }
 
-std::string getServerName()
+/// Returns the name of the server of this process. JACK has room for eight servers, and the place of
+/// one that was killed is free only for a server of the same name. So there are few names, and a
+/// lock keeps one for this process.
+std::string const &getServerName()
 {
-    return "zvtest" + std::to_string(::getpid());
+    static std::string const taken = [] {
+        for (int i = 0;; i = (i + 1) % 4) {
+            std::string const name = "zvtest" + std::to_string(i);
+            std::string const lock = std::filesystem::temp_directory_path() / (name + ".lock");
+            int const file = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+            if (file < 0)
+                throw std::system_error(errno, std::generic_category(), lock);
+            if (::flock(file, LOCK_EX | LOCK_NB) == 0)
+                return name;
+            ::close(file);
+            ::usleep(5000);
+        }
+    }();
+    return taken;
 }
 
 } // namespace
@@ -38,7 +57,7 @@ SoundServer::SoundServer(std::string const &folder)
 {
     jack_set_error_function([](char const *) {});
     jack_set_info_function([](char const *) {});
-    std::string const name = getServerName();
+    std::string const &name = getServerName();
     std::string const rate = std::to_string(RATE);
     std::string const period = std::to_string(PERIOD);
     ::setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
