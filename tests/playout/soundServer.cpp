@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <system_error>
 #include <utility>
 
@@ -89,7 +90,11 @@ SoundServer::SoundServer(std::string const &folder)
 
 SoundServer::~SoundServer()
 {
-    kill();
+    if (_process > 0) {
+        signal(SIGCONT);
+        signal(SIGTERM);
+        ::waitpid(std::exchange(_process, -1), nullptr, 0);
+    }
     ::unsetenv("JACK_DEFAULT_SERVER");
     // A server that was killed leaves these behind.
     for (auto const &entry : std::filesystem::directory_iterator("/dev/shm"))
@@ -139,8 +144,9 @@ SoundCapture::SoundCapture(SoundServer &server, int channels)
 
 SoundCapture::~SoundCapture()
 {
-    _server.kill();
-    jack_client_close(_client);
+    auto const closing = std::async(std::launch::async, [this] { jack_client_close(_client); });
+    if (closing.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+        _server.kill();
 }
 
 std::string SoundCapture::getPlace() const

@@ -43,8 +43,8 @@ public:
     SoundCapture(SoundServer &server, int channels);
     SoundCapture(SoundCapture const &) = delete;
     SoundCapture &operator=(SoundCapture const &) = delete;
-    /// Kills the server first, because a client that leaves waits for an answer. A server that
-    /// waits for its clients may never give it if another client has left in the same period.
+    /// Leaves the server. A server that waits for its clients may never answer that if another
+    /// client has left in the same period, or if it was stopped. It is killed then.
     ~SoundCapture();
 
     /// Returns "jack:" and the names of the ports.
