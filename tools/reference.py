@@ -27,6 +27,9 @@ for package in ("locks", "smartPtrs", "literals", "containers", "dynamicAllocati
                 "memoryBuffers", "syncEngine", "xml", "deviceProtocol", "deviceManager", "resmgt"):
     UMBRELLAS[package] = f"src/resmgt/{package}.h"
 
+# The sources that have a page.
+EXAMPLES = sorted(glob.glob("examples/*.cpp", root_dir=ROOT) + glob.glob("examples/counter/*.[hc]*", root_dir=ROOT))
+
 # The line break of one line for doxygen, so that a header keeps its line numbers.
 BREAK = r" \ilinebr "
 
@@ -187,6 +190,8 @@ def filterHeader(name, lines):
 def label(document, heading=None):
     """Returns the label of a document or of a heading. The second part is what code hosts use."""
     name = os.path.splitext(os.path.basename(document))[0].lower()
+    if document in EXAMPLES:
+        return f"example-{name}"
     if not heading:
         return name
     slug = re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
@@ -220,6 +225,7 @@ def filterDocument(name, lines):
     isCode = False
     for i, line in enumerate(lines):
         if line.startswith("```"):
+            lines[i] = line.split(" ")[0] # the source of a quote may follow
             isCode = not isCode
         if isCode:
             continue
@@ -240,6 +246,8 @@ def convertLink(folder, text, target, heading):
         return f"[{text}](@ref {target[4:]})"
     if target.endswith(".md"):
         return f"[{text}](#{label(target, heading)})"
+    if target in EXAMPLES:
+        return f"[{text}](#{label(target)})"
     return text
 
 
@@ -269,6 +277,16 @@ def writeInput(folder):
         filterDocument(document, lines)
         writeLines(os.path.join(folder, document), lines)
     writePages(folder)
+    writeExamples(folder)
+
+
+def writeExamples(folder):
+    """Writes a page for each example: the purpose from its first comment, and its code."""
+    for example in EXAMPLES:
+        lines = readLines(example)
+        title = os.path.relpath(example, "examples")
+        writeLines(os.path.join(folder, example + ".md"),
+                   [f"# {title} {{#{label(example)}}}", "", "```cpp", *lines, "```"])
 
 
 def writePages(folder):
