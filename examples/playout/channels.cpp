@@ -239,6 +239,13 @@ bool Channels::areThoseOf(Channels const &other) const
     return sorted(withOnePair()) == sorted(other.withOnePair());
 }
 
+std::string Channels::getName(std::size_t index) const
+{
+    auto const rank = static_cast<std::size_t>(getRank(_speakers[index]));
+    return rank < std::size(SPEAKERS) ? SPEAKERS[rank].text
+                                      : "channel " + std::to_string(index + 1);
+}
+
 std::string Channels::toText() const
 {
     std::string text;

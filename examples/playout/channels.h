@@ -31,6 +31,8 @@ public:
     Channels assignTo(SNDFILE *file, int type) const;
 
     std::size_t getNumber() const { return _speakers.size(); }
+    /// Returns the name of a channel: "left". One without a name is called by its number.
+    std::string getName(std::size_t index) const;
     /// Returns whether a WAV file has to name these channels. It has to if they have names and are
     /// more than two or unusual.
     bool needNames() const;

@@ -51,7 +51,7 @@ void Recorder::performBeats(std::int64_t)
 void Recorder::finish()
 {
     if (_waveform)
-        _picture->write(_waveform->draw(*getJob().timeline, getJob().cues.getHappened()));
+        _picture->write(_waveform->draw(getJob().timeline.get(), getJob().cues.getHappened()));
     _writer->finish();
     if (_picture)
         _picture->finish();

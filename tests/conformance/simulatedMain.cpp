@@ -1,7 +1,7 @@
 // Runs the tables under many schedules. The lines must be the same under each of them. Those of the
 // first schedule are printed, and those of the others are compared with them.
 #include "conformance/conformance.h"
-#include "platform/simulated/simulation.h"
+#include "platform/scheduler/simulation.h"
 
 #include <cstdio>
 #include <cstdlib>

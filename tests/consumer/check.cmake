@@ -1,5 +1,6 @@
-# cmake -D BUILD=<build folder> -D SOURCE=<this folder> -D CXX=<compiler> -D GENERATOR=<generator>
-#     [-D LAUNCHER=<compiler cache>] [-D FLAGS=<compiler flags>] [-D EXAMPLES=<folder of the examples>] -P check.cmake
+# cmake -D BUILD=<build folder> -D SOURCE=<this folder> -D VERSION=<version> -D CXX=<compiler>
+#     -D GENERATOR=<generator> [-D LAUNCHER=<compiler cache>] [-D FLAGS=<compiler flags>]
+#     [-D EXAMPLES=<folder of the examples>] -P check.cmake
 #
 # Installs the build into a prefix of its own, moves that, and builds and runs the consumer against it. If EXAMPLES is
 # given, builds the examples alone against it and runs their tests.
@@ -22,6 +23,7 @@ set(ENV{LD_LIBRARY_PATH} ${library_folder})
 
 function(build source folder)
     do(${CMAKE_COMMAND} -S ${source} -B ${folder} -G ${GENERATOR} -D CMAKE_PREFIX_PATH=${work}/prefix
+        -D EXPECTED_VERSION=${VERSION}
         -D CMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}" "-DCMAKE_CXX_FLAGS=${FLAGS}")
     do(${CMAKE_COMMAND} --build ${folder})
 endfunction()

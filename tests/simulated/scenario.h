@@ -13,7 +13,7 @@
 // scheduler can detect, is found without its help.
 #pragma once
 
-#include "platform/simulated/simulation.h"
+#include "platform/scheduler/simulation.h"
 
 #include <functional>
 #include <string>

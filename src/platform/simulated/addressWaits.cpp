@@ -1,4 +1,4 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/thread.h"
 
 namespace ZvPlatform {
 
@@ -45,10 +45,8 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
     Thread &me = currentThread();
     me.kind = Thread::ADDRESS;
     me.address = const_cast<void *>(address);
-    me.granted = false;
-    me.deadline = scheduler.deadlineAfter(milliseconds);
     sleepers.append(me);
-    scheduler.wait();
+    scheduler.wait(scheduler.deadlineAfter(milliseconds), true);
     if (me.granted)
         return TRUE;
     sleepers.remove(me);

@@ -1,4 +1,4 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/thread.h"
 
 #include <new>
 
@@ -42,10 +42,8 @@ void EnterCriticalSection(CRITICAL_SECTION *section)
     if (mine.owner) {
         me.kind = Thread::SECTION;
         me.section = &mine;
-        me.granted = false;
-        me.deadline = NEVER;
         ++mine.waiters;
-        scheduler.wait();
+        scheduler.wait(NEVER);
         --mine.waiters;
     }
     take(mine, me);

@@ -1,4 +1,4 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/thread.h"
 
 namespace ZvPlatform::Simulated {
 
@@ -62,11 +62,9 @@ DWORD waitInQueue(Object &object, DWORD milliseconds)
     Thread &me = currentThread();
     me.kind = Thread::OBJECT;
     me.awaited = &object;
-    me.granted = false;
-    me.deadline = scheduler.deadlineAfter(milliseconds);
     object.queue.append(me);
     ++object.pins;
-    scheduler.wait();
+    scheduler.wait(scheduler.deadlineAfter(milliseconds));
     DWORD result = me.result;
     if (!me.granted) {
         object.queue.remove(me);

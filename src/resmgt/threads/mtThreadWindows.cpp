@@ -6,6 +6,7 @@
 #include "resmgt/threads/mtLogger.private.h"
 #include "resmgt/threads/mtPriorityLevels.private.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/mtThreadStart.private.h"
 #include "resmgt/threads/mtTraceMgr.private.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/assertions.h"
@@ -656,6 +657,15 @@ void printThreadStack()
                                << "N/A"
                                << " frontProtectAddr "
                                << "N/A");
+}
+
+void startWithoutMeeting(MtThread &thread)
+{
+    // The application may have a thread class of its own.
+    if (auto * const own = dynamic_cast<MtThreadWindows *>(&thread))
+        own->startWithoutMeeting();
+    else
+        thread.start();
 }
 
 } // namespace Zv

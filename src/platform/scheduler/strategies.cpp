@@ -1,4 +1,4 @@
-#include "platform/simulated/strategies.h"
+#include "platform/scheduler/strategies.h"
 
 namespace ZvPlatform::Simulated {
 
@@ -17,7 +17,7 @@ std::uint32_t Random::below(std::uint32_t bound)
     return static_cast<std::uint32_t>((next() >> 32) * bound >> 32);
 }
 
-void Candidates::add(Option::What what, Thread *thread)
+void Candidates::add(Option::What what, Task *thread)
 {
     if (count < MAX_OPTIONS)
         option[count++] = {what, thread};
@@ -77,11 +77,11 @@ public:
         _lowest = 0;
     }
 
-    void started(Thread &thread) override { thread.priority = draw(); }
+    void started(Task &thread) override { thread.priority = draw(); }
 
     unsigned choose(Candidates const &candidates, Record &record) override
     {
-        Thread *current = candidates.isCurrentFirst ? candidates.option[0].thread : nullptr;
+        Task *current = candidates.isCurrentFirst ? candidates.option[0].thread : nullptr;
         bool isTired = current && candidates.hasYielded;
         for (unsigned i = 0; i < _changes; ++i)
             if (_change[i] <= record.decisions) {

@@ -1,0 +1,176 @@
+// Word that threads share without a lock (extenders).
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <type_traits>
+
+namespace ZvPlatform {
+
+#ifdef ZV_PLATFORM_SIMULATED
+namespace Simulated {
+/// Lets the scheduler switch to another thread before an operation on a shared word.
+__attribute__((visibility("default"))) void reachShared(char const *operation, void const *word);
+} // namespace Simulated
+#endif
+
+/// A word that threads read and write without a lock.
+///
+///     static constinit Shared<bool> isStopped{false};
+///     isStopped.store(true, std::memory_order_release);
+///     while (!isStopped.load(std::memory_order_acquire))
+///         doSomeWork();
+///
+/// The operations are those of `std::atomic`, with the same code and the same meaning, but each of
+/// them needs a memory order, and there is no conversion to or from `T`. So each access and its
+/// order can be seen in the source. The word has the size and the layout of a `T`, and its address
+/// may be given to `WaitOnAddress`.
+///
+/// If the services are simulated, each operation is a scheduling point.
+///
+/// **Threads** Any thread may call the operations at any time. The constructor is no operation: the
+/// thread that constructs the word must publish it by other means.
+template <class T>
+class Shared
+{
+    static_assert(std::is_trivially_copyable_v<T>);
+    static_assert(__atomic_always_lock_free(sizeof(T), nullptr));
+    static constexpr bool IS_NUMBER = std::is_integral_v<T> && !std::is_same_v<T, bool>;
+
+public:
+    constexpr Shared() noexcept : Shared(T{}) {}
+    constexpr explicit Shared(T value) noexcept : _value(value) {}
+    Shared(Shared const &) = delete;
+    Shared &operator=(Shared const &) = delete;
+
+    [[nodiscard]] T load(std::memory_order order) const noexcept
+    {
+        reach("load");
+        T value;
+        __atomic_load(&_value, &value, static_cast<int>(order));
+        return value;
+    }
+
+    void store(T value, std::memory_order order) noexcept
+    {
+        reach("store");
+        __atomic_store(&_value, &value, static_cast<int>(order));
+    }
+
+    /// Stores `value` and returns the former value.
+    T exchange(T value, std::memory_order order) noexcept
+    {
+        reach("exchange");
+        T former;
+        __atomic_exchange(&_value, &value, &former, static_cast<int>(order));
+        return former;
+    }
+
+    /// Stores `desired` if the word equals `expected`, and returns true. Otherwise sets `expected` to
+    /// the value of the word and returns false.
+    bool compare_exchange_strong(T &expected, T desired, std::memory_order order,
+                                 std::memory_order failure) noexcept
+    {
+        return compareExchange(expected, desired, false, order, failure);
+    }
+
+    /// Does what the other form does. If the comparison fails, the order is `order` without the
+    /// release.
+    bool compare_exchange_strong(T &expected, T desired, std::memory_order order) noexcept
+    {
+        return compareExchange(expected, desired, false, order, withoutRelease(order));
+    }
+
+    /// Does what `compare_exchange_strong` does, but may also return false if the word equals
+    /// `expected`. Call it in a loop.
+    bool compare_exchange_weak(T &expected, T desired, std::memory_order order,
+                               std::memory_order failure) noexcept
+    {
+        return compareExchange(expected, desired, true, order, failure);
+    }
+
+    /// Does what the other form does. If the comparison fails, the order is `order` without the
+    /// release.
+    bool compare_exchange_weak(T &expected, T desired, std::memory_order order) noexcept
+    {
+        return compareExchange(expected, desired, true, order, withoutRelease(order));
+    }
+
+    // These return the former value.
+
+    T fetch_add(T amount, std::memory_order order) noexcept requires IS_NUMBER
+    {
+        reach("fetch_add");
+        return __atomic_fetch_add(&_value, amount, static_cast<int>(order));
+    }
+
+    T fetch_sub(T amount, std::memory_order order) noexcept requires IS_NUMBER
+    {
+        reach("fetch_sub");
+        return __atomic_fetch_sub(&_value, amount, static_cast<int>(order));
+    }
+
+    T fetch_or(T bits, std::memory_order order) noexcept requires IS_NUMBER
+    {
+        reach("fetch_or");
+        return __atomic_fetch_or(&_value, bits, static_cast<int>(order));
+    }
+
+    T fetch_and(T bits, std::memory_order order) noexcept requires IS_NUMBER
+    {
+        reach("fetch_and");
+        return __atomic_fetch_and(&_value, bits, static_cast<int>(order));
+    }
+
+    T fetch_xor(T bits, std::memory_order order) noexcept requires IS_NUMBER
+    {
+        reach("fetch_xor");
+        return __atomic_fetch_xor(&_value, bits, static_cast<int>(order));
+    }
+
+private:
+    static constexpr std::memory_order withoutRelease(std::memory_order order)
+    {
+        return order == std::memory_order_acq_rel   ? std::memory_order_acquire
+               : order == std::memory_order_release ? std::memory_order_relaxed
+                                                    : order;
+    }
+
+    void reach([[maybe_unused]] char const *operation) const noexcept
+    {
+#ifdef ZV_PLATFORM_SIMULATED
+        Simulated::reachShared(operation, this);
+#endif
+    }
+
+    bool compareExchange(T &expected, T desired, bool isWeak, std::memory_order order,
+                         std::memory_order failure) noexcept
+    {
+        reach("compare_exchange");
+        return __atomic_compare_exchange(&_value, &expected, &desired, isWeak,
+                                         static_cast<int>(order), static_cast<int>(failure));
+    }
+
+    alignas(sizeof(T)) T _value;
+};
+
+/// Orders what the calling thread does before and after it, like `std::atomic_thread_fence`.
+inline void fence(std::memory_order order) noexcept
+{
+#ifdef ZV_PLATFORM_SIMULATED
+    Simulated::reachShared("fence", nullptr);
+#endif
+#ifdef __SANITIZE_THREAD__
+    // The thread sanitizer does not know fences. All operations on one word order at least as much.
+    static constinit std::uint32_t word = 0;
+    __atomic_fetch_add(&word, 0, static_cast<int>(order));
+#else
+    __atomic_thread_fence(static_cast<int>(order));
+#endif
+}
+
+static_assert(sizeof(Shared<bool>) == sizeof(bool));
+static_assert(sizeof(Shared<void *>) == sizeof(void *));
+static_assert(sizeof(Shared<std::uint64_t>) == sizeof(std::uint64_t));
+
+} // namespace ZvPlatform
