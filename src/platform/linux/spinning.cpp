@@ -15,7 +15,7 @@ constinit std::atomic<Instant> sleepCost{0};
 void Call::note()
 {
     at.store(now(), std::memory_order_relaxed);
-    from.store(::sched_getcpu(), std::memory_order_relaxed);
+    from.store(Kernel::currentProcessor(), std::memory_order_relaxed);
 }
 
 Instant Spin::getLimit() const

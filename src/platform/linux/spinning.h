@@ -14,7 +14,6 @@
 #include "platform/linux/futex.h"
 
 #include <algorithm>
-#include <sched.h>
 
 namespace ZvPlatform::Linux {
 
@@ -81,17 +80,6 @@ struct Call
     void note();
 };
 
-inline void pause()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    __asm__ volatile("yield");
-#else
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-#endif
-}
-
 /// A wait that may spin before it sleeps.
 class Spin
 {
@@ -102,7 +90,7 @@ public:
           _call(call),
           _start(start),
           _sleepsSince(start),
-          _processor(::sched_getcpu())
+          _processor(Kernel::currentProcessor())
     {}
 
     /// Calls `tryIt` until it succeeds, as long as that may pay. Returns whether it has succeeded.
@@ -118,7 +106,7 @@ public:
                     setCredit(afterSuccess());
                     return true;
                 }
-                pause();
+                Kernel::pause();
             }
             _sleepsSince = now();
         } while (_sleepsSince - _start < limit);

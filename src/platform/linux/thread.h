@@ -6,8 +6,6 @@
 #include "platform/linux/arena.h"
 #include "platform/linux/spinning.h"
 
-#include <pthread.h>
-
 namespace ZvPlatform::Linux {
 
 struct Object;
@@ -62,7 +60,7 @@ struct alignas(64) Thread
     /// The object of the thread's handle, or null if there is none yet. Written by the thread
     /// itself, or before it begins.
     Object *object = nullptr;
-    pthread_t pthread{};
+    Kernel::ThreadId id{};
     /// Whether CreateThread has made the thread.
     bool created = false;
     DWORD exitCode = 0;

@@ -16,10 +16,11 @@ __attribute__((visibility("default"))) void reachShared(char const *operation, v
 
 /// A word that threads read and write without a lock.
 ///
-///     static constinit Shared<bool> isStopped{false};
-///     isStopped.store(true, std::memory_order_release);
-///     while (!isStopped.load(std::memory_order_acquire))
-///         doSomeWork();
+///     #include <zvbase/platform/shared.h>
+///
+///     ZvPlatform::Shared<long> nbBeats(0);
+///     nbBeats.fetch_add(1, std::memory_order_relaxed);
+///     std::cout << nbBeats.load(std::memory_order_relaxed) << " beats\n";
 ///
 /// The operations are those of `std::atomic`, with the same code and the same meaning, but each of
 /// them needs a memory order, and there is no conversion to or from `T`. So each access and its
