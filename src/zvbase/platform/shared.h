@@ -44,6 +44,7 @@ public:
     Shared(Shared const &) = delete;
     Shared &operator=(Shared const &) = delete;
 
+    /// Returns the value of the word.
     [[nodiscard]] T load(std::memory_order order) const noexcept
     {
         reach("load");
@@ -52,6 +53,7 @@ public:
         return value;
     }
 
+    /// Sets the word to `value`.
     void store(T value, std::memory_order order) noexcept
     {
         reach("store");
@@ -67,8 +69,8 @@ public:
         return former;
     }
 
-    /// Stores `desired` if the word equals `expected`, and returns true. Otherwise sets `expected` to
-    /// the value of the word and returns false.
+    /// Stores `desired` if the word equals `expected`, and returns true. Otherwise sets `expected`
+    /// to the value of the word and returns false.
     bool compare_exchange_strong(T &expected, T desired, std::memory_order order,
                                  std::memory_order failure) noexcept
     {
@@ -97,32 +99,35 @@ public:
         return compareExchange(expected, desired, true, order, withoutRelease(order));
     }
 
-    // These return the former value.
-
+    /// Adds `amount` to the word, and returns its former value.
     T fetch_add(T amount, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_add");
         return __atomic_fetch_add(&_value, amount, static_cast<int>(order));
     }
 
+    /// Subtracts `amount` from the word, and returns its former value.
     T fetch_sub(T amount, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_sub");
         return __atomic_fetch_sub(&_value, amount, static_cast<int>(order));
     }
 
+    /// Sets the bits of `bits` in the word, and returns its former value.
     T fetch_or(T bits, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_or");
         return __atomic_fetch_or(&_value, bits, static_cast<int>(order));
     }
 
+    /// Keeps only the bits of `bits` in the word, and returns its former value.
     T fetch_and(T bits, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_and");
         return __atomic_fetch_and(&_value, bits, static_cast<int>(order));
     }
 
+    /// Inverts the bits of `bits` in the word, and returns its former value.
     T fetch_xor(T bits, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_xor");
