@@ -1,4 +1,5 @@
 #include "platform/simulated/scheduler.h"
+#include "platform/simulated/sharedWords.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -74,6 +75,7 @@ Object *newObject(Object::Type type)
     object->type = type;
     object->handles = 1;
     object->serial = ++serial;
+    forgetPublished(object);
     if (scheduler.isTracing())
         scheduler.mark(object->made);
     return object;

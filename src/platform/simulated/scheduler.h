@@ -29,6 +29,8 @@ public:
     /// Makes the calling thread wait for what its fields describe. Returns when the thread can run
     /// and has been chosen.
     void wait();
+    /// Returns which of `count` stores a load reads, from 0 for the newest.
+    unsigned chooseStore(unsigned count);
     /// Adds the result of a step to the digest and to the trace.
     void note(std::uint64_t result);
 
@@ -56,6 +58,8 @@ public:
     std::uint64_t random() { return _identifiers.next(); }
     void mark(Place &) const;
     bool isTracing() const { return _record && _options.trace >= 0; }
+    void traceText(char const *text) { trace("%s", text); }
+    std::uint32_t getStep() const { return _record ? _record->steps : 0; }
 
     [[noreturn]] void report(char const *finding, char const *text);
 
@@ -75,6 +79,7 @@ private:
     bool isEnabled(Thread const &) const;
     void collect(Candidates &, bool hasYielded);
     void pick(bool hasYielded);
+    void keep(unsigned chosen, unsigned count, bool isPreemption);
     void handOver(Thread &to);
     void receive();
     void judgeStated();

@@ -239,10 +239,14 @@ struct Section
 };
 static_assert(sizeof(Section) <= sizeof(CRITICAL_SECTION));
 
-// Tell the thread sanitizer that what happened before a release is visible after the next acquire
-// of this place. They have no effect in other builds.
+// What happened before a release is visible after the next acquire of this place. The memory model
+// and the thread sanitizer are told.
 void synchroniseRelease(void const *);
 void synchroniseAcquire(void const *);
+
+// Only the thread sanitizer is told. They have no effect in other builds.
+void tellRelease(void const *);
+void tellAcquire(void const *);
 
 /// While it exists, the thread sanitizer ignores the memory accesses of the thread. The simulation
 /// itself is built without the sanitizer, but the functions of the C library and the conditions of

@@ -1,4 +1,5 @@
 #include "platform/simulated/scheduler.h"
+#include "platform/simulated/sharedWords.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -106,6 +107,7 @@ bool Scheduler::start(Thread &thread, SIZE_T stackSize)
         static Record record;
         begin({}, record);
     }
+    weakMemory.start(indexOf(thread), indexOf(currentThread()));
     std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     pthread_attr_t attributes;
     ::pthread_attr_init(&attributes);
@@ -284,7 +286,9 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
             leaveAddress(*thread);
         }
     }
-    synchroniseAcquire(thread);
+    tellAcquire(thread);
+    if (scheduler.isRunning())
+        weakMemory.join(indexOf(currentThread()), indexOf(*thread));
     end(*thread, exitCode);
     // The killed thread keeps its block, its stack and its critical sections.
     if (thread == &currentThread())
