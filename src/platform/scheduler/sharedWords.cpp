@@ -1,5 +1,5 @@
 // Operations on words that threads share.
-#include "platform/simulated/scheduler.h"
+#include "platform/scheduler/scheduler.h"
 #include "zvbase/platform/shared.h"
 
 namespace ZvPlatform::Simulated {
