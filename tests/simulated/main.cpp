@@ -38,6 +38,16 @@ constexpr std::uint64_t FIRST_SEED = 1;
 constexpr unsigned REPETITIONS = 5;
 constexpr unsigned SCHEDULES_FOR_EACH_REFUSAL = 3;
 
+/// Returns how many schedules the tests run by each strategy.
+unsigned nbSchedules(Settings const &settings)
+{
+#ifdef ZV_KERNEL_SIMULATED
+    return settings.onKernel ? settings.onKernel : (settings.schedules + 9) / 10;
+#else
+    return settings.schedules;
+#endif
+}
+
 /// Test that runs a program under a fixed number of schedules.
 class ScenarioTest : public testing::Test
 {
@@ -54,8 +64,9 @@ public:
         }
         Tally tally;
         Settings const &settings = scenario.settings;
-        explorer.byChance(tally, _scenario, Choice::RANDOM, settings.schedules, FIRST_SEED);
-        explorer.byChance(tally, _scenario, Choice::PRIORITY, settings.schedules, FIRST_SEED);
+        unsigned const schedules = nbSchedules(settings);
+        explorer.byChance(tally, _scenario, Choice::RANDOM, schedules, FIRST_SEED);
+        explorer.byChance(tally, _scenario, Choice::PRIORITY, schedules, FIRST_SEED);
         if (settings.preemptions >= 0)
             explorer.byExhaustion(tally, _scenario, settings.preemptions, settings.exhaustive);
         if (settings.refusals)
