@@ -29,6 +29,12 @@ double now()
 
 void dropMessage(char const *, int, char const *, int, char const *, ...) {}
 
+/// Returns the samples that are moved at a time.
+int getPeriodAt(int rate)
+{
+    return std::max(rate / PERIODS_PER_SECOND, 1);
+}
+
 /// Returns the device of a place such as "alsa:hw:0".
 std::string getDevice(std::string const &place)
 {
@@ -62,7 +68,7 @@ public:
 
     int getChannels() const { return static_cast<int>(_channels); }
     int getRate() const { return static_cast<int>(_rate); }
-    int getPeriod() const { return static_cast<int>(_rate) / PERIODS_PER_SECOND; }
+    int getPeriod() const { return getPeriodAt(getRate()); }
     /// Returns the samples in the device that are not yet heard.
     std::int64_t getDelay();
     /// Returns a sample of the period that `transfer` moves.
@@ -277,21 +283,21 @@ void AlsaCard::fail(std::string const &reason)
 
 int AlsaCard::getPeriod() const
 {
-    return getSampleRate() / PERIODS_PER_SECOND;
+    return getPeriodAt(getSampleRate());
 }
 
 void AlsaCard::performOpenOutput(int channels, int rate, std::string const &place)
 {
     _output = std::make_unique<Stream>(place, SND_PCM_STREAM_PLAYBACK, channels, rate);
     setSampleRate(rate);
-    _output->start([this] { playOn(*_output); });
+    _output->start([this, &stream = *_output] { playOn(stream); });
 }
 
 int AlsaCard::performOpenInput(std::string const &place)
 {
     _input = std::make_unique<Stream>(place, SND_PCM_STREAM_CAPTURE, 0, 0);
     setSampleRate(_input->getRate());
-    _input->start([this] { captureOn(*_input); });
+    _input->start([this, &stream = *_input] { captureOn(stream); });
     return _input->getChannels();
 }
 

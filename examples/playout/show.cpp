@@ -98,13 +98,13 @@ ShowDevice *Show::find(std::string const &kind) const
 
 void Show::complete(bool isPaced, std::string const &source, std::string const &sink)
 {
+    if (devices.empty())
+        for (std::string const &kind : {source, std::string("fader"), sink})
+            devices.push_back(std::make_unique<ShowDevice>(kind));
     if (isPaced && !clock)
         clock = std::make_unique<ShowClock>();
     if (isPaced && !memory && !find("microphone"))
         memory = std::make_unique<ShowMemory>();
-    if (devices.empty())
-        for (std::string const &kind : {source, std::string("fader"), sink})
-            devices.push_back(std::make_unique<ShowDevice>(kind));
     auto const getName = [&](char const *kind, char const *usualName) {
         ShowDevice const * const device = find(kind);
         return device ? device->name : usualName;

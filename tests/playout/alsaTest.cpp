@@ -94,7 +94,7 @@ TEST_F(AlsaTest, WhatIsHeardIsTheRecording)
 
 TEST_F(AlsaTest, TheDeviceTakesTheRateOfTheRecording)
 {
-    auto const expected = makeSound(2, 44100, 44100);
+    auto const expected = makeSound(2, 3 * 44100, 44100); // more than the ring has room for
     EXPECT_EQ(run({path("in.wav"), "--to", "alsa:out"}).status, 0);
     EXPECT_TRUE(getHeard(getPlayed()) == expected);
 }
@@ -129,6 +129,38 @@ TEST_F(AlsaTest, ADeviceOfAShowHasItsOwnCard)
                           "<clip file='in.wav'/></show>");
     EXPECT_EQ(Playout({path("show.xml")}).finish().status, 0);
     EXPECT_TRUE(getHeard(getPlayed()) == expected);
+}
+
+TEST_F(AlsaTest, TheCommandLineReplacesTheDevicesOfAShow)
+{
+    makeInput(8);
+    writeText("show.xml", "<show output='never.wav'><clip file='missing.wav'/></show>");
+    EXPECT_EQ(Playout({path("show.xml"), "--from", "alsa:in", path("out.wav"), "--length=0.5"})
+                  .finish()
+                  .status,
+              0);
+    expectInput(readFloats("out.wav", 2), RATE / 2);
+    // The names of the devices stay.
+    Outcome const outcome = Playout({path("show.xml"), "--from", "alsa:in", "--to", "alsa:out",
+                                     "--length=0.5", "--property", "recorder:card:latency=1.5"})
+                                .finish();
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    expectInput(getHeard(getPlayed()), RATE / 2);
+    EXPECT_FALSE(files().contains("never.wav"));
+}
+
+TEST_F(AlsaTest, AShowThatIsWrittenCanBePlayed)
+{
+    makeInput(8);
+    Outcome const outcome = Playout({"--from", "alsa:in", path("out.wav"), "--dump-show"}).finish();
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("kind=\"microphone\"\n        card=\"alsa:in\">"));
+    EXPECT_THAT(outcome.out, testing::Not(HasSubstr("<memory")));
+    writeText("show.xml", outcome.out);
+    EXPECT_EQ(Playout({path("show.xml"), "--length=0.5"}).finish().status, 0);
+    expectInput(readFloats("out.wav", 2), RATE / 2);
+    expectUsage({"--from", "alsa:in", path("out.wav"), "--dump-show", "--length=1"},
+                "--dump-show: a show has properties of its own");
 }
 
 TEST_F(AlsaTest, AnUnderrunIsRepairedAndCounted)

@@ -56,6 +56,8 @@ TEST_F(SoundTest, TheCardPacesTheShow)
     SoundCapture const capture(*_server, 1);
     Outcome const outcome = playTo(capture, {path("in.wav")});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
+    // More than the ring has room for.
+    EXPECT_TRUE(getHeard(capture.getSamples()) == expected);
     long long samples = 0;
     long beats = 0;
     auto const card = outcome.out.find("\n  JACK ");
