@@ -73,8 +73,9 @@ void Display::progress(double position, double place, double peak, SoundCard con
     std::string figures = format(_timeline ? "  %s" : "%10s", toPosition(position).c_str()) +
                           (peak < 0 ? "" : format("   peak %s", toDecibels(peak).c_str()));
     if (card)
-        figures += format("   underruns %lld   late %lld",
+        figures += format("   underruns %lld   overruns %lld   late %lld",
                           static_cast<long long>(card->getFigures().underruns),
+                          static_cast<long long>(card->getFigures().overruns),
                           static_cast<long long>(card->getFigures().late));
     double const share = _length > 0 ? std::min(place / _length, 1.0) : 0;
     int const percent = static_cast<int>(share * 100);
@@ -121,12 +122,15 @@ void Display::beats(std::string const &name, Metronome::Figures const *figures)
 void Display::card(SoundCard &card)
 {
     auto const figures = card.getFigures();
-    line(format("  %-10s %12s %10s %13s %14s", "sound card", "samples", "underruns", "silence",
-                "late periods"));
-    line(format("  %-10s %12lld %10lld %10.3f ms %14lld", card.getName(),
+    auto const toTime = [&](std::int64_t samples) {
+        return format("%.3f ms", 1000.0 * static_cast<double>(samples) / card.getSampleRate());
+    };
+    line(format("  %-10s %12s %10s %16s %10s %16s %14s", "sound card", "samples", "underruns",
+                "silence", "overruns", "lost", "late periods"));
+    line(format("  %-10s %12lld %10lld %16s %10lld %16s %14lld", card.getName(),
                 static_cast<long long>(figures.samples), static_cast<long long>(figures.underruns),
-                1000.0 * static_cast<double>(figures.silence) / card.getSampleRate(),
-                static_cast<long long>(figures.late)));
+                toTime(figures.silence).c_str(), static_cast<long long>(figures.overruns),
+                toTime(figures.lost).c_str(), static_cast<long long>(figures.late)));
 }
 
 void Display::memory(ShowMemory const &show, MemoryFigures::Figures const &figures)
