@@ -39,6 +39,13 @@ void addFault(Faults &faults, std::string const &option, std::string const &text
     }
 }
 
+std::string takeName(std::string const &option, std::string const &text)
+{
+    if (text.empty())
+        throw Options::Error(option + " takes the name of a file");
+    return text;
+}
+
 std::string takePlace(std::string const &option, std::string const &text)
 {
     try {
@@ -109,6 +116,8 @@ Options Options::parse(int argc, char const * const *argv)
             options.to = takePlace(name, value());
         else if (name == "--trace")
             options.trace = value();
+        else if (name == "--report")
+            options.report = takeName(name, value());
         else if (name == "--fault")
             addFault(options.faults, name, value());
         else if (name == "--block")
@@ -133,6 +142,8 @@ Options Options::parse(int argc, char const * const *argv)
         throw Error("--dump-show: a show has properties of its own");
     if (options.dumpShow && !options.faults.isEmpty())
         throw Error("--dump-show: it plays nothing, so that no device can have a --fault");
+    if (options.dumpShow && !options.report.empty())
+        throw Error("--dump-show: it plays nothing, so that there is nothing to --report");
     return options;
 }
 
@@ -228,6 +239,7 @@ before the show's own, and a picture of the waveform with the events stands besi
   --fault DEVICE:PHASE:KIND
                       let a device misbehave, to see what comes of it; may be given more often
   --trace FILE        keep what the library and the devices trace
+  --report FILE       write a page about the show, for a browser; see below
   --help              this text
 
 With --to, a speaker is in the place of the recorder. CARD is "jack", or "jack:" and the names of ports, one for each
@@ -235,6 +247,11 @@ channel, such as jack:system:playback_1,system:playback_2. The JACK server must 
 clips. Its clock paces the show, so that --fast is refused. In a show, a device with kind="speaker" and card="CARD"
 does the same. Its property card:latency is how many seconds of sound are kept ready, 0.2 if it is not set. The
 progress shows how often the sound has run out (underruns), and how many periods the server has called late.
+
+A report is one page of HTML that needs no other file and no network. It shows the waveform with the events, the states
+of the devices, their requests and the loads of pages over time, how late the beats of the clock were, the memory under
+its budget, the levels of the threads, and the tables of the end. It is written after a show that has failed, too, and
+says so first. A show that is refused before its devices are created leaves none.
 
 A fault, such as recorder:start:hangs, has one of these phases:
   open, close         the device is opened or closed

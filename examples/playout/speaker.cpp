@@ -36,12 +36,16 @@ void Speaker::performBegin()
                                      " samples a second, and the sound card takes " +
                                      std::to_string(_card.getSampleRate()))
                                         .c_str());
+    if (getJob().journal)
+        _waveform = std::make_unique<Waveform>(format);
     _card.openOutput(format.channels, getJob().show.find("speaker")->card);
 }
 
 void Speaker::performTake(RCShdPtr<AudioBlock> const &block)
 {
     _waiting.push_back(block);
+    if (_waveform)
+        _waveform->add(block);
     write();
 }
 
@@ -88,6 +92,8 @@ void Speaker::write()
 void Speaker::performEnd()
 {
     _waiting.clear();
+    if (_waveform)
+        getJob().journal->keep(std::move(_waveform));
     if (!_isDone)
         _card.mute();
 }
