@@ -17,7 +17,7 @@ using Element = XmlStreamer::ElementGuard;
 
 // Pixels.
 constexpr int WIDTH = Waveform::WIDTH;
-constexpr int LEFT = 190; // room for the names of devices
+constexpr int LEFT = 214; // room for the names of devices
 constexpr int RIGHT = 20;
 constexpr int INDENT = 16;
 constexpr int BOTTOM = 26; // room for the times

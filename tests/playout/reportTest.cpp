@@ -1,6 +1,7 @@
 // Tests of the page about a show that was played.
 
 #include "playoutTest.h"
+#include "soundServer.h"
 
 #include "resmgt/xml.h"
 
@@ -238,6 +239,25 @@ TEST_F(ReportTest, APlainRecordingHasOneToo)
     EXPECT_EQ(page.notes.at("lateness"), "No clock has paced the show.");
     EXPECT_EQ(page.notes.at("memory"), "The show has no budget of memory.");
     EXPECT_EQ(files(), (std::set<std::string>{"in.wav", "out.wav", "page.html"}));
+}
+
+TEST_F(ReportTest, AShowOnASoundCardHasOneToo)
+{
+    SoundServer server(path(""));
+    SoundCapture const capture(server, 1);
+    make("in.wav", PCM, 1, SoundServer::RATE, SoundServer::RATE);
+    Outcome const outcome =
+        Playout({"--to", capture.getPlace(), "--property", "speaker:card:latency=0.5", "--report",
+                 path("page.html"), path("in.wav")})
+            .finish();
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    Page const page = getPage();
+    EXPECT_EQ(page.result, "played 00:00:01:00 to JACK");
+    EXPECT_THAT(page.labels.at("waveform"), testing::Contains("mono"));
+    EXPECT_THAT(page.labels.at("lateness"), testing::Contains("speaker"));
+    EXPECT_THAT(
+        page.rows.at("tables"),
+        testing::Contains(ElementsAre("JACK", testing::_, testing::_, testing::_, testing::_)));
 }
 
 TEST_F(ReportTest, AFailureIsFirst)
