@@ -245,7 +245,7 @@ def filterDocument(name, lines):
 def convertLink(folder, text, target, heading):
     """Returns a link of a document for doxygen. What is not part of the site remains as text."""
     target = os.path.normpath(os.path.join(folder, target))
-    if target.endswith(".svg"):
+    if target.endswith((".svg", ".png")):
         return f"[{text}]({os.path.basename(target)})"
     if target.endswith(".h") and target.startswith("src/"):
         return f"[{text}](@ref {target[4:]})"
