@@ -6,8 +6,6 @@
 
 namespace Zv {
 
-using namespace ZvPlatform::Interlocked;
-
 LkLockWindows::LkLockWindows(char const *name) : _name(name), _isLocked(false)
 {
     ::InitializeCriticalSection(&_section);
@@ -22,14 +20,14 @@ bool LkLockWindows::lock() const
 {
     if (!ZvPlatform::enterAtOnce(&_section)) [[unlikely]]
         return lockSlowly();
-    storeRelease(_isLocked, true);
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
 bool LkLockWindows::lockSlowly() const
 {
     ::EnterCriticalSection(&_section);
-    storeRelease(_isLocked, true);
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
@@ -37,13 +35,13 @@ bool LkLockWindows::try_lock() const
 {
     if (!::TryEnterCriticalSection(&_section))
         return false;
-    storeRelease(_isLocked, true);
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
 void LkLockWindows::unlock() const
 {
-    storeRelease(_isLocked, false);
+    _isLocked.store(false, std::memory_order_release);
     ::LeaveCriticalSection(&_section);
 }
 

@@ -89,8 +89,8 @@ public:
         return noteChange(former, order);
     }
 
-    /// Stores `desired` if the word equals `expected`, and returns true. Otherwise sets `expected` to
-    /// the value of the word and returns false.
+    /// Stores `desired` if the word equals `expected`, and returns true. Otherwise sets `expected`
+    /// to the value of the word and returns false.
     bool compare_exchange_strong(T &expected, T desired, std::memory_order order,
                                  std::memory_order failure) noexcept
     {
