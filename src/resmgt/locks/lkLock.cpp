@@ -7,8 +7,6 @@
 
 namespace Zv {
 
-using namespace ZvPlatform::Interlocked;
-
 LkLockWindows::LkLockWindows(char const *name) : _name(name), _isLocked(false)
 {
     ::InitializeCriticalSection(&_section);
@@ -23,7 +21,7 @@ bool LkLockWindows::lock() const
 {
     if (!ZvPlatform::enterAtOnce(&_section)) [[unlikely]]
         return lockSlowly();
-    storeRelease(_isLocked, true);
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
@@ -33,7 +31,7 @@ bool LkLockWindows::lockSlowly() const
         TraceEvents::LockWait const wait(_name);
         ::EnterCriticalSection(&_section);
     }
-    storeRelease(_isLocked, true);
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
@@ -41,13 +39,13 @@ bool LkLockWindows::try_lock() const
 {
     if (!::TryEnterCriticalSection(&_section))
         return false;
-    storeRelease(_isLocked, true);
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
 void LkLockWindows::unlock() const
 {
-    storeRelease(_isLocked, false);
+    _isLocked.store(false, std::memory_order_release);
     ::LeaveCriticalSection(&_section);
 }
 

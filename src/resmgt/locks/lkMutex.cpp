@@ -61,6 +61,16 @@ LkMutexAttr const &LkMutexAttr::getDefaultAttr()
 
 // ---- LkMutexWindows
 
+namespace {
+
+// The text of the condition does not say how the flag is read.
+void assertUnlocked(bool _isLocked)
+{
+    ZV_ASSERT_IN_DESTRUCTOR(!_isLocked);
+}
+
+} // namespace
+
 LkMutexWindows::LkMutexWindows(char const *name)
     : _name(name), _mutex(::CreateMutexA(NULL, FALSE, NULL)), _isLocked(false)
 {
@@ -70,7 +80,7 @@ LkMutexWindows::LkMutexWindows(char const *name)
 LkMutexWindows::~LkMutexWindows() noexcept(false)
 {
     FirstFailure failure;
-    failure.attempt([this] { ZV_ASSERT_IN_DESTRUCTOR(!_isLocked); });
+    failure.attempt([this] { assertUnlocked(isLocked()); });
     failure.attempt([this] { ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _mutex )); });
     failure.rethrowAlways();
 }

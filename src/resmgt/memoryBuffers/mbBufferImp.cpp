@@ -117,10 +117,11 @@ void MbBufferImp::underMutex(Function function)
 
 void MbBufferImp::addHold(MbEvent event)
 {
-    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    std::uint64_t word = _word.load(std::memory_order_relaxed);
     while (std::uint64_t const held = withHold(word, event)) {
         bool const mustNote = (held & ~word & MbWord::IS_NOTED) != 0;
-        if (Interlocked::compareExchange(_word, word, held + REFERENCE)) {
+        if (_word.compare_exchange_strong(word, held + REFERENCE, std::memory_order_seq_cst,
+                                          std::memory_order_acquire)) {
             if (mustNote)
                 _untoldUses->note(this);
             return;
@@ -137,19 +138,21 @@ void MbBufferImp::addHold(MbEvent event)
 
 void MbBufferImp::releaseHold()
 {
-    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    std::uint64_t word = _word.load(std::memory_order_relaxed);
     while (!MbWord::isClosed(word) && MbWord::isLocked(word)) {
         std::uint64_t const released = word - MbWord::HOLD;
         if ((released & MbWord::HOLDS) != 0) {
-            if (Interlocked::compareExchange(_word, word, released - REFERENCE))
+            if (_word.compare_exchange_strong(word, released - REFERENCE, std::memory_order_seq_cst,
+                                              std::memory_order_acquire))
                 return;
         } else if ((word & MbWord::IN_STRATEGY) != 0) {
             MbState const * const former = stateOf(MbWord::modeOf(word));
             // No other thread writes this while this thread has the last hold.
-            Interlocked::storeRelaxed(_unlocker,
-                                      LkThreadId(LkThreadId::CURRENT_THREAD).getNumber());
-            if (Interlocked::compareExchange(_word, word,
-                                             MbWord::withMode(released, MbWord::BEING_UNLOCKED)))
+            _unlocker.store(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber(),
+                            std::memory_order_relaxed);
+            if (_word.compare_exchange_strong(word,
+                                              MbWord::withMode(released, MbWord::BEING_UNLOCKED),
+                                              std::memory_order_seq_cst, std::memory_order_acquire))
                 return finishUnlock(former);
         } else {
             break;
@@ -174,11 +177,13 @@ void MbBufferImp::finishUnlock(MbState const *former)
             throw;
         });
     }
-    Interlocked::storeRelaxed(_lastUse, _untoldUses->tellTime(_lastUse));
-    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    _lastUse.store(_untoldUses->tellTime(_lastUse.load(std::memory_order_relaxed)),
+                   std::memory_order_relaxed);
+    std::uint64_t word = _word.load(std::memory_order_relaxed);
     while (!MbWord::isClosed(word) && (word & MbWord::IN_STRATEGY) != 0) {
         std::uint64_t const unlocked = MbWord::withMode(word, MbWord::LOADED) - REFERENCE;
-        if (Interlocked::compareExchange(_word, word, unlocked)) {
+        if (_word.compare_exchange_strong(word, unlocked, std::memory_order_seq_cst,
+                                          std::memory_order_acquire)) {
             if (unlocked < REFERENCE)
                 destroy();
             return;
@@ -212,24 +217,26 @@ void MbBufferImp::open()
     opened |= static_cast<std::uint64_t>(_lockCount) * MbWord::HOLD;
 
     constexpr std::uint64_t KEPT = MbWord::IS_NOTED | (0 - REFERENCE);
-    std::uint64_t word = Interlocked::loadRelaxed(_word);
-    while (!Interlocked::compareExchange(_word, word, (word & KEPT) | opened)) {
+    std::uint64_t word = _word.load(std::memory_order_relaxed);
+    while (!_word.compare_exchange_strong(word, (word & KEPT) | opened, std::memory_order_seq_cst,
+                                          std::memory_order_acquire)) {
     }
 }
 
 /// Closes the word, and takes over what guards have done to it.
 void MbBufferImp::close()
 {
-    std::uint64_t word = Interlocked::loadRelaxed(_word);
+    std::uint64_t word = _word.load(std::memory_order_relaxed);
     do {
         if (MbWord::isClosed(word))
             return;
-    } while (!Interlocked::compareExchange(_word, word, word | MbWord::CLOSED));
+    } while (!_word.compare_exchange_strong(word, word | MbWord::CLOSED, std::memory_order_seq_cst,
+                                            std::memory_order_acquire));
 
     _state = stateOf(MbWord::modeOf(word));
     _lockCount = static_cast<std::int32_t>((word & MbWord::HOLDS) / MbWord::HOLD);
     if (MbWord::modeOf(word) == MbWord::BEING_UNLOCKED)
-        _transientStateOwner = LkThreadId(Interlocked::loadRelaxed(_unlocker));
+        _transientStateOwner = LkThreadId(_unlocker.load(std::memory_order_relaxed));
     if (MbWord::modeOf(word) != MbWord::LOADED && (word & MbWord::IN_STRATEGY) != 0)
         _manager->bufferNotUnloadable(this);
 }
@@ -246,7 +253,7 @@ void MbBufferImp::performFailed()
 
 bool MbBufferImp::isLoaded() const
 {
-    std::uint64_t const word = Interlocked::loadAcquire(_word);
+    std::uint64_t const word = _word.load(std::memory_order_acquire);
     if (!MbWord::isClosed(word))
         return MbWord::modeOf(word) != MbWord::BEING_UNLOCKED;
     LkGuard guard(_mutex);

@@ -10,7 +10,7 @@
 #include "resmgt/memoryBuffers/mbStateMachine.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/objPtr.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/testAccess.h"
 
 #include <cstddef>
@@ -158,15 +158,15 @@ private:
     /// What a reference adds to `_word`.
     static constexpr std::uint64_t REFERENCE = std::uint64_t{1} << 32;
 
-    void incReferenceCount() const { ZvPlatform::Interlocked::add(_word, REFERENCE); }
+    void incReferenceCount() const { _word.fetch_add(REFERENCE, std::memory_order_seq_cst); }
     void decReferenceCount() const
     {
-        if (ZvPlatform::Interlocked::add(_word, 0 - REFERENCE) < REFERENCE)
+        if (_word.fetch_sub(REFERENCE, std::memory_order_seq_cst) - REFERENCE < REFERENCE)
             const_cast<MbBufferImp *>(this)->destroy();
     }
     long getReferenceCount() const
     {
-        return static_cast<long>(ZvPlatform::Interlocked::loadAcquire(_word) / REFERENCE);
+        return static_cast<long>(_word.load(std::memory_order_acquire) / REFERENCE);
     }
     void destroy();
 
@@ -186,14 +186,14 @@ private:
     void endIfAbandoned(LkGuard<LkMutex const> &guard) ZV_NO_THREAD_SAFETY_ANALYSIS;
 
     /// The number of references, and what guards change without the mutex. `MbWord` has its parts.
-    std::uint64_t mutable _word;
+    ZvPlatform::Shared<std::uint64_t> mutable _word;
     /// Null if the manager must be told each use.
     MbUntoldUses *_untoldUses;
     /// The time of the last use, as `MbUntoldUses` tells it.
-    std::uint64_t _lastUse;
+    ZvPlatform::Shared<std::uint64_t> _lastUse;
     MbBufferImp *_nextNoted;
     /// The thread of the last guard, in the mode `MbWord::BEING_UNLOCKED`.
-    unsigned long _unlocker;
+    ZvPlatform::Shared<unsigned long> _unlocker;
     LkMutex _mutex;
     LkPulse _pulse;
     LkThreadId _transientStateOwner ZV_GUARDED_BY(_mutex);

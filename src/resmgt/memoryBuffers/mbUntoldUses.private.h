@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zvbase/containers.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -94,8 +95,8 @@ private:
 
     static bool takeNote(MbBufferImp &buffer);
 
-    MbBufferImp *_noted;
-    std::uint64_t _lastTime;
+    ZvPlatform::Shared<MbBufferImp *> _noted;
+    ZvPlatform::Shared<std::uint64_t> _lastTime;
     Vector<Unlocked> _unlocked;
 };
 
