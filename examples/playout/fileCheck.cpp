@@ -46,6 +46,8 @@ void checkFiles(Options const &options, Show const &show, std::string const &out
         outputs.insert(outputs.end(), {picture, PartFile::getPartPath(picture)});
     if (!options.trace.empty())
         outputs.push_back(options.trace);
+    if (!options.traceEvents.empty())
+        outputs.push_back(options.traceEvents);
     std::set<Identity> known;
     for (auto const &path : outputs) {
         Identity const identity = identify(path);

@@ -109,6 +109,8 @@ Options Options::parse(int argc, char const * const *argv)
             options.to = takePlace(name, value());
         else if (name == "--trace")
             options.trace = value();
+        else if (name == "--trace-events")
+            options.traceEvents = value();
         else if (name == "--fault")
             addFault(options.faults, name, value());
         else if (name == "--block")
@@ -228,6 +230,7 @@ before the show's own, and a picture of the waveform with the events stands besi
   --fault DEVICE:PHASE:KIND
                       let a device misbehave, to see what comes of it; may be given more often
   --trace FILE        keep what the library and the devices trace
+  --trace-events FILE keep timed events for a viewer of traces, such as ui.perfetto.dev
   --help              this text
 
 With --to, a speaker is in the place of the recorder. CARD is "jack", or "jack:" and the names of ports, one for each

@@ -101,7 +101,8 @@ TEST_F(ShowTest, HelpListsEveryOption)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
     for (char const * const option : {"--gain", "--sequence", "--stream", "--property", "--block",
-                                      "--fast", "--realtime", "--dump-show", "--trace", "--help"})
+                                      "--fast", "--realtime", "--dump-show", "--trace", "--trace-events",
+                                      "--help"})
         EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
 }
 
