@@ -130,6 +130,8 @@ Options Options::parse(int argc, char const * const *argv)
             options.from = takePlace(name, value());
         else if (name == "--trace")
             options.trace = value();
+        else if (name == "--trace-events")
+            options.traceEvents = value();
         else if (name == "--report")
             options.report = takeName(name, value());
         else if (name == "--fault")
@@ -291,6 +293,7 @@ before the show's own, and a picture of the waveform with the events stands besi
   --fault DEVICE:PHASE:KIND
                       let a device misbehave, to see what comes of it; may be given more often
   --trace FILE        keep what the library and the devices trace
+  --trace-events FILE keep timed events for a viewer of traces, such as ui.perfetto.dev
   --report FILE       write a page about the show, for a browser; see below
   --help              this text
 

@@ -63,6 +63,7 @@ private:
         _clock->consumed();
         Busy const busy(_device);
         ObjPtr<DevANO> const ano(entry.release());
+        DevANOTrace::Execution const execution(*ano);
         try {
             ano->performExecute();
         } catch (...) {

@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/devMgrFifo.h"
 
 #include "resmgt/deviceManager/devMgrFifo.private.h"
+#include "resmgt/deviceProtocol/devANOTrace.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/deviceProtocol/devReceiverWait.h"
 #include "resmgt/locks/lkGuard.h"
@@ -52,6 +53,7 @@ public:
             attempt(nullptr, [&ano] { ano = nullptr; });
             ano = next.release();
             attempt(ano.get(), [&ano] {
+                DevANOTrace::Execution const execution(*ano);
                 ano->performExecute();
                 ano->notify();
             });
