@@ -220,6 +220,8 @@ void Client::play()
         _states[device.name.getChars()] = device.state.getChars();
     sequence.setObserver(_stateObserver);
     _startedAt = now();
+    if (_stage.isA("microphone", _source)) // see `endRecording`
+        Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
     sequence.start();
     for (followStates(); !mustEnd(); followStates()) {
         followCues();
@@ -255,10 +257,8 @@ bool Client::endRecording()
     if (!haveAll("lock"))
         return false;
     for (auto const &[name, device] : _stage.getDevices())
-        if (name == _source && device->endHere()) {
-            Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
+        if (name == _source && device->endHere())
             _endedAt = now();
-        }
     return _endedAt > 0;
 }
 
