@@ -318,6 +318,8 @@ void Client::play()
         _states[device.name.getChars()] = device.state.getChars();
     sequence.setObserver(_stateObserver);
     _startedAt = now();
+    if (_stage.isA("microphone", _source)) // see `endRecording`
+        Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
     sequence.start();
     if (_job->journal)
         _job->journal->begin(_startedAt);
@@ -358,10 +360,8 @@ bool Client::endRecording()
     if (!haveAll("lock"))
         return false;
     for (auto const &[name, device] : _stage.getDevices())
-        if (name == _source && device->endHere()) {
-            Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
+        if (name == _source && device->endHere())
             _endedAt = now();
-        }
     return _endedAt > 0;
 }
 

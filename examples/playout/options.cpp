@@ -13,7 +13,7 @@
 namespace {
 
 constexpr int MAX_BLOCK_FRAMES = 1 << 20;
-constexpr double LONGEST_LENGTH = 30e6; // seconds, nearly a year
+constexpr double LONGEST_LENGTH = 365 * 86400; // seconds
 
 double takeNumber(std::string const &option, std::string const &text)
 {
@@ -25,9 +25,9 @@ double takeNumber(std::string const &option, std::string const &text)
 double takeLength(std::string const &option, std::string const &text)
 {
     double const seconds = takeNumber(option, text);
-    if (!(seconds > 0 && seconds <= LONGEST_LENGTH))
-        throw Options::Error(option + " takes a number of seconds greater than 0, not \"" + text +
-                             "\"");
+    if (seconds <= 0 || seconds > LONGEST_LENGTH)
+        throw Options::Error(option + " takes more than 0 seconds and at most a year, not \"" +
+                             text + "\"");
     return seconds;
 }
 
