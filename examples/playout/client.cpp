@@ -113,10 +113,10 @@ bool Client::run()
         writeReport(failure      ? getReason(failure)
                     : isComplete ? ""
                                  : Signals::getMessage(_job->output));
-    } catch (PlayoutEx const &refusal) {
+    } catch (...) {
         if (!failure)
             throw;
-        _display.line(std::string("  ") + refusal.getReason()); // the first failure is worse
+        _display.line("  " + getReason(std::current_exception())); // the first failure is worse
     }
     if (failure)
         std::rethrow_exception(failure);
@@ -310,9 +310,9 @@ void Client::play()
         _states[device.name.getChars()] = device.state.getChars();
     sequence.setObserver(_stateObserver);
     _startedAt = now();
-    sequence.start();
     if (_job->journal)
         _job->journal->begin(_startedAt);
+    sequence.start();
     for (followStates(); !mustEnd(); followStates()) {
         followCues();
         if (haveAll("lock")) {
