@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Draws the best rows of the table as bars, ours beside the fastest peer: `picture.py TABLE.json PICTURE.svg`.
+"""Draws the best rows of the table as bars, ours beside the fastest peer, and writes all rows in a document:
+`picture.py TABLE.json PICTURE.svg DOCUMENT.md`.
 
 The table is what `table.py --save` has written. The picture has no fonts of its own and follows the light or dark
 appearance of the page."""
@@ -14,9 +15,10 @@ from table import time_text
 
 ROWS_OF_A_PROGRAM, LARGEST_RATIO = 2, 0.9
 WIDTH, TOP, HEIGHT, BAR = 860, 74, 46, 12
-LEFT, LENGTH = 220, 330  # where the bars begin, and the peer's length
+LEFT, LENGTH = 240, 312  # where the bars begin, and the peer's length
 
 STYLE = """
+  :root { color-scheme: light dark }
   text { font: 13px system-ui, sans-serif; fill: #24292f }
   .title { font-size: 17px; font-weight: 600 }
   .small { font-size: 12px; fill: #57606a }
@@ -37,8 +39,13 @@ def ratio(row):
 
 
 def split(title):
-    """The subject of a row, and the names of ours and of the peer."""
+    """The subject of a row, and the names of ours and of the peer: "subject: ours / peer". Rows of trees are
+    "ours / peer: subject", or name neither."""
     subject, _, names = title.partition(": ")
+    if " / " in subject:
+        subject, names = names, subject
+    if " / " not in names:
+        return title, "devices", "pthreads"
     ours, _, peer = names.partition(" / ")
     return subject, ours, peer
 
@@ -87,15 +94,42 @@ def draw(table):
                   text(LEFT + LENGTH + 8, y + 28, f'{peer}, {time_text(row["peer"])}', "small"),
                   text(WIDTH - 16, y + 12, f"{1 / ratio(row):.1f} x", "ratio")]
     lines += [text(16, height - 14, f'{table["machine"]}, {table["date"]}, medians of {table["repetitions"]}. '
-                                    "./run bench prints the whole table.", "small"), "</svg>"]
+                                    "docs/benchmarks.md has the whole table.", "small"), "</svg>"]
+    return "\n".join(lines) + "\n"
+
+
+def document(table, picture):
+    """All rows, a table for each benchmark program."""
+    ahead = sum(ratio(row) < 1 for row in table["rows"])
+    lines = ["# Benchmarks", "",
+             f"![Times of the library beside those of its peers]({picture})", "",
+             "The picture shows the best rows of each program. The tables have all rows. A ratio is our time divided by that of",
+             "the fastest peer that the row names: below 1, ours is faster.", "",
+             f"- Machine: {table['machine']}",
+             f"- Date: {table['date']}",
+             f"- Times: medians of {table['repetitions']} repetitions",
+             f"- Rows with a ratio below 1: {ahead} of {len(table['rows'])}", "",
+             "`./run bench` measures all of them on your machine, and `./run bench --picture` writes this page again. The programs",
+             "are in `bench/`, each with its peer beside it."]
+    for program in dict.fromkeys(row["program"] for row in table["rows"]):
+        lines += ["", f"## {program}", "", "| row | ours | peer | time of ours | time of the peer | ratio |",
+                  "|---|---|---|--:|--:|--:|"]
+        for row in table["rows"]:
+            if row["program"] == program:
+                subject, ours, peer = split(row["title"])
+                subject = subject.replace("#include", "`#include`")
+                lines.append(f"| {subject} | `{ours}` | `{peer}` | {time_text(row['ours'])} | {time_text(row['peer'])} | "
+                             f"{ratio(row):.2f} |")
     return "\n".join(lines) + "\n"
 
 
 def main():
-    if len(sys.argv) != 3:
-        sys.exit("usage: picture.py TABLE.json PICTURE.svg")
-    table, picture = map(pathlib.Path, sys.argv[1:])
-    picture.write_text(draw(json.loads(table.read_text())))
+    if len(sys.argv) != 4:
+        sys.exit("usage: picture.py TABLE.json PICTURE.svg DOCUMENT.md")
+    table, picture, page = map(pathlib.Path, sys.argv[1:])
+    rows = json.loads(table.read_text())
+    picture.write_text(draw(rows))
+    page.write_text(document(rows, picture.name))
 
 
 if __name__ == "__main__":

@@ -6,14 +6,16 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ${PROJECT_IS_TOP_LEVEL})
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
-find_program(ZV_CCACHE ccache)
 if(ZV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${ZV_CCACHE})
+    find_program(zv_ccache ccache NO_CACHE)
+    if(zv_ccache)
+        set(CMAKE_CXX_COMPILER_LAUNCHER ${zv_ccache})
+    endif()
 endif()
 
 find_package(Threads REQUIRED)
@@ -32,8 +34,12 @@ target_compile_options(zv_compile INTERFACE
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wexit-time-destructors>
     $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 # Interlocked operations are inline: the simulated form of all that uses them is a build of its own.
-if(ZV_PLATFORM STREQUAL simulated)
+if(ZV_SIMULATED)
     target_compile_definitions(zv_compile INTERFACE ZV_PLATFORM_SIMULATED)
+endif()
+# The services are those of Linux, on a simulated kernel.
+if(ZV_KERNEL STREQUAL simulated)
+    target_compile_definitions(zv_compile INTERFACE ZV_KERNEL_SIMULATED)
 endif()
 # Compiles headers that most sources need once for all sources of a target. They take half of the time in which a source
 # compiles. The preset clang leaves them out, and so finds a source that does not include what it needs.

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Prepares headers and documents for doxygen, so that they need no commands of doxygen themselves.
 
-    reference.py write DIR         writes what doxygen reads into DIR, with a page for each audience
+    reference.py write DIR         writes what doxygen reads into DIR, with a page for each audience and each example, and
+                                   with the menu
     reference.py check LOG DIR     prints the warnings in LOG that count, and fails if there is one
 
 A header's folder says which package it belongs to, and so which group. Its first line has its purpose and its audience.
@@ -9,6 +10,7 @@ A package's purpose is the first line of its umbrella header. All lines keep the
 """
 
 import glob
+import html
 import os
 import re
 import sys
@@ -26,6 +28,10 @@ UMBRELLAS = {"zvbase": "src/zvbase/zvbase.h"}
 for package in ("locks", "smartPtrs", "literals", "containers", "dynamicAllocation", "threads", "threadExtensions",
                 "memoryBuffers", "syncEngine", "xml", "deviceProtocol", "deviceManager", "resmgt"):
     UMBRELLAS[package] = f"src/resmgt/{package}.h"
+
+DOCUMENTS = sorted(glob.glob("*.md", root_dir=ROOT)) + sorted(glob.glob("docs/*.md", root_dir=ROOT))
+# The sources that have a page.
+EXAMPLES = sorted(glob.glob("examples/*.cpp", root_dir=ROOT) + glob.glob("examples/counter/*.[hc]*", root_dir=ROOT))
 
 # The line break of one line for doxygen, so that a header keeps its line numbers.
 BREAK = r" \ilinebr "
@@ -187,6 +193,8 @@ def filterHeader(name, lines):
 def label(document, heading=None):
     """Returns the label of a document or of a heading. The second part is what code hosts use."""
     name = os.path.splitext(os.path.basename(document))[0].lower()
+    if document in EXAMPLES:
+        return f"example-{name}"
     if not heading:
         return name
     slug = re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
@@ -220,6 +228,7 @@ def filterDocument(name, lines):
     isCode = False
     for i, line in enumerate(lines):
         if line.startswith("```"):
+            lines[i] = line.split(" ")[0] # the source of a quote may follow
             isCode = not isCode
         if isCode:
             continue
@@ -227,6 +236,8 @@ def filterDocument(name, lines):
             lines[i] += f" {{#{label(name, heading[1])}}}"
         elif line.startswith("# ") and name != "README.md":
             lines[i] += f" {{#{label(name)}}}"
+        # Doxygen would take a quotation mark for the end of the code.
+        lines[i] = re.sub(r"(?<!`)`([^`]*'[^`]*)`(?!`)", r"``\1``", lines[i])
         lines[i] = re.sub(r"\[((?:[^\[\]`]|`[^`]*`)+)\]\(([\w./-]+)(?:#([\w-]+))?\)",
                           lambda link: convertLink(os.path.dirname(name), *link.groups()), lines[i])
 
@@ -240,6 +251,8 @@ def convertLink(folder, text, target, heading):
         return f"[{text}](@ref {target[4:]})"
     if target.endswith(".md"):
         return f"[{text}](#{label(target, heading)})"
+    if target in EXAMPLES:
+        return f"[{text}](#{label(target)})"
     return text
 
 
@@ -264,11 +277,59 @@ def writeInput(folder):
         lines = readLines(name)
         filterHeader(name, lines)
         writeLines(os.path.join(folder, name), lines)
-    for document in [*glob.glob("*.md", root_dir=ROOT), *glob.glob("docs/*.md", root_dir=ROOT)]:
+    for document in DOCUMENTS:
         lines = readLines(document)
         filterDocument(document, lines)
         writeLines(os.path.join(folder, document), lines)
     writePages(folder)
+    writeExamples(folder)
+    writeMenu(folder)
+
+
+def readLinks(document, heading):
+    """Returns the first link of each row of the table under a heading, as text and target."""
+    lines = readLines(document)
+    begin = lines.index(f"## {heading}") + 1
+    end = next((i for i in range(begin, len(lines)) if lines[i].startswith("## ")), len(lines))
+    return [link.groups() for line in lines[begin:end] if (link := re.match(r"\| \[(.*?)\]\((.*?)\)", line))]
+
+
+def writeMenu(folder):
+    """Writes the menu of the site, which is also its tree: what the tables of the README list, and the reference."""
+    guides = [(text, label(target)) for text, target in readLinks("README.md", "Guides")]
+    ladder = [(text, label(target + ".cpp")) for text, target in
+              ((text, os.path.splitext(target)[0]) for text, target in readLinks("README.md", "A ladder of examples"))]
+    counter = [(os.path.relpath(name, "examples"), label(name)) for name in EXAMPLES if name.count("/") == 2]
+    audiences = [(f"For {name}", f"for-{name.replace(' ', '-')}") for name in AUDIENCES]
+    shown = {target for _, target in guides} | {"readme", "machines", "benchmarks"}
+    others = [(readLines(name)[0][2:], label(name)) for name in DOCUMENTS if label(name) not in shown]
+
+    def tabs(entries):
+        return [f'<tab type="user" url="@ref {target}" title="{html.escape(text, quote=False)}"/>' for text, target in entries]
+
+    def group(title, lines):
+        return [f'<tab type="usergroup" title="{title}">', *lines, "</tab>"]
+
+    writeLines(os.path.join(folder, "layout.xml"), [
+        '<doxygenlayout version="1.0">', "<navindex>", '<tab type="mainpage" title="Overview"/>',
+        *group("Guides", tabs(guides)),
+        *group("Reference", [*tabs(audiences), '<tab type="modules" title="By package"/>',
+                             '<tab type="classlist" title="Classes"/>', '<tab type="classindex" title="Index of classes"/>',
+                             '<tab type="classmembers" title="Index of members"/>',
+                             '<tab type="filelist" title="Headers"/>']),
+        *group("Examples", tabs(ladder + counter)),
+        *tabs([("Charts of the machines", "machines"), ("Benchmarks", "benchmarks")]),
+        *group("Background", tabs(others)),
+        '<tab type="pages" visible="no" title=""/>', "</navindex>", "</doxygenlayout>"])
+
+
+def writeExamples(folder):
+    """Writes a page for each example: the purpose from its first comment, and its code."""
+    for example in EXAMPLES:
+        lines = readLines(example)
+        title = os.path.relpath(example, "examples")
+        writeLines(os.path.join(folder, example + ".md"),
+                   [f"# {title} {{#{label(example)}}}", "", "```cpp", *lines, "```"])
 
 
 def writePages(folder):

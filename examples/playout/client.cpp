@@ -36,7 +36,8 @@ struct EndLimits
 constexpr EndLimits LIMITS = {5, 3, 3};
 constexpr EndLimits LIMITS_AFTER_HANG = {1, 3, 3};
 constexpr EndLimits LIMITS_AFTER_SIGNAL = {0.5, 0.9, 0.9};
-constexpr double END_AFTER_SIGNAL = 4; // for all of the end, with a reserve
+constexpr double FINISH_AFTER_SIGNAL = 2; // until what was captured is in its file
+constexpr double END_AFTER_SIGNAL = 4;    // for all of the end, with a reserve
 
 using End = DevSeqDeviceStatus::End;
 using CloseEnd = DevMgrCloseReport::End;
@@ -62,6 +63,13 @@ std::string getReason(std::exception_ptr const &failure)
 bool isLeftBehind(DevMgrCloseReport::Device const &device)
 {
     return device.end == CloseEnd::NOT_CLOSED || device.end == CloseEnd::NOT_OPENED;
+}
+
+/// Returns the shortest text that is exactly this number.
+std::string toNumber(double number)
+{
+    char text[32];
+    return {text, std::to_chars(text, text + sizeof text, number).ptr};
 }
 
 std::string shown(LiString const &device)
@@ -225,7 +233,7 @@ void Client::addFacts(Report &report) const
                           Chart::toBytes(static_cast<double>(report.budget)));
     if (_job->card)
         add("sound card", _job->card->getName());
-    else
+    if (!_job->output.empty())
         add("output", _job->output);
 }
 
@@ -271,7 +279,7 @@ void Client::show()
         _display.line(format("  %s, %.6g frames a second%s", _job->timeline->getName().c_str(),
                              1 / _job->timeline->getInterval(),
                              _job->isPaced ? "" : ", as fast as it goes"));
-    _player = _stage.findAll("player").front();
+    _source = _stage.getSource();
     _faders = _stage.findAll("fader");
 }
 
@@ -280,10 +288,10 @@ void Client::setProperties()
     if (_options.gain) {
         if (_faders.empty())
             ZV_THROW(PlayoutEx::Client, "--gain: the sequence has no fader");
-        char text[32];
-        auto const end = std::to_chars(text, text + sizeof text, *_options.gain).ptr;
-        _stage.setProperty("", _faders.front() + ":levels:gain=" + std::string(text, end));
+        _stage.setProperty("", _faders.front() + ":levels:gain=" + toNumber(*_options.gain));
     }
+    if (_options.length)
+        _stage.setProperty("", _source + ":transport:length=" + toNumber(*_options.length));
     for (auto const &setting : _options.properties)
         _stage.setProperty("", setting);
 }
@@ -293,10 +301,10 @@ void Client::observe()
     using Properties = DevMgrPropertyObserverUtil;
     double length = 0;
     DevMgrPropertyValueUtil<double>::getValue(_stage.properties(),
-                                              (_player + ":transport:length").c_str(), length);
+                                              (_source + ":transport:length").c_str(), length);
     _display.setLength(length);
     _display.setTimeline(_job->timeline.get());
-    Properties::attachObserver(_stage.properties(), (_player + ":transport:position").c_str(),
+    Properties::attachObserver(_stage.properties(), (_source + ":transport:position").c_str(),
                                _observer);
     if (!_faders.empty())
         Properties::attachObserver(_stage.properties(), (_faders.front() + ":levels:peak").c_str(),
@@ -333,12 +341,28 @@ void Client::play()
 
 bool Client::mustEnd()
 {
-    if (_job->isComplete() || Signals::getCaught())
+    if (_job->isComplete() || (Signals::getCaught() && !endRecording()))
         return true;
     watch();
     if (!_isNoAnswer && _job->hasFailed())
         _failure = _job->getFailure();
     return !_failure.empty();
+}
+
+/// Ends the recording of a microphone after a signal, so that it is complete as far as it went.
+/// Returns false if that is impossible or takes too long.
+bool Client::endRecording()
+{
+    if (_endedAt > 0)
+        return now() - _endedAt < FINISH_AFTER_SIGNAL;
+    if (!haveAll("lock"))
+        return false;
+    for (auto const &[name, device] : _stage.getDevices())
+        if (name == _source && device->endHere()) {
+            Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
+            _endedAt = now();
+        }
+    return _endedAt > 0;
 }
 
 /// Looks for devices that have ended by themselves or do not answer.
@@ -548,14 +572,14 @@ void Client::showProgress()
 void Client::readProgress()
 {
     using Value = DevMgrPropertyValueUtil<double>;
-    Value::getValue(_stage.properties(), (_player + ":transport:position").c_str(),
+    Value::getValue(_stage.properties(), (_source + ":transport:position").c_str(),
                     _reading.position);
     if (!_faders.empty())
         Value::getValue(_stage.properties(), (_faders.front() + ":levels:peak").c_str(),
                         _reading.peak);
     _reading.place = _reading.position;
-    if (_job->timeline)
-        Value::getValue(_stage.properties(), (_player + ":transport:cue").c_str(), _reading.place);
+    if (_job->timeline && _stage.isA("player", _source))
+        Value::getValue(_stage.properties(), (_source + ":transport:cue").c_str(), _reading.place);
 }
 
 void Client::showReadProgress()
@@ -689,15 +713,16 @@ void Client::findCulprit()
 std::string Client::describeOutput() const
 {
     bool const isWritten = _isComplete || _job->isWritten();
-    if (_job->card)
+    if (_job->output.empty())
         return isWritten ? "all was played" : "not all was played";
     return _job->output + (isWritten ? " is complete" : " was not written");
 }
 
 std::string Client::describeResult() const
 {
-    return _job->card ? "played " + _display.toPosition(_position) + " to " + _job->card->getName()
-                      : "recorded " + _display.toPosition(_position) + " in " + _job->output;
+    return _job->output.empty()
+               ? "played " + _display.toPosition(_position) + " to " + _job->card->getName()
+               : "recorded " + _display.toPosition(_position) + " in " + _job->output;
 }
 
 void Client::showResult()
@@ -718,7 +743,7 @@ void Client::showResult()
         }
     if (_job->card)
         _display.card(*_job->card);
-    if (_job->show.memory)
+    if (_job->show.memory && _stage.isA("player", _source))
         _display.memory(*_job->show.memory, _job->memoryFigures.get());
     followCues();
     for (auto const &cue : _job->cues.getOthers())

@@ -45,6 +45,7 @@ private:
     void observe();
     void play();
     bool mustEnd();
+    bool endRecording();
     void watch();
     void watch(Zv::DevSeqDeviceStatus const &device, double moment);
     void endSequence();
@@ -75,13 +76,14 @@ private:
     Display _display;
     Stage _stage;
     Errands _errands;
-    std::string _player;              // its name
+    std::string _source;              // its name
     std::vector<std::string> _faders; // the first one's peak is shown
     Zv::RCShdPtr<PropertyObserver> _observer;
     Zv::RCShdPtr<StateObserver> _stateObserver;
 
     std::map<std::string, std::string> _states; // by device
     double _startedAt = 0;                      // moments of the monotonic clock
+    double _endedAt = 0; // by a signal, for a device that then ends by itself
     double _stoppedAt = 0;
     double _endedAt = 0;
     double _shownAt = 0;

@@ -74,8 +74,9 @@ void Display::progress(double position, double place, double peak, SoundCard con
     std::string figures = format(_timeline ? "  %s" : "%10s", toPosition(position).c_str()) +
                           (peak < 0 ? "" : format("   peak %s", toDecibels(peak).c_str()));
     if (card)
-        figures += format("   underruns %lld   late %lld",
+        figures += format("   underruns %lld   overruns %lld   late %lld",
                           static_cast<long long>(card->getFigures().underruns),
+                          static_cast<long long>(card->getFigures().overruns),
                           static_cast<long long>(card->getFigures().late));
     double const share = _length > 0 ? std::min(place / _length, 1.0) : 0;
     int const percent = static_cast<int>(share * 100);
@@ -140,12 +141,16 @@ void Display::beats(std::string const &name, Metronome::Figures const *figures)
 void Display::card(SoundCard &card)
 {
     auto const figures = card.getFigures();
-    std::vector<int> const widths{-10, 12, 10, 13, 14};
-    row(true, widths, {"sound card", "samples", "underruns", "silence", "late periods"});
-    double const silence = static_cast<double>(figures.silence) / card.getSampleRate();
+    auto const toTime = [&](std::int64_t samples) {
+        return format("%.3f ms", 1000.0 * static_cast<double>(samples) / card.getSampleRate());
+    };
+    std::vector<int> const widths{-10, 12, 10, 16, 10, 16, 14};
+    row(true, widths,
+        {"sound card", "samples", "underruns", "silence", "overruns", "lost", "late periods"});
     row(false, widths,
         {card.getName(), std::to_string(figures.samples), std::to_string(figures.underruns),
-         format("%.3f ms", silence * 1000), std::to_string(figures.late)});
+         toTime(figures.silence), std::to_string(figures.overruns), toTime(figures.lost),
+         std::to_string(figures.late)});
 }
 
 void Display::memory(ShowMemory const &show, MemoryFigures::Figures const &figures)

@@ -31,14 +31,9 @@ Speaker::~Speaker() = default;
 void Speaker::performBegin()
 {
     AudioFormat const &format = getIn().getFormat();
-    if (format.rate != _card.getSampleRate())
-        ZV_THROW(PlayoutEx::Client, ("the recording has " + std::to_string(format.rate) +
-                                     " samples a second, and the sound card takes " +
-                                     std::to_string(_card.getSampleRate()))
-                                        .c_str());
     if (getJob().journal)
         _waveform = std::make_unique<Waveform>(format);
-    _card.openOutput(format.channels, getJob().show.find("speaker")->card);
+    _card.openOutput(format, getJob().show.find("speaker")->card);
 }
 
 void Speaker::performTake(RCShdPtr<AudioBlock> const &block)

@@ -72,9 +72,11 @@ std::vector<Example> findExamplesOfDocument(std::istream &document)
     for (std::string line; std::getline(document, line);) {
         ++number;
         if (line.starts_with("```")) {
-            isInside = !isInside && line == "```cpp";
+            static std::regex const begin("```cpp(?: (\\S+))?");
+            std::smatch fence;
+            isInside = !isInside && std::regex_match(line, fence, begin);
             if (isInside)
-                examples.push_back({number + 1, {}});
+                examples.push_back({number + 1, {}, fence[1]});
         } else if (isInside) {
             examples.back().code.push_back(line);
         }

@@ -12,12 +12,14 @@ struct Example
 {
     int line = 0; ///< of the first one
     std::vector<std::string> code;
+    std::string source = {}; ///< the file that a document quotes, or nothing
 };
 
 /// Returns the blocks of a header that are indented by four more blanks than the text of their comment. A block without
 /// a statement is a table, and no example.
 std::vector<Example> findExamplesOfHeader(std::istream &header);
-/// Returns the blocks of a document that begin with "```cpp".
+/// Returns the blocks of a document that begin with "```cpp". If a file follows, as in
+/// "```cpp examples/03_pool.cpp", the block is a part of that file.
 std::vector<Example> findExamplesOfDocument(std::istream &document);
 
 /// Returns whether the lines are outside of functions. All others are the statements of a function.

@@ -61,11 +61,17 @@ TEST(Examples, DocumentHasItsFences)
                               "```\n"
                               "```xml\n"
                               "<int/>\n"
+                              "```\n"
+                              "```cpp examples/a.cpp\n"
+                              "int b;\n"
                               "```\n");
     auto const examples = findExamplesOfDocument(stream);
-    ASSERT_EQ(examples.size(), 1u);
+    ASSERT_EQ(examples.size(), 2u);
     EXPECT_EQ(examples[0].line, 3);
     EXPECT_EQ(examples[0].code, (std::vector<std::string>{"int a;"}));
+    EXPECT_EQ(examples[0].source, "");
+    EXPECT_EQ(examples[1].code, (std::vector<std::string>{"int b;"}));
+    EXPECT_EQ(examples[1].source, "examples/a.cpp");
 }
 
 TEST(Examples, DeclarationsAreOutsideOfFunctions)

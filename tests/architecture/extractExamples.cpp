@@ -29,8 +29,9 @@ int main(int argc, char **argv)
             return 1;
         }
         bool const isDocument = path.extension() == ".md";
-        auto const examples =
-            isDocument ? findExamplesOfDocument(file) : findExamplesOfHeader(file);
+        auto examples = isDocument ? findExamplesOfDocument(file) : findExamplesOfHeader(file);
+        // What a document quotes is compiled with its source.
+        std::erase_if(examples, [](Example const &example) { return !example.source.empty(); });
         if (examples.empty())
             continue;
         for (std::string const &line : findIncludes(examples))

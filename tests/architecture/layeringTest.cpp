@@ -260,6 +260,33 @@ TEST(Layering, ThreadsAndTimeBelongToThePlatform)
                             "pthread_|sleep_for|_clock::now"));
 }
 
+TEST(Layering, LinuxIsReachedThroughOneHeader)
+{
+    constexpr char const *seam = "platform/linux/kernel.h";
+    // Functions of the C library that do not reach the system.
+    std::regex const call("(^|[^A-Za-z0-9_>])::([a-z_0-9]+)\\(");
+    Names const allowed{"free", "malloc", "memcpy", "strcmp", "strlen"};
+    std::regex const system("\\bsyscall\\b|\\bSYS_|\\bpthread_|\\bsched_[a-z]");
+    std::size_t checked = 0;
+    for (auto const &source : readSources()) {
+        if (!startsWith(source.name, "platform/linux/") || source.name == seam)
+            continue;
+        ++checked;
+        for (auto const &included : source.includes)
+            EXPECT_TRUE(isOwn(included) || included.find_first_of("./") == included.npos)
+                << source.name << " includes " << included << ", which belongs into " << seam;
+        std::ifstream file(sourceFolder / source.name);
+        for (std::string line; std::getline(file, line);) {
+            std::string const code = line.substr(0, line.find("//"));
+            std::smatch match;
+            EXPECT_FALSE(std::regex_search(code, match, call) && !allowed.contains(match[2]))
+                << source.name << ": " << line;
+            EXPECT_FALSE(std::regex_search(code, system)) << source.name << ": " << line;
+        }
+    }
+    EXPECT_GT(checked, 20u) << "the sources were not found";
+}
+
 TEST(Layering, OnlyOneClassAsksWhetherAnExceptionUnwinds)
 {
     expectOnlyIn("zvbase/unwinding.h", std::regex("uncaught_exception"));

@@ -377,7 +377,7 @@ TEST(FreshProcess, PackagesComeUpAgainAndAreListedOnce)
 {
     std::string const output = play("twice");
     EXPECT_THAT(output, testing::StartsWith(DOWN UP DOWN UP "ran\n"));
-    EXPECT_THAT(output, HasSubstr("libZVresmgt 0.2 pre-alpha, "));
+    EXPECT_THAT(output, HasSubstr("libZVresmgt " ZV_MAJOR_MINOR " pre-alpha, "));
     EXPECT_THAT(output, HasSubstr(" (P. 187)\n    built Feb 20 2006 by "));
     EXPECT_THAT(output, HasSubstr("\n    [Information not available]\n"));
     EXPECT_EQ(output.find("libZVresmgt"), output.rfind("libZVresmgt"));

@@ -26,15 +26,23 @@ private:
     std::chrono::steady_clock::time_point const _start = std::chrono::steady_clock::now();
 };
 
+#ifdef ZV_KERNEL_SIMULATED
+/// On the simulated kernel, a program takes more steps.
+constexpr std::uint32_t MORE_STEPS = 4;
+#else
+constexpr std::uint32_t MORE_STEPS = 1;
+#endif
+
 Options optionsFor(Settings const &settings, Choice choice, std::uint64_t seed)
 {
     Options options;
     options.choice = choice;
     options.seed = seed;
     options.depth = 2 + static_cast<std::uint32_t>(seed / 4 % 4);
-    options.bound = settings.bound;
+    options.bound = MORE_STEPS * settings.bound;
     options.hasty = settings.hasty && seed % 4 >= 2;
     options.stray = settings.stray && seed % 2;
+    options.weak = settings.weak;
     options.resources = settings.refusals;
     return options;
 }
@@ -124,7 +132,8 @@ std::optional<Schedule> Schedule::fromText(std::string const &text)
         return std::nullopt;
     schedule.scenario = static_cast<unsigned>(found - scenarios.begin());
     Options &options = schedule.options;
-    options.bound = found->settings.bound;
+    options.bound = MORE_STEPS * found->settings.bound;
+    options.weak = found->settings.weak;
     options.resources = found->settings.refusals;
     while (std::getline(stream, field, ':')) {
         auto const equals = field.find('=');

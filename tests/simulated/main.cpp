@@ -38,6 +38,16 @@ constexpr std::uint64_t FIRST_SEED = 1;
 constexpr unsigned REPETITIONS = 5;
 constexpr unsigned SCHEDULES_FOR_EACH_REFUSAL = 3;
 
+/// Returns how many schedules the tests run by each strategy.
+unsigned nbSchedules(Settings const &settings)
+{
+#ifdef ZV_KERNEL_SIMULATED
+    return settings.onKernel ? settings.onKernel : (settings.schedules + 9) / 10;
+#else
+    return settings.schedules;
+#endif
+}
+
 /// Test that runs a program under a fixed number of schedules.
 class ScenarioTest : public testing::Test
 {
@@ -54,8 +64,9 @@ public:
         }
         Tally tally;
         Settings const &settings = scenario.settings;
-        explorer.byChance(tally, _scenario, Choice::RANDOM, settings.schedules, FIRST_SEED);
-        explorer.byChance(tally, _scenario, Choice::PRIORITY, settings.schedules, FIRST_SEED);
+        unsigned const schedules = nbSchedules(settings);
+        explorer.byChance(tally, _scenario, Choice::RANDOM, schedules, FIRST_SEED);
+        explorer.byChance(tally, _scenario, Choice::PRIORITY, schedules, FIRST_SEED);
         if (settings.preemptions >= 0)
             explorer.byExhaustion(tally, _scenario, settings.preemptions, settings.exhaustive);
         if (settings.refusals)
@@ -73,7 +84,7 @@ private:
             ASSERT_TRUE(tally.finding) << how << ": not found in " << tally.schedules;
             EXPECT_EQ(fault.finding, tally.finding->kind) << how << ": " << tally.finding->report;
             RecordProperty(how, static_cast<int>(tally.schedules));
-            expectAgain(explorer, *tally.finding);
+            expectAgain(explorer, *tally.finding, fault.text);
         };
         if (fault.byRandom) {
             Tally tally;
@@ -103,12 +114,14 @@ private:
         }
     }
 
-    /// Expects that the schedule in the text of a failure reproduces the finding.
-    static void expectAgain(Explorer &explorer, Finding const &finding)
+    /// Expects that the schedule in the text of a failure reproduces the finding, and that the text
+    /// contains another one.
+    static void expectAgain(Explorer &explorer, Finding const &finding, char const *expected)
     {
         if (finding.kind == "not deterministic")
             return;
         std::string const text = explorer.tell(finding);
+        EXPECT_NE(text.find(expected), text.npos) << expected << "\n" << text;
         std::string const command = "./run explore --replay '";
         std::size_t const begin = text.find(command) + command.size();
         ASSERT_NE(std::string::npos, text.find(command)) << text;

@@ -13,7 +13,7 @@
 // scheduler can detect, is found without its help.
 #pragma once
 
-#include "platform/simulated/simulation.h"
+#include "platform/scheduler/simulation.h"
 
 #include <functional>
 #include <string>
@@ -27,6 +27,8 @@ struct Settings
 {
     /// Number of schedules that the tests run by random choice, and again by priorities.
     unsigned schedules = 300;
+    /// The number on the simulated kernel, or 0 for a tenth. A schedule takes longer there.
+    unsigned onKernel = 0;
     /// All schedules with at most this many pre-emptions are run as well, or none if it is -1. For
     /// programs of a few steps.
     int preemptions = -1;
@@ -37,6 +39,8 @@ struct Settings
     bool hasty = true;
     /// In half of the schedules, waits for an address may end without a cause.
     bool stray = true;
+    /// Loads of shared words may return older values, as the C++ memory model permits.
+    bool weak = true;
     /// What may remain at the end.
     LeftOver leftOver = {};
     /// Called once, before the first schedule, for preparations that take many steps and are not
@@ -59,6 +63,8 @@ struct Fault
     unsigned byExhaustion = 0;
     unsigned byRefusal = 0; ///< for each call that fails
     unsigned byRepetition = 0;
+    /// What the text of the failure must contain.
+    char const *text = "";
 };
 
 struct Scenario

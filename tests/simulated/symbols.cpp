@@ -39,7 +39,8 @@ std::string shortPath(std::string const &path)
 
 bool isInner(std::string const &path)
 {
-    return path.empty() || path.find("src/platform/") != path.npos ||
+    return path.empty() || path.find("src/platform/s") != path.npos ||
+           path.find("src/zvbase/platform/") != path.npos ||
            path.find("tests/simulated/nursery") != path.npos ||
            path.find("tests/simulated/scenario") != path.npos;
 }

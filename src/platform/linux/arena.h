@@ -12,7 +12,6 @@
 #include <bit>
 #include <cstddef>
 #include <new>
-#include <sys/mman.h>
 
 /// Present in programs that are checked for leaks.
 extern "C" void __lsan_register_root_region(void const *begin, std::size_t size)
@@ -123,9 +122,8 @@ private:
     bool map(std::size_t segment)
     {
         std::size_t const size = sizeOf(segment) * sizeof(T);
-        void *memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (memory == MAP_FAILED)
+        void *memory = Kernel::reserve(size);
+        if (!memory)
             return false;
         // Memory to which only a thread's slots or a handle lead is not a leak.
         if (__lsan_register_root_region)
@@ -135,8 +133,8 @@ private:
         return true;
     }
 
-    std::atomic<std::uintptr_t> _segments[SEGMENTS] = {};
-    std::atomic<std::size_t> _used{0};
+    Shared<std::uintptr_t> _segments[SEGMENTS] = {};
+    Shared<std::size_t> _used{0};
     T *_free = nullptr;
     Lock _lock;
 };

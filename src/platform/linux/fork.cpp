@@ -3,10 +3,6 @@
 #include "platform/linux/killing.h"
 #include "platform/linux/scheduling.h"
 
-#include <pthread.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 namespace ZvPlatform::Linux {
 
 namespace {
@@ -78,7 +74,7 @@ void goOnInChild()
     // The kernel's numbers are those of the parent's threads.
     for (std::size_t i = 0; i < threads.size(); ++i)
         threads[i].kernelId.store(0, std::memory_order_relaxed);
-    me.kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)), std::memory_order_relaxed);
+    me.kernelId.store(Kernel::threadNumber(), std::memory_order_relaxed);
     me.dying.store(0, std::memory_order_relaxed); // the kill was meant for the parent's thread
     forgetAddressWaits();
     takeSharedFromParent();
@@ -92,7 +88,7 @@ void goOnInChild()
 
 void prepareForForks()
 {
-    ::pthread_atfork(prepare, goOnInParent, goOnInChild);
+    Kernel::atFork(prepare, goOnInParent, goOnInChild);
 }
 
 } // namespace ZvPlatform::Linux

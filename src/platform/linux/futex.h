@@ -1,10 +1,8 @@
 // Futexes, the kernel's primitive for waiting, and a small mutex made of one.
 #pragma once
 
-#include "platform/common/clock.h"
-
-#include <atomic>
-#include <climits>
+#include "platform/linux/kernel.h"
+#include "zvbase/platform/shared.h"
 
 namespace ZvPlatform::Linux {
 
@@ -13,14 +11,6 @@ Instant now();
 
 /// Returns the instant `milliseconds` after `start`, or NEVER for INFINITE.
 Instant deadlineAfter(std::uint32_t milliseconds, Instant start = now());
-
-/// Which threads may sleep on a word: those of this process, or those of every process that maps
-/// it.
-enum class Scope
-{
-    PRIVATE,
-    SHARED
-};
 
 /// Sleeps until a wake-up or the deadline if the 32 bits at `word` equal `value`. Returns 0,
 /// EAGAIN, EINTR or ETIMEDOUT.
@@ -54,7 +44,7 @@ public:
 private:
     void lockSlowly();
 
-    std::atomic<std::uint32_t> _word{0};
+    Shared<std::uint32_t> _word{0};
 };
 
 class Locked

@@ -3,10 +3,6 @@
 #include "platform/linux/object.h"
 
 #include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #if defined(__SANITIZE_THREAD__)
 #define ZV_THREAD_SANITIZED
@@ -17,7 +13,7 @@
 #endif
 
 #if defined(__GLIBC__) && (defined(__x86_64__) || defined(__aarch64__)) &&                         \
-    !defined(ZV_THREAD_SANITIZED)
+    !defined(ZV_THREAD_SANITIZED) && !defined(ZV_KERNEL_SIMULATED)
 #define ZV_SHARED_SIGNAL
 #endif
 
@@ -45,20 +41,8 @@ void onKill()
 /// The C library uses this signal to change the user of its threads. Its handler is installed when
 /// the first thread is made, and stays.
 constexpr int SIGNAL = 33;
-constexpr std::size_t MASK_SIZE = 8;
 
-using Handler = void (*)(int, siginfo_t *, void *);
-
-/// The kernel's form of `struct sigaction`.
-struct Action
-{
-    Handler handler;
-    unsigned long flags;
-    void (*restorer)();
-    std::uint64_t mask;
-};
-
-constinit Action libraryAction{};
+constinit Kernel::SignalAction libraryAction{};
 constinit bool isTaken = false;
 /// Its address distinguishes our signals from others.
 constinit char sender = 0;
@@ -66,7 +50,7 @@ constinit char sender = 0;
 extern "C" void zvPlatformOnKill(int number, siginfo_t *info, void *context)
 {
     if (info->si_code == SI_QUEUE && info->si_value.sival_ptr == &sender &&
-        info->si_pid == ::getpid())
+        info->si_pid == static_cast<pid_t>(Kernel::processNumber()))
         onKill();
     else
         libraryAction.handler(number, info, context);
@@ -77,13 +61,12 @@ bool takeSignal()
     Locked locked(signalLock);
     if (isTaken)
         return true;
-    Action action;
-    if (::syscall(SYS_rt_sigaction, SIGNAL, nullptr, &action, MASK_SIZE) != 0 ||
-        !(action.flags & SA_SIGINFO))
+    Kernel::SignalAction action;
+    if (!Kernel::getAction(SIGNAL, action) || !(action.flags & SA_SIGINFO))
         return false;
     libraryAction = action;
     action.handler = zvPlatformOnKill;
-    isTaken = ::syscall(SYS_rt_sigaction, SIGNAL, &action, nullptr, MASK_SIZE) == 0;
+    isTaken = Kernel::setAction(SIGNAL, action);
     return isTaken;
 }
 
@@ -93,22 +76,12 @@ void acceptKilling()
 {
     // The thread may have inherited the mask of a thread that blocked the signal by a system call
     // of its own.
-    std::uint64_t const mask = std::uint64_t{1} << (SIGNAL - 1);
-    ::syscall(SYS_rt_sigprocmask, SIG_UNBLOCK, &mask, nullptr, MASK_SIZE);
+    Kernel::unblockHidden(SIGNAL);
 }
 
 bool sendKill(std::uint32_t kernelId)
 {
-    if (!takeSignal())
-        return false;
-    siginfo_t info;
-    std::memset(&info, 0, sizeof info);
-    info.si_signo = SIGNAL;
-    info.si_code = SI_QUEUE;
-    info.si_pid = ::getpid();
-    info.si_uid = ::getuid();
-    info.si_value.sival_ptr = &sender;
-    return ::syscall(SYS_rt_tgsigqueueinfo, ::getpid(), kernelId, SIGNAL, &info) == 0;
+    return takeSignal() && Kernel::queueSignal(kernelId, SIGNAL, &sender);
 }
 
 #else
@@ -125,17 +98,9 @@ extern "C" void zvPlatformOnKill(int)
 int takeSignal()
 {
     Locked locked(signalLock);
-    for (int number = SIGRTMAX - 1; !killSignal && number >= SIGRTMIN; --number) {
-        struct sigaction present;
-        if (::sigaction(number, nullptr, &present) != 0 || present.sa_handler != SIG_DFL)
-            continue;
-        struct sigaction action = {};
-        action.sa_handler = zvPlatformOnKill;
-        ::sigemptyset(&action.sa_mask);
-        // The signal must end waits, hence no SA_RESTART.
-        if (::sigaction(number, &action, nullptr) == 0)
+    for (int number = SIGRTMAX - 1; !killSignal && number >= SIGRTMIN; --number)
+        if (Kernel::isFree(number) && Kernel::handle(number, zvPlatformOnKill))
             killSignal = number;
-    }
     return killSignal;
 }
 
@@ -143,19 +108,14 @@ int takeSignal()
 
 void acceptKilling()
 {
-    int const number = takeSignal();
-    if (!number)
-        return;
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    ::sigaddset(&signals, number);
-    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    if (int const number = takeSignal())
+        Kernel::unblock(number);
 }
 
 bool sendKill(std::uint32_t kernelId)
 {
     int const number = takeSignal();
-    return number && ::syscall(SYS_tgkill, ::getpid(), kernelId, number) == 0;
+    return number && Kernel::sendSignal(kernelId, number);
 }
 
 #endif

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -41,7 +40,7 @@ Queue::Queue(Object *object, Word type, Access access) : _object(object)
             }
         } else if (looks < 20) {
             ++looks;
-            pause();
+            Kernel::pause();
             seen = object->word.load(std::memory_order_relaxed);
         } else if (seen & QUEUE_SLEEP || object->word.compare_exchange_weak(
                                              seen, seen | QUEUE_SLEEP, std::memory_order_relaxed)) {

@@ -5,11 +5,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
-#include <sched.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace ZvPlatform::Linux {
 
@@ -17,13 +12,13 @@ constinit Lock schedulingLock;
 
 namespace {
 
-constinit std::atomic<DWORD> processClass{NORMAL_PRIORITY_CLASS};
+constinit Shared<DWORD> processClass{NORMAL_PRIORITY_CLASS};
 /// Counts the changes that a new thread could inherit.
-constinit std::atomic<std::uint32_t> generation{0};
+constinit Shared<std::uint32_t> generation{0};
 /// The processors of the process are those of its main thread, until that thread is placed. Their
 /// set at that time is kept here.
-constinit cpu_set_t setBefore{};
-constinit std::atomic<bool> isMainPlaced{false};
+constinit Kernel::ProcessorSet setBefore{};
+constinit Shared<bool> isMainPlaced{false};
 
 constexpr int HIGHEST_BASE = 31;
 constexpr int NORMAL_BASE = 8;
@@ -36,23 +31,9 @@ int basePriority(DWORD priorityClass, int level)
     return row.basePriorities[PriorityTable::findLevel(level)];
 }
 
-bool setPolicy(std::uint32_t kernelId, int policy, int priority)
-{
-    sched_param parameter{};
-    parameter.sched_priority = priority;
-    return ::sched_setscheduler(static_cast<pid_t>(kernelId), policy, &parameter) == 0;
-}
-
-bool setNice(std::uint32_t kernelId, int nice)
-{
-    return ::setpriority(PRIO_PROCESS, kernelId, nice) == 0;
-}
-
 int lowestNiceAllowed()
 {
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NICE, &limit);
-    return 20 - static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 40));
+    return 20 - static_cast<int>(std::min(Kernel::getNiceLimit(), 40ul));
 }
 
 /// Sets the nice value as near to the wanted one as the process may. Does not lower the thread if
@@ -65,16 +46,16 @@ void changeNice(Thread &thread, std::uint32_t kernelId, int nice)
     if (nice > thread.nice) {
         // Only the kernel knows whether a thread may be raised, because capabilities count in the
         // first user namespace. So it is tried.
-        bool const canRaise = thread.nice == -20 || setNice(kernelId, thread.nice - 1) ||
+        bool const canRaise = thread.nice == -20 || Kernel::setNice(kernelId, thread.nice - 1) ||
                               lowestNiceAllowed() <= thread.nice;
-        if (canRaise && setNice(kernelId, nice))
+        if (canRaise && Kernel::setNice(kernelId, nice))
             thread.nice = nice;
     } else if (nice < thread.nice) {
         int nearest = nice;
-        bool isSet = setNice(kernelId, nearest);
+        bool isSet = Kernel::setNice(kernelId, nearest);
         if (!isSet) {
             nearest = std::max(nice, lowestNiceAllowed());
-            isSet = nearest < thread.nice && setNice(kernelId, nearest);
+            isSet = nearest < thread.nice && Kernel::setNice(kernelId, nearest);
         }
         if (isSet)
             thread.nice = nearest;
@@ -93,7 +74,7 @@ bool apply(Thread &thread, DWORD priorityClass, int level)
         return true;
     generation.fetch_add(1, std::memory_order_relaxed);
     if (realTime != thread.realTime) {
-        if (setPolicy(kernelId, realTime ? SCHED_RR : SCHED_OTHER, realTime))
+        if (Kernel::setPolicy(kernelId, realTime ? SCHED_RR : SCHED_OTHER, realTime))
             thread.realTime = realTime;
         else if (realTime)
             return false;
@@ -109,31 +90,24 @@ DWORD refusalOfRealTime()
 {
     bool may = false;
     auto const tryIt = [](void *result) -> void * {
-        *static_cast<bool *>(result) = setPolicy(0, SCHED_RR, HIGHEST_BASE);
+        *static_cast<bool *>(result) = Kernel::setPolicy(0, SCHED_RR, HIGHEST_BASE);
         return nullptr;
     };
     constexpr std::size_t STACK = 1024 * 1024;
-    pthread_attr_t attributes;
-    ::pthread_attr_init(&attributes);
-    ::pthread_attr_setstacksize(&attributes, STACK);
-    pthread_t probe;
-    int const error = ::pthread_create(&probe, &attributes, tryIt, &may);
-    ::pthread_attr_destroy(&attributes);
-    if (error)
+    Kernel::ThreadId probe;
+    if (Kernel::createThread(probe, STACK, nullptr, tryIt, &may) != 0)
         return refusalOfThread(STACK);
-    ::pthread_join(probe, nullptr);
+    Kernel::join(probe);
     return may ? 0 : ERROR_PRIVILEGE_NOT_HELD;
 }
 
 /// Asks the system for the scheduling of the calling thread, which has just begun.
 void askWhatWasInherited(Thread &thread)
 {
-    int const policy = ::sched_getscheduler(0);
-    sched_param parameter{};
-    ::sched_getparam(0, &parameter);
+    int const policy = Kernel::getPolicy(0);
     bool const isOurs = policy == SCHED_RR || policy == SCHED_OTHER;
-    thread.realTime = isOurs ? parameter.sched_priority : FOREIGN;
-    thread.nice = thread.askedNice = ::getpriority(PRIO_PROCESS, 0);
+    thread.realTime = isOurs ? Kernel::getPriority(0) : FOREIGN;
+    thread.nice = thread.askedNice = Kernel::getNice(0);
 }
 
 bool applyToAll(DWORD priorityClass)
@@ -150,22 +124,23 @@ bool applyToAll(DWORD priorityClass)
 }
 
 /// Returns the processors of a thread. The set is empty if the system refuses.
-cpu_set_t setOf(pid_t kernelId)
+Kernel::ProcessorSet setOf(std::uint32_t kernelId)
 {
-    cpu_set_t set;
+    Kernel::ProcessorSet set;
     CPU_ZERO(&set);
-    if (::sched_getaffinity(kernelId, sizeof set, &set) != 0)
+    if (!Kernel::getProcessors(kernelId, set))
         CPU_ZERO(&set);
     return set;
 }
 
-cpu_set_t processSet()
+Kernel::ProcessorSet processSet()
 {
-    return isMainPlaced.load(std::memory_order_acquire) ? setBefore : setOf(::getpid());
+    return isMainPlaced.load(std::memory_order_acquire) ? setBefore
+                                                        : setOf(Kernel::processNumber());
 }
 
 /// Returns the mask of a set. A mask has a bit for each of the first 64 processors.
-DWORD_PTR maskOf(cpu_set_t const &set)
+DWORD_PTR maskOf(Kernel::ProcessorSet const &set)
 {
     DWORD_PTR mask = 0;
     for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
@@ -174,9 +149,9 @@ DWORD_PTR maskOf(cpu_set_t const &set)
     return mask;
 }
 
-cpu_set_t setFrom(DWORD_PTR mask)
+Kernel::ProcessorSet setFrom(DWORD_PTR mask)
 {
-    cpu_set_t set;
+    Kernel::ProcessorSet set;
     CPU_ZERO(&set);
     for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
         if (mask >> i & 1)
@@ -202,12 +177,12 @@ bool withThread(Service &service, HANDLE handle, What what)
 
 /// Returns the kernel's number of a thread. A thread that has not begun yet soon has its number.
 /// The wait for it sleeps, so that it does not keep the thread from beginning.
-pid_t kernelIdOf(Thread &thread)
+std::uint32_t kernelIdOf(Thread &thread)
 {
     std::uint32_t id;
     while (!(id = thread.kernelId.load(std::memory_order_acquire)))
         futexWait(&thread.kernelId, 0, now() + MILLISECOND);
-    return static_cast<pid_t>(id);
+    return id;
 }
 
 } // namespace
@@ -220,12 +195,11 @@ void inheritScheduling(Thread &child, Thread const &parent)
     child.nice = child.askedNice = parent.nice;
 }
 
-void giveProcessors(pthread_attr_t &attributes)
+bool findProcessorsForNewThreads(Kernel::ProcessorSet &all)
 {
-    cpu_set_t const mine = setOf(0);
-    cpu_set_t const all = processSet();
-    if (CPU_COUNT(&all) != 0 && !CPU_EQUAL(&mine, &all))
-        ::pthread_attr_setaffinity_np(&attributes, sizeof all, &all);
+    Kernel::ProcessorSet const mine = setOf(0);
+    all = processSet();
+    return CPU_COUNT(&all) != 0 && !CPU_EQUAL(&mine, &all);
 }
 
 void beginScheduling(Thread &thread)
@@ -233,8 +207,7 @@ void beginScheduling(Thread &thread)
     bool const inheritedNothing = !thread.realTime && !thread.nice;
     // From here on other threads may apply their changes. Changes that they made before are found
     // below.
-    thread.kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)),
-                          std::memory_order_seq_cst);
+    thread.kernelId.store(Kernel::threadNumber(), std::memory_order_seq_cst);
     if (inheritedNothing && processClass.load(std::memory_order_seq_cst) == NORMAL_PRIORITY_CLASS &&
         thread.level.load(std::memory_order_seq_cst) == THREAD_PRIORITY_NORMAL &&
         generation.load(std::memory_order_seq_cst) == thread.generation)
@@ -337,7 +310,7 @@ BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *process_, DWORD_PTR *syst
         return fail(ERROR_INVALID_HANDLE);
     if (!process_ || !system)
         return fail(ERROR_INVALID_PARAMETER);
-    long const processors = ::sysconf(_SC_NPROCESSORS_CONF);
+    long const processors = Kernel::nbConfiguredProcessors();
     *process_ = maskOf(processSet());
     *system = *process_ | (processors >= 64 ? ~DWORD_PTR{0} : (DWORD_PTR{1} << processors) - 1);
     return TRUE;
@@ -348,14 +321,14 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
     Service service;
     DWORD_PTR before = 0;
     withThread(service, handle, [&](Thread *thread, Object *) {
-        cpu_set_t const all = processSet();
+        Kernel::ProcessorSet const all = processSet();
         DWORD_PTR const allowed = maskOf(all);
         if (!thread || (mask == 0 && allowed != 0) || mask & ~allowed) {
             fail(ERROR_INVALID_PARAMETER);
             return;
         }
-        pid_t const kernelId = kernelIdOf(*thread);
-        if (kernelId == ::getpid() && !isMainPlaced.load(std::memory_order_acquire)) {
+        std::uint32_t const kernelId = kernelIdOf(*thread);
+        if (kernelId == Kernel::processNumber() && !isMainPlaced.load(std::memory_order_acquire)) {
             Locked locked(schedulingLock);
             if (!isMainPlaced.load(std::memory_order_relaxed)) {
                 setBefore = all;
@@ -364,9 +337,9 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
         }
         // The mask of the process means all of its processors, including those that have no bit in
         // a mask.
-        cpu_set_t const set = mask == allowed ? all : setFrom(mask);
+        Kernel::ProcessorSet const set = mask == allowed ? all : setFrom(mask);
         DWORD_PTR const former = maskOf(setOf(kernelId));
-        if (::sched_setaffinity(kernelId, sizeof set, &set) == 0)
+        if (Kernel::setProcessors(kernelId, set))
             before = former ? former : ~DWORD_PTR{0}; // 0 would be a failure
         else
             fail(ERROR_INVALID_PARAMETER);
@@ -382,7 +355,7 @@ long SetThreadDescription(HANDLE handle, wchar_t const *name)
             if (!thread)
                 return;
             kernelIdOf(*thread);
-            ::pthread_setname_np(thread->pthread, text);
+            Kernel::setName(thread->id, text);
         });
     });
 }

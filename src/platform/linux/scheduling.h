@@ -12,8 +12,9 @@ extern constinit Lock schedulingLock;
 /// Records that a new thread inherits the scheduling of `parent`, which must be the calling thread.
 void inheritScheduling(Thread &child, Thread const &parent);
 
-/// Gives new threads the processors of the process instead of those of the calling thread.
-void giveProcessors(pthread_attr_t &);
+/// A new thread has the processors of the process, not those of the calling thread. Returns whether
+/// they differ, and stores those of the process.
+bool findProcessorsForNewThreads(Kernel::ProcessorSet &);
 
 /// Begins the scheduling of the calling thread, which CreateThread has made. From here on other
 /// threads may change it.

@@ -3,14 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 namespace ZvPlatform::Linux {
@@ -20,11 +12,10 @@ struct SharedSegment
 {
     /// The count is in the lower half, the number of sleepers in the upper half. A post therefore
     /// learns of sleepers by the access that adds its units.
-    std::atomic<std::uint64_t> state;
+    Shared<std::uint64_t> state;
     std::uint32_t maximum;
     char file[256];
 };
-static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
 namespace {
 
@@ -58,7 +49,7 @@ int lockFile(int file, int operation)
 {
     int result;
     do
-        result = ::flock(file, operation);
+        result = Kernel::lockFile(file, operation);
     while (result != 0 && errno == EINTR);
     return result;
 }
@@ -70,16 +61,16 @@ int awaitFileLock(int file, int operation)
 {
     constexpr Instant PATIENCE = 5'000 * MILLISECOND;
     constexpr long FIRST = 50'000, LONGEST = 10'000'000; // nanoseconds
-    timespec pause{0, FIRST};
-    for (Instant waited = 0; lockFile(file, operation | LOCK_NB) != 0; waited += pause.tv_nsec) {
+    long pause = FIRST;
+    for (Instant waited = 0; lockFile(file, operation | LOCK_NB) != 0; waited += pause) {
         if (errno != EWOULDBLOCK)
             return -1;
         if (waited >= PATIENCE || currentThread().dying.load(std::memory_order_relaxed)) {
             errno = EWOULDBLOCK;
             return -1;
         }
-        ::clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr);
-        pause.tv_nsec = std::min(2 * pause.tv_nsec, LONGEST);
+        Kernel::sleep(pause);
+        pause = std::min(2 * pause, LONGEST);
     }
     return 0;
 }
@@ -91,18 +82,18 @@ public:
     Folder()
     {
         char path[64];
-        std::snprintf(path, sizeof path, "/dev/shm/zvresmgt-%u", unsigned{::geteuid()});
-        if (::mkdir(path, 0700) == 0 || (errno == EEXIST && isBarred(path)))
-            ::chmod(path, 0700); // the process's mask may have removed bits
+        std::snprintf(path, sizeof path, "/dev/shm/zvresmgt-%u", Kernel::userNumber());
+        if (Kernel::makeFolder(path, 0700) == 0 || (errno == EEXIST && isBarred(path)))
+            Kernel::changeMode(path, 0700); // the process's mask may have removed bits
         else if (errno != EEXIST)
             return;
-        int const folder = ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        int const folder = Kernel::openFile(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
         if (folder < 0)
             return;
         // Any user can make a folder of that name. Only a folder of the user's own can be trusted.
-        struct stat status;
-        bool const own = ::fstat(folder, &status) == 0 && status.st_uid == ::geteuid() &&
-                         (status.st_mode & 022) == 0;
+        Kernel::Status status;
+        bool const own = Kernel::getStatus(folder, status) == 0 &&
+                         status.st_uid == Kernel::userNumber() && (status.st_mode & 022) == 0;
         if (!own)
             errno = EACCES;
         if (own && awaitFileLock(folder, LOCK_EX) == 0) {
@@ -110,7 +101,7 @@ public:
             return;
         }
         int const error = errno;
-        ::close(folder);
+        Kernel::closeFile(folder);
         errno = error;
     }
     ~Folder()
@@ -120,7 +111,7 @@ public:
         // A child that was forked meanwhile shares the lock, and would keep it if the descriptor
         // were only closed.
         lockFile(_folder, LOCK_UN);
-        ::close(_folder);
+        Kernel::closeFile(_folder);
     }
 
     Folder(Folder const &) = delete;
@@ -134,9 +125,9 @@ private:
     /// ended before its `chmod` leaves such a folder.
     static bool isBarred(char const *path)
     {
-        struct stat status;
-        bool const barred = ::lstat(path, &status) == 0 && S_ISDIR(status.st_mode) &&
-                            status.st_uid == ::geteuid() && (status.st_mode & 0777) < 0700;
+        Kernel::Status status;
+        bool const barred = Kernel::getStatus(path, status) == 0 && S_ISDIR(status.st_mode) &&
+                            status.st_uid == Kernel::userNumber() && (status.st_mode & 0777) < 0700;
         errno = EEXIST;
         return barred;
     }
@@ -151,24 +142,14 @@ void sweep(Folder const &folder)
     static constinit bool isDone = false; // under `namesLock`
     if (std::exchange(isDone, true))
         return;
-    int const copy = ::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR *entries = copy < 0 ? nullptr : ::fdopendir(copy);
-    if (!entries) {
-        if (copy >= 0)
-            ::close(copy);
-        return;
-    }
-    while (dirent const *entry = ::readdir(entries)) {
-        if (entry->d_name[0] == '.')
-            continue;
-        int const file = ::openat(folder.get(), entry->d_name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    Kernel::forEachFile(folder.get(), [&](char const *name) {
+        int const file = Kernel::openFile(folder.get(), name, O_RDONLY | O_NOFOLLOW);
         if (file < 0)
-            continue;
+            return;
         if (lockFile(file, LOCK_EX | LOCK_NB) == 0)
-            ::unlinkat(folder.get(), entry->d_name, 0);
-        ::close(file);
-    }
-    ::closedir(entries);
+            Kernel::removeFile(folder.get(), name);
+        Kernel::closeFile(file);
+    });
 }
 
 /// Makes a file name from a name with any bytes. It consists of the beginning of the name, in which
@@ -210,38 +191,36 @@ Opened openFile(Folder const &folder, char const *name, Mode mode)
     Opened opened;
     char file[256];
     makeFileName(name, file);
-    int const flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | (mode == Mode::CREATE ? O_CREAT : 0);
-    opened.file = ::openat(folder.get(), file, flags, 0600);
+    int const flags = O_RDWR | O_NOFOLLOW | (mode == Mode::CREATE ? O_CREAT : 0);
+    opened.file = Kernel::openFile(folder.get(), file, flags, 0600);
     // If the mask of the process that made the file has removed bits, its owner sets them again.
-    if (opened.file < 0 && errno == EACCES && ::fchmodat(folder.get(), file, 0600, 0) == 0)
-        opened.file = ::openat(folder.get(), file, flags, 0600);
+    if (opened.file < 0 && errno == EACCES && Kernel::changeMode(folder.get(), file, 0600) == 0)
+        opened.file = Kernel::openFile(folder.get(), file, flags, 0600);
     if (opened.file < 0) {
         opened.error = errno;
         return opened;
     }
     if (mode == Mode::CREATE)
-        ::fchmod(opened.file, 0600);
+        Kernel::changeMode(opened.file, 0600);
     // If no process holds the file, it is new or was left by processes that died.
     bool const deserted = lockFile(opened.file, LOCK_EX | LOCK_NB) == 0;
     if (deserted && mode == Mode::OPEN) {
-        ::unlinkat(folder.get(), file, 0);
+        Kernel::removeFile(folder.get(), file);
         opened.error = ENOENT;
-    } else if (deserted && (::ftruncate(opened.file, 0) != 0 ||
-                            ::ftruncate(opened.file, sizeof(SharedSegment)) != 0)) {
+    } else if (deserted && (Kernel::setSize(opened.file, 0) != 0 ||
+                            Kernel::setSize(opened.file, sizeof(SharedSegment)) != 0)) {
         opened.error = errno;
     } else if (awaitFileLock(opened.file, LOCK_SH) != 0) {
         opened.error = errno;
     } else {
-        void *memory = ::mmap(nullptr, sizeof(SharedSegment), PROT_READ | PROT_WRITE, MAP_SHARED,
-                              opened.file, 0);
-        if (memory == MAP_FAILED)
+        opened.segment =
+            static_cast<SharedSegment *>(Kernel::mapFile(opened.file, sizeof(SharedSegment)));
+        if (!opened.segment)
             opened.error = errno;
-        else
-            opened.segment = static_cast<SharedSegment *>(memory);
     }
     opened.existed = !deserted;
     if (!opened.segment) {
-        ::close(opened.file);
+        Kernel::closeFile(opened.file);
         return opened;
     }
     if (deserted)
@@ -396,9 +375,9 @@ void leaveShared(Object::SharedState shared)
     // The last user removes the file. If the folder cannot be locked, the file stays until a process
     // finds it without a holder.
     if (folder && lockFile(shared.file, LOCK_EX | LOCK_NB) == 0)
-        ::unlinkat(folder.get(), shared.segment->file, 0);
-    ::munmap(shared.segment, sizeof(SharedSegment));
-    ::close(shared.file);
+        Kernel::removeFile(folder.get(), shared.segment->file);
+    Kernel::unmapFile(shared.segment, sizeof(SharedSegment));
+    Kernel::closeFile(shared.file);
 }
 
 namespace {
@@ -424,7 +403,7 @@ void prepareSharedForFork()
         std::snprintf(path, sizeof path, "/proc/self/fd/%d", object.shared.file);
         // A file lock belongs to what `open` makes. If the child shared the parent's, an unlock in
         // one process would unlock for both.
-        int const file = ::open(path, O_RDWR | O_CLOEXEC);
+        int const file = Kernel::openFile(path, O_RDWR);
         if (file >= 0)
             lockFile(file, LOCK_SH | LOCK_NB); // no process can hold the other kind of lock
         object.shared.childFile = file;
@@ -439,7 +418,7 @@ void leaveSharedToChild()
             return;
         --object.pins;
         if (object.shared.childFile >= 0)
-            ::close(std::exchange(object.shared.childFile, -1));
+            Kernel::closeFile(std::exchange(object.shared.childFile, -1));
     });
 }
 
@@ -447,7 +426,8 @@ void takeSharedFromParent()
 {
     forEachShared([](Object &object) {
         if (object.shared.childFile >= 0)
-            ::close(std::exchange(object.shared.file, std::exchange(object.shared.childFile, -1)));
+            Kernel::closeFile(
+                std::exchange(object.shared.file, std::exchange(object.shared.childFile, -1)));
     });
 }
 

@@ -8,14 +8,14 @@ namespace {
 
 /// The cost of a sleep in this process. The samples of all threads are mixed without a lock, and a
 /// lost one does no harm.
-constinit std::atomic<Instant> sleepCost{0};
+constinit Shared<Instant> sleepCost{0};
 
 } // namespace
 
 void Call::note()
 {
     at.store(now(), std::memory_order_relaxed);
-    from.store(::sched_getcpu(), std::memory_order_relaxed);
+    from.store(Kernel::currentProcessor(), std::memory_order_relaxed);
 }
 
 Instant Spin::getLimit() const

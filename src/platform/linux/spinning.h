@@ -14,7 +14,6 @@
 #include "platform/linux/futex.h"
 
 #include <algorithm>
-#include <sched.h>
 
 namespace ZvPlatform::Linux {
 
@@ -74,35 +73,24 @@ constexpr SpinCredit afterShortSleep(SpinCredit credit)
 /// The last call that was to wake a thread.
 struct Call
 {
-    std::atomic<Instant> at{0};
-    std::atomic<int> from{-1}; ///< the processor
+    Shared<Instant> at{0};
+    Shared<int> from{-1}; ///< the processor
 
     /// Notes a call that the calling thread is about to make.
     void note();
 };
-
-inline void pause()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    __asm__ volatile("yield");
-#else
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-#endif
-}
 
 /// A wait that may spin before it sleeps.
 class Spin
 {
 public:
     /// `call` notes the call that ends the sleep, and `start` is the present time.
-    Spin(std::atomic<SpinCredit> &credit, Call const &call, Instant start)
+    Spin(Shared<SpinCredit> &credit, Call const &call, Instant start)
         : _credit(credit),
           _call(call),
           _start(start),
           _sleepsSince(start),
-          _processor(::sched_getcpu())
+          _processor(Kernel::currentProcessor())
     {}
 
     /// Calls `tryIt` until it succeeds, as long as that may pay. Returns whether it has succeeded.
@@ -118,7 +106,7 @@ public:
                     setCredit(afterSuccess());
                     return true;
                 }
-                pause();
+                Kernel::pause();
             }
             _sleepsSince = now();
         } while (_sleepsSince - _start < limit);
@@ -146,7 +134,7 @@ private:
             _credit.store(credit, std::memory_order_relaxed);
     }
 
-    std::atomic<SpinCredit> &_credit;
+    Shared<SpinCredit> &_credit;
     Call const &_call;
     Instant const _start;
     Instant _sleepsSince;

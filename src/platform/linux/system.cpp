@@ -2,13 +2,6 @@
 #include "platform/linux/thread.h"
 
 #include <cstdio>
-#include <cstring>
-#include <sys/utsname.h>
-#include <unistd.h>
-
-#if defined(__x86_64__) || defined(__i386__)
-#include <cpuid.h>
-#endif
 
 namespace ZvPlatform {
 
@@ -27,18 +20,16 @@ constexpr WORD ARCHITECTURE = 0xFFFF; // unknown
 constexpr DWORD PROCESSOR_TYPE = 0;
 #endif
 
-void describeProcessor([[maybe_unused]] SYSTEM_INFO &info)
+void describeProcessor(SYSTEM_INFO &info)
 {
-#if defined(__x86_64__) || defined(__i386__)
-    unsigned signature = 0, b = 0, c = 0, d = 0;
-    if (!__get_cpuid(1, &signature, &b, &c, &d))
+    unsigned const signature = Kernel::processorSignature();
+    if (!signature)
         return;
     unsigned const family = signature >> 8 & 0xF;
     unsigned const model = (signature >> 4 & 0xF) | (signature >> 12 & 0xF0);
     info.wProcessorLevel =
         static_cast<WORD>(family == 15 ? family + (signature >> 20 & 0xFF) : family);
     info.wProcessorRevision = static_cast<WORD>(model << 8 | (signature & 0xF));
-#endif
 }
 
 } // namespace
@@ -49,7 +40,7 @@ void GetSystemInfo(SYSTEM_INFO *info)
     info->wProcessorArchitecture = ARCHITECTURE;
     info->dwProcessorType = PROCESSOR_TYPE;
     Memory::describe(*info);
-    info->dwNumberOfProcessors = static_cast<DWORD>(::sysconf(_SC_NPROCESSORS_ONLN));
+    info->dwNumberOfProcessors = static_cast<DWORD>(Kernel::nbOnlineProcessors());
     DWORD_PTR process;
     GetProcessAffinityMask(GetCurrentProcess(), &process, &info->dwActiveProcessorMask);
     describeProcessor(*info);
@@ -59,8 +50,8 @@ BOOL GetVersionExA(OSVERSIONINFOA *version)
 {
     if (version->dwOSVersionInfoSize != sizeof *version)
         return fail(ERROR_INSUFFICIENT_BUFFER);
-    utsname name;
-    if (::uname(&name) != 0)
+    Kernel::Version name;
+    if (!Kernel::getVersion(name))
         return fail(ERROR_NOT_SUPPORTED);
     constexpr DWORD PLATFORM_UNIX = 10;
     unsigned numbers[3] = {};

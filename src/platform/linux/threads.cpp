@@ -5,12 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
-#include <dlfcn.h>
-#include <sys/auxv.h>
-#include <sys/mman.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 #include <utility>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -32,31 +26,14 @@ namespace {
 constexpr std::size_t DEFAULT_STACK = 1024 * 1024;
 
 constinit Lock setUpLock;
-constinit std::atomic<bool> isSetUp{false};
-pthread_key_t endKey;
+constinit Shared<bool> isSetUp{false};
+Kernel::EndKey endKey;
 std::size_t stackOverhead;
 
 /// Threads that were killed, whose stacks the C library regards as used.
 constinit Thread *deadThreads = nullptr;
 
 void onThreadEnd(void *);
-
-std::size_t measureOverhead()
-{
-    pthread_attr_t attributes;
-    ::pthread_attr_init(&attributes);
-    // What the C library itself keeps on a new thread's stack. The function is not public.
-    using GetMinStack = std::size_t (*)(pthread_attr_t const *);
-    auto const getMinStack =
-        reinterpret_cast<GetMinStack>(::dlsym(RTLD_DEFAULT, "__pthread_get_minstack"));
-    std::size_t overhead = getMinStack ? getMinStack(&attributes) : std::size_t{64 * 1024};
-    ::pthread_attr_destroy(&attributes);
-    // The frame of the signal that kills, and the frames before the thread's function.
-#ifdef AT_MINSIGSTKSZ
-    overhead += ::getauxval(AT_MINSIGSTKSZ);
-#endif
-    return overhead + 16 * 1024;
-}
 
 void setUp()
 {
@@ -65,12 +42,12 @@ void setUp()
     Locked locked(setUpLock);
     if (isSetUp.load(std::memory_order_relaxed))
         return;
-    if (::pthread_key_create(&endKey, onThreadEnd) != 0) {
+    if (!Kernel::makeEndKey(endKey, onThreadEnd)) {
         std::fputs("no thread-specific key is left\n", stderr);
         std::abort();
     }
     prepareForForks();
-    stackOverhead = measureOverhead();
+    stackOverhead = Kernel::stackOverhead();
     isSetUp.store(true, std::memory_order_release);
 }
 
@@ -135,7 +112,7 @@ void onThreadEnd(void *data)
     ++local.depth;
     end(thread, thread.exitCode);
     if (thread.created)
-        ::pthread_detach(::pthread_self());
+        Kernel::detach(thread.id);
     local = {};
     release(thread);
 }
@@ -146,8 +123,8 @@ void *run(void *data)
     local.thread = &thread;
     local.number = thread.number;
     ++local.depth;
-    thread.pthread = ::pthread_self();
-    ::pthread_setspecific(endKey, &thread);
+    thread.id = Kernel::currentThread();
+    Kernel::setEndValue(endKey, &thread);
     acceptKilling();
     beginScheduling(thread);
     std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -164,11 +141,10 @@ void *run(void *data)
 /// thread, which stays until the process ends.
 void awaitKernel(std::uint32_t kernelId)
 {
-    if (kernelId == static_cast<std::uint32_t>(::getpid()))
+    if (kernelId == Kernel::processNumber())
         return;
-    timespec const pause{0, 20'000};
-    while (::syscall(SYS_tgkill, ::getpid(), kernelId, 0) == 0)
-        ::nanosleep(&pause, nullptr);
+    while (Kernel::sendSignal(kernelId, 0))
+        Kernel::sleep(20'000);
 }
 
 /// Gives back the blocks of killed threads. Calls `prepare` with each before that.
@@ -195,7 +171,7 @@ void bury()
 #ifndef ZV_SANITIZED
         // A sanitizer does not notice the end of a killed thread and believes that it still runs. A
         // join would never return.
-        ::pthread_join(thread.pthread, nullptr);
+        Kernel::join(thread.id);
 #endif
     });
 }
@@ -209,33 +185,22 @@ std::size_t stackFor(SIZE_T wanted)
     // A sanitizer makes frames several times as large.
     size = size * 4 + 256 * 1024;
 #endif
-    std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    std::size_t const page = Kernel::pageSize();
     return (size + stackOverhead + page - 1) / page * page;
 }
 
-int makePthread(Thread *thread, std::size_t stack, bool isPlaced)
-{
-    pthread_attr_t attributes;
-    ::pthread_attr_init(&attributes);
-    if (isPlaced)
-        giveProcessors(attributes);
-    pthread_t made;
-    int const error = stack && ::pthread_attr_setstacksize(&attributes, stack) == 0
-                          ? ::pthread_create(&made, &attributes, run, thread)
-                          : ENOMEM;
-    ::pthread_attr_destroy(&attributes);
-    return error;
-}
-
 /// Returns ERROR_SUCCESS, or why there is no thread.
-DWORD createPthread(Thread *thread, SIZE_T stackSize)
+DWORD createKernelThread(Thread *thread, SIZE_T stackSize)
 {
     std::size_t const stack = stackFor(stackSize);
-    int error = makePthread(thread, stack, true);
+    Kernel::ThreadId made;
+    Kernel::ProcessorSet processors;
+    bool const isPlaced = findProcessorsForNewThreads(processors);
+    int error = Kernel::createThread(made, stack, isPlaced ? &processors : nullptr, run, thread);
     // The system may have taken processors away from the process meanwhile. The thread then gets
     // those of its creator.
     if (error == EINVAL)
-        error = makePthread(thread, stack, false);
+        error = Kernel::createThread(made, stack, nullptr, run, thread);
     if (!error)
         return ERROR_SUCCESS;
     return error == EAGAIN ? refusalOfThread(stack) : ERROR_NOT_ENOUGH_MEMORY;
@@ -253,24 +218,18 @@ void attach()
         std::abort();
     }
     thread->created = false;
-    thread->pthread = ::pthread_self();
+    thread->id = Kernel::currentThread();
     thread->realTime = thread->nice = thread->askedNice = 0;
-    thread->kernelId.store(static_cast<std::uint32_t>(::syscall(SYS_gettid)),
-                           std::memory_order_release);
+    thread->kernelId.store(Kernel::threadNumber(), std::memory_order_release);
     local.thread = thread;
     local.number = thread->number;
-    ::pthread_setspecific(endKey, thread);
+    Kernel::setEndValue(endKey, thread);
     --local.depth;
 }
 
 DWORD refusalOfThread(std::size_t stack)
 {
-    void *memory = ::mmap(nullptr, stack, PROT_READ | PROT_WRITE,
-                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-    if (memory == MAP_FAILED)
-        return ERROR_NOT_ENOUGH_MEMORY;
-    ::munmap(memory, stack);
-    return ERROR_MAX_THRDS_REACHED;
+    return Kernel::hasMemoryForStack(stack) ? ERROR_MAX_THRDS_REACHED : ERROR_NOT_ENOUGH_MEMORY;
 }
 
 void releaseDeadThreads()
@@ -293,7 +252,7 @@ void die()
     end(thread, static_cast<DWORD>(thread.dying.load(std::memory_order_relaxed)));
     // The C library keeps the value of a thread that ends without it. The end of the next thread in
     // its place would then be taken for the end of this one.
-    ::pthread_setspecific(endKey, nullptr);
+    Kernel::setEndValue(endKey, nullptr);
     if (created) {
         Locked locked(deadThreadsLock);
         thread.nextFree = deadThreads;
@@ -301,9 +260,7 @@ void die()
     } else {
         release(thread);
     }
-    // Ends only this thread, without the C library's function, which would unwind the stack.
-    for (;;)
-        ::syscall(SYS_exit, 0);
+    Kernel::endThread();
 }
 
 } // namespace ZvPlatform::Linux
@@ -324,7 +281,7 @@ void SetLastError(DWORD code)
 
 DWORD GetCurrentProcessId()
 {
-    return static_cast<DWORD>(::getpid());
+    return Kernel::processNumber();
 }
 
 HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUTINE function,
@@ -350,7 +307,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
     // Once it has begun, the thread may end at any time. Its number is therefore read before.
     DWORD const number = thread->number;
     publish(object, THREAD | MANUAL);
-    if (DWORD const refusal = createPthread(thread, stackSize)) {
+    if (DWORD const refusal = createKernelThread(thread, stackSize)) {
         object->word.store(DEAD, std::memory_order_relaxed);
         discard(object);
         threads.give(thread);

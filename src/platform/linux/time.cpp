@@ -1,8 +1,5 @@
 #include "platform/linux/object.h"
 
-#include <ctime>
-#include <sched.h>
-
 namespace ZvPlatform {
 
 using namespace Linux;
@@ -22,9 +19,7 @@ LONGLONG getSystemTime()
 {
     // The clocks begin 134774 days apart.
     constexpr LONGLONG SECONDS_BEFORE = 134774ll * 24 * 60 * 60;
-    timespec time;
-    ::clock_gettime(CLOCK_REALTIME, &time);
-    return (time.tv_sec + SECONDS_BEFORE) * 10'000'000 + time.tv_nsec / 100;
+    return SECONDS_BEFORE * 10'000'000 + Kernel::date() / 100;
 }
 
 void GetSystemTimePreciseAsFileTime(FILETIME *file)
@@ -35,7 +30,7 @@ void GetSystemTimePreciseAsFileTime(FILETIME *file)
 void Sleep(DWORD milliseconds)
 {
     if (milliseconds == 0) {
-        ::sched_yield();
+        Kernel::yield();
         return;
     }
     Service service;

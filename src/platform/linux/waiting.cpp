@@ -1,7 +1,6 @@
 #include "platform/linux/object.h"
 
 #include <algorithm>
-#include <sched.h>
 
 namespace ZvPlatform::Linux {
 

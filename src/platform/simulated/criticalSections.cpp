@@ -1,4 +1,5 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/scheduler/sharedWords.h"
+#include "platform/simulated/thread.h"
 
 #include <new>
 
@@ -28,6 +29,7 @@ void InitializeCriticalSection(CRITICAL_SECTION *section)
     enter("InitializeCriticalSection");
     static constinit std::uint32_t serial = 0;
     new (section->storage) Section{nullptr, 0, ++serial, 0};
+    forgetPublished(section);
 }
 
 void EnterCriticalSection(CRITICAL_SECTION *section)
@@ -42,10 +44,8 @@ void EnterCriticalSection(CRITICAL_SECTION *section)
     if (mine.owner) {
         me.kind = Thread::SECTION;
         me.section = &mine;
-        me.granted = false;
-        me.deadline = NEVER;
         ++mine.waiters;
-        scheduler.wait();
+        scheduler.wait(NEVER);
         --mine.waiters;
     }
     take(mine, me);

@@ -1,4 +1,4 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/thread.h"
 
 namespace ZvPlatform::Simulated {
 

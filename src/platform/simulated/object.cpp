@@ -1,4 +1,5 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/scheduler/sharedWords.h"
+#include "platform/simulated/thread.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -14,15 +15,6 @@ constinit Object *objects = nullptr;
 constinit std::size_t used = 0;
 constinit Object *freeObjects = nullptr;
 constinit std::uint32_t serial = 0;
-
-struct GivenName
-{
-    void const *object;
-    std::uint32_t serial; ///< of the object, because a later object may have its address
-    char const *name;
-};
-constinit GivenName givenNames[256] = {};
-constinit unsigned nbGivenNames = 0;
 
 bool holds(void const *address)
 {
@@ -74,6 +66,7 @@ Object *newObject(Object::Type type)
     object->type = type;
     object->handles = 1;
     object->serial = ++serial;
+    forgetPublished(object);
     if (scheduler.isTracing())
         scheduler.mark(object->made);
     return object;
@@ -85,7 +78,7 @@ void release(Object &object)
     if (object.handles || object.pins || isOwned)
         return;
     if (object.block)
-        scheduler.release(*object.block);
+        release(*object.block);
     object.type = Object::DEAD;
     object.nextFree = freeObjects;
     freeObjects = &object;
@@ -129,23 +122,14 @@ void removeName(Object &object)
 
 // ---- Texts for reports.
 
-void setName(void const *object, char const *name)
+std::uint32_t serialOf(void const *address)
 {
-    if (nbGivenNames == sizeof givenNames / sizeof givenNames[0])
-        return;
-    std::uint32_t const number = holds(object) ? static_cast<Object const *>(object)->serial : 0;
-    givenNames[nbGivenNames++] = {object, number, name};
+    return holds(address) ? static_cast<Object const *>(address)->serial : 0;
 }
 
-char const *nameOf(void const *object)
+char const *ownNameOf(void const *address)
 {
-    std::uint32_t const number = holds(object) ? static_cast<Object const *>(object)->serial : 0;
-    for (unsigned i = nbGivenNames; i-- > 0;)
-        if (givenNames[i].object == object && givenNames[i].serial == number)
-            return givenNames[i].name;
-    if (!holds(object))
-        return "";
-    char const *name = static_cast<Object const *>(object)->name;
+    char const *name = holds(address) ? static_cast<Object const *>(address)->name : nullptr;
     return name ? name : "";
 }
 

@@ -2,7 +2,7 @@
 // because a schedule can be any order.
 #include "platform/common/threadName.h"
 #include "platform/priorityTable.h"
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/thread.h"
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
 #include "platform/common/memory.h"
 #include "platform/common/uuid.h"
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/thread.h"
 
 #include <cstdio>
 

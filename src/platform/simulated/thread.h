@@ -1,8 +1,7 @@
 // State of the simulated threads, and of the objects behind handles.
 //
 // Only the thread that has the baton uses this state, so no lock guards it. Only the names of
-// objects are allocated on the heap, so that a program gets the same addresses whether or not its
-// steps are traced.
+// objects are allocated on the heap.
 #pragma once
 
 #include "platform/common/arguments.h"
@@ -10,9 +9,7 @@
 #include "platform/common/objectName.h"
 #include "platform/common/slots.h"
 #include "platform/common/waitList.h"
-#include "platform/simulated/simulation.h"
-
-#include <pthread.h>
+#include "platform/scheduler/scheduler.h"
 
 namespace ZvPlatform::Simulated {
 
@@ -20,24 +17,8 @@ struct Object;
 struct Section;
 struct Thread;
 
-inline constexpr unsigned FRAMES = 24;
-
-/// A call stack as return addresses, the innermost first.
-struct Place
+struct Thread : Task
 {
-    void *frames[FRAMES];
-    unsigned count = 0;
-};
-
-struct Thread
-{
-    enum State : std::uint8_t
-    {
-        UNUSED,
-        RUNNABLE,
-        WAITING,
-        ENDED
-    };
     enum Kind : std::uint8_t
     {
         OBJECT,
@@ -50,13 +31,8 @@ struct Thread
     /// References to this block: one of the thread until it has been joined, one of its object. The
     /// block and its number are reused when there are none.
     std::uint32_t holders = 0;
-    std::uint32_t baton = 0;
     ThreadNumber number = 0;
-    std::uint32_t serial = 0; ///< unlike the number, never reused
-    State state = UNUSED;
     bool created = false;
-    char name[16] = {};
-    pthread_t pthread{};
     LPTHREAD_START_ROUTINE function = nullptr;
     void *argument = nullptr;
     Object *object = nullptr; ///< of its handles, null until a handle is requested
@@ -67,12 +43,7 @@ struct Thread
 
     // The current wait, or the last one.
     Kind kind = OBJECT;
-    bool granted = false; ///< another thread or a timer has satisfied the wait
-    bool isStray = false;
     DWORD result = 0;
-    Instant deadline = NEVER;
-    std::uint32_t since = 0; ///< the step at which the wait began
-    std::uint32_t moves = 0; ///< advances of the clock during the wait, of the first thread only
     Object *awaited = nullptr;
     Section *section = nullptr;
     void const *address = nullptr;
@@ -81,10 +52,6 @@ struct Thread
 
     Object *held = nullptr;     ///< the first of the mutexes that it owns
     std::uint32_t sections = 0; ///< number of critical sections that it owns
-    WaitingFor *stated = nullptr;
-    char const *doing = "";
-    Place place;
-    std::int64_t priority = 0;
 
     TlsSlot slots[TLS_SLOTS];
 };
@@ -125,12 +92,14 @@ struct Object
     Place made;
 };
 
-extern Thread *self;
+/// Returns the calling thread.
+inline Thread &currentThread()
+{
+    return static_cast<Thread &>(currentTask());
+}
 
-/// Returns the calling thread. The first thread that calls is adopted. Any other thread must have
-/// been created by the layer, otherwise this is a finding, or aborts the process if no simulation
-/// runs.
-Thread &currentThread();
+/// Ends one use of a block. Without any, the block is free for a new thread.
+void release(Thread &);
 
 inline BOOL fail(DWORD code)
 {
@@ -226,6 +195,9 @@ void callBack(Thread &);
 /// Clears the values that the previous thread of this block has stored.
 void forgetSlots(Thread &);
 
+/// Removes a thread from the threads that wait for an address.
+void leaveAddress(Thread &);
+
 /// Signals a timer whose due time has been reached, and sets its next due time.
 void updateTimer(Object &);
 
@@ -238,22 +210,5 @@ struct Section
     std::uint32_t waiters;
 };
 static_assert(sizeof(Section) <= sizeof(CRITICAL_SECTION));
-
-// Tell the thread sanitizer that what happened before a release is visible after the next acquire
-// of this place. They have no effect in other builds.
-void synchroniseRelease(void const *);
-void synchroniseAcquire(void const *);
-
-/// While it exists, the thread sanitizer ignores the memory accesses of the thread. The simulation
-/// itself is built without the sanitizer, but the functions of the C library and the conditions of
-/// a program are still checked.
-class Unseen
-{
-public:
-    Unseen();
-    ~Unseen();
-    Unseen(Unseen const &) = delete;
-    Unseen &operator=(Unseen const &) = delete;
-};
 
 } // namespace ZvPlatform::Simulated

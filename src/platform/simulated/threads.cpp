@@ -1,54 +1,52 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/scheduler/sharedWords.h"
+#include "platform/simulated/thread.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
-#include <exception>
-#include <unistd.h>
+#include <sys/mman.h>
 
 namespace ZvPlatform::Simulated {
-
-constinit Thread *self = nullptr;
 
 namespace {
 
 constexpr std::size_t DEFAULT_STACK = 1024 * 1024;
-/// Additional stack for the C library, a sanitizer and the scheduler.
-constexpr std::size_t STACK_OVERHEAD = 512 * 1024;
 
-constinit thread_local Thread *mine __attribute__((tls_model("initial-exec"))) = nullptr;
-constinit bool hasFirst = false;
+// Blocks of threads, in memory that is zero at the beginning.
+constinit Thread *threads = nullptr;
+constinit unsigned used = 0;
+constinit Thread *freeThreads = nullptr;
 
-void adopt()
+/// Returns a block for a new thread, or null if there are too many.
+Thread *newThread()
 {
-    // Only the first thread, which loads the program, is adopted.
-    if (hasFirst) {
-        if (scheduler.isRunning())
-            find("foreign thread", "a thread that the layer has not made calls a service");
-        std::fputs("a thread that the layer has not made calls a service\n", stderr);
-        std::abort();
+    if (!threads) {
+        void *memory =
+            ::mmap(nullptr, Scheduler::MAX_TASKS * sizeof(Thread), PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory == MAP_FAILED)
+            std::abort();
+        threads = static_cast<Thread *>(memory);
     }
-    hasFirst = true;
-    mine = self = scheduler.newThread();
-    mine->pthread = ::pthread_self();
-}
-
-[[noreturn]] void findException(char const *finding)
-{
-    try {
-        std::rethrow_exception(std::current_exception());
-    } catch (std::exception const &exception) {
-        find(finding, "%s ends with an exception: %s", self->name, exception.what());
-    } catch (...) {
-        find(finding, "%s ends with an exception", self->name);
-    }
-}
-
-[[noreturn]] void onTerminate()
-{
-    if (std::current_exception())
-        findException("terminate");
-    find("terminate", "%s ends the program", self ? self->name : "a thread");
+    Thread *thread = freeThreads;
+    if (thread)
+        freeThreads = thread->nextFree;
+    else if (used < Scheduler::MAX_TASKS)
+        thread = &threads[used++];
+    else
+        return nullptr;
+    forgetSlots(*thread);
+    thread->number = static_cast<ThreadNumber>(thread - threads + 1) * 4;
+    thread->holders = 1;
+    thread->created = false;
+    thread->object = nullptr;
+    thread->exitCode = 0;
+    thread->lastError = 0;
+    thread->level = THREAD_PRIORITY_NORMAL;
+    thread->mask = 0;
+    thread->awaited = nullptr;
+    thread->held = nullptr;
+    thread->sections = 0;
+    scheduler.add(*thread);
+    return thread;
 }
 
 /// Abandons the mutexes of an ended thread, and wakes the threads that wait for its end.
@@ -69,120 +67,123 @@ void end(Thread &thread, DWORD exitCode)
     release(*object);
 }
 
-void *run(void *data)
+Thread const &threadOf(Task const &task)
 {
-    Thread &thread = *static_cast<Thread *>(data);
-    mine = &thread;
-    scheduler.arrive(thread);
-    DWORD exitCode;
-    try {
-        exitCode = thread.function(thread.argument);
-        callBack(thread);
-    } catch (...) {
-        findException("exception");
-    }
-    enter("end");
-    end(thread, exitCode);
-    scheduler.leave();
-    return nullptr;
+    return static_cast<Thread const &>(task);
+}
+
+/// Returns what a task waits for, if it waits for an object, otherwise null.
+Object *awaitedBy(Task const &task)
+{
+    Thread const &thread = threadOf(task);
+    return thread.kind == Thread::OBJECT ? thread.awaited : nullptr;
 }
 
 } // namespace
 
-Thread &currentThread()
+void release(Thread &thread)
 {
-    if (!mine) [[unlikely]]
-        adopt();
-    return *mine;
+    if (--thread.holders)
+        return;
+    thread.state = Thread::UNUSED;
+    thread.nextFree = freeThreads;
+    freeThreads = &thread;
 }
 
-bool Scheduler::start(Thread &thread, SIZE_T stackSize)
+// ---- What the scheduler asks.
+
+Task &adoptFirst()
 {
-    SIZE_T const wanted = stackSize ? stackSize : DEFAULT_STACK;
-    if (wanted > SIZE_MAX / 8)
-        return false;
-    if (!isRunning()) {
-        // A program that has not called `begin` runs under the default options.
-        static Record record;
-        begin({}, record);
+    return *newThread();
+}
+
+void tookPlace() {}
+
+void arrived(Task &) {}
+
+void execute(Task &task)
+{
+    Thread &thread = static_cast<Thread &>(task);
+    DWORD const exitCode = thread.function(thread.argument);
+    callBack(thread);
+    enter("end");
+    end(thread, exitCode);
+}
+
+void joined(Task &task)
+{
+    release(static_cast<Thread &>(task));
+}
+
+bool isSatisfied(Task const &task)
+{
+    if (Object const *awaited = awaitedBy(task))
+        return awaited->type == Object::MUTEX && !awaited->owner;
+    Thread const &thread = threadOf(task);
+    return thread.kind == Thread::SECTION && !thread.section->owner;
+}
+
+Instant dueTime(Task const &task)
+{
+    Object const *awaited = awaitedBy(task);
+    return awaited && awaited->type == Object::TIMER ? awaited->timer.due : NEVER;
+}
+
+void timeHasAdvanced()
+{
+    scheduler.forEach([](Task &task) {
+        Object *awaited = task.state == Task::WAITING ? awaitedBy(task) : nullptr;
+        if (awaited && awaited->type == Object::TIMER) {
+            updateTimer(*awaited);
+            serve(*awaited);
+        }
+    });
+}
+
+bool isEnding(Task const &)
+{
+    return false; // a thread ends in one step
+}
+
+char const *lockHeldBy(Task const &task)
+{
+    Thread const &thread = threadOf(task);
+    if (thread.sections)
+        return "a critical section is held";
+    return thread.held ? "a mutex is held" : nullptr;
+}
+
+void describeWait(Task const &task, char *&text, char *end)
+{
+    Thread const &thread = threadOf(task);
+    if (thread.kind == Thread::SLEEP)
+        append(text, end, "sleeps");
+    if (thread.kind == Thread::ADDRESS)
+        append(text, end, "waits for the address %p %s", thread.address, nameOf(thread.address));
+    if (thread.kind == Thread::SECTION)
+        append(text, end, "waits for critical section %u %s, held by %s", thread.section->serial,
+               nameOf(thread.section),
+               thread.section->owner ? thread.section->owner->name : "no thread");
+    if (Object *awaited = awaitedBy(task)) {
+        append(text, end, "waits for ");
+        describe(awaited, text, end);
     }
-    std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    pthread_attr_t attributes;
-    ::pthread_attr_init(&attributes);
-    bool const good = ::pthread_attr_setstacksize(
-                          &attributes, (wanted + STACK_OVERHEAD + page - 1) / page * page) == 0 &&
-                      ::pthread_create(&thread.pthread, &attributes, run, &thread) == 0;
-    ::pthread_attr_destroy(&attributes);
-    if (good && _record)
-        ++_record->threads;
-    return good;
 }
 
-void begin(Options const &options, Record &record)
+void describeHeld(Task const &task, char *&text, char *end)
 {
-    // The calling thread takes the place of the thread that has loaded the program.
-    if (hasFirst) {
-        mine = self;
-        mine->pthread = ::pthread_self();
+    Object const *awaited = task.state == Task::WAITING ? awaitedBy(task) : nullptr;
+    if (awaited && awaited->made.count) {
+        append(text, end, "    which was made");
+        append(text, end, awaited->made);
+        append(text, end, "\n");
     }
-    scheduler.begin(options, record);
-    std::set_terminate(onTerminate);
-}
-
-void end(LeftOver leftOver)
-{
-    scheduler.end(leftOver);
-}
-
-bool isRunning()
-{
-    return scheduler.isRunning();
-}
-
-bool isRefused(Resource resource)
-{
-    return scheduler.isRefused(resource);
-}
-
-std::uint32_t getNbObjects()
-{
-    return countObjects();
-}
-
-MayBeRefused::MayBeRefused()
-{
-    scheduler.allowRefusals(1);
-}
-
-MayBeRefused::~MayBeRefused()
-{
-    scheduler.allowRefusals(-1);
-}
-
-void step(char const *what)
-{
-    enter(what);
-}
-
-void find(char const *finding, char const *format, ...)
-{
-    static char text[1024];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    scheduler.report(finding, text);
-}
-
-WaitingFor::WaitingFor(char const *what, Condition condition, void const *data)
-    : _what(what), _condition(condition), _data(data), _outer(currentThread().stated)
-{
-    currentThread().stated = this;
-}
-
-WaitingFor::~WaitingFor()
-{
-    currentThread().stated = _outer;
+    for (Object *held = threadOf(task).held; held; held = held->nextHeld) {
+        append(text, end, "    holds ");
+        describe(held, text, end);
+        append(text, end, held->made);
+        append(text, end, "\n");
+    }
 }
 
 namespace {
@@ -238,20 +239,20 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
     enter("CreateThread");
     if (DWORD const error = checkThread(function, flags))
         return refuse(error);
-    Thread *thread = isRefused(THREADS) ? nullptr : scheduler.newThread();
+    Thread *thread = isRefused(THREADS) ? nullptr : newThread();
     Object *object = thread ? newThreadObject(*thread) : nullptr;
     if (object) {
         thread->created = true;
         thread->function = function;
         thread->argument = argument;
     }
-    if (!object || !scheduler.start(*thread, stackSize)) {
+    if (!object || !scheduler.start(*thread, stackSize ? stackSize : DEFAULT_STACK)) {
         if (object) {
             object->handles = object->pins = 0;
             release(*object);
         }
         if (thread)
-            scheduler.release(*thread);
+            release(*thread);
         return refuse(ERROR_NOT_ENOUGH_MEMORY);
     }
     if (threadId)
@@ -284,7 +285,9 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
             leaveAddress(*thread);
         }
     }
-    synchroniseAcquire(thread);
+    tellAcquire(thread);
+    if (scheduler.isRunning())
+        weakMemory.join(indexOf(currentThread()), indexOf(*thread));
     end(*thread, exitCode);
     // The killed thread keeps its block, its stack and its critical sections.
     if (thread == &currentThread())

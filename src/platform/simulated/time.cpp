@@ -1,6 +1,8 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/thread.h"
 
-namespace ZvPlatform::Simulated {
+namespace ZvPlatform {
+
+using namespace Simulated;
 
 namespace {
 
@@ -9,17 +11,6 @@ constexpr Instant UPTIME = 3'600'000 * MILLISECOND;
 constexpr LONGLONG BEGINNING = 155'228ll * 24 * 60 * 60 * 10'000'000;
 
 } // namespace
-
-std::int64_t getTime()
-{
-    return scheduler.now();
-}
-
-} // namespace ZvPlatform::Simulated
-
-namespace ZvPlatform {
-
-using namespace Simulated;
 
 LONGLONG getSystemTime()
 {
@@ -54,9 +45,7 @@ void Sleep(DWORD milliseconds)
         return;
     Thread &me = currentThread();
     me.kind = Thread::SLEEP;
-    me.granted = false;
-    me.deadline = scheduler.deadlineAfter(milliseconds);
-    scheduler.wait();
+    scheduler.wait(scheduler.deadlineAfter(milliseconds));
 }
 
 } // namespace ZvPlatform

@@ -1,4 +1,5 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/scheduler/sharedWords.h"
+#include "platform/simulated/thread.h"
 
 namespace ZvPlatform::Simulated {
 
@@ -30,6 +31,9 @@ void serve(Object &object)
             return;
         object.queue.remove(*first);
         --object.pins;
+        // What is published later is not published to this waiter.
+        if (scheduler.isRunning())
+            weakMemory.acquire(indexOf(*first), &object);
         grant(*first, WAIT_OBJECT_0);
     }
 }
@@ -62,11 +66,9 @@ DWORD waitInQueue(Object &object, DWORD milliseconds)
     Thread &me = currentThread();
     me.kind = Thread::OBJECT;
     me.awaited = &object;
-    me.granted = false;
-    me.deadline = scheduler.deadlineAfter(milliseconds);
     object.queue.append(me);
     ++object.pins;
-    scheduler.wait();
+    scheduler.wait(scheduler.deadlineAfter(milliseconds));
     DWORD result = me.result;
     if (!me.granted) {
         object.queue.remove(me);
@@ -76,7 +78,9 @@ DWORD waitInQueue(Object &object, DWORD milliseconds)
             result = WAIT_TIMEOUT;
     }
     me.awaited = nullptr;
-    if (object.type == Object::THREAD && result == WAIT_OBJECT_0)
+    if (me.granted)
+        tellAcquire(&object);
+    else if (result != WAIT_TIMEOUT)
         synchroniseAcquire(&object);
     release(object);
     return result;
@@ -98,11 +102,11 @@ DWORD waitFor(HANDLE handle, DWORD milliseconds)
         serve(*object);
     }
     DWORD result;
-    if (!take(*object, result))
-        result = milliseconds ? waitInQueue(*object, milliseconds) : WAIT_TIMEOUT;
-    if (result != WAIT_TIMEOUT)
+    if (take(*object, result)) {
         synchroniseAcquire(object);
-    return result;
+        return result;
+    }
+    return milliseconds ? waitInQueue(*object, milliseconds) : WAIT_TIMEOUT;
 }
 
 } // namespace

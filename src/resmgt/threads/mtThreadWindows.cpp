@@ -6,6 +6,7 @@
 #include "resmgt/threads/mtLogger.private.h"
 #include "resmgt/threads/mtPriorityLevels.private.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/mtThreadStart.private.h"
 #include "resmgt/threads/mtTraceMgr.private.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/assertions.h"
@@ -16,6 +17,7 @@
 #include "zvbase/lgTrace.h"
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/trace.h"
+#include "zvbase/traceEvents.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -329,6 +331,7 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     setCancelable(false, false);
     describeCallingThread(_priority.getName());
+    TraceEvents::nameThread(_priority.getName().getChars());
     _loggerRun = MtLogger::getRun();
     _logQueue = nullptr;
     asMemoryAllows([this] { _logQueue = MtLogger::enterThread(); });
@@ -656,6 +659,15 @@ void printThreadStack()
                                << "N/A"
                                << " frontProtectAddr "
                                << "N/A");
+}
+
+void startWithoutMeeting(MtThread &thread)
+{
+    // The application may have a thread class of its own.
+    if (auto * const own = dynamic_cast<MtThreadWindows *>(&thread))
+        own->startWithoutMeeting();
+    else
+        thread.start();
 }
 
 } // namespace Zv

@@ -1,8 +1,11 @@
 // Scheduler of the simulated threads: passes the baton, advances the virtual clock, and writes the
 // record.
+//
+// It knows nothing of services: the simulated services and the simulated kernel both stand on it.
+// What it must know of them, they tell by the functions that task.h declares.
 #pragma once
 
-#include "platform/simulated/strategies.h"
+#include "platform/scheduler/strategies.h"
 
 namespace ZvPlatform::Simulated {
 
@@ -16,32 +19,33 @@ struct Step
 class Scheduler
 {
 public:
-    static constexpr unsigned MAX_THREADS = 200;
+    static constexpr unsigned MAX_TASKS = 200;
 
     constexpr Scheduler() = default;
 
     void begin(Options const &, Record &);
     void end(LeftOver const &);
-    bool isRunning() const { return _record != nullptr; }
+    bool isRunning() const { return _record && !_suspended; }
 
     /// Point of the schedule: other threads may run before the calling thread takes a step.
     void point(Step const &, bool hasYielded = false);
-    /// Makes the calling thread wait for what its fields describe. Returns when the thread can run
-    /// and has been chosen.
-    void wait();
+    /// Makes the calling task wait until it is granted something, until `isSatisfied` holds, or
+    /// until the deadline. If it `mayStray`, the wait may also end without a cause. Returns when the
+    /// task has been chosen to run.
+    void wait(Instant deadline, bool mayStray = false);
+    /// Returns which of `count` stores a load reads, from 0 for the newest.
+    unsigned chooseStore(unsigned count);
     /// Adds the result of a step to the digest and to the trace.
     void note(std::uint64_t result);
 
-    /// Returns a block for a new thread, or null if there are too many. The block counts as
-    /// runnable at once: there must be no point of the schedule before the call of `start`.
-    Thread *newThread();
-    /// Creates the real thread, and begins a simulation if none runs. Returns false if there is no
-    /// thread.
-    bool start(Thread &, SIZE_T stackSize);
-    /// Gives back one reference to a block.
-    void release(Thread &);
+    /// Enters a new task, which counts as runnable at once: there must be no point of the schedule
+    /// before the call of `start`. Returns false if there are too many tasks.
+    bool add(Task &);
+    /// Creates the real thread of a task, and begins a simulation if none runs. Returns false if
+    /// there is no thread.
+    bool start(Task &, std::size_t stackSize);
     /// Waits until the calling thread, created by `start`, gets the baton for the first time.
-    void arrive(Thread &);
+    void arrive(Task &);
     /// Ends the calling thread and passes the baton on. The next thread joins the real thread.
     void leave();
     /// Passes the baton on from the calling thread, which has been killed and never runs again.
@@ -49,6 +53,11 @@ public:
 
     Instant now() const { return _now; }
     Instant deadlineAfter(DWORD milliseconds) const;
+    /// Lets time pass for the calling thread, which computes.
+    void pass(Instant time);
+    /// Suspends the simulation if `change` is 1, and resumes it if that is -1. Meanwhile no call is a
+    /// point of the schedule.
+    void suspend(int change) { _suspended += change; }
 
     bool isRefused(Resource);
     void allowRefusals(int change) { _refusals += change; }
@@ -56,28 +65,32 @@ public:
     std::uint64_t random() { return _identifiers.next(); }
     void mark(Place &) const;
     bool isTracing() const { return _record && _options.trace >= 0; }
+    void traceText(char const *text) { trace("%s", text); }
+    std::uint32_t getStep() const { return _record ? _record->steps : 0; }
 
     [[noreturn]] void report(char const *finding, char const *text);
 
-    /// Calls `what` for each thread that has a block. Ended threads are included until their block
-    /// is reused.
+    /// Calls `what` for each task that has been added. Ended tasks are included until they are added
+    /// again.
     template <class What>
     void forEach(What what)
     {
         for (unsigned i = 0; i < _used; ++i)
-            if (_threads[i].state != Thread::UNUSED)
-                what(_threads[i]);
+            if (_tasks[i]->state != Task::UNUSED)
+                what(*_tasks[i]);
     }
 
 private:
     void advance();
     Instant nextDeadline();
-    bool isEnabled(Thread const &) const;
+    bool isEnabled(Task const &) const;
     void collect(Candidates &, bool hasYielded);
     void pick(bool hasYielded);
-    void handOver(Thread &to);
+    void keep(unsigned chosen, unsigned count, bool isPreemption);
+    void handOver(Task &to);
     void receive();
     void judgeStated();
+    void trace(Step const &);
     void trace(char const *format, ...) __attribute__((format(printf, 2, 3)));
 
     Options _options;
@@ -85,35 +98,24 @@ private:
     Strategy *_strategy = nullptr;
     Instant _now = 0;
     Random _identifiers;
-    Thread *_threads = nullptr;
-    Thread *_free = nullptr;
+    Task *_tasks[MAX_TASKS] = {};
     unsigned _used = 0;
     std::uint32_t _serial = 0;
     std::uint32_t _spinning = 0;
     std::uint32_t _yields = 0;
+    int _suspended = 0;
     int _refusals = 0;               ///< number of `MayBeRefused` objects
     std::uint32_t _objects = 0;      ///< number of objects at the beginning
     std::uint32_t _latestObject = 0; ///< serial number of the latest object at the beginning
-    Thread *_ended = nullptr;        ///< has passed the baton on and has not been joined yet
+    Task *_ended = nullptr;          ///< has passed the baton on and has not been joined yet
     char _line[2048] = {};
 };
 
 extern constinit Scheduler scheduler;
 
-/// Returns the number of objects.
-std::uint32_t countObjects();
-/// Returns the serial number of the latest object.
-std::uint32_t latestObject();
-/// Appends the objects whose serial number is above `since`, and, if the run is traced, the places
-/// of their creation.
-void listObjects(std::uint32_t since, char *&text, char *end);
-/// Appends a description of an object, such as `mutex 3 "name", held by worker`, or an address.
-void describe(void const *, char *&text, char *end);
-/// Returns the name of an object or an address, or an empty text.
+/// Returns the name that a program or a service has given to an object or an address, or an empty
+/// text.
 char const *nameOf(void const *);
-
-/// Removes a thread from the threads that wait for an address.
-void leaveAddress(Thread &);
 
 void append(char *&text, char *end, char const *format, ...) __attribute__((format(printf, 3, 4)));
 void append(char *&text, char *end, Place const &);

@@ -1,7 +1,7 @@
-// Strategies that choose the next thread.
+// Strategies that choose the next thread, and the values that loads return.
 #pragma once
 
-#include "platform/simulated/thread.h"
+#include "platform/scheduler/task.h"
 
 namespace ZvPlatform::Simulated {
 
@@ -30,7 +30,7 @@ struct Option
     };
 
     What what;
-    Thread *thread;
+    Task *thread;
 };
 
 inline constexpr unsigned MAX_OPTIONS = 250;
@@ -44,7 +44,7 @@ struct Candidates
     /// The running thread can run, but yields, or has run for too long.
     bool hasYielded = false;
 
-    void add(Option::What, Thread *);
+    void add(Option::What, Task *);
 };
 
 class Strategy
@@ -54,7 +54,10 @@ public:
 
     virtual void begin(Options const &, Record &) {}
     virtual unsigned choose(Candidates const &, Record &) = 0;
-    virtual void started(Thread &) {}
+    /// Returns which of `count` stores a load reads, from 0 for the newest. A load of the newest value
+    /// must be likely, so that loops which wait for it end.
+    virtual unsigned chooseStore(unsigned count, Record const &) = 0;
+    virtual void started(Task &) {}
 
 protected:
     ~Strategy() = default;

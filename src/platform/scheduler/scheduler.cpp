@@ -1,5 +1,6 @@
-#include "platform/simulated/scheduler.h"
+#include "platform/scheduler/scheduler.h"
 
+#include "platform/scheduler/sharedWords.h"
 #include "zvbase/platform/interlocked.h"
 
 #include <climits>
@@ -9,7 +10,6 @@
 #include <cstring>
 #include <execinfo.h>
 #include <linux/futex.h>
-#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
@@ -29,6 +29,7 @@ void __tsan_release(void *) __attribute__((weak));
 namespace ZvPlatform::Simulated {
 
 constinit Scheduler scheduler;
+constinit Task *self = nullptr;
 
 namespace {
 
@@ -85,16 +86,30 @@ Unseen::~Unseen()
     AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
 }
 
-void synchroniseRelease(void const *place)
+void tellRelease(void const *place)
 {
     if (__tsan_release)
         __tsan_release(const_cast<void *>(place));
 }
 
-void synchroniseAcquire(void const *place)
+void tellAcquire(void const *place)
 {
     if (__tsan_acquire)
         __tsan_acquire(const_cast<void *>(place));
+}
+
+void synchroniseRelease(void const *place)
+{
+    tellRelease(place);
+    if (scheduler.isRunning())
+        weakMemory.release(indexOf(currentTask()), place);
+}
+
+void synchroniseAcquire(void const *place)
+{
+    tellAcquire(place);
+    if (scheduler.isRunning())
+        weakMemory.acquire(indexOf(currentTask()), place);
 }
 
 // ---- The baton.
@@ -103,7 +118,7 @@ void Scheduler::receive()
 {
     // The ended thread is joined first. Otherwise the C library's work at its end would run at the
     // same time as the next thread. The sanitizer must not take this join for one of the program.
-    Thread * const ended = std::exchange(_ended, nullptr);
+    Task * const ended = std::exchange(_ended, nullptr);
     if (!ended)
         return;
     if (AnnotateIgnoreSyncBegin)
@@ -111,20 +126,20 @@ void Scheduler::receive()
     ::pthread_join(ended->pthread, nullptr);
     if (AnnotateIgnoreSyncEnd)
         AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
-    release(*ended);
+    joined(*ended);
 }
 
-void Scheduler::handOver(Thread &to)
+void Scheduler::handOver(Task &to)
 {
-    Thread &from = *self;
+    Task &from = *self;
     if (&to == &from)
         return;
     ++_record->switches;
     // This must be read before the baton is passed, because the next thread may kill this one.
-    bool const isOver = from.state == Thread::ENDED;
+    bool const isOver = from.state == Task::ENDED;
     self = &to;
     // `TerminateThread` acquires this, because it may kill a thread that waits for the baton.
-    synchroniseRelease(&from);
+    tellRelease(&from);
     giveBaton(to.baton);
     if (isOver)
         return;
@@ -132,7 +147,7 @@ void Scheduler::handOver(Thread &to)
     receive();
 }
 
-void Scheduler::arrive(Thread &thread)
+void Scheduler::arrive(Task &thread)
 {
     sleepUntilBaton(thread.baton);
     receive();
@@ -141,13 +156,13 @@ void Scheduler::arrive(Thread &thread)
 void Scheduler::leave()
 {
     _ended = self;
-    self->state = Thread::ENDED;
+    self->state = Task::ENDED;
     pick(false);
 }
 
 void Scheduler::abandon()
 {
-    self->state = Thread::ENDED;
+    self->state = Task::ENDED;
     pick(false);
     for (;;)
         ::pause();
@@ -155,15 +170,11 @@ void Scheduler::abandon()
 
 // ---- The choice of the next thread.
 
-bool Scheduler::isEnabled(Thread const &thread) const
+bool Scheduler::isEnabled(Task const &thread) const
 {
-    if (thread.state != Thread::WAITING)
-        return thread.state == Thread::RUNNABLE;
-    if (thread.granted || thread.deadline <= _now)
-        return true;
-    if (thread.kind == Thread::OBJECT)
-        return thread.awaited && thread.awaited->type == Object::MUTEX && !thread.awaited->owner;
-    return thread.kind == Thread::SECTION && !thread.section->owner;
+    if (thread.state != Task::WAITING)
+        return thread.state == Task::RUNNABLE;
+    return thread.granted || thread.deadline <= _now || isSatisfied(thread);
 }
 
 void Scheduler::collect(Candidates &candidates, bool hasYielded)
@@ -174,9 +185,8 @@ void Scheduler::collect(Candidates &candidates, bool hasYielded)
     }
     // In a ring from the running thread on, so that a strategy that always takes the next thread
     // reaches all of them.
-    unsigned const current = static_cast<unsigned>(self - _threads);
-    for (unsigned i = 1; i < _used; ++i) {
-        Thread &thread = _threads[(current + i) % _used];
+    for (unsigned i = 0; i + 1 < _used; ++i) {
+        Task &thread = *_tasks[(self->position + i) % _used];
         if (isEnabled(thread))
             candidates.add(Option::RUN, &thread);
     }
@@ -185,13 +195,21 @@ void Scheduler::collect(Candidates &candidates, bool hasYielded)
     if (candidates.hasYielded)
         _spinning = 0;
     if (_options.stray)
-        forEach([&](Thread &thread) {
-            if (thread.kind == Thread::ADDRESS && !isEnabled(thread) &&
-                thread.state == Thread::WAITING)
+        forEach([&](Task &thread) {
+            if (thread.mayStray && thread.state == Task::WAITING && !isEnabled(thread))
                 candidates.add(Option::STRAY, &thread);
         });
     if (_options.hasty && candidates.count && nextDeadline() != NEVER)
         candidates.add(Option::CLOCK, nullptr);
+}
+
+/// Adds a decision to the record.
+void Scheduler::keep(unsigned chosen, unsigned count, bool isPreemption)
+{
+    if (_options.choice == Choice::SCRIPT && _record->decisions < Record::DECISIONS)
+        _record->decision[_record->decisions] = {static_cast<std::uint8_t>(chosen),
+                                                 static_cast<std::uint8_t>(count), isPreemption};
+    ++_record->decisions;
 }
 
 void Scheduler::pick(bool hasYielded)
@@ -210,11 +228,7 @@ void Scheduler::pick(bool hasYielded)
         unsigned chosen = 0;
         if (candidates.count > 1) {
             chosen = _strategy->choose(candidates, *_record);
-            if (_options.choice == Choice::SCRIPT && _record->decisions < Record::DECISIONS)
-                _record->decision[_record->decisions] = {
-                    static_cast<std::uint8_t>(chosen), static_cast<std::uint8_t>(candidates.count),
-                    candidates.isCurrentFirst && !candidates.hasYielded};
-            ++_record->decisions;
+            keep(chosen, candidates.count, candidates.isCurrentFirst && !candidates.hasYielded);
         }
         Option const option = candidates.option[chosen];
         if (option.what == Option::CLOCK) {
@@ -224,7 +238,7 @@ void Scheduler::pick(bool hasYielded)
         if (option.thread != self)
             _spinning = 0;
         option.thread->isStray = option.what == Option::STRAY;
-        option.thread->state = Thread::RUNNABLE;
+        option.thread->state = Task::RUNNABLE;
         handOver(*option.thread);
         return;
     }
@@ -232,7 +246,7 @@ void Scheduler::pick(bool hasYielded)
 
 void Scheduler::point(Step const &step, bool hasYielded)
 {
-    Thread &thread = currentThread();
+    Task &thread = currentTask();
     thread.doing = step.what;
     if (isTracing())
         mark(thread.place);
@@ -242,8 +256,15 @@ void Scheduler::point(Step const &step, bool hasYielded)
     if (!hasYielded)
         _yields = 0;
     _record->digest = mix(mix(_record->digest, thread.serial), step.what);
-    if (!isTracing())
-        return;
+    if (isTracing())
+        trace(step);
+    arrived(thread);
+}
+
+/// Writes a step that the calling thread takes.
+void Scheduler::trace(Step const &step)
+{
+    Task const &thread = *self;
     Unseen const unseen;
     char *text = _line;
     char * const end = _line + sizeof _line - 2;
@@ -259,22 +280,35 @@ void Scheduler::point(Step const &step, bool hasYielded)
         ::_exit(1);
 }
 
-void Scheduler::wait()
+void Scheduler::wait(Instant deadline, bool mayStray)
 {
-    Thread &thread = *self;
+    Task &thread = *self;
+    thread.granted = false;
+    thread.deadline = deadline;
+    thread.mayStray = mayStray;
     if (!isRunning())
         report("deadlock", "the only thread waits");
     if (isTracing()) {
         mark(thread.place);
         trace("%35s waits\n", thread.name);
     }
-    thread.state = Thread::WAITING;
+    thread.state = Task::WAITING;
     thread.moves = 0;
     thread.since = _record->steps;
     pick(false);
     _yields = 0;
     if (isTracing())
         trace("%35s goes on\n", thread.name);
+}
+
+unsigned Scheduler::chooseStore(unsigned count)
+{
+    if (!_options.weak)
+        return 0;
+    unsigned const chosen = _strategy->chooseStore(count, *_record);
+    keep(chosen, count, true);
+    _record->digest = mix(_record->digest, chosen);
+    return chosen;
 }
 
 void Scheduler::note(std::uint64_t result)
@@ -300,15 +334,19 @@ Instant Scheduler::nextDeadline()
         if (instant > _now && instant < next)
             next = instant;
     };
-    forEach([&](Thread &thread) {
-        if (thread.state != Thread::WAITING || thread.granted)
+    forEach([&](Task &thread) {
+        if (thread.state != Task::WAITING || thread.granted)
             return;
         consider(thread.deadline);
-        if (thread.kind == Thread::OBJECT && thread.awaited &&
-            thread.awaited->type == Object::TIMER)
-            consider(thread.awaited->timer.due);
+        consider(dueTime(thread));
     });
     return next;
+}
+
+void Scheduler::pass(Instant time)
+{
+    _now += time;
+    _record->time = _now;
 }
 
 void Scheduler::advance()
@@ -318,12 +356,12 @@ void Scheduler::advance()
     if (next == NEVER)
         report("deadlock", "no thread can run, and no time is due");
     // Threads that only wait for times must not hide that the first thread waits without an end.
-    bool const waits = _threads->state == Thread::WAITING && _threads->deadline == NEVER;
-    if (waits && ++_threads->moves > MOVES) {
+    Task &first = **_tasks;
+    bool const waits = first.state == Task::WAITING && first.deadline == NEVER;
+    if (waits && ++first.moves > MOVES) {
         static char text[80];
         std::snprintf(text, sizeof text,
-                      "time advances, and the first thread has waited since step %u",
-                      _threads->since);
+                      "time advances, and the first thread has waited since step %u", first.since);
         report("deadlock", text);
     }
     _now = next;
@@ -334,13 +372,7 @@ void Scheduler::advance()
     _record->digest = mix(_record->digest, static_cast<std::uint64_t>(next));
     if (isTracing())
         trace("%6u %12.6f  time moves\n", _record->steps, static_cast<double>(_now) / 1e9);
-    forEach([&](Thread &thread) {
-        if (thread.state == Thread::WAITING && thread.kind == Thread::OBJECT && thread.awaited &&
-            thread.awaited->type == Object::TIMER) {
-            updateTimer(*thread.awaited);
-            serve(*thread.awaited);
-        }
-    });
+    timeHasAdvanced();
 }
 
 /// Reports a thread that waits without a time-out although its stated condition is true, if no time
@@ -349,8 +381,8 @@ void Scheduler::judgeStated()
 {
     Unseen const unseen;
     bool const isLast = nextDeadline() == NEVER;
-    forEach([&](Thread &thread) {
-        if (thread.state != Thread::WAITING || thread.deadline != NEVER)
+    forEach([&](Task &thread) {
+        if (thread.state != Task::WAITING || thread.deadline != NEVER)
             return;
         for (WaitingFor *stated = thread.stated; stated; stated = stated->_outer) {
             stated->_held = stated->_condition(stated->_data) ? stated->_held + 1 : 0;
@@ -364,63 +396,33 @@ void Scheduler::judgeStated()
     });
 }
 
-// ---- Threads.
+// ---- Tasks.
 
-Thread *Scheduler::newThread()
+bool Scheduler::add(Task &task)
 {
-    Unseen const unseen;
-    if (!_threads) {
-        void *memory = ::mmap(nullptr, MAX_THREADS * sizeof(Thread), PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (memory == MAP_FAILED)
-            std::abort();
-        _threads = static_cast<Thread *>(memory);
+    if (!task.position) {
+        if (_used == MAX_TASKS)
+            return false;
+        _tasks[_used++] = &task;
+        task.position = _used;
     }
-    Thread *thread = _free;
-    if (thread)
-        _free = thread->nextFree;
-    else if (_used < MAX_THREADS)
-        thread = &_threads[_used++];
-    else
-        return nullptr;
-    forgetSlots(*thread);
-    ThreadNumber const number = static_cast<ThreadNumber>(thread - _threads + 1) * 4;
-    thread->number = number;
-    thread->holders = 1;
-    thread->serial = ++_serial;
-    thread->state = Thread::RUNNABLE;
-    thread->created = false;
-    thread->object = nullptr;
-    thread->exitCode = 0;
-    thread->lastError = 0;
-    thread->level = THREAD_PRIORITY_NORMAL;
-    thread->mask = 0;
-    thread->awaited = nullptr;
-    thread->held = nullptr;
-    thread->sections = 0;
-    thread->stated = nullptr;
-    thread->doing = "beginning";
-    thread->place.count = 0;
-    std::snprintf(thread->name, sizeof thread->name, "thread %u", thread->serial);
+    Unseen const unseen;
+    task.serial = ++_serial;
+    task.state = Task::RUNNABLE;
+    task.stated = nullptr;
+    task.doing = "beginning";
+    task.place.count = 0;
+    std::snprintf(task.name, sizeof task.name, "thread %u", task.serial);
     if (_strategy)
-        _strategy->started(*thread);
-    return thread;
-}
-
-void Scheduler::release(Thread &thread)
-{
-    if (--thread.holders)
-        return;
-    thread.state = Thread::UNUSED;
-    thread.nextFree = _free;
-    _free = &thread;
+        _strategy->started(task);
+    return true;
 }
 
 // ---- Beginning and end.
 
 void Scheduler::begin(Options const &options, Record &record)
 {
-    Thread &first = currentThread();
+    Task &first = currentTask();
     std::snprintf(first.name, sizeof first.name, "main");
     _options = options;
     _strategy = &strategyFor(options.choice);
@@ -435,23 +437,30 @@ void Scheduler::begin(Options const &options, Record &record)
     record.isDone = false;
     record.finding[0] = record.report[0] = '\0';
     _record = &record;
+    weakMemory.reset();
 }
 
 void Scheduler::end(LeftOver const &leftOver)
 {
     point({"end"});
+    for (bool isAnyEnding = true; isAnyEnding;) {
+        isAnyEnding = false;
+        forEach([&](Task &thread) {
+            isAnyEnding = isAnyEnding || (thread.state != Task::ENDED && isEnding(thread));
+        });
+        if (isAnyEnding)
+            point({"end"}, true);
+    }
     unsigned alive = 0;
     char const *locked = nullptr;
-    forEach([&](Thread &thread) {
-        bool const isAlive = thread.state != Thread::ENDED && &thread != self;
+    forEach([&](Task &thread) {
+        bool const isAlive = thread.state != Task::ENDED && &thread != self;
         alive += isAlive;
         // A thread that is allowed to remain may hold locks.
         if (isAlive)
             return;
-        if (thread.held)
-            locked = "a mutex is held";
-        if (thread.sections)
-            locked = "a critical section is held";
+        if (char const *held = lockHeldBy(thread))
+            locked = held;
     });
     if (locked)
         report("left locked", locked);
@@ -517,49 +526,26 @@ void append(char *&text, char *end, Place const &place)
 
 namespace {
 
-void describeThread(Thread &thread, char *&text, char *end)
+void describeThread(Task &thread, char *&text, char *end)
 {
     append(text, end, "  %s: ", thread.name);
     switch (thread.state) {
-    case Thread::ENDED:
+    case Task::ENDED:
         append(text, end, "has ended");
         break;
-    case Thread::RUNNABLE:
+    case Task::RUNNABLE:
         append(text, end, "can run, at %s", thread.doing);
         break;
     default:
-        if (thread.kind == Thread::SLEEP)
-            append(text, end, "sleeps");
-        if (thread.kind == Thread::ADDRESS)
-            append(text, end, "waits for the address %p %s", thread.address,
-                   nameOf(thread.address));
-        if (thread.kind == Thread::SECTION)
-            append(text, end, "waits for critical section %u %s, held by %s",
-                   thread.section->serial, nameOf(thread.section),
-                   thread.section->owner ? thread.section->owner->name : "no thread");
-        if (thread.kind == Thread::OBJECT && thread.awaited) {
-            append(text, end, "waits for ");
-            describe(thread.awaited, text, end);
-        }
+        describeWait(thread, text, end);
         if (thread.deadline != NEVER)
             append(text, end, " until %.6f", static_cast<double>(thread.deadline) / 1e9);
         break;
     }
-    if (thread.state != Thread::ENDED)
+    if (thread.state != Task::ENDED)
         append(text, end, thread.place);
     append(text, end, "\n");
-    if (thread.state == Thread::WAITING && thread.kind == Thread::OBJECT && thread.awaited &&
-        thread.awaited->made.count) {
-        append(text, end, "    which was made");
-        append(text, end, thread.awaited->made);
-        append(text, end, "\n");
-    }
-    for (Object *held = thread.held; held; held = held->nextHeld) {
-        append(text, end, "    holds ");
-        describe(held, text, end);
-        append(text, end, held->made);
-        append(text, end, "\n");
-    }
+    describeHeld(thread, text, end);
     for (WaitingFor *stated = thread.stated; stated; stated = stated->_outer)
         append(text, end, "    says that it waits for: %s\n", stated->_what);
 }
@@ -576,7 +562,8 @@ void Scheduler::report(char const *finding, char const *what)
         mark(self->place);
     append(text, end, "%s, at step %u, %.6f s: %s\n", finding, _record ? _record->steps : 0,
            static_cast<double>(_now) / 1e9, what);
-    forEach([&](Thread &thread) { describeThread(thread, text, end); });
+    forEach([&](Task &thread) { describeThread(thread, text, end); });
+    listOlderValues(text, end);
     if (std::strcmp(finding, "left over") == 0)
         listObjects(_latestObject, text, end);
     if (!_record) {
@@ -593,8 +580,13 @@ namespace ZvPlatform {
 
 void Interlocked::schedulingPoint()
 {
-    if (Simulated::scheduler.isRunning())
-        Simulated::scheduler.point({"interlocked"});
+    using namespace Simulated;
+    if (!scheduler.isRunning())
+        return;
+    scheduler.point({"interlocked"});
+    // These operations have one order for all threads.
+    weakMemory.acquire(indexOf(currentTask()), &scheduler);
+    weakMemory.release(indexOf(currentTask()), &scheduler);
 }
 
 } // namespace ZvPlatform
