@@ -121,10 +121,10 @@ bool Client::run()
         writeReport(failure      ? getReason(failure)
                     : isComplete ? ""
                                  : Signals::getMessage(_job->output));
-    } catch (PlayoutEx const &refusal) {
+    } catch (...) {
         if (!failure)
             throw;
-        _display.line(std::string("  ") + refusal.getReason()); // the first failure is worse
+        _display.line("  " + getReason(std::current_exception())); // the first failure is worse
     }
     if (failure)
         std::rethrow_exception(failure);
@@ -320,9 +320,9 @@ void Client::play()
     _startedAt = now();
     if (_stage.isA("microphone", _source)) // see `endRecording`
         Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
-    sequence.start();
     if (_job->journal)
         _job->journal->begin(_startedAt);
+    sequence.start();
     for (followStates(); !mustEnd(); followStates()) {
         followCues();
         if (haveAll("lock")) {

@@ -43,11 +43,14 @@ std::string getAsked(int level)
 }
 
 /// Returns the numbers of this process's threads by their names, in the order of their creation.
+/// Returns less if the system does not tell.
 std::map<std::string, std::vector<id_t>> findSystemThreads()
 {
     std::vector<id_t> numbers;
-    for (auto const &entry : std::filesystem::directory_iterator("/proc/self/task"))
-        numbers.push_back(static_cast<id_t>(std::atoi(entry.path().filename().c_str())));
+    std::error_code failure;
+    std::filesystem::directory_iterator entry("/proc/self/task", failure);
+    for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure))
+        numbers.push_back(static_cast<id_t>(std::atoi(entry->path().filename().c_str())));
     std::sort(numbers.begin(), numbers.end());
     std::map<std::string, std::vector<id_t>> threads;
     for (id_t const number : numbers) {
