@@ -35,6 +35,7 @@ Options optionsFor(Settings const &settings, Choice choice, std::uint64_t seed)
     options.bound = settings.bound;
     options.hasty = settings.hasty && seed % 4 >= 2;
     options.stray = settings.stray && seed % 2;
+    options.weak = settings.weak;
     options.resources = settings.refusals;
     return options;
 }
@@ -131,6 +132,7 @@ std::optional<Schedule> Schedule::fromText(std::string const &text)
     schedule.scenario = static_cast<unsigned>(found - scenarios.begin());
     Options &options = schedule.options;
     options.bound = found->settings.bound;
+    options.weak = found->settings.weak;
     options.resources = found->settings.refusals;
     while (std::getline(stream, field, ':')) {
         auto const equals = field.find('=');

@@ -25,6 +25,8 @@ struct Settings
     bool hasty = true;
     /// In half of the schedules, waits for an address may end without a cause.
     bool stray = true;
+    /// Loads of shared words may return older values, as the C++ memory model permits.
+    bool weak = true;
     /// What may remain at the end.
     LeftOver leftOver = {};
     /// Called once, before the first schedule, for preparations that take many steps and are not
@@ -47,6 +49,8 @@ struct Fault
     unsigned byExhaustion = 0;
     unsigned byRefusal = 0; ///< for each call that fails
     unsigned byRepetition = 0;
+    /// What the text of the failure must contain.
+    char const *text = "";
 };
 
 struct Scenario

@@ -45,6 +45,7 @@ bool isInner(std::string const &path)
 {
     return path.empty() || path.find("/include/resmgt/") != path.npos ||
            path.find("/include/zvbase/") != path.npos || path.find("src/platform/") != path.npos ||
+           path.find("src/zvbase/platform/") != path.npos ||
            path.find("src/explore/") != path.npos;
 }
 

@@ -10,6 +10,7 @@
 #include <resmgt/syncEngine.h>
 #include <resmgt/threadExtensions.h>
 #include <resmgt/threads.h>
+#include <resmgt/xml.h>
 #include <zvbase/zvbase.h>
 
 #include <cstdio>
@@ -20,6 +21,19 @@ using namespace Zv;
 namespace {
 
 int failures = 0;
+
+LiString writeDocument()
+{
+    XmlWriter writer;
+    writer.startElement("show");
+    writer.startElement("clip");
+    writer.endElement("clip");
+    writer.endElement("show");
+    return writer.getXml();
+}
+
+/// Written while the statics of the program are constructed. Those of the library must exist by then.
+LiString const earlyDocument = writeDocument();
 
 void expect(bool condition, char const *what)
 {
@@ -88,6 +102,7 @@ void failAcrossLibraries()
 int main()
 {
     InPackageScope packages;
+    expect(earlyDocument == writeDocument(), "a document was written too early");
     LkMutex const mutex("consumer");
     {
         std::lock_guard guard(mutex);

@@ -44,7 +44,7 @@ private:
             ASSERT_TRUE(tally.finding) << how << ": not found in " << tally.schedules;
             EXPECT_EQ(fault.finding, tally.finding->kind) << how << ": " << tally.finding->report;
             RecordProperty(how, static_cast<int>(tally.schedules));
-            expectAgain(explorer, *tally.finding);
+            expectAgain(explorer, *tally.finding, fault.text);
         };
         if (fault.byRandom) {
             Tally tally;
@@ -74,12 +74,14 @@ private:
         }
     }
 
-    /// Expects that the schedule in the text of a failure reproduces the finding.
-    static void expectAgain(Explorer &explorer, Finding const &finding)
+    /// Expects that the schedule in the text of a failure reproduces the finding, and that the text
+    /// contains another one.
+    static void expectAgain(Explorer &explorer, Finding const &finding, char const *expected)
     {
         if (finding.kind == "not deterministic")
             return;
         std::string const text = explorer.tell(finding);
+        EXPECT_NE(text.find(expected), text.npos) << expected << "\n" << text;
         std::string const command = "./run explore --replay '";
         std::size_t const begin = text.find(command) + command.size();
         ASSERT_NE(std::string::npos, text.find(command)) << text;

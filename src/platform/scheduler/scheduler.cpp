@@ -1,5 +1,6 @@
 #include "platform/scheduler/scheduler.h"
 
+#include "platform/scheduler/sharedWords.h"
 #include "zvbase/platform/interlocked.h"
 
 #include <climits>
@@ -85,16 +86,30 @@ Unseen::~Unseen()
     AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
 }
 
-void synchroniseRelease(void const *place)
+void tellRelease(void const *place)
 {
     if (__tsan_release)
         __tsan_release(const_cast<void *>(place));
 }
 
-void synchroniseAcquire(void const *place)
+void tellAcquire(void const *place)
 {
     if (__tsan_acquire)
         __tsan_acquire(const_cast<void *>(place));
+}
+
+void synchroniseRelease(void const *place)
+{
+    tellRelease(place);
+    if (scheduler.isRunning())
+        weakMemory.release(indexOf(currentTask()), place);
+}
+
+void synchroniseAcquire(void const *place)
+{
+    tellAcquire(place);
+    if (scheduler.isRunning())
+        weakMemory.acquire(indexOf(currentTask()), place);
 }
 
 // ---- The baton.
@@ -124,7 +139,7 @@ void Scheduler::handOver(Task &to)
     bool const isOver = from.state == Task::ENDED;
     self = &to;
     // `TerminateThread` acquires this, because it may kill a thread that waits for the baton.
-    synchroniseRelease(&from);
+    tellRelease(&from);
     giveBaton(to.baton);
     if (isOver)
         return;
@@ -188,6 +203,15 @@ void Scheduler::collect(Candidates &candidates, bool hasYielded)
         candidates.add(Option::CLOCK, nullptr);
 }
 
+/// Adds a decision to the record.
+void Scheduler::keep(unsigned chosen, unsigned count, bool isPreemption)
+{
+    if (_options.choice == Choice::SCRIPT && _record->decisions < Record::DECISIONS)
+        _record->decision[_record->decisions] = {static_cast<std::uint8_t>(chosen),
+                                                 static_cast<std::uint8_t>(count), isPreemption};
+    ++_record->decisions;
+}
+
 void Scheduler::pick(bool hasYielded)
 {
     if (hasYielded && ++_yields > YIELDS && nextDeadline() != NEVER)
@@ -204,11 +228,7 @@ void Scheduler::pick(bool hasYielded)
         unsigned chosen = 0;
         if (candidates.count > 1) {
             chosen = _strategy->choose(candidates, *_record);
-            if (_options.choice == Choice::SCRIPT && _record->decisions < Record::DECISIONS)
-                _record->decision[_record->decisions] = {
-                    static_cast<std::uint8_t>(chosen), static_cast<std::uint8_t>(candidates.count),
-                    candidates.isCurrentFirst && !candidates.hasYielded};
-            ++_record->decisions;
+            keep(chosen, candidates.count, candidates.isCurrentFirst && !candidates.hasYielded);
         }
         Option const option = candidates.option[chosen];
         if (option.what == Option::CLOCK) {
@@ -272,6 +292,16 @@ void Scheduler::wait(Instant deadline, bool mayStray)
     _yields = 0;
     if (isTracing())
         trace("%35s goes on\n", thread.name);
+}
+
+unsigned Scheduler::chooseStore(unsigned count)
+{
+    if (!_options.weak)
+        return 0;
+    unsigned const chosen = _strategy->chooseStore(count, *_record);
+    keep(chosen, count, true);
+    _record->digest = mix(_record->digest, chosen);
+    return chosen;
 }
 
 void Scheduler::note(std::uint64_t result)
@@ -394,6 +424,7 @@ void Scheduler::begin(Options const &options, Record &record)
     record.isDone = false;
     record.finding[0] = record.report[0] = '\0';
     _record = &record;
+    weakMemory.reset();
 }
 
 void Scheduler::end(LeftOver const &leftOver)
@@ -511,6 +542,7 @@ void Scheduler::report(char const *finding, char const *what)
     append(text, end, "%s, at step %u, %.6f s: %s\n", finding, _record ? _record->steps : 0,
            static_cast<double>(_now) / 1e9, what);
     forEach([&](Task &thread) { describeThread(thread, text, end); });
+    listOlderValues(text, end);
     if (std::strcmp(finding, "left over") == 0)
         listObjects(_latestObject, text, end);
     if (!_record) {
@@ -527,8 +559,13 @@ namespace ZvPlatform {
 
 void Interlocked::schedulingPoint()
 {
-    if (Simulated::scheduler.isRunning())
-        Simulated::scheduler.point({"interlocked"});
+    using namespace Simulated;
+    if (!scheduler.isRunning())
+        return;
+    scheduler.point({"interlocked"});
+    // These operations have one order for all threads.
+    weakMemory.acquire(indexOf(currentTask()), &scheduler);
+    weakMemory.release(indexOf(currentTask()), &scheduler);
 }
 
 } // namespace ZvPlatform

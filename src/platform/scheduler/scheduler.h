@@ -33,6 +33,8 @@ public:
     /// until the deadline. If it `mayStray`, the wait may also end without a cause. Returns when the
     /// task has been chosen to run.
     void wait(Instant deadline, bool mayStray = false);
+    /// Returns which of `count` stores a load reads, from 0 for the newest.
+    unsigned chooseStore(unsigned count);
     /// Adds the result of a step to the digest and to the trace.
     void note(std::uint64_t result);
 
@@ -58,6 +60,8 @@ public:
     std::uint64_t random() { return _identifiers.next(); }
     void mark(Place &) const;
     bool isTracing() const { return _record && _options.trace >= 0; }
+    void traceText(char const *text) { trace("%s", text); }
+    std::uint32_t getStep() const { return _record ? _record->steps : 0; }
 
     [[noreturn]] void report(char const *finding, char const *text);
 
@@ -77,6 +81,7 @@ private:
     bool isEnabled(Task const &) const;
     void collect(Candidates &, bool hasYielded);
     void pick(bool hasYielded);
+    void keep(unsigned chosen, unsigned count, bool isPreemption);
     void handOver(Task &to);
     void receive();
     void judgeStated();

@@ -1,4 +1,5 @@
 #include "platform/scheduler/scheduler.h"
+#include "platform/scheduler/sharedWords.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -89,6 +90,7 @@ bool Scheduler::start(Task &task, std::size_t stackSize)
         static Record record;
         begin({}, record);
     }
+    weakMemory.start(indexOf(task), indexOf(currentTask()));
     std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     pthread_attr_t attributes;
     ::pthread_attr_init(&attributes);

@@ -13,9 +13,9 @@
 // schedules, fork a new process for each of them. A fault that the scheduler detects is a finding.
 // It is entered in the record, and ends the process.
 //
-// A schedule can be any order of the operations of the layer. It does not show what a processor or
-// a compiler may reorder, or what happens between two operations of the layer. The thread sanitizer
-// does not see the baton, so a program that is built with it shows data races as well.
+// A schedule can be any order of the operations of the layer, and a load of a shared word can return
+// an older value. It does not show what happens between two operations of the layer. The thread
+// sanitizer does not see the baton, so a program that is built with it shows data races as well.
 #pragma once
 
 #include "platform/services.h"
@@ -63,6 +63,8 @@ struct Options
     bool hasty = false;
     /// Waits for an address may end without a cause.
     bool stray = false;
+    /// Loads of shared words may return older values, as the C++ memory model permits.
+    bool weak = true;
     /// Whether the process may have the real-time class.
     bool privileged = true;
     /// Number of the call of the kinds in `resources` that fails, from 1, or 0 for none.
@@ -79,7 +81,8 @@ struct Decision
 {
     std::uint8_t chosen;
     std::uint8_t count;
-    /// The running thread could continue and did not yield.
+    /// The running thread could continue and did not yield. Or the point is a load, and the first
+    /// option is the newest value.
     bool isPreemption;
 };
 

@@ -52,7 +52,15 @@ public:
         return chosen;
     }
 
+    /// Sometimes any of the older values, each with the same probability.
+    unsigned chooseStore(unsigned count, Record const &) override
+    {
+        return _random.below(OLDER) ? 0 : 1 + _random.below(count - 1);
+    }
+
 private:
+    static constexpr std::uint32_t OLDER = 6;
+
     static std::uint32_t weightOf(Option const &option)
     {
         return option.what == Option::RUN ? 32 : option.what == Option::STRAY ? 4 : 1;
@@ -75,6 +83,7 @@ public:
             _change[i] = 1 + _random.below(options.length ? options.length : 1);
         _clock = draw();
         _lowest = 0;
+        _isBehind = false;
     }
 
     void started(Task &thread) override { thread.priority = draw(); }
@@ -102,7 +111,16 @@ public:
         return best;
     }
 
+    /// The oldest value, for a few loads that follow each other.
+    unsigned chooseStore(unsigned count, Record const &) override
+    {
+        _isBehind = _random.below(_isBehind ? STAYS_BEHIND : FALLS_BEHIND) == 0;
+        return _isBehind ? count - 1 : 0;
+    }
+
 private:
+    static constexpr std::uint32_t FALLS_BEHIND = 12;
+    static constexpr std::uint32_t STAYS_BEHIND = 2;
     static constexpr unsigned MAX_DEPTH = 16;
     static constexpr std::uint32_t CLOCK_RISES = 64;
 
@@ -118,24 +136,34 @@ private:
     unsigned _changes = 0;
     std::int64_t _clock = 0;
     std::int64_t _lowest = 0;
+    bool _isBehind = false;
 };
 
 /// The decisions that an exhaustive search has given, then the running thread as long as it can
-/// run.
+/// run, and the newest values.
 class ScriptedChoice final : public Strategy
 {
 public:
     unsigned choose(Candidates const &candidates, Record &record) override
     {
-        std::uint32_t const position = record.decisions;
-        if (position < record.scripted) {
-            unsigned const chosen = record.decision[position].chosen;
-            if (chosen >= candidates.count)
-                find("script", "decision %u of the script is %u of %u", position, chosen,
-                     candidates.count);
-            return chosen;
-        }
-        return firstAllowed(candidates);
+        return isGiven(record) ? given(candidates.count, record) : firstAllowed(candidates);
+    }
+
+    unsigned chooseStore(unsigned count, Record const &record) override
+    {
+        return isGiven(record) ? given(count, record) : 0;
+    }
+
+private:
+    static bool isGiven(Record const &record) { return record.decisions < record.scripted; }
+
+    static unsigned given(unsigned count, Record const &record)
+    {
+        unsigned const chosen = record.decision[record.decisions].chosen;
+        if (chosen >= count)
+            find("script", "decision %u of the script is %u of %u", record.decisions, chosen,
+                 count);
+        return chosen;
     }
 };
 

@@ -1,4 +1,4 @@
-// Strategies that choose the next thread.
+// Strategies that choose the next thread, and the values that loads return.
 #pragma once
 
 #include "platform/scheduler/task.h"
@@ -54,6 +54,9 @@ public:
 
     virtual void begin(Options const &, Record &) {}
     virtual unsigned choose(Candidates const &, Record &) = 0;
+    /// Returns which of `count` stores a load reads, from 0 for the newest. A load of the newest value
+    /// must be likely, so that loops which wait for it end.
+    virtual unsigned chooseStore(unsigned count, Record const &) = 0;
     virtual void started(Task &) {}
 
 protected:

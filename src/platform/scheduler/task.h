@@ -99,12 +99,16 @@ void describeWait(Task const &, char *&text, char *end);
 /// Appends lines with what belongs to a task: what it waits for, and the objects that it holds.
 void describeHeld(Task const &, char *&text, char *end);
 
-// ---- The thread sanitizer -------------------------------------------------------------------------
+// ---- What happens before what ---------------------------------------------------------------------
 
-// Tell the thread sanitizer that what happened before a release is visible after the next acquire
-// of this place. They have no effect in other builds.
+// What happened before a release is visible after the next acquire of this place. The memory model
+// and the thread sanitizer are told.
 void synchroniseRelease(void const *);
 void synchroniseAcquire(void const *);
+
+// Only the thread sanitizer is told. They have no effect in other builds.
+void tellRelease(void const *);
+void tellAcquire(void const *);
 
 /// While it exists, the thread sanitizer ignores the memory accesses of the thread. The simulation
 /// itself is built without the sanitizer, but the functions of the C library and the conditions of

@@ -1,3 +1,4 @@
+#include "platform/scheduler/sharedWords.h"
 #include "platform/simulated/thread.h"
 
 namespace ZvPlatform {
@@ -14,16 +15,15 @@ void wake(void *address, bool all)
     sleepers.wake(address, all, [](Thread &thread) { grant(thread, WAIT_OBJECT_0); });
 }
 
-/// Compares memory without the C library, whose functions the thread sanitizer would report as
-/// reads without a lock.
-bool isSame(void const volatile *address, void const *other, SIZE_T size)
+/// Reads memory without the C library, whose functions the thread sanitizer would report as reads
+/// without a lock.
+std::uint64_t valueAt(void const volatile *address, SIZE_T size)
 {
-    auto const volatile *left = static_cast<unsigned char const volatile *>(address);
-    auto const *right = static_cast<unsigned char const *>(other);
+    auto const volatile *bytes = static_cast<unsigned char const volatile *>(address);
+    std::uint64_t value = 0;
     for (SIZE_T i = 0; i < size; ++i)
-        if (left[i] != right[i])
-            return false;
-    return true;
+        value |= std::uint64_t{bytes[i]} << 8 * i;
+    return value;
 }
 
 } // namespace
@@ -38,7 +38,11 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
     enter("WaitOnAddress", const_cast<void *>(address));
     if (DWORD const error = checkAddress(address, compare, size))
         return fail(error);
-    bool const isEqual = isSame(address, compare, size);
+    // The comparison is made with the newest value. The thread reads none older afterwards.
+    std::uint64_t const newest = valueAt(address, size);
+    if (scheduler.isRunning())
+        weakMemory.see(indexOf(currentThread()), const_cast<void const *>(address), newest);
+    bool const isEqual = newest == valueAt(compare, size);
     scheduler.note(isEqual);
     if (!isEqual)
         return TRUE;

@@ -1,3 +1,4 @@
+#include "platform/scheduler/sharedWords.h"
 #include "platform/simulated/thread.h"
 
 #include <new>
@@ -28,6 +29,7 @@ void InitializeCriticalSection(CRITICAL_SECTION *section)
     enter("InitializeCriticalSection");
     static constinit std::uint32_t serial = 0;
     new (section->storage) Section{nullptr, 0, ++serial, 0};
+    forgetPublished(section);
 }
 
 void EnterCriticalSection(CRITICAL_SECTION *section)

@@ -1,3 +1,4 @@
+#include "platform/scheduler/sharedWords.h"
 #include "platform/simulated/thread.h"
 
 #include <cstdlib>
@@ -65,6 +66,7 @@ Object *newObject(Object::Type type)
     object->type = type;
     object->handles = 1;
     object->serial = ++serial;
+    forgetPublished(object);
     if (scheduler.isTracing())
         scheduler.mark(object->made);
     return object;

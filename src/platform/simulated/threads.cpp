@@ -1,3 +1,4 @@
+#include "platform/scheduler/sharedWords.h"
 #include "platform/simulated/thread.h"
 
 #include <cstdlib>
@@ -275,7 +276,9 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
             leaveAddress(*thread);
         }
     }
-    synchroniseAcquire(thread);
+    tellAcquire(thread);
+    if (scheduler.isRunning())
+        weakMemory.join(indexOf(currentThread()), indexOf(*thread));
     end(*thread, exitCode);
     // The killed thread keeps its block, its stack and its critical sections.
     if (thread == &currentThread())

@@ -1,3 +1,4 @@
+#include "platform/scheduler/sharedWords.h"
 #include "platform/simulated/thread.h"
 
 namespace ZvPlatform::Simulated {
@@ -30,6 +31,9 @@ void serve(Object &object)
             return;
         object.queue.remove(*first);
         --object.pins;
+        // What is published later is not published to this waiter.
+        if (scheduler.isRunning())
+            weakMemory.acquire(indexOf(*first), &object);
         grant(*first, WAIT_OBJECT_0);
     }
 }
@@ -74,7 +78,9 @@ DWORD waitInQueue(Object &object, DWORD milliseconds)
             result = WAIT_TIMEOUT;
     }
     me.awaited = nullptr;
-    if (object.type == Object::THREAD && result == WAIT_OBJECT_0)
+    if (me.granted)
+        tellAcquire(&object);
+    else if (result != WAIT_TIMEOUT)
         synchroniseAcquire(&object);
     release(object);
     return result;
@@ -96,11 +102,11 @@ DWORD waitFor(HANDLE handle, DWORD milliseconds)
         serve(*object);
     }
     DWORD result;
-    if (!take(*object, result))
-        result = milliseconds ? waitInQueue(*object, milliseconds) : WAIT_TIMEOUT;
-    if (result != WAIT_TIMEOUT)
+    if (take(*object, result)) {
         synchroniseAcquire(object);
-    return result;
+        return result;
+    }
+    return milliseconds ? waitInQueue(*object, milliseconds) : WAIT_TIMEOUT;
 }
 
 } // namespace

@@ -3,14 +3,29 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 namespace ZvPlatform {
 
 #ifdef ZV_PLATFORM_SIMULATED
+/// What the scheduler and its memory model do in each operation on a shared word. Values are the
+/// bytes of the word, extended by zeros.
 namespace Simulated {
-/// Lets the scheduler switch to another thread before an operation on a shared word.
-__attribute__((visibility("default"))) void reachShared(char const *operation, void const *word);
+#pragma GCC visibility push(default)
+/// Lets the scheduler switch to another thread before an operation.
+void reachShared(char const *operation, void const *word);
+void constructShared(void const *word, std::uint64_t value);
+/// Returns the value that is read, which may be older than the newest.
+std::uint64_t loadShared(void const *word, std::uint64_t newest, std::memory_order);
+void storeShared(void const *word, std::uint64_t former, std::uint64_t value, std::memory_order);
+void changeShared(void const *word, std::uint64_t former, std::uint64_t value, std::memory_order);
+/// Returns whether a compare-exchange fails. `value` is the newest value, and becomes the one that
+/// was read.
+bool refuseShared(void const *word, std::uint64_t &value, std::uint64_t expected, bool isWeak,
+                  std::memory_order failure);
+void fenceShared(std::memory_order);
+#pragma GCC visibility pop
 } // namespace Simulated
 #endif
 
@@ -27,7 +42,8 @@ __attribute__((visibility("default"))) void reachShared(char const *operation, v
 /// order can be seen in the source. The word has the size and the layout of a `T`, and its address
 /// may be given to `WaitOnAddress`.
 ///
-/// If the services are simulated, each operation is a scheduling point.
+/// If the services are simulated, each operation is a scheduling point, and a load may return an
+/// older value if the C++ memory model permits that.
 ///
 /// **Threads** Any thread may call the operations at any time. The constructor is no operation: the
 /// thread that constructs the word must publish it by other means.
@@ -40,7 +56,13 @@ class Shared
 
 public:
     constexpr Shared() noexcept : Shared(T{}) {}
-    constexpr explicit Shared(T value) noexcept : _value(value) {}
+    constexpr explicit Shared(T value) noexcept : _value(value)
+    {
+#ifdef ZV_PLATFORM_SIMULATED
+        if (!std::is_constant_evaluated())
+            Simulated::constructShared(this, toBits(value));
+#endif
+    }
     Shared(Shared const &) = delete;
     Shared &operator=(Shared const &) = delete;
 
@@ -50,13 +72,14 @@ public:
         reach("load");
         T value;
         __atomic_load(&_value, &value, static_cast<int>(order));
-        return value;
+        return choose(value, order);
     }
 
     /// Sets the word to `value`.
     void store(T value, std::memory_order order) noexcept
     {
         reach("store");
+        announce(value, order);
         __atomic_store(&_value, &value, static_cast<int>(order));
     }
 
@@ -66,7 +89,7 @@ public:
         reach("exchange");
         T former;
         __atomic_exchange(&_value, &value, &former, static_cast<int>(order));
-        return former;
+        return noteChange(former, order);
     }
 
     /// Stores `desired` if the word equals `expected`, and returns true. Otherwise sets `expected`
@@ -103,35 +126,35 @@ public:
     T fetch_add(T amount, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_add");
-        return __atomic_fetch_add(&_value, amount, static_cast<int>(order));
+        return noteChange(__atomic_fetch_add(&_value, amount, static_cast<int>(order)), order);
     }
 
     /// Subtracts `amount` from the word, and returns its former value.
     T fetch_sub(T amount, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_sub");
-        return __atomic_fetch_sub(&_value, amount, static_cast<int>(order));
+        return noteChange(__atomic_fetch_sub(&_value, amount, static_cast<int>(order)), order);
     }
 
     /// Sets the bits of `bits` in the word, and returns its former value.
     T fetch_or(T bits, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_or");
-        return __atomic_fetch_or(&_value, bits, static_cast<int>(order));
+        return noteChange(__atomic_fetch_or(&_value, bits, static_cast<int>(order)), order);
     }
 
     /// Keeps only the bits of `bits` in the word, and returns its former value.
     T fetch_and(T bits, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_and");
-        return __atomic_fetch_and(&_value, bits, static_cast<int>(order));
+        return noteChange(__atomic_fetch_and(&_value, bits, static_cast<int>(order)), order);
     }
 
     /// Inverts the bits of `bits` in the word, and returns its former value.
     T fetch_xor(T bits, std::memory_order order) noexcept requires IS_NUMBER
     {
         reach("fetch_xor");
-        return __atomic_fetch_xor(&_value, bits, static_cast<int>(order));
+        return noteChange(__atomic_fetch_xor(&_value, bits, static_cast<int>(order)), order);
     }
 
 private:
@@ -142,20 +165,84 @@ private:
                                                     : order;
     }
 
-    void reach([[maybe_unused]] char const *operation) const noexcept
-    {
-#ifdef ZV_PLATFORM_SIMULATED
-        Simulated::reachShared(operation, this);
-#endif
-    }
-
     bool compareExchange(T &expected, T desired, bool isWeak, std::memory_order order,
                          std::memory_order failure) noexcept
     {
         reach("compare_exchange");
-        return __atomic_compare_exchange(&_value, &expected, &desired, isWeak,
-                                         static_cast<int>(order), static_cast<int>(failure));
+        if (isRefused(expected, isWeak, failure))
+            return false;
+        bool const isDone =
+            __atomic_compare_exchange(&_value, &expected, &desired, isWeak, static_cast<int>(order),
+                                      static_cast<int>(failure));
+        if (isDone)
+            noteChange(expected, order);
+        return isDone;
     }
+
+    // The part of the simulation.
+#ifdef ZV_PLATFORM_SIMULATED
+    static std::uint64_t toBits(T const &value)
+    {
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, &value, sizeof value);
+        return bits;
+    }
+
+    static T fromBits(std::uint64_t bits)
+    {
+        T value;
+        std::memcpy(static_cast<void *>(&value), &bits, sizeof value);
+        return value;
+    }
+
+    std::uint64_t getNewest(std::memory_order order = std::memory_order_relaxed) const
+    {
+        T value;
+        __atomic_load(&_value, &value, static_cast<int>(order));
+        return toBits(value);
+    }
+
+    void reach(char const *operation) const
+    {
+        Simulated::reachShared(operation, this);
+    }
+    T choose(T newest, std::memory_order order) const
+    {
+        return fromBits(Simulated::loadShared(this, toBits(newest), order));
+    }
+    void announce(T value, std::memory_order order)
+    {
+        Simulated::storeShared(this, getNewest(), toBits(value), order);
+    }
+    T noteChange(T former, std::memory_order order)
+    {
+        Simulated::changeShared(this, toBits(former), getNewest(), order);
+        return former;
+    }
+    bool isRefused(T &expected, bool isWeak, std::memory_order failure)
+    {
+        std::uint64_t value = getNewest(failure);
+        if (!Simulated::refuseShared(this, value, toBits(expected), isWeak, failure))
+            return false;
+        expected = fromBits(value);
+        return true;
+    }
+#else
+    void reach(char const *) const {}
+    static T choose(T newest, std::memory_order)
+    {
+        return newest;
+    }
+    void announce(T, std::memory_order) {}
+    static T noteChange(T former, std::memory_order)
+    {
+        return former;
+    }
+    static bool isRefused(T &, bool, std::memory_order)
+    {
+        return false;
+    }
+#endif
 
     alignas(sizeof(T)) T _value;
 };
@@ -165,6 +252,7 @@ inline void fence(std::memory_order order) noexcept
 {
 #ifdef ZV_PLATFORM_SIMULATED
     Simulated::reachShared("fence", nullptr);
+    Simulated::fenceShared(order);
 #endif
 #ifdef __SANITIZE_THREAD__
     // The thread sanitizer does not know fences. All operations on one word order at least as much.

@@ -1,0 +1,373 @@
+#include "platform/scheduler/weakMemory.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <sys/mman.h>
+
+namespace ZvPlatform::Simulated {
+
+namespace {
+
+bool acquires(std::memory_order order)
+{
+    return order != std::memory_order_relaxed && order != std::memory_order_release;
+}
+
+bool releases(std::memory_order order)
+{
+    return order == std::memory_order_release || order == std::memory_order_acq_rel ||
+           order == std::memory_order_seq_cst;
+}
+
+/// Whether the thread of the clock knows that the value was stored, or has been read.
+bool isIn(WeakMemory::Store const &store, WeakMemory::Clock const &clock)
+{
+    if (store.event <= clock.events[store.thread])
+        return true;
+    for (unsigned i = 0; i < WeakMemory::THREADS; ++i)
+        if (store.readers[i] <= clock.events[i])
+            return true;
+    return false;
+}
+
+std::size_t hashOf(void const *address)
+{
+    return static_cast<std::size_t>(
+        reinterpret_cast<std::uintptr_t>(address) * 0x9E3779B97F4A7C15 >> 40);
+}
+
+} // namespace
+
+template <class Entry, unsigned SIZE>
+Entry *WeakMemory::Table<Entry, SIZE>::find(void const *address)
+{
+    for (std::size_t i = hashOf(address) % SIZE;; i = (i + 1) % SIZE) {
+        Entry &entry = entries[i];
+        if (entry.address == address)
+            return &entry;
+        if (entry.address)
+            continue;
+        if (count == SIZE / 2)
+            return nullptr;
+        used[count++] = &entry;
+        entry.address = address;
+        return &entry;
+    }
+}
+
+template <class Entry, unsigned SIZE>
+void WeakMemory::Table<Entry, SIZE>::clear()
+{
+    for (; count; --count)
+        *used[count - 1] = {};
+}
+
+void WeakMemory::Clock::join(Clock const &other)
+{
+    for (unsigned i = 0; i < THREADS; ++i)
+        events[i] = std::max(events[i], other.events[i]);
+}
+
+void WeakMemory::View::join(View const &other)
+{
+    happened.join(other.happened);
+    fenced.join(other.fenced);
+    fence = std::max(fence, other.fence);
+}
+
+void WeakMemory::reset()
+{
+    Tables *tables = _tables;
+    if (tables) {
+        tables->words.clear();
+        tables->objects.clear();
+    } else {
+        // Pages that are not touched cost nothing.
+        void *memory = ::mmap(nullptr, sizeof(Tables), PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory == MAP_FAILED)
+            std::abort();
+        tables = static_cast<Tables *>(memory);
+    }
+    *this = {};
+    _tables = tables;
+}
+
+// ---- The history of a word.
+
+WeakMemory::Store *WeakMemory::newStore(Word &word, std::uint64_t value)
+{
+    Store *store = _free;
+    if (store)
+        _free = store->older;
+    else
+        store = &_tables->stores[_nbStores++];
+    store->value = value;
+    store->older = word.newest;
+    store->event = 0;
+    store->thread = 0;
+    store->isReleased = false;
+    store->place = 0;
+    std::fill_n(store->readers, THREADS, Store::NEVER);
+    store->origin = {};
+    word.newest = store;
+    if (++word.count > HISTORY) {
+        Store *second = store;
+        for (unsigned i = 2; i < HISTORY; ++i)
+            second = second->older;
+        drop(second->older->older);
+        second->older->older = nullptr;
+        --word.count;
+    }
+    return store;
+}
+
+void WeakMemory::drop(Store *store)
+{
+    while (store) {
+        Store * const older = store->older;
+        store->older = _free;
+        _free = store;
+        store = older;
+    }
+}
+
+/// Begins the history of a word with a store that every thread knows.
+void WeakMemory::begin(Word &word, std::uint64_t value)
+{
+    drop(word.newest);
+    word.newest = nullptr;
+    word.count = 0;
+    word.built = 0;
+    newStore(word, value);
+}
+
+WeakMemory::Word *WeakMemory::find(void const *address, std::uint64_t newest)
+{
+    Word *word = _tables->words.find(address);
+    if (word && (!word->newest || word->newest->value != newest))
+        begin(*word, newest);
+    return word;
+}
+
+// ---- What may be read.
+
+/// Whether the thread may not read anything older than this store.
+bool WeakMemory::isKnown(Store const &store, Thread const &thread, bool isSequential) const
+{
+    if (isIn(store, thread.view.happened) || isIn(store, thread.view.fenced))
+        return true;
+    if (store.place && (isSequential || store.place <= thread.view.fence))
+        return true;
+    return isSequential && isIn(store, _sequential.happened);
+}
+
+/// Finds the stores that may be read, the newest first, and returns their number.
+unsigned WeakMemory::collect(Word const &word, Thread const &thread, bool isSequential,
+                             Store *(&stores)[HISTORY]) const
+{
+    unsigned count = 0;
+    for (Store *store = word.newest; store; store = store->older) {
+        stores[count++] = store;
+        if (isKnown(*store, thread, isSequential))
+            break;
+    }
+    return count;
+}
+
+// ---- Operations.
+
+void WeakMemory::read(unsigned thread, Store &store, std::memory_order order)
+{
+    Thread &me = at(thread);
+    std::uint32_t const event = ++me.events;
+    std::uint32_t &first = store.readers[thread % THREADS];
+    first = std::min(first, event);
+    if (store.isReleased)
+        (acquires(order) ? me.view : me.toAcquire).join(store.released);
+    me.view.happened.events[thread % THREADS] = event;
+    if (order == std::memory_order_seq_cst) {
+        ++_places;
+        store.place = store.place ? store.place : _places;
+    }
+}
+
+void WeakMemory::write(unsigned thread, Store &store, std::memory_order order, Origin origin)
+{
+    Thread &me = at(thread);
+    store.event = ++me.events;
+    store.thread = static_cast<std::uint8_t>(thread % THREADS);
+    store.origin = origin;
+    me.view.happened.events[thread % THREADS] = store.event;
+    if (order == std::memory_order_seq_cst)
+        store.place = ++_places;
+    if (!releases(order) && !me.isReleased)
+        return;
+    View const &view = releases(order) ? me.view : me.released;
+    if (store.isReleased)
+        store.released.join(view);
+    else
+        store.released = view;
+    store.isReleased = true;
+}
+
+void WeakMemory::construct(unsigned thread, void const *address, std::uint64_t value, Origin origin)
+{
+    Word *word = _tables->words.find(address);
+    if (!word)
+        return;
+    begin(*word, value);
+    write(thread, *word->newest, std::memory_order_relaxed, origin);
+    // A construction is no operation, so it publishes nothing.
+    word->newest->isReleased = false;
+    word->builder = word->newest->thread;
+    word->built = word->newest->event;
+    word->construction = origin;
+}
+
+WeakMemory::Origin const *WeakMemory::findUnpublished(unsigned thread, void const *address)
+{
+    Word const *word = _tables->words.find(address);
+    if (!word || word->built <= at(thread).view.happened.events[word->builder])
+        return nullptr;
+    return &word->construction;
+}
+
+WeakMemory::Loaded WeakMemory::load(unsigned thread, void const *address, std::uint64_t newest,
+                                    std::memory_order order, Choice choice)
+{
+    Word *word = find(address, newest);
+    if (!word)
+        return {.value = newest};
+    Store *stores[HISTORY];
+    Loaded loaded;
+    unsigned const count = collect(*word, at(thread), order == std::memory_order_seq_cst, stores);
+    Store &store = *stores[count > 1 ? choice(count) : 0];
+    read(thread, store, order);
+    loaded.value = store.value;
+    loaded.read = &store;
+    loaded.newest = word->newest;
+    return loaded;
+}
+
+WeakMemory::Compared WeakMemory::compare(unsigned thread, void const *address, std::uint64_t newest,
+                                         std::uint64_t expected, bool isWeak,
+                                         std::memory_order failure, Choice choice)
+{
+    Compared compared;
+    Word *word = find(address, newest);
+    if (!word) {
+        compared.value = newest;
+        compared.isRefused = newest != expected;
+        return compared;
+    }
+    Store *stores[HISTORY];
+    unsigned const count = collect(*word, at(thread), failure == std::memory_order_seq_cst, stores);
+    // The newest value comes first. It is read by the exchange if it is the expected one. Otherwise,
+    // and for each older value, the operation is a load. A load of the expected value is a failure
+    // without a cause.
+    Store *options[HISTORY + 1] = {word->newest};
+    unsigned nbOptions = 1;
+    for (unsigned i = newest == expected ? 0 : 1; i < count; ++i)
+        if (isWeak || stores[i]->value != expected)
+            options[nbOptions++] = stores[i];
+    unsigned const chosen = nbOptions > 1 ? choice(nbOptions) : 0;
+    compared.isRefused = chosen > 0 || newest != expected;
+    compared.value = options[chosen]->value;
+    compared.read = options[chosen];
+    compared.newest = word->newest;
+    if (compared.isRefused)
+        read(thread, *options[chosen], failure);
+    return compared;
+}
+
+void WeakMemory::store(unsigned thread, void const *address, std::uint64_t former,
+                       std::uint64_t value, std::memory_order order, Origin origin)
+{
+    if (Word *word = find(address, former))
+        write(thread, *newStore(*word, value), order, origin);
+}
+
+void WeakMemory::change(unsigned thread, void const *address, std::uint64_t former,
+                        std::uint64_t value, std::memory_order order, Origin origin)
+{
+    Word *word = find(address, former);
+    if (!word)
+        return;
+    Store &known = *word->newest;
+    read(thread, known, order);
+    // The store continues the release sequence of the one that was read.
+    View const released = known.released;
+    bool const isReleased = known.isReleased;
+    Store &store = *newStore(*word, value);
+    store.isReleased = isReleased;
+    if (isReleased)
+        store.released = released;
+    write(thread, store, order, origin);
+}
+
+void WeakMemory::fence(unsigned thread, std::memory_order order)
+{
+    Thread &me = at(thread);
+    if (acquires(order))
+        me.view.join(me.toAcquire);
+    if (order == std::memory_order_seq_cst) {
+        _sequential.happened.join(me.view.happened);
+        me.view.fenced.join(_sequential.happened);
+        me.view.fence = ++_places;
+    }
+    if (releases(order)) {
+        me.released = me.view;
+        me.isReleased = true;
+    }
+}
+
+void WeakMemory::see(unsigned thread, void const *address, std::uint64_t newest)
+{
+    if (Word *word = find(address, newest))
+        read(thread, *word->newest, std::memory_order_relaxed);
+}
+
+// ---- Services.
+
+void WeakMemory::release(unsigned thread, void const *object)
+{
+    if (Object *found = _tables->objects.find(object))
+        found->published.join(at(thread).view);
+}
+
+void WeakMemory::acquire(unsigned thread, void const *object)
+{
+    if (Object *found = _tables->objects.find(object))
+        at(thread).view.join(found->published);
+}
+
+void WeakMemory::forget(void const *object)
+{
+    if (Object *found = _tables->objects.find(object))
+        found->published = {};
+}
+
+void WeakMemory::start(unsigned thread, unsigned creator)
+{
+    Thread &child = at(thread);
+    Thread const &parent = at(creator);
+    child.isShared = child.isShared || thread >= THREADS;
+    if (child.isShared) {
+        // Another thread with this number may be running. It must not forget anything.
+        child.view.join(parent.view);
+        return;
+    }
+    // A former thread of this number may not be known yet. The new one knows it nevertheless.
+    child.view = parent.view;
+    child.view.happened.events[thread] = child.events;
+    child.toAcquire = child.released = {};
+    child.isReleased = false;
+}
+
+void WeakMemory::join(unsigned thread, unsigned ended)
+{
+    at(thread).view.join(at(ended).view);
+}
+
+} // namespace ZvPlatform::Simulated

@@ -1,0 +1,199 @@
+// Memory model of the simulated form: what a thread may read from a word that threads share.
+//
+// The words follow the C++20 memory model. A load may return any store that the order of the word's
+// stores and the happens-before relation permit. The model is operational: it is told of each
+// operation when the operation is carried out, and knows nothing of those to come.
+//
+// Events are counted for each thread. A clock holds, for each thread, how many of its events are
+// known, so a clock is a set of events that is closed under the order of each thread. What happens
+// before an event is such a set. A store publishes the set of its thread if it releases, and a load
+// that acquires adds the set of the store that it reads to that of its own thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace ZvPlatform::Simulated {
+
+class WeakMemory
+{
+public:
+    /// Threads with the same remainder share a number in the clocks. They know too much of each
+    /// other, so that fewer older values are read, but never one that is not permitted.
+    static constexpr unsigned THREADS = 16;
+    /// Number of stores to a word that can still be read.
+    static constexpr unsigned HISTORY = 8;
+
+    /// Number of known events of each thread.
+    struct Clock
+    {
+        std::uint32_t events[THREADS] = {};
+
+        void join(Clock const &);
+    };
+
+    struct View
+    {
+        Clock happened; ///< what happens before
+        /// What happens before a sequentially consistent fence that precedes a known one in the
+        /// single total order S.
+        Clock fenced;
+        /// Place in S of the latest known sequentially consistent fence, or 0.
+        std::uint32_t fence = 0;
+
+        void join(View const &);
+    };
+
+    /// Who stored a value, for reports.
+    struct Origin
+    {
+        std::uint32_t step = 0;
+        std::uint32_t thread = 0;
+        void *place = nullptr;
+    };
+
+    struct Store
+    {
+        static constexpr std::uint32_t NEVER = UINT32_MAX;
+
+        std::uint64_t value;
+        Store *older;
+        std::uint32_t event;
+        std::uint8_t thread;
+        bool isReleased;
+        /// Place in S of the first sequentially consistent operation that stored or read the value,
+        /// or 0.
+        std::uint32_t place;
+        /// For each thread its first event that has read the value.
+        std::uint32_t readers[THREADS];
+        View released; ///< what an acquiring load of the value comes to know, if `isReleased`
+        Origin origin;
+    };
+
+    /// Returns the number of the store that is read, from 0 for the newest. `count` is at least 2.
+    using Choice = unsigned (*)(unsigned count);
+
+    /// Result of a load.
+    struct Loaded
+    {
+        std::uint64_t value;
+        /// The store that was read, and the newest. Null if the word is not followed.
+        Store const *read = nullptr;
+        Store const *newest = nullptr;
+
+        bool isOlder() const { return read != newest; }
+    };
+
+    /// Result of a compare-exchange.
+    struct Compared : Loaded
+    {
+        bool isRefused = false;
+    };
+
+    constexpr WeakMemory() = default;
+
+    /// Forgets everything.
+    void reset();
+
+    // ---- Words. `newest` and `former` are what the memory holds. If that is not the newest known
+    // store, the word was written by other means, and its history begins again.
+
+    void construct(unsigned thread, void const *word, std::uint64_t value, Origin);
+    /// Returns the construction of a word if it does not happen before what the thread does next,
+    /// otherwise null.
+    Origin const *findUnpublished(unsigned thread, void const *word);
+    Loaded load(unsigned thread, void const *word, std::uint64_t newest, std::memory_order, Choice);
+    /// Decides whether a compare-exchange fails, and loads the value if it does. A failure may read
+    /// an older value, and a weak operation may fail without a cause. If it does not fail, `change`
+    /// must follow.
+    Compared compare(unsigned thread, void const *word, std::uint64_t newest,
+                     std::uint64_t expected, bool isWeak, std::memory_order failure, Choice);
+    void store(unsigned thread, void const *word, std::uint64_t former, std::uint64_t value,
+               std::memory_order, Origin);
+    /// Carries out a read-modify-write, which reads the newest value.
+    void change(unsigned thread, void const *word, std::uint64_t former, std::uint64_t value,
+                std::memory_order, Origin);
+    void fence(unsigned thread, std::memory_order);
+    /// The thread has seen the newest value, without an order.
+    void see(unsigned thread, void const *word, std::uint64_t newest);
+
+    // ---- Services.
+
+    /// What the thread knows is published at an object of the services.
+    void release(unsigned thread, void const *object);
+    /// The thread comes to know what has been published at an object of the services.
+    void acquire(unsigned thread, void const *object);
+    void forget(void const *object);
+    /// A thread begins, and knows what its creator knows.
+    void start(unsigned thread, unsigned creator);
+    /// A thread comes to know all that another one knows, which has ended.
+    void join(unsigned thread, unsigned ended);
+
+private:
+    struct Word
+    {
+        void const *address;
+        Store *newest;
+        unsigned count;
+        // The construction, or event 0 if the history began without one.
+        std::uint8_t builder;
+        std::uint32_t built;
+        Origin construction;
+    };
+    struct Object
+    {
+        void const *address;
+        View published;
+    };
+    struct Thread
+    {
+        View view;
+        View toAcquire;  ///< what an acquire fence adds to the view
+        View released;   ///< the view at the latest release fence
+        bool isReleased; ///< there was a release fence
+        bool isShared;   ///< several threads have this remainder
+        std::uint32_t events;
+    };
+
+    /// Table of entries with an address, which is half empty at least.
+    template <class Entry, unsigned SIZE>
+    struct Table
+    {
+        /// Returns the entry of an address, or a new one. Returns null if the table is full.
+        Entry *find(void const *address);
+        void clear();
+
+        Entry entries[SIZE];
+        Entry *used[SIZE / 2];
+        unsigned count;
+    };
+
+    static constexpr unsigned WORDS = 1 << 14;
+    static constexpr unsigned OBJECTS = 1 << 14;
+
+    struct Tables
+    {
+        Table<Word, WORDS> words;
+        Table<Object, OBJECTS> objects;
+        Store stores[WORDS * HISTORY];
+    };
+
+    Thread &at(unsigned thread) { return _threads[thread % THREADS]; }
+    Word *find(void const *word, std::uint64_t newest);
+    Store *newStore(Word &, std::uint64_t value);
+    void begin(Word &, std::uint64_t value);
+    void drop(Store *);
+    bool isKnown(Store const &, Thread const &, bool isSequential) const;
+    unsigned collect(Word const &, Thread const &, bool isSequential, Store *(&)[HISTORY]) const;
+    void read(unsigned thread, Store &, std::memory_order);
+    void write(unsigned thread, Store &, std::memory_order, Origin);
+
+    Thread _threads[THREADS] = {};
+    View _sequential = {}; ///< what happens before the fences in S
+    std::uint32_t _places = 0;
+    Tables *_tables = nullptr;
+    unsigned _nbStores = 0;
+    Store *_free = nullptr;
+};
+
+} // namespace ZvPlatform::Simulated
