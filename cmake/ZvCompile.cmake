@@ -34,8 +34,12 @@ target_compile_options(zv_compile INTERFACE
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wexit-time-destructors>
     $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 # Interlocked operations are inline: the simulated form of all that uses them is a build of its own.
-if(ZV_PLATFORM STREQUAL simulated)
+if(ZV_SIMULATED)
     target_compile_definitions(zv_compile INTERFACE ZV_PLATFORM_SIMULATED)
+endif()
+# The services are those of Linux, on a simulated kernel.
+if(ZV_KERNEL STREQUAL simulated)
+    target_compile_definitions(zv_compile INTERFACE ZV_KERNEL_SIMULATED)
 endif()
 # Compiles headers that most sources need once for all sources of a target. They take half of the time in which a source
 # compiles. The preset clang leaves them out, and so finds a source that does not include what it needs.

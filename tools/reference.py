@@ -131,7 +131,8 @@ def shareComments(lines):
             i += 1
         i += 1
         text = re.sub(r"\[\[.*?\]\]|\b(requires|noexcept|explicit)\(", "", " ".join(lines[start:i]).split(" {")[0])
-        function = re.search(r"\b([a-z]\w*)\((?!\*)", text)
+        function = re.search(r"\b([a-z]\w*)\((?!\*)", text) or \
+            re.match(r"\s*(?:explicit |constexpr )*([A-Z]\w*)\((?!\1)", text) # a constructor, not of a copy
         if isDocumented:
             name = function and function[1]
             known.add(name)
@@ -252,7 +253,7 @@ def filterDocument(name, lines):
 def convertLink(folder, text, target, heading):
     """Returns a link of a document for doxygen. What is not part of the site remains as text."""
     target = os.path.normpath(os.path.join(folder, target))
-    if target.endswith(".svg"):
+    if target.endswith((".svg", ".png")):
         return f"[{text}]({os.path.basename(target)})"
     if target.endswith(".h") and target.startswith("src/"):
         return f"[{text}](@ref {target[4:]})"

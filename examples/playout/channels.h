@@ -22,6 +22,8 @@ public:
 
     /// Returns the channels of a file that is open for reading, in its own order.
     static Channels ofFile(SNDFILE *file, SF_INFO const &info);
+    /// Returns the channels that a WAV file with this number of channels usually has.
+    static Channels ofNumber(std::size_t number) { return Channels(getUsual(number), false); }
     /// Returns these channels in the order of blocks.
     Channels inBlockOrder() const;
     /// Returns these channels in the order of a file of libsndfile's format `type`. If `file` is a

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <charconv>
 #include <exception>
+#include <optional>
 #include <utility>
 
 using namespace Zv;
@@ -35,7 +36,8 @@ struct EndLimits
 constexpr EndLimits LIMITS = {5, 3, 3};
 constexpr EndLimits LIMITS_AFTER_HANG = {1, 3, 3};
 constexpr EndLimits LIMITS_AFTER_SIGNAL = {0.5, 0.9, 0.9};
-constexpr double END_AFTER_SIGNAL = 4; // for all of the end, with a reserve
+constexpr double FINISH_AFTER_SIGNAL = 2; // until what was captured is in its file
+constexpr double END_AFTER_SIGNAL = 4;    // for all of the end, with a reserve
 
 using End = DevSeqDeviceStatus::End;
 using CloseEnd = DevMgrCloseReport::End;
@@ -61,6 +63,13 @@ std::string getReason(std::exception_ptr const &failure)
 bool isLeftBehind(DevMgrCloseReport::Device const &device)
 {
     return device.end == CloseEnd::NOT_CLOSED || device.end == CloseEnd::NOT_OPENED;
+}
+
+/// Returns the shortest text that is exactly this number.
+std::string toNumber(double number)
+{
+    char text[32];
+    return {text, std::to_chars(text, text + sizeof text, number).ptr};
 }
 
 std::string shown(LiString const &device)
@@ -90,9 +99,39 @@ Client::Client(Options const &options, Show const &show, std::string const &outp
       _errands(_job),
       _observer(makeShd<PropertyObserver>(_job)),
       _stateObserver(makeShd<StateObserver>(_job))
-{}
+{
+    if (_options.report.empty())
+        return;
+    _reportFile = std::make_unique<PartFile>(_options.report);
+    _job->keepJournal();
+}
 
 bool Client::run()
+{
+    if (!_reportFile)
+        return playShow();
+    std::exception_ptr failure;
+    bool isComplete = false;
+    try {
+        isComplete = playShow();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    try {
+        writeReport(failure      ? getReason(failure)
+                    : isComplete ? ""
+                                 : Signals::getMessage(_job->output));
+    } catch (PlayoutEx const &refusal) {
+        if (!failure)
+            throw;
+        _display.line(std::string("  ") + refusal.getReason()); // the first failure is worse
+    }
+    if (failure)
+        std::rethrow_exception(failure);
+    return isComplete;
+}
+
+bool Client::playShow()
 {
     std::exception_ptr failure;
     auto const attempt = [&failure](auto step) {
@@ -129,6 +168,73 @@ bool Client::run()
     if (!_isComplete && !Signals::getCaught())
         ZV_THROW(PlayoutEx::Client, "the sequence has ended before the recording");
     return _isComplete;
+}
+
+/// Writes the report. The failure is empty if there is none. Throws `PlayoutEx::Output`.
+void Client::writeReport(std::string const &failure)
+{
+    _reportFile->write(makeReport(failure).toPage());
+    _reportFile->finish();
+    {
+        // If the end is being reported, nothing ends the process at once any longer.
+        std::optional<Signals::Critical> critical;
+        if (!_hasLeftBehind)
+            critical.emplace();
+        _reportFile->commit();
+    }
+    _display.line("its report is " + _options.report);
+}
+
+Report Client::makeReport(std::string const &failure) const
+{
+    Report report;
+    report.title = _options.input;
+    report.hasFailed = !failure.empty();
+    report.result = report.hasFailed ? failure : describeResult();
+    report.waveform = _job->journal->takeWaveform();
+    report.timeline = _job->timeline.get();
+    report.events = _job->cues.getHappened();
+    report.otherEvents = _job->cues.getOthers();
+    std::map<std::string, int> depths;
+    for (auto const &device : _status.devices) { // parents first
+        std::string const parent = device.parent.getChars();
+        int const depth = parent.empty() ? 0 : depths[parent] + 1;
+        report.devices.push_back({device.name.getChars(), depths[device.name.getChars()] = depth});
+    }
+    report.length = _startedAt > 0 ? _endedAt - _startedAt : 0;
+    report.budget = _job->show.memory ? _job->show.memory->budget : 0;
+    report.records = _job->journal->getRecords();
+    report.threads = _threads;
+    report.tables = _display.getTables();
+    addFacts(report);
+    return report;
+}
+
+/// Adds what a reader wants to know first.
+void Client::addFacts(Report &report) const
+{
+    auto const add = [&](char const *name, std::string const &value) {
+        report.facts.emplace_back(name, value);
+    };
+    add("played", _display.toPosition(_position));
+    if (_job->timeline)
+        add("clock", _job->timeline->getName() + (_job->isPaced ? "" : ", as fast as it goes"));
+    add("devices", std::to_string(report.devices.size()));
+    std::int64_t nbBeats = 0;
+    double latest = 0;
+    for (auto const &[name, lateness] : report.records.lateness) {
+        nbBeats += lateness.getCount();
+        latest = std::max(latest, lateness.getLongest());
+    }
+    if (nbBeats > 0)
+        add("beats", std::to_string(nbBeats) + ", the latest by " + Chart::toTime(latest));
+    if (report.budget > 0)
+        add("memory", Chart::toBytes(report.records.bytes.getLargest()) + " of " +
+                          Chart::toBytes(static_cast<double>(report.budget)));
+    if (_job->card)
+        add("sound card", _job->card->getName());
+    if (!_job->output.empty())
+        add("output", _job->output);
 }
 
 void Client::prepare()
@@ -173,7 +279,7 @@ void Client::show()
         _display.line(format("  %s, %.6g frames a second%s", _job->timeline->getName().c_str(),
                              1 / _job->timeline->getInterval(),
                              _job->isPaced ? "" : ", as fast as it goes"));
-    _player = _stage.findAll("player").front();
+    _source = _stage.getSource();
     _faders = _stage.findAll("fader");
 }
 
@@ -182,10 +288,10 @@ void Client::setProperties()
     if (_options.gain) {
         if (_faders.empty())
             ZV_THROW(PlayoutEx::Client, "--gain: the sequence has no fader");
-        char text[32];
-        auto const end = std::to_chars(text, text + sizeof text, *_options.gain).ptr;
-        _stage.setProperty("", _faders.front() + ":levels:gain=" + std::string(text, end));
+        _stage.setProperty("", _faders.front() + ":levels:gain=" + toNumber(*_options.gain));
     }
+    if (_options.length)
+        _stage.setProperty("", _source + ":transport:length=" + toNumber(*_options.length));
     for (auto const &setting : _options.properties)
         _stage.setProperty("", setting);
 }
@@ -195,10 +301,10 @@ void Client::observe()
     using Properties = DevMgrPropertyObserverUtil;
     double length = 0;
     DevMgrPropertyValueUtil<double>::getValue(_stage.properties(),
-                                              (_player + ":transport:length").c_str(), length);
+                                              (_source + ":transport:length").c_str(), length);
     _display.setLength(length);
     _display.setTimeline(_job->timeline.get());
-    Properties::attachObserver(_stage.properties(), (_player + ":transport:position").c_str(),
+    Properties::attachObserver(_stage.properties(), (_source + ":transport:position").c_str(),
                                _observer);
     if (!_faders.empty())
         Properties::attachObserver(_stage.properties(), (_faders.front() + ":levels:peak").c_str(),
@@ -213,10 +319,15 @@ void Client::play()
     sequence.setObserver(_stateObserver);
     _startedAt = now();
     sequence.start();
+    if (_job->journal)
+        _job->journal->begin(_startedAt);
     for (followStates(); !mustEnd(); followStates()) {
         followCues();
-        if (haveAll("lock"))
+        if (haveAll("lock")) {
+            if (_job->journal && _threads.empty())
+                _threads = readThreadLevels();
             showProgress();
+        }
         _job->wait(SIGNAL_INTERVAL);
     }
     if (_job->isComplete()) {
@@ -230,12 +341,28 @@ void Client::play()
 
 bool Client::mustEnd()
 {
-    if (_job->isComplete() || Signals::getCaught())
+    if (_job->isComplete() || (Signals::getCaught() && !endRecording()))
         return true;
     watch();
     if (!_isNoAnswer && _job->hasFailed())
         _failure = _job->getFailure();
     return !_failure.empty();
+}
+
+/// Ends the recording of a microphone after a signal, so that it is complete as far as it went.
+/// Returns false if that is impossible or takes too long.
+bool Client::endRecording()
+{
+    if (_endedAt > 0)
+        return now() - _endedAt < FINISH_AFTER_SIGNAL;
+    if (!haveAll("lock"))
+        return false;
+    for (auto const &[name, device] : _stage.getDevices())
+        if (name == _source && device->endHere()) {
+            Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
+            _endedAt = now();
+        }
+    return _endedAt > 0;
 }
 
 /// Looks for devices that have ended by themselves or do not answer.
@@ -306,6 +433,7 @@ void Client::endSequence()
         _job->wait(SIGNAL_INTERVAL);
     }
     awaitStates();
+    _endedAt = now();
 }
 
 /// Stops the sequence within the shorter limits. A call of `stop` on another thread then returns,
@@ -378,6 +506,7 @@ void Client::close()
         stopAfterSignal();
         settleErrand(SHORT);
         awaitStates();
+        _endedAt = now();
     }
     if (!_errands.isPending() && !_job->show.events.empty()) {
         _errands.begin([this] { _stage.stopCues(); });
@@ -411,6 +540,8 @@ void Client::followStates()
                              shorten(move.device, LONGEST_NAME).c_str(), known.c_str(),
                              move.state.c_str()));
         known = move.state;
+        if (_job->journal)
+            _job->journal->move(move.device, move.state, move.time);
     }
 }
 
@@ -441,14 +572,14 @@ void Client::showProgress()
 void Client::readProgress()
 {
     using Value = DevMgrPropertyValueUtil<double>;
-    Value::getValue(_stage.properties(), (_player + ":transport:position").c_str(),
+    Value::getValue(_stage.properties(), (_source + ":transport:position").c_str(),
                     _reading.position);
     if (!_faders.empty())
         Value::getValue(_stage.properties(), (_faders.front() + ":levels:peak").c_str(),
                         _reading.peak);
     _reading.place = _reading.position;
-    if (_job->timeline)
-        Value::getValue(_stage.properties(), (_player + ":transport:cue").c_str(), _reading.place);
+    if (_job->timeline && _stage.isA("player", _source))
+        Value::getValue(_stage.properties(), (_source + ":transport:cue").c_str(), _reading.place);
 }
 
 void Client::showReadProgress()
@@ -582,9 +713,16 @@ void Client::findCulprit()
 std::string Client::describeOutput() const
 {
     bool const isWritten = _isComplete || _job->isWritten();
-    if (_job->card)
+    if (_job->output.empty())
         return isWritten ? "all was played" : "not all was played";
     return _job->output + (isWritten ? " is complete" : " was not written");
+}
+
+std::string Client::describeResult() const
+{
+    return _job->output.empty()
+               ? "played " + _display.toPosition(_position) + " to " + _job->card->getName()
+               : "recorded " + _display.toPosition(_position) + " in " + _job->output;
 }
 
 void Client::showResult()
@@ -605,15 +743,13 @@ void Client::showResult()
         }
     if (_job->card)
         _display.card(*_job->card);
-    if (_job->show.memory)
+    if (_job->show.memory && _stage.isA("player", _source))
         _display.memory(*_job->show.memory, _job->memoryFigures.get());
     followCues();
     for (auto const &cue : _job->cues.getOthers())
         _display.line("  " + _job->timeline->getTimecode(cue.frame) + "  " + cue.text +
                       " was not reached");
-    _display.line(_job->card
-                      ? "played " + _display.toPosition(_position) + " to " + _job->card->getName()
-                      : "recorded " + _display.toPosition(_position) + " in " + _job->output);
+    _display.line(describeResult());
     if (!_job->picture.empty())
         _display.line("its waveform is " + _job->picture);
 }

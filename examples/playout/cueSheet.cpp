@@ -17,18 +17,16 @@ std::string toNumber(double number)
     return format("%.17g", number);
 }
 
-/// Returns the property that an event sets, and its value. `fader` must be empty if the player is
-/// connected to no fader. Throws `std::invalid_argument` if the event is wrong.
-std::pair<std::string, std::string> toSetting(ShowEvent const &event, std::string const &player,
+/// Returns the property that an event sets, and its value. Throws `std::invalid_argument` if the
+/// event is wrong.
+std::pair<std::string, std::string> toSetting(ShowEvent const &event, std::string const &source,
                                               std::string const &fader, Timeline const &timeline)
 {
     if (event.action == "jump") {
         double const seconds =
             static_cast<double>(timeline.getFrame(event.value)) * timeline.getInterval();
-        return {player + ":transport:cue", toNumber(seconds)};
+        return {source + ":transport:cue", toNumber(seconds)};
     }
-    if (fader.empty())
-        throw std::invalid_argument("the player is connected to no fader");
     if (event.action == "gain") {
         if (!parseNumber(event.value))
             throw std::invalid_argument("\"" + event.value + "\" is no number");
@@ -53,8 +51,9 @@ void set(RCShdPtr<DevMDPropertyAny> const &property, std::string const &value, P
 
 void setCues(Stage const &stage, PlayoutJob &job)
 {
-    std::string const name = stage.findAll("player").front();
-    // Only the fader next to the player will do. While the player waits, all blocks before the cue
+    std::string const name = stage.getSource();
+    bool const isPlayer = stage.isA("player", name);
+    // Only the fader next to the source will do. While the source waits, all blocks before the cue
     // are already in that fader's FIFO.
     std::string const next = stage.findNext(name);
     std::string const fader = stage.isA("fader", next) ? next : "";
@@ -63,6 +62,13 @@ void setCues(Stage const &stage, PlayoutJob &job)
     for (auto const &event : job.show.events) {
         std::string const text = event->action + " " + event->value;
         inContext(event->getWhere() + "event " + text, [&] {
+            bool const isJump = event->action == "jump";
+            if (isJump && !isPlayer)
+                throw std::invalid_argument("a microphone does not jump");
+            if (!isJump && fader.empty())
+                throw std::invalid_argument("the " +
+                                            std::string(isPlayer ? "player" : "microphone") +
+                                            " is connected to no fader");
             auto const frame = job.timeline->getFrame(event->at);
             auto const [path, value] = toSetting(*event, name, fader, *job.timeline);
             auto &property = properties[path];

@@ -4,39 +4,22 @@
 
 #include "playoutEx.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <sstream>
 #include <utility>
 
 namespace {
 
-constexpr double LONGEST_STANDSTILL = 5; // seconds until a server that does nothing counts as gone
-constexpr std::size_t SAMPLE = sizeof(float);
+constexpr std::size_t MOST_OWN = 2; // ports of the card that are used if a place names none
 
 [[noreturn]] void fail(std::string const &reason)
 {
     ZV_THROW(PlayoutEx::Client, reason.c_str());
 }
 
-/// Returns the names behind "jack:", without a place those of the card's own ports.
-std::vector<std::string> listPorts(jack_client_t *client, std::string const &place)
+bool hasNames(std::string const &place)
 {
-    std::vector<std::string> names;
-    if (auto const colon = place.find(':'); colon != place.npos) {
-        std::istringstream text(place.substr(colon + 1));
-        for (std::string name; std::getline(text, name, ',');)
-            names.push_back(name);
-        return names;
-    }
-    std::unique_ptr<char const *, void (*)(void *)> const ports(
-        jack_get_ports(client, nullptr, JACK_DEFAULT_AUDIO_TYPE,
-                       JackPortIsPhysical | JackPortIsInput),
-        jack_free);
-    for (char const * const *name = ports.get(); name && *name; ++name)
-        names.emplace_back(*name);
-    return names;
+    return place.find(':') != place.npos;
 }
 
 } // namespace
@@ -50,7 +33,7 @@ JackCard::JackCard(Timeline const &timeline) : SoundCard(timeline)
     if (!_client)
         fail("there is no JACK server. Start one, for example by \"jackd -d alsa\", or begin this "
              "command with \"pw-jack\" if the sound is PipeWire's");
-    _rate = static_cast<int>(jack_get_sample_rate(_client));
+    setSampleRate(static_cast<int>(jack_get_sample_rate(_client)));
     _period = static_cast<int>(jack_get_buffer_size(_client));
     jack_set_process_callback(
         _client,
@@ -61,7 +44,7 @@ JackCard::JackCard(Timeline const &timeline) : SoundCard(timeline)
     jack_set_xrun_callback(
         _client,
         [](void *card) {
-            static_cast<JackCard *>(card)->_late.fetch_add(1, std::memory_order_relaxed);
+            static_cast<JackCard *>(card)->countLate();
             return 0;
         },
         this);
@@ -73,7 +56,7 @@ JackCard::JackCard(Timeline const &timeline) : SoundCard(timeline)
         this);
     if (jack_activate(_client) != 0) {
         close();
-        fail("the JACK server refuses to play");
+        fail("the JACK server refuses this client");
     }
 }
 
@@ -88,120 +71,117 @@ void JackCard::close()
         jack_client_close(client);
 }
 
-SoundCard::Figures JackCard::getFigures() const
-{
-    auto const order = std::memory_order_relaxed;
-    return {_position.load(order), _underruns.load(order), _silence.load(order), _late.load(order)};
-}
-
 std::string JackCard::getFailure() const
 {
     if (_isGone.load(std::memory_order_relaxed))
         return "the JACK server has gone away";
-    if (getStandstill() > LONGEST_STANDSTILL)
-        return "the JACK server does not go on";
-    return "";
+    return standsStill() ? "the JACK server does not go on" : "";
 }
 
-void JackCard::openOutput(int channels, std::string const &place)
+void JackCard::performOpenOutput(int channels, int rate, std::string const &place)
 {
-    // The player is ahead by the latency, and by a second if it catches up after a delay.
-    _capacity = std::llround((getLatency() + 1) * _rate);
-    for (int i = 0; i < channels; ++i) {
+    if (rate != getSampleRate())
+        fail("the recording has " + std::to_string(rate) +
+             " samples a second, and the sound card takes " + std::to_string(getSampleRate()));
+    _outputs = makePorts(static_cast<std::size_t>(channels), JackPortIsOutput);
+    auto const names = listPorts(place, JackPortIsInput);
+    if (names.size() < _outputs.size())
+        fail("the recording needs " + std::to_string(channels) + " ports to play to, and " + place +
+             " has " + std::to_string(names.size()));
+    // A mono recording is heard on both sides. Other recordings leave further ports of the card
+    // alone.
+    std::size_t const count = hasNames(place)
+                                  ? names.size()
+                                  : std::max(_outputs.size(), std::min(names.size(), MOST_OWN));
+    for (std::size_t i = 0; i < count; ++i)
+        connect(_outputs[i % _outputs.size()], names[i]);
+    _hasOutputs.store(true, std::memory_order_release);
+}
+
+int JackCard::performOpenInput(std::string const &place)
+{
+    auto names = listPorts(place, JackPortIsOutput);
+    if (names.empty())
+        fail("the sound card of the JACK server has no port to capture from");
+    if (!hasNames(place))
+        names.resize(std::min(names.size(), MOST_OWN));
+    _inputs = makePorts(names.size(), JackPortIsInput);
+    for (std::size_t i = 0; i < names.size(); ++i)
+        connect(_inputs[i], names[i]);
+    _hasInputs.store(true, std::memory_order_release);
+    return static_cast<int>(names.size());
+}
+
+JackCard::Ports JackCard::makePorts(std::size_t number, JackPortFlags flag)
+{
+    std::string const prefix = flag == JackPortIsInput ? "in_" : "out_";
+    Ports ports;
+    for (std::size_t i = 1; i <= number; ++i) {
         jack_port_t * const port =
-            jack_port_register(_client, ("out_" + std::to_string(i + 1)).c_str(),
-                               JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput | JackPortIsTerminal, 0);
+            jack_port_register(_client, (prefix + std::to_string(i)).c_str(),
+                               JACK_DEFAULT_AUDIO_TYPE, flag | JackPortIsTerminal, 0);
         if (!port)
             fail("the JACK server takes no further ports");
-        // The ring keeps one byte free.
-        auto * const ring =
-            jack_ringbuffer_create(static_cast<std::size_t>(_capacity) * SAMPLE + 1);
-        if (!ring)
-            fail("there is no memory for the latency");
-        jack_ringbuffer_mlock(ring); // if it is refused, the ring may be paged out
-        _channels.push_back({port, {ring, jack_ringbuffer_free}});
+        ports.push_back({port, nullptr});
     }
-    connect(place);
-    _isOpen.store(true, std::memory_order_release);
+    return ports;
 }
 
-/// Connects the ports with those of a place. If it has more, the channels are repeated.
-void JackCard::connect(std::string const &place)
+/// Returns the names behind "jack:". If there are none, returns those of the card's own ports.
+std::vector<std::string> JackCard::listPorts(std::string const &place, JackPortFlags flag) const
 {
-    auto const names = listPorts(_client, place);
-    if (names.size() < _channels.size())
-        fail("the recording needs " + std::to_string(_channels.size()) + " ports to play to, and " +
-             place + " has " + std::to_string(names.size()));
-    bool const isOwn = place.find(':') == place.npos;
-    // A mono recording is heard on both sides. Other recordings leave the further ports alone.
-    std::size_t const count =
-        isOwn ? std::max(_channels.size(), std::min<std::size_t>(names.size(), 2)) : names.size();
-    for (std::size_t i = 0; i < count; ++i) {
-        char const * const port = jack_port_name(_channels[i % _channels.size()].port);
-        if (int const error = jack_connect(_client, port, names[i].c_str());
-            error && error != EEXIST)
-            fail("the JACK server has no port \"" + names[i] + "\" to play to");
+    std::vector<std::string> names;
+    if (hasNames(place)) {
+        std::istringstream text(place.substr(place.find(':') + 1));
+        for (std::string name; std::getline(text, name, ',');)
+            names.push_back(name);
+        return names;
     }
+    std::unique_ptr<char const *, void (*)(void *)> const ports(
+        jack_get_ports(_client, nullptr, JACK_DEFAULT_AUDIO_TYPE, JackPortIsPhysical | flag),
+        jack_free);
+    for (char const * const *name = ports.get(); name && *name; ++name)
+        names.emplace_back(*name);
+    return names;
 }
 
-std::int64_t JackCard::write(std::vector<double> const &samples, std::int64_t first)
+void JackCard::connect(Port const &own, std::string const &other)
 {
-    auto const channels = _channels.size();
-    std::int64_t const written = _written.load(std::memory_order_relaxed);
-    // Acquire, because the place of played samples is written to.
-    std::int64_t const room = _capacity - (written - _played.load(std::memory_order_acquire));
-    std::int64_t const count =
-        std::min(room, static_cast<std::int64_t>(samples.size() / channels) - first);
-    _samples.resize(static_cast<std::size_t>(count));
-    for (std::size_t i = 0; i < channels; ++i) {
-        auto sample = samples.begin() + first * static_cast<std::int64_t>(channels) +
-                      static_cast<std::int64_t>(i);
-        for (std::size_t k = 0; k < _samples.size(); ++k)
-            _samples[k] = static_cast<float>(sample[static_cast<std::int64_t>(k * channels)]);
-        jack_ringbuffer_write(_channels[i].ring.get(),
-                              reinterpret_cast<char const *>(_samples.data()),
-                              _samples.size() * SAMPLE);
-    }
-    _written.store(written + count, std::memory_order_release);
-    return count;
+    char const * const name = jack_port_name(own.port);
+    bool const isInput = jack_port_flags(own.port) & JackPortIsInput;
+    int const error = isInput ? jack_connect(_client, other.c_str(), name)
+                              : jack_connect(_client, name, other.c_str());
+    if (error && error != EEXIST)
+        fail("the JACK server has no port \"" + other + "\" to " +
+             (isInput ? "capture from" : "play to"));
 }
 
-bool JackCard::hasPlayedAll()
+std::int64_t JackCard::getOutputDelay()
 {
-    if (_played.load(std::memory_order_acquire) < _written.load(std::memory_order_relaxed))
-        return false;
-    if (_end < 0) {
-        jack_latency_range_t range = {};
-        jack_port_get_latency_range(_channels.front().port, JackPlaybackLatency, &range);
-        _end = getPosition() + range.max;
-    }
-    return getPosition() >= _end;
+    jack_latency_range_t range = {};
+    jack_port_get_latency_range(_outputs.front().port, JackPlaybackLatency, &range);
+    return range.max;
 }
 
 int JackCard::process(jack_nframes_t count)
 {
-    auto const relaxed = std::memory_order_relaxed;
-    if (_isOpen.load(std::memory_order_acquire)) {
-        bool const hasAll = _hasAll.load(std::memory_order_acquire); // before `_written`
-        bool const isPlaying = _isPlaying.load(std::memory_order_acquire);
-        std::int64_t const played = _played.load(relaxed);
-        std::int64_t const ready =
-            isPlaying
-                ? std::min<std::int64_t>(_written.load(std::memory_order_acquire) - played, count)
-                : 0;
-        for (Channel const &channel : _channels) {
-            auto * const buffer = static_cast<float *>(jack_port_get_buffer(channel.port, count));
-            jack_ringbuffer_read(channel.ring.get(), reinterpret_cast<char *>(buffer),
-                                 static_cast<std::size_t>(ready) * SAMPLE);
-            std::fill(buffer + ready, buffer + count, 0.0f);
-        }
-        _played.store(played + ready, std::memory_order_release);
-        if (isPlaying && !hasAll && ready < count) {
-            _underruns.store(_underruns.load(relaxed) + 1, relaxed);
-            _silence.store(_silence.load(relaxed) + count - ready, relaxed);
-        }
+    auto const getBuffers = [&](Ports &ports) {
+        for (Port &port : ports)
+            port.buffer = static_cast<float *>(jack_port_get_buffer(port.port, count));
+    };
+    if (_hasOutputs.load(std::memory_order_acquire)) {
+        getBuffers(_outputs);
+        playPeriod(count, [&](std::size_t frame, std::size_t channel, float sample) {
+            _outputs[channel].buffer[frame] = sample;
+        });
     }
-    _position.store(_position.load(relaxed) + count, std::memory_order_release);
+    if (_hasInputs.load(std::memory_order_acquire)) {
+        getBuffers(_inputs);
+        capturePeriod(count, [&](std::size_t frame, std::size_t channel) {
+            return _inputs[channel].buffer[frame];
+        });
+    }
+    advance(count);
     return 0;
 }
 

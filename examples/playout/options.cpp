@@ -13,12 +13,22 @@
 namespace {
 
 constexpr int MAX_BLOCK_FRAMES = 1 << 20;
+constexpr double LONGEST_LENGTH = 30e6; // seconds, nearly a year
 
 double takeNumber(std::string const &option, std::string const &text)
 {
     if (auto const number = parseNumber(text))
         return *number;
     throw Options::Error(option + " takes a number, not \"" + text + "\"");
+}
+
+double takeLength(std::string const &option, std::string const &text)
+{
+    double const seconds = takeNumber(option, text);
+    if (!(seconds > 0 && seconds <= LONGEST_LENGTH))
+        throw Options::Error(option + " takes a number of seconds greater than 0, not \"" + text +
+                             "\"");
+    return seconds;
 }
 
 int takeBlockFrames(std::string const &option, std::string const &text)
@@ -37,6 +47,13 @@ void addFault(Faults &faults, std::string const &option, std::string const &text
     } catch (std::invalid_argument const &failure) {
         throw Options::Error(option + " " + failure.what());
     }
+}
+
+std::string takeName(std::string const &option, std::string const &text)
+{
+    if (text.empty())
+        throw Options::Error(option + " takes the name of a file");
+    return text;
 }
 
 std::string takePlace(std::string const &option, std::string const &text)
@@ -99,6 +116,8 @@ Options Options::parse(int argc, char const * const *argv)
         };
         if (name == "--gain")
             options.gain = takeNumber(name, value());
+        else if (name == "--length")
+            options.length = takeLength(name, value());
         else if (name == "--sequence")
             options.sequence = value();
         else if (name == "--stream")
@@ -107,8 +126,12 @@ Options Options::parse(int argc, char const * const *argv)
             options.properties.push_back(value());
         else if (name == "--to")
             options.to = takePlace(name, value());
+        else if (name == "--from")
+            options.from = takePlace(name, value());
         else if (name == "--trace")
             options.trace = value();
+        else if (name == "--report")
+            options.report = takeName(name, value());
         else if (name == "--fault")
             addFault(options.faults, name, value());
         else if (name == "--block")
@@ -116,24 +139,41 @@ Options Options::parse(int argc, char const * const *argv)
         else
             throw Error("unknown option " + name);
     }
-    if (!files.empty())
-        options.input = files[0];
-    if (files.size() == 2)
-        options.output = files[1];
-    else if (files.size() != 1 || (!options.isShow() && options.to.empty()))
-        throw Error(options.to.empty() ? "an INPUT and an OUTPUT are needed"
-                                       : "an INPUT is needed");
-    if (!options.output.empty() && !options.to.empty())
-        throw Error("--to plays, so that there is no OUTPUT");
-    if (options.input.empty() || (files.size() == 2 && options.output.empty()))
-        throw Error("the name of a file is empty");
-    if ((options.isShow() || !options.to.empty()) && options.blockFrames)
+    options.takeFiles(std::move(files));
+    if ((options.isShow() || options.hasCard()) && options.blockFrames)
         throw Error("--block: the blocks of a show are the frames of its clock");
-    if (options.dumpShow && (options.gain || !options.properties.empty()))
+    if (options.dumpShow && (options.gain || options.length || !options.properties.empty()))
         throw Error("--dump-show: a show has properties of its own");
     if (options.dumpShow && !options.faults.isEmpty())
         throw Error("--dump-show: it plays nothing, so that no device can have a --fault");
+    if (options.dumpShow && !options.report.empty())
+        throw Error("--dump-show: it plays nothing, so that there is nothing to --report");
     return options;
+}
+
+/// Takes the arguments that are no options: INPUT and OUTPUT, as far as the options leave them.
+void Options::takeFiles(std::vector<std::string> files)
+{
+    if (!files.empty())
+        input = files[0];
+    bool const hasInput = from.empty() || isShow();
+    if (!hasInput) {
+        input.clear();
+        if (files.size() > 1)
+            throw Error("--from captures, so that there is no INPUT");
+        files.insert(files.begin(), "");
+    }
+    bool const needsOutput = to.empty() && !isShow();
+    if (files.empty() || files.size() > 2 || (needsOutput && files.size() < 2))
+        throw Error(!needsOutput ? "an INPUT is needed"
+                    : hasInput   ? "an INPUT and an OUTPUT are needed"
+                                 : "an OUTPUT is needed");
+    if (files.size() == 2 && !to.empty())
+        throw Error("--to plays, so that there is no OUTPUT");
+    if (files.size() == 2)
+        output = files[1];
+    if ((hasInput && input.empty()) || (files.size() == 2 && output.empty()))
+        throw Error("the name of a file is empty");
 }
 
 bool Options::isShow() const
@@ -156,17 +196,26 @@ std::unique_ptr<Show> Options::makeShow() const
         show = ShowReader(input).read();
     } else {
         show = std::make_unique<Show>();
-        show->clips.push_back(std::make_unique<ShowClip>(input));
-        show->complete(dumpShow || !to.empty(), to.empty() ? "recorder" : "speaker");
+        if (from.empty())
+            show->clips.push_back(std::make_unique<ShowClip>(input));
+        show->complete(dumpShow || hasCard(), from.empty() ? "player" : "microphone",
+                       to.empty() ? "recorder" : "speaker");
     }
     if (!output.empty())
         show->output = output;
-    if (!to.empty())
-        playTo(*show);
-    if (show->find("speaker") && fast)
-        throw Error("--fast: a speaker plays at the pace of its sound card");
-    if (show->find("speaker") && !output.empty())
+    useCards(*show);
+    ShowDevice const * const speaker = show->find("speaker");
+    ShowDevice const * const microphone = show->find("microphone");
+    if ((speaker || microphone) && fast)
+        throw Error("--fast: a sound card has a pace of its own");
+    if (speaker && !output.empty())
         throw Error("the show has a speaker, so that there is no OUTPUT");
+    if (length && !microphone)
+        throw Error("--length: the show has no microphone");
+    if (speaker && microphone &&
+        SoundCard::getSystem(speaker->card) != SoundCard::getSystem(microphone->card))
+        throw Error("the cards are " + microphone->card + " and " + speaker->card +
+                    ", but one sound system must pace a show");
     if (sequence)
         show->sequence = std::make_unique<ShowSequence>(*sequence);
     if (!streams.empty())
@@ -176,17 +225,28 @@ std::unique_ptr<Show> Options::makeShow() const
     return show;
 }
 
-/// Has a speaker play the show in place of its recorder.
-void Options::playTo(Show &show) const
+/// Puts a speaker in the place of the recorder, and a microphone in that of the player, if the
+/// command line asks for them.
+void Options::useCards(Show &show) const
 {
-    ShowDevice *device = show.find("speaker");
-    if (!device)
-        device = show.find("recorder");
-    if (!device)
-        throw Error("--to: the show has no recorder");
-    device->kind = "speaker";
-    device->card = to;
-    show.output.clear();
+    auto const replace = [&](char const *option, std::string const &place, char const *kind,
+                             char const *other) {
+        if (place.empty())
+            return;
+        ShowDevice *device = show.find(kind);
+        if (!device)
+            device = show.find(other);
+        if (!device)
+            throw Error(std::string(option) + ": the show has no " + other);
+        device->kind = kind;
+        device->card = place;
+    };
+    replace("--to", to, "speaker", "recorder");
+    replace("--from", from, "microphone", "player");
+    if (!to.empty())
+        show.output.clear();
+    if (!from.empty())
+        show.clips.clear();
 }
 
 void Options::checkFaults(Show const &show) const
@@ -206,6 +266,7 @@ char const *Options::getHelp()
     return R"help(usage: zvplayout [options] INPUT OUTPUT
        zvplayout [options] SHOW.xml [OUTPUT]
        zvplayout [options] INPUT|SHOW.xml --to CARD
+       zvplayout [options] --from CARD OUTPUT|--to CARD
 
 Plays a sound file through a tree of three devices into another one: `player` reads it, `fader` applies a gain and
 measures the peak, `recorder` writes it. OUTPUT's extension chooses its kind: .wav, .aiff, .flac or .ogg. Each channel
@@ -216,6 +277,8 @@ paces them, the memory that clips may take, and events at timecodes. Its files a
 before the show's own, and a picture of the waveform with the events stands beside it, named .svg.
 
   --to CARD           play through a sound card instead of writing OUTPUT; see below
+  --from CARD         capture from a sound card instead of reading INPUT; see below
+  --length SECONDS    how long a sound card is captured from, in place of until Ctrl-C
   --gain X            the factor on every sample, in place of 1
   --sequence STRING   the tree, in place of "( recorder ( fader ( player ) ) )"
   --stream STRING     a connection; given once or more often, in place of
@@ -228,13 +291,29 @@ before the show's own, and a picture of the waveform with the events stands besi
   --fault DEVICE:PHASE:KIND
                       let a device misbehave, to see what comes of it; may be given more often
   --trace FILE        keep what the library and the devices trace
+  --report FILE       write a page about the show, for a browser; see below
   --help              this text
 
-With --to, a speaker is in the place of the recorder. CARD is "jack", or "jack:" and the names of ports, one for each
-channel, such as jack:system:playback_1,system:playback_2. The JACK server must run, and its rate must be that of the
-clips. Its clock paces the show, so that --fast is refused. In a show, a device with kind="speaker" and card="CARD"
-does the same. Its property card:latency is how many seconds of sound are kept ready, 0.2 if it is not set. The
-progress shows how often the sound has run out (underruns), and how many periods the server has called late.
+With --to, a speaker is in the place of the recorder, and with --from a microphone in that of the player. CARD is one of
+  jack                the ports of the card that the JACK server uses, at most two unless the recording has more channels
+  jack:PORT,PORT...   these ports, one for each channel, such as jack:system:playback_1,system:playback_2
+  alsa                the device "default" of ALSA
+  alsa:DEVICE         a device of ALSA, such as alsa:plughw:0; "aplay -L" and "arecord -L" list them
+A JACK server must run for jack, and its rate must be that of the clips. A device of ALSA is set to their rate. It is
+captured from at 48000 samples a second and in stereo, or what is nearest. The clock of the card paces the show, so that
+--fast is refused, and speaker and microphone must both be of JACK or both of ALSA. In a show, devices with
+kind="speaker" or kind="microphone" and card="CARD" do the same.
+
+Ctrl-C ends a microphone's recording, which is then complete as far as it went, with status 0. The waveform of the
+recording is beside it, named .svg. The property speaker:card:latency is how many seconds of sound are kept ready for the
+card, 0.2 if it is not set, and microphone:card:reserve how many may wait for slow devices, 2 if it is not set. The
+progress shows how often there was too little sound for the card (underruns) or sound that was lost (overruns), and how
+many periods the JACK server has called late.
+
+A report is one page of HTML that needs no other file and no network. It shows the waveform with the events, the states
+of the devices, their requests and the loads of pages over time, how late the beats of the clock were, the memory under
+its budget, the levels of the threads, and the tables of the end. It is written after a show that has failed, too, and
+says so first. A show that is refused before its devices are created leaves none.
 
 A fault, such as recorder:start:hangs, has one of these phases:
   open, close         the device is opened or closed

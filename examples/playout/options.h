@@ -34,11 +34,14 @@ struct Options
     std::string input;
     std::string output; ///< may be empty for a show
     std::string to;     ///< place of the sound card that plays; empty for none
+    std::string from;   ///< place of the sound card that captures; empty for none
     std::optional<double> gain;
+    std::optional<double> length; ///< seconds that a microphone captures
     std::optional<std::string> sequence;
     std::vector<std::string> streams;
     std::vector<std::string> properties;
-    std::string trace; ///< empty for none
+    std::string trace;  ///< empty for none
+    std::string report; ///< path of the page; empty for none
     std::optional<int> blockFrames;
     Faults faults;
     bool dumpShow = false;
@@ -47,5 +50,7 @@ struct Options
 
 private:
     bool *findFlag(std::string const &name);
-    void playTo(Show &show) const;
+    void takeFiles(std::vector<std::string> files);
+    bool hasCard() const { return !to.empty() || !from.empty(); }
+    void useCards(Show &show) const;
 };

@@ -45,6 +45,9 @@ public:
     double getBusySeconds() const;
     /// Has the device's thread call a function, and then `performPiece`. Any thread may call it.
     void post(std::function<void()> function);
+    /// Has the device end the recording where it is. Returns false if the recording has an end of
+    /// its own. Any thread may call it.
+    virtual bool endHere() { return false; }
     Metronome const &getMetronome() const { return _metronome; }
 
     void performOpen() override;
@@ -124,6 +127,7 @@ private:
     /// is not the failure of a neighbour.
     void fail(char const *reason, bool isOwn = true);
     void failWithNeighbour();
+    Metronome::OnLateness getOnLateness() const;
     std::optional<Fault::Kind> findFault(Fault::Phase phase) const;
 
     Zv::LiString _name;

@@ -1,6 +1,7 @@
 #include "registration.h"
 
 #include "fader.h"
+#include "microphone.h"
 #include "player.h"
 #include "playoutEx.h"
 #include "recorder.h"
@@ -30,6 +31,8 @@ Registration::Registration(ShowDevice const &device, RCShdPtr<PlayoutJob> const 
             registry.add(makeEntry<Player>(_name, "Reads sound files", job));
         else if (device.kind == "fader")
             registry.add(makeEntry<Fader>(_name, "Applies a gain", job));
+        else if (device.kind == "microphone")
+            registry.add(makeEntry<Microphone>(_name, "Captures from a sound card", job));
         else if (device.kind == "speaker")
             registry.add(makeEntry<Speaker>(_name, "Plays through a sound card", job));
         else

@@ -24,14 +24,16 @@ void ShowDevice::performAttributes(ShowAttributes &attributes)
     attributes.optional("kind", kind);
     if (kind.empty())
         kind = name;
-    if (kind != "player" && kind != "fader" && kind != "recorder" && kind != "speaker")
-        ZV_THROW(PlayoutEx::Client,
-                 ("\"" + kind + "\" is none of player, fader, recorder, speaker").c_str());
+    bool const hasCard = kind == "speaker" || kind == "microphone";
+    if (!hasCard && kind != "player" && kind != "fader" && kind != "recorder")
+        ZV_THROW(
+            PlayoutEx::Client,
+            ("\"" + kind + "\" is none of player, fader, recorder, speaker, microphone").c_str());
     attributes.optional("card", card);
-    if (kind == "speaker" && card.empty())
+    if (hasCard && card.empty())
         card = "jack";
-    if (kind != "speaker" && !card.empty())
-        ZV_THROW(PlayoutEx::Client, "card: only a speaker has one");
+    if (!hasCard && !card.empty())
+        ZV_THROW(PlayoutEx::Client, "card: only a speaker and a microphone have one");
     try {
         if (!card.empty())
             SoundCard::check(card);
@@ -94,27 +96,34 @@ ShowDevice *Show::find(std::string const &kind) const
     return place == devices.end() ? nullptr : place->get();
 }
 
-void Show::complete(bool isPaced, std::string const &sink)
+void Show::complete(bool isPaced, std::string const &source, std::string const &sink)
 {
+    if (devices.empty())
+        for (std::string const &kind : {source, std::string("fader"), sink})
+            devices.push_back(std::make_unique<ShowDevice>(kind));
     if (isPaced && !clock)
         clock = std::make_unique<ShowClock>();
-    if (isPaced && !memory)
+    if (isPaced && !memory && !find("microphone"))
         memory = std::make_unique<ShowMemory>();
-    if (devices.empty())
-        for (std::string const &kind : {std::string("player"), std::string("fader"), sink})
-            devices.push_back(std::make_unique<ShowDevice>(kind));
+    auto const getName = [&](char const *kind, char const *usualName) {
+        ShowDevice const * const device = find(kind);
+        return device ? device->name : usualName;
+    };
+    std::string const first = getName("microphone", "player");
+    std::string const last = getName("speaker", "recorder");
     if (!sequence)
-        sequence = std::make_unique<ShowSequence>("( " + sink + " ( fader ( player ) ) )");
+        sequence = std::make_unique<ShowSequence>("( " + last + " ( fader ( " + first + " ) ) )");
     if (connections.empty())
         for (std::string const &stream :
-             {std::string("player:out push fader:in"), "fader:out push " + sink + ":in"})
+             {first + ":out push fader:in", "fader:out push " + last + ":in"})
             connections.push_back(std::make_unique<ShowConnection>(stream));
 }
 
 void Show::performReadEnd()
 {
-    if (clips.empty())
-        ZV_THROW(PlayoutEx::Client, "a show needs a clip");
+    if (clips.empty() == !find("microphone"))
+        ZV_THROW(PlayoutEx::Client,
+                 clips.empty() ? "a show needs a clip" : "a show with a microphone plays no clips");
     complete(true);
 }
 

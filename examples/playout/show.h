@@ -39,8 +39,8 @@ public:
         : ShowElement("device"), name(kindAndName), kind(kindAndName)
     {}
     std::string name;
-    std::string kind; ///< player, fader, recorder or speaker; the name if it is left out
-    std::string card; ///< place of a speaker's sound card, see `SoundCard::check`
+    std::string kind; ///< such as player; the name if it is left out
+    std::string card; ///< place of a speaker or microphone, see `SoundCard::check`
     std::vector<std::unique_ptr<ShowProperty>> properties;
 
 protected:
@@ -121,10 +121,12 @@ public:
     void setPath(std::string const &path) { _path = path; }
     /// Returns the path of a file that the show names.
     std::string resolve(std::string const &file) const;
-    /// Adds the devices, the sequence and the connections if the show has none. `sink` is the kind
-    /// and name of the device to which they lead. If `isPaced` is set, adds the clock and the
-    /// memory, too.
-    void complete(bool isPaced, std::string const &sink = "recorder");
+    /// Adds the devices, the sequence and the connections if the show has none. Devices that are
+    /// added are one of the kind `source`, a fader and one of the kind `sink`. The sequence and the
+    /// connections lead from the microphone, else the player, through the fader to the speaker, else
+    /// the recorder. If `isPaced` is set, adds the clock and, for a player, the memory, too.
+    void complete(bool isPaced, std::string const &source = "player",
+                  std::string const &sink = "recorder");
     void performReadEnd() override;
     /// Returns the first device of a kind. Returns null if there is none.
     ShowDevice *find(std::string const &kind) const;

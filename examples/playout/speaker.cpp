@@ -31,17 +31,16 @@ Speaker::~Speaker() = default;
 void Speaker::performBegin()
 {
     AudioFormat const &format = getIn().getFormat();
-    if (format.rate != _card.getSampleRate())
-        ZV_THROW(PlayoutEx::Client, ("the recording has " + std::to_string(format.rate) +
-                                     " samples a second, and the sound card takes " +
-                                     std::to_string(_card.getSampleRate()))
-                                        .c_str());
-    _card.openOutput(format.channels, getJob().show.find("speaker")->card);
+    if (getJob().journal)
+        _waveform = std::make_unique<Waveform>(format);
+    _card.openOutput(format, getJob().show.find("speaker")->card);
 }
 
 void Speaker::performTake(RCShdPtr<AudioBlock> const &block)
 {
     _waiting.push_back(block);
+    if (_waveform)
+        _waveform->add(block);
     write();
 }
 
@@ -88,6 +87,8 @@ void Speaker::write()
 void Speaker::performEnd()
 {
     _waiting.clear();
+    if (_waveform)
+        getJob().journal->keep(std::move(_waveform));
     if (!_isDone)
         _card.mute();
 }

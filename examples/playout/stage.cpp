@@ -76,9 +76,9 @@ void Stage::create()
 
 void Stage::build()
 {
-    if (auto const * const speaker = _job->show.find("speaker"))
-        _job->card = SoundCard::open(speaker->card, *_job->timeline);
-    else if (_job->isPaced)
+    if (_job->timeline)
+        _job->card = SoundCard::open(_job->show, *_job->timeline);
+    if (_job->isPaced && !_job->card)
         SeSourceClock::getInstance().setInterval(_job->timeline->getInterval());
     configure();
     connect();
@@ -107,12 +107,26 @@ void Stage::configure()
         appendTree(_tree, children, "");
         _tree.pop_back();
     });
-    for (std::string const needed : {"player", _job->card ? "speaker" : "recorder"})
-        if (auto const count = findAll(needed).size(); count != 1)
-            ZV_THROW(PlayoutEx::Client,
-                     (context + ": it has " + (count ? "more than one " : "no ") + needed).c_str());
-    if (_job->card && !findAll("recorder").empty())
-        ZV_THROW(PlayoutEx::Client, (context + ": it has a recorder and a speaker").c_str());
+    _source = findOne(context, "microphone", "player");
+    static_cast<void>(findOne(context, "speaker", "recorder"));
+}
+
+/// Returns the name of the only device of two kinds. It must be of the second kind if the show has
+/// none of the first.
+std::string Stage::findOne(std::string const &context, std::string const &kind,
+                           std::string const &otherKind) const
+{
+    bool const hasKind = _job->show.find(kind);
+    std::string const &needed = hasKind ? kind : otherKind;
+    auto const names = findAll(needed);
+    if (names.size() != 1)
+        ZV_THROW(
+            PlayoutEx::Client,
+            (context + ": it has " + (names.empty() ? "no " : "more than one ") + needed).c_str());
+    if (hasKind && !findAll(otherKind).empty())
+        ZV_THROW(PlayoutEx::Client,
+                 (context + ": it has a " + otherKind + " and a " + kind).c_str());
+    return names.front();
 }
 
 void Stage::connect()

@@ -49,6 +49,8 @@ public:
     Zv::DevMgrPropertyAcc &properties() const { return *_properties; }
     /// Returns the devices, with the root first.
     Devices const &getDevices() const { return _devices; }
+    /// Returns the name of the player or microphone.
+    std::string const &getSource() const { return _source; }
     /// Returns the names of the devices of a kind, in the order of `getDevices`.
     std::vector<std::string> findAll(std::string const &kind) const;
     /// Returns the device to which the first stream of a device leads. Empty if there is none.
@@ -60,12 +62,15 @@ public:
 
 private:
     void configure();
+    std::string findOne(std::string const &context, std::string const &kind,
+                        std::string const &otherKind) const;
     void connect();
 
     Zv::RCShdPtr<PlayoutJob> _job;
     std::vector<std::unique_ptr<Registration>> _registrations;
     Devices _devices;
     std::string _tree;
+    std::string _source; // its name
     // The order matters: these are destroyed in the reverse order.
     Zv::ObjPtr<Zv::DevMgr> _manager;
     Zv::ObjPtr<Zv::DevMgrStreamAcc> _streams;

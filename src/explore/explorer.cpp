@@ -26,13 +26,31 @@ private:
     std::chrono::steady_clock::time_point const _start = std::chrono::steady_clock::now();
 };
 
+#ifdef ZV_KERNEL_SIMULATED
+/// On the simulated kernel, a program takes more steps.
+constexpr std::uint32_t MORE_STEPS = 4;
+
+/// Returns how many schedules the tests run by each strategy.
+unsigned nbSchedules(Settings const &settings)
+{
+    return settings.onKernel ? settings.onKernel : (settings.schedules + 9) / 10;
+}
+#else
+constexpr std::uint32_t MORE_STEPS = 1;
+
+unsigned nbSchedules(Settings const &settings)
+{
+    return settings.schedules;
+}
+#endif
+
 Options optionsFor(Settings const &settings, Choice choice, std::uint64_t seed)
 {
     Options options;
     options.choice = choice;
     options.seed = seed;
     options.depth = 2 + static_cast<std::uint32_t>(seed / 4 % 4);
-    options.bound = settings.bound;
+    options.bound = MORE_STEPS * settings.bound;
     options.hasty = settings.hasty && seed % 4 >= 2;
     options.stray = settings.stray && seed % 2;
     options.weak = settings.weak;
@@ -131,7 +149,7 @@ std::optional<Schedule> Schedule::fromText(std::string const &text)
         return std::nullopt;
     schedule.scenario = static_cast<unsigned>(found - scenarios.begin());
     Options &options = schedule.options;
-    options.bound = found->settings.bound;
+    options.bound = MORE_STEPS * found->settings.bound;
     options.weak = found->settings.weak;
     options.resources = found->settings.refusals;
     while (std::getline(stream, field, ':')) {
@@ -251,7 +269,7 @@ void Explorer::byAll(Tally &tally, unsigned scenario, std::optional<unsigned> sc
 {
     constexpr unsigned SCHEDULES_FOR_EACH_REFUSAL = 3;
     Settings const &settings = getScenarios()[scenario].settings;
-    unsigned const byChoice = schedules.value_or(settings.schedules);
+    unsigned const byChoice = schedules.value_or(nbSchedules(settings));
     byChance(tally, scenario, Choice::RANDOM, byChoice, seed);
     byChance(tally, scenario, Choice::PRIORITY, byChoice, seed);
     if (settings.preemptions >= 0)

@@ -15,6 +15,8 @@ struct Settings
 {
     /// Number of schedules that the tests run by random choice, and again by priorities.
     unsigned schedules = 300;
+    /// The number on the simulated kernel, or 0 for a tenth. A schedule takes longer there.
+    unsigned onKernel = 0;
     /// All schedules with at most this many pre-emptions are run as well, or none if it is -1. For
     /// programs of a few steps.
     int preemptions = -1;

@@ -44,9 +44,8 @@ std::string shortPath(std::string const &path)
 bool isInner(std::string const &path)
 {
     return path.empty() || path.find("/include/resmgt/") != path.npos ||
-           path.find("/include/zvbase/") != path.npos || path.find("src/platform/") != path.npos ||
-           path.find("src/zvbase/platform/") != path.npos ||
-           path.find("src/explore/") != path.npos;
+           path.find("/include/zvbase/") != path.npos || path.find("src/platform/s") != path.npos ||
+           path.find("src/zvbase/platform/") != path.npos || path.find("src/explore/") != path.npos;
 }
 
 /// Returns the name of a function without its arguments and template arguments.

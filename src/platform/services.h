@@ -368,7 +368,7 @@ Moment readMoment();
 
 } // namespace ZvPlatform
 
-#if defined(_WIN32) || defined(ZV_PLATFORM_SIMULATED)
+#if defined(_WIN32) || (defined(ZV_PLATFORM_SIMULATED) && !defined(ZV_KERNEL_SIMULATED))
 
 namespace ZvPlatform {
 

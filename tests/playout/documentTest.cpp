@@ -235,8 +235,9 @@ TEST_F(DocumentTest, ThatIsNoShowIsRefusedWithItsLine)
     for (std::string const value : {"", "0", "-1", "1.5", "4M", " 1", "99999999999999999999"})
         expectRefusedInside("2: memory: budget: \"" + value + "\" " + bytes,
                             "<memory budget='" + value + "'/>\n");
-    expectRefusedInside("2: device: \"mixer\" is none of player, fader, recorder, speaker",
-                        "<device name='mixer'/>\n");
+    expectRefusedInside(
+        "2: device: \"mixer\" is none of player, fader, recorder, speaker, microphone",
+        "<device name='mixer'/>\n");
     expectRefusedInside("2: event: action: \"stop\" is none of gain, mute, jump",
                         "<event at='00:00:00:00' action='stop' value='1'/>\n");
 }

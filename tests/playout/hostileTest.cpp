@@ -88,7 +88,7 @@ TEST_F(HostileTest, ALongNameDoesNotHideTheReason)
     expectReason(": File name too long", playShow("<show><clip file='" + name + "'/></show>"));
     expectReason(": it has no place in show",
                  playShow("<show><" + name + "/><clip file='in.wav'/></show>"));
-    expectReason(" is none of player, fader, recorder, speaker",
+    expectReason(" is none of player, fader, recorder, speaker, microphone",
                  playShow("<show><device name='" + name + "'/><clip file='in.wav'/></show>"));
     expectReason(": Device name not found in the registry.",
                  playShow("<show><clip file='in.wav'/><sequence tree='( " + name + " )'/></show>"));

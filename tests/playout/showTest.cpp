@@ -100,8 +100,9 @@ TEST_F(ShowTest, HelpListsEveryOption)
     Outcome const outcome = Playout({"--help"}).finish();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
-    for (char const * const option : {"--gain", "--sequence", "--stream", "--property", "--block",
-                                      "--fast", "--realtime", "--dump-show", "--trace", "--help"})
+    for (char const * const option :
+         {"--from", "--length", "--to", "--gain", "--sequence", "--stream", "--property", "--block",
+          "--fast", "--realtime", "--dump-show", "--trace", "--help"})
         EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
 }
 

@@ -118,9 +118,40 @@ void SoundServer::kill()
     ::waitpid(std::exchange(_process, -1), nullptr, 0);
 }
 
+void SoundServer::close(jack_client_t *client)
+{
+    auto const closing = std::async(std::launch::async, [client] { jack_client_close(client); });
+    if (closing.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+        kill();
+}
+
 jack_client_t *SoundServer::openClient(char const *name)
 {
     return jack_client_open(name, JackNoStartServer, nullptr);
+}
+
+SoundTone::SoundTone(SoundServer &server)
+    : _server(server), _client(SoundServer::openClient("tone"))
+{
+    if (!_client)
+        throw std::runtime_error("the server does not answer");
+    _port = jack_port_register(_client, "out_1", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
+    jack_set_process_callback(
+        _client,
+        [](jack_nframes_t count, void *argument) {
+            auto &tone = *static_cast<SoundTone *>(argument);
+            auto * const buffer = static_cast<float *>(jack_port_get_buffer(tone._port, count));
+            for (jack_nframes_t i = 0; i < count; ++i)
+                buffer[i] = tone._last = getNext(tone._last);
+            return 0;
+        },
+        this);
+    EXPECT_EQ(jack_activate(_client), 0);
+}
+
+SoundTone::~SoundTone()
+{
+    _server.close(_client);
 }
 
 SoundCapture::SoundCapture(SoundServer &server, int channels)
@@ -144,9 +175,7 @@ SoundCapture::SoundCapture(SoundServer &server, int channels)
 
 SoundCapture::~SoundCapture()
 {
-    auto const closing = std::async(std::launch::async, [this] { jack_client_close(_client); });
-    if (closing.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
-        _server.kill();
+    _server.close(_client);
 }
 
 std::string SoundCapture::getPlace() const

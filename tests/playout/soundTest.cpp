@@ -1,7 +1,6 @@
 // Tests of the speaker, with a real server of JACK that has a dummy driver.
 
-#include "playoutTest.h"
-#include "soundServer.h"
+#include "soundTest.h"
 
 #include <gmock/gmock.h>
 
@@ -11,13 +10,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <optional>
 
 namespace ZvTest {
 namespace {
@@ -25,71 +22,12 @@ namespace {
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
-constexpr int RATE = SoundServer::RATE;
-constexpr int FRAME = RATE / 25; // samples of a frame of PAL
-constexpr int PCM = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-
-bool isSound(float sample)
-{
-    return sample != 0;
-}
-
-bool hasSound(std::vector<float> const &samples)
-{
-    return std::any_of(samples.begin(), samples.end(), isSound);
-}
-
-/// Returns the samples from the first to the last one that is not 0.
-std::vector<float> getHeard(std::vector<float> const &samples)
-{
-    auto const first = std::find_if(samples.begin(), samples.end(), isSound);
-    auto const last = std::find_if(samples.rbegin(), samples.rend(), isSound).base();
-    return first < last ? std::vector<float>(first, last) : std::vector<float>();
-}
-
 std::vector<float> getSounds(std::vector<float> const &samples)
 {
     std::vector<float> sounds;
     std::copy_if(samples.begin(), samples.end(), std::back_inserter(sounds), isSound);
     return sounds;
 }
-
-class SoundTest : public PlayoutTest
-{
-protected:
-    /// Makes a recording in which no sample is 0. Returns what must be heard.
-    std::vector<float> makeSound(int channels, int frames, int rate = RATE)
-    {
-        Sound sound = make("in.wav", PCM, channels, rate, frames);
-        std::replace(sound.samples.begin(), sound.samples.end(), 0, 1 << 16);
-        write("in.wav", sound);
-        std::vector<float> heard;
-        for (int const sample : sound.samples)
-            heard.push_back(static_cast<float>(sample) / 2147483648.0f);
-        return heard;
-    }
-    void startServer() { _server.emplace(path("")); }
-    /// Plays to the capture. On a busy machine, the sound must not run out.
-    Outcome playTo(SoundCapture const &capture, std::vector<std::string> arguments,
-                   Playout::Surroundings surroundings = {})
-    {
-        for (auto const &more : {std::string("--to"), capture.getPlace(), std::string("--property"),
-                                 std::string("speaker:card:latency=1.5")})
-            arguments.push_back(more);
-        return Playout(arguments, surroundings).finish();
-    }
-    void expectError(std::vector<std::string> const &arguments, int status,
-                     std::string const &message)
-    {
-        auto const before = files();
-        Outcome const outcome = Playout(arguments).finish();
-        EXPECT_EQ(outcome.status, status);
-        EXPECT_EQ(withoutFolder(outcome.err), "zvplayout: " + message + "\n");
-        EXPECT_EQ(files(), before);
-    }
-
-    std::optional<SoundServer> _server;
-};
 
 TEST_F(SoundTest, WhatIsHeardIsTheRecording)
 {
@@ -102,9 +40,12 @@ TEST_F(SoundTest, WhatIsHeardIsTheRecording)
         EXPECT_EQ(outcome.err, "");
         EXPECT_TRUE(getHeard(capture.getSamples()) == expected);
         EXPECT_THAT(outcome.out, HasSubstr("\nplayed 00:00:02:00 to JACK\n"));
-        EXPECT_THAT(outcome.out, ContainsRegex("\n  100 %  .* underruns 0   late [0-9]+\n"));
-        EXPECT_THAT(outcome.out, ContainsRegex("\n  sound card +samples +underruns +silence +late "
-                                               "periods\n  JACK +[0-9]+ +0 +0\\.000 ms +[0-9]+\n"));
+        EXPECT_THAT(outcome.out,
+                    ContainsRegex("\n  100 %  .* underruns 0   overruns 0   late [0-9]+\n"));
+        EXPECT_THAT(outcome.out,
+                    ContainsRegex(
+                        "\n  sound card +samples +underruns +silence +overruns +lost +late periods"
+                        "\n  JACK +[0-9]+ +0 +0\\.000 ms +0 +0\\.000 ms +[0-9]+\n"));
     }
 }
 
@@ -115,6 +56,8 @@ TEST_F(SoundTest, TheCardPacesTheShow)
     SoundCapture const capture(*_server, 1);
     Outcome const outcome = playTo(capture, {path("in.wav")});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
+    // More than the ring has room for.
+    EXPECT_TRUE(getHeard(capture.getSamples()) == expected);
     long long samples = 0;
     long beats = 0;
     auto const card = outcome.out.find("\n  JACK ");
@@ -249,6 +192,7 @@ TEST_F(SoundTest, TheShowEndsInOrderIfTheServerStandsStill)
     EXPECT_TRUE(capture.waitUntil(hasSound));
     _server->signal(SIGSTOP);
     Outcome const outcome = playout.finish();
+    _server->kill(); // it would not answer when the capture leaves
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "zvplayout: the JACK server does not go on\n");
     EXPECT_THAT(outcome.out, testing::Not(HasSubstr("left behind")));
@@ -330,27 +274,33 @@ TEST_F(SoundTest, WhatTheServerDoesNotHaveIsRefused)
 TEST_F(SoundTest, InvalidOptionsAreRefused)
 {
     makeSound(1, 100);
-    std::string const usage = "\nzvplayout --help lists what it takes";
-    expectError({path("in.wav"), "--to", "tape"}, 2,
-                "--to: \"tape\" is none of jack, jack:PORT,PORT..." + usage);
-    expectError({path("in.wav"), path("out.wav"), "--to", "jack"}, 2,
-                "--to plays, so that there is no OUTPUT" + usage);
-    expectError({path("in.wav"), "--to", "jack", "--fast"}, 2,
-                "--fast: a speaker plays at the pace of its sound card" + usage);
-    expectError({path("in.wav"), "--to", "jack", "--block", "7"}, 2,
-                "--block: the blocks of a show are the frames of its clock" + usage);
-    expectError({"--to", "jack"}, 2, "an INPUT is needed" + usage);
+    for (std::string const place : {"tape", "jacks", "Jack:system:playback_1", ""})
+        expectUsage({path("in.wav"), "--to", place},
+                    "--to: \"" + place +
+                        "\" is none of jack, jack:PORT,PORT..., alsa, alsa:DEVICE");
+    expectUsage({path("in.wav"), "--to", "jack:"}, "--to: \"jack:\" has no port behind the colon");
+    for (std::string const place : {"jack:,a", "jack:a,", "jack:a,,b"})
+        expectUsage({path("in.wav"), "--to", place},
+                    "--to: \"" + place + "\" has a port without a name");
+    expectUsage({path("in.wav"), path("out.wav"), "--to", "jack"},
+                "--to plays, so that there is no OUTPUT");
+    expectUsage({path("in.wav"), "--to", "jack", "--fast"},
+                "--fast: a sound card has a pace of its own");
+    expectUsage({path("in.wav"), "--to", "jack", "--block", "7"},
+                "--block: the blocks of a show are the frames of its clock");
+    expectUsage({path("in.wav"), "--to", "jack", "--length", "1"},
+                "--length: the show has no microphone");
+    expectUsage({"--to", "jack"}, "an INPUT is needed");
     auto const refuse = [&](std::string const &device, std::string const &reason) {
         writeText("show.xml", "<show>\n" + device + "<clip file='in.wav'/></show>");
         expectError({path("show.xml")}, 1, "%show.xml:2: device: " + reason);
     };
-    refuse("<device name='fader' card='jack'/>", "card: only a speaker has one");
-    refuse("<device name='speaker' card='jack:'/>",
-           "card: \"jack:\" is none of jack, jack:PORT,PORT...");
+    refuse("<device name='fader' card='jack'/>", "card: only a speaker and a microphone have one");
+    refuse("<device name='speaker' card='jack:'/>", "card: \"jack:\" has no port behind the colon");
     writeText("show.xml", "<show><device name='player'/><device name='speaker'/><sequence "
                           "tree='( player speaker )'/><clip file='in.wav'/></show>");
-    expectError({path("show.xml"), path("out.wav")}, 2,
-                "the show has a speaker, so that there is no OUTPUT" + usage);
+    expectUsage({path("show.xml"), path("out.wav")},
+                "the show has a speaker, so that there is no OUTPUT");
 }
 
 } // namespace

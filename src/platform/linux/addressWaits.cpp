@@ -2,6 +2,7 @@
 // order in which they began to wait. A bucket serves many addresses.
 #include "platform/common/waitList.h"
 #include "platform/linux/object.h"
+#include "zvbase/platform/interlocked.h"
 
 #include <cstring>
 
@@ -12,8 +13,8 @@ namespace {
 struct alignas(64) Bucket
 {
     Lock lock;
-    std::atomic<std::uint32_t> waiters{0};
-    std::atomic<SpinCredit> spin{};
+    Shared<std::uint32_t> waiters{0};
+    Shared<SpinCredit> spin{};
     WaitList<Waiter> list;
 };
 
@@ -29,6 +30,7 @@ bool equal(void const volatile *address, void const *compare, SIZE_T size)
 {
     auto const same = [&](auto number) {
         using Number = decltype(number);
+        Interlocked::schedulingPoint();
         ::memcpy(&number, compare, sizeof number);
         return __atomic_load_n(static_cast<Number const volatile *>(address), __ATOMIC_SEQ_CST) ==
                number;

@@ -133,8 +133,8 @@ private:
         return true;
     }
 
-    std::atomic<std::uintptr_t> _segments[SEGMENTS] = {};
-    std::atomic<std::size_t> _used{0};
+    Shared<std::uintptr_t> _segments[SEGMENTS] = {};
+    Shared<std::size_t> _used{0};
     T *_free = nullptr;
     Lock _lock;
 };

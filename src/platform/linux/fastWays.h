@@ -4,9 +4,8 @@
 // whole call.
 #pragma once
 
+#include "zvbase/platform/shared.h"
 #include "zvbase/platform/types.h"
-
-#include <atomic>
 
 #pragma GCC visibility push(default)
 
@@ -56,9 +55,9 @@ struct Section
     /// A bit of `word` that thread numbers do not have.
     static constexpr std::uint32_t SLEEPERS = 1;
 
-    std::atomic<std::uint32_t> word{0}; ///< the owner's number, and SLEEPERS if a thread may sleep
-    std::uint32_t again = 0;            ///< how often the owner has entered beyond the first time
-    std::atomic<SpinCredit> spin{};
+    Shared<std::uint32_t> word{0}; ///< the owner's number, and SLEEPERS if a thread may sleep
+    std::uint32_t again = 0;       ///< how often the owner has entered beyond the first time
+    Shared<SpinCredit> spin{};
 };
 static_assert(sizeof(Section) <= sizeof(CriticalSection));
 
@@ -87,7 +86,7 @@ inline constexpr Word FREE_MUTEX = 1;
 /// The beginning of every object that a handle points to.
 struct ObjectHead
 {
-    std::atomic<Word> word{0};
+    Shared<Word> word{0};
     /// How often the owner of a mutex has taken it beyond the first time. Only the owner touches
     /// it.
     std::uint32_t again = 0;

@@ -2,8 +2,7 @@
 #pragma once
 
 #include "platform/linux/kernel.h"
-
-#include <atomic>
+#include "zvbase/platform/shared.h"
 
 namespace ZvPlatform::Linux {
 
@@ -45,7 +44,7 @@ public:
 private:
     void lockSlowly();
 
-    std::atomic<std::uint32_t> _word{0};
+    Shared<std::uint32_t> _word{0};
 };
 
 class Locked

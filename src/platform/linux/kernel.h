@@ -1,8 +1,13 @@
 // Linux as the services use it: every call of the system and of the threads of the C library.
 //
 // No other file of this folder calls the system. `tests/architecture` checks that. All functions
-// are inline and do nothing but their call, so that the seam costs nothing.
+// are inline and do nothing but their call, so that the seam costs nothing. If the kernel is
+// simulated, they are those of simulatedKernel/kernel.h.
 #pragma once
+
+#ifdef ZV_KERNEL_SIMULATED
+#include "platform/simulatedKernel/kernel.h"
+#else
 
 #include "platform/common/clock.h"
 
@@ -560,3 +565,5 @@ inline bool getVersion(Version &version)
 }
 
 } // namespace ZvPlatform::Linux::Kernel
+
+#endif

@@ -13,7 +13,7 @@
 #endif
 
 #if defined(__GLIBC__) && (defined(__x86_64__) || defined(__aarch64__)) &&                         \
-    !defined(ZV_THREAD_SANITIZED)
+    !defined(ZV_THREAD_SANITIZED) && !defined(ZV_KERNEL_SIMULATED)
 #define ZV_SHARED_SIGNAL
 #endif
 

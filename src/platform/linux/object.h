@@ -89,7 +89,7 @@ struct alignas(64) Object : ObjectHead
         ThreadState thread;
         SharedState shared;
     };
-    std::atomic<SpinCredit> spin{};
+    Shared<SpinCredit> spin{};
 };
 static_assert(sizeof(Object) == 64);
 

@@ -12,13 +12,13 @@ constinit Lock schedulingLock;
 
 namespace {
 
-constinit std::atomic<DWORD> processClass{NORMAL_PRIORITY_CLASS};
+constinit Shared<DWORD> processClass{NORMAL_PRIORITY_CLASS};
 /// Counts the changes that a new thread could inherit.
-constinit std::atomic<std::uint32_t> generation{0};
+constinit Shared<std::uint32_t> generation{0};
 /// The processors of the process are those of its main thread, until that thread is placed. Their
 /// set at that time is kept here.
 constinit Kernel::ProcessorSet setBefore{};
-constinit std::atomic<bool> isMainPlaced{false};
+constinit Shared<bool> isMainPlaced{false};
 
 constexpr int HIGHEST_BASE = 31;
 constexpr int NORMAL_BASE = 8;

@@ -12,11 +12,10 @@ struct SharedSegment
 {
     /// The count is in the lower half, the number of sleepers in the upper half. A post therefore
     /// learns of sleepers by the access that adds its units.
-    std::atomic<std::uint64_t> state;
+    Shared<std::uint64_t> state;
     std::uint32_t maximum;
     char file[256];
 };
-static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
 namespace {
 

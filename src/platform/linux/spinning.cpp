@@ -8,7 +8,7 @@ namespace {
 
 /// The cost of a sleep in this process. The samples of all threads are mixed without a lock, and a
 /// lost one does no harm.
-constinit std::atomic<Instant> sleepCost{0};
+constinit Shared<Instant> sleepCost{0};
 
 } // namespace
 

@@ -73,8 +73,8 @@ constexpr SpinCredit afterShortSleep(SpinCredit credit)
 /// The last call that was to wake a thread.
 struct Call
 {
-    std::atomic<Instant> at{0};
-    std::atomic<int> from{-1}; ///< the processor
+    Shared<Instant> at{0};
+    Shared<int> from{-1}; ///< the processor
 
     /// Notes a call that the calling thread is about to make.
     void note();
@@ -85,7 +85,7 @@ class Spin
 {
 public:
     /// `call` notes the call that ends the sleep, and `start` is the present time.
-    Spin(std::atomic<SpinCredit> &credit, Call const &call, Instant start)
+    Spin(Shared<SpinCredit> &credit, Call const &call, Instant start)
         : _credit(credit),
           _call(call),
           _start(start),
@@ -134,7 +134,7 @@ private:
             _credit.store(credit, std::memory_order_relaxed);
     }
 
-    std::atomic<SpinCredit> &_credit;
+    Shared<SpinCredit> &_credit;
     Call const &_call;
     Instant const _start;
     Instant _sleepsSince;

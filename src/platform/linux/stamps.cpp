@@ -4,8 +4,6 @@
 #include "platform/linux/futex.h"
 #include "platform/services.h"
 
-#include <atomic>
-
 namespace ZvPlatform {
 
 using namespace Linux;
@@ -20,13 +18,14 @@ enum class Source : std::uint8_t
 };
 
 /// All stamps of the process have the same source.
-constinit std::atomic<Source> source{Source::UNDECIDED};
+constinit Shared<Source> source{Source::UNDECIDED};
 
 [[gnu::cold]] std::uint64_t decideAndRead()
 {
     Source undecided = Source::UNDECIDED;
     source.compare_exchange_strong(undecided,
-                                   Kernel::hasTrustedCounter() ? Source::COUNTER : Source::CLOCK);
+                                   Kernel::hasTrustedCounter() ? Source::COUNTER : Source::CLOCK,
+                                   std::memory_order_relaxed);
     return readStamp();
 }
 

@@ -25,7 +25,7 @@ struct Waiter
 
     Waiter *next = nullptr;
     Waiter *previous = nullptr;
-    std::atomic<std::uint32_t> park{0};
+    Shared<std::uint32_t> park{0};
     ThreadNumber number = 0;
     DWORD result = 0;
     // Guarded by the queue, like the links.
@@ -38,7 +38,7 @@ struct Waiter
     void const *address = nullptr;
     /// A word other than `park` on which the thread sleeps, or is about to sleep. A killer wakes
     /// the thread there.
-    std::atomic<void const *> sleepsOn{nullptr};
+    Shared<void const *> sleepsOn{nullptr};
     Call call;
 };
 
@@ -51,12 +51,12 @@ struct alignas(64) Thread
     Thread *nextFree = nullptr;
     /// How many use the block: the thread until it has ended, and its object. A thread number is
     /// not reused while a handle is open.
-    std::atomic<std::uint32_t> holders{0};
+    Shared<std::uint32_t> holders{0};
     Waiter waiter;
     ThreadNumber number = 0;
     /// The kernel's number of the thread. 0 before the thread has begun and after its end. Set to 0
     /// under `schedulingLock`.
-    std::atomic<std::uint32_t> kernelId{0};
+    Shared<std::uint32_t> kernelId{0};
     /// The object of the thread's handle, or null if there is none yet. Written by the thread
     /// itself, or before it begins.
     Object *object = nullptr;
@@ -65,11 +65,11 @@ struct alignas(64) Thread
     bool created = false;
     DWORD exitCode = 0;
     /// The exit code of a thread that is being killed, with the bit SENTENCED, otherwise 0.
-    std::atomic<std::uint64_t> dying{0};
+    Shared<std::uint64_t> dying{0};
     LPTHREAD_START_ROUTINE function = nullptr;
     void *argument = nullptr;
 
-    std::atomic<int> level{THREAD_PRIORITY_NORMAL};
+    Shared<int> level{THREAD_PRIORITY_NORMAL};
     /// The generation of the scheduling when the thread was made. What the thread inherited is
     /// known as long as the generation has not changed.
     std::uint32_t generation = 0;
@@ -155,7 +155,7 @@ private:
 inline void sleepOn(Service &service, void const *word, std::uint32_t value, Instant deadline,
                     Scope scope = Scope::PRIVATE)
 {
-    std::atomic<void const *> &place = service.thread().waiter.sleepsOn;
+    Shared<void const *> &place = service.thread().waiter.sleepsOn;
     place.store(word, std::memory_order_seq_cst);
     if (!service.killed())
         futexWait(word, value, deadline, scope);

@@ -26,7 +26,7 @@ namespace {
 constexpr std::size_t DEFAULT_STACK = 1024 * 1024;
 
 constinit Lock setUpLock;
-constinit std::atomic<bool> isSetUp{false};
+constinit Shared<bool> isSetUp{false};
 Kernel::EndKey endKey;
 std::size_t stackOverhead;
 

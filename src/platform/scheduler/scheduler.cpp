@@ -256,8 +256,15 @@ void Scheduler::point(Step const &step, bool hasYielded)
     if (!hasYielded)
         _yields = 0;
     _record->digest = mix(mix(_record->digest, thread.serial), step.what);
-    if (!isTracing())
-        return;
+    if (isTracing())
+        trace(step);
+    arrived(thread);
+}
+
+/// Writes a step that the calling thread takes.
+void Scheduler::trace(Step const &step)
+{
+    Task const &thread = *self;
     Unseen const unseen;
     char *text = _line;
     char * const end = _line + sizeof _line - 2;
@@ -334,6 +341,12 @@ Instant Scheduler::nextDeadline()
         consider(dueTime(thread));
     });
     return next;
+}
+
+void Scheduler::pass(Instant time)
+{
+    _now += time;
+    _record->time = _now;
 }
 
 void Scheduler::advance()
@@ -430,6 +443,14 @@ void Scheduler::begin(Options const &options, Record &record)
 void Scheduler::end(LeftOver const &leftOver)
 {
     point({"end"});
+    for (bool isAnyEnding = true; isAnyEnding;) {
+        isAnyEnding = false;
+        forEach([&](Task &thread) {
+            isAnyEnding = isAnyEnding || (thread.state != Task::ENDED && isEnding(thread));
+        });
+        if (isAnyEnding)
+            point({"end"}, true);
+    }
     unsigned alive = 0;
     char const *locked = nullptr;
     forEach([&](Task &thread) {

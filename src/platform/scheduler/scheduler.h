@@ -25,7 +25,7 @@ public:
 
     void begin(Options const &, Record &);
     void end(LeftOver const &);
-    bool isRunning() const { return _record != nullptr; }
+    bool isRunning() const { return _record && !_suspended; }
 
     /// Point of the schedule: other threads may run before the calling thread takes a step.
     void point(Step const &, bool hasYielded = false);
@@ -53,6 +53,11 @@ public:
 
     Instant now() const { return _now; }
     Instant deadlineAfter(DWORD milliseconds) const;
+    /// Lets time pass for the calling thread, which computes.
+    void pass(Instant time);
+    /// Suspends the simulation if `change` is 1, and resumes it if that is -1. Meanwhile no call is a
+    /// point of the schedule.
+    void suspend(int change) { _suspended += change; }
 
     bool isRefused(Resource);
     void allowRefusals(int change) { _refusals += change; }
@@ -85,6 +90,7 @@ private:
     void handOver(Task &to);
     void receive();
     void judgeStated();
+    void trace(Step const &);
     void trace(char const *format, ...) __attribute__((format(printf, 2, 3)));
 
     Options _options;
@@ -97,6 +103,7 @@ private:
     std::uint32_t _serial = 0;
     std::uint32_t _spinning = 0;
     std::uint32_t _yields = 0;
+    int _suspended = 0;
     int _refusals = 0;               ///< number of `MayBeRefused` objects
     std::uint32_t _objects = 0;      ///< number of objects at the beginning
     std::uint32_t _latestObject = 0; ///< serial number of the latest object at the beginning

@@ -110,6 +110,7 @@ void begin(Options const &options, Record &record)
     if (hasFirst) {
         mine = self;
         mine->pthread = ::pthread_self();
+        tookPlace();
     }
     scheduler.begin(options, record);
     std::set_terminate(onTerminate);

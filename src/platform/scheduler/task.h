@@ -17,7 +17,7 @@ inline constexpr unsigned FRAMES = 24;
 /// A call stack as return addresses, the innermost first.
 struct Place
 {
-    void *frames[FRAMES];
+    void *frames[FRAMES] = {};
     unsigned count = 0;
 };
 
@@ -66,6 +66,10 @@ Task &currentTask();
 /// Returns the task of the first thread of the process, which has called the layer for the first
 /// time.
 Task &adoptFirst();
+/// Called when the calling thread has taken the place of the first thread, as `begin` does.
+void tookPlace();
+/// Called before a task goes on behind a point of the schedule.
+void arrived(Task &);
 /// Carries out a task that has begun, up to its end.
 void execute(Task &);
 /// Called when the scheduler has joined the thread of an ended task, which it forgets.
@@ -78,6 +82,8 @@ Instant dueTime(Task const &);
 /// Called when time has advanced.
 void timeHasAdvanced();
 
+/// Returns whether a task is about to end, so that it soon is no longer alive.
+bool isEnding(Task const &);
 /// Returns which lock a task holds, as "a mutex is held", or null.
 char const *lockHeldBy(Task const &);
 /// Returns the number of objects.

@@ -1,5 +1,6 @@
 #include "resmgt/deviceProtocol/devANOFifo.h"
 
+#include "resmgt/deviceProtocol/devANOTrace.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threadExtensions/mtContainer.imp.h"
 #include "zvbase/failures.h"
@@ -45,6 +46,7 @@ void DevANOFifo::add(DevANOQueueEntry &entry, void (DevANOQueue::*how)(DevANOQue
 {
     if (entry.isNull())
         RCExUtil::throwExNullPtr(); // here, not on the thread that would execute it
+    DevANOTrace::Sending const sending(*entry.get());
     try {
         (_queue.*how)(entry);
     } catch (...) { // thrown by an observer: the request is queued

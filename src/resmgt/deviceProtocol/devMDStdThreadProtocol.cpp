@@ -1,5 +1,6 @@
 #include "resmgt/deviceProtocol/devMDStdThreadProtocol.h"
 
+#include "resmgt/deviceProtocol/devANOTrace.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/exBase.h"
 #include "zvbase/platform/interlocked.h"
@@ -12,6 +13,7 @@ namespace {
 
 void execute(ObjPtr<DevANO> ano)
 {
+    DevANOTrace::Execution const execution(*ano);
     try {
         ano->performExecute();
     } catch (...) {

@@ -1,6 +1,7 @@
 #include "resmgt/locks/lkLock.h"
 
 #include "platform/services.h"
+#include "zvbase/traceEvents.h"
 
 #include <ostream>
 
@@ -28,7 +29,10 @@ bool LkLockWindows::lock() const
 
 bool LkLockWindows::lockSlowly() const
 {
-    ::EnterCriticalSection(&_section);
+    {
+        TraceEvents::LockWait const wait(_name);
+        ::EnterCriticalSection(&_section);
+    }
     storeRelease(_isLocked, true);
     return true;
 }

@@ -6,6 +6,7 @@
 #include "resmgt/locks/mtUtil.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/traceEvents.h"
 
 #include <ostream>
 
@@ -84,6 +85,7 @@ bool LkMutexWindows::lock() const
 
 bool LkMutexWindows::lockSlowly() const
 {
+    TraceEvents::LockWait const wait(_name);
     if (waitFor(INFINITE) != WAIT_OBJECT_0)
         failLock();
     updateLockingThreadId();

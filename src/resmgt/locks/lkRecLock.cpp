@@ -3,6 +3,7 @@
 #include "platform/services.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "zvbase/platform/interlocked.h"
+#include "zvbase/traceEvents.h"
 
 #include <ostream>
 
@@ -29,6 +30,7 @@ bool LkRecLockWindows::lock() const
 
 bool LkRecLockWindows::lockSlowly() const
 {
+    TraceEvents::LockWait const wait(_name);
     ::EnterCriticalSection(&_section);
     return counted();
 }

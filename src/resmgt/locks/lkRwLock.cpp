@@ -1,6 +1,7 @@
 #include "resmgt/locks/lkRwLock.h"
 
 #include "zvbase/platform/interlocked.h"
+#include "zvbase/traceEvents.h"
 
 #include <ostream>
 
@@ -90,6 +91,7 @@ bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 bool LkRwLock::readLockSlowly() const
 {
+    TraceEvents::LockWait const wait(_name);
     LkGuard const guard(_lock);
     Word word = loadRelaxed(_rwLock);
     for (;;) {
@@ -114,6 +116,7 @@ bool LkRwLock::readLockSlowly() const
 
 bool LkRwLock::writeLockSlowly() const
 {
+    TraceEvents::LockWait const wait(_name);
     LkGuard const guard(_lock);
     Word word = loadRelaxed(_rwLock);
     for (;;) {

@@ -17,6 +17,7 @@
 #include "zvbase/lgTrace.h"
 #include "zvbase/platform/interlocked.h"
 #include "zvbase/trace.h"
+#include "zvbase/traceEvents.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -330,6 +331,7 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     setCancelable(false, false);
     describeCallingThread(_priority.getName());
+    TraceEvents::nameThread(_priority.getName().getChars());
     _loggerRun = MtLogger::getRun();
     _logQueue = nullptr;
     asMemoryAllows([this] { _logQueue = MtLogger::enterThread(); });

@@ -2,7 +2,11 @@
 //
 // If ZV_REFUSE is "CALL K", the K-th call of that name fails. If it is "CALL K on", the K-th call
 // and all later ones fail. Each refusal adds a byte to the file that ZV_REFUSALS names.
+//
+// A device of ALSA that refuses "writei" or "readi" has run out of samples or of room. One that
+// refuses "writei-gone" or "readi-gone" was unplugged.
 
+#include <alsa/asoundlib.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -17,6 +21,8 @@ namespace {
 
 std::atomic<int> nbThreads = 0;
 std::atomic<int> nbSyncs = 0;
+std::atomic<int> nbMoves = 0; // of samples of ALSA
+std::atomic<int> nbMovesToGone = 0;
 
 bool isRefused(char const *call, std::atomic<int> &count)
 {
@@ -37,6 +43,12 @@ bool isRefused(char const *call, std::atomic<int> &count)
     return true;
 }
 
+/// Returns the error with which a device of ALSA refuses to move samples, or 0.
+int getRefusal(char const *call, char const *callIfGone)
+{
+    return isRefused(call, nbMoves) ? -EPIPE : isRefused(callIfGone, nbMovesToGone) ? -ENODEV : 0;
+}
+
 } // namespace
 
 extern "C" {
@@ -44,6 +56,9 @@ extern "C" {
 int __real_pthread_create(pthread_t *thread, pthread_attr_t const *attributes,
                           void *(*body)(void *), void *argument);
 int __real_fsync(int descriptor);
+snd_pcm_sframes_t __real_snd_pcm_writei(snd_pcm_t *pcm, void const *samples,
+                                        snd_pcm_uframes_t frames);
+snd_pcm_sframes_t __real_snd_pcm_readi(snd_pcm_t *pcm, void *samples, snd_pcm_uframes_t frames);
 
 int __wrap_pthread_create(pthread_t *thread, pthread_attr_t const *attributes,
                           void *(*body)(void *), void *argument)
@@ -60,5 +75,18 @@ int __wrap_fsync(int descriptor)
         return -1;
     }
     return __real_fsync(descriptor);
+}
+
+snd_pcm_sframes_t __wrap_snd_pcm_writei(snd_pcm_t *pcm, void const *samples,
+                                        snd_pcm_uframes_t frames)
+{
+    int const refusal = getRefusal("writei", "writei-gone");
+    return refusal ? refusal : __real_snd_pcm_writei(pcm, samples, frames);
+}
+
+snd_pcm_sframes_t __wrap_snd_pcm_readi(snd_pcm_t *pcm, void *samples, snd_pcm_uframes_t frames)
+{
+    int const refusal = getRefusal("readi", "readi-gone");
+    return refusal ? refusal : __real_snd_pcm_readi(pcm, samples, frames);
 }
 }
