@@ -131,7 +131,8 @@ def shareComments(lines):
             i += 1
         i += 1
         text = re.sub(r"\[\[.*?\]\]|\b(requires|noexcept|explicit)\(", "", " ".join(lines[start:i]).split(" {")[0])
-        function = re.search(r"\b([a-z]\w*)\((?!\*)", text)
+        function = re.search(r"\b([a-z]\w*)\((?!\*)", text) or \
+            re.match(r"\s*(?:explicit |constexpr )*([A-Z]\w*)\((?!\1)", text) # a constructor, not of a copy
         if isDocumented:
             name = function and function[1]
             known.add(name)
