@@ -28,7 +28,7 @@ private:
 
 #ifdef ZV_KERNEL_SIMULATED
 /// On the simulated kernel, a program takes more steps.
-constexpr std::uint32_t MORE_STEPS = 4;
+constexpr std::uint32_t MORE_STEPS = 8;
 #else
 constexpr std::uint32_t MORE_STEPS = 1;
 #endif
@@ -40,6 +40,7 @@ Options optionsFor(Settings const &settings, Choice choice, std::uint64_t seed)
     options.seed = seed;
     options.depth = 2 + static_cast<std::uint32_t>(seed / 4 % 4);
     options.bound = MORE_STEPS * settings.bound;
+    options.haste *= MORE_STEPS;
     options.hasty = settings.hasty && seed % 4 >= 2;
     options.stray = settings.stray && seed % 2;
     options.weak = settings.weak;
@@ -134,6 +135,7 @@ std::optional<Schedule> Schedule::fromText(std::string const &text)
     Options &options = schedule.options;
     options.bound = MORE_STEPS * found->settings.bound;
     options.weak = found->settings.weak;
+    options.haste *= MORE_STEPS;
     options.resources = found->settings.refusals;
     while (std::getline(stream, field, ':')) {
         auto const equals = field.find('=');
@@ -287,9 +289,8 @@ std::string Explorer::tell(Finding const &finding)
     std::size_t start = text.size() - report.size();
     for (std::size_t lines = 0; lines <= LAST_LINES && start != 0; ++lines)
         start = text.rfind('\n', start - 1) == text.npos ? 0 : text.rfind('\n', start - 1);
-    return finding.kind + " in " + finding.schedule.toText() +
-           "\nagain, step by step: ./run explore --replay '" + finding.schedule.toText() + "'\n" +
-           text.substr(start);
+    return finding.kind + " in " + finding.schedule.toText() + "\nagain, step by step: " + REPLAY +
+           finding.schedule.toText() + "'\n" + text.substr(start);
 }
 
 } // namespace Zv::Simulated

@@ -9,6 +9,13 @@
 
 namespace Zv::Simulated {
 
+/// The command that runs a schedule again, up to its name.
+#ifdef ZV_KERNEL_SIMULATED
+inline constexpr char REPLAY[] = "./run explore --kernel --replay '";
+#else
+inline constexpr char REPLAY[] = "./run explore --replay '";
+#endif
+
 /// A schedule. It can be run again from its text, such as `Name:random:seed=7:hasty`.
 struct Schedule
 {
