@@ -109,6 +109,10 @@ def trace_rows():
         for counter, title, limit in (("median", "median", medians[pace]), ("p999", "99.9 %", 1.0)):
             rows.append(Row(f"trace line, {pace}, {title}: Trace / spdlog", f"trace {pace}/ours/real_time#{counter}",
                             f"trace {pace}/spdlog/real_time#{counter}", limit=limit))
+    for pace in ("burst", "steady"):
+        rows.append(Row(f"trace event, {pace}, median: TraceEvents / trace line",
+                        f"trace {pace}/event/real_time#median", f"trace {pace}/ours/real_time#median", 1.0))
+    rows.append(Row("trace event that is off: TraceEvents / empty loop", "trace event/off", "trace event/empty loop", limit=0.003))
     return rows
 
 

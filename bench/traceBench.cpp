@@ -1,6 +1,8 @@
 // Cost of a line of the trace for the thread that writes it. Both subjects write the same text to
 // /dev/null.
 //
+// An event of a `TraceSession` is compared with a line, and with an empty loop if no session runs.
+//
 // In a burst, as many lines as fit into the queues of both follow one another. Between two bursts
 // the readers empty the queues. At a steady pace a line is written every tenth of a millisecond,
 // when the reader sleeps again.
@@ -10,6 +12,8 @@
 #include "zvbase/lgLog.h"
 #include "zvbase/lgTrace.h"
 #include "zvbase/trace.h"
+#include "zvbase/traceEvents.h"
+#include "zvbase/traceSession.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -54,6 +58,30 @@ public:
 
 private:
     TraceLevel &_level;
+};
+
+/// The events of a session: a slice for each number.
+class OurEvents
+{
+public:
+    OurEvents() : _session(NOWHERE, {}) {}
+    void write(int number)
+    {
+        TraceEvents::Slice slice("bench", "block", "recorder");
+        slice.setValue("number", number);
+    }
+    /// Gives the session time before its memory is full.
+    void empty()
+    {
+        constexpr int BURSTS_THAT_FIT = TraceSession::CAPACITY / LINES_IN_A_BURST - 1;
+        if (++_nbBursts % BURSTS_THAT_FIT == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        ZV_ASSERT(_session.getNbLost() == 0);
+    }
+
+private:
+    TraceSession _session;
+    int _nbBursts = 0;
 };
 
 /// spdlog, with a queue that never blocks the writer, like the trace.
@@ -156,6 +184,24 @@ void steady(benchmark::State &state)
     costs.report(state);
 }
 
+void emptyLoop(benchmark::State &state)
+{
+    for (auto _ : state)
+        benchmark::ClobberMemory();
+}
+
+void eventThatIsOff(benchmark::State &state)
+{
+    for (auto _ : state) {
+        TraceEvents::Slice const slice("bench", "block");
+        benchmark::ClobberMemory();
+    }
+}
+
+BENCHMARK(emptyLoop)->Name("trace event/empty loop");
+BENCHMARK(eventThatIsOff)->Name("trace event/off");
+BENCHMARK(burst<OurEvents>)->Name("trace burst/event")->Iterations(1)->UseRealTime();
+BENCHMARK(steady<OurEvents>)->Name("trace steady/event")->Iterations(1)->UseRealTime();
 BENCHMARK(burst<OurTrace>)->Name("trace burst/ours")->Iterations(1)->UseRealTime();
 BENCHMARK(burst<Spdlog>)->Name("trace burst/spdlog")->Iterations(1)->UseRealTime();
 BENCHMARK(steady<OurTrace>)->Name("trace steady/ours")->Iterations(1)->UseRealTime();

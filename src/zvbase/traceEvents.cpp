@@ -162,6 +162,19 @@ std::int64_t TraceEvents::readClock() noexcept
     return now.QuadPart;
 }
 
+void TraceEvents::Slice::begin(char const *category, char const *name,
+                               std::string_view detail) noexcept
+{
+    _category = category;
+    _name = name;
+    _detail = detail;
+    _flow = 0;
+    _kind = TraceRecord::SLICE;
+    _valueName = nullptr;
+    _value = 0;
+    _begin = readStamp();
+}
+
 void TraceEvents::Slice::write() noexcept
 {
     if (!isOn())

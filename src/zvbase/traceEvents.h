@@ -99,10 +99,9 @@ class ZVBASE_EXPORT TraceEvents::Slice
 public:
     /// `detail` is shown with the slice, and must exist as long as this object.
     Slice(char const *category, char const *name, std::string_view detail = {}) noexcept
-        : _category(category), _name(name), _detail(detail)
     {
         if (isOn()) [[unlikely]]
-            _begin = readStamp();
+            begin(category, name, detail);
     }
     ~Slice()
     {
@@ -125,16 +124,17 @@ private:
     friend class TraceFlow;
     friend class TraceEvents::LockWait;
 
+    void begin(char const *category, char const *name, std::string_view detail) noexcept;
     void write() noexcept;
 
+    std::uint64_t _begin = 0; // the others are set only if this is not 0
     char const *_category;
     char const *_name;
     std::string_view _detail;
-    std::uint64_t _begin = 0;
-    std::uint64_t _flow = 0;
-    std::uint8_t _kind = 0;
-    char const *_valueName = nullptr;
-    std::int64_t _value = 0;
+    std::uint64_t _flow;
+    std::uint8_t _kind;
+    char const *_valueName;
+    std::int64_t _value;
 };
 
 /// A wait for a lock. Construct it when the lock is found to be taken, and destroy it when the

@@ -191,7 +191,9 @@ void TraceJson::appendSlice(std::string &text, TraceRecord const &record)
         if (record.detailLength)
             text += "\"detail\":" + quote(record.getDetail());
         if (record.valueName) {
-            text += (record.detailLength ? "," : "") + quote(record.valueName) + ":";
+            if (record.detailLength)
+                text += ',';
+            text += quote(record.valueName) += ':';
             appendNumber(text, record.value);
         }
         text += '}';
