@@ -25,7 +25,10 @@ namespace Zv {
 template <>
 struct TestAccess<MtThread>
 {
-    static void setCanStart(bool canStart) { MtThread::_canStart = canStart; }
+    static void setCanStart(bool canStart)
+    {
+        MtThread::_canStart.store(canStart, std::memory_order_release);
+    }
 };
 
 template <>
