@@ -32,6 +32,7 @@ function(zv_add_package_examples folder umbrella)
 endfunction()
 
 zv_add_package_examples(zvbase zvbase/zvbase.h)
+zv_add_package_examples(explore explore/explore.h)
 file(GLOB zv_packages LIST_DIRECTORIES true RELATIVE ${PROJECT_SOURCE_DIR}/src CONFIGURE_DEPENDS
     ${PROJECT_SOURCE_DIR}/src/resmgt/*)
 list(FILTER zv_packages EXCLUDE REGEX "\\.(h|cpp)$")

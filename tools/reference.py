@@ -28,10 +28,14 @@ UMBRELLAS = {"zvbase": "src/zvbase/zvbase.h"}
 for package in ("locks", "smartPtrs", "literals", "containers", "dynamicAllocation", "threads", "threadExtensions",
                 "memoryBuffers", "syncEngine", "xml", "deviceProtocol", "deviceManager", "resmgt"):
     UMBRELLAS[package] = f"src/resmgt/{package}.h"
+# A package of one header, which is its own umbrella.
+SINGLE = "src/explore/explore.h"
+UMBRELLAS["explore"] = SINGLE
 
 DOCUMENTS = sorted(glob.glob("*.md", root_dir=ROOT)) + sorted(glob.glob("docs/*.md", root_dir=ROOT))
 # The sources that have a page.
-EXAMPLES = sorted(glob.glob("examples/*.cpp", root_dir=ROOT) + glob.glob("examples/counter/*.[hc]*", root_dir=ROOT))
+EXAMPLES = sorted(name for pattern in ("*.cpp", "counter/*.[hc]*", "explored/*.cpp")
+                  for name in glob.glob(f"examples/{pattern}", root_dir=ROOT))
 
 # The line break of one line for doxygen, so that a header keeps its line numbers.
 BREAK = r" \ilinebr "
@@ -127,7 +131,8 @@ def shareComments(lines):
             i += 1
         i += 1
         text = re.sub(r"\[\[.*?\]\]|\b(requires|noexcept|explicit)\(", "", " ".join(lines[start:i]).split(" {")[0])
-        function = re.search(r"\b([a-z]\w*)\((?!\*)", text)
+        function = re.search(r"\b([a-z]\w*)\((?!\*)", text) or \
+            re.match(r"\s*(?:explicit |constexpr )*([A-Z]\w*)\((?!\1)", text) # a constructor, not of a copy
         if isDocumented:
             name = function and function[1]
             known.add(name)
@@ -181,10 +186,13 @@ def filterHeader(name, lines):
     for i in range(1, size):
         lines[i] = ""
     pragma = lines.index("#pragma once")
-    if name == UMBRELLAS.get(package):
-        lines[pragma] = f"/** @defgroup {package} {package}{BREAK}@brief {purpose} */"
+    define = f"/** @defgroup {package} {package}{BREAK}@brief {purpose} */"
+    if name == UMBRELLAS.get(package) and name != SINGLE:
+        lines[pragma] = define
     else:
         addToGroup(lines, package, pragma)
+        if name == SINGLE:
+            lines[pragma] = f"{define} {lines[pragma]}"
     dropHelperMacros(lines)
     markExamples(lines)
     shareComments(lines)
@@ -245,7 +253,7 @@ def filterDocument(name, lines):
 def convertLink(folder, text, target, heading):
     """Returns a link of a document for doxygen. What is not part of the site remains as text."""
     target = os.path.normpath(os.path.join(folder, target))
-    if target.endswith(".svg"):
+    if target.endswith((".svg", ".png")):
         return f"[{text}]({os.path.basename(target)})"
     if target.endswith(".h") and target.startswith("src/"):
         return f"[{text}](@ref {target[4:]})"
@@ -260,7 +268,7 @@ def findHeaders():
     headers = []
     for folder, _, names in os.walk(os.path.join(ROOT, "src")):
         name = os.path.relpath(folder, ROOT)
-        if not re.match(r"src/(zvbase|resmgt)", name):
+        if not re.match(r"src/(zvbase|resmgt|explore)", name):
             continue
         headers += [f"{name}/{header}" for header in names if re.fullmatch(r"\w+\.h", header)]
     return sorted(headers)
@@ -299,7 +307,7 @@ def writeMenu(folder):
     guides = [(text, label(target)) for text, target in readLinks("README.md", "Guides")]
     ladder = [(text, label(target + ".cpp")) for text, target in
               ((text, os.path.splitext(target)[0]) for text, target in readLinks("README.md", "A ladder of examples"))]
-    counter = [(os.path.relpath(name, "examples"), label(name)) for name in EXAMPLES if name.count("/") == 2]
+    folders = [(os.path.relpath(name, "examples"), label(name)) for name in EXAMPLES if name.count("/") == 2]
     audiences = [(f"For {name}", f"for-{name.replace(' ', '-')}") for name in AUDIENCES]
     shown = {target for _, target in guides} | {"readme", "machines", "benchmarks"}
     others = [(readLines(name)[0][2:], label(name)) for name in DOCUMENTS if label(name) not in shown]
@@ -317,7 +325,7 @@ def writeMenu(folder):
                              '<tab type="classlist" title="Classes"/>', '<tab type="classindex" title="Index of classes"/>',
                              '<tab type="classmembers" title="Index of members"/>',
                              '<tab type="filelist" title="Headers"/>']),
-        *group("Examples", tabs(ladder + counter)),
+        *group("Examples", tabs(ladder + folders)),
         *tabs([("Charts of the machines", "machines"), ("Benchmarks", "benchmarks")]),
         *group("Background", tabs(others)),
         '<tab type="pages" visible="no" title=""/>', "</navindex>", "</doxygenlayout>"])
@@ -339,7 +347,7 @@ def writePages(folder):
         lines = [f"# For {audience}", "", text]
         for package, umbrella in UMBRELLAS.items():
             own = [name for name in headers
-                   if packageOf(name) == package and name != umbrella and audience in headers[name][1]]
+                   if packageOf(name) == package and (name == SINGLE or name != umbrella) and audience in headers[name][1]]
             if not own:
                 continue
             lines += ["", f"## {package}", "", headers[umbrella][0], "",

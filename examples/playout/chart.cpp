@@ -82,6 +82,7 @@ char const * const Chart::STYLE = R"css(
 .ground { fill: #ffffff } .plot { fill: #f5f7fa }
 .label { fill: #52606d } .strong { fill: #1f2933; font-weight: 600 } .onstate { fill: #1f2933 }
 .grid { stroke: #dde2e8 } .axis { stroke: #9aa5b1 }
+.branch { fill: none }
 .wave { fill: #2f6f9f } .bar { fill: #2f6f9f } .area { fill: #2f6f9f; fill-opacity: 0.3 }
 .event { stroke: #b4232c } .eventtext { fill: #b4232c } .limit { stroke: #b4232c; stroke-dasharray: 5 3 }
 .state-init, .state-final { fill: #cbd2d9 } .state-start { fill: #f2c94c } .state-wsr { fill: #f2994a }

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <charconv>
 #include <exception>
+#include <optional>
 #include <utility>
 
 using namespace Zv;
@@ -98,9 +99,39 @@ Client::Client(Options const &options, Show const &show, std::string const &outp
       _errands(_job),
       _observer(makeShd<PropertyObserver>(_job)),
       _stateObserver(makeShd<StateObserver>(_job))
-{}
+{
+    if (_options.report.empty())
+        return;
+    _reportFile = std::make_unique<PartFile>(_options.report);
+    _job->keepJournal();
+}
 
 bool Client::run()
+{
+    if (!_reportFile)
+        return playShow();
+    std::exception_ptr failure;
+    bool isComplete = false;
+    try {
+        isComplete = playShow();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    try {
+        writeReport(failure      ? getReason(failure)
+                    : isComplete ? ""
+                                 : Signals::getMessage(_job->output));
+    } catch (...) {
+        if (!failure)
+            throw;
+        _display.line("  " + getReason(std::current_exception())); // the first failure is worse
+    }
+    if (failure)
+        std::rethrow_exception(failure);
+    return isComplete;
+}
+
+bool Client::playShow()
 {
     std::exception_ptr failure;
     auto const attempt = [&failure](auto step) {
@@ -137,6 +168,73 @@ bool Client::run()
     if (!_isComplete && !Signals::getCaught())
         ZV_THROW(PlayoutEx::Client, "the sequence has ended before the recording");
     return _isComplete;
+}
+
+/// Writes the report. The failure is empty if there is none. Throws `PlayoutEx::Output`.
+void Client::writeReport(std::string const &failure)
+{
+    _reportFile->write(makeReport(failure).toPage());
+    _reportFile->finish();
+    {
+        // If the end is being reported, nothing ends the process at once any longer.
+        std::optional<Signals::Critical> critical;
+        if (!_hasLeftBehind)
+            critical.emplace();
+        _reportFile->commit();
+    }
+    _display.line("its report is " + _options.report);
+}
+
+Report Client::makeReport(std::string const &failure) const
+{
+    Report report;
+    report.title = _options.input;
+    report.hasFailed = !failure.empty();
+    report.result = report.hasFailed ? failure : describeResult();
+    report.waveform = _job->journal->takeWaveform();
+    report.timeline = _job->timeline.get();
+    report.events = _job->cues.getHappened();
+    report.otherEvents = _job->cues.getOthers();
+    std::map<std::string, int> depths;
+    for (auto const &device : _status.devices) { // parents first
+        std::string const parent = device.parent.getChars();
+        int const depth = parent.empty() ? 0 : depths[parent] + 1;
+        report.devices.push_back({device.name.getChars(), depths[device.name.getChars()] = depth});
+    }
+    report.length = _startedAt > 0 ? _endedAt - _startedAt : 0;
+    report.budget = _job->show.memory ? _job->show.memory->budget : 0;
+    report.records = _job->journal->getRecords();
+    report.threads = _threads;
+    report.tables = _display.getTables();
+    addFacts(report);
+    return report;
+}
+
+/// Adds what a reader wants to know first.
+void Client::addFacts(Report &report) const
+{
+    auto const add = [&](char const *name, std::string const &value) {
+        report.facts.emplace_back(name, value);
+    };
+    add("played", _display.toPosition(_position));
+    if (_job->timeline)
+        add("clock", _job->timeline->getName() + (_job->isPaced ? "" : ", as fast as it goes"));
+    add("devices", std::to_string(report.devices.size()));
+    std::int64_t nbBeats = 0;
+    double latest = 0;
+    for (auto const &[name, lateness] : report.records.lateness) {
+        nbBeats += lateness.getCount();
+        latest = std::max(latest, lateness.getLongest());
+    }
+    if (nbBeats > 0)
+        add("beats", std::to_string(nbBeats) + ", the latest by " + Chart::toTime(latest));
+    if (report.budget > 0)
+        add("memory", Chart::toBytes(report.records.bytes.getLargest()) + " of " +
+                          Chart::toBytes(static_cast<double>(report.budget)));
+    if (_job->card)
+        add("sound card", _job->card->getName());
+    if (!_job->output.empty())
+        add("output", _job->output);
 }
 
 void Client::prepare()
@@ -220,11 +318,18 @@ void Client::play()
         _states[device.name.getChars()] = device.state.getChars();
     sequence.setObserver(_stateObserver);
     _startedAt = now();
+    if (_stage.isA("microphone", _source)) // see `endRecording`
+        Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
+    if (_job->journal)
+        _job->journal->begin(_startedAt);
     sequence.start();
     for (followStates(); !mustEnd(); followStates()) {
         followCues();
-        if (haveAll("lock"))
+        if (haveAll("lock")) {
+            if (_job->journal && _threads.empty())
+                _threads = readThreadLevels();
             showProgress();
+        }
         _job->wait(SIGNAL_INTERVAL);
     }
     if (_job->isComplete()) {
@@ -255,10 +360,8 @@ bool Client::endRecording()
     if (!haveAll("lock"))
         return false;
     for (auto const &[name, device] : _stage.getDevices())
-        if (name == _source && device->endHere()) {
-            Signals::beginEnd(FINISH_AFTER_SIGNAL + END_AFTER_SIGNAL);
+        if (name == _source && device->endHere())
             _endedAt = now();
-        }
     return _endedAt > 0;
 }
 
@@ -330,6 +433,7 @@ void Client::endSequence()
         _job->wait(SIGNAL_INTERVAL);
     }
     awaitStates();
+    _endedAt = now();
 }
 
 /// Stops the sequence within the shorter limits. A call of `stop` on another thread then returns,
@@ -402,6 +506,7 @@ void Client::close()
         stopAfterSignal();
         settleErrand(SHORT);
         awaitStates();
+        _endedAt = now();
     }
     if (!_errands.isPending() && !_job->show.events.empty()) {
         _errands.begin([this] { _stage.stopCues(); });
@@ -435,6 +540,8 @@ void Client::followStates()
                              shorten(move.device, LONGEST_NAME).c_str(), known.c_str(),
                              move.state.c_str()));
         known = move.state;
+        if (_job->journal)
+            _job->journal->move(move.device, move.state, move.time);
     }
 }
 
@@ -611,6 +718,13 @@ std::string Client::describeOutput() const
     return _job->output + (isWritten ? " is complete" : " was not written");
 }
 
+std::string Client::describeResult() const
+{
+    return _job->output.empty()
+               ? "played " + _display.toPosition(_position) + " to " + _job->card->getName()
+               : "recorded " + _display.toPosition(_position) + " in " + _job->output;
+}
+
 void Client::showResult()
 {
     _display.statistics("device", nullptr, 0, 0);
@@ -635,9 +749,7 @@ void Client::showResult()
     for (auto const &cue : _job->cues.getOthers())
         _display.line("  " + _job->timeline->getTimecode(cue.frame) + "  " + cue.text +
                       " was not reached");
-    _display.line(_job->output.empty()
-                      ? "played " + _display.toPosition(_position) + " to " + _job->card->getName()
-                      : "recorded " + _display.toPosition(_position) + " in " + _job->output);
+    _display.line(describeResult());
     if (!_job->picture.empty())
         _display.line("its waveform is " + _job->picture);
 }

@@ -5,10 +5,13 @@
 #include "errands.h"
 #include "observers.h"
 #include "options.h"
+#include "partFile.h"
+#include "report.h"
 #include "stage.h"
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,7 +24,7 @@ public:
     Client(Client const &) = delete;
     Client &operator=(Client const &) = delete;
 
-    /// Plays the show and closes everything. Returns true if the recording is complete, and false
+    /// Plays the show, closes everything, and writes the report if there is one. Returns true if the recording is complete, and false
     /// if a signal has stopped it. If something goes wrong, closes everything and throws the
     /// reason. A device that hangs is left behind. Then `PlayoutEx::NoAnswer` is thrown, unless a
     /// signal has stopped the recording.
@@ -31,6 +34,10 @@ public:
     bool hasLeftBehind() const { return _hasLeftBehind; }
 
 private:
+    bool playShow();
+    void writeReport(std::string const &failure);
+    Report makeReport(std::string const &failure) const;
+    void addFacts(Report &report) const;
     void prepare();
     void perform(std::function<void()> call);
     void show();
@@ -61,6 +68,7 @@ private:
     Zv::DevMgrCloseReport::Device const *findClosed(Zv::LiString const &name) const;
     void findCulprit();
     std::string describeOutput() const;
+    std::string describeResult() const;
     void showResult();
 
     Options const &_options;
@@ -77,6 +85,7 @@ private:
     double _startedAt = 0;                      // moments of the monotonic clock
     double _endedAt = 0; // by a signal, for a device that then ends by itself
     double _stoppedAt = 0;
+    double _endedAt = 0;
     double _shownAt = 0;
     double _watchedAt = 0;
     // Property values that an errand has read.
@@ -97,4 +106,7 @@ private:
     Zv::DevMgrCloseReport _closed;
     bool _isComplete = false;
     bool _hasLeftBehind = false;
+
+    std::unique_ptr<PartFile> _reportFile; // null if there is no report
+    std::vector<ThreadLevel> _threads;     // when all devices were locked
 };

@@ -33,12 +33,16 @@ void ClipPage::fill(void *memory, std::uint64_t size, bool isReload)
 {
     _hasMemory = true;
     _figures.taken(size, isReload || _place.wasLoaded);
+    Journal * const journal = _figures.getJournal();
+    double const begin = journal ? Sleeper::getInstance().getTime() : 0;
     try {
         _fill(memory, size);
     } catch (...) {
         _figures.given(size, false);
         throw;
     }
+    if (journal)
+        journal->load(begin, Sleeper::getInstance().getTime());
 }
 
 void ClipPage::fillLater(void *memory, std::uint64_t size, bool isReload, LkAsyncHandle *handle)

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 
 namespace {
@@ -103,20 +104,38 @@ void Display::endProgress()
     Signals::setLineOpen(false);
 }
 
+void Display::row(bool isHead, std::vector<int> const &widths,
+                  std::vector<std::string> const &cells)
+{
+    if (isHead) {
+        Table &table = _tables.emplace_back();
+        for (std::size_t i = 1; i < widths.size(); ++i)
+            if (widths[i] < 0)
+                table.textColumns.push_back(i);
+    }
+    std::string text = " ";
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        auto const width = static_cast<std::size_t>(std::abs(widths[i]));
+        std::string const gap(width - std::min(width, cells[i].size()), ' ');
+        text += " " + (widths[i] < 0 ? cells[i] + gap : gap + cells[i]);
+    }
+    line(text);
+    _tables.back().rows.push_back(cells);
+}
+
 void Display::end(std::string const &name, DeviceEnd const *end)
 {
-    std::string text = format("  %-10s %-22s", name.c_str(), end ? end->text.c_str() : "end");
+    std::vector<std::string> cells{name, end ? end->text : "end"};
     for (char const * const step : {"start", "sync", "recover", "stop", "abort", "close"})
-        text += format(" %10s", end ? getTime(*end, step).c_str() : step);
-    line(text);
+        cells.push_back(end ? getTime(*end, step) : step);
+    row(!end, {-10, -22, 10, 10, 10, 10, 10, 10}, cells);
 }
 
 void Display::beats(std::string const &name, Metronome::Figures const *figures)
 {
-    if (figures)
-        line(format("  %-10s %8ld %17ld", name.c_str(), figures->beats, figures->late));
-    else
-        line(format("  %-10s %8s %17s", name.c_str(), "beats", "late beats"));
+    row(!figures, {-10, 8, 17},
+        {name, figures ? std::to_string(figures->beats) : "beats",
+         figures ? std::to_string(figures->late) : "late beats"});
 }
 
 void Display::card(SoundCard &card)
@@ -125,38 +144,39 @@ void Display::card(SoundCard &card)
     auto const toTime = [&](std::int64_t samples) {
         return format("%.3f ms", 1000.0 * static_cast<double>(samples) / card.getSampleRate());
     };
-    line(format("  %-10s %12s %10s %16s %10s %16s %14s", "sound card", "samples", "underruns",
-                "silence", "overruns", "lost", "late periods"));
-    line(format("  %-10s %12lld %10lld %16s %10lld %16s %14lld", card.getName(),
-                static_cast<long long>(figures.samples), static_cast<long long>(figures.underruns),
-                toTime(figures.silence).c_str(), static_cast<long long>(figures.overruns),
-                toTime(figures.lost).c_str(), static_cast<long long>(figures.late)));
+    std::vector<int> const widths{-10, 12, 10, 16, 10, 16, 14};
+    row(true, widths,
+        {"sound card", "samples", "underruns", "silence", "overruns", "lost", "late periods"});
+    row(false, widths,
+        {card.getName(), std::to_string(figures.samples), std::to_string(figures.underruns),
+         toTime(figures.silence), std::to_string(figures.overruns), toTime(figures.lost),
+         std::to_string(figures.late)});
 }
 
 void Display::memory(ShowMemory const &show, MemoryFigures::Figures const &figures)
 {
-    line(format("  %-14s %9s %9s %9s %20s %14s", "memory", "loads", "reloads", "unloads",
-                "prefetch hits", "peak"));
-    std::string const hits = format("%ld of %ld", figures.hits, figures.visits);
-    std::string const peak = format("%lld of %lld", static_cast<long long>(figures.peak),
-                                    static_cast<long long>(show.budget));
-    line(format("  %-14s %9ld %9ld %9ld %20s   %s bytes",
-                (show.manager + ", " + show.strategy).c_str(), figures.loads, figures.reloads,
-                figures.unloads, hits.c_str(), peak.c_str()));
+    std::vector<int> const widths{-14, 9, 9, 9, 20, 25};
+    row(true, widths, {"memory", "loads", "reloads", "unloads", "prefetch hits", "peak"});
+    row(false, widths,
+        {show.manager + ", " + show.strategy, std::to_string(figures.loads),
+         std::to_string(figures.reloads), std::to_string(figures.unloads),
+         format("%ld of %ld", figures.hits, figures.visits),
+         format("%lld of %lld bytes", static_cast<long long>(figures.peak),
+                static_cast<long long>(show.budget))});
 }
 
 void Display::statistics(std::string const &name, PlayoutDevice::Statistics const *figures,
                          double startedAt, double stoppedAt)
 {
+    std::vector<int> const widths{-10, 8, 17, 17, 17};
     if (!figures) {
-        line(format("  %-10s %8s %17s %17s %17s", name.c_str(), "blocks", "longest wait",
-                    "START to lock", "STOP to final"));
+        row(true, widths, {name, "blocks", "longest wait", "START to lock", "STOP to final"});
         return;
     }
     auto const lapse = [](double from, double to) {
         return from > 0 && to >= from ? format("%.3f ms", (to - from) * 1000) : std::string("-");
     };
-    line(format("  %-10s %8ld %14.3f ms %17s %17s", name.c_str(), figures->blocks,
-                figures->longestWait * 1000, lapse(startedAt, figures->lockedAt).c_str(),
-                lapse(stoppedAt, figures->endedAt).c_str()));
+    row(false, widths,
+        {name, std::to_string(figures->blocks), format("%.3f ms", figures->longestWait * 1000),
+         lapse(startedAt, figures->lockedAt), lapse(stoppedAt, figures->endedAt)});
 }

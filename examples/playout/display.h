@@ -3,9 +3,11 @@
 
 #include "playoutDevice.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 /// How a device ended.
 struct DeviceEnd
@@ -13,6 +15,18 @@ struct DeviceEnd
     std::string text; ///< "stopped"
     /// How long its finished steps and "close" took, by name.
     std::map<std::string, double> seconds;
+};
+
+/// Table that was shown. The first row is its head.
+struct Table
+{
+    std::vector<std::vector<std::string>> rows;
+    std::vector<std::size_t> textColumns; ///< that have no numbers, besides the first column
+
+    bool isText(std::size_t column) const
+    {
+        return std::find(textColumns.begin(), textColumns.end(), column) != textColumns.end();
+    }
 };
 
 /// Writes to the standard output. On a terminal it shows a progress bar below the lines. Otherwise
@@ -52,6 +66,9 @@ public:
     /// Shows what happened to the pages of the clips.
     void memory(ShowMemory const &show, MemoryFigures::Figures const &figures);
 
+    /// Returns the tables that were shown.
+    std::vector<Table> const &getTables() const { return _tables; }
+
     /// Returns the text of a position in seconds: a timecode if there is a timeline, else seconds.
     std::string toPosition(double seconds) const;
     static std::string toDecibels(double level);
@@ -63,7 +80,11 @@ private:
     Timeline const *_timeline = nullptr;
     int _nextTenth = 1;
     std::set<std::string> _notices;
+    std::vector<Table> _tables;
 
+    /// Shows a row with its cells aligned on the right, or on the left if the width is negative.
+    /// The head begins a table.
+    void row(bool isHead, std::vector<int> const &widths, std::vector<std::string> const &cells);
     static bool isTerminal();
 };
 

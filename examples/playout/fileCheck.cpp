@@ -46,6 +46,10 @@ void checkFiles(Options const &options, Show const &show, std::string const &out
         outputs.insert(outputs.end(), {picture, PartFile::getPartPath(picture)});
     if (!options.trace.empty())
         outputs.push_back(options.trace);
+    if (!options.report.empty())
+        outputs.insert(outputs.end(), {options.report, PartFile::getPartPath(options.report)});
+    if (!options.traceEvents.empty())
+        outputs.push_back(options.traceEvents);
     std::set<Identity> known;
     for (auto const &path : outputs) {
         Identity const identity = identify(path);

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -74,6 +75,30 @@ public:
 
 private:
     std::string _path;
+};
+
+/// Writes the trace of events, if the command line asks for it.
+class TraceEventsFile
+{
+public:
+    /// Does nothing for an empty path. Throws `Zv::TraceEx`.
+    void open(std::string const &path)
+    {
+        if (path.empty())
+            return;
+        Zv::TraceEvents::nameThread("main");
+        _session.emplace(path, Zv::TraceSession::Settings{.processName = "zvplayout"});
+    }
+
+    /// Throws `Zv::TraceEx`.
+    void close()
+    {
+        if (_session)
+            _session->stop();
+    }
+
+private:
+    std::optional<Zv::TraceSession> _session;
 };
 
 int report(std::string const &reason, Status status = FAILED)
@@ -137,7 +162,7 @@ int reportException(std::string const &output)
 
 /// Plays the show. Returns whether the recording is complete. If a device hangs, ends the process
 /// instead, because its thread may still use everything.
-bool run(Client *client, std::string const &output, TraceFile &trace)
+bool run(Client *client, std::string const &output, TraceFile &trace, TraceEventsFile &events)
 {
     std::unique_ptr<Client> owner(client);
     int status = DONE;
@@ -145,14 +170,16 @@ bool run(Client *client, std::string const &output, TraceFile &trace)
         bool const isComplete = client->run();
         if (!client->hasLeftBehind())
             return isComplete;
+        events.close();
         trace.close();
         status = isComplete ? DONE : reportSignal(output);
     } catch (...) {
         if (!client->hasLeftBehind())
             throw;
         try {
+            events.close();
             trace.close();
-        } catch (PlayoutEx const &) { // the first failure is worse
+        } catch (Zv::ExBase const &) { // the first failure is worse
         }
         status = reportException(output);
     }
@@ -165,6 +192,7 @@ int playOut(Options const &options)
     std::string output = options.output;
     try {
         TraceFile trace;
+        TraceEventsFile events;
         bool isComplete = false;
         {
             Signals::setOutput(output);
@@ -181,8 +209,10 @@ int playOut(Options const &options)
                 print(Zv::XmlWriter().toXmlDocument(*show).getChars(), "the show");
                 return DONE;
             }
-            isComplete = run(new Client(options, *show, output), output, trace);
+            events.open(options.traceEvents);
+            isComplete = run(new Client(options, *show, output), output, trace, events);
         }
+        events.close();
         trace.close();
         return isComplete ? DONE : reportSignal(output);
     } catch (...) {

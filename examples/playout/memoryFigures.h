@@ -1,7 +1,11 @@
 // Statistics of the pages of a show.
 #pragma once
 
+#include "journal.h"
+
 #include <resmgt/locks.h>
+
+#include <zvbase/zvbase.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -21,6 +25,10 @@ public:
         std::int64_t peak = 0;  // largest value of `bytes`
     };
 
+    /// Tells a journal, which may be null, of each change. Must be called before the first one.
+    void setJournal(Journal *journal) { _journal = journal; }
+    Journal *getJournal() const { return _journal; }
+
     Figures get() const
     {
         Zv::LkGuard<Zv::LkLock const> const guard(_lock);
@@ -38,15 +46,28 @@ public:
         ++(isReload ? _figures.reloads : _figures.loads);
         _figures.bytes += static_cast<std::int64_t>(bytes);
         _figures.peak = std::max(_figures.peak, _figures.bytes);
+        note(false);
     }
     void given(std::uint64_t bytes, bool isUnload)
     {
         Zv::LkGuard<Zv::LkLock const> const guard(_lock);
         _figures.unloads += isUnload;
         _figures.bytes -= static_cast<std::int64_t>(bytes);
+        note(isUnload);
     }
 
 private:
+    void note(bool isUnload)
+    {
+        if (!_journal)
+            return;
+        double const now = Zv::Sleeper::getInstance().getTime();
+        _journal->use(_figures.bytes, now);
+        if (isUnload)
+            _journal->unload(now);
+    }
+
+    Journal *_journal = nullptr;
     Zv::LkLock mutable _lock{"MemoryFigures"};
     Figures _figures;
 };

@@ -1,15 +1,30 @@
 #include "metronome.h"
 
+#include <zvbase/zvbase.h>
+
 #include <algorithm>
 #include <utility>
 
 using namespace Zv;
 
+namespace {
+
+// The clock of a sound card may be slower than its nominal rate by this share. Without it, the
+// beats of such a card would seem later and later.
+constexpr double DRIFT = 1e-4;
+
+} // namespace
+
 class Metronome::Client final : public SeClientThread
 {
 public:
-    Client(Metronome &metronome, RCShdPtr<DevMDStdFifo> const &fifo, OnBeats onBeats)
-        : _metronome(metronome), _fifo(fifo), _onBeats(std::move(onBeats))
+    Client(Metronome &metronome, RCShdPtr<DevMDStdFifo> const &fifo, double interval,
+           OnBeats onBeats, OnLateness onLateness)
+        : _metronome(metronome),
+          _fifo(fifo),
+          _interval(interval),
+          _onBeats(std::move(onBeats)),
+          _onLateness(std::move(onLateness))
     {}
 
 protected:
@@ -25,6 +40,8 @@ protected:
             _metronome._figures.beats += beats;
             _metronome._figures.late += std::max(late, 0);
         }
+        if (_onLateness)
+            reportLateness(beats);
         // The request may outlive the client.
         DevANOQueueEntry entry(makeANO([onBeats = _onBeats, beats] { onBeats(beats); }));
         _fifo->produce(entry);
@@ -32,9 +49,20 @@ protected:
     }
 
 private:
+    void reportLateness(std::uint32_t beats)
+    {
+        double const now = Sleeper::getInstance().getTime();
+        _due = _due > 0 ? std::min(_due + beats * _interval, now) : now;
+        for (; beats > 0; --beats)
+            _onLateness(now - _due + (beats - 1) * _interval);
+    }
+
     Metronome &_metronome;
     RCShdPtr<DevMDStdFifo> _fifo;
+    double const _interval;
     OnBeats _onBeats;
+    OnLateness _onLateness; // may be empty
+    double _due = 0;        // moment of the latest beat, if it was in time
     std::uint32_t _count = 0;
     bool _hasBegun = false;
 };
@@ -45,9 +73,12 @@ Metronome::~Metronome() noexcept(false)
 }
 
 void Metronome::start(LiString const &name, RCShdPtr<DevMDStdFifo> const &fifo,
-                      SeSourceProtocol &source, OnBeats onBeats)
+                      SeSourceProtocol &source, OnBeats onBeats, OnLateness onLateness)
 {
-    auto * const added = new Client(*this, fifo, std::move(onBeats));
+    bool const isExact = &source == &SeSourceClock::getInstance();
+    double const interval = (isExact ? 1 : 1 + DRIFT) / source.getRate();
+    auto * const added =
+        new Client(*this, fifo, interval, std::move(onBeats), std::move(onLateness));
     ObjPtr<SeClientThread> client(added);
     SeSyncEngine::getInstance().addClient(name, client, source, 1);
     _client = added; // only now, because addClient may throw

@@ -21,6 +21,9 @@ public:
     /// Called on the device's thread with the number of beats since the last call. It is more than
     /// one if the client thread was late.
     using OnBeats = std::function<void(std::int64_t)>;
+    /// Called for each beat, on the client thread, with its lateness in seconds. The earliest beat
+    /// so far counts as one in time.
+    using OnLateness = std::function<void(double)>;
 
     Metronome() = default;
     Metronome(Metronome const &) = delete;
@@ -31,7 +34,7 @@ public:
     /// `start` and `stop` must be called by one thread at a time, and the
     /// device must not wait for that thread.
     void start(Zv::LiString const &name, Zv::RCShdPtr<Zv::DevMDStdFifo> const &fifo,
-               Zv::SeSourceProtocol &source, OnBeats onBeats);
+               Zv::SeSourceProtocol &source, OnBeats onBeats, OnLateness onLateness = nullptr);
     /// Ends the delivery. The device must still serve its FIFO. Does nothing if the metronome is
     /// not running.
     void stop();

@@ -10,9 +10,10 @@ using namespace Zv;
 
 namespace {
 
-constexpr double RESERVE = 2;             // seconds
-constexpr double LONGEST_RESERVE = 60;    // seconds
-constexpr double LONGEST_LENGTH = 31.6e6; // seconds; a year
+// In seconds.
+constexpr double RESERVE = 2;
+constexpr double LONGEST_RESERVE = 60;
+constexpr double LONGEST_LENGTH = 365 * 86400;
 
 } // namespace
 

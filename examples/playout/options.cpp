@@ -13,7 +13,7 @@
 namespace {
 
 constexpr int MAX_BLOCK_FRAMES = 1 << 20;
-constexpr double LONGEST_LENGTH = 30e6; // seconds, nearly a year
+constexpr double LONGEST_LENGTH = 365 * 86400; // seconds
 
 double takeNumber(std::string const &option, std::string const &text)
 {
@@ -25,9 +25,9 @@ double takeNumber(std::string const &option, std::string const &text)
 double takeLength(std::string const &option, std::string const &text)
 {
     double const seconds = takeNumber(option, text);
-    if (!(seconds > 0 && seconds <= LONGEST_LENGTH))
-        throw Options::Error(option + " takes a number of seconds greater than 0, not \"" + text +
-                             "\"");
+    if (seconds <= 0 || seconds > LONGEST_LENGTH)
+        throw Options::Error(option + " takes more than 0 seconds and at most a year, not \"" +
+                             text + "\"");
     return seconds;
 }
 
@@ -47,6 +47,13 @@ void addFault(Faults &faults, std::string const &option, std::string const &text
     } catch (std::invalid_argument const &failure) {
         throw Options::Error(option + " " + failure.what());
     }
+}
+
+std::string takeName(std::string const &option, std::string const &text)
+{
+    if (text.empty())
+        throw Options::Error(option + " takes the name of a file");
+    return text;
 }
 
 std::string takePlace(std::string const &option, std::string const &text)
@@ -123,6 +130,10 @@ Options Options::parse(int argc, char const * const *argv)
             options.from = takePlace(name, value());
         else if (name == "--trace")
             options.trace = value();
+        else if (name == "--trace-events")
+            options.traceEvents = value();
+        else if (name == "--report")
+            options.report = takeName(name, value());
         else if (name == "--fault")
             addFault(options.faults, name, value());
         else if (name == "--block")
@@ -137,6 +148,8 @@ Options Options::parse(int argc, char const * const *argv)
         throw Error("--dump-show: a show has properties of its own");
     if (options.dumpShow && !options.faults.isEmpty())
         throw Error("--dump-show: it plays nothing, so that no device can have a --fault");
+    if (options.dumpShow && !options.report.empty())
+        throw Error("--dump-show: it plays nothing, so that there is nothing to --report");
     return options;
 }
 
@@ -280,6 +293,8 @@ before the show's own, and a picture of the waveform with the events stands besi
   --fault DEVICE:PHASE:KIND
                       let a device misbehave, to see what comes of it; may be given more often
   --trace FILE        keep what the library and the devices trace
+  --trace-events FILE keep timed events for a viewer of traces, such as ui.perfetto.dev
+  --report FILE       write a page about the show, for a browser; see below
   --help              this text
 
 With --to, a speaker is in the place of the recorder, and with --from a microphone in that of the player. CARD is one of
@@ -297,6 +312,11 @@ recording is beside it, named .svg. The property speaker:card:latency is how man
 card, 0.2 if it is not set, and microphone:card:reserve how many may wait for slow devices, 2 if it is not set. The
 progress shows how often there was too little sound for the card (underruns) or sound that was lost (overruns), and how
 many periods the JACK server has called late.
+
+A report is one page of HTML that needs no other file and no network. It shows the waveform with the events, the states
+of the devices, their requests and the loads of pages over time, how late the beats of the clock were, the memory under
+its budget, the levels of the threads, and the tables of the end. It is written after a show that has failed, too, and
+says so first. A show that is refused before its devices are created leaves none.
 
 A fault, such as recorder:start:hangs, has one of these phases:
   open, close         the device is opened or closed

@@ -40,7 +40,9 @@ struct Options
     std::optional<std::string> sequence;
     std::vector<std::string> streams;
     std::vector<std::string> properties;
-    std::string trace; ///< empty for none
+    std::string trace;       ///< empty for none
+    std::string traceEvents; ///< empty for none
+    std::string report;      ///< path of the page; empty for none
     std::optional<int> blockFrames;
     Faults faults;
     bool dumpShow = false;

@@ -33,8 +33,9 @@ public:
 protected:
     double performWork() override
     {
-        Busy const busy(_device);
-        return _device.work() ? 0 : NO_WORK;
+        Busy busy(_device);
+        busy.isWork = _device.work();
+        return busy.isWork ? 0 : NO_WORK;
     }
 
 private:
@@ -46,9 +47,15 @@ private:
         }
         Busy(Busy const &) = delete;
         Busy &operator=(Busy const &) = delete;
-        ~Busy() { device._busySince = 0; }
+        ~Busy()
+        {
+            double const since = device._busySince.exchange(0);
+            if (auto const &journal = device._job->journal; journal && isWork)
+                journal->request(device._name.getChars(), since, Sleeper::getInstance().getTime());
+        }
 
         PlayoutDevice &device;
+        bool isWork = true;
     };
 
     void execute(DevANOQueueEntry entry)
@@ -56,6 +63,7 @@ private:
         _clock->consumed();
         Busy const busy(_device);
         ObjPtr<DevANO> const ano(entry.release());
+        DevANOTrace::Execution const execution(*ano);
         try {
             ano->performExecute();
         } catch (...) {
@@ -124,7 +132,19 @@ void PlayoutDevice::performOpen()
     DevMDStdDevice::performOpen();
     if (_isPaced)
         _metronome.start((std::string(_name.getChars()) + " beats").c_str(), getFifo(),
-                         _job->getBeats(), [this](std::int64_t beats) { take(beats); });
+                         _job->getBeats(), [this](std::int64_t beats) { take(beats); },
+                         getOnLateness());
+}
+
+/// Returns what tells the journal of each beat. Empty if there is no journal.
+Metronome::OnLateness PlayoutDevice::getOnLateness() const
+{
+    Journal * const journal = _job->journal.get();
+    if (!journal)
+        return nullptr;
+    return [journal, name = std::string(_name.getChars())](double lateness) {
+        journal->beat(name, lateness);
+    };
 }
 
 // The device is closed even if the fault throws.

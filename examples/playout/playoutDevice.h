@@ -127,6 +127,7 @@ private:
     /// is not the failure of a neighbour.
     void fail(char const *reason, bool isOwn = true);
     void failWithNeighbour();
+    Metronome::OnLateness getOnLateness() const;
     std::optional<Fault::Kind> findFault(Fault::Phase phase) const;
 
     Zv::LiString _name;

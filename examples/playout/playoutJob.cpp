@@ -23,6 +23,12 @@ std::string PlayoutJob::getPicturePath(Show const &show, std::string const &outp
                : "";
 }
 
+void PlayoutJob::keepJournal()
+{
+    journal = std::make_unique<Journal>();
+    memoryFigures.setJournal(journal.get());
+}
+
 SeSourceProtocol &PlayoutJob::getBeats() const
 {
     if (card)

@@ -3,6 +3,7 @@
 
 #include "cues.h"
 #include "fault.h"
+#include "journal.h"
 #include "memoryFigures.h"
 #include "show.h"
 #include "soundCard.h"
@@ -39,7 +40,11 @@ public:
     /// Null if the show has none. Set before the devices are opened, and not changed afterwards.
     std::unique_ptr<SoundCard> card;
     Faults const faults;
+    /// Null if there is no report. Set before the devices are opened, and not changed afterwards.
+    std::unique_ptr<Journal> journal;
 
+    /// Begins a journal. Must be called before the devices are opened.
+    void keepJournal();
     /// Returns the source of the beats that pace the show: the sound card, else the library's clock.
     Zv::SeSourceProtocol &getBeats() const;
 

@@ -15,10 +15,10 @@ Recorder::~Recorder() = default;
 void Recorder::performBegin()
 {
     _writer = std::make_unique<AudioWriter>(getJob().output, getIn().getFormat());
-    if (!getJob().picture.empty()) {
+    if (!getJob().picture.empty())
         _picture = std::make_unique<PartFile>(getJob().picture);
+    if (_picture || getJob().journal)
         _waveform = std::make_unique<Waveform>(getIn().getFormat());
-    }
 }
 
 void Recorder::performTake(RCShdPtr<AudioBlock> const &block)
@@ -50,7 +50,7 @@ void Recorder::performBeats(std::int64_t)
 
 void Recorder::finish()
 {
-    if (_waveform)
+    if (_picture)
         _picture->write(_waveform->draw(getJob().timeline.get(), getJob().cues.getHappened()));
     _writer->finish();
     if (_picture)
@@ -71,6 +71,8 @@ void Recorder::performEnd()
 {
     _waiting.clear();
     _writer.reset();
+    if (_waveform && getJob().journal)
+        getJob().journal->keep(std::move(_waveform));
     _waveform.reset();
     _picture.reset();
 }

@@ -30,12 +30,17 @@ Speaker::~Speaker() = default;
 
 void Speaker::performBegin()
 {
-    _card.openOutput(getIn().getFormat(), getJob().show.find("speaker")->card);
+    AudioFormat const &format = getIn().getFormat();
+    if (getJob().journal)
+        _waveform = std::make_unique<Waveform>(format);
+    _card.openOutput(format, getJob().show.find("speaker")->card);
 }
 
 void Speaker::performTake(RCShdPtr<AudioBlock> const &block)
 {
     _waiting.push_back(block);
+    if (_waveform)
+        _waveform->add(block);
     write();
 }
 
@@ -82,6 +87,8 @@ void Speaker::write()
 void Speaker::performEnd()
 {
     _waiting.clear();
+    if (_waveform)
+        getJob().journal->keep(std::move(_waveform));
     if (!_isDone)
         _card.mute();
 }

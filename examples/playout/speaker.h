@@ -32,6 +32,7 @@ private:
 
     SoundCard &_card;
     std::deque<Zv::RCShdPtr<AudioBlock>> _waiting; // the card has no room for them
+    std::unique_ptr<Waveform> _waveform;           // for the report; null if there is none
     std::int64_t _first = 0;                       // frame of the first one that was not written
     std::int64_t _written = 0;                     // frames in total
     bool _isPlaying = false;

@@ -3,6 +3,7 @@
 
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devANOFifo.h"
+#include "resmgt/deviceProtocol/devANOTrace.h"
 #include "resmgt/deviceProtocol/devMDProperty.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"

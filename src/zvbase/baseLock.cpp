@@ -4,8 +4,6 @@
 
 namespace Zv {
 
-namespace Interlocked = ZvPlatform::Interlocked;
-
 namespace {
 
 enum State : std::uint32_t
@@ -20,7 +18,7 @@ enum State : std::uint32_t
 // The functions of critical sections have no annotations.
 void BaseLock::lock() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    if (Interlocked::loadAcquire(_state) != READY) [[unlikely]]
+    if (_state.load(std::memory_order_acquire) != READY) [[unlikely]]
         initialise();
     ::EnterCriticalSection(&_section);
 }
@@ -33,12 +31,13 @@ void BaseLock::unlock() ZV_NO_THREAD_SAFETY_ANALYSIS
 void BaseLock::initialise()
 {
     std::uint32_t state = RAW;
-    if (Interlocked::compareExchange(_state, state, std::uint32_t{IN_THE_MAKING})) {
+    if (_state.compare_exchange_strong(state, std::uint32_t{IN_THE_MAKING},
+                                       std::memory_order_seq_cst, std::memory_order_acquire)) {
         ::InitializeCriticalSection(&_section);
-        Interlocked::storeRelease(_state, std::uint32_t{READY});
+        _state.store(std::uint32_t{READY}, std::memory_order_release);
         return;
     }
-    while (Interlocked::loadAcquire(_state) != READY)
+    while (_state.load(std::memory_order_acquire) != READY)
         ::Sleep(0);
 }
 

@@ -1,7 +1,7 @@
 // Mutex of the base library itself.
 #pragma once
 
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -26,7 +26,7 @@ private:
     void initialise();
 
     ZvPlatform::CriticalSection _section = {};
-    std::uint32_t _state = 0;
+    ZvPlatform::Shared<std::uint32_t> _state{0};
 };
 
 /// Holds a `BaseLock` during its lifetime.

@@ -2,7 +2,7 @@
 
 #include "zvbase/baseLock.private.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <charconv>
 #include <cstdlib>
@@ -11,8 +11,6 @@
 #include <string_view>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -81,12 +79,12 @@ void EnvIntVar::refresh()
 {
     EnvVar::Guard const guard;
     char const * const text = std::getenv(_name);
-    Interlocked::storeRelease(_value, text ? toInt(text, _defaultValue) : _defaultValue);
+    _value.store(text ? toInt(text, _defaultValue) : _defaultValue, std::memory_order_release);
 }
 
 int EnvIntVar::getValue() const
 {
-    return Interlocked::loadAcquire(_value);
+    return _value.load(std::memory_order_acquire);
 }
 
 } // namespace Zv

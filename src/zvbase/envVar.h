@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zvbase/export.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 #include <string>
@@ -79,7 +80,7 @@ public:
 private:
     char const *_name;
     int _defaultValue;
-    int _value;
+    ZvPlatform::Shared<int> _value;
 };
 
 } // namespace Zv

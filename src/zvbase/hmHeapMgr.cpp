@@ -1,6 +1,6 @@
 #include "zvbase/hmHeapMgr.h"
 
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstdlib>
 
@@ -24,11 +24,12 @@ HmHeapMgr::~HmHeapMgr() = default;
 
 HmHeapMgr &HmHeapMgr::getInstance()
 {
-    static constinit HmHeapMgr *instance = nullptr;
-    HmHeapMgr *known = ZvPlatform::Interlocked::loadAcquire(instance);
+    static constinit ZvPlatform::Shared<HmHeapMgr *> instance{nullptr};
+    HmHeapMgr *known = instance.load(std::memory_order_acquire);
     if (!known) {
         HmHeapMgr * const made = new TheHeapMgr;
-        if (ZvPlatform::Interlocked::compareExchange(instance, known, made))
+        if (instance.compare_exchange_strong(known, made, std::memory_order_seq_cst,
+                                             std::memory_order_acquire))
             return *made;
         delete made;
     }
@@ -43,12 +44,12 @@ void HmHeapMgr::warmUp()
             static_cast<char volatile *>(stretch)[offset] = 0;
         std::free(stretch);
     }
-    ZvPlatform::Interlocked::increment(_nbWarmUps);
+    _nbWarmUps.fetch_add(1, std::memory_order_seq_cst);
 }
 
 unsigned HmHeapMgr::getNbWarmUps() const
 {
-    return ZvPlatform::Interlocked::loadAcquire(_nbWarmUps);
+    return _nbWarmUps.load(std::memory_order_acquire);
 }
 
 } // namespace Zv

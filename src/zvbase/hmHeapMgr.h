@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zvbase/export.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 
@@ -31,7 +32,7 @@ protected:
     HmHeapMgr();
 
 private:
-    unsigned _nbWarmUps = 0;
+    ZvPlatform::Shared<unsigned> _nbWarmUps{0};
 };
 
 } // namespace Zv

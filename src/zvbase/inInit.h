@@ -2,7 +2,7 @@
 #pragma once
 
 #include "zvbase/inPackage.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
 
@@ -64,11 +64,11 @@ public:
     static bool isInitialized();
 
 private:
-    static bool _initialized;
+    static ZvPlatform::Shared<bool> _initialized;
 };
 
 template <class Tag>
-bool InInit<Tag>::_initialized = false;
+constinit ZvPlatform::Shared<bool> InInit<Tag>::_initialized{false};
 
 template <class Tag>
 InInit<Tag>::InInit() : InPackageInit(Tag::NAME)
@@ -91,7 +91,7 @@ void InInit<Tag>::cleanupPackage()
 template <class Tag>
 void InInit<Tag>::setInitialized(bool initialized)
 {
-    ZvPlatform::Interlocked::storeRelease(_initialized, initialized);
+    _initialized.store(initialized, std::memory_order_release);
 }
 
 template <class Tag>
@@ -103,7 +103,7 @@ std::type_info const &InInit<Tag>::getType()
 template <class Tag>
 bool InInit<Tag>::isInitialized()
 {
-    return ZvPlatform::Interlocked::loadAcquire(_initialized);
+    return _initialized.load(std::memory_order_acquire);
 }
 
 /// The tags of the packages.

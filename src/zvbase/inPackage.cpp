@@ -7,7 +7,7 @@
 #include "zvbase/inInit.h"
 #include "zvbase/inPackageRun.private.h"
 #include "zvbase/objPtr.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/scope.private.h"
 #include "zvbase/typeName.h"
 
@@ -15,8 +15,6 @@
 #include <utility>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -28,7 +26,7 @@ constinit InPackageRun *
     run ZV_GUARDED_BY(packagesLock) = nullptr; // null unless the packages are up
 constinit bool
     isRunning ZV_GUARDED_BY(packagesLock) = false; // on their way up or down, in this thread
-constinit unsigned scopes = 0;                     // read without the lock
+constinit ZvPlatform::Shared<unsigned> scopes{0};  // read without the lock
 
 } // namespace
 
@@ -251,14 +249,14 @@ InPackageScope::InPackageScope()
         made->bringUp();
         run = made.release();
     }
-    Interlocked::storeRelease(scopes, scopes + 1);
+    scopes.store(scopes.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
 InPackageScope::~InPackageScope() noexcept(false)
 {
     BaseGuard const guard(packagesLock);
-    Interlocked::storeRelease(scopes, scopes - 1);
-    if (scopes > 0 || isRunning || !run)
+    scopes.store(scopes.load(std::memory_order_relaxed) - 1, std::memory_order_release);
+    if (scopes.load(std::memory_order_relaxed) > 0 || isRunning || !run)
         return;
     TemporaryValue const running(isRunning, true);
     ObjPtr<InPackageRun> const finished(std::exchange(run, nullptr));
@@ -267,7 +265,7 @@ InPackageScope::~InPackageScope() noexcept(false)
 
 bool InPackageScope::isOpen()
 {
-    return Interlocked::loadAcquire(scopes) > 0;
+    return scopes.load(std::memory_order_acquire) > 0;
 }
 
 // ---- the package of this library

@@ -4,7 +4,7 @@
 #include "zvbase/lgLogImp.private.h"
 #include "zvbase/lgQueueImp.private.h"
 #include "zvbase/lgReader.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/traceTags.private.h"
 
 #include <charconv>
@@ -12,8 +12,6 @@
 #include <sstream>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -78,8 +76,8 @@ bool LgLine::useQueue() noexcept
         LgQueue * const queue = LgLog::getQueue();
         if (!queue)
             return false;
-        if (Interlocked::loadRelaxed(queue->_imp->_registration) !=
-            Interlocked::loadRelaxed(LgLogImp::_registration)) [[unlikely]]
+        if (queue->_imp->_registration.load(std::memory_order_relaxed) !=
+            LgLogImp::_registration.load(std::memory_order_relaxed)) [[unlikely]]
             LgLog::registerQueue(queue);
         _queue = queue->_imp.get();
     } catch (...) {

@@ -3,13 +3,11 @@
 #include "zvbase/lgLogImp.private.h"
 #include "zvbase/lgQueueImp.private.h"
 #include "zvbase/lgReader.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <utility>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -42,7 +40,7 @@ private:
     List<LgQueue *> _queues ZV_GUARDED_BY(_lock);
 };
 
-constinit QueueFunction queueFunction = nullptr; // read without a lock
+constinit ZvPlatform::Shared<QueueFunction> queueFunction{nullptr}; // read without a lock
 constinit LgRegistry *registryInForce ZV_GUARDED_BY(LgLogImp::_registryLock) = nullptr;
 constinit LgRegistry *ownRegistry ZV_GUARDED_BY(LgLogImp::_registryLock) = nullptr;
 
@@ -51,11 +49,11 @@ constinit LgRegistry *ownRegistry ZV_GUARDED_BY(LgLogImp::_registryLock) = nullp
 constinit BaseLock LgLogImp::_readingLock;
 constinit BaseLock LgLogImp::_registryLock;
 constinit std::uint64_t LgLogImp::_generation = 0;
-constinit std::uint64_t LgLogImp::_registration = 1;
+constinit ZvPlatform::Shared<std::uint64_t> LgLogImp::_registration{1};
 constinit LgClock LgLogImp::_clock;
 
-bool LgLog::_loggerActive = false;
-bool LgLog::_blockingTrace = false;
+constinit ZvPlatform::Shared<bool> LgLog::_loggerActive{false};
+constinit ZvPlatform::Shared<bool> LgLog::_blockingTrace{false};
 
 bool LgLogImp::isOwnRegistryInForce()
 {
@@ -73,13 +71,13 @@ LgRegistry &LgLogImp::getRegistryInForce()
 
 LgQueue *LgLog::getQueue()
 {
-    QueueFunction const function = Interlocked::loadAcquire(queueFunction);
+    QueueFunction const function = queueFunction.load(std::memory_order_acquire);
     return function ? function() : nullptr;
 }
 
 void LgLog::setQueueFunction(LgQueue *(*function)())
 {
-    Interlocked::storeRelease(queueFunction, function);
+    queueFunction.store(function, std::memory_order_release);
 }
 
 LgRegistry &LgLog::getRegistry()
@@ -97,7 +95,7 @@ ObjPtrRet<LgRegistry> LgLog::setRegistry(ObjPtr<LgRegistry> registry)
         BaseGuard const guard(LgLogImp::_registryLock);
         queues = &LgLogImp::getRegistryInForce();
         former.reset(std::exchange(registryInForce, registry.release()));
-        Interlocked::increment(LgLogImp::_registration);
+        LgLogImp::_registration.fetch_add(1, std::memory_order_seq_cst);
     }
     ++LgLogImp::_generation;
     // After the exchange: from now on the thread that ends a line writes it.
@@ -113,8 +111,8 @@ void LgLog::registerQueue(LgQueue *queue)
     LgRegistry &registry = LgLogImp::getRegistryInForce();
     if (!registry.hasQueue(queue))
         registry.addQueue(queue);
-    Interlocked::storeRelaxed(queue->_imp->_registration,
-                              Interlocked::loadRelaxed(LgLogImp::_registration));
+    queue->_imp->_registration.store(LgLogImp::_registration.load(std::memory_order_relaxed),
+                                     std::memory_order_relaxed);
 }
 
 bool LgLog::creatorExit(unsigned long threadId)
@@ -124,7 +122,7 @@ bool LgLog::creatorExit(unsigned long threadId)
         // The system may use a thread's number again while the former thread's queue is still being
         // read.
         if (queue->getThreadId() == threadId &&
-            !Interlocked::loadAcquire(queue->_imp->_hasExited)) {
+            !queue->_imp->_hasExited.load(std::memory_order_acquire)) {
             queue->creatorExit();
             return true;
         }
@@ -134,23 +132,23 @@ bool LgLog::creatorExit(unsigned long threadId)
 
 bool LgLog::isLoggerActive() noexcept
 {
-    return Interlocked::loadAcquire(_loggerActive);
+    return _loggerActive.load(std::memory_order_acquire);
 }
 
 void LgLog::setLoggerActive(bool active) noexcept
 {
     // A full barrier: the reader's last look at the queues comes after it.
-    Interlocked::exchange(_loggerActive, active);
+    _loggerActive.exchange(active, std::memory_order_seq_cst);
 }
 
 bool LgLog::isBlockingTrace() noexcept
 {
-    return Interlocked::loadAcquire(_blockingTrace);
+    return _blockingTrace.load(std::memory_order_acquire);
 }
 
 void LgLog::setBlockingTrace(bool blocking) noexcept
 {
-    Interlocked::storeRelease(_blockingTrace, blocking);
+    _blockingTrace.store(blocking, std::memory_order_release);
 }
 
 void LgLog::flush()

@@ -4,6 +4,7 @@
 #include "zvbase/export.h"
 #include "zvbase/lgRegistry.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -78,8 +79,8 @@ public:
     LgLog() = delete;
 
 private:
-    static bool _loggerActive;
-    static bool _blockingTrace;
+    static ZvPlatform::Shared<bool> _loggerActive;
+    static ZvPlatform::Shared<bool> _blockingTrace;
 };
 
 /// Keeps all queues alive and unread during its lifetime. All writing to the output waits for it,

@@ -4,6 +4,7 @@
 #include "zvbase/baseLock.private.h"
 #include "zvbase/lgClock.private.h"
 #include "zvbase/lgLog.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -26,7 +27,7 @@ public:
     /// queues.
     static std::uint64_t _generation ZV_GUARDED_BY(_readingLock);
     /// The number of the installed registry. It is read without the lock.
-    static std::uint64_t _registration;
+    static ZvPlatform::Shared<std::uint64_t> _registration;
     static LgClock _clock ZV_GUARDED_BY(_readingLock);
 
     static LgRegistry &getRegistryInForce() ZV_REQUIRES(_registryLock);

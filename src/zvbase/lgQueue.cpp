@@ -8,8 +8,6 @@
 
 namespace Zv {
 
-namespace Interlocked = ZvPlatform::Interlocked;
-
 // ---- LgStream
 
 LgStream::LgStream(LgQueueImp &queue, LgLineBuffer &buffer)
@@ -74,7 +72,7 @@ void LgQueue::creatorExit()
         LgRegistry &registry = LgLogImp::getRegistryInForce();
         if (!LgLogImp::isOwnRegistryInForce() && registry.hasQueue(this)) {
             // From here on the reader may delete the queue.
-            Interlocked::storeRelease(_imp->_hasExited, true);
+            _imp->_hasExited.store(true, std::memory_order_release);
             return;
         }
     }

@@ -4,6 +4,7 @@
 #include "zvbase/lgLine.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgRing.private.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -76,8 +77,9 @@ public:
     LgLineBuffer _buffer;
     LgStream _stream;
     ObjPtr<LgQueue::Observer> _observer;
-    bool _hasExited = false;
-    std::uint64_t _registration = 0; // the number of the registry that contains the queue
+    ZvPlatform::Shared<bool> _hasExited{false};
+    // The number of the registry that contains the queue.
+    ZvPlatform::Shared<std::uint64_t> _registration{0};
 
     // Used by the writing thread only.
     unsigned _nbSuppressions = 0;

@@ -9,8 +9,6 @@
 
 namespace Zv {
 
-namespace Interlocked = ZvPlatform::Interlocked;
-
 namespace {
 
 /// Ending a line takes less than a microsecond, unless the thread loses its processor in the middle
@@ -21,7 +19,7 @@ constexpr int LOOKS_WITHOUT_SLEEP = 16;
 constexpr int LOOKS = 1000;
 
 // Not a local variable: the compiler may remove an operation that no other thread can see.
-constinit std::uint32_t barrier = 0;
+constinit ZvPlatform::Shared<std::uint32_t> barrier{0};
 
 void waitForAnnounced(LgQueueImp const &queue)
 {
@@ -31,7 +29,7 @@ void waitForAnnounced(LgQueueImp const &queue)
     for (int look = 0; look < LOOKS; ++look) {
         // A killed thread cannot end its line.
         if (queue._ring.getAnnouncement() != announcement ||
-            Interlocked::loadAcquire(queue._hasExited))
+            queue._hasExited.load(std::memory_order_acquire))
             return;
         ::Sleep(look < LOOKS_WITHOUT_SLEEP ? 0 : 1);
     }
@@ -88,7 +86,7 @@ void LgReader::flushAll()
 void LgReader::refresh() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     std::uint64_t const now = LgLogImp::_clock.read();
-    Interlocked::increment(barrier);
+    barrier.fetch_add(1, std::memory_order_seq_cst);
     List<LgQueue *> queues;
     {
         BaseGuard const guard(LgLogImp::_registryLock);
@@ -170,7 +168,7 @@ void LgReader::reap()
     std::vector<LgQueue *> const queues = _queues;
     for (LgQueue *queue : queues) {
         LgQueueImp const &imp = *queue->_imp;
-        bool const isOver = Interlocked::loadAcquire(imp._hasExited) && imp._ring.isEmpty() &&
+        bool const isOver = imp._hasExited.load(std::memory_order_acquire) && imp._ring.isEmpty() &&
                             imp._ring.getNbLostLines() == imp._toldLines;
         if (isOver) {
             registry->removeQueue(queue);

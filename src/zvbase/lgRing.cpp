@@ -10,8 +10,6 @@
 
 namespace Zv {
 
-namespace Interlocked = ZvPlatform::Interlocked;
-
 namespace {
 
 /// More than most lines have.
@@ -29,15 +27,19 @@ LgRing::LgRing(std::size_t capacity) : _memory(LgRingMemory::take(capacity)), _c
 
 bool LgRing::publish(std::uint64_t end, std::uint32_t kind)
 {
-    Interlocked::exchange(_announcement, _announcement + 1);
+    _announcement.exchange(_announcement.load(std::memory_order_relaxed) + 1,
+                           std::memory_order_seq_cst);
     bool const isServed = LgLog::isLoggerActive();
-    Header const header = {ZvPlatform::readStamp(), static_cast<std::uint32_t>(end - _tail - UNIT),
-                           kind, _lostLines, _lostCharacters};
-    std::memcpy(at(_tail), &header, sizeof header);
+    std::uint64_t const tail = getTail();
+    Header const header = {ZvPlatform::readStamp(), static_cast<std::uint32_t>(end - tail - UNIT),
+                           kind, _lostLines.load(std::memory_order_relaxed),
+                           _lostCharacters.load(std::memory_order_relaxed)};
+    std::memcpy(at(tail), &header, sizeof header);
     std::uint64_t const next = roundUp(end);
-    Interlocked::storeRelaxed(_reserved, next + UNIT);
-    Interlocked::storeRelease(_tail, next);
-    Interlocked::storeRelease(_announcement, _announcement + 1);
+    _reserved.store(next + UNIT, std::memory_order_relaxed);
+    _tail.store(next, std::memory_order_release);
+    _announcement.store(_announcement.load(std::memory_order_relaxed) + 1,
+                        std::memory_order_release);
     prefetch(next, next - (end - header.length - UNIT));
     return isServed;
 }
@@ -52,8 +54,9 @@ void LgRing::prefetch(std::uint64_t place, std::uint64_t length)
 
 void LgRing::countLoss(std::uint64_t characters)
 {
-    Interlocked::storeRelease(_lostCharacters, _lostCharacters + characters);
-    Interlocked::storeRelease(_lostLines, _lostLines + 1);
+    _lostCharacters.store(_lostCharacters.load(std::memory_order_relaxed) + characters,
+                          std::memory_order_release);
+    _lostLines.store(_lostLines.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
 void LgRing::reverse(std::uint64_t first, std::uint64_t last)
@@ -74,28 +77,29 @@ void LgRing::rotate(std::uint64_t first, std::uint64_t middle, std::uint64_t las
 std::uint64_t LgRing::getNbFree() const
 {
     // Read in this order: a reserved place is never beyond the limit of the same moment.
-    std::uint64_t const reserved = Interlocked::loadAcquire(_reserved);
+    std::uint64_t const reserved = _reserved.load(std::memory_order_acquire);
     std::uint64_t const limit = getLimit();
     return limit > reserved ? limit - reserved : 0;
 }
 
 bool LgRing::isEmpty() const
 {
-    return Interlocked::loadAcquire(_tail) == Interlocked::loadAcquire(_head);
+    return _tail.load(std::memory_order_acquire) == _head.load(std::memory_order_acquire);
 }
 
 LgRing::Header const *LgRing::getFront() const
 {
-    if (Interlocked::loadAcquire(_tail) == _head)
+    if (_tail.load(std::memory_order_acquire) == _head.load(std::memory_order_relaxed))
         return nullptr;
-    char const * const place = _memory.get() + (_head & (_capacity - 1));
+    char const * const place =
+        _memory.get() + (_head.load(std::memory_order_relaxed) & (_capacity - 1));
     return std::launder(reinterpret_cast<Header const *>(place));
 }
 
 void LgRing::readFront(std::string &text) const
 {
     std::size_t const length = getFront()->length;
-    std::uint64_t const start = _head + UNIT;
+    std::uint64_t const start = _head.load(std::memory_order_relaxed) + UNIT;
     std::size_t const first = std::min<std::size_t>(length, getSeam(start) - start);
     text.append(_memory.get() + (start & (_capacity - 1)), first);
     text.append(_memory.get(), length - first);
@@ -103,8 +107,9 @@ void LgRing::readFront(std::string &text) const
 
 void LgRing::pop()
 {
-    std::uint64_t const next = _head + UNIT + roundUp(getFront()->length);
-    Interlocked::storeRelease(_head, next);
+    std::uint64_t const next =
+        _head.load(std::memory_order_relaxed) + UNIT + roundUp(getFront()->length);
+    _head.store(next, std::memory_order_release);
 }
 
 } // namespace Zv

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "zvbase/lgRingMemory.private.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -47,20 +47,14 @@ public:
 
     // ---- the writer
 
-    std::uint64_t getTail() const { return _tail; }
+    std::uint64_t getTail() const { return _tail.load(std::memory_order_relaxed); }
     /// Returns the first place that is not free. It grows when the reader reads.
-    std::uint64_t getLimit() const
-    {
-        return ZvPlatform::Interlocked::loadAcquire(_head) + _capacity;
-    }
+    std::uint64_t getLimit() const { return _head.load(std::memory_order_acquire) + _capacity; }
     char *at(std::uint64_t place) { return _memory.get() + (place & (_capacity - 1)); }
     /// Returns the place behind `place` at which the memory ends.
     std::uint64_t getSeam(std::uint64_t place) const { return (place | (_capacity - 1)) + 1; }
     /// Tells other threads where the text ends that is not published yet.
-    void setReserved(std::uint64_t place)
-    {
-        ZvPlatform::Interlocked::storeRelease(_reserved, place);
-    }
+    void setReserved(std::uint64_t place) { _reserved.store(place, std::memory_order_release); }
     /// Publishes the record whose header is at the tail and whose text ends at `end`. Returns true
     /// if a logger ran when the record was announced. Then a reader is sure to find it.
     bool publish(std::uint64_t end, std::uint32_t kind);
@@ -74,14 +68,8 @@ public:
 
     std::uint64_t getNbFree() const;
     bool isEmpty() const;
-    std::uint64_t getNbLostLines() const
-    {
-        return ZvPlatform::Interlocked::loadAcquire(_lostLines);
-    }
-    std::uint32_t getAnnouncement() const
-    {
-        return ZvPlatform::Interlocked::loadAcquire(_announcement);
-    }
+    std::uint64_t getNbLostLines() const { return _lostLines.load(std::memory_order_acquire); }
+    std::uint32_t getAnnouncement() const { return _announcement.load(std::memory_order_acquire); }
 
     // ---- the reader
 
@@ -93,7 +81,7 @@ public:
     void pop();
     std::uint64_t getNbLostCharacters() const
     {
-        return ZvPlatform::Interlocked::loadAcquire(_lostCharacters);
+        return _lostCharacters.load(std::memory_order_acquire);
     }
 
 private:
@@ -104,12 +92,13 @@ private:
 
     LgRingMemory::Owned _memory;
     std::size_t _capacity;
-    alignas(64) std::uint64_t _tail = 0; // written by the writer
-    std::uint64_t _reserved = UNIT;      // where text would continue, behind the tail's header
-    std::uint32_t _announcement = 0;
-    std::uint64_t _lostLines = 0;
-    std::uint64_t _lostCharacters = 0;
-    alignas(64) std::uint64_t _head = 0; // written by the reader
+    alignas(64) ZvPlatform::Shared<std::uint64_t> _tail{0}; // written by the writer
+    // Text would continue here, behind the tail's header.
+    ZvPlatform::Shared<std::uint64_t> _reserved{UNIT};
+    ZvPlatform::Shared<std::uint32_t> _announcement{0};
+    ZvPlatform::Shared<std::uint64_t> _lostLines{0};
+    ZvPlatform::Shared<std::uint64_t> _lostCharacters{0};
+    alignas(64) ZvPlatform::Shared<std::uint64_t> _head{0}; // written by the reader
 };
 
 } // namespace Zv

@@ -2,11 +2,9 @@
 
 #include "platform/services.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -29,11 +27,12 @@ Sleeper::~Sleeper() = default;
 
 Sleeper &Sleeper::getInstance()
 {
-    static constinit Sleeper *instance = nullptr;
-    Sleeper *known = Interlocked::loadAcquire(instance);
+    static constinit ZvPlatform::Shared<Sleeper *> instance{nullptr};
+    Sleeper *known = instance.load(std::memory_order_acquire);
     if (!known) {
         Sleeper * const made = new TheSleeper;
-        if (Interlocked::compareExchange(instance, known, made))
+        if (instance.compare_exchange_strong(known, made, std::memory_order_seq_cst,
+                                             std::memory_order_acquire))
             return *made;
         delete made;
     }

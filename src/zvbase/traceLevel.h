@@ -2,7 +2,7 @@
 #pragma once
 
 #include "zvbase/export.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 
@@ -24,12 +24,9 @@ public:
 
     char const *getName() const noexcept { return _name; }
     /// Returns true if the level is on. Costs one load.
-    bool isEnabled() const noexcept { return ZvPlatform::Interlocked::loadRelaxed(_isEnabled); }
+    bool isEnabled() const noexcept { return _isEnabled.load(std::memory_order_relaxed); }
     /// Switches the level. Other threads see the change soon, but not at once.
-    void setEnabled(bool enabled) noexcept
-    {
-        ZvPlatform::Interlocked::storeRelaxed(_isEnabled, enabled);
-    }
+    void setEnabled(bool enabled) noexcept { _isEnabled.store(enabled, std::memory_order_relaxed); }
 
 private:
     friend class TraceLevels;
@@ -38,7 +35,7 @@ private:
     {}
 
     char const *_name;
-    bool _isEnabled;
+    ZvPlatform::Shared<bool> _isEnabled;
     TraceLevel *_next = nullptr;
 };
 

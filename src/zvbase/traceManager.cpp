@@ -4,13 +4,11 @@
 #include "zvbase/baseLock.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/lgTrace.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/scope.private.h"
 #include "zvbase/traceTags.private.h"
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -26,19 +24,19 @@ private:
 };
 
 constinit BaseLock managersLock;
-constinit TraceManager *inCharge = nullptr; // read without the lock
-constinit std::uint32_t nbInside = 0;       // threads that are inside of a manager
-constinit unsigned generation = 1;
+constinit ZvPlatform::Shared<TraceManager *> inCharge{nullptr}; // read without the lock
+constinit ZvPlatform::Shared<std::uint32_t> nbInside{0}; // threads that are inside of a manager
+constinit ZvPlatform::Shared<unsigned> generation{1};
 
 void leaveManager()
 {
-    if (Interlocked::decrement(nbInside) == 0)
+    if (nbInside.fetch_sub(1, std::memory_order_seq_cst) == 1)
         ::WakeByAddressAll(&nbInside);
 }
 
 void waitUntilNoThreadIsInside()
 {
-    while (std::uint32_t nb = Interlocked::loadAcquire(nbInside))
+    while (std::uint32_t nb = nbInside.load(std::memory_order_acquire))
         ::WaitOnAddress(&nbInside, &nb, sizeof nb, INFINITE);
 }
 
@@ -46,12 +44,12 @@ void waitUntilNoThreadIsInside()
 
 unsigned TraceTags::getGeneration()
 {
-    return Interlocked::loadAcquire(generation);
+    return generation.load(std::memory_order_acquire);
 }
 
 void TraceTags::write(std::ostream &stream)
 {
-    Interlocked::increment(nbInside);
+    nbInside.fetch_add(1, std::memory_order_seq_cst);
     AtScopeEnd const leaving(&leaveManager);
     TraceManager::getInstance()->getTrace()->writeTag(stream);
 }
@@ -62,8 +60,8 @@ void TraceTags::install(TraceManager &manager)
     ZV_ASSERT(!manager._isInstalled);
     manager._former = TraceManager::getInstance();
     manager._isInstalled = true;
-    Interlocked::exchange(inCharge, &manager);
-    Interlocked::increment(generation);
+    inCharge.exchange(&manager, std::memory_order_seq_cst);
+    generation.fetch_add(1, std::memory_order_seq_cst);
 }
 
 void TraceTags::retire(TraceManager &manager)
@@ -72,20 +70,22 @@ void TraceTags::retire(TraceManager &manager)
         BaseGuard const guard(managersLock);
         if (!manager._isInstalled)
             return;
-        ZV_ASSERT(inCharge == &manager);
+        if (inCharge.load(std::memory_order_relaxed) != &manager)
+            Assertions::throwAssertionFailed(__FILE__, __LINE__, "inCharge == &manager");
         manager._isInstalled = false;
-        Interlocked::exchange(inCharge, manager._former);
-        Interlocked::increment(generation);
+        inCharge.exchange(manager._former, std::memory_order_seq_cst);
+        generation.fetch_add(1, std::memory_order_seq_cst);
     }
     waitUntilNoThreadIsInside();
 }
 
 TraceManager *TraceManager::getInstance()
 {
-    TraceManager *known = Interlocked::loadAcquire(inCharge);
+    TraceManager *known = inCharge.load(std::memory_order_acquire);
     if (!known) {
         TraceManager * const made = new OwnManager;
-        if (Interlocked::compareExchange(inCharge, known, made))
+        if (inCharge.compare_exchange_strong(known, made, std::memory_order_seq_cst,
+                                             std::memory_order_acquire))
             return made;
         delete made;
     }

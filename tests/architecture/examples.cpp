@@ -87,7 +87,7 @@ std::vector<Example> findExamplesOfDocument(std::istream &document)
 bool isAtNamespaceScope(Example const &example)
 {
     static std::regex const declaration(
-        "^(namespace|template|extern|inline)\\b.*|^(ZV_DECLARE_|ZV_DEFINE_|#define ).*|"
+        "^(namespace|template|extern|inline)\\b.*|^(ZV_DECLARE_|ZV_DEFINE_|ZV_EXPLORED|#define ).*|"
         // a function: its head, with the body on the same line or on the next ones
         "^[A-Za-z_][\\w:<>,&* ]*[ &*:~]\\w+\\([^;]*\\)( const)?( noexcept(\\(false\\))?)?"
         "( :[^;]*)?( \\{.*\\})?$");

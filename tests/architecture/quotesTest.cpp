@@ -55,8 +55,8 @@ void visitExamples(Visit const &visit)
         }
 }
 
-/// Returns whether the code is a part of the lines. A line "// ..." in the code means that some lines
-/// are left out.
+/// Returns whether the code is a part of the lines. A line "// ..." in the code means that some
+/// lines are left out.
 bool isPartOf(std::vector<std::string> const &lines, std::vector<std::string> const &code)
 {
     auto from = lines.begin();

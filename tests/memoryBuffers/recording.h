@@ -49,10 +49,7 @@ struct TestAccess<MbBufferImp>
     void close() { imp.close(); }
     long keepAlive() const { return imp._keepAlive.getValue(); }
     /// Returns true if guards lock and unlock the buffer without its mutex.
-    bool isOpen() const
-    {
-        return !MbWord::isClosed(ZvPlatform::Interlocked::loadAcquire(imp._word));
-    }
+    bool isOpen() const { return !MbWord::isClosed(imp._word.load(std::memory_order_acquire)); }
 
     MbBufferImp &imp;
 

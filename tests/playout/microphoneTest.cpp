@@ -237,7 +237,8 @@ TEST_F(MicrophoneTest, InvalidOptionsAreRefused)
                 "the cards are jack and alsa, but one sound system must pace a show");
     for (std::string const length : {"0", "-1", "1e9"})
         expectUsage({"--from", "jack", path("out.wav"), "--length", length},
-                    "--length takes a number of seconds greater than 0, not \"" + length + "\"");
+                    "--length takes more than 0 seconds and at most a year, not \"" + length +
+                        "\"");
     expectUsage({"--from", "jack", path("out.wav"), "--length", "1 s"},
                 "--length takes a number, not \"1 s\"");
 }

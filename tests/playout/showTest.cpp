@@ -102,7 +102,7 @@ TEST_F(ShowTest, HelpListsEveryOption)
     EXPECT_EQ(outcome.err, "");
     for (char const * const option :
          {"--from", "--length", "--to", "--gain", "--sequence", "--stream", "--property", "--block",
-          "--fast", "--realtime", "--dump-show", "--trace", "--help"})
+          "--fast", "--realtime", "--dump-show", "--trace", "--trace-events", "--report", "--help"})
         EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
 }
 

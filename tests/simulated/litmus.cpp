@@ -284,8 +284,8 @@ private:
                 if (acquires(_events[i].operation.order) &&
                     (i == load || (isFence(i) && _before.has(load, i))))
                     acquirers.push_back(i);
-            // The store that is read belongs to the release sequences that begin with it, and, if it
-            // is a read-modify-write, to those of the store that it has read.
+            // The store that is read belongs to the release sequences that begin with it, and, if
+            // it is a read-modify-write, to those of the store that it has read.
             for (std::size_t head = _source[load];; head = _source[head]) {
                 for (std::size_t i = 0; i < size; ++i)
                     if (releases(_events[i].operation.order) &&

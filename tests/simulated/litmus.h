@@ -36,8 +36,8 @@ struct Operation
 /// The operations of each thread. All words begin with 0.
 using Litmus = std::vector<std::vector<Operation>>;
 
-/// Texts such as "1 0 | 1 1": what the threads have read, one after the other, and the last value of
-/// each word.
+/// Texts such as "1 0 | 1 1": what the threads have read, one after the other, and the last value
+/// of each word.
 using Outcomes = std::set<std::string>;
 
 /// Outcomes of the memory model of the scheduler.

@@ -232,11 +232,10 @@ SIMULATED(WordBeginsAnew, {.preemptions = 2})
 }
 
 /// The report says which value was read, and where the newer one was stored.
-KNOWN_FAULT(OlderValueIsReported,
-            (Fault{.finding = "does not hold",
-                   .byRandom = 300,
-                   .text = "0 instead of 0x29 was read from"}),
-            {})
+KNOWN_FAULT(
+    OlderValueIsReported,
+    (Fault{.finding = "does not hold", .byRandom = 300, .text = "0 instead of 0x29 was read from"}),
+    {})
 {
     Shared<int> word{0};
     setName(&word, "the word");
@@ -376,4 +375,27 @@ KNOWN_FAULT(WaitOnAddressPublishesNothing, within(300), {.preemptions = 3})
     while (word.load(RELAXED) == first)
         ::WaitOnAddress(&word, const_cast<std::uint32_t *>(&first), sizeof first, INFINITE);
     mailbox.look();
+}
+
+/// A handle is closed by each of two threads. A third one finds that the name is free again.
+SIMULATED(CloseOfANamePublishes, {.preemptions = 2})
+{
+    constexpr char NAME[] = "closed by two";
+    Shared<int> count{0};
+    HANDLE const mine = ::CreateMutexA(nullptr, FALSE, NAME);
+    HANDLE const same = ::CreateMutexA(nullptr, FALSE, NAME);
+    Worker first("first", [&] {
+        count.fetch_add(1, RELAXED);
+        ::CloseHandle(mine);
+    });
+    Worker second("second", [&] {
+        count.fetch_add(1, RELAXED);
+        ::CloseHandle(same);
+    });
+    HANDLE const next = ::CreateMutexA(nullptr, FALSE, NAME);
+    if (::GetLastError() != ERROR_ALREADY_EXISTS)
+        HOLDS(count.load(RELAXED) == 2);
+    first.join();
+    second.join();
+    ::CloseHandle(next);
 }

@@ -13,9 +13,10 @@
 // schedules, fork a new process for each of them. A fault that the scheduler detects is a finding.
 // It is entered in the record, and ends the process.
 //
-// A schedule can be any order of the operations of the layer, and a load of a shared word can return
-// an older value. It does not show what happens between two operations of the layer. The thread
-// sanitizer does not see the baton, so a program that is built with it shows data races as well.
+// A schedule can be any order of the operations of the layer, and a load of a shared word can
+// return an older value. It does not show what happens between two operations of the layer. The
+// thread sanitizer does not see the baton, so a program that is built with it shows data races as
+// well.
 #pragma once
 
 #include "platform/services.h"

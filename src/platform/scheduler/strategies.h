@@ -54,8 +54,8 @@ public:
 
     virtual void begin(Options const &, Record &) {}
     virtual unsigned choose(Candidates const &, Record &) = 0;
-    /// Returns which of `count` stores a load reads, from 0 for the newest. A load of the newest value
-    /// must be likely, so that loops which wait for it end.
+    /// Returns which of `count` stores a load reads, from 0 for the newest. A load of the newest
+    /// value must be likely, so that loops which wait for it end.
     virtual unsigned chooseStore(unsigned count, Record const &) = 0;
     virtual void started(Task &) {}
 

@@ -263,9 +263,9 @@ WeakMemory::Compared WeakMemory::compare(unsigned thread, void const *address, s
     }
     Store *stores[HISTORY];
     unsigned const count = collect(*word, at(thread), failure == std::memory_order_seq_cst, stores);
-    // The newest value comes first. It is read by the exchange if it is the expected one. Otherwise,
-    // and for each older value, the operation is a load. A load of the expected value is a failure
-    // without a cause.
+    // The newest value comes first. It is read by the exchange if it is the expected one.
+    // Otherwise, and for each older value, the operation is a load. A load of the expected value is
+    // a failure without a cause.
     Store *options[HISTORY + 1] = {word->newest};
     unsigned nbOptions = 1;
     for (unsigned i = newest == expected ? 0 : 1; i < count; ++i)

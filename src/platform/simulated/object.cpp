@@ -67,6 +67,7 @@ Object *newObject(Object::Type type)
     object->handles = 1;
     object->serial = ++serial;
     forgetPublished(object);
+    forgetPublished(&object->handles);
     if (scheduler.isTracing())
         scheduler.mark(object->made);
     return object;
@@ -189,9 +190,13 @@ BOOL CloseHandle(HANDLE handle)
     Object *object = objectOf(handle);
     if (!object)
         return FALSE;
+    // Who creates an object of this name later sees what each owner of a handle has written. No
+    // waiter of the object does.
+    synchroniseRelease(&object->handles);
     if (--object->handles)
         return TRUE;
     object->closed = true;
+    synchroniseAcquire(&object->handles);
     removeName(*object);
     // A mutex that has no waiter and belongs to the calling thread is destroyed. If it belongs to
     // another thread, it exists until that thread releases it.

@@ -160,8 +160,8 @@ HANDLE createObject(char const *name, Object::Type type, Resource resource, Make
     return object;
 }
 
-/// Calls `what` with the object of the given type behind a handle. Returns FALSE with the last error
-/// set if there is none.
+/// Calls `what` with the object of the given type behind a handle. Returns FALSE with the last
+/// error set if there is none.
 template <class What>
 BOOL withObject(HANDLE handle, Object::Type type, What what)
 {

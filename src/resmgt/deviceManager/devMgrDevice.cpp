@@ -5,26 +5,25 @@
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sleeper.h"
 #include "zvbase/traceCaught.private.h"
 
 namespace Zv {
 
-namespace Interlocked = ZvPlatform::Interlocked;
-
 // ---- DevMgrLeftBehind
 
 namespace {
 
-constinit DevMgrLeftBehind *newest = nullptr;
+constinit ZvPlatform::Shared<DevMgrLeftBehind *> newest{nullptr};
 
 } // namespace
 
 void DevMgrLeftBehind::enter()
 {
-    _next = Interlocked::loadAcquire(newest);
-    while (!Interlocked::compareExchange(newest, _next, this)) {
+    _next = newest.load(std::memory_order_acquire);
+    while (!newest.compare_exchange_strong(_next, this, std::memory_order_seq_cst,
+                                           std::memory_order_acquire)) {
     }
 }
 
@@ -62,7 +61,7 @@ DevMgrDevice::~DevMgrDevice() = default;
 
 DevMgrDevice::State DevMgrDevice::getState() const
 {
-    return Interlocked::loadAcquire(_state);
+    return _state.load(std::memory_order_acquire);
 }
 
 std::exception_ptr DevMgrDevice::getOpenFailure() const
@@ -210,7 +209,7 @@ void DevMgrDevice::performClose()
 
 void DevMgrDevice::setState(State state)
 {
-    Interlocked::storeRelease(_state, state);
+    _state.store(state, std::memory_order_release);
     _progress->post();
 }
 

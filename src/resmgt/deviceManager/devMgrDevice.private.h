@@ -11,6 +11,7 @@
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/immortal.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <exception>
@@ -146,8 +147,8 @@ private:
     RCShdPtr<DevMDPrtcl> _prtcl;
     RCShdPtr<DevMDAccessPrtcl> _access;
     RCShdPtr<DevMgrProgress> const _progress;
-    State _state = OPENING; // written last, so that its reader sees the failures
-    LkLock _callLock;       // a leaf. Held while the state OPEN is left
+    ZvPlatform::Shared<State> _state{OPENING}; // written last, so that its reader sees the failures
+    LkLock _callLock;                          // a leaf. Held while the state OPEN is left
     unsigned _nbCalls ZV_GUARDED_BY(_callLock) = 0;
     bool _isClosingAwaited ZV_GUARDED_BY(_callLock) = false;
     bool _isLeftToCall ZV_GUARDED_BY(_callLock) = false;

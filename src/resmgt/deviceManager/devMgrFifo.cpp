@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/devMgrFifo.h"
 
 #include "resmgt/deviceManager/devMgrFifo.private.h"
+#include "resmgt/deviceProtocol/devANOTrace.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/deviceProtocol/devReceiverWait.h"
 #include "resmgt/locks/lkGuard.h"
@@ -8,7 +9,7 @@
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadStart.private.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/threadAnnotations.h"
 #include "zvbase/trace.h"
 #include "zvbase/traceCaught.private.h"
@@ -33,8 +34,6 @@ void DevMgrACO::performExecute()
     _fifo->admit(entry);
 }
 
-namespace Interlocked = ZvPlatform::Interlocked;
-
 // ---- DevMgrThread
 
 /// Executes the requests of the queue, one after the other, until it is told to stop.
@@ -49,23 +48,24 @@ public:
     void performExecute(MtThread *) override
     {
         ObjPtr<DevANO> ano;
-        while (!Interlocked::loadAcquire(_stop)) {
+        while (!_stop.load(std::memory_order_acquire)) {
             DevANOQueueEntry next(_fifo->consume());
             attempt(nullptr, [&ano] { ano = nullptr; });
             ano = next.release();
             attempt(ano.get(), [&ano] {
+                DevANOTrace::Execution const execution(*ano);
                 ano->performExecute();
                 ano->notify();
             });
         }
-        if (Interlocked::loadAcquire(_isLeftBehind))
+        if (_isLeftBehind.load(std::memory_order_acquire))
             attempt(nullptr, [this] { _fifo->close(); });
     }
 
     /// Makes the thread close the queue when it ends.
-    void leaveBehind() { Interlocked::storeRelease(_isLeftBehind, true); }
+    void leaveBehind() { _isLeftBehind.store(true, std::memory_order_release); }
 
-    void performStop(MtThread *) override { Interlocked::storeRelease(_stop, true); }
+    void performStop(MtThread *) override { _stop.store(true, std::memory_order_release); }
 
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler)
     {
@@ -120,8 +120,8 @@ private:
     RCShdPtr<DevMgrFifo> _fifo;
     LkLock _handlerLock;
     RCShdPtr<DevMgrFailureHandler> _handler ZV_GUARDED_BY(_handlerLock);
-    bool _stop = false;
-    bool _isLeftBehind = false;
+    ZvPlatform::Shared<bool> _stop{false};
+    ZvPlatform::Shared<bool> _isLeftBehind{false};
 };
 
 namespace {

@@ -8,14 +8,12 @@
 #include "zvbase/containers.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sleeper.h"
 
 #include <algorithm>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -149,17 +147,17 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
         expectNotClosed();
         devices.assign(_devices.rbegin(), _devices.rend());
         report.devices.reserve(devices.size());
-        Interlocked::storeRelease(_isClosed, true);
+        _isClosed.store(true, std::memory_order_release);
     }
     // The thread must end first. After that, no observer and no sequence is called, and no device
     // waits for room in the queue.
     try {
         report.isThreadLeftBehind = !_thread->end(seconds / 2);
     } catch (...) { // `end` has had no effect
-        Interlocked::storeRelease(_isClosed, false);
+        _isClosed.store(false, std::memory_order_release);
         throw;
     }
-    Interlocked::storeRelease(_isThreadLeftBehind, report.isThreadLeftBehind);
+    _isThreadLeftBehind.store(report.isThreadLeftBehind, std::memory_order_release);
     closeInTurn(devices, *_progress, end);
 
     {
@@ -178,7 +176,7 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
 
 bool DevMgrMediator::isClosed() const
 {
-    return Interlocked::loadAcquire(_isClosed);
+    return _isClosed.load(std::memory_order_acquire);
 }
 
 void DevMgrMediator::expectNotClosed() const
@@ -195,7 +193,7 @@ LkLock const &DevMgrMediator::getLock() const
 
 bool DevMgrMediator::isThreadLeftBehind() const
 {
-    return Interlocked::loadAcquire(_isThreadLeftBehind);
+    return _isThreadLeftBehind.load(std::memory_order_acquire);
 }
 
 bool DevMgrMediator::isPrtclCreated(LiString const &name) const

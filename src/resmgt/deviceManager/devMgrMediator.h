@@ -8,6 +8,7 @@
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkLock.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -105,8 +106,8 @@ private:
         _devices ZV_GUARDED_BY(_prtclMapLock); // the same, in the order in which they were opened
     RCShdPtr<DevMgrProgress> _progress;
     RCShdPtr<DevMgrFifo> _fifo;
-    bool _isClosed = false; // written under the map's lock, read without
-    bool _isThreadLeftBehind = false;
+    ZvPlatform::Shared<bool> _isClosed{false}; // written under the map's lock, read without
+    ZvPlatform::Shared<bool> _isThreadLeftBehind{false};
 };
 
 } // namespace Zv

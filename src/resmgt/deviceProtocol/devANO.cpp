@@ -28,6 +28,7 @@ void DevANO::notify()
         _aco->performExecute();
         _aco = nullptr;
     }
+    _flow.end();
 }
 
 bool DevANO::notifyFailure(std::exception_ptr const &failure)

@@ -4,6 +4,7 @@
 
 #include "resmgt/export.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/traceEvents.h"
 
 #include <concepts>
 #include <exception>
@@ -12,6 +13,7 @@
 
 namespace Zv {
 
+class DevANOTrace;
 class DevMDStdAccessPrtcl;
 class DevMDStdSyncSeqPrtcl;
 template <class T>
@@ -53,6 +55,11 @@ public:
     DevACO(DevACO const &) = default;
     DevACO &operator=(DevACO const &) = default;
     ~DevACO() override;
+
+private:
+    friend class DevANOTrace;
+
+    TraceFlow mutable _flow; // of the request that has brought it
 };
 
 /// A completion that can be told of a failure. If a request throws on the thread of a standard
@@ -102,7 +109,10 @@ public:
     ObjPtrRet<DevACO> releaseACO();
 
 private:
+    friend class DevANOTrace;
+
     ObjPtr<DevACO> _aco;
+    TraceFlow mutable _flow; // if there is no completion when the request is sent
 };
 
 /// A request that can be sent again. Its owner keeps it as a prototype and sends clones of it.

@@ -1,10 +1,11 @@
 #include "resmgt/deviceProtocol/devANOFifo.h"
 
+#include "resmgt/deviceProtocol/devANOTrace.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threadExtensions/mtContainer.imp.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstdint>
 #include <utility>
@@ -12,8 +13,6 @@
 namespace Zv {
 
 template class MtContainer<std::queue<DevANOQueueEntry, Deque<DevANOQueueEntry>>>;
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -45,6 +44,7 @@ void DevANOFifo::add(DevANOQueueEntry &entry, void (DevANOQueue::*how)(DevANOQue
 {
     if (entry.isNull())
         RCExUtil::throwExNullPtr(); // here, not on the thread that would execute it
+    DevANOTrace::Sending const sending(*entry.get());
     try {
         (_queue.*how)(entry);
     } catch (...) { // thrown by an observer: the request is queued
@@ -115,7 +115,7 @@ void DevANOFifo::close()
     std::exception_ptr former;
     {
         LkGuard const guard(_conditionLock);
-        Interlocked::storeRelease(_condition, CLOSED);
+        _condition.store(CLOSED, std::memory_order_release);
         former = std::exchange(_failure, nullptr);
     }
     FirstFailure failure(former);
@@ -127,10 +127,10 @@ void DevANOFifo::leaveBehind(DevANO const *last)
 {
     {
         LkGuard const guard(_conditionLock);
-        if (_condition == CLOSED)
+        if (_condition.load(std::memory_order_relaxed) == CLOSED)
             return;
         _last = last;
-        Interlocked::storeRelease(_condition, LEFT_BEHIND);
+        _condition.store(LEFT_BEHIND, std::memory_order_release);
     }
     FirstFailure failure;
     discardWhile(LEFT_BEHIND, failure);
@@ -149,7 +149,7 @@ void DevANOFifo::setObserver(RCShdPtr<DevANOQueue::Observer> const &observer)
 
 bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
 {
-    Condition const condition = Interlocked::loadAcquire(_condition);
+    Condition const condition = _condition.load(std::memory_order_acquire);
     if (condition != ENDING && condition != LEFT_BEHIND)
         return true;
     if (entry.get() == _last) {
@@ -169,7 +169,7 @@ bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
 void DevANOFifo::setCondition(Condition condition)
 {
     LkGuard const guard(_conditionLock);
-    Interlocked::storeRelease(_condition, condition);
+    _condition.store(condition, std::memory_order_release);
 }
 
 // Called when the entry has been queued. The closing thread and the queueing thread have both held
@@ -177,7 +177,7 @@ void DevANOFifo::setCondition(Condition condition)
 // finds the queue closed.
 void DevANOFifo::discardIfClosed()
 {
-    Condition const condition = Interlocked::loadAcquire(_condition);
+    Condition const condition = _condition.load(std::memory_order_acquire);
     if (condition != CLOSED && condition != LEFT_BEHIND)
         return;
     FirstFailure failure;
@@ -193,7 +193,8 @@ void DevANOFifo::discardWhile(Condition condition, FirstFailure &failure)
         DevANOQueueEntry entry;
         {
             LkGuard const guard(_conditionLock);
-            if (_condition != condition || !_queue.tryConsume(entry))
+            if (_condition.load(std::memory_order_relaxed) != condition ||
+                !_queue.tryConsume(entry))
                 return;
             if (condition == LEFT_BEHIND && entry.get() == _last) {
                 failure.attempt([this, &entry] { _queue.admit(entry); });

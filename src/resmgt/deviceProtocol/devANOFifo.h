@@ -9,6 +9,7 @@
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/threadExtensions/mtContainer.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -115,7 +116,7 @@ private:
     // Held to change the condition, and by a producer while it takes a request out of a closed
     // queue: it must not take one that was sent after the queue was opened again.
     LkLock _conditionLock;
-    Condition _condition = OPEN;
+    ZvPlatform::Shared<Condition> _condition{OPEN};
     // Written before the condition is ENDING or LEFT_BEHIND. In ENDING also by the consumer, until
     // it has ended.
     DevANO const *_last = nullptr;

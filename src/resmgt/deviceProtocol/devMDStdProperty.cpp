@@ -4,12 +4,10 @@
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/scope.private.h"
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 DevMDStdPropertyObserver::DevMDStdPropertyObserver() : _lock("DevMDStdProperty observer") {}
 
@@ -24,7 +22,7 @@ void DevMDStdPropertyObserver::set(ObjPtr<DevMDPropertyAEO> observer)
     {
         LkGuard guard(_lock);
         former = std::move(_observer);
-        Interlocked::storeRelease(_isSet, !latter.isNull());
+        _isSet.store(!latter.isNull(), std::memory_order_release);
         _observer = std::move(latter);
         _isUnread = false;
     }
@@ -32,7 +30,7 @@ void DevMDStdPropertyObserver::set(ObjPtr<DevMDPropertyAEO> observer)
 
 void DevMDStdPropertyObserver::notify(unsigned int events)
 {
-    if (!Interlocked::loadAcquire(_isSet))
+    if (!_isSet.load(std::memory_order_acquire))
         return;
     // No lock is held: the observer may block on the manager's queue, and the thread that serves
     // that queue may be waiting to replace the observer.
@@ -47,7 +45,7 @@ void DevMDStdPropertyObserver::notify(unsigned int events)
 
 void DevMDStdPropertyObserver::notifyUnread()
 {
-    if (!Interlocked::loadAcquire(_isSet))
+    if (!_isSet.load(std::memory_order_acquire))
         return;
     {
         LkGuard guard(_lock);
@@ -65,7 +63,7 @@ void DevMDStdPropertyObserver::notifyUnread()
 
 void DevMDStdPropertyObserver::setRead()
 {
-    if (!Interlocked::loadAcquire(_isSet))
+    if (!_isSet.load(std::memory_order_acquire))
         return;
     LkGuard guard(_lock);
     _isUnread = false;
@@ -127,13 +125,13 @@ DevMDStdProperty<T>::~DevMDStdProperty() = default;
 template <class T>
 unsigned int DevMDStdProperty<T>::getAttributes() const
 {
-    return Interlocked::loadAcquire(_attributes);
+    return _attributes.load(std::memory_order_acquire);
 }
 
 template <class T>
 void DevMDStdProperty<T>::setAttributes(unsigned int attributes)
 {
-    Interlocked::storeRelease(_attributes, attributes);
+    _attributes.store(attributes, std::memory_order_release);
 }
 
 template <class T>

@@ -9,6 +9,7 @@
 #include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/smartPtrs/rcProxy.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <concepts>
@@ -46,8 +47,8 @@ private:
     LkLock mutable _lock;
     RCProxyShdPtr<DevMDPropertyAEO> _observer ZV_GUARDED_BY(_lock);
     bool _isUnread ZV_GUARDED_BY(_lock) = false;
-    bool _isSet =
-        false; // read without the lock, so that a notification without observer costs one test
+    // Read without the lock, so that a notification without observer costs one test.
+    ZvPlatform::Shared<bool> _isSet{false};
 };
 
 /// The completion that a reader of a property waits for. Posts a semaphore exactly once: when the
@@ -158,7 +159,7 @@ private:
     LiUuid _uuid;
     LiString _name;
     LiString _description;
-    unsigned int _attributes;
+    ZvPlatform::Shared<unsigned int> _attributes;
     DevMDStdPropertyObserver _observerAEO;
     ObjPtr<DevMDStdPropertyANOFactory<T>> _anoFactory;
     RCShdPtr<DevMDStdFifo> _fifo;

@@ -4,13 +4,11 @@
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <algorithm>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -130,7 +128,7 @@ DevMDStdPropertyPrtcl::~DevMDStdPropertyPrtcl()
 
 ObjPtrRet<DevMDStdPropertySetBuilder> DevMDStdPropertyPrtcl::getPropertySetBuilder()
 {
-    if (Interlocked::loadAcquire(_readStarted))
+    if (_readStarted.load(std::memory_order_acquire))
         ZV_THROW(DevPrtclEx::ExMDStdPropertiesWriteUnavail, _name.getChars());
     auto builder = makeObj<DevMDStdPropertySetBuilder>(_sets, _properties, _builderCount);
     ++_builderCount;
@@ -165,7 +163,7 @@ void DevMDStdPropertyPrtcl::startReading(char const *subject)
 {
     if (_builderCount >= 1)
         ZV_THROW(DevPrtclEx::ExMDStdPropertiesReadUnavail, _name.getChars(), subject);
-    Interlocked::storeRelease(_readStarted, true);
+    _readStarted.store(true, std::memory_order_release);
 }
 
 } // namespace Zv

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "resmgt/deviceProtocol/devMDProperty.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
 
@@ -123,7 +124,7 @@ private:
     Vector<RCShdPtr<DevMDPropertySet>> _sets;
     Vector<RCShdPtr<DevMDPropertyAny>> _properties;
     int _builderCount = 0;
-    bool _readStarted = false; // set by each reader
+    ZvPlatform::Shared<bool> _readStarted{false}; // set by each reader
 };
 
 } // namespace Zv

@@ -4,11 +4,9 @@
 #include "resmgt/deviceProtocol/devPrtclEx.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 template <class Kind>
 DevMDStdStream<Kind>::DevMDStdStream(LiString const &name, LiString const &description)
@@ -16,24 +14,42 @@ DevMDStdStream<Kind>::DevMDStdStream(LiString const &name, LiString const &descr
 {}
 
 template <class Kind>
+DevMDStdStream<Kind>::DevMDStdStream(DevMDStdStream const &source)
+    : Kind(source),
+      _name(source._name),
+      _description(source._description),
+      _available(source._available.load(std::memory_order_acquire))
+{}
+
+template <class Kind>
+DevMDStdStream<Kind> &DevMDStdStream<Kind>::operator=(DevMDStdStream const &source)
+{
+    Kind::operator=(source);
+    _name = source._name;
+    _description = source._description;
+    _available.store(source._available.load(std::memory_order_acquire), std::memory_order_release);
+    return *this;
+}
+
+template <class Kind>
 DevMDStdStream<Kind>::~DevMDStdStream() = default;
 
 template <class Kind>
 bool DevMDStdStream<Kind>::isAvailable()
 {
-    return Interlocked::loadAcquire(_available);
+    return _available.load(std::memory_order_acquire);
 }
 
 template <class Kind>
 void DevMDStdStream<Kind>::start()
 {
-    Interlocked::storeRelease(_available, false);
+    _available.store(false, std::memory_order_release);
 }
 
 template <class Kind>
 void DevMDStdStream<Kind>::stop()
 {
-    Interlocked::storeRelease(_available, true);
+    _available.store(true, std::memory_order_release);
 }
 
 template class DevMDStdStream<DevMDStreamActiveSink>;
@@ -92,13 +108,13 @@ DevMDStdStreamPrtcl::~DevMDStdStreamPrtcl()
 
 ConstIterator<RCShdPtr<DevMDStream>> DevMDStdStreamPrtcl::performGetStreams()
 {
-    Interlocked::storeRelease(_iterCreated, true);
+    _iterCreated.store(true, std::memory_order_release);
     return Detail::iteratorOver(_streams);
 }
 
 void DevMDStdStreamPrtcl::addStream(RCShdPtr<DevMDStream> const &stream)
 {
-    if (Interlocked::loadAcquire(_iterCreated))
+    if (_iterCreated.load(std::memory_order_acquire))
         ZV_THROW(DevPrtclEx::ExMDStdAddStream);
     _streams.push_back(stream);
 }

@@ -5,6 +5,7 @@
 #include "resmgt/deviceProtocol/devMDStdFifo.h"
 #include "resmgt/deviceProtocol/devMDStream.h"
 #include "resmgt/literals/liString.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sequenceContainers.h"
 
 #include <concepts>
@@ -22,6 +23,9 @@ template <class Kind>
 class ZVRESMGT_EXPORT DevMDStdStream : public Kind
 {
 public:
+    DevMDStdStream(DevMDStdStream const &);
+    DevMDStdStream &operator=(DevMDStdStream const &);
+
     LiString getName() override { return _name; }
     LiString getDescription() override { return _description; }
     /// Returns true at first, and when no connection has taken the stream.
@@ -38,7 +42,7 @@ protected:
 private:
     LiString _name;
     LiString _description;
-    bool _available = true;
+    ZvPlatform::Shared<bool> _available{true};
 };
 
 extern template class DevMDStdStream<DevMDStreamActiveSink>;
@@ -171,7 +175,7 @@ protected:
 private:
     LiString _name;
     Vector<RCShdPtr<DevMDStream>> _streams;
-    bool _iterCreated = false; // set by each reader
+    ZvPlatform::Shared<bool> _iterCreated{false}; // set by each reader
 };
 
 } // namespace Zv

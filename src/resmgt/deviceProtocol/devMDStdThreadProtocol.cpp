@@ -1,17 +1,17 @@
 #include "resmgt/deviceProtocol/devMDStdThreadProtocol.h"
 
+#include "resmgt/deviceProtocol/devANOTrace.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/exBase.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
 void execute(ObjPtr<DevANO> ano)
 {
+    DevANOTrace::Execution const execution(*ano);
     try {
         ano->performExecute();
     } catch (...) {
@@ -78,7 +78,7 @@ void DevMDStdLoopThreadProtocol::attempt(Action action)
 
 void DevMDStdLoopThreadProtocol::performExecute(MtThread *)
 {
-    while (!Interlocked::loadAcquire(_stopRequested)) {
+    while (!_stopRequested.load(std::memory_order_acquire)) {
         double seconds = NO_WORK; // if the work fails, the next request is served first
         attempt([&] { seconds = performWork(); });
         attempt([&] { serve(seconds); });
@@ -90,7 +90,7 @@ void DevMDStdLoopThreadProtocol::performStop(MtThread *thread)
 {
     if (thread && thread->getThreadId().isCurrentThread())
         _isDeviceGone = true;
-    Interlocked::storeRelease(_stopRequested, true);
+    _stopRequested.store(true, std::memory_order_release);
 }
 
 double DevMDStdLoopThreadProtocol::performWork()

@@ -6,6 +6,7 @@
 #include "resmgt/locks/lkDuration.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "resmgt/threads/mtThread.h"
+#include "zvbase/platform/shared.h"
 
 #include <exception>
 #include <limits>
@@ -84,8 +85,8 @@ private:
     void attempt(Action action);
     void serve(double seconds);
 
-    bool _stopRequested = false; // set by the thread that closes the device
-    bool _isDeviceGone = false;  // failures are no longer handled
+    ZvPlatform::Shared<bool> _stopRequested{false}; // set by the thread that closes the device
+    bool _isDeviceGone = false;                     // failures are no longer handled
 };
 
 } // namespace Zv

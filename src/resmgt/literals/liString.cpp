@@ -1,7 +1,7 @@
 #include "resmgt/literals/liString.h"
 
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <algorithm>
 #include <cstring>
@@ -16,13 +16,11 @@ namespace Zv {
 
 namespace {
 
-namespace Interlocked = ZvPlatform::Interlocked;
-
 // One less than the largest number, so that the size with the terminator is a number as well.
 constexpr std::int64_t MAX_LENGTH = std::numeric_limits<std::int32_t>::max() - 1;
 
 // Keeps the empty body alive. It is never destroyed, because threads may outlive `main`.
-constinit RCShdPtr<LiStringImp> *emptyHolder = nullptr;
+constinit ZvPlatform::Shared<RCShdPtr<LiStringImp> *> emptyHolder{nullptr};
 
 // How much room of a body may stay unused when the body is filled again.
 constexpr std::size_t SPARE_ROOM = 64;
@@ -76,10 +74,11 @@ void LiStringImp::operator delete(LiStringImp *imp, std::destroying_delete_t)
 
 LiStringImp *LiString::getEmptyImp()
 {
-    RCShdPtr<LiStringImp> *holder = Interlocked::loadAcquire(emptyHolder);
+    RCShdPtr<LiStringImp> *holder = emptyHolder.load(std::memory_order_acquire);
     if (!holder) [[unlikely]] {
         ObjPtr<RCShdPtr<LiStringImp>> fresh(new RCShdPtr<LiStringImp>(LiStringImp::make(0, 0)));
-        if (Interlocked::compareExchange(emptyHolder, holder, fresh.get()))
+        if (emptyHolder.compare_exchange_strong(holder, fresh.get(), std::memory_order_seq_cst,
+                                                std::memory_order_acquire))
             holder = fresh.release();
     }
     return holder->operator->();

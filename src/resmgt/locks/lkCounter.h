@@ -3,7 +3,7 @@
 
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstdint>
 
@@ -91,20 +91,24 @@ public:
     /// Adds `amount` and returns the new value.
     long add(long amount)
     {
-        return ZvPlatform::Interlocked::add(_value, static_cast<std::int32_t>(amount));
+        auto const number = static_cast<std::int32_t>(amount);
+        std::int32_t const former = _value.fetch_add(number, std::memory_order_seq_cst);
+        return static_cast<std::int32_t>(static_cast<std::uint32_t>(former) +
+                                         static_cast<std::uint32_t>(number));
     }
     /// Adds 1 and returns the new value.
-    long increment() { return ZvPlatform::Interlocked::increment(_value); }
+    long increment() { return add(1); }
     /// Subtracts 1 and returns the new value.
-    long decrement() { return ZvPlatform::Interlocked::decrement(_value); }
+    long decrement() { return add(-1); }
     void set(long value)
     {
-        ZvPlatform::Interlocked::exchange(_value, static_cast<std::int32_t>(value));
+        _value.exchange(static_cast<std::int32_t>(value), std::memory_order_seq_cst);
     }
-    long getValue() const { return ZvPlatform::Interlocked::loadAcquire(_value); }
+    // An interlocked read is in one order with all changes of counters.
+    long getValue() const { return _value.load(std::memory_order_seq_cst); }
 
 private:
-    std::int32_t _value;
+    ZvPlatform::Shared<std::int32_t> _value;
 };
 
 /// Counter without a lock, which reference counts are made of.

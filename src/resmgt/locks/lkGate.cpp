@@ -1,20 +1,23 @@
 #include "resmgt/locks/lkGate.h"
 
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <ostream>
 
 namespace Zv {
 
-using namespace ZvPlatform::Interlocked;
-
 namespace {
 
-// The condition is tested before the lock is taken, so the caller passes a copy.
+// The texts of the conditions do not say how the number is read, so the caller passes a copy.
 void checkRoom(int _numReady, int _numGatees)
 {
     ZV_ASSERT(_numReady < _numGatees);
+}
+
+void checkComplete(int _numReady, int _numGatees)
+{
+    ZV_ASSERT(_numReady == _numGatees);
 }
 
 } // namespace
@@ -38,7 +41,7 @@ LkGate::LkGate(char const *name, int numGatees, bool useGateKeeper)
 LkGate::LkGate(LkGate &source)
     : _useGateKeeper(source._useGateKeeper),
       _numGatees(source._numGatees),
-      _numReady(source._numReady),
+      _numReady(source._numReady.load(std::memory_order_acquire)),
       _nbOpenings(source._nbOpenings),
       _lock(source._lock),
       _gate(source._gate),
@@ -51,10 +54,10 @@ LkGate::LkGate(LkGate &&source) : LkGate(source) {}
 
 void LkGate::ready()
 {
-    checkRoom(loadAcquire(_numReady), _numGatees);
+    checkRoom(_numReady.load(std::memory_order_acquire), _numGatees);
     LkGuard const guard(*_lock);
-    storeRelease(_numReady, _numReady + 1);
-    if (_numReady == _numGatees) {
+    _numReady.store(_numReady.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    if (_numReady.load(std::memory_order_relaxed) == _numGatees) {
         _observers->pulse();
         if (!_useGateKeeper) {
             open();
@@ -75,7 +78,7 @@ void LkGate::ready()
 /// Lets the threads of this cycle continue.
 void LkGate::open()
 {
-    storeRelease(_numReady, 0);
+    _numReady.store(0, std::memory_order_release);
     ++_nbOpenings;
     _gate->pulse();
 }
@@ -84,8 +87,8 @@ void LkGate::open()
 /// gate is about to open.
 void LkGate::withdraw()
 {
-    if (_numReady != _numGatees || _gateKeeper->tryWait())
-        storeRelease(_numReady, _numReady - 1);
+    if (_numReady.load(std::memory_order_relaxed) != _numGatees || _gateKeeper->tryWait())
+        _numReady.store(_numReady.load(std::memory_order_relaxed) - 1, std::memory_order_release);
 }
 
 bool LkGate::isGateReady()
@@ -107,7 +110,7 @@ bool LkGate::isKeeperCalled() const
 void LkGate::observeGateReady()
 {
     LkGuard const guard(*_lock);
-    while (_numReady != _numGatees)
+    while (_numReady.load(std::memory_order_relaxed) != _numGatees)
         _observers->waitNextPulse(guard);
 }
 
@@ -117,7 +120,7 @@ void LkGate::waitGateReady()
     _gateKeeper->wait();
     ZV_ASSERT((*_gateKeeper).tryWait() == false);
     // All threads wait until the gate is released.
-    ZV_ASSERT(_numReady == _numGatees);
+    checkComplete(_numReady.load(std::memory_order_relaxed), _numGatees);
 }
 
 void LkGate::releaseGate()
@@ -131,7 +134,7 @@ void LkGate::dump(std::ostream &stream) const
 {
     stream << _name << ": gatekeeper: " << (_useGateKeeper ? "yes" : "no")
            << ", num gatees: " << _numGatees << '\n'
-           << "Current state: num ready: " << loadAcquire(_numReady) << '\n'
+           << "Current state: num ready: " << _numReady.load(std::memory_order_acquire) << '\n'
            << "Internal lock: ";
     _lock->dump(stream);
     stream << "Gate cond var: ";

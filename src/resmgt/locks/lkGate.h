@@ -5,6 +5,7 @@
 #include "resmgt/locks/lkNamedSema.h"
 #include "resmgt/locks/lkPulse.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 
 #include <iosfwd>
 
@@ -65,8 +66,8 @@ private:
 
     bool _useGateKeeper;
     int _numGatees;
-    int _numReady;        // written under _lock; an assertion and `dump` read it without
-    unsigned _nbOpenings; // under _lock
+    ZvPlatform::Shared<int> _numReady; // written under `_lock`
+    unsigned _nbOpenings;              // under `_lock`
     ObjPtr<LkMutex> _lock;
     ObjPtr<LkPulse> _gate;
     ObjPtr<LkPulse> _observers;

@@ -1,12 +1,11 @@
 #include "resmgt/locks/lkLock.h"
 
 #include "platform/services.h"
+#include "zvbase/traceEvents.h"
 
 #include <ostream>
 
 namespace Zv {
-
-using namespace ZvPlatform::Interlocked;
 
 LkLockWindows::LkLockWindows(char const *name) : _name(name), _isLocked(false)
 {
@@ -22,14 +21,17 @@ bool LkLockWindows::lock() const
 {
     if (!ZvPlatform::enterAtOnce(&_section)) [[unlikely]]
         return lockSlowly();
-    storeRelease(_isLocked, true);
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
 bool LkLockWindows::lockSlowly() const
 {
-    ::EnterCriticalSection(&_section);
-    storeRelease(_isLocked, true);
+    {
+        TraceEvents::LockWait const wait(_name);
+        ::EnterCriticalSection(&_section);
+    }
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
@@ -37,13 +39,13 @@ bool LkLockWindows::try_lock() const
 {
     if (!::TryEnterCriticalSection(&_section))
         return false;
-    storeRelease(_isLocked, true);
+    _isLocked.store(true, std::memory_order_release);
     return true;
 }
 
 void LkLockWindows::unlock() const
 {
-    storeRelease(_isLocked, false);
+    _isLocked.store(false, std::memory_order_release);
     ::LeaveCriticalSection(&_section);
 }
 

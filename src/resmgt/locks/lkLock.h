@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/export.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -22,7 +22,7 @@ public:
     bool lock() const;
     [[nodiscard]] bool try_lock() const;
     void unlock() const;
-    bool isLocked() const { return ZvPlatform::Interlocked::loadAcquire(_isLocked); }
+    bool isLocked() const { return _isLocked.load(std::memory_order_acquire); }
     bool isLockedByThread() const { return isLocked(); }
     char const *getName() const noexcept { return _name; }
     void dump(std::ostream &stream) const;
@@ -33,7 +33,7 @@ private:
 
     char const *_name;
     ZvPlatform::CriticalSection mutable _section;
-    bool mutable _isLocked;
+    ZvPlatform::Shared<bool> mutable _isLocked;
 };
 
 /// Lock for short sections. It makes no system call unless two threads want it at the same time.

@@ -6,6 +6,7 @@
 #include "resmgt/locks/mtUtil.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/traceEvents.h"
 
 #include <ostream>
 
@@ -60,6 +61,16 @@ LkMutexAttr const &LkMutexAttr::getDefaultAttr()
 
 // ---- LkMutexWindows
 
+namespace {
+
+// The text of the condition does not say how the flag is read.
+void assertUnlocked(bool _isLocked)
+{
+    ZV_ASSERT_IN_DESTRUCTOR(!_isLocked);
+}
+
+} // namespace
+
 LkMutexWindows::LkMutexWindows(char const *name)
     : _name(name), _mutex(::CreateMutexA(NULL, FALSE, NULL)), _isLocked(false)
 {
@@ -69,7 +80,7 @@ LkMutexWindows::LkMutexWindows(char const *name)
 LkMutexWindows::~LkMutexWindows() noexcept(false)
 {
     FirstFailure failure;
-    failure.attempt([this] { ZV_ASSERT_IN_DESTRUCTOR(!_isLocked); });
+    failure.attempt([this] { assertUnlocked(isLocked()); });
     failure.attempt([this] { ZV_SYS_ASSERT_IN_DESTRUCTOR(::CloseHandle( _mutex )); });
     failure.rethrowAlways();
 }
@@ -84,6 +95,7 @@ bool LkMutexWindows::lock() const
 
 bool LkMutexWindows::lockSlowly() const
 {
+    TraceEvents::LockWait const wait(_name);
     if (waitFor(INFINITE) != WAIT_OBJECT_0)
         failLock();
     updateLockingThreadId();

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "resmgt/export.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -114,7 +114,7 @@ public:
     void unlock() const;
     [[nodiscard]] bool tryLock() const;
     bool spinLock(unsigned tries) const;
-    bool isLocked() const { return ZvPlatform::Interlocked::loadAcquire(_isLocked); }
+    bool isLocked() const { return _isLocked.load(std::memory_order_acquire); }
     bool isLockedByThread() const { return isLocked(); }
     char const *getName() const noexcept { return _name; }
     void dump(std::ostream &stream) const;
@@ -122,9 +122,9 @@ public:
     /// Returns the handle of the kernel mutex, which stays the property of this object.
     ZvPlatform::Handle const &getMutex() const noexcept { return _mutex; }
     /// Call this before you release the mutex by its handle.
-    void clearLockedFlag() const { ZvPlatform::Interlocked::storeRelease(_isLocked, false); }
+    void clearLockedFlag() const { _isLocked.store(false, std::memory_order_release); }
     /// Call this after you have taken the mutex by its handle.
-    void updateLockingThreadId() const { ZvPlatform::Interlocked::storeRelease(_isLocked, true); }
+    void updateLockingThreadId() const { _isLocked.store(true, std::memory_order_release); }
 
 private:
     // Out of line, so that the path without a system call saves no registers for them.
@@ -135,7 +135,7 @@ private:
 
     char const *_name;
     ZvPlatform::Handle _mutex;
-    bool mutable _isLocked;
+    ZvPlatform::Shared<bool> mutable _isLocked;
 };
 
 /// Mutex: the lock to use with `LkCondVar` and `LkPulse`. If no thread waits for a condition with

@@ -10,8 +10,6 @@
 
 namespace Zv {
 
-using namespace ZvPlatform::Interlocked;
-
 namespace {
 
 constexpr LONG MAX_PULSES = 0x7fffffff;
@@ -23,7 +21,7 @@ DWORD generationOf(std::uint64_t sleepers)
 }
 
 /// Returns the address of the generation within the word.
-void *generationAddress(std::uint64_t &sleepers)
+void *generationAddress(ZvPlatform::Shared<std::uint64_t> &sleepers)
 {
     int const offset = std::endian::native == std::endian::little ? 0 : sizeof(DWORD);
     return reinterpret_cast<char *>(&sleepers) + offset;
@@ -74,7 +72,7 @@ void LkPulseWindows::pulse() const
 {
     // Read before the pulse is sent. A thread that the pulse wakes may destroy this object, unless
     // another thread sleeps here.
-    bool const hasSleepers = loadAcquire(_sleepers) >= ONE_SLEEPER;
+    bool const hasSleepers = _sleepers.load(std::memory_order_acquire) >= ONE_SLEEPER;
     if (_wakeAll)
         ::SetEvent(_event);
     else
@@ -83,11 +81,13 @@ void LkPulseWindows::pulse() const
         return;
 
     void * const address = generationAddress(_sleepers);
-    std::uint64_t sleepers = loadAcquire(_sleepers);
+    std::uint64_t sleepers = _sleepers.load(std::memory_order_acquire);
     do {
         if (sleepers < ONE_SLEEPER)
             return;
-    } while (!compareExchange(_sleepers, sleepers, std::uint64_t{generationOf(sleepers) + 1u}));
+    } while (
+        !_sleepers.compare_exchange_strong(sleepers, std::uint64_t{generationOf(sleepers) + 1u},
+                                           std::memory_order_seq_cst, std::memory_order_acquire));
     ::WakeByAddressAll(address);
 }
 
@@ -128,7 +128,8 @@ bool LkPulseWindows::waitNextInternal(LkMutex const &externalMutex,
                                       std::uint32_t milliseconds) const
 {
     // Counted in before the mutex is released: a pulse after that finds a sleeper.
-    DWORD const generation = generationOf(add(_sleepers, ONE_SLEEPER));
+    DWORD const generation =
+        generationOf(_sleepers.fetch_add(ONE_SLEEPER, std::memory_order_seq_cst) + ONE_SLEEPER);
     try {
         ZV_SYS_ASSERT(::ReleaseMutex( externalMutex.getImp().getMutex() ));
     } catch (...) {
@@ -143,7 +144,7 @@ bool LkPulseWindows::sleepUntilNext(std::uint32_t generation, std::uint32_t mill
 {
     DWORD const start = milliseconds == INFINITE ? 0 : ::timeGetTime();
     DWORD rest = milliseconds;
-    while (generationOf(loadAcquire(_sleepers)) == generation) {
+    while (generationOf(_sleepers.load(std::memory_order_acquire)) == generation) {
         bool const wasWoken =
             ::WaitOnAddress(generationAddress(_sleepers), &generation, sizeof generation, rest);
         if (!wasWoken && ::GetLastError() == ERROR_TIMEOUT)
@@ -159,9 +160,10 @@ bool LkPulseWindows::sleepUntilNext(std::uint32_t generation, std::uint32_t mill
 /// Counts the caller out again. Returns false if a pulse has done so already.
 bool LkPulseWindows::withdraw(std::uint32_t generation) const
 {
-    std::uint64_t sleepers = loadAcquire(_sleepers);
+    std::uint64_t sleepers = _sleepers.load(std::memory_order_acquire);
     while (generationOf(sleepers) == generation)
-        if (compareExchange(_sleepers, sleepers, sleepers - ONE_SLEEPER))
+        if (_sleepers.compare_exchange_strong(sleepers, sleepers - ONE_SLEEPER,
+                                              std::memory_order_seq_cst, std::memory_order_acquire))
             return true;
     return false;
 }

@@ -3,6 +3,7 @@
 
 #include "resmgt/export.h"
 #include "resmgt/locks/lkWaitable.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/platform/types.h"
 
 #include <cstdint>
@@ -39,7 +40,7 @@ private:
     char const *_name;
     // The upper half counts the threads in waitNext, the lower half the pulses that woke such
     // threads.
-    std::uint64_t mutable _sleepers;
+    ZvPlatform::Shared<std::uint64_t> mutable _sleepers;
 };
 
 /// Wake-up that is kept until a thread waits for it.

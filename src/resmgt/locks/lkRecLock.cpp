@@ -2,13 +2,12 @@
 
 #include "platform/services.h"
 #include "resmgt/locks/lkThreadId.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
+#include "zvbase/traceEvents.h"
 
 #include <ostream>
 
 namespace Zv {
-
-using namespace ZvPlatform::Interlocked;
 
 LkRecLockWindows::LkRecLockWindows(char const *name) : _name(name), _holder(0), _count(0)
 {
@@ -29,6 +28,7 @@ bool LkRecLockWindows::lock() const
 
 bool LkRecLockWindows::lockSlowly() const
 {
+    TraceEvents::LockWait const wait(_name);
     ::EnterCriticalSection(&_section);
     return counted();
 }
@@ -40,15 +40,15 @@ bool LkRecLockWindows::try_lock() const
 
 bool LkRecLockWindows::counted() const
 {
-    storeRelease(_count, _count + 1);
-    storeRelease(_holder, ZvPlatform::ThreadNumber{::GetCurrentThreadId()});
+    _count.store(_count.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    _holder.store(ZvPlatform::ThreadNumber{::GetCurrentThreadId()}, std::memory_order_release);
     return true;
 }
 
 void LkRecLockWindows::unlock() const
 {
-    storeRelease(_count, _count - 1);
-    storeRelease(_holder, ZvPlatform::ThreadNumber{0});
+    _count.store(_count.load(std::memory_order_relaxed) - 1, std::memory_order_release);
+    _holder.store(ZvPlatform::ThreadNumber{0}, std::memory_order_release);
     ::LeaveCriticalSection(&_section);
 }
 
@@ -56,7 +56,7 @@ bool LkRecLockWindows::isLocked() const
 {
     if (!::TryEnterCriticalSection(&_section))
         return true;
-    bool const isHeld = _count > 0;
+    bool const isHeld = _count.load(std::memory_order_relaxed) > 0;
     ::LeaveCriticalSection(&_section);
     return isHeld;
 }
@@ -65,15 +65,15 @@ bool LkRecLockWindows::isLockedByThread() const
 {
     if (!::TryEnterCriticalSection(&_section))
         return false;
-    bool const isHeld = _count > 0;
+    bool const isHeld = _count.load(std::memory_order_relaxed) > 0;
     ::LeaveCriticalSection(&_section);
     return isHeld;
 }
 
 void LkRecLockWindows::dump(std::ostream &stream) const
 {
-    stream << "name " << _name << " holder " << LkThreadId(loadAcquire(_holder)) << " count "
-           << loadAcquire(_count);
+    stream << "name " << _name << " holder " << LkThreadId(_holder.load(std::memory_order_acquire))
+           << " count " << _count.load(std::memory_order_acquire);
 }
 
 } // namespace Zv

@@ -3,6 +3,7 @@
 
 #include "resmgt/export.h"
 #include "resmgt/locks/lkMutex.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -34,8 +35,9 @@ private:
 
     char const *_name;
     ZvPlatform::CriticalSection mutable _section;
-    ZvPlatform::ThreadNumber mutable _holder; // `dump` reads both without the lock
-    int mutable _count;
+    // `dump` reads both without the lock.
+    ZvPlatform::Shared<ZvPlatform::ThreadNumber> mutable _holder;
+    ZvPlatform::Shared<int> mutable _count;
 };
 
 /// Light lock like `LkLock` that its holder may take again. It knows whether the caller holds it.

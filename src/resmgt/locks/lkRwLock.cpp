@@ -1,12 +1,11 @@
 #include "resmgt/locks/lkRwLock.h"
 
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
+#include "zvbase/traceEvents.h"
 
 #include <ostream>
 
 namespace Zv {
-
-using namespace ZvPlatform::Interlocked;
 
 LkRwLock::LkRwLock(char const *name) : LkRwLock(name, LkMutexAttr::getDefaultAttr()) {}
 
@@ -70,18 +69,20 @@ bool LkRwLock::writeLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 bool LkRwLock::tryReadLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = loadRelaxed(_rwLock);
+    Word word = _rwLock.load(std::memory_order_relaxed);
     while (isOpenToReaders(word))
-        if (compareExchange(_rwLock, word, word + 1))
+        if (_rwLock.compare_exchange_strong(word, word + 1, std::memory_order_seq_cst,
+                                            std::memory_order_acquire))
             return true;
     return false;
 }
 
 bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = loadRelaxed(_rwLock);
+    Word word = _rwLock.load(std::memory_order_relaxed);
     while (stateOf(word) == 0)
-        if (compareExchange(_rwLock, word, withState(word, -1))) {
+        if (_rwLock.compare_exchange_strong(word, withState(word, -1), std::memory_order_seq_cst,
+                                            std::memory_order_acquire)) {
             _writer.setCurrentThread();
             return true;
         }
@@ -90,48 +91,64 @@ bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 bool LkRwLock::readLockSlowly() const
 {
+    TraceEvents::LockWait const wait(_name);
     LkGuard const guard(_lock);
-    Word word = loadRelaxed(_rwLock);
+    Word word = _rwLock.load(std::memory_order_relaxed);
     for (;;) {
         if (isOpenToReaders(word)) {
             // The lock is taken and the flag is cleared, or kept for other readers, in one step.
-            if (compareExchange(_rwLock, word,
-                                withFlag(word + 1, READERS_WAIT, _waitingReaders != 0)))
+            if (_rwLock.compare_exchange_strong(
+                    word,
+                    withFlag(word + 1, READERS_WAIT,
+                             _waitingReaders.load(std::memory_order_relaxed) != 0),
+                    std::memory_order_seq_cst, std::memory_order_acquire))
                 return true;
-        } else if (word & READERS_WAIT || compareExchange(_rwLock, word, word | READERS_WAIT)) {
-            storeRelease(_waitingReaders, _waitingReaders + 1);
+        } else if (word & READERS_WAIT || _rwLock.compare_exchange_strong(
+                                              word, word | READERS_WAIT, std::memory_order_seq_cst,
+                                              std::memory_order_acquire)) {
+            _waitingReaders.store(_waitingReaders.load(std::memory_order_relaxed) + 1,
+                                  std::memory_order_release);
             try {
                 _readers.waitNextPulse(guard);
             } catch (...) {
                 withdrawReader();
                 throw;
             }
-            storeRelease(_waitingReaders, _waitingReaders - 1);
-            word = loadRelaxed(_rwLock);
+            _waitingReaders.store(_waitingReaders.load(std::memory_order_relaxed) - 1,
+                                  std::memory_order_release);
+            word = _rwLock.load(std::memory_order_relaxed);
         }
     }
 }
 
 bool LkRwLock::writeLockSlowly() const
 {
+    TraceEvents::LockWait const wait(_name);
     LkGuard const guard(_lock);
-    Word word = loadRelaxed(_rwLock);
+    Word word = _rwLock.load(std::memory_order_relaxed);
     for (;;) {
         if (stateOf(word) == 0) {
-            if (compareExchange(_rwLock, word,
-                                withFlag(withState(word, -1), WRITERS_WAIT, _waitingWriters != 0)))
+            if (_rwLock.compare_exchange_strong(
+                    word,
+                    withFlag(withState(word, -1), WRITERS_WAIT,
+                             _waitingWriters.load(std::memory_order_relaxed) != 0),
+                    std::memory_order_seq_cst, std::memory_order_acquire))
                 break;
-        } else if (word & WRITERS_WAIT || compareExchange(_rwLock, word, word | WRITERS_WAIT)) {
-            storeRelease(_waitingWriters, _waitingWriters + 1);
+        } else if (word & WRITERS_WAIT || _rwLock.compare_exchange_strong(
+                                              word, word | WRITERS_WAIT, std::memory_order_seq_cst,
+                                              std::memory_order_acquire)) {
+            _waitingWriters.store(_waitingWriters.load(std::memory_order_relaxed) + 1,
+                                  std::memory_order_release);
             try {
                 _writers.wait(guard);
             } catch (...) {
                 withdrawWriter();
                 throw;
             }
-            storeRelease(_waitingWriters, _waitingWriters - 1);
+            _waitingWriters.store(_waitingWriters.load(std::memory_order_relaxed) - 1,
+                                  std::memory_order_release);
             _isWriterCalled = false;
-            word = loadRelaxed(_rwLock);
+            word = _rwLock.load(std::memory_order_relaxed);
         }
     }
     _writer.setCurrentThread();
@@ -141,8 +158,9 @@ bool LkRwLock::writeLockSlowly() const
 /// Takes back the count and the flag of a reader whose wait fails.
 void LkRwLock::withdrawReader() const
 {
-    storeRelease(_waitingReaders, _waitingReaders - 1);
-    if (_waitingReaders == 0)
+    _waitingReaders.store(_waitingReaders.load(std::memory_order_relaxed) - 1,
+                          std::memory_order_release);
+    if (_waitingReaders.load(std::memory_order_relaxed) == 0)
         clearFlag(READERS_WAIT);
 }
 
@@ -150,11 +168,12 @@ void LkRwLock::withdrawReader() const
 /// pulse, and it may have been the only one that kept readers out.
 void LkRwLock::withdrawWriter() const
 {
-    storeRelease(_waitingWriters, _waitingWriters - 1);
+    _waitingWriters.store(_waitingWriters.load(std::memory_order_relaxed) - 1,
+                          std::memory_order_release);
     _isWriterCalled = false;
-    if (_waitingWriters == 0) {
+    if (_waitingWriters.load(std::memory_order_relaxed) == 0) {
         clearFlag(WRITERS_WAIT);
-        if (_waitingReaders != 0 && getState() >= 0)
+        if (_waitingReaders.load(std::memory_order_relaxed) != 0 && getState() >= 0)
             _readers.pulse();
     } else if (getState() == 0) {
         _isWriterCalled = true;
@@ -164,8 +183,9 @@ void LkRwLock::withdrawWriter() const
 
 void LkRwLock::clearFlag(unsigned long long flag) const
 {
-    Word word = loadRelaxed(_rwLock);
-    while (!compareExchange(_rwLock, word, word & ~flag)) {
+    Word word = _rwLock.load(std::memory_order_relaxed);
+    while (!_rwLock.compare_exchange_strong(word, word & ~flag, std::memory_order_seq_cst,
+                                            std::memory_order_acquire)) {
     }
 }
 
@@ -189,11 +209,12 @@ bool LkRwLock::spinWriteLock(unsigned tries) const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 void LkRwLock::unlock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = loadRelaxed(_rwLock);
+    Word word = _rwLock.load(std::memory_order_relaxed);
     if (stateOf(word) < 0)
         _writer.reset();
     while (!(word & (WRITERS_WAIT | READERS_WAIT)))
-        if (compareExchange(_rwLock, word, unlocked(word)))
+        if (_rwLock.compare_exchange_strong(word, unlocked(word), std::memory_order_seq_cst,
+                                            std::memory_order_acquire))
             return;
     unlockSlowly();
 }
@@ -204,15 +225,16 @@ void LkRwLock::unlockSlowly() const
     bool callsReaders = false;
     {
         LkGuard const guard(_lock);
-        Word word = loadRelaxed(_rwLock);
-        while (!compareExchange(_rwLock, word, unlocked(word))) {
+        Word word = _rwLock.load(std::memory_order_relaxed);
+        while (!_rwLock.compare_exchange_strong(word, unlocked(word), std::memory_order_seq_cst,
+                                                std::memory_order_acquire)) {
         }
-        if (_waitingWriters != 0) {
+        if (_waitingWriters.load(std::memory_order_relaxed) != 0) {
             // One pulse until a writer has come: further ones would wake later waits for nothing.
             callsWriter = stateOf(unlocked(word)) == 0 && !_isWriterCalled;
             _isWriterCalled = _isWriterCalled || callsWriter;
         } else {
-            callsReaders = _waitingReaders != 0;
+            callsReaders = _waitingReaders.load(std::memory_order_relaxed) != 0;
         }
     }
     if (callsWriter)
@@ -223,7 +245,7 @@ void LkRwLock::unlockSlowly() const
 
 int LkRwLock::getState() const
 {
-    return stateOf(loadAcquire(_rwLock));
+    return stateOf(_rwLock.load(std::memory_order_acquire));
 }
 
 bool LkRwLock::isWriteLock() const
@@ -243,13 +265,14 @@ bool LkRwLock::isLockedInline() const
 
 bool LkRwLock::waitForWriters() const
 {
-    return getState() < 0 || loadAcquire(_waitingWriters) != 0;
+    return getState() < 0 || _waitingWriters.load(std::memory_order_acquire) != 0;
 }
 
 void LkRwLock::dump(std::ostream &stream) const
 {
     stream << "name " << _name << " rwLock " << getState() << " wr wait "
-           << loadAcquire(_waitingWriters) << " rd wait " << loadAcquire(_waitingReaders);
+           << _waitingWriters.load(std::memory_order_acquire) << " rd wait "
+           << _waitingReaders.load(std::memory_order_acquire);
 }
 
 } // namespace Zv

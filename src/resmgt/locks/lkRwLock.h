@@ -4,6 +4,7 @@
 #include "resmgt/locks/lkMutex.h"
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/locks/lkThreadId.h"
+#include "zvbase/platform/shared.h"
 
 #include <iosfwd>
 
@@ -126,11 +127,11 @@ private:
     // The lower half is the state: the number of readers, -1 for a writer, 0 if free. Above it
     // there is a flag for waiting writers and one for waiting readers. The flags change under _lock
     // only. The state changes without _lock if no flag is set.
-    unsigned long long mutable _rwLock;
+    ZvPlatform::Shared<unsigned long long> mutable _rwLock;
     LkPulse _readers;
     // Written under _lock, read without.
-    unsigned mutable _waitingWriters;
-    unsigned mutable _waitingReaders;
+    ZvPlatform::Shared<unsigned> mutable _waitingWriters;
+    ZvPlatform::Shared<unsigned> mutable _waitingReaders;
     LkPulse _writers;
     LkThreadId mutable _writer;
     bool mutable _isWriterCalled; // a pulse is on its way to a waiting writer

@@ -1,10 +1,8 @@
 #include "resmgt/locks/lkSema.h"
 
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
-
-using namespace ZvPlatform::Interlocked;
 
 namespace {
 
@@ -37,19 +35,19 @@ bool LkSema::waitForPost(Wait wait)
 {
     LkGuard const guard(_lock);
     // A post that finds a waiter takes the lock. An earlier one has left its count.
-    add(_state, ONE_WAITER);
+    _state.fetch_add(ONE_WAITER, std::memory_order_seq_cst);
     bool isOurs = tryWait();
     try {
         while (!isOurs && wait(guard))
             isOurs = tryWait();
     } catch (...) {
         // This waiter may have used up a signal that another one needs.
-        std::uint64_t const state = decrement(_state);
+        std::uint64_t const state = _state.fetch_sub(1, std::memory_order_seq_cst) - 1;
         if (hasCount(state) && hasWaiters(state))
             _nonZero.signal();
         throw;
     }
-    decrement(_state);
+    _state.fetch_sub(1, std::memory_order_seq_cst);
     return isOurs;
 }
 
@@ -67,28 +65,30 @@ bool LkSema::timedWait(double seconds)
 
 bool LkSema::tryWait()
 {
-    std::uint64_t state = loadAcquire(_state);
+    std::uint64_t state = _state.load(std::memory_order_acquire);
     while (hasCount(state))
-        if (compareExchange(_state, state, state - ONE_POST))
+        if (_state.compare_exchange_strong(state, state - ONE_POST, std::memory_order_seq_cst,
+                                           std::memory_order_acquire))
             return true;
     return false;
 }
 
 void LkSema::post()
 {
-    std::uint64_t state = loadAcquire(_state);
+    std::uint64_t state = _state.load(std::memory_order_acquire);
     while (!hasWaiters(state))
-        if (compareExchange(_state, state, state + ONE_POST))
+        if (_state.compare_exchange_strong(state, state + ONE_POST, std::memory_order_seq_cst,
+                                           std::memory_order_acquire))
             return;
     LkGuard const guard(_lock);
-    state = add(_state, ONE_POST);
+    state = _state.fetch_add(ONE_POST, std::memory_order_seq_cst) + ONE_POST;
     if (hasCount(state) && hasWaiters(state))
         _nonZero.signal();
 }
 
 bool LkSema::isCountNonZero() const
 {
-    return !hasCount(loadAcquire(_state));
+    return !hasCount(_state.load(std::memory_order_acquire));
 }
 
 } // namespace Zv

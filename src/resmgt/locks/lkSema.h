@@ -3,6 +3,7 @@
 
 #include "resmgt/locks/lkCondVar.h"
 #include "resmgt/locks/lkMutex.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstdint>
 
@@ -58,8 +59,9 @@ private:
     bool waitForPost(Wait wait);
 
     char const *_name;
-    std::uint64_t _state; // the upper half is the count, the lower half the number of waiters
-    LkMutex _lock;        // for waiters, and for a post that finds one
+    // The upper half is the count, the lower half the number of waiters.
+    ZvPlatform::Shared<std::uint64_t> _state;
+    LkMutex _lock; // for waiters, and for a post that finds one
     LkCondVar _nonZero;
 };
 

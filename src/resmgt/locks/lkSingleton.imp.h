@@ -58,17 +58,19 @@ template <class T>
 T *LkSingleton<T>::_pointee = nullptr;
 
 template <class T>
-typename LkSingleton<T>::State LkSingleton<T>::_state = LkSingleton<T>::UNINITIALIZED;
+ZvPlatform::Shared<typename LkSingleton<T>::State> LkSingleton<T>::_state{UNINITIALIZED};
 
 template <class T>
 void LkSingleton<T>::init()
 {
     LkInitMutexWindows<LkSingleton<T>> creationLock;
-    if (_state != INITIALIZED) {
-        ZV_ASSERT(_state == UNINITIALIZED);
+    if (_state.load(std::memory_order_relaxed) != INITIALIZED) {
+        // The text of the condition does not say how the state is read.
+        if (_state.load(std::memory_order_relaxed) != UNINITIALIZED)
+            Assertions::throwAssertionFailed(__FILE__, __LINE__, "_state == UNINITIALIZED");
         _pointee = LkSingletonCreator<T>::create();
         // Last, so that a thread that reads the state without the lock finds the object.
-        ZvPlatform::Interlocked::storeRelease(_state, INITIALIZED);
+        _state.store(INITIALIZED, std::memory_order_release);
     }
     creationLock.release();
 }
@@ -77,7 +79,9 @@ template <class T>
 void LkSingleton<T>::destroy()
 {
     LkInitMutexWindows<LkSingleton<T>> creationLock;
-    ZV_ASSERT(LkSingleton<T>::_state != LkSingleton<T>::DESTROYED);
+    if (_state.load(std::memory_order_relaxed) == DESTROYED)
+        Assertions::throwAssertionFailed(__FILE__, __LINE__,
+                                         "LkSingleton<T>::_state != LkSingleton<T>::DESTROYED");
     {
         // The singleton refers to the object until its destructor, which may throw, has returned.
         struct Mark
@@ -85,7 +89,7 @@ void LkSingleton<T>::destroy()
             ~Mark()
             {
                 _pointee = nullptr;
-                ZvPlatform::Interlocked::storeRelease(_state, DESTROYED);
+                _state.store(DESTROYED, std::memory_order_release);
             }
         } const mark;
         delete _pointee;

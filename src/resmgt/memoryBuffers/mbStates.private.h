@@ -5,12 +5,14 @@
 #include "resmgt/memoryBuffers/mbManager.h"
 #include "resmgt/memoryBuffers/mbProtocol.h"
 #include "resmgt/memoryBuffers/mbStateMachine.h"
+#include "zvbase/traceEvents.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <optional>
 
 namespace Zv {
 
@@ -554,6 +556,9 @@ template <bool isTracing>
 template <MbStateId id>
 void MbStates<isTracing>::State<id>::callProtocol(MbBufferImp *buffer)
 {
+    std::optional<TraceEvents::Slice> slice;
+    if constexpr (id != MbStateId::BEING_UNLOCKED) // those would be too many
+        slice.emplace("buffer", work.calls.first.name, std::string_view(buffer->getName()));
     buffer->callProtocol([&](MbProtocol &protocol, void *memory, std::uint64_t size) {
         call<&MbProtocolCalls::first>(protocol, memory, size, buffer);
         call<&MbProtocolCalls::second>(protocol, memory, size, buffer);

@@ -2,7 +2,7 @@
 
 #include "resmgt/memoryBuffers/mbBufferImp.h"
 #include "resmgt/memoryBuffers/mbUnloadStrategy.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <algorithm>
 
@@ -12,30 +12,31 @@ using namespace ZvPlatform;
 
 void MbUntoldUses::note(MbBufferImp *buffer)
 {
-    MbBufferImp *first = Interlocked::loadRelaxed(_noted);
+    MbBufferImp *first = _noted.load(std::memory_order_relaxed);
     do {
         buffer->_nextNoted = first;
-    } while (!Interlocked::compareExchange(_noted, first, buffer));
+    } while (!_noted.compare_exchange_strong(first, buffer, std::memory_order_seq_cst,
+                                             std::memory_order_acquire));
 }
 
 std::uint64_t MbUntoldUses::tellTime(std::uint64_t former)
 {
-    if (former == Interlocked::loadRelaxed(_lastTime))
+    if (former == _lastTime.load(std::memory_order_relaxed))
         return former;
-    return Interlocked::increment(_lastTime);
+    return _lastTime.fetch_add(1, std::memory_order_seq_cst) + 1;
 }
 
 void MbUntoldUses::tell(MbUnloadStrategy &strategy)
 {
-    if (!Interlocked::loadRelaxed(_noted)) [[likely]]
+    if (!_noted.load(std::memory_order_relaxed)) [[likely]]
         return;
     _unlocked.clear();
-    for (MbBufferImp *next = Interlocked::exchange<MbBufferImp *>(_noted, nullptr); next;) {
+    for (MbBufferImp *next = _noted.exchange(nullptr, std::memory_order_seq_cst); next;) {
         MbBufferImp &buffer = *next;
         // Read first: as soon as the bit is cleared, a guard may note the buffer again.
         next = buffer._nextNoted;
         if (takeNote(buffer))
-            _unlocked.push_back({Interlocked::loadRelaxed(buffer._lastUse), &buffer});
+            _unlocked.push_back({buffer._lastUse.load(std::memory_order_relaxed), &buffer});
         else
             strategy.removeBuffer(&buffer);
     }
@@ -51,12 +52,13 @@ void MbUntoldUses::tell(MbUnloadStrategy &strategy)
 /// manager.
 bool MbUntoldUses::takeNote(MbBufferImp &buffer)
 {
-    std::uint64_t word = Interlocked::loadRelaxed(buffer._word);
+    std::uint64_t word = buffer._word.load(std::memory_order_relaxed);
     std::uint64_t taken;
     do {
         bool const isUnlocked = MbWord::modeOf(word) == MbWord::LOADED;
         taken = word & ~(isUnlocked ? MbWord::IS_NOTED : MbWord::IS_NOTED | MbWord::IN_STRATEGY);
-    } while (!Interlocked::compareExchange(buffer._word, word, taken));
+    } while (!buffer._word.compare_exchange_strong(word, taken, std::memory_order_seq_cst,
+                                                   std::memory_order_acquire));
     return MbWord::modeOf(taken) == MbWord::LOADED;
 }
 

@@ -4,7 +4,7 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
 
@@ -44,12 +44,12 @@ void SeClientThread::performDetach(MtThread *)
 
 void SeClientThread::performStop(MtThread *)
 {
-    ZvPlatform::Interlocked::storeRelease(_stopRequested, true);
+    _stopRequested.store(true, std::memory_order_release);
 }
 
 bool SeClientThread::isStopRequested() const
 {
-    return ZvPlatform::Interlocked::loadAcquire(_stopRequested);
+    return _stopRequested.load(std::memory_order_acquire);
 }
 
 void SeClientThread::performStart() {}
@@ -70,7 +70,7 @@ void SeClientThread::setupNoLock(Priority *generator, LkMutex *lock, LkPulse *co
     _condition = condition;
     _count = count;
     _divisor = divisor;
-    ZvPlatform::Interlocked::storeRelease(_stopRequested, false);
+    _stopRequested.store(false, std::memory_order_release);
     _generatorRelation = relation;
 }
 

@@ -7,6 +7,7 @@
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priority.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/testAccess.h"
 
 #include <cstdint>
@@ -115,7 +116,7 @@ private:
     LkPulse *_condition = nullptr;
     std::uint32_t *_count = nullptr;
     std::int32_t _divisor = 0;
-    bool _stopRequested = false;
+    ZvPlatform::Shared<bool> _stopRequested{false};
     Priority _priority;
     ObjPtr<PriorityRelation> _threadRelation;
     ObjPtr<PriorityRelation> _generatorRelation;

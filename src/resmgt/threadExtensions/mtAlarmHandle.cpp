@@ -2,7 +2,7 @@
 
 #include "resmgt/locks/lkGuard.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
 
@@ -107,12 +107,12 @@ bool MtAlarmHandle::hasOccurred() const
 
 bool MtAlarmHandle::isRegistered() const
 {
-    return ZvPlatform::Interlocked::loadAcquire(_registered);
+    return _registered.load(std::memory_order_acquire);
 }
 
 void MtAlarmHandle::setRegistered(bool registered)
 {
-    ZvPlatform::Interlocked::storeRelease(_registered, registered);
+    _registered.store(registered, std::memory_order_release);
 }
 
 void MtAlarmHandle::setRegisteredAlarmTime(double alarmTime)

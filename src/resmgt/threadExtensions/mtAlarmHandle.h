@@ -7,6 +7,7 @@
 #include "resmgt/locks/lkLock.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/threadAnnotations.h"
 
 #include <cstddef>
@@ -101,7 +102,8 @@ private:
     unsigned _requestedRepeats ZV_GUARDED_BY(_lock) = 0;
     unsigned _repeatCount ZV_GUARDED_BY(_lock) = 0;
     Callback *_callback ZV_GUARDED_BY(_lock) = nullptr;
-    bool _registered = false; // interlocked: set under the lock, cleared by the manager without it
+    // Set under the lock, and cleared by the manager without it.
+    ZvPlatform::Shared<bool> _registered{false};
     bool _occurred ZV_GUARDED_BY(_lock) = false;
     bool _useDuration ZV_GUARDED_BY(_lock) = false;
     LkLock _lock;

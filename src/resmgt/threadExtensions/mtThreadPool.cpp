@@ -4,7 +4,7 @@
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/priority.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/scope.private.h"
 
 #include <cstdio>
@@ -92,7 +92,7 @@ void MtThreadPool::start()
 {
     if (isRunning())
         return;
-    ZvPlatform::Interlocked::storeRelease(_isRunning, true);
+    _isRunning.store(true, std::memory_order_release);
     for (unsigned i = 0; i != _nbThreads; ++i) {
         MtThread &thread = *_threads[i];
         if (_placeThreads && thread.isProcessorPlaceable())
@@ -105,7 +105,7 @@ void MtThreadPool::stop()
 {
     if (!isRunning())
         return;
-    ZvPlatform::Interlocked::storeRelease(_isRunning, false);
+    _isRunning.store(false, std::memory_order_release);
     stopThreads();
     for (unsigned i = 0; i != _nbThreads; ++i)
         _threads[i]->join();
@@ -113,7 +113,7 @@ void MtThreadPool::stop()
 
 bool MtThreadPool::isRunning() const
 {
-    return ZvPlatform::Interlocked::loadAcquire(_isRunning);
+    return _isRunning.load(std::memory_order_acquire);
 }
 
 } // namespace Zv

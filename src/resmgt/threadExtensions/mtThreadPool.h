@@ -6,6 +6,7 @@
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priority.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
 
@@ -101,7 +102,7 @@ private:
     unsigned _nbThreads;
     ArrayPtr<ObjPtr<MtThread>> _threads;
     bool _placeThreads;
-    bool _isRunning;
+    ZvPlatform::Shared<bool> _isRunning;
 };
 
 } // namespace Zv

@@ -11,7 +11,7 @@
 #include "zvbase/failures.h"
 #include "zvbase/lgLog.h"
 #include "zvbase/lgReader.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/scope.private.h"
 
 #include <cassert>
@@ -53,9 +53,9 @@ struct MtLogger::State
 };
 
 MtLogger::State *MtLogger::_state = nullptr;
-bool MtLogger::_running = false;
+constinit ZvPlatform::Shared<bool> MtLogger::_running{false};
 unsigned MtLogger::_nbRuns = 0;
-unsigned MtLogger::_run = 0;
+constinit ZvPlatform::Shared<unsigned> MtLogger::_run{0};
 
 // A failure during the creation of a queue may be logged. That line must not ask for the queue.
 LgQueue *MtLogger::getThreadQueue()
@@ -73,10 +73,10 @@ void MtLogger::startLogger()
     ObjPtr<LgRegistry> registry(new Registry);
     _state = new State;
     try {
-        ZvPlatform::Interlocked::storeRelease(_running, true);
+        _running.store(true, std::memory_order_release);
         _state->_formerRegistry = LgLog::setRegistry(registry);
         LgLog::setQueueFunction(&getThreadQueue);
-        ZvPlatform::Interlocked::storeRelease(_run, ++_nbRuns);
+        _run.store(++_nbRuns, std::memory_order_release);
         _state->_reader.reset(new LgReader);
         _state->_thread = MtThreadFactory::getInstance().createThread(
             "Log_Reader_Thread", ObjPtr<MtThreadProtocol>(new ReaderThread));
@@ -114,7 +114,7 @@ FirstFailure MtLogger::dismantle()
     failure.attempt([] { _state->_loggerPriority.reset(); });
     failure.attempt([] { _state->_thread.reset(); });
     failure.attempt([] { _state->_reader.reset(); });
-    ZvPlatform::Interlocked::storeRelease(_run, 0u);
+    _run.store(0u, std::memory_order_release);
     LgLog::setQueueFunction(nullptr);
     failure.attempt([] { exitThread(); });
     ObjPtr<State> const state(std::exchange(_state, nullptr));
@@ -135,7 +135,7 @@ LgQueue *MtLogger::enterThread()
 
 unsigned MtLogger::getRun()
 {
-    return ZvPlatform::Interlocked::loadAcquire(_run);
+    return _run.load(std::memory_order_acquire);
 }
 
 void MtLogger::exitThread()
@@ -243,7 +243,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
     {
         LgQueue::SuppressGuard const suppressOwnLines(*queue);
         std::uint8_t idle = 0;
-        while (ZvPlatform::Interlocked::loadAcquire(_running)) {
+        while (_running.load(std::memory_order_acquire)) {
             if (flushEarliest(reader)) {
                 while (flushEarliest(reader)) {
                 }
@@ -265,7 +265,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
 
 void MtLogger::ReaderThread::performStop(MtThread *)
 {
-    ZvPlatform::Interlocked::storeRelease(_running, false);
+    _running.store(false, std::memory_order_release);
     _state->_stopped.set();
 }
 

@@ -9,6 +9,7 @@
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgRegistry.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -54,9 +55,9 @@ private:
     static FirstFailure dismantle();
 
     static State *_state; // while the logger runs
-    static bool _running;
+    static ZvPlatform::Shared<bool> _running;
     static unsigned _nbRuns;
-    static unsigned _run;
+    static ZvPlatform::Shared<unsigned> _run;
 };
 
 /// The queue of one thread. The destructor gives the queue to the reader, which deletes it.

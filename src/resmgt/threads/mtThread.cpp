@@ -3,7 +3,7 @@
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtSpecificData.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Zv {
 
@@ -21,7 +21,7 @@ void MtThreadProtocol::performStop(MtThread *) {}
 
 // ---- MtThread
 
-bool MtThread::_canStart = false;
+constinit ZvPlatform::Shared<bool> MtThread::_canStart{false};
 
 MtThread::~MtThread() noexcept(false) = default;
 
@@ -42,7 +42,7 @@ void MtThread::setProcessorNb(int)
 
 bool MtThread::canStart() const
 {
-    return ZvPlatform::Interlocked::loadAcquire(_canStart);
+    return _canStart.load(std::memory_order_acquire);
 }
 
 void MtThread::freeSpecificData()
@@ -52,7 +52,7 @@ void MtThread::freeSpecificData()
 
 void MtThread::allowStart()
 {
-    ZvPlatform::Interlocked::storeRelease(_canStart, true);
+    _canStart.store(true, std::memory_order_release);
 }
 
 } // namespace Zv

@@ -5,6 +5,7 @@
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkThreadId.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/testAccess.h"
 
 #include <iosfwd>
@@ -228,7 +229,7 @@ private:
     /// Allows all threads to start, for the rest of the process.
     static void allowStart();
 
-    static bool _canStart;
+    static ZvPlatform::Shared<bool> _canStart;
 };
 
 /// Writes to the trace, at level "MtThread", the addresses of the calling thread's stack. To be

@@ -15,8 +15,9 @@
 #include "zvbase/lgLog.h"
 #include "zvbase/lgQueue.h"
 #include "zvbase/lgTrace.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/trace.h"
+#include "zvbase/traceEvents.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -32,14 +33,12 @@ namespace Zv {
 
 namespace {
 
-namespace Interlocked = ZvPlatform::Interlocked;
-
 using RecGuard = LkGuard<LkRecLock const>;
 using StateGuard = LkGuard<LkLock const>;
 
 /// Cleared when the one object of a thread that the library did not create, the main thread,
 /// exists.
-bool isFirst = true;
+constinit ZvPlatform::Shared<bool> isFirst{true};
 
 /// A handle for the wait in `join`, because another `join` may close the thread's handle meanwhile.
 class OwnHandle
@@ -182,7 +181,7 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
     } catch (...) {
         if (isAdded)
             _threadMgr->removeThread(this);
-        if (_isRunning)
+        if (_isRunning.load(std::memory_order_relaxed))
             disownCallingThread();
         throw;
     }
@@ -215,7 +214,7 @@ void MtThreadWindows::finish()
 
 void MtThreadWindows::adoptCallingThread()
 {
-    bool const first = Interlocked::exchange(isFirst, false);
+    bool const first = isFirst.exchange(false, std::memory_order_seq_cst);
     ZV_ASSERT(first);
     try {
         HANDLE const threadHandle = ::GetCurrentThread();
@@ -226,9 +225,9 @@ void MtThreadWindows::adoptCallingThread()
         ZV_SYS_ASSERT(::DuplicateHandle( processHandle, threadHandle, processHandle, &_threadHandle, 0, FALSE, DUPLICATE_SAME_ACCESS ));
         _threadId = ::GetCurrentThreadId();
         _priorityValue = _ownPriorityValue = ::GetThreadPriority(_threadHandle);
-        Interlocked::storeRelease(_isRunning, true);
+        _isRunning.store(true, std::memory_order_release);
     } catch (...) {
-        Interlocked::exchange(isFirst, true);
+        isFirst.exchange(true, std::memory_order_seq_cst);
         throw;
     }
 }
@@ -238,7 +237,7 @@ void MtThreadWindows::disownCallingThread()
 {
     StateGuard const state(_stateLock);
     ::CloseHandle(_threadHandle);
-    Interlocked::exchange(isFirst, true);
+    isFirst.exchange(true, std::memory_order_seq_cst);
 }
 
 void MtThreadWindows::start()
@@ -288,7 +287,7 @@ void MtThreadWindows::enterRunning(HANDLE threadHandle, ZvPlatform::ThreadNumber
         StateGuard state(_stateLock);
         _threadHandle = threadHandle;
         _threadId = threadId;
-        Interlocked::storeRelease(_isRunning, true);
+        _isRunning.store(true, std::memory_order_release);
         ++_runNb;
         applyPriorityValue(state);
     }
@@ -308,7 +307,7 @@ ObjPtrRet<ExBase> MtThreadWindows::leaveRunning(Run const &run)
         StateGuard const state(_stateLock);
         if (!isRunningNoLock() || _runNb != run.number)
             return nullptr;
-        Interlocked::storeRelease(_isRunning, false);
+        _isRunning.store(false, std::memory_order_release);
         _threadHandle = nullptr;
         _threadId = 0;
         exception.swap(_exception);
@@ -330,6 +329,7 @@ void MtThreadWindows::run() noexcept ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     setCancelable(false, false);
     describeCallingThread(_priority.getName());
+    TraceEvents::nameThread(_priority.getName().getChars());
     _loggerRun = MtLogger::getRun();
     _logQueue = nullptr;
     asMemoryAllows([this] { _logQueue = MtLogger::enterThread(); });
@@ -451,11 +451,13 @@ void MtThreadWindows::exitLogQueue()
 bool MtThreadWindows::terminate()
 {
     Cancelling expected = Cancelling::ALLOWED;
-    if (!Interlocked::compareExchange(_cancelling, expected, Cancelling::BEGUN))
+    if (!_cancelling.compare_exchange_strong(expected, Cancelling::BEGUN, std::memory_order_seq_cst,
+                                             std::memory_order_acquire))
         return false;
     bool const isKilled = ::TerminateThread(getRun().handle, 0);
     int const error = static_cast<int>(::GetLastError());
-    Interlocked::storeRelease(_cancelling, isKilled ? Cancelling::FORBIDDEN : Cancelling::ALLOWED);
+    _cancelling.store(isKilled ? Cancelling::FORBIDDEN : Cancelling::ALLOWED,
+                      std::memory_order_release);
     if (!isKilled)
         Assertions::throwSysAssertionFailed(__FILE__, __LINE__,
                                             "::TerminateThread( _threadHandle, 0 )", error);
@@ -488,13 +490,13 @@ bool MtThreadWindows::isRunning() const
 
 bool MtThreadWindows::isRunningNoLock() const
 {
-    return Interlocked::loadAcquire(_isRunning);
+    return _isRunning.load(std::memory_order_acquire);
 }
 
 bool MtThreadWindows::isCancelable() const
 {
     ZV_ASSERT(isRunning());
-    return Interlocked::loadAcquire(_cancelling) == Cancelling::ALLOWED;
+    return _cancelling.load(std::memory_order_acquire) == Cancelling::ALLOWED;
 }
 
 LiString MtThreadWindows::getName() const
@@ -549,7 +551,8 @@ bool MtThreadWindows::setCancelable(bool cancelable, bool check)
     Cancelling expected = cancelable ? Cancelling::FORBIDDEN : Cancelling::ALLOWED;
     Cancelling const desired = cancelable ? Cancelling::ALLOWED : Cancelling::FORBIDDEN;
     Cancelling const former = expected;
-    while (!Interlocked::compareExchange(_cancelling, expected, desired)) {
+    while (!_cancelling.compare_exchange_strong(expected, desired, std::memory_order_seq_cst,
+                                                std::memory_order_acquire)) {
         if (expected != Cancelling::BEGUN)
             return false;
         // Must not return while the thread is being killed. Waits for the kill, or for the system's

@@ -8,6 +8,7 @@
 #include "resmgt/threads/mtPriorityMgr.h"
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/exBase.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/platform/types.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -117,8 +118,8 @@ private:
     bool _isLevelRefused ZV_GUARDED_BY(_stateLock);
     int _processorNb ZV_GUARDED_BY(_stateLock);
     unsigned _stackSize;
-    bool _isRunning;        // interlocked; changes under `_stateLock`
-    Cancelling _cancelling; // interlocked
+    ZvPlatform::Shared<bool> _isRunning; // changes under `_stateLock`
+    ZvPlatform::Shared<Cancelling> _cancelling;
     bool _terminateOnUnhandled;
     bool _isNewThread;
     unsigned _runNb ZV_GUARDED_BY(_stateLock); // counts the starts

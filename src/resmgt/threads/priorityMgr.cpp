@@ -8,7 +8,7 @@
 #include "resmgt/threads/prioritySolver.private.h"
 #include "zvbase/dotText.private.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <new>
 #include <sstream>
@@ -16,8 +16,6 @@
 #include <typeinfo>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 using Detail::writeDotString;
 using Guard = LkGuard<LkRecLock const>;
@@ -312,7 +310,7 @@ void PriorityMgr::updateNoLock()
 void PriorityMgr::performUpdate()
 {
     Guard guard(_lock);
-    if (Interlocked::exchange(_isRenamed, false) || _nbStrays)
+    if (_isRenamed.exchange(false, std::memory_order_seq_cst) || _nbStrays)
         _solver->distrust();
     if (!_nbStrays && _solver->solve(getPriosNoLock())) {
         _invalidRelation = nullptr;
@@ -437,17 +435,17 @@ char const *PriorityMgr::errorToString(Error error)
 
 void PriorityMgr::enableTracing(bool isEnabled)
 {
-    Interlocked::storeRelaxed(_isTracing, isEnabled);
+    _isTracing.store(isEnabled, std::memory_order_relaxed);
 }
 
 bool PriorityMgr::isTracingEnabled() const
 {
-    return Interlocked::loadRelaxed(_isTracing);
+    return _isTracing.load(std::memory_order_relaxed);
 }
 
 void PriorityMgr::renamed()
 {
-    Interlocked::storeRelease(_isRenamed, true);
+    _isRenamed.store(true, std::memory_order_release);
 }
 
 std::uint64_t PriorityMgr::nextSearch()

@@ -5,6 +5,7 @@
 #include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkRecLock.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -158,7 +159,7 @@ private:
     void renamed();
 
     LiString _name;
-    bool _isTracing = false;
+    ZvPlatform::Shared<bool> _isTracing{false};
     LkRecLock _lock;
     bool _isDirty ZV_GUARDED_BY(_lock) = false;
     int _minimum;
@@ -172,7 +173,7 @@ private:
     ObjPtr<PrioritySolver> _solver ZV_PT_GUARDED_BY(_lock);
     ObjPtr<PriorityClients> _clients ZV_PT_GUARDED_BY(_lock);
     bool _isVerified ZV_GUARDED_BY(_lock) = false; // the last solving is known to be valid
-    bool _isRenamed = false; // interlocked: a node of an `==` relation was renamed
+    ZvPlatform::Shared<bool> _isRenamed{false};    // a node of an `==` relation was renamed
     std::uint64_t _nbJoined ZV_GUARDED_BY(_lock) = 0;
     std::uint64_t _nbSearches ZV_GUARDED_BY(_lock) = 0;
     unsigned _nbStrays ZV_GUARDED_BY(_lock) = 0;

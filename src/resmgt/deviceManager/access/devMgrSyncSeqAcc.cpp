@@ -106,6 +106,7 @@ private:
             prototype(name, DevSeqEv::LOCK), prototype(name, DevSeqEv::ABORTED),
             prototype(name, DevSeqEv::STOPPED), prototype(name, DevSeqEv::RECOVER),
             prototype(name, DevSeqEv::ABORT)));
+        util->setName(name);
         _seqTreeNodeMap.emplace(name, DevSeqTreeNode::create(name, util));
     }
 

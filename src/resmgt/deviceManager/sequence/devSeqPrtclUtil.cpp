@@ -1,6 +1,7 @@
 #include "resmgt/deviceManager/sequence/devSeqPrtclUtil.h"
 
 #include "resmgt/deviceManager/devMgrFifo.h"
+#include "zvbase/traceEvents.h"
 
 #include <utility>
 
@@ -89,6 +90,26 @@ private:
     RCShdPtr<Reports> _reports;
 };
 
+/// Completion of a step that a `TraceSession` shows.
+class TracedACO final : public DevACO
+{
+public:
+    TracedACO(ObjPtr<DevACO> aco, char const *step, LiString const &device) : _aco(aco)
+    {
+        _span.begin("device", step, std::string_view(device));
+    }
+
+    void performExecute() override
+    {
+        _span.end();
+        _aco->performExecute();
+    }
+
+private:
+    ObjPtr<DevACO> _aco;
+    TraceSpan _span;
+};
+
 } // namespace
 
 DevSeqPrtclUtil::DevSeqPrtclUtil(RCShdPtr<DevMDSyncSeqPrtcl> prtcl)
@@ -114,7 +135,7 @@ DevSeqPrtclUtil::~DevSeqPrtclUtil() = default;
 
 void DevSeqPrtclUtil::start()
 {
-    ObjPtr<DevACO> aco = complete(_readyANO);
+    ObjPtr<DevACO> aco = complete(_readyANO, "start");
     ObjPtr<DevANO> recovery = keep(_recoverANO);
     ObjPtr<DevANO> abortion = keep(_abortANO);
     _prtcl->performStart(aco, recovery, abortion);
@@ -122,27 +143,27 @@ void DevSeqPrtclUtil::start()
 
 void DevSeqPrtclUtil::sync(DtTime const &latency)
 {
-    _prtcl->performSync(complete(_lockANO), latency);
+    _prtcl->performSync(complete(_lockANO, "sync"), latency);
 }
 
 void DevSeqPrtclUtil::sync(DtTimeMark const &mark)
 {
-    _prtcl->performSync(complete(_lockANO), mark);
+    _prtcl->performSync(complete(_lockANO, "sync"), mark);
 }
 
 void DevSeqPrtclUtil::recover()
 {
-    _prtcl->performRecover(complete(_readyANO));
+    _prtcl->performRecover(complete(_readyANO, "recover"));
 }
 
 void DevSeqPrtclUtil::stop()
 {
-    _prtcl->performStop(complete(_stoppedANO));
+    _prtcl->performStop(complete(_stoppedANO, "stop"));
 }
 
 void DevSeqPrtclUtil::abort()
 {
-    _prtcl->performAbort(complete(_abortedANO));
+    _prtcl->performAbort(complete(_abortedANO, "abort"));
 }
 
 DtTime DevSeqPrtclUtil::getLatency()
@@ -155,9 +176,14 @@ DtTimeMark DevSeqPrtclUtil::getMark()
     return _prtcl->getMark();
 }
 
-ObjPtrRet<DevACO> DevSeqPrtclUtil::complete(ObjPtr<DevClonableANO> const &prototype) const
+ObjPtrRet<DevACO> DevSeqPrtclUtil::complete(ObjPtr<DevClonableANO> const &prototype,
+                                            char const *step) const
 {
-    return makeObj<DevMgrACO>(prototype->clone(), _fifo);
+    ObjPtr<DevACO> aco = makeObj<DevMgrACO>(prototype->clone(), _fifo);
+    // Without a queue, the completion is not the one that the device gets.
+    if (TraceEvents::isOn() && !_fifo.isNull()) [[unlikely]]
+        return makeObj<TracedACO>(aco, step, _name);
+    return aco;
 }
 
 ObjPtrRet<DevANO> DevSeqPrtclUtil::keep(ObjPtr<DevClonableANO> const &prototype) const

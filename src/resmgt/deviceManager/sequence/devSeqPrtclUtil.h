@@ -5,6 +5,7 @@
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/export.h"
+#include "resmgt/literals/liString.h"
 #include "resmgt/locks/lkCounter.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
@@ -42,6 +43,10 @@ public:
     DevSeqPrtclUtil(DevSeqPrtclUtil const &) = delete;
     DevSeqPrtclUtil &operator=(DevSeqPrtclUtil const &) = delete;
 
+    /// Sets the name of the device, under which a `TraceSession` shows its steps. Call it before
+    /// the first step.
+    void setName(LiString const &name) { _name = name; }
+
     /// Starts the device, which then reports `READY`. From this call on it may report `RECOVER` and
     /// `ABORT`.
     void start();
@@ -62,11 +67,12 @@ protected:
     ~DevSeqPrtclUtil() override;
 
 private:
-    ObjPtrRet<DevACO> complete(ObjPtr<DevClonableANO> const &prototype) const;
+    ObjPtrRet<DevACO> complete(ObjPtr<DevClonableANO> const &prototype, char const *step) const;
     ObjPtrRet<DevANO> keep(ObjPtr<DevClonableANO> const &prototype) const;
 
     RCShdPtr<DevMDSyncSeqPrtcl> _prtcl;
     RCShdPtr<DevMgrFifo> _fifo;
+    LiString _name;
     ObjPtr<DevClonableANO> _readyANO;
     ObjPtr<DevClonableANO> _lockANO;
     ObjPtr<DevClonableANO> _abortedANO;

@@ -177,7 +177,12 @@ void DevSeqRecord::shortenLimits(double seconds, double abortSeconds)
 
 // ---- Calls of a device.
 
-std::uint32_t DevSeqRecord::beginCall(std::size_t number, Step step)
+char const *DevSeqRecord::nameOf(Step step)
+{
+    return STEP_NAMES[step];
+}
+
+void DevSeqRecord::beginCall(std::size_t number, Step step)
 {
     Device &device = _devices[number];
     bool const isStep = step != LATENCY && step != MARK;
@@ -199,7 +204,6 @@ std::uint32_t DevSeqRecord::beginCall(std::size_t number, Step step)
         device.isAnswered = false;
         device.isDropped = false;
     }
-    return device.serial;
 }
 
 void DevSeqRecord::beginAbortOf(std::size_t number)

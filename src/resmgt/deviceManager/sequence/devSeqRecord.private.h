@@ -131,6 +131,8 @@ public:
     /// Records a failure of the sequence itself. Only the first one counts.
     void failAsWhole(std::exception_ptr const &failure);
     bool hasFailedAsWhole() const { return !_failure.isEmpty(); }
+    /// Returns the name of a step or call.
+    static char const *nameOf(Step step);
     /// Returns the text of an exception. If there is no memory for the text, returns one that was
     /// made before.
     LiString getReason(std::exception_ptr const &failure) const;
@@ -142,9 +144,8 @@ public:
     double getAbortEnd() const { return _abortEnd; }
 
     // Calls of a device.
-    /// Records that a call begins. Returns the serial number of the device's step, for its
-    /// completion.
-    std::uint32_t beginCall(std::size_t number, Step step);
+    /// Records that a call begins. A step gets the next serial number of the device.
+    void beginCall(std::size_t number, Step step);
     /// Records that the runner calls `performAbort`, in the abort.
     void beginAbortOf(std::size_t number);
     void endCall(std::size_t number, std::exception_ptr const &failure);

@@ -56,13 +56,21 @@ DevSeqCompletion::~DevSeqCompletion()
         _supervision->drop(_device, _serial, nullptr);
 }
 
+void DevSeqCompletion::begin(Record::Device const &device)
+{
+    _serial = device.serial;
+    _span.begin("device", Record::nameOf(device.step), std::string_view(device.name));
+}
+
 void DevSeqCompletion::performExecute()
 {
+    _span.end();
     _supervision->complete(_device, _serial);
 }
 
 void DevSeqCompletion::performFail(std::exception_ptr const &failure)
 {
+    _span.end();
     _supervision->drop(_device, _serial, failure);
 }
 

@@ -6,6 +6,7 @@
 #include "resmgt/deviceProtocol/devANO.h"
 #include "resmgt/deviceProtocol/devMDPrtcl.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "zvbase/traceEvents.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -27,13 +28,14 @@ public:
     void performExecute() override;
     void performFail(std::exception_ptr const &failure) override;
 
-    /// The number of the step. It is 0 before the device is asked for the step.
-    void setSerial(std::uint32_t serial) { _serial = serial; }
+    /// Records that the device is asked for its present step.
+    void begin(DevSeqRecord::Device const &device);
 
 private:
     RCShdPtr<DevSeqSupervision> _supervision;
     std::size_t _device;
-    std::uint32_t _serial = 0;
+    std::uint32_t _serial = 0; // of the step; 0 before the device is asked for it
+    TraceSpan _span;
 };
 
 /// Calls a device on behalf of its machine, and keeps the record. The device gets the completions

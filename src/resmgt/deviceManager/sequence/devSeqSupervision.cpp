@@ -359,9 +359,9 @@ bool DevSeqSupervision::beginCall(std::size_t device, DevSeqRecord::Step step,
     Guard const guard(_lock);
     if (!_record.isOrderly() || _record.getDevice(device).hasFailed)
         return false;
-    std::uint32_t const serial = _record.beginCall(device, step);
+    _record.beginCall(device, step);
     if (completion)
-        completion->setSerial(serial);
+        completion->begin(_record.getDevice(device));
     _runner.proceed();
     return true;
 }
@@ -476,7 +476,7 @@ void DevSeqSupervision::callAbort(std::size_t device)
     Callee &callee = _callees[device];
     {
         Guard const guard(_lock);
-        callee.abortCompletion->setSerial(_record.getDevice(device).serial);
+        callee.abortCompletion->begin(_record.getDevice(device));
     }
     std::exception_ptr failure;
     try {

@@ -8,7 +8,7 @@
 #include "zvbase/dotText.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/trace.h"
 
 #include <optional>
@@ -18,8 +18,6 @@
 #include <utility>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -162,8 +160,9 @@ class DevSeqTree::Turn final : private DevSeqSM::Listener
 public:
     /// `current` is the tree's pointer to the list of replaced observers. A delivery that begins
     /// within another one uses the list of the outer delivery.
-    Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current, unsigned long &deliverer,
-         Replaced &replaced, std::optional<DevMgrFailure> &failure)
+    Turn(RCShdPtr<DevSeqObserver> const &observer, Replaced *&current,
+         ZvPlatform::Shared<unsigned long> &deliverer, Replaced &replaced,
+         std::optional<DevMgrFailure> &failure)
         : _observer(observer),
           _current(current),
           _deliverer(deliverer),
@@ -173,12 +172,12 @@ public:
         if (_outer)
             return;
         _current = &replaced;
-        Interlocked::storeRelease(_deliverer, threadNumber());
+        _deliverer.store(threadNumber(), std::memory_order_release);
     }
     ~Turn()
     {
         if (!_outer)
-            Interlocked::storeRelease(_deliverer, NO_THREAD);
+            _deliverer.store(NO_THREAD, std::memory_order_release);
         _current = _outer;
     }
     Turn(Turn const &) = delete;
@@ -254,7 +253,7 @@ private:
 
     RCShdPtr<DevSeqObserver> const &_observer; // the tree's; its calls may replace it
     Replaced *&_current;
-    unsigned long &_deliverer;
+    ZvPlatform::Shared<unsigned long> &_deliverer;
     Replaced * const _outer;
     std::optional<DevMgrFailure> &_failure;
     FirstFailure _ofObserver;
@@ -416,7 +415,7 @@ void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 
 bool DevSeqTree::isDelivering() const
 {
-    return Interlocked::loadAcquire(_deliverer) == threadNumber();
+    return _deliverer.load(std::memory_order_acquire) == threadNumber();
 }
 
 void DevSeqTree::wait() ZV_NO_THREAD_SAFETY_ANALYSIS // changes of the tree take both locks

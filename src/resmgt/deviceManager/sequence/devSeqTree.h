@@ -13,6 +13,7 @@
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sequenceContainers.h"
 #include "zvbase/threadAnnotations.h"
 
@@ -180,7 +181,7 @@ private:
     bool _isIndexed ZV_GUARDED_BY(_lock) = false;
     RCShdPtr<DevSeqObserver> _observer ZV_GUARDED_BY(_lock);
     Replaced *_replaced ZV_GUARDED_BY(_lock) = nullptr; // of the delivery that runs
-    unsigned long _deliverer = 0; // the number of its thread, also read without the lock
+    ZvPlatform::Shared<unsigned long> _deliverer{0};    // the number of its thread
 
     LkLock _waitersLock; // a leaf; `wait` reads the tree under it
     List<DevSeqTreeNodeUtil *> _waitedFor

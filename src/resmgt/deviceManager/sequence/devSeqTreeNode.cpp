@@ -6,7 +6,7 @@
 #include "resmgt/locks/lkSingleton.imp.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/trace.h"
 
 #include <iterator>
@@ -14,8 +14,6 @@
 #include <utility>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 // ---- DevSeqEvPend, DevSeqTreeNodeUtil
 
@@ -76,7 +74,7 @@ void DevSeqTreeNodeUtil::sendToChildren(std::int32_t event)
 
 void DevSeqTreeNodeUtil::postDone()
 {
-    Interlocked::storeRelease(_hasEnded, true);
+    _hasEnded.store(true, std::memory_order_release);
     _done.post();
 }
 
@@ -88,7 +86,7 @@ void DevSeqTreeNodeUtil::waitDone()
 
 bool DevSeqTreeNodeUtil::hasEnded() const
 {
-    return Interlocked::loadAcquire(_hasEnded);
+    return _hasEnded.load(std::memory_order_acquire);
 }
 
 // ---- DevSeqEv

@@ -14,6 +14,7 @@
 #include "resmgt/smartPtrs/rcShdPtr.h"
 #include "zvbase/dtTime.h"
 #include "zvbase/objPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sequenceContainers.h"
 
 #include <cstddef>
@@ -162,7 +163,7 @@ private:
     DtTime _maxLatency;
     DtTimeMark _mark;
     DtTimeMark _parentMark;
-    bool _hasEnded = false; // read without the tree's lock
+    ZvPlatform::Shared<bool> _hasEnded{false}; // read without the tree's lock
     LkUnnamedSema _done;
 };
 

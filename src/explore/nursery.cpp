@@ -1,4 +1,4 @@
-#include "simulated/nursery.h"
+#include "explore/nursery.private.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,7 +1,7 @@
-// Nursery: forks a process for each schedule.
+// Nursery: forks a process for each schedule (extenders).
 #pragma once
 
-#include "simulated/scenario.h"
+#include "explore/scenario.private.h"
 
 #include <sys/types.h>
 

@@ -1,4 +1,4 @@
-#include "simulated/explorer.h"
+#include "explore/explorer.private.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -26,23 +26,26 @@ void forEachAddress(std::string const &line, Found found)
         found(std::strtoull(word.c_str(), nullptr, 16));
 }
 
-/// Returns the path relative to the project's root, or an empty text if the file is not in `src` or
-/// `tests`.
+/// Returns the path relative to the project's root if the file is in `src` or `tests`, the path of
+/// an application's file, or an empty text for a file of the system.
 std::string shortPath(std::string const &path)
 {
     auto const source = path.rfind("../src/");
     if (source != path.npos)
         return path.substr(source + 3);
     auto const test = path.rfind("../tests/");
-    return test == path.npos ? "" : path.substr(test + 3);
+    if (test != path.npos)
+        return path.substr(test + 3);
+    return path.starts_with('/') && !path.starts_with("/usr/") ? path : "";
 }
 
+/// Returns whether a place is not shown: in the scheduler, in the explorer, or in an installed
+/// header of the library, which is between the application and the library's own sources.
 bool isInner(std::string const &path)
 {
-    return path.empty() || path.find("src/platform/s") != path.npos ||
-           path.find("src/zvbase/platform/") != path.npos ||
-           path.find("tests/simulated/nursery") != path.npos ||
-           path.find("tests/simulated/scenario") != path.npos;
+    return path.empty() || path.find("/include/resmgt/") != path.npos ||
+           path.find("/include/zvbase/") != path.npos || path.find("src/platform/s") != path.npos ||
+           path.find("src/zvbase/platform/") != path.npos || path.find("src/explore/") != path.npos;
 }
 
 /// Returns the name of a function without its arguments and template arguments.

@@ -1,4 +1,4 @@
-#include "simulated/explorer.h"
+#include "explore/explorer.private.h"
 
 #include <algorithm>
 #include <chrono>
@@ -29,8 +29,22 @@ private:
 #ifdef ZV_KERNEL_SIMULATED
 /// On the simulated kernel, a program takes more steps.
 constexpr std::uint32_t MORE_STEPS = 8;
+/// Whether the tests run the refusals, which take most of the time.
+constexpr bool TRIES_REFUSALS = false;
+
+/// Returns how many schedules the tests run by each strategy.
+unsigned nbSchedules(Settings const &settings)
+{
+    return settings.onKernel ? settings.onKernel : (settings.schedules + 9) / 10;
+}
 #else
 constexpr std::uint32_t MORE_STEPS = 1;
+constexpr bool TRIES_REFUSALS = true;
+
+unsigned nbSchedules(Settings const &settings)
+{
+    return settings.schedules;
+}
 #endif
 
 Options optionsFor(Settings const &settings, Choice choice, std::uint64_t seed)
@@ -82,6 +96,12 @@ std::string describeStatus(int status)
 }
 
 } // namespace
+
+std::vector<Scenario> &getScenarios()
+{
+    static auto &scenarios = *new std::vector<Scenario>;
+    return scenarios;
+}
 
 // ---- Texts of schedules.
 
@@ -249,6 +269,21 @@ void Explorer::byRefusal(Tally &tally, unsigned scenario, unsigned schedules, st
     }
 }
 
+void Explorer::byAll(Tally &tally, unsigned scenario, std::optional<unsigned> schedules,
+                     std::uint64_t seed)
+{
+    constexpr unsigned SCHEDULES_FOR_EACH_REFUSAL = 3;
+    Settings const &settings = getScenarios()[scenario].settings;
+    unsigned const byChoice = schedules.value_or(nbSchedules(settings));
+    byChance(tally, scenario, Choice::RANDOM, byChoice, seed);
+    byChance(tally, scenario, Choice::PRIORITY, byChoice, seed);
+    if (settings.preemptions >= 0)
+        byExhaustion(tally, scenario, settings.preemptions,
+                     schedules.value_or(settings.exhaustive));
+    if (settings.refusals && (TRIES_REFUSALS || schedules))
+        byRefusal(tally, scenario, SCHEDULES_FOR_EACH_REFUSAL, seed);
+}
+
 void Explorer::byRepetition(Tally &tally, unsigned scenario, unsigned schedules, std::uint64_t seed)
 {
     Watch const watch(tally);
@@ -289,8 +324,9 @@ std::string Explorer::tell(Finding const &finding)
     std::size_t start = text.size() - report.size();
     for (std::size_t lines = 0; lines <= LAST_LINES && start != 0; ++lines)
         start = text.rfind('\n', start - 1) == text.npos ? 0 : text.rfind('\n', start - 1);
-    return finding.kind + " in " + finding.schedule.toText() + "\nagain, step by step: " + REPLAY +
-           finding.schedule.toText() + "'\n" + text.substr(start);
+    return finding.kind + " in " + finding.schedule.toText() +
+           "\nagain, step by step: " + _command + " --replay '" + finding.schedule.toText() +
+           "'\n" + text.substr(start);
 }
 
 } // namespace Zv::Simulated

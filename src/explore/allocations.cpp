@@ -1,5 +1,5 @@
 // Replaces `operator new`: counts the allocations and can make them fail.
-#include "simulated/scenario.h"
+#include "explore/scenario.private.h"
 
 #include <cstdlib>
 #include <new>

@@ -1,4 +1,4 @@
-#include "simulated/scenario.h"
+#include "explore/scenario.private.h"
 
 #include <utility>
 

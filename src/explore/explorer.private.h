@@ -1,7 +1,7 @@
-// Explorer: runs programs under many schedules.
+// Explorer: runs programs under many schedules (extenders).
 #pragma once
 
-#include "simulated/nursery.h"
+#include "explore/nursery.private.h"
 
 #include <optional>
 #include <string>
@@ -9,11 +9,11 @@
 
 namespace Zv::Simulated {
 
-/// The command that runs a schedule again, up to its name.
+/// The command that explores the programs of the tests.
 #ifdef ZV_KERNEL_SIMULATED
-inline constexpr char REPLAY[] = "./run explore --kernel --replay '";
+inline constexpr char COMMAND[] = "./run explore --kernel";
 #else
-inline constexpr char REPLAY[] = "./run explore --replay '";
+inline constexpr char COMMAND[] = "./run explore";
 #endif
 
 /// A schedule. It can be run again from its text, such as `Name:random:seed=7:hasty`.
@@ -52,7 +52,12 @@ struct Tally
 class Explorer
 {
 public:
-    explicit Explorer(Nursery &nursery) : _nursery(nursery) {}
+    static constexpr std::uint64_t FIRST_SEED = 1;
+
+    /// `command` is what runs these programs, for the texts of failures.
+    explicit Explorer(Nursery &nursery, std::string command = COMMAND)
+        : _nursery(nursery), _command(std::move(command))
+    {}
 
     /// Runs at most `schedules` schedules by a random strategy, until there is a finding.
     void byChance(Tally &, unsigned scenario, Choice, unsigned schedules, std::uint64_t seed);
@@ -62,6 +67,9 @@ public:
     /// Lets the first call that can be made to fail do so, then the second, and so on, in
     /// `schedules` schedules each, until there is a finding.
     void byRefusal(Tally &, unsigned scenario, unsigned schedules, std::uint64_t seed);
+    /// Does all of these that the settings of the program ask for. The number of schedules is that
+    /// of the settings if none is given.
+    void byAll(Tally &, unsigned scenario, std::optional<unsigned> schedules, std::uint64_t seed);
     /// Runs each seed twice. If the two runs differ, this is a finding.
     void byRepetition(Tally &, unsigned scenario, unsigned schedules, std::uint64_t seed);
 
@@ -74,6 +82,7 @@ public:
 
 private:
     Nursery &_nursery;
+    std::string _command;
 };
 
 /// Returns the text with functions and lines in place of its addresses.
