@@ -29,8 +29,7 @@ private:
 #ifdef ZV_KERNEL_SIMULATED
 /// On the simulated kernel, a program takes more steps.
 constexpr std::uint32_t MORE_STEPS = 8;
-
-/// Whether the refusals are run if no number of schedules is given. They take most of the time.
+/// Whether the tests run the refusals, which take most of the time.
 constexpr bool TRIES_REFUSALS = false;
 
 /// Returns how many schedules the tests run by each strategy.

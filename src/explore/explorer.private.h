@@ -9,11 +9,11 @@
 
 namespace Zv::Simulated {
 
-/// The command that runs these programs.
+/// The command that explores the programs of the tests.
 #ifdef ZV_KERNEL_SIMULATED
-inline constexpr char EXPLORE[] = "./run explore --kernel";
+inline constexpr char COMMAND[] = "./run explore --kernel";
 #else
-inline constexpr char EXPLORE[] = "./run explore";
+inline constexpr char COMMAND[] = "./run explore";
 #endif
 
 /// A schedule. It can be run again from its text, such as `Name:random:seed=7:hasty`.
@@ -55,7 +55,7 @@ public:
     static constexpr std::uint64_t FIRST_SEED = 1;
 
     /// `command` is what runs these programs, for the texts of failures.
-    explicit Explorer(Nursery &nursery, std::string command = EXPLORE)
+    explicit Explorer(Nursery &nursery, std::string command = COMMAND)
         : _nursery(nursery), _command(std::move(command))
     {}
 

@@ -94,7 +94,8 @@ private:
             return;
         std::string const text = explorer.tell(finding);
         EXPECT_NE(text.find(expected), text.npos) << expected << "\n" << text;
-        std::string const command = EXPLORE + std::string(" --replay '");
+        std::string command = COMMAND;
+        command += " --replay '";
         std::size_t const begin = text.find(command) + command.size();
         ASSERT_NE(std::string::npos, text.find(command)) << text;
         auto const schedule =
@@ -133,7 +134,7 @@ int main(int argc, char **argv)
     nursery = new Nursery;
     // The arguments of `./run explore` follow.
     if (argc > 1 && std::string(argv[1]) == "--explore")
-        return runCommandLine(*nursery, argc - 1, argv + 1, {EXPLORE, 1000});
+        return runCommandLine(*nursery, argc - 1, argv + 1, {COMMAND, 1000});
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -157,8 +157,14 @@ void storeShared(void const *word, std::uint64_t former, std::uint64_t value,
 void changeShared(void const *word, std::uint64_t former, std::uint64_t value,
                   std::memory_order order)
 {
-    if (scheduler.isRunning())
-        weakMemory.change(me(), word, former, value, order, here());
+    if (!scheduler.isRunning())
+        return;
+    weakMemory.change(me(), word, former, value, order, here());
+#ifdef ZV_KERNEL_SIMULATED
+    // What the thread still does with what it has released, others may meet.
+    if (order != std::memory_order_relaxed && order != std::memory_order_acquire)
+        scheduler.point({"released", word});
+#endif
 }
 
 bool refuseShared(void const *word, std::uint64_t &value, std::uint64_t expected, bool isWeak,
