@@ -26,7 +26,9 @@ cd /source
 for test in consumer playout; do
     debian/tests/"$test"
 done
-dpkg --purge libzvresmgt0 libzvresmgt-dev libzvresmgt-doc zvplayout
+for package in /packages/*.deb; do
+    dpkg-deb -f "$package" Package
+done | xargs dpkg --purge
 list >/after
 diff /before /after || { echo "The packages leave files behind, or remove those of others" >&2; exit 1; }
 TEST
