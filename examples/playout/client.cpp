@@ -201,7 +201,7 @@ Report Client::makeReport(std::string const &failure) const
         int const depth = parent.empty() ? 0 : depths[parent] + 1;
         report.devices.push_back({device.name.getChars(), depths[device.name.getChars()] = depth});
     }
-    report.length = _startedAt > 0 ? _endedAt - _startedAt : 0;
+    report.length = _startedAt > 0 ? _finishedAt - _startedAt : 0;
     report.budget = _job->show.memory ? _job->show.memory->budget : 0;
     report.records = _job->journal->getRecords();
     report.threads = _threads;
@@ -433,7 +433,7 @@ void Client::endSequence()
         _job->wait(SIGNAL_INTERVAL);
     }
     awaitStates();
-    _endedAt = now();
+    _finishedAt = now();
 }
 
 /// Stops the sequence within the shorter limits. A call of `stop` on another thread then returns,
@@ -506,7 +506,7 @@ void Client::close()
         stopAfterSignal();
         settleErrand(SHORT);
         awaitStates();
-        _endedAt = now();
+        _finishedAt = now();
     }
     if (!_errands.isPending() && !_job->show.events.empty()) {
         _errands.begin([this] { _stage.stopCues(); });

@@ -85,7 +85,7 @@ private:
     double _startedAt = 0;                      // moments of the monotonic clock
     double _endedAt = 0; // by a signal, for a device that then ends by itself
     double _stoppedAt = 0;
-    double _endedAt = 0;
+    double _finishedAt = 0; // when the last states were known
     double _shownAt = 0;
     double _watchedAt = 0;
     // Property values that an errand has read.

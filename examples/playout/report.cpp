@@ -67,7 +67,7 @@ void addText(Element &parent, char const *tag, std::string const &text, char con
     element.addTextData(toMarkup(text).c_str()); // also if it is empty, because of its end tag
 }
 
-/// Section with a heading. The name is for those who read the page by a program.
+/// Section with a heading. Programs that read the page find it by its name.
 class Section
 {
 public:

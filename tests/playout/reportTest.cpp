@@ -321,6 +321,19 @@ TEST_F(ReportTest, TextFromOutsideIsEscaped)
     std::string const title = path("&lt;b&gt;&amp;amp;\"'\\x1b.wav");
     EXPECT_NE(source.find("<h1 >\n" + title + "</h1"), source.npos);
     EXPECT_EQ(source.find("<b>"), source.npos);
+
+    make("in.wav", PCM, 1, RATE, 1000);
+    writeText("show.xml", "<show output='out.wav'><clip file='in.wav'/>"
+                          "<device name='r&lt;i&gt;&amp;' kind='recorder'/><device name='player'/>"
+                          "<sequence tree='( r&lt;i&gt;&amp; ( player ) )'/>"
+                          "<connection stream='player:out push r&lt;i&gt;&amp;:in'/></show>");
+    Outcome const outcome = Playout({"--report", path("page.html"), path("show.xml")}).finish();
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    std::string const page = getPage().source;
+    EXPECT_EQ(page.find("<i>"), page.npos);
+    for (char const * const text :
+         {"r&lt;i&gt;&amp;</text", "r&lt;i&gt;&amp;: lock for ", "r&lt;i&gt;&amp;</td"})
+        EXPECT_NE(page.find(text), page.npos) << text;
 }
 
 TEST_F(ReportTest, APlaceThatCannotBeWrittenIsRefusedBeforeTheShow)
