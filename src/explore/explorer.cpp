@@ -28,7 +28,10 @@ private:
 
 #ifdef ZV_KERNEL_SIMULATED
 /// On the simulated kernel, a program takes more steps.
-constexpr std::uint32_t MORE_STEPS = 4;
+constexpr std::uint32_t MORE_STEPS = 8;
+
+/// Whether the refusals are run if no number of schedules is given. They take most of the time.
+constexpr bool TRIES_REFUSALS = false;
 
 /// Returns how many schedules the tests run by each strategy.
 unsigned nbSchedules(Settings const &settings)
@@ -37,6 +40,7 @@ unsigned nbSchedules(Settings const &settings)
 }
 #else
 constexpr std::uint32_t MORE_STEPS = 1;
+constexpr bool TRIES_REFUSALS = true;
 
 unsigned nbSchedules(Settings const &settings)
 {
@@ -51,6 +55,7 @@ Options optionsFor(Settings const &settings, Choice choice, std::uint64_t seed)
     options.seed = seed;
     options.depth = 2 + static_cast<std::uint32_t>(seed / 4 % 4);
     options.bound = MORE_STEPS * settings.bound;
+    options.haste *= MORE_STEPS;
     options.hasty = settings.hasty && seed % 4 >= 2;
     options.stray = settings.stray && seed % 2;
     options.weak = settings.weak;
@@ -151,6 +156,7 @@ std::optional<Schedule> Schedule::fromText(std::string const &text)
     Options &options = schedule.options;
     options.bound = MORE_STEPS * found->settings.bound;
     options.weak = found->settings.weak;
+    options.haste *= MORE_STEPS;
     options.resources = found->settings.refusals;
     while (std::getline(stream, field, ':')) {
         auto const equals = field.find('=');
@@ -275,7 +281,7 @@ void Explorer::byAll(Tally &tally, unsigned scenario, std::optional<unsigned> sc
     if (settings.preemptions >= 0)
         byExhaustion(tally, scenario, settings.preemptions,
                      schedules.value_or(settings.exhaustive));
-    if (settings.refusals)
+    if (settings.refusals && (TRIES_REFUSALS || schedules))
         byRefusal(tally, scenario, SCHEDULES_FOR_EACH_REFUSAL, seed);
 }
 

@@ -9,6 +9,13 @@
 
 namespace Zv::Simulated {
 
+/// The command that runs these programs.
+#ifdef ZV_KERNEL_SIMULATED
+inline constexpr char EXPLORE[] = "./run explore --kernel";
+#else
+inline constexpr char EXPLORE[] = "./run explore";
+#endif
+
 /// A schedule. It can be run again from its text, such as `Name:random:seed=7:hasty`.
 struct Schedule
 {
@@ -48,7 +55,7 @@ public:
     static constexpr std::uint64_t FIRST_SEED = 1;
 
     /// `command` is what runs these programs, for the texts of failures.
-    explicit Explorer(Nursery &nursery, std::string command = "./run explore")
+    explicit Explorer(Nursery &nursery, std::string command = EXPLORE)
         : _nursery(nursery), _command(std::move(command))
     {}
 

@@ -34,6 +34,8 @@ struct Settings
     /// Called once, before the first schedule, for preparations that take many steps and are not
     /// tested.
     void (*prepare)() = nullptr;
+    /// Why the program cannot run on the simulated kernel, or null if it can.
+    char const *notOnKernel = nullptr;
     /// Kinds of calls that fail: in the first schedules the first such call, then the second, until
     /// there is none left.
     std::uint32_t refusals = 0;

@@ -1,37 +1,11 @@
 #include "zvbase/dtTime.h"
 
 #include "zvbase/failures.h"
+#include "zvbase/wideProduct.private.h"
 
 #include <ostream>
 
 namespace Zv {
-
-namespace {
-
-__extension__ using Wide = __int128;
-
-/// Seconds as a whole number and a fraction. The numerator of the undivided fraction has up to 127
-/// bits.
-struct Seconds
-{
-    explicit Seconds(DtTime const &time)
-    {
-        Wide const numerator = Wide{time.getCount()} * time.getRate().getDenominator();
-        denominator = time.getRate().getNumerator();
-        whole = numerator / denominator;
-        rest = numerator % denominator;
-        if (rest < 0) {
-            rest += denominator;
-            --whole;
-        }
-    }
-
-    Wide whole;
-    Wide rest;
-    Wide denominator;
-};
-
-} // namespace
 
 DtTime::DtTime(DtTimeIndex count, Rational const &rate) : _count(count), _rate(rate)
 {
@@ -50,11 +24,14 @@ bool operator==(DtTime const &left, DtTime const &right) noexcept
 
 std::strong_ordering operator<=>(DtTime const &left, DtTime const &right) noexcept
 {
-    Seconds const l(left);
-    Seconds const r(right);
-    if (l.whole != r.whole)
-        return l.whole <=> r.whole;
-    return l.rest * r.denominator <=> r.rest * l.denominator;
+    Rational const &leftRate = left.getRate();
+    Rational const &rightRate = right.getRate();
+    if (leftRate == rightRate)
+        return left.getCount() <=> right.getCount();
+    // Both sides are multiplied by the numerators of both rates, which are positive.
+    using Product = WideProduct<6>;
+    return Product(left.getCount()) * leftRate.getDenominator() * rightRate.getNumerator() <=>
+           Product(right.getCount()) * rightRate.getDenominator() * leftRate.getNumerator();
 }
 
 std::ostream &operator<<(std::ostream &stream, DtTime const &time)

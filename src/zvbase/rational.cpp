@@ -1,6 +1,7 @@
 #include "zvbase/rational.h"
 
 #include "zvbase/failures.h"
+#include "zvbase/wideProduct.private.h"
 
 #include <limits>
 #include <numeric>
@@ -9,8 +10,6 @@
 namespace Zv {
 
 namespace {
-
-__extension__ using Wide = __int128;
 
 std::uint64_t magnitude(std::int64_t value)
 {
@@ -42,8 +41,9 @@ void Rational::setValue(std::int64_t numerator, std::int64_t denominator)
 
 std::strong_ordering operator<=>(Rational const &left, Rational const &right) noexcept
 {
-    return Wide{left._numerator} * right._denominator <=>
-           Wide{right._numerator} * left._denominator;
+    using Product = WideProduct<4>;
+    return Product(left._numerator) * right._denominator <=>
+           Product(right._numerator) * left._denominator;
 }
 
 std::ostream &operator<<(std::ostream &stream, Rational const &value)

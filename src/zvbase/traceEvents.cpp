@@ -85,11 +85,13 @@ void tellThreadName(TraceRing *ring, unsigned session) noexcept
 {
     if (threadName.session == session) [[likely]]
         return;
-    threadName.session = session;
-    if (threadName.length == 0)
-        return;
-    if (Writing const record(ring, TraceRecord::THREAD_NAME); record)
+    if (threadName.length != 0) {
+        Writing const record(ring, TraceRecord::THREAD_NAME);
+        if (!record)
+            return; // with the next event
         record->setText({}, {threadName.text, threadName.length});
+    }
+    threadName.session = session;
 }
 
 TraceRing *prepare(TraceRing * const &ring, unsigned const &session) noexcept

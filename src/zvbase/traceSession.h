@@ -45,7 +45,7 @@ ZV_EXCEPTION(ZVBASE_EXPORT, TraceEx, ExFile, std::runtime_error, TraceEx, char c
 /// which is about 50 times in a second: also if the process ends early, or if the disk is full. If
 /// the file is a pipe, its end is written by `stop` alone. Viewers accept a file without it.
 ///
-/// If events come faster than they can be written, the newest ones are dropped. The file says how
+/// If there are more events than can be written, the newest ones are dropped. The file says how
 /// many.
 ///
 /// **Threads**: thread-safe. Any thread may stop the session, also while others record events.

@@ -73,8 +73,9 @@ std::vector<std::string> findPlaces()
 
 TEST(Version, StandsInOnePlace)
 {
-    // The form of a changelog names each version.
-    std::vector<std::string> const allowed{"CHANGELOG.md", "CMakeLists.txt", "debian/changelog"};
+    // The form of a changelog names each version, and the symbols have that which added them.
+    std::vector<std::string> const allowed{"CHANGELOG.md", "CMakeLists.txt", "debian/changelog",
+                                           "debian/libzvresmgt" ZV_ABI ".symbols"};
     std::vector<std::string> const places = findPlaces();
     EXPECT_EQ(std::count(places.begin(), places.end(), "CMakeLists.txt"), 1);
     for (std::string const &place : places)
@@ -86,6 +87,20 @@ TEST(Version, IsFirstInTheChangelog)
 {
     EXPECT_EQ(findFirst(read(root / "CHANGELOG.md"), std::regex("\\n## \\[([^\\]]+)\\]")),
               ZV_VERSION);
+}
+
+TEST(Version, IsThatOfThePackages)
+{
+    EXPECT_EQ(findFirst(read(root / "debian/changelog"), std::regex("^zvresmgt \\(([^)]+)\\)")),
+              ZV_VERSION);
+}
+
+/// The name of a package of libraries ends with the number of their SONAMEs.
+TEST(Version, OfTheInterfaceNamesThePackage)
+{
+    std::string const name = "libzvresmgt" ZV_ABI;
+    EXPECT_NE(read(root / "debian/control").find("\nPackage: " + name + "\n"), std::string::npos);
+    EXPECT_TRUE(fs::exists(root / "debian" / (name + ".symbols")));
 }
 
 /// The symbols of libzvbase that only libzvresmgt uses are under a version of the interface.

@@ -257,11 +257,12 @@ TEST_F(HeapManager, AVictimThatIsLockedInBetweenIsPassedOver)
     MbBuffer const buffer = make("a");
     load(victim);
     load(second);
-    MbBufferProbe const probe(victim);
+    MbBufferProbe probe(victim);
     std::optional<MbBufferRdGuardImp> guard;
     std::thread loader;
     {
         LkGuard<LkMutex const> const lock(probe.mutex());
+        probe.close();
         loader = std::thread([&] { load(buffer); });
         waitUntil([&] { return probe.keepAlive() == 2; });
         guard.emplace(victim);
@@ -278,8 +279,9 @@ TEST_F(HeapManager, AVictimDestroyedInBetweenIsLeftToTheThreadThatChoseIt)
     MbBuffer const buffer = make("a");
     load(victim);
     control->log.take();
-    MbBufferProbe const probe(victim);
+    MbBufferProbe probe(victim);
     probe.mutex().lock();
+    probe.close();
     std::thread loader([&] { load(buffer); });
     waitUntil([&] { return probe.keepAlive() == 2; });
     victim = MbBuffer();

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <optional>
@@ -326,6 +327,158 @@ TEST_F(OpenBuffer, UnlockEndsAWaitForMemory)
     first.reset();
     loader.join();
     EXPECT_FALSE(buffer.isLoaded());
+}
+
+// ---- loads and evictions without the mutex
+
+/// A buffer that has been evicted, and others that take all of the memory.
+class EvictedBuffer : public OpenBuffer
+{
+protected:
+    EvictedBuffer()
+    {
+        for (MbBuffer const &other : others)
+            use(other);
+        EXPECT_EQ(control->log.take(), Lines{"unload"});
+        otherControl->log.take();
+    }
+    ~EvictedBuffer() noexcept override {}
+
+    Control const otherControl = std::make_shared<RecordingProtocol::Control>();
+    std::vector<MbBuffer> others{newBuffer(manager, otherControl), newBuffer(manager, otherControl),
+                                 newBuffer(manager, otherControl)};
+};
+
+TEST_F(EvictedBuffer, IsLoadedAndItsVictimIsEvictedWithoutAMutex)
+{
+    LkGuard<LkMutex const> const guard(MbBufferProbe(buffer).mutex());
+    MbBufferProbe const victim(others[0]);
+    LkGuard<LkMutex const> const victimGuard(victim.mutex());
+    std::thread([&] { use(buffer); }).join();
+    EXPECT_EQ(control->log.take(), (Lines{"reload", "unlocked"}));
+    EXPECT_EQ(otherControl->log.take(), Lines{"unload"});
+    EXPECT_FALSE(others[0].isLoaded());
+    std::thread([&] { MbBufferWrGuardImp const writer{others[0]}; }).join();
+    EXPECT_EQ(otherControl->log.take(), (Lines{"unload", "reload", "markDirty", "unlocked"}));
+    EXPECT_FALSE(others[1].isLoaded());
+}
+
+TEST_F(EvictedBuffer, ShowsItsStatesMeanwhile)
+{
+    std::string victim;
+    std::string loading;
+    std::string locked;
+    otherControl->hooks["unload"] = [&] {
+        EXPECT_FALSE(others[0].isLoaded());
+        victim = stateOf(others[0]);
+    };
+    control->hooks["reload"] = [&] {
+        EXPECT_FALSE(buffer.isLoaded());
+        loading = stateOf(buffer);
+    };
+    {
+        MbBufferRdGuardImp const guard(buffer);
+        EXPECT_TRUE(buffer.isLoaded());
+        locked = stateOf(buffer);
+    }
+    EXPECT_EQ(victim, "BeingUnloaded");
+    EXPECT_EQ(loading, "BeingRdReloaded");
+    EXPECT_EQ(locked, "RdLocked");
+    EXPECT_EQ(stateOf(others[0]), "Unloaded");
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+}
+
+TEST_F(EvictedBuffer, StaysUnloadedIfItsReloadThrows)
+{
+    control->hooks["reload"] = [] { throw Failure("reload"); };
+    EXPECT_THROW(use(buffer), Failure);
+    EXPECT_THROW({ MbBufferWrGuardImp const guard(buffer); }, Failure);
+    EXPECT_EQ(stateOf(buffer), "Unloaded");
+    EXPECT_TRUE(buffer.isUniqueOwner());
+    EXPECT_EQ(manager->getAllocated(), 2u * SIZE);
+    control->hooks.clear();
+    control->log.take();
+    use(buffer);
+    EXPECT_EQ(control->log.take(), (Lines{"reload", "unlocked"}));
+    EXPECT_EQ(manager->getAllocated(), 3u * SIZE);
+}
+
+TEST_F(EvictedBuffer, StaysUnloadedIfItsVictimFails)
+{
+    otherControl->hooks["unload"] = [] { throw Failure("unload"); };
+    EXPECT_THROW(use(buffer), Failure);
+    EXPECT_EQ(stateOf(buffer), "Unloaded");
+    EXPECT_TRUE(buffer.isUniqueOwner());
+    EXPECT_EQ(control->log.take(), Lines{});
+    EXPECT_EQ(stateOf(others[0]), "Loaded");
+    EXPECT_EQ(MbBufferProbe(others[0]).keepAlive(), 1);
+    EXPECT_EQ(manager->getAllocated(), 3u * SIZE);
+    // The victim counts as used.
+    otherControl->hooks.clear();
+    use(buffer);
+    EXPECT_TRUE(others[0].isLoaded());
+    EXPECT_FALSE(others[1].isLoaded());
+}
+
+TEST_F(EvictedBuffer, IsFreedAfterItsLoadIfThatAsksForIt)
+{
+    control->hooks["reload"] = [&] { buffer.free(); };
+    {
+        MbBufferRdGuardImp const guard(buffer);
+        EXPECT_EQ(stateOf(buffer), "RdLockedFreed");
+    }
+    EXPECT_EQ(control->log.take(), (Lines{"reload", "free"}));
+    EXPECT_EQ(stateOf(buffer), "Freed");
+    EXPECT_TRUE(buffer.isUniqueOwner());
+}
+
+TEST_F(EvictedBuffer, IsLoadedOnceForTwoThreads)
+{
+    std::thread second;
+    control->hooks["reload"] = [&] {
+        second = std::thread([&] { use(buffer); });
+        waitForWaiters(buffer, 1);
+    };
+    use(buffer);
+    second.join();
+    Lines const calls = control->log.take();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "reload"), 1);
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_TRUE(buffer.isUniqueOwner());
+}
+
+TEST_F(EvictedBuffer, VictimIsLoadedAgainForAThreadThatWantsItMeanwhile)
+{
+    std::thread second;
+    std::atomic<bool> isFirst = true;
+    otherControl->hooks["unload"] = [&] {
+        if (!isFirst.exchange(false))
+            return;
+        second = std::thread([&] { use(others[0]); });
+        waitForWaiters(others[0], 1);
+    };
+    use(buffer);
+    second.join();
+    EXPECT_TRUE(others[0].isLoaded());
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_EQ(manager->getAllocated(), 3u * SIZE);
+}
+
+TEST_F(EvictedBuffer, FailsToBeLoadedAndWakesTheThreadThatWaits)
+{
+    std::thread second;
+    std::atomic<bool> isFirst = true;
+    control->hooks["reload"] = [&] {
+        if (!isFirst.exchange(false))
+            return;
+        second = std::thread([&] { use(buffer); });
+        waitForWaiters(buffer, 1);
+        throw Failure("reload");
+    };
+    EXPECT_THROW(use(buffer), Failure);
+    second.join();
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_TRUE(buffer.isUniqueOwner());
 }
 
 // ---- the order of evictions

@@ -145,8 +145,9 @@ TEST_F(MicrophoneTest, AnInterruptCompletesTheRecording)
 TEST_F(MicrophoneTest, WhatHasNoRoomIsLostAndCounted)
 {
     startTone();
+    // The reserve is 4 periods less one sample.
     Outcome const outcome = Playout(record({"--length", "2", "--fault", "fader:lock:slow",
-                                            "--property", "microphone:card:reserve=0.1"}))
+                                            "--property", "microphone:card:reserve=0.0853125"}))
                                 .finish();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.out, ContainsRegex("\n  100 %  .* overruns [1-9]"));
@@ -164,8 +165,11 @@ TEST_F(MicrophoneTest, WhatHasNoRoomIsLostAndCounted)
     EXPECT_EQ(captured.size(), 2u * RATE);
     auto const heard = getHeard(captured);
     long missing = 0;
-    for (std::size_t i = 1; i < heard.size(); ++i)
-        missing += SoundTone::getDistance(SoundTone::getNext(heard[i - 1]), heard[i]);
+    for (std::size_t i = 1; i < heard.size(); ++i) {
+        long const gap = SoundTone::getDistance(SoundTone::getNext(heard[i - 1]), heard[i]);
+        ASSERT_EQ(gap % SoundServer::PERIOD, 0) << i;
+        missing += gap;
+    }
     EXPECT_EQ(missing % SoundTone::LENGTH, overruns * SoundServer::PERIOD % SoundTone::LENGTH);
 }
 

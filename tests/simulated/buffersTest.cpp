@@ -277,6 +277,29 @@ SIMULATED(BuffersCompeteForTheLastPlace, WITH_BUFFERS)
         HOLDS(read(buffer) == 1);
 }
 
+/// Two threads load unloaded buffers at the same time, and evict each other's. The buffer that they
+/// evict first loses its last handle meanwhile.
+SIMULATED(UnloadedBuffersAreLoadedAndTheVictimGoes, WITH_BUFFERS)
+{
+    Storage storages[3];
+    RCShdPtr<MbManager> const manager = makeManager(1);
+    MbBuffer buffers[3];
+    for (int i = 0; i < 3; ++i) {
+        buffers[i] = makeBuffer("buffer", storages[i], manager);
+        increment(buffers[i]);
+    }
+    Worker first("first", [&] {
+        increment(buffers[0]);
+        HOLDS(read(buffers[1]) == 1);
+    });
+    Worker second("second", [&] { increment(buffers[0]); });
+    buffers[2] = MbBuffer();
+    first.join();
+    second.join();
+    HOLDS(storages[2].isGone && storages[2].value == 1);
+    HOLDS(read(buffers[0]) == 3);
+}
+
 /// The strategy evicts a random buffer, while another thread asks about the buffers.
 SIMULATED(BuffersOfAnyOrderCompete, WITH_BUFFERS)
 {

@@ -88,21 +88,24 @@ KNOWN_FAULT(MutexLeftLocked, always("left locked"), {})
     ::CreateMutexA(nullptr, TRUE, nullptr);
 }
 
-KNOWN_FAULT(SectionLeftLocked, always("left locked"), {})
+KNOWN_FAULT(SectionLeftLocked, always("left locked"),
+            {.notOnKernel = "the services of Linux keep no list of the sections of a thread"})
 {
     static CRITICAL_SECTION section;
     ::InitializeCriticalSection(&section);
     ::EnterCriticalSection(&section);
 }
 
-KNOWN_FAULT(SectionLeftByAnother, always("not owner"), {})
+KNOWN_FAULT(SectionLeftByAnother, always("not owner"),
+            {.notOnKernel = "the services of Linux do not check the owner"})
 {
     CRITICAL_SECTION section;
     ::InitializeCriticalSection(&section);
     ::LeaveCriticalSection(&section);
 }
 
-KNOWN_FAULT(SectionDeletedInUse, always("in use"), {})
+KNOWN_FAULT(SectionDeletedInUse, always("in use"),
+            {.notOnKernel = "the services of Linux do not check the deletion of a section"})
 {
     CRITICAL_SECTION section;
     ::InitializeCriticalSection(&section);
@@ -151,7 +154,7 @@ KNOWN_FAULT(TrustsATimeOut, (Fault{.finding = "does not hold", .byRandom = 200, 
 
 /// Can only be found if the wait ends without a cause.
 KNOWN_FAULT(TrustsAWakeUp, (Fault{.finding = "does not hold", .byRandom = 200, .byPriority = 200}),
-            {})
+            {.notOnKernel = "the services of Linux do not pass on a return without a cause"})
 {
     std::uint32_t word = 0;
     std::uint32_t const undesired = 0;
@@ -169,7 +172,7 @@ KNOWN_FAULT(TrustsAWakeUp, (Fault{.finding = "does not hold", .byRandom = 200, .
 
 /// Does not check the result of its last call. Can only be found if that call is made to fail.
 KNOWN_FAULT(TrustsACall, (Fault{.finding = "does not hold", .byRefusal = 1}),
-            {.refusals = SEMAPHORES})
+            {.notOnKernel = "no kernel refuses a semaphore without a name", .refusals = SEMAPHORES})
 {
     MayBeRefused const refusals;
     for (int i = 0; i < 3; ++i) {

@@ -307,6 +307,20 @@ SIMULATED(TimeOutMeetsTheReleaseOfAMutex, {.onKernel = 300})
     HOLDS(::ReleaseMutex(mutex));
 }
 
+SIMULATED(TimedOutWaiterOfAMutexIsInItsNextQueue, {.onKernel = 300})
+{
+    Mutex mutex;
+    Event event;
+    HOLDS(wait(mutex));
+    Worker waiter("waiter", [&] {
+        if (wait(mutex, 1))
+            HOLDS(::ReleaseMutex(mutex));
+        HOLDS(wait(event));
+    });
+    HOLDS(::ReleaseMutex(mutex));
+    HOLDS(::SetEvent(event));
+}
+
 SIMULATED(MutexThatIsAlwaysTakenAgain, {.onKernel = 300})
 {
     Mutex mutex;

@@ -293,9 +293,12 @@ void Scheduler::wait(Instant deadline, bool mayStray)
         trace("%35s waits\n", thread.name);
     }
     thread.state = Task::WAITING;
-    thread.moves = 0;
+    // A wait that follows one that ended without a cause continues it.
+    if (!thread.hasStrayed)
+        thread.moves = 0;
     thread.since = _record->steps;
     pick(false);
+    thread.hasStrayed = thread.isStray;
     _yields = 0;
     if (isTracing())
         trace("%35s goes on\n", thread.name);

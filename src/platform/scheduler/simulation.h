@@ -62,6 +62,8 @@ struct Options
     std::uint32_t bound = 50'000;
     /// Time may advance while threads could run, as on a loaded machine.
     bool hasty = false;
+    /// If the run is hasty, time advances about once in so many decisions.
+    std::uint32_t haste = 64;
     /// Waits for an address may end without a cause.
     bool stray = false;
     /// Loads of shared words may return older values, as the C++ memory model permits.

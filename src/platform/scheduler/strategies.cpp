@@ -35,7 +35,11 @@ unsigned firstAllowed(Candidates const &candidates)
 class RandomChoice final : public Strategy
 {
 public:
-    void begin(Options const &options, Record &) override { _random = Random(options.seed); }
+    void begin(Options const &options, Record &) override
+    {
+        _random = Random(options.seed);
+        _haste = options.haste;
+    }
 
     unsigned choose(Candidates const &candidates, Record &) override
     {
@@ -61,12 +65,15 @@ public:
 private:
     static constexpr std::uint32_t OLDER = 6;
 
-    static std::uint32_t weightOf(Option const &option)
+    std::uint32_t weightOf(Option const &option) const
     {
-        return option.what == Option::RUN ? 32 : option.what == Option::STRAY ? 4 : 1;
+        return option.what == Option::RUN     ? _haste / 2
+               : option.what == Option::STRAY ? _haste / 16
+                                              : 1;
     }
 
     Random _random;
+    std::uint32_t _haste = 0;
 };
 
 /// Random priorities, after Burckhardt, Kothari, Musuvathi and Nagarakatte, "A randomized scheduler
@@ -78,6 +85,7 @@ public:
     void begin(Options const &options, Record &) override
     {
         _random = Random(options.seed);
+        _haste = options.haste;
         _changes = options.depth > MAX_DEPTH ? MAX_DEPTH : options.depth ? options.depth - 1 : 0;
         for (unsigned i = 0; i < _changes; ++i)
             _change[i] = 1 + _random.below(options.length ? options.length : 1);
@@ -106,7 +114,7 @@ public:
         // The clock and wake-ups without a cause share one priority, which drops after each use.
         if (candidates.option[best].what != Option::RUN)
             _clock = --_lowest;
-        if (_random.below(CLOCK_RISES) == 0)
+        if (_random.below(_haste) == 0)
             _clock = draw();
         return best;
     }
@@ -122,7 +130,6 @@ private:
     static constexpr std::uint32_t FALLS_BEHIND = 12;
     static constexpr std::uint32_t STAYS_BEHIND = 2;
     static constexpr unsigned MAX_DEPTH = 16;
-    static constexpr std::uint32_t CLOCK_RISES = 64;
 
     std::int64_t draw() { return static_cast<std::int64_t>(_random.next() >> 2); }
 
@@ -134,6 +141,7 @@ private:
     Random _random;
     std::uint32_t _change[MAX_DEPTH] = {};
     unsigned _changes = 0;
+    std::uint32_t _haste = 0;
     std::int64_t _clock = 0;
     std::int64_t _lowest = 0;
     bool _isBehind = false;

@@ -44,6 +44,7 @@ struct Task
     bool mayStray = false; ///< the wait may end without a cause
     bool isStray = false;  ///< the wait has ended without a cause
     Instant deadline = NEVER;
+    bool hasStrayed = false; ///< the wait before this one has ended without a cause
     std::uint32_t since = 0; ///< the step at which the wait began
     std::uint32_t moves = 0; ///< advances of the clock during the wait, of the first task only
 

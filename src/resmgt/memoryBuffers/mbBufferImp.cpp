@@ -7,6 +7,7 @@
 #include "zvbase/failures.h"
 #include "zvbase/scope.private.h"
 #include "zvbase/traceCaught.private.h"
+#include "zvbase/traceEvents.h"
 
 #include <bit>
 #include <cstddef>
@@ -26,8 +27,14 @@ MbState const *stateOf(MbStateId id)
 }
 
 /// The state of each mode of the word.
-constexpr MbStateId stateIds[] = {MbStateId::LOADED, MbStateId::RD_LOCKED, MbStateId::WR_LOCKED,
-                                  MbStateId::BEING_UNLOCKED};
+constexpr MbStateId stateIds[] = {MbStateId::LOADED,
+                                  MbStateId::RD_LOCKED,
+                                  MbStateId::WR_LOCKED,
+                                  MbStateId::BEING_UNLOCKED,
+                                  MbStateId::UNLOADED,
+                                  MbStateId::BEING_RD_RELOADED,
+                                  MbStateId::BEING_WR_RELOADED,
+                                  MbStateId::BEING_UNLOADED};
 
 MbState const *stateOf(MbWord::Mode mode)
 {
@@ -58,21 +65,22 @@ MbBufferImp::MbBufferImp(LiString const &name, MbState const *initialState,
       _lastUse(0),
       _nextNoted(nullptr),
       _unlocker(0),
-      _mutex(name.getChars()),
-      _pulse(name.getChars(), LkPulse::WAKE_ALL),
-      _keepAlive(1),
-      _name(name),
-      _size(size),
-      _alignment(alignment),
+      _mover(0),
+      _manager(manager),
+      _protocol(protocol),
       _regionStart(0),
       _dataStart(0),
       _dataEnd(0),
       _regionEnd(0),
+      _alignment(alignment),
+      _size(size),
+      _mutex(name.getChars()),
+      _pulse(name.getChars(), LkPulse::WAKE_ALL),
+      _keepAlive(1),
+      _name(name),
       _state(initialState),
       _lockCount(0),
       _pending(0),
-      _manager(manager),
-      _protocol(protocol),
       _waiters(0),
       _isAgain(false),
       _isAbandoned(false)
@@ -127,6 +135,8 @@ void MbBufferImp::addHold(MbEvent event)
             return;
         }
     }
+    if (load(event))
+        return;
     incReferenceCount();
     try {
         receive(event);
@@ -145,7 +155,7 @@ void MbBufferImp::releaseHold()
             if (_word.compare_exchange_strong(word, released - REFERENCE, std::memory_order_seq_cst,
                                               std::memory_order_acquire))
                 return;
-        } else if ((word & MbWord::IN_STRATEGY) != 0) {
+        } else if (_untoldUses) {
             MbState const * const former = stateOf(MbWord::modeOf(word));
             // No other thread writes this while this thread has the last hold.
             _unlocker.store(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber(),
@@ -171,30 +181,139 @@ void MbBufferImp::finishUnlock(MbState const *former)
         _protocol->unlocked(reinterpret_cast<void *>(_dataStart), _dataEnd - _dataStart);
     } catch (...) {
         AtScopeEnd const last(release);
-        underMutex([&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
-            _state = former;
-            endRun(LkThreadId());
-            throw;
-        });
+        throwIn(former);
     }
-    _lastUse.store(_untoldUses->tellTime(_lastUse.load(std::memory_order_relaxed)),
-                   std::memory_order_relaxed);
-    std::uint64_t word = _word.load(std::memory_order_relaxed);
-    while (!MbWord::isClosed(word) && (word & MbWord::IN_STRATEGY) != 0) {
-        std::uint64_t const unlocked = MbWord::withMode(word, MbWord::LOADED) - REFERENCE;
-        if (_word.compare_exchange_strong(word, unlocked, std::memory_order_seq_cst,
-                                          std::memory_order_acquire)) {
-            if (unlocked < REFERENCE)
-                destroy();
-            return;
-        }
-    }
-    // Another thread has closed the word, or has told the strategy that the buffer is locked.
+    if (tryUnlock())
+        return;
+    // Another thread has closed the word.
     AtScopeEnd const last(release);
     underMutex([&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
         _state = former;
         run(stateOf(MbStateId::LOADED), LkThreadId());
     });
+}
+
+/// Ends the mode `BEING_UNLOCKED`, and releases the reference of the guard. Returns false if the
+/// word is closed.
+bool MbBufferImp::tryUnlock()
+{
+    std::uint64_t unlocked = 0;
+    std::uint64_t word = _word.load(std::memory_order_relaxed);
+    if ((word & MbWord::IN_STRATEGY) != 0)
+        _lastUse.store(_untoldUses->tellTime(_lastUse.load(std::memory_order_relaxed)),
+                       std::memory_order_relaxed);
+    while (unlocked == 0 && !MbWord::isClosed(word) && (word & MbWord::IN_STRATEGY) != 0) {
+        std::uint64_t const desired = MbWord::withMode(word, MbWord::LOADED) - REFERENCE;
+        if (_word.compare_exchange_strong(word, desired, std::memory_order_seq_cst,
+                                          std::memory_order_acquire))
+            unlocked = desired;
+    }
+    if (unlocked == 0 && !MbWord::isClosed(word))
+        unlocked = getPoolManager().insertOpen(*this);
+    if (unlocked != 0 && unlocked < REFERENCE)
+        destroy();
+    return unlocked != 0;
+}
+
+bool MbBufferImp::load(MbEvent event)
+{
+    bool const isRead = event == MbEvent::RDLOCK;
+    if (MbWord::modeOf(_word.load(std::memory_order_relaxed)) != MbWord::UNLOADED ||
+        (!isRead && event != MbEvent::WRLOCK))
+        return false;
+    MbWord::Mode const loading = isRead ? MbWord::BEING_RD_RELOADED : MbWord::BEING_WR_RELOADED;
+    MbWord::Mode const locked = isRead ? MbWord::RD_LOCKED : MbWord::WR_LOCKED;
+    if (!getPoolManager().allocateOpen(*this, loading))
+        return false;
+    try {
+        void * const memory = reinterpret_cast<void *>(_dataStart);
+        std::uint64_t const size = _dataEnd - _dataStart;
+        TraceEvents::Slice const slice("buffer", "reload", std::string_view(_name));
+        _protocol->reload(memory, size);
+        if (!isRead)
+            _protocol->markDirty(memory, size);
+    } catch (...) {
+        getPoolManager().deallocateRegion(this);
+        failLoad();
+    }
+    if (tryMove(loading, locked + MbWord::HOLD))
+        return true;
+    // Another thread has closed the word.
+    try {
+        underMutex([&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
+            addLock();
+            try {
+                run(stateOf(locked), LkThreadId());
+            } catch (...) {
+                undoLock();
+                throw;
+            }
+        });
+    } catch (...) {
+        decReferenceCount();
+        throw;
+    }
+    return true;
+}
+
+void MbBufferImp::failLoad()
+{
+    AtScopeEnd const release([this] { decReferenceCount(); });
+    throwIn(stateOf(MbStateId::UNLOADED));
+}
+
+/// Returns to the state before a step that has failed, and throws the present exception.
+void MbBufferImp::throwIn(MbState const *former)
+{
+    underMutex([&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
+        fallBack(former);
+        endRun(LkThreadId());
+    });
+    throw;
+}
+
+void MbBufferImp::callUnload()
+{
+    TraceEvents::Slice const slice("buffer", "unload", std::string_view(_name));
+    _protocol->unload(reinterpret_cast<void *>(_dataStart), _dataEnd - _dataStart);
+}
+
+void MbBufferImp::finishUnload()
+{
+    underMutex(
+        [&]() ZV_NO_THREAD_SAFETY_ANALYSIS { run(stateOf(MbStateId::UNLOADED), LkThreadId()); });
+}
+
+void MbBufferImp::failUnload()
+{
+    throwIn(stateOf(MbStateId::LOADED));
+}
+
+std::uint64_t MbBufferImp::tryMove(std::uint64_t from, std::uint64_t to)
+{
+    std::uint64_t word = _word.load(std::memory_order_relaxed);
+    while (static_cast<std::uint32_t>(word) == from) {
+        std::uint64_t const moved = word - from + to;
+        if (_word.compare_exchange_strong(word, moved, std::memory_order_seq_cst,
+                                          std::memory_order_acquire))
+            return moved;
+    }
+    return 0;
+}
+
+bool MbBufferImp::beginMove(std::uint64_t from, std::uint64_t to)
+{
+    // In this mode no thread moves the buffer, and the manager's mutex keeps others from beginning.
+    if (static_cast<std::uint32_t>(_word.load(std::memory_order_relaxed)) != from)
+        return false;
+    _mover.store(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber(), std::memory_order_relaxed);
+    return tryMove(from, to) != 0;
+}
+
+/// If the word of an unloaded or unlocked buffer is open, its manager is one that has opened it.
+MbPoolManager &MbBufferImp::getPoolManager() const
+{
+    return static_cast<MbPoolManager &>(*_manager);
 }
 
 /// Opens the word if the buffer rests in a state that has a mode, and neither a thread nor an event
@@ -206,8 +325,10 @@ void MbBufferImp::open()
     std::uint64_t opened;
     if (_state == stateOf(MbStateId::LOADED) && _untoldUses)
         opened = MbWord::LOADED | MbWord::IN_STRATEGY;
-    else if (_lockCount <= 1 || _lockCount > MbWord::MAXIMUM_OF_HOLDS)
-        return; // A single hold gains nothing, because its end has to be told to the manager.
+    else if (_state == stateOf(MbStateId::UNLOADED) && _untoldUses)
+        opened = MbWord::UNLOADED;
+    else if (_lockCount <= (_untoldUses ? 0 : 1) || _lockCount > MbWord::MAXIMUM_OF_HOLDS)
+        return; // If the manager must be told each use, a single hold gains nothing.
     else if (_state == stateOf(MbStateId::RD_LOCKED))
         opened = MbWord::RD_LOCKED;
     else if (_state == stateOf(MbStateId::WR_LOCKED))
@@ -237,6 +358,8 @@ void MbBufferImp::close()
     _lockCount = static_cast<std::int32_t>((word & MbWord::HOLDS) / MbWord::HOLD);
     if (MbWord::modeOf(word) == MbWord::BEING_UNLOCKED)
         _transientStateOwner = LkThreadId(_unlocker.load(std::memory_order_relaxed));
+    else if (MbWord::isBeingMoved(word))
+        _transientStateOwner = LkThreadId(_mover.load(std::memory_order_relaxed));
     if (MbWord::modeOf(word) != MbWord::LOADED && (word & MbWord::IN_STRATEGY) != 0)
         _manager->bufferNotUnloadable(this);
 }
@@ -255,7 +378,7 @@ bool MbBufferImp::isLoaded() const
 {
     std::uint64_t const word = _word.load(std::memory_order_acquire);
     if (!MbWord::isClosed(word))
-        return MbWord::modeOf(word) != MbWord::BEING_UNLOCKED;
+        return MbWord::modeOf(word) <= MbWord::WR_LOCKED;
     LkGuard guard(_mutex);
     return _state->isLoaded();
 }
@@ -359,15 +482,20 @@ void MbBufferImp::changeStateForLock(MbState const *next, int formerCount)
         if (_state == former) {
             _lockCount = formerCount;
         } else {
-            // The lock has succeeded, and a postponed event has failed. The last hold unlocks the
-            // buffer.
-            try {
-                deliver(MbEvent::UNLOCK);
-            } catch (...) {
-                traceCaught(__FILE__, __LINE__);
-            }
+            undoLock();
         }
         throw;
+    }
+}
+
+/// Gives back a lock that has succeeded, because a postponed event has failed. The last hold
+/// unlocks the buffer.
+void MbBufferImp::undoLock()
+{
+    try {
+        deliver(MbEvent::UNLOCK);
+    } catch (...) {
+        traceCaught(__FILE__, __LINE__);
     }
 }
 

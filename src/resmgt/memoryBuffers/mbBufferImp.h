@@ -20,6 +20,7 @@
 namespace Zv {
 
 class MbManager;
+class MbPoolManager;
 class MbProtocol;
 class MbUntoldUses;
 
@@ -151,6 +152,7 @@ public:
 
 private:
     friend struct TestAccess<MbBufferImp>;
+    friend class MbPoolManager;
     friend class MbUntoldUses;
     template <class T>
     friend class RCBasePtr;
@@ -175,12 +177,39 @@ private:
     void open() ZV_REQUIRES(_mutex);
     void close() ZV_REQUIRES(_mutex);
     void finishUnlock(MbState const *former);
+    [[nodiscard]] bool tryUnlock();
+    [[noreturn]] void throwIn(MbState const *former);
+    /// Loads an unloaded buffer for a guard, and adds a reference. Returns false if the state must
+    /// receive the event.
+    [[nodiscard]] bool load(MbEvent event);
+    /// Undoes the beginning of a load, and throws the present exception.
+    [[noreturn]] void failLoad();
+
+    // ---- for `MbPoolManager`: the eviction of a buffer in the mode `MbWord::BEING_UNLOADED`,
+    // without a mutex.
+
+    void callUnload();
+    /// Ends the mode if the word is closed.
+    void finishUnload();
+    /// Undoes the beginning, and throws the present exception.
+    [[noreturn]] void failUnload();
+
+    /// Changes an open word from `from` to `to`, beside the references. Returns the new word, or 0
+    /// if the word is another one.
+    std::uint64_t tryMove(std::uint64_t from, std::uint64_t to);
+    /// Does what `tryMove` does, and makes the calling thread the one that moves the buffer. The
+    /// caller must hold the mutex of the manager.
+    [[nodiscard]] bool beginMove(std::uint64_t from, std::uint64_t to);
+
+    MbPoolManager &getPoolManager() const;
+
     bool deliverOnce(MbEvent event) ZV_REQUIRES(_mutex);
     void dispatch(MbEvent event) ZV_REQUIRES(_mutex);
     void run(MbState const *next, LkThreadId formerOwner) ZV_REQUIRES(_mutex);
     void enterStates(MbState const *next) ZV_REQUIRES(_mutex);
     void fallBack(MbState const *former) ZV_REQUIRES(_mutex);
     void endRun(LkThreadId formerOwner) ZV_REQUIRES(_mutex);
+    void undoLock() ZV_REQUIRES(_mutex);
     void announceChange() ZV_REQUIRES(_mutex);
     void sleepUntilChange() ZV_REQUIRES(_mutex);
     void endIfAbandoned(LkGuard<LkMutex const> &guard) ZV_NO_THREAD_SAFETY_ANALYSIS;
@@ -194,22 +223,27 @@ private:
     MbBufferImp *_nextNoted;
     /// The thread of the last guard, in the mode `MbWord::BEING_UNLOCKED`.
     ZvPlatform::Shared<unsigned long> _unlocker;
+    /// The thread that moves the buffer, if `MbWord::isBeingMoved`. The mutex of the manager guards
+    /// it.
+    ZvPlatform::Shared<unsigned long> _mover;
+    // What follows is used by each load, so it is close to the word.
+    RCShdPtr<MbManager> _manager;
+    ObjPtr<MbProtocol> _protocol;
+    std::uint64_t _regionStart;
+    std::uint64_t _dataStart;
+    std::uint64_t _dataEnd;
+    std::uint64_t _regionEnd;
+    MbAlignment _alignment;
+    int _size;
+
     LkMutex _mutex;
     LkPulse _pulse;
     LkThreadId _transientStateOwner ZV_GUARDED_BY(_mutex);
     LkCounter<long> _keepAlive;
     LiString _name;
-    int _size;
-    MbAlignment _alignment;
-    std::uint64_t _regionStart;
-    std::uint64_t _dataStart;
-    std::uint64_t _dataEnd;
-    std::uint64_t _regionEnd;
     MbState const *_state ZV_GUARDED_BY(_mutex);
     std::int32_t _lockCount ZV_GUARDED_BY(_mutex);
     std::uint32_t _pending ZV_GUARDED_BY(_mutex);
-    RCShdPtr<MbManager> _manager;
-    ObjPtr<MbProtocol> _protocol;
     /// The number of threads that wait for the next change.
     int _waiters ZV_GUARDED_BY(_mutex);
     /// True if a state has waited, so that the event must be delivered again.

@@ -65,6 +65,22 @@ LiString const &MbPoolManager::getName() const
     return _name;
 }
 
+/// Evicts a buffer, or waits for memory, and holds the mutex again. Calls `letGo` before it does
+/// so.
+template <class LetGo>
+void MbPoolManager::makeRoom(LkGuard<LkMutex const> &guard, LetGo letGo)
+{
+    _untoldUses->tell(*_strategy);
+    bool const hasVictim = !_strategy->isEmpty();
+    if (!hasVictim && _nbRegions == 0)
+        ZV_THROW(MbEx::ExNotEnoughMemory, "Buffer does not fit though nothing is allocated.");
+    letGo();
+    if (hasVictim)
+        unloadVictim(guard);
+    else
+        waitForMemory(guard);
+}
+
 void MbPoolManager::allocateRegion(MbBufferImp *buffer)
 {
     for (;;) {
@@ -73,16 +89,23 @@ void MbPoolManager::allocateRegion(MbBufferImp *buffer)
         LkGuard guard(_mutex);
         if (tryAllocate(buffer))
             return;
-        _untoldUses->tell(*_strategy);
-        bool const hasVictim = !_strategy->isEmpty();
-        if (!hasVictim && _nbRegions == 0)
-            ZV_THROW(MbEx::ExNotEnoughMemory, "Buffer does not fit though nothing is allocated.");
-        mutex.letGo();
-        if (hasVictim)
-            unloadVictim(guard);
-        else
-            waitForMemory(guard);
+        makeRoom(guard, [&] { mutex.letGo(); });
     }
+}
+
+bool MbPoolManager::allocateOpen(MbBufferImp &buffer, std::uint64_t mode)
+{
+    LkGuard guard(_mutex);
+    if (!buffer.beginMove(MbWord::UNLOADED, mode + MbBufferImp::REFERENCE))
+        return false;
+    try {
+        while (!tryAllocate(&buffer))
+            makeRoom(guard, [] {});
+    } catch (...) {
+        guard.unlock();
+        buffer.failLoad();
+    }
+    return true;
 }
 
 /// A buffer may have no region: if the failure of an operation throws, the buffer waits for another
@@ -93,9 +116,7 @@ void MbPoolManager::deallocateRegion(MbBufferImp *buffer)
         return;
     LkGuard guard(_mutex);
     _untoldUses->tell(*_strategy);
-    performDeallocate(buffer);
-    --_nbRegions;
-    announceMemory();
+    releaseRegion(*buffer);
 }
 
 void MbPoolManager::bufferNotUnloadable(MbBufferImp *buffer)
@@ -115,6 +136,20 @@ void MbPoolManager::bufferUnloadable(MbBufferImp *buffer)
     announceMemory();
 }
 
+std::uint64_t MbPoolManager::insertOpen(MbBufferImp &buffer)
+{
+    LkGuard guard(_mutex);
+    _untoldUses->tell(*_strategy);
+    _strategy->insertBuffer(&buffer);
+    std::uint64_t const word = buffer.tryMove(
+        MbWord::BEING_UNLOCKED, (MbWord::LOADED | MbWord::IN_STRATEGY) - MbBufferImp::REFERENCE);
+    if (word != 0)
+        announceMemory();
+    else
+        _strategy->removeBuffer(&buffer);
+    return word;
+}
+
 /// The stream may block, or use a buffer, so it is written without the mutex.
 void MbPoolManager::dump(std::ostream &stream) const
 {
@@ -128,7 +163,8 @@ void MbPoolManager::dump(std::ostream &stream) const
 }
 
 /// Returns true if no code outside of the library sees which buffers are in the strategy. A class
-/// that is derived from one of these may count the calls, and a manager may pass them on to this one.
+/// that is derived from one of these may count the calls, and a manager may pass them on to this
+/// one.
 bool MbPoolManager::mayBeToldLater(MbBufferImp const &buffer) const
 {
     std::type_info const &manager = typeid(*this);
@@ -149,25 +185,67 @@ bool MbPoolManager::tryAllocate(MbBufferImp *buffer)
     return true;
 }
 
-/// As soon as `_mutex` is free, the victim may be locked, and then ignores the event. Or it loses
-/// its last reference, and is deleted here, with its protocol and without a lock.
-void MbPoolManager::unloadVictim(LkGuard<LkMutex const> &guard) ZV_NO_THREAD_SAFETY_ANALYSIS
+/// Calls `operation`, and releases the keep-alive count. The buffer may have lost its last
+/// reference meanwhile, and is deleted here then, with its protocol and without a lock.
+template <class Operation>
+void MbPoolManager::releaseAfter(MbBufferImp &buffer, Operation operation)
 {
-    MbBufferImp * const victim = _strategy->selectVictim();
-    victim->addKeepAlive();
-    guard.unlock();
     try {
-        victim->receive(MbEvent::UNLOAD);
+        operation();
     } catch (...) {
-        // The exception of the event is thrown, and an exception of the deletion is traced.
+        // The exception of the operation is thrown, and an exception of the deletion is traced.
         try {
-            victim->releaseKeepAlive();
+            buffer.releaseKeepAlive();
         } catch (...) {
             traceCaught(__FILE__, __LINE__);
         }
         throw;
     }
-    victim->releaseKeepAlive();
+    buffer.releaseKeepAlive();
+}
+
+void MbPoolManager::unloadVictim(LkGuard<LkMutex const> &guard) ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    MbBufferImp &victim = *_strategy->selectVictim();
+    if (victim.beginMove(MbWord::LOADED | MbWord::IN_STRATEGY, MbWord::BEING_UNLOADED)) {
+        unloadOpen(victim, guard);
+        return;
+    }
+    // As soon as `_mutex` is free, the victim may be locked, and then ignores the event.
+    victim.addKeepAlive();
+    guard.unlock();
+    releaseAfter(victim, [&] { victim.receive(MbEvent::UNLOAD); });
+    guard.relock();
+}
+
+/// Evicts a buffer in the mode `BEING_UNLOADED`. Until the end of the mode it cannot be deleted.
+void MbPoolManager::unloadOpen(MbBufferImp &victim,
+                               LkGuard<LkMutex const> &guard) ZV_NO_THREAD_SAFETY_ANALYSIS
+{
+    _strategy->removeBuffer(&victim);
+    guard.unlock();
+    try {
+        victim.callUnload();
+        guard.relock();
+    } catch (...) {
+        victim.addKeepAlive();
+        releaseAfter(victim, [&] { victim.failUnload(); });
+    }
+    releaseRegion(victim);
+    if (victim.tryMove(MbWord::BEING_UNLOADED, MbWord::UNLOADED) != 0)
+        return;
+    // Another thread has closed the word.
+    victim.addKeepAlive();
+    guard.unlock();
+    releaseAfter(victim, [&] { victim.finishUnload(); });
+    guard.relock();
+}
+
+void MbPoolManager::releaseRegion(MbBufferImp &buffer)
+{
+    performDeallocate(&buffer);
+    --_nbRegions;
+    announceMemory();
 }
 
 void MbPoolManager::waitForMemory(LkGuard<LkMutex const> const &guard)

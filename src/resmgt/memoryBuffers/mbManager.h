@@ -90,6 +90,7 @@ protected:
 
 private:
     friend struct TestAccess<MbPoolManager>;
+    friend class MbBufferImp;
 
     /// Gives the buffer its region by `MbBufferImp::setRegion` and returns true. Returns false if
     /// the budget is used up. Throws if evicting other buffers cannot help. The region must not
@@ -99,9 +100,22 @@ private:
     /// mutex.
     virtual void performDeallocate(MbBufferImp *buffer) ZV_REQUIRES(getMutex()) = 0;
 
+    /// Begins to load an unloaded buffer without its mutex, and gives it memory. Returns false if
+    /// the state of the buffer must do it. `mode` is the mode of its word while it is loaded.
+    [[nodiscard]] bool allocateOpen(MbBufferImp &buffer, std::uint64_t mode);
+    /// Ends the unlock of a buffer that the strategy does not have, without its mutex. Returns the
+    /// word of the buffer, or 0 if its state must do it. The reference of the guard is released.
+    [[nodiscard]] std::uint64_t insertOpen(MbBufferImp &buffer);
+
     bool mayBeToldLater(MbBufferImp const &buffer) const ZV_REQUIRES(_mutex);
     bool tryAllocate(MbBufferImp *buffer) ZV_REQUIRES(_mutex);
+    template <class LetGo>
+    void makeRoom(LkGuard<LkMutex const> &guard, LetGo letGo) ZV_REQUIRES(_mutex);
     void unloadVictim(LkGuard<LkMutex const> &guard) ZV_REQUIRES(_mutex);
+    void unloadOpen(MbBufferImp &victim, LkGuard<LkMutex const> &guard) ZV_REQUIRES(_mutex);
+    template <class Operation>
+    static void releaseAfter(MbBufferImp &buffer, Operation operation);
+    void releaseRegion(MbBufferImp &buffer) ZV_REQUIRES(_mutex);
     void waitForMemory(LkGuard<LkMutex const> const &guard) ZV_REQUIRES(_mutex);
     void announceMemory() ZV_REQUIRES(_mutex);
 

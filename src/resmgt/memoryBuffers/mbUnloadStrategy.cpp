@@ -2,9 +2,10 @@
 
 #include "resmgt/memoryBuffers/mbBufferImp.h"
 
+#include <algorithm>
 #include <iomanip>
-#include <iterator>
 #include <ostream>
+#include <utility>
 
 namespace Zv {
 
@@ -25,20 +26,17 @@ std::size_t MbUnloadHash::operator()(MbBufferImp const *buffer) const noexcept
     return reinterpret_cast<std::uintptr_t>(buffer) / sizeof(MbBufferImp);
 }
 
-MbUnloadLRU::MbUnloadLRU(int) {}
+MbUnloadLRU::MbUnloadLRU(int) : _links(1), _unused(0), _size(0) {}
 
-MbUnloadLRU::MbUnloadLRU(MbUnloadLRU const &other) : MbUnloadStrategy(other), _queue(other._queue)
-{
-    for (auto position = _queue.begin(); position != _queue.end(); ++position)
-        _index.insert(*position, position).first->second = position;
-}
+MbUnloadLRU::MbUnloadLRU(MbUnloadLRU const &) = default;
 
 MbUnloadLRU &MbUnloadLRU::operator=(MbUnloadLRU const &other)
 {
     MbUnloadLRU copy(other);
-    _queue.swap(copy._queue);
+    _links.swap(copy._links);
+    _unused = copy._unused;
+    _size = copy._size;
     _index.swap(copy._index);
-    _spares.swap(copy._spares);
     return *this;
 }
 
@@ -51,11 +49,17 @@ char const *MbUnloadLRU::getName() const
 
 void MbUnloadLRU::insertBuffer(MbBufferImp *buffer)
 {
-    reserve(_queue.size() + 1);
-    _spares.front() = buffer;
-    _queue.splice(_queue.end(), _spares, _spares.begin());
-    Queue::iterator const position = std::prev(_queue.end());
-    _index.insert(buffer, position).first->second = position;
+    if (_unused == 0) [[unlikely]]
+        grow(_size + 1);
+    Place const place = _unused;
+    Link &link = _links[place];
+    _unused = link.next;
+    Place const newest = _links[0].previous;
+    link = {buffer, newest, 0};
+    _links[newest].next = place;
+    _links[0].previous = place;
+    ++_size;
+    _index.insert(buffer, place).first->second = place;
 }
 
 void MbUnloadLRU::removeBuffer(MbBufferImp *buffer)
@@ -63,25 +67,40 @@ void MbUnloadLRU::removeBuffer(MbBufferImp *buffer)
     auto const found = _index.find(buffer);
     if (found == _index.end())
         return;
-    _spares.splice(_spares.begin(), _queue, found->second);
+    Place const place = found->second;
     _index.erase(found);
+    Link &link = _links[place];
+    _links[link.previous].next = link.next;
+    _links[link.next].previous = link.previous;
+    link.next = std::exchange(_unused, place);
+    --_size;
 }
 
 MbBufferImp *MbUnloadLRU::selectVictim() const
 {
-    return _queue.front();
+    return _links[_links[0].next].buffer;
 }
 
 bool MbUnloadLRU::isEmpty() const
 {
-    return _queue.empty();
+    return _size == 0;
 }
 
 void MbUnloadLRU::reserve(std::size_t nbBuffers)
 {
-    _index.reserve(nbBuffers);
-    while (_queue.size() + _spares.size() < nbBuffers)
-        _spares.push_back(nullptr);
+    if (nbBuffers >= _links.size()) [[unlikely]]
+        grow(nbBuffers);
+}
+
+/// Makes room in the index first, so that each place has room there.
+void MbUnloadLRU::grow(std::size_t nbBuffers)
+{
+    std::size_t place = _links.size();
+    std::size_t const size = std::max(nbBuffers + 1, 2 * place);
+    _index.reserve(size - 1);
+    _links.resize(size);
+    for (; place < _links.size(); ++place)
+        _links[place].next = std::exchange(_unused, static_cast<Place>(place));
 }
 
 MbUnloadRandom::MbUnloadRandom(int capacity)

@@ -5,7 +5,7 @@
 #include "zvbase/containers.h"
 #include "zvbase/rnNumRecUniformRng.h"
 
-#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -71,28 +71,59 @@ struct ZVRESMGT_EXPORT MbUnloadHash
     std::size_t operator()(MbBufferImp const *buffer) const noexcept;
 };
 
-/// A hash map from buffers to their places in a strategy. It keeps erased entries for later
-/// buffers. As long as there are no more buffers than `reserve` has made room for, no operation
-/// allocates, so none throws.
+/// A hash map from buffers to their places in a strategy. As long as there are no more buffers than
+/// `reserve` has made room for, no operation allocates, so none throws. An iterator is valid until
+/// the map is changed.
 ///
 ///     MbUnloadIndex<std::size_t> places;
 ///     places.reserve(16);
+///
+/// The entries are in one array, and a buffer that finds its entry taken gets the next free one. So
+/// a search rarely touches more than one line of the cache.
 ///
 /// **Threads**: one thread at a time.
 template <class Place>
 class MbUnloadIndex
 {
-    using Entries = HashMap<MbBufferImp *, Place, MbUnloadHash>;
+    using Entry = std::pair<MbBufferImp *, Place>; // a null pointer if it is free
+    using Entries = Vector<Entry>;
+
+    /// Goes from buffer to buffer.
+    template <class T>
+    class Iterator
+    {
+    public:
+        Iterator(T *entry, T *end) : _entry(entry), _end(end) { skipFree(); }
+
+        T &operator*() const { return *_entry; }
+        T *operator->() const { return _entry; }
+        Iterator &operator++()
+        {
+            ++_entry;
+            skipFree();
+            return *this;
+        }
+        bool operator==(Iterator const &) const = default;
+
+    private:
+        friend class MbUnloadIndex;
+
+        void skipFree()
+        {
+            while (_entry != _end && !_entry->first)
+                ++_entry;
+        }
+
+        T *_entry;
+        T *_end;
+    };
 
 public:
-    using iterator = typename Entries::iterator;
-    using const_iterator = typename Entries::const_iterator;
+    using iterator = Iterator<Entry>;
+    using const_iterator = Iterator<Entry const>;
 
     MbUnloadIndex() = default;
-    MbUnloadIndex(MbUnloadIndex const &other) : _entries(other._entries)
-    {
-        reserve(_entries.size());
-    }
+    MbUnloadIndex(MbUnloadIndex const &) = default;
     MbUnloadIndex &operator=(MbUnloadIndex const &) = delete;
     ~MbUnloadIndex() = default;
 
@@ -100,55 +131,96 @@ public:
     /// grows by one.
     void reserve(std::size_t nbBuffers)
     {
-        if (_room < nbBuffers) {
-            std::size_t const room = std::max(nbBuffers, 2 * _room);
-            _entries.reserve(room);
-            _spares.reserve(room);
-            _room = room;
-        }
-        while (_entries.size() + _spares.size() < nbBuffers) {
-            auto const spare = _entries.try_emplace(nullptr).first;
-            _spares.push_back(_entries.extract(spare));
-        }
+        // At most half of the entries are taken.
+        if (2 * nbBuffers > _entries.size()) [[unlikely]]
+            grow(nbBuffers);
     }
 
     /// Inserts a buffer. If the buffer is in the map already, it keeps its place. Returns the
     /// entry, and true if the entry is new.
     std::pair<iterator, bool> insert(MbBufferImp *buffer, Place place)
     {
-        reserve(_entries.size() + 1);
-        auto &spare = _spares.back();
-        spare.key() = buffer;
-        spare.mapped() = place;
-        auto inserted = _entries.insert(std::move(spare));
-        if (inserted.inserted)
-            _spares.pop_back();
-        else
-            spare = std::move(inserted.node);
-        return {inserted.position, inserted.inserted};
+        reserve(_size + 1);
+        Entry &entry = _entries[seek(buffer)];
+        bool const isNew = !entry.first;
+        if (isNew) {
+            entry = {buffer, place};
+            ++_size;
+        }
+        return {iteratorAt(&entry), isNew};
     }
     /// Removes an entry, and keeps its memory for a later buffer.
-    void erase(iterator entry) { _spares.push_back(_entries.extract(entry)); }
+    void erase(iterator position)
+    {
+        std::size_t const mask = _entries.size() - 1;
+        auto free = static_cast<std::size_t>(position._entry - _entries.data());
+        _entries[free].first = nullptr;
+        --_size;
+        // An entry behind moves to the free one, unless its search begins between the two.
+        for (std::size_t i = (free + 1) & mask; _entries[i].first; i = (i + 1) & mask) {
+            std::size_t const distance = (i - firstChoice(_entries[i].first)) & mask;
+            if (distance >= ((i - free) & mask)) {
+                _entries[free] = std::exchange(_entries[i], Entry());
+                free = i;
+            }
+        }
+    }
 
     /// Returns the entry of a buffer, or `end()` if there is none.
-    iterator find(MbBufferImp *buffer) { return _entries.find(buffer); }
+    iterator find(MbBufferImp *buffer)
+    {
+        if (_size == 0)
+            return end();
+        Entry &entry = _entries[seek(buffer)];
+        return entry.first ? iteratorAt(&entry) : end();
+    }
     /// Return the ends of the map.
-    iterator end() noexcept { return _entries.end(); }
-    const_iterator begin() const noexcept { return _entries.begin(); }
-    const_iterator end() const noexcept { return _entries.end(); }
+    iterator end() noexcept { return iteratorAt(_entries.data() + _entries.size()); }
+    const_iterator begin() const noexcept
+    {
+        return {_entries.data(), _entries.data() + _entries.size()};
+    }
+    const_iterator end() const noexcept
+    {
+        return {_entries.data() + _entries.size(), _entries.data() + _entries.size()};
+    }
 
     /// Exchanges the contents of two maps.
     void swap(MbUnloadIndex &other) noexcept
     {
         _entries.swap(other._entries);
-        _spares.swap(other._spares);
-        std::swap(_room, other._room);
+        std::swap(_size, other._size);
     }
 
 private:
+    void grow(std::size_t nbBuffers)
+    {
+        MbUnloadIndex larger;
+        larger._entries.resize(std::bit_ceil(2 * nbBuffers));
+        for (Entry const &entry : _entries)
+            if (entry.first)
+                larger.insert(entry.first, entry.second);
+        swap(larger);
+    }
+    iterator iteratorAt(Entry *entry) { return {entry, _entries.data() + _entries.size()}; }
+    /// Returns the entry that a buffer gets if it is free. The number of entries is a power of two.
+    std::size_t firstChoice(MbBufferImp const *buffer) const
+    {
+        // The upper bits of the product depend on all bits of the hash.
+        std::uint64_t const hash = MbUnloadHash()(buffer);
+        return static_cast<std::size_t>((hash * 0x9E3779B97F4A7C15) >> 32) & (_entries.size() - 1);
+    }
+    /// Returns the entry of a buffer, or the free one that it would get.
+    std::size_t seek(MbBufferImp const *buffer) const
+    {
+        std::size_t i = firstChoice(buffer);
+        while (_entries[i].first && _entries[i].first != buffer)
+            i = (i + 1) & (_entries.size() - 1);
+        return i;
+    }
+
     Entries _entries;
-    Vector<typename Entries::node_type> _spares;
-    std::size_t _room = 0; // for entries, and for as many spare ones
+    std::size_t _size = 0;
 };
 
 /// Evicts the least recently used buffer. A buffer counts as used when it is unlocked, and when it
@@ -176,11 +248,23 @@ public:
     void reserve(std::size_t nbBuffers) override;
 
 private:
-    using Queue = List<MbBufferImp *>;
+    using Place = std::uint32_t;
 
-    Queue _queue; // the oldest first
-    MbUnloadIndex<Queue::iterator> _index;
-    Queue _spares; // the memory of later entries
+    /// A place in the queue, which is a ring through the first place. Places that are not used are
+    /// a list by `next`.
+    struct Link
+    {
+        MbBufferImp *buffer = nullptr;
+        Place previous = 0;
+        Place next = 0;
+    };
+
+    void grow(std::size_t nbBuffers);
+
+    Vector<Link> _links; // the first one is before the oldest buffer and behind the newest one
+    Place _unused;       // 0 if there is none
+    std::size_t _size;
+    MbUnloadIndex<Place> _index;
 };
 
 /// Evicts a random buffer. Each buffer is as likely as the others, and a second call of

@@ -24,16 +24,20 @@ enum Mode : std::uint64_t
     LOADED = 0,
     RD_LOCKED = 1,
     WR_LOCKED = 2,
-    BEING_UNLOCKED = 3 ///< the last guard calls the protocol
+    BEING_UNLOCKED = 3,    ///< the last guard calls the protocol
+    UNLOADED = 4,          ///< a guard loads the buffer by the word alone
+    BEING_RD_RELOADED = 5, ///< a read guard gets memory and calls the protocol
+    BEING_WR_RELOADED = 6, ///< a write guard gets memory and calls the protocol
+    BEING_UNLOADED = 7     ///< the manager calls the protocol
 };
 
-inline constexpr std::uint64_t MODE = 3;
-inline constexpr std::uint64_t CLOSED = 4;
+inline constexpr std::uint64_t MODE = 7;
+inline constexpr std::uint64_t CLOSED = 8;
 /// The manager has the buffer in its strategy. If the buffer is locked, the strategy need not be
 /// told before the manager seeks a buffer to evict.
-inline constexpr std::uint64_t IN_STRATEGY = 8;
+inline constexpr std::uint64_t IN_STRATEGY = 16;
 /// The buffer is noted in `MbUntoldUses`, or the guard that has set this bit is about to note it.
-inline constexpr std::uint64_t IS_NOTED = 16;
+inline constexpr std::uint64_t IS_NOTED = 32;
 inline constexpr std::uint64_t HOLD = 1 << 8;
 inline constexpr std::uint64_t HOLDS = 0xFFFFFF00;
 inline constexpr std::int32_t MAXIMUM_OF_HOLDS = HOLDS / HOLD;
@@ -49,6 +53,11 @@ constexpr bool isClosed(std::uint64_t word)
 constexpr bool isLocked(std::uint64_t word)
 {
     return modeOf(word) == RD_LOCKED || modeOf(word) == WR_LOCKED;
+}
+/// Returns true if a thread moves the buffer between `UNLOADED` and a state with memory.
+constexpr bool isBeingMoved(std::uint64_t word)
+{
+    return modeOf(word) > UNLOADED;
 }
 constexpr std::uint64_t withMode(std::uint64_t word, Mode mode)
 {

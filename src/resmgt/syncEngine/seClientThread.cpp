@@ -5,6 +5,7 @@
 #include "resmgt/threads/mtThread.h"
 #include "zvbase/failures.h"
 #include "zvbase/platform/shared.h"
+#include "zvbase/traceEvents.h"
 
 namespace Zv {
 
@@ -103,8 +104,12 @@ void SeClientThread::runBeats()
         last = now;
         remaining = subtractBeats(remaining, beats);
         bool const isDue = remaining < 1;
-        if (isDue)
-            done = performSync(now, subtractBeats(0, static_cast<std::uint32_t>(remaining)));
+        if (isDue) {
+            std::int32_t const late = subtractBeats(0, static_cast<std::uint32_t>(remaining));
+            TraceEvents::Slice slice("clock", "beat");
+            slice.setValue("late", late);
+            done = performSync(now, late);
+        }
         guard.relock();
         if (isDue)
             remaining = _divisor;

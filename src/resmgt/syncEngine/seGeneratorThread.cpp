@@ -7,6 +7,7 @@
 #include "resmgt/threads/rtPriorities.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
+#include "zvbase/traceEvents.h"
 
 #include <algorithm>
 #include <sstream>
@@ -57,6 +58,7 @@ void SeGeneratorThread::performExecute(MtThread *)
     while (_sourceState != STOPPING && _sourceState != STOPPED) {
         guard.unlock();
         std::uint32_t const count = _source->waitSync();
+        TraceEvents::instant("clock", "beat", {}, count);
         guard.relock();
         _count = count;
         if (_sourceState == BEATING)

@@ -1,0 +1,93 @@
+// Beats and lateness in the trace of events.
+
+#include "resmgt/syncEngine/seGeneratorThread.private.h"
+#include "resmgt/threads/mtThread.h"
+#include "resmgt/threads/mtThreadFactory.h"
+#include "scripted.h"
+#include "testing/traceFile.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <semaphore>
+
+namespace ZvTest {
+
+using namespace Zv;
+
+namespace {
+
+/// Adds up by how many beats it was late. Waits in each call for the test.
+class LateClient final : public SeClientThread
+{
+public:
+    long late = 0;
+    int nbCalls = 0;
+    std::counting_semaphore<> entered{0};
+    std::counting_semaphore<> go{0};
+
+protected:
+    bool performSync(std::uint32_t, int beats) override
+    {
+        ++nbCalls;
+        late += beats;
+        entered.release();
+        go.acquire();
+        return false;
+    }
+};
+
+TEST(BeatTrace, ShowsTheBeatsAndTheLatenessOfAClient)
+{
+    constexpr int NB_BEATS = 8;
+    TraceRecording recording;
+    ScriptedSource source;
+    auto * const generator = new SeGeneratorThread(source);
+    ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
+        "source", ObjPtr<MtThreadProtocol>(generator), true, 0);
+    auto * const client = new LateClient;
+    ObjPtr<SeClientThread> owned(client);
+    generator->addClient("late client", owned, 1, MtThreadFactory::getInstance());
+    thread->start();
+    source.awaitWaits(1);
+    auto beat = [&, nbWaits = 1]() mutable {
+        source.beat();
+        source.awaitWaits(++nbWaits);
+    };
+    beat();
+    beat();
+    for (int i = 0; i < 2; ++i) { // the first two calls count as one beat each
+        client->entered.acquire();
+        client->go.release();
+    }
+    beat();
+    client->entered.acquire(); // it is in its third call now, and misses beats
+    for (int i = 3; i < NB_BEATS; ++i)
+        beat();
+    client->go.release(1000);
+    client->entered.acquire();
+    source.runFree(); // so that the removal is not waited for
+    ObjPtr<SeClientThread> const back(generator->removeClient(client));
+    thread.reset();
+
+    TracedEvents const events = recording.stop();
+    std::vector<TracedEvent> beats, calls;
+    for (TracedEvent const &event : events.find("clock", "beat"))
+        (event.phase == 'i' ? beats : calls).push_back(event);
+    ASSERT_GE(beats.size(), NB_BEATS - 1u); // the first one is awaited before the loop
+    EXPECT_EQ(beats[0].value(), 2);
+    EXPECT_TRUE(std::is_sorted(beats.begin(), beats.end(),
+                               [](auto const &a, auto const &b) { return a.value() < b.value(); }));
+    EXPECT_EQ(static_cast<int>(calls.size()), client->nbCalls);
+    long late = 0;
+    for (TracedEvent const &call : calls) {
+        EXPECT_EQ(call.phase, 'X');
+        EXPECT_EQ(events.nameOf(call.thread), "late client");
+        late += call.value("late");
+    }
+    EXPECT_EQ(late, client->late);
+    EXPECT_GT(late, 0);
+}
+
+} // namespace
+} // namespace ZvTest
