@@ -1,5 +1,6 @@
 # What `cmake --install` installs: the libraries, the public headers, a CMake package, a pkg-config file and the documents.
-# `--component` chooses one of runtime, development, documentation and playout, which examples/playout adds.
+# `--component` chooses one of runtime, development, documentation, playout, which examples/playout adds, and explore,
+# which src/explore adds.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)

@@ -355,14 +355,14 @@ bool Client::mustEnd()
 /// Returns false if that is impossible or takes too long.
 bool Client::endRecording()
 {
-    if (_endedAt > 0)
-        return now() - _endedAt < FINISH_AFTER_SIGNAL;
+    if (_recordingEndedAt > 0)
+        return now() - _recordingEndedAt < FINISH_AFTER_SIGNAL;
     if (!haveAll("lock"))
         return false;
     for (auto const &[name, device] : _stage.getDevices())
         if (name == _source && device->endHere())
-            _endedAt = now();
-    return _endedAt > 0;
+            _recordingEndedAt = now();
+    return _recordingEndedAt > 0;
 }
 
 /// Looks for devices that have ended by themselves or do not answer.

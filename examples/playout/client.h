@@ -83,7 +83,7 @@ private:
 
     std::map<std::string, std::string> _states; // by device
     double _startedAt = 0;                      // moments of the monotonic clock
-    double _endedAt = 0; // by a signal, for a device that then ends by itself
+    double _recordingEndedAt = 0; // by a signal, for a device that then ends by itself
     double _stoppedAt = 0;
     double _finishedAt = 0; // when the last states were known
     double _shownAt = 0;

@@ -1,8 +1,8 @@
 # cmake -D BUILD=<build folder of the simulated form> -D SOURCE=<this folder> -D EXAMPLE=<folder of the example>
 #     -D VERSION=<version> -D CXX=<compiler> -D GENERATOR=<generator> [-D LAUNCHER=<compiler cache>] -P check.cmake
 #
-# Installs the component `explore` into a prefix of its own, moves that, and builds and runs the example and the consumer
-# against it.
+# Installs the component `explore` into a prefix of its own, moves that, and builds and runs the example and the
+# consumer against it.
 
 set(work ${BUILD}/explored)
 file(REMOVE_RECURSE ${work})
@@ -38,7 +38,8 @@ set(program ${work}/consumer/deadlock)
 expect(0 "OneOrder .* nothing" ${program} --test OneOrder)
 expect(0 "TimeIsVirtual .* nothing" ${program} --test TimeIsVirtual)
 expect(1 "FindsNothing has not found \"does not hold\"" ${program} --test FindsNothing)
-expect(1 "deadlock in TwoOrders:.*main: waits for mutex.*takeBoth [^\n]*deadlock.cpp:11\n.*holds mutex" ${program} --test TwoOrders)
+set(report "deadlock in TwoOrders:.*main: waits for mutex.*takeBoth [^\n]*deadlock.cpp:11\n.*holds mutex")
+expect(1 "${report}" ${program} --test TwoOrders)
 # The schedule in the report has the same finding again.
 string(REGEX MATCH "--replay '([^']+)'" schedule "${printed}")
 expect(0 "takeBoth [^\n]*deadlock.cpp:11.*\ndeadlock" ${program} --replay ${CMAKE_MATCH_1})
