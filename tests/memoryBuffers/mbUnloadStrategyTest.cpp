@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <random>
 #include <set>
@@ -262,6 +263,28 @@ TEST_F(LRU, ThroughAManagerUnlockAndPrefetchCountAsUse)
     EXPECT_FALSE(third.isLoaded());
     EXPECT_TRUE(second.isLoaded());
     EXPECT_TRUE(fourth.isLoaded());
+}
+
+TEST_F(LRU, IndexKeepsItsEntriesThroughALongLife)
+{
+    std::vector<MbBufferImp *> all;
+    for (int i = 0; i < 100; ++i)
+        all.push_back(make("many"));
+    std::mt19937 random(5);
+    MbUnloadIndex<int> index;
+    std::map<MbBufferImp *, int> expected;
+    for (int i = 0; i < 5000; ++i) {
+        MbBufferImp * const buffer = all[random() % all.size()];
+        if (expected.erase(buffer) != 0)
+            index.erase(index.find(buffer));
+        else
+            EXPECT_EQ(index.insert(buffer, i).second, expected.emplace(buffer, i).second);
+        std::map<MbBufferImp *, int> entries;
+        for (auto const &[entry, place] : index)
+            entries.emplace(entry, place);
+        ASSERT_EQ(entries, expected);
+        EXPECT_EQ(index.find(buffer) != index.end(), expected.count(buffer) != 0);
+    }
 }
 
 TEST_F(Random, WorksWithoutReservedRoom)

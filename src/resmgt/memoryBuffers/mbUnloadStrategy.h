@@ -175,6 +175,7 @@ public:
         return entry.first ? iteratorAt(&entry) : end();
     }
     /// Return the ends of the map.
+    iterator begin() noexcept { return iteratorAt(_entries.data()); }
     iterator end() noexcept { return iteratorAt(_entries.data() + _entries.size()); }
     const_iterator begin() const noexcept
     {
