@@ -1,49 +1,15 @@
 #include "resmgt/threads/mtSpecificData.h"
 
-#include "platform/services.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkSingleton.imp.h"
 #include "resmgt/threads/mtEx.h"
+#include "resmgt/threads/mtOpaqueDataWindows.private.h"
 #include "zvbase/failures.h"
 #include "zvbase/firstFailure.private.h"
 
-#include <cstdint>
 #include <iterator>
 
 namespace Zv {
-
-/// The part of thread-specific data that depends on the platform.
-class MtOpaqueDataImp
-{
-public:
-    MtOpaqueDataImp() = default;
-    MtOpaqueDataImp(MtOpaqueDataImp const &) = delete;
-    MtOpaqueDataImp &operator=(MtOpaqueDataImp const &) = delete;
-    virtual ~MtOpaqueDataImp() noexcept(false) = default;
-
-    virtual void *getSpecific() const = 0;
-    virtual void setSpecific(void *value) const = 0;
-};
-
-/// A slot of the platform's services.
-class MtOpaqueDataWindows final : public MtOpaqueDataImp
-{
-public:
-    MtOpaqueDataWindows() : _tlsIndex(::TlsAlloc()) { ZV_SYS_ASSERT(_tlsIndex != 0xFFFFFFFF); }
-    ~MtOpaqueDataWindows() noexcept(false) override
-    {
-        ZV_SYS_ASSERT_IN_DESTRUCTOR(::TlsFree( _tlsIndex ) == TRUE);
-    }
-
-    void *getSpecific() const override { return ::TlsGetValue(_tlsIndex); }
-    void setSpecific(void *data) const override
-    {
-        ZV_SYS_ASSERT(::TlsSetValue( _tlsIndex, data ) != 0);
-    }
-
-private:
-    std::uint32_t _tlsIndex;
-};
 
 // ---- MtOpaqueData
 
