@@ -132,7 +132,8 @@ bool LgLog::creatorExit(unsigned long threadId)
 
 bool LgLog::isLoggerActive() noexcept
 {
-    return _loggerActive.load(std::memory_order_acquire);
+    // In one order with the announcement of a record.
+    return _loggerActive.load(std::memory_order_seq_cst);
 }
 
 void LgLog::setLoggerActive(bool active) noexcept

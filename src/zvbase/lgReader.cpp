@@ -18,9 +18,6 @@ constexpr int LOOKS_WITHOUT_SLEEP = 16;
 /// log goes on then. A line that this thread ends may be written too late.
 constexpr int LOOKS = 1000;
 
-// Not a local variable: the compiler may remove an operation that no other thread can see.
-constinit ZvPlatform::Shared<std::uint32_t> barrier{0};
-
 void waitForAnnounced(LgQueueImp const &queue)
 {
     std::uint32_t const announcement = queue._ring.getAnnouncement();
@@ -86,7 +83,7 @@ void LgReader::flushAll()
 void LgReader::refresh() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     std::uint64_t const now = LgLogImp::_clock.read();
-    barrier.fetch_add(1, std::memory_order_seq_cst);
+    ZvPlatform::fence(std::memory_order_seq_cst);
     List<LgQueue *> queues;
     {
         BaseGuard const guard(LgLogImp::_registryLock);

@@ -69,7 +69,8 @@ public:
     std::uint64_t getNbFree() const;
     bool isEmpty() const;
     std::uint64_t getNbLostLines() const { return _lostLines.load(std::memory_order_acquire); }
-    std::uint32_t getAnnouncement() const { return _announcement.load(std::memory_order_acquire); }
+    // In one order with the announcements, see above.
+    std::uint32_t getAnnouncement() const { return _announcement.load(std::memory_order_seq_cst); }
 
     // ---- the reader
 

@@ -1,19 +1,18 @@
 #include "zvbase/traceEvents.h"
 
 #include "platform/services.h"
-#include "zvbase/platform/interlocked.h"
 #include "zvbase/traceRing.private.h"
 
 #include <algorithm>
 
 namespace Zv {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Shared;
 
 constinit bool TraceEvents::_isOn = false;
-constinit unsigned TraceEvents::_session = 0;
-constinit TraceRing *TraceEvents::_ring = nullptr;
-constinit std::int64_t TraceEvents::_waitLimit = 0;
+constinit Shared<unsigned> TraceEvents::_session{0};
+constinit Shared<TraceRing *> TraceEvents::_ring{nullptr};
+constinit Shared<std::int64_t> TraceEvents::_waitLimit{0};
 
 namespace {
 
@@ -27,13 +26,13 @@ struct ThreadName
 };
 
 thread_local constinit ThreadName threadName = {};
-constinit std::uint32_t nbThreads = 0;
+constinit Shared<std::uint32_t> nbThreads{0};
 
 /// Returns a number that no other thread of the process has had. The system uses its numbers again.
 std::uint32_t getThreadNumber()
 {
     if (threadName.number == 0)
-        threadName.number = Interlocked::increment(nbThreads);
+        threadName.number = nbThreads.fetch_add(1, std::memory_order_relaxed) + 1;
     return threadName.number;
 }
 
@@ -94,11 +93,11 @@ void tellThreadName(TraceRing *ring, unsigned session) noexcept
     threadName.session = session;
 }
 
-TraceRing *prepare(TraceRing * const &ring, unsigned const &session) noexcept
+TraceRing *prepare(Shared<TraceRing *> const &ring, Shared<unsigned> const &session) noexcept
 {
-    TraceRing * const known = Interlocked::loadAcquire(ring);
+    TraceRing * const known = ring.load(std::memory_order_acquire);
     if (known)
-        tellThreadName(known, Interlocked::loadRelaxed(session));
+        tellThreadName(known, session.load(std::memory_order_relaxed));
     return known;
 }
 
@@ -192,7 +191,7 @@ void TraceEvents::Slice::write() noexcept
 
 void TraceEvents::LockWait::dropIfShort() noexcept
 {
-    if (readClock() - _since < Interlocked::loadRelaxed(_waitLimit))
+    if (readClock() - _since < _waitLimit.load(std::memory_order_relaxed))
         _slice._begin = 0;
 }
 
@@ -205,7 +204,7 @@ void TraceSpan::finish() noexcept
 
 void TraceFlow::start(TraceEvents::Slice &slice) noexcept
 {
-    TraceRing * const ring = Interlocked::loadAcquire(TraceEvents::_ring);
+    TraceRing * const ring = TraceEvents::_ring.load(std::memory_order_acquire);
     if (!ring)
         return;
     _id = ring->makeFlow();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zvbase/export.h"
+#include "zvbase/platform/shared.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -45,11 +46,9 @@ public:
     /// Returns true while a session runs.
     static bool isOn() noexcept
     {
-        // Not an operation of `Interlocked`: the simulated threads need not switch here, since no
+        // Not of the type `Shared`: the simulated threads need not switch here, since no
         // result of the library depends on the value.
-        bool on;
-        __atomic_load(&_isOn, &on, __ATOMIC_RELAXED);
-        return on;
+        return __atomic_load_n(&_isOn, __ATOMIC_RELAXED);
     }
 
     /// Records that something has happened on this thread. `value` is shown with it.
@@ -84,11 +83,13 @@ private:
     static void endSpan(std::uint64_t id) noexcept;
     static std::uint64_t readStamp() noexcept;
     static std::int64_t readClock() noexcept;
+    static void setOn(bool on) noexcept { __atomic_store_n(&_isOn, on, __ATOMIC_SEQ_CST); }
 
     static bool _isOn;
-    static unsigned _session;       // the number of the present one, or of the last one
-    static TraceRing *_ring;        // of the first session, and never deleted
-    static std::int64_t _waitLimit; // of `LockWait`, in ticks of the clock
+    static ZvPlatform::Shared<unsigned>
+        _session; // the number of the present one, or of the last one
+    static ZvPlatform::Shared<TraceRing *> _ring;       // of the first session, and never deleted
+    static ZvPlatform::Shared<std::int64_t> _waitLimit; // of `LockWait`, in ticks of the clock
 };
 
 /// What the calling thread does from the construction to the destruction of this object.

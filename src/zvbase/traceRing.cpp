@@ -1,13 +1,9 @@
 #include "zvbase/traceRing.private.h"
 
-#include "zvbase/platform/interlocked.h"
-
 #include <algorithm>
 #include <cstring>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -30,18 +26,19 @@ TraceRing::TraceRing(std::size_t capacity)
     : _capacity(capacity), _records(new TraceRecord[capacity])
 {
     for (std::size_t i = 0; i < capacity; ++i)
-        _records[i].turn = i;
+        _records[i].turn.store(i, std::memory_order_relaxed);
 }
 
 TraceRecord *TraceRing::claim(std::uint64_t &position) noexcept
 {
-    position = Interlocked::loadRelaxed(_tail);
+    position = _tail.load(std::memory_order_relaxed);
     for (;;) {
         TraceRecord &record = at(position);
-        std::uint64_t const turn = Interlocked::loadAcquire(record.turn);
+        std::uint64_t const turn = record.turn.load(std::memory_order_acquire);
         if (turn == position || turn == WITHDRAWN) {
             // The place is withdrawn in each round, so its positions are passed over.
-            if (Interlocked::compareExchange(_tail, position, position + 1)) {
+            if (_tail.compare_exchange_strong(position, position + 1, std::memory_order_seq_cst,
+                                              std::memory_order_acquire)) {
                 if (turn == position)
                     return &record;
                 ++position;
@@ -50,7 +47,7 @@ TraceRecord *TraceRing::claim(std::uint64_t &position) noexcept
             countLoss();
             return nullptr;
         } else {
-            position = Interlocked::loadRelaxed(_tail);
+            position = _tail.load(std::memory_order_relaxed);
         }
     }
 }
@@ -58,39 +55,40 @@ TraceRecord *TraceRing::claim(std::uint64_t &position) noexcept
 void TraceRing::publish(TraceRecord &record, std::uint64_t position) noexcept
 {
     // Fails if the reader has withdrawn the place, and has counted the loss.
-    Interlocked::compareExchange(record.turn, position, position + 1);
+    record.turn.compare_exchange_strong(position, position + 1, std::memory_order_seq_cst,
+                                        std::memory_order_acquire);
 }
 
 void TraceRing::countLoss() noexcept
 {
-    Interlocked::increment(_nbLost);
+    _nbLost.fetch_add(1, std::memory_order_seq_cst);
 }
 
 std::uint64_t TraceRing::getNbLost() const noexcept
 {
-    return Interlocked::loadAcquire(_nbLost);
+    return _nbLost.load(std::memory_order_acquire);
 }
 
 std::uint64_t TraceRing::makeFlow() noexcept
 {
-    return Interlocked::increment(_nbFlows);
+    return _nbFlows.fetch_add(1, std::memory_order_seq_cst) + 1;
 }
 
 std::uint64_t TraceRing::getNbFlows() const noexcept
 {
-    return Interlocked::loadAcquire(_nbFlows);
+    return _nbFlows.load(std::memory_order_acquire);
 }
 
 std::uint64_t TraceRing::getTail() const noexcept
 {
-    return Interlocked::loadAcquire(_tail);
+    return _tail.load(std::memory_order_acquire);
 }
 
 TraceRecord const *TraceRing::getFront() noexcept
 {
     while (_head != getTail()) {
         TraceRecord &record = at(_head);
-        std::uint64_t const turn = Interlocked::loadAcquire(record.turn);
+        std::uint64_t const turn = record.turn.load(std::memory_order_acquire);
         if (turn != WITHDRAWN)
             return turn == _head + 1 ? &record : nullptr;
         ++_head;
@@ -100,14 +98,16 @@ TraceRecord const *TraceRing::getFront() noexcept
 
 void TraceRing::pop() noexcept
 {
-    Interlocked::storeRelease(at(_head).turn, _head + _capacity);
+    at(_head).turn.store(_head + _capacity, std::memory_order_release);
     ++_head;
 }
 
 void TraceRing::withdrawFront() noexcept
 {
     std::uint64_t turn = _head;
-    if (_head == getTail() || !Interlocked::compareExchange(at(_head).turn, turn, WITHDRAWN))
+    if (_head == getTail() ||
+        !at(_head).turn.compare_exchange_strong(turn, WITHDRAWN, std::memory_order_seq_cst,
+                                                std::memory_order_acquire))
         return;
     countLoss();
     ++_head;

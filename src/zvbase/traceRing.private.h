@@ -1,6 +1,7 @@
 // Ring of records of events, with many writing threads and one reader.
 #pragma once
 
+#include "zvbase/platform/shared.h"
 #include "zvbase/traceEvents.h"
 
 #include <cstddef>
@@ -26,7 +27,7 @@ struct alignas(64) TraceRecord
         THREAD_NAME
     };
 
-    std::uint64_t turn; // belongs to the ring
+    ZvPlatform::Shared<std::uint64_t> turn; // belongs to the ring
     std::uint64_t stamp;
     std::uint64_t begin; // of slices
     std::uint64_t id;    // of the flow or the span; 0 means that of this record
@@ -90,9 +91,9 @@ private:
 
     std::size_t _capacity;
     std::unique_ptr<TraceRecord[]> _records;
-    alignas(64) std::uint64_t _tail = 0;
-    std::uint64_t _nbLost = 0;
-    std::uint64_t _nbFlows = 0;
+    alignas(64) ZvPlatform::Shared<std::uint64_t> _tail{0};
+    ZvPlatform::Shared<std::uint64_t> _nbLost{0};
+    ZvPlatform::Shared<std::uint64_t> _nbFlows{0};
     alignas(64) std::uint64_t _head = 0;
 };
 

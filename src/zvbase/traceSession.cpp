@@ -5,7 +5,6 @@
 #include "zvbase/exBody.private.h"
 #include "zvbase/exSysError.h"
 #include "zvbase/failures.h"
-#include "zvbase/platform/interlocked.h"
 #include "zvbase/traceJson.private.h"
 
 #include <cerrno>
@@ -17,8 +16,6 @@
 #include <utility>
 
 namespace Zv {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 ZV_EXCEPTION_FAMILY_BODY(TraceEx)
 ZV_EXCEPTION_BODY(TraceEx, ExAlreadyOn, std::logic_error, (),
@@ -155,15 +152,15 @@ private:
     HANDLE _wake = nullptr;
     HANDLE _thread = nullptr;
     bool _isStopping = false; // guarded by _stopLock
-    bool _mustEnd = false;
+    ZvPlatform::Shared<bool> _mustEnd{false};
 };
 
 /// Kept for the next session, because a thread may be recording a late event.
 TraceRing &TraceSession::Writer::provideRing()
 {
-    if (!TraceEvents::_ring)
-        Interlocked::storeRelease(TraceEvents::_ring, new TraceRing(CAPACITY));
-    return *TraceEvents::_ring;
+    if (!TraceEvents::_ring.load(std::memory_order_acquire))
+        TraceEvents::_ring.store(new TraceRing(CAPACITY), std::memory_order_release);
+    return *TraceEvents::_ring.load(std::memory_order_acquire);
 }
 
 TraceSession::Writer::Writer(std::string const &path, Settings const &settings)
@@ -172,9 +169,9 @@ TraceSession::Writer::Writer(std::string const &path, Settings const &settings)
     _file.append("[\n" + _json.getProcessName(settings.processName));
     LARGE_INTEGER frequency;
     ::QueryPerformanceFrequency(&frequency);
-    Interlocked::storeRelaxed(TraceEvents::_waitLimit,
-                              static_cast<std::int64_t>(settings.lockWaitLimit *
-                                                        static_cast<double>(frequency.QuadPart)));
+    TraceEvents::_waitLimit.store(
+        static_cast<std::int64_t>(settings.lockWaitLimit * static_cast<double>(frequency.QuadPart)),
+        std::memory_order_relaxed);
     _wake = ::CreateEventA(nullptr, FALSE, FALSE, nullptr);
     if (_wake)
         _thread = ::CreateThread(nullptr, 0, &run, this, 0, nullptr);
@@ -185,8 +182,8 @@ TraceSession::Writer::Writer(std::string const &path, Settings const &settings)
         throw failure;
     }
     ::SetThreadDescription(_thread, L"TraceSession");
-    Interlocked::increment(TraceEvents::_session);
-    Interlocked::storeRelease(TraceEvents::_isOn, true);
+    TraceEvents::_session.fetch_add(1, std::memory_order_seq_cst);
+    TraceEvents::setOn(true);
 }
 
 TraceSession::Writer::~Writer()
@@ -202,14 +199,14 @@ void TraceSession::Writer::stop()
 {
     // The lock may belong to a thread that the child does not have.
     if (isInChild()) {
-        Interlocked::storeRelease(TraceEvents::_isOn, false);
+        TraceEvents::setOn(false);
         return;
     }
     BaseGuard const guard(_stopLock);
     if (std::exchange(_isStopping, true))
         return;
-    Interlocked::exchange(TraceEvents::_isOn, false);
-    Interlocked::storeRelease(_mustEnd, true);
+    TraceEvents::setOn(false);
+    _mustEnd.store(true, std::memory_order_release);
     ::SetEvent(_wake);
     ::WaitForSingleObject(_thread, INFINITE);
     ::CloseHandle(_thread);
@@ -229,7 +226,7 @@ ZvPlatform::ThreadResult TraceSession::Writer::run(void *writer)
 
 void TraceSession::Writer::work() noexcept
 {
-    while (!Interlocked::loadAcquire(_mustEnd)) {
+    while (!_mustEnd.load(std::memory_order_acquire)) {
         ::WaitForSingleObject(_wake, PERIOD);
         drain();
     }
