@@ -32,15 +32,17 @@ DevSMExecutionEngImp::DevSMExecutionEngImp(RCShdPtr<DevSMTable> table, std::int3
 {
     if (!_smtable->isPrimaryState(initialState))
         ZV_THROW(DevMgrEx::SMDomainError);
-    createPrimaries();
-    checkAuxiliaries();
-    linkConditionals();
+    _transVect.resize(static_cast<std::size_t>(_smtable->getNbTransitions()));
+    Transitions const primaries = createPrimaries();
+    wrapPrimaries(primaries);
+    addAuxiliaries();
+    addConditionals(primaries);
     checkComplete();
 }
 
 DevSMExecutionEngImp::~DevSMExecutionEngImp()
 {
-    releaseAll(_primaries);
+    releaseAll(_transVect);
 }
 
 void DevSMExecutionEngImp::execute(std::int32_t event)
@@ -75,55 +77,73 @@ void DevSMExecutionEngImp::execute(std::int32_t event)
     }
 }
 
-void DevSMExecutionEngImp::createPrimaries()
+DevSMExecutionEngImp::Transitions DevSMExecutionEngImp::createPrimaries()
 {
-    auto const &links = _smtable->_links;
-    _primaries.resize(links.kinds.size());
-    for (auto const &primary : links.primaryTransitions) {
+    Transitions primaries(_transVect.size());
+    for (auto const &primary : _smtable->_links.primaryTransitions) {
         RCShdPtr<DevSMTransition> const transition = _factory->create(primary.name);
         if (transition.isNull())
             ZV_THROW(DevMgrEx::SMBadTransitionImp);
-        _primaries[_smtable->getTransition(primary)] = transition;
+        primaries[_smtable->getTransition(primary)] = transition;
     }
-    bool const hasEvents = links.exception >= 0 && links.noException >= 0;
-    if (!hasEvents && !links.primaryTransitions.empty())
-        ZV_THROW(DevMgrEx::SMDomainError);
+    return primaries;
 }
 
-void DevSMExecutionEngImp::checkAuxiliaries() const
-{
-    for (auto const &auxiliary : _smtable->_links.auxiliaryTransitions)
-        (void)_smtable->getTransition(auxiliary);
-}
-
-void DevSMExecutionEngImp::linkConditionals()
+void DevSMExecutionEngImp::wrapPrimaries(Transitions const &primaries)
 {
     auto const &links = _smtable->_links;
-    _candidates.resize(links.kinds.size());
+    auto const &names = links.primaryTransitions;
+    for (auto iter = names.begin(); iter != names.end(); ++iter) {
+        if (links.exception < 0 || links.noException < 0)
+            ZV_THROW(DevMgrEx::SMDomainError);
+        ZV_ASSERT(_smtable->getTransition(*iter) < _transVect.size());
+        std::size_t const number = _smtable->getTransition(*iter);
+        _transVect[number] = RCShdPtr<DevSMTransition>(new ExEngPrimaryTrans(
+            iter->wrapperName, primaries[number], *this, links.exception, links.noException));
+    }
+}
+
+void DevSMExecutionEngImp::addAuxiliaries()
+{
+    auto const &names = _smtable->_links.auxiliaryTransitions;
+    for (auto iter = names.begin(); iter != names.end(); ++iter) {
+        ZV_ASSERT(_smtable->getTransition(*iter) < _transVect.size());
+        _transVect[_smtable->getTransition(*iter)] =
+            RCShdPtr<DevSMTransition>(new ExEngAuxTrans(iter->name));
+    }
+}
+
+void DevSMExecutionEngImp::addConditionals(Transitions const &primaries)
+{
+    auto const &links = _smtable->_links;
     for (auto const &desc : links.conditionalTransitions) {
+        ExEngCondTrans::Candidates candidates;
         for (std::size_t i = 0; i + 1 < desc.candidates.size(); ++i) {
-            if (desc.candidates[i] < 0)
+            std::int32_t const number = desc.candidates[i];
+            RCShdPtr<DevSMConditionalTransition> const candidate(
+                number < 0 ? nullptr
+                           : dynamic_cast<DevSMConditionalTransition *>(
+                                 primaries[static_cast<std::size_t>(number)].get()));
+            if (candidate.isNull())
                 ZV_THROW(DevMgrEx::SMBadTransitionImp);
-            auto const number = static_cast<std::size_t>(desc.candidates[i]);
-            if (!_candidates[number])
-                _candidates[number] =
-                    dynamic_cast<DevSMConditionalTransition *>(_primaries[number].get());
-            if (!_candidates[number])
-                ZV_THROW(DevMgrEx::SMBadTransitionImp);
+            candidates.push_back(candidate);
         }
         bool const areEventsKnown = std::all_of(desc.events.begin(), desc.events.end(),
                                                 [](std::int32_t e) { return e >= 0; });
         if (!areEventsKnown || links.exception < 0 || links.noException < 0)
             ZV_THROW(DevMgrEx::SMDomainError);
-        (void)_smtable->getTransition(desc.transition);
+        auto const &name = desc.transition;
+        ZV_ASSERT(_smtable->getTransition(name) < _transVect.size());
+        _transVect[_smtable->getTransition(name)] = RCShdPtr<DevSMTransition>(new ExEngCondTrans(
+            name.name, *this, candidates, desc.events, links.exception, links.noException));
     }
 }
 
 void DevSMExecutionEngImp::checkComplete() const
 {
-    auto const &kinds = _smtable->_links.kinds;
-    if (std::find(kinds.begin(), kinds.end(), DevSMTable::UNKNOWN) != kinds.end())
-        ZV_THROW(DevMgrEx::SMBadImp);
+    for (RCShdPtr<DevSMTransition> const &transition : _transVect)
+        if (transition.isNull())
+            ZV_THROW(DevMgrEx::SMBadImp);
 }
 
 template <class Operation>
@@ -139,18 +159,18 @@ auto DevSMExecutionEngImp::attempt(Status onFailure, Operation operation)
 
 void DevSMExecutionEngImp::takeShortcut(DevSMTable::Shortcut const &shortcut)
 {
-    bool const hasSucceeded =
-        attempt(TRANSITION_FAILED, [&] { return runPrimary(shortcut.transition); });
+    auto &transition = static_cast<ExEngPrimaryTrans &>(
+        *_transVect[static_cast<std::size_t>(shortcut.transition)]);
+    bool const hasSucceeded = attempt(TRANSITION_FAILED, [&] { return transition.run(); });
     _state = hasSucceeded ? shortcut.onSuccess : shortcut.onFailure;
 }
 
 /// Returns the event of the chosen transition, or -1 if the choice has failed.
 std::int32_t DevSMExecutionEngImp::takeChoice(DevSMTable::Shortcut const &shortcut)
 {
-    auto const &links = _smtable->_links;
-    std::int32_t const kind = links.kinds[static_cast<std::size_t>(shortcut.transition)];
-    auto const &conditional = links.conditionalTransitions[static_cast<std::size_t>(kind)];
-    std::int32_t const event = attempt(TRANSITION_FAILED, [&] { return choose(conditional); });
+    auto &transition =
+        static_cast<ExEngCondTrans &>(*_transVect[static_cast<std::size_t>(shortcut.transition)]);
+    std::int32_t const event = attempt(TRANSITION_FAILED, [&] { return transition.run(); });
     _state = event >= 0 ? shortcut.onSuccess : shortcut.onFailure;
     return event;
 }
@@ -173,7 +193,10 @@ void DevSMExecutionEngImp::step(std::int32_t event)
         attempt(NO_TRANSITION, [&] { return table.getTransition(_state, event); });
     if (!table.isTransition(t))
         failInconsistent();
-    attempt(TRANSITION_FAILED, [&] { run(t); });
+    std::size_t const slot = static_cast<std::size_t>(t);
+    if (slot >= _transVect.size() || _transVect[slot].isNull())
+        failInconsistent();
+    attempt(TRANSITION_FAILED, [&] { _transVect[slot]->execute(); });
     _state = attempt(NO_STATE, [&] { return table.getState(_state, t); });
     if (!table.isState(_state))
         failInconsistent();
@@ -185,60 +208,73 @@ void DevSMExecutionEngImp::failInconsistent()
     ZV_THROW(DevMgrEx::SMBadImp);
 }
 
-/// Runs a transition, and queues the events that follow it.
-void DevSMExecutionEngImp::run(std::int32_t transition)
+ExEngPrimaryTrans::ExEngPrimaryTrans(LiString const &name,
+                                     RCShdPtr<DevSMTransition> const &transition,
+                                     DevSMExecutionEngImp &engine, std::int32_t exception,
+                                     std::int32_t noException)
+    : DevSMTransition(name),
+      _transition(transition),
+      _engine(engine),
+      _exception(exception),
+      _noException(noException)
+{}
+
+void ExEngPrimaryTrans::execute()
 {
-    auto const &links = _smtable->_links;
-    std::int32_t const kind = links.kinds[static_cast<std::size_t>(transition)];
-    if (kind == DevSMTable::PRIMARY) {
-        _pending.add(runPrimary(transition) ? links.noException : links.exception);
-    } else if (kind >= 0) {
-        std::int32_t const event =
-            choose(links.conditionalTransitions[static_cast<std::size_t>(kind)]);
-        // A choice leads to a checking state, like any transition. `_noexc` leads from there to the
-        // state in which the selecting event is legal.
-        _pending.add(event >= 0 ? links.noException : links.exception);
-        if (event >= 0)
-            _pending.add(event);
-    }
+    _engine.pend(run() ? _noException : _exception);
 }
 
-/// Runs one of the factory's transitions. If that throws an `ExBase`, keeps the exception and
-/// returns false.
-bool DevSMExecutionEngImp::runPrimary(std::int32_t transition)
+bool ExEngPrimaryTrans::run()
 {
     try {
-        _primaries[static_cast<std::size_t>(transition)]->execute();
+        _transition->execute();
     } catch (ExBase const &exception) {
-        keepException(exception);
+        _engine.keepException(exception);
         return false;
     }
     return true;
 }
 
-/// Returns the event of the transition whose condition holds first. If a condition throws an
-/// `ExBase`, keeps the exception and returns -1.
-std::int32_t DevSMExecutionEngImp::choose(DevSMTable::ConditionalLinks const &conditional)
+ExEngCondTrans::ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine,
+                               Candidates const &candidates, Vector<std::int32_t> const &events,
+                               std::int32_t exception, std::int32_t noException)
+    : DevSMTransition(name),
+      _engine(engine),
+      _candidates(candidates),
+      _events(events),
+      _exception(exception),
+      _noException(noException)
+{}
+
+ExEngCondTrans::~ExEngCondTrans()
 {
-    try {
-        // The last one has no condition.
-        std::size_t const last = conditional.candidates.size() - 1;
-        std::size_t chosen = 0;
-        while (chosen < last &&
-               !_candidates[static_cast<std::size_t>(conditional.candidates[chosen])]->condition())
-            ++chosen;
-        return conditional.events[chosen];
-    } catch (ExBase const &exception) {
-        keepException(exception);
-        return -1;
-    }
+    releaseAll(_candidates);
 }
 
-/// Must be called in the `catch` clause of the exception.
-void DevSMExecutionEngImp::keepException(ExBase const &exception)
+// A choice leads to a checking state, like any transition. `_noexc` leads from there to the state
+// in which the selecting event is legal.
+void ExEngCondTrans::execute()
 {
-    _thrown = std::current_exception();
-    _exception.reset(exception.clone());
+    std::int32_t const event = run();
+    if (event < 0) {
+        _engine.pend(_exception);
+        return;
+    }
+    _engine.pend(_noException);
+    _engine.pend(event);
+}
+
+std::int32_t ExEngCondTrans::run()
+{
+    try {
+        std::size_t chosen = 0;
+        while (chosen < _candidates.size() && !_candidates[chosen]->condition())
+            ++chosen;
+        return _events[chosen];
+    } catch (ExBase const &exception) {
+        _engine.keepException(exception);
+        return -1;
+    }
 }
 
 } // namespace Zv

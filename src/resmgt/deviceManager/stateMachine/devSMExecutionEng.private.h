@@ -1,4 +1,4 @@
-// Implementation of the execution engine.
+// Implementation of the execution engine, and the transitions that it makes itself.
 #pragma once
 
 #include "resmgt/deviceManager/stateMachine/devSMExecutionEng.h"
@@ -46,6 +46,15 @@ public:
     void execute(std::int32_t event) override;
     std::exception_ptr getException() const override { return _thrown; }
 
+    /// Queues an event of one of the engine's own transitions.
+    void pend(std::int32_t event) { _pending.add(event); }
+    /// Must be called in the `catch` clause of the exception.
+    void keepException(ExBase const &exception)
+    {
+        _thrown = std::current_exception();
+        _exception.reset(exception.clone());
+    }
+
 private:
     using Transitions = Vector<RCShdPtr<DevSMTransition>>;
 
@@ -58,9 +67,10 @@ private:
         INCONSISTENT = 4
     };
 
-    void createPrimaries();
-    void checkAuxiliaries() const;
-    void linkConditionals();
+    Transitions createPrimaries();
+    void wrapPrimaries(Transitions const &primaries);
+    void addAuxiliaries();
+    void addConditionals(Transitions const &primaries);
     void checkComplete() const;
 
     template <class Operation>
@@ -70,22 +80,71 @@ private:
     void takeLongWay(std::int32_t event);
     void takeSteps(std::int32_t event);
     void step(std::int32_t event);
-    void run(std::int32_t transition);
-    bool runPrimary(std::int32_t transition);
-    std::int32_t choose(DevSMTable::ConditionalLinks const &conditional);
-    void keepException(ExBase const &exception);
     [[noreturn]] void failInconsistent();
 
     ObjPtr<DevSMTransitionFactory> _factory;
     RCShdPtr<DevSMTable> _smtable;
-    // One for each transition number. The table has what the engine needs of the others.
-    Transitions _primaries;
-    Vector<DevSMConditionalTransition *> _candidates; // those of `_primaries` that are candidates
+    Transitions _transVect; // one for each transition number
     DevSMPendingEvents _pending;
     std::int32_t _state;
     ObjPtr<ExBase> _exception;
     std::exception_ptr _thrown; // the original of `_exception`
     std::int32_t _status;
+};
+
+/// Runs one of the factory's transitions, and then the event of its success or failure.
+class ExEngPrimaryTrans final : public DevSMTransition
+{
+public:
+    ExEngPrimaryTrans(LiString const &name, RCShdPtr<DevSMTransition> const &transition,
+                      DevSMExecutionEngImp &engine, std::int32_t exception,
+                      std::int32_t noException);
+
+    void execute() override;
+    /// Runs the factory's transition. If that throws an `ExBase`, keeps the exception and returns
+    /// false.
+    bool run();
+
+private:
+    RCShdPtr<DevSMTransition> _transition;
+    DevSMExecutionEngImp &_engine;
+    std::int32_t _exception;
+    std::int32_t _noException;
+};
+
+/// Does nothing. Only the state changes.
+class ExEngAuxTrans final : public DevSMTransition
+{
+public:
+    using DevSMTransition::DevSMTransition;
+
+    void execute() override {}
+};
+
+/// Checks the conditions of the candidates and selects one.
+class ExEngCondTrans final : public DevSMTransition
+{
+public:
+    using Candidates = Vector<RCShdPtr<DevSMConditionalTransition>>;
+
+    /// `candidates` does not contain the last transition, which has no condition. `events` has one
+    /// event for each transition, including the last one.
+    ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine, Candidates const &candidates,
+                   Vector<std::int32_t> const &events, std::int32_t exception,
+                   std::int32_t noException);
+    ~ExEngCondTrans() override;
+
+    void execute() override;
+    /// Returns the event of the selected transition. If a condition throws an `ExBase`, keeps the
+    /// exception and returns -1.
+    std::int32_t run();
+
+private:
+    DevSMExecutionEngImp &_engine;
+    Candidates _candidates;
+    Vector<std::int32_t> _events;
+    std::int32_t _exception;
+    std::int32_t _noException;
 };
 
 } // namespace Zv

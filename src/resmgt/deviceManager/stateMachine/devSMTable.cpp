@@ -106,7 +106,6 @@ DevSMTable::DevSMTable(Vector<LiString> const &states, Vector<LiString> const &e
     ZV_ASSERT(verifyPrimary( _primaryEventVector, _e ));
     ZV_ASSERT(verifyPrimary( _primaryTransitionVector, _t ));
     linkNames();
-    linkKinds();
     linkShortcuts();
 }
 
@@ -274,28 +273,13 @@ void DevSMTable::linkNames()
     _links.exception = find("_exc", _e);
     _links.noException = find("_noexc", _e);
     for (LiString const &name : _primaryTransitionVector)
-        _links.primaryTransitions.push_back(nameTransition(name));
+        _links.primaryTransitions.push_back({nameTransition(name), "ExEngPrimary( " + name + " )"});
     for (LiString const &name : _auxiliaryVector)
         _links.auxiliaryTransitions.push_back(nameTransition(name));
     for (ConditionalTransitionDesc const &desc : _conditionalDescs)
         _links.conditionalTransitions.push_back(link(desc));
     for (LiString const &name : _s)
         _links.isDeadEnd.push_back(name == "_ill" || name == "_exc");
-}
-
-void DevSMTable::linkKinds()
-{
-    _links.kinds.assign(_t.size(), UNKNOWN);
-    auto const set = [this](NamedTransition const &transition, std::int32_t kind) {
-        if (transition.number >= 0)
-            _links.kinds[static_cast<std::size_t>(transition.number)] = kind;
-    };
-    for (NamedTransition const &primary : _links.primaryTransitions)
-        set(primary, PRIMARY);
-    for (NamedTransition const &auxiliary : _links.auxiliaryTransitions)
-        set(auxiliary, AUXILIARY);
-    for (std::size_t i = 0; i < _links.conditionalTransitions.size(); ++i)
-        set(_links.conditionalTransitions[i].transition, static_cast<std::int32_t>(i));
 }
 
 void DevSMTable::linkShortcuts()

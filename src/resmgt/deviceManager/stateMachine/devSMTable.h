@@ -121,12 +121,9 @@ private:
         LiString name;
         std::int32_t number;
     };
-    /// A transition that is not conditional.
-    enum Kind : std::int32_t
+    struct PrimaryTransition : NamedTransition
     {
-        UNKNOWN = -1,
-        PRIMARY = -2,
-        AUXILIARY = -3
+        LiString wrapperName;
     };
     struct ConditionalLinks
     {
@@ -148,11 +145,9 @@ private:
     {
         std::int32_t exception = -1;
         std::int32_t noException = -1;
-        Vector<NamedTransition> primaryTransitions;
+        Vector<PrimaryTransition> primaryTransitions;
         Vector<NamedTransition> auxiliaryTransitions;
         Vector<ConditionalLinks> conditionalTransitions;
-        /// For each transition: the index of its conditional one, or a `Kind`.
-        Vector<std::int32_t> kinds;
         Vector<Shortcut> shortcuts;      // in the order of the state-event matrix
         Vector<unsigned char> isDeadEnd; // for each state: its name is "_ill" or "_exc"
     };
@@ -177,7 +172,6 @@ private:
     }
     bool isConditional(LiString const &transition) const;
     void linkNames();
-    void linkKinds();
     void linkShortcuts();
     Shortcut findShortcut(std::int32_t state, std::int32_t event) const;
     std::int32_t passCheck(std::int32_t checkState, std::int32_t event) const;
