@@ -25,6 +25,7 @@ public:
     int nbCalls = 0;
     std::counting_semaphore<> entered{0};
     std::counting_semaphore<> go{0};
+    std::binary_semaphore ended{0};
 
 protected:
     bool performSync(std::uint32_t, int beats) override
@@ -35,6 +36,7 @@ protected:
         go.acquire();
         return false;
     }
+    void performEnd() override { ended.release(); }
 };
 
 TEST(BeatTrace, ShowsTheBeatsAndTheLatenessOfAClient)
@@ -68,6 +70,7 @@ TEST(BeatTrace, ShowsTheBeatsAndTheLatenessOfAClient)
     client->entered.acquire();
     source.runFree(); // so that the removal is not waited for
     ObjPtr<SeClientThread> const back(generator->removeClient(client));
+    client->ended.acquire(); // the event of the last call has been recorded
     thread.reset();
 
     TracedEvents const events = recording.stop();
