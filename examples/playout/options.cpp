@@ -167,9 +167,9 @@ void Options::takeFiles(std::vector<std::string> files)
     }
     bool const needsOutput = to.empty() && !isShow();
     if (files.empty() || files.size() > 2 || (needsOutput && files.size() < 2))
-        throw Error(!needsOutput ? "an INPUT is needed"
-                    : hasInput   ? "an INPUT and an OUTPUT are needed"
-                                 : "an OUTPUT is needed");
+        throw Error(!to.empty() ? "an INPUT is needed"
+                    : hasInput  ? "an INPUT and an OUTPUT are needed"
+                                : "an OUTPUT is needed");
     if (files.size() == 2 && !to.empty())
         throw Error("--to plays, so that there is no OUTPUT");
     if (files.size() == 2)

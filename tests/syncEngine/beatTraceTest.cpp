@@ -17,26 +17,34 @@ using namespace Zv;
 
 namespace {
 
-/// Adds up by how many beats it was late. Waits in each call for the test.
+/// What a client that waits in each call has seen. Its last call ends its thread.
+struct Calls
+{
+    static constexpr int NB = 4;
+
+    long late = 0; // beats
+    int number = 0;
+    std::counting_semaphore<> entered{0};
+    std::counting_semaphore<> go{0};
+};
+
 class LateClient final : public SeClientThread
 {
 public:
-    long late = 0;
-    int nbCalls = 0;
-    std::counting_semaphore<> entered{0};
-    std::counting_semaphore<> go{0};
-    std::binary_semaphore ended{0};
+    explicit LateClient(Calls &calls) : _calls(calls) {}
 
 protected:
     bool performSync(std::uint32_t, int beats) override
     {
-        ++nbCalls;
-        late += beats;
-        entered.release();
-        go.acquire();
-        return false;
+        ++_calls.number;
+        _calls.late += beats;
+        _calls.entered.release();
+        _calls.go.acquire();
+        return _calls.number == Calls::NB;
     }
-    void performEnd() override { ended.release(); }
+
+private:
+    Calls &_calls;
 };
 
 TEST(BeatTrace, ShowsTheBeatsAndTheLatenessOfAClient)
@@ -47,7 +55,8 @@ TEST(BeatTrace, ShowsTheBeatsAndTheLatenessOfAClient)
     auto * const generator = new SeGeneratorThread(source);
     ObjPtr<MtThread> thread = MtThreadFactory::getInstance().createThread(
         "source", ObjPtr<MtThreadProtocol>(generator), true, 0);
-    auto * const client = new LateClient;
+    Calls seen;
+    auto * const client = new LateClient(seen);
     ObjPtr<SeClientThread> owned(client);
     generator->addClient("late client", owned, 1, MtThreadFactory::getInstance());
     thread->start();
@@ -59,18 +68,18 @@ TEST(BeatTrace, ShowsTheBeatsAndTheLatenessOfAClient)
     beat();
     beat();
     for (int i = 0; i < 2; ++i) { // the first two calls count as one beat each
-        client->entered.acquire();
-        client->go.release();
+        seen.entered.acquire();
+        seen.go.release();
     }
     beat();
-    client->entered.acquire(); // it is in its third call now, and misses beats
+    seen.entered.acquire(); // it is in its third call now, and misses beats
     for (int i = 3; i < NB_BEATS; ++i)
         beat();
-    client->go.release(1000);
-    client->entered.acquire();
+    seen.go.release(2);
+    seen.entered.acquire();
     source.runFree(); // so that the removal is not waited for
-    ObjPtr<SeClientThread> const back(generator->removeClient(client));
-    client->ended.acquire(); // the event of the last call has been recorded
+    // The end of the client waits for its thread, which has recorded its last call then.
+    ObjPtr<SeClientThread>(generator->removeClient(client)).reset();
     thread.reset();
 
     TracedEvents const events = recording.stop();
@@ -81,14 +90,14 @@ TEST(BeatTrace, ShowsTheBeatsAndTheLatenessOfAClient)
     EXPECT_EQ(beats[0].value(), 2);
     EXPECT_TRUE(std::is_sorted(beats.begin(), beats.end(),
                                [](auto const &a, auto const &b) { return a.value() < b.value(); }));
-    EXPECT_EQ(static_cast<int>(calls.size()), client->nbCalls);
+    EXPECT_EQ(static_cast<int>(calls.size()), seen.number);
     long late = 0;
     for (TracedEvent const &call : calls) {
         EXPECT_EQ(call.phase, 'X');
         EXPECT_EQ(events.nameOf(call.thread), "late client");
         late += call.value("late");
     }
-    EXPECT_EQ(late, client->late);
+    EXPECT_EQ(late, seen.late);
     EXPECT_GT(late, 0);
 }
 
