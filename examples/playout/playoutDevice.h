@@ -45,7 +45,7 @@ public:
     double getBusySeconds() const;
     /// Has the device's thread call a function, and then `performPiece`. Any thread may call it.
     void post(std::function<void()> function);
-    /// Has the device end the recording where it is. Returns false if the recording has an end of
+    /// Makes the device end the recording now. Returns false if the recording has an end of
     /// its own. Any thread may call it.
     virtual bool endHere() { return false; }
     Metronome const &getMetronome() const { return _metronome; }

@@ -135,7 +135,7 @@ bool isOwn(std::string const &included)
 /// The public headers of the platform layer. They are installed with those of the base library.
 char const platformHeaders[] = "zvbase/platform/";
 
-/// The explorer is no part of the libraries. It stands on the scheduler, and runs processes of its
+/// The explorer is no part of the libraries. It uses the scheduler, and runs processes of its
 /// own.
 char const explorer[] = "explore/";
 

@@ -231,7 +231,7 @@ SIMULATED(WordBeginsAnew, {.preemptions = 2})
     Worker reader("reader", [&] { HOLDS(word->load(RELAXED) == 3); });
 }
 
-/// The report says which value was read, and where the newer one was stored.
+/// The report says which value was read, and the place of the newer store.
 KNOWN_FAULT(
     OlderValueIsReported,
     (Fault{.finding = "does not hold", .byRandom = 300, .text = "0 instead of 0x29 was read from"}),

@@ -1,8 +1,8 @@
 // Scheduler of the simulated threads: passes the baton, advances the virtual clock, and writes the
 // record.
 //
-// It knows nothing of services: the simulated services and the simulated kernel both stand on it.
-// What it must know of them, they tell by the functions that task.h declares.
+// It knows nothing of services: the simulated services and the simulated kernel are both built on
+// it. What it must know of them, they tell by the functions that task.h declares.
 #pragma once
 
 #include "platform/scheduler/strategies.h"
@@ -30,8 +30,8 @@ public:
     /// Point of the schedule: other threads may run before the calling thread takes a step.
     void point(Step const &, bool hasYielded = false);
     /// Makes the calling task wait until it is granted something, until `isSatisfied` holds, or
-    /// until the deadline. If it `mayStray`, the wait may also end without a cause. Returns when the
-    /// task has been chosen to run.
+    /// until the deadline. If it `mayStray`, the wait may also end without a cause. Returns when
+    /// the task has been chosen to run.
     void wait(Instant deadline, bool mayStray = false);
     /// Returns which of `count` stores a load reads, from 0 for the newest.
     unsigned chooseStore(unsigned count);
@@ -55,8 +55,8 @@ public:
     Instant deadlineAfter(DWORD milliseconds) const;
     /// Lets time pass for the calling thread, which computes.
     void pass(Instant time);
-    /// Suspends the simulation if `change` is 1, and resumes it if that is -1. Meanwhile no call is a
-    /// point of the schedule.
+    /// Suspends the simulation if `change` is 1, and resumes it if that is -1. Meanwhile no call is
+    /// a point of the schedule.
     void suspend(int change) { _suspended += change; }
 
     bool isRefused(Resource);
@@ -70,8 +70,8 @@ public:
 
     [[noreturn]] void report(char const *finding, char const *text);
 
-    /// Calls `what` for each task that has been added. Ended tasks are included until they are added
-    /// again.
+    /// Calls `what` for each task that has been added. Ended tasks are included until they are
+    /// added again.
     template <class What>
     void forEach(What what)
     {

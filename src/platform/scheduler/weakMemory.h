@@ -44,7 +44,7 @@ public:
         void join(View const &);
     };
 
-    /// Who stored a value, for reports.
+    /// The step and the thread that stored a value, for reports.
     struct Origin
     {
         std::uint32_t step = 0;

@@ -190,8 +190,8 @@ BOOL CloseHandle(HANDLE handle)
     Object *object = objectOf(handle);
     if (!object)
         return FALSE;
-    // Who creates an object of this name later sees what each owner of a handle has written. No
-    // waiter of the object does.
+    // A thread that creates an object of this name later sees what each owner of a handle has
+    // written. No waiter of the object does.
     synchroniseRelease(&object->handles);
     if (--object->handles)
         return TRUE;

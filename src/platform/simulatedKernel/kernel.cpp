@@ -101,6 +101,8 @@ bool deliverSignals(Task &task)
     while (std::uint64_t const ready = task.pending & ~task.blocked) {
         int const signal = __builtin_ctzll(ready) + 1;
         task.pending &= ~bitOf(signal);
+        if (scheduler.isRunning())
+            weakMemory.acquire(indexOf(task), &task.pending);
         // A handler is not interrupted by its own signal.
         task.blocked |= bitOf(signal);
         if (handlers[signal])
@@ -304,6 +306,9 @@ bool sendSignal(std::uint32_t thread, int signal)
     if (signal == 0)
         return true;
     task->pending |= bitOf(signal);
+    // The kernel passes a signal on under a lock, so the handler sees what was done before.
+    if (scheduler.isRunning())
+        weakMemory.release(indexOf(current()), &task->pending);
     if (task->state == Task::WAITING && !task->granted && !(task->blocked & bitOf(signal))) {
         if (task->wait == Task::FUTEX)
             sleepers.remove(*task);

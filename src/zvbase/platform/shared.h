@@ -37,10 +37,10 @@ void fenceShared(std::memory_order);
 ///     nbBeats.fetch_add(1, std::memory_order_relaxed);
 ///     std::cout << nbBeats.load(std::memory_order_relaxed) << " beats\n";
 ///
-/// The operations are those of `std::atomic`, with the same code and the same meaning, but each of
-/// them needs a memory order, and there is no conversion to or from `T`. So each access and its
-/// order can be seen in the source. The word has the size and the layout of a `T`, and its address
-/// may be given to `WaitOnAddress`.
+/// The operations are those of the standard atomic types, with the same code and the same meaning,
+/// but each of them needs a memory order, and there is no conversion to or from `T`. So each access
+/// and its order can be seen in the source. The word has the size and the layout of a `T`, and its
+/// address may be given to `WaitOnAddress`.
 ///
 /// If the services are simulated, each operation is a scheduling point, and a load may return an
 /// older value if the C++ memory model permits that.
@@ -247,7 +247,7 @@ private:
     alignas(sizeof(T)) T _value;
 };
 
-/// Orders what the calling thread does before and after it, like `std::atomic_thread_fence`.
+/// Orders what the calling thread does before and after it.
 inline void fence(std::memory_order order) noexcept
 {
 #ifdef ZV_PLATFORM_SIMULATED
