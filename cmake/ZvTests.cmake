@@ -1,10 +1,11 @@
 # Functions that make test programs and other tests out of the folders of tests/.
 #
-# zv_add_test_program(FOLDER [ALLOCATIONS] [BASE_ONLY] [EXCLUDE source...] [DEFINE definition...])
+# zv_add_test_program(FOLDER [ALLOCATIONS] [BASE_ONLY] [HALVES] [EXCLUDE source...] [DEFINE definition...])
 #     Builds all sources of a folder, with GoogleTest and the objects of both libraries, as the program test_FOLDER, and
 #     adds the test FOLDER. The objects bring the statics of the packages along, and hidden classes can be tested.
 #       ALLOCATIONS  counts the allocations of a thread and lets them fail (testing/allocations.h)
 #       BASE_ONLY    links libzvbase alone, so that no package of libzvresmgt runs
+#       HALVES       adds two tests, FOLDER_0 and FOLDER_1, of half the cases each
 #       EXCLUDE      sources that belong to other programs
 #       DEFINE       definitions of the preprocessor
 #     If the folder has a file wrapped.txt, calls of the functions that it lists go to the folder's own `__wrap_` forms,
@@ -38,6 +39,16 @@ else()
         add_test(NAME ${folder} COMMAND ${name})
     endfunction()
 endif()
+
+# zv_add_halves(NAME PROGRAM) adds a program of GoogleTest as two tests of half its cases each, which ctest can run at the
+# same time. TESTS becomes the list of their names.
+function(zv_add_halves name program tests)
+    foreach(half RANGE 1)
+        add_test(NAME ${name}_${half} COMMAND ${program})
+        set_property(TEST ${name}_${half} APPEND PROPERTY ENVIRONMENT GTEST_TOTAL_SHARDS=2 GTEST_SHARD_INDEX=${half})
+    endforeach()
+    set(${tests} ${name}_0 ${name}_1 PARENT_SCOPE)
+endfunction()
 
 # WRAPPED becomes the list of functions in the folder's file wrapped.txt.
 function(zv_read_wrapped folder wrapped)
@@ -75,7 +86,7 @@ function(zv_precompile_headers target)
 endfunction()
 
 function(zv_add_test_program folder)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "ALLOCATIONS;BASE_ONLY" "" "EXCLUDE;DEFINE")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "ALLOCATIONS;BASE_ONLY;HALVES" "" "EXCLUDE;DEFINE")
     set(name test_${folder})
     file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
     list(TRANSFORM arg_EXCLUDE PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/)
@@ -96,12 +107,17 @@ function(zv_add_test_program folder)
     if(NOT WIN32)
         zv_precompile_headers(${compiled})
     endif()
-    zv_add_folder_test(${folder} ${name})
+    set(tests ${folder})
+    if(arg_HALVES)
+        zv_add_halves(${folder} ${name} tests)
+    else()
+        zv_add_folder_test(${folder} ${name})
+    endif()
     # The limit is for tests that hang. Under a sanitizer some programs need minutes. The thread sanitizer would let
     # each program wait for a second at its end.
-    set_tests_properties(${folder} PROPERTIES TIMEOUT 1800)
+    set_tests_properties(${tests} PROPERTIES TIMEOUT 1800)
     if(ZV_SANITIZE STREQUAL thread)
-        set_tests_properties(${folder} PROPERTIES ENVIRONMENT TSAN_OPTIONS=atexit_sleep_ms=0)
+        set_property(TEST ${tests} APPEND PROPERTY ENVIRONMENT TSAN_OPTIONS=atexit_sleep_ms=0)
     endif()
 endfunction()
 

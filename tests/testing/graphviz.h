@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iomanip>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -32,7 +33,8 @@ inline std::vector<std::string> splitPlain(std::string const &line)
 template <class Object>
 std::vector<std::string> graphOf(Object const &object)
 {
-    std::string const file = testing::TempDir() + "graphOf.dot";
+    std::string const file =
+        testing::TempDir() + "graphOf" + std::to_string(std::random_device()()) + ".dot";
     {
         std::ofstream stream(file);
         object.dumpDot(stream);
