@@ -117,7 +117,8 @@ void Display::row(bool isHead, std::vector<int> const &widths,
     for (std::size_t i = 0; i < cells.size(); ++i) {
         auto const width = static_cast<std::size_t>(std::abs(widths[i]));
         std::string const gap(width - std::min(width, cells[i].size()), ' ');
-        text += " " + (widths[i] < 0 ? cells[i] + gap : gap + cells[i]);
+        text += ' ';
+        text += widths[i] < 0 ? cells[i] + gap : gap + cells[i];
     }
     line(text);
     _tables.back().rows.push_back(cells);
