@@ -48,6 +48,11 @@ void *operator new[](std::size_t size)
     return allocateOrThrow(size);
 }
 
+void *operator new(std::size_t size, std::nothrow_t const &) noexcept
+{
+    return allocate(size, ZvTest::Allocations::ANSWERING_NULL);
+}
+
 void *operator new[](std::size_t size, std::nothrow_t const &) noexcept
 {
     return allocate(size, ZvTest::Allocations::ANSWERING_NULL);
