@@ -13,7 +13,7 @@ import re
 import subprocess
 import sys
 
-CHROMIUM = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars"]
+CHROMIUM = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars"]
 DARK = "--blink-settings=preferredColorScheme=0"
 WIDTH = 1280
 
