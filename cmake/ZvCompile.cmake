@@ -33,7 +33,7 @@ target_compile_options(zv_compile INTERFACE
     -ffile-prefix-map=${zv_root_from_build}=../
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wexit-time-destructors>
     $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
-# Interlocked operations are inline: the simulated form of all that uses them is a build of its own.
+# Operations on shared words are inline: the simulated form of all that uses them is a build of its own.
 if(ZV_SIMULATED)
     target_compile_definitions(zv_compile INTERFACE ZV_PLATFORM_SIMULATED)
 endif()

@@ -24,10 +24,10 @@ public:
     Client(Client const &) = delete;
     Client &operator=(Client const &) = delete;
 
-    /// Plays the show, closes everything, and writes the report if there is one. Returns true if the recording is complete, and false
-    /// if a signal has stopped it. If something goes wrong, closes everything and throws the
-    /// reason. A device that hangs is left behind. Then `PlayoutEx::NoAnswer` is thrown, unless a
-    /// signal has stopped the recording.
+    /// Plays the show, closes everything, and writes the report if there is one. Returns true if
+    /// the recording is complete, and false if a signal has stopped it. If something goes wrong,
+    /// closes everything and throws the reason. A device that hangs is left behind. Then
+    /// `PlayoutEx::NoAnswer` is thrown, unless a signal has stopped the recording.
     bool run();
     /// Returns whether threads were left behind that may use this object. If so, it must not be
     /// destroyed.

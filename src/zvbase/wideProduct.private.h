@@ -8,8 +8,8 @@
 
 namespace Zv {
 
-/// A number with a sign and `Size` digits of 32 bits, the lowest first. Compilers for 32-bit machines
-/// have no integers of 128 bits.
+/// A number with a sign and `Size` digits of 32 bits, the lowest first. Compilers for 32-bit
+/// machines have no integers of 128 bits.
 template <std::size_t Size>
 class WideProduct
 {

@@ -1,5 +1,5 @@
-// What a user of the installed libraries can do with them: each package by its umbrella header, a lock, a string, a
-// solved priority, and a device tree of one device.
+// What a user of the installed libraries can do with them: each package by its umbrella header, a
+// lock, a string, a solved priority, and a device tree of one device.
 
 #include <resmgt/containers.h>
 #include <resmgt/deviceManager.h>
@@ -32,7 +32,8 @@ LiString writeDocument()
     return writer.getXml();
 }
 
-/// Written while the statics of the program are constructed. Those of the library must exist by then.
+/// Written while the statics of the program are constructed. Those of the library must exist by
+/// then.
 LiString const earlyDocument = writeDocument();
 
 void expect(bool condition, char const *what)

@@ -62,7 +62,7 @@ extern constinit Task *self;
 /// simulation runs.
 Task &currentTask();
 
-// ---- What a layer defines for its tasks and objects -----------------------------------------------
+// ---- What a layer defines for its tasks and objects ---------------------------------------------
 
 /// Returns the task of the first thread of the process, which has called the layer for the first
 /// time.
@@ -106,7 +106,7 @@ void describeWait(Task const &, char *&text, char *end);
 /// Appends lines with what belongs to a task: what it waits for, and the objects that it holds.
 void describeHeld(Task const &, char *&text, char *end);
 
-// ---- What happens before what ---------------------------------------------------------------------
+// ---- What happens before what -------------------------------------------------------------------
 
 // What happened before a release is visible after the next acquire of this place. The memory model
 // and the thread sanitizer are told.
