@@ -7,6 +7,7 @@
 #include "zvbase/failures.h"
 #include "zvbase/traceJson.private.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -32,8 +33,34 @@ constexpr DWORD PERIOD = 20; // milliseconds between two looks at the ring
 /// A thread that takes longer to write a record is probably dead.
 constexpr int LOOKS = 1000;                   // each a millisecond apart
 constexpr std::size_t LARGEST_TEXT = 1 << 20; // bytes that are written at once
+/// If a process is killed while it writes, the file ends at a multiple of this size, in bytes.
+constexpr std::size_t PAGE = 4096;
+constexpr std::string_view SEPARATOR = ",\n"; // the objects themselves have no line ends
 
-/// An array in a file that is complete after each operation.
+/// Returns the objects with spaces between them, so that no object that fits into a page crosses the
+/// end of a page, if the first one is written at `position`.
+std::string fillPages(std::string_view objects, std::uintmax_t position)
+{
+    std::string text;
+    for (;;) {
+        std::size_t const room = PAGE - (position + text.size()) % PAGE;
+        if (objects.size() <= room)
+            return text += objects;
+        std::size_t fitting = objects.rfind(SEPARATOR, room);
+        if (room == PAGE && (fitting == 0 || fitting == objects.npos)) {
+            fitting = std::min(objects.find(SEPARATOR, 1), objects.size());
+            text += objects.substr(0, fitting);
+        } else {
+            fitting = fitting == objects.npos ? 0 : fitting;
+            text += objects.substr(0, fitting);
+            text.append(room - fitting, ' ');
+        }
+        objects.remove_prefix(fitting);
+    }
+}
+
+/// An array in a file that is complete after each operation. During an operation it may lack the
+/// end of the array.
 class ArrayFile
 {
 public:
@@ -68,8 +95,11 @@ public:
             std::fgetpos(_file, &end) == 0;
         if (!isAtEnd) {
             _error = errno;
-        } else if (write(std::string(objects) += END)) {
-            _size += objects.size();
+            return;
+        }
+        std::string const text = fillPages(objects, _size) += END;
+        if (write(text)) {
+            _size += text.size() - END.size();
         } else if (std::fsetpos(_file, &end) == 0) {
             // The end needs no new place on the disk, because it was here before.
             int const error = std::exchange(_error, 0);
@@ -158,9 +188,9 @@ private:
 /// Kept for the next session, because a thread may be recording a late event.
 TraceRing &TraceSession::Writer::provideRing()
 {
-    if (!TraceEvents::_ring.load(std::memory_order_acquire))
-        TraceEvents::_ring.store(new TraceRing(CAPACITY), std::memory_order_release);
-    return *TraceEvents::_ring.load(std::memory_order_acquire);
+    if (!TraceEvents::_ring.load(ZvPlatform::Order::RELAXED))
+        TraceEvents::_ring.store(new TraceRing(CAPACITY), ZvPlatform::Order::RELEASE);
+    return *TraceEvents::_ring.load(ZvPlatform::Order::RELAXED);
 }
 
 TraceSession::Writer::Writer(std::string const &path, Settings const &settings)
@@ -171,7 +201,7 @@ TraceSession::Writer::Writer(std::string const &path, Settings const &settings)
     ::QueryPerformanceFrequency(&frequency);
     TraceEvents::_waitLimit.store(
         static_cast<std::int64_t>(settings.lockWaitLimit * static_cast<double>(frequency.QuadPart)),
-        std::memory_order_relaxed);
+        ZvPlatform::Order::RELAXED);
     _wake = ::CreateEventA(nullptr, FALSE, FALSE, nullptr);
     if (_wake)
         _thread = ::CreateThread(nullptr, 0, &run, this, 0, nullptr);
@@ -182,7 +212,7 @@ TraceSession::Writer::Writer(std::string const &path, Settings const &settings)
         throw failure;
     }
     ::SetThreadDescription(_thread, L"TraceSession");
-    TraceEvents::_session.fetch_add(1, std::memory_order_seq_cst);
+    TraceEvents::_session.fetch_add(1, ZvPlatform::Order::RELAXED);
     TraceEvents::setOn(true);
 }
 
@@ -206,7 +236,7 @@ void TraceSession::Writer::stop()
     if (std::exchange(_isStopping, true))
         return;
     TraceEvents::setOn(false);
-    _mustEnd.store(true, std::memory_order_release);
+    _mustEnd.store(true, ZvPlatform::Order::RELEASE);
     ::SetEvent(_wake);
     ::WaitForSingleObject(_thread, INFINITE);
     ::CloseHandle(_thread);
@@ -226,7 +256,7 @@ ZvPlatform::ThreadResult TraceSession::Writer::run(void *writer)
 
 void TraceSession::Writer::work() noexcept
 {
-    while (!_mustEnd.load(std::memory_order_acquire)) {
+    while (!_mustEnd.load(ZvPlatform::Order::ACQUIRE)) {
         ::WaitForSingleObject(_wake, PERIOD);
         drain();
     }

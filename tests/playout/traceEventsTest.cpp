@@ -128,7 +128,7 @@ TEST_F(TraceEventsOfPlayout, AreValidIfTheProcessIsKilled)
     ASSERT_TRUE(playout.waitFor("20 %"));
     playout.signal(SIGKILL);
     playout.finish();
-    TracedEvents const events(path("events.json"));
+    TracedEvents const events(Json::parse(readCutFile(path("events.json"))));
     EXPECT_EQ(getSteps(events).at("recorder"), "start;sync;");
 }
 

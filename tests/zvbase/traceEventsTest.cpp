@@ -399,6 +399,37 @@ TEST_F(TraceEventsTest, LostEventsAreCountedInTheFile)
     EXPECT_EQ(notes.empty() ? 0u : static_cast<std::uint64_t>(notes.back().value()), nbLost);
 }
 
+TEST_F(TraceEventsTest, NoEventCrossesTheEndOfAPage)
+{
+    constexpr std::size_t PAGE = 4096;
+    constexpr std::size_t NB = 2000;
+    TraceSession session(_path);
+    for (std::size_t i = 0; i < NB; ++i)
+        TraceEvents::instant("test", "x", std::string(i % 80, i % 3 ? 'a' : '\1'));
+    session.stop();
+    ASSERT_EQ(session.getNbLost(), 0u);
+    EXPECT_EQ(TracedEvents(_path).find("test", "x").size(), NB);
+    std::string const text = readFile(_path);
+    ASSERT_GT(text.size(), 20 * PAGE);
+    std::size_t nbBefore = 0;
+    for (std::size_t end = PAGE; end < text.size(); end += PAGE) {
+        std::size_t const nb = Json::parse(text.substr(0, end) + ']').getArray().size();
+        EXPECT_GT(nb, nbBefore + 10) << end;
+        nbBefore = nb;
+    }
+}
+
+TEST_F(TraceEventsTest, AnEventThatIsLargerThanAPageIsWritten)
+{
+    std::string const name(10'000, 'n');
+    TraceSession session(_path, {.processName = name});
+    TraceEvents::instant("test", "x");
+    session.stop();
+    TracedEvents const events(_path);
+    EXPECT_EQ(events.processName(), name);
+    EXPECT_EQ(events.find("test", "x").size(), 1u);
+}
+
 // ---- The ring
 
 TEST(TraceRing, DropsTheNewestIfItIsFull)
@@ -558,6 +589,32 @@ TEST_F(TraceEventsTest, TheFileIsCompleteIfTheProcessEndsEarly)
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
     EXPECT_EQ(TracedEvents(_path).find("test", "x").size(), 1u);
+}
+
+TEST_F(TraceEventsTest, EventsAreWholeIfTheProcessIsKilledWhileItWrites)
+{
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "under the thread sanitizer a child of several threads can start none";
+#endif
+    constexpr std::size_t SIZES[] = {100'000, 300'000, 1'000'000};
+    for (std::size_t const size : SIZES) {
+        pid_t const child = ::fork();
+        if (child == 0) {
+            TraceSession const session(_path);
+            for (;;)
+                TraceEvents::instant("test", "x", "a detail");
+        }
+        std::error_code none;
+        while (!std::filesystem::exists(_path) || std::filesystem::file_size(_path, none) < size) {
+            ASSERT_EQ(::waitpid(child, nullptr, WNOHANG), 0) << "the child has ended";
+            std::this_thread::yield();
+        }
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        TracedEvents const events(Json::parse(readCutFile(_path)));
+        EXPECT_GT(events.find("test", "x").size(), 500u);
+        std::filesystem::remove(_path);
+    }
 }
 
 TEST_F(TraceEventsTest, AForkLeavesTheFileToTheParent)
