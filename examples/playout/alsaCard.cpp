@@ -2,6 +2,7 @@
 
 #ifdef ZVPLAYOUT_ALSA
 
+#include "now.h"
 #include "playoutEx.h"
 
 #include <resmgt/threads.h>
@@ -21,11 +22,6 @@ constexpr int PERIODS = 10; // in the device's buffer
 constexpr int LOOK = 100;   // milliseconds between looks whether a thread must end
 constexpr unsigned USUAL_RATE = 48000;
 constexpr unsigned USUAL_CHANNELS = 2; // of an input
-
-double now()
-{
-    return Sleeper::getInstance().getTime();
-}
 
 void dropMessage(char const *, int, char const *, int, char const *, ...) {}
 

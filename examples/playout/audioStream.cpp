@@ -2,12 +2,6 @@
 
 using namespace Zv;
 
-namespace {
-
-constexpr int CAPACITY = DevMDStdFifo::DEFAULT_CAPACITY; // blocks that were pushed and not taken up
-
-} // namespace
-
 AudioConnection::AudioConnection(RCShdPtr<DevMDStdFifo> sourceFifo, std::function<void()> onBroken)
     : _sourceFifo(sourceFifo), _onBroken(std::move(onBroken))
 {}
@@ -44,6 +38,12 @@ bool AudioConnection::isWaiting() const
 {
     LkGuard<LkMutex const> const guard(_lock);
     return _isWaiting;
+}
+
+int AudioConnection::getNbOnTheWay() const
+{
+    LkGuard<LkMutex const> const guard(_lock);
+    return _nbOnTheWay;
 }
 
 void AudioConnection::takeUp()

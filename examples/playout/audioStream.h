@@ -41,6 +41,8 @@ public:
 class AudioConnection : public Zv::RCBase<Zv::LkCounter<long>>
 {
 public:
+    static constexpr int CAPACITY = Zv::DevMDStdFifo::DEFAULT_CAPACITY;
+
     /// `breakUp` has `onBroken` called on the source device's thread, if the source is not in
     /// `push`.
     AudioConnection(Zv::RCShdPtr<Zv::DevMDStdFifo> sourceFifo, std::function<void()> onBroken);
@@ -52,6 +54,8 @@ public:
     bool isBroken() const;
     /// Returns whether the source waits in `push` for a place in the connection.
     bool isWaiting() const;
+    /// Returns the number of blocks that were pushed and not taken up, at most `CAPACITY`.
+    int getNbOnTheWay() const;
     /// Makes room for another block. Called by the sink for each block that has left its FIFO.
     void takeUp();
     /// Tells the source that the sink has failed. Called by the sink, once. If the source is in
@@ -73,7 +77,7 @@ private:
 };
 
 /// Input of a device: a passive sink. The client connects it before START. After that only the
-/// device's thread uses it.
+/// device's thread uses it, if an operation does not say otherwise.
 class AudioIn : public Zv::DevMDStdStreamPassiveSink
 {
 public:
@@ -85,6 +89,8 @@ public:
     void attach(AudioFormat const &format, Zv::RCShdPtr<AudioConnection> const &connection);
     bool isConnected() const { return !_connection.isNull(); }
     AudioFormat const &getFormat() const { return _format; }
+    /// Returns the number of blocks that wait for the device. Thread-safe after START.
+    int getNbWaiting() const { return isConnected() ? _connection->getNbOnTheWay() : 0; }
     /// See `AudioConnection::takeUp`.
     void takeUp();
     /// Tells the source that this device has failed. Does nothing if there is no connection.

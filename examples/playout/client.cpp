@@ -1,6 +1,7 @@
 #include "client.h"
 
 #include "cueSheet.h"
+#include "now.h"
 #include "playoutEx.h"
 #include "realTime.h"
 #include "shownText.h"
@@ -41,11 +42,6 @@ constexpr double END_AFTER_SIGNAL = 4;    // for all of the end, with a reserve
 
 using End = DevSeqDeviceStatus::End;
 using CloseEnd = DevMgrCloseReport::End;
-
-double now()
-{
-    return Sleeper::getInstance().getTime();
-}
 
 std::string getReason(std::exception_ptr const &failure)
 {
@@ -98,8 +94,11 @@ Client::Client(Options const &options, Show const &show, std::string const &outp
       _stage(_job),
       _errands(_job),
       _observer(makeShd<PropertyObserver>(_job)),
-      _stateObserver(makeShd<StateObserver>(_job))
+      _stateObserver(makeShd<StateObserver>(_job)),
+      _top(options.top ? std::make_unique<Top>() : nullptr)
 {
+    if (_top)
+        _display.setTop(_top.get());
     if (_options.report.empty())
         return;
     _reportFile = std::make_unique<PartFile>(_options.report);
@@ -143,12 +142,14 @@ bool Client::playShow()
                 failure = std::current_exception();
         }
     };
+    showTop("opening", false);
     _stage.create();
     attempt([this] { prepare(); });
     if (!failure && !Signals::getCaught())
         attempt([this] { play(); });
     bool const isSignalled = Signals::getCaught() && _failure.empty();
     attempt([this] { close(); });
+    endTop();
     _isComplete = (_hasLeftBehind && Signals::beginReport()) || _job->isComplete();
     if (!_status.devices.empty() || _hasLeftBehind)
         showEnds();
@@ -195,12 +196,8 @@ Report Client::makeReport(std::string const &failure) const
     report.timeline = _job->timeline.get();
     report.events = _job->cues.getHappened();
     report.otherEvents = _job->cues.getOthers();
-    std::map<std::string, int> depths;
-    for (auto const &device : _status.devices) { // parents first
-        std::string const parent = device.parent.getChars();
-        int const depth = parent.empty() ? 0 : depths[parent] + 1;
-        report.devices.push_back({device.name.getChars(), depths[device.name.getChars()] = depth});
-    }
+    for (auto const &device : _status.devices) // parents first
+        report.devices.push_back({device.name.getChars(), _stage.getDepth(device.name.getChars())});
     report.length = _startedAt > 0 ? _finishedAt - _startedAt : 0;
     report.budget = _job->show.memory ? _job->show.memory->budget : 0;
     report.records = _job->journal->getRecords();
@@ -263,6 +260,7 @@ void Client::perform(std::function<void()> call)
             _display.notice(
                 "  " + shorten(opening, LONGEST_NAME) +
                 format(" has not opened within %.0f s; Ctrl-C ends the program", NOTICE));
+        showTop("opening", false);
         _job->wait(SIGNAL_INTERVAL);
     }
 }
@@ -330,6 +328,7 @@ void Client::play()
                 _threads = readThreadLevels();
             showProgress();
         }
+        showTop(_recordingEndedAt > 0 ? "ending" : haveAll("lock") ? "playing" : "starting");
         _job->wait(SIGNAL_INTERVAL);
     }
     if (_job->isComplete()) {
@@ -430,6 +429,7 @@ void Client::endSequence()
             isSignalled = true;
             stopAfterSignal();
         }
+        showTop("ending");
         _job->wait(SIGNAL_INTERVAL);
     }
     awaitStates();
@@ -477,6 +477,7 @@ void Client::awaitStates()
     double const end = now() + SHORT;
     for (followStates(); !areKnown() && now() < end; followStates())
         _job->wait(SIGNAL_INTERVAL);
+    showTop("closing");
 }
 
 /// Waits for a pending call, and leaves it behind after the time. Returns false if it was left
@@ -572,21 +573,53 @@ void Client::showProgress()
 void Client::readProgress()
 {
     using Value = DevMgrPropertyValueUtil<double>;
+    bool const hasPlace = _job->timeline && _stage.isA("player", _source);
+    // Before the position, so that a place at the end never comes with an earlier position.
+    if (hasPlace)
+        Value::getValue(_stage.properties(), (_source + ":transport:cue").c_str(), _reading.place);
     Value::getValue(_stage.properties(), (_source + ":transport:position").c_str(),
                     _reading.position);
+    if (!hasPlace)
+        _reading.place = _reading.position;
     if (!_faders.empty())
         Value::getValue(_stage.properties(), (_faders.front() + ":levels:peak").c_str(),
                         _reading.peak);
-    _reading.place = _reading.position;
-    if (_job->timeline && _stage.isA("player", _source))
-        Value::getValue(_stage.properties(), (_source + ":transport:cue").c_str(), _reading.place);
 }
 
 void Client::showReadProgress()
 {
     _shownAt = now();
     _position = _reading.position;
+    _peak = _reading.peak;
+    _share = _display.getShare(_reading.place);
     _display.progress(_reading.position, _reading.place, _reading.peak, _job->card.get());
+}
+
+/// Gives the live table, if there is one, the present figures, if the last ones are old enough.
+/// `areOpen` says that the devices are open.
+void Client::showTop(char const *phase, bool areOpen)
+{
+    if (!_top || now() - _topShownAt < Top::INTERVAL)
+        return;
+    _topShownAt = now();
+    TopFigures figures;
+    figures.title = _options.input.empty() ? "zvplayout" : _options.input;
+    figures.phase = phase;
+    if (_shownAt > 0)
+        figures.position = _display.toPosition(_position);
+    figures.peak = _peak;
+    figures.share = _share;
+    _topReader.read(figures, *_job);
+    if (areOpen)
+        TopReader::readDevices(figures, *_job, _stage, _states);
+    _top->show(std::move(figures));
+}
+
+/// Leaves the terminal as it was before the live table, and shows the lines so far.
+void Client::endTop()
+{
+    _top.reset();
+    _display.setTop(nullptr);
 }
 
 void Client::showEnds()

@@ -8,6 +8,8 @@
 #include "partFile.h"
 #include "report.h"
 #include "stage.h"
+#include "top.h"
+#include "topReader.h"
 
 #include <functional>
 #include <map>
@@ -61,6 +63,8 @@ private:
     void showProgress();
     void readProgress();
     void showReadProgress();
+    void showTop(char const *phase, bool areOpen = true);
+    void endTop();
     void showEnds();
     std::string describeEnd(Zv::DevSeqDeviceStatus const &device) const;
     void showReason(Zv::DevSeqDeviceStatus const &device);
@@ -97,6 +101,12 @@ private:
     };
     Reading _reading; // written by the errand while it runs
     double _position = 0;
+    double _peak = -1;
+    double _share = -1; // of the length
+
+    std::unique_ptr<Top> _top; // null if the live table is not shown or has ended
+    TopReader _topReader;
+    double _topShownAt = 0;
 
     // By device: the call or step that it has not answered for long.
     std::map<std::string, std::string> _questions;

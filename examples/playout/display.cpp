@@ -2,6 +2,7 @@
 
 #include "shownText.h"
 #include "signals.h"
+#include "top.h"
 
 #include <unistd.h>
 
@@ -16,6 +17,7 @@ namespace {
 
 constexpr int BAR_WIDTH = 40;
 constexpr std::size_t LONGEST_LINE = 4096; // bytes
+constexpr std::size_t MOST_KEPT = 1000;    // lines that a table hides
 constexpr double UNKNOWN_LENGTH_STEP = 10; // seconds for each line
 
 std::string getTime(DeviceEnd const &end, char const *step)
@@ -44,7 +46,31 @@ bool Display::isTerminal()
     return ::isatty(STDOUT_FILENO);
 }
 
+void Display::setTop(Top *top)
+{
+    _top = top;
+    if (top)
+        return;
+    if (auto const number = std::exchange(_nbDropped, 0); number > 0)
+        print(format("  (%zu earlier lines were not kept)", number));
+    for (auto const &text : std::exchange(_kept, {}))
+        print(text);
+}
+
 void Display::line(std::string const &text)
+{
+    if (_top)
+        _top->line(text);
+    if (!_top || !_isTerminal)
+        return print(text);
+    _kept.push_back(text);
+    if (_kept.size() > MOST_KEPT) {
+        _kept.pop_front();
+        ++_nbDropped;
+    }
+}
+
+void Display::print(std::string const &text)
 {
     if (std::exchange(_isBarShown, false))
         std::cout << "\r\033[K";
@@ -69,6 +95,11 @@ std::string Display::toPosition(double seconds) const
                      : format("%.2f s", seconds);
 }
 
+double Display::getShare(double place) const
+{
+    return _length > 0 ? std::min(place / _length, 1.0) : -1;
+}
+
 void Display::progress(double position, double place, double peak, SoundCard const *card)
 {
     std::string figures = format(_timeline ? "  %s" : "%10s", toPosition(position).c_str()) +
@@ -78,8 +109,10 @@ void Display::progress(double position, double place, double peak, SoundCard con
                           static_cast<long long>(card->getFigures().underruns),
                           static_cast<long long>(card->getFigures().overruns),
                           static_cast<long long>(card->getFigures().late));
-    double const share = _length > 0 ? std::min(place / _length, 1.0) : 0;
+    double const share = std::max(getShare(place), 0.0);
     int const percent = static_cast<int>(share * 100);
+    if (_isTerminal && _top)
+        return; // it shows more
     if (_isTerminal) {
         auto const filled = static_cast<std::size_t>(share * BAR_WIDTH);
         std::cout << "\r\033[K  [" << std::string(filled, '#')

@@ -4,10 +4,13 @@
 #include "playoutDevice.h"
 
 #include <algorithm>
+#include <deque>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
+
+class Top;
 
 /// How a device ended.
 struct DeviceEnd
@@ -36,8 +39,13 @@ class Display
 public:
     /// `length` is in seconds, 0 if it is not known.
     void setLength(double length) { _length = length; }
+    /// Returns which part of the length a place is, at most 1. Negative if the length is not known.
+    double getShare(double place) const;
     /// Shows positions as timecode from now on. `timeline` must outlive the display.
     void setTimeline(Timeline const *timeline) { _timeline = timeline; }
+    /// Passes the lines to a live table as well, from now on. If the standard output is a terminal,
+    /// they are also kept, and shown when the table has ended, which is said by null.
+    void setTop(Top *top);
     /// Returns the shortest useful interval between calls of `progress`, in seconds.
     double getInterval() const { return _isTerminal ? 0.04 : 0.001; }
 
@@ -80,12 +88,16 @@ private:
     Timeline const *_timeline = nullptr;
     int _nextTenth = 1;
     std::set<std::string> _notices;
+    Top *_top = nullptr;
+    std::deque<std::string> _kept; // lines, while the table hides them
+    std::size_t _nbDropped = 0;    // of these
     std::vector<Table> _tables;
 
     /// Shows a row with its cells aligned on the right, or on the left if the width is negative.
     /// The head begins a table.
     void row(bool isHead, std::vector<int> const &widths, std::vector<std::string> const &cells);
     static bool isTerminal();
+    void print(std::string const &text);
 };
 
 /// Returns the text that `printf` would write, cut to 511 bytes.

@@ -31,3 +31,9 @@ double FifoClock::getLongestWait() const
     LkGuard<LkLock const> const guard(_lock);
     return _longestWait;
 }
+
+std::int64_t FifoClock::getNbWaiting() const
+{
+    LkGuard<LkLock const> const guard(_lock);
+    return static_cast<std::int64_t>(_entered.size());
+}

@@ -5,6 +5,8 @@
 #include <resmgt/deviceProtocol.h>
 #include <resmgt/locks.h>
 
+#include <cstdint>
+
 /// Keeps the longest time that a request spent in a FIFO. The FIFO reports each request that enters
 /// it, and the device each request that leaves it. Thread-safe.
 class FifoClock : public Zv::DevMDStdFifoObs
@@ -14,6 +16,8 @@ public:
     void consumed();
     /// Returns the longest wait in seconds.
     double getLongestWait() const;
+    /// Returns the number of requests in the FIFO.
+    std::int64_t getNbWaiting() const;
 
 private:
     Zv::LkLock mutable _lock{"FifoClock"};

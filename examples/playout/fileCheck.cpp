@@ -4,7 +4,9 @@
 #include "playoutEx.h"
 #include "playoutJob.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <set>
@@ -29,6 +31,18 @@ Identity identify(std::string const &path)
     return {status.st_dev, status.st_ino, target.filename()};
 }
 
+bool isTerminal(std::string const &path)
+{
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0 || !S_ISCHR(status.st_mode))
+        return false;
+    int const file = ::open(path.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    bool const isTerminal = file >= 0 && ::isatty(file);
+    if (file >= 0)
+        ::close(file);
+    return isTerminal;
+}
+
 } // namespace
 
 void checkFiles(Options const &options, Show const &show, std::string const &output)
@@ -50,6 +64,9 @@ void checkFiles(Options const &options, Show const &show, std::string const &out
         outputs.insert(outputs.end(), {options.report, PartFile::getPartPath(options.report)});
     if (!options.traceEvents.empty())
         outputs.push_back(options.traceEvents);
+    for (auto const &path : {options.trace, options.traceEvents})
+        if (options.top && isTerminal(path))
+            ZV_THROW(PlayoutEx::Output, path.c_str(), "it is a terminal, which --top needs");
     std::set<Identity> known;
     for (auto const &path : outputs) {
         Identity const identity = identify(path);

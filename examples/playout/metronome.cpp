@@ -35,13 +35,14 @@ protected:
         std::uint32_t const beats = count - std::exchange(_count, count);
         if (!std::exchange(_hasBegun, true))
             return false;
+        double const lateness = measure(beats);
         {
             LkGuard<LkLock const> const guard(_metronome._lock);
-            _metronome._figures.beats += beats;
-            _metronome._figures.late += std::max(late, 0);
+            Figures &figures = _metronome._figures;
+            figures.beats += beats;
+            figures.late += std::max(late, 0);
+            figures.latest = std::max(figures.latest, lateness);
         }
-        if (_onLateness)
-            reportLateness(beats);
         // The request may outlive the client.
         DevANOQueueEntry entry(makeANO([onBeats = _onBeats, beats] { onBeats(beats); }));
         _fifo->produce(entry);
@@ -49,12 +50,15 @@ protected:
     }
 
 private:
-    void reportLateness(std::uint32_t beats)
+    /// Reports how late each new beat is. Returns the lateness of the first one, the largest.
+    double measure(std::uint32_t beats)
     {
         double const now = Sleeper::getInstance().getTime();
         _due = _due > 0 ? std::min(_due + beats * _interval, now) : now;
-        for (; beats > 0; --beats)
+        double const first = now - _due + (beats > 0 ? (beats - 1) * _interval : 0);
+        for (; beats > 0 && _onLateness; --beats)
             _onLateness(now - _due + (beats - 1) * _interval);
+        return first;
     }
 
     Metronome &_metronome;

@@ -16,13 +16,14 @@ public:
     struct Figures
     {
         long beats = 0;
-        long late = 0; // beats that passed while an earlier one was being delivered
+        long late = 0;     // beats that passed while an earlier one was being delivered
+        double latest = 0; // lateness of the latest beat, in seconds
     };
     /// Called on the device's thread with the number of beats since the last call. It is more than
     /// one if the client thread was late.
     using OnBeats = std::function<void(std::int64_t)>;
     /// Called for each beat, on the client thread, with its lateness in seconds. The earliest beat
-    /// so far counts as one in time.
+    /// so far counts as one in time, also for the figures.
     using OnLateness = std::function<void(double)>;
 
     Metronome() = default;

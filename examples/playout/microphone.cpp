@@ -13,7 +13,6 @@ namespace {
 // In seconds.
 constexpr double RESERVE = 2;
 constexpr double LONGEST_RESERVE = 60;
-constexpr double LONGEST_LENGTH = 365 * 86400;
 
 } // namespace
 

@@ -17,6 +17,8 @@ class SoundCard;
 class Microphone : public PlayoutDevice
 {
 public:
+    static constexpr double LONGEST_LENGTH = 365 * 86400; ///< in seconds
+
     Microphone(Zv::LiString const &name, Zv::RCShdPtr<PlayoutJob> const &job);
 
     /// Opens the input of the card. Throws `PlayoutEx::Client`.

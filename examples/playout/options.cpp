@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "microphone.h"
 #include "propertyText.h"
 #include "showReader.h"
 #include "soundCard.h"
@@ -13,7 +14,6 @@
 namespace {
 
 constexpr int MAX_BLOCK_FRAMES = 1 << 20;
-constexpr double LONGEST_LENGTH = 365 * 86400; // seconds
 
 double takeNumber(std::string const &option, std::string const &text)
 {
@@ -25,7 +25,7 @@ double takeNumber(std::string const &option, std::string const &text)
 double takeLength(std::string const &option, std::string const &text)
 {
     double const seconds = takeNumber(option, text);
-    if (seconds <= 0 || seconds > LONGEST_LENGTH)
+    if (seconds <= 0 || seconds > Microphone::LONGEST_LENGTH)
         throw Options::Error(option + " takes more than 0 seconds and at most a year, not \"" +
                              text + "\"");
     return seconds;
@@ -150,6 +150,8 @@ Options Options::parse(int argc, char const * const *argv)
         throw Error("--dump-show: it plays nothing, so that no device can have a --fault");
     if (options.dumpShow && !options.report.empty())
         throw Error("--dump-show: it plays nothing, so that there is nothing to --report");
+    if (options.dumpShow && options.top)
+        throw Error("--dump-show: it plays nothing, so that there is nothing to see by --top");
     return options;
 }
 
@@ -188,6 +190,7 @@ bool *Options::findFlag(std::string const &name)
     return name == "--dump-show"  ? &dumpShow
            : name == "--fast"     ? &fast
            : name == "--realtime" ? &realTime
+           : name == "--top"      ? &top
                                   : nullptr;
 }
 
@@ -295,6 +298,7 @@ before the show's own, and a picture of the waveform with the events stands besi
   --trace FILE        keep what the library and the devices trace
   --trace-events FILE keep timed events for a viewer of traces, such as ui.perfetto.dev
   --report FILE       write a page about the show, for a browser; see below
+  --top               show a live table in the terminal; see below
   --help              this text
 
 With --to, a speaker is in the place of the recorder, and with --from a microphone in that of the player. CARD is one of
@@ -317,6 +321,14 @@ A report is one page of HTML that needs no other file and no network. It shows t
 of the devices, their requests and the loads of pages over time, how late the beats of the clock were, the memory under
 its budget, the levels of the threads, and the tables of the end. It is written after a show that has failed, too, and
 says so first. A show that is refused before its devices are created leaves none.
+
+With --top, the terminal shows a table as long as the show goes: how late the beats of the clock are, the memory under its
+budget, underruns and overruns of the card; each device with its state, the blocks that wait at its input and the
+requests in its queue; each thread with its level, what the system has given it and its processor time; and the latest
+lines. q does what Ctrl-C does. Arrows, Page Up, Page Down, Home and End scroll, and s puts the busiest threads first.
+Ctrl-Z works as ever. The table adapts to the size of the window, and leaves out its least important columns. Afterwards
+the terminal is as it was, and the lines and tables of the show are written to it. If the standard output is a file, they
+are written to it meanwhile.
 
 A fault, such as recorder:start:hangs, has one of these phases:
   open, close         the device is opened or closed

@@ -48,6 +48,7 @@ struct Options
     bool dumpShow = false;
     bool fast = false;
     bool realTime = false;
+    bool top = false; ///< show a live table
 
 private:
     bool *findFlag(std::string const &name);

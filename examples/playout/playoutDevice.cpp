@@ -103,8 +103,17 @@ PlayoutDevice::~PlayoutDevice() = default;
 PlayoutDevice::Statistics PlayoutDevice::getStatistics() const
 {
     Statistics statistics = _statistics;
+    statistics.blocks = _nbDone;
     statistics.longestWait = _clock->getLongestWait();
     return statistics;
+}
+
+PlayoutDevice::Load PlayoutDevice::getLoad() const
+{
+    Load load{_clock->getNbWaiting(), std::nullopt, _nbDone};
+    if (!_in.isNull())
+        load.nbBlocks = _in->getNbWaiting();
+    return load;
 }
 
 void PlayoutDevice::letGo()
@@ -196,7 +205,7 @@ void PlayoutDevice::sendEnd()
 
 void PlayoutDevice::count()
 {
-    if (_statistics.blocks++ > 0)
+    if (_nbDone++ > 0)
         return;
     auto const fault = findFault(Fault::Phase::LOCK);
     beginFault(fault, _name.getChars(), Fault::Phase::LOCK);
@@ -248,7 +257,7 @@ void PlayoutDevice::end()
 {
     if (_state == State::ended)
         return;
-    ZV_TRACE(traceLevel, _name << " ends after " << _statistics.blocks << " blocks");
+    ZV_TRACE(traceLevel, _name << " ends after " << _nbDone.load() << " blocks");
     performEnd();
     _state = State::ended;
     _statistics.endedAt = Sleeper::getInstance().getTime();

@@ -11,7 +11,9 @@
 #include <resmgt/deviceProtocol.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
+#include <optional>
 
 /// Device with a thread, at most one input and at most one output. A derived class adds its streams
 /// and properties in its constructor, and overrides the `perform` functions. These run on the
@@ -29,14 +31,24 @@ class PlayoutDevice : public Zv::DevMDStdDevice
 public:
     struct Statistics
     {
-        long blocks = 0;
+        std::int64_t blocks = 0;
         double longestWait = 0; // seconds that a request was in the FIFO
         double lockedAt = 0;    // moments of the monotonic clock, 0 for never
         double endedAt = 0;
     };
 
+    /// Present load of a device.
+    struct Load
+    {
+        std::int64_t nbRequests = 0; // in its FIFO
+        std::optional<int> nbBlocks; // that wait at its input, of `AudioConnection::CAPACITY`
+        std::int64_t nbDone = 0;     // blocks
+    };
+
     /// Returns the figures of the device. It must be closed.
     Statistics getStatistics() const;
+    /// Returns the load of the device, whose streams must be connected. Any thread may call it.
+    Load getLoad() const;
     /// Gives up the recording. The device drops its elements for the next device from now on,
     /// instead of waiting for that device. Any thread may call it.
     void letGo();
@@ -139,7 +151,8 @@ private:
     bool _isPaced = false;
     State _state = State::idle;
     bool _hasFailed = false;
-    Statistics _statistics;
-    std::atomic<double> _busySince = 0; // moment; 0 if it is not busy
-    Zv::ObjPtr<Zv::DevACO> _kept;       // completion of a device that must be silent
+    Statistics _statistics;                // without `blocks` and `longestWait`
+    std::atomic<std::int64_t> _nbDone = 0; // blocks
+    std::atomic<double> _busySince = 0;    // moment; 0 if it is not busy
+    Zv::ObjPtr<Zv::DevACO> _kept;          // completion of a device that must be silent
 };

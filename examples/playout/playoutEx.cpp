@@ -76,3 +76,9 @@ PlayoutEx::NoAnswer::NoAnswer(char const *file, int line, char const *text)
 {
     setReason(shorten(text, LONGEST_TEXT).c_str());
 }
+
+std::string describeMissing(char const *system, char const *package)
+{
+    return std::string("this program was built without ") + system +
+           ". Install its development files (" + package + ") and build it again";
+}

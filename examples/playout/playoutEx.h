@@ -4,6 +4,7 @@
 #include <zvbase/zvbase.h>
 
 #include <stdexcept>
+#include <string>
 
 /// Base class of the playout's exceptions. They can be caught as `Zv::ExBase`, like all of the
 /// library, and as `std::runtime_error`. Long texts are cut in the middle, so that a reason has
@@ -104,3 +105,6 @@ public:
     NoAnswer(char const *file, int line, char const *text);
     ZV_EXCEPTION_MEMBERS(NoAnswer)
 };
+
+/// Returns the reason why a feature is missing: "this program was built without ALSA. …"
+std::string describeMissing(char const *system, char const *package);

@@ -255,8 +255,7 @@ void addLanes(Report const &report, Element &body)
     bool const hasLoads = records.loads.getCount() > 0;
     auto const nbLanes = static_cast<int>(report.devices.size()) + (hasLoads ? 2 : 0);
     section.note("A column is the longest time in its part of the show. The scale is logarithmic, "
-                 "from 10 µs to "
-                 "1 s. A request includes its wait for the next device.");
+                 "from 10 µs to 1 s. A request includes its wait for the next device.");
     Figure figure(section);
     int const top = 10;
     int const bottom = top + nbLanes * LANE_DISTANCE - (LANE_DISTANCE - LANE);
@@ -319,8 +318,7 @@ void addLateness(Report const &report, Element &body)
     if (lateness.empty())
         return section.note("No clock has paced the show.");
     section.note("Number of beats by the time from the moment at which they were due until the "
-                 "device's thread of "
-                 "the clock had them. The earliest beat counts as one in time.");
+                 "device's thread of the clock had them. The earliest beat counts as one in time.");
     Figure figure(section);
     constexpr int DISTANCE = HISTOGRAM + 78;
     auto const nbRows = static_cast<int>((lateness.size() + 1) / 2);
@@ -387,8 +385,7 @@ void addThreads(Report const &report, Element &body)
     if (report.threads.empty())
         return section.note("The devices have not been at work together.");
     section.note("What the library has asked the system for, and what the threads have got, when "
-                 "all devices were "
-                 "locked. Level 0 is idle, and level 6 is time-critical.");
+                 "all devices were locked. Level 0 is idle, and level 6 is time-critical.");
     Table table{{{"thread", "level", "asked for", "got", ""}}, {2, 3, 4}};
     for (auto const &thread : report.threads)
         table.rows.push_back({thread.name, std::to_string(thread.level), thread.asked, thread.got,
@@ -443,8 +440,7 @@ void addBody(Report const &report, Element &body)
     {
         Section section(body, "states", "Devices and their states");
         section.note("A device waits in wsr until its children are ready, in wml until its parent "
-                     "locks, and in wss "
-                     "until its children have stopped.");
+                     "locks, and in wss until its children have stopped.");
         if (report.records.nbDroppedMoves)
             section.note(count(report.records.nbDroppedMoves, "later changes") +
                          " of state were left out.");

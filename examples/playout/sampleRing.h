@@ -21,6 +21,7 @@ public:
     int getChannels() const { return static_cast<int>(_channels); }
     /// Returns the number of frames that can be read.
     std::int64_t getReady() const { return _written.load(_acquire) - _read.load(_acquire); }
+    std::int64_t getCapacity() const { return _capacity; }
     /// Returns the number of frames that have room.
     std::int64_t getRoom() const { return _capacity - getReady(); }
     /// Calls `put(frame, channel, sample)` for the samples of the next frames. `frames` must not be

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::string_view GAP = "...";
+constexpr std::string_view ELLIPSIS = "...";
 
 /// Returns the number of bytes of the first character of a text, or 0 if it is not UTF-8.
 std::size_t measureCharacter(std::string_view text)
@@ -57,8 +57,8 @@ std::string shorten(std::string_view text, std::size_t most)
 {
     if (text.size() <= most)
         return std::string(text);
-    std::size_t const kept = most - GAP.size();
+    std::size_t const kept = most - ELLIPSIS.size();
     std::size_t const begin = kept / 2;
-    return std::string(text.substr(0, begin)) + std::string(GAP) +
+    return std::string(text.substr(0, begin)) + std::string(ELLIPSIS) +
            std::string(text.substr(text.size() - (kept - begin)));
 }

@@ -17,12 +17,12 @@ namespace {
 
 constexpr long SECOND = 1'000'000'000; // nanoseconds
 // Nanoseconds from a signal to the end at once, and between later looks.
-constexpr long PATIENCE = 450'000'000;
+constexpr long USUAL_PATIENCE = 450'000'000;
 constexpr long SOON = 20'000'000; // nanoseconds between looks whether the output is in its place
 constexpr int LOOKS = 50;         // number of such looks before the output counts as not written
 constexpr int TIMER_SIGNAL = SIGVTALRM;
 
-enum class Stage
+enum class Phase
 {
     running,
     critical,
@@ -46,27 +46,41 @@ struct Message
 
 // State that the signal handlers use.
 std::atomic<int> caught = 0;
-std::atomic<Stage> stage = Stage::running;
+std::atomic<Phase> phase = Phase::running;
 std::array<File, 4> files;
 std::array<Message, 2> messages; // one is read while the other is written
 std::atomic<std::size_t> current = 0;
-std::atomic<long> patience = PATIENCE; // nanoseconds
+std::atomic<long> patience = USUAL_PATIENCE; // nanoseconds
 std::atomic<bool> isPatienceOver = false;
 std::atomic<bool> isLineOpen = false;
+std::atomic<void (*)()> leaving = nullptr;
 timer_t timer = {};
 bool hasTimer = false;
 
 static_assert(std::atomic<int>::is_always_lock_free);
-static_assert(std::atomic<Stage>::is_always_lock_free);
+static_assert(std::atomic<Phase>::is_always_lock_free);
 static_assert(std::atomic<std::size_t>::is_always_lock_free);
 static_assert(std::atomic<bool>::is_always_lock_free);
 static_assert(std::atomic<long>::is_always_lock_free);
+static_assert(std::atomic<void (*)()>::is_always_lock_free);
 
 void setTimer(long nanoseconds)
 {
-    itimerspec const times = {{0, PATIENCE}, {nanoseconds / SECOND, nanoseconds % SECOND}};
+    itimerspec const times = {{0, USUAL_PATIENCE}, {nanoseconds / SECOND, nanoseconds % SECOND}};
     if (hasTimer)
         timer_settime(timer, 0, &times, nullptr);
+}
+
+void leaveTerminal()
+{
+    if (auto const leave = leaving.load())
+        leave();
+}
+
+[[noreturn]] void endNow(int status)
+{
+    leaveTerminal();
+    ::_exit(status);
 }
 
 [[noreturn]] void waitForEnd()
@@ -88,28 +102,38 @@ void stopNow(int)
 {
     int const error = errno;
     bool const isSecondLook = isPatienceOver.exchange(true);
-    Stage seen = Stage::running;
-    if (stage.compare_exchange_strong(seen, Stage::ending)) {
+    Phase seen = Phase::running;
+    if (phase.compare_exchange_strong(seen, Phase::ending)) {
+        leaveTerminal();
         removeFiles();
         Message const &message = messages[current];
         [[maybe_unused]] ssize_t ignored = isLineOpen ? ::write(STDOUT_FILENO, "\n", 1) : 0;
         ignored = ::write(STDERR_FILENO, message.text, message.length);
         ::_exit(128 + caught);
     }
-    if (isSecondLook && seen == Stage::complete)
-        ::_exit(0);
-    if (isSecondLook && seen == Stage::reporting)
-        ::_exit(128 + caught);
+    if (isSecondLook && seen == Phase::complete)
+        endNow(0);
+    if (isSecondLook && seen == Phase::reporting)
+        endNow(128 + caught);
     errno = error;
+}
+
+/// Begins an orderly stop. Returns false if one has begun already.
+bool askForStop(int number)
+{
+    int none = 0;
+    bool const isFirst = caught.compare_exchange_strong(none, number);
+    if (isFirst)
+        setTimer(patience);
+    return isFirst;
 }
 
 /// Begins an orderly stop. At a second signal, ends the process at once. Handler of the signals
 /// that ask for a stop.
 void stopLater(int number)
 {
-    int none = 0;
-    if (caught.compare_exchange_strong(none, number))
-        return setTimer(patience);
+    if (askForStop(number))
+        return;
     isPatienceOver = true;
     setTimer(SOON);
     stopNow(number);
@@ -140,6 +164,11 @@ void Signals::install()
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
+void Signals::askForStop()
+{
+    ::askForStop(SIGINT);
+}
+
 int Signals::getCaught()
 {
     return caught;
@@ -152,6 +181,11 @@ void Signals::beginEnd(double seconds)
         setTimer(patience);
 }
 
+void Signals::setLeaving(void (*leave)())
+{
+    leaving = leave;
+}
+
 void Signals::setLineOpen(bool isOpen)
 {
     isLineOpen = isOpen;
@@ -159,10 +193,10 @@ void Signals::setLineOpen(bool isOpen)
 
 void Signals::endWith(int status)
 {
-    Stage seen = Stage::running;
-    if (stage.compare_exchange_strong(seen, Stage::ending) || seen == Stage::reporting)
+    Phase seen = Phase::running;
+    if (phase.compare_exchange_strong(seen, Phase::ending) || seen == Phase::reporting)
         removeFiles();
-    ::_exit(status);
+    endNow(status);
 }
 
 void Signals::setOutput(std::string const &path)
@@ -184,13 +218,13 @@ bool Signals::beginReport()
 {
     timespec const moment = {0, SOON};
     for (int i = 0; i < LOOKS; ++i) {
-        Stage seen = Stage::running;
-        if (stage.compare_exchange_strong(seen, Stage::reporting))
+        Phase seen = Phase::running;
+        if (phase.compare_exchange_strong(seen, Phase::reporting))
             return false;
-        if (seen == Stage::ending)
+        if (seen == Phase::ending)
             waitForEnd();
-        if (seen != Stage::critical)
-            return seen == Stage::complete;
+        if (seen != Phase::critical)
+            return seen == Phase::complete;
         ::nanosleep(&moment, nullptr);
     }
     return false;
@@ -198,16 +232,16 @@ bool Signals::beginReport()
 
 Signals::Critical::Critical()
 {
-    Stage seen = Stage::running;
-    if (!stage.compare_exchange_strong(seen, Stage::critical) &&
-        (seen == Stage::ending || seen == Stage::reporting))
+    Phase seen = Phase::running;
+    if (!phase.compare_exchange_strong(seen, Phase::critical) &&
+        (seen == Phase::ending || seen == Phase::reporting))
         waitForEnd();
 }
 
 Signals::Critical::~Critical()
 {
-    Stage seen = Stage::critical;
-    stage.compare_exchange_strong(seen, _isComplete ? Stage::complete : Stage::running);
+    Phase seen = Phase::critical;
+    phase.compare_exchange_strong(seen, _isComplete ? Phase::complete : Phase::running);
 }
 
 int Signals::remember(std::string const &path, int descriptor)

@@ -15,8 +15,13 @@
 namespace Signals {
 
 void install();
+/// Does what the first Ctrl-C does. Does nothing if a stop was asked for already.
+void askForStop();
 /// Returns the signal that has asked for a stop, 0 while there is none.
 int getCaught();
+/// Sets a function that leaves the terminal as it was. Null for none. It is called first if the
+/// process is ended at once, perhaps by a signal handler, and may be called more than once.
+void setLeaving(void (*leave)());
 /// Gives the caller that many seconds to end in an orderly way. If a signal arrives later, the time
 /// begins with it.
 void beginEnd(double seconds);

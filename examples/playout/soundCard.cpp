@@ -2,6 +2,7 @@
 
 #include "alsaCard.h"
 #include "jackCard.h"
+#include "now.h"
 #include "playoutEx.h"
 #include "show.h"
 
@@ -18,19 +19,6 @@ namespace {
 constexpr double PATIENCE = 0.25;        // seconds until a beat comes without the card
 constexpr double LONGEST_STANDSTILL = 5; // seconds until a card that does nothing counts as gone
 constexpr double SHORT = 0.01;           // seconds between looks whether the card is open
-
-double now()
-{
-    return Sleeper::getInstance().getTime();
-}
-
-[[maybe_unused, noreturn]] void refuse(char const *system, char const *package)
-{
-    ZV_THROW(PlayoutEx::Client,
-             (std::string("this program was built without ") + system +
-              ". Install its development files (" + package + ") and build it again")
-                 .c_str());
-}
 
 } // namespace
 
@@ -64,14 +52,14 @@ std::unique_ptr<SoundCard> SoundCard::open(Show const &show, Timeline const &tim
 #ifdef ZVPLAYOUT_ALSA
         return std::make_unique<AlsaCard>(timeline, speaker != nullptr);
 #else
-        refuse("ALSA", "libasound2-dev");
+        ZV_THROW(PlayoutEx::Client, describeMissing("ALSA", "libasound2-dev").c_str());
 #endif
     }
 #ifdef ZVPLAYOUT_JACK
     return std::make_unique<JackCard>(timeline);
 #else
     static_cast<void>(timeline);
-    refuse("JACK", "libjack-jackd2-dev");
+    ZV_THROW(PlayoutEx::Client, describeMissing("JACK", "libjack-jackd2-dev").c_str());
 #endif
 }
 
@@ -80,6 +68,15 @@ SoundCard::Figures SoundCard::getFigures() const
     auto const order = std::memory_order_relaxed;
     return {_position.load(order), _underruns.load(order), _silence.load(order),
             _overruns.load(order), _lost.load(order),      _late.load(order)};
+}
+
+SoundCard::Filling SoundCard::getFilling() const
+{
+    int const rate = getSampleRate();
+    if (!_isOutputOpen.load(std::memory_order_acquire) || rate <= 0)
+        return {};
+    return {static_cast<double>(_output->getReady()) / rate,
+            static_cast<double>(_output->getCapacity()) / rate};
 }
 
 void SoundCard::openOutput(AudioFormat const &format, std::string const &place)

@@ -54,6 +54,13 @@ public:
     /// card can have several rates.
     int getSampleRate() const { return _rate.load(std::memory_order_acquire); }
     Figures getFigures() const;
+    /// Sound that waits to be played, in seconds. The amount is negative if no output is open.
+    struct Filling
+    {
+        double ready = -1;
+        double room = 0; ///< that there is in total
+    };
+    Filling getFilling() const;
     /// Returns whether the card has gone away. Then the reason is the text.
     virtual std::string getFailure() const = 0;
 

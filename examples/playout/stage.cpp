@@ -4,7 +4,6 @@
 #include "propertyText.h"
 
 #include <algorithm>
-#include <map>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -100,6 +99,8 @@ void Stage::configure()
         for (auto const &edge : edges) {
             auto const device = rcDynamicCast<PlayoutDevice>(_manager->getPrtcl(edge[1]));
             _devices.emplace_back(edge[1].getChars(), device);
+            int const depth = edge[0].isEmpty() ? 0 : _depths[edge[0].getChars()] + 1;
+            _depths[edge[1].getChars()] = depth;
         }
         Children children;
         for (auto const &edge : edges)
@@ -183,6 +184,12 @@ bool Stage::isA(std::string const &kind, std::string const &device) const
     return std::any_of(devices.begin(), devices.end(), [&](auto const &show) {
         return show->name == device && show->kind == kind;
     });
+}
+
+int Stage::getDepth(std::string const &device) const
+{
+    auto const place = _depths.find(device);
+    return place == _depths.end() ? 0 : place->second;
 }
 
 void Stage::letGo()

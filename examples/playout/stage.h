@@ -7,6 +7,7 @@
 
 #include <resmgt/deviceManager.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -57,6 +58,8 @@ public:
     std::string findNext(std::string const &device) const;
     /// Returns whether a device is of a kind.
     bool isA(std::string const &kind, std::string const &device) const;
+    /// Returns how many devices are above a device in the tree.
+    int getDepth(std::string const &device) const;
     /// Returns the tree as text: "( recorder ( fader ( player ) ) )".
     std::string const &getTree() const { return _tree; }
 
@@ -69,6 +72,7 @@ private:
     Zv::RCShdPtr<PlayoutJob> _job;
     std::vector<std::unique_ptr<Registration>> _registrations;
     Devices _devices;
+    std::map<std::string, int> _depths; // by device
     std::string _tree;
     std::string _source; // its name
     // The order matters: these are destroyed in the reverse order.

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -70,6 +71,19 @@ std::string getLevel(id_t thread)
                   ::getpriority(PRIO_PROCESS, thread));
 }
 
+/// Returns the processor time of a thread of this process in seconds, -1 if it has ended.
+double getProcessorTime(id_t thread)
+{
+    // The form of the clocks that `pthread_getcpuclockid` returns.
+    constexpr unsigned OF_A_THREAD = 4;
+    constexpr unsigned EXACT = 2;
+    auto const clock = static_cast<clockid_t>(~thread << 3 | OF_A_THREAD | EXACT);
+    timespec time = {};
+    if (thread == 0 || ::clock_gettime(clock, &time) != 0)
+        return -1;
+    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
 } // namespace
 
 std::vector<ThreadLevel> readThreadLevels()
@@ -87,14 +101,15 @@ std::vector<ThreadLevel> readThreadLevels()
         std::string name = line.substr(NUMBER_WIDTH, prio - NUMBER_WIDTH);
         name.erase(0, name.find_first_not_of(' '));
         int const level = std::atoi(line.c_str() + prio + 6);
-        std::string got;
+        id_t number = 0;
         if (levels.empty()) { // the main thread, to which the system gives the program's name
-            got = getLevel(static_cast<id_t>(::getpid()));
+            number = static_cast<id_t>(::getpid());
         } else if (auto &numbers = systemThreads[name.substr(0, SYSTEM_NAME)]; !numbers.empty()) {
-            got = getLevel(numbers.front());
+            number = numbers.front();
             numbers.erase(numbers.begin());
         }
-        levels.push_back({name, level, getAsked(level), got});
+        levels.push_back({name, level, getAsked(level), number > 0 ? getLevel(number) : "", number,
+                          getProcessorTime(number)});
     }
     return levels;
 }

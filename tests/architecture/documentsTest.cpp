@@ -1,10 +1,10 @@
 // What the documents name is in the tree.
 
+#include "architecture/tree.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <set>
 #include <string>
@@ -15,8 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path const root = fs::path(ZV_SOURCE_FOLDER) / "..";
-
 std::vector<fs::path> findDocuments()
 {
     std::vector<fs::path> documents;
@@ -25,13 +23,6 @@ std::vector<fs::path> findDocuments()
             if (entry.path().extension() == ".md")
                 documents.push_back(entry.path());
     return documents;
-}
-
-std::string read(fs::path const &name)
-{
-    std::ifstream file(name);
-    EXPECT_TRUE(file) << name;
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::vector<std::string> findAll(std::string const &text, std::regex const &pattern)

@@ -1,5 +1,6 @@
 // Checks that every include line follows the dependencies of the packages.
 
+#include "architecture/tree.h"
 #include "zvbase/inPackageRun.private.h"
 
 #include <gtest/gtest.h>
@@ -20,8 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using Names = std::set<std::string>;
-
-fs::path const sourceFolder = ZV_SOURCE_FOLDER;
 
 /// Returns what each package with a folder of its own needs, as the packages tell it. All may use
 /// the base library, and `resmgt` is the library as a whole.
@@ -262,7 +261,7 @@ TEST(Layering, ThreadsAndTimeBelongToThePlatform)
 {
     expectOnlyIn("platform/",
                  std::regex("std::(mutex|recursive_mutex|shared_mutex|condition_variable|"
-                            "thread\\b|jthread|atomic|counting_semaphore|this_thread)|"
+                            "thread\\b|jthread|atomic|memory_order|counting_semaphore|this_thread)|"
                             "pthread_|sleep_for|_clock::now"));
 }
 

@@ -34,7 +34,7 @@ string(REGEX MATCHALL "[^\n]+" faults "${symbols}")
 list(FILTER faults INCLUDE REGEX ": +[A-Za-z] (${forbidden})(@.*)?$")
 list(TRANSFORM faults REPLACE ": +[A-Za-z] " ": ")
 
-if(count LESS 100)
+if(count LESS 10)
     message(FATAL_ERROR "only ${count} objects were found")
 endif()
 if(faults)

@@ -1,6 +1,7 @@
 // The code that documents quote is that of the examples, and every program in a document is run.
 
 #include "architecture/examples.h"
+#include "architecture/tree.h"
 
 #include <gtest/gtest.h>
 
@@ -16,8 +17,6 @@ namespace ZvTest {
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path const root = fs::path(ZV_SOURCE_FOLDER) / "..";
 
 std::string withoutIndent(std::string const &line)
 {

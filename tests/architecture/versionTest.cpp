@@ -1,11 +1,12 @@
 // The version is in one place, and the changelog describes it.
 
+#include "architecture/tree.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <regex>
 #include <string>
 #include <vector>
@@ -14,15 +15,6 @@ namespace ZvTest {
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path const root = fs::path(ZV_SOURCE_FOLDER) / "..";
-
-std::string read(fs::path const &name)
-{
-    std::ifstream file(name, std::ios::binary);
-    EXPECT_TRUE(file) << name;
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// Returns the first group of the first match, and an empty string without a match.
 std::string findFirst(std::string const &text, std::regex const &pattern)

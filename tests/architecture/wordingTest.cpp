@@ -1,6 +1,7 @@
 // The public headers are written by the rules of docs/style.md.
 
 #include "architecture/comments.h"
+#include "architecture/tree.h"
 
 #include <gtest/gtest.h>
 
@@ -14,8 +15,6 @@ namespace ZvTest {
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path const sourceFolder = ZV_SOURCE_FOLDER;
 
 /// How many offences each folder may have, from wording.txt. They may only become fewer.
 std::map<std::string, std::size_t> readLimits()

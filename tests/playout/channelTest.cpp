@@ -9,7 +9,6 @@
 namespace ZvTest {
 namespace {
 
-constexpr int RATE = 8000;
 constexpr int FRAMES = 4000;
 
 using Names = std::vector<std::string>;

@@ -7,8 +7,6 @@
 namespace ZvTest {
 namespace {
 
-constexpr int PCM = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-
 class DocumentTest : public PlayoutTest
 {
 protected:

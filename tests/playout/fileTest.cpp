@@ -17,8 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int PCM = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-
 class FileTest : public PlayoutTest
 {
 protected:

@@ -15,9 +15,6 @@
 namespace ZvTest {
 namespace {
 
-constexpr int RATE = 8000;
-constexpr int FRAME = RATE / 25; // samples of a frame of PAL
-
 class PaceTest : public PlayoutTest
 {
 protected:

@@ -21,8 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr unsigned PATIENCE = 300; // seconds until a process counts as hanging
-
 /// Appends what can be read. Returns false at the end of the file.
 bool readOn(int descriptor, std::string &text)
 {
@@ -85,7 +83,7 @@ Playout::Playout(std::vector<std::string> const &arguments, Surroundings surroun
         ::unsetenv("ZV_THREAD_NO_REALTIME");
         if (!surroundings.noRealTime.empty())
             ::setenv("ZV_THREAD_NO_REALTIME", surroundings.noRealTime.c_str(), 1);
-        ::alarm(PATIENCE);
+        ::alarm(LONGEST_RUN);
         ::execv(argv[0], const_cast<char * const *>(argv.data()));
         ::_exit(127);
     }

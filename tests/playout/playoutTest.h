@@ -13,6 +13,8 @@
 
 namespace ZvTest {
 
+inline constexpr unsigned LONGEST_RUN = 300; // seconds until a process counts as hanging
+
 struct Outcome
 {
     int status = -1; // of exit; -1 if a signal has killed the process
@@ -66,6 +68,11 @@ private:
     int _error = -1;
     std::string _text;
 };
+
+// Most recordings have these.
+constexpr int PCM = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+constexpr int RATE = 8000;
+constexpr int FRAME = RATE / 25; // samples of a frame of PAL
 
 /// Contents of a sound file, as integers of 32 bits.
 struct Sound

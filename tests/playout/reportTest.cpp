@@ -21,8 +21,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr int RATE = 8000;
-constexpr int PCM = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 char const * const DEVICES[] = {"recorder", "fader", "player"};
 
 std::vector<std::string> splitWords(std::string const &text)

@@ -35,7 +35,6 @@ class SoundTest : public PlayoutTest
 protected:
     static constexpr int RATE = SoundServer::RATE;
     static constexpr int FRAME = RATE / 25; // samples of a frame of PAL
-    static constexpr int PCM = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 
     /// Makes a recording in which no sample is 0. Returns what must be heard.
     std::vector<float> makeSound(int channels, int frames, int rate = RATE) const

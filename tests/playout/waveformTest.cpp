@@ -20,10 +20,6 @@
 namespace ZvTest {
 namespace {
 
-constexpr int RATE = 8000;
-constexpr int FRAME = RATE / 25;
-constexpr int PCM = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-
 constexpr int FONT_SIZE = 11;
 constexpr double CHARACTER_WIDTH = 0.6 * FONT_SIZE; // of DejaVu Sans, one of the widest fonts
 
