@@ -37,7 +37,12 @@ report names the schedule.
   --test NAME        the program of that name, or all with that in their names
   --seed S           other schedules
   --check            run each seed twice, and compare the two runs
+  --brief            name the schedule of a finding, without a report
   --replay SCHEDULE  run one schedule again, step by step
+  --orders           run each program, and list the memory orders of operations on shared words that it reaches. An
+                     order is used if an operation has learnt by it what another thread has done.
+  --weaken PLACE     weaken one of these orders, such as src/zvbase/lgRing.cpp:41:store, to relaxed, or to the one that
+                     follows it, as in =acquire. Programs with planted faults do not run.
   --help             this text
 )help";
 
@@ -47,6 +52,9 @@ struct Wishes
     std::string test;
     std::uint64_t seed = Explorer::FIRST_SEED;
     std::string replay;
+    std::optional<Weakening> weakening;
+    bool listsOrders = false;
+    bool isBrief = false;
     bool isChecking = false;
     bool wantsHelp = false;
 };
@@ -59,6 +67,14 @@ Number parseNumber(std::string const &option, std::string const &text)
     if (error != std::errc() || end != text.data() + text.size() || number == 0)
         throw std::invalid_argument(option + " takes a number from 1, not \"" + text + "\"");
     return number;
+}
+
+Weakening parseWeakening(std::string const &text)
+{
+    auto const weakening = weakeningFromText(text);
+    if (!weakening)
+        throw std::invalid_argument("this is no place of a memory order: " + text);
+    return *weakening;
 }
 
 Wishes parse(int argc, char **argv)
@@ -83,6 +99,12 @@ Wishes parse(int argc, char **argv)
             wishes.seed = parseNumber<std::uint64_t>(option, value());
         else if (option == "--replay")
             wishes.replay = value();
+        else if (option == "--brief")
+            wishes.isBrief = true;
+        else if (option == "--orders")
+            wishes.listsOrders = true;
+        else if (option == "--weaken")
+            wishes.weakening = parseWeakening(value());
         else
             throw std::invalid_argument("unknown option " + option);
     }
@@ -105,12 +127,16 @@ std::vector<unsigned> choose(std::string const &name)
     return whole.empty() ? containing : whole;
 }
 
+double stepsPerSecond(std::uint64_t steps, double seconds)
+{
+    return static_cast<double>(steps) / (seconds > 0 ? seconds : 1);
+}
+
 /// Returns whether there is a finding that is not expected, or the expected one was not found in
 /// the number of schedules that the program chose for it.
-bool exploreOne(Explorer &explorer, unsigned index, Wishes const &wishes)
+bool exploreOne(Explorer &explorer, Tally &tally, unsigned index, Wishes const &wishes)
 {
     Scenario const &scenario = getScenarios()[index];
-    Tally tally;
     if (wishes.isChecking)
         explorer.byRepetition(tally, index, wishes.schedules.value_or(scenario.settings.schedules),
                               wishes.seed);
@@ -119,8 +145,10 @@ bool exploreOne(Explorer &explorer, unsigned index, Wishes const &wishes)
     std::printf("%-44s %9llu %9zu %11llu %8.0f  %s\n", scenario.name,
                 static_cast<unsigned long long>(tally.schedules), tally.getNbDistinct(),
                 static_cast<unsigned long long>(tally.steps),
-                static_cast<double>(tally.steps) / (tally.seconds > 0 ? tally.seconds : 1),
+                stepsPerSecond(tally.steps, tally.seconds),
                 tally.finding ? tally.finding->kind.c_str() : "nothing");
+    for (auto const &[order, isUsed] : tally.orders)
+        std::printf("    %s%s\n", order.c_str(), isUsed ? ", used" : "");
     std::fflush(stdout);
     char const * const expected = scenario.fault.finding;
     if (expected && !tally.finding && !wishes.schedules && !wishes.isChecking) {
@@ -129,29 +157,59 @@ bool exploreOne(Explorer &explorer, unsigned index, Wishes const &wishes)
     }
     if (!tally.finding || (expected && tally.finding->kind == expected))
         return false;
-    std::printf("%s\n", explorer.tell(*tally.finding).c_str());
+    if (wishes.weakening && explorer.findsUnweakened(*tally.finding))
+        std::printf("the same is found although no order is weakened\n");
+    std::string const schedule = tally.finding->schedule.toText();
+    std::printf("%s\n", wishes.isBrief ? (tally.finding->kind + " in " + schedule).c_str()
+                                       : explorer.tell(*tally.finding).c_str());
     return true;
+}
+
+void checkWeakened(Wishes const &wishes, bool isWeakened)
+{
+    if (wishes.weakening && !isWeakened)
+        throw std::invalid_argument("nothing that was run reaches " + toText(*wishes.weakening));
 }
 
 int explore(Explorer &explorer, Wishes const &wishes)
 {
-    std::vector<unsigned> const chosen = choose(wishes.test);
+    std::vector<unsigned> chosen = choose(wishes.test);
+    // A planted fault says nothing of the orders.
+    if (wishes.weakening || wishes.listsOrders)
+        std::erase_if(chosen, [](unsigned index) { return getScenarios()[index].fault.finding; });
     if (chosen.empty())
         throw std::invalid_argument("there is no program \"" + wishes.test + "\"");
     std::printf("%-44s %9s %9s %11s %8s  %s\n", "program", "schedules", "distinct", "steps",
                 "steps/s", "found");
     bool found = false;
-    for (unsigned const index : chosen)
-        found = exploreOne(explorer, index, wishes) || found;
+    bool isWeakened = false;
+    Tally total;
+    for (unsigned const index : chosen) {
+        Tally tally;
+        found = exploreOne(explorer, tally, index, wishes) || found;
+        isWeakened = isWeakened || tally.isWeakened;
+        if (wishes.weakening && found)
+            return FOUND;
+        total.schedules += tally.schedules;
+        total.steps += tally.steps;
+        total.seconds += tally.seconds;
+    }
+    std::printf("%llu schedules, %llu steps, %.0f steps/s\n",
+                static_cast<unsigned long long>(total.schedules),
+                static_cast<unsigned long long>(total.steps),
+                stepsPerSecond(total.steps, total.seconds));
+    checkWeakened(wishes, isWeakened);
     return found ? FOUND : 0;
 }
 
-int replay(Explorer &explorer, std::string const &text)
+int replay(Explorer &explorer, Wishes const &wishes)
 {
-    auto const schedule = Schedule::fromText(text);
+    auto const schedule = Schedule::fromText(wishes.replay);
     if (!schedule)
-        throw std::invalid_argument("this is no schedule: " + text);
-    std::fputs(explorer.replay(*schedule).c_str(), stdout);
+        throw std::invalid_argument("this is no schedule: " + wishes.replay);
+    std::string const text = explorer.replay(*schedule);
+    checkWeakened(wishes, explorer.hasWeakened());
+    std::fputs(text.c_str(), stdout);
     return 0;
 }
 
@@ -200,7 +258,11 @@ int runCommandLine(Nursery &nursery, int argc, char **argv, CommandLine const &l
         if (!wishes.schedules)
             wishes.schedules = line.schedules;
         Explorer explorer(nursery, line.command);
-        return wishes.replay.empty() ? explore(explorer, wishes) : replay(explorer, wishes.replay);
+        if (wishes.weakening)
+            explorer.weaken(*wishes.weakening);
+        if (wishes.listsOrders)
+            explorer.listOrders();
+        return wishes.replay.empty() ? explore(explorer, wishes) : replay(explorer, wishes);
     } catch (std::invalid_argument const &failure) {
         std::fprintf(stderr, "%s: %s\n", line.command.c_str(), failure.what());
         return WRONG_ARGUMENTS;

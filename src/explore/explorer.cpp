@@ -1,11 +1,13 @@
 #include "explore/explorer.private.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstring>
 #include <sstream>
 #include <sys/wait.h>
+#include <utility>
 
 namespace Zv::Simulated {
 
@@ -25,6 +27,13 @@ private:
     Tally &_tally;
     std::chrono::steady_clock::time_point const _start = std::chrono::steady_clock::now();
 };
+
+#ifdef ZV_RACES
+/// A data race is found by most schedules that reach both accesses, so the tests run fewer.
+constexpr unsigned FEWER = 50;
+#else
+constexpr unsigned FEWER = 1;
+#endif
 
 #ifdef ZV_KERNEL_SIMULATED
 /// On the simulated kernel, a program takes more steps.
@@ -196,6 +205,73 @@ std::optional<Schedule> Schedule::fromText(std::string const &text)
     return schedule;
 }
 
+// ---- Memory orders.
+
+namespace {
+
+using ZvPlatform::Order;
+
+constexpr struct
+{
+    char const *name;
+    Order order;
+} ORDERS[] = {{"relaxed", Order::RELAXED},
+              {"acquire", Order::ACQUIRE},
+              {"release", Order::RELEASE},
+              {"acq_rel", Order::ACQ_REL},
+              {"seq_cst", Order::SEQ_CST}};
+
+char const *toText(Order order)
+{
+    for (auto const &one : ORDERS)
+        if (one.order == order)
+            return one.name;
+    return "consume";
+}
+
+std::string toText(OrderPlace const &place)
+{
+    std::string const path = shortPath(place.file);
+    return (path.empty() ? place.file : path) + ':' + std::to_string(place.line) + ':' +
+           place.operation + '=' + toText(place.order);
+}
+
+} // namespace
+
+std::string toText(Weakening const &weakening)
+{
+    return std::string(weakening.file) + ':' + std::to_string(weakening.line) + ':' +
+           weakening.operation + '=' + toText(weakening.order);
+}
+
+std::optional<Weakening> weakeningFromText(std::string const &text)
+{
+    auto const equals = std::min(text.find('='), text.size());
+    auto const name = text.rfind(':', equals);
+    auto const number = name == text.npos || name == 0 ? text.npos : text.rfind(':', name - 1);
+    if (number == text.npos || number == 0)
+        return std::nullopt;
+    Weakening weakening;
+    std::string const file = text.substr(0, number);
+    std::string const operation = text.substr(name + 1, equals - name - 1);
+    char const * const end = text.data() + name;
+    auto const parsed = std::from_chars(text.data() + number + 1, end, weakening.line);
+    if (parsed.ec != std::errc() || parsed.ptr != end || weakening.line == 0 ||
+        file.size() >= sizeof weakening.file || operation.empty() ||
+        operation.size() >= sizeof weakening.operation)
+        return std::nullopt;
+    file.copy(weakening.file, file.size());
+    operation.copy(weakening.operation, operation.size());
+    if (equals == text.size())
+        return weakening;
+    for (auto const &one : ORDERS)
+        if (text.substr(equals + 1) == one.name) {
+            weakening.order = one.order;
+            return weakening;
+        }
+    return std::nullopt;
+}
+
 // ---- Running.
 
 std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, bool isTraced)
@@ -204,8 +280,10 @@ std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, boo
     run.scenario = schedule.scenario;
     run.options = schedule.options;
     run.options.trace = isTraced ? 0 : -1;
+    run.options.weakening = _weakening;
+    run.options.listsOrders = _listsOrders;
     Record &record = run.record;
-    record.isDone = false;
+    record.isDone = record.isWeakened = false;
     record.finding[0] = record.report[0] = '\0';
     record.steps = record.decisions = 0;
     record.scripted = static_cast<std::uint32_t>(schedule.script.size());
@@ -216,6 +294,13 @@ std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, boo
     tally.steps += record.steps;
     tally.switches += record.switches;
     tally.digests.insert(record.digest);
+    tally.isWeakened = tally.isWeakened || record.isWeakened;
+    for (std::uint32_t i = 1; _listsOrders && i < Record::ORDERS; ++i) {
+        if (!record.orders[i].file)
+            continue;
+        bool &isUsed = tally.orders[toText(record.orders[i])];
+        isUsed = isUsed || record.orders[i].isUsed;
+    }
     if (record.finding[0])
         return Finding{schedule, record.finding, record.report};
     if (!record.isDone || run.status != 0)
@@ -228,12 +313,14 @@ void Explorer::byChance(Tally &tally, unsigned scenario, Choice choice, unsigned
 {
     Watch const watch(tally);
     Settings const &settings = getScenarios()[scenario].settings;
-    std::uint32_t length = 10;
+    // The changes of priority are spread over the decisions of an average run. A few runs that take
+    // many more would make each moment of the others unlikely.
+    std::uint64_t decisions = 0;
     for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
         Schedule schedule{scenario, optionsFor(settings, choice, seed + i), {}};
-        schedule.options.length = length;
+        schedule.options.length = static_cast<std::uint32_t>(i ? decisions / i + 1 : 10);
         tally.finding = run(tally, schedule);
-        length = std::max(length, _nursery.getRun().record.decisions);
+        decisions += _nursery.getRun().record.decisions;
     }
 }
 
@@ -274,13 +361,14 @@ void Explorer::byAll(Tally &tally, unsigned scenario, std::optional<unsigned> sc
 {
     constexpr unsigned SCHEDULES_FOR_EACH_REFUSAL = 3;
     Settings const &settings = getScenarios()[scenario].settings;
-    unsigned const byChoice = schedules.value_or(nbSchedules(settings));
+    auto const fewer = [](unsigned count) { return (count + FEWER - 1) / FEWER; };
+    unsigned const byChoice = schedules.value_or(fewer(nbSchedules(settings)));
     byChance(tally, scenario, Choice::RANDOM, byChoice, seed);
     byChance(tally, scenario, Choice::PRIORITY, byChoice, seed);
     if (settings.preemptions >= 0)
         byExhaustion(tally, scenario, settings.preemptions,
-                     schedules.value_or(settings.exhaustive));
-    if (settings.refusals && (TRIES_REFUSALS || schedules))
+                     schedules.value_or(fewer(settings.exhaustive)));
+    if (settings.refusals && (TRIES_REFUSALS || schedules) && !_weakening.line && !_listsOrders)
         byRefusal(tally, scenario, SCHEDULES_FOR_EACH_REFUSAL, seed);
 }
 
@@ -305,6 +393,15 @@ void Explorer::byRepetition(Tally &tally, unsigned scenario, unsigned schedules,
     }
 }
 
+bool Explorer::findsUnweakened(Finding const &finding)
+{
+    Weakening const weakening = std::exchange(_weakening, {});
+    Tally tally;
+    bool const finds = run(tally, finding.schedule).has_value();
+    _weakening = weakening;
+    return finds;
+}
+
 // ---- Texts of failures.
 
 std::string Explorer::replay(Schedule const &schedule)
@@ -324,9 +421,10 @@ std::string Explorer::tell(Finding const &finding)
     std::size_t start = text.size() - report.size();
     for (std::size_t lines = 0; lines <= LAST_LINES && start != 0; ++lines)
         start = text.rfind('\n', start - 1) == text.npos ? 0 : text.rfind('\n', start - 1);
+    std::string const weakened = _weakening.line ? " --weaken " + toText(_weakening) : "";
     return finding.kind + " in " + finding.schedule.toText() +
-           "\nagain, step by step: " + _command + " --replay '" + finding.schedule.toText() +
-           "'\n" + text.substr(start);
+           "\nagain, step by step: " + _command + weakened + " --replay '" +
+           finding.schedule.toText() + "'\n" + text.substr(start);
 }
 
 } // namespace Zv::Simulated

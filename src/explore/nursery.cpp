@@ -1,10 +1,11 @@
 #include "explore/nursery.private.h"
 
+#include "platform/scheduler/bearer.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -16,6 +17,11 @@ namespace {
 
 /// Exit status of the process of a program when another program is requested.
 constexpr int ANOTHER = 10;
+/// Threads that are prepared once for all schedules of a program. If it has more, or with larger
+/// stacks, they are created in each schedule.
+constexpr unsigned WORKERS = 6;
+constexpr std::size_t WORKER_STACK = 2 * 1024 * 1024;
+constexpr std::size_t BODY_STACK = 8 * 1024 * 1024;
 
 void check(bool good, char const *what)
 {
@@ -25,7 +31,7 @@ void check(bool good, char const *what)
     std::exit(1);
 }
 
-void *runBody(void *data)
+[[noreturn]] void runBody(void *data)
 {
     Run &run = *static_cast<Run *>(data);
     Scenario const &scenario = getScenarios()[run.scenario];
@@ -47,18 +53,18 @@ void *runBody(void *data)
 
 /// Runs one schedule in the calling process. The body has a thread of its own, so that the address
 /// of its stack does not depend on the environment.
-[[noreturn]] void runSchedule(Run &run, int trace)
+[[noreturn]] void runSchedule(Run &run, int output)
 {
     // The scheduler does not notice a thread that computes without taking a step.
     rlimit const limit = {20, 25};
     ::setrlimit(RLIMIT_CPU, &limit);
-    int const output = run.options.trace >= 0 ? trace : ::open("/dev/null", O_WRONLY);
     ::dup2(output, STDOUT_FILENO);
     ::dup2(output, STDERR_FILENO);
-    pthread_t thread;
-    check(::pthread_create(&thread, nullptr, runBody, &run) == 0, "pthread_create");
-    for (;;)
-        ::pause();
+    Bearer * const body = Bearer::create(BODY_STACK, runBody, &run);
+    check(body, "thread of the body");
+    Bearer::current().passTo(*body, false);
+    // The body has ended the process.
+    std::abort();
 }
 
 } // namespace
@@ -71,6 +77,8 @@ Nursery::Nursery()
     _run = static_cast<Run *>(memory);
     _trace = ::memfd_create("trace", 0);
     check(_trace >= 0, "memfd_create");
+    _nowhere = ::open("/dev/null", O_WRONLY);
+    check(_nowhere >= 0, "/dev/null");
     check(::pipe(_toNursery) == 0 && ::pipe(_fromNursery) == 0, "pipe");
     _process = ::fork();
     check(_process >= 0, "fork");
@@ -86,6 +94,7 @@ Nursery::~Nursery()
     ::waitpid(_process, nullptr, 0);
     ::close(_fromNursery[0]);
     ::close(_trace);
+    ::close(_nowhere);
     ::munmap(_run, sizeof(Run));
 }
 
@@ -117,10 +126,12 @@ void Nursery::serveScenario()
     unsigned const scenario = _run->scenario;
     if (auto * const prepare = getScenarios()[scenario].settings.prepare)
         prepare();
+    Bearer::prepare(WORKERS, WORKER_STACK);
+    Bearer::prepare(1, BODY_STACK);
     do {
-        pid_t const child = ::fork();
+        pid_t const child = Bearer::fork();
         if (child == 0)
-            runSchedule(*_run, _trace);
+            runSchedule(*_run, _run->options.trace >= 0 ? _trace : _nowhere);
         check(child > 0 && ::waitpid(child, &_run->status, 0) == child, "waitpid");
         char const byte = 0;
         check(::write(_fromNursery[1], &byte, 1) == 1, "write");

@@ -43,6 +43,7 @@ private:
 
     Run *_run;
     int _trace;
+    int _nowhere; ///< `/dev/null`, for the output of programs
     int _toNursery[2];
     int _fromNursery[2];
     pid_t _process;

@@ -26,19 +26,6 @@ void forEachAddress(std::string const &line, Found found)
         found(std::strtoull(word.c_str(), nullptr, 16));
 }
 
-/// Returns the path relative to the project's root if the file is in `src` or `tests`, the path of
-/// an application's file, or an empty text for a file of the system.
-std::string shortPath(std::string const &path)
-{
-    auto const source = path.rfind("../src/");
-    if (source != path.npos)
-        return path.substr(source + 3);
-    auto const test = path.rfind("../tests/");
-    if (test != path.npos)
-        return path.substr(test + 3);
-    return path.starts_with('/') && !path.starts_with("/usr/") ? path : "";
-}
-
 /// Returns whether a place is not shown: in the scheduler, in the explorer, or in an installed
 /// header of the library, which is between the application and the library's own sources.
 bool isInner(std::string const &path)
@@ -115,6 +102,17 @@ std::map<unsigned long long, std::string> lookUp(std::set<unsigned long long> co
 }
 
 } // namespace
+
+std::string shortPath(std::string const &path)
+{
+    auto const source = path.rfind("../src/");
+    if (source != path.npos)
+        return path.substr(source + 3);
+    auto const test = path.rfind("../tests/");
+    if (test != path.npos)
+        return path.substr(test + 3);
+    return path.starts_with('/') && !path.starts_with("/usr/") ? path : "";
+}
 
 std::string withSymbols(std::string const &text)
 {

@@ -1,9 +1,10 @@
 #include "conformance/conformance.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Conformance {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
@@ -11,18 +12,19 @@ template <class T>
 void showSize()
 {
     scene("waits of " + std::to_string(sizeof(T)) + " bytes");
-    T value = 1, same = 1, other = 0;
+    Shared<T> value{1};
+    T same = 1, other = 0;
     TRUTH(WaitOnAddress(&value, &other, sizeof(T), INFINITE));
     TRUTH(WaitOnAddress(&value, &other, sizeof(T), 0));
     TRUTH(WaitOnAddress(&value, &same, sizeof(T), 0));
     TRUTH(WaitOnAddress(&value, &same, sizeof(T), 1));
     Runner waiter([&] {
         T unwanted = 1;
-        while (Interlocked::loadAcquire(value) == 1)
+        while (value.load(Order::SEQ_CST) == 1)
             WaitOnAddress(&value, &unwanted, sizeof(T), LONG_TIME);
         return DWORD{1};
     });
-    Interlocked::storeRelease(value, T{2});
+    value.store(T{2}, Order::SEQ_CST);
     WakeByAddressSingle(&value);
     waiter.join();
     showCount("released", waiter.exitCode());
@@ -44,17 +46,17 @@ void showAddresses()
         TRUTH(WaitOnAddress(value, same, size, 0));
 
     scene("four who wait");
-    long gate = 0;
+    Shared<long> gate;
     {
         std::vector<std::unique_ptr<Runner>> waiters;
         for (int i = 0; i < 4; ++i)
             waiters.push_back(std::make_unique<Runner>([&] {
                 long closed = 0;
-                while (Interlocked::loadAcquire(gate) == 0)
+                while (gate.load(Order::SEQ_CST) == 0)
                     WaitOnAddress(&gate, &closed, sizeof gate, INFINITE);
                 return DWORD{0};
             }));
-        Interlocked::storeRelease(gate, 1l);
+        gate.store(1l, Order::SEQ_CST);
         WakeByAddressAll(&gate);
     }
     showText("all", "released");

@@ -1,9 +1,10 @@
 #include "conformance/conformance.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Conformance {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
@@ -83,20 +84,20 @@ public:
         for (int i = 0; i < count; ++i)
             _runners.push_back(std::make_unique<Runner>([this, event] {
                 if (WaitForSingleObject(event, LONG_TIME) == WAIT_OBJECT_0)
-                    Interlocked::increment(_released);
-                Interlocked::increment(_returned);
+                    _released.fetch_add(1, Order::SEQ_CST);
+                _returned.fetch_add(1, Order::SEQ_CST);
                 return DWORD{0};
             }));
     }
 
-    int released() const { return Interlocked::loadAcquire(_released); }
+    int released() const { return _released.load(Order::SEQ_CST); }
     bool haveAllReturned() const
     {
-        return Interlocked::loadAcquire(_returned) == static_cast<int>(_runners.size());
+        return _returned.load(Order::SEQ_CST) == static_cast<int>(_runners.size());
     }
 
 private:
-    int _released = 0, _returned = 0;
+    Shared<int> _released, _returned;
     std::vector<std::unique_ptr<Runner>> _runners;
 };
 

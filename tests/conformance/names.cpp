@@ -1,9 +1,10 @@
 #include "conformance/conformance.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Conformance {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
@@ -178,7 +179,7 @@ void showRaces()
     std::string const name = nameFor("race");
     for (int kind = 0; kind < NB_KINDS; ++kind) {
         scene(std::string("three threads that create one ") + KINDS[kind]);
-        int made = 0, found = 0;
+        Shared<int> made, found;
         for (int round = 0; round < ROUNDS; ++round) {
             Owned const go(CreateEventA(nullptr, TRUE, FALSE, nullptr));
             Owned const done(CreateEventA(nullptr, TRUE, FALSE, nullptr));
@@ -189,7 +190,7 @@ void showRaces()
                     await(go);
                     Owned const mine(create(kind, name));
                     bool const isFound = GetLastError() == ERROR_ALREADY_EXISTS;
-                    Interlocked::increment(isFound ? found : made);
+                    (isFound ? found : made).fetch_add(1, Order::SEQ_CST);
                     ReleaseSemaphore(had, 1, nullptr);
                     await(done);
                     return DWORD{0};
@@ -199,8 +200,8 @@ void showRaces()
                 await(had);
             SetEvent(done);
         }
-        showCount("made in five rounds", made);
-        showCount("found in five rounds", found);
+        showCount("made in five rounds", made.load(Order::SEQ_CST));
+        showCount("found in five rounds", found.load(Order::SEQ_CST));
     }
 }
 

@@ -1,9 +1,10 @@
 #include "conformance/conformance.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Conformance {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
@@ -87,29 +88,29 @@ void showWaiters()
 {
     scene("four wait and three units come");
     Owned const s(CreateSemaphoreA(nullptr, 0, 4, nullptr));
-    int served = 0;
+    Shared<int> served;
     {
         std::vector<std::unique_ptr<Runner>> waiters;
         for (int i = 0; i < 4; ++i)
             waiters.push_back(std::make_unique<Runner>([&] {
                 if (WaitForSingleObject(s, LONG_TIME) == WAIT_OBJECT_0)
-                    Interlocked::increment(served);
+                    served.fetch_add(1, Order::SEQ_CST);
                 return DWORD{0};
             }));
         TRUTH(ReleaseSemaphore(s, 3, nullptr));
-        while (Interlocked::loadAcquire(served) < 3)
+        while (served.load(Order::SEQ_CST) < 3)
             Sleep(1);
         WAIT(WaitForSingleObject(s, 0));
-        showCount("served", Interlocked::loadAcquire(served));
+        showCount("served", served.load(Order::SEQ_CST));
         TRUTH(ReleaseSemaphore(s, 1, nullptr));
     }
-    showCount("served", served);
+    showCount("served", served.load(Order::SEQ_CST));
     WAIT(WaitForSingleObject(s, 0));
 
     scene("units taken and given by four, one of whom gives up now and then");
     constexpr int ROUNDS = 50;
     Owned const u(CreateSemaphoreA(nullptr, 0, 1000, nullptr));
-    int taken = 0;
+    Shared<int> taken;
     {
         std::vector<std::unique_ptr<Runner>> runners;
         for (DWORD patience : {DWORD{1}, DWORD{INFINITE}}) {
@@ -117,7 +118,7 @@ void showWaiters()
                 for (int i = 0; i < ROUNDS; ++i) {
                     while (WaitForSingleObject(u, patience) != WAIT_OBJECT_0) {
                     }
-                    Interlocked::increment(taken);
+                    taken.fetch_add(1, Order::SEQ_CST);
                 }
                 return DWORD{0};
             }));
@@ -128,7 +129,7 @@ void showWaiters()
             }));
         }
     }
-    showCount("units", taken);
+    showCount("units", taken.load(Order::SEQ_CST));
     WAIT(WaitForSingleObject(u, 0));
 }
 

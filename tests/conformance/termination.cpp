@@ -1,10 +1,11 @@
 // Ends of threads from outside. The stack of a victim is not unwound, so a victim owns nothing.
 #include "conformance/conformance.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Conformance {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
@@ -19,7 +20,7 @@ struct Scene
     HANDLE begun;
     HANDLE object;
     CRITICAL_SECTION *section;
-    long rounds;
+    Shared<long> rounds;
 };
 
 Scene &sceneOf(void *data)
@@ -67,7 +68,7 @@ DWORD ENTRY computeForEver(void *data)
 {
     SetEvent(sceneOf(data).begun);
     for (;;)
-        Interlocked::increment(sceneOf(data).rounds);
+        sceneOf(data).rounds.fetch_add(1, Order::SEQ_CST);
 }
 
 DWORD ENTRY ownTwiceAndCompute(void *data)
@@ -96,7 +97,7 @@ class Victim
 {
 public:
     explicit Victim(Body body, HANDLE object = nullptr, CRITICAL_SECTION *section = nullptr)
-        : _scene{CreateEventA(nullptr, TRUE, FALSE, nullptr), object, section, 0},
+        : _scene{CreateEventA(nullptr, TRUE, FALSE, nullptr), object, section, {}},
           _thread(CreateThread(nullptr, 0x10000, body, &_scene, 0, nullptr))
     {
         await(_scene.begun);
@@ -120,9 +121,9 @@ public:
         WAIT(WaitForSingleObject(victim, LONG_TIME));
         TRUTH(GetExitCodeThread(victim, &code));
         showCount("exit code", code);
-        long const rounds = Interlocked::loadAcquire(_scene.rounds);
+        long const rounds = _scene.rounds.load(Order::SEQ_CST);
         Sleep(1);
-        showText("it runs on", rounds == Interlocked::loadAcquire(_scene.rounds) ? "no" : "yes");
+        showText("it runs on", rounds == _scene.rounds.load(Order::SEQ_CST) ? "no" : "yes");
     }
 
 private:
@@ -220,7 +221,7 @@ void showEnds()
 {
     scene("by itself");
     Owned const held(CreateMutexA(nullptr, FALSE, nullptr));
-    Scene of{nullptr, held, nullptr, 0};
+    Scene of{nullptr, held, nullptr, {}};
     Owned const t(CreateThread(nullptr, 0x10000, endItself, &of, 0, nullptr));
     DWORD code = 0;
     WAIT(WaitForSingleObject(t, LONG_TIME));

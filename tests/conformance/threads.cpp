@@ -1,9 +1,10 @@
 #include "conformance/conformance.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 namespace Conformance {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
@@ -79,6 +80,7 @@ void showLife()
 void showCreation()
 {
     scene("creation");
+    constexpr SIZE_T TOO_MUCH = SIZE_MAX >> (sizeof(SIZE_T) > 4 ? 14 : 0);
     Owned const whole(MADE(CreateThread(nullptr, 0, giveBack, nullptr, 0, nullptr)));
     Owned const small(MADE(CreateThread(nullptr, 0x1000, giveBack, nullptr, 0, nullptr)));
     Owned const reserving(MADE(CreateThread(nullptr, 0x10000, giveBack, nullptr,
@@ -86,7 +88,7 @@ void showCreation()
     for (HANDLE t : {HANDLE{whole}, HANDLE{small}, HANDLE{reserving}})
         await(t);
     MADE(CreateThread(nullptr, 0, giveBack, nullptr, 0x80000000, nullptr));
-    MADE(CreateThread(nullptr, SIZE_T{1} << 50, giveBack, nullptr, 0, nullptr));
+    MADE(CreateThread(nullptr, TOO_MUCH, giveBack, nullptr, 0, nullptr));
 }
 
 void showMisuse()
@@ -178,13 +180,14 @@ void showMany()
 {
     scene("many");
     Owned const go(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    int ran = 0, differing = 0;
+    Shared<int> ran;
+    int differing = 0;
     {
         std::vector<std::unique_ptr<Runner>> runners;
         for (int i = 0; i < 20; ++i)
             runners.push_back(std::make_unique<Runner>([&] {
                 await(go);
-                Interlocked::increment(ran);
+                ran.fetch_add(1, Order::SEQ_CST);
                 return DWORD{0};
             }));
         for (std::size_t i = 0; i < runners.size(); ++i) {
@@ -195,7 +198,7 @@ void showMany()
         }
         SetEvent(go);
     }
-    showCount("ran", ran);
+    showCount("ran", ran.load(Order::SEQ_CST));
     showCount("numbers that differ", differing);
 
     scene("four who wait for one");
@@ -204,18 +207,18 @@ void showMany()
         await(end);
         return DWORD{0};
     });
-    int released = 0;
+    Shared<int> released;
     {
         std::vector<std::unique_ptr<Runner>> waiters;
         for (int i = 0; i < 4; ++i)
             waiters.push_back(std::make_unique<Runner>([&] {
                 if (WaitForSingleObject(one.handle(), LONG_TIME) == WAIT_OBJECT_0)
-                    Interlocked::increment(released);
+                    released.fetch_add(1, Order::SEQ_CST);
                 return DWORD{0};
             }));
         SetEvent(end);
     }
-    showCount("released", released);
+    showCount("released", released.load(Order::SEQ_CST));
 }
 
 } // namespace

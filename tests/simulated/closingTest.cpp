@@ -4,6 +4,7 @@
 
 #include "resmgt/deviceManager.h"
 #include "resmgt/deviceProtocol.h"
+#include "resmgt/locks.h"
 #include "zvbase/inPackage.h"
 
 #include "platform/services.h"
@@ -41,12 +42,30 @@ struct Watched
     int nbDestroyed = 0;
 };
 
+/// Names of the devices, as their closings begin. A thread that hangs in one is not waited for.
+class Closings
+{
+public:
+    void add(std::string const &name)
+    {
+        LkGuard const guard(_lock);
+        _names.push_back(name);
+    }
+    bool operator==(std::vector<std::string> const &names) const
+    {
+        LkGuard const guard(_lock);
+        return _names == names;
+    }
+
+private:
+    LkMutex _lock{"closings"};
+    std::vector<std::string> _names;
+};
+
 class Device : public DevMDAccessPrtcl
 {
 public:
-    Device(Watched &watched, std::vector<std::string> &closings)
-        : _watched(watched), _closings(closings)
-    {}
+    Device(Watched &watched, Closings &closings) : _watched(watched), _closings(closings) {}
     ~Device() override { ++_watched.nbDestroyed; }
 
     void performOpen() override
@@ -57,14 +76,14 @@ public:
     void performClose() override
     {
         HOLDS(_watched.nbOpened == 1 && ++_watched.nbClosings == 1);
-        _closings.push_back(_watched.name);
+        _closings.add(_watched.name);
         _watched.close();
         ++_watched.nbClosed;
     }
 
 private:
     Watched &_watched;
-    std::vector<std::string> &_closings;
+    Closings &_closings;
 };
 
 /// A manager of the devices "a", "b" and "c".
@@ -88,8 +107,8 @@ struct Scene
             manager->getPrtcl(device->name.c_str());
     }
 
-    std::vector<std::string> closings; // names of the devices, as their closings begin
-    std::vector<Watched *> watched;    // never deleted, because threads that hang may use them
+    Closings closings;
+    std::vector<Watched *> watched; // never deleted, because threads that hang may use them
     ObjPtr<DevMgr> manager;
 };
 

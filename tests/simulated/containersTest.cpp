@@ -68,6 +68,19 @@ SIMULATED(QueueKeepsTheOrder, {.preemptions = 1})
         HOLDS(queue.consume() == i);
 }
 
+// The producer may find the queue full just before the consumer, which has taken the element over
+// already, makes room.
+SIMULATED(QueueWithRoomForOne, {.preemptions = 2})
+{
+    Queue queue("queue", 1);
+    Worker producer("producer", [&] {
+        queue.produce(1);
+        queue.produce(2);
+    });
+    HOLDS(queue.consume() == 1);
+    HOLDS(queue.consume() == 2);
+}
+
 SIMULATED(QueueTriedAndTimed, {.schedules = 500})
 {
     Queue queue("queue", 1);

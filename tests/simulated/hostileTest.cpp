@@ -6,6 +6,7 @@
 #include "resmgt/deviceProtocol.h"
 #include "resmgt/locks.h"
 #include "zvbase/inPackage.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/sleeper.h"
 
 #include <array>
@@ -85,6 +86,22 @@ enum class Planted
 
 constexpr std::array STEPS = {"start", "getLatency", "sync", "getMark", "recover", "stop", "abort"};
 
+/// A note that several threads take and read. If a limit has passed, nothing orders them, so only the
+/// moment of the virtual time says whether the note has been taken.
+class Note
+{
+public:
+    void take()
+    {
+        Unseen const unseen;
+        _isTaken = true;
+    }
+    operator bool() const { return peek(_isTaken); }
+
+private:
+    bool _isTaken = false;
+};
+
 class Hostile;
 
 /// What the devices of one run share.
@@ -132,7 +149,7 @@ struct World
     LkUnnamedSema hasActions{"actions", 0};
     LkUnnamedSema gate{"gate", 0};
     LkCounter<long> nbHanging{0};
-    bool isOver = false;               // the supervisor has been destroyed
+    Note isOver;                       // the supervisor has been destroyed
     Vector<RCShdPtr<Hostile>> devices; // of the tree, after it has been destroyed
 };
 
@@ -155,13 +172,10 @@ public:
         _recover.reset(recover.release());
         _abort.reset(abort.release());
         if (_world.dice.roll(4) == 0)
-            _world.later(
-                [report = _world.dice.roll(2) ? _recover : _abort, self = RCShdPtr<Hostile>(this)] {
-                    self->isUnruly = true;
-                    report->performExecute();
-                });
+            _world.later([request = _world.dice.roll(2) ? _recover : _abort,
+                          self = RCShdPtr<Hostile>(this)] { self->report(*request); });
         take("start", aco);
-        hasStarted = true;
+        hasStarted.take();
     }
     void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { take("sync", aco); }
     void performSync(ObjPtr<DevACO> aco, DtTime const &) override { take("sync", aco); }
@@ -174,7 +188,8 @@ public:
     void performAbort(ObjPtr<DevACO> aco) override
     {
         HOLDS(++nbAborted == 1);
-        wasAbortedAfterEnd = !isUnruly && hasReportedEnd;
+        if (!isUnruly && hasReportedEnd)
+            wasAbortedAfterEnd.take();
         HOLDS(!wasAbortedAfterEnd || !_world.isPunctual);
         checkChildren();
         take("abort", aco);
@@ -192,31 +207,35 @@ public:
 
     /// Returns whether the report must name the device, because it has failed or does not answer.
     bool isHostile() const { return hasFailed || hasHung || isSilent; }
-    bool wasToldToEnd() const { return nbStopped + nbAborted > 0; }
+    bool wasToldToEnd() const { return peek(nbStopped) + peek(nbAborted) > 0; }
     /// Runs the completion of a step.
     void answer(char const *step, DevACO &aco)
     {
         bool const isEnd = std::strcmp(step, "stop") == 0 || std::strcmp(step, "abort") == 0;
-        hasEnded = hasEnded || isEnd;
+        if (isEnd)
+            hasEnded.take();
         aco.performExecute();
-        hasReportedEnd = hasReportedEnd || isEnd;
+        if (isEnd)
+            hasReportedEnd.take();
     }
 
     Vector<Hostile *> children;
+    // The calls of a device happen one after the other, so what only they write needs no lock. Other
+    // threads peek at it.
     int nbOpened = 0;
     int nbClosed = 0;
     int nbStarted = 0;
     int nbStopped = 0;
     int nbAborted = 0;
-    bool hasStarted = false;
-    bool hasEnded = false;       // has begun to answer its stop or its abort
-    bool hasReportedEnd = false; // has answered it
-    bool wasAbortedAfterEnd = false;
-    bool hasFailed = false; // has thrown, or destroyed a completion
-    LiString failure;       // the reason
-    bool hasHung = false;
-    bool isSilent = false;
-    bool isUnruly = false; // reports at any time
+    Note hasStarted;
+    Note hasEnded;       // has begun to answer its stop or its abort
+    Note hasReportedEnd; // has answered it
+    Note wasAbortedAfterEnd;
+    Note hasFailed;   // has thrown, or destroyed a completion
+    LiString failure; // the reason
+    Note hasHung;
+    Note isSilent;
+    Note isUnruly; // reports at any time
 
 private:
     /// Checks that a device is aborted after its children, except children that do not answer. A
@@ -254,7 +273,7 @@ private:
             fail("broken");
             throw std::runtime_error("broken");
         case Kind::HANGS:
-            hasHung = true;
+            hasHung.take();
             return _world.hang();
         default:
             return;
@@ -263,8 +282,8 @@ private:
 
     void fail(LiString const &reason)
     {
-        hasFailed = true;
         failure = reason;
+        hasFailed.take();
     }
 
     void take(char const *what, ObjPtr<DevACO> &aco)
@@ -278,7 +297,7 @@ private:
             answer(what, *aco);
             return answer(what, *aco);
         case Kind::SILENT:
-            isSilent = true;
+            isSilent.take();
             _kept.emplace_back(aco.release());
             return;
         case Kind::DROPS:
@@ -286,16 +305,22 @@ private:
             aco = nullptr;
             return;
         case Kind::RECOVERS:
-            isUnruly = true;
-            _recover->performExecute();
+            report(*_recover);
             return answerLater(what, aco);
         case Kind::ABORTS:
-            isUnruly = true;
-            _abort->performExecute();
+            report(*_abort);
             return answerLater(what, aco);
         default:
             return answer(what, *aco);
         }
+    }
+
+    /// Executes a request, which only one thread at a time may do.
+    void report(DevANO &request)
+    {
+        isUnruly.take();
+        LkGuard<LkLock const> const guard(_reporting);
+        request.performExecute();
     }
 
     void answerLater(char const *what, ObjPtr<DevACO> &aco)
@@ -308,6 +333,7 @@ private:
     char const *_badStep;
     Kind _kind;
     bool _isInCall = false;
+    LkLock _reporting{"reporting"};
     std::shared_ptr<DevANO> _recover;
     std::shared_ptr<DevANO> _abort;
     Vector<std::shared_ptr<DevACO>> _kept;
@@ -551,10 +577,10 @@ void checkReport(World const &world, Tree const &tree, DevSeqStatus const &statu
             HOLDS(!real.hasStarted);
             break;
         case Status::End::STOPPED:
-            HOLDS(real.nbStopped == 1 && real.hasEnded && !device.hasFailed);
+            HOLDS(peek(real.nbStopped) == 1 && real.hasEnded && !device.hasFailed);
             break;
         case Status::End::ABORTED:
-            HOLDS(real.nbAborted == 1 && real.hasEnded && !device.hasFailed);
+            HOLDS(peek(real.nbAborted) == 1 && real.hasEnded && !device.hasFailed);
             break;
         case Status::End::FAILED:
             HOLDS(real.hasFailed && device.hasFailed);
@@ -602,7 +628,7 @@ void run(World &world)
                 checkReport(world, tree, supervisor->getStatus());
         }
         withinLimit(world, 2, [&] { supervisor = nullptr; });
-        world.isOver = true;
+        world.isOver.take();
         if (world.planted == Planted::LEFT_MEMORY)
             for (int i = 0; i < 10; ++i)
                 static_cast<void>(new LiString("left"));
@@ -610,9 +636,9 @@ void run(World &world)
             static_cast<void>(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
     }
     for (RCShdPtr<Hostile> const &device : tree.devices) {
-        HOLDS(device->nbOpened == 1);
+        HOLDS(peek(device->nbOpened) == 1);
         // A device that hangs in a call is closed when the call has returned.
-        HOLDS(device->nbClosed == (device->hasHung ? 0 : 1) || !world.isPunctual);
+        HOLDS(peek(device->nbClosed) == (device->hasHung ? 0 : 1) || !world.isPunctual);
         HOLDS(device->isHostile() || !device->hasStarted || device->wasToldToEnd() ||
               !world.isPunctual);
     }
@@ -634,9 +660,9 @@ void runAll(Hostility hostility, Planted planted = Planted::NOTHING)
     world.isPunctual = hostility != Hostility::HASTY;
     world.mayHang = hostility != Hostility::UNRELENTING;
     world.planted = planted;
-    bool isDone = false;
+    ZvPlatform::Shared<bool> isDone{false};
     Worker helper("helper", [&] {
-        while (!isDone) {
+        while (!isDone.load(ZvPlatform::Order::RELAXED)) {
             world.hasActions.wait();
             world.act();
         }
@@ -645,13 +671,13 @@ void runAll(Hostility hostility, Planted planted = Planted::NOTHING)
     for (long i = world.nbHanging.getValue(); i > 0; --i)
         world.gate.post();
     Sleeper::getInstance().sleep(1); // until all others wait or have ended
-    isDone = true;
+    isDone.store(true, ZvPlatform::Order::RELAXED);
     world.hasActions.post();
     helper.join();
     while (world.act())
         ;
     for (RCShdPtr<Hostile> const &device : world.devices)
-        HOLDS(device->nbClosed == 1 || (device->nbClosed == 0 && !world.isPunctual));
+        HOLDS(peek(device->nbClosed) == 1 || (peek(device->nbClosed) == 0 && !world.isPunctual));
     if (hostility == Hostility::HASTY)
         static_cast<void>(owner.release()); // a runner that was left behind may still use it
 }

@@ -151,9 +151,9 @@ SIMULATED(DeviceIsNotCalledAfterItsClosing,
     scene.supervisor->setEndLimit(0.001);
     scene.supervisor = nullptr;
     scene.manager = nullptr;
-    for (int i = 0; i < 100 && scene.device->nbClosed == 0; ++i)
+    for (int i = 0; i < 100 && peek(scene.device->nbClosed) == 0; ++i)
         ::Sleep(1000);
-    HOLDS(scene.device->nbClosed == 1);
+    HOLDS(peek(scene.device->nbClosed) == 1);
 }
 
 SIMULATED(DeviceIsClosedWhenItsCallReturns, {.schedules = 100,
@@ -167,15 +167,15 @@ SIMULATED(DeviceIsClosedWhenItsCallReturns, {.schedules = 100,
     scene.device->secondsToStart = 60;
     scene.supervisor->start();
     ::Sleep(1000);
-    HOLDS(scene.device->isInCall);
+    HOLDS(peek(scene.device->isInCall));
     DevSeqStatus const status = scene.supervisor->stop(1, 1);
     HOLDS(status.devices[0].end == DevSeqDeviceStatus::End::NO_ANSWER);
     HOLDS(status.devices[0].call == "start");
     scene.supervisor = nullptr;
     scene.manager = nullptr;
-    HOLDS(scene.device->isInCall && scene.device->nbClosed == 0);
+    HOLDS(peek(scene.device->isInCall) && peek(scene.device->nbClosed) == 0);
     ::Sleep(60'000);
-    HOLDS(!scene.device->isInCall && scene.device->nbClosed == 1);
+    HOLDS(!peek(scene.device->isInCall) && peek(scene.device->nbClosed) == 1);
 }
 
 SIMULATED(ClosingWithALimitWaitsForACall, {.schedules = 100,
@@ -190,15 +190,15 @@ SIMULATED(ClosingWithALimitWaitsForACall, {.schedules = 100,
         scene.device->secondsToStart = 60;
         scene.supervisor->start();
         ::Sleep(1000);
-        HOLDS(scene.device->isInCall);
+        HOLDS(peek(scene.device->isInCall));
         DevMgrCloseReport const report = scene.manager->close(isInTime ? 100 : 10);
         HOLDS(report.devices.size() == 1);
         HOLDS(report.devices[0].end ==
               (isInTime ? DevMgrCloseReport::End::CLOSED : DevMgrCloseReport::End::NOT_CLOSED));
-        HOLDS(scene.device->nbClosed == (isInTime ? 1 : 0));
+        HOLDS(peek(scene.device->nbClosed) == (isInTime ? 1 : 0));
         if (!isInTime)
             ::Sleep(60'000);
-        HOLDS(scene.device->nbClosed == 1);
+        HOLDS(peek(scene.device->nbClosed) == 1);
     }
 }
 

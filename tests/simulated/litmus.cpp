@@ -125,16 +125,16 @@ std::string runOnce(WeakMemory &memory, Litmus const &litmus)
 
 // ---- The axioms.
 
-bool acquires(std::memory_order order)
+bool acquires(ZvPlatform::Order order)
 {
-    return order == std::memory_order_acquire || order == std::memory_order_acq_rel ||
-           order == std::memory_order_seq_cst;
+    return order == ZvPlatform::Order::ACQUIRE || order == ZvPlatform::Order::ACQ_REL ||
+           order == ZvPlatform::Order::SEQ_CST;
 }
 
-bool releases(std::memory_order order)
+bool releases(ZvPlatform::Order order)
 {
-    return order == std::memory_order_release || order == std::memory_order_acq_rel ||
-           order == std::memory_order_seq_cst;
+    return order == ZvPlatform::Order::RELEASE || order == ZvPlatform::Order::ACQ_REL ||
+           order == ZvPlatform::Order::SEQ_CST;
 }
 
 /// A relation between the events of an execution.
@@ -186,7 +186,7 @@ public:
     {
         // A store for the first value of each word, which happens before everything else.
         for (unsigned word = 0; word < countWords(litmus); ++word)
-            _events.push_back({{Operation::STORE, std::memory_order_relaxed, word, 0}, 0});
+            _events.push_back({{Operation::STORE, ZvPlatform::Order::RELAXED, word, 0}, 0});
         _nbFirst = _events.size();
         for (unsigned thread = 0; thread < litmus.size(); ++thread)
             for (Operation const &operation : litmus[thread])
@@ -268,7 +268,7 @@ private:
 
     bool isSequential(std::size_t i) const
     {
-        return _events[i].operation.order == std::memory_order_seq_cst;
+        return _events[i].operation.order == ZvPlatform::Order::SEQ_CST;
     }
 
     bool isFence(std::size_t i) const { return _events[i].operation.kind == Operation::FENCE; }

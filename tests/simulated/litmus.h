@@ -6,7 +6,8 @@
 // C++20 permit. The two have no code in common.
 #pragma once
 
-#include <atomic>
+#include "zvbase/platform/shared.h"
+
 #include <set>
 #include <string>
 #include <vector>
@@ -25,7 +26,7 @@ struct Operation
     };
 
     Kind kind;
-    std::memory_order order;
+    ZvPlatform::Order order;
     unsigned word = 0;
     int value = 0; ///< that is stored
 

@@ -13,7 +13,11 @@ namespace {
 Nursery *nursery = nullptr;
 
 constexpr std::uint64_t FIRST_SEED = Explorer::FIRST_SEED;
+#ifdef ZV_RACES
+constexpr unsigned REPETITIONS = 0; // the forms without the check compare runs
+#else
 constexpr unsigned REPETITIONS = 5;
+#endif
 
 /// Test that runs a program under a fixed number of schedules.
 class ScenarioTest : public testing::Test
@@ -112,6 +116,11 @@ private:
 };
 
 } // namespace
+
+Nursery &getNursery()
+{
+    return *nursery;
+}
 
 Enter::Enter(char const *suite, Scenario const &scenario, char const *file, int line)
 {

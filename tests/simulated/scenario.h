@@ -13,9 +13,12 @@
 // scheduler can detect, is found without its help.
 #pragma once
 
-#include "explore/scenario.private.h"
+#include "explore/nursery.private.h"
 
 namespace Zv::Simulated {
+
+/// Returns the process that all programs are forked from.
+Nursery &getNursery();
 
 /// Adds a program, and a test that runs it.
 struct Enter

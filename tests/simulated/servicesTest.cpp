@@ -143,6 +143,15 @@ SIMULATED(EventIsResetWhileOthersWait, {.onKernel = 300})
     HOLDS(!wait(event, 0));
 }
 
+SIMULATED(ResetMeetsAWaiterOfAnEvent, {.onKernel = 300})
+{
+    Event event;
+    Worker waiter("waiter", [&] { HOLDS(wait(event)); });
+    Worker resetting("resetting", [&] { HOLDS(::ResetEvent(event)); });
+    resetting.join();
+    HOLDS(::SetEvent(event));
+}
+
 SIMULATED(PulseMeetsTimeOutAndSet, {.onKernel = 300})
 {
     Event event;
@@ -184,6 +193,62 @@ SIMULATED(WaitsInTurnBuildCredit, {.onKernel = 300})
         }
     });
     for (int i = 0; i < 4; ++i) {
+        HOLDS(::SetEvent(ping));
+        HOLDS(wait(pong));
+    }
+}
+
+SIMULATED(WokenWaitersGoOnToAnotherQueue, {.onKernel = 300})
+{
+    Event event(true);
+    Semaphore units;
+    auto const body = [&] {
+        HOLDS(wait(event));
+        HOLDS(wait(units));
+    };
+    Worker first("first", body);
+    Worker second("second", body);
+    HOLDS(::SetEvent(event));
+    post(units, 2);
+    first.join();
+    second.join();
+    HOLDS(!wait(units, 0));
+}
+
+SIMULATED(TimedOutWaiterOfAnEventIsInItsNextQueue, {.onKernel = 1500})
+{
+    Event event, never;
+    Worker waiter("waiter", [&] {
+        wait(event, 1);
+        HOLDS(!wait(never, 1));
+    });
+    HOLDS(::SetEvent(event));
+}
+
+SIMULATED(ThreeMeetAtTheQueueOfAnEvent, {.onKernel = 1000})
+{
+    Event event(true);
+    auto const body = [&] {
+        HOLDS(::PulseEvent(event));
+        HOLDS(!wait(event, 0));
+    };
+    Worker first("first", body);
+    Worker second("second", body);
+    body();
+}
+
+SIMULATED(SpinsEndInASleep, {.onKernel = 300, .bound = 3000})
+{
+    Event ping, pong;
+    Worker other("other", [&] {
+        for (int i = 0; i < 5; ++i) {
+            HOLDS(wait(ping));
+            if (i == 4)
+                ::Sleep(1000);
+            HOLDS(::SetEvent(pong));
+        }
+    });
+    for (int i = 0; i < 5; ++i) {
         HOLDS(::SetEvent(ping));
         HOLDS(wait(pong));
     }
@@ -250,7 +315,7 @@ SIMULATED(NamedSemaphoreIsOpenedAndClosed, {.onKernel = 300})
     body();
 }
 
-SIMULATED(NamedSemaphoreWakesAndTimesOut, {.onKernel = 300})
+SIMULATED(NamedSemaphoreWakesAndTimesOut, {.onKernel = 1500})
 {
     Owned semaphore(::CreateSemaphoreA(nullptr, 0, 10, "program"));
     std::uint32_t taken = 0;
@@ -288,7 +353,7 @@ SIMULATED(MutexExcludes, {.onKernel = 300, .preemptions = 1})
     HOLDS(rounds == 6);
 }
 
-SIMULATED(TimeOutMeetsTheReleaseOfAMutex, {.onKernel = 300})
+SIMULATED(TimeOutMeetsTheReleaseOfAMutex, {.onKernel = 1000})
 {
     Mutex mutex;
     HOLDS(wait(mutex));
@@ -307,7 +372,7 @@ SIMULATED(TimeOutMeetsTheReleaseOfAMutex, {.onKernel = 300})
     HOLDS(::ReleaseMutex(mutex));
 }
 
-SIMULATED(TimedOutWaiterOfAMutexIsInItsNextQueue, {.onKernel = 300})
+SIMULATED(TimedOutWaiterOfAMutexIsInItsNextQueue, {.onKernel = 1500})
 {
     Mutex mutex;
     Event event;
@@ -493,6 +558,20 @@ SIMULATED(WaiterOfASectionIsKilled, {.onKernel = 300})
     ::DeleteCriticalSection(&section);
 }
 
+SIMULATED(ThreadIsKilledWhileItClosesAHandle, {.onKernel = 300})
+{
+    HANDLE const event = ::CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    HANDLE copy = nullptr;
+    HOLDS(::DuplicateHandle(::GetCurrentProcess(), event, ::GetCurrentProcess(), &copy, 0, FALSE,
+                            DUPLICATE_SAME_ACCESS));
+    Worker victim("victim", [=] { ::CloseHandle(copy); });
+    kill(victim);
+    HOLDS(::PulseEvent(event));
+    HOLDS(::CloseHandle(event));
+    // The victim may have died before it closed its own.
+    ::CloseHandle(copy);
+}
+
 SIMULATED(ThreadIsKilledInsideAnyService,
           {.onKernel = 300, .leftOver = {.objects = 3, .threads = 0}})
 {
@@ -616,9 +695,66 @@ SIMULATED(EndOfAThreadIsWaitedForByTwo, {.onKernel = 300})
     thread.join();
 }
 
+SIMULATED(SlotOfAClosedObjectIsNotReused, {.onKernel = 300})
+{
+    Event event;
+    HANDLE const handle = event;
+    Worker waiter("waiter", [=] { ::WaitForSingleObject(handle, 1); });
+    event.close();
+    Event next;
+    Worker patient("patient", [&] { HOLDS(wait(next)); });
+    waiter.join();
+    HOLDS(::SetEvent(next));
+}
+
+SIMULATED(SlotsOfObjectsAreRecycled, {.onKernel = 600})
+{
+    {
+        Event slots[6];
+    }
+    Event go;
+    Worker other("other", [&] {
+        Event first, second;
+        first.close();
+        HOLDS(wait(go));
+        HOLDS(!wait(second, 0));
+    });
+    {
+        Event first, second;
+        HOLDS(::SetEvent(first));
+        HOLDS(::SetEvent(second));
+    }
+    HOLDS(::SetEvent(go));
+}
+
+SIMULATED(ThreadIsNamedWhileItEnds, {.onKernel = 300})
+{
+    Worker thread("thread", [] {});
+    HOLDS(::SetThreadDescription(thread.getHandle(), L"other") >= 0);
+}
+
+SIMULATED(ThreadBlocksAreRecycled, {.onKernel = 300})
+{
+    {
+        Worker thread("thread", [] {});
+    }
+    Event go(true);
+    std::uint32_t numbers[2] = {};
+    auto const body = [&](std::uint32_t &number) {
+        number = ::GetCurrentThreadId();
+        HOLDS(wait(go));
+    };
+    Worker first("first", [&] { body(numbers[0]); });
+    Worker second("second", [&] { body(numbers[1]); });
+    HOLDS(::SetEvent(go));
+    first.join();
+    second.join();
+    HOLDS(numbers[0] != numbers[1]);
+}
+
 // ---- addresses, sections, timers, slots ---------------------------------------------------------
 
-SIMULATED(AddressIsWokenOneByOne, {.onKernel = 300})
+SIMULATED(AddressIsWokenOneByOne, {.onKernel = 1000})
 {
     std::uint32_t word = 0;
     auto const body = [&] {
@@ -646,6 +782,19 @@ SIMULATED(TimeOutMeetsTheWakeUpOfAnAddress, {.onKernel = 300})
     });
     Interlocked::storeRelease(word, 1u);
     ::WakeByAddressAll(&word);
+}
+
+SIMULATED(TimedOutWaiterOfAnAddressIsInItsNextQueue, {.onKernel = 1500})
+{
+    std::uint32_t word = 0;
+    Event never;
+    Worker waiter("waiter", [&] {
+        std::uint32_t zero = 0;
+        ::WaitOnAddress(&word, &zero, sizeof word, 1);
+        HOLDS(!wait(never, 1));
+    });
+    Interlocked::storeRelease(word, 1u);
+    ::WakeByAddressSingle(&word);
 }
 
 SIMULATED(SectionExcludes, {.onKernel = 300, .preemptions = 1})

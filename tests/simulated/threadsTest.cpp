@@ -20,6 +20,40 @@ constexpr Settings WITH_PACKAGES = {.schedules = 150, .leftOver = SINGLETONS};
 
 } // namespace
 
+// More threads than are prepared before a process is forked, one after the other.
+SIMULATED(ThreadLocalValuesAreThoseOfOneThread, {.schedules = 50})
+{
+    struct Value
+    {
+        ~Value() { *end = count; }
+        int count = 0;
+        int *end = nullptr;
+    };
+    for (int i = 0; i < 10; ++i) {
+        int end = 0;
+        auto const use = [&end](int times) {
+            thread_local Value value;
+            HOLDS(value.count == 0 && !value.end);
+            value.end = &end;
+            for (int j = 0; j < times; ++j) {
+                step("use");
+                ++value.count;
+            }
+        };
+        int endOfOther = 0;
+        Worker one("one", [&] { use(3); });
+        Worker other("other", [&endOfOther] {
+            thread_local Value value;
+            value.end = &endOfOther;
+            step("use");
+            value.count += 5;
+        });
+        one.join();
+        other.join();
+        HOLDS(end == 3 && endOfOther == 5);
+    }
+}
+
 SIMULATED(PackagesUpAndDown, WITH_PACKAGES)
 {
     InPackageScope const packages;

@@ -46,8 +46,11 @@ class Puppet final : public DevMDSyncSeqPrtcl
 public:
     void performStart(ObjPtr<DevACO> aco, ObjPtr<DevANO> recover, ObjPtr<DevANO> abort) override
     {
-        _recover = recover;
-        _abort = abort;
+        {
+            LkGuard const guard(_lock);
+            _recover = recover;
+            _abort = abort;
+        }
         take("start", aco);
     }
     void performSync(ObjPtr<DevACO> aco, DtTimeMark const &) override { take("sync", aco); }
@@ -58,31 +61,61 @@ public:
     DtTime getLatency() override { return DtTime(); }
     DtTimeMark getMark() override { return DtTimeMark(); }
 
+    void keep(char const *step)
+    {
+        LkGuard const guard(_lock);
+        _keeps = step;
+    }
+    void hangIn(char const *step)
+    {
+        LkGuard const guard(_lock);
+        _hangsIn = step;
+    }
     void answer()
     {
-        keeps = "";
-        ObjPtr<DevACO> const aco(_kept.release());
-        aco->performExecute();
+        keep("");
+        releaseKept()->performExecute();
     }
-    void drop() { _kept = nullptr; }
-    void reportRecover() { _recover->performExecute(); }
-    void reportAbort() { _abort->performExecute(); }
+    void drop() { ObjPtr<DevACO> const dropped(releaseKept()); }
+    void reportRecover() { execute(_recover); }
+    void reportAbort() { execute(_abort); }
     void goOn() { _gate.post(); }
-
-    char const *keeps = "";
-    char const *hangsIn = "";
 
 private:
     void take(char const *step, ObjPtr<DevACO> &aco)
     {
-        if (std::strcmp(step, hangsIn) == 0)
+        if (isStep(_hangsIn, step))
             _gate.wait();
-        if (std::strcmp(step, keeps) == 0)
+        if (isStep(_keeps, step)) {
+            LkGuard const guard(_lock);
             _kept = aco;
-        else
+        } else {
             aco->performExecute();
+        }
+    }
+    bool isStep(char const * const &chosen, char const *step)
+    {
+        LkGuard const guard(_lock);
+        return std::strcmp(step, chosen) == 0;
+    }
+    ObjPtr<DevACO> releaseKept()
+    {
+        LkGuard const guard(_lock);
+        return ObjPtr<DevACO>(_kept.release());
+    }
+    void execute(ObjPtr<DevANO> const &request)
+    {
+        DevANO *known = nullptr;
+        {
+            LkGuard const guard(_lock);
+            known = request.get();
+        }
+        known->performExecute();
     }
 
+    LkLock _lock{"puppet"};
+    char const *_keeps = "";
+    char const *_hangsIn = "";
     ObjPtr<DevACO> _kept;
     ObjPtr<DevANO> _recover;
     ObjPtr<DevANO> _abort;
@@ -205,7 +238,7 @@ SIMULATED(ClientsWakeWhenAllDevicesLock, STRICT)
 {
     InPackageScope const packages;
     Scene scene;
-    scene.child->keeps = "sync";
+    scene.child->keep("sync");
     scene.start();
     auto const first = waitLocked(scene);
     auto const second = waitLocked(scene);
@@ -220,7 +253,7 @@ SIMULATED(ClientsWakeWhenARecoveryHasEnded, STRICT)
     InPackageScope const packages;
     Scene scene;
     scene.start();
-    scene.child->keeps = "recover";
+    scene.child->keep("recover");
     scene.child->reportRecover();
     settle();
     auto const client = waitLocked(scene);
@@ -233,7 +266,7 @@ SIMULATED(ClientsWakeWhenADeviceFails, STRICT)
 {
     InPackageScope const packages;
     Scene scene;
-    scene.child->keeps = "sync";
+    scene.child->keep("sync");
     scene.start();
     auto const first = waitLocked(scene);
     auto const second = waitLocked(scene);
@@ -247,12 +280,12 @@ SIMULATED(ClientsWakeWhenADeviceAborts, STRICT)
 {
     InPackageScope const packages;
     Scene scene;
-    scene.root->keeps = "sync";
+    scene.root->keep("sync");
     scene.start();
     auto const first = waitLocked(scene);
     auto const second = waitLocked(scene);
     settle();
-    scene.child->keeps = "abort";
+    scene.child->keep("abort");
     scene.child->reportAbort();
     HOLDS(first->getResult() == Result::FAILED);
     HOLDS(second->getResult() == Result::FAILED);
@@ -265,7 +298,7 @@ SIMULATED(ClientsWakeWhenTheSequenceIsStoppedAndWhenItHasEnded, STRICT)
 {
     InPackageScope const packages;
     Scene scene;
-    scene.child->keeps = "sync";
+    scene.child->keep("sync");
     scene.start();
     auto const locking = waitLocked(scene);
     auto const waiting = wait(scene);
@@ -285,7 +318,7 @@ SIMULATED(ClientsWakeWhenTheSequenceEndsByItself, STRICT)
 {
     InPackageScope const packages;
     Scene scene;
-    scene.root->keeps = "abort";
+    scene.root->keep("abort");
     scene.start();
     auto const waiting = wait(scene);
     scene.child->reportAbort();
@@ -302,7 +335,7 @@ SIMULATED(ClientsThatStopWakeWhenAnotherOneAborts, STRICT)
 {
     InPackageScope const packages;
     Scene scene;
-    scene.child->keeps = "stop";
+    scene.child->keep("stop");
     scene.start();
     auto const stopping = stop(scene);
     auto const waiting = wait(scene);
@@ -322,7 +355,7 @@ SIMULATED(ClientsSeeThatTheThreadHangs, STRICT)
     InPackageScope const packages;
     Scene scene;
     scene.start();
-    scene.child->hangsIn = "abort";
+    scene.child->hangIn("abort");
     double const begin = now();
     DevSeqStatus const status = scene.supervisor->abort(9);
     HOLDS(now() <= begin + 9.01);
@@ -351,7 +384,7 @@ SIMULATED(ClientsSeeThatTheObserverHangs, STRICT)
     auto const observer = makeShd<Observer>();
     scene.supervisor->setObserver(observer);
     scene.start();
-    scene.child->keeps = "abort";
+    scene.child->keep("abort");
     double const begin = now();
     Worker aborting("aborting", [&scene, begin] {
         DevSeqStatus const status = scene.supervisor->abort(9);
@@ -382,7 +415,7 @@ SIMULATED(ThreadWakesWhenADeviceFailsWhileTheSequenceStops, STRICT)
 {
     InPackageScope const packages;
     Scene scene;
-    scene.child->keeps = "start";
+    scene.child->keep("start");
     scene.start();
     auto const stopping = stop(scene);
     settle();
@@ -396,7 +429,7 @@ SIMULATED(ThreadWakesWhenAChildHasEnded, STRICT)
     InPackageScope const packages;
     Scene scene;
     scene.start();
-    scene.child->keeps = "abort";
+    scene.child->keep("abort");
     auto const aborting = abort(scene, 9);
     settle();
     scene.child->answer();
@@ -409,7 +442,7 @@ SIMULATED(ThreadWakesWhenTheLimitIsShortened, STRICT)
     InPackageScope const packages;
     Scene scene;
     scene.start();
-    scene.child->keeps = "abort";
+    scene.child->keep("abort");
     auto const aborting = abort(scene, NEVER);
     settle();
     double const begin = now();
@@ -428,8 +461,8 @@ SIMULATED(ThreadWakesWhenACallReturns, STRICT)
     InPackageScope const packages;
     Scene scene;
     scene.start();
-    scene.child->hangsIn = "stop";
-    scene.child->keeps = "stop";
+    scene.child->hangIn("stop");
+    scene.child->keep("stop");
     Client stopping([&scene] {
         scene.supervisor->stop(1, 9);
         return true;
@@ -449,22 +482,31 @@ SIMULATED(ThreadWakesToTellTheObserverOfTheEnd, STRICT)
     public:
         void stateChanged(LiString const &device, LiString const &state) override
         {
-            last = device + " " + state;
+            LkGuard const guard(_lock);
+            _last = device + " " + state;
         }
-        LiString last;
+        LiString getLast()
+        {
+            LkGuard const guard(_lock);
+            return _last;
+        }
+
+    private:
+        LkLock _lock{"observer"};
+        LiString _last;
     };
     InPackageScope const packages;
     Scene scene;
     auto const observer = makeShd<Observer>();
     scene.supervisor->setObserver(observer);
     scene.start();
-    scene.root->keeps = "abort";
+    scene.root->keep("abort");
     auto const aborting = abort(scene, NEVER);
     settle();
-    HOLDS(observer->last == "root abort");
+    HOLDS(observer->getLast() == "root abort");
     scene.root->answer();
     settle();
-    HOLDS(observer->last == "root final");
+    HOLDS(observer->getLast() == "root final");
 }
 
 // ---- There is no memory for the orderly way.
@@ -494,7 +536,7 @@ SIMULATED(ClientsWakeWhenThereIsNoMemory, WITHOUT_MEMORY)
 {
     InPackageScope const packages;
     Scene scene;
-    scene.root->keeps = "sync";
+    scene.root->keep("sync");
     scene.start();
     auto const first = waitLocked(scene);
     auto const second = waitLocked(scene);
@@ -515,12 +557,12 @@ SIMULATED(StopWakesWhenThereIsNoMemory, WITHOUT_MEMORY)
     scene.start();
     scene.child->reportAbort();
     settle();
-    scene.root->keeps = "abort";
+    scene.root->keep("abort");
     attempt([&scene] { scene.root->reportAbort(); });
     double const begin = now();
     DevSeqStatus const status = scene.supervisor->stop(100, 1);
     HOLDS(now() <= begin + (status.failure.isEmpty() ? 101.01 : 1.01));
-    scene.root->keeps = "";
+    scene.root->keep("");
     scene.root->drop();
 }
 

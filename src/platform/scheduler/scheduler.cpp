@@ -1,16 +1,16 @@
 #include "platform/scheduler/scheduler.h"
 
+#include "platform/scheduler/plainData.h"
 #include "platform/scheduler/sharedWords.h"
 #include "zvbase/platform/interlocked.h"
 
-#include <climits>
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <execinfo.h>
-#include <linux/futex.h>
-#include <sys/syscall.h>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
@@ -54,24 +54,11 @@ std::uint64_t mix(std::uint64_t digest, char const *text)
     return mix(digest, word);
 }
 
-void sleepUntilBaton(std::uint32_t &baton)
-{
-    while (__atomic_exchange_n(&baton, 0, __ATOMIC_RELAXED) == 0)
-        ::syscall(SYS_futex, &baton, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
-    __atomic_thread_fence(__ATOMIC_SEQ_CST);
-}
-
-void giveBaton(std::uint32_t &baton)
-{
-    __atomic_thread_fence(__ATOMIC_SEQ_CST);
-    __atomic_store_n(&baton, 1, __ATOMIC_RELAXED);
-    ::syscall(SYS_futex, &baton, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
-}
-
 } // namespace
 
 Unseen::Unseen()
 {
+    plainData.ignore(1);
     if (!AnnotateIgnoreReadsBegin || !AnnotateIgnoreWritesBegin)
         return;
     AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
@@ -80,6 +67,7 @@ Unseen::Unseen()
 
 Unseen::~Unseen()
 {
+    plainData.ignore(-1);
     if (!AnnotateIgnoreReadsEnd || !AnnotateIgnoreWritesEnd)
         return;
     AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
@@ -123,7 +111,7 @@ void Scheduler::receive()
         return;
     if (AnnotateIgnoreSyncBegin)
         AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
-    ::pthread_join(ended->pthread, nullptr);
+    ended->bearer->join();
     if (AnnotateIgnoreSyncEnd)
         AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
     joined(*ended);
@@ -136,21 +124,13 @@ void Scheduler::handOver(Task &to)
         return;
     ++_record->switches;
     // This must be read before the baton is passed, because the next thread may kill this one.
-    bool const isOver = from.state == Task::ENDED;
+    bool const isEnding = from.state == Task::ENDED;
     self = &to;
     // `TerminateThread` acquires this, because it may kill a thread that waits for the baton.
     tellRelease(&from);
-    giveBaton(to.baton);
-    if (isOver)
-        return;
-    sleepUntilBaton(from.baton);
-    receive();
-}
-
-void Scheduler::arrive(Task &thread)
-{
-    sleepUntilBaton(thread.baton);
-    receive();
+    from.bearer->passTo(*to.bearer, isEnding);
+    if (!isEnding)
+        receive();
 }
 
 void Scheduler::leave()
@@ -185,21 +165,30 @@ void Scheduler::collect(Candidates &candidates, bool hasYielded)
     }
     // In a ring from the running thread on, so that a strategy that always takes the next thread
     // reaches all of them.
-    for (unsigned i = 0; i + 1 < _used; ++i) {
-        Task &thread = *_tasks[(self->position + i) % _used];
+    bool isAnyWaiting = self->state == Task::WAITING;
+    auto const consider = [&](Task &thread) {
         if (isEnabled(thread))
             candidates.add(Option::RUN, &thread);
-    }
+        isAnyWaiting = isAnyWaiting || thread.state == Task::WAITING;
+    };
+    for (unsigned i = self->position; i < _used; ++i)
+        consider(*_tasks[i]);
+    for (unsigned i = 0; i + 1 < self->position; ++i)
+        consider(*_tasks[i]);
     _spinning = candidates.isCurrentFirst && candidates.count > 1 ? _spinning : 0;
     candidates.hasYielded = candidates.isCurrentFirst && (hasYielded || ++_spinning > PATIENCE);
     if (candidates.hasYielded)
         _spinning = 0;
+    if (!isAnyWaiting)
+        return;
     if (_options.stray)
         forEach([&](Task &thread) {
             if (thread.mayStray && thread.state == Task::WAITING && !isEnabled(thread))
                 candidates.add(Option::STRAY, &thread);
         });
-    if (_options.hasty && candidates.count && nextDeadline() != NEVER)
+    // Not in a long run, in which threads that wake at intervals might keep others from running.
+    if (_options.hasty && _record->steps < _options.bound / 2 && candidates.count &&
+        nextDeadline() != NEVER)
         candidates.add(Option::CLOCK, nullptr);
 }
 
@@ -323,6 +312,36 @@ void Scheduler::note(std::uint64_t result)
         trace("%35s gets %llu\n", self->name, static_cast<unsigned long long>(result));
 }
 
+// ---- Memory orders.
+
+Order Scheduler::followWeakened(OrderPlace const &place) const
+{
+    Weakening const &weakening = _options.weakening;
+    std::string_view const file = place.file;
+    std::string_view const ending = weakening.file;
+    // A relaxed operation of the same name may be on the same line.
+    if (place.order == Order::RELAXED || !file.ends_with(ending) ||
+        (file != ending && file[file.size() - ending.size() - 1] != '/') ||
+        std::strcmp(weakening.operation, place.operation) != 0)
+        return place.order;
+    _record->isWeakened = true;
+    return weakening.order;
+}
+
+std::uint32_t Scheduler::list(OrderPlace const &place)
+{
+    constexpr std::uint32_t SPREAD = 7;
+    for (std::uint32_t i = 0; i < Record::ORDERS; ++i) {
+        std::uint32_t const number = 1 + (SPREAD * place.line + i) % (Record::ORDERS - 1);
+        OrderPlace &one = _record->orders[number];
+        if (!one.file)
+            one = place;
+        if (one.line == place.line && one.file == place.file && one.operation == place.operation)
+            return number;
+    }
+    report("too many orders", "the record has no room for their places");
+}
+
 // ---- The clock.
 
 Instant Scheduler::deadlineAfter(DWORD milliseconds) const
@@ -413,6 +432,7 @@ bool Scheduler::add(Task &task)
     task.serial = ++_serial;
     task.state = Task::RUNNABLE;
     task.stated = nullptr;
+    task.hasReleased = false;
     task.doing = "beginning";
     task.place.count = 0;
     std::snprintf(task.name, sizeof task.name, "thread %u", task.serial);
@@ -437,10 +457,13 @@ void Scheduler::begin(Options const &options, Record &record)
     record.steps = record.switches = record.decisions = record.failable = record.threads = 0;
     record.digest = options.seed ? 1 : 0;
     record.time = 0;
-    record.isDone = false;
+    if (options.listsOrders)
+        std::fill_n(record.orders, Record::ORDERS, OrderPlace{});
+    record.isDone = record.isWeakened = false;
     record.finding[0] = record.report[0] = '\0';
     _record = &record;
     weakMemory.reset();
+    plainData.reset();
 }
 
 void Scheduler::end(LeftOver const &leftOver)

@@ -44,8 +44,8 @@ public:
     /// Creates the real thread of a task, and begins a simulation if none runs. Returns false if
     /// there is no thread.
     bool start(Task &, std::size_t stackSize);
-    /// Waits until the calling thread, created by `start`, gets the baton for the first time.
-    void arrive(Task &);
+    /// Called by a thread that gets the baton.
+    void receive();
     /// Ends the calling thread and passes the baton on. The next thread joins the real thread.
     void leave();
     /// Passes the baton on from the calling thread, which has been killed and never runs again.
@@ -67,6 +67,15 @@ public:
     bool isTracing() const { return _record && _options.trace >= 0; }
     void traceText(char const *text) { trace("%s", text); }
     std::uint32_t getStep() const { return _record ? _record->steps : 0; }
+    /// Returns the order that an operation has in this run.
+    Order follow(OrderPlace const &place) const
+    {
+        return _options.weakening.line != place.line ? place.order : followWeakened(place);
+    }
+    bool listsOrders() const { return _record && _options.listsOrders; }
+    /// Returns the number of an order in the record.
+    std::uint32_t list(OrderPlace const &);
+    void setUsed(std::uint32_t order) { _record->orders[order].isUsed = true; }
 
     [[noreturn]] void report(char const *finding, char const *text);
 
@@ -88,8 +97,8 @@ private:
     void pick(bool hasYielded);
     void keep(unsigned chosen, unsigned count, bool isPreemption);
     void handOver(Task &to);
-    void receive();
     void judgeStated();
+    Order followWeakened(OrderPlace const &) const;
     void trace(Step const &);
     void trace(char const *format, ...) __attribute__((format(printf, 2, 3)));
 

@@ -1,10 +1,12 @@
 #include "platform/scheduler/sharedWords.h"
 
+#include "platform/scheduler/plainData.h"
 #include "platform/scheduler/scheduler.h"
 #include "zvbase/platform/shared.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 
 namespace ZvPlatform::Simulated {
 
@@ -38,6 +40,10 @@ constinit unsigned nbPlaces = 0;
 constinit OlderValue older[MAX_OLDER] = {};
 constinit unsigned nbOlder = 0;
 
+// Numbers of the memory orders of the latest operation, if the run lists them.
+constinit std::uint32_t listedOrder = 0;
+constinit std::uint32_t listedFailure = 0;
+
 unsigned me()
 {
     return indexOf(currentTask());
@@ -54,7 +60,7 @@ Place *newPlace()
 
 WeakMemory::Origin here()
 {
-    return {scheduler.getStep(), currentTask().serial, newPlace()};
+    return {scheduler.getStep(), currentTask().serial, newPlace(), listedOrder};
 }
 
 Access accessOf(WeakMemory::Origin const &origin)
@@ -107,7 +113,51 @@ void noteLoad(void const *word, WeakMemory::Loaded const &loaded)
     scheduler.traceText(text);
 }
 
+/// Notes which memory orders have let the calling thread learn something, while it reads.
+class Learning
+{
+public:
+    Learning()
+    {
+        if (scheduler.listsOrders())
+            _before = weakMemory.getHappened(me());
+    }
+    /// `reading` and `releasing` are the numbers of the orders.
+    void note(std::uint32_t reading, std::uint32_t releasing) const
+    {
+        if (!_before)
+            return;
+        auto const &after = weakMemory.getHappened(me()).events;
+        for (unsigned i = 0; i < WeakMemory::THREADS; ++i)
+            if (i != me() % WeakMemory::THREADS && after[i] > _before->events[i]) {
+                scheduler.setUsed(reading);
+                scheduler.setUsed(releasing);
+            }
+    }
+
+private:
+    std::optional<WeakMemory::Clock> _before;
+};
+
+Order follow(OrderPlace const &place, bool isFailure = false)
+{
+    if (scheduler.listsOrders()) {
+        std::uint32_t const number = scheduler.list(place);
+        if (place.order == Order::SEQ_CST)
+            scheduler.setUsed(number);
+        listedFailure = number;
+        if (!isFailure)
+            listedOrder = number;
+    }
+    return scheduler.follow(place);
+}
+
 } // namespace
+
+void append(char *&text, char *end, WeakMemory::Origin const &origin)
+{
+    appendAccess(text, end, accessOf(origin));
+}
 
 void listOlderValues(char *&text, char *end)
 {
@@ -116,20 +166,27 @@ void listOlderValues(char *&text, char *end)
         appendOlder(text, end, older[i % MAX_OLDER]);
 }
 
-void reachShared(char const *operation, void const *word)
+Order reachShared(char const *operation, void const *word, Order order, char const *file,
+                  unsigned line)
 {
     if (!scheduler.isRunning())
-        return;
+        return order;
     scheduler.point({operation, word});
+    plainData.expectShared(word);
     WeakMemory::Origin const *origin = word ? weakMemory.findUnpublished(me(), word) : nullptr;
     if (!origin)
-        return;
+        return follow({operation, file, line, order});
     static char text[2048];
     char *next = text;
     append(next, text + sizeof text, "%s need not see that %p %s was constructed, in ",
            currentTask().name, word, nameOf(word));
-    appendAccess(next, text + sizeof text, accessOf(*origin));
+    append(next, text + sizeof text, *origin);
     scheduler.report("unpublished word", text);
+}
+
+Order reachFailure(Order order, char const *file, unsigned line)
+{
+    return scheduler.isRunning() ? follow({"failure", file, line, order}, true) : order;
 }
 
 void constructShared(void const *word, std::uint64_t value)
@@ -138,51 +195,63 @@ void constructShared(void const *word, std::uint64_t value)
         weakMemory.construct(me(), word, value, here());
 }
 
-std::uint64_t loadShared(void const *word, std::uint64_t newest, std::memory_order order)
+std::uint64_t loadShared(void const *word, std::uint64_t newest, Order order)
 {
     if (!scheduler.isRunning())
         return newest;
+    Learning const learning;
     WeakMemory::Loaded const loaded = weakMemory.load(me(), word, newest, order, chooseStore);
+    if (loaded.read)
+        learning.note(listedOrder, loaded.read->releasing);
     noteLoad(word, loaded);
     return loaded.value;
 }
 
-void storeShared(void const *word, std::uint64_t former, std::uint64_t value,
-                 std::memory_order order)
+void storeShared(void const *word, std::uint64_t former, std::uint64_t value, Order order)
 {
     if (scheduler.isRunning())
         weakMemory.store(me(), word, former, value, order, here());
 }
 
-void changeShared(void const *word, std::uint64_t former, std::uint64_t value,
-                  std::memory_order order)
+void changeShared(void const *word, std::uint64_t former, std::uint64_t value, Order order)
 {
     if (!scheduler.isRunning())
         return;
-    weakMemory.change(me(), word, former, value, order, here());
+    Learning const learning;
+    learning.note(listedOrder, weakMemory.change(me(), word, former, value, order, here()));
 #ifdef ZV_KERNEL_SIMULATED
+    if (order == Order::RELAXED || order == Order::ACQUIRE)
+        return;
     // What the thread still does with what it has released, others may meet.
-    if (order != std::memory_order_relaxed && order != std::memory_order_acquire)
-        scheduler.point({"released", word});
+    Task &thread = currentTask();
+    thread.hasReleased = true;
+    scheduler.point({"released", word});
+    thread.hasReleased = false;
 #endif
 }
 
 bool refuseShared(void const *word, std::uint64_t &value, std::uint64_t expected, bool isWeak,
-                  std::memory_order failure)
+                  Order failure)
 {
     if (!scheduler.isRunning())
         return value != expected;
+    Learning const learning;
     WeakMemory::Compared const compared =
         weakMemory.compare(me(), word, value, expected, isWeak, failure, chooseStore);
+    if (compared.read && compared.isRefused)
+        learning.note(listedFailure, compared.read->releasing);
     noteLoad(word, compared);
     value = compared.value;
     return compared.isRefused;
 }
 
-void fenceShared(std::memory_order order)
+void fenceShared(Order order)
 {
-    if (scheduler.isRunning())
-        weakMemory.fence(me(), order);
+    if (!scheduler.isRunning())
+        return;
+    Learning const learning;
+    weakMemory.fence(me(), order);
+    learning.note(listedOrder, 0);
 }
 
 } // namespace ZvPlatform::Simulated

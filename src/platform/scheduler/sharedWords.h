@@ -21,6 +21,9 @@ inline void forgetPublished(void const *object)
         weakMemory.forget(object);
 }
 
+/// Appends the step and the thread of an operation, and its place if the run is traced.
+void append(char *&text, char *end, WeakMemory::Origin const &);
+
 /// Appends the latest loads that have read an older value, and the stores that they have not seen.
 void listOlderValues(char *&text, char *end);
 

@@ -1,3 +1,4 @@
+#include "platform/scheduler/plainData.h"
 #include "platform/scheduler/scheduler.h"
 #include "platform/scheduler/sharedWords.h"
 
@@ -37,7 +38,7 @@ void adopt()
     }
     hasFirst = true;
     mine = self = &adoptFirst();
-    mine->pthread = ::pthread_self();
+    mine->bearer = &Bearer::current();
 }
 
 [[noreturn]] void findException(char const *finding)
@@ -58,18 +59,18 @@ void adopt()
     find("terminate", "%s ends the program", self ? self->name : "a thread");
 }
 
-void *run(void *data)
+void run(void *data)
 {
     Task &task = *static_cast<Task *>(data);
     mine = &task;
-    scheduler.arrive(task);
+    scheduler.receive();
+    plainData.forgetStack(Bearer::current().getStackSize());
     try {
         execute(task);
     } catch (...) {
         findException("exception");
     }
     scheduler.leave();
-    return nullptr;
 }
 
 } // namespace
@@ -92,16 +93,12 @@ bool Scheduler::start(Task &task, std::size_t stackSize)
     }
     weakMemory.start(indexOf(task), indexOf(currentTask()));
     std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    pthread_attr_t attributes;
-    ::pthread_attr_init(&attributes);
-    bool const good =
-        ::pthread_attr_setstacksize(&attributes,
-                                    (stackSize + STACK_OVERHEAD + page - 1) / page * page) == 0 &&
-        ::pthread_create(&task.pthread, &attributes, run, &task) == 0;
-    ::pthread_attr_destroy(&attributes);
-    if (good && _record)
+    task.bearer = Bearer::create((stackSize + STACK_OVERHEAD + page - 1) / page * page, run, &task);
+    if (!task.bearer)
+        return false;
+    if (_record)
         ++_record->threads;
-    return good;
+    return true;
 }
 
 void begin(Options const &options, Record &record)
@@ -109,7 +106,7 @@ void begin(Options const &options, Record &record)
     // The calling thread takes the place of the thread that has loaded the program.
     if (hasFirst) {
         mine = self;
-        mine->pthread = ::pthread_self();
+        mine->bearer = &Bearer::current();
         tookPlace();
     }
     scheduler.begin(options, record);

@@ -1,10 +1,11 @@
 // Deterministic scheduler for tests: runs the threads of a program in an order that a seed
 // determines.
 //
-// The threads are real ones, but exactly one of them runs at a time, and the others wait for the
-// baton. Each interlocked operation and each service call is a point at which the scheduler may
-// pass the baton to another thread, except calls that only concern the calling thread or return a
-// constant. A seed therefore determines one order of events, the same on every machine.
+// Each thread has a stack and thread-local values of its own, but exactly one of them runs at a
+// time, and the others wait for the baton. Each interlocked operation and each service call is a
+// point at which the scheduler may pass the baton to another thread, except calls that only concern
+// the calling thread or return a constant. A seed therefore determines one order of events, the
+// same on every machine.
 //
 // Time is virtual. When all threads wait, it advances to the next time-out or due timer. It also
 // advances while threads only call `Sleep(0)`, and at random moments if the option `hasty` is set.
@@ -14,12 +15,13 @@
 // It is entered in the record, and ends the process.
 //
 // A schedule can be any order of the operations of the layer, and a load of a shared word can
-// return an older value. It does not show what happens between two operations of the layer. The
-// thread sanitizer does not see the baton, so a program that is built with it shows data races as
-// well.
+// return an older value. It does not show what happens between two operations of the layer. If the
+// build has ZV_RACES, each access to plain data is checked, and two without an order are a finding,
+// see plainData.h.
 #pragma once
 
 #include "platform/services.h"
+#include "zvbase/platform/shared.h"
 
 #pragma GCC visibility push(default)
 
@@ -28,7 +30,7 @@ namespace ZvPlatform::Simulated {
 /// Strategy that chooses the next thread.
 enum class Choice : std::uint32_t
 {
-    /// Any thread that can run, each with the same probability.
+    /// Any thread that can run, with equal probabilities. In half of the runs, some are delayed.
     RANDOM,
     /// The thread with the highest of random priorities. At `depth - 1` random decisions the
     /// running thread gets the lowest.
@@ -51,6 +53,31 @@ enum Resource : std::uint32_t
     ALL_RESOURCES = 127
 };
 
+/// The place in the source that names a memory order, by the operation on a shared word.
+struct OrderPlace
+{
+    /// Its name, such as "load" or "fence". A compare-exchange has two orders. That of the failure
+    /// has the operation "failure".
+    char const *operation = nullptr;
+    char const *file = nullptr;
+    std::uint32_t line = 0;
+    Order order = Order::RELAXED;
+    /// The order was of use in the run: an operation that acquires has learnt by it what another
+    /// thread has done, or one that releases has published that. Or the order is sequentially
+    /// consistent.
+    bool isUsed = false;
+};
+
+/// A memory order that is weaker in a run than in the source. If no program finds a fault, either
+/// the source needs no such order, or a program is missing.
+struct Weakening
+{
+    char operation[24] = "";
+    char file[200] = "";    ///< the path, or its end from a slash on
+    std::uint32_t line = 0; ///< 0 if no order is weakened
+    Order order = Order::RELAXED;
+};
+
 struct Options
 {
     Choice choice = Choice::RANDOM;
@@ -62,7 +89,8 @@ struct Options
     std::uint32_t bound = 50'000;
     /// Time may advance while threads could run, as on a loaded machine.
     bool hasty = false;
-    /// If the run is hasty, time advances about once in so many decisions.
+    /// If the run is hasty, time advances once in so many decisions, or up to eight times as often,
+    /// until the run has taken half of the steps that it may take.
     std::uint32_t haste = 64;
     /// Waits for an address may end without a cause.
     bool stray = false;
@@ -76,6 +104,9 @@ struct Options
     /// File descriptor to which each step is written, with the call stack of its thread, or -1 for
     /// none.
     int trace = -1;
+    Weakening weakening;
+    /// The record gets the places of the orders that are reached.
+    bool listsOrders = false;
 };
 
 /// A point at which the scheduler had several options. The first option is the running thread, if
@@ -93,6 +124,7 @@ struct Decision
 struct Record
 {
     static constexpr std::uint32_t DECISIONS = 100'000;
+    static constexpr std::uint32_t ORDERS = 4096;
 
     std::uint32_t steps;
     std::uint32_t switches;
@@ -106,11 +138,16 @@ struct Record
     std::uint64_t digest;
     std::int64_t time;
     bool isDone;
+    /// The run has reached the place of the order that it weakens.
+    bool isWeakened;
     /// Kind of the finding, such as "deadlock", or empty.
     char finding[32];
     char report[16'000];
     /// Only for `SCRIPT`: the given decisions before the run, all decisions after it.
     Decision decision[DECISIONS];
+    /// Only if the options ask for it: a table of the elements from 1 on, by line. Elements without
+    /// a file are free. A place may be in it more than once.
+    OrderPlace orders[ORDERS];
 };
 
 /// Begins a simulation. The calling thread is its first thread.
@@ -154,6 +191,27 @@ public:
 
 /// Counts a call that can be made to fail. Returns whether it must fail.
 bool isRefused(Resource);
+
+/// While it exists, the detector of races and the thread sanitizer ignore the memory accesses of the
+/// thread. The simulation itself is built without either, but the functions of the C library and
+/// the conditions of a program are still checked.
+class Unseen
+{
+public:
+    Unseen();
+    ~Unseen();
+    Unseen(Unseen const &) = delete;
+    Unseen &operator=(Unseen const &) = delete;
+};
+
+/// Returns the newest value of data that another thread may have changed without an order. It is for
+/// what must hold at a moment of the virtual time.
+template <class T>
+T peek(T const &data)
+{
+    Unseen const unseen;
+    return data;
+}
 
 /// Returns the number of objects behind handles, such as events and threads. An object whose last
 /// handle has been closed still counts while a thread uses it.

@@ -1,5 +1,7 @@
 #include "platform/scheduler/strategies.h"
 
+#include <algorithm>
+
 namespace ZvPlatform::Simulated {
 
 std::uint64_t Random::next()
@@ -32,6 +34,9 @@ unsigned firstAllowed(Candidates const &candidates)
     return candidates.hasYielded && candidates.count > 1 ? 1 : 0;
 }
 
+/// Any thread, each with the same probability. In half of the runs, the running thread is sometimes
+/// held back for a while, as one that loses its processor, so that others take many steps between
+/// two of its own.
 class RandomChoice final : public Strategy
 {
 public:
@@ -39,10 +44,14 @@ public:
     {
         _random = Random(options.seed);
         _haste = options.haste;
+        _clockWeight = 1 << _random.below(4);
+        _delays = _random.below(2) ? 0 : FREQUENT << _random.below(4);
+        _delayed = nullptr;
     }
 
-    unsigned choose(Candidates const &candidates, Record &) override
+    unsigned choose(Candidates const &candidates, Record &record) override
     {
+        delay(candidates, record.decisions);
         // All threads have the same weight. Wake-ups without a cause and advances of the clock are
         // less likely.
         std::uint32_t weight = 0;
@@ -64,31 +73,62 @@ public:
 
 private:
     static constexpr std::uint32_t OLDER = 6;
+    /// The most frequent delays begin once in so many decisions.
+    static constexpr std::uint32_t FREQUENT = 8;
+    /// How many times as likely a delay is behind a release.
+    static constexpr std::uint32_t AFTER_RELEASE = 2;
+    /// How long a delay lasts at most, in multiples of the time between two of them.
+    static constexpr std::uint32_t LONGEST = 8;
+
+    /// Sometimes begins to hold the running thread back.
+    void delay(Candidates const &candidates, std::uint32_t decisions)
+    {
+        if (_delayed && decisions >= _delayedUntil)
+            _delayed = nullptr;
+        if (!_delays || _delayed || !candidates.isCurrentFirst)
+            return;
+        Task * const current = candidates.option[0].thread;
+        if (_random.below(current->hasReleased ? _delays / AFTER_RELEASE : _delays))
+            return;
+        _delayed = current;
+        _delayedUntil = decisions + 1 + _random.below(LONGEST * _delays);
+    }
 
     std::uint32_t weightOf(Option const &option) const
     {
-        return option.what == Option::RUN     ? _haste / 2
-               : option.what == Option::STRAY ? _haste / 16
-                                              : 1;
+        if (option.what == Option::CLOCK)
+            return _clockWeight;
+        if (option.what == Option::STRAY)
+            return _haste / 16;
+        // A thread that is held back hardly ever runs if another can. If none can, time may advance
+        // first.
+        return option.thread == _delayed ? 1 : _haste / 2;
     }
 
     Random _random;
     std::uint32_t _haste = 0;
+    std::uint32_t _clockWeight = 1;
+    /// One in so many decisions begins a delay, or 0 if none does.
+    std::uint32_t _delays = 0;
+    Task *_delayed = nullptr;
+    std::uint32_t _delayedUntil = 0;
 };
 
 /// Random priorities, after Burckhardt, Kothari, Musuvathi and Nagarakatte, "A randomized scheduler
 /// with probabilistic guarantees of finding bugs", 2010. With n threads and k steps, a fault that
-/// needs d orderings is found with a probability of at least 1 / (n * k^(d-1)).
+/// needs d orderings is found with a probability of at least 1 / (n * k^(d-1)). Behind a release, a
+/// change is more likely.
 class PriorityChoice final : public Strategy
 {
 public:
     void begin(Options const &options, Record &) override
     {
         _random = Random(options.seed);
-        _haste = options.haste;
+        _haste = std::max(options.haste >> _random.below(4), MOST_HASTE);
         _changes = options.depth > MAX_DEPTH ? MAX_DEPTH : options.depth ? options.depth - 1 : 0;
         for (unsigned i = 0; i < _changes; ++i)
             _change[i] = 1 + _random.below(options.length ? options.length : 1);
+        _releases = _random.below(2) ? 0 : RELEASES;
         _clock = draw();
         _lowest = 0;
         _isBehind = false;
@@ -105,6 +145,8 @@ public:
                 isTired = isTired || current;
                 _change[i] = UINT32_MAX;
             }
+        if (_releases && current && current->hasReleased && _random.below(_releases) == 0)
+            isTired = true;
         if (isTired)
             current->priority = --_lowest;
         unsigned best = 0;
@@ -130,6 +172,10 @@ private:
     static constexpr std::uint32_t FALLS_BEHIND = 12;
     static constexpr std::uint32_t STAYS_BEHIND = 2;
     static constexpr unsigned MAX_DEPTH = 16;
+    /// If time advanced more often, a thread that wakes at intervals could keep others from running.
+    static constexpr std::uint32_t MOST_HASTE = 64;
+    /// In half of the runs, one in so many releases is followed by a change of priority.
+    static constexpr std::uint32_t RELEASES = 16;
 
     std::int64_t draw() { return static_cast<std::int64_t>(_random.next() >> 2); }
 
@@ -141,6 +187,7 @@ private:
     Random _random;
     std::uint32_t _change[MAX_DEPTH] = {};
     unsigned _changes = 0;
+    std::uint32_t _releases = 0;
     std::uint32_t _haste = 0;
     std::int64_t _clock = 0;
     std::int64_t _lowest = 0;

@@ -6,9 +6,8 @@
 #pragma once
 
 #include "platform/common/clock.h"
+#include "platform/scheduler/bearer.h"
 #include "platform/scheduler/simulation.h"
-
-#include <pthread.h>
 
 namespace ZvPlatform::Simulated {
 
@@ -33,11 +32,10 @@ struct Task
     };
 
     unsigned position = 0; ///< in the scheduler's list, from 1
-    std::uint32_t baton = 0;
+    Bearer *bearer = nullptr;
     std::uint32_t serial = 0; ///< never reused
     State state = UNUSED;
     char name[16] = {};
-    pthread_t pthread{};
 
     // The current wait, or the last one.
     bool granted = false;  ///< the wait has been satisfied
@@ -52,6 +50,8 @@ struct Task
     char const *doing = "";
     Place place;
     std::int64_t priority = 0;
+    /// The thread is at the point behind a step that has released something.
+    bool hasReleased = false;
 };
 
 /// The task that has the baton.
@@ -116,17 +116,5 @@ void synchroniseAcquire(void const *);
 // Only the thread sanitizer is told. They have no effect in other builds.
 void tellRelease(void const *);
 void tellAcquire(void const *);
-
-/// While it exists, the thread sanitizer ignores the memory accesses of the thread. The simulation
-/// itself is built without the sanitizer, but the functions of the C library and the conditions of
-/// a program are still checked.
-class Unseen
-{
-public:
-    Unseen();
-    ~Unseen();
-    Unseen(Unseen const &) = delete;
-    Unseen &operator=(Unseen const &) = delete;
-};
 
 } // namespace ZvPlatform::Simulated

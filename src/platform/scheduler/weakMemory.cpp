@@ -8,15 +8,14 @@ namespace ZvPlatform::Simulated {
 
 namespace {
 
-bool acquires(std::memory_order order)
+bool acquires(Order order)
 {
-    return order != std::memory_order_relaxed && order != std::memory_order_release;
+    return order != Order::RELAXED && order != Order::RELEASE;
 }
 
-bool releases(std::memory_order order)
+bool releases(Order order)
 {
-    return order == std::memory_order_release || order == std::memory_order_acq_rel ||
-           order == std::memory_order_seq_cst;
+    return order == Order::RELEASE || order == Order::ACQ_REL || order == Order::SEQ_CST;
 }
 
 /// Whether the thread of the clock knows that the value was stored, or has been read.
@@ -30,36 +29,49 @@ bool isIn(WeakMemory::Store const &store, WeakMemory::Clock const &clock)
     return false;
 }
 
+/// The numbers of words that are beside each other are beside each other, too.
 std::size_t hashOf(void const *address)
 {
-    return static_cast<std::size_t>(
-        reinterpret_cast<std::uintptr_t>(address) * 0x9E3779B97F4A7C15 >> 40);
+    auto const bits = reinterpret_cast<std::uintptr_t>(address);
+    return (bits >> 2) + (bits >> 16);
 }
 
 } // namespace
 
 template <class Entry, unsigned SIZE>
+std::uint16_t &WeakMemory::Table<Entry, SIZE>::numberOf(void const *address)
+{
+    std::size_t i = hashOf(address) % (2 * SIZE);
+    while (_numbers[i] && entries[_numbers[i] - 1].address != address)
+        i = (i + 1) % (2 * SIZE);
+    return _numbers[i];
+}
+
+template <class Entry, unsigned SIZE>
 Entry *WeakMemory::Table<Entry, SIZE>::find(void const *address)
 {
-    for (std::size_t i = hashOf(address) % SIZE;; i = (i + 1) % SIZE) {
-        Entry &entry = entries[i];
-        if (entry.address == address)
-            return &entry;
-        if (entry.address)
-            continue;
-        if (count == SIZE / 2)
-            return nullptr;
-        used[count++] = &entry;
-        entry.address = address;
-        return &entry;
+    std::uint16_t &number = numberOf(address);
+    if (number)
+        return &entries[number - 1];
+    if (count == SIZE) {
+        isTooSmall = true;
+        return nullptr;
     }
+    Entry &entry = entries[count++];
+    number = static_cast<std::uint16_t>(count);
+    entry.address = address;
+    return &entry;
 }
 
 template <class Entry, unsigned SIZE>
 void WeakMemory::Table<Entry, SIZE>::clear()
 {
-    for (; count; --count)
-        *used[count - 1] = {};
+    // The latest entry goes first, so that the others are still found.
+    for (; count; --count) {
+        numberOf(entries[count - 1].address) = 0;
+        entries[count - 1] = {};
+    }
+    isTooSmall = false;
 }
 
 void WeakMemory::Clock::join(Clock const &other)
@@ -107,6 +119,7 @@ WeakMemory::Store *WeakMemory::newStore(Word &word, std::uint64_t value)
     store->event = 0;
     store->thread = 0;
     store->isReleased = false;
+    store->releasing = 0;
     store->place = 0;
     std::fill_n(store->readers, THREADS, Store::NEVER);
     store->origin = {};
@@ -177,7 +190,7 @@ unsigned WeakMemory::collect(Word const &word, Thread const &thread, bool isSequ
 
 // ---- Operations.
 
-void WeakMemory::read(unsigned thread, Store &store, std::memory_order order)
+void WeakMemory::read(unsigned thread, Store &store, Order order)
 {
     Thread &me = at(thread);
     std::uint32_t const event = ++me.events;
@@ -186,23 +199,24 @@ void WeakMemory::read(unsigned thread, Store &store, std::memory_order order)
     if (store.isReleased)
         (acquires(order) ? me.view : me.toAcquire).join(store.released);
     me.view.happened.events[thread % THREADS] = event;
-    if (order == std::memory_order_seq_cst) {
+    if (order == Order::SEQ_CST) {
         ++_places;
         store.place = store.place ? store.place : _places;
     }
 }
 
-void WeakMemory::write(unsigned thread, Store &store, std::memory_order order, Origin origin)
+void WeakMemory::write(unsigned thread, Store &store, Order order, Origin origin)
 {
     Thread &me = at(thread);
     store.event = ++me.events;
     store.thread = static_cast<std::uint8_t>(thread % THREADS);
     store.origin = origin;
     me.view.happened.events[thread % THREADS] = store.event;
-    if (order == std::memory_order_seq_cst)
+    if (order == Order::SEQ_CST)
         store.place = ++_places;
     if (!releases(order) && !me.isReleased)
         return;
+    store.releasing = origin.order;
     View const &view = releases(order) ? me.view : me.released;
     if (store.isReleased)
         store.released.join(view);
@@ -217,7 +231,7 @@ void WeakMemory::construct(unsigned thread, void const *address, std::uint64_t v
     if (!word)
         return;
     begin(*word, value);
-    write(thread, *word->newest, std::memory_order_relaxed, origin);
+    write(thread, *word->newest, Order::RELAXED, origin);
     // A construction is no operation, so it publishes nothing.
     word->newest->isReleased = false;
     word->builder = word->newest->thread;
@@ -234,14 +248,14 @@ WeakMemory::Origin const *WeakMemory::findUnpublished(unsigned thread, void cons
 }
 
 WeakMemory::Loaded WeakMemory::load(unsigned thread, void const *address, std::uint64_t newest,
-                                    std::memory_order order, Choice choice)
+                                    Order order, Choice choice)
 {
     Word *word = find(address, newest);
     if (!word)
         return {.value = newest};
     Store *stores[HISTORY];
     Loaded loaded;
-    unsigned const count = collect(*word, at(thread), order == std::memory_order_seq_cst, stores);
+    unsigned const count = collect(*word, at(thread), order == Order::SEQ_CST, stores);
     Store &store = *stores[count > 1 ? choice(count) : 0];
     read(thread, store, order);
     loaded.value = store.value;
@@ -251,8 +265,8 @@ WeakMemory::Loaded WeakMemory::load(unsigned thread, void const *address, std::u
 }
 
 WeakMemory::Compared WeakMemory::compare(unsigned thread, void const *address, std::uint64_t newest,
-                                         std::uint64_t expected, bool isWeak,
-                                         std::memory_order failure, Choice choice)
+                                         std::uint64_t expected, bool isWeak, Order failure,
+                                         Choice choice)
 {
     Compared compared;
     Word *word = find(address, newest);
@@ -262,7 +276,7 @@ WeakMemory::Compared WeakMemory::compare(unsigned thread, void const *address, s
         return compared;
     }
     Store *stores[HISTORY];
-    unsigned const count = collect(*word, at(thread), failure == std::memory_order_seq_cst, stores);
+    unsigned const count = collect(*word, at(thread), failure == Order::SEQ_CST, stores);
     // The newest value comes first. It is read by the exchange if it is the expected one.
     // Otherwise, and for each older value, the operation is a load. A load of the expected value is
     // a failure without a cause.
@@ -282,56 +296,69 @@ WeakMemory::Compared WeakMemory::compare(unsigned thread, void const *address, s
 }
 
 void WeakMemory::store(unsigned thread, void const *address, std::uint64_t former,
-                       std::uint64_t value, std::memory_order order, Origin origin)
+                       std::uint64_t value, Order order, Origin origin)
 {
     if (Word *word = find(address, former))
         write(thread, *newStore(*word, value), order, origin);
 }
 
-void WeakMemory::change(unsigned thread, void const *address, std::uint64_t former,
-                        std::uint64_t value, std::memory_order order, Origin origin)
+std::uint32_t WeakMemory::change(unsigned thread, void const *address, std::uint64_t former,
+                                 std::uint64_t value, Order order, Origin origin)
 {
     Word *word = find(address, former);
     if (!word)
-        return;
+        return 0;
     Store &known = *word->newest;
     read(thread, known, order);
     // The store continues the release sequence of the one that was read.
     View const released = known.released;
     bool const isReleased = known.isReleased;
+    std::uint32_t const releasing = known.releasing;
     Store &store = *newStore(*word, value);
     store.isReleased = isReleased;
     if (isReleased)
         store.released = released;
+    store.releasing = releasing;
     write(thread, store, order, origin);
+    return releasing;
 }
 
-void WeakMemory::fence(unsigned thread, std::memory_order order)
+void WeakMemory::fence(unsigned thread, Order order)
 {
     Thread &me = at(thread);
     if (acquires(order))
         me.view.join(me.toAcquire);
-    if (order == std::memory_order_seq_cst) {
+    if (order == Order::SEQ_CST) {
         _sequential.happened.join(me.view.happened);
         me.view.fenced.join(_sequential.happened);
         me.view.fence = ++_places;
     }
     if (releases(order)) {
+        advance(thread);
         me.released = me.view;
         me.isReleased = true;
     }
 }
 
-void WeakMemory::see(unsigned thread, void const *address, std::uint64_t newest)
+void WeakMemory::see(unsigned thread, void const *address)
 {
-    if (Word *word = find(address, newest))
-        read(thread, *word->newest, std::memory_order_relaxed);
+    if (Word *word = _tables->words.find(address); word && word->newest)
+        read(thread, *word->newest, Order::RELAXED);
 }
 
 // ---- Services.
 
+/// Makes what the thread has done with plain data so far a part of what it knows, and so of what it
+/// publishes.
+void WeakMemory::advance(unsigned thread)
+{
+    Thread &me = at(thread);
+    me.view.happened.events[thread % THREADS] = ++me.events;
+}
+
 void WeakMemory::release(unsigned thread, void const *object)
 {
+    advance(thread);
     if (Object *found = _tables->objects.find(object))
         found->published.join(at(thread).view);
 }
@@ -350,6 +377,7 @@ void WeakMemory::forget(void const *object)
 
 void WeakMemory::start(unsigned thread, unsigned creator)
 {
+    advance(creator);
     Thread &child = at(thread);
     Thread const &parent = at(creator);
     child.isShared = child.isShared || thread >= THREADS;
@@ -367,6 +395,7 @@ void WeakMemory::start(unsigned thread, unsigned creator)
 
 void WeakMemory::join(unsigned thread, unsigned ended)
 {
+    advance(ended);
     at(thread).view.join(at(ended).view);
 }
 

@@ -10,10 +10,18 @@
 // that acquires adds the set of the store that it reads to that of its own thread.
 #pragma once
 
-#include <atomic>
+#include "zvbase/platform/shared.h"
+
 #include <cstdint>
 
 namespace ZvPlatform::Simulated {
+
+// A word that is not followed orders nothing, which the detector of races would take for a race.
+#ifdef ZV_RACES
+inline constexpr unsigned MAX_WORDS = 1 << 15;
+#else
+inline constexpr unsigned MAX_WORDS = 1 << 13;
+#endif
 
 class WeakMemory
 {
@@ -23,6 +31,10 @@ public:
     static constexpr unsigned THREADS = 16;
     /// Number of stores to a word that can still be read.
     static constexpr unsigned HISTORY = 8;
+    /// Number of words, and of objects of the services, that are followed. A load of another word
+    /// returns the newest value, and other words and objects publish nothing.
+    static constexpr unsigned WORDS = MAX_WORDS;
+    static constexpr unsigned OBJECTS = 1 << 13;
 
     /// Number of known events of each thread.
     struct Clock
@@ -50,6 +62,7 @@ public:
         std::uint32_t step = 0;
         std::uint32_t thread = 0;
         void *place = nullptr;
+        std::uint32_t order = 0; ///< number of the memory order, if they are listed
     };
 
     struct Store
@@ -67,6 +80,7 @@ public:
         /// For each thread its first event that has read the value.
         std::uint32_t readers[THREADS];
         View released; ///< what an acquiring load of the value comes to know, if `isReleased`
+        std::uint32_t releasing; ///< number of the memory order that has released it, if listed
         Origin origin;
     };
 
@@ -102,20 +116,31 @@ public:
     /// Returns the construction of a word if it does not happen before what the thread does next,
     /// otherwise null.
     Origin const *findUnpublished(unsigned thread, void const *word);
-    Loaded load(unsigned thread, void const *word, std::uint64_t newest, std::memory_order, Choice);
+    Loaded load(unsigned thread, void const *word, std::uint64_t newest, Order, Choice);
     /// Decides whether a compare-exchange fails, and loads the value if it does. A failure may read
     /// an older value, and a weak operation may fail without a cause. If it does not fail, `change`
     /// must follow.
     Compared compare(unsigned thread, void const *word, std::uint64_t newest,
-                     std::uint64_t expected, bool isWeak, std::memory_order failure, Choice);
-    void store(unsigned thread, void const *word, std::uint64_t former, std::uint64_t value,
-               std::memory_order, Origin);
-    /// Carries out a read-modify-write, which reads the newest value.
-    void change(unsigned thread, void const *word, std::uint64_t former, std::uint64_t value,
-                std::memory_order, Origin);
-    void fence(unsigned thread, std::memory_order);
-    /// The thread has seen the newest value, without an order.
-    void see(unsigned thread, void const *word, std::uint64_t newest);
+                     std::uint64_t expected, bool isWeak, Order failure, Choice);
+    void store(unsigned thread, void const *word, std::uint64_t former, std::uint64_t value, Order,
+               Origin);
+    /// Carries out a read-modify-write, which reads the newest value. Returns the number of the
+    /// memory order that has released what was read, if they are listed.
+    std::uint32_t change(unsigned thread, void const *word, std::uint64_t former,
+                         std::uint64_t value, Order, Origin);
+    void fence(unsigned thread, Order);
+    /// The thread has seen the newest value, or a part of it, without an order.
+    void see(unsigned thread, void const *word);
+
+    /// Returns whether all words and objects are followed. If not, more may happen before an event
+    /// than is known.
+    bool followsAll() const { return !_tables->words.isTooSmall && !_tables->objects.isTooSmall; }
+
+    /// Returns what happens before the next step of a thread.
+    Clock const &getHappened(unsigned thread) const
+    {
+        return _threads[thread % THREADS].view.happened;
+    }
 
     // ---- Services.
 
@@ -128,6 +153,17 @@ public:
     void start(unsigned thread, unsigned creator);
     /// A thread comes to know all that another one knows, which has ended.
     void join(unsigned thread, unsigned ended);
+
+    // ---- Plain data.
+
+    /// Returns the number of the thread's next event. Until then, the thread's accesses to plain
+    /// data belong to this event.
+    std::uint32_t nextEvent(unsigned thread) const { return _threads[thread % THREADS].events + 1; }
+    /// Returns whether an event of another thread happens before what the thread does next.
+    bool happensBefore(unsigned other, std::uint32_t event, unsigned thread) const
+    {
+        return event <= _threads[thread % THREADS].view.happened.events[other];
+    }
 
 private:
     struct Word
@@ -155,7 +191,8 @@ private:
         std::uint32_t events;
     };
 
-    /// Table of entries with an address, which is half empty at least.
+    /// Table of at most `SIZE` entries with an address. The entries are in the order of their first
+    /// use, so that a schedule touches few pages of memory.
     template <class Entry, unsigned SIZE>
     struct Table
     {
@@ -164,18 +201,22 @@ private:
         void clear();
 
         Entry entries[SIZE];
-        Entry *used[SIZE / 2];
         unsigned count;
-    };
+        bool isTooSmall; ///< an address has no entry
 
-    static constexpr unsigned WORDS = 1 << 14;
-    static constexpr unsigned OBJECTS = 1 << 14;
+    private:
+        /// Returns the place for the number of an address, which is 0 if there is no entry yet.
+        std::uint16_t &numberOf(void const *address);
+
+        std::uint16_t _numbers[2 * SIZE]; ///< from 1, half of them are 0 at least
+        static_assert(SIZE <= UINT16_MAX);
+    };
 
     struct Tables
     {
         Table<Word, WORDS> words;
         Table<Object, OBJECTS> objects;
-        Store stores[WORDS * HISTORY];
+        Store stores[WORDS * HISTORY + 1];
     };
 
     Thread &at(unsigned thread) { return _threads[thread % THREADS]; }
@@ -183,10 +224,11 @@ private:
     Store *newStore(Word &, std::uint64_t value);
     void begin(Word &, std::uint64_t value);
     void drop(Store *);
+    void advance(unsigned thread);
     bool isKnown(Store const &, Thread const &, bool isSequential) const;
     unsigned collect(Word const &, Thread const &, bool isSequential, Store *(&)[HISTORY]) const;
-    void read(unsigned thread, Store &, std::memory_order);
-    void write(unsigned thread, Store &, std::memory_order, Origin);
+    void read(unsigned thread, Store &, Order);
+    void write(unsigned thread, Store &, Order, Origin);
 
     Thread _threads[THREADS] = {};
     View _sequential = {}; ///< what happens before the fences in S

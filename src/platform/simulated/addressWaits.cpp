@@ -41,7 +41,7 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
     // The comparison is made with the newest value. The thread reads none older afterwards.
     std::uint64_t const newest = valueAt(address, size);
     if (scheduler.isRunning())
-        weakMemory.see(indexOf(currentThread()), const_cast<void const *>(address), newest);
+        weakMemory.see(indexOf(currentThread()), const_cast<void const *>(address));
     bool const isEqual = newest == valueAt(compare, size);
     scheduler.note(isEqual);
     if (!isEqual)

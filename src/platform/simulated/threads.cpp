@@ -105,6 +105,7 @@ void execute(Task &task)
 {
     Thread &thread = static_cast<Thread &>(task);
     DWORD const exitCode = thread.function(thread.argument);
+    Bearer::destroyValues();
     callBack(thread);
     enter("end");
     end(thread, exitCode);

@@ -138,7 +138,7 @@ int wait(void const *word, std::uint32_t value, Instant deadline, Scope scope)
     // The kernel compares with the newest value. The thread reads none older afterwards.
     auto const newest = __atomic_load_n(static_cast<std::uint32_t const *>(word), __ATOMIC_SEQ_CST);
     if (scheduler.isRunning())
-        weakMemory.see(indexOf(me), word, newest);
+        weakMemory.see(indexOf(me), word);
     if (newest != value)
         return EAGAIN;
     if (!scheduler.isRunning() && deadline != NEVER)
@@ -378,7 +378,7 @@ int getNice(std::uint32_t thread)
     return task ? task->nice : 0;
 }
 
-unsigned long getNiceLimit()
+std::uint64_t getNiceLimit()
 {
     return scheduler.isPrivileged() ? 40 : 0;
 }
@@ -475,6 +475,7 @@ void execute(Task &task)
 {
     auto &mine = static_cast<KernelTask &>(task);
     mine.function(mine.argument);
+    Bearer::destroyValues();
     mine.isEnding = true;
     if (void *value = std::exchange(mine.endValue, nullptr))
         Linux::Kernel::onEnd(value);

@@ -43,6 +43,7 @@ void sleep(long nanoseconds);
 void yield();
 /// Lets a little time pass, so that a thread does not spin without an end.
 void pause();
+inline void completeMemory() {}
 bool hasTrustedCounter();
 std::uint64_t readCounter();
 
@@ -79,7 +80,7 @@ int getPolicy(std::uint32_t thread);
 int getPriority(std::uint32_t thread);
 bool setNice(std::uint32_t thread, int nice);
 int getNice(std::uint32_t thread);
-unsigned long getNiceLimit();
+std::uint64_t getNiceLimit();
 bool getProcessors(std::uint32_t thread, ProcessorSet &set);
 bool setProcessors(std::uint32_t thread, ProcessorSet const &set);
 int currentProcessor();

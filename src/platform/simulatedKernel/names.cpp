@@ -68,6 +68,7 @@ File *makeFile(char const *name)
                 return nullptr;
             file.memory = static_cast<unsigned char *>(memory);
         }
+        std::memset(file.memory, 0, FILE_SIZE);
         std::strncpy(file.name, name, sizeof file.name - 1);
         return &file;
     }

@@ -25,7 +25,7 @@ public:
 
 Word wordOf(Linux::Object const &object)
 {
-    return object.word.load(std::memory_order_relaxed);
+    return object.word.load(Order::RELAXED);
 }
 
 /// Calls `what` with each living object.
@@ -65,7 +65,7 @@ Linux::Thread *threadOf(Task const &task)
 {
     Unscheduled const unscheduled;
     for (std::size_t i = 0; i < threads.size(); ++i)
-        if (threads[i].id == &task && threads[i].holders.load(std::memory_order_relaxed))
+        if (threads[i].id == &task && threads[i].holders.load(Order::RELAXED))
             return &threads[i];
     return nullptr;
 }
@@ -87,7 +87,7 @@ bool isEnding(Task const &task)
     Unscheduled const unscheduled;
     Linux::Thread const *thread = threadOf(task);
     return static_cast<KernelTask const &>(task).isEnding ||
-           (thread && thread->dying.load(std::memory_order_relaxed));
+           (thread && thread->dying.load(Order::RELAXED));
 }
 
 char const *lockHeldBy(Task const &task)
