@@ -113,6 +113,36 @@ TEST(MtContainer, HandsElementsOverInOrder)
     EXPECT_TRUE(queue.isEmpty());
 }
 
+TEST(MtContainer, ElementsThatConsumersHaveTakenOverTakeRoomAndKeepTheirOrder)
+{
+    Queue queue("queue", 4);
+    for (int number : {1, 2, 3})
+        queue.produce(number);
+    EXPECT_EQ(queue.consume(), 1);
+    EXPECT_EQ(queue.getSize(), 2U);
+    EXPECT_TRUE(queue.tryProduce(4));
+    EXPECT_TRUE(queue.tryProduce(5));
+    EXPECT_FALSE(queue.tryProduce(6));
+    EXPECT_EQ(queue.getSize(), 4U);
+    EXPECT_EQ(queue.consume(), 2);
+    EXPECT_TRUE(queue.tryProduce(6));
+    EXPECT_FALSE(queue.tryProduce(7));
+    for (int number : {3, 4, 5, 6})
+        EXPECT_EQ(queue.consume(), number);
+    EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST(MtContainer, DestroyedWithElementsThatConsumersHaveTakenOverFailsAnAssertion)
+{
+    EXPECT_EQ(failedAssertion([] {
+                  Queue queue("queue");
+                  queue.produce(1);
+                  queue.produce(2);
+                  EXPECT_EQ(queue.consume(), 1);
+              }),
+              "_container.empty()");
+}
+
 TEST(MtContainer, AdaptsPriorityQueuesAsWell)
 {
     MtContainer<std::priority_queue<int>> queue("priorities");

@@ -107,12 +107,12 @@ bool MtAlarmHandle::hasOccurred() const
 
 bool MtAlarmHandle::isRegistered() const
 {
-    return _registered.load(std::memory_order_acquire);
+    return _registered.load(ZvPlatform::Order::ACQUIRE);
 }
 
 void MtAlarmHandle::setRegistered(bool registered)
 {
-    _registered.store(registered, std::memory_order_release);
+    _registered.store(registered, ZvPlatform::Order::RELEASE);
 }
 
 void MtAlarmHandle::setRegisteredAlarmTime(double alarmTime)

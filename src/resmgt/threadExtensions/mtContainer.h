@@ -7,12 +7,16 @@
 #include "resmgt/locks/lkPulse.h"
 #include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/smartPtrs/rcShdPtr.h"
+#include "zvbase/platform/shared.h"
 #include "zvbase/threadAnnotations.h"
 
+#include <concepts>
 #include <cstdint>
 
 namespace Zv {
 
+template <class T>
+class LkGuard;
 template <class Container, class Adapter>
 class MtContainer;
 
@@ -192,23 +196,59 @@ private:
         ADD
     };
 
+    /// True if the elements leave in the order in which they were added, as from a `std::queue`.
+    static constexpr bool IS_QUEUE =
+        std::same_as<Adapter, MtAdapterContainer<Container>> && requires(Container & container)
+    {
+        container.front();
+        container.back();
+        container.swap(container);
+    };
+
     /// Returns false if the element was refused.
     template <class Source>
     bool add(Source &&element, WhenFull whenFull);
     template <class Source>
     Observer *addNoLock(Source &&element, bool &wakes) ZV_REQUIRES(_lock);
-    Element takeNoLock(bool &wakes) ZV_REQUIRES(_lock);
-    Element moveNextNoLock() ZV_REQUIRES(_lock);
+    [[nodiscard]] bool isFullNoLock() ZV_REQUIRES(_lock);
+    void waitForRoomNoLock() ZV_REQUIRES(_lock);
+    template <class Wait>
+    bool findNext(LkGuard<LkMutex const> &guard, Wait wait) ZV_NO_THREAD_SAFETY_ANALYSIS;
+    void takeOverNoLock() ZV_REQUIRES(_lock);
+    Element takeNext(LkGuard<LkMutex const> &guard);
+    void wakeForRoom();
     void waitNoLock(Waiters &waiters) ZV_REQUIRES(_lock);
-    [[nodiscard]] bool waitNonEmptyNoLock(double seconds) ZV_REQUIRES(_lock);
+    [[nodiscard]] bool timedWaitNoLock(double &seconds) ZV_REQUIRES(_lock);
     void passOnNoLock() ZV_REQUIRES(_lock);
+    std::uint64_t countNoLock() const ZV_REQUIRES(_lock);
 
+    /// The container from which elements are taken, and its lock.
+    Adapter &getFront()
+    {
+        if constexpr (IS_QUEUE)
+            return _front;
+        else
+            return _container;
+    }
+    LkMutex const &getFrontLock() const { return IS_QUEUE ? _frontLock : _lock; }
+
+    // What producing threads change is kept apart from what consuming threads change, so that they
+    // disturb each other less.
     Adapter _container ZV_GUARDED_BY(_lock);
     LkMutex _lock;
+    /// At least the number of elements in `_front`.
+    std::uint64_t _mostInFront ZV_GUARDED_BY(_lock) = 0;
     Waiters _nonEmpty;
-    Waiters _nonFull;
-    RCShdPtr<Observer> _observer ZV_GUARDED_BY(_lock);
+    /// True if a thread may wait for room. Changed under `_lock`.
+    ZvPlatform::Shared<bool> _isRoomWanted{false};
     std::uint64_t const _capacity;
+    RCShdPtr<Observer> _observer; // set under both locks
+    Waiters _nonFull;
+    // If the container is a queue, a consuming thread moves all elements to `_front` at once, so
+    // that it seldom needs `_lock`. A thread that needs both locks must take `_lock` first.
+    LkMutex _frontLock;
+    Adapter _front;
+    ZvPlatform::Shared<std::uint64_t> _nbInFront{0}; // set under `_frontLock`
 };
 
 } // namespace Zv

@@ -5,6 +5,7 @@
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/threadExtensions/mtContainer.h"
 #include "zvbase/failures.h"
+#include "zvbase/platform/pause.h"
 #include "zvbase/sleeper.h"
 
 #include <limits>
@@ -87,24 +88,30 @@ template <class Container, class Adapter>
 MtContainer<Container, Adapter>::MtContainer(char const *name, std::uint64_t capacity)
     : _lock(name),
       _nonEmpty("Non-Empty Pulse"),
+      _capacity(capacity ? capacity : (std::numeric_limits<std::uint64_t>::max)()),
       _nonFull("Non-Full Pulse"),
-      _capacity(capacity ? capacity : (std::numeric_limits<std::uint64_t>::max)())
+      _frontLock(name)
 {}
 
 template <class Container, class Adapter>
 MtContainer<Container, Adapter>::~MtContainer() noexcept(false)
 {
     Emptied const atTheEnd{_container};
+    Emptied const frontAtTheEnd{_front};
     if (!_observer.isNull())
         _observer->performDestroyed(*this);
     _observer = RCShdPtr<Observer>();
+    if constexpr (IS_QUEUE)
+        if (_container.empty())
+            _container.swap(_front); // the text of the assertion names the container
     ZV_ASSERT_IN_DESTRUCTOR(_container.empty());
 }
 
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::setObserver(RCShdPtr<Observer> const &observer)
 {
-    LkGuard guard(_lock);
+    LkGuard const guard(_lock);
+    LkGuard const front(_frontLock);
     ZV_ASSERT(_observer.isNull());
     _observer = observer;
 }
@@ -153,10 +160,18 @@ bool MtContainer<Container, Adapter>::add(Source &&element, WhenFull whenFull)
     bool wakes = false;
     {
         LkGuard guard(_lock);
-        while (whenFull != WhenFull::ADD && _container.size() >= _capacity) {
+        bool hasPaused = false;
+        while (whenFull != WhenFull::ADD && isFullNoLock()) {
             if (whenFull == WhenFull::REFUSE)
                 return false;
-            waitNoLock(_nonFull);
+            if (std::exchange(hasPaused, true)) {
+                waitForRoomNoLock();
+            } else {
+                // A thread that wakes for each element costs more. Soon there may be room for many.
+                guard.unlock();
+                ZvPlatform::pauseShortly();
+                guard.relock();
+            }
         }
         observer = addNoLock(std::forward<Source>(element), wakes);
     }
@@ -186,23 +201,105 @@ auto MtContainer<Container, Adapter>::addNoLock(Source &&element, bool &wakes) -
 }
 
 template <class Container, class Adapter>
-auto MtContainer<Container, Adapter>::takeNoLock(bool &wakes) -> Element
+bool MtContainer<Container, Adapter>::isFullNoLock()
 {
-    Element element(moveNextNoLock());
-    _container.pop();
-    wakes = _container.size() < _capacity && _nonFull.call();
-    return element;
+    if (_container.size() + _mostInFront < _capacity) [[likely]]
+        return false;
+    _mostInFront = _nbInFront.load(ZvPlatform::Order::SEQ_CST);
+    return _container.size() + _mostInFront >= _capacity;
 }
 
 template <class Container, class Adapter>
-auto MtContainer<Container, Adapter>::moveNextNoLock() -> Element
+void MtContainer<Container, Adapter>::waitForRoomNoLock()
 {
-    try {
-        return Element(std::move(_container.getNext()));
-    } catch (...) {
-        passOnNoLock();
-        throw;
+    // A thread that consumes counts first and then looks whether room is wanted. So either it sees
+    // the wish, or this thread sees the room.
+    _isRoomWanted.store(true, ZvPlatform::Order::SEQ_CST);
+    if (isFullNoLock())
+        waitNoLock(_nonFull);
+}
+
+template <class Container, class Adapter>
+std::uint64_t MtContainer<Container, Adapter>::countNoLock() const
+{
+    return _container.size() + _nbInFront.load(ZvPlatform::Order::SEQ_CST);
+}
+
+/// Calls `wait` until there is an element to take and returns true, or until it returns false.
+/// `guard` must hold the lock of the front, and holds it again if this returns true. `wait` is
+/// called under `_lock` only.
+template <class Container, class Adapter>
+template <class Wait>
+bool MtContainer<Container, Adapter>::findNext(LkGuard<LkMutex const> &guard, Wait wait)
+{
+    if constexpr (IS_QUEUE) {
+        if (!_front.empty())
+            return true;
+        guard.unlock();
+        LkGuard const lock(_lock);
+        for (;;) {
+            guard.relock();
+            if (_front.empty())
+                takeOverNoLock();
+            if (!_front.empty())
+                return true;
+            guard.unlock();
+            if (!wait())
+                return false;
+        }
+    } else {
+        while (_container.empty())
+            if (!wait())
+                return false;
+        return true;
     }
+}
+
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::takeOverNoLock()
+{
+    _front.swap(_container);
+    _mostInFront = _front.size();
+    _nbInFront.store(_mostInFront, ZvPlatform::Order::SEQ_CST);
+}
+
+template <class Container, class Adapter>
+auto MtContainer<Container, Adapter>::takeNext(LkGuard<LkMutex const> &guard) -> Element
+{
+    auto const move = [&] {
+        try {
+            return Element(std::move(getFront().getNext()));
+        } catch (...) {
+            guard.unlock();
+            LkGuard const lock(_lock);
+            passOnNoLock();
+            throw;
+        }
+    };
+    Element element(move());
+    getFront().pop();
+    if constexpr (IS_QUEUE)
+        _nbInFront.store(_front.size(), ZvPlatform::Order::SEQ_CST);
+    return element;
+}
+
+/// Called without a lock, after an element was taken.
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::wakeForRoom()
+{
+    if (!_isRoomWanted.load(ZvPlatform::Order::SEQ_CST))
+        return;
+    bool wakes = false;
+    {
+        LkGuard const guard(_lock);
+        if (countNoLock() >= _capacity)
+            return;
+        wakes = _nonFull.call();
+        if (!wakes)
+            _isRoomWanted.store(false, ZvPlatform::Order::RELAXED);
+    }
+    if (wakes)
+        _nonFull.pulse();
 }
 
 template <class Container, class Adapter>
@@ -221,61 +318,58 @@ void MtContainer<Container, Adapter>::waitNoLock(Waiters &waiters)
 template <class Container, class Adapter>
 void MtContainer<Container, Adapter>::passOnNoLock()
 {
-    if (!_container.empty() && _nonEmpty.call())
+    if (countNoLock() != 0 && _nonEmpty.call())
         _nonEmpty.pulse();
-    if (_container.size() < _capacity && _nonFull.call())
+    if (countNoLock() < _capacity && _nonFull.call())
         _nonFull.pulse();
 }
 
 template <class Container, class Adapter>
 auto MtContainer<Container, Adapter>::consume() -> Element
 {
-    LkGuard guard(_lock);
-    while (_container.empty())
+    LkGuard guard(getFrontLock());
+    findNext(guard, [this]() ZV_NO_THREAD_SAFETY_ANALYSIS {
         waitNoLock(_nonEmpty);
-    bool wakes = false;
-    Element element(takeNoLock(wakes));
+        return true;
+    });
+    Element element(takeNext(guard));
     Observer * const observer = _observer.isNull() ? nullptr : &*_observer;
     guard.unlock();
-    if (wakes)
-        _nonFull.pulse();
+    wakeForRoom();
     if (observer)
         observer->performConsumed(*this, element);
     return element;
 }
 
+/// Waits for an element, and reduces `seconds` by the time. Returns false if the time is over.
 template <class Container, class Adapter>
-bool MtContainer<Container, Adapter>::waitNonEmptyNoLock(double seconds)
+bool MtContainer<Container, Adapter>::timedWaitNoLock(double &seconds)
 {
-    while (_container.empty()) {
-        if (!(seconds > 0.0))
+    if (!(seconds > 0.0))
+        return false;
+    LiTimestamp const before(Sleeper::getInstance().getTime());
+    try {
+        if (!_nonEmpty.timedWait(_lock, seconds))
             return false;
-        LiTimestamp const before(Sleeper::getInstance().getTime());
-        try {
-            if (!_nonEmpty.timedWait(_lock, seconds))
-                return false;
-        } catch (...) {
-            passOnNoLock();
-            throw;
-        }
-        LiTimestamp const after(Sleeper::getInstance().getTime());
-        seconds -= after.getSeconds() - before.getSeconds();
+    } catch (...) {
+        passOnNoLock();
+        throw;
     }
+    LiTimestamp const after(Sleeper::getInstance().getTime());
+    seconds -= after.getSeconds() - before.getSeconds();
     return true;
 }
 
 template <class Container, class Adapter>
 bool MtContainer<Container, Adapter>::timedConsume(Element &element, double seconds)
 {
-    LkGuard guard(_lock);
-    if (!waitNonEmptyNoLock(seconds))
+    LkGuard guard(getFrontLock());
+    if (!findNext(guard, [&]() ZV_NO_THREAD_SAFETY_ANALYSIS { return timedWaitNoLock(seconds); }))
         return false;
-    bool wakes = false;
-    Element taken(takeNoLock(wakes));
+    Element taken(takeNext(guard));
     Observer * const observer = _observer.isNull() ? nullptr : &*_observer;
     guard.unlock();
-    if (wakes)
-        _nonFull.pulse();
+    wakeForRoom();
     // The former value of the caller's element is destroyed last. Its destructor may throw, or call
     // the container.
     [[maybe_unused]] Element const former(std::exchange(element, std::move(taken)));
@@ -288,7 +382,7 @@ template <class Container, class Adapter>
 std::uint64_t MtContainer<Container, Adapter>::getSize() const
 {
     LkGuard guard(_lock);
-    return _container.size();
+    return countNoLock();
 }
 
 } // namespace Zv

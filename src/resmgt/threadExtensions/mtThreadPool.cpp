@@ -92,7 +92,7 @@ void MtThreadPool::start()
 {
     if (isRunning())
         return;
-    _isRunning.store(true, std::memory_order_release);
+    _isRunning.store(true, ZvPlatform::Order::RELAXED);
     for (unsigned i = 0; i != _nbThreads; ++i) {
         MtThread &thread = *_threads[i];
         if (_placeThreads && thread.isProcessorPlaceable())
@@ -105,7 +105,7 @@ void MtThreadPool::stop()
 {
     if (!isRunning())
         return;
-    _isRunning.store(false, std::memory_order_release);
+    _isRunning.store(false, ZvPlatform::Order::RELAXED);
     stopThreads();
     for (unsigned i = 0; i != _nbThreads; ++i)
         _threads[i]->join();
@@ -113,7 +113,7 @@ void MtThreadPool::stop()
 
 bool MtThreadPool::isRunning() const
 {
-    return _isRunning.load(std::memory_order_acquire);
+    return _isRunning.load(ZvPlatform::Order::RELAXED);
 }
 
 } // namespace Zv
