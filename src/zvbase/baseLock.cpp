@@ -18,7 +18,7 @@ enum State : std::uint32_t
 // The functions of critical sections have no annotations.
 void BaseLock::lock() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    if (_state.load(std::memory_order_acquire) != READY) [[unlikely]]
+    if (_state.load(ZvPlatform::Order::ACQUIRE) != READY) [[unlikely]]
         initialise();
     ::EnterCriticalSection(&_section);
 }
@@ -32,12 +32,12 @@ void BaseLock::initialise()
 {
     std::uint32_t state = RAW;
     if (_state.compare_exchange_strong(state, std::uint32_t{IN_THE_MAKING},
-                                       std::memory_order_seq_cst, std::memory_order_acquire)) {
+                                       ZvPlatform::Order::RELAXED, ZvPlatform::Order::RELAXED)) {
         ::InitializeCriticalSection(&_section);
-        _state.store(std::uint32_t{READY}, std::memory_order_release);
+        _state.store(std::uint32_t{READY}, ZvPlatform::Order::RELEASE);
         return;
     }
-    while (_state.load(std::memory_order_acquire) != READY)
+    while (_state.load(ZvPlatform::Order::ACQUIRE) != READY)
         ::Sleep(0);
 }
 

@@ -79,12 +79,12 @@ void EnvIntVar::refresh()
 {
     EnvVar::Guard const guard;
     char const * const text = std::getenv(_name);
-    _value.store(text ? toInt(text, _defaultValue) : _defaultValue, std::memory_order_release);
+    _value.store(text ? toInt(text, _defaultValue) : _defaultValue, ZvPlatform::Order::RELAXED);
 }
 
 int EnvIntVar::getValue() const
 {
-    return _value.load(std::memory_order_acquire);
+    return _value.load(ZvPlatform::Order::RELAXED);
 }
 
 } // namespace Zv

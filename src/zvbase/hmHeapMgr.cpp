@@ -25,11 +25,11 @@ HmHeapMgr::~HmHeapMgr() = default;
 HmHeapMgr &HmHeapMgr::getInstance()
 {
     static constinit ZvPlatform::Shared<HmHeapMgr *> instance{nullptr};
-    HmHeapMgr *known = instance.load(std::memory_order_acquire);
+    HmHeapMgr *known = instance.load(ZvPlatform::Order::ACQUIRE);
     if (!known) {
         HmHeapMgr * const made = new TheHeapMgr;
-        if (instance.compare_exchange_strong(known, made, std::memory_order_seq_cst,
-                                             std::memory_order_acquire))
+        if (instance.compare_exchange_strong(known, made, ZvPlatform::Order::RELEASE,
+                                             ZvPlatform::Order::ACQUIRE))
             return *made;
         delete made;
     }
@@ -44,12 +44,12 @@ void HmHeapMgr::warmUp()
             static_cast<char volatile *>(stretch)[offset] = 0;
         std::free(stretch);
     }
-    _nbWarmUps.fetch_add(1, std::memory_order_seq_cst);
+    _nbWarmUps.fetch_add(1, ZvPlatform::Order::RELAXED);
 }
 
 unsigned HmHeapMgr::getNbWarmUps() const
 {
-    return _nbWarmUps.load(std::memory_order_acquire);
+    return _nbWarmUps.load(ZvPlatform::Order::RELAXED);
 }
 
 } // namespace Zv

@@ -91,7 +91,7 @@ void InInit<Tag>::cleanupPackage()
 template <class Tag>
 void InInit<Tag>::setInitialized(bool initialized)
 {
-    _initialized.store(initialized, std::memory_order_release);
+    _initialized.store(initialized, ZvPlatform::Order::RELEASE);
 }
 
 template <class Tag>
@@ -103,7 +103,7 @@ std::type_info const &InInit<Tag>::getType()
 template <class Tag>
 bool InInit<Tag>::isInitialized()
 {
-    return _initialized.load(std::memory_order_acquire);
+    return _initialized.load(ZvPlatform::Order::ACQUIRE);
 }
 
 /// The tags of the packages.

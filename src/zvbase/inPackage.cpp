@@ -249,14 +249,14 @@ InPackageScope::InPackageScope()
         made->bringUp();
         run = made.release();
     }
-    scopes.store(scopes.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    scopes.store(scopes.load(ZvPlatform::Order::RELAXED) + 1, ZvPlatform::Order::RELEASE);
 }
 
 InPackageScope::~InPackageScope() noexcept(false)
 {
     BaseGuard const guard(packagesLock);
-    scopes.store(scopes.load(std::memory_order_relaxed) - 1, std::memory_order_release);
-    if (scopes.load(std::memory_order_relaxed) > 0 || isRunning || !run)
+    scopes.store(scopes.load(ZvPlatform::Order::RELAXED) - 1, ZvPlatform::Order::RELEASE);
+    if (scopes.load(ZvPlatform::Order::RELAXED) > 0 || isRunning || !run)
         return;
     TemporaryValue const running(isRunning, true);
     ObjPtr<InPackageRun> const finished(std::exchange(run, nullptr));
@@ -265,7 +265,7 @@ InPackageScope::~InPackageScope() noexcept(false)
 
 bool InPackageScope::isOpen()
 {
-    return scopes.load(std::memory_order_acquire) > 0;
+    return scopes.load(ZvPlatform::Order::ACQUIRE) > 0;
 }
 
 // ---- the package of this library

@@ -76,8 +76,8 @@ bool LgLine::useQueue() noexcept
         LgQueue * const queue = LgLog::getQueue();
         if (!queue)
             return false;
-        if (queue->_imp->_registration.load(std::memory_order_relaxed) !=
-            LgLogImp::_registration.load(std::memory_order_relaxed)) [[unlikely]]
+        if (queue->_imp->_registration.load(ZvPlatform::Order::RELAXED) !=
+            LgLogImp::_registration.load(ZvPlatform::Order::RELAXED)) [[unlikely]]
             LgLog::registerQueue(queue);
         _queue = queue->_imp.get();
     } catch (...) {

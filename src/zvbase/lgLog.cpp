@@ -71,13 +71,13 @@ LgRegistry &LgLogImp::getRegistryInForce()
 
 LgQueue *LgLog::getQueue()
 {
-    QueueFunction const function = queueFunction.load(std::memory_order_acquire);
+    QueueFunction const function = queueFunction.load(ZvPlatform::Order::ACQUIRE);
     return function ? function() : nullptr;
 }
 
 void LgLog::setQueueFunction(LgQueue *(*function)())
 {
-    queueFunction.store(function, std::memory_order_release);
+    queueFunction.store(function, ZvPlatform::Order::RELEASE);
 }
 
 LgRegistry &LgLog::getRegistry()
@@ -95,7 +95,7 @@ ObjPtrRet<LgRegistry> LgLog::setRegistry(ObjPtr<LgRegistry> registry)
         BaseGuard const guard(LgLogImp::_registryLock);
         queues = &LgLogImp::getRegistryInForce();
         former.reset(std::exchange(registryInForce, registry.release()));
-        LgLogImp::_registration.fetch_add(1, std::memory_order_seq_cst);
+        LgLogImp::_registration.fetch_add(1, ZvPlatform::Order::RELAXED);
     }
     ++LgLogImp::_generation;
     // After the exchange: from now on the thread that ends a line writes it.
@@ -111,8 +111,8 @@ void LgLog::registerQueue(LgQueue *queue)
     LgRegistry &registry = LgLogImp::getRegistryInForce();
     if (!registry.hasQueue(queue))
         registry.addQueue(queue);
-    queue->_imp->_registration.store(LgLogImp::_registration.load(std::memory_order_relaxed),
-                                     std::memory_order_relaxed);
+    queue->_imp->_registration.store(LgLogImp::_registration.load(ZvPlatform::Order::RELAXED),
+                                     ZvPlatform::Order::RELAXED);
 }
 
 bool LgLog::creatorExit(unsigned long threadId)
@@ -122,7 +122,7 @@ bool LgLog::creatorExit(unsigned long threadId)
         // The system may use a thread's number again while the former thread's queue is still being
         // read.
         if (queue->getThreadId() == threadId &&
-            !queue->_imp->_hasExited.load(std::memory_order_acquire)) {
+            !queue->_imp->_hasExited.load(ZvPlatform::Order::RELAXED)) {
             queue->creatorExit();
             return true;
         }
@@ -133,23 +133,23 @@ bool LgLog::creatorExit(unsigned long threadId)
 bool LgLog::isLoggerActive() noexcept
 {
     // In one order with the announcement of a record.
-    return _loggerActive.load(std::memory_order_seq_cst);
+    return _loggerActive.load(ZvPlatform::Order::SEQ_CST);
 }
 
 void LgLog::setLoggerActive(bool active) noexcept
 {
     // A full barrier: the reader's last look at the queues comes after it.
-    _loggerActive.exchange(active, std::memory_order_seq_cst);
+    _loggerActive.exchange(active, ZvPlatform::Order::SEQ_CST);
 }
 
 bool LgLog::isBlockingTrace() noexcept
 {
-    return _blockingTrace.load(std::memory_order_acquire);
+    return _blockingTrace.load(ZvPlatform::Order::RELAXED);
 }
 
 void LgLog::setBlockingTrace(bool blocking) noexcept
 {
-    _blockingTrace.store(blocking, std::memory_order_release);
+    _blockingTrace.store(blocking, ZvPlatform::Order::RELAXED);
 }
 
 void LgLog::flush()

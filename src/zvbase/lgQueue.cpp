@@ -72,7 +72,7 @@ void LgQueue::creatorExit()
         LgRegistry &registry = LgLogImp::getRegistryInForce();
         if (!LgLogImp::isOwnRegistryInForce() && registry.hasQueue(this)) {
             // From here on the reader may delete the queue.
-            _imp->_hasExited.store(true, std::memory_order_release);
+            _imp->_hasExited.store(true, ZvPlatform::Order::RELEASE);
             return;
         }
     }

@@ -26,7 +26,7 @@ void waitForAnnounced(LgQueueImp const &queue)
     for (int look = 0; look < LOOKS; ++look) {
         // A killed thread cannot end its line.
         if (queue._ring.getAnnouncement() != announcement ||
-            queue._hasExited.load(std::memory_order_acquire))
+            queue._hasExited.load(ZvPlatform::Order::ACQUIRE))
             return;
         ::Sleep(look < LOOKS_WITHOUT_SLEEP ? 0 : 1);
     }
@@ -83,7 +83,7 @@ void LgReader::flushAll()
 void LgReader::refresh() ZV_NO_THREAD_SAFETY_ANALYSIS
 {
     std::uint64_t const now = LgLogImp::_clock.read();
-    ZvPlatform::fence(std::memory_order_seq_cst);
+    ZvPlatform::fence(ZvPlatform::Order::SEQ_CST);
     List<LgQueue *> queues;
     {
         BaseGuard const guard(LgLogImp::_registryLock);
@@ -165,8 +165,8 @@ void LgReader::reap()
     std::vector<LgQueue *> const queues = _queues;
     for (LgQueue *queue : queues) {
         LgQueueImp const &imp = *queue->_imp;
-        bool const isOver = imp._hasExited.load(std::memory_order_acquire) && imp._ring.isEmpty() &&
-                            imp._ring.getNbLostLines() == imp._toldLines;
+        bool const isOver = imp._hasExited.load(ZvPlatform::Order::ACQUIRE) &&
+                            imp._ring.isEmpty() && imp._ring.getNbLostLines() == imp._toldLines;
         if (isOver) {
             registry->removeQueue(queue);
             delete queue;

@@ -27,19 +27,19 @@ LgRing::LgRing(std::size_t capacity) : _memory(LgRingMemory::take(capacity)), _c
 
 bool LgRing::publish(std::uint64_t end, std::uint32_t kind)
 {
-    _announcement.exchange(_announcement.load(std::memory_order_relaxed) + 1,
-                           std::memory_order_seq_cst);
+    _announcement.exchange(_announcement.load(ZvPlatform::Order::RELAXED) + 1,
+                           ZvPlatform::Order::SEQ_CST);
     bool const isServed = LgLog::isLoggerActive();
     std::uint64_t const tail = getTail();
     Header const header = {ZvPlatform::readStamp(), static_cast<std::uint32_t>(end - tail - UNIT),
-                           kind, _lostLines.load(std::memory_order_relaxed),
-                           _lostCharacters.load(std::memory_order_relaxed)};
+                           kind, _lostLines.load(ZvPlatform::Order::RELAXED),
+                           _lostCharacters.load(ZvPlatform::Order::RELAXED)};
     std::memcpy(at(tail), &header, sizeof header);
     std::uint64_t const next = roundUp(end);
-    _reserved.store(next + UNIT, std::memory_order_relaxed);
-    _tail.store(next, std::memory_order_release);
-    _announcement.store(_announcement.load(std::memory_order_relaxed) + 1,
-                        std::memory_order_release);
+    _reserved.store(next + UNIT, ZvPlatform::Order::RELAXED);
+    _tail.store(next, ZvPlatform::Order::RELEASE);
+    _announcement.store(_announcement.load(ZvPlatform::Order::RELAXED) + 1,
+                        ZvPlatform::Order::RELEASE);
     prefetch(next, next - (end - header.length - UNIT));
     return isServed;
 }
@@ -54,9 +54,9 @@ void LgRing::prefetch(std::uint64_t place, std::uint64_t length)
 
 void LgRing::countLoss(std::uint64_t characters)
 {
-    _lostCharacters.store(_lostCharacters.load(std::memory_order_relaxed) + characters,
-                          std::memory_order_release);
-    _lostLines.store(_lostLines.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    _lostCharacters.store(_lostCharacters.load(ZvPlatform::Order::RELAXED) + characters,
+                          ZvPlatform::Order::RELEASE);
+    _lostLines.store(_lostLines.load(ZvPlatform::Order::RELAXED) + 1, ZvPlatform::Order::RELEASE);
 }
 
 void LgRing::reverse(std::uint64_t first, std::uint64_t last)
@@ -77,29 +77,30 @@ void LgRing::rotate(std::uint64_t first, std::uint64_t middle, std::uint64_t las
 std::uint64_t LgRing::getNbFree() const
 {
     // Read in this order: a reserved place is never beyond the limit of the same moment.
-    std::uint64_t const reserved = _reserved.load(std::memory_order_acquire);
+    std::uint64_t const reserved = _reserved.load(ZvPlatform::Order::ACQUIRE);
     std::uint64_t const limit = getLimit();
     return limit > reserved ? limit - reserved : 0;
 }
 
 bool LgRing::isEmpty() const
 {
-    return _tail.load(std::memory_order_acquire) == _head.load(std::memory_order_acquire);
+    std::uint64_t const tail = _tail.load(ZvPlatform::Order::ACQUIRE);
+    return tail == _head.load(ZvPlatform::Order::ACQUIRE);
 }
 
 LgRing::Header const *LgRing::getFront() const
 {
-    if (_tail.load(std::memory_order_acquire) == _head.load(std::memory_order_relaxed))
+    std::uint64_t const head = _head.load(ZvPlatform::Order::RELAXED);
+    if (_tail.load(ZvPlatform::Order::ACQUIRE) == head)
         return nullptr;
-    char const * const place =
-        _memory.get() + (_head.load(std::memory_order_relaxed) & (_capacity - 1));
+    char const * const place = _memory.get() + (head & (_capacity - 1));
     return std::launder(reinterpret_cast<Header const *>(place));
 }
 
 void LgRing::readFront(std::string &text) const
 {
     std::size_t const length = getFront()->length;
-    std::uint64_t const start = _head.load(std::memory_order_relaxed) + UNIT;
+    std::uint64_t const start = _head.load(ZvPlatform::Order::RELAXED) + UNIT;
     std::size_t const first = std::min<std::size_t>(length, getSeam(start) - start);
     text.append(_memory.get() + (start & (_capacity - 1)), first);
     text.append(_memory.get(), length - first);
@@ -108,8 +109,8 @@ void LgRing::readFront(std::string &text) const
 void LgRing::pop()
 {
     std::uint64_t const next =
-        _head.load(std::memory_order_relaxed) + UNIT + roundUp(getFront()->length);
-    _head.store(next, std::memory_order_release);
+        _head.load(ZvPlatform::Order::RELAXED) + UNIT + roundUp(getFront()->length);
+    _head.store(next, ZvPlatform::Order::RELEASE);
 }
 
 } // namespace Zv

@@ -47,14 +47,14 @@ public:
 
     // ---- the writer
 
-    std::uint64_t getTail() const { return _tail.load(std::memory_order_relaxed); }
+    std::uint64_t getTail() const { return _tail.load(ZvPlatform::Order::RELAXED); }
     /// Returns the first place that is not free. It grows when the reader reads.
-    std::uint64_t getLimit() const { return _head.load(std::memory_order_acquire) + _capacity; }
+    std::uint64_t getLimit() const { return _head.load(ZvPlatform::Order::ACQUIRE) + _capacity; }
     char *at(std::uint64_t place) { return _memory.get() + (place & (_capacity - 1)); }
     /// Returns the place behind `place` at which the memory ends.
     std::uint64_t getSeam(std::uint64_t place) const { return (place | (_capacity - 1)) + 1; }
     /// Tells other threads where the text ends that is not published yet.
-    void setReserved(std::uint64_t place) { _reserved.store(place, std::memory_order_release); }
+    void setReserved(std::uint64_t place) { _reserved.store(place, ZvPlatform::Order::RELEASE); }
     /// Publishes the record whose header is at the tail and whose text ends at `end`. Returns true
     /// if a logger ran when the record was announced. Then a reader is sure to find it.
     bool publish(std::uint64_t end, std::uint32_t kind);
@@ -68,9 +68,9 @@ public:
 
     std::uint64_t getNbFree() const;
     bool isEmpty() const;
-    std::uint64_t getNbLostLines() const { return _lostLines.load(std::memory_order_acquire); }
+    std::uint64_t getNbLostLines() const { return _lostLines.load(ZvPlatform::Order::ACQUIRE); }
     // In one order with the announcements, see above.
-    std::uint32_t getAnnouncement() const { return _announcement.load(std::memory_order_seq_cst); }
+    std::uint32_t getAnnouncement() const { return _announcement.load(ZvPlatform::Order::SEQ_CST); }
 
     // ---- the reader
 
@@ -82,7 +82,7 @@ public:
     void pop();
     std::uint64_t getNbLostCharacters() const
     {
-        return _lostCharacters.load(std::memory_order_acquire);
+        return _lostCharacters.load(ZvPlatform::Order::ACQUIRE);
     }
 
 private:

@@ -28,11 +28,11 @@ Sleeper::~Sleeper() = default;
 Sleeper &Sleeper::getInstance()
 {
     static constinit ZvPlatform::Shared<Sleeper *> instance{nullptr};
-    Sleeper *known = instance.load(std::memory_order_acquire);
+    Sleeper *known = instance.load(ZvPlatform::Order::ACQUIRE);
     if (!known) {
         Sleeper * const made = new TheSleeper;
-        if (instance.compare_exchange_strong(known, made, std::memory_order_seq_cst,
-                                             std::memory_order_acquire))
+        if (instance.compare_exchange_strong(known, made, ZvPlatform::Order::RELEASE,
+                                             ZvPlatform::Order::ACQUIRE))
             return *made;
         delete made;
     }

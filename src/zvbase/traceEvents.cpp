@@ -32,7 +32,7 @@ constinit Shared<std::uint32_t> nbThreads{0};
 std::uint32_t getThreadNumber()
 {
     if (threadName.number == 0)
-        threadName.number = nbThreads.fetch_add(1, std::memory_order_relaxed) + 1;
+        threadName.number = nbThreads.fetch_add(1, ZvPlatform::Order::RELAXED) + 1;
     return threadName.number;
 }
 
@@ -95,9 +95,9 @@ void tellThreadName(TraceRing *ring, unsigned session) noexcept
 
 TraceRing *prepare(Shared<TraceRing *> const &ring, Shared<unsigned> const &session) noexcept
 {
-    TraceRing * const known = ring.load(std::memory_order_acquire);
+    TraceRing * const known = ring.load(ZvPlatform::Order::ACQUIRE);
     if (known)
-        tellThreadName(known, session.load(std::memory_order_relaxed));
+        tellThreadName(known, session.load(ZvPlatform::Order::RELAXED));
     return known;
 }
 
@@ -191,7 +191,7 @@ void TraceEvents::Slice::write() noexcept
 
 void TraceEvents::LockWait::dropIfShort() noexcept
 {
-    if (readClock() - _since < _waitLimit.load(std::memory_order_relaxed))
+    if (readClock() - _since < _waitLimit.load(ZvPlatform::Order::RELAXED))
         _slice._begin = 0;
 }
 
@@ -204,7 +204,7 @@ void TraceSpan::finish() noexcept
 
 void TraceFlow::start(TraceEvents::Slice &slice) noexcept
 {
-    TraceRing * const ring = TraceEvents::_ring.load(std::memory_order_acquire);
+    TraceRing * const ring = TraceEvents::_ring.load(ZvPlatform::Order::ACQUIRE);
     if (!ring)
         return;
     _id = ring->makeFlow();

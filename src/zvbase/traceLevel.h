@@ -24,9 +24,12 @@ public:
 
     char const *getName() const noexcept { return _name; }
     /// Returns true if the level is on. Costs one load.
-    bool isEnabled() const noexcept { return _isEnabled.load(std::memory_order_relaxed); }
+    bool isEnabled() const noexcept { return _isEnabled.load(ZvPlatform::Order::RELAXED); }
     /// Switches the level. Other threads see the change soon, but not at once.
-    void setEnabled(bool enabled) noexcept { _isEnabled.store(enabled, std::memory_order_relaxed); }
+    void setEnabled(bool enabled) noexcept
+    {
+        _isEnabled.store(enabled, ZvPlatform::Order::RELAXED);
+    }
 
 private:
     friend class TraceLevels;

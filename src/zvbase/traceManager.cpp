@@ -24,19 +24,22 @@ private:
 };
 
 constinit BaseLock managersLock;
-constinit ZvPlatform::Shared<TraceManager *> inCharge{nullptr}; // read without the lock
+// Read without the lock. A thread counts itself in before it reads `inCharge`, and `retire` changes
+// `inCharge` before it reads the count. The four operations are sequentially consistent. So either
+// `retire` waits for the thread, or the thread does not find the retired manager.
+constinit ZvPlatform::Shared<TraceManager *> inCharge{nullptr};
 constinit ZvPlatform::Shared<std::uint32_t> nbInside{0}; // threads that are inside of a manager
 constinit ZvPlatform::Shared<unsigned> generation{1};
 
 void leaveManager()
 {
-    if (nbInside.fetch_sub(1, std::memory_order_seq_cst) == 1)
+    if (nbInside.fetch_sub(1, ZvPlatform::Order::RELEASE) == 1)
         ::WakeByAddressAll(&nbInside);
 }
 
 void waitUntilNoThreadIsInside()
 {
-    while (std::uint32_t nb = nbInside.load(std::memory_order_acquire))
+    while (std::uint32_t nb = nbInside.load(ZvPlatform::Order::SEQ_CST))
         ::WaitOnAddress(&nbInside, &nb, sizeof nb, INFINITE);
 }
 
@@ -44,12 +47,12 @@ void waitUntilNoThreadIsInside()
 
 unsigned TraceTags::getGeneration()
 {
-    return generation.load(std::memory_order_acquire);
+    return generation.load(ZvPlatform::Order::ACQUIRE);
 }
 
 void TraceTags::write(std::ostream &stream)
 {
-    nbInside.fetch_add(1, std::memory_order_seq_cst);
+    nbInside.fetch_add(1, ZvPlatform::Order::SEQ_CST);
     AtScopeEnd const leaving(&leaveManager);
     TraceManager::getInstance()->getTrace()->writeTag(stream);
 }
@@ -60,8 +63,8 @@ void TraceTags::install(TraceManager &manager)
     ZV_ASSERT(!manager._isInstalled);
     manager._former = TraceManager::getInstance();
     manager._isInstalled = true;
-    inCharge.exchange(&manager, std::memory_order_seq_cst);
-    generation.fetch_add(1, std::memory_order_seq_cst);
+    inCharge.exchange(&manager, ZvPlatform::Order::SEQ_CST);
+    generation.fetch_add(1, ZvPlatform::Order::RELEASE);
 }
 
 void TraceTags::retire(TraceManager &manager)
@@ -70,22 +73,22 @@ void TraceTags::retire(TraceManager &manager)
         BaseGuard const guard(managersLock);
         if (!manager._isInstalled)
             return;
-        if (inCharge.load(std::memory_order_relaxed) != &manager)
+        if (inCharge.load(ZvPlatform::Order::RELAXED) != &manager)
             Assertions::throwAssertionFailed(__FILE__, __LINE__, "inCharge == &manager");
         manager._isInstalled = false;
-        inCharge.exchange(manager._former, std::memory_order_seq_cst);
-        generation.fetch_add(1, std::memory_order_seq_cst);
+        inCharge.exchange(manager._former, ZvPlatform::Order::SEQ_CST);
+        generation.fetch_add(1, ZvPlatform::Order::RELEASE);
     }
     waitUntilNoThreadIsInside();
 }
 
 TraceManager *TraceManager::getInstance()
 {
-    TraceManager *known = inCharge.load(std::memory_order_acquire);
+    TraceManager *known = inCharge.load(ZvPlatform::Order::SEQ_CST);
     if (!known) {
         TraceManager * const made = new OwnManager;
-        if (inCharge.compare_exchange_strong(known, made, std::memory_order_seq_cst,
-                                             std::memory_order_acquire))
+        if (inCharge.compare_exchange_strong(known, made, ZvPlatform::Order::ACQ_REL,
+                                             ZvPlatform::Order::ACQUIRE))
             return made;
         delete made;
     }

@@ -26,19 +26,19 @@ TraceRing::TraceRing(std::size_t capacity)
     : _capacity(capacity), _records(new TraceRecord[capacity])
 {
     for (std::size_t i = 0; i < capacity; ++i)
-        _records[i].turn.store(i, std::memory_order_relaxed);
+        _records[i].turn.store(i, ZvPlatform::Order::RELAXED);
 }
 
 TraceRecord *TraceRing::claim(std::uint64_t &position) noexcept
 {
-    position = _tail.load(std::memory_order_relaxed);
+    position = _tail.load(ZvPlatform::Order::RELAXED);
     for (;;) {
         TraceRecord &record = at(position);
-        std::uint64_t const turn = record.turn.load(std::memory_order_acquire);
+        std::uint64_t const turn = record.turn.load(ZvPlatform::Order::ACQUIRE);
         if (turn == position || turn == WITHDRAWN) {
             // The place is withdrawn in each round, so its positions are passed over.
-            if (_tail.compare_exchange_strong(position, position + 1, std::memory_order_seq_cst,
-                                              std::memory_order_acquire)) {
+            if (_tail.compare_exchange_strong(position, position + 1, ZvPlatform::Order::RELAXED,
+                                              ZvPlatform::Order::RELAXED)) {
                 if (turn == position)
                     return &record;
                 ++position;
@@ -47,7 +47,7 @@ TraceRecord *TraceRing::claim(std::uint64_t &position) noexcept
             countLoss();
             return nullptr;
         } else {
-            position = _tail.load(std::memory_order_relaxed);
+            position = _tail.load(ZvPlatform::Order::RELAXED);
         }
     }
 }
@@ -55,40 +55,40 @@ TraceRecord *TraceRing::claim(std::uint64_t &position) noexcept
 void TraceRing::publish(TraceRecord &record, std::uint64_t position) noexcept
 {
     // Fails if the reader has withdrawn the place, and has counted the loss.
-    record.turn.compare_exchange_strong(position, position + 1, std::memory_order_seq_cst,
-                                        std::memory_order_acquire);
+    record.turn.compare_exchange_strong(position, position + 1, ZvPlatform::Order::RELEASE,
+                                        ZvPlatform::Order::RELAXED);
 }
 
 void TraceRing::countLoss() noexcept
 {
-    _nbLost.fetch_add(1, std::memory_order_seq_cst);
+    _nbLost.fetch_add(1, ZvPlatform::Order::RELAXED);
 }
 
 std::uint64_t TraceRing::getNbLost() const noexcept
 {
-    return _nbLost.load(std::memory_order_acquire);
+    return _nbLost.load(ZvPlatform::Order::RELAXED);
 }
 
 std::uint64_t TraceRing::makeFlow() noexcept
 {
-    return _nbFlows.fetch_add(1, std::memory_order_seq_cst) + 1;
+    return _nbFlows.fetch_add(1, ZvPlatform::Order::RELAXED) + 1;
 }
 
 std::uint64_t TraceRing::getNbFlows() const noexcept
 {
-    return _nbFlows.load(std::memory_order_acquire);
+    return _nbFlows.load(ZvPlatform::Order::RELAXED);
 }
 
 std::uint64_t TraceRing::getTail() const noexcept
 {
-    return _tail.load(std::memory_order_acquire);
+    return _tail.load(ZvPlatform::Order::RELAXED);
 }
 
 TraceRecord const *TraceRing::getFront() noexcept
 {
     while (_head != getTail()) {
         TraceRecord &record = at(_head);
-        std::uint64_t const turn = record.turn.load(std::memory_order_acquire);
+        std::uint64_t const turn = record.turn.load(ZvPlatform::Order::ACQUIRE);
         if (turn != WITHDRAWN)
             return turn == _head + 1 ? &record : nullptr;
         ++_head;
@@ -98,7 +98,7 @@ TraceRecord const *TraceRing::getFront() noexcept
 
 void TraceRing::pop() noexcept
 {
-    at(_head).turn.store(_head + _capacity, std::memory_order_release);
+    at(_head).turn.store(_head + _capacity, ZvPlatform::Order::RELEASE);
     ++_head;
 }
 
@@ -106,8 +106,8 @@ void TraceRing::withdrawFront() noexcept
 {
     std::uint64_t turn = _head;
     if (_head == getTail() ||
-        !at(_head).turn.compare_exchange_strong(turn, WITHDRAWN, std::memory_order_seq_cst,
-                                                std::memory_order_acquire))
+        !at(_head).turn.compare_exchange_strong(turn, WITHDRAWN, ZvPlatform::Order::RELAXED,
+                                                ZvPlatform::Order::RELAXED))
         return;
     countLoss();
     ++_head;

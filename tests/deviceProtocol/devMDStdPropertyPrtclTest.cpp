@@ -9,10 +9,10 @@
 namespace ZvTest {
 namespace {
 
-class Device : public DevMDStdPropertyPrtcl
+class PropertyDevice : public DevMDStdPropertyPrtcl
 {
 public:
-    Device() : DevMDStdPropertyPrtcl("camera") {}
+    PropertyDevice() : DevMDStdPropertyPrtcl("camera") {}
 
     using DevMDStdPropertyPrtcl::getPropertySetBuilder;
 };
@@ -40,7 +40,7 @@ class DevMDStdPropertyPrtclTest : public testing::Test
 protected:
     ~DevMDStdPropertyPrtclTest() noexcept override {} // destructors of members may throw
 
-    RCShdPtr<Device> _device = makeShd<Device>();
+    RCShdPtr<PropertyDevice> _device = makeShd<PropertyDevice>();
 };
 
 TEST_F(DevMDStdPropertyPrtclTest, NoReadIsPossibleWhileABuilderLives)
@@ -80,15 +80,15 @@ TEST_F(DevMDStdPropertyPrtclTest, AReadAfterTheBuilderIsAllowedAndLaterBuildersA
 
 TEST_F(DevMDStdPropertyPrtclTest, EachOfTheFourReadsEndsTheTimeOfBuilding)
 {
-    using Read = void (*)(Device &);
+    using Read = void (*)(PropertyDevice &);
     Read const reads[] = {
-        [](Device &device) { device.getPropertySetIter(); },
-        [](Device &device) { device.getPropertySetIterEnd(); },
-        [](Device &device) { device.getPropertyIter(); },
-        [](Device &device) { device.getPropertyIterEnd(); },
+        [](PropertyDevice &device) { device.getPropertySetIter(); },
+        [](PropertyDevice &device) { device.getPropertySetIterEnd(); },
+        [](PropertyDevice &device) { device.getPropertyIter(); },
+        [](PropertyDevice &device) { device.getPropertyIterEnd(); },
     };
     for (Read const read : reads) {
-        RCShdPtr<Device> const device = makeShd<Device>();
+        RCShdPtr<PropertyDevice> const device = makeShd<PropertyDevice>();
         read(*device);
         EXPECT_THROW(ObjPtr<DevMDStdPropertySetBuilder>(device->getPropertySetBuilder()),
                      DevPrtclEx::ExMDStdPropertiesWriteUnavail);

@@ -49,10 +49,10 @@ public:
     }
 };
 
-class Device : public DevMDStdStreamPrtcl
+class StreamDevice : public DevMDStdStreamPrtcl
 {
 public:
-    Device() : DevMDStdStreamPrtcl("camera") {}
+    StreamDevice() : DevMDStdStreamPrtcl("camera") {}
 
     using DevMDStdStreamPrtcl::addStream;
 };
@@ -111,7 +111,7 @@ TEST(DevMDStdStream, AnyThreadMayAskWhetherItIsAvailable)
 
 TEST(DevMDStdStreamPrtcl, AnyThreadMayAskForTheStreams)
 {
-    RCShdPtr<Device> const device = makeShd<Device>();
+    RCShdPtr<StreamDevice> const device = makeShd<StreamDevice>();
     device->addStream(makeShd<ActiveSource>("video", ""));
     std::thread other([&] {
         for (int i = 0; i < 100; ++i)
@@ -132,7 +132,7 @@ TEST(DevMDStdStream, KnowsNameAndDescription)
 
 TEST(DevMDStdStreamPrtcl, GivesItsStreamsInTheirOrder)
 {
-    RCShdPtr<Device> const device = makeShd<Device>();
+    RCShdPtr<StreamDevice> const device = makeShd<StreamDevice>();
     device->addStream(makeShd<ActiveSource>("video", ""));
     device->addStream(makeShd<ActiveSource>("audio", ""));
     Lines names;
@@ -145,7 +145,7 @@ TEST(DevMDStdStreamPrtcl, GivesItsStreamsInTheirOrder)
 
 TEST(DevMDStdStreamPrtcl, AddStreamAfterTheFirstIteratorThrows)
 {
-    RCShdPtr<Device> const device = makeShd<Device>();
+    RCShdPtr<StreamDevice> const device = makeShd<StreamDevice>();
     EXPECT_TRUE(device->performGetStreams().atEnd());
     try {
         device->addStream(makeShd<ActiveSource>("video", ""));
@@ -256,7 +256,7 @@ TEST(DevMDStdStreamPrtcl, ThrowsWhatAStreamsDestructorThrewAfterDestroyingAll)
         FailingEnd _end;
     };
     Journal log;
-    RCShdPtr<Device> device = makeShd<Device>();
+    RCShdPtr<StreamDevice> device = makeShd<StreamDevice>();
     device->addStream(makeShd<Failing>(log, "first"));
     device->addStream(makeShd<Failing>(log, "second"));
     EXPECT_EQ(whatFails([&] { device = nullptr; }), "first");

@@ -12,11 +12,11 @@
 namespace ZvTest {
 namespace {
 
-class Device : public DevMDStdDevice
+class Camera : public DevMDStdDevice
 {
 public:
-    explicit Device(Journal &log) : DevMDStdDevice("camera"), _log(log) {}
-    Device(Journal &log, RCShdPtr<DevMDStdFifo> const &fifo, ObjPtr<DevMDStdThreadProtocol> body)
+    explicit Camera(Journal &log) : DevMDStdDevice("camera"), _log(log) {}
+    Camera(Journal &log, RCShdPtr<DevMDStdFifo> const &fifo, ObjPtr<DevMDStdThreadProtocol> body)
         : DevMDStdDevice("camera", fifo, body), _log(log)
     {}
 
@@ -85,7 +85,7 @@ protected:
     ~StandardDevice() noexcept override {} // destructors of members may throw
 
     Journal _log;
-    RCShdPtr<Device> _device = makeShd<Device>(_log);
+    RCShdPtr<Camera> _device = makeShd<Camera>(_log);
 };
 
 TEST_F(StandardDevice, MakesEachStepOnItsOwnThreadAndThenItsCompletion)
@@ -128,10 +128,10 @@ TEST_F(StandardDevice, AStepIsSentToAFullFifoBehindTheRequests)
 
 TEST_F(StandardDevice, CanTellAMarkFromALatency)
 {
-    class Precise : public Device
+    class Precise : public Camera
     {
     public:
-        explicit Precise(Journal &log) : Device(log), _log(log) {}
+        explicit Precise(Journal &log) : Camera(log), _log(log) {}
 
     protected:
         void syncToMark(DtTimeMark const &mark) override
@@ -288,33 +288,33 @@ TEST_F(StandardDevice, TakesABodyOfItsOwn)
         Journal &_log;
     };
     auto const fifo = makeShd<DevMDStdFifo>(1);
-    RCShdPtr<Device> const device =
-        makeShd<Device>(_log, fifo, ObjPtr<DevMDStdThreadProtocol>(new Body(fifo, _log)));
+    RCShdPtr<Camera> const device =
+        makeShd<Camera>(_log, fifo, ObjPtr<DevMDStdThreadProtocol>(new Body(fifo, _log)));
     EXPECT_EQ(device->getFifo(), fifo);
     device->performOpen();
     device->performClose();
     EXPECT_EQ(_log.getLines(), (Lines{"open", "close", "stop asked"}));
 }
 
-/// Device whose opening or closing throws.
+/// Camera whose opening or closing throws.
 template <class Exception>
-class Broken : public Device
+class Broken : public Camera
 {
 public:
     Broken(Journal &log, bool isOpening, Exception const &exception)
-        : Device(log), _isOpening(isOpening), _exception(exception)
+        : Camera(log), _isOpening(isOpening), _exception(exception)
     {}
 
 protected:
     void open() override
     {
-        Device::open();
+        Camera::open();
         if (_isOpening)
             throw _exception;
     }
     void close() override
     {
-        Device::close();
+        Camera::close();
         if (!_isOpening)
             throw _exception;
     }

@@ -475,6 +475,16 @@ TEST(DaArenaPool, TheAllocatorIsDestroyedWithThePoolIfAnAllocationFails)
     }
 }
 
+// On a machine of 32 bits, this size does not fit a pointer, and its lower half is small.
+constexpr std::uint64_t TOO_MUCH =
+    sizeof(void *) > 4 ? std::uint64_t{1} << 62 : (std::uint64_t{1} << 32) + 64;
+
+TEST(DaMallocAllocator, RefusesMoreThanThereIs)
+{
+    ObjPtr<DaMallocAllocator> allocator(DaMallocAllocator::create());
+    EXPECT_EQ(allocator->allocate(TOO_MUCH), nullptr);
+}
+
 TEST(DaMallocAllocator, GivesAndTakesMemory)
 {
     ObjPtr<DaMallocAllocator> allocator(DaMallocAllocator::create());
@@ -508,7 +518,7 @@ TEST(DaMemoryMapAllocator, FailuresCarryTheSystemsError)
         return 0;
     };
     // There is not so much memory, or the size is not valid.
-    EXPECT_THAT(errorOf([&] { static_cast<void>(allocator->allocate(std::uint64_t{1} << 62)); }),
+    EXPECT_THAT(errorOf([&] { static_cast<void>(allocator->allocate(TOO_MUCH)); }),
                 testing::AnyOf(8, 87));
     EXPECT_EQ(errorOf([&] { static_cast<void>(allocator->allocate(0)); }), 87);
     int onTheStack = 0;

@@ -121,6 +121,20 @@ TEST_F(HeapManager, ReportsThatThereIsNoHeap)
     EXPECT_TRUE(buffer.isLoaded());
 }
 
+TEST_F(HeapManager, ReportsThatTheMachineHasNotSoMuchMemory)
+{
+    // On a machine of 32 bits, the distance does not fit a pointer, and its lower half is small.
+    std::uint64_t const distance =
+        sizeof(void *) > 4 ? std::uint64_t{1} << 62 : (std::uint64_t{1} << 32);
+    RCShdPtr<MbHeapManager> const large(
+        new MbHeapManager("large", ~std::uint64_t{0}, makeObj<MbUnloadLRU>(0)));
+    MbBuffer const buffer = MbBufferSimpleFactory(initialState(), large)
+                                .create("a", UNIT, MbAlignment(distance - 1, 0, 0));
+    EXPECT_EQ(reasonOf<MbEx::ExNotEnoughMemory>([&] { load(buffer); }),
+              "Not enough memory: Unable to allocate memory..");
+    EXPECT_EQ(large->getAllocated(), 0u);
+}
+
 TEST_F(HeapManager, CountsTheDistanceThatTheAlignmentMayTake)
 {
     RCShdPtr<MbHeapManager> const wide(new MbHeapManager("wide", 10000, makeObj<MbUnloadLRU>(0)));
@@ -248,6 +262,58 @@ TEST_F(HeapManager, AVictimThatFailsFailsTheLoadAndStaysLoaded)
     load(buffer);
     EXPECT_EQ(stateOf(victim), "Unloaded");
     EXPECT_EQ(manager->getAllocated(), std::uint64_t{UNIT});
+}
+
+char const * const REFUSAL = "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0";
+
+TEST_F(HeapManager, ALoadThatFindsTheMutexAbandonedWhenItFailsLeavesTheBufferUnloaded)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer const buffer = make("a", control);
+    load(buffer);
+    load(make("large", 4 * UNIT));
+    control->hooks["reload"] = [&] {
+        MbManagerProbe::abandonMutex(*manager);
+        throw Failure("reload");
+    };
+    EXPECT_EQ(failedAssertion([&] { load(buffer); }), REFUSAL);
+    EXPECT_EQ(stateOf(buffer), "Unloaded");
+    control->hooks.clear();
+    load(buffer);
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+    EXPECT_EQ(manager->getAllocated(), std::uint64_t{UNIT});
+}
+
+TEST_F(HeapManager, AnUnlockThatFindsTheMutexAbandonedFailsLikeOneWhoseProtocolThrows)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer const buffer = make("a", control);
+    load(buffer);
+    load(make("large", 4 * UNIT));
+    control->hooks["unlocked"] = [&] { MbManagerProbe::abandonMutex(*manager); };
+    EXPECT_EQ(failedAssertion([&] { load(buffer); }), REFUSAL);
+    EXPECT_EQ(stateOf(buffer), "RdLocked");
+    control->hooks.clear();
+    load(buffer);
+    EXPECT_EQ(stateOf(buffer), "Loaded");
+}
+
+TEST_F(HeapManager, AnEvictionThatFindsTheMutexAbandonedLeavesTheVictimLoaded)
+{
+    auto const control = std::make_shared<Control>();
+    MbBuffer const victim = make("victim", control, 4 * UNIT);
+    MbBuffer const buffer = make("a");
+    for (char const *before : {"Freed", "Unloaded"}) {
+        load(victim);
+        EXPECT_EQ(stateOf(buffer), before);
+        control->hooks["unload"] = [&] { MbManagerProbe::abandonMutex(*manager); };
+        EXPECT_EQ(failedAssertion([&] { load(buffer); }), REFUSAL);
+        EXPECT_EQ(stateOf(victim), "Loaded");
+        EXPECT_EQ(stateOf(buffer), before);
+        control->hooks.clear();
+        load(buffer);
+        EXPECT_EQ(stateOf(victim), "Unloaded");
+    }
 }
 
 TEST_F(HeapManager, AVictimThatIsLockedInBetweenIsPassedOver)

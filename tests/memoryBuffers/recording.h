@@ -49,7 +49,7 @@ struct TestAccess<MbBufferImp>
     void close() { imp.close(); }
     long keepAlive() const { return imp._keepAlive.getValue(); }
     /// Returns true if guards lock and unlock the buffer without its mutex.
-    bool isOpen() const { return !MbWord::isClosed(imp._word.load(std::memory_order_acquire)); }
+    bool isOpen() const { return !MbWord::isClosed(imp._word.load(ZvPlatform::Order::ACQUIRE)); }
 
     MbBufferImp &imp;
 
@@ -77,6 +77,11 @@ struct TestAccess<MbPoolManager>
     {
         LkGuard<LkMutex const> const guard(manager._mutex);
         return manager._waiters == 0 || manager._strategy->isEmpty();
+    }
+    /// Lets a thread end while it holds the mutex. The next thread that wants it is refused.
+    static void abandonMutex(MbPoolManager const &manager)
+    {
+        std::thread([&]() ZV_NO_THREAD_SAFETY_ANALYSIS { manager._mutex.lock(); }).join();
     }
 };
 

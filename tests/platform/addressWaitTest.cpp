@@ -1,29 +1,31 @@
 #include "platform/platformTest.h"
 
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <atomic>
 
 namespace ZvTest {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
 template <class T>
 void waitsWhileEqual()
 {
-    T value = 5, same = 5, other = 6;
+    Shared<T> value{5};
+    T same = 5, other = 6;
     EXPECT_SUCCEEDS(WaitOnAddress(&value, &other, sizeof value, INFINITE));
     EXPECT_SUCCEEDS(WaitOnAddress(&value, &other, sizeof value, 0));
     EXPECT_FAILS(ERROR_TIMEOUT, WaitOnAddress(&value, &same, sizeof value, 0));
     EXPECT_FAILS(ERROR_TIMEOUT, WaitOnAddress(&value, &same, sizeof value, 1));
     Runner changer([&] {
-        Interlocked::storeRelease(value, T{7});
+        value.store(T{7}, Order::RELEASE);
         WakeByAddressSingle(&value);
         return 0;
     });
-    while (Interlocked::loadAcquire(value) == 5)
+    while (value.load(Order::ACQUIRE) == 5)
         EXPECT_TRUE(WaitOnAddress(&value, &same, sizeof value, LONG_TIME));
 }
 
@@ -39,33 +41,34 @@ TEST(PlatformAddress, WaitsWhileEqualInEverySize)
 
 TEST(PlatformAddress, TheUpperHalfOfALongOneCountsToo)
 {
-    std::uint64_t value = 1, same = 1;
+    Shared<std::uint64_t> value{1};
+    std::uint64_t same = 1;
     Runner changer([&] {
-        Interlocked::storeRelease(value, std::uint64_t{1} << 40 | 1);
+        value.store(std::uint64_t{1} << 40 | 1, Order::RELEASE);
         WakeByAddressSingle(&value);
         return 0;
     });
-    while (Interlocked::loadAcquire(value) == 1)
+    while (value.load(Order::ACQUIRE) == 1)
         EXPECT_TRUE(WaitOnAddress(&value, &same, sizeof value, LONG_TIME));
 }
 
 TEST(PlatformAddress, NeighbouringBytesAreDifferentAddresses)
 {
-    std::uint8_t bytes[8] = {};
+    Shared<std::uint8_t> bytes[8];
     std::uint8_t zero = 0;
     Owned const begun = semaphore();
     std::vector<std::unique_ptr<Runner>> waiters;
-    for (std::uint8_t &own : bytes)
+    for (auto &own : bytes)
         waiters.push_back(std::make_unique<Runner>([&] {
             ReleaseSemaphore(begun, 1, nullptr);
-            while (Interlocked::loadAcquire(own) == 0)
+            while (own.load(Order::ACQUIRE) == 0)
                 EXPECT_TRUE(WaitOnAddress(&own, &zero, 1, LONG_TIME));
             return 0;
         }));
     for (int i = 0; i < 8; ++i)
         WaitForSingleObject(begun, INFINITE);
     for (int i = 7; i >= 0; --i) {
-        Interlocked::storeRelease(bytes[i], std::uint8_t{1});
+        bytes[i].store(std::uint8_t{1}, Order::RELEASE);
         WakeByAddressSingle(&bytes[i]);
         waiters[static_cast<std::size_t>(i)].reset();
     }
@@ -73,27 +76,28 @@ TEST(PlatformAddress, NeighbouringBytesAreDifferentAddresses)
 
 TEST(PlatformAddress, AllAreWokenTogether)
 {
-    long value = 0, zero = 0;
+    Shared<long> value{0};
+    long zero = 0;
     std::vector<std::unique_ptr<Runner>> waiters;
     for (int i = 0; i < 6; ++i)
         waiters.push_back(std::make_unique<Runner>([&] {
-            while (Interlocked::loadAcquire(value) == 0)
+            while (value.load(Order::ACQUIRE) == 0)
                 EXPECT_TRUE(WaitOnAddress(&value, &zero, sizeof value, LONG_TIME));
             return 0;
         }));
-    Interlocked::storeRelease(value, 1l);
+    value.store(1l, Order::RELEASE);
     WakeByAddressAll(&value);
 }
 
 TEST(PlatformAddress, NoWakeUpIsLostBetweenTwoThreads)
 {
     constexpr std::uint32_t ROUNDS = 20000;
-    std::uint32_t turn = 0;
+    Shared<std::uint32_t> turn{0};
     auto const play = [&](std::uint32_t mine) {
         for (std::uint32_t i = mine; i < ROUNDS; i += 2) {
-            for (std::uint32_t seen; (seen = Interlocked::loadAcquire(turn)) != i;)
+            for (std::uint32_t seen; (seen = turn.load(Order::ACQUIRE)) != i;)
                 EXPECT_TRUE(WaitOnAddress(&turn, &seen, sizeof seen, LONG_TIME));
-            Interlocked::storeRelease(turn, i + 1);
+            turn.store(i + 1, Order::RELEASE);
             WakeByAddressSingle(&turn);
         }
         return 0;
@@ -101,7 +105,7 @@ TEST(PlatformAddress, NoWakeUpIsLostBetweenTwoThreads)
     Runner other([&] { return play(1); });
     play(0);
     other.join();
-    EXPECT_EQ(turn, ROUNDS);
+    EXPECT_EQ(turn.load(Order::RELAXED), ROUNDS);
 }
 
 TEST(PlatformAddress, WakingWithoutAWaiterDoesNothing)

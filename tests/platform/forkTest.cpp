@@ -2,7 +2,6 @@
 #include "platform/platformTest.h"
 
 #include "testing/asleep.h"
-#include "zvbase/platform/interlocked.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -15,8 +14,6 @@
 #include <unistd.h>
 
 namespace ZvTest {
-
-namespace Interlocked = ZvPlatform::Interlocked;
 
 namespace {
 
@@ -47,19 +44,19 @@ void expectEnd(pid_t child)
             return __LINE__ & 0xFF ? __LINE__ & 0xFF : 1;                                          \
     } while (false)
 
-std::string nameFor(char const *what)
+std::string forkNameFor(char const *what)
 {
     return std::string("zvfork-") + what + '-' + std::to_string(GetCurrentProcessId());
 }
 
-constexpr char const *NAME = "ZV_FORK_NAME";
+constexpr char const *FORK_NAME = "ZV_FORK_NAME";
 
 /// Returns what a process sees that knows only the name of the semaphore.
 int whatAStrangerSees(char const *test, std::string const &name)
 {
-    setVariable(NAME, name.c_str());
+    setVariable(FORK_NAME, name.c_str());
     ChildProcess child = startElsewhere(std::string("PlatformFork.DISABLED_") + test);
-    setVariable(NAME, nullptr);
+    setVariable(FORK_NAME, nullptr);
     return child.await().code;
 }
 
@@ -70,14 +67,14 @@ constexpr int SEEN = 10, NOT_SEEN = 11;
 /// Not a test: a process that looks for a semaphore.
 TEST(PlatformFork, DISABLED_Stranger)
 {
-    if (char const *name = std::getenv(NAME))
+    if (char const *name = std::getenv(FORK_NAME))
         std::_Exit(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name) ? SEEN : NOT_SEEN);
 }
 
 /// Not a test: a process that ends with a semaphore open.
 TEST(PlatformFork, DISABLED_Careless)
 {
-    if (char const *name = std::getenv(NAME))
+    if (char const *name = std::getenv(FORK_NAME))
         std::_Exit(CreateSemaphoreA(nullptr, 0, 1, name) ? SEEN : NOT_SEEN);
 }
 
@@ -90,7 +87,7 @@ TEST(PlatformFork, AChildMakesObjectsWhileTheParentsThreadsUseThem)
 {
     // Each body keeps one lock of the layer busy.
     void (* const bodies[])() = {[] { Owned const m = mutex(); }, [] { TlsFree(TlsAlloc()); },
-                                 [] { Owned const m = mutex(nameFor("busy").c_str()); },
+                                 [] { Owned const m = mutex(forkNameFor("busy").c_str()); },
                                  [] {
                                      long value = 0, compare = 0;
                                      WaitOnAddress(&value, &compare, sizeof value, 0);
@@ -109,7 +106,7 @@ TEST(PlatformFork, AChildMakesObjectsWhileTheParentsThreadsUseThem)
             expectEnd(startChild([] {
                 HANDLE const m = CreateMutexA(nullptr, TRUE, nullptr);
                 ZV_CHECK(m && ReleaseMutex(m) && CloseHandle(m));
-                HANDLE const n = CreateMutexA(nullptr, FALSE, nameFor("child").c_str());
+                HANDLE const n = CreateMutexA(nullptr, FALSE, forkNameFor("child").c_str());
                 ZV_CHECK(n && CloseHandle(n));
                 HANDLE const s = CreateSemaphoreA(nullptr, 1, 1, nullptr);
                 ZV_CHECK(WaitForSingleObject(s, INFINITE) == WAIT_OBJECT_0);
@@ -207,7 +204,7 @@ TEST(PlatformFork, AChildChangesNoPriorityOfItsParents)
 
 TEST(PlatformFork, AChildThatClosesItsSemaphoreLeavesTheName)
 {
-    std::string const name = nameFor("closing");
+    std::string const name = forkNameFor("closing");
     Owned const s(CreateSemaphoreA(nullptr, 0, 1, name.c_str()));
     expectEnd(startChild([&] { return CloseHandle(s) ? 0 : 1; }));
     EXPECT_EQ(whatAStrangerSees("Stranger", name), SEEN);
@@ -215,9 +212,9 @@ TEST(PlatformFork, AChildThatClosesItsSemaphoreLeavesTheName)
 
 TEST(PlatformFork, AChildKeepsASemaphoreThatItsParentCloses)
 {
-    std::string const name = nameFor("keeping");
+    std::string const name = forkNameFor("keeping");
     Owned s(CreateSemaphoreA(nullptr, 0, 1, name.c_str()));
-    Owned const end(CreateSemaphoreA(nullptr, 0, 1, nameFor("end").c_str()));
+    Owned const end(CreateSemaphoreA(nullptr, 0, 1, forkNameFor("end").c_str()));
     pid_t const child =
         startChild([&] { return WaitForSingleObject(end, INFINITE) == WAIT_OBJECT_0 ? 0 : 1; });
     s.close();
@@ -229,7 +226,7 @@ TEST(PlatformFork, AChildKeepsASemaphoreThatItsParentCloses)
 
 TEST(PlatformFork, AForkLeavesNoDescriptorBehind)
 {
-    Owned const s(CreateSemaphoreA(nullptr, 0, 1, nameFor("descriptors").c_str()));
+    Owned const s(CreateSemaphoreA(nullptr, 0, 1, forkNameFor("descriptors").c_str()));
     auto const count = [] {
         DIR *descriptors = ::opendir("/proc/self/fd");
         int number = 0;
@@ -258,8 +255,8 @@ char stateOf(pid_t process)
 
 TEST(PlatformNames, APostIsNotLostWithAProcessThatDiesOfIt)
 {
-    Owned const s(CreateSemaphoreA(nullptr, 0, 2, nameFor("lost").c_str()));
-    Owned const ready(CreateSemaphoreA(nullptr, 0, 1, nameFor("ready").c_str()));
+    Owned const s(CreateSemaphoreA(nullptr, 0, 2, forkNameFor("lost").c_str()));
+    Owned const ready(CreateSemaphoreA(nullptr, 0, 1, forkNameFor("ready").c_str()));
     for (int round = 0; round < 20; ++round) {
         pid_t const first = startChild([&] {
             ReleaseSemaphore(ready, 1, nullptr);
@@ -316,9 +313,9 @@ bool hasFile(uid_t user, std::string const &name)
 
 TEST(PlatformNames, TheNextProcessRemovesWhatAKilledOneLeft)
 {
-    std::string const name = nameFor("careless");
+    std::string const name = forkNameFor("careless");
     EXPECT_EQ(whatAStrangerSees("Careless", name), SEEN);
-    EXPECT_EQ(whatAStrangerSees("Careless", nameFor("next")), SEEN);
+    EXPECT_EQ(whatAStrangerSees("Careless", forkNameFor("next")), SEEN);
     EXPECT_FALSE(hasFile(::geteuid(), name));
 }
 
@@ -332,7 +329,7 @@ TEST(PlatformNames, TheMaskOfAProcessExcludesNoOther)
         expectEnd(startChild([&] {
             ZV_CHECK(::setresuid(user, user, user) == 0);
             ::umask(mask);
-            std::string const name = nameFor("masked");
+            std::string const name = forkNameFor("masked");
             HANDLE const s = CreateSemaphoreA(nullptr, 0, 1, name.c_str());
             ZV_CHECK(s && GetLastError() == ERROR_SUCCESS);
             // A second process of that user, with another mask.
@@ -341,7 +338,7 @@ TEST(PlatformNames, TheMaskOfAProcessExcludesNoOther)
                 ::umask(022);
                 CloseHandle(s);
                 HANDLE const found = OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name.c_str());
-                HANDLE const own = CreateSemaphoreA(nullptr, 0, 1, nameFor("own").c_str());
+                HANDLE const own = CreateSemaphoreA(nullptr, 0, 1, forkNameFor("own").c_str());
                 ::_exit(found && own && CloseHandle(found) && CloseHandle(own) ? 0 : 1);
             }
             int status = -1;
@@ -356,7 +353,7 @@ TEST(PlatformNames, TheMaskOfAProcessExcludesNoOther)
     EXPECT_EQ(::chown(folder.c_str(), user, user), 0);
     expectEnd(startChild([&] {
         ZV_CHECK(::setresuid(user, user, user) == 0);
-        HANDLE const s = CreateSemaphoreA(nullptr, 0, 1, nameFor("barred").c_str());
+        HANDLE const s = CreateSemaphoreA(nullptr, 0, 1, forkNameFor("barred").c_str());
         ZV_CHECK(s && CloseHandle(s));
         return 0;
     }));

@@ -84,10 +84,13 @@ TEST(PlatformMemory, MisuseFails)
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, 0, PAGE_READWRITE));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, MEM_RELEASE, PAGE_READWRITE));
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, VirtualAlloc(nullptr, size, MEM_RESERVE, 0));
-    // All the addresses that a process can have, of which some are in use already.
-    EXPECT_FAILS(ERROR_NOT_ENOUGH_MEMORY,
-                 VirtualAlloc(nullptr, SIZE_T{0x7FFF} << 32, MEM_RESERVE, PAGE_NOACCESS));
-    for (SIZE_T tooMuch : {SIZE_T{1} << 60, SIZE_T{SIZE_MAX}})
+    // Most of the addresses that a process can have, of which some are in use already.
+    SYSTEM_INFO info;
+    GetSystemInfo(&info);
+    SIZE_T const most =
+        reinterpret_cast<std::uintptr_t>(info.lpMaximumApplicationAddress) / 16 * 15;
+    EXPECT_FAILS(ERROR_NOT_ENOUGH_MEMORY, VirtualAlloc(nullptr, most, MEM_RESERVE, PAGE_NOACCESS));
+    for (SIZE_T tooMuch : {TOO_MUCH, SIZE_T{SIZE_MAX}})
         EXPECT_EQ(VirtualAlloc(nullptr, tooMuch, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE),
                   nullptr);
     auto *memory = static_cast<char *>(VirtualAlloc(nullptr, 4 * size, MEM_RESERVE, PAGE_NOACCESS));

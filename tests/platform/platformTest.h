@@ -4,6 +4,7 @@
 
 #include "platform/services.h"
 #include "testing/childProcess.h"
+#include "zvbase/platform/shared.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -57,6 +58,11 @@ inline Owned semaphore(LONG count = 0, LONG maximum = 0x7FFFFFFF)
     return Owned(CreateSemaphoreA(nullptr, count, maximum, nullptr));
 }
 
+/// Bytes for which no process has the addresses. The second size is the lower one, if there are
+/// two.
+inline constexpr SIZE_T TOO_MUCH = SIZE_MAX / 16 * 15;
+inline constexpr SIZE_T STILL_TOO_MUCH = sizeof(SIZE_T) > 4 ? SIZE_MAX >> 14 : TOO_MUCH;
+
 /// A time-out of 60 seconds, for waits that would never end if a test has failed.
 inline constexpr DWORD LONG_TIME = 60000;
 
@@ -97,7 +103,7 @@ struct VictimScene
 {
     HANDLE begun = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     HANDLE object = nullptr;
-    long rounds = 0;
+    ZvPlatform::Shared<long> rounds{0};
 
     VictimScene() = default;
     ~VictimScene() { EXPECT_TRUE(CloseHandle(begun)); }

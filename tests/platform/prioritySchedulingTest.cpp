@@ -26,6 +26,11 @@ constexpr int LEVELS[] = {-15, -2, -1, 0, 1, 2, 15};
 // below. A process that may not raise its limits cannot get a limit that lets it raise its threads
 // half way, so these tests play such a kernel.
 
+#if __SIZEOF_POINTER__ == 4 // the function for limits of 64 bits
+#define __real_getrlimit __real_getrlimit64
+#define __wrap_getrlimit __wrap_getrlimit64
+#endif
+
 extern "C" int __real_getrlimit(__rlimit_resource_t, rlimit *);
 extern "C" int __real_getpriority(__priority_which_t, id_t);
 extern "C" int __real_setpriority(__priority_which_t, id_t, int);

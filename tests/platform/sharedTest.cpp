@@ -38,7 +38,7 @@ concept HasIncrement = requires(Word &word)
 template <class Word>
 concept HasSum = requires(Word &word)
 {
-    word.fetch_add({}, std::memory_order_relaxed);
+    word.fetch_add({}, ZvPlatform::Order::RELAXED);
 };
 
 static_assert(!HasPlainLoad<Shared<int>> && !HasPlainStore<Shared<int>>);
@@ -61,47 +61,47 @@ constinit Shared<void *> empty;
 
 TEST(PlatformShared, BeginsWithItsValue)
 {
-    EXPECT_EQ(constant.load(std::memory_order_relaxed), 7u);
-    EXPECT_EQ(empty.load(std::memory_order_acquire), nullptr);
+    EXPECT_EQ(constant.load(ZvPlatform::Order::RELAXED), 7u);
+    EXPECT_EQ(empty.load(ZvPlatform::Order::ACQUIRE), nullptr);
     Shared<Phase> phase(Phase::BUSY);
-    EXPECT_EQ(phase.load(std::memory_order_seq_cst), Phase::BUSY);
+    EXPECT_EQ(phase.load(ZvPlatform::Order::SEQ_CST), Phase::BUSY);
 }
 
 TEST(PlatformShared, StoresAndExchanges)
 {
     Shared<Phase> phase;
-    phase.store(Phase::BUSY, std::memory_order_release);
-    EXPECT_EQ(phase.exchange(Phase::IDLE, std::memory_order_acq_rel), Phase::BUSY);
-    EXPECT_EQ(phase.load(std::memory_order_relaxed), Phase::IDLE);
+    phase.store(Phase::BUSY, ZvPlatform::Order::RELEASE);
+    EXPECT_EQ(phase.exchange(Phase::IDLE, ZvPlatform::Order::ACQ_REL), Phase::BUSY);
+    EXPECT_EQ(phase.load(ZvPlatform::Order::RELAXED), Phase::IDLE);
 }
 
 TEST(PlatformShared, ComparesBeforeItExchanges)
 {
     Shared<int> word(1);
     int expected = 2;
-    EXPECT_FALSE(word.compare_exchange_strong(expected, 3, std::memory_order_acq_rel));
+    EXPECT_FALSE(word.compare_exchange_strong(expected, 3, ZvPlatform::Order::ACQ_REL));
     EXPECT_EQ(expected, 1);
-    EXPECT_TRUE(word.compare_exchange_strong(expected, 3, std::memory_order_seq_cst,
-                                             std::memory_order_acquire));
-    EXPECT_EQ(word.load(std::memory_order_relaxed), 3);
+    EXPECT_TRUE(word.compare_exchange_strong(expected, 3, ZvPlatform::Order::SEQ_CST,
+                                             ZvPlatform::Order::ACQUIRE));
+    EXPECT_EQ(word.load(ZvPlatform::Order::RELAXED), 3);
     expected = 4;
-    EXPECT_FALSE(word.compare_exchange_weak(expected, 5, std::memory_order_release));
+    EXPECT_FALSE(word.compare_exchange_weak(expected, 5, ZvPlatform::Order::RELEASE));
     EXPECT_EQ(expected, 3);
-    while (!word.compare_exchange_weak(expected, 5, std::memory_order_acq_rel,
-                                       std::memory_order_relaxed))
+    while (!word.compare_exchange_weak(expected, 5, ZvPlatform::Order::ACQ_REL,
+                                       ZvPlatform::Order::RELAXED))
         EXPECT_EQ(expected, 3);
-    EXPECT_EQ(word.load(std::memory_order_relaxed), 5);
+    EXPECT_EQ(word.load(ZvPlatform::Order::RELAXED), 5);
 }
 
 TEST(PlatformShared, ChangesNumbersAndReturnsTheFormerOne)
 {
     Shared<std::uint16_t> word(0xFFFF);
-    EXPECT_EQ(word.fetch_add(1, std::memory_order_relaxed), 0xFFFF);
-    EXPECT_EQ(word.fetch_sub(1, std::memory_order_seq_cst), 0);
-    EXPECT_EQ(word.fetch_and(0x0FF0, std::memory_order_acquire), 0xFFFF);
-    EXPECT_EQ(word.fetch_or(0xF000, std::memory_order_release), 0x0FF0);
-    EXPECT_EQ(word.fetch_xor(0xFFFF, std::memory_order_acq_rel), 0xFFF0);
-    EXPECT_EQ(word.load(std::memory_order_relaxed), 0x000F);
+    EXPECT_EQ(word.fetch_add(1, ZvPlatform::Order::RELAXED), 0xFFFF);
+    EXPECT_EQ(word.fetch_sub(1, ZvPlatform::Order::SEQ_CST), 0);
+    EXPECT_EQ(word.fetch_and(0x0FF0, ZvPlatform::Order::ACQUIRE), 0xFFFF);
+    EXPECT_EQ(word.fetch_or(0xF000, ZvPlatform::Order::RELEASE), 0x0FF0);
+    EXPECT_EQ(word.fetch_xor(0xFFFF, ZvPlatform::Order::ACQ_REL), 0xFFF0);
+    EXPECT_EQ(word.load(ZvPlatform::Order::RELAXED), 0x000F);
 }
 
 TEST(PlatformShared, LosesNoSumOfTwoThreads)
@@ -110,14 +110,14 @@ TEST(PlatformShared, LosesNoSumOfTwoThreads)
     Shared<int> sum(0);
     auto const add = [&] {
         for (int i = 0; i < ROUNDS; ++i)
-            sum.fetch_add(1, std::memory_order_relaxed);
+            sum.fetch_add(1, ZvPlatform::Order::RELAXED);
         return 0;
     };
     {
         Runner other(add);
         add();
     }
-    EXPECT_EQ(sum.load(std::memory_order_relaxed), 2 * ROUNDS);
+    EXPECT_EQ(sum.load(ZvPlatform::Order::RELAXED), 2 * ROUNDS);
 }
 
 TEST(PlatformShared, FencesOrderRelaxedOperations)
@@ -126,13 +126,13 @@ TEST(PlatformShared, FencesOrderRelaxedOperations)
     Shared<bool> isReady(false);
     Runner writer([&] {
         payload = 42;
-        ZvPlatform::fence(std::memory_order_release);
-        isReady.store(true, std::memory_order_relaxed);
+        ZvPlatform::fence(ZvPlatform::Order::RELEASE);
+        isReady.store(true, ZvPlatform::Order::RELAXED);
         return 0;
     });
-    while (!isReady.load(std::memory_order_relaxed))
+    while (!isReady.load(ZvPlatform::Order::RELAXED))
         Sleep(0);
-    ZvPlatform::fence(std::memory_order_acquire);
+    ZvPlatform::fence(ZvPlatform::Order::ACQUIRE);
     EXPECT_EQ(payload, 42);
 }
 
@@ -141,7 +141,7 @@ TEST(PlatformShared, HasAnAddressToWaitOn)
     Shared<std::uint32_t> word(5);
     std::uint32_t seen = 5;
     EXPECT_FAILS(ERROR_TIMEOUT, WaitOnAddress(&word, &seen, sizeof seen, 0));
-    word.store(6, std::memory_order_release);
+    word.store(6, ZvPlatform::Order::RELEASE);
     EXPECT_SUCCEEDS(WaitOnAddress(&word, &seen, sizeof seen, 0));
 }
 

@@ -1,7 +1,7 @@
 // Ends of threads that have blocked signals, and the application's own signals.
 #include "platform/platformTest.h"
 
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <csignal>
 #include <pthread.h>
@@ -10,7 +10,8 @@
 
 namespace ZvTest {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 #if defined(__SANITIZE_THREAD__)
 #define ZV_OWN_SIGNAL
@@ -45,7 +46,7 @@ void blockAllSignalsPastTheLibrary()
 struct Scene : VictimScene<Scene>
 {
     CRITICAL_SECTION section{};
-    long isToGoOn = 0;
+    Shared<long> isToGoOn{0};
 
     Scene() { InitializeCriticalSection(&section); }
     ~Scene() { DeleteCriticalSection(&section); }
@@ -73,7 +74,7 @@ DWORD computeForEver(void *data)
 {
     SetEvent(sceneOf(data).begun);
     for (;;)
-        Interlocked::increment(sceneOf(data).rounds);
+        sceneOf(data).rounds.fetch_add(1, Order::SEQ_CST);
 }
 
 DWORD waitForEver(void *data)
@@ -185,18 +186,18 @@ TEST(PlatformSignals, AThreadThatHasBlockedThemPastTheLibraryEndsAtItsNextServic
     HANDLE const victim = scene.start([](void *data) -> DWORD {
         blockAllSignalsPastTheLibrary();
         SetEvent(sceneOf(data).begun);
-        while (!Interlocked::loadAcquire(sceneOf(data).isToGoOn))
-            Interlocked::increment(sceneOf(data).rounds);
+        while (!sceneOf(data).isToGoOn.load(Order::ACQUIRE))
+            sceneOf(data).rounds.fetch_add(1, Order::SEQ_CST);
         for (;;)
             GetThreadPriority(GetCurrentThread());
     });
-    while (!Interlocked::loadAcquire(scene.rounds))
+    while (!scene.rounds.load(Order::ACQUIRE))
         Sleep(0); // until it has left the service that reported its beginning
     Runner killer([&] { return TerminateThread(victim, 7); });
     // While the killer waits, the process continues and the victim's handle can be used.
     EXPECT_EQ(GetThreadPriority(victim), THREAD_PRIORITY_NORMAL);
     EXPECT_EQ(WaitForSingleObject(victim, 0), WAIT_TIMEOUT);
-    Interlocked::storeRelease(scene.isToGoOn, 1L);
+    scene.isToGoOn.store(1L, Order::RELEASE);
     killer.join();
     EXPECT_EQ(killer.exitCode(), DWORD{TRUE});
     EXPECT_EQ(WaitForSingleObject(victim, LONG_TIME), WAIT_OBJECT_0);
@@ -271,15 +272,15 @@ TEST(PlatformSignals, TheLibraryStillGetsItsOwn)
     expectKilled(scene.start(computeForEver));
     Owned const go = manualEvent();
     Runner waiting([&] { return WaitForSingleObject(go, LONG_TIME); });
-    long isOver = 0;
+    Shared<long> isOver{0};
     Runner computing([&] {
-        while (!Interlocked::loadAcquire(isOver)) {
+        while (!isOver.load(Order::ACQUIRE)) {
         }
         return 0;
     });
     // The C library changes the user of each thread by a signal, and waits for all of them.
     EXPECT_EQ(::setresuid(::getuid(), ::geteuid(), static_cast<uid_t>(-1)), 0);
-    Interlocked::storeRelease(isOver, 1L);
+    isOver.store(1L, Order::RELEASE);
     EXPECT_TRUE(SetEvent(go));
     waiting.join();
     EXPECT_EQ(waiting.exitCode(), WAIT_OBJECT_0);

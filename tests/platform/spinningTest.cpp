@@ -13,7 +13,7 @@ namespace {
 constexpr Instant MICROSECOND = 1'000;
 constexpr Instant COST = 20 * MICROSECOND;
 constexpr Instant SHORT = 5 * MICROSECOND;
-constexpr Instant LONG = 10 * MILLISECOND;
+constexpr Instant LONG_WAIT = 10 * MILLISECOND;
 
 /// The waits for one object.
 struct Waits
@@ -62,7 +62,7 @@ TEST(Spinning, ShortWaitsSpinFromTheSecondOn)
 TEST(Spinning, LongWaitsNeverSpin)
 {
     Waits waits;
-    waits.add(1000, LONG);
+    waits.add(1000, LONG_WAIT);
     EXPECT_EQ(waits.nbSpins, 0);
 }
 
@@ -71,7 +71,7 @@ TEST(Spinning, AThreadThatBecomesIdleSpinsThreeTimesMore)
     Waits waits;
     waits.add(100, SHORT);
     waits.nbSpins = 0;
-    waits.add(1000, LONG);
+    waits.add(1000, LONG_WAIT);
     EXPECT_EQ(waits.nbSpins, 3);
 }
 
@@ -79,7 +79,7 @@ TEST(Spinning, AThreadThatWasIdleSpinsAgainAfterAFewShortWaits)
 {
     Waits waits;
     waits.add(100, SHORT);
-    waits.add(1000, LONG);
+    waits.add(1000, LONG_WAIT);
     waits.nbSleeps = 0;
     waits.add(1000, SHORT);
     EXPECT_EQ(waits.nbSleeps, 3);
@@ -91,7 +91,7 @@ TEST(Spinning, ASingleLongWaitDoesNotEndTheSpinning)
     waits.add(2, SHORT);
     waits.nbSleeps = 0;
     for (int i = 0; i < 100; ++i) {
-        waits.add(2, LONG);
+        waits.add(2, LONG_WAIT);
         waits.add(1, SHORT);
     }
     EXPECT_EQ(waits.nbSpins, 301);
@@ -102,7 +102,7 @@ TEST(Spinning, ASingleLongWaitDoesNotEndTheSpinning)
 TEST(Spinning, TriesBecomeRareIfWaitsAreShortOnlyForASleeper)
 {
     Waits waits;
-    waits.add(10'000, SHORT, LONG);
+    waits.add(10'000, SHORT, LONG_WAIT);
     EXPECT_GT(waits.nbSpins, 10'000 / 66);
     EXPECT_LT(waits.nbSpins, 10'000 / 66 + 10);
 }
@@ -110,7 +110,7 @@ TEST(Spinning, TriesBecomeRareIfWaitsAreShortOnlyForASleeper)
 TEST(Spinning, ASuccessForgetsEarlierFailures)
 {
     Waits waits;
-    waits.add(10'000, SHORT, LONG);
+    waits.add(10'000, SHORT, LONG_WAIT);
     EXPECT_EQ(waits.credit.failures, MOST_FAILURES);
     waits.add(100, SHORT);
     EXPECT_EQ(waits.credit.failures, 0);
@@ -132,9 +132,9 @@ TEST(Spinning, TheCostOfASleepFollowsTheWakeUps)
 
 TEST(Spinning, NoSpinIsLongerThanTheLimit)
 {
-    EXPECT_EQ(costAfter(1, LONG), LONGEST_SPIN);
-    EXPECT_EQ(costAfter(1000, LONG), LONGEST_SPIN);
-    EXPECT_LE(costAfter(1000, LONG, MICROSECOND), LONGEST_SPIN);
+    EXPECT_EQ(costAfter(1, LONG_WAIT), LONGEST_SPIN);
+    EXPECT_EQ(costAfter(1000, LONG_WAIT), LONGEST_SPIN);
+    EXPECT_LE(costAfter(1000, LONG_WAIT, MICROSECOND), LONGEST_SPIN);
 }
 
 // Threads wake late under full load because other threads run first. Other wake-ups take only as

@@ -9,6 +9,7 @@ TEST(PlatformSystem, ReportsItsProcessors)
 {
     SYSTEM_INFO info;
     GetSystemInfo(&info);
+    EXPECT_NE(info.wProcessorArchitecture, 0xFFFF) << "of an unknown machine";
     EXPECT_GE(info.dwNumberOfProcessors, 1u);
     EXPECT_NE(info.dwActiveProcessorMask, 0u);
     EXPECT_EQ(info.dwPageSize & (info.dwPageSize - 1), 0u);

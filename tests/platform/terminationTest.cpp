@@ -4,37 +4,38 @@
 // killed thread.
 #include "platform/platformTest.h"
 
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <atomic>
 
 namespace ZvTest {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
-struct Scene : VictimScene<Scene>
+struct KillScene : VictimScene<KillScene>
 {};
 
-Scene &sceneOf(void *data)
+KillScene &killSceneOf(void *data)
 {
-    return *static_cast<Scene *>(data);
+    return *static_cast<KillScene *>(data);
 }
 
-DWORD waitForEver(void *data)
+DWORD waitToBeKilled(void *data)
 {
-    SetEvent(sceneOf(data).begun);
-    WaitForSingleObject(sceneOf(data).object, INFINITE);
+    SetEvent(killSceneOf(data).begun);
+    WaitForSingleObject(killSceneOf(data).object, INFINITE);
     WaitForSingleObject(GetCurrentThread(), INFINITE);
     return 1;
 }
 
-DWORD computeForEver(void *data)
+DWORD computeUntilKilled(void *data)
 {
-    SetEvent(sceneOf(data).begun);
+    SetEvent(killSceneOf(data).begun);
     for (;;)
-        Interlocked::increment(sceneOf(data).rounds);
+        killSceneOf(data).rounds.fetch_add(1, Order::SEQ_CST);
 }
 
 void expectEnded(HANDLE thread, DWORD expected)
@@ -51,13 +52,13 @@ void expectEnded(HANDLE thread, DWORD expected)
 TEST(PlatformTermination, EndsOneThatComputes)
 {
     for (int round = 0; round < 20; ++round) {
-        Scene scene;
-        HANDLE const t = scene.start(computeForEver);
+        KillScene scene;
+        HANDLE const t = scene.start(computeUntilKilled);
         EXPECT_SUCCEEDS(TerminateThread(t, 17));
         EXPECT_EQ(WaitForSingleObject(t, LONG_TIME), WAIT_OBJECT_0);
-        long const rounds = Interlocked::loadAcquire(scene.rounds);
+        long const rounds = scene.rounds.load(Order::ACQUIRE);
         expectEnded(t, 17);
-        EXPECT_EQ(Interlocked::loadAcquire(scene.rounds), rounds);
+        EXPECT_EQ(scene.rounds.load(Order::ACQUIRE), rounds);
     }
 }
 
@@ -72,9 +73,9 @@ TEST(PlatformTermination, EndsOneThatWaitsForAnything)
                              Owned(CreateWaitableTimerA(nullptr, TRUE, nullptr))};
     for (int round = 0; round < 5; ++round)
         for (Owned const &object : objects) {
-            Scene scene;
+            KillScene scene;
             scene.object = object;
-            HANDLE const t = scene.start(waitForEver);
+            HANDLE const t = scene.start(waitToBeKilled);
             EXPECT_SUCCEEDS(TerminateThread(t, 0xFFFFFFFF));
             expectEnded(t, 0xFFFFFFFF);
         }
@@ -92,24 +93,24 @@ TEST(PlatformTermination, EndsOneThatWaitsForAnything)
 TEST(PlatformTermination, EndsOneThatSleepsOrWaitsOnAnAddressOrForItself)
 {
     LPTHREAD_START_ROUTINE const bodies[] = {[](void *data) -> DWORD {
-                                                 SetEvent(sceneOf(data).begun);
+                                                 SetEvent(killSceneOf(data).begun);
                                                  Sleep(INFINITE);
                                                  return 1;
                                              },
                                              [](void *data) -> DWORD {
                                                  long zero = 0;
-                                                 SetEvent(sceneOf(data).begun);
+                                                 SetEvent(killSceneOf(data).begun);
                                                  for (;;)
-                                                     WaitOnAddress(&sceneOf(data).rounds, &zero,
+                                                     WaitOnAddress(&killSceneOf(data).rounds, &zero,
                                                                    sizeof zero, INFINITE);
                                              },
                                              [](void *data) -> DWORD {
-                                                 SetEvent(sceneOf(data).begun);
+                                                 SetEvent(killSceneOf(data).begun);
                                                  WaitForSingleObject(GetCurrentThread(), INFINITE);
                                                  return 1;
                                              }};
     for (LPTHREAD_START_ROUTINE body : bodies) {
-        Scene scene;
+        KillScene scene;
         HANDLE const t = scene.start(body);
         EXPECT_TRUE(TerminateThread(t, 3));
         expectEnded(t, 3);
@@ -120,12 +121,12 @@ TEST(PlatformTermination, EndsOneThatSleepsOrWaitsOnAnAddressOrForItself)
 TEST(PlatformTermination, MutexesThatItHeldAreAbandoned)
 {
     Owned const held = mutex();
-    Scene scene;
+    KillScene scene;
     scene.object = held;
     HANDLE const t = scene.start([](void *data) -> DWORD {
-        WaitForSingleObject(sceneOf(data).object, INFINITE);
-        WaitForSingleObject(sceneOf(data).object, INFINITE);
-        return computeForEver(data);
+        WaitForSingleObject(killSceneOf(data).object, INFINITE);
+        WaitForSingleObject(killSceneOf(data).object, INFINITE);
+        return computeUntilKilled(data);
     });
     DWORD result = 0;
     Runner waiter([&] {
@@ -145,15 +146,15 @@ TEST(PlatformTermination, WhileLockingLeavesNoMutexOwned)
 {
     Owned const contended = mutex();
     for (int round = 0; round < 200; ++round) {
-        Scene scene;
+        KillScene scene;
         scene.object = contended;
         HANDLE const t = scene.start([](void *data) -> DWORD {
-            SetEvent(sceneOf(data).begun);
+            SetEvent(killSceneOf(data).begun);
             for (;;) {
-                WaitForSingleObject(sceneOf(data).object, INFINITE);
-                WaitForSingleObject(sceneOf(data).object, INFINITE);
-                ReleaseMutex(sceneOf(data).object);
-                ReleaseMutex(sceneOf(data).object);
+                WaitForSingleObject(killSceneOf(data).object, INFINITE);
+                WaitForSingleObject(killSceneOf(data).object, INFINITE);
+                ReleaseMutex(killSceneOf(data).object);
+                ReleaseMutex(killSceneOf(data).object);
             }
         });
         for (int i = 0; i < round % 8; ++i) {
@@ -211,9 +212,9 @@ TEST(PlatformTermination, WaitersBehindAVictimAreServed)
 {
     for (int round = 0; round < 50; ++round) {
         Owned const m(CreateMutexA(nullptr, TRUE, nullptr));
-        Scene scene;
+        KillScene scene;
         scene.object = m;
-        HANDLE const victim = scene.start(waitForEver);
+        HANDLE const victim = scene.start(waitToBeKilled);
         Runner behind([&] {
             EXPECT_NE(WaitForSingleObject(m, LONG_TIME), WAIT_TIMEOUT);
             EXPECT_TRUE(ReleaseMutex(m));
@@ -229,11 +230,11 @@ TEST(PlatformTermination, WaitersBehindAVictimAreServed)
 TEST(PlatformTermination, AThreadMayEndItself)
 {
     Owned const held = mutex();
-    Scene scene;
+    KillScene scene;
     scene.object = held;
     HANDLE const t = scene.start([](void *data) -> DWORD {
-        WaitForSingleObject(sceneOf(data).object, INFINITE);
-        SetEvent(sceneOf(data).begun);
+        WaitForSingleObject(killSceneOf(data).object, INFINITE);
+        SetEvent(killSceneOf(data).begun);
         TerminateThread(GetCurrentThread(), 5);
         return 6;
     });
@@ -254,8 +255,8 @@ TEST(PlatformTermination, OneThatHasEndedKeepsItsExitCode)
 TEST(PlatformTermination, TwoMayKillOne)
 {
     for (int round = 0; round < 30; ++round) {
-        Scene scene;
-        HANDLE const t = scene.start(computeForEver);
+        KillScene scene;
+        HANDLE const t = scene.start(computeUntilKilled);
         {
             Runner first([&] { return TerminateThread(t, 1); }),
                 second([&] { return TerminateThread(t, 1); });
@@ -324,9 +325,9 @@ TEST(PlatformTermination, TheProcessContinues)
     // There are many victims. If their resources were not freed, the address space would be
     // used up.
     for (int round = 0; round < 300; ++round) {
-        Scene scene;
+        KillScene scene;
         scene.object = scene.begun;
-        HANDLE const t = CreateThread(nullptr, 0x1000000, computeForEver, &scene, 0, nullptr);
+        HANDLE const t = CreateThread(nullptr, 0x1000000, computeUntilKilled, &scene, 0, nullptr);
         ASSERT_NE(t, nullptr);
         EXPECT_EQ(WaitForSingleObject(scene.begun, LONG_TIME), WAIT_OBJECT_0);
         EXPECT_TRUE(TerminateThread(t, 0));

@@ -135,9 +135,9 @@ TEST(PlatformThread, ManyMayWaitForOne)
 TEST(PlatformThread, CreationThatCannotBe)
 {
     EXPECT_FAILS(ERROR_NOT_ENOUGH_MEMORY,
-                 CreateThread(nullptr, SIZE_T{1} << 62, returnArgument, nullptr, 0, nullptr));
+                 CreateThread(nullptr, TOO_MUCH, returnArgument, nullptr, 0, nullptr));
     EXPECT_FAILS(ERROR_NOT_ENOUGH_MEMORY,
-                 CreateThread(nullptr, SIZE_T{1} << 50, returnArgument, nullptr, 0, nullptr));
+                 CreateThread(nullptr, STILL_TOO_MUCH, returnArgument, nullptr, 0, nullptr));
 }
 
 TEST(PlatformThread, AnUnknownFlagIsRefused)

@@ -1,4 +1,5 @@
 #include "platform/platformTest.h"
+#include "testing/watchedThread.h"
 
 namespace ZvTest {
 
@@ -87,6 +88,15 @@ TEST(PlatformTimer, AbsurdTimesAreFarAway)
     EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(set(t, INT64_MIN));
     EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_TIMEOUT);
+}
+
+TEST(PlatformTimer, AWaitForADistantTimeSleeps)
+{
+    Owned const t = timer(false);
+    EXPECT_TRUE(set(t, INT64_MIN));
+    Watched waiter([&] { EXPECT_EQ(WaitForSingleObject(t, INFINITE), WAIT_OBJECT_0); });
+    waiter.waitUntilAsleep();
+    EXPECT_TRUE(set(t, 0));
 }
 
 TEST(PlatformTimer, PeriodsStayOnTheirGrid)

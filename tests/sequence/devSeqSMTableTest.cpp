@@ -20,7 +20,7 @@ struct Target
     std::string transition;
     std::string next;
 };
-using Machine = std::map<std::pair<std::string, std::string>, std::vector<Target>>;
+using Rows = std::map<std::pair<std::string, std::string>, std::vector<Target>>;
 
 constexpr std::array states{"init", "start",   "wsr", "ready", "wml",   "sync",
                             "lock", "recover", "wss", "stop",  "abort", "final"};
@@ -31,9 +31,9 @@ constexpr std::array transitions{"start", "psready", "wsr",     "wsrret",  "read
                                  "pstop", "stopped", "abort",   "aborted", "ignore"};
 
 /// Returns the expected machine, written a second time.
-Machine machine()
+Rows machine()
 {
-    Machine rows{
+    Rows rows{
         {{"init", "start"}, {{"start", "start"}}},
         {{"start", "ready"}, {{"ready", "ready"}, {"wsr", "wsr"}}},
         {{"start", "sready"}, {{"psready", "start"}}},
@@ -187,7 +187,7 @@ TEST_F(DevSeqSMTableTest, DescribesItsSixChoices)
 
 TEST_F(DevSeqSMTableTest, EveryStateAndEventDoesWhatTheMachineSays)
 {
-    Machine const rows = machine();
+    Rows const rows = machine();
     for (std::string const s : states)
         for (std::string const e : events) {
             SCOPED_TRACE(s + ", " + e);

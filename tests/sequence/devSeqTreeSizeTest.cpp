@@ -1,10 +1,10 @@
 #include "resmgt/deviceManager/sequence/devSeqTree.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
+#include "testing/dump.h"
 #include "testing/smallStack.h"
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,13 +17,6 @@ namespace {
 LiString nameOf(int number)
 {
     return std::to_string(number).c_str();
-}
-
-std::string textOf(DevSeqTree const &tree)
-{
-    std::ostringstream stream;
-    stream << tree;
-    return stream.str();
 }
 
 /// Takes each machine from `init` to `final`, and delivers the reports of the devices itself. Node

@@ -5,6 +5,7 @@
 #include "recordingDevice.h"
 #include "resmgt/deviceManager/devMgrEx.h"
 #include "testing/asleep.h"
+#include "testing/dump.h"
 #include "testing/graphviz.h"
 #include "zvbase/failures.h"
 
@@ -22,13 +23,6 @@ namespace ZvTest {
 using namespace Zv;
 
 namespace {
-
-std::string textOf(DevSeqTree const &tree)
-{
-    std::ostringstream stream;
-    stream << tree;
-    return stream.str();
-}
 
 class DevSeqTreeTest : public testing::Test
 {

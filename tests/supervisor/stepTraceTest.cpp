@@ -7,10 +7,10 @@ namespace ZvTest {
 
 namespace {
 
-class Standard final : public DevMDStdDevice
+class Plain final : public DevMDStdDevice
 {
 public:
-    explicit Standard(LiString const &name) : DevMDStdDevice(name) {}
+    explicit Plain(LiString const &name) : DevMDStdDevice(name) {}
 };
 
 /// Three standard devices.
@@ -22,7 +22,7 @@ protected:
         for (char const *name : NAMES)
             DevRegistry::getInstance().add(
                 makeRegistryEntry(name, "a device of the tests", [](LiString const &called) {
-                    return RCShdPtr<DevMDPrtcl>(new Standard(called));
+                    return RCShdPtr<DevMDPrtcl>(new Plain(called));
                 }));
     }
     ~StepTrace() noexcept override

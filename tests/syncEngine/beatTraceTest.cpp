@@ -77,12 +77,12 @@ TEST(BeatTrace, ShowsTheBeatsAndTheLatenessOfAClient)
         beat();
     seen.go.release(2);
     seen.entered.acquire();
-    source.runFree(); // so that the removal is not waited for
-    // The end of the client waits for its thread, which has recorded its last call then.
+    // The removal waits for the client's thread, which has recorded its last call then.
     ObjPtr<SeClientThread>(generator->removeClient(client)).reset();
+    TracedEvents const events = recording.stop();
+    source.runFree(); // only now, because so many beats find no room in the trace
     thread.reset();
 
-    TracedEvents const events = recording.stop();
     std::vector<TracedEvent> beats, calls;
     for (TracedEvent const &event : events.find("clock", "beat"))
         (event.phase == 'i' ? beats : calls).push_back(event);

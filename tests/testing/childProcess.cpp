@@ -121,9 +121,14 @@ ChildProcess::ChildProcess(std::vector<std::string> const &arguments)
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+#ifdef ZV_EMULATED
+    // The name of this process is that of a script that calls the emulator.
+    char const * const program = program_invocation_name;
+#else
+    char const * const program = "/proc/self/exe";
+#endif
     pid_t child = 0;
-    EXPECT_EQ(::posix_spawn(&child, "/proc/self/exe", &actions, nullptr, pointers.data(), environ),
-              0);
+    EXPECT_EQ(::posix_spawn(&child, program, &actions, nullptr, pointers.data(), environ), 0);
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(ends[1]);
     _process = toPointer(child);

@@ -1,4 +1,4 @@
-// Text that an object dumps, for tests to compare.
+// Text that an object writes, for tests to compare.
 #pragma once
 
 #include <sstream>
@@ -12,6 +12,15 @@ std::string dumpOf(Object const &object, Arguments... arguments)
 {
     std::ostringstream text;
     object.dump(text, arguments...);
+    return text.str();
+}
+
+/// Returns what `<<` writes.
+template <class Object>
+std::string textOf(Object const &object)
+{
+    std::ostringstream text;
+    text << object;
     return text.str();
 }
 

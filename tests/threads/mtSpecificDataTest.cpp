@@ -244,14 +244,14 @@ TEST_F(MtSpecificDataTest, ValuesThatADeleterMakesAreRemovedToo)
     }).join();
 }
 
-struct Failing
+struct NeverMade
 {
-    Failing() { throw MtEx::ExNotImplemented("f", 1, "Failing"); }
+    NeverMade() { throw MtEx::ExNotImplemented("f", 1, "NeverMade"); }
 };
 
 TEST_F(MtSpecificDataTest, AValueThatCannotBeMadeLeavesNothing)
 {
-    MtSpecificData<Failing> const data("data");
+    MtSpecificData<NeverMade> const data("data");
     EXPECT_THROW(data.getPointee(), MtEx::ExNotImplemented);
     EXPECT_TRUE(data.isNull());
     EXPECT_EQ(countEntries(&data), 0u);

@@ -27,7 +27,7 @@ struct TestAccess<MtThread>
 {
     static void setCanStart(bool canStart)
     {
-        MtThread::_canStart.store(canStart, std::memory_order_release);
+        MtThread::_canStart.store(canStart, ZvPlatform::Order::RELEASE);
     }
 };
 

@@ -5,7 +5,7 @@
 #include "resmgt/threads/mtThreadFactory.h"
 #include "testing/traceFile.h"
 #include "threadTesting.h"
-#include "zvbase/platform/interlocked.h"
+#include "zvbase/platform/shared.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,8 @@ namespace ZvTest {
 
 namespace {
 
-namespace Interlocked = ZvPlatform::Interlocked;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 /// Runs until it is killed or stopped. Records events at first, not more than a test can read.
 class Recorder final : public MtThreadProtocol
@@ -22,28 +23,28 @@ public:
     void performExecute(MtThread *thread) override
     {
         thread->enableCancel();
-        while (!Interlocked::loadAcquire(_isStopped)) {
-            if (Interlocked::increment(nbRounds) > NB_RECORDED)
+        while (!_isStopped.load(Order::ACQUIRE)) {
+            if (nbRounds.fetch_add(1, Order::SEQ_CST) + 1 > NB_RECORDED)
                 continue;
             TraceEvents::Slice const slice("test", "slice");
             TraceSpan span;
             span.begin("test", "span", "track");
         }
     }
-    void performStop(MtThread *) override { Interlocked::storeRelease(_isStopped, true); }
+    void performStop(MtThread *) override { _isStopped.store(true, Order::RELEASE); }
     void awaitRound() const
     {
-        unsigned const before = Interlocked::loadAcquire(nbRounds);
-        while (Interlocked::loadAcquire(nbRounds) == before)
+        unsigned const before = nbRounds.load(Order::ACQUIRE);
+        while (nbRounds.load(Order::ACQUIRE) == before)
             std::this_thread::yield();
     }
 
-    unsigned nbRounds = 0;
+    Shared<unsigned> nbRounds{0};
 
 private:
     static constexpr unsigned NB_RECORDED = 500;
 
-    bool _isStopped = false;
+    Shared<bool> _isStopped{false};
 };
 
 TEST(TracedThreads, HaveTheNamesOfTheirObjects)

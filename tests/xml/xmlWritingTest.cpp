@@ -328,11 +328,13 @@ TEST(XmlStreamer, AGuardThrowsInsideOfADestructorThatUnwindingRuns)
 // XmlWriter
 
 /// An element with an attribute and children.
-class Item : public XmlTopElement
+class ListItem : public XmlTopElement
 {
 public:
-    explicit Item(char const *tag) : _tag(tag) {}
-    Item(char const *tag, Item &first, Item &second) : _tag(tag), _children{&first, &second} {}
+    explicit ListItem(char const *tag) : _tag(tag) {}
+    ListItem(char const *tag, ListItem &first, ListItem &second)
+        : _tag(tag), _children{&first, &second}
+    {}
 
     XmlBaseElement *createElement(XmlReader &, LiString const &, XmlAttributeList const &) override
     {
@@ -344,7 +346,7 @@ public:
         if (fails)
             throw 7;
         writer.writeAttribute("name", _tag);
-        for (Item * const child : _children)
+        for (ListItem * const child : _children)
             writer.writeElement(*child);
     }
     void performRead(XmlAttributeList const &) override {}
@@ -354,7 +356,7 @@ public:
 
 private:
     LiString _tag;
-    std::vector<Item *> _children;
+    std::vector<ListItem *> _children;
 };
 
 TEST(XmlWriter, AnElementWithoutChildrenHasAStartAndAnEndTag)
@@ -368,8 +370,8 @@ TEST(XmlWriter, AnElementWithoutChildrenHasAStartAndAnEndTag)
 
 TEST(XmlWriter, ElementsAreIndented)
 {
-    Item c("c"), d("d"), b("b", c, d), e("e");
-    Item a("a", b, e);
+    ListItem c("c"), d("d"), b("b", c, d), e("e");
+    ListItem a("a", b, e);
     XmlWriter writer;
     std::string const expected = "\n<a\n    name=\"a\">\n"
                                  "\n    <b\n        name=\"b\">\n"
@@ -390,9 +392,9 @@ TEST(XmlWriter, ElementsAreIndented)
 
 TEST(XmlWriter, ATopElementMayNameItsDocumentType)
 {
-    struct Named : Item
+    struct Named : ListItem
     {
-        Named() : Item("a") {}
+        Named() : ListItem("a") {}
         LiString getDocumentTypeName() const override { return "show"; }
     } named;
     EXPECT_EQ(bytesOf(XmlWriter().toXmlDocument(named)),
@@ -401,7 +403,7 @@ TEST(XmlWriter, ATopElementMayNameItsDocumentType)
 
 TEST(XmlWriter, ADocumentIsReadAgain)
 {
-    Item b("b"), c("c"), a("a", b, c);
+    ListItem b("b"), c("c"), a("a", b, c);
     EXPECT_EQ(toldOf(bytesOf(XmlWriter().toXmlDocument(a))),
               "declaration[1.0] type[a] begin[a] name=[a] tagEnd begin[b] name=[b] tagEnd close[b] "
               "begin[c] name=[c] tagEnd close[c] close[a] ");
@@ -458,7 +460,7 @@ TEST(XmlWriter, StartsAfreshWhenReset)
 
 TEST(XmlWriter, ServesAgainAfterAnElementThatThrew)
 {
-    Item b("b"), c("c"), a("a", b, c);
+    ListItem b("b"), c("c"), a("a", b, c);
     c.fails = true;
     XmlWriter writer;
     EXPECT_THROW(writer.toXml(a), int);

@@ -101,6 +101,17 @@ TEST(OsDate, KnowsLeapYears)
     EXPECT_FALSE(isDate(2004, 2, 30));
 }
 
+TEST(OsDate, LocalTimeGoesOnAfter2038)
+{
+    At const berlin(BERLIN);
+    std::int64_t const seconds = toSeconds(2050, 7, 1, 10, 0, 0);
+    EXPECT_EQ(toSeconds(2050, 7, 1, 12, 0, 0, Types::LOCAL), seconds);
+    Types::DateStruct const date =
+        OsDateUtil::convertToDateStruct({seconds * 1'000'000}, Types::LOCAL);
+    EXPECT_EQ(date.tm.tm_year, 150);
+    EXPECT_EQ(date.tm.tm_hour, 12);
+}
+
 // The first day that the standard library supports.
 #ifdef _WIN32
 constexpr std::int64_t EARLIEST = 0;

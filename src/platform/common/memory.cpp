@@ -102,6 +102,12 @@ void *reserve(void *address, Pages const &pages, int access)
         ::free(region);
         return refuse(address && taken ? ERROR_INVALID_ADDRESS : ERROR_NOT_ENOUGH_MEMORY);
     }
+    // To a system that does not know MAP_FIXED_NOREPLACE, the address is only a hint.
+    if (address && memory != pages.start()) {
+        ::munmap(memory, pages.size);
+        ::free(region);
+        return refuse(ERROR_INVALID_ADDRESS);
+    }
     *region = {regions, reinterpret_cast<std::uintptr_t>(memory), pages.size};
     regions = region;
     return memory;
@@ -162,12 +168,16 @@ BOOL free(void *address, SIZE_T size, DWORD type)
 
 void describe(SYSTEM_INFO &info)
 {
-    constexpr int BITS = sizeof(void *) == 8 ? 47 : 31;
+#ifdef __aarch64__
+    constexpr int UNUSED_BITS = 16;
+#else
+    constexpr int UNUSED_BITS = sizeof(void *) == 8 ? 17 : 0;
+#endif
     std::uintptr_t const page = pageSize();
     info.dwPageSize = info.dwAllocationGranularity = static_cast<DWORD>(page);
     info.lpMinimumApplicationAddress = reinterpret_cast<void *>(std::uintptr_t{0x10000});
     info.lpMaximumApplicationAddress =
-        reinterpret_cast<void *>((std::uintptr_t{1} << BITS) - page - 1);
+        reinterpret_cast<void *>((UINTPTR_MAX >> UNUSED_BITS) - page);
 }
 
 } // namespace ZvPlatform::Memory

@@ -51,7 +51,7 @@ bool equal(void const volatile *address, void const *compare, SIZE_T size)
 void left(Bucket &bucket, Waiter &waiter)
 {
     waiter.queued = false;
-    bucket.waiters.fetch_sub(1, std::memory_order_relaxed);
+    bucket.waiters.fetch_sub(1, Order::RELAXED);
 }
 
 void wake(void *address, bool all)
@@ -59,7 +59,7 @@ void wake(void *address, bool all)
     Bucket &bucket = bucketOf(address);
     // A read-modify-write instead of a load. A waiter that is counted later is ordered after it,
     // and then sees the caller's change.
-    if (bucket.waiters.fetch_add(0, std::memory_order_acq_rel) == 0)
+    if (bucket.waiters.fetch_add(0, Order::ACQ_REL) == 0)
         return;
     Service service;
     WakeList wakes;
@@ -87,7 +87,7 @@ void unlockAddresses()
 void forgetAddressWaits()
 {
     for (Bucket &bucket : buckets) {
-        bucket.waiters.store(0, std::memory_order_relaxed);
+        bucket.waiters.store(0, Order::RELAXED);
         bucket.list = {};
     }
 }
@@ -111,13 +111,13 @@ BOOL WaitOnAddress(void volatile *address, void *compare, SIZE_T size, DWORD mil
         return TRUE;
     {
         Locked locked(bucket.lock);
-        bucket.waiters.fetch_add(1, std::memory_order_acq_rel);
+        bucket.waiters.fetch_add(1, Order::ACQ_REL);
         if (!equal(address, compare, size)) {
-            bucket.waiters.fetch_sub(1, std::memory_order_relaxed);
+            bucket.waiters.fetch_sub(1, Order::RELAXED);
             return TRUE;
         }
         me.address = const_cast<void const *>(address);
-        me.park.store(0, std::memory_order_relaxed);
+        me.park.store(0, Order::RELAXED);
         me.woken = me.granted = false;
         me.queued = true;
         bucket.list.append(me);

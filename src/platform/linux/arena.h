@@ -37,12 +37,12 @@ public:
             _free = element->nextFree;
             return element;
         }
-        std::size_t const index = _used.load(std::memory_order_relaxed);
+        std::size_t const index = _used.load(Order::RELAXED);
         Place const place = placeOf(index);
         if (place.segment == SEGMENTS || (place.index == 0 && !map(place.segment)))
             return nullptr;
         T *element = new (addressOf(place)) T;
-        _used.store(index + 1, std::memory_order_release);
+        _used.store(index + 1, Order::RELEASE);
         return element;
     }
 
@@ -56,7 +56,7 @@ public:
     /// Returns whether an address is that of an element, in use or not.
     bool holds(void const *address) const
     {
-        std::size_t left = _used.load(std::memory_order_acquire);
+        std::size_t left = _used.load(Order::ACQUIRE);
         for (std::size_t segment = 0; left; ++segment) {
             std::size_t const here = left < sizeOf(segment) ? left : sizeOf(segment);
             std::uintptr_t const offset = offsetIn(segment, address);
@@ -67,7 +67,7 @@ public:
         return false;
     }
 
-    std::size_t size() const { return _used.load(std::memory_order_acquire); }
+    std::size_t size() const { return _used.load(Order::ACQUIRE); }
 
     T &operator[](std::size_t index)
     {
@@ -109,14 +109,13 @@ private:
 
     void *addressOf(Place place) const
     {
-        return reinterpret_cast<void *>(_segments[place.segment].load(std::memory_order_relaxed) +
+        return reinterpret_cast<void *>(_segments[place.segment].load(Order::RELAXED) +
                                         place.index * sizeof(T));
     }
 
     std::uintptr_t offsetIn(std::size_t segment, void const *address) const
     {
-        return reinterpret_cast<std::uintptr_t>(address) -
-               _segments[segment].load(std::memory_order_relaxed);
+        return reinterpret_cast<std::uintptr_t>(address) - _segments[segment].load(Order::RELAXED);
     }
 
     bool map(std::size_t segment)
@@ -128,8 +127,7 @@ private:
         // Memory to which only a thread's slots or a handle lead is not a leak.
         if (__lsan_register_root_region)
             __lsan_register_root_region(memory, size);
-        _segments[segment].store(reinterpret_cast<std::uintptr_t>(memory),
-                                 std::memory_order_relaxed);
+        _segments[segment].store(reinterpret_cast<std::uintptr_t>(memory), Order::RELAXED);
         return true;
     }
 

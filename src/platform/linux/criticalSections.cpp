@@ -20,20 +20,17 @@ void enterSlowly(Section &section)
 {
     Service service;
     ThreadNumber const me = service.thread().number;
-    auto const tryIt = [&] {
-        return section.word.load(std::memory_order_relaxed) == 0 && take(section, me);
-    };
+    auto const tryIt = [&] { return section.word.load(Order::RELAXED) == 0 && take(section, me); };
     Spin spin(section.spin, callOf(section), now());
     bool isTaken = spin.run(tryIt);
     // A thread that has slept cannot know whether others still sleep, so it takes the section with
     // SLEEPERS set.
     while (!isTaken && !(isTaken = take(section, me | Section::SLEEPERS))) {
-        std::uint32_t seen = section.word.load(std::memory_order_relaxed);
+        std::uint32_t seen = section.word.load(Order::RELAXED);
         if (seen == 0)
             continue;
         if (seen & Section::SLEEPERS ||
-            section.word.compare_exchange_strong(seen, seen | Section::SLEEPERS,
-                                                 std::memory_order_relaxed)) {
+            section.word.compare_exchange_strong(seen, seen | Section::SLEEPERS, Order::RELAXED)) {
             sleepOn(service, &section.word, seen | Section::SLEEPERS, NEVER);
             spin.learn();
         }
@@ -44,7 +41,7 @@ void enterSlowly(Section &section)
         }
     }
     // A thread that was killed in here must not keep the section.
-    if (service.killed() && section.word.exchange(0, std::memory_order_release) & Section::SLEEPERS)
+    if (service.killed() && section.word.exchange(0, Order::RELEASE) & Section::SLEEPERS)
         wakeSleeper(section);
 }
 

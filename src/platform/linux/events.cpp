@@ -16,12 +16,12 @@ BOOL SetEvent(HANDLE event)
     Object *object = objectOf(event);
     if (!object)
         return fail(ERROR_INVALID_HANDLE);
-    Word word = object->word.load(std::memory_order_relaxed);
+    Word word = object->word.load(Order::RELAXED);
     // Stores even if the event is set already. The thread that takes the event then sees what the
     // caller has written.
     while ((word & ~Word{SIGNALLED | MANUAL}) == EVENT)
-        if (object->word.compare_exchange_weak(word, word | SIGNALLED, std::memory_order_release,
-                                               std::memory_order_relaxed))
+        if (object->word.compare_exchange_weak(word, word | SIGNALLED, Order::RELEASE,
+                                               Order::RELAXED))
             return TRUE;
     Service service;
     WakeList wakes;
@@ -38,11 +38,10 @@ BOOL ResetEvent(HANDLE event)
     Object *object = objectOf(event);
     if (!object)
         return fail(ERROR_INVALID_HANDLE);
-    Word word = object->word.load(std::memory_order_relaxed);
+    Word word = object->word.load(Order::RELAXED);
     while ((word & ~Word{SIGNALLED | MANUAL}) == EVENT)
-        if (object->word.compare_exchange_weak(word, word & ~Word{SIGNALLED},
-                                               std::memory_order_acq_rel,
-                                               std::memory_order_relaxed))
+        if (object->word.compare_exchange_weak(word, word & ~Word{SIGNALLED}, Order::ACQ_REL,
+                                               Order::RELAXED))
             return TRUE;
     Service service;
     Queue queue(object, EVENT);

@@ -69,8 +69,7 @@ inline Section &sectionOf(CriticalSection *section)
 inline bool take(Section &section, std::uint32_t mine)
 {
     std::uint32_t free = 0;
-    return section.word.compare_exchange_strong(free, mine, std::memory_order_acquire,
-                                                std::memory_order_relaxed);
+    return section.word.compare_exchange_strong(free, mine, Order::ACQUIRE, Order::RELAXED);
 }
 
 void wakeSleeper(Section &);
@@ -95,11 +94,10 @@ struct ObjectHead
 inline bool takeFree(ObjectHead &mutex, ThreadNumber me)
 {
     ++local.held;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    __atomic_signal_fence(__ATOMIC_SEQ_CST);
     Word free = FREE_MUTEX;
     if (mutex.word.compare_exchange_strong(free, FREE_MUTEX | Word{me} << VALUE_SHIFT,
-                                           std::memory_order_acquire, std::memory_order_relaxed))
-        [[likely]]
+                                           Order::ACQUIRE, Order::RELAXED)) [[likely]]
         return true;
     --local.held;
     return false;
@@ -120,7 +118,7 @@ inline bool enterAtOnce(CriticalSection *section)
 {
     Linux::Section &mine = Linux::sectionOf(section);
     ThreadNumber const me = Linux::local.number;
-    std::uint32_t const word = mine.word.load(std::memory_order_relaxed);
+    std::uint32_t const word = mine.word.load(Order::RELAXED);
     if (word == 0) [[likely]]
         return me && Linux::take(mine, me);
     if ((word & ~Linux::Section::SLEEPERS) != me)
@@ -134,8 +132,7 @@ inline void LeaveCriticalSection(CriticalSection *section)
     Linux::Section &mine = Linux::sectionOf(section);
     if (mine.again)
         --mine.again;
-    else if (mine.word.exchange(0, std::memory_order_release) & Linux::Section::SLEEPERS)
-        [[unlikely]]
+    else if (mine.word.exchange(0, Order::RELEASE) & Linux::Section::SLEEPERS) [[unlikely]]
         Linux::wakeSleeper(mine);
 }
 
@@ -147,7 +144,7 @@ inline bool takeMutexAtOnce(Handle handle)
     ThreadNumber const me = Linux::local.number;
     if (!me) [[unlikely]]
         return false;
-    Linux::Word const word = mutex.word.load(std::memory_order_relaxed);
+    Linux::Word const word = mutex.word.load(Order::RELAXED);
     if (word == Linux::FREE_MUTEX) [[likely]]
         return Linux::takeFree(mutex, me);
     if (word != (Linux::FREE_MUTEX | Linux::Word{me} << Linux::VALUE_SHIFT))
@@ -163,16 +160,16 @@ inline bool releaseMutexAtOnce(Handle handle)
     auto &mutex = *static_cast<Linux::ObjectHead *>(handle);
     ThreadNumber const me = Linux::local.number;
     Linux::Word mine = Linux::FREE_MUTEX | Linux::Word{me} << Linux::VALUE_SHIFT;
-    if (!me || mutex.word.load(std::memory_order_relaxed) != mine) [[unlikely]]
+    if (!me || mutex.word.load(Order::RELAXED) != mine) [[unlikely]]
         return false;
     if (mutex.again) {
         --mutex.again;
         return true;
     }
-    if (!mutex.word.compare_exchange_strong(mine, Linux::FREE_MUTEX, std::memory_order_release,
-                                            std::memory_order_relaxed)) [[unlikely]]
+    if (!mutex.word.compare_exchange_strong(mine, Linux::FREE_MUTEX, Order::RELEASE,
+                                            Order::RELAXED)) [[unlikely]]
         return false;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    __atomic_signal_fence(__ATOMIC_SEQ_CST);
     --Linux::local.held;
     return true;
 }

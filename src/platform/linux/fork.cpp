@@ -48,7 +48,7 @@ void goOnInParent()
 /// Brings an object into order that other threads may have been using.
 void leaveBehind(Object &object, Thread const &me)
 {
-    Word word = object.word.load(std::memory_order_relaxed);
+    Word word = object.word.load(Order::RELAXED);
     if ((word & TYPE) == DEAD)
         return;
     word &= ~Word{QUEUE | QUEUE_SLEEP | WAITERS | WAKING | HAND_OVER};
@@ -63,7 +63,7 @@ void leaveBehind(Object &object, Thread const &me)
         word = withValue(word | ABANDONED, 0);
         object.again = 0;
     }
-    object.word.store(word, std::memory_order_relaxed);
+    object.word.store(word, Order::RELAXED);
 }
 
 void goOnInChild()
@@ -73,9 +73,9 @@ void goOnInChild()
         leaveBehind(objects[i], me);
     // The kernel's numbers are those of the parent's threads.
     for (std::size_t i = 0; i < threads.size(); ++i)
-        threads[i].kernelId.store(0, std::memory_order_relaxed);
-    me.kernelId.store(Kernel::threadNumber(), std::memory_order_relaxed);
-    me.dying.store(0, std::memory_order_relaxed); // the kill was meant for the parent's thread
+        threads[i].kernelId.store(0, Order::RELAXED);
+    me.kernelId.store(Kernel::threadNumber(), Order::RELAXED);
+    me.dying.store(0, Order::RELAXED); // the kill was meant for the parent's thread
     forgetAddressWaits();
     takeSharedFromParent();
     unlockAll();

@@ -24,7 +24,7 @@ void futexWake(void const *word, int count, Scope scope)
 
 void Lock::lockSlowly()
 {
-    while (_word.exchange(2, std::memory_order_acquire) != 0)
+    while (_word.exchange(2, Order::ACQUIRE) != 0)
         futexWait(&_word, 2, NEVER);
 }
 

@@ -31,13 +31,13 @@ public:
     void lock()
     {
         std::uint32_t free = 0;
-        if (!_word.compare_exchange_strong(free, 1, std::memory_order_acquire))
+        if (!_word.compare_exchange_strong(free, 1, Order::ACQUIRE))
             lockSlowly();
     }
 
     void unlock()
     {
-        if (_word.exchange(0, std::memory_order_release) == 2)
+        if (_word.exchange(0, Order::RELEASE) == 2)
             futexWake(&_word, 1);
     }
 

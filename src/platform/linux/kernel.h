@@ -10,6 +10,7 @@
 #else
 
 #include "platform/common/clock.h"
+#include "zvbase/platform/pause.h"
 
 #include <cerrno>
 #include <climits>
@@ -56,6 +57,12 @@ namespace ZvPlatform::Linux::Kernel {
 
 // ---- futexes ------------------------------------------------------------------------------------
 
+#ifdef SYS_futex_time64 // on machines of 32 bits
+inline constexpr long FUTEX = SYS_futex_time64;
+#else
+inline constexpr long FUTEX = SYS_futex;
+#endif
+
 inline int futexOperation(int which, Scope scope)
 {
     return scope == Scope::PRIVATE ? which | FUTEX_PRIVATE_FLAG : which;
@@ -65,23 +72,24 @@ inline int futexOperation(int which, Scope scope)
 /// without a cause. Returns 0, EAGAIN, EINTR or ETIMEDOUT.
 inline int wait(void const *word, std::uint32_t value, Instant deadline, Scope scope)
 {
-    timespec limit;
-    timespec *timeout = nullptr;
-    if (deadline != NEVER) {
-        limit.tv_sec = deadline / 1'000'000'000;
-        limit.tv_nsec = deadline % 1'000'000'000;
-        timeout = &limit;
-    }
+    // The kernel's form of a time, which does not depend on the C library.
+    struct Time
+    {
+        std::int64_t seconds;
+        std::int64_t nanoseconds;
+    };
+    Time const limit{deadline / 1'000'000'000, deadline % 1'000'000'000};
     // Only the bitset form takes an absolute time of the monotonic clock.
-    long const result = ::syscall(SYS_futex, word, futexOperation(FUTEX_WAIT_BITSET, scope), value,
-                                  timeout, nullptr, FUTEX_BITSET_MATCH_ANY);
+    long const result =
+        ::syscall(FUTEX, word, futexOperation(FUTEX_WAIT_BITSET, scope), value,
+                  deadline == NEVER ? nullptr : &limit, nullptr, FUTEX_BITSET_MATCH_ANY);
     return result == 0 ? 0 : errno;
 }
 
 /// Wakes up to `count` threads that sleep on `word`. Does not access the memory.
 inline void wake(void const *word, int count, Scope scope)
 {
-    ::syscall(SYS_futex, word, futexOperation(FUTEX_WAKE, scope), count, nullptr, nullptr, 0);
+    ::syscall(FUTEX, word, futexOperation(FUTEX_WAKE, scope), count, nullptr, nullptr, 0);
 }
 
 // ---- time ---------------------------------------------------------------------------------------
@@ -117,12 +125,17 @@ inline void yield()
 /// Tells the processor that the thread spins.
 inline void pause()
 {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    __asm__ volatile("yield");
+    pauseProcessor();
+}
+
+/// Waits until the thread's earlier operations on memory are complete, so that a clock is read
+/// after them. A barrier of the memory model orders them before later operations on memory alone.
+inline void completeMemory()
+{
+#ifdef __aarch64__
+    __asm__ volatile("dsb ish" ::: "memory");
 #else
-    __atomic_signal_fence(__ATOMIC_SEQ_CST);
+    __atomic_thread_fence(__ATOMIC_SEQ_CST);
 #endif
 }
 
@@ -377,7 +390,7 @@ inline int getNice(std::uint32_t thread)
 }
 
 /// Returns the limit of the nice value, in the system's form: 20 minus the lowest nice value.
-inline unsigned long getNiceLimit()
+inline std::uint64_t getNiceLimit()
 {
     rlimit limit{};
     ::getrlimit(RLIMIT_NICE, &limit);

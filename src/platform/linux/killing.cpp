@@ -12,7 +12,7 @@
 #endif
 #endif
 
-#if defined(__GLIBC__) && (defined(__x86_64__) || defined(__aarch64__)) &&                         \
+#if defined(__GLIBC__) && (defined(__x86_64__) || defined(__i386__) || defined(__aarch64__)) &&    \
     !defined(ZV_THREAD_SANITIZED) && !defined(ZV_KERNEL_SIMULATED)
 #define ZV_SHARED_SIGNAL
 #endif
@@ -27,11 +27,11 @@ void onKill()
 {
     int const error = errno;
     Thread *thread = local.thread;
-    if (thread && thread->dying.load(std::memory_order_relaxed)) {
+    if (thread && thread->dying.load(Order::RELAXED)) {
         if (local.depth == 0)
             die();
         // A thread inside a service ends when it leaves the service. The bit ends a sleep in there.
-        thread->waiter.park.fetch_or(Waiter::KILLED, std::memory_order_relaxed);
+        thread->waiter.park.fetch_or(Waiter::KILLED, Order::RELAXED);
     }
     errno = error;
 }
@@ -123,7 +123,7 @@ bool sendKill(std::uint32_t kernelId)
 void wakeVictim(Thread &thread)
 {
     unpark(thread.waiter, Waiter::KILLED);
-    if (void const *word = thread.waiter.sleepsOn.load(std::memory_order_seq_cst))
+    if (void const *word = thread.waiter.sleepsOn.load(Order::SEQ_CST))
         for (Scope scope : {Scope::PRIVATE, Scope::SHARED})
             futexWake(word, INT_MAX, scope);
 }

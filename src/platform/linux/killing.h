@@ -11,8 +11,8 @@ void acceptKilling();
 /// Sends the signal that kills. Installs its handler first, if that has not happened yet. Returns
 /// false if the system refuses.
 ///
-/// With the GNU C library on x86-64 and AArch64 the signal is 33, one of that library's own. The
-/// library's functions neither block nor give away this signal, so it reaches a thread that has
+/// With the GNU C library on x86-64, i386 and AArch64, the signal is 33, one of that library's own.
+/// The library's functions neither block nor give away this signal, so it reaches a thread that has
 /// blocked all others. A signal that this layer has not sent is passed on to the library's handler.
 /// With the thread sanitizer, which must know every handler, and in all other cases it is the
 /// highest real-time signal below SIGRTMAX that has no handler when the signal is first needed. If

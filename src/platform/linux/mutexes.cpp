@@ -50,7 +50,7 @@ void abandonMutexes()
     // Nearly every thread ends without a mutex. Only the others pay for this search, so that
     // locking needs no list of mutexes.
     for (std::size_t i = 0; local.held && i < objects.size(); ++i) {
-        Word const word = objects[i].word.load(std::memory_order_relaxed);
+        Word const word = objects[i].word.load(Order::RELAXED);
         if ((word & TYPE) != MUTEX || valueOf(word) != local.number)
             continue;
         WakeList wakes;
@@ -83,7 +83,7 @@ BOOL ReleaseMutex(HANDLE mutex)
     Object *object = objectOf(mutex);
     if (!object) [[unlikely]]
         return fail(ERROR_INVALID_HANDLE);
-    Word word = object->word.load(std::memory_order_relaxed);
+    Word word = object->word.load(Order::RELAXED);
     // Both the owner of a free mutex and the number of a thread unknown to the layer are 0. The
     // slow path handles these cases.
     if ((word & TYPE) == MUTEX && valueOf(word) == local.number && local.number) [[likely]] {
@@ -93,9 +93,9 @@ BOOL ReleaseMutex(HANDLE mutex)
         }
         Word const flags = word & FLAGS;
         if (flags == MUTEX || flags == (MUTEX | WAKING) || flags == (MUTEX | WAKING | WAITERS)) {
-            if (object->word.compare_exchange_strong(word, flags, std::memory_order_release,
-                                                     std::memory_order_relaxed)) [[likely]] {
-                std::atomic_signal_fence(std::memory_order_seq_cst);
+            if (object->word.compare_exchange_strong(word, flags, Order::RELEASE, Order::RELAXED))
+                [[likely]] {
+                __atomic_signal_fence(__ATOMIC_SEQ_CST);
                 --local.held;
                 return TRUE;
             }

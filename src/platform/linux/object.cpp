@@ -19,7 +19,7 @@ Queue::Queue(Object *object, Word type, Access access) : _object(object)
 {
     int looks = 0;
     bool slept = false;
-    Word seen = object ? object->word.load(std::memory_order_relaxed) : Word{DEAD};
+    Word seen = object ? object->word.load(Order::RELAXED) : Word{DEAD};
     for (;;) {
         bool const wanted = (seen & TYPE) == type || type == ANY_TYPE;
         if ((seen & TYPE) == DEAD || !wanted || (access == BY_HANDLE && (seen & CLOSED))) {
@@ -33,7 +33,7 @@ Queue::Queue(Object *object, Word type, Access access) : _object(object)
             // A thread that has slept cannot know whether others still sleep, so it wakes one more
             // when it leaves the queue.
             Word const mine = seen | QUEUE | (slept ? Word{QUEUE_SLEEP} : 0);
-            if (object->word.compare_exchange_weak(seen, mine, std::memory_order_acquire)) {
+            if (object->word.compare_exchange_weak(seen, mine, Order::ACQUIRE)) {
                 word = seen & ~Word{QUEUE_SLEEP};
                 _good = true;
                 return;
@@ -41,12 +41,12 @@ Queue::Queue(Object *object, Word type, Access access) : _object(object)
         } else if (looks < 20) {
             ++looks;
             Kernel::pause();
-            seen = object->word.load(std::memory_order_relaxed);
-        } else if (seen & QUEUE_SLEEP || object->word.compare_exchange_weak(
-                                             seen, seen | QUEUE_SLEEP, std::memory_order_relaxed)) {
+            seen = object->word.load(Order::RELAXED);
+        } else if (seen & QUEUE_SLEEP ||
+                   object->word.compare_exchange_weak(seen, seen | QUEUE_SLEEP, Order::RELAXED)) {
             futexWait(&object->word, static_cast<std::uint32_t>(seen | QUEUE_SLEEP), NEVER);
             slept = true;
-            seen = object->word.load(std::memory_order_relaxed);
+            seen = object->word.load(Order::RELAXED);
         }
     }
 }
@@ -58,7 +58,7 @@ Queue::~Queue()
     word = _object->first ? word | WAITERS : word & ~Word{WAITERS | HAND_OVER};
     bool const owned = (word & TYPE) == MUTEX && valueOf(word) != 0;
     bool const dead = _object->handles == 0 && _object->pins == 0 && !owned;
-    Word const former = _object->word.exchange(dead ? Word{DEAD} : word, std::memory_order_acq_rel);
+    Word const former = _object->word.exchange(dead ? Word{DEAD} : word, Order::ACQ_REL);
     if (former & QUEUE_SLEEP)
         futexWake(&_object->word, dead ? INT_MAX : 1);
     if (dead) {
@@ -164,24 +164,24 @@ WakeList::~WakeList()
 void unpark(Waiter &waiter, std::uint32_t bit)
 {
     waiter.call.note();
-    if (waiter.park.fetch_or(bit, std::memory_order_acq_rel) & Waiter::SLEEPING)
+    if (waiter.park.fetch_or(bit, Order::ACQ_REL) & Waiter::SLEEPING)
         futexWake(&waiter.park, 1);
 }
 
 bool park(Waiter &waiter, Instant deadline)
 {
-    std::uint32_t seen = waiter.park.load(std::memory_order_acquire);
+    std::uint32_t seen = waiter.park.load(Order::ACQUIRE);
     for (;;) {
         if (seen & ~std::uint32_t{Waiter::SLEEPING})
             return true;
         if (!(seen & Waiter::SLEEPING)) {
-            waiter.park.compare_exchange_strong(seen, Waiter::SLEEPING, std::memory_order_acq_rel,
-                                                std::memory_order_acquire);
+            waiter.park.compare_exchange_strong(seen, Waiter::SLEEPING, Order::ACQ_REL,
+                                                Order::ACQUIRE);
             if (seen != 0)
                 continue;
         }
         int const error = futexWait(&waiter.park, Waiter::SLEEPING, deadline);
-        seen = waiter.park.load(std::memory_order_acquire);
+        seen = waiter.park.load(Order::ACQUIRE);
         if (error == ETIMEDOUT && seen == Waiter::SLEEPING)
             return false;
     }
@@ -191,7 +191,7 @@ void awaitGrant(Waiter &waiter)
 {
     for (;;) {
         std::uint32_t const seen =
-            waiter.park.fetch_or(Waiter::SLEEPING, std::memory_order_acq_rel) | Waiter::SLEEPING;
+            waiter.park.fetch_or(Waiter::SLEEPING, Order::ACQ_REL) | Waiter::SLEEPING;
         if (seen & Waiter::GRANTED)
             return;
         futexWait(&waiter.park, seen, NEVER);
@@ -211,14 +211,14 @@ Object *newObject()
     object->name = nullptr;
     object->semaphore = {};
     object->again = 0;
-    object->spin.store({}, std::memory_order_relaxed);
+    object->spin.store({}, Order::RELAXED);
     return object;
 }
 
 HANDLE publish(Object *object, Word word)
 {
     object->handles = 1;
-    object->word.store(word, std::memory_order_release);
+    object->word.store(word, Order::RELEASE);
     return object;
 }
 

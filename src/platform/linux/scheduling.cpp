@@ -33,7 +33,7 @@ int basePriority(DWORD priorityClass, int level)
 
 int lowestNiceAllowed()
 {
-    return 20 - static_cast<int>(std::min(Kernel::getNiceLimit(), 40ul));
+    return 20 - static_cast<int>(std::min<std::uint64_t>(Kernel::getNiceLimit(), 40));
 }
 
 /// Sets the nice value as near to the wanted one as the process may. Does not lower the thread if
@@ -66,13 +66,13 @@ void changeNice(Thread &thread, std::uint32_t kernelId, int nice)
 /// refused.
 bool apply(Thread &thread, DWORD priorityClass, int level)
 {
-    std::uint32_t const kernelId = thread.kernelId.load(std::memory_order_relaxed);
+    std::uint32_t const kernelId = thread.kernelId.load(Order::RELAXED);
     int const base = basePriority(priorityClass, level);
     int const realTime = priorityClass == REALTIME_PRIORITY_CLASS ? base : 0;
     int const nice = std::clamp(2 * (NORMAL_BASE - base), -20, 19);
     if (realTime == thread.realTime && (realTime || nice == thread.askedNice))
         return true;
-    generation.fetch_add(1, std::memory_order_relaxed);
+    generation.fetch_add(1, Order::RELAXED);
     if (realTime != thread.realTime) {
         if (Kernel::setPolicy(kernelId, realTime ? SCHED_RR : SCHED_OTHER, realTime))
             thread.realTime = realTime;
@@ -117,8 +117,8 @@ bool applyToAll(DWORD priorityClass)
         Thread &thread = threads[i];
         // The number must be checked first. While it is set, the block belongs to one thread,
         // because it is cleared under `schedulingLock`.
-        if (thread.kernelId.load(std::memory_order_seq_cst) && thread.created)
-            good = apply(thread, priorityClass, thread.level.load(std::memory_order_seq_cst));
+        if (thread.kernelId.load(Order::SEQ_CST) && thread.created)
+            good = apply(thread, priorityClass, thread.level.load(Order::SEQ_CST));
     }
     return good;
 }
@@ -135,15 +135,16 @@ Kernel::ProcessorSet setOf(std::uint32_t kernelId)
 
 Kernel::ProcessorSet processSet()
 {
-    return isMainPlaced.load(std::memory_order_acquire) ? setBefore
-                                                        : setOf(Kernel::processNumber());
+    return isMainPlaced.load(Order::ACQUIRE) ? setBefore : setOf(Kernel::processNumber());
 }
 
-/// Returns the mask of a set. A mask has a bit for each of the first 64 processors.
+constexpr unsigned MASK_BITS = sizeof(DWORD_PTR) * CHAR_BIT;
+
+/// Returns the mask of a set. A mask has a bit for each of the first MASK_BITS processors.
 DWORD_PTR maskOf(Kernel::ProcessorSet const &set)
 {
     DWORD_PTR mask = 0;
-    for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
+    for (unsigned i = 0; i < MASK_BITS; ++i)
         if (CPU_ISSET(i, &set))
             mask |= DWORD_PTR{1} << i;
     return mask;
@@ -153,7 +154,7 @@ Kernel::ProcessorSet setFrom(DWORD_PTR mask)
 {
     Kernel::ProcessorSet set;
     CPU_ZERO(&set);
-    for (unsigned i = 0; i < sizeof mask * CHAR_BIT; ++i)
+    for (unsigned i = 0; i < MASK_BITS; ++i)
         if (mask >> i & 1)
             CPU_SET(i, &set);
     return set;
@@ -180,7 +181,7 @@ bool withThread(Service &service, HANDLE handle, What what)
 std::uint32_t kernelIdOf(Thread &thread)
 {
     std::uint32_t id;
-    while (!(id = thread.kernelId.load(std::memory_order_acquire)))
+    while (!(id = thread.kernelId.load(Order::ACQUIRE)))
         futexWait(&thread.kernelId, 0, now() + MILLISECOND);
     return id;
 }
@@ -190,7 +191,7 @@ std::uint32_t kernelIdOf(Thread &thread)
 void inheritScheduling(Thread &child, Thread const &parent)
 {
     Locked locked(schedulingLock);
-    child.generation = generation.load(std::memory_order_relaxed);
+    child.generation = generation.load(Order::RELAXED);
     child.realTime = parent.created ? parent.realTime : FOREIGN;
     child.nice = child.askedNice = parent.nice;
 }
@@ -207,25 +208,23 @@ void beginScheduling(Thread &thread)
     bool const inheritedNothing = !thread.realTime && !thread.nice;
     // From here on other threads may apply their changes. Changes that they made before are found
     // below.
-    thread.kernelId.store(Kernel::threadNumber(), std::memory_order_seq_cst);
-    if (inheritedNothing && processClass.load(std::memory_order_seq_cst) == NORMAL_PRIORITY_CLASS &&
-        thread.level.load(std::memory_order_seq_cst) == THREAD_PRIORITY_NORMAL &&
-        generation.load(std::memory_order_seq_cst) == thread.generation)
+    thread.kernelId.store(Kernel::threadNumber(), Order::SEQ_CST);
+    if (inheritedNothing && processClass.load(Order::SEQ_CST) == NORMAL_PRIORITY_CLASS &&
+        thread.level.load(Order::SEQ_CST) == THREAD_PRIORITY_NORMAL &&
+        generation.load(Order::SEQ_CST) == thread.generation)
         return;
     Locked locked(schedulingLock);
     // If the inherited scheduling is unknown, or may have changed since the parent was looked at,
     // the system is asked.
-    if (thread.realTime == FOREIGN ||
-        generation.load(std::memory_order_relaxed) != thread.generation)
+    if (thread.realTime == FOREIGN || generation.load(Order::RELAXED) != thread.generation)
         askWhatWasInherited(thread);
-    apply(thread, processClass.load(std::memory_order_relaxed),
-          thread.level.load(std::memory_order_relaxed));
+    apply(thread, processClass.load(Order::RELAXED), thread.level.load(Order::RELAXED));
 }
 
 void endScheduling(Thread &thread)
 {
     Locked locked(schedulingLock);
-    thread.kernelId.store(0, std::memory_order_relaxed);
+    thread.kernelId.store(0, Order::RELAXED);
 }
 
 } // namespace ZvPlatform::Linux
@@ -247,15 +246,14 @@ BOOL SetThreadPriority(HANDLE handle, int priority)
             object->thread.level = priority;
             return;
         }
-        int const before = thread->level.exchange(priority, std::memory_order_seq_cst);
+        int const before = thread->level.exchange(priority, Order::SEQ_CST);
         // A thread that has not begun yet applies its level itself when it begins.
-        if (before == priority || !thread->created ||
-            !thread->kernelId.load(std::memory_order_seq_cst))
+        if (before == priority || !thread->created || !thread->kernelId.load(Order::SEQ_CST))
             return;
         Locked locked(schedulingLock);
-        if (thread->kernelId.load(std::memory_order_relaxed) &&
-            !apply(*thread, processClass.load(std::memory_order_relaxed), priority)) {
-            thread->level.store(before, std::memory_order_relaxed);
+        if (thread->kernelId.load(Order::RELAXED) &&
+            !apply(*thread, processClass.load(Order::RELAXED), priority)) {
+            thread->level.store(before, Order::RELAXED);
             result = fail(ERROR_PRIVILEGE_NOT_HELD);
         }
     });
@@ -267,7 +265,7 @@ int GetThreadPriority(HANDLE handle)
     Service service;
     int level = THREAD_PRIORITY_ERROR_RETURN;
     withThread(service, handle, [&](Thread *thread, Object *object) {
-        level = thread ? thread->level.load(std::memory_order_relaxed) : object->thread.level;
+        level = thread ? thread->level.load(Order::RELAXED) : object->thread.level;
     });
     return level;
 }
@@ -279,18 +277,18 @@ BOOL SetPriorityClass(HANDLE process, DWORD priorityClass)
         return fail(ERROR_INVALID_HANDLE);
     if (!PriorityTable::findRow(priorityClass))
         return fail(ERROR_INVALID_PARAMETER);
-    if (priorityClass == processClass.load(std::memory_order_relaxed))
+    if (priorityClass == processClass.load(Order::RELAXED))
         return TRUE;
     if (priorityClass == REALTIME_PRIORITY_CLASS)
         if (DWORD const refusal = refusalOfRealTime())
             return fail(refusal);
     Locked locked(schedulingLock);
-    DWORD const before = processClass.load(std::memory_order_relaxed);
-    processClass.store(priorityClass, std::memory_order_seq_cst);
-    generation.fetch_add(1, std::memory_order_seq_cst);
+    DWORD const before = processClass.load(Order::RELAXED);
+    processClass.store(priorityClass, Order::SEQ_CST);
+    generation.fetch_add(1, Order::SEQ_CST);
     if (applyToAll(priorityClass))
         return TRUE;
-    processClass.store(before, std::memory_order_seq_cst);
+    processClass.store(before, Order::SEQ_CST);
     applyToAll(before);
     return fail(ERROR_PRIVILEGE_NOT_HELD);
 }
@@ -301,7 +299,7 @@ DWORD GetPriorityClass(HANDLE process)
         fail(ERROR_INVALID_HANDLE);
         return 0;
     }
-    return processClass.load(std::memory_order_relaxed);
+    return processClass.load(Order::RELAXED);
 }
 
 BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *process_, DWORD_PTR *system)
@@ -312,7 +310,8 @@ BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *process_, DWORD_PTR *syst
         return fail(ERROR_INVALID_PARAMETER);
     long const processors = Kernel::nbConfiguredProcessors();
     *process_ = maskOf(processSet());
-    *system = *process_ | (processors >= 64 ? ~DWORD_PTR{0} : (DWORD_PTR{1} << processors) - 1);
+    *system = *process_ |
+              (processors >= long{MASK_BITS} ? ~DWORD_PTR{0} : (DWORD_PTR{1} << processors) - 1);
     return TRUE;
 }
 
@@ -328,11 +327,11 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
             return;
         }
         std::uint32_t const kernelId = kernelIdOf(*thread);
-        if (kernelId == Kernel::processNumber() && !isMainPlaced.load(std::memory_order_acquire)) {
+        if (kernelId == Kernel::processNumber() && !isMainPlaced.load(Order::ACQUIRE)) {
             Locked locked(schedulingLock);
-            if (!isMainPlaced.load(std::memory_order_relaxed)) {
+            if (!isMainPlaced.load(Order::RELAXED)) {
                 setBefore = all;
-                isMainPlaced.store(true, std::memory_order_release);
+                isMainPlaced.store(true, Order::RELEASE);
             }
         }
         // The mask of the process means all of its processors, including those that have no bit in

@@ -12,7 +12,7 @@ namespace {
 [[gnu::noinline]] BOOL releaseSlowly(Object *object, std::uint32_t amount, LONG *previousCount)
 {
     Service service;
-    Word const word = object->word.load(std::memory_order_relaxed);
+    Word const word = object->word.load(Order::RELAXED);
     if ((word & TYPE) == SHARED_SEMAPHORE)
         return releaseShared(object, amount, previousCount);
     WakeList wakes;
@@ -60,14 +60,14 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG *previousCount)
     if (count <= 0)
         return fail(ERROR_INVALID_PARAMETER);
     auto const amount = static_cast<std::uint32_t>(count);
-    Word word = object->word.load(std::memory_order_relaxed);
+    Word word = object->word.load(Order::RELAXED);
     while ((word & FLAGS) == SEMAPHORE) {
         std::uint32_t const maximum = __atomic_load_n(&object->semaphore.maximum, __ATOMIC_RELAXED);
         // A sum could overflow.
         if (amount > maximum - valueOf(word))
             return fail(ERROR_TOO_MANY_POSTS);
-        if (object->word.compare_exchange_weak(word, word + amount * ONE, std::memory_order_release,
-                                               std::memory_order_relaxed)) {
+        if (object->word.compare_exchange_weak(word, word + amount * ONE, Order::RELEASE,
+                                               Order::RELAXED)) {
             if (previousCount)
                 *previousCount = static_cast<LONG>(valueOf(word));
             return TRUE;

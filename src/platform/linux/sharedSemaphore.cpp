@@ -65,7 +65,7 @@ int awaitFileLock(int file, int operation)
     for (Instant waited = 0; lockFile(file, operation | LOCK_NB) != 0; waited += pause) {
         if (errno != EWOULDBLOCK)
             return -1;
-        if (waited >= PATIENCE || currentThread().dying.load(std::memory_order_relaxed)) {
+        if (waited >= PATIENCE || currentThread().dying.load(Order::RELAXED)) {
             errno = EWOULDBLOCK;
             return -1;
         }
@@ -241,10 +241,9 @@ HANDLE makeShared(char const *name, Opened const &opened)
 
 bool take(SharedSegment *segment)
 {
-    std::uint64_t state = segment->state.load(std::memory_order_relaxed);
+    std::uint64_t state = segment->state.load(Order::RELAXED);
     while (countOf(state))
-        if (segment->state.compare_exchange_weak(state, state - 1, std::memory_order_acquire,
-                                                 std::memory_order_relaxed))
+        if (segment->state.compare_exchange_weak(state, state - 1, Order::ACQUIRE, Order::RELAXED))
             return true;
     return false;
 }
@@ -298,8 +297,7 @@ HANDLE createShared(char const *name, LONG initialCount, LONG maximumCount)
         return refuse(errorOf(opened.error));
     if (!opened.existed) {
         opened.segment->maximum = static_cast<std::uint32_t>(maximumCount);
-        opened.segment->state.store(static_cast<std::uint32_t>(initialCount),
-                                    std::memory_order_release);
+        opened.segment->state.store(static_cast<std::uint32_t>(initialCount), Order::RELEASE);
     }
     HANDLE handle = makeShared(name, opened);
     if (handle)
@@ -328,12 +326,12 @@ BOOL releaseShared(Object *object, std::uint32_t count, LONG *previousCount)
     SharedSegment *segment = pin.segment();
     if (!segment)
         return fail(ERROR_INVALID_HANDLE);
-    std::uint64_t state = segment->state.load(std::memory_order_relaxed);
+    std::uint64_t state = segment->state.load(Order::RELAXED);
     do {
         if (count > segment->maximum - countOf(state))
             return fail(ERROR_TOO_MANY_POSTS);
-    } while (!segment->state.compare_exchange_weak(state, state + count, std::memory_order_release,
-                                                   std::memory_order_relaxed));
+    } while (!segment->state.compare_exchange_weak(state, state + count, Order::RELEASE,
+                                                   Order::RELAXED));
     // Wakes all sleepers. A single one could be in a process that is stopped, or that dies before
     // it has taken its unit.
     if (state >= ONE_WAITER)
@@ -356,7 +354,7 @@ DWORD waitShared(Service &service, Object *object, DWORD milliseconds)
     if (milliseconds == 0)
         return WAIT_TIMEOUT;
     Instant const deadline = deadlineAfter(milliseconds);
-    segment->state.fetch_add(ONE_WAITER, std::memory_order_relaxed);
+    segment->state.fetch_add(ONE_WAITER, Order::RELAXED);
     DWORD result = WAIT_OBJECT_0;
     while (service.killed() || !take(segment)) {
         if (service.killed() || (deadline != NEVER && now() >= deadline)) {
@@ -365,7 +363,7 @@ DWORD waitShared(Service &service, Object *object, DWORD milliseconds)
         }
         sleepOn(service, &segment->state, 0, deadline, Scope::SHARED);
     }
-    segment->state.fetch_sub(ONE_WAITER, std::memory_order_relaxed);
+    segment->state.fetch_sub(ONE_WAITER, Order::RELAXED);
     return result;
 }
 
@@ -386,7 +384,7 @@ template <class What>
 void forEachShared(What what)
 {
     for (std::size_t i = 0; i < objects.size(); ++i)
-        if ((objects[i].word.load(std::memory_order_relaxed) & TYPE) == SHARED_SEMAPHORE)
+        if ((objects[i].word.load(Order::RELAXED) & TYPE) == SHARED_SEMAPHORE)
             what(objects[i]);
 }
 

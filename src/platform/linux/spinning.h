@@ -126,12 +126,12 @@ private:
     /// Returns how long this wait may spin. Returns 0 in real-time operation, and if spinning does
     /// not pay.
     Instant getLimit() const;
-    SpinCredit getCredit() const { return _credit.load(std::memory_order_relaxed); }
+    SpinCredit getCredit() const { return _credit.load(Order::RELAXED); }
     void setCredit(SpinCredit credit)
     {
         // All waits for the object share the credit, so it is not written without need.
         if (getCredit() != credit)
-            _credit.store(credit, std::memory_order_relaxed);
+            _credit.store(credit, Order::RELAXED);
     }
 
     Shared<SpinCredit> &_credit;

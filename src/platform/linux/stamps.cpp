@@ -23,9 +23,8 @@ constinit Shared<Source> source{Source::UNDECIDED};
 [[gnu::cold]] std::uint64_t decideAndRead()
 {
     Source undecided = Source::UNDECIDED;
-    source.compare_exchange_strong(undecided,
-                                   Kernel::hasTrustedCounter() ? Source::COUNTER : Source::CLOCK,
-                                   std::memory_order_relaxed);
+    source.compare_exchange_strong(
+        undecided, Kernel::hasTrustedCounter() ? Source::COUNTER : Source::CLOCK, Order::RELAXED);
     return readStamp();
 }
 
@@ -33,10 +32,13 @@ constinit Shared<Source> source{Source::UNDECIDED};
 
 std::uint64_t readStamp()
 {
-    Source const known = source.load(std::memory_order_relaxed);
+    Source const known = source.load(Order::RELAXED);
     if (known == Source::COUNTER) [[likely]]
         return Kernel::readCounter();
-    return known == Source::CLOCK ? static_cast<std::uint64_t>(now()) : decideAndRead();
+    if (known == Source::UNDECIDED)
+        return decideAndRead();
+    Kernel::completeMemory();
+    return static_cast<std::uint64_t>(now());
 }
 
 Moment readMoment()
@@ -46,7 +48,7 @@ Moment readMoment()
     constexpr int TRIES = 8;
 
     std::uint64_t before = readStamp();
-    if (source.load(std::memory_order_relaxed) == Source::CLOCK)
+    if (source.load(Order::RELAXED) == Source::CLOCK)
         return {before, static_cast<LONGLONG>(before)};
     Moment best{};
     std::uint64_t closest = UINT64_MAX;

@@ -12,6 +12,9 @@ namespace {
 #if defined(__x86_64__)
 constexpr WORD ARCHITECTURE = 9;
 constexpr DWORD PROCESSOR_TYPE = 8664;
+#elif defined(__i386__)
+constexpr WORD ARCHITECTURE = 0;
+constexpr DWORD PROCESSOR_TYPE = 586;
 #elif defined(__aarch64__)
 constexpr WORD ARCHITECTURE = 12;
 constexpr DWORD PROCESSOR_TYPE = 0;

@@ -130,13 +130,13 @@ public:
     Service() : _thread(currentThread())
     {
         ++local.depth;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        __atomic_signal_fence(__ATOMIC_SEQ_CST);
     }
 
     ~Service()
     {
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        if (--local.depth == 0 && _thread.dying.load(std::memory_order_relaxed)) [[unlikely]]
+        __atomic_signal_fence(__ATOMIC_SEQ_CST);
+        if (--local.depth == 0 && _thread.dying.load(Order::RELAXED)) [[unlikely]]
             die();
     }
 
@@ -144,7 +144,7 @@ public:
     Service &operator=(Service const &) = delete;
 
     Thread &thread() { return _thread; }
-    bool killed() const { return _thread.dying.load(std::memory_order_relaxed) != 0; }
+    bool killed() const { return _thread.dying.load(Order::RELAXED) != 0; }
 
 private:
     Thread &_thread;
@@ -156,10 +156,10 @@ inline void sleepOn(Service &service, void const *word, std::uint32_t value, Ins
                     Scope scope = Scope::PRIVATE)
 {
     Shared<void const *> &place = service.thread().waiter.sleepsOn;
-    place.store(word, std::memory_order_seq_cst);
+    place.store(word, Order::SEQ_CST);
     if (!service.killed())
         futexWait(word, value, deadline, scope);
-    place.store(nullptr, std::memory_order_relaxed);
+    place.store(nullptr, Order::RELAXED);
 }
 
 inline BOOL fail(DWORD code)

@@ -37,10 +37,10 @@ void onThreadEnd(void *);
 
 void setUp()
 {
-    if (isSetUp.load(std::memory_order_acquire))
+    if (isSetUp.load(Order::ACQUIRE))
         return;
     Locked locked(setUpLock);
-    if (isSetUp.load(std::memory_order_relaxed))
+    if (isSetUp.load(Order::RELAXED))
         return;
     if (!Kernel::makeEndKey(endKey, onThreadEnd)) {
         std::fputs("no thread-specific key is left\n", stderr);
@@ -48,7 +48,7 @@ void setUp()
     }
     prepareForForks();
     stackOverhead = Kernel::stackOverhead();
-    isSetUp.store(true, std::memory_order_release);
+    isSetUp.store(true, Order::RELEASE);
 }
 
 /// Returns a thread block with the values of a new thread, or null if there are too many threads.
@@ -59,11 +59,11 @@ Thread *newThread()
         return nullptr;
     thread->number = static_cast<ThreadNumber>(threads.indexOf(thread) + 1) * 4;
     thread->waiter.number = thread->number;
-    thread->holders.store(1, std::memory_order_relaxed);
+    thread->holders.store(1, Order::RELAXED);
     thread->object = nullptr;
     thread->exitCode = 0;
-    thread->dying.store(0, std::memory_order_relaxed);
-    thread->level.store(THREAD_PRIORITY_NORMAL, std::memory_order_relaxed);
+    thread->dying.store(0, Order::RELAXED);
+    thread->level.store(THREAD_PRIORITY_NORMAL, Order::RELAXED);
     for (DWORD i = 0; i < thread->usedSlots; ++i)
         (i < TLS_MINIMUM_AVAILABLE ? thread->slots[i]
                                    : thread->moreSlots[i - TLS_MINIMUM_AVAILABLE]) = {};
@@ -81,7 +81,7 @@ Object *newThreadObject(Thread &thread)
     object->thread = {&thread, STILL_ACTIVE, THREAD_PRIORITY_NORMAL};
     object->pins = 1;
     thread.object = object;
-    thread.holders.fetch_add(1, std::memory_order_relaxed);
+    thread.holders.fetch_add(1, Order::RELAXED);
     return object;
 }
 
@@ -92,7 +92,7 @@ void end(Thread &thread, DWORD exitCode)
     if (Object *object = thread.object) {
         WakeList wakes;
         Queue queue(object, THREAD, Queue::CLOSED_TOO);
-        object->thread = {&thread, exitCode, thread.level.load(std::memory_order_relaxed)};
+        object->thread = {&thread, exitCode, thread.level.load(Order::RELAXED)};
         queue.word |= SIGNALLED;
         --object->pins;
         queue.serve(wakes);
@@ -127,10 +127,10 @@ void *run(void *data)
     Kernel::setEndValue(endKey, &thread);
     acceptKilling();
     beginScheduling(thread);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    __atomic_signal_fence(__ATOMIC_SEQ_CST);
     --local.depth;
     // The thread was killed before it had a number to which a signal could be sent.
-    if (thread.dying.load(std::memory_order_seq_cst))
+    if (thread.dying.load(Order::SEQ_CST))
         die();
     thread.exitCode = thread.function(thread.argument);
     return nullptr;
@@ -220,7 +220,7 @@ void attach()
     thread->created = false;
     thread->id = Kernel::currentThread();
     thread->realTime = thread->nice = thread->askedNice = 0;
-    thread->kernelId.store(Kernel::threadNumber(), std::memory_order_release);
+    thread->kernelId.store(Kernel::threadNumber(), Order::RELEASE);
     local.thread = thread;
     local.number = thread->number;
     Kernel::setEndValue(endKey, thread);
@@ -239,7 +239,7 @@ void releaseDeadThreads()
 
 void release(Thread &thread)
 {
-    if (thread.holders.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    if (thread.holders.fetch_sub(1, Order::ACQ_REL) == 1)
         threads.give(&thread);
 }
 
@@ -249,7 +249,7 @@ void die()
     // A second signal must not call this function again.
     local.depth = 1;
     bool const created = thread.created;
-    end(thread, static_cast<DWORD>(thread.dying.load(std::memory_order_relaxed)));
+    end(thread, static_cast<DWORD>(thread.dying.load(Order::RELAXED)));
     // The C library keeps the value of a thread that ends without it. The end of the next thread in
     // its place would then be taken for the end of this one.
     Kernel::setEndValue(endKey, nullptr);
@@ -308,7 +308,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES *, SIZE_T stackSize, LPTHREAD_START_ROUT
     DWORD const number = thread->number;
     publish(object, THREAD | MANUAL);
     if (DWORD const refusal = createKernelThread(thread, stackSize)) {
-        object->word.store(DEAD, std::memory_order_relaxed);
+        object->word.store(DEAD, Order::RELAXED);
         discard(object);
         threads.give(thread);
         return refuse(refusal);
@@ -323,7 +323,7 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
     Service service;
     std::uint64_t const sentence = SENTENCED | exitCode;
     if (handle == CURRENT_THREAD) {
-        service.thread().dying.store(sentence, std::memory_order_relaxed);
+        service.thread().dying.store(sentence, Order::RELAXED);
         return TRUE;
     }
     Object *object = objectOf(handle);
@@ -342,13 +342,13 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
                 break;
             }
             std::uint64_t living = 0;
-            thread->dying.compare_exchange_strong(living, sentence, std::memory_order_seq_cst);
+            thread->dying.compare_exchange_strong(living, sentence, Order::SEQ_CST);
             if (thread == &service.thread()) {
                 --object->pins;
                 return TRUE;
             }
             // A thread that has not begun yet checks `dying` when it begins.
-            if (std::uint32_t const id = thread->kernelId.load(std::memory_order_seq_cst)) {
+            if (std::uint32_t const id = thread->kernelId.load(Order::SEQ_CST)) {
                 kernelId = id;
                 isSent = isSent || sendKill(id);
                 wakeVictim(*thread);

@@ -39,7 +39,7 @@ void Sleep(DWORD milliseconds)
     bool early = true;
     // A wake-up for an earlier wait must not end the sleep.
     while (early && !service.killed()) {
-        me.park.store(0, std::memory_order_relaxed);
+        me.park.store(0, Order::RELAXED);
         early = !service.killed() && park(me, deadline);
     }
 }

@@ -36,12 +36,12 @@ private:
 /// of the wait in `result`.
 bool tryNow(Object *object, DWORD &result)
 {
-    Word word = object->word.load(std::memory_order_relaxed);
+    Word word = object->word.load(Order::RELAXED);
     if ((word & TYPE) == MUTEX) {
         if (valueOf(word) || word & (QUEUE | CLOSED | HAND_OVER))
             return false;
         Word const mine = withValue(word & ~Word{ABANDONED}, local.number);
-        if (!object->word.compare_exchange_strong(word, mine, std::memory_order_acquire))
+        if (!object->word.compare_exchange_strong(word, mine, Order::ACQUIRE))
             return false;
         ++local.held;
         result = word & ABANDONED ? WAIT_ABANDONED : WAIT_OBJECT_0;
@@ -50,7 +50,7 @@ bool tryNow(Object *object, DWORD &result)
     if ((word & FLAGS) != SEMAPHORE || valueOf(word) == 0)
         return false;
     result = WAIT_OBJECT_0;
-    return object->word.compare_exchange_strong(word, word - ONE, std::memory_order_acquire);
+    return object->word.compare_exchange_strong(word, word - ONE, Order::ACQUIRE);
 }
 
 /// Tries to take the object at its queue. Returns whether that has succeeded, with the result of
@@ -97,11 +97,11 @@ public:
     {
         // A pulse reaches only the threads in the queue. A thread that waits for an event therefore
         // spins after it has entered the queue.
-        auto const isCalled = [&] { return _me.park.load(std::memory_order_relaxed) != 0; };
+        auto const isCalled = [&] { return _me.park.load(Order::RELAXED) != 0; };
         if (_type != EVENT || !_spin.run(isCalled))
             sleep(due);
         for (DWORD result = 0;; sleep(due)) {
-            if (_me.park.load(std::memory_order_acquire) & Waiter::GRANTED)
+            if (_me.park.load(Order::ACQUIRE) & Waiter::GRANTED)
                 return granted();
             Progress const progress = look(due, result);
             if (progress == GRANTED)
@@ -131,7 +131,7 @@ private:
         Queue queue(_object, _type, Queue::CLOSED_TOO);
         if (_me.granted)
             return GRANTED;
-        _me.park.store(0, std::memory_order_relaxed);
+        _me.park.store(0, Order::RELAXED);
         if (_me.woken) {
             _me.woken = false;
             queue.word &= ~Word{WAKING};
@@ -193,7 +193,7 @@ private:
 DWORD waitSlowly(Service &service, Object *object, DWORD milliseconds, Queue::Access access)
 {
     DWORD result;
-    Word const word = object->word.load(std::memory_order_relaxed);
+    Word const word = object->word.load(Order::RELAXED);
     Word const type = word & TYPE;
     if (type == SHARED_SEMAPHORE)
         return waitShared(service, object, milliseconds);
@@ -225,7 +225,7 @@ DWORD waitSlowly(Service &service, Object *object, DWORD milliseconds, Queue::Ac
         if (milliseconds == 0)
             return WAIT_TIMEOUT;
         Waiter &me = service.thread().waiter;
-        me.park.store(0, std::memory_order_relaxed);
+        me.park.store(0, Order::RELAXED);
         me.woken = me.granted = false;
         queue.append(me);
         ++object->pins;
@@ -263,7 +263,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
     Object *object = objectOf(handle);
     if (!object) [[unlikely]]
         return waitOther(handle, milliseconds);
-    Word word = object->word.load(std::memory_order_acquire);
+    Word word = object->word.load(Order::ACQUIRE);
     switch (word & FLAGS) {
     case MUTEX:
         if (ThreadNumber const me = local.number) [[likely]] {
@@ -278,13 +278,12 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
         break;
     case SEMAPHORE:
         while (valueOf(word) && (word & FLAGS) == SEMAPHORE)
-            if (object->word.compare_exchange_weak(word, word - ONE, std::memory_order_acquire,
-                                                   std::memory_order_relaxed))
+            if (object->word.compare_exchange_weak(word, word - ONE, Order::ACQUIRE,
+                                                   Order::RELAXED))
                 return WAIT_OBJECT_0;
         break;
     case EVENT | SIGNALLED:
-        if (object->word.compare_exchange_strong(word, EVENT, std::memory_order_acquire,
-                                                 std::memory_order_relaxed))
+        if (object->word.compare_exchange_strong(word, EVENT, Order::ACQUIRE, Order::RELAXED))
             return WAIT_OBJECT_0;
         break;
     case EVENT | SIGNALLED | MANUAL:

@@ -21,9 +21,9 @@ constinit ZvPlatform::Shared<DevMgrLeftBehind *> newest{nullptr};
 
 void DevMgrLeftBehind::enter()
 {
-    _next = newest.load(std::memory_order_acquire);
-    while (!newest.compare_exchange_strong(_next, this, std::memory_order_seq_cst,
-                                           std::memory_order_acquire)) {
+    _next = newest.load(ZvPlatform::Order::RELAXED);
+    while (!newest.compare_exchange_strong(_next, this, ZvPlatform::Order::RELAXED,
+                                           ZvPlatform::Order::RELAXED)) {
     }
 }
 
@@ -61,7 +61,7 @@ DevMgrDevice::~DevMgrDevice() = default;
 
 DevMgrDevice::State DevMgrDevice::getState() const
 {
-    return _state.load(std::memory_order_acquire);
+    return _state.load(ZvPlatform::Order::ACQUIRE);
 }
 
 std::exception_ptr DevMgrDevice::getOpenFailure() const
@@ -209,7 +209,7 @@ void DevMgrDevice::performClose()
 
 void DevMgrDevice::setState(State state)
 {
-    _state.store(state, std::memory_order_release);
+    _state.store(state, ZvPlatform::Order::RELEASE);
     _progress->post();
 }
 

@@ -48,7 +48,7 @@ public:
     void performExecute(MtThread *) override
     {
         ObjPtr<DevANO> ano;
-        while (!_stop.load(std::memory_order_acquire)) {
+        while (!_stop.load(ZvPlatform::Order::ACQUIRE)) {
             DevANOQueueEntry next(_fifo->consume());
             attempt(nullptr, [&ano] { ano = nullptr; });
             ano = next.release();
@@ -58,14 +58,14 @@ public:
                 ano->notify();
             });
         }
-        if (_isLeftBehind.load(std::memory_order_acquire))
+        if (_isLeftBehind.load(ZvPlatform::Order::RELAXED))
             attempt(nullptr, [this] { _fifo->close(); });
     }
 
     /// Makes the thread close the queue when it ends.
-    void leaveBehind() { _isLeftBehind.store(true, std::memory_order_release); }
+    void leaveBehind() { _isLeftBehind.store(true, ZvPlatform::Order::RELAXED); }
 
-    void performStop(MtThread *) override { _stop.store(true, std::memory_order_release); }
+    void performStop(MtThread *) override { _stop.store(true, ZvPlatform::Order::RELEASE); }
 
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler)
     {

@@ -147,17 +147,17 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
         expectNotClosed();
         devices.assign(_devices.rbegin(), _devices.rend());
         report.devices.reserve(devices.size());
-        _isClosed.store(true, std::memory_order_release);
+        _isClosed.store(true, ZvPlatform::Order::RELAXED);
     }
     // The thread must end first. After that, no observer and no sequence is called, and no device
     // waits for room in the queue.
     try {
         report.isThreadLeftBehind = !_thread->end(seconds / 2);
     } catch (...) { // `end` has had no effect
-        _isClosed.store(false, std::memory_order_release);
+        _isClosed.store(false, ZvPlatform::Order::RELAXED);
         throw;
     }
-    _isThreadLeftBehind.store(report.isThreadLeftBehind, std::memory_order_release);
+    _isThreadLeftBehind.store(report.isThreadLeftBehind, ZvPlatform::Order::RELAXED);
     closeInTurn(devices, *_progress, end);
 
     {
@@ -176,7 +176,7 @@ DevMgrCloseReport DevMgrMediator::close(double seconds)
 
 bool DevMgrMediator::isClosed() const
 {
-    return _isClosed.load(std::memory_order_acquire);
+    return _isClosed.load(ZvPlatform::Order::RELAXED);
 }
 
 void DevMgrMediator::expectNotClosed() const
@@ -193,7 +193,7 @@ LkLock const &DevMgrMediator::getLock() const
 
 bool DevMgrMediator::isThreadLeftBehind() const
 {
-    return _isThreadLeftBehind.load(std::memory_order_acquire);
+    return _isThreadLeftBehind.load(ZvPlatform::Order::RELAXED);
 }
 
 bool DevMgrMediator::isPrtclCreated(LiString const &name) const

@@ -115,7 +115,7 @@ void DevANOFifo::close()
     std::exception_ptr former;
     {
         LkGuard const guard(_conditionLock);
-        _condition.store(CLOSED, std::memory_order_release);
+        _condition.store(CLOSED, ZvPlatform::Order::RELEASE);
         former = std::exchange(_failure, nullptr);
     }
     FirstFailure failure(former);
@@ -127,10 +127,10 @@ void DevANOFifo::leaveBehind(DevANO const *last)
 {
     {
         LkGuard const guard(_conditionLock);
-        if (_condition.load(std::memory_order_relaxed) == CLOSED)
+        if (_condition.load(ZvPlatform::Order::RELAXED) == CLOSED)
             return;
         _last = last;
-        _condition.store(LEFT_BEHIND, std::memory_order_release);
+        _condition.store(LEFT_BEHIND, ZvPlatform::Order::RELEASE);
     }
     FirstFailure failure;
     discardWhile(LEFT_BEHIND, failure);
@@ -149,7 +149,7 @@ void DevANOFifo::setObserver(RCShdPtr<DevANOQueue::Observer> const &observer)
 
 bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
 {
-    Condition const condition = _condition.load(std::memory_order_acquire);
+    Condition const condition = _condition.load(ZvPlatform::Order::ACQUIRE);
     if (condition != ENDING && condition != LEFT_BEHIND)
         return true;
     if (entry.get() == _last) {
@@ -169,7 +169,7 @@ bool DevANOFifo::isForConsumer(DevANOQueueEntry &entry)
 void DevANOFifo::setCondition(Condition condition)
 {
     LkGuard const guard(_conditionLock);
-    _condition.store(condition, std::memory_order_release);
+    _condition.store(condition, ZvPlatform::Order::RELEASE);
 }
 
 // Called when the entry has been queued. The closing thread and the queueing thread have both held
@@ -177,7 +177,7 @@ void DevANOFifo::setCondition(Condition condition)
 // finds the queue closed.
 void DevANOFifo::discardIfClosed()
 {
-    Condition const condition = _condition.load(std::memory_order_acquire);
+    Condition const condition = _condition.load(ZvPlatform::Order::ACQUIRE);
     if (condition != CLOSED && condition != LEFT_BEHIND)
         return;
     FirstFailure failure;
@@ -193,7 +193,7 @@ void DevANOFifo::discardWhile(Condition condition, FirstFailure &failure)
         DevANOQueueEntry entry;
         {
             LkGuard const guard(_conditionLock);
-            if (_condition.load(std::memory_order_relaxed) != condition ||
+            if (_condition.load(ZvPlatform::Order::RELAXED) != condition ||
                 !_queue.tryConsume(entry))
                 return;
             if (condition == LEFT_BEHIND && entry.get() == _last) {

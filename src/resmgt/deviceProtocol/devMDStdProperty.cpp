@@ -22,7 +22,7 @@ void DevMDStdPropertyObserver::set(ObjPtr<DevMDPropertyAEO> observer)
     {
         LkGuard guard(_lock);
         former = std::move(_observer);
-        _isSet.store(!latter.isNull(), std::memory_order_release);
+        _isSet.store(!latter.isNull(), ZvPlatform::Order::RELAXED);
         _observer = std::move(latter);
         _isUnread = false;
     }
@@ -30,7 +30,7 @@ void DevMDStdPropertyObserver::set(ObjPtr<DevMDPropertyAEO> observer)
 
 void DevMDStdPropertyObserver::notify(unsigned int events)
 {
-    if (!_isSet.load(std::memory_order_acquire))
+    if (!_isSet.load(ZvPlatform::Order::RELAXED))
         return;
     // No lock is held: the observer may block on the manager's queue, and the thread that serves
     // that queue may be waiting to replace the observer.
@@ -45,7 +45,7 @@ void DevMDStdPropertyObserver::notify(unsigned int events)
 
 void DevMDStdPropertyObserver::notifyUnread()
 {
-    if (!_isSet.load(std::memory_order_acquire))
+    if (!_isSet.load(ZvPlatform::Order::RELAXED))
         return;
     {
         LkGuard guard(_lock);
@@ -63,7 +63,7 @@ void DevMDStdPropertyObserver::notifyUnread()
 
 void DevMDStdPropertyObserver::setRead()
 {
-    if (!_isSet.load(std::memory_order_acquire))
+    if (!_isSet.load(ZvPlatform::Order::RELAXED))
         return;
     LkGuard guard(_lock);
     _isUnread = false;
@@ -125,13 +125,13 @@ DevMDStdProperty<T>::~DevMDStdProperty() = default;
 template <class T>
 unsigned int DevMDStdProperty<T>::getAttributes() const
 {
-    return _attributes.load(std::memory_order_acquire);
+    return _attributes.load(ZvPlatform::Order::RELAXED);
 }
 
 template <class T>
 void DevMDStdProperty<T>::setAttributes(unsigned int attributes)
 {
-    _attributes.store(attributes, std::memory_order_release);
+    _attributes.store(attributes, ZvPlatform::Order::RELAXED);
 }
 
 template <class T>

@@ -128,7 +128,7 @@ DevMDStdPropertyPrtcl::~DevMDStdPropertyPrtcl()
 
 ObjPtrRet<DevMDStdPropertySetBuilder> DevMDStdPropertyPrtcl::getPropertySetBuilder()
 {
-    if (_readStarted.load(std::memory_order_acquire))
+    if (_readStarted.load(ZvPlatform::Order::RELAXED))
         ZV_THROW(DevPrtclEx::ExMDStdPropertiesWriteUnavail, _name.getChars());
     auto builder = makeObj<DevMDStdPropertySetBuilder>(_sets, _properties, _builderCount);
     ++_builderCount;
@@ -163,7 +163,7 @@ void DevMDStdPropertyPrtcl::startReading(char const *subject)
 {
     if (_builderCount >= 1)
         ZV_THROW(DevPrtclEx::ExMDStdPropertiesReadUnavail, _name.getChars(), subject);
-    _readStarted.store(true, std::memory_order_release);
+    _readStarted.store(true, ZvPlatform::Order::RELAXED);
 }
 
 } // namespace Zv

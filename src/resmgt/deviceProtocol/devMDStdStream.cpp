@@ -18,7 +18,7 @@ DevMDStdStream<Kind>::DevMDStdStream(DevMDStdStream const &source)
     : Kind(source),
       _name(source._name),
       _description(source._description),
-      _available(source._available.load(std::memory_order_acquire))
+      _available(source._available.load(ZvPlatform::Order::ACQUIRE))
 {}
 
 template <class Kind>
@@ -27,7 +27,8 @@ DevMDStdStream<Kind> &DevMDStdStream<Kind>::operator=(DevMDStdStream const &sour
     Kind::operator=(source);
     _name = source._name;
     _description = source._description;
-    _available.store(source._available.load(std::memory_order_acquire), std::memory_order_release);
+    _available.store(source._available.load(ZvPlatform::Order::ACQUIRE),
+                     ZvPlatform::Order::RELEASE);
     return *this;
 }
 
@@ -37,19 +38,19 @@ DevMDStdStream<Kind>::~DevMDStdStream() = default;
 template <class Kind>
 bool DevMDStdStream<Kind>::isAvailable()
 {
-    return _available.load(std::memory_order_acquire);
+    return _available.load(ZvPlatform::Order::ACQUIRE);
 }
 
 template <class Kind>
 void DevMDStdStream<Kind>::start()
 {
-    _available.store(false, std::memory_order_release);
+    _available.store(false, ZvPlatform::Order::RELEASE);
 }
 
 template <class Kind>
 void DevMDStdStream<Kind>::stop()
 {
-    _available.store(true, std::memory_order_release);
+    _available.store(true, ZvPlatform::Order::RELEASE);
 }
 
 template class DevMDStdStream<DevMDStreamActiveSink>;
@@ -108,13 +109,13 @@ DevMDStdStreamPrtcl::~DevMDStdStreamPrtcl()
 
 ConstIterator<RCShdPtr<DevMDStream>> DevMDStdStreamPrtcl::performGetStreams()
 {
-    _iterCreated.store(true, std::memory_order_release);
+    _iterCreated.store(true, ZvPlatform::Order::RELAXED);
     return Detail::iteratorOver(_streams);
 }
 
 void DevMDStdStreamPrtcl::addStream(RCShdPtr<DevMDStream> const &stream)
 {
-    if (_iterCreated.load(std::memory_order_acquire))
+    if (_iterCreated.load(ZvPlatform::Order::RELAXED))
         ZV_THROW(DevPrtclEx::ExMDStdAddStream);
     _streams.push_back(stream);
 }

@@ -78,7 +78,7 @@ void DevMDStdLoopThreadProtocol::attempt(Action action)
 
 void DevMDStdLoopThreadProtocol::performExecute(MtThread *)
 {
-    while (!_stopRequested.load(std::memory_order_acquire)) {
+    while (!_stopRequested.load(ZvPlatform::Order::ACQUIRE)) {
         double seconds = NO_WORK; // if the work fails, the next request is served first
         attempt([&] { seconds = performWork(); });
         attempt([&] { serve(seconds); });
@@ -90,7 +90,7 @@ void DevMDStdLoopThreadProtocol::performStop(MtThread *thread)
 {
     if (thread && thread->getThreadId().isCurrentThread())
         _isDeviceGone = true;
-    _stopRequested.store(true, std::memory_order_release);
+    _stopRequested.store(true, ZvPlatform::Order::RELEASE);
 }
 
 double DevMDStdLoopThreadProtocol::performWork()

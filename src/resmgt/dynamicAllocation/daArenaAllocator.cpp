@@ -1,5 +1,7 @@
 #include "resmgt/dynamicAllocation/daArenaAllocator.h"
 
+#include "resmgt/dynamicAllocation/daSize.private.h"
+
 #include <cstdlib>
 
 namespace Zv {
@@ -17,7 +19,7 @@ DaMallocAllocator *DaMallocAllocator::create()
 
 void *DaMallocAllocator::allocate(std::uint64_t size)
 {
-    return std::malloc(size);
+    return std::malloc(toMemorySize(size));
 }
 
 void DaMallocAllocator::deallocate(void *memory, std::uint64_t)

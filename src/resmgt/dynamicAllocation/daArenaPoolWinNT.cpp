@@ -41,7 +41,7 @@ public:
     using DaArenaPool::allocate;
     void *allocate(std::uint64_t size, std::uint64_t alignment) override
     {
-        std::uintptr_t const address = _arena->allocate(size, alignment);
+        auto const address = static_cast<std::uintptr_t>(_arena->allocate(size, alignment));
         if (address != 0)
             ++_nbAllocated;
         return reinterpret_cast<void *>(address);

@@ -1,5 +1,6 @@
 #include "platform/services.h"
 #include "resmgt/dynamicAllocation/daArenaAllocator.h"
+#include "resmgt/dynamicAllocation/daSize.private.h"
 #include "zvbase/exSysError.h"
 #include "zvbase/failures.h"
 
@@ -14,7 +15,8 @@ public:
 
     void *allocate(std::uint64_t size) override
     {
-        void * const memory = ::VirtualAlloc(NULL, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+        void * const memory =
+            ::VirtualAlloc(NULL, toMemorySize(size), MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
         if (!memory)
             ZV_THROW(ExSysErrorWindows);
         return memory;

@@ -74,11 +74,11 @@ void LiStringImp::operator delete(LiStringImp *imp, std::destroying_delete_t)
 
 LiStringImp *LiString::getEmptyImp()
 {
-    RCShdPtr<LiStringImp> *holder = emptyHolder.load(std::memory_order_acquire);
+    RCShdPtr<LiStringImp> *holder = emptyHolder.load(ZvPlatform::Order::ACQUIRE);
     if (!holder) [[unlikely]] {
         ObjPtr<RCShdPtr<LiStringImp>> fresh(new RCShdPtr<LiStringImp>(LiStringImp::make(0, 0)));
-        if (emptyHolder.compare_exchange_strong(holder, fresh.get(), std::memory_order_seq_cst,
-                                                std::memory_order_acquire))
+        if (emptyHolder.compare_exchange_strong(holder, fresh.get(), ZvPlatform::Order::RELEASE,
+                                                ZvPlatform::Order::ACQUIRE))
             holder = fresh.release();
     }
     return holder->operator->();

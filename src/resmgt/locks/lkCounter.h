@@ -92,7 +92,7 @@ public:
     long add(long amount)
     {
         auto const number = static_cast<std::int32_t>(amount);
-        std::int32_t const former = _value.fetch_add(number, std::memory_order_seq_cst);
+        std::int32_t const former = _value.fetch_add(number, ZvPlatform::Order::SEQ_CST);
         return static_cast<std::int32_t>(static_cast<std::uint32_t>(former) +
                                          static_cast<std::uint32_t>(number));
     }
@@ -102,10 +102,10 @@ public:
     long decrement() { return add(-1); }
     void set(long value)
     {
-        _value.exchange(static_cast<std::int32_t>(value), std::memory_order_seq_cst);
+        _value.exchange(static_cast<std::int32_t>(value), ZvPlatform::Order::SEQ_CST);
     }
     // An interlocked read is in one order with all changes of counters.
-    long getValue() const { return _value.load(std::memory_order_seq_cst); }
+    long getValue() const { return _value.load(ZvPlatform::Order::SEQ_CST); }
 
 private:
     ZvPlatform::Shared<std::int32_t> _value;

@@ -41,7 +41,7 @@ LkGate::LkGate(char const *name, int numGatees, bool useGateKeeper)
 LkGate::LkGate(LkGate &source)
     : _useGateKeeper(source._useGateKeeper),
       _numGatees(source._numGatees),
-      _numReady(source._numReady.load(std::memory_order_acquire)),
+      _numReady(source._numReady.load(ZvPlatform::Order::RELAXED)),
       _nbOpenings(source._nbOpenings),
       _lock(source._lock),
       _gate(source._gate),
@@ -54,10 +54,10 @@ LkGate::LkGate(LkGate &&source) : LkGate(source) {}
 
 void LkGate::ready()
 {
-    checkRoom(_numReady.load(std::memory_order_acquire), _numGatees);
+    checkRoom(_numReady.load(ZvPlatform::Order::RELAXED), _numGatees);
     LkGuard const guard(*_lock);
-    _numReady.store(_numReady.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-    if (_numReady.load(std::memory_order_relaxed) == _numGatees) {
+    _numReady.store(_numReady.load(ZvPlatform::Order::RELAXED) + 1, ZvPlatform::Order::RELAXED);
+    if (_numReady.load(ZvPlatform::Order::RELAXED) == _numGatees) {
         _observers->pulse();
         if (!_useGateKeeper) {
             open();
@@ -78,7 +78,7 @@ void LkGate::ready()
 /// Lets the threads of this cycle continue.
 void LkGate::open()
 {
-    _numReady.store(0, std::memory_order_release);
+    _numReady.store(0, ZvPlatform::Order::RELAXED);
     ++_nbOpenings;
     _gate->pulse();
 }
@@ -87,8 +87,8 @@ void LkGate::open()
 /// gate is about to open.
 void LkGate::withdraw()
 {
-    if (_numReady.load(std::memory_order_relaxed) != _numGatees || _gateKeeper->tryWait())
-        _numReady.store(_numReady.load(std::memory_order_relaxed) - 1, std::memory_order_release);
+    if (_numReady.load(ZvPlatform::Order::RELAXED) != _numGatees || _gateKeeper->tryWait())
+        _numReady.store(_numReady.load(ZvPlatform::Order::RELAXED) - 1, ZvPlatform::Order::RELAXED);
 }
 
 bool LkGate::isGateReady()
@@ -110,7 +110,7 @@ bool LkGate::isKeeperCalled() const
 void LkGate::observeGateReady()
 {
     LkGuard const guard(*_lock);
-    while (_numReady.load(std::memory_order_relaxed) != _numGatees)
+    while (_numReady.load(ZvPlatform::Order::RELAXED) != _numGatees)
         _observers->waitNextPulse(guard);
 }
 
@@ -120,7 +120,7 @@ void LkGate::waitGateReady()
     _gateKeeper->wait();
     ZV_ASSERT((*_gateKeeper).tryWait() == false);
     // All threads wait until the gate is released.
-    checkComplete(_numReady.load(std::memory_order_relaxed), _numGatees);
+    checkComplete(_numReady.load(ZvPlatform::Order::RELAXED), _numGatees);
 }
 
 void LkGate::releaseGate()
@@ -134,7 +134,7 @@ void LkGate::dump(std::ostream &stream) const
 {
     stream << _name << ": gatekeeper: " << (_useGateKeeper ? "yes" : "no")
            << ", num gatees: " << _numGatees << '\n'
-           << "Current state: num ready: " << _numReady.load(std::memory_order_acquire) << '\n'
+           << "Current state: num ready: " << _numReady.load(ZvPlatform::Order::RELAXED) << '\n'
            << "Internal lock: ";
     _lock->dump(stream);
     stream << "Gate cond var: ";

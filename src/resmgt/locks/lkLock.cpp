@@ -21,7 +21,7 @@ bool LkLockWindows::lock() const
 {
     if (!ZvPlatform::enterAtOnce(&_section)) [[unlikely]]
         return lockSlowly();
-    _isLocked.store(true, std::memory_order_release);
+    _isLocked.store(true, ZvPlatform::Order::RELAXED);
     return true;
 }
 
@@ -31,7 +31,7 @@ bool LkLockWindows::lockSlowly() const
         TraceEvents::LockWait const wait(_name);
         ::EnterCriticalSection(&_section);
     }
-    _isLocked.store(true, std::memory_order_release);
+    _isLocked.store(true, ZvPlatform::Order::RELAXED);
     return true;
 }
 
@@ -39,13 +39,13 @@ bool LkLockWindows::try_lock() const
 {
     if (!::TryEnterCriticalSection(&_section))
         return false;
-    _isLocked.store(true, std::memory_order_release);
+    _isLocked.store(true, ZvPlatform::Order::RELAXED);
     return true;
 }
 
 void LkLockWindows::unlock() const
 {
-    _isLocked.store(false, std::memory_order_release);
+    _isLocked.store(false, ZvPlatform::Order::RELAXED);
     ::LeaveCriticalSection(&_section);
 }
 

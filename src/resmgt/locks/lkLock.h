@@ -22,7 +22,7 @@ public:
     bool lock() const;
     [[nodiscard]] bool try_lock() const;
     void unlock() const;
-    bool isLocked() const { return _isLocked.load(std::memory_order_acquire); }
+    bool isLocked() const { return _isLocked.load(ZvPlatform::Order::RELAXED); }
     bool isLockedByThread() const { return isLocked(); }
     char const *getName() const noexcept { return _name; }
     void dump(std::ostream &stream) const;

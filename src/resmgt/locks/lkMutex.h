@@ -114,7 +114,7 @@ public:
     void unlock() const;
     [[nodiscard]] bool tryLock() const;
     bool spinLock(unsigned tries) const;
-    bool isLocked() const { return _isLocked.load(std::memory_order_acquire); }
+    bool isLocked() const { return _isLocked.load(ZvPlatform::Order::RELAXED); }
     bool isLockedByThread() const { return isLocked(); }
     char const *getName() const noexcept { return _name; }
     void dump(std::ostream &stream) const;
@@ -122,9 +122,9 @@ public:
     /// Returns the handle of the kernel mutex, which stays the property of this object.
     ZvPlatform::Handle const &getMutex() const noexcept { return _mutex; }
     /// Call this before you release the mutex by its handle.
-    void clearLockedFlag() const { _isLocked.store(false, std::memory_order_release); }
+    void clearLockedFlag() const { _isLocked.store(false, ZvPlatform::Order::RELAXED); }
     /// Call this after you have taken the mutex by its handle.
-    void updateLockingThreadId() const { _isLocked.store(true, std::memory_order_release); }
+    void updateLockingThreadId() const { _isLocked.store(true, ZvPlatform::Order::RELAXED); }
 
 private:
     // Out of line, so that the path without a system call saves no registers for them.

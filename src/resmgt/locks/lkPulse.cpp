@@ -72,7 +72,7 @@ void LkPulseWindows::pulse() const
 {
     // Read before the pulse is sent. A thread that the pulse wakes may destroy this object, unless
     // another thread sleeps here.
-    bool const hasSleepers = _sleepers.load(std::memory_order_acquire) >= ONE_SLEEPER;
+    bool const hasSleepers = _sleepers.load(ZvPlatform::Order::RELAXED) >= ONE_SLEEPER;
     if (_wakeAll)
         ::SetEvent(_event);
     else
@@ -81,13 +81,13 @@ void LkPulseWindows::pulse() const
         return;
 
     void * const address = generationAddress(_sleepers);
-    std::uint64_t sleepers = _sleepers.load(std::memory_order_acquire);
+    std::uint64_t sleepers = _sleepers.load(ZvPlatform::Order::RELAXED);
     do {
         if (sleepers < ONE_SLEEPER)
             return;
     } while (
         !_sleepers.compare_exchange_strong(sleepers, std::uint64_t{generationOf(sleepers) + 1u},
-                                           std::memory_order_seq_cst, std::memory_order_acquire));
+                                           ZvPlatform::Order::RELEASE, ZvPlatform::Order::RELAXED));
     ::WakeByAddressAll(address);
 }
 
@@ -129,7 +129,7 @@ bool LkPulseWindows::waitNextInternal(LkMutex const &externalMutex,
 {
     // Counted in before the mutex is released: a pulse after that finds a sleeper.
     DWORD const generation =
-        generationOf(_sleepers.fetch_add(ONE_SLEEPER, std::memory_order_seq_cst) + ONE_SLEEPER);
+        generationOf(_sleepers.fetch_add(ONE_SLEEPER, ZvPlatform::Order::RELAXED) + ONE_SLEEPER);
     try {
         ZV_SYS_ASSERT(::ReleaseMutex( externalMutex.getImp().getMutex() ));
     } catch (...) {
@@ -144,7 +144,7 @@ bool LkPulseWindows::sleepUntilNext(std::uint32_t generation, std::uint32_t mill
 {
     DWORD const start = milliseconds == INFINITE ? 0 : ::timeGetTime();
     DWORD rest = milliseconds;
-    while (generationOf(_sleepers.load(std::memory_order_acquire)) == generation) {
+    while (generationOf(_sleepers.load(ZvPlatform::Order::ACQUIRE)) == generation) {
         bool const wasWoken =
             ::WaitOnAddress(generationAddress(_sleepers), &generation, sizeof generation, rest);
         if (!wasWoken && ::GetLastError() == ERROR_TIMEOUT)
@@ -160,10 +160,11 @@ bool LkPulseWindows::sleepUntilNext(std::uint32_t generation, std::uint32_t mill
 /// Counts the caller out again. Returns false if a pulse has done so already.
 bool LkPulseWindows::withdraw(std::uint32_t generation) const
 {
-    std::uint64_t sleepers = _sleepers.load(std::memory_order_acquire);
+    std::uint64_t sleepers = _sleepers.load(ZvPlatform::Order::ACQUIRE);
     while (generationOf(sleepers) == generation)
         if (_sleepers.compare_exchange_strong(sleepers, sleepers - ONE_SLEEPER,
-                                              std::memory_order_seq_cst, std::memory_order_acquire))
+                                              ZvPlatform::Order::ACQUIRE,
+                                              ZvPlatform::Order::ACQUIRE))
             return true;
     return false;
 }

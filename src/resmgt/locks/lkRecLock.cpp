@@ -40,15 +40,15 @@ bool LkRecLockWindows::try_lock() const
 
 bool LkRecLockWindows::counted() const
 {
-    _count.store(_count.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-    _holder.store(ZvPlatform::ThreadNumber{::GetCurrentThreadId()}, std::memory_order_release);
+    _count.store(_count.load(ZvPlatform::Order::RELAXED) + 1, ZvPlatform::Order::RELAXED);
+    _holder.store(ZvPlatform::ThreadNumber{::GetCurrentThreadId()}, ZvPlatform::Order::RELAXED);
     return true;
 }
 
 void LkRecLockWindows::unlock() const
 {
-    _count.store(_count.load(std::memory_order_relaxed) - 1, std::memory_order_release);
-    _holder.store(ZvPlatform::ThreadNumber{0}, std::memory_order_release);
+    _count.store(_count.load(ZvPlatform::Order::RELAXED) - 1, ZvPlatform::Order::RELAXED);
+    _holder.store(ZvPlatform::ThreadNumber{0}, ZvPlatform::Order::RELAXED);
     ::LeaveCriticalSection(&_section);
 }
 
@@ -56,7 +56,7 @@ bool LkRecLockWindows::isLocked() const
 {
     if (!::TryEnterCriticalSection(&_section))
         return true;
-    bool const isHeld = _count.load(std::memory_order_relaxed) > 0;
+    bool const isHeld = _count.load(ZvPlatform::Order::RELAXED) > 0;
     ::LeaveCriticalSection(&_section);
     return isHeld;
 }
@@ -65,15 +65,15 @@ bool LkRecLockWindows::isLockedByThread() const
 {
     if (!::TryEnterCriticalSection(&_section))
         return false;
-    bool const isHeld = _count.load(std::memory_order_relaxed) > 0;
+    bool const isHeld = _count.load(ZvPlatform::Order::RELAXED) > 0;
     ::LeaveCriticalSection(&_section);
     return isHeld;
 }
 
 void LkRecLockWindows::dump(std::ostream &stream) const
 {
-    stream << "name " << _name << " holder " << LkThreadId(_holder.load(std::memory_order_acquire))
-           << " count " << _count.load(std::memory_order_acquire);
+    stream << "name " << _name << " holder " << LkThreadId(_holder.load(ZvPlatform::Order::RELAXED))
+           << " count " << _count.load(ZvPlatform::Order::RELAXED);
 }
 
 } // namespace Zv

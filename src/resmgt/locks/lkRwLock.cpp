@@ -69,20 +69,20 @@ bool LkRwLock::writeLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 bool LkRwLock::tryReadLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = _rwLock.load(std::memory_order_relaxed);
+    Word word = _rwLock.load(ZvPlatform::Order::RELAXED);
     while (isOpenToReaders(word))
-        if (_rwLock.compare_exchange_strong(word, word + 1, std::memory_order_seq_cst,
-                                            std::memory_order_acquire))
+        if (_rwLock.compare_exchange_strong(word, word + 1, ZvPlatform::Order::ACQUIRE,
+                                            ZvPlatform::Order::RELAXED))
             return true;
     return false;
 }
 
 bool LkRwLock::tryWriteLock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = _rwLock.load(std::memory_order_relaxed);
+    Word word = _rwLock.load(ZvPlatform::Order::RELAXED);
     while (stateOf(word) == 0)
-        if (_rwLock.compare_exchange_strong(word, withState(word, -1), std::memory_order_seq_cst,
-                                            std::memory_order_acquire)) {
+        if (_rwLock.compare_exchange_strong(word, withState(word, -1), ZvPlatform::Order::ACQUIRE,
+                                            ZvPlatform::Order::RELAXED)) {
             _writer.setCurrentThread();
             return true;
         }
@@ -93,30 +93,30 @@ bool LkRwLock::readLockSlowly() const
 {
     TraceEvents::LockWait const wait(_name);
     LkGuard const guard(_lock);
-    Word word = _rwLock.load(std::memory_order_relaxed);
+    Word word = _rwLock.load(ZvPlatform::Order::RELAXED);
     for (;;) {
         if (isOpenToReaders(word)) {
             // The lock is taken and the flag is cleared, or kept for other readers, in one step.
             if (_rwLock.compare_exchange_strong(
                     word,
                     withFlag(word + 1, READERS_WAIT,
-                             _waitingReaders.load(std::memory_order_relaxed) != 0),
-                    std::memory_order_seq_cst, std::memory_order_acquire))
+                             _waitingReaders.load(ZvPlatform::Order::RELAXED) != 0),
+                    ZvPlatform::Order::ACQUIRE, ZvPlatform::Order::RELAXED))
                 return true;
         } else if (word & READERS_WAIT || _rwLock.compare_exchange_strong(
-                                              word, word | READERS_WAIT, std::memory_order_seq_cst,
-                                              std::memory_order_acquire)) {
-            _waitingReaders.store(_waitingReaders.load(std::memory_order_relaxed) + 1,
-                                  std::memory_order_release);
+                                              word, word | READERS_WAIT, ZvPlatform::Order::RELAXED,
+                                              ZvPlatform::Order::RELAXED)) {
+            _waitingReaders.store(_waitingReaders.load(ZvPlatform::Order::RELAXED) + 1,
+                                  ZvPlatform::Order::RELAXED);
             try {
                 _readers.waitNextPulse(guard);
             } catch (...) {
                 withdrawReader();
                 throw;
             }
-            _waitingReaders.store(_waitingReaders.load(std::memory_order_relaxed) - 1,
-                                  std::memory_order_release);
-            word = _rwLock.load(std::memory_order_relaxed);
+            _waitingReaders.store(_waitingReaders.load(ZvPlatform::Order::RELAXED) - 1,
+                                  ZvPlatform::Order::RELAXED);
+            word = _rwLock.load(ZvPlatform::Order::RELAXED);
         }
     }
 }
@@ -125,30 +125,30 @@ bool LkRwLock::writeLockSlowly() const
 {
     TraceEvents::LockWait const wait(_name);
     LkGuard const guard(_lock);
-    Word word = _rwLock.load(std::memory_order_relaxed);
+    Word word = _rwLock.load(ZvPlatform::Order::RELAXED);
     for (;;) {
         if (stateOf(word) == 0) {
             if (_rwLock.compare_exchange_strong(
                     word,
                     withFlag(withState(word, -1), WRITERS_WAIT,
-                             _waitingWriters.load(std::memory_order_relaxed) != 0),
-                    std::memory_order_seq_cst, std::memory_order_acquire))
+                             _waitingWriters.load(ZvPlatform::Order::RELAXED) != 0),
+                    ZvPlatform::Order::ACQUIRE, ZvPlatform::Order::RELAXED))
                 break;
         } else if (word & WRITERS_WAIT || _rwLock.compare_exchange_strong(
-                                              word, word | WRITERS_WAIT, std::memory_order_seq_cst,
-                                              std::memory_order_acquire)) {
-            _waitingWriters.store(_waitingWriters.load(std::memory_order_relaxed) + 1,
-                                  std::memory_order_release);
+                                              word, word | WRITERS_WAIT, ZvPlatform::Order::RELAXED,
+                                              ZvPlatform::Order::RELAXED)) {
+            _waitingWriters.store(_waitingWriters.load(ZvPlatform::Order::RELAXED) + 1,
+                                  ZvPlatform::Order::RELAXED);
             try {
                 _writers.wait(guard);
             } catch (...) {
                 withdrawWriter();
                 throw;
             }
-            _waitingWriters.store(_waitingWriters.load(std::memory_order_relaxed) - 1,
-                                  std::memory_order_release);
+            _waitingWriters.store(_waitingWriters.load(ZvPlatform::Order::RELAXED) - 1,
+                                  ZvPlatform::Order::RELAXED);
             _isWriterCalled = false;
-            word = _rwLock.load(std::memory_order_relaxed);
+            word = _rwLock.load(ZvPlatform::Order::RELAXED);
         }
     }
     _writer.setCurrentThread();
@@ -158,9 +158,9 @@ bool LkRwLock::writeLockSlowly() const
 /// Takes back the count and the flag of a reader whose wait fails.
 void LkRwLock::withdrawReader() const
 {
-    _waitingReaders.store(_waitingReaders.load(std::memory_order_relaxed) - 1,
-                          std::memory_order_release);
-    if (_waitingReaders.load(std::memory_order_relaxed) == 0)
+    _waitingReaders.store(_waitingReaders.load(ZvPlatform::Order::RELAXED) - 1,
+                          ZvPlatform::Order::RELAXED);
+    if (_waitingReaders.load(ZvPlatform::Order::RELAXED) == 0)
         clearFlag(READERS_WAIT);
 }
 
@@ -168,12 +168,12 @@ void LkRwLock::withdrawReader() const
 /// pulse, and it may have been the only one that kept readers out.
 void LkRwLock::withdrawWriter() const
 {
-    _waitingWriters.store(_waitingWriters.load(std::memory_order_relaxed) - 1,
-                          std::memory_order_release);
+    _waitingWriters.store(_waitingWriters.load(ZvPlatform::Order::RELAXED) - 1,
+                          ZvPlatform::Order::RELAXED);
     _isWriterCalled = false;
-    if (_waitingWriters.load(std::memory_order_relaxed) == 0) {
+    if (_waitingWriters.load(ZvPlatform::Order::RELAXED) == 0) {
         clearFlag(WRITERS_WAIT);
-        if (_waitingReaders.load(std::memory_order_relaxed) != 0 && getState() >= 0)
+        if (_waitingReaders.load(ZvPlatform::Order::RELAXED) != 0 && getState() >= 0)
             _readers.pulse();
     } else if (getState() == 0) {
         _isWriterCalled = true;
@@ -183,9 +183,9 @@ void LkRwLock::withdrawWriter() const
 
 void LkRwLock::clearFlag(unsigned long long flag) const
 {
-    Word word = _rwLock.load(std::memory_order_relaxed);
-    while (!_rwLock.compare_exchange_strong(word, word & ~flag, std::memory_order_seq_cst,
-                                            std::memory_order_acquire)) {
+    Word word = _rwLock.load(ZvPlatform::Order::RELAXED);
+    while (!_rwLock.compare_exchange_strong(word, word & ~flag, ZvPlatform::Order::RELAXED,
+                                            ZvPlatform::Order::RELAXED)) {
     }
 }
 
@@ -209,12 +209,12 @@ bool LkRwLock::spinWriteLock(unsigned tries) const ZV_NO_THREAD_SAFETY_ANALYSIS
 
 void LkRwLock::unlock() const ZV_NO_THREAD_SAFETY_ANALYSIS
 {
-    Word word = _rwLock.load(std::memory_order_relaxed);
+    Word word = _rwLock.load(ZvPlatform::Order::RELAXED);
     if (stateOf(word) < 0)
         _writer.reset();
     while (!(word & (WRITERS_WAIT | READERS_WAIT)))
-        if (_rwLock.compare_exchange_strong(word, unlocked(word), std::memory_order_seq_cst,
-                                            std::memory_order_acquire))
+        if (_rwLock.compare_exchange_strong(word, unlocked(word), ZvPlatform::Order::RELEASE,
+                                            ZvPlatform::Order::RELAXED))
             return;
     unlockSlowly();
 }
@@ -225,16 +225,16 @@ void LkRwLock::unlockSlowly() const
     bool callsReaders = false;
     {
         LkGuard const guard(_lock);
-        Word word = _rwLock.load(std::memory_order_relaxed);
-        while (!_rwLock.compare_exchange_strong(word, unlocked(word), std::memory_order_seq_cst,
-                                                std::memory_order_acquire)) {
+        Word word = _rwLock.load(ZvPlatform::Order::RELAXED);
+        while (!_rwLock.compare_exchange_strong(word, unlocked(word), ZvPlatform::Order::RELEASE,
+                                                ZvPlatform::Order::RELAXED)) {
         }
-        if (_waitingWriters.load(std::memory_order_relaxed) != 0) {
+        if (_waitingWriters.load(ZvPlatform::Order::RELAXED) != 0) {
             // One pulse until a writer has come: further ones would wake later waits for nothing.
             callsWriter = stateOf(unlocked(word)) == 0 && !_isWriterCalled;
             _isWriterCalled = _isWriterCalled || callsWriter;
         } else {
-            callsReaders = _waitingReaders.load(std::memory_order_relaxed) != 0;
+            callsReaders = _waitingReaders.load(ZvPlatform::Order::RELAXED) != 0;
         }
     }
     if (callsWriter)
@@ -245,7 +245,7 @@ void LkRwLock::unlockSlowly() const
 
 int LkRwLock::getState() const
 {
-    return stateOf(_rwLock.load(std::memory_order_acquire));
+    return stateOf(_rwLock.load(ZvPlatform::Order::RELAXED));
 }
 
 bool LkRwLock::isWriteLock() const
@@ -265,14 +265,14 @@ bool LkRwLock::isLockedInline() const
 
 bool LkRwLock::waitForWriters() const
 {
-    return getState() < 0 || _waitingWriters.load(std::memory_order_acquire) != 0;
+    return getState() < 0 || _waitingWriters.load(ZvPlatform::Order::RELAXED) != 0;
 }
 
 void LkRwLock::dump(std::ostream &stream) const
 {
     stream << "name " << _name << " rwLock " << getState() << " wr wait "
-           << _waitingWriters.load(std::memory_order_acquire) << " rd wait "
-           << _waitingReaders.load(std::memory_order_acquire);
+           << _waitingWriters.load(ZvPlatform::Order::RELAXED) << " rd wait "
+           << _waitingReaders.load(ZvPlatform::Order::RELAXED);
 }
 
 } // namespace Zv

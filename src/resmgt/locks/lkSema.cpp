@@ -35,19 +35,19 @@ bool LkSema::waitForPost(Wait wait)
 {
     LkGuard const guard(_lock);
     // A post that finds a waiter takes the lock. An earlier one has left its count.
-    _state.fetch_add(ONE_WAITER, std::memory_order_seq_cst);
+    _state.fetch_add(ONE_WAITER, ZvPlatform::Order::RELAXED);
     bool isOurs = tryWait();
     try {
         while (!isOurs && wait(guard))
             isOurs = tryWait();
     } catch (...) {
         // This waiter may have used up a signal that another one needs.
-        std::uint64_t const state = _state.fetch_sub(1, std::memory_order_seq_cst) - 1;
+        std::uint64_t const state = _state.fetch_sub(1, ZvPlatform::Order::RELAXED) - 1;
         if (hasCount(state) && hasWaiters(state))
             _nonZero.signal();
         throw;
     }
-    _state.fetch_sub(1, std::memory_order_seq_cst);
+    _state.fetch_sub(1, ZvPlatform::Order::RELAXED);
     return isOurs;
 }
 
@@ -65,30 +65,30 @@ bool LkSema::timedWait(double seconds)
 
 bool LkSema::tryWait()
 {
-    std::uint64_t state = _state.load(std::memory_order_acquire);
+    std::uint64_t state = _state.load(ZvPlatform::Order::RELAXED);
     while (hasCount(state))
-        if (_state.compare_exchange_strong(state, state - ONE_POST, std::memory_order_seq_cst,
-                                           std::memory_order_acquire))
+        if (_state.compare_exchange_strong(state, state - ONE_POST, ZvPlatform::Order::ACQUIRE,
+                                           ZvPlatform::Order::RELAXED))
             return true;
     return false;
 }
 
 void LkSema::post()
 {
-    std::uint64_t state = _state.load(std::memory_order_acquire);
+    std::uint64_t state = _state.load(ZvPlatform::Order::RELAXED);
     while (!hasWaiters(state))
-        if (_state.compare_exchange_strong(state, state + ONE_POST, std::memory_order_seq_cst,
-                                           std::memory_order_acquire))
+        if (_state.compare_exchange_strong(state, state + ONE_POST, ZvPlatform::Order::RELEASE,
+                                           ZvPlatform::Order::RELAXED))
             return;
     LkGuard const guard(_lock);
-    state = _state.fetch_add(ONE_POST, std::memory_order_seq_cst) + ONE_POST;
+    state = _state.fetch_add(ONE_POST, ZvPlatform::Order::RELEASE) + ONE_POST;
     if (hasCount(state) && hasWaiters(state))
         _nonZero.signal();
 }
 
 bool LkSema::isCountNonZero() const
 {
-    return !hasCount(_state.load(std::memory_order_acquire));
+    return !hasCount(_state.load(ZvPlatform::Order::RELAXED));
 }
 
 } // namespace Zv

@@ -62,7 +62,7 @@ public:
     /// there is no object to return, and this is not checked.
     static T &getInstance()
     {
-        if (_state.load(std::memory_order_acquire) == UNINITIALIZED) [[unlikely]]
+        if (_state.load(ZvPlatform::Order::ACQUIRE) == UNINITIALIZED) [[unlikely]]
             init();
         return *_pointee;
     }
@@ -73,7 +73,7 @@ public:
     static void destroy();
 
     /// Returns the state.
-    static State getState() { return _state.load(std::memory_order_acquire); }
+    static State getState() { return _state.load(ZvPlatform::Order::ACQUIRE); }
     /// Returns the name of a state as text. **Throws** `ProgramAborted` for any other value.
     static char const *getText(State state);
     /// **Throws** `AssertionFailed` if the state and the object do not agree.
@@ -81,7 +81,7 @@ public:
 
 private:
     static T *_pointee;
-    static ZvPlatform::Shared<State> _state;
+    static constinit ZvPlatform::Shared<State> _state;
 };
 
 } // namespace Zv

@@ -58,19 +58,19 @@ template <class T>
 T *LkSingleton<T>::_pointee = nullptr;
 
 template <class T>
-ZvPlatform::Shared<typename LkSingleton<T>::State> LkSingleton<T>::_state{UNINITIALIZED};
+constinit ZvPlatform::Shared<typename LkSingleton<T>::State> LkSingleton<T>::_state{UNINITIALIZED};
 
 template <class T>
 void LkSingleton<T>::init()
 {
     LkInitMutexWindows<LkSingleton<T>> creationLock;
-    if (_state.load(std::memory_order_relaxed) != INITIALIZED) {
+    if (_state.load(ZvPlatform::Order::RELAXED) != INITIALIZED) {
         // The text of the condition does not say how the state is read.
-        if (_state.load(std::memory_order_relaxed) != UNINITIALIZED)
+        if (_state.load(ZvPlatform::Order::RELAXED) != UNINITIALIZED)
             Assertions::throwAssertionFailed(__FILE__, __LINE__, "_state == UNINITIALIZED");
         _pointee = LkSingletonCreator<T>::create();
         // Last, so that a thread that reads the state without the lock finds the object.
-        _state.store(INITIALIZED, std::memory_order_release);
+        _state.store(INITIALIZED, ZvPlatform::Order::RELEASE);
     }
     creationLock.release();
 }
@@ -79,7 +79,7 @@ template <class T>
 void LkSingleton<T>::destroy()
 {
     LkInitMutexWindows<LkSingleton<T>> creationLock;
-    if (_state.load(std::memory_order_relaxed) == DESTROYED)
+    if (_state.load(ZvPlatform::Order::RELAXED) == DESTROYED)
         Assertions::throwAssertionFailed(__FILE__, __LINE__,
                                          "LkSingleton<T>::_state != LkSingleton<T>::DESTROYED");
     {
@@ -89,7 +89,7 @@ void LkSingleton<T>::destroy()
             ~Mark()
             {
                 _pointee = nullptr;
-                _state.store(DESTROYED, std::memory_order_release);
+                _state.store(DESTROYED, ZvPlatform::Order::RELEASE);
             }
         } const mark;
         delete _pointee;

@@ -125,11 +125,10 @@ void MbBufferImp::underMutex(Function function)
 
 void MbBufferImp::addHold(MbEvent event)
 {
-    std::uint64_t word = _word.load(std::memory_order_relaxed);
+    std::uint64_t word = _word.load(Order::RELAXED);
     while (std::uint64_t const held = withHold(word, event)) {
         bool const mustNote = (held & ~word & MbWord::IS_NOTED) != 0;
-        if (_word.compare_exchange_strong(word, held + REFERENCE, std::memory_order_seq_cst,
-                                          std::memory_order_acquire)) {
+        if (_word.compare_exchange_strong(word, held + REFERENCE, Order::ACQ_REL, Order::RELAXED)) {
             if (mustNote)
                 _untoldUses->note(this);
             return;
@@ -148,21 +147,20 @@ void MbBufferImp::addHold(MbEvent event)
 
 void MbBufferImp::releaseHold()
 {
-    std::uint64_t word = _word.load(std::memory_order_relaxed);
+    std::uint64_t word = _word.load(Order::RELAXED);
     while (!MbWord::isClosed(word) && MbWord::isLocked(word)) {
         std::uint64_t const released = word - MbWord::HOLD;
         if ((released & MbWord::HOLDS) != 0) {
-            if (_word.compare_exchange_strong(word, released - REFERENCE, std::memory_order_seq_cst,
-                                              std::memory_order_acquire))
+            if (_word.compare_exchange_strong(word, released - REFERENCE, Order::ACQ_REL,
+                                              Order::RELAXED))
                 return;
         } else if (_untoldUses) {
             MbState const * const former = stateOf(MbWord::modeOf(word));
             // No other thread writes this while this thread has the last hold.
-            _unlocker.store(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber(),
-                            std::memory_order_relaxed);
+            _unlocker.store(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber(), Order::RELAXED);
             if (_word.compare_exchange_strong(word,
                                               MbWord::withMode(released, MbWord::BEING_UNLOCKED),
-                                              std::memory_order_seq_cst, std::memory_order_acquire))
+                                              Order::ACQ_REL, Order::RELAXED))
                 return finishUnlock(former);
         } else {
             break;
@@ -177,48 +175,44 @@ void MbBufferImp::releaseHold()
 void MbBufferImp::finishUnlock(MbState const *former)
 {
     auto const release = [this] { decReferenceCount(); };
+    std::uint64_t unlocked;
     try {
         _protocol->unlocked(reinterpret_cast<void *>(_dataStart), _dataEnd - _dataStart);
+        unlocked = tryUnlock();
     } catch (...) {
         AtScopeEnd const last(release);
         throwIn(former);
     }
-    if (tryUnlock())
-        return;
-    // Another thread has closed the word.
-    AtScopeEnd const last(release);
-    underMutex([&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
-        _state = former;
-        run(stateOf(MbStateId::LOADED), LkThreadId());
-    });
+    if (unlocked == 0) { // Another thread has closed the word.
+        AtScopeEnd const last(release);
+        underMutex([&]() ZV_NO_THREAD_SAFETY_ANALYSIS {
+            _state = former;
+            run(stateOf(MbStateId::LOADED), LkThreadId());
+        });
+    } else if (unlocked < REFERENCE) {
+        destroy();
+    }
 }
 
-/// Ends the mode `BEING_UNLOCKED`, and releases the reference of the guard. Returns false if the
-/// word is closed.
-bool MbBufferImp::tryUnlock()
+/// Ends the mode `BEING_UNLOCKED`, and releases the reference of the guard. Returns the new word,
+/// or 0 if the word is closed.
+std::uint64_t MbBufferImp::tryUnlock()
 {
-    std::uint64_t unlocked = 0;
-    std::uint64_t word = _word.load(std::memory_order_relaxed);
+    std::uint64_t word = _word.load(Order::RELAXED);
     if ((word & MbWord::IN_STRATEGY) != 0)
-        _lastUse.store(_untoldUses->tellTime(_lastUse.load(std::memory_order_relaxed)),
-                       std::memory_order_relaxed);
-    while (unlocked == 0 && !MbWord::isClosed(word) && (word & MbWord::IN_STRATEGY) != 0) {
-        std::uint64_t const desired = MbWord::withMode(word, MbWord::LOADED) - REFERENCE;
-        if (_word.compare_exchange_strong(word, desired, std::memory_order_seq_cst,
-                                          std::memory_order_acquire))
-            unlocked = desired;
+        _lastUse.store(_untoldUses->tellTime(_lastUse.load(Order::RELAXED)), Order::RELAXED);
+    while (!MbWord::isClosed(word) && (word & MbWord::IN_STRATEGY) != 0) {
+        std::uint64_t const unlocked = MbWord::withMode(word, MbWord::LOADED) - REFERENCE;
+        if (_word.compare_exchange_strong(word, unlocked, Order::ACQ_REL, Order::RELAXED))
+            return unlocked;
     }
-    if (unlocked == 0 && !MbWord::isClosed(word))
-        unlocked = getPoolManager().insertOpen(*this);
-    if (unlocked != 0 && unlocked < REFERENCE)
-        destroy();
-    return unlocked != 0;
+    return MbWord::isClosed(word) ? 0 : getPoolManager().insertOpen(*this);
 }
 
 bool MbBufferImp::load(MbEvent event)
 {
     bool const isRead = event == MbEvent::RDLOCK;
-    if (MbWord::modeOf(_word.load(std::memory_order_relaxed)) != MbWord::UNLOADED ||
+    if (MbWord::modeOf(_word.load(Order::RELAXED)) != MbWord::UNLOADED ||
         (!isRead && event != MbEvent::WRLOCK))
         return false;
     MbWord::Mode const loading = isRead ? MbWord::BEING_RD_RELOADED : MbWord::BEING_WR_RELOADED;
@@ -233,7 +227,12 @@ bool MbBufferImp::load(MbEvent event)
         if (!isRead)
             _protocol->markDirty(memory, size);
     } catch (...) {
-        getPoolManager().deallocateRegion(this);
+        // If the mutex of the manager was abandoned, that failure is the one to throw.
+        try {
+            getPoolManager().deallocateRegion(this);
+        } catch (...) {
+            failLoad();
+        }
         failLoad();
     }
     if (tryMove(loading, locked + MbWord::HOLD))
@@ -291,11 +290,10 @@ void MbBufferImp::failUnload()
 
 std::uint64_t MbBufferImp::tryMove(std::uint64_t from, std::uint64_t to)
 {
-    std::uint64_t word = _word.load(std::memory_order_relaxed);
+    std::uint64_t word = _word.load(Order::RELAXED);
     while (static_cast<std::uint32_t>(word) == from) {
         std::uint64_t const moved = word - from + to;
-        if (_word.compare_exchange_strong(word, moved, std::memory_order_seq_cst,
-                                          std::memory_order_acquire))
+        if (_word.compare_exchange_strong(word, moved, Order::ACQ_REL, Order::RELAXED))
             return moved;
     }
     return 0;
@@ -304,9 +302,9 @@ std::uint64_t MbBufferImp::tryMove(std::uint64_t from, std::uint64_t to)
 bool MbBufferImp::beginMove(std::uint64_t from, std::uint64_t to)
 {
     // In this mode no thread moves the buffer, and the manager's mutex keeps others from beginning.
-    if (static_cast<std::uint32_t>(_word.load(std::memory_order_relaxed)) != from)
+    if (static_cast<std::uint32_t>(_word.load(Order::RELAXED)) != from)
         return false;
-    _mover.store(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber(), std::memory_order_relaxed);
+    _mover.store(LkThreadId(LkThreadId::CURRENT_THREAD).getNumber(), Order::RELAXED);
     return tryMove(from, to) != 0;
 }
 
@@ -338,28 +336,28 @@ void MbBufferImp::open()
     opened |= static_cast<std::uint64_t>(_lockCount) * MbWord::HOLD;
 
     constexpr std::uint64_t KEPT = MbWord::IS_NOTED | (0 - REFERENCE);
-    std::uint64_t word = _word.load(std::memory_order_relaxed);
-    while (!_word.compare_exchange_strong(word, (word & KEPT) | opened, std::memory_order_seq_cst,
-                                          std::memory_order_acquire)) {
+    std::uint64_t word = _word.load(Order::RELAXED);
+    while (!_word.compare_exchange_strong(word, (word & KEPT) | opened, Order::ACQ_REL,
+                                          Order::RELAXED)) {
     }
 }
 
 /// Closes the word, and takes over what guards have done to it.
 void MbBufferImp::close()
 {
-    std::uint64_t word = _word.load(std::memory_order_relaxed);
+    std::uint64_t word = _word.load(Order::RELAXED);
     do {
         if (MbWord::isClosed(word))
             return;
-    } while (!_word.compare_exchange_strong(word, word | MbWord::CLOSED, std::memory_order_seq_cst,
-                                            std::memory_order_acquire));
+    } while (!_word.compare_exchange_strong(word, word | MbWord::CLOSED, Order::ACQ_REL,
+                                            Order::RELAXED));
 
     _state = stateOf(MbWord::modeOf(word));
     _lockCount = static_cast<std::int32_t>((word & MbWord::HOLDS) / MbWord::HOLD);
     if (MbWord::modeOf(word) == MbWord::BEING_UNLOCKED)
-        _transientStateOwner = LkThreadId(_unlocker.load(std::memory_order_relaxed));
+        _transientStateOwner = LkThreadId(_unlocker.load(Order::RELAXED));
     else if (MbWord::isBeingMoved(word))
-        _transientStateOwner = LkThreadId(_mover.load(std::memory_order_relaxed));
+        _transientStateOwner = LkThreadId(_mover.load(Order::RELAXED));
     if (MbWord::modeOf(word) != MbWord::LOADED && (word & MbWord::IN_STRATEGY) != 0)
         _manager->bufferNotUnloadable(this);
 }
@@ -376,7 +374,7 @@ void MbBufferImp::performFailed()
 
 bool MbBufferImp::isLoaded() const
 {
-    std::uint64_t const word = _word.load(std::memory_order_acquire);
+    std::uint64_t const word = _word.load(Order::ACQUIRE);
     if (!MbWord::isClosed(word))
         return MbWord::modeOf(word) <= MbWord::WR_LOCKED;
     LkGuard guard(_mutex);

@@ -160,15 +160,15 @@ private:
     /// What a reference adds to `_word`.
     static constexpr std::uint64_t REFERENCE = std::uint64_t{1} << 32;
 
-    void incReferenceCount() const { _word.fetch_add(REFERENCE, std::memory_order_seq_cst); }
+    void incReferenceCount() const { _word.fetch_add(REFERENCE, ZvPlatform::Order::RELAXED); }
     void decReferenceCount() const
     {
-        if (_word.fetch_sub(REFERENCE, std::memory_order_seq_cst) - REFERENCE < REFERENCE)
+        if (_word.fetch_sub(REFERENCE, ZvPlatform::Order::ACQ_REL) - REFERENCE < REFERENCE)
             const_cast<MbBufferImp *>(this)->destroy();
     }
     long getReferenceCount() const
     {
-        return static_cast<long>(_word.load(std::memory_order_acquire) / REFERENCE);
+        return static_cast<long>(_word.load(ZvPlatform::Order::ACQUIRE) / REFERENCE);
     }
     void destroy();
 
@@ -177,7 +177,7 @@ private:
     void open() ZV_REQUIRES(_mutex);
     void close() ZV_REQUIRES(_mutex);
     void finishUnlock(MbState const *former);
-    [[nodiscard]] bool tryUnlock();
+    [[nodiscard]] std::uint64_t tryUnlock();
     [[noreturn]] void throwIn(MbState const *former);
     /// Loads an unloaded buffer for a guard, and adds a reference. Returns false if the state must
     /// receive the event.

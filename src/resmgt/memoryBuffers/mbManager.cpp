@@ -1,5 +1,6 @@
 #include "resmgt/memoryBuffers/mbManager.h"
 
+#include "resmgt/dynamicAllocation/daSize.private.h"
 #include "resmgt/memoryBuffers/mbBufferImp.h"
 #include "resmgt/memoryBuffers/mbEx.h"
 #include "resmgt/memoryBuffers/mbUntoldUses.private.h"
@@ -176,6 +177,9 @@ bool MbPoolManager::mayBeToldLater(MbBufferImp const &buffer) const
 /// Reserves the buffer's place in the strategy first, so that its unlock cannot fail.
 bool MbPoolManager::tryAllocate(MbBufferImp *buffer)
 {
+    // A load has failed, and found the mutex abandoned when it was to give the region back.
+    if (buffer->getRegionStart() != 0) [[unlikely]]
+        releaseRegion(*buffer);
     _strategy->reserve(_nbRegions + 1);
     _untoldUses->reserve(_nbRegions + 1);
     if (!performAllocate(buffer))
@@ -283,7 +287,7 @@ bool MbHeapManager::performAllocate(MbBufferImp *buffer)
         ZV_THROW(MbEx::ExNotEnoughMemory, "Buffer size larger then maximum allocated bytes.");
     if (total > _maximum - _allocated)
         return false;
-    char * const memory = new (std::nothrow) char[total];
+    char * const memory = new (std::nothrow) char[toMemorySize(total)];
     if (!memory)
         ZV_THROW(MbEx::ExNotEnoughMemory, "Unable to allocate memory.");
     _allocated += total;

@@ -12,31 +12,30 @@ using namespace ZvPlatform;
 
 void MbUntoldUses::note(MbBufferImp *buffer)
 {
-    MbBufferImp *first = _noted.load(std::memory_order_relaxed);
+    MbBufferImp *first = _noted.load(Order::RELAXED);
     do {
         buffer->_nextNoted = first;
-    } while (!_noted.compare_exchange_strong(first, buffer, std::memory_order_seq_cst,
-                                             std::memory_order_acquire));
+    } while (!_noted.compare_exchange_strong(first, buffer, Order::RELEASE, Order::RELAXED));
 }
 
 std::uint64_t MbUntoldUses::tellTime(std::uint64_t former)
 {
-    if (former == _lastTime.load(std::memory_order_relaxed))
+    if (former == _lastTime.load(Order::RELAXED))
         return former;
-    return _lastTime.fetch_add(1, std::memory_order_seq_cst) + 1;
+    return _lastTime.fetch_add(1, Order::RELAXED) + 1;
 }
 
 void MbUntoldUses::tell(MbUnloadStrategy &strategy)
 {
-    if (!_noted.load(std::memory_order_relaxed)) [[likely]]
+    if (!_noted.load(Order::RELAXED)) [[likely]]
         return;
     _unlocked.clear();
-    for (MbBufferImp *next = _noted.exchange(nullptr, std::memory_order_seq_cst); next;) {
+    for (MbBufferImp *next = _noted.exchange(nullptr, Order::ACQUIRE); next;) {
         MbBufferImp &buffer = *next;
         // Read first: as soon as the bit is cleared, a guard may note the buffer again.
         next = buffer._nextNoted;
         if (takeNote(buffer))
-            _unlocked.push_back({buffer._lastUse.load(std::memory_order_relaxed), &buffer});
+            _unlocked.push_back({buffer._lastUse.load(Order::RELAXED), &buffer});
         else
             strategy.removeBuffer(&buffer);
     }
@@ -52,13 +51,12 @@ void MbUntoldUses::tell(MbUnloadStrategy &strategy)
 /// manager.
 bool MbUntoldUses::takeNote(MbBufferImp &buffer)
 {
-    std::uint64_t word = buffer._word.load(std::memory_order_relaxed);
+    std::uint64_t word = buffer._word.load(Order::RELAXED);
     std::uint64_t taken;
     do {
         bool const isUnlocked = MbWord::modeOf(word) == MbWord::LOADED;
         taken = word & ~(isUnlocked ? MbWord::IS_NOTED : MbWord::IS_NOTED | MbWord::IN_STRATEGY);
-    } while (!buffer._word.compare_exchange_strong(word, taken, std::memory_order_seq_cst,
-                                                   std::memory_order_acquire));
+    } while (!buffer._word.compare_exchange_strong(word, taken, Order::ACQ_REL, Order::RELAXED));
     return MbWord::modeOf(taken) == MbWord::LOADED;
 }
 

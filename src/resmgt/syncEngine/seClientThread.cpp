@@ -45,12 +45,12 @@ void SeClientThread::performDetach(MtThread *)
 
 void SeClientThread::performStop(MtThread *)
 {
-    _stopRequested.store(true, std::memory_order_release);
+    _stopRequested.store(true, ZvPlatform::Order::RELEASE);
 }
 
 bool SeClientThread::isStopRequested() const
 {
-    return _stopRequested.load(std::memory_order_acquire);
+    return _stopRequested.load(ZvPlatform::Order::ACQUIRE);
 }
 
 void SeClientThread::performStart() {}
@@ -71,7 +71,7 @@ void SeClientThread::setupNoLock(Priority *generator, LkMutex *lock, LkPulse *co
     _condition = condition;
     _count = count;
     _divisor = divisor;
-    _stopRequested.store(false, std::memory_order_release);
+    _stopRequested.store(false, ZvPlatform::Order::RELAXED);
     _generatorRelation = relation;
 }
 

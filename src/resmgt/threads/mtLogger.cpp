@@ -73,10 +73,10 @@ void MtLogger::startLogger()
     ObjPtr<LgRegistry> registry(new Registry);
     _state = new State;
     try {
-        _running.store(true, std::memory_order_release);
+        _running.store(true, ZvPlatform::Order::RELAXED);
         _state->_formerRegistry = LgLog::setRegistry(registry);
         LgLog::setQueueFunction(&getThreadQueue);
-        _run.store(++_nbRuns, std::memory_order_release);
+        _run.store(++_nbRuns, ZvPlatform::Order::RELEASE);
         _state->_reader.reset(new LgReader);
         _state->_thread = MtThreadFactory::getInstance().createThread(
             "Log_Reader_Thread", ObjPtr<MtThreadProtocol>(new ReaderThread));
@@ -114,7 +114,7 @@ FirstFailure MtLogger::dismantle()
     failure.attempt([] { _state->_loggerPriority.reset(); });
     failure.attempt([] { _state->_thread.reset(); });
     failure.attempt([] { _state->_reader.reset(); });
-    _run.store(0u, std::memory_order_release);
+    _run.store(0u, ZvPlatform::Order::RELEASE);
     LgLog::setQueueFunction(nullptr);
     failure.attempt([] { exitThread(); });
     ObjPtr<State> const state(std::exchange(_state, nullptr));
@@ -135,7 +135,7 @@ LgQueue *MtLogger::enterThread()
 
 unsigned MtLogger::getRun()
 {
-    return _run.load(std::memory_order_acquire);
+    return _run.load(ZvPlatform::Order::ACQUIRE);
 }
 
 void MtLogger::exitThread()
@@ -243,7 +243,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
     {
         LgQueue::SuppressGuard const suppressOwnLines(*queue);
         std::uint8_t idle = 0;
-        while (_running.load(std::memory_order_acquire)) {
+        while (_running.load(ZvPlatform::Order::ACQUIRE)) {
             if (flushEarliest(reader)) {
                 while (flushEarliest(reader)) {
                 }
@@ -265,7 +265,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
 
 void MtLogger::ReaderThread::performStop(MtThread *)
 {
-    _running.store(false, std::memory_order_release);
+    _running.store(false, ZvPlatform::Order::RELEASE);
     _state->_stopped.set();
 }
 

@@ -42,7 +42,7 @@ void MtThread::setProcessorNb(int)
 
 bool MtThread::canStart() const
 {
-    return _canStart.load(std::memory_order_acquire);
+    return _canStart.load(ZvPlatform::Order::RELAXED);
 }
 
 void MtThread::freeSpecificData()
@@ -52,7 +52,7 @@ void MtThread::freeSpecificData()
 
 void MtThread::allowStart()
 {
-    _canStart.store(true, std::memory_order_release);
+    _canStart.store(true, ZvPlatform::Order::RELAXED);
 }
 
 } // namespace Zv

@@ -181,7 +181,7 @@ MtThreadWindows::MtThreadWindows(LiString const &name, ObjPtr<MtThreadProtocol> 
     } catch (...) {
         if (isAdded)
             _threadMgr->removeThread(this);
-        if (_isRunning.load(std::memory_order_relaxed))
+        if (_isRunning.load(ZvPlatform::Order::RELAXED))
             disownCallingThread();
         throw;
     }
@@ -214,7 +214,7 @@ void MtThreadWindows::finish()
 
 void MtThreadWindows::adoptCallingThread()
 {
-    bool const first = isFirst.exchange(false, std::memory_order_seq_cst);
+    bool const first = isFirst.exchange(false, ZvPlatform::Order::RELAXED);
     ZV_ASSERT(first);
     try {
         HANDLE const threadHandle = ::GetCurrentThread();
@@ -225,9 +225,9 @@ void MtThreadWindows::adoptCallingThread()
         ZV_SYS_ASSERT(::DuplicateHandle( processHandle, threadHandle, processHandle, &_threadHandle, 0, FALSE, DUPLICATE_SAME_ACCESS ));
         _threadId = ::GetCurrentThreadId();
         _priorityValue = _ownPriorityValue = ::GetThreadPriority(_threadHandle);
-        _isRunning.store(true, std::memory_order_release);
+        _isRunning.store(true, ZvPlatform::Order::RELAXED);
     } catch (...) {
-        isFirst.exchange(true, std::memory_order_seq_cst);
+        isFirst.exchange(true, ZvPlatform::Order::RELAXED);
         throw;
     }
 }
@@ -237,7 +237,7 @@ void MtThreadWindows::disownCallingThread()
 {
     StateGuard const state(_stateLock);
     ::CloseHandle(_threadHandle);
-    isFirst.exchange(true, std::memory_order_seq_cst);
+    isFirst.exchange(true, ZvPlatform::Order::RELAXED);
 }
 
 void MtThreadWindows::start()
@@ -287,7 +287,7 @@ void MtThreadWindows::enterRunning(HANDLE threadHandle, ZvPlatform::ThreadNumber
         StateGuard state(_stateLock);
         _threadHandle = threadHandle;
         _threadId = threadId;
-        _isRunning.store(true, std::memory_order_release);
+        _isRunning.store(true, ZvPlatform::Order::RELAXED);
         ++_runNb;
         applyPriorityValue(state);
     }
@@ -307,7 +307,7 @@ ObjPtrRet<ExBase> MtThreadWindows::leaveRunning(Run const &run)
         StateGuard const state(_stateLock);
         if (!isRunningNoLock() || _runNb != run.number)
             return nullptr;
-        _isRunning.store(false, std::memory_order_release);
+        _isRunning.store(false, ZvPlatform::Order::RELEASE);
         _threadHandle = nullptr;
         _threadId = 0;
         exception.swap(_exception);
@@ -451,13 +451,13 @@ void MtThreadWindows::exitLogQueue()
 bool MtThreadWindows::terminate()
 {
     Cancelling expected = Cancelling::ALLOWED;
-    if (!_cancelling.compare_exchange_strong(expected, Cancelling::BEGUN, std::memory_order_seq_cst,
-                                             std::memory_order_acquire))
+    if (!_cancelling.compare_exchange_strong(
+            expected, Cancelling::BEGUN, ZvPlatform::Order::RELAXED, ZvPlatform::Order::RELAXED))
         return false;
     bool const isKilled = ::TerminateThread(getRun().handle, 0);
     int const error = static_cast<int>(::GetLastError());
     _cancelling.store(isKilled ? Cancelling::FORBIDDEN : Cancelling::ALLOWED,
-                      std::memory_order_release);
+                      ZvPlatform::Order::RELAXED);
     if (!isKilled)
         Assertions::throwSysAssertionFailed(__FILE__, __LINE__,
                                             "::TerminateThread( _threadHandle, 0 )", error);
@@ -490,13 +490,13 @@ bool MtThreadWindows::isRunning() const
 
 bool MtThreadWindows::isRunningNoLock() const
 {
-    return _isRunning.load(std::memory_order_acquire);
+    return _isRunning.load(ZvPlatform::Order::ACQUIRE);
 }
 
 bool MtThreadWindows::isCancelable() const
 {
     ZV_ASSERT(isRunning());
-    return _cancelling.load(std::memory_order_acquire) == Cancelling::ALLOWED;
+    return _cancelling.load(ZvPlatform::Order::RELAXED) == Cancelling::ALLOWED;
 }
 
 LiString MtThreadWindows::getName() const
@@ -551,8 +551,8 @@ bool MtThreadWindows::setCancelable(bool cancelable, bool check)
     Cancelling expected = cancelable ? Cancelling::FORBIDDEN : Cancelling::ALLOWED;
     Cancelling const desired = cancelable ? Cancelling::ALLOWED : Cancelling::FORBIDDEN;
     Cancelling const former = expected;
-    while (!_cancelling.compare_exchange_strong(expected, desired, std::memory_order_seq_cst,
-                                                std::memory_order_acquire)) {
+    while (!_cancelling.compare_exchange_strong(expected, desired, ZvPlatform::Order::RELAXED,
+                                                ZvPlatform::Order::RELAXED)) {
         if (expected != Cancelling::BEGUN)
             return false;
         // Must not return while the thread is being killed. Waits for the kill, or for the system's

@@ -310,7 +310,7 @@ void PriorityMgr::updateNoLock()
 void PriorityMgr::performUpdate()
 {
     Guard guard(_lock);
-    if (_isRenamed.exchange(false, std::memory_order_seq_cst) || _nbStrays)
+    if (_isRenamed.exchange(false, ZvPlatform::Order::ACQUIRE) || _nbStrays)
         _solver->distrust();
     if (!_nbStrays && _solver->solve(getPriosNoLock())) {
         _invalidRelation = nullptr;
@@ -435,17 +435,17 @@ char const *PriorityMgr::errorToString(Error error)
 
 void PriorityMgr::enableTracing(bool isEnabled)
 {
-    _isTracing.store(isEnabled, std::memory_order_relaxed);
+    _isTracing.store(isEnabled, ZvPlatform::Order::RELAXED);
 }
 
 bool PriorityMgr::isTracingEnabled() const
 {
-    return _isTracing.load(std::memory_order_relaxed);
+    return _isTracing.load(ZvPlatform::Order::RELAXED);
 }
 
 void PriorityMgr::renamed()
 {
-    _isRenamed.store(true, std::memory_order_release);
+    _isRenamed.store(true, ZvPlatform::Order::RELEASE);
 }
 
 std::uint64_t PriorityMgr::nextSearch()

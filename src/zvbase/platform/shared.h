@@ -1,32 +1,63 @@
 // Word that threads share without a lock (extenders).
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <cstring>
 #include <type_traits>
 
 namespace ZvPlatform {
+
+/// Memory order of an operation on a shared word. The meanings are those of `std::memory_order`,
+/// whose header takes a compiler longer than this one.
+enum class Order : int
+{
+    RELAXED = __ATOMIC_RELAXED,
+    ACQUIRE = __ATOMIC_ACQUIRE,
+    RELEASE = __ATOMIC_RELEASE,
+    ACQ_REL = __ATOMIC_ACQ_REL,
+    SEQ_CST = __ATOMIC_SEQ_CST
+};
 
 #ifdef ZV_PLATFORM_SIMULATED
 /// What the scheduler and its memory model do in each operation on a shared word. Values are the
 /// bytes of the word, extended by zeros.
 namespace Simulated {
 #pragma GCC visibility push(default)
-/// Lets the scheduler switch to another thread before an operation.
-void reachShared(char const *operation, void const *word);
+/// Memory order, and the place in the source that names it.
+struct PlacedOrder
+{
+    constexpr PlacedOrder(Order named, char const *itsFile = __builtin_FILE(),
+                          unsigned itsLine = __builtin_LINE()) noexcept
+        : order(named), file(itsFile), line(itsLine)
+    {}
+    constexpr operator Order() const noexcept { return order; }
+
+    Order order;
+    char const *file;
+    unsigned line;
+};
+
+/// Lets the scheduler switch to another thread before an operation. Returns the order of the
+/// operation, which is weaker than the named one if the run weakens this place.
+Order reachShared(char const *operation, void const *word, Order, char const *file, unsigned line);
+/// Returns the order of a compare-exchange that fails.
+Order reachFailure(Order, char const *file, unsigned line);
 void constructShared(void const *word, std::uint64_t value);
 /// Returns the value that is read, which may be older than the newest.
-std::uint64_t loadShared(void const *word, std::uint64_t newest, std::memory_order);
-void storeShared(void const *word, std::uint64_t former, std::uint64_t value, std::memory_order);
-void changeShared(void const *word, std::uint64_t former, std::uint64_t value, std::memory_order);
+std::uint64_t loadShared(void const *word, std::uint64_t newest, Order);
+void storeShared(void const *word, std::uint64_t former, std::uint64_t value, Order);
+void changeShared(void const *word, std::uint64_t former, std::uint64_t value, Order);
 /// Returns whether a compare-exchange fails. `value` is the newest value, and becomes the one that
 /// was read.
 bool refuseShared(void const *word, std::uint64_t &value, std::uint64_t expected, bool isWeak,
-                  std::memory_order failure);
-void fenceShared(std::memory_order);
+                  Order failure);
+void fenceShared(Order);
 #pragma GCC visibility pop
 } // namespace Simulated
+
+using Simulated::PlacedOrder;
+#else
+/// Memory order of an operation. If the services are simulated, it also knows its place.
+using PlacedOrder = Order;
 #endif
 
 /// A word that threads read and write without a lock.
@@ -34,8 +65,8 @@ void fenceShared(std::memory_order);
 ///     #include <zvbase/platform/shared.h>
 ///
 ///     ZvPlatform::Shared<long> nbBeats(0);
-///     nbBeats.fetch_add(1, std::memory_order_relaxed);
-///     std::cout << nbBeats.load(std::memory_order_relaxed) << " beats\n";
+///     nbBeats.fetch_add(1, ZvPlatform::Order::RELAXED);
+///     std::cout << nbBeats.load(ZvPlatform::Order::RELAXED) << " beats\n";
 ///
 /// The operations are those of the standard atomic types, with the same code and the same meaning,
 /// but each of them needs a memory order, and there is no conversion to or from `T`. So each access
@@ -67,115 +98,126 @@ public:
     Shared &operator=(Shared const &) = delete;
 
     /// Returns the value of the word.
-    [[nodiscard]] T load(std::memory_order order) const noexcept
+    [[nodiscard]] T load(PlacedOrder order) const noexcept
     {
-        reach("load");
+        Order const followed = reach("load", order);
         T value;
-        __atomic_load(&_value, &value, static_cast<int>(order));
-        return choose(value, order);
+        __atomic_load(&_value, &value, toInt(order));
+        return choose(value, followed);
     }
 
     /// Sets the word to `value`.
-    void store(T value, std::memory_order order) noexcept
+    void store(T value, PlacedOrder order) noexcept
     {
-        reach("store");
-        announce(value, order);
-        __atomic_store(&_value, &value, static_cast<int>(order));
+        announce(value, reach("store", order));
+        __atomic_store(&_value, &value, toInt(order));
     }
 
     /// Stores `value` and returns the former value.
-    T exchange(T value, std::memory_order order) noexcept
+    T exchange(T value, PlacedOrder order) noexcept
     {
-        reach("exchange");
+        Order const followed = reach("exchange", order);
         T former;
-        __atomic_exchange(&_value, &value, &former, static_cast<int>(order));
-        return noteChange(former, order);
+        __atomic_exchange(&_value, &value, &former, toInt(order));
+        return noteChange(former, followed);
     }
 
     /// Stores `desired` if the word equals `expected`, and returns true. Otherwise sets `expected`
     /// to the value of the word and returns false.
-    bool compare_exchange_strong(T &expected, T desired, std::memory_order order,
-                                 std::memory_order failure) noexcept
+    bool compare_exchange_strong(T &expected, T desired, PlacedOrder order,
+                                 PlacedOrder failure) noexcept
     {
-        return compareExchange(expected, desired, false, order, failure);
+        Order const followed = reach("compare_exchange", order);
+        return compareExchange(expected, desired, false, order, failure, followed,
+                               reachFailure(failure));
     }
 
     /// Does what the other form does. If the comparison fails, the order is `order` without the
     /// release.
-    bool compare_exchange_strong(T &expected, T desired, std::memory_order order) noexcept
+    bool compare_exchange_strong(T &expected, T desired, PlacedOrder order) noexcept
     {
-        return compareExchange(expected, desired, false, order, withoutRelease(order));
+        Order const followed = reach("compare_exchange", order);
+        return compareExchange(expected, desired, false, order, withoutRelease(order), followed,
+                               withoutRelease(followed));
     }
 
     /// Does what `compare_exchange_strong` does, but may also return false if the word equals
     /// `expected`. Call it in a loop.
-    bool compare_exchange_weak(T &expected, T desired, std::memory_order order,
-                               std::memory_order failure) noexcept
+    bool compare_exchange_weak(T &expected, T desired, PlacedOrder order,
+                               PlacedOrder failure) noexcept
     {
-        return compareExchange(expected, desired, true, order, failure);
+        Order const followed = reach("compare_exchange", order);
+        return compareExchange(expected, desired, true, order, failure, followed,
+                               reachFailure(failure));
     }
 
     /// Does what the other form does. If the comparison fails, the order is `order` without the
     /// release.
-    bool compare_exchange_weak(T &expected, T desired, std::memory_order order) noexcept
+    bool compare_exchange_weak(T &expected, T desired, PlacedOrder order) noexcept
     {
-        return compareExchange(expected, desired, true, order, withoutRelease(order));
+        Order const followed = reach("compare_exchange", order);
+        return compareExchange(expected, desired, true, order, withoutRelease(order), followed,
+                               withoutRelease(followed));
     }
 
     /// Adds `amount` to the word, and returns its former value.
-    T fetch_add(T amount, std::memory_order order) noexcept requires IS_NUMBER
+    T fetch_add(T amount, PlacedOrder order) noexcept requires IS_NUMBER
     {
-        reach("fetch_add");
-        return noteChange(__atomic_fetch_add(&_value, amount, static_cast<int>(order)), order);
+        Order const followed = reach("fetch_add", order);
+        return noteChange(__atomic_fetch_add(&_value, amount, toInt(order)), followed);
     }
 
     /// Subtracts `amount` from the word, and returns its former value.
-    T fetch_sub(T amount, std::memory_order order) noexcept requires IS_NUMBER
+    T fetch_sub(T amount, PlacedOrder order) noexcept requires IS_NUMBER
     {
-        reach("fetch_sub");
-        return noteChange(__atomic_fetch_sub(&_value, amount, static_cast<int>(order)), order);
+        Order const followed = reach("fetch_sub", order);
+        return noteChange(__atomic_fetch_sub(&_value, amount, toInt(order)), followed);
     }
 
     /// Sets the bits of `bits` in the word, and returns its former value.
-    T fetch_or(T bits, std::memory_order order) noexcept requires IS_NUMBER
+    T fetch_or(T bits, PlacedOrder order) noexcept requires IS_NUMBER
     {
-        reach("fetch_or");
-        return noteChange(__atomic_fetch_or(&_value, bits, static_cast<int>(order)), order);
+        Order const followed = reach("fetch_or", order);
+        return noteChange(__atomic_fetch_or(&_value, bits, toInt(order)), followed);
     }
 
     /// Keeps only the bits of `bits` in the word, and returns its former value.
-    T fetch_and(T bits, std::memory_order order) noexcept requires IS_NUMBER
+    T fetch_and(T bits, PlacedOrder order) noexcept requires IS_NUMBER
     {
-        reach("fetch_and");
-        return noteChange(__atomic_fetch_and(&_value, bits, static_cast<int>(order)), order);
+        Order const followed = reach("fetch_and", order);
+        return noteChange(__atomic_fetch_and(&_value, bits, toInt(order)), followed);
     }
 
     /// Inverts the bits of `bits` in the word, and returns its former value.
-    T fetch_xor(T bits, std::memory_order order) noexcept requires IS_NUMBER
+    T fetch_xor(T bits, PlacedOrder order) noexcept requires IS_NUMBER
     {
-        reach("fetch_xor");
-        return noteChange(__atomic_fetch_xor(&_value, bits, static_cast<int>(order)), order);
+        Order const followed = reach("fetch_xor", order);
+        return noteChange(__atomic_fetch_xor(&_value, bits, toInt(order)), followed);
     }
 
 private:
-    static constexpr std::memory_order withoutRelease(std::memory_order order)
+    static constexpr Order withoutRelease(Order order)
     {
-        return order == std::memory_order_acq_rel   ? std::memory_order_acquire
-               : order == std::memory_order_release ? std::memory_order_relaxed
-                                                    : order;
+        return order == Order::ACQ_REL   ? Order::ACQUIRE
+               : order == Order::RELEASE ? Order::RELAXED
+                                         : order;
     }
 
-    bool compareExchange(T &expected, T desired, bool isWeak, std::memory_order order,
-                         std::memory_order failure) noexcept
+    static constexpr int toInt(Order order)
     {
-        reach("compare_exchange");
-        if (isRefused(expected, isWeak, failure))
+        return static_cast<int>(order);
+    }
+
+    /// The last two orders are those that the simulation follows.
+    bool compareExchange(T &expected, T desired, bool isWeak, Order order, Order failure,
+                         Order followed, Order followedFailure) noexcept
+    {
+        if (isRefused(expected, isWeak, failure, followedFailure))
             return false;
-        bool const isDone =
-            __atomic_compare_exchange(&_value, &expected, &desired, isWeak, static_cast<int>(order),
-                                      static_cast<int>(failure));
+        bool const isDone = __atomic_compare_exchange(&_value, &expected, &desired, isWeak,
+                                                      toInt(order), toInt(failure));
         if (isDone)
-            noteChange(expected, order);
+            noteChange(expected, followed);
         return isDone;
     }
 
@@ -184,61 +226,72 @@ private:
     static std::uint64_t toBits(T const &value)
     {
         std::uint64_t bits = 0;
-        std::memcpy(&bits, &value, sizeof value);
+        __builtin_memcpy(&bits, &value, sizeof value);
         return bits;
     }
 
     static T fromBits(std::uint64_t bits)
     {
         T value;
-        std::memcpy(static_cast<void *>(&value), &bits, sizeof value);
+        __builtin_memcpy(static_cast<void *>(&value), &bits, sizeof value);
         return value;
     }
 
-    std::uint64_t getNewest(std::memory_order order = std::memory_order_relaxed) const
+    std::uint64_t getNewest(Order order = Order::RELAXED) const
     {
         T value;
-        __atomic_load(&_value, &value, static_cast<int>(order));
+        __atomic_load(&_value, &value, toInt(order));
         return toBits(value);
     }
 
-    void reach(char const *operation) const
+    Order reach(char const *operation, PlacedOrder order) const
     {
-        Simulated::reachShared(operation, this);
+        return Simulated::reachShared(operation, this, order.order, order.file, order.line);
     }
-    T choose(T newest, std::memory_order order) const
+    static Order reachFailure(PlacedOrder order)
+    {
+        return Simulated::reachFailure(order.order, order.file, order.line);
+    }
+    T choose(T newest, Order order) const
     {
         return fromBits(Simulated::loadShared(this, toBits(newest), order));
     }
-    void announce(T value, std::memory_order order)
+    void announce(T value, Order order)
     {
         Simulated::storeShared(this, getNewest(), toBits(value), order);
     }
-    T noteChange(T former, std::memory_order order)
+    T noteChange(T former, Order order)
     {
         Simulated::changeShared(this, toBits(former), getNewest(), order);
         return former;
     }
-    bool isRefused(T &expected, bool isWeak, std::memory_order failure)
+    bool isRefused(T &expected, bool isWeak, Order failure, Order followed)
     {
         std::uint64_t value = getNewest(failure);
-        if (!Simulated::refuseShared(this, value, toBits(expected), isWeak, failure))
+        if (!Simulated::refuseShared(this, value, toBits(expected), isWeak, followed))
             return false;
         expected = fromBits(value);
         return true;
     }
 #else
-    void reach(char const *) const {}
-    static T choose(T newest, std::memory_order)
+    static constexpr Order reach(char const *, Order order)
+    {
+        return order;
+    }
+    static constexpr Order reachFailure(Order order)
+    {
+        return order;
+    }
+    static T choose(T newest, Order)
     {
         return newest;
     }
-    void announce(T, std::memory_order) {}
-    static T noteChange(T former, std::memory_order)
+    void announce(T, Order) {}
+    static T noteChange(T former, Order)
     {
         return former;
     }
-    static bool isRefused(T &, bool, std::memory_order)
+    static bool isRefused(T &, bool, Order, Order)
     {
         return false;
     }
@@ -248,11 +301,12 @@ private:
 };
 
 /// Orders what the calling thread does before and after it.
-inline void fence(std::memory_order order) noexcept
+inline void fence(PlacedOrder placed) noexcept
 {
+    Order const order = placed;
 #ifdef ZV_PLATFORM_SIMULATED
-    Simulated::reachShared("fence", nullptr);
-    Simulated::fenceShared(order);
+    Simulated::fenceShared(
+        Simulated::reachShared("fence", nullptr, order, placed.file, placed.line));
 #endif
 #ifdef __SANITIZE_THREAD__
     // The thread sanitizer does not know fences. All operations on one word order at least as much.

@@ -44,6 +44,8 @@ expect(1 "${report}" ${program} --test TwoOrders)
 string(REGEX MATCH "--replay '([^']+)'" schedule "${printed}")
 expect(0 "takeBoth [^\n]*deadlock.cpp:11.*\ndeadlock" ${program} --replay ${CMAKE_MATCH_1})
 expect(0 "OneOrder .* nothing" ${program} --test OneOrder --check --schedules 10 --seed 5)
+# The last line counts the schedules of both programs, each of which has two runs of each seed.
+expect(0 "\n40 schedules, [1-9][0-9]* steps, [1-9][0-9]* steps/s\n$" ${program} --test i --check --schedules 10)
 
 expect(0 "usage: " ${program} --help)
 expect(2 "unknown option --other" ${program} --other)

@@ -7,7 +7,6 @@
 #include "zvbase/trace.h"
 
 #include <algorithm>
-#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -17,17 +16,10 @@ namespace {
 
 TraceLevel const &traceLevel = *Trace::registerLevel("DevSeqSupervisor", __FILE__);
 
-constexpr double NEVER = std::numeric_limits<double>::infinity();
-
 constexpr char const *STEP_NAMES[] = {"",     "start", "sync",       "recover",
                                       "stop", "abort", "getLatency", "getMark"};
 constexpr char const *STATE_NAMES[] = {"init", "start",   "wsr", "ready", "wml",   "sync",
                                        "lock", "recover", "wss", "stop",  "abort", "final"};
-
-double now()
-{
-    return DevSeqWaiters::now();
-}
 
 DevSMTable const &getTable()
 {
@@ -56,8 +48,8 @@ DevSeqRecord::DevSeqRecord(DevSeqWaiters &waiters)
     : _waiters(waiters),
       _noReason("There is no memory for the reason."),
       _failedState(getTable().getState("_exc")),
-      _stopEnd(NEVER),
-      _abortSeconds(NEVER)
+      _stopEnd(DevSeqWaiters::NEVER),
+      _abortSeconds(DevSeqWaiters::NEVER)
 {
     for (std::int32_t state = INIT_STATE; state <= FINAL_STATE; ++state)
         ZV_ASSERT(getTable().getStateName(state) == STATE_NAMES[state]);
@@ -93,7 +85,7 @@ DevSeqStatus DevSeqRecord::makeStatus() const
 {
     DevSeqStatus status;
     status.phase = _phase;
-    status.moment = _phase == Phase::ENDED ? _endMoment : now();
+    status.moment = _phase == Phase::ENDED ? _endMoment : DevSeqWaiters::now();
     status.failure = _failure;
     status.devices.reserve(_devices.size());
     for (Device const &device : _devices) {
@@ -138,7 +130,7 @@ void DevSeqRecord::stop()
 void DevSeqRecord::beginAbort()
 {
     _phase = Phase::ABORTING;
-    _abortBegin = now();
+    _abortBegin = DevSeqWaiters::now();
     _abortEnd = _abortBegin + _abortSeconds;
     for (Device &device : _devices)
         endAnswered(device);
@@ -151,7 +143,7 @@ void DevSeqRecord::beginAbort()
 void DevSeqRecord::finish()
 {
     _phase = Phase::ENDED;
-    _endMoment = now();
+    _endMoment = DevSeqWaiters::now();
     for (Device &device : _devices)
         end(device, device.hasFailed ? End::FAILED : End::NO_ANSWER);
     _waiters.wakeRunner();
@@ -167,10 +159,10 @@ void DevSeqRecord::failAsWhole(std::exception_ptr const &failure)
 
 void DevSeqRecord::shortenLimits(double seconds, double abortSeconds)
 {
-    _stopEnd = std::min(_stopEnd, now() + seconds);
+    _stopEnd = std::min(_stopEnd, DevSeqWaiters::now() + seconds);
     _abortSeconds = std::min(_abortSeconds, abortSeconds);
     if (_phase == Phase::ABORTING) {
-        _abortEnd = std::min(_abortEnd, now() + seconds + abortSeconds);
+        _abortEnd = std::min(_abortEnd, DevSeqWaiters::now() + seconds + abortSeconds);
         _waiters.wakeRunner(); // the turns of the devices are earlier now
     }
 }
@@ -196,7 +188,7 @@ void DevSeqRecord::beginCall(std::size_t number, Step step)
         _waiters.wakeClients();
     }
     device.call = step;
-    device.callSince = now();
+    device.callSince = DevSeqWaiters::now();
     if (isStep) {
         ++device.serial;
         device.step = step;
@@ -242,7 +234,7 @@ bool DevSeqRecord::answer(std::size_t number, std::uint32_t serial)
         return false;
     }
     device.isAnswered = true;
-    device.took[device.step] = now() - device.stepSince;
+    device.took[device.step] = DevSeqWaiters::now() - device.stepSince;
     device.hasTaken[device.step] = true;
     if (_phase == Phase::ABORTING)
         endAnswered(device);
@@ -345,7 +337,7 @@ void DevSeqRecord::setState(Device &device, std::int32_t state)
     _nbLocked -= device.isLocked() ? 1 : 0;
     device.state = state;
     _nbLocked += device.isLocked() ? 1 : 0;
-    device.stateSince = now();
+    device.stateSince = DevSeqWaiters::now();
     if (areLocked())
         _waiters.wakeClients();
 }

@@ -10,6 +10,7 @@
 #include "zvbase/objPtr.h"
 
 #include <cstddef>
+#include <limits>
 
 namespace Zv {
 
@@ -23,6 +24,9 @@ public:
 
     /// The longest single wait, in seconds. The thread then looks at the clock and waits again.
     static constexpr double LONGEST_WAIT = 10'000;
+
+    /// Moment that no clock reaches.
+    static constexpr double NEVER = std::numeric_limits<double>::infinity();
 
     DevSeqWaiters();
 

@@ -10,20 +10,13 @@
 #include "zvbase/traceCaught.private.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 namespace Zv {
 
 namespace {
 
-constexpr double NEVER = std::numeric_limits<double>::infinity();
 constexpr double LONGEST_LIMIT = 1e9; // about 30 years
-
-double now()
-{
-    return DevSeqWaiters::now();
-}
 
 double checkedLimit(double seconds)
 {
@@ -141,7 +134,7 @@ void DevSeqSupervision::close()
         Guard const guard(_lock);
         isOnRunner = _runner.isCurrentThread();
         limit = _endLimit;
-        end = now() + limit;
+        end = DevSeqWaiters::now() + limit;
         phase = _record.getPhase();
     }
     if (!isOnRunner && phase != Phase::IDLE)
@@ -153,7 +146,8 @@ void DevSeqSupervision::close()
         _isClosing = true;
         _waiters.wakeRunner();
         // A runner that is not busy ends at once.
-        while (!isOnRunner && !_runner.hasLeft() && (!_runner.isBusy() || now() < end))
+        while (!isOnRunner && !_runner.hasLeft() &&
+               (!_runner.isBusy() || DevSeqWaiters::now() < end))
             _waiters.waitForChange(guard, end);
         hasLeft = _runner.hasLeft();
         if (!hasLeft)
@@ -179,14 +173,14 @@ bool DevSeqSupervision::waitLocked(double seconds)
 {
     Guard const guard(_lock);
     checkWaiting("waitLocked");
-    double const end = now() + checkedLimit(seconds);
+    double const end = DevSeqWaiters::now() + checkedLimit(seconds);
     for (;;) {
         if (_record.getPhase() == Phase::IDLE || _isEndWanted)
             ZV_THROW(DevMgrEx::SeqIllegalCall, "waitLocked", whyNot(_record.getPhase()));
         _record.checkLockable();
         if (_record.areLocked())
             return true;
-        if (now() >= end)
+        if (DevSeqWaiters::now() >= end)
             return false;
         _waiters.waitForChange(guard, end);
     }
@@ -208,9 +202,9 @@ bool DevSeqSupervision::wait(double seconds)
 {
     Guard const guard(_lock);
     checkWaiting("wait");
-    double const end = now() + checkedLimit(seconds);
+    double const end = DevSeqWaiters::now() + checkedLimit(seconds);
     while (_record.getPhase() != Phase::ENDED) {
-        if (now() >= end)
+        if (DevSeqWaiters::now() >= end)
             return false;
         _waiters.waitForChange(guard, end);
     }
@@ -277,7 +271,7 @@ void DevSeqSupervision::conclude(char const *call, double seconds, double abortS
 unsigned DevSeqSupervision::waitForEnd(Guard const &guard)
 {
     while (_record.getPhase() != Phase::ENDED) {
-        double const time = now();
+        double const time = DevSeqWaiters::now();
         if (_record.getPhase() == Phase::STOPPING && time >= _record.getStopEnd())
             _record.beginAbort();
         if (_record.getPhase() == Phase::STOPPING) {
@@ -303,7 +297,7 @@ unsigned DevSeqSupervision::waitForEnd(Guard const &guard)
 double DevSeqSupervision::getReplacement() const
 {
     if (!_runner.isBusy() || _isReplacing)
-        return NEVER;
+        return DevSeqWaiters::NEVER;
     double const begin = _record.getAbortBegin();
     double const patience =
         (_record.getAbortEnd() - begin) / (2.0 * static_cast<double>(_record.getNbDevices() + 1));
@@ -429,7 +423,7 @@ bool DevSeqSupervision::next(unsigned number, DevSeqTask &task)
 {
     Guard const guard(_lock);
     while (_runner.isPresent(number)) {
-        double until = now() + DevSeqWaiters::LONGEST_WAIT;
+        double until = DevSeqWaiters::now() + DevSeqWaiters::LONGEST_WAIT;
         if (_plan.getNext(until, task)) {
             _runner.setBusy();
             if (_record.getPhase() == Phase::ABORTING)

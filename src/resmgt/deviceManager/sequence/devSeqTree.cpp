@@ -172,12 +172,12 @@ public:
         if (_outer)
             return;
         _current = &replaced;
-        _deliverer.store(threadNumber(), std::memory_order_release);
+        _deliverer.store(threadNumber(), ZvPlatform::Order::RELAXED);
     }
     ~Turn()
     {
         if (!_outer)
-            _deliverer.store(NO_THREAD, std::memory_order_release);
+            _deliverer.store(NO_THREAD, ZvPlatform::Order::RELAXED);
         _current = _outer;
     }
     Turn(Turn const &) = delete;
@@ -415,7 +415,7 @@ void DevSeqTree::setObserver(RCShdPtr<DevSeqObserver> const &observer)
 
 bool DevSeqTree::isDelivering() const
 {
-    return _deliverer.load(std::memory_order_acquire) == threadNumber();
+    return _deliverer.load(ZvPlatform::Order::RELAXED) == threadNumber();
 }
 
 void DevSeqTree::wait() ZV_NO_THREAD_SAFETY_ANALYSIS // changes of the tree take both locks

@@ -74,7 +74,7 @@ void DevSeqTreeNodeUtil::sendToChildren(std::int32_t event)
 
 void DevSeqTreeNodeUtil::postDone()
 {
-    _hasEnded.store(true, std::memory_order_release);
+    _hasEnded.store(true, ZvPlatform::Order::RELEASE);
     _done.post();
 }
 
@@ -86,7 +86,7 @@ void DevSeqTreeNodeUtil::waitDone()
 
 bool DevSeqTreeNodeUtil::hasEnded() const
 {
-    return _hasEnded.load(std::memory_order_acquire);
+    return _hasEnded.load(ZvPlatform::Order::ACQUIRE);
 }
 
 // ---- DevSeqEv

@@ -12,6 +12,7 @@ namespace Zv {
 
 namespace {
 
+using Detail::isMember;
 using Detail::writeDotString;
 using Detail::writeNames;
 
@@ -23,11 +24,6 @@ std::int32_t count(Vector<LiString> const &names)
 bool verifyPrimary(Vector<LiString> const &primary, Vector<LiString> const &all)
 {
     return primary.size() <= all.size() && std::equal(primary.begin(), primary.end(), all.begin());
-}
-
-bool isMember(LiString const &name, Vector<LiString> const &names)
-{
-    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 std::int32_t find(LiString const &name, Vector<LiString> const &names)

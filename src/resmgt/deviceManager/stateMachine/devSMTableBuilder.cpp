@@ -5,7 +5,6 @@
 #include "zvbase/containers.h"
 #include "zvbase/failures.h"
 
-#include <algorithm>
 #include <ostream>
 #include <utility>
 
@@ -13,12 +12,8 @@ namespace Zv {
 
 namespace {
 
+using Detail::isMember;
 using Detail::writeNames;
-
-bool isMember(LiString const &name, Vector<LiString> const &names)
-{
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
 
 void addUnique(LiString const &name, Vector<LiString> &names)
 {

@@ -1,10 +1,10 @@
 #!/bin/sh
-# underWine.sh [--left-out] LIST PROGRAM [ARGUMENT...]
+# withoutLeftOut.sh [--left-out] LIST PROGRAM [ARGUMENT...]
 #
-# Runs a test program without the tests that LIST names. LIST may be missing. Each test has a line of its own, below the
-# reason:
+# Runs a test program on another machine or system, without the tests that LIST names. LIST may be missing. Each test has a
+# line of its own, below the reason:
 #
-#     # why the test does not pass under Wine
+#     # why the test does not pass there
 #     Suite.Test
 #     source.cpp        a whole source, which is not built
 #
@@ -15,7 +15,7 @@ mode=all
 [ "$1" != --left-out ] || { mode=left-out; shift; }
 list=$1
 shift
-die() { echo "underWine: $list: $*" >&2; exit 1; }
+die() { echo "withoutLeftOut: $list: $*" >&2; exit 1; }
 
 rows=
 if [ -e "$list" ]; then
