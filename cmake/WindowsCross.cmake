@@ -1,4 +1,5 @@
 # Builds for Windows with Debian's mingw-w64, and runs what it builds under Wine.
+set(ZV_MACHINE wine)
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)

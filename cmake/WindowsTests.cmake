@@ -1,4 +1,6 @@
-# How test programs are built for Windows and run under Wine. ZvTests.cmake includes this module.
+# How test programs are built for Windows. ZvTests.cmake includes this module.
+
+include(CrossTests)
 
 set(ZV_TEST_SYSTEM_LIBRARIES rpcrt4 winmm synchronization)
 set(ZV_TEST_DEFINITIONS
@@ -6,39 +8,6 @@ set(ZV_TEST_DEFINITIONS
     ZVBASE_BUILDING ZVRESMGT_BUILDING
     # Without a futex, the semaphores that GCC makes of its own waits lose wake-ups.
     _GLIBCXX_USE_POSIX_SEMAPHORE=1)
-
-# GoogleTest comes as sources: Debian's package googletest has them here.
-set(ZV_GOOGLETEST /usr/src/googletest CACHE PATH "GoogleTest's sources")
-if(NOT EXISTS ${ZV_GOOGLETEST}/googletest/src/gtest-all.cc)
-    message(FATAL_ERROR "GoogleTest's sources are not in ${ZV_GOOGLETEST}")
-endif()
-foreach(part IN ITEMS gtest:googletest gmock:googlemock)
-    string(REGEX REPLACE ":.*" "" library ${part})
-    string(REGEX REPLACE ".*:" "" folder ${part})
-    add_library(zv_${library} STATIC ${ZV_GOOGLETEST}/${folder}/src/${library}-all.cc)
-    add_library(GTest::${library} ALIAS zv_${library})
-    target_include_directories(zv_${library} SYSTEM PUBLIC ${ZV_GOOGLETEST}/${folder}/include)
-    target_include_directories(zv_${library} PRIVATE ${ZV_GOOGLETEST}/${folder})
-    target_compile_options(zv_${library} PRIVATE -w)
-endforeach()
-target_link_libraries(zv_gmock PUBLIC zv_gtest)
-
-# What a folder's wine.txt says: LEFT_OUT becomes the sources that are not built.
-function(zv_read_wine_list file left_out)
-    set(sources "")
-    if(EXISTS ${file})
-        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
-        file(STRINGS ${file} sources REGEX "^[^#].*\\.cpp$")
-        get_filename_component(folder ${file} DIRECTORY)
-        foreach(source IN LISTS sources)
-            if(NOT EXISTS ${folder}/${source})
-                message(FATAL_ERROR "${file}: there is no ${source}")
-            endif()
-        endforeach()
-        list(TRANSFORM sources PREPEND ${folder}/)
-    endif()
-    set(${left_out} "${sources}" PARENT_SCOPE)
-endfunction()
 
 # The system's services are imported: a call uses the pointer __imp_X. The pointers of the services to be wrapped are
 # renamed in the archive PARTS, so that no other calls are redirected, such as those of the C library. The generated
@@ -91,7 +60,7 @@ function(zv_link_test_program name compiled)
     cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;OBJECTS;WRAPPED")
     list(GET arg_SOURCES 0 first)
     get_filename_component(folder ${first} DIRECTORY)
-    zv_read_wine_list(${folder}/wine.txt left_out)
+    zv_read_left_out(${folder} left_out)
     list(REMOVE_ITEM arg_SOURCES ${left_out})
     set(main $<TARGET_OBJECTS:zv_test_main> $<TARGET_OBJECTS:zv_test_waits>)
     if(arg_OBJECTS MATCHES zvresmgt_objects)
@@ -116,16 +85,4 @@ function(zv_link_test_program name compiled)
     set(wrapped ${arg_WRAPPED} ${zv_test_waits})
     list(TRANSFORM wrapped PREPEND LINKER:--wrap=)
     target_link_options(${name} PRIVATE ${wrapped})
-endfunction()
-
-# Runs a test program without the tests that the folder's wine.txt lists, and, labelled left-out, with them alone.
-function(zv_add_folder_test folder name)
-    set(list ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/wine.txt)
-    set(under_wine sh ${CMAKE_CURRENT_SOURCE_DIR}/underWine.sh)
-    set(program ${list} ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
-    add_test(NAME ${folder} COMMAND ${under_wine} ${program})
-    if(EXISTS ${list})
-        add_test(NAME ${folder}_left_out COMMAND ${under_wine} --left-out ${program})
-        set_tests_properties(${folder}_left_out PROPERTIES LABELS left-out TIMEOUT 1200)
-    endif()
 endfunction()

@@ -24,21 +24,54 @@
 if(WIN32)
     include(WindowsTests)
 else()
-    find_package(GTest REQUIRED)
+    if(ZV_MACHINE)
+        include(CrossTests)
+    else()
+        find_package(GTest REQUIRED)
+
+        function(zv_read_left_out folder left_out)
+            set(${left_out} "" PARENT_SCOPE)
+        endfunction()
+
+        function(zv_add_folder_test folder name)
+            add_test(NAME ${folder} COMMAND ${name})
+        endfunction()
+    endif()
 
     # Links a test program from SOURCES and OBJECTS. COMPILED becomes the target that compiles the sources.
     function(zv_link_test_program name compiled)
         cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;OBJECTS;WRAPPED")
+        list(GET arg_SOURCES 0 first)
+        get_filename_component(folder ${first} DIRECTORY)
+        zv_read_left_out(${folder} left_out)
+        list(REMOVE_ITEM arg_SOURCES ${left_out})
         add_executable(${name} ${arg_SOURCES} ${arg_OBJECTS} $<TARGET_OBJECTS:zv_test_main>)
-        list(TRANSFORM arg_WRAPPED PREPEND LINKER:--wrap=)
-        target_link_options(${name} PRIVATE ${arg_WRAPPED})
+        zv_wrap(${name} ${arg_WRAPPED})
         set(${compiled} ${name} PARENT_SCOPE)
     endfunction()
-
-    function(zv_add_folder_test folder name)
-        add_test(NAME ${folder} COMMAND ${name})
-    endfunction()
 endif()
+
+# Lets the linker wrap functions. Their names are those of 64 bits. On a machine of 32 bits, a service has another name
+# because of its SIZE_T and DWORD_PTR, and gets the name that the tests use. A function of the C library has another name
+# because of its 64-bit times and limits, and the tests use that.
+function(zv_wrap target)
+    foreach(symbol IN LISTS ARGN)
+        set(here ${symbol})
+        if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+            if(symbol MATCHES "^(_ZN10ZvPlatform[0-9]+[A-Za-z]+E)(.*m.*)$")
+                string(REPLACE m j parameters ${CMAKE_MATCH_2})
+                set(here ${CMAKE_MATCH_1}${parameters})
+                target_link_options(${target} PRIVATE
+                    LINKER:--defsym=__wrap_${here}=__wrap_${symbol} LINKER:--defsym=__real_${symbol}=__real_${here})
+            elseif(symbol STREQUAL clock_nanosleep)
+                set(here __clock_nanosleep_time64)
+            elseif(symbol STREQUAL getrlimit)
+                set(here getrlimit64)
+            endif()
+        endif()
+        target_link_options(${target} PRIVATE LINKER:--wrap=${here})
+    endforeach()
+endfunction()
 
 # zv_add_halves(NAME PROGRAM) adds a program of GoogleTest as two tests of half its cases each, which ctest can run at the
 # same time. TESTS becomes the list of their names.
@@ -75,6 +108,7 @@ function(zv_compile_as_test target)
 endfunction()
 
 # The headers of GoogleTest take a quarter of the time in which a test compiles. The first program compiles them for all.
+# It must have no definitions of its own.
 function(zv_precompile_headers target)
     get_property(first GLOBAL PROPERTY ZV_FIRST_TEST_PROGRAM)
     if(first)
@@ -102,8 +136,7 @@ function(zv_add_test_program folder)
         target_sources(${name} PRIVATE $<TARGET_OBJECTS:zv_test_allocations>)
     endif()
     zv_compile_as_test(${compiled})
-    # Not definitions of the target, which shares its precompiled headers.
-    set_property(SOURCE ${sources} APPEND PROPERTY COMPILE_DEFINITIONS ${arg_DEFINE})
+    target_compile_definitions(${compiled} PRIVATE ${arg_DEFINE})
     if(NOT WIN32)
         zv_precompile_headers(${compiled})
     endif()
@@ -114,10 +147,13 @@ function(zv_add_test_program folder)
         zv_add_folder_test(${folder} ${name})
     endif()
     # The limit is for tests that hang. Under a sanitizer some programs need minutes. The thread sanitizer would let
-    # each program wait for a second at its end.
+    # each program wait for a second at its end. A size that no machine has is refused, as without a sanitizer.
     set_tests_properties(${tests} PROPERTIES TIMEOUT 1800)
     if(ZV_SANITIZE STREQUAL thread)
-        set_property(TEST ${tests} APPEND PROPERTY ENVIRONMENT TSAN_OPTIONS=atexit_sleep_ms=0)
+        set_property(TEST ${tests} APPEND PROPERTY ENVIRONMENT
+            TSAN_OPTIONS=atexit_sleep_ms=0:allocator_may_return_null=1)
+    elseif(ZV_SANITIZE)
+        set_property(TEST ${tests} APPEND PROPERTY ENVIRONMENT ASAN_OPTIONS=allocator_may_return_null=1)
     endif()
 endfunction()
 
@@ -153,5 +189,5 @@ function(zv_add_object_test)
     add_test(NAME objects COMMAND ${CMAKE_COMMAND} ${script})
     add_test(NAME objects_finds COMMAND ${CMAKE_COMMAND} -D PLATFORM=ON ${script})
     set_tests_properties(objects_finds PROPERTIES PASS_REGULAR_EXPRESSION
-        "(threads|simulation).cpp.o: pthread_create")
+        "(threads|bearer).cpp.o: pthread_create")
 endfunction()

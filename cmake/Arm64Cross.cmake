@@ -1,0 +1,11 @@
+# Builds for 64-bit ARM with Debian's cross compiler, and runs what it builds under QEMU, with the libraries of the compiler.
+set(ZV_MACHINE arm64)
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+set(zv_sysroot /usr/aarch64-linux-gnu)
+set(CMAKE_FIND_ROOT_PATH ${zv_sysroot})
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64 -L ${zv_sysroot})
