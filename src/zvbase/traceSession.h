@@ -42,10 +42,10 @@ ZV_EXCEPTION(ZVBASE_EXPORT, TraceEx, ExFile, std::runtime_error, TraceEx, char c
 /// of a clock, and waits for locks that are longer than a limit. `docs/tracing.md` lists them.
 ///
 /// The file is an array of events. It is complete after each time that events were written to it,
-/// which is about 50 times in a second: also if the process ends early, or if the disk is full. Only
-/// a process that is killed while it writes can leave the array without its end; the events are
-/// whole even then. If the file is a pipe, the end is written by `stop` alone. Viewers accept a file
-/// without it.
+/// which is about 50 times in a second: also if the process ends early, or if the disk is full.
+/// Only a process that is killed while it writes can leave the array without its end; the events
+/// are whole even then. If the file is a pipe, the end is written by `stop` alone. Viewers accept a
+/// file without it.
 ///
 /// If there are more events than can be written, the newest ones are dropped. The file says how
 /// many.
