@@ -16,9 +16,10 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <utility>
+#include <filesystem>
+#include <span>
 
 namespace ZvTest {
 
@@ -26,61 +27,95 @@ namespace {
 
 constexpr int LOOK = 20; // milliseconds between looks for an end of the program
 
-/// Returns the length of the escape sequence at the begin of a text, 0 if it is not complete.
-std::size_t measureSequence(std::string_view text)
+/// Returns a line of the terminal without the blanks at its end.
+std::string toText(std::span<VTermScreenCell const> cells)
 {
-    if (text.size() < 2)
-        return 0;
-    if (text[1] == '[') {
-        auto const end =
-            std::find_if(text.begin() + 2, text.end(), [](char c) { return c >= '@' && c <= '~'; });
-        return end == text.end() ? 0 : static_cast<std::size_t>(end - text.begin()) + 1;
-    }
-    std::size_t const length = std::strchr("()*+", text[1]) ? 3 : 2;
-    return text.size() < length ? 0 : length;
-}
-
-/// Returns the parameters of a sequence, 0 for one that is left out.
-std::vector<std::size_t> listNumbers(std::string const &text)
-{
-    std::vector<std::size_t> numbers{0};
-    for (char const c : text)
-        if (c == ';')
-            numbers.push_back(0);
-        else if (c >= '0' && c <= '9')
-            numbers.back() = numbers.back() * 10 + static_cast<std::size_t>(c - '0');
-    return numbers;
-}
-
-std::string withoutEnd(std::string line)
-{
-    line.erase(line.find_last_not_of(' ') + 1);
-    return line;
+    constexpr auto BEHIND_WIDE = static_cast<std::uint32_t>(-1);
+    std::u32string line;
+    for (VTermScreenCell const &cell : cells)
+        if (cell.chars[0] != BEHIND_WIDE)
+            line += cell.chars[0] ? static_cast<char32_t>(cell.chars[0]) : U' ';
+    line.erase(line.find_last_not_of(U' ') + 1);
+    std::u8string const text = std::filesystem::path(line).u8string(); // which converts it
+    return {text.begin(), text.end()};
 }
 
 } // namespace
 
 // ---- ScreenReader
 
+struct ScreenReader::Callbacks
+{
+    static ScreenReader &toReader(void *reader) { return *static_cast<ScreenReader *>(reader); }
+
+    static int setProperty(VTermProp property, VTermValue *value, void *reader)
+    {
+        ScreenReader &self = toReader(reader);
+        if (property == VTERM_PROP_CURSORVISIBLE)
+            self._isCursorShown = value->boolean;
+        if (property == VTERM_PROP_ALTSCREEN) {
+            self._nbSecond += value->boolean && !self._isSecond;
+            self._isSecond = value->boolean;
+        }
+        return 1;
+    }
+    static int keepLine(int width, VTermScreenCell const *cells, void *reader)
+    {
+        toReader(reader)._history += toText({cells, static_cast<std::size_t>(width)}) + "\n";
+        return 1;
+    }
+    static int noteControl(unsigned char control, void *reader)
+    {
+        toReader(reader)._unknown += "control " + std::to_string(control) + "\n";
+        return 1;
+    }
+    static int noteSequence(char const *, long const *, int, char const *, char command,
+                            void *reader)
+    {
+        if (command != 't') // titles of windows
+            toReader(reader)._unknown += std::string("sequence ") + command + "\n";
+        return 1;
+    }
+
+    static constexpr VTermScreenCallbacks SCREEN = {nullptr, nullptr, nullptr,   &setProperty,
+                                                    nullptr, nullptr, &keepLine, nullptr};
+    static constexpr VTermParserCallbacks UNKNOWN = {nullptr, &noteControl, nullptr, &noteSequence,
+                                                     nullptr, nullptr,      nullptr};
+};
+
+ScreenReader::ScreenReader(int width, int height)
+    : _terminal(::vterm_new(height, width), &::vterm_free),
+      _screen(::vterm_obtain_screen(_terminal.get()))
+{
+    ::vterm_set_utf8(_terminal.get(), 1);
+    ::vterm_screen_set_callbacks(_screen, &Callbacks::SCREEN, this);
+    ::vterm_screen_set_unrecognised_fallbacks(_screen, &Callbacks::UNKNOWN, this);
+    ::vterm_screen_enable_altscreen(_screen, 1);
+    ::vterm_screen_reset(_screen, 1);
+}
+
 void ScreenReader::resize(int width, int height)
 {
-    _width = static_cast<std::size_t>(width);
-    _height = static_cast<std::size_t>(height);
-    for (Lines * const lines : {&_normal, &_second}) {
-        lines->resize(_height);
-        for (std::string &line : *lines)
-            line.resize(_width, ' ');
-    }
-    _regionBegin = 0;
-    _regionEnd = _height;
-    _row = std::min(_row, _height - 1);
-    _column = std::min(_column, _width - 1);
+    ::vterm_set_size(_terminal.get(), height, width);
+}
+
+void ScreenReader::read(std::string_view text)
+{
+    ::vterm_input_write(_terminal.get(), text.data(), text.size());
 }
 
 std::vector<std::string> ScreenReader::getLines() const
 {
-    Lines lines = _isSecond ? _second : _normal;
-    std::transform(lines.begin(), lines.end(), lines.begin(), withoutEnd);
+    VTermPos size;
+    ::vterm_get_size(_terminal.get(), &size.row, &size.col);
+    std::vector<std::string> lines;
+    std::vector<VTermScreenCell> cells(static_cast<std::size_t>(size.col));
+    for (int row = 0; row < size.row; ++row) {
+        for (int column = 0; column < size.col; ++column)
+            ::vterm_screen_get_cell(_screen, {row, column},
+                                    &cells[static_cast<std::size_t>(column)]);
+        lines.push_back(toText(cells));
+    }
     return lines;
 }
 
@@ -90,190 +125,6 @@ std::string ScreenReader::getText() const
     for (std::string const &line : getLines())
         text += line + "\n";
     return text;
-}
-
-std::string ScreenReader::getHistory() const
-{
-    std::string text = _history;
-    for (std::string const &line : _normal)
-        text += withoutEnd(line) + "\n";
-    return text;
-}
-
-void ScreenReader::read(std::string_view text)
-{
-    _pending += text;
-    std::string_view rest = _pending;
-    while (!rest.empty()) {
-        char const first = rest[0];
-        if (first == '\033') {
-            std::size_t const length = measureSequence(rest);
-            if (length == 0)
-                break;
-            carryOut(std::string(rest.substr(1, length - 1)));
-            rest.remove_prefix(length);
-            continue;
-        }
-        rest.remove_prefix(1);
-        if (first == '\r')
-            _column = 0;
-        else if (first == '\n')
-            feedLine();
-        else if (first == '\b')
-            _column -= _column > 0;
-        else if (first >= ' ' || first < 0)
-            put(first);
-        else if (first != '\0' && first != '\017' && first != '\016' && first != '\a')
-            _unknown += "control " + std::to_string(first) + "\n";
-    }
-    _pending = std::string(rest);
-}
-
-void ScreenReader::put(char character)
-{
-    if (_column == _width) {
-        _column = 0;
-        feedLine();
-    }
-    line()[_column++] = _last = character;
-}
-
-void ScreenReader::feedLine()
-{
-    if (_row + 1 != _regionEnd) {
-        _row = std::min(_row + 1, _height - 1);
-        return;
-    }
-    if (!_isSecond && _regionBegin == 0)
-        _history += withoutEnd(lines().front()) + "\n";
-    scroll(_regionBegin, 1);
-}
-
-void ScreenReader::scroll(std::size_t first, long count)
-{
-    auto const begin = lines().begin() + static_cast<std::ptrdiff_t>(first);
-    auto const end = lines().begin() + static_cast<std::ptrdiff_t>(_regionEnd);
-    long const most = std::max<long>(end - begin, 0);
-    count = std::clamp(count, -most, most);
-    if (count > 0) {
-        std::rotate(begin, begin + count, end);
-        std::fill(end - count, end, std::string(_width, ' '));
-    } else {
-        std::rotate(begin, end + count, end);
-        std::fill(begin, begin - count, std::string(_width, ' '));
-    }
-}
-
-void ScreenReader::carryOut(std::string const &sequence)
-{
-    char const last = sequence.back();
-    if (sequence[0] != '[') {
-        if (last == 'M' && _row == _regionBegin)
-            scroll(_regionBegin, -1);
-        else if (last == 'M')
-            _row -= _row > 0;
-        else if (last == 'D')
-            feedLine();
-        else if (!std::strchr("=>78BM0", last))
-            _unknown += sequence + "\n";
-        return;
-    }
-    std::string const text = sequence.substr(1, sequence.size() - 2);
-    auto const numbers = listNumbers(text);
-    std::size_t const count = std::max<std::size_t>(numbers[0], 1);
-    auto const blank = [](std::string &line, std::size_t from, std::size_t to) {
-        std::fill(line.begin() + static_cast<std::ptrdiff_t>(std::min(from, line.size())),
-                  line.begin() + static_cast<std::ptrdiff_t>(std::min(to, line.size())), ' ');
-    };
-    switch (last) {
-    case 'H':
-        _row = std::min(count, _height) - 1;
-        _column =
-            std::min(std::max<std::size_t>(numbers.size() > 1 ? numbers[1] : 1, 1), _width) - 1;
-        break;
-    case 'd':
-        _row = std::min(count, _height) - 1;
-        break;
-    case 'G':
-        _column = std::min(count, _width) - 1;
-        break;
-    case 'A':
-        _row -= std::min(count, _row);
-        break;
-    case 'B':
-        _row = std::min(_row + count, _height - 1);
-        break;
-    case 'C':
-        _column = std::min(_column + count, _width - 1);
-        break;
-    case 'D':
-        _column -= std::min(count, _column);
-        break;
-    case 'J':
-        for (std::size_t i = 0; i < _height; ++i)
-            if (numbers[0] == 2 || i > _row)
-                blank(lines()[i], 0, _width);
-        if (numbers[0] != 2)
-            blank(line(), _column, _width);
-        break;
-    case 'K':
-        blank(line(), numbers[0] == 0 ? _column : 0, numbers[0] == 1 ? _column + 1 : _width);
-        break;
-    case 'X':
-        blank(line(), _column, _column + count);
-        break;
-    case 'P':
-        line().erase(_column, count);
-        line().resize(_width, ' ');
-        break;
-    case '@':
-        line().insert(_column, count, ' ');
-        line().resize(_width);
-        break;
-    case 'L':
-        scroll(_row, -static_cast<long>(count));
-        break;
-    case 'M':
-        scroll(_row, static_cast<long>(count));
-        break;
-    case 'S':
-        scroll(_regionBegin, static_cast<long>(count));
-        break;
-    case 'T':
-        scroll(_regionBegin, -static_cast<long>(count));
-        break;
-    case 'b':
-        for (std::size_t i = 0; i < count; ++i)
-            put(_last);
-        break;
-    case 'h':
-    case 'l':
-        setMode(text, last == 'h');
-        break;
-    case 'm': // colours
-    case 't': // titles of windows
-        break;
-    case 'r':
-        _regionBegin = std::min(count, _height) - 1;
-        _regionEnd =
-            numbers.size() > 1 ? std::clamp(numbers[1], _regionBegin + 1, _height) : _height;
-        _row = _column = 0;
-        break;
-    default:
-        _unknown += sequence + "\n";
-    }
-}
-
-void ScreenReader::setMode(std::string const &modes, bool isOn)
-{
-    if (modes == "?1049") {
-        _nbSecond += isOn && !_isSecond;
-        _isSecond = isOn;
-        if (isOn)
-            std::fill(_second.begin(), _second.end(), std::string(_width, ' '));
-    } else if (modes.starts_with("?") && modes.find("25") != modes.npos) {
-        _isCursorShown = isOn;
-    }
 }
 
 // ---- PseudoTerminal

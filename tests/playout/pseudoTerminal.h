@@ -3,20 +3,24 @@
 
 #include <sys/types.h>
 #include <termios.h>
+#include <vterm.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ZvTest {
 
 /// What a terminal shows: its normal lines, and a second screen that a program may use meanwhile.
-/// Understands what ncurses writes to the types "xterm" and "vt100".
 class ScreenReader
 {
 public:
-    ScreenReader(int width, int height) { resize(width, height); }
+    ScreenReader(int width, int height);
+    ScreenReader(ScreenReader const &) = delete;
+    ScreenReader &operator=(ScreenReader const &) = delete;
 
     void resize(int width, int height);
     void read(std::string_view text);
@@ -24,41 +28,24 @@ public:
     /// Returns the lines of the screen that is shown, without the blanks at their ends.
     std::vector<std::string> getLines() const;
     std::string getText() const;
-    /// Returns the lines that were shown on the normal screen, including those that have left it.
-    std::string getHistory() const;
+    /// Returns the lines that have left the normal screen, and those of the screen that is shown.
+    std::string getHistory() const { return _history + getText(); }
     bool isSecondShown() const { return _isSecond; }
     /// Returns how often the second screen was shown in place of the normal one.
     int getNbSecond() const { return _nbSecond; }
     bool isCursorShown() const { return _isCursorShown; }
-    /// Returns the sequences that were not understood.
+    /// Returns the controls that were not understood.
     std::string const &getUnknown() const { return _unknown; }
 
 private:
-    using Lines = std::vector<std::string>; // all as wide as the screen
+    struct Callbacks;
 
-    Lines &lines() { return _isSecond ? _second : _normal; }
-    void put(char character);
-    void feedLine();
-    /// Moves the lines from `first` to the end of the region up, or down if `count` is negative.
-    void scroll(std::size_t first, long count);
-    void carryOut(std::string const &sequence);
-    void setMode(std::string const &modes, bool isOn);
-    std::string &line() { return lines()[_row]; }
-
-    std::size_t _width = 0;
-    std::size_t _height = 0;
-    std::size_t _row = 0;
-    std::size_t _column = 0;
-    std::size_t _regionBegin = 0; // lines that scroll
-    std::size_t _regionEnd = 0;
+    std::unique_ptr<VTerm, void (*)(VTerm *)> _terminal;
+    VTermScreen *_screen;
     bool _isSecond = false;
     int _nbSecond = 0;
     bool _isCursorShown = true;
-    char _last = ' ';
-    Lines _normal;
-    Lines _second;
     std::string _history; // lines that have left the normal screen
-    std::string _pending; // begin of a sequence
     std::string _unknown;
 };
 
