@@ -9,8 +9,8 @@ it run, then those that only reach it, those of few steps first, until one finds
 found without the weakening.
 
 Each result is added to a file in build/orders, so that an interrupted run can be continued. If the program was built
-again, all begins anew, with the programs that found the orders before. When all results are there, the table is
-written. An order that is not found must have its reason in tests/simulated/orders.txt.
+again, all begins anew. The programs that found the orders in former builds run first. When all results are there, the
+table is written. An order that is not found must have its reason in tests/simulated/orders.txt.
 """
 
 import argparse
@@ -39,6 +39,8 @@ NAMED = re.compile(r"(?:\w+::)*(?:memory_order_|Order::)(\w+)")
 # An order is given to the programs in rounds, each with so many schedules by each strategy. Each round has an equal
 # part of the steps.
 ROUNDS = [30, 300, 3000]
+# The schedules by each strategy of a program that found the order in a former build.
+SCHEDULES_OF_FINDER = 300
 STEPS = 20_000_000
 SCHEDULES_TO_LEARN = 3
 
@@ -169,9 +171,12 @@ class Explorer:
         """The schedule that finds the weakened order, what it finds, and the number of schedules before it. Only the
         number if there is none. `first` is the program that found it in another build, if there is one."""
         schedules = taken = 0
-        for round_, count in enumerate(ROUNDS, 1):
-            for program in sorted(users, key=lambda one: (one != first, not users[one][1], users[one][0], one)):
-                if taken >= steps * round_ // len(ROUNDS):
+        rounds = [(count, sorted(users, key=lambda one: (not users[one][1], users[one][0], one))) for count in ROUNDS]
+        if first in users:
+            rounds.insert(0, (SCHEDULES_OF_FINDER, [first]))
+        for round_, (count, programs) in enumerate(rounds, 1):
+            for program in programs:
+                if taken >= steps * round_ // len(rounds):
                     break
                 text = self.run("--weaken", f"{order.place()}={to}", "--schedules", count, "--test", program, "--brief")
                 listed = re.search(rf"^{program} +(\d+) +\d+ +(\d+)", text, re.M)
@@ -185,30 +190,42 @@ class Explorer:
 
 
 class Results:
-    """What has been found, in a file that grows."""
+    """What has been found, in a file that grows. Its first line is about the build."""
 
-    def __init__(self, program, fresh):
+    def __init__(self, program, fresh, path=os.path.join(FOLDER, "results.jsonl")):
         with open(program, "rb") as file:
-            built = hashlib.sha256(file.read()).hexdigest()
-        os.makedirs(FOLDER, exist_ok=True)
-        self._path = os.path.join(FOLDER, "results.jsonl")
+            self._built = hashlib.sha256(file.read()).hexdigest()
+        self._path = path
         self.found = {}
         self.uses = None
-        self.finders = {}
-        lines = []
-        if os.path.exists(self._path) and not fresh:
-            with open(self._path, encoding="utf-8") as file:
-                lines = [json.loads(line) for line in file]
-        known = {tuple(line["order"]): line for line in lines[1:]}
-        self.finders = {key: line["schedule"].split(":")[0] for key, line in known.items() if "schedule" in line}
-        if lines and lines[0]["program"] == built:
-            self.uses, self.found = lines[0]["uses"], known
-        self._built = built
+        self.finders = {}  # the programs that found the orders, in this build or a former one
+        lines = [] if fresh else self._read()
+        if not lines:
+            return
+        head, known = lines[0], {tuple(line.pop("order")): line for line in lines[1:]}
+        self.finders = {tuple(key): program for key, program in head["finders"]}
+        self.finders |= {key: line["schedule"].split(":")[0] for key, line in known.items() if "schedule" in line}
+        if head["program"] == self._built:
+            self.uses, self.found = head["uses"], known
+
+    def _read(self):
+        """The lines of the file. Removes the end of a last line that was interrupted."""
+        if not os.path.exists(self._path):
+            return []
+        with open(self._path, "r+", encoding="utf-8") as file:
+            text = file.read()
+            whole = text[:text.rfind("\n") + 1]
+            file.truncate(len(whole.encode()))
+        return [json.loads(line) for line in whole.splitlines()]
 
     def begin(self, uses):
+        """Begins a file for this build, with the programs that found the orders before."""
         self.uses = uses
-        with open(self._path, "w", encoding="utf-8") as file:
-            file.write(json.dumps({"program": self._built, "uses": uses}) + "\n")
+        os.makedirs(os.path.dirname(self._path), exist_ok=True)
+        head = {"program": self._built, "uses": uses, "finders": list(self.finders.items())}
+        with open(self._path + ".new", "w", encoding="utf-8") as file:
+            file.write(json.dumps(head) + "\n")
+        os.replace(self._path + ".new", self._path)
 
     def has(self, key, steps):
         """Whether there is a result that so many steps do not change."""
@@ -220,10 +237,10 @@ class Results:
             file.write(json.dumps({"order": key, **result}) + "\n")
 
 
-def read_reasons():
+def read_reasons(path=REASONS):
     """The reasons, by file, call, operation and weaker order. A reason holds for all lines before it without one."""
     reasons, waiting = {}, []
-    with open(REASONS, encoding="utf-8") as file:
+    with open(path, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):
             if line.startswith("#") or not line.strip():
                 continue
@@ -235,7 +252,7 @@ def read_reasons():
                 waiting = []
             match = re.match(r"(\S+) (.*): (\w+) to (\w+)$", line.rstrip("\n"))
             if not match:
-                sys.exit(f"{REASONS}:{number}: not \"FILE CALL: OPERATION to ORDER\"")
+                sys.exit(f"{path}:{number}: not \"FILE CALL: OPERATION to ORDER\"")
             waiting.append(match.groups())
             reasons[match.groups()] = ""
     return reasons
