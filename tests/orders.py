@@ -153,10 +153,11 @@ class Explorer:
             sys.exit(f"orders: {' '.join(map(str, arguments))}: {done.stderr}")
         return done.stdout
 
-    def learn(self):
-        """For each order, the programs that reach it, with their steps, and whether they use it."""
+    def learn(self, *chosen):
+        """For each order, the programs that reach it, with their steps, and whether they use it. `chosen` is arguments
+        that choose programs."""
         uses, program, steps = {}, None, 0
-        for line in self.run("--orders", "--brief", "--schedules", SCHEDULES_TO_LEARN).splitlines()[1:]:
+        for line in self.run("--orders", "--brief", "--schedules", SCHEDULES_TO_LEARN, *chosen).splitlines()[1:]:
             if reached := re.match(r"    (\S+)=\w+(, used)?$", line):
                 if program:
                     uses.setdefault(reached[1], {})[program] = (steps, bool(reached[2]))
@@ -197,7 +198,8 @@ class Results:
             self._built = hashlib.sha256(file.read()).hexdigest()
         self._path = path
         self.found = {}
-        self.uses = None
+        self.uses = None  # unknown
+        self.is_begun = False
         self.finders = {}  # the programs that found the orders, in this build or a former one
         lines = [] if fresh else self._read()
         if not lines:
@@ -206,7 +208,7 @@ class Results:
         self.finders = {tuple(key): program for key, program in head["finders"]}
         self.finders |= {key: line["schedule"].split(":")[0] for key, line in known.items() if "schedule" in line}
         if head["program"] == self._built:
-            self.uses, self.found = head["uses"], known
+            self.uses, self.found, self.is_begun = head["uses"], known, True
 
     def _read(self):
         """The lines of the file. Removes the end of a last line that was interrupted."""
@@ -219,12 +221,13 @@ class Results:
         return [json.loads(line) for line in whole.splitlines()]
 
     def begin(self, uses):
-        """Begins a file for this build, with the programs that found the orders before."""
-        self.uses = uses
+        """Begins a file for this build, with what it has found and the programs that found the orders before."""
+        self.uses, self.is_begun = uses, True
         os.makedirs(os.path.dirname(self._path), exist_ok=True)
         head = {"program": self._built, "uses": uses, "finders": list(self.finders.items())}
         with open(self._path + ".new", "w", encoding="utf-8") as file:
             file.write(json.dumps(head) + "\n")
+            file.writelines(self._line(key) for key in self.found)
         os.replace(self._path + ".new", self._path)
 
     def has(self, key, steps):
@@ -234,7 +237,10 @@ class Results:
     def add(self, key, result):
         self.found[key] = result
         with open(self._path, "a", encoding="utf-8") as file:
-            file.write(json.dumps({"order": key, **result}) + "\n")
+            file.write(self._line(key))
+
+    def _line(self, key):
+        return json.dumps({"order": key, **self.found[key]}) + "\n"
 
 
 def read_reasons(path=REASONS):
@@ -325,6 +331,8 @@ def main():
     arguments.add_argument("--place", default="", help="only orders whose FILE:LINE:OPERATION contains this")
     arguments.add_argument("--steps", type=int, default=STEPS,
                            help=f"how many steps are taken before an order counts as not found ({STEPS})")
+    arguments.add_argument("--test", action="append", default=[],
+                           help="only programs with this in their names. What they do not find is not counted.")
     arguments.add_argument("--table", action="store_true", help="only write the table of what has been tried")
     arguments.add_argument("--fresh", action="store_true", help="forget what was found before")
     arguments.add_argument("--jobs", type=int, default=1, help="how many orders are weakened at the same time (1)")
@@ -336,28 +344,39 @@ def main():
     if options.table:
         write_table(orders, results, read_reasons())
         return
-    if results.uses is None:
+    uses = results.uses
+    if options.test:
+        uses = {}
+        for text in options.test:
+            for place, users in explorer.learn("--test", text).items():
+                uses.setdefault(place, {}).update(users)
+        if not results.is_begun:
+            results.begin(None)
+    elif uses is None:
         print("Learning which programs use which orders", flush=True)
-        results.begin(explorer.learn())
-    if unknown := [place for place in results.uses if place.split(":")[0] in {order.file for order in orders}
+        uses = explorer.learn()
+        results.begin(uses)
+    if unknown := [place for place in uses if place.split(":")[0] in {order.file for order in orders}
                    and place not in {order.place() for order in orders}]:
         sys.exit("orders: these operations are not found in the source: " + ", ".join(sorted(unknown)))
 
     def search(order, to):
-        key, users = key_of(order, to), results.uses.get(order.place())
+        key, users = key_of(order, to), uses.get(order.place())
         result = {"reached": users is not None,
                   **explorer.find(order, to, users or {}, results.finders.get(key), options.steps)}
-        results.add(key, result)
+        if "schedule" in result or not options.test:
+            results.add(key, result)
         how = f"{result['finding']}, {result['schedule']}" if "schedule" in result else \
             "not found" if result["reached"] else "not reached"
         print(f"{order.place()} {order.order} to {to}: {how}, {result['schedules']} schedules", flush=True)
 
     chosen = [(order, to) for order in orders if options.place in order.place()
-              for to in weaker(order.operation, order.order) if not results.has(key_of(order, to), options.steps)]
+              for to in weaker(order.operation, order.order) if not results.has(key_of(order, to), options.steps)
+              and (order.place() in uses or not options.test)]
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         for done in [pool.submit(search, *one) for one in chosen]:
             done.result()
-    if options.place:
+    if options.place or options.test:
         return
     reasons = read_reasons()
     write_table(orders, results, reasons)

@@ -116,6 +116,12 @@ class Continuation(unittest.TestCase):
         self.build_again()
         self.assertEqual(self.open().finders, {self.KEY: "Program"})
 
+    def test_learning_keeps_what_was_found(self):
+        self.begin()
+        results = self.open()
+        results.begin({})
+        self.assertEqual((self.open().uses, self.open().found), ({}, {self.KEY: FOUND, self.OTHER: MISSED}))
+
     def test_forgets_all_if_that_is_wanted(self):
         self.begin()
         results = self.open(fresh=True)
