@@ -9,8 +9,8 @@ it run, then those that only reach it, those of few steps first, until one finds
 found without the weakening.
 
 Each result is added to a file in build/orders, so that an interrupted run can be continued. If the program was built
-again, all begins anew, with the programs that found the orders before. When all results are there, the table is
-written. An order that is not found must have its reason in tests/simulated/orders.txt.
+again, all begins anew. The programs that found the orders in former builds run first. When all results are there, the
+table is written. An order that is not found must have its reason in tests/simulated/orders.txt.
 """
 
 import argparse
@@ -39,6 +39,8 @@ NAMED = re.compile(r"(?:\w+::)*(?:memory_order_|Order::)(\w+)")
 # An order is given to the programs in rounds, each with so many schedules by each strategy. Each round has an equal
 # part of the steps.
 ROUNDS = [30, 300, 3000]
+# The schedules by each strategy of a program that found the order in a former build.
+SCHEDULES_OF_FINDER = 300
 STEPS = 20_000_000
 SCHEDULES_TO_LEARN = 3
 
@@ -151,10 +153,11 @@ class Explorer:
             sys.exit(f"orders: {' '.join(map(str, arguments))}: {done.stderr}")
         return done.stdout
 
-    def learn(self):
-        """For each order, the programs that reach it, with their steps, and whether they use it."""
+    def learn(self, *chosen):
+        """For each order, the programs that reach it, with their steps, and whether they use it. `chosen` is arguments
+        that choose programs."""
         uses, program, steps = {}, None, 0
-        for line in self.run("--orders", "--brief", "--schedules", SCHEDULES_TO_LEARN).splitlines()[1:]:
+        for line in self.run("--orders", "--brief", "--schedules", SCHEDULES_TO_LEARN, *chosen).splitlines()[1:]:
             if reached := re.match(r"    (\S+)=\w+(, used)?$", line):
                 if program:
                     uses.setdefault(reached[1], {})[program] = (steps, bool(reached[2]))
@@ -169,9 +172,12 @@ class Explorer:
         """The schedule that finds the weakened order, what it finds, and the number of schedules before it. Only the
         number if there is none. `first` is the program that found it in another build, if there is one."""
         schedules = taken = 0
-        for round_, count in enumerate(ROUNDS, 1):
-            for program in sorted(users, key=lambda one: (one != first, not users[one][1], users[one][0], one)):
-                if taken >= steps * round_ // len(ROUNDS):
+        rounds = [(count, sorted(users, key=lambda one: (not users[one][1], users[one][0], one))) for count in ROUNDS]
+        if first in users:
+            rounds.insert(0, (SCHEDULES_OF_FINDER, [first]))
+        for round_, (count, programs) in enumerate(rounds, 1):
+            for program in programs:
+                if taken >= steps * round_ // len(rounds):
                     break
                 text = self.run("--weaken", f"{order.place()}={to}", "--schedules", count, "--test", program, "--brief")
                 listed = re.search(rf"^{program} +(\d+) +\d+ +(\d+)", text, re.M)
@@ -185,30 +191,44 @@ class Explorer:
 
 
 class Results:
-    """What has been found, in a file that grows."""
+    """What has been found, in a file that grows. Its first line is about the build."""
 
-    def __init__(self, program, fresh):
+    def __init__(self, program, fresh, path=os.path.join(FOLDER, "results.jsonl")):
         with open(program, "rb") as file:
-            built = hashlib.sha256(file.read()).hexdigest()
-        os.makedirs(FOLDER, exist_ok=True)
-        self._path = os.path.join(FOLDER, "results.jsonl")
+            self._built = hashlib.sha256(file.read()).hexdigest()
+        self._path = path
         self.found = {}
-        self.uses = None
-        self.finders = {}
-        lines = []
-        if os.path.exists(self._path) and not fresh:
-            with open(self._path, encoding="utf-8") as file:
-                lines = [json.loads(line) for line in file]
-        known = {tuple(line["order"]): line for line in lines[1:]}
-        self.finders = {key: line["schedule"].split(":")[0] for key, line in known.items() if "schedule" in line}
-        if lines and lines[0]["program"] == built:
-            self.uses, self.found = lines[0]["uses"], known
-        self._built = built
+        self.uses = None  # unknown
+        self.is_begun = False
+        self.finders = {}  # the programs that found the orders, in this build or a former one
+        lines = [] if fresh else self._read()
+        if not lines:
+            return
+        head, known = lines[0], {tuple(line.pop("order")): line for line in lines[1:]}
+        self.finders = {tuple(key): program for key, program in head["finders"]}
+        self.finders |= {key: line["schedule"].split(":")[0] for key, line in known.items() if "schedule" in line}
+        if head["program"] == self._built:
+            self.uses, self.found, self.is_begun = head["uses"], known, True
+
+    def _read(self):
+        """The lines of the file. Removes the end of a last line that was interrupted."""
+        if not os.path.exists(self._path):
+            return []
+        with open(self._path, "r+", encoding="utf-8") as file:
+            text = file.read()
+            whole = text[:text.rfind("\n") + 1]
+            file.truncate(len(whole.encode()))
+        return [json.loads(line) for line in whole.splitlines()]
 
     def begin(self, uses):
-        self.uses = uses
-        with open(self._path, "w", encoding="utf-8") as file:
-            file.write(json.dumps({"program": self._built, "uses": uses}) + "\n")
+        """Begins a file for this build, with what it has found and the programs that found the orders before."""
+        self.uses, self.is_begun = uses, True
+        os.makedirs(os.path.dirname(self._path), exist_ok=True)
+        head = {"program": self._built, "uses": uses, "finders": list(self.finders.items())}
+        with open(self._path + ".new", "w", encoding="utf-8") as file:
+            file.write(json.dumps(head) + "\n")
+            file.writelines(self._line(key) for key in self.found)
+        os.replace(self._path + ".new", self._path)
 
     def has(self, key, steps):
         """Whether there is a result that so many steps do not change."""
@@ -217,13 +237,16 @@ class Results:
     def add(self, key, result):
         self.found[key] = result
         with open(self._path, "a", encoding="utf-8") as file:
-            file.write(json.dumps({"order": key, **result}) + "\n")
+            file.write(self._line(key))
+
+    def _line(self, key):
+        return json.dumps({"order": key, **self.found[key]}) + "\n"
 
 
-def read_reasons():
+def read_reasons(path=REASONS):
     """The reasons, by file, call, operation and weaker order. A reason holds for all lines before it without one."""
     reasons, waiting = {}, []
-    with open(REASONS, encoding="utf-8") as file:
+    with open(path, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):
             if line.startswith("#") or not line.strip():
                 continue
@@ -235,7 +258,7 @@ def read_reasons():
                 waiting = []
             match = re.match(r"(\S+) (.*): (\w+) to (\w+)$", line.rstrip("\n"))
             if not match:
-                sys.exit(f"{REASONS}:{number}: not \"FILE CALL: OPERATION to ORDER\"")
+                sys.exit(f"{path}:{number}: not \"FILE CALL: OPERATION to ORDER\"")
             waiting.append(match.groups())
             reasons[match.groups()] = ""
     return reasons
@@ -308,6 +331,8 @@ def main():
     arguments.add_argument("--place", default="", help="only orders whose FILE:LINE:OPERATION contains this")
     arguments.add_argument("--steps", type=int, default=STEPS,
                            help=f"how many steps are taken before an order counts as not found ({STEPS})")
+    arguments.add_argument("--test", action="append", default=[],
+                           help="only programs with this in their names. What they do not find is not counted.")
     arguments.add_argument("--table", action="store_true", help="only write the table of what has been tried")
     arguments.add_argument("--fresh", action="store_true", help="forget what was found before")
     arguments.add_argument("--jobs", type=int, default=1, help="how many orders are weakened at the same time (1)")
@@ -319,28 +344,39 @@ def main():
     if options.table:
         write_table(orders, results, read_reasons())
         return
-    if results.uses is None:
+    uses = results.uses
+    if options.test:
+        uses = {}
+        for text in options.test:
+            for place, users in explorer.learn("--test", text).items():
+                uses.setdefault(place, {}).update(users)
+        if not results.is_begun:
+            results.begin(None)
+    elif uses is None:
         print("Learning which programs use which orders", flush=True)
-        results.begin(explorer.learn())
-    if unknown := [place for place in results.uses if place.split(":")[0] in {order.file for order in orders}
+        uses = explorer.learn()
+        results.begin(uses)
+    if unknown := [place for place in uses if place.split(":")[0] in {order.file for order in orders}
                    and place not in {order.place() for order in orders}]:
         sys.exit("orders: these operations are not found in the source: " + ", ".join(sorted(unknown)))
 
     def search(order, to):
-        key, users = key_of(order, to), results.uses.get(order.place())
+        key, users = key_of(order, to), uses.get(order.place())
         result = {"reached": users is not None,
                   **explorer.find(order, to, users or {}, results.finders.get(key), options.steps)}
-        results.add(key, result)
+        if "schedule" in result or not options.test:
+            results.add(key, result)
         how = f"{result['finding']}, {result['schedule']}" if "schedule" in result else \
             "not found" if result["reached"] else "not reached"
         print(f"{order.place()} {order.order} to {to}: {how}, {result['schedules']} schedules", flush=True)
 
     chosen = [(order, to) for order in orders if options.place in order.place()
-              for to in weaker(order.operation, order.order) if not results.has(key_of(order, to), options.steps)]
+              for to in weaker(order.operation, order.order) if not results.has(key_of(order, to), options.steps)
+              and (order.place() in uses or not options.test)]
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         for done in [pool.submit(search, *one) for one in chosen]:
             done.result()
-    if options.place:
+    if options.place or options.test:
         return
     reasons = read_reasons()
     write_table(orders, results, reasons)

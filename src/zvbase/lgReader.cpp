@@ -26,7 +26,7 @@ void waitForAnnounced(LgQueueImp const &queue)
     for (int look = 0; look < LOOKS; ++look) {
         // A killed thread cannot end its line.
         if (queue._ring.getAnnouncement() != announcement ||
-            queue._hasExited.load(ZvPlatform::Order::ACQUIRE))
+            queue._hasExited.load(ZvPlatform::Order::RELAXED))
             return;
         ::Sleep(look < LOOKS_WITHOUT_SLEEP ? 0 : 1);
     }

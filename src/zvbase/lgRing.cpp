@@ -55,7 +55,7 @@ void LgRing::prefetch(std::uint64_t place, std::uint64_t length)
 void LgRing::countLoss(std::uint64_t characters)
 {
     _lostCharacters.store(_lostCharacters.load(ZvPlatform::Order::RELAXED) + characters,
-                          ZvPlatform::Order::RELEASE);
+                          ZvPlatform::Order::RELAXED);
     _lostLines.store(_lostLines.load(ZvPlatform::Order::RELAXED) + 1, ZvPlatform::Order::RELEASE);
 }
 
@@ -76,8 +76,8 @@ void LgRing::rotate(std::uint64_t first, std::uint64_t middle, std::uint64_t las
 
 std::uint64_t LgRing::getNbFree() const
 {
-    // Read in this order: a reserved place is never beyond the limit of the same moment.
-    std::uint64_t const reserved = _reserved.load(ZvPlatform::Order::ACQUIRE);
+    // The reserved place may be beyond the limit if the two are of different moments.
+    std::uint64_t const reserved = _reserved.load(ZvPlatform::Order::RELAXED);
     std::uint64_t const limit = getLimit();
     return limit > reserved ? limit - reserved : 0;
 }

@@ -54,7 +54,7 @@ public:
     /// Returns the place behind `place` at which the memory ends.
     std::uint64_t getSeam(std::uint64_t place) const { return (place | (_capacity - 1)) + 1; }
     /// Tells other threads where the text ends that is not published yet.
-    void setReserved(std::uint64_t place) { _reserved.store(place, ZvPlatform::Order::RELEASE); }
+    void setReserved(std::uint64_t place) { _reserved.store(place, ZvPlatform::Order::RELAXED); }
     /// Publishes the record whose header is at the tail and whose text ends at `end`. Returns true
     /// if a logger ran when the record was announced. Then a reader is sure to find it.
     bool publish(std::uint64_t end, std::uint32_t kind);
@@ -82,7 +82,7 @@ public:
     void pop();
     std::uint64_t getNbLostCharacters() const
     {
-        return _lostCharacters.load(ZvPlatform::Order::ACQUIRE);
+        return _lostCharacters.load(ZvPlatform::Order::RELAXED);
     }
 
 private:

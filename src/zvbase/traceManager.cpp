@@ -63,7 +63,7 @@ void TraceTags::install(TraceManager &manager)
     ZV_ASSERT(!manager._isInstalled);
     manager._former = TraceManager::getInstance();
     manager._isInstalled = true;
-    inCharge.exchange(&manager, ZvPlatform::Order::SEQ_CST);
+    inCharge.store(&manager, ZvPlatform::Order::RELEASE);
     generation.fetch_add(1, ZvPlatform::Order::RELEASE);
 }
 
@@ -87,7 +87,7 @@ TraceManager *TraceManager::getInstance()
     TraceManager *known = inCharge.load(ZvPlatform::Order::SEQ_CST);
     if (!known) {
         TraceManager * const made = new OwnManager;
-        if (inCharge.compare_exchange_strong(known, made, ZvPlatform::Order::ACQ_REL,
+        if (inCharge.compare_exchange_strong(known, made, ZvPlatform::Order::RELEASE,
                                              ZvPlatform::Order::ACQUIRE))
             return made;
         delete made;

@@ -2,22 +2,33 @@
 //
 // The messages are plain data. If an order of the word is too weak, the programs that check plain
 // data for races find that.
+#include "simulated/streams.h"
 #include "simulated/threadProtocols.h"
 
+#include "resmgt/deviceManager/devMgrDevice.private.h"
+#include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/locks/lkSingleton.imp.h"
 #include "zvbase/hmHeapMgr.h"
 #include "zvbase/inInit.h"
 #include "zvbase/inPackage.h"
+#include "zvbase/lgLog.h"
+#include "zvbase/lgQueue.h"
+#include "zvbase/lgRegistry.h"
 #include "zvbase/lgRing.private.h"
 #include "zvbase/sleeper.h"
+#include "zvbase/traceEvents.h"
 #include "zvbase/traceManager.h"
 #include "zvbase/traceRing.private.h"
+#include "zvbase/traceSession.h"
 #include "zvbase/traceTags.private.h"
 
 #include <cstring>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace ZvTest {
 struct OneObject
@@ -29,6 +40,8 @@ ZV_DEFINE_SINGLETON(ZvTest::OneObject, ZvTest::OneObject);
 
 using namespace Zv;
 using namespace Zv::Simulated;
+using ZvPlatform::Order;
+using ZvPlatform::Shared;
 
 namespace {
 
@@ -57,6 +70,48 @@ void runPublished(Publish publish, IsThere isThere)
     });
     if (isThere())
         message.read();
+}
+
+Message *letter = nullptr;
+
+/// A function for the queues of the log.
+LgQueue *readLetter()
+{
+    letter->read();
+    return nullptr;
+}
+
+/// A registry like that of the logger.
+class Queues : public LgRegistry
+{
+public:
+    void addQueue(LgQueue *queue) override
+    {
+        LkGuard const guard(_lock);
+        _queues.push_back(queue);
+    }
+    void removeQueue(LgQueue *queue) override
+    {
+        LkGuard const guard(_lock);
+        _queues.remove(queue);
+    }
+    List<LgQueue *> getQueues() override
+    {
+        LkGuard const guard(_lock);
+        return _queues;
+    }
+
+private:
+    LkLock _lock{"queues"};
+    List<LgQueue *> _queues;
+};
+
+/// Appends a record to a ring. Returns what `LgRing::publish` returns.
+bool append(LgRing &ring, std::uint64_t length)
+{
+    std::uint64_t const text = ring.getTail() + LgRing::UNIT;
+    std::memset(ring.at(text), 'x', length);
+    return ring.publish(text + length, 0);
 }
 
 /// A manager of traces that writes to plain data when it has retired.
@@ -93,6 +148,24 @@ SIMULATED(PostIsSeenByEachWait)
     runPublished([&] { first.post(); }, [&] { return first.wait(), true; });
     runPublished([&] { second.post(); }, [&] { return second.tryWait(); });
     runPublished([&] { third.post(); }, [&] { return third.timedWait(0.001); });
+}
+
+// The post finds a waiter, but another thread is faster.
+SIMULATED(PostForAWaiterGoesToAnother, {.schedules = 500})
+{
+    LkSema sema("sema", 0);
+    Message message;
+    Worker const waiter("waiter", [&] {
+        sema.wait();
+        message.read();
+    });
+    Worker const poster("poster", [&] {
+        message.write();
+        sema.post();
+        sema.post();
+    });
+    if (sema.tryWait())
+        message.read();
 }
 
 SIMULATED(PulseIsSeenByTheNextWait)
@@ -150,6 +223,30 @@ SIMULATED(StateOfASingletonIsThatOfItsObject)
     HOLDS(Singleton::getInstance().value == 1);
 }
 
+SIMULATED(StateOfADestroyedSingletonIsThatOfItsObject)
+{
+    using Singleton = LkSingleton<ZvTest::OneObject>;
+    Singleton::getInstance();
+    Worker const destroyer("destroyer", [] { Singleton::destroy(); });
+    if (Singleton::getState() == Singleton::DESTROYED)
+        Singleton::checkState();
+}
+
+// A reader comes after the writer without having waited.
+SIMULATED(ReaderComesWhenTheWriterHasLeft, {.schedules = 500})
+{
+    LkRwLock lock("lock");
+    int value = 0;
+    Worker const writer("writer", [&] {
+        lock.writeLock();
+        ++value;
+        lock.unlock();
+    });
+    lock.readLock();
+    HOLDS(value == 0 || value == 1);
+    lock.unlock();
+}
+
 // ---- Services.
 
 SIMULATED(ObjectsPublishToWaits, {.onKernel = 300})
@@ -204,6 +301,58 @@ SIMULATED(OwnersOfALockShareItsData, {.onKernel = 300})
     ::CloseHandle(mutex);
 }
 
+// A unit passes from owner to owner, and with it the data.
+SIMULATED(OwnersOfAUnitShareItsData, {.onKernel = 500})
+{
+    HANDLE const event = ::CreateEventA(nullptr, FALSE, TRUE, nullptr);
+    HANDLE const semaphore = ::CreateSemaphoreA(nullptr, 1, 1, nullptr);
+    int byEvent = 0;
+    int bySemaphore = 0;
+    auto const work = [&] {
+        HOLDS(::WaitForSingleObject(event, INFINITE) == WAIT_OBJECT_0);
+        ++byEvent;
+        HOLDS(::SetEvent(event));
+        HOLDS(::WaitForSingleObject(semaphore, INFINITE) == WAIT_OBJECT_0);
+        ++bySemaphore;
+        HOLDS(::ReleaseSemaphore(semaphore, 1, nullptr));
+    };
+    {
+        Worker const other("other", work);
+        work();
+    }
+    HOLDS(byEvent == 2 && bySemaphore == 2);
+    ::CloseHandle(semaphore);
+    ::CloseHandle(event);
+}
+
+// If the event was set before the reset, what was announced is there.
+SIMULATED(ResetSeesWhatTheSetAnnounced, {.onKernel = 300, .preemptions = 2})
+{
+    HANDLE const event = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    Shared<int> work{0};
+    {
+        Worker const announcer("announcer", [&] {
+            work.store(1, Order::RELAXED);
+            ::SetEvent(event);
+        });
+        ::ResetEvent(event);
+        if (work.load(Order::RELAXED) == 0)
+            ::WaitForSingleObject(event, INFINITE);
+    }
+    ::CloseHandle(event);
+}
+
+// Nothing orders the use of the handle after the creation of the object.
+SIMULATED(HandleIsPassedByARelaxedWord, {.onKernel = 300, .leftOver = {1, 0}})
+{
+    Shared<HANDLE> passed{nullptr};
+    Worker const maker("maker", [&] {
+        passed.store(::CreateEventA(nullptr, FALSE, FALSE, nullptr), Order::RELAXED);
+    });
+    if (HANDLE const event = passed.load(Order::RELAXED))
+        ::SetEvent(event);
+}
+
 // The handle of a closed object may be that of a new one.
 SIMULATED(FormerHandleMeetsANewObject, {.onKernel = 300, .leftOver = {1, 0}})
 {
@@ -254,6 +403,23 @@ SIMULATED(OpenPackagesAreUp, WITH_PACKAGES)
     done.post();
 }
 
+SIMULATED(ScopesThatAreLeftKeepThePackagesUp, WITH_PACKAGES)
+{
+    Message message;
+    LkUnnamedSema done("done", 0);
+    Worker const opener("opener", [&] {
+        message.write();
+        InPackageScope const packages;
+        {
+            InPackageScope const more;
+        }
+        done.wait();
+    });
+    if (InPackageScope::isOpen())
+        message.read();
+    done.post();
+}
+
 SIMULATED(FirstCallersMakeOneObject)
 {
     auto const call = [] {
@@ -265,7 +431,124 @@ SIMULATED(FirstCallersMakeOneObject)
     call();
 }
 
+// ---- Devices.
+
+SIMULATED(FailureOfAnOpeningIsThere)
+{
+    auto const device = makeShd<DevMgrDevice>("device", nullptr, makeShd<DevMgrProgress>());
+    Worker const opener("opener", [device] {
+        device->failToOpen(std::make_exception_ptr(std::runtime_error("failure")));
+    });
+    if (device->getState() == DevMgrDevice::UNOPENED)
+        HOLDS(device->getOpenFailure());
+}
+
+SIMULATED(EndOfADeviceIsSeenWithoutAWait)
+{
+    auto const device = makeShd<DevSeqTreeNodeUtil>("device");
+    runPublished([&] { device->postDone(); }, [&] { return device->hasEnded(); });
+}
+
+SIMULATED(StreamsThatAreFreeHaveBeenReleased)
+{
+    Source source("source", "");
+    source.start();
+    runPublished([&] { source.stop(); }, [&] { return source.isAvailable(); });
+    runPublished([&] { source.start(); }, [&] { return !source.isAvailable(); });
+    runPublished([&] { source.stop(); },
+                 [&] {
+                     Source copy(source);
+                     return copy.isAvailable();
+                 });
+    Source other("other", "");
+    runPublished([&] { source.start(); },
+                 [&] {
+                     other = source;
+                     return !other.isAvailable();
+                 });
+    other = source;
+    source.stop();
+    runPublished([&] { other = source; }, [&] { return other.isAvailable(); });
+}
+
 // ---- Log.
+
+SIMULATED(FunctionOfTheQueuesFindsItsData)
+{
+    Message message;
+    Worker const setter("setter", [&] {
+        message.write();
+        letter = &message;
+        LgLog::setQueueFunction(&readLetter);
+    });
+    LgLog::getQueue();
+}
+
+// The thread has used its queue until the end. The reader deletes the queue.
+SIMULATED(QueueGoesWhenItsThreadHasEnded, {.onKernel = 100})
+{
+    Queues * const queues = new Queues;
+    ObjPtr<LgRegistry> former(LgLog::setRegistry(ObjPtr<LgRegistry>(queues)));
+    Worker writer("writer", [] {
+        LgQueue * const queue = new LgQueue(7);
+        LgLog::registerQueue(queue);
+        {
+            LgQueue::SuppressGuard const use(*queue);
+        }
+        queue->creatorExit();
+    });
+    LgLog::flush();
+    ::Sleep(0);
+    LgLog::flush();
+    writer.join();
+    LgLog::flush();
+    HOLDS(queues->getQueues().empty());
+    ObjPtr<LgRegistry> const mine(LgLog::setRegistry(former));
+}
+
+// If a writer has seen the logger, the last look at the queues, which comes after the logger has
+// been stopped, finds the record.
+SIMULATED(RecordIsSeenByTheLastLook, {.preemptions = 2})
+{
+    LgRing ring(4 * LgRing::UNIT);
+    LgLog::setLoggerActive(true);
+    bool isServed = false;
+    Worker writer("writer", [&] { isServed = append(ring, 4); });
+    LgLog::setLoggerActive(false);
+    bool const isAnnounced = ring.getAnnouncement() % 2 != 0;
+    bool const isFound = ring.getFront();
+    writer.join();
+    HOLDS(!isServed || isAnnounced || isFound);
+}
+
+SIMULATED(RecordIsThereWhenItsAnnouncementIsOver)
+{
+    LgRing ring(4 * LgRing::UNIT);
+    Worker const writer("writer", [&] { append(ring, 4); });
+    if (ring.getAnnouncement() == 2)
+        HOLDS(ring.getFront());
+}
+
+SIMULATED(RingThatIsNotEmptyHasAPublishedRecord)
+{
+    LgRing ring(4 * LgRing::UNIT);
+    runPublished([&] { append(ring, 4); }, [&] { return !ring.isEmpty(); });
+}
+
+SIMULATED(EmptyRingHasBeenRead)
+{
+    LgRing ring(4 * LgRing::UNIT);
+    int nbRead = 0;
+    Worker const writer("writer", [&] {
+        append(ring, 4);
+        if (ring.isEmpty())
+            HOLDS(nbRead == 1);
+    });
+    if (ring.getFront()) {
+        ++nbRead;
+        ring.pop();
+    }
+}
 
 // The memory of a line is used by its writer, by the reader, and by the writer of a later line.
 SIMULATED(LinesPassThroughARing)
@@ -333,6 +616,33 @@ SIMULATED(TagsOfAGenerationAreThoseOfItsManager, {.preemptions = 2})
     if (TraceTags::getGeneration() != before)
         HOLDS(TraceManager::getInstance() != former);
     installer.join();
+}
+
+SIMULATED(TagsOfAGenerationAreNotThoseOfARetiredManager, {.preemptions = 2})
+{
+    int state = 0;
+    std::optional<Manager> manager(state);
+    TraceManager * const retired = &*manager;
+    unsigned const before = TraceTags::getGeneration();
+    Worker const retirer("retirer", [&] { manager.reset(); });
+    if (TraceTags::getGeneration() != before)
+        HOLDS(TraceManager::getInstance() != retired);
+}
+
+// The thread that writes the file finds the ring and each event of the session. Another thread finds
+// the ring without having been told of the session.
+SIMULATED(EventsOfASessionAreInItsFile, {.schedules = 20, .leftOver = {1, 0}})
+{
+    int const file = ::memfd_create("events", 0);
+    {
+        Worker const other("other", [] { TraceEvents::instant("test", "theirs"); });
+        TraceSession session("/proc/self/fd/" + std::to_string(file));
+        TraceEvents::instant("test", "ours");
+        session.stop();
+    }
+    char text[4096] = {};
+    HOLDS(::pread(file, text, sizeof text - 1, 0) > 0);
+    HOLDS(std::strstr(text, "ours"));
 }
 
 // A place of the ring is used by its writer, by the reader, and by the writer of the next round.

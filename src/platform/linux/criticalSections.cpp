@@ -40,8 +40,9 @@ void enterSlowly(Section &section)
             return;
         }
     }
-    // A thread that was killed in here must not keep the section.
-    if (service.killed() && section.word.exchange(0, Order::RELEASE) & Section::SLEEPERS)
+    // A thread that was killed in here must not keep the section. It has written nothing, and the
+    // exchange leaves in force what the owner before it has released.
+    if (service.killed() && section.word.exchange(0, Order::RELAXED) & Section::SLEEPERS)
         wakeSleeper(section);
 }
 

@@ -39,8 +39,9 @@ BOOL ResetEvent(HANDLE event)
     if (!object)
         return fail(ERROR_INVALID_HANDLE);
     Word word = object->word.load(Order::RELAXED);
+    // The caller sees what the threads that have set the event until now have written before.
     while ((word & ~Word{SIGNALLED | MANUAL}) == EVENT)
-        if (object->word.compare_exchange_weak(word, word & ~Word{SIGNALLED}, Order::ACQ_REL,
+        if (object->word.compare_exchange_weak(word, word & ~Word{SIGNALLED}, Order::ACQUIRE,
                                                Order::RELAXED))
             return TRUE;
     Service service;

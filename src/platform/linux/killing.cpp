@@ -123,7 +123,7 @@ bool sendKill(std::uint32_t kernelId)
 void wakeVictim(Thread &thread)
 {
     unpark(thread.waiter, Waiter::KILLED);
-    if (void const *word = thread.waiter.sleepsOn.load(Order::SEQ_CST))
+    if (void const *word = thread.waiter.sleepsOn.load(Order::RELAXED))
         for (Scope scope : {Scope::PRIVATE, Scope::SHARED})
             futexWake(word, INT_MAX, scope);
 }

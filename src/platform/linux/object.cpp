@@ -58,7 +58,7 @@ Queue::~Queue()
     word = _object->first ? word | WAITERS : word & ~Word{WAITERS | HAND_OVER};
     bool const owned = (word & TYPE) == MUTEX && valueOf(word) != 0;
     bool const dead = _object->handles == 0 && _object->pins == 0 && !owned;
-    Word const former = _object->word.exchange(dead ? Word{DEAD} : word, Order::ACQ_REL);
+    Word const former = _object->word.exchange(dead ? Word{DEAD} : word, Order::RELEASE);
     if (former & QUEUE_SLEEP)
         futexWake(&_object->word, dead ? INT_MAX : 1);
     if (dead) {
@@ -164,24 +164,24 @@ WakeList::~WakeList()
 void unpark(Waiter &waiter, std::uint32_t bit)
 {
     waiter.call.note();
-    if (waiter.park.fetch_or(bit, Order::ACQ_REL) & Waiter::SLEEPING)
+    if (waiter.park.fetch_or(bit, Order::RELEASE) & Waiter::SLEEPING)
         futexWake(&waiter.park, 1);
 }
 
 bool park(Waiter &waiter, Instant deadline)
 {
-    std::uint32_t seen = waiter.park.load(Order::ACQUIRE);
+    std::uint32_t seen = waiter.park.load(Order::RELAXED);
     for (;;) {
         if (seen & ~std::uint32_t{Waiter::SLEEPING})
             return true;
         if (!(seen & Waiter::SLEEPING)) {
-            waiter.park.compare_exchange_strong(seen, Waiter::SLEEPING, Order::ACQ_REL,
-                                                Order::ACQUIRE);
+            waiter.park.compare_exchange_strong(seen, Waiter::SLEEPING, Order::RELAXED,
+                                                Order::RELAXED);
             if (seen != 0)
                 continue;
         }
         int const error = futexWait(&waiter.park, Waiter::SLEEPING, deadline);
-        seen = waiter.park.load(Order::ACQUIRE);
+        seen = waiter.park.load(Order::RELAXED);
         if (error == ETIMEDOUT && seen == Waiter::SLEEPING)
             return false;
     }
@@ -191,7 +191,7 @@ void awaitGrant(Waiter &waiter)
 {
     for (;;) {
         std::uint32_t const seen =
-            waiter.park.fetch_or(Waiter::SLEEPING, Order::ACQ_REL) | Waiter::SLEEPING;
+            waiter.park.fetch_or(Waiter::SLEEPING, Order::ACQUIRE) | Waiter::SLEEPING;
         if (seen & Waiter::GRANTED)
             return;
         futexWait(&waiter.park, seen, NEVER);

@@ -261,7 +261,8 @@ void leaveShared(Object::SharedState);
 // ---- parking ------------------------------------------------------------------------------------
 
 /// Sleeps until a bit other than SLEEPING is set in the waiter's `park`. Returns false if the
-/// deadline is reached first.
+/// deadline is reached first. Acquires nothing. The caller must look under the lock that guards the
+/// waiter, or call `awaitGrant`.
 bool park(Waiter &, Instant deadline);
 
 /// Sleeps until the bit GRANTED is set, which must be certain.

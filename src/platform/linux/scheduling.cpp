@@ -118,9 +118,22 @@ bool applyToAll(DWORD priorityClass)
         // The number must be checked first. While it is set, the block belongs to one thread,
         // because it is cleared under `schedulingLock`.
         if (thread.kernelId.load(Order::SEQ_CST) && thread.created)
-            good = apply(thread, priorityClass, thread.level.load(Order::SEQ_CST));
+            good = apply(thread, priorityClass, thread.level.load(Order::RELAXED));
     }
     return good;
+}
+
+/// Gives the process another class. Returns false if real-time operation is refused to a thread.
+///
+/// A thread that begins stores its number before it reads the class and its level, and another
+/// thread that changes one of them does so before it reads the number. These operations are
+/// sequentially consistent, so at least one of the two threads sees what the other one has stored.
+/// If a thread that begins reads this class, it also sees the generations of the classes before it.
+bool changeClass(DWORD priorityClass)
+{
+    processClass.store(priorityClass, Order::SEQ_CST);
+    generation.fetch_add(1, Order::RELAXED);
+    return applyToAll(priorityClass);
 }
 
 /// Returns the processors of a thread. The set is empty if the system refuses.
@@ -209,9 +222,10 @@ void beginScheduling(Thread &thread)
     // From here on other threads may apply their changes. Changes that they made before are found
     // below.
     thread.kernelId.store(Kernel::threadNumber(), Order::SEQ_CST);
-    if (inheritedNothing && processClass.load(Order::SEQ_CST) == NORMAL_PRIORITY_CLASS &&
-        thread.level.load(Order::SEQ_CST) == THREAD_PRIORITY_NORMAL &&
-        generation.load(Order::SEQ_CST) == thread.generation)
+    DWORD const priorityClass = processClass.load(Order::SEQ_CST);
+    int const level = thread.level.load(Order::SEQ_CST);
+    if (inheritedNothing && priorityClass == NORMAL_PRIORITY_CLASS &&
+        level == THREAD_PRIORITY_NORMAL && generation.load(Order::RELAXED) == thread.generation)
         return;
     Locked locked(schedulingLock);
     // If the inherited scheduling is unknown, or may have changed since the parent was looked at,
@@ -284,12 +298,9 @@ BOOL SetPriorityClass(HANDLE process, DWORD priorityClass)
             return fail(refusal);
     Locked locked(schedulingLock);
     DWORD const before = processClass.load(Order::RELAXED);
-    processClass.store(priorityClass, Order::SEQ_CST);
-    generation.fetch_add(1, Order::SEQ_CST);
-    if (applyToAll(priorityClass))
+    if (changeClass(priorityClass))
         return TRUE;
-    processClass.store(before, Order::SEQ_CST);
-    applyToAll(before);
+    changeClass(before);
     return fail(ERROR_PRIVILEGE_NOT_HELD);
 }
 
@@ -327,7 +338,7 @@ DWORD_PTR SetThreadAffinityMask(HANDLE handle, DWORD_PTR mask)
             return;
         }
         std::uint32_t const kernelId = kernelIdOf(*thread);
-        if (kernelId == Kernel::processNumber() && !isMainPlaced.load(Order::ACQUIRE)) {
+        if (kernelId == Kernel::processNumber() && !isMainPlaced.load(Order::RELAXED)) {
             Locked locked(schedulingLock);
             if (!isMainPlaced.load(Order::RELAXED)) {
                 setBefore = all;

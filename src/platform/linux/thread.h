@@ -156,7 +156,7 @@ inline void sleepOn(Service &service, void const *word, std::uint32_t value, Ins
                     Scope scope = Scope::PRIVATE)
 {
     Shared<void const *> &place = service.thread().waiter.sleepsOn;
-    place.store(word, Order::SEQ_CST);
+    place.store(word, Order::RELAXED);
     if (!service.killed())
         futexWait(word, value, deadline, scope);
     place.store(nullptr, Order::RELAXED);

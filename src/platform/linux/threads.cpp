@@ -130,7 +130,7 @@ void *run(void *data)
     __atomic_signal_fence(__ATOMIC_SEQ_CST);
     --local.depth;
     // The thread was killed before it had a number to which a signal could be sent.
-    if (thread.dying.load(Order::SEQ_CST))
+    if (thread.dying.load(Order::RELAXED))
         die();
     thread.exitCode = thread.function(thread.argument);
     return nullptr;
@@ -342,20 +342,20 @@ BOOL TerminateThread(HANDLE handle, DWORD exitCode)
                 break;
             }
             std::uint64_t living = 0;
-            thread->dying.compare_exchange_strong(living, sentence, Order::SEQ_CST);
+            thread->dying.compare_exchange_strong(living, sentence, Order::RELAXED);
             if (thread == &service.thread()) {
                 --object->pins;
                 return TRUE;
             }
             // A thread that has not begun yet checks `dying` when it begins.
-            if (std::uint32_t const id = thread->kernelId.load(Order::SEQ_CST)) {
+            if (std::uint32_t const id = thread->kernelId.load(Order::RELAXED)) {
                 kernelId = id;
                 isSent = isSent || sendKill(id);
                 wakeVictim(*thread);
             }
         }
-        // The thread misses a wake-up between its check and its sleep. It is therefore woken again
-        // until it has ended.
+        // The thread misses a wake-up between its check and its sleep, and may begin without having
+        // seen `dying`. It is therefore killed again until it has ended.
         waitSlowly(service, object, pause, Queue::CLOSED_TOO);
     }
     // Two threads that kill each other would wait for each other.

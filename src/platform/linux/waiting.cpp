@@ -101,7 +101,7 @@ public:
         if (_type != EVENT || !_spin.run(isCalled))
             sleep(due);
         for (DWORD result = 0;; sleep(due)) {
-            if (_me.park.load(Order::ACQUIRE) & Waiter::GRANTED)
+            if (_me.park.load(Order::RELAXED) & Waiter::GRANTED)
                 return granted();
             Progress const progress = look(due, result);
             if (progress == GRANTED)

@@ -48,7 +48,7 @@ public:
     void performExecute(MtThread *) override
     {
         ObjPtr<DevANO> ano;
-        while (!_stop.load(ZvPlatform::Order::ACQUIRE)) {
+        while (_end.load(ZvPlatform::Order::RELAXED) == NOT_ENDED) {
             DevANOQueueEntry next(_fifo->consume());
             attempt(nullptr, [&ano] { ano = nullptr; });
             ano = next.release();
@@ -58,14 +58,19 @@ public:
                 ano->notify();
             });
         }
-        if (_isLeftBehind.load(ZvPlatform::Order::RELAXED))
+        if (_end.load(ZvPlatform::Order::RELAXED) == LEFT_BEHIND)
             attempt(nullptr, [this] { _fifo->close(); });
     }
 
-    /// Makes the thread close the queue when it ends.
-    void leaveBehind() { _isLeftBehind.store(true, ZvPlatform::Order::RELAXED); }
+    /// Makes the thread end, and close the queue then.
+    void leaveBehind() { _end.store(LEFT_BEHIND, ZvPlatform::Order::RELAXED); }
 
-    void performStop(MtThread *) override { _stop.store(true, ZvPlatform::Order::RELEASE); }
+    void performStop(MtThread *) override
+    {
+        End none = NOT_ENDED;
+        _end.compare_exchange_strong(none, STOPPED, ZvPlatform::Order::RELAXED,
+                                     ZvPlatform::Order::RELAXED);
+    }
 
     void setFailureHandler(RCShdPtr<DevMgrFailureHandler> handler)
     {
@@ -75,6 +80,13 @@ public:
     }
 
 private:
+    enum End
+    {
+        NOT_ENDED,
+        STOPPED,
+        LEFT_BEHIND
+    };
+
     template <class Action>
     void attempt(DevANO const *ano, Action action)
     {
@@ -120,8 +132,7 @@ private:
     RCShdPtr<DevMgrFifo> _fifo;
     LkLock _handlerLock;
     RCShdPtr<DevMgrFailureHandler> _handler ZV_GUARDED_BY(_handlerLock);
-    ZvPlatform::Shared<bool> _stop{false};
-    ZvPlatform::Shared<bool> _isLeftBehind{false};
+    ZvPlatform::Shared<End> _end{NOT_ENDED};
 };
 
 namespace {

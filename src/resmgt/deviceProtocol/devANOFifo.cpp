@@ -115,7 +115,7 @@ void DevANOFifo::close()
     std::exception_ptr former;
     {
         LkGuard const guard(_conditionLock);
-        _condition.store(CLOSED, ZvPlatform::Order::RELEASE);
+        _condition.store(CLOSED, ZvPlatform::Order::RELAXED);
         former = std::exchange(_failure, nullptr);
     }
     FirstFailure failure(former);
@@ -177,7 +177,7 @@ void DevANOFifo::setCondition(Condition condition)
 // finds the queue closed.
 void DevANOFifo::discardIfClosed()
 {
-    Condition const condition = _condition.load(ZvPlatform::Order::ACQUIRE);
+    Condition const condition = _condition.load(ZvPlatform::Order::RELAXED);
     if (condition != CLOSED && condition != LEFT_BEHIND)
         return;
     FirstFailure failure;

@@ -76,7 +76,7 @@ void MtLogger::startLogger()
         _running.store(true, ZvPlatform::Order::RELAXED);
         _state->_formerRegistry = LgLog::setRegistry(registry);
         LgLog::setQueueFunction(&getThreadQueue);
-        _run.store(++_nbRuns, ZvPlatform::Order::RELEASE);
+        _run.store(++_nbRuns, ZvPlatform::Order::RELAXED);
         _state->_reader.reset(new LgReader);
         _state->_thread = MtThreadFactory::getInstance().createThread(
             "Log_Reader_Thread", ObjPtr<MtThreadProtocol>(new ReaderThread));
@@ -114,7 +114,7 @@ FirstFailure MtLogger::dismantle()
     failure.attempt([] { _state->_loggerPriority.reset(); });
     failure.attempt([] { _state->_thread.reset(); });
     failure.attempt([] { _state->_reader.reset(); });
-    _run.store(0u, ZvPlatform::Order::RELEASE);
+    _run.store(0u, ZvPlatform::Order::RELAXED);
     LgLog::setQueueFunction(nullptr);
     failure.attempt([] { exitThread(); });
     ObjPtr<State> const state(std::exchange(_state, nullptr));
@@ -135,7 +135,7 @@ LgQueue *MtLogger::enterThread()
 
 unsigned MtLogger::getRun()
 {
-    return _run.load(ZvPlatform::Order::ACQUIRE);
+    return _run.load(ZvPlatform::Order::RELAXED);
 }
 
 void MtLogger::exitThread()
@@ -243,7 +243,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
     {
         LgQueue::SuppressGuard const suppressOwnLines(*queue);
         std::uint8_t idle = 0;
-        while (_running.load(ZvPlatform::Order::ACQUIRE)) {
+        while (_running.load(ZvPlatform::Order::RELAXED)) {
             if (flushEarliest(reader)) {
                 while (flushEarliest(reader)) {
                 }
@@ -265,7 +265,7 @@ void MtLogger::ReaderThread::performExecute(MtThread *)
 
 void MtLogger::ReaderThread::performStop(MtThread *)
 {
-    _running.store(false, ZvPlatform::Order::RELEASE);
+    _running.store(false, ZvPlatform::Order::RELAXED);
     _state->_stopped.set();
 }
 

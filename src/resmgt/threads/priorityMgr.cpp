@@ -310,7 +310,7 @@ void PriorityMgr::updateNoLock()
 void PriorityMgr::performUpdate()
 {
     Guard guard(_lock);
-    if (_isRenamed.exchange(false, ZvPlatform::Order::ACQUIRE) || _nbStrays)
+    if (_isRenamed.exchange(false, ZvPlatform::Order::RELAXED) || _nbStrays)
         _solver->distrust();
     if (!_nbStrays && _solver->solve(getPriosNoLock())) {
         _invalidRelation = nullptr;
@@ -445,7 +445,7 @@ bool PriorityMgr::isTracingEnabled() const
 
 void PriorityMgr::renamed()
 {
-    _isRenamed.store(true, ZvPlatform::Order::RELEASE);
+    _isRenamed.store(true, ZvPlatform::Order::RELAXED);
 }
 
 std::uint64_t PriorityMgr::nextSearch()
