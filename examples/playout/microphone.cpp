@@ -17,7 +17,10 @@ constexpr double LONGEST_RESERVE = 60;
 } // namespace
 
 Microphone::Microphone(LiString const &name, RCShdPtr<PlayoutJob> const &job)
-    : PlayoutDevice(name, job), _card(*job->card), _reserve(RESERVE)
+    : PlayoutDevice(name, job),
+      _card(*job->card),
+      _place(job->show.getDevice(name.getChars()).card),
+      _reserve(RESERVE)
 {
     addOut("What is captured", [this] { return _format; });
     _position = makeShd<DevMDStdReading<double>>("position", "How much was captured, in seconds",
@@ -43,7 +46,7 @@ Microphone::~Microphone() = default;
 void Microphone::performOpen()
 {
     // This runs on the client's thread. The device's thread does not run yet.
-    _format.channels = _card.openInput(getJob().show.find("microphone")->card);
+    _format.channels = _card.openInput(_place);
     _format.layout = Channels::ofNumber(static_cast<std::size_t>(_format.channels));
     _format.rate = _card.getSampleRate();
     _format.encoding = SF_FORMAT_FLOAT;

@@ -7,8 +7,8 @@
 
 class SoundCard;
 
-/// Captures from the job's sound card and pushes a block for each frame of the show's clock to
-/// `out`, from its lock on. It ends after its length, or when the client asks for the end.
+/// Captures from the sound card of its tag in the show and pushes a block for each frame of the
+/// show's clock to `out`, from its lock on. It ends after its length, or when the client asks for the end.
 ///
 /// Its properties, in seconds, are `transport:position`, how much was captured, and
 /// `transport:length`, 0 if nothing but the client ends it. `card:reserve` is how much sound may
@@ -37,6 +37,7 @@ private:
     static constexpr std::int64_t NEVER = std::numeric_limits<std::int64_t>::max();
 
     SoundCard &_card;
+    std::string const _place; // of the card
     AudioFormat _format;
     Zv::RCShdPtr<Zv::DevMDStdReading<double>> _position;
     double _length = 0; // seconds

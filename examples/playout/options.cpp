@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 
 namespace {
 
@@ -64,17 +63,6 @@ std::string takePlace(std::string const &option, std::string const &text)
         throw Options::Error(option + ": " + failure.what());
     }
     return text;
-}
-
-/// Returns the names in a tree such as "( recorder ( player ) )".
-std::vector<std::string> listDevices(std::string const &tree)
-{
-    std::vector<std::string> names;
-    std::istringstream words(tree);
-    for (std::string word; words >> word;)
-        if (word != "(" && word != ")")
-            names.push_back(word);
-    return names;
 }
 
 } // namespace
@@ -208,7 +196,12 @@ std::unique_ptr<Show> Options::makeShow() const
     }
     if (!output.empty())
         show->output = output;
+    if (sequence)
+        show->sequence = std::make_unique<ShowSequence>(*sequence);
     useCards(*show);
+    if (sequence && show->clips.empty() == !show->find("microphone"))
+        throw Error(show->clips.empty() ? "--sequence: without a microphone, a show needs a clip"
+                                        : "--sequence: a show with a microphone plays no clips");
     ShowDevice const * const speaker = show->find("speaker");
     ShowDevice const * const microphone = show->find("microphone");
     if ((speaker || microphone) && fast)
@@ -221,8 +214,6 @@ std::unique_ptr<Show> Options::makeShow() const
         SoundCard::getSystem(speaker->card) != SoundCard::getSystem(microphone->card))
         throw Error("the cards are " + microphone->card + " and " + speaker->card +
                     ", but one sound system must pace a show");
-    if (sequence)
-        show->sequence = std::make_unique<ShowSequence>(*sequence);
     if (!streams.empty())
         show->connections.clear();
     for (auto const &stream : streams)
@@ -242,7 +233,7 @@ void Options::useCards(Show &show) const
         if (!device)
             device = show.find(other);
         if (!device)
-            throw Error(std::string(option) + ": the show has no " + other);
+            throw Error(std::string(option) + ": the sequence has no " + other);
         device->kind = kind;
         device->card = place;
     };
@@ -256,7 +247,7 @@ void Options::useCards(Show &show) const
 
 void Options::checkFaults(Show const &show) const
 {
-    auto const names = listDevices(show.sequence->tree);
+    auto const names = show.sequence->listDevices();
     std::string list;
     for (auto const &name : names)
         list += (list.empty() ? "" : ", ") + name;
@@ -309,7 +300,8 @@ With --to, a speaker is in the place of the recorder, and with --from a micropho
 A JACK server must run for jack, and its rate must be that of the clips. A device of ALSA is set to their rate. It is
 captured from at 48000 samples a second and in stereo, or what is nearest. The clock of the card paces the show, so that
 --fast is refused, and speaker and microphone must both be of JACK or both of ALSA. In a show, devices with
-kind="speaker" or kind="microphone" and card="CARD" do the same.
+kind="speaker" or kind="microphone" and card="CARD" do the same. It may list several of them, each with its own card. The
+sequence chooses at most one of each kind. The clock is that of the speaker's card, else of the microphone's.
 
 Ctrl-C ends a microphone's recording, which is then complete as far as it went, with status 0. The waveform of the
 recording is beside it, named .svg. The property speaker:card:latency is how many seconds of sound are kept ready for the

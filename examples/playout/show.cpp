@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 void ShowClip::performAttributes(ShowAttributes &attributes)
@@ -58,6 +60,15 @@ void ShowSequence::performAttributes(ShowAttributes &attributes)
     attributes.text("tree", tree);
 }
 
+std::vector<std::string> ShowSequence::listDevices() const
+{
+    std::string text = tree; // "( recorder ( player ) )"
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '(' || c == ')'; }, ' ');
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+}
+
 void ShowConnection::performAttributes(ShowAttributes &attributes)
 {
     attributes.text("stream", stream);
@@ -91,9 +102,20 @@ std::string Show::resolve(std::string const &file) const
 
 ShowDevice *Show::find(std::string const &kind) const
 {
-    auto const place = std::find_if(devices.begin(), devices.end(),
-                                    [&](auto const &device) { return device->kind == kind; });
+    auto const names = sequence ? sequence->listDevices() : std::vector<std::string>();
+    auto const isUsed = [&](std::string const &name) {
+        return !sequence || std::find(names.begin(), names.end(), name) != names.end();
+    };
+    auto const place = std::find_if(devices.begin(), devices.end(), [&](auto const &device) {
+        return device->kind == kind && isUsed(device->name);
+    });
     return place == devices.end() ? nullptr : place->get();
+}
+
+ShowDevice const &Show::getDevice(std::string const &name) const
+{
+    return **std::find_if(devices.begin(), devices.end(),
+                          [&](auto const &device) { return device->name == name; });
 }
 
 void Show::complete(bool isPaced, std::string const &source, std::string const &sink)

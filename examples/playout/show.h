@@ -31,7 +31,7 @@ protected:
     void performAttributes(ShowAttributes &attributes) override;
 };
 
-/// Device that the sequence may name.
+/// Device that the sequence may name. One that it does not name is not used.
 class ShowDevice : public ShowElement
 {
 public:
@@ -54,6 +54,9 @@ class ShowSequence : public ShowElement
 {
 public:
     explicit ShowSequence(std::string const &text = "") : ShowElement("sequence"), tree(text) {}
+    /// Returns the names of the devices in the tree, in its order.
+    std::vector<std::string> listDevices() const;
+
     std::string tree;
 
 protected:
@@ -128,8 +131,11 @@ public:
     void complete(bool isPaced, std::string const &source = "player",
                   std::string const &sink = "recorder");
     void performReadEnd() override;
-    /// Returns the first device of a kind. Returns null if there is none.
+    /// Returns the first device of a kind that the sequence names. A show without a sequence uses
+    /// all its devices. Returns null if there is none.
     ShowDevice *find(std::string const &kind) const;
+    /// Returns the device with a name. There must be one.
+    ShowDevice const &getDevice(std::string const &name) const;
 
     std::string output; ///< as written in the show; empty if the command line must name it
     std::unique_ptr<ShowClock> clock;   ///< null if nothing paces the show

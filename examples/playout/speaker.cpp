@@ -14,7 +14,7 @@ constexpr double LONGEST_LATENCY = 60; // seconds
 } // namespace
 
 Speaker::Speaker(LiString const &name, RCShdPtr<PlayoutJob> const &job)
-    : PlayoutDevice(name, job), _card(*job->card)
+    : PlayoutDevice(name, job), _card(*job->card), _place(job->show.getDevice(name.getChars()).card)
 {
     addIn("What is played");
     addBeats();
@@ -33,7 +33,7 @@ void Speaker::performBegin()
     AudioFormat const &format = getIn().getFormat();
     if (getJob().journal)
         _waveform = std::make_unique<Waveform>(format);
-    _card.openOutput(format, getJob().show.find("speaker")->card);
+    _card.openOutput(format, _place);
 }
 
 void Speaker::performTake(RCShdPtr<AudioBlock> const &block)

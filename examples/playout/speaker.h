@@ -7,8 +7,8 @@
 
 class SoundCard;
 
-/// Plays the blocks from `in` through the job's sound card. It gives them to the card as far as the
-/// card has room, at each beat of the card's clock, and begins to play when there is as much as the
+/// Plays the blocks from `in` through the sound card of its tag in the show. It gives them to the
+/// card as far as the card has room, at each beat of the card's clock, and begins to play when there is as much as the
 /// latency. When the last sample can be heard, it tells the client. Its property `card:latency`, in
 /// seconds and at most 60, is set before START.
 ///
@@ -31,6 +31,7 @@ private:
     void write();
 
     SoundCard &_card;
+    std::string const _place;                      // of the card
     std::deque<Zv::RCShdPtr<AudioBlock>> _waiting; // the card has no room for them
     std::unique_ptr<Waveform> _waveform;           // for the report; null if there is none
     std::int64_t _first = 0;                       // frame of the first one that was not written

@@ -81,10 +81,13 @@ void Stage::build()
         SeSourceClock::getInstance().setInterval(_job->timeline->getInterval());
     configure();
     connect();
-    for (auto const &device : _job->show.devices)
+    for (auto const &device : _job->show.devices) {
+        if (!isUsed(device->name))
+            continue;
         for (auto const &property : device->properties)
             setProperty(property->getWhere(),
                         device->name + ":" + property->name + "=" + property->value);
+    }
 }
 
 void Stage::configure()
@@ -112,22 +115,35 @@ void Stage::configure()
     static_cast<void>(findOne(context, "speaker", "recorder"));
 }
 
-/// Returns the name of the only device of two kinds. It must be of the second kind if the show has
-/// none of the first.
+/// Returns the name of the only device of two kinds.
 std::string Stage::findOne(std::string const &context, std::string const &kind,
                            std::string const &otherKind) const
 {
-    bool const hasKind = _job->show.find(kind);
-    std::string const &needed = hasKind ? kind : otherKind;
-    auto const names = findAll(needed);
-    if (names.size() != 1)
-        ZV_THROW(
-            PlayoutEx::Client,
-            (context + ": it has " + (names.empty() ? "no " : "more than one ") + needed).c_str());
-    if (hasKind && !findAll(otherKind).empty())
-        ZV_THROW(PlayoutEx::Client,
-                 (context + ": it has a " + otherKind + " and a " + kind).c_str());
-    return names.front();
+    auto const names = findAll(kind);
+    auto const otherNames = findAll(otherKind);
+    auto const refuse = [&](std::string const &reason) {
+        ZV_THROW(PlayoutEx::Client, (context + ": it has " + reason).c_str());
+    };
+    if (names.empty() && otherNames.empty())
+        refuse("no " + otherKind);
+    if (!names.empty() && !otherNames.empty())
+        refuse("a " + otherKind + " and a " + kind);
+    auto const &found = names.empty() ? otherNames : names;
+    if (found.size() > 1)
+        refuse("more than one " + (names.empty() ? otherKind : kind) + ": " + describe(found));
+    return found.front();
+}
+
+/// Returns the names, such as "hall (alsa:hw:0) and studio (alsa:hw:1)".
+std::string Stage::describe(std::vector<std::string> const &devices) const
+{
+    std::string text;
+    for (auto const &name : devices) {
+        std::string const &card = _job->show.getDevice(name).card;
+        text += text.empty() ? "" : name == devices.back() ? " and " : ", ";
+        text += card.empty() ? name : name + " (" + card + ")";
+    }
+    return text;
 }
 
 void Stage::connect()
@@ -184,6 +200,11 @@ bool Stage::isA(std::string const &kind, std::string const &device) const
     return std::any_of(devices.begin(), devices.end(), [&](auto const &show) {
         return show->name == device && show->kind == kind;
     });
+}
+
+bool Stage::isUsed(std::string const &device) const
+{
+    return _depths.contains(device);
 }
 
 int Stage::getDepth(std::string const &device) const

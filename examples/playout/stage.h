@@ -65,8 +65,10 @@ public:
 
 private:
     void configure();
+    bool isUsed(std::string const &device) const;
     std::string findOne(std::string const &context, std::string const &kind,
                         std::string const &otherKind) const;
+    std::string describe(std::vector<std::string> const &devices) const;
     void connect();
 
     Zv::RCShdPtr<PlayoutJob> _job;

@@ -18,6 +18,8 @@
 #endif
 #include <windows.h>
 
+#include "platform/priorityTable.h"
+
 #include <rpc.h>
 #include <timeapi.h>
 
@@ -30,6 +32,34 @@ extern "C" __declspec(dllimport) HRESULT
 // These functions pass it to the system.
 
 static_assert(sizeof(CRITICAL_SECTION) <= sizeof(ZvPlatform::CriticalSection));
+
+namespace ZvPlatform {
+
+struct Scheduling
+{
+    bool isRealTime;
+    int priority;
+};
+
+inline Scheduling schedulingOf(DWORD priorityClass, int level)
+{
+    PriorityTable::Row const &row = *PriorityTable::findRow(priorityClass);
+    return {priorityClass == REALTIME_PRIORITY_CLASS,
+            row.basePriorities[PriorityTable::findLevel(level)]};
+}
+
+inline DWORD readScheduling(HANDLE thread, Scheduling &scheduling)
+{
+    int const level = ::GetThreadPriority(thread);
+    DWORD exitCode = 0;
+    if (PriorityTable::findLevel(level) < 0 || !::GetExitCodeThread(thread, &exitCode) ||
+        exitCode != STILL_ACTIVE)
+        return 0;
+    scheduling = schedulingOf(::GetPriorityClass(::GetCurrentProcess()), level);
+    return ::GetThreadId(thread);
+}
+
+} // namespace ZvPlatform
 
 inline void InitializeCriticalSection(ZvPlatform::CriticalSection *section)
 {
@@ -230,6 +260,22 @@ int GetThreadPriority(HANDLE thread);
 /// REALTIME_PRIORITY_CLASS fails with ERROR_PRIVILEGE_NOT_HELD if the process may not have it.
 BOOL SetPriorityClass(HANDLE process, DWORD priorityClass);
 DWORD GetPriorityClass(HANDLE process);
+
+/// The scheduling of a thread, in the terms of the system. On Linux the priority is that of
+/// SCHED_RR or SCHED_FIFO in real time, and otherwise the nice value. On Windows and in the
+/// simulated form it is the base priority.
+struct Scheduling
+{
+    bool isRealTime;
+    int priority;
+};
+
+/// Returns what a level asks the system for in a process of a class. Both must be in
+/// `PriorityTable`.
+Scheduling schedulingOf(DWORD priorityClass, int level);
+/// Asks the system how it schedules a thread. Returns the number that the system gives the thread.
+/// Returns 0, with `scheduling` as it was, if the thread has not begun or has ended.
+DWORD readScheduling(HANDLE thread, Scheduling &scheduling);
 
 HANDLE GetCurrentThread();
 HANDLE GetCurrentProcess();

@@ -8,6 +8,7 @@
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/mtThreadStatus.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/priorityEx.h"
 #include "resmgt/threads/priorityMgr.h"

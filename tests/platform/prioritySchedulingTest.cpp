@@ -230,6 +230,10 @@ TEST(PlatformPriority, LevelsBecomeRealTimePriorities)
         EXPECT_TRUE(SetThreadPriority(t.handle(), LEVELS[level]));
         EXPECT_EQ(t.ask().policy, SCHED_RR);
         EXPECT_EQ(t.ask().priority, REAL_TIME[level]);
+        ZvPlatform::Scheduling read{};
+        EXPECT_NE(readScheduling(t.handle(), read), 0u);
+        EXPECT_TRUE(read.isRealTime);
+        EXPECT_EQ(read.priority, REAL_TIME[level]);
     }
     // Threads that CreateThread has not made never change.
     EXPECT_EQ(ownScheduling(), mine);
@@ -435,6 +439,15 @@ struct Subject
 
     PlayedKernel kernel;
     id_t id = 0;
+    /// Returns the nice value that the layer reads.
+    int readNice() const
+    {
+        ZvPlatform::Scheduling read{true, 100};
+        EXPECT_EQ(readScheduling(runner.handle(), read), id);
+        EXPECT_FALSE(read.isRealTime);
+        return read.priority;
+    }
+
     Owned go = manualEvent(), begun = manualEvent();
     Runner runner{[this] {
         id = static_cast<id_t>(::syscall(SYS_gettid));
@@ -454,6 +467,49 @@ TEST(PlatformPriority, WithALimitTheNearestLevelIsKept)
     EXPECT_EQ(t.niceAt(THREAD_PRIORITY_NORMAL), 0);
     EXPECT_EQ(t.niceAt(THREAD_PRIORITY_TIME_CRITICAL), -5);
     EXPECT_EQ(t.niceAt(THREAD_PRIORITY_HIGHEST), -4);
+}
+
+TEST(PlatformPriority, WhatTheSystemHasGrantedIsRead)
+{
+    Subject t(-5);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_TIME_CRITICAL), -5);
+    EXPECT_EQ(t.readNice(), -5);
+    ZvPlatform::Scheduling const asked =
+        schedulingOf(NORMAL_PRIORITY_CLASS, THREAD_PRIORITY_TIME_CRITICAL);
+    EXPECT_FALSE(asked.isRealTime);
+    EXPECT_EQ(asked.priority, -14);
+    EXPECT_EQ(t.niceAt(THREAD_PRIORITY_IDLE), 14);
+    EXPECT_EQ(t.readNice(), 14);
+    // A change by another process is seen.
+    EXPECT_EQ(t.kernel.setNice(t.id, 17), 0);
+    EXPECT_EQ(t.readNice(), 17);
+}
+
+TEST(PlatformPriority, WhatALevelAsksForDependsOnTheClass)
+{
+    for (int level = 0; level < 7; ++level) {
+        for (int c = 0; c < 3; ++c) {
+            ZvPlatform::Scheduling const asked = schedulingOf(CLASSES[c], LEVELS[level]);
+            EXPECT_FALSE(asked.isRealTime);
+            EXPECT_EQ(asked.priority, NICE[c][level]) << c << ' ' << level;
+        }
+        ZvPlatform::Scheduling const asked = schedulingOf(REALTIME_PRIORITY_CLASS, LEVELS[level]);
+        EXPECT_TRUE(asked.isRealTime);
+        EXPECT_EQ(asked.priority, REAL_TIME[level]);
+    }
+}
+
+TEST(PlatformPriority, AThreadThatHasEndedHasNoScheduling)
+{
+    ZvPlatform::Scheduling read{true, 100};
+    Runner t([] { return 0; });
+    t.join();
+    EXPECT_EQ(readScheduling(t.handle(), read), 0u);
+    EXPECT_TRUE(read.isRealTime);
+    EXPECT_EQ(read.priority, 100);
+    EXPECT_EQ(readScheduling(GetCurrentThread(), read), static_cast<DWORD>(::gettid()));
+    EXPECT_EQ(readScheduling(nullptr, read), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
 TEST(PlatformPriority, WithALimitThatJustLetsItComeBackAThreadIsLowered)

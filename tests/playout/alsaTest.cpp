@@ -131,6 +131,90 @@ TEST_F(AlsaTest, ADeviceOfAShowHasItsOwnCard)
     EXPECT_TRUE(getHeard(getPlayed()) == expected);
 }
 
+TEST_F(AlsaTest, TheSequenceChoosesAmongTheDevicesOfAShow)
+{
+    auto const expected = makeSound(1, RATE);
+    writeText("show.xml", "<show><device name='player'/><device name='fader'/>"
+                          "<device name='studio' kind='speaker' card='alsa:none'>"
+                          "<property name='card:latency' value='2'/></device>"
+                          "<device name='hall' kind='speaker' card='alsa:out'>"
+                          "<property name='card:latency' value='1.5'/></device>"
+                          "<device name='line' kind='microphone' card='jack'/>"
+                          "<sequence tree='(hall(fader(player)))'/>"
+                          "<connection stream='player:out push fader:in'/>"
+                          "<connection stream='fader:out push hall:in'/>"
+                          "<clip file='in.wav'/></show>");
+    Outcome const outcome = Playout({path("show.xml")}).finish();
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(getHeard(getPlayed()) == expected);
+    std::vector<std::string> const choice{path("show.xml"), "--sequence", "( studio ( player ) )",
+                                          "--stream", "player:out push studio:in"};
+    expectError(choice, 1,
+                "the ALSA device \"none\" cannot be opened: No such file or directory. "
+                "\"aplay -L\" lists the devices");
+}
+
+TEST_F(AlsaTest, EachMicrophoneOfAShowHasItsOwnCard)
+{
+    makeInput(6);
+    writeText("show.xml", "<show output='out.wav'>"
+                          "<device name='booth' kind='microphone' card='alsa:none'/>"
+                          "<device name='desk' kind='microphone' card='alsa:in'/>"
+                          "<device name='monitor' kind='speaker' card='alsa:none'/>"
+                          "<device name='recorder'/>"
+                          "<sequence tree='( recorder ( desk ) )'/>"
+                          "<connection stream='desk:out push recorder:in'/></show>");
+    Outcome const outcome = Playout({path("show.xml"), "--length=0.5"}).finish();
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    expectInput(readFloats("out.wav", 2), RATE / 2);
+    expectUsage({path("show.xml"), "--sequence", "( recorder ( player ) )"},
+                "--sequence: without a microphone, a show needs a clip");
+    expectUsage({path("show.xml"), "--sequence", "( recorder )", "--from", "alsa"},
+                "--from: the sequence has no player");
+}
+
+TEST_F(AlsaTest, TwoDevicesOfAKindAreRefusedWithTheirCards)
+{
+    makeSound(1, RATE);
+    std::string const devices = "<device name='hall' kind='speaker' card='alsa:out'/>"
+                                "<device name='studio' kind='speaker' card='alsa:null'/>"
+                                "<device name='desk' kind='microphone' card='alsa:in'/>"
+                                "<device name='booth' kind='microphone' card='alsa:null'/>"
+                                "<device name='stage' kind='microphone'/>"
+                                "<device name='player'/><device name='recorder'/>\n";
+    auto const refuse = [&](std::string const &tree, std::string const &more,
+                            std::string const &reason) {
+        writeText("show.xml",
+                  "<show>\n" + devices + "<sequence tree='" + tree + "'/>" + more + "</show>");
+        std::vector<std::string> arguments{path("show.xml")};
+        if (tree.find("hall") == tree.npos)
+            arguments.push_back(path("out.wav"));
+        expectError(arguments, 1, "%show.xml:3: sequence \"" + tree + "\": it has " + reason);
+    };
+    makeInput(1);
+    refuse("( hall ( studio ( player ) ) )", "<clip file='in.wav'/>",
+           "more than one speaker: hall (alsa:out) and studio (alsa:null)");
+    refuse("( recorder ( desk booth ) )", "",
+           "more than one microphone: desk (alsa:in) and booth (alsa:null)");
+    refuse("( hall ( recorder ( player ) ) )", "<clip file='in.wav'/>", "a recorder and a speaker");
+}
+
+TEST_F(AlsaTest, TheCommandLineReplacesTheDeviceThatTheSequenceNames)
+{
+    auto const expected = makeSound(1, RATE);
+    writeText("show.xml", "<show><device name='player'/>"
+                          "<device name='studio' kind='speaker' card='alsa:out'/>"
+                          "<device name='hall' kind='speaker' card='alsa:none'/>"
+                          "<sequence tree='( hall ( player ) )'/>"
+                          "<connection stream='player:out push hall:in'/>"
+                          "<clip file='in.wav'/></show>");
+    std::vector<std::string> const arguments{path("show.xml"), "--to", "alsa:out", "--property",
+                                             "hall:card:latency=1.5"};
+    Outcome const outcome = Playout(arguments).finish();
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(getHeard(getPlayed()) == expected);
+}
+
 TEST_F(AlsaTest, TheCommandLineReplacesTheDevicesOfAShow)
 {
     makeInput(8);

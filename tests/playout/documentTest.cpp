@@ -258,9 +258,10 @@ TEST_F(DocumentTest, ARefusalOfTheLibraryHasItsLine)
                         device + "<property name='levels:gain' value='loud'/></device>\n");
     expectRefusedInside("3: device \"player\": Not a unique name.",
                         "<device name='player'/>\n<device name='player'/>\n");
-    expectRefusedInside("4: sequence \"( recorder ( a b ) )\": it has more than one player",
-                        "<device name='a' kind='player'/><device name='b' kind='player'/>\n"
-                        "<device name='recorder'/>\n<sequence tree='( recorder ( a b ) )'/>\n");
+    expectRefusedInside(
+        "4: sequence \"( recorder ( a b ) )\": it has more than one player: a and b",
+        "<device name='a' kind='player'/><device name='b' kind='player'/>\n"
+        "<device name='recorder'/>\n<sequence tree='( recorder ( a b ) )'/>\n");
 }
 
 TEST_F(DocumentTest, FilesThatItNamesMayBeMissing)

@@ -148,6 +148,8 @@ TEST_F(FaultTest, TheOptionReportsWhatIsWrongAndWhatIsPossible)
          "--fault: the sequence has no device \"camera\", only recorder, fader, player"},
         {{"--sequence", "( recorder ( player ) )", "--fault", "fader:start:hangs"},
          "--fault: the sequence has no device \"fader\", only recorder, player"},
+        {{"--sequence", "(recorder(player))", "--fault", "fader:start:hangs"},
+         "--fault: the sequence has no device \"fader\", only recorder, player"},
         {{"--dump-show", "--fault", "recorder:stop:slow"},
          "--dump-show: it plays nothing, so that no device can have a --fault"}};
     for (auto const &line : lines) {

@@ -1,6 +1,7 @@
 // Tests of real-time operation, with and without the privilege, each in a process of its own.
 #include "resmgt/threads/mtEx.h"
 #include "resmgt/threads/mtThreadMgr.h"
+#include "resmgt/threads/mtThreadStatus.h"
 #include "resmgt/threads/priority.h"
 #include "resmgt/threads/rtPriorities.h"
 #include "threads/threadTesting.h"
@@ -43,6 +44,14 @@ bool hasPrivilege()
         return false;
     sched_setscheduler(0, policy, &former);
     return true;
+}
+
+MtThreadStatus readStatus(MtThread const &thread)
+{
+    for (MtThreadStatus const &status : MtThreadStatus::readAll())
+        if (status.threadId == thread.getThreadId())
+            return status;
+    return {};
 }
 
 #define ZV_CHECK(condition)                                                                        \
@@ -104,6 +113,15 @@ TEST_F(RealTimeDeathTest, WithoutThePrivilegeTheReasonSaysWhatWouldAllowIt)
             Scheduling const scheduling =
                 getSchedulingOfThread(&RtPriorities::getInstance().getInterruptPriority());
             ZV_CHECK(scheduling.policy == SCHED_OTHER);
+            ObjPtr<MtThread> const thread = makeWaitingThread();
+            PriorityRelation const relation("level",
+                                            RtPriorities::getInstance().getInterruptPriority(),
+                                            PriorityRelation::EQUAL, thread->getPriority());
+            thread->start();
+            MtThreadStatus const status = readStatus(*thread);
+            ZV_CHECK(status.level == 6);
+            ZV_CHECK(!status.asked.isRealTime && status.asked.priority == -14);
+            ZV_CHECK(status.granted.priority > -14);
             std::_Exit(0);
         },
         testing::ExitedWithCode(0), "");
@@ -124,6 +142,14 @@ TEST_F(RealTimeDeathTest, WithThePrivilegeThreadsRunAtTheirBasePriority)
             std::ostringstream os;
             before->dump(os);
             ZV_CHECK(os.str().find(" prio   0 NTprio  16 ") != std::string::npos);
+            MtThreadStatus const status = readStatus(*before);
+            ZV_CHECK(status.level == 0);
+            ZV_CHECK(status.asked.isRealTime && status.asked.priority == 16);
+            ZV_CHECK(status.granted == status.asked);
+            MtThreadStatus const main = MtThreadStatus::readAll().front();
+            ZV_CHECK(main.name == LiString("main") && main.level == 3);
+            ZV_CHECK(main.asked.isRealTime && main.asked.priority == 24);
+            ZV_CHECK(main.isRunning() && !main.granted.isRealTime); // the application's own thread
             Scheduling const lowest = getSchedulingOfThread(nullptr);
             ZV_CHECK(lowest.policy == SCHED_RR && lowest.priority == 16);
             Scheduling const highest =

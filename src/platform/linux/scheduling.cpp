@@ -25,12 +25,6 @@ constexpr int NORMAL_BASE = 8;
 /// In place of a real-time priority: the policy is the application's, or is not known yet.
 constexpr int FOREIGN = -1;
 
-int basePriority(DWORD priorityClass, int level)
-{
-    PriorityTable::Row const &row = *PriorityTable::findRow(priorityClass);
-    return row.basePriorities[PriorityTable::findLevel(level)];
-}
-
 int lowestNiceAllowed()
 {
     return 20 - static_cast<int>(std::min<std::uint64_t>(Kernel::getNiceLimit(), 40));
@@ -67,9 +61,9 @@ void changeNice(Thread &thread, std::uint32_t kernelId, int nice)
 bool apply(Thread &thread, DWORD priorityClass, int level)
 {
     std::uint32_t const kernelId = thread.kernelId.load(Order::RELAXED);
-    int const base = basePriority(priorityClass, level);
-    int const realTime = priorityClass == REALTIME_PRIORITY_CLASS ? base : 0;
-    int const nice = std::clamp(2 * (NORMAL_BASE - base), -20, 19);
+    Scheduling const asked = schedulingOf(priorityClass, level);
+    int const realTime = asked.isRealTime ? asked.priority : 0;
+    int const nice = asked.isRealTime ? thread.askedNice : asked.priority;
     if (realTime == thread.realTime && (realTime || nice == thread.askedNice))
         return true;
     generation.fetch_add(1, Order::RELAXED);
@@ -311,6 +305,34 @@ DWORD GetPriorityClass(HANDLE process)
         return 0;
     }
     return processClass.load(Order::RELAXED);
+}
+
+Scheduling schedulingOf(DWORD priorityClass, int level)
+{
+    PriorityTable::Row const &row = *PriorityTable::findRow(priorityClass);
+    int const base = row.basePriorities[PriorityTable::findLevel(level)];
+    if (priorityClass == REALTIME_PRIORITY_CLASS)
+        return {true, base};
+    return {false, std::clamp(2 * (NORMAL_BASE - base), -20, 19)};
+}
+
+DWORD readScheduling(HANDLE handle, Scheduling &scheduling)
+{
+    Service service;
+    std::uint32_t number = 0;
+    withThread(service, handle, [&](Thread *thread, Object *) {
+        if (!thread)
+            return;
+        Locked locked(schedulingLock); // a thread that has its number runs on meanwhile
+        number = thread->kernelId.load(Order::RELAXED);
+        if (!number)
+            return;
+        int const policy = Kernel::getPolicy(number);
+        bool const isRealTime = policy == SCHED_RR || policy == SCHED_FIFO;
+        scheduling = {isRealTime,
+                      isRealTime ? Kernel::getPriority(number) : Kernel::getNice(number)};
+    });
+    return number;
 }
 
 BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *process_, DWORD_PTR *system)

@@ -86,6 +86,26 @@ DWORD GetPriorityClass(HANDLE process)
     return 0;
 }
 
+Scheduling schedulingOf(DWORD priorityClass, int level)
+{
+    PriorityTable::Row const &row = *PriorityTable::findRow(priorityClass);
+    return {priorityClass == REALTIME_PRIORITY_CLASS,
+            row.basePriorities[PriorityTable::findLevel(level)]};
+}
+
+DWORD readScheduling(HANDLE handle, Scheduling &scheduling)
+{
+    enter("readScheduling", handle);
+    DWORD number = 0;
+    withThread(handle, [&](Thread *thread, Object *) {
+        if (!thread)
+            return;
+        number = thread->number;
+        scheduling = schedulingOf(processClass, thread->level);
+    });
+    return number;
+}
+
 BOOL GetProcessAffinityMask(HANDLE process, DWORD_PTR *processMask, DWORD_PTR *systemMask)
 {
     if (process != CURRENT_PROCESS)

@@ -188,6 +188,14 @@ void MtThreadMgrImp::enableRealTime() {}
 
 void MtThreadMgrImp::disableRealTime() {}
 
+void MtThreadMgrImp::forEachThread(std::function<void(MtThread const &)> const &visit) const
+{
+    Guard const guard(_lock);
+    for (MtThread const * const thread : _threads.entries())
+        if (thread)
+            visit(*thread);
+}
+
 void MtThreadMgrImp::dump(std::ostream &os) const
 {
     std::ostringstream text; // the caller's stream is written without the lock

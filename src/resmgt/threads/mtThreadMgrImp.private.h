@@ -9,6 +9,7 @@
 #include "zvbase/threadAnnotations.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <utility>
 
@@ -30,6 +31,8 @@ public:
     unsigned getNbProcessors() const override;
     bool isRealTime() const override;
     void dump(std::ostream &) const override;
+    /// Calls a function for each registered thread, under the manager's lock.
+    void forEachThread(std::function<void(MtThread const &)> const &visit) const;
 
 protected:
     explicit MtThreadMgrImp(MtThreadFactory &factory);

@@ -7,6 +7,7 @@
 #include "resmgt/threads/mtPriorityLevels.private.h"
 #include "resmgt/threads/mtThreadMgr.h"
 #include "resmgt/threads/mtThreadStart.private.h"
+#include "resmgt/threads/mtThreadStatus.h"
 #include "resmgt/threads/mtTraceMgr.private.h"
 #include "resmgt/threads/threadsStatics.private.h"
 #include "zvbase/assertions.h"
@@ -644,6 +645,25 @@ void MtThreadWindows::dump(std::ostream &os) const
              << " runon " << std::setw(2) << _processorNb;
     }
     os << text.str();
+}
+
+MtThreadStatus MtThreadWindows::readStatus() const
+{
+    auto const toPublic = [](ZvPlatform::Scheduling const &scheduling) {
+        return MtScheduling{scheduling.isRealTime, scheduling.priority};
+    };
+    MtThreadStatus status;
+    status.name = getName();
+    StateGuard const state(_stateLock);
+    status.threadId = LkThreadId(_threadId);
+    status.level = MtPriorityLevels::fromSystemValue(_priorityValue);
+    DWORD const priorityClass = ::GetPriorityClass(::GetCurrentProcess());
+    status.asked = toPublic(ZvPlatform::schedulingOf(priorityClass, _priorityValue));
+    if (ZvPlatform::Scheduling granted = {}; isRunningNoLock()) {
+        status.systemNumber = ZvPlatform::readScheduling(_threadHandle, granted);
+        status.granted = toPublic(granted);
+    }
+    return status;
 }
 
 // The stack belongs to the system. It has no protection page of the library, hence "N/A".

@@ -18,6 +18,7 @@ namespace Zv {
 
 class LgQueue;
 class MtThreadMgr;
+struct MtThreadStatus;
 
 /// Two locks. `_lock` is held during a whole operation and during the callbacks of the protocol.
 /// `_stateLock` guards the fields. It is a leaf: under it only the operating system is called, and
@@ -50,6 +51,7 @@ public:
     ObjPtrRet<MtThreadProtocol> detachProtocol() override;
     LkThreadId getThreadId() const override;
     void dump(std::ostream &) const override;
+    MtThreadStatus readStatus() const;
     ~MtThreadWindows() noexcept(false) override;
     bool enableCancel() override;
     bool disableCancel() override;
