@@ -443,6 +443,14 @@ inline bool enterAtOnce(CriticalSection *)
 {
     return false;
 }
+inline bool takeSemaphoreAtOnce(Handle)
+{
+    return false;
+}
+inline bool postSemaphoreAtOnce(Handle, std::uint32_t)
+{
+    return false;
+}
 
 } // namespace ZvPlatform
 

@@ -582,6 +582,91 @@ TEST(MtContainer, AFailedWaitIsNoLongerCounted)
     EXPECT_EQ(nbPulses, 0);
 }
 
+/// Element that ends the thread that copies it.
+struct Deadly
+{
+    explicit Deadly(int number = 0, bool ends = false) : value(number), endsThread(ends) {}
+    Deadly(Deadly const &other) : value(other.value), endsThread(other.endsThread)
+    {
+        if (endsThread)
+            ::TerminateThread(::GetCurrentThread(), 0);
+    }
+    Deadly &operator=(Deadly const &) = default;
+
+    int value;
+    bool endsThread;
+};
+
+using DeadlyQueue = MtContainer<std::queue<Deadly>>;
+
+DWORD admitDeadly(void *queue)
+{
+    Deadly const deadly(0, true);
+    static_cast<DeadlyQueue *>(queue)->admit(deadly);
+    return 0;
+}
+
+/// Leaves the lock of the queue abandoned.
+void killAProducer(DeadlyQueue &queue)
+{
+    HANDLE const thread = ::CreateThread(nullptr, 0, admitDeadly, &queue, 0, nullptr);
+    ASSERT_EQ(::WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
+    ::CloseHandle(thread);
+}
+
+char const * const ABANDONED_TEXT = "::WaitForSingleObject( _mutex, INFINITE ) == WAIT_OBJECT_0";
+
+TEST(MtContainer, AConsumerThatFindsTheLockOfTheProducersAbandonedLosesNothing)
+{
+    DeadlyQueue queue("queue", 3);
+    for (int number : {1, 2, 3})
+        queue.produce(Deadly(number));
+    EXPECT_EQ(queue.consume().value, 1);
+    queue.produce(Deadly(4));
+    Watched producer([&] { queue.produce(Deadly(5)); });
+    producer.waitUntilAsleep();
+    killAProducer(queue);
+    EXPECT_EQ(queue.consume().value, 2);
+    producer.join();
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(queue.consume()); }), ABANDONED_TEXT);
+    for (int number : {3, 4, 5})
+        EXPECT_EQ(queue.consume().value, number);
+    EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST(MtContainer, ATimedConsumerThatFindsTheLockOfTheProducersAbandonedLosesNothing)
+{
+    DeadlyQueue queue("queue", 2);
+    queue.produce(Deadly(1));
+    queue.produce(Deadly(2));
+    EXPECT_EQ(queue.consume().value, 1);
+    queue.produce(Deadly(3));
+    Watched producer([&] { queue.produce(Deadly(4)); });
+    producer.waitUntilAsleep();
+    killAProducer(queue);
+    Deadly element;
+    EXPECT_TRUE(queue.tryConsume(element));
+    EXPECT_EQ(element.value, 2);
+    producer.join();
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(queue.tryConsume(element)); }),
+              ABANDONED_TEXT);
+    EXPECT_EQ(element.value, 2);
+    EXPECT_EQ(queue.consume().value, 3);
+    EXPECT_EQ(queue.consume().value, 4);
+}
+
+TEST(MtContainer, AnOperationThatFindsItsLockAbandonedChangesNothing)
+{
+    DeadlyQueue queue("queue");
+    queue.produce(Deadly(1));
+    killAProducer(queue);
+    EXPECT_EQ(failedAssertion([&] { static_cast<void>(queue.consume()); }), ABANDONED_TEXT);
+    EXPECT_EQ(queue.consume().value, 1);
+    killAProducer(queue);
+    EXPECT_EQ(failedAssertion([&] { queue.produce(Deadly(2)); }), ABANDONED_TEXT);
+    EXPECT_TRUE(queue.isEmpty());
+}
+
 /// Element whose destructor calls a function, which may throw.
 class Ending
 {

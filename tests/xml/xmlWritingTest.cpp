@@ -96,6 +96,14 @@ TEST_F(XmlStreamerTest, AttributesAreEscaped)
     }
 }
 
+/// Reads a document and returns what is written of it.
+std::string writtenAgain(std::string const &text)
+{
+    std::ostringstream stream;
+    stream << XmlDocument(LiString(text.data(), text.size()));
+    return stream.str();
+}
+
 TEST(XmlDocument, ASpecialByteIsEscapedAtAnyPlaceOfAValueOfAnyLength)
 {
     std::pair<char, char const *> const references[] = {
@@ -115,7 +123,54 @@ TEST(XmlDocument, ASpecialByteIsEscapedAtAnyPlaceOfAValueOfAnyLength)
                           "<!DOCTYPE a>\n<a b=\"" + before + reference + after + "\" />\n");
                 XmlDocument const again(stream.str().c_str());
                 ASSERT_EQ(bytesOf(again.getRoot()->getAttribute("b")), before + special + after);
+                ASSERT_EQ(writtenAgain(stream.str()), stream.str());
             }
+}
+
+/// Returns the text of a document with names and values of many lengths, as it is written.
+std::string makeDocumentOfManyLengths()
+{
+    std::string text = "<!DOCTYPE element>\n<element ";
+    for (std::size_t length = 0; length != 70; ++length)
+        for (std::size_t nameLength : {1, 2, 7, 8, 15, 16, 17, 31, 32, 33, 40}) {
+            std::string name = "n" + std::to_string(length);
+            name.resize(std::max(name.size(), nameLength), 'x');
+            std::string const value(length, static_cast<char>('a' + length % 26));
+            text += name + std::to_string(nameLength) + "=\"" + value + "\" ";
+        }
+    return text + "/>\n";
+}
+
+TEST(XmlDocument, NamesAndValuesOfAllLengthsAreWrittenAsTheyWereRead)
+{
+    std::string const text = makeDocumentOfManyLengths();
+    EXPECT_EQ(writtenAgain(text), text);
+}
+
+TEST(XmlDocument, NamesAndValuesThatABuilderCopiesAreWrittenAsTheyWereRead)
+{
+    class Copying : public XmlDocumentBuilder
+    {
+        void notifyTextData(LiString const &) override {} // so that strings are made of all texts
+    };
+    std::string const text = makeDocumentOfManyLengths();
+    std::istringstream stream(text);
+    Copying builder;
+    std::ostringstream written;
+    written << XmlDocument(stream, builder);
+    EXPECT_EQ(written.str(), text);
+}
+
+TEST(XmlDocument, NamesOfElementsOfAllLengthsAreWrittenAsTheyWereRead)
+{
+    std::string name;
+    std::string text;
+    for (int i = 0; i != 70; ++i) {
+        name += 'e';
+        text = "<" + name + " " + (text.empty() ? "/>\n" : ">\n" + text + "</" + name + ">\n");
+    }
+    text = "<!DOCTYPE " + name + ">\n" + text;
+    EXPECT_EQ(writtenAgain(text), text);
 }
 
 TEST_F(XmlStreamerTest, NumbersHaveTheFormatOfTheStream)

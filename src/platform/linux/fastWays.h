@@ -81,6 +81,10 @@ using Word = std::uint64_t;
 inline constexpr int VALUE_SHIFT = 32;
 /// The word of a mutex that has no owner and no waiters.
 inline constexpr Word FREE_MUTEX = 1;
+/// The word of a semaphore of this process with a count of 0 and no waiters.
+inline constexpr Word EMPTY_SEMAPHORE = 3;
+/// One of the count of a semaphore.
+inline constexpr Word ONE = Word{1} << VALUE_SHIFT;
 
 /// The beginning of every object that a handle points to.
 struct ObjectHead
@@ -172,6 +176,31 @@ inline bool releaseMutexAtOnce(Handle handle)
     __atomic_signal_fence(__ATOMIC_SEQ_CST);
     --Linux::local.held;
     return true;
+}
+
+/// Subtracts 1 from the count of a semaphore if it is above 0 and no thread waits. `handle` must be
+/// that of a semaphore. Returns false, with nothing changed, if the service must do the work.
+inline bool takeSemaphoreAtOnce(Handle handle)
+{
+    auto &semaphore = *static_cast<Linux::ObjectHead *>(handle);
+    Linux::Word word = semaphore.word.load(Order::RELAXED);
+    return static_cast<std::uint32_t>(word) == Linux::EMPTY_SEMAPHORE &&
+           word != Linux::EMPTY_SEMAPHORE &&
+           semaphore.word.compare_exchange_strong(word, word - Linux::ONE, Order::ACQUIRE,
+                                                  Order::RELAXED);
+}
+
+/// Adds 1 to the count of a semaphore whose largest count is `largest`, if it is below that and no
+/// thread waits. `handle` must be that of a semaphore. Returns false, with nothing changed, if the
+/// service must do the work.
+inline bool postSemaphoreAtOnce(Handle handle, std::uint32_t largest)
+{
+    auto &semaphore = *static_cast<Linux::ObjectHead *>(handle);
+    Linux::Word word = semaphore.word.load(Order::RELAXED);
+    return static_cast<std::uint32_t>(word) == Linux::EMPTY_SEMAPHORE &&
+           word >> Linux::VALUE_SHIFT < largest &&
+           semaphore.word.compare_exchange_strong(word, word + Linux::ONE, Order::RELEASE,
+                                                  Order::RELAXED);
 }
 
 } // namespace ZvPlatform

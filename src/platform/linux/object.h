@@ -38,9 +38,7 @@ enum : Word
     FLAGS = 0xFFFFFFFF
 };
 
-static_assert(MUTEX == FREE_MUTEX);
-
-inline constexpr Word ONE = Word{1} << VALUE_SHIFT;
+static_assert(MUTEX == FREE_MUTEX && SEMAPHORE == EMPTY_SEMAPHORE);
 
 inline std::uint32_t valueOf(Word word)
 {

@@ -25,7 +25,7 @@ std::uint64_t checkedCapacity(int capacity)
 } // namespace
 
 DevANOFifo::DevANOFifo(char const *name, int capacity)
-    : _queue(name, checkedCapacity(capacity)), _conditionLock("DevANOFifo condition")
+    : _conditionLock("DevANOFifo condition"), _queue(name, checkedCapacity(capacity))
 {}
 
 DevANOFifo::~DevANOFifo() = default;

@@ -112,16 +112,18 @@ private:
     void discardIfClosed();
     void discardWhile(Condition condition, FirstFailure &failure);
 
-    DevANOQueue _queue;
+    // All threads read the condition for each request. It is far from what they change for each
+    // request, which is in the queue.
+    ZvPlatform::Shared<Condition> _condition{OPEN};
     // Held to change the condition, and by a producer while it takes a request out of a closed
     // queue: it must not take one that was sent after the queue was opened again.
     LkLock _conditionLock;
-    ZvPlatform::Shared<Condition> _condition{OPEN};
     // Written before the condition is ENDING or LEFT_BEHIND. In ENDING also by the consumer, until
     // it has ended.
     DevANO const *_last = nullptr;
     // Of a request that the consumer has destroyed.
     std::exception_ptr _failure ZV_GUARDED_BY(_conditionLock);
+    DevANOQueue _queue;
 };
 
 } // namespace Zv

@@ -69,9 +69,10 @@ class ZVRESMGT_EXPORT DevMDSyncSeqPrtcl : public virtual DevMDPrtcl
 {
 public:
     /// Starts the device. The device keeps `recover` and `abort` as long as it runs. It executes
-    /// one of them, on any thread, if it has lost its lock and wants a recovery, or if it cannot go
-    /// on. That queues a report for the manager's thread and never blocks. If 8 reports of that
-    /// kind from this device wait in the queue, the report is dropped.
+    /// `recover` if it has lost its lock and wants a recovery, and `abort` if it cannot go on. It
+    /// may do so on any thread, but each of the two must be used by one thread at a time, as every
+    /// `DevAEO`. Executing one queues a report for the manager's thread and never blocks. If 8
+    /// reports of that kind from this device wait in the queue, the report is dropped.
     ///
     /// The device must execute `recover` only while it is in lock. Otherwise a supervisor refuses
     /// the report. In a sequence without supervisor the device's machine fails, because the event

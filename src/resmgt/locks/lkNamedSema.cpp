@@ -9,6 +9,12 @@
 
 namespace Zv {
 
+namespace {
+
+constexpr LONG LARGEST_COUNT = 0x7fffffff;
+
+} // namespace
+
 LkNamedSemaWindows::LkNamedSemaWindows(char const *systemName, unsigned count,
                                        LkSemaTypes::CreateFlag flag, char const *label)
     : _name(label ? label : systemName), _sema(reinterpret_cast<HANDLE>(-1)), _errno(0)
@@ -24,7 +30,7 @@ LkNamedSemaWindows::LkNamedSemaWindows(char const *systemName, unsigned count,
     if (flag == LkSemaTypes::OPEN) {
         _sema = ::OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, name);
     } else {
-        _sema = ::CreateSemaphoreA(NULL, static_cast<LONG>(count), 0x7fffffff, name);
+        _sema = ::CreateSemaphoreA(NULL, static_cast<LONG>(count), LARGEST_COUNT, name);
         if (_sema && flag == LkSemaTypes::CREATE_EXCLUSIVE &&
             ::GetLastError() == ERROR_ALREADY_EXISTS) {
             ::CloseHandle(_sema);
@@ -44,7 +50,8 @@ LkNamedSemaWindows::~LkNamedSemaWindows() noexcept(false)
 
 void LkNamedSemaWindows::wait()
 {
-    ::WaitForSingleObject(_sema, INFINITE);
+    if (!_sema || !ZvPlatform::takeSemaphoreAtOnce(_sema)) [[unlikely]]
+        ::WaitForSingleObject(_sema, INFINITE);
 }
 
 bool LkNamedSemaWindows::tryWait()
@@ -56,7 +63,8 @@ bool LkNamedSemaWindows::tryWait()
 
 void LkNamedSemaWindows::post()
 {
-    ::ReleaseSemaphore(_sema, 1, NULL);
+    if (!_sema || !ZvPlatform::postSemaphoreAtOnce(_sema, LARGEST_COUNT)) [[unlikely]]
+        ::ReleaseSemaphore(_sema, 1, NULL);
 }
 
 LkUnnamedSemaWindows::LkUnnamedSemaWindows(char const *label, unsigned count, LkSemaTypes::Shared)

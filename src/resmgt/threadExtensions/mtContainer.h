@@ -12,6 +12,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <exception>
 
 namespace Zv {
 
@@ -96,7 +97,9 @@ protected:
 /// Elements are copied and moved under the lock, so their copies and moves must not call the
 /// container. If a wait of the system fails, an assertion fails and the container is unchanged. If
 /// the observer throws, the exception leaves the operation, which has been carried out. The element
-/// of such a `consume` is lost.
+/// of such a `consume` is lost. If a thread was killed inside an operation, the next operation that
+/// meets the abandoned lock throws `AssertionFailed` and changes nothing. If that one has taken an
+/// element already, it returns the element, and the next operation that consumes throws.
 template <class Container, class Adapter = MtAdapterContainer<Container>>
 class MtContainer
 {
@@ -216,7 +219,9 @@ private:
     bool findNext(LkGuard<LkMutex const> &guard, Wait wait) ZV_NO_THREAD_SAFETY_ANALYSIS;
     void takeOverNoLock() ZV_REQUIRES(_lock);
     Element takeNext(LkGuard<LkMutex const> &guard);
-    void wakeForRoom();
+    void wakeForRoom() noexcept;
+    void callForRoom();
+    void keepFailure(std::exception_ptr failure) noexcept;
     void waitNoLock(Waiters &waiters) ZV_REQUIRES(_lock);
     [[nodiscard]] bool timedWaitNoLock(double &seconds) ZV_REQUIRES(_lock);
     void passOnNoLock() ZV_REQUIRES(_lock);
@@ -248,6 +253,7 @@ private:
     // that it seldom needs `_lock`. A thread that needs both locks must take `_lock` first.
     LkMutex _frontLock;
     Adapter _front;
+    std::exception_ptr _failure; // of a wake-up after an element was taken, under the front's lock
     ZvPlatform::Shared<std::uint64_t> _nbInFront{0}; // set under `_frontLock`
 };
 

@@ -8,6 +8,7 @@
 #include "zvbase/platform/pause.h"
 #include "zvbase/sleeper.h"
 
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -227,11 +228,13 @@ std::uint64_t MtContainer<Container, Adapter>::countNoLock() const
 
 /// Calls `wait` until there is an element to take and returns true, or until it returns false.
 /// `guard` must hold the lock of the front, and holds it again if this returns true. `wait` is
-/// called under `_lock` only.
+/// called under `_lock` only. Throws the failure that was kept, if there is one.
 template <class Container, class Adapter>
 template <class Wait>
 bool MtContainer<Container, Adapter>::findNext(LkGuard<LkMutex const> &guard, Wait wait)
 {
+    if (_failure) [[unlikely]]
+        std::rethrow_exception(std::exchange(_failure, nullptr));
     if constexpr (IS_QUEUE) {
         if (!_front.empty())
             return true;
@@ -283,12 +286,36 @@ auto MtContainer<Container, Adapter>::takeNext(LkGuard<LkMutex const> &guard) ->
     return element;
 }
 
-/// Called without a lock, after an element was taken.
+/// Called without a lock, after an element was taken, which would be lost if this threw. A failure
+/// is kept for the next thread that consumes.
 template <class Container, class Adapter>
-void MtContainer<Container, Adapter>::wakeForRoom()
+void MtContainer<Container, Adapter>::wakeForRoom() noexcept
 {
     if (!_isRoomWanted.load(ZvPlatform::Order::SEQ_CST))
         return;
+    try {
+        callForRoom();
+    } catch (...) {
+        keepFailure(std::current_exception());
+    }
+}
+
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::keepFailure(std::exception_ptr failure) noexcept
+{
+    try {
+        {
+            LkGuard const front(getFrontLock());
+            _failure = failure;
+        }
+        callForRoom(); // again, because an abandoned lock is free after it was refused
+    } catch (...) {    // the kept failure tells of this one, too
+    }
+}
+
+template <class Container, class Adapter>
+void MtContainer<Container, Adapter>::callForRoom()
+{
     bool wakes = false;
     {
         LkGuard const guard(_lock);

@@ -1,5 +1,7 @@
 #include "resmgt/xml/xmlBlocks.private.h"
 
+#include "resmgt/xml/xmlBytes.private.h"
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -20,6 +22,11 @@ XmlBlocks::~XmlBlocks()
     }
 }
 
+char *XmlBlocks::allocateBlock(std::size_t size)
+{
+    return new char[sizeof(Block) + size + XmlBytes::MARGIN];
+}
+
 char *XmlBlocks::add(char *memory) noexcept
 {
     _blocks = ::new (static_cast<void *>(memory)) Block{_blocks};
@@ -30,9 +37,9 @@ void *XmlBlocks::allocateFromAnother(std::size_t size)
 {
     // A large piece has a block of its own, so that the rest of the present one is not lost.
     if (size > LARGEST / 16)
-        return add(new char[sizeof(Block) + size]);
+        return add(allocateBlock(size));
     _size = std::clamp(2 * size, _size, LARGEST);
-    char * const piece = add(new char[sizeof(Block) + _size]);
+    char * const piece = add(allocateBlock(_size));
     _free = piece + size;
     _end = piece + _size;
     _size = std::min(2 * _size, LARGEST);

@@ -36,7 +36,7 @@ public:
         _free += needed;
         return piece;
     }
-    /// Returns a copy of the bytes.
+    /// Returns a copy of the bytes. `XmlBytes::MARGIN` bytes behind them may be read.
     std::string_view copy(std::string_view bytes);
     /// Returns memory for bytes of a text, or null if there is none.
     char *allocateText(std::size_t size) noexcept;
@@ -55,6 +55,7 @@ private:
     struct Block;
 
     void *allocateFromAnother(std::size_t size);
+    static char *allocateBlock(std::size_t size);
     char *add(char *memory) noexcept;
 
     static constexpr std::size_t SMALLEST = 1024;

@@ -129,6 +129,11 @@ public:
         return Sixteen(_mm_set_epi64x(static_cast<long long>(first), static_cast<long long>(last)));
     }
 
+    void store(char *target) const
+    {
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(target), _bytes);
+    }
+
     /// Each of the following returns a number with a bit for each byte, the lowest for the first.
     unsigned endsOfText() const
     {
@@ -240,6 +245,40 @@ inline void copy(char *target, std::string_view text)
     else if (size == 1)
         *target = text.front();
 }
+
+#ifdef __SSE2__
+
+/// The number of bytes behind a copy by sixteens that may be overwritten.
+constexpr std::size_t OVERRUN = 15;
+
+/// Copies a text of which `MARGIN` bytes behind the last one may be read.
+inline void copyBySixteens(char *target, std::string_view text)
+{
+    char const * const bytes = text.data();
+    for (std::size_t i = 0; i < text.size(); i += 16)
+        Sixteen(bytes + i).store(target + i);
+}
+
+/// Copies a text like `copyBySixteens`. Returns whether it has one of the five bytes that are
+/// written as references.
+inline bool copyAndFindSpecial(char *target, std::string_view text)
+{
+    char const *bytes = text.data();
+    std::size_t rest = text.size();
+    unsigned specials = 0;
+    for (; rest > 16; rest -= 16, bytes += 16, target += 16) {
+        Sixteen const sixteen(bytes);
+        specials |= sixteen.specials();
+        sixteen.store(target);
+    }
+    if (rest == 0) // `bytes` may be null
+        return false;
+    Sixteen const last(bytes);
+    last.store(target);
+    return (specials | (last.specials() & ((1U << rest) - 1))) != 0;
+}
+
+#endif
 
 inline bool isSpecial(char c)
 {

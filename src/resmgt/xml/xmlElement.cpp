@@ -368,6 +368,30 @@ void XmlElement::removeChild(UnownedObjPtr<XmlElement> reference)
     destroy(&former);
 }
 
+template <class Output>
+void XmlElement::writeStart(Output &output) const
+{
+    if (_name._isView) [[likely]]
+        output.addViewedStart(_name.getBytes());
+    else
+        output.addStart(_name.getWritten());
+    for (Attribute const *a = _firstAttribute; a; a = a->next) {
+        if (a->isViewed()) [[likely]]
+            output.addViewedAttribute(a->getName(), a->value.getBytes());
+        else
+            output.addAttribute(a->getWrittenName(), a->value.getBytes());
+    }
+}
+
+template <class Output>
+void XmlElement::writeEnd(Output &output) const
+{
+    if (_name._isView) [[likely]]
+        output.addViewedEnd(_name.getBytes());
+    else
+        output.addEnd(_name.getWritten());
+}
+
 // Writes what nested guards would write, but in large pieces and without recursion.
 void XmlElement::streamToOutput(XmlStreamer &streamer) const
 {
@@ -376,9 +400,7 @@ void XmlElement::streamToOutput(XmlStreamer &streamer) const
     using Output = XmlPiece<4096>;
     Output output(document.getOutput());
     for (XmlElement const *element = this; element;) {
-        output.addStart(element->_name.getWritten());
-        for (Attribute const *a = element->_firstAttribute; a; a = a->next)
-            output.addAttribute(a->getWrittenName(), a->value.getBytes());
+        element->writeStart(output);
         if (element->_firstChild) {
             output.addContent();
             element = element->_firstChild;
@@ -387,7 +409,7 @@ void XmlElement::streamToOutput(XmlStreamer &streamer) const
         output.addEmptyEnd();
         while (element != this && !element->_next) {
             element = element->_parent;
-            output.addEnd(element->_name.getWritten());
+            element->writeEnd(output);
         }
         element = element == this ? nullptr : element->_next;
     }

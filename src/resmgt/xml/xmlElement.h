@@ -125,6 +125,12 @@ private:
     XmlElement *lastChild() const { return _firstChild ? _firstChild->_previous : nullptr; }
     void unlink(XmlElement &child) noexcept;
 
+    /// Writes the start tag, of which only the end is left out.
+    template <class Output>
+    void writeStart(Output &output) const;
+    template <class Output>
+    void writeEnd(Output &output) const;
+
     /// Called when the element gets something that its destructor has to release.
     void setOwning() const;
     void destroyParts();

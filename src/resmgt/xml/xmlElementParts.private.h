@@ -29,6 +29,9 @@ struct XmlElement::Attribute
     static Attribute *make(LiString const &name, LiString const &value);
     static void destroy(Attribute *attribute);
 
+    /// Returns whether both texts are in the memory of the document, of which `XmlBytes::MARGIN`
+    /// bytes behind each text may be read.
+    bool isViewed() const { return !isAlone && value._isView; }
     std::string_view getName() const { return {name, nameLength}; }
     bool isNamed(std::string_view other) const { return XmlBytes::equal(getName(), other); }
     /// Returns the name up to the first zero byte, which a viewed name does not have.

@@ -55,6 +55,25 @@ public:
     /// Adds the end of an element without content.
     void addEmptyEnd() { add("/>\n"); }
 
+    // Like the functions above, for texts of which `XmlBytes::MARGIN` bytes behind the last one may
+    // be read.
+
+    void addViewedStart(std::string_view name)
+    {
+        if (!addViewed("<", name, " ")) [[unlikely]]
+            addStart(name);
+    }
+    void addViewedAttribute(std::string_view name, std::string_view value)
+    {
+        if (!addPlain(name, value)) [[unlikely]]
+            addAttribute(name, value);
+    }
+    void addViewedEnd(std::string_view name)
+    {
+        if (!addViewed("</", name, ">\n")) [[unlikely]]
+            addEnd(name);
+    }
+
     void write()
     {
         if (_used != 0)
@@ -63,6 +82,53 @@ public:
     }
 
 private:
+#ifdef __SSE2__
+    /// Returns whether there is room for so many bytes and those that are overwritten behind them.
+    bool hasRoom(std::size_t size) const
+    {
+        return size + XmlBytes::OVERRUN <= SIZE - _used;
+    }
+    /// Adds a viewed name between two other texts. Returns false if there is too little room.
+    [[nodiscard]] bool addViewed(std::string_view before, std::string_view name,
+                                 std::string_view after)
+    {
+        std::size_t const size = before.size() + name.size() + after.size();
+        if (!hasRoom(size)) [[unlikely]]
+            return false;
+        char * const start = _bytes.data() + _used;
+        XmlBytes::copy(start, before);
+        XmlBytes::copyBySixteens(start + before.size(), name);
+        XmlBytes::copy(start + size - after.size(), after);
+        _used += size;
+        return true;
+    }
+    /// Adds a viewed attribute. Returns false if there is too little room, or if a byte of the value
+    /// is written as a reference.
+    [[nodiscard]] bool addPlain(std::string_view name, std::string_view value)
+    {
+        std::size_t const size = name.size() + value.size() + 4;
+        if (!hasRoom(size)) [[unlikely]]
+            return false;
+        char * const start = _bytes.data() + _used;
+        char * const startOfValue = start + name.size() + 2;
+        XmlBytes::copyBySixteens(start, name);
+        XmlBytes::copy(startOfValue - 2, "=\"");
+        if (XmlBytes::copyAndFindSpecial(startOfValue, value)) [[unlikely]]
+            return false;
+        XmlBytes::copy(startOfValue + value.size(), "\" ");
+        _used += size;
+        return true;
+    }
+#else
+    [[nodiscard]] bool addViewed(std::string_view, std::string_view, std::string_view)
+    {
+        return false;
+    }
+    [[nodiscard]] bool addPlain(std::string_view, std::string_view)
+    {
+        return false;
+    }
+#endif
     /// Adds a text that may have to be written in several pieces.
     void addAcross(std::string_view text)
     {

@@ -6,6 +6,7 @@
 #include "zvbase/firstFailure.private.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Zv {
 
@@ -118,6 +119,7 @@ void DevSMExecutionEngImp::addConditionals(Transitions const &primaries)
     auto const &links = _smtable->_links;
     for (auto const &desc : links.conditionalTransitions) {
         ExEngCondTrans::Candidates candidates;
+        candidates.reserve(desc.candidates.size());
         for (std::size_t i = 0; i + 1 < desc.candidates.size(); ++i) {
             std::int32_t const number = desc.candidates[i];
             RCShdPtr<DevSMConditionalTransition> const candidate(
@@ -134,8 +136,9 @@ void DevSMExecutionEngImp::addConditionals(Transitions const &primaries)
             ZV_THROW(DevMgrEx::SMDomainError);
         auto const &name = desc.transition;
         ZV_ASSERT(_smtable->getTransition(name) < _transVect.size());
-        _transVect[_smtable->getTransition(name)] = RCShdPtr<DevSMTransition>(new ExEngCondTrans(
-            name.name, *this, candidates, desc.events, links.exception, links.noException));
+        _transVect[_smtable->getTransition(name)] = RCShdPtr<DevSMTransition>(
+            new ExEngCondTrans(name.name, *this, std::move(candidates), desc.events,
+                               links.exception, links.noException));
     }
 }
 
@@ -236,11 +239,11 @@ bool ExEngPrimaryTrans::run()
 }
 
 ExEngCondTrans::ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine,
-                               Candidates const &candidates, Vector<std::int32_t> const &events,
+                               Candidates &&candidates, Vector<std::int32_t> const &events,
                                std::int32_t exception, std::int32_t noException)
     : DevSMTransition(name),
       _engine(engine),
-      _candidates(candidates),
+      _candidates(std::move(candidates)),
       _events(events),
       _exception(exception),
       _noException(noException)

@@ -129,7 +129,7 @@ public:
 
     /// `candidates` does not contain the last transition, which has no condition. `events` has one
     /// event for each transition, including the last one.
-    ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine, Candidates const &candidates,
+    ExEngCondTrans(LiString const &name, DevSMExecutionEngImp &engine, Candidates &&candidates,
                    Vector<std::int32_t> const &events, std::int32_t exception,
                    std::int32_t noException);
     ~ExEngCondTrans() override;
