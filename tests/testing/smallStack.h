@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <pthread.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 
@@ -16,12 +18,19 @@ constexpr std::size_t SMALL_STACK = 512 * 1024; // the sanitizers need more
 constexpr std::size_t SMALL_STACK = 64 * 1024;
 #endif
 
+/// Returns the size of a small stack. The C library may refuse one of 64 KiB. On 64-bit ARM it
+/// takes at least 128 KiB.
+inline std::size_t getSmallStack()
+{
+    return std::max(SMALL_STACK, static_cast<std::size_t>(::sysconf(_SC_THREAD_STACK_MIN)));
+}
+
 /// Runs `body` on a thread with a small stack and waits for its end.
 inline void runOnSmallStack(std::function<void()> body)
 {
     pthread_attr_t attributes;
     ASSERT_EQ(::pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(::pthread_attr_setstacksize(&attributes, SMALL_STACK), 0);
+    ASSERT_EQ(::pthread_attr_setstacksize(&attributes, getSmallStack()), 0);
     pthread_t thread;
     auto const run = [](void *argument) -> void * {
         (*static_cast<std::function<void()> *>(argument))();
