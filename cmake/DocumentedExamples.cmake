@@ -6,6 +6,8 @@ add_executable(extract_examples
     ${zv_extractor}/extractExamples.cpp ${zv_extractor}/examples.cpp ${zv_extractor}/comments.cpp)
 target_include_directories(extract_examples PRIVATE ${PROJECT_SOURCE_DIR}/tests)
 target_link_libraries(extract_examples PRIVATE zv_compile)
+# Its regular expressions take longer to optimise than to run.
+target_compile_options(extract_examples PRIVATE -O0 -g0)
 add_library(documented_examples OBJECT)
 target_include_directories(documented_examples PRIVATE ${PROJECT_SOURCE_DIR}/src)
 target_link_libraries(documented_examples PRIVATE zv_compile)

@@ -4,18 +4,18 @@
 #include "testing/asleep.h"
 
 #include <atomic>
+#include <functional>
 #include <thread>
 #include <utility>
 
 namespace ZvTest {
 
-/// Thread that is joined at the end of its scope.
+/// Thread that is joined at the end of its scope. It takes a `std::function`, so that a body does
+/// not compile the templates of `std::thread`.
 class Joined
 {
 public:
-    template <class Body>
-    explicit Joined(Body body) : _thread(std::move(body))
-    {}
+    explicit Joined(std::function<void()> body) : _thread(std::move(body)) {}
     Joined(Joined &&) = default;
     ~Joined() { join(); }
     void join()
@@ -32,8 +32,7 @@ private:
 class Watched
 {
 public:
-    template <class Body>
-    explicit Watched(Body body)
+    explicit Watched(std::function<void()> body)
         : _thread([this, body = std::move(body)] {
               _number = threadNumber();
               body();
