@@ -606,6 +606,15 @@ SIMULATED(ManagerRetiresBesideALine, {.schedules = 500, .preemptions = 2})
     manager.reset();
 }
 
+SIMULATED(ManagerThatIsInChargeIsWhole)
+{
+    int state = 0;
+    std::optional<Manager> manager;
+    Worker installer("installer", [&] { manager.emplace(state); });
+    HOLDS(TraceManager::getInstance()->getTrace());
+    installer.join();
+}
+
 SIMULATED(TagsOfAGenerationAreThoseOfItsManager, {.preemptions = 2})
 {
     unsigned const before = TraceTags::getGeneration();
@@ -635,8 +644,15 @@ SIMULATED(EventsOfASessionAreInItsFile, {.schedules = 20, .leftOver = {1, 0}})
 {
     int const file = ::memfd_create("events", 0);
     {
-        Worker const other("other", [] { TraceEvents::instant("test", "theirs"); });
+        Shared<bool> isOn{false};
+        Worker const other("other", [&] {
+            while (!isOn.load(Order::RELAXED))
+                ::Sleep(1);
+            TraceEvents::instant("test", "theirs");
+        });
         TraceSession session("/proc/self/fd/" + std::to_string(file));
+        isOn.store(true, Order::RELAXED);
+        ::Sleep(5);
         TraceEvents::instant("test", "ours");
         session.stop();
     }
