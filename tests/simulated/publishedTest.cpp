@@ -8,6 +8,7 @@
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/locks/lkSingleton.imp.h"
+#include "zvbase/baseLock.private.h"
 #include "zvbase/hmHeapMgr.h"
 #include "zvbase/inInit.h"
 #include "zvbase/inPackage.h"
@@ -247,6 +248,19 @@ SIMULATED(ReaderComesWhenTheWriterHasLeft, {.schedules = 500})
     lock.unlock();
 }
 
+SIMULATED(FirstUsersOfABaseLockMakeItsSection)
+{
+    static constinit BaseLock lock;
+    int value = 0;
+    auto const use = [&] {
+        BaseGuard const guard(lock);
+        ++value;
+    };
+    Worker const first("first", use);
+    Worker const second("second", use);
+    use();
+}
+
 // ---- Services.
 
 SIMULATED(ObjectsPublishToWaits, {.onKernel = 300})
@@ -400,6 +414,9 @@ SIMULATED(OpenPackagesAreUp, WITH_PACKAGES)
     });
     if (InPackageScope::isOpen() || InInit<ZvInit::base>::isInitialized())
         message.read();
+    ::Sleep(1);
+    if (InPackageScope::isOpen())
+        message.read();
     done.post();
 }
 
@@ -415,6 +432,7 @@ SIMULATED(ScopesThatAreLeftKeepThePackagesUp, WITH_PACKAGES)
         }
         done.wait();
     });
+    ::Sleep(1);
     if (InPackageScope::isOpen())
         message.read();
     done.post();
