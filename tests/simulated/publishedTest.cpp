@@ -8,6 +8,7 @@
 #include "resmgt/deviceManager/devMgrDevice.private.h"
 #include "resmgt/deviceManager/sequence/devSeqTreeNode.h"
 #include "resmgt/locks/lkSingleton.imp.h"
+#include "zvbase/baseLock.private.h"
 #include "zvbase/hmHeapMgr.h"
 #include "zvbase/inInit.h"
 #include "zvbase/inPackage.h"
@@ -247,6 +248,19 @@ SIMULATED(ReaderComesWhenTheWriterHasLeft, {.schedules = 500})
     lock.unlock();
 }
 
+SIMULATED(FirstUsersOfABaseLockMakeItsSection)
+{
+    static constinit BaseLock lock;
+    int value = 0;
+    auto const use = [&] {
+        BaseGuard const guard(lock);
+        ++value;
+    };
+    Worker const first("first", use);
+    Worker const second("second", use);
+    use();
+}
+
 // ---- Services.
 
 SIMULATED(ObjectsPublishToWaits, {.onKernel = 300})
@@ -400,6 +414,9 @@ SIMULATED(OpenPackagesAreUp, WITH_PACKAGES)
     });
     if (InPackageScope::isOpen() || InInit<ZvInit::base>::isInitialized())
         message.read();
+    ::Sleep(1);
+    if (InPackageScope::isOpen())
+        message.read();
     done.post();
 }
 
@@ -415,6 +432,7 @@ SIMULATED(ScopesThatAreLeftKeepThePackagesUp, WITH_PACKAGES)
         }
         done.wait();
     });
+    ::Sleep(1);
     if (InPackageScope::isOpen())
         message.read();
     done.post();
@@ -606,6 +624,15 @@ SIMULATED(ManagerRetiresBesideALine, {.schedules = 500, .preemptions = 2})
     manager.reset();
 }
 
+SIMULATED(ManagerThatIsInChargeIsWhole)
+{
+    int state = 0;
+    std::optional<Manager> manager;
+    Worker installer("installer", [&] { manager.emplace(state); });
+    HOLDS(TraceManager::getInstance()->getTrace());
+    installer.join();
+}
+
 SIMULATED(TagsOfAGenerationAreThoseOfItsManager, {.preemptions = 2})
 {
     unsigned const before = TraceTags::getGeneration();
@@ -635,8 +662,15 @@ SIMULATED(EventsOfASessionAreInItsFile, {.schedules = 20, .leftOver = {1, 0}})
 {
     int const file = ::memfd_create("events", 0);
     {
-        Worker const other("other", [] { TraceEvents::instant("test", "theirs"); });
+        Shared<bool> isOn{false};
+        Worker const other("other", [&] {
+            while (!isOn.load(Order::RELAXED))
+                ::Sleep(1);
+            TraceEvents::instant("test", "theirs");
+        });
         TraceSession session("/proc/self/fd/" + std::to_string(file));
+        isOn.store(true, Order::RELAXED);
+        ::Sleep(5);
         TraceEvents::instant("test", "ours");
         session.stop();
     }
