@@ -1,5 +1,7 @@
 #include "explore/commandLine.private.h"
 
+#include "explore/search.private.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -36,6 +38,8 @@ report names the schedule.
   --schedules N      so many schedules of each program and strategy
   --test NAME        the program of that name, or all with that in their names
   --seed S           other schedules
+  --record FILE      search for faults with many seeds, and keep in the file what was done. A search that was
+                     interrupted continues with the same command. Programs with planted faults do not run.
   --check            run each seed twice, and compare the two runs
   --brief            name the schedule of a finding, without a report
   --replay SCHEDULE  run one schedule again, step by step
@@ -52,6 +56,7 @@ struct Wishes
     std::string test;
     std::uint64_t seed = Explorer::FIRST_SEED;
     std::string replay;
+    std::string record;
     std::optional<Weakening> weakening;
     bool listsOrders = false;
     bool isBrief = false;
@@ -99,6 +104,8 @@ Wishes parse(int argc, char **argv)
             wishes.seed = parseNumber<std::uint64_t>(option, value());
         else if (option == "--replay")
             wishes.replay = value();
+        else if (option == "--record")
+            wishes.record = value();
         else if (option == "--brief")
             wishes.isBrief = true;
         else if (option == "--orders")
@@ -125,6 +132,17 @@ std::vector<unsigned> choose(std::string const &name)
             containing.push_back(i);
     }
     return whole.empty() ? containing : whole;
+}
+
+std::vector<unsigned> choose(Wishes const &wishes)
+{
+    std::vector<unsigned> chosen = choose(wishes.test);
+    // A planted fault says nothing of the orders, and is not searched for.
+    if (wishes.weakening || wishes.listsOrders || !wishes.record.empty())
+        std::erase_if(chosen, [](unsigned index) { return getScenarios()[index].fault.finding; });
+    if (chosen.empty())
+        throw std::invalid_argument("there is no program \"" + wishes.test + "\"");
+    return chosen;
 }
 
 double stepsPerSecond(std::uint64_t steps, double seconds)
@@ -173,12 +191,7 @@ void checkWeakened(Wishes const &wishes, bool isWeakened)
 
 int explore(Explorer &explorer, Wishes const &wishes)
 {
-    std::vector<unsigned> chosen = choose(wishes.test);
-    // A planted fault says nothing of the orders.
-    if (wishes.weakening || wishes.listsOrders)
-        std::erase_if(chosen, [](unsigned index) { return getScenarios()[index].fault.finding; });
-    if (chosen.empty())
-        throw std::invalid_argument("there is no program \"" + wishes.test + "\"");
+    std::vector<unsigned> const chosen = choose(wishes);
     std::printf("%-44s %9s %9s %11s %8s  %s\n", "program", "schedules", "distinct", "steps",
                 "steps/s", "found");
     bool found = false;
@@ -200,6 +213,16 @@ int explore(Explorer &explorer, Wishes const &wishes)
                 stepsPerSecond(total.steps, total.seconds));
     checkWeakened(wishes, isWeakened);
     return found ? FOUND : 0;
+}
+
+int search(Explorer &explorer, Wishes const &wishes, unsigned schedules)
+{
+    if (wishes.isChecking || wishes.weakening || wishes.listsOrders)
+        throw std::invalid_argument("--record goes with --schedules, --seed and --test alone");
+    Search search(wishes.record, getBuild(), wishes.seed);
+    search.run(explorer, choose(wishes), schedules);
+    std::fputs(search.summary().c_str(), stdout);
+    return search.hasFound() ? FOUND : 0;
 }
 
 int replay(Explorer &explorer, Wishes const &wishes)
@@ -262,6 +285,8 @@ int runCommandLine(Nursery &nursery, int argc, char **argv, CommandLine const &l
             explorer.weaken(*wishes.weakening);
         if (wishes.listsOrders)
             explorer.listOrders();
+        if (!wishes.record.empty())
+            return search(explorer, wishes, wishes.schedules.value_or(1000));
         return wishes.replay.empty() ? explore(explorer, wishes) : replay(explorer, wishes);
     } catch (std::invalid_argument const &failure) {
         std::fprintf(stderr, "%s: %s\n", line.command.c_str(), failure.what());

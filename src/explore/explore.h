@@ -111,9 +111,9 @@ double getTime();
 
 } // namespace Zv::Explore
 
-/// Defines a program: its name, its settings, and its body. The body runs in a new process for each
-/// schedule, so it may leave its process in any state. It must create what it needs, first of all
-/// its `InPackageScope`.
+/// Defines a program: its name, its settings, and its body. In each schedule, the body runs as in a
+/// new process, so it may leave its process in any state. It must create what it needs, first of all
+/// its `InPackageScope`. It must not read files.
 #define ZV_EXPLORED(NAME, ...)                                                                     \
     static void zvExplored##NAME();                                                                \
     static ::Zv::Explore::Program const zvProgram##NAME(                                           \

@@ -274,12 +274,13 @@ std::optional<Weakening> weakeningFromText(std::string const &text)
 
 // ---- Running.
 
-std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, bool isTraced)
+std::optional<Finding> Explorer::runOnce(Schedule const &schedule, Process process)
 {
     Run &run = _nursery.getRun();
     run.scenario = schedule.scenario;
+    run.isAlone = process != Process::USED;
     run.options = schedule.options;
-    run.options.trace = isTraced ? 0 : -1;
+    run.options.trace = process == Process::TRACED ? 0 : -1;
     run.options.weakening = _weakening;
     run.options.listsOrders = _listsOrders;
     Record &record = run.record;
@@ -290,6 +291,24 @@ std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, boo
     for (std::uint32_t i = 0; i < record.scripted; ++i)
         record.decision[i] = {schedule.script[i], 0, false};
     _nursery.run();
+    if (record.finding[0])
+        return Finding{schedule, record.finding, record.report};
+    if (!record.isDone || run.status != 0)
+        return Finding{schedule, describeStatus(run.status), "the process ended\n"};
+    return std::nullopt;
+}
+
+std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, Process process)
+{
+    auto finding = runOnce(schedule, process);
+    Record const &record = _nursery.getRun().record;
+    if (finding && process == Process::USED) {
+        auto const digest = record.digest;
+        auto const again = runOnce(schedule, Process::NEW);
+        if (!again || again->kind != finding->kind || record.digest != digest)
+            finding = Finding{schedule, "not the same in a new process",
+                              "in a process that was used: " + finding->report};
+    }
     ++tally.schedules;
     tally.steps += record.steps;
     tally.switches += record.switches;
@@ -301,26 +320,30 @@ std::optional<Finding> Explorer::run(Tally &tally, Schedule const &schedule, boo
         bool &isUsed = tally.orders[toText(record.orders[i])];
         isUsed = isUsed || record.orders[i].isUsed;
     }
-    if (record.finding[0])
-        return Finding{schedule, record.finding, record.report};
-    if (!record.isDone || run.status != 0)
-        return Finding{schedule, describeStatus(run.status), "the process ended\n"};
-    return std::nullopt;
+    return finding;
 }
 
 void Explorer::byChance(Tally &tally, unsigned scenario, Choice choice, unsigned schedules,
                         std::uint64_t seed)
 {
+    Series series{.seed = seed};
+    goOn(tally, scenario, choice, series, schedules);
+}
+
+void Explorer::goOn(Tally &tally, unsigned scenario, Choice choice, Series &series,
+                    unsigned schedules)
+{
     Watch const watch(tally);
     Settings const &settings = getScenarios()[scenario].settings;
-    // The changes of priority are spread over the decisions of an average run. A few runs that take
-    // many more would make each moment of the others unlikely.
-    std::uint64_t decisions = 0;
     for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
-        Schedule schedule{scenario, optionsFor(settings, choice, seed + i), {}};
-        schedule.options.length = static_cast<std::uint32_t>(i ? decisions / i + 1 : 10);
+        Schedule schedule{scenario, optionsFor(settings, choice, series.seed + series.done), {}};
+        // The changes of priority are spread over the decisions of an average run. A few runs that
+        // take many more would make each moment of the others unlikely.
+        schedule.options.length =
+            static_cast<std::uint32_t>(series.done ? series.decisions / series.done + 1 : 10);
         tally.finding = run(tally, schedule);
-        decisions += _nursery.getRun().record.decisions;
+        series.decisions += _nursery.getRun().record.decisions;
+        ++series.done;
     }
 }
 
@@ -374,22 +397,37 @@ void Explorer::byAll(Tally &tally, unsigned scenario, std::optional<unsigned> sc
 
 void Explorer::byRepetition(Tally &tally, unsigned scenario, unsigned schedules, std::uint64_t seed)
 {
+    struct Result
+    {
+        Schedule schedule;
+        std::uint32_t steps;
+        std::uint64_t digest;
+        bool hasFound;
+    };
+
     Watch const watch(tally);
     Settings const &settings = getScenarios()[scenario].settings;
-    for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
-        Choice const choice = i % 2 ? Choice::PRIORITY : Choice::RANDOM;
-        Schedule const schedule{scenario, optionsFor(settings, choice, seed + i), {}};
+    auto const runAgain = [&](Schedule const &schedule, Process process) {
+        bool const hasFound = run(tally, schedule, process).has_value();
         Record const &record = _nursery.getRun().record;
-        auto const first = run(tally, schedule);
-        auto const digest = record.digest;
-        auto const steps = record.steps;
-        // The trace must not change a run, so some of the second runs are traced.
-        auto const second = run(tally, schedule, i % 4 < 2);
-        if (digest != record.digest || steps != record.steps ||
-            first.has_value() != second.has_value())
-            tally.finding = Finding{schedule, "not deterministic",
-                                    "two runs of one seed differ: " + std::to_string(steps) +
-                                        " and " + std::to_string(record.steps) + " steps\n"};
+        return Result{schedule, record.steps, record.digest, hasFound};
+    };
+    std::vector<Result> results;
+    for (unsigned i = 0; i < schedules; ++i) {
+        Choice const choice = i % 2 ? Choice::PRIORITY : Choice::RANDOM;
+        results.push_back(
+            runAgain({scenario, optionsFor(settings, choice, seed + i), {}}, Process::USED));
+    }
+    // A run must not depend on what its process has run before. Nor must the trace change it, so
+    // some of the second runs are traced.
+    for (unsigned i = 0; i < schedules && !tally.finding; ++i) {
+        Result const &first = results[i];
+        Result const second = runAgain(first.schedule, i % 4 < 2 ? Process::TRACED : Process::NEW);
+        if (first.digest != second.digest || first.steps != second.steps ||
+            first.hasFound != second.hasFound)
+            tally.finding = Finding{first.schedule, "not deterministic",
+                                    "two runs of one seed differ: " + std::to_string(first.steps) +
+                                        " and " + std::to_string(second.steps) + " steps\n"};
     }
 }
 
@@ -407,7 +445,7 @@ bool Explorer::findsUnweakened(Finding const &finding)
 std::string Explorer::replay(Schedule const &schedule)
 {
     Tally tally;
-    auto const finding = run(tally, schedule, true);
+    auto const finding = run(tally, schedule, Process::TRACED);
     std::string text = _nursery.getTrace();
     text += finding ? finding->kind + "\n" + finding->report : "nothing was found\n";
     return withSymbols(text);

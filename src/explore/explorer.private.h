@@ -65,6 +65,14 @@ struct Tally
     std::size_t getNbDistinct() const { return digests.size(); }
 };
 
+/// Schedules of one program by one random strategy, with one seed after the other.
+struct Series
+{
+    std::uint64_t seed = 1;      ///< the first one
+    std::uint64_t done = 0;      ///< number of schedules that were run
+    std::uint64_t decisions = 0; ///< in all of them
+};
+
 class Explorer
 {
 public:
@@ -86,6 +94,8 @@ public:
 
     /// Runs at most `schedules` schedules by a random strategy, until there is a finding.
     void byChance(Tally &, unsigned scenario, Choice, unsigned schedules, std::uint64_t seed);
+    /// Runs the next `schedules` schedules of a series, until there is a finding.
+    void goOn(Tally &, unsigned scenario, Choice, Series &, unsigned schedules);
     /// Runs all schedules with at most `preemptions` pre-emptions, until there is a finding or
     /// `schedules` of them have been run.
     void byExhaustion(Tally &, unsigned scenario, int preemptions, unsigned schedules);
@@ -104,9 +114,21 @@ public:
     /// Returns the text of a failure: the finding, how to run it again, and the last steps.
     std::string tell(Finding const &);
 
-    std::optional<Finding> run(Tally &, Schedule const &, bool isTraced = false);
+    /// The process in which a schedule runs.
+    enum class Process
+    {
+        USED,  ///< one that may have run other schedules
+        NEW,   ///< a new one
+        TRACED ///< a new one, which writes all steps
+    };
+
+    /// Runs a schedule. If it finds something in a process that was used, it runs again in a new
+    /// one, which must find the same.
+    std::optional<Finding> run(Tally &, Schedule const &, Process = Process::USED);
 
 private:
+    std::optional<Finding> runOnce(Schedule const &, Process);
+
     Nursery &_nursery;
     std::string _command;
     Weakening _weakening;

@@ -9,8 +9,8 @@
 //         HOLDS(counter.getValue() == 2);
 //     }
 //
-// The body runs in a new process for each schedule. What it leaves behind, and every fault that the
-// scheduler can detect, is found without its help.
+// In each schedule, the body runs as in a new process. What it leaves behind, and every fault that
+// the scheduler can detect, is found without its help.
 #pragma once
 
 #include "explore/nursery.private.h"

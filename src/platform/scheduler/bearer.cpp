@@ -227,6 +227,11 @@ void Bearer::release()
     set(_word);
 }
 
+bool Bearer::isOnlyOneReal()
+{
+    return true;
+}
+
 void Bearer::prepare(unsigned count, std::size_t stackSize)
 {
     for (unsigned i = 0; i < count; ++i) {
@@ -264,6 +269,11 @@ void Bearer::passTo(Bearer &to, bool isEnding)
 }
 
 void Bearer::release() {}
+
+bool Bearer::isOnlyOneReal()
+{
+    return false;
+}
 
 void Bearer::prepare(unsigned, std::size_t) {}
 

@@ -29,6 +29,8 @@ public:
     Bearer(Bearer const &) = delete;
     Bearer &operator=(Bearer const &) = delete;
 
+    /// Returns whether one real thread runs the code of all threads.
+    static bool isOnlyOneReal();
     /// Creates `count` threads, with stacks of `stackSize` bytes, that `create` takes. Has no
     /// effect if each real thread runs its own code.
     static void prepare(unsigned count, std::size_t stackSize);

@@ -46,13 +46,41 @@ std::uint64_t mix(std::uint64_t digest, std::uint64_t value)
     return (digest ^ value) * 0x9E3779B97F4A7C15 + (digest >> 29);
 }
 
-std::uint64_t mix(std::uint64_t digest, char const *text)
+/// Numbers of the texts of steps. Most texts are used many times, and do not move.
+class TextNumbers
 {
-    std::uint64_t word = 0;
-    for (; *text; ++text)
-        word = word * 31 + static_cast<unsigned char>(*text);
-    return mix(digest, word);
-}
+public:
+    constexpr TextNumbers() = default;
+
+    std::uint64_t of(char const *text)
+    {
+        Known &known = _known[reinterpret_cast<std::uintptr_t>(text) / 4 % KNOWN];
+        if (known.text != text)
+            known = {text, numberOf(text)};
+        return known.number;
+    }
+
+private:
+    static constexpr unsigned KNOWN = 64;
+
+    struct Known
+    {
+        char const *text = nullptr;
+        std::uint64_t number = 0;
+    };
+
+    static std::uint64_t numberOf(char const *text)
+    {
+        std::uint64_t number = 0;
+        for (; *text; ++text)
+            number = number * 31 + static_cast<unsigned char>(*text);
+        return number;
+    }
+
+    Known _known[KNOWN] = {};
+};
+
+constinit TextNumbers textNumbers;
 
 } // namespace
 
@@ -154,7 +182,7 @@ bool Scheduler::isEnabled(Task const &thread) const
 {
     if (thread.state != Task::WAITING)
         return thread.state == Task::RUNNABLE;
-    return thread.granted || thread.deadline <= _now || isSatisfied(thread);
+    return thread.granted || thread.deadline <= _now || (thread.isAsked && isSatisfied(thread));
 }
 
 void Scheduler::collect(Candidates &candidates, bool hasYielded)
@@ -166,10 +194,14 @@ void Scheduler::collect(Candidates &candidates, bool hasYielded)
     // In a ring from the running thread on, so that a strategy that always takes the next thread
     // reaches all of them.
     bool isAnyWaiting = self->state == Task::WAITING;
+    bool mayAnyStray = isAnyWaiting && self->mayStray;
     auto const consider = [&](Task &thread) {
         if (isEnabled(thread))
             candidates.add(Option::RUN, &thread);
-        isAnyWaiting = isAnyWaiting || thread.state == Task::WAITING;
+        if (thread.state != Task::WAITING)
+            return;
+        isAnyWaiting = true;
+        mayAnyStray = mayAnyStray || thread.mayStray;
     };
     for (unsigned i = self->position; i < _used; ++i)
         consider(*_tasks[i]);
@@ -181,7 +213,7 @@ void Scheduler::collect(Candidates &candidates, bool hasYielded)
         _spinning = 0;
     if (!isAnyWaiting)
         return;
-    if (_options.stray)
+    if (_options.stray && mayAnyStray)
         forEach([&](Task &thread) {
             if (thread.mayStray && thread.state == Task::WAITING && !isEnabled(thread))
                 candidates.add(Option::STRAY, &thread);
@@ -244,7 +276,7 @@ void Scheduler::point(Step const &step, bool hasYielded)
     pick(hasYielded);
     if (!hasYielded)
         _yields = 0;
-    _record->digest = mix(mix(_record->digest, thread.serial), step.what);
+    _record->digest = mix(mix(_record->digest, thread.serial), textNumbers.of(step.what));
     if (isTracing())
         trace(step);
     arrived(thread);

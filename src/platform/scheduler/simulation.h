@@ -11,8 +11,8 @@
 // advances while threads only call `Sleep(0)`, and at random moments if the option `hasty` is set.
 //
 // A process runs one schedule: it calls `begin`, runs the program and calls `end`. To run many
-// schedules, fork a new process for each of them. A fault that the scheduler detects is a finding.
-// It is entered in the record, and ends the process.
+// schedules, fork a new process for each of them, or restore the memory of the process. A fault
+// that the scheduler detects is a finding. It is entered in the record, and ends the process.
 //
 // A schedule can be any order of the operations of the layer, and a load of a shared word can
 // return an older value. It does not show what happens between two operations of the layer. If the

@@ -19,12 +19,6 @@ std::uint32_t Random::below(std::uint32_t bound)
     return static_cast<std::uint32_t>((next() >> 32) * bound >> 32);
 }
 
-void Candidates::add(Option::What what, Task *thread)
-{
-    if (count < MAX_OPTIONS)
-        option[count++] = {what, thread};
-}
-
 namespace {
 
 /// Returns the first option that may be chosen. A running thread that yields is skipped if there is

@@ -44,7 +44,11 @@ struct Candidates
     /// The running thread can run, but yields, or has run for too long.
     bool hasYielded = false;
 
-    void add(Option::What, Task *);
+    void add(Option::What what, Task *thread)
+    {
+        if (count < MAX_OPTIONS)
+            option[count++] = {what, thread};
+    }
 };
 
 class Strategy

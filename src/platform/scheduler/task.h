@@ -41,6 +41,7 @@ struct Task
     bool granted = false;  ///< the wait has been satisfied
     bool mayStray = false; ///< the wait may end without a cause
     bool isStray = false;  ///< the wait has ended without a cause
+    bool isAsked = true;   ///< `isSatisfied` says whether the wait can end
     Instant deadline = NEVER;
     bool hasStrayed = false; ///< the wait before this one has ended without a cause
     std::uint32_t since = 0; ///< the step at which the wait began

@@ -1,8 +1,9 @@
 #include "platform/scheduler/weakMemory.h"
 
+#include "platform/scheduler/pool.h"
+
 #include <algorithm>
 #include <cstdlib>
-#include <sys/mman.h>
 
 namespace ZvPlatform::Simulated {
 
@@ -23,10 +24,10 @@ bool isIn(WeakMemory::Store const &store, WeakMemory::Clock const &clock)
 {
     if (store.event <= clock.events[store.thread])
         return true;
+    bool isRead = false; // without a branch, so that the comparisons are made together
     for (unsigned i = 0; i < WeakMemory::THREADS; ++i)
-        if (store.readers[i] <= clock.events[i])
-            return true;
-    return false;
+        isRead |= store.readers[i] <= clock.events[i];
+    return isRead;
 }
 
 /// The numbers of words that are beside each other are beside each other, too.
@@ -50,9 +51,11 @@ std::uint16_t &WeakMemory::Table<Entry, SIZE>::numberOf(void const *address)
 template <class Entry, unsigned SIZE>
 Entry *WeakMemory::Table<Entry, SIZE>::find(void const *address)
 {
+    if (_latest && _latest->address == address)
+        return _latest;
     std::uint16_t &number = numberOf(address);
     if (number)
-        return &entries[number - 1];
+        return _latest = &entries[number - 1];
     if (count == SIZE) {
         isTooSmall = true;
         return nullptr;
@@ -60,7 +63,7 @@ Entry *WeakMemory::Table<Entry, SIZE>::find(void const *address)
     Entry &entry = entries[count++];
     number = static_cast<std::uint16_t>(count);
     entry.address = address;
-    return &entry;
+    return _latest = &entry;
 }
 
 template <class Entry, unsigned SIZE>
@@ -72,6 +75,7 @@ void WeakMemory::Table<Entry, SIZE>::clear()
         entries[count - 1] = {};
     }
     isTooSmall = false;
+    _latest = nullptr;
 }
 
 void WeakMemory::Clock::join(Clock const &other)
@@ -94,12 +98,9 @@ void WeakMemory::reset()
         tables->words.clear();
         tables->objects.clear();
     } else {
-        // Pages that are not touched cost nothing.
-        void *memory = ::mmap(nullptr, sizeof(Tables), PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (memory == MAP_FAILED)
+        tables = static_cast<Tables *>(takeFromPool(sizeof(Tables)));
+        if (!tables)
             std::abort();
-        tables = static_cast<Tables *>(memory);
     }
     *this = {};
     _tables = tables;

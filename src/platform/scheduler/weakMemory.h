@@ -208,6 +208,7 @@ private:
         /// Returns the place for the number of an address, which is 0 if there is no entry yet.
         std::uint16_t &numberOf(void const *address);
 
+        Entry *_latest;                   ///< which was found last
         std::uint16_t _numbers[2 * SIZE]; ///< from 1, half of them are 0 at least
         static_assert(SIZE <= UINT16_MAX);
     };

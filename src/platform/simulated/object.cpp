@@ -1,9 +1,9 @@
+#include "platform/scheduler/pool.h"
 #include "platform/scheduler/sharedWords.h"
 #include "platform/simulated/thread.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <sys/mman.h>
 
 namespace ZvPlatform::Simulated {
 
@@ -50,11 +50,8 @@ Object *objectOf(HANDLE handle, Object::Type type)
 
 Object *newObject(Object::Type type)
 {
-    if (!objects) {
-        void *memory = ::mmap(nullptr, MAX_OBJECTS * sizeof(Object), PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        objects = memory == MAP_FAILED ? nullptr : static_cast<Object *>(memory);
-    }
+    if (!objects)
+        objects = static_cast<Object *>(takeFromPool(MAX_OBJECTS * sizeof(Object)));
     Object *object = freeObjects;
     if (object)
         freeObjects = object->nextFree;

@@ -1,8 +1,8 @@
+#include "platform/scheduler/pool.h"
 #include "platform/scheduler/sharedWords.h"
 #include "platform/simulated/thread.h"
 
 #include <cstdlib>
-#include <sys/mman.h>
 
 namespace ZvPlatform::Simulated {
 
@@ -19,12 +19,9 @@ constinit Thread *freeThreads = nullptr;
 Thread *newThread()
 {
     if (!threads) {
-        void *memory =
-            ::mmap(nullptr, Scheduler::MAX_TASKS * sizeof(Thread), PROT_READ | PROT_WRITE,
-                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (memory == MAP_FAILED)
+        threads = static_cast<Thread *>(takeFromPool(Scheduler::MAX_TASKS * sizeof(Thread)));
+        if (!threads)
             std::abort();
-        threads = static_cast<Thread *>(memory);
     }
     Thread *thread = freeThreads;
     if (thread)

@@ -1,6 +1,7 @@
 #include "platform/simulatedKernel/kernel.h"
 
 #include "platform/common/waitList.h"
+#include "platform/scheduler/pool.h"
 #include "platform/scheduler/scheduler.h"
 #include "platform/scheduler/sharedWords.h"
 #include "platform/simulatedKernel/task.h"
@@ -8,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/mman.h>
 #include <unistd.h>
 #include <utility>
 
@@ -123,6 +123,7 @@ void block(Task &task, Task::Wait kind, Instant deadline, bool mayStray)
 {
     task.wait = kind;
     task.isInterrupted = false;
+    task.isAsked = kind == Task::JOIN;
     scheduler.wait(deadline, mayStray);
     task.wait = Task::NONE;
 }
@@ -429,11 +430,7 @@ std::size_t pageSize()
 
 void *reserve(std::size_t size)
 {
-    if (Simulated::isRefused(Simulated::MEMORY))
-        return nullptr;
-    void *memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
-                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    return memory == MAP_FAILED ? nullptr : memory;
+    return Simulated::isRefused(Simulated::MEMORY) ? nullptr : Simulated::takeFromPool(size);
 }
 
 bool hasMemoryForStack(std::size_t)

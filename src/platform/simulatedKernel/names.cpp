@@ -1,9 +1,9 @@
 // Files of the simulated kernel: one folder, in memory, with one kind of file.
+#include "platform/scheduler/pool.h"
 #include "platform/scheduler/scheduler.h"
 #include "platform/simulatedKernel/kernel.h"
 
 #include <cstring>
-#include <sys/mman.h>
 #include <utility>
 
 namespace ZvPlatform::Linux::Kernel {
@@ -61,13 +61,10 @@ File *makeFile(char const *name)
     for (File &file : files) {
         if (file.name[0] || file.users)
             continue;
-        if (!file.memory) {
-            void *memory = ::mmap(nullptr, FILE_SIZE, PROT_READ | PROT_WRITE,
-                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-            if (memory == MAP_FAILED)
-                return nullptr;
-            file.memory = static_cast<unsigned char *>(memory);
-        }
+        if (!file.memory)
+            file.memory = static_cast<unsigned char *>(Simulated::takeFromPool(FILE_SIZE));
+        if (!file.memory)
+            return nullptr;
         std::memset(file.memory, 0, FILE_SIZE);
         std::strncpy(file.name, name, sizeof file.name - 1);
         return &file;
