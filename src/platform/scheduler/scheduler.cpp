@@ -182,7 +182,7 @@ bool Scheduler::isEnabled(Task const &thread) const
 {
     if (thread.state != Task::WAITING)
         return thread.state == Task::RUNNABLE;
-    return thread.granted || thread.deadline <= _now || (thread.isAsked && isSatisfied(thread));
+    return thread.granted || thread.deadline <= _now || (!thread.isUnasked && isSatisfied(thread));
 }
 
 void Scheduler::collect(Candidates &candidates, bool hasYielded)

@@ -38,10 +38,10 @@ struct Task
     char name[16] = {};
 
     // The current wait, or the last one.
-    bool granted = false;  ///< the wait has been satisfied
-    bool mayStray = false; ///< the wait may end without a cause
-    bool isStray = false;  ///< the wait has ended without a cause
-    bool isAsked = true;   ///< `isSatisfied` says whether the wait can end
+    bool granted = false;   ///< the wait has been satisfied
+    bool mayStray = false;  ///< the wait may end without a cause
+    bool isStray = false;   ///< the wait has ended without a cause
+    bool isUnasked = false; ///< nothing but a grant or the deadline ends the wait
     Instant deadline = NEVER;
     bool hasStrayed = false; ///< the wait before this one has ended without a cause
     std::uint32_t since = 0; ///< the step at which the wait began

@@ -123,7 +123,7 @@ void block(Task &task, Task::Wait kind, Instant deadline, bool mayStray)
 {
     task.wait = kind;
     task.isInterrupted = false;
-    task.isAsked = kind == Task::JOIN;
+    task.isUnasked = kind != Task::JOIN;
     scheduler.wait(deadline, mayStray);
     task.wait = Task::NONE;
 }
