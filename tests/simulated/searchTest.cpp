@@ -18,8 +18,13 @@ KNOWN_FAULT(IsFoundInALaterSchedule,
 {
     ZvPlatform::Shared<int> turn{0};
     int last = 0;
-    Worker other("other", [&] { last = turn.exchange(2, ZvPlatform::Order::ACQ_REL); });
-    last = turn.exchange(1, ZvPlatform::Order::ACQ_REL);
+    auto const act = [&](int number) {
+        int const former = turn.exchange(number, ZvPlatform::Order::ACQ_REL);
+        step("between the two");
+        last = former;
+    };
+    Worker other("other", [&] { act(2); });
+    act(1);
     other.join();
     HOLDS(last != 0);
 }
