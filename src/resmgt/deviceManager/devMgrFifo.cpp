@@ -4,8 +4,11 @@
 #include "resmgt/deviceProtocol/devANOTrace.h"
 #include "resmgt/deviceProtocol/devMDStdAccessPrtcl.h"
 #include "resmgt/deviceProtocol/devReceiverWait.h"
+#include "resmgt/locks/lkCounter.h"
 #include "resmgt/locks/lkGuard.h"
 #include "resmgt/locks/lkLock.h"
+#include "resmgt/locks/lkSema.h"
+#include "resmgt/smartPtrs/rcBase.h"
 #include "resmgt/threads/mtThreadFactory.h"
 #include "resmgt/threads/mtThreadStart.private.h"
 #include "zvbase/failures.h"
@@ -135,6 +138,14 @@ private:
     ZvPlatform::Shared<End> _end{NOT_ENDED};
 };
 
+/// Semaphores by which the closing thread and the manager's thread meet. Both own them, because each
+/// of the two may be the last one that uses them.
+struct DevMgrMeeting : RCBase<LkCounter<long>>
+{
+    DevReceiverWait wait{"DevMgr SynchronizedCloseANO"};
+    LkSema hasArrived{"DevMgr SynchronizedCloseANO", 0};
+};
+
 namespace {
 
 /// Blocks the manager's thread when it has executed all requests that were queued before, until the
@@ -142,39 +153,34 @@ namespace {
 class SynchronizedCloseANO : public DevANO
 {
 public:
-    SynchronizedCloseANO() : _wait("DevMgr SynchronizedCloseANO") {}
+    explicit SynchronizedCloseANO(RCShdPtr<DevMgrMeeting> const &meeting) : _meeting(meeting) {}
 
     void performExecute() override
     {
-        _hasArrived.post();
-        _wait.post();
-        _wait.wait();
+        _meeting->hasArrived.post();
+        _meeting->wait.post();
+        _meeting->wait.wait();
     }
 
     /// Must not be called. Each closing has a request of its own.
     virtual ObjPtrRet<DevANO> clone() const { ZV_ABORT_PROGRAM(); }
 
-    DevReceiverWait &getWait() { return _wait; }
-    /// Returns the semaphore that is posted when the thread executes this request.
-    LkSema &getArrival() { return _hasArrived; }
-
 private:
-    DevReceiverWait _wait;
-    LkSema _hasArrived{"DevMgr SynchronizedCloseANO", 0};
+    RCShdPtr<DevMgrMeeting> _meeting;
 };
 
 } // namespace
 
-DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo) : _fifo(fifo)
+DevMgrThread::DevMgrThread(RCShdPtr<DevMgrFifo> const &fifo)
+    : _fifo(fifo), _meeting(makeShd<DevMgrMeeting>())
 {
     auto * const protocol = new ANOThreadProtocol(fifo);
     _protocol = ObjPtr<MtThreadProtocol>(protocol);
     _executor = protocol;
-    auto * const close = new SynchronizedCloseANO;
+    auto * const close = new SynchronizedCloseANO(_meeting);
     _close = ObjPtr<DevANO>(close);
     _last = close;
-    _closer = makeObj<DevSenderWait>(close->getWait());
-    _hasArrived = &close->getArrival();
+    _closer = makeObj<DevSenderWait>(_meeting->wait);
     _thread = MtThreadFactory::getInstance().createThread("DevMgr ANO", _protocol, true, 0);
     _relation = makeObj<PriorityRelation>("DevMgr ANO", DevMDStdAccessPrtcl::getPriority(),
                                           PriorityRelation::EQUAL, _thread->getPriority());
@@ -204,7 +210,7 @@ bool DevMgrThread::isCurrentThread() const
 bool DevMgrThread::end(double seconds)
 {
     sendClose();
-    bool const hasArrived = _hasArrived->timedWait(seconds);
+    bool const hasArrived = _meeting->hasArrived.timedWait(seconds);
     _end = hasArrived ? ENDED : LEFT_BEHIND;
     try {
         if (hasArrived) {

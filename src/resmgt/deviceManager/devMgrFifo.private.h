@@ -4,7 +4,7 @@
 #include "resmgt/deviceManager/devMgrFailure.h"
 #include "resmgt/deviceManager/devMgrFifo.h"
 #include "resmgt/deviceProtocol/devReceiverWait.h"
-#include "resmgt/locks/lkSema.h"
+#include "resmgt/smartPtrs/rcShdPtr.h"
 #include "resmgt/threads/mtThread.h"
 #include "resmgt/threads/priority.h"
 #include "zvbase/objPtr.h"
@@ -22,6 +22,7 @@ protected:
 };
 
 class ANOThreadProtocol;
+struct DevMgrMeeting;
 
 /// Runs the thread that executes the requests of a manager's queue, from its constructor to its
 /// destructor. The destructor waits until the thread has executed all requests that were queued
@@ -56,8 +57,8 @@ private:
     ANOThreadProtocol *_executor;       // the thread's protocol, valid as long as `_thread`
     ObjPtr<DevANO> _close; // made in the constructor, so that ending needs no memory for it
     DevANO const *_last;   // the object of `_close`, also when that is queued
+    RCShdPtr<DevMgrMeeting> _meeting; // with `_close`
     ObjPtr<DevSenderWait> _closer;
-    LkSema *_hasArrived = nullptr; // the arrival semaphore of `_close`
     enum
     {
         NOT_ENDED,
