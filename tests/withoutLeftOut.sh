@@ -36,7 +36,7 @@ if [ -n "$rows" ]; then
         /^[^ ]/ { suite = $0; next }
         { sub(/^ */, ""); print suite $0 }')
     for row in $rows; do
-        echo "$tests" | grep -qxF "$row" || die "there is no test $row"
+        grep -qxF "$row" <<<"$tests" || die "there is no test $row"
     done
 fi
 

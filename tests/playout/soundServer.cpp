@@ -31,37 +31,30 @@ bool await(std::function<bool()> const &isDone)
     return true;
 }
 
-/// Returns the name of the server of this process. JACK has room for eight servers, and the place of
-/// one that was killed is free only for a server of the same name. So there are few names, and a
-/// lock keeps one for this process.
-std::string const &getServerName()
+/// JACK has room for eight servers, and the place of one that was killed is free only for a server of
+/// the same name.
+constexpr char NAME[] = "zvtest";
+
+/// Waits until no other process has a server. The servers of a user share a data base, which one
+/// that ends removes, and in which one that is killed may leave a lock.
+int lockServers()
 {
-    static std::string const taken = [] {
-        for (int i = 0;; i = (i + 1) % 4) {
-            std::string const name = "zvtest" + std::to_string(i);
-            std::string const lock = std::filesystem::temp_directory_path() / (name + ".lock");
-            int const file = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-            if (file < 0)
-                throw std::system_error(errno, std::generic_category(), lock);
-            if (::flock(file, LOCK_EX | LOCK_NB) == 0)
-                return name;
-            ::close(file);
-            ::usleep(5000);
-        }
-    }();
-    return taken;
+    std::string const path = std::filesystem::temp_directory_path() / (NAME + std::string(".lock"));
+    int const file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (file < 0 || ::flock(file, LOCK_EX) != 0)
+        throw std::system_error(errno, std::generic_category(), path);
+    return file;
 }
 
 } // namespace
 
-SoundServer::SoundServer(std::string const &folder)
+SoundServer::SoundServer(std::string const &folder) : _lock(lockServers())
 {
     jack_set_error_function([](char const *) {});
     jack_set_info_function([](char const *) {});
-    std::string const &name = getServerName();
     std::string const rate = std::to_string(RATE);
     std::string const period = std::to_string(PERIOD);
-    ::setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
+    ::setenv("JACK_DEFAULT_SERVER", NAME, 1);
     ::setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
     _process = ::fork();
     if (_process == 0) {
@@ -71,8 +64,8 @@ SoundServer::SoundServer(std::string const &folder)
         ::dup2(log, STDERR_FILENO);
         static_cast<void>(!::chdir(folder.c_str()));
         // Not real-time, and it waits for its clients for a minute.
-        ::execlp("jackd", "jackd", "-n", name.c_str(), "-r", "-S", "-t", "60000", "-d", "dummy",
-                 "-r", rate.c_str(), "-p", period.c_str(), "-C", "2", "-P", "2", nullptr);
+        ::execlp("jackd", "jackd", "-n", NAME, "-r", "-S", "-t", "60000", "-d", "dummy", "-r",
+                 rate.c_str(), "-p", period.c_str(), "-C", "2", "-P", "2", nullptr);
         ::_exit(127);
     }
     bool hasEnded = false;
@@ -99,10 +92,11 @@ SoundServer::~SoundServer()
     // A server that was killed leaves these behind.
     for (auto const &entry : std::filesystem::directory_iterator("/dev/shm"))
         if (std::string const name = entry.path().filename();
-            name.find("_" + getServerName() + "_") != name.npos) {
+            name.find(std::string("_") + NAME + "_") != name.npos) {
             std::error_code ignored;
             std::filesystem::remove_all(entry.path(), ignored);
         }
+    ::close(_lock);
 }
 
 void SoundServer::signal(int number)

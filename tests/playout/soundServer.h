@@ -14,7 +14,8 @@ namespace ZvTest {
 
 /// Server with a dummy driver that waits for its clients, so that no period is lost on a busy
 /// machine. If a client was killed, it waits a minute for that one, too. It runs in a folder of its
-/// own and with a name of its own, which all programs that are started later use.
+/// own and with a name of its own, which all programs that are started later use. There is one
+/// server at a time, also among several test programs.
 class SoundServer
 {
 public:
@@ -37,6 +38,7 @@ public:
     static jack_client_t *openClient(char const *name);
 
 private:
+    int _lock;
     pid_t _process = -1;
 };
 

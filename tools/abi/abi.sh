@@ -25,7 +25,7 @@ cmake --install "$build" --prefix "$work/installed" --component development >/de
 describe() {
     local library
     library=$(realpath "$build/src/$1.so")
-    readelf -S "$library" | grep -q '\.debug_info' || fail "$library has no debug information"
+    readelf -S "$library" | grep '\.debug_info' >/dev/null || fail "$library has no debug information"
     abidw --suppressions "$kept/outside.ini" --headers-dir "$work/installed/include" --drop-private-types \
         --exported-interfaces-only --no-parameter-names --no-elf-needed --no-corpus-path --no-comp-dir-path \
         --no-show-locs --out-file "$work/$1.abi" "$library"
