@@ -8,7 +8,8 @@
 class SoundCard;
 
 /// Captures from the sound card of its tag in the show and pushes a block for each frame of the
-/// show's clock to `out`, from its lock on. It ends after its length, or when the client asks for the end.
+/// show's clock to `out`, from its lock on. It ends after its length, or when the client asks for
+/// the end.
 ///
 /// Its properties, in seconds, are `transport:position`, how much was captured, and
 /// `transport:length`, 0 if nothing but the client ends it. `card:reserve` is how much sound may
